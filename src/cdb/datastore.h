@@ -1,0 +1,106 @@
+// The running and candidate datastores. Running is a libyang tree in memory, with the store behind
+// it; the candidate is a second tree, edited in place and kept in step. Every operation costs in
+// proportion to what it touches, not to the configuration. Knows no session and no lock: one
+// caller, one operation at a time.
+
+#ifndef CDB_DATASTORE_H
+#define CDB_DATASTORE_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "cdb/change_set.h"
+#include "cdb/error.h"
+#include "cdb/path.h"
+#include "cdb/schema.h"
+#include "cdb/store.h"
+
+struct lyd_node;
+
+namespace cdb {
+
+/// The default-operation of an edit (RFC 6241, section 7.2).
+enum class DefaultOperation : std::uint8_t { kMerge, kReplace, kNone };
+
+/// error-option. kContinueOnError is not offered.
+enum class ErrorOption : std::uint8_t { kStopOnError, kRollbackOnError };
+
+/// An entry that an edit will create in the candidate, and whom to ask about it.
+struct NewEntry {
+    Path path;
+    std::string callpoint;
+    friend bool operator==(const NewEntry&, const NewEntry&) = default;
+};
+
+/// A leaf that a callpoint sets in the transaction of the edit.
+struct LeafWrite {
+    Path path;
+    Value value;
+};
+
+struct CommitInfo {
+    std::string user;
+    std::string source;
+    std::string comment;
+    std::int64_t timeUs = 0;
+};
+
+class Datastore {
+public:
+    /// Reads running back from the store. Throws FatalError where rows can't be read by the schema
+    /// (naming the row) or do not validate. `schema` and `store` must outlive it.
+    Datastore(const Schema& schema, Store& store);
+    ~Datastore();
+
+    /// The trees, first top-level sibling; null when empty. Owned here, valid until the next change.
+    /// Explicit values and the defaults that libyang added, flagged as such. Siblings of one list are
+    /// in no particular order.
+    [[nodiscard]] const lyd_node* Running() const;
+    [[nodiscard]] const lyd_node* Candidate() const;
+
+    /// Which entries of lists with a callpoint the edit would create, in the edit's order. `edit` is
+    /// the parsed content of <config> (first sibling), with the nc:operation attributes as metadata
+    /// (or, on opaque nodes, as attributes); untouched.
+    [[nodiscard]] std::vector<NewEntry> EntriesToCreate(const lyd_node* edit, DefaultOperation operation) const;
+
+    /// Applies the edit to the candidate, the callpoints' writes just before the edit's own leaves of
+    /// the entry concerned. On an error: kRollbackOnError leaves the candidate as before;
+    /// kStopOnError too, but keeps siblings applied before the failing node. A write to an entry
+    /// that the edit does not create is dropped.
+    [[nodiscard]] std::optional<Error> Edit(const lyd_node* edit, DefaultOperation operation, ErrorOption onError,
+                                            const std::vector<LeafWrite>& writes);
+
+    /// Whether candidate differs from running (looked for at what was touched only).
+    [[nodiscard]] bool Changed() const;
+
+    /// The candidate's errors, checked at what was touched and what refers to it. Empty: valid.
+    [[nodiscard]] std::vector<Error> Validate();
+
+    /// What a commit now would change.
+    [[nodiscard]] ChangeSet Changes() const;
+
+    /// Makes the candidate running: validates, writes the store, then changes running. Returns the
+    /// change set (empty: nothing was to do, nothing was written) or the errors, with running and
+    /// candidate as before.
+    [[nodiscard]] std::variant<ChangeSet, std::vector<Error>> Commit(const CommitInfo& info);
+
+    /// Makes the candidate equal to running.
+    void Discard();
+
+    /// Loads a first configuration (no callpoint is called) into candidate and commits it. `warnings`
+    /// gets one text an entry whose default no callpoint has written.
+    [[nodiscard]] std::vector<Error> Initialize(const lyd_node* content, const CommitInfo& info,
+                                                std::vector<std::string>& warnings);
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace cdb
+
+#endif

@@ -1,0 +1,41 @@
+// The errors of the configuration database, typed after RFC 6241's error list. Mapped to NETCONF in
+// one place (agent) and to the client API's text in one place (platform/embedded).
+
+#ifndef CDB_ERROR_H
+#define CDB_ERROR_H
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace cdb {
+
+/// RFC 6241, appendix A.
+enum class ErrorTag : std::uint8_t {
+    kInUse, kInvalidValue, kTooBig, kMissingAttribute, kBadAttribute, kUnknownAttribute,
+    kMissingElement, kBadElement, kUnknownElement, kUnknownNamespace, kAccessDenied, kLockDenied,
+    kResourceDenied, kRollbackFailed, kDataExists, kDataMissing, kOperationNotSupported,
+    kOperationFailed, kMalformedMessage
+};
+
+struct Error {
+    ErrorTag tag = ErrorTag::kOperationFailed;
+    std::string message;   // names the thing and the remedy; one sentence
+    std::string path;      // data path of the node concerned; may be empty
+    std::string appTag;    // RFC 7950, section 15, where it defines one
+    /// error-info, element name and content: bad-element, bad-attribute, bad-namespace, session-id.
+    std::vector<std::pair<std::string, std::string>> info;
+    friend bool operator==(const Error&, const Error&) = default;
+};
+
+/// What can't be gone on after: a schema that does not load, a store that can't be opened.
+class FatalError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace cdb
+
+#endif

@@ -1,0 +1,40 @@
+// Paths of the client API: "/config/oam/sflow/interface{eth1}/sampling-rate". In braces everything
+// up to the closing one is the key, several keys stand between blanks; "[n]" is an index.
+
+#ifndef CDB_PATH_H
+#define CDB_PATH_H
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "cdb/schema_table.h"
+
+namespace cdb {
+
+/// A node's place in the data: the schema node, and the keys of every list entry on the way, in
+/// order from the root. The last list may be without its keys when the path names the list itself.
+struct Step {
+    NodeId node = kNoNode;
+    std::vector<std::string> keys;       // of a list entry; empty for other nodes or the list itself
+    std::optional<std::size_t> index;    // "[n]"; not yet resolved to keys
+    friend bool operator==(const Step&, const Step&) = default;
+};
+
+struct Path {
+    std::vector<Step> steps;  // from the root
+    [[nodiscard]] NodeId Node() const { return steps.empty() ? kNoNode : steps.back().node; }
+    friend bool operator==(const Path&, const Path&) = default;
+};
+
+/// The path, or a text that says what is wrong with it and where.
+std::variant<Path, std::string> ParsePath(const SchemaTable& schema, std::string_view text);
+
+std::string ToText(const SchemaTable& schema, const Path& path);
+
+}  // namespace cdb
+
+#endif

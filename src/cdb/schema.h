@@ -1,0 +1,51 @@
+// The YANG modules, compiled by libyang, and the schema table derived from them.
+
+#ifndef CDB_SCHEMA_H
+#define CDB_SCHEMA_H
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cdb/error.h"
+#include "cdb/schema_table.h"
+
+struct ly_ctx;
+struct lysc_node;
+
+namespace cdb {
+
+class Schema {
+public:
+    /// Loads our modules from `directory` and the IETF modules that NETCONF needs from their installed
+    /// places. Throws FatalError that names the module, the line and what is wrong: a module that does
+    /// not compile, a configuration node without a tag, a leaf of a type that Value can't hold, a
+    /// default-ref that is no sibling leaf of the same type.
+    static std::unique_ptr<Schema> Load(const std::filesystem::path& directory);
+    ~Schema();
+
+    [[nodiscard]] ly_ctx* Context() const;
+    [[nodiscard]] const SchemaTable& Table() const;
+
+    /// Between a libyang schema node of configuration and its row in the table (kNoNode / nullptr for none).
+    [[nodiscard]] NodeId IdOf(const lysc_node* node) const;
+    [[nodiscard]] const lysc_node* NodeOf(NodeId id) const;
+
+    /// The implemented modules: name, revision (may be empty), namespace; for hello and yang-library.
+    struct Module {
+        std::string name;
+        std::string revision;
+        std::string ns;
+    };
+    [[nodiscard]] std::vector<Module> Modules() const;
+
+private:
+    class Impl;
+    explicit Schema(std::unique_ptr<Impl> impl);
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace cdb
+
+#endif

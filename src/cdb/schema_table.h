@@ -1,0 +1,88 @@
+// The configuration schema as a flat table: what readers of the store, keypaths and change sets
+// need of the model, without libyang. cdbd derives it from the YANG modules and keeps it in the
+// store; clients read it from there. Holds configuration nodes only (no config-false ones).
+
+#ifndef CDB_SCHEMA_TABLE_H
+#define CDB_SCHEMA_TABLE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cdb/value.h"
+
+namespace cdb {
+
+enum class NodeKind : std::uint8_t { kContainer, kPresenceContainer, kList, kLeaf };
+
+/// The index of a node in its table; parents come before children, siblings in schema order.
+using NodeId = std::uint32_t;
+inline constexpr NodeId kNoNode = 0xFFFFFFFF;
+
+struct SchemaNode {
+    NodeId id = kNoNode;
+    NodeId parent = kNoNode;
+    std::string name;
+    std::string module;          // the module that defines the node
+    NodeKind kind = NodeKind::kContainer;
+    std::uint32_t tag = 0;       // of the name, the same wherever the name occurs
+    std::uint32_t ns = 0;        // namespace hash of the module
+    std::string callpoint;       // on a list: whom to ask when an entry is created; mostly empty
+    std::vector<NodeId> children;  // schema order; a list's keys first, in key order
+
+    // leaves
+    bool isKey = false;
+    bool mandatory = false;
+    ValueType type = ValueType::kNone;
+    Value defaultValue;                // monostate: none
+    NodeId defaultRef = kNoNode;       // the sibling leaf whose value stands in for a missing one
+    std::uint64_t minimum = 0;         // integers: the range's bounds
+    std::uint64_t maximum = 0;
+
+    // lists
+    std::vector<NodeId> keys;
+
+    friend bool operator==(const SchemaNode&, const SchemaNode&) = default;
+};
+
+class SchemaTable {
+public:
+    SchemaTable() = default;
+    explicit SchemaTable(std::vector<SchemaNode> nodes);
+
+    [[nodiscard]] const SchemaNode& operator[](NodeId id) const { return m_nodes[id]; }
+    [[nodiscard]] std::size_t Size() const { return m_nodes.size(); }
+    [[nodiscard]] std::span<const SchemaNode> Nodes() const { return m_nodes; }
+
+    /// The child of that name, or kNoNode. `parent` kNoNode asks for a top-level node.
+    [[nodiscard]] NodeId Child(NodeId parent, std::string_view name) const;
+
+    /// The node at a schema path without keys ("/config/oam/sflow/collector"), or kNoNode.
+    [[nodiscard]] NodeId Find(std::string_view path) const;
+
+    /// The name that has the tag; empty for none.
+    [[nodiscard]] std::string_view NameOfTag(std::uint32_t tag) const;
+
+    /// "/config/oam/sflow/collector"
+    [[nodiscard]] std::string PathOf(NodeId id) const;
+
+    /// The leaves of a list entry or container, in schema order: the positions of its value array.
+    [[nodiscard]] std::vector<NodeId> LeavesOf(NodeId id) const;
+
+    /// As stored; Parse fails (nullopt) on bytes that no Serialize of this format has written.
+    [[nodiscard]] std::string Serialize() const;
+    static std::optional<SchemaTable> Parse(std::string_view bytes);
+
+    friend bool operator==(const SchemaTable& a, const SchemaTable& b) { return a.m_nodes == b.m_nodes; }
+
+private:
+    std::vector<SchemaNode> m_nodes;
+};
+
+}  // namespace cdb
+
+#endif

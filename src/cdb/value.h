@@ -1,0 +1,42 @@
+// A typed configuration value, as the store keeps it and the client API delivers it. Knows neither
+// YANG nor the store.
+
+#ifndef CDB_VALUE_H
+#define CDB_VALUE_H
+
+#include <cstdint>
+#include <string>
+#include <variant>
+
+namespace cdb {
+
+/// IPv4 address: the word as it lies in memory on the wire (network byte order).
+struct Ipv4 {
+    std::uint32_t word = 0;
+    friend bool operator==(const Ipv4&, const Ipv4&) = default;
+};
+
+/// IPv4 address with its prefix length, host bits kept. Network byte order as above.
+struct Ipv4Plen {
+    std::uint32_t word = 0;
+    std::uint8_t length = 0;
+    friend bool operator==(const Ipv4Plen&, const Ipv4Plen&) = default;
+};
+
+/// std::monostate: no value.
+using Value = std::variant<std::monostate, std::string, bool, std::uint16_t, std::uint32_t, Ipv4, Ipv4Plen>;
+
+/// The alternatives of Value, by index.
+enum class ValueType : std::uint8_t { kNone, kString, kBool, kUint16, kUint32, kIpv4, kIpv4Plen };
+
+inline ValueType TypeOf(const Value& value) { return static_cast<ValueType>(value.index()); }
+
+/// The value's canonical text, as YANG writes it ("true", "4096", "192.0.2.1", "10.0.0.5/24").
+std::string ToText(const Value& value);
+
+/// The type's name for messages ("uint32", "ipv4-address", ...).
+const char* TypeName(ValueType type);
+
+}  // namespace cdb
+
+#endif
