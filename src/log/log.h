@@ -1,0 +1,73 @@
+// The log of the platform's processes: one line a message, in one format, written whole and at once.
+//
+//   2026-11-21T03:20:11.123456Z cdbd 12 src/agent/session:Commit:87 commit 17 by root
+//
+// SFLOW_LOG names the file ("-", the default, is standard error), SFLOW_LOG_LEVEL the lowest level
+// written (default 12). Control characters of a text are escaped. Used by cdbd, sflow-mgr and the
+// client libraries; the daemon itself logs through zlog, whose front ends here.
+
+#ifndef LOG_LOG_H
+#define LOG_LOG_H
+
+#include <source_location>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace slog {
+
+enum class Level : int { kDebug = 10, kInfo = 11, kNotice = 12, kError = 13 };
+
+/// Opens the log as the environment says, for the process of this name. A file that can't be opened
+/// is named on standard error, where the log then goes.
+void Open(std::string_view process);
+
+[[nodiscard]] bool Enabled(int level);
+
+/// One line. `file` is a source path without its ending ("src/agent/session").
+void Line(int level, std::string_view file, std::string_view function, long line, std::string_view text);
+
+/// A format string that remembers where it stands.
+template <typename... Args>
+struct Located {
+    // NOLINTNEXTLINE(google-explicit-constructor): stands in for a format string.
+    consteval Located(const char* text, std::source_location at = std::source_location::current())
+        : format(text), where(at)
+    {
+    }
+    fmt::format_string<Args...> format;
+    std::source_location where;
+};
+
+void Write(Level level, const std::source_location& where, std::string_view text);
+
+template <typename... Args>
+void Debug(Located<std::type_identity_t<Args>...> format, Args&&... args)
+{
+    if (Enabled(static_cast<int>(Level::kDebug)))
+        Write(Level::kDebug, format.where, fmt::format(format.format, std::forward<Args>(args)...));
+}
+template <typename... Args>
+void Info(Located<std::type_identity_t<Args>...> format, Args&&... args)
+{
+    if (Enabled(static_cast<int>(Level::kInfo)))
+        Write(Level::kInfo, format.where, fmt::format(format.format, std::forward<Args>(args)...));
+}
+template <typename... Args>
+void Notice(Located<std::type_identity_t<Args>...> format, Args&&... args)
+{
+    if (Enabled(static_cast<int>(Level::kNotice)))
+        Write(Level::kNotice, format.where, fmt::format(format.format, std::forward<Args>(args)...));
+}
+template <typename... Args>
+void Error(Located<std::type_identity_t<Args>...> format, Args&&... args)
+{
+    if (Enabled(static_cast<int>(Level::kError)))
+        Write(Level::kError, format.where, fmt::format(format.format, std::forward<Args>(args)...));
+}
+
+}  // namespace slog
+
+#endif
