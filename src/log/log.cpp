@@ -1,0 +1,140 @@
+#include "log/log.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include <fmt/format.h>
+#include <spdlog/logger.h>
+
+#include "log/log_sink.h"
+
+namespace slog {
+namespace {
+
+constexpr int kDefaultLevel = static_cast<int>(Level::kNotice);
+constexpr int kHighestLevel = 99;
+
+struct Log {
+    std::shared_ptr<spdlog::logger> logger;
+    int descriptor = STDERR_FILENO;
+    int lowest = kDefaultLevel;
+};
+
+/// Never destroyed: destructors of other static objects may still log.
+Log& TheLog()
+{
+    static Log& log = *new Log;
+    return log;
+}
+
+void WriteLine(Log& log, int level, std::string_view file, std::string_view function, long line,
+               std::string_view text)
+{
+    const std::string whole = fmt::format("{} {}:{}:{} {}", level, file, function, line, Escaped(text));
+    log.logger->log(spdlog::level::info, spdlog::string_view_t(whole));
+}
+
+void Warn(Log& log, std::string_view function, std::string_view text)
+{
+    WriteLine(log, kDefaultLevel, "src/log/log", function, __LINE__, text);
+}
+
+void OpenFile(Log& log, const std::string& process)
+{
+    const char* path = std::getenv("SFLOW_LOG");
+    if (path == nullptr || *path == '\0' || std::strcmp(path, "-") == 0) return;
+    const int descriptor = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
+    if (descriptor < 0) {
+        Warn(log, "Open",
+             fmt::format("SFLOW_LOG: cannot open {}: {}; logging to standard error", path,
+                         std::strerror(errno)));
+        return;
+    }
+    log.descriptor = descriptor;
+    log.logger = MakeLogger(process, descriptor);
+}
+
+void SetLevel(Log& log)
+{
+    log.lowest = kDefaultLevel;
+    const char* text = std::getenv("SFLOW_LOG_LEVEL");
+    if (text == nullptr || *text == '\0') return;
+    int level = 0;
+    const char* end = text + std::strlen(text);
+    const auto [stopped, error] = std::from_chars(text, end, level);
+    if (error != std::errc{} || stopped != end || level < 0 || level > kHighestLevel) {
+        Warn(log, "Open",
+             fmt::format("SFLOW_LOG_LEVEL: \"{}\" is no level from 0 to {}; using {}", text, kHighestLevel,
+                         kDefaultLevel));
+        return;
+    }
+    log.lowest = level;
+}
+
+/// The log, opened under the program's own name where nobody has opened it.
+Log& OpenedLog()
+{
+    Log& log = TheLog();
+    if (log.logger == nullptr) Open(program_invocation_short_name);
+    return log;
+}
+
+/// "/home/x/tree/src/agent/session.cpp" is "src/agent/session".
+std::string_view ShortFile(std::string_view file)
+{
+    for (const std::string_view root : {"/src/", "/tests/", "/bench/"}) {
+        const std::size_t at = file.rfind(root);
+        if (at == std::string_view::npos) continue;
+        file.remove_prefix(at + 1);
+        break;
+    }
+    const std::size_t dot = file.rfind('.');
+    const std::size_t slash = file.rfind('/');
+    const bool hasEnding = dot != std::string_view::npos && (slash == std::string_view::npos || dot > slash);
+    return hasEnding ? file.substr(0, dot) : file;
+}
+
+/// "bool agent::Session::Commit(int)" is "Commit".
+std::string_view ShortFunction(std::string_view pretty)
+{
+    if (const std::size_t lambda = pretty.find("::<lambda"); lambda != std::string_view::npos)
+        pretty = pretty.substr(0, lambda);
+    const std::string_view head = pretty.substr(0, pretty.find('('));
+    const std::size_t start = head.find_last_of(" :*&");
+    return start == std::string_view::npos ? head : head.substr(start + 1);
+}
+
+}  // namespace
+
+void Open(std::string_view process)
+{
+    Log& log = TheLog();
+    const std::string name = Escaped(process);
+    if (log.descriptor != STDERR_FILENO) ::close(log.descriptor);
+    log.descriptor = STDERR_FILENO;
+    log.logger = MakeLogger(name, STDERR_FILENO);
+    OpenFile(log, name);
+    SetLevel(log);
+}
+
+bool Enabled(int level) { return level >= OpenedLog().lowest; }
+
+void Line(int level, std::string_view file, std::string_view function, long line, std::string_view text)
+{
+    if (Enabled(level)) WriteLine(OpenedLog(), level, file, function, line, text);
+}
+
+void Write(Level level, const std::source_location& where, std::string_view text)
+{
+    Line(static_cast<int>(level), ShortFile(where.file_name()), ShortFunction(where.function_name()),
+         static_cast<long>(where.line()), text);
+}
+
+}  // namespace slog
