@@ -1,0 +1,165 @@
+#include "netconf/client.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "netconf/client_reply.h"
+#include "netconf/xml.h"
+
+namespace netconf {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::string ErrnoText(int error) { return std::strerror(error); }
+
+}  // namespace
+
+Client Client::Connect(const std::string& socketPath, const ClientOptions& options)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (socketPath.size() >= sizeof address.sun_path)
+        throw ConnectionError("can't connect to " + socketPath + ": the path of a socket has at most " +
+                              std::to_string(sizeof address.sun_path - 1) + " characters");
+    std::memcpy(address.sun_path, socketPath.data(), socketPath.size());
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0) throw ConnectionError("can't make a socket: " + ErrnoText(errno));
+    if (::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        const int error = errno;
+        ::close(descriptor);
+        throw ConnectionError("can't connect to " + socketPath + ": " + ErrnoText(error) +
+                              "; is cdbd running?");
+    }
+    return Client(descriptor, socketPath, options);
+}
+
+Client::Client(int descriptor, std::string name, const ClientOptions& options)
+    : m_descriptor(descriptor), m_name(std::move(name)), m_callTimeout(options.callTimeout)
+{
+    try {
+        // Every wait is a poll with a deadline, so neither reading nor writing may block by itself.
+        const int flags = ::fcntl(m_descriptor, F_GETFL);
+        if (flags < 0 || ::fcntl(m_descriptor, F_SETFL, flags | O_NONBLOCK) != 0) Fail(ErrnoText(errno));
+        SayHello(options);
+    } catch (...) {
+        ::close(m_descriptor);
+        throw;
+    }
+}
+
+Client::Client(Client&& other) noexcept
+    : m_descriptor(std::exchange(other.m_descriptor, -1)),
+      m_name(std::move(other.m_name)),
+      m_callTimeout(other.m_callTimeout),
+      m_reader(std::move(other.m_reader)),
+      m_framing(other.m_framing),
+      m_server(std::move(other.m_server)),
+      m_lastId(other.m_lastId)
+{
+}
+
+Client::~Client()
+{
+    if (m_descriptor >= 0) ::close(m_descriptor);
+}
+
+Reply Client::Call(std::string_view operation)
+{
+    Send(operation);
+    return Receive();
+}
+
+void Client::Send(std::string_view operation)
+{
+    std::string message = "<rpc xmlns=\"";
+    message.append(kBaseNamespace)
+        .append("\" message-id=\"")
+        .append(std::to_string(++m_lastId))
+        .append("\">");
+    message.append(operation).append("</rpc>");
+    std::string frame = FrameHeader(m_framing, message.size());
+    frame.append(message).append(FrameTrailer(m_framing));
+    Write(frame, Clock::now() + m_callTimeout);
+}
+
+Reply Client::Receive()
+{
+    auto reply = ParseReply(ReceiveMessage());
+    if (const auto* problem = std::get_if<std::string>(&reply)) Fail(*problem);
+    return std::get<Reply>(std::move(reply));
+}
+
+void Client::SendRaw(std::string_view bytes) { Write(bytes, Clock::now() + m_callTimeout); }
+
+std::string Client::ReceiveMessage() { return Read(Clock::now() + m_callTimeout); }
+
+void Client::SayHello(const ClientOptions& options)
+{
+    const Deadline deadline = Clock::now() + options.connectTimeout;
+    Hello ours;
+    ours.capabilities.emplace_back(kBase10);
+    if (options.offerChunked) ours.capabilities.emplace_back(kBase11);
+    Write(ToXml(ours).append(FrameTrailer(Framing::kEndOfMessage)), deadline);
+    auto theirs = ParseHello(Read(deadline));
+    if (const auto* problem = std::get_if<std::string>(&theirs)) Fail(*problem);
+    m_server = std::get<Hello>(std::move(theirs));
+    if (m_server.sessionId == 0) Fail("the server's <hello> has no <session-id>");
+    const auto framing = CommonFraming(ours, m_server);
+    if (!framing) Fail("the server speaks no version of NETCONF that this client knows");
+    m_framing = *framing;
+    m_reader.SetFraming(m_framing);
+}
+
+void Client::Write(std::string_view bytes, Deadline deadline)
+{
+    while (!bytes.empty()) {
+        const ssize_t written = ::send(m_descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (written > 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+            continue;
+        }
+        // The server may have said why before it closed: let the reading side find that.
+        if (errno == EPIPE || errno == ECONNRESET) return;
+        if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) Fail(ErrnoText(errno));
+        AwaitReady(POLLOUT, deadline);
+    }
+}
+
+std::string Client::Read(Deadline deadline)
+{
+    std::array<char, 65536> buffer;
+    for (;;) {
+        if (auto message = m_reader.Next()) return *std::move(message);
+        if (!m_reader.Problem().empty()) Fail("the server's framing is broken: " + m_reader.Problem());
+        const ssize_t count = ::recv(m_descriptor, buffer.data(), buffer.size(), 0);
+        if (count > 0) {
+            m_reader.Append({buffer.data(), static_cast<std::size_t>(count)});
+            continue;
+        }
+        if (count == 0) Fail("the server has closed the session");
+        if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) Fail(ErrnoText(errno));
+        AwaitReady(POLLIN, deadline);
+    }
+}
+
+void Client::AwaitReady(short events, Deadline deadline) const
+{
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0) Fail("no answer in time");
+    // The server may have stopped reading because it has something to say: then reading comes first.
+    pollfd wait{m_descriptor, events, 0};
+    if (::poll(&wait, 1, static_cast<int>(left.count())) < 0 && errno != EINTR) Fail(ErrnoText(errno));
+}
+
+void Client::Fail(const std::string& what) const { throw ConnectionError(m_name + ": " + what); }
+
+}  // namespace netconf

@@ -1,0 +1,90 @@
+// A plain, blocking NETCONF client on a Unix socket: one request, one reply. Used by swcli, tests
+// and measurements; knows no YANG.
+
+#ifndef NETCONF_CLIENT_H
+#define NETCONF_CLIENT_H
+
+#include <chrono>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "netconf/framing.h"
+#include "netconf/hello.h"
+#include "netconf/rpc_error.h"
+
+namespace netconf {
+
+/// The server can't be reached, does not answer in time, or breaks the protocol. The text names the
+/// socket and what happened. The client can't be used any more.
+class ConnectionError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct Reply {
+    /// The request was carried out: no rpc-error of severity "error" (warnings may be in `errors`).
+    bool ok = false;
+    /// In the order of the reply; errors and warnings.
+    std::vector<RpcError> errors;
+    /// What stands inside <data>, as it was sent: XML elements that declare their own namespaces.
+    std::string data;
+    /// The whole <rpc-reply>.
+    std::string xml;
+};
+
+struct ClientOptions {
+    std::chrono::milliseconds connectTimeout{5'000};  // socket and hello exchange together
+    std::chrono::milliseconds callTimeout{120'000};   // a commit waits for its subscribers
+    bool offerChunked = true;                         // base:1.1 in our hello
+};
+
+class Client {
+public:
+    /// Connects and says hello. Throws ConnectionError.
+    static Client Connect(const std::string& socketPath, const ClientOptions& options = {});
+
+    /// Says hello on a connected stream socket, which it then owns. `name` is for messages.
+    Client(int descriptor, std::string name, const ClientOptions& options = {});
+    Client(Client&& other) noexcept;
+    Client& operator=(Client&&) = delete;
+    ~Client();
+
+    [[nodiscard]] std::uint32_t SessionId() const { return m_server.sessionId; }
+    [[nodiscard]] const Hello& ServerHello() const { return m_server; }
+    [[nodiscard]] Framing UsedFraming() const { return m_framing; }
+
+    /// Sends <rpc> around `operation` (an element; the base namespace is the default there, see
+    /// requests.h) and waits for its reply. Throws ConnectionError.
+    Reply Call(std::string_view operation);
+
+    /// The two halves of Call: to have several requests under way. Replies come in request order.
+    void Send(std::string_view operation);
+    Reply Receive();
+
+    /// Bytes as they are, for tests of the other side's robustness; a message without its frame.
+    void SendRaw(std::string_view bytes);
+    std::string ReceiveMessage();
+
+private:
+    using Deadline = std::chrono::steady_clock::time_point;
+    void SayHello(const ClientOptions& options);
+    void Write(std::string_view bytes, Deadline deadline);
+    std::string Read(Deadline deadline);
+    void AwaitReady(short events, Deadline deadline) const;
+    [[noreturn]] void Fail(const std::string& what) const;
+
+    int m_descriptor = -1;
+    std::string m_name;
+    std::chrono::milliseconds m_callTimeout;
+    MessageReader m_reader;
+    Framing m_framing = Framing::kEndOfMessage;
+    Hello m_server;
+    std::uint64_t m_lastId = 0;
+};
+
+}  // namespace netconf
+
+#endif

@@ -1,0 +1,103 @@
+#include "netconf/client_reply.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "netconf/xml.h"
+
+namespace netconf {
+namespace {
+
+/// <rpc-reply> stands at depth 1, <data> and <rpc-error> at 2, an error's elements at 3, what is in
+/// <error-info> at 4.
+class ReplyVisitor final : public XmlVisitor {
+public:
+    explicit ReplyVisitor(Reply& reply) : m_reply(reply) {}
+
+    [[nodiscard]] bool IsReply() const { return m_isReply; }
+    [[nodiscard]] std::pair<std::size_t, std::size_t> Data() const { return {m_dataBegin, m_dataEnd}; }
+
+    void OnStart(std::size_t depth, std::string_view ns, std::string_view name, std::size_t /*begin*/,
+                 std::size_t end) override
+    {
+        const bool base = ns == kBaseNamespace;
+        if (depth == 1) m_isReply = base && name == "rpc-reply";
+        if (depth == 2) StartSecond(base ? name : std::string_view{}, end);
+        if (!m_inError) return;
+        if (depth == 3) {
+            m_field = FieldOf(base ? name : std::string_view{});
+            m_inInfo = base && name == "error-info";
+        }
+        if (depth == 4 && m_inInfo) {
+            m_reply.errors.back().info.emplace_back(name, "");
+            m_field = &m_reply.errors.back().info.back().second;
+        }
+    }
+
+    void OnEnd(std::size_t depth, std::size_t begin) override
+    {
+        if (depth == 2) {
+            if (m_inData) m_dataEnd = begin;
+            m_inData = false;
+            m_inError = false;
+        }
+        if (depth == 3) m_inInfo = false;
+        if (depth == 3 || depth == 4) m_field = nullptr;
+    }
+
+    void OnText(std::size_t /*depth*/, std::string_view text) override
+    {
+        if (m_field != nullptr) m_field->append(text);
+    }
+
+private:
+    void StartSecond(std::string_view name, std::size_t end)
+    {
+        m_inData = name == "data";
+        m_inError = name == "rpc-error";
+        if (m_inData) m_dataBegin = end;
+        if (m_inError) m_reply.errors.push_back(RpcError{"", "", "", "", "", "", {}, {}});
+    }
+
+    std::string* FieldOf(std::string_view name)
+    {
+        RpcError& error = m_reply.errors.back();
+        if (name == "error-type") return &error.type;
+        if (name == "error-tag") return &error.tag;
+        if (name == "error-severity") return &error.severity;
+        if (name == "error-app-tag") return &error.appTag;
+        if (name == "error-path") return &error.path;
+        if (name == "error-message") return &error.message;
+        return nullptr;
+    }
+
+    Reply& m_reply;
+    std::string* m_field = nullptr;
+    bool m_isReply = false;
+    bool m_inData = false;
+    bool m_inError = false;
+    bool m_inInfo = false;
+    std::size_t m_dataBegin = 0;
+    std::size_t m_dataEnd = 0;
+};
+
+}  // namespace
+
+std::variant<Reply, std::string> ParseReply(std::string xml)
+{
+    Reply reply;
+    reply.xml = std::move(xml);
+    ReplyVisitor visitor(reply);
+    if (auto problem = ReadXml(reply.xml, visitor)) return "the reply can't be read: " + *problem;
+    if (!visitor.IsReply()) return "the server's message is no <rpc-reply>";
+    const auto [begin, end] = visitor.Data();
+    if (end > begin) reply.data = reply.xml.substr(begin, end - begin);
+    reply.ok = std::all_of(reply.errors.begin(), reply.errors.end(),
+                           [](const RpcError& error) { return error.IsWarning(); });
+    return reply;
+}
+
+}  // namespace netconf

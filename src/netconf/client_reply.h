@@ -1,0 +1,18 @@
+// Reading of an <rpc-reply>. Used by client.cpp and its tests only.
+
+#ifndef NETCONF_CLIENT_REPLY_H
+#define NETCONF_CLIENT_REPLY_H
+
+#include <string>
+#include <variant>
+
+#include "netconf/client.h"
+
+namespace netconf {
+
+/// The reply, or what is wrong with the message.
+std::variant<Reply, std::string> ParseReply(std::string xml);
+
+}  // namespace netconf
+
+#endif

@@ -1,0 +1,61 @@
+// How messages are told apart in a stream of bytes (RFC 6242, section 4): by an end mark until both
+// sides have said hello, and in chunks afterwards where both know base:1.1. Knows no XML.
+
+#ifndef NETCONF_FRAMING_H
+#define NETCONF_FRAMING_H
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "netconf/names.h"
+
+namespace netconf {
+
+enum class Framing { kEndOfMessage, kChunked };
+
+/// Takes bytes in, gives messages out.
+class MessageReader {
+public:
+    explicit MessageReader(std::size_t limit = kMaxMessage) : m_limit(limit) {}
+
+    /// Holds for everything behind the last message taken by Next.
+    void SetFraming(Framing framing) { m_framing = framing; }
+
+    void Append(std::string_view bytes);
+
+    /// The next whole message; nullopt: more bytes are needed, or the framing is broken (see Problem).
+    std::optional<std::string> Next();
+
+    /// What is wrong with the bytes, empty for nothing. Nothing can be read behind a broken frame.
+    [[nodiscard]] const std::string& Problem() const { return m_problem; }
+
+    /// Whether a message has begun that is not whole yet.
+    [[nodiscard]] bool Midway() const { return !m_message.empty() || m_position < m_input.size(); }
+
+private:
+    enum class Step { kDone, kMore, kMessage };
+    bool NextByMark();
+    bool NextByChunks();
+    Step ReadHeader();
+    Step ReadChunk();
+    Step Fail(std::string problem);
+    std::string Take();
+
+    std::size_t m_limit;
+    Framing m_framing = Framing::kEndOfMessage;
+    std::string m_input;  // received; consumed up to m_position
+    std::size_t m_position = 0;
+    std::string m_message;        // what is there of the next message
+    std::size_t m_chunkLeft = 0;  // bytes of the current chunk not yet received
+    std::string m_problem;
+};
+
+/// What goes before and behind a message of that many bytes.
+std::string FrameHeader(Framing framing, std::size_t size);
+std::string_view FrameTrailer(Framing framing);
+
+}  // namespace netconf
+
+#endif

@@ -1,0 +1,104 @@
+#include "netconf/hello.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+
+#include "netconf/xml.h"
+
+namespace netconf {
+namespace {
+
+std::string_view Trimmed(std::string_view text)
+{
+    constexpr std::string_view kBlank = " \t\r\n";
+    const std::size_t begin = text.find_first_not_of(kBlank);
+    if (begin == std::string_view::npos) return {};
+    return text.substr(begin, text.find_last_not_of(kBlank) - begin + 1);
+}
+
+class HelloVisitor final : public XmlVisitor {
+public:
+    void OnStart(std::size_t depth, std::string_view ns, std::string_view name, std::size_t /*begin*/,
+                 std::size_t /*end*/) override
+    {
+        const bool base = ns == kBaseNamespace;
+        if (depth == 1) m_isHello = base && name == "hello";
+        if (depth == 2) m_inList = base && name == "capabilities";
+        m_isCapability = depth == 3 && m_inList && base && name == "capability";
+        m_isSession = depth == 2 && base && name == "session-id";
+        m_text.clear();
+    }
+
+    void OnEnd(std::size_t /*depth*/, std::size_t /*begin*/) override
+    {
+        if (m_isCapability) m_hello.capabilities.emplace_back(Trimmed(m_text));
+        if (m_isSession) m_session = std::string(Trimmed(m_text));
+        m_isCapability = false;
+        m_isSession = false;
+    }
+
+    void OnText(std::size_t /*depth*/, std::string_view text) override
+    {
+        if (m_isCapability || m_isSession) m_text.append(text);
+    }
+
+    std::variant<Hello, std::string> Result()
+    {
+        if (!m_isHello) return "the first message is no <hello> of the NETCONF base namespace";
+        if (m_session) {
+            const char* end = m_session->data() + m_session->size();
+            const auto parsed = std::from_chars(m_session->data(), end, m_hello.sessionId);
+            if (parsed.ec != std::errc{} || parsed.ptr != end || m_hello.sessionId == 0)
+                return "the <session-id> of the <hello> is no number from 1 to 4294967295";
+        }
+        return std::move(m_hello);
+    }
+
+private:
+    Hello m_hello;
+    std::optional<std::string> m_session;
+    std::string m_text;
+    bool m_isHello = false;
+    bool m_inList = false;
+    bool m_isCapability = false;
+    bool m_isSession = false;
+};
+
+}  // namespace
+
+bool Hello::Has(std::string_view capability) const
+{
+    return std::find(capabilities.begin(), capabilities.end(), capability) != capabilities.end();
+}
+
+std::string ToXml(const Hello& hello)
+{
+    std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<hello xmlns=\"";
+    out.append(kBaseNamespace).append("\"><capabilities>");
+    for (const std::string& capability : hello.capabilities) {
+        out.append("<capability>");
+        AppendEscaped(out, capability);
+        out.append("</capability>");
+    }
+    out.append("</capabilities>");
+    if (hello.sessionId != 0)
+        out.append("<session-id>").append(std::to_string(hello.sessionId)).append("</session-id>");
+    return out.append("</hello>");
+}
+
+std::variant<Hello, std::string> ParseHello(std::string_view xml)
+{
+    HelloVisitor visitor;
+    if (auto problem = ReadXml(xml, visitor)) return "the <hello> can't be read: " + *problem;
+    return visitor.Result();
+}
+
+std::optional<Framing> CommonFraming(const Hello& ours, const Hello& theirs)
+{
+    if (ours.Has(kBase11) && theirs.Has(kBase11)) return Framing::kChunked;
+    if (ours.Has(kBase10) && theirs.Has(kBase10)) return Framing::kEndOfMessage;
+    return std::nullopt;
+}
+
+}  // namespace netconf

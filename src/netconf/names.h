@@ -1,0 +1,23 @@
+// The names and bounds that both ends of a NETCONF session agree on (RFC 6241, RFC 6242).
+
+#ifndef NETCONF_NAMES_H
+#define NETCONF_NAMES_H
+
+#include <cstddef>
+#include <string_view>
+
+namespace netconf {
+
+inline constexpr std::string_view kBaseNamespace = "urn:ietf:params:xml:ns:netconf:base:1.0";
+inline constexpr std::string_view kBase10 = "urn:ietf:params:netconf:base:1.0";
+inline constexpr std::string_view kBase11 = "urn:ietf:params:netconf:base:1.1";
+
+/// A message is at most this long, in either direction; a longer one ends the session.
+inline constexpr std::size_t kMaxMessage = std::size_t{64} << 20;
+
+/// Elements of a message stand at most this deep in each other.
+inline constexpr std::size_t kMaxDepth = 128;
+
+}  // namespace netconf
+
+#endif

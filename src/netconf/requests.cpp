@@ -1,0 +1,89 @@
+#include "netconf/requests.h"
+
+#include "netconf/xml.h"
+
+namespace netconf {
+namespace {
+
+constexpr std::string_view kSystem = "urn:switch:yang:switch-system";
+
+void AppendFilter(std::string& out, std::optional<std::string_view> filter)
+{
+    if (!filter) return;
+    out.append("<filter type=\"subtree\">").append(*filter).append("</filter>");
+}
+
+std::string WithDatastore(std::string_view operation, std::string_view role, std::string_view datastore)
+{
+    std::string out;
+    out.append("<").append(operation).append("><").append(role).append("><");
+    out.append(Escaped(datastore)).append("/></").append(role).append("></").append(operation).append(">");
+    return out;
+}
+
+void AppendLeaf(std::string& out, std::string_view name, std::string_view value)
+{
+    if (value.empty()) return;
+    out.append("<").append(name).append(">");
+    AppendEscaped(out, value);
+    out.append("</").append(name).append(">");
+}
+
+}  // namespace
+
+std::string Get(std::optional<std::string_view> filter)
+{
+    std::string out = "<get>";
+    AppendFilter(out, filter);
+    return out + "</get>";
+}
+
+std::string GetConfig(std::string_view source, std::optional<std::string_view> filter)
+{
+    std::string out = "<get-config><source><" + Escaped(source) + "/></source>";
+    AppendFilter(out, filter);
+    return out + "</get-config>";
+}
+
+std::string EditConfig(std::string_view config, const EditOptions& options)
+{
+    std::string out = "<edit-config><target><candidate/></target>";
+    AppendLeaf(out, "default-operation", options.defaultOperation);
+    AppendLeaf(out, "test-option", options.testOption);
+    AppendLeaf(out, "error-option", options.errorOption);
+    return out.append("<config>").append(config).append("</config></edit-config>");
+}
+
+std::string Commit(std::string_view comment)
+{
+    std::string out = "<commit>";
+    if (!comment.empty()) {
+        out.append("<comment xmlns=\"").append(kSystem).append("\">");
+        AppendEscaped(out, comment);
+        out.append("</comment>");
+    }
+    return out + "</commit>";
+}
+
+std::string Validate(std::string_view source) { return WithDatastore("validate", "source", source); }
+std::string DiscardChanges() { return "<discard-changes/>"; }
+std::string Lock(std::string_view target) { return WithDatastore("lock", "target", target); }
+std::string Unlock(std::string_view target) { return WithDatastore("unlock", "target", target); }
+std::string CloseSession() { return "<close-session/>"; }
+
+std::string KillSession(std::uint32_t id)
+{
+    return "<kill-session><session-id>" + std::to_string(id) + "</session-id></kill-session>";
+}
+
+std::string HaTransition(std::string_view role)
+{
+    std::string out = "<ha-transition xmlns=\"";
+    out.append(kSystem).append("\"><role>");
+    AppendEscaped(out, role);
+    return out + "</role></ha-transition>";
+}
+
+std::string SflowResync() { return std::string("<sflow-resync xmlns=\"").append(kSystem).append("\"/>"); }
+
+}  // namespace netconf

@@ -1,0 +1,41 @@
+// The operations of an <rpc> as text, for a client. Arguments that are XML are inserted as they are,
+// all others are escaped.
+
+#ifndef NETCONF_REQUESTS_H
+#define NETCONF_REQUESTS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace netconf {
+
+struct EditOptions {
+    std::string defaultOperation;  // merge, replace, none; empty: the server's default, merge
+    std::string testOption;        // test-then-set, set, test-only
+    std::string errorOption;       // stop-on-error, rollback-on-error
+};
+
+/// `filter`: the elements of a subtree filter; none: everything. An empty one selects nothing.
+std::string Get(std::optional<std::string_view> filter = {});
+std::string GetConfig(std::string_view source, std::optional<std::string_view> filter = {});
+
+/// `config`: the XML elements inside <config>. Target is the candidate.
+std::string EditConfig(std::string_view config, const EditOptions& options = {});
+
+std::string Commit(std::string_view comment = {});
+std::string Validate(std::string_view source = "candidate");
+std::string DiscardChanges();
+std::string Lock(std::string_view target);
+std::string Unlock(std::string_view target);
+std::string CloseSession();
+std::string KillSession(std::uint32_t id);
+
+/// `role`: "active" or "standby".
+std::string HaTransition(std::string_view role);
+std::string SflowResync();
+
+}  // namespace netconf
+
+#endif
