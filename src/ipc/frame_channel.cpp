@@ -90,7 +90,8 @@ bool Channel::Impl::Send(const std::shared_ptr<Channel>& self, const google::pro
 
 void Channel::Impl::Flush(const std::shared_ptr<Channel>& self)
 {
-    const std::string_view chunk = m_socket.is_open() ? m_writer.Chunk() : std::string_view{};
+    if (!m_socket.is_open()) m_writer.Clear();
+    const std::string_view chunk = m_writer.Chunk();
     if (chunk.empty()) {
         m_flushing = false;
         if (m_draining) Release();
