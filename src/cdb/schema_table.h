@@ -27,20 +27,20 @@ struct SchemaNode {
     NodeId id = kNoNode;
     NodeId parent = kNoNode;
     std::string name;
-    std::string module;          // the module that defines the node
+    std::string module;  // the module that defines the node
     NodeKind kind = NodeKind::kContainer;
-    std::uint32_t tag = 0;       // of the name, the same wherever the name occurs
-    std::uint32_t ns = 0;        // namespace hash of the module
-    std::string callpoint;       // on a list: whom to ask when an entry is created; mostly empty
+    std::uint32_t tag = 0;         // of the name, the same wherever the name occurs
+    std::uint32_t ns = 0;          // namespace hash of the module
+    std::string callpoint;         // on a list: whom to ask when an entry is created; mostly empty
     std::vector<NodeId> children;  // schema order; a list's keys first, in key order
 
     // leaves
     bool isKey = false;
     bool mandatory = false;
     ValueType type = ValueType::kNone;
-    Value defaultValue;                // monostate: none
-    NodeId defaultRef = kNoNode;       // the sibling leaf whose value stands in for a missing one
-    std::uint64_t minimum = 0;         // integers: the range's bounds
+    Value defaultValue;           // monostate: none
+    NodeId defaultRef = kNoNode;  // the sibling leaf whose value stands in for a missing one
+    std::uint64_t minimum = 0;    // integers: the range's bounds
     std::uint64_t maximum = 0;
 
     // lists
@@ -52,6 +52,9 @@ struct SchemaNode {
 class SchemaTable {
 public:
     SchemaTable() = default;
+
+    /// `nodes` with their parents before them and siblings in schema order. What follows from that
+    /// is filled in here, whatever it was before: id, children, keys.
     explicit SchemaTable(std::vector<SchemaNode> nodes);
 
     [[nodiscard]] const SchemaNode& operator[](NodeId id) const { return m_nodes[id]; }

@@ -5,7 +5,9 @@
 #define CDB_VALUE_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 
 namespace cdb {
@@ -33,6 +35,11 @@ inline ValueType TypeOf(const Value& value) { return static_cast<ValueType>(valu
 
 /// The value's canonical text, as YANG writes it ("true", "4096", "192.0.2.1", "10.0.0.5/24").
 std::string ToText(const Value& value);
+
+/// The value of that type that the text stands for, in any form that YANG accepts for the type
+/// ("010" is the integer 10); nullopt where it is none. Ranges narrower than the type's are not
+/// looked at.
+std::optional<Value> FromText(ValueType type, std::string_view text);
 
 /// The type's name for messages ("uint32", "ipv4-address", ...).
 const char* TypeName(ValueType type);

@@ -1,0 +1,149 @@
+// Loads the YANG modules into a libyang context.
+
+#include "cdb/schema.h"
+
+#include <libyang/libyang.h>
+
+#include <algorithm>
+#include <array>
+#include <unordered_map>
+
+#include "cdb/schema_derive.h"
+
+namespace cdb {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct FreeContext {
+    void operator()(ly_ctx* context) const { ly_ctx_destroy(context); }
+};
+using ContextOwner = std::unique_ptr<ly_ctx, FreeContext>;
+
+/// Makes libyang keep every message while modules load (the last one alone says only that loading
+/// failed), and only the last one from then on. It never prints.
+class MessageKeeping {
+public:
+    MessageKeeping() { ly_log_options(LY_LOSTORE); }
+    ~MessageKeeping() { ly_log_options(LY_LOSTORE_LAST); }
+    MessageKeeping(const MessageKeeping&) = delete;
+    MessageKeeping& operator=(const MessageKeeping&) = delete;
+};
+
+std::string Messages(const ly_ctx* context)
+{
+    std::string text;
+    for (const ly_err_item* item = ly_err_first(context); item != nullptr; item = item->next) {
+        if (item->level != LY_LLERR) continue;
+        if (!text.empty()) text += ' ';
+        text += item->msg;
+        if (item->path != nullptr) text += " (" + std::string(item->path) + ")";
+    }
+    return text.empty() ? "no reason given" : text;
+}
+
+ContextOwner MakeContext(const fs::path& directory)
+{
+    ly_ctx* context = nullptr;
+    const auto options = LY_CTX_DISABLE_SEARCHDIR_CWD;
+    if (ly_ctx_new(directory.c_str(), options, &context) != LY_SUCCESS)
+        throw FatalError("the YANG modules can't be read from " + directory.string() +
+                         ": check that it is a readable directory");
+    ContextOwner owned(context);
+    // A missing directory shows when a module is not found, and that error says more.
+    static_cast<void>(ly_ctx_set_searchdir(context, SFLOW_IETF_YANG_DIR));
+    return owned;
+}
+
+void LoadModule(ly_ctx* context, const std::string& name, const char** features)
+{
+    if (ly_ctx_load_module(context, name.c_str(), nullptr, features) != nullptr) return;
+    throw FatalError("the YANG module " + name + " can't be loaded: " + Messages(context));
+}
+
+/// The names of the modules in the directory, in ascending order.
+std::vector<std::string> ModulesIn(const fs::path& directory)
+{
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator it(directory, error), end; !error && it != end; it.increment(error)) {
+        if (it->path().extension() != ".yang") continue;
+        const std::string stem = it->path().stem().string();
+        names.push_back(stem.substr(0, stem.find('@')));
+    }
+    if (error)
+        throw FatalError("the YANG modules can't be read from " + directory.string() + ": " +
+                         error.message());
+    if (names.empty()) throw FatalError("there are no YANG modules in " + directory.string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+void LoadModules(ly_ctx* context, const fs::path& directory)
+{
+    // What the management agent offers of NETCONF (RFC 6241, section 8).
+    std::array<const char*, 5> features{"candidate", "confirmed-commit", "rollback-on-error", "validate",
+                                        nullptr};
+    LoadModule(context, "ietf-netconf", features.data());
+    LoadModule(context, "ietf-netconf-monitoring", nullptr);
+    LoadModule(context, "ietf-netconf-with-defaults", nullptr);
+    for (const auto& name : ModulesIn(directory)) LoadModule(context, name, nullptr);
+}
+
+}  // namespace
+
+class Schema::Impl {
+public:
+    explicit Impl(const fs::path& directory)
+    {
+        const MessageKeeping keeping;
+        context = MakeContext(directory);
+        LoadModules(context.get(), directory);
+        ly_err_clean(context.get(), nullptr);
+        derived = DeriveSchema(context.get());
+        for (std::size_t i = 0; i < derived.compiled.size(); ++i)
+            ids.emplace(derived.compiled[i], static_cast<NodeId>(i));
+    }
+
+    ContextOwner context;
+    DerivedSchema derived;
+    std::unordered_map<const lysc_node*, NodeId> ids;
+};
+
+std::unique_ptr<Schema> Schema::Load(const fs::path& directory)
+{
+    return std::unique_ptr<Schema>(new Schema(std::make_unique<Impl>(directory)));
+}
+
+Schema::Schema(std::unique_ptr<Impl> impl) : m_impl(std::move(impl)) {}
+
+Schema::~Schema() = default;
+
+ly_ctx* Schema::Context() const { return m_impl->context.get(); }
+
+const SchemaTable& Schema::Table() const { return m_impl->derived.table; }
+
+NodeId Schema::IdOf(const lysc_node* node) const
+{
+    const auto it = m_impl->ids.find(node);
+    return it == m_impl->ids.end() ? kNoNode : it->second;
+}
+
+const lysc_node* Schema::NodeOf(NodeId id) const
+{
+    const auto& compiled = m_impl->derived.compiled;
+    return id < compiled.size() ? compiled[id] : nullptr;
+}
+
+std::vector<Schema::Module> Schema::Modules() const
+{
+    std::vector<Module> modules;
+    std::uint32_t index = 0;
+    while (const lys_module* module = ly_ctx_get_module_iter(m_impl->context.get(), &index)) {
+        if (module->implemented == 0) continue;
+        modules.push_back({module->name, module->revision != nullptr ? module->revision : "", module->ns});
+    }
+    return modules;
+}
+
+}  // namespace cdb

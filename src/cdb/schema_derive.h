@@ -1,0 +1,26 @@
+// Derives the schema table from compiled YANG modules. Used by schema.cpp only.
+
+#ifndef CDB_SCHEMA_DERIVE_H
+#define CDB_SCHEMA_DERIVE_H
+
+#include <vector>
+
+#include "cdb/schema_table.h"
+
+struct ly_ctx;
+struct lysc_node;
+
+namespace cdb {
+
+struct DerivedSchema {
+    SchemaTable table;
+    std::vector<const lysc_node*> compiled;  // by NodeId
+};
+
+/// The configuration nodes of every implemented module, modules in the order of their loading.
+/// Throws FatalError as Schema::Load says.
+DerivedSchema DeriveSchema(const ly_ctx* context);
+
+}  // namespace cdb
+
+#endif
