@@ -29,6 +29,9 @@ enum class DefaultOperation : std::uint8_t { kMerge, kReplace, kNone };
 /// error-option. kContinueOnError is not offered.
 enum class ErrorOption : std::uint8_t { kStopOnError, kRollbackOnError };
 
+/// The test-option of an edit (RFC 6241, section 7.2).
+enum class TestOption : std::uint8_t { kSet, kTestThenSet, kTestOnly };
+
 /// An entry that an edit will create in the candidate, and whom to ask about it.
 struct NewEntry {
     Path path;
@@ -73,6 +76,13 @@ public:
     /// that the edit does not create is dropped.
     [[nodiscard]] std::optional<Error> Edit(const lyd_node* edit, DefaultOperation operation, ErrorOption onError,
                                             const std::vector<LeafWrite>& writes);
+
+    /// Edit, and the test that goes with it. kSet: Edit alone. kTestThenSet: the candidate is validated
+    /// afterwards and, where it is not valid, is as before the edit. kTestOnly: likewise, and as before
+    /// in any case. Returns the edit's error or those of the validation; empty: done.
+    [[nodiscard]] std::vector<Error> EditAndTest(const lyd_node* edit, DefaultOperation operation,
+                                                 ErrorOption onError, TestOption test,
+                                                 const std::vector<LeafWrite>& writes);
 
     /// Whether candidate differs from running (looked for at what was touched only).
     [[nodiscard]] bool Changed() const;
