@@ -80,6 +80,10 @@ private:
     std::unique_ptr<Impl> m_impl;
 };
 
+/// Connects to the socket at the path without waiting. Null, with `reason` set, when nobody listens
+/// there, or too many wait to be accepted.
+std::shared_ptr<Channel> Connect(boost::asio::io_context& loop, const std::string& path, std::string& reason);
+
 /// Writes one frame to a blocking socket and waits until the kernel has it, for at most
 /// `timeout`. For processes that are about to end. False when it could not be written.
 bool SendBlocking(const std::string& socketPath, const google::protobuf::MessageLite& message,

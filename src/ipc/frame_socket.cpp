@@ -103,6 +103,23 @@ void RemoveStale(const std::string& path, const sockaddr_un& address)
 
 }  // namespace
 
+std::shared_ptr<Channel> Connect(boost::asio::io_context& loop, const std::string& path, std::string& reason)
+{
+    sockaddr_un address;
+    if (!MakeAddress(path, address)) {
+        reason = "the path is too long for a socket";
+        return nullptr;
+    }
+    Descriptor peer(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (peer.Get() < 0 || Connect(peer.Get(), address) != 0) {
+        reason = std::strerror(errno);
+        return nullptr;
+    }
+    Channel::Socket socket(loop);
+    socket.assign(boost::asio::local::stream_protocol(), peer.Release());
+    return Channel::Create(std::move(socket));
+}
+
 bool SendBlocking(const std::string& socketPath, const google::protobuf::MessageLite& message,
                   std::chrono::milliseconds timeout)
 {

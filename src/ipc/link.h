@@ -1,0 +1,81 @@
+// A client's connection to a Unix socket, made again for ever when it fails or ends, with a back-off
+// of 100 ms to 2 s. Knows no message: its owner greets the peer and says when it is accepted.
+// Used by the database framework and the sFlow service client.
+
+#ifndef IPC_LINK_H
+#define IPC_LINK_H
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "ipc/timers.h"
+
+namespace google::protobuf {
+class MessageLite;
+}
+
+namespace ipc {
+
+class Channel;
+
+class Link {
+public:
+    static constexpr std::chrono::milliseconds kFirstDelay{100};
+    static constexpr std::chrono::milliseconds kLastDelay{2000};
+
+    /// All called from the loop, never from inside an operation of this class.
+    struct Handlers {
+        std::function<void()> onConnected;  // greet the peer
+        std::function<void(std::string_view frame)> onFrame;
+        std::function<void(std::string_view reason)> onClosed;  // by the peer or an error; will be made again
+    };
+
+    /// `loop` and `timers` must outlive it.
+    Link(boost::asio::io_context& loop, Timers& timers, std::string path, Handlers handlers);
+    Link(const Link&) = delete;
+    Link& operator=(const Link&) = delete;
+    ~Link();
+
+    /// Begins to connect, from the loop. No effect on one that has been started.
+    void Start();
+
+    /// Ends the connection, once what is queued has been written, and makes no other.
+    void Stop();
+
+    /// Ends the connection without a call of onClosed, and connects again: after the back-off, or at
+    /// once. What is queued is dropped.
+    void Retry();
+    void Renew();
+
+    /// The peer has accepted us: the next failure is tried again after the first delay.
+    void Accepted();
+
+    /// False where there is no connection, or the queue is full (which ends it).
+    bool Send(const google::protobuf::MessageLite& message);
+
+    /// Whether bytes are queued of which the peer has taken none for so long.
+    [[nodiscard]] bool Stuck(std::chrono::milliseconds limit) const;
+
+private:
+    void Attempt();
+    void RetryLater(std::chrono::milliseconds delay);
+    void DropChannel(bool discard);
+
+    boost::asio::io_context& m_loop;
+    Timers& m_timers;
+    const std::string m_path;
+    const Handlers m_handlers;
+    std::shared_ptr<Channel> m_channel;
+    std::shared_ptr<void> m_attempt;  // the timer of the next attempt
+    std::chrono::milliseconds m_delay = kFirstDelay;
+    bool m_started = false;
+    bool m_failureLogged = false;
+};
+
+}  // namespace ipc
+
+#endif
