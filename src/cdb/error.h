@@ -23,10 +23,10 @@ enum class ErrorTag : std::uint8_t {
 struct Error {
     ErrorTag tag = ErrorTag::kOperationFailed;
     std::string message;   // names the thing and the remedy; one sentence
-    std::string path;      // data path of the node concerned; may be empty
-    std::string appTag;    // RFC 7950, section 15, where it defines one
+    std::string path{};    // data path of the node concerned; may be empty
+    std::string appTag{};  // RFC 7950, section 15, where it defines one
     /// error-info, element name and content: bad-element, bad-attribute, bad-namespace, session-id.
-    std::vector<std::pair<std::string, std::string>> info;
+    std::vector<std::pair<std::string, std::string>> info{};
     friend bool operator==(const Error&, const Error&) = default;
 };
 

@@ -40,11 +40,11 @@ struct RowKey {
 
 struct HistoryEntry {
     std::uint64_t commit = 0;
-    std::int64_t timeUs = 0;   // since the epoch
+    std::int64_t timeUs = 0;  // since the epoch
     std::string user;
-    std::string source;        // "netconf", "init"
+    std::string source;  // "netconf", "init"
     std::string comment;
-    std::string undo;          // what takes the datastore back to the commit before (see datastore)
+    std::string undo;  // what takes the datastore back to the commit before (see datastore)
 };
 
 struct Fault {
@@ -86,8 +86,9 @@ public:
 
         /// Visits entries in ascending byte order, from the `first`th on, until the visitor returns false.
         /// `keys` are the entry's own.
-        void Scan(NodeId list, const std::vector<std::string>& parentKeys, std::size_t first,
-                  const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const;
+        void Scan(
+            NodeId list, const std::vector<std::string>& parentKeys, std::size_t first,
+            const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const;
 
     private:
         friend class StoreReader;
@@ -116,7 +117,8 @@ class Store {
 public:
     /// Opens or creates the store. Throws FatalError, having changed nothing: another process holds it
     /// (its process id is named), a newer or damaged format, no permission, no space.
-    static std::unique_ptr<Store> Open(const std::filesystem::path& directory, const StoreOptions& options = {});
+    static std::unique_ptr<Store> Open(const std::filesystem::path& directory,
+                                       const StoreOptions& options = {});
     ~Store();
 
     [[nodiscard]] const std::filesystem::path& Directory() const;

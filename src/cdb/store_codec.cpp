@@ -1,0 +1,206 @@
+// The bytes of the store's keys and values.
+
+#include "cdb/store_codec.h"
+
+#include <boost/crc.hpp>
+
+#include "cdb/store.pb.h"
+#include "cdb/value_message.h"
+
+namespace cdb::codec {
+namespace {
+
+constexpr std::string_view kMark = "sflow-switch store";
+constexpr std::size_t kHeadSize = 5;  // the format in one byte, the checksum in four
+constexpr unsigned kByteBits = 8;
+
+template <typename Integer>
+void AppendBigEndian(std::string& out, Integer number)
+{
+    for (unsigned shift = sizeof(Integer) * kByteBits; shift > 0; shift -= kByteBits)
+        out += static_cast<char>(number >> (shift - kByteBits));
+}
+
+std::uint64_t BigEndian(std::string_view bytes)
+{
+    std::uint64_t number = 0;
+    for (const char byte : bytes) number = number << kByteBits | static_cast<unsigned char>(byte);
+    return number;
+}
+
+std::uint32_t Checksum(std::string_view key, std::string_view payload)
+{
+    boost::crc_32_type sum;
+    sum.process_bytes(key.data(), key.size());
+    sum.process_bytes(payload.data(), payload.size());
+    return sum.checksum();
+}
+
+template <typename Message>
+bool Parse(std::string_view payload, Message& message)
+{
+    return message.ParseFromArray(payload.data(), static_cast<int>(payload.size()));
+}
+
+}  // namespace
+
+std::string FormatMark(std::uint32_t format)
+{
+    std::string mark(kMark);
+    AppendBigEndian(mark, format);
+    return mark;
+}
+
+std::optional<std::uint32_t> FormatOf(std::string_view mark)
+{
+    if (!mark.starts_with(kMark) || mark.size() != kMark.size() + sizeof(std::uint32_t)) return std::nullopt;
+    return static_cast<std::uint32_t>(BigEndian(mark.substr(kMark.size())));
+}
+
+std::string NumberBytes(std::uint64_t number)
+{
+    std::string bytes;
+    AppendBigEndian(bytes, number);
+    return bytes;
+}
+
+std::optional<std::uint64_t> NumberOf(std::string_view bytes)
+{
+    if (bytes.size() != sizeof(std::uint64_t)) return std::nullopt;
+    return BigEndian(bytes);
+}
+
+std::string Seal(std::string_view key, std::string_view payload)
+{
+    std::string sealed;
+    sealed.reserve(kHeadSize + payload.size());
+    sealed += static_cast<char>(kFormat);
+    AppendBigEndian(sealed, Checksum(key, payload));
+    sealed += payload;
+    return sealed;
+}
+
+std::optional<std::string_view> Payload(std::string_view sealed)
+{
+    if (sealed.size() < kHeadSize || sealed.front() != static_cast<char>(kFormat)) return std::nullopt;
+    return sealed.substr(kHeadSize);
+}
+
+bool IsIntact(std::string_view key, std::string_view sealed)
+{
+    const auto payload = Payload(sealed);
+    return payload && BigEndian(sealed.substr(1, sizeof(std::uint32_t))) == Checksum(key, *payload);
+}
+
+void ToBytes(const Row& row, std::string& payload)
+{
+    stored::Row message;
+    for (const auto& [name, value] : row.leaves) {
+        auto& leaf = *message.add_leaves();
+        leaf.set_name(name);
+        ToMessage(value, *leaf.mutable_value());
+    }
+    message.SerializeToString(&payload);
+}
+
+std::string ToBytes(const HistoryEntry& entry)
+{
+    stored::HistoryEntry message;
+    message.set_commit(entry.commit);
+    message.set_time_us(entry.timeUs);
+    message.set_user(entry.user);
+    message.set_source(entry.source);
+    message.set_comment(entry.comment);
+    message.set_undo(entry.undo);
+    return message.SerializeAsString();
+}
+
+std::string ToBytes(const Fault& fault)
+{
+    stored::Fault message;
+    message.set_number(fault.number);
+    message.set_time_us(fault.timeUs);
+    message.set_process(fault.process);
+    message.set_pid(fault.pid);
+    message.set_kind(fault.kind);
+    message.set_function(fault.function);
+    message.set_file(fault.file);
+    message.set_line(fault.line);
+    message.set_text(fault.text);
+    return message.SerializeAsString();
+}
+
+RowReader::RowReader() : m_message(std::make_unique<stored::Row>()) {}
+
+RowReader::~RowReader() = default;
+
+bool RowReader::Read(std::string_view payload, Row& row)
+{
+    if (!Parse(payload, *m_message)) return false;
+    row.leaves.resize(static_cast<std::size_t>(m_message->leaves_size()));
+    auto leaf = row.leaves.begin();
+    for (const auto& message : m_message->leaves()) {
+        auto value = FromMessage(message.value());
+        if (!value) return false;
+        leaf->first = message.name();
+        leaf->second = std::move(*value);
+        ++leaf;
+    }
+    return true;
+}
+
+std::optional<HistoryEntry> HistoryEntryOf(std::string_view payload)
+{
+    stored::HistoryEntry message;
+    if (!Parse(payload, message)) return std::nullopt;
+    return HistoryEntry{message.commit(), message.time_us(), message.user(),
+                        message.source(), message.comment(), message.undo()};
+}
+
+std::optional<Fault> FaultOf(std::string_view payload)
+{
+    stored::Fault message;
+    if (!Parse(payload, message)) return std::nullopt;
+    return Fault{message.number(),   message.time_us(), message.process(), message.pid(), message.kind(),
+                 message.function(), message.file(),    message.line(),    message.text()};
+}
+
+RowKeys::RowKeys(SchemaTable schema) : m_schema(std::move(schema))
+{
+    m_paths.reserve(m_schema.Size());
+    for (const auto& node : m_schema.Nodes()) m_paths.push_back(m_schema.PathOf(node.id) + '\0');
+}
+
+void RowKeys::Prefix(NodeId node, const std::vector<std::string>& keys, std::string& out) const
+{
+    out = m_paths[node];
+    for (const auto& key : keys) {
+        out += key;
+        out += '\0';
+    }
+}
+
+void RowKeys::Split(std::string_view rest, std::vector<std::string>& keys)
+{
+    std::size_t count = 0;
+    while (!rest.empty()) {
+        const auto end = std::min(rest.find('\0'), rest.size());
+        if (count == keys.size()) keys.emplace_back();
+        keys[count++].assign(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    keys.resize(count);
+}
+
+std::string Readable(std::string_view rowKey)
+{
+    const auto end = std::min(rowKey.find('\0'), rowKey.size());
+    std::string text(rowKey.substr(0, end));
+    rowKey.remove_prefix(std::min(end + 1, rowKey.size()));
+    std::vector<std::string> keys;
+    RowKeys::Split(rowKey, keys);
+    for (const auto& key : keys) text += '{' + key + '}';
+    return text;
+}
+
+}  // namespace cdb::codec

@@ -1,0 +1,200 @@
+// The LMDB environment of a store.
+
+#include "cdb/store_environment.h"
+
+#include <cerrno>
+
+namespace cdb {
+namespace {
+
+constexpr unsigned kDatabases = 8;
+constexpr unsigned kReaders = 512;
+constexpr std::size_t kKeptReadings = 8;
+constexpr mdb_mode_t kFileMode = 0640;
+
+bool IsFull(int code)
+{
+    return code == MDB_MAP_FULL || code == MDB_TXN_FULL || code == ENOSPC || code == EDQUOT || code == EFBIG;
+}
+
+unsigned Flags(Environment::Access access)
+{
+    switch (access) {
+    case Environment::Access::kRead:
+        return MDB_NOTLS | MDB_RDONLY;
+    case Environment::Access::kWrite:
+        return MDB_NOTLS;
+    case Environment::Access::kCheck:
+        return MDB_NOTLS | MDB_RDONLY | MDB_NOLOCK;
+    }
+    return MDB_RDONLY;
+}
+
+std::string Reason(int code)
+{
+    switch (code) {
+    case MDB_INVALID:
+        return "the file is damaged or no database";
+    case MDB_VERSION_MISMATCH:
+        return "the file was written by another version of the database library";
+    case MDB_CORRUPTED:
+    case MDB_PAGE_NOTFOUND:
+        return "the file is damaged";
+    case ENOENT:
+        return "there is none";
+    default:
+        return mdb_strerror(code);
+    }
+}
+
+}  // namespace
+
+Error ToError(const std::filesystem::path& directory, const std::string& what, int code)
+{
+    Error error;
+    const std::string store = "the store in " + directory.string();
+    if (IsFull(code)) {
+        error.tag = ErrorTag::kResourceDenied;
+        error.message = what + " failed: " + store + " is full (" + mdb_strerror(code) +
+                        "); free some space and try again, nothing was changed";
+    } else if (code == MDB_BAD_VALSIZE) {
+        error.tag = ErrorTag::kTooBig;
+        error.message = what + " failed: the keys of an entry are too long together; use shorter names";
+    } else {
+        error.tag = ErrorTag::kOperationFailed;
+        error.message = what + " failed in " + store + ": " + mdb_strerror(code) + "; nothing was changed";
+    }
+    return error;
+}
+
+Environment::Environment(const std::filesystem::path& directory, Access access, std::size_t mapSize)
+    : m_directory(directory)
+{
+    int code = mdb_env_create(&m_environment);
+    if (code != MDB_SUCCESS) Fail("opening", code);
+    mdb_env_set_maxdbs(m_environment, kDatabases);
+    mdb_env_set_maxreaders(m_environment, kReaders);
+    if (mapSize != 0) mdb_env_set_mapsize(m_environment, mapSize);
+    code = mdb_env_open(m_environment, directory.c_str(), Flags(access), kFileMode);
+    if (code == MDB_SUCCESS && access != Access::kCheck) code = mdb_reader_check(m_environment, nullptr);
+    if (code == MDB_SUCCESS) return;
+    mdb_env_close(m_environment);
+    Fail("opening", code);
+}
+
+Environment::~Environment()
+{
+    m_idle.clear();
+    mdb_env_close(m_environment);
+}
+
+void Environment::Fail(const std::string& what, int code) const
+{
+    std::string remedy;
+    if (code == ENOENT) remedy = "; is cdbd running, with the same SFLOW_STATE_DIR?";
+    if (code == EACCES || code == EPERM) remedy = "; run as a user who may use it";
+    throw FatalError(what + " the store in " + m_directory.string() + " failed: " + Reason(code) + remedy);
+}
+
+void Environment::UseDatabases()
+{
+    MDB_txn* transaction = nullptr;
+    int code = mdb_txn_begin(m_environment, nullptr, MDB_RDONLY, &transaction);
+    if (code != MDB_SUCCESS) Fail("reading", code);
+    MDB_val key = Bytes(codec::kFormatKey);
+    MDB_val mark{};
+    code = mdb_dbi_open(transaction, "meta", 0, &meta);
+    if (code == MDB_SUCCESS) code = mdb_get(transaction, meta, &key, &mark);
+    const auto format = code == MDB_SUCCESS ? codec::FormatOf(Text(mark)) : std::nullopt;
+    if (format == codec::kFormat) {
+        code = mdb_dbi_open(transaction, "rows", 0, &rows);
+        if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "history", 0, &history);
+        if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "faults", 0, &faults);
+        if (code != MDB_SUCCESS) mdb_txn_abort(transaction);
+        if (code == MDB_SUCCESS) code = mdb_txn_commit(transaction);  // keeps the handles
+        if (code != MDB_SUCCESS) Fail("reading", code);
+        return;
+    }
+    mdb_txn_abort(transaction);
+    const std::string file = (m_directory / kDataFile).string();
+    if (!format)
+        throw FatalError(file + " is not a store of this program; move it away or name another directory");
+    throw FatalError(file + " has the format " + std::to_string(*format) +
+                     ", but this program knows the format " + std::to_string(codec::kFormat) +
+                     " only; use the version that wrote it");
+}
+
+void Environment::MakeDatabases()
+{
+    MDB_txn* transaction = nullptr;
+    int code = mdb_txn_begin(m_environment, nullptr, 0, &transaction);
+    if (code != MDB_SUCCESS) Fail("making", code);
+    const std::string mark = codec::FormatMark();
+    const std::string schema = codec::Seal(codec::kSchemaKey, SchemaTable().Serialize());
+    const auto put = [&](std::string_view name, const std::string& bytes) {
+        MDB_val key = Bytes(name);
+        MDB_val value = Bytes(bytes);
+        return mdb_put(transaction, meta, &key, &value, 0);
+    };
+    code = mdb_dbi_open(transaction, "meta", MDB_CREATE, &meta);
+    if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "rows", MDB_CREATE, &rows);
+    if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "history", MDB_CREATE, &history);
+    if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "faults", MDB_CREATE, &faults);
+    if (code == MDB_SUCCESS) code = put(codec::kFormatKey, mark);
+    if (code == MDB_SUCCESS) code = put(codec::kSchemaKey, schema);
+    if (code != MDB_SUCCESS) mdb_txn_abort(transaction);
+    if (code == MDB_SUCCESS) code = mdb_txn_commit(transaction);
+    if (code != MDB_SUCCESS) Fail("making", code);
+}
+
+std::optional<std::string> Environment::Meta(MDB_txn* transaction, std::string_view name) const
+{
+    MDB_val key = Bytes(name);
+    MDB_val value{};
+    const int code = mdb_get(transaction, meta, &key, &value);
+    if (code == MDB_NOTFOUND) return std::nullopt;
+    if (code != MDB_SUCCESS) Fail("reading", code);
+    if (!codec::IsIntact(name, Text(value)))
+        throw FatalError("the store in " + m_directory.string() + " is damaged: its record \"" +
+                         std::string(name) + "\" can't be read; restore the directory from a copy");
+    return std::string(*codec::Payload(Text(value)));
+}
+
+std::unique_ptr<Environment::Reading> Environment::BeginReading()
+{
+    if (!m_idle.empty()) {
+        auto reading = std::move(m_idle.back());
+        m_idle.pop_back();
+        const int code = mdb_txn_renew(reading->transaction);
+        if (code != MDB_SUCCESS) Fail("reading", code);
+        for (auto& pass : reading->idlePasses) mdb_cursor_renew(reading->transaction, pass->cursor);
+        return reading;
+    }
+    auto reading = std::make_unique<Reading>();
+    const int code = mdb_txn_begin(m_environment, nullptr, MDB_RDONLY, &reading->transaction);
+    if (code != MDB_SUCCESS) Fail("reading", code);
+    return reading;
+}
+
+void Environment::EndReading(std::unique_ptr<Reading> reading)
+{
+    mdb_txn_reset(reading->transaction);
+    if (m_idle.size() < kKeptReadings) m_idle.push_back(std::move(reading));
+}
+
+Environment::Reading::~Reading()
+{
+    for (auto& pass : idlePasses) mdb_cursor_close(pass->cursor);
+    if (transaction != nullptr) mdb_txn_abort(transaction);
+}
+
+SchemaTable StoredSchema(const Environment& environment, MDB_txn* transaction)
+{
+    const auto bytes = environment.Meta(transaction, codec::kSchemaKey);
+    auto schema = bytes ? SchemaTable::Parse(*bytes) : std::nullopt;
+    if (schema) return std::move(*schema);
+    throw FatalError("the store in " + environment.Directory().string() +
+                     " is damaged: its schema can't be read; restore the directory from a copy");
+}
+
+}  // namespace cdb

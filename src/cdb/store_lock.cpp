@@ -1,0 +1,56 @@
+// The file that says which process writes a store.
+
+#include "cdb/store_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "cdb/error.h"
+
+namespace cdb {
+namespace {
+
+constexpr mode_t kFileMode = 0640;
+
+std::string Holder(int file)
+{
+    std::array<char, 32> buffer{};
+    const ssize_t count = pread(file, buffer.data(), buffer.size(), 0);
+    std::string text(buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+    text.resize(std::min(text.find('\n'), text.size()));
+    return text.empty() ? "another process" : "process " + text;
+}
+
+}  // namespace
+
+WriterLock::WriterLock(const std::filesystem::path& directory)
+{
+    const std::string path = directory / "writer.lock";
+    m_file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode);
+    if (m_file < 0) throw FatalError(path + " can't be opened: " + std::strerror(errno));
+    if (flock(m_file, LOCK_EX | LOCK_NB) != 0) {
+        const int code = errno;
+        const std::string holder = Holder(m_file);
+        close(m_file);
+        if (code != EWOULDBLOCK) throw FatalError(path + " can't be locked: " + std::strerror(code));
+        throw FatalError("the store in " + directory.string() + " is in use by " + holder +
+                         "; stop that one first");
+    }
+    const std::string text = std::to_string(getpid()) + '\n';
+    const bool named = ftruncate(m_file, 0) == 0 &&
+                       pwrite(m_file, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+    if (named) return;
+    const int code = errno;
+    close(m_file);
+    throw FatalError(path + " can't be written: " + std::strerror(code));
+}
+
+WriterLock::~WriterLock() { close(m_file); }
+
+}  // namespace cdb

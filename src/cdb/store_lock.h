@@ -1,0 +1,25 @@
+// The file that says which process writes a store. Used by store.cpp only.
+
+#ifndef CDB_STORE_LOCK_H
+#define CDB_STORE_LOCK_H
+
+#include <filesystem>
+
+namespace cdb {
+
+/// Held while it lives, and given up by the kernel when the process dies.
+class WriterLock {
+public:
+    /// Throws FatalError that names the process which has it, or why the file can't be used.
+    explicit WriterLock(const std::filesystem::path& directory);
+    ~WriterLock();
+    WriterLock(const WriterLock&) = delete;
+    WriterLock& operator=(const WriterLock&) = delete;
+
+private:
+    int m_file = -1;
+};
+
+}  // namespace cdb
+
+#endif

@@ -1,0 +1,148 @@
+// Reading the store.
+
+#include "cdb/store_environment.h"
+#include "cdb/store_snapshot.h"
+
+namespace cdb {
+
+StoreReader::Snapshot::Impl::Impl(std::shared_ptr<Environment> environment,
+                                  std::shared_ptr<const codec::RowKeys> keys)
+    : m_environment(std::move(environment)), m_keys(std::move(keys)), m_reading(m_environment->BeginReading())
+{
+}
+
+StoreReader::Snapshot::Impl::~Impl() { m_environment->EndReading(std::move(m_reading)); }
+
+std::uint64_t StoreReader::Snapshot::Impl::Commit() const
+{
+    const auto bytes = m_environment->Meta(m_reading->transaction, codec::kCommitKey);
+    return bytes ? codec::NumberOf(*bytes).value_or(0) : 0;
+}
+
+std::optional<Row> StoreReader::Snapshot::Impl::Get(const RowKey& key)
+{
+    PassHold pass(*this);
+    m_keys->Prefix(key.node, key.keys, pass->prefix);
+    MDB_val name = Bytes(pass->prefix);
+    MDB_val value{};
+    const int code = mdb_get(m_reading->transaction, m_environment->rows, &name, &value);
+    if (code == MDB_NOTFOUND) return std::nullopt;
+    if (code != MDB_SUCCESS) m_environment->Fail("reading", code);
+    Decode(name, value, *pass);
+    return pass->row;
+}
+
+std::size_t StoreReader::Snapshot::Impl::Count(NodeId list, const std::vector<std::string>& parentKeys)
+{
+    PassHold pass(*this);
+    std::size_t count = 0;
+    ForEach(list, parentKeys, *pass, [&count](const MDB_val&, const MDB_val&) {
+        ++count;
+        return true;
+    });
+    return count;
+}
+
+void StoreReader::Snapshot::Impl::Scan(NodeId list, const std::vector<std::string>& parentKeys,
+                                       std::size_t first, const EntryVisitor& visit)
+{
+    PassHold pass(*this);
+    std::size_t index = 0;
+    ForEach(list, parentKeys, *pass, [&](const MDB_val& key, const MDB_val& value) {
+        if (index++ < first) return true;
+        codec::RowKeys::Split(Text(key).substr(pass->prefix.size()), pass->keys);
+        Decode(key, value, *pass);
+        return visit(pass->keys, pass->row);
+    });
+}
+
+template <typename Visit>
+void StoreReader::Snapshot::Impl::ForEach(NodeId list, const std::vector<std::string>& parentKeys,
+                                          Environment::Pass& pass, const Visit& visit)
+{
+    m_keys->Prefix(list, parentKeys, pass.prefix);
+    MDB_val key = Bytes(pass.prefix);
+    MDB_val value{};
+    int code = mdb_cursor_get(pass.cursor, &key, &value, MDB_SET_RANGE);
+    while (code == MDB_SUCCESS && Text(key).starts_with(pass.prefix)) {
+        if (!visit(key, value)) return;
+        code = mdb_cursor_get(pass.cursor, &key, &value, MDB_NEXT);
+    }
+    if (code != MDB_SUCCESS && code != MDB_NOTFOUND) m_environment->Fail("reading", code);
+}
+
+void StoreReader::Snapshot::Impl::Decode(const MDB_val& key, const MDB_val& value,
+                                         Environment::Pass& pass) const
+{
+    const auto payload = codec::Payload(Text(value));
+    if (payload && pass.reader.Read(*payload, pass.row)) return;
+    throw FatalError("the store in " + m_environment->Directory().string() + " is damaged: the row of " +
+                     codec::Readable(Text(key)) + " can't be read; restore the directory from a copy");
+}
+
+StoreReader::Snapshot::Impl::PassHold::PassHold(Impl& snapshot) : m_reading(*snapshot.m_reading)
+{
+    if (!m_reading.idlePasses.empty()) {
+        m_pass = std::move(m_reading.idlePasses.back());
+        m_reading.idlePasses.pop_back();
+        return;
+    }
+    m_pass = std::make_unique<Environment::Pass>();
+    const int code = mdb_cursor_open(m_reading.transaction, snapshot.m_environment->rows, &m_pass->cursor);
+    if (code != MDB_SUCCESS) snapshot.m_environment->Fail("reading", code);
+}
+
+StoreReader::Snapshot::Impl::PassHold::~PassHold() { m_reading.idlePasses.push_back(std::move(m_pass)); }
+
+StoreReader::Snapshot::Snapshot(std::unique_ptr<Impl> impl) : m_impl(std::move(impl)) {}
+StoreReader::Snapshot::Snapshot(Snapshot&&) noexcept = default;
+StoreReader::Snapshot& StoreReader::Snapshot::operator=(Snapshot&&) noexcept = default;
+StoreReader::Snapshot::~Snapshot() = default;
+
+std::uint64_t StoreReader::Snapshot::Commit() const { return m_impl->Commit(); }
+
+std::optional<Row> StoreReader::Snapshot::Get(const RowKey& key) const { return m_impl->Get(key); }
+
+std::size_t StoreReader::Snapshot::Count(NodeId list, const std::vector<std::string>& parentKeys) const
+{
+    return m_impl->Count(list, parentKeys);
+}
+
+void StoreReader::Snapshot::Scan(
+    NodeId list, const std::vector<std::string>& parentKeys, std::size_t first,
+    const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const
+{
+    m_impl->Scan(list, parentKeys, first, visit);
+}
+
+class StoreReader::Impl {
+public:
+    explicit Impl(const std::filesystem::path& directory)
+        : environment(std::make_shared<Environment>(directory, Environment::Access::kRead, 0))
+    {
+        environment->UseDatabases();
+        auto reading = environment->BeginReading();
+        keys = std::make_shared<const codec::RowKeys>(StoredSchema(*environment, reading->transaction));
+        environment->EndReading(std::move(reading));
+    }
+
+    std::shared_ptr<Environment> environment;
+    std::shared_ptr<const codec::RowKeys> keys;
+};
+
+std::unique_ptr<StoreReader> StoreReader::Open(const std::filesystem::path& directory)
+{
+    return std::unique_ptr<StoreReader>(new StoreReader(std::make_unique<Impl>(directory)));
+}
+
+StoreReader::StoreReader(std::unique_ptr<Impl> impl) : m_impl(std::move(impl)) {}
+StoreReader::~StoreReader() = default;
+
+const SchemaTable& StoreReader::Schema() const { return m_impl->keys->Schema(); }
+
+StoreReader::Snapshot StoreReader::Read() const
+{
+    return Snapshot(std::make_unique<Snapshot::Impl>(m_impl->environment, m_impl->keys));
+}
+
+}  // namespace cdb

@@ -1,0 +1,62 @@
+// The inside of a snapshot, shared by the reader and the store's writer. Used by these only.
+
+#ifndef CDB_STORE_SNAPSHOT_H
+#define CDB_STORE_SNAPSHOT_H
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cdb/store.h"
+#include "cdb/store_codec.h"
+#include "cdb/store_environment.h"
+
+namespace cdb {
+
+class StoreReader::Snapshot::Impl {
+public:
+    using EntryVisitor = std::function<bool(const std::vector<std::string>& keys, const Row& row)>;
+
+    Impl(std::shared_ptr<Environment> environment, std::shared_ptr<const codec::RowKeys> keys);
+    ~Impl();
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    [[nodiscard]] std::uint64_t Commit() const;
+    [[nodiscard]] std::optional<Row> Get(const RowKey& key);
+    [[nodiscard]] std::size_t Count(NodeId list, const std::vector<std::string>& parentKeys);
+    void Scan(NodeId list, const std::vector<std::string>& parentKeys, std::size_t first,
+              const EntryVisitor& visit);
+
+private:
+    /// A cursor and its scratch memory for one pass. Passes nest: a visitor may scan too.
+    class PassHold {
+    public:
+        explicit PassHold(Impl& snapshot);
+        ~PassHold();
+        PassHold(const PassHold&) = delete;
+        PassHold& operator=(const PassHold&) = delete;
+        Environment::Pass& operator*() const { return *m_pass; }
+        Environment::Pass* operator->() const { return m_pass.get(); }
+
+    private:
+        Environment::Reading& m_reading;
+        std::unique_ptr<Environment::Pass> m_pass;
+    };
+
+    template <typename Visit>
+    void ForEach(NodeId list, const std::vector<std::string>& parentKeys, Environment::Pass& pass,
+                 const Visit& visit);
+
+    /// Throws FatalError for a row that can't be read.
+    void Decode(const MDB_val& key, const MDB_val& value, Environment::Pass& pass) const;
+
+    std::shared_ptr<Environment> m_environment;
+    std::shared_ptr<const codec::RowKeys> m_keys;
+    std::unique_ptr<Environment::Reading> m_reading;
+};
+
+}  // namespace cdb
+
+#endif
