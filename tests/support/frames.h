@@ -1,0 +1,49 @@
+// A peer of cdb.sock, manager.sock or netconf.sock that a test plays itself: whole protobuf frames, or
+// any bytes. Blocking, with deadlines.
+
+#ifndef SUPPORT_FRAMES_H
+#define SUPPORT_FRAMES_H
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "support/poll.h"
+
+namespace google::protobuf {
+class MessageLite;
+}
+
+namespace support {
+
+class FrameClient {
+public:
+    /// Connects. Throws std::runtime_error.
+    explicit FrameClient(const std::filesystem::path& socket);
+    ~FrameClient();
+    FrameClient(const FrameClient&) = delete;
+    FrameClient& operator=(const FrameClient&) = delete;
+
+    void Send(const google::protobuf::MessageLite& message);
+
+    /// Bytes as they are. False when the other side has gone before it took them all.
+    bool SendBytes(std::string_view bytes);
+
+    /// The next frame; false at the connection's end. Throws TimedOut.
+    bool Receive(google::protobuf::MessageLite& message);
+
+    /// Reads and drops until the other side ends the connection; false when it does not in time.
+    bool AwaitEnd(std::chrono::milliseconds within = kPatience);
+
+private:
+    bool ReadBytes(char* into, std::size_t count);
+    bool AwaitReadable(std::chrono::milliseconds within) const;
+    int m_descriptor = -1;
+};
+
+/// The 4 bytes before a frame's content.
+std::string FrameLength(std::uint32_t length);
+
+}  // namespace support
+
+#endif
