@@ -1,0 +1,45 @@
+// Between the database's values and keypaths and those of the client API.
+
+#ifndef PLATFORM_EMBEDDED_CONFD_CONVERT_H
+#define PLATFORM_EMBEDDED_CONFD_CONVERT_H
+
+#include <confd_lib.h>
+
+#include <string>
+#include <vector>
+
+#include "cdb/path.h"
+#include "cdb/schema_table.h"
+#include "cdb/value.h"
+
+namespace embedded {
+
+/// The value as one of a read: a string's bytes are allocated, for confd_free_value.
+confd_value_t OwnedValue(const cdb::Value& value);
+confd_value_t OwnedString(const std::string& text);
+
+/// The value as an argument of a callback: a string's bytes are those of `value`, which must outlive it.
+confd_value_t BorrowedValue(const cdb::Value& value);
+
+/// Throws ClientError for a type that is no leaf's.
+cdb::Value FromConfd(const confd_value_t& value);
+
+/// One element of a keypath, from the root on; `keys` null or empty for all but list entries.
+struct KeypathStep {
+    cdb::NodeId node = cdb::kNoNode;
+    const std::vector<std::string>* keys = nullptr;
+};
+
+/// Fills in the keypath, whose keys refer to the steps' strings. Throws ClientError for a path of more
+/// positions or keys than a keypath has.
+void MakeKeypath(const cdb::SchemaTable& schema, const std::vector<KeypathStep>& steps,
+                 confd_hkeypath_t& keypath);
+
+std::vector<KeypathStep> StepsOf(const cdb::Path& path);
+
+/// The keypath as text. Throws ClientError for a tag that no element has.
+std::string KeypathText(const cdb::SchemaTable& schema, const confd_hkeypath_t& keypath);
+
+}  // namespace embedded
+
+#endif

@@ -1,0 +1,64 @@
+// The running datastore as the client API reads it: the store as opened for one connection to cdbd,
+// and the read sessions on it. One a process, in its runtime.
+
+#ifndef PLATFORM_EMBEDDED_CONFD_DATABASE_H
+#define PLATFORM_EMBEDDED_CONFD_DATABASE_H
+
+#include <confd_lib.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "cdb/schema_table.h"
+#include "cdb/store.h"
+
+namespace embedded {
+
+class ReadSession;
+
+class Database {
+public:
+    Database();
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+    ~Database();
+
+    /// Opens the store anew; sessions and views of the one before are gone. Throws cdb::FatalError.
+    void Open(const std::string& directory);
+
+    /// Of the store opened last; throws ClientError when none ever was.
+    [[nodiscard]] const cdb::SchemaTable& Schema() const;
+
+    /// While one of these lives, new sessions read the commit that was the last when it was made.
+    class Pin {
+    public:
+        explicit Pin(Database& database);
+        Pin(const Pin&) = delete;
+        Pin& operator=(const Pin&) = delete;
+        ~Pin();
+
+    private:
+        Database& m_database;
+    };
+
+    /// A socket number that stands for a new session. Throws ClientError or cdb::FatalError.
+    int OpenSession();
+    void CloseSession(int socket) noexcept;
+
+    /// Throws ClientError for a number that stands for none.
+    [[nodiscard]] ReadSession& Session(int socket);
+
+private:
+    struct Store;
+    [[nodiscard]] std::shared_ptr<const cdb::StoreReader::Snapshot> View() const;
+
+    std::unique_ptr<Store> m_store;  // outlives the views and sessions below
+    std::shared_ptr<const cdb::StoreReader::Snapshot> m_pinned;
+    std::map<int, std::unique_ptr<ReadSession>> m_sessions;
+};
+
+}  // namespace embedded
+
+#endif

@@ -1,0 +1,80 @@
+#include "platform/embedded/confd/read_path.h"
+
+#include <algorithm>
+
+#include "cdb/path.h"
+#include "platform/embedded/confd/error.h"
+
+namespace embedded {
+namespace {
+
+/// More shapes than a schema of this kind has; whoever asks for others pays for them.
+constexpr std::size_t kMaxShapes = 64;
+
+bool HasOneKeyPerList(const cdb::SchemaTable& schema, const cdb::Path& path)
+{
+    return std::all_of(path.steps.begin(), path.steps.end(), [&](const cdb::Step& step) {
+        return !step.index && (step.keys.empty() || schema[step.node].keys.size() == 1);
+    });
+}
+
+}  // namespace
+
+/// Cuts the text into its shape and its keys. False where the text has something that shapes do not
+/// cover.
+bool PathReader::Split(std::string_view text)
+{
+    m_shape.clear();
+    std::size_t keys = 0;
+    while (!text.empty()) {
+        const std::size_t mark = text.find_first_of("{[");
+        if (mark == std::string_view::npos) {
+            m_shape.append(text);
+            break;
+        }
+        const std::size_t end = text.find('}', mark);
+        if (text[mark] == '[' || end == std::string_view::npos || end == mark + 1) return false;
+        m_shape.append(text.substr(0, mark + 1));
+        if (keys == m_path.keys.size()) m_path.keys.emplace_back();
+        m_path.keys[keys++].assign(text.substr(mark + 1, end - mark - 1));
+        text.remove_prefix(end);
+    }
+    m_path.keys.resize(keys);
+    return true;
+}
+
+const ReadPath& PathReader::Read(std::string_view text, const Resolve& resolve)
+{
+    if (!Split(text)) {
+        ReadAnew(text, resolve);
+        return m_path;
+    }
+    const auto known = std::find_if(m_shapes.begin(), m_shapes.end(),
+                                    [this](const Shape& shape) { return shape.text == m_shape; });
+    if (known == m_shapes.end()) {
+        ReadAnew(text, resolve);
+        return m_path;
+    }
+    m_path.node = known->node;
+    m_path.isEntry = known->isEntry;
+    if (known != m_shapes.begin()) std::iter_swap(m_shapes.begin(), known);
+    return m_path;
+}
+
+void PathReader::ReadAnew(std::string_view text, const Resolve& resolve)
+{
+    auto parsed = cdb::ParsePath(m_schema, text);
+    if (const auto* complaint = std::get_if<std::string>(&parsed)) throw ClientError(*complaint);
+    const auto& path = std::get<cdb::Path>(parsed);
+    m_path = {path.Node(), {}, false};
+    for (const auto& step : path.steps) {
+        const std::vector<std::string> keys =
+            step.index ? resolve(step.node, m_path.keys, *step.index) : step.keys;
+        m_path.keys.insert(m_path.keys.end(), keys.begin(), keys.end());
+        m_path.isEntry = !keys.empty();
+    }
+    if (m_shapes.size() < kMaxShapes && HasOneKeyPerList(m_schema, path) && Split(text))
+        m_shapes.push_back({m_shape, m_path.node, m_path.isEntry});
+}
+
+}  // namespace embedded

@@ -1,0 +1,75 @@
+// The reads of one session: one view of the running datastore. The client API's functions are a thin
+// layer over it.
+
+#ifndef PLATFORM_EMBEDDED_CONFD_READ_SESSION_H
+#define PLATFORM_EMBEDDED_CONFD_READ_SESSION_H
+
+#include <confd_lib.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "cdb/schema_table.h"
+#include "cdb/store.h"
+#include "platform/embedded/confd/entry_layout.h"
+#include "platform/embedded/confd/read_path.h"
+
+namespace embedded {
+
+/// What is worked out from the schema once and used by every session.
+class SchemaCache {
+public:
+    /// `schema` must outlive it.
+    explicit SchemaCache(const cdb::SchemaTable& table) : schema(table), paths(table) {}
+
+    const EntryLayout& LayoutOf(cdb::NodeId entry);
+
+    const cdb::SchemaTable& schema;
+    PathReader paths;
+
+private:
+    std::map<cdb::NodeId, EntryLayout> m_layouts;
+};
+
+/// Every operation throws ClientError that says what is wrong, or cdb::FatalError when the store can't
+/// be read.
+class ReadSession {
+public:
+    ReadSession(SchemaCache& cache, std::shared_ptr<const cdb::StoreReader::Snapshot> view);
+
+    [[nodiscard]] int NumInstances(std::string_view path);
+    int GetObjects(confd_value_t* values, int perEntry, int first, int count, std::string_view path);
+    int GetObject(confd_value_t* values, int count, std::string_view path);
+    void Get(confd_value_t* value, std::string_view path);
+
+private:
+    struct Entry {
+        std::vector<std::string> keys;
+        cdb::Row row;
+    };
+
+    const ReadPath& Resolved(std::string_view path);
+    const ReadPath& ResolvedList(std::string_view path);
+    [[nodiscard]] std::vector<std::string> KeysAt(cdb::NodeId list,
+                                                  const std::vector<std::string>& parentKeys,
+                                                  std::size_t index) const;
+    [[nodiscard]] bool Exists(cdb::NodeId node, const std::vector<std::string>& keys) const;
+    [[nodiscard]] cdb::Row RowOf(cdb::NodeId entry, const std::vector<std::string>& keys,
+                                 std::string_view path) const;
+
+    SchemaCache& m_cache;
+    std::shared_ptr<const cdb::StoreReader::Snapshot> m_view;
+    const PathReader::Resolve m_resolve;
+
+    // The entries of the short list counted last: a reader counts a list and then reads it.
+    std::string m_countedPath;
+    std::vector<Entry> m_counted;
+};
+
+}  // namespace embedded
+
+#endif

@@ -1,0 +1,9 @@
+#include <zlog_front.h>
+
+#include "platform/embedded/qxmw/category.h"
+
+namespace embedded {
+
+zlog_category_t* MakeCategory(const char* process) { return zlog_front_open(process); }
+
+}  // namespace embedded

@@ -1,0 +1,78 @@
+#include <csignal>
+#include <string>
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/signal_set.hpp>
+
+#include "platform/embedded/qxmw/handle.h"
+#include "platform/embedded/qxos/context_access.h"
+#include "platform/embedded/runtime.h"
+
+namespace qxos {
+
+namespace {
+
+class LoopServer final : public Server {
+public:
+    explicit LoopServer(boost::asio::io_context& loop) : m_loop(loop) {}
+
+    int Run() override
+    {
+        const auto staysWithoutWork = boost::asio::make_work_guard(m_loop);
+        m_loop.restart();
+        m_loop.run();
+        return 0;
+    }
+
+private:
+    boost::asio::io_context& m_loop;
+};
+
+std::string NameOf(const qxmw_process_signature_t* signature)
+{
+    const std::string_view field(signature->name, sizeof signature->name);
+    return std::string(field.substr(0, field.find('\0')));
+}
+
+}  // namespace
+
+Context* the_context = nullptr;
+
+class Context::Impl {
+public:
+    Impl(std::string process, const HaStateChangeCallbacks& callbacks)
+        : m_callbacks(callbacks), m_runtime(process), m_qxmw{process}
+    {
+        // A log or a peer that is gone must not end the process.
+        std::signal(SIGPIPE, SIG_IGN);
+        m_signals.async_wait([this](const boost::system::error_code& error, int) {
+            if (!error) m_runtime.loop.stop();
+        });
+    }
+
+    const HaStateChangeCallbacks m_callbacks;
+    embedded::Runtime m_runtime;
+    qxmw m_qxmw;
+    boost::asio::signal_set m_signals{m_runtime.loop, SIGTERM, SIGINT};
+    LoopServer m_server{m_runtime.loop};
+};
+
+Context::Context(const qxmw_process_signature_t* signature, const HaStateChangeCallbacks& callbacks)
+    : m_impl(std::make_unique<Impl>(NameOf(signature), callbacks))
+{
+}
+
+Context::~Context() = default;
+
+qxmw_t* Context::GetSharedQxmw() { return &m_impl->m_qxmw; }
+
+Server& Context::GetServer() { return m_impl->m_server; }
+
+embedded::Runtime& ContextAccess::RuntimeOf(Context& context) { return context.m_impl->m_runtime; }
+
+const Context::HaStateChangeCallbacks& ContextAccess::CallbacksOf(Context& context)
+{
+    return context.m_impl->m_callbacks;
+}
+
+}  // namespace qxos

@@ -1,0 +1,47 @@
+#include "platform/embedded/runtime.h"
+
+#include <qxos/context.h>
+
+#include <cstdlib>
+#include <stdexcept>
+
+#include "platform/embedded/qxos/context_access.h"
+
+namespace embedded {
+
+void Gate::Open()
+{
+    if (std::exchange(m_open, true)) return;
+    const auto listeners = m_listeners;  // a listener may be added or go meanwhile
+    for (Listener* listener : listeners) listener->GateOpened();
+}
+
+void Gate::Close(bool tell)
+{
+    if (!std::exchange(m_open, false)) return;
+    const auto listeners = m_listeners;
+    for (Listener* listener : listeners) listener->GateClosed(tell);
+}
+
+Runtime::Runtime(std::string processName)
+    : process(std::move(processName)),
+      cdbSocket(RunDirectory() + "/cdb.sock"),
+      managerSocket(RunDirectory() + "/manager.sock"),
+      timers(ipc::MakeTimers(loop))
+{
+}
+
+std::string RunDirectory()
+{
+    const char* directory = std::getenv("SFLOW_RUN_DIR");
+    return directory != nullptr && *directory != '\0' ? directory : "/run/sflow-switch";
+}
+
+Runtime& TheRuntime()
+{
+    if (qxos::the_context == nullptr)
+        throw std::logic_error("no process context is installed; set qxos::the_context first");
+    return qxos::ContextAccess::RuntimeOf(*qxos::the_context);
+}
+
+}  // namespace embedded

@@ -1,0 +1,81 @@
+// What the parts of the embedded platform share in one process: the loop, the places of the sockets,
+// the database that the client API reads, and the gate between the database framework and the sFlow
+// service client. Belongs to the process context; found through qxos::the_context.
+
+#ifndef PLATFORM_EMBEDDED_RUNTIME_H
+#define PLATFORM_EMBEDDED_RUNTIME_H
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <boost/asio/io_context.hpp>
+
+#include "cdb/value.h"
+#include "ipc/timers.h"
+#include "platform/embedded/confd/database.h"
+
+namespace embedded {
+
+/// Open while the connection to cdbd is up and its initial load has been handed over: only then may
+/// the service client have a session with the manager.
+class Gate {
+public:
+    class Listener {
+    public:
+        Listener() = default;
+        Listener(const Listener&) = delete;
+        Listener& operator=(const Listener&) = delete;
+        virtual void GateOpened() = 0;
+        /// `tell`: whether the process is to hear that the session is lost.
+        virtual void GateClosed(bool tell) = 0;
+
+    protected:
+        ~Listener() = default;
+    };
+
+    [[nodiscard]] bool IsOpen() const { return m_open; }
+    void Add(Listener& listener) { m_listeners.push_back(&listener); }
+    void Remove(Listener& listener) { std::erase(m_listeners, &listener); }
+    void Open();
+    void Close(bool tell);
+
+private:
+    bool m_open = false;
+    std::vector<Listener*> m_listeners;
+};
+
+/// A database transaction that a callback of this process may write into.
+struct Transaction {
+    int handle = 0;
+    std::vector<std::pair<std::string, cdb::Value>> writes;
+};
+
+/// The socket number that stands for the connection's transactions.
+inline constexpr int kMaapiSocket = 1;
+
+struct Runtime {
+    explicit Runtime(std::string processName);
+
+    std::string process;
+    std::string cdbSocket;
+    std::string managerSocket;
+    std::chrono::milliseconds stuckLimit{10'000};  // a manager that takes nothing for so long is lost
+    boost::asio::io_context loop;
+    std::unique_ptr<ipc::Timers> timers;  // tests put theirs here before anything is built
+    Database database;
+    Gate gate;
+    Transaction* transaction = nullptr;  // while a callpoint's callback runs
+};
+
+/// SFLOW_RUN_DIR or its default.
+std::string RunDirectory();
+
+/// The runtime of the installed context. Throws std::logic_error where none is installed.
+Runtime& TheRuntime();
+
+}  // namespace embedded
+
+#endif
