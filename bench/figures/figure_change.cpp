@@ -1,0 +1,58 @@
+// Figure 1: a change of one interface's rate costs the same on every size of switch.
+
+#include "figures/figures.h"
+#include "figures/measured_switch.h"
+#include "figures/references.h"
+#include "figures/switch_data.h"
+
+namespace figures {
+
+namespace {
+
+constexpr std::size_t kWarmUp = 20;
+
+// Disables and enables a collector; milliseconds of each.
+void MeasureEnabled(MeasuredSwitch& target, std::size_t runs, Table& table)
+{
+    const auto calls = UsersOf(0, target.Interfaces()) + 1;
+    std::vector<double> times;
+    for (std::size_t run = 0; run < runs; ++run)
+        times.push_back(target.TimedCommit(EnabledXml(0, run % 2 == 1), calls));
+    table.Plain("1 a collector's enabled, N = " + std::to_string(target.Interfaces()), Median(times), "ms");
+}
+
+}  // namespace
+
+void MeasureChange(const Settings& settings, Table& table)
+{
+    MeasuredSwitch small(settings.few);
+    MeasuredSwitch large(settings.many);
+    OneRowStore store(large.World().Dir() / "one-row");
+    std::vector<double> smallTimes;
+    std::vector<double> largeTimes;
+    std::vector<double> storeTimes;
+    // Turn by turn, so that all three see the same disk.
+    for (std::size_t run = 0; run < settings.runs * 4 + kWarmUp; ++run) {
+        const auto rate = 2000 + run % 1000;
+        const double one = small.TimedCommit(RateXml(run % settings.few, rate), 1);
+        const double other = large.TimedCommit(RateXml((run * 37) % settings.many, rate), 1);
+        const double row = store.TimedCommit();
+        if (run < kWarmUp) continue;
+        smallTimes.push_back(one);
+        largeTimes.push_back(other);
+        storeTimes.push_back(row);
+    }
+    const double reference = Median(storeTimes);
+    table.Plain("1 one durable one-row LMDB commit", reference, "ms");
+    table.Plain("1 one rate, N = " + std::to_string(settings.few), Median(smallTimes), "ms");
+    table.Plain("1 one rate, N = " + std::to_string(settings.many), Median(largeTimes), "ms");
+    table.AtMost("1 ratio of the two", Median(largeTimes) / Median(smallTimes), 1.3, "");
+    table.AtMost("1 one rate beyond the LMDB commit, N = " + std::to_string(settings.few),
+                 Median(smallTimes) - reference, 1.5, "ms");
+    table.AtMost("1 one rate beyond the LMDB commit, N = " + std::to_string(settings.many),
+                 Median(largeTimes) - reference, 1.5, "ms");
+    MeasureEnabled(small, settings.runs, table);
+    MeasureEnabled(large, settings.runs, table);
+}
+
+}  // namespace figures

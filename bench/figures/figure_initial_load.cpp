@@ -1,0 +1,56 @@
+// Figure 3: the daemon's initial load, from "found" to the last call in the journal, and the reads of
+// the configuration that it makes, alone.
+
+#include <stdexcept>
+
+#include "figures/figures.h"
+#include "figures/measured_switch.h"
+#include "figures/switch_data.h"
+#include "netconf/requests.h"
+
+namespace figures {
+
+namespace {
+
+// The median over sessions that the operator's resync makes: the old one is closed, the new one opened
+// (that is when the daemon is told "found"), then come the calls.
+double InitialLoad(MeasuredSwitch& target, std::size_t runs)
+{
+    const std::size_t calls = 1 + kCollectors + 3 * target.Interfaces();
+    std::vector<double> times;
+    for (std::size_t run = 0; run < runs; ++run) {
+        target.Do(netconf::SflowResync());
+        target.Journal().AwaitLines(2);
+        const Stopwatch watch;
+        target.Journal().AwaitLines(calls);
+        times.push_back(watch.Milliseconds());
+        target.Journal().AwaitLines(1);
+    }
+    return Median(times);
+}
+
+double ReadsAlone(MeasuredSwitch& target, std::size_t runs)
+{
+    const auto result =
+        target.World().Run({support::World::Program("configuration_reads"), std::to_string(runs)});
+    if (result.status != 0) throw std::runtime_error("configuration_reads: " + result.errors);
+    return std::stod(result.output);
+}
+
+}  // namespace
+
+void MeasureInitialLoad(const Settings& settings, Table& table)
+{
+    const auto tenth = settings.many / 10;
+    MeasuredSwitch small(tenth);
+    MeasuredSwitch large(settings.many);
+    const double smallTime = InitialLoad(small, settings.runs);
+    const double largeTime = InitialLoad(large, settings.runs);
+    table.Plain("3 initial load, N = " + std::to_string(tenth), smallTime, "ms");
+    table.AtMost("3 initial load, N = " + std::to_string(settings.many), largeTime, 400, "ms");
+    table.AtMost("3 growth over ten times the interfaces, linear is 10", largeTime / smallTime, 12, "");
+    table.AtMost("3 the configuration reads alone, N = " + std::to_string(settings.many),
+                 ReadsAlone(large, settings.runs), 60, "ms");
+}
+
+}  // namespace figures

@@ -1,0 +1,93 @@
+// A running switch of N interfaces (see the header).
+
+#include "figures/measured_switch.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <stdexcept>
+
+#include "figures/measure.h"
+#include "figures/switch_data.h"
+#include "netconf/requests.h"
+
+namespace figures {
+
+JournalWatch::JournalWatch(const std::string& path) : m_descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC))
+{
+    if (m_descriptor < 0) throw std::runtime_error("can't open " + path);
+}
+
+JournalWatch::~JournalWatch() { close(m_descriptor); }
+
+std::size_t JournalWatch::CountNew()
+{
+    std::array<char, 65536> buffer{};
+    const ssize_t got = pread(m_descriptor, buffer.data(), buffer.size(), m_offset);
+    if (got <= 0) return 0;
+    m_offset += got;
+    return static_cast<std::size_t>(std::count(buffer.data(), buffer.data() + got, '\n'));
+}
+
+void JournalWatch::SkipAll()
+{
+    m_offset = lseek(m_descriptor, 0, SEEK_END);
+    m_ahead = 0;
+}
+
+void JournalWatch::AwaitLines(std::size_t count)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    std::size_t have = m_ahead;
+    while (have < count) {
+        const auto fresh = CountNew();
+        have += fresh;
+        if (fresh == 0 && std::chrono::steady_clock::now() > deadline)
+            throw support::TimedOut("the journal got " + std::to_string(have) + " of " +
+                                    std::to_string(count) + " lines");
+    }
+    m_ahead = have - count;
+}
+
+MeasuredSwitch::MeasuredSwitch(std::size_t interfaces)
+    : m_interfaces(interfaces), m_world({.cdbdArguments = {}, .logLevel = 12, .stateDir = {}})
+{
+    m_world.Start(SwitchJson(interfaces));
+    m_journal = std::make_unique<JournalWatch>(m_world.Dir() / "journal-1");
+    m_journal->SkipAll();
+    m_client = std::make_unique<netconf::Client>(netconf::Client::Connect(m_world.NetconfSocket()));
+}
+
+void MeasuredSwitch::Do(const std::string& operation)
+{
+    const auto reply = m_client->Call(operation);
+    if (!reply.ok || !reply.errors.empty()) throw std::runtime_error("refused: " + reply.xml.substr(0, 2000));
+}
+
+double MeasuredSwitch::TimedCommit(const std::string& config, std::size_t calls)
+{
+    const auto edit = netconf::EditConfig(config);
+    const auto commit = netconf::Commit();
+    const Stopwatch watch;
+    Do(edit);
+    Do(commit);
+    m_journal->AwaitLines(calls);
+    return watch.Milliseconds();
+}
+
+double ResidentMegabytes(pid_t process)
+{
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string word; status >> word;)
+        if (word == "VmRSS:") {
+            double kibibytes = 0;
+            status >> kibibytes;
+            return kibibytes * 1024 / 1e6;
+        }
+    throw std::runtime_error("no resident size of process " + std::to_string(process));
+}
+
+}  // namespace figures
