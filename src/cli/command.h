@@ -1,0 +1,103 @@
+// A command of the shell as a row of a table: what it is called, what it takes, what it does. Usage
+// texts, messages and the manual's list of commands come from the rows.
+
+#ifndef CLI_COMMAND_H
+#define CLI_COMMAND_H
+
+#include <iosfwd>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/words.h"
+
+struct ly_ctx;
+namespace netconf {
+class Client;
+}
+
+namespace cli {
+
+class Output;
+
+enum class ArgumentKind {
+    kChoice,   // one of the words in `text`, which '|' separates
+    kPath,     // words of a path, one or more; none where it is optional
+    kFile,     // one word
+    kText,     // the first word of `text`, which is a keyword, and one word behind it
+    kCommand,  // words of a command's name
+};
+
+struct Argument {
+    ArgumentKind kind;
+    std::string_view text;  // as the usage line shows it
+    bool optional = false;
+};
+
+/// The form of a command's output, chosen behind '|'.
+enum class Format { kText, kJson, kXml, kSet };
+
+/// What a command has to have before it runs.
+enum Need : unsigned { kNothing = 0, kSession = 1, kYang = 2 };
+
+/// Which forms of output a command knows beside text.
+enum class Forms {
+    kNone,           // no '|'
+    kState,          // JSON, XML
+    kConfiguration,  // JSON, XML, set
+};
+
+/// The arguments that were given, by kind; empty where there are none.
+struct Arguments {
+    std::string choice;
+    std::vector<std::string> words;  // kPath, kCommand
+    std::string text;                // kFile, kText
+    bool hasText = false;
+};
+
+/// What a handler works with.
+struct Call {
+    const Arguments& arguments;
+    Format format;
+    netconf::Client* session;  // there with kSession
+    const ly_ctx* yang;        // there with kYang
+    Output& output;            // for data, in the form that was asked for
+    std::ostream& out;         // for other results
+    std::ostream& err;         // for warnings
+    bool& leave;               // set to end the shell
+};
+
+struct Command {
+    std::string_view name;  // one word or more
+    std::vector<Argument> arguments;
+    std::string_view help;  // one sentence
+    unsigned needs;
+    Forms forms;
+    void (*run)(Call&);  // throws Error
+};
+
+/// All commands, in the order in which they are listed. Nothing else knows which there are.
+std::span<const Command> Commands();
+
+/// "load merge FILE", "show sflow [collectors|interfaces|agent] [| json]".
+std::string Usage(const Command& command);
+
+/// What was typed, understood.
+struct Invocation {
+    const Command* command = nullptr;
+    Arguments arguments;
+    Format format = Format::kText;
+};
+
+/// Finds the command of the words, which are at least one, and fits its arguments. Throws Error that
+/// ends with the usage.
+Invocation Understand(std::span<const Command> commands, const std::vector<Word>& words);
+
+/// The usage lines, with what they do, of the commands whose names begin with these words; throws Error
+/// for words with which none begins.
+std::string Help(std::span<const Command> commands, const std::vector<std::string>& words);
+
+}  // namespace cli
+
+#endif

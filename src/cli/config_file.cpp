@@ -1,0 +1,88 @@
+#include "cli/config_file.h"
+
+#include <libyang/libyang.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "cli/error.h"
+#include "netconf/names.h"
+
+namespace cli {
+namespace {
+
+constexpr std::string_view kBlanks = " \t\r\n";
+
+/// The whole file. Throws Error.
+std::string Content(const std::string& path)
+{
+    const auto refuse = [&](const std::string& why) { return Error("can't read " + path + ": " + why); };
+    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rbe"),
+                                                                  &std::fclose);
+    if (!file) throw refuse(std::strerror(errno));
+    std::string text;
+    char block[std::size_t{64} << 10];
+    while (const std::size_t count = std::fread(block, 1, sizeof block, file.get())) {
+        text.append(block, count);
+        if (text.size() > netconf::kMaxMessage)
+            throw refuse("it is larger than " + std::to_string(netconf::kMaxMessage >> 20) +
+                         " MiB; split it and use load merge");
+    }
+    if (std::ferror(file.get())) throw refuse(std::strerror(errno));
+    return text;
+}
+
+/// "NAME: line 3, column 7", for the byte at `offset`.
+std::string PlaceInText(std::string_view name, std::string_view text, std::size_t offset)
+{
+    const std::string_view before = text.substr(0, std::min(offset, text.size()));
+    const auto lines = std::count(before.begin(), before.end(), '\n');
+    const std::size_t lineBegin = before.rfind('\n') + 1;  // npos + 1 is 0
+    return std::string(name) + ": line " + std::to_string(lines + 1) + ", column " +
+           std::to_string(before.size() - lineBegin + 1);
+}
+
+LYD_FORMAT FormatOf(std::string_view text, std::string_view name)
+{
+    const std::size_t first = text.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos) throw Error(std::string(name) + " is empty: line 1, column 1");
+    if (text[first] == '{') return LYD_JSON;
+    if (text[first] == '<') return LYD_XML;
+    throw Error(PlaceInText(name, text, first) +
+                ": neither JSON, which begins with {, nor XML, which begins with <");
+}
+
+}  // namespace
+
+Tree ReadConfigFile(const ly_ctx* yang, const std::string& path)
+{
+    return ParseConfigText(yang, Content(path), path);
+}
+
+Tree ParseConfigText(const ly_ctx* yang, const std::string& text, std::string_view name)
+{
+    const LYD_FORMAT format = FormatOf(text, name);
+    ly_in* input = nullptr;
+    if (ly_in_new_memory(text.c_str(), &input) != LY_SUCCESS) throw Error("out of memory");
+    lyd_node* tree = nullptr;
+    ly_err_clean(const_cast<ly_ctx*>(yang), nullptr);
+    const LY_ERR result = lyd_parse_data(yang, nullptr, input, format,
+                                         LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &tree);
+    // Where the parser stopped; it has no column of its own to tell.
+    const std::size_t parsed = ly_in_parsed(input);
+    ly_in_free(input, 0);
+    Tree owner(tree);
+    if (result != LY_SUCCESS) throw Error(PlaceInText(name, text, parsed) + ": " + LastMessage(yang));
+    // The JSON parser is content when the first object ends.
+    const std::size_t rest = text.find_first_not_of(kBlanks, parsed);
+    if (rest != std::string::npos)
+        throw Error(PlaceInText(name, text, rest) +
+                    ": something follows behind the end of the configuration");
+    return owner;
+}
+
+}  // namespace cli

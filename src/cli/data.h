@@ -1,0 +1,45 @@
+// Data trees of libyang: their ownership, reading them from replies, printing them.
+
+#ifndef CLI_DATA_H
+#define CLI_DATA_H
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct ly_ctx;
+struct lyd_node;
+
+namespace cli {
+
+struct Place;
+
+struct FreeTree {
+    void operator()(lyd_node* tree) const noexcept;
+};
+
+/// All top-level siblings; null is a tree without data.
+using Tree = std::unique_ptr<lyd_node, FreeTree>;
+
+/// The data of a reply, as it stands in <data>. Throws Error when the YANG modules here do not know it.
+Tree ParseReply(const ly_ctx* yang, const std::string& xml);
+
+/// The instances of the place's last node, in the tree's order.
+std::vector<const lyd_node*> NodesAt(const lyd_node* tree, const Place& place);
+
+/// RFC 7951, one document, with line ends.
+std::string ToJson(const lyd_node* tree);
+std::string ToXml(const lyd_node* tree);
+/// For requests: without blanks between the elements.
+std::string ToCompactXml(const lyd_node* tree);
+
+/// Whether the node is a key of its list's entry.
+bool IsKeyNode(const lyd_node* node);
+
+/// The last complaint of libyang's, with the data's path where it has one.
+std::string LastMessage(const ly_ctx* yang);
+
+}  // namespace cli
+
+#endif

@@ -1,0 +1,19 @@
+// What ends a command: one text for the operator. Thrown by every part of the shell, printed in one
+// place (shell.cpp).
+
+#ifndef CLI_ERROR_H
+#define CLI_ERROR_H
+
+#include <stdexcept>
+
+namespace cli {
+
+/// Names the thing that is wrong and, where there is one, the remedy; without "error:" and newline.
+class Error : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace cli
+
+#endif

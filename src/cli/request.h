@@ -1,0 +1,35 @@
+// One request to the database from within a command, and what its answer means for the operator.
+
+#ifndef CLI_REQUEST_H
+#define CLI_REQUEST_H
+
+#include <string>
+#include <string_view>
+
+#include "cli/command.h"
+#include "cli/data.h"
+
+namespace netconf {
+struct RpcError;
+}
+
+namespace cli {
+
+/// Sends the operation and returns what stands in the answer's <data>. Warnings go to the call's error
+/// stream, one line each; errors are thrown as Error.
+std::string Request(Call& call, std::string_view operation);
+
+/// The same for an answer with data.
+Tree RequestData(Call& call, std::string_view operation);
+
+/// The database's refusal in one line: its message, and the path concerned as words where the message
+/// does not name it.
+std::string ToText(const netconf::RpcError& error);
+
+/// An instance path such as /c:config/s:oam/s:interface[s:name='eth1'] as words without the root; the
+/// path itself where it is of another form.
+std::string PathAsWords(std::string_view path);
+
+}  // namespace cli
+
+#endif

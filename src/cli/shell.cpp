@@ -1,0 +1,98 @@
+#include "cli/shell.h"
+
+#include <exception>
+#include <istream>
+#include <ostream>
+#include <utility>
+
+#include "cli/error.h"
+#include "cli/output.h"
+#include "cli/text_table.h"
+#include "cli/words.h"
+
+namespace cli {
+namespace {
+
+constexpr std::size_t kLongestQuoted = 120;
+constexpr std::string_view kPrompt = "swcli> ";
+
+/// The command as messages name it: one line, not longer than a terminal bears.
+std::string Named(std::string_view command)
+{
+    if (command.size() <= kLongestQuoted) return Printable(command);
+    return Printable(command.substr(0, kLongestQuoted)) + "...";
+}
+
+}  // namespace
+
+Shell::Shell(std::span<const Command> commands, Environment environment, std::ostream& out, std::ostream& err)
+    : m_commands(commands), m_environment(std::move(environment)), m_out(out), m_err(err)
+{
+}
+
+bool Shell::Run(std::string_view command, std::string_view where)
+{
+    std::string problem;
+    try {
+        Execute(command);
+        return true;
+    } catch (const netconf::ConnectionError& error) {
+        m_session.reset();  // the next command connects again
+        problem = error.what();
+    } catch (const std::exception& error) {
+        problem = error.what();
+    }
+    m_out.flush();
+    m_err << "error: " << where << (where.empty() ? "" : ": ") << Named(command) << ": " << problem
+          << std::endl;
+    return false;
+}
+
+bool Shell::RunAll(std::string_view commands)
+{
+    std::vector<std::string> list;
+    try {
+        list = SplitCommands(commands);
+    } catch (const Error& error) {
+        m_err << "error: " << error.what() << std::endl;
+        return false;
+    }
+    for (const std::string& command : list) {
+        if (m_left) break;
+        if (!Run(command)) return false;
+    }
+    return true;
+}
+
+bool Shell::RunLines(std::istream& input, std::string_view name)
+{
+    std::string line;
+    for (std::size_t number = 1; !m_left && std::getline(input, line); ++number)
+        if (!Run(line, std::string(name) + ":" + std::to_string(number))) return false;
+    if (!input.bad()) return true;
+    m_err << "error: can't read " << name << " to its end" << std::endl;
+    return false;
+}
+
+void Shell::Converse(std::istream& input)
+{
+    std::string line;
+    while (!m_left && m_out << kPrompt << std::flush && std::getline(input, line)) Run(line);
+    if (!m_left) m_out << '\n';
+}
+
+void Shell::Execute(std::string_view command)
+{
+    const std::vector<Word> words = SplitWords(command);
+    if (words.empty()) return;
+    const Invocation invocation = Understand(m_commands, words);
+    const unsigned needs = invocation.command->needs;
+    if ((needs & kYang) && !m_yang) m_yang = m_environment.loadYang();
+    if ((needs & kSession) && !m_session) m_session = m_environment.connect();
+    const std::unique_ptr<Output> output = MakeOutput(invocation.format, m_out);
+    Call call{
+        invocation.arguments, invocation.format, m_session.get(), m_yang, *output, m_out, m_err, m_left};
+    invocation.command->run(call);
+}
+
+}  // namespace cli
