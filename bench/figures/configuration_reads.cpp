@@ -48,7 +48,9 @@ void ReadEverything(int socket)
     const auto interfaceCount = ReadList(socket, interfaces, kWidth, sflow + "/interface");
     std::vector<confd_value_t> names;
     for (std::size_t i = 0; i < interfaceCount; ++i) {
-        const std::string entry = sflow + "/interface{" + CONFD_GET_CBUFPTR(&interfaces[i * kWidth]) + "}";
+        const std::string entry = sflow + "/interface{" +
+                                  reinterpret_cast<const char*>(CONFD_GET_BUFPTR(&interfaces[i * kWidth])) +
+                                  "}";
         for (const char* list : {"/flow-sampling-collector", "/counter-sampling-collector"}) {
             const auto count = ReadList(socket, names, 1, entry + list);
             for (std::size_t c = 0; c < count; ++c) confd_free_value(&names[c]);
