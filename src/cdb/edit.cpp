@@ -1,0 +1,196 @@
+// The way through the edit and what each operation means. The changes themselves: edit_change.cpp.
+
+#include "cdb/edit.h"
+
+#include <libyang/libyang.h>
+
+#include "cdb/edit_errors.h"
+
+namespace cdb {
+namespace {
+
+EditOp Initial(DefaultOperation operation)
+{
+    switch (operation) {
+    case DefaultOperation::kMerge:
+        return EditOp::kMerge;
+    case DefaultOperation::kReplace:
+        return EditOp::kReplace;
+    case DefaultOperation::kNone:
+        return EditOp::kNone;
+    }
+    return EditOp::kNone;
+}
+
+bool IsPresence(const lysc_node* node)
+{
+    return node->nodetype == LYS_CONTAINER && (node->flags & LYS_PRESENCE) != 0;
+}
+
+/// Leaves of one name stand side by side in a parsed edit.
+bool IsTwin(const lyd_node* leaf)
+{
+    return leaf->prev->next != nullptr && leaf->prev->schema == leaf->schema;
+}
+
+}  // namespace
+
+Editor::Editor(const Schema& schema, lyd_node* tree, Touched* touched, EditLog& log, const EditWrites& writes)
+    : m_schema(schema),
+      m_tree(tree),
+      m_touched(touched),
+      m_log(log),
+      m_writes(writes),
+      m_asksBelow(schema.Table().Size(), false)
+{
+    for (const auto& node : schema.Table().Nodes()) {
+        if (node.callpoint.empty()) continue;
+        for (NodeId above = node.parent; above != kNoNode; above = schema.Table()[above].parent)
+            m_asksBelow[above] = true;
+    }
+}
+
+std::optional<Error> Editor::Apply(const lyd_node* edit, DefaultOperation operation)
+{
+    // What a replacing edit does not mention goes.
+    if (operation == DefaultOperation::kReplace) EmptyUnmentioned(edit);
+    return ApplySiblings(edit, Initial(operation), nullptr);
+}
+
+Editor::Result Editor::ApplySiblings(const lyd_node* edit, EditOp operation, lyd_node* parent)
+{
+    for (const lyd_node* node = edit; node != nullptr; node = node->next)
+        if (auto error = ApplyNode(node, operation, parent)) return error;
+    return std::nullopt;
+}
+
+Editor::Result Editor::ApplyNode(const lyd_node* edit, EditOp inherited, lyd_node* parent)
+{
+    if (edit->schema == nullptr) return ApplyOpaque(edit, inherited, parent);
+    if (!IsExplicit(edit) && edit->schema->nodetype == LYS_LEAF) return std::nullopt;
+    if ((edit->schema->flags & LYS_CONFIG_R) != 0) return NotConfiguration(edit);
+    if (m_schema.IdOf(edit->schema) == kNoNode) return NotKept(edit);
+    const auto own = OperationOf(edit, inherited);
+    if (const auto* error = std::get_if<Error>(&own)) return *error;
+    const auto operation = std::get<EditOp>(own);
+    if (lysc_is_key(edit->schema)) {
+        if (edit->meta != nullptr && (operation == EditOp::kDelete || operation == EditOp::kRemove))
+            return KeyCannotGo(edit);
+        return std::nullopt;
+    }
+    switch (edit->schema->nodetype) {
+    case LYS_LEAF:
+        return ApplyLeaf(edit, operation, parent);
+    case LYS_LIST:
+        return ApplyEntry(edit, operation, parent);
+    default:
+        return ApplyContainer(edit, operation, parent);
+    }
+}
+
+Editor::Result Editor::ApplyOpaque(const lyd_node* edit, EditOp inherited, lyd_node* parent)
+{
+    const auto own = OperationOf(edit, inherited);
+    if (const auto* error = std::get_if<Error>(&own)) return *error;
+    const auto operation = std::get<EditOp>(own);
+    // A leaf to delete needs no value, so one that its type does not accept is no error.
+    const lysc_node* meant = MeantBy(m_schema, edit);
+    const auto* opaque = reinterpret_cast<const lyd_node_opaq*>(edit);
+    const bool isEmpty = opaque->child == nullptr && (opaque->value == nullptr || *opaque->value == '\0');
+    const bool deletes = operation == EditOp::kDelete || operation == EditOp::kRemove;
+    if (meant == nullptr || meant->nodetype != LYS_LEAF || !isEmpty || !deletes || lysc_is_key(meant) ||
+        m_schema.IdOf(meant) == kNoNode)
+        return OpaqueError(m_schema, edit);
+    lyd_node* present = FindSingle(SiblingsBelow(parent), meant);
+    if (IsThere(present))
+        Unset(present);
+    else if (operation == EditOp::kDelete)
+        return NothingToDelete(edit);
+    return std::nullopt;
+}
+
+Editor::Result Editor::ApplyLeaf(const lyd_node* edit, EditOp operation, lyd_node* parent)
+{
+    if (IsTwin(edit)) return GivenTwice(edit);
+    lyd_node* present = FindSingle(SiblingsBelow(parent), edit->schema);
+    const bool isThere = IsThere(present);
+    switch (operation) {
+    case EditOp::kCreate:
+        if (isThere) return DataExists(edit);
+        [[fallthrough]];
+    case EditOp::kMerge:
+    case EditOp::kReplace:
+        Set(edit, present, parent);
+        return std::nullopt;
+    case EditOp::kDelete:
+        if (!isThere) return NothingToDelete(edit);
+        [[fallthrough]];
+    case EditOp::kRemove:
+        if (isThere) Unset(present);
+        return std::nullopt;
+    case EditOp::kNone:
+        break;
+    }
+    if (!isThere) return NothingThere(edit);
+    return std::nullopt;
+}
+
+Editor::Result Editor::ApplyContainer(const lyd_node* edit, EditOp operation, lyd_node* parent)
+{
+    // A presence container comes and goes as an entry without keys does.
+    if (IsPresence(edit->schema)) return ApplyEntry(edit, operation, parent);
+    lyd_node* container = FindSingle(SiblingsBelow(parent), edit->schema);
+    if (container == nullptr) {  // inside an entry that is being made
+        container = MakeContainer(parent, edit->schema);
+        container->flags |= LYD_DEFAULT;
+        m_log.Made(container);
+    }
+    const bool isThere = IsExplicit(container);
+    switch (operation) {
+    case EditOp::kCreate:
+        if (isThere) return DataExists(edit);
+        break;
+    case EditOp::kReplace:
+        container = Empty(container);
+        break;
+    case EditOp::kDelete:
+        if (!isThere) return NothingToDelete(edit);
+        [[fallthrough]];
+    case EditOp::kRemove:
+        Empty(container);
+        return std::nullopt;
+    case EditOp::kMerge:
+    case EditOp::kNone:
+        break;
+    }
+    return ApplySiblings(lyd_child(edit), operation, container);
+}
+
+Editor::Result Editor::ApplyEntry(const lyd_node* edit, EditOp operation, lyd_node* parent)
+{
+    lyd_node* present = nullptr;  // stays so where there is none
+    static_cast<void>(lyd_find_sibling_first(SiblingsBelow(parent), edit, &present));
+    switch (operation) {
+    case EditOp::kCreate:
+        if (present != nullptr) return DataExists(edit);
+        return Create(edit, operation, parent);
+    case EditOp::kReplace:
+        if (present != nullptr) TakeOut(present);
+        return Create(edit, operation, parent);
+    case EditOp::kDelete:
+        if (present == nullptr) return NothingToDelete(edit);
+        [[fallthrough]];
+    case EditOp::kRemove:
+        if (present != nullptr) TakeOut(present);
+        return std::nullopt;
+    case EditOp::kMerge:
+        if (present == nullptr) return Create(edit, operation, parent);
+        break;
+    case EditOp::kNone:
+        if (present == nullptr) return NothingThere(edit);
+        break;
+    }
+    return ApplySiblings(lyd_child(edit), operation, present);
+}
+
+}  // namespace cdb

@@ -1,0 +1,214 @@
+#include "cdb/edit_errors.h"
+
+#include <libyang/libyang.h>
+
+#include "cdb/tree.h"
+
+namespace cdb {
+namespace {
+
+Error Make(ErrorTag tag, const lyd_node* edit, std::string message)
+{
+    Error error;
+    error.tag = tag;
+    error.message = std::move(message);
+    error.path = EditPath(edit);
+    return error;
+}
+
+/// The names of the node's children of the configuration: what could stand there.
+std::string ChildrenOf(const Schema& schema, NodeId parent)
+{
+    std::string names;
+    for (const auto& node : schema.Table().Nodes())
+        if (node.parent == parent) names += (names.empty() ? "" : ", ") + node.name;
+    return names;
+}
+
+std::string Where(const lyd_node* edit)
+{
+    const lyd_node* parent = lyd_parent(edit);
+    return parent != nullptr ? Describe(parent) : "the configuration";
+}
+
+const lys_module* ModuleOf(const lyd_node_opaq* opaque)
+{
+    if (opaque->name.module_ns == nullptr) return nullptr;
+    return opaque->format == LY_VALUE_XML
+               ? ly_ctx_get_module_implemented_ns(opaque->ctx, opaque->name.module_ns)
+               : ly_ctx_get_module_implemented(opaque->ctx, opaque->name.module_name);
+}
+
+Error UnknownNamespace(const lyd_node* edit, const lyd_node_opaq* opaque)
+{
+    const std::string space = opaque->name.module_ns != nullptr ? opaque->name.module_ns : "";
+    auto error = Make(ErrorTag::kUnknownNamespace, edit,
+                      "element \"" + std::string(opaque->name.name) + "\" is in the namespace \"" + space +
+                          "\", which no module here has; use a namespace that this server announces");
+    error.info = {{"bad-element", opaque->name.name}, {"bad-namespace", space}};
+    return error;
+}
+
+Error UnknownElement(const Schema& schema, const lyd_node* edit, const lyd_node_opaq* opaque)
+{
+    const lyd_node* parent = lyd_parent(edit);
+    const NodeId id = parent != nullptr ? schema.IdOf(parent->schema) : kNoNode;
+    auto error = Make(
+        ErrorTag::kUnknownElement, edit,
+        Where(edit) + " has no element \"" + opaque->name.name + "\"; known here: " + ChildrenOf(schema, id));
+    error.info = {{"bad-element", opaque->name.name}};
+    return error;
+}
+
+Error MissingKey(const lyd_node* edit, const lysc_node* list)
+{
+    // The first key that is not there as an element of that name.
+    const auto has = [edit](const char* name) {
+        for (const lyd_node* child = lyd_child(edit); child != nullptr; child = child->next)
+            if (std::string_view(LYD_NAME(child)) == name) return true;
+        return false;
+    };
+    for (const lysc_node* key = lysc_node_child(list); key != nullptr && lysc_is_key(key); key = key->next) {
+        if (has(key->name)) continue;
+        auto error = Make(ErrorTag::kMissingElement, edit,
+                          "an entry of list \"" + std::string(list->name) + "\" needs its key \"" +
+                              key->name + "\"; add that element");
+        error.info = {{"bad-element", key->name}};
+        return error;
+    }
+    for (const lyd_node* child = lyd_child(edit); child != nullptr; child = child->next) {
+        const lysc_node* key = lys_find_child(list, list->module, LYD_NAME(child), 0, 0, 0);
+        if (key == nullptr || !lysc_is_key(key)) continue;
+        const auto* value = reinterpret_cast<const lyd_node_opaq*>(child)->value;
+        const auto length = std::string_view(value).size();
+        if (lyd_value_validate(LYD_CTX(edit), key, value, length, nullptr, nullptr, nullptr) == LY_SUCCESS)
+            continue;
+        return Make(ErrorTag::kInvalidValue, child,
+                    '"' + std::string(value) + "\" can't be the key \"" + key->name +
+                        "\" of an entry of list \"" + list->name + "\": " + LastMessage(LYD_CTX(edit)));
+    }
+    return Make(ErrorTag::kInvalidValue, edit,
+                "an entry of list \"" + std::string(list->name) + "\" can't be read; check its keys");
+}
+
+Error InvalidValue(const Schema& schema, const lyd_node* edit, const lysc_node* leaf,
+                   const std::string& value)
+{
+    std::string why = LastMessage(LYD_CTX(edit));
+    while (!why.empty() && why.back() == '.') why.pop_back();
+    std::string message =
+        '"' + value + "\" is no value for leaf \"" + leaf->name + "\" of " + Where(edit) + ": " + why;
+    const NodeId id = schema.IdOf(leaf);
+    if (id != kNoNode && schema.Table()[id].maximum != 0)
+        message += "; use a number from " + std::to_string(schema.Table()[id].minimum) + " to " +
+                   std::to_string(schema.Table()[id].maximum);
+    else
+        message += "; use a value of its type";
+    auto error = Make(ErrorTag::kInvalidValue, edit, std::move(message));
+    error.info = {{"bad-element", leaf->name}};
+    return error;
+}
+
+}  // namespace
+
+std::string EditPath(const lyd_node* edit)
+{
+    if (edit->schema != nullptr) return DataPath(edit);
+    const lyd_node* parent = lyd_parent(edit);
+    return (parent != nullptr ? EditPath(parent) : "") + '/' + LYD_NAME(edit);
+}
+
+Error BadOperation(const lyd_node* edit, const std::string& operation)
+{
+    auto error =
+        Make(ErrorTag::kBadAttribute, edit,
+             "there is no operation \"" + operation + "\"; use merge, replace, create, delete or remove");
+    error.info = {{"bad-attribute", "operation"}, {"bad-element", LYD_NAME(edit)}};
+    return error;
+}
+
+Error DataExists(const lyd_node* edit)
+{
+    return Make(ErrorTag::kDataExists, edit,
+                Describe(edit) + " exists already; use merge or replace to change it");
+}
+
+Error NothingToDelete(const lyd_node* edit)
+{
+    return Make(ErrorTag::kDataMissing, edit,
+                Describe(edit) + " does not exist and can't be deleted; use remove where it may be missing");
+}
+
+Error NothingThere(const lyd_node* edit)
+{
+    return Make(ErrorTag::kDataMissing, edit, Describe(edit) + " does not exist; create it, or use merge");
+}
+
+Error KeyCannotGo(const lyd_node* edit)
+{
+    auto error = Make(ErrorTag::kBadAttribute, edit,
+                      Describe(edit) + " is a key and can't be deleted; put the operation on the entry");
+    error.info = {{"bad-attribute", "operation"}, {"bad-element", LYD_NAME(edit)}};
+    return error;
+}
+
+Error GivenTwice(const lyd_node* edit)
+{
+    auto error = Make(ErrorTag::kBadElement, edit, Describe(edit) + " is given twice; give it once");
+    error.info = {{"bad-element", LYD_NAME(edit)}};
+    return error;
+}
+
+Error NotConfiguration(const lyd_node* edit)
+{
+    auto error = Make(ErrorTag::kInvalidValue, edit,
+                      Describe(edit) + " is state and can't be configured; leave it out");
+    error.info = {{"bad-element", LYD_NAME(edit)}};
+    return error;
+}
+
+Error NotKept(const lyd_node* edit)
+{
+    auto error = Make(ErrorTag::kUnknownElement, edit,
+                      Describe(edit) + " is no configuration that this datastore keeps; leave it out");
+    error.info = {{"bad-element", LYD_NAME(edit)}};
+    return error;
+}
+
+Error BadWrite(const std::string& callpoint, const std::string& path, const std::string& why)
+{
+    Error error;
+    error.tag = ErrorTag::kOperationFailed;
+    error.message = "the callpoint " + callpoint + " wrote " + path +
+                    ", which the schema does not accept: " + why + "; check the program that serves it";
+    return error;
+}
+
+const lysc_node* MeantBy(const Schema& schema, const lyd_node* opaque)
+{
+    const auto* node = reinterpret_cast<const lyd_node_opaq*>(opaque);
+    const lys_module* module = ModuleOf(node);
+    if (module == nullptr) return nullptr;
+    const lyd_node* parent = lyd_parent(opaque);
+    if (parent == nullptr) {
+        const lysc_node* top = lys_find_child(nullptr, module, node->name.name, 0, 0, 0);
+        return top != nullptr && schema.IdOf(top) != kNoNode ? top : nullptr;
+    }
+    return parent->schema != nullptr ? lys_find_child(parent->schema, module, node->name.name, 0, 0, 0)
+                                     : nullptr;
+}
+
+Error OpaqueError(const Schema& schema, const lyd_node* opaque)
+{
+    const auto* node = reinterpret_cast<const lyd_node_opaq*>(opaque);
+    if (ModuleOf(node) == nullptr) return UnknownNamespace(opaque, node);
+    const lysc_node* meant = MeantBy(schema, opaque);
+    if (meant == nullptr) return UnknownElement(schema, opaque, node);
+    if (meant->nodetype == LYS_LIST) return MissingKey(opaque, meant);
+    const std::string value = node->value != nullptr ? node->value : "";
+    ly_err_clean(const_cast<ly_ctx*>(LYD_CTX(opaque)), nullptr);
+    static_cast<void>(lyd_parse_opaq_error(opaque));
+    return InvalidValue(schema, opaque, meant, value);
+}
+
+}  // namespace cdb

@@ -1,0 +1,38 @@
+// What can be wrong with an edit, in words that name the thing and the remedy. Used by the editor.
+
+#ifndef CDB_EDIT_ERRORS_H
+#define CDB_EDIT_ERRORS_H
+
+#include <string>
+
+#include "cdb/error.h"
+#include "cdb/schema.h"
+
+struct lyd_node;
+
+namespace cdb {
+
+/// Where in the data an edit's node stands; opaque nodes too.
+std::string EditPath(const lyd_node* edit);
+
+Error BadOperation(const lyd_node* edit, const std::string& operation);
+Error DataExists(const lyd_node* edit);
+Error NothingToDelete(const lyd_node* edit);
+Error NothingThere(const lyd_node* edit);
+Error KeyCannotGo(const lyd_node* edit);
+Error GivenTwice(const lyd_node* edit);
+Error NotConfiguration(const lyd_node* edit);
+Error NotKept(const lyd_node* edit);
+
+/// A callpoint's write that the schema does not accept.
+Error BadWrite(const std::string& callpoint, const std::string& path, const std::string& why);
+
+/// The schema node that an opaque node means, or null.
+const lysc_node* MeantBy(const Schema& schema, const lyd_node* opaque);
+
+/// Why an opaque node is one: libyang keeps so what it can't make sense of.
+Error OpaqueError(const Schema& schema, const lyd_node* opaque);
+
+}  // namespace cdb
+
+#endif

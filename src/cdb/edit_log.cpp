@@ -1,0 +1,77 @@
+#include "cdb/edit_log.h"
+
+#include <libyang/libyang.h>
+
+#include <utility>
+
+namespace cdb {
+namespace {
+
+void SetLeaf(lyd_node* leaf, const char* text, bool asDefault)
+{
+    // The value is canonical, of this leaf's type: it can't be refused, only be the same.
+    static_cast<void>(lyd_change_term_canon(leaf, text));
+    if (!asDefault) {
+        ClearDefaultFlag(lyd_parent(leaf));
+    } else {
+        leaf->flags |= LYD_DEFAULT;
+        RefreshDefaultFlag(lyd_parent(leaf));
+    }
+}
+
+}  // namespace
+
+void EditLog::Made(lyd_node* node)
+{
+    if (IsExplicit(node)) ClearDefaultFlag(lyd_parent(node));
+    Step step;
+    step.node = node;
+    m_changes.push_back(std::move(step));
+}
+
+void EditLog::TakeOut(lyd_node* node)
+{
+    Step step;
+    step.parent = lyd_parent(node);
+    lyd_unlink_tree(node);
+    RefreshDefaultFlag(step.parent);
+    step.taken.reset(node);
+    m_changes.push_back(std::move(step));
+}
+
+void EditLog::Change(lyd_node* leaf, const char* text, bool asDefault)
+{
+    Step step;
+    step.node = leaf;
+    step.text = lyd_get_value(leaf);
+    step.wasDefault = !IsExplicit(leaf);
+    step.changed = true;
+    SetLeaf(leaf, text, asDefault);
+    m_changes.push_back(std::move(step));
+}
+
+void EditLog::RollBack()
+{
+    while (!m_changes.empty()) {
+        TakeBack(m_changes.back());
+        m_changes.pop_back();
+    }
+}
+
+void EditLog::TakeBack(Step& step)
+{
+    if (step.taken) {
+        // It stood there before: the schema can't object.
+        lyd_node* node = step.taken.release();
+        static_cast<void>(lyd_insert_child(step.parent, node));
+        if (IsExplicit(node)) ClearDefaultFlag(step.parent);
+    } else if (step.changed) {
+        SetLeaf(step.node, step.text.c_str(), step.wasDefault);
+    } else {
+        lyd_node* parent = lyd_parent(step.node);
+        lyd_free_tree(step.node);
+        RefreshDefaultFlag(parent);
+    }
+}
+
+}  // namespace cdb

@@ -1,0 +1,53 @@
+// The changes that one edit has made to a tree, in order, so that they can be taken back. Every
+// change of the candidate by an edit goes through here. Owns what the edit has taken out.
+
+#ifndef CDB_EDIT_LOG_H
+#define CDB_EDIT_LOG_H
+
+#include <string>
+#include <vector>
+
+#include "cdb/tree.h"
+
+namespace cdb {
+
+class EditLog {
+public:
+    /// `tree`: any top-level node of the tree that the edit changes.
+    EditLog() = default;
+    ~EditLog() = default;
+    EditLog(const EditLog&) = delete;
+    EditLog& operator=(const EditLog&) = delete;
+
+    /// The node has been made and stands in the tree.
+    void Made(lyd_node* node);
+
+    /// Takes the node out of the tree. Top-level nodes stay in their tree for ever.
+    void TakeOut(lyd_node* node);
+
+    /// Gives the leaf another canonical value, explicit or as its default.
+    void Change(lyd_node* leaf, const char* text, bool asDefault);
+
+    /// Takes everything back, the last change first.
+    void RollBack();
+
+    /// Keeps the changes and forgets what was before.
+    void Keep() { m_changes.clear(); }
+
+private:
+    struct Step {
+        lyd_node* node = nullptr;  // made, or changed
+        TreePtr taken;             // taken out of `parent`
+        lyd_node* parent = nullptr;
+        std::string text;  // the leaf's value before
+        bool wasDefault = false;
+        bool changed = false;
+    };
+    void TakeBack(Step& step);
+
+    std::vector<Step> m_changes;
+};
+
+}  // namespace cdb
+
+#endif

@@ -1,0 +1,28 @@
+// The operation that an edit's node asks for: its attribute (RFC 6241, section 7.2), or what it
+// inherits. Used by the editor.
+
+#ifndef CDB_EDIT_OPERATION_H
+#define CDB_EDIT_OPERATION_H
+
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "cdb/error.h"
+
+struct lyd_node;
+
+namespace cdb {
+
+enum class EditOp { kMerge, kReplace, kCreate, kDelete, kRemove, kNone };
+
+/// The node's own operation, else the inherited one; bad-attribute for one that does not exist.
+std::variant<EditOp, Error> OperationOf(const lyd_node* edit, EditOp inherited);
+
+/// Whether anything below or at the node says an operation or can't be taken as it stands: an opaque
+/// node, an element given twice.
+bool IsPlain(const lyd_node* edit);
+
+}  // namespace cdb
+
+#endif

@@ -1,0 +1,101 @@
+#include "cdb/tree_load.h"
+
+#include <libyang/libyang.h>
+
+namespace cdb {
+namespace {
+
+class Loader {
+public:
+    Loader(const Schema& schema, const StoreReader::Snapshot& rows)
+        : m_schema(schema), m_table(schema.Table()), m_rows(rows)
+    {
+    }
+
+    void Container(lyd_node* parent, lyd_node* present, const RowKey& key)
+    {
+        const auto row = m_rows.Get(key);
+        lyd_node* container = present;
+        if (container == nullptr) {
+            const bool isPresence = m_table[key.node].kind == NodeKind::kPresenceContainer;
+            if (isPresence && !row) return;
+            container = MakeContainer(parent, m_schema.NodeOf(key.node));
+            if (container == nullptr) Refuse(key, "it can't be made");
+            if (!isPresence) container->flags |= LYD_DEFAULT;
+        }
+        if (row) Leaves(container, key, *row);
+        Below(container, key);
+    }
+
+private:
+    void Below(lyd_node* parent, const RowKey& key)
+    {
+        for (const NodeId child : m_table[key.node].children) {
+            if (m_table[child].kind == NodeKind::kList)
+                List(parent, child, key.keys);
+            else if (m_table[child].kind != NodeKind::kLeaf)
+                Container(parent, FindSingle(lyd_child(parent), m_schema.NodeOf(child)), {child, key.keys});
+        }
+    }
+
+    void List(lyd_node* parent, NodeId list, const std::vector<std::string>& parentKeys)
+    {
+        m_rows.Scan(list, parentKeys, 0, [&](const std::vector<std::string>& own, const Row& row) {
+            RowKey key{list, parentKeys};
+            key.keys.insert(key.keys.end(), own.begin(), own.end());
+            lyd_node* entry = MakeEntry(parent, m_schema.NodeOf(list), own);
+            if (entry == nullptr) Refuse(key, "its keys");
+            ClearDefaultFlag(parent);
+            Leaves(entry, key, row);
+            Below(entry, key);
+            return true;
+        });
+    }
+
+    void Leaves(lyd_node* holder, const RowKey& key, const Row& row)
+    {
+        for (const auto& [name, value] : row.leaves) {
+            const NodeId leaf = m_table.Child(key.node, name);
+            if (leaf == kNoNode || m_table[leaf].kind != NodeKind::kLeaf) continue;  // of an older schema
+            const std::string text = ToText(value);
+            if (TypeOf(value) != m_table[leaf].type || !SetLeaf(holder, m_schema.NodeOf(leaf), text))
+                Refuse(key, "leaf " + name + " with the value \"" + text + '"');
+        }
+    }
+
+    static bool SetLeaf(lyd_node* holder, const lysc_node* leaf, const std::string& text)
+    {
+        ClearDefaultFlag(holder);
+        // The top-level containers are complete already.
+        if (lyd_node* present = FindSingle(lyd_child(holder), leaf); present != nullptr) {
+            const auto result = lyd_change_term(present, text.c_str());
+            return result == LY_SUCCESS || result == LY_EEXIST || result == LY_ENOT;
+        }
+        return MakeLeaf(holder, leaf, text) != nullptr;
+    }
+
+    [[noreturn]] void Refuse(const RowKey& key, const std::string& what) const
+    {
+        throw FatalError("the stored row " + TextOf(m_table, key) +
+                         " does not fit the YANG modules: " + what + " (" + LastMessage(m_schema.Context()) +
+                         "); start with the modules that it was written with, or restore another store");
+    }
+
+    const Schema& m_schema;
+    const SchemaTable& m_table;
+    const StoreReader::Snapshot& m_rows;
+};
+
+}  // namespace
+
+TreePtr LoadTree(const Schema& schema, const StoreReader::Snapshot& rows)
+{
+    TreePtr tree = EmptyTree(schema);
+    Loader loader(schema, rows);
+    for (lyd_node* top = tree.get(); top != nullptr; top = top->next)
+        loader.Container(nullptr, top, {schema.IdOf(top->schema), {}});
+    for (lyd_node* top = tree.get(); top != nullptr; top = top->next) Complete(top);
+    return tree;
+}
+
+}  // namespace cdb

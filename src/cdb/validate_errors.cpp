@@ -1,0 +1,100 @@
+#include "cdb/validate_errors.h"
+
+#include <libyang/libyang.h>
+
+#include <string_view>
+
+#include "cdb/tree.h"
+
+namespace cdb {
+namespace {
+
+constexpr std::string_view kDataLocation = "Data location \"";
+constexpr std::string_view kSchemaLocation = "Schema location \"";
+
+/// What stands between the quotes after the words; empty for nothing.
+std::string Location(const ly_err_item& item, std::string_view words)
+{
+    const std::string_view path = item.path != nullptr ? item.path : "";
+    const auto start = path.find(words);
+    if (start == std::string_view::npos) return {};
+    // Keys in a data path may contain any quotes; the path's own end is followed by one of these.
+    auto end = path.find("\", ", start + words.size());
+    if (end == std::string_view::npos) end = path.rfind("\".");
+    if (end == std::string_view::npos || end < start + words.size()) return {};
+    return std::string(path.substr(start + words.size(), end - start - words.size()));
+}
+
+/// The first instance of `parent` below `node` (itself included) without a child of that schema.
+const lyd_node* WithoutChild(const lyd_node* node, const lysc_node* parent, const lysc_node* child)
+{
+    if (node->schema == parent) return FindSingle(lyd_child(node), child) == nullptr ? node : nullptr;
+    for (const lyd_node* below = lyd_child(node); below != nullptr; below = below->next)
+        if (const lyd_node* found = WithoutChild(below, parent, child); found != nullptr) return found;
+    return nullptr;
+}
+
+Error MissingNode(const Schema& schema, const ly_err_item& item, const lyd_node* tree)
+{
+    Error error;
+    error.tag = ErrorTag::kMissingElement;
+    error.message = item.msg;
+    const std::string location = Location(item, kSchemaLocation);
+    const lysc_node* node = lys_find_path(schema.Context(), nullptr, location.c_str(), 0);
+    if (node == nullptr) return error;
+    error.info = {{"bad-element", node->name}};
+    const lyd_node* holder = WithoutChild(tree, node->parent, node);
+    if (holder == nullptr) return error;
+    error.path = DataPath(holder);
+    error.message = Describe(holder) + " needs \"" + node->name + "\"; set it";
+    return error;
+}
+
+Error DanglingReference(const Schema& schema, const Reach& reach, const ly_err_item& item,
+                        const lyd_node* tree)
+{
+    Error error;
+    error.tag = ErrorTag::kDataMissing;
+    error.appTag = "instance-required";
+    error.path = Location(item, kDataLocation);
+    error.message = item.msg;
+    lyd_node* leaf = nullptr;
+    if (lyd_find_path(tree, error.path.c_str(), 0, &leaf) != LY_SUCCESS || leaf == nullptr) return error;
+    const auto& table = schema.Table();
+    for (const auto& reference : reach.references) {
+        if (schema.NodeOf(reference.leaf) != leaf->schema) continue;
+        const lyd_node* holder = lysc_is_key(leaf->schema) ? lyd_parent(lyd_parent(leaf)) : lyd_parent(leaf);
+        error.message = "there is no " + table[reference.list].name + " \"" + lyd_get_value(leaf) +
+                        "\", which " + Describe(holder) + " refers to as its " +
+                        (lysc_is_key(leaf->schema) ? LYD_NAME(lyd_parent(leaf)) : LYD_NAME(leaf)) +
+                        "; create it or take the reference out";
+    }
+    return error;
+}
+
+}  // namespace
+
+Error ValidationError(const Schema& schema, const Reach& reach, const lyd_node* tree)
+{
+    const ly_err_item* last = ly_err_last(schema.Context());
+    Error error;
+    error.message = "the configuration is not valid";
+    if (last == nullptr || last->msg == nullptr) return error;
+    // Its texts are needed while libyang is asked for more.
+    const std::string message = last->msg;
+    const std::string path = last->path != nullptr ? last->path : "";
+    const std::string appTag = last->apptag != nullptr ? last->apptag : "";
+    ly_err_item item = *last;
+    item.msg = const_cast<char*>(message.c_str());
+    item.path = const_cast<char*>(path.c_str());
+
+    if (appTag == "instance-required") return DanglingReference(schema, reach, item, tree);
+    if (message.starts_with("Mandatory node")) return MissingNode(schema, item, tree);
+    error.message = message;
+    error.path = Location(item, kDataLocation);
+    error.appTag = appTag;
+    if (appTag == "missing-choice") error.tag = ErrorTag::kDataMissing;
+    return error;
+}
+
+}  // namespace cdb

@@ -1,0 +1,18 @@
+// What libyang says of an invalid tree, in words that name the thing and the remedy.
+
+#ifndef CDB_VALIDATE_ERRORS_H
+#define CDB_VALIDATE_ERRORS_H
+
+#include "cdb/error.h"
+#include "cdb/validate_reach.h"
+
+struct lyd_node;
+
+namespace cdb {
+
+/// libyang's last message as an error. `tree`: what was validated, any top-level node.
+Error ValidationError(const Schema& schema, const Reach& reach, const lyd_node* tree);
+
+}  // namespace cdb
+
+#endif
