@@ -38,13 +38,14 @@ private:
             m_error = "names the list " + Before() + " without a key in braces and goes on below it";
             return;
         }
-        ++m_position;
+        const std::size_t slash = m_position++;
         const auto end = std::min(m_text.find_first_of("/{[", m_position), m_text.size());
         const auto name = m_text.substr(m_position, end - m_position);
         const NodeId node = m_schema.Child(m_last, name);
         if (node == kNoNode) {
-            const std::string where = m_last == kNoNode ? "at the top" : "below " + Before();
-            m_error = "has no element \"" + std::string(name) + "\" " + where;
+            const std::string above(m_text.substr(0, slash));
+            m_error = "has no element \"" + std::string(name) + "\" " +
+                      (slash == 0 ? "at the top" : "below " + above);
             return;
         }
         m_position = end;

@@ -19,8 +19,8 @@ namespace cdb {
 /// order from the root. The last list may be without its keys when the path names the list itself.
 struct Step {
     NodeId node = kNoNode;
-    std::vector<std::string> keys;       // of a list entry; empty for other nodes or the list itself
-    std::optional<std::size_t> index;    // "[n]"; not yet resolved to keys
+    std::vector<std::string> keys{};     // of a list entry; empty for other nodes or the list itself
+    std::optional<std::size_t> index{};  // "[n]"; not yet resolved to keys
     friend bool operator==(const Step&, const Step&) = default;
 };
 

@@ -26,25 +26,25 @@ inline constexpr NodeId kNoNode = 0xFFFFFFFF;
 struct SchemaNode {
     NodeId id = kNoNode;
     NodeId parent = kNoNode;
-    std::string name;
-    std::string module;  // the module that defines the node
+    std::string name{};
+    std::string module{};  // the module that defines the node
     NodeKind kind = NodeKind::kContainer;
-    std::uint32_t tag = 0;         // of the name, the same wherever the name occurs
-    std::uint32_t ns = 0;          // namespace hash of the module
-    std::string callpoint;         // on a list: whom to ask when an entry is created; mostly empty
-    std::vector<NodeId> children;  // schema order; a list's keys first, in key order
+    std::uint32_t tag = 0;           // of the name, the same wherever the name occurs
+    std::uint32_t ns = 0;            // namespace hash of the module
+    std::string callpoint{};         // on a list: whom to ask when an entry is created; mostly empty
+    std::vector<NodeId> children{};  // schema order; a list's keys first, in key order
 
     // leaves
     bool isKey = false;
     bool mandatory = false;
     ValueType type = ValueType::kNone;
-    Value defaultValue;           // monostate: none
+    Value defaultValue{};         // monostate: none
     NodeId defaultRef = kNoNode;  // the sibling leaf whose value stands in for a missing one
     std::uint64_t minimum = 0;    // integers: the range's bounds
     std::uint64_t maximum = 0;
 
     // lists
-    std::vector<NodeId> keys;
+    std::vector<NodeId> keys{};
 
     friend bool operator==(const SchemaNode&, const SchemaNode&) = default;
 };

@@ -2,6 +2,9 @@
 
 #include "cdb/store_environment.h"
 
+#include <sys/resource.h>
+#include <sys/statvfs.h>
+
 #include <cerrno>
 
 namespace cdb {
@@ -12,8 +15,22 @@ constexpr unsigned kReaders = 512;
 constexpr std::size_t kKeptReadings = 8;
 constexpr mdb_mode_t kFileMode = 0640;
 
-bool IsFull(int code)
+/// Whether the file can't grow any more: the disk is full, or the process's limit is reached.
+bool NoSpaceLeft(const std::filesystem::path& directory)
 {
+    constexpr std::uint64_t kNearlyNothing = std::uint64_t{1} << 20;
+    struct statvfs disk {};
+    if (statvfs(directory.c_str(), &disk) == 0 && disk.f_bavail * disk.f_frsize < kNearlyNothing) return true;
+    rlimit limit{};
+    std::error_code error;
+    const auto size = std::filesystem::file_size(directory / kDataFile, error);
+    return !error && getrlimit(RLIMIT_FSIZE, &limit) == 0 && size + kNearlyNothing > limit.rlim_cur;
+}
+
+bool IsFull(const std::filesystem::path& directory, int code)
+{
+    // LMDB calls a write that was cut short for want of space an input/output error.
+    if (code == EIO) return NoSpaceLeft(directory);
     return code == MDB_MAP_FULL || code == MDB_TXN_FULL || code == ENOSPC || code == EDQUOT || code == EFBIG;
 }
 
@@ -53,9 +70,10 @@ Error ToError(const std::filesystem::path& directory, const std::string& what, i
 {
     Error error;
     const std::string store = "the store in " + directory.string();
-    if (IsFull(code)) {
+    if (IsFull(directory, code)) {
         error.tag = ErrorTag::kResourceDenied;
-        error.message = what + " failed: " + store + " is full (" + mdb_strerror(code) +
+        error.message = what + " failed: " + store + " is full (" +
+                        (code == EIO ? "no space left" : mdb_strerror(code)) +
                         "); free some space and try again, nothing was changed";
     } else if (code == MDB_BAD_VALSIZE) {
         error.tag = ErrorTag::kTooBig;
@@ -70,6 +88,11 @@ Error ToError(const std::filesystem::path& directory, const std::string& what, i
 Environment::Environment(const std::filesystem::path& directory, Access access, std::size_t mapSize)
     : m_directory(directory)
 {
+    // LMDB would make its lock file where there is no store, and take an empty file for a new one.
+    std::error_code error;
+    const auto size = std::filesystem::file_size(directory / kDataFile, error);
+    if (error && access != Access::kWrite) Fail("opening", error.value());
+    if (!error && size == 0) Fail("opening", MDB_INVALID);
     int code = mdb_env_create(&m_environment);
     if (code != MDB_SUCCESS) Fail("opening", code);
     mdb_env_set_maxdbs(m_environment, kDatabases);
