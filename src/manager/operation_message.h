@@ -1,0 +1,35 @@
+// From the message on the wire to an operation. The one place where the width of numbers and the length
+// of names that a peer sends are checked.
+
+#ifndef MANAGER_OPERATION_MESSAGE_H
+#define MANAGER_OPERATION_MESSAGE_H
+
+#include <cstddef>
+#include <string>
+#include <variant>
+
+#include "manager/operation.h"
+
+namespace ipc::manager {
+class ClientMessage;
+}
+
+namespace manager {
+
+/// Bytes of a name, as the model of the configuration has it.
+inline constexpr std::size_t kMaxName = 64;
+
+/// Why a message's content is no operation.
+struct Refusal {
+    std::string reason;
+};
+
+/// Whether the message carries one of the service's operations.
+bool IsOperation(const ipc::manager::ClientMessage& message);
+
+/// The operation of a message for which IsOperation is true.
+std::variant<Operation, Refusal> ToOperation(const ipc::manager::ClientMessage& message);
+
+}  // namespace manager
+
+#endif

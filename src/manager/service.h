@@ -1,0 +1,66 @@
+// One session after the other with the sFlow service client, as far as it needs no socket: each message
+// is checked, noted in the journal and applied to the state. Driven by the session server.
+
+#ifndef MANAGER_SERVICE_H
+#define MANAGER_SERVICE_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string_view>
+
+namespace ipc::manager {
+class ClientMessage;
+}
+
+namespace manager {
+
+class Journal;
+class State;
+
+class Service {
+public:
+    using Clock = std::function<std::chrono::system_clock::time_point()>;
+
+    enum class Session { kNone, kLoading, kLoaded };
+
+    /// `journal` may be null. All must outlive it.
+    Service(State& state, Journal* journal, Clock clock);
+
+    /// A client has been given the session.
+    void Open();
+
+    /// Takes one message of the session. False when it is none that a session carries, and the
+    /// connection is to be ended. An operation that can't be applied is logged and counted.
+    bool Take(const ipc::manager::ClientMessage& message);
+
+    /// The session has ended; the state stays as it is.
+    void Close();
+
+    [[nodiscard]] const State& CurrentState() const { return m_state; }
+    [[nodiscard]] const Journal* CurrentJournal() const { return m_journal; }
+    [[nodiscard]] Session CurrentSession() const { return m_session; }
+    /// When the session came to be as it is.
+    [[nodiscard]] std::chrono::system_clock::time_point Since() const { return m_since; }
+    /// Operations received, and those of them that were refused, since the manager's start.
+    [[nodiscard]] std::uint64_t Operations() const { return m_operations; }
+    [[nodiscard]] std::uint64_t Refused() const { return m_refused; }
+
+private:
+    void Become(Session session, std::string_view step);
+    void TakeOperation(const ipc::manager::ClientMessage& message);
+    void Refuse(std::string_view reason);
+
+    State& m_state;
+    Journal* m_journal;
+    Clock m_clock;
+    Session m_session = Session::kNone;
+    std::chrono::system_clock::time_point m_since;
+    std::uint64_t m_operations = 0;
+    std::uint64_t m_refused = 0;
+    std::uint64_t m_refusedBefore = 0;  // when the session was opened
+};
+
+}  // namespace manager
+
+#endif

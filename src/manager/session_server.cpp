@@ -1,0 +1,229 @@
+#include "manager/session_server.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <map>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include <fmt/format.h>
+#include <boost/asio/io_context.hpp>
+
+#include "ipc/frame.h"
+#include "ipc/manager.pb.h"
+#include "ipc/timers.h"
+#include "log/log.h"
+#include "manager/service.h"
+
+namespace manager {
+namespace {
+
+using ipc::manager::ClientMessage;
+using ipc::manager::ServerMessage;
+
+constexpr unsigned kPermissions = 0660;
+/// A connection that has not said hello by then is ended.
+constexpr std::chrono::seconds kHelloTime{10};
+/// Before the next connection is accepted when accepting has failed (no descriptors left, say).
+constexpr std::chrono::milliseconds kAcceptDelay{100};
+
+boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& loop, const std::string& path)
+{
+    try {
+        return ipc::Listen(loop, path, kPermissions);
+    } catch (const std::system_error& error) {
+        std::string ignored;
+        const auto other =
+            error.code() == std::errc::address_in_use ? ipc::Connect(loop, path, ignored) : nullptr;
+        if (other == nullptr) throw;
+        throw std::system_error(
+            error.code(),
+            fmt::format("another sFlow manager, process {}, has {}: stop it first", other->Peer().pid, path));
+    }
+}
+
+}  // namespace
+
+class SessionServer::Impl {
+public:
+    Impl(boost::asio::io_context& loop, ipc::Timers& timers, std::string path, Service& service)
+        : m_timers(timers), m_path(std::move(path)), m_service(service), m_acceptor(Listen(loop, m_path))
+    {
+        Accept();
+    }
+
+    bool RequestResync();
+    void Stop();
+    [[nodiscard]] const std::string& Path() const { return m_path; }
+
+private:
+    using Id = std::uint64_t;  // of a connection; the lowest is the oldest
+
+    struct Stranger {
+        std::shared_ptr<ipc::Channel> channel;
+        std::shared_ptr<void> helloTimer;
+    };
+
+    void Accept();
+    void Greet(ipc::Channel::Socket socket);
+    void OnFrame(Id id, std::string_view frame);
+    void OnHello(Id id, const ClientMessage& message);
+    void OnClosed(Id id, std::string_view reason);
+    /// Ends a connection that misbehaves.
+    void Drop(Id id, std::string_view reason);
+    void EndSession(std::string_view reason);
+    static void Refuse(ipc::Channel& channel, const std::string& reason, std::int64_t holder);
+
+    ipc::Timers& m_timers;
+    const std::string m_path;
+    Service& m_service;
+    boost::asio::local::stream_protocol::acceptor m_acceptor;
+    std::shared_ptr<void> m_acceptTimer;
+    Id m_lastId = 0;
+    std::map<Id, Stranger> m_strangers;
+    std::shared_ptr<ipc::Channel> m_holder;
+    Id m_holderId = 0;
+};
+
+void SessionServer::Impl::Accept()
+{
+    m_acceptor.async_accept([this](const boost::system::error_code& error, ipc::Channel::Socket socket) {
+        if (error == boost::asio::error::operation_aborted) return;
+        if (error) {
+            slog::Error("cannot accept a connection on {}: {}", m_path, error.message());
+            m_acceptTimer = m_timers.After(kAcceptDelay, [this] { Accept(); });
+            return;
+        }
+        Greet(std::move(socket));
+        Accept();
+    });
+}
+
+void SessionServer::Impl::Greet(ipc::Channel::Socket socket)
+{
+    if (m_strangers.size() >= kMaxStrangers)
+        Drop(m_strangers.begin()->first, "too many connections wait to say hello");
+    const Id id = ++m_lastId;
+    Stranger stranger;
+    stranger.channel = ipc::Channel::Create(std::move(socket));
+    stranger.channel->Start({[this, id](std::string_view frame) { OnFrame(id, frame); },
+                             [this, id](std::string_view reason) { OnClosed(id, reason); }});
+    stranger.helloTimer = m_timers.After(kHelloTime, [this, id] { Drop(id, "no hello in time"); });
+    m_strangers.emplace(id, std::move(stranger));
+}
+
+void SessionServer::Impl::OnFrame(Id id, std::string_view frame)
+{
+    ClientMessage message;
+    if (!message.ParseFromArray(frame.data(), static_cast<int>(frame.size())))
+        return Drop(id, "a frame that is no message");
+    if (m_holder != nullptr && id == m_holderId) {
+        if (!m_service.Take(message)) Drop(id, "a message that has no place in a session");
+        return;
+    }
+    if (!message.has_hello()) return Drop(id, "a message before hello");
+    OnHello(id, message);
+}
+
+void SessionServer::Impl::OnHello(Id id, const ClientMessage& message)
+{
+    const auto node = m_strangers.extract(id);
+    if (node.empty()) return;
+    const auto channel = node.mapped().channel;
+    const auto& hello = message.hello();
+    if (hello.protocol() != ipc::kProtocolVersion)
+        return Refuse(*channel,
+                      fmt::format("protocol version {} is not spoken here, only {}", hello.protocol(),
+                                  ipc::kProtocolVersion),
+                      0);
+    if (m_holder != nullptr) {
+        const std::int64_t holder = m_holder->Peer().pid;
+        return Refuse(*channel, fmt::format("process {} has the session", holder), holder);
+    }
+    m_holder = channel;
+    m_holderId = id;
+    m_service.Open();
+    slog::Notice("session opened by process {}", channel->Peer().pid);
+    ServerMessage answer;
+    answer.mutable_opened()->set_pid(::getpid());
+    channel->Send(answer);
+}
+
+void SessionServer::Impl::Refuse(ipc::Channel& channel, const std::string& reason, std::int64_t holder)
+{
+    slog::Info("process {} is refused: {}", channel.Peer().pid, reason);
+    ServerMessage answer;
+    answer.mutable_refused()->set_reason(reason);
+    answer.mutable_refused()->set_holder_pid(holder);
+    channel.Send(answer);
+    channel.Close();
+}
+
+void SessionServer::Impl::OnClosed(Id id, std::string_view reason)
+{
+    m_strangers.erase(id);
+    if (m_holder != nullptr && id == m_holderId) EndSession(reason);
+}
+
+void SessionServer::Impl::Drop(Id id, std::string_view reason)
+{
+    if (const auto stranger = m_strangers.extract(id); !stranger.empty()) {
+        slog::Info("connection of process {} ended: {}", stranger.mapped().channel->Peer().pid, reason);
+        stranger.mapped().channel->Close(true);
+    } else if (m_holder != nullptr && id == m_holderId) {
+        m_holder->Close(true);
+        EndSession(reason);
+    }
+}
+
+void SessionServer::Impl::EndSession(std::string_view reason)
+{
+    m_holder.reset();
+    m_service.Close();
+    slog::Notice("session ended: {}; going on with what is held", reason);
+}
+
+bool SessionServer::Impl::RequestResync()
+{
+    if (m_holder == nullptr) return false;
+    ServerMessage request;
+    request.mutable_resync();
+    return m_holder->Send(request);
+}
+
+void SessionServer::Impl::Stop()
+{
+    if (!m_acceptor.is_open()) return;
+    boost::system::error_code ignored;  // the process is about to end
+    m_acceptor.close(ignored);
+    m_acceptTimer.reset();
+    ::unlink(m_path.c_str());  // where the directory is not ours, the next start replaces the file
+    for (const auto& [id, stranger] : m_strangers) stranger.channel->Close(true);
+    m_strangers.clear();
+    if (m_holder == nullptr) return;
+    m_holder->Close(true);
+    EndSession("the manager ends");
+}
+
+SessionServer::SessionServer(boost::asio::io_context& loop, ipc::Timers& timers, std::string socketPath,
+                             Service& service)
+    : m_impl(std::make_unique<Impl>(loop, timers, std::move(socketPath), service))
+{
+}
+
+SessionServer::~SessionServer() { Stop(); }
+
+bool SessionServer::RequestResync() { return m_impl->RequestResync(); }
+
+void SessionServer::GiveTo(std::uint32_t user, std::uint32_t group)
+{
+    if (::chown(m_impl->Path().c_str(), user, group) != 0)
+        throw std::system_error(errno, std::generic_category(),
+                                "cannot give " + m_impl->Path() + " to the user");
+}
+
+void SessionServer::Stop() { m_impl->Stop(); }
+
+}  // namespace manager

@@ -1,0 +1,53 @@
+// manager.sock: gives the session to one client at a time and refuses the others. Knows sockets and
+// messages, not what operations mean: that is the service's.
+
+#ifndef MANAGER_SESSION_SERVER_H
+#define MANAGER_SESSION_SERVER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace boost::asio {
+class io_context;
+}
+namespace ipc {
+class Timers;
+}
+
+namespace manager {
+
+class Service;
+
+class SessionServer {
+public:
+    /// Connections that have not said who they are; with one more, the oldest of them is ended.
+    static constexpr std::size_t kMaxStrangers = 64;
+
+    /// Listens on the path. Throws std::system_error, which names the path, and the process that
+    /// listens there already. All must outlive it.
+    SessionServer(boost::asio::io_context& loop, ipc::Timers& timers, std::string socketPath,
+                  Service& service);
+    SessionServer(const SessionServer&) = delete;
+    SessionServer& operator=(const SessionServer&) = delete;
+    ~SessionServer();
+
+    /// Asks the client for a new session. False where there is none.
+    bool RequestResync();
+
+    /// Gives the socket's file to a user and a group, so that these can connect. Throws
+    /// std::system_error.
+    void GiveTo(std::uint32_t user, std::uint32_t group);
+
+    /// Ends the session and all connections, stops listening and removes the socket's file.
+    void Stop();
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace manager
+
+#endif

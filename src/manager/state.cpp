@@ -1,0 +1,195 @@
+#include "manager/state.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "manager/observer.h"
+
+namespace manager {
+namespace {
+
+/// Whether the model's type for names allows it: a name that it does not could not be shown in the state.
+bool IsName(std::string_view name)
+{
+    constexpr std::string_view kExcluded = "\"'{}[];|<>&";
+    return !name.empty() && std::all_of(name.begin(), name.end(), [&](char c) {
+        return c > ' ' && c < '\x7f' && kExcluded.find(c) == std::string_view::npos;
+    });
+}
+
+bool IsCollectorName(std::string_view name)
+{
+    return IsName(name) && name.find('%') == std::string_view::npos;
+}
+
+std::string NoCollectorName()
+{
+    return "a collector's name is empty or has characters that names do not have";
+}
+std::string NoInterfaceName()
+{
+    return "an interface's name is empty or has characters that names do not have";
+}
+
+std::string TooMany(const char* what, std::size_t limit)
+{
+    return fmt::format("there are {} {} already, the most that the manager keeps", limit, what);
+}
+
+}  // namespace
+
+template <typename Function, typename... Arguments>
+void State::Tell(Function function, const Arguments&... arguments) const
+{
+    for (Observer* observer : m_observers) (observer->*function)(arguments...);
+}
+
+std::string State::Apply(const Operation& operation)
+{
+    return std::visit([this](const auto& one) { return On(one); }, operation);
+}
+
+std::string State::On(const SetAgentAddress& operation)
+{
+    m_agentMark = m_session;
+    if (m_agentAddress == operation.address) return {};
+    m_agentAddress = operation.address;
+    Tell(&Observer::AgentAddressChanged, m_agentAddress);
+    return {};
+}
+
+std::string State::On(const AddCollector& operation)
+{
+    if (!IsCollectorName(operation.name)) return NoCollectorName();
+    auto at = m_collectors.find(operation.name);
+    const bool isNew = at == m_collectors.end();
+    if (isNew) {
+        if (m_collectors.size() >= kMaxCollectors) return TooMany("collectors", kMaxCollectors);
+        at = m_collectors.emplace(operation.name, Collector{}).first;
+    }
+    Collector& collector = at->second;
+    collector.mark = m_session;
+    const auto before = std::exchange(collector.settings, operation.settings);
+    if (isNew || before != operation.settings)
+        Tell(&Observer::CollectorChanged, operation.name, operation.settings);
+    return {};
+}
+
+std::string State::On(const DeleteCollector& operation)
+{
+    if (m_collectors.erase(operation.name) > 0) Tell(&Observer::CollectorRemoved, operation.name);
+    return {};
+}
+
+std::string State::On(const UpdateInterface& operation)
+{
+    const std::array<std::pair<Kind, const std::string&>, kKinds> named{
+        {{Kind::kFlow, operation.flowCollector}, {Kind::kCounter, operation.counterCollector}}};
+    if (!IsName(operation.interface)) return NoInterfaceName();
+    for (const auto& [kind, collector] : named)
+        if (!collector.empty() && !IsCollectorName(collector)) return NoCollectorName();
+    if (m_attachments + named.size() > kMaxAttachments) return TooMany("attachments", kMaxAttachments);
+
+    auto at = m_interfaces.find(operation.interface);
+    const bool isNew = at == m_interfaces.end();
+    if (isNew) {
+        if (m_interfaces.size() >= kMaxInterfaces) return TooMany("interfaces", kMaxInterfaces);
+        at = m_interfaces.emplace(operation.interface, Interface{}).first;
+    }
+    Interface& interface = at->second;
+    interface.mark = m_session;
+    const auto before = std::exchange(interface.settings, operation.settings);
+    if (isNew || before != operation.settings)
+        Tell(&Observer::InterfaceChanged, operation.interface, operation.settings);
+    for (const auto& [kind, collector] : named)
+        if (!collector.empty()) AttachOne(operation.interface, interface, kind, collector);
+    return {};
+}
+
+std::string State::On(const Attach& operation)
+{
+    if (!IsCollectorName(operation.collector)) return NoCollectorName();
+    const auto at = m_interfaces.find(operation.interface);
+    if (at == m_interfaces.end())
+        return fmt::format("interface {} is not known, so nothing can be attached to it",
+                           operation.interface);
+    if (m_attachments >= kMaxAttachments) return TooMany("attachments", kMaxAttachments);
+    AttachOne(at->first, at->second, operation.kind, operation.collector);
+    return {};
+}
+
+std::string State::On(const Detach& operation)
+{
+    const auto at = m_interfaces.find(operation.interface);
+    if (at == m_interfaces.end() || at->second.Of(operation.kind).erase(operation.collector) == 0) return {};
+    --m_attachments;
+    Tell(&Observer::Detached, operation.interface, operation.kind, operation.collector);
+    return {};
+}
+
+std::string State::On(const UnsetInterface& operation)
+{
+    if (const auto at = m_interfaces.find(operation.interface); at != m_interfaces.end()) Remove(at);
+    return {};
+}
+
+void State::Sweep()
+{
+    for (auto at = m_interfaces.begin(); at != m_interfaces.end();) {
+        const auto next = std::next(at);
+        if (at->second.mark != m_session)
+            Remove(at);
+        else
+            SweepAttachments(at->first, at->second);
+        at = next;
+    }
+    // Collectors go after the attachments to them.
+    for (auto at = m_collectors.begin(); at != m_collectors.end();) {
+        if (at->second.mark == m_session) {
+            ++at;
+            continue;
+        }
+        const auto gone = m_collectors.extract(at++);
+        Tell(&Observer::CollectorRemoved, gone.key());
+    }
+    if (m_agentAddress && m_agentMark != m_session) {
+        m_agentAddress.reset();
+        Tell(&Observer::AgentAddressChanged, m_agentAddress);
+    }
+}
+
+void State::SweepAttachments(const std::string& name, Interface& interface)
+{
+    for (const Kind kind : {Kind::kFlow, Kind::kCounter}) {
+        Attachments& attachments = interface.Of(kind);
+        for (auto at = attachments.begin(); at != attachments.end();) {
+            if (at->second == m_session) {
+                ++at;
+                continue;
+            }
+            const auto gone = attachments.extract(at++);
+            --m_attachments;
+            Tell(&Observer::Detached, name, kind, gone.key());
+        }
+    }
+}
+
+void State::AttachOne(const std::string& name, Interface& interface, Kind kind, const std::string& collector)
+{
+    const auto [at, isNew] = interface.Of(kind).insert_or_assign(collector, m_session);
+    if (!isNew) return;
+    ++m_attachments;
+    Tell(&Observer::Attached, name, kind, collector);
+}
+
+void State::Remove(std::map<std::string, Interface>::iterator interface)
+{
+    for (const Attachments& attachments : interface->second.attachments) m_attachments -= attachments.size();
+    const auto gone = m_interfaces.extract(interface);
+    Tell(&Observer::InterfaceRemoved, gone.key());
+}
+
+}  // namespace manager
