@@ -133,8 +133,7 @@ TEST_F(Hostile, GarbageOnNetconfEndsThatSessionOnly)
 
 TEST_F(Hostile, MalformedChunkEndsThatSessionOnly)
 {
-    for (const std::string& bytes :
-         {"\n#0\n", "\n#abc\n", "\n#99999999999\n", "\n#-1\n", "no chunk at all\n##\n"}) {
+    for (const char* bytes : {"\n#0\n", "\n#abc\n", "\n#99999999999\n", "\n#-1\n", "no chunk at all\n##\n"}) {
         auto client = Connect();
         client.SendRaw("<rpc");  // a whole frame around half an element
         const auto answer = client.ReceiveMessage();

@@ -1,0 +1,163 @@
+#!/usr/bin/python3
+"""Manages the switch with ncclient, as a controller would, and checks every answer.
+
+    netconf_peer.py relay RELAY                 through the relay's standard input and output
+    netconf_peer.py ssh PORT USER KEY           through an OpenSSH server's subsystem "netconf"
+
+Ends with 0 when all holds; else the traceback says what did not. Expects the switch to run with the
+configuration that the scenarios begin with. Debian's own python3: that is where ncclient is.
+"""
+
+import socket
+import subprocess
+import sys
+
+from lxml import etree
+from ncclient import manager
+from ncclient.operations.rpc import RPCError
+from ncclient.transport import SSHSession
+
+NC = "urn:ietf:params:xml:ns:netconf:base:1.0"
+CONFIG = "urn:switch:yang:switch-config"
+SFLOW = "urn:switch:yang:switch-oam-sflow"
+
+
+class SocketChannel:
+    """What ncclient's session needs of an SSH channel, on a socket."""
+
+    def __init__(self, end):
+        self.end = end
+
+    def fileno(self):
+        return self.end.fileno()
+
+    def recv(self, size):
+        return self.end.recv(size)
+
+    def send(self, data):
+        return self.end.send(data)
+
+    def send_ready(self):
+        return True
+
+    def close(self):
+        self.end.close()
+
+
+class RelaySession(SSHSession):
+    """ncclient's session over the program that OpenSSH would start."""
+
+    def connect(self, relay):
+        ours, theirs = socket.socketpair()
+        self.relay = subprocess.Popen([relay], stdin=theirs, stdout=theirs)
+        theirs.close()
+        self._channel = SocketChannel(ours)
+        self._connected = True
+        self._post_connect()
+
+    def close(self):
+        self._closing.set()
+        self._connected = False
+        if self._channel:
+            self._channel.end.shutdown(socket.SHUT_WR)
+
+
+def connect_relay(relay):
+    handler = manager.make_device_handler(None)
+    session = RelaySession(handler)
+    session.connect(relay)
+    return manager.Manager(session, handler, timeout=30)
+
+
+def connect_ssh(port, user, key):
+    return manager.connect(host="127.0.0.1", port=int(port), username=user, key_filename=key, hostkey_verify=False,
+                           allow_agent=False, look_for_keys=False, timeout=30)
+
+
+def sflow(content):
+    return (f'<nc:config xmlns:nc="{NC}"><config xmlns="{CONFIG}"><oam xmlns="{SFLOW}"><sflow>{content}'
+            "</sflow></oam></config></nc:config>")
+
+
+def rate_of(connection, source, interface):
+    subtree = f'<config xmlns="{CONFIG}"><oam xmlns="{SFLOW}"><sflow><interface><name>{interface}</name></interface>' \
+              "</sflow></oam></config>"
+    data = connection.get_config(source=source, filter=("subtree", subtree)).data
+    return [leaf.text for leaf in data.iter(f"{{{SFLOW}}}sampling-rate")]
+
+
+def refused(tag, call, *arguments, **named):
+    try:
+        call(*arguments, **named)
+    except RPCError as error:
+        assert error.tag == tag, f"{error.tag} instead of {tag}: {error}"
+        return error
+    raise AssertionError(f"not refused with {tag}: {call}")
+
+
+def check_greeting(connection):
+    capabilities = list(connection.server_capabilities)
+    for wanted in ("urn:ietf:params:netconf:base:1.0", "urn:ietf:params:netconf:base:1.1",
+                   "urn:ietf:params:netconf:capability:candidate:1.0"):
+        assert wanted in capabilities, f"{wanted} is not among {capabilities}"
+    assert int(connection.session_id) > 0
+
+
+def check_commit(connection):
+    with connection.locked("candidate"):
+        connection.edit_config(target="candidate", config=sflow(
+            "<interface><name>eth1</name><sampling-rate>4711</sampling-rate></interface>"))
+        connection.validate(source="candidate")
+        assert rate_of(connection, "running", "eth1") == ["1024"]
+        assert rate_of(connection, "candidate", "eth1") == ["4711"]
+        connection.commit()
+    assert rate_of(connection, "running", "eth1") == ["4711"]
+    assert rate_of(connection, "running", "nowhere") == []
+
+
+def check_errors(connection, other):
+    error = refused("invalid-value", connection.edit_config, target="candidate", config=sflow(
+        "<interface><name>eth1</name><sampling-rate>0</sampling-rate></interface>"))
+    assert "sampling-rate" in error.path, error.path
+    refused("unknown-element", connection.edit_config, target="candidate", config=sflow("<no-such-thing/>"))
+    refused("data-missing", connection.edit_config, target="candidate", config=sflow(
+        f'<collector xmlns:nc="{NC}" nc:operation="delete"><name>nobody</name></collector>'))
+    with connection.locked("candidate"):
+        refused("lock-denied", other.lock, "candidate")
+        refused("in-use", other.commit)
+    connection.edit_config(target="candidate", config=sflow(
+        "<interface><name>eth1</name><counter-sampling-collector><name>nobody</name></counter-sampling-collector>"
+        "</interface>"), test_option="set")
+    refused("data-missing", connection.commit)
+    connection.discard_changes()
+    assert rate_of(connection, "candidate", "eth1") == ["4711"]
+
+
+def check_state(connection):
+    data = connection.get(filter=("subtree", '<state xmlns="urn:switch:yang:switch-state"/>')).data
+    text = etree.tostring(data).decode()
+    assert "198.51.100.1" in text, text
+
+
+def main():
+    def connect():
+        return connect_relay(sys.argv[2]) if sys.argv[1] == "relay" else connect_ssh(*sys.argv[2:5])
+
+    connection, other = connect(), connect()
+    check_greeting(connection)
+    check_commit(connection)
+    check_errors(connection, other)
+    check_state(connection)
+    connection.kill_session(other.session_id)
+    try:
+        other.commit()
+        raise AssertionError("a killed session still answers")
+    except (RPCError, AssertionError):
+        raise
+    except Exception as gone:  # ncclient has several errors for a session that is gone
+        print(f"killed: {type(gone).__name__}")
+    connection.close_session()
+
+
+if __name__ == "__main__":
+    main()

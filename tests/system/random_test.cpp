@@ -1,0 +1,110 @@
+// Random commits while random processes are killed: whatever happens, the manager ends with what the
+// configuration says. The seed is fixed, and printed with every failure.
+
+#include <random>
+#include <utility>
+
+#include "system/system_test.h"
+
+namespace system_tests {
+
+namespace {
+
+constexpr unsigned kSteps = 60;
+
+class Random : public SystemTest, public testing::WithParamInterface<unsigned> {
+protected:
+    unsigned Draw(unsigned below) { return std::uniform_int_distribution<unsigned>(0, below - 1)(m_engine); }
+
+    std::string Collector() { return "c" + std::to_string(Draw(4)); }
+    std::string Interface()
+    {
+        return (Draw(2) == 0 ? "eth" : "gigabit-ethernet-1/") + std::to_string(Draw(4));
+    }
+
+    // One edit. At most one "enabled" a commit: of two, the daemon attaches the later one only.
+    std::string Edit(bool& enabledDrawn)
+    {
+        const auto list = std::string(Draw(2) == 0 ? " flow" : " counter") + "-sampling-collector ";
+        switch (Draw(9)) {
+        case 0:
+            return "set oam sflow collector " + Collector() + " ip 198.51.100." + std::to_string(Draw(9) + 1);
+        case 1:
+            return "delete oam sflow collector " + Collector();
+        case 2:
+            if (std::exchange(enabledDrawn, true)) return {};
+            return "set oam sflow collector " + Collector() + " enabled " + (Draw(2) == 0 ? "true" : "false");
+        case 3:
+            return "set oam sflow interface " + Interface() + " sampling-rate " + std::to_string(Draw(5) + 1);
+        case 4:
+            return "set oam sflow interface " + Interface() + " default-sampling-rate " +
+                   std::to_string(Draw(5) + 1);
+        case 5:
+            return "delete oam sflow interface " + Interface();
+        case 6:
+            return "set oam sflow interface " + Interface() + list + Collector();
+        case 7:
+            return "delete oam sflow interface " + Interface() + list + Collector();
+        default:
+            return Draw(3) == 0 ? "delete oam sflow agent ipv4"
+                                : "set oam sflow agent ipv4 192.0.2." + std::to_string(Draw(9) + 1);
+        }
+    }
+
+    // A few edits, each on its own (many are refused, and that is as good), and a commit.
+    void Step()
+    {
+        bool enabledDrawn = false;
+        for (unsigned edits = Draw(4) + 1; edits > 0; --edits)
+            if (const auto edit = Edit(enabledDrawn); !edit.empty()) TheWorld().Cli(edit);
+        if (TheWorld().Cli("commit").status != 0) TheWorld().CliDone("discard");
+    }
+
+    void KillOne()
+    {
+        switch (Draw(3)) {
+        case 0:
+            TheWorld().Cdbd().Kill();
+            TheWorld().StartCdbd();
+            break;
+        case 1:
+            TheWorld().Manager().Kill();
+            TheWorld().StartManager();
+            break;
+        default:
+            TheWorld().Daemon().Kill();
+            TheWorld().StartDaemon();
+        }
+    }
+
+private:
+    std::mt19937 m_engine{GetParam()};
+};
+
+TEST_P(Random, CommitsReachTheManagerWhole)
+{
+    TheWorld().Start(scenario::Usual());
+    for (unsigned step = 0; step < kSteps; ++step) {
+        SCOPED_TRACE("seed " + std::to_string(GetParam()) + ", step " + std::to_string(step));
+        Step();
+        AwaitSettled();
+    }
+}
+
+TEST_P(Random, CommitsAndKillsEndWithWhatTheConfigurationSays)
+{
+    TheWorld().Start(scenario::Usual());
+    for (unsigned step = 0; step < kSteps / 2; ++step) {
+        SCOPED_TRACE("seed " + std::to_string(GetParam()) + ", step " + std::to_string(step));
+        Step();
+        if (Draw(3) == 0) KillOne();
+        if (Draw(2) == 0) AwaitSettled();
+    }
+    AwaitSettled();
+}
+
+INSTANTIATE_TEST_SUITE_P(Seed, Random, testing::Values(1U, 2U));
+
+}  // namespace
+
+}  // namespace system_tests
