@@ -29,7 +29,8 @@ protected:
         switch (Draw(9)) {
         case 0:
             return "set oam sflow collector " + Collector() + " ip 198.51.100." + std::to_string(Draw(9) + 1);
-        case 1:
+        case 1:  // anew in the same commit, it would have a changed "enabled" too
+            if (std::exchange(enabledDrawn, true)) return {};
             return "delete oam sflow collector " + Collector();
         case 2:
             if (std::exchange(enabledDrawn, true)) return {};
