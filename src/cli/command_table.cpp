@@ -11,7 +11,7 @@ std::span<const Command> Commands()
     constexpr unsigned kBoth = kSession | kYang;
     static const std::array kCommands = {
         Command{"set",
-                {{Kind::kPath, "PATH..."}},
+                {{Kind::kPath, "PATH... [VALUE]"}},
                 "Gives a leaf the value behind its path, or creates a list's entry.",
                 kBoth,
                 Forms::kNone,

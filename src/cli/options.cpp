@@ -96,8 +96,8 @@ std::filesystem::path YangDirectory(const std::filesystem::path& program, const 
 {
     if (const auto named = environment("SFLOW_YANG_DIR")) return *named;
     std::error_code ignored;  // a place that can't be looked at is no place for modules
-    const std::filesystem::path beside = program.parent_path() / "../../yang";
-    if (std::filesystem::is_directory(beside, ignored)) return beside.lexically_normal();
+    const std::filesystem::path beside = program.parent_path().parent_path().parent_path() / "yang";
+    if (std::filesystem::is_directory(beside, ignored)) return beside;
     return kInstalledYang;
 }
 

@@ -19,6 +19,7 @@ constexpr std::string_view kPrompt = "swcli> ";
 /// The command as messages name it: one line, not longer than a terminal bears.
 std::string Named(std::string_view command)
 {
+    command = command.substr(0, command.find_last_not_of(" \t\r\n") + 1);
     if (command.size() <= kLongestQuoted) return Printable(command);
     return Printable(command.substr(0, kLongestQuoted)) + "...";
 }
@@ -30,10 +31,11 @@ Shell::Shell(std::span<const Command> commands, Environment environment, std::os
 {
 }
 
-bool Shell::Run(std::string_view command, std::string_view where)
+bool Shell::Run(std::string_view command, std::string_view where, bool mayHaveComment)
 {
     std::string problem;
     try {
+        if (mayHaveComment) command = WithoutComment(command);
         Execute(command);
         return true;
     } catch (const netconf::ConnectionError& error) {
@@ -68,7 +70,7 @@ bool Shell::RunLines(std::istream& input, std::string_view name)
 {
     std::string line;
     for (std::size_t number = 1; !m_left && std::getline(input, line); ++number)
-        if (!Run(line, std::string(name) + ":" + std::to_string(number))) return false;
+        if (!Run(line, std::string(name) + ":" + std::to_string(number), true)) return false;
     if (!input.bad()) return true;
     m_err << "error: can't read " << name << " to its end" << std::endl;
     return false;
@@ -77,7 +79,7 @@ bool Shell::RunLines(std::istream& input, std::string_view name)
 void Shell::Converse(std::istream& input)
 {
     std::string line;
-    while (!m_left && m_out << kPrompt << std::flush && std::getline(input, line)) Run(line);
+    while (!m_left && m_out << kPrompt << std::flush && std::getline(input, line)) Run(line, {}, true);
     if (!m_left) m_out << '\n';
 }
 

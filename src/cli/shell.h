@@ -28,7 +28,7 @@ public:
 
     /// Runs one command; nothing for a text without words. False after an error, which has been printed
     /// as "error: WHERE: COMMAND: what is wrong" (`where` may be empty).
-    bool Run(std::string_view command, std::string_view where = {});
+    bool Run(std::string_view command, std::string_view where = {}) { return Run(command, where, false); }
 
     /// Runs the commands of an argument of -c up to the first error.
     bool RunAll(std::string_view commands);
@@ -43,6 +43,7 @@ public:
     [[nodiscard]] bool Left() const { return m_left; }
 
 private:
+    bool Run(std::string_view command, std::string_view where, bool mayHaveComment);
     void Execute(std::string_view command);
 
     std::span<const Command> m_commands;

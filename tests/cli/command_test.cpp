@@ -1,0 +1,120 @@
+#include "cli/command.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "cli/error.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+std::string Understood(const std::string& text)
+{
+    try {
+        const cli::Invocation got = cli::Understand(cli::Commands(), cli::SplitWords(text));
+        std::string out(got.command->name);
+        if (!got.arguments.choice.empty()) out += " choice=" + got.arguments.choice;
+        for (const std::string& word : got.arguments.words) out += " word=" + word;
+        if (!got.arguments.text.empty() || got.arguments.hasText) out += " text=" + got.arguments.text;
+        if (got.format == cli::Format::kJson) out += " json";
+        if (got.format == cli::Format::kXml) out += " xml";
+        if (got.format == cli::Format::kSet) out += " set";
+        return out;
+    } catch (const cli::Error& error) {
+        return std::string("error: ") + error.what();
+    }
+}
+
+TEST(Understand, FitsWordsToTheTable)
+{
+    const struct {
+        const char* text;
+        const char* understood;
+    } rows[] = {
+        {"set oam sflow agent ipv4 10.0.0.1", "set word=oam word=sflow word=agent word=ipv4 word=10.0.0.1"},
+        {"delete oam", "delete word=oam"},
+        {"load merge a.json", "load merge text=a.json"},
+        {"load replace \"a b.xml\"", "load replace text=a b.xml"},
+        {"show configuration", "show configuration"},
+        {"show configuration oam sflow", "show configuration word=oam word=sflow"},
+        {"show configuration | display json", "show configuration json"},
+        {"show configuration | json", "show configuration json"},
+        {"show configuration oam | display xml", "show configuration word=oam xml"},
+        {"show configuration | display set", "show configuration set"},
+        {"compare", "compare"},
+        {"commit", "commit"},
+        {"commit comment \"why not\"", "commit text=why not"},
+        {"commit comment \"\"", "commit text="},
+        {"show sflow", "show sflow"},
+        {"show sflow collectors | json", "show sflow choice=collectors json"},
+        {"show system processes", "show system processes"},
+        {"show system faults|json", "show system faults json"},
+        {"request ha go-standby", "request ha choice=go-standby"},
+        {"request sflow resync", "request sflow resync"},
+        {"help", "help"},
+        {"help show system", "help word=show word=system"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(Understood(row.text), row.understood);
+}
+
+TEST(Understand, RefusesWithWhatIsPossible)
+{
+    const struct {
+        const char* text;
+        const char* message;
+    } rows[] = {
+        {"nonsense",
+         "error: unknown command \"nonsense\"; possible: set, delete, load, show, compare, validate, commit, "
+         "discard, request, help, exit"},
+        {"show", "error: the command is not complete; possible: configuration, sflow, system"},
+        {"show system", "error: the command is not complete; possible: processes, faults"},
+        {"show system fans", "error: \"fans\" is unknown here; possible: processes, faults"},
+        {"load", "error: the command is not complete; possible: merge, replace"},
+        {"load merge", "error: a file's name is missing; usage: load merge FILE"},
+        {"load merge a b", "error: \"b\" is unknown here; usage: load merge FILE"},
+        {"set", "error: a path is missing; usage: set PATH... [VALUE]"},
+        {"show sflow fans",
+         "error: \"fans\" is none of collectors, interfaces, agent; usage: show sflow "
+         "[collectors|interfaces|agent] [| json]"},
+        {"request ha",
+         "error: one of go-active, go-standby is missing; usage: request ha go-active|go-standby"},
+        {"commit now", "error: \"now\" is unknown here; usage: commit [comment TEXT]"},
+        {"commit comment", "error: a text is missing behind \"comment\"; usage: commit [comment TEXT]"},
+        {"commit comment two words",
+         "error: put a text of several words in double quotes; usage: commit [comment TEXT]"},
+        {"commit | json",
+         "error: \"json\" is no form of this command's output; usage: commit [comment TEXT]"},
+        {"show sflow | display set", "error: \"display set\" is no form of this command's output"},
+        {"show configuration |", "error: \"\" is no form of this command's output"},
+        {"show configuration | json | json", "error: \"json | json\" is no form of this command's output"},
+        {"| json", "error: a command is missing before |"},
+    };
+    for (const auto& row : rows) EXPECT_THAT(Understood(row.text), HasSubstr(row.message)) << row.text;
+}
+
+TEST(Commands, HaveDistinctNamesAndHelp)
+{
+    std::set<std::string_view> names;
+    for (const cli::Command& command : cli::Commands()) {
+        EXPECT_TRUE(names.insert(command.name).second) << command.name;
+        EXPECT_TRUE(command.help.ends_with('.')) << command.name;
+        EXPECT_NE(command.run, nullptr) << command.name;
+    }
+}
+
+TEST(Help, ListsTheCommandsThatBeginWithTheWords)
+{
+    EXPECT_EQ(cli::Help(cli::Commands(), {"show", "system"}),
+              "  show system processes [| json]\n"
+              "      Shows the processes that are connected to the database.\n"
+              "  show system faults [| json]\n"
+              "      Shows the faults that processes reported.\n");
+    for (const cli::Command& command : cli::Commands())
+        EXPECT_THAT(cli::Help(cli::Commands(), {}), HasSubstr("  " + cli::Usage(command) + "\n"));
+    EXPECT_THROW(cli::Help(cli::Commands(), {"rollback"}), cli::Error);
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+#include "cli/options.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+
+#include "cli/command.h"
+#include "cli/error.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+cli::Variables Environment(std::map<std::string, std::string> values)
+{
+    return [values = std::move(values)](const char* name) -> std::optional<std::string> {
+        const auto found = values.find(name);
+        return found == values.end() ? std::nullopt : std::optional(found->second);
+    };
+}
+
+TEST(Options, TakeTheSocketFromTheArgumentTheEnvironmentOrTheDefault)
+{
+    EXPECT_EQ(cli::ReadOptions({}, Environment({})).socket, "/run/sflow-switch/netconf.sock");
+    EXPECT_EQ(cli::ReadOptions({}, Environment({{"SFLOW_RUN_DIR", "/r"}})).socket, "/r/netconf.sock");
+    EXPECT_EQ(cli::ReadOptions({"--socket", "/s"}, Environment({{"SFLOW_RUN_DIR", "/r"}})).socket, "/s");
+}
+
+TEST(Options, TakeCommandsOrAFile)
+{
+    const cli::Variables none = Environment({});
+    EXPECT_EQ(cli::ReadOptions({"-c", "set a; commit"}, none).commands, "set a; commit");
+    EXPECT_EQ(cli::ReadOptions({"-f", "x"}, none).file, "x");
+    EXPECT_EQ(cli::ReadOptions({"-c", ""}, none).commands, "");
+    EXPECT_FALSE(cli::ReadOptions({}, none).commands);
+    EXPECT_TRUE(cli::ReadOptions({"--version"}, none).version);
+    EXPECT_TRUE(cli::ReadOptions({"--help"}, none).help);
+    EXPECT_TRUE(cli::ReadOptions({"help"}, none).help);
+}
+
+TEST(Options, RefuseWhatTheyDoNotKnow)
+{
+    const struct {
+        const char* name;
+        std::vector<std::string> arguments;
+        const char* message;
+    } rows[] = {
+        {"unknown option", {"--colour"}, "--colour"},
+        {"abbreviation", {"--vers"}, "--vers"},
+        {"both", {"-c", "x", "-f", "y"}, "-c and -f exclude each other"},
+        {"no value", {"-c"}, "swcli --help lists the options"},
+        {"twice", {"-c", "x", "-c", "y"}, "swcli --help lists the options"},
+        {"a command without -c", {"show", "sflow"}, "\"show\" is no option; give commands with -c"},
+    };
+    for (const auto& row : rows) {
+        try {
+            cli::ReadOptions(row.arguments, Environment({}));
+            ADD_FAILURE() << row.name << " is taken";
+        } catch (const cli::Error& error) {
+            EXPECT_THAT(error.what(), HasSubstr(row.message)) << row.name;
+        }
+    }
+}
+
+TEST(HelpText, NamesEveryCommand)
+{
+    for (const cli::Command& command : cli::Commands())
+        EXPECT_THAT(cli::HelpText(), HasSubstr(cli::Usage(command)));
+}
+
+TEST(YangDirectory, IsNamedOrBesideTheProgramOrInstalled)
+{
+    EXPECT_EQ(cli::YangDirectory("/x/build/bin/swcli", Environment({{"SFLOW_YANG_DIR", "/y"}})), "/y");
+    EXPECT_EQ(cli::YangDirectory("/nowhere/build/bin/swcli", Environment({})),
+              "/usr/share/sflow-switch/yang");
+    const std::filesystem::path tree = SFLOW_SOURCE_DIR;
+    EXPECT_EQ(cli::YangDirectory(tree / "build/bin/swcli", Environment({})), tree / "yang");
+}
+
+}  // namespace
