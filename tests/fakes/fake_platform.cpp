@@ -148,7 +148,13 @@ void Platform::Reset()
 void Platform::SetManager(bool present)
 {
     managerPresent = present;
-    waiting.emplace_back([this, present] { present ? ManagerFound() : ManagerLost(); });
+    waiting.emplace_back([this] { TellOfManager(); });
+}
+
+void Platform::TellOfManager()
+{
+    if (service == nullptr || sessionOpen == managerPresent) return;
+    managerPresent ? ManagerFound() : ManagerLost();
 }
 
 void Platform::ManagerFound()
@@ -261,7 +267,7 @@ std::unique_ptr<sflow::IService> sflow::IService::Build(Notice found, Notice los
     platform.service = service.get();
     platform.found = std::move(found);
     platform.lost = std::move(lost);
-    if (platform.managerPresent) platform.waiting.emplace_back([&platform] { platform.ManagerFound(); });
+    if (platform.managerPresent) platform.waiting.emplace_back([&platform] { platform.TellOfManager(); });
     return service;
 }
 

@@ -100,6 +100,9 @@ struct Platform {
     void ManagerFound();
     void ManagerLost();
 
+    /// Tells the client of what has changed since it was last told.
+    void TellOfManager();
+
     /// Runs what waits in the loop. False: nothing did.
     bool Pump();
 
