@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -56,6 +57,29 @@ LYD_FORMAT FormatOf(std::string_view text, std::string_view name)
                 ": neither JSON, which begins with {, nor XML, which begins with <");
 }
 
+struct Parsed {
+    Tree tree;
+    bool ok = false;
+    std::size_t end = 0;  // where the parser stopped; it has no column of its own to tell
+    std::string problem;
+};
+
+Parsed Parse(const ly_ctx* yang, const std::string& text, LYD_FORMAT format, std::uint32_t options)
+{
+    ly_in* input = nullptr;
+    if (ly_in_new_memory(text.c_str(), &input) != LY_SUCCESS) throw Error("out of memory");
+    lyd_node* tree = nullptr;
+    ly_err_clean(const_cast<ly_ctx*>(yang), nullptr);
+    Parsed parsed;
+    parsed.ok =
+        lyd_parse_data(yang, nullptr, input, format, LYD_PARSE_ONLY | options, 0, &tree) == LY_SUCCESS;
+    parsed.tree.reset(tree);
+    parsed.end = ly_in_parsed(input);
+    ly_in_free(input, 0);
+    if (!parsed.ok) parsed.problem = LastMessage(yang);
+    return parsed;
+}
+
 }  // namespace
 
 Tree ReadConfigFile(const ly_ctx* yang, const std::string& path)
@@ -66,23 +90,20 @@ Tree ReadConfigFile(const ly_ctx* yang, const std::string& path)
 Tree ParseConfigText(const ly_ctx* yang, const std::string& text, std::string_view name)
 {
     const LYD_FORMAT format = FormatOf(text, name);
-    ly_in* input = nullptr;
-    if (ly_in_new_memory(text.c_str(), &input) != LY_SUCCESS) throw Error("out of memory");
-    lyd_node* tree = nullptr;
-    ly_err_clean(const_cast<ly_ctx*>(yang), nullptr);
-    const LY_ERR result = lyd_parse_data(yang, nullptr, input, format,
-                                         LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &tree);
-    // Where the parser stopped; it has no column of its own to tell.
-    const std::size_t parsed = ly_in_parsed(input);
-    ly_in_free(input, 0);
-    Tree owner(tree);
-    if (result != LY_SUCCESS) throw Error(PlaceInText(name, text, parsed) + ": " + LastMessage(yang));
+    Parsed parsed = Parse(yang, text, format, LYD_PARSE_STRICT | LYD_PARSE_NO_STATE);
+    if (!parsed.ok) {
+        // What is malformed is said first: what seems unknown may only be its consequence. This parser
+        // takes everything that is well-formed, known or not.
+        const Parsed anything = Parse(yang, text, format, LYD_PARSE_OPAQ);
+        const Parsed& blamed = anything.ok ? parsed : anything;
+        throw Error(PlaceInText(name, text, blamed.end) + ": " + blamed.problem);
+    }
     // The JSON parser is content when the first object ends.
-    const std::size_t rest = text.find_first_not_of(kBlanks, parsed);
+    const std::size_t rest = text.find_first_not_of(kBlanks, parsed.end);
     if (rest != std::string::npos)
         throw Error(PlaceInText(name, text, rest) +
                     ": something follows behind the end of the configuration");
-    return owner;
+    return std::move(parsed.tree);
 }
 
 }  // namespace cli

@@ -34,6 +34,15 @@ public:
         return leaf ? lyd_get_value(leaf) : "-";
     }
 
+    /// A time without the fraction of its second.
+    [[nodiscard]] std::string Time(std::string_view name) const
+    {
+        std::string time = Value(name);
+        const std::size_t point = time.find('.');
+        if (point != std::string::npos) time.erase(point, time.find_first_of("Z+-", point) - point);
+        return time;
+    }
+
     /// The values of a leaf-list, with blanks between; "-" for none.
     [[nodiscard]] std::string Values(std::string_view name) const
     {
@@ -66,7 +75,7 @@ std::string ManagerText(const Children& manager)
 {
     TextTable table({});
     const bool session = manager.Value("connected") == "true";
-    table.Add({"Session", session ? manager.Value("session") + ", since " + manager.Value("since")
+    table.Add({"Session", session ? manager.Value("session") + ", since " + manager.Time("since")
                                   : "none: the configuration daemon is not connected"});
     table.Add({"Process", manager.Value("pid")});
     table.Add({"Operations", manager.Value("operations")});
@@ -129,7 +138,7 @@ std::string ProcessesText(const lyd_node* state)
     Children(state).Of("system").ForEach("process", [&](const lyd_node* node) {
         const Children process(node);
         table.Add({process.Value("name"), process.Value("pid"), process.Value("state"), process.Value("role"),
-                   process.Value("connected-since"), process.Values("callpoint"),
+                   process.Time("connected-since"), process.Values("callpoint"),
                    process.Values("subscription")});
     });
     return table.Empty() ? "No process is connected to the database.\n" : table.Text(0);
@@ -141,7 +150,7 @@ std::string FaultsText(const lyd_node* state)
     Children(state).Of("system").ForEach("fault", [&](const lyd_node* node) {
         const Children fault(node);
         const std::string kind = fault.Value("kind");
-        table.Add({fault.Value("number"), fault.Value("time"),
+        table.Add({fault.Value("number"), fault.Time("time"),
                    fault.Value("process") + "[" + fault.Value("pid") + "]",
                    kind == "0"   ? "0 exception"
                    : kind == "1" ? "1 failure"

@@ -69,6 +69,12 @@ TEST(ConfigText, IsRefusedWithLineAndColumn)
          "{\"switch-config:config\":{\"switch-oam-sflow:oam\":{\"sflow\":{\"interface\":[\n"
          "{\"name\":\"e1\",\"sampling-rate\":0}]}}}}",
          "x.json: line 2, ", "interface[name='e1']/sampling-rate"},
+        {"both unknown and malformed",
+         "<config xmlns=\"urn:switch:yang:switch-config\">\n <x>\n </y>\n</config>\n",
+         "x.json: line 3, column 5: ", "mismatch"},
+        {"unknown in two elements",
+         "<config xmlns=\"urn:switch:yang:switch-config\">\n<x/></config>\n<y xmlns=\"urn:z\"/>",
+         "x.json: line 2, ", "\"x\" not found"},
         {"state", "{\"switch-state:state\":{}}", "x.json: line 1, ", "state"},
     };
     for (const auto& row : rows)

@@ -12,7 +12,7 @@ using cli_test::FromJson;
 cli::Tree SflowState()
 {
     return FromJson(R"({"switch-state:state":{"oam":{"sflow":{
-        "manager":{"connected":true,"pid":4711,"session":"loaded","since":"2026-11-21T05:00:00Z","operations":"12"},
+        "manager":{"connected":true,"pid":4711,"session":"loaded","since":"2026-11-21T05:00:00.123456Z","operations":"12"},
         "agent-address":"10.0.0.5",
         "collector":[{"name":"c1","address":"192.0.2.1","port":6343,"datagram-size":1400},
                      {"name":"collector-two","address":"192.0.2.22","port":9,"datagram-size":9000}],
