@@ -142,7 +142,6 @@ Editor::Result Editor::ApplyContainer(const lyd_node* edit, EditOp operation, ly
     lyd_node* container = FindSingle(SiblingsBelow(parent), edit->schema);
     if (container == nullptr) {  // inside an entry that is being made
         container = MakeContainer(parent, edit->schema);
-        container->flags |= LYD_DEFAULT;
         m_log.Made(container);
     }
     const bool isThere = IsExplicit(container);

@@ -126,9 +126,7 @@ lyd_node* Editor::Empty(lyd_node* container)
     if (lyd_node* parent = lyd_parent(container); parent != nullptr) {
         TakeOut(container);
         lyd_node* fresh = MakeContainer(parent, container->schema);
-        fresh->flags |= LYD_DEFAULT;
         m_log.Made(fresh);
-        if (m_touched != nullptr) Complete(fresh);
         return fresh;
     }
     lyd_node* next = nullptr;

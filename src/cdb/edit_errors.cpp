@@ -91,20 +91,40 @@ Error MissingKey(const lyd_node* edit, const lysc_node* list)
                 "an entry of list \"" + std::string(list->name) + "\" can't be read; check its keys");
 }
 
+/// What would do as a value of the leaf.
+std::string Remedy(const SchemaNode& leaf)
+{
+    switch (leaf.type) {
+    case ValueType::kUint16:
+    case ValueType::kUint32:
+        return "use a number from " + std::to_string(leaf.minimum) + " to " + std::to_string(leaf.maximum);
+    case ValueType::kBool:
+        return "use true or false";
+    case ValueType::kIpv4:
+        return "use an IPv4 address such as 192.0.2.1";
+    case ValueType::kIpv4Plen:
+        return "use an IPv4 address with its prefix length, such as 192.0.2.1/24";
+    default:
+        return "use a value of its type";
+    }
+}
+
+/// libyang's last message without its end. Of an address its pattern would not help anybody.
+std::string Reason(const ly_ctx* context, ValueType type)
+{
+    std::string why = LastMessage(context);
+    while (!why.empty() && why.back() == '.') why.pop_back();
+    return type == ValueType::kIpv4 || why.empty() ? "" : ": " + why;
+}
+
 Error InvalidValue(const Schema& schema, const lyd_node* edit, const lysc_node* leaf,
                    const std::string& value)
 {
-    std::string why = LastMessage(LYD_CTX(edit));
-    while (!why.empty() && why.back() == '.') why.pop_back();
-    std::string message =
-        '"' + value + "\" is no value for leaf \"" + leaf->name + "\" of " + Where(edit) + ": " + why;
     const NodeId id = schema.IdOf(leaf);
-    if (id != kNoNode && schema.Table()[id].maximum != 0)
-        message += "; use a number from " + std::to_string(schema.Table()[id].minimum) + " to " +
-                   std::to_string(schema.Table()[id].maximum);
-    else
-        message += "; use a value of its type";
-    auto error = Make(ErrorTag::kInvalidValue, edit, std::move(message));
+    const SchemaNode known = id != kNoNode ? schema.Table()[id] : SchemaNode{};
+    auto error = Make(ErrorTag::kInvalidValue, edit,
+                      '"' + value + "\" is no value for leaf \"" + leaf->name + "\" of " + Where(edit) +
+                          Reason(schema.Context(), known.type) + "; " + Remedy(known));
     error.info = {{"bad-element", leaf->name}};
     return error;
 }

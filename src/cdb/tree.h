@@ -74,11 +74,13 @@ bool IsExplicit(const lyd_node* node);
 Value ValueOf(const lyd_node* leaf, ValueType type);
 
 /// Makes a node. Null, with libyang's message kept, where libyang does not accept it.
+/// A plain container comes complete and flagged as default.
 lyd_node* MakeContainer(lyd_node* parent, const lysc_node* schema);
 lyd_node* MakeEntry(lyd_node* parent, const lysc_node* schema, const std::vector<std::string>& keys);
 lyd_node* MakeLeaf(lyd_node* parent, const lysc_node* schema, const std::string& text);
 
-/// Adds what is missing of plain containers and default leaves below the node.
+/// Adds what is missing of plain containers and default leaves below the node. What stands there
+/// flagged as default must be complete already.
 void Complete(lyd_node* node);
 
 /// Flags the container as default where nothing below it is explicit, and its parents likewise.

@@ -21,7 +21,6 @@ public:
             if (isPresence && !row) return;
             container = MakeContainer(parent, m_schema.NodeOf(key.node));
             if (container == nullptr) Refuse(key, "it can't be made");
-            if (!isPresence) container->flags |= LYD_DEFAULT;
         }
         if (row) Leaves(container, key, *row);
         Below(container, key);

@@ -26,6 +26,11 @@ lyd_node* MakeContainer(lyd_node* parent, const lysc_node* schema)
 {
     lyd_node* node = nullptr;
     if (lyd_new_inner(parent, schema->module, schema->name, 0, &node) != LY_SUCCESS) return nullptr;
+    if ((schema->flags & LYS_PRESENCE) != 0) return node;
+    // libyang flags the container at once, and completes only what is not flagged.
+    node->flags &= ~static_cast<std::uint32_t>(LYD_DEFAULT);
+    Complete(node);
+    node->flags |= LYD_DEFAULT;
     return node;
 }
 

@@ -126,19 +126,22 @@ bool AreMost(const Units& units, const lyd_node* tree)
     return units.size() * kWholeShare > all;
 }
 
-/// One error a unit, each looked at by itself: libyang stops at a tree's first one.
+/// One error a unit, each looked at by itself: libyang stops at a tree's first one. `first` is that,
+/// and may be of no unit.
 std::vector<Error> ErrorsOf(const Schema& schema, const Reach& reach, const lyd_node* tree,
                             const Units& units, Error first)
 {
-    std::vector<Error> errors{std::move(first)};
+    std::vector<Error> errors;
     for (const lyd_node* unit : units) {
-        if (errors.size() >= Validator::kMostErrors) break;
+        if (errors.size() >= Validator::kMostErrors) return errors;
         Slice slice(schema, reach, tree);
         slice.Add(unit);
         auto error = slice.Validate();
         if (error && std::find(errors.begin(), errors.end(), *error) == errors.end())
             errors.push_back(std::move(*error));
     }
+    if (std::find(errors.begin(), errors.end(), first) == errors.end())
+        errors.insert(errors.begin(), std::move(first));
     return errors;
 }
 

@@ -1,0 +1,120 @@
+// Thousands of random edits, and after each the datastore's answers beside those found by looking at
+// everything.
+
+#include "fixture.h"
+#include "naive.h"
+#include "random_edit.h"
+
+namespace tests {
+namespace {
+
+using cdb::DefaultOperation;
+using cdb::ErrorOption;
+
+constexpr int kEdits = 1500;
+
+class RandomEdits : public DatastoreTest, public ::testing::WithParamInterface<std::uint32_t> {
+protected:
+    void TryOne(RandomEdit& random)
+    {
+        static constexpr DefaultOperation kOperations[] = {
+            DefaultOperation::kMerge, DefaultOperation::kMerge, DefaultOperation::kMerge,
+            DefaultOperation::kMerge, DefaultOperation::kNone,  DefaultOperation::kReplace};
+        const auto operation = kOperations[random.Below(6)];
+        const std::string xml = random.Make();
+        const auto edit = ParseEdit(xml);
+        const std::string before = naive::Everything(datastore->Candidate());
+        const auto planned = datastore->EntriesToCreate(edit.get(), operation);
+        ASSERT_EQ(naive::Everything(datastore->Candidate()), before) << xml;
+        std::vector<cdb::LeafWrite> writes;
+        for (const auto& entry : planned)
+            writes.push_back(DefaultRate(entry.path.steps.back().keys.front(), 1024));
+        const auto error = datastore->Edit(edit.get(), operation, ErrorOption::kRollbackOnError, writes);
+        if (error) {
+            ASSERT_EQ(naive::Everything(datastore->Candidate()), before) << xml << '\n' << error->message;
+        }
+        m_failed += error ? 1 : 0;
+    }
+
+    void Compare()
+    {
+        const auto& schema = TheSchema();
+        const bool valid = datastore->Validate().empty();
+        ASSERT_EQ(valid, naive::IsValid(schema, datastore->Candidate()));
+        const auto changes = Lines(datastore->Changes());
+        ASSERT_EQ(changes, naive::Changes(schema, datastore->Running(), datastore->Candidate()));
+        ASSERT_EQ(datastore->Changed(), naive::RowsOf(schema, datastore->Running()) !=
+                                            naive::RowsOf(schema, datastore->Candidate()));
+        m_invalid += valid ? 0 : 1;
+    }
+
+    void Finish(RandomEdit& random)
+    {
+        const std::string running = naive::Everything(datastore->Running());
+        const std::string candidate = naive::Everything(datastore->Candidate());
+        const auto result = datastore->Commit({});
+        if (std::holds_alternative<cdb::ChangeSet>(result)) {
+            ++m_commits;
+            ASSERT_EQ(naive::Everything(datastore->Running()), candidate);
+            ASSERT_EQ(naive::Everything(datastore->Candidate()), candidate);
+            ASSERT_EQ(naive::RowsOf(TheSchema(), store->Read()),
+                      naive::RowsOf(TheSchema(), datastore->Running()));
+        } else {
+            ASSERT_EQ(naive::Everything(datastore->Running()), running);
+            ASSERT_EQ(naive::Everything(datastore->Candidate()), candidate);
+            if (random.Below(2) == 0) return;
+            datastore->Discard();
+            ASSERT_EQ(naive::Everything(datastore->Candidate()), running);
+        }
+        ASSERT_FALSE(datastore->Changed());
+    }
+
+    void RollBack()
+    {
+        const std::string running = naive::Everything(datastore->Running());
+        for (const auto& entry : store->History(1)) {
+            const auto undo = ParseEdit(entry.undo);
+            const auto error =
+                datastore->Edit(undo.get(), DefaultOperation::kMerge, ErrorOption::kRollbackOnError, {});
+            ASSERT_FALSE(error) << error->message << '\n' << entry.undo;
+        }
+        ASSERT_EQ(naive::RowsOf(TheSchema(), datastore->Candidate()), m_before);
+        datastore->Discard();
+        ASSERT_EQ(naive::Everything(datastore->Running()), running);
+        ASSERT_EQ(naive::Everything(datastore->Candidate()), running);
+    }
+
+    naive::Rows m_before;  // running's before the last commit
+    int m_failed = 0;
+    int m_invalid = 0;
+    int m_commits = 0;
+};
+
+TEST_P(RandomEdits, GiveWhatLookingAtEverythingGives)
+{
+    RandomEdit random(GetParam());
+    for (int i = 0; i < kEdits && !HasFatalFailure(); ++i) {
+        ASSERT_NO_FATAL_FAILURE(TryOne(random)) << "edit " << i;
+        ASSERT_NO_FATAL_FAILURE(Compare()) << "edit " << i;
+        if (random.Below(3) != 0) continue;
+        const auto before = naive::RowsOf(TheSchema(), datastore->Running());
+        const auto last = store->LastCommit();
+        ASSERT_NO_FATAL_FAILURE(Finish(random)) << "edit " << i;
+        if (store->LastCommit() == last || datastore->Changed()) continue;
+        m_before = before;
+        ASSERT_NO_FATAL_FAILURE(RollBack()) << "edit " << i;
+    }
+    // The edits reach both sides of each question.
+    EXPECT_GT(m_commits, kEdits / 30);
+    EXPECT_GT(m_failed, kEdits / 30);
+    EXPECT_GT(m_invalid, kEdits / 30);
+    const auto before = naive::Everything(datastore->Running());
+    Open();
+    EXPECT_EQ(naive::Everything(datastore->Running()), before);
+    EXPECT_EQ(naive::Everything(datastore->Candidate()), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, RandomEdits, ::testing::Values(1U, 2U, 3U, 4U));
+
+}  // namespace
+}  // namespace tests
