@@ -20,6 +20,8 @@ class FrameClient {
 public:
     /// Connects. Throws std::runtime_error.
     explicit FrameClient(const std::filesystem::path& socket);
+    /// Takes over a connected socket.
+    explicit FrameClient(int descriptor) : m_descriptor(descriptor) {}
     ~FrameClient();
     FrameClient(const FrameClient&) = delete;
     FrameClient& operator=(const FrameClient&) = delete;

@@ -65,6 +65,10 @@ ManagerState Play(const Calls& calls);
 /// RFC 7951 JSON (defaults need not be filled in). Throws where the text is no JSON.
 ManagerState StateOf(const std::string& configuration);
 
+/// What a manager says that it has: the operational state in RFC 7951 JSON. Throws where the text is
+/// no JSON.
+ManagerState StateShown(const std::string& state);
+
 }  // namespace support
 
 #endif

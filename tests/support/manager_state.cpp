@@ -187,4 +187,28 @@ ManagerState StateOf(const std::string& configuration)
     return state;
 }
 
+ManagerState StateShown(const std::string& state)
+{
+    const json root = json::parse(state);
+    const json* sflow = Descend(root, {"state", "oam", "sflow"});
+    ManagerState shown;
+    if (sflow == nullptr) return shown;
+    shown.agent = Text(*sflow, "agent-address", "");
+    for (const auto& [name, entry] : Entries(sflow, "collector"))
+        shown.collectors[name] = Text(entry, "address", "") + " " + Text(entry, "port", "") + " " +
+                                 Text(entry, "datagram-size", "");
+    for (const auto& [name, entry] : Entries(sflow, "interface")) {
+        auto& interface = shown.interfaces[name];
+        const auto direction = Text(entry, "direction", "");
+        interface.numbers = Text(entry, "sampling-rate", "") +
+                            (direction == "ingress" ? " 2 " : " " + direction + " ") +
+                            Text(entry, "max-header-size", "") + " " + Text(entry, "polling-interval", "");
+        for (const auto& [list, set] :
+             {std::pair{"flow-collector", &interface.sample}, {"counter-collector", &interface.counter}})
+            if (const json* names = Member(entry, list))
+                for (const auto& collector : *names) set->insert(collector.get<std::string>());
+    }
+    return shown;
+}
+
 }  // namespace support

@@ -57,6 +57,15 @@ void SystemTest::AwaitSettled()
     std::ostringstream difference;
     difference << "the configuration says:\n" << wanted << "the manager has:\n" << have;
     if (!settled) throw support::TimedOut(difference.str());
+    // The manager itself says the same; its connection to the database may be young.
+    const bool shown = Becomes([&] {
+        have = support::StateShown(m_world.CliDone("show sflow | json"));
+        return have == wanted;
+    });
+    if (!shown) {
+        difference << "the manager shows:\n" << have;
+        throw support::TimedOut(difference.str());
+    }
 }
 
 }  // namespace system_tests
