@@ -157,6 +157,29 @@ std::optional<Error> Datastore::Edit(const lyd_node* edit, DefaultOperation oper
     return error;
 }
 
+std::vector<Error> Datastore::EditAndTest(const lyd_node* edit, DefaultOperation operation,
+                                          ErrorOption onError, TestOption test,
+                                          const std::vector<LeafWrite>& writes)
+{
+    if (test == TestOption::kSet) {
+        auto error = Edit(edit, operation, onError, writes);
+        return error ? std::vector{std::move(*error)} : std::vector<Error>{};
+    }
+    EditLog log;
+    const EditWrites indexed(m_impl->schema.Table(), writes);
+    Editor editor(m_impl->schema, m_impl->candidate.get(), &m_impl->touched, log, indexed);
+    std::vector<Error> errors;
+    if (auto error = editor.Apply(edit, operation))
+        errors.push_back(std::move(*error));
+    else
+        errors = Validate();
+    if (errors.empty() && test == TestOption::kTestThenSet)
+        log.Keep();
+    else
+        log.RollBack();
+    return errors;
+}
+
 bool Datastore::Changed() const { return !m_impl->Differ(WithUndo::kNo).rows.empty(); }
 
 std::vector<Error> Datastore::Validate()
