@@ -34,12 +34,14 @@ public:
         return leaf ? lyd_get_value(leaf) : "-";
     }
 
-    /// A time without the fraction of its second.
+    /// A time without the fraction of its second, "Z" for UTC.
     [[nodiscard]] std::string Time(std::string_view name) const
     {
         std::string time = Value(name);
         const std::size_t point = time.find('.');
         if (point != std::string::npos) time.erase(point, time.find_first_of("Z+-", point) - point);
+        constexpr std::string_view kUtc = "+00:00";
+        if (time.ends_with(kUtc)) time.replace(time.size() - kUtc.size(), kUtc.size(), "Z");
         return time;
     }
 

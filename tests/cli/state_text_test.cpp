@@ -26,7 +26,7 @@ TEST(SflowText, ShowsEverythingInAlignedSections)
 {
     EXPECT_EQ(cli::SflowText(SflowState().get(), ""),
               R"(Manager
-  Session     loaded, since 2026-11-21T05:00:00+00:00
+  Session     loaded, since 2026-11-21T05:00:00Z
   Process     4711
   Operations  12
 
@@ -84,12 +84,12 @@ TEST(ProcessesText, IsOneLineAProcess)
          "subscription":["/config/oam/sflow","/config/interface/mgmt"],"callpoint":["sflow-set-sampling-rate"]},
         {"name":"sflow-mgr","pid":9,"connected-since":"2026-11-21T04:59:59Z","role":"unknown","state":"ready"}]}}})");
     EXPECT_EQ(cli::ProcessesText(tree.get()),
-              "Name       Process  State  Role     Connected since            Callpoints               "
+              "Name       Process  State  Role     Connected since       Callpoints               "
               "Subscriptions\n"
-              "sflow-app  10       ready  active   2026-11-21T05:00:00+00:00  sflow-set-sampling-rate  "
+              "sflow-app  10       ready  active   2026-11-21T05:00:00Z  sflow-set-sampling-rate  "
               "/config/oam/sflow "
               "/config/interface/mgmt\n"
-              "sflow-mgr  9        ready  unknown  2026-11-21T04:59:59+00:00  -                        -\n");
+              "sflow-mgr  9        ready  unknown  2026-11-21T04:59:59Z  -                        -\n");
     EXPECT_EQ(cli::ProcessesText(nullptr), "No process is connected to the database.\n");
 }
 
@@ -102,10 +102,10 @@ TEST(FaultsText, KeepsAFaultOnOneLine)
          "file":"f","line":1,"text":""}]}}})");
     EXPECT_EQ(
         cli::FaultsText(tree.get()),
-        "Number  Time                       Process        Kind         Reported by                    Text\n"
-        "7       2026-11-21T05:00:00+00:00  sflow-app[10]  1 failure    Run (src/daemon/sflow_app:87)  "
+        "Number  Time                  Process        Kind         Reported by                    Text\n"
+        "7       2026-11-21T05:00:00Z  sflow-app[10]  1 failure    Run (src/daemon/sflow_app:87)  "
         "Exception caught!\\n'x'.\\n\n"
-        "8       2026-11-21T05:00:01+00:00  sflow-app[10]  0 exception  Run (f:1)\n");
+        "8       2026-11-21T05:00:01Z  sflow-app[10]  0 exception  Run (f:1)\n");
     EXPECT_EQ(cli::FaultsText(nullptr), "No fault was reported.\n");
 }
 
