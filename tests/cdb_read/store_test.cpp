@@ -307,7 +307,7 @@ TEST_F(StoreTest, IsMadeAnewAfterAProcessDiedWhileMakingIt)
 
 TEST_F(StoreTest, DoesNotGrowOnceTheHistoryIsFull)
 {
-    constexpr std::uint64_t kLimit = 50;
+    constexpr std::uint64_t kLimit = 20;
     Reopen({.historyLimit = kLimit});
     std::uint64_t commit = 0;
     const auto run = [&](std::uint64_t count) {
@@ -319,7 +319,6 @@ TEST_F(StoreTest, DoesNotGrowOnceTheHistoryIsFull)
             ASSERT_EQ(snapshot.Get(Key(sample::kInterface, {"eth1"})),
                       RateRow(static_cast<std::uint32_t>(commit)));
         }
-        return;
     };
     run(2 * kLimit);
     const auto size = fs::file_size(Directory() / "data.mdb");
