@@ -20,21 +20,21 @@ public:
     [[nodiscard]] bool IsReply() const { return m_isReply; }
     [[nodiscard]] std::pair<std::size_t, std::size_t> Data() const { return {m_dataBegin, m_dataEnd}; }
 
-    void OnStart(std::size_t depth, std::string_view ns, std::string_view name, std::size_t /*begin*/,
-                 std::size_t end) override
+    bool OnStart(const XmlElement& element) override
     {
-        const bool base = ns == kBaseNamespace;
-        if (depth == 1) m_isReply = base && name == "rpc-reply";
-        if (depth == 2) StartSecond(base ? name : std::string_view{}, end);
-        if (!m_inError) return;
-        if (depth == 3) {
-            m_field = FieldOf(base ? name : std::string_view{});
-            m_inInfo = base && name == "error-info";
+        const std::string_view name = element.ns == kBaseNamespace ? element.name : std::string_view{};
+        if (element.depth == 1) m_isReply = name == "rpc-reply";
+        if (element.depth == 2) StartSecond(name, element.end);
+        if (!m_inError) return true;
+        if (element.depth == 3) {
+            m_field = FieldOf(name);
+            m_inInfo = name == "error-info";
         }
-        if (depth == 4 && m_inInfo) {
-            m_reply.errors.back().info.emplace_back(name, "");
+        if (element.depth == 4 && m_inInfo) {
+            m_reply.errors.back().info.emplace_back(element.name, "");
             m_field = &m_reply.errors.back().info.back().second;
         }
+        return true;
     }
 
     void OnEnd(std::size_t depth, std::size_t begin) override

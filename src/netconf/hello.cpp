@@ -19,15 +19,16 @@ std::string_view Trimmed(std::string_view text)
 
 class HelloVisitor final : public XmlVisitor {
 public:
-    void OnStart(std::size_t depth, std::string_view ns, std::string_view name, std::size_t /*begin*/,
-                 std::size_t /*end*/) override
+    bool OnStart(const XmlElement& element) override
     {
-        const bool base = ns == kBaseNamespace;
-        if (depth == 1) m_isHello = base && name == "hello";
-        if (depth == 2) m_inList = base && name == "capabilities";
-        m_isCapability = depth == 3 && m_inList && base && name == "capability";
-        m_isSession = depth == 2 && base && name == "session-id";
+        const bool base = element.ns == kBaseNamespace;
+        const std::size_t depth = element.depth;
+        if (depth == 1) m_isHello = base && element.name == "hello";
+        if (depth == 2) m_inList = base && element.name == "capabilities";
+        m_isCapability = depth == 3 && m_inList && base && element.name == "capability";
+        m_isSession = depth == 2 && base && element.name == "session-id";
         m_text.clear();
+        return true;
     }
 
     void OnEnd(std::size_t /*depth*/, std::size_t /*begin*/) override

@@ -13,8 +13,10 @@ namespace netconf {
 
 struct EditOptions {
     std::string defaultOperation;  // merge, replace, none; empty: the server's default, merge
-    std::string testOption;        // test-then-set, set, test-only
-    std::string errorOption;       // stop-on-error, rollback-on-error
+    /// test-then-set, set, test-only; empty: the server's default, test-then-set, which refuses an edit
+    /// that would leave the candidate invalid.
+    std::string testOption;
+    std::string errorOption;  // stop-on-error, rollback-on-error
 };
 
 /// `filter`: the elements of a subtree filter; none: everything. An empty one selects nothing.

@@ -30,7 +30,8 @@ public:
         if (m_visitor != nullptr) XML_SetCharacterDataHandler(parser, &Reader::Text);
         // kMaxMessage, which bounds every document, fits an int.
         if (XML_Parse(parser, m_document.data(), static_cast<int>(m_document.size()), XML_TRUE) ==
-            XML_STATUS_OK)
+                XML_STATUS_OK ||
+            m_ended)
             return std::nullopt;
         return Where(m_problem.empty() ? XML_ErrorString(XML_GetErrorCode(parser)) : m_problem);
     }
@@ -38,26 +39,37 @@ public:
 private:
     static Reader& Self(void* data) { return *static_cast<Reader*>(data); }
 
-    static void Start(void* data, const XML_Char* element, const XML_Char** /*attributes*/)
+    static void Start(void* data, const XML_Char* name, const XML_Char** attributes)
     {
         Reader& self = Self(data);
         if (++self.m_depth > self.m_maxDepth)
             return self.Stop("more than " + std::to_string(self.m_maxDepth) +
                              " elements stand inside each other");
-        if (self.m_visitor == nullptr) return;
-        const std::string_view full(element);
+        if (self.m_visitor == nullptr || self.m_ended) return;
+        const std::string_view full(name);
         const std::size_t separator = full.find(kSeparator);
         const bool bare = separator == std::string_view::npos;
-        const auto begin = static_cast<std::size_t>(XML_GetCurrentByteIndex(self.m_parser.get()));
-        const auto length = static_cast<std::size_t>(XML_GetCurrentByteCount(self.m_parser.get()));
-        self.m_visitor->OnStart(self.m_depth, bare ? std::string_view{} : full.substr(0, separator),
-                                bare ? full : full.substr(separator + 1), begin, begin + length);
+        XmlElement element;
+        element.depth = self.m_depth;
+        element.ns = bare ? std::string_view{} : full.substr(0, separator);
+        element.name = bare ? full : full.substr(separator + 1);
+        element.begin = static_cast<std::size_t>(XML_GetCurrentByteIndex(self.m_parser.get()));
+        element.end = element.begin + static_cast<std::size_t>(XML_GetCurrentByteCount(self.m_parser.get()));
+        element.hasAttributes = *attributes != nullptr;
+        element.attribute = [attributes](std::string_view wanted) -> std::optional<std::string_view> {
+            for (const XML_Char** at = attributes; *at != nullptr; at += 2)
+                if (wanted == *at) return at[1];
+            return std::nullopt;
+        };
+        if (self.m_visitor->OnStart(element)) return;
+        self.m_ended = true;
+        XML_StopParser(self.m_parser.get(), XML_FALSE);
     }
 
     static void End(void* data, const XML_Char* /*element*/)
     {
         Reader& self = Self(data);
-        if (self.m_visitor != nullptr) {
+        if (self.m_visitor != nullptr && !self.m_ended) {
             auto at = static_cast<std::size_t>(XML_GetCurrentByteIndex(self.m_parser.get()));
             // Of an empty element expat reports the one tag at both ends.
             if (self.m_document.substr(at, 2) != "</")
@@ -70,7 +82,7 @@ private:
     static void Text(void* data, const XML_Char* text, int length)
     {
         Reader& self = Self(data);
-        self.m_visitor->OnText(self.m_depth, {text, static_cast<std::size_t>(length)});
+        if (!self.m_ended) self.m_visitor->OnText(self.m_depth, {text, static_cast<std::size_t>(length)});
     }
 
     static void Doctype(void* data, const XML_Char* /*name*/, const XML_Char* /*system*/,
@@ -96,6 +108,7 @@ private:
     std::size_t m_maxDepth;
     std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> m_parser;
     std::size_t m_depth = 0;
+    bool m_ended = false;  // by the visitor
     std::string m_problem;
 };
 

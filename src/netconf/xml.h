@@ -5,6 +5,7 @@
 #define NETCONF_XML_H
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,13 +18,23 @@ namespace netconf {
 void AppendEscaped(std::string& out, std::string_view text);
 std::string Escaped(std::string_view text);
 
+/// A start tag. The views are valid during the call only.
+struct XmlElement {
+    std::size_t depth = 0;  // 1 for the document's element
+    std::string_view ns;    // empty: none
+    std::string_view name;
+    std::size_t begin = 0;  // byte offsets of the start tag
+    std::size_t end = 0;
+    bool hasAttributes = false;  // declarations of namespaces are none
+    std::function<std::optional<std::string_view>(std::string_view name)> attribute;  // without namespace
+};
+
 /// What happens at the elements of a document, in document order.
 class XmlVisitor {
 public:
     virtual ~XmlVisitor() = default;
-    /// `depth` is 1 for the document's element; `begin` and `end` are the byte offsets of its start tag.
-    virtual void OnStart(std::size_t depth, std::string_view ns, std::string_view name, std::size_t begin,
-                         std::size_t end) = 0;
+    /// False ends the reading, as if the document ended well there.
+    virtual bool OnStart(const XmlElement& element) = 0;
     /// `begin`: where the end tag begins (for an empty element: behind its start tag).
     virtual void OnEnd(std::size_t depth, std::size_t begin) = 0;
     /// A piece of the text directly in the innermost open element.

@@ -1,0 +1,52 @@
+// The management agent of cdbd: NETCONF for operators and controllers on one socket, the processes of
+// the switch on another, in one loop. Puts the parts together and lets the connections in.
+
+#ifndef AGENT_AGENT_H
+#define AGENT_AGENT_H
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+#include <boost/asio/io_context.hpp>
+
+#include "cdb/datastore.h"
+#include "cdb/schema.h"
+#include "cdb/store.h"
+
+namespace agent {
+
+struct AgentOptions {
+    std::filesystem::path runDirectory;                 // where the sockets are made
+    std::chrono::milliseconds ackTimeout{10'000};       // a subscriber's for one change set
+    std::chrono::milliseconds callpointTimeout{5'000};  // without any answer
+    std::chrono::milliseconds stateTimeout{2'000};      // a provider's for its state
+    std::chrono::milliseconds actionTimeout{5'000};     // a process's for a transition or an action
+    std::chrono::milliseconds helloTimeout{30'000};     // a NETCONF client's for its hello
+    std::size_t maxSessions = 128;
+    std::function<std::int64_t()> now;  // microseconds since the epoch; null: the system's clock
+};
+
+class Agent {
+public:
+    /// All but the options outlive it.
+    Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Store& store,
+          cdb::Datastore& datastore, AgentOptions options);
+    ~Agent();
+    Agent(const Agent&) = delete;
+    Agent& operator=(const Agent&) = delete;
+
+    /// Makes the run directory where it is missing and opens the sockets. Throws std::system_error
+    /// that names the path.
+    void Listen();
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace agent
+
+#endif

@@ -1,0 +1,38 @@
+// One question to several clients, and what became of it.
+
+#ifndef AGENT_ASK_H
+#define AGENT_ASK_H
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include <boost/asio/io_context.hpp>
+
+#include "agent/client.h"
+
+namespace agent {
+
+struct Question {
+    Client::AnswerKey key;
+    ipc::cdb::ServerMessage message;
+};
+
+enum class Outcome : std::uint8_t { kAnswered, kGone, kLate };
+
+struct Answer {
+    ClientPtr client;
+    Outcome outcome = Outcome::kLate;
+    ipc::cdb::ClientMessage message;  // where answered
+};
+
+/// Asks all of them at once. `done` is called once, from the loop, when each has answered, has gone
+/// or the time is over; the answers are in the order of the clients.
+void AskAll(boost::asio::io_context& loop, const std::vector<ClientPtr>& clients,
+            const std::function<Question(Client& client)>& makeQuestion, std::chrono::milliseconds timeout,
+            std::function<void(const std::vector<Answer>& answers)> done);
+
+}  // namespace agent
+
+#endif

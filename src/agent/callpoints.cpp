@@ -1,0 +1,193 @@
+#include "agent/callpoints.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <boost/asio/steady_timer.hpp>
+
+#include "cdb/value_message.h"
+
+namespace agent {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using ipc::cdb::ClientMessage;
+
+/// What may wait in a holder's connection before the next request is made.
+constexpr std::size_t kMaxWaiting = std::size_t{4} << 20;
+
+cdb::Error Failure(const cdb::NewEntry& entry, const cdb::SchemaTable& schema, const std::string& why)
+{
+    cdb::Error error;
+    error.tag = cdb::ErrorTag::kOperationFailed;
+    error.message = "the callpoint " + entry.callpoint + " can't be asked about " +
+                    ToText(schema, entry.path) + ": " + why;
+    return error;
+}
+
+/// The questions of one edit.
+class Inquiry : public std::enable_shared_from_this<Inquiry> {
+public:
+    Inquiry(boost::asio::io_context& loop, const cdb::SchemaTable& schema, std::chrono::milliseconds timeout,
+            std::uint32_t transaction, std::vector<cdb::NewEntry> entries,
+            std::function<void(Callpoints::Result)> done)
+        : m_timer(loop),
+          m_schema(schema),
+          m_timeout(timeout),
+          m_transaction(transaction),
+          m_entries(std::move(entries)),
+          m_writes(m_entries.size()),
+          m_keys(m_entries.size()),
+          m_isAnswered(m_entries.size()),
+          m_done(std::move(done))
+    {
+    }
+
+    void Run(std::map<std::string, ClientPtr> holders)
+    {
+        m_holders = std::move(holders);
+        m_progress = Clock::now();
+        Pump();
+        if (m_done) Watch();
+    }
+
+private:
+    void Pump();
+    [[nodiscard]] ipc::cdb::ServerMessage MakeRequest(std::size_t index, std::uint64_t number) const;
+    void Take(std::size_t index, const ClientMessage* message);
+    std::optional<std::string> TakeWrites(std::size_t index, const ipc::cdb::CallpointReply& reply);
+    void Watch();
+    void Fail(std::size_t index, const std::string& why);
+    void Finish(Callpoints::Result result);
+
+    boost::asio::steady_timer m_timer;
+    const cdb::SchemaTable& m_schema;
+    std::chrono::milliseconds m_timeout;
+    std::uint32_t m_transaction;
+    std::vector<cdb::NewEntry> m_entries;
+    std::vector<std::vector<cdb::LeafWrite>> m_writes;  // of each entry
+    std::vector<Client::AnswerKey> m_keys;              // of the requests made
+    std::vector<bool> m_isAnswered;
+    std::function<void(Callpoints::Result)> m_done;  // null: over
+    std::map<std::string, ClientPtr> m_holders;
+    std::size_t m_next = 0;
+    std::size_t m_answered = 0;
+    Clock::time_point m_progress;
+};
+
+void Inquiry::Pump()
+{
+    while (m_done && m_next < m_entries.size()) {
+        const std::size_t index = m_next;
+        const ClientPtr& holder = m_holders.at(m_entries[index].callpoint);
+        if (holder->QueuedBytes() > kMaxWaiting && m_next > m_answered) return;
+        ++m_next;
+        const std::uint64_t number = holder->NextRequest();
+        m_keys[index] = {ClientMessage::kCallpointReply, number};
+        const auto take = [self = shared_from_this(), index](const ClientMessage* message) {
+            self->Take(index, message);
+        };
+        if (!holder->Ask(m_keys[index], MakeRequest(index, number), take))
+            Fail(index, holder->Name() + " has gone; start it again");
+    }
+}
+
+ipc::cdb::ServerMessage Inquiry::MakeRequest(std::size_t index, std::uint64_t number) const
+{
+    ipc::cdb::ServerMessage message;
+    ipc::cdb::CallpointRequest& request = *message.mutable_callpoint_request();
+    request.set_request(number);
+    request.set_transaction(m_transaction);
+    request.set_callpoint(m_entries[index].callpoint);
+    request.set_operation(ipc::cdb::CallpointRequest::CREATE);
+    request.set_path(ToText(m_schema, m_entries[index].path));
+    return message;
+}
+
+void Inquiry::Take(std::size_t index, const ClientMessage* message)
+{
+    if (!m_done) return;
+    const ClientPtr holder = m_holders.at(m_entries[index].callpoint);
+    if (message == nullptr) return Fail(index, holder->Name() + " has gone; start it again");
+    const ipc::cdb::CallpointReply& reply = message->callpoint_reply();
+    if (!reply.ok())
+        return Fail(index, holder->Name() + " refuses: " +
+                               (reply.error().empty() ? "it gives no reason; see its log" : reply.error()));
+    if (const auto problem = TakeWrites(index, reply))
+        return Fail(index, holder->Name() + " answers with a write that can't be made: " + *problem);
+    m_isAnswered[index] = true;
+    ++m_answered;
+    m_progress = Clock::now();
+    if (m_answered < m_entries.size()) return Pump();
+    std::vector<cdb::LeafWrite> writes;
+    for (auto& each : m_writes)
+        for (cdb::LeafWrite& write : each) writes.push_back(std::move(write));
+    Finish(std::move(writes));
+}
+
+std::optional<std::string> Inquiry::TakeWrites(std::size_t index, const ipc::cdb::CallpointReply& reply)
+{
+    for (const ipc::cdb::PathWrite& write : reply.writes()) {
+        auto path = cdb::ParsePath(m_schema, write.path());
+        if (const auto* problem = std::get_if<std::string>(&path)) return *problem;
+        auto value = cdb::FromMessage(write.value());
+        if (!value) return "the value of " + write.path() + " does not fit its type";
+        m_writes[index].push_back({std::get<cdb::Path>(std::move(path)), *std::move(value)});
+    }
+    return std::nullopt;
+}
+
+void Inquiry::Watch()
+{
+    m_timer.expires_at(m_progress + m_timeout);
+    m_timer.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
+        if (error || !self->m_done) return;
+        if (Clock::now() < self->m_progress + self->m_timeout) return self->Watch();
+        std::size_t missing = 0;
+        while (self->m_isAnswered[missing]) ++missing;
+        const std::string seconds = std::to_string(static_cast<double>(self->m_timeout.count()) / 1000.0);
+        self->Fail(missing, self->m_holders.at(self->m_entries[missing].callpoint)->Name() +
+                                " has not answered for " + seconds.substr(0, seconds.find('.') + 2) +
+                                " s; restart it");
+    });
+}
+
+void Inquiry::Fail(std::size_t index, const std::string& why)
+{
+    if (!m_done) return;
+    for (std::size_t i = 0; i < m_next; ++i) m_holders.at(m_entries[i].callpoint)->Forget(m_keys[i]);
+    Finish(Failure(m_entries[index], m_schema, why));
+}
+
+void Inquiry::Finish(Callpoints::Result result)
+{
+    m_timer.cancel();
+    std::exchange(m_done, nullptr)(std::move(result));
+}
+
+}  // namespace
+
+Callpoints::Callpoints(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
+                       std::chrono::milliseconds timeout)
+    : m_loop(loop), m_schema(schema), m_clients(clients), m_timeout(timeout)
+{
+}
+
+void Callpoints::Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done)
+{
+    if (entries.empty()) return done(std::vector<cdb::LeafWrite>{});
+    std::map<std::string, ClientPtr> holders;
+    for (const cdb::NewEntry& entry : entries) {
+        ClientPtr& holder = holders[entry.callpoint];
+        if (!holder) holder = m_clients.CallpointHolder(entry.callpoint);
+        if (!holder)
+            return done(Failure(entry, m_schema, "no process serves it; start sflow-app and try again"));
+    }
+    std::make_shared<Inquiry>(m_loop, m_schema, m_timeout, ++m_lastTransaction, std::move(entries),
+                              std::move(done))
+        ->Run(std::move(holders));
+}
+
+}  // namespace agent

@@ -1,0 +1,127 @@
+// One process connected to cdb.sock: its registrations, and the questions that it still has to
+// answer. Whether a registration can be granted is its host's decision; what the questions are about
+// is the matter of those who ask.
+
+#ifndef AGENT_CLIENT_H
+#define AGENT_CLIENT_H
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cdb/schema_table.h"
+#include "ipc/cdb.pb.h"
+
+namespace ipc {
+class Channel;
+}
+
+namespace agent {
+
+class Client;
+
+struct Subscription {
+    std::uint32_t id = 0;
+    std::int32_t priority = 0;
+    cdb::NodeId point = cdb::kNoNode;
+    std::string path;
+};
+
+/// Why a client is turned away, and whose process is in its place (0: nobody's).
+struct Refusal {
+    std::string reason;
+    std::int64_t holder = 0;
+};
+
+/// What a client needs of whoever keeps the clients.
+class ClientHost {
+public:
+    virtual ~ClientHost() = default;
+    /// The subscription's schema node, or why there is none.
+    virtual std::optional<Refusal> CheckSubscription(const ipc::cdb::Subscribe& wanted,
+                                                     cdb::NodeId& point) = 0;
+    virtual std::optional<Refusal> CheckCallpoint(const Client& client, const std::string& name) = 0;
+    virtual std::optional<Refusal> CheckProvider(const Client& client, const std::string& path) = 0;
+    virtual ipc::cdb::Welcome MakeWelcome() = 0;
+    virtual void OnFault(const ipc::cdb::FaultReport& fault) = 0;
+    /// The connection has gone; called once, from the loop.
+    virtual void OnGone(const std::shared_ptr<Client>& client) = 0;
+};
+
+class Client : public std::enable_shared_from_this<Client> {
+public:
+    /// What answers a question: the kind of message and its number.
+    using AnswerKey = std::pair<ipc::cdb::ClientMessage::BodyCase, std::uint64_t>;
+    /// Null: the connection has gone.
+    using AnswerHandler = std::function<void(const ipc::cdb::ClientMessage* answer)>;
+
+    enum class Phase : std::uint8_t { kNew, kRegistering, kReady, kEnded };
+
+    Client(std::shared_ptr<ipc::Channel> channel, ClientHost& host, std::int64_t connectedUs);
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    void Start();
+
+    [[nodiscard]] Phase CurrentPhase() const { return m_phase; }
+    [[nodiscard]] const std::string& Process() const { return m_process; }
+    [[nodiscard]] std::int64_t Pid() const { return m_pid; }
+    /// "sflow-app (process 1234)"
+    [[nodiscard]] std::string Name() const;
+    [[nodiscard]] std::int64_t ConnectedUs() const { return m_connectedUs; }
+    [[nodiscard]] const std::vector<Subscription>& Subscriptions() const { return m_subscriptions; }
+    [[nodiscard]] const std::vector<std::string>& Callpoints() const { return m_callpoints; }
+    [[nodiscard]] const std::vector<std::string>& Providers() const { return m_providers; }
+    [[nodiscard]] bool IsApplying() const { return m_applying; }
+
+    /// A number for the next request to this client.
+    std::uint64_t NextRequest() { return ++m_lastRequest; }
+
+    /// Sends a message; the handler is called once with the answer, unless it is forgotten before, and
+    /// never from inside Ask. False, and the handler is not called, when the connection has gone.
+    [[nodiscard]] bool Ask(AnswerKey key, const ipc::cdb::ServerMessage& message, AnswerHandler handler);
+    void Forget(AnswerKey key) { m_questions.erase(key); }
+
+    [[nodiscard]] std::size_t QueuedBytes() const;
+
+    /// Whether a change set is with the client; for the state shown.
+    void SetApplying(bool applying) { m_applying = applying; }
+
+    /// Ends the connection.
+    void Disconnect(const std::string& reason);
+
+private:
+    void OnFrame(std::string_view frame);
+    void Handle(const ipc::cdb::ClientMessage& message);
+    void OnHello(const ipc::cdb::Hello& hello);
+    void OnRegistration(const ipc::cdb::ClientMessage& message);
+    void OnSubscribe(const ipc::cdb::Subscribe& wanted);
+    void OnReady();
+    void OnAnswer(AnswerKey key, const ipc::cdb::ClientMessage& message);
+    void Refuse(const Refusal& refusal);
+    void End(const std::string& reason);
+
+    std::shared_ptr<ipc::Channel> m_channel;
+    ClientHost& m_host;
+    Phase m_phase = Phase::kNew;
+    bool m_applying = false;
+    std::string m_process;
+    std::int64_t m_pid = 0;
+    std::int64_t m_connectedUs;
+    std::vector<Subscription> m_subscriptions;
+    std::vector<std::string> m_callpoints;
+    std::vector<std::string> m_providers;
+    std::uint64_t m_lastRequest = 0;
+    std::map<AnswerKey, AnswerHandler> m_questions;
+};
+
+using ClientPtr = std::shared_ptr<Client>;
+
+}  // namespace agent
+
+#endif

@@ -1,0 +1,117 @@
+#include "agent/delivery.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+#include "agent/ask.h"
+#include "log/log.h"
+
+namespace agent {
+namespace {
+
+struct Recipient {
+    ClientPtr client;
+    std::vector<std::uint32_t> points;  // ids in the order to walk them
+    std::int32_t lowest = 0;            // priority
+};
+
+std::vector<Recipient> RecipientsOf(const cdb::SchemaTable& schema, const Clients& clients,
+                                    const cdb::ChangeSet& changes)
+{
+    std::vector<Recipient> recipients;
+    for (const ClientPtr& client : clients.Ready()) {
+        std::vector<Subscription> touched;
+        for (const Subscription& each : client->Subscriptions())
+            if (cdb::Touches(schema, changes, each.point)) touched.push_back(each);
+        if (touched.empty()) continue;
+        std::stable_sort(touched.begin(), touched.end(), [](const Subscription& a, const Subscription& b) {
+            return a.priority < b.priority;
+        });
+        Recipient recipient{client, {}, touched.front().priority};
+        for (const Subscription& each : touched) recipient.points.push_back(each.id);
+        recipients.push_back(std::move(recipient));
+    }
+    std::stable_sort(recipients.begin(), recipients.end(),
+                     [](const Recipient& a, const Recipient& b) { return a.lowest < b.lowest; });
+    return recipients;
+}
+
+class Round : public std::enable_shared_from_this<Round> {
+public:
+    Round(boost::asio::io_context& loop, std::chrono::milliseconds timeout, std::vector<Recipient> recipients,
+          const cdb::ChangeSet& changes, std::function<void(const std::vector<std::string>&)> done)
+        : m_loop(loop),
+          m_timeout(timeout),
+          m_recipients(std::move(recipients)),
+          m_commit(changes.commit),
+          m_done(std::move(done))
+    {
+        ipc::cdb::ChangeSet& message = *m_message.mutable_change_set();
+        message.set_commit(changes.commit);
+        cdb::ToMessage(changes.root, *message.mutable_root());
+    }
+
+    void Next()
+    {
+        if (m_next == m_recipients.size()) return m_done(m_warnings);
+        const Recipient& recipient = m_recipients[m_next++];
+        auto& points = *m_message.mutable_change_set()->mutable_points();
+        points.Assign(recipient.points.begin(), recipient.points.end());
+        recipient.client->SetApplying(true);
+        AskAll(
+            m_loop, {recipient.client},
+            [this](Client&) {
+                return Question{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit}, m_message};
+            },
+            m_timeout,
+            [self = shared_from_this()](const std::vector<Answer>& answers) {
+                self->Take(answers.front());
+                self->Next();
+            });
+    }
+
+private:
+    void Take(const Answer& answer)
+    {
+        answer.client->SetApplying(false);
+        if (answer.outcome == Outcome::kAnswered) return;
+        const bool late = answer.outcome == Outcome::kLate;
+        const std::string text =
+            answer.client->Name() + " has not acknowledged commit " + std::to_string(m_commit) + ": " +
+            (late ? "it took longer than " + std::to_string(m_timeout.count()) + " ms and was disconnected"
+                  : "its connection is gone") +
+            "; it loads the whole configuration when it connects again";
+        slog::Error("{}", text);
+        m_warnings.push_back(text);
+        if (late) answer.client->Disconnect("it did not acknowledge a commit in time");
+    }
+
+    boost::asio::io_context& m_loop;
+    std::chrono::milliseconds m_timeout;
+    std::vector<Recipient> m_recipients;
+    std::uint64_t m_commit;
+    std::function<void(const std::vector<std::string>&)> m_done;
+    ipc::cdb::ServerMessage m_message;
+    std::size_t m_next = 0;
+    std::vector<std::string> m_warnings;
+};
+
+}  // namespace
+
+Delivery::Delivery(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
+                   std::chrono::milliseconds timeout)
+    : m_loop(loop), m_schema(schema), m_clients(clients), m_timeout(timeout)
+{
+}
+
+void Delivery::Deliver(const cdb::ChangeSet& changes,
+                       std::function<void(const std::vector<std::string>&)> done)
+{
+    auto recipients = RecipientsOf(m_schema, m_clients, changes);
+    if (recipients.empty()) return done({});
+    std::make_shared<Round>(m_loop, m_timeout, std::move(recipients), changes, std::move(done))->Next();
+}
+
+}  // namespace agent

@@ -1,0 +1,38 @@
+// The one place where refusals become <rpc-error>s: typed errors of the database, and what libyang
+// finds wrong with a request.
+
+#ifndef AGENT_ERRORS_H
+#define AGENT_ERRORS_H
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "cdb/error.h"
+#include "netconf/rpc_error.h"
+
+struct ly_ctx;
+
+namespace agent {
+
+using ErrorInfo = std::vector<std::pair<std::string, std::string>>;
+
+/// Which layer refuses (RFC 6241, section 4.3).
+enum class Layer { kRpc, kProtocol, kApplication };
+
+netconf::RpcError MakeError(Layer layer, cdb::ErrorTag tag, std::string message, ErrorInfo info = {});
+
+/// A warning beside a request that was carried out.
+netconf::RpcError MakeWarning(std::string message);
+
+/// What the database refused. The path's module names become prefixes.
+netconf::RpcError ToRpcError(const cdb::Error& error, const ly_ctx* context);
+std::vector<netconf::RpcError> ToRpcErrors(const std::vector<cdb::Error>& errors, const ly_ctx* context);
+
+/// What libyang said last about a request's operation `name`.
+netconf::RpcError RequestError(const ly_ctx* context, std::string_view name);
+
+}  // namespace agent
+
+#endif

@@ -1,0 +1,102 @@
+#include <libyang/libyang.h>
+
+#include <charconv>
+#include <string>
+#include <string_view>
+
+#include "agent/errors.h"
+#include "agent/operations.h"
+#include "log/log.h"
+
+namespace agent {
+namespace {
+
+using cdb::ErrorTag;
+
+Target TargetOf(const lyd_node* operation)
+{
+    const lyd_node* named = lyd_child(ChildNamed(operation, "target"));
+    return std::string_view(named->schema->name) == "running" ? Target::kRunning : Target::kCandidate;
+}
+
+const char* NameOf(Target target) { return target == Target::kRunning ? "running" : "candidate"; }
+
+netconf::RpcError LockDenied(const std::string& message, std::uint32_t holder)
+{
+    return MakeError(Layer::kProtocol, ErrorTag::kLockDenied, message,
+                     {{"session-id", std::to_string(holder)}});
+}
+
+}  // namespace
+
+void Operations::Lock(const RequestPtr& request)
+{
+    InTurn(request, [this, request](const CandidateQueue::TurnPtr&) {
+        const Target target = TargetOf(request->Operation());
+        if (const auto holder = m_locks.Holder(target))
+            return request->Refuse(LockDenied(
+                std::string(NameOf(target)) + " is locked by session " + std::to_string(*holder) + " already",
+                *holder));
+        // Whose the changes are is not known: anybody may edit a candidate that is not locked.
+        if (target == Target::kCandidate && m_services.datastore.Changed())
+            return request->Refuse(
+                LockDenied("candidate has changes that are not committed; commit or discard them first", 0));
+        m_locks.Take(target, request->Who().id);
+        request->Ok();
+    });
+}
+
+void Operations::Unlock(const RequestPtr& request)
+{
+    InTurn(request, [this, request](const CandidateQueue::TurnPtr&) {
+        const Target target = TargetOf(request->Operation());
+        const auto holder = m_locks.Holder(target);
+        if (holder != request->Who().id) {
+            const std::string whose =
+                holder ? "is locked by session " + std::to_string(*holder) + ", which alone can unlock it"
+                       : "is not locked";
+            return request->Refuse(MakeError(Layer::kProtocol, ErrorTag::kOperationFailed,
+                                             std::string(NameOf(target)) + " " + whose));
+        }
+        // What was not committed goes with the lock (RFC 6241, section 8.3.5.2).
+        if (target == Target::kCandidate) m_services.datastore.Discard();
+        m_locks.Release(target);
+        request->Ok();
+    });
+}
+
+void Operations::CloseSession(const RequestPtr& request)
+{
+    // The next client must find what this session has locked unlocked, whatever its timing.
+    InTurn(request, [request](const CandidateQueue::TurnPtr&) { request->OkAndFinish(); });
+}
+
+void Operations::KillSession(const RequestPtr& request)
+{
+    const std::string_view text = ChildText(request->Operation(), "session-id");
+    std::uint32_t session = 0;
+    std::from_chars(text.data(), text.data() + text.size(), session);  // libyang has checked that it is one
+    const auto refuse = [&request](const std::string& why) {
+        request->Refuse(
+            MakeError(Layer::kProtocol, ErrorTag::kInvalidValue, why, {{"bad-element", "session-id"}}));
+    };
+    if (session == request->Who().id)
+        return refuse("this is session " + std::string(text) + " itself; close it");
+    const std::string reason = "killed by session " + std::to_string(request->Who().id);
+    if (!m_services.endSession(session, reason)) return refuse("there is no session " + std::string(text));
+    request->Ok();
+}
+
+void Operations::SessionEnded(std::uint32_t session)
+{
+    // In turn: an edit of the session may be under way, and the lock covers it.
+    m_queue.Push([this, session](const CandidateQueue::TurnPtr&) {
+        if (m_locks.Holder(Target::kCandidate) == session) {
+            m_services.datastore.Discard();
+            m_locks.Release(Target::kCandidate);
+        }
+        if (m_locks.Holder(Target::kRunning) == session) m_locks.Release(Target::kRunning);
+    });
+}
+
+}  // namespace agent

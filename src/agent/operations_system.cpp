@@ -1,0 +1,85 @@
+#include <string_view>
+
+#include "agent/ask.h"
+#include "agent/errors.h"
+#include "agent/operations.h"
+#include "log/log.h"
+
+namespace agent {
+namespace {
+
+using cdb::ErrorTag;
+using ipc::cdb::ClientMessage;
+
+/// Who provides this state runs the sFlow manager.
+constexpr std::string_view kManagerState = "/state/oam/sflow";
+constexpr const char* kResync = "resync";
+
+ClientPtr FindManager(const Clients& clients)
+{
+    for (const ClientPtr& client : clients.Ready())
+        for (const std::string& path : client->Providers())
+            if (path == kManagerState) return client;
+    return nullptr;
+}
+
+const char* Explain(Outcome outcome)
+{
+    return outcome == Outcome::kGone ? "has gone" : "has not answered in time";
+}
+
+}  // namespace
+
+void Operations::HaTransition(const RequestPtr& request)
+{
+    const bool active = ChildText(request->Operation(), "role") == "active";
+    slog::Notice("{} makes the processes {}", request->Who().user, active ? "active" : "standby");
+    m_services.state.SetRole(active ? Role::kActive : Role::kStandby);
+    const auto ask = [active](Client& client) {
+        Question question{{ClientMessage::kHaReply, client.NextRequest()}, {}};
+        auto& transition = *question.message.mutable_ha_transition();
+        transition.set_request(question.key.second);
+        transition.set_role(active ? ipc::cdb::HaTransition::ACTIVE : ipc::cdb::HaTransition::STANDBY);
+        return question;
+    };
+    const auto take = [request](const std::vector<Answer>& answers) {
+        std::vector<netconf::RpcError> warnings;
+        for (const Answer& answer : answers) {
+            if (answer.outcome == Outcome::kAnswered && answer.message.ha_reply().handled()) continue;
+            const std::string why =
+                answer.outcome == Outcome::kAnswered ? "has not handled it" : Explain(answer.outcome);
+            const std::string text = "the transition: " + answer.client->Name() + " " + why;
+            slog::Error("{}", text);
+            warnings.push_back(MakeWarning(text));
+        }
+        request->Ok(warnings);
+    };
+    AskAll(m_services.loop, m_services.clients.Ready(), ask, m_services.actionTimeout, take);
+}
+
+void Operations::SflowResync(const RequestPtr& request)
+{
+    const auto refuse = [](const RequestPtr& refused, const std::string& why) {
+        refused->Refuse(MakeError(Layer::kApplication, ErrorTag::kOperationFailed, why));
+    };
+    const ClientPtr manager = FindManager(m_services.clients);
+    if (!manager) return refuse(request, "the sFlow manager is not connected; start sflow-mgr");
+    const auto ask = [](Client& client) {
+        Question question{{ClientMessage::kActionReply, client.NextRequest()}, {}};
+        auto& action = *question.message.mutable_action_request();
+        action.set_request(question.key.second);
+        action.set_name(kResync);
+        return question;
+    };
+    const auto take = [request, refuse](const std::vector<Answer>& answers) {
+        const Answer& answer = answers.front();
+        if (answer.outcome != Outcome::kAnswered)
+            return refuse(request, answer.client->Name() + " " + Explain(answer.outcome) + "; see its log");
+        const std::string& error = answer.message.action_reply().error();
+        if (!error.empty()) return refuse(request, answer.client->Name() + " refuses: " + error);
+        request->Ok();
+    };
+    AskAll(m_services.loop, {manager}, ask, m_services.actionTimeout, take);
+}
+
+}  // namespace agent

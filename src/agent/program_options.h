@@ -1,0 +1,44 @@
+// The command line and environment of cdbd.
+
+#ifndef AGENT_PROGRAM_OPTIONS_H
+#define AGENT_PROGRAM_OPTIONS_H
+
+#include <chrono>
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace agent {
+
+struct ProgramOptions {
+    std::filesystem::path runDirectory;
+    std::filesystem::path stateDirectory;
+    std::filesystem::path yangDirectory;
+    std::filesystem::path initFile;  // empty: serve
+    std::chrono::milliseconds ackTimeout{10'000};
+    std::chrono::milliseconds callpointTimeout{5'000};
+    std::size_t historyLimit = 500;
+    bool help = false;
+    bool version = false;
+};
+
+/// A command line that makes no sense; the text names the option.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// `environment`: the value of a variable, if it has one. `program`: the path of the running program.
+/// Throws UsageError.
+ProgramOptions ParseOptions(int argc, const char* const* argv, const std::filesystem::path& program,
+                            const std::function<std::optional<std::string>(const char* name)>& environment);
+
+std::string UsageText();
+std::string VersionText();
+
+}  // namespace agent
+
+#endif

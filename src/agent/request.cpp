@@ -1,0 +1,85 @@
+#include "agent/request.h"
+
+#include <utility>
+
+#include "agent/errors.h"
+#include "netconf/names.h"
+
+namespace agent {
+namespace {
+
+constexpr std::string_view kTail = "</rpc-reply>";
+
+std::string ReplyHead(const std::string& attributes)
+{
+    std::string head = "<rpc-reply xmlns=\"";
+    return head.append(netconf::kBaseNamespace).append("\"").append(attributes).append(">");
+}
+
+}  // namespace
+
+Request::Request(std::shared_ptr<Session> session, Rpc rpc)
+    : m_session(std::move(session)), m_rpc(std::move(rpc))
+{
+}
+
+Request::~Request()
+{
+    if (!m_answered && Wanted())
+        Refuse(MakeError(Layer::kApplication, cdb::ErrorTag::kOperationFailed, "the request was given up"));
+}
+
+void Request::Ok(const std::vector<netconf::RpcError>& warnings)
+{
+    if (!warnings.empty()) return Refuse(warnings);
+    Send(Head().append("<ok/>").append(kTail));
+}
+
+void Request::Refuse(const netconf::RpcError& error) { Refuse(std::vector{error}); }
+
+void Request::Refuse(const std::vector<netconf::RpcError>& errors)
+{
+    std::string reply = Head();
+    for (const netconf::RpcError& error : errors) AppendXml(error, reply);
+    Send(std::move(reply.append(kTail)));
+}
+
+void Request::Data(const std::function<void(std::string& out)>& write, std::string_view ns)
+{
+    std::string reply = Head().append("<data");
+    if (!ns.empty()) reply.append(" xmlns=\"").append(ns).append("\"");
+    reply.append(">");
+    const std::size_t before = reply.size();
+    write(reply);
+    if (reply.size() == before) {
+        reply.pop_back();
+        reply.append("/>");
+    } else {
+        reply.append("</data>");
+    }
+    Send(std::move(reply.append(kTail)));
+}
+
+void Request::OkAndFinish()
+{
+    m_answered = true;
+    m_session->Finish(Head().append("<ok/>").append(kTail));
+}
+
+std::string Request::Head() const { return ReplyHead(m_rpc.attributes); }
+
+void Request::Send(std::string reply)
+{
+    if (std::exchange(m_answered, true)) return;
+    m_rpc.operation.reset();  // the next request may be as large
+    m_session->Send(std::move(reply));
+}
+
+std::string RefusalText(const std::string& attributes, const netconf::RpcError& error)
+{
+    std::string reply = ReplyHead(attributes);
+    AppendXml(error, reply);
+    return reply.append(kTail);
+}
+
+}  // namespace agent

@@ -1,0 +1,59 @@
+// One request under way, from its message to its answer: answered exactly once, at any later time.
+
+#ifndef AGENT_REQUEST_H
+#define AGENT_REQUEST_H
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "agent/rpc.h"
+#include "agent/session.h"
+#include "netconf/rpc_error.h"
+
+namespace agent {
+
+class Request {
+public:
+    Request(std::shared_ptr<Session> session, Rpc rpc);
+    /// Refuses a request that nobody has answered.
+    ~Request();
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+
+    [[nodiscard]] const lyd_node* Operation() const { return m_rpc.operation.get(); }
+    [[nodiscard]] const std::optional<SubtreeFilter>& Filter() const { return m_rpc.filter; }
+    [[nodiscard]] const Session::Identity& Who() const { return m_session->Who(); }
+
+    /// False once the session has ended: what has not begun needs not be done any more.
+    [[nodiscard]] bool Wanted() const { return m_session->IsOpen(); }
+
+    /// Done. With warnings these stand in the place of <ok/> (RFC 6241, section 4.4).
+    void Ok(const std::vector<netconf::RpcError>& warnings = {});
+    void Refuse(const netconf::RpcError& error);
+    void Refuse(const std::vector<netconf::RpcError>& errors);
+    /// `write` appends what stands in <data>, an element of the base namespace where none is named.
+    void Data(const std::function<void(std::string& out)>& write, std::string_view ns = {});
+    /// Done, and the session ends.
+    void OkAndFinish();
+
+private:
+    std::string Head() const;
+    void Send(std::string reply);
+
+    std::shared_ptr<Session> m_session;
+    Rpc m_rpc;
+    bool m_answered = false;
+};
+
+using RequestPtr = std::shared_ptr<Request>;
+
+/// The whole reply that refuses a message which did not become a request.
+std::string RefusalText(const std::string& attributes, const netconf::RpcError& error);
+
+}  // namespace agent
+
+#endif

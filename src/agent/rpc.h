@@ -1,0 +1,35 @@
+// One <rpc> message, read: the attributes that go back on its reply, the operation as a libyang tree,
+// and its subtree filter. Carries nothing out.
+
+#ifndef AGENT_RPC_H
+#define AGENT_RPC_H
+
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "agent/subtree_filter.h"
+#include "agent/yang_tree.h"
+#include "netconf/rpc_error.h"
+
+struct ly_ctx;
+
+namespace agent {
+
+struct Rpc {
+    std::string attributes;  // of <rpc>, written out, each with a blank before it
+    Tree operation;          // checked against its definition, defaults filled in
+    std::optional<SubtreeFilter> filter;
+};
+
+struct BadRpc {
+    std::string attributes;
+    netconf::RpcError error;
+};
+
+/// Reads a message. `speaksBase11`: whether the client knows the tag malformed-message.
+std::variant<Rpc, BadRpc> ReadRpc(const ly_ctx* context, std::string message, bool speaksBase11);
+
+}  // namespace agent
+
+#endif

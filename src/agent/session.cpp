@@ -1,0 +1,178 @@
+#include "agent/session.h"
+
+#include <array>
+#include <utility>
+#include <variant>
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+
+namespace agent {
+namespace {
+
+using boost::system::error_code;
+using netconf::Framing;
+
+/// How long the last answer of a session that is over may take to be read.
+constexpr std::chrono::seconds kLastAnswer{10};
+
+}  // namespace
+
+class Session::Impl {
+public:
+    Impl(Socket connected, Identity identity, netconf::Hello hello, Handlers handlers)
+        : m_socket(std::move(connected)),
+          m_timer(m_socket.get_executor()),
+          m_identity(std::move(identity)),
+          m_ours(std::move(hello)),
+          m_handlers(std::move(handlers))
+    {
+    }
+
+    void Start(const std::shared_ptr<Session>& self, std::chrono::milliseconds helloTimeout);
+    void Write(const std::shared_ptr<Session>& self, std::string message, bool last);
+    void Close(const std::shared_ptr<Session>& self, const std::string& reason);
+
+    Socket m_socket;
+    boost::asio::steady_timer m_timer;
+    Identity m_identity;
+    netconf::Hello m_ours;
+    Handlers m_handlers;
+    bool m_base11 = false;
+    bool m_open = true;
+
+private:
+    void Next(const std::shared_ptr<Session>& self);
+    void Receive(const std::shared_ptr<Session>& self);
+    void Handle(const std::shared_ptr<Session>& self, std::string message);
+    void TakeHello(const std::shared_ptr<Session>& self, const std::string& message);
+    void Limit(const std::shared_ptr<Session>& self, std::chrono::milliseconds time, std::string reason);
+
+    netconf::MessageReader m_reader;
+    std::array<char, 65536> m_received;
+    Framing m_framing = Framing::kEndOfMessage;
+    bool m_greeted = false;  // the client has said hello
+    // The answer being written.
+    std::string m_header;
+    std::string m_message;
+};
+
+void Session::Impl::Start(const std::shared_ptr<Session>& self, std::chrono::milliseconds helloTimeout)
+{
+    Limit(self, helloTimeout, "no hello in time");
+    Write(self, netconf::ToXml(m_ours), false);
+}
+
+void Session::Impl::Limit(const std::shared_ptr<Session>& self, std::chrono::milliseconds time,
+                          std::string reason)
+{
+    m_timer.expires_after(time);
+    m_timer.async_wait([this, self, why = std::move(reason)](const error_code& error) {
+        if (!error) Close(self, why);
+    });
+}
+
+void Session::Impl::Write(const std::shared_ptr<Session>& self, std::string message, bool last)
+{
+    if (!m_open) return;
+    m_header = netconf::FrameHeader(m_framing, message.size());
+    m_message = std::move(message);
+    const std::string_view trailer = netconf::FrameTrailer(m_framing);
+    const std::array<boost::asio::const_buffer, 3> parts{boost::asio::buffer(m_header),
+                                                         boost::asio::buffer(m_message),
+                                                         boost::asio::buffer(trailer.data(), trailer.size())};
+    if (last) Limit(self, kLastAnswer, "the last answer was not read in time");
+    boost::asio::async_write(m_socket, parts, [this, self, last](const error_code& error, std::size_t) {
+        if (!m_open) return;
+        m_message = std::string();
+        if (error) return Close(self, error.message());
+        if (last) return Close(self, "closed");
+        Next(self);
+    });
+}
+
+void Session::Impl::Next(const std::shared_ptr<Session>& self)
+{
+    if (auto message = m_reader.Next()) return Handle(self, *std::move(message));
+    if (m_reader.Problem().empty()) return Receive(self);
+    if (m_greeted) return m_handlers.onBroken(self, m_reader.Problem());
+    Close(self, m_reader.Problem());
+}
+
+void Session::Impl::Receive(const std::shared_ptr<Session>& self)
+{
+    m_socket.async_read_some(boost::asio::buffer(m_received),
+                             [this, self](const error_code& error, std::size_t bytes) {
+                                 if (!m_open) return;
+                                 if (error == boost::asio::error::eof)
+                                     return Close(self, "closed by the client");
+                                 if (error) return Close(self, error.message());
+                                 m_reader.Append({m_received.data(), bytes});
+                                 Next(self);
+                             });
+}
+
+void Session::Impl::Handle(const std::shared_ptr<Session>& self, std::string message)
+{
+    if (m_greeted) return m_handlers.onMessage(self, std::move(message));
+    TakeHello(self, message);
+}
+
+void Session::Impl::TakeHello(const std::shared_ptr<Session>& self, const std::string& message)
+{
+    const auto theirs = netconf::ParseHello(message);
+    if (const auto* problem = std::get_if<std::string>(&theirs)) return Close(self, *problem);
+    const auto& hello = std::get<netconf::Hello>(theirs);
+    if (hello.sessionId != 0) return Close(self, "the client's hello has a session-id");
+    const auto framing = netconf::CommonFraming(m_ours, hello);
+    if (!framing) return Close(self, "the client knows no NETCONF version that we know");
+    m_timer.cancel();
+    m_greeted = true;
+    m_framing = *framing;
+    m_base11 = hello.Has(netconf::kBase11);
+    m_reader.SetFraming(m_framing);
+    Next(self);
+}
+
+void Session::Impl::Close(const std::shared_ptr<Session>& self, const std::string& reason)
+{
+    if (!m_open) return;
+    m_open = false;
+    m_timer.cancel();
+    error_code ignored;  // nothing depends on how a socket that is given up closes
+    m_socket.close(ignored);
+    // Not from inside: who closes may be in the middle of something.
+    boost::asio::post(m_socket.get_executor(), [this, self, reason] {
+        const Handlers handlers = std::exchange(m_handlers, {});
+        handlers.onClosed(self, reason);
+    });
+}
+
+Session::Session(Socket socket, Identity identity, netconf::Hello hello, Handlers handlers)
+    : m_impl(std::make_unique<Impl>(std::move(socket), std::move(identity), std::move(hello),
+                                    std::move(handlers)))
+{
+}
+
+Session::~Session() = default;
+
+void Session::Start(std::chrono::milliseconds helloTimeout)
+{
+    m_impl->Start(shared_from_this(), helloTimeout);
+}
+
+const Session::Identity& Session::Who() const { return m_impl->m_identity; }
+
+bool Session::IsOpen() const { return m_impl->m_open; }
+
+bool Session::SpeaksBase11() const { return m_impl->m_base11; }
+
+void Session::Send(std::string message) { m_impl->Write(shared_from_this(), std::move(message), false); }
+
+void Session::Finish(std::string message) { m_impl->Write(shared_from_this(), std::move(message), true); }
+
+void Session::Close(const std::string& reason) { m_impl->Close(shared_from_this(), reason); }
+
+}  // namespace agent

@@ -1,0 +1,43 @@
+// A subtree filter as the client has written it (RFC 6241, section 6): read from the request's own
+// text, so that it means what the standard says and not what a schema makes of it. What it selects is
+// data_writer's matter.
+
+#ifndef AGENT_SUBTREE_FILTER_H
+#define AGENT_SUBTREE_FILTER_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct lyd_node;
+
+namespace agent {
+
+struct FilterNode {
+    std::string ns;  // empty: any namespace
+    std::string name;
+    std::string text;  // without the blanks around it; counts where there are no children
+    /// An attribute match. Our data has no attributes, so such a node matches nothing.
+    bool hasAttributes = false;
+    std::vector<FilterNode> children;
+
+    [[nodiscard]] bool IsSelection() const { return children.empty() && text.empty(); }
+    [[nodiscard]] bool IsContentMatch() const { return children.empty() && !text.empty(); }
+    friend bool operator==(const FilterNode&, const FilterNode&) = default;
+};
+
+/// The children of <filter>; an empty one selects nothing.
+using SubtreeFilter = std::vector<FilterNode>;
+
+/// Whether name and namespace fit the node, and no attribute is asked for.
+bool Matches(const FilterNode& filter, const lyd_node* node);
+
+/// Whether a leaf has the content match's value.
+bool HasValue(const FilterNode& filter, const lyd_node* leaf);
+
+/// Whether the filter can select anything below the top-level node of this namespace and name.
+bool Concerns(const SubtreeFilter& filter, std::string_view ns, std::string_view name);
+
+}  // namespace agent
+
+#endif

@@ -1,0 +1,27 @@
+// Ownership of libyang data trees in the agent, and the few questions it asks of their nodes.
+
+#ifndef AGENT_YANG_TREE_H
+#define AGENT_YANG_TREE_H
+
+#include <memory>
+#include <string_view>
+
+struct lyd_node;
+
+namespace agent {
+
+struct FreeSiblings {
+    void operator()(lyd_node* first) const;
+};
+/// Owns a node, its siblings and everything below them.
+using Tree = std::unique_ptr<lyd_node, FreeSiblings>;
+
+/// The child of that name, or null.
+const lyd_node* ChildNamed(const lyd_node* parent, std::string_view name);
+
+/// The text of that child, a leaf; empty where there is none.
+std::string_view ChildText(const lyd_node* parent, std::string_view name);
+
+}  // namespace agent
+
+#endif

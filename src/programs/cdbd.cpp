@@ -1,0 +1,93 @@
+// cdbd: the configuration database and its management agent. Wires its parts and waits.
+
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <string>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+
+#include "agent/agent.h"
+#include "agent/initial_file.h"
+#include "agent/program_options.h"
+#include "agent/user.h"
+#include "cdb/datastore.h"
+#include "cdb/schema.h"
+#include "cdb/store.h"
+#include "log/log.h"
+
+namespace {
+
+std::optional<std::string> Variable(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
+}
+
+void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
+                cdb::Datastore& datastore)
+{
+    using namespace std::chrono;
+    const auto now = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+    const auto warnings =
+        agent::LoadInitialFile(schema, store, datastore, options.initFile, agent::UserName(::geteuid()), now);
+    for (const std::string& warning : warnings) slog::Notice("{}", warning);
+    slog::Notice("loaded {} as commit {}", options.initFile.string(), store.LastCommit());
+}
+
+void Run(const agent::ProgramOptions& options)
+{
+    // Destroyed from the last to the first: the agent's connections go before what they use.
+    boost::asio::io_context loop(1);
+    boost::asio::signal_set signals(loop, SIGTERM, SIGINT);
+    signals.async_wait([&loop](const boost::system::error_code& error, int) {
+        if (!error) loop.stop();
+    });
+    const auto schema = cdb::Schema::Load(options.yangDirectory);
+    cdb::StoreOptions storeOptions;
+    storeOptions.historyLimit = options.historyLimit;
+    const auto store = cdb::Store::Open(options.stateDirectory, storeOptions);
+    cdb::Datastore datastore(*schema, *store);
+    if (!options.initFile.empty()) return Initialize(options, *schema, *store, datastore);
+
+    agent::AgentOptions agentOptions;
+    agentOptions.runDirectory = options.runDirectory;
+    agentOptions.ackTimeout = options.ackTimeout;
+    agentOptions.callpointTimeout = options.callpointTimeout;
+    agent::Agent management(loop, *schema, *store, datastore, agentOptions);
+    management.Listen();
+    slog::Notice("serving {} at commit {}", options.runDirectory.string(), store->LastCommit());
+    loop.run();
+    slog::Notice("ends");
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        std::error_code ignored;  // without it the installed modules are taken
+        const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
+        const auto options = agent::ParseOptions(argc, argv, program, &Variable);
+        if (options.help || options.version) {
+            std::cout << (options.help ? agent::UsageText() : agent::VersionText());
+            return EXIT_SUCCESS;
+        }
+        slog::Open("cdbd");
+        Run(options);
+        return EXIT_SUCCESS;
+    } catch (const agent::UsageError& error) {
+        std::cerr << "cdbd: " << error.what() << "; see cdbd --help\n";
+    } catch (const std::exception& error) {
+        slog::Error("{}", error.what());
+        std::cerr << "cdbd: " << error.what() << "\n";
+    }
+    return EXIT_FAILURE;
+}
