@@ -23,7 +23,7 @@ const std::string& Name(const char* what, const std::string& name)
 {
     if (name.size() > kMaxName)
         throw NotAnOperation(
-            fmt::format("a {} name has {} bytes, more than {}", what, name.size(), kMaxName));
+            fmt::format("the name of the {} has {} bytes, more than {}", what, name.size(), kMaxName));
     return name;
 }
 

@@ -4,7 +4,7 @@
 
 #include <cerrno>
 #include <map>
-#include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -38,9 +38,8 @@ boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& lo
         const auto other =
             error.code() == std::errc::address_in_use ? ipc::Connect(loop, path, ignored) : nullptr;
         if (other == nullptr) throw;
-        throw std::system_error(
-            error.code(),
-            fmt::format("another sFlow manager, process {}, has {}: stop it first", other->Peer().pid, path));
+        throw std::runtime_error(fmt::format(
+            "another sFlow manager, process {}, listens on {}; stop it first", other->Peer().pid, path));
     }
 }
 

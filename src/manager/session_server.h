@@ -25,7 +25,7 @@ public:
     /// Connections that have not said who they are; with one more, the oldest of them is ended.
     static constexpr std::size_t kMaxStrangers = 64;
 
-    /// Listens on the path. Throws std::system_error, which names the path, and the process that
+    /// Listens on the path. Throws std::runtime_error, which names the path, and the process that
     /// listens there already. All must outlive it.
     SessionServer(boost::asio::io_context& loop, ipc::Timers& timers, std::string socketPath,
                   Service& service);

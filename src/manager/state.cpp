@@ -67,7 +67,7 @@ std::string State::On(const AddCollector& operation)
     auto at = m_collectors.find(operation.name);
     const bool isNew = at == m_collectors.end();
     if (isNew) {
-        if (m_collectors.size() >= kMaxCollectors) return TooMany("collectors", kMaxCollectors);
+        if (m_collectors.size() >= m_limits.collectors) return TooMany("collectors", m_limits.collectors);
         at = m_collectors.emplace(operation.name, Collector{}).first;
     }
     Collector& collector = at->second;
@@ -86,26 +86,29 @@ std::string State::On(const DeleteCollector& operation)
 
 std::string State::On(const UpdateInterface& operation)
 {
-    const std::array<std::pair<Kind, const std::string&>, kKinds> named{
-        {{Kind::kFlow, operation.flowCollector}, {Kind::kCounter, operation.counterCollector}}};
     if (!IsName(operation.interface)) return NoInterfaceName();
-    for (const auto& [kind, collector] : named)
-        if (!collector.empty() && !IsCollectorName(collector)) return NoCollectorName();
-    if (m_attachments + named.size() > kMaxAttachments) return TooMany("attachments", kMaxAttachments);
-
-    auto at = m_interfaces.find(operation.interface);
+    const auto at = m_interfaces.find(operation.interface);
     const bool isNew = at == m_interfaces.end();
-    if (isNew) {
-        if (m_interfaces.size() >= kMaxInterfaces) return TooMany("interfaces", kMaxInterfaces);
-        at = m_interfaces.emplace(operation.interface, Interface{}).first;
+    if (isNew && m_interfaces.size() >= m_limits.interfaces)
+        return TooMany("interfaces", m_limits.interfaces);
+    // All that can be refused comes before anything is changed.
+    const Attach named[] = {{Kind::kFlow, operation.interface, operation.flowCollector},
+                            {Kind::kCounter, operation.interface, operation.counterCollector}};
+    std::size_t more = 0;
+    for (const Attach& attach : named) {
+        if (attach.collector.empty()) continue;
+        if (!IsCollectorName(attach.collector)) return NoCollectorName();
+        if (isNew || !at->second.Of(attach.kind).contains(attach.collector)) ++more;
     }
-    Interface& interface = at->second;
+    if (more > m_limits.attachments - m_attachments) return TooMany("attachments", m_limits.attachments);
+
+    Interface& interface = isNew ? m_interfaces[operation.interface] : at->second;
     interface.mark = m_session;
     const auto before = std::exchange(interface.settings, operation.settings);
     if (isNew || before != operation.settings)
         Tell(&Observer::InterfaceChanged, operation.interface, operation.settings);
-    for (const auto& [kind, collector] : named)
-        if (!collector.empty()) AttachOne(operation.interface, interface, kind, collector);
+    for (const Attach& attach : named)
+        if (!attach.collector.empty()) AttachOne(interface, attach);
     return {};
 }
 
@@ -116,8 +119,9 @@ std::string State::On(const Attach& operation)
     if (at == m_interfaces.end())
         return fmt::format("interface {} is not known, so nothing can be attached to it",
                            operation.interface);
-    if (m_attachments >= kMaxAttachments) return TooMany("attachments", kMaxAttachments);
-    AttachOne(at->first, at->second, operation.kind, operation.collector);
+    if (m_attachments >= m_limits.attachments && !at->second.Of(operation.kind).contains(operation.collector))
+        return TooMany("attachments", m_limits.attachments);
+    AttachOne(at->second, operation);
     return {};
 }
 
@@ -177,12 +181,12 @@ void State::SweepAttachments(const std::string& name, Interface& interface)
     }
 }
 
-void State::AttachOne(const std::string& name, Interface& interface, Kind kind, const std::string& collector)
+void State::AttachOne(Interface& interface, const Attach& attach)
 {
-    const auto [at, isNew] = interface.Of(kind).insert_or_assign(collector, m_session);
+    const bool isNew = interface.Of(attach.kind).insert_or_assign(attach.collector, m_session).second;
     if (!isNew) return;
     ++m_attachments;
-    Tell(&Observer::Attached, name, kind, collector);
+    Tell(&Observer::Attached, attach.interface, attach.kind, attach.collector);
 }
 
 void State::Remove(std::map<std::string, Interface>::iterator interface)

@@ -21,10 +21,12 @@ class Observer;
 
 class State {
 public:
-    // Far beyond any switch; they keep a mad client from growing the manager without end.
-    static constexpr std::size_t kMaxCollectors = 4096;
-    static constexpr std::size_t kMaxInterfaces = 65536;
-    static constexpr std::size_t kMaxAttachments = std::size_t{1} << 20;  // over all interfaces
+    /// Far beyond any switch; they keep a mad client from growing the manager without end.
+    struct Limits {
+        std::size_t collectors = 4096;
+        std::size_t interfaces = 65536;
+        std::size_t attachments = std::size_t{1} << 20;  // over all interfaces
+    };
 
     /// Number of the session that last named a thing.
     using Mark = std::uint64_t;
@@ -46,6 +48,9 @@ public:
         }
         [[nodiscard]] Attachments& Of(Kind kind) { return attachments[static_cast<std::size_t>(kind)]; }
     };
+
+    State() = default;
+    explicit State(const Limits& limits) : m_limits(limits) {}
 
     /// `observer` must outlive the state.
     void AddObserver(Observer& observer) { m_observers.push_back(&observer); }
@@ -73,7 +78,7 @@ private:
     std::string On(const UnsetInterface& operation);
     std::string On(const SetAgentAddress& operation);
 
-    void AttachOne(const std::string& name, Interface& interface, Kind kind, const std::string& collector);
+    void AttachOne(Interface& interface, const Attach& attach);
     void Remove(std::map<std::string, Interface>::iterator interface);
     void SweepAttachments(const std::string& name, Interface& interface);
 
@@ -81,6 +86,7 @@ private:
     template <typename Function, typename... Arguments>
     void Tell(Function function, const Arguments&... arguments) const;
 
+    const Limits m_limits{};
     Mark m_session = 0;
     std::optional<std::uint32_t> m_agentAddress;
     Mark m_agentMark = 0;

@@ -1,0 +1,39 @@
+// Time that tests advance.
+
+#ifndef TESTS_MANAGER_FAKE_TIMERS_H
+#define TESTS_MANAGER_FAKE_TIMERS_H
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+
+#include "ipc/timers.h"
+
+class FakeTimers : public ipc::Timers {
+public:
+    std::shared_ptr<void> After(std::chrono::milliseconds delay, std::function<void()> action) override
+    {
+        auto held = std::make_shared<std::function<void()>>(std::move(action));
+        m_pending.emplace(m_now + delay, held);
+        return held;
+    }
+
+    /// Runs what falls due within the time given, in order.
+    void Advance(std::chrono::milliseconds by)
+    {
+        const auto end = m_now + by;
+        while (!m_pending.empty() && m_pending.begin()->first <= end) {
+            const auto node = m_pending.extract(m_pending.begin());
+            m_now = node.key();
+            if (const auto action = node.mapped().lock()) (*action)();
+        }
+        m_now = end;
+    }
+
+private:
+    std::chrono::milliseconds m_now{0};
+    std::multimap<std::chrono::milliseconds, std::weak_ptr<std::function<void()>>> m_pending;
+};
+
+#endif

@@ -1,0 +1,123 @@
+// What the manager's tests share: operations written short, an observer that records changes as text,
+// and the state as text.
+
+#ifndef TESTS_MANAGER_RECORDER_H
+#define TESTS_MANAGER_RECORDER_H
+
+#include <arpa/inet.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "manager/observer.h"
+#include "manager/operation.h"
+#include "manager/state.h"
+
+namespace manager {
+
+using Texts = std::vector<std::string>;
+
+inline std::uint32_t Address(const std::string& text) { return ::inet_addr(text.c_str()); }
+
+inline Operation Add(const std::string& name, const std::string& address = "192.0.2.1",
+                     std::uint16_t port = 6343, std::uint16_t size = 1400)
+{
+    return AddCollector{name, {Address(address), port, size}};
+}
+inline Operation Delete(const std::string& name) { return DeleteCollector{name}; }
+inline Operation Update(const std::string& interface, const std::string& flow = "",
+                        const std::string& counter = "", std::uint32_t rate = 4096)
+{
+    return UpdateInterface{interface, flow, counter, {rate, Direction::kIngress, 128, 20}};
+}
+inline Operation AddFlow(const std::string& interface, const std::string& collector)
+{
+    return Attach{Kind::kFlow, interface, collector};
+}
+inline Operation AddCounter(const std::string& interface, const std::string& collector)
+{
+    return Attach{Kind::kCounter, interface, collector};
+}
+inline Operation RemoveFlow(const std::string& interface, const std::string& collector)
+{
+    return Detach{Kind::kFlow, interface, collector};
+}
+inline Operation RemoveCounter(const std::string& interface, const std::string& collector)
+{
+    return Detach{Kind::kCounter, interface, collector};
+}
+inline Operation Unset(const std::string& interface) { return UnsetInterface{interface}; }
+inline Operation Agent(const std::string& address) { return SetAgentAddress{Address(address)}; }
+
+inline std::string Text(const CollectorSettings& settings)
+{
+    return AddressText(settings.address) + " " + std::to_string(settings.port) + " " +
+           std::to_string(settings.datagramSize);
+}
+inline std::string Text(const InterfaceSettings& settings)
+{
+    return std::to_string(settings.rate) + " " + std::to_string(static_cast<int>(settings.direction)) + " " +
+           std::to_string(settings.maxHeaderSize) + " " + std::to_string(settings.interval);
+}
+inline std::string Text(Kind kind) { return kind == Kind::kFlow ? "flow" : "counter"; }
+
+class Recorder : public Observer {
+public:
+    void AgentAddressChanged(std::optional<std::uint32_t> address) override
+    {
+        m_changes.push_back("agent " + (address ? AddressText(*address) : "none"));
+    }
+    void CollectorChanged(const std::string& name, const CollectorSettings& settings) override
+    {
+        m_changes.push_back("collector " + name + " " + Text(settings));
+    }
+    void CollectorRemoved(const std::string& name) override
+    {
+        m_changes.push_back("collector " + name + " gone");
+    }
+    void InterfaceChanged(const std::string& name, const InterfaceSettings& settings) override
+    {
+        m_changes.push_back("interface " + name + " " + Text(settings));
+    }
+    void InterfaceRemoved(const std::string& name) override
+    {
+        m_changes.push_back("interface " + name + " gone");
+    }
+    void Attached(const std::string& interface, Kind kind, const std::string& collector) override
+    {
+        m_changes.push_back(interface + " + " + Text(kind) + " " + collector);
+    }
+    void Detached(const std::string& interface, Kind kind, const std::string& collector) override
+    {
+        m_changes.push_back(interface + " - " + Text(kind) + " " + collector);
+    }
+
+    /// What has been recorded since the last call.
+    Texts Take() { return std::exchange(m_changes, {}); }
+
+private:
+    Texts m_changes;
+};
+
+/// One line a thing held: "agent 192.0.2.9", "c1 192.0.2.1 6343 1400", "eth1 4096 2 128 20 flow c1 counter
+/// c2".
+inline Texts Held(const State& state)
+{
+    Texts lines;
+    if (state.AgentAddress()) lines.push_back("agent " + AddressText(*state.AgentAddress()));
+    for (const auto& [name, collector] : state.Collectors())
+        lines.push_back(name + " " + Text(collector.settings));
+    for (const auto& [name, interface] : state.Interfaces()) {
+        std::string line = name + " " + Text(interface.settings);
+        for (const Kind kind : {Kind::kFlow, Kind::kCounter})
+            for (const auto& [collector, mark] : interface.Of(kind))
+                line += " " + Text(kind) + " " + collector;
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+}  // namespace manager
+
+#endif
