@@ -83,7 +83,7 @@ int RecordingData::SetRate::CreateCallback(confd_trans_ctx* transaction, confd_h
 {
     m_handler.m_events.push_back("create " + PathText(keypath));
     if (m_handler.onCreate) m_handler.onCreate(transaction, PathText(keypath));
-    return m_handler.createResult;
+    return m_handler.createBody ? m_handler.createBody(transaction, keypath) : m_handler.createResult;
 }
 
 int RecordingData::SetRate::RemoveCallback(confd_trans_ctx*, confd_hkeypath_t* keypath)

@@ -59,7 +59,8 @@ public:
 
     int initResult = CONFD_OK;
     int createResult = CONFD_OK;
-    std::function<void(confd_trans_ctx*, const std::string& path)> onCreate;
+    std::function<void(confd_trans_ctx*, const std::string& path)> onCreate;  // more to do in the callback
+    std::function<int(confd_trans_ctx*, confd_hkeypath_t*)> createBody;       // instead of createResult
 
 private:
     class SetRate final : public Callpoint {

@@ -4,6 +4,7 @@
 #ifndef TESTS_EMBEDDED_PEER_H
 #define TESTS_EMBEDDED_PEER_H
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -46,6 +47,7 @@ public:
     std::vector<Received> Take() { return std::exchange(m_received, {}); }
 
     int connections = 0;
+    std::function<void(const Received&)> onMessage;  // to answer by itself
 
 private:
     using Acceptor = boost::asio::local::stream_protocol::acceptor;
@@ -60,6 +62,7 @@ private:
                                   Received message;
                                   message.ParseFromArray(frame.data(), static_cast<int>(frame.size()));
                                   m_received.push_back(message);
+                                  if (onMessage) onMessage(message);
                               },
                               [this](std::string_view) { m_channel.reset(); }});
             Accept();

@@ -130,23 +130,36 @@ void World::SendChanges(const cdb::ChangeNode& root, const std::vector<std::uint
     m_cdb->Send(message);
 }
 
-/// In a process of its own: this one reads the store, and no process may have it open twice.
 void World::Write(const std::vector<std::pair<cdb::RowKey, cdb::Row>>& rows)
 {
     ++m_commit;
-    const pid_t child = ::fork();
-    if (child == 0) {
+    InAnotherProcess([&] {
         const auto store = cdb::Store::Open(m_directory / "state");
         store->SetSchema(Schema());
         auto transaction = store->Begin();
         for (const auto& [key, row] : rows) transaction.Put(key, row);
         transaction.Append({m_commit, 0, "test", "test", "", ""});
-        ::_exit(transaction.Commit().has_value() ? 1 : 0);
+        return !transaction.Commit().has_value();
+    });
+}
+
+void World::InAnotherProcess(const std::function<bool()>& write)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        try {
+            ::_exit(write() ? 0 : 1);
+        } catch (const std::exception& error) {
+            slog::Error("writing the store: {}", error.what());
+            ::_exit(2);
+        }
     }
     int status = -1;
     ::waitpid(child, &status, 0);
-    ASSERT_EQ(status, 0) << "the store could not be written";
+    ASSERT_EQ(status, 0) << "the store could not be written: " << Log();
 }
+
+const cdb::Schema& World::Modules() { return TreeSchema(); }
 
 const cdb::SchemaTable& World::Schema() const { return TreeSchema().Table(); }
 

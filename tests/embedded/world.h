@@ -11,6 +11,7 @@
 #include <sflow/i_service.h>
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,6 +26,10 @@
 #include "manual_timers.h"
 #include "peer.h"
 #include "platform/embedded/runtime.h"
+
+namespace cdb {
+class Schema;
+}
 
 class World : public testing::Test {
 protected:
@@ -56,6 +61,11 @@ protected:
     /// Writes rows to the running datastore, as one commit.
     void Write(const std::vector<std::pair<cdb::RowKey, cdb::Row>>& rows);
 
+    /// Runs what writes the store in a process of its own: this one reads the store, and no process
+    /// may have it open twice. `write` returns whether it has worked.
+    void InAnotherProcess(const std::function<bool()>& write);
+
+    static const cdb::Schema& Modules();
     [[nodiscard]] const cdb::SchemaTable& Schema() const;
     [[nodiscard]] cdb::NodeId Node(const std::string& path) const;
 
