@@ -13,7 +13,7 @@ namespace {
 namespace po = boost::program_options;
 
 constexpr const char* kRunDirectory = "/run/sflow-switch";
-constexpr const char* kInstalledYang = "/usr/share/sflow-switch/yang";
+constexpr const char* kInstalledYang = SFLOW_INSTALLED_YANG_DIR;
 
 po::options_description Described()
 {

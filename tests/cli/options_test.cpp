@@ -73,8 +73,7 @@ TEST(HelpText, NamesEveryCommand)
 TEST(YangDirectory, IsNamedOrBesideTheProgramOrInstalled)
 {
     EXPECT_EQ(cli::YangDirectory("/x/build/bin/swcli", Environment({{"SFLOW_YANG_DIR", "/y"}})), "/y");
-    EXPECT_EQ(cli::YangDirectory("/nowhere/build/bin/swcli", Environment({})),
-              "/usr/share/sflow-switch/yang");
+    EXPECT_EQ(cli::YangDirectory("/nowhere/build/bin/swcli", Environment({})), SFLOW_INSTALLED_YANG_DIR);
     const std::filesystem::path tree = SFLOW_SOURCE_DIR;
     EXPECT_EQ(cli::YangDirectory(tree / "build/bin/swcli", Environment({})), tree / "yang");
 }
