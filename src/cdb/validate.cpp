@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
+#include <span>
 #include <string_view>
 #include <unordered_set>
 
@@ -62,13 +62,14 @@ public:
     /// Adds the units that refer to an entry that is gone.
     void AddReferrers(const Reach& reach)
     {
+        const auto schemaOf = [this](NodeId id) { return m_schema.NodeOf(id); };
         for (const auto& reference : reach.references) {
-            const auto& gone = m_gone.at(m_schema.NodeOf(reference.list));
+            const auto& gone = m_gone.at(schemaOf(reference.list));
             if (gone.empty()) continue;
-            std::set<const lysc_node*> way;
-            for (const lysc_node* at = m_schema.NodeOf(reference.leaf); at != nullptr; at = at->parent)
-                way.insert(at);
-            Search(m_candidate, nullptr, way, gone);
+            std::vector<const lysc_node*> way;  // from the leaf up to the top
+            for (const lysc_node* at = schemaOf(reference.leaf); at != nullptr; at = at->parent)
+                way.push_back(at);
+            Search(m_candidate, nullptr, {way.data(), way.size() - 1}, gone);
         }
     }
 
@@ -99,17 +100,18 @@ private:
     }
 
     /// By hand and along the way to the leaf only: an XPath over all entries costs fifty times as much.
-    void Search(const lyd_node* node, const lyd_node* unit, const std::set<const lysc_node*>& way,
+    /// `way` ends with the schema node to look for below this one.
+    void Search(const lyd_node* node, const lyd_node* unit, std::span<const lysc_node* const> way,
                 const Keys& gone)
     {
-        if (!way.contains(node->schema)) return;
-        if (node->schema->nodetype == LYS_LEAF) {
+        if (way.empty()) {
             if (unit != nullptr && gone.contains(lyd_get_value(node))) m_touched.push_back(unit);
             return;
         }
         if (unit == nullptr && node->schema->nodetype == LYS_LIST) unit = node;
+        const auto further = way.first(way.size() - 1);
         for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next)
-            Search(child, unit, way, gone);
+            if (child->schema == way.back()) Search(child, unit, further, gone);
     }
 
     const Schema& m_schema;

@@ -11,7 +11,7 @@ namespace {
 using cdb::DefaultOperation;
 using cdb::ErrorOption;
 
-constexpr int kEdits = 1500;
+constexpr int kEdits = 1000;
 
 class RandomEdits : public DatastoreTest, public ::testing::WithParamInterface<std::uint32_t> {
 protected:
