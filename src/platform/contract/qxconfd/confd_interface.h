@@ -20,7 +20,7 @@ public:
     // about to be.
     virtual bool IsConnected() const = 0;
 
-    // The socket for maapi_set_elem.
+    // The socket for maapi_set_elem, good inside a data provider's callbacks. Never fails.
     virtual int MaapiSocket() const = 0;
 
     // For QxConfdCdbSessionBase only. Opens a read session and returns its socket; throws

@@ -17,18 +17,18 @@ struct qxmw_process_signature {
 };
 typedef struct qxmw_process_signature qxmw_process_signature_t;
 
-// Prepares the process's log under the given name and returns its one category, never null. The
-// category belongs to the platform and stays usable after the middleware handle is gone.
+// Prepares the log under the given name and returns the process's one category, never null; called once,
+// before any line is logged. The platform owns the category; it outlives the middleware handle.
 zlog_category_t* qxmw_trace_init(qxmw_t* qxmw, const char* name);
 
 // Reports a fault: one line to the log and one entry, kept over restarts, to the system's fault
-// table. Returns when both are done or can't be; ends nothing.
+// table. Returns when both are done or can't be; ends nothing. Any time while a context is installed.
 //   kind      0: an exception that ended the run, 1: a failure that ends the process
 //   function, file, line   where the report is made
 //   text      NUL-terminated; may be empty
 void qxmw_gen_fault(int kind, const char* function, const char* file, int line, const char* text);
 
-// Writes the calling thread's stack to the log.
+// Writes the calling thread's stack to the log. Any time; returns normally.
 void qxmw_print_backtrace(void);
 
 }  // extern "C"
