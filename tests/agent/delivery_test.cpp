@@ -1,0 +1,220 @@
+// Delivery of commits: to whom, in which order, and what becomes of those who do not acknowledge.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "agent/agent_world.h"
+
+namespace agent_tests {
+namespace {
+
+using netconf::EditConfig;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr const char* kSflow = "/config/oam/sflow";
+constexpr const char* kAgent = "/config/oam/sflow/agent";
+constexpr const char* kCollector = "/config/oam/sflow/collector";
+
+class Delivery : public testing::Test {
+protected:
+    explicit Delivery(std::chrono::milliseconds timeout = std::chrono::seconds(20))
+        : m_world(Options(timeout))
+    {
+    }
+
+    static agent::AgentOptions Options(std::chrono::milliseconds timeout)
+    {
+        agent::AgentOptions options;
+        options.ackTimeout = timeout;
+        return options;
+    }
+
+    std::unique_ptr<Process> Subscriber(const std::string& name, std::int32_t priority, const char* path)
+    {
+        auto process = std::make_unique<Process>(m_world, name);
+        process->Subscribe(1, priority, path);
+        process->Ready();
+        return process;
+    }
+
+    void SendCommit(const std::string& content)
+    {
+        Do(m_client, EditConfig(Sflow(content)));
+        m_client.Send(netconf::Commit());
+    }
+
+    World m_world;
+    netconf::Client m_client = m_world.Connect();
+};
+
+class ImpatientDelivery : public Delivery {
+protected:
+    ImpatientDelivery() : Delivery(std::chrono::milliseconds(50)) {}
+};
+
+TEST_F(Delivery, IsAnsweredAfterTheLastAcknowledgement)
+{
+    const auto subscriber = Subscriber("app", 1, kSflow);
+    SendCommit(Collector("c1"));
+    const auto changes = subscriber->ReceiveChangeSet();
+    EXPECT_EQ(changes.commit(), 1U);
+    EXPECT_THAT(changes.points(), ElementsAre(1U));
+    // Readers see it already, and nobody waits but who commits.
+    auto reader = m_world.Connect();
+    EXPECT_THAT(Config(reader, "running"), HasSubstr("c1"));
+    m_world.InLoop([this] { EXPECT_EQ(m_world.Store().LastCommit(), 1U); });
+    subscriber->Acknowledge(1);
+    EXPECT_EQ(m_client.Receive().errors, std::vector<netconf::RpcError>{});
+}
+
+TEST_F(Delivery, CarriesTheChange)
+{
+    const auto subscriber = Subscriber("app", 1, kSflow);
+    SendCommit(Collector("c1"));
+    const auto changes = subscriber->ReceiveChangeSet();
+    const auto parsed = cdb::FromMessage(Schema().Table(), changes.root());
+    cdb::ChangeSet set{changes.commit(), parsed};
+    std::vector<std::string> walked;
+    cdb::Walk(Schema().Table(), set, Schema().Table().Find(kSflow), [&](const auto& ancestry) {
+        std::string text = Schema().Table()[ancestry.back()->node].name;
+        for (const std::string& key : ancestry.back()->keys) text += "{" + key + "}";
+        walked.push_back(text);
+        return cdb::Visit::kRecurse;
+    });
+    EXPECT_THAT(walked, ElementsAre("collector{c1}", "ip"));
+    subscriber->Acknowledge(1);
+    m_client.Receive();
+}
+
+TEST_F(Delivery, GoesInTheOrderOfTheLowestTouchedPriority)
+{
+    const auto late = Subscriber("late", 30, kSflow);
+    const auto first = std::make_unique<Process>(m_world, "first");
+    first->Subscribe(7, 40, kSflow);
+    first->Subscribe(8, 5, kAgent);
+    first->Subscribe(9, 10, kCollector);
+    first->Ready();
+    const auto early = Subscriber("early", 20, kSflow);
+    SendCommit(Collector("c1"));
+    // Priority 5 is not touched.
+    EXPECT_THAT(first->ReceiveChangeSet().points(), ElementsAre(9U, 7U));
+    first->Acknowledge(1);
+    EXPECT_THAT(early->ReceiveChangeSet().points(), ElementsAre(1U));
+    early->Acknowledge(1);
+    EXPECT_THAT(late->ReceiveChangeSet().points(), ElementsAre(1U));
+    late->Acknowledge(1);
+    EXPECT_TRUE(m_client.Receive().ok);
+}
+
+TEST_F(Delivery, PassesOverWhomItDoesNotTouch)
+{
+    const auto other = Subscriber("other", 1, kAgent);
+    SendCommit(Collector("c1"));
+    EXPECT_TRUE(m_client.Receive().ok);
+    SendCommit("<agent><ipv4>192.0.2.1</ipv4></agent>");
+    EXPECT_EQ(other->ReceiveChangeSet().commit(), 2U);  // and nothing of the first
+    other->Acknowledge(2);
+    EXPECT_TRUE(m_client.Receive().ok);
+}
+
+TEST_F(Delivery, OfNothingHappensNot)
+{
+    const auto subscriber = Subscriber("app", 1, kSflow);
+    Do(m_client, netconf::Commit());
+    SendCommit(Collector("c1"));
+    EXPECT_EQ(subscriber->ReceiveChangeSet().commit(), 1U);
+    subscriber->Acknowledge(1);
+    EXPECT_TRUE(m_client.Receive().ok);
+}
+
+TEST_F(Delivery, LetsTheNextCommitWait)
+{
+    const auto subscriber = Subscriber("app", 1, kSflow);
+    SendCommit(Collector("c1"));
+    EXPECT_EQ(subscriber->ReceiveChangeSet().commit(), 1U);
+    auto other = m_world.Connect();
+    other.Send(EditConfig(Sflow(Collector("c2"))));
+    other.Send(netconf::Commit());
+    auto reader = m_world.Connect();
+    for (int i = 0; i < 5; ++i) EXPECT_THAT(Config(reader, "running"), testing::Not(HasSubstr("c2")));
+    subscriber->Acknowledge(1);
+    EXPECT_TRUE(m_client.Receive().ok);
+    EXPECT_EQ(subscriber->ReceiveChangeSet().commit(), 2U);
+    subscriber->Acknowledge(2);
+    EXPECT_TRUE(other.Receive().ok);
+    EXPECT_TRUE(other.Receive().ok);
+}
+
+TEST_F(Delivery, WarnsOfASubscriberThatGoes)
+{
+    auto gone = Subscriber("gone", 1, kSflow);
+    const auto stays = Subscriber("stays", 2, kSflow);
+    SendCommit(Collector("c1"));
+    gone->ReceiveChangeSet();
+    gone.reset();
+    stays->ReceiveChangeSet();
+    stays->Acknowledge(1);
+    const auto reply = m_client.Receive();
+    EXPECT_TRUE(reply.ok);
+    ASSERT_EQ(reply.errors.size(), 1U) << reply.xml;
+    EXPECT_TRUE(reply.errors[0].IsWarning());
+    EXPECT_THAT(reply.errors[0].message, HasSubstr("gone (process "));
+    EXPECT_THAT(reply.xml, testing::Not(HasSubstr("<ok/>")));
+    EXPECT_THAT(Config(m_client, "running"), HasSubstr("c1"));
+}
+
+TEST_F(ImpatientDelivery, DropsASubscriberThatTakesTooLong)
+{
+    const auto stuck = Subscriber("stuck", 1, kSflow);
+    const auto other = Subscriber("other", 2, kSflow);
+    SendCommit(Collector("c1"));
+    other->ReceiveChangeSet();
+    other->Acknowledge(1);
+    const auto reply = m_client.Receive();
+    EXPECT_TRUE(reply.ok);
+    ASSERT_EQ(reply.errors.size(), 1U) << reply.xml;
+    EXPECT_THAT(reply.errors[0].message, testing::AllOf(HasSubstr("stuck"), HasSubstr("50 ms")));
+    EXPECT_TRUE(stuck->AwaitEnd());
+    SendCommit(Collector("c2"));
+    EXPECT_EQ(other->ReceiveChangeSet().commit(), 2U);
+    other->Acknowledge(2);
+    EXPECT_EQ(m_client.Receive().errors, std::vector<netconf::RpcError>{});
+}
+
+TEST_F(Delivery, DoesNotReachWhoJoinsLater)
+{
+    const auto first = Subscriber("first", 1, kSflow);
+    SendCommit(Collector("c1"));
+    first->ReceiveChangeSet();
+    auto joining = std::make_unique<Process>(m_world, "joining");
+    joining->Subscribe(1, 2, kSflow);
+    EXPECT_EQ(joining->Ready().commit(), 1U);  // what it loads has the change
+    first->Acknowledge(1);
+    EXPECT_TRUE(m_client.Receive().ok);
+    SendCommit(Collector("c2"));
+    first->ReceiveChangeSet();
+    first->Acknowledge(2);
+    EXPECT_EQ(joining->ReceiveChangeSet().commit(), 2U);
+    joining->Acknowledge(2);
+    EXPECT_TRUE(m_client.Receive().ok);
+}
+
+TEST_F(Delivery, TakesNoAcknowledgementOfAnotherCommit)
+{
+    const auto subscriber = Subscriber("app", 1, kSflow);
+    SendCommit(Collector("c1"));
+    subscriber->ReceiveChangeSet();
+    subscriber->Acknowledge(99);
+    auto other = m_world.Connect();
+    other.Send(netconf::Commit());
+    subscriber->Acknowledge(1);
+    EXPECT_TRUE(m_client.Receive().ok);
+    EXPECT_TRUE(other.Receive().ok);
+}
+
+}  // namespace
+}  // namespace agent_tests

@@ -1,0 +1,85 @@
+// The command line and environment of cdbd.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "agent/program_options.h"
+
+namespace {
+
+using agent::ProgramOptions;
+
+ProgramOptions Parse(std::vector<const char*> arguments,
+                     const std::map<std::string, std::string>& variables = {})
+{
+    arguments.insert(arguments.begin(), "cdbd");
+    return agent::ParseOptions(static_cast<int>(arguments.size()), arguments.data(),
+                               "/opt/nowhere/build/bin/cdbd",
+                               [&variables](const char* name) -> std::optional<std::string> {
+                                   const auto found = variables.find(name);
+                                   if (found == variables.end()) return std::nullopt;
+                                   return found->second;
+                               });
+}
+
+TEST(Options, HaveDefaults)
+{
+    const ProgramOptions options = Parse({});
+    EXPECT_EQ(options.runDirectory, "/run/sflow-switch");
+    EXPECT_EQ(options.stateDirectory, "/var/lib/sflow-switch");
+    EXPECT_EQ(options.ackTimeout, std::chrono::seconds(10));
+    EXPECT_EQ(options.callpointTimeout, std::chrono::seconds(5));
+    EXPECT_EQ(options.historyLimit, 500U);
+    EXPECT_TRUE(options.initFile.empty());
+}
+
+TEST(Options, TakeTheEnvironmentAndPutTheCommandLineFirst)
+{
+    const std::map<std::string, std::string> variables{
+        {"SFLOW_RUN_DIR", "/r"}, {"SFLOW_STATE_DIR", "/s"}, {"SFLOW_YANG_DIR", "/y"}};
+    const ProgramOptions environment = Parse({}, variables);
+    EXPECT_EQ(environment.runDirectory, "/r");
+    EXPECT_EQ(environment.stateDirectory, "/s");
+    EXPECT_EQ(environment.yangDirectory, "/y");
+    const ProgramOptions given = Parse({"--run-dir", "/a", "--state-dir=/b", "--yang-dir", "/c"}, variables);
+    EXPECT_EQ(given.runDirectory, "/a");
+    EXPECT_EQ(given.stateDirectory, "/b");
+    EXPECT_EQ(given.yangDirectory, "/c");
+}
+
+TEST(Options, AreTaken)
+{
+    const ProgramOptions options =
+        Parse({"--init", "f.json", "--ack-timeout", "500", "--callpoint-timeout=20", "--history-limit", "3"});
+    EXPECT_EQ(options.initFile, "f.json");
+    EXPECT_EQ(options.ackTimeout, std::chrono::milliseconds(500));
+    EXPECT_EQ(options.callpointTimeout, std::chrono::milliseconds(20));
+    EXPECT_EQ(options.historyLimit, 3U);
+    EXPECT_TRUE(Parse({"--help"}).help);
+    EXPECT_TRUE(Parse({"--version"}).version);
+}
+
+TEST(Options, ThatMakeNoSenseAreNamed)
+{
+    for (const auto& arguments :
+         std::vector<std::vector<const char*>>{{"--bogus"},
+                                               {"--bogus", "x"},
+                                               {"--bogus=x"},
+                                               {"bogus"},
+                                               {"--init"},
+                                               {"--init", ""},
+                                               {"--ack-timeout", "0"},
+                                               {"--ack-timeout", "-1"},
+                                               {"--ack-timeout", "5s"},
+                                               {"--ack-timeout", "99999999999999999999"}}) {
+        const std::string name = std::string(arguments[0]).substr(0, std::string(arguments[0]).find('='));
+        EXPECT_THAT([&] { Parse(arguments); },
+                    testing::ThrowsMessage<agent::UsageError>(testing::HasSubstr(name)));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,256 @@
+// Sessions: hello, framing by what was agreed, hostile bytes, and that one client never harms another.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "agent/agent_world.h"
+#include "support/frames.h"
+
+namespace agent_tests {
+namespace {
+
+using netconf::Framing;
+using testing::HasSubstr;
+
+const std::string kBase = "urn:ietf:params:xml:ns:netconf:base:1.0";
+const std::string kEnd = "]]>]]>";
+
+std::string Hello(const std::string& version = "1.1")
+{
+    return "<hello xmlns=\"" + kBase +
+           "\"><capabilities><capability>urn:ietf:params:netconf:base:" + version +
+           "</capability></capabilities></hello>" + kEnd;
+}
+
+std::string Get() { return "<rpc xmlns=\"" + kBase + "\" message-id=\"1\"><get/></rpc>"; }
+
+TEST(Session, OffersWhatItServes)
+{
+    World world;
+    const netconf::Client client = world.Connect();
+    const auto& hello = client.ServerHello();
+    for (const char* capability :
+         {"urn:ietf:params:netconf:base:1.0", "urn:ietf:params:netconf:base:1.1",
+          "urn:ietf:params:netconf:capability:candidate:1.0",
+          "urn:ietf:params:netconf:capability:validate:1.1",
+          "urn:ietf:params:netconf:capability:rollback-on-error:1.0",
+          "urn:ietf:params:netconf:capability:with-defaults:1.0?basic-mode=explicit&also-supported=report-"
+          "all,"
+          "trim",
+          "urn:switch:yang:switch-oam-sflow?module=switch-oam-sflow&revision=2026-11-21"})
+        EXPECT_TRUE(hello.Has(capability)) << capability;
+    EXPECT_FALSE(hello.Has("urn:ietf:params:netconf:capability:writable-running:1.0"));
+}
+
+TEST(Session, GivesEachSessionANumberOfItsOwn)
+{
+    World world;
+    const auto first = world.Connect();
+    const auto second = world.Connect();
+    EXPECT_NE(first.SessionId(), second.SessionId());
+}
+
+TEST(Session, SpeaksBothFramings)
+{
+    World world;
+    netconf::ClientOptions old;
+    old.offerChunked = false;
+    auto oldClient = world.Connect(old);
+    auto newClient = world.Connect();
+    EXPECT_EQ(oldClient.UsedFraming(), Framing::kEndOfMessage);
+    EXPECT_EQ(newClient.UsedFraming(), Framing::kChunked);
+    Do(oldClient, netconf::Commit());
+    Do(newClient, netconf::Commit());
+}
+
+TEST(Session, AnswersInTheOrderOfTheRequests)
+{
+    World world;
+    auto client = world.Connect();
+    client.Send(netconf::Commit());
+    client.Send("<make-tea/>");
+    client.Send(netconf::GetConfig("running"));
+    EXPECT_THAT(client.Receive().xml, HasSubstr("message-id=\"1\"><ok/>"));
+    EXPECT_THAT(client.Receive().xml, HasSubstr("message-id=\"2\"><rpc-error>"));
+    EXPECT_THAT(client.Receive().xml, HasSubstr("message-id=\"3\"><data/>"));
+}
+
+TEST(Session, GoesOnAfterAMessageThatIsNoXml)
+{
+    World world;
+    auto client = world.Connect();
+    client.SendRaw("\n#3\n<x \n##\n");
+    EXPECT_EQ(client.Receive().errors.at(0).tag, "malformed-message");
+    Do(client, netconf::Commit());
+}
+
+struct Hostile {
+    const char* name;
+    std::string bytes;  // behind a hello of base:1.1
+};
+
+class HostileTest : public testing::TestWithParam<Hostile> {};
+
+TEST_P(HostileTest, EndsItsOwnSessionOnlyAndSaysWhy)
+{
+    World world;
+    auto other = world.Connect();
+    auto client = world.Connect();
+    client.SendRaw(GetParam().bytes);
+    const auto reply = client.Receive();
+    EXPECT_EQ(reply.errors.at(0).tag, "malformed-message");
+    EXPECT_EQ(reply.errors.at(0).type, "rpc");
+    EXPECT_THROW(client.Receive(), netconf::ConnectionError);
+    Do(other, netconf::Commit());
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, HostileTest,
+                         testing::Values(Hostile{"NoChunk", Get() + kEnd}, Hostile{"SizeZero", "\n#0\n"},
+                                         Hostile{"HugeChunk", "\n#4294967295\n"},
+                                         Hostile{"OverLimit", "\n#67108865\n"},
+                                         Hostile{"NegativeSize", "\n#-1\n"},
+                                         Hostile{"EmptyMessage", "\n##\n"}),
+                         [](const auto& each) { return std::string(each.param.name); });
+
+class BadHelloTest : public testing::TestWithParam<Hostile> {};
+
+TEST_P(BadHelloTest, EndsTheSession)
+{
+    World world;
+    support::FrameClient client(world.NetconfSocket());
+    client.SendBytes(GetParam().bytes);
+    EXPECT_TRUE(client.AwaitEnd());
+    auto other = world.Connect();
+    Do(other, netconf::Commit());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, BadHelloTest,
+    testing::Values(Hostile{"NoXml", "hello" + kEnd}, Hostile{"RpcFirst", Get() + kEnd},
+                    Hostile{"NoVersion", "<hello xmlns=\"" + kBase + "\"/>" + kEnd},
+                    Hostile{"OtherVersion", Hello("2.0")},
+                    Hostile{"WithSessionId",
+                            "<hello xmlns=\"" + kBase +
+                                "\"><capabilities><capability>urn:ietf:params:netconf:base:1.0"
+                                "</capability></capabilities><session-id>4</session-id></hello>" +
+                                kEnd}),
+    [](const auto& each) { return std::string(each.param.name); });
+
+TEST(Session, EndsOneThatSaysNoHelloInTime)
+{
+    agent::AgentOptions options;
+    options.helloTimeout = std::chrono::milliseconds(20);
+    World world(options);
+    support::FrameClient client(world.NetconfSocket());
+    EXPECT_TRUE(client.AwaitEnd());
+}
+
+TEST(Session, TurnsAwayWhatIsTooMany)
+{
+    agent::AgentOptions options;
+    options.maxSessions = 1;
+    World world(options);
+    auto client = world.Connect();
+    support::FrameClient second(world.NetconfSocket());
+    EXPECT_TRUE(second.AwaitEnd());
+    Do(client, netconf::Commit());
+}
+
+TEST(Session, AStalledClientDelaysNobody)
+{
+    World world;
+    Process process(world, "app");
+    process.RegisterCallpoint();
+    process.Ready();
+    auto client = world.Connect();
+    std::string many;
+    constexpr int kMany = 3000;
+    for (int i = 0; i < kMany; ++i) many += Interface("interface-number-" + std::to_string(i));
+    client.Send(netconf::EditConfig(Sflow(many)));
+    process.Serve(kMany);
+    EXPECT_TRUE(client.Receive().ok);
+    // More replies than the socket takes, and nobody reads them.
+    auto stalled = world.Connect();
+    for (int i = 0; i < 100; ++i) stalled.Send(netconf::GetConfig("candidate"));
+    for (int i = 0; i < 20; ++i) Do(client, netconf::Validate());
+    // It has them all as soon as it reads.
+    for (int i = 0; i < 100; ++i) EXPECT_TRUE(stalled.Receive().ok);
+}
+
+TEST(Session, ClosesWhenAsked)
+{
+    World world;
+    auto client = world.Connect();
+    Do(client, netconf::CloseSession());
+    EXPECT_THROW(client.Call(netconf::Commit()), netconf::ConnectionError);
+}
+
+TEST(Session, KillsAnother)
+{
+    World world;
+    auto client = world.Connect();
+    auto other = world.Connect();
+    Do(client, netconf::KillSession(other.SessionId()));
+    EXPECT_THROW(other.Call(netconf::Commit()), netconf::ConnectionError);
+    const auto error = Refused(client, netconf::KillSession(other.SessionId()), "invalid-value");
+    EXPECT_THAT(error.info, testing::ElementsAre(testing::Pair("bad-element", "session-id")));
+}
+
+TEST(Session, DoesNotKillItself)
+{
+    World world;
+    auto client = world.Connect();
+    Refused(client, netconf::KillSession(client.SessionId()), "invalid-value");
+    Do(client, netconf::Commit());
+}
+
+TEST(Session, RefusesWhatTheStandardHasAndWeHaveNot)
+{
+    World world;
+    auto client = world.Connect();
+    for (const char* operation :
+         {"<copy-config><target><candidate/></target><source><running/></source></copy-config>",
+          "<cancel-commit/>", "<commit><confirmed/></commit>",
+          "<commit><confirmed/><confirm-timeout>10</confirm-timeout></commit>",
+          "<validate><source><config/></source></validate>",
+          "<edit-config><target><candidate/></target><error-option>continue-on-error</error-option>"
+          "<config/></edit-config>"}) {
+        const auto error = Refused(client, operation, "operation-not-supported");
+        EXPECT_EQ(error.type, "protocol") << operation;
+    }
+}
+
+TEST(Session, GivesTheYangOfAModule)
+{
+    World world;
+    auto client = world.Connect();
+    const std::string open =
+        "<get-schema xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><identifier>";
+    const auto reply = client.Call(open + "switch-oam-sflow</identifier></get-schema>");
+    EXPECT_TRUE(reply.ok);
+    EXPECT_THAT(reply.xml, HasSubstr("<data xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\">"
+                                     "module switch-oam-sflow {"));
+    Refused(client, open + "none</identifier></get-schema>", "invalid-value");
+}
+
+TEST(Session, NotesWhoCommits)
+{
+    World world;
+    auto client = world.Connect();
+    Do(client, netconf::EditConfig(Sflow(Collector("c1"))));
+    Do(client, netconf::Commit("because"));
+    world.InLoop([&] {
+        const auto history = world.Store().History(5);
+        ASSERT_EQ(history.size(), 1U);
+        EXPECT_EQ(history[0].comment, "because");
+        EXPECT_EQ(history[0].source, "netconf");
+        EXPECT_EQ(history[0].user, ::getpwuid(::geteuid())->pw_name);
+    });
+}
+
+}  // namespace
+}  // namespace agent_tests
