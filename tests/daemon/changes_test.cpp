@@ -80,6 +80,19 @@ TEST_F(ChangesTest, WithoutAnyAddressZeroIsSent)
          Line(10, "HandleCfgAgent", "Set Agent IP to 0.0.0.0")});
 }
 
+TEST_F(ChangesTest, ValueIsReleasedOnceWhateverWasRead)
+{
+    Change(kAgent, MOP_DELETED);
+    EXPECT_EQ(platform.releases, 1) << "nothing read";
+    cdb.Create("/config/interface/mgmt{m0}");
+    cdb.Set(kManagement, AddressAndLength("10.0.0.5/24"));
+    Change(kAgent, MOP_DELETED);
+    EXPECT_EQ(platform.releases, 2) << "management address read";
+    cdb.Set(kAgent, Address("192.0.2.9"));
+    Change(kAgent, MOP_VALUE_SET);
+    EXPECT_EQ(platform.releases, 3) << "agent address read";
+}
+
 TEST_F(ChangesTest, ChangeOfTheManagementAddressSendsTheConfiguredAgentAgain)
 {
     cdb.Set(kAgent, Address("192.0.2.9"));

@@ -69,14 +69,32 @@ protected:
     FaultTest() { OpenGate(); }
 };
 
-TEST_F(FaultTest, InterfacesWithoutValuesAreReportedWithTheLastReason)
+// A read that delivers no values is as bad as one that fails; the reason is then an earlier one's.
+TEST_F(FaultTest, ReadWithoutValuesIsReportedWithTheLastReason)
 {
-    AddInterface("eth1");
-    cdb.Return("cdb_get_objects", kInterfaces, 0, "");
-    platform.lastError = "from before";
-    EXPECT_EXIT(inside::GetInterfaces(handler, Session(), true, "", ""), testing::ExitedWithCode(1),
-                testing::HasSubstr("function=GetInterfaces source=src/daemon/sflow_config_handler "
-                                   "text='from before'\n"));
+    AddInterface("eth1", {"c1"}, {"c1"});
+    struct {
+        const char* call;
+        const char* path;
+        const char* reporter;
+        std::string interface;
+    } const rows[] = {
+        {"cdb_get_objects", kInterfaces, "GetInterfaces", ""},
+        {"cdb_get_object", "/config/oam/sflow/interface{eth1}", "GetInterfaces", "eth1"},
+        {"cdb_get_objects", kFlowOfEth1, "GetInterfaceCollectors", ""},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EXIT(
+            {
+                cdb.Return(row.call, row.path, 0, "");
+                platform.lastError = "from before";
+                inside::GetInterfaces(handler, Session(), true, "", row.interface);
+            },
+            testing::ExitedWithCode(1),
+            testing::Eq(std::string("fault kind=1 function=") + row.reporter + " source=" + kHandlerSource +
+                        " text='from before'\n"))
+            << row.call << " " << row.path;
+    }
 }
 
 TEST_F(FaultTest, BacktraceComesFirstAndNothingFollows)
@@ -97,6 +115,7 @@ TEST_F(FaultTest, CollectorWithAnotherKeyThanAskedFor)
 {
     AddCollector("c1", "192.0.2.1");
     cdb.Deliver("/config/oam/sflow/collector{c1}/name", std::string("c2"));
+    platform.lastError = "from before";  // not reported
     collector_st record;
     EXPECT_EXIT(
         {
@@ -184,6 +203,7 @@ INSTANTIATE_TEST_SUITE_P(
 // handler takes for a fault.
 TEST_F(FaultTest, InterfaceEntryWithoutANameAmongNoInterfaces)
 {
+    platform.lastError = "from before";  // not reported
     EXPECT_EXIT(Change("/config/oam/sflow/interface{}", MOP_CREATED), testing::ExitedWithCode(1),
                 testing::Eq(std::string("fault kind=1 function=HandleCfgInterface source=") + kHandlerSource +
                             " text=''\n"));

@@ -143,7 +143,9 @@ const char* confd_lasterr(void) { return Platform::Get().lastError.c_str(); }
 
 void confd_free_value(confd_value_t* value)
 {
-    if (value->type == C_BUF) Platform::Get().unreleased.erase(value->val.buf.ptr);
+    Platform& platform = Platform::Get();
+    ++platform.releases;
+    if (value->type == C_BUF) platform.unreleased.erase(value->val.buf.ptr);
     CONFD_SET_NOEXISTS(value);
 }
 

@@ -141,6 +141,7 @@ void Platform::Reset()
     writes.clear();
     unreleased.clear();
     strings.clear();
+    releases = 0;
     lastError.clear();
     waiting.clear();
 }

@@ -89,6 +89,7 @@ struct Platform {
     // Strings delivered by reads and not yet released.
     std::set<const unsigned char*> unreleased;
     std::vector<std::unique_ptr<unsigned char[]>> strings;
+    int releases = 0;  // calls of confd_free_value
     std::string lastError;
 
     static Platform& Get();
