@@ -68,14 +68,15 @@ public:
     /// Which entries of lists with a callpoint the edit would create, in the edit's order. `edit` is
     /// the parsed content of <config> (first sibling), with the nc:operation attributes as metadata
     /// (or, on opaque nodes, as attributes); untouched.
-    [[nodiscard]] std::vector<NewEntry> EntriesToCreate(const lyd_node* edit, DefaultOperation operation) const;
+    [[nodiscard]] std::vector<NewEntry> EntriesToCreate(const lyd_node* edit,
+                                                        DefaultOperation operation) const;
 
     /// Applies the edit to the candidate, the callpoints' writes just before the edit's own leaves of
     /// the entry concerned. On an error: kRollbackOnError leaves the candidate as before;
     /// kStopOnError too, but keeps siblings applied before the failing node. A write to an entry
     /// that the edit does not create is dropped.
-    [[nodiscard]] std::optional<Error> Edit(const lyd_node* edit, DefaultOperation operation, ErrorOption onError,
-                                            const std::vector<LeafWrite>& writes);
+    [[nodiscard]] std::optional<Error> Edit(const lyd_node* edit, DefaultOperation operation,
+                                            ErrorOption onError, const std::vector<LeafWrite>& writes);
 
     /// Edit, and the test that goes with it. kSet: Edit alone. kTestThenSet: the candidate is validated
     /// afterwards and, where it is not valid, is as before the edit. kTestOnly: likewise, and as before
@@ -90,12 +91,12 @@ public:
     /// The candidate's errors, checked at what was touched and what refers to it. Empty: valid.
     [[nodiscard]] std::vector<Error> Validate();
 
-    /// What a commit now would change.
+    /// What a commit now would change, with the number that it would get.
     [[nodiscard]] ChangeSet Changes() const;
 
     /// Makes the candidate running: validates, writes the store, then changes running. Returns the
-    /// change set (empty: nothing was to do, nothing was written) or the errors, with running and
-    /// candidate as before.
+    /// change set or the errors, with running and candidate as before. An empty change set: nothing that a
+    /// subscriber would see; written was something only where a default was made explicit or back.
     [[nodiscard]] std::variant<ChangeSet, std::vector<Error>> Commit(const CommitInfo& info);
 
     /// Makes the candidate equal to running.
