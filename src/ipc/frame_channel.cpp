@@ -1,3 +1,5 @@
+// The connection itself: reading, writing in turns of the loop, and its two ways of ending.
+
 #include <sys/socket.h>
 
 #include <utility>

@@ -1,3 +1,5 @@
+// Cutting received bytes into frames, and queueing frames to be written.
+
 #include "ipc/frame_impl.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,5 @@
+// Unix sockets as such: connecting, listening, and one blocking write.
+
 #include <arpa/inet.h>
 #include <sys/socket.h>
 #include <sys/stat.h>

@@ -1,3 +1,5 @@
+// Attempts, back-off and what they log.
+
 #include "ipc/link.h"
 
 #include <algorithm>

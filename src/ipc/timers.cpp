@@ -1,3 +1,5 @@
+// The real time, on an Asio loop.
+
 #include "ipc/timers.h"
 
 #include <utility>

@@ -1,3 +1,5 @@
+// Where the log goes, which levels are written, and the shape of a line.
+
 #include "log/log.h"
 
 #include <fcntl.h>

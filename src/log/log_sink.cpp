@@ -1,3 +1,5 @@
+// One write a line, and the escaping of control characters.
+
 #include "log/log_sink.h"
 
 #include <unistd.h>

@@ -1,3 +1,5 @@
+// The runtime's places and its gate.
+
 #include "platform/embedded/runtime.h"
 
 #include <qxos/context.h>

@@ -1,3 +1,5 @@
+// The reads of the client API: formats the path and hands over to the session.
+
 #include <confd_cdb.h>
 
 #include "platform/embedded/confd/format.h"

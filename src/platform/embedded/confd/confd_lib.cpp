@@ -1,3 +1,5 @@
+// What is shared by the whole client API: release of values, keypaths as text, the last error.
+
 #include <confd_lib.h>
 
 #include <algorithm>

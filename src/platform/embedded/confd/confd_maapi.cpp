@@ -1,3 +1,5 @@
+// Writes into the transaction of a callback, checked against the schema at once.
+
 #include <confd_maapi.h>
 
 #include "cdb/path.h"

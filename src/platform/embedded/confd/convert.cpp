@@ -1,3 +1,5 @@
+// Values and keypaths, from the database to the client API and back.
+
 #include "platform/embedded/confd/convert.h"
 
 #include <cstdlib>

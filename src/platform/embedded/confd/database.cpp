@@ -1,3 +1,5 @@
+// The store of one connection, the sessions on it, and the commit that they are held at.
+
 #include "platform/embedded/confd/database.h"
 
 #include "platform/embedded/confd/error.h"

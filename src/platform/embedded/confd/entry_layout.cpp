@@ -1,3 +1,5 @@
+// Values of one entry in schema order, with what stands in for missing ones.
+
 #include "platform/embedded/confd/entry_layout.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Paths by their shapes; only a new shape is parsed against the schema.
+
 #include "platform/embedded/confd/read_path.h"
 
 #include <algorithm>

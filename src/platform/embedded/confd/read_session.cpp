@@ -1,3 +1,5 @@
+// The reads themselves, on one view of the store.
+
 #include "platform/embedded/confd/read_session.h"
 
 #include <span>

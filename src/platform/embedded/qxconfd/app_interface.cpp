@@ -1,3 +1,5 @@
+// The framework object as the contract declares it; what it does is in framework*.cpp.
+
 #include <qxconfd/app_interface.h>
 
 #include <stdexcept>

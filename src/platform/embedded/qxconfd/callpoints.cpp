@@ -1,3 +1,5 @@
+// One request of the database, one callback, one answer.
+
 #include "platform/embedded/qxconfd/callpoints.h"
 
 #include <utility>

@@ -1,3 +1,5 @@
+// The walk of a change set, as calls of the points' callbacks.
+
 #include "platform/embedded/qxconfd/delivery.h"
 
 #include <algorithm>

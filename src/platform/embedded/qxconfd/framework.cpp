@@ -1,3 +1,5 @@
+// The connection to cdbd: registration, the initial load, refusals and its end.
+
 #include "platform/embedded/qxconfd/framework.h"
 
 #include <unistd.h>

@@ -1,3 +1,5 @@
+// With our front over spdlog, wherever it was found.
+
 #include <zlog_front.h>
 
 #include "platform/embedded/qxmw/category.h"

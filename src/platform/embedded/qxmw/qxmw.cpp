@@ -1,3 +1,5 @@
+// The middleware functions: traces, faults and backtraces.
+
 #include <qxmw/qxmw.h>
 
 #include <execinfo.h>

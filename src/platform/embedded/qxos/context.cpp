@@ -1,3 +1,5 @@
+// The process context and its loop, which ends on SIGTERM and SIGINT.
+
 #include <csignal>
 #include <string>
 

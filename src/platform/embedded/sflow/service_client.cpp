@@ -1,3 +1,5 @@
+// The session with sflow-mgr: greeting, found and lost, and its ends.
+
 #include "platform/embedded/sflow/service_client.h"
 
 #include <unistd.h>

@@ -1,3 +1,5 @@
+// The two functions of zlog, over the platform's log.
+
 #include "zlog.h"
 
 #include <cstdarg>
