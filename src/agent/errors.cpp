@@ -103,6 +103,16 @@ std::string LastName(const std::string& path)
     return colon == std::string::npos ? name : name.substr(colon + 1);
 }
 
+/// The path inside <config>, where the one at hand leads there; libyang keeps what is wrong with values
+/// there for later, so what it finds at once is wrong with an attribute.
+std::string PathInConfig(const std::string& path)
+{
+    constexpr std::string_view kEdit = "/ietf-netconf:edit-config";
+    if (!path.starts_with(kEdit)) return {};
+    const std::string inner = path.substr(kEdit.size());
+    return inner.substr(0, inner.find('/', 1)).find(':') == std::string::npos ? std::string() : inner;
+}
+
 /// What libyang says of a request, by how its message begins. `element`: whether error-info names the
 /// node at the path (else what the message quotes).
 struct RequestRow {
@@ -176,6 +186,14 @@ netconf::RpcError RequestError(const ly_ctx* context, std::string_view name)
         return said.starts_with(each.beginning);
     });
     if (row == kRequestRows.end()) return MakeError(Layer::kProtocol, ErrorTag::kBadElement, message);
+    if (const std::string inner = PathInConfig(path); !inner.empty() && row->element) {
+        cdb::Error attribute;
+        attribute.tag = ErrorTag::kBadAttribute;
+        attribute.message = "the attribute operation of " + LastName(path) + " is wrong: " + said;
+        attribute.path = inner;
+        attribute.info = {{"bad-attribute", "operation"}, {"bad-element", LastName(path)}};
+        return ToRpcError(attribute, context);
+    }
     ErrorInfo info{{row->info, row->element ? LastName(path) : Quoted(said)}};
     if (row->tag == ErrorTag::kUnknownNamespace || row->tag == ErrorTag::kUnknownAttribute)
         info.insert(info.begin() + (row->tag == ErrorTag::kUnknownAttribute ? 1 : 0),

@@ -10,7 +10,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kInstalledYang = SFLOW_INSTALLED_YANG_DIR;
+constexpr const char* kInstalledYang = "/usr/share/sflow-switch/yang";
 
 /// A number from 1 on; times in milliseconds, up to a day.
 std::uint64_t Number(std::string_view option, std::string_view text)

@@ -31,6 +31,9 @@ std::optional<std::string> Variable(const char* name)
     return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
 }
 
+/// Whether log lines do not reach who starts the program.
+bool LogIsFile() { return Variable("SFLOW_LOG").value_or("-") != "-"; }
+
 void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
                 cdb::Datastore& datastore)
 {
@@ -87,7 +90,7 @@ int main(int argc, char** argv)
         std::cerr << "cdbd: " << error.what() << "; see cdbd --help\n";
     } catch (const std::exception& error) {
         slog::Error("{}", error.what());
-        std::cerr << "cdbd: " << error.what() << "\n";
+        if (LogIsFile()) std::cerr << "cdbd: " << error.what() << "\n";
     }
     return EXIT_FAILURE;
 }

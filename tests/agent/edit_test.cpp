@@ -107,8 +107,11 @@ TEST_F(Edit, ReplacesWhatTheDefaultOperationSays)
 
 TEST_F(Edit, RefusesOperationsThatAreNone)
 {
-    Refused(m_client, EditConfig(Sflow("<collector nc:operation=\"destroy\"><name>c1</name></collector>")),
-            "bad-attribute");
+    const auto error =
+        Refused(m_client, EditConfig(Sflow("<agent nc:operation=\"destroy\"/>")), "bad-attribute");
+    EXPECT_EQ(error.type, "application");
+    EXPECT_EQ(error.path, "/switch-config:config/switch-oam-sflow:oam/sflow");
+    EXPECT_THAT(error.info, testing::Contains(testing::Pair("bad-attribute", "operation")));
     EXPECT_EQ(Candidate(), "");
 }
 

@@ -98,13 +98,16 @@ TEST_F(State, OfTheProcessesIsOurOwn)
     process.Subscribe(2, 1, "/config/oam/sflow/agent");
     process.RegisterCallpoint();
     process.Ready();
-    EXPECT_EQ(m_client.Call(netconf::Get(kSystem)).data,
-              "<state xmlns=\"urn:switch:yang:switch-state\"><system><process><name>app</name><pid>" +
-                  std::to_string(::getpid()) +
-                  "</pid><connected-since>2001-09-09T01:46:40.123456Z</connected-since><role>unknown</role>"
-                  "<state>ready</state><subscription>/config/oam/sflow</subscription>"
-                  "<subscription>/config/oam/sflow/agent</subscription>"
-                  "<callpoint>sflow-set-sampling-rate</callpoint></process></system></state>");
+    // libyang writes times in the zone of the machine.
+    EXPECT_THAT(m_client.Call(netconf::Get(kSystem)).data,
+                testing::MatchesRegex(
+                    "<state xmlns=\"urn:switch:yang:switch-state\"><system><process><name>app</name><pid>" +
+                    std::to_string(::getpid()) +
+                    "</pid><connected-since>2001-09-[0-9]+T[0-9]+:[0-9]+:40.123456[0-9:+-]+</"
+                    "connected-since><role>unknown</role>"
+                    "<state>ready</state><subscription>/config/oam/sflow</subscription>"
+                    "<subscription>/config/oam/sflow/agent</subscription>"
+                    "<callpoint>sflow-set-sampling-rate</callpoint></process></system></state>"));
 }
 
 TEST_F(State, ThatIsNoneHurtsNobody)
