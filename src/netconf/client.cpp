@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -25,21 +24,7 @@ std::string ErrnoText(int error) { return std::strerror(error); }
 
 Client Client::Connect(const std::string& socketPath, const ClientOptions& options)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (socketPath.size() >= sizeof address.sun_path)
-        throw ConnectionError("can't connect to " + socketPath + ": the path of a socket has at most " +
-                              std::to_string(sizeof address.sun_path - 1) + " characters");
-    std::memcpy(address.sun_path, socketPath.data(), socketPath.size());
-    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (descriptor < 0) throw ConnectionError("can't make a socket: " + ErrnoText(errno));
-    if (::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        const int error = errno;
-        ::close(descriptor);
-        throw ConnectionError("can't connect to " + socketPath + ": " + ErrnoText(error) +
-                              "; is cdbd running?");
-    }
-    return Client(descriptor, socketPath, options);
+    return Client(ConnectSocket(socketPath), socketPath, options);
 }
 
 Client::Client(int descriptor, std::string name, const ClientOptions& options)

@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,15 +13,9 @@
 #include "netconf/framing.h"
 #include "netconf/hello.h"
 #include "netconf/rpc_error.h"
+#include "netconf/socket.h"
 
 namespace netconf {
-
-/// The server can't be reached, does not answer in time, or breaks the protocol. The text names the
-/// socket and what happened. The client can't be used any more.
-class ConnectionError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 struct Reply {
     /// The request was carried out: no rpc-error of severity "error" (warnings may be in `errors`).
@@ -43,7 +36,8 @@ struct ClientOptions {
 
 class Client {
 public:
-    /// Connects and says hello. Throws ConnectionError.
+    /// Connects and says hello. Throws ConnectionError, after which, as after any other one, the client
+    /// can't be used any more.
     static Client Connect(const std::string& socketPath, const ClientOptions& options = {});
 
     /// Says hello on a connected stream socket, which it then owns. `name` is for messages.

@@ -1,0 +1,30 @@
+#include "netconf/socket.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace netconf {
+
+int ConnectSocket(const std::string& path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path)
+        throw ConnectionError("can't connect to " + path + ": the path of a socket has at most " +
+                              std::to_string(sizeof address.sun_path - 1) + " characters");
+    std::memcpy(address.sun_path, path.data(), path.size());
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0)
+        throw ConnectionError("can't make a socket for " + path + ": " + std::strerror(errno));
+    if (::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+        return descriptor;
+    const int error = errno;
+    ::close(descriptor);
+    throw ConnectionError("can't connect to " + path + ": " + std::strerror(error) + "; is cdbd running?");
+}
+
+}  // namespace netconf
