@@ -87,8 +87,8 @@ typedef struct confd_value confd_value_t;
 // value that owns nothing.
 void confd_free_value(confd_value_t* value);
 
-#define MAXDEPTH 20   // positions of a keypath
-#define MAXKEYLEN 9   // values of one position
+#define MAXDEPTH 20  // positions of a keypath
+#define MAXKEYLEN 9  // values of one position
 
 // The path of one node. v[0] is the node itself, v[len - 1] the root. A schema element takes one
 // position with a C_XMLTAG as its first value; a list entry's keys take the position below (one
@@ -118,8 +118,8 @@ enum confd_iter_op {
 // What an iteration's callback wants next. Any value from 5 on suspends the iteration; the
 // framework then resumes it with the next sibling.
 enum confd_iter_ret {
-    ITER_STOP = 1,     // no further node of this subscription point
-    ITER_RECURSE = 2,  // the node's children next
+    ITER_STOP = 1,      // no further node of this subscription point
+    ITER_RECURSE = 2,   // the node's children next
     ITER_CONTINUE = 3,  // the node's next sibling
     ITER_UP = 4,        // the parent's next sibling
     ITER_SUSPEND = 5

@@ -13,10 +13,10 @@ namespace qxconfd {
 
 // One subscription, read by the framework when it connects.
 struct SubscriptionPoint {
-    std::int32_t priority;   // lower is notified first
-    std::int32_t ns;         // namespace hash of the path's data model
-    const char* path;        // without instances; must outlive the framework
-    std::int32_t flags;      // diff-iteration flags, handed on with the callback
+    std::int32_t priority;  // lower is notified first
+    std::int32_t ns;        // namespace hash of the path's data model
+    const char* path;       // without instances; must outlive the framework
+    std::int32_t flags;     // diff-iteration flags, handed on with the callback
     std::function<confd_iter_ret(confd_hkeypath_t*, confd_iter_op, confd_value_t*, confd_value_t*)>
         callback;  // called once per changed node with keypath, operation, old and new value
 };

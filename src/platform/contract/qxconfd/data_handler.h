@@ -47,7 +47,8 @@ public:
     };
 
     // Which groups of callbacks the framework registers for the handler's callpoints.
-    DataHandler(bool reads, bool writes, bool counts, bool objects, bool finds, bool attachMaapi, bool writeAll)
+    DataHandler(bool reads, bool writes, bool counts, bool objects, bool finds, bool attachMaapi,
+                bool writeAll)
         : m_flags{reads, writes, counts, objects, finds, attachMaapi, writeAll}
     {
     }
