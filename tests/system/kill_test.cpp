@@ -51,7 +51,8 @@ protected:
     // That a session which does not wait for the commit sees it in the running configuration.
     void AwaitCommitted(const std::string& rate)
     {
-        Await("the commit to be readable", [&] { return Running().find(rate) != std::string::npos; });
+        Await("the commit to be readable",
+              [&] { return Running().find(">" + rate + "<") != std::string::npos; });
     }
 
     // A commit is delivered only where the daemon is connected; an interface can only be created there.
@@ -102,7 +103,7 @@ TEST_P(Kill, BetweenDeliveryAndAcknowledgement)
     KillAndRestart();
     TheWorld().Daemon().Thaw();
     AwaitSettled();
-    EXPECT_THAT(Running(), HasSubstr("\"sampling-rate\": 77"));
+    EXPECT_THAT(Running(), HasSubstr("<sampling-rate>77</sampling-rate>"));
     ExpectAlive();
 }
 
@@ -114,7 +115,7 @@ TEST_P(Kill, WhileTheManagerTakesNothing)
     KillAndRestart();
     TheWorld().Manager().Thaw();
     AwaitSettled();
-    EXPECT_THAT(Running(), HasSubstr("\"sampling-rate\": 78"));
+    EXPECT_THAT(Running(), HasSubstr("<sampling-rate>78</sampling-rate>"));
     ExpectAlive();
 }
 
@@ -124,7 +125,7 @@ TEST_P(Kill, AfterACommit)
     Commit(Rate("eth1", 79));
     KillAndRestart();
     AwaitSettled();
-    EXPECT_THAT(Running(), HasSubstr("\"sampling-rate\": 79"));
+    EXPECT_THAT(Running(), HasSubstr("<sampling-rate>79</sampling-rate>"));
     ExpectAlive();
 }
 
@@ -137,7 +138,7 @@ TEST_P(Kill, WithAnUncommittedEdit)
     }
     KillAndRestart();
     AwaitSettled();
-    EXPECT_THAT(Running(), HasSubstr("\"sampling-rate\": 1024"));
+    EXPECT_THAT(Running(), HasSubstr("<sampling-rate>1024</sampling-rate>"));
     ExpectAlive();
 }
 

@@ -105,17 +105,18 @@ TEST_F(Shell, ReadsCommandsFromAFileAndFromStandardInput)
     const auto file =
         File("# a comment\nset oam sflow interface eth1 sampling-rate 11\n\ncommit  # at once\n");
     EXPECT_EQ(0, TheWorld().Run({World::Program("swcli"), "-f", file}).status);
-    EXPECT_THAT(Running(), HasSubstr("\"sampling-rate\": 11"));
+    EXPECT_THAT(Running(), HasSubstr("<sampling-rate>11</sampling-rate>"));
     const auto piped =
         TheWorld().Run({World::Program("swcli")}, "set oam sflow interface eth1 sampling-rate 12\ncommit\n");
     EXPECT_EQ(0, piped.status) << piped.errors;
-    EXPECT_THAT(Running(), HasSubstr("\"sampling-rate\": 12"));
+    EXPECT_THAT(Running(), HasSubstr("<sampling-rate>12</sampling-rate>"));
 }
 
 TEST_F(Shell, CandidateStaysBetweenCalls)
 {
     TheWorld().CliDone("set oam sflow interface eth1 sampling-rate 13");
     EXPECT_THAT(TheWorld().CliDone("compare"), HasSubstr("13"));
+    EXPECT_THAT(TheWorld().CliDone("show configuration"), HasSubstr("13"));
     EXPECT_THAT(Running(), HasSubstr("1024"));
     TheWorld().CliDone("validate; commit");
     EXPECT_EQ("", TheWorld().CliDone("compare"));
@@ -144,7 +145,7 @@ TEST_F(Shell, WhatItShowsItLoads)
 TEST_F(Shell, ShowsJsonAsOneDocument)
 {
     for (const std::string what : {"configuration", "sflow", "sflow collectors", "sflow interfaces",
-                                   "sflow agent", "system processes", "system faults", "history"}) {
+                                   "sflow agent", "system processes", "system faults"}) {
         const auto text = TheWorld().CliDone("show " + what + " | json");
         EXPECT_TRUE(nlohmann::json::accept(text)) << what << ": " << text;
         EXPECT_FALSE(TheWorld().CliDone("show " + what).empty() && what != "system faults") << what;

@@ -3,9 +3,66 @@
 #include "system/system_test.h"
 
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <sstream>
+#include <stdexcept>
+
+#include "netconf/xml.h"
 
 namespace system_tests {
+
+namespace {
+
+using nlohmann::json;
+
+// Builds the JSON object that the elements of a configuration stand for; all leaves are texts.
+class JsonBuilder : public netconf::XmlVisitor {
+public:
+    bool OnStart(const netconf::XmlElement& element) override
+    {
+        m_open.push_back({std::string(element.name), json::object(), {}});
+        return true;
+    }
+
+    void OnEnd(std::size_t, std::size_t) override
+    {
+        auto done = std::move(m_open.back());
+        m_open.pop_back();
+        const bool leaf = done.children.empty() && !done.text.empty();
+        const bool entry = done.children.contains("name");
+        auto& target = m_open.empty() ? m_result[done.name] : m_open.back().children[done.name];
+        if (leaf)
+            target = done.text;
+        else if (entry)
+            target.push_back(done.children);
+        else
+            target = done.children;
+    }
+
+    void OnText(std::size_t, std::string_view text) override { m_open.back().text += text; }
+
+    [[nodiscard]] const json& Result() const { return m_result; }
+
+private:
+    struct Element {
+        std::string name;
+        json children;
+        std::string text;
+    };
+    std::vector<Element> m_open;
+    json m_result = json::object();
+};
+
+std::string JsonOf(const std::string& xml)
+{
+    JsonBuilder builder;
+    if (xml.empty()) return "{}";
+    if (const auto wrong = netconf::ReadXml(xml, builder))
+        throw std::runtime_error("bad configuration: " + *wrong);
+    return builder.Result().dump();
+}
+
+}  // namespace
 
 SystemTest::~SystemTest()
 {
@@ -44,11 +101,11 @@ std::string SystemTest::Rate(const std::string& interface, unsigned rate)
                               std::to_string(rate) + "</sampling-rate></interface>");
 }
 
-std::string SystemTest::Running() { return m_world.CliDone("show configuration | display json"); }
+std::string SystemTest::Running() { return Connect().Call(netconf::GetConfig("running")).data; }
 
 void SystemTest::AwaitSettled()
 {
-    const auto wanted = support::StateOf(Running());
+    const auto wanted = support::StateOf(JsonOf(Running()));
     ManagerState have;
     const bool settled = Becomes([&] {
         have = support::Play(m_world.ManagerJournal().All());

@@ -51,7 +51,7 @@ protected:
     /// The leaf `sampling-rate` of an interface, as <config> content.
     static std::string Rate(const std::string& interface, unsigned rate);
 
-    /// The running configuration as JSON.
+    /// The running configuration as XML, as the database answers it.
     std::string Running();
 
     /// Waits until the manager has exactly what the running configuration says.
