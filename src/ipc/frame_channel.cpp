@@ -54,6 +54,8 @@ void Channel::Impl::Receive(const std::shared_ptr<Channel>& self)
     m_socket.async_read_some(boost::asio::buffer(m_reader.FreeSpace(), m_reader.FreeSize()),
                              [this, self](const error_code& error, std::size_t bytes) {
                                  if (m_handlers == nullptr) return;
+                                 // Only WriteFailed cancels: what has arrived by then is still there.
+                                 if (error == boost::asio::error::operation_aborted) return Receive(self);
                                  if (error == boost::asio::error::eof) return End("closed by the peer");
                                  if (error) return End(error.message());
                                  m_reader.Received(bytes);
@@ -124,6 +126,7 @@ void Channel::Impl::WriteFailed()
     if (m_draining || m_handlers == nullptr) return Release();
     error_code ignored;  // a socket that can't be shut down ends its reader by itself
     m_socket.shutdown(Socket::shutdown_receive, ignored);
+    m_socket.cancel(ignored);  // the kernel wakes no reader for that
 }
 
 void Channel::Impl::End(const std::string& reason)

@@ -143,6 +143,18 @@ TEST_F(FrameTest, StillReceivesWhatThePeerSentBeforeItClosed)
     EXPECT_EQ(m_reasons.size(), 1U);
 }
 
+TEST_F(FrameTest, EndsWithAPeerThatTakesNothingMoreAndStaysSilent)
+{
+    Start();
+    PeerWrites(FrameOf("last"));
+    ASSERT_EQ(::shutdown(m_peer, SHUT_RD), 0);
+    EXPECT_TRUE(m_channel->Send(Named("refused by the kernel")));
+    Settle();
+    EXPECT_EQ(m_frames, (Frames{"last"}));
+    EXPECT_EQ(m_reasons.size(), 1U);
+    EXPECT_FALSE(m_channel->Send(Named("x")));
+}
+
 TEST_F(FrameTest, ClosesAfterWhatIsQueuedHasBeenWritten)
 {
     Start();

@@ -86,11 +86,9 @@ void ServiceClient::OnOpened()
     m_link.Accepted();
     m_lastRefusal.clear();
     m_open = true;
-    const auto session = ++m_session;
     slog::Notice("session with sflow-mgr opened");
     CheckProgress();
     Tell(m_found);
-    if (session != m_session) return;
     ClientMessage loaded;
     loaded.mutable_loaded();
     Send(loaded);
@@ -121,7 +119,6 @@ void ServiceClient::EndSession(std::string_view reason)
 {
     m_check.reset();
     if (!std::exchange(m_open, false)) return;
-    ++m_session;
     slog::Notice("session with sflow-mgr lost: {}", reason);
     Tell(m_lost);
 }

@@ -57,7 +57,6 @@ private:
     const Notice m_found;
     const Notice m_lost;
     bool m_open = false;
-    std::uint64_t m_session = 0;  // counts the sessions, to know one from the next
     std::string m_lastRefusal;
     std::shared_ptr<void> m_check;  // the timer of the next look at the progress
     ipc::Link m_link;               // last: nothing of it is called once the others go
