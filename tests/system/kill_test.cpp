@@ -142,6 +142,50 @@ TEST_P(Kill, WithAnUncommittedEdit)
     ExpectAlive();
 }
 
+// Large enough that the kill comes in the middle.
+std::string ManyInterfaces(unsigned count)
+{
+    std::string interfaces;
+    for (unsigned i = 0; i < count; ++i)
+        interfaces += std::string(i == 0 ? "" : ",") + R"({"name":"eth)" + std::to_string(i) +
+                      R"(","flow-sampling-collector":[{"name":"c1"}]})";
+    return scenario::Switch(R"("collector":[{"name":"c1","ip":"198.51.100.1"}],"interface":[)" + interfaces +
+                            "]");
+}
+
+TEST_P(Kill, InTheMiddleOfTheInitialLoad)
+{
+    ASSERT_EQ(0, TheWorld().Initialize(ManyInterfaces(3000)).status);
+    TheWorld().StartCdbd();
+    TheWorld().StartManager();
+    TheWorld().StartDaemon();
+    Await("the load to begin", [this] { return TheWorld().ManagerJournal().All().size() > 10; });
+    KillAndRestart();
+    AwaitSettled();
+    ExpectAlive();
+}
+
+TEST_P(Kill, RightAfterTheRequestToCommitManyChanges)
+{
+    TheWorld().Start(ManyInterfaces(500));
+    const auto before = Running();
+    auto client = Connect();
+    std::string changes;
+    for (unsigned i = 0; i < 500; ++i)
+        changes += "<interface><name>eth" + std::to_string(i) +
+                   "</name><sampling-rate>7</sampling-rate></interface>";
+    Do(client, netconf::EditConfig(scenario::SflowXml(changes)));
+    client.Send(netconf::Commit());
+    KillAndRestart();
+    AwaitSettled();
+    // Whole or not at all.
+    const auto after = Running();
+    std::size_t changed = 0;
+    for (auto at = after.find(">7<"); at != std::string::npos; at = after.find(">7<", at + 1)) ++changed;
+    EXPECT_TRUE(after == before || changed == 500) << changed << " of 500 changed";
+    ExpectAlive();
+}
+
 INSTANTIATE_TEST_SUITE_P(Each, Kill,
                          testing::Values(Stage{"cdbd", Victim::kCdbd}, Stage{"manager", Victim::kManager},
                                          Stage{"daemon", Victim::kDaemon}),

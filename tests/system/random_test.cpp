@@ -10,7 +10,7 @@ namespace system_tests {
 
 namespace {
 
-constexpr unsigned kSteps = 60;
+constexpr unsigned kSteps = 40;
 
 class Random : public SystemTest, public testing::WithParamInterface<unsigned> {
 protected:
