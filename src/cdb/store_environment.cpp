@@ -128,7 +128,8 @@ void Environment::UseDatabases()
     MDB_val mark{};
     code = mdb_dbi_open(transaction, "meta", 0, &meta);
     if (code == MDB_SUCCESS) code = mdb_get(transaction, meta, &key, &mark);
-    const auto format = code == MDB_SUCCESS ? codec::FormatOf(Text(mark)) : std::nullopt;
+    // 0 is no format: the file is not ours.
+    const std::uint32_t format = code == MDB_SUCCESS ? codec::FormatOf(Text(mark)).value_or(0) : 0;
     if (format == codec::kFormat) {
         code = mdb_dbi_open(transaction, "rows", 0, &rows);
         if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "history", 0, &history);
@@ -140,9 +141,9 @@ void Environment::UseDatabases()
     }
     mdb_txn_abort(transaction);
     const std::string file = (m_directory / kDataFile).string();
-    if (!format)
+    if (format == 0)
         throw FatalError(file + " is not a store of this program; move it away or name another directory");
-    throw FatalError(file + " has the format " + std::to_string(*format) +
+    throw FatalError(file + " has the format " + std::to_string(format) +
                      ", but this program knows the format " + std::to_string(codec::kFormat) +
                      " only; use the version that wrote it");
 }
