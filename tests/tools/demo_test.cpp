@@ -61,8 +61,11 @@ TEST_F(Demo, FitsIntoAHundredColumns)
         support::Run(Dir(), {Tool("demo"), "--bin", Programs()}, {{"TMPDIR", Dir()}, {"SFLOW_LOG", ""}});
     EXPECT_EQ(0, result.status) << result.errors;
     std::istringstream in(result.output);
-    for (std::string line; std::getline(in, line);)
-        if (line.find(Dir()) == std::string::npos) EXPECT_LE(line.size(), 100U) << line;
+    for (std::string line; std::getline(in, line);) {
+        if (line.find(Dir()) == std::string::npos) {
+            EXPECT_LE(line.size(), 100U) << line;
+        }
+    }
 }
 
 TEST_F(Demo, SaysWhatIsMissingAndFails)
