@@ -31,7 +31,10 @@ protected:
 
     [[nodiscard]] std::map<std::string, std::string> Environment() const
     {
-        return {{"SFLOW_RUN_DIR", RunDir()}, {"SFLOW_STATE_DIR", Dir() / "state"}, {"SFLOW_LOG", ""}};
+        return {{"SFLOW_RUN_DIR", RunDir()},
+                {"SFLOW_STATE_DIR", Dir() / "state"},
+                {"SFLOW_LOG", ""},
+                {"SFLOW_YANG_DIR", support::World::Tree() / "yang"}};
     }
 
     /// "tools/switch up" with the programs of this build; its output goes to files of that name.
