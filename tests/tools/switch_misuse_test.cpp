@@ -77,10 +77,10 @@ TEST_F(SwitchMisuse, DirectoriesThatCannotBeWrittenAreNamed)
 TEST_F(SwitchMisuse, ADaemonThatDoesNotConnectIsNamedWhenTheTimeIsOver)
 {
     const auto result =
-        RunSwitch({"up", "--bin", WithDaemon("#!/bin/sh\nexec sleep 1000\n"), "--timeout", "1"}, {});
+        RunSwitch({"up", "--bin", WithDaemon("#!/bin/sh\nexec sleep 1000\n"), "--timeout", "3"}, {});
     EXPECT_EQ(1, result.status);
     EXPECT_EQ("", result.output);
-    EXPECT_THAT(result.errors, HasSubstr("not ready after 1 s: sflow-app is not connected to the database"));
+    EXPECT_THAT(result.errors, HasSubstr("not ready after 3 s: sflow-app is not connected to the database"));
     EXPECT_THAT(result.errors, HasSubstr(RunDir()));
     EXPECT_FALSE(support::Accepts(RunDir() / "netconf.sock"));
 }
