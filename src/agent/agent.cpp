@@ -52,6 +52,11 @@ public:
     {
     }
 
+    /// What waits for a process's answer is finished while all that it works with is there.
+    ~Impl() { m_clients.DisconnectAll("cdbd ends"); }
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
     void Listen()
     {
         std::error_code error;

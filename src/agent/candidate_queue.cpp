@@ -34,6 +34,8 @@ private:
 
 CandidateQueue::CandidateQueue(boost::asio::io_context& loop) : m_state(std::make_shared<State>(loop)) {}
 
+CandidateQueue::~CandidateQueue() { m_state->waiting.clear(); }
+
 void CandidateQueue::Push(Job job)
 {
     m_state->waiting.push_back(std::move(job));

@@ -14,6 +14,10 @@ namespace agent {
 class CandidateQueue {
 public:
     explicit CandidateQueue(boost::asio::io_context& loop);
+    /// Drops what waits.
+    ~CandidateQueue();
+    CandidateQueue(const CandidateQueue&) = delete;
+    CandidateQueue& operator=(const CandidateQueue&) = delete;
 
     /// Ends when the last reference to it goes; then the next job gets its turn.
     class Turn;

@@ -35,10 +35,12 @@ Clients::Clients(const cdb::Schema& schema, cdb::Store& store, std::function<std
 {
 }
 
-Clients::~Clients()
+Clients::~Clients() { DisconnectAll("cdbd ends"); }
+
+void Clients::DisconnectAll(const std::string& reason)
 {
     const std::vector<ClientPtr> clients = m_clients;  // each takes itself out
-    for (const ClientPtr& client : clients) client->Disconnect("cdbd ends");
+    for (const ClientPtr& client : clients) client->Disconnect(reason);
 }
 
 void Clients::Add(std::shared_ptr<ipc::Channel> channel)

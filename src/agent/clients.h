@@ -25,6 +25,9 @@ public:
 
     void Add(std::shared_ptr<ipc::Channel> channel);
 
+    /// Ends all connections, which answers every question that is open.
+    void DisconnectAll(const std::string& reason);
+
     /// In the order of their connecting. Those that have not said hello are left out.
     [[nodiscard]] std::vector<ClientPtr> Known() const;
     /// Those that work already.

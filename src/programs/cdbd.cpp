@@ -8,6 +8,7 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -47,13 +48,14 @@ void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema,
 
 void Run(const agent::ProgramOptions& options)
 {
-    // Destroyed from the last to the first: the agent's connections go before what they use.
+    // Destroyed from the last to the first. Requests that wait in the loop hold trees of the schema.
+    std::unique_ptr<cdb::Schema> schema;
     boost::asio::io_context loop(1);
     boost::asio::signal_set signals(loop, SIGTERM, SIGINT);
     signals.async_wait([&loop](const boost::system::error_code& error, int) {
         if (!error) loop.stop();
     });
-    const auto schema = cdb::Schema::Load(options.yangDirectory);
+    schema = cdb::Schema::Load(options.yangDirectory);
     cdb::StoreOptions storeOptions;
     storeOptions.historyLimit = options.historyLimit;
     const auto store = cdb::Store::Open(options.stateDirectory, storeOptions);

@@ -203,6 +203,28 @@ TEST_F(Delivery, DoesNotReachWhoJoinsLater)
     EXPECT_TRUE(m_client.Receive().ok);
 }
 
+TEST_F(Delivery, EndsWithTheAgent)
+{
+    auto world = std::make_unique<World>(Options(std::chrono::seconds(20)));
+    netconf::Client client = world->Connect();
+    netconf::Client waiting = world->Connect();
+    Process subscriber(*world, "app");
+    subscriber.Subscribe(1, 1, kSflow);
+    subscriber.RegisterProvider();
+    subscriber.Ready();
+    Do(client, EditConfig(Sflow(Collector("c1"))));
+    client.Send(netconf::Commit());
+    subscriber.ReceiveChangeSet();
+    waiting.Send(netconf::Get());  // waits for the provider
+    subscriber.Receive();
+    netconf::Client third = world->Connect();
+    third.Send(EditConfig(Sflow(Collector("c2"))));  // waits for its turn
+    netconf::Client reader = world->Connect();
+    EXPECT_THAT(Config(reader, "running"), HasSubstr("c1"));
+    world.reset();
+    EXPECT_TRUE(subscriber.AwaitEnd());
+}
+
 TEST_F(Delivery, TakesNoAcknowledgementOfAnotherCommit)
 {
     const auto subscriber = Subscriber("app", 1, kSflow);
