@@ -96,7 +96,7 @@ std::optional<Refusal> Clients::CheckCallpoint(const Client& client, const std::
     if (!IsCallpoint(m_schema.Table(), name)) return Refusal{"the YANG modules name no callpoint " + name, 0};
     for (const ClientPtr& other : m_clients)
         if (other.get() != &client && Holds(other->Callpoints(), name))
-            return Refusal{"the callpoint " + name + " is held by " + other->Name(), other->Pid()};
+            return Refusal{"the callpoint " + name + " is taken by " + other->Process(), other->Pid()};
     return std::nullopt;
 }
 
@@ -106,7 +106,7 @@ std::optional<Refusal> Clients::CheckProvider(const Client& client, const std::s
         return Refusal{"there is no container of state at " + path, 0};
     for (const ClientPtr& other : m_clients)
         if (other.get() != &client && Holds(other->Providers(), path))
-            return Refusal{"the state of " + path + " is provided by " + other->Name(), other->Pid()};
+            return Refusal{"the state of " + path + " is provided by " + other->Process(), other->Pid()};
     return std::nullopt;
 }
 
