@@ -16,17 +16,16 @@ void MeasureRead(const Settings& settings, Table& table)
     YangReference yang;
     // What libyang prints is what the reply holds.
     yang.TimedParse(target.Client().Call(netconf::GetConfig("running")).data);
-    const auto request = "<rpc xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" message-id=\"1\">" +
-                         netconf::GetConfig("running") + "</rpc>";
+    const auto request = netconf::GetConfig("running");
     std::vector<double> times;
     std::vector<double> references;
     for (std::size_t run = 0; run < settings.runs; ++run) {
         const Stopwatch watch;
-        target.Client().SendRaw(request);
+        target.Client().Send(request);
         const auto reply = target.Client().ReceiveMessage();
         times.push_back(watch.Milliseconds());
         if (reply.find(InterfaceName(settings.many - 1)) == std::string::npos)
-            throw std::runtime_error("get-config did not give everything");
+            throw std::runtime_error("get-config did not give everything: " + reply.substr(0, 500));
         references.push_back(yang.TimedPrint());
     }
     const auto size = ", N = " + std::to_string(settings.many);

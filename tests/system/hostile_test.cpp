@@ -131,11 +131,17 @@ TEST_F(Hostile, GarbageOnNetconfEndsThatSessionOnly)
     ExpectUnharmed();
 }
 
+// A whole message in one chunk.
+std::string Chunked(const std::string& message)
+{
+    return "\n#" + std::to_string(message.size()) + "\n" + message + "\n##\n";
+}
+
 TEST_F(Hostile, MalformedChunkEndsThatSessionOnly)
 {
     for (const char* bytes : {"\n#0\n", "\n#abc\n", "\n#99999999999\n", "\n#-1\n", "no chunk at all\n##\n"}) {
         auto client = Connect();
-        client.SendRaw("<rpc");  // a whole frame around half an element
+        client.SendRaw(Chunked("<rpc"));
         const auto answer = client.ReceiveMessage();
         EXPECT_THAT(answer, HasSubstr("malformed-message")) << answer;
         FrameClient peer(TheWorld().NetconfSocket());
@@ -166,7 +172,8 @@ TEST_F(Hostile, DeeplyNestedElementsAreRefused)
     auto client = Connect();
     std::string nested;
     for (int i = 0; i < 20000; ++i) nested += "<a>";
-    client.SendRaw("<rpc message-id=\"1\" xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\">" + nested);
+    client.SendRaw(
+        Chunked("<rpc message-id=\"1\" xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\">" + nested));
     try {
         EXPECT_THAT(client.ReceiveMessage(), HasSubstr("rpc-error"));
     } catch (const netconf::ConnectionError&) {
