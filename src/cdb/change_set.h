@@ -33,7 +33,7 @@ struct ChangeNode {
     NodeId node = kNoNode;
     std::vector<std::string> keys;  // list entries
     ChangeOp op = ChangeOp::kNone;
-    Value value;                    // kValueSet
+    Value value;  // kValueSet
     std::vector<ChangeNode> children;
     friend bool operator==(const ChangeNode&, const ChangeNode&) = default;
 };

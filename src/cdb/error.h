@@ -14,10 +14,25 @@ namespace cdb {
 
 /// RFC 6241, appendix A.
 enum class ErrorTag : std::uint8_t {
-    kInUse, kInvalidValue, kTooBig, kMissingAttribute, kBadAttribute, kUnknownAttribute,
-    kMissingElement, kBadElement, kUnknownElement, kUnknownNamespace, kAccessDenied, kLockDenied,
-    kResourceDenied, kRollbackFailed, kDataExists, kDataMissing, kOperationNotSupported,
-    kOperationFailed, kMalformedMessage
+    kInUse,
+    kInvalidValue,
+    kTooBig,
+    kMissingAttribute,
+    kBadAttribute,
+    kUnknownAttribute,
+    kMissingElement,
+    kBadElement,
+    kUnknownElement,
+    kUnknownNamespace,
+    kAccessDenied,
+    kLockDenied,
+    kResourceDenied,
+    kRollbackFailed,
+    kDataExists,
+    kDataMissing,
+    kOperationNotSupported,
+    kOperationFailed,
+    kMalformedMessage
 };
 
 struct Error {
