@@ -67,6 +67,16 @@ void MeasuredSwitch::Do(const std::string& operation)
     if (!reply.ok || !reply.errors.empty()) throw std::runtime_error("refused: " + reply.xml.substr(0, 2000));
 }
 
+void MeasuredSwitch::AwaitCalls(std::size_t count)
+{
+    try {
+        m_journal->AwaitLines(count);
+    } catch (const support::TimedOut& late) {
+        throw support::TimedOut(std::string(late.what()) + "\n" + m_world.Log("cdbd") +
+                                m_world.Log("sflow-mgr") + m_world.Log("sflow-app"));
+    }
+}
+
 double MeasuredSwitch::TimedCommit(const std::string& config, std::size_t calls)
 {
     const auto edit = netconf::EditConfig(config);
@@ -74,7 +84,7 @@ double MeasuredSwitch::TimedCommit(const std::string& config, std::size_t calls)
     const Stopwatch watch;
     Do(edit);
     Do(commit);
-    m_journal->AwaitLines(calls);
+    AwaitCalls(calls);
     return watch.Milliseconds();
 }
 

@@ -46,6 +46,9 @@ public:
     /// Throws std::runtime_error with the reply where it is not ok.
     void Do(const std::string& operation);
 
+    /// Returns when so many further calls are in the journal. Throws support::TimedOut, with the logs.
+    void AwaitCalls(std::size_t count);
+
     /// Milliseconds of edit and commit, until both the reply and the calls are there.
     double TimedCommit(const std::string& config, std::size_t calls);
 
