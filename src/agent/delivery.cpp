@@ -63,7 +63,9 @@ public:
         AskAll(
             m_loop, {recipient.client},
             [this](Client&) {
-                return Question{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit}, m_message};
+                const bool isLast = m_next == m_recipients.size();  // a large change is not copied for it
+                return Question{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit},
+                                isLast ? std::move(m_message) : m_message};
             },
             m_timeout,
             [self = shared_from_this()](const std::vector<Answer>& answers) {

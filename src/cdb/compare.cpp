@@ -196,9 +196,10 @@ Comparer::Pairs Comparer::TouchedBelow(const lyd_node* before, const lyd_node* n
                                        const Touched::Node& touched) const
 {
     Pairs pairs;
-    for (const auto& [place, node] : touched.below)
-        pairs[place] = {FindPlace(m_schema, lyd_child(before), place),
-                        FindPlace(m_schema, lyd_child(now), place)};
+    for (const auto& [place, node] : touched.below) {
+        const auto both = FindBoth(m_schema, lyd_child(before), lyd_child(now), place);
+        pairs.emplace_hint(pairs.end(), place, Pair{both.before, both.now});
+    }
     return pairs;
 }
 

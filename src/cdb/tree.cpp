@@ -70,6 +70,19 @@ lyd_node* FindPlace(const Schema& schema, const lyd_node* siblings, const Place&
     return FindSingle(siblings, node);
 }
 
+BeforeAndNow FindBoth(const Schema& schema, const lyd_node* siblingsBefore, const lyd_node* siblingsNow,
+                      const Place& place)
+{
+    BeforeAndNow both;
+    both.now = FindPlace(schema, siblingsNow, place);
+    if (both.now == nullptr)
+        both.before = FindPlace(schema, siblingsBefore, place);
+    else if (siblingsBefore != nullptr)
+        static_cast<void>(
+            lyd_find_sibling_first(siblingsBefore, both.now, &both.before));  // null if not found
+    return both;
+}
+
 lyd_node* FindRow(const Schema& schema, const lyd_node* tree, const RowKey& key)
 {
     std::vector<NodeId> way;

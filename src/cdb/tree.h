@@ -46,6 +46,15 @@ lyd_node* FindSingle(const lyd_node* siblings, const lysc_node* schema);
 lyd_node* FindEntry(const lyd_node* siblings, const lysc_node* schema, const std::vector<std::string>& keys);
 lyd_node* FindPlace(const Schema& schema, const lyd_node* siblings, const Place& place);
 
+/// The place in two trees. What one of them has is looked for in the other by the node itself, at a
+/// fraction of a look-up by the keys' text.
+struct BeforeAndNow {
+    lyd_node* before = nullptr;
+    lyd_node* now = nullptr;
+};
+BeforeAndNow FindBoth(const Schema& schema, const lyd_node* siblingsBefore, const lyd_node* siblingsNow,
+                      const Place& place);
+
 /// The entry or container of that row, or null.
 lyd_node* FindRow(const Schema& schema, const lyd_node* tree, const RowKey& key);
 

@@ -16,8 +16,7 @@ public:
     {
         if (touched.leaves) Leaves(node, model);
         for (const auto& [place, deeper] : touched.below) {
-            lyd_node* own = FindPlace(m_schema, lyd_child(node), place);
-            const lyd_node* wanted = FindPlace(m_schema, lyd_child(model), place);
+            const auto [own, wanted] = FindBoth(m_schema, lyd_child(node), lyd_child(model), place);
             if (own != nullptr && wanted != nullptr && !deeper.whole)
                 Below(own, wanted, deeper);
             else
@@ -99,8 +98,7 @@ void Synchronize(const Schema& schema, lyd_node* tree, const lyd_node* model, co
         return;
     }
     for (const auto& [place, node] : touched.Root().below) {
-        lyd_node* own = FindPlace(schema, tree, place);
-        const lyd_node* wanted = FindPlace(schema, model, place);
+        const auto [own, wanted] = FindBoth(schema, tree, model, place);
         if (node.whole)
             synchronizer.Whole(own, wanted);
         else

@@ -47,13 +47,13 @@ public:
             return;
         }
         for (const auto& [place, below] : touched.below) {
-            const lyd_node* old = FindPlace(m_schema, lyd_child(before), place);
-            const lyd_node* fresh = FindPlace(m_schema, lyd_child(now), place);
             const lysc_node* node = m_schema.NodeOf(place.node);
-            if (node->nodetype == LYS_LIST)
-                Unit(node, place.keys.front(), fresh);
-            else
-                Trunk(old, fresh, below);
+            if (node->nodetype == LYS_LIST) {
+                Unit(node, place.keys.front(), FindPlace(m_schema, lyd_child(now), place));
+            } else {
+                const auto both = FindBoth(m_schema, lyd_child(before), lyd_child(now), place);
+                Trunk(both.before, both.now, below);
+            }
         }
     }
 

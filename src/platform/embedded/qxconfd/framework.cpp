@@ -2,9 +2,12 @@
 
 #include "platform/embedded/qxconfd/framework.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <utility>
+
+#include <boost/asio/post.hpp>
 
 #include "cdb/value.h"
 #include "ipc/cdb.pb.h"
@@ -16,6 +19,13 @@ namespace qxconfd {
 
 using ipc::cdb::ClientMessage;
 using ipc::cdb::ServerMessage;
+
+namespace {
+
+/// What a message of this size leaves behind with the allocator is worth giving back to the system.
+constexpr std::size_t kLargeMessage = std::size_t{1} << 20;
+
+}  // namespace
 
 AppInterface::Impl::Impl(embedded::Runtime& runtime, std::string application, Handlers handlers,
                          ELEM_CONFD_PHASE_ET phase)
@@ -97,9 +107,11 @@ void AppInterface::Impl::OnFrame(std::string_view frame)
     if (!message.has_welcome() && !message.has_refused() && !m_connected)
         return GiveUp("it sent something else before its welcome");
     Dispatch(message);
+    // After what was queued meanwhile has been written: nobody waits for it.
+    if (frame.size() > kLargeMessage) boost::asio::post(m_runtime.loop, [] { malloc_trim(0); });
 }
 
-void AppInterface::Impl::Dispatch(const ServerMessage& message)
+void AppInterface::Impl::Dispatch(ServerMessage& message)
 {
     ClientMessage answer;
     switch (message.body_case()) {
@@ -108,7 +120,7 @@ void AppInterface::Impl::Dispatch(const ServerMessage& message)
     case ServerMessage::kRefused:
         return OnRefused(message.refused());
     case ServerMessage::kChangeSet:
-        return OnChangeSet(message.change_set());
+        return OnChangeSet(std::unique_ptr<ipc::cdb::ChangeSet>(message.release_change_set()));
     case ServerMessage::kHaTransition:
         return OnHaTransition(message.ha_transition());
     case ServerMessage::kCallpointRequest:

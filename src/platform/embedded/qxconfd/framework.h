@@ -6,6 +6,7 @@
 
 #include <qxconfd/app_interface.h>
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -47,11 +48,11 @@ private:
     void Register();
     void RegisterPoints();
     void OnFrame(std::string_view frame);
-    void Dispatch(const ipc::cdb::ServerMessage& message);
+    void Dispatch(ipc::cdb::ServerMessage& message);
     void OnWelcome(const ipc::cdb::Welcome& welcome);
     void LoadInitially();
     void OnRefused(const ipc::cdb::Refused& refused);
-    void OnChangeSet(const ipc::cdb::ChangeSet& message);
+    void OnChangeSet(std::unique_ptr<ipc::cdb::ChangeSet> message);
     void OnHaTransition(const ipc::cdb::HaTransition& transition);
     void OnClosed(std::string_view reason);
     void GiveUp(const std::string& reason);

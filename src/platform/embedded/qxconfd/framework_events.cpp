@@ -24,22 +24,23 @@ std::optional<cdb::ChangeSet> ChangesOf(const cdb::SchemaTable& schema, const ip
 
 }  // namespace
 
-void AppInterface::Impl::OnChangeSet(const ipc::cdb::ChangeSet& message)
+void AppInterface::Impl::OnChangeSet(std::unique_ptr<ipc::cdb::ChangeSet> message)
 {
     const cdb::SchemaTable& schema = m_runtime.database.Schema();
-    const auto changes = ChangesOf(schema, message);
+    const auto changes = ChangesOf(schema, *message);
     if (!changes) return GiveUp("it sent a change of nodes that its schema does not have");
     std::vector<embedded::PointOfHandler> touched;
-    for (const auto id : message.points()) {
+    for (const auto id : message->points()) {
         if (id >= m_points.size()) return GiveUp("it sent a change for a point that is not subscribed");
         touched.push_back(m_points[id]);
     }
+    message.reset();  // the changes may be many: not kept twice while the handlers work
     {
         const embedded::Database::Pin commit(m_runtime.database);
         embedded::Deliver(schema, *changes, touched);
     }
     ipc::cdb::ClientMessage acknowledgement;
-    acknowledgement.mutable_change_set_ack()->set_commit(message.commit());
+    acknowledgement.mutable_change_set_ack()->set_commit(changes->commit);
     m_link.Send(acknowledgement);
 }
 
