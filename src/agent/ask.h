@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -16,7 +17,7 @@ namespace agent {
 
 struct Question {
     Client::AnswerKey key;
-    ipc::cdb::ServerMessage message;
+    std::shared_ptr<ipc::cdb::ServerMessage> message = std::make_shared<ipc::cdb::ServerMessage>();
 };
 
 enum class Outcome : std::uint8_t { kAnswered, kGone, kLate };

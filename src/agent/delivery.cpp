@@ -5,6 +5,8 @@
 #include <memory>
 #include <utility>
 
+#include <google/protobuf/arena.h>
+
 #include "agent/ask.h"
 #include "log/log.h"
 
@@ -48,7 +50,9 @@ public:
           m_commit(changes.commit),
           m_done(std::move(done))
     {
-        ipc::cdb::ChangeSet& message = *m_message.mutable_change_set();
+        const auto arena = std::make_shared<google::protobuf::Arena>();
+        m_message = {arena, google::protobuf::Arena::CreateMessage<ipc::cdb::ServerMessage>(arena.get())};
+        ipc::cdb::ChangeSet& message = *m_message->mutable_change_set();
         message.set_commit(changes.commit);
         cdb::ToMessage(changes.root, *message.mutable_root());
     }
@@ -57,15 +61,13 @@ public:
     {
         if (m_next == m_recipients.size()) return m_done(m_warnings);
         const Recipient& recipient = m_recipients[m_next++];
-        auto& points = *m_message.mutable_change_set()->mutable_points();
+        auto& points = *m_message->mutable_change_set()->mutable_points();
         points.Assign(recipient.points.begin(), recipient.points.end());
         recipient.client->SetApplying(true);
         AskAll(
             m_loop, {recipient.client},
             [this](Client&) {
-                const bool isLast = m_next == m_recipients.size();  // a large change is not copied for it
-                return Question{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit},
-                                isLast ? std::move(m_message) : m_message};
+                return Question{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit}, m_message};
             },
             m_timeout,
             [self = shared_from_this()](const std::vector<Answer>& answers) {
@@ -95,7 +97,7 @@ private:
     std::vector<Recipient> m_recipients;
     std::uint64_t m_commit;
     std::function<void(const std::vector<std::string>&)> m_done;
-    ipc::cdb::ServerMessage m_message;
+    std::shared_ptr<ipc::cdb::ServerMessage> m_message;  // on an arena: a large change has many parts
     std::size_t m_next = 0;
     std::vector<std::string> m_warnings;
 };

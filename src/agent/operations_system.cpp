@@ -36,8 +36,8 @@ void Operations::HaTransition(const RequestPtr& request)
     slog::Notice("{} makes the processes {}", request->Who().user, active ? "active" : "standby");
     m_services.state.SetRole(active ? Role::kActive : Role::kStandby);
     const auto ask = [active](Client& client) {
-        Question question{{ClientMessage::kHaReply, client.NextRequest()}, {}};
-        auto& transition = *question.message.mutable_ha_transition();
+        Question question{{ClientMessage::kHaReply, client.NextRequest()}};
+        auto& transition = *question.message->mutable_ha_transition();
         transition.set_request(question.key.second);
         transition.set_role(active ? ipc::cdb::HaTransition::ACTIVE : ipc::cdb::HaTransition::STANDBY);
         return question;
@@ -65,8 +65,8 @@ void Operations::SflowResync(const RequestPtr& request)
     const ClientPtr manager = FindManager(m_services.clients);
     if (!manager) return refuse(request, "the sFlow manager is not connected; start sflow-mgr");
     const auto ask = [](Client& client) {
-        Question question{{ClientMessage::kActionReply, client.NextRequest()}, {}};
-        auto& action = *question.message.mutable_action_request();
+        Question question{{ClientMessage::kActionReply, client.NextRequest()}};
+        auto& action = *question.message->mutable_action_request();
         action.set_request(question.key.second);
         action.set_name(kResync);
         return question;

@@ -47,8 +47,8 @@ void StateSource::Collect(const std::optional<SubtreeFilter>& filter, std::funct
     const bool system = Wants(filter, "system");
     if (providers.empty()) return done(system ? MakeSystemState() : Tree());
     const auto ask = [](Client& client) {
-        Question question{{ipc::cdb::ClientMessage::kStateReply, client.NextRequest()}, {}};
-        question.message.mutable_state_request()->set_request(question.key.second);
+        Question question{{ipc::cdb::ClientMessage::kStateReply, client.NextRequest()}};
+        question.message->mutable_state_request()->set_request(question.key.second);
         return question;
     };
     const auto take = [this, system, done = std::move(done)](const std::vector<Answer>& answers) {

@@ -42,8 +42,6 @@ private:
     void Below(const lyd_node* node, ChangeNode& change,
                void (Comparer::*what)(NodeId, const lyd_node*, ChangeNode&));
     [[nodiscard]] Pairs AllBelow(const lyd_node* before, const lyd_node* now) const;
-    [[nodiscard]] Pairs TouchedBelow(const lyd_node* before, const lyd_node* now,
-                                     const Touched::Node& touched) const;
     void PutRow(NodeId id, std::optional<Row> row);
 
     const Schema& m_schema;
@@ -84,11 +82,18 @@ void Comparer::Both(NodeId id, const lyd_node* before, const lyd_node* now, cons
     }
     const bool isWhole = touched == nullptr || touched->whole;
     if (isWhole || touched->leaves) Leaves(id, before, now, &at, change);
-    for (const auto& [place, pair] : isWhole ? AllBelow(before, now) : TouchedBelow(before, now, *touched)) {
-        const Touched::Node* deeper = isWhole ? nullptr : &touched->below.at(place);
+    const auto look = [&](const cdb::Place& place, const lyd_node* old, const lyd_node* fresh,
+                          const Touched::Node* deeper) {
         ChangeNode child;
-        if (Place(place.node, pair.first, pair.second, deeper, &at, child))
-            change.children.push_back(std::move(child));
+        if (Place(place.node, old, fresh, deeper, &at, child)) change.children.push_back(std::move(child));
+    };
+    if (isWhole) {
+        for (const auto& [place, pair] : AllBelow(before, now)) look(place, pair.first, pair.second, nullptr);
+    } else {
+        for (const auto& [place, deeper] : touched->below) {
+            const auto both = FindBoth(m_schema, lyd_child(before), lyd_child(now), place);
+            look(place, both.before, both.now, &deeper);
+        }
     }
     // Entries stand in order already; leaves and the rest are put into the schema's order.
     std::stable_sort(change.children.begin(), change.children.end(),
@@ -189,17 +194,6 @@ Comparer::Pairs Comparer::AllBelow(const lyd_node* before, const lyd_node* now) 
     };
     add(before, &Pair::first);
     add(now, &Pair::second);
-    return pairs;
-}
-
-Comparer::Pairs Comparer::TouchedBelow(const lyd_node* before, const lyd_node* now,
-                                       const Touched::Node& touched) const
-{
-    Pairs pairs;
-    for (const auto& [place, node] : touched.below) {
-        const auto both = FindBoth(m_schema, lyd_child(before), lyd_child(now), place);
-        pairs.emplace_hint(pairs.end(), place, Pair{both.before, both.now});
-    }
     return pairs;
 }
 
