@@ -58,7 +58,7 @@ public:
     void Send(std::string_view operation);
     Reply Receive();
 
-    /// Bytes as they are, for tests of the other side's robustness; a message without its frame.
+    /// Bytes as they are, without any frame: for tests of the other side's robustness.
     void SendRaw(std::string_view bytes);
     std::string ReceiveMessage();
 
