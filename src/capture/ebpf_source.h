@@ -1,0 +1,31 @@
+// Packets drawn by an eBPF program at the interfaces' tcx hooks, or at clsact where the kernel has no
+// tcx; one ring buffer for all. The kernel wakes the process when the first packet waits, or much does,
+// never for each.
+
+#ifndef CAPTURE_EBPF_SOURCE_H
+#define CAPTURE_EBPF_SOURCE_H
+
+#include <memory>
+
+#include "capture/packet_source.h"
+
+namespace boost::asio {
+class io_context;
+}
+namespace ipc {
+class Timers;
+}
+
+namespace capture {
+
+enum class EbpfHook { kBest, kTcx, kClsact };
+
+/// Loads the program. Removes what an earlier process left at clsact. Throws Unavailable. All must
+/// outlive it.
+std::unique_ptr<PacketSource> MakeEbpfSource(boost::asio::io_context& loop, ipc::Timers& timers,
+                                             SampleSink& sink, const SourceOptions& options,
+                                             EbpfHook hook = EbpfHook::kBest);
+
+}  // namespace capture
+
+#endif

@@ -1,0 +1,135 @@
+// Where sampled packets come from: the one interface of all sources of packets. A source draws packets at
+// the kernel's interfaces, each with the probability 1/rate, counts what it drew from, and hands the drawn
+// ones over in batches. It knows nothing of collectors, names or datagrams.
+//
+// Two implementations: ebpf_source.h (first choice) and ring_source.h.
+
+#ifndef CAPTURE_PACKET_SOURCE_H
+#define CAPTURE_PACKET_SOURCE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace capture {
+
+/// At least so many bytes of a drawn packet are handed over (all, where it has fewer), so that what
+/// looks at its addresses has them also where fewer are to be sent.
+inline constexpr std::size_t kLeastHeader = 96;
+/// Most bytes of a drawn packet that can be asked for.
+inline constexpr std::size_t kMostHeader = 512;
+
+/// How one kernel interface is sampled.
+struct Settings {
+    std::uint32_t rate = 1;        // one packet of so many, on average; at least 1
+    std::uint16_t headerSize = 0;  // bytes of a packet's beginning that are wanted, up to kMostHeader
+    bool ingress = true;
+    bool egress = false;
+    friend bool operator==(const Settings&, const Settings&) = default;
+};
+
+/// A drawn packet. A packet that the kernel holds as several segments of one flow (GSO, GRO) stands for
+/// the frames that it is on the wire: these are what is counted and drawn from.
+struct Sample {
+    std::uint32_t ifIndex = 0;  // kernel interface at which it was drawn
+    bool egress = false;        // it was leaving by that interface; else it was entering
+    std::uint32_t origin = 0;   // egress: the interface by which it had entered the machine; 0: none
+    std::uint32_t rate = 0;     // the rate it was drawn with
+    std::uint16_t count = 1;    // frames of it that were drawn, more than one only with segments
+    std::uint16_t segments = 1;     // frames on the wire
+    std::uint16_t segmentSize = 0;  // payload of each of the segments but the last; 0: unsegmented
+    std::uint32_t length = 0;       // bytes as the kernel holds it: from the link header on, without FCS
+                                    // and without the tag that was taken away
+    std::uint16_t etherType = 0;    // host byte order, as the kernel sees it (behind a tag that it took)
+    std::uint16_t tagProtocol = 0;  // TPID of a VLAN tag the kernel took out of the packet; 0: none
+    std::uint16_t tagControl = 0;   // priority and VLAN id of that tag, host byte order
+    std::span<const std::byte> header;  // its beginning as the kernel holds it; valid in the call only
+
+    /// Of the interface, since it was added to the source, both directions together, up to and with this
+    /// packet: frames it could have been drawn from, and frames drawn and lost for lack of room.
+    std::uint64_t pool = 0;
+    std::uint64_t drops = 0;
+};
+
+/// Who takes the drawn packets. Called from the loop only.
+class SampleSink {
+public:
+    SampleSink() = default;
+    SampleSink(const SampleSink&) = delete;
+    SampleSink& operator=(const SampleSink&) = delete;
+    virtual ~SampleSink() = default;
+
+    /// In the order in which they were drawn, as far as one CPU drew them.
+    virtual void OnSamples(std::span<const Sample> samples) = 0;
+    /// All that was waiting has been handed over: time to send.
+    virtual void OnDrained() = 0;
+};
+
+struct Counts {
+    std::uint64_t pool = 0;   // frames seen since the interface was added
+    std::uint64_t drops = 0;  // frames drawn that could not be handed over
+};
+
+/// The source can't be had here: no permission, no kernel support. The text is for operators.
+class Unavailable : public std::runtime_error {
+public:
+    enum class Cause { kPermission, kKernel, kOther };
+    Unavailable(Cause cause, const std::string& reason) : std::runtime_error(reason), m_cause(cause) {}
+    [[nodiscard]] Cause Why() const { return m_cause; }
+
+private:
+    Cause m_cause;
+};
+
+/// What all sources are made with.
+struct SourceOptions {
+    /// Packets with this socket mark are neither counted nor drawn: the agent's own datagrams.
+    std::uint32_t ownMark = 0;
+    /// Bytes of the buffer between kernel and process: for all interfaces together (eBPF), for each
+    /// (packet sockets). 0: the source's own default.
+    std::size_t bufferSize = 0;
+};
+
+class PacketSource {
+public:
+    PacketSource() = default;
+    PacketSource(const PacketSource&) = delete;
+    PacketSource& operator=(const PacketSource&) = delete;
+    virtual ~PacketSource() = default;
+
+    /// "ebpf-tcx", "ebpf-clsact" or "packet-socket": the name in the state.
+    [[nodiscard]] virtual std::string Kind() const = 0;
+
+    /// Begins to sample at a kernel interface. Its counts begin at zero. Throws Unavailable, for this
+    /// interface alone.
+    virtual void Add(std::uint32_t ifIndex, const Settings& settings) = 0;
+
+    /// Changes how a sampled interface is sampled, at once and without a gap in its counts. Samples that
+    /// were drawn before carry the rate that they were drawn with. Throws Unavailable where a direction
+    /// could not be added; the rest is in effect then.
+    virtual void Change(std::uint32_t ifIndex, const Settings& settings) = 0;
+
+    /// Hands over what waits, ends the sampling at the interface and returns its last counts. The kernel's
+    /// interface may be gone already.
+    virtual Counts Remove(std::uint32_t ifIndex) = 0;
+
+    /// The counts as they are now; samples that are not handed over yet are in them.
+    [[nodiscard]] virtual Counts Read(std::uint32_t ifIndex) = 0;
+
+    struct InterfaceCounts {
+        std::uint32_t ifIndex = 0;
+        Counts counts;
+    };
+    /// The counts of all sampled interfaces, for less than one Read each.
+    [[nodiscard]] virtual std::vector<InterfaceCounts> ReadAll() = 0;
+
+    /// Hands over what waits now, then calls OnDrained.
+    virtual void Drain() = 0;
+};
+
+}  // namespace capture
+
+#endif

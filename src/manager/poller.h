@@ -1,0 +1,71 @@
+// Polls the counters of the interfaces that have an interval and a counter collector, and sends them.
+// The first time falls at random into the first interval, then they are evenly spaced. All that is due
+// at a time is read together.
+
+#ifndef MANAGER_POLLER_H
+#define MANAGER_POLLER_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "manager/exporter.h"
+#include "manager/status.h"
+#include "wire/sample.h"
+
+namespace ipc {
+class Timers;
+}
+namespace net {
+class CounterReader;
+class Links;
+}
+
+namespace manager {
+
+class Poller {
+public:
+    using Clock = std::function<std::chrono::steady_clock::time_point()>;
+    using WallClock = std::function<std::chrono::system_clock::time_point()>;
+    /// A number below its argument, at random: the start of the first interval, in milliseconds.
+    using Random = std::function<std::uint32_t(std::uint32_t)>;
+
+    struct Target {
+        std::uint32_t ifIndex = 0;
+        std::uint16_t interval = 0;  // seconds; 0: not polled
+        std::string name;            // the interface's name in the configuration: the port name sent
+        std::vector<Stream*> streams;  // its counter collectors; none: not polled
+    };
+
+    /// All must outlive it.
+    Poller(ipc::Timers& timers, net::CounterReader& reader, const net::Links& links, Exporter& exporter,
+           Clock clock, WallClock wallClock, Random random);
+    Poller(const Poller&) = delete;
+    Poller& operator=(const Poller&) = delete;
+    ~Poller();
+
+    /// Begins or changes the polling of a kernel interface, `key` being its name in the configuration. A
+    /// changed interval begins anew; anything else leaves its rhythm and its sequence as they are.
+    void Set(const std::string& key, Target target);
+    /// Its kernel interface has gone, or it is polled no longer. The sequence of the data source goes on
+    /// should the same kernel interface be polled again.
+    void Remove(const std::string& key);
+    /// A kernel interface is gone for good: its sequence is forgotten.
+    void Forget(std::uint32_t ifIndex);
+
+    /// Sequences begin anew, and samples are encoded like this from here on.
+    void Restart(wire::Encoding encoding);
+
+    /// Fills countersSent and lastCounters.
+    void Fill(const std::string& key, InterfaceStatus& status) const;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace manager
+
+#endif

@@ -1,0 +1,56 @@
+// The counters of network interfaces: rtnetlink's 64-bit link statistics and, where the driver gives
+// them, ethtool netlink's IEEE 802.3 statistics.
+
+#ifndef NET_COUNTERS_H
+#define NET_COUNTERS_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace net {
+
+/// As rtnl_link_stats64 has them.
+struct LinkCounters {
+    std::uint32_t ifIndex = 0;
+    std::uint64_t rxPackets = 0, txPackets = 0;
+    std::uint64_t rxBytes = 0, txBytes = 0;
+    std::uint64_t rxErrors = 0, txErrors = 0;
+    std::uint64_t rxDropped = 0, txDropped = 0;
+    std::uint64_t rxMissed = 0;
+    std::uint64_t multicast = 0;  // received
+};
+
+/// IEEE 802.3 counters that a driver keeps; those it does not keep are absent.
+struct EthernetCounters {
+    std::optional<std::uint64_t> alignmentErrors, fcsErrors, singleCollisions, multipleCollisions,
+        sqeTestErrors, deferred, lateCollisions, excessiveCollisions, macTransmitErrors,
+        carrierSenseErrors, frameTooLongs, macReceiveErrors, symbolErrors;
+    [[nodiscard]] bool Any() const;
+};
+
+class CounterReader {
+public:
+    CounterReader() = default;
+    CounterReader(const CounterReader&) = delete;
+    CounterReader& operator=(const CounterReader&) = delete;
+    virtual ~CounterReader() = default;
+
+    /// The counters of these interfaces, in any order; those that are gone are missing. The cost grows
+    /// with their number; many are read with one dump. The result is valid until the next call.
+    virtual std::span<const LinkCounters> Read(std::span<const std::uint32_t> ifIndexes) = 0;
+
+    /// What the driver counts; nothing where it counts nothing, which is remembered per interface
+    /// until Forget.
+    virtual std::optional<EthernetCounters> ReadEthernet(std::uint32_t ifIndex) = 0;
+    virtual void Forget(std::uint32_t ifIndex) = 0;
+};
+
+/// Opens its sockets; throws std::system_error.
+std::unique_ptr<CounterReader> MakeCounterReader();
+
+}  // namespace net
+
+#endif

@@ -1,0 +1,44 @@
+// Listens to rtnetlink(7) and ethtool netlink and keeps the links and the forwarding tables as the
+// kernel has them. What is lost when the kernel's messages come too fast is asked for again.
+
+#ifndef NET_MONITOR_H
+#define NET_MONITOR_H
+
+#include <memory>
+
+#include "net/forwarding.h"
+#include "net/links.h"
+
+namespace boost::asio {
+class io_context;
+}
+namespace ipc {
+class Timers;
+}
+
+namespace net {
+
+class Monitor {
+public:
+    /// Opens the sockets; throws std::system_error. The table is empty until Start. Must be outlived by
+    /// both.
+    Monitor(boost::asio::io_context& loop, ipc::Timers& timers);
+    Monitor(const Monitor&) = delete;
+    Monitor& operator=(const Monitor&) = delete;
+    ~Monitor();
+
+    /// Reads everything once, then follows it from the loop.
+    void Start();
+    void Stop();
+
+    [[nodiscard]] Links& CurrentLinks();
+    [[nodiscard]] Forwarding& CurrentForwarding();
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace net
+
+#endif
