@@ -74,8 +74,8 @@ inline constexpr std::uint64_t kNotCounted64 = ~std::uint64_t{0};
 /// if_counters (0:1).
 struct GenericCounters {
     std::uint32_t ifIndex = 0;
-    std::uint32_t ifType = 0;  // IANAifType
-    std::uint64_t speed = 0;   // bits a second; 0: unknown
+    std::uint32_t ifType = 0;     // IANAifType
+    std::uint64_t speed = 0;      // bits a second; 0: unknown
     std::uint32_t direction = 0;  // 0 unknown, 1 full duplex, 2 half duplex
     bool adminUp = false, operUp = false;
     std::uint64_t inOctets = kNotCounted64;
