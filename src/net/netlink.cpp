@@ -1,0 +1,191 @@
+// The socket: requests, dumps and what comes unasked.
+
+#include "net/netlink.h"
+
+#include <cerrno>
+#include <chrono>
+#include <exception>
+#include <system_error>
+
+#include <libmnl/libmnl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <linux/genetlink.h>
+
+namespace net {
+namespace {
+
+constexpr int kAnswerTimeMs = 5000;
+constexpr int kDumpTries = 5;
+constexpr std::size_t kBufferSize = 64 * 1024;  // the kernel's dumps take up to half of it
+
+[[noreturn]] void Fail(const char* what) { throw std::system_error(errno, std::system_category(), what); }
+
+}  // namespace
+
+NetlinkSocket::NetlinkSocket(int protocol, bool strict) : m_buffer(kBufferSize)
+{
+    m_descriptor = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol);
+    if (m_descriptor < 0) Fail("netlink socket");
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    socklen_t size = sizeof address;
+    if (bind(m_descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        getsockname(m_descriptor, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+        const int error = errno;
+        close(m_descriptor);
+        throw std::system_error(error, std::system_category(), "netlink address");
+    }
+    m_port = address.nl_pid;
+    // Without these an error has no words and a request is looked at less strictly: no reason to fail.
+    const int on = 1;
+    std::ignore = setsockopt(m_descriptor, SOL_NETLINK, NETLINK_EXT_ACK, &on, sizeof on);
+    std::ignore = setsockopt(m_descriptor, SOL_NETLINK, NETLINK_CAP_ACK, &on, sizeof on);
+    if (strict) std::ignore = setsockopt(m_descriptor, SOL_NETLINK, NETLINK_GET_STRICT_CHK, &on, sizeof on);
+}
+
+NetlinkSocket::~NetlinkSocket() { close(m_descriptor); }
+
+void NetlinkSocket::Join(std::uint32_t group)
+{
+    if (setsockopt(m_descriptor, SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0)
+        Fail("netlink group");
+}
+
+void NetlinkSocket::SetReceiveBuffer(std::size_t bytes)
+{
+    const int size = static_cast<int>(bytes);
+    if (setsockopt(m_descriptor, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) == 0) return;
+    if (setsockopt(m_descriptor, SOL_SOCKET, SO_RCVBUF, &size, sizeof size) != 0) Fail("netlink buffer");
+}
+
+std::uint32_t NetlinkSocket::Send(NetlinkRequest& request)
+{
+    nlmsghdr& message = request.Message();
+    if (++m_sequence == 0) ++m_sequence;  // 0 is what comes unasked
+    message.nlmsg_seq = m_sequence;
+    message.nlmsg_pid = m_port;
+    sockaddr_nl kernel{};
+    kernel.nl_family = AF_NETLINK;
+    ssize_t sent = -1;
+    do {
+        sent = sendto(m_descriptor, &message, message.nlmsg_len, 0, reinterpret_cast<sockaddr*>(&kernel),
+                      sizeof kernel);
+    } while (sent < 0 && errno == EINTR);
+    if (sent < 0) Fail("netlink request");
+    return m_sequence;
+}
+
+NetlinkSocket::Received NetlinkSocket::Receive(const OnMessage& message)
+{
+    for (;;) {
+        sockaddr_nl from{};
+        socklen_t fromSize = sizeof from;
+        const ssize_t size = recvfrom(m_descriptor, m_buffer.data(), m_buffer.size(), MSG_TRUNC,
+                                      reinterpret_cast<sockaddr*>(&from), &fromSize);
+        if (size < 0) {
+            if (errno == EINTR) continue;
+            if (errno == EAGAIN) return Received::kNothing;
+            if (errno == ENOBUFS) return Received::kLost;
+            Fail("netlink answer");
+        }
+        if (from.nl_pid != 0) continue;  // not from the kernel: any process may send to us
+        // The kernel sends no larger ones than the buffer asks for; if it did, something would be lost.
+        if (static_cast<std::size_t>(size) > m_buffer.size()) return Received::kLost;
+        const auto* at = reinterpret_cast<const nlmsghdr*>(m_buffer.data());
+        int left = static_cast<int>(size);
+        for (; mnl_nlmsg_ok(at, left); at = mnl_nlmsg_next(at, &left)) message(*at);
+        return Received::kMessages;
+    }
+}
+
+bool NetlinkSocket::Wait(int milliseconds) const
+{
+    pollfd waiting{m_descriptor, POLLIN, 0};
+    return poll(&waiting, 1, milliseconds) > 0;
+}
+
+NetlinkSocket::Outcome NetlinkSocket::Exchange(NetlinkRequest& request, const OnMessage& answer)
+{
+    const bool dump = (request.Message().nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP;
+    if (!dump) request.Message().nlmsg_flags |= NLM_F_ACK;
+    const std::uint32_t sequence = Send(request);
+
+    bool done = false;
+    bool interrupted = false;
+    std::optional<NetlinkError> error;
+    std::exception_ptr thrown;  // by `answer`; the rest is taken all the same, or it would lie in the way
+    const auto take = [&](const nlmsghdr& message) {
+        if (!IsAnswer(message, sequence)) return;
+        if ((message.nlmsg_flags & NLM_F_DUMP_INTR) != 0) interrupted = true;
+        if (message.nlmsg_type == NLMSG_ERROR || message.nlmsg_type == NLMSG_DONE) {
+            error = ErrorOf(message);
+            done = true;
+        } else if (message.nlmsg_type >= NLMSG_MIN_TYPE && answer && thrown == nullptr) {
+            try {
+                answer(message);
+            } catch (...) {
+                thrown = std::current_exception();
+            }
+        }
+    };
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kAnswerTimeMs);
+    while (!done) {
+        switch (Receive(take)) {
+        case Received::kMessages:
+            break;
+        case Received::kLost:
+            interrupted = true;
+            break;
+        case Received::kNothing:
+            if (!Wait(kAnswerTimeMs) || std::chrono::steady_clock::now() > deadline)
+                throw std::system_error(ETIMEDOUT, std::system_category(), "netlink answer");
+        }
+    }
+    if (thrown != nullptr) std::rethrow_exception(thrown);
+    if (error) throw std::system_error(error->number, std::system_category(), error->text);
+    return interrupted ? Outcome::kInterrupted : Outcome::kDone;
+}
+
+bool NetlinkSocket::Request(NetlinkRequest& request, const OnMessage& answer,
+                            const std::function<void()>& restart)
+{
+    for (int tries = 1;; ++tries) {
+        if (Exchange(request, answer) == Outcome::kDone) return true;
+        if (tries == kDumpTries) return false;
+        if (restart) restart();
+    }
+}
+
+GenericFamily FindGenericFamily(NetlinkSocket& socket, std::string_view name)
+{
+    NetlinkRequest request(GENL_ID_CTRL, 0);
+    genlmsghdr header{};
+    header.cmd = CTRL_CMD_GETFAMILY;
+    header.version = 1;
+    request.AddHeader(header);
+    request.AddText(CTRL_ATTR_FAMILY_NAME, name);
+    GenericFamily family;
+    socket.Request(request, [&family](const nlmsghdr& message) {
+        const auto attributes =
+            ReadAttributes<CTRL_ATTR_MCAST_GROUPS + 1>(Payload(message, sizeof(genlmsghdr)));
+        family.id = attributes[CTRL_ATTR_FAMILY_ID].U16();
+        ForEachAttribute(attributes[CTRL_ATTR_MCAST_GROUPS].Bytes(), [&family](Attribute entry) {
+            const auto group = ReadAttributes<CTRL_ATTR_MCAST_GRP_ID + 1>(entry.Bytes());
+            family.groups.emplace_back(std::string(group[CTRL_ATTR_MCAST_GRP_NAME].Text()),
+                                       group[CTRL_ATTR_MCAST_GRP_ID].U32());
+        });
+    });
+    return family;
+}
+
+std::optional<std::uint32_t> GenericFamily::Group(std::string_view name) const
+{
+    for (const auto& [group, number] : groups)
+        if (group == name) return number;
+    return std::nullopt;
+}
+
+}  // namespace net
