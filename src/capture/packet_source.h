@@ -22,6 +22,9 @@ inline constexpr std::size_t kLeastHeader = 96;
 /// Most bytes of a drawn packet that can be asked for.
 inline constexpr std::size_t kMostHeader = 512;
 
+/// The interface by which a leaving packet had entered can't be told by this source.
+inline constexpr std::uint32_t kOriginUnknown = 0xFFFFFFFF;
+
 /// How one kernel interface is sampled.
 struct Settings {
     std::uint32_t rate = 1;        // one packet of so many, on average; at least 1
@@ -34,18 +37,19 @@ struct Settings {
 /// A drawn packet. A packet that the kernel holds as several segments of one flow (GSO, GRO) stands for
 /// the frames that it is on the wire: these are what is counted and drawn from.
 struct Sample {
-    std::uint32_t ifIndex = 0;  // kernel interface at which it was drawn
-    bool egress = false;        // it was leaving by that interface; else it was entering
-    std::uint32_t origin = 0;   // egress: the interface by which it had entered the machine; 0: none
-    std::uint32_t rate = 0;     // the rate it was drawn with
-    std::uint16_t count = 1;    // frames of it that were drawn, more than one only with segments
-    std::uint16_t segments = 1;     // frames on the wire
-    std::uint16_t segmentSize = 0;  // payload of each of the segments but the last; 0: unsegmented
-    std::uint32_t length = 0;       // bytes as the kernel holds it: from the link header on, without FCS
-                                    // and without the tag that was taken away
-    std::uint16_t etherType = 0;    // host byte order, as the kernel sees it (behind a tag that it took)
-    std::uint16_t tagProtocol = 0;  // TPID of a VLAN tag the kernel took out of the packet; 0: none
-    std::uint16_t tagControl = 0;   // priority and VLAN id of that tag, host byte order
+    std::uint32_t ifIndex = 0;          // kernel interface at which it was drawn
+    bool egress = false;                // it was leaving by that interface; else it was entering
+    std::uint32_t origin = 0;           // egress: by which interface it had entered the machine; 0: none,
+                                        // it was made here; kOriginUnknown
+    std::uint32_t rate = 0;             // the rate it was drawn with
+    std::uint16_t count = 1;            // frames of it that were drawn, more than one only with segments
+    std::uint16_t segments = 1;         // frames on the wire
+    std::uint16_t segmentSize = 0;      // payload of each of the segments but the last; 0: unsegmented
+    std::uint32_t length = 0;           // bytes as the kernel holds it: from the link header on, without FCS
+                                        // and without the tag that was taken away
+    std::uint16_t etherType = 0;        // host byte order, as the kernel sees it (behind a tag that it took)
+    std::uint16_t tagProtocol = 0;      // TPID of a VLAN tag the kernel took out of the packet; 0: none
+    std::uint16_t tagControl = 0;       // priority and VLAN id of that tag, host byte order
     std::span<const std::byte> header;  // its beginning as the kernel holds it; valid in the call only
 
     /// Of the interface, since it was added to the source, both directions together, up to and with this

@@ -1,37 +1,40 @@
 // Ties the state to the kernel: binds configured interfaces to kernel interfaces as these come and go,
-// has packets drawn there, resolves where they go, encodes them once and hands them to the streams of
-// the interface's collectors. Also tells the poller whose counters to send.
+// has packets drawn there for the interface's flow collectors, and tells the poller whose counters to
+// send. The drawn packets themselves take the way of flow_export.h.
 
 #ifndef MANAGER_SAMPLING_H
 #define MANAGER_SAMPLING_H
 
+#include <cstdint>
 #include <functional>
-#include <memory>
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <unordered_map>
+#include <vector>
 
+#include "manager/configured_interface.h"
+#include "manager/flow_export.h"
 #include "manager/observer.h"
 #include "manager/status.h"
+#include "net/links.h"
 
 namespace capture {
 class PacketSource;
-class SampleSink;
 }
 namespace net {
 class Forwarding;
-class Links;
 }
 
 namespace manager {
 
 class Exporter;
 class Poller;
-class State;
 
-class Sampling {
+class Sampling final : public Observer, public net::LinkObserver {
 public:
     struct Parts {
-        const State& state;
         net::Links& links;
         net::Forwarding& forwarding;
         Exporter& exporter;
@@ -40,31 +43,60 @@ public:
     using WallClock = std::function<WallTime()>;
 
     /// `added` is a direction that is sampled besides the one each interface asks for. The parts must
-    /// outlive it.
+    /// outlive it. Add it to the state as an observer; it adds itself to the links.
     Sampling(const Parts& parts, std::optional<Direction> added, WallClock clock);
-    Sampling(const Sampling&) = delete;
-    Sampling& operator=(const Sampling&) = delete;
-    ~Sampling();
 
-    /// Hears of the state's changes: add it to the state.
-    [[nodiscard]] Observer& AsObserver();
-    /// Takes drawn packets: give it to the source.
-    [[nodiscard]] capture::SampleSink& AsSink();
+    /// Takes the drawn packets: give it to the source.
+    [[nodiscard]] capture::SampleSink& Sink() { return m_flows; }
 
-    /// The source to draw with; none: nothing is sampled, counters are. Before the loop runs. It must
-    /// outlive this, but for the last call to End.
+    /// The source to draw with; null: nothing is sampled, counters are. The source must live until End.
     void SetSource(capture::PacketSource* source, SourceStatus status);
     /// Ends all sampling: the source may go.
     void End();
 
-    [[nodiscard]] const SourceStatus& Source() const;
-    /// What happens at an interface of the state. Reads the source's counts once for all interfaces and
-    /// keeps them until the loop goes on.
-    [[nodiscard]] InterfaceStatus Status(const std::string& interface);
+    [[nodiscard]] const SourceStatus& Source() const { return m_sourceStatus; }
+    /// What happens at each interface of the state, by its name. Reads the source's counts.
+    [[nodiscard]] std::map<std::string, InterfaceStatus> Interfaces();
+
+    void AgentAddressChanged(std::optional<std::uint32_t> address) override;
+    void CollectorChanged(const std::string& name, const CollectorSettings& settings) override;
+    void CollectorRemoved(const std::string& name) override;
+    void InterfaceChanged(const std::string& name, const InterfaceSettings& settings) override;
+    void InterfaceRemoved(const std::string& name) override;
+    void Attached(const std::string& interface, Kind kind, const std::string& collector) override;
+    void Detached(const std::string& interface, Kind kind, const std::string& collector) override;
+
+    void LinkChanged(const net::Link& link) override;
+    void LinkRemoved(const net::Link& link) override;
 
 private:
-    class Impl;
-    std::unique_ptr<Impl> m_impl;
+    void Refresh(ConfiguredInterface& interface);
+    void RefreshNamed(const net::Link& link);
+    [[nodiscard]] const net::Link* LinkFor(const ConfiguredInterface& interface) const;
+    void Bind(ConfiguredInterface& interface, const net::Link& link);
+    void Unbind(ConfiguredInterface& interface);
+    [[nodiscard]] std::vector<Stream*> ExistingStreams(const std::set<std::string>& collectors) const;
+    void RemoveUser(const std::string& collector, ConfiguredInterface& interface);
+
+    [[nodiscard]] std::optional<capture::Settings> WantedSampling(const ConfiguredInterface& interface) const;
+    void ApplySampling(ConfiguredInterface& interface);
+    void EndSampling(DataSource& source);
+    void ApplyPolling(ConfiguredInterface& interface);
+    void UseExpandedEncoding();
+
+    [[nodiscard]] InterfaceStatus StatusOf(const ConfiguredInterface& interface,
+                                           const capture::Counts& counts) const;
+
+    net::Links& m_links;
+    Exporter& m_exporter;
+    Poller& m_poller;
+    const std::optional<Direction> m_added;
+    capture::PacketSource* m_source = nullptr;
+    SourceStatus m_sourceStatus{.kind = "none", .reason = "", .permission = true};
+    FlowExport m_flows;
+    std::unordered_map<std::string, ConfiguredInterface> m_interfaces;  // pointers to elements are kept
+    /// The interfaces that a collector is attached to, for any kind.
+    std::unordered_map<std::string, std::set<ConfiguredInterface*>> m_users;
 };
 
 }  // namespace manager

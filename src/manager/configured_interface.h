@@ -1,0 +1,58 @@
+// One interface of the configuration with what has become of it: the kernel interface it is bound to, the
+// streams of its collectors, and the numbers of its data source. Plain records of sampling.
+
+#ifndef MANAGER_CONFIGURED_INTERFACE_H
+#define MANAGER_CONFIGURED_INTERFACE_H
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "capture/packet_source.h"
+#include "manager/operation.h"
+#include "manager/status.h"
+
+namespace manager {
+
+class Stream;
+struct DataSource;
+
+struct ConfiguredInterface {
+    std::string name;
+    InterfaceSettings settings;
+    std::array<std::set<std::string>, kKinds> collectors;  // names, also of those that do not exist
+    std::array<std::vector<Stream*>, kKinds> streams;      // of those that do
+    DataSource* source = nullptr;                          // null: no kernel interface has its name
+
+    [[nodiscard]] std::set<std::string>& Of(Kind kind) { return collectors[static_cast<std::size_t>(kind)]; }
+    [[nodiscard]] std::vector<Stream*>& StreamsOf(Kind kind)
+    {
+        return streams[static_cast<std::size_t>(kind)];
+    }
+    [[nodiscard]] const std::vector<Stream*>& StreamsOf(Kind kind) const
+    {
+        return streams[static_cast<std::size_t>(kind)];
+    }
+};
+
+/// A kernel interface that is bound to a configured one, or was: its sequence and its counts go on for
+/// as long as it exists, however often its sampling begins and ends.
+struct DataSource {
+    std::uint32_t ifIndex = 0;
+    std::uint16_t hardwareType = 0;
+    ConfiguredInterface* boundTo = nullptr;
+    std::optional<capture::Settings> sampledWith;  // none: nothing is drawn there
+    std::string error;                             // why not, where it should be
+    std::uint32_t sequence = 0;                    // of the last flow sample
+    capture::Counts before;                        // of all the times it was sampled earlier
+    std::uint64_t samples = 0;
+    std::uint64_t dropsNoCollector = 0;
+    std::optional<WallTime> lastSample;
+};
+
+}  // namespace manager
+
+#endif

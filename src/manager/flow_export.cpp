@@ -1,0 +1,130 @@
+#include "manager/flow_export.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "manager/exporter.h"
+#include "net/forwarding.h"
+
+namespace manager {
+namespace {
+
+constexpr std::size_t kMacSize = 6;
+
+}  // namespace
+
+FlowExport::FlowExport(net::Forwarding& forwarding, Exporter& exporter, std::function<WallTime()> clock)
+    : m_forwarding(forwarding), m_exporter(exporter), m_clock(std::move(clock))
+{
+}
+
+void FlowExport::OnSamples(std::span<const capture::Sample> samples)
+{
+    const WallTime now = m_clock();
+    DataSource* source = nullptr;
+    for (const capture::Sample& sample : samples) {
+        if (source == nullptr || source->ifIndex != sample.ifIndex) {
+            const auto at = m_sources.find(sample.ifIndex);
+            source = at == m_sources.end() ? nullptr : &at->second;
+        }
+        if (source == nullptr || source->boundTo == nullptr) continue;
+        source->lastSample = now;
+        Take(sample, *source);
+    }
+}
+
+void FlowExport::OnDrained() { m_exporter.Flush(); }
+
+void FlowExport::Restart(wire::Encoding encoding)
+{
+    m_encoding = encoding;
+    for (auto& [ifIndex, source] : m_sources) source.sequence = 0;
+}
+
+const DataSource* FlowExport::Find(std::uint32_t ifIndex) const
+{
+    const auto at = m_sources.find(ifIndex);
+    return at == m_sources.end() ? nullptr : &at->second;
+}
+
+void FlowExport::Take(const capture::Sample& sample, DataSource& source)
+{
+    const ConfiguredInterface& interface = *source.boundTo;
+    const std::vector<Stream*>& streams = interface.StreamsOf(Kind::kFlow);
+    if (streams.empty()) {
+        source.dropsNoCollector += sample.count;
+        return;
+    }
+    DescribePacket(sample, source.hardwareType, m_flow);
+    DescribePath(sample, OuterTag(sample));
+    m_flow.source = source.ifIndex;
+    m_flow.maxHeader = interface.settings.maxHeaderSize;
+    // Collectors see 32 bits of both counts.
+    m_flow.pool = static_cast<std::uint32_t>(source.before.pool + sample.pool);
+    m_flow.drops = static_cast<std::uint32_t>(source.before.drops + sample.drops);
+    const bool all = sample.segments > 1 && sample.count == sample.segments;
+    for (std::uint16_t i = 0; i < sample.count; ++i) {
+        // Which of the segments were drawn is not known, but that of all of them one is the last.
+        if (all && i + 1 == sample.count)
+            m_flow.frameLength -=
+                LengthsOf(sample).each - std::min(LengthsOf(sample).last, LengthsOf(sample).each);
+        m_flow.sequence = ++source.sequence;
+        ++source.samples;
+        Send(streams);
+    }
+}
+
+void FlowExport::DescribePath(const capture::Sample& sample, Tag tag)
+{
+    if (!sample.egress) {
+        const net::Destination destination =
+            m_forwarding.Resolve({sample.ifIndex, sample.etherType, tag.vlan, sample.header});
+        DescribeIngress(sample.ifIndex, tag, destination, m_flow);
+        return;
+    }
+    m_flow.input = OriginOf(sample, tag);
+    m_flow.output = {wire::Port::Format::kSingle, sample.ifIndex};
+    const std::uint16_t untagged = tag.vlan != 0 ? std::uint16_t{0} : m_forwarding.PortVlan(sample.ifIndex);
+    m_flow.inputVlan = m_flow.outputVlan = tag.vlan != 0 ? tag.vlan : untagged;
+    m_flow.inputPriority = m_flow.outputPriority = tag.priority;
+    m_flow.router.reset();
+}
+
+wire::Port FlowExport::OriginOf(const capture::Sample& sample, Tag tag)
+{
+    if (sample.origin == 0) return wire::kInternalPort;
+    if (sample.origin != capture::kOriginUnknown) return {wire::Port::Format::kSingle, sample.origin};
+    // Where an answer to it would go is where it came from.
+    std::array<std::byte, 2 * kMacSize + 2> answer{};
+    if (sample.header.size() < answer.size()) return {};
+    const auto from = sample.header.begin();
+    std::copy_n(from + kMacSize, kMacSize, answer.begin());
+    std::copy_n(from, kMacSize, answer.begin() + kMacSize);
+    std::copy_n(from + 2 * kMacSize, 2, answer.begin() + 2 * kMacSize);
+    const net::Destination back = m_forwarding.Resolve({sample.ifIndex, sample.etherType, tag.vlan, answer});
+    if (back.kind == net::Destination::Kind::kInterface) return {wire::Port::Format::kSingle, back.ifIndex};
+    if (back.kind == net::Destination::Kind::kLocal) return wire::kInternalPort;
+    return {};
+}
+
+void FlowExport::Send(const std::vector<Stream*>& streams)
+{
+    const std::size_t size = wire::Encode(m_flow, m_encoding, m_encoded);
+    bool cut = false;
+    for (Stream* stream : streams) {
+        if (stream->Room() < size)
+            cut = true;
+        else
+            stream->Put({m_encoded.data(), size}, Stream::Sample::kFlow);
+    }
+    if (!cut) return;
+    // Collectors with datagrams too small for it get it with less of the packet's header.
+    for (Stream* stream : streams) {
+        if (stream->Room() >= size) continue;
+        std::array<std::byte, wire::kMaxFlowSample> shorter;
+        const std::size_t fits = wire::Encode(m_flow, m_encoding, std::span(shorter).first(stream->Room()));
+        stream->Put({shorter.data(), fits}, Stream::Sample::kFlow);
+    }
+}
+
+}  // namespace manager

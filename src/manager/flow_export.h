@@ -1,0 +1,62 @@
+// The way of a drawn packet from the packet source to the streams: finds its data source, resolves where
+// it goes, encodes it once. Everything here runs once a sample, at up to a million samples a second.
+
+#ifndef MANAGER_FLOW_EXPORT_H
+#define MANAGER_FLOW_EXPORT_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <unordered_map>
+#include <vector>
+
+#include "capture/packet_source.h"
+#include "manager/configured_interface.h"
+#include "manager/flow_sample.h"
+#include "wire/encode.h"
+
+namespace net {
+class Forwarding;
+}
+
+namespace manager {
+
+class Exporter;
+
+using DataSources = std::unordered_map<std::uint32_t, DataSource>;  // by kernel interface
+
+class FlowExport : public capture::SampleSink {
+public:
+    /// Both must outlive it.
+    FlowExport(net::Forwarding& forwarding, Exporter& exporter, std::function<WallTime()> clock);
+
+    void OnSamples(std::span<const capture::Sample> samples) override;
+    void OnDrained() override;
+
+    [[nodiscard]] DataSources& Sources() { return m_sources; }
+    /// Null where there is none.
+    [[nodiscard]] const DataSource* Find(std::uint32_t ifIndex) const;
+    [[nodiscard]] wire::Encoding Encoding() const { return m_encoding; }
+    /// From the next sample on, which is the first of its data source again.
+    void Restart(wire::Encoding encoding);
+
+private:
+    void Take(const capture::Sample& sample, DataSource& source);
+    void DescribePath(const capture::Sample& sample, Tag tag);
+    [[nodiscard]] wire::Port OriginOf(const capture::Sample& sample, Tag tag);
+    void Send(const std::vector<Stream*>& streams);
+
+    net::Forwarding& m_forwarding;
+    Exporter& m_exporter;
+    std::function<WallTime()> m_clock;
+    DataSources m_sources;
+    wire::Encoding m_encoding = wire::Encoding::kCompact;
+    wire::FlowSample m_flow;  // made once: its fields are filled anew for each sample
+    std::array<std::byte, wire::kMaxFlowSample> m_encoded{};
+};
+
+}  // namespace manager
+
+#endif
