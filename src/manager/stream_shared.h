@@ -1,0 +1,33 @@
+// What the streams of one exporter have in common, and the list of those that wait to be sent. The exporter
+// owns it and its streams; nobody else uses it.
+
+#ifndef MANAGER_STREAM_SHARED_H
+#define MANAGER_STREAM_SHARED_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "manager/exporter.h"
+#include "manager/stream_pool.h"
+
+namespace manager {
+
+class CollectorStream;
+
+struct StreamShared {
+    Exporter::Clock clock;
+    Exporter::Uptime uptime;
+    std::uint32_t mark = 0;
+    std::uint32_t agentAddress = 0;  // network byte order
+    std::string limitation;
+    StreamPool pool;
+    std::vector<CollectorStream*> waiting;  // have had something to send since the last SendAll; no null
+
+    /// Sends what waits on all streams, which gives all memory back to the pool.
+    void SendAll();
+};
+
+}  // namespace manager
+
+#endif

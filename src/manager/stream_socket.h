@@ -1,0 +1,78 @@
+// The UDP socket of one collector: connected, so that the ICMP errors on it are that collector's own, and
+// never blocking. Hands datagrams to the kernel with as few system calls as may be and says exactly
+// which of them were taken. Counts and logs nothing; the stream that owns it does.
+
+#ifndef MANAGER_STREAM_SOCKET_H
+#define MANAGER_STREAM_SOCKET_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <system_error>
+
+#include "manager/stream_datagram.h"
+
+namespace manager {
+
+/// What became of the datagrams of one Send.
+struct SendResult {
+    std::uint64_t taken = 0;  // bit n: datagram n was taken by the kernel
+    unsigned errors = 0;      // a datagram's repeated error counts once
+    std::error_code error;    // the last of them
+    bool renew = false;       // the socket's route or source address is gone: connect anew
+};
+
+class StreamSocket {
+public:
+    struct Options {
+        std::uint32_t mark = 0;       // SO_MARK; 0: none
+        int sendBuffer = 512 * 1024;  // bytes, which the kernel doubles for its own needs
+    };
+
+    explicit StreamSocket(const Options& options) : m_options(options) {}
+    StreamSocket(const StreamSocket&) = delete;
+    StreamSocket& operator=(const StreamSocket&) = delete;
+    ~StreamSocket() { Close(); }
+
+    /// Opens a new socket, in place of one that is open, and connects it. Address in network byte
+    /// order, port in the host's.
+    std::error_code Connect(std::uint32_t address, std::uint16_t port);
+    void Close();
+    [[nodiscard]] bool Connected() const { return m_connected; }
+
+    /// Sends at most kMaxDatagrams datagrams that lie at `bytes` one behind the other. An error that an
+    /// earlier datagram caused (ICMP) costs none of these. Where the kernel refuses to cut messages, the same
+    /// datagrams go one by one.
+    [[nodiscard]] SendResult Send(const std::byte* bytes, std::span<const Datagram> datagrams);
+
+    /// Whether messages of several datagrams are tried. False once the kernel has refused one: the
+    /// device can't, or the datagrams are larger than the path's MTU.
+    [[nodiscard]] bool Segments() const { return m_segments; }
+    /// Tries them again, on a kernel that knows them.
+    void TrySegments() { m_segments = m_kernelSegments; }
+
+    /// The error of marking the socket at the last Connect.
+    [[nodiscard]] const std::error_code& MarkError() const { return m_markError; }
+
+    /// Whether this process may mark its datagrams.
+    static std::error_code CheckMark(std::uint32_t mark);
+
+private:
+    class Messages;
+    /// Sends the messages from the first on. Returns how many are done with, taken or lost: fewer than
+    /// there are where the next one is refused as a message of several datagrams, and when it gives up.
+    std::size_t SendMessages(Messages& messages, std::size_t first, SendResult& result, bool& gaveUp);
+    void DrainErrors() const;
+    void SetOptions();
+
+    Options m_options;
+    int m_fd = -1;
+    bool m_connected = false;
+    bool m_kernelSegments = false;
+    bool m_segments = false;
+    std::error_code m_markError;
+};
+
+}  // namespace manager
+
+#endif

@@ -1,0 +1,68 @@
+// A collector for tests of the export: a UDP socket that takes every datagram, and a reader of what the
+// exporter itself writes into it. It knows the samples of this suite only: a type, a length, a number and a
+// pattern.
+
+#ifndef TESTS_EXPORTER_COLLECTOR_H
+#define TESTS_EXPORTER_COLLECTOR_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "manager/exporter.h"
+
+namespace exporter_test {
+
+using Bytes = std::vector<std::byte>;
+
+struct Numbered {
+    std::uint32_t number = 0;
+    manager::Stream::Sample kind = manager::Stream::Sample::kFlow;
+    friend bool operator==(const Numbered&, const Numbered&) = default;
+};
+
+/// `size` bytes, a multiple of four and at least 12.
+Bytes MakeSample(const Numbered& numbered, std::size_t size);
+
+struct Received {
+    std::size_t size = 0;
+    std::string agent;
+    std::uint32_t subAgent = 0, sequence = 0, uptime = 0;
+    std::vector<Numbered> samples;
+    std::uint16_t sourcePort = 0;
+};
+
+/// IPv4 text as the settings want it.
+std::uint32_t Address(const std::string& text);
+manager::CollectorSettings Settings(const std::string& address, std::uint16_t port, std::uint16_t size);
+
+class Collector {
+public:
+    enum class Merge : std::uint8_t { kOff, kOn };  // UDP_GRO
+
+    Collector(const std::string& address, std::uint16_t port, Merge merge = Merge::kOff);
+    Collector(const Collector&) = delete;
+    Collector& operator=(const Collector&) = delete;
+    ~Collector();
+
+    /// Waits until there are that many datagrams, or for five seconds without one. Throws where a datagram is
+    /// not exactly what the exporter should write.
+    std::vector<Received> Take(std::size_t datagrams);
+    /// What is there now.
+    std::vector<Received> TakeAll();
+
+private:
+    /// False where nothing came in that time.
+    bool Read(int milliseconds);
+    int m_socket = -1;
+    std::vector<Received> m_received;
+};
+
+/// Of all datagrams, in their order.
+std::vector<Numbered> Samples(const std::vector<Received>& received);
+std::vector<std::uint32_t> Sequences(const std::vector<Received>& received);
+
+}  // namespace exporter_test
+
+#endif
