@@ -5,13 +5,13 @@
 #ifndef MANAGER_POLLER_H
 #define MANAGER_POLLER_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "manager/exporter.h"
 #include "manager/status.h"
 #include "wire/sample.h"
 
@@ -21,9 +21,11 @@ class Timers;
 namespace net {
 class CounterReader;
 class Links;
-}
+}  // namespace net
 
 namespace manager {
+
+class Stream;
 
 class Poller {
 public:
@@ -31,17 +33,20 @@ public:
     using WallClock = std::function<std::chrono::system_clock::time_point()>;
     /// A number below its argument, at random: the start of the first interval, in milliseconds.
     using Random = std::function<std::uint32_t(std::uint32_t)>;
+    /// Sends what the streams hold: Exporter::Flush. Called once after all that was due at a time.
+    using Flush = std::function<void()>;
 
     struct Target {
         std::uint32_t ifIndex = 0;
         std::uint16_t interval = 0;  // seconds; 0: not polled
         std::string name;            // the interface's name in the configuration: the port name sent
-        std::vector<Stream*> streams;  // its counter collectors; none: not polled
+        /// Its counter collectors, alive while they stand here. None: not polled.
+        std::vector<Stream*> streams;
     };
 
     /// All must outlive it.
-    Poller(ipc::Timers& timers, net::CounterReader& reader, const net::Links& links, Exporter& exporter,
-           Clock clock, WallClock wallClock, Random random);
+    Poller(ipc::Timers& timers, net::CounterReader& reader, const net::Links& links, Flush flush, Clock clock,
+           WallClock wallClock, Random random);
     Poller(const Poller&) = delete;
     Poller& operator=(const Poller&) = delete;
     ~Poller();
