@@ -1,0 +1,74 @@
+// What the program in the kernel and the process say to each other: map values, shared words and the
+// records of the ring. C and C++; host byte order throughout.
+
+#ifndef CAPTURE_BPF_RECORDS_H
+#define CAPTURE_BPF_RECORDS_H
+
+#include <linux/types.h>
+
+#include "gap.h"
+
+enum {
+    kMostPorts = 65536,       // interfaces times directions
+    kEgressBit = 1U << 31,    // of a port's key, which is else the interface's index
+    kMostRecordHeader = 512,  // bytes of a packet in the largest class of records
+};
+
+/// Of one port, as user space wants it: value of `settings`.
+struct PortSettings {
+    __u32 rate;
+    struct GapScale scale;
+    __u32 wanted;       // bytes of a packet's beginning
+    __u32 slot;         // how user space finds the interface again
+    __u32 incarnation;  // tells it from the slot's former interfaces
+};
+
+/// Of one port and CPU: value of `ports`. All zero when made.
+struct PortState {
+    __u64 pool;        // frames seen
+    __u64 drops;       // frames drawn that found no room
+    __u32 skip;        // the next drawn frame is the skip-th from here
+    __u32 generation;  // of the settings below, with which `skip` was drawn; 0: never
+    struct PortSettings settings;
+};
+
+/// Of one CPU, all ports together.
+struct CpuState {
+    __u64 bytes;  // written since the fill of the ring was last looked at
+};
+
+/// A drawn packet; `captured` bytes of it follow.
+struct Record {
+    __u64 pool;  // of this port and CPU, this packet included
+    __u64 drops;
+    __u32 slot;
+    __u32 incarnation;
+    __u32 rate;
+    __u32 origin;
+    __u32 length;
+    __u16 hits;
+    __u16 segments;
+    __u16 segmentSize;
+    __u16 etherType;
+    __u16 tagProtocol;
+    __u16 tagControl;
+    __u16 captured;
+    __u16 cpu;
+    __u8 egress;
+    __u8 unused[3];
+};
+
+/// Words that both sides write.
+struct SharedWords {
+    /// User space has changed settings: ports take them and draw their skip anew. Never 0.
+    __u32 generation;
+    /// 1: user space sleeps and is to be woken by the next record, which sets it to 0.
+    __u32 waiting;
+    /// 1: user space has been woken because the ring fills; it sets this to 0 before it looks.
+    __u32 pressing;
+    __u32 unused;
+    /// Nanoseconds of the monotonic clock when user space last said that it lives.
+    __u64 heartbeat;
+};
+
+#endif

@@ -1,0 +1,245 @@
+// Draws packets at an interface's ingress and egress hook and hands their beginnings to the process
+// through one ring. Touches no packet: the verdict is always "next". Nearly all packets take the short
+// road through Look: one look-up, two additions, one subtraction.
+
+#include <linux/bpf.h>
+
+#include <bpf/bpf_endian.h>
+#include <bpf/bpf_helpers.h>
+
+#include "gap.h"
+#include "records.h"
+
+#define TC_NEXT (-1)
+// Frames of one packet that are drawn by a gap each; what lies beyond is drawn in one.
+#define MOST_GAPS 128
+#define STALE_NS 2000000000ULL
+#define NEVER 0xffffffffU
+
+// Set by user space before the program is loaded.
+const volatile __u32 ownMark = 0;
+const volatile __u32 useHeartbeat = 0;
+const volatile __u64 wakeBytes = 0;   // the ring is filling when so much is in it
+const volatile __u64 checkBytes = 0;  // a CPU looks at the fill each time it has written so much
+const volatile __u32 logTable[kLogTableSize] = {0};
+
+struct SharedWords shared = {0};
+
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_HASH);
+    __uint(map_flags, BPF_F_NO_PREALLOC);
+    __uint(max_entries, kMostPorts);
+    __type(key, __u32);
+    __type(value, struct PortState);
+} ports SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(map_flags, BPF_F_NO_PREALLOC);
+    __uint(max_entries, kMostPorts);
+    __type(key, __u32);
+    __type(value, struct PortSettings);
+} settings SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, struct CpuState);
+} cpus SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_RINGBUF);
+    __uint(max_entries, 4194304);
+} ring SEC(".maps");
+
+#define Volatile(word) (*(volatile __typeof__(word)*)&(word))
+// Keeps the compiler from undoing what the verifier needs to see.
+#define Opaque(variable) asm volatile("" : "+r"(variable))
+
+static __always_inline __u32 NextGap(const struct PortSettings* own)
+{
+    const __u64 bits = (__u64)bpf_get_prandom_u32() << 32 | bpf_get_prandom_u32();
+    return GapOf(bits, own->scale, logTable);
+}
+
+static __noinline int TakeSettings(struct PortState* port, __u32 key, __u32 generation)
+{
+    const struct PortSettings* own = bpf_map_lookup_elem(&settings, &key);
+
+    port->generation = generation;
+    if (!own) {
+        port->settings.rate = 0;
+        port->skip = NEVER;
+        return 0;
+    }
+    port->settings = *own;
+    port->skip = NextGap(&port->settings);
+    return 0;
+}
+
+// How many of the frames are drawn, the skip of the first being known; leaves the skip behind them.
+static __noinline __u32 Hits(struct PortState* port, __u32 frames)
+{
+    const __u32 rate = port->settings.rate;
+    __u32 hits = 0, skip = port->skip;
+
+    if (rate <= 1) return rate == 0 ? 0 : frames;
+    for (int i = 0; i < MOST_GAPS && skip <= frames; ++i) {
+        frames -= skip;
+        ++hits;
+        skip = NextGap(&port->settings);
+    }
+    if (skip <= frames) {  // very many segments at a very low rate: the right mean, less variance
+        hits += (frames + bpf_get_prandom_u32() % rate) / rate;
+        skip = NextGap(&port->settings);
+    } else {
+        skip -= frames;
+    }
+    port->skip = skip;
+    return hits;
+}
+
+static __always_inline __u64 WakeUp(__u32 bytes)
+{
+    struct CpuState* cpu;
+    __u32 zero = 0;
+
+    if (Volatile(shared.waiting)) {
+        Volatile(shared.waiting) = 0;
+        return BPF_RB_FORCE_WAKEUP;
+    }
+    cpu = bpf_map_lookup_elem(&cpus, &zero);
+    if (!cpu) return BPF_RB_NO_WAKEUP;
+    cpu->bytes += bytes;
+    if (cpu->bytes < checkBytes) return BPF_RB_NO_WAKEUP;
+    cpu->bytes = 0;
+    if (Volatile(shared.pressing) || bpf_ringbuf_query(&ring, BPF_RB_AVAIL_DATA) < wakeBytes)
+        return BPF_RB_NO_WAKEUP;
+    Volatile(shared.pressing) = 1;
+    return BPF_RB_FORCE_WAKEUP;
+}
+
+static __always_inline void Fill(struct Record* record, const struct __sk_buff* packet,
+                                 const struct PortState* port, __u32 egress)
+{
+    record->pool = port->pool;
+    record->drops = port->drops;
+    record->slot = port->settings.slot;
+    record->incarnation = port->settings.incarnation;
+    record->rate = port->settings.rate;
+    record->origin = egress ? packet->ingress_ifindex : 0;
+    record->length = packet->len;
+    record->segmentSize = (__u16)packet->gso_size;
+    record->etherType = bpf_ntohs((__u16)packet->protocol);
+    if (packet->vlan_present) {
+        record->tagProtocol = bpf_ntohs((__u16)packet->vlan_proto);
+        record->tagControl = (__u16)packet->vlan_tci;
+    } else {
+        record->tagProtocol = 0;
+        record->tagControl = 0;
+    }
+    record->cpu = (__u16)bpf_get_smp_processor_id();
+    record->egress = (__u8)egress;
+}
+
+// A record with room for so many bytes of the packet; the ring wants constant sizes.
+#define HAND_OVER(name, room)                                                                      \
+    static __noinline int name(struct __sk_buff* packet, struct PortState* port, __u32 counts,     \
+                               __u32 captured, __u32 egress)                                       \
+    {                                                                                              \
+        struct Record* record = bpf_ringbuf_reserve(&ring, sizeof(struct Record) + (room), 0);     \
+        if (!record) {                                                                             \
+            port->drops += counts & 0xffff;                                                        \
+            return 0;                                                                              \
+        }                                                                                          \
+        Fill(record, packet, port, egress);                                                        \
+        record->hits = (__u16)counts;                                                              \
+        record->segments = (__u16)(counts >> 16);                                                  \
+        Opaque(captured);                                                                          \
+        if (captured > (room)) captured = (room);                                                  \
+        if (captured > 0 && bpf_skb_load_bytes(packet, 0, record + 1, captured) < 0) captured = 0; \
+        record->captured = (__u16)captured;                                                        \
+        bpf_ringbuf_submit(record, WakeUp(sizeof(struct Record) + 8 + (room)));                    \
+        return 0;                                                                                  \
+    }
+HAND_OVER(HandOver64, 64)
+HAND_OVER(HandOver128, 128)
+HAND_OVER(HandOver256, 256)
+HAND_OVER(HandOver512, kMostRecordHeader)
+
+static __noinline int Draw(struct __sk_buff* packet, struct PortState* port, __u32 frames, __u32 egress)
+{
+    const __u32 hits = Hits(port, frames);
+    const __u32 counts = (frames & 0xffff) << 16 | (hits & 0xffff);
+    __u32 captured = port->settings.wanted;
+
+    if (hits == 0) return 0;
+    if (captured > packet->len) captured = packet->len;
+    if (captured <= 64) return HandOver64(packet, port, counts, captured, egress);
+    if (captured <= 128) return HandOver128(packet, port, counts, captured, egress);
+    if (captured <= 256) return HandOver256(packet, port, counts, captured, egress);
+    return HandOver512(packet, port, counts, captured, egress);
+}
+
+// The frames of a packet whose segments nobody has counted yet: a virtual machine's, for one. Counts as
+// the stack will when it cuts the packet: by what follows the transport header.
+static __noinline __u32 CountSegments(struct __sk_buff* packet)
+{
+    const __u32 size = packet->gso_size;
+    __u32 at = 14, protocol = 0, segments;
+    __u8 byte = 0;
+
+    if (bpf_skb_load_bytes(packet, at, &byte, 1) < 0 || size == 0) return 1;
+    if (byte >> 4 == 4) {
+        const __u32 words = byte & 15;
+        if (bpf_skb_load_bytes(packet, at + 9, &byte, 1) < 0) return 1;
+        protocol = byte;
+        at += words * 4;
+    } else if (byte >> 4 == 6) {
+        if (bpf_skb_load_bytes(packet, at + 6, &byte, 1) < 0) return 1;
+        protocol = byte;
+        at += 40;
+    }
+    if (protocol == 6) {
+        if (bpf_skb_load_bytes(packet, at + 12, &byte, 1) < 0) return 1;
+        at += (__u32)(byte >> 4) * 4;
+    } else {
+        at += 8;
+    }
+    if (packet->len <= at) return 1;
+    segments = (packet->len - at + size - 1) / size;
+    return segments > 0xffff ? 0xffff : segments;
+}
+
+static __always_inline int Look(struct __sk_buff* packet, __u32 egress)
+{
+    struct PortState* port;
+    __u32 key, frames, generation;
+
+    if (ownMark != 0 && packet->mark == ownMark) return TC_NEXT;
+    if (useHeartbeat != 0 && bpf_ktime_get_coarse_ns() > Volatile(shared.heartbeat) + STALE_NS)
+        return TC_NEXT;
+    key = packet->ifindex | (egress ? kEgressBit : 0);
+    port = bpf_map_lookup_elem(&ports, &key);
+    if (!port) return TC_NEXT;
+
+    frames = packet->gso_segs;
+    if (frames == 0) frames = packet->gso_size == 0 ? 1 : CountSegments(packet);
+    port->pool += frames;
+    generation = Volatile(shared.generation);
+    if (port->generation != generation) TakeSettings(port, key, generation);
+    if (port->skip > frames)
+        port->skip -= frames;
+    else
+        Draw(packet, port, frames, egress);
+    return TC_NEXT;
+}
+
+SEC("tc")
+int sflow_ingress(struct __sk_buff* packet) { return Look(packet, 0); }
+
+SEC("tc")
+int sflow_egress(struct __sk_buff* packet) { return Look(packet, 1); }
+
+char licence[] SEC("license") = "GPL";

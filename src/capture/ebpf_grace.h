@@ -1,0 +1,50 @@
+// Makes attaching to many interfaces quick. Not needed for correctness; used by the eBPF source.
+//
+// Each attachment and detachment waits in the kernel, holding the lock of all network configuration,
+// until every CPU has passed a quiet moment: some 12 ms. An expedited wait interrupts the CPUs instead
+// and takes some 40 us. So while several come in a row, /sys/kernel/rcu_expedited is set: 4,096
+// interfaces then take less than a second instead of a minute, during which nobody could have changed the
+// network's configuration either. The price: for that time every such wait in the machine interrupts its
+// CPUs, which real-time work may notice. That is why a single change does not switch it on, why it
+// goes off 100 to 200 ms after the last, and why a value that somebody else has set is left alone. A
+// process that is killed in between leaves it on: harmless, and the next burst's end does not undo it.
+
+#ifndef CAPTURE_EBPF_GRACE_H
+#define CAPTURE_EBPF_GRACE_H
+
+#include <memory>
+#include <string>
+
+namespace ipc {
+class Timers;
+}
+
+namespace capture {
+
+class GracePeriods {
+public:
+    /// Opens the switch now: later there may be no privilege to do so. Without it all steps are slow.
+    explicit GracePeriods(ipc::Timers& timers, const std::string& path = "/sys/kernel/rcu_expedited");
+    ~GracePeriods();
+    GracePeriods(const GracePeriods&) = delete;
+    GracePeriods& operator=(const GracePeriods&) = delete;
+
+    /// An attachment or detachment comes next.
+    void Step();
+
+private:
+    void Arm();
+    void SwitchOn();
+    void SwitchOff();
+
+    ipc::Timers& m_timers;
+    int m_file = -1;
+    int m_steps = 0;       // in this row
+    bool m_again = false;  // a step since the timer was armed
+    bool m_on = false;     // we have set it
+    std::shared_ptr<void> m_quiet;
+};
+
+}  // namespace capture
+
+#endif

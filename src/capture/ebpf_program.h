@@ -1,0 +1,64 @@
+// The sampling program as it stands in the kernel, with its maps. Knows neither hooks nor interfaces: a
+// port is a key (records.h). Used by the eBPF source.
+
+#ifndef CAPTURE_EBPF_PROGRAM_H
+#define CAPTURE_EBPF_PROGRAM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "capture/bpf/records.h"
+#include "capture/packet_source.h"
+
+struct sampler;  // libbpf's skeleton
+
+namespace capture {
+
+/// What the kernel's refusal means to an operator.
+[[nodiscard]] Unavailable Refusal(const char* what, int error);
+
+class EbpfProgram {
+public:
+    /// Loads it. With `heartbeat` it passes everything on without counting while the process's last sign
+    /// of life (Shared().heartbeat) is older than two seconds. Throws Unavailable.
+    EbpfProgram(const SourceOptions& options, bool heartbeat);
+    ~EbpfProgram();
+    EbpfProgram(const EbpfProgram&) = delete;
+    EbpfProgram& operator=(const EbpfProgram&) = delete;
+
+    [[nodiscard]] int IngressFile() const;
+    [[nodiscard]] int EgressFile() const;
+    [[nodiscard]] int RingFile() const;
+    [[nodiscard]] std::size_t RingSize() const { return m_ringSize; }
+    [[nodiscard]] volatile SharedWords& Shared();
+
+    /// A port with counts of zero. Throws Unavailable.
+    void Create(std::uint32_t key);
+    /// In effect after NextGeneration. Throws Unavailable.
+    void Set(std::uint32_t key, const PortSettings& settings);
+    void NextGeneration();
+    void Erase(std::uint32_t key);
+
+    /// Zero for a port that is not there.
+    [[nodiscard]] Counts Read(std::uint32_t key);
+    /// All ports, in no order.
+    void ReadAll(const std::function<void(std::uint32_t key, const Counts&)>& take);
+
+private:
+    struct Close {
+        void operator()(sampler* skeleton) const;
+    };
+    [[nodiscard]] Counts Sum(const std::byte* states) const;
+
+    std::unique_ptr<sampler, Close> m_skeleton;
+    std::size_t m_ringSize;
+    std::size_t m_cpus;
+    std::vector<std::byte> m_states;  // of one port, all CPUs
+};
+
+}  // namespace capture
+
+#endif

@@ -1,0 +1,77 @@
+// The reading end of the ring between the sampling program and the process: records in order, their
+// bytes where the kernel put them. Knows nothing of what is in a packet. Used by the eBPF source, instead of
+// libbpf's ring_buffer, which maps the ring twice and gives room back record by record.
+
+#ifndef CAPTURE_EBPF_RING_H
+#define CAPTURE_EBPF_RING_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include <linux/bpf.h>
+
+#include "capture/bpf/records.h"
+
+namespace capture {
+
+class EbpfRing {
+public:
+    /// `size`: bytes, a power of two, at least a page. Throws Unavailable.
+    EbpfRing(int file, std::size_t size);
+    ~EbpfRing();
+    EbpfRing(const EbpfRing&) = delete;
+    EbpfRing& operator=(const EbpfRing&) = delete;
+
+    /// What is in the ring now is what Next hands out until the next call. False where nothing is, not
+    /// even a record that is being written.
+    bool Begin();
+
+    /// The next finished record, or null: at the end, before one that is being written, or when Release
+    /// must come first. Valid until Release.
+    const Record* Next()
+    {
+        while (m_position < m_end) {
+            const std::size_t at = m_position & (m_size - 1);
+            const std::uint32_t head =
+                __atomic_load_n(reinterpret_cast<const std::uint32_t*>(m_data + at), __ATOMIC_ACQUIRE);
+            if ((head & BPF_RINGBUF_BUSY_BIT) != 0) return nullptr;
+            const std::size_t length = head & ~(BPF_RINGBUF_BUSY_BIT | BPF_RINGBUF_DISCARD_BIT);
+            const std::size_t whole = (length + BPF_RINGBUF_HDR_SZ + 7) & ~std::size_t{7};
+            const bool discarded = (head & BPF_RINGBUF_DISCARD_BIT) != 0;
+            const std::byte* record = m_data + at + BPF_RINGBUF_HDR_SZ;
+            if (!discarded && at + whole > m_size) {
+                record = Straighten(at + BPF_RINGBUF_HDR_SZ, length);
+                if (record == nullptr) return nullptr;
+            } else {
+                __builtin_prefetch(record + 4 * whole);
+                __builtin_prefetch(record + 4 * whole + 64);
+            }
+            m_position += whole;
+            if (!discarded) return reinterpret_cast<const Record*>(record);
+        }
+        return nullptr;
+    }
+
+    /// Gives the room of what was read back to the program. False: nothing was read since the last time.
+    bool Release();
+
+private:
+    const std::byte* Straighten(std::size_t from, std::size_t length);
+
+    std::size_t m_size;
+    std::size_t m_page;
+    unsigned long* m_consumer = nullptr;        // a page of its own
+    const unsigned long* m_producer = nullptr;  // a page, and the data behind it
+    const std::byte* m_data = nullptr;
+    unsigned long m_position = 0;
+    unsigned long m_end = 0;
+    unsigned long m_released = 0;
+    std::vector<std::byte> m_straight;  // the one record of a batch that goes over the end of the ring
+    bool m_straightUsed = false;
+};
+
+}  // namespace capture
+
+#endif

@@ -1,0 +1,284 @@
+// The eBPF source: ports and hooks made and unmade as the caller says, and the ring drained in batches.
+
+#include "capture/ebpf_source.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <utility>
+
+#include <sys/resource.h>
+#include <time.h>
+#include <boost/asio/io_context.hpp>
+
+#include "capture/ebpf_gap.h"
+#include "capture/ebpf_grace.h"
+#include "capture/ebpf_hooks.h"
+#include "capture/ebpf_ports.h"
+#include "capture/ebpf_program.h"
+#include "capture/ebpf_ring.h"
+#include "capture/ebpf_waker.h"
+#include "log/log.h"
+
+namespace capture {
+namespace {
+
+constexpr std::size_t kBatch = 256;
+constexpr std::chrono::milliseconds kHeartbeat{500};
+// Fewer interfaces than this are read one by one: a read of all walks through the whole table.
+constexpr std::size_t kFew = 128;
+constexpr rlim_t kFiles = 2 * kMostPorts;  // a link is a file
+
+void RaiseFileLimit()
+{
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kFiles) return;
+    const rlimit wanted{.rlim_cur = kFiles, .rlim_max = std::max(kFiles, limit.rlim_max)};
+    if (::setrlimit(RLIMIT_NOFILE, &wanted) == 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+std::uint32_t KeyOf(std::uint32_t ifIndex, bool egress)
+{
+    return ifIndex | (egress ? static_cast<std::uint32_t>(kEgressBit) : 0);
+}
+
+class EbpfSource final : public PacketSource {
+public:
+    EbpfSource(boost::asio::io_context& loop, ipc::Timers& timers, SampleSink& sink,
+               const SourceOptions& options, EbpfHook hook)
+        : m_timers(timers), m_sink(sink), m_grace(timers)
+    {
+        RaiseFileLimit();
+        SweepClsact();
+        Load(options, hook);
+        m_ring.emplace(m_program->RingFile(), m_program->RingSize());
+        m_waker.emplace(loop, timers, m_program->RingFile(), m_program->Shared(), [this] { return Look(); });
+    }
+    ~EbpfSource() override
+    {
+        for (const auto& port : m_ports.Slots()) {
+            if (port.incarnation == 0) continue;
+            if (port.settings.ingress) Detach(port.ifIndex, false);
+            if (port.settings.egress) Detach(port.ifIndex, true);
+        }
+    }
+
+    [[nodiscard]] std::string Kind() const override { return m_hooks->Kind(); }
+
+    void Add(std::uint32_t ifIndex, const Settings& settings) override
+    {
+        if (m_ports.Find(ifIndex) != nullptr) return Change(ifIndex, settings);
+        EbpfPorts::Port& port = m_ports.Add(ifIndex);
+        port.settings = settings;
+        port.settings.ingress = port.settings.egress = false;
+        try {
+            Apply(port, settings);
+        } catch (...) {
+            Forget(ifIndex);
+            throw;
+        }
+    }
+
+    void Change(std::uint32_t ifIndex, const Settings& settings) override
+    {
+        EbpfPorts::Port* port = m_ports.Find(ifIndex);
+        if (port == nullptr) return Add(ifIndex, settings);
+        if (port->settings != settings) Apply(*port, settings);
+    }
+
+    Counts Remove(std::uint32_t ifIndex) override
+    {
+        if (m_ports.Find(ifIndex) == nullptr) return {};
+        return Forget(ifIndex);
+    }
+
+    [[nodiscard]] Counts Read(std::uint32_t ifIndex) override
+    {
+        const EbpfPorts::Port* port = m_ports.Find(ifIndex);
+        return port == nullptr ? Counts{} : ReadPort(*port);
+    }
+
+    [[nodiscard]] std::vector<InterfaceCounts> ReadAll() override
+    {
+        std::vector<InterfaceCounts> all;
+        all.reserve(m_ports.Size());
+        if (m_ports.Size() < kFew) {
+            for (const auto& port : m_ports.Slots())
+                if (port.incarnation != 0) all.push_back({port.ifIndex, ReadPort(port)});
+            return all;
+        }
+        std::vector<Counts> bySlot(m_ports.Slots().size());
+        m_program->ReadAll([&](std::uint32_t key, const Counts& counts) {
+            const EbpfPorts::Port* port = m_ports.Find(key & ~static_cast<std::uint32_t>(kEgressBit));
+            if (port == nullptr) return;
+            bySlot[port->slot].pool += counts.pool;
+            bySlot[port->slot].drops += counts.drops;
+        });
+        for (const auto& port : m_ports.Slots())
+            if (port.incarnation != 0) all.push_back({port.ifIndex, bySlot[port.slot]});
+        return all;
+    }
+
+    void Drain() override
+    {
+        if (m_draining) return;
+        HandOver();
+        m_sink.OnDrained();
+    }
+
+private:
+    void Load(const SourceOptions& options, EbpfHook hook)
+    {
+        m_program.emplace(options, hook == EbpfHook::kClsact);
+        const bool tcx = hook != EbpfHook::kClsact && TcxSupported(m_program->IngressFile());
+        if (tcx) {
+            m_hooks = MakeTcxHooks(m_program->IngressFile(), m_program->EgressFile());
+            return;
+        }
+        if (hook == EbpfHook::kTcx)
+            throw Unavailable(Unavailable::Cause::kKernel, "the kernel has no tcx hooks; Linux 6.6 has");
+        if (hook == EbpfHook::kBest) m_program.emplace(options, true);
+        m_hooks = MakeClsactHooks(m_program->IngressFile(), m_program->EgressFile());
+        Beat();
+    }
+
+    // Says that the process lives: without it a filter that outlives us would fill a ring for nobody.
+    void Beat()
+    {
+        timespec now{};
+        ::clock_gettime(CLOCK_MONOTONIC, &now);
+        m_program->Shared().heartbeat =
+            static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000U + static_cast<std::uint64_t>(now.tv_nsec);
+        m_beat = m_timers.After(kHeartbeat, [this] { Beat(); });
+    }
+
+    // Makes the port as the settings say. What an exception leaves is in the port's settings.
+    void Apply(EbpfPorts::Port& port, const Settings& settings)
+    {
+        const bool ingress = port.settings.ingress;
+        const bool egress = port.settings.egress;
+        port.settings.rate = settings.rate;
+        port.settings.headerSize = settings.headerSize;
+        if (settings.ingress) Make(port.ifIndex, false, port.ingressMade);
+        if (settings.egress) Make(port.ifIndex, true, port.egressMade);
+        const PortSettings wanted{
+            .rate = std::max<std::uint32_t>(settings.rate, 1),
+            .scale = MakeGapScale(settings.rate),
+            .wanted = static_cast<std::uint32_t>(
+                std::clamp<std::size_t>(settings.headerSize, kLeastHeader, kMostHeader)),
+            .slot = port.slot,
+            .incarnation = port.incarnation,
+        };
+        if (port.ingressMade) m_program->Set(KeyOf(port.ifIndex, false), wanted);
+        if (port.egressMade) m_program->Set(KeyOf(port.ifIndex, true), wanted);
+        m_program->NextGeneration();
+
+        if (ingress && !settings.ingress) Detach(port.ifIndex, false);
+        port.settings.ingress = ingress && settings.ingress;
+        if (egress && !settings.egress) Detach(port.ifIndex, true);
+        port.settings.egress = egress && settings.egress;
+        if (settings.ingress && !ingress) Attach(port.ifIndex, false, port.settings.ingress);
+        if (settings.egress && !egress) Attach(port.ifIndex, true, port.settings.egress);
+    }
+
+    void Make(std::uint32_t ifIndex, bool egress, bool& made)
+    {
+        if (made) return;  // with counts, which stay while the interface does
+        m_program->Create(KeyOf(ifIndex, egress));
+        made = true;
+    }
+
+    void Attach(std::uint32_t ifIndex, bool egress, bool& attached)
+    {
+        m_grace.Step();
+        m_hooks->Attach(ifIndex, egress);
+        attached = true;
+    }
+
+    void Detach(std::uint32_t ifIndex, bool egress)
+    {
+        m_grace.Step();
+        m_hooks->Detach(ifIndex, egress);
+    }
+
+    // Detaches first: then no packet is under way any more, and what was drawn can be handed over whole.
+    Counts Forget(std::uint32_t ifIndex)
+    {
+        EbpfPorts::Port& port = *m_ports.Find(ifIndex);
+        if (port.settings.ingress) Detach(ifIndex, false);
+        if (port.settings.egress) Detach(ifIndex, true);
+        port.settings.ingress = port.settings.egress = false;
+        Drain();
+        const EbpfPorts::Port* still = m_ports.Find(ifIndex);
+        if (still == nullptr) return {};  // the sink has removed it
+        const Counts last = ReadPort(*still);
+        if (still->ingressMade) m_program->Erase(KeyOf(ifIndex, false));
+        if (still->egressMade) m_program->Erase(KeyOf(ifIndex, true));
+        m_ports.Remove(ifIndex);
+        return last;
+    }
+
+    Counts ReadPort(const EbpfPorts::Port& port)
+    {
+        Counts counts;
+        for (const bool egress : {false, true}) {
+            if (egress ? !port.egressMade : !port.ingressMade) continue;
+            const Counts one = m_program->Read(KeyOf(port.ifIndex, egress));
+            counts.pool += one.pool;
+            counts.drops += one.drops;
+        }
+        return counts;
+    }
+
+    // The waker's look: tells the sink only if there was something.
+    bool Look()
+    {
+        if (m_draining) return true;
+        if (!HandOver()) return false;
+        m_sink.OnDrained();
+        return true;
+    }
+
+    // Hands over what is in the ring now, no more, so that a flood can't hold the loop.
+    bool HandOver()
+    {
+        m_program->Shared().pressing = 0;
+        if (!m_ring->Begin()) return false;
+        m_draining = true;
+        do {
+            std::size_t count = 0;
+            while (count < kBatch) {
+                const Record* record = m_ring->Next();
+                if (record == nullptr) break;
+                if (m_ports.Take(*record, m_batch[count])) ++count;
+            }
+            if (count > 0) m_sink.OnSamples({m_batch.data(), count});
+        } while (m_ring->Release());
+        m_draining = false;
+        return true;
+    }
+
+    ipc::Timers& m_timers;
+    SampleSink& m_sink;
+    GracePeriods m_grace;
+    std::optional<EbpfProgram> m_program;
+    std::unique_ptr<EbpfHooks> m_hooks;
+    std::optional<EbpfRing> m_ring;
+    EbpfPorts m_ports;
+    std::array<Sample, kBatch> m_batch;
+    bool m_draining = false;  // a sink that calls us from its callback must not drain again
+    std::shared_ptr<void> m_beat;
+    std::optional<EbpfWaker> m_waker;
+};
+
+}  // namespace
+
+std::unique_ptr<PacketSource> MakeEbpfSource(boost::asio::io_context& loop, ipc::Timers& timers,
+                                             SampleSink& sink, const SourceOptions& options, EbpfHook hook)
+{
+    return std::make_unique<EbpfSource>(loop, timers, sink, options, hook);
+}
+
+}  // namespace capture

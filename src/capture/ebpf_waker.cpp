@@ -1,0 +1,73 @@
+// The rhythm of looking into the ring.
+
+#include "capture/ebpf_waker.h"
+
+#include <cerrno>
+#include <chrono>
+#include <utility>
+
+#include <sys/epoll.h>
+#include <boost/asio/io_context.hpp>
+
+#include "capture/ebpf_program.h"
+
+namespace capture {
+namespace {
+
+constexpr std::chrono::milliseconds kRhythm{50};
+
+}  // namespace
+
+EbpfWaker::EbpfWaker(boost::asio::io_context& loop, ipc::Timers& timers, int ring,
+                     volatile SharedWords& shared, std::function<bool()> look)
+    : m_timers(timers), m_shared(shared), m_look(std::move(look)), m_wakes(loop)
+{
+    const int epoll = ::epoll_create1(EPOLL_CLOEXEC);
+    if (epoll < 0) throw Refusal("the ring of samples can't be waited for", errno);
+    m_wakes.assign(epoll);
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLET;
+    if (::epoll_ctl(epoll, EPOLL_CTL_ADD, ring, &event) != 0)
+        throw Refusal("the ring of samples can't be waited for", errno);
+    Wait();
+}
+
+void EbpfWaker::Wait()
+{
+    m_wakes.async_wait(boost::asio::posix::stream_descriptor::wait_read,
+                       [this](const boost::system::error_code& error) {
+                           if (!error) OnWake();
+                       });
+}
+
+void EbpfWaker::OnWake()
+{
+    epoll_event event{};
+    (void)::epoll_wait(m_wakes.native_handle(), &event, 1, 0);  // takes the edge
+    m_look();
+    m_last = false;
+    Arm();
+    Wait();
+}
+
+void EbpfWaker::OnTime()
+{
+    m_timer = nullptr;
+    if (m_look()) {
+        m_last = false;
+        return Arm();
+    }
+    if (m_last) return;  // to sleep; the program has been asked to wake us
+    // What comes between the look above and the wish to be woken would wait for its successor: so look
+    // again, and a last time when whatever was on its way then must have arrived.
+    __atomic_store_n(&m_shared.waiting, 1U, __ATOMIC_SEQ_CST);
+    m_last = !m_look();
+    Arm();
+}
+
+void EbpfWaker::Arm()
+{
+    m_timer = m_timers.After(kRhythm, [this] { OnTime(); });
+}
+
+}  // namespace capture
