@@ -1,0 +1,51 @@
+// What rtnetlink's messages say of bridge ports, of their VLANs and of learned addresses. They keep
+// nothing. Used by the monitor.
+
+#ifndef NET_BRIDGE_MESSAGE_H
+#define NET_BRIDGE_MESSAGE_H
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "net/bridges.h"
+#include "net/netlink.h"
+
+namespace net {
+
+/// Reads an RTM_NEWLINK of family AF_BRIDGE: a port, or a bridge itself as its own port towards this
+/// machine. Nothing where it is not one.
+struct PortMessage {
+    std::uint32_t ifIndex = 0;
+    std::uint32_t bridge = 0;  // ifIndex itself for the bridge
+    PortState state;
+    std::vector<VlanRange> vlans;  // all of them
+};
+[[nodiscard]] std::optional<PortMessage> ReadPort(const nlmsghdr& message);
+
+/// Reads an RTM_NEWVLAN or RTM_DELVLAN: VLANs that a port has got or lost.
+struct VlanMessage {
+    std::uint32_t ifIndex = 0;
+    bool removed = false;
+    std::vector<VlanRange> vlans;
+};
+[[nodiscard]] std::optional<VlanMessage> ReadVlans(const nlmsghdr& message);
+
+/// Reads an RTM_NEWNEIGH or RTM_DELNEIGH: an entry of a bridge's forwarding database. Nothing for
+/// entries that devices keep for themselves and for neighbours of IP.
+struct AddressMessage {
+    std::uint32_t bridge = 0;
+    bool removed = false;
+    std::uint16_t vlan = 0;
+    MacAddress mac{};
+    BridgeAddress address;
+};
+[[nodiscard]] std::optional<AddressMessage> ReadAddress(const nlmsghdr& message);
+
+/// Ask for all ports with their VLANs, and for all forwarding databases.
+[[nodiscard]] NetlinkRequest PortDump();
+[[nodiscard]] NetlinkRequest AddressDump();
+
+}  // namespace net
+
+#endif

@@ -1,0 +1,207 @@
+// The table of bridges, ports and addresses.
+
+#include "net/bridges.h"
+
+#include <algorithm>
+
+namespace net {
+namespace {
+
+std::uint64_t Key(std::uint16_t vlan, const std::uint8_t* mac)
+{
+    std::uint64_t key = vlan;
+    for (int i = 0; i < 6; ++i) key = key << 8 | mac[i];
+    return key;
+}
+
+bool Floods(const BridgePort& port, Flood kind)
+{
+    switch (kind) {
+    case Flood::kUnicast:
+        return port.state.floodsUnicast;
+    case Flood::kMulticast:
+        return port.state.floodsMulticast;
+    case Flood::kBroadcast:
+        return port.state.floodsBroadcast;
+    }
+    return false;
+}
+
+bool Gets(const BridgePort& port, const Bridge& bridge, std::uint16_t vlan, Flood kind)
+{
+    return port.state.forwarding && Floods(port, kind) && (!bridge.filtering || port.In(vlan));
+}
+
+Bridge::Counts Count(const Bridge& bridge, std::uint16_t vlan)
+{
+    Bridge::Counts counts;
+    counts.counted = true;
+    for (const Flood kind : {Flood::kUnicast, Flood::kMulticast, Flood::kBroadcast}) {
+        const auto at = static_cast<std::size_t>(kind);
+        for (const BridgePort* port : bridge.ports) {
+            if (!Gets(*port, bridge, vlan, kind)) continue;
+            ++counts.all[at];
+            if (port->state.isolated) ++counts.isolated[at];
+        }
+    }
+    return counts;
+}
+
+void Enter(BridgePort& port, const std::vector<VlanRange>& vlans)
+{
+    for (const VlanRange& range : vlans) {
+        if (port.vlans == nullptr) port.vlans = std::make_unique<BridgePort::Membership>();
+        for (std::uint32_t vlan = range.first; vlan <= range.last && vlan < kVlans; ++vlan) {
+            port.vlans->member[vlan] = true;
+            port.vlans->untagged[vlan] = range.untagged;
+        }
+        if (range.pvid)
+            port.pvid = range.last;
+        else if (port.pvid >= range.first && port.pvid <= range.last)
+            port.pvid = 0;
+    }
+}
+
+}  // namespace
+
+Bridges::~Bridges() = default;
+
+const BridgeAddress* Bridges::FindAddress(const Bridge& bridge, std::uint16_t vlan, const std::uint8_t* mac)
+{
+    const auto found = bridge.addresses.find(Key(vlan, mac));
+    return found == bridge.addresses.end() ? nullptr : &found->second.address;
+}
+
+std::uint32_t Bridges::FloodCount(const BridgePort& from, std::uint16_t vlan, Flood kind) const
+{
+    const Bridge& bridge = *from.bridge;
+    const auto at = static_cast<std::size_t>(kind);
+    auto& counts = bridge.counts[bridge.filtering ? vlan : std::uint16_t{0}];
+    if (!counts.counted) counts = Count(bridge, vlan);
+    std::uint32_t count = counts.all[at];
+    const bool itself = from.ifIndex != bridge.ifIndex && Gets(from, bridge, vlan, kind);
+    if (from.state.isolated) {
+        count -= counts.isolated[at];
+        if (itself && from.state.hairpin) ++count;
+    } else if (itself && !from.state.hairpin) {
+        --count;
+    }
+    return count;
+}
+
+Bridge& Bridges::Have(std::uint32_t ifIndex)
+{
+    auto& bridge = m_bridges[ifIndex];
+    if (bridge == nullptr) {
+        bridge = std::make_unique<Bridge>();
+        bridge->ifIndex = ifIndex;
+    }
+    return *bridge;
+}
+
+void Bridges::SetBridge(std::uint32_t ifIndex, bool filtering, bool spanningTree)
+{
+    Bridge& bridge = Have(ifIndex);
+    bridge.filtering = filtering;
+    bridge.spanningTree = spanningTree;
+    bridge.counts.clear();
+}
+
+void Bridges::PutPort(std::uint32_t ifIndex, std::uint32_t bridge, const PortState& state,
+                      const std::vector<VlanRange>& vlans, std::uint32_t mark)
+{
+    const auto found = m_ports.find(ifIndex);
+    if (found != m_ports.end() && found->second.bridge->ifIndex != bridge) RemovePort(ifIndex);
+    const auto [place, isNew] = m_ports.try_emplace(ifIndex);
+    BridgePort& port = place->second;
+    if (isNew) {
+        port.ifIndex = ifIndex;
+        port.bridge = &Have(bridge);
+        if (bridge != ifIndex) port.bridge->ports.push_back(&port);
+    }
+    port.state = state;
+    port.pvid = 0;
+    port.vlans.reset();
+    Enter(port, vlans);
+    port.mark = mark;
+    port.bridge->counts.clear();
+}
+
+void Bridges::AddVlans(std::uint32_t ifIndex, const std::vector<VlanRange>& vlans)
+{
+    const auto found = m_ports.find(ifIndex);
+    if (found == m_ports.end()) return;
+    Enter(found->second, vlans);
+    found->second.bridge->counts.clear();
+}
+
+void Bridges::RemoveVlans(std::uint32_t ifIndex, const std::vector<VlanRange>& vlans)
+{
+    const auto found = m_ports.find(ifIndex);
+    if (found == m_ports.end() || found->second.vlans == nullptr) return;
+    BridgePort& port = found->second;
+    for (const VlanRange& range : vlans) {
+        for (std::uint32_t vlan = range.first; vlan <= range.last && vlan < kVlans; ++vlan) {
+            port.vlans->member[vlan] = false;
+            if (port.pvid == vlan) port.pvid = 0;
+        }
+    }
+    port.bridge->counts.clear();
+}
+
+void Bridges::RemovePort(std::uint32_t ifIndex)
+{
+    const auto found = m_ports.find(ifIndex);
+    if (found == m_ports.end()) return;
+    std::erase(found->second.bridge->ports, &found->second);
+    found->second.bridge->counts.clear();
+    m_ports.erase(found);
+}
+
+void Bridges::RemoveDevice(std::uint32_t ifIndex)
+{
+    RemovePort(ifIndex);
+    const auto found = m_bridges.find(ifIndex);
+    if (found == m_bridges.end()) return;
+    while (!found->second->ports.empty()) RemovePort(found->second->ports.back()->ifIndex);
+    m_addresses -= found->second->addresses.size();
+    m_bridges.erase(found);
+}
+
+void Bridges::PutAddress(std::uint32_t bridge, std::uint16_t vlan, const MacAddress& mac,
+                         BridgeAddress address, std::uint32_t mark)
+{
+    auto& addresses = Have(bridge).addresses;
+    const auto found = addresses.find(Key(vlan, mac.data()));
+    if (found != addresses.end()) {
+        found->second = {address, mark};
+    } else if (m_addresses < m_limit) {
+        addresses.emplace(Key(vlan, mac.data()), Bridge::Entry{address, mark});
+        ++m_addresses;
+    } else {
+        m_overflowed = true;
+    }
+}
+
+void Bridges::RemoveAddress(std::uint32_t bridge, std::uint16_t vlan, const MacAddress& mac)
+{
+    const auto found = m_bridges.find(bridge);
+    if (found != m_bridges.end()) m_addresses -= found->second->addresses.erase(Key(vlan, mac.data()));
+}
+
+void Bridges::SweepPorts(std::uint32_t mark)
+{
+    std::vector<std::uint32_t> gone;
+    for (const auto& [ifIndex, port] : m_ports)
+        if (port.mark != mark) gone.push_back(ifIndex);
+    for (const std::uint32_t ifIndex : gone) RemovePort(ifIndex);
+}
+
+void Bridges::SweepAddresses(std::uint32_t mark)
+{
+    for (auto& [ifIndex, bridge] : m_bridges)
+        m_addresses -=
+            std::erase_if(bridge->addresses, [mark](const auto& entry) { return entry.second.mark != mark; });
+}
+
+}  // namespace net

@@ -1,0 +1,250 @@
+// The mirror's way from messages to tables.
+
+#include "net/link_follower.h"
+
+#include <chrono>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <sys/socket.h>
+
+#include <linux/rtnetlink.h>
+
+#include "log/log.h"
+#include "net/bridge_message.h"
+
+namespace net {
+namespace {
+
+constexpr std::size_t kReceiveBuffer = 2 * 1024 * 1024;
+constexpr int kDatagramsATurn = 64;
+constexpr int kSpeedsATurn = 16;
+constexpr std::chrono::milliseconds kTurn{2};
+constexpr int kTries = 3;  // of one dump that changes disturb
+
+}  // namespace
+
+LinkFollower::LinkFollower(Links& links, Bridges& bridges, LinkSpeeds& speeds, Listener listener)
+    : m_links(links),
+      m_bridges(bridges),
+      m_speeds(speeds),
+      m_listener(std::move(listener)),
+      m_socket(NETLINK_ROUTE)
+{
+    m_socket.SetReceiveBuffer(kReceiveBuffer);
+    for (const std::uint32_t group : {RTNLGRP_LINK, RTNLGRP_NEIGH}) m_socket.Join(group);
+    try {
+        m_socket.Join(RTNLGRP_BRVLAN);
+    } catch (const std::system_error&) {  // an older kernel: then the ports' messages must do
+    }
+}
+
+bool LinkFollower::NeedsSynchronise() const
+{
+    return !Synchronising() && (m_lost || m_bridges.HasRoomAgain());
+}
+
+void LinkFollower::Synchronise()
+{
+    if (Synchronising()) return;
+    ++m_mark;
+    m_lost = false;
+    m_bridges.ExpectAll();
+    m_phase = Phase::kLinks;
+    m_asked = m_ended = m_disturbed = false;
+    m_tries = 0;
+    m_measured.clear();
+    if (m_devices.empty())
+        m_speeds.ReadAll([this](std::uint32_t ifIndex, LinkSpeed speed) { m_measured[ifIndex] = speed; });
+}
+
+bool LinkFollower::Turn()
+{
+    const auto end = std::chrono::steady_clock::now() + kTurn;
+    bool more = true;
+    for (int i = 0; i < kDatagramsATurn && more && std::chrono::steady_clock::now() < end; ++i) {
+        const auto received = m_socket.Receive([this](const nlmsghdr& message) { Take(message); });
+        if (received == NetlinkSocket::Received::kLost) m_lost = true;
+        if (m_ended) EndPhase();
+        if (received != NetlinkSocket::Received::kNothing) continue;
+        // Only now, with an empty queue, is there room for the answers.
+        if (Synchronising() && !m_asked)
+            BeginPhase();
+        else
+            more = false;
+    }
+    MeasureSome();
+    return more || !m_unmeasured.empty();
+}
+
+void LinkFollower::BeginPhase()
+{
+    NetlinkRequest request = m_phase == Phase::kLinks   ? LinkDump()
+                             : m_phase == Phase::kPorts ? PortDump()
+                                                        : AddressDump();
+    m_sequence = m_socket.Send(request);
+    m_asked = true;
+    m_ended = m_disturbed = false;
+}
+
+void LinkFollower::EndPhase()
+{
+    m_ended = m_asked = false;
+    if (m_disturbed && !m_lost && ++m_tries < kTries) return;  // the same again
+    if (m_disturbed) m_lost = true;
+    m_tries = 0;
+    switch (m_phase) {
+    case Phase::kLinks:
+        m_phase = Phase::kPorts;
+        break;
+    case Phase::kPorts:
+        m_phase = Phase::kAddresses;
+        break;
+    case Phase::kAddresses:
+    case Phase::kFollowing:
+        m_phase = Phase::kFollowing;
+        m_measured.clear();
+        if (!m_lost) Sweep();
+    }
+}
+
+void LinkFollower::Sweep()
+{
+    std::vector<std::uint32_t> gone;
+    for (const auto& [ifIndex, device] : m_devices)
+        if (device.mark != m_mark) gone.push_back(ifIndex);
+    for (const std::uint32_t ifIndex : gone) RemoveLink(ifIndex);
+    m_bridges.SweepPorts(m_mark);
+    m_bridges.SweepAddresses(m_mark);
+}
+
+void LinkFollower::Take(const nlmsghdr& message)
+{
+    if (m_asked && m_socket.IsAnswer(message, m_sequence)) {
+        if ((message.nlmsg_flags & NLM_F_DUMP_INTR) != 0) m_disturbed = true;
+        if (message.nlmsg_type == NLMSG_ERROR || message.nlmsg_type == NLMSG_DONE) {
+            m_ended = true;
+            if (const auto error = ErrorOf(message)) {
+                // A kernel without bridges has none to tell of.
+                if (error->number == EOPNOTSUPP) return;
+                slog::Notice("links could not be read: {} ({})", error->text, error->number);
+                m_lost = true;
+            }
+            return;
+        }
+    }
+    switch (message.nlmsg_type) {
+    case RTM_NEWLINK:
+    case RTM_DELLINK:
+        TakeLink(message);
+        break;
+    case RTM_NEWNEIGH:
+    case RTM_DELNEIGH:
+        TakeAddress(message);
+        break;
+    case RTM_NEWVLAN:
+    case RTM_DELVLAN:
+        TakeBridge(message);
+        break;
+    default:
+        break;
+    }
+}
+
+void LinkFollower::TakeLink(const nlmsghdr& message)
+{
+    if (LinkIndex(message, AF_BRIDGE) != 0) return TakeBridge(message);
+    if (message.nlmsg_type == RTM_DELLINK) {
+        if (const std::uint32_t gone = LinkIndex(message, AF_UNSPEC); gone != 0) RemoveLink(gone);
+        return;
+    }
+    auto read = ReadLink(message);
+    if (!read) return;
+    const std::uint32_t ifIndex = read->link.index;
+    const auto [place, isNew] = m_devices.try_emplace(ifIndex);
+    Device& device = place->second;
+    device.mark = m_mark;
+    bool measure = false;
+    if (isNew) {
+        const auto measured = m_measured.find(ifIndex);
+        measure = measured == m_measured.end();
+        if (!measure) device.speed = measured->second;
+    }
+    read->link.speed = device.speed.speed;
+    read->link.duplex = device.speed.duplex;
+    const Link* before = m_links.Find(ifIndex);
+    const bool changed = before == nullptr || *before != read->link;
+    if (!changed && device.placement == read->placement) return;
+    if (measure || !isNew) m_unmeasured.insert(ifIndex);
+    device.placement = read->placement;
+    if (read->link.bridge)
+        m_bridges.SetBridge(ifIndex, read->link.vlanFiltering, read->placement.spanningTree);
+    m_listener.changed(read->link, read->placement);
+    m_links.Put(std::move(read->link));
+}
+
+void LinkFollower::TakeBridge(const nlmsghdr& message)
+{
+    if (const auto vlans = ReadVlans(message)) {
+        if (vlans->removed)
+            m_bridges.RemoveVlans(vlans->ifIndex, vlans->vlans);
+        else
+            m_bridges.AddVlans(vlans->ifIndex, vlans->vlans);
+    } else if (message.nlmsg_type == RTM_DELLINK) {
+        m_bridges.RemovePort(LinkIndex(message, AF_BRIDGE));
+    } else if (const auto port = ReadPort(message)) {
+        m_bridges.PutPort(port->ifIndex, port->bridge, port->state, port->vlans, m_mark);
+    }
+}
+
+void LinkFollower::TakeAddress(const nlmsghdr& message)
+{
+    const auto read = ReadAddress(message);
+    if (!read) return;
+    if (read->removed)
+        m_bridges.RemoveAddress(read->bridge, read->vlan, read->mac);
+    else
+        m_bridges.PutAddress(read->bridge, read->vlan, read->mac, read->address, m_mark);
+}
+
+void LinkFollower::RemoveLink(std::uint32_t ifIndex)
+{
+    if (m_devices.erase(ifIndex) == 0) return;
+    m_unmeasured.erase(ifIndex);
+    m_speeds.Forget(ifIndex);
+    m_bridges.RemoveDevice(ifIndex);
+    m_listener.removed(ifIndex);
+    m_links.Remove(ifIndex);
+}
+
+void LinkFollower::Measure(std::uint32_t ifIndex)
+{
+    if (m_devices.contains(ifIndex)) m_unmeasured.insert(ifIndex);
+}
+
+void LinkFollower::MeasureAll()
+{
+    for (const auto& [ifIndex, device] : m_devices) m_unmeasured.insert(ifIndex);
+}
+
+void LinkFollower::MeasureSome()
+{
+    for (int i = 0; i < kSpeedsATurn && !m_unmeasured.empty(); ++i) {
+        const std::uint32_t ifIndex = *m_unmeasured.begin();
+        m_unmeasured.erase(m_unmeasured.begin());
+        const auto found = m_devices.find(ifIndex);
+        const Link* link = m_links.Find(ifIndex);
+        if (found == m_devices.end() || link == nullptr) continue;
+        const LinkSpeed speed = m_speeds.Read(ifIndex).value_or(LinkSpeed{});
+        if (speed == found->second.speed) continue;
+        found->second.speed = speed;
+        Link measured = *link;
+        measured.speed = speed.speed;
+        measured.duplex = speed.duplex;
+        m_listener.changed(measured, found->second.placement);
+        m_links.Put(std::move(measured));
+    }
+}
+
+}  // namespace net

@@ -1,0 +1,92 @@
+// Follows links, bridge ports, their VLANs and learned addresses on one rtnetlink socket, dumps included,
+// so that what is told and what was asked for arrive in the order in which they happened. It has no loop
+// of its own: who owns it calls Turn when the socket is readable. Used by the monitor.
+
+#ifndef NET_LINK_FOLLOWER_H
+#define NET_LINK_FOLLOWER_H
+
+#include <cstdint>
+#include <functional>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "net/bridges.h"
+#include "net/link_message.h"
+#include "net/link_speed.h"
+#include "net/links.h"
+#include "net/netlink.h"
+
+namespace net {
+
+class LinkFollower {
+public:
+    /// Called before the table's observers are.
+    struct Listener {
+        std::function<void(const Link& link, const Placement& placement)> changed;
+        std::function<void(std::uint32_t ifIndex)> removed;
+    };
+
+    /// Opens the socket; throws std::system_error. The rest must outlive it.
+    LinkFollower(Links& links, Bridges& bridges, LinkSpeeds& speeds, Listener listener);
+
+    [[nodiscard]] int Descriptor() const { return m_socket.Descriptor(); }
+    void SetReceiveBuffer(std::size_t bytes) { m_socket.SetReceiveBuffer(bytes); }
+
+    /// Begins to ask for everything, unless it is at it; Turn takes the answers. What is not told of again
+    /// goes at the end.
+    void Synchronise();
+    /// It has asked for everything and has not heard the end yet.
+    [[nodiscard]] bool Synchronising() const { return m_phase != Phase::kFollowing; }
+    /// Something was lost, or did not fit: Synchronise is needed, a little later.
+    [[nodiscard]] bool NeedsSynchronise() const;
+
+    /// Takes a bounded part of what has come. True when more may be waiting.
+    bool Turn();
+
+    /// Asks for the speed of this link, or of all, in the next turns.
+    void Measure(std::uint32_t ifIndex);
+    void MeasureAll();
+
+private:
+    enum class Phase : std::uint8_t { kFollowing, kLinks, kPorts, kAddresses };
+
+    struct Device {
+        Placement placement;
+        LinkSpeed speed;
+        std::uint32_t mark = 0;
+    };
+
+    void Take(const nlmsghdr& message);
+    void TakeLink(const nlmsghdr& message);
+    void TakeBridge(const nlmsghdr& message);
+    void TakeAddress(const nlmsghdr& message);
+    void RemoveLink(std::uint32_t ifIndex);
+
+    void BeginPhase();
+    void EndPhase();
+    void Sweep();
+    void MeasureSome();
+
+    Links& m_links;
+    Bridges& m_bridges;
+    LinkSpeeds& m_speeds;
+    Listener m_listener;
+    NetlinkSocket m_socket;
+
+    std::unordered_map<std::uint32_t, Device> m_devices;
+    std::unordered_set<std::uint32_t> m_unmeasured;
+    std::unordered_map<std::uint32_t, LinkSpeed> m_measured;  // while everything is asked for
+
+    Phase m_phase = Phase::kFollowing;
+    bool m_asked = false;      // the dump of this phase runs
+    bool m_ended = false;      // and has ended
+    bool m_disturbed = false;  // but changes went on meanwhile
+    bool m_lost = false;
+    int m_tries = 0;
+    std::uint32_t m_sequence = 0;
+    std::uint32_t m_mark = 1;
+};
+
+}  // namespace net
+
+#endif

@@ -1,0 +1,96 @@
+// The table of links and its indexes by name.
+
+#include "net/links.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace net {
+namespace {
+
+void Add(std::vector<std::uint32_t>& ascending, std::uint32_t index)
+{
+    const auto place = std::lower_bound(ascending.begin(), ascending.end(), index);
+    if (place == ascending.end() || *place != index) ascending.insert(place, index);
+}
+
+template <typename Indexes>
+void Drop(Indexes& indexes, const std::string& name, std::uint32_t index)
+{
+    const auto found = indexes.find(name);
+    if (found == indexes.end()) return;
+    std::erase(found->second, index);
+    if (found->second.empty()) indexes.erase(found);
+}
+
+}  // namespace
+
+const Link* Links::Find(std::uint32_t index) const
+{
+    const auto found = m_links.find(index);
+    return found == m_links.end() ? nullptr : &found->second;
+}
+
+const Link* Links::Find(std::string_view name) const
+{
+    if (name.empty()) return nullptr;
+    const std::string key(name);
+    for (const Indexes* indexes : {&m_names, &m_altNames, &m_aliases}) {
+        const auto found = indexes->find(key);
+        if (found != indexes->end()) return Find(found->second.front());
+    }
+    return nullptr;
+}
+
+const std::unordered_set<std::uint32_t>& Links::Ports(std::uint32_t bridge) const
+{
+    static const std::unordered_set<std::uint32_t> kNone;
+    const auto found = m_ports.find(bridge);
+    return found == m_ports.end() ? kNone : found->second;
+}
+
+void Links::Put(Link link)
+{
+    if (link.index == 0) return;
+    const auto [place, isNew] = m_links.try_emplace(link.index);
+    if (!isNew) {
+        if (place->second == link) return;
+        Leave(place->second);
+    }
+    place->second = std::move(link);
+    Enter(place->second);
+    // A copy: an observer may put or remove links.
+    const Link told = place->second;
+    for (LinkObserver* observer : m_observers) observer->LinkChanged(told);
+}
+
+void Links::Remove(std::uint32_t index)
+{
+    const auto found = m_links.find(index);
+    if (found == m_links.end()) return;
+    const Link gone = std::move(found->second);
+    m_links.erase(found);
+    Leave(gone);
+    for (LinkObserver* observer : m_observers) observer->LinkRemoved(gone);
+}
+
+void Links::Enter(const Link& link)
+{
+    if (!link.name.empty()) Add(m_names[link.name], link.index);
+    for (const std::string& name : link.altNames) Add(m_altNames[name], link.index);
+    if (!link.alias.empty()) Add(m_aliases[link.alias], link.index);
+    if (link.master != 0) m_ports[link.master].insert(link.index);
+}
+
+void Links::Leave(const Link& link)
+{
+    Drop(m_names, link.name, link.index);
+    for (const std::string& name : link.altNames) Drop(m_altNames, name, link.index);
+    Drop(m_aliases, link.alias, link.index);
+    const auto ports = m_ports.find(link.master);
+    if (ports == m_ports.end()) return;
+    ports->second.erase(link.index);
+    if (ports->second.empty()) m_ports.erase(ports);
+}
+
+}  // namespace net

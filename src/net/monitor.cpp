@@ -1,0 +1,159 @@
+// Runs the mirror of the kernel's tables on the loop: sockets, turns, and the delay before everything is
+// asked for again.
+
+#include "net/monitor.h"
+
+#include <chrono>
+#include <cstdint>
+#include <utility>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
+
+#include "ipc/timers.h"
+#include "log/log.h"
+#include "net/bridges.h"
+#include "net/link_follower.h"
+#include "net/link_speed.h"
+#include "net/resolver.h"
+
+namespace net {
+namespace {
+
+// How long Start waits for a kernel that never rests before it goes on from the loop.
+constexpr std::chrono::seconds kFirstTime{2};
+// Between a loss and asking again: in a storm of changes, asking at once would be answered in vain.
+constexpr std::chrono::milliseconds kAgain{100};
+constexpr int kSettingsATurn = 64;
+
+}  // namespace
+
+class Monitor::Impl {
+public:
+    Impl(boost::asio::io_context& loop, ipc::Timers& timers)
+        : m_timers(timers),
+          m_resolver(m_bridges),
+          m_follower(m_links, m_bridges, m_speeds,
+                     {[this](const Link& link, const Placement& placement) {
+                          m_resolver.PutDevice(link, placement);
+                      },
+                      [this](std::uint32_t ifIndex) { m_resolver.RemoveDevice(ifIndex); }}),
+          m_linkEvents(loop, m_follower.Descriptor()),
+          m_settingEvents(loop)
+    {
+        if (m_speeds.Descriptor() >= 0) m_settingEvents.assign(m_speeds.Descriptor());
+    }
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+    ~Impl()
+    {
+        Stop();
+        // The sockets belong to others.
+        m_linkEvents.release();
+        if (m_settingEvents.is_open()) m_settingEvents.release();
+    }
+
+    void Start()
+    {
+        m_alive = std::make_shared<bool>(true);
+        const auto end = std::chrono::steady_clock::now() + kFirstTime;
+        m_follower.Synchronise();
+        while (m_follower.Turn() || m_follower.Synchronising() || m_follower.NeedsSynchronise()) {
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+            if (left.count() <= 0) {
+                slog::Notice("links change faster than they can be read; going on with what is known");
+                break;
+            }
+            if (m_follower.NeedsSynchronise()) m_follower.Synchronise();
+        }
+        LinkTurn();
+        if (m_settingEvents.is_open()) AwaitSettings();
+    }
+
+    void Stop()
+    {
+        m_alive.reset();
+        m_again.reset();
+        boost::system::error_code ignored;  // nothing waited for
+        m_linkEvents.cancel(ignored);
+        if (m_settingEvents.is_open()) m_settingEvents.cancel(ignored);
+    }
+
+    Links& CurrentLinks() { return m_links; }
+    Forwarding& CurrentForwarding() { return m_resolver; }
+
+private:
+    // Handlers that are under way when it stops find this gone; a turn that was overtaken finds another
+    // number.
+    using Alive = std::weak_ptr<bool>;
+
+    void LinkTurn()
+    {
+        const bool more = m_follower.Turn();
+        if (m_follower.NeedsSynchronise() && m_again == nullptr) {
+            m_again = m_timers.After(kAgain, [this] {
+                m_again.reset();
+                m_follower.Synchronise();
+                Follow();
+            });
+        }
+        const auto next = [this, alive = Alive(m_alive), turn = ++m_turn](const auto&... error) {
+            if (!alive.expired() && !(error || ... || false) && turn == m_turn) LinkTurn();
+        };
+        if (more)
+            boost::asio::post(m_linkEvents.get_executor(), next);
+        else
+            m_linkEvents.async_wait(boost::asio::posix::stream_descriptor::wait_read, next);
+    }
+
+    // A turn now, also when nothing has come.
+    void Follow()
+    {
+        boost::system::error_code ignored;
+        m_linkEvents.cancel(ignored);
+        LinkTurn();
+    }
+
+    void AwaitSettings()
+    {
+        m_settingEvents.async_wait(
+            boost::asio::posix::stream_descriptor::wait_read,
+            [this, alive = Alive(m_alive)](const boost::system::error_code& error) {
+                if (error || alive.expired()) return;
+                for (int i = 0; i < kSettingsATurn; ++i) {
+                    const auto received =
+                        m_speeds.Receive([this](std::uint32_t ifIndex) { m_follower.Measure(ifIndex); });
+                    if (received == NetlinkSocket::Received::kNothing) break;
+                    if (received == NetlinkSocket::Received::kLost) m_follower.MeasureAll();
+                }
+                Follow();
+                AwaitSettings();
+            });
+    }
+
+    ipc::Timers& m_timers;
+    Links m_links;
+    Bridges m_bridges;
+    LinkSpeeds m_speeds;
+    Resolver m_resolver;
+    LinkFollower m_follower;
+    boost::asio::posix::stream_descriptor m_linkEvents;
+    boost::asio::posix::stream_descriptor m_settingEvents;
+    std::shared_ptr<bool> m_alive;
+    std::shared_ptr<void> m_again;
+    std::uint64_t m_turn = 0;
+};
+
+Monitor::Monitor(boost::asio::io_context& loop, ipc::Timers& timers)
+    : m_impl(std::make_unique<Impl>(loop, timers))
+{
+}
+Monitor::~Monitor() = default;
+void Monitor::Start() { m_impl->Start(); }
+void Monitor::Stop() { m_impl->Stop(); }
+Links& Monitor::CurrentLinks() { return m_impl->CurrentLinks(); }
+Forwarding& Monitor::CurrentForwarding() { return m_impl->CurrentForwarding(); }
+
+}  // namespace net
