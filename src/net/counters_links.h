@@ -1,0 +1,60 @@
+// Reads the link statistics of interfaces by rtnetlink's RTM_GETSTATS: all of the namespace with one dump,
+// or some of them with a request each, many requests a system call. It chooses what is cheaper. Used by
+// the counter reader of this folder.
+
+#ifndef NET_COUNTERS_LINKS_H
+#define NET_COUNTERS_LINKS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "net/counters.h"
+#include "net/netlink.h"
+
+namespace net {
+
+/// One message's counters are added, those of `wanted` (ascending) only; any bytes will do.
+void AddLinkCounters(const nlmsghdr& message, std::span<const std::uint32_t> wanted,
+                     std::vector<LinkCounters>& found);
+
+/// Measured on Linux 6.18 with veths: a dump costs 0.24 us for each link of the namespace, whatever their
+/// number from 256 to 4,096; a request costs 1.2 us for each interface asked for, in batches. So the dump is
+/// cheaper once a fifth of all links is wanted.
+[[nodiscard]] constexpr bool DumpIsCheaper(std::size_t wanted, std::size_t links)
+{
+    return wanted * 5 >= links;
+}
+
+class LinkCountersReader {
+public:
+    /// Throws std::system_error.
+    LinkCountersReader();
+
+    /// The counters of these, which ascend, by the way that is cheaper: the number of links is that of
+    /// the last dump, and one is made now and then to learn it. Throws std::system_error.
+    std::span<const LinkCounters> Read(std::span<const std::uint32_t> wanted);
+
+    /// Either way by itself; the result is in Found.
+    void Dump(std::span<const std::uint32_t> wanted);
+    void Ask(std::span<const std::uint32_t> wanted);
+    [[nodiscard]] std::span<const LinkCounters> Found() const { return m_found; }
+
+private:
+    void AskBatch(std::span<const std::uint32_t> batch);
+    bool TakeAnswers(std::span<const std::uint32_t> batch, std::size_t& missing);
+    void AskForMissing(std::span<const std::uint32_t> wanted);
+
+    NetlinkSocket m_dumps;
+    NetlinkSocket m_requests;
+    std::uint32_t m_sequence = 0;  // of m_requests
+    std::size_t m_links = 0;       // in the last dump
+    unsigned m_readsSinceDump = 0;
+    std::vector<LinkCounters> m_found;
+    std::vector<std::byte> m_answers;  // one slot for each of a batch
+};
+
+}  // namespace net
+
+#endif
