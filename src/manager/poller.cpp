@@ -1,0 +1,215 @@
+#include "manager/poller.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <optional>
+#include <unordered_map>
+#include <utility>
+
+#include "ipc/timers.h"
+#include "manager/exporter.h"
+#include "manager/poller_sample.h"
+#include "manager/poller_schedule.h"
+#include "net/counters.h"
+#include "net/links.h"
+#include "wire/encode.h"
+
+namespace manager {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+/// Samples are due on ticks of this length: intervals are whole seconds, so they are spaced exactly, and
+/// one wake-up and one reading serve all that falls due within a second.
+constexpr milliseconds kTick{1000};
+
+struct Polled : Schedule::Item {
+    Poller::Target target;
+    bool begun = false;  // it has a rhythm
+    std::uint64_t sent = 0;
+    std::optional<WallTime> last;
+};
+
+}  // namespace
+
+class Poller::Impl {
+public:
+    Impl(ipc::Timers& timers, net::CounterReader& reader, const net::Links& links, Flush flush, Clock clock,
+         WallClock wallClock, Random random)
+        : m_timers(timers),
+          m_reader(reader),
+          m_links(links),
+          m_flush(std::move(flush)),
+          m_clock(std::move(clock)),
+          m_wallClock(std::move(wallClock)),
+          m_random(std::move(random)),
+          m_start(m_clock())
+    {
+    }
+
+    void Set(const std::string& key, Target target)
+    {
+        Polled& polled = m_polled[key];
+        if (polled.target.interval != target.interval) {
+            m_schedule.Leave(polled);
+            polled.begun = false;
+        }
+        polled.target = std::move(target);
+        if (polled.target.interval == 0 || polled.target.streams.empty())
+            m_schedule.Leave(polled);
+        else if (!polled.Waiting())
+            Begin(polled);
+        Arm();
+    }
+
+    void Remove(const std::string& key)
+    {
+        const auto found = m_polled.find(key);
+        if (found == m_polled.end()) return;
+        m_schedule.Leave(found->second);
+        m_polled.erase(found);
+        Arm();
+    }
+
+    void Forget(std::uint32_t ifIndex)
+    {
+        m_sequences.erase(ifIndex);
+        m_reader.Forget(ifIndex);
+    }
+
+    void Restart(wire::Encoding encoding)
+    {
+        m_sequences.clear();
+        m_encoding = encoding;
+    }
+
+    void Fill(const std::string& key, InterfaceStatus& status) const
+    {
+        const auto found = m_polled.find(key);
+        status.countersSent = found == m_polled.end() ? 0 : found->second.sent;
+        status.lastCounters = found == m_polled.end() ? std::nullopt : found->second.last;
+    }
+
+private:
+    /// Waits for a random tick of the first interval; or goes on with the rhythm that it had.
+    void Begin(Polled& polled)
+    {
+        const std::uint32_t interval = polled.target.interval;
+        const Schedule::Tick now = Now();
+        if (polled.begun) return m_schedule.Enter(polled, Schedule::Following(polled.Due(), interval, now));
+        polled.begun = true;
+        const auto length = static_cast<std::uint32_t>(kTick.count());
+        m_schedule.Enter(polled, now + 1 + m_random(interval * length) / length);
+    }
+
+    [[nodiscard]] Schedule::Tick Now() const { return (m_clock() - m_start) / kTick; }
+
+    /// One timer, for the next tick at which anything is due.
+    void Arm()
+    {
+        const auto next = m_schedule.Next();
+        if (next == m_armed) return;
+        m_armed = next;
+        m_timer.reset();
+        if (!next) return;
+        const auto delay = std::chrono::ceil<milliseconds>(m_start + *next * kTick - m_clock());
+        m_timer = m_timers.After(std::max(delay, milliseconds(0)), [this] { OnTick(); });
+    }
+
+    /// Whatever the time that has passed, each that is due is polled once, and keeps its rhythm.
+    void OnTick()
+    {
+        m_armed.reset();
+        const Schedule::Tick now = Now();
+        m_items.clear();
+        m_schedule.Take(now, m_items);
+        m_due.clear();
+        for (Schedule::Item* item : m_items) {
+            auto& polled = static_cast<Polled&>(*item);
+            m_due.push_back(&polled);
+            m_schedule.Enter(polled, Schedule::Following(polled.Due(), polled.target.interval, now));
+        }
+        if (!m_due.empty()) Poll();
+        Arm();
+    }
+
+    void Poll()
+    {
+        constexpr auto byIndex = [](const Polled* polled) { return polled->target.ifIndex; };
+        std::ranges::sort(m_due, {}, byIndex);
+        m_indexes.clear();
+        for (const Polled* polled : m_due)
+            if (m_indexes.empty() || m_indexes.back() != polled->target.ifIndex)
+                m_indexes.push_back(polled->target.ifIndex);
+        const WallTime time = m_wallClock();
+        for (const net::LinkCounters& counters : m_reader.Read(m_indexes)) {
+            const net::Link* link = m_links.Find(counters.ifIndex);
+            if (link == nullptr) continue;
+            for (Polled* polled : std::ranges::equal_range(m_due, counters.ifIndex, {}, byIndex))
+                Send(*polled, *link, counters, time);
+        }
+        m_flush();
+    }
+
+    void Send(Polled& polled, const net::Link& link, const net::LinkCounters& counters, WallTime time)
+    {
+        wire::CountersSample sample;
+        sample.sequence = ++m_sequences[link.index];
+        sample.source = link.index;
+        sample.generic = MakeGenericCounters(link, counters);
+        if (const auto ethernet = m_reader.ReadEthernet(link.index))
+            sample.ethernet = MakeEthernetCounters(*ethernet);
+        sample.portName = polled.target.name;
+
+        const std::size_t size = wire::Encode(sample, m_encoding, m_whole);
+        for (Stream* stream : polled.target.streams) {
+            std::span<const std::byte> bytes(m_whole.data(), size);
+            if (const std::size_t room = stream->Room(); room < size)
+                bytes = {m_cut.data(), wire::Encode(sample, m_encoding, std::span(m_cut).first(room))};
+            if (!bytes.empty()) stream->Put(bytes, Stream::Sample::kCounters);
+        }
+        ++polled.sent;
+        polled.last = time;
+    }
+
+    ipc::Timers& m_timers;
+    net::CounterReader& m_reader;
+    const net::Links& m_links;
+    Flush m_flush;
+    Clock m_clock;
+    WallClock m_wallClock;
+    Random m_random;
+    steady_clock::time_point m_start;  // of tick 0
+    wire::Encoding m_encoding = wire::Encoding::kCompact;
+
+    std::unordered_map<std::string, Polled> m_polled;              // by name in the configuration
+    std::unordered_map<std::uint32_t, std::uint32_t> m_sequences;  // last one sent, by kernel interface
+    Schedule m_schedule;
+    std::optional<Schedule::Tick> m_armed;
+    std::shared_ptr<void> m_timer;
+
+    // Of one tick, kept for their memory.
+    std::vector<Schedule::Item*> m_items;
+    std::vector<Polled*> m_due;
+    std::vector<std::uint32_t> m_indexes;
+    std::array<std::byte, wire::kMaxCountersSample> m_whole{}, m_cut{};
+};
+
+Poller::Poller(ipc::Timers& timers, net::CounterReader& reader, const net::Links& links, Flush flush,
+               Clock clock, WallClock wallClock, Random random)
+    : m_impl(std::make_unique<Impl>(timers, reader, links, std::move(flush), std::move(clock),
+                                    std::move(wallClock), std::move(random)))
+{
+}
+
+Poller::~Poller() = default;
+
+void Poller::Set(const std::string& key, Target target) { m_impl->Set(key, std::move(target)); }
+void Poller::Remove(const std::string& key) { m_impl->Remove(key); }
+void Poller::Forget(std::uint32_t ifIndex) { m_impl->Forget(ifIndex); }
+void Poller::Restart(wire::Encoding encoding) { m_impl->Restart(encoding); }
+void Poller::Fill(const std::string& key, InterfaceStatus& status) const { m_impl->Fill(key, status); }
+
+}  // namespace manager

@@ -1,0 +1,117 @@
+#include "manager/poller_sample.h"
+
+#include <optional>
+
+#include <net/if_arp.h>
+
+namespace manager {
+namespace {
+
+// IANAifType, as far as Linux has such interfaces.
+constexpr std::uint32_t kOther = 1;
+constexpr std::uint32_t kEthernet = 6;
+constexpr std::uint32_t kPpp = 23;
+constexpr std::uint32_t kLoopback = 24;
+constexpr std::uint32_t kSlip = 28;
+constexpr std::uint32_t kWireless = 71;
+constexpr std::uint32_t kTunnel = 131;
+constexpr std::uint32_t kFirewire = 144;
+constexpr std::uint32_t kInfiniband = 199;
+constexpr std::uint32_t kBridge = 209;
+
+std::uint32_t Low(std::uint64_t count) { return static_cast<std::uint32_t>(count); }
+
+std::uint32_t Low(const std::optional<std::uint64_t>& count)
+{
+    return count ? Low(*count) : wire::kNotCounted32;
+}
+
+std::uint32_t Direction(net::Duplex duplex)
+{
+    switch (duplex) {
+    case net::Duplex::kFull:
+        return 1;
+    case net::Duplex::kHalf:
+        return 2;
+    case net::Duplex::kUnknown:
+        break;
+    }
+    return 0;
+}
+
+}  // namespace
+
+std::uint32_t InterfaceType(const net::Link& link)
+{
+    if (link.bridge) return kBridge;
+    switch (link.hardwareType) {
+    case ARPHRD_ETHER:
+        return kEthernet;
+    case ARPHRD_LOOPBACK:
+        return kLoopback;
+    case ARPHRD_PPP:
+        return kPpp;
+    case ARPHRD_SLIP:
+    case ARPHRD_CSLIP:
+        return kSlip;
+    case ARPHRD_TUNNEL:
+    case ARPHRD_TUNNEL6:
+    case ARPHRD_SIT:
+    case ARPHRD_IPGRE:
+    case 823:  // ARPHRD_IP6GRE, which the C library's header lacks
+        return kTunnel;
+    case ARPHRD_IEEE80211:
+        return kWireless;
+    case ARPHRD_IEEE1394:
+        return kFirewire;
+    case ARPHRD_INFINIBAND:
+        return kInfiniband;
+    default:
+        return kOther;
+    }
+}
+
+wire::GenericCounters MakeGenericCounters(const net::Link& link, const net::LinkCounters& counters)
+{
+    wire::GenericCounters record;
+    record.ifIndex = link.index;
+    record.ifType = InterfaceType(link);
+    record.speed = link.speed;
+    record.direction = Direction(link.duplex);
+    record.adminUp = link.up;
+    record.operUp = link.running;
+    record.inOctets = counters.rxBytes;
+    // The two are not read at one instant: there may be a multicast more than packets.
+    record.inUnicast =
+        Low(counters.rxPackets > counters.multicast ? counters.rxPackets - counters.multicast : 0);
+    record.inMulticast = Low(counters.multicast);
+    record.inDiscards = Low(counters.rxDropped + counters.rxMissed);
+    record.inErrors = Low(counters.rxErrors);
+    record.outOctets = counters.txBytes;
+    record.outUnicast = Low(counters.txPackets);
+    record.outDiscards = Low(counters.txDropped);
+    record.outErrors = Low(counters.txErrors);
+    record.promiscuous = link.promiscuous ? 1 : 2;
+    return record;
+}
+
+wire::EthernetCounters MakeEthernetCounters(const net::EthernetCounters& counters)
+{
+    wire::EthernetCounters record;
+    record.alignmentErrors = Low(counters.alignmentErrors);
+    record.fcsErrors = Low(counters.fcsErrors);
+    record.singleCollisions = Low(counters.singleCollisions);
+    record.multipleCollisions = Low(counters.multipleCollisions);
+    record.sqeTestErrors = Low(counters.sqeTestErrors);
+    record.deferred = Low(counters.deferred);
+    record.lateCollisions = Low(counters.lateCollisions);
+    record.excessiveCollisions = Low(counters.excessiveCollisions);
+    record.macTransmitErrors = Low(counters.macTransmitErrors);
+    record.carrierSenseErrors = Low(counters.carrierSenseErrors);
+    record.frameTooLongs = Low(counters.frameTooLongs);
+    record.macReceiveErrors = Low(counters.macReceiveErrors);
+    record.symbolErrors = Low(counters.symbolErrors);
+    return record;
+}
+
+}  // namespace manager

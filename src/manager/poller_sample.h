@@ -1,0 +1,31 @@
+// Makes a counter sample of what the kernel knows of an interface. Values in, values out. Used by the
+// poller.
+
+#ifndef MANAGER_POLLER_SAMPLE_H
+#define MANAGER_POLLER_SAMPLE_H
+
+#include <cstdint>
+
+#include "net/counters.h"
+#include "net/links.h"
+#include "wire/sample.h"
+
+namespace manager {
+
+/// The IANAifType of a link: from its hardware type (ARPHRD_*), but for a bridge.
+[[nodiscard]] std::uint32_t InterfaceType(const net::Link& link);
+
+/// The generic record. What Linux does not count stays "not counted": broadcasts, multicasts sent, unknown
+/// protocols. Broadcasts are among the unicasts therefore, and so are multicasts that are sent.
+///
+/// The record has 32 bits for packets: counts are sent modulo 2^32, as the format has it. A count that is
+/// all ones modulo 2^32 can't be told from "not counted"; it is sent as it is, and the next one is right.
+[[nodiscard]] wire::GenericCounters MakeGenericCounters(const net::Link& link,
+                                                        const net::LinkCounters& counters);
+
+/// The Ethernet record, likewise; what is absent is "not counted".
+[[nodiscard]] wire::EthernetCounters MakeEthernetCounters(const net::EthernetCounters& counters);
+
+}  // namespace manager
+
+#endif
