@@ -5,6 +5,18 @@
 #include "log/log.h"
 
 namespace manager {
+namespace {
+
+/// What the errno's own text does not say.
+std::string_view Meaning(const std::error_code& error)
+{
+    if (error == std::errc::resource_unavailable_try_again) return " (the socket's buffer is full)";
+    if (error == std::errc::no_buffer_space) return " (the device's queue is full)";
+    if (error == std::errc::operation_not_permitted) return " (a firewall's rule)";
+    return "";
+}
+
+}  // namespace
 
 void StreamHealth::Redirect(const CollectorSettings& settings)
 {
@@ -32,8 +44,8 @@ void StreamHealth::Failed(std::string_view what, const std::error_code& error, u
 {
     m_status.errors += errors;
     m_status.lastError = error;
-    m_status.lastErrorText =
-        fmt::format("{} to {}:{}: {}", what, AddressText(m_to.address), m_to.port, error.message());
+    m_status.lastErrorText = fmt::format("{} to {}:{}: {}{}", what, AddressText(m_to.address), m_to.port,
+                                         error.message(), Meaning(error));
     m_status.lastErrorTime = time;
     m_status.sending = false;
     m_reported = !lost;

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <span>
@@ -103,7 +104,7 @@ manager::CollectorSettings Settings(const std::string& address, std::uint16_t po
     return {.address = Address(address), .port = port, .datagramSize = size};
 }
 
-Collector::Collector(const std::string& address, std::uint16_t port, Merge merge)
+RawCollector::RawCollector(const std::string& address, std::uint16_t port, Merge merge)
     : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
     const int space = 64 * 1024 * 1024;
@@ -118,12 +119,12 @@ Collector::Collector(const std::string& address, std::uint16_t port, Merge merge
         throw std::system_error(errno, std::generic_category(), "a collector at " + address);
 }
 
-Collector::~Collector() { ::close(m_socket); }
+RawCollector::~RawCollector() { ::close(m_socket); }
 
-bool Collector::Read(int milliseconds)
+std::vector<Bytes> RawCollector::Read(int milliseconds)
 {
     pollfd waiting{.fd = m_socket, .events = POLLIN, .revents = 0};
-    if (::poll(&waiting, 1, milliseconds) <= 0) return false;
+    if (::poll(&waiting, 1, milliseconds) <= 0) return {};
     Bytes bytes(65536);
     alignas(cmsghdr) std::byte control[CMSG_SPACE(sizeof(int))];
     sockaddr_in from{};
@@ -136,7 +137,8 @@ bool Collector::Read(int milliseconds)
     message.msg_control = control;
     message.msg_controllen = sizeof control;
     const ssize_t size = ::recvmsg(m_socket, &message, 0);
-    if (size < 0) return false;
+    if (size < 0) return {};
+    m_sourcePort = ntohs(from.sin_port);
     bytes.resize(static_cast<std::size_t>(size));
     std::size_t each = bytes.size();
     if (const cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr && part->cmsg_type == UDP_GRO) {
@@ -144,12 +146,21 @@ bool Collector::Read(int milliseconds)
         std::memcpy(&merged, CMSG_DATA(part), sizeof merged);
         each = static_cast<std::size_t>(merged);
     }
+    std::vector<Bytes> datagrams;
     for (std::span<const std::byte> left(bytes); !left.empty();) {
-        const std::size_t next = std::min(each, left.size());
-        m_received.push_back(ReadDatagram(left.first(next), ntohs(from.sin_port)));
-        left = left.subspan(next);
+        const auto next = left.first(std::min(each, left.size()));
+        datagrams.emplace_back(next.begin(), next.end());
+        left = left.subspan(next.size());
     }
-    return true;
+    return datagrams;
+}
+
+bool Collector::Read(int milliseconds)
+{
+    const std::vector<Bytes> datagrams = m_socket.Read(milliseconds);
+    for (const Bytes& datagram : datagrams)
+        m_received.push_back(ReadDatagram(datagram, m_socket.SourcePort()));
+    return !datagrams.empty();
 }
 
 std::vector<Received> Collector::Take(std::size_t datagrams)

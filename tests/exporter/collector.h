@@ -37,14 +37,35 @@ struct Received {
 std::uint32_t Address(const std::string& text);
 manager::CollectorSettings Settings(const std::string& address, std::uint16_t port, std::uint16_t size);
 
-class Collector {
+/// The socket: datagrams as they come.
+class RawCollector {
 public:
     enum class Merge : std::uint8_t { kOff, kOn };  // UDP_GRO
 
-    Collector(const std::string& address, std::uint16_t port, Merge merge = Merge::kOff);
-    Collector(const Collector&) = delete;
-    Collector& operator=(const Collector&) = delete;
-    ~Collector();
+    RawCollector(const std::string& address, std::uint16_t port, Merge merge = Merge::kOff);
+    RawCollector(const RawCollector&) = delete;
+    RawCollector& operator=(const RawCollector&) = delete;
+    ~RawCollector();
+
+    /// What one receive gives: more than one datagram where they came merged, none where nothing came in
+    /// that time.
+    std::vector<Bytes> Read(int milliseconds);
+    /// Of what Read gave last.
+    [[nodiscard]] std::uint16_t SourcePort() const { return m_sourcePort; }
+
+private:
+    int m_socket = -1;
+    std::uint16_t m_sourcePort = 0;
+};
+
+class Collector {
+public:
+    using Merge = RawCollector::Merge;
+
+    Collector(const std::string& address, std::uint16_t port, Merge merge = Merge::kOff)
+        : m_socket(address, port, merge)
+    {
+    }
 
     /// Waits until there are that many datagrams, or for five seconds without one. Throws where a datagram is
     /// not exactly what the exporter should write.
@@ -53,9 +74,8 @@ public:
     std::vector<Received> TakeAll();
 
 private:
-    /// False where nothing came in that time.
     bool Read(int milliseconds);
-    int m_socket = -1;
+    RawCollector m_socket;
     std::vector<Received> m_received;
 };
 
