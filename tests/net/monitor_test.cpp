@@ -1,0 +1,350 @@
+// The monitor against the kernel, in a network namespace of the test's own.
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <boost/asio/io_context.hpp>
+
+#include "ipc/timers.h"
+#include "link_recorder.h"
+#include "net/link_follower.h"
+#include "net/monitor.h"
+#include "support/network.h"
+#include "support/poll.h"
+
+namespace net {
+namespace {
+
+using support::Network;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+class MonitorTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (const auto why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
+        m_network.emplace();
+        m_timers = ipc::MakeTimers(m_loop);
+        m_monitor = std::make_unique<Monitor>(m_loop, *m_timers);
+        Table().AddObserver(m_recorder);
+    }
+
+    Links& Table() { return m_monitor->CurrentLinks(); }
+
+    /// Runs the loop until this holds.
+    bool Comes(const std::function<bool()>& condition)
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > end) return false;
+            m_loop.restart();
+            m_loop.run_one_for(std::chrono::milliseconds(10));
+        }
+        return true;
+    }
+    bool ComesFor(const char* name, const std::function<bool(const Link&)>& condition)
+    {
+        return Comes([&] {
+            const Link* link = Table().Find(name);
+            return link != nullptr && condition(*link);
+        });
+    }
+    /// Everything that the kernel has told so far is in the table.
+    void Settle()
+    {
+        static int number = 0;
+        const std::string last = "last" + std::to_string(++number);
+        Network::Ip("link add " + last + " type bridge");
+        ASSERT_TRUE(Comes([&] { return Table().Find(last) != nullptr; }));
+        Network::Ip("link del " + last);
+        ASSERT_TRUE(Comes([&] { return Table().Find(last) == nullptr; }));
+    }
+
+    std::optional<Network> m_network;
+    boost::asio::io_context m_loop;
+    std::unique_ptr<ipc::Timers> m_timers;
+    std::unique_ptr<Monitor> m_monitor;
+    LinkRecorder m_recorder;
+};
+
+TEST_F(MonitorTest, KnowsEverythingOnceStarted)
+{
+    Network::Veth("v0", "v1");
+    Network::MakeBridge("br0", {"v0"});
+    Network::Ip(
+        "link property add dev v0 altname one\nlink property add dev v0 altname two\n"
+        "link set v1 alias \"port 1/1/1\"");
+    EXPECT_TRUE(Table().All().empty());
+    m_monitor->Start();
+    const Link* port = Table().Find("two");
+    ASSERT_NE(port, nullptr);
+    EXPECT_EQ(port->name, "v0");
+    EXPECT_THAT(port->altNames, UnorderedElementsAre("one", "two"));
+    EXPECT_EQ(port->index, Network::Index("v0"));
+    EXPECT_EQ(port->hardwareType, 1);
+    EXPECT_TRUE(port->up);
+    EXPECT_TRUE(port->running);
+    EXPECT_TRUE(port->promiscuous);  // a bridge makes its ports so
+    EXPECT_EQ(port->speed, 10'000'000'000U);
+    EXPECT_EQ(port->duplex, Duplex::kFull);
+    EXPECT_EQ(port->master, Network::Index("br0"));
+    EXPECT_NE(port->mac, MacAddress{});
+    const Link* bridge = Table().Find("br0");
+    ASSERT_NE(bridge, nullptr);
+    EXPECT_TRUE(bridge->bridge);
+    EXPECT_FALSE(bridge->vlanFiltering);
+    EXPECT_THAT(Table().Ports(bridge->index), UnorderedElementsAre(port->index));
+    ASSERT_NE(Table().Find("port 1/1/1"), nullptr);
+    EXPECT_FALSE(Table().Find("port 1/1/1")->promiscuous);
+    ASSERT_NE(Table().Find("lo"), nullptr);
+    EXPECT_TRUE(Table().Find("lo")->loopback);
+}
+
+TEST_F(MonitorTest, SeesLinksAppearAndVanish)
+{
+    m_monitor->Start();
+    Network::Veth("v0", "v1");
+    const std::uint32_t index = Network::Index("v0");
+    EXPECT_TRUE(ComesFor("v0", [](const Link& link) { return link.running && link.speed != 0; }));
+    Network::Ip("link del v0");
+    EXPECT_TRUE(Comes([&] { return Table().Find("v1") == nullptr && Table().Find(index) == nullptr; }));
+    EXPECT_THAT(m_recorder.Taken(), testing::Contains("removed " + std::to_string(index) + " v0"));
+}
+
+TEST_F(MonitorTest, FollowsEveryKindOfName)
+{
+    Network::Veth("v0", "v1");
+    m_monitor->Start();
+    m_recorder.Taken();
+    const std::uint32_t index = Network::Index("v0");
+    const std::string changed = "changed " + std::to_string(index) + " ";
+    Network::Ip("link set v0 alias gigabit-ethernet-1/1/1");
+    EXPECT_TRUE(Comes([&] { return Table().Find("gigabit-ethernet-1/1/1") != nullptr; }));
+    EXPECT_THAT(m_recorder.Taken(), ElementsAre(changed + "v0"));
+    Network::Ip("link property add dev v0 altname uplink");
+    EXPECT_TRUE(Comes([&] { return Table().Find("uplink") != nullptr; }));
+    EXPECT_THAT(m_recorder.Taken(), ElementsAre(changed + "v0"));
+    Network::Ip("link property del dev v0 altname uplink");
+    EXPECT_TRUE(Comes([&] { return Table().Find("uplink") == nullptr; }));
+    EXPECT_THAT(m_recorder.Taken(), ElementsAre(changed + "v0"));
+    Network::Ip("link set v0 name renamed");
+    EXPECT_TRUE(Comes([&] { return Table().Find("renamed") != nullptr; }));
+    EXPECT_EQ(Table().Find("v0"), nullptr);
+    EXPECT_EQ(Table().Find("renamed")->index, index);
+    EXPECT_THAT(m_recorder.Taken(), ElementsAre(changed + "renamed"));
+}
+
+TEST_F(MonitorTest, FollowsMasterAndState)
+{
+    Network::Veth("v0", "v1");
+    Network::MakeBridge("br0", {});
+    m_monitor->Start();
+    const std::uint32_t bridge = Network::Index("br0");
+    Network::Ip("link set v0 master br0");
+    EXPECT_TRUE(ComesFor("v0", [&](const Link& link) { return link.master == bridge; }));
+    EXPECT_THAT(Table().Ports(bridge), UnorderedElementsAre(Network::Index("v0")));
+    Network::Ip("link set v0 nomaster");
+    EXPECT_TRUE(ComesFor("v0", [&](const Link& link) { return link.master == 0; }));
+    Network::Ip("link set v1 down");
+    EXPECT_TRUE(ComesFor("v0", [](const Link& link) { return link.up && !link.running; }));
+    EXPECT_TRUE(ComesFor("v1", [](const Link& link) { return !link.up; }));
+    Network::Ip("link set v1 up");
+    EXPECT_TRUE(ComesFor("v0", [](const Link& link) { return link.running; }));
+}
+
+TEST_F(MonitorTest, TakesAMoveToAnotherNamespaceForARemoval)
+{
+    Network::Veth("v0", "v1");
+    m_monitor->Start();
+    const support::Network::Host host;
+    const std::string index = std::to_string(Network::Index("v1"));
+    m_recorder.Taken();
+    Network::Ip("link set v1 netns " + std::to_string(host.Pid()));
+    EXPECT_TRUE(Comes([&] { return Table().Find("v1") == nullptr; }));
+    EXPECT_THAT(m_recorder.Taken(), testing::Contains("removed " + index + " v1"));
+}
+
+TEST_F(MonitorTest, TheBridgeLeavingAPortIsNotItsRemoval)
+{
+    Network::Veth("v0", "v1");
+    Network::MakeBridge("br0", {"v0"});
+    m_monitor->Start();
+    Network::Ip("link del br0");
+    EXPECT_TRUE(Comes([&] { return Table().Find("br0") == nullptr; }));
+    EXPECT_TRUE(ComesFor("v0", [](const Link& link) { return link.master == 0; }));
+}
+
+TEST_F(MonitorTest, KnowsThePortVlan)
+{
+    Network::Veth("v0", "v1");
+    Network::MakeBridge("br0", {"v0"});
+    m_monitor->Start();
+    const std::uint32_t port = Network::Index("v0");
+    EXPECT_EQ(m_monitor->CurrentForwarding().PortVlan(port), 0);
+    try {
+        Network::Ip("link set br0 type bridge vlan_filtering 1");
+    } catch (const std::runtime_error& error) {
+        GTEST_SKIP() << "bridges of this kernel do not filter VLANs: " << error.what();
+    }
+    EXPECT_TRUE(ComesFor("br0", [](const Link& link) { return link.vlanFiltering; }));
+    EXPECT_TRUE(Comes([&] { return m_monitor->CurrentForwarding().PortVlan(port) == 1; }));
+    Network::Bridge("vlan add dev v0 vid 7 pvid untagged");
+    EXPECT_TRUE(Comes([&] { return m_monitor->CurrentForwarding().PortVlan(port) == 7; }));
+    Network::Bridge("vlan del dev v0 vid 7");
+    EXPECT_TRUE(Comes([&] { return m_monitor->CurrentForwarding().PortVlan(port) == 0; }));
+    Network::Ip("link set br0 type bridge vlan_default_pvid 9");
+    Network::Ip("link set v0 nomaster");
+    EXPECT_TRUE(ComesFor("v0", [](const Link& link) { return link.master == 0; }));
+    Network::Ip("link set v0 master br0");
+    EXPECT_TRUE(Comes([&] { return m_monitor->CurrentForwarding().PortVlan(port) == 9; }));
+}
+
+TEST_F(MonitorTest, AStormOfLinksLeavesTheTableAsTheKernelHasIt)
+{
+    m_monitor->Start();
+    m_recorder.Taken();
+    std::string made;
+    std::string gone;
+    for (int i = 0; i < 250; ++i) {
+        const std::string name = std::to_string(i);
+        made += "link add a" + name + " type veth peer name b" + name + "\n";
+        if (i % 5 != 0) gone += "link del a" + name + "\n";
+    }
+    Network::Ip(made);
+    Network::Ip(gone);  // nothing was read meanwhile
+    EXPECT_TRUE(Comes([&] { return Table().All().size() == 101; }));
+    EXPECT_NE(Table().Find("a245"), nullptr);
+    EXPECT_EQ(Table().Find("a246"), nullptr);
+    Settle();
+    EXPECT_EQ(Table().All().size(), 101U);
+}
+
+TEST_F(MonitorTest, OneTurnOfTheLoopIsShortInAStorm)
+{
+    m_monitor->Start();
+    std::string made;
+    for (int i = 0; i < 500; ++i) made += "link add br" + std::to_string(i) + " type bridge\n";
+    Network::Ip(made);
+    // Each handler that runs takes a part only: others get their turn in between.
+    std::size_t most = 0;
+    std::size_t before = m_recorder.Count();
+    EXPECT_TRUE(Comes([&] {
+        most = std::max(most, m_recorder.Count() - before);
+        before = m_recorder.Count();
+        return Table().All().size() == 501;
+    }));
+    EXPECT_LT(most, 300U);
+}
+
+TEST_F(MonitorTest, StoppedItHearsNothingMore)
+{
+    m_monitor->Start();
+    m_monitor->Stop();
+    m_recorder.Taken();
+    Network::MakeBridge("br0", {});
+    m_loop.restart();
+    m_loop.run_for(std::chrono::milliseconds(20));
+    EXPECT_THAT(m_recorder.Taken(), IsEmpty());
+    m_monitor.reset();
+    m_loop.restart();
+    m_loop.run_for(std::chrono::milliseconds(1));
+}
+
+// ---- the part below the loop, whose queue can be made small ----
+
+struct Followed {
+    Links links;
+    Bridges bridges;
+    LinkSpeeds speeds;
+    int told = 0;
+    LinkFollower follower{
+        links,
+        bridges,
+        speeds,
+        {[this](const Link&, const Placement&) { ++told; }, [this](std::uint32_t) { ++told; }}};
+
+    void Synchronise()
+    {
+        follower.Synchronise();
+        while (follower.Turn() || follower.Synchronising()) continue;
+    }
+};
+
+class LinkFollowerTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (const auto why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
+        m_network.emplace();
+    }
+    std::optional<Network> m_network;
+};
+
+TEST_F(LinkFollowerTest, HearsOnlyDifferencesAfterALoss)
+{
+    Network::Veth("v0", "v1");
+    Network::MakeBridge("br0", {"v0"});
+    Followed followed;
+    followed.follower.SetReceiveBuffer(4096);
+    followed.Synchronise();
+    ASSERT_FALSE(followed.follower.NeedsSynchronise());
+    LinkRecorder recorder;
+    followed.links.AddObserver(recorder);
+
+    const std::string v1 = std::to_string(Network::Index("v1"));
+    const std::string v0 = std::to_string(Network::Index("v0"));
+    std::string lines;
+    for (int i = 0; i < 100; ++i) lines += "link set br0 alias x" + std::to_string(i) + "\n";
+    Network::Ip(lines);
+    Network::Ip("link set br0 alias \"\"\nlink del v0\nlink add fresh type bridge");
+    while (followed.follower.Turn()) continue;
+    ASSERT_TRUE(followed.follower.NeedsSynchronise());
+    recorder.Taken();
+    followed.Synchronise();
+    EXPECT_FALSE(followed.follower.NeedsSynchronise());
+    auto told = recorder.Taken();
+    EXPECT_THAT(told, testing::IsSupersetOf({"removed " + v0 + " v0", "removed " + v1 + " v1"}));
+    EXPECT_NE(followed.links.Find("fresh"), nullptr);
+    EXPECT_EQ(followed.links.Find("br0")->alias, "");
+    EXPECT_EQ(followed.bridges.FindPort(static_cast<std::uint32_t>(std::stoul(v0))), nullptr);
+
+    followed.Synchronise();
+    EXPECT_THAT(recorder.Taken(), IsEmpty());
+}
+
+TEST_F(LinkFollowerTest, LearnedAddressesThatWentUnheardAreSwept)
+{
+    Network::Veth("v0", "v1");
+    Network::MakeBridge("br0", {"v0"});
+    Network::Bridge(
+        "fdb add 02:00:00:00:00:09 dev v0 master static\n"
+        "fdb add 02:00:00:00:00:0a dev v0 master static");
+    Followed followed;
+    followed.follower.SetReceiveBuffer(4096);
+    followed.Synchronise();
+    const BridgePort* port = followed.bridges.FindPort(Network::Index("v0"));
+    ASSERT_NE(port, nullptr);
+    const MacAddress ninth{2, 0, 0, 0, 0, 9};
+    const MacAddress tenth{2, 0, 0, 0, 0, 10};
+    ASSERT_NE(Bridges::FindAddress(*port->bridge, 0, ninth.data()), nullptr);
+    std::string lines;
+    for (int i = 0; i < 100; ++i) lines += "link set br0 alias x" + std::to_string(i) + "\n";
+    Network::Ip(lines);
+    Network::Bridge("fdb del 02:00:00:00:00:09 dev v0 master");
+    while (followed.follower.Turn()) continue;
+    ASSERT_TRUE(followed.follower.NeedsSynchronise());
+    ASSERT_NE(Bridges::FindAddress(*port->bridge, 0, ninth.data()), nullptr);
+    followed.Synchronise();
+    EXPECT_EQ(Bridges::FindAddress(*port->bridge, 0, ninth.data()), nullptr);
+    EXPECT_NE(Bridges::FindAddress(*port->bridge, 0, tenth.data()), nullptr);
+}
+
+}  // namespace
+}  // namespace net
