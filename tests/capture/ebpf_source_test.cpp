@@ -1,0 +1,301 @@
+// The eBPF source on a cable of the test's own: what it counts, draws and says of a packet.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/udp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "capture/ebpf_world.h"
+
+namespace {
+
+using capture::Counts;
+using capture::Settings;
+using support::Bytes;
+using support::Network;
+
+class EbpfSourceTest : public EbpfWorld {
+protected:
+    // A datagram from this machine out of "left", as a program sends it.
+    static void SendDatagram(std::size_t size, std::uint32_t mark = 0, int segment = 0)
+    {
+        Network::Ip(
+            "address replace 198.51.100.1/24 dev left\n"
+            "neighbour replace 198.51.100.2 lladdr 02:00:00:00:00:02 dev left nud permanent\n");
+        const int file = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ASSERT_EQ(::setsockopt(file, SOL_SOCKET, SO_MARK, &mark, sizeof(mark)), 0);
+        ASSERT_EQ(::setsockopt(file, IPPROTO_UDP, UDP_SEGMENT, &segment, sizeof(segment)), 0);
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(9);
+        ::inet_pton(AF_INET, "198.51.100.2", &to.sin_addr);
+        const Bytes payload(size);
+        EXPECT_EQ(::sendto(file, payload.data(), size, 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)),
+                  static_cast<ssize_t>(size));
+        ::close(file);
+    }
+    void AwaitPool(std::uint32_t interface, std::uint64_t pool)
+    {
+        EXPECT_TRUE(support::Becomes([&] { return source->Read(interface).pool >= pool; }));
+        EXPECT_EQ(source->Read(interface).pool, pool);
+    }
+};
+
+TEST_F(EbpfSourceTest, NamesItsKind) { EXPECT_EQ(source->Kind(), "ebpf-tcx"); }
+
+TEST_F(EbpfSourceTest, HandsOverEveryPacketAtRateOne)
+{
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    Cross(1000);
+    source->Drain();
+    ASSERT_EQ(sink.samples.size(), 1000U);
+    EXPECT_EQ(sink.drained, 1);
+    EXPECT_LE(sink.batches, 6) << "in batches";
+    const auto sent = Frames(1000);
+    for (std::size_t i = 0; i < 1000; ++i) {
+        const auto& sample = sink.samples[i];
+        ASSERT_EQ(sample.ifIndex, right);
+        ASSERT_FALSE(sample.egress);
+        ASSERT_EQ(sample.origin, 0U);
+        ASSERT_EQ(sample.rate, 1U);
+        ASSERT_EQ(sample.count, 1);
+        ASSERT_EQ(sample.segments, 1);
+        ASSERT_EQ(sample.segmentSize, 0);
+        ASSERT_EQ(sample.length, 200U);
+        ASSERT_EQ(sample.etherType, 0x0800);
+        ASSERT_EQ(sample.tagProtocol, 0);
+        ASSERT_EQ(sample.drops, 0U);
+        ASSERT_EQ(sample.pool, i + 1);
+        ASSERT_EQ(sink.headers[i], Bytes(sent[i].begin(), sent[i].begin() + 128));
+    }
+    EXPECT_EQ(source->Read(right).pool, 1000U);
+    EXPECT_EQ(source->Read(right).drops, 0U);
+}
+
+struct SizeRow {
+    std::string name;
+    std::uint16_t wanted;
+    std::size_t frame;
+    std::size_t captured;
+};
+void PrintTo(const SizeRow& row, std::ostream* out) { *out << row.name; }
+
+class HeaderSize : public EbpfWorld, public testing::WithParamInterface<SizeRow> {};
+
+TEST_P(HeaderSize, IsWhatWasAskedForButNeverLessThanTheLeastNorMoreThanThePacket)
+{
+    const auto& row = GetParam();
+    source->Add(right, {.rate = 1, .headerSize = row.wanted});
+    const auto frame = support::EthernetFrame(1, 2, 0x88b5, row.frame);
+    Cross({frame});
+    source->Drain();
+    ASSERT_EQ(sink.samples.size(), 1U);
+    EXPECT_EQ(sink.samples[0].length, row.frame);
+    EXPECT_EQ(sink.samples[0].etherType, 0x88b5);
+    EXPECT_EQ(sink.headers[0], Bytes(frame.begin(), frame.begin() + static_cast<long>(row.captured)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sizes, HeaderSize,
+    testing::Values(SizeRow{"short_frame", 128, 14, 14}, SizeRow{"little_more", 128, 15, 15},
+                    SizeRow{"smallest_class_full", 128, 64, 64}, SizeRow{"second_class", 128, 65, 65},
+                    SizeRow{"least", 16, 200, 96}, SizeRow{"usual", 128, 1514, 128},
+                    SizeRow{"odd", 129, 1514, 129}, SizeRow{"third_class_full", 256, 1514, 256},
+                    SizeRow{"fourth_class", 257, 1514, 257}, SizeRow{"most", 512, 1514, 512},
+                    SizeRow{"beyond_most", 9000, 1514, 512}, SizeRow{"all_of_it", 512, 400, 400}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(EbpfSourceTest, TellsTheTagThatTheKernelTook)
+{
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    const std::vector<Bytes> frames{support::UdpFrame({.tags = {0x81006005}, .size = 100}),
+                                    support::UdpFrame({.tags = {0x88a80007, 0x81000009}, .size = 100})};
+    Cross(frames);
+    source->Drain();
+    ASSERT_EQ(sink.samples.size(), 2U);
+    EXPECT_EQ(sink.samples[0].tagProtocol, 0x8100);
+    EXPECT_EQ(sink.samples[0].tagControl, 0x6005);
+    EXPECT_EQ(sink.samples[0].etherType, 0x0800);
+    EXPECT_EQ(sink.samples[0].length, 96U);
+    EXPECT_EQ(sink.samples[1].tagProtocol, 0x88a8);
+    EXPECT_EQ(sink.samples[1].tagControl, 0x0007);
+    EXPECT_EQ(sink.samples[1].etherType, 0x8100) << "the inner tag is still in the packet";
+    EXPECT_EQ(sink.samples[1].length, 96U);
+    EXPECT_EQ(sink.headers[1].at(15), std::byte{9});
+}
+
+TEST_F(EbpfSourceTest, CountsASegmentedPacketAsTheFramesThatItIs)
+{
+    source->Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    SendDatagram(10'500, 0, 1000);
+    AwaitPool(left, 11);
+    AwaitPool(right, 11);
+    source->Drain();
+    ASSERT_EQ(sink.samples.size(), 2U);
+    for (const auto& sample : sink.samples) {
+        EXPECT_EQ(sample.segments, 11);
+        EXPECT_EQ(sample.count, 11);
+        EXPECT_EQ(sample.segmentSize, 1000);
+        EXPECT_EQ(sample.length, 10'542U);
+        EXPECT_EQ(sample.pool, 11U);
+    }
+}
+
+TEST_F(EbpfSourceTest, DrawsFramesOfSegmentedPacketsWithTheRatesProbability)
+{
+    source->Add(right, {.rate = 4, .headerSize = 128});
+    for (int i = 0; i < 2000; ++i) SendDatagram(40'000, 0, 1000);
+    AwaitPool(right, 80'000);
+    source->Drain();
+    // 80,000 frames at 1/4: mean 20,000, standard deviation 122.5; six of them: 2e-9.
+    EXPECT_NEAR(static_cast<double>(sink.Frames()), 20'000, 6 * 122.5);
+    for (const auto& sample : sink.samples) ASSERT_LE(sample.count, 40);
+}
+
+TEST_F(EbpfSourceTest, TellsTheDirectionAndWhereAPacketCameFrom)
+{
+    Network::Veth("out", "far");
+    Network::MakeBridge("bridge0", {"right", "out"});
+    const auto out = Network::Index("out");
+    source->Add(out, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+    Cross(Frames(3), out);
+    support::Injector("far").Send(Frames(2));
+    AwaitPool(out, 5);
+    source->Drain();
+    ASSERT_EQ(sink.samples.size(), 5U);
+    for (std::size_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(sink.samples[i].egress, i < 3);
+        EXPECT_EQ(sink.samples[i].origin, i < 3 ? right : 0);
+        EXPECT_EQ(sink.samples[i].pool, i + 1) << "both directions count together";
+    }
+}
+
+TEST_F(EbpfSourceTest, NeitherCountsNorDrawsPacketsWithTheOwnMark)
+{
+    Start({.ownMark = 77});
+    source->Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});
+    SendDatagram(100, 77);
+    SendDatagram(101, 78);
+    SendDatagram(102, 77);
+    SendDatagram(103);
+    AwaitPool(left, 2);
+    source->Drain();
+    ASSERT_EQ(sink.samples.size(), 2U);
+    EXPECT_EQ(sink.samples[0].length, 143U);
+    EXPECT_EQ(sink.samples[1].length, 145U);
+}
+
+TEST_F(EbpfSourceTest, ChangesRateAndHeaderSizeAtOnceAndKeepsTheCounts)
+{
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    Cross(100);
+    source->Change(right, {.rate = 16777215, .headerSize = 128});
+    Cross(100);  // a sample among them has a probability of 6e-6; rate and pool would still be right
+    source->Change(right, {.rate = 1, .headerSize = 256});
+    Cross(Frames(100, 300));
+    source->Drain();
+    ASSERT_GE(sink.samples.size(), 200U);
+    EXPECT_EQ(sink.samples[99].pool, 100U);
+    EXPECT_EQ(sink.samples[100].pool, 201U);
+    EXPECT_EQ(sink.headers[99].size(), 128U);
+    EXPECT_EQ(sink.headers[100].size(), 256U);
+    EXPECT_EQ(sink.samples[199].pool, 300U);
+}
+
+TEST_F(EbpfSourceTest, LabelsASampleWithTheRateThatItWasDrawnWith)
+{
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    Cross(10);
+    source->Change(right, {.rate = 2, .headerSize = 128});
+    source->Drain();
+    ASSERT_EQ(sink.samples.size(), 10U);
+    for (const auto& sample : sink.samples) EXPECT_EQ(sample.rate, 1U);
+    Cross(200);
+    source->Drain();
+    ASSERT_GT(sink.samples.size(), 10U);
+    for (std::size_t i = 10; i < sink.samples.size(); ++i) EXPECT_EQ(sink.samples[i].rate, 2U);
+}
+
+TEST_F(EbpfSourceTest, ChangesTheDirectionWithoutAGapInTheCounts)
+{
+    Settings settings{.rate = 1, .headerSize = 128, .ingress = true, .egress = false};
+    source->Add(left, settings);
+    support::Injector from("right");
+    from.Send(Frames(5));
+    AwaitPool(left, 5);
+    settings.ingress = false;
+    settings.egress = true;
+    source->Change(left, settings);
+    EXPECT_EQ(source->Read(left).pool, 5U) << "what was counted stays";
+    from.Send(Frames(50));
+    Cross(Frames(7), left);
+    settings.ingress = true;
+    source->Change(left, settings);
+    from.Send(Frames(9));
+    AwaitPool(left, 21);
+    source->Drain();
+    EXPECT_EQ(sink.samples.size(), 21U);
+    EXPECT_EQ(sink.samples.back().pool, 21U);
+}
+
+TEST_F(EbpfSourceTest, CountsWhatFindsNoRoomAndLosesNoCount)
+{
+    Start({.bufferSize = 65536});
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    Cross(5000);
+    const Counts full = source->Read(right);
+    EXPECT_EQ(full.pool, 5000U);
+    EXPECT_GT(full.drops, 0U);
+    source->Drain();
+    EXPECT_EQ(sink.samples.size() + full.drops, 5000U) << "handed over or counted as lost";
+    EXPECT_EQ(sink.samples.back().drops, 0U) << "all of these came before the first loss";
+    Cross(1);
+    source->Drain();
+    EXPECT_EQ(sink.samples.back().pool, 5001U);
+    EXPECT_EQ(sink.samples.back().drops, full.drops);
+}
+
+TEST_F(EbpfSourceTest, KeepsTheBytesOfRecordsThatGoOverTheEndOfTheRing)
+{
+    Start({.bufferSize = 4096});
+    source->Add(right, {.rate = 1, .headerSize = 200});
+    std::size_t all = 0;
+    for (const std::size_t size : {60, 100, 200, 77, 150, 64, 199}) {
+        for (int round = 0; round < 20; ++round, all += 5) {
+            Cross(Frames(5, size));
+            source->Drain();
+            ASSERT_EQ(sink.samples.size(), all + 5);
+            for (std::size_t i = 0; i < 5; ++i) {
+                ASSERT_EQ(sink.headers[all + i], Frames(5, size)[i]) << "size " << size;
+            }
+        }
+    }
+}
+
+TEST_F(EbpfSourceTest, ReadsFewAndManyInterfacesAlike)
+{
+    std::string lines;
+    for (int i = 0; i < 200; ++i) lines += "link add d" + std::to_string(i) + " type bridge\n";
+    Network::Ip(lines);
+    source->Add(right, {.rate = 5, .headerSize = 128});
+    Cross(123);
+    auto few = source->ReadAll();
+    ASSERT_EQ(few.size(), 1U);
+    EXPECT_EQ(few[0].ifIndex, right);
+    EXPECT_EQ(few[0].counts.pool, 123U);
+    for (int i = 0; i < 200; ++i)
+        source->Add(Network::Index("d" + std::to_string(i)), {.rate = 5, .ingress = true, .egress = true});
+    const auto many = source->ReadAll();
+    EXPECT_EQ(many.size(), 201U);
+    for (const auto& one : many) EXPECT_EQ(one.counts.pool, one.ifIndex == right ? 123U : 0U) << one.ifIndex;
+}
+
+}  // namespace
