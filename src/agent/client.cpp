@@ -109,13 +109,23 @@ void Client::OnRegistration(const ClientMessage& message)
     if (m_subscriptions.size() + m_callpoints.size() + m_providers.size() >= kMaxRegistrations)
         return Refuse({"more than " + std::to_string(kMaxRegistrations) + " registrations", 0});
     if (message.body_case() == ClientMessage::kSubscribe) return OnSubscribe(message.subscribe());
-    const bool isCallpoint = message.body_case() == ClientMessage::kRegisterCallpoint;
-    const std::string& name =
-        isCallpoint ? message.register_callpoint().name() : message.register_state_provider().path();
-    const auto refusal = isCallpoint ? m_host.CheckCallpoint(*this, name) : m_host.CheckProvider(*this, name);
-    if (refusal) return Refuse(*refusal);
-    auto& registered = isCallpoint ? m_callpoints : m_providers;
-    if (std::find(registered.begin(), registered.end(), name) == registered.end()) registered.push_back(name);
+    if (message.body_case() == ClientMessage::kRegisterCallpoint)
+        return OnCallpoint(message.register_callpoint().name());
+    OnProvider({message.register_state_provider().path(), message.register_state_provider().config_path()});
+}
+
+void Client::OnCallpoint(const std::string& name)
+{
+    if (const auto refusal = m_host.CheckCallpoint(*this, name)) return Refuse(*refusal);
+    if (std::find(m_callpoints.begin(), m_callpoints.end(), name) == m_callpoints.end())
+        m_callpoints.push_back(name);
+}
+
+void Client::OnProvider(const StateProvision& wanted)
+{
+    if (const auto refusal = m_host.CheckProvider(*this, wanted)) return Refuse(*refusal);
+    const auto same = [&wanted](const StateProvision& each) { return each.path == wanted.path; };
+    if (std::none_of(m_providers.begin(), m_providers.end(), same)) m_providers.push_back(wanted);
 }
 
 void Client::OnSubscribe(const ipc::cdb::Subscribe& wanted)

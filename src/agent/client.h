@@ -32,6 +32,12 @@ struct Subscription {
     std::string path;
 };
 
+/// State that a client answers for.
+struct StateProvision {
+    std::string path;
+    std::string configPath;  // of the configuration that it wants with each question; empty: none
+};
+
 /// Why a client is turned away, and whose process is in its place (0: nobody's).
 struct Refusal {
     std::string reason;
@@ -46,7 +52,7 @@ public:
     virtual std::optional<Refusal> CheckSubscription(const ipc::cdb::Subscribe& wanted,
                                                      cdb::NodeId& point) = 0;
     virtual std::optional<Refusal> CheckCallpoint(const Client& client, const std::string& name) = 0;
-    virtual std::optional<Refusal> CheckProvider(const Client& client, const std::string& path) = 0;
+    virtual std::optional<Refusal> CheckProvider(const Client& client, const StateProvision& wanted) = 0;
     virtual ipc::cdb::Welcome MakeWelcome() = 0;
     virtual void OnFault(const ipc::cdb::FaultReport& fault) = 0;
     /// The connection has gone; called once, from the loop.
@@ -76,7 +82,7 @@ public:
     [[nodiscard]] std::int64_t ConnectedUs() const { return m_connectedUs; }
     [[nodiscard]] const std::vector<Subscription>& Subscriptions() const { return m_subscriptions; }
     [[nodiscard]] const std::vector<std::string>& Callpoints() const { return m_callpoints; }
-    [[nodiscard]] const std::vector<std::string>& Providers() const { return m_providers; }
+    [[nodiscard]] const std::vector<StateProvision>& Providers() const { return m_providers; }
     [[nodiscard]] bool IsApplying() const { return m_applying; }
 
     /// A number for the next request to this client.
@@ -101,6 +107,8 @@ private:
     void OnHello(const ipc::cdb::Hello& hello);
     void OnRegistration(const ipc::cdb::ClientMessage& message);
     void OnSubscribe(const ipc::cdb::Subscribe& wanted);
+    void OnCallpoint(const std::string& name);
+    void OnProvider(const StateProvision& wanted);
     void OnReady();
     void OnAnswer(AnswerKey key, const ipc::cdb::ClientMessage& message);
     void Refuse(const Refusal& refusal);
@@ -115,7 +123,7 @@ private:
     std::int64_t m_connectedUs;
     std::vector<Subscription> m_subscriptions;
     std::vector<std::string> m_callpoints;
-    std::vector<std::string> m_providers;
+    std::vector<StateProvision> m_providers;
     std::uint64_t m_lastRequest = 0;
     std::map<AnswerKey, AnswerHandler> m_questions;
 };

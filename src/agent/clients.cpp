@@ -20,6 +20,23 @@ bool Holds(const std::vector<std::string>& names, const std::string& name)
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
+bool Provides(const Client& client, const std::string& path)
+{
+    const auto& provided = client.Providers();
+    return std::any_of(provided.begin(), provided.end(),
+                       [&path](const StateProvision& each) { return each.path == path; });
+}
+
+/// Whether there is exactly one container at the path, none of its parents being a list.
+bool IsConfigContainer(const cdb::SchemaTable& table, const std::string& path)
+{
+    cdb::NodeId node = table.Find(path);
+    if (node == cdb::kNoNode) return false;
+    for (; node != cdb::kNoNode; node = table[node].parent)
+        if (table[node].kind != cdb::NodeKind::kContainer) return false;
+    return true;
+}
+
 bool IsCallpoint(const cdb::SchemaTable& table, const std::string& name)
 {
     const auto nodes = table.Nodes();
@@ -100,13 +117,16 @@ std::optional<Refusal> Clients::CheckCallpoint(const Client& client, const std::
     return std::nullopt;
 }
 
-std::optional<Refusal> Clients::CheckProvider(const Client& client, const std::string& path)
+std::optional<Refusal> Clients::CheckProvider(const Client& client, const StateProvision& wanted)
 {
-    if (FindProviderNode(m_schema.Context(), path) == nullptr)
-        return Refusal{"there is no container of state at " + path, 0};
+    if (FindProviderNode(m_schema.Context(), wanted.path) == nullptr)
+        return Refusal{"there is no container of state at " + wanted.path, 0};
+    if (!wanted.configPath.empty() && !IsConfigContainer(m_schema.Table(), wanted.configPath))
+        return Refusal{"there is no container of the configuration at " + wanted.configPath, 0};
     for (const ClientPtr& other : m_clients)
-        if (other.get() != &client && Holds(other->Providers(), path))
-            return Refusal{"the state of " + path + " is provided by " + other->Process(), other->Pid()};
+        if (other.get() != &client && Provides(*other, wanted.path))
+            return Refusal{"the state of " + wanted.path + " is provided by " + other->Process(),
+                           other->Pid()};
     return std::nullopt;
 }
 

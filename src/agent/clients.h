@@ -38,7 +38,7 @@ public:
     // ClientHost
     std::optional<Refusal> CheckSubscription(const ipc::cdb::Subscribe& wanted, cdb::NodeId& point) override;
     std::optional<Refusal> CheckCallpoint(const Client& client, const std::string& name) override;
-    std::optional<Refusal> CheckProvider(const Client& client, const std::string& path) override;
+    std::optional<Refusal> CheckProvider(const Client& client, const StateProvision& wanted) override;
     ipc::cdb::Welcome MakeWelcome() override;
     void OnFault(const ipc::cdb::FaultReport& fault) override;
     void OnGone(const ClientPtr& client) override;

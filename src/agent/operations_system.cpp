@@ -18,8 +18,8 @@ constexpr const char* kResync = "resync";
 ClientPtr FindManager(const Clients& clients)
 {
     for (const ClientPtr& client : clients.Ready())
-        for (const std::string& path : client->Providers())
-            if (path == kManagerState) return client;
+        for (const StateProvision& provided : client->Providers())
+            if (provided.path == kManagerState) return client;
     return nullptr;
 }
 

@@ -95,10 +95,10 @@ std::string AddProvidedState(const ly_ctx* context, const Answer& answer, Tree& 
         return std::string("its answer can't be read: ") +
                (last != nullptr && last->msg != nullptr ? last->msg : "no reason given");
     }
-    for (const std::string& path : answer.client->Providers()) {
-        const lysc_node* container = FindProviderNode(context, path);
+    for (const StateProvision& provided : answer.client->Providers()) {
+        const lysc_node* container = FindProviderNode(context, provided.path);
         if (container != nullptr && tree && !Move(tree.get(), container, state))
-            return "its data at " + path + " can't be taken over";
+            return "its data at " + provided.path + " can't be taken over";
     }
     return {};
 }

@@ -8,6 +8,7 @@
 #include "agent/ask.h"
 #include "agent/provided_state.h"
 #include "agent/system_state.h"
+#include "agent/wanted_configuration.h"
 #include "log/log.h"
 
 namespace agent {
@@ -36,8 +37,14 @@ std::string_view SecondName(std::string_view path)
 }  // namespace
 
 StateSource::StateSource(boost::asio::io_context& loop, const cdb::Schema& schema, const cdb::Store& store,
-                         const Clients& clients, std::chrono::milliseconds timeout)
-    : m_loop(loop), m_schema(schema), m_store(store), m_clients(clients), m_timeout(timeout)
+                         const cdb::Datastore& datastore, const Clients& clients,
+                         std::chrono::milliseconds timeout)
+    : m_loop(loop),
+      m_schema(schema),
+      m_store(store),
+      m_datastore(datastore),
+      m_clients(clients),
+      m_timeout(timeout)
 {
 }
 
@@ -46,9 +53,11 @@ void StateSource::Collect(const std::optional<SubtreeFilter>& filter, std::funct
     const auto providers = ProvidersFor(filter);
     const bool system = Wants(filter, "system");
     if (providers.empty()) return done(system ? MakeSystemState() : Tree());
-    const auto ask = [](Client& client) {
+    const auto ask = [this](Client& client) {
         Question question{{ipc::cdb::ClientMessage::kStateReply, client.NextRequest()}};
         question.message->mutable_state_request()->set_request(question.key.second);
+        AddWantedConfiguration(m_schema, m_datastore.Running(), client,
+                               *question.message->mutable_state_request());
         return question;
     };
     const auto take = [this, system, done = std::move(done)](const std::vector<Answer>& answers) {
@@ -67,9 +76,10 @@ std::vector<ClientPtr> StateSource::ProvidersFor(const std::optional<SubtreeFilt
 {
     std::vector<ClientPtr> providers;
     for (const ClientPtr& client : m_clients.Ready()) {
-        const auto& paths = client->Providers();
-        if (std::any_of(paths.begin(), paths.end(),
-                        [&filter](const std::string& path) { return Wants(filter, SecondName(path)); }))
+        const auto& provided = client->Providers();
+        if (std::any_of(provided.begin(), provided.end(), [&filter](const StateProvision& each) {
+                return Wants(filter, SecondName(each.path));
+            }))
             providers.push_back(client);
     }
     return providers;

@@ -13,6 +13,7 @@
 #include "agent/clients.h"
 #include "agent/subtree_filter.h"
 #include "agent/yang_tree.h"
+#include "cdb/datastore.h"
 #include "cdb/schema.h"
 #include "cdb/store.h"
 
@@ -24,7 +25,7 @@ class StateSource {
 public:
     /// `timeout`: how long a provider may take; then the state goes without its part.
     StateSource(boost::asio::io_context& loop, const cdb::Schema& schema, const cdb::Store& store,
-                const Clients& clients, std::chrono::milliseconds timeout);
+                const cdb::Datastore& datastore, const Clients& clients, std::chrono::milliseconds timeout);
 
     /// Collects what the filter may select (none: everything). `done` is called once with the tree's
     /// first sibling, which may be null; from inside Collect where no provider needs to be asked.
@@ -40,6 +41,7 @@ private:
     boost::asio::io_context& m_loop;
     const cdb::Schema& m_schema;
     const cdb::Store& m_store;
+    const cdb::Datastore& m_datastore;
     const Clients& m_clients;
     std::chrono::milliseconds m_timeout;
     Role m_role = Role::kUnknown;

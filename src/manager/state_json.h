@@ -4,15 +4,22 @@
 #ifndef MANAGER_STATE_JSON_H
 #define MANAGER_STATE_JSON_H
 
-#include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace manager {
 
 class Service;
+struct Configured;
+struct Snapshot;
+struct StatusSources;
 
-/// {"switch-state:state":{"oam":{"sflow":{...}}}}. `pid` is the manager's own.
-std::string StateJson(const Service& service, std::int64_t pid);
+/// {"switch-state:state":{"oam":{"sflow":{...}}}}. `configured` may be null: then what only it can tell
+/// is left out.
+std::string StateJson(const Snapshot& snapshot, const Configured* configured);
+
+/// The same, of this moment. `configuration` is what the database has sent along, or empty.
+std::string StateJson(const Service& service, const StatusSources& sources, std::string_view configuration);
 
 }  // namespace manager
 

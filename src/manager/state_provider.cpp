@@ -15,6 +15,7 @@ using ipc::cdb::ClientMessage;
 using ipc::cdb::ServerMessage;
 
 constexpr const char* kStatePath = "/state/oam/sflow";
+constexpr const char* kConfigurationPath = "/config/oam/sflow";
 
 /// What a message has beside the state itself, generously.
 constexpr std::size_t kEnvelope = 1024;
@@ -38,6 +39,7 @@ void StateProvider::Introduce()
     message.mutable_hello()->set_pid(::getpid());
     m_link.Send(message);
     message.mutable_register_state_provider()->set_path(kStatePath);
+    message.mutable_register_state_provider()->set_config_path(kConfigurationPath);
     m_link.Send(message);
     message.mutable_ready();
     m_link.Send(message);
@@ -63,7 +65,7 @@ void StateProvider::OnMessage(const ServerMessage& message)
         OnRefused(message.refused().reason());
         break;
     case ServerMessage::kStateRequest:
-        AnswerState(message.state_request().request());
+        AnswerState(message.state_request());
         break;
     case ServerMessage::kActionRequest:
         AnswerAction(message.action_request());
@@ -92,12 +94,15 @@ void StateProvider::OnRefused(const std::string& reason)
     m_link.Retry();
 }
 
-void StateProvider::AnswerState(std::uint64_t request)
+void StateProvider::AnswerState(const ipc::cdb::StateRequest& request)
 {
     ClientMessage answer;
     auto& reply = *answer.mutable_state_reply();
-    reply.set_request(request);
-    std::string state = m_handlers.state();
+    reply.set_request(request.request());
+    std::string_view configuration;
+    for (const auto& part : request.configuration())
+        if (part.path() == kConfigurationPath) configuration = part.json();
+    std::string state = m_handlers.state(configuration);
     if (state.size() + kEnvelope > ipc::kMaxFrame)
         reply.set_error("the state of sFlow is larger than a message may be");
     else

@@ -12,6 +12,7 @@
 
 namespace ipc::cdb {
 class ActionRequest;
+class StateRequest;
 class ServerMessage;
 }  // namespace ipc::cdb
 
@@ -20,8 +21,9 @@ namespace manager {
 class StateProvider {
 public:
     struct Handlers {
-        /// The state, as JSON.
-        std::function<std::string()> state;
+        /// The state, as JSON. `configuration` is what is configured of sFlow, as JSON; empty where the
+        /// database has not sent it.
+        std::function<std::string(std::string_view configuration)> state;
         /// Asks for everything anew. Empty when that is under way, else why it can't be.
         std::function<std::string()> resync;
     };
@@ -38,7 +40,7 @@ private:
     void OnFrame(std::string_view frame);
     void OnMessage(const ipc::cdb::ServerMessage& message);
     void OnRefused(const std::string& reason);
-    void AnswerState(std::uint64_t request);
+    void AnswerState(const ipc::cdb::StateRequest& request);
     void AnswerAction(const ipc::cdb::ActionRequest& request);
 
     const Handlers m_handlers;

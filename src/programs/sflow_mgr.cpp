@@ -11,6 +11,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -21,10 +22,11 @@
 #include "manager/options.h"
 #include "manager/service.h"
 #include "manager/session_server.h"
+#include "manager/snapshot.h"
 #include "manager/state.h"
 #include "manager/state_json.h"
 #include "manager/state_provider.h"
-#include "manager/user.h"
+#include "manager/privileges.h"
 
 namespace {
 
@@ -63,14 +65,16 @@ void Run(const manager::Options& options)
     manager::SessionServer server(loop, *timers, directory + "/manager.sock", service);
     manager::StateProvider provider(
         loop, *timers, directory + "/cdb.sock",
-        {[&service] { return manager::StateJson(service, ::getpid()); },
+        {[&service,
+          sources = manager::StatusSources{.now = &std::chrono::system_clock::now, .pid = ::getpid()}](
+             std::string_view configuration) { return manager::StateJson(service, sources, configuration); },
          [&server] {
              return std::string(server.RequestResync() ? "" : "the configuration daemon has no session");
          }});
     if (!options.user.empty()) {
         const manager::User user = manager::FindUser(options.user);
         server.GiveTo(user.uid, user.gid);
-        manager::Become(user);
+        manager::ReducePrivileges(user, {});
     }
 
     provider.Start();

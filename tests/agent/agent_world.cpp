@@ -109,10 +109,11 @@ void Process::RegisterCallpoint(const std::string& name)
     Send(message);
 }
 
-void Process::RegisterProvider(const std::string& path)
+void Process::RegisterProvider(const std::string& path, const std::string& configPath)
 {
     ipc::cdb::ClientMessage message;
     message.mutable_register_state_provider()->set_path(path);
+    message.mutable_register_state_provider()->set_config_path(configPath);
     Send(message);
 }
 

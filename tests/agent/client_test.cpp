@@ -80,6 +80,20 @@ INSTANTIATE_TEST_SUITE_P(
                         "/state/nothing"},
         BadRegistration{"ConfigurationForState", [](Process& p) { p.RegisterProvider("/config/oam"); },
                         "/config/oam"},
+        BadRegistration{"UnknownConfiguration",
+                        [](Process& p) { p.RegisterProvider("/state/oam/sflow", "/config/oam/other"); },
+                        "no container of the configuration at /config/oam/other"},
+        BadRegistration{"StateForConfiguration",
+                        [](Process& p) { p.RegisterProvider("/state/oam/sflow", "/state/system"); },
+                        "/state/system"},
+        BadRegistration{
+            "AListForConfiguration",
+            [](Process& p) { p.RegisterProvider("/state/oam/sflow", "/config/oam/sflow/collector"); },
+            "/config/oam/sflow/collector"},
+        BadRegistration{
+            "AContainerBelowAListForConfiguration",
+            [](Process& p) { p.RegisterProvider("/state/oam/sflow", "/config/interface/mgmt/ipv4"); },
+            "/config/interface/mgmt/ipv4"},
         BadRegistration{"TooMany",
                         [](Process& p) {
                             for (std::uint32_t i = 0; i < 300; ++i) p.Subscribe(i, 0, "/config/oam/sflow");

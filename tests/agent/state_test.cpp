@@ -135,6 +135,44 @@ TEST_F(State, IsTakenOfTheProvidersOwnPathOnly)
     EXPECT_THAT(data, AllOf(HasSubstr("192.0.2.1"), Not(HasSubstr("192.0.2.66")), Not(HasSubstr("forged"))));
 }
 
+/// The parts of the configuration that come with the question for the state, "PATH JSON" each.
+std::vector<std::string> SentAlong(netconf::Client& client, Process& provider)
+{
+    client.Send(netconf::Get(kState));
+    const auto question = provider.Receive().state_request();
+    std::vector<std::string> parts;
+    for (const auto& part : question.configuration()) parts.push_back(part.path() + " " + part.json());
+    ipc::cdb::ClientMessage answer;
+    answer.mutable_state_reply()->set_request(question.request());
+    answer.mutable_state_reply()->set_json(kAgent);
+    provider.Send(answer);
+    EXPECT_THAT(client.Receive().data, HasSubstr("192.0.2.1"));
+    return parts;
+}
+
+TEST_F(State, IsAskedForWithTheConfigurationThatTheProviderWants)
+{
+    Process process(m_world, "manager");
+    process.RegisterProvider("/state/oam/sflow", "/config/oam/sflow");
+    process.Ready();
+    EXPECT_THAT(SentAlong(m_client, process),
+                testing::ElementsAre(R"(/config/oam/sflow {"switch-oam-sflow:sflow":{"agent":{}}})"));
+    Do(m_client, netconf::EditConfig(Sflow(Collector("c1"))));
+    EXPECT_THAT(SentAlong(m_client, process),
+                testing::ElementsAre(R"(/config/oam/sflow {"switch-oam-sflow:sflow":{"agent":{}}})"))
+        << "the candidate was sent";
+    Do(m_client, netconf::Commit());
+    EXPECT_THAT(SentAlong(m_client, process),
+                testing::ElementsAre(R"(/config/oam/sflow {"switch-oam-sflow:sflow":{"agent":{},)"
+                                     R"("collector":[{"name":"c1","ip":"192.0.2.1"}]}})"));
+}
+
+TEST_F(State, IsAskedForWithoutConfigurationWhereNoneIsWanted)
+{
+    const auto provider = Provider();
+    EXPECT_THAT(SentAlong(m_client, *provider), testing::IsEmpty());
+}
+
 TEST_F(State, GoesWithoutAProviderThatReportsAnError)
 {
     const auto provider = Provider();

@@ -66,12 +66,16 @@ protected:
     std::optional<boost::asio::local::stream_protocol::acceptor> m_acceptor;
     std::vector<std::unique_ptr<Database>> m_connections;
     std::string m_state = "{}";
+    std::string m_configuration;
     std::string m_resyncError;
     int m_resyncs = 0;
     StateProvider m_provider{m_loop,
                              m_timers,
                              Path(),
-                             {[this] { return m_state; },
+                             {[this](std::string_view configuration) {
+                                  m_configuration = configuration;
+                                  return m_state;
+                              },
                               [this] {
                                   ++m_resyncs;
                                   return m_resyncError;
@@ -88,6 +92,7 @@ TEST_F(Provider, IntroducesItself)
     EXPECT_EQ("sflow-mgr", said[0].hello().process());
     EXPECT_EQ(::getpid(), said[0].hello().pid());
     EXPECT_EQ("/state/oam/sflow", said[1].register_state_provider().path());
+    EXPECT_EQ("/config/oam/sflow", said[1].register_state_provider().config_path());
     EXPECT_TRUE(said[2].has_ready());
 }
 
@@ -105,6 +110,26 @@ TEST_F(Provider, AnswersWithTheStateOfTheMoment)
     EXPECT_EQ("", answer.state_reply().error());
     m_state = R"({"a":2})";
     EXPECT_EQ(m_state, Answer(request).state_reply().json());
+}
+
+TEST_F(Provider, HandsOnTheConfigurationThatIsSentAlong)
+{
+    Listen();
+    m_provider.Start();
+    Introduced(1).Send(Welcome());
+    ServerMessage request;
+    request.mutable_state_request()->set_request(7);
+    auto& other = *request.mutable_state_request()->add_configuration();
+    other.set_path("/config/interface");
+    other.set_json("[]");
+    auto& wanted = *request.mutable_state_request()->add_configuration();
+    wanted.set_path("/config/oam/sflow");
+    wanted.set_json(R"({"b":1})");
+    Answer(request);
+    EXPECT_EQ(R"({"b":1})", m_configuration);
+    request.mutable_state_request()->clear_configuration();
+    Answer(request);
+    EXPECT_EQ("", m_configuration);
 }
 
 TEST_F(Provider, SaysSoWhenTheStateIsTooLargeForAMessage)

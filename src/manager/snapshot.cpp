@@ -1,0 +1,66 @@
+#include "manager/snapshot.h"
+
+#include <algorithm>
+
+#include "manager/journal.h"
+#include "manager/state.h"
+
+namespace manager {
+namespace {
+
+Snapshot::Interface Taken(const std::string& name, const State::Interface& held, const StatusSources& sources)
+{
+    Snapshot::Interface interface;
+    interface.name = name;
+    interface.settings = held.settings;
+    for (std::size_t kind = 0; kind < interface.collectors.size(); ++kind)
+        for (const auto& [collector, mark] : held.attachments[kind])
+            interface.collectors[kind].push_back(collector);
+    if (sources.interface) interface.status = sources.interface(name);
+    return interface;
+}
+
+Snapshot::Collector Taken(const std::string& name, const State::Collector& held, const StatusSources& sources)
+{
+    Snapshot::Collector collector{name, held.settings, {}};
+    const StreamStatus* stream = sources.collector ? sources.collector(name) : nullptr;
+    if (stream != nullptr) collector.stream = *stream;
+    return collector;
+}
+
+}  // namespace
+
+const Snapshot::Collector* Snapshot::FindCollector(const std::string& name) const
+{
+    const auto found =
+        std::lower_bound(collectors.begin(), collectors.end(), name,
+                         [](const Collector& each, const std::string& wanted) { return each.name < wanted; });
+    return found != collectors.end() && found->name == name ? &*found : nullptr;
+}
+
+Snapshot TakeSnapshot(const Service& service, const StatusSources& sources)
+{
+    Snapshot snapshot;
+    if (sources.now) snapshot.now = sources.now();
+    snapshot.pid = sources.pid;
+    snapshot.session = service.CurrentSession();
+    snapshot.since = service.Since();
+    snapshot.operations = service.Operations();
+    snapshot.refused = service.Refused();
+    if (const Journal* journal = service.CurrentJournal(); journal != nullptr)
+        snapshot.journal = {journal->Path(), journal->Errors()};
+    if (sources.source) snapshot.source = sources.source();
+    snapshot.addedDirection = sources.addedDirection;
+    if (sources.limitations) snapshot.limitations = sources.limitations();
+    const State& state = service.CurrentState();
+    snapshot.agentAddress = state.AgentAddress();
+    snapshot.collectors.reserve(state.Collectors().size());
+    for (const auto& [name, collector] : state.Collectors())
+        snapshot.collectors.push_back(Taken(name, collector, sources));
+    snapshot.interfaces.reserve(state.Interfaces().size());
+    for (const auto& [name, interface] : state.Interfaces())
+        snapshot.interfaces.push_back(Taken(name, interface, sources));
+    return snapshot;
+}
+
+}  // namespace manager

@@ -1,0 +1,79 @@
+// All that the manager shows of itself, at one moment, as plain records. Made when somebody asks; printed
+// as state and as metrics, and what the diagnosis looks at. Knows no socket, no loop and no kernel.
+
+#ifndef MANAGER_SNAPSHOT_H
+#define MANAGER_SNAPSHOT_H
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "manager/exporter.h"
+#include "manager/operation.h"
+#include "manager/service.h"
+#include "manager/status.h"
+
+namespace manager {
+
+struct Snapshot {
+    WallTime now;
+    std::int64_t pid = 0;  // the manager's own
+
+    Service::Session session = Service::Session::kNone;
+    WallTime since;  // when the session came to be as it is
+    std::uint64_t operations = 0, refused = 0;
+    struct JournalStatus {
+        std::string path;
+        std::uint64_t errors = 0;
+    };
+    std::optional<JournalStatus> journal;
+
+    SourceStatus source;
+    std::optional<Direction> addedDirection;
+    std::vector<std::string> limitations;
+
+    std::optional<std::uint32_t> agentAddress;  // network byte order in memory, as in_addr
+
+    struct Collector {
+        std::string name;
+        CollectorSettings settings;
+        StreamStatus stream;
+    };
+    struct Interface {
+        std::string name;
+        InterfaceSettings settings;
+        std::array<std::vector<std::string>, kKinds> collectors;  // attached, ascending
+        InterfaceStatus status;
+        [[nodiscard]] const std::vector<std::string>& Of(Kind kind) const
+        {
+            return collectors[static_cast<std::size_t>(kind)];
+        }
+    };
+    std::vector<Collector> collectors;  // by ascending name
+    std::vector<Interface> interfaces;  // by ascending name
+
+    /// Null where there is none of that name.
+    [[nodiscard]] const Collector* FindCollector(const std::string& name) const;
+};
+
+/// Where the numbers come from. One that is not set gives none: the records stay empty.
+struct StatusSources {
+    std::function<WallTime()> now{};
+    std::function<SourceStatus()> source{};
+    std::function<InterfaceStatus(const std::string& interface)> interface{};
+    /// Null where there is no stream of that name.
+    std::function<const StreamStatus*(const std::string& collector)> collector{};
+    /// What can't be done here, for people; none where everything can.
+    std::function<std::vector<std::string>()> limitations{};
+    std::optional<Direction> addedDirection{};
+    std::int64_t pid = 0;  // the manager's own
+};
+
+Snapshot TakeSnapshot(const Service& service, const StatusSources& sources);
+
+}  // namespace manager
+
+#endif
