@@ -1,0 +1,249 @@
+// A whole sampling with a source, a kernel and a clock of the test's own, and real collectors on
+// loopback that decode what they get.
+
+#ifndef TESTS_SAMPLING_FIXTURE_H
+#define TESTS_SAMPLING_FIXTURE_H
+
+#include "manager/sampling.h"
+
+#include <arpa/inet.h>
+#include <net/if_arp.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "manager/exporter.h"
+#include "manager/fake_timers.h"
+#include "manager/poller.h"
+#include "manager/state.h"
+#include "net/counters.h"
+#include "net/forwarding.h"
+#include "support/sflow_decoder.h"
+
+namespace manager {
+
+using Strings = std::vector<std::string>;
+
+/// Notes what it is told; packets come when the test says so.
+class FakeSource final : public capture::PacketSource {
+public:
+    explicit FakeSource(capture::SampleSink& sink) : m_sink(sink) {}
+
+    [[nodiscard]] std::string Kind() const override { return "fake"; }
+    void Add(std::uint32_t ifIndex, const capture::Settings& settings) override
+    {
+        if (!refusal.empty()) throw capture::Unavailable(capture::Unavailable::Cause::kOther, refusal);
+        EXPECT_FALSE(counts.contains(ifIndex));
+        counts[ifIndex] = {};
+        Note("add", ifIndex, settings);
+    }
+    void Change(std::uint32_t ifIndex, const capture::Settings& settings) override
+    {
+        EXPECT_TRUE(counts.contains(ifIndex));
+        Note("change", ifIndex, settings);
+    }
+    capture::Counts Remove(std::uint32_t ifIndex) override
+    {
+        EXPECT_TRUE(counts.contains(ifIndex));
+        Drain();
+        calls.push_back("remove " + std::to_string(ifIndex));
+        const capture::Counts last = counts[ifIndex];
+        counts.erase(ifIndex);
+        return last;
+    }
+    [[nodiscard]] capture::Counts Read(std::uint32_t ifIndex) override { return counts.at(ifIndex); }
+    [[nodiscard]] std::vector<InterfaceCounts> ReadAll() override
+    {
+        std::vector<InterfaceCounts> all;
+        for (const auto& [ifIndex, one] : counts) all.push_back({ifIndex, one});
+        return all;
+    }
+    void Drain() override
+    {
+        const auto samples = std::exchange(waiting, {});
+        if (!samples.empty()) m_sink.OnSamples(samples);
+        m_sink.OnDrained();
+    }
+
+    /// A packet is drawn, `pool` frames after the one before it.
+    void Draw(std::uint32_t ifIndex, std::uint64_t pool = 1)
+    {
+        capture::Counts& now = counts.at(ifIndex);
+        now.pool += pool;
+        capture::Sample sample;
+        sample.ifIndex = ifIndex;
+        sample.rate = 10;
+        sample.length = 100;
+        sample.etherType = 0x0800;
+        sample.header = frame;
+        sample.pool = now.pool;
+        sample.drops = now.drops;
+        waiting.push_back(sample);
+    }
+
+    Strings calls;
+    std::string refusal;
+    std::map<std::uint32_t, capture::Counts> counts;
+    std::vector<capture::Sample> waiting;
+    std::vector<std::byte> frame{std::vector<std::byte>(100, std::byte{7})};
+
+private:
+    void Note(const std::string& what, std::uint32_t ifIndex, const capture::Settings& settings)
+    {
+        calls.push_back(what + " " + std::to_string(ifIndex) + " 1/" + std::to_string(settings.rate) + " " +
+                        std::to_string(settings.headerSize) + (settings.ingress ? " in" : "") +
+                        (settings.egress ? " out" : ""));
+    }
+    capture::SampleSink& m_sink;
+};
+
+class FakeForwarding final : public net::Forwarding {
+public:
+    net::Destination Resolve(const net::Entering& packet) override
+    {
+        asked.push_back(packet.ifIndex);
+        return answer;
+    }
+    [[nodiscard]] std::uint16_t PortVlan(std::uint32_t) const override { return 0; }
+    net::Destination answer;
+    std::vector<std::uint32_t> asked;
+};
+
+class FakeReader final : public net::CounterReader {
+public:
+    std::span<const net::LinkCounters> Read(std::span<const std::uint32_t> ifIndexes) override
+    {
+        m_counters.clear();
+        for (const std::uint32_t ifIndex : ifIndexes) {
+            m_counters.emplace_back();
+            m_counters.back().ifIndex = ifIndex;
+        }
+        return m_counters;
+    }
+    std::optional<net::EthernetCounters> ReadEthernet(std::uint32_t) override { return std::nullopt; }
+    void Forget(std::uint32_t ifIndex) override { forgotten.push_back(ifIndex); }
+    std::vector<std::uint32_t> forgotten;
+
+private:
+    std::vector<net::LinkCounters> m_counters;
+};
+
+/// A UDP socket on loopback that decodes what it gets.
+class Collector {
+public:
+    Collector() : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        socklen_t size = sizeof address;
+        ::getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &size);
+        m_port = ntohs(address.sin_port);
+    }
+    ~Collector() { ::close(m_socket); }
+    Collector(const Collector&) = delete;
+    Collector& operator=(const Collector&) = delete;
+
+    [[nodiscard]] CollectorSettings Settings(std::uint16_t size = 1400) const
+    {
+        return {htonl(INADDR_LOOPBACK), m_port, size};
+    }
+    /// All flow samples that have come; loopback delivers at once.
+    [[nodiscard]] std::vector<support::DecodedFlow> Flows()
+    {
+        std::vector<support::DecodedFlow> flows;
+        std::vector<std::byte> bytes(65536);
+        for (ssize_t size; (size = ::recv(m_socket, bytes.data(), bytes.size(), 0)) > 0;) {
+            largest = std::max(largest, static_cast<std::size_t>(size));
+            const auto datagram =
+                support::DecodeDatagram(std::span(bytes).first(static_cast<std::size_t>(size)));
+            sequences.push_back(datagram.sequence);
+            for (const auto& sample : datagram.samples)
+                if (const auto* flow = std::get_if<support::DecodedFlow>(&sample)) flows.push_back(*flow);
+        }
+        return flows;
+    }
+    std::vector<std::uint32_t> sequences;
+    std::size_t largest = 0;
+
+private:
+    int m_socket;
+    std::uint16_t m_port = 0;
+};
+
+class SamplingTest : public testing::Test {
+protected:
+    SamplingTest()
+    {
+        sampling.SetSource(&source, {.kind = "fake", .reason = "", .permission = true});
+        state.AddObserver(sampling);
+    }
+
+    static net::Link LinkOf(std::uint32_t index, const std::string& name, const std::string& alias = "")
+    {
+        net::Link link;
+        link.index = index;
+        link.name = name;
+        link.alias = alias;
+        link.hardwareType = ARPHRD_ETHER;
+        link.up = link.running = true;
+        return link;
+    }
+    void Collect(const std::string& name, const Collector& collector, std::uint16_t size = 1400)
+    {
+        ASSERT_EQ(state.Apply(AddCollector{name, collector.Settings(size)}), "");
+    }
+    void Update(const std::string& interface, const std::string& collector, std::uint32_t rate = 10)
+    {
+        ASSERT_EQ(state.Apply(UpdateInterface{
+                      interface, collector, "", {.rate = rate, .maxHeaderSize = 128, .interval = 0}}),
+                  "");
+    }
+    Strings Calls() { return std::exchange(source.calls, {}); }
+    void DrawAndDrain(std::uint32_t ifIndex, int packets = 1)
+    {
+        for (int i = 0; i < packets; ++i) source.Draw(ifIndex);
+        source.Drain();
+    }
+    static std::vector<std::uint32_t> Sequences(const std::vector<support::DecodedFlow>& flows)
+    {
+        std::vector<std::uint32_t> sequences;
+        for (const auto& flow : flows) sequences.push_back(flow.sequence);
+        return sequences;
+    }
+
+    FakeTimers timers;
+    net::Links links;
+    FakeForwarding forwarding;
+    FakeReader reader;
+    Exporter exporter{&std::chrono::system_clock::now, [] { return std::chrono::milliseconds(5); }, 0};
+    Poller poller{timers,
+                  reader,
+                  links,
+                  [this] { exporter.Flush(); },
+                  [] { return std::chrono::steady_clock::time_point(); },
+                  &std::chrono::system_clock::now,
+                  [](std::uint32_t) { return 0U; }};
+    Sampling sampling{{links, forwarding, exporter, poller}, std::nullopt, [] {
+                          return WallTime(std::chrono::seconds(1000));
+                      }};
+    FakeSource source{sampling.Sink()};
+    State state;
+    Collector c1, c2;
+};
+
+}  // namespace manager
+
+#endif

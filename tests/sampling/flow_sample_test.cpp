@@ -1,0 +1,232 @@
+// What a sampled packet is in the terms of sFlow.
+
+#include "manager/flow_sample.h"
+
+#include <net/ethernet.h>
+#include <net/if_arp.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/network.h"
+
+namespace manager {
+
+void PrintTo(const SegmentLengths& lengths, std::ostream* out)
+{
+    *out << "{" << lengths.each << ", " << lengths.last << "}";
+}
+
+namespace {
+
+using Bytes = std::vector<std::byte>;
+
+/// Ethernet, then the bytes of the given EtherType.
+Bytes Header(std::initializer_list<int> behindAddresses)
+{
+    Bytes bytes(12, std::byte{2});
+    for (const int byte : behindAddresses) bytes.push_back(static_cast<std::byte>(byte));
+    return bytes;
+}
+
+Bytes Tcp4(std::initializer_list<int> link, int ipWords = 5, int tcpWords = 5)
+{
+    Bytes bytes = Header(link);
+    const std::size_t ip = bytes.size();
+    bytes.resize(ip + static_cast<std::size_t>(ipWords) * 4 + 20);
+    bytes[ip] = static_cast<std::byte>(0x40 | ipWords);
+    bytes[ip + 9] = std::byte{6};
+    bytes[ip + static_cast<std::size_t>(ipWords) * 4 + 12] = static_cast<std::byte>(tcpWords << 4);
+    return bytes;
+}
+
+Bytes Six(int next, int tcpWords = 5)
+{
+    Bytes bytes = Header({0x86, 0xDD});
+    bytes.resize(14 + 40 + 20);
+    bytes[14 + 6] = static_cast<std::byte>(next);
+    bytes[14 + 40 + 12] = static_cast<std::byte>(tcpWords << 4);
+    return bytes;
+}
+
+struct SegmentCase {
+    const char* name;
+    Bytes header;
+    std::uint32_t length;
+    std::uint16_t segments, size;
+    SegmentLengths lengths;
+};
+
+class SegmentsTest : public testing::TestWithParam<SegmentCase> {};
+
+TEST_P(SegmentsTest, FramesHaveTheLengthThatTheyHaveOnTheWire)
+{
+    capture::Sample sample;
+    sample.header = GetParam().header;
+    sample.length = GetParam().length;
+    sample.segments = GetParam().segments;
+    sample.segmentSize = GetParam().size;
+    EXPECT_EQ(LengthsOf(sample), GetParam().lengths);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , SegmentsTest,
+    testing::Values(
+        SegmentCase{"One", Tcp4({8, 0}), 1000, 1, 0, {1000, 1000}},
+        SegmentCase{"ThreeOfTcp", Tcp4({8, 0}), 54 + 1448 * 2 + 100, 3, 1448, {54 + 1448, 154}},
+        SegmentCase{"TcpWithOptions", Tcp4({8, 0}, 6, 8), 14 + 24 + 32 + 2000, 2, 1000, {1070, 1070}},
+        SegmentCase{"BehindATag", Tcp4({0x81, 0, 0, 5, 8, 0}), 58 + 1500, 2, 1000, {1058, 558}},
+        SegmentCase{
+            "BehindTwoTags", Tcp4({0x88, 0xA8, 0, 5, 0x81, 0, 0, 6, 8, 0}), 62 + 1500, 2, 1000, {1062, 562}},
+        SegmentCase{"TcpOverIpv6", Six(6), 74 + 2500, 3, 1000, {1074, 574}},
+        SegmentCase{"Udp", Six(17), 62 + 2500, 3, 1000, {1062, 562}},
+        SegmentCase{"NoTransportThatWeKnow", Six(50), 3000, 3, 1000, {1000, 1000}},
+        SegmentCase{"TruncatedHeader", Header({8, 0, 0x45}), 3000, 3, 900, {1000, 1000}},
+        SegmentCase{"NoHeader", {}, 3000, 3, 900, {1000, 1000}},
+        SegmentCase{"SegmentsThatCantBe", Tcp4({8, 0}), 1000, 10, 1448, {100, 100}},
+        SegmentCase{"NoSegmentSize", Tcp4({8, 0}), 1000, 2, 0, {500, 500}}),
+    [](const auto& row) { return row.param.name; });
+
+struct TagCase {
+    const char* name;
+    std::uint16_t protocol, control;
+    Bytes header;
+    std::uint16_t vlan;
+    std::uint8_t priority;
+};
+
+class TagTest : public testing::TestWithParam<TagCase> {};
+
+TEST_P(TagTest, TheOutermostTagIsFound)
+{
+    capture::Sample sample;
+    sample.tagProtocol = GetParam().protocol;
+    sample.tagControl = GetParam().control;
+    sample.header = GetParam().header;
+    const Tag tag = OuterTag(sample);
+    EXPECT_EQ(tag.vlan, GetParam().vlan);
+    EXPECT_EQ(tag.priority, GetParam().priority);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , TagTest,
+    testing::Values(TagCase{"None", 0, 0, Header({8, 0, 0x45, 0}), 0, 0},
+                    TagCase{"TakenByTheKernel", ETHERTYPE_VLAN, 0x6123, Header({8, 0, 0x45, 0}), 0x123, 3},
+                    TagCase{"InTheHeader", 0, 0, Header({0x81, 0, 0xE0, 0x07}), 7, 7},
+                    TagCase{"TheOuterOfTwo", 0x88A8, 0x0064, Header({0x81, 0, 0xE0, 0x07}), 100, 0},
+                    TagCase{"PriorityOnly", ETHERTYPE_VLAN, 0xA000, Header({8, 0, 0x45, 0}), 0, 5},
+                    TagCase{"CutOff", 0, 0, Header({0x81, 0, 0xE0}), 0, 0},
+                    TagCase{"NoHeaderAtAll", 0, 0, {}, 0, 0}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(FlowSampleTest, TheFrameLengthCountsTagAndFcs)
+{
+    capture::Sample sample;
+    const Bytes header = Header({8, 0, 0x45, 0});
+    sample.header = header;
+    sample.length = 196;
+    sample.rate = 77;
+    sample.etherType = ETHERTYPE_IP;
+    wire::FlowSample flow;
+    DescribePacket(sample, ARPHRD_ETHER, flow);
+    EXPECT_EQ(flow.frameLength, 200U);
+    EXPECT_EQ(flow.stripped, 4U);
+    EXPECT_EQ(flow.rate, 77U);
+    EXPECT_EQ(flow.tagProtocol, 0U);
+
+    sample.tagProtocol = ETHERTYPE_VLAN;
+    sample.tagControl = 0x2005;
+    DescribePacket(sample, ARPHRD_ETHER, flow);
+    EXPECT_EQ(flow.frameLength, 204U);
+    EXPECT_EQ(flow.stripped, 4U);
+    EXPECT_EQ(flow.tagProtocol, ETHERTYPE_VLAN);
+    EXPECT_EQ(flow.tagControl, 0x2005U);
+}
+
+TEST(FlowSampleTest, APacketWithoutALinkHeaderIsIpWithoutFcs)
+{
+    capture::Sample sample;
+    sample.length = 100;
+    sample.etherType = ETHERTYPE_IPV6;
+    wire::FlowSample flow;
+    DescribePacket(sample, ARPHRD_NONE, flow);
+    EXPECT_EQ(flow.protocol, wire::HeaderProtocol::kIpv6);
+    EXPECT_EQ(flow.frameLength, 100U);
+    EXPECT_EQ(flow.stripped, 0U);
+    sample.etherType = ETHERTYPE_IP;
+    DescribePacket(sample, ARPHRD_NONE, flow);
+    EXPECT_EQ(flow.protocol, wire::HeaderProtocol::kIpv4);
+}
+
+struct DestinationCase {
+    const char* name;
+    net::Destination destination;
+    wire::Port output;
+};
+
+class OutputTest : public testing::TestWithParam<DestinationCase> {};
+
+TEST_P(OutputTest, WhereAPacketGoesIsWrittenAsTheFormatSays)
+{
+    wire::FlowSample flow;
+    DescribeIngress(3, {.vlan = 5, .priority = 6}, GetParam().destination, flow);
+    EXPECT_EQ(flow.input, (wire::Port{wire::Port::Format::kSingle, 3}));
+    EXPECT_EQ(flow.output, GetParam().output);
+    EXPECT_EQ(flow.inputVlan, 5U);
+    EXPECT_EQ(flow.inputPriority, 6U);
+    EXPECT_EQ(flow.outputPriority, 6U);
+    EXPECT_EQ(flow.outputVlan, GetParam().destination.outputVlan);
+    EXPECT_FALSE(flow.router);
+}
+
+net::Destination To(net::Destination::Kind kind, std::uint32_t ifIndex = 0, std::uint32_t interfaces = 0)
+{
+    net::Destination destination;
+    destination.kind = kind;
+    destination.ifIndex = ifIndex;
+    destination.interfaces = interfaces;
+    destination.outputVlan = 9;
+    return destination;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , OutputTest,
+    testing::Values(
+        DestinationCase{"Unknown", To(net::Destination::Kind::kUnknown), {wire::Port::Format::kSingle, 0}},
+        DestinationCase{
+            "Interface", To(net::Destination::Kind::kInterface, 44), {wire::Port::Format::kSingle, 44}},
+        DestinationCase{
+            "Local", To(net::Destination::Kind::kLocal), {wire::Port::Format::kSingle, 0x3FFFFFFF}},
+        DestinationCase{
+            "Several", To(net::Destination::Kind::kSeveral, 0, 3), {wire::Port::Format::kMultiple, 3}},
+        DestinationCase{
+            "SomeNumberOf", To(net::Destination::Kind::kSeveral), {wire::Port::Format::kMultiple, 0}},
+        DestinationCase{
+            "Discarded", To(net::Destination::Kind::kDiscarded), {wire::Port::Format::kDiscarded, 256}}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(FlowSampleTest, ARoutedPacketHasItsNextHopAndAnUntaggedOneThePortsVlan)
+{
+    net::Destination destination = To(net::Destination::Kind::kInterface, 4);
+    destination.inputVlan = 30;
+    destination.route.emplace();
+    destination.route->nextHop = {4, {192, 0, 2, 1}};
+    destination.route->sourceBits = 24;
+    destination.route->destinationBits = 16;
+    wire::FlowSample flow;
+    DescribeIngress(3, {}, destination, flow);
+    EXPECT_EQ(flow.inputVlan, 30U);
+    ASSERT_TRUE(flow.router);
+    EXPECT_EQ(flow.router->nextHop, (wire::Address{4, {192, 0, 2, 1}}));
+    EXPECT_EQ(flow.router->sourceBits, 24U);
+    EXPECT_EQ(flow.router->destinationBits, 16U);
+
+    DescribeIngress(3, {}, To(net::Destination::Kind::kUnknown), flow);
+    EXPECT_FALSE(flow.router) << "of the packet before";
+}
+
+}  // namespace
+}  // namespace manager

@@ -1,0 +1,294 @@
+// What sampling does with the operations of the service and the events of the kernel.
+
+#include "manager/sampling.h"
+
+#include <chrono>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "sampling/fixture.h"
+
+namespace manager {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST_F(SamplingTest, AnInterfaceIsSampledOnceItExistsAndHasACollector)
+{
+    Update("eth1", "");
+    EXPECT_THAT(Calls(), IsEmpty());
+    links.Put(LinkOf(5, "eth1"));
+    EXPECT_THAT(Calls(), IsEmpty()) << "nobody wants the samples";
+    ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "c1"}), "");
+    EXPECT_THAT(Calls(), IsEmpty()) << "the collector does not exist";
+    Collect("c1", c1);
+    EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in"));
+}
+
+TEST_F(SamplingTest, AnInterfaceThatComesLaterIsPickedUpByNameAlternativeNameOrAlias)
+{
+    Collect("c1", c1);
+    Update("one", "c1");
+    Update("two", "c1");
+    Update("three/1", "c1");
+    links.Put(LinkOf(1, "one"));
+    net::Link second = LinkOf(2, "p2");
+    second.altNames = {"zwei", "two"};
+    links.Put(second);
+    links.Put(LinkOf(3, "p3", "three/1"));
+    EXPECT_THAT(Calls(), ElementsAre("add 1 1/10 128 in", "add 2 1/10 128 in", "add 3 1/10 128 in"));
+}
+
+TEST_F(SamplingTest, ASampleIsSentOnceToEachOfItsFlowCollectorsAndToNoOther)
+{
+    Collector other;
+    Collect("c1", c1);
+    Collect("c2", c2);
+    Collect("other", other);
+    links.Put(LinkOf(5, "eth1"));
+    Update("eth1", "c1");
+    ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "c2"}), "");
+    ASSERT_EQ(state.Apply(Attach{Kind::kCounter, "eth1", "other"}), "");
+    forwarding.answer.kind = net::Destination::Kind::kInterface;
+    forwarding.answer.ifIndex = 9;
+    DrawAndDrain(5, 3);
+    const auto first = c1.Flows();
+    EXPECT_EQ(first, c2.Flows());
+    EXPECT_THAT(Sequences(first), ElementsAre(1, 2, 3));
+    ASSERT_EQ(first.size(), 3U);
+    EXPECT_EQ(first[2].pool, 3U);
+    EXPECT_EQ(first[2].rate, 10U);
+    EXPECT_EQ(first[2].sourceIndex, 5U);
+    EXPECT_EQ(first[2].input, (support::DecodedPort{0, 5}));
+    EXPECT_EQ(first[2].output, (support::DecodedPort{0, 9}));
+    ASSERT_TRUE(first[2].header);
+    EXPECT_EQ(first[2].header->frameLength, 104U);
+    EXPECT_THAT(other.Flows(), IsEmpty());
+}
+
+TEST_F(SamplingTest, ACollectorWithSmallDatagramsGetsLessOfTheHeaderAndTheOthersAllOfIt)
+{
+    Collect("small", c1, 200);
+    Collect("large", c2);
+    links.Put(LinkOf(5, "eth1"));
+    Update("eth1", "small");
+    ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "large"}), "");
+    DrawAndDrain(5, 2);
+    const auto cut = c1.Flows();
+    const auto whole = c2.Flows();
+    ASSERT_EQ(cut.size(), 2U);
+    ASSERT_EQ(whole.size(), 2U);
+    EXPECT_LE(c1.largest, 200U);
+    EXPECT_EQ(whole[0].header->bytes, source.frame);
+    EXPECT_LT(cut[0].header->bytes.size(), source.frame.size());
+    EXPECT_GT(cut[0].header->bytes.size(), 40U);
+    EXPECT_EQ(cut[0].header->frameLength, 104U);
+}
+
+TEST_F(SamplingTest, AChangedRateIsChangedLiveAndNothingElseIsTouched)
+{
+    Collect("c1", c1);
+    links.Put(LinkOf(5, "eth1"));
+    links.Put(LinkOf(6, "eth2"));
+    Update("eth1", "c1");
+    Update("eth2", "c1");
+    Calls();
+    Update("eth1", "c1", 20);
+    EXPECT_THAT(Calls(), ElementsAre("change 5 1/20 128 in"));
+    Update("eth1", "c1", 20);
+    EXPECT_THAT(Calls(), IsEmpty());
+}
+
+TEST_F(SamplingTest, SequenceAndPoolGoOnWhenSamplingEndsAndBeginsAgain)
+{
+    Collect("c1", c1);
+    links.Put(LinkOf(5, "eth1"));
+    Update("eth1", "c1");
+    DrawAndDrain(5, 4);
+    ASSERT_EQ(state.Apply(Detach{Kind::kFlow, "eth1", "c1"}), "");
+    ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "c1"}), "");
+    EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in", "remove 5", "add 5 1/10 128 in"));
+    DrawAndDrain(5);
+    const auto flows = c1.Flows();
+    EXPECT_THAT(Sequences(flows), ElementsAre(1, 2, 3, 4, 5));
+    EXPECT_EQ(flows.back().pool, 5U);
+    EXPECT_EQ(sampling.Interfaces().at("eth1").packetsSeen, 5U);
+    EXPECT_EQ(sampling.Interfaces().at("eth1").samples, 5U);
+}
+
+TEST_F(SamplingTest, WhatWasDrawnBeforeACollectorWentIsStillSentToIt)
+{
+    Collect("c1", c1);
+    Collect("c2", c2);
+    links.Put(LinkOf(5, "eth1"));
+    Update("eth1", "c1");
+    ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "c2"}), "");
+    source.Draw(5);
+    ASSERT_EQ(state.Apply(Detach{Kind::kFlow, "eth1", "c2"}), "");
+    source.Draw(5);
+    ASSERT_EQ(state.Apply(DeleteCollector{"c1"}), "");
+    EXPECT_THAT(Sequences(c1.Flows()), ElementsAre(1, 2));
+    EXPECT_THAT(Sequences(c2.Flows()), ElementsAre(1));
+    EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in", "remove 5"));
+}
+
+TEST_F(SamplingTest, AnUnsetInterfaceIsNotSampledAndItsKernelInterfaceServesAnotherName)
+{
+    Collect("c1", c1);
+    net::Link link = LinkOf(5, "eth1", "uplink");
+    links.Put(link);
+    Update("eth1", "c1");
+    Update("uplink", "c1");
+    EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in"));
+    EXPECT_THAT(sampling.Interfaces().at("uplink").samplingError,
+                testing::HasSubstr("in use under another name"));
+    ASSERT_EQ(state.Apply(UnsetInterface{"eth1"}), "");
+    EXPECT_THAT(Calls(), ElementsAre("remove 5", "add 5 1/10 128 in"));
+    EXPECT_TRUE(sampling.Interfaces().at("uplink").sampled);
+    EXPECT_FALSE(sampling.Interfaces().contains("eth1"));
+}
+
+TEST_F(SamplingTest, ARenamedInterfaceIsLetGoAndOneThatGetsTheNameIsTaken)
+{
+    Collect("c1", c1);
+    links.Put(LinkOf(5, "eth1"));
+    Update("eth1", "c1");
+    links.Put(LinkOf(5, "eth9"));
+    EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in", "remove 5"));
+    EXPECT_FALSE(sampling.Interfaces().at("eth1").present);
+    links.Put(LinkOf(7, "eth1"));
+    EXPECT_THAT(Calls(), ElementsAre("add 7 1/10 128 in"));
+}
+
+TEST_F(SamplingTest, AnInterfaceThatVanishesAndComesAgainIsANewDataSource)
+{
+    Collect("c1", c1);
+    links.Put(LinkOf(5, "eth1"));
+    Update("eth1", "c1");
+    DrawAndDrain(5, 2);
+    links.Remove(5);
+    EXPECT_THAT(reader.forgotten, ElementsAre(5));
+    links.Put(LinkOf(8, "eth1"));
+    DrawAndDrain(8);
+    const auto flows = c1.Flows();
+    EXPECT_THAT(Sequences(flows), ElementsAre(1, 2, 1));
+    EXPECT_EQ(flows.back().sourceIndex, 8U);
+}
+
+TEST_F(SamplingTest, AnIndexOf24BitsAndMoreMakesAllSamplesExpandedAndAllSequencesNew)
+{
+    Collect("c1", c1);
+    links.Put(LinkOf(5, "eth1"));
+    Update("eth1", "c1");
+    DrawAndDrain(5, 2);
+    links.Put(LinkOf(1U << 24, "wide"));
+    DrawAndDrain(5);
+    links.Remove(1U << 24);
+    DrawAndDrain(5);
+    const auto flows = c1.Flows();
+    ASSERT_EQ(flows.size(), 4U);
+    EXPECT_FALSE(flows[1].expanded);
+    EXPECT_TRUE(flows[2].expanded);
+    EXPECT_TRUE(flows[3].expanded) << "never mixed, so never back";
+    EXPECT_THAT(Sequences(flows), ElementsAre(1, 2, 1, 2));
+    EXPECT_THAT(c1.sequences, ElementsAre(1, 1, 2));
+}
+
+TEST_F(SamplingTest, ASourceThatRefusesAnInterfaceIsNamedAndTriedAgain)
+{
+    Collect("c1", c1);
+    source.refusal = "the interface has no hook";
+    links.Put(LinkOf(5, "eth1"));
+    Update("eth1", "c1");
+    EXPECT_EQ(sampling.Interfaces().at("eth1").samplingError, "the interface has no hook");
+    EXPECT_FALSE(sampling.Interfaces().at("eth1").sampled);
+    source.refusal.clear();
+    net::Link link = LinkOf(5, "eth1");
+    link.speed = 1000;
+    links.Put(link);
+    EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in"));
+    EXPECT_EQ(sampling.Interfaces().at("eth1").samplingError, "");
+}
+
+TEST_F(SamplingTest, ARateOfZeroSamplesNothing)
+{
+    Collect("c1", c1);
+    links.Put(LinkOf(5, "eth1"));
+    Update("eth1", "c1", 0);
+    EXPECT_THAT(Calls(), IsEmpty());
+}
+
+TEST_F(SamplingTest, ASegmentedPacketIsAsManySamplesAsItsFramesThatWereDrawn)
+{
+    Collect("c1", c1);
+    links.Put(LinkOf(5, "eth1"));
+    Update("eth1", "c1");
+    source.Draw(5, 40);
+    source.waiting.back().segments = 40;
+    source.waiting.back().segmentSize = 1000;
+    source.waiting.back().count = 3;
+    source.waiting.back().length = 40 * 1000;
+    source.Drain();
+    const auto flows = c1.Flows();
+    EXPECT_THAT(Sequences(flows), ElementsAre(1, 2, 3));
+    EXPECT_EQ(flows[0].header->frameLength, 1004U);
+    EXPECT_EQ(flows[0].pool, 40U);
+}
+
+TEST_F(SamplingTest, ALeavingPacketHasTheInterfaceAsItsOutputAndItsOriginAsItsInput)
+{
+    Collect("c1", c1);
+    links.Put(LinkOf(5, "eth1"));
+    Update("eth1", "c1");
+    for (const std::uint32_t origin : {std::uint32_t{8}, std::uint32_t{0}, capture::kOriginUnknown}) {
+        source.Draw(5);
+        source.waiting.back().egress = true;
+        source.waiting.back().origin = origin;
+    }
+    forwarding.answer.kind = net::Destination::Kind::kInterface;
+    forwarding.answer.ifIndex = 12;
+    source.Drain();
+    const auto flows = c1.Flows();
+    ASSERT_EQ(flows.size(), 3U);
+    for (const auto& flow : flows) EXPECT_EQ(flow.output, (support::DecodedPort{0, 5}));
+    EXPECT_EQ(flows[0].input, (support::DecodedPort{0, 8}));
+    EXPECT_EQ(flows[1].input, (support::DecodedPort{0, 0x3FFFFFFF})) << "made on this machine";
+    EXPECT_EQ(flows[2].input, (support::DecodedPort{0, 12})) << "where its source address is";
+}
+
+TEST(SamplingDirectionTest, AnAddedDirectionIsSampledBesides)
+{
+    FakeTimers timers;
+    net::Links links;
+    FakeForwarding forwarding;
+    FakeReader reader;
+    Exporter exporter(
+        &std::chrono::system_clock::now, [] { return std::chrono::milliseconds(5); }, 0);
+    Poller poller(
+        timers, reader, links, [&] { exporter.Flush(); },
+        [] { return std::chrono::steady_clock::time_point(); }, &std::chrono::system_clock::now,
+        [](std::uint32_t) { return 0U; });
+    Sampling sampling({links, forwarding, exporter, poller}, Direction::kEgress, [] { return WallTime(); });
+    FakeSource source(sampling.Sink());
+    sampling.SetSource(&source, {});
+    State state;
+    state.AddObserver(sampling);
+    const Collector collector;
+    ASSERT_EQ(state.Apply(AddCollector{"c1", collector.Settings()}), "");
+    links.Put([] {
+        net::Link link;
+        link.index = 5;
+        link.name = "eth1";
+        return link;
+    }());
+    ASSERT_EQ(state.Apply(UpdateInterface{"eth1", "c1", "", {.rate = 10, .maxHeaderSize = 64}}), "");
+    EXPECT_THAT(source.calls, ElementsAre("add 5 1/10 64 in out"));
+    sampling.End();
+    EXPECT_THAT(source.calls, ElementsAre("add 5 1/10 64 in out", "remove 5"));
+}
+
+}  // namespace
+}  // namespace manager
