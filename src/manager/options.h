@@ -3,8 +3,13 @@
 #ifndef MANAGER_OPTIONS_H
 #define MANAGER_OPTIONS_H
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
+
+#include "manager/operation.h"
 
 namespace manager {
 
@@ -12,6 +17,10 @@ struct Options {
     std::string journal;  // empty: none
     std::string user;     // empty: stay who we are
     bool requireSampling = false;
+    std::optional<Direction> direction;  // sampled besides what interfaces ask for
+    std::string source = "auto";         // of packets: see source_choice.h
+    std::uint32_t mark = 0x73464C77;     // of the manager's own datagrams; 0: none
+    std::size_t ringSize = 0;            // bytes; 0: the source's default
     bool help = false;
     bool version = false;
 };

@@ -1,4 +1,5 @@
-// Becoming an ordinary user once what needs more has been opened.
+// The ordinary user that the manager becomes once what needs more has been opened: who that is. How it
+// is done stands in privileges.h.
 
 #ifndef MANAGER_USER_H
 #define MANAGER_USER_H
@@ -16,9 +17,6 @@ struct User {
 
 /// Throws std::runtime_error, which names the user, where the system knows none of that name.
 User FindUser(const std::string& name);
-
-/// Gives up this process's user and groups for those of the user, for good. Throws std::system_error.
-void Become(const User& user);
 
 }  // namespace manager
 

@@ -1,0 +1,184 @@
+#include "manager/assembly.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <optional>
+#include <random>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <boost/asio/io_context.hpp>
+
+#include "ipc/timers.h"
+#include "log/log.h"
+#include "manager/exporter.h"
+#include "manager/journal.h"
+#include "manager/options.h"
+#include "manager/poller.h"
+#include "manager/privileges.h"
+#include "manager/sampling.h"
+#include "manager/service.h"
+#include "manager/session_server.h"
+#include "manager/snapshot.h"
+#include "manager/source_choice.h"
+#include "manager/state.h"
+#include "manager/state_json.h"
+#include "manager/state_provider.h"
+#include "net/counters.h"
+#include "net/monitor.h"
+
+namespace manager {
+namespace {
+
+using std::chrono::steady_clock;
+using std::chrono::system_clock;
+
+/// What the daemon's samples are marked with, and the program passes over.
+capture::SourceOptions SourceOptionsOf(const Options& options)
+{
+    capture::SourceOptions source;
+    source.ownMark = options.mark;
+    source.bufferSize = options.ringSize;
+    return source;
+}
+
+std::unique_ptr<Journal> OpenJournal(const std::string& path)
+{
+    return path.empty() ? nullptr : std::make_unique<Journal>(path);
+}
+
+/// A number below `limit`, for the start of the first polling interval.
+std::uint32_t RandomBelow(std::uint32_t limit)
+{
+    static thread_local std::minstd_rand generator{std::random_device{}()};
+    return limit == 0 ? 0 : std::uniform_int_distribution<std::uint32_t>(0, limit - 1)(generator);
+}
+
+}  // namespace
+
+// Members in the order of dependence: whoever calls another goes before it at the end.
+class Assembly::Impl {
+public:
+    Impl(boost::asio::io_context& loop, const Options& options, const std::string& directory);
+    ~Impl();
+
+private:
+    void RequireSampling() const;
+    void Confine(const Options& options);
+    [[nodiscard]] StatusSources Sources();
+
+    const std::unique_ptr<ipc::Timers> m_timers;
+    const std::unique_ptr<Journal> m_journal;
+    std::vector<std::string> m_limitations;
+    const std::optional<Direction> m_addedDirection;
+
+    net::Monitor m_monitor;
+    const std::unique_ptr<net::CounterReader> m_counters;
+    Exporter m_exporter;
+    Poller m_poller;
+    Sampling m_sampling;
+    ChosenSource m_source;
+
+    State m_state;
+    Service m_service;
+    SessionServer m_server;
+    StateProvider m_provider;
+};
+
+Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, const std::string& directory)
+    : m_timers(ipc::MakeTimers(loop)),
+      m_journal(OpenJournal(options.journal)),
+      m_addedDirection(options.direction),
+      m_monitor(loop, *m_timers),
+      m_counters(net::MakeCounterReader()),
+      m_exporter(
+          &system_clock::now,
+          [start = steady_clock::now()] {
+              return std::chrono::duration_cast<std::chrono::milliseconds>(steady_clock::now() - start);
+          },
+          options.mark),
+      m_poller(
+          *m_timers, *m_counters, m_monitor.CurrentLinks(), [this] { m_exporter.Flush(); },
+          &steady_clock::now, &system_clock::now, &RandomBelow),
+      m_sampling({m_monitor.CurrentLinks(), m_monitor.CurrentForwarding(), m_exporter, m_poller},
+                 m_addedDirection, &system_clock::now),
+      m_source(ChooseSource(options.source, loop, *m_timers, m_sampling.Sink(), SourceOptionsOf(options))),
+      m_service(m_state, m_journal.get(), &system_clock::now),
+      m_server(loop, *m_timers, directory + "/manager.sock", m_service),
+      m_provider(
+          loop, *m_timers, directory + "/cdb.sock",
+          {[this](std::string_view configuration) { return StateJson(m_service, Sources(), configuration); },
+           [this] {
+               return std::string(m_server.RequestResync() ? "" : "the configuration daemon has no session");
+           }})
+{
+    if (options.requireSampling) RequireSampling();
+    if (!m_source.source) slog::Error("no packets are sampled: {}", m_source.status.reason);
+    m_monitor.Start();
+    m_sampling.SetSource(m_source.source.get(), m_source.status);
+    m_state.AddObserver(m_sampling);
+    Confine(options);
+    m_provider.Start();
+}
+
+Assembly::Impl::~Impl()
+{
+    m_provider.Stop();
+    m_server.Stop();
+    m_sampling.End();
+    m_monitor.Stop();
+}
+
+void Assembly::Impl::RequireSampling() const
+{
+    if (!m_source.source)
+        throw std::runtime_error("--require-sampling: packets can't be sampled here: " +
+                                 m_source.status.reason);
+}
+
+void Assembly::Impl::Confine(const Options& options)
+{
+    std::optional<User> user;
+    if (!options.user.empty()) {
+        user = FindUser(options.user);
+        m_server.GiveTo(user->uid, user->gid);
+    }
+    const bool packetSockets = m_source.status.kind == "packet-socket";
+    const auto missing = ReducePrivileges(user, {packetSockets, m_source.source && !packetSockets});
+    for (const std::string& name : missing)
+        m_limitations.push_back("the manager lacks " + name + "; start it as root or grant it");
+    if (!m_exporter.Limitation().empty()) m_limitations.push_back(m_exporter.Limitation());
+    if (const std::string reason = RestrictSystemCalls(); !reason.empty()) slog::Notice("{}", reason);
+    for (const std::string& limitation : m_limitations) slog::Notice("{}", limitation);
+}
+
+StatusSources Assembly::Impl::Sources()
+{
+    StatusSources sources;
+    sources.now = &system_clock::now;
+    sources.pid = ::getpid();
+    sources.source = [this] { return m_sampling.Source(); };
+    sources.interface = [all = m_sampling.Interfaces()](const std::string& name) {
+        const auto at = all.find(name);
+        return at == all.end() ? InterfaceStatus{} : at->second;
+    };
+    sources.collector = [this](const std::string& name) {
+        const Stream* stream = m_exporter.Find(name);
+        return stream == nullptr ? nullptr : &stream->Status();
+    };
+    sources.limitations = [this] { return m_limitations; };
+    sources.addedDirection = m_addedDirection;
+    return sources;
+}
+
+Assembly::Assembly(boost::asio::io_context& loop, const Options& options, const std::string& directory)
+    : m_impl(std::make_unique<Impl>(loop, options, directory))
+{
+}
+
+Assembly::~Assembly() = default;
+
+}  // namespace manager

@@ -1,0 +1,36 @@
+// What the process may still do once everything is open: its user, its capabilities, its system calls.
+// All of it is given up for good; nothing here asks for more.
+
+#ifndef MANAGER_PRIVILEGES_H
+#define MANAGER_PRIVILEGES_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "manager/user.h"
+
+namespace manager {
+
+/// Capabilities (capabilities(7)) that interfaces which appear later need.
+struct LaterNeeds {
+    bool packetSockets = false;  // CAP_NET_RAW
+    bool programs = false;       // CAP_BPF: to attach what is loaded already
+    // CAP_NET_ADMIN, to attach programs and to mark datagrams, is kept in any case.
+};
+
+/// Becomes the user, where one is given, and gives up all capabilities but those of `needs`, as far as
+/// the process has them; empties the bounding set where that is allowed; forbids to gain privileges by
+/// programs (PR_SET_NO_NEW_PRIVS). Throws std::system_error where the user can't be changed.
+///
+/// Returns the names of the capabilities that are needed and missing.
+std::vector<std::string> ReducePrivileges(const std::optional<User>& user, const LaterNeeds& needs);
+
+/// Leaves the process only the system calls that its loop makes (seccomp(2)): no program is run, no file
+/// system is mounted, no process is traced, and sockets are those of the families it uses. A call beyond
+/// them fails with EPERM. Empty when done; else why not, and then nothing is restricted.
+std::string RestrictSystemCalls();
+
+}  // namespace manager
+
+#endif
