@@ -6,6 +6,7 @@
 
 #include "figures/figures.h"
 #include "figures/measured_switch.h"
+#include "figures/resident.h"
 #include "figures/switch_data.h"
 
 namespace figures {

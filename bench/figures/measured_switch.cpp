@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 #include <stdexcept>
 
 #include "figures/measure.h"
@@ -86,18 +85,6 @@ double MeasuredSwitch::TimedCommit(const std::string& config, std::size_t calls)
     Do(commit);
     AwaitCalls(calls);
     return watch.Milliseconds();
-}
-
-double ResidentMegabytes(pid_t process)
-{
-    std::ifstream status("/proc/" + std::to_string(process) + "/status");
-    for (std::string word; status >> word;)
-        if (word == "VmRSS:") {
-            double kibibytes = 0;
-            status >> kibibytes;
-            return kibibytes * 1024 / 1e6;
-        }
-    throw std::runtime_error("no resident size of process " + std::to_string(process));
 }
 
 }  // namespace figures

@@ -59,9 +59,6 @@ private:
     std::unique_ptr<netconf::Client> m_client;
 };
 
-/// Of a process, in MB (10^6 bytes).
-double ResidentMegabytes(pid_t process);
-
 }  // namespace figures
 
 #endif

@@ -20,9 +20,12 @@ std::string Number(double value, const std::string& unit)
 
 void Table::AtMost(const std::string& figure, double measured, double bound, const std::string& unit)
 {
-    const bool holds = measured <= bound;
-    m_failures += holds ? 0 : 1;
-    Add({figure, Number(measured, unit), "at most " + Number(bound, unit), holds ? "holds" : "FAILS"});
+    Bounded(figure, measured, unit, "at most " + Number(bound, unit), measured <= bound);
+}
+
+void Table::AtLeast(const std::string& figure, double measured, double bound, const std::string& unit)
+{
+    Bounded(figure, measured, unit, "at least " + Number(bound, unit), measured >= bound);
 }
 
 void Table::Plain(const std::string& figure, double measured, const std::string& unit)
@@ -34,6 +37,13 @@ void Table::Failed(const std::string& figure, const std::string& why)
 {
     ++m_failures;
     Add({figure, "not measured: " + why, "", "FAILS"});
+}
+
+void Table::Bounded(const std::string& figure, double measured, const std::string& unit,
+                    const std::string& bound, bool holds)
+{
+    m_failures += holds ? 0 : 1;
+    Add({figure, Number(measured, unit), bound, holds ? "holds" : "FAILS"});
 }
 
 void Table::Add(Row row)

@@ -10,8 +10,10 @@ namespace figures {
 
 class Table {
 public:
-    /// A value that must be at most `bound`, in the unit given ("ms", "MB", "" for a ratio).
+    /// A value that must be at most `bound`, in the unit given ("ms", "MB", "" for a ratio or a count).
     void AtMost(const std::string& figure, double measured, double bound, const std::string& unit);
+    /// A value that must be at least `bound`.
+    void AtLeast(const std::string& figure, double measured, double bound, const std::string& unit);
     /// A value that is printed without a bound.
     void Plain(const std::string& figure, double measured, const std::string& unit);
     /// A measurement that could not be made, and why: counts as one that fails.
@@ -27,6 +29,8 @@ private:
         std::string bound;
         std::string verdict;
     };
+    void Bounded(const std::string& figure, double measured, const std::string& unit,
+                 const std::string& bound, bool holds);
     void Add(Row row);
 
     std::vector<Row> m_rows;

@@ -1,0 +1,41 @@
+// Figure 1: what sampling costs a packet that is not drawn.
+
+#include <exception>
+
+#include "sampling/collector.h"
+#include "sampling/figures.h"
+#include "sampling/measured_manager.h"
+
+namespace sampling {
+namespace {
+
+constexpr std::uint32_t kHardlyEver = 16'777'215;  // the lowest rate that can be configured
+
+double BoundOf(Capture capture) { return capture == Capture::kEbpf ? 70 : 150; }
+
+void Measure(const Settings& settings, ForwardingPath& path, figures::Table& table, Capture capture)
+{
+    Collector collector;
+    MeasuredManager manager(capture, collector.Port());
+    const auto cost = MeasurePathCost(
+        settings, path, [&] { manager.Sample(ForwardingPath::kIn, kHardlyEver); },
+        [&] { manager.StopSampling(ForwardingPath::kIn); });
+    table.Plain("1 a frame on the bare path, beside " + NameOf(capture), cost.bare, "ns");
+    table.AtMost("1 added to a frame that is not drawn, " + NameOf(capture), cost.added, BoundOf(capture),
+                 "ns");
+}
+
+}  // namespace
+
+void MeasurePath(const Settings& settings, ForwardingPath& path, figures::Table& table)
+{
+    for (const auto capture : {Capture::kEbpf, Capture::kPacketSockets}) {
+        try {
+            Measure(settings, path, table, capture);
+        } catch (const std::exception& error) {
+            table.Failed("1 added to a frame that is not drawn, " + NameOf(capture), error.what());
+        }
+    }
+}
+
+}  // namespace sampling

@@ -1,0 +1,61 @@
+// The bare forwarding path (see the header).
+
+#include "sampling/forwarding_path.h"
+
+#include <unistd.h>
+
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+namespace sampling {
+namespace {
+
+constexpr std::uint8_t kHostANumber = 0xa, kDestinationNumber = 0x99;
+
+/// A new namespace has bridged IPv4 go through netfilter, where the kernel can; switches turn this off.
+void LeaveNetfilterOut() { std::ofstream("/proc/sys/net/bridge/bridge-nf-call-iptables") << "0"; }
+
+std::uint64_t Received(const std::string& device)
+{
+    std::ifstream table("/proc/thread-self/net/dev");
+    for (std::string word; table >> word;)
+        if (word == device + ":") {
+            std::uint64_t bytes = 0, packets = 0;
+            table >> bytes >> packets;
+            return packets;
+        }
+    throw std::runtime_error("no counters of " + device);
+}
+
+}  // namespace
+
+ForwardingPath::ForwardingPath()
+{
+    using support::Network;
+    LeaveNetfilterOut();
+    Network::Veth(kHostA, kIn);
+    Network::Veth(kHostB, kOut);
+    Network::MakeBridge("br0", {kIn, kOut});
+    // The frames' destination is nobody's address: host B drops them as soon as it can.
+    Network::Bridge(std::string("fdb add 02:00:00:00:00:99 dev ") + kOut + " master static");
+    support::FrameOptions options;
+    options.from = kHostANumber;
+    options.to = kDestinationNumber;
+    options.size = kFrameSize;
+    m_frames = support::UdpFlows(64, options);
+    m_traffic = std::make_unique<support::Traffic>(kHostA, m_frames);
+}
+
+support::Sent ForwardingPath::Forward(std::chrono::milliseconds time, std::uint64_t rate)
+{
+    const auto before = Received(kHostB);
+    const auto sent = m_traffic->SendFor(time, rate);
+    const auto arrived = Received(kHostB) - before;
+    if (arrived != sent.frames)
+        throw std::runtime_error("of " + std::to_string(sent.frames) + " frames sent " +
+                                 std::to_string(arrived) + " arrived");
+    return sent;
+}
+
+}  // namespace sampling

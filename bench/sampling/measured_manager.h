@@ -1,0 +1,63 @@
+// A real sflow-mgr on the manager's core, told what to do as the configuration daemon's service client
+// tells it, and what it costs.
+
+#ifndef SAMPLING_MEASURED_MANAGER_H
+#define SAMPLING_MEASURED_MANAGER_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "support/frames.h"
+#include "support/process.h"
+
+namespace sampling {
+
+enum class Capture { kEbpf, kPacketSockets };
+
+/// "eBPF" and so on, for the table.
+std::string NameOf(Capture capture);
+
+class MeasuredManager {
+public:
+    /// Started, with a session and one collector, `collectorPort` of 127.0.0.1. Packet sockets are what it
+    /// has left when eBPF is forbidden to it. Throws std::runtime_error.
+    MeasuredManager(Capture capture, std::uint16_t collectorPort);
+
+    struct Interface {
+        std::uint32_t rate = 1;
+        std::uint16_t interval = 0;  // seconds; 0: no counters
+    };
+    /// Configures the interface, its collector taking flow samples and, with an interval, counters. Returns
+    /// when the service has been called, as does the next.
+    void Set(const std::string& device, const Interface& settings);
+    void Unset(const std::string& device);
+
+    /// The same, but return when packets are, or are no longer, sampled there.
+    void Sample(const std::string& device, std::uint32_t rate);
+    void StopSampling(const std::string& device);
+
+    /// Waits until packets are sampled (or not) at the device. Throws support::TimedOut, with the log.
+    void AwaitSampled(const std::string& device, bool sampled = true);
+
+    /// That the manager has had, precise at any moment.
+    [[nodiscard]] double CpuSeconds() const;
+    [[nodiscard]] pid_t Pid() const { return m_process->Pid(); }
+
+private:
+    [[nodiscard]] bool Sampled(std::uint32_t device) const;
+
+    Capture m_capture;
+    support::TempDir m_dir;
+    std::unique_ptr<support::Process> m_process;
+    std::unique_ptr<support::FrameClient> m_session;
+};
+
+/// Programs at the device's tcx ingress.
+std::size_t ProgramsAt(std::uint32_t device);
+/// Packet sockets bound to the device.
+std::size_t PacketSocketsAt(std::uint32_t device);
+
+}  // namespace sampling
+
+#endif
