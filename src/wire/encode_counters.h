@@ -10,7 +10,7 @@
 #include <span>
 #include <string_view>
 
-#include "wire/encode_flow.h"
+#include "wire/encode_parts.h"
 #include "wire/format.h"
 #include "wire/sample.h"
 #include "wire/xdr.h"
@@ -89,13 +89,7 @@ inline std::size_t EncodeCounters(const CountersSample& sample, Encoding encodin
 
     XdrWriter to(out.data());
     WritePrefix(to, compact ? SampleFormat::kCounters : SampleFormat::kExpandedCounters, size - kPrefixSize);
-    to.Word(sample.sequence);
-    if (compact) {
-        to.Word(CompactSource(sample.source));
-    } else {
-        to.Word(0);  // the class: an ifIndex
-        to.Word(sample.source);
-    }
+    WriteSource(to, encoding, sample.sequence, sample.source);
     to.Word(1 + std::uint32_t{ethernet} + std::uint32_t{portName});
     WriteGeneric(to, sample.generic);
     if (ethernet) {

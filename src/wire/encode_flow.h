@@ -4,6 +4,8 @@
 #ifndef WIRE_ENCODE_FLOW_H
 #define WIRE_ENCODE_FLOW_H
 
+#include <endian.h>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -11,6 +13,7 @@
 #include <cstring>
 #include <span>
 
+#include "wire/encode_parts.h"
 #include "wire/format.h"
 #include "wire/sample.h"
 #include "wire/xdr.h"
@@ -19,9 +22,6 @@ namespace wire::detail {
 
 inline constexpr std::size_t kLinkAddresses = 12;  // both of an Ethernet header
 inline constexpr std::size_t kTag = 4;
-
-/// The source in one word: class 0 in the upper 8 bits, the index in the lower 24.
-constexpr std::uint32_t CompactSource(std::uint32_t index) { return index & (kFirstExpandedIndex - 1); }
 
 /// The port in one word: the format in the upper 2 bits, the value in the lower 30.
 constexpr std::uint32_t CompactPort(const Port& port)
@@ -68,17 +68,8 @@ inline void WriteTagged(const FlowSample& sample, std::size_t size, std::byte* o
     std::memcpy(out + front.size(), sample.header.data() + kLinkAddresses, size - front.size());
 }
 
-template <typename Format>
-void WritePrefix(XdrWriter& to, Format format, std::size_t size)
+inline void WriteCompactFields(XdrWriter& to, const FlowSample& sample)
 {
-    to.Word(static_cast<std::uint32_t>(format));
-    to.Word(static_cast<std::uint32_t>(size));
-}
-
-inline void WriteCompact(XdrWriter& to, const FlowSample& sample)
-{
-    to.Word(sample.sequence);
-    to.Word(CompactSource(sample.source));
     to.Word(sample.rate);
     to.Word(sample.pool);
     to.Word(sample.drops);
@@ -86,11 +77,8 @@ inline void WriteCompact(XdrWriter& to, const FlowSample& sample)
     to.Word(CompactPort(sample.output));
 }
 
-inline void WriteExpanded(XdrWriter& to, const FlowSample& sample)
+inline void WriteExpandedFields(XdrWriter& to, const FlowSample& sample)
 {
-    to.Word(sample.sequence);
-    to.Word(0);  // the class: an ifIndex
-    to.Word(sample.source);
     to.Word(sample.rate);
     to.Word(sample.pool);
     to.Word(sample.drops);
@@ -148,12 +136,13 @@ inline std::size_t EncodeFlow(const FlowSample& sample, Encoding encoding, std::
     const std::size_t size = bare + Padded(headerSize);
 
     XdrWriter to(out.data());
-    if (encoding == Encoding::kCompact) {
-        WritePrefix(to, SampleFormat::kFlow, size - kPrefixSize);
-        WriteCompact(to, sample);
+    const bool compact = encoding == Encoding::kCompact;
+    WritePrefix(to, compact ? SampleFormat::kFlow : SampleFormat::kExpandedFlow, size - kPrefixSize);
+    WriteSource(to, encoding, sample.sequence, sample.source);
+    if (compact) {
+        WriteCompactFields(to, sample);
     } else {
-        WritePrefix(to, SampleFormat::kExpandedFlow, size - kPrefixSize);
-        WriteExpanded(to, sample);
+        WriteExpandedFields(to, sample);
     }
     to.Word(sample.router ? 3 : 2);
     WriteHeader(to, sample, headerSize);
