@@ -20,8 +20,11 @@ namespace capture {
 
 namespace {
 
+// A block is handed over by age too, however little is in it: their number is for how long nobody needs
+// to read when packets come slowly (0.8 s), their size for how many samples one waking-up brings.
+constexpr std::size_t kUsualBlocks = 16;
 constexpr std::size_t kLeastBlocks = 4;
-constexpr std::size_t kLeastBlock = 16U << 10U;
+constexpr std::size_t kLeastBlock = 8U << 10U;
 constexpr std::size_t kMostBlock = 256U << 10U;
 // A block that does not fill is handed over after so long: what a sample waits at most.
 constexpr unsigned kBlockMilliseconds = 50;
@@ -153,7 +156,7 @@ SamplingSocket::SamplingSocket(std::size_t bytes)
     // Refused by some kernels together with this ring: segments are not told then.
     const int segments = 1;
     m_tellsSegments = setsockopt(Get(), SOL_PACKET, PACKET_VNET_HDR, &segments, sizeof segments) == 0;
-    m_area.blockSize = PageMultiple(std::clamp(bytes / kLeastBlocks, kLeastBlock, kMostBlock));
+    m_area.blockSize = PageMultiple(std::clamp(bytes / kUsualBlocks, kLeastBlock, kMostBlock));
     m_area.blocks = std::max(kLeastBlocks, bytes / m_area.blockSize);
     tpacket_req3 request{};
     request.tp_block_size = static_cast<unsigned>(m_area.blockSize);

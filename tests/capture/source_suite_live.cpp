@@ -1,0 +1,152 @@
+// What happens while traffic flows: changes, removal, interfaces that go, and what others notice of it.
+
+#include <gmock/gmock.h>
+
+#include <numeric>
+
+#include "capture/source_suite.h"
+
+namespace source_suite {
+
+namespace {
+
+std::vector<std::uint64_t> UpTo(std::uint64_t count)
+{
+    std::vector<std::uint64_t> numbers(count);
+    std::iota(numbers.begin(), numbers.end(), 0);
+    return numbers;
+}
+
+}  // namespace
+
+TEST_P(SourceSuite, LosesAndDoublesNothingWhileItIsChanged)
+{
+    const std::uint32_t changed = Cable("near", "far");
+    const std::uint32_t other = Cable("near2", "far2");
+    const std::uint32_t visitor = Cable("near3", "far3");
+    Make();
+    if (IsSkipped()) return;
+    m_source->Add(changed, {.rate = 1, .headerSize = 64});
+    m_source->Add(other, {.rate = 1, .headerSize = 64});
+    constexpr std::uint64_t kRounds = 100;
+    constexpr std::uint64_t kEach = 37;
+    for (std::uint64_t round = 0; round < kRounds; ++round) {
+        SendNumbered("far", round * kEach, kEach);
+        m_source->Change(changed, {.rate = 1, .headerSize = static_cast<std::uint16_t>(64 + round * 4)});
+        SendNumbered("far2", round * kEach, kEach);
+        if (round % 20 == 5) m_source->Add(visitor, {.rate = 1, .headerSize = 64});
+        if (round % 20 == 15) {
+            EXPECT_EQ(m_source->Remove(visitor).pool, 0U);
+        }
+        Run(std::chrono::milliseconds(1));
+    }
+    EXPECT_TRUE(Settles(changed, kRounds * kEach));
+    EXPECT_TRUE(Settles(other, kRounds * kEach));
+    EXPECT_EQ(m_record.Numbers(changed), UpTo(kRounds * kEach));
+    EXPECT_EQ(m_record.Numbers(other), UpTo(kRounds * kEach));
+    EXPECT_EQ(m_source->Read(changed).drops, 0U);
+    EXPECT_EQ(m_source->Read(other).drops, 0U);
+}
+
+TEST_P(SourceSuite, TellsTheRateThatASampleWasDrawnWith)
+{
+    const std::uint32_t port = Cable("near", "far");
+    Make();
+    if (IsSkipped()) return;
+    // 1:1 between, so that the frames of every round are known to be there.
+    constexpr std::uint64_t kEach = 50;
+    constexpr std::uint64_t kRounds = 40;
+    const auto rate = [](std::uint64_t round) {
+        return round % 2 == 0 ? 1U : 2U + static_cast<unsigned>(round);
+    };
+    m_source->Add(port, {.rate = 1, .headerSize = 64});
+    for (std::uint64_t round = 0; round < kRounds; ++round) {
+        m_source->Change(port, {.rate = rate(round), .headerSize = 64});
+        SendNumbered("far", round * kEach, kEach);
+    }
+    EXPECT_TRUE(Settles(port, kRounds * kEach));
+    std::uint64_t ones = 0;
+    for (const Drawn& drawn : m_record.all) {
+        const std::uint64_t round = NumberOf(drawn.header) / kEach;
+        ASSERT_EQ(drawn.sample.rate, rate(round)) << "frame " << NumberOf(drawn.header);
+        ones += drawn.sample.rate == 1 ? 1U : 0U;
+    }
+    EXPECT_EQ(ones, kRounds / 2 * kEach);
+}
+
+TEST_P(SourceSuite, HandsOverWhatWaitsWhenAnInterfaceIsRemoved)
+{
+    const std::uint32_t port = Cable("near", "far");
+    Make();
+    if (IsSkipped()) return;
+    constexpr std::uint64_t kFrames = 90;
+    for (int round = 0; round < 5; ++round) {
+        SCOPED_TRACE(round);
+        m_record.all.clear();
+        m_source->Add(port, {.rate = 1, .headerSize = 64});
+        SendNumbered("far", 0, kFrames);
+        const capture::Counts counts = m_source->Remove(port);
+        EXPECT_EQ(counts.pool, kFrames);
+        EXPECT_EQ(counts.drops, 0U);
+        EXPECT_EQ(m_record.Numbers(port), UpTo(kFrames));
+        // Not sampled now.
+        SendNumbered("far", 1000, kFrames);
+        Run(std::chrono::milliseconds(120));
+        EXPECT_EQ(m_record.all.size(), kFrames);
+        EXPECT_EQ(m_source->ReadAll().size(), 0U);
+    }
+}
+
+TEST_P(SourceSuite, OutlivesAnInterfaceThatVanishes)
+{
+    const std::uint32_t goes = Cable("near", "far");
+    const std::uint32_t stays = Cable("near2", "far2");
+    Make();
+    if (IsSkipped()) return;
+    m_source->Add(goes, {.rate = 1, .headerSize = 64});
+    m_source->Add(stays, {.rate = 1, .headerSize = 64});
+    SendNumbered("far", 0, 40);
+    support::Network::Ip("link del near");
+    SendNumbered("far2", 0, 40);
+    EXPECT_TRUE(Settles(stays, 40));
+    EXPECT_EQ(m_record.Numbers(goes), UpTo(40));
+    EXPECT_EQ(m_record.Numbers(stays), UpTo(40));
+    // Nothing to do: the loop is not woken over and over.
+    m_loop.restart();
+    const std::size_t handlers = m_loop.run_for(std::chrono::milliseconds(300));
+    EXPECT_LT(handlers, 10U);
+    const capture::Counts counts = m_source->Remove(goes);
+    EXPECT_EQ(counts.pool, 40U);
+    EXPECT_EQ(counts.drops, 0U);
+    SendNumbered("far2", 40, 10);
+    EXPECT_TRUE(Settles(stays, 50));
+}
+
+TEST_P(SourceSuite, GoesOnWhenAnInterfaceComesUpAgain)
+{
+    const std::uint32_t port = Cable("near", "far");
+    Make();
+    if (IsSkipped()) return;
+    support::Network::Ip("link set near down");
+    m_source->Add(port, {.rate = 1, .headerSize = 64});
+    support::Network::Ip("link set near up");
+    SendNumbered("far", 0, 10);
+    EXPECT_TRUE(Settles(port, 10));
+    support::Network::Ip("link set near down\nlink set near up");
+    SendNumbered("far", 10, 10);
+    EXPECT_TRUE(Settles(port, 20));
+    EXPECT_EQ(m_record.Numbers(port), UpTo(20));
+}
+
+TEST_P(SourceSuite, RefusesAnInterfaceThatIsNotThere)
+{
+    const std::uint32_t port = Cable("near", "far");
+    Make();
+    if (IsSkipped()) return;
+    EXPECT_THROW(m_source->Add(987654, {.rate = 1, .headerSize = 64}), capture::Unavailable);
+    m_source->Add(port, {.rate = 1, .headerSize = 64});
+    SendNumbered("far", 0, 10);
+    EXPECT_TRUE(Settles(port, 10));
+}
+
+}  // namespace source_suite
