@@ -4,6 +4,7 @@
 #define TESTS_MANAGER_FAKE_TIMERS_H
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -29,6 +30,17 @@ public:
             if (const auto action = node.mapped().lock()) (*action)();
         }
         m_now = end;
+    }
+
+    /// Time that has passed; within an action, that at which it fell due.
+    [[nodiscard]] std::chrono::milliseconds Now() const { return m_now; }
+
+    /// How many actions wait, those that were cancelled aside.
+    [[nodiscard]] std::size_t Waiting() const
+    {
+        std::size_t waiting = 0;
+        for (const auto& [when, action] : m_pending) waiting += action.expired() ? 0 : 1;
+        return waiting;
     }
 
 private:
