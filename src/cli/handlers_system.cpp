@@ -5,6 +5,7 @@
 #include "cli/handlers.h"
 #include "cli/output.h"
 #include "cli/request.h"
+#include "cli/sflow_text.h"
 #include "cli/state_text.h"
 #include "netconf/requests.h"
 
@@ -28,6 +29,8 @@ std::string SflowElements(const std::string& part)
     if (part == "agent") return "<sflow><agent-address/></sflow>";
     if (part == "collectors") return "<sflow><collector/></sflow>";
     if (part == "interfaces") return "<sflow><interface/></sflow>";
+    // With the session, for without a manager there are no problems either.
+    if (part == "problems") return "<sflow><manager><session/></manager><problem/></sflow>";
     return "<sflow/>";
 }
 

@@ -61,14 +61,14 @@ struct Snapshot {
 
 /// Where the numbers come from. One that is not set gives none: the records stay empty.
 struct StatusSources {
-    std::function<WallTime()> now{};
-    std::function<SourceStatus()> source{};
-    std::function<InterfaceStatus(const std::string& interface)> interface{};
+    std::function<WallTime()> now = {};
+    std::function<SourceStatus()> source = {};
+    std::function<InterfaceStatus(const std::string& interface)> interface = {};
     /// Null where there is no stream of that name.
-    std::function<const StreamStatus*(const std::string& collector)> collector{};
+    std::function<const StreamStatus*(const std::string& collector)> collector = {};
     /// What can't be done here, for people; none where everything can.
-    std::function<std::vector<std::string>()> limitations{};
-    std::optional<Direction> addedDirection{};
+    std::function<std::vector<std::string>()> limitations = {};
+    std::optional<Direction> addedDirection = {};
     std::int64_t pid = 0;  // the manager's own
 };
 

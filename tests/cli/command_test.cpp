@@ -50,6 +50,7 @@ TEST(Understand, FitsWordsToTheTable)
         {"commit comment \"\"", "commit text="},
         {"show sflow", "show sflow"},
         {"show sflow collectors | json", "show sflow choice=collectors json"},
+        {"show sflow problems", "show sflow choice=problems"},
         {"show system processes", "show system processes"},
         {"show system faults|json", "show system faults json"},
         {"request ha go-standby", "request ha choice=go-standby"},
@@ -77,8 +78,8 @@ TEST(Understand, RefusesWithWhatIsPossible)
         {"load merge a b", "error: \"b\" is unknown here; usage: load merge FILE"},
         {"set", "error: a path is missing; usage: set PATH... [VALUE]"},
         {"show sflow fans",
-         "error: \"fans\" is none of collectors, interfaces, agent; usage: show sflow "
-         "[collectors|interfaces|agent] [| json]"},
+         "error: \"fans\" is none of collectors, interfaces, agent, problems; usage: show sflow "
+         "[collectors|interfaces|agent|problems] [| json]"},
         {"request ha",
          "error: one of go-active, go-standby is missing; usage: request ha go-active|go-standby"},
         {"commit now", "error: \"now\" is unknown here; usage: commit [comment TEXT]"},
