@@ -14,9 +14,12 @@
 #include "ipc/timers.h"
 #include "log/log.h"
 #include "net/bridges.h"
+#include "net/kernel_routes.h"
 #include "net/link_follower.h"
 #include "net/link_speed.h"
 #include "net/resolver.h"
+#include "net/route_follower.h"
+#include "net/routes.h"
 
 namespace net {
 namespace {
@@ -33,14 +36,17 @@ class Monitor::Impl {
 public:
     Impl(boost::asio::io_context& loop, ipc::Timers& timers)
         : m_timers(timers),
-          m_resolver(m_bridges),
+          m_routes(m_questions),
+          m_resolver(m_bridges, m_routes),
           m_follower(m_links, m_bridges, m_speeds,
                      {[this](const Link& link, const Placement& placement) {
                           m_resolver.PutDevice(link, placement);
                       },
                       [this](std::uint32_t ifIndex) { m_resolver.RemoveDevice(ifIndex); }}),
+          m_routeFollower({[this] { m_routes.Forget(); }, [this] { m_questions.ForgetRules(); }}),
           m_linkEvents(loop, m_follower.Descriptor()),
-          m_settingEvents(loop)
+          m_settingEvents(loop),
+          m_routeEvents(loop, m_routeFollower.Descriptor())
     {
         if (m_speeds.Descriptor() >= 0) m_settingEvents.assign(m_speeds.Descriptor());
     }
@@ -51,6 +57,7 @@ public:
         Stop();
         // The sockets belong to others.
         m_linkEvents.release();
+        m_routeEvents.release();
         if (m_settingEvents.is_open()) m_settingEvents.release();
     }
 
@@ -70,6 +77,7 @@ public:
         }
         LinkTurn();
         if (m_settingEvents.is_open()) AwaitSettings();
+        AwaitRoutes();
     }
 
     void Stop()
@@ -78,6 +86,7 @@ public:
         m_again.reset();
         boost::system::error_code ignored;  // nothing waited for
         m_linkEvents.cancel(ignored);
+        m_routeEvents.cancel(ignored);
         if (m_settingEvents.is_open()) m_settingEvents.cancel(ignored);
     }
 
@@ -133,14 +142,28 @@ private:
             });
     }
 
+    void AwaitRoutes()
+    {
+        m_routeEvents.async_wait(boost::asio::posix::stream_descriptor::wait_read,
+                                 [this, alive = Alive(m_alive)](const boost::system::error_code& error) {
+                                     if (error || alive.expired()) return;
+                                     m_routeFollower.Turn();
+                                     AwaitRoutes();
+                                 });
+    }
+
     ipc::Timers& m_timers;
     Links m_links;
     Bridges m_bridges;
     LinkSpeeds m_speeds;
+    KernelRoutes m_questions;
+    Routes m_routes;
     Resolver m_resolver;
     LinkFollower m_follower;
+    RouteFollower m_routeFollower;
     boost::asio::posix::stream_descriptor m_linkEvents;
     boost::asio::posix::stream_descriptor m_settingEvents;
+    boost::asio::posix::stream_descriptor m_routeEvents;
     std::shared_ptr<bool> m_alive;
     std::shared_ptr<void> m_again;
     std::uint64_t m_turn = 0;

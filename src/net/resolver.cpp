@@ -2,9 +2,70 @@
 
 #include "net/resolver.h"
 
-namespace net {
+#include <algorithm>
+#include <cstring>
 
-Destination Resolver::Resolve(const Entering& /*packet*/) { return {}; }
+#include <net/if_arp.h>
+
+#include "net/packet_header.h"
+
+namespace net {
+namespace {
+
+using Kind = Destination::Kind;
+
+constexpr int kDevicesOnTheWay = 8;  // VLAN devices on bridges on bonds: no sane way is longer
+constexpr std::uint16_t kIpv4 = 0x0800;
+constexpr std::uint16_t kIpv6 = 0x86DD;
+constexpr std::uint16_t kMpls = 0x8847;
+constexpr std::uint16_t kMplsMulticast = 0x8848;
+
+const std::uint8_t* DestinationMac(const Entering& packet)
+{
+    return reinterpret_cast<const std::uint8_t*>(packet.header.data());
+}
+
+bool IsGroup(const std::uint8_t* mac) { return (mac[0] & 1) != 0; }
+
+bool IsBroadcast(const std::uint8_t* mac)
+{
+    return std::all_of(mac, mac + 6, [](std::uint8_t byte) { return byte == 0xFF; });
+}
+
+// 01:80:C2:00:00:0X, which bridges keep to themselves (IEEE 802.1D, 7.12.6).
+bool IsLinkLocal(const std::uint8_t* mac)
+{
+    constexpr std::uint8_t kPrefix[] = {0x01, 0x80, 0xC2, 0x00, 0x00};
+    return std::memcmp(mac, kPrefix, sizeof kPrefix) == 0 && mac[5] < 0x10;
+}
+
+bool IsEthernet(std::uint16_t type) { return type == ARPHRD_ETHER || type == ARPHRD_LOOPBACK; }
+
+bool IsWithoutLinkHeader(std::uint16_t type)
+{
+    switch (type) {
+    case ARPHRD_NONE:
+    case ARPHRD_RAWIP:
+    case ARPHRD_PPP:
+    case ARPHRD_TUNNEL:
+    case ARPHRD_TUNNEL6:
+    case ARPHRD_SIT:
+    case ARPHRD_IPGRE:
+        return true;
+    default:
+        return false;
+    }
+}
+
+std::uint64_t VlanKey(std::uint32_t lower, std::uint16_t vlan) { return std::uint64_t{lower} << 16 | vlan; }
+
+}  // namespace
+
+const Resolver::Device* Resolver::Find(std::uint32_t ifIndex) const
+{
+    const auto found = m_devices.find(ifIndex);
+    return found == m_devices.end() ? nullptr : &found->second;
+}
 
 std::uint16_t Resolver::PortVlan(std::uint32_t ifIndex) const
 {
@@ -12,7 +73,198 @@ std::uint16_t Resolver::PortVlan(std::uint32_t ifIndex) const
     return port != nullptr && port->bridge->filtering ? port->pvid : 0;
 }
 
-void Resolver::PutDevice(const Link& /*link*/, const Placement& /*placement*/) {}
-void Resolver::RemoveDevice(std::uint32_t /*ifIndex*/) {}
+void Resolver::PutDevice(const Link& link, const Placement& placement)
+{
+    RemoveDevice(link.index);
+    m_devices[link.index] = {link.index, link.hardwareType, link.promiscuous, link.mac, placement};
+    if (placement.vlanLower != 0) m_vlanDevices[VlanKey(placement.vlanLower, placement.vlanId)] = link.index;
+    m_routes.Forget();
+}
+
+void Resolver::RemoveDevice(std::uint32_t ifIndex)
+{
+    const auto found = m_devices.find(ifIndex);
+    if (found == m_devices.end()) return;
+    const Placement& placement = found->second.placement;
+    const auto vlan = m_vlanDevices.find(VlanKey(placement.vlanLower, placement.vlanId));
+    if (vlan != m_vlanDevices.end() && vlan->second == ifIndex) m_vlanDevices.erase(vlan);
+    m_devices.erase(found);
+    m_routes.Forget();
+}
+
+Destination Resolver::Resolve(const Entering& packet)
+{
+    Way way{packet, Find(packet.ifIndex), packet.vlan};
+    way.destination.inputVlan = packet.vlan;
+    if (way.device == nullptr) return way.destination;
+    if (!IsEthernet(way.device->hardwareType)) {
+        if (IsWithoutLinkHeader(way.device->hardwareType)) Route(way, packet.etherType, 0);
+        return way.destination;
+    }
+    if (packet.header.size() < kEthernetSize) return way.destination;
+    for (int i = 0; i < kDevicesOnTheWay && way.device != nullptr; ++i) {
+        const Placement& placement = way.device->placement;
+        if (way.vlan != 0 && EnterVlanDevice(way)) continue;
+        if (placement.aggregate != 0) {
+            way.device = Find(placement.aggregate);
+            continue;
+        }
+        if (placement.foreignMaster) return way.destination;
+        const BridgePort* port = m_bridges.FindPort(way.device->ifIndex);
+        if (port != nullptr && port->bridge->ifIndex != port->ifIndex) {
+            if (EnterBridge(way, *port)) continue;
+            return way.destination;
+        }
+        Arrive(way);
+        return way.destination;
+    }
+    return way.destination;
+}
+
+bool Resolver::EnterVlanDevice(Way& way) const
+{
+    const auto found = m_vlanDevices.find(VlanKey(way.device->ifIndex, way.vlan));
+    if (found == m_vlanDevices.end()) return false;
+    way.device = Find(found->second);
+    const auto head = ReadFrame(way.packet);
+    way.vlan = head && !way.innerTag ? head->innerVlan : std::uint16_t{0};
+    way.innerTag = true;
+    return true;
+}
+
+bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
+{
+    const Bridge& bridge = *port.bridge;
+    const std::uint8_t* mac = DestinationMac(way.packet);
+    Destination& to = way.destination;
+    std::uint16_t vlan = 0;
+    to.outputVlan = way.vlan;
+    to.kind = Kind::kDiscarded;
+    if (IsLinkLocal(mac) && (mac[5] != 0 || bridge.spanningTree)) {
+        if (mac[5] != 1) to.kind = Kind::kLocal;  // a pause frame ends at the first station
+        to.outputVlan = 0;
+        return false;
+    }
+    if (bridge.filtering) {
+        vlan = way.vlan != 0 ? way.vlan : port.pvid;
+        to.inputVlan = to.outputVlan = vlan;
+        if (vlan >= kVlans || vlan == 0 || !port.In(vlan)) to.outputVlan = 0;
+        if (to.outputVlan == 0) return false;
+    }
+    if (!port.state.forwarding) {
+        to.outputVlan = 0;
+        return false;
+    }
+    if (IsGroup(mac)) {
+        Flooded(way, port, vlan, IsBroadcast(mac) ? Flood::kBroadcast : Flood::kMulticast);
+        return false;
+    }
+    if (const BridgeAddress* address = Bridges::FindAddress(bridge, vlan, mac); address != nullptr) {
+        if (address->local) return PassUp(way, port, vlan);
+        Bridged(way, port, *address, vlan);
+        return false;
+    }
+    const Device* itself = Find(bridge.ifIndex);
+    if (itself != nullptr && std::memcmp(itself->mac.data(), mac, itself->mac.size()) == 0)
+        return PassUp(way, port, vlan);
+    if (m_bridges.Complete()) {
+        Flooded(way, port, vlan, Flood::kUnicast);
+    } else {  // the kernel may know what is not kept here
+        to.kind = Kind::kUnknown;
+        to.outputVlan = 0;
+    }
+    return false;
+}
+
+void Resolver::Bridged(Way& way, const BridgePort& port, const BridgeAddress& address,
+                       std::uint16_t vlan) const
+{
+    const BridgePort* out = m_bridges.FindPort(address.port);
+    const bool passes = out != nullptr && out->bridge == port.bridge && out->state.forwarding &&
+                        (out != &port || port.state.hairpin) &&
+                        !(out->state.isolated && port.state.isolated && out != &port) &&
+                        (!port.bridge->filtering || out->In(vlan));
+    if (passes) {
+        way.destination.kind = Kind::kInterface;
+        way.destination.ifIndex = address.port;
+    } else {
+        way.destination.outputVlan = 0;
+    }
+}
+
+void Resolver::Flooded(Way& way, const BridgePort& port, std::uint16_t vlan, Flood kind) const
+{
+    Destination& to = way.destination;
+    to.interfaces = m_bridges.FloodCount(port, vlan, kind);
+    if (to.interfaces != 0) {
+        to.kind = Kind::kSeveral;
+    } else {  // the bridge itself takes groups
+        to.kind = kind == Flood::kUnicast ? Kind::kDiscarded : Kind::kLocal;
+        to.outputVlan = 0;
+    }
+}
+
+bool Resolver::PassUp(Way& way, const BridgePort& port, std::uint16_t vlan) const
+{
+    const std::uint32_t bridge = port.bridge->ifIndex;
+    way.destination.outputVlan = 0;
+    if (port.bridge->filtering) {
+        const BridgePort* itself = m_bridges.FindPort(bridge);
+        if (itself == nullptr || !itself->In(vlan)) return false;
+        way.vlan = itself->Untagged(vlan) ? std::uint16_t{0} : vlan;
+    }
+    way.device = Find(bridge);
+    way.forUs = true;
+    way.destination.kind = Kind::kUnknown;
+    return true;
+}
+
+// It has reached the device that hands it to this machine's protocols.
+void Resolver::Arrive(Way& way)
+{
+    const std::uint8_t* mac = DestinationMac(way.packet);
+    Destination& to = way.destination;
+    if (way.vlan != 0) {  // and nobody takes that VLAN
+        to.kind = way.device->promiscuous ? Kind::kUnknown : Kind::kDiscarded;
+    } else if (IsBroadcast(mac)) {
+        to.kind = Kind::kLocal;
+    } else if (IsGroup(mac)) {
+        to.kind = Kind::kSeveral;
+    } else if (!way.forUs && std::memcmp(mac, way.device->mac.data(), way.device->mac.size()) != 0) {
+        // Who made it take foreign addresses may do something with them.
+        to.kind = way.device->promiscuous ? Kind::kUnknown : Kind::kDiscarded;
+    } else if (const auto head = ReadFrame(way.packet)) {
+        Route(way, head->etherType, head->network);
+    }
+}
+
+void Resolver::Route(Way& way, std::uint16_t etherType, std::size_t network)
+{
+    Destination& to = way.destination;
+    if (etherType != kIpv4 && etherType != kIpv6) {
+        const bool label = etherType == kMpls || etherType == kMplsMulticast;
+        to.kind = label ? Kind::kUnknown : Kind::kLocal;
+        return;
+    }
+    const auto addresses = ReadAddresses(etherType, way.packet.header.subspan(network));
+    if (!addresses) return;
+    const auto& bytes = addresses->destination.bytes;
+    if (addresses->destination.size == 4 ? (bytes[0] & 0xF0) == 0xE0 : bytes[0] == 0xFF) {
+        to.kind = Kind::kSeveral;
+        return;
+    }
+    if (addresses->destination.size == 4 &&
+        std::all_of(bytes.begin(), bytes.begin() + 4, [](std::uint8_t byte) { return byte == 0xFF; })) {
+        to.kind = Kind::kLocal;
+        return;
+    }
+    const auto found = m_routes.Find(way.device->ifIndex, addresses->destination, addresses->source);
+    if (!found) return;
+    to.kind = found->kind;
+    if (found->kind != Kind::kInterface) return;
+    to.ifIndex = found->ifIndex;
+    to.route = found->route;
+    if (const Device* out = Find(found->ifIndex)) to.outputVlan = out->placement.vlanId;
+}
 
 }  // namespace net

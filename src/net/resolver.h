@@ -1,9 +1,12 @@
 // Finds the way of a packet: from the device where it entered over bonds and VLAN devices to a bridge's
-// table or to the routes. Fed by the monitor.
+// tables or to the routes, in the order in which the kernel takes it. Not seen are firewall and traffic
+// control rules, multicast memberships (what is multicast counts every port that floods it), a bridge
+// whose tags are 802.1ad, and who in this machine takes what is not IP. Fed by the monitor.
 
 #ifndef NET_RESOLVER_H
 #define NET_RESOLVER_H
 
+#include <cstddef>
 #include <cstdint>
 #include <unordered_map>
 
@@ -11,13 +14,14 @@
 #include "net/forwarding.h"
 #include "net/link_message.h"
 #include "net/links.h"
+#include "net/routes.h"
 
 namespace net {
 
 class Resolver final : public Forwarding {
 public:
-    /// Must outlive it.
-    explicit Resolver(const Bridges& bridges) : m_bridges(bridges) {}
+    /// Both must outlive it.
+    Resolver(const Bridges& bridges, Routes& routes) : m_bridges(bridges), m_routes(routes) {}
 
     [[nodiscard]] Destination Resolve(const Entering& packet) override;
     [[nodiscard]] std::uint16_t PortVlan(std::uint32_t ifIndex) const override;
@@ -26,7 +30,37 @@ public:
     void RemoveDevice(std::uint32_t ifIndex);
 
 private:
+    struct Device {
+        std::uint32_t ifIndex = 0;
+        std::uint16_t hardwareType = 0;
+        bool promiscuous = false;
+        MacAddress mac{};
+        Placement placement;
+    };
+    /// A packet on its way through the devices.
+    struct Way {
+        const Entering& packet;
+        const Device* device;
+        std::uint16_t vlan;     // of the outermost tag that it still has; 0: none
+        bool innerTag = false;  // that one is the packet's second
+        bool forUs = false;     // a bridge has taken its address for one of this machine
+        Destination destination{};
+    };
+
+    [[nodiscard]] const Device* Find(std::uint32_t ifIndex) const;
+    // These are true when the packet goes on at another device.
+    [[nodiscard]] bool EnterVlanDevice(Way& way) const;
+    [[nodiscard]] bool EnterBridge(Way& way, const BridgePort& port) const;
+    [[nodiscard]] bool PassUp(Way& way, const BridgePort& port, std::uint16_t vlan) const;
+    void Bridged(Way& way, const BridgePort& port, const BridgeAddress& address, std::uint16_t vlan) const;
+    void Flooded(Way& way, const BridgePort& port, std::uint16_t vlan, Flood kind) const;
+    void Arrive(Way& way);
+    void Route(Way& way, std::uint16_t etherType, std::size_t network);
+
     const Bridges& m_bridges;
+    Routes& m_routes;
+    std::unordered_map<std::uint32_t, Device> m_devices;
+    std::unordered_map<std::uint64_t, std::uint32_t> m_vlanDevices;  // by lower device and VLAN id
 };
 
 }  // namespace net

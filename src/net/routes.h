@@ -1,0 +1,94 @@
+// Routes as they were asked for: a bounded memory of answers, forgotten as a whole when anything about
+// routing changes, and a limit on the questions, so that a flood of addresses can't eat the processor. Who
+// answers is RouteQuestions: the kernel (kernel_routes.h), or a test.
+
+#ifndef NET_ROUTES_H
+#define NET_ROUTES_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "net/forwarding.h"
+
+namespace net {
+
+struct RouteAnswer {
+    Destination::Kind kind = Destination::Kind::kUnknown;
+    std::uint32_t ifIndex = 0;
+    Address nextHop;
+    std::uint8_t bits = 0;   // prefix length of the route
+    bool perSource = false;  // may differ for another source
+};
+
+class RouteQuestions {
+public:
+    RouteQuestions() = default;
+    RouteQuestions(const RouteQuestions&) = delete;
+    RouteQuestions& operator=(const RouteQuestions&) = delete;
+    virtual ~RouteQuestions() = default;
+
+    /// The way of a packet that entered by `ifIndex`, or, with 0, of one that is sent from here
+    /// (`source` may then have size 0). Nothing when there is no telling.
+    virtual std::optional<RouteAnswer> Ask(std::uint32_t ifIndex, const Address& destination,
+                                           const Address& source) = 0;
+};
+
+class Routes {
+public:
+    using Now = std::function<std::chrono::steady_clock::time_point()>;
+
+    static constexpr std::size_t kCapacity = 8192;
+    static constexpr int kQuestions = 300;  // in each window
+    static constexpr std::chrono::milliseconds kWindow{100};
+
+    /// `questions` must outlive it.
+    explicit Routes(RouteQuestions& questions, Now now = std::chrono::steady_clock::now);
+
+    struct Found {
+        Destination::Kind kind = Destination::Kind::kUnknown;
+        std::uint32_t ifIndex = 0;
+        Destination::Route route;  // of kInterface
+    };
+    /// Nothing when it is not remembered and can't be asked now.
+    [[nodiscard]] std::optional<Found> Find(std::uint32_t ifIndex, const Address& destination,
+                                            const Address& source);
+
+    /// Everything remembered may be wrong.
+    void Forget() { ++m_generation; }
+
+private:
+    static constexpr std::size_t kWays = 4;
+
+    struct Key {
+        std::uint32_t ifIndex = 0;
+        Address destination, source;
+        friend bool operator==(const Key&, const Key&) = default;
+    };
+    struct Slot {
+        std::uint64_t generation = 0;
+        Key key;
+        RouteAnswer answer;
+    };
+
+    [[nodiscard]] std::optional<RouteAnswer> Answer(const Key& shared, const Address& source);
+    [[nodiscard]] Slot* FirstWay(const Key& key);
+    [[nodiscard]] const RouteAnswer* Remembered(const Key& key);
+    void Remember(const Key& key, const RouteAnswer& answer);
+    [[nodiscard]] bool MayAsk();
+
+    RouteQuestions& m_questions;
+    Now m_now;
+    std::vector<Slot> m_slots;  // made when the first is needed
+    std::uint64_t m_generation = 1;
+    std::uint32_t m_victim = 0;
+    std::chrono::steady_clock::time_point m_windowEnd{};
+    int m_asked = 0;
+};
+
+}  // namespace net
+
+#endif
