@@ -13,6 +13,13 @@
 
 namespace manager {
 
+/// Where metrics are served: an address of the loopback interface, IPv4 or IPv6.
+struct MetricsAddress {
+    std::string address;
+    std::uint16_t port = 0;
+    friend bool operator==(const MetricsAddress&, const MetricsAddress&) = default;
+};
+
 struct Options {
     std::string journal;  // empty: none
     std::string user;     // empty: stay who we are
@@ -21,11 +28,12 @@ struct Options {
     std::string source = "auto";         // of packets: see source_choice.h
     std::uint32_t mark = 0x73464C77;     // of the manager's own datagrams; 0: none
     std::size_t ringSize = 0;            // bytes; 0: the source's default
+    std::optional<MetricsAddress> metrics;
     bool help = false;
     bool version = false;
 };
 
-/// A command line that makes no sense; the text names the option.
+/// A command line that makes no sense; the text names the option and what it takes.
 class UsageError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

@@ -24,15 +24,48 @@ TEST(CommandLine, EmptyAsksForNothing)
     EXPECT_EQ("", options.journal);
     EXPECT_EQ("", options.user);
     EXPECT_FALSE(options.requireSampling || options.help || options.version);
+    EXPECT_FALSE(options.direction || options.metrics);
+    EXPECT_EQ("auto", options.source);
+    EXPECT_EQ(0x73464c77U, options.mark);
+    EXPECT_EQ(0U, options.ringSize);
 }
 
 TEST(CommandLine, WithEveryOption)
 {
-    const Options options =
-        Parse({"--journal", "/tmp/j", "--user=sflow", "--require-sampling", "--help", "--version"});
+    const Options options = Parse({"--journal", "/tmp/j", "--user=sflow", "--require-sampling", "--direction",
+                                   "both", "--source", "packet-socket", "--mark=7", "--ring-size", "4M",
+                                   "--metrics", "127.0.0.1:9100", "--help", "--version"});
     EXPECT_EQ("/tmp/j", options.journal);
     EXPECT_EQ("sflow", options.user);
     EXPECT_TRUE(options.requireSampling && options.help && options.version);
+    EXPECT_EQ(Direction::kBoth, options.direction);
+    EXPECT_EQ("packet-socket", options.source);
+    EXPECT_EQ(7U, options.mark);
+    EXPECT_EQ(std::size_t{4} << 20, options.ringSize);
+    EXPECT_EQ((MetricsAddress{"127.0.0.1", 9100}), options.metrics);
+}
+
+TEST(CommandLine, TakesEveryValueOfAnOption)
+{
+    EXPECT_EQ(Direction::kIngress, Parse({"--direction=ingress"}).direction);
+    EXPECT_EQ(Direction::kEgress, Parse({"--direction=egress"}).direction);
+    for (const char* source : {"auto", "ebpf", "ebpf-tcx", "ebpf-clsact", "packet-socket"})
+        EXPECT_EQ(source, Parse({"--source", source}).source);
+    EXPECT_EQ(0U, Parse({"--mark=0"}).mark);
+    EXPECT_EQ(4294967295U, Parse({"--mark=4294967295"}).mark);
+    EXPECT_EQ(0xabcDEF01U, Parse({"--mark=0xabcDEF01"}).mark);
+    EXPECT_EQ(65536U, Parse({"--ring-size=65536"}).ringSize);
+    EXPECT_EQ(65536U, Parse({"--ring-size=64k"}).ringSize);
+    EXPECT_EQ(std::size_t{1} << 30, Parse({"--ring-size=1024M"}).ringSize);
+    EXPECT_EQ((MetricsAddress{"::1", 65535}), Parse({"--metrics=[::1]:65535"}).metrics);
+    EXPECT_EQ((MetricsAddress{"127.9.9.9", 1}), Parse({"--metrics=127.9.9.9:1"}).metrics);
+}
+
+TEST(CommandLine, IsDescribedWithEveryOption)
+{
+    for (const char* option : {"--journal", "--user", "--require-sampling", "--source", "--direction",
+                               "--ring-size", "--mark", "--metrics", "--help", "--version"})
+        EXPECT_NE(std::string::npos, UsageText().find(option)) << option;
 }
 
 struct Row {
@@ -61,6 +94,66 @@ const Row kRows[] = {
     {"NoValue", {"--journal"}, "option --journal needs a value"},
     {"ValueWhereNoneIs", {"--help=x"}, "no such option: --help=x"},
     {"Argument", {"file"}, "unexpected argument: file"},
+    {"Direction",
+     {"--direction", "in"},
+     "option --direction: \"in\" is no direction; use ingress, egress or both"},
+    {"Source",
+     {"--source", "pcap"},
+     "option --source: \"pcap\" is no source of packets; use auto, ebpf, ebpf-tcx, ebpf-clsact or "
+     "packet-socket"},
+    {"MarkTooLarge",
+     {"--mark", "4294967296"},
+     "option --mark: \"4294967296\" is no mark; use a number up to 4294967295, 0x for hexadecimal"},
+    {"MarkWithoutDigits",
+     {"--mark", "0x"},
+     "option --mark: \"0x\" is no mark; use a number up to 4294967295, 0x for hexadecimal"},
+    {"MarkWithMore",
+     {"--mark", "12x"},
+     "option --mark: \"12x\" is no mark; use a number up to 4294967295, 0x for hexadecimal"},
+    {"RingSizeTooSmall",
+     {"--ring-size", "63k"},
+     "option --ring-size: \"63k\" is no size; use bytes from 64k to 1024M, with k or M behind the number"},
+    {"RingSizeTooLarge",
+     {"--ring-size", "1025M"},
+     "option --ring-size: \"1025M\" is no size; use bytes from 64k to 1024M, with k or M behind the number"},
+    {"RingSizeThatWouldOverflow",
+     {"--ring-size", "18446744073709551615M"},
+     "option --ring-size: \"18446744073709551615M\" is no size; use bytes from 64k to 1024M, with k or M "
+     "behind "
+     "the number"},
+    {"RingSizeWithoutNumber",
+     {"--ring-size", "M"},
+     "option --ring-size: \"M\" is no size; use bytes from 64k to 1024M, with k or M behind the number"},
+    {"RingSizeNegative",
+     {"--ring-size", "-1"},
+     "option --ring-size: \"-1\" is no size; use bytes from 64k to 1024M, with k or M behind the number"},
+    {"MetricsWithoutPort",
+     {"--metrics", "127.0.0.1"},
+     "option --metrics: \"127.0.0.1\" is no address with a port; use 127.0.0.1:PORT or [::1]:PORT"},
+    {"MetricsWithoutAddress",
+     {"--metrics", ":9100"},
+     "option --metrics: \":9100\" is no address with a port; use 127.0.0.1:PORT or [::1]:PORT"},
+    {"MetricsAtPort0",
+     {"--metrics", "127.0.0.1:0"},
+     "option --metrics: \"127.0.0.1:0\" is no address with a port; use 127.0.0.1:PORT or [::1]:PORT"},
+    {"MetricsAtAPortTooLarge",
+     {"--metrics", "127.0.0.1:65536"},
+     "option --metrics: \"127.0.0.1:65536\" is no address with a port; use 127.0.0.1:PORT or [::1]:PORT"},
+    {"MetricsByName",
+     {"--metrics", "localhost:9100"},
+     "option --metrics: \"localhost:9100\" is no address with a port; use 127.0.0.1:PORT or [::1]:PORT"},
+    {"MetricsAtVersion6WithoutBrackets",
+     {"--metrics", "::1:9100"},
+     "option --metrics: \"::1:9100\" is no address with a port; use 127.0.0.1:PORT or [::1]:PORT"},
+    {"MetricsForEverybody",
+     {"--metrics", "0.0.0.0:9100"},
+     "option --metrics: \"0.0.0.0:9100\" can be reached from elsewhere, and metrics have no access control; "
+     "use "
+     "127.0.0.1:PORT or [::1]:PORT, and a proxy for others"},
+    {"MetricsForEverybodyByVersion6",
+     {"--metrics", "[::]:9100"},
+     "option --metrics: \"[::]:9100\" can be reached from elsewhere, and metrics have no access control; use "
+     "127.0.0.1:PORT or [::1]:PORT, and a proxy for others"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Table, CommandLineFaults, testing::ValuesIn(kRows),

@@ -1,0 +1,262 @@
+#include "manager/metrics_server.h"
+
+#include <array>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http.hpp>
+
+#include "ipc/timers.h"
+#include "log/log.h"
+#include "manager/metrics_text.h"
+
+namespace manager {
+namespace {
+
+namespace asio = boost::asio;
+namespace http = boost::beast::http;
+using boost::system::error_code;
+using tcp = asio::ip::tcp;
+using Response = http::response<http::string_body>;
+
+constexpr std::chrono::milliseconds kAcceptDelay{100};  // after an error, such as too many open files
+constexpr std::chrono::milliseconds kDrainLimit{1'000};
+
+using Text = std::function<std::string()>;
+
+Response Answer(http::status status, unsigned version, std::string body)
+{
+    Response response(status, version);
+    const std::string_view type = status == http::status::ok ? kMetricsType : "text/plain; charset=utf-8";
+    response.set(http::field::content_type, {type.data(), type.size()});
+    response.body() = std::move(body);
+    return response;
+}
+
+Response AnswerTo(const http::request<http::empty_body>& request, const Text& text)
+{
+    const auto path = request.target().substr(0, request.target().find('?'));
+    if (path != "/metrics")
+        return Answer(http::status::not_found, request.version(), "there is only /metrics here\n");
+    if (request.method() != http::verb::get && request.method() != http::verb::head) {
+        Response response =
+            Answer(http::status::method_not_allowed, request.version(), "/metrics can only be read\n");
+        response.set(http::field::allow, "GET, HEAD");
+        return response;
+    }
+    return Answer(http::status::ok, request.version(), text());
+}
+
+/// One connection. Lives as long as an operation is under way.
+class Connection : public std::enable_shared_from_this<Connection> {
+public:
+    using OnEnd = std::function<void(Connection*)>;
+
+    Connection(tcp::socket socket, ipc::Timers& timers, const Text& text, OnEnd onEnd)
+        : m_socket(std::move(socket)), m_timers(timers), m_text(text), m_onEnd(std::move(onEnd))
+    {
+    }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    void Read()
+    {
+        m_request.emplace();
+        m_request->header_limit(MetricsServer::kMaxHeader);
+        m_deadline = m_timers.After(MetricsServer::kReadLimit, [this] { Close(); });
+        http::async_read_header(
+            m_socket, m_buffer, *m_request,
+            [self = shared_from_this()](error_code error, std::size_t) { self->OnRequest(error); });
+    }
+
+    /// Closes the socket, which ends what is under way; nobody is called any more.
+    void Abandon()
+    {
+        m_onEnd = nullptr;
+        Close();
+    }
+
+private:
+    void OnRequest(error_code error);
+    void Write(Response response, bool keep, bool withBody);
+    void OnWritten(error_code error, bool keep);
+    void Drain();
+
+    void Close()
+    {
+        m_deadline.reset();
+        error_code ignored;  // it is the end of the connection in any case
+        m_socket.close(ignored);
+        if (const OnEnd onEnd = std::exchange(m_onEnd, nullptr)) onEnd(this);
+    }
+
+    tcp::socket m_socket;
+    ipc::Timers& m_timers;
+    const Text& m_text;
+    OnEnd m_onEnd;  // null: ended
+    boost::beast::flat_buffer m_buffer{MetricsServer::kMaxHeader * 2};
+    std::optional<http::request_parser<http::empty_body>> m_request;
+    Response m_response;
+    std::optional<http::response_serializer<http::string_body>> m_serializer;
+    std::array<char, 4096> m_rest{};
+    std::shared_ptr<void> m_deadline;
+};
+
+void Connection::OnRequest(error_code error)
+{
+    if (m_onEnd == nullptr) return;
+    const bool isHttp = error && error.category() == make_error_code(http::error::bad_method).category();
+    if (error == http::error::end_of_stream || error == http::error::partial_message || (error && !isHttp))
+        return Close();
+    constexpr unsigned kVersion = 11;
+    if (error == http::error::header_limit || error == http::error::buffer_overflow)
+        return Write(Answer(http::status::request_header_fields_too_large, kVersion, "too long\n"), false,
+                     true);
+    if (error) return Write(Answer(http::status::bad_request, kVersion, "that is no request\n"), false, true);
+    const auto& request = m_request->get();
+    // What has a body is answered, but nothing is read behind its header.
+    const bool keep = request.keep_alive() && m_request->is_done();
+    Write(AnswerTo(request, m_text), keep, request.method() != http::verb::head);
+}
+
+void Connection::Write(Response response, bool keep, bool withBody)
+{
+    m_response = std::move(response);
+    m_response.keep_alive(keep);
+    m_response.content_length(m_response.body().size());
+    m_deadline = m_timers.After(MetricsServer::kWriteLimit, [this] { Close(); });
+    m_serializer.emplace(m_response);
+    const auto written = [self = shared_from_this(), keep](error_code error, std::size_t) {
+        self->OnWritten(error, keep);
+    };
+    if (withBody)
+        http::async_write(m_socket, *m_serializer, written);
+    else
+        http::async_write_header(m_socket, *m_serializer, written);
+}
+
+void Connection::OnWritten(error_code error, bool keep)
+{
+    if (m_onEnd == nullptr) return;
+    m_serializer.reset();
+    m_response = {};
+    if (error) return Close();
+    if (keep) return Read();
+    m_socket.shutdown(tcp::socket::shutdown_send, error);
+    m_deadline = m_timers.After(kDrainLimit, [this] { Close(); });
+    Drain();
+}
+
+/// Takes what the peer still sends, for closing a socket with unread bytes would take the answer back.
+void Connection::Drain()
+{
+    m_socket.async_read_some(asio::buffer(m_rest),
+                             [self = shared_from_this()](error_code error, std::size_t) {
+                                 if (self->m_onEnd == nullptr) return;
+                                 if (error) return self->Close();
+                                 self->Drain();
+                             });
+}
+
+tcp::endpoint LoopbackEndpoint(const std::string& address, std::uint16_t port)
+{
+    error_code error;
+    const auto parsed = asio::ip::make_address(address, error);
+    if (error || !parsed.is_loopback())
+        throw std::invalid_argument(
+            address + " is no loopback address: metrics have no access control, use " + "127.0.0.1 or ::1");
+    return {parsed, port};
+}
+
+}  // namespace
+
+class MetricsServer::Impl : public std::enable_shared_from_this<Impl> {
+public:
+    Impl(asio::io_context& loop, ipc::Timers& timers, const tcp::endpoint& endpoint, Text text)
+        : m_timers(timers), m_text(std::move(text)), m_acceptor(loop)
+    {
+        try {
+            m_acceptor.open(endpoint.protocol());
+            m_acceptor.set_option(tcp::acceptor::reuse_address(true));
+            m_acceptor.bind(endpoint);
+            m_acceptor.listen();
+            m_port = m_acceptor.local_endpoint().port();
+        } catch (const boost::system::system_error& error) {
+            throw std::system_error(error.code().value(), std::system_category(),
+                                    "can't serve metrics at " + endpoint.address().to_string() + " port " +
+                                        std::to_string(endpoint.port()));
+        }
+    }
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    void Accept()
+    {
+        m_acceptor.async_accept([self = shared_from_this()](error_code error, tcp::socket socket) {
+            if (self->m_stopped) return;
+            if (error) return self->AcceptLater(error);
+            self->Add(std::move(socket));
+            self->Accept();
+        });
+    }
+
+    void Stop()
+    {
+        m_stopped = true;
+        m_retry.reset();
+        error_code ignored;
+        m_acceptor.close(ignored);
+        const auto connections = std::exchange(m_connections, {});
+        for (const auto& connection : connections) connection->Abandon();
+    }
+
+    [[nodiscard]] std::uint16_t Port() const { return m_port; }
+
+private:
+    void Add(tcp::socket socket)
+    {
+        if (m_connections.size() >= kMaxConnections) return;  // closes it
+        const auto connection = std::make_shared<Connection>(
+            std::move(socket), m_timers, m_text,
+            [this](Connection* ended) { m_connections.erase(ended->shared_from_this()); });
+        m_connections.insert(connection);
+        connection->Read();
+    }
+
+    void AcceptLater(const error_code& error)
+    {
+        if (!std::exchange(m_failureLogged, true))
+            slog::Error("can't take a connection for metrics: {}; trying again until it succeeds",
+                        error.message());
+        m_retry = m_timers.After(kAcceptDelay, [this] { Accept(); });
+    }
+
+    ipc::Timers& m_timers;
+    const Text m_text;
+    tcp::acceptor m_acceptor;
+    std::uint16_t m_port = 0;
+    std::set<std::shared_ptr<Connection>> m_connections;
+    std::shared_ptr<void> m_retry;
+    bool m_failureLogged = false;
+    bool m_stopped = false;
+};
+
+MetricsServer::MetricsServer(asio::io_context& loop, ipc::Timers& timers, const std::string& address,
+                             std::uint16_t port, std::function<std::string()> text)
+    : m_impl(std::make_shared<Impl>(loop, timers, LoopbackEndpoint(address, port), std::move(text)))
+{
+    m_impl->Accept();
+}
+
+MetricsServer::~MetricsServer() { m_impl->Stop(); }
+
+std::uint16_t MetricsServer::Port() const { return m_impl->Port(); }
+
+}  // namespace manager

@@ -1,0 +1,55 @@
+// A small HTTP server on a loopback address for monitoring: GET and HEAD of /metrics, nothing else. Whoever
+// connects can cost little: few connections, short headers, short waits. There is no access control,
+// which is why it listens on loopback addresses only.
+
+#ifndef MANAGER_METRICS_SERVER_H
+#define MANAGER_METRICS_SERVER_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace boost::asio {
+class io_context;
+}
+namespace ipc {
+class Timers;
+}
+
+namespace manager {
+
+class MetricsServer {
+public:
+    /// One connection more is ended at once.
+    static constexpr std::size_t kMaxConnections = 16;
+    /// Bytes of a request's header, its first line included.
+    static constexpr std::uint32_t kMaxHeader = 8192;
+    /// A request has to be there whole within this time after the connection or the answer before it,
+    /// and an answer has to be taken in the second one.
+    static constexpr std::chrono::milliseconds kReadLimit{10'000};
+    static constexpr std::chrono::milliseconds kWriteLimit{30'000};
+
+    /// Listens; `address` is an IPv4 or IPv6 address of the loopback interface, and `port` 0 is one that the
+    /// kernel chooses. `text` makes the metrics, called from the loop, once a request. Throws
+    /// std::invalid_argument for any other address and std::system_error where it can't listen; both name
+    /// the address. All must outlive it.
+    MetricsServer(boost::asio::io_context& loop, ipc::Timers& timers, const std::string& address,
+                  std::uint16_t port, std::function<std::string()> text);
+    MetricsServer(const MetricsServer&) = delete;
+    MetricsServer& operator=(const MetricsServer&) = delete;
+    /// Ends all connections.
+    ~MetricsServer();
+
+    [[nodiscard]] std::uint16_t Port() const;
+
+private:
+    class Impl;
+    std::shared_ptr<Impl> m_impl;
+};
+
+}  // namespace manager
+
+#endif

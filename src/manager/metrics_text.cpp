@@ -1,0 +1,215 @@
+#include "manager/metrics_text.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <iterator>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "manager/snapshot.h"
+
+namespace manager {
+namespace {
+
+/// A label's value: what would end it is escaped, what is no UTF-8 never gets here but as a byte.
+std::string Escaped(std::string_view value)
+{
+    std::string text;
+    for (const char c : value) {
+        if (c == '\\' || c == '"') text += '\\';
+        if (c == '\n')
+            text += "\\n";
+        else
+            text += c;
+    }
+    return text;
+}
+
+/// name="value"
+std::string Label(std::string_view name, std::string_view value)
+{
+    return fmt::format("{}=\"{}\"", name, Escaped(value));
+}
+
+class Text {
+public:
+    /// Begins a family: all its lines stand together. `type` is "counter" or "gauge".
+    void Family(std::string_view name, std::string_view type, std::string_view help)
+    {
+        m_name = name;
+        fmt::format_to(std::back_inserter(m_text), "# HELP {0} {2}\n# TYPE {0} {1}\n", name, type, help);
+    }
+    void Line(std::string_view labels, std::uint64_t value)
+    {
+        if (labels.empty())
+            fmt::format_to(std::back_inserter(m_text), "{} {}\n", m_name, value);
+        else
+            fmt::format_to(std::back_inserter(m_text), "{}{{{}}} {}\n", m_name, labels, value);
+    }
+    /// Seconds since the epoch, to the millisecond; no line for what has never been.
+    void Line(std::string_view labels, const std::optional<WallTime>& time)
+    {
+        if (!time) return;
+        const auto ms = std::chrono::floor<std::chrono::milliseconds>(time->time_since_epoch()).count();
+        fmt::format_to(std::back_inserter(m_text), "{}{{{}}} {}.{:03}\n", m_name, labels, ms / 1000,
+                       ms % 1000);
+    }
+    std::string Take() { return std::move(m_text); }
+
+private:
+    std::string_view m_name;
+    std::string m_text;
+};
+
+/// A family that has one line a thing.
+template <typename Thing>
+struct Row {
+    const char* name;
+    const char* type;
+    const char* help;
+    std::uint64_t (*value)(const Thing&);
+};
+
+using Interface = Snapshot::Interface;
+using Collector = Snapshot::Collector;
+
+constexpr const char* kCounter = "counter";
+constexpr const char* kGauge = "gauge";
+
+const Row<Interface> kInterfaceRows[] = {
+    {"sflow_interface_present", kGauge, "Whether a kernel interface has that name.",
+     [](const Interface& of) { return std::uint64_t{of.status.present}; }},
+    {"sflow_interface_up", kGauge, "Whether the kernel interface can carry packets.",
+     [](const Interface& of) { return std::uint64_t{of.status.adminUp && of.status.operUp}; }},
+    {"sflow_interface_sampled", kGauge, "Whether packets are sampled there.",
+     [](const Interface& of) { return std::uint64_t{of.status.sampled}; }},
+    {"sflow_interface_sampling_rate", kGauge, "One packet of so many is sampled.",
+     [](const Interface& of) { return std::uint64_t{of.settings.rate}; }},
+    {"sflow_interface_polling_interval_seconds", kGauge,
+     "Time between two sendings of its counters; 0 is off.",
+     [](const Interface& of) { return std::uint64_t{of.settings.interval}; }},
+    {"sflow_interface_packets_seen_total", kCounter, "Packets from which samples were drawn.",
+     [](const Interface& of) { return of.status.packetsSeen; }},
+    {"sflow_interface_samples_total", kCounter, "Packets drawn and handed to a collector at least.",
+     [](const Interface& of) { return of.status.samples; }},
+    {"sflow_interface_counters_sent_total", kCounter, "How often its counters were sent.",
+     [](const Interface& of) { return of.status.countersSent; }},
+};
+
+const Row<Collector> kCollectorRows[] = {
+    {"sflow_collector_sending", kGauge, "Whether the last datagrams were taken and no error has come since.",
+     [](const Collector& of) { return std::uint64_t{of.stream.sending}; }},
+    {"sflow_collector_datagrams_total", kCounter, "Datagrams sent.",
+     [](const Collector& of) { return of.stream.datagrams; }},
+    {"sflow_collector_bytes_total", kCounter, "UDP payload of the datagrams sent.",
+     [](const Collector& of) { return of.stream.bytes; }},
+    {"sflow_collector_lost_datagrams_total", kCounter, "Datagrams that the kernel did not take.",
+     [](const Collector& of) { return of.stream.lostDatagrams; }},
+    {"sflow_collector_lost_samples_total", kCounter, "Samples in the datagrams that the kernel did not take.",
+     [](const Collector& of) { return of.stream.lostSamples; }},
+    {"sflow_collector_errors_total", kCounter, "Errors of sending, those that the network reported included.",
+     [](const Collector& of) { return of.stream.errors; }},
+};
+
+void PutManager(const Snapshot& snapshot, Text& text)
+{
+    text.Family("sflow_manager_session_loaded", kGauge,
+                "Whether the configuration daemon is connected and has said all.");
+    text.Line("", snapshot.session == Service::Session::kLoaded ? 1U : 0U);
+    text.Family("sflow_manager_operations_total", kCounter, "Operations received.");
+    text.Line("", snapshot.operations);
+    text.Family("sflow_manager_operations_refused_total", kCounter, "Operations that could not be applied.");
+    text.Line("", snapshot.refused);
+    if (snapshot.journal) {
+        text.Family("sflow_manager_journal_errors_total", kCounter,
+                    "Lines that could not be written to the journal.");
+        text.Line("", snapshot.journal->errors);
+    }
+    text.Family("sflow_manager_source_info", kGauge, "How packets are sampled on this machine; always 1.");
+    text.Line(Label("source", snapshot.source.kind.empty() ? "none" : snapshot.source.kind), 1U);
+}
+
+/// The label by which each one's lines are told apart.
+template <typename Thing>
+std::vector<std::string> Labels(const char* name, const std::vector<Thing>& things)
+{
+    std::vector<std::string> labels;
+    labels.reserve(things.size());
+    for (const Thing& thing : things) labels.push_back(Label(name, thing.name));
+    return labels;
+}
+
+template <typename Thing, std::size_t count>
+void PutRows(const Row<Thing> (&rows)[count], const std::vector<Thing>& things,
+             const std::vector<std::string>& labels, Text& text)
+{
+    for (const auto& row : rows) {
+        text.Family(row.name, row.type, row.help);
+        for (std::size_t i = 0; i < things.size(); ++i) text.Line(labels[i], row.value(things[i]));
+    }
+}
+
+void PutInterfaces(const std::vector<Interface>& interfaces, Text& text)
+{
+    if (interfaces.empty()) return;
+    const auto labels = Labels("interface", interfaces);
+    text.Family("sflow_interface_info", kGauge, "The kernel interface of each interface; always 1.");
+    for (std::size_t i = 0; i < interfaces.size(); ++i)
+        if (interfaces[i].status.present)
+            text.Line(labels[i] + ',' + Label("kernel_interface", interfaces[i].status.kernelName) + ',' +
+                          Label("ifindex", std::to_string(interfaces[i].status.ifIndex)),
+                      1U);
+    PutRows(kInterfaceRows, interfaces, labels, text);
+    text.Family("sflow_interface_drops_total", kCounter, "Packets drawn that became no sample, by cause.");
+    for (std::size_t i = 0; i < interfaces.size(); ++i) {
+        text.Line(labels[i] + ",cause=\"buffer\"", interfaces[i].status.dropsBuffer);
+        text.Line(labels[i] + ",cause=\"no-collector\"", interfaces[i].status.dropsNoCollector);
+    }
+    text.Family("sflow_interface_last_sample_timestamp_seconds", kGauge, "When the newest packet was drawn.");
+    for (std::size_t i = 0; i < interfaces.size(); ++i) text.Line(labels[i], interfaces[i].status.lastSample);
+    text.Family("sflow_interface_last_counters_timestamp_seconds", kGauge,
+                "When its counters were sent last.");
+    for (std::size_t i = 0; i < interfaces.size(); ++i)
+        text.Line(labels[i], interfaces[i].status.lastCounters);
+}
+
+void PutCollectors(const std::vector<Collector>& collectors, Text& text)
+{
+    if (collectors.empty()) return;
+    const auto labels = Labels("collector", collectors);
+    text.Family("sflow_collector_info", kGauge, "Where each collector is; always 1.");
+    for (std::size_t i = 0; i < collectors.size(); ++i)
+        text.Line(labels[i] + ',' + Label("address", AddressText(collectors[i].settings.address)) + ',' +
+                      Label("port", std::to_string(collectors[i].settings.port)),
+                  1U);
+    PutRows(kCollectorRows, collectors, labels, text);
+    text.Family("sflow_collector_samples_total", kCounter, "Samples in the datagrams sent, by kind.");
+    for (std::size_t i = 0; i < collectors.size(); ++i) {
+        text.Line(labels[i] + ",kind=\"flow\"", collectors[i].stream.flowSamples);
+        text.Line(labels[i] + ",kind=\"counter\"", collectors[i].stream.counterSamples);
+    }
+    text.Family("sflow_collector_last_datagram_timestamp_seconds", kGauge,
+                "When the newest datagram was sent.");
+    for (std::size_t i = 0; i < collectors.size(); ++i)
+        text.Line(labels[i], collectors[i].stream.lastDatagram);
+    text.Family("sflow_collector_last_error_timestamp_seconds", kGauge, "When the newest error happened.");
+    for (std::size_t i = 0; i < collectors.size(); ++i)
+        text.Line(labels[i], collectors[i].stream.lastErrorTime);
+}
+
+}  // namespace
+
+std::string MetricsText(const Snapshot& snapshot)
+{
+    Text text;
+    PutManager(snapshot, text);
+    PutCollectors(snapshot.collectors, text);
+    PutInterfaces(snapshot.interfaces, text);
+    return text.Take();
+}
+
+}  // namespace manager

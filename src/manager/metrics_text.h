@@ -1,0 +1,21 @@
+// The numbers of the state for monitoring: the text format of Prometheus, version 0.0.4. Each line is one
+// number with its labels; counters begin at zero with the manager.
+
+#ifndef MANAGER_METRICS_TEXT_H
+#define MANAGER_METRICS_TEXT_H
+
+#include <string>
+#include <string_view>
+
+namespace manager {
+
+struct Snapshot;
+
+/// What a server says that this is.
+inline constexpr std::string_view kMetricsType = "text/plain; version=0.0.4; charset=utf-8";
+
+std::string MetricsText(const Snapshot& snapshot);
+
+}  // namespace manager
+
+#endif
