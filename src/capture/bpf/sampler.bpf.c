@@ -12,7 +12,7 @@
 
 #define TC_NEXT (-1)
 // Frames of one packet that are drawn by a gap each; what lies beyond is drawn in one.
-#define MOST_GAPS 128
+#define MOST_GAPS 512
 #define STALE_NS 2000000000ULL
 #define NEVER 0xffffffffU
 
@@ -57,16 +57,20 @@ struct {
 // Keeps the compiler from undoing what the verifier needs to see.
 #define Opaque(variable) asm volatile("" : "+r"(variable))
 
-static __always_inline __u32 NextGap(const struct PortSettings* own)
+static __always_inline __u32 NextGap(struct GapScale scale)
 {
     const __u64 bits = (__u64)bpf_get_prandom_u32() << 32 | bpf_get_prandom_u32();
-    return GapOf(bits, own->scale, logTable);
+    return GapOf(bits, scale, logTable);
 }
 
-static __noinline int TakeSettings(struct PortState* port, __u32 key, __u32 generation)
+// Functions that are not static are verified by themselves, for any arguments: once, not once for each road
+// that leads to them, which took the kernel seconds. So each looks for null.
+
+__noinline int TakeSettings(struct PortState* port, __u32 key, __u32 generation)
 {
     const struct PortSettings* own = bpf_map_lookup_elem(&settings, &key);
 
+    if (!port) return 0;
     port->generation = generation;
     if (!own) {
         port->settings.rate = 0;
@@ -74,30 +78,55 @@ static __noinline int TakeSettings(struct PortState* port, __u32 key, __u32 gene
         return 0;
     }
     port->settings = *own;
-    port->skip = NextGap(&port->settings);
+    port->skip = NextGap(port->settings.scale);
+    return 0;
+}
+
+struct Run {
+    struct GapScale scale;
+    __u32 frames;  // that are left
+    __u32 hits;
+    __u32 skip;
+};
+
+static long OneGap(__u32 index, void* context)
+{
+    struct Run* run = context;
+
+    (void)index;
+    if (run->skip > run->frames) return 1;
+    run->frames -= run->skip;
+    ++run->hits;
+    run->skip = NextGap(run->scale);
     return 0;
 }
 
 // How many of the frames are drawn, the skip of the first being known; leaves the skip behind them.
-static __noinline __u32 Hits(struct PortState* port, __u32 frames)
+__noinline __u32 Hits(struct PortState* port, __u32 frames)
 {
-    const __u32 rate = port->settings.rate;
-    __u32 hits = 0, skip = port->skip;
+    struct Run run;
+    __u32 rate;
 
+    if (!port) return 0;
+    rate = port->settings.rate;
     if (rate <= 1) return rate == 0 ? 0 : frames;
-    for (int i = 0; i < MOST_GAPS && skip <= frames; ++i) {
-        frames -= skip;
-        ++hits;
-        skip = NextGap(&port->settings);
+    run.scale = port->settings.scale;
+    if (frames == 1) {
+        port->skip = NextGap(run.scale);
+        return 1;
     }
-    if (skip <= frames) {  // very many segments at a very low rate: the right mean, less variance
-        hits += (frames + bpf_get_prandom_u32() % rate) / rate;
-        skip = NextGap(&port->settings);
+    run.frames = frames;
+    run.hits = 0;
+    run.skip = port->skip;
+    bpf_loop(MOST_GAPS, OneGap, &run, 0);
+    if (run.skip <= run.frames) {  // very many segments, a very low rate: the right mean, less variance
+        run.hits += (run.frames + bpf_get_prandom_u32() % rate) / rate;
+        run.skip = NextGap(run.scale);
     } else {
-        skip -= frames;
+        run.skip -= run.frames;
     }
-    port->skip = skip;
-    return hits;
+    port->skip = run.skip;
+    return run.hits;
 }
 
 static __always_inline __u64 WakeUp(__u32 bytes)
@@ -168,13 +197,15 @@ HAND_OVER(HandOver128, 128)
 HAND_OVER(HandOver256, 256)
 HAND_OVER(HandOver512, kMostRecordHeader)
 
-static __noinline int Draw(struct __sk_buff* packet, struct PortState* port, __u32 frames, __u32 egress)
+__noinline int Draw(struct __sk_buff* packet, struct PortState* port, __u32 frames, __u32 egress)
 {
-    const __u32 hits = Hits(port, frames);
-    const __u32 counts = (frames & 0xffff) << 16 | (hits & 0xffff);
-    __u32 captured = port->settings.wanted;
+    __u32 captured, counts, hits;
 
+    if (!port) return 0;
+    hits = Hits(port, frames);
     if (hits == 0) return 0;
+    counts = (frames & 0xffff) << 16 | (hits & 0xffff);
+    captured = port->settings.wanted;
     if (captured > packet->len) captured = packet->len;
     if (captured <= 64) return HandOver64(packet, port, counts, captured, egress);
     if (captured <= 128) return HandOver128(packet, port, counts, captured, egress);
@@ -184,7 +215,7 @@ static __noinline int Draw(struct __sk_buff* packet, struct PortState* port, __u
 
 // The frames of a packet whose segments nobody has counted yet: a virtual machine's, for one. Counts as
 // the stack will when it cuts the packet: by what follows the transport header.
-static __noinline __u32 CountSegments(struct __sk_buff* packet)
+__noinline __u32 CountSegments(struct __sk_buff* packet)
 {
     const __u32 size = packet->gso_size;
     __u32 at = 14, protocol = 0, segments;

@@ -1,0 +1,282 @@
+// Attachments of the eBPF source: made, unmade, gone with their interface, their process or its heart.
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <linux/bpf.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "capture/ebpf_world.h"
+
+namespace {
+
+using capture::EbpfHook;
+using capture::Unavailable;
+using support::Network;
+
+class EbpfLifeTest : public EbpfWorld {
+protected:
+    // Programs at the interface's tcx ingress.
+    static std::uint32_t Attached(std::uint32_t ifIndex)
+    {
+        bpf_attr attributes;
+        std::memset(&attributes, 0, sizeof(attributes));
+        attributes.query.target_fd = ifIndex;
+        attributes.query.attach_type = 46;
+        EXPECT_EQ(::syscall(SYS_bpf, BPF_PROG_QUERY, &attributes, sizeof(attributes)), 0);
+        return attributes.query.prog_cnt;
+    }
+    static std::string Filters(const std::string& device)
+    {
+        return Network::Run({"tc", "filter", "show", "dev", device, "ingress"});
+    }
+    static bool HasClsact(const std::string& device)
+    {
+        return Network::Run({"tc", "qdisc", "show", "dev", device}).find("clsact") != std::string::npos;
+    }
+
+    // Another process with a source at "right"; alive until it is killed.
+    class OtherProcess {
+    public:
+        OtherProcess(EbpfHook hook, std::uint32_t ifIndex)
+        {
+            int ends[2] = {};
+            if (::pipe(ends) != 0) throw std::runtime_error("pipe");
+            m_child = ::fork();
+            if (m_child == 0) {
+                boost::asio::io_context loop;
+                ManualTimers timers;
+                KeepingSink sink;
+                const auto source = capture::MakeEbpfSource(loop, timers, sink, {}, hook);
+                source->Add(ifIndex, {.rate = 1, .headerSize = 128});
+                (void)!::write(ends[1], "x", 1);
+                while (true) ::pause();
+            }
+            ::close(ends[1]);
+            char ready = 0;
+            EXPECT_EQ(::read(ends[0], &ready, 1), 1) << "the other process has its source";
+            ::close(ends[0]);
+        }
+        OtherProcess(const OtherProcess&) = delete;
+        OtherProcess& operator=(const OtherProcess&) = delete;
+        ~OtherProcess() { Kill(); }
+        void Kill()
+        {
+            if (m_child < 0) return;
+            ::kill(m_child, SIGKILL);
+            ::waitpid(m_child, nullptr, 0);
+            m_child = -1;
+        }
+
+    private:
+        pid_t m_child = -1;
+    };
+};
+
+TEST_F(EbpfLifeTest, RemovesWithTheLastCountsAndStartsAgainAtZero)
+{
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    Cross(30);
+    const auto last = source->Remove(right);
+    EXPECT_EQ(last.pool, 30U);
+    EXPECT_EQ(sink.samples.size(), 30U) << "handed over before";
+    EXPECT_EQ(Attached(right), 0U);
+    EXPECT_EQ(source->Read(right).pool, 0U);
+    EXPECT_TRUE(source->ReadAll().empty());
+    support::Injector("left").Send(Frames(10));
+
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    EXPECT_EQ(source->Read(right).pool, 0U);
+    Cross(5);
+    source->Drain();
+    ASSERT_EQ(sink.samples.size(), 35U);
+    EXPECT_EQ(sink.samples[30].pool, 1U);
+    EXPECT_EQ(sink.samples[34].pool, 5U);
+}
+
+TEST_F(EbpfLifeTest, RemovesOneOfTwoWithoutDisturbingTheOther)
+{
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    source->Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});
+    Cross(10);
+    source->Remove(left);
+    Cross(10);
+    source->Drain();
+    std::uint64_t pool = 0;
+    for (const auto& sample : sink.samples) {
+        if (sample.ifIndex == right) {
+            EXPECT_EQ(sample.pool, ++pool);
+        }
+    }
+    EXPECT_EQ(pool, 20U);
+    EXPECT_EQ(sink.samples.size(), 30U);
+}
+
+TEST_F(EbpfLifeTest, RefusesAnInterfaceThatIsNotThereAndForgetsIt)
+{
+    try {
+        source->Add(9999, {.rate = 1, .headerSize = 128});
+        FAIL() << "accepted";
+    } catch (const Unavailable& reason) {
+        EXPECT_EQ(reason.Why(), Unavailable::Cause::kOther);
+        EXPECT_NE(std::string(reason.what()).find("No such device"), std::string::npos) << reason.what();
+    }
+    EXPECT_TRUE(source->ReadAll().empty());
+    EXPECT_EQ(source->Remove(9999).pool, 0U);
+}
+
+TEST_F(EbpfLifeTest, KeepsTheCountsOfAnInterfaceThatIsDeleted)
+{
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    Cross(12);
+    Network::Ip("link delete right\n");
+    EXPECT_EQ(source->Read(right).pool, 12U);
+    EXPECT_EQ(source->Remove(right).pool, 12U);
+    EXPECT_EQ(sink.samples.size(), 12U);
+}
+
+TEST_F(EbpfLifeTest, LeavesAnInterfaceThatHasMovedToAnotherNamespaceWhenRemoved)
+{
+    const Network::Host host;
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    Cross(12);
+    Network::Ip("link set right netns " + std::to_string(host.Pid()) + "\n");
+    const auto last = source->Remove(right);  // the link goes with the interface until it is closed
+    EXPECT_EQ(last.pool, 12U);
+    host.Within([&] { EXPECT_EQ(Attached(Network::Index("right")), 0U); });
+    EXPECT_EQ(sink.samples.size(), 12U);
+}
+
+TEST_F(EbpfLifeTest, LeavesNothingWhenDestroyed)
+{
+    for (const auto hook : {EbpfHook::kTcx, EbpfHook::kClsact}) {
+        Start({}, hook);
+        source->Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+        source.reset();
+        EXPECT_EQ(Attached(right), 0U);
+        EXPECT_FALSE(HasClsact("right"));
+    }
+}
+
+TEST_F(EbpfLifeTest, LeavesNoLinkBehindWhenTheProcessIsKilled)
+{
+    OtherProcess other(EbpfHook::kTcx, right);
+    EXPECT_EQ(Attached(right), 1U);
+    other.Kill();
+    EXPECT_TRUE(support::Becomes([&] { return Attached(right) == 0; }));
+}
+
+TEST_F(EbpfLifeTest, WorksBesideAnotherSource)
+{
+    const OtherProcess other(EbpfHook::kTcx, right);
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    KeepingSink secondSink;
+    const auto second = capture::MakeEbpfSource(loop, timers, secondSink, {}, EbpfHook::kTcx);
+    second->Add(right, {.rate = 1, .headerSize = 256});
+    EXPECT_EQ(Attached(right), 3U);
+    Cross(40);
+    source->Drain();
+    second->Drain();
+    EXPECT_EQ(sink.samples.size(), 40U);
+    EXPECT_EQ(secondSink.samples.size(), 40U);
+    EXPECT_EQ(second->Read(right).pool, 40U);
+    second->Remove(right);
+    Cross(1);
+}
+
+TEST_F(EbpfLifeTest, SamplesAtClsactAlike)
+{
+    Start({}, EbpfHook::kClsact);
+    EXPECT_EQ(source->Kind(), "ebpf-clsact");
+    source->Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+    Cross(20);
+    support::Injector("right").Send(Frames(5));
+    EXPECT_TRUE(support::Becomes([&] { return source->Read(right).pool == 25; }));
+    source->Drain();
+    ASSERT_EQ(sink.samples.size(), 25U);
+    EXPECT_EQ(sink.samples[19].pool, 20U);
+    EXPECT_TRUE(sink.samples[24].egress);
+    source->Remove(right);
+    EXPECT_FALSE(HasClsact("right"));
+}
+
+TEST_F(EbpfLifeTest, LeavesOthersFiltersAtClsactAlone)
+{
+    Network::Run({"tc", "qdisc", "add", "dev", "right", "clsact"});
+    Start({}, EbpfHook::kClsact);
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    EXPECT_NE(Filters("right").find("sflow_ingress"), std::string::npos);
+    source->Remove(right);
+    EXPECT_EQ(Filters("right"), "");
+    EXPECT_TRUE(HasClsact("right")) << "it was there before";
+}
+
+TEST_F(EbpfLifeTest, KeepsAQdiscThatSomebodyElseHasComeToUse)
+{
+    Start({}, EbpfHook::kClsact);
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    try {
+        Network::Run(
+            {"tc", "filter", "add", "dev", "right", "egress", "prio", "7", "bpf", "bytecode", "1,6 0 0 0,"});
+    } catch (const std::runtime_error& reason) {
+        GTEST_SKIP() << "no other filter to be had here: " << reason.what();
+    }
+    source->Remove(right);
+    EXPECT_EQ(Filters("right"), "");
+    EXPECT_TRUE(HasClsact("right"));
+}
+
+TEST_F(EbpfLifeTest, RestsAtClsactWithoutAHeartbeatAndWakesWithIt)
+{
+    Start({}, EbpfHook::kClsact);
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    Cross(3);
+    support::Injector injector("left");
+    // The test's time stands still, so no heartbeat comes: some two seconds on nothing is counted.
+    const auto rests = [&] {
+        const auto before = source->Read(right).pool;
+        injector.Send(Frames(1));
+        return source->Read(right).pool == before;
+    };
+    EXPECT_TRUE(support::Becomes(rests));
+    timers.Advance(std::chrono::milliseconds(500));
+    Cross(3);
+}
+
+TEST_F(EbpfLifeTest, RemovesWhatAKilledProcessLeftAtClsact)
+{
+    source.reset();
+    OtherProcess other(EbpfHook::kClsact, right);
+    other.Kill();
+    ASSERT_NE(Filters("right").find("sflow_ingress"), std::string::npos);
+    Start({}, EbpfHook::kBest);
+    EXPECT_EQ(Filters("right"), "");
+}
+
+TEST_F(EbpfLifeTest, ConfiguresAndEndsManyInterfacesQuickly)
+{
+    constexpr int kInterfaces = 300;
+    std::string lines;
+    for (int i = 0; i < kInterfaces; ++i) lines += "link add d" + std::to_string(i) + " type bridge\n";
+    Network::Ip(lines);
+    std::vector<std::uint32_t> all;
+    for (int i = 0; i < kInterfaces; ++i) all.push_back(Network::Index("d" + std::to_string(i)));
+    const auto start = std::chrono::steady_clock::now();
+    for (const auto ifIndex : all) source->Add(ifIndex, {.rate = 1000, .ingress = true, .egress = true});
+    for (const auto ifIndex : all) source->Remove(ifIndex);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    // 1,200 steps of 12 ms without expedited grace periods.
+    EXPECT_LT(took.count(), 5.0);
+    RecordProperty("seconds", std::to_string(took.count()));
+}
+
+}  // namespace

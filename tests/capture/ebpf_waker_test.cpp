@@ -1,0 +1,99 @@
+// When the eBPF source looks into its ring: a packet after silence wakes it, a stream does so by time and
+// by fill, and silence does not at all.
+
+#include <chrono>
+#include <cstddef>
+
+#include <gtest/gtest.h>
+
+#include "capture/ebpf_world.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+class EbpfWakerTest : public EbpfWorld {
+protected:
+    void SetUp() override
+    {
+        EbpfWorld::SetUp();
+        if (!IsSkipped()) source->Add(right, {.rate = 1, .headerSize = 128});
+    }
+    // Lets the loop run until the sink has so many.
+    void Await(std::size_t samples)
+    {
+        EXPECT_TRUE(support::Becomes([&] {
+            loop.poll();
+            return sink.samples.size() >= samples;
+        }));
+        EXPECT_EQ(sink.samples.size(), samples);
+    }
+    std::size_t Handlers() { return loop.poll(); }
+};
+
+TEST_F(EbpfWakerTest, HandsALonePacketOverAtOnce)
+{
+    Handlers();
+    Cross(1);
+    Await(1);
+    EXPECT_EQ(sink.drained, 1);
+}
+
+TEST_F(EbpfWakerTest, LooksByTimeWhileAStreamLasts)
+{
+    Cross(1);
+    Await(1);
+    Cross(10);
+    EXPECT_EQ(Handlers(), 0U) << "no wake-up for what follows the first";
+    EXPECT_EQ(sink.samples.size(), 1U);
+    timers.Advance(milliseconds(49));
+    EXPECT_EQ(sink.samples.size(), 1U);
+    timers.Advance(milliseconds(1));
+    EXPECT_EQ(sink.samples.size(), 11U);
+    EXPECT_EQ(sink.drained, 2);
+}
+
+TEST_F(EbpfWakerTest, SleepsAfterSilenceAndIsWokenAgain)
+{
+    Cross(1);
+    Await(1);
+    EXPECT_TRUE(timers.Advance(milliseconds(50))) << "nothing there: one more look is to come";
+    EXPECT_TRUE(timers.Advance(milliseconds(50)));
+    EXPECT_FALSE(timers.Advance(milliseconds(1000))) << "asleep";
+    EXPECT_EQ(Handlers(), 0U);
+    EXPECT_EQ(sink.drained, 1) << "nothing to say of an empty ring";
+    Cross(1);
+    Await(2);
+}
+
+TEST_F(EbpfWakerTest, IsWokenBetweenItsLastLooks)
+{
+    Cross(1);
+    Await(1);
+    timers.Advance(milliseconds(50));
+    Cross(2);
+    Await(3);
+    timers.Advance(milliseconds(50));
+    Cross(1);
+    Await(4);
+}
+
+TEST_F(EbpfWakerTest, IsWokenWhenTheRingFills)
+{
+    Start({.bufferSize = 1 << 20});
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    Cross(1);
+    Await(1);
+    // A quarter of the ring is 1,365 records of 192 bytes.
+    Cross(1200);
+    EXPECT_EQ(Handlers(), 0U);
+    Cross(400);
+    Await(1601);
+    Cross(10);
+    EXPECT_EQ(Handlers(), 0U) << "once, not again for each that follows";
+    Cross(3000);
+    Await(1601 + 3010);
+    EXPECT_EQ(source->Read(right).drops, 0U);
+}
+
+}  // namespace
