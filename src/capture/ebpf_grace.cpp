@@ -2,7 +2,12 @@
 
 #include "capture/ebpf_grace.h"
 
+#include <array>
+#include <cerrno>
+#include <charconv>
 #include <chrono>
+#include <csignal>
+#include <string>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,6 +20,10 @@ namespace {
 
 constexpr std::chrono::milliseconds kQuiet{100};
 constexpr int kRow = 3;  // so many steps, each soon after the other, are a row
+constexpr int kUnknown = 1;
+// Our value: this, and below it the process id, which has 22 bits at most.
+constexpr int kMark = 0x5f000000;
+constexpr int kMarkBits = ~0x3fffff;
 
 }  // namespace
 
@@ -22,6 +31,7 @@ GracePeriods::GracePeriods(ipc::Timers& timers, const std::string& path)
     : m_timers(timers), m_file(::open(path.c_str(), O_RDWR | O_CLOEXEC))
 {
     if (m_file < 0) slog::Info("{} can't be written: attaching to many interfaces takes its time", path);
+    if (m_file >= 0) TakeBackLeft();
 }
 
 GracePeriods::~GracePeriods()
@@ -49,18 +59,40 @@ void GracePeriods::Arm()
     });
 }
 
+int GracePeriods::Value() const
+{
+    std::array<char, 16> text{};
+    const ssize_t size = ::pread(m_file, text.data(), text.size(), 0);
+    int value = kUnknown;
+    if (size > 0) std::from_chars(text.data(), text.data() + size, value);
+    return value;
+}
+
+bool GracePeriods::Set(int value) const
+{
+    const auto text = std::to_string(value) + "\n";
+    return ::pwrite(m_file, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+}
+
+void GracePeriods::TakeBackLeft() const
+{
+    const int value = Value();
+    if ((value & kMarkBits) != kMark) return;
+    if (::kill(value & ~kMarkBits, 0) != 0 && errno == ESRCH && Set(0))
+        slog::Notice("expedited grace periods switched off, which a killed process had left on");
+}
+
 void GracePeriods::SwitchOn()
 {
-    char now = '1';
-    if (::pread(m_file, &now, 1, 0) != 1 || now != '0') return;
-    m_on = ::pwrite(m_file, "1", 1, 0) == 1;
+    if (Value() == 0) m_on = Set(kMark | ::getpid());
 }
 
 void GracePeriods::SwitchOff()
 {
     if (!m_on) return;
     m_on = false;
-    if (::pwrite(m_file, "0", 1, 0) != 1) slog::Error("/sys/kernel/rcu_expedited could not be set back");
+    if (Value() != (kMark | ::getpid())) return;  // somebody has set it meanwhile
+    if (!Set(0)) slog::Error("expedited grace periods could not be switched off");
 }
 
 }  // namespace capture

@@ -6,8 +6,9 @@
 // interfaces then take less than a second instead of a minute, during which nobody could have changed the
 // network's configuration either. The price: for that time every such wait in the machine interrupts its
 // CPUs, which real-time work may notice. That is why a single change does not switch it on, why it
-// goes off 100 to 200 ms after the last, and why a value that somebody else has set is left alone. A
-// process that is killed in between leaves it on: harmless, and the next burst's end does not undo it.
+// goes off 100 to 200 ms after the last, and why a value that somebody else has set is left alone. Any value
+// but 0 switches it on; ours carries our process id, so that the next start takes back what a process left
+// that was killed in between.
 
 #ifndef CAPTURE_EBPF_GRACE_H
 #define CAPTURE_EBPF_GRACE_H
@@ -34,6 +35,9 @@ public:
 
 private:
     void Arm();
+    [[nodiscard]] int Value() const;
+    [[nodiscard]] bool Set(int value) const;
+    void TakeBackLeft() const;
     void SwitchOn();
     void SwitchOff();
 

@@ -1,12 +1,14 @@
 // The switch for expedited grace periods, on an ordinary file.
 
 #include <chrono>
+#include <csignal>
 #include <fstream>
 #include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "capture/ebpf_grace.h"
@@ -31,6 +33,9 @@ protected:
         std::ifstream(m_path) >> text;
         return text;
     }
+    // The value that names the process.
+    static std::string Of(pid_t process) { return std::to_string(0x5f000000 + process); }
+    static std::string Ours() { return Of(::getpid()); }
 
     std::string m_path = "/tmp/grace.XXXXXX";
     ManualTimers m_timers;
@@ -48,11 +53,11 @@ TEST_F(GraceTest, GoesOnWithTheThirdStepOfARowAndOffWhenAllIsQuiet)
 {
     capture::GracePeriods grace(m_timers, m_path);
     for (int i = 0; i < 3; ++i) grace.Step();
-    EXPECT_EQ(Value(), "1");
+    EXPECT_EQ(Value(), Ours());
     m_timers.Advance(milliseconds(99));
     grace.Step();
     m_timers.Advance(milliseconds(1));
-    EXPECT_EQ(Value(), "1") << "a step came just now";
+    EXPECT_EQ(Value(), Ours()) << "a step came just now";
     m_timers.Advance(milliseconds(100));
     EXPECT_EQ(Value(), "0");
 }
@@ -75,7 +80,7 @@ TEST_F(GraceTest, GoesOnAgainForTheNextRow)
     m_timers.Advance(milliseconds(100));
     ASSERT_EQ(Value(), "0");
     for (int i = 0; i < 3; ++i) grace.Step();
-    EXPECT_EQ(Value(), "1");
+    EXPECT_EQ(Value(), Ours());
 }
 
 TEST_F(GraceTest, LeavesAloneWhatSomebodyElseHasSet)
@@ -93,9 +98,43 @@ TEST_F(GraceTest, GoesOffWhenDestroyed)
     {
         capture::GracePeriods grace(m_timers, m_path);
         for (int i = 0; i < 3; ++i) grace.Step();
-        ASSERT_EQ(Value(), "1");
+        ASSERT_EQ(Value(), Ours());
     }
     EXPECT_EQ(Value(), "0");
+}
+
+TEST_F(GraceTest, LeavesAloneWhatSomebodyElseSetsMeanwhile)
+{
+    {
+        capture::GracePeriods grace(m_timers, m_path);
+        for (int i = 0; i < 3; ++i) grace.Step();
+        Write("1\n");
+    }
+    EXPECT_EQ(Value(), "1");
+}
+
+TEST_F(GraceTest, TakesBackWhatAKilledProcessHasLeft)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        capture::GracePeriods grace(m_timers, m_path);
+        for (int i = 0; i < 3; ++i) grace.Step();
+        ::kill(::getpid(), SIGKILL);
+    }
+    ::waitpid(child, nullptr, 0);
+    ASSERT_EQ(Value(), Of(child));
+    const capture::GracePeriods grace(m_timers, m_path);
+    EXPECT_EQ(Value(), "0");
+}
+
+TEST_F(GraceTest, LeavesAloneWhatALivingProcessHasSet)
+{
+    Write(Of(::getppid()) + "\n");
+    {
+        capture::GracePeriods grace(m_timers, m_path);
+        for (int i = 0; i < 3; ++i) grace.Step();
+    }
+    EXPECT_EQ(Value(), Of(::getppid()));
 }
 
 TEST_F(GraceTest, DoesWithoutTheSwitch)
