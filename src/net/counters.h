@@ -26,8 +26,8 @@ struct LinkCounters {
 /// IEEE 802.3 counters that a driver keeps; those it does not keep are absent.
 struct EthernetCounters {
     std::optional<std::uint64_t> alignmentErrors, fcsErrors, singleCollisions, multipleCollisions,
-        sqeTestErrors, deferred, lateCollisions, excessiveCollisions, macTransmitErrors,
-        carrierSenseErrors, frameTooLongs, macReceiveErrors, symbolErrors;
+        sqeTestErrors, deferred, lateCollisions, excessiveCollisions, macTransmitErrors, carrierSenseErrors,
+        frameTooLongs, macReceiveErrors, symbolErrors;
     [[nodiscard]] bool Any() const;
 };
 

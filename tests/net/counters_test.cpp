@@ -43,7 +43,7 @@ public:
         if (::mkdtemp(name.data()) == nullptr) return;
         m_directory = name;
         m_ready = ::unshare(CLONE_NEWNS) == 0 &&
-                  ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                  ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
                   ::mount("sysfs", name.c_str(), "sysfs", 0, nullptr) == 0;
     }
     OwnSys(const OwnSys&) = delete;
