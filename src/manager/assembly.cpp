@@ -16,6 +16,8 @@
 #include "log/log.h"
 #include "manager/exporter.h"
 #include "manager/journal.h"
+#include "manager/metrics_server.h"
+#include "manager/metrics_text.h"
 #include "manager/options.h"
 #include "manager/poller.h"
 #include "manager/privileges.h"
@@ -86,6 +88,7 @@ private:
     Service m_service;
     SessionServer m_server;
     StateProvider m_provider;
+    std::unique_ptr<MetricsServer> m_metrics;
 };
 
 Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, const std::string& directory)
@@ -117,6 +120,10 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
 {
     if (options.requireSampling) RequireSampling();
     if (!m_source.source) slog::Error("no packets are sampled: {}", m_source.status.reason);
+    if (options.metrics)
+        m_metrics = std::make_unique<MetricsServer>(
+            loop, *m_timers, options.metrics->address, options.metrics->port,
+            [this] { return MetricsText(TakeSnapshot(m_service, Sources())); });
     m_monitor.Start();
     m_sampling.SetSource(m_source.source.get(), m_source.status);
     m_state.AddObserver(m_sampling);
