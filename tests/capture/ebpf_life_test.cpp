@@ -134,6 +134,25 @@ TEST_F(EbpfLifeTest, RefusesAnInterfaceThatIsNotThereAndForgetsIt)
     EXPECT_EQ(source->Remove(9999).pool, 0U);
 }
 
+TEST_F(EbpfLifeTest, SaysWhichPrivilegesAreMissing)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        try {
+            if (::setresuid(65534, 65534, 65534) != 0) ::_exit(1);
+            (void)capture::MakeEbpfSource(loop, timers, sink, {}, EbpfHook::kBest);
+            ::_exit(2);
+        } catch (const Unavailable& reason) {
+            const bool named = std::string(reason.what()).find("CAP_BPF") != std::string::npos;
+            ::_exit(reason.Why() == Unavailable::Cause::kPermission && named ? 0 : 3);
+        }
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "1: the user stays, 2: accepted, 3: another cause";
+}
+
 TEST_F(EbpfLifeTest, KeepsTheCountsOfAnInterfaceThatIsDeleted)
 {
     source->Add(right, {.rate = 1, .headerSize = 128});
