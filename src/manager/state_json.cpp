@@ -2,20 +2,22 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <limits>
-#include <utility>
+#include <optional>
+#include <string_view>
+#include <tuple>
+#include <vector>
 
 #include <fmt/chrono.h>
-#include <nlohmann/json.hpp>
 
 #include "manager/configured.h"
 #include "manager/diagnosis.h"
+#include "manager/json_writer.h"
 #include "manager/snapshot.h"
 
 namespace manager {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 const char* Name(Service::Session session)
 {
@@ -44,7 +46,7 @@ const char* Name(Direction direction)
 }
 
 /// yang:date-and-time, in UTC, to the millisecond.
-std::string DateAndTime(std::chrono::system_clock::time_point time)
+std::string DateAndTime(WallTime time)
 {
     const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
     const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
@@ -52,10 +54,10 @@ std::string DateAndTime(std::chrono::system_clock::time_point time)
                        (sinceEpoch - seconds).count());
 }
 
-/// 64-bit numbers are strings in this encoding.
-Json Counter(std::uint64_t value) { return std::to_string(value); }
-
-std::string SourceKind(const SourceStatus& source) { return source.kind.empty() ? "none" : source.kind; }
+std::string_view SourceKind(const SourceStatus& source)
+{
+    return source.kind.empty() ? std::string_view("none") : source.kind;
+}
 
 const char* Status(bool up) { return up ? "up" : "down"; }
 
@@ -67,151 +69,228 @@ std::uint32_t Age(WallTime now, WallTime then)
     return static_cast<std::uint32_t>(std::clamp<std::int64_t>(age, 0, kMost));
 }
 
-/// Adds "last-THING-time" and "last-THING-age", where there was one.
-void PutLast(Json& into, const std::string& thing, WallTime now, const std::optional<WallTime>& then)
-{
-    if (!then) return;
-    into["last-" + thing + "-time"] = DateAndTime(*then);
-    into["last-" + thing + "-age"] = Age(now, *then);
-}
-
-/// The problems in their order; takes those of one subject after the other.
-class ProblemReader {
+class StateWriter {
 public:
-    ProblemReader(const std::vector<Problem>& problems, Subject subject)
-        : m_problems(problems), m_subject(subject)
+    StateWriter(const Snapshot& snapshot, const Configured* configured)
+        : m_snapshot(snapshot),
+          m_configured(configured),
+          m_problems(Diagnose(snapshot, configured)),
+          m_json(ExpectedBytes(snapshot, m_problems.size()))
     {
     }
 
-    /// Adds the reasons of the subject of that name, which is called with ascending names.
-    void Put(Json& into, const std::string& name)
-    {
-        for (; m_next < m_problems.size(); ++m_next) {
-            const Problem& problem = m_problems[m_next];
-            if (problem.subject > m_subject || (problem.subject == m_subject && problem.name > name)) return;
-            if (problem.subject == m_subject && problem.name == name)
-                into["problem"].push_back(Name(problem.reason));
-        }
-    }
+    std::string Write();
 
 private:
-    const std::vector<Problem>& m_problems;
-    const Subject m_subject;
-    std::size_t m_next = 0;
+    /// Generous, so that the text is never moved.
+    static std::size_t ExpectedBytes(const Snapshot& snapshot, std::size_t problems)
+    {
+        return 4096 + (snapshot.interfaces.size() + snapshot.collectors.size()) * 1024 + problems * 512;
+    }
+
+    void Manager();
+    void Collector(const Snapshot::Collector& held);
+    void Interface(const Snapshot::Interface& held);
+    void Kernel(const InterfaceStatus& status);
+    void Counts(const InterfaceStatus& status);
+    void Problems();
+
+    /// The reasons of the subject; it is asked for one subject after the other by ascending name.
+    void Reasons(Subject subject, const std::string& name);
+    /// "last-THING-time" and "last-THING-age", where there was one.
+    void Last(std::string_view timeKey, std::string_view ageKey, const std::optional<WallTime>& then);
+
+    void Text(std::string_view key, std::string_view value)
+    {
+        m_json.Key(key);
+        m_json.Text(value);
+    }
+    void Number(std::string_view key, std::int64_t value)
+    {
+        m_json.Key(key);
+        m_json.Number(value);
+    }
+    void Counter(std::string_view key, std::uint64_t value)
+    {
+        m_json.Key(key);
+        m_json.Counter(value);
+    }
+    void Boolean(std::string_view key, bool value)
+    {
+        m_json.Key(key);
+        m_json.Boolean(value);
+    }
+    /// Nothing where there are none.
+    void Texts(std::string_view key, const std::vector<std::string>& values)
+    {
+        if (values.empty()) return;
+        m_json.Key(key);
+        m_json.BeginArray();
+        for (const std::string& value : values) m_json.Text(value);
+        m_json.EndArray();
+    }
+
+    const Snapshot& m_snapshot;
+    const Configured* m_configured;
+    const std::vector<Problem> m_problems;
+    std::size_t m_nextProblem = 0;
+    JsonWriter m_json;
 };
 
-Json ManagerJson(const Snapshot& snapshot)
+void StateWriter::Manager()
 {
-    Json manager = Json::object();
-    manager["connected"] = snapshot.session != Service::Session::kNone;
-    manager["pid"] = snapshot.pid;
-    manager["session"] = Name(snapshot.session);
-    manager["since"] = DateAndTime(snapshot.since);
-    if (snapshot.journal) {
-        manager["journal"] = snapshot.journal->path;
-        manager["journal-errors"] = Counter(snapshot.journal->errors);
+    m_json.Key("manager");
+    m_json.BeginObject();
+    Boolean("connected", m_snapshot.session != Service::Session::kNone);
+    Number("pid", m_snapshot.pid);
+    Text("session", Name(m_snapshot.session));
+    Text("since", DateAndTime(m_snapshot.since));
+    if (m_snapshot.journal) {
+        Text("journal", m_snapshot.journal->path);
+        Counter("journal-errors", m_snapshot.journal->errors);
     }
-    manager["operations"] = Counter(snapshot.operations);
-    manager["operations-refused"] = Counter(snapshot.refused);
-    manager["packet-source"] = SourceKind(snapshot.source);
-    if (!snapshot.source.reason.empty()) manager["packet-source-reason"] = snapshot.source.reason;
-    if (snapshot.addedDirection) manager["added-direction"] = Name(*snapshot.addedDirection);
-    for (const std::string& limitation : snapshot.limitations) manager["limitation"].push_back(limitation);
-    return manager;
+    Counter("operations", m_snapshot.operations);
+    Counter("operations-refused", m_snapshot.refused);
+    Text("packet-source", SourceKind(m_snapshot.source));
+    if (!m_snapshot.source.reason.empty()) Text("packet-source-reason", m_snapshot.source.reason);
+    if (m_snapshot.addedDirection) Text("added-direction", Name(*m_snapshot.addedDirection));
+    Texts("limitation", m_snapshot.limitations);
+    m_json.EndObject();
 }
 
-Json CollectorJson(const Snapshot::Collector& held, WallTime now)
+void StateWriter::Reasons(Subject subject, const std::string& name)
 {
-    Json collector = Json::object();
-    collector["name"] = held.name;
-    collector["address"] = AddressText(held.settings.address);
-    collector["port"] = held.settings.port;
-    collector["datagram-size"] = held.settings.datagramSize;
-    collector["sending"] = held.stream.sending;
-    collector["packets-sent"] = Counter(held.stream.datagrams);
-    collector["bytes-sent"] = Counter(held.stream.bytes);
-    collector["flow-samples-sent"] = Counter(held.stream.flowSamples);
-    collector["counter-samples-sent"] = Counter(held.stream.counterSamples);
-    collector["packets-lost"] = Counter(held.stream.lostDatagrams);
-    collector["samples-lost"] = Counter(held.stream.lostSamples);
-    collector["errors"] = Counter(held.stream.errors);
-    if (held.stream.lastErrorTime) collector["last-error"] = held.stream.lastErrorText;
-    PutLast(collector, "error", now, held.stream.lastErrorTime);
-    PutLast(collector, "packet", now, held.stream.lastDatagram);
-    return collector;
+    const auto at = [&] {
+        return std::tie(m_problems[m_nextProblem].subject, m_problems[m_nextProblem].name);
+    };
+    const auto wanted = std::tie(subject, name);
+    while (m_nextProblem < m_problems.size() && at() < wanted) ++m_nextProblem;
+    if (m_nextProblem == m_problems.size() || at() != wanted) return;
+    m_json.Key("problem");
+    m_json.BeginArray();
+    for (; m_nextProblem < m_problems.size() && at() == wanted; ++m_nextProblem)
+        m_json.Text(Name(m_problems[m_nextProblem].reason));
+    m_json.EndArray();
 }
 
-void PutNames(Json& into, const char* member, const std::vector<std::string>& names)
+void StateWriter::Last(std::string_view timeKey, std::string_view ageKey, const std::optional<WallTime>& then)
 {
-    for (const std::string& name : names) into[member].push_back(name);
+    if (!then) return;
+    Text(timeKey, DateAndTime(*then));
+    Number(ageKey, Age(m_snapshot.now, *then));
 }
 
-Json InterfaceJson(const Snapshot::Interface& held, const Snapshot& snapshot, const Configured* configured)
+void StateWriter::Collector(const Snapshot::Collector& held)
 {
-    const InterfaceStatus& status = held.status;
-    Json interface = Json::object();
-    interface["name"] = held.name;
-    interface["sampling-rate"] = held.settings.rate;
-    if (configured != nullptr)
-        if (const auto found = configured->interfaces.find(held.name); found != configured->interfaces.end())
-            interface["sampling-rate-source"] = found->second.ownRate ? "own-setting" : "speed-class";
-    interface["max-header-size"] = held.settings.maxHeaderSize;
-    interface["polling-interval"] = held.settings.interval;
-    interface["direction"] = Name(held.settings.direction);
-    PutNames(interface, "flow-collector", held.Of(Kind::kFlow));
-    PutNames(interface, "counter-collector", held.Of(Kind::kCounter));
+    m_json.BeginObject();
+    Text("name", held.name);
+    Text("address", AddressText(held.settings.address));
+    Number("port", held.settings.port);
+    Number("datagram-size", held.settings.datagramSize);
+    Boolean("sending", held.stream.sending);
+    Counter("packets-sent", held.stream.datagrams);
+    Counter("bytes-sent", held.stream.bytes);
+    Counter("flow-samples-sent", held.stream.flowSamples);
+    Counter("counter-samples-sent", held.stream.counterSamples);
+    Counter("packets-lost", held.stream.lostDatagrams);
+    Counter("samples-lost", held.stream.lostSamples);
+    Counter("errors", held.stream.errors);
+    if (held.stream.lastErrorTime) Text("last-error", held.stream.lastErrorText);
+    Last("last-error-time", "last-error-age", held.stream.lastErrorTime);
+    Last("last-packet-time", "last-packet-age", held.stream.lastDatagram);
+    Reasons(Subject::kCollector, held.name);
+    m_json.EndObject();
+}
+
+void StateWriter::Interface(const Snapshot::Interface& held)
+{
+    m_json.BeginObject();
+    Text("name", held.name);
+    Number("sampling-rate", held.settings.rate);
+    if (m_configured != nullptr)
+        if (const auto found = m_configured->interfaces.find(held.name);
+            found != m_configured->interfaces.end())
+            Text("sampling-rate-source", found->second.ownRate ? "own-setting" : "speed-class");
+    Number("max-header-size", held.settings.maxHeaderSize);
+    Number("polling-interval", held.settings.interval);
+    Text("direction", Name(held.settings.direction));
+    Texts("flow-collector", held.Of(Kind::kFlow));
+    Texts("counter-collector", held.Of(Kind::kCounter));
+    Kernel(held.status);
+    Counts(held.status);
+    Reasons(Subject::kInterface, held.name);
+    m_json.EndObject();
+}
+
+void StateWriter::Kernel(const InterfaceStatus& status)
+{
     if (status.present) {
-        interface["kernel-interface"] = status.kernelName;
-        interface["ifindex"] = status.ifIndex;
-        interface["admin-status"] = Status(status.adminUp);
-        interface["oper-status"] = Status(status.operUp);
+        Text("kernel-interface", status.kernelName);
+        Number("ifindex", status.ifIndex);
+        Text("admin-status", Status(status.adminUp));
+        Text("oper-status", Status(status.operUp));
     }
-    interface["packet-source"] = status.sampled ? SourceKind(snapshot.source) : "none";
-    if (!status.samplingError.empty()) interface["sampling-error"] = status.samplingError;
-    interface["packets-seen"] = Counter(status.packetsSeen);
-    interface["packets-sampled"] = Counter(status.samples);
-    interface["drops-buffer"] = Counter(status.dropsBuffer);
-    interface["drops-no-collector"] = Counter(status.dropsNoCollector);
-    PutLast(interface, "sample", snapshot.now, status.lastSample);
-    interface["counters-sent"] = Counter(status.countersSent);
-    PutLast(interface, "counters", snapshot.now, status.lastCounters);
-    return interface;
+    Text("packet-source", status.sampled ? SourceKind(m_snapshot.source) : "none");
+    if (!status.samplingError.empty()) Text("sampling-error", status.samplingError);
 }
 
-Json ProblemJson(const Problem& problem)
+void StateWriter::Counts(const InterfaceStatus& status)
 {
-    Json json = Json::object();
-    json["subject"] = Name(problem.subject);
-    json["name"] = problem.name;
-    json["reason"] = Name(problem.reason);
-    json["text"] = problem.text;
-    return json;
+    Counter("packets-seen", status.packetsSeen);
+    Counter("packets-sampled", status.samples);
+    Counter("drops-buffer", status.dropsBuffer);
+    Counter("drops-no-collector", status.dropsNoCollector);
+    Last("last-sample-time", "last-sample-age", status.lastSample);
+    Counter("counters-sent", status.countersSent);
+    Last("last-counters-time", "last-counters-age", status.lastCounters);
+}
+
+void StateWriter::Problems()
+{
+    if (m_problems.empty()) return;
+    m_json.Key("problem");
+    m_json.BeginArray();
+    for (const Problem& problem : m_problems) {
+        m_json.BeginObject();
+        Text("subject", Name(problem.subject));
+        Text("name", problem.name);
+        Text("reason", Name(problem.reason));
+        Text("text", problem.text);
+        m_json.EndObject();
+    }
+    m_json.EndArray();
+}
+
+std::string StateWriter::Write()
+{
+    constexpr const char* kContainers[] = {"switch-state:state", "oam", "sflow"};
+    m_json.BeginObject();
+    for (const char* container : kContainers) {
+        m_json.Key(container);
+        m_json.BeginObject();
+    }
+    Manager();
+    if (m_snapshot.agentAddress) Text("agent-address", AddressText(*m_snapshot.agentAddress));
+    const auto list = [this](const char* key, const auto& entries, auto write) {
+        if (entries.empty()) return;
+        m_json.Key(key);
+        m_json.BeginArray();
+        for (const auto& entry : entries) (this->*write)(entry);
+        m_json.EndArray();
+    };
+    list("collector", m_snapshot.collectors, &StateWriter::Collector);
+    list("interface", m_snapshot.interfaces, &StateWriter::Interface);
+    Problems();
+    for (std::size_t i = 0; i < std::size(kContainers); ++i) m_json.EndObject();
+    m_json.EndObject();
+    return m_json.Take();
 }
 
 }  // namespace
 
 std::string StateJson(const Snapshot& snapshot, const Configured* configured)
 {
-    const std::vector<Problem> problems = Diagnose(snapshot, configured);
-    Json sflow = Json::object();
-    sflow["manager"] = ManagerJson(snapshot);
-    if (snapshot.agentAddress) sflow["agent-address"] = AddressText(*snapshot.agentAddress);
-    ProblemReader ofCollectors(problems, Subject::kCollector);
-    for (const auto& held : snapshot.collectors) {
-        Json collector = CollectorJson(held, snapshot.now);
-        ofCollectors.Put(collector, held.name);
-        sflow["collector"].push_back(std::move(collector));
-    }
-    ProblemReader ofInterfaces(problems, Subject::kInterface);
-    for (const auto& held : snapshot.interfaces) {
-        Json interface = InterfaceJson(held, snapshot, configured);
-        ofInterfaces.Put(interface, held.name);
-        sflow["interface"].push_back(std::move(interface));
-    }
-    for (const Problem& problem : problems) sflow["problem"].push_back(ProblemJson(problem));
-    Json root = Json::object();
-    root["switch-state:state"]["oam"]["sflow"] = std::move(sflow);
-    return root.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return StateWriter(snapshot, configured).Write();
 }
 
 std::string StateJson(const Service& service, const StatusSources& sources, std::string_view configuration)

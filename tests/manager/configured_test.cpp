@@ -40,6 +40,23 @@ TEST(Configuration, MayBeEmpty)
     EXPECT_TRUE(read->collectors.empty() && read->interfaces.empty());
 }
 
+TEST(Configuration, IsReadInAnyOrderAndBesideWhatIsNotNeeded)
+{
+    const auto read = ReadConfigured(
+        R"({"x":{"collector":[{"name":"w"}]},"switch-oam-sflow:sflow":{"other":[{"name":"x"},[],5],
+        "agent":{"collector":[{"name":"y"}],"name":"z"},
+        "interface":[{"counter-sampling-collector":[{"more":[{"name":"n"}],"name":"c3"}],"sampling-rate":9,
+                      "other":{"name":"x","sampling-rate":1},"name":"b"},{"name":"a"},{"name":"b"}],
+        "collector":[{"enabled":false,"name":"c1","other":[{"enabled":true,"name":"q"}]}]}})");
+    ASSERT_TRUE(read);
+    ASSERT_EQ(1U, read->collectors.size());
+    EXPECT_FALSE(read->collectors.at("c1").enabled);
+    ASSERT_EQ(2U, read->interfaces.size());
+    EXPECT_FALSE(read->interfaces.at("a").ownRate);
+    EXPECT_FALSE(read->interfaces.at("b").ownRate) << "the last entry of a name counts";
+    EXPECT_THAT(read->interfaces.at("b").Of(Kind::kCounter), IsEmpty());
+}
+
 TEST(Configuration, ThatIsNoneIsNotRead)
 {
     for (const char* json :
@@ -47,7 +64,11 @@ TEST(Configuration, ThatIsNoneIsNotRead)
           R"({"switch-oam-sflow:sflow":{"collector":[1]}})",
           R"({"switch-oam-sflow:sflow":{"collector":{"name":"c1"}}})",
           R"({"switch-oam-sflow:sflow":{"collector":[{"name":1}]}})",
-          R"({"switch-oam-sflow:sflow":{"interface":[{"sampling-rate":1}]}})"})
+          R"({"switch-oam-sflow:sflow":{"interface":[{"sampling-rate":1}]}})",
+          R"({"switch-oam-sflow:sflow":{"interface":[[]]}})",
+          R"({"switch-oam-sflow:sflow":{"interface":null}})", R"({"switch-oam-sflow:sflow":[]})",
+          R"({"switch-oam-sflow:sflow":null})", "5", "[{}]",
+          R"({"switch-oam-sflow:sflow":{"interface":[{"name":"a"}]})"})
         EXPECT_FALSE(ReadConfigured(json)) << json;
 }
 
