@@ -66,10 +66,10 @@ void Enter(BridgePort& port, const std::vector<VlanRange>& vlans)
 
 Bridges::~Bridges() = default;
 
-const BridgeAddress* Bridges::FindAddress(const Bridge& bridge, std::uint16_t vlan, const std::uint8_t* mac)
+const Bridges::Known* Bridges::FindAddress(const Bridge& bridge, std::uint16_t vlan, const std::uint8_t* mac)
 {
-    const auto found = bridge.addresses.find(Key(vlan, mac));
-    return found == bridge.addresses.end() ? nullptr : &found->second.address;
+    const Bridge::Entry* found = bridge.addresses.Find(Key(vlan, mac));
+    return found == nullptr ? nullptr : &found->address;
 }
 
 std::uint32_t Bridges::FloodCount(const BridgePort& from, std::uint16_t vlan, Flood kind) const
@@ -115,6 +115,7 @@ void Bridges::PutPort(std::uint32_t ifIndex, std::uint32_t bridge, const PortSta
     const auto [place, isNew] = m_ports.try_emplace(ifIndex);
     BridgePort& port = place->second;
     if (isNew) {
+        ++m_generation;
         port.ifIndex = ifIndex;
         port.bridge = &Have(bridge);
         if (bridge != ifIndex) port.bridge->ports.push_back(&port);
@@ -156,6 +157,7 @@ void Bridges::RemovePort(std::uint32_t ifIndex)
     std::erase(found->second.bridge->ports, &found->second);
     found->second.bridge->counts.clear();
     m_ports.erase(found);
+    ++m_generation;
 }
 
 void Bridges::RemoveDevice(std::uint32_t ifIndex)
@@ -164,7 +166,7 @@ void Bridges::RemoveDevice(std::uint32_t ifIndex)
     const auto found = m_bridges.find(ifIndex);
     if (found == m_bridges.end()) return;
     while (!found->second->ports.empty()) RemovePort(found->second->ports.back()->ifIndex);
-    m_addresses -= found->second->addresses.size();
+    m_addresses -= found->second->addresses.Size();
     m_bridges.erase(found);
 }
 
@@ -172,11 +174,11 @@ void Bridges::PutAddress(std::uint32_t bridge, std::uint16_t vlan, const MacAddr
                          BridgeAddress address, std::uint32_t mark)
 {
     auto& addresses = Have(bridge).addresses;
-    const auto found = addresses.find(Key(vlan, mac.data()));
-    if (found != addresses.end()) {
-        found->second = {address, mark};
+    const std::uint64_t key = Key(vlan, mac.data());
+    if (Bridge::Entry* found = addresses.Find(key); found != nullptr) {
+        *found = {{address, {}}, mark};
     } else if (m_addresses < m_limit) {
-        addresses.emplace(Key(vlan, mac.data()), Bridge::Entry{address, mark});
+        addresses.Put(key, {{address, {}}, mark});
         ++m_addresses;
     } else {
         m_overflowed = true;
@@ -186,7 +188,7 @@ void Bridges::PutAddress(std::uint32_t bridge, std::uint16_t vlan, const MacAddr
 void Bridges::RemoveAddress(std::uint32_t bridge, std::uint16_t vlan, const MacAddress& mac)
 {
     const auto found = m_bridges.find(bridge);
-    if (found != m_bridges.end()) m_addresses -= found->second->addresses.erase(Key(vlan, mac.data()));
+    if (found != m_bridges.end()) m_addresses -= found->second->addresses.Erase(Key(vlan, mac.data()));
 }
 
 void Bridges::SweepPorts(std::uint32_t mark)
@@ -200,8 +202,7 @@ void Bridges::SweepPorts(std::uint32_t mark)
 void Bridges::SweepAddresses(std::uint32_t mark)
 {
     for (auto& [ifIndex, bridge] : m_bridges)
-        m_addresses -=
-            std::erase_if(bridge->addresses, [mark](const auto& entry) { return entry.second.mark != mark; });
+        m_addresses -= bridge->addresses.EraseIf([mark](const auto& entry) { return entry.mark != mark; });
 }
 
 }  // namespace net

@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "net/address_table.h"
 #include "net/links.h"
 
 namespace net {
@@ -37,6 +38,14 @@ struct PortState {
 struct BridgeAddress {
     std::uint32_t port = 0;  // ifIndex of a port, or of the bridge itself
     bool local = false;      // taken by this machine
+};
+
+struct BridgePort;
+
+/// Where a port was found, for as long as no port comes or goes: a look-up for each packet is dear.
+struct PortMemo {
+    const BridgePort* port = nullptr;
+    std::uint64_t generation = 0;
 };
 
 enum class Flood : std::uint8_t { kUnicast, kMulticast, kBroadcast };
@@ -78,9 +87,19 @@ public:
         return found == m_ports.end() ? nullptr : &found->second;
     }
 
+    /// The same, by way of a memo that is always used with this index.
+    [[nodiscard]] const BridgePort* FindPort(std::uint32_t ifIndex, PortMemo& memo) const
+    {
+        if (memo.generation != m_generation) memo = {FindPort(ifIndex), m_generation};
+        return memo.port;
+    }
+
     /// Where an address is in a VLAN (0 in a bridge that does not tell them apart); null: not known.
-    [[nodiscard]] static const BridgeAddress* FindAddress(const Bridge& bridge, std::uint16_t vlan,
-                                                          const std::uint8_t* mac);
+    struct Known : BridgeAddress {
+        mutable PortMemo memo;
+    };
+    [[nodiscard]] static const Known* FindAddress(const Bridge& bridge, std::uint16_t vlan,
+                                                  const std::uint8_t* mac);
     /// Every address that the kernel has told of is kept.
     [[nodiscard]] bool Complete() const { return !m_overflowed; }
     /// All are about to be told of again.
@@ -116,6 +135,7 @@ private:
 
     std::unordered_map<std::uint32_t, std::unique_ptr<Bridge>> m_bridges;
     std::unordered_map<std::uint32_t, BridgePort> m_ports;
+    std::uint64_t m_generation = 1;  // of the ports: another with each that comes or goes
     std::size_t m_limit = 512 * 1024;
     std::size_t m_addresses = 0;
     bool m_overflowed = false;
@@ -124,22 +144,15 @@ private:
 /// One bridge; its content is for Bridges, the rest reads.
 struct Bridge {
     struct Entry {
-        BridgeAddress address;
+        Bridges::Known address;
         std::uint32_t mark = 0;
-    };
-    struct Hash {
-        std::size_t operator()(std::uint64_t key) const noexcept
-        {
-            key *= 0x9E3779B97F4A7C15;
-            return static_cast<std::size_t>(key ^ (key >> 32));
-        }
     };
 
     std::uint32_t ifIndex = 0;
     bool filtering = false;
     bool spanningTree = false;
-    std::unordered_map<std::uint64_t, Entry, Hash> addresses;  // by VLAN and address
-    std::vector<const BridgePort*> ports;                      // without the bridge itself
+    AddressTable<Entry> addresses;         // by VLAN and address
+    std::vector<const BridgePort*> ports;  // without the bridge itself
 
     /// Ports to which each kind is flooded, by VLAN: counted once, until a port changes.
     struct Counts {

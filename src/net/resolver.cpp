@@ -110,7 +110,7 @@ Destination Resolver::Resolve(const Entering& packet)
             continue;
         }
         if (placement.foreignMaster) return way.destination;
-        const BridgePort* port = m_bridges.FindPort(way.device->ifIndex);
+        const BridgePort* port = m_bridges.FindPort(way.device->ifIndex, way.device->port);
         if (port != nullptr && port->bridge->ifIndex != port->ifIndex) {
             if (EnterBridge(way, *port)) continue;
             return way.destination;
@@ -159,7 +159,7 @@ bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
         Flooded(way, port, vlan, IsBroadcast(mac) ? Flood::kBroadcast : Flood::kMulticast);
         return false;
     }
-    if (const BridgeAddress* address = Bridges::FindAddress(bridge, vlan, mac); address != nullptr) {
+    if (const Bridges::Known* address = Bridges::FindAddress(bridge, vlan, mac); address != nullptr) {
         if (address->local) return PassUp(way, port, vlan);
         Bridged(way, port, *address, vlan);
         return false;
@@ -176,10 +176,10 @@ bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
     return false;
 }
 
-void Resolver::Bridged(Way& way, const BridgePort& port, const BridgeAddress& address,
+void Resolver::Bridged(Way& way, const BridgePort& port, const Bridges::Known& address,
                        std::uint16_t vlan) const
 {
-    const BridgePort* out = m_bridges.FindPort(address.port);
+    const BridgePort* out = m_bridges.FindPort(address.port, address.memo);
     const bool passes = out != nullptr && out->bridge == port.bridge && out->state.forwarding &&
                         (out != &port || port.state.hairpin) &&
                         !(out->state.isolated && port.state.isolated && out != &port) &&

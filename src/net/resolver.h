@@ -36,6 +36,7 @@ private:
         bool promiscuous = false;
         MacAddress mac{};
         Placement placement;
+        mutable PortMemo port{};
     };
     /// A packet on its way through the devices.
     struct Way {
@@ -52,7 +53,7 @@ private:
     [[nodiscard]] bool EnterVlanDevice(Way& way) const;
     [[nodiscard]] bool EnterBridge(Way& way, const BridgePort& port) const;
     [[nodiscard]] bool PassUp(Way& way, const BridgePort& port, std::uint16_t vlan) const;
-    void Bridged(Way& way, const BridgePort& port, const BridgeAddress& address, std::uint16_t vlan) const;
+    void Bridged(Way& way, const BridgePort& port, const Bridges::Known& address, std::uint16_t vlan) const;
     void Flooded(Way& way, const BridgePort& port, std::uint16_t vlan, Flood kind) const;
     void Arrive(Way& way);
     void Route(Way& way, std::uint16_t etherType, std::size_t network);

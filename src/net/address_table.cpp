@@ -1,0 +1,15 @@
+// Where a table's seed comes from.
+
+#include "net/address_table.h"
+
+#include <random>
+
+namespace net {
+
+std::uint64_t UnforeseeableNumber()
+{
+    std::random_device device;
+    return std::uint64_t{device()} << 32 | device();
+}
+
+}  // namespace net
