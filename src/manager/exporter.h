@@ -21,8 +21,8 @@ namespace manager {
 /// What became of a collector's datagrams. Times of the system clock are for people; ages are computed
 /// from them when they are shown.
 struct StreamStatus {
-    std::uint64_t datagrams = 0;  // taken by the kernel
-    std::uint64_t bytes = 0;      // UDP payload of these
+    std::uint64_t datagrams = 0;                        // taken by the kernel
+    std::uint64_t bytes = 0;                            // UDP payload of these
     std::uint64_t flowSamples = 0, counterSamples = 0;  // in these
     std::uint64_t lostDatagrams = 0;  // not taken by the kernel: each is a gap in the sequence
     std::uint64_t lostSamples = 0;    // in these

@@ -15,19 +15,19 @@ using WallTime = std::chrono::system_clock::time_point;
 
 /// The source of packets in use.
 struct SourceStatus {
-    std::string kind;    // "ebpf-tcx", "ebpf-clsact", "packet-socket", "none"
-    std::string reason;  // why this one: what stood against the better ones; "" for the best
+    std::string kind;        // "ebpf-tcx", "ebpf-clsact", "packet-socket", "none"
+    std::string reason;      // why this one: what stood against the better ones; "" for the best
     bool permission = true;  // false: none, for want of permission
 };
 
 /// What happens at one interface of the configuration.
 struct InterfaceStatus {
-    bool present = false;        // a kernel interface has that name
-    std::uint32_t ifIndex = 0;   // of it
-    std::string kernelName;      // of it
+    bool present = false;       // a kernel interface has that name
+    std::uint32_t ifIndex = 0;  // of it
+    std::string kernelName;     // of it
     bool adminUp = false, operUp = false;
-    bool sampled = false;        // the source draws packets there
-    std::string samplingError;   // why it does not, where it should
+    bool sampled = false;       // the source draws packets there
+    std::string samplingError;  // why it does not, where it should
     std::uint64_t packetsSeen = 0;
     std::uint64_t samples = 0;           // packets-sampled: handed to at least one collector
     std::uint64_t dropsBuffer = 0;       // drawn, lost for lack of room between kernel and manager

@@ -28,7 +28,7 @@ struct Destination {
         kDiscarded,  // a black hole or an unreachable route
     };
     struct Route {
-        Address nextHop;            // size 0: directly connected
+        Address nextHop;              // size 0: directly connected
         std::uint8_t sourceBits = 0;  // prefix lengths of the routes to both
         std::uint8_t destinationBits = 0;
         friend bool operator==(const Route&, const Route&) = default;
@@ -46,8 +46,8 @@ struct Destination {
 /// One packet that entered.
 struct Entering {
     std::uint32_t ifIndex = 0;
-    std::uint16_t etherType = 0;  // host byte order, behind the outermost tag
-    std::uint16_t vlan = 0;       // VLAN id of its outermost 802.1Q tag; 0: untagged or priority-tagged
+    std::uint16_t etherType = 0;        // host byte order, behind the outermost tag
+    std::uint16_t vlan = 0;             // VLAN id of its outermost 802.1Q tag; 0: untagged or priority-tagged
     std::span<const std::byte> header;  // from the link header on; the outermost tag may be in it or not
 };
 
