@@ -28,9 +28,6 @@ constexpr int kIngress = 2;
 constexpr int kHeaderSize = 128;
 constexpr int kDatagramSize = 1400;
 
-// The service's order: the program runs from here on with what a file's capabilities cannot give back.
-const std::vector<std::string> kWithoutEbpf = {"setpriv", "--bounding-set", "-sys_admin,-bpf,-perfmon", "--"};
-
 std::uint32_t AddressOf(const char* text)
 {
     in_addr address{};
@@ -46,11 +43,10 @@ MeasuredManager::MeasuredManager(Capture capture, std::uint16_t collectorPort) :
 {
     const auto log = m_dir.Path() / "log";
     support::Command command{
-        .argv = {},
+        .argv = {support::World::Program("sflow-mgr"), "--source",
+                 capture == Capture::kEbpf ? "ebpf" : "packet-socket"},
         .environment = {{"SFLOW_RUN_DIR", m_dir.Path()}, {"SFLOW_LOG", log}, {"SFLOW_LOG_LEVEL", "12"}},
         .errors = m_dir.Path() / "errors"};
-    if (capture == Capture::kPacketSockets) command.argv = kWithoutEbpf;
-    command.argv.push_back(support::World::Program("sflow-mgr"));
     m_process = std::make_unique<support::Process>(command);
     support::Pin(m_process->Pid(), kManagerCore);
     const auto socket = m_dir.Path() / "manager.sock";

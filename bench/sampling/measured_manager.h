@@ -20,8 +20,8 @@ std::string NameOf(Capture capture);
 
 class MeasuredManager {
 public:
-    /// Started, with a session and one collector, `collectorPort` of 127.0.0.1. Packet sockets are what it
-    /// has left when eBPF is forbidden to it. Throws std::runtime_error.
+    /// Started, with a session and one collector, `collectorPort` of 127.0.0.1. Throws
+    /// std::runtime_error.
     MeasuredManager(Capture capture, std::uint16_t collectorPort);
 
     struct Interface {
