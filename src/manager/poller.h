@@ -35,6 +35,8 @@ public:
     using Random = std::function<std::uint32_t(std::uint32_t)>;
     /// Sends what the streams hold: Exporter::Flush. Called once after all that was due at a time.
     using Flush = std::function<void()>;
+    // None of these functions, nor the reader, the links and the streams while the poller calls them, may
+    // call the poller in turn: what is due is being walked. From the loop, between its calls, all may.
 
     struct Target {
         std::uint32_t ifIndex = 0;
@@ -54,8 +56,9 @@ public:
     /// Begins or changes the polling of a kernel interface, `key` being its name in the configuration. A
     /// changed interval begins anew; anything else leaves its rhythm and its sequence as they are.
     void Set(const std::string& key, Target target);
-    /// Its kernel interface has gone, or it is polled no longer. The sequence of the data source goes on
-    /// should the same kernel interface be polled again.
+    /// Its kernel interface has gone, or is no longer its. Rhythm and counts go; the sequence of the data
+    /// source goes on should the same kernel interface be polled again. One that is only not polled for a
+    /// while, for want of collectors, is Set without streams instead.
     void Remove(const std::string& key);
     /// A kernel interface is gone for good: its sequence is forgotten.
     void Forget(std::uint32_t ifIndex);

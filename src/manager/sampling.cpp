@@ -282,15 +282,12 @@ void Sampling::EndSampling(DataSource& source)
     source.sampledWith.reset();
 }
 
+/// As long as the kernel interface is bound, one that has no collector now keeps its rhythm and counts.
 void Sampling::ApplyPolling(ConfiguredInterface& interface)
 {
-    const std::vector<Stream*>& streams = interface.StreamsOf(Kind::kCounter);
-    if (interface.source == nullptr || streams.empty() || interface.settings.interval == 0) {
-        m_poller.Remove(interface.name);
-        return;
-    }
-    m_poller.Set(interface.name,
-                 {interface.source->ifIndex, interface.settings.interval, interface.name, streams});
+    if (interface.source == nullptr) return m_poller.Remove(interface.name);
+    m_poller.Set(interface.name, {interface.source->ifIndex, interface.settings.interval, interface.name,
+                                  interface.StreamsOf(Kind::kCounter)});
 }
 
 void Sampling::End()

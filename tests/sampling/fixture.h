@@ -161,9 +161,21 @@ public:
         return {htonl(INADDR_LOOPBACK), m_port, size};
     }
     /// All flow samples that have come; loopback delivers at once.
-    [[nodiscard]] std::vector<support::DecodedFlow> Flows()
+    [[nodiscard]] std::vector<support::DecodedFlow> Flows() { return Take<support::DecodedFlow>(); }
+    /// Likewise of counters.
+    [[nodiscard]] std::vector<support::DecodedCounters> Counters()
     {
-        std::vector<support::DecodedFlow> flows;
+        return Take<support::DecodedCounters>();
+    }
+
+    std::vector<std::uint32_t> sequences;
+    std::size_t largest = 0;
+
+private:
+    template <typename Sample>
+    std::vector<Sample> Take()
+    {
+        std::vector<Sample> taken;
         std::vector<std::byte> bytes(65536);
         for (ssize_t size; (size = ::recv(m_socket, bytes.data(), bytes.size(), 0)) > 0;) {
             largest = std::max(largest, static_cast<std::size_t>(size));
@@ -171,14 +183,11 @@ public:
                 support::DecodeDatagram(std::span(bytes).first(static_cast<std::size_t>(size)));
             sequences.push_back(datagram.sequence);
             for (const auto& sample : datagram.samples)
-                if (const auto* flow = std::get_if<support::DecodedFlow>(&sample)) flows.push_back(*flow);
+                if (const auto* wanted = std::get_if<Sample>(&sample)) taken.push_back(*wanted);
         }
-        return flows;
+        return taken;
     }
-    std::vector<std::uint32_t> sequences;
-    std::size_t largest = 0;
 
-private:
     int m_socket;
     std::uint16_t m_port = 0;
 };
@@ -233,7 +242,7 @@ protected:
                   reader,
                   links,
                   [this] { exporter.Flush(); },
-                  [] { return std::chrono::steady_clock::time_point(); },
+                  [this] { return std::chrono::steady_clock::time_point(timers.Now()); },
                   &std::chrono::system_clock::now,
                   [](std::uint32_t) { return 0U; }};
     Sampling sampling{{links, forwarding, exporter, poller}, std::nullopt, [] {
