@@ -173,6 +173,7 @@ void CollectorStream::Connect(milliseconds now)
     m_refusedAt = now;
     const std::error_code error = m_socket.Connect(m_settings.address, m_settings.port);
     if (error) m_health.Failed("connect", error, 1, true, now, m_shared.clock());
+    if (!m_socket.Connected()) return;  // for want of files, say: nothing new about marks
     const std::error_code& mark = m_socket.MarkError();
     m_shared.limitation = mark ? fmt::format("datagrams are not marked: {}", mark.message()) : "";
 }

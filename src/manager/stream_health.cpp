@@ -12,6 +12,8 @@ std::string_view Meaning(const std::error_code& error)
 {
     if (error == std::errc::resource_unavailable_try_again) return " (the socket's buffer is full)";
     if (error == std::errc::no_buffer_space) return " (the device's queue is full)";
+    if (error == std::errc::too_many_files_open) return " (the process's limit of open files)";
+    if (error == std::errc::too_many_files_open_in_system) return " (the system's limit of open files)";
     if (error == std::errc::operation_not_permitted) return " (a firewall's rule)";
     return "";
 }

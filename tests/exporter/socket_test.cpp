@@ -16,6 +16,7 @@
 #include "exporter/world.h"
 #include "manager/stream_datagram.h"
 #include "manager/stream_socket.h"
+#include "support/few_files.h"
 
 namespace exporter_test {
 namespace {
@@ -135,7 +136,7 @@ TEST_F(ExporterTest, MarksItsDatagrams)
 TEST_F(ExporterTest, SaysThatItMayNotMarkAndSendsAllTheSame)
 {
     Collector collector("127.0.0.2", 6343);
-    std::string atOnce, later, unmarked;
+    std::string atOnce, later, withoutSocket, unmarked;
     // Capabilities are those of a thread.
     std::thread([&] {
         __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
@@ -147,10 +148,15 @@ TEST_F(ExporterTest, SaysThatItMayNotMarkAndSendsAllTheSame)
         atOnce = Export().Limitation();
         SendOne(Export().Set("c1", Settings("127.0.0.2", 6343, 1400)));
         later = Export().Limitation();
+        const support::FewFiles noneLeft(0);
+        Export().Set("c2", Settings("127.0.0.2", 6343, 1400));
+        withoutSocket = Export().Limitation();
     }).join();
     EXPECT_EQ(unmarked, "");
     EXPECT_EQ(atOnce, "datagrams are not marked: Operation not permitted");
     EXPECT_EQ(later, atOnce);
+    EXPECT_EQ(Export().Find("c2")->Status().lastError.value(), EMFILE);
+    EXPECT_EQ(withoutSocket, atOnce);
     EXPECT_THAT(Sequences(collector.Take(1)), ElementsAre(1));
 }
 
