@@ -61,6 +61,28 @@ void LinkFollower::Synchronise()
 
 bool LinkFollower::Turn()
 {
+    bool more = false;
+    try {
+        more = TakeSome();
+    } catch (const std::system_error& error) {
+        Failed(error.what());
+        m_phase = Phase::kFollowing;  // for now: a dump that could not be asked for has no end
+        m_asked = m_ended = false;
+    }
+    MeasureSome();
+    return more || !m_unmeasured.empty();
+}
+
+/// One line in the log for a row of failures.
+void LinkFollower::Failed(const std::string& reason)
+{
+    if (!std::exchange(m_failing, true))
+        slog::Notice("links can't be read: {}; asking for them until they can", reason);
+    m_lost = true;
+}
+
+bool LinkFollower::TakeSome()
+{
     const auto end = std::chrono::steady_clock::now() + kTurn;
     bool more = true;
     for (int i = 0; i < kDatagramsATurn && more && std::chrono::steady_clock::now() < end; ++i) {
@@ -74,8 +96,7 @@ bool LinkFollower::Turn()
         else
             more = false;
     }
-    MeasureSome();
-    return more || !m_unmeasured.empty();
+    return more;
 }
 
 void LinkFollower::BeginPhase()
@@ -105,7 +126,9 @@ void LinkFollower::EndPhase()
     case Phase::kFollowing:
         m_phase = Phase::kFollowing;
         m_measured.clear();
-        if (!m_lost) Sweep();
+        if (m_lost) return;
+        m_failing = false;
+        Sweep();
     }
 }
 
@@ -128,8 +151,7 @@ void LinkFollower::Take(const nlmsghdr& message)
             if (const auto error = ErrorOf(message)) {
                 // A kernel without bridges has none to tell of.
                 if (error->number == EOPNOTSUPP) return;
-                slog::Notice("links could not be read: {} ({})", error->text, error->number);
-                m_lost = true;
+                Failed(error->text + " (" + std::to_string(error->number) + ")");
             }
             return;
         }

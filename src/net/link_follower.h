@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -40,7 +41,8 @@ public:
     /// Something was lost, or did not fit: Synchronise is needed, a little later.
     [[nodiscard]] bool NeedsSynchronise() const;
 
-    /// Takes a bounded part of what has come. True when more may be waiting.
+    /// Takes a bounded part of what has come. True when more may be waiting. Never throws: where the kernel
+    /// has no memory for an answer, say, everything is to be asked for again.
     bool Turn();
 
     /// Asks for the speed of this link, or of all, in the next turns.
@@ -56,6 +58,7 @@ private:
         std::uint32_t mark = 0;
     };
 
+    bool TakeSome();
     void Take(const nlmsghdr& message);
     void TakeLink(const nlmsghdr& message);
     void TakeBridge(const nlmsghdr& message);
@@ -64,6 +67,7 @@ private:
 
     void BeginPhase();
     void EndPhase();
+    void Failed(const std::string& reason);
     void Sweep();
     void MeasureSome();
 
@@ -82,6 +86,7 @@ private:
     bool m_ended = false;      // and has ended
     bool m_disturbed = false;  // but changes went on meanwhile
     bool m_lost = false;
+    bool m_failing = false;  // and that is in the log
     int m_tries = 0;
     std::uint32_t m_sequence = 0;
     std::uint32_t m_mark = 1;

@@ -84,7 +84,9 @@ std::optional<LinkMessage> ReadLink(const nlmsghdr& message)
     link.loopback = (header.ifi_flags & IFF_LOOPBACK) != 0;
     const auto address = attributes[IFLA_ADDRESS].Bytes();
     if (address.size() == link.mac.size()) std::copy(address.begin(), address.end(), link.mac.begin());
-    ReadKind(attributes[IFLA_LINKINFO], read, attributes[IFLA_LINK].U32());
+    // An index of another namespace may be that of a device of ours, which has nothing to do with it.
+    ReadKind(attributes[IFLA_LINKINFO], read,
+             attributes[IFLA_LINK_NETNSID] ? 0 : attributes[IFLA_LINK].U32());
     ReadMaster(attributes[IFLA_LINKINFO], read, attributes[IFLA_MASTER].U32());
     return read;
 }

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <system_error>
 #include <utility>
 
 #include <boost/asio/io_context.hpp>
@@ -127,19 +128,28 @@ private:
 
     void AwaitSettings()
     {
-        m_settingEvents.async_wait(
-            boost::asio::posix::stream_descriptor::wait_read,
-            [this, alive = Alive(m_alive)](const boost::system::error_code& error) {
-                if (error || alive.expired()) return;
-                for (int i = 0; i < kSettingsATurn; ++i) {
-                    const auto received =
-                        m_speeds.Receive([this](std::uint32_t ifIndex) { m_follower.Measure(ifIndex); });
-                    if (received == NetlinkSocket::Received::kNothing) break;
-                    if (received == NetlinkSocket::Received::kLost) m_follower.MeasureAll();
-                }
-                Follow();
-                AwaitSettings();
-            });
+        m_settingEvents.async_wait(boost::asio::posix::stream_descriptor::wait_read,
+                                   [this, alive = Alive(m_alive)](const boost::system::error_code& error) {
+                                       if (error || alive.expired()) return;
+                                       TakeSettings();
+                                       Follow();
+                                       AwaitSettings();
+                                   });
+    }
+
+    void TakeSettings()
+    {
+        try {
+            for (int i = 0; i < kSettingsATurn; ++i) {
+                const auto received =
+                    m_speeds.Receive([this](std::uint32_t ifIndex) { m_follower.Measure(ifIndex); });
+                if (received == NetlinkSocket::Received::kNothing) break;
+                if (received == NetlinkSocket::Received::kLost) m_follower.MeasureAll();
+            }
+        } catch (const std::system_error& error) {
+            slog::Info("changes of links' speeds can't be read: {}", error.what());
+            m_follower.MeasureAll();
+        }
     }
 
     void AwaitRoutes()

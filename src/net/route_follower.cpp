@@ -7,6 +7,8 @@
 
 #include <linux/rtnetlink.h>
 
+#include "log/log.h"
+
 namespace net {
 namespace {
 
@@ -38,12 +40,19 @@ void RouteFollower::Turn()
 {
     bool heard = false;
     bool rules = false;
-    for (int i = 0; i < kDatagramsATurn; ++i) {
-        const auto received = m_socket.Receive(
-            [&rules](const nlmsghdr& message) { rules = rules || IsAboutRules(message.nlmsg_type); });
-        if (received == NetlinkSocket::Received::kNothing) break;
-        heard = true;
-        rules = rules || received == NetlinkSocket::Received::kLost;
+    try {
+        for (int i = 0; i < kDatagramsATurn; ++i) {
+            const auto received = m_socket.Receive(
+                [&rules](const nlmsghdr& message) { rules = rules || IsAboutRules(message.nlmsg_type); });
+            if (received == NetlinkSocket::Received::kNothing) break;
+            heard = true;
+            rules = rules || received == NetlinkSocket::Received::kLost;
+        }
+        m_failing = false;
+    } catch (const std::system_error& error) {
+        if (!std::exchange(m_failing, true))
+            slog::Notice("changes of routes can't be read: {}", error.what());
+        heard = rules = true;
     }
     if (rules) m_listener.rulesChanged();
     if (heard) m_listener.routesChanged();

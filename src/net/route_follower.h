@@ -22,12 +22,13 @@ public:
     explicit RouteFollower(Listener listener);
 
     [[nodiscard]] int Descriptor() const { return m_socket.Descriptor(); }
-    /// Takes a bounded part of what has come.
+    /// Takes a bounded part of what has come. Never throws: what can't be read counts as changed.
     void Turn();
 
 private:
     Listener m_listener;
     NetlinkSocket m_socket;
+    bool m_failing = false;  // and that is in the log
 };
 
 }  // namespace net

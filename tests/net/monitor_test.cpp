@@ -14,6 +14,8 @@
 #include "link_recorder.h"
 #include "net/link_follower.h"
 #include "net/monitor.h"
+#include "net/route_follower.h"
+#include "support/broken_file.h"
 #include "support/network.h"
 #include "support/poll.h"
 
@@ -270,10 +272,13 @@ struct Followed {
         speeds,
         {[this](const Link&, const Placement&) { ++told; }, [this](std::uint32_t) { ++told; }}};
 
+    /// Again where changes that the kernel still has to tell of disturb it.
     void Synchronise()
     {
-        follower.Synchronise();
-        while (follower.Turn() || follower.Synchronising()) continue;
+        for (int tries = 0; tries == 0 || (tries < 20 && follower.NeedsSynchronise()); ++tries) {
+            follower.Synchronise();
+            while (follower.Turn() || follower.Synchronising()) continue;
+        }
     }
 };
 
@@ -319,6 +324,33 @@ TEST_F(LinkFollowerTest, HearsOnlyDifferencesAfterALoss)
     EXPECT_THAT(recorder.Taken(), IsEmpty());
 }
 
+TEST_F(LinkFollowerTest, AKernelThatCannotAnswerIsAskedAgain)
+{
+    Network::MakeBridge("br0", {});
+    Followed followed;
+    const auto isGivenUp = [&] {
+        return !followed.follower.Turn() && !followed.follower.Synchronising() &&
+               followed.follower.NeedsSynchronise();
+    };
+    {
+        const support::BrokenFile broken(followed.follower.Descriptor());
+        EXPECT_FALSE(followed.follower.Turn());
+        followed.follower.Synchronise();
+        EXPECT_TRUE(isGivenUp());
+    }
+    // Also where it fails in the middle of the answers.
+    followed.follower.Synchronise();
+    followed.follower.Turn();
+    {
+        const support::BrokenFile broken(followed.follower.Descriptor());
+        followed.follower.Synchronise();
+        EXPECT_TRUE(isGivenUp());
+    }
+    followed.Synchronise();
+    EXPECT_FALSE(followed.follower.NeedsSynchronise());
+    EXPECT_NE(followed.links.Find("br0"), nullptr);
+}
+
 TEST_F(LinkFollowerTest, LearnedAddressesThatWentUnheardAreSwept)
 {
     Network::Veth("v0", "v1");
@@ -344,6 +376,25 @@ TEST_F(LinkFollowerTest, LearnedAddressesThatWentUnheardAreSwept)
     followed.Synchronise();
     EXPECT_EQ(Bridges::FindAddress(*port->bridge, 0, ninth.data()), nullptr);
     EXPECT_NE(Bridges::FindAddress(*port->bridge, 0, tenth.data()), nullptr);
+}
+
+TEST_F(LinkFollowerTest, RoutesThatCannotBeHeardOfCountAsChanged)
+{
+    int routes = 0;
+    int rules = 0;
+    RouteFollower follower({[&] { ++routes; }, [&] { ++rules; }});
+    follower.Turn();
+    EXPECT_EQ(routes, 0);
+    {
+        const support::BrokenFile broken(follower.Descriptor());
+        follower.Turn();
+    }
+    EXPECT_EQ(routes, 1);
+    EXPECT_EQ(rules, 1);
+    Network::Ip("address add 192.0.2.1/32 dev lo");
+    follower.Turn();
+    EXPECT_EQ(routes, 2);
+    EXPECT_EQ(rules, 1);
 }
 
 }  // namespace
