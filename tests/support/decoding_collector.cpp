@@ -134,14 +134,20 @@ std::uint32_t DecodingCollector::LastSequence(std::uint32_t ifIndex)
     return 0;
 }
 
-void DecodingCollector::AwaitQuiet(std::chrono::milliseconds quiet) const
+void DecodingCollector::AwaitQuiet(const std::vector<const DecodingCollector*>& collectors,
+                                   std::chrono::milliseconds quiet)
 {
+    const auto count = [&] {
+        std::size_t sum = 0;
+        for (const DecodingCollector* collector : collectors) sum += collector->Count();
+        return sum;
+    };
     auto since = std::chrono::steady_clock::now();
-    std::size_t last = Count();
-    Await("a collector to hear nothing more", [&] {
+    std::size_t last = count();
+    Await("collectors to hear nothing more", [&] {
         const auto now = std::chrono::steady_clock::now();
-        if (const std::size_t count = Count(); count != last) {
-            last = count;
+        if (const std::size_t heard = count(); heard != last) {
+            last = heard;
             since = now;
         }
         return now - since >= quiet;

@@ -49,9 +49,10 @@ public:
     /// The newest flow sample's sequence number of a data source; 0: none has come. Cheap: for conditions.
     std::uint32_t LastSequence(std::uint32_t ifIndex);
 
-    /// Waits until nothing has come for `quiet`, which is longer than a sample waits anywhere, as long as
-    /// there is no polling.
-    void AwaitQuiet(std::chrono::milliseconds quiet = std::chrono::milliseconds(250)) const;
+    /// Waits until none of them has heard anything for `quiet`, which is longer than a sample waits anywhere,
+    /// as long as there is no polling.
+    static void AwaitQuiet(const std::vector<const DecodingCollector*>& collectors,
+                           std::chrono::milliseconds quiet = std::chrono::milliseconds(200));
 
 private:
     void Listen();

@@ -128,8 +128,7 @@ void SamplingWorld::StartManager()
 
 void SamplingWorld::OpenSession()
 {
-    if (m_service) m_before += m_service->Operations();
-    m_service.reset();
+    CloseSession();
     // Its end has to be noticed first.
     Await("a session", [&] {
         try {
@@ -141,9 +140,15 @@ void SamplingWorld::OpenSession()
     });
 }
 
+void SamplingWorld::CloseSession()
+{
+    if (m_service) m_before += m_service->Operations();
+    m_service.reset();
+}
+
 void SamplingWorld::AwaitApplied() const
 {
-    const std::uint64_t sent = m_before + m_service->Operations();
+    const std::uint64_t sent = m_before + (m_service ? m_service->Operations() : 0);
     Await("the operations to be in effect",
           [&] { return Numbers().At("sflow_manager_operations_total") == sent; });
 }

@@ -57,7 +57,7 @@ public:
     void StartManager();
     /// A session of its own; Service() is the newest.
     void OpenSession();
-    void CloseSession() { m_service.reset(); }
+    void CloseSession();
 
     [[nodiscard]] Process& Manager() { return *m_manager; }
     [[nodiscard]] ServiceClient& Service() { return *m_service; }

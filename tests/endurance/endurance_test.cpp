@@ -1,0 +1,65 @@
+// What the suites of this folder share (see the header).
+
+#include "endurance/endurance_test.h"
+
+#include <filesystem>
+#include <iterator>
+#include <sstream>
+
+#include "support/process.h"
+
+namespace endurance {
+
+std::string TestName(const std::string& source)
+{
+    std::string name;
+    bool capital = true;
+    for (const char c : source) {
+        if (c != '-') name += capital ? static_cast<char>(std::toupper(c)) : c;
+        capital = c == '-';
+    }
+    return name;
+}
+
+void EnduranceTest::SetUp()
+{
+    if (const auto why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
+}
+
+void EnduranceTest::Start(const std::string& source, SamplingOptions options)
+{
+    options.arguments.insert(options.arguments.end(), {"--source", source});
+    m_world.emplace(std::move(options));
+    if (const auto why = support::WhyNotSource(source); !why.empty()) GTEST_SKIP() << why;
+    ASSERT_EQ(World().Numbers().Source(), source) << World().Log();
+}
+
+void EnduranceTest::TearDown()
+{
+    if (m_world && HasFailure()) std::cerr << "sflow-mgr says:\n" << World().Log();
+    m_world.reset();
+}
+
+void EnduranceTest::AwaitSamples(DecodingCollector& collector, std::uint32_t ifIndex, std::uint32_t more)
+{
+    const std::uint32_t before = collector.LastSequence(ifIndex);
+    Await("samples of interface " + std::to_string(ifIndex),
+          [&] { return collector.LastSequence(ifIndex) >= before + more; });
+}
+
+std::size_t EnduranceTest::ResidentKilobytes()
+{
+    const auto status = support::ReadFile("/proc/" + std::to_string(World().Manager().Pid()) + "/status");
+    std::istringstream words(status.substr(status.find("VmRSS:") + 6));
+    std::size_t kilobytes = 0;
+    words >> kilobytes;
+    return kilobytes;
+}
+
+std::size_t EnduranceTest::Descriptors()
+{
+    const std::filesystem::directory_iterator all("/proc/" + std::to_string(World().Manager().Pid()) + "/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+}  // namespace endurance

@@ -1,0 +1,64 @@
+// What the suites of this folder share: a switch with a manager that samples (sampling_world.h) for each
+// test, its log shown where a test fails, and steady traffic.
+
+#ifndef ENDURANCE_ENDURANCE_TEST_H
+#define ENDURANCE_ENDURANCE_TEST_H
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "endurance/ledger.h"
+#include "support/decoding_collector.h"
+#include "support/sampling_world.h"
+#include "support/traffic.h"
+
+namespace endurance {
+
+using support::Await;
+using support::BackgroundTraffic;
+using support::Becomes;
+using support::Bytes;
+using support::DecodingCollector;
+using support::Network;
+using support::SamplingOptions;
+using support::SamplingWorld;
+using testing::HasSubstr;
+
+inline constexpr const char* kTcx = "ebpf-tcx";
+inline constexpr const char* kClsact = "ebpf-clsact";
+inline constexpr const char* kPacketSocket = "packet-socket";
+
+/// "EbpfTcx" and so on, for names of tests.
+std::string TestName(const std::string& source);
+
+class EnduranceTest : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    /// The world, its manager drawing with this source; skips where that is not allowed. To be followed by
+    /// a look at IsSkipped.
+    void Start(const std::string& source, SamplingOptions options = {});
+
+    SamplingWorld& World() { return *m_world; }
+    support::ServiceClient& Service() { return m_world->Service(); }
+
+    /// Waits until `more` further samples of the interface have come to the collector.
+    static void AwaitSamples(DecodingCollector& collector, std::uint32_t ifIndex, std::uint32_t more);
+
+    /// What /proc says of the manager: resident memory in KiB, and how many descriptors it has.
+    [[nodiscard]] std::size_t ResidentKilobytes();
+    [[nodiscard]] std::size_t Descriptors();
+
+private:
+    std::optional<SamplingWorld> m_world;
+};
+
+}  // namespace endurance
+
+#endif

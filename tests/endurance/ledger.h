@@ -1,0 +1,55 @@
+// The accounts of samples: what is wrong with a row of samples that should be whole. Each function returns
+// the first fault as text, with what stands around it; empty when there is none. For tests of loss and of
+// doubling: samples against their own sequence, against the pool, and against the frames that were sent.
+
+#ifndef ENDURANCE_LEDGER_H
+#define ENDURANCE_LEDGER_H
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "support/network.h"
+#include "support/sflow_decoder.h"
+
+namespace endurance {
+
+using Flows = std::vector<support::DecodedFlow>;
+
+/// Frames of one flow, each with the next number in its payload, from 0 on; sent over and over, the number of
+/// a frame says where in the row it stood.
+std::vector<support::Bytes> NumberedFrames(std::uint8_t from, std::uint8_t to, std::size_t size = 200);
+inline constexpr std::uint64_t kNumbers = 250;
+
+/// The number in a sampled header; nothing where the header is too short.
+std::uint64_t NumberOf(const support::DecodedFlow& flow);
+
+/// Sequence numbers that grow by one from `first` on, and drops that are 0.
+std::string FaultInSequence(const Flows& flows, std::uint32_t first = 1);
+
+/// Sequence numbers that grow, with no sample twice: what somebody has who was away in between. `gaps`: how
+/// often they may skip.
+std::string FaultInPart(const Flows& flows, unsigned gaps);
+
+/// How exactly a source counts: eBPF knows the pool at each sample, packet sockets at least that, because
+/// theirs is the kernel's count when it is looked at.
+enum class Pool { kExact, kAtLeast };
+
+/// Where each sample's frame stood among the numbered frames, the first being 1, by the numbers in them:
+/// right as long as less than kNumbers frames lie between two samples.
+std::vector<std::uint64_t> Positions(const Flows& flows);
+
+/// Every frame, from the first on, each once, at 1:1: the sequence counts them, the numbers in the frames
+/// follow each other, and the pool is theirs.
+std::string FaultInWhole(const Flows& flows, std::uint64_t frames, Pool pool);
+
+/// The pool counts what the numbers in the frames count, and never goes back.
+std::string FaultInPool(const Flows& flows, Pool pool);
+
+/// The datagrams' sequence grows by one from `first` on.
+std::string FaultInDatagrams(const std::deque<support::Datagram>& datagrams, std::uint32_t first = 1);
+
+}  // namespace endurance
+
+#endif
