@@ -148,6 +148,8 @@ void Diagnosis::NotInEffect(const std::string& name, const Configured::Interface
 
 void Diagnosis::InEffect(const Snapshot::Interface& interface)
 {
+    if (!interface.status.present && !interface.status.samplingError.empty())
+        return OfInterface(interface.name, Reason::kSourceError, interface.status.samplingError);
     if (!interface.status.present)
         return OfInterface(interface.name, Reason::kInterfaceMissing, text::Missing(interface.name));
     Samples(interface);

@@ -87,6 +87,8 @@ Journal::Journal(std::string path) : m_path(std::move(path))
     m_descriptor = ::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
     if (m_descriptor < 0)
         throw std::system_error(errno, std::generic_category(), "cannot open the journal " + m_path);
+    // A pipe whose reader is slow costs lines, never time.
+    ::fcntl(m_descriptor, F_SETFL, O_APPEND | O_NONBLOCK);
 }
 
 Journal::~Journal() { ::close(m_descriptor); }

@@ -202,6 +202,7 @@ public:
         m_acceptor.async_accept([self = shared_from_this()](error_code error, tcp::socket socket) {
             if (self->m_stopped) return;
             if (error) return self->AcceptLater(error);
+            self->m_failureLogged = false;
             self->Add(std::move(socket));
             self->Accept();
         });

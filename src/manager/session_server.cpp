@@ -80,6 +80,7 @@ private:
     Service& m_service;
     boost::asio::local::stream_protocol::acceptor m_acceptor;
     std::shared_ptr<void> m_acceptTimer;
+    bool m_failing = false;  // to accept, and that is in the log
     Id m_lastId = 0;
     std::map<Id, Stranger> m_strangers;
     std::shared_ptr<ipc::Channel> m_holder;
@@ -91,10 +92,13 @@ void SessionServer::Impl::Accept()
     m_acceptor.async_accept([this](const boost::system::error_code& error, ipc::Channel::Socket socket) {
         if (error == boost::asio::error::operation_aborted) return;
         if (error) {
-            slog::Error("cannot accept a connection on {}: {}", m_path, error.message());
+            if (!std::exchange(m_failing, true))
+                slog::Error("cannot accept a connection on {}: {}; trying again until it succeeds", m_path,
+                            error.message());
             m_acceptTimer = m_timers.After(kAcceptDelay, [this] { Accept(); });
             return;
         }
+        m_failing = false;
         Greet(std::move(socket));
         Accept();
     });

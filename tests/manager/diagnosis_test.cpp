@@ -124,6 +124,13 @@ const Row kInterfaceRows[] = {
      },
      {OfInterface(Reason::kSourceError,
                   "packets can't be sampled at the kernel interface k-eth1: Device or resource busy")}},
+    {"InUseUnderAnotherName",
+     [](World& w) {
+         w.Status() = {};
+         w.Status().samplingError = "kernel interface k1 is in use under another name; configure one of the two";
+     },
+     {OfInterface(Reason::kSourceError,
+                  "kernel interface k1 is in use under another name; configure one of the two")}},
     {"MissingIsSaidBeforeNoPermission",
      [](World& w) {
          w.Status() = {};

@@ -2,9 +2,11 @@
 
 #include "manager/journal.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -115,6 +117,26 @@ TEST_F(JournalFile, OnAFullDiskCountsWhatIsMissingAndGoesOn)
     journal.Note(Delete("c1"));
     journal.Note(Delete("c2"));
     EXPECT_EQ(2U, journal.Errors());
+}
+
+TEST_F(JournalFile, APipeThatNobodyReadsCostsLinesAndNoTime)
+{
+    ASSERT_EQ(0, ::mkfifo(Path().c_str(), 0600));
+    const int reader = ::open(Path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    Journal journal(Path());
+    for (int n = 0; n < 10'000 && journal.Errors() == 0; ++n) journal.Note(Delete("c1"));
+    EXPECT_EQ(1U, journal.Errors());
+    const std::string whole = R"({"op":"DeleteCollector","args":["c1"]})"
+                              "\n";
+    std::string read(std::size_t{1} << 20, '\0');
+    const ssize_t size = ::read(reader, read.data(), read.size());
+    EXPECT_GT(size, 0);
+    EXPECT_EQ(0, size % static_cast<ssize_t>(whole.size())) << "only whole lines";
+    journal.Note(Delete("c1"));
+    EXPECT_EQ(1U, journal.Errors());
+    EXPECT_EQ(static_cast<ssize_t>(whole.size()), ::read(reader, read.data(), read.size()));
+    ::close(reader);
 }
 
 TEST_F(JournalFile, NeverKeepsHalfALine)

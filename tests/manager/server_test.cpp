@@ -14,6 +14,7 @@
 #include "manager/recorder.h"
 #include "manager/service.h"
 #include "manager/session_server.h"
+#include "support/few_files.h"
 
 namespace manager {
 namespace {
@@ -278,6 +279,28 @@ TEST_F(Server, EndsTheOldestOfTooManySilentConnections)
     for (std::size_t i = 1; i < silent.size(); ++i) EXPECT_FALSE(silent[i]->Ended()) << i;
     const auto client = Open();
     EXPECT_FALSE(client->Ended());
+}
+
+TEST_F(Server, LogsOnceThatItCannotAcceptAndAcceptsOnceItCan)
+{
+    testing::internal::CaptureStderr();
+    const auto client = Connect();
+    client->Send(Hello());
+    {
+        const support::FewFiles none(0);
+        for (int tries = 0; tries < 3; ++tries) {
+            EXPECT_TRUE(RunUntil([&] { return m_timers.Waiting() == 1; }));
+            m_timers.Advance(std::chrono::milliseconds(100));
+        }
+        EXPECT_TRUE(RunUntil([&] { return m_timers.Waiting() == 1; }));
+    }
+    m_timers.Advance(std::chrono::milliseconds(100));
+    EXPECT_TRUE(RunUntil([&] { return !client->All().empty() && client->All().front().has_opened(); }));
+    const std::string log = testing::internal::GetCapturedStderr();
+    const std::string line = "cannot accept a connection on " + Path() + ": Too many open files";
+    const std::size_t first = log.find(line);
+    EXPECT_NE(first, std::string::npos) << log;
+    EXPECT_EQ(log.find(line, first + 1), std::string::npos) << log;
 }
 
 TEST_F(Server, LetsUserAndGroupConnectOnly)
