@@ -15,6 +15,7 @@
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
 #include <fmt/format.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include "capture/ebpf_gap.h"
@@ -26,7 +27,14 @@ namespace {
 
 constexpr std::size_t kDefaultRing = 4 << 20;
 constexpr std::size_t kMostRing = 1 << 30;
-constexpr std::uint32_t kBatch = 256;  // ports read by one call
+
+// Where words may be read at any address, the program copies packets by words.
+#if defined(__x86_64__) || defined(__i386__) || defined(__aarch64__) || defined(__powerpc64__) || \
+    defined(__s390x__)
+constexpr std::uint32_t kCopyWords = 1;
+#else
+constexpr std::uint32_t kCopyWords = 0;
+#endif
 
 int Log(libbpf_print_level, const char* format, va_list arguments)
 {
@@ -88,7 +96,7 @@ EbpfProgram::EbpfProgram(const SourceOptions& options, bool heartbeat)
     const int cpus = libbpf_num_possible_cpus();
     if (cpus < 0) throw Refusal("the CPUs can't be counted", cpus);
     m_cpus = static_cast<std::size_t>(cpus);
-    m_states.resize(m_cpus * sizeof(PortState));
+    m_states.resize(m_cpus);
 
     m_skeleton.reset(sampler__open());
     if (m_skeleton == nullptr) throw Refusal("the sampling program can't be opened", errno);
@@ -101,12 +109,26 @@ EbpfProgram::EbpfProgram(const SourceOptions& options, bool heartbeat)
     std::memcpy(const_cast<std::uint32_t*>(m_skeleton->rodata->logTable), table.data(), sizeof(table));
     m_skeleton->bss->shared.generation = 1;
     m_skeleton->bss->shared.waiting = 1;
+    m_skeleton->rodata->copyWords = kCopyWords;
     bpf_map__set_max_entries(m_skeleton->maps.ring, static_cast<std::uint32_t>(m_ringSize));
+    bpf_map__set_max_entries(m_skeleton->maps.cpus, static_cast<std::uint32_t>(m_cpus));
+    bpf_map__set_max_entries(m_skeleton->maps.direct, static_cast<std::uint32_t>(m_cpus * kDirectPorts));
     if (const int error = sampler__load(m_skeleton.get()); error != 0)
         throw Refusal("the sampling program can't be loaded", error);
+    m_direct = MapDirect();
 }
 
-EbpfProgram::~EbpfProgram() = default;
+EbpfProgram::~EbpfProgram() { ::munmap(m_direct, DirectBytes()); }
+
+std::size_t EbpfProgram::DirectBytes() const { return m_cpus * kDirectPorts * sizeof(PortState); }
+
+PortState* EbpfProgram::MapDirect() const
+{
+    void* memory = ::mmap(nullptr, DirectBytes(), PROT_READ | PROT_WRITE, MAP_SHARED,
+                          bpf_map__fd(m_skeleton->maps.direct), 0);
+    if (memory == MAP_FAILED) throw Refusal("the interfaces' counts can't be mapped", errno);
+    return static_cast<PortState*>(memory);
+}
 
 int EbpfProgram::IngressFile() const { return bpf_program__fd(m_skeleton->progs.sflow_ingress); }
 
@@ -118,10 +140,26 @@ volatile SharedWords& EbpfProgram::Shared() { return m_skeleton->bss->shared; }
 
 void EbpfProgram::Create(std::uint32_t key)
 {
-    const std::vector<std::byte> zero(m_states.size());
+    if (DirectState(0, key).key == 0) return Place(key, key);
+    std::fill(m_states.begin(), m_states.end(), PortState{});
     const int file = bpf_map__fd(m_skeleton->maps.ports);
-    const int error = Patiently([&] { return bpf_map_update_elem(file, &key, zero.data(), BPF_ANY); });
+    const int error = Patiently([&] { return bpf_map_update_elem(file, &key, m_states.data(), BPF_ANY); });
     if (error != 0) throw Refusal("the kernel has no room for the interface's counts", error);
+}
+
+PortState& EbpfProgram::DirectState(std::size_t cpu, std::uint32_t key)
+{
+    const auto egress = static_cast<std::uint32_t>(kEgressBit);
+    return m_direct[DirectPlace(static_cast<std::uint32_t>(cpu), key & ~egress, (key & egress) != 0)];
+}
+
+void EbpfProgram::Place(std::uint32_t key, std::uint32_t owner)
+{
+    for (std::size_t cpu = 0; cpu < m_cpus; ++cpu) {
+        PortState& state = DirectState(cpu, key);
+        state = PortState{};
+        __atomic_store_n(&state.key, owner, __ATOMIC_RELEASE);
+    }
 }
 
 void EbpfProgram::Set(std::uint32_t key, const PortSettings& settings)
@@ -141,39 +179,20 @@ void EbpfProgram::NextGeneration()
 void EbpfProgram::Erase(std::uint32_t key)
 {
     bpf_map_delete_elem(bpf_map__fd(m_skeleton->maps.settings), &key);
+    if (DirectState(0, key).key == key) return Place(key, 0);
     bpf_map_delete_elem(bpf_map__fd(m_skeleton->maps.ports), &key);
 }
 
 Counts EbpfProgram::Read(std::uint32_t key)
 {
-    if (bpf_map_lookup_elem(bpf_map__fd(m_skeleton->maps.ports), &key, m_states.data()) != 0) return {};
-    return Sum(m_states.data());
-}
-
-void EbpfProgram::ReadAll(const std::function<void(std::uint32_t key, const Counts&)>& take)
-{
-    const int file = bpf_map__fd(m_skeleton->maps.ports);
-    std::vector<std::uint32_t> keys(kBatch);
-    std::vector<std::byte> states(kBatch * m_states.size());
-    std::uint32_t place = 0;
-    for (bool first = true;; first = false) {
-        std::uint32_t count = kBatch;
-        const int result = bpf_map_lookup_batch(file, first ? nullptr : &place, &place, keys.data(),
-                                                states.data(), &count, nullptr);
-        if (result != 0 && result != -ENOENT) return slog::Error("counts: {}", std::strerror(-result));
-        for (std::uint32_t i = 0; i < count; ++i) take(keys[i], Sum(&states[i * m_states.size()]));
-        if (result != 0) return;
-    }
-}
-
-Counts EbpfProgram::Sum(const std::byte* states) const
-{
     Counts sum;
+    const bool direct = DirectState(0, key).key == key;
+    if (!direct && bpf_map_lookup_elem(bpf_map__fd(m_skeleton->maps.ports), &key, m_states.data()) != 0)
+        return sum;
     for (std::size_t cpu = 0; cpu < m_cpus; ++cpu) {
-        PortState state;
-        std::memcpy(&state, states + cpu * sizeof(state), sizeof(state));
-        sum.pool += state.pool;
-        sum.drops += state.drops;
+        const auto& state = direct ? DirectState(cpu, key) : m_states[cpu];
+        sum.pool += __atomic_load_n(&state.pool, __ATOMIC_RELAXED);
+        sum.drops += __atomic_load_n(&state.drops, __ATOMIC_RELAXED);
     }
     return sum;
 }

@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <vector>
 
@@ -44,19 +43,22 @@ public:
 
     /// Zero for a port that is not there.
     [[nodiscard]] Counts Read(std::uint32_t key);
-    /// All ports, in no order.
-    void ReadAll(const std::function<void(std::uint32_t key, const Counts&)>& take);
 
 private:
     struct Close {
         void operator()(sampler* skeleton) const;
     };
-    [[nodiscard]] Counts Sum(const std::byte* states) const;
+    [[nodiscard]] std::size_t DirectBytes() const;
+    [[nodiscard]] PortState* MapDirect() const;
+    PortState& DirectState(std::size_t cpu, std::uint32_t key);
+    // Gives the key's place to `owner`, with counts of zero.
+    void Place(std::uint32_t key, std::uint32_t owner);
 
     std::unique_ptr<sampler, Close> m_skeleton;
     std::size_t m_ringSize;
     std::size_t m_cpus;
-    std::vector<std::byte> m_states;  // of one port, all CPUs
+    PortState* m_direct = nullptr;    // the kernel's own memory
+    std::vector<PortState> m_states;  // of one other port, all CPUs
 };
 
 }  // namespace capture

@@ -7,7 +7,6 @@
 #include <optional>
 #include <utility>
 
-#include <sys/resource.h>
 #include <time.h>
 #include <boost/asio/io_context.hpp>
 
@@ -25,19 +24,6 @@ namespace {
 
 constexpr std::size_t kBatch = 256;
 constexpr std::chrono::milliseconds kHeartbeat{500};
-// Fewer interfaces than this are read one by one: a read of all walks through the whole table.
-constexpr std::size_t kFew = 128;
-constexpr rlim_t kFiles = 2 * kMostPorts;  // a link is a file
-
-void RaiseFileLimit()
-{
-    rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kFiles) return;
-    const rlimit wanted{.rlim_cur = kFiles, .rlim_max = std::max(kFiles, limit.rlim_max)};
-    if (::setrlimit(RLIMIT_NOFILE, &wanted) == 0) return;
-    limit.rlim_cur = limit.rlim_max;
-    ::setrlimit(RLIMIT_NOFILE, &limit);
-}
 
 std::uint32_t KeyOf(std::uint32_t ifIndex, bool egress)
 {
@@ -50,7 +36,6 @@ public:
                const SourceOptions& options, EbpfHook hook)
         : m_timers(timers), m_sink(sink), m_grace(timers)
     {
-        RaiseFileLimit();
         SweepClsact();
         Load(options, hook);
         m_ring.emplace(m_program->RingFile(), m_program->RingSize());
@@ -104,20 +89,8 @@ public:
     {
         std::vector<InterfaceCounts> all;
         all.reserve(m_ports.Size());
-        if (m_ports.Size() < kFew) {
-            for (const auto& port : m_ports.Slots())
-                if (port.incarnation != 0) all.push_back({port.ifIndex, ReadPort(port)});
-            return all;
-        }
-        std::vector<Counts> bySlot(m_ports.Slots().size());
-        m_program->ReadAll([&](std::uint32_t key, const Counts& counts) {
-            const EbpfPorts::Port* port = m_ports.Find(key & ~static_cast<std::uint32_t>(kEgressBit));
-            if (port == nullptr) return;
-            bySlot[port->slot].pool += counts.pool;
-            bySlot[port->slot].drops += counts.drops;
-        });
         for (const auto& port : m_ports.Slots())
-            if (port.incarnation != 0) all.push_back({port.ifIndex, bySlot[port.slot]});
+            if (port.incarnation != 0) all.push_back({port.ifIndex, ReadPort(port)});
         return all;
     }
 

@@ -3,7 +3,6 @@
 #include "capture/ebpf_waker.h"
 
 #include <cerrno>
-#include <chrono>
 #include <utility>
 
 #include <sys/epoll.h>
@@ -12,12 +11,6 @@
 #include "capture/ebpf_program.h"
 
 namespace capture {
-namespace {
-
-constexpr std::chrono::milliseconds kRhythm{50};
-
-}  // namespace
-
 EbpfWaker::EbpfWaker(boost::asio::io_context& loop, ipc::Timers& timers, int ring,
                      volatile SharedWords& shared, std::function<bool()> look)
     : m_timers(timers), m_shared(shared), m_look(std::move(look)), m_wakes(loop)

@@ -1,5 +1,6 @@
 // The eBPF source on a cable of the test's own: what it counts, draws and says of a packet.
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include <arpa/inet.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -17,6 +19,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "capture/bpf/records.h"
 #include "capture/ebpf_world.h"
 
 namespace {
@@ -29,10 +32,9 @@ using support::Network;
 class EbpfSourceTest : public EbpfWorld {
 protected:
     // A datagram from this machine out of "left", as a program sends it.
-    static void SendDatagram(std::size_t size, std::uint32_t mark = 0, int segment = 0)
+    void SendDatagram(std::size_t size, std::uint32_t mark = 0, int segment = 0)
     {
-        static std::uint32_t reachable = 0;  // the "left" of this test
-        if (const auto index = Network::Index("left"); std::exchange(reachable, index) != index)
+        if (!std::exchange(m_reachable, true))
             Network::Ip(
                 "address replace 198.51.100.1/24 dev left\n"
                 "neighbour replace 198.51.100.2 lladdr 02:00:00:00:00:02 dev left nud permanent\n");
@@ -53,6 +55,9 @@ protected:
         EXPECT_TRUE(support::Becomes([&] { return source->Read(interface).pool >= pool; }));
         EXPECT_EQ(source->Read(interface).pool, pool);
     }
+
+private:
+    bool m_reachable = false;
 };
 
 TEST_F(EbpfSourceTest, NamesItsKind) { EXPECT_EQ(source->Kind(), "ebpf-tcx"); }
@@ -245,6 +250,36 @@ TEST_F(EbpfSourceTest, NeitherCountsNorDrawsPacketsWithTheOwnMark)
     ASSERT_EQ(sink.samples.size(), 2U);
     EXPECT_EQ(sink.samples[0].length, 143U);
     EXPECT_EQ(sink.samples[1].length, 145U);
+}
+
+TEST_F(EbpfSourceTest, TellsInterfacesApartWhoseIndexesShareAPlace)
+{
+    constexpr std::uint32_t kFirst = 70'001;
+    constexpr std::uint32_t kSecond = kFirst + kDirectPorts / 2;
+    Network::Ip(
+        fmt::format("link add name first index {} type veth peer name first-end\n"
+                    "link add name second index {} type veth peer name second-end\n"
+                    "link set first up\nlink set first-end up\n"
+                    "link set second up\nlink set second-end up\n",
+                    kFirst, kSecond));
+    const auto cross = [&](const std::string& end, std::uint32_t at, std::size_t count) {
+        support::Injector(end).Send(Frames(count));
+        AwaitPool(at, count);
+    };
+    source->Add(kFirst, {.rate = 1, .headerSize = 128});
+    source->Add(kSecond, {.rate = 1, .headerSize = 128});
+    cross("first-end", kFirst, 30);
+    cross("second-end", kSecond, 20);
+    source->Drain();
+    EXPECT_EQ(std::ranges::count(sink.samples, kFirst, &capture::Sample::ifIndex), 30);
+    EXPECT_EQ(std::ranges::count(sink.samples, kSecond, &capture::Sample::ifIndex), 20);
+    EXPECT_EQ(source->Remove(kFirst).pool, 30U);
+    EXPECT_EQ(source->Read(kSecond).pool, 20U) << "where it is stays its own";
+
+    source->Add(kFirst, {.rate = 1, .headerSize = 128});
+    EXPECT_EQ(source->Read(kFirst).pool, 0U) << "counts begin at zero in a place used before";
+    cross("first-end", kFirst, 10);
+    EXPECT_EQ(source->Read(kSecond).pool, 20U);
 }
 
 TEST_F(EbpfSourceTest, ChangesRateAndHeaderSizeAtOnceAndKeepsTheCounts)

@@ -6,11 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include "capture/ebpf_waker.h"
 #include "capture/ebpf_world.h"
 
 namespace {
 
 using std::chrono::milliseconds;
+constexpr milliseconds kRhythm = capture::EbpfWaker::kRhythm;
 
 class EbpfWakerTest : public EbpfWorld {
 protected:
@@ -46,7 +48,7 @@ TEST_F(EbpfWakerTest, LooksByTimeWhileAStreamLasts)
     Cross(10);
     EXPECT_EQ(Handlers(), 0U) << "no wake-up for what follows the first";
     EXPECT_EQ(sink.samples.size(), 1U);
-    timers.Advance(milliseconds(49));
+    timers.Advance(kRhythm - milliseconds(1));
     EXPECT_EQ(sink.samples.size(), 1U);
     timers.Advance(milliseconds(1));
     EXPECT_EQ(sink.samples.size(), 11U);
@@ -57,8 +59,8 @@ TEST_F(EbpfWakerTest, SleepsAfterSilenceAndIsWokenAgain)
 {
     Cross(1);
     Await(1);
-    EXPECT_TRUE(timers.Advance(milliseconds(50))) << "nothing there: one more look is to come";
-    EXPECT_TRUE(timers.Advance(milliseconds(50)));
+    EXPECT_TRUE(timers.Advance(kRhythm)) << "nothing there: one more look is to come";
+    EXPECT_TRUE(timers.Advance(kRhythm));
     EXPECT_FALSE(timers.Advance(milliseconds(1000))) << "asleep";
     EXPECT_EQ(Handlers(), 0U);
     EXPECT_EQ(sink.drained, 1) << "nothing to say of an empty ring";
@@ -70,10 +72,10 @@ TEST_F(EbpfWakerTest, IsWokenBetweenItsLastLooks)
 {
     Cross(1);
     Await(1);
-    timers.Advance(milliseconds(50));
+    timers.Advance(kRhythm);
     Cross(2);
     Await(3);
-    timers.Advance(milliseconds(50));
+    timers.Advance(kRhythm);
     Cross(1);
     Await(4);
 }

@@ -10,6 +10,7 @@
 
 enum {
     kMostPorts = 65536,       // interfaces times directions
+    kDirectPorts = 8192,      // places of `direct`, per CPU; a power of two
     kEgressBit = 1U << 31,    // of a port's key, which is else the interface's index
     kMostRecordHeader = 512,  // bytes of a packet in the largest class of records
 };
@@ -23,19 +24,28 @@ struct PortSettings {
     __u32 incarnation;  // tells it from the slot's former interfaces
 };
 
-/// Of one port and CPU: value of `ports`. All zero when made.
+/// Of one port and CPU: value of `direct` and of `ports`. All zero but the key when made. One cache line.
 struct PortState {
     __u64 pool;        // frames seen
     __u64 drops;       // frames drawn that found no room
     __u32 skip;        // the next drawn frame is the skip-th from here
     __u32 generation;  // of the settings below, with which `skip` was drawn; 0: never
+    __u32 key;         // whose place this is; 0: nobody's
+    __u32 unused;
     struct PortSettings settings;
-};
+} __attribute__((aligned(64)));
+
+/// Where in `direct` a port is, if it is there: the first port that came to the place has it, all others
+/// are in `ports`. Indexes are given out one by one, so there is hardly ever a second one.
+static inline __attribute__((always_inline)) __u32 DirectPlace(__u32 cpu, __u32 ifIndex, __u32 egress)
+{
+    return cpu * kDirectPorts + ((ifIndex * 2 + egress) & (kDirectPorts - 1));
+}
 
 /// Of one CPU, all ports together.
 struct CpuState {
     __u64 bytes;  // written since the fill of the ring was last looked at
-};
+} __attribute__((aligned(64)));
 
 /// A drawn packet; `captured` bytes of it follow.
 struct Record {
