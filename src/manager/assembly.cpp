@@ -15,6 +15,7 @@
 #include "ipc/timers.h"
 #include "log/log.h"
 #include "manager/exporter.h"
+#include "manager/file_limit.h"
 #include "manager/journal.h"
 #include "manager/metrics_server.h"
 #include "manager/metrics_text.h"
@@ -182,8 +183,9 @@ StatusSources Assembly::Impl::Sources()
 }
 
 Assembly::Assembly(boost::asio::io_context& loop, const Options& options, const std::string& directory)
-    : m_impl(std::make_unique<Impl>(loop, options, directory))
 {
+    RaiseFileLimit();
+    m_impl = std::make_unique<Impl>(loop, options, directory);
 }
 
 Assembly::~Assembly() = default;

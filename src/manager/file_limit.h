@@ -1,0 +1,15 @@
+// How many files the manager may have open. Every sampled interface takes one for a direction (eBPF) or two
+// (packet sockets), every collector one more: far beyond the usual 1,024. Used by assembly.cpp.
+
+#ifndef MANAGER_FILE_LIMIT_H
+#define MANAGER_FILE_LIMIT_H
+
+namespace manager {
+
+/// Raises the limit to what all interfaces and collectors need, or as far as it may go. Whoever then can't
+/// open a file says so for what it was to be.
+void RaiseFileLimit();
+
+}  // namespace manager
+
+#endif
