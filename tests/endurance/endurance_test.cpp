@@ -40,6 +40,17 @@ void EnduranceTest::TearDown()
     m_world.reset();
 }
 
+void EnduranceTest::Configure(const DecodingCollector& collector, const std::vector<std::string>& interfaces,
+                              std::uint32_t rate)
+{
+    Service().SetAgentAddress("192.0.2.1");
+    World().AddCollector("a", collector);
+    for (const std::string& name : interfaces)
+        Service().UpdateInterface({.name = name, .flowCollector = "a", .rate = rate});
+    Service().Loaded();
+    World().AwaitApplied();
+}
+
 void EnduranceTest::AwaitSamples(DecodingCollector& collector, std::uint32_t ifIndex, std::uint32_t more)
 {
     const std::uint32_t before = collector.LastSequence(ifIndex);

@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "endurance/ledger.h"
 #include "support/decoding_collector.h"
@@ -47,6 +48,11 @@ protected:
 
     SamplingWorld& World() { return *m_world; }
     support::ServiceClient& Service() { return m_world->Service(); }
+
+    /// Tells the open session the whole configuration: the interfaces sampled at 1:`rate` for a collector
+    /// "a". Returns when that is in effect.
+    void Configure(const DecodingCollector& collector, const std::vector<std::string>& interfaces,
+                   std::uint32_t rate = 1);
 
     /// Waits until `more` further samples of the interface have come to the collector.
     static void AwaitSamples(DecodingCollector& collector, std::uint32_t ifIndex, std::uint32_t more);
