@@ -1,0 +1,84 @@
+// A real sflow-mgr in the network of the test, told what to do over its socket as the configuration
+// daemon's service client tells it, and asked for its own numbers at its metrics address.
+
+#ifndef SAMPLES_AGENT_H
+#define SAMPLES_AGENT_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/frames.h"
+#include "support/process.h"
+
+namespace ipc::manager {
+class ClientMessage;
+}
+
+namespace samples_tests {
+
+/// The agent's address in every test.
+inline constexpr const char* kAgentAddress = "192.0.2.9";
+
+/// The numbers of the service.
+enum class Direction { kEgress = 1, kIngress = 2, kBoth = 3 };
+
+/// What an interface is told; collectors by name, empty for none.
+struct Sampled {
+    std::string flows{};
+    std::string counters{};
+    std::uint32_t rate = 1;
+    std::uint32_t header = 128;
+    std::uint32_t interval = 0;  // seconds
+    Direction direction = Direction::kIngress;
+};
+
+/// Empty where this source of packets ("ebpf", "packet-socket") is allowed here, else why not. Asks the
+/// kernel, not the manager, so that what fails in the manager is no reason to skip.
+std::string WhyNotSource(std::string_view source);
+
+class Agent {
+public:
+    /// Started, with a session and its agent address. Throws std::runtime_error with its log where it does
+    /// not start.
+    explicit Agent(const std::string& source, const std::vector<std::string>& arguments = {});
+
+    // The operations of the service. They return when the manager has taken them.
+    void AddCollector(const std::string& name, std::uint16_t port, std::uint32_t datagramSize = 1400,
+                      const std::string& address = "127.0.0.1");
+    void DeleteCollector(const std::string& name);
+    /// Of a kernel interface that is there, it also waits until its packets are sampled.
+    void Update(const std::string& interface, const Sampled& settings);
+    void AddFlows(const std::string& interface, const std::string& collector);
+    void RemoveFlows(const std::string& interface, const std::string& collector);
+    void AddCounters(const std::string& interface, const std::string& collector);
+    void Unset(const std::string& interface);
+    void SetAddress(const std::string& address);
+
+    /// A metric by its whole name, such as `sflow_interface_sampled{interface="p1"}`. Throws
+    /// std::runtime_error where there is none.
+    [[nodiscard]] std::uint64_t Metric(const std::string& name) const;
+    /// Of an interface, without "sflow_interface_".
+    [[nodiscard]] std::uint64_t OfInterface(const std::string& interface, const std::string& name) const;
+
+    /// Waits until the metric has the value. Throws support::TimedOut.
+    void AwaitMetric(const std::string& name, std::uint64_t value) const;
+
+    [[nodiscard]] std::string Log() const;
+    [[nodiscard]] support::Process& TheProcess() { return *m_process; }
+
+private:
+    void Do(const ipc::manager::ClientMessage& operation);
+    [[nodiscard]] std::string Metrics() const;
+
+    support::TempDir m_dir;
+    std::unique_ptr<support::Process> m_process;
+    std::unique_ptr<support::FrameClient> m_session;
+    std::uint64_t m_operations = 0;  // sent
+};
+
+}  // namespace samples_tests
+
+#endif

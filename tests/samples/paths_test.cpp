@@ -1,0 +1,232 @@
+// Where a frame goes: what a sample says of it is where the kernel has sent it, as those at the far ends
+// have heard.
+
+#include <fstream>
+#include <map>
+#include <stdexcept>
+
+#include "samples/samples_test.h"
+#include "samples/shapes.h"
+#include "samples/sniffer.h"
+
+namespace samples_tests {
+
+namespace {
+
+using support::DecodedRouter;
+using support::DecodedSwitch;
+using support::FrameOptions;
+
+constexpr DecodedPort kDiscarded{1, 256};  // for a reason that is not told
+constexpr std::uint8_t kRouter = 0x30;     // the MAC address of the bridge itself
+
+void SetSwitch(const std::string& name, const std::string& value)
+{
+    std::ofstream file("/proc/sys/net/" + name);
+    file << value;
+    file.close();
+    if (!file) throw std::runtime_error("can't set " + name);
+}
+
+struct Row {
+    std::string name;
+    FrameOptions frame;      // enters by p1
+    std::vector<int> mac{};  // that it is sent to; empty: that of `frame`
+    std::string port{};      // of the output; empty: `output` says it
+    DecodedPort output{};
+    std::vector<std::string> leaves{};  // interfaces by which the kernel sends it, in their order
+    std::optional<DecodedRouter> router{};
+    DecodedSwitch tags{};
+};
+
+class PathsTest : public SourceTest {
+protected:
+    void SetUp() override
+    {
+        SourceTest::SetUp();
+        if (IsSkipped()) return;
+        SetSwitch("ipv6/conf/default/disable_ipv6", "1");  // ports and hosts say nothing of their own
+        MakeBridge(3);
+        m_collector = std::make_unique<Collector>();
+        for (const std::string number : {"2", "3"})
+            m_far["p" + number] = std::make_unique<Sniffer>("h" + number);
+    }
+
+    /// The bridge's own address is a router's, with a network in another namespace behind r0.
+    void MakeRouter()
+    {
+        m_host = std::make_unique<Network::Host>();
+        SetSwitch("ipv6/conf/br0/disable_ipv6", "0");
+        SetSwitch("ipv6/conf/default/disable_ipv6", "0");
+        Network::Ip(
+            "link set br0 address 02:00:00:00:00:30\n"
+            "addr add 10.0.0.254/24 dev br0\n"
+            "addr add 2001:db8:a::254/64 dev br0 nodad\n"
+            "link add r0 type veth peer name r1 netns " +
+            std::to_string(m_host->Pid()) +
+            "\nlink set r0 up\n"
+            "addr add 203.0.113.1/28 dev r0\n"
+            "addr add 2001:db8:b::1/96 dev r0 nodad\n"
+            "neigh add 10.0.0.1 lladdr 02:00:00:00:00:01 nud permanent dev br0\n"
+            "neigh add 203.0.113.2 lladdr 02:00:00:00:00:42 nud permanent dev r0\n"
+            "neigh add 203.0.113.3 lladdr 02:00:00:00:00:43 nud permanent dev r0\n"
+            "neigh add 2001:db8:b::2 lladdr 02:00:00:00:00:42 nud permanent dev r0");
+        m_host->Within([&] {
+            Network::Ip("link set r1 up");
+            m_far["r0"] = std::make_unique<Sniffer>("r1");
+        });
+        support::Await("r0 to have a carrier", [] {
+            return Network::Run({"ip", "-o", "link", "show", "r0"}).find("LOWER_UP") != std::string::npos;
+        });
+        Network::Ip(
+            "route add 192.0.2.0/25 via 203.0.113.2\n"
+            "route add blackhole 192.0.2.192/26\n"
+            "route add 2001:db8:c::/48 via 2001:db8:b::2");
+        SetSwitch("ipv4/ip_forward", "1");
+        SetSwitch("ipv6/conf/all/forwarding", "1");
+    }
+
+    void Sample()
+    {
+        m_agent = &StartSource();
+        m_agent->AddCollector("c1", m_collector->Port());
+        m_agent->Update("p1", {.flows = "c1"});
+    }
+
+    /// Interfaces by which it has left.
+    std::vector<std::string> LeftBy(std::uint64_t number)
+    {
+        std::vector<std::string> leaving;
+        for (const auto& [interface, sniffer] : m_far)
+            if (sniffer->Heard(number)) leaving.push_back(interface);
+        return leaving;
+    }
+
+    void ExpectRows(const std::vector<Row>& rows)
+    {
+        Injector injector("h1");
+        std::uint64_t count = 0;
+        for (const Row& row : rows) {
+            SCOPED_TRACE(row.name);
+            FrameOptions options = row.frame;
+            options.number = ++count;
+            const Bytes frame = support::UdpFrame(options);
+            injector.Send(row.mac.empty() ? frame : To(frame, row.mac));
+            const DecodedFlow flow = m_collector->AwaitFlows(count).back();
+            EXPECT_TRUE(
+                support::Becomes([&] { return LeftBy(count) == row.leaves; }, std::chrono::seconds(5)))
+                << "the kernel itself has sent it by " << testing::PrintToString(LeftBy(count));
+            EXPECT_EQ(flow.input, (DecodedPort{0, Network::Index("p1")}));
+            EXPECT_EQ(flow.output,
+                      row.port.empty() ? row.output : (DecodedPort{0, Network::Index(row.port)}));
+            EXPECT_EQ(flow.extendedRouter, row.router);
+            EXPECT_EQ(flow.extendedSwitch, row.tags);
+        }
+    }
+
+private:
+    std::unique_ptr<Collector> m_collector;
+    std::unique_ptr<Network::Host> m_host;
+    std::map<std::string, std::unique_ptr<Sniffer>> m_far;  // by the interface that it is behind
+    Agent* m_agent = nullptr;
+};
+
+FrameOptions ToRouter(const std::string& destination)
+{
+    const bool six = destination.find(':') != std::string::npos;
+    return {.to = kRouter, .source = six ? "2001:db8:a::1" : "10.0.0.1", .destination = destination};
+}
+
+INSTANTIATE_TEST_SUITE_P(, PathsTest, BothSources(), NameOfSource);
+
+TEST_P(PathsTest, ABridgedFrameNamesThePortOrHowManyPortsItLeavesBy)
+{
+    Network::Bridge("link set dev p3 flood off");
+    Sample();
+    ExpectRows({
+        {.name = "known", .frame = {.to = 2}, .port = "p2", .leaves = {"p2"}},
+        {.name = "known, not flooded", .frame = {.to = 3}, .port = "p3", .leaves = {"p3"}},
+        {.name = "unknown", .frame = {.to = kNobody}, .output = {2, 1}, .leaves = {"p2"}},
+        {.name = "broadcast",
+         .frame = {},
+         .mac = std::vector<int>(6, 0xFF),
+         .output = {2, 2},
+         .leaves = {"p2", "p3"}},
+        {.name = "multicast",
+         .frame = {},
+         .mac = {1, 0, 0x5E, 1, 1, 1},
+         .output = {2, 2},
+         .leaves = {"p2", "p3"}},
+        {.name = "where it came from", .frame = {.to = 1}, .output = kDiscarded},
+    });
+}
+
+TEST_P(PathsTest, ARoutedPacketNamesInterfaceNextHopAndPrefixes)
+{
+    MakeRouter();
+    Sample();
+    const DecodedRouter far{"203.0.113.2", 24, 25};
+    const DecodedRouter near{"", 24, 28};
+    const DecodedRouter farSix{"2001:db8:b::2", 64, 48};
+    const auto routed = [](const char* name, const char* to, const DecodedRouter& by) {
+        return Row{.name = name, .frame = ToRouter(to), .port = "r0", .leaves = {"r0"}, .router = by};
+    };
+    ExpectRows({
+        routed("by a next hop", "192.0.2.7", far),
+        routed("by it again", "192.0.2.7", far),
+        routed("to a neighbour", "203.0.113.3", near),
+        routed("IPv6 by a next hop", "2001:db8:c::7", farSix),
+        {.name = "delivered here", .frame = ToRouter("10.0.0.254"), .output = kInternal},
+        {.name = "to another address here", .frame = ToRouter("203.0.113.1"), .output = kInternal},
+        {.name = "IPv6 delivered here", .frame = ToRouter("2001:db8:a::254"), .output = kInternal},
+        {.name = "into a black hole", .frame = ToRouter("192.0.2.200"), .output = kDiscarded},
+        {.name = "bridged, not routed",
+         .frame = {.to = 2, .destination = "192.0.2.7"},
+         .port = "p2",
+         .leaves = {"p2"}},
+    });
+}
+
+TEST_P(PathsTest, ABridgeThatTellsVlansApartGivesEachFrameItsVlan)
+{
+    try {
+        Network::Ip("link set br0 type bridge vlan_filtering 1");
+    } catch (const std::runtime_error& error) {
+        GTEST_SKIP() << "this kernel's bridges do not tell VLANs apart: " << error.what();
+    }
+    // Frames leave without a tag, so that they are heard.
+    Network::Bridge(
+        "vlan del dev p1 vid 1\nvlan del dev p2 vid 1\nvlan del dev p3 vid 1\n"
+        "vlan add dev p1 vid 10 pvid untagged\nvlan add dev p1 vid 20\n"
+        "vlan add dev p2 vid 10 pvid untagged\nvlan add dev p2 vid 20 untagged\n"
+        "vlan add dev p3 vid 20 untagged\n"
+        "fdb add 02:00:00:00:00:02 dev p2 master static vlan 10\n"
+        "fdb add 02:00:00:00:00:03 dev p3 master static vlan 20");
+    Sample();
+    ExpectRows({
+        {.name = "untagged", .frame = {.to = 2}, .port = "p2", .leaves = {"p2"}, .tags = {10, 0, 10, 0}},
+        {.name = "tagged",
+         .frame = {.to = 3, .tags = {0x8100A014}},
+         .port = "p3",
+         .leaves = {"p3"},
+         .tags = {20, 5, 20, 5}},
+        {.name = "unknown in its VLAN",
+         .frame = {.to = kNobody},
+         .output = {2, 1},
+         .leaves = {"p2"},
+         .tags = {10, 0, 10, 0}},
+        {.name = "unknown in the other VLAN",
+         .frame = {.to = 2, .tags = {0x81000014}},
+         .output = {2, 2},
+         .leaves = {"p2", "p3"},
+         .tags = {20, 0, 20, 0}},
+        {.name = "of a VLAN that the port has not",
+         .frame = {.to = 2, .tags = {0x8100001E}},
+         .output = kDiscarded,
+         .tags = {30, 0, 0, 0}},
+    });
+}
+
+}  // namespace
+
+}  // namespace samples_tests

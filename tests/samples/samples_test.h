@@ -1,0 +1,97 @@
+// What the suites of this folder share: a network of the test's own with a bridge, agents and collectors in
+// it, and both sources of packets as rows. Each test is skipped where the kernel does not allow its source.
+
+#ifndef SAMPLES_SAMPLES_TEST_H
+#define SAMPLES_SAMPLES_TEST_H
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "samples/agent.h"
+#include "samples/collector.h"
+#include "support/network.h"
+
+namespace samples_tests {
+
+using support::DecodedPort;
+using support::Injector;
+using support::Network;
+
+/// Delivered on this machine, or made here.
+inline constexpr DecodedPort kInternal{0, 0x3FFFFFFF};
+
+/// What the kernel's own table says of an interface; as its columns are.
+struct KernelCounters {
+    std::uint64_t rxBytes = 0, rxPackets = 0, rxErrors = 0, rxDropped = 0, rxFifo = 0, rxFrame = 0,
+                  rxCompressed = 0, multicast = 0;
+    std::uint64_t txBytes = 0, txPackets = 0, txErrors = 0, txDropped = 0;
+};
+KernelCounters CountersOf(const std::string& interface);
+
+class SamplesTest : public testing::Test {
+protected:
+    ~SamplesTest() override;
+    void SetUp() override;
+    /// Ends the manager, which must end normally.
+    void TearDown() override;
+
+    /// A bridge br0 with the ports p1 to pN; what h1 to hN send enters there. The address Mac(i) is behind
+    /// port i and nowhere else: nothing is learned.
+    static void MakeBridge(int ports, int mtu = 1500);
+    /// An address of that number is nobody's: the bridge floods what is sent there.
+    static constexpr std::uint8_t kNobody = 0xEE;
+
+    /// Starts the manager. Once in a test.
+    Agent& Start(const std::string& source = "packet-socket", const std::vector<std::string>& arguments = {});
+    [[nodiscard]] Agent& TheAgent() { return *m_agent; }
+
+    /// Packets that entered by the interface, as the kernel counts them.
+    static std::uint64_t Received(const std::string& interface) { return CountersOf(interface).rxPackets; }
+
+private:
+    std::optional<Network> m_network;
+    std::unique_ptr<Agent> m_agent;
+};
+
+/// A source of packets that a test runs with.
+struct SourceRow {
+    const char* name;
+    const char* option;  // of --source
+};
+
+class SourceTest : public SamplesTest, public testing::WithParamInterface<SourceRow> {
+protected:
+    void SetUp() override;
+    Agent& StartSource(const std::vector<std::string>& arguments = {})
+    {
+        return Start(GetParam().option, arguments);
+    }
+    [[nodiscard]] static bool IsEbpf() { return std::string(GetParam().option) == "ebpf"; }
+};
+
+/// `INSTANTIATE_TEST_SUITE_P(, Suite, BothSources(), NameOfSource)`.
+inline auto BothSources()
+{
+    return testing::Values(SourceRow{"Ebpf", "ebpf"}, SourceRow{"PacketSocket", "packet-socket"});
+}
+std::string NameOfSource(const testing::TestParamInfo<SourceRow>& row);
+void PrintTo(const SourceRow& row, std::ostream* out);
+
+/// "0:5" and so on, for messages.
+std::string Text(const DecodedPort& port);
+
+}  // namespace samples_tests
+
+namespace support {
+void PrintTo(const DecodedPort& port, std::ostream* out);
+void PrintTo(const DecodedSwitch& tags, std::ostream* out);
+void PrintTo(const DecodedRouter& router, std::ostream* out);
+}  // namespace support
+
+#endif

@@ -1,0 +1,124 @@
+// Frames of many shapes (see the header).
+
+#include "samples/shapes.h"
+
+#include <cstddef>
+#include <initializer_list>
+
+namespace samples_tests {
+namespace {
+
+using support::Bytes;
+using support::EthernetFrame;
+using support::FrameOptions;
+using support::UdpFrame;
+
+constexpr std::size_t kEthernet = 14, kTag = 4, kIpv4 = 20, kIpv6 = 40;
+constexpr const char* kSix = "2001:db8::1";
+constexpr const char* kOtherSix = "2001:db8::2";
+
+void Put(Bytes& bytes, std::size_t at, std::initializer_list<int> values)
+{
+    for (const int value : values) bytes.at(at++) = static_cast<std::byte>(value);
+}
+
+/// Where IP begins.
+std::size_t IpOf(const FrameOptions& options) { return kEthernet + kTag * options.tags.size(); }
+
+bool IsSix(const FrameOptions& options) { return options.source.find(':') != std::string::npos; }
+
+/// Gives the frame another protocol, and IPv4 its checksum for it; returns where the payload of IP begins.
+std::size_t Become(Bytes& frame, const FrameOptions& options, int protocol)
+{
+    const std::size_t ip = IpOf(options);
+    if (IsSix(options)) {
+        Put(frame, ip + 6, {protocol});
+        return ip + kIpv6;
+    }
+    Put(frame, ip + 9, {protocol, 0, 0});
+    unsigned sum = 0;
+    for (std::size_t at = ip; at < ip + kIpv4; at += 2)
+        sum += std::to_integer<unsigned>(frame[at]) << 8U | std::to_integer<unsigned>(frame[at + 1]);
+    while (sum >> 16U != 0) sum = (sum & 0xFFFFU) + (sum >> 16U);
+    sum = ~sum & 0xFFFFU;
+    Put(frame, ip + 10, {static_cast<int>(sum >> 8U), static_cast<int>(sum & 0xFFU)});
+    return ip + kIpv4;
+}
+
+}  // namespace
+
+Bytes TcpFrame(const FrameOptions& options)
+{
+    Bytes frame = UdpFrame(options);
+    const std::size_t tcp = Become(frame, options, 6);
+    constexpr int kFiveWords = 0x50, kAck = 0x10;
+    Put(frame, tcp + 4, {0, 0, 0, 1, 0, 0, 0, 1, kFiveWords, kAck, 0xFF, 0xFF, 0, 0, 0, 0});
+    return frame;
+}
+
+Bytes EchoFrame(const FrameOptions& options)
+{
+    constexpr int kIcmp = 1, kIcmp6 = 58, kEcho = 8, kEcho6 = 128;
+    Bytes frame = UdpFrame(options);
+    const std::size_t icmp = Become(frame, options, IsSix(options) ? kIcmp6 : kIcmp);
+    Put(frame, icmp, {IsSix(options) ? kEcho6 : kEcho, 0, 0, 0, 0, 1, 0, 1});
+    return frame;
+}
+
+Bytes To(Bytes frame, const std::vector<int>& mac)
+{
+    for (std::size_t i = 0; i < mac.size(); ++i) frame.at(i) = static_cast<std::byte>(mac[i]);
+    return frame;
+}
+
+std::vector<Shape> Shapes()
+{
+    const std::vector<int> everybody(6, 0xFF);
+    const auto six = [](std::size_t size) {
+        return FrameOptions{.source = kSix, .destination = kOtherSix, .size = size};
+    };
+    return {
+        {"UDP over IPv4", UdpFrame({.size = 200})},
+        {"TCP over IPv4", TcpFrame({.size = 300})},
+        {"ICMP", EchoFrame({.size = 98})},
+        {"UDP over IPv6", UdpFrame(six(201))},
+        {"TCP over IPv6", TcpFrame(six(301))},
+        {"ICMPv6", EchoFrame(six(118))},
+        {"one tag", UdpFrame({.tags = {0x81006064}, .size = 204}), Goes::kToP2, 100, 3},
+        {"one tag before IPv6",
+         [&] {
+             FrameOptions options = six(222);
+             options.tags = {0x8100EFFE};
+             return UdpFrame(options);
+         }(),
+         Goes::kToP2, 0xFFE, 7},
+        {"a priority and no VLAN", TcpFrame({.tags = {0x8100A000}, .size = 150}), Goes::kToP2, 0, 5},
+        {"a service tag", UdpFrame({.tags = {0x88A82007}, .size = 151}), Goes::kToP2, 7, 1},
+        {"QinQ", UdpFrame({.tags = {0x88A840C8, 0x8100000A}, .size = 152}), Goes::kToP2, 200, 2},
+        {"QinQ of one kind", UdpFrame({.tags = {0x8100012C, 0x8100E00B}, .size = 153}), Goes::kToP2, 300, 0},
+        {"a tagged echo", EchoFrame({.tags = {0x81000001}, .size = 90}), Goes::kToP2, 1, 0},
+        {"ARP", To(EthernetFrame(1, 0, 0x0806, 42), everybody), Goes::kToBoth},
+        {"a tagged broadcast", To(UdpFrame({.tags = {0x81000005}, .size = 160}), everybody), Goes::kToBoth, 5,
+         0},
+        {"multicast of IPv4", To(UdpFrame({.destination = "224.1.2.3"}), {1, 0, 0x5E, 1, 2, 3}),
+         Goes::kToBoth},
+        {"multicast of IPv6",
+         To(UdpFrame({.source = kSix, .destination = "ff02::1:2", .size = 210}), {0x33, 0x33, 0, 1, 0, 2}),
+         Goes::kToBoth},
+        {"LLDP", To(EthernetFrame(1, 0, 0x88CC, 70), {1, 0x80, 0xC2, 0, 0, 0x0E}), Goes::kHere},
+        {"a header alone", EthernetFrame(1, 2, 0x88B5, 14)},
+        {"one byte", EthernetFrame(1, 2, 0x88B6, 15)},
+        {"59 bytes", EthernetFrame(1, 2, 0x88B7, 59)},
+        {"60 bytes", EthernetFrame(1, 2, 0x88B8, 60)},
+        {"a length for a type", EthernetFrame(1, 2, 0x0026, 52)},
+        {"as much as is sampled", EthernetFrame(1, 2, 0x88B9, 128)},
+        {"a byte more", EthernetFrame(1, 2, 0x88BA, 129)},
+        {"with its tag as much as is sampled", UdpFrame({.tags = {0x81000006}, .size = 128}), Goes::kToP2, 6,
+         0},
+        {"as much as is common", UdpFrame({.size = 1514, .number = 1})},
+        {"jumbo", UdpFrame({.size = 9014, .number = 2})},
+        {"tagged jumbo", UdpFrame({.tags = {0x81000FFF}, .size = 9018}), Goes::kToP2, 0xFFF, 0},
+    };
+}
+
+}  // namespace samples_tests
