@@ -46,7 +46,8 @@ protected:
     /// a look at IsSkipped.
     void Start(const std::string& source, SamplingOptions options = {});
 
-    SamplingWorld& World() { return *m_world; }
+    [[nodiscard]] SamplingWorld& World() { return *m_world; }
+    [[nodiscard]] const SamplingWorld& World() const { return *m_world; }
     support::ServiceClient& Service() { return m_world->Service(); }
 
     /// Tells the open session the whole configuration: the interfaces sampled at 1:`rate` for a collector

@@ -1,0 +1,67 @@
+// The configuration database, played by a test (see the header).
+
+#include "endurance/database.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <stdexcept>
+#include <system_error>
+
+#include "ipc/cdb.pb.h"
+
+namespace endurance {
+
+Database::Database(const std::filesystem::path& socket)
+    : m_listening(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = socket.string();
+    std::copy(path.begin(), path.end(), address.sun_path);
+    pollfd waiting{.fd = m_listening, .events = POLLIN, .revents = 0};
+    int connection = -1;
+    if (::bind(m_listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+        ::listen(m_listening, 1) == 0 &&
+        ::poll(&waiting, 1, static_cast<int>(std::chrono::milliseconds(support::kPatience).count())) == 1)
+        connection = ::accept4(m_listening, nullptr, nullptr, SOCK_CLOEXEC);
+    if (connection < 0) {
+        const int error = errno;
+        ::close(m_listening);
+        throw std::system_error(error, std::generic_category(), "the manager at " + path);
+    }
+    m_manager = std::make_unique<support::FrameClient>(connection);
+    ipc::cdb::ClientMessage message;
+    while (!message.has_ready())
+        if (!m_manager->Receive(message)) throw std::runtime_error("the manager has ended the connection");
+    ipc::cdb::ServerMessage welcome;
+    welcome.mutable_welcome()->set_store_dir("/nowhere");
+    m_manager->Send(welcome);
+}
+
+Database::~Database() { ::close(m_listening); }
+
+nlohmann::json Database::State()
+{
+    ipc::cdb::ServerMessage request;
+    request.mutable_state_request()->set_request(++m_requests);
+    m_manager->Send(request);
+    ipc::cdb::ClientMessage answer;
+    if (!m_manager->Receive(answer) || !answer.has_state_reply())
+        throw std::runtime_error("no state but: " + answer.ShortDebugString());
+    return nlohmann::json::parse(answer.state_reply().json()).at("switch-state:state").at("oam").at("sflow");
+}
+
+nlohmann::json Database::Entry(const std::string& list, const std::string& name)
+{
+    const nlohmann::json state = State();
+    for (const auto& entry : state.at(list))
+        if (entry.at("name") == name) return entry;
+    throw std::out_of_range("no " + list + " " + name);
+}
+
+}  // namespace endurance
