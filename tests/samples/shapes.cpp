@@ -11,9 +11,9 @@ namespace {
 using support::Bytes;
 using support::EthernetFrame;
 using support::FrameOptions;
-using support::UdpFrame;
 
 constexpr std::size_t kEthernet = 14, kTag = 4, kIpv4 = 20, kIpv6 = 40;
+constexpr int kIcmp = 1, kTcp = 6, kUdp = 17, kIcmp6 = 58;
 constexpr const char* kSix = "2001:db8::1";
 constexpr const char* kOtherSix = "2001:db8::2";
 
@@ -27,41 +27,87 @@ std::size_t IpOf(const FrameOptions& options) { return kEthernet + kTag * option
 
 bool IsSix(const FrameOptions& options) { return options.source.find(':') != std::string::npos; }
 
-/// Gives the frame another protocol, and IPv4 its checksum for it; returns where the payload of IP begins.
-std::size_t Become(Bytes& frame, const FrameOptions& options, int protocol)
+std::size_t PayloadOf(const FrameOptions& options)
+{
+    return IpOf(options) + (IsSix(options) ? kIpv6 : kIpv4);
+}
+
+/// One's complement sum of 16-bit words.
+class Checksum {
+public:
+    void Add(const Bytes& bytes, std::size_t from, std::size_t to)
+    {
+        for (std::size_t at = from; at < to; ++at)
+            m_sum += std::to_integer<unsigned>(bytes[at]) << ((at - from) % 2 == 0 ? 8U : 0U);
+    }
+    void Add(std::size_t word) { m_sum += static_cast<unsigned>(word); }
+    void PutInto(Bytes& bytes, std::size_t at) const
+    {
+        unsigned sum = m_sum;
+        while (sum >> 16U != 0) sum = (sum & 0xFFFFU) + (sum >> 16U);
+        sum = ~sum & 0xFFFFU;
+        if (sum == 0) sum = 0xFFFF;
+        Put(bytes, at, {static_cast<int>(sum >> 8U), static_cast<int>(sum & 0xFFU)});
+    }
+
+private:
+    unsigned m_sum = 0;
+};
+
+/// Gives the frame this protocol, and checksums: that of IPv4, and that of the payload at `at` in it.
+void Finish(Bytes& frame, const FrameOptions& options, int protocol, std::size_t at)
 {
     const std::size_t ip = IpOf(options);
+    const std::size_t payload = PayloadOf(options);
     if (IsSix(options)) {
         Put(frame, ip + 6, {protocol});
-        return ip + kIpv6;
+    } else {
+        Put(frame, ip + 9, {protocol, 0, 0});
+        Checksum header;
+        header.Add(frame, ip, payload);
+        header.PutInto(frame, ip + 10);
     }
-    Put(frame, ip + 9, {protocol, 0, 0});
-    unsigned sum = 0;
-    for (std::size_t at = ip; at < ip + kIpv4; at += 2)
-        sum += std::to_integer<unsigned>(frame[at]) << 8U | std::to_integer<unsigned>(frame[at + 1]);
-    while (sum >> 16U != 0) sum = (sum & 0xFFFFU) + (sum >> 16U);
-    sum = ~sum & 0xFFFFU;
-    Put(frame, ip + 10, {static_cast<int>(sum >> 8U), static_cast<int>(sum & 0xFFU)});
-    return ip + kIpv4;
+    Put(frame, payload + at, {0, 0});
+    Checksum sum;
+    sum.Add(frame, payload, frame.size());
+    if (protocol != kIcmp) {
+        sum.Add(frame, payload - (IsSix(options) ? 32 : 8), payload);  // both addresses
+        sum.Add(frame.size() - payload);
+        sum.Add(static_cast<std::size_t>(protocol));
+    }
+    sum.PutInto(frame, payload + at);
+}
+
+std::uint16_t WordAt(const Bytes& bytes, std::size_t at)
+{
+    return static_cast<std::uint16_t>(std::to_integer<unsigned>(bytes.at(at)) << 8U |
+                                      std::to_integer<unsigned>(bytes.at(at + 1)));
 }
 
 }  // namespace
 
+Bytes IpUdp(const FrameOptions& options)
+{
+    Bytes frame = support::UdpFrame(options);
+    Finish(frame, options, kUdp, 6);
+    return frame;
+}
+
 Bytes TcpFrame(const FrameOptions& options)
 {
-    Bytes frame = UdpFrame(options);
-    const std::size_t tcp = Become(frame, options, 6);
+    Bytes frame = support::UdpFrame(options);
     constexpr int kFiveWords = 0x50, kAck = 0x10;
-    Put(frame, tcp + 4, {0, 0, 0, 1, 0, 0, 0, 1, kFiveWords, kAck, 0xFF, 0xFF, 0, 0, 0, 0});
+    Put(frame, PayloadOf(options) + 4, {0, 0, 0, 1, 0, 0, 0, 1, kFiveWords, kAck, 0xFF, 0xFF, 0, 0, 0, 0});
+    Finish(frame, options, kTcp, 16);
     return frame;
 }
 
 Bytes EchoFrame(const FrameOptions& options)
 {
-    constexpr int kIcmp = 1, kIcmp6 = 58, kEcho = 8, kEcho6 = 128;
-    Bytes frame = UdpFrame(options);
-    const std::size_t icmp = Become(frame, options, IsSix(options) ? kIcmp6 : kIcmp);
-    Put(frame, icmp, {IsSix(options) ? kEcho6 : kEcho, 0, 0, 0, 0, 1, 0, 1});
+    constexpr int kEcho = 8, kEcho6 = 128;
+    Bytes frame = support::UdpFrame(options);
+    Put(frame, PayloadOf(options), {IsSix(options) ? kEcho6 : kEcho, 0, 0, 0, 0, 1, 0, 1});
+    Finish(frame, options, IsSix(options) ? kIcmp6 : kIcmp, 2);
     return frame;
 }
 
@@ -71,6 +117,19 @@ Bytes To(Bytes frame, const std::vector<int>& mac)
     return frame;
 }
 
+std::vector<Shape> IpShapes()
+{
+    std::vector<Shape> shapes = Shapes();
+    std::erase_if(shapes, [](const Shape& shape) {
+        std::size_t at = kEthernet - 2;
+        while (at + kTag + 2 < shape.frame.size() &&
+               (WordAt(shape.frame, at) == 0x8100 || WordAt(shape.frame, at) == 0x88A8))
+            at += kTag;
+        return WordAt(shape.frame, at) != 0x0800 && WordAt(shape.frame, at) != 0x86DD;
+    });
+    return shapes;
+}
+
 std::vector<Shape> Shapes()
 {
     const std::vector<int> everybody(6, 0xFF);
@@ -78,32 +137,31 @@ std::vector<Shape> Shapes()
         return FrameOptions{.source = kSix, .destination = kOtherSix, .size = size};
     };
     return {
-        {"UDP over IPv4", UdpFrame({.size = 200})},
+        {"UDP over IPv4", IpUdp({.size = 200})},
         {"TCP over IPv4", TcpFrame({.size = 300})},
         {"ICMP", EchoFrame({.size = 98})},
-        {"UDP over IPv6", UdpFrame(six(201))},
+        {"UDP over IPv6", IpUdp(six(201))},
         {"TCP over IPv6", TcpFrame(six(301))},
         {"ICMPv6", EchoFrame(six(118))},
-        {"one tag", UdpFrame({.tags = {0x81006064}, .size = 204}), Goes::kToP2, 100, 3},
+        {"one tag", IpUdp({.tags = {0x81006064}, .size = 204}), Goes::kToP2, 100, 3},
         {"one tag before IPv6",
          [&] {
              FrameOptions options = six(222);
              options.tags = {0x8100EFFE};
-             return UdpFrame(options);
+             return IpUdp(options);
          }(),
          Goes::kToP2, 0xFFE, 7},
         {"a priority and no VLAN", TcpFrame({.tags = {0x8100A000}, .size = 150}), Goes::kToP2, 0, 5},
-        {"a service tag", UdpFrame({.tags = {0x88A82007}, .size = 151}), Goes::kToP2, 7, 1},
-        {"QinQ", UdpFrame({.tags = {0x88A840C8, 0x8100000A}, .size = 152}), Goes::kToP2, 200, 2},
-        {"QinQ of one kind", UdpFrame({.tags = {0x8100012C, 0x8100E00B}, .size = 153}), Goes::kToP2, 300, 0},
+        {"a service tag", IpUdp({.tags = {0x88A82007}, .size = 151}), Goes::kToP2, 7, 1},
+        {"QinQ", IpUdp({.tags = {0x88A840C8, 0x8100000A}, .size = 152}), Goes::kToP2, 200, 2},
+        {"QinQ of one kind", IpUdp({.tags = {0x8100012C, 0x8100E00B}, .size = 153}), Goes::kToP2, 300, 0},
         {"a tagged echo", EchoFrame({.tags = {0x81000001}, .size = 90}), Goes::kToP2, 1, 0},
         {"ARP", To(EthernetFrame(1, 0, 0x0806, 42), everybody), Goes::kToBoth},
-        {"a tagged broadcast", To(UdpFrame({.tags = {0x81000005}, .size = 160}), everybody), Goes::kToBoth, 5,
+        {"a tagged broadcast", To(IpUdp({.tags = {0x81000005}, .size = 160}), everybody), Goes::kToBoth, 5,
          0},
-        {"multicast of IPv4", To(UdpFrame({.destination = "224.1.2.3"}), {1, 0, 0x5E, 1, 2, 3}),
-         Goes::kToBoth},
+        {"multicast of IPv4", To(IpUdp({.destination = "224.1.2.3"}), {1, 0, 0x5E, 1, 2, 3}), Goes::kToBoth},
         {"multicast of IPv6",
-         To(UdpFrame({.source = kSix, .destination = "ff02::1:2", .size = 210}), {0x33, 0x33, 0, 1, 0, 2}),
+         To(IpUdp({.source = kSix, .destination = "ff02::1:2", .size = 210}), {0x33, 0x33, 0, 1, 0, 2}),
          Goes::kToBoth},
         {"LLDP", To(EthernetFrame(1, 0, 0x88CC, 70), {1, 0x80, 0xC2, 0, 0, 0x0E}), Goes::kHere},
         {"a header alone", EthernetFrame(1, 2, 0x88B5, 14)},
@@ -113,11 +171,10 @@ std::vector<Shape> Shapes()
         {"a length for a type", EthernetFrame(1, 2, 0x0026, 52)},
         {"as much as is sampled", EthernetFrame(1, 2, 0x88B9, 128)},
         {"a byte more", EthernetFrame(1, 2, 0x88BA, 129)},
-        {"with its tag as much as is sampled", UdpFrame({.tags = {0x81000006}, .size = 128}), Goes::kToP2, 6,
-         0},
-        {"as much as is common", UdpFrame({.size = 1514, .number = 1})},
-        {"jumbo", UdpFrame({.size = 9014, .number = 2})},
-        {"tagged jumbo", UdpFrame({.tags = {0x81000FFF}, .size = 9018}), Goes::kToP2, 0xFFF, 0},
+        {"with its tag as much as is sampled", IpUdp({.tags = {0x81000006}, .size = 128}), Goes::kToP2, 6, 0},
+        {"as much as is common", IpUdp({.size = 1514, .number = 1})},
+        {"jumbo", IpUdp({.size = 9014, .number = 2})},
+        {"tagged jumbo", IpUdp({.tags = {0x81000FFF}, .size = 9018}), Goes::kToP2, 0xFFF, 0},
     };
 }
 

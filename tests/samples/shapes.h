@@ -29,7 +29,12 @@ struct Shape {
 /// From Mac(1); none is larger than an MTU of 9000 takes, and no two have the same first 60 bytes.
 std::vector<Shape> Shapes();
 
-// Frames that support/network.h has not.
+/// Those of them that are IP whole and right, checksums too, so that dissectors have nothing to say.
+std::vector<Shape> IpShapes();
+
+// Frames that support/network.h has not, with checksums.
+/// Also for IPv6, where UDP may not go without one.
+support::Bytes IpUdp(const support::FrameOptions& options);
 support::Bytes TcpFrame(const support::FrameOptions& options);
 /// ICMP or ICMPv6, an echo request.
 support::Bytes EchoFrame(const support::FrameOptions& options);
