@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <thread>
 
 namespace capture {
 
@@ -27,8 +28,11 @@ constexpr unsigned kTcp4 = 1;
 constexpr unsigned kTcp6 = 4;
 constexpr unsigned kEcn = 0x80;
 
+// What stands before a packet in any case.
+constexpr std::size_t kHeaders = TPACKET_ALIGN(sizeof(tpacket3_hdr)) + sizeof(sockaddr_ll);
+
 // How long a packet may be in the making on another CPU when the filter has been closed behind it.
-constexpr int kUnfinishedTries = 100000;
+constexpr int kUnfinishedTries = 10000;
 
 std::uint32_t Status(const std::byte* packet)
 {
@@ -68,10 +72,14 @@ void SetTag(Sample& sample, const tpacket3_hdr& header, std::uint32_t status)
 
 }  // namespace
 
-bool RingBlocks::Waits() const
+std::size_t RingBlocks::Waiting() const
 {
-    const auto* block = reinterpret_cast<const tpacket_block_desc*>(Block());
-    return (__atomic_load_n(&block->hdr.bh1.block_status, __ATOMIC_ACQUIRE) & TP_STATUS_USER) != 0;
+    std::size_t waiting = 0;
+    for (std::size_t at = m_next; waiting < m_area.blocks; at = (at + 1) % m_area.blocks, ++waiting) {
+        const auto* block = reinterpret_cast<const tpacket_block_desc*>(At(at));
+        if ((__atomic_load_n(&block->hdr.bh1.block_status, __ATOMIC_ACQUIRE) & TP_STATUS_USER) == 0) break;
+    }
+    return waiting;
 }
 
 void RingBlocks::Take(std::vector<Sample>& samples) const
@@ -91,47 +99,63 @@ void RingBlocks::TakeUnfinished(std::vector<Sample>& samples, std::uint64_t most
     const auto* block = reinterpret_cast<const tpacket_block_desc*>(Block());
     const std::uint32_t count = __atomic_load_n(&block->hdr.bh1.num_pkts, __ATOMIC_ACQUIRE);
     std::size_t at = block->hdr.bh1.offset_to_first_pkt;
-    for (std::uint32_t packet = 0; packet < count && at + sizeof(tpacket3_hdr) <= m_area.blockSize;
-         ++packet) {
+    for (std::uint32_t packet = 0; packet < count && IsInside(at); ++packet) {
         for (int tries = 0; (Status(Block() + at) & TP_STATUS_USER) == 0 && tries < kUnfinishedTries; ++tries)
-            __builtin_ia32_pause();
-        at += reinterpret_cast<const tpacket3_hdr*>(Block() + at)->tp_next_offset;
+            std::this_thread::yield();
+        const std::uint32_t next = HeaderAt(at).tp_next_offset;
+        if (next == 0) break;
+        at += next;
     }
     Walk(samples, most);
 }
 
+bool RingBlocks::IsInside(std::size_t at) const
+{
+    return at % alignof(tpacket3_hdr) == 0 && at + kHeaders <= m_area.blockSize;
+}
+
+const tpacket3_hdr& RingBlocks::HeaderAt(std::size_t at) const
+{
+    return *reinterpret_cast<const tpacket3_hdr*>(Block() + at);
+}
+
 void RingBlocks::Walk(std::vector<Sample>& samples, std::uint64_t most) const
 {
-    const std::byte* block = Block();
-    const auto& head = reinterpret_cast<const tpacket_block_desc*>(block)->hdr.bh1;
-    const std::size_t size = m_area.blockSize;
-    constexpr std::size_t kHeaders = TPACKET_ALIGN(sizeof(tpacket3_hdr)) + sizeof(sockaddr_ll);
+    const auto& head = reinterpret_cast<const tpacket_block_desc*>(Block())->hdr.bh1;
+    const std::uint32_t count = head.num_pkts;
     std::size_t at = head.offset_to_first_pkt;
-    for (std::uint32_t packet = 0; packet < head.num_pkts && most > 0 && at + kHeaders <= size; ++packet) {
-        const auto& header = *reinterpret_cast<const tpacket3_hdr*>(block + at);
-        const std::uint32_t status = Status(block + at);
-        const std::size_t data = at + header.tp_mac;
-        const std::size_t next = header.tp_next_offset;
-        // Not a packet: the kernel gave it up (segments that it can't describe) and counted it as dropped.
-        if ((status & TP_STATUS_USER) != 0 && data + header.tp_snaplen <= size) {
-            Sample& sample = samples.emplace_back();
-            const auto& address =
-                *reinterpret_cast<const sockaddr_ll*>(block + at + TPACKET_ALIGN(sizeof(tpacket3_hdr)));
-            sample.egress = address.sll_pkttype == PACKET_OUTGOING;
-            sample.etherType = ntohs(address.sll_protocol);
-            sample.length = header.tp_len;
-            sample.header = {block + data, header.tp_snaplen};
-            SetTag(sample, header, status);
-            if (m_tellsSegments) {
-                SegmentHeader segments{};
-                std::memcpy(&segments, block + data - sizeof segments, sizeof segments);
-                SetSegments(sample, segments);
-            }
-            --most;
-        }
+    for (std::uint32_t packet = 0; packet < count && most > 0 && IsInside(at); ++packet) {
+        if (TakePacket(at, samples)) --most;
+        const std::uint32_t next = HeaderAt(at).tp_next_offset;
         if (next == 0) break;
         at += next;
     }
+}
+
+bool RingBlocks::TakePacket(std::size_t at, std::vector<Sample>& samples) const
+{
+    const tpacket3_hdr& header = HeaderAt(at);
+    const std::uint32_t status = Status(Block() + at);
+    // Not a packet: the kernel gave it up (segments that it can't describe) and counted it as dropped.
+    if ((status & TP_STATUS_USER) == 0) return false;
+    const std::size_t before = kHeaders + (m_tellsSegments ? sizeof(SegmentHeader) : 0);
+    const std::size_t data = at + header.tp_mac;
+    if (header.tp_mac < before || data + header.tp_snaplen > m_area.blockSize) return false;
+    Sample& sample = samples.emplace_back();
+    const auto& address =
+        *reinterpret_cast<const sockaddr_ll*>(Block() + at + TPACKET_ALIGN(sizeof(tpacket3_hdr)));
+    sample.egress = address.sll_pkttype == PACKET_OUTGOING;
+    if (sample.egress) sample.origin = kOriginUnknown;
+    sample.etherType = ntohs(address.sll_protocol);
+    sample.length = header.tp_len;
+    sample.header = {Block() + data, std::min<std::size_t>(header.tp_snaplen, kMostHeader)};
+    SetTag(sample, header, status);
+    if (m_tellsSegments) {
+        SegmentHeader segments{};
+        std::memcpy(&segments, Block() + data - sizeof segments, sizeof segments);
+        SetSegments(sample, segments);
+    }
+    return true;
 }
 
 }  // namespace capture

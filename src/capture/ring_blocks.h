@@ -1,16 +1,20 @@
 // Reads the blocks of a sampling socket's ring (TPACKET_V3) and gives them back to the kernel. Knows the
 // layout and nothing of interfaces and rates. Used by ring_source.cpp.
 //
-// A block is handed over when it is full or 50 ms old, so nobody is woken for each packet.
+// A block is handed over when it is full or 32 ms old, so nobody is woken for each packet. What does not
+// lie within its block, or is none of the kernel's packets, is left out.
 
 #ifndef CAPTURE_RING_BLOCKS_H
 #define CAPTURE_RING_BLOCKS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include "capture/packet_source.h"
 #include "capture/ring_socket.h"
+
+struct tpacket3_hdr;
 
 namespace capture {
 
@@ -18,8 +22,10 @@ class RingBlocks {
 public:
     RingBlocks(const RingArea& area, bool tellsSegments) : m_area(area), m_tellsSegments(tellsSegments) {}
 
-    /// A block that the kernel has handed over waits.
-    [[nodiscard]] bool Waits() const;
+    /// How many blocks the kernel has handed over that wait.
+    [[nodiscard]] std::size_t Waiting() const;
+    [[nodiscard]] std::size_t Blocks() const { return m_area.blocks; }
+    [[nodiscard]] std::size_t Bytes() const { return m_area.blocks * m_area.blockSize; }
 
     /// Appends the packets of the next block. Their headers point into it until Release. Of a sample,
     /// what the ring knows is set: not interface, rate, pool and drops.
@@ -29,12 +35,20 @@ public:
     void Release();
 
     /// Appends the packets of the block that the kernel is filling, `most` at most. Only for a socket
-    /// whose filter lets nothing through any more.
+    /// whose filter lets nothing through any more. A packet that another CPU has not finished is waited for
+    /// some milliseconds.
     void TakeUnfinished(std::vector<Sample>& samples, std::uint64_t most) const;
 
 private:
-    [[nodiscard]] const std::byte* Block() const { return m_area.memory + m_next * m_area.blockSize; }
+    [[nodiscard]] const std::byte* Block() const { return At(m_next); }
+    [[nodiscard]] const std::byte* At(std::size_t block) const
+    {
+        return m_area.memory + block * m_area.blockSize;
+    }
     void Walk(std::vector<Sample>& samples, std::uint64_t most) const;
+    bool TakePacket(std::size_t at, std::vector<Sample>& samples) const;
+    [[nodiscard]] bool IsInside(std::size_t at) const;
+    [[nodiscard]] const tpacket3_hdr& HeaderAt(std::size_t at) const;
 
     RingArea m_area;
     bool m_tellsSegments;

@@ -10,15 +10,16 @@ namespace capture {
 
 namespace {
 
-// A jump to "reject" whose distance is known at the end; no program has as many instructions.
-constexpr std::uint8_t kReject = 255;
+// Jumps to the ends of a program, whose distance is known at the end; no program has as many instructions.
+constexpr std::uint8_t kOutOfScope = 255;
+constexpr std::uint8_t kNotDrawn = 254;
 
 sock_filter Load(std::uint32_t ancillary)
 {
     return BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<std::uint32_t>(SKF_AD_OFF) + ancillary);
 }
 
-sock_filter Return(std::uint32_t bytes) { return BPF_STMT(BPF_RET | BPF_K, bytes); }
+sock_filter Return(std::uint32_t value) { return BPF_STMT(BPF_RET | BPF_K, value); }
 
 sock_filter Jump(std::uint16_t condition, std::uint32_t value, std::uint8_t then, std::uint8_t otherwise)
 {
@@ -37,37 +38,46 @@ void AppendDraw(RingFilter& filter, std::uint32_t rate)
     const auto lower = static_cast<std::uint32_t>(bound);
     filter.push_back(Load(SKF_AD_RANDOM));
     if (lower == 0) {
-        filter.push_back(Jump(BPF_JGE, upper, kReject, 0));
+        filter.push_back(Jump(BPF_JGE, upper, kNotDrawn, 0));
         return;
     }
-    filter.push_back(Jump(BPF_JGT, upper, kReject, 0));
+    filter.push_back(Jump(BPF_JGT, upper, kNotDrawn, 0));
     filter.push_back(Jump(BPF_JEQ, upper, 0, 2));
     filter.push_back(Load(SKF_AD_RANDOM));
-    filter.push_back(Jump(BPF_JGE, lower, kReject, 0));
+    filter.push_back(Jump(BPF_JGE, lower, kNotDrawn, 0));
 }
 
-void AppendChoice(RingFilter& filter, const Settings& settings, std::uint32_t ownMark, bool outgoingIgnored)
+// Goes on for what is in the scope, which has a direction.
+void AppendScope(RingFilter& filter, const RingScope& scope)
 {
-    if (ownMark != 0) {
+    if (scope.ownMark != 0) {
         filter.push_back(Load(SKF_AD_MARK));
-        filter.push_back(Jump(BPF_JEQ, ownMark, kReject, 0));
+        filter.push_back(Jump(BPF_JEQ, scope.ownMark, kOutOfScope, 0));
     }
-    if (settings.ingress == settings.egress || (settings.ingress && outgoingIgnored)) return;
+    if (scope.egress && scope.ingress) return;
+    if (scope.ingress && scope.outgoingIgnored) return;
     filter.push_back(Load(SKF_AD_PKTTYPE));
-    filter.push_back(settings.ingress ? Jump(BPF_JEQ, PACKET_OUTGOING, kReject, 0)
-                                      : Jump(BPF_JEQ, PACKET_OUTGOING, 0, kReject));
+    filter.push_back(scope.ingress ? Jump(BPF_JEQ, PACKET_OUTGOING, kOutOfScope, 0)
+                                   : Jump(BPF_JEQ, PACKET_OUTGOING, 0, kOutOfScope));
 }
 
-void End(RingFilter& filter, std::uint32_t bytes)
+// What the program returns for a packet that is drawn, that is not, and that is beyond the scope.
+struct Answers {
+    std::uint32_t drawn, notDrawn, outOfScope;
+};
+
+void End(RingFilter& filter, const Answers& answers)
 {
-    filter.push_back(Return(bytes));
-    filter.push_back(Return(0));
-    const std::size_t reject = filter.size() - 1;
-    for (std::size_t at = 0; at < reject; ++at) {
+    const std::size_t end = filter.size();
+    filter.push_back(Return(answers.drawn));
+    filter.push_back(Return(answers.notDrawn));
+    filter.push_back(Return(answers.outOfScope));
+    for (std::size_t at = 0; at < end; ++at) {
         if (BPF_CLASS(filter[at].code) != BPF_JMP) continue;
-        const auto distance = static_cast<std::uint8_t>(reject - at - 1);
-        if (filter[at].jt == kReject) filter[at].jt = distance;
-        if (filter[at].jf == kReject) filter[at].jf = distance;
+        for (std::uint8_t* distance : {&filter[at].jt, &filter[at].jf}) {
+            if (*distance == kNotDrawn) *distance = static_cast<std::uint8_t>(end - at);
+            if (*distance == kOutOfScope) *distance = static_cast<std::uint8_t>(end + 1 - at);
+        }
     }
 }
 
@@ -75,22 +85,40 @@ void End(RingFilter& filter, std::uint32_t bytes)
 
 RingFilter RejectingFilter() { return {Return(0)}; }
 
-RingFilter CountingFilter(const Settings& settings, std::uint32_t ownMark, bool outgoingIgnored)
+RingFilter DividingProgram(std::uint32_t rate, const RingScope& scope)
 {
-    if (!settings.ingress && !settings.egress) return RejectingFilter();
+    RingFilter program;
+    AppendScope(program, scope);
+    AppendDraw(program, rate);
+    End(program, {kSamplingMember, kCountingMember, kSamplingMember});
+    return program;
+}
+
+RingFilter KeepingFilter(std::uint32_t bytes, const RingScope& scope)
+{
+    if (!scope.ingress && !scope.egress) return RejectingFilter();
     RingFilter filter;
-    AppendChoice(filter, settings, ownMark, outgoingIgnored);
-    End(filter, 1);
+    AppendScope(filter, scope);
+    End(filter, {bytes, 0, 0});
     return filter;
 }
 
-RingFilter DrawingFilter(const Settings& settings, std::uint32_t ownMark, bool outgoingIgnored)
+RingFilter DrawingFilter(std::uint32_t rate, std::uint32_t bytes, const RingScope& scope)
 {
-    if (!settings.ingress && !settings.egress) return RejectingFilter();
+    if (!scope.ingress && !scope.egress) return RejectingFilter();
     RingFilter filter;
-    AppendDraw(filter, settings.rate);
-    AppendChoice(filter, settings, ownMark, outgoingIgnored);
-    End(filter, SnapLength(settings));
+    AppendDraw(filter, rate);
+    AppendScope(filter, scope);
+    End(filter, {bytes, 0, 0});
+    return filter;
+}
+
+RingFilter CountingFilter(const RingScope& scope)
+{
+    if (!scope.ingress && !scope.egress) return RejectingFilter();
+    RingFilter filter;
+    AppendScope(filter, scope);
+    End(filter, {1, 0, 0});
     return filter;
 }
 

@@ -1,5 +1,5 @@
-// The classic BPF programs of the packet sockets (linux/filter.h): one draws at random and cuts, one lets
-// through what could have been drawn, one nothing. Only values: attaching them is ring_socket.h's.
+// The classic BPF programs of the packet sockets (linux/filter.h): who is drawn, who is only counted, and
+// how much of a packet is kept. Only values: attaching them is ring_socket.h's.
 
 #ifndef CAPTURE_RING_FILTER_H
 #define CAPTURE_RING_FILTER_H
@@ -15,15 +15,35 @@ namespace capture {
 
 using RingFilter = std::vector<sock_filter>;
 
+/// What DividingProgram answers with: the numbers of the two sockets in their group.
+inline constexpr std::uint32_t kCountingMember = 0;
+inline constexpr std::uint32_t kSamplingMember = 1;
+
+/// Which packets an interface's sockets are meant for.
+struct RingScope {
+    bool ingress = true;
+    bool egress = false;
+    std::uint32_t ownMark = 0;     // packets with this socket mark are not sampled; 0: no mark is ours
+    bool outgoingIgnored = false;  // the sockets do not see leaving packets anyway
+};
+
 /// Nothing passes and nothing is counted.
 RingFilter RejectingFilter();
 
-/// What the settings sample passes: any packet in their directions without the mark (0: no mark is ours).
-/// With `outgoingIgnored` the socket does not see leaving packets anyway.
-RingFilter CountingFilter(const Settings& settings, std::uint32_t ownMark, bool outgoingIgnored);
+/// For a group of two sockets: says which of them gets a packet. Each packet in the scope goes with the
+/// probability 1/rate, to 2^-64, to the sampling one, else to the counting one; what is beyond the scope
+/// goes to the sampling one too, whose KeepingFilter rejects it.
+RingFilter DividingProgram(std::uint32_t rate, const RingScope& scope);
 
-/// Of these, each by itself passes with the probability 1/rate, to 2^-64, cut to SnapLength().
-RingFilter DrawingFilter(const Settings& settings, std::uint32_t ownMark, bool outgoingIgnored);
+/// For the sampling socket of a group: what is in the scope passes, cut to so many bytes.
+RingFilter KeepingFilter(std::uint32_t bytes, const RingScope& scope);
+
+/// For a sampling socket by itself: what is in the scope passes with the probability 1/rate, to 2^-64,
+/// cut to so many bytes.
+RingFilter DrawingFilter(std::uint32_t rate, std::uint32_t bytes, const RingScope& scope);
+
+/// For a counting socket by itself: what is in the scope passes.
+RingFilter CountingFilter(const RingScope& scope);
 
 /// Bytes of a packet that are kept.
 std::uint32_t SnapLength(const Settings& settings);

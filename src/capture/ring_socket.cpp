@@ -15,19 +15,23 @@
 #ifndef PACKET_IGNORE_OUTGOING
 #define PACKET_IGNORE_OUTGOING 23
 #endif
+#ifndef PACKET_FANOUT_FLAG_IGNORE_OUTGOING
+#define PACKET_FANOUT_FLAG_IGNORE_OUTGOING 0x4000
+#endif
 
 namespace capture {
 
 namespace {
 
 // A block is handed over by age too, however little is in it: their number is for how long nobody needs
-// to read when packets come slowly (0.8 s), their size for how many samples one waking-up brings.
+// to read when packets come slowly (half a second).
 constexpr std::size_t kUsualBlocks = 16;
 constexpr std::size_t kLeastBlocks = 4;
-constexpr std::size_t kLeastBlock = 8U << 10U;
-constexpr std::size_t kMostBlock = 256U << 10U;
-// A block that does not fill is handed over after so long: what a sample waits at most.
-constexpr unsigned kBlockMilliseconds = 50;
+constexpr std::size_t kLeastBlock = 4U << 10U;
+constexpr std::size_t kMostBlock = 64U << 10U;
+// A block that does not fill is handed over after so long. A timer of the kernel's runs as often for every
+// ring, so this is as long as the first sample may take.
+constexpr unsigned kBlockMilliseconds = 32;
 
 [[noreturn]] void Fail(int error, const std::string& what)
 {
@@ -39,10 +43,10 @@ constexpr unsigned kBlockMilliseconds = 50;
     throw Unavailable(kernel ? Unavailable::Cause::kKernel : Unavailable::Cause::kOther, reason);
 }
 
-int Open()
+int Open(int type)
 {
-    // Protocol 0: nothing is delivered before Bind.
-    const int descriptor = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    // Protocol 0: nothing is delivered before Bind, which then has nothing to wait for.
+    const int descriptor = socket(AF_PACKET, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (descriptor < 0) Fail(errno, "packet socket");
     return descriptor;
 }
@@ -62,23 +66,12 @@ void* Map(int descriptor, std::size_t bytes)
 
 }  // namespace
 
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept
-{
-    if (this != &other) {
-        if (m_descriptor >= 0) close(m_descriptor);
-        m_descriptor = other.Release();
-    }
-    return *this;
-}
-
 Descriptor::~Descriptor()
 {
     if (m_descriptor >= 0) close(m_descriptor);
 }
 
-int Descriptor::Release() { return std::exchange(m_descriptor, -1); }
-
-PacketSocket::PacketSocket() : m_descriptor(Open()) { Attach(RejectingFilter()); }
+PacketSocket::PacketSocket(int type) : m_descriptor(Open(type)) { Attach(RejectingFilter()); }
 
 void PacketSocket::Attach(const RingFilter& filter)
 {
@@ -86,6 +79,13 @@ void PacketSocket::Attach(const RingFilter& filter)
     program.len = static_cast<unsigned short>(filter.size());
     program.filter = const_cast<sock_filter*>(filter.data());
     if (setsockopt(Get(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) != 0)
+        Fail(errno, "filter of a packet socket");
+}
+
+void PacketSocket::DetachFilter()
+{
+    const int unused = 0;
+    if (setsockopt(Get(), SOL_SOCKET, SO_DETACH_FILTER, &unused, sizeof unused) != 0 && errno != ENOENT)
         Fail(errno, "filter of a packet socket");
 }
 
@@ -131,25 +131,15 @@ void PacketSocket::SetOption(int option, const void* value, std::size_t size, co
     if (setsockopt(Get(), SOL_PACKET, option, value, static_cast<socklen_t>(size)) != 0) Fail(errno, what);
 }
 
-CountingSocket::CountingSocket()
+// SOCK_DGRAM: the kernel need not step back to the link header of what it drops anyway.
+CountingSocket::CountingSocket() : PacketSocket(SOCK_DGRAM)
 {
-    const int version = TPACKET_V2;
-    SetOption(PACKET_VERSION, &version, sizeof version, "TPACKET_V2");
-    tpacket_req request{};
-    request.tp_block_size = static_cast<unsigned>(PageMultiple(0));
-    request.tp_block_nr = 1;
-    request.tp_frame_size = request.tp_block_size / 2;
-    request.tp_frame_nr = 2;
-    SetOption(PACKET_RX_RING, &request, sizeof request, "ring of the counting packet socket");
-    auto* memory = static_cast<std::byte*>(Map(Get(), request.tp_block_size));
-    for (unsigned frame = 0; frame < request.tp_frame_nr; ++frame) {
-        auto* header = reinterpret_cast<tpacket2_hdr*>(memory + frame * request.tp_frame_size);
-        __atomic_store_n(&header->tp_status, TP_STATUS_USER, __ATOMIC_RELEASE);
-    }
-    munmap(memory, request.tp_block_size);
+    const int smallest = 0;
+    if (setsockopt(Get(), SOL_SOCKET, SO_RCVBUF, &smallest, sizeof smallest) != 0)
+        Fail(errno, "buffer of a packet socket");
 }
 
-SamplingSocket::SamplingSocket(std::size_t bytes)
+SamplingSocket::SamplingSocket(std::size_t bytes) : PacketSocket(SOCK_RAW)
 {
     const int version = TPACKET_V3;
     SetOption(PACKET_VERSION, &version, sizeof version, "TPACKET_V3");
@@ -168,16 +158,32 @@ SamplingSocket::SamplingSocket(std::size_t bytes)
     m_area.memory = static_cast<std::byte*>(Map(Get(), m_area.blockSize * m_area.blocks));
 }
 
-SamplingSocket::SamplingSocket(SamplingSocket&& other) noexcept
-    : PacketSocket(std::move(other)),
-      m_area(std::exchange(other.m_area, {})),
-      m_tellsSegments(other.m_tellsSegments)
-{
-}
-
 SamplingSocket::~SamplingSocket()
 {
     if (m_area.memory != nullptr) munmap(m_area.memory, m_area.blockSize * m_area.blocks);
+}
+
+bool JoinInGroup(CountingSocket& counting, SamplingSocket& sampling, const RingFilter& program,
+                 bool ignoreOutgoing)
+{
+    constexpr int kFlags = 16;  // how far type and flags are shifted; below them is the group's number
+    constexpr int kNumber = 0xffff;
+    const int type = PACKET_FANOUT_CBPF | (ignoreOutgoing ? PACKET_FANOUT_FLAG_IGNORE_OUTGOING : 0);
+    // The kernel finds a number that is free.
+    int group = (type | PACKET_FANOUT_FLAG_UNIQUEID) << kFlags;
+    socklen_t size = sizeof group;
+    if (setsockopt(counting.Get(), SOL_PACKET, PACKET_FANOUT, &group, size) != 0 ||
+        getsockopt(counting.Get(), SOL_PACKET, PACKET_FANOUT, &group, &size) != 0)
+        return false;
+    // Alone in its group until then, the counting socket sees each packet as before.
+    group = (group & kNumber) | type << kFlags;
+    if (setsockopt(sampling.Get(), SOL_PACKET, PACKET_FANOUT, &group, size) != 0) return false;
+    sock_fprog given{};
+    given.len = static_cast<unsigned short>(program.size());
+    given.filter = const_cast<sock_filter*>(program.data());
+    if (setsockopt(sampling.Get(), SOL_PACKET, PACKET_FANOUT_DATA, &given, sizeof given) != 0)
+        Fail(errno, "program of a group of packet sockets");
+    return true;
 }
 
 }  // namespace capture

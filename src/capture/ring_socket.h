@@ -1,10 +1,10 @@
-// The two packet sockets of a sampled interface (packet(7)), without any policy: one with a ring that
-// takes what a filter draws, one that only counts what its filter passes. Both let nothing through until
-// they are given a filter. Used by ring_source.cpp.
+// The two kinds of packet sockets of a sampled interface (packet(7)), without any policy: one with a ring
+// that takes what is drawn, one that only counts. Both let nothing through until they are given a filter.
+// Used by ring_pair.h.
 //
-// The counting socket has a ring of one page whose frames are all marked as taken, so that the kernel
-// finds no room, drops each packet at once, and counts it: the cheapest exact counter that a packet socket
-// has, and it keeps no packet.
+// The counting socket has the smallest receive buffer there is. The first three or four packets fill it for
+// good; the kernel drops each further one at once, and counts it: the cheapest exact counter that a packet
+// socket has.
 
 #ifndef CAPTURE_RING_SOCKET_H
 #define CAPTURE_RING_SOCKET_H
@@ -21,13 +21,10 @@ namespace capture {
 class Descriptor {
 public:
     explicit Descriptor(int descriptor = -1) : m_descriptor(descriptor) {}
-    Descriptor(Descriptor&& other) noexcept : m_descriptor(other.Release()) {}
-    Descriptor& operator=(Descriptor&& other) noexcept;
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
     ~Descriptor();
     [[nodiscard]] int Get() const { return m_descriptor; }
-    [[nodiscard]] int Release();
 
 private:
     int m_descriptor;
@@ -39,24 +36,25 @@ struct RingStatistics {
     std::uint64_t dropped = 0;  // of these, without room
 };
 
-/// What both have in common. Every member throws Unavailable with the system's reason.
+/// What both have in common. Every member but the last three throws Unavailable with the system's reason.
 class PacketSocket {
 public:
-    PacketSocket();
     void Attach(const RingFilter& filter);
+    /// Everything passes.
+    void DetachFilter();
     /// Begins to see the interface's packets.
     void Bind(std::uint32_t ifIndex);
+
     /// Leaving packets are not even looked at. False where the kernel (before 4.20) can't.
     bool IgnoreOutgoing(bool ignore);
     /// Reading resets the kernel's 32 bits: to be called before they overflow.
     const RingStatistics& Statistics();
-    /// The same without asking the kernel.
-    [[nodiscard]] const RingStatistics& LastStatistics() const { return m_statistics; }
     /// The error that waits at the socket, as ENETDOWN when its interface went down; 0: none.
     int TakeError();
     [[nodiscard]] int Get() const { return m_descriptor.Get(); }
 
 protected:
+    explicit PacketSocket(int type);
     void SetOption(int option, const void* value, std::size_t size, const std::string& what);
 
 private:
@@ -80,8 +78,8 @@ class SamplingSocket : public PacketSocket {
 public:
     /// A ring of about so many bytes.
     explicit SamplingSocket(std::size_t bytes);
-    SamplingSocket(SamplingSocket&& other) noexcept;
-    SamplingSocket& operator=(SamplingSocket&&) = delete;
+    SamplingSocket(const SamplingSocket&) = delete;
+    SamplingSocket& operator=(const SamplingSocket&) = delete;
     ~SamplingSocket();
     [[nodiscard]] const RingArea& Area() const { return m_area; }
     /// A virtio_net_hdr stands before each packet.
@@ -91,6 +89,13 @@ private:
     RingArea m_area;
     bool m_tellsSegments = false;
 };
+
+/// Makes one group of both (PACKET_FANOUT), in which DividingProgram says who gets a packet. Both must be
+/// bound to the same interface, and the counting one must have been made first: when an interface comes up
+/// again, the kernel numbers the members in the order in which they were made. False where the kernel
+/// can't, as older ones while the interface is down; the sockets see each packet both then.
+bool JoinInGroup(CountingSocket& counting, SamplingSocket& sampling, const RingFilter& program,
+                 bool ignoreOutgoing);
 
 }  // namespace capture
 

@@ -1,76 +1,94 @@
 // Sampling with packet sockets: who is sampled how, what was counted, and when blocks are read. The rest
-// of it: ring_filter.h (who is drawn), ring_socket.h (the sockets), ring_blocks.h (the memory).
+// of it: ring_filter.h (who is drawn), ring_socket.h and ring_pair.h (the sockets), ring_blocks.h (the
+// memory), ring_waker.h and ring_closer.h (when, and how it ends).
 //
-// What this source can't do: it is not told by which interface a leaving packet came (origin is 0), and
-// a packet that the kernel holds as several segments is counted and drawn as one; what it is on the wire
-// is told with the sample.
+// What this source can't do: it is not told by which interface a leaving packet came, and a packet that the
+// kernel holds as several segments is counted and drawn as one; what it is on the wire is told with the
+// sample.
 //
-// A change of the rate is exact by position: the kernel's count of the packets in the ring, read before
-// the new filter is in place, parts the samples of the old rate from those of the new. A packet that
-// another CPU handles within that microsecond can fall on either side.
+// A change of rate or direction is exact: a pair of sockets keeps its settings, so another one is made
+// ready, and opened when the first is closed. All that is in the first one's ring was drawn with its rate.
+// Between the two some microseconds pass in which packets are neither counted nor drawn.
+//
+// The first block that waits wakes the process. From then on a timer looks, so often that a stream of
+// packets would fill half a ring at most meanwhile; after a look in vain the ring wakes again.
 
 #include "capture/ring_source.h"
 
+#include <algorithm>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
 #include <chrono>
-#include <deque>
-#include <limits>
 #include <map>
+#include <span>
+#include <utility>
 #include <vector>
 
-#include "capture/ring_blocks.h"
-#include "capture/ring_socket.h"
+#include "capture/ebpf_grace.h"
+#include "capture/ring_closer.h"
+#include "capture/ring_pair.h"
+#include "capture/ring_waker.h"
 #include "ipc/timers.h"
-#include "log/log.h"
 
 namespace capture {
 
 namespace {
 
 namespace asio = boost::asio;
+using std::chrono::milliseconds;
 
-constexpr std::size_t kRingSize = 128U << 10U;
 // The kernel counts in 32 bits. Nothing brings 2^32 packets in this time.
 constexpr std::chrono::seconds kCountingPeriod{10};
 
+// Between two looks at a ring. As many packets as one core can send into an interface, times what a sample
+// takes of a ring, say how soon half of it may be full.
+constexpr milliseconds kLeastPause{5};
+constexpr milliseconds kMostPause{90};
+constexpr std::uint64_t kPacketsPerMillisecond = 1000;
+constexpr std::uint64_t kSampleSize = 256;
+// A look in vain says that nothing comes only if a block of some packets has had the time to be handed over.
+constexpr milliseconds kSilence{70};
+
 // A sampled interface.
 struct Port {
-    Port(asio::io_context& loop, std::size_t ringSize)
-        : sampling(ringSize), blocks(sampling.Area(), sampling.TellsSegments()), events(loop)
-    {
-    }
-
-    // Samples up to the one with this number (from 1) were drawn with the rate.
-    struct Epoch {
-        std::uint64_t last;
-        std::uint32_t rate;
-    };
-
-    CountingSocket counting;
-    SamplingSocket sampling;
-    RingBlocks blocks;
-    asio::posix::stream_descriptor events;  // of `sampling`, which keeps the descriptor
     std::uint32_t ifIndex = 0;
-    Settings settings;
-    std::deque<Epoch> earlier;    // before the settings of now
-    std::uint64_t delivered = 0;  // samples that left the ring
+    std::shared_ptr<RingPair> pair;
+    Counts before;                // of the pairs it had until now
+    std::uint64_t delivered = 0;  // samples that left the ring of this pair
+    milliseconds pause{};         // from one look to the next
+    milliseconds silent{};        // since so long looks have been in vain
+    bool looking = false;         // the timer looks; else the ring wakes
     bool removed = false;
 };
 
-std::uint64_t InRing(const RingStatistics& statistics) { return statistics.passed - statistics.dropped; }
+milliseconds PauseFor(const RingPair& pair)
+{
+    const RingBlocks& blocks = pair.Blocks();
+    const std::uint64_t samples = blocks.Bytes() / 2 / kSampleSize;
+    return std::clamp(milliseconds(samples * pair.Current().rate / kPacketsPerMillisecond), kLeastPause,
+                      kMostPause);
+}
 
 class RingSource final : public PacketSource {
 public:
     RingSource(asio::io_context& loop, ipc::Timers& timers, SampleSink& sink, const SourceOptions& options)
-        : m_loop(loop), m_timers(timers), m_sink(sink), m_options(options), m_spare(MakePort())
+        : m_timers(timers),
+          m_sink(sink),
+          m_options(options),
+          m_grace(timers),
+          m_waker(loop, [this](std::span<const std::uint32_t> keys) { OnWake(keys); }),
+          m_spare(std::make_shared<RingPair>(SizeFor(kCommonRate)))
     {
         AwaitCounting();
     }
 
     ~RingSource() override
     {
-        for (const auto& [ifIndex, port] : m_ports) End(*port);
+        for (auto& [ifIndex, port] : m_ports) {
+            m_grace.Step();
+            m_waker.Remove(port->pair->Get());
+            Discard(std::exchange(port->pair, nullptr));
+        }
+        Discard(std::exchange(m_spare, nullptr));
     }
 
     [[nodiscard]] std::string Kind() const override { return "packet-socket"; }
@@ -79,24 +97,26 @@ public:
     {
         if (m_ports.contains(ifIndex))
             throw Unavailable(Unavailable::Cause::kOther, "the interface is sampled already");
-        std::shared_ptr<Port> port = m_spare ? std::move(m_spare) : MakePort();
-        m_spare = nullptr;
+        const auto port = std::make_shared<Port>();
         port->ifIndex = ifIndex;
-        port->counting.Bind(ifIndex);
-        port->sampling.Bind(ifIndex);
-        Apply(*port, settings);
-        port->events.assign(port->sampling.Get());
+        Begin(*port, settings);
         m_ports.emplace(ifIndex, port);
-        AwaitBlock(port);
     }
 
+    // Where another pair can't be had the present one goes on.
     void Change(std::uint32_t ifIndex, const Settings& settings) override
     {
-        const auto port = m_ports.find(ifIndex);
-        if (port == m_ports.end())
+        const auto found = m_ports.find(ifIndex);
+        if (found == m_ports.end())
             throw Unavailable(Unavailable::Cause::kOther, "the interface is not sampled");
-        if (port->second->settings == settings) return;
-        Apply(*port->second, settings);
+        const std::shared_ptr<Port> port = found->second;
+        Settings now = port->pair->Current();
+        if (now == settings) return;
+        now.headerSize = settings.headerSize;
+        if (now == settings)
+            port->pair->SetHeaderSize(settings.headerSize);
+        else
+            Begin(*port, settings);
     }
 
     Counts Remove(std::uint32_t ifIndex) override
@@ -105,13 +125,10 @@ public:
         if (found == m_ports.end()) return {};
         const std::shared_ptr<Port> port = found->second;
         m_ports.erase(found);
-        port->sampling.Attach(RejectingFilter());
-        port->counting.Attach(RejectingFilter());
-        HandOver(*port);
-        HandOverUnfinished(*port);
-        m_sink.OnDrained();
-        End(*port);
-        return Count(*port);
+        port->removed = true;
+        port->pair->Close();
+        EndPair(*port);
+        return port->before;
     }
 
     [[nodiscard]] Counts Read(std::uint32_t ifIndex) override
@@ -130,98 +147,204 @@ public:
 
     void Drain() override
     {
-        std::vector<std::shared_ptr<Port>> ports;
-        ports.reserve(m_ports.size());
-        for (const auto& [ifIndex, port] : m_ports) ports.push_back(port);
-        for (const auto& port : ports) HandOver(*port);
+        if (m_handingOver) return;
+        for (const auto& port : Ports()) HandOver(*port);
         m_sink.OnDrained();
     }
 
 private:
-    [[nodiscard]] std::shared_ptr<Port> MakePort()
+    // The pair that is made ahead, so that the first interface need not wait for it, is for any rate from
+    // this one on.
+    static constexpr std::uint32_t kCommonRate = 1000;
+
+    [[nodiscard]] std::size_t SizeFor(std::uint32_t rate) const
     {
-        return std::make_shared<Port>(m_loop, m_options.bufferSize != 0 ? m_options.bufferSize : kRingSize);
+        return m_options.bufferSize != 0 ? m_options.bufferSize : RingSizeFor(rate);
     }
 
-    // Both filters, at once for each. The samples so far keep their rate.
-    void Apply(Port& port, const Settings& settings)
+    // To make a ring the kernel waits, and so it does for each end.
+    [[nodiscard]] std::shared_ptr<RingPair> MakePair(std::uint32_t rate)
     {
-        const bool ignored = [&] {
-            const bool counting = port.counting.IgnoreOutgoing(!settings.egress);
-            return port.sampling.IgnoreOutgoing(!settings.egress) && counting;
-        }();
-        const RingFilter counting = CountingFilter(settings, m_options.ownMark, ignored);
-        const RingFilter drawing = DrawingFilter(settings, m_options.ownMark, ignored);
-        const std::uint64_t before = InRing(port.sampling.Statistics());
-        port.counting.Attach(counting);
-        port.sampling.Attach(drawing);
-        const std::uint64_t known = port.earlier.empty() ? port.delivered : port.earlier.back().last;
-        if (before > known && settings.rate != port.settings.rate)
-            port.earlier.push_back({before, port.settings.rate});
-        port.settings = settings;
+        if (m_spare && SizeFor(rate) == SizeFor(kCommonRate)) return std::exchange(m_spare, nullptr);
+        m_grace.Step();
+        return std::make_shared<RingPair>(SizeFor(rate));
     }
 
-    void AwaitBlock(const std::shared_ptr<Port>& port)
+    // From now on as the settings say. What another pair has drawn until now is handed over.
+    void Begin(Port& port, const Settings& settings)
     {
-        port->events.async_wait(asio::posix::stream_descriptor::wait_read,
-                                [this, port](const boost::system::error_code& error) {
-                                    if (error || port->removed) return;
-                                    // Read, so that an interface that went down does not wake for ever.
-                                    port->sampling.TakeError();
-                                    HandOver(*port);
-                                    m_sink.OnDrained();
-                                    if (!port->removed) AwaitBlock(port);
-                                });
-    }
-
-    // The blocks that the kernel has closed, but not more than the ring has: others want to be read too.
-    void HandOver(Port& port)
-    {
-        for (std::size_t block = port.sampling.Area().blocks; block > 0 && port.blocks.Waits(); --block) {
-            m_samples.clear();
-            port.blocks.Take(m_samples);
-            Emit(port);
-            port.blocks.Release();
+        std::shared_ptr<RingPair> pair = MakePair(settings.rate);
+        const std::shared_ptr<RingPair> last = port.pair;
+        try {
+            pair->Prepare(port.ifIndex, settings, m_options.ownMark);
+            m_waker.Add(pair->Get(), port.ifIndex);
+            if (last) last->Close();
+            pair->Open();
+        } catch (const Unavailable&) {
+            m_waker.Remove(pair->Get());
+            Discard(std::move(pair));
+            if (last) last->Open();
+            throw;
         }
+        if (last) EndPair(port);
+        port.pair = std::move(pair);
+        port.delivered = 0;
+        port.pause = PauseFor(*port.pair);
+        port.looking = false;
+        std::erase_if(m_looking, [&](const auto& other) { return other.get() == &port; });
     }
 
-    // Nothing passes any more: what is in the block that the kernel has not closed is all there is.
-    void HandOverUnfinished(Port& port)
+    // The pair that was closed: hands over what it still has, and its counts to the port.
+    void EndPair(Port& port)
     {
-        const std::uint64_t inRing = InRing(port.sampling.Statistics());
-        while (port.blocks.Waits()) HandOver(port);
-        if (inRing <= port.delivered) return;
-        m_samples.clear();
-        port.blocks.TakeUnfinished(m_samples, inRing - port.delivered);
-        Emit(port);
+        HandOverLast(port);
+        m_sink.OnDrained();
+        m_waker.Remove(port.pair->Get());
+        m_grace.Step();
+        Discard(std::exchange(port.pair, nullptr));
     }
 
-    void Emit(Port& port)
+    void Discard(std::shared_ptr<RingPair> pair) { m_closer.Close(std::move(pair)); }
+
+    // ---- when to look ----
+
+    void OnWake(std::span<const std::uint32_t> keys)
+    {
+        for (const std::uint32_t ifIndex : keys) {
+            const auto found = m_ports.find(ifIndex);
+            if (found == m_ports.end()) continue;
+            const std::shared_ptr<Port> port = found->second;
+            // Read, so that an interface that went down does not wake for ever.
+            port->pair->TakeError();
+            HandOver(*port);
+            if (port->removed || std::exchange(port->looking, true)) continue;
+            port->silent = milliseconds(0);
+            m_looking.push_back(port);
+        }
+        m_sink.OnDrained();
+        Arm();
+    }
+
+    void OnTime()
+    {
+        const milliseconds passed = std::exchange(m_pause, milliseconds::max());
+        m_timer = nullptr;
+        bool any = false;
+        std::vector<std::shared_ptr<Port>> ports = std::exchange(m_looking, {});
+        std::erase_if(ports, [&](const std::shared_ptr<Port>& port) { return !Look(*port, passed, any); });
+        // The sink may have added some meanwhile.
+        ports.insert(ports.end(), m_looking.begin(), m_looking.end());
+        m_looking = std::move(ports);
+        if (any) m_sink.OnDrained();
+        Arm();
+    }
+
+    // False when the ring wakes again.
+    bool Look(Port& port, milliseconds passed, bool& any)
+    {
+        if (port.removed || !port.looking) return false;
+        const std::size_t blocks = HandOver(port);
+        if (port.removed || !port.looking) return false;
+        if (blocks > 0) {
+            any = true;
+            port.silent = milliseconds(0);
+            return true;
+        }
+        port.silent += passed;
+        if (port.silent < kSilence) return true;
+        port.looking = false;
+        m_waker.Rearm(port.pair->Get(), port.ifIndex);
+        return false;
+    }
+
+    // One timer for all, at the pace of the fastest.
+    void Arm()
+    {
+        milliseconds pause = milliseconds::max();
+        for (const auto& port : m_looking) pause = std::min(pause, port->pause);
+        if (pause >= m_pause) return;
+        m_pause = pause;
+        m_timer = m_timers.After(pause, [this] { OnTime(); });
+    }
+
+    // ---- what waits ----
+
+    // The blocks that wait now, so that others are read too. Returns how many.
+    std::size_t HandOver(Port& port)
+    {
+        if (m_handingOver) return 0;
+        const std::shared_ptr<RingPair> pair = port.pair;
+        const std::size_t waiting = pair->Blocks().Waiting();
+        if (waiting == 0) return 0;
+        Pace(port, waiting);
+        // Read after: the samples of these blocks are in it.
+        const Counts counts = Count(port);
+        for (std::size_t block = 0; block < waiting; ++block) {
+            m_samples.clear();
+            pair->Blocks().Take(m_samples);
+            Emit(port, counts);
+            pair->Blocks().Release();
+        }
+        return waiting;
+    }
+
+    // More than a third since the last look: sooner next time.
+    static void Pace(Port& port, std::size_t waiting)
+    {
+        const std::size_t blocks = port.pair->Blocks().Blocks();
+        if (waiting * 3 > blocks)
+            port.pause = std::max(port.pause / 2, kLeastPause);
+        else if (waiting * 8 < blocks)
+            port.pause = std::min(port.pause * 2, PauseFor(*port.pair));
+    }
+
+    // All of a pair that is closed, with the block that the kernel has not handed over.
+    void HandOverLast(Port& port)
+    {
+        const std::shared_ptr<RingPair> pair = port.pair;
+        while (HandOver(port) > 0) continue;
+        Counts last = Count(port);
+        if (pair->InRing() > port.delivered && !m_handingOver) {
+            m_samples.clear();
+            pair->Blocks().TakeUnfinished(m_samples, pair->InRing() - port.delivered);
+            Emit(port, last);
+        }
+        // What did not get finished in time.
+        last.drops += pair->InRing() - std::min(pair->InRing(), port.delivered);
+        port.before = last;
+    }
+
+    void Emit(Port& port, const Counts& counts)
     {
         if (m_samples.empty()) return;
-        const Counts counts = Count(port);
+        port.delivered += m_samples.size();
         for (Sample& sample : m_samples) {
-            ++port.delivered;
-            while (!port.earlier.empty() && port.earlier.front().last < port.delivered)
-                port.earlier.pop_front();
             sample.ifIndex = port.ifIndex;
-            sample.rate = port.earlier.empty() ? port.settings.rate : port.earlier.front().rate;
+            sample.rate = port.pair->Current().rate;
             sample.pool = counts.pool;
             sample.drops = counts.drops;
         }
+        m_handingOver = true;
         m_sink.OnSamples(m_samples);
+        m_handingOver = false;
     }
 
     [[nodiscard]] static Counts Count(Port& port)
     {
-        const std::uint64_t drops = port.sampling.Statistics().dropped;
-        return {port.counting.Statistics().passed, drops};
+        Counts counts = port.before;
+        if (!port.pair) return counts;
+        const Counts now = port.pair->Count();
+        counts.pool += now.pool;
+        counts.drops += now.drops;
+        return counts;
     }
 
-    static void End(Port& port)
+    [[nodiscard]] std::vector<std::shared_ptr<Port>> Ports() const
     {
-        port.removed = true;
-        if (port.events.is_open()) port.events.release();
+        std::vector<std::shared_ptr<Port>> ports;
+        ports.reserve(m_ports.size());
+        for (const auto& [ifIndex, port] : m_ports) ports.push_back(port);
+        return ports;
     }
 
     void AwaitCounting()
@@ -232,13 +355,19 @@ private:
         });
     }
 
-    asio::io_context& m_loop;
     ipc::Timers& m_timers;
     SampleSink& m_sink;
     SourceOptions m_options;
-    std::shared_ptr<Port> m_spare;
+    GracePeriods m_grace;
+    RingCloser m_closer;
+    RingWaker m_waker;
+    std::shared_ptr<RingPair> m_spare;
     std::map<std::uint32_t, std::shared_ptr<Port>> m_ports;
+    std::vector<std::shared_ptr<Port>> m_looking;  // at which the timer looks
     std::vector<Sample> m_samples;
+    bool m_handingOver = false;  // a sink that calls us from its callback must not hand over again
+    milliseconds m_pause = milliseconds::max();  // until the timer looks
+    std::shared_ptr<void> m_timer;
     std::shared_ptr<void> m_counting;
 };
 
