@@ -54,10 +54,10 @@ protected:
         far.emplace();
         Network::Veth("up0", "far0");
         Network::Ip("address add 10.0.9.1/24 dev up0\nlink set far0 netns " + std::to_string(far->Pid()));
-        far->Run({"ip", "address", "add", "10.0.9.9/24", "dev", "far0"});
-        far->Run({"ip", "link", "set", "far0", "up"});
+        far->Within([] { Network::Ip("address add 10.0.9.9/24 dev far0\nlink set far0 up"); });
         Listen();
-        Configure(good, {"p1"});
+        good.emplace();
+        Configure(*good, {"p1"});
         Service().AddCollector("bad", kAddress, bad->Port());
         Service().AddSampleCollector("p1", "bad");
         World().AwaitApplied();
@@ -89,22 +89,21 @@ protected:
     void EndTraffic()
     {
         m_traffic->Stop();
-        DecodingCollector::AwaitQuiet({&good, &*bad});
+        DecodingCollector::AwaitQuiet({&*good, &*bad});
     }
     void ExpectTheOtherHasEverything()
     {
-        EXPECT_EQ(FaultInWhole(good.Flows(p1), SamplingWorld::Statistic("p1") - m_before, Pool::kExact), "");
-        EXPECT_EQ(FaultInDatagrams(good.Datagrams()), "");
+        EXPECT_EQ(FaultInWhole(good->Flows(p1), SamplingWorld::Statistic("p1") - m_before, Pool::kExact), "");
+        EXPECT_EQ(FaultInDatagrams(good->Datagrams()), "");
         const auto state = database->Entry("collector", "a");
         EXPECT_EQ(state.at("errors"), "0");
-        EXPECT_EQ(state.at("packets-sent"), std::to_string(good.Count()));
+        EXPECT_EQ(state.at("packets-sent"), std::to_string(good->Count()));
         EXPECT_TRUE(state.at("sending"));
     }
 
     std::uint32_t p1 = 0;
     std::optional<Network::Host> far;
-    DecodingCollector good;
-    std::optional<DecodingCollector> bad;
+    std::optional<DecodingCollector> good, bad;
     std::optional<Database> database;
 
 private:
@@ -131,7 +130,7 @@ TEST_P(CollectorTrouble, CostsItsOwnDatagramsIsSaidAndEnds)
     EndTraffic();
 
     ExpectTheOtherHasEverything();
-    const Flows all = good.Flows(p1), flows = bad->Flows(p1);
+    const Flows all = good->Flows(p1), flows = bad->Flows(p1);
     const auto lost = OfBad("lost_samples_total"), lostDatagrams = OfBad("lost_datagrams_total");
     EXPECT_EQ(flows.back().sequence, all.back().sequence) << "the newest has come";
     EXPECT_EQ(FaultInPart(flows, static_cast<unsigned>(lostDatagrams)), "");
@@ -155,20 +154,19 @@ TEST_P(CollectorThatRefuses, IsSaidAndTriedAgain)
     const auto port = bad->Port();
     const auto refusedFrom = bad->LastSequence(p1);
     bad.reset();
-    Await("errors", [&] { return OfBad("errors_total") >= 3; });
+    Await("an error", [&] { return OfBad("errors_total") >= 1; });
     const auto state = Bad();
     EXPECT_THAT(state.at("last-error").get<std::string>(), HasSubstr("Connection refused"));
     EXPECT_FALSE(state.at("sending"));
     Listen(port);
     AwaitSamples(*bad, p1, 200);
-    Await("that to be said", [&] { return Bad().at("sending").get<bool>(); });
     EndTraffic();
 
     ExpectTheOtherHasEverything();
     const Flows flows = bad->Flows(p1);
     EXPECT_GT(flows.front().sequence, refusedFrom);
     EXPECT_EQ(FaultInSequence(flows, flows.front().sequence), "") << "from then on, everything";
-    EXPECT_EQ(flows.back().sequence, good.Flows(p1).back().sequence);
+    EXPECT_EQ(flows.back().sequence, good->Flows(p1).back().sequence);
     EXPECT_EQ(FaultInDatagrams(bad->Datagrams(), bad->Datagrams().front().sequence), "");
 }
 
