@@ -18,6 +18,7 @@
 
 #include "ipc/frame.h"
 #include "manager/fake_timers.h"
+#include "support/run_until.h"
 
 class LoopFixture : public testing::Test {
 protected:
@@ -33,12 +34,7 @@ protected:
     template <typename Condition>
     [[nodiscard]] bool RunUntil(Condition condition)
     {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (!condition() && std::chrono::steady_clock::now() < deadline) {
-            m_loop.restart();
-            m_loop.run_one_for(std::chrono::milliseconds(5));
-        }
-        return condition();
+        return support::RunUntil(m_loop, condition);
     }
 
     [[nodiscard]] static std::string Content(const std::filesystem::path& path)

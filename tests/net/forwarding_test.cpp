@@ -1,19 +1,14 @@
 // What the monitor says of packets, against what the kernel has learned and been told, in a network
 // namespace of the test's own.
 
-#include <chrono>
 #include <fstream>
-#include <functional>
-#include <memory>
-#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 
 #include <gtest/gtest.h>
-#include <boost/asio/io_context.hpp>
 
-#include "ipc/timers.h"
+#include "monitor_fixture.h"
 #include "net/monitor.h"
 #include "support/network.h"
 
@@ -61,15 +56,8 @@ void SetSwitch(const std::string& name, const std::string& value)
     if (!file) throw std::runtime_error("can't set " + name);
 }
 
-class ForwardingTest : public testing::Test {
+class ForwardingTest : public MonitorFixture {
 protected:
-    void SetUp() override
-    {
-        if (const auto why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
-        m_network.emplace();
-        m_timers = ipc::MakeTimers(m_loop);
-        m_monitor = std::make_unique<Monitor>(m_loop, *m_timers);
-    }
     void Start() { m_monitor->Start(); }
 
     void MakeBridge()
@@ -106,25 +94,10 @@ protected:
         return To("v0", {.to = 0x20, .source = source, .destination = destination});
     }
 
-    bool Comes(const std::function<bool()>& condition)
-    {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > end) return false;
-            m_loop.restart();
-            m_loop.run_one_for(std::chrono::milliseconds(10));
-        }
-        return true;
-    }
     bool BecomesRouted(const std::string& destination, const Destination& expected)
     {
         return Comes([&] { return Routes(destination) == expected; });
     }
-
-    std::optional<Network> m_network;
-    boost::asio::io_context m_loop;
-    std::unique_ptr<ipc::Timers> m_timers;
-    std::unique_ptr<Monitor> m_monitor;
 };
 
 TEST_F(ForwardingTest, FollowsWhatABridgeLearns)

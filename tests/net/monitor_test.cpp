@@ -2,19 +2,15 @@
 
 #include <chrono>
 #include <functional>
-#include <memory>
 #include <string>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <boost/asio/io_context.hpp>
 
-#include "ipc/timers.h"
 #include "link_recorder.h"
+#include "monitor_fixture.h"
 #include "net/monitor.h"
 #include "support/network.h"
-#include "support/poll.h"
 
 namespace net {
 namespace {
@@ -24,30 +20,16 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-class MonitorTest : public testing::Test {
+class MonitorTest : public MonitorFixture {
 protected:
     void SetUp() override
     {
-        if (const auto why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
-        m_network.emplace();
-        m_timers = ipc::MakeTimers(m_loop);
-        m_monitor = std::make_unique<Monitor>(m_loop, *m_timers);
-        Table().AddObserver(m_recorder);
+        MonitorFixture::SetUp();
+        if (m_monitor != nullptr) Table().AddObserver(m_recorder);
     }
 
     Links& Table() { return m_monitor->CurrentLinks(); }
 
-    /// Runs the loop until this holds.
-    bool Comes(const std::function<bool()>& condition)
-    {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > end) return false;
-            m_loop.restart();
-            m_loop.run_one_for(std::chrono::milliseconds(10));
-        }
-        return true;
-    }
     bool ComesFor(const char* name, const std::function<bool(const Link&)>& condition)
     {
         return Comes([&] {
@@ -66,10 +48,6 @@ protected:
         ASSERT_TRUE(Comes([&] { return Table().Find(last) == nullptr; }));
     }
 
-    std::optional<Network> m_network;
-    boost::asio::io_context m_loop;
-    std::unique_ptr<ipc::Timers> m_timers;
-    std::unique_ptr<Monitor> m_monitor;
     LinkRecorder m_recorder;
 };
 
