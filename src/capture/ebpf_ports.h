@@ -40,10 +40,12 @@ public:
     /// False, and no sample, for a record of an interface that has been removed.
     bool Take(const Record& record, Sample& sample)
     {
-        if (record.slot >= m_slots.size()) return false;
-        Port& port = m_slots[record.slot];
+        const std::uint32_t slot = record.slot & ~std::uint32_t{kEgressBit};
+        const bool egress = slot != record.slot;
+        if (slot >= m_slots.size()) return false;
+        Port& port = m_slots[slot];
         if (port.incarnation != record.incarnation) return false;
-        const std::size_t row = record.cpu * std::size_t{2} + record.egress;
+        const std::size_t row = record.cpu * std::size_t{2} + (egress ? 1 : 0);
         if (row >= port.last.size()) port.last.resize(row + 1);
         Counts& last = port.last[row];
         port.sum.pool += record.pool - last.pool;
@@ -51,7 +53,7 @@ public:
         last = {.pool = record.pool, .drops = record.drops};
 
         sample.ifIndex = port.ifIndex;
-        sample.egress = record.egress != 0;
+        sample.egress = egress;
         sample.origin = record.origin;
         sample.rate = record.rate;
         sample.count = record.hits;

@@ -111,7 +111,6 @@ EbpfProgram::EbpfProgram(const SourceOptions& options, bool heartbeat)
     m_skeleton->bss->shared.waiting = 1;
     m_skeleton->rodata->copyWords = kCopyWords;
     bpf_map__set_max_entries(m_skeleton->maps.ring, static_cast<std::uint32_t>(m_ringSize));
-    bpf_map__set_max_entries(m_skeleton->maps.cpus, static_cast<std::uint32_t>(m_cpus));
     bpf_map__set_max_entries(m_skeleton->maps.direct, static_cast<std::uint32_t>(m_cpus * kDirectPorts));
     if (const int error = sampler__load(m_skeleton.get()); error != 0)
         throw Refusal("the sampling program can't be loaded", error);

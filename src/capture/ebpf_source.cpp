@@ -136,7 +136,7 @@ private:
         port.settings.headerSize = settings.headerSize;
         if (settings.ingress) Make(port.ifIndex, false, port.ingressMade);
         if (settings.egress) Make(port.ifIndex, true, port.egressMade);
-        const PortSettings wanted{
+        PortSettings wanted{
             .rate = std::max<std::uint32_t>(settings.rate, 1),
             .scale = MakeGapScale(settings.rate),
             .wanted = static_cast<std::uint32_t>(
@@ -145,6 +145,7 @@ private:
             .incarnation = port.incarnation,
         };
         if (port.ingressMade) m_program->Set(KeyOf(port.ifIndex, false), wanted);
+        wanted.slot |= kEgressBit;
         if (port.egressMade) m_program->Set(KeyOf(port.ifIndex, true), wanted);
         m_program->NextGeneration();
 

@@ -20,7 +20,7 @@ struct PortSettings {
     __u32 rate;
     struct GapScale scale;
     __u32 wanted;       // bytes of a packet's beginning
-    __u32 slot;         // how user space finds the interface again
+    __u32 slot;         // how user space finds the interface again; kEgressBit is set for that direction
     __u32 incarnation;  // tells it from the slot's former interfaces
 };
 
@@ -42,12 +42,14 @@ static inline __attribute__((always_inline)) __u32 DirectPlace(__u32 cpu, __u32 
     return cpu * kDirectPorts + ((ifIndex * 2 + egress) & (kDirectPorts - 1));
 }
 
-/// Of one CPU, all ports together.
+/// Of one CPU, all ports together. One cache line.
 struct CpuState {
     __u64 bytes;  // written since the fill of the ring was last looked at
-} __attribute__((aligned(64)));
+    __u64 unused[7];
+};
 
-/// A drawn packet; `captured` bytes of it follow.
+/// A drawn packet; `captured` bytes of it follow. With the eight bytes that the ring puts before it, it fills
+/// a cache line, and so do the rooms for the packet: what the consumer's CPU has read must be fetched back.
 struct Record {
     __u64 pool;  // of this port and CPU, this packet included
     __u64 drops;
@@ -64,8 +66,7 @@ struct Record {
     __u16 tagControl;
     __u16 captured;
     __u16 cpu;
-    __u8 egress;
-    __u8 unused[3];
+    __u32 unused;
 };
 
 /// Words that both sides write.

@@ -26,6 +26,9 @@ const volatile __u32 logTable[kLogTableSize] = {0};
 
 struct SharedWords shared = {0};
 
+// By CPU; two with one place look at the ring's fill earlier, that is all.
+struct CpuState cpus[64] = {0};
+
 // All CPUs' places one after the other (DirectPlace): the kernel compiles this look-up in, which saves half
 // of what an unsampled packet would cost with a hash, and user space reads the counts without a system call.
 struct {
@@ -51,13 +54,6 @@ struct {
     __type(key, __u32);
     __type(value, struct PortSettings);
 } settings SEC(".maps");
-
-struct {
-    __uint(type, BPF_MAP_TYPE_ARRAY);
-    __uint(max_entries, 1);  // a CPU
-    __type(key, __u32);
-    __type(value, struct CpuState);
-} cpus SEC(".maps");
 
 struct {
     __uint(type, BPF_MAP_TYPE_RINGBUF);
@@ -140,19 +136,17 @@ __noinline __u32 Hits(struct PortState* port, __u32 frames)
     return run.hits;
 }
 
-static __always_inline __u64 WakeUp(__u32 number, __u32 bytes)
+static __always_inline __u64 WakeUp(__u32 cpu, __u32 bytes)
 {
-    struct CpuState* cpu;
+    __u64* sum = &cpus[cpu & 63].bytes;
 
     if (Volatile(shared.waiting)) {
         Volatile(shared.waiting) = 0;
         return BPF_RB_FORCE_WAKEUP;
     }
-    cpu = bpf_map_lookup_elem(&cpus, &number);
-    if (!cpu) return BPF_RB_NO_WAKEUP;
-    cpu->bytes += bytes;
-    if (cpu->bytes < checkBytes) return BPF_RB_NO_WAKEUP;
-    cpu->bytes = 0;
+    *sum += bytes;
+    if (*sum < checkBytes) return BPF_RB_NO_WAKEUP;
+    *sum = 0;
     if (Volatile(shared.pressing) || bpf_ringbuf_query(&ring, BPF_RB_AVAIL_DATA) < wakeBytes)
         return BPF_RB_NO_WAKEUP;
     Volatile(shared.pressing) = 1;
@@ -178,7 +172,6 @@ static __always_inline void Fill(struct Record* record, const struct __sk_buff* 
         record->tagProtocol = 0;
         record->tagControl = 0;
     }
-    record->egress = (__u8)egress;
 }
 
 // The beginning of the packet, `room` bytes of it where they lie in one piece, else `captured` ones; says
