@@ -11,7 +11,7 @@
 // Between the two some microseconds pass in which packets are neither counted nor drawn.
 //
 // The first block that waits wakes the process. From then on a timer looks, so often that a stream of
-// packets would fill half a ring at most meanwhile; after a look in vain the ring wakes again.
+// packets would fill two thirds of a ring at most meanwhile; after a look in vain the ring wakes again.
 
 #include "capture/ring_source.h"
 
@@ -40,7 +40,7 @@ using std::chrono::milliseconds;
 constexpr std::chrono::seconds kCountingPeriod{10};
 
 // Between two looks at a ring. As many packets as one core can send into an interface, times what a sample
-// takes of a ring, say how soon half of it may be full.
+// takes of a ring, say how soon two thirds of it may be full.
 constexpr milliseconds kLeastPause{5};
 constexpr milliseconds kMostPause{90};
 constexpr std::uint64_t kPacketsPerMillisecond = 1000;
@@ -63,7 +63,7 @@ struct Port {
 milliseconds PauseFor(const RingPair& pair)
 {
     const RingBlocks& blocks = pair.Blocks();
-    const std::uint64_t samples = blocks.Bytes() / 2 / kSampleSize;
+    const std::uint64_t samples = blocks.Bytes() * 2 / 3 / kSampleSize;
     return std::clamp(milliseconds(samples * pair.Current().rate / kPacketsPerMillisecond), kLeastPause,
                       kMostPause);
 }
