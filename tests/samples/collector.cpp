@@ -42,13 +42,15 @@ WallTime TimeOf(msghdr& message)
 }  // namespace
 
 Collector::Collector(std::size_t datagramSize, const std::string& address)
-    : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)), m_size(datagramSize)
+    : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)), m_size(datagramSize)
 {
     const int room = 64 << 20;
     const int on = 1;
+    const timeval pause{0, 20'000};  // between two looks whether it is to end
     if (m_socket < 0 || ::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room) != 0)
         ::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
     ::setsockopt(m_socket, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
+    ::setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &pause, sizeof pause);
     sockaddr_in own{};
     socklen_t size = sizeof own;
     own.sin_family = AF_INET;
@@ -57,14 +59,27 @@ Collector::Collector(std::size_t datagramSize, const std::string& address)
         ::getsockname(m_socket, reinterpret_cast<sockaddr*>(&own), &size) != 0)
         Fail("collector at " + address);
     m_port = ntohs(own.sin_port);
+    m_thread = std::thread([this] {
+        try {
+            Listen();
+        } catch (...) {
+            const std::lock_guard lock(m_mutex);
+            m_error = std::current_exception();
+        }
+    });
 }
 
-Collector::~Collector() { ::close(m_socket); }
+Collector::~Collector()
+{
+    m_stop = true;
+    m_thread.join();
+    ::close(m_socket);
+}
 
-void Collector::Receive()
+void Collector::Listen()
 {
     std::vector<std::byte> bytes(65536);
-    for (;;) {
+    while (!m_stop) {
         std::array<char, 128> control{};
         iovec part{bytes.data(), bytes.size()};
         msghdr message{};
@@ -73,14 +88,24 @@ void Collector::Receive()
         message.msg_control = control.data();
         message.msg_controllen = control.size();
         const ssize_t size = ::recvmsg(m_socket, &message, 0);
-        if (size < 0) {
-            if (errno != EAGAIN && errno != EINTR) Fail("collector");
-            return;
-        }
-        const auto end = bytes.begin() + size;
-        Take({{bytes.begin(), end},
-              TimeOf(message),
-              support::DecodeDatagram({bytes.data(), static_cast<std::size_t>(size)})});
+        if (size < 0 && errno != EAGAIN && errno != EINTR) Fail("collector");
+        if (size < 0) continue;
+        const std::lock_guard lock(m_mutex);
+        m_heard.push_back({{bytes.begin(), bytes.begin() + size}, TimeOf(message)});
+    }
+}
+
+void Collector::Receive()
+{
+    std::vector<Raw> heard;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_error) std::rethrow_exception(m_error);
+        heard.swap(m_heard);
+    }
+    for (Raw& raw : heard) {
+        support::Datagram datagram = support::DecodeDatagram(raw.bytes);
+        Take({std::move(raw.bytes), raw.time, std::move(datagram)});
     }
 }
 

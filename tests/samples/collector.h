@@ -5,11 +5,15 @@
 #ifndef SAMPLES_COLLECTOR_H
 #define SAMPLES_COLLECTOR_H
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <map>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -33,7 +37,8 @@ public:
         support::Datagram datagram;
     };
 
-    /// In the namespace of the calling thread. It complains about datagrams that are larger.
+    /// In the namespace of the calling thread. It complains about datagrams that are larger. It listens in
+    /// a thread of its own, so that what its socket can hold does not matter.
     explicit Collector(std::size_t datagramSize = 1400, const std::string& address = "127.0.0.1");
     Collector(const Collector&) = delete;
     Collector& operator=(const Collector&) = delete;
@@ -57,7 +62,13 @@ public:
     void AllowRestart() { m_mayRestart = true; }
 
 private:
-    /// Takes what waits at the socket.
+    struct Raw {
+        Bytes bytes;
+        WallTime time;
+    };
+
+    void Listen();
+    /// Looks at what the thread has heard.
     void Receive();
     void Take(Arrival arrival);
     void CheckSample(const support::DecodedSample& sample);
@@ -70,6 +81,12 @@ private:
     std::map<std::pair<char, std::uint32_t>, std::uint32_t> m_sequences;  // last of each kind and source
     std::size_t m_flows = 0, m_counters = 0;
     bool m_mayRestart = false;
+
+    std::mutex m_mutex;
+    std::vector<Raw> m_heard;  // and not looked at yet
+    std::exception_ptr m_error;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;  // last: it uses the others
 };
 
 /// The samples of all datagrams.

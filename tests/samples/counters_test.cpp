@@ -20,8 +20,9 @@ class CountersTest : public SamplesTest {
 protected:
     void SetUp() override
     {
-        if (const std::string why = WhyNotSource("packet-socket"); !why.empty()) GTEST_SKIP() << why;
         SamplesTest::SetUp();
+        if (IsSkipped()) return;
+        if (const std::string why = WhyNotSource("packet-socket"); !why.empty()) GTEST_SKIP() << why;
     }
 
     /// Sends so many frames of the size on an interface.

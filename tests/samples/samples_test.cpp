@@ -76,8 +76,9 @@ KernelCounters CountersOf(const std::string& interface)
 
 void SourceTest::SetUp()
 {
-    if (const std::string why = WhyNotSource(GetParam().option); !why.empty()) GTEST_SKIP() << why;
     SamplesTest::SetUp();
+    if (IsSkipped()) return;
+    if (const std::string why = WhyNotSource(GetParam().option); !why.empty()) GTEST_SKIP() << why;
 }
 
 std::string NameOfSource(const testing::TestParamInfo<SourceRow>& row) { return row.param.name; }

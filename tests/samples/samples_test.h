@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "samples/agent.h"
@@ -72,13 +73,19 @@ protected:
     {
         return Start(GetParam().option, arguments);
     }
-    [[nodiscard]] static bool IsEbpf() { return std::string(GetParam().option) == "ebpf"; }
+    [[nodiscard]] static bool IsEbpf() { return std::string_view(GetParam().option).starts_with("ebpf"); }
 };
 
 /// `INSTANTIATE_TEST_SUITE_P(, Suite, BothSources(), NameOfSource)`.
 inline auto BothSources()
 {
     return testing::Values(SourceRow{"Ebpf", "ebpf"}, SourceRow{"PacketSocket", "packet-socket"});
+}
+/// With both hooks of eBPF.
+inline auto AllSources()
+{
+    return testing::Values(SourceRow{"Ebpf", "ebpf"}, SourceRow{"EbpfClsact", "ebpf-clsact"},
+                           SourceRow{"PacketSocket", "packet-socket"});
 }
 std::string NameOfSource(const testing::TestParamInfo<SourceRow>& row);
 void PrintTo(const SourceRow& row, std::ostream* out);

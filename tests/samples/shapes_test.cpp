@@ -69,7 +69,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(, ShapesTest, BothSources(), NameOfSource);
+INSTANTIATE_TEST_SUITE_P(, ShapesTest, AllSources(), NameOfSource);
 
 TEST_P(ShapesTest, EachFrameBecomesOneSampleThatSaysWhatItWas)
 {

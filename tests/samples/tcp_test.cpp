@@ -141,7 +141,7 @@ protected:
     std::vector<std::unique_ptr<Socket>> m_sockets;
 };
 
-INSTANTIATE_TEST_SUITE_P(, TcpTest, BothSources(), NameOfSource);
+INSTANTIATE_TEST_SUITE_P(, TcpTest, AllSources(), NameOfSource);
 
 TEST_P(TcpTest, AStreamIsCountedAsTheFramesThatItIsOnTheWire)
 {
