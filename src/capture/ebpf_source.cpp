@@ -30,6 +30,18 @@ std::uint32_t KeyOf(std::uint32_t ifIndex, bool egress)
     return ifIndex | (egress ? static_cast<std::uint32_t>(kEgressBit) : 0);
 }
 
+// Also when a sink throws.
+class Draining {
+public:
+    explicit Draining(bool& flag) : m_flag(flag) { m_flag = true; }
+    ~Draining() { m_flag = false; }
+    Draining(const Draining&) = delete;
+    Draining& operator=(const Draining&) = delete;
+
+private:
+    bool& m_flag;
+};
+
 class EbpfSource final : public PacketSource {
 public:
     EbpfSource(boost::asio::io_context& loop, ipc::Timers& timers, SampleSink& sink,
@@ -220,7 +232,7 @@ private:
     {
         m_program->Shared().pressing = 0;
         if (!m_ring->Begin()) return false;
-        m_draining = true;
+        const Draining until(m_draining);
         do {
             std::size_t count = 0;
             while (count < kBatch) {
@@ -230,7 +242,6 @@ private:
             }
             if (count > 0) m_sink.OnSamples({m_batch.data(), count});
         } while (m_ring->Release());
-        m_draining = false;
         return true;
     }
 

@@ -6,7 +6,10 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <new>
+#include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -279,6 +282,29 @@ TEST_F(EbpfLifeTest, RemovesWhatAKilledProcessLeftAtClsact)
     ASSERT_NE(Filters("right").find("sflow_ingress"), std::string::npos);
     Start({}, EbpfHook::kBest);
     EXPECT_EQ(Filters("right"), "");
+}
+
+TEST_F(EbpfLifeTest, GoesOnAfterASinkThatThrew)
+{
+    class Throwing final : public capture::SampleSink {
+    public:
+        void OnSamples(std::span<const capture::Sample> batch) override
+        {
+            if (std::exchange(first, false)) throw std::bad_alloc();
+            taken += batch.size();
+        }
+        void OnDrained() override {}
+        bool first = true;
+        std::size_t taken = 0;
+    } throwing;
+    source = capture::MakeEbpfSource(loop, timers, throwing, {}, EbpfHook::kTcx);
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    Cross(10);
+    EXPECT_THROW(source->Drain(), std::bad_alloc);
+    Cross(5);
+    source->Drain();
+    EXPECT_EQ(throwing.taken, 5U);
+    source.reset();
 }
 
 TEST_F(EbpfLifeTest, ConfiguresAndEndsManyInterfacesQuickly)
