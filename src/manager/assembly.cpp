@@ -107,7 +107,7 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
       m_poller(
           *m_timers, *m_counters, m_monitor.CurrentLinks(), [this] { m_exporter.Flush(); },
           &steady_clock::now, &system_clock::now, &RandomBelow),
-      m_sampling({m_monitor.CurrentLinks(), m_monitor.CurrentForwarding(), m_exporter, m_poller},
+      m_sampling({*m_timers, m_monitor.CurrentLinks(), m_monitor.CurrentForwarding(), m_exporter, m_poller},
                  m_addedDirection, &system_clock::now),
       m_source(ChooseSource(options.source, loop, *m_timers, m_sampling.Sink(), SourceOptionsOf(options))),
       m_service(m_state, m_journal.get(), &system_clock::now),

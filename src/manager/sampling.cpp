@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "capture/packet_source.h"
+#include "ipc/timers.h"
 #include "log/log.h"
 #include "manager/configured_interface.h"
 #include "manager/exporter.h"
@@ -23,7 +24,8 @@ bool Includes(Direction direction, Direction wanted)
 }  // namespace
 
 Sampling::Sampling(const Parts& parts, std::optional<Direction> added, WallClock clock)
-    : m_links(parts.links),
+    : m_timers(parts.timers),
+      m_links(parts.links),
       m_exporter(parts.exporter),
       m_poller(parts.poller),
       m_added(added),
@@ -229,6 +231,7 @@ void Sampling::Unbind(ConfiguredInterface& interface)
     if (interface.source == nullptr) return;
     EndSampling(*interface.source);
     interface.source->error.clear();
+    m_refused.erase(&interface);
     interface.source->boundTo = nullptr;
     interface.source = nullptr;
 }
@@ -253,24 +256,38 @@ void Sampling::ApplySampling(ConfiguredInterface& interface)
     if (interface.source == nullptr) return;
     DataSource& source = *interface.source;
     const auto wanted = WantedSampling(interface);
-    if (!wanted) {
-        EndSampling(source);
+    if (!wanted) EndSampling(source);
+    if (!wanted || (source.sampledWith == wanted && !source.changeRefused)) {
         source.error.clear();
+        m_refused.erase(&interface);
         return;
     }
-    if (source.sampledWith == wanted) return;
     try {
         if (source.sampledWith)
             m_source->Change(source.ifIndex, *wanted);
         else
             m_source->Add(source.ifIndex, *wanted);
         source.sampledWith = wanted;
+        source.changeRefused = false;
         source.error.clear();
+        m_refused.erase(&interface);
     } catch (const capture::Unavailable& reason) {
-        if (source.error != reason.what())
-            slog::Error("interface {}: packets can't be sampled: {}", interface.name, reason.what());
-        source.error = reason.what();
+        source.changeRefused = source.sampledWith.has_value();
+        Refused(interface, reason.what());
     }
+}
+
+void Sampling::Refused(ConfiguredInterface& interface, const std::string& reason)
+{
+    if (interface.source->error != reason)
+        slog::Error("interface {}: packets can't be sampled: {}", interface.name, reason);
+    interface.source->error = reason;
+    m_refused.insert(&interface);
+    if (m_retry != nullptr) return;
+    m_retry = m_timers.After(kRetry, [this] {
+        m_retry.reset();
+        for (ConfiguredInterface* refused : std::set(m_refused)) ApplySampling(*refused);
+    });
 }
 
 void Sampling::EndSampling(DataSource& source)
@@ -280,6 +297,7 @@ void Sampling::EndSampling(DataSource& source)
     source.before.pool += last.pool;
     source.before.drops += last.drops;
     source.sampledWith.reset();
+    source.changeRefused = false;
 }
 
 /// As long as the kernel interface is bound, one that has no collector now keeps its rhythm and counts.
@@ -295,6 +313,7 @@ void Sampling::End()
     for (auto& [ifIndex, source] : m_flows.Sources()) EndSampling(source);
     m_exporter.Flush();
     m_source = nullptr;
+    m_retry.reset();
 }
 
 // ---- what is known of it ----

@@ -5,9 +5,11 @@
 #ifndef MANAGER_SAMPLING_H
 #define MANAGER_SAMPLING_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -23,6 +25,9 @@
 namespace capture {
 class PacketSource;
 }
+namespace ipc {
+class Timers;
+}
 namespace net {
 class Forwarding;
 }
@@ -35,12 +40,16 @@ class Poller;
 class Sampling final : public Observer, public net::LinkObserver {
 public:
     struct Parts {
+        ipc::Timers& timers;
         net::Links& links;
         net::Forwarding& forwarding;
         Exporter& exporter;
         Poller& poller;
     };
     using WallClock = std::function<WallTime()>;
+
+    /// Between two tries to sample where the source has refused to: what it lacked may be there again.
+    static constexpr std::chrono::seconds kRetry{5};
 
     /// `added` is a direction that is sampled besides the one each interface asks for. The parts must
     /// outlive it. Add it to the state as an observer; it adds itself to the links.
@@ -80,6 +89,7 @@ private:
 
     [[nodiscard]] std::optional<capture::Settings> WantedSampling(const ConfiguredInterface& interface) const;
     void ApplySampling(ConfiguredInterface& interface);
+    void Refused(ConfiguredInterface& interface, const std::string& reason);
     void EndSampling(DataSource& source);
     void ApplyPolling(ConfiguredInterface& interface);
     void UseExpandedEncoding();
@@ -87,6 +97,7 @@ private:
     [[nodiscard]] InterfaceStatus StatusOf(const ConfiguredInterface& interface,
                                            const capture::Counts& counts) const;
 
+    ipc::Timers& m_timers;
     net::Links& m_links;
     Exporter& m_exporter;
     Poller& m_poller;
@@ -97,6 +108,8 @@ private:
     std::unordered_map<std::string, ConfiguredInterface> m_interfaces;  // pointers to elements are kept
     /// The interfaces that a collector is attached to, for any kind.
     std::unordered_map<std::string, std::set<ConfiguredInterface*>> m_users;
+    std::set<ConfiguredInterface*> m_refused;  // those that the source does not sample although it should
+    std::shared_ptr<void> m_retry;             // while there are any
 };
 
 }  // namespace manager

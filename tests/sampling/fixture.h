@@ -52,6 +52,7 @@ public:
     {
         EXPECT_TRUE(counts.contains(ifIndex));
         Note("change", ifIndex, settings);
+        if (!refusal.empty()) throw capture::Unavailable(capture::Unavailable::Cause::kOther, refusal);
     }
     capture::Counts Remove(std::uint32_t ifIndex) override
     {
@@ -245,7 +246,7 @@ protected:
                   [this] { return std::chrono::steady_clock::time_point(timers.Now()); },
                   &std::chrono::system_clock::now,
                   [](std::uint32_t) { return 0U; }};
-    Sampling sampling{{links, forwarding, exporter, poller}, std::nullopt, [] {
+    Sampling sampling{{timers, links, forwarding, exporter, poller}, std::nullopt, [] {
                           return WallTime(std::chrono::seconds(1000));
                       }};
     FakeSource source{sampling.Sink()};
