@@ -28,6 +28,23 @@ Snapshot::Collector Taken(const std::string& name, const State::Collector& held,
     return collector;
 }
 
+void Shift(Snapshot& snapshot, WallTime::duration by)
+{
+    const auto shift = [by](std::optional<WallTime>& time) {
+        if (time) *time += by;
+    };
+    snapshot.now += by;
+    snapshot.since += by;
+    for (Snapshot::Collector& collector : snapshot.collectors) {
+        shift(collector.stream.lastErrorTime);
+        shift(collector.stream.lastDatagram);
+    }
+    for (Snapshot::Interface& interface : snapshot.interfaces) {
+        shift(interface.status.lastSample);
+        shift(interface.status.lastCounters);
+    }
+}
+
 }  // namespace
 
 const Snapshot::Collector* Snapshot::FindCollector(const std::string& name) const
@@ -60,6 +77,7 @@ Snapshot TakeSnapshot(const Service& service, const StatusSources& sources)
     snapshot.interfaces.reserve(state.Interfaces().size());
     for (const auto& [name, interface] : state.Interfaces())
         snapshot.interfaces.push_back(Taken(name, interface, sources));
+    if (sources.wall) Shift(snapshot, sources.wall() - snapshot.now);
     return snapshot;
 }
 

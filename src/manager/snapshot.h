@@ -61,7 +61,11 @@ struct Snapshot {
 
 /// Where the numbers come from. One that is not set gives none: the records stay empty.
 struct StatusSources {
+    /// The clock by which everything was noted. One that nobody sets keeps ages true.
     std::function<WallTime()> now = {};
+    /// The clock that people read, where it is another: all times in the snapshot are moved to it, so that
+    /// what was noted a second ago shows the time of a second ago, also when that clock has been set since.
+    std::function<WallTime()> wall = {};
     std::function<SourceStatus()> source = {};
     std::function<InterfaceStatus(const std::string& interface)> interface = {};
     /// Null where there is no stream of that name.

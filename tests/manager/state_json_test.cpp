@@ -197,6 +197,29 @@ TEST_F(StateText, TakesItsNumbersOfTheMoment)
     EXPECT_EQ("eth3", sflow.at("problem").back().at("name"));
 }
 
+TEST_F(StateText, MovesItsTimesToTheWallClockAndKeepsAgesWhenThatIsSet)
+{
+    for (const auto& operation : {Add("c1"), Update("eth1", "c1")}) EXPECT_EQ("", m_state.Apply(operation));
+    const StreamStatus stream = SendingCollector("c1").stream;
+    StatusSources sources{.now = [] { return kNow; },
+                          .interface = [](const std::string& name) { return FlowingInterface(name).status; },
+                          .collector = [&stream](const std::string&) { return &stream; }};
+    const Snapshot before = TakeSnapshot(m_service, sources);
+    for (const auto step : {std::chrono::hours(7), std::chrono::hours(-7), std::chrono::hours(0)}) {
+        sources.wall = [step] { return kNow + step; };
+        const Snapshot snapshot = TakeSnapshot(m_service, sources);
+        EXPECT_EQ(kNow + step, snapshot.now);
+        EXPECT_EQ(before.since + step, snapshot.since);
+        EXPECT_EQ(*before.collectors[0].stream.lastDatagram + step,
+                  snapshot.collectors[0].stream.lastDatagram);
+        EXPECT_EQ(*before.interfaces[0].status.lastSample + step, snapshot.interfaces[0].status.lastSample);
+        EXPECT_EQ(*before.interfaces[0].status.lastCounters + step,
+                  snapshot.interfaces[0].status.lastCounters);
+        EXPECT_EQ(before.collectors[0].stream.lastErrorTime.has_value(),
+                  snapshot.collectors[0].stream.lastErrorTime.has_value());
+    }
+}
+
 TEST_F(StateText, NamesTheJournalAndWhatIsMissingInIt)
 {
     Journal journal("/dev/full");
