@@ -1,5 +1,6 @@
 #include "manager/metrics_text.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -9,17 +10,27 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "manager/snapshot.h"
 
 namespace manager {
 namespace {
 
-/// A label's value: what would end it is escaped, what is no UTF-8 never gets here but as a byte.
+/// Bytes that are no UTF-8 become U+FFFD: one of them would spoil all metrics for the reader.
+std::string Readable(std::string_view value)
+{
+    using Json = nlohmann::json;
+    if (std::all_of(value.begin(), value.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
+        return std::string(value);
+    return Json::parse(Json(value).dump(-1, ' ', false, Json::error_handler_t::replace)).get<std::string>();
+}
+
+/// A label's value: what would end it is escaped.
 std::string Escaped(std::string_view value)
 {
     std::string text;
-    for (const char c : value) {
+    for (const char c : Readable(value)) {
         if (c == '\\' || c == '"') text += '\\';
         if (c == '\n')
             text += "\\n";

@@ -140,5 +140,12 @@ TEST(MetricsText, EscapeWhatWouldEndALabel)
     EXPECT_THAT(MetricsText(snapshot), testing::HasSubstr(R"(kernel_interface="a\\b\"c\nd",ifindex="7"} 1)"));
 }
 
+TEST(MetricsText, ReplaceBytesThatAreNoText)
+{
+    Snapshot snapshot = Flowing();
+    snapshot.interfaces[0].status.kernelName = "\xC3\xBC\xFF";
+    EXPECT_THAT(MetricsText(snapshot), testing::HasSubstr("kernel_interface=\"\xC3\xBC\xEF\xBF\xBD\","));
+}
+
 }  // namespace
 }  // namespace manager
