@@ -13,6 +13,7 @@
 #include <boost/asio/write.hpp>
 
 #include "manager/loop_fixture.h"
+#include "support/few_files.h"
 
 namespace manager {
 namespace {
@@ -256,6 +257,33 @@ TEST_F(Metrics, HaveRoomForSoManyAtOnce)
         return next->Received().ends_with("a 1\n");
     }));
     EXPECT_THAT(Answer(*browsers.front(), kGet, "a 1\n"), EndsWith("a 1\n"));
+}
+
+TEST_F(Metrics, AreServedAgainOnceThereAreFilesForConnections)
+{
+    testing::internal::CaptureStderr();
+    for (int row = 0; row < 2; ++row) {
+        const auto browser = Open();
+        EXPECT_TRUE(browser->Send("GET /metrics HTTP/1.0\r\n\r\n"));
+        {
+            const support::FewFiles none(0);
+            for (int tries = 0; tries < 3; ++tries) {
+                EXPECT_TRUE(RunUntil([&] { return m_timers.Waiting() == 1; }));
+                m_timers.Advance(milliseconds(100));
+            }
+            EXPECT_TRUE(RunUntil([&] { return m_timers.Waiting() == 1; }));
+        }
+        m_timers.Advance(milliseconds(100));
+        EXPECT_TRUE(AwaitEnd(*browser));
+        EXPECT_THAT(browser->Take(), EndsWith("\r\n\r\na 1\n"));
+        browser->EndSending();
+        EXPECT_TRUE(RunUntil([&] { return m_timers.Waiting() == 0; })) << "the connection's own";
+    }
+    const std::string log = testing::internal::GetCapturedStderr();
+    std::size_t lines = 0;
+    for (std::size_t at = 0; (at = log.find("can't take a connection", at)) != std::string::npos; ++at)
+        ++lines;
+    EXPECT_EQ(2U, lines) << "one a row: " << log;
 }
 
 TEST_F(Metrics, EndWithTheirServer)
