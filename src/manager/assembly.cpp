@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <random>
 #include <stdexcept>
@@ -53,6 +54,14 @@ std::unique_ptr<Journal> OpenJournal(const std::string& path)
     return path.empty() ? nullptr : std::make_unique<Journal>(path);
 }
 
+/// By which everything is noted: it begins as the wall clock and is never set, so that ages stay true.
+std::function<WallTime()> EventClock()
+{
+    return [wall = system_clock::now(), start = steady_clock::now()] {
+        return wall + std::chrono::duration_cast<WallTime::duration>(steady_clock::now() - start);
+    };
+}
+
 /// A number below `limit`, for the start of the first polling interval.
 std::uint32_t RandomBelow(std::uint32_t limit)
 {
@@ -73,6 +82,7 @@ private:
     void Confine(const Options& options);
     [[nodiscard]] StatusSources Sources();
 
+    const std::function<WallTime()> m_clock = EventClock();
     const std::unique_ptr<ipc::Timers> m_timers;
     const std::unique_ptr<Journal> m_journal;
     std::vector<std::string> m_limitations;
@@ -99,18 +109,18 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
       m_monitor(loop, *m_timers),
       m_counters(net::MakeCounterReader()),
       m_exporter(
-          &system_clock::now,
+          m_clock,
           [start = steady_clock::now()] {
               return std::chrono::duration_cast<std::chrono::milliseconds>(steady_clock::now() - start);
           },
           options.mark),
       m_poller(
           *m_timers, *m_counters, m_monitor.CurrentLinks(), [this] { m_exporter.Flush(); },
-          &steady_clock::now, &system_clock::now, &RandomBelow),
+          &steady_clock::now, m_clock, &RandomBelow),
       m_sampling({*m_timers, m_monitor.CurrentLinks(), m_monitor.CurrentForwarding(), m_exporter, m_poller},
-                 m_addedDirection, &system_clock::now),
+                 m_addedDirection, m_clock),
       m_source(ChooseSource(options.source, loop, *m_timers, m_sampling.Sink(), SourceOptionsOf(options))),
-      m_service(m_state, m_journal.get(), &system_clock::now),
+      m_service(m_state, m_journal.get(), m_clock),
       m_server(loop, *m_timers, directory + "/manager.sock", m_service),
       m_provider(
           loop, *m_timers, directory + "/cdb.sock",
@@ -166,7 +176,8 @@ void Assembly::Impl::Confine(const Options& options)
 StatusSources Assembly::Impl::Sources()
 {
     StatusSources sources;
-    sources.now = &system_clock::now;
+    sources.now = m_clock;
+    sources.wall = &system_clock::now;
     sources.pid = ::getpid();
     sources.source = [this] { return m_sampling.Source(); };
     sources.interface = [all = m_sampling.Interfaces()](const std::string& name) {
