@@ -2,7 +2,16 @@
 
 #include "endurance/endurance_test.h"
 
-#include <filesystem>
+#include <grp.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <iostream>
 #include <iterator>
 #include <sstream>
 
@@ -19,6 +28,24 @@ std::string TestName(const std::string& source)
         capital = c == '-';
     }
     return name;
+}
+
+int ConnectAs(unsigned user, const std::filesystem::path& socket)
+{
+    const std::string path = socket.string();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::copy(path.begin(), path.end(), address.sun_path);
+        if (::setgroups(0, nullptr) != 0 || ::setgid(user) != 0 || ::setuid(user) != 0) ::_exit(255);
+        const int client = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        const bool done = ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        ::_exit(done ? 0 : errno);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WEXITSTATUS(status);
 }
 
 void EnduranceTest::SetUp()

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <memory>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,6 +36,10 @@ inline constexpr const char* kPacketSocket = "packet-socket";
 
 /// "EbpfTcx" and so on, for names of tests.
 std::string TestName(const std::string& source);
+
+/// The errno of a connection to the Unix socket by that user, in no group but that of its number; 0 where it
+/// is admitted. Needs root.
+int ConnectAs(unsigned user, const std::filesystem::path& socket);
 
 class EnduranceTest : public testing::Test {
 protected:

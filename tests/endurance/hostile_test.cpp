@@ -3,12 +3,9 @@
 // that is sent to one place disturbs another.
 
 #include <arpa/inet.h>
-#include <grp.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -230,25 +227,6 @@ TEST_F(Hostile, ClientsOfTheMetricsCostLittleAndDisturbNobody)
     EXPECT_TRUE(Becomes([&] { return Descriptors() <= descriptors; })) << Descriptors();
     EXPECT_EQ(World().Numbers().OfInterface("p1", "sampled"), 1U) << "served again";
     ExpectAllSampled();
-}
-
-/// The errno of a connection by that user; 0 where it is admitted.
-int ConnectAs(uid_t user, const std::filesystem::path& socket)
-{
-    const std::string path = socket.string();
-    const pid_t child = ::fork();
-    if (child == 0) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::copy(path.begin(), path.end(), address.sun_path);
-        if (::setgroups(0, nullptr) != 0 || ::setgid(user) != 0 || ::setuid(user) != 0) ::_exit(255);
-        const int client = ::socket(AF_UNIX, SOCK_STREAM, 0);
-        const bool done = ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-        ::_exit(done ? 0 : errno);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WEXITSTATUS(status);
 }
 
 TEST_F(Hostile, OthersThanTheUserAndItsGroupAreNotAdmitted)
