@@ -75,6 +75,7 @@ void SetTag(Sample& sample, const tpacket3_hdr& header, std::uint32_t status)
 std::size_t RingBlocks::Waiting() const
 {
     std::size_t waiting = 0;
+    if (m_area.memory == nullptr) return 0;
     for (std::size_t at = m_next; waiting < m_area.blocks; at = (at + 1) % m_area.blocks, ++waiting) {
         const auto* block = reinterpret_cast<const tpacket_block_desc*>(At(at));
         if ((__atomic_load_n(&block->hdr.bh1.block_status, __ATOMIC_ACQUIRE) & TP_STATUS_USER) == 0) break;

@@ -20,6 +20,7 @@ namespace capture {
 
 class RingBlocks {
 public:
+    /// The area must outlive it. Nothing waits in one without memory.
     RingBlocks(const RingArea& area, bool tellsSegments) : m_area(area), m_tellsSegments(tellsSegments) {}
 
     /// How many blocks the kernel has handed over that wait.
@@ -50,7 +51,7 @@ private:
     [[nodiscard]] bool IsInside(std::size_t at) const;
     [[nodiscard]] const tpacket3_hdr& HeaderAt(std::size_t at) const;
 
-    RingArea m_area;
+    const RingArea& m_area;
     bool m_tellsSegments;
     std::size_t m_next = 0;
 };

@@ -51,9 +51,16 @@ Counts RingPair::Count()
     return {m_shared ? counted + drawn.passed : counted, drawn.dropped};
 }
 
+bool RingPair::IsReadable()
+{
+    if (m_sampling.Area().memory != nullptr) return true;
+    Count();
+    return m_inRing > 0 && m_sampling.Map();
+}
+
 std::size_t RingSizeFor(std::uint32_t rate)
 {
-    constexpr std::size_t kLeast = 128U << 10U;
+    constexpr std::size_t kLeast = 64U << 10U;
     constexpr std::size_t kMost = 4U << 20U;
     constexpr std::size_t kOfAll = 16U << 20U;
     return std::clamp(kOfAll / std::max<std::uint32_t>(rate, 1), kLeast, kMost);

@@ -46,6 +46,8 @@ public:
     Counts Count();
     /// How many samples the kernel has put into the ring, as of the last Count.
     [[nodiscard]] std::uint64_t InRing() const { return m_inRing; }
+    /// Something has come, and the ring can be read.
+    [[nodiscard]] bool IsReadable();
     [[nodiscard]] RingBlocks& Blocks() { return m_blocks; }
     [[nodiscard]] const RingBlocks& Blocks() const { return m_blocks; }
     [[nodiscard]] const Settings& Current() const { return m_settings; }

@@ -57,13 +57,6 @@ std::size_t PageMultiple(std::size_t bytes)
     return std::max(page, bytes / page * page);
 }
 
-void* Map(int descriptor, std::size_t bytes)
-{
-    void* memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-    if (memory == MAP_FAILED) Fail(errno, "ring of a packet socket");
-    return memory;
-}
-
 }  // namespace
 
 Descriptor::~Descriptor()
@@ -155,7 +148,16 @@ SamplingSocket::SamplingSocket(std::size_t bytes) : PacketSocket(SOCK_RAW)
     request.tp_frame_nr = static_cast<unsigned>(m_area.blockSize / 1024 * m_area.blocks);
     request.tp_retire_blk_tov = kBlockMilliseconds;
     SetOption(PACKET_RX_RING, &request, sizeof request, "ring of a packet socket");
-    m_area.memory = static_cast<std::byte*>(Map(Get(), m_area.blockSize * m_area.blocks));
+}
+
+bool SamplingSocket::Map()
+{
+    if (m_area.memory != nullptr) return true;
+    const std::size_t bytes = m_area.blockSize * m_area.blocks;
+    void* memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, Get(), 0);
+    if (memory == MAP_FAILED) return false;
+    m_area.memory = static_cast<std::byte*>(memory);
+    return true;
 }
 
 SamplingSocket::~SamplingSocket()

@@ -81,7 +81,11 @@ public:
     SamplingSocket(const SamplingSocket&) = delete;
     SamplingSocket& operator=(const SamplingSocket&) = delete;
     ~SamplingSocket();
+    /// Without memory until it is mapped.
     [[nodiscard]] const RingArea& Area() const { return m_area; }
+    /// Makes the ring part of the process's memory: to be done when there is something to read, for what has
+    /// never carried a packet need not count. False where that fails.
+    bool Map();
     /// A virtio_net_hdr stands before each packet.
     [[nodiscard]] bool TellsSegments() const { return m_tellsSegments; }
 

@@ -274,7 +274,7 @@ private:
     {
         if (m_handingOver) return 0;
         const std::shared_ptr<RingPair> pair = port.pair;
-        const std::size_t waiting = pair->Blocks().Waiting();
+        const std::size_t waiting = pair->IsReadable() ? pair->Blocks().Waiting() : 0;
         if (waiting == 0) return 0;
         Pace(port, waiting);
         // Read after: the samples of these blocks are in it.
@@ -304,7 +304,7 @@ private:
         const std::shared_ptr<RingPair> pair = port.pair;
         while (HandOver(port) > 0) continue;
         Counts last = Count(port);
-        if (pair->InRing() > port.delivered && !m_handingOver) {
+        if (pair->InRing() > port.delivered && !m_handingOver && pair->IsReadable()) {
             m_samples.clear();
             pair->Blocks().TakeUnfinished(m_samples, pair->InRing() - port.delivered);
             Emit(port, last);
@@ -314,14 +314,18 @@ private:
         port.before = last;
     }
 
+    // `counts` are of now. The kernel does not say how many packets had been counted when a sample was drawn;
+    // but each of those that came into the ring after it is one that had not: so at 1:1 its pool is exact,
+    // and else not below what it was.
     void Emit(Port& port, const Counts& counts)
     {
         if (m_samples.empty()) return;
-        port.delivered += m_samples.size();
+        const std::uint64_t inRing = port.pair->InRing();
         for (Sample& sample : m_samples) {
+            ++port.delivered;
             sample.ifIndex = port.ifIndex;
             sample.rate = port.pair->Current().rate;
-            sample.pool = counts.pool;
+            sample.pool = counts.pool - (inRing - std::min(inRing, port.delivered));
             sample.drops = counts.drops;
         }
         m_handingOver = true;
