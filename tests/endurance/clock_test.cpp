@@ -119,9 +119,7 @@ TEST_P(ClockStep, ChangesNoRhythmAndNoAge)
     EXPECT_EQ(World().Manager().Terminate(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(, ClockStep,
-                         testing::Values(Step{"Forward", "+7h"}, Step{"Back", "-7h"},
-                                         Step{"AYearBack", "-1y"}),
+INSTANTIATE_TEST_SUITE_P(, ClockStep, testing::Values(Step{"Forward", "+7h"}, Step{"AYearBack", "-1y"}),
                          [](const auto& row) { return row.param.name; });
 
 }  // namespace
