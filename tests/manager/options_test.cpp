@@ -4,6 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
+#include <string>
 #include <vector>
 
 namespace manager {
@@ -158,6 +163,31 @@ const Row kRows[] = {
 
 INSTANTIATE_TEST_SUITE_P(Table, CommandLineFaults, testing::ValuesIn(kRows),
                          [](const auto& row) { return std::string(row.param.name); });
+
+/// Words such as "--ring-size".
+std::set<std::string> OptionsIn(const std::string& text)
+{
+    static const std::regex option("--[a-z]+(-[a-z]+)*");
+    return {std::sregex_token_iterator(text.begin(), text.end(), option), std::sregex_token_iterator()};
+}
+
+TEST(CommandLine, IsThatOfTheManualAndOfTheUsage)
+{
+    std::ifstream file(SFLOW_TEST_MAN_DIR "/sflow-mgr.8");
+    std::string manual(std::istreambuf_iterator<char>(file), {});
+    for (std::size_t at; (at = manual.find("\\-")) != std::string::npos;) manual.erase(at, 1);
+    const std::set<std::string> options = OptionsIn(UsageText());
+    EXPECT_EQ(options, OptionsIn(manual));
+    EXPECT_EQ(10U, options.size());
+    // Each of them is one that is taken, with a value or without.
+    for (const std::string& option : options) {
+        try {
+            Parse({option});
+        } catch (const UsageError& error) {
+            EXPECT_EQ("option " + option + " needs a value", std::string(error.what()));
+        }
+    }
+}
 
 }  // namespace
 }  // namespace manager
