@@ -26,6 +26,7 @@ struct ConfiguredInterface {
     std::array<std::set<std::string>, kKinds> collectors;  // names, also of those that do not exist
     std::array<std::vector<Stream*>, kKinds> streams;      // of those that do
     DataSource* source = nullptr;                          // null: no kernel interface has its name
+    std::uint32_t waitsFor = 0;  // the kernel interface that has its name but serves another; 0: none
 
     [[nodiscard]] std::set<std::string>& Of(Kind kind) { return collectors[static_cast<std::size_t>(kind)]; }
     [[nodiscard]] std::vector<Stream*>& StreamsOf(Kind kind)

@@ -88,6 +88,7 @@ void Sampling::InterfaceRemoved(const std::string& name)
     ConfiguredInterface& interface = at->second;
     const std::uint32_t released = interface.source != nullptr ? interface.source->ifIndex : 0;
     Unbind(interface);
+    WaitFor(interface, 0);
     for (auto& collectors : interface.collectors)
         for (const std::string& collector : std::exchange(collectors, {})) RemoveUser(collector, interface);
     m_interfaces.erase(at);
@@ -137,6 +138,7 @@ void Sampling::LinkChanged(const net::Link& link)
         if (source->second.boundTo != nullptr) Refresh(*source->second.boundTo);
     }
     RefreshNamed(link);
+    RefreshWaiting(link.index);
 }
 
 void Sampling::LinkRemoved(const net::Link& link)
@@ -148,6 +150,7 @@ void Sampling::LinkRemoved(const net::Link& link)
     m_flows.Sources().erase(at);
     m_poller.Forget(link.index);
     if (interface != nullptr) Refresh(*interface);  // another one may have the name
+    RefreshWaiting(link.index);
 }
 
 /// The interfaces of the configuration that this one could serve now.
@@ -159,6 +162,25 @@ void Sampling::RefreshNamed(const net::Link& link)
     refresh(link.name);
     for (const std::string& name : link.altNames) refresh(name);
     if (!link.alias.empty()) refresh(link.alias);
+}
+
+/// Those whose name it had, and may have no longer.
+void Sampling::RefreshWaiting(std::uint32_t ifIndex)
+{
+    const auto at = m_waiting.find(ifIndex);
+    if (at == m_waiting.end()) return;
+    for (ConfiguredInterface* interface : std::set(at->second)) Refresh(*interface);
+}
+
+void Sampling::WaitFor(ConfiguredInterface& interface, std::uint32_t ifIndex)
+{
+    if (interface.waitsFor == ifIndex) return;
+    if (const auto at = m_waiting.find(interface.waitsFor); at != m_waiting.end()) {
+        at->second.erase(&interface);
+        if (at->second.empty()) m_waiting.erase(at);
+    }
+    if (ifIndex != 0) m_waiting[ifIndex].insert(&interface);
+    interface.waitsFor = ifIndex;
 }
 
 /// An agent's session has one encoding: with the first index that needs it, everything begins anew.
@@ -181,6 +203,8 @@ void Sampling::Refresh(ConfiguredInterface& interface)
     const net::Link* link = LinkFor(interface);
     const std::uint32_t index = link != nullptr ? link->index : 0;
     const std::uint32_t bound = interface.source != nullptr ? interface.source->ifIndex : 0;
+    const net::Link* named = index == 0 ? m_links.Find(interface.name) : nullptr;
+    WaitFor(interface, named != nullptr ? named->index : 0);
     if (bound != 0 && bound != index) Unbind(interface);
     if (index != 0 && bound != index) Bind(interface, *link);
 

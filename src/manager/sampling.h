@@ -81,6 +81,8 @@ public:
 private:
     void Refresh(ConfiguredInterface& interface);
     void RefreshNamed(const net::Link& link);
+    void RefreshWaiting(std::uint32_t ifIndex);
+    void WaitFor(ConfiguredInterface& interface, std::uint32_t ifIndex);
     [[nodiscard]] const net::Link* LinkFor(const ConfiguredInterface& interface) const;
     void Bind(ConfiguredInterface& interface, const net::Link& link);
     void Unbind(ConfiguredInterface& interface);
@@ -108,6 +110,7 @@ private:
     std::unordered_map<std::string, ConfiguredInterface> m_interfaces;  // pointers to elements are kept
     /// The interfaces that a collector is attached to, for any kind.
     std::unordered_map<std::string, std::set<ConfiguredInterface*>> m_users;
+    std::unordered_map<std::uint32_t, std::set<ConfiguredInterface*>> m_waiting;  // by waitsFor
     std::set<ConfiguredInterface*> m_refused;  // those that the source does not sample although it should
     std::shared_ptr<void> m_retry;             // while there are any
 };

@@ -151,6 +151,29 @@ TEST_F(SamplingTest, AnUnsetInterfaceIsNotSampledAndItsKernelInterfaceServesAnot
     EXPECT_FALSE(sampling.Interfaces().contains("eth1"));
 }
 
+TEST_F(SamplingTest, ANameThatAnotherInterfaceLetsGoOfIsThatOfTheNext)
+{
+    Collect("c1", c1);
+    links.Put(LinkOf(5, "eth5", "uplink"));
+    links.Put(LinkOf(6, "eth6", "uplink"));
+    Update("eth5", "c1");
+    Update("uplink", "c1");
+    EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in")) << "the first of the two serves another name";
+    links.Put(LinkOf(5, "eth5"));
+    EXPECT_THAT(Calls(), ElementsAre("add 6 1/10 128 in"));
+    links.Put(LinkOf(4, "eth4", "uplink"));
+    EXPECT_THAT(Calls(), ElementsAre("remove 6", "add 4 1/10 128 in"));
+    Update("eth4", "c1");
+    ASSERT_EQ(state.Apply(UnsetInterface{"uplink"}), "");
+    Update("uplink", "c1");
+    Calls();
+    links.Remove(4);
+    EXPECT_THAT(Calls(), ElementsAre("remove 4", "add 6 1/10 128 in"));
+    ASSERT_EQ(state.Apply(UnsetInterface{"uplink"}), "");
+    links.Put(LinkOf(5, "eth5"));
+    EXPECT_THAT(Calls(), ElementsAre("remove 6"));
+}
+
 TEST_F(SamplingTest, ARenamedInterfaceIsLetGoAndOneThatGetsTheNameIsTaken)
 {
     Collect("c1", c1);
