@@ -3,6 +3,7 @@
 
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include <nlohmann/json.hpp>
 
@@ -162,6 +163,40 @@ TEST_P(Life, StoppedForAWhileItAccountsForEveryFrameOfThatTime)
         ASSERT_GE(flows[i].pool, i + 1 + flows[i].drops) << "sample " << i;
     }
     EXPECT_EQ(FaultInDatagrams(collector->Datagrams()), "");
+}
+
+TEST_P(Life, StoppedForAWhileItAccountsForFramesOfACpuThatDrawsNoMore)
+{
+    if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "there is one CPU only";
+    Configure(*collector, {"p1"});
+    const auto entered = SamplingWorld::Statistic("p1");
+    BackgroundTraffic first("h1", NumberedFrames(1, 2), 2 * kRate, kCore);
+    AwaitSamples(*collector, p1, 300);
+    World().Manager().Freeze();
+    const auto until = SamplingWorld::Statistic("p1") + 2 * kRate;
+    Await("more frames than the buffer holds", [&] { return SamplingWorld::Statistic("p1") >= until; });
+    first.Stop();
+    World().Manager().Thaw();
+    const auto other = World().Numbers();  // it has looked
+    EXPECT_GT(other.At("sflow_interface_drops_total{interface=\"p1\",cause=\"buffer\"}"), kRate);
+    BackgroundTraffic second("h1", NumberedFrames(1, 2), kRate, kCore + 1);
+    AwaitSamples(*collector, p1, 600);
+    second.Stop();
+    DecodingCollector::AwaitQuiet({&*collector});
+
+    const Flows flows = collector->Flows(p1);
+    const auto frames = SamplingWorld::Statistic("p1") - entered;
+    const auto numbers = World().Numbers();
+    EXPECT_EQ(numbers.OfInterface("p1", "packets_seen_total"), frames);
+    EXPECT_EQ(numbers.OfInterface("p1", "samples_total"), flows.size());
+    EXPECT_EQ(numbers.At("sflow_interface_drops_total{interface=\"p1\",cause=\"buffer\"}"),
+              frames - flows.size());
+    ASSERT_FALSE(flows.empty());
+    EXPECT_EQ(flows.size() + flows.back().drops, flows.back().pool);
+    // Samples of eBPF know of each CPU what its last drawn frame knew.
+    if (CountsPool() == Pool::kAtLeast) {
+        EXPECT_EQ(flows.back().pool, frames);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(, Life, testing::Values(kTcx, kClsact, kPacketSocket),

@@ -3,6 +3,7 @@
 // port p2 and collector "b" stand by. "c" is a collector that is not configured at first.
 
 #include <ostream>
+#include <string>
 #include <tuple>
 
 #include "endurance/operations_world.h"
@@ -279,7 +280,7 @@ const Operation kOperations[] = {
      {.portOne = true}},
 };
 
-using Row = std::tuple<const char*, Operation>;
+using Row = std::tuple<std::string, Operation>;
 
 class Operations : public EnduranceTest, public testing::WithParamInterface<Row> {};
 
@@ -298,9 +299,12 @@ TEST_P(Operations, LoseAndDoubleNothingOfWhatTheyDoNotConcern)
     world.ExpectTheRestWhole(operation.concerns);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    , Operations, testing::Combine(testing::Values(kTcx, kPacketSocket), testing::ValuesIn(kOperations)),
-    [](const auto& row) { return TestName(std::get<0>(row.param)) + "_" + std::get<1>(row.param).name; });
+INSTANTIATE_TEST_SUITE_P(, Operations,
+                         testing::Combine(testing::Values<std::string>(kTcx, kPacketSocket),
+                                          testing::ValuesIn(kOperations)),
+                         [](const auto& row) {
+                             return TestName(std::get<0>(row.param)) + "_" + std::get<1>(row.param).name;
+                         });
 
 }  // namespace
 }  // namespace endurance
