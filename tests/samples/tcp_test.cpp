@@ -141,7 +141,13 @@ protected:
     std::vector<std::unique_ptr<Socket>> m_sockets;
 };
 
+/// Packet sockets count what the kernel holds together once.
+class TcpBothWaysTest : public TcpTest {};
+
 INSTANTIATE_TEST_SUITE_P(, TcpTest, AllSources(), NameOfSource);
+INSTANTIATE_TEST_SUITE_P(, TcpBothWaysTest,
+                         testing::Values(SourceRow{"Ebpf", "ebpf"}, SourceRow{"EbpfClsact", "ebpf-clsact"}),
+                         NameOfSource);
 
 TEST_P(TcpTest, AStreamIsCountedAsTheFramesThatItIsOnTheWire)
 {
@@ -151,7 +157,6 @@ TEST_P(TcpTest, AStreamIsCountedAsTheFramesThatItIsOnTheWire)
     agent.Update("p1", {.flows = "c1"});
     const tcp_info counted = Stream();
     ASSERT_GT(counted.tcpi_segs_out, Received("p1")) << "the stream was not sent in segments held together";
-    // Packet sockets count what the kernel holds together once.
     const std::uint64_t expected = IsEbpf() ? counted.tcpi_segs_out : Received("p1");
     const auto flows = collector.AwaitFlows(expected);
     EXPECT_EQ(flows.size(), expected);
@@ -164,6 +169,30 @@ TEST_P(TcpTest, AStreamIsCountedAsTheFramesThatItIsOnTheWire)
     EXPECT_EQ(payload, counted.tcpi_bytes_sent);
     const auto last = std::ranges::max(flows, {}, &DecodedFlow::pool).pool;
     EXPECT_EQ(last, expected);
+}
+
+TEST_P(TcpBothWaysTest, FramesAreCountedAsTheyAreOnTheWire)
+{
+    Collector collector;
+    Agent& agent = StartSource({"--direction", "both"});
+    agent.AddCollector("c1", collector.Port());
+    for (const char* port : {"p1", "p2"}) agent.Update(port, {.flows = "c1"});
+    const tcp_info counted = Stream();
+    const std::uint64_t there = counted.tcpi_segs_out, back = counted.tcpi_segs_in;
+    const auto flows = collector.AwaitFlows(2 * (there + back));
+    EXPECT_EQ(flows.size(), 2 * (there + back)) << "each frame where it enters and where it leaves";
+    const DecodedPort p1{0, Network::Index("p1")}, p2{0, Network::Index("p2")};
+    for (const DecodedPort& port : {p1, p2}) {
+        SCOPED_TRACE(Text(port));
+        std::uint64_t forward = 0, backward = 0;
+        for (const DecodedFlow& flow : collector.Flows(port.value)) {
+            ASSERT_LE(flow.header->frameLength, kLargest);
+            forward += flow.input == p1 && flow.output == p2 ? 1 : 0;
+            backward += flow.input == p2 && flow.output == p1 ? 1 : 0;
+        }
+        EXPECT_EQ(forward, there);
+        EXPECT_EQ(backward, back);
+    }
 }
 
 }  // namespace
