@@ -54,6 +54,7 @@ struct Port {
     std::shared_ptr<RingPair> pair;
     Counts before;                // of the pairs it had until now
     std::uint64_t delivered = 0;  // samples that left the ring of this pair
+    std::uint64_t told = 0;       // the pool of the last sample, or of the last pair
     milliseconds pause{};         // from one look to the next
     milliseconds silent{};        // since so long looks have been in vain
     bool looking = false;         // the timer looks; else the ring wakes
@@ -67,6 +68,30 @@ milliseconds PauseFor(const RingPair& pair)
     return std::clamp(milliseconds(samples * pair.Current().rate / kPacketsPerMillisecond), kLeastPause,
                       kMostPause);
 }
+
+// Also when a sink throws.
+class HandingOver {
+public:
+    explicit HandingOver(bool& flag) : m_flag(flag) { m_flag = true; }
+    HandingOver(const HandingOver&) = delete;
+    HandingOver& operator=(const HandingOver&) = delete;
+    ~HandingOver() { m_flag = false; }
+
+private:
+    bool& m_flag;
+};
+
+// Likewise.
+class Releasing {
+public:
+    explicit Releasing(RingBlocks& blocks) : m_blocks(blocks) {}
+    Releasing(const Releasing&) = delete;
+    Releasing& operator=(const Releasing&) = delete;
+    ~Releasing() { m_blocks.Release(); }
+
+private:
+    RingBlocks& m_blocks;
+};
 
 class RingSource final : public PacketSource {
 public:
@@ -210,39 +235,45 @@ private:
 
     void OnWake(std::span<const std::uint32_t> keys)
     {
+        std::vector<std::shared_ptr<Port>> woken;
         for (const std::uint32_t ifIndex : keys) {
             const auto found = m_ports.find(ifIndex);
-            if (found == m_ports.end()) continue;
-            const std::shared_ptr<Port> port = found->second;
+            if (found == m_ports.end() || found->second->looking) continue;
             // Read, so that an interface that went down does not wake for ever.
-            port->pair->TakeError();
-            HandOver(*port);
-            if (port->removed || std::exchange(port->looking, true)) continue;
-            port->silent = milliseconds(0);
-            m_looking.push_back(port);
+            found->second->pair->TakeError();
+            found->second->silent = milliseconds(0);
+            woken.push_back(found->second);
+            m_looking.push_back(found->second);
+            found->second->looking = true;
         }
-        m_sink.OnDrained();
+        // From here on the timer looks, also when the sink throws.
         Arm();
+        for (const auto& port : woken)
+            if (!port->removed) HandOver(*port);
+        m_sink.OnDrained();
     }
 
     void OnTime()
     {
         const milliseconds passed = std::exchange(m_pause, milliseconds::max());
-        m_timer = nullptr;
-        bool any = false;
-        std::vector<std::shared_ptr<Port>> ports = std::exchange(m_looking, {});
-        std::erase_if(ports, [&](const std::shared_ptr<Port>& port) { return !Look(*port, passed, any); });
-        // The sink may have added some meanwhile.
-        ports.insert(ports.end(), m_looking.begin(), m_looking.end());
-        m_looking = std::move(ports);
-        if (any) m_sink.OnDrained();
         Arm();
+        bool any = false;
+        for (const auto& port : std::vector<std::shared_ptr<Port>>(m_looking)) {
+            if (!port->looking || port->removed) continue;
+            port->looking = Look(*port, passed, any);
+        }
+        std::erase_if(m_looking, [](const auto& port) { return !port->looking || port->removed; });
+        if (m_looking.empty()) {
+            m_timer = nullptr;
+            m_pause = milliseconds::max();
+        }
+        Arm();  // sooner, where a ring fills
+        if (any) m_sink.OnDrained();
     }
 
     // False when the ring wakes again.
     bool Look(Port& port, milliseconds passed, bool& any)
     {
-        if (port.removed || !port.looking) return false;
         const std::size_t blocks = HandOver(port);
         if (port.removed || !port.looking) return false;
         if (blocks > 0) {
@@ -252,7 +283,6 @@ private:
         }
         port.silent += passed;
         if (port.silent < kSilence) return true;
-        port.looking = false;
         m_waker.Rearm(port.pair->Get(), port.ifIndex);
         return false;
     }
@@ -280,10 +310,10 @@ private:
         // Read after: the samples of these blocks are in it.
         const Counts counts = Count(port);
         for (std::size_t block = 0; block < waiting; ++block) {
+            const Releasing release(pair->Blocks());
             m_samples.clear();
             pair->Blocks().Take(m_samples);
             Emit(port, counts);
-            pair->Blocks().Release();
         }
         return waiting;
     }
@@ -312,25 +342,28 @@ private:
         // What did not get finished in time.
         last.drops += pair->InRing() - std::min(pair->InRing(), port.delivered);
         port.before = last;
+        port.told = last.pool;
     }
 
-    // `counts` are of now. The kernel does not say how many packets had been counted when a sample was drawn;
-    // but each of those that came into the ring after it is one that had not: so at 1:1 its pool is exact,
-    // and else not below what it was.
+    // `counts` are of now. The kernel does not say how many packets had been counted when a sample was drawn.
+    // What has come since the last sample is shared out evenly over all that are in the ring: at 1:1 each
+    // pool is exact then, and else it rises by what the sample stands for. Who estimates by differences of
+    // pools would be misled by a jump for each look.
     void Emit(Port& port, const Counts& counts)
     {
         if (m_samples.empty()) return;
         const std::uint64_t inRing = port.pair->InRing();
         for (Sample& sample : m_samples) {
+            const std::uint64_t left = inRing > port.delivered ? inRing - port.delivered : 1;
+            port.told += (counts.pool - port.told) / left;
             ++port.delivered;
             sample.ifIndex = port.ifIndex;
             sample.rate = port.pair->Current().rate;
-            sample.pool = counts.pool - (inRing - std::min(inRing, port.delivered));
+            sample.pool = port.told;
             sample.drops = counts.drops;
         }
-        m_handingOver = true;
+        const HandingOver until(m_handingOver);
         m_sink.OnSamples(m_samples);
-        m_handingOver = false;
     }
 
     [[nodiscard]] static Counts Count(Port& port)
