@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/few_files.h"
 #include "support/network.h"
 #include "support/poll.h"
 #include "support/sampling_world.h"
@@ -46,6 +47,7 @@ TEST(FileLimit, IsRaisedForAsManyCollectorsAsThereCanBe)
 
 TEST(FileLimit, ThatCannotBeRaisedCostsSomeCollectorsTheirSocketsOnly)
 {
+    if (const std::string why = support::WhyNotWithoutFiles(); !why.empty()) GTEST_SKIP() << why;
     if (const std::string why = support::Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
     SamplingWorld world({.before = {"prlimit", "--nofile=64:64", "setpriv", "--bounding-set=-sys_resource"}});
     AddCollectors(world, 100);

@@ -261,6 +261,7 @@ TEST_F(Metrics, HaveRoomForSoManyAtOnce)
 
 TEST_F(Metrics, AreServedAgainOnceThereAreFilesForConnections)
 {
+    if (const std::string why = support::WhyNotWithoutFiles(); !why.empty()) GTEST_SKIP() << why;
     testing::internal::CaptureStderr();
     for (int row = 0; row < 2; ++row) {
         const auto browser = Open();

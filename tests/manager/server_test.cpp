@@ -283,6 +283,7 @@ TEST_F(Server, EndsTheOldestOfTooManySilentConnections)
 
 TEST_F(Server, LogsOnceThatItCannotAcceptAndAcceptsOnceItCan)
 {
+    if (const std::string why = support::WhyNotWithoutFiles(); !why.empty()) GTEST_SKIP() << why;
     testing::internal::CaptureStderr();
     const auto client = Connect();
     client->Send(Hello());

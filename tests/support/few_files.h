@@ -14,6 +14,16 @@
 
 namespace support {
 
+/// Empty where a process can live without any file to open, else why not: for GTEST_SKIP.
+inline const char* WhyNotWithoutFiles()
+{
+#ifdef __SANITIZE_ADDRESS__
+    return "the sanitizers look at memory through a pipe, and take what they can't look at for an error";
+#else
+    return "";
+#endif
+}
+
 /// As long as it lives, the process can open so many files more and no further one.
 class FewFiles {
 public:
