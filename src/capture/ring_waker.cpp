@@ -68,7 +68,12 @@ void RingWaker::Wait()
     m_events.async_wait(boost::asio::posix::stream_descriptor::wait_read,
                         [this](const boost::system::error_code& error) {
                             if (error) return;
-                            Take();
+                            try {
+                                Take();
+                            } catch (...) {
+                                Wait();
+                                throw;
+                            }
                             Wait();
                         });
 }

@@ -1,0 +1,157 @@
+// What only packet sockets have to do as a source: pools that are exact at 1:1, rings that are made anew, and
+// rows of changes that hold nobody up.
+
+#include "capture/ring_source.h"
+
+#include <gmock/gmock.h>
+
+#include <boost/asio/io_context.hpp>
+#include <functional>
+#include <new>
+#include <utility>
+
+#include "capture/source_suite.h"
+#include "support/few_files.h"
+
+namespace {
+
+using namespace capture;
+using source_suite::NumberOf;
+using std::chrono::milliseconds;
+using support::Network;
+
+// Does with samples what the test says.
+class Sink final : public SampleSink {
+public:
+    void OnSamples(std::span<const Sample> samples) override
+    {
+        if (action) action(samples);
+        taken += samples.size();
+    }
+    void OnDrained() override {}
+    std::function<void(std::span<const Sample>)> action;
+    std::size_t taken = 0;
+};
+
+class RingSource : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (const std::string why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
+        m_network.emplace();
+        Network::Veth("near", "far");
+        m_near = Network::Index("near");
+        m_timers = ipc::MakeTimers(m_loop);
+        m_source = MakeRingSource(m_loop, *m_timers, m_sink, {});
+    }
+
+    static void Send(std::uint64_t count, std::uint64_t first = 0)
+    {
+        support::Injector injector("far");
+        for (std::uint64_t i = 0; i < count; ++i)
+            injector.Send(support::UdpFrame({.size = 120, .number = first + i}));
+    }
+
+    void Run(milliseconds time)
+    {
+        m_loop.restart();
+        m_loop.run_for(time);
+    }
+
+    [[nodiscard]] bool Takes(std::size_t count)
+    {
+        for (int tries = 0; tries < 3000 && m_sink.taken < count; ++tries) Run(milliseconds(10));
+        return m_sink.taken == count;
+    }
+
+    boost::asio::io_context m_loop;
+    std::unique_ptr<ipc::Timers> m_timers;
+    std::optional<Network> m_network;
+    std::uint32_t m_near = 0;
+    Sink m_sink;
+    std::unique_ptr<PacketSource> m_source;
+};
+
+TEST_F(RingSource, TellsThePoolOfEachPacketAtOneInOne)
+{
+    m_sink.action = [](std::span<const Sample> samples) {
+        for (const Sample& sample : samples)
+            EXPECT_EQ(sample.pool, NumberOf({sample.header.begin(), sample.header.end()}) + 1);
+    };
+    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
+    Send(700);
+    EXPECT_TRUE(Takes(700));
+    // The ring is made anew twice.
+    m_source->Change(m_near, {.rate = 5, .headerSize = 64});
+    m_source->Change(m_near, {.rate = 1, .headerSize = 64});
+    Send(300, 700);
+    EXPECT_EQ(m_source->Remove(m_near).pool, 1000U);
+    EXPECT_EQ(m_sink.taken, 1000U);
+}
+
+TEST_F(RingSource, HandsOverALonePacketEachTimeAfterSilence)
+{
+    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
+    for (std::size_t round = 1; round <= 5; ++round) {
+        SCOPED_TRACE(round);
+        Send(1);
+        EXPECT_TRUE(Takes(round));
+        // Until nothing is waited for but the ring itself.
+        Run(milliseconds(250));
+    }
+    m_loop.restart();
+    EXPECT_EQ(m_loop.run_for(milliseconds(300)), 0U) << "silence costs nothing";
+}
+
+TEST_F(RingSource, GoesOnAfterASinkThatThrew)
+{
+    bool first = true;
+    m_sink.action = [&](std::span<const Sample>) {
+        if (std::exchange(first, false)) throw std::bad_alloc();
+    };
+    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
+    Send(10);
+    EXPECT_THROW(Run(milliseconds(5000)), std::bad_alloc);
+    // What it did not take is gone, and not offered twice.
+    Send(5);
+    EXPECT_TRUE(Takes(5));
+    Run(milliseconds(250));
+    Send(5);
+    EXPECT_TRUE(Takes(10));
+    EXPECT_EQ(m_source->Remove(m_near).pool, 20U);
+}
+
+TEST_F(RingSource, BearsASinkThatRemovesTheInterface)
+{
+    m_sink.action = [&](std::span<const Sample>) { m_source->Remove(m_near); };
+    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
+    Send(10);
+    EXPECT_TRUE(Takes(10));
+    EXPECT_TRUE(m_source->ReadAll().empty());
+    m_sink.action = nullptr;
+    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
+    Send(10);
+    EXPECT_TRUE(Takes(20));
+}
+
+TEST_F(RingSource, KeepsOnAsBeforeWhereAChangeCannotBeMade)
+{
+    const std::uint32_t other = Network::Index("lo");
+    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
+    Send(10);
+    {
+        const support::FewFiles few(0);
+        EXPECT_THROW(m_source->Change(m_near, {.rate = 2, .headerSize = 64}), Unavailable);
+        EXPECT_THROW(m_source->Add(other, {.rate = 1}), Unavailable);
+        // What needs no other sockets can be changed.
+        m_source->Change(m_near, {.rate = 1, .headerSize = 128});
+    }
+    Send(10);
+    EXPECT_TRUE(Takes(20));
+    m_source->Change(m_near, {.rate = 16777215, .headerSize = 64});
+    Send(10);
+    EXPECT_EQ(m_source->Remove(m_near).pool, 30U);
+    EXPECT_EQ(m_sink.taken, 20U);
+}
+
+}  // namespace
