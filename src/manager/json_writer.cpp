@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -14,6 +15,20 @@ bool IsPlain(std::string_view text)
 {
     return std::all_of(text.begin(), text.end(),
                        [](char c) { return c >= ' ' && c < '\x7f' && c != '"' && c != '\\'; });
+}
+
+/// Without what no string of YANG may hold.
+std::string Speakable(std::string_view text)
+{
+    std::string result;
+    for (const char c : text) {
+        const auto code = static_cast<unsigned char>(c);
+        if (code < ' ' && c != '\t' && c != '\n' && c != '\r')
+            result += "\uFFFD";
+        else
+            result += c;
+    }
+    return result;
 }
 
 }  // namespace
@@ -32,7 +47,7 @@ void JsonWriter::Text(std::string_view value)
     Separate();
     if (!IsPlain(value)) {
         using Json = nlohmann::json;
-        m_text += Json(value).dump(-1, ' ', false, Json::error_handler_t::replace);
+        m_text += Json(Speakable(value)).dump(-1, ' ', false, Json::error_handler_t::replace);
         return;
     }
     m_text += '"';

@@ -24,7 +24,8 @@ public:
     /// The name of an object's next member; plain ASCII without quotes.
     void Key(std::string_view name);
 
-    /// Bytes that are no UTF-8 are replaced by U+FFFD.
+    /// Bytes that are no UTF-8, and control characters that YANG's strings can't have (RFC 7950, section 14),
+    /// are replaced by U+FFFD.
     void Text(std::string_view value);
     void Number(std::int64_t value);
     /// A 64-bit number: a string in YANG's encoding (RFC 7951, section 6.1).

@@ -94,7 +94,7 @@ TEST_F(StateText, OfAllThatDoesNotFlow)
     Snapshot snapshot = Flowing();
     snapshot.source = {"none", "CAP_NET_RAW is missing", false};
     snapshot.addedDirection = Direction::kEgress;
-    snapshot.limitations = {"no marks", "no \xff statistics"};
+    snapshot.limitations = {"no marks", "no \xff statistics", "no\x01\tbell"};
     snapshot.agentAddress.reset();
     auto& stream = snapshot.collectors[0].stream;
     stream = {};
@@ -119,7 +119,7 @@ TEST_F(StateText, OfAllThatDoesNotFlow)
         R"({"switch-state:state":{"oam":{"sflow":{"manager":{"connected":true,"pid":4711,"session":"loaded",)"
         R"("since":"2026-11-21T05:00:11.123Z","operations":"9","operations-refused":"0",)"
         R"("packet-source":"none","packet-source-reason":"CAP_NET_RAW is missing","added-direction":"egress",)"
-        "\"limitation\":[\"no marks\",\"no \uFFFD statistics\"]},"
+        "\"limitation\":[\"no marks\",\"no \uFFFD statistics\",\"no\uFFFD\\tbell\"]},"
         R"("collector":[{"name":"c1","address":"192.0.2.1","port":6343,"datagram-size":1400,"sending":false,)"
         R"("packets-sent":"0","bytes-sent":"0","flow-samples-sent":"0","counter-samples-sent":"0",)"
         R"("packets-lost":"2","samples-lost":"14","errors":"3","last-error":"send: \"refused\"",)"
