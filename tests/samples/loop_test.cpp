@@ -69,6 +69,41 @@ TEST_P(LoopTest, DatagramsOnASampledLoopbackInterfaceAreNotSampled)
     EXPECT_GE(collector.Arrivals().size(), 3U);
 }
 
+TEST_P(LoopTest, TheErrorThatAnswersADatagramToNobodyMakesNoStorm)
+{
+    // It is no datagram of the agent's, so it is sampled like any packet; and its sample goes to nobody
+    // again. That goes on for as long as there is nobody, but never faster than the manager looks for
+    // samples.
+    constexpr std::size_t kAnswers = 12;
+    Collector collector;
+    std::uint16_t nobody = 0;
+    {
+        const Collector gone;
+        nobody = gone.Port();
+    }
+    Agent& agent = StartSource();
+    agent.AddCollector("c1", collector.Port());
+    agent.AddCollector("nobody", nobody);
+    agent.Update("lo", {.flows = "c1"});
+    agent.AddFlows("lo", "nobody");
+    const auto isError = [](const DecodedFlow& flow) {
+        constexpr std::size_t kProtocol = 23;
+        constexpr std::byte kIcmp{1};
+        return flow.header->bytes.size() > kProtocol && flow.header->bytes[kProtocol] == kIcmp;
+    };
+    std::vector<WallTime> times;
+    support::Await("answers", [&] {
+        times.clear();
+        for (const auto& arrival : collector.Arrivals())
+            for (const DecodedFlow& flow : arrival.datagram.Flows())
+                if (isError(flow)) times.push_back(arrival.time);
+        return times.size() >= 2 * kAnswers;
+    });
+    EXPECT_GE(times.back() - times[times.size() - kAnswers], std::chrono::milliseconds(100));
+    EXPECT_EQ(agent.Metric("sflow_collector_lost_datagrams_total{collector=\"c1\"}"), 0U);
+    EXPECT_GE(agent.Metric("sflow_collector_errors_total{collector=\"nobody\"}"), 1U);
+}
+
 }  // namespace
 
 }  // namespace samples_tests
