@@ -94,6 +94,15 @@ std::size_t EnduranceTest::ResidentKilobytes()
     return kilobytes;
 }
 
+void EnduranceTest::ExpectResidentAtMost(std::size_t kilobytes)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    static_cast<void>(kilobytes);
+#else
+    EXPECT_LE(ResidentKilobytes(), kilobytes);
+#endif
+}
+
 std::size_t EnduranceTest::Descriptors()
 {
     const std::filesystem::directory_iterator all("/proc/" + std::to_string(World().Manager().Pid()) + "/fd");

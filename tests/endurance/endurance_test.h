@@ -64,6 +64,8 @@ protected:
 
     /// What /proc says of the manager: resident memory in KiB, and how many descriptors it has.
     [[nodiscard]] std::size_t ResidentKilobytes();
+    /// Expects it to have no more resident than this; a sanitizer keeps what is freed, so nothing with one.
+    void ExpectResidentAtMost(std::size_t kilobytes);
     [[nodiscard]] std::size_t Descriptors();
 
 private:

@@ -124,7 +124,7 @@ TEST_P(Flood, SamplingFollowsTheNamesAndNothingIsLeftBehind)
     traffic.Stop();
     DecodingCollector::AwaitQuiet({&collector});
     EXPECT_TRUE(Becomes([&] { return Descriptors() <= descriptors; })) << Descriptors();
-    EXPECT_LE(ResidentKilobytes(), resident + 1024);
+    ExpectResidentAtMost(resident + 1024);
     const auto frames = SamplingWorld::Statistic("p1") - before;
     const Flows flows = collector.Flows(Network::Index("p1"));
     if (std::string(GetParam()) == kPacketSocket) {

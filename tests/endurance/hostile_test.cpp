@@ -222,7 +222,7 @@ TEST_F(Hostile, ClientsOfTheMetricsCostLittleAndDisturbNobody)
         AwaitMore();
         EXPECT_LE(Descriptors(), descriptors + 20);
     }
-    EXPECT_LE(ResidentKilobytes(), resident + 4096);
+    ExpectResidentAtMost(resident + 4096);
     for (const int client : clients) ::close(client);
     EXPECT_TRUE(Becomes([&] { return Descriptors() <= descriptors; })) << Descriptors();
     EXPECT_EQ(World().Numbers().OfInterface("p1", "sampled"), 1U) << "served again";

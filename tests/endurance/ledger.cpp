@@ -94,11 +94,18 @@ std::string FaultInWhole(const Flows& flows, std::uint64_t frames, Pool pool)
     return FaultInPool(flows, pool);
 }
 
+std::string FaultInNumbers(const Flows& flows)
+{
+    return FirstFault(flows, "number in the frame", [](const auto& one, const auto& next) {
+        return NumberOf(next) != (NumberOf(one) + 1) % kNumbers;
+    });
+}
+
 std::string FaultInPool(const Flows& flows, Pool pool)
 {
     const auto positions = Positions(flows);
     for (std::size_t i = 0; i < flows.size(); ++i)
-        if (flows[i].pool < positions[i] || (pool == Pool::kExact && flows[i].pool != positions[i]))
+        if (flows[i].pool < flows[i].sequence || (pool == Pool::kExact && flows[i].pool != positions[i]))
             return "pool at frame " + std::to_string(positions[i]) + ": " + Describe(flows[i]);
     return FirstFault(flows, "pool", [](const auto& one, const auto& next) { return next.pool < one.pool; });
 }

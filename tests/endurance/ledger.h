@@ -32,19 +32,23 @@ std::string FaultInSequence(const Flows& flows, std::uint32_t first = 1);
 /// often they may skip.
 std::string FaultInPart(const Flows& flows, unsigned gaps);
 
-/// How exactly a source counts: eBPF knows the pool at each sample, packet sockets at least that, because
-/// theirs is the kernel's count when it is looked at.
-enum class Pool { kExact, kAtLeast };
+/// How a source counts: eBPF knows the pool at each sample; packet sockets share what the kernel has counted
+/// out over the samples that are looked at together.
+enum class Pool { kExact, kShared };
 
 /// Where each sample's frame stood among the numbered frames, the first being 1, by the numbers in them:
 /// right as long as less than kNumbers frames lie between two samples.
 std::vector<std::uint64_t> Positions(const Flows& flows);
 
+/// The numbers in the frames follow each other, none missing and none twice.
+std::string FaultInNumbers(const Flows& flows);
+
 /// Every frame, from the first on, each once, at 1:1: the sequence counts them, the numbers in the frames
 /// follow each other, and the pool is theirs.
 std::string FaultInWhole(const Flows& flows, std::uint64_t frames, Pool pool);
 
-/// The pool counts what the numbers in the frames count, and never goes back.
+/// The pool never goes back and is never less than the samples; an exact one counts what the numbers in the
+/// frames count.
 std::string FaultInPool(const Flows& flows, Pool pool);
 
 /// The datagrams' sequence grows by one from `first` on.

@@ -42,8 +42,13 @@ public:
     /// Frames that have entered by the port since sampling began there.
     [[nodiscard]] std::uint64_t Frames(const std::string& port) const;
 
+    /// Most frames that may pass unseen while p1's packets begin to be drawn in another way: none with eBPF.
+    /// Packet sockets are exchanged for others, in between which the process may have to wait for its CPU.
+    [[nodiscard]] std::uint64_t MostUnseen() const { return pool == Pool::kExact ? 0 : 100; }
+
     /// The samples of p1 have these rates, one after the other, and account for every frame.
     void ExpectRates(const std::vector<std::uint32_t>& rates);
+    static void ExpectSeen(std::uint64_t seen, std::uint64_t frames, std::uint64_t unseen);
     /// p1 was not sampled for a while: the frames of that time are in neither count, all else is whole.
     void ExpectPause();
     /// Every frame has come once, where the operation has nothing to do with it.
