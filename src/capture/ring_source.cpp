@@ -28,6 +28,7 @@
 #include "capture/ring_pair.h"
 #include "capture/ring_waker.h"
 #include "ipc/timers.h"
+#include "log/log.h"
 
 namespace capture {
 
@@ -151,8 +152,13 @@ public:
         const std::shared_ptr<Port> port = found->second;
         m_ports.erase(found);
         port->removed = true;
-        port->pair->Close();
+        try {
+            port->pair->Close();
+        } catch (const Unavailable& reason) {
+            slog::Notice("packets come until the socket is closed: {}", reason.what());
+        }
         EndPair(*port);
+        m_sink.OnDrained();
         return port->before;
     }
 
@@ -212,18 +218,20 @@ private:
             throw;
         }
         if (last) EndPair(port);
+        if (port.removed) return Discard(std::move(pair));  // by the sink
         port.pair = std::move(pair);
         port.delivered = 0;
         port.pause = PauseFor(*port.pair);
         port.looking = false;
         std::erase_if(m_looking, [&](const auto& other) { return other.get() == &port; });
+        if (last) m_sink.OnDrained();
     }
 
     // The pair that was closed: hands over what it still has, and its counts to the port.
     void EndPair(Port& port)
     {
         HandOverLast(port);
-        m_sink.OnDrained();
+        if (!port.pair) return;  // the sink has ended it
         m_waker.Remove(port.pair->Get());
         m_grace.Step();
         Discard(std::exchange(port.pair, nullptr));
@@ -302,14 +310,14 @@ private:
     // The blocks that wait now, so that others are read too. Returns how many.
     std::size_t HandOver(Port& port)
     {
-        if (m_handingOver) return 0;
+        if (m_handingOver || !port.pair) return 0;
         const std::shared_ptr<RingPair> pair = port.pair;
         const std::size_t waiting = pair->IsReadable() ? pair->Blocks().Waiting() : 0;
         if (waiting == 0) return 0;
         Pace(port, waiting);
         // Read after: the samples of these blocks are in it.
         const Counts counts = Count(port);
-        for (std::size_t block = 0; block < waiting; ++block) {
+        for (std::size_t block = 0; block < waiting && port.pair == pair; ++block) {
             const Releasing release(pair->Blocks());
             m_samples.clear();
             pair->Blocks().Take(m_samples);
@@ -333,12 +341,14 @@ private:
     {
         const std::shared_ptr<RingPair> pair = port.pair;
         while (HandOver(port) > 0) continue;
+        if (port.pair != pair) return;
         Counts last = Count(port);
         if (pair->InRing() > port.delivered && !m_handingOver && pair->IsReadable()) {
             m_samples.clear();
             pair->Blocks().TakeUnfinished(m_samples, pair->InRing() - port.delivered);
             Emit(port, last);
         }
+        if (port.pair != pair) return;
         // What did not get finished in time.
         last.drops += pair->InRing() - std::min(pair->InRing(), port.delivered);
         port.before = last;

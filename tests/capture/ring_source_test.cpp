@@ -123,15 +123,30 @@ TEST_F(RingSource, GoesOnAfterASinkThatThrew)
 
 TEST_F(RingSource, BearsASinkThatRemovesTheInterface)
 {
-    m_sink.action = [&](std::span<const Sample>) { m_source->Remove(m_near); };
+    // Many small blocks: there are more when the sink is called first.
+    m_source = MakeRingSource(m_loop, *m_timers, m_sink, {.ownMark = 0, .bufferSize = 64U << 10U});
+    Counts last;
+    for (const bool changed : {false, true}) {
+        SCOPED_TRACE(changed);
+        m_sink.taken = 0;
+        m_sink.action = [&](std::span<const Sample>) { last = m_source->Remove(m_near); };
+        m_source->Add(m_near, {.rate = 1, .headerSize = 64});
+        Send(200);
+        if (changed) m_source->Change(m_near, {.rate = 2, .headerSize = 64});
+        for (int tries = 0; tries < 3000 && m_sink.taken == 0; ++tries) Run(milliseconds(10));
+        // The rest is as if there had been no room for it.
+        EXPECT_EQ(last.pool, 200U);
+        EXPECT_GT(m_sink.taken, 0U);
+        EXPECT_LT(m_sink.taken, 200U);
+        EXPECT_EQ(m_sink.taken + last.drops, 200U);
+        EXPECT_TRUE(m_source->ReadAll().empty());
+        Run(milliseconds(250));
+    }
+    m_sink.action = nullptr;
+    m_sink.taken = 0;
     m_source->Add(m_near, {.rate = 1, .headerSize = 64});
     Send(10);
     EXPECT_TRUE(Takes(10));
-    EXPECT_TRUE(m_source->ReadAll().empty());
-    m_sink.action = nullptr;
-    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
-    Send(10);
-    EXPECT_TRUE(Takes(20));
 }
 
 TEST_F(RingSource, KeepsOnAsBeforeWhereAChangeCannotBeMade)
