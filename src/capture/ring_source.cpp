@@ -1,6 +1,6 @@
 // Sampling with packet sockets: who is sampled how, what was counted, and when blocks are read. The rest
 // of it: ring_filter.h (who is drawn), ring_socket.h and ring_pair.h (the sockets), ring_blocks.h (the
-// memory), ring_waker.h and ring_closer.h (when, and how it ends).
+// memory), ring_port.h (an interface), ring_waker.h and ring_closer.h (when, and how it ends).
 //
 // What this source can't do: it is not told by which interface a leaving packet came, and a packet that the
 // kernel holds as several segments is counted and drawn as one; what it is on the wire is told with the
@@ -26,6 +26,7 @@
 #include "capture/ebpf_grace.h"
 #include "capture/ring_closer.h"
 #include "capture/ring_pair.h"
+#include "capture/ring_port.h"
 #include "capture/ring_waker.h"
 #include "ipc/timers.h"
 #include "log/log.h"
@@ -36,39 +37,13 @@ namespace {
 
 namespace asio = boost::asio;
 using std::chrono::milliseconds;
+using Port = RingPort;
 
 // The kernel counts in 32 bits. Nothing brings 2^32 packets in this time.
 constexpr std::chrono::seconds kCountingPeriod{10};
 
-// Between two looks at a ring. As many packets as one core can send into an interface, times what a sample
-// takes of a ring, say how soon two thirds of it may be full.
-constexpr milliseconds kLeastPause{5};
-constexpr milliseconds kMostPause{90};
-constexpr std::uint64_t kPacketsPerMillisecond = 1000;
-constexpr std::uint64_t kSampleSize = 256;
 // A look in vain says that nothing comes only if a block of some packets has had the time to be handed over.
 constexpr milliseconds kSilence{70};
-
-// A sampled interface.
-struct Port {
-    std::uint32_t ifIndex = 0;
-    std::shared_ptr<RingPair> pair;
-    Counts before;                // of the pairs it had until now
-    std::uint64_t delivered = 0;  // samples that left the ring of this pair
-    std::uint64_t told = 0;       // the pool of the last sample, or of the last pair
-    milliseconds pause{};         // from one look to the next
-    milliseconds silent{};        // since so long looks have been in vain
-    bool looking = false;         // the timer looks; else the ring wakes
-    bool removed = false;
-};
-
-milliseconds PauseFor(const RingPair& pair)
-{
-    const RingBlocks& blocks = pair.Blocks();
-    const std::uint64_t samples = blocks.Bytes() * 2 / 3 / kSampleSize;
-    return std::clamp(milliseconds(samples * pair.Current().rate / kPacketsPerMillisecond), kLeastPause,
-                      kMostPause);
-}
 
 // Also when a sink throws.
 class HandingOver {
@@ -165,14 +140,14 @@ public:
     [[nodiscard]] Counts Read(std::uint32_t ifIndex) override
     {
         const auto port = m_ports.find(ifIndex);
-        return port == m_ports.end() ? Counts{} : Count(*port->second);
+        return port == m_ports.end() ? Counts{} : port->second->Count();
     }
 
     [[nodiscard]] std::vector<InterfaceCounts> ReadAll() override
     {
         std::vector<InterfaceCounts> all;
         all.reserve(m_ports.size());
-        for (const auto& [ifIndex, port] : m_ports) all.push_back({ifIndex, Count(*port)});
+        for (const auto& [ifIndex, port] : m_ports) all.push_back({ifIndex, port->Count()});
         return all;
     }
 
@@ -221,7 +196,7 @@ private:
         if (port.removed) return Discard(std::move(pair));  // by the sink
         port.pair = std::move(pair);
         port.delivered = 0;
-        port.pause = PauseFor(*port.pair);
+        port.pause = RingPort::PauseFor(*port.pair);
         port.looking = false;
         std::erase_if(m_looking, [&](const auto& other) { return other.get() == &port; });
         if (last) m_sink.OnDrained();
@@ -314,9 +289,9 @@ private:
         const std::shared_ptr<RingPair> pair = port.pair;
         const std::size_t waiting = pair->IsReadable() ? pair->Blocks().Waiting() : 0;
         if (waiting == 0) return 0;
-        Pace(port, waiting);
+        port.Pace(waiting);
         // Read after: the samples of these blocks are in it.
-        const Counts counts = Count(port);
+        const Counts counts = port.Count();
         for (std::size_t block = 0; block < waiting && port.pair == pair; ++block) {
             const Releasing release(pair->Blocks());
             m_samples.clear();
@@ -326,23 +301,13 @@ private:
         return waiting;
     }
 
-    // More than a third since the last look: sooner next time.
-    static void Pace(Port& port, std::size_t waiting)
-    {
-        const std::size_t blocks = port.pair->Blocks().Blocks();
-        if (waiting * 3 > blocks)
-            port.pause = std::max(port.pause / 2, kLeastPause);
-        else if (waiting * 8 < blocks)
-            port.pause = std::min(port.pause * 2, PauseFor(*port.pair));
-    }
-
     // All of a pair that is closed, with the block that the kernel has not handed over.
     void HandOverLast(Port& port)
     {
         const std::shared_ptr<RingPair> pair = port.pair;
         while (HandOver(port) > 0) continue;
         if (port.pair != pair) return;
-        Counts last = Count(port);
+        Counts last = port.Count();
         if (pair->InRing() > port.delivered && !m_handingOver && pair->IsReadable()) {
             m_samples.clear();
             pair->Blocks().TakeUnfinished(m_samples, pair->InRing() - port.delivered);
@@ -355,35 +320,12 @@ private:
         port.told = last.pool;
     }
 
-    // `counts` are of now. The kernel does not say how many packets had been counted when a sample was drawn.
-    // What has come since the last sample is shared out evenly over all that are in the ring: at 1:1 each
-    // pool is exact then, and else it rises by what the sample stands for. Who estimates by differences of
-    // pools would be misled by a jump for each look.
     void Emit(Port& port, const Counts& counts)
     {
         if (m_samples.empty()) return;
-        const std::uint64_t inRing = port.pair->InRing();
-        for (Sample& sample : m_samples) {
-            const std::uint64_t left = inRing > port.delivered ? inRing - port.delivered : 1;
-            port.told += (counts.pool - port.told) / left;
-            ++port.delivered;
-            sample.ifIndex = port.ifIndex;
-            sample.rate = port.pair->Current().rate;
-            sample.pool = port.told;
-            sample.drops = counts.drops;
-        }
+        port.Describe(m_samples, counts);
         const HandingOver until(m_handingOver);
         m_sink.OnSamples(m_samples);
-    }
-
-    [[nodiscard]] static Counts Count(Port& port)
-    {
-        Counts counts = port.before;
-        if (!port.pair) return counts;
-        const Counts now = port.pair->Count();
-        counts.pool += now.pool;
-        counts.drops += now.drops;
-        return counts;
     }
 
     [[nodiscard]] std::vector<std::shared_ptr<Port>> Ports() const
@@ -397,7 +339,7 @@ private:
     void AwaitCounting()
     {
         m_counting = m_timers.After(kCountingPeriod, [this] {
-            for (const auto& [ifIndex, port] : m_ports) static_cast<void>(Count(*port));
+            for (const auto& [ifIndex, port] : m_ports) static_cast<void>(port->Count());
             AwaitCounting();
         });
     }

@@ -1,0 +1,65 @@
+#include "capture/ring_port.h"
+
+#include <algorithm>
+
+namespace capture {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// Between two looks at a ring. As many packets as one core can send into an interface, times what a sample
+// takes of a ring, say how soon two thirds of it may be full.
+constexpr milliseconds kLeastPause{5};
+constexpr milliseconds kMostPause{90};
+constexpr std::uint64_t kPacketsPerMillisecond = 1000;
+constexpr std::uint64_t kSampleSize = 256;
+
+}  // namespace
+
+Counts RingPort::Count() const
+{
+    Counts counts = before;
+    if (!pair) return counts;
+    const Counts now = pair->Count();
+    counts.pool += now.pool;
+    counts.drops += now.drops;
+    return counts;
+}
+
+// The kernel does not say how many packets had been counted when a sample was drawn. What has come since the
+// last sample is shared out evenly over all that are in the ring: at 1:1 each pool is exact then, and else it
+// rises by what the sample stands for. Who estimates by differences of pools would be misled by a jump for
+// each look.
+void RingPort::Describe(std::span<Sample> samples, const Counts& counts)
+{
+    const std::uint64_t inRing = pair->InRing();
+    for (Sample& sample : samples) {
+        const std::uint64_t left = inRing > delivered ? inRing - delivered : 1;
+        told += (counts.pool - told) / left;
+        ++delivered;
+        sample.ifIndex = ifIndex;
+        sample.rate = pair->Current().rate;
+        sample.pool = told;
+        sample.drops = counts.drops;
+    }
+}
+
+milliseconds RingPort::PauseFor(const RingPair& pair)
+{
+    const std::uint64_t samples = pair.Blocks().Bytes() * 2 / 3 / kSampleSize;
+    return std::clamp(milliseconds(samples * pair.Current().rate / kPacketsPerMillisecond), kLeastPause,
+                      kMostPause);
+}
+
+// More than a third since the last look: sooner next time.
+void RingPort::Pace(std::size_t waiting)
+{
+    const std::size_t blocks = pair->Blocks().Blocks();
+    if (waiting * 3 > blocks)
+        pause = std::max(pause / 2, kLeastPause);
+    else if (waiting * 8 < blocks)
+        pause = std::min(pause * 2, PauseFor(*pair));
+}
+
+}  // namespace capture

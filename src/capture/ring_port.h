@@ -1,0 +1,44 @@
+// An interface that is sampled with packet sockets, over all changes: the pair of sockets it has now, its
+// counts, and how often to look at its ring. Used by ring_source.cpp.
+
+#ifndef CAPTURE_RING_PORT_H
+#define CAPTURE_RING_PORT_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "capture/packet_source.h"
+#include "capture/ring_pair.h"
+
+namespace capture {
+
+struct RingPort {
+    std::uint32_t ifIndex = 0;
+    std::shared_ptr<RingPair> pair;      // none any more where it has been removed
+    Counts before;                       // of the pairs it had until now
+    std::uint64_t delivered = 0;         // samples that left the ring of this pair
+    std::uint64_t told = 0;              // the pool of the last sample, or of the last pair
+    std::chrono::milliseconds pause{};   // from one look to the next
+    std::chrono::milliseconds silent{};  // since so long looks have been in vain
+    bool looking = false;                // the timer looks; else the ring wakes
+    bool removed = false;
+
+    /// Of all its pairs; asks the kernel.
+    [[nodiscard]] Counts Count() const;
+
+    /// Says of the next samples of the pair's ring what the ring does not know. `counts` are of now, from
+    /// Count().
+    void Describe(std::span<Sample> samples, const Counts& counts);
+
+    /// From one look to the next while packets come as fast as can be.
+    static std::chrono::milliseconds PauseFor(const RingPair& pair);
+    /// So many blocks were waiting: changes the pause.
+    void Pace(std::size_t waiting);
+};
+
+}  // namespace capture
+
+#endif
