@@ -195,6 +195,7 @@ TEST_P(PeersTest, SfacctdsRenormalizedTotalsAgreeWithTheInterfaceCounters)
     if (IsSkipped()) return;
     Collector own;
     Agent& agent = Sample(own, {"p1", "p2"});
+    SendFromOneCpu();
     const auto frames = Mixture();
     Injector h1("h1"), h2("h2");
     for (std::uint64_t round = 1; round <= kRounds; ++round) {

@@ -87,6 +87,7 @@ TEST_P(PromptTest, NoDatagramIsLargerThanItsCollectorWantsAndASampleThatDoesNotF
     const std::vector<Bytes> frames{support::UdpFrame({.size = 1000}),
                                     support::UdpFrame({.tags = {0x81000005}, .size = 1000})};
     Injector injector("h1");
+    SendFromOneCpu();
     for (std::size_t i = 0; i < kFrames; ++i) injector.Send(frames[i % 2]);
     for (std::size_t i = 0; i < rows.size(); ++i) {
         SCOPED_TRACE(rows[i].size);

@@ -3,13 +3,10 @@
 // False alarms: every bound here fails a right manager with a probability of 1e-8 at most; a run has 12 of
 // them, so it fails by chance less than once in eight million times.
 
-#include <sched.h>
-
 #include <algorithm>
 
 #include "samples/binomial.h"
 #include "samples/samples_test.h"
-#include "support/traffic.h"
 
 namespace samples_tests {
 
@@ -91,7 +88,7 @@ TEST_P(RateTest, TheSamplesOfEachInterfaceAreWithinWhatChanceAllowsAndThePoolIsT
     Agent& agent = StartSource();
     agent.AddCollector("c1", collector.Port());
     for (const Row& row : rows) agent.Update(row.port, {.flows = "c1", .rate = row.rate});
-    support::Pin(0, std::max(0, ::sched_getcpu()));
+    SendFromOneCpu();
     std::uint64_t sent = 0, pools = 0, received = 0;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.port);
@@ -167,7 +164,7 @@ TEST_P(RateTest, AStallLosesOnlyWhatTheBufferCantHoldAndTheSamplesSayHowMuch)
     Agent& agent = StartSource({"--ring-size", "1M"});
     agent.AddCollector("c1", collector.Port());
     agent.Update("p1", {.flows = "c1"});
-    support::Pin(0, std::max(0, ::sched_getcpu()));
+    SendFromOneCpu();
     NumberedTraffic traffic("h1");
     traffic.Send(1);
     ASSERT_EQ(NumberOf(collector.AwaitFlows(1).back()), 1U);

@@ -2,10 +2,15 @@
 
 #include "samples/samples_test.h"
 
+#include <sched.h>
+
+#include <algorithm>
 #include <fstream>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
+
+#include "support/traffic.h"
 
 namespace samples_tests {
 
@@ -51,6 +56,8 @@ Agent& SamplesTest::Start(const std::string& source, const std::vector<std::stri
     m_agent = std::make_unique<Agent>(source, arguments);
     return *m_agent;
 }
+
+void SamplesTest::SendFromOneCpu() { support::Pin(0, std::max(0, ::sched_getcpu())); }
 
 KernelCounters CountersOf(const std::string& interface)
 {

@@ -52,6 +52,10 @@ protected:
     Agent& Start(const std::string& source = "packet-socket", const std::vector<std::string>& arguments = {});
     [[nodiscard]] Agent& TheAgent() { return *m_agent; }
 
+    /// From now on this thread sends from one CPU: eBPF counts on each CPU by itself, and the pool of a
+    /// sample lacks what another one has counted since it drew something.
+    static void SendFromOneCpu();
+
     /// Packets that entered by the interface, as the kernel counts them.
     static std::uint64_t Received(const std::string& interface) { return CountersOf(interface).rxPackets; }
 

@@ -21,9 +21,10 @@ protected:
         if (!IsSkipped()) MakeBridge(3, kJumbo);
     }
 
-    /// Sends all shapes into p1; returns when the agent has counted the frames that it should see.
+    /// Sends all shapes into p1, in their order.
     static void SendAll()
     {
+        SendFromOneCpu();
         Injector injector("h1");
         for (const Shape& shape : Shapes()) injector.Send(shape.frame);
     }
@@ -48,7 +49,8 @@ protected:
                                           shape.priority}));
     }
 
-    /// Exact with eBPF; packet sockets know the pool when they are read, which may be some frames later.
+    /// Exact with eBPF. Packet sockets count what is between two looks as a whole, which may be some frames
+    /// more.
     static void ExpectPool(const DecodedFlow& flow, std::size_t frames, std::size_t all)
     {
         EXPECT_GE(flow.pool, frames);
