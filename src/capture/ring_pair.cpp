@@ -62,7 +62,7 @@ std::size_t RingSizeFor(std::uint32_t rate)
 {
     constexpr std::size_t kLeast = 64U << 10U;
     constexpr std::size_t kMost = 4U << 20U;
-    constexpr std::size_t kOfAll = 16U << 20U;
+    constexpr std::size_t kOfAll = 32U << 20U;
     return std::clamp(kOfAll / std::max<std::uint32_t>(rate, 1), kLeast, kMost);
 }
 
