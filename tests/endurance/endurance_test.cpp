@@ -30,6 +30,8 @@ std::string TestName(const std::string& source)
     return name;
 }
 
+std::string AnySource() { return support::WhyNotSource(kTcx).empty() ? kTcx : kPacketSocket; }
+
 int ConnectAs(unsigned user, const std::filesystem::path& socket)
 {
     const std::string path = socket.string();
@@ -38,7 +40,7 @@ int ConnectAs(unsigned user, const std::filesystem::path& socket)
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::copy(path.begin(), path.end(), address.sun_path);
-        if (::setgroups(0, nullptr) != 0 || ::setgid(user) != 0 || ::setuid(user) != 0) ::_exit(255);
+        if (::setgroups(0, nullptr) != 0 || ::setgid(user) != 0 || ::setuid(user) != 0) ::_exit(kNotThatUser);
         const int client = ::socket(AF_UNIX, SOCK_STREAM, 0);
         const bool done = ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
         ::_exit(done ? 0 : errno);
@@ -55,6 +57,7 @@ void EnduranceTest::SetUp()
 
 void EnduranceTest::Start(const std::string& source, SamplingOptions options)
 {
+    m_pool = source == kPacketSocket ? Pool::kShared : Pool::kExact;
     options.arguments.insert(options.arguments.end(), {"--source", source});
     m_world.emplace(std::move(options));
     if (const auto why = support::WhyNotSource(source); !why.empty()) GTEST_SKIP() << why;

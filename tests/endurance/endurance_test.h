@@ -37,8 +37,13 @@ inline constexpr const char* kPacketSocket = "packet-socket";
 /// "EbpfTcx" and so on, for names of tests.
 std::string TestName(const std::string& source);
 
+/// The source for tests that need only one: eBPF where it is allowed, else packet sockets, which also an
+/// ordinary user may have in a namespace of its own.
+std::string AnySource();
+
 /// The errno of a connection to the Unix socket by that user, in no group but that of its number; 0 where it
-/// is admitted. Needs root.
+/// is admitted, kNotThatUser where the process can't become that user.
+inline constexpr int kNotThatUser = 255;
 int ConnectAs(unsigned user, const std::filesystem::path& socket);
 
 class EnduranceTest : public testing::Test {
@@ -49,6 +54,9 @@ protected:
     /// The world, its manager drawing with this source; skips where that is not allowed. To be followed by
     /// a look at IsSkipped.
     void Start(const std::string& source, SamplingOptions options = {});
+
+    /// How the source counts.
+    [[nodiscard]] Pool CountsPool() const { return m_pool; }
 
     [[nodiscard]] SamplingWorld& World() { return *m_world; }
     [[nodiscard]] const SamplingWorld& World() const { return *m_world; }
@@ -70,6 +78,7 @@ protected:
 
 private:
     std::optional<SamplingWorld> m_world;
+    Pool m_pool = Pool::kExact;
 };
 
 }  // namespace endurance

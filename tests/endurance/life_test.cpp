@@ -29,11 +29,6 @@ protected:
         collector.emplace();
     }
 
-    [[nodiscard]] static Pool CountsPool()
-    {
-        return std::string(GetParam()) == kPacketSocket ? Pool::kShared : Pool::kExact;
-    }
-
     /// Programs or packet sockets at the port, whichever the source has.
     static std::string Drawing(const std::string& device)
     {

@@ -295,7 +295,7 @@ TEST_P(Operations, LoseAndDoubleNothingOfWhatTheyDoNotConcern)
     const auto& [source, operation] = GetParam();
     Start(source);
     if (IsSkipped() || HasFatalFailure()) return;
-    OperationsWorld world(World(), source == kPacketSocket ? Pool::kShared : Pool::kExact);
+    OperationsWorld world(World(), CountsPool());
     world.Flow();
     operation.apply(world);
     world.world.AwaitApplied();

@@ -110,8 +110,8 @@ TEST_P(Privileges, SufficeForAllThatComesLater)
     Await("its end", [&] { return World().Numbers().OfInterface("later", "present") == 0; });
     traffic.Stop();
     DecodingCollector::AwaitQuiet({&first});
-    const auto pool = GetParam().source == std::string(kPacketSocket) ? Pool::kShared : Pool::kExact;
-    EXPECT_EQ(FaultInWhole(first.Flows(Network::Index("p1")), SamplingWorld::Statistic("p1") - before, pool),
+    EXPECT_EQ(FaultInWhole(first.Flows(Network::Index("p1")), SamplingWorld::Statistic("p1") - before,
+                           CountsPool()),
               "");
     EXPECT_THAT(World().Log(), testing::Not(HasSubstr(" 13 "))) << "no error";
     EXPECT_EQ(World().Manager().Terminate(), 0);
