@@ -45,7 +45,8 @@ void GracePeriods::Step()
     if (m_file < 0) return;
     m_again = true;
     if (m_quiet == nullptr) Arm();
-    if (++m_steps == kRow) SwitchOn();
+    // Asked for at each step: another process may let go of it meanwhile.
+    if (++m_steps >= kRow && !m_on) SwitchOn();
 }
 
 void GracePeriods::Arm()

@@ -1,4 +1,4 @@
-// Makes attaching to many interfaces quick. Not needed for correctness; used by the eBPF source.
+// Makes attaching to many interfaces quick. Not needed for correctness; used by both sources.
 //
 // Each attachment and detachment waits in the kernel, holding the lock of all network configuration,
 // until every CPU has passed a quiet moment: some 12 ms. An expedited wait interrupts the CPUs instead

@@ -93,6 +93,17 @@ TEST_F(GraceTest, LeavesAloneWhatSomebodyElseHasSet)
     EXPECT_EQ(Value(), "1");
 }
 
+TEST_F(GraceTest, GoesOnInARowOnceSomebodyElseLetsGo)
+{
+    Write("1\n");
+    capture::GracePeriods grace(m_timers, m_path);
+    for (int i = 0; i < 4; ++i) grace.Step();
+    EXPECT_EQ(Value(), "1");
+    Write("0\n");
+    grace.Step();
+    EXPECT_EQ(Value(), Ours());
+}
+
 TEST_F(GraceTest, GoesOffWhenDestroyed)
 {
     {
