@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "capture/bpf/records.h"
@@ -25,8 +26,14 @@ public:
         // The directions that have counts in the kernel; those attached are in the settings.
         bool ingressMade = false;
         bool egressMade = false;
-        std::vector<Counts> last;  // of each CPU and direction, as of its last record
-        Counts sum;                // of these
+        // Of each CPU and direction, as far as known, and whether it drew nothing in the last look.
+        struct Row {
+            Counts counts;
+            bool quiet = false;
+        };
+        std::vector<Row> rows;
+        Counts sum;              // of all rows
+        std::uint64_t look = 0;  // the last one with a record of it
     };
 
     /// The interface must not be there. The reference is valid until the next Add.
@@ -37,23 +44,41 @@ public:
     [[nodiscard]] std::size_t Size() const { return m_byIndex.size(); }
     [[nodiscard]] const std::vector<Port>& Slots() const { return m_slots; }
 
-    /// False, and no sample, for a record of an interface that has been removed.
-    bool Take(const Record& record, Sample& sample)
+    static std::size_t RowOf(std::size_t cpu, bool egress) { return cpu * 2 + (egress ? 1 : 0); }
+
+    /// What a CPU has counted at the interface: known from its records, or read in the kernel where it draws
+    /// none.
+    static void Advance(Port& port, std::size_t row, const Counts& counts)
+    {
+        Counts& known = port.rows[row].counts;
+        if (counts.pool > known.pool) port.sum.pool += counts.pool - std::exchange(known.pool, counts.pool);
+        if (counts.drops > known.drops)
+            port.sum.drops += counts.drops - std::exchange(known.drops, counts.drops);
+    }
+
+    /// Null where it has been removed.
+    [[nodiscard]] Port* Of(const Record& record)
     {
         const std::uint32_t slot = record.slot & ~std::uint32_t{kEgressBit};
-        const bool egress = slot != record.slot;
-        if (slot >= m_slots.size()) return false;
-        Port& port = m_slots[slot];
-        if (port.incarnation != record.incarnation) return false;
-        const std::size_t row = record.cpu * std::size_t{2} + (egress ? 1 : 0);
-        if (row >= port.last.size()) port.last.resize(row + 1);
-        Counts& last = port.last[row];
-        port.sum.pool += record.pool - last.pool;
-        port.sum.drops += record.drops - last.drops;
-        last = {.pool = record.pool, .drops = record.drops};
+        if (slot >= m_slots.size() || m_slots[slot].incarnation != record.incarnation) return nullptr;
+        return &m_slots[slot];
+    }
+
+    static std::size_t RowOf(const Record& record)
+    {
+        return RowOf(record.cpu, (record.slot & std::uint32_t{kEgressBit}) != 0);
+    }
+
+    /// The sample that a record of the port says.
+    static void Take(Port& port, const Record& record, Sample& sample)
+    {
+        const std::size_t row = RowOf(record);
+        if (row >= port.rows.size()) port.rows.resize(row + 1);
+        port.rows[row].quiet = false;
+        Advance(port, row, {.pool = record.pool, .drops = record.drops});
 
         sample.ifIndex = port.ifIndex;
-        sample.egress = egress;
+        sample.egress = (record.slot & std::uint32_t{kEgressBit}) != 0;
         sample.origin = record.origin;
         sample.rate = record.rate;
         sample.count = record.hits;
@@ -66,7 +91,6 @@ public:
         sample.header = {reinterpret_cast<const std::byte*>(&record + 1), record.captured};
         sample.pool = port.sum.pool;
         sample.drops = port.sum.drops;
-        return true;
     }
 
 private:

@@ -97,6 +97,7 @@ EbpfProgram::EbpfProgram(const SourceOptions& options, bool heartbeat)
     if (cpus < 0) throw Refusal("the CPUs can't be counted", cpus);
     m_cpus = static_cast<std::size_t>(cpus);
     m_states.resize(m_cpus);
+    m_counts.resize(m_cpus);
 
     m_skeleton.reset(sampler__open());
     if (m_skeleton == nullptr) throw Refusal("the sampling program can't be opened", errno);
@@ -114,19 +115,36 @@ EbpfProgram::EbpfProgram(const SourceOptions& options, bool heartbeat)
     bpf_map__set_max_entries(m_skeleton->maps.direct, static_cast<std::uint32_t>(m_cpus * kDirectPorts));
     if (const int error = sampler__load(m_skeleton.get()); error != 0)
         throw Refusal("the sampling program can't be loaded", error);
-    m_direct = MapDirect();
+    m_direct = ReserveDirect();
 }
 
 EbpfProgram::~EbpfProgram() { ::munmap(m_direct, DirectBytes()); }
 
 std::size_t EbpfProgram::DirectBytes() const { return m_cpus * kDirectPorts * sizeof(PortState); }
 
-PortState* EbpfProgram::MapDirect() const
+PortState* EbpfProgram::ReserveDirect() const
 {
-    void* memory = ::mmap(nullptr, DirectBytes(), PROT_READ | PROT_WRITE, MAP_SHARED,
-                          bpf_map__fd(m_skeleton->maps.direct), 0);
-    if (memory == MAP_FAILED) throw Refusal("the interfaces' counts can't be mapped", errno);
+    void* memory =
+        ::mmap(nullptr, DirectBytes(), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (memory == MAP_FAILED) throw Refusal("there is no room to map the interfaces' counts", errno);
     return static_cast<PortState*>(memory);
+}
+
+void EbpfProgram::MapDirect(std::uint32_t key)
+{
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t first = PlaceOf(0, key) * sizeof(PortState) / page;
+    if (!m_mapped.insert(first).second) return;
+    for (std::size_t cpu = 0; cpu < m_cpus; ++cpu) {
+        const std::size_t at = PlaceOf(cpu, key) * sizeof(PortState) / page * page;
+        if (::mmap(reinterpret_cast<std::byte*>(m_direct) + at, page, PROT_READ | PROT_WRITE,
+                   MAP_SHARED | MAP_FIXED, bpf_map__fd(m_skeleton->maps.direct),
+                   static_cast<off_t>(at)) != MAP_FAILED)
+            continue;
+        const int error = errno;
+        m_mapped.erase(first);
+        throw Refusal("the interface's counts can't be mapped", error);
+    }
 }
 
 int EbpfProgram::IngressFile() const { return bpf_program__fd(m_skeleton->progs.sflow_ingress); }
@@ -139,6 +157,7 @@ volatile SharedWords& EbpfProgram::Shared() { return m_skeleton->bss->shared; }
 
 void EbpfProgram::Create(std::uint32_t key)
 {
+    MapDirect(key);
     if (DirectState(0, key).key == 0) return Place(key, key);
     std::fill(m_states.begin(), m_states.end(), PortState{});
     const int file = bpf_map__fd(m_skeleton->maps.ports);
@@ -146,10 +165,15 @@ void EbpfProgram::Create(std::uint32_t key)
     if (error != 0) throw Refusal("the kernel has no room for the interface's counts", error);
 }
 
-PortState& EbpfProgram::DirectState(std::size_t cpu, std::uint32_t key)
+std::size_t EbpfProgram::PlaceOf(std::size_t cpu, std::uint32_t key)
 {
     const auto egress = static_cast<std::uint32_t>(kEgressBit);
-    return m_direct[DirectPlace(static_cast<std::uint32_t>(cpu), key & ~egress, (key & egress) != 0)];
+    return DirectPlace(static_cast<std::uint32_t>(cpu), key & ~egress, (key & egress) != 0);
+}
+
+PortState& EbpfProgram::DirectState(std::size_t cpu, std::uint32_t key)
+{
+    return m_direct[PlaceOf(cpu, key)];
 }
 
 void EbpfProgram::Place(std::uint32_t key, std::uint32_t owner)
@@ -182,16 +206,26 @@ void EbpfProgram::Erase(std::uint32_t key)
     bpf_map_delete_elem(bpf_map__fd(m_skeleton->maps.ports), &key);
 }
 
+std::span<const Counts> EbpfProgram::ReadCpus(std::uint32_t key)
+{
+    std::fill(m_counts.begin(), m_counts.end(), Counts{});
+    const bool direct = DirectState(0, key).key == key;
+    if (!direct && bpf_map_lookup_elem(bpf_map__fd(m_skeleton->maps.ports), &key, m_states.data()) != 0)
+        return m_counts;
+    for (std::size_t cpu = 0; cpu < m_cpus; ++cpu) {
+        const auto& state = direct ? DirectState(cpu, key) : m_states[cpu];
+        m_counts[cpu] = {.pool = __atomic_load_n(&state.pool, __ATOMIC_RELAXED),
+                         .drops = __atomic_load_n(&state.drops, __ATOMIC_RELAXED)};
+    }
+    return m_counts;
+}
+
 Counts EbpfProgram::Read(std::uint32_t key)
 {
     Counts sum;
-    const bool direct = DirectState(0, key).key == key;
-    if (!direct && bpf_map_lookup_elem(bpf_map__fd(m_skeleton->maps.ports), &key, m_states.data()) != 0)
-        return sum;
-    for (std::size_t cpu = 0; cpu < m_cpus; ++cpu) {
-        const auto& state = direct ? DirectState(cpu, key) : m_states[cpu];
-        sum.pool += __atomic_load_n(&state.pool, __ATOMIC_RELAXED);
-        sum.drops += __atomic_load_n(&state.drops, __ATOMIC_RELAXED);
+    for (const Counts& counts : ReadCpus(key)) {
+        sum.pool += counts.pool;
+        sum.drops += counts.drops;
     }
     return sum;
 }

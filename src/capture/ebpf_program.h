@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
+#include <unordered_set>
 #include <vector>
 
 #include "capture/bpf/records.h"
@@ -41,7 +43,9 @@ public:
     void NextGeneration();
     void Erase(std::uint32_t key);
 
-    /// Zero for a port that is not there.
+    /// Of a port that has been made, by CPU; valid until the next call.
+    [[nodiscard]] std::span<const Counts> ReadCpus(std::uint32_t key);
+    /// Their sum.
     [[nodiscard]] Counts Read(std::uint32_t key);
 
 private:
@@ -49,7 +53,10 @@ private:
         void operator()(sampler* skeleton) const;
     };
     [[nodiscard]] std::size_t DirectBytes() const;
-    [[nodiscard]] PortState* MapDirect() const;
+    // Only pages with ports are mapped: what is mapped of the kernel's counts as the process's memory.
+    [[nodiscard]] PortState* ReserveDirect() const;
+    void MapDirect(std::uint32_t key);
+    [[nodiscard]] static std::size_t PlaceOf(std::size_t cpu, std::uint32_t key);
     PortState& DirectState(std::size_t cpu, std::uint32_t key);
     // Gives the key's place to `owner`, with counts of zero.
     void Place(std::uint32_t key, std::uint32_t owner);
@@ -57,8 +64,10 @@ private:
     std::unique_ptr<sampler, Close> m_skeleton;
     std::size_t m_ringSize;
     std::size_t m_cpus;
-    PortState* m_direct = nullptr;    // the kernel's own memory
-    std::vector<PortState> m_states;  // of one other port, all CPUs
+    PortState* m_direct = nullptr;             // the kernel's own memory
+    std::unordered_set<std::size_t> m_mapped;  // pages of the first CPU; the others' go with them
+    std::vector<PortState> m_states;           // of one other port, all CPUs
+    std::vector<Counts> m_counts;              // likewise, as they were read last
 };
 
 }  // namespace capture

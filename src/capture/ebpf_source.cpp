@@ -233,16 +233,36 @@ private:
         m_program->Shared().pressing = 0;
         if (!m_ring->Begin()) return false;
         const Draining until(m_draining);
+        ++m_look;
         do {
             std::size_t count = 0;
             while (count < kBatch) {
                 const Record* record = m_ring->Next();
                 if (record == nullptr) break;
-                if (m_ports.Take(*record, m_batch[count])) ++count;
+                EbpfPorts::Port* port = m_ports.Of(*record);
+                if (port == nullptr) continue;
+                if (std::exchange(port->look, m_look) != m_look) CatchUp(*port, EbpfPorts::RowOf(*record));
+                EbpfPorts::Take(*port, *record, m_batch[count++]);
             }
             if (count > 0) m_sink.OnSamples({m_batch.data(), count});
         } while (m_ring->Release());
         return true;
+    }
+
+    // A CPU that draws nothing says nothing, though it counts: its counts are read where another draws. Those
+    // of a CPU that does draw come with its records, as of each.
+    void CatchUp(EbpfPorts::Port& port, std::size_t drawing)
+    {
+        for (const bool egress : {false, true}) {
+            if (egress ? !port.egressMade : !port.ingressMade) continue;
+            const auto counts = m_program->ReadCpus(KeyOf(port.ifIndex, egress));
+            port.rows.resize(std::max(port.rows.size(), counts.size() * 2));
+            for (std::size_t cpu = 0; cpu < counts.size(); ++cpu) {
+                const std::size_t row = EbpfPorts::RowOf(cpu, egress);
+                if (port.rows[row].quiet && row != drawing) EbpfPorts::Advance(port, row, counts[cpu]);
+                port.rows[row].quiet = true;
+            }
+        }
     }
 
     ipc::Timers& m_timers;
@@ -253,6 +273,7 @@ private:
     std::optional<EbpfRing> m_ring;
     EbpfPorts m_ports;
     std::array<Sample, kBatch> m_batch;
+    std::uint64_t m_look = 0;
     bool m_draining = false;  // a sink that calls us from its callback must not drain again
     std::shared_ptr<void> m_beat;
     std::optional<EbpfWaker> m_waker;

@@ -53,7 +53,10 @@ struct Sample {
     std::span<const std::byte> header;  // its beginning as the kernel holds it; valid in the call only
 
     /// Of the interface, since it was added to the source, both directions together, up to and with this
-    /// packet: frames it could have been drawn from, and frames drawn and lost for lack of room.
+    /// packet: frames it could have been drawn from, and frames drawn and lost for lack of room. They never
+    /// fall, and nothing is counted twice or left out for good. What other CPUs count at the same moment
+    /// may be in it a look too early or too late; packet sockets tell what they counted since the last look
+    /// in even shares.
     std::uint64_t pool = 0;
     std::uint64_t drops = 0;
 };

@@ -189,10 +189,7 @@ TEST_P(Life, StoppedForAWhileItAccountsForFramesOfACpuThatDrawsNoMore)
               frames - flows.size());
     ASSERT_FALSE(flows.empty());
     EXPECT_EQ(flows.size() + flows.back().drops, flows.back().pool);
-    // Samples of eBPF know of each CPU what its last drawn frame knew.
-    if (CountsPool() == Pool::kShared) {
-        EXPECT_EQ(flows.back().pool, frames);
-    }
+    EXPECT_EQ(flows.back().pool, frames);
 }
 
 INSTANTIATE_TEST_SUITE_P(, Life, testing::Values(kTcx, kClsact, kPacketSocket),
