@@ -102,7 +102,12 @@ EbpfProgram::EbpfProgram(const SourceOptions& options, bool heartbeat)
     m_skeleton.reset(sampler__open());
     if (m_skeleton == nullptr) throw Refusal("the sampling program can't be opened", errno);
     m_skeleton->rodata->ownMark = options.ownMark;
-    m_skeleton->rodata->useHeartbeat = heartbeat ? 1 : 0;
+    auto& programs = m_skeleton->progs;
+    m_ingress = heartbeat ? programs.sflow_ingress_while_alive : programs.sflow_ingress;
+    m_egress = heartbeat ? programs.sflow_egress_while_alive : programs.sflow_egress;
+    for (bpf_program* program : {programs.sflow_ingress, programs.sflow_egress,
+                                 programs.sflow_ingress_while_alive, programs.sflow_egress_while_alive})
+        bpf_program__set_autoload(program, program == m_ingress || program == m_egress);
     m_skeleton->rodata->wakeBytes = m_ringSize / 4;
     m_skeleton->rodata->checkBytes = m_ringSize / 32 / m_cpus;
     const auto table = MakeLogTable();
@@ -147,9 +152,9 @@ void EbpfProgram::MapDirect(std::uint32_t key)
     }
 }
 
-int EbpfProgram::IngressFile() const { return bpf_program__fd(m_skeleton->progs.sflow_ingress); }
+int EbpfProgram::IngressFile() const { return bpf_program__fd(m_ingress); }
 
-int EbpfProgram::EgressFile() const { return bpf_program__fd(m_skeleton->progs.sflow_egress); }
+int EbpfProgram::EgressFile() const { return bpf_program__fd(m_egress); }
 
 int EbpfProgram::RingFile() const { return bpf_map__fd(m_skeleton->maps.ring); }
 
@@ -190,6 +195,9 @@ void EbpfProgram::Set(std::uint32_t key, const PortSettings& settings)
     const int file = bpf_map__fd(m_skeleton->maps.settings);
     const int error = Patiently([&] { return bpf_map_update_elem(file, &key, &settings, BPF_ANY); });
     if (error != 0) throw Refusal("the kernel has no room for the interface's settings", error);
+    if (DirectState(0, key).key != key) return NextGeneration();
+    for (std::size_t cpu = 0; cpu < m_cpus; ++cpu)
+        __atomic_store_n(&DirectState(cpu, key).stale, 1U, __ATOMIC_SEQ_CST);
 }
 
 void EbpfProgram::NextGeneration()

@@ -14,6 +14,7 @@
 #include "capture/bpf/records.h"
 #include "capture/packet_source.h"
 
+struct bpf_program;
 struct sampler;  // libbpf's skeleton
 
 namespace capture {
@@ -38,9 +39,8 @@ public:
 
     /// A port with counts of zero. Throws Unavailable.
     void Create(std::uint32_t key);
-    /// In effect after NextGeneration. Throws Unavailable.
+    /// In effect from the next packet on. Throws Unavailable.
     void Set(std::uint32_t key, const PortSettings& settings);
-    void NextGeneration();
     void Erase(std::uint32_t key);
 
     /// Of a port that has been made, by CPU; valid until the next call.
@@ -57,11 +57,14 @@ private:
     [[nodiscard]] PortState* ReserveDirect() const;
     void MapDirect(std::uint32_t key);
     [[nodiscard]] static std::size_t PlaceOf(std::size_t cpu, std::uint32_t key);
+    void NextGeneration();
     PortState& DirectState(std::size_t cpu, std::uint32_t key);
     // Gives the key's place to `owner`, with counts of zero.
     void Place(std::uint32_t key, std::uint32_t owner);
 
     std::unique_ptr<sampler, Close> m_skeleton;
+    bpf_program* m_ingress = nullptr;
+    bpf_program* m_egress = nullptr;
     std::size_t m_ringSize;
     std::size_t m_cpus;
     PortState* m_direct = nullptr;             // the kernel's own memory

@@ -159,7 +159,6 @@ private:
         if (port.ingressMade) m_program->Set(KeyOf(port.ifIndex, false), wanted);
         wanted.slot |= kEgressBit;
         if (port.egressMade) m_program->Set(KeyOf(port.ifIndex, true), wanted);
-        m_program->NextGeneration();
 
         if (ingress && !settings.ingress) Detach(port.ifIndex, false);
         port.settings.ingress = ingress && settings.ingress;

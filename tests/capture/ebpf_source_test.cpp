@@ -280,6 +280,17 @@ TEST_F(EbpfSourceTest, TellsInterfacesApartWhoseIndexesShareAPlace)
     EXPECT_EQ(source->Read(kFirst).pool, 0U) << "counts begin at zero in a place used before";
     cross("first-end", kFirst, 10);
     EXPECT_EQ(source->Read(kSecond).pool, 20U);
+
+    source->Drain();
+    sink.samples.clear();
+    source->Change(kSecond, {.rate = 16777215, .headerSize = 128});
+    support::Injector("second-end").Send(Frames(40));  // a sample among them has a probability of 2e-6
+    AwaitPool(kSecond, 60);
+    source->Change(kSecond, {.rate = 1, .headerSize = 128});
+    support::Injector("second-end").Send(Frames(5));
+    AwaitPool(kSecond, 65);
+    source->Drain();
+    EXPECT_EQ(sink.samples.size(), 5U) << "a change takes effect there too";
 }
 
 TEST_F(EbpfSourceTest, ChangesRateAndHeaderSizeAtOnceAndKeepsTheCounts)

@@ -24,15 +24,17 @@ struct PortSettings {
     __u32 incarnation;  // tells it from the slot's former interfaces
 };
 
-/// Of one port and CPU: value of `direct` and of `ports`. All zero but the key when made. One cache line.
+/// Of one port and CPU: value of `direct` and of `ports`. One cache line, with all that a packet that is not
+/// drawn needs: another line or page would cost it nanoseconds.
 struct PortState {
-    __u64 pool;        // frames seen
-    __u64 drops;       // frames drawn that found no room
-    __u32 skip;        // the next drawn frame is the skip-th from here
-    __u32 generation;  // of the settings below, with which `skip` was drawn; 0: never
-    __u32 key;         // whose place this is; 0: nobody's
-    __u32 unused;
+    __u64 pool;   // frames seen
+    __u64 drops;  // frames drawn that found no room
+    __u32 skip;   // the next drawn frame is the skip-th from here
+    __u32 stale;  // not 0: user space has changed the settings, which are taken and the skip drawn anew
+    __u32 key;    // whose place this is; 0: nobody's
+    __u32 mark;   // of packets that are neither counted nor drawn; 0: none
     struct PortSettings settings;
+    __u32 generation;  // in `ports` only: of the settings; 0: never taken
 } __attribute__((aligned(64)));
 
 /// Where in `direct` a port is, if it is there: the first port that came to the place has it, all others
@@ -71,7 +73,7 @@ struct Record {
 
 /// Words that both sides write.
 struct SharedWords {
-    /// User space has changed settings: ports take them and draw their skip anew. Never 0.
+    /// User space has changed settings of a port in `ports`, whose states it can't write to. Never 0.
     __u32 generation;
     /// 1: user space sleeps and is to be woken by the next record, which sets it to 0.
     __u32 waiting;

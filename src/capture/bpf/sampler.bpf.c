@@ -18,7 +18,6 @@
 
 // Set by user space before the program is loaded.
 const volatile __u32 ownMark = 0;
-const volatile __u32 useHeartbeat = 0;
 const volatile __u32 copyWords = 0;   // the machine reads words at any address
 const volatile __u64 wakeBytes = 0;   // the ring is filling when so much is in it
 const volatile __u64 checkBytes = 0;  // a CPU looks at the fill each time it has written so much
@@ -73,12 +72,15 @@ static __always_inline __u32 NextGap(struct GapScale scale)
 // Functions that are not static are verified by themselves, for any arguments: once, not once for each road
 // that leads to them, which took the kernel seconds. So each looks for null.
 
-__noinline int TakeSettings(struct PortState* port, __u32 key, __u32 generation)
+__noinline int TakeSettings(struct PortState* port, __u32 key)
 {
-    const struct PortSettings* own = bpf_map_lookup_elem(&settings, &key);
+    const struct PortSettings* own;
 
     if (!port) return 0;
-    port->generation = generation;
+    // Before the settings are read, in this order also for the CPU: a change meanwhile makes it stale again.
+    __sync_fetch_and_and(&port->stale, 0);
+    own = bpf_map_lookup_elem(&settings, &key);
+    port->mark = ownMark;
     if (!own) {
         port->settings.rate = 0;
         port->skip = NEVER;
@@ -261,30 +263,35 @@ __noinline __u32 CountSegments(struct __sk_buff* packet)
     return segments > 0xffff ? 0xffff : segments;
 }
 
-static __noinline struct PortState* FindOther(__u32 key) { return bpf_map_lookup_elem(&ports, &key); }
+static __noinline struct PortState* FindOther(__u32 key)
+{
+    struct PortState* port = bpf_map_lookup_elem(&ports, &key);
+    const __u32 generation = Volatile(shared.generation);
+
+    if (port && port->generation != generation) {
+        port->generation = generation;
+        port->stale = 1;
+    }
+    return port;
+}
 
 static __always_inline int Look(struct __sk_buff* packet, __u32 egress)
 {
     const __u32 index = packet->ifindex;
-    struct PortState* port;
-    __u32 key, place, frames = 1, generation;
+    const __u32 key = index | (egress ? kEgressBit : 0);
+    __u32 place = DirectPlace(bpf_get_smp_processor_id(), index, egress), frames = 1;
+    struct PortState* port = bpf_map_lookup_elem(&direct, &place);
 
-    if (ownMark != 0 && packet->mark == ownMark) return TC_NEXT;
-    if (useHeartbeat != 0 && bpf_ktime_get_coarse_ns() > Volatile(shared.heartbeat) + STALE_NS)
-        return TC_NEXT;
-    key = index | (egress ? kEgressBit : 0);
-    place = DirectPlace(bpf_get_smp_processor_id(), index, egress);
-    port = bpf_map_lookup_elem(&direct, &place);
     if (!port || port->key != key) port = FindOther(key);
     if (!port) return TC_NEXT;
+    if (port->stale) TakeSettings(port, key);
+    if (port->mark != 0 && port->mark == packet->mark) return TC_NEXT;
 
     if (packet->gso_size != 0) {
         frames = packet->gso_segs;
         if (frames == 0) frames = CountSegments(packet);
     }
     port->pool += frames;
-    generation = Volatile(shared.generation);
-    if (port->generation != generation) TakeSettings(port, key, generation);
     if (port->skip > frames)
         port->skip -= frames;
     else
@@ -297,5 +304,17 @@ int sflow_ingress(struct __sk_buff* packet) { return Look(packet, 0); }
 
 SEC("tc")
 int sflow_egress(struct __sk_buff* packet) { return Look(packet, 1); }
+
+// The same for hooks that outlive the process: they rest when it has not said for long that it lives.
+static __always_inline int Lives(void)
+{
+    return bpf_ktime_get_coarse_ns() <= Volatile(shared.heartbeat) + STALE_NS;
+}
+
+SEC("tc")
+int sflow_ingress_while_alive(struct __sk_buff* packet) { return Lives() ? Look(packet, 0) : TC_NEXT; }
+
+SEC("tc")
+int sflow_egress_while_alive(struct __sk_buff* packet) { return Lives() ? Look(packet, 1) : TC_NEXT; }
 
 char licence[] SEC("license") = "GPL";
