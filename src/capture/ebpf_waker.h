@@ -19,7 +19,7 @@ namespace capture {
 class EbpfWaker {
 public:
     /// Between two looks while packets come.
-    static constexpr std::chrono::milliseconds kRhythm{90};
+    static constexpr std::chrono::milliseconds kRhythm{95};
 
     /// `look` drains the ring and says whether anything was in it. Throws Unavailable.
     EbpfWaker(boost::asio::io_context& loop, ipc::Timers& timers, int ring, volatile SharedWords& shared,
