@@ -193,24 +193,24 @@ static __always_inline __u32 Copy(struct __sk_buff* packet, __u64* to, __u32 cap
 }
 
 // A record with room for so many bytes of the packet; the ring wants constant sizes.
-#define HAND_OVER(name, room)                                                                  \
-    static __noinline int name(struct __sk_buff* packet, struct PortState* port, __u32 counts, \
-                               __u32 captured, __u32 egress)                                   \
-    {                                                                                          \
-        struct Record* record = bpf_ringbuf_reserve(&ring, sizeof(struct Record) + (room), 0); \
-        __u32 cpu;                                                                             \
-        if (!record) {                                                                         \
-            port->drops += counts & 0xffff;                                                    \
-            return 0;                                                                          \
-        }                                                                                      \
-        Fill(record, packet, port, egress);                                                    \
-        record->hits = (__u16)counts;                                                          \
-        record->segments = (__u16)(counts >> 16);                                              \
-        record->captured = (__u16)Copy(packet, (__u64*)(record + 1), captured, room);          \
-        cpu = bpf_get_smp_processor_id();                                                      \
-        record->cpu = (__u16)cpu;                                                              \
-        bpf_ringbuf_submit(record, WakeUp(cpu, sizeof(struct Record) + 8 + (room)));           \
-        return 0;                                                                              \
+#define HAND_OVER(name, room)                                                                       \
+    static __always_inline int name(struct __sk_buff* packet, struct PortState* port, __u32 counts, \
+                                    __u32 captured, __u32 egress)                                   \
+    {                                                                                               \
+        struct Record* record = bpf_ringbuf_reserve(&ring, sizeof(struct Record) + (room), 0);      \
+        __u32 cpu;                                                                                  \
+        if (!record) {                                                                              \
+            port->drops += counts & 0xffff;                                                         \
+            return 0;                                                                               \
+        }                                                                                           \
+        Fill(record, packet, port, egress);                                                         \
+        record->hits = (__u16)counts;                                                               \
+        record->segments = (__u16)(counts >> 16);                                                   \
+        record->captured = (__u16)Copy(packet, (__u64*)(record + 1), captured, room);               \
+        cpu = bpf_get_smp_processor_id();                                                           \
+        record->cpu = (__u16)cpu;                                                                   \
+        bpf_ringbuf_submit(record, WakeUp(cpu, sizeof(struct Record) + 8 + (room)));                \
+        return 0;                                                                                   \
     }
 HAND_OVER(HandOver64, 64)
 HAND_OVER(HandOver128, 128)
