@@ -2,7 +2,6 @@
 
 #include "sampling/measured_manager.h"
 
-#include <arpa/inet.h>
 #include <linux/bpf.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -15,8 +14,6 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "ipc/frame.h"
-#include "ipc/manager.pb.h"
 #include "sampling/forwarding_path.h"
 #include "support/world.h"
 
@@ -24,16 +21,6 @@ namespace sampling {
 namespace {
 
 constexpr const char* kCollector = "c1";
-constexpr int kIngress = 2;
-constexpr int kHeaderSize = 128;
-constexpr int kDatagramSize = 1400;
-
-std::uint32_t AddressOf(const char* text)
-{
-    in_addr address{};
-    ::inet_pton(AF_INET, text, &address);
-    return address.s_addr;
-}
 
 }  // namespace
 
@@ -55,47 +42,22 @@ MeasuredManager::MeasuredManager(Capture capture, std::uint16_t collectorPort) :
             throw std::runtime_error("sflow-mgr has ended: " + support::ReadFile(m_dir.Path() / "errors"));
         return support::Accepts(socket);
     });
-    m_session = std::make_unique<support::FrameClient>(socket);
-    ipc::manager::ClientMessage message;
-    message.mutable_hello()->set_protocol(ipc::kProtocolVersion);
-    message.mutable_hello()->set_process("sampling_figures");
-    message.mutable_hello()->set_pid(::getpid());
-    m_session->Send(message);
-    ipc::manager::ServerMessage answer;
-    if (!m_session->Receive(answer) || !answer.has_opened())
-        throw std::runtime_error("sflow-mgr gives no session: " + answer.ShortDebugString());
-    message.mutable_set_agent_address()->set_address(AddressOf("192.0.2.1"));
-    m_session->Send(message);
-    auto& collector = *message.mutable_add_collector();
-    collector.set_name(kCollector);
-    collector.set_address(AddressOf("127.0.0.1"));
-    collector.set_port(collectorPort);
-    collector.set_datagram_size(kDatagramSize);
-    m_session->Send(message);
-    message.mutable_loaded();
-    m_session->Send(message);
+    m_service = std::make_unique<support::ServiceClient>(socket);
+    m_service->SetAgentAddress("192.0.2.1");
+    m_service->AddCollector(kCollector, "127.0.0.1", collectorPort);
+    m_service->Loaded();
 }
 
 void MeasuredManager::Set(const std::string& device, const Interface& settings)
 {
-    ipc::manager::ClientMessage message;
-    auto& update = *message.mutable_update_interface();
-    update.set_interface(device);
-    update.set_sample_collector(kCollector);
-    if (settings.interval != 0) update.set_counter_collector(kCollector);
-    update.set_rate(settings.rate);
-    update.set_direction(kIngress);
-    update.set_max_header_size(kHeaderSize);
-    update.set_interval(settings.interval);
-    m_session->Send(message);
+    m_service->UpdateInterface({.name = device,
+                                .flowCollector = kCollector,
+                                .counterCollector = settings.interval != 0 ? kCollector : "",
+                                .rate = settings.rate,
+                                .interval = settings.interval});
 }
 
-void MeasuredManager::Unset(const std::string& device)
-{
-    ipc::manager::ClientMessage message;
-    message.mutable_unset_interface()->set_interface(device);
-    m_session->Send(message);
-}
+void MeasuredManager::Unset(const std::string& device) { m_service->UnsetInterface(device); }
 
 void MeasuredManager::Sample(const std::string& device, std::uint32_t rate)
 {

@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "support/frames.h"
 #include "support/process.h"
+#include "support/service_client.h"
 
 namespace sampling {
 
@@ -50,7 +50,7 @@ private:
     Capture m_capture;
     support::TempDir m_dir;
     std::unique_ptr<support::Process> m_process;
-    std::unique_ptr<support::FrameClient> m_session;
+    std::unique_ptr<support::ServiceClient> m_service;
 };
 
 /// Programs at the device's tcx ingress.

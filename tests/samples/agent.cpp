@@ -2,20 +2,9 @@
 
 #include "samples/agent.h"
 
-#include <arpa/inet.h>
-#include <linux/bpf.h>
-#include <sys/socket.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-#include <array>
-#include <cerrno>
-#include <cstring>
 #include <stdexcept>
-#include <system_error>
 
-#include "ipc/frame.h"
-#include "ipc/manager.pb.h"
+#include "support/metrics.h"
 #include "support/world.h"
 
 namespace samples_tests {
@@ -24,69 +13,7 @@ namespace {
 /// In the test's own network, so that it is always free.
 constexpr std::uint16_t kMetricsPort = 9100;
 
-std::uint32_t AddressOf(const std::string& text)
-{
-    in_addr address{};
-    if (::inet_pton(AF_INET, text.c_str(), &address) != 1)
-        throw std::runtime_error("no IPv4 address: " + text);
-    return address.s_addr;
-}
-
-/// The smallest program that samples packets could be: it passes everything on.
-std::string WhyNotEbpf()
-{
-    std::array<bpf_insn, 2> program{};
-    program[0].code = BPF_ALU64 | BPF_MOV | BPF_K;
-    program[1].code = BPF_JMP | BPF_EXIT;
-    bpf_attr load{};
-    load.prog_type = BPF_PROG_TYPE_SCHED_CLS;
-    load.insns = reinterpret_cast<std::uintptr_t>(program.data());
-    load.insn_cnt = program.size();
-    load.license = reinterpret_cast<std::uintptr_t>("GPL");
-    const long loaded = ::syscall(SYS_bpf, BPF_PROG_LOAD, &load, sizeof load);
-    if (loaded < 0) return std::string("no eBPF programs here: ") + std::strerror(errno);
-    ::close(static_cast<int>(loaded));
-    return "";
-}
-
-void Attach(ipc::manager::Attachment& attachment, const std::string& interface, const std::string& collector)
-{
-    attachment.set_interface(interface);
-    attachment.set_collector(collector);
-}
-
-std::string Get(std::uint16_t port)
-{
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    const timeval patience{10, 0};
-    ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    constexpr std::string_view kRequest =
-        "GET /metrics HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
-    std::string answer;
-    if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-        ::send(socket, kRequest.data(), kRequest.size(), MSG_NOSIGNAL) > 0) {
-        std::array<char, 8192> part{};
-        for (ssize_t got; (got = ::recv(socket, part.data(), part.size(), 0)) > 0;)
-            answer.append(part.data(), static_cast<std::size_t>(got));
-    }
-    ::close(socket);
-    return answer;
-}
-
 }  // namespace
-
-std::string WhyNotSource(std::string_view source)
-{
-    if (source != "packet-socket") return WhyNotEbpf();
-    const int socket = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-    if (socket < 0) return std::string("no packet sockets here: ") + std::strerror(errno);
-    ::close(socket);
-    return "";
-}
 
 Agent::Agent(const std::string& source, const std::vector<std::string>& arguments)
 {
@@ -104,111 +31,83 @@ Agent::Agent(const std::string& source, const std::vector<std::string>& argument
             throw std::runtime_error("sflow-mgr has ended: " + support::ReadFile(m_dir.Path() / "errors"));
         return support::Accepts(socket);
     });
-    m_session = std::make_unique<support::FrameClient>(socket);
-    ipc::manager::ClientMessage message;
-    message.mutable_hello()->set_protocol(ipc::kProtocolVersion);
-    message.mutable_hello()->set_process("samples_test");
-    message.mutable_hello()->set_pid(::getpid());
-    m_session->Send(message);
-    ipc::manager::ServerMessage answer;
-    if (!m_session->Receive(answer) || !answer.has_opened())
-        throw std::runtime_error("sflow-mgr gives no session: " + answer.ShortDebugString());
+    m_service = std::make_unique<support::ServiceClient>(socket);
     SetAddress(kAgentAddress);
-    message.mutable_loaded();
-    m_session->Send(message);
+    m_service->Loaded();
 }
 
-void Agent::AddCollector(const std::string& name, std::uint16_t port, std::uint32_t datagramSize,
+void Agent::AddCollector(const std::string& name, std::uint16_t port, std::uint16_t datagramSize,
                          const std::string& address)
 {
-    ipc::manager::ClientMessage message;
-    auto& collector = *message.mutable_add_collector();
-    collector.set_name(name);
-    collector.set_address(AddressOf(address));
-    collector.set_port(port);
-    collector.set_datagram_size(datagramSize);
-    Do(message);
+    m_service->AddCollector(name, address, port, datagramSize);
+    AwaitTaken();
 }
 
 void Agent::DeleteCollector(const std::string& name)
 {
-    ipc::manager::ClientMessage message;
-    message.mutable_delete_collector()->set_name(name);
-    Do(message);
+    m_service->DeleteCollector(name);
+    AwaitTaken();
 }
 
 void Agent::Update(const std::string& interface, const Sampled& settings)
 {
-    ipc::manager::ClientMessage message;
-    auto& update = *message.mutable_update_interface();
-    update.set_interface(interface);
-    update.set_sample_collector(settings.flows);
-    update.set_counter_collector(settings.counters);
-    update.set_rate(settings.rate);
-    update.set_direction(static_cast<int>(settings.direction));
-    update.set_max_header_size(settings.header);
-    update.set_interval(settings.interval);
-    Do(message);
+    m_service->UpdateInterface({.name = interface,
+                                .flowCollector = settings.flows,
+                                .counterCollector = settings.counters,
+                                .rate = settings.rate,
+                                .direction = static_cast<int>(settings.direction),
+                                .headerSize = settings.header,
+                                .interval = settings.interval});
+    AwaitTaken();
     if (!settings.flows.empty() && OfInterface(interface, "present") == 1)
         AwaitMetric("sflow_interface_sampled{interface=\"" + interface + "\"}", 1);
 }
 
 void Agent::AddFlows(const std::string& interface, const std::string& collector)
 {
-    ipc::manager::ClientMessage message;
-    Attach(*message.mutable_add_sample_collector(), interface, collector);
-    Do(message);
+    m_service->AddSampleCollector(interface, collector);
+    AwaitTaken();
 }
 
 void Agent::RemoveFlows(const std::string& interface, const std::string& collector)
 {
-    ipc::manager::ClientMessage message;
-    Attach(*message.mutable_remove_sample_collector(), interface, collector);
-    Do(message);
+    m_service->RemoveSampleCollector(interface, collector);
+    AwaitTaken();
 }
 
 void Agent::AddCounters(const std::string& interface, const std::string& collector)
 {
-    ipc::manager::ClientMessage message;
-    Attach(*message.mutable_add_counter_collector(), interface, collector);
-    Do(message);
+    m_service->AddCounterCollector(interface, collector);
+    AwaitTaken();
 }
 
 void Agent::Unset(const std::string& interface)
 {
-    ipc::manager::ClientMessage message;
-    message.mutable_unset_interface()->set_interface(interface);
-    Do(message);
+    m_service->UnsetInterface(interface);
+    AwaitTaken();
 }
 
 void Agent::SetAddress(const std::string& address)
 {
-    ipc::manager::ClientMessage message;
-    message.mutable_set_agent_address()->set_address(AddressOf(address));
-    Do(message);
+    m_service->SetAgentAddress(address);
+    AwaitTaken();
 }
 
-void Agent::Do(const ipc::manager::ClientMessage& operation)
+void Agent::AwaitTaken() const
 {
-    m_session->Send(operation);
-    AwaitMetric("sflow_manager_operations_total", ++m_operations);
+    AwaitMetric("sflow_manager_operations_total", m_service->Operations());
     if (Metric("sflow_manager_operations_refused_total") != 0)
-        throw std::runtime_error("refused: " + operation.ShortDebugString() + "\n" + Log());
+        throw std::runtime_error("an operation was refused:\n" + Log());
 }
-
-std::string Agent::Metrics() const { return Get(kMetricsPort); }
 
 std::uint64_t Agent::Metric(const std::string& name) const
 {
-    const std::string text = Metrics();
-    const auto at = text.find("\n" + name + " ");
-    if (at == std::string::npos) throw std::runtime_error("no metric " + name + " in:\n" + text);
-    return std::stoull(text.substr(at + name.size() + 2));
+    return support::Metrics::Fetch(kMetricsPort).At(name);
 }
 
 std::uint64_t Agent::OfInterface(const std::string& interface, const std::string& name) const
 {
-    return Metric("sflow_interface_" + name + "{interface=\"" + interface + "\"}");
+    return support::Metrics::Fetch(kMetricsPort).OfInterface(interface, name);
 }
 
 void Agent::AwaitMetric(const std::string& name, std::uint64_t value) const

@@ -7,15 +7,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "support/frames.h"
 #include "support/process.h"
-
-namespace ipc::manager {
-class ClientMessage;
-}
+#include "support/service_client.h"
 
 namespace samples_tests {
 
@@ -30,14 +25,10 @@ struct Sampled {
     std::string flows{};
     std::string counters{};
     std::uint32_t rate = 1;
-    std::uint32_t header = 128;
-    std::uint32_t interval = 0;  // seconds
+    std::uint16_t header = 128;
+    std::uint16_t interval = 0;  // seconds
     Direction direction = Direction::kIngress;
 };
-
-/// Empty where this source of packets ("ebpf", "packet-socket") is allowed here, else why not. Asks the
-/// kernel, not the manager, so that what fails in the manager is no reason to skip.
-std::string WhyNotSource(std::string_view source);
 
 class Agent {
 public:
@@ -46,7 +37,7 @@ public:
     explicit Agent(const std::string& source, const std::vector<std::string>& arguments = {});
 
     // The operations of the service. They return when the manager has taken them.
-    void AddCollector(const std::string& name, std::uint16_t port, std::uint32_t datagramSize = 1400,
+    void AddCollector(const std::string& name, std::uint16_t port, std::uint16_t datagramSize = 1400,
                       const std::string& address = "127.0.0.1");
     void DeleteCollector(const std::string& name);
     /// Of a kernel interface that is there, it also waits until its packets are sampled.
@@ -58,7 +49,7 @@ public:
     void SetAddress(const std::string& address);
 
     /// A metric by its whole name, such as `sflow_interface_sampled{interface="p1"}`. Throws
-    /// std::runtime_error where there is none.
+    /// std::out_of_range where there is none.
     [[nodiscard]] std::uint64_t Metric(const std::string& name) const;
     /// Of an interface, without "sflow_interface_".
     [[nodiscard]] std::uint64_t OfInterface(const std::string& interface, const std::string& name) const;
@@ -70,13 +61,12 @@ public:
     [[nodiscard]] support::Process& TheProcess() { return *m_process; }
 
 private:
-    void Do(const ipc::manager::ClientMessage& operation);
-    [[nodiscard]] std::string Metrics() const;
+    /// Until the operations that were sent are in effect. Throws std::runtime_error where one was refused.
+    void AwaitTaken() const;
 
     support::TempDir m_dir;
     std::unique_ptr<support::Process> m_process;
-    std::unique_ptr<support::FrameClient> m_session;
-    std::uint64_t m_operations = 0;  // sent
+    std::unique_ptr<support::ServiceClient> m_service;
 };
 
 }  // namespace samples_tests

@@ -7,6 +7,7 @@
 
 #include "samples/samples_test.h"
 #include "samples/shapes.h"
+#include "support/sampling_world.h"
 
 namespace samples_tests {
 
@@ -23,7 +24,7 @@ protected:
     {
         SamplesTest::SetUp();
         if (IsSkipped()) return;
-        if (const std::string why = WhyNotSource("packet-socket"); !why.empty()) GTEST_SKIP() << why;
+        if (const std::string why = support::WhyNotSource("packet-socket"); !why.empty()) GTEST_SKIP() << why;
     }
 
     /// Sends so many frames of the size on an interface.

@@ -10,6 +10,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "support/sampling_world.h"
 #include "support/traffic.h"
 
 namespace samples_tests {
@@ -85,7 +86,7 @@ void SourceTest::SetUp()
 {
     SamplesTest::SetUp();
     if (IsSkipped()) return;
-    if (const std::string why = WhyNotSource(GetParam().option); !why.empty()) GTEST_SKIP() << why;
+    if (const std::string why = support::WhyNotSource(GetParam().option); !why.empty()) GTEST_SKIP() << why;
 }
 
 std::string NameOfSource(const testing::TestParamInfo<SourceRow>& row) { return row.param.name; }
