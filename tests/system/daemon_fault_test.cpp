@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <list>
+#include <utility>
 
 #include "cdb/schema.h"
 #include "cdb/store.h"
@@ -70,6 +71,20 @@ protected:
             if (message.body_case() == kind) return message;
         throw std::runtime_error("the daemon went away");
     }
+
+    // The next connection whose first message is as wanted. Others stay open without an answer: the manager
+    // connects too, and at any moment.
+    template <typename Wanted>
+    std::pair<FrameClient&, ipc::cdb::ClientMessage> AcceptFrom(Listener& database, const Wanted& wanted)
+    {
+        for (;;) {
+            FrameClient& peer = m_connections.emplace_back(database.Accept());
+            ipc::cdb::ClientMessage first;
+            if (peer.Receive(first) && wanted(first)) return {peer, first};
+        }
+    }
+
+    std::list<FrameClient> m_connections;
 };
 
 TEST_F(DaemonFault, EndsTheDaemonWithOneAndIsReported)
@@ -79,21 +94,17 @@ TEST_F(DaemonFault, EndsTheDaemonWithOneAndIsReported)
     TheWorld().StartManager();
     TheWorld().StartDaemon();
 
-    // The manager asks too, and gets no answer.
-    std::list<FrameClient> others;
-    FrameClient* connection = nullptr;
-    while (connection == nullptr) {
-        auto& peer = others.emplace_back(database.Accept());
-        if (Await(peer, ipc::cdb::ClientMessage::kHello).hello().process() == "sflow-app") connection = &peer;
-    }
-    Await(*connection, ipc::cdb::ClientMessage::kReady);
+    auto& daemon =
+        AcceptFrom(database, [](const auto& first) { return first.hello().process() == "sflow-app"; }).first;
+    Await(daemon, ipc::cdb::ClientMessage::kReady);
     ipc::cdb::ServerMessage welcome;
     welcome.mutable_welcome()->set_store_dir(TheWorld().StateDir());
     welcome.mutable_welcome()->set_commit(1);
-    connection->Send(welcome);
+    daemon.Send(welcome);
 
-    FrameClient report(database.Accept());
-    const auto fault = Await(report, ipc::cdb::ClientMessage::kFaultReport).fault_report();
+    const auto fault = AcceptFrom(database, [](const auto& first) {
+                           return first.has_fault_report();
+                       }).second.fault_report();
     EXPECT_EQ("sflow-app", fault.process());
     EXPECT_EQ(TheWorld().Daemon().Pid(), fault.pid());
     EXPECT_EQ(1, fault.kind());
