@@ -29,7 +29,7 @@ using Response = http::response<http::string_body>;
 constexpr std::chrono::milliseconds kAcceptDelay{100};  // after an error, such as too many open files
 constexpr std::chrono::milliseconds kDrainLimit{1'000};
 
-using Text = std::function<std::string()>;
+using Render = std::function<std::string()>;
 
 Response Answer(http::status status, unsigned version, std::string body)
 {
@@ -40,7 +40,7 @@ Response Answer(http::status status, unsigned version, std::string body)
     return response;
 }
 
-Response AnswerTo(const http::request<http::empty_body>& request, const Text& text)
+Response AnswerTo(const http::request<http::empty_body>& request, const Render& render)
 {
     const auto path = request.target().substr(0, request.target().find('?'));
     if (path != "/metrics")
@@ -51,7 +51,7 @@ Response AnswerTo(const http::request<http::empty_body>& request, const Text& te
         response.set(http::field::allow, "GET, HEAD");
         return response;
     }
-    return Answer(http::status::ok, request.version(), text());
+    return Answer(http::status::ok, request.version(), render());
 }
 
 /// One connection. Lives as long as an operation is under way.
@@ -59,8 +59,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
 public:
     using OnEnd = std::function<void(Connection*)>;
 
-    Connection(tcp::socket socket, ipc::Timers& timers, const Text& text, OnEnd onEnd)
-        : m_socket(std::move(socket)), m_timers(timers), m_text(text), m_onEnd(std::move(onEnd))
+    Connection(tcp::socket socket, ipc::Timers& timers, const Render& render, OnEnd onEnd)
+        : m_socket(std::move(socket)), m_timers(timers), m_render(render), m_onEnd(std::move(onEnd))
     {
     }
     Connection(const Connection&) = delete;
@@ -99,7 +99,7 @@ private:
 
     tcp::socket m_socket;
     ipc::Timers& m_timers;
-    const Text& m_text;
+    const Render& m_render;
     OnEnd m_onEnd;  // null: ended
     boost::beast::flat_buffer m_buffer{MetricsServer::kMaxHeader * 2};
     std::optional<http::request_parser<http::empty_body>> m_request;
@@ -123,7 +123,7 @@ void Connection::OnRequest(error_code error)
     const auto& request = m_request->get();
     // What has a body is answered, but nothing is read behind its header.
     const bool keep = request.keep_alive() && m_request->is_done();
-    Write(AnswerTo(request, m_text), keep, request.method() != http::verb::head);
+    Write(AnswerTo(request, m_render), keep, request.method() != http::verb::head);
 }
 
 void Connection::Write(Response response, bool keep, bool withBody)
@@ -179,8 +179,8 @@ tcp::endpoint LoopbackEndpoint(const std::string& address, std::uint16_t port)
 
 class MetricsServer::Impl : public std::enable_shared_from_this<Impl> {
 public:
-    Impl(asio::io_context& loop, ipc::Timers& timers, const tcp::endpoint& endpoint, Text text)
-        : m_timers(timers), m_text(std::move(text)), m_acceptor(loop)
+    Impl(asio::io_context& loop, ipc::Timers& timers, const tcp::endpoint& endpoint, Render render)
+        : m_timers(timers), m_render(std::move(render)), m_acceptor(loop)
     {
         try {
             m_acceptor.open(endpoint.protocol());
@@ -225,7 +225,7 @@ private:
     {
         if (m_connections.size() >= kMaxConnections) return;  // closes it
         const auto connection = std::make_shared<Connection>(
-            std::move(socket), m_timers, m_text,
+            std::move(socket), m_timers, m_render,
             [this](Connection* ended) { m_connections.erase(ended->shared_from_this()); });
         m_connections.insert(connection);
         connection->Read();
@@ -240,7 +240,7 @@ private:
     }
 
     ipc::Timers& m_timers;
-    const Text m_text;
+    const Render m_render;
     tcp::acceptor m_acceptor;
     std::uint16_t m_port = 0;
     std::set<std::shared_ptr<Connection>> m_connections;

@@ -46,7 +46,7 @@ std::string Label(std::string_view name, std::string_view value)
     return fmt::format("{}=\"{}\"", name, Escaped(value));
 }
 
-class Text {
+class Exposition {
 public:
     /// Begins a family: all its lines stand together. `type` is "counter" or "gauge".
     void Family(std::string_view name, std::string_view type, std::string_view help)
@@ -126,7 +126,7 @@ const Row<Collector> kCollectorRows[] = {
      [](const Collector& of) { return of.stream.errors; }},
 };
 
-void PutManager(const Snapshot& snapshot, Text& text)
+void PutManager(const Snapshot& snapshot, Exposition& text)
 {
     text.Family("sflow_manager_session_loaded", kGauge,
                 "Whether the configuration daemon is connected and has said all.");
@@ -156,7 +156,7 @@ std::vector<std::string> Labels(const char* name, const std::vector<Thing>& thin
 
 template <typename Thing, std::size_t count>
 void PutRows(const Row<Thing> (&rows)[count], const std::vector<Thing>& things,
-             const std::vector<std::string>& labels, Text& text)
+             const std::vector<std::string>& labels, Exposition& text)
 {
     for (const auto& row : rows) {
         text.Family(row.name, row.type, row.help);
@@ -164,7 +164,7 @@ void PutRows(const Row<Thing> (&rows)[count], const std::vector<Thing>& things,
     }
 }
 
-void PutInterfaces(const std::vector<Interface>& interfaces, Text& text)
+void PutInterfaces(const std::vector<Interface>& interfaces, Exposition& text)
 {
     if (interfaces.empty()) return;
     const auto labels = Labels("interface", interfaces);
@@ -188,7 +188,7 @@ void PutInterfaces(const std::vector<Interface>& interfaces, Text& text)
         text.Line(labels[i], interfaces[i].status.lastCounters);
 }
 
-void PutCollectors(const std::vector<Collector>& collectors, Text& text)
+void PutCollectors(const std::vector<Collector>& collectors, Exposition& text)
 {
     if (collectors.empty()) return;
     const auto labels = Labels("collector", collectors);
@@ -216,7 +216,7 @@ void PutCollectors(const std::vector<Collector>& collectors, Text& text)
 
 std::string MetricsText(const Snapshot& snapshot)
 {
-    Text text;
+    Exposition text;
     PutManager(snapshot, text);
     PutCollectors(snapshot.collectors, text);
     PutInterfaces(snapshot.interfaces, text);

@@ -26,7 +26,7 @@ std::uint32_t Low(const std::optional<std::uint64_t>& count)
     return count ? Low(*count) : wire::kNotCounted32;
 }
 
-std::uint32_t Direction(net::Duplex duplex)
+std::uint32_t DirectionOf(net::Duplex duplex)
 {
     switch (duplex) {
     case net::Duplex::kFull:
@@ -77,7 +77,7 @@ wire::GenericCounters MakeGenericCounters(const net::Link& link, const net::Link
     record.ifIndex = link.index;
     record.ifType = InterfaceType(link);
     record.speed = link.speed;
-    record.direction = Direction(link.duplex);
+    record.direction = DirectionOf(link.duplex);
     record.adminUp = link.up;
     record.operUp = link.running;
     record.inOctets = counters.rxBytes;

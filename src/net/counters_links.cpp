@@ -16,7 +16,7 @@ namespace {
 
 /// The answers to a batch wait in the socket's buffer together: less than 1 KiB of it each.
 constexpr std::size_t kBatch = 64;
-constexpr std::size_t kReceiveBuffer = 256 * 1024;
+constexpr std::size_t kAnswerBuffer = 256 * 1024;
 /// An answer has 232 bytes; an error repeats no more than the request.
 constexpr std::size_t kAnswerSize = 512;
 /// Reads by request after which a dump shows how many links there are by now.
@@ -56,7 +56,7 @@ void AddLinkCounters(const nlmsghdr& message, std::span<const std::uint32_t> wan
 LinkCountersReader::LinkCountersReader()
     : m_dumps(NETLINK_ROUTE), m_requests(NETLINK_ROUTE), m_answers(kBatch * kAnswerSize)
 {
-    m_requests.SetReceiveBuffer(kReceiveBuffer);
+    m_requests.SetReceiveBuffer(kAnswerBuffer);
 }
 
 std::span<const LinkCounters> LinkCountersReader::Read(std::span<const std::uint32_t> wanted)

@@ -17,7 +17,7 @@
 namespace net {
 namespace {
 
-constexpr std::size_t kReceiveBuffer = 2 * 1024 * 1024;
+constexpr std::size_t kLinkBuffer = 2 * 1024 * 1024;
 constexpr int kDatagramsATurn = 64;
 constexpr int kSpeedsATurn = 16;
 constexpr std::chrono::milliseconds kTurn{2};
@@ -32,7 +32,7 @@ LinkFollower::LinkFollower(Links& links, Bridges& bridges, LinkSpeeds& speeds, L
       m_listener(std::move(listener)),
       m_socket(NETLINK_ROUTE)
 {
-    m_socket.SetReceiveBuffer(kReceiveBuffer);
+    m_socket.SetReceiveBuffer(kLinkBuffer);
     for (const std::uint32_t group : {RTNLGRP_LINK, RTNLGRP_NEIGH}) m_socket.Join(group);
     try {
         m_socket.Join(RTNLGRP_BRVLAN);

@@ -4,11 +4,11 @@
 
 #include <cstring>
 
+#include <linux/if_ether.h>
+
 namespace net {
 namespace {
 
-constexpr std::uint16_t kIpv4 = 0x0800;
-constexpr std::uint16_t kIpv6 = 0x86DD;
 constexpr std::size_t kTag = 4;
 constexpr std::uint16_t kVlanId = 0x0FFF;
 
@@ -56,9 +56,9 @@ std::optional<Addresses> ReadAddresses(std::uint16_t etherType, std::span<const 
 {
     if (network.empty()) return std::nullopt;
     const auto version = std::to_integer<unsigned>(network[0]) >> 4;
-    if (etherType == kIpv4 && version == 4 && network.size() >= 20)
+    if (etherType == ETH_P_IP && version == 4 && network.size() >= 20)
         return Addresses{ReadAddress(network, 12, 4), ReadAddress(network, 16, 4)};
-    if (etherType == kIpv6 && version == 6 && network.size() >= 40)
+    if (etherType == ETH_P_IPV6 && version == 6 && network.size() >= 40)
         return Addresses{ReadAddress(network, 8, 16), ReadAddress(network, 24, 16)};
     return std::nullopt;
 }

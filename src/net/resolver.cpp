@@ -7,6 +7,8 @@
 
 #include <net/if_arp.h>
 
+#include <linux/if_ether.h>
+
 #include "net/packet_header.h"
 
 namespace net {
@@ -15,10 +17,6 @@ namespace {
 using Kind = Destination::Kind;
 
 constexpr int kDevicesOnTheWay = 8;  // VLAN devices on bridges on bonds: no sane way is longer
-constexpr std::uint16_t kIpv4 = 0x0800;
-constexpr std::uint16_t kIpv6 = 0x86DD;
-constexpr std::uint16_t kMpls = 0x8847;
-constexpr std::uint16_t kMplsMulticast = 0x8848;
 
 const std::uint8_t* DestinationMac(const Entering& packet)
 {
@@ -241,8 +239,8 @@ void Resolver::Arrive(Way& way)
 void Resolver::Route(Way& way, std::uint16_t etherType, std::size_t network)
 {
     Destination& to = way.destination;
-    if (etherType != kIpv4 && etherType != kIpv6) {
-        const bool label = etherType == kMpls || etherType == kMplsMulticast;
+    if (etherType != ETH_P_IP && etherType != ETH_P_IPV6) {
+        const bool label = etherType == ETH_P_MPLS_UC || etherType == ETH_P_MPLS_MC;
         to.kind = label ? Kind::kUnknown : Kind::kLocal;
         return;
     }

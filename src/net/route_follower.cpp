@@ -13,7 +13,7 @@ namespace net {
 namespace {
 
 constexpr int kDatagramsATurn = 256;
-constexpr std::size_t kReceiveBuffer = 256 * 1024;
+constexpr std::size_t kRouteBuffer = 256 * 1024;
 
 bool IsAboutRules(std::uint16_t type)
 {
@@ -24,7 +24,7 @@ bool IsAboutRules(std::uint16_t type)
 
 RouteFollower::RouteFollower(Listener listener) : m_listener(std::move(listener)), m_socket(NETLINK_ROUTE)
 {
-    m_socket.SetReceiveBuffer(kReceiveBuffer);
+    m_socket.SetReceiveBuffer(kRouteBuffer);
     for (const std::uint32_t group : {RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,
                                       RTNLGRP_IPV6_RULE, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR})
         m_socket.Join(group);

@@ -11,13 +11,6 @@
 namespace embedded {
 namespace {
 
-confd_value_t Empty()
-{
-    confd_value_t value{};
-    value.type = C_NOEXISTS;
-    return value;
-}
-
 confd_value_t BorrowedString(const std::string& text)
 {
     confd_value_t value{};
@@ -95,6 +88,13 @@ void AppendKeys(const confd_value_t* position, std::string& text)
 }
 
 }  // namespace
+
+confd_value_t Empty()
+{
+    confd_value_t value{};
+    value.type = C_NOEXISTS;
+    return value;
+}
 
 confd_value_t BorrowedValue(const cdb::Value& value) { return std::visit(ToConfd{}, value); }
 

@@ -14,6 +14,9 @@
 
 namespace embedded {
 
+/// No value, C_NOEXISTS: what a keypath ends with, and what a reply holds for a leaf that is not set.
+confd_value_t Empty();
+
 /// The value as one of a read: a string's bytes are allocated, for confd_free_value.
 confd_value_t OwnedValue(const cdb::Value& value);
 confd_value_t OwnedString(const std::string& text);

@@ -16,13 +16,6 @@ const cdb::Value* Explicit(const cdb::Row& row, const std::string& name)
     return nullptr;
 }
 
-confd_value_t Empty()
-{
-    confd_value_t value{};
-    value.type = C_NOEXISTS;
-    return value;
-}
-
 }  // namespace
 
 EntryLayout::EntryLayout(const cdb::SchemaTable& schema, cdb::NodeId entry)
