@@ -85,12 +85,12 @@ void End(RingFilter& filter, const Answers& answers)
 
 RingFilter RejectingFilter() { return {Return(0)}; }
 
-RingFilter DividingProgram(std::uint32_t rate, const RingScope& scope)
+RingFilter DividingProgram(std::uint32_t rate, const RingScope& scope, std::uint32_t samplingMember)
 {
     RingFilter program;
     AppendScope(program, scope);
     AppendDraw(program, rate);
-    End(program, {kSamplingMember, kCountingMember, kSamplingMember});
+    End(program, {samplingMember, kCountingMember, samplingMember});
     return program;
 }
 

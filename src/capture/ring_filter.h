@@ -15,9 +15,14 @@ namespace capture {
 
 using RingFilter = std::vector<sock_filter>;
 
-/// What DividingProgram answers with: the numbers of the two sockets in their group.
+/// What DividingProgram answers with: the sockets' numbers in their group, which the kernel takes modulo the
+/// number of members. A third member that joins gets nothing until the program answers with its number; when
+/// the second leaves then, the third becomes the second, and the same answer still means it.
 inline constexpr std::uint32_t kCountingMember = 0;
 inline constexpr std::uint32_t kSamplingMember = 1;
+inline constexpr std::uint32_t kNextSamplingMember = 5;
+static_assert(kSamplingMember % 2 == 1 && kSamplingMember % 3 == 1);
+static_assert(kNextSamplingMember % 3 == 2 && kNextSamplingMember % 2 == 1);
 
 /// Which packets an interface's sockets are meant for.
 struct RingScope {
@@ -30,10 +35,11 @@ struct RingScope {
 /// Nothing passes and nothing is counted.
 RingFilter RejectingFilter();
 
-/// For a group of two sockets: says which of them gets a packet. Each packet in the scope goes with the
+/// For a group of sockets: says which of them gets a packet. Each packet in the scope goes with the
 /// probability 1/rate, to 2^-64, to the sampling one, else to the counting one; what is beyond the scope
 /// goes to the sampling one too, whose KeepingFilter rejects it.
-RingFilter DividingProgram(std::uint32_t rate, const RingScope& scope);
+RingFilter DividingProgram(std::uint32_t rate, const RingScope& scope,
+                           std::uint32_t samplingMember = kSamplingMember);
 
 /// For the sampling socket of a group: what is in the scope passes, cut to so many bytes.
 RingFilter KeepingFilter(std::uint32_t bytes, const RingScope& scope);

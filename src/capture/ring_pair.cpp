@@ -1,6 +1,7 @@
 #include "capture/ring_pair.h"
 
 #include <algorithm>
+#include <chrono>
 
 namespace capture {
 
@@ -8,47 +9,82 @@ void RingPair::Prepare(std::uint32_t ifIndex, const Settings& settings, std::uin
 {
     m_settings = settings;
     const bool ignore = !settings.egress;
-    const bool ignored = m_counting.IgnoreOutgoing(ignore) && m_sampling.IgnoreOutgoing(ignore);
+    const bool ignored = m_counting->IgnoreOutgoing(ignore) && m_sampling.IgnoreOutgoing(ignore);
     m_scope = {settings.ingress, settings.egress, ownMark, ignored};
-    m_counting.Bind(ifIndex);
+    m_counting->Bind(ifIndex);
     m_sampling.Bind(ifIndex);
-    m_shared = hook == Hook::kShared &&
-               JoinInGroup(m_counting, m_sampling, DividingProgram(settings.rate, m_scope), ignored);
+    if (hook == Hook::kSeparate) return;
+    m_group = MakeGroup(*m_counting, ignored);
+    if (m_group && !JoinGroup(m_sampling, *m_group)) m_group.reset();
+    if (m_group) DivideBy(kSamplingMember);
+}
+
+std::shared_ptr<RingPair> RingPair::MakeFollower(std::uint32_t ifIndex, const Settings& settings,
+                                                 std::size_t bytes)
+{
+    if (!CanBeFollowed(settings)) return nullptr;
+    // The pair that this one has followed has left: this ring is the second member now, and must be called so
+    // before there is a third again.
+    if (Follows()) DivideBy(kSamplingMember);
+    std::shared_ptr<RingPair> follower(new RingPair(bytes, m_counting));
+    follower->m_settings = settings;
+    follower->m_scope = m_scope;
+    follower->m_sampling.Bind(ifIndex);
+    if (!JoinGroup(follower->m_sampling, *m_group)) return nullptr;
+    follower->m_group = m_group;
+    follower->m_followed = m_end;
+    m_hasFollower = true;
+    return follower;
+}
+
+bool RingPair::CanBeFollowed(const Settings& settings) const
+{
+    constexpr std::chrono::milliseconds kPatience{500};
+    if (!m_group || m_hasFollower) return false;
+    if (settings.ingress != m_settings.ingress || settings.egress != m_settings.egress) return false;
+    return !Follows() || m_followed.wait_for(kPatience) == std::future_status::ready;
 }
 
 void RingPair::Open()
 {
     const std::uint32_t bytes = SnapLength(m_settings);
-    if (!m_shared) {
-        m_counting.Attach(CountingFilter(m_scope));
+    if (!m_group) {
+        m_counting->Attach(CountingFilter(m_scope));
         m_sampling.Attach(DrawingFilter(m_settings.rate, bytes, m_scope));
         return;
     }
     // What comes to the counting one of a group is in the scope, if there is one.
-    if (m_scope.ingress || m_scope.egress) m_counting.DetachFilter();
+    if (m_scope.ingress || m_scope.egress) m_counting->DetachFilter();
     m_sampling.Attach(KeepingFilter(bytes, m_scope));
+    if (!m_divided) DivideBy(kNextSamplingMember);
+}
+
+void RingPair::DivideBy(std::uint32_t samplingMember)
+{
+    if (!Divide(m_sampling, DividingProgram(m_settings.rate, m_scope, samplingMember)))
+        throw Unavailable(Unavailable::Cause::kOther, "no program for a group of packet sockets");
+    m_divided = true;
 }
 
 void RingPair::Close()
 {
     m_sampling.Attach(RejectingFilter());
-    m_counting.Attach(RejectingFilter());
+    m_counting->Attach(RejectingFilter());
 }
 
 void RingPair::SetHeaderSize(std::uint16_t bytes)
 {
     m_settings.headerSize = bytes;
     const std::uint32_t kept = SnapLength(m_settings);
-    m_sampling.Attach(m_shared ? KeepingFilter(kept, m_scope)
-                               : DrawingFilter(m_settings.rate, kept, m_scope));
+    m_sampling.Attach(m_group ? KeepingFilter(kept, m_scope) : DrawingFilter(m_settings.rate, kept, m_scope));
 }
 
 Counts RingPair::Count()
 {
     const RingStatistics& drawn = m_sampling.Statistics();
     m_inRing = drawn.passed - drawn.dropped;
-    const std::uint64_t counted = m_counting.Statistics().passed;
-    return {m_shared ? counted + drawn.passed : counted, drawn.dropped};
+    const std::uint64_t counted = m_counting->Statistics().passed - m_countedBefore;
+    return {m_group ? counted + drawn.passed : counted, drawn.dropped};
 }
 
 bool RingPair::IsReadable()

@@ -1,17 +1,24 @@
-// The two packet sockets by which an interface is sampled, with settings that they keep. Other settings mean
-// another pair: both can be there at once, and one is opened right after the other is closed. Used by
-// ring_source.cpp.
+// The two packet sockets by which an interface is sampled, with a rate and directions that they keep. Others
+// mean another pair: both can be there at once. Used by ring_source.cpp.
 //
 // Both sockets hang on one hook: they are a group, and a program says for each packet which of them gets it.
 // What is drawn goes to the ring, all else to the socket that only counts; together they have counted every
 // packet. That costs a packet little more than half of what two hooks do.
+//
+// A pair with another rate follows in the same group: it has the same counting socket and a ring of its own,
+// which joins, and with the next program what is drawn goes there. So from one packet to the next the rate
+// is another, no packet is missed, and all that is in a ring was drawn with one rate. A pair with other
+// directions can't follow so: it is opened right after the other is closed.
 
 #ifndef CAPTURE_RING_PAIR_H
 #define CAPTURE_RING_PAIR_H
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <future>
+#include <memory>
+#include <optional>
+#include <utility>
 
 #include "capture/packet_source.h"
 #include "capture/ring_blocks.h"
@@ -24,10 +31,7 @@ public:
     enum class Hook { kShared, kSeparate };
 
     /// A ring of about so many bytes. Throws Unavailable.
-    explicit RingPair(std::size_t bytes)
-        : m_sampling(bytes), m_blocks(m_sampling.Area(), m_sampling.TellsSegments())
-    {
-    }
+    explicit RingPair(std::size_t bytes) : RingPair(bytes, std::make_shared<CountingSocket>()) {}
     RingPair(const RingPair&) = delete;
     RingPair& operator=(const RingPair&) = delete;
 
@@ -35,6 +39,11 @@ public:
     /// such groups, each packet goes to both sockets. Throws Unavailable.
     void Prepare(std::uint32_t ifIndex, const Settings& settings, std::uint32_t ownMark,
                  Hook hook = Hook::kShared);
+    /// Another pair, prepared to go on from this one, which need not be closed then. None where that can't
+    /// be: with other directions, in no group, or while the last change is not through. To be done once only,
+    /// while nobody uses the pair that this one has followed. Throws Unavailable.
+    [[nodiscard]] std::shared_ptr<RingPair> MakeFollower(std::uint32_t ifIndex, const Settings& settings,
+                                                         std::size_t bytes);
     /// From now on packets are counted and drawn. Throws Unavailable.
     void Open();
     /// And no more. A packet that another CPU handles just now may still come. Throws Unavailable.
@@ -44,6 +53,9 @@ public:
 
     /// Since it was opened; asks the kernel.
     Counts Count();
+    /// What the counting socket has counted is in the counts of the pair that this one follows, up to that
+    /// one's last Count.
+    void TakeOverCounting() { m_countedBefore = m_counting->Known().passed; }
     /// How many samples the kernel has put into the ring, as of the last Count.
     [[nodiscard]] std::uint64_t InRing() const { return m_inRing; }
     /// Something has come, and the ring can be read.
@@ -51,20 +63,36 @@ public:
     [[nodiscard]] RingBlocks& Blocks() { return m_blocks; }
     [[nodiscard]] const RingBlocks& Blocks() const { return m_blocks; }
     [[nodiscard]] const Settings& Current() const { return m_settings; }
-    [[nodiscard]] bool SharesOneHook() const { return m_shared; }
+    [[nodiscard]] bool SharesOneHook() const { return m_group.has_value(); }
+    [[nodiscard]] bool Follows() const { return m_followed.valid(); }
     /// The descriptor that becomes readable when a block waits.
     [[nodiscard]] int Get() const { return m_sampling.Get(); }
     int TakeError() { return m_sampling.TakeError(); }
 
 private:
-    // In this order: see JoinInGroup.
-    CountingSocket m_counting;
+    RingPair(std::size_t bytes, std::shared_ptr<CountingSocket> counting)
+        : m_counting(std::move(counting)),
+          m_sampling(bytes),
+          m_blocks(m_sampling.Area(), m_sampling.TellsSegments())
+    {
+    }
+    void DivideBy(std::uint32_t samplingMember);
+    [[nodiscard]] bool CanBeFollowed(const Settings& settings) const;
+
+    std::promise<void> m_ended;  // destroyed after the sockets, which tells who waits for that
+    std::shared_future<void> m_end = m_ended.get_future().share();
+    std::shared_future<void> m_followed;  // the end of the pair that this one follows, if there is one
+    // In this order: see JoinGroup.
+    std::shared_ptr<CountingSocket> m_counting;
     SamplingSocket m_sampling;
     RingBlocks m_blocks;
     Settings m_settings;
     RingScope m_scope;
+    std::optional<RingGroup> m_group;
+    bool m_divided = false;  // the group knows our rate
+    bool m_hasFollower = false;
+    std::uint64_t m_countedBefore = 0;
     std::uint64_t m_inRing = 0;
-    bool m_shared = false;
 };
 
 /// Bytes of a ring that does for the rate: one that takes all packets has to bridge times in which nobody

@@ -165,8 +165,7 @@ SamplingSocket::~SamplingSocket()
     if (m_area.memory != nullptr) munmap(m_area.memory, m_area.blockSize * m_area.blocks);
 }
 
-bool JoinInGroup(CountingSocket& counting, SamplingSocket& sampling, const RingFilter& program,
-                 bool ignoreOutgoing)
+std::optional<RingGroup> MakeGroup(PacketSocket& first, bool ignoreOutgoing)
 {
     constexpr int kFlags = 16;  // how far type and flags are shifted; below them is the group's number
     constexpr int kNumber = 0xffff;
@@ -174,18 +173,23 @@ bool JoinInGroup(CountingSocket& counting, SamplingSocket& sampling, const RingF
     // The kernel finds a number that is free.
     int group = (type | PACKET_FANOUT_FLAG_UNIQUEID) << kFlags;
     socklen_t size = sizeof group;
-    if (setsockopt(counting.Get(), SOL_PACKET, PACKET_FANOUT, &group, size) != 0 ||
-        getsockopt(counting.Get(), SOL_PACKET, PACKET_FANOUT, &group, &size) != 0)
-        return false;
-    // Alone in its group until then, the counting socket sees each packet as before.
-    group = (group & kNumber) | type << kFlags;
-    if (setsockopt(sampling.Get(), SOL_PACKET, PACKET_FANOUT, &group, size) != 0) return false;
+    if (setsockopt(first.Get(), SOL_PACKET, PACKET_FANOUT, &group, size) != 0 ||
+        getsockopt(first.Get(), SOL_PACKET, PACKET_FANOUT, &group, &size) != 0)
+        return std::nullopt;
+    return (group & kNumber) | type << kFlags;
+}
+
+bool JoinGroup(PacketSocket& socket, RingGroup group)
+{
+    return setsockopt(socket.Get(), SOL_PACKET, PACKET_FANOUT, &group, sizeof group) == 0;
+}
+
+bool Divide(PacketSocket& member, const RingFilter& program)
+{
     sock_fprog given{};
     given.len = static_cast<unsigned short>(program.size());
     given.filter = const_cast<sock_filter*>(program.data());
-    if (setsockopt(sampling.Get(), SOL_PACKET, PACKET_FANOUT_DATA, &given, sizeof given) != 0)
-        Fail(errno, "program of a group of packet sockets");
-    return true;
+    return setsockopt(member.Get(), SOL_PACKET, PACKET_FANOUT_DATA, &given, sizeof given) == 0;
 }
 
 }  // namespace capture

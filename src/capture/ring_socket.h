@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "capture/ring_filter.h"
@@ -36,7 +37,7 @@ struct RingStatistics {
     std::uint64_t dropped = 0;  // of these, without room
 };
 
-/// What both have in common. Every member but the last three throws Unavailable with the system's reason.
+/// What both have in common. Every member but the last four throws Unavailable with the system's reason.
 class PacketSocket {
 public:
     void Attach(const RingFilter& filter);
@@ -49,6 +50,8 @@ public:
     bool IgnoreOutgoing(bool ignore);
     /// Reading resets the kernel's 32 bits: to be called before they overflow.
     const RingStatistics& Statistics();
+    /// As of the last time.
+    [[nodiscard]] const RingStatistics& Known() const { return m_statistics; }
     /// The error that waits at the socket, as ENETDOWN when its interface went down; 0: none.
     int TakeError();
     [[nodiscard]] int Get() const { return m_descriptor.Get(); }
@@ -94,12 +97,20 @@ private:
     bool m_tellsSegments = false;
 };
 
-/// Makes one group of both (PACKET_FANOUT), in which DividingProgram says who gets a packet. Both must be
-/// bound to the same interface, and the counting one must have been made first: when an interface comes up
-/// again, the kernel numbers the members in the order in which they were made. False where the kernel
-/// can't, as older ones while the interface is down; the sockets see each packet both then.
-bool JoinInGroup(CountingSocket& counting, SamplingSocket& sampling, const RingFilter& program,
-                 bool ignoreOutgoing);
+/// A number that the kernel gave to a group (PACKET_FANOUT), and its kind.
+using RingGroup = int;
+
+/// Makes a group of packet sockets at one interface, in which a program says who gets a packet, with its
+/// first member, which is bound already and gets all packets as before. None where the kernel can't, as older
+/// ones while the interface is down.
+std::optional<RingGroup> MakeGroup(PacketSocket& first, bool ignoreOutgoing);
+/// The socket, bound to the same interface, becomes the last member, and gets what the program gives it.
+/// Sockets must join in the order in which they were made: when an interface comes up again, the kernel
+/// numbers them by that. False likewise.
+bool JoinGroup(PacketSocket& socket, RingGroup group);
+/// From the next packet on the program says who of the group gets it, to which the socket belongs. On return
+/// no packet is on its way that the last program had divided. False where the kernel has no memory.
+bool Divide(PacketSocket& member, const RingFilter& program);
 
 }  // namespace capture
 

@@ -6,9 +6,9 @@
 // kernel holds as several segments is counted and drawn as one; what it is on the wire is told with the
 // sample.
 //
-// A change of rate or direction is exact: a pair of sockets keeps its settings, so another one is made
-// ready, and opened when the first is closed. All that is in the first one's ring was drawn with its rate.
-// Between the two some microseconds pass in which packets are neither counted nor drawn.
+// A change of rate is exact: a pair of sockets keeps its rate, and another pair follows it from one packet to
+// the next. All that is in a ring was drawn with one rate. Where a pair can't follow so (ring_pair.h), as
+// with other directions, some microseconds pass in which packets are neither counted nor drawn.
 //
 // The first block that waits wakes the process. From then on a timer looks, so often that a stream of
 // packets would fill two thirds of a ring at most meanwhile; after a look in vain the ring wakes again.
@@ -96,8 +96,7 @@ public:
 
     void Add(std::uint32_t ifIndex, const Settings& settings) override
     {
-        if (m_ports.contains(ifIndex))
-            throw Unavailable(Unavailable::Cause::kOther, "the interface is sampled already");
+        if (m_ports.contains(ifIndex)) return Change(ifIndex, settings);
         const auto port = std::make_shared<Port>();
         port->ifIndex = ifIndex;
         Begin(*port, settings);
@@ -169,37 +168,53 @@ private:
     }
 
     // To make a ring the kernel waits, and so it does for each end.
-    [[nodiscard]] std::shared_ptr<RingPair> MakePair(std::uint32_t rate)
+    [[nodiscard]] std::shared_ptr<RingPair> MakePair(const Port& port, const Settings& settings)
     {
-        if (m_spare && SizeFor(rate) == SizeFor(kCommonRate)) return std::exchange(m_spare, nullptr);
-        m_grace.Step();
-        return std::make_shared<RingPair>(SizeFor(rate));
+        const std::size_t bytes = SizeFor(settings.rate);
+        if (port.pair) {
+            m_grace.Step();
+            if (auto follower = port.pair->MakeFollower(port.ifIndex, settings, bytes)) return follower;
+        }
+        std::shared_ptr<RingPair> pair =
+            bytes == SizeFor(kCommonRate) ? std::exchange(m_spare, nullptr) : nullptr;
+        if (!pair) {
+            m_grace.Step();
+            pair = std::make_shared<RingPair>(bytes);
+        }
+        try {
+            pair->Prepare(port.ifIndex, settings, m_options.ownMark);
+        } catch (const Unavailable&) {
+            Discard(std::move(pair));
+            throw;
+        }
+        return pair;
     }
 
     // From now on as the settings say. What another pair has drawn until now is handed over.
     void Begin(Port& port, const Settings& settings)
     {
-        std::shared_ptr<RingPair> pair = MakePair(settings.rate);
-        const std::shared_ptr<RingPair> last = port.pair;
+        std::shared_ptr<RingPair> pair = MakePair(port, settings);
+        const bool first = !port.pair;
+        const bool another = !first && !pair->Follows();
         try {
-            pair->Prepare(port.ifIndex, settings, m_options.ownMark);
             m_waker.Add(pair->Get(), port.ifIndex);
-            if (last) last->Close();
+            if (another) port.pair->Close();
             pair->Open();
         } catch (const Unavailable&) {
             m_waker.Remove(pair->Get());
             Discard(std::move(pair));
-            if (last) last->Open();
+            if (another) port.pair->Open();
             throw;
         }
-        if (last) EndPair(port);
+        if (!first) EndPair(port);
         if (port.removed) return Discard(std::move(pair));  // by the sink
+        if (pair->Follows()) pair->TakeOverCounting();
         port.pair = std::move(pair);
         port.delivered = 0;
         port.pause = RingPort::PauseFor(*port.pair);
         port.looking = false;
         std::erase_if(m_looking, [&](const auto& other) { return other.get() == &port; });
-        if (last) m_sink.OnDrained();
+        if (!first) m_sink.OnDrained();
     }
 
     // The pair that was closed: hands over what it still has, and its counts to the port.
@@ -307,13 +322,14 @@ private:
         const std::shared_ptr<RingPair> pair = port.pair;
         while (HandOver(port) > 0) continue;
         if (port.pair != pair) return;
-        Counts last = port.Count();
+        const Counts counts = port.Count();
         if (pair->InRing() > port.delivered && !m_handingOver && pair->IsReadable()) {
             m_samples.clear();
             pair->Blocks().TakeUnfinished(m_samples, pair->InRing() - port.delivered);
-            Emit(port, last);
+            Emit(port, counts);
         }
         if (port.pair != pair) return;
+        Counts last = port.Count();  // also of what the sink has waited for
         // What did not get finished in time.
         last.drops += pair->InRing() - std::min(pair->InRing(), port.delivered);
         port.before = last;

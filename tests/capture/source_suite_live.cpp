@@ -2,10 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <fstream>
 #include <numeric>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "capture/source_suite.h"
 
@@ -94,6 +96,44 @@ TEST_P(SourceSuite, TellsTheRateThatASampleWasDrawnWith)
         ones += drawn.sample.rate == 1 ? 1U : 0U;
     }
     EXPECT_EQ(ones, kRounds / 2 * kEach);
+}
+
+TEST_P(SourceSuite, CountsEveryFrameOnceWhileItsRateChanges)
+{
+    const std::uint32_t port = Cable("near", "far");
+    Make();
+    if (IsSkipped()) return;
+    m_source->Add(port, {.rate = 50, .headerSize = 64});
+    constexpr std::uint64_t kFrames = 400'000;
+    std::atomic<bool> sent = false;
+    std::thread sender([&] {
+        support::Injector injector("far");
+        const std::vector<support::Bytes> some(500, support::UdpFrame({.size = 200}));
+        for (std::uint64_t i = 0; i < kFrames; i += some.size()) injector.Send(some);
+        sent = true;
+    });
+    std::uint32_t changes = 0;
+    for (; !sent; ++changes) {
+        m_source->Change(port, {.rate = changes % 2 == 0 ? 30U : 1000U, .headerSize = 64});
+        Run(std::chrono::milliseconds(1));
+    }
+    sender.join();
+    EXPECT_GT(changes, 3U);
+    EXPECT_TRUE(Settles(port, kFrames));
+}
+
+TEST_P(SourceSuite, ToAddWhatIsSampledAlreadyChangesIt)
+{
+    const std::uint32_t port = Cable("near", "far");
+    Make();
+    if (IsSkipped()) return;
+    m_source->Add(port, {.rate = 16777215, .headerSize = 64});
+    SendNumbered("far", 0, 40);
+    m_source->Add(port, {.rate = 1, .headerSize = 64});
+    SendNumbered("far", 1000, 40);
+    EXPECT_TRUE(Settles(port, 80));
+    EXPECT_THAT(m_record.Numbers(port),
+                testing::AllOf(testing::SizeIs(40), testing::Each(testing::Ge(1000U))));
 }
 
 TEST_P(SourceSuite, HandsOverWhatWaitsWhenAnInterfaceIsRemoved)

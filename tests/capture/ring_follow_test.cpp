@@ -1,0 +1,160 @@
+// Pairs of packet sockets that follow one another in one group: no packet is missed or counted twice,
+// whatever the order in which sockets come and go, and what can't be followed so is refused.
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <thread>
+
+#include "capture/ring_pair.h"
+#include "capture/source_suite.h"
+
+namespace ring_follow_tests {
+
+namespace {
+
+using namespace capture;
+using source_suite::IsBinomial;
+using source_suite::kOwnMark;
+using support::Network;
+
+constexpr std::size_t kRing = 1U << 20U;
+constexpr std::uint32_t kNever = 16777215;  // hardly ever
+
+class RingFollow : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (const std::string why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
+        m_network.emplace();
+        Network::Veth("near", "far");
+        m_near = Network::Index("near");
+        m_pair = std::make_shared<RingPair>(kRing);
+        m_pair->Prepare(m_near, {.rate = kNever, .headerSize = 64}, kOwnMark);
+        if (!m_pair->SharesOneHook()) GTEST_SKIP() << "this kernel has no such groups";
+        m_pair->Open();
+    }
+
+    static void Send(std::size_t count)
+    {
+        support::Injector("far").Send(std::vector<support::Bytes>(count, support::UdpFrame({.size = 200})));
+    }
+
+    // The next pair, open, and the last one's count, which has ended.
+    std::uint64_t Follow(std::uint32_t rate)
+    {
+        const auto next = m_pair->MakeFollower(m_near, {.rate = rate, .headerSize = 64}, kRing);
+        if (!next) throw std::runtime_error("can't be followed");
+        next->Open();
+        const std::uint64_t counted = m_pair->Count().pool;
+        next->TakeOverCounting();
+        m_pair = next;
+        return counted;
+    }
+
+    std::optional<Network> m_network;
+    std::uint32_t m_near = 0;
+    std::shared_ptr<RingPair> m_pair;
+};
+
+TEST_F(RingFollow, EachHasCountedAndDrawnWhatCameInItsTime)
+{
+    for (const std::uint32_t rate : {1U, kNever, 3U, 1U, 1U, kNever}) {
+        SCOPED_TRACE(rate);
+        Follow(rate);
+        Send(3000);
+        EXPECT_EQ(m_pair->Count().pool, 3000U);
+        EXPECT_TRUE(IsBinomial(m_pair->InRing(), 3000, 1.0 / rate));
+    }
+}
+
+TEST_F(RingFollow, NoPacketIsMissedOrCountedTwiceWhileTheyCome)
+{
+    constexpr std::uint64_t kFrames = 120'000;
+    std::atomic<bool> sent = false;
+    std::thread sender([&] {
+        for (std::uint64_t i = 0; i < kFrames; i += 500) Send(500);
+        sent = true;
+    });
+    std::uint64_t counted = 0;
+    std::size_t followers = 0;
+    while (!sent) {
+        counted += Follow(followers % 2 == 0 ? 2 : 1000);
+        ++followers;
+    }
+    sender.join();
+    EXPECT_GT(followers, 3U);
+    EXPECT_EQ(counted + m_pair->Count().pool, kFrames);
+}
+
+TEST_F(RingFollow, BeforeTheNextIsOpenedTheLastDrawsOn)
+{
+    Follow(1);
+    const auto next = m_pair->MakeFollower(m_near, {.rate = kNever, .headerSize = 64}, kRing);
+    ASSERT_NE(next, nullptr);
+    Send(100);
+    EXPECT_EQ(m_pair->Count().pool, 100U);
+    EXPECT_EQ(m_pair->InRing(), 100U);
+    EXPECT_EQ(next->Count().drops, 0U);
+    EXPECT_EQ(next->InRing(), 0U);
+}
+
+TEST_F(RingFollow, AfterTheNextIsOpenedTheLastDrawsNoMore)
+{
+    const auto last = m_pair;
+    Follow(1);
+    Send(100);
+    last->Count();
+    EXPECT_EQ(last->InRing(), 0U);
+    EXPECT_EQ(m_pair->Count().pool, 100U);
+    EXPECT_EQ(m_pair->InRing(), 100U);
+}
+
+TEST_F(RingFollow, DrawsTheSameAfterItsInterfaceWasDown)
+{
+    for (const std::uint32_t rate : {1U, kNever, 1U}) {
+        SCOPED_TRACE(rate);
+        Follow(rate);
+        Network::Ip("link set near down\nlink set near up");
+        // The far end sends again some time after that; what it sends until then is lost.
+        while (m_pair->Count().pool == 0) Send(1);
+        const std::uint64_t before = m_pair->Count().pool;
+        Send(300);
+        EXPECT_EQ(m_pair->Count().pool, before + 300);
+        EXPECT_EQ(m_pair->InRing(), rate == 1 ? before + 300 : 0U);
+    }
+}
+
+TEST_F(RingFollow, IsRefusedWithOtherDirections)
+{
+    const Settings both{.rate = 1, .headerSize = 64, .ingress = true, .egress = true};
+    EXPECT_EQ(m_pair->MakeFollower(m_near, both, kRing), nullptr);
+}
+
+TEST_F(RingFollow, IsRefusedTwice)
+{
+    const auto next = m_pair->MakeFollower(m_near, {.rate = 1, .headerSize = 64}, kRing);
+    EXPECT_NE(next, nullptr);
+    EXPECT_EQ(m_pair->MakeFollower(m_near, {.rate = 1, .headerSize = 64}, kRing), nullptr);
+}
+
+TEST_F(RingFollow, IsRefusedWhileTheOneBeforeIsStillThere)
+{
+    const auto first = m_pair;
+    Follow(1);
+    EXPECT_EQ(m_pair->MakeFollower(m_near, {.rate = 2, .headerSize = 64}, kRing), nullptr);
+    Send(100);
+    EXPECT_EQ(m_pair->Count().pool, 100U);
+    EXPECT_EQ(m_pair->InRing(), 100U);
+}
+
+TEST_F(RingFollow, IsRefusedWhereEachSocketHasItsHook)
+{
+    RingPair separate(kRing);
+    separate.Prepare(m_near, {.rate = 1, .headerSize = 64}, kOwnMark, RingPair::Hook::kSeparate);
+    EXPECT_EQ(separate.MakeFollower(m_near, {.rate = 2, .headerSize = 64}, kRing), nullptr);
+}
+
+}  // namespace
+
+}  // namespace ring_follow_tests
