@@ -80,14 +80,20 @@ protected:
         return frames;
     }
 
+    /// Waits until it has counted so many frames there, and no more.
+    void AwaitPool(std::uint32_t interface, std::uint64_t pool)
+    {
+        EXPECT_TRUE(support::Becomes([&] { return source->Read(interface).pool >= pool; }));
+        EXPECT_EQ(source->Read(interface).pool, pool);
+    }
+
     /// Puts them on the cable at its left end, and waits until the kernel has counted them at the right.
     void Cross(const std::vector<support::Bytes>& frames, std::uint32_t counted = 0)
     {
         if (counted == 0) counted = right;
         const auto wanted = source->Read(counted).pool + frames.size();
         support::Injector("left").Send(frames);
-        EXPECT_TRUE(support::Becomes([&] { return source->Read(counted).pool >= wanted; }));
-        EXPECT_EQ(source->Read(counted).pool, wanted);
+        AwaitPool(counted, wanted);
     }
     void Cross(std::size_t count) { Cross(Frames(count)); }
 
@@ -99,13 +105,5 @@ protected:
     KeepingSink sink;
     std::unique_ptr<capture::PacketSource> source;
 };
-
-/// The number that Frames has put into the frame.
-inline std::uint64_t NumberOf(const support::Bytes& header)
-{
-    std::uint64_t number = 0;
-    for (std::size_t i = 42; i < 50; ++i) number = number << 8 | std::to_integer<std::uint64_t>(header.at(i));
-    return number;
-}
 
 #endif
