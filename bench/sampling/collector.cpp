@@ -3,24 +3,16 @@
 #include "sampling/collector.h"
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/udp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <cstring>
-#include <system_error>
-#include <vector>
 
 #include "sampling/forwarding_path.h"
+#include "support/poll.h"
 
 namespace sampling {
 namespace {
 
-using Bytes = std::span<const std::uint8_t>;
+using Bytes = std::span<const std::byte>;
 
 constexpr int kBufferSize = 256 << 20;               // a second of samples of everything
 constexpr std::chrono::milliseconds kPause{5};       // between two looks
@@ -36,34 +28,17 @@ std::uint32_t Word(Bytes bytes, std::size_t index)
     return ntohl(word);
 }
 
-[[noreturn]] void Fail(const char* what) { throw std::system_error(errno, std::generic_category(), what); }
-
 }  // namespace
 
-Collector::Collector() : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+// Datagrams that were sent as one segmented packet stay one until here.
+Collector::Collector() : m_socket({.bufferSize = kBufferSize, .merged = true}), m_thread([this] { Listen(); })
 {
-    const int size = kBufferSize, one = 1;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (m_socket < 0 || ::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &length) != 0)
-        Fail("collector");
-    // Datagrams that were sent as one segmented packet stay one until here.
-    if (::setsockopt(m_socket, SOL_UDP, UDP_GRO, &one, sizeof one) != 0) Fail("UDP_GRO");
-    if (::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0 &&
-        ::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof size) != 0)
-        Fail("SO_RCVBUF");
-    m_port = ntohs(address.sin_port);
-    m_thread = std::thread([this] { Listen(); });
 }
 
 Collector::~Collector()
 {
     m_stop = true;
     m_thread.join();
-    ::close(m_socket);
 }
 
 Received Collector::Read() const
@@ -74,14 +49,9 @@ Received Collector::Read() const
 
 Received Collector::Settled() const
 {
-    auto last = Read();
-    for (auto since = Clock::now(); Clock::now() - since < kSettling;) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        const auto now = Read();
-        if (now.datagrams != last.datagrams) since = Clock::now();
-        last = now;
-    }
-    return last;
+    support::AwaitStill(
+        "the collector to get nothing more", [this] { return Read().datagrams; }, kSettling);
+    return Read();
 }
 
 void Collector::WatchForFlowSample()
@@ -96,58 +66,26 @@ void Collector::WatchForFlowSample()
 
 std::optional<Collector::Clock::time_point> Collector::AwaitFlowSample(std::chrono::milliseconds within)
 {
-    const auto deadline = Clock::now() + within;
-    for (;;) {
-        {
-            const std::lock_guard lock(m_mutex);
-            if (m_firstFlowSample || Clock::now() > deadline) {
-                m_watching = false;
-                return m_firstFlowSample;
-            }
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    const auto come = [this] {
+        const std::lock_guard lock(m_mutex);
+        return m_firstFlowSample;
+    };
+    (void)support::Becomes([&] { return come().has_value(); }, within);
+    m_watching = false;
+    return come();
 }
 
 void Collector::Listen()
 {
     support::Pin(0, kManagerCore);
     while (!m_stop) {
-        if (m_watching) {
-            pollfd waiting{.fd = m_socket, .events = POLLIN, .revents = 0};
-            ::poll(&waiting, 1, 50);
-        } else {
+        if (m_watching)
+            m_socket.AwaitDatagram(std::chrono::milliseconds(50));
+        else
             std::this_thread::sleep_for(kPause);
-        }
-        TakeSome();
-    }
-}
-
-void Collector::TakeSome()
-{
-    std::array<std::uint8_t, 65536> buffer;
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control;
-    for (;;) {
-        iovec part{buffer.data(), buffer.size()};
-        msghdr message{};
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        message.msg_control = control.data();
-        message.msg_controllen = control.size();
-        const ssize_t got = ::recvmsg(m_socket, &message, 0);
-        if (got <= 0) return;
-        auto segment = static_cast<std::size_t>(got);
-        const auto* note = CMSG_FIRSTHDR(&message);
-        if (note != nullptr && note->cmsg_level == SOL_UDP && note->cmsg_type == UDP_GRO) {
-            int size = 0;
-            std::memcpy(&size, CMSG_DATA(note), sizeof size);
-            if (size > 0) segment = static_cast<std::size_t>(size);
-        }
-        const std::lock_guard lock(m_mutex);
-        for (Bytes rest(buffer.data(), static_cast<std::size_t>(got)); !rest.empty();) {
-            const auto datagram = rest.first(std::min(segment, rest.size()));
-            TakeDatagram(datagram);
-            rest = rest.subspan(datagram.size());
+        while (const auto received = m_socket.Receive()) {
+            const std::lock_guard lock(m_mutex);
+            TakeDatagram(received->bytes);
         }
     }
 }

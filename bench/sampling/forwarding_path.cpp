@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "support/kernel.h"
+
 namespace sampling {
 namespace {
 
@@ -15,18 +17,6 @@ constexpr std::uint8_t kHostANumber = 0xa, kDestinationNumber = 0x99;
 
 /// A new namespace has bridged IPv4 go through netfilter, where the kernel can; switches turn this off.
 void LeaveNetfilterOut() { std::ofstream("/proc/sys/net/bridge/bridge-nf-call-iptables") << "0"; }
-
-std::uint64_t Received(const std::string& device)
-{
-    std::ifstream table("/proc/thread-self/net/dev");
-    for (std::string word; table >> word;)
-        if (word == device + ":") {
-            std::uint64_t bytes = 0, packets = 0;
-            table >> bytes >> packets;
-            return packets;
-        }
-    throw std::runtime_error("no counters of " + device);
-}
 
 }  // namespace
 
@@ -49,9 +39,9 @@ ForwardingPath::ForwardingPath()
 
 support::Sent ForwardingPath::Forward(std::chrono::milliseconds time, std::uint64_t rate)
 {
-    const auto before = Received(kHostB);
+    const auto before = support::Received(kHostB);
     const auto sent = m_traffic->SendFor(time, rate);
-    const auto arrived = Received(kHostB) - before;
+    const auto arrived = support::Received(kHostB) - before;
     if (arrived != sent.frames)
         throw std::runtime_error("of " + std::to_string(sent.frames) + " frames sent " +
                                  std::to_string(arrived) + " arrived");

@@ -5,10 +5,9 @@
 #define SAMPLING_MEASURED_MANAGER_H
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
-#include "support/process.h"
+#include "support/manager_process.h"
 #include "support/service_client.h"
 
 namespace sampling {
@@ -42,21 +41,16 @@ public:
 
     /// That the manager has had, precise at any moment.
     [[nodiscard]] double CpuSeconds() const;
-    [[nodiscard]] pid_t Pid() const { return m_process->Pid(); }
+    [[nodiscard]] pid_t Pid() const { return m_manager.Pid(); }
 
 private:
     [[nodiscard]] bool Sampled(std::uint32_t device) const;
 
     Capture m_capture;
     support::TempDir m_dir;
-    std::unique_ptr<support::Process> m_process;
-    std::unique_ptr<support::ServiceClient> m_service;
+    support::ManagerProcess m_manager;
+    support::ServiceClient m_service;
 };
-
-/// Programs at the device's tcx ingress.
-std::size_t ProgramsAt(std::uint32_t device);
-/// Packet sockets bound to the device.
-std::size_t PacketSocketsAt(std::uint32_t device);
 
 }  // namespace sampling
 

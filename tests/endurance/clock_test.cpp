@@ -72,7 +72,7 @@ TEST_P(ClockStep, ChangesNoRhythmAndNoAge)
     Service().UpdateInterface({.name = "p1", .counterCollector = "a", .interval = 1});
     World().AwaitApplied();
     Database database(World().Socket().parent_path() / "cdb.sock");
-    const auto before = SamplingWorld::Statistic("p1");
+    const auto before = Received("p1");
     BackgroundTraffic traffic("h1", NumberedFrames(1, 2), kRate, 0);
     AwaitSamples(collector, p1, 200);
     Await("counters", [&] { return !collector.Counters().empty(); });
@@ -107,11 +107,12 @@ TEST_P(ClockStep, ChangesNoRhythmAndNoAge)
     traffic.Stop();
     DecodingCollector::AwaitQuiet({&collector});
 
-    EXPECT_EQ(FaultInWhole(collector.Flows(p1), SamplingWorld::Statistic("p1") - before, CountsPool()), "");
+    EXPECT_EQ(FaultInWhole(collector.Flows(p1), Received("p1") - before, CountsPool()), "");
     const auto all = collector.Counters(p1);
     for (std::size_t i = 0; i < all.size(); ++i) EXPECT_EQ(all[i].sequence, i + 1);
     std::uint32_t uptime = 0;
-    for (const auto& datagram : collector.Datagrams()) {
+    for (const auto& arrival : collector.Arrivals()) {
+        const auto& datagram = arrival.datagram;
         EXPECT_GE(datagram.uptime, uptime);
         EXPECT_LE(datagram.uptime, uptime + 1500) << "the uptime jumps";
         uptime = datagram.uptime;

@@ -62,7 +62,7 @@ protected:
         Service().AddSampleCollector("p1", "bad");
         World().AwaitApplied();
         database.emplace(World().Socket().parent_path() / "cdb.sock");
-        m_before = SamplingWorld::Statistic("p1");
+        m_before = Received("p1");
         m_traffic.emplace("h1", NumberedFrames(1, 2), kRate, 0);
         AwaitSamples(*bad, p1, 200);
     }
@@ -93,8 +93,8 @@ protected:
     }
     void ExpectTheOtherHasEverything()
     {
-        EXPECT_EQ(FaultInWhole(good->Flows(p1), SamplingWorld::Statistic("p1") - m_before, CountsPool()), "");
-        EXPECT_EQ(FaultInDatagrams(good->Datagrams()), "");
+        EXPECT_EQ(FaultInWhole(good->Flows(p1), Received("p1") - m_before, CountsPool()), "");
+        EXPECT_EQ(FaultInDatagrams(good->Arrivals()), "");
         const auto state = database->Entry("collector", "a");
         EXPECT_EQ(state.at("errors"), "0");
         EXPECT_EQ(state.at("packets-sent"), std::to_string(good->Count()));
@@ -137,7 +137,7 @@ TEST_P(CollectorTrouble, CostsItsOwnDatagramsIsSaidAndEnds)
     EXPECT_GT(lost, 0U);
     if (trouble.counted) {
         EXPECT_EQ(flows.size() + lost, all.size());
-        EXPECT_EQ(bad->Count() + lostDatagrams, bad->Datagrams().back().sequence);
+        EXPECT_EQ(bad->Count() + lostDatagrams, bad->Arrivals().back().datagram.sequence);
     } else {
         EXPECT_LE(flows.size() + lost, all.size());
     }
@@ -167,7 +167,7 @@ TEST_P(CollectorThatRefuses, IsSaidAndTriedAgain)
     EXPECT_GT(flows.front().sequence, refusedFrom);
     EXPECT_EQ(FaultInSequence(flows, flows.front().sequence), "") << "from then on, everything";
     EXPECT_EQ(flows.back().sequence, good->Flows(p1).back().sequence);
-    EXPECT_EQ(FaultInDatagrams(bad->Datagrams(), bad->Datagrams().front().sequence), "");
+    EXPECT_EQ(FaultInDatagrams(bad->Arrivals(), bad->Arrivals().front().datagram.sequence), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(, CollectorThatRefuses, testing::Values(Trouble{"PortUnreachable", "", "", ""}),

@@ -4,10 +4,8 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
@@ -19,10 +17,7 @@ namespace endurance {
 Database::Database(const std::filesystem::path& socket)
     : m_listening(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string path = socket.string();
-    std::copy(path.begin(), path.end(), address.sun_path);
+    const sockaddr_un address = support::UnixAddress(socket);
     pollfd waiting{.fd = m_listening, .events = POLLIN, .revents = 0};
     int connection = -1;
     if (::bind(m_listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
@@ -32,7 +27,7 @@ Database::Database(const std::filesystem::path& socket)
     if (connection < 0) {
         const int error = errno;
         ::close(m_listening);
-        throw std::system_error(error, std::generic_category(), "the manager at " + path);
+        throw std::system_error(error, std::generic_category(), "the manager at " + socket.string());
     }
     m_manager = std::make_unique<support::FrameClient>(connection);
     ipc::cdb::ClientMessage message;

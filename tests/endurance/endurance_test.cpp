@@ -4,17 +4,16 @@
 
 #include <grp.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <iostream>
 #include <iterator>
 #include <sstream>
 
+#include "support/frames.h"
 #include "support/process.h"
 
 namespace endurance {
@@ -34,12 +33,9 @@ std::string AnySource() { return support::WhyNotSource(kTcx).empty() ? kTcx : kP
 
 int ConnectAs(unsigned user, const std::filesystem::path& socket)
 {
-    const std::string path = socket.string();
+    const sockaddr_un address = support::UnixAddress(socket);
     const pid_t child = ::fork();
     if (child == 0) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::copy(path.begin(), path.end(), address.sun_path);
         if (::setgroups(0, nullptr) != 0 || ::setgid(user) != 0 || ::setuid(user) != 0) ::_exit(kNotThatUser);
         const int client = ::socket(AF_UNIX, SOCK_STREAM, 0);
         const bool done = ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
@@ -55,7 +51,7 @@ void EnduranceTest::SetUp()
     if (const auto why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
 }
 
-void EnduranceTest::Start(const std::string& source, SamplingOptions options)
+void EnduranceTest::Start(const std::string& source, ManagerOptions options)
 {
     m_pool = source == kPacketSocket ? Pool::kShared : Pool::kExact;
     options.arguments.insert(options.arguments.end(), {"--source", source});

@@ -25,8 +25,9 @@ using support::BackgroundTraffic;
 using support::Becomes;
 using support::Bytes;
 using support::DecodingCollector;
+using support::ManagerOptions;
 using support::Network;
-using support::SamplingOptions;
+using support::Received;
 using support::SamplingWorld;
 using testing::HasSubstr;
 
@@ -53,7 +54,7 @@ protected:
 
     /// The world, its manager drawing with this source; skips where that is not allowed. To be followed by
     /// a look at IsSkipped.
-    void Start(const std::string& source, SamplingOptions options = {});
+    void Start(const std::string& source, ManagerOptions options = {});
 
     /// How the source counts.
     [[nodiscard]] Pool CountsPool() const { return m_pool; }

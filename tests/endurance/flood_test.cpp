@@ -93,7 +93,7 @@ TEST_P(Flood, SamplingFollowsTheNamesAndNothingIsLeftBehind)
     for (unsigned i = 1; i <= kNamed; ++i) names.push_back("f" + std::to_string(i));
     Configure(collector, names);
     const std::size_t descriptors = Descriptors();
-    const auto before = SamplingWorld::Statistic("p1");
+    const auto before = Received("p1");
     BackgroundTraffic traffic("h1", NumberedFrames(1, 2), 1000, 0);
     const Network::Host elsewhere;
     std::size_t resident = 0;
@@ -125,7 +125,7 @@ TEST_P(Flood, SamplingFollowsTheNamesAndNothingIsLeftBehind)
     DecodingCollector::AwaitQuiet({&collector});
     EXPECT_TRUE(Becomes([&] { return Descriptors() <= descriptors; })) << Descriptors();
     ExpectResidentAtMost(resident + 1024);
-    const auto frames = SamplingWorld::Statistic("p1") - before;
+    const auto frames = Received("p1") - before;
     const Flows flows = collector.Flows(Network::Index("p1"));
     if (std::string(GetParam()) == kPacketSocket) {
         // Closing one takes the kernel 10 ms and more, in which nobody looks at the others: some of what is

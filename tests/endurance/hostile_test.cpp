@@ -54,7 +54,7 @@ TEST_P(HostileFrames, EachIsSampledAsItWas)
 
     const Flows flows = collector.Flows();  // decodes, strictly
     EXPECT_EQ(FaultInSequence(flows), "");
-    EXPECT_EQ(FaultInDatagrams(collector.Datagrams()), "");
+    EXPECT_EQ(FaultInDatagrams(collector.Arrivals()), "");
     ASSERT_EQ(flows.size(), expected.size());
     EXPECT_EQ(flows.back().pool, expected.size());
     constexpr std::size_t kFcs = 4;
@@ -83,7 +83,7 @@ protected:
         if (IsSkipped() || HasFatalFailure()) return;
         collector.emplace();
         Configure(*collector, {"p1"});
-        m_before = SamplingWorld::Statistic("p1");
+        m_before = Received("p1");
         m_traffic.emplace("h1", NumberedFrames(1, 2), 2000, 0);
         AwaitMore();
     }
@@ -93,8 +93,7 @@ protected:
         AwaitMore();
         m_traffic->Stop();
         DecodingCollector::AwaitQuiet({&*collector});
-        EXPECT_EQ(FaultInWhole(collector->Flows(), SamplingWorld::Statistic("p1") - m_before, CountsPool()),
-                  "");
+        EXPECT_EQ(FaultInWhole(collector->Flows(), Received("p1") - m_before, CountsPool()), "");
         EXPECT_EQ(World().Manager().Terminate(), 0);
     }
 

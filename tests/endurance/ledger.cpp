@@ -9,8 +9,6 @@ namespace {
 
 using support::DecodedFlow;
 
-constexpr std::size_t kNumberAt = 42;  // behind Ethernet, IPv4 and UDP
-
 std::string Describe(const DecodedFlow& flow)
 {
     std::ostringstream text;
@@ -43,11 +41,7 @@ std::vector<support::Bytes> NumberedFrames(std::uint8_t from, std::uint8_t to, s
 
 std::uint64_t NumberOf(const DecodedFlow& flow)
 {
-    if (!flow.header || flow.header->bytes.size() < kNumberAt + 8) return 0;
-    std::uint64_t number = 0;
-    for (std::size_t i = 0; i < 8; ++i)
-        number = number << 8U | std::to_integer<std::uint64_t>(flow.header->bytes[kNumberAt + i]);
-    return number;
+    return flow.header ? support::NumberOf(flow.header->bytes) : 0;
 }
 
 std::string FaultInSequence(const Flows& flows, std::uint32_t first)
@@ -110,12 +104,13 @@ std::string FaultInPool(const Flows& flows, Pool pool)
     return FirstFault(flows, "pool", [](const auto& one, const auto& next) { return next.pool < one.pool; });
 }
 
-std::string FaultInDatagrams(const std::deque<support::Datagram>& datagrams, std::uint32_t first)
+std::string FaultInDatagrams(const std::vector<support::Arrival>& arrivals, std::uint32_t first)
 {
     std::uint32_t expected = first;
-    for (const support::Datagram& datagram : datagrams) {
-        if (datagram.sequence != expected)
-            return "datagram " + std::to_string(datagram.sequence) + " where " + std::to_string(expected) +
+    for (const support::Arrival& arrival : arrivals) {
+        const std::uint32_t sequence = arrival.datagram.sequence;
+        if (sequence != expected)
+            return "datagram " + std::to_string(sequence) + " where " + std::to_string(expected) +
                    " should be";
         ++expected;
     }

@@ -6,12 +6,11 @@
 #define ENDURANCE_LEDGER_H
 
 #include <cstdint>
-#include <deque>
 #include <string>
 #include <vector>
 
+#include "support/decoding_collector.h"
 #include "support/network.h"
-#include "support/sflow_decoder.h"
 
 namespace endurance {
 
@@ -22,7 +21,7 @@ using Flows = std::vector<support::DecodedFlow>;
 std::vector<support::Bytes> NumberedFrames(std::uint8_t from, std::uint8_t to, std::size_t size = 200);
 inline constexpr std::uint64_t kNumbers = 250;
 
-/// The number in a sampled header; nothing where the header is too short.
+/// The number in a sampled header; 0 where the header is too short.
 std::uint64_t NumberOf(const support::DecodedFlow& flow);
 
 /// Sequence numbers that grow by one from `first` on, and drops that are 0.
@@ -52,7 +51,7 @@ std::string FaultInWhole(const Flows& flows, std::uint64_t frames, Pool pool);
 std::string FaultInPool(const Flows& flows, Pool pool);
 
 /// The datagrams' sequence grows by one from `first` on.
-std::string FaultInDatagrams(const std::deque<support::Datagram>& datagrams, std::uint32_t first = 1);
+std::string FaultInDatagrams(const std::vector<support::Arrival>& arrivals, std::uint32_t first = 1);
 
 }  // namespace endurance
 

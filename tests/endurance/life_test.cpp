@@ -32,21 +32,11 @@ protected:
     /// Programs or packet sockets at the port, whichever the source has.
     static std::string Drawing(const std::string& device)
     {
-        if (GetParam() == std::string(kTcx)) return std::to_string(support::ProgramsAtTcx(device));
+        if (GetParam() == std::string(kTcx))
+            return std::to_string(support::ProgramsAtTcx(Network::Index(device)));
         if (GetParam() == std::string(kClsact))
             return Network::Run({"tc", "filter", "show", "dev", device, "ingress"});
-        // Columns: address, references, type, protocol, interface.
-        std::ifstream sockets("/proc/thread-self/net/packet");
-        std::string line, found;
-        std::getline(sockets, line);  // the heading
-        while (std::getline(sockets, line)) {
-            std::istringstream words(line);
-            std::string address, references, type, protocol;
-            std::uint32_t index = 0;
-            words >> address >> references >> type >> protocol >> index;
-            if (index == Network::Index(device)) found += line + "\n";
-        }
-        return found;
+        return support::PacketSocketsAt(Network::Index(device));
     }
 
     std::uint32_t p1 = 0;
@@ -58,7 +48,7 @@ TEST_P(Life, KilledAmidTrafficItLeavesTheTrafficAloneAndBeginsAnewWhenToldAgain)
     const std::string idle = Drawing("p1");
     Configure(*collector, {"p1", "p2"});
     EXPECT_NE(Drawing("p1"), idle);
-    const auto entered = SamplingWorld::Statistic("p1"), left = SamplingWorld::Statistic("h2");
+    const auto entered = Received("p1"), left = Received("h2");
     BackgroundTraffic traffic("h1", NumberedFrames(1, 2), kRate, kCore);
     AwaitSamples(*collector, p1, 300);
     World().Manager().Kill();
@@ -67,37 +57,38 @@ TEST_P(Life, KilledAmidTrafficItLeavesTheTrafficAloneAndBeginsAnewWhenToldAgain)
     } else {
         EXPECT_EQ(Drawing("p1"), idle);
     }
-    const auto passed = SamplingWorld::Statistic("h2");
-    Await("traffic to go on", [&] { return SamplingWorld::Statistic("h2") > passed + 300; });
+    const auto passed = Received("h2");
+    Await("traffic to go on", [&] { return Received("h2") > passed + 300; });
 
     DecodingCollector second;
     const auto started = steady_clock::now();
     World().StartManager();
     EXPECT_EQ(Drawing("p1"), idle);
     World().OpenSession();
-    const auto begun = SamplingWorld::Statistic("p1");
+    const auto begun = Received("p1");
     Configure(second, {"p1", "p2"});
     AwaitSamples(second, p1, 300);
     const auto sent = traffic.Stop();
-    Await("the last frames", [&] { return SamplingWorld::Statistic("p1") - entered >= sent.frames; });
+    Await("the last frames", [&] { return Received("p1") - entered >= sent.frames; });
     DecodingCollector::AwaitQuiet({&*collector, &second});
 
-    EXPECT_EQ(SamplingWorld::Statistic("p1") - entered, sent.frames);
-    EXPECT_EQ(SamplingWorld::Statistic("h2") - left, sent.frames) << "every frame has passed";
+    EXPECT_EQ(Received("p1") - entered, sent.frames);
+    EXPECT_EQ(Received("h2") - left, sent.frames) << "every frame has passed";
     const Flows flows = second.Flows(p1);
     EXPECT_EQ(FaultInSequence(flows), "");
     EXPECT_EQ(flows.back().pool, flows.size());
-    EXPECT_LE(flows.size(), SamplingWorld::Statistic("p1") - begun);
+    EXPECT_LE(flows.size(), Received("p1") - begun);
     EXPECT_EQ(World().Numbers().OfInterface("p1", "packets_seen_total"), flows.size());
-    EXPECT_EQ(FaultInDatagrams(second.Datagrams()), "");
+    EXPECT_EQ(FaultInDatagrams(second.Arrivals()), "");
     const auto age = std::chrono::duration_cast<milliseconds>(steady_clock::now() - started).count();
     std::uint32_t uptime = 0;
-    for (const auto& datagram : second.Datagrams()) {
+    for (const auto& arrival : second.Arrivals()) {
+        const auto& datagram = arrival.datagram;
         EXPECT_GE(datagram.uptime, uptime);
         uptime = datagram.uptime;
     }
     EXPECT_LE(uptime, age) << "of this life";
-    EXPECT_EQ(FaultInDatagrams(collector->Datagrams()), "") << "the life before";
+    EXPECT_EQ(FaultInDatagrams(collector->Arrivals()), "") << "the life before";
 }
 
 TEST_P(Life, ItsJournalHoldsWholeLinesOnlyHoweverItEnds)
@@ -124,19 +115,19 @@ TEST_P(Life, StoppedForAWhileItAccountsForEveryFrameOfThatTime)
     // With clsact the program rests when its manager has given no sign of life for 2 s.
     const bool rests = GetParam() == std::string(kClsact);
     Configure(*collector, {"p1"});
-    const auto entered = SamplingWorld::Statistic("p1"), left = SamplingWorld::Statistic("h2");
+    const auto entered = Received("p1"), left = Received("h2");
     BackgroundTraffic traffic("h1", NumberedFrames(1, 2), kRate, kCore);
     AwaitSamples(*collector, p1, 300);
     World().Manager().Freeze();
-    const auto until = SamplingWorld::Statistic("p1") + kRate * (rests ? 7 : 4) / 2;
-    Await("frames of a long stall", [&] { return SamplingWorld::Statistic("p1") >= until; });
+    const auto until = Received("p1") + kRate * (rests ? 7 : 4) / 2;
+    Await("frames of a long stall", [&] { return Received("p1") >= until; });
     World().Manager().Thaw();
     AwaitSamples(*collector, p1, 600);
     const auto sent = traffic.Stop();
-    Await("the last frames", [&] { return SamplingWorld::Statistic("p1") - entered >= sent.frames; });
+    Await("the last frames", [&] { return Received("p1") - entered >= sent.frames; });
     DecodingCollector::AwaitQuiet({&*collector});
 
-    EXPECT_EQ(SamplingWorld::Statistic("h2") - left, sent.frames) << "every frame has passed";
+    EXPECT_EQ(Received("h2") - left, sent.frames) << "every frame has passed";
     const Flows flows = collector->Flows(p1);
     ASSERT_FALSE(flows.empty());
     const std::uint64_t pool = flows.back().pool, drops = flows.back().drops;
@@ -158,19 +149,19 @@ TEST_P(Life, StoppedForAWhileItAccountsForEveryFrameOfThatTime)
         ASSERT_GE(flows[i].pool, i + 1 + (CountsPool() == Pool::kExact ? flows[i].drops : 0))
             << "sample " << i;
     }
-    EXPECT_EQ(FaultInDatagrams(collector->Datagrams()), "");
+    EXPECT_EQ(FaultInDatagrams(collector->Arrivals()), "");
 }
 
 TEST_P(Life, StoppedForAWhileItAccountsForFramesOfACpuThatDrawsNoMore)
 {
     if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "there is one CPU only";
     Configure(*collector, {"p1"});
-    const auto entered = SamplingWorld::Statistic("p1");
+    const auto entered = Received("p1");
     BackgroundTraffic first("h1", NumberedFrames(1, 2), 2 * kRate, kCore);
     AwaitSamples(*collector, p1, 300);
     World().Manager().Freeze();
-    const auto until = SamplingWorld::Statistic("p1") + 2 * kRate;
-    Await("more frames than the buffer holds", [&] { return SamplingWorld::Statistic("p1") >= until; });
+    const auto until = Received("p1") + 2 * kRate;
+    Await("more frames than the buffer holds", [&] { return Received("p1") >= until; });
     first.Stop();
     World().Manager().Thaw();
     const auto other = World().Numbers();  // it has looked
@@ -181,7 +172,7 @@ TEST_P(Life, StoppedForAWhileItAccountsForFramesOfACpuThatDrawsNoMore)
     DecodingCollector::AwaitQuiet({&*collector});
 
     const Flows flows = collector->Flows(p1);
-    const auto frames = SamplingWorld::Statistic("p1") - entered;
+    const auto frames = Received("p1") - entered;
     const auto numbers = World().Numbers();
     EXPECT_EQ(numbers.OfInterface("p1", "packets_seen_total"), frames);
     EXPECT_EQ(numbers.OfInterface("p1", "samples_total"), flows.size());

@@ -32,9 +32,9 @@ const Operation kOperations[] = {
      [](OperationsWorld& w) { w.Service().SetAgentAddress("192.0.2.77"); },
      [](OperationsWorld& w) {
          for (DecodingCollector* one : {&w.a, &w.b}) {
-             EXPECT_EQ(one->Datagrams().front().agent, "192.0.2.1");
-             EXPECT_EQ(one->Datagrams().back().agent, "192.0.2.77");
-             EXPECT_EQ(FaultInDatagrams(one->Datagrams()), "");
+             EXPECT_EQ(one->Arrivals().front().datagram.agent, "192.0.2.1");
+             EXPECT_EQ(one->Arrivals().back().datagram.agent, "192.0.2.77");
+             EXPECT_EQ(FaultInDatagrams(one->Arrivals()), "");
          }
      },
      {}},
@@ -53,7 +53,7 @@ const Operation kOperations[] = {
          EXPECT_EQ(FaultInSequence(flows, flows.front().sequence), "");
          EXPECT_EQ(flows.back().sequence, w.Frames("p1")) << "nothing is missing at the end";
          EXPECT_EQ(w.c.Flows(w.p2).size(), 0U);
-         EXPECT_EQ(FaultInDatagrams(w.c.Datagrams()), "");
+         EXPECT_EQ(FaultInDatagrams(w.c.Arrivals()), "");
      },
      {}},
     {"CollectorAttachedBeforeItIsAdded",
@@ -73,9 +73,9 @@ const Operation kOperations[] = {
      [](OperationsWorld& w) { w.world.AddCollector("a", w.c); },
      [](OperationsWorld& w) {
          // Both places together have each datagram once, the old one the first of them.
-         EXPECT_EQ(FaultInDatagrams(w.a.Datagrams()), "");
+         EXPECT_EQ(FaultInDatagrams(w.a.Arrivals()), "");
          ASSERT_GT(w.c.Count(), 0U);
-         EXPECT_EQ(FaultInDatagrams(w.c.Datagrams(), w.a.Datagrams().back().sequence + 1), "");
+         EXPECT_EQ(FaultInDatagrams(w.c.Arrivals(), w.a.Arrivals().back().datagram.sequence + 1), "");
          for (const auto& [name, index] : {std::pair{"p1", w.p1}, {"p2", w.p2}}) {
              Flows flows = w.a.Flows(index);
              const Flows rest = w.c.Flows(index);
@@ -87,8 +87,8 @@ const Operation kOperations[] = {
     {"DatagramSizeChanged",
      [](OperationsWorld& w) { w.world.AddCollector("a", w.a, 400); },
      [](OperationsWorld& w) {
-         EXPECT_LE(w.a.Raw().back().size(), 400U);
-         EXPECT_EQ(FaultInDatagrams(w.a.Datagrams()), "");
+         EXPECT_LE(w.a.Arrivals().back().bytes.size(), 400U);
+         EXPECT_EQ(FaultInDatagrams(w.a.Arrivals()), "");
      },
      {}},
     {"CollectorDeleted",
@@ -124,7 +124,7 @@ const Operation kOperations[] = {
          w.Service().UpdateInterface({.name = "p1", .flowCollector = "a"});
          w.Service().AddSampleCollector("p1", "b");
      },
-     [](OperationsWorld& w) { EXPECT_EQ(FaultInDatagrams(w.a.Datagrams()), ""); },
+     [](OperationsWorld& w) { EXPECT_EQ(FaultInDatagrams(w.a.Arrivals()), ""); },
      {}},
     {"RateChanged",
      [](OperationsWorld& w) { w.Service().UpdateInterface({.name = "p1", .rate = 10}); },
@@ -214,7 +214,7 @@ const Operation kOperations[] = {
          EXPECT_EQ(FaultInSequence(flows), "");
          EXPECT_GE(flows.size(), w.flowsAtA.at(w.p1));
          EXPECT_LT(flows.size(), w.Frames("p1"));
-         EXPECT_EQ(FaultInDatagrams(w.a.Datagrams()), "");
+         EXPECT_EQ(FaultInDatagrams(w.a.Arrivals()), "");
      },
      {.portOneAtA = true}},
     {"FlowCollectorRemovedAndAdded",
@@ -227,7 +227,7 @@ const Operation kOperations[] = {
          const Flows flows = w.a.Flows(w.p1);
          EXPECT_EQ(FaultInPart(flows, 1), "");
          EXPECT_EQ(flows.back().sequence, w.Frames("p1"));
-         EXPECT_EQ(FaultInDatagrams(w.a.Datagrams()), "");
+         EXPECT_EQ(FaultInDatagrams(w.a.Arrivals()), "");
      },
      {.portOneAtA = true}},
     {"AllFlowCollectorsRemovedAndOneAdded",
@@ -270,7 +270,7 @@ const Operation kOperations[] = {
          w.world.OpenSession();
          w.Configure();
      },
-     [](OperationsWorld& w) { EXPECT_EQ(FaultInDatagrams(w.a.Datagrams()), ""); },
+     [](OperationsWorld& w) { EXPECT_EQ(FaultInDatagrams(w.a.Arrivals()), ""); },
      {}},
     {"SessionThatLeavesOnePortOut",
      [](OperationsWorld& w) {

@@ -12,7 +12,7 @@ OperationsWorld::OperationsWorld(SamplingWorld& samplingWorld, Pool countsPool)
 {
     Configure();
     world.AwaitApplied();
-    for (const char* port : {"p1", "p2"}) m_before[port] = SamplingWorld::Statistic(port);
+    for (const char* port : {"p1", "p2"}) m_before[port] = Received(port);
     m_there.emplace("h1", NumberedFrames(1, 2), kRate, 0);
     m_back.emplace("h2", NumberedFrames(2, 1), kRate, 0);
     Flow();
@@ -56,7 +56,7 @@ void OperationsWorld::EndTraffic()
 
 std::uint64_t OperationsWorld::Frames(const std::string& port) const
 {
-    return SamplingWorld::Statistic(port) - m_before.at(port);
+    return Received(port) - m_before.at(port);
 }
 
 void OperationsWorld::ExpectRates(const std::vector<std::uint32_t>& rates)
@@ -111,7 +111,7 @@ void OperationsWorld::ExpectPause()
 
 void OperationsWorld::ExpectTheRestWhole(const Concerns& concerns)
 {
-    EXPECT_EQ(FaultInDatagrams(b.Datagrams()), "");
+    EXPECT_EQ(FaultInDatagrams(b.Arrivals()), "");
     EXPECT_EQ(FaultInWhole(b.Flows(p2), Frames("p2"), pool), "") << "p2 at b";
     EXPECT_EQ(world.Numbers().OfInterface("p2", "packets_seen_total"), Frames("p2"));
     if (!concerns.portOne) {

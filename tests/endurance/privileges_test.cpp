@@ -84,7 +84,7 @@ TEST_P(Privileges, SufficeForAllThatComesLater)
 {
     DecodingCollector first, second;
     Configure(first, {"p1", "later"});
-    const auto before = SamplingWorld::Statistic("p1");
+    const auto before = Received("p1");
     BackgroundTraffic traffic("h1", NumberedFrames(1, 2), 1000, 0);
     Network::Veth("later", "other");
     Await("the later interface", [&] { return World().Numbers().OfInterface("later", "sampled") == 1; });
@@ -110,9 +110,7 @@ TEST_P(Privileges, SufficeForAllThatComesLater)
     Await("its end", [&] { return World().Numbers().OfInterface("later", "present") == 0; });
     traffic.Stop();
     DecodingCollector::AwaitQuiet({&first});
-    EXPECT_EQ(FaultInWhole(first.Flows(Network::Index("p1")), SamplingWorld::Statistic("p1") - before,
-                           CountsPool()),
-              "");
+    EXPECT_EQ(FaultInWhole(first.Flows(Network::Index("p1")), Received("p1") - before, CountsPool()), "");
     EXPECT_THAT(World().Log(), testing::Not(HasSubstr(" 13 "))) << "no error";
     EXPECT_EQ(World().Manager().Terminate(), 0);
 }

@@ -5,7 +5,6 @@
 #include <stdexcept>
 
 #include "support/metrics.h"
-#include "support/world.h"
 
 namespace samples_tests {
 namespace {
@@ -17,21 +16,11 @@ constexpr std::uint16_t kMetricsPort = 9100;
 
 Agent::Agent(const std::string& source, const std::vector<std::string>& arguments)
 {
-    const auto log = m_dir.Path() / "log";
-    support::Command command{
-        .argv = {support::World::Program("sflow-mgr"), "--source", source, "--metrics",
-                 "127.0.0.1:" + std::to_string(kMetricsPort)},
-        .environment = {{"SFLOW_RUN_DIR", m_dir.Path()}, {"SFLOW_LOG", log}, {"SFLOW_LOG_LEVEL", "11"}},
-        .errors = m_dir.Path() / "errors"};
-    command.argv.insert(command.argv.end(), arguments.begin(), arguments.end());
-    m_process = std::make_unique<support::Process>(command);
-    const auto socket = m_dir.Path() / "manager.sock";
-    support::Await("sflow-mgr to listen", [&] {
-        if (!m_process->Running())
-            throw std::runtime_error("sflow-mgr has ended: " + support::ReadFile(m_dir.Path() / "errors"));
-        return support::Accepts(socket);
-    });
-    m_service = std::make_unique<support::ServiceClient>(socket);
+    support::ManagerOptions options{
+        .arguments = {"--source", source, "--metrics", "127.0.0.1:" + std::to_string(kMetricsPort)}};
+    options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
+    m_manager.emplace(m_dir.Path(), options);
+    m_service = std::make_unique<support::ServiceClient>(m_manager->Socket());
     SetAddress(kAgentAddress);
     m_service->Loaded();
 }
@@ -118,7 +107,5 @@ void Agent::AwaitMetric(const std::string& name, std::uint64_t value) const
     throw support::TimedOut(name + " is " + std::to_string(last) + ", not " + std::to_string(value) +
                             "; the log says:\n" + Log());
 }
-
-std::string Agent::Log() const { return support::ReadFile(m_dir.Path() / "log"); }
 
 }  // namespace samples_tests

@@ -6,10 +6,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "support/process.h"
+#include "support/manager_process.h"
 #include "support/service_client.h"
 
 namespace samples_tests {
@@ -57,15 +58,15 @@ public:
     /// Waits until the metric has the value. Throws support::TimedOut.
     void AwaitMetric(const std::string& name, std::uint64_t value) const;
 
-    [[nodiscard]] std::string Log() const;
-    [[nodiscard]] support::Process& TheProcess() { return *m_process; }
+    [[nodiscard]] std::string Log() const { return m_manager->Log(); }
+    [[nodiscard]] support::ManagerProcess& Manager() { return *m_manager; }
 
 private:
     /// Until the operations that were sent are in effect. Throws std::runtime_error where one was refused.
     void AwaitTaken() const;
 
     support::TempDir m_dir;
-    std::unique_ptr<support::Process> m_process;
+    std::optional<support::ManagerProcess> m_manager;
     std::unique_ptr<support::ServiceClient> m_service;
 };
 

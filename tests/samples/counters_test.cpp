@@ -7,7 +7,6 @@
 
 #include "samples/samples_test.h"
 #include "samples/shapes.h"
-#include "support/sampling_world.h"
 
 namespace samples_tests {
 

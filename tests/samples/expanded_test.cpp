@@ -1,6 +1,7 @@
 // Interfaces with an index of more than 24 bits, which the compact samples have no room for.
 
 #include <algorithm>
+#include <span>
 
 #include "samples/samples_test.h"
 
@@ -24,14 +25,14 @@ protected:
                     " type veth peer name far\nlink set wide up\nlink set far up");
     }
 
-    static bool AreExpanded(const std::vector<Collector::Arrival>& arrivals, bool expanded)
+    static bool AreExpanded(std::span<const support::Arrival> arrivals, bool expanded)
     {
         return std::ranges::all_of(
-                   FlowsOf(arrivals),
+                   support::FlowsIn(arrivals),
                    [expanded](const DecodedFlow& flow) { return flow.expanded == expanded; }) &&
-               std::ranges::all_of(CountersOf(arrivals), [expanded](const DecodedCounters& counters) {
-                   return counters.expanded == expanded;
-               });
+               std::ranges::all_of(
+                   support::CountersIn(arrivals),
+                   [expanded](const DecodedCounters& counters) { return counters.expanded == expanded; });
     }
 };
 
@@ -92,11 +93,10 @@ TEST_P(ExpandedTest, OneThatComesLaterMakesAllSamplesExpandedAndAllSequencesNewF
     collector.AwaitFlows(5);
     other.AwaitFlows(3);
 
-    const auto begin = collector.Arrivals().begin() + static_cast<std::ptrdiff_t>(compact);
-    const std::vector<Collector::Arrival> after(begin, collector.Arrivals().end());
+    const auto after = std::span(collector.Arrivals()).subspan(compact);
     EXPECT_TRUE(AreExpanded(after, true)) << "also when the wide one has gone";
     EXPECT_EQ(after.front().datagram.sequence, 1U);
-    const auto flows = FlowsOf(after);
+    const auto flows = support::FlowsIn(after);
     ASSERT_EQ(flows.size(), 2U);
     EXPECT_EQ(flows[0].sourceIndex, kWide);
     EXPECT_EQ(flows[1].sourceIndex, Network::Index("p1"));

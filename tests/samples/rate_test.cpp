@@ -43,13 +43,7 @@ private:
 };
 
 /// From 1.
-std::uint64_t NumberOf(const DecodedFlow& flow)
-{
-    std::uint64_t number = 0;
-    for (std::size_t at = kPayload; at < kPayload + 8; ++at)
-        number = number << 8U | std::to_integer<std::uint64_t>(flow.header->bytes.at(at));
-    return number;
-}
+std::uint64_t NumberOf(const DecodedFlow& flow) { return support::NumberOf(flow.header->bytes); }
 
 class RateTest : public SourceTest {
 protected:
@@ -168,9 +162,9 @@ TEST_P(RateTest, AStallLosesOnlyWhatTheBufferCantHoldAndTheSamplesSayHowMuch)
     NumberedTraffic traffic("h1");
     traffic.Send(1);
     ASSERT_EQ(NumberOf(collector.AwaitFlows(1).back()), 1U);
-    agent.TheProcess().Freeze();
+    agent.Manager().Freeze();
     traffic.Send(kFrames);
-    agent.TheProcess().Thaw();
+    agent.Manager().Thaw();
     agent.AwaitMetric("sflow_interface_packets_seen_total{interface=\"p1\"}", traffic.Sent());
     std::uint64_t lost = 0;
     support::Await("all that was not lost", [&] {

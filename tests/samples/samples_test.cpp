@@ -5,12 +5,8 @@
 #include <sched.h>
 
 #include <algorithm>
-#include <fstream>
 #include <ostream>
-#include <sstream>
-#include <stdexcept>
 
-#include "support/sampling_world.h"
 #include "support/traffic.h"
 
 namespace samples_tests {
@@ -29,7 +25,7 @@ void SamplesTest::SetUp()
 void SamplesTest::TearDown()
 {
     if (m_agent) {
-        EXPECT_EQ(m_agent->TheProcess().Terminate(), 0) << "sflow-mgr's exit status";
+        EXPECT_EQ(m_agent->Manager().Terminate(), 0) << "sflow-mgr's exit status";
     }
 }
 
@@ -59,28 +55,6 @@ Agent& SamplesTest::Start(const std::string& source, const std::vector<std::stri
 }
 
 void SamplesTest::SendFromOneCpu() { support::Pin(0, std::max(0, ::sched_getcpu())); }
-
-KernelCounters CountersOf(const std::string& interface)
-{
-    std::ifstream table("/proc/thread-self/net/dev");
-    for (std::string line; std::getline(table, line);) {
-        const auto colon = line.find(':');
-        if (colon == std::string::npos) continue;
-        std::istringstream name(line.substr(0, colon));
-        std::istringstream numbers(line.substr(colon + 1));
-        std::string word;
-        name >> word;
-        if (word != interface) continue;
-        KernelCounters counters;
-        for (std::uint64_t* to :
-             {&counters.rxBytes, &counters.rxPackets, &counters.rxErrors, &counters.rxDropped,
-              &counters.rxFifo, &counters.rxFrame, &counters.rxCompressed, &counters.multicast,
-              &counters.txBytes, &counters.txPackets, &counters.txErrors, &counters.txDropped})
-            numbers >> *to;
-        return counters;
-    }
-    throw std::runtime_error("the kernel has no counters of " + interface);
-}
 
 void SourceTest::SetUp()
 {

@@ -16,24 +16,24 @@
 
 #include "samples/agent.h"
 #include "samples/collector.h"
+#include "support/kernel.h"
 #include "support/network.h"
 
 namespace samples_tests {
 
+using support::Bytes;
+using support::CountersOf;
+using support::DecodedCounters;
+using support::DecodedFlow;
 using support::DecodedPort;
 using support::Injector;
+using support::KernelCounters;
 using support::Network;
+using support::Received;
+using support::WallTime;
 
 /// Delivered on this machine, or made here.
 inline constexpr DecodedPort kInternal{0, 0x3FFFFFFF};
-
-/// What the kernel's own table says of an interface; as its columns are.
-struct KernelCounters {
-    std::uint64_t rxBytes = 0, rxPackets = 0, rxErrors = 0, rxDropped = 0, rxFifo = 0, rxFrame = 0,
-                  rxCompressed = 0, multicast = 0;
-    std::uint64_t txBytes = 0, txPackets = 0, txErrors = 0, txDropped = 0;
-};
-KernelCounters CountersOf(const std::string& interface);
 
 class SamplesTest : public testing::Test {
 protected:
@@ -55,9 +55,6 @@ protected:
     /// From now on this thread sends from one CPU: eBPF counts on each CPU by itself, and the pool of a
     /// sample lacks what another one has counted since it drew something.
     static void SendFromOneCpu();
-
-    /// Packets that entered by the interface, as the kernel counts them.
-    static std::uint64_t Received(const std::string& interface) { return CountersOf(interface).rxPackets; }
 
 private:
     std::optional<Network> m_network;

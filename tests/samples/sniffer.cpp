@@ -11,28 +11,12 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <span>
 #include <system_error>
 
 #include "support/network.h"
 
 namespace samples_tests {
-namespace {
-
-/// Of the payload of UDP in an untagged frame; 0 where it is none.
-std::uint64_t NumberIn(const std::uint8_t* frame, std::size_t size)
-{
-    constexpr std::size_t kEthernet = 14, kUdp = 8, kNumber = 8;
-    const bool six = frame[12] == 0x86;
-    const std::size_t ip = six ? 40 : 20;
-    const std::size_t at = kEthernet + ip + kUdp;
-    if (size < at + kNumber || frame[kEthernet + (six ? 6 : 9)] != IPPROTO_UDP) return 0;
-    std::uint64_t number = 0;
-    for (std::size_t byte = 0; byte < kNumber; ++byte) number = number << 8U | frame[at + byte];
-    return number;
-}
-
-}  // namespace
-
 Sniffer::Sniffer(const std::string& device)
     : m_socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
@@ -48,9 +32,9 @@ Sniffer::~Sniffer() { ::close(m_socket); }
 
 bool Sniffer::Heard(std::uint64_t number)
 {
-    std::array<std::uint8_t, 2048> frame{};
+    std::array<std::byte, 2048> frame{};
     for (ssize_t size; (size = ::recv(m_socket, frame.data(), frame.size(), 0)) >= ETHER_HDR_LEN;)
-        m_numbers.insert(NumberIn(frame.data(), static_cast<std::size_t>(size)));
+        m_numbers.insert(support::NumberOf(std::span(frame).first(static_cast<std::size_t>(size))));
     return m_numbers.contains(number);
 }
 

@@ -124,7 +124,7 @@ protected:
         SourceTest::SetUp();
     }
 
-    void Write(const std::vector<Collector::Arrival>& arrivals)
+    void Write(const std::vector<support::Arrival>& arrivals)
     {
         Pcap pcap;
         for (const auto& arrival : arrivals) pcap.AddDatagram(arrival.bytes);

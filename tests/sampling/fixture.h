@@ -6,16 +6,14 @@
 
 #include "manager/sampling.h"
 
-#include <arpa/inet.h>
 #include <net/if_arp.h>
 #include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <variant>
@@ -29,6 +27,7 @@
 #include "manager/state.h"
 #include "net/counters.h"
 #include "net/forwarding.h"
+#include "support/datagram_socket.h"
 #include "support/sflow_decoder.h"
 
 namespace manager {
@@ -140,26 +139,12 @@ private:
     std::vector<net::LinkCounters> m_counters;
 };
 
-/// A UDP socket on loopback that decodes what it gets.
+/// Decodes what it gets, when it is asked; what is not asked for is dropped.
 class Collector {
 public:
-    Collector() : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ::bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-        socklen_t size = sizeof address;
-        ::getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &size);
-        m_port = ntohs(address.sin_port);
-    }
-    ~Collector() { ::close(m_socket); }
-    Collector(const Collector&) = delete;
-    Collector& operator=(const Collector&) = delete;
-
     [[nodiscard]] CollectorSettings Settings(std::uint16_t size = 1400) const
     {
-        return {htonl(INADDR_LOOPBACK), m_port, size};
+        return {htonl(INADDR_LOOPBACK), m_socket.Port(), size};
     }
     /// All flow samples that have come; loopback delivers at once.
     [[nodiscard]] std::vector<support::DecodedFlow> Flows() { return Take<support::DecodedFlow>(); }
@@ -177,11 +162,9 @@ private:
     std::vector<Sample> Take()
     {
         std::vector<Sample> taken;
-        std::vector<std::byte> bytes(65536);
-        for (ssize_t size; (size = ::recv(m_socket, bytes.data(), bytes.size(), 0)) > 0;) {
-            largest = std::max(largest, static_cast<std::size_t>(size));
-            const auto datagram =
-                support::DecodeDatagram(std::span(bytes).first(static_cast<std::size_t>(size)));
+        while (const auto received = m_socket.Receive()) {
+            largest = std::max(largest, received->bytes.size());
+            const auto datagram = support::DecodeDatagram(received->bytes);
             sequences.push_back(datagram.sequence);
             for (const auto& sample : datagram.samples)
                 if (const auto* wanted = std::get_if<Sample>(&sample)) taken.push_back(*wanted);
@@ -189,13 +172,15 @@ private:
         return taken;
     }
 
-    int m_socket;
-    std::uint16_t m_port = 0;
+    support::DatagramSocket m_socket{support::DatagramSocket::Options{}};
 };
 
 class SamplingTest : public testing::Test {
 protected:
-    SamplingTest()
+    /// With a direction that all interfaces are sampled in besides.
+    explicit SamplingTest(std::optional<Direction> added = std::nullopt)
+        : sampling({timers, links, forwarding, exporter, poller}, added,
+                   [] { return WallTime(std::chrono::seconds(1000)); })
     {
         sampling.SetSource(&source, {.kind = "fake", .reason = "", .permission = true});
         state.AddObserver(sampling);
@@ -220,6 +205,13 @@ protected:
         ASSERT_EQ(state.Apply(UpdateInterface{
                       interface, collector, "", {.rate = rate, .maxHeaderSize = 128, .interval = 0}}),
                   "");
+    }
+    /// The interface eth1, of index 5, is there and sampled for c1.
+    void SampleEth1()
+    {
+        Collect("c1", c1);
+        links.Put(LinkOf(5, "eth1"));
+        Update("eth1", "c1");
     }
     Strings Calls() { return std::exchange(source.calls, {}); }
     void DrawAndDrain(std::uint32_t ifIndex, int packets = 1)
@@ -246,9 +238,7 @@ protected:
                   [this] { return std::chrono::steady_clock::time_point(timers.Now()); },
                   &std::chrono::system_clock::now,
                   [](std::uint32_t) { return 0U; }};
-    Sampling sampling{{timers, links, forwarding, exporter, poller}, std::nullopt, [] {
-                          return WallTime(std::chrono::seconds(1000));
-                      }};
+    Sampling sampling;
     FakeSource source{sampling.Sink()};
     State state;
     Collector c1, c2;

@@ -59,9 +59,7 @@ TEST_F(SamplingTest, ARefusalIsTriedAgainAfterAWhileAndNoLongerThanItIsWanted)
 
 TEST_F(SamplingTest, AChangeOfWhichOnlyPartWasMadeIsMadeAgainOrTakenBack)
 {
-    Collect("c1", c1);
-    links.Put(LinkOf(5, "eth1"));
-    Update("eth1", "c1");
+    SampleEth1();
     source.refusal = "no egress here";
     Update("eth1", "c1", 20);
     EXPECT_EQ(sampling.Interfaces().at("eth1").samplingError, "no egress here");

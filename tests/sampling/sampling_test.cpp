@@ -104,9 +104,7 @@ TEST_F(SamplingTest, AChangedRateIsChangedLiveAndNothingElseIsTouched)
 
 TEST_F(SamplingTest, SequenceAndPoolGoOnWhenSamplingEndsAndBeginsAgain)
 {
-    Collect("c1", c1);
-    links.Put(LinkOf(5, "eth1"));
-    Update("eth1", "c1");
+    SampleEth1();
     DrawAndDrain(5, 4);
     ASSERT_EQ(state.Apply(Detach{Kind::kFlow, "eth1", "c1"}), "");
     ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "c1"}), "");
@@ -176,9 +174,7 @@ TEST_F(SamplingTest, ANameThatAnotherInterfaceLetsGoOfIsThatOfTheNext)
 
 TEST_F(SamplingTest, ARenamedInterfaceIsLetGoAndOneThatGetsTheNameIsTaken)
 {
-    Collect("c1", c1);
-    links.Put(LinkOf(5, "eth1"));
-    Update("eth1", "c1");
+    SampleEth1();
     links.Put(LinkOf(5, "eth9"));
     EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in", "remove 5"));
     EXPECT_FALSE(sampling.Interfaces().at("eth1").present);
@@ -188,9 +184,7 @@ TEST_F(SamplingTest, ARenamedInterfaceIsLetGoAndOneThatGetsTheNameIsTaken)
 
 TEST_F(SamplingTest, AnInterfaceThatVanishesAndComesAgainIsANewDataSource)
 {
-    Collect("c1", c1);
-    links.Put(LinkOf(5, "eth1"));
-    Update("eth1", "c1");
+    SampleEth1();
     DrawAndDrain(5, 2);
     links.Remove(5);
     EXPECT_THAT(reader.forgotten, ElementsAre(5));
@@ -203,9 +197,7 @@ TEST_F(SamplingTest, AnInterfaceThatVanishesAndComesAgainIsANewDataSource)
 
 TEST_F(SamplingTest, AnIndexOf24BitsAndMoreMakesAllSamplesExpandedAndAllSequencesNew)
 {
-    Collect("c1", c1);
-    links.Put(LinkOf(5, "eth1"));
-    Update("eth1", "c1");
+    SampleEth1();
     DrawAndDrain(5, 2);
     links.Put(LinkOf(1U << 24, "wide"));
     DrawAndDrain(5);
@@ -230,9 +222,7 @@ TEST_F(SamplingTest, ARateOfZeroSamplesNothing)
 
 TEST_F(SamplingTest, ASegmentedPacketIsAsManySamplesAsItsFramesThatWereDrawn)
 {
-    Collect("c1", c1);
-    links.Put(LinkOf(5, "eth1"));
-    Update("eth1", "c1");
+    SampleEth1();
     source.Draw(5, 40);
     source.waiting.back().segments = 40;
     source.waiting.back().segmentSize = 1000;
@@ -247,9 +237,7 @@ TEST_F(SamplingTest, ASegmentedPacketIsAsManySamplesAsItsFramesThatWereDrawn)
 
 TEST_F(SamplingTest, ALeavingPacketHasTheInterfaceAsItsOutputAndItsOriginAsItsInput)
 {
-    Collect("c1", c1);
-    links.Put(LinkOf(5, "eth1"));
-    Update("eth1", "c1");
+    SampleEth1();
     for (const std::uint32_t origin : {std::uint32_t{8}, std::uint32_t{0}, capture::kOriginUnknown}) {
         source.Draw(5);
         source.waiting.back().egress = true;
@@ -266,36 +254,17 @@ TEST_F(SamplingTest, ALeavingPacketHasTheInterfaceAsItsOutputAndItsOriginAsItsIn
     EXPECT_EQ(flows[2].input, (support::DecodedPort{0, 12})) << "where its source address is";
 }
 
-TEST(SamplingDirectionTest, AnAddedDirectionIsSampledBesides)
+class SamplingDirectionTest : public SamplingTest {
+protected:
+    SamplingDirectionTest() : SamplingTest(Direction::kEgress) {}
+};
+
+TEST_F(SamplingDirectionTest, AnAddedDirectionIsSampledBesides)
 {
-    FakeTimers timers;
-    net::Links links;
-    FakeForwarding forwarding;
-    FakeReader reader;
-    Exporter exporter(
-        &std::chrono::system_clock::now, [] { return std::chrono::milliseconds(5); }, 0);
-    Poller poller(
-        timers, reader, links, [&] { exporter.Flush(); },
-        [] { return std::chrono::steady_clock::time_point(); }, &std::chrono::system_clock::now,
-        [](std::uint32_t) { return 0U; });
-    Sampling sampling({timers, links, forwarding, exporter, poller}, Direction::kEgress,
-                      [] { return WallTime(); });
-    FakeSource source(sampling.Sink());
-    sampling.SetSource(&source, {});
-    State state;
-    state.AddObserver(sampling);
-    const Collector collector;
-    ASSERT_EQ(state.Apply(AddCollector{"c1", collector.Settings()}), "");
-    links.Put([] {
-        net::Link link;
-        link.index = 5;
-        link.name = "eth1";
-        return link;
-    }());
-    ASSERT_EQ(state.Apply(UpdateInterface{"eth1", "c1", "", {.rate = 10, .maxHeaderSize = 64}}), "");
-    EXPECT_THAT(source.calls, ElementsAre("add 5 1/10 64 in out"));
+    SampleEth1();
+    EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in out"));
     sampling.End();
-    EXPECT_THAT(source.calls, ElementsAre("add 5 1/10 64 in out", "remove 5"));
+    EXPECT_THAT(Calls(), ElementsAre("remove 5"));
 }
 
 }  // namespace

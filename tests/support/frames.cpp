@@ -5,25 +5,32 @@
 #include <google/protobuf/message_lite.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <stdexcept>
 #include <system_error>
 
 namespace support {
 
-FrameClient::FrameClient(const std::filesystem::path& socket)
-    : m_descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+sockaddr_un UnixAddress(const std::filesystem::path& socket)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const std::string path = socket.string();
+    if (path.size() >= sizeof address.sun_path) throw std::runtime_error("too long for a socket: " + path);
     std::copy(path.begin(), path.end(), address.sun_path);
+    return address;
+}
+
+FrameClient::FrameClient(const std::filesystem::path& socket)
+    : m_descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+{
+    const sockaddr_un address = UnixAddress(socket);
     if (connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        throw std::system_error(errno, std::generic_category(), "connect to " + path);
+        throw std::system_error(errno, std::generic_category(), "connect to " + socket.string());
 }
 
 FrameClient::~FrameClient() { close(m_descriptor); }

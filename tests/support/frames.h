@@ -4,6 +4,8 @@
 #ifndef SUPPORT_FRAMES_H
 #define SUPPORT_FRAMES_H
 
+#include <sys/un.h>
+
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -42,6 +44,9 @@ private:
     bool AwaitReadable(std::chrono::milliseconds within) const;
     int m_descriptor = -1;
 };
+
+/// Where a Unix socket is. Throws std::runtime_error where the path is too long for one.
+sockaddr_un UnixAddress(const std::filesystem::path& socket);
 
 /// The 4 bytes before a frame's content.
 std::string FrameLength(std::uint32_t length);

@@ -347,6 +347,19 @@ Bytes UdpFrame(const FrameOptions& options)
     return writer.Take();
 }
 
+std::uint64_t NumberOf(std::span<const std::byte> frame)
+{
+    constexpr std::size_t kEthernet = 14, kUdp = 8, kNumber = 8;
+    if (frame.size() < kEthernet) return 0;
+    const bool six = frame[12] == std::byte{0x86};
+    const std::size_t at = kEthernet + (six ? 40 : 20) + kUdp;
+    if (frame.size() < at + kNumber || frame[kEthernet + (six ? 6 : 9)] != std::byte{IPPROTO_UDP}) return 0;
+    std::uint64_t number = 0;
+    for (const std::byte byte : frame.subspan(at, kNumber))
+        number = number << 8U | std::to_integer<std::uint64_t>(byte);
+    return number;
+}
+
 Bytes EthernetFrame(std::uint8_t from, std::uint8_t to, std::uint16_t etherType, std::size_t size)
 {
     Writer writer(size);

@@ -107,6 +107,8 @@ struct FrameOptions {
 
 /// An Ethernet frame with IPv4 or IPv6 (by the addresses' form) and UDP, checksums right for IPv4.
 Bytes UdpFrame(const FrameOptions& options);
+/// The number in an untagged frame that UdpFrame has made, or in its beginning; 0 where there is none.
+std::uint64_t NumberOf(std::span<const std::byte> frame);
 /// Any EtherType; the payload is a pattern.
 Bytes EthernetFrame(std::uint8_t from, std::uint8_t to, std::uint16_t etherType, std::size_t size);
 

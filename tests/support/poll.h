@@ -39,6 +39,22 @@ void Await(const std::string& what, Condition&& condition, std::chrono::millisec
     if (!Becomes(condition, within)) throw TimedOut("waited in vain for: " + what);
 }
 
+/// Waits until what the function returns has been the same for so long. Throws TimedOut likewise.
+template <typename Value>
+void AwaitStill(const std::string& what, Value&& value, std::chrono::milliseconds time)
+{
+    auto since = std::chrono::steady_clock::now();
+    auto last = value();
+    Await(what, [&] {
+        const auto now = std::chrono::steady_clock::now();
+        if (auto fresh = value(); fresh != last) {
+            last = fresh;
+            since = now;
+        }
+        return now - since >= time;
+    });
+}
+
 }  // namespace support
 
 #endif

@@ -2,31 +2,25 @@
 
 #include "support/sampling_world.h"
 
-#include <linux/bpf.h>
-#include <sys/socket.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <cstring>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 
 #include "support/poll.h"
-#include "support/world.h"
 
 namespace support {
 namespace {
 
+constexpr unsigned kPorts = 2;
+
 /// All cables and the bridge, with two runs of `ip`.
-void MakeSwitch(unsigned ports)
+void MakeSwitch()
 {
     std::string lines;
     std::vector<std::string> names;
-    for (unsigned port = 1; port <= ports; ++port) {
+    for (unsigned port = 1; port <= kPorts; ++port) {
         const std::string number = std::to_string(port);
         lines += "link add p" + number + " type veth peer name h" + number + "\n";
         lines += "link set h" + number + " up\nlink set p" + number + " up\n";
@@ -40,65 +34,26 @@ void MakeSwitch(unsigned ports)
 }
 
 /// A cable drops what it is given for a while after it came up. The bridge learns the hosts besides.
-void AwaitCables(unsigned ports)
+void AwaitCables()
 {
-    for (unsigned port = 1; port <= ports; ++port) {
+    for (unsigned port = 1; port <= kPorts; ++port) {
         const std::string number = std::to_string(port);
         Injector host("h" + number);
         const auto from = static_cast<std::uint8_t>(port);
         const Bytes frame = SamplingWorld::Frame(from, port == 1 ? 2 : 1);
         Await("the cable of p" + number, [&] {
             host.Send(frame);
-            return SamplingWorld::Statistic("p" + number) > 0;
+            return Received("p" + number) > 0;
         });
     }
 }
 
-/// The smallest program that could be attached: it passes everything on. Negative where none is allowed.
-int LoadProgram()
-{
-    std::array<bpf_insn, 2> program{};
-    program[0].code = BPF_ALU64 | BPF_MOV | BPF_K;
-    program[1].code = BPF_JMP | BPF_EXIT;
-    bpf_attr load{};
-    load.prog_type = BPF_PROG_TYPE_SCHED_CLS;
-    load.insns = reinterpret_cast<std::uintptr_t>(program.data());
-    load.insn_cnt = program.size();
-    load.license = reinterpret_cast<std::uintptr_t>("GPL");
-    return static_cast<int>(::syscall(SYS_bpf, BPF_PROG_LOAD, &load, sizeof load));
-}
-
 }  // namespace
 
-int ProgramsAtTcx(const std::string& device)
+SamplingWorld::SamplingWorld(ManagerOptions options) : m_options(std::move(options))
 {
-    constexpr std::uint32_t kTcxIngress = 46;  // not in every linux/bpf.h yet
-    bpf_attr query{};
-    query.query.target_fd = Network::Index(device);  // the interface's index takes this place
-    query.query.attach_type = kTcxIngress;
-    if (::syscall(SYS_bpf, BPF_PROG_QUERY, &query, sizeof query) == 0)
-        return static_cast<int>(query.query.prog_cnt);
-    return errno == ENOENT ? 0 : -1;
-}
-
-std::string WhyNotSource(const std::string& source)
-{
-    if (source == "packet-socket") {
-        const int socket = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-        if (socket < 0) return std::string("no packet sockets here: ") + std::strerror(errno);
-        ::close(socket);
-        return "";
-    }
-    const int program = LoadProgram();
-    if (program < 0) return std::string("no eBPF programs here: ") + std::strerror(errno);
-    ::close(program);
-    return source == "ebpf-tcx" && ProgramsAtTcx("lo") < 0 ? "the kernel has no tcx" : "";
-}
-
-SamplingWorld::SamplingWorld(SamplingOptions options) : m_options(std::move(options))
-{
-    MakeSwitch(m_options.ports);
-    AwaitCables(m_options.ports);
+    MakeSwitch();
+    AwaitCables();
     StartManager();
     OpenSession();
 }
@@ -110,20 +65,10 @@ void SamplingWorld::StartManager()
     m_service.reset();
     m_manager.reset();
     m_before = 0;
-    Command command{.argv = m_options.before, .environment = m_options.environment};
-    command.argv.insert(command.argv.end(), {World::Program("sflow-mgr"), "--journal", JournalPath(),
-                                             "--metrics", "127.0.0.1:" + std::to_string(MetricsPort())});
-    command.argv.insert(command.argv.end(), m_options.arguments.begin(), m_options.arguments.end());
-    command.environment["SFLOW_RUN_DIR"] = Dir() / "run";
-    command.environment["SFLOW_LOG"] = Dir() / "log";
-    command.environment["SFLOW_LOG_LEVEL"] = std::to_string(m_options.logLevel);
-    command.errors = Dir() / "errors";
-    m_manager = std::make_unique<Process>(command);
-    Await("sflow-mgr to listen", [&] {
-        if (!m_manager->Running())
-            throw std::runtime_error("sflow-mgr has ended: " + ReadFile(Dir() / "errors") + Log());
-        return Accepts(Socket());
-    });
+    ManagerOptions options = m_options;
+    options.arguments.insert(options.arguments.end(), {"--journal", JournalPath(), "--metrics",
+                                                       "127.0.0.1:" + std::to_string(MetricsPort())});
+    m_manager = std::make_unique<ManagerProcess>(Dir(), options);
 }
 
 void SamplingWorld::OpenSession()
@@ -156,24 +101,6 @@ void SamplingWorld::AwaitApplied() const
 void SamplingWorld::AddCollector(const std::string& name, const DecodingCollector& at, std::uint16_t size)
 {
     m_service->AddCollector(name, at.Address(), at.Port(), size);
-}
-
-std::uint64_t SamplingWorld::Statistic(const std::string& device, bool sent)
-{
-    constexpr int kColumnsBetween = 8;
-    std::ifstream devices("/proc/thread-self/net/dev");
-    for (std::string line; std::getline(devices, line);) {
-        std::istringstream words(line);
-        std::string name;
-        if (!std::getline(words >> std::ws, name, ':') || name != device) continue;
-        std::uint64_t bytes = 0, packets = 0, unused = 0;
-        words >> bytes >> packets;
-        if (!sent) return packets;
-        for (int i = 2; i < kColumnsBetween; ++i) words >> unused;
-        words >> bytes >> packets;
-        return packets;
-    }
-    throw std::runtime_error("no counters of " + device);
 }
 
 Bytes SamplingWorld::Frame(std::uint8_t from, std::uint8_t to, std::size_t size)

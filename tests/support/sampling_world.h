@@ -1,6 +1,6 @@
 // A small switch of a test's own, with a real sflow-mgr on it: a network namespace with a bridge "br0", its
-// ports "p1", "p2" … and the hosts' ends of their cables "h1", "h2" …, whose hosts have the MAC addresses
-// Mac(1), Mac(2) … (network.h). The test is the sFlow service's client. Nothing but the test sends there.
+// ports "p1" and "p2" and the hosts' ends of their cables "h1" and "h2", whose hosts have the MAC addresses
+// Mac(1) and Mac(2) (network.h). The test is the sFlow service's client. Nothing but the test sends there.
 // Knows nothing of GoogleTest.
 
 #ifndef TESTS_SUPPORT_SAMPLING_WORLD_H
@@ -9,47 +9,30 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <map>
 #include <memory>
-#include <optional>
 #include <string>
-#include <vector>
 
 #include "support/decoding_collector.h"
+#include "support/kernel.h"
+#include "support/manager_process.h"
 #include "support/metrics.h"
 #include "support/network.h"
-#include "support/process.h"
 #include "support/service_client.h"
 
 namespace support {
 
-struct SamplingOptions {
-    std::vector<std::string> arguments{};              // of sflow-mgr, beyond --metrics and --journal
-    std::map<std::string, std::string> environment{};  // of sflow-mgr, likewise
-    std::vector<std::string> before{};                 // words before its path: a program that runs it
-    unsigned ports = 2;
-    int logLevel = 11;
-};
-
-/// Empty where a source of packets ("ebpf-tcx", "ebpf-clsact", "packet-socket") is allowed in the namespace
-/// that the process is in, else why not: for GTEST_SKIP. Asks the kernel, not the manager, so that what fails
-/// in the manager is no reason to skip.
-std::string WhyNotSource(const std::string& source);
-
-/// Programs at the device's tcx ingress; negative where the kernel can't say.
-int ProgramsAtTcx(const std::string& device);
-
 class SamplingWorld {
 public:
-    /// Moves the process into the namespace: before it has a second thread, and once. Starts the manager
-    /// and opens the session. Throws where namespaces can't be made; see Network::WhyNot.
-    explicit SamplingWorld(SamplingOptions options = {});
+    /// Moves the process into the namespace: before it has a second thread, and once. Starts the manager,
+    /// with --metrics and --journal and these options, and opens the session. Throws where namespaces can't
+    /// be made; see Network::WhyNot.
+    explicit SamplingWorld(ManagerOptions options = {});
     SamplingWorld(const SamplingWorld&) = delete;
     SamplingWorld& operator=(const SamplingWorld&) = delete;
     ~SamplingWorld();
 
     [[nodiscard]] std::filesystem::path Dir() const { return m_dir.Path(); }
-    [[nodiscard]] std::filesystem::path Socket() const { return Dir() / "run" / "manager.sock"; }
+    [[nodiscard]] std::filesystem::path Socket() const { return m_manager->Socket(); }
     [[nodiscard]] std::filesystem::path JournalPath() const { return Dir() / "journal"; }
     [[nodiscard]] static constexpr std::uint16_t MetricsPort() { return 9100; }
 
@@ -59,9 +42,9 @@ public:
     void OpenSession();
     void CloseSession();
 
-    [[nodiscard]] Process& Manager() { return *m_manager; }
+    [[nodiscard]] ManagerProcess& Manager() { return *m_manager; }
     [[nodiscard]] ServiceClient& Service() { return *m_service; }
-    [[nodiscard]] std::string Log() const { return ReadFile(Dir() / "log"); }
+    [[nodiscard]] std::string Log() const { return m_manager->Log(); }
     [[nodiscard]] Metrics Numbers() const { return Metrics::Fetch(MetricsPort()); }
 
     /// Waits until the operations that were sent are in effect.
@@ -70,17 +53,14 @@ public:
     /// Tells the service of a collector.
     void AddCollector(const std::string& name, const DecodingCollector& at, std::uint16_t size = 1400);
 
-    /// Packets that the kernel has counted at a device of the namespace, received or sent.
-    [[nodiscard]] static std::uint64_t Statistic(const std::string& device, bool sent = false);
-
     /// An Ethernet frame from the host at h`from` to that at h`to`.
     [[nodiscard]] static Bytes Frame(std::uint8_t from, std::uint8_t to, std::size_t size = 200);
 
 private:
-    SamplingOptions m_options;
+    ManagerOptions m_options;
     TempDir m_dir;
     Network m_network;
-    std::unique_ptr<Process> m_manager;
+    std::unique_ptr<ManagerProcess> m_manager;
     std::unique_ptr<ServiceClient> m_service;
     std::uint64_t m_before = 0;  // operations of this manager's earlier sessions
 };

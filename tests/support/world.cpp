@@ -3,22 +3,17 @@
 #include "support/world.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstring>
 #include <stdexcept>
+
+#include "support/frames.h"
 
 namespace support {
 
 bool Accepts(const std::filesystem::path& socket)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string path = socket.string();
-    if (path.size() >= sizeof address.sun_path) throw std::runtime_error("too long for a socket: " + path);
-    std::copy(path.begin(), path.end(), address.sun_path);
+    const sockaddr_un address = UnixAddress(socket);
     const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const bool accepted =
         connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
