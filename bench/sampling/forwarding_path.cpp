@@ -2,9 +2,6 @@
 
 #include "sampling/forwarding_path.h"
 
-#include <unistd.h>
-
-#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -15,15 +12,11 @@ namespace {
 
 constexpr std::uint8_t kHostANumber = 0xa, kDestinationNumber = 0x99;
 
-/// A new namespace has bridged IPv4 go through netfilter, where the kernel can; switches turn this off.
-void LeaveNetfilterOut() { std::ofstream("/proc/sys/net/bridge/bridge-nf-call-iptables") << "0"; }
-
 }  // namespace
 
 ForwardingPath::ForwardingPath()
 {
     using support::Network;
-    LeaveNetfilterOut();
     Network::Veth(kHostA, kIn);
     Network::Veth(kHostB, kOut);
     Network::MakeBridge("br0", {kIn, kOut});

@@ -2,13 +2,17 @@
 
 #include "sampling/measured_manager.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
 
 #include "sampling/forwarding_path.h"
+#include "support/frames.h"
 #include "support/kernel.h"
 
 namespace sampling {
@@ -18,10 +22,23 @@ constexpr const char* kCollector = "c1";
 
 }  // namespace
 
+SilentDatabase::SilentDatabase(const std::filesystem::path& socket)
+    : m_socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+{
+    const sockaddr_un address = support::UnixAddress(socket);
+    std::filesystem::create_directories(socket.parent_path());
+    if (m_socket < 0 || ::bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(m_socket, 1) != 0)
+        throw std::system_error(errno, std::generic_category(), socket.string());
+}
+
+SilentDatabase::~SilentDatabase() { ::close(m_socket); }
+
 std::string NameOf(Capture capture) { return capture == Capture::kEbpf ? "eBPF" : "packet sockets"; }
 
 MeasuredManager::MeasuredManager(Capture capture, std::uint16_t collectorPort)
     : m_capture(capture),
+      m_database(m_dir.Path() / "run" / "cdb.sock"),
       m_manager(m_dir.Path(),
                 {.arguments = {"--source", capture == Capture::kEbpf ? "ebpf" : "packet-socket"},
                  .before = {"taskset", "--cpu-list", std::to_string(kManagerCore)},

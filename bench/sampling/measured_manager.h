@@ -5,6 +5,7 @@
 #define SAMPLING_MEASURED_MANAGER_H
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 #include "support/manager_process.h"
@@ -16,6 +17,19 @@ enum class Capture { kEbpf, kPacketSockets };
 
 /// "eBPF" and so on, for the table.
 std::string NameOf(Capture capture);
+
+/// The database that the manager is connected to on a switch, which has nothing to ask: without it the
+/// manager would try to connect for ever.
+class SilentDatabase {
+public:
+    explicit SilentDatabase(const std::filesystem::path& socket);
+    SilentDatabase(const SilentDatabase&) = delete;
+    SilentDatabase& operator=(const SilentDatabase&) = delete;
+    ~SilentDatabase();
+
+private:
+    int m_socket;
+};
 
 class MeasuredManager {
 public:
@@ -48,6 +62,7 @@ private:
 
     Capture m_capture;
     support::TempDir m_dir;
+    SilentDatabase m_database;
     support::ManagerProcess m_manager;
     support::ServiceClient m_service;
 };

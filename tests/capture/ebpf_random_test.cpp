@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sched.h>
 
 #include "capture/ebpf_world.h"
 
@@ -14,15 +13,6 @@ namespace {
 
 class EbpfRandomTest : public EbpfWorld {
 protected:
-    void SetUp() override
-    {
-        // One CPU, so that its pool is the interface's and consecutive samples' pools give the gaps.
-        cpu_set_t one;
-        CPU_ZERO(&one);
-        CPU_SET(0, &one);
-        ASSERT_EQ(::sched_setaffinity(0, sizeof(one), &one), 0);
-        EbpfWorld::SetUp();
-    }
     void CrossMany(std::size_t count)
     {
         const auto frames = Frames(10'000, 60);

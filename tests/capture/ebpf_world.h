@@ -15,6 +15,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <boost/asio/io_context.hpp>
 
 #include "capture/ebpf_source.h"
@@ -54,6 +55,11 @@ protected:
     void SetUp() override
     {
         if (const auto why = support::Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
+        // One CPU sends and draws: its pool is then the interface's, and samples come in the frames' order.
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(static_cast<std::size_t>(std::max(0, ::sched_getcpu())), &one);
+        ASSERT_EQ(::sched_setaffinity(0, sizeof(one), &one), 0);
         network.emplace();
         support::Network::Veth("left", "right");
         left = support::Network::Index("left");

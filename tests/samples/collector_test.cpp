@@ -21,8 +21,9 @@ protected:
     /// A frame's sample in a datagram of its own.
     static void Sample(Collector& collector)
     {
+        const std::size_t before = collector.Flows().size();
         Injector("h1").Send(support::UdpFrame({}));
-        collector.AwaitFlows(collector.Flows().size() + 1);
+        collector.AwaitFlows(before + 1);
     }
     /// Samples p1 for a collector at the port.
     void StartAt(std::uint16_t port)

@@ -19,9 +19,9 @@ using Bytes = std::vector<std::byte>;
 
 class Network {
 public:
-    /// Moves the process (which has one thread yet) into a new namespace with loopback up and without
-    /// IPv6 autoconfiguration, so that nothing sends but the test. Throws std::runtime_error with the
-    /// reason where that is not allowed.
+    /// Moves the process (which has one thread yet) into a new namespace with loopback up, without IPv6
+    /// autoconfiguration, so that nothing sends but the test, and with bridged frames kept from the firewall.
+    /// Throws std::runtime_error with the reason where that is not allowed.
     Network();
     Network(const Network&) = delete;
     Network& operator=(const Network&) = delete;

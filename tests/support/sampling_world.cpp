@@ -2,9 +2,6 @@
 
 #include "support/sampling_world.h"
 
-#include <unistd.h>
-
-#include <fstream>
 #include <stdexcept>
 #include <utility>
 
@@ -28,9 +25,6 @@ void MakeSwitch()
     }
     Network::Ip(lines);
     Network::MakeBridge("br0", names);
-    // Not what is tested, and slow.
-    const std::string toFirewall = "/proc/sys/net/bridge/bridge-nf-call-iptables";
-    if (::access(toFirewall.c_str(), W_OK) == 0) std::ofstream(toFirewall) << "0";
 }
 
 /// A cable drops what it is given for a while after it came up. The bridge learns the hosts besides.
