@@ -13,7 +13,10 @@
 namespace capture {
 EbpfWaker::EbpfWaker(boost::asio::io_context& loop, ipc::Timers& timers, int ring,
                      volatile SharedWords& shared, std::function<bool()> look)
-    : m_timers(timers), m_shared(shared), m_look(std::move(look)), m_wakes(loop)
+    : m_shared(shared),
+      m_look(std::move(look)),
+      m_wakes(loop),
+      m_alarm(timers.MakeAlarm([this] { OnTime(); }))
 {
     const int epoll = ::epoll_create1(EPOLL_CLOEXEC);
     if (epoll < 0) throw Refusal("the ring of samples can't be waited for", errno);
@@ -39,28 +42,22 @@ void EbpfWaker::OnWake()
     (void)::epoll_wait(m_wakes.native_handle(), &event, 1, 0);  // takes the edge
     m_look();
     m_last = false;
-    Arm();
+    m_alarm->Set(kRhythm);
     Wait();
 }
 
 void EbpfWaker::OnTime()
 {
-    m_timer = nullptr;
     if (m_look()) {
         m_last = false;
-        return Arm();
+        return m_alarm->Set(kRhythm);
     }
     if (m_last) return;  // to sleep; the program has been asked to wake us
     // What comes between the look above and the wish to be woken would wait for its successor: so look
     // again, and a last time when whatever was on its way then must have arrived.
     __atomic_store_n(&m_shared.waiting, 1U, __ATOMIC_SEQ_CST);
     m_last = !m_look();
-    Arm();
-}
-
-void EbpfWaker::Arm()
-{
-    m_timer = m_timers.After(kRhythm, [this] { OnTime(); });
+    m_alarm->Set(kRhythm);
 }
 
 }  // namespace capture

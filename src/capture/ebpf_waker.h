@@ -1,6 +1,6 @@
 // When to look into the ring. The program wakes the process for the first record after a time of silence
 // and when the ring fills; in between a timer looks. So silence costs nothing, a lone packet arrives at
-// once, and a stream of packets costs eleven wake-ups a second. Used by the eBPF source.
+// once, and a stream of packets costs ten wake-ups a second. Used by the eBPF source.
 
 #ifndef CAPTURE_EBPF_WAKER_H
 #define CAPTURE_EBPF_WAKER_H
@@ -19,7 +19,7 @@ namespace capture {
 class EbpfWaker {
 public:
     /// Between two looks while packets come.
-    static constexpr std::chrono::milliseconds kRhythm{95};
+    static constexpr std::chrono::milliseconds kRhythm{98};
 
     /// `look` drains the ring and says whether anything was in it. Throws Unavailable.
     EbpfWaker(boost::asio::io_context& loop, ipc::Timers& timers, int ring, volatile SharedWords& shared,
@@ -32,15 +32,13 @@ private:
     void Wait();
     void OnWake();
     void OnTime();
-    void Arm();
 
-    ipc::Timers& m_timers;
     volatile SharedWords& m_shared;
     std::function<bool()> m_look;
     // An epoll of the ring alone, edge-triggered: the loop must hear of wake-ups, not of data that wait.
     boost::asio::posix::stream_descriptor m_wakes;
     bool m_last = false;  // one more look before the process sleeps
-    std::shared_ptr<void> m_timer;
+    const std::unique_ptr<ipc::Alarm> m_alarm;
 };
 
 }  // namespace capture

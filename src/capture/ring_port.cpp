@@ -11,7 +11,7 @@ using std::chrono::milliseconds;
 // Between two looks at a ring. As many packets as one core can send into an interface, times what a sample
 // takes of a ring, say how soon two thirds of it may be full.
 constexpr milliseconds kLeastPause{5};
-constexpr milliseconds kMostPause{90};
+constexpr milliseconds kMostPause{98};
 constexpr std::uint64_t kPacketsPerMillisecond = 1000;
 constexpr std::uint64_t kSampleSize = 256;
 

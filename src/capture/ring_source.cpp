@@ -76,6 +76,7 @@ public:
           m_sink(sink),
           m_options(options),
           m_grace(timers),
+          m_alarm(timers.MakeAlarm([this] { OnTime(); })),
           m_waker(loop, [this](std::span<const std::uint32_t> keys) { OnWake(keys); }),
           m_spare(std::make_shared<RingPair>(SizeFor(kCommonRate)))
     {
@@ -262,7 +263,7 @@ private:
         }
         std::erase_if(m_looking, [](const auto& port) { return !port->looking || port->removed; });
         if (m_looking.empty()) {
-            m_timer = nullptr;
+            m_alarm->Cancel();
             m_pause = milliseconds::max();
         }
         Arm();  // sooner, where a ring fills
@@ -292,7 +293,7 @@ private:
         for (const auto& port : m_looking) pause = std::min(pause, port->pause);
         if (pause >= m_pause) return;
         m_pause = pause;
-        m_timer = m_timers.After(pause, [this] { OnTime(); });
+        m_alarm->Set(pause);
     }
 
     // ---- what waits ----
@@ -364,6 +365,7 @@ private:
     SampleSink& m_sink;
     SourceOptions m_options;
     GracePeriods m_grace;
+    const std::unique_ptr<ipc::Alarm> m_alarm;
     RingCloser m_closer;
     RingWaker m_waker;
     std::shared_ptr<RingPair> m_spare;
@@ -372,7 +374,6 @@ private:
     std::vector<Sample> m_samples;
     bool m_handingOver = false;  // a sink that calls us from its callback must not hand over again
     milliseconds m_pause = milliseconds::max();  // until the timer looks
-    std::shared_ptr<void> m_timer;
     std::shared_ptr<void> m_counting;
 };
 

@@ -2,13 +2,118 @@
 
 #include "ipc/timers.h"
 
+#include <cerrno>
+#include <system_error>
 #include <utility>
 
+#include <sys/timerfd.h>
+
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
 
 namespace ipc {
 namespace {
+
+using Clock = std::chrono::steady_clock;  // the kernel's CLOCK_MONOTONIC
+
+// Of any timers.
+class AlarmByTimers final : public Alarm {
+public:
+    AlarmByTimers(Timers& timers, std::function<void()> action)
+        : m_timers(timers), m_action(std::move(action))
+    {
+    }
+    void Set(std::chrono::milliseconds delay) override { m_pending = m_timers.After(delay, m_action); }
+    void Cancel() override { m_pending = nullptr; }
+
+private:
+    Timers& m_timers;
+    const std::function<void()> m_action;
+    std::shared_ptr<void> m_pending;
+};
+
+// A descriptor of its own, for which the loop waits all the time.
+class LoopAlarm final : public Alarm {
+public:
+    LoopAlarm(boost::asio::io_context& loop, std::function<void()> action)
+        : m_state(std::make_shared<State>(loop, std::move(action)))
+    {
+        Wait(m_state);
+    }
+
+    void Set(std::chrono::milliseconds delay) override
+    {
+        m_state->isSet = true;
+        m_state->due = Clock::now() + delay;
+        m_state->Arm(m_state->due);
+    }
+
+    void Cancel() override
+    {
+        m_state->isSet = false;
+        m_state->Arm({});
+    }
+
+private:
+    struct State {
+        State(boost::asio::io_context& loop, std::function<void()> what)
+            : timer(loop, MakeTimer()), action(std::move(what))
+        {
+        }
+
+        // Nobody reads the timer: to arm it takes back that it is readable. Never: at the clock's beginning.
+        void Arm(Clock::time_point at)
+        {
+            const auto since = at.time_since_epoch();
+            const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
+            itimerspec time{};
+            time.it_value = {.tv_sec = seconds.count(),
+                             .tv_nsec = std::chrono::nanoseconds(since - seconds).count()};
+            (void)::timerfd_settime(timer.native_handle(), TFD_TIMER_ABSTIME, &time, nullptr);
+        }
+
+        boost::asio::posix::stream_descriptor timer;
+        const std::function<void()> action;
+        Clock::time_point due;
+        bool isSet = false;
+    };
+
+    static int MakeTimer()
+    {
+        const int timer = ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+        if (timer < 0) throw std::system_error(errno, std::generic_category(), "timer");
+        return timer;
+    }
+
+    static void Wait(const std::shared_ptr<State>& state)
+    {
+        state->timer.async_wait(boost::asio::posix::stream_descriptor::wait_read,
+                                [held = std::weak_ptr<State>(state)](const boost::system::error_code& error) {
+                                    const auto still = held.lock();
+                                    if (!error && still != nullptr) OnReadable(still);
+                                });
+    }
+
+    // Waits again when the timer is not readable any more, whatever the action does.
+    static void OnReadable(const std::shared_ptr<State>& state)
+    {
+        struct Waiting {
+            const std::shared_ptr<State>& state;
+            ~Waiting()
+            {
+                if (!state->isSet) state->Arm({});
+                Wait(state);
+            }
+        } const waiting{state};
+        // Set again or cancelled when the news was under way.
+        if (!state->isSet || Clock::now() < state->due) return;
+        state->isSet = false;
+        state->action();
+    }
+
+    const std::shared_ptr<State> m_state;
+};
 
 struct Pending {
     Pending(boost::asio::io_context& loop, std::function<void()> what) : timer(loop), action(std::move(what))
@@ -36,11 +141,21 @@ public:
         return pending;
     }
 
+    std::unique_ptr<Alarm> MakeAlarm(std::function<void()> action) override
+    {
+        return std::make_unique<LoopAlarm>(m_loop, std::move(action));
+    }
+
 private:
     boost::asio::io_context& m_loop;
 };
 
 }  // namespace
+
+std::unique_ptr<Alarm> Timers::MakeAlarm(std::function<void()> action)
+{
+    return std::make_unique<AlarmByTimers>(*this, std::move(action));
+}
 
 std::unique_ptr<Timers> MakeTimers(boost::asio::io_context& loop)
 {

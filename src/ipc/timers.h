@@ -13,6 +13,20 @@ class io_context;
 
 namespace ipc {
 
+/// A timer that is set over and over. What is on the hot path has one: to set it allocates nothing and costs
+/// one system call.
+class Alarm {
+public:
+    Alarm() = default;
+    Alarm(const Alarm&) = delete;
+    Alarm& operator=(const Alarm&) = delete;
+    virtual ~Alarm() = default;
+
+    /// The action is called once, `delay` from now, and not at the time that was set before.
+    virtual void Set(std::chrono::milliseconds delay) = 0;
+    virtual void Cancel() = 0;
+};
+
 class Timers {
 public:
     Timers() = default;
@@ -23,6 +37,9 @@ public:
     /// Calls `action` once from the loop, `delay` from now. Dropping the result cancels it.
     [[nodiscard]] virtual std::shared_ptr<void> After(std::chrono::milliseconds delay,
                                                       std::function<void()> action) = 0;
+
+    /// Not set yet. Dropping it cancels it. Throws std::system_error when there are no descriptors left.
+    [[nodiscard]] virtual std::unique_ptr<Alarm> MakeAlarm(std::function<void()> action);
 };
 
 /// The real time, on the loop given, which must outlive it.

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <string>
 
+#include <boost/asio/detail/concurrency_hint.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 
@@ -34,7 +35,8 @@ void Run(const manager::Options& options)
     const std::string directory = RunDirectory();
     std::filesystem::create_directories(directory);
 
-    boost::asio::io_context loop;
+    // One thread only: no locks.
+    boost::asio::io_context loop(BOOST_ASIO_CONCURRENCY_HINT_UNSAFE);
     boost::asio::signal_set signals(loop, SIGTERM, SIGINT);
     signals.async_wait([&loop](const boost::system::error_code& error, int) {
         if (!error) loop.stop();
