@@ -84,7 +84,8 @@ const std::vector<std::string>& Diagnosis::Wanted(const std::string& interface, 
 
 void Diagnosis::Agent()
 {
-    if (m_snapshot.agentAddress || m_snapshot.interfaces.empty()) return;
+    // 0.0.0.0 is what the configuration daemon sends where it knows no address.
+    if (m_snapshot.agentAddress.value_or(0) != 0 || m_snapshot.interfaces.empty()) return;
     Add(Subject::kAgent, "agent", Reason::kNoAgentAddress, text::NoAgentAddress());
 }
 

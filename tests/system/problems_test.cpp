@@ -134,6 +134,21 @@ TEST_F(Problems, EachInterfaceAndCollectorThatDoesNotFlowHasALineUntilItIsMended
     EXPECT_GT(there.Count(), 0U);
 }
 
+TEST_F(Problems, AnAgentAddressThatNobodyKnowsHasALineUntilThereIsOne)
+{
+    Network::Veth("busy", "busy-far");
+    Start("", Interface("busy", "c1"));
+    Awaits({}, {"busy-far"});
+    m_world->CliDone("delete oam sflow agent ipv4; commit");
+    Awaits({"agent agent no-agent-address: there is no agent address, so a collector can't tell whose "
+            "datagrams these are; set oam sflow agent ipv4 ADDRESS, or give a management interface an "
+            "address"},
+           {"busy-far"});
+    EXPECT_THAT(m_world->CliDone("show sflow agent"), HasSubstr("0.0.0.0"));
+    m_world->CliDone("set interface mgmt m ipv4 address ip 192.0.2.1/24; commit");
+    Awaits({}, {"busy-far"});
+}
+
 TEST_F(Problems, WithoutPermissionEachInterfaceSaysSo)
 {
     Network::Veth("busy", "far");
