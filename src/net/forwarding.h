@@ -28,7 +28,7 @@ struct Destination {
         kDiscarded,  // a black hole or an unreachable route
     };
     struct Route {
-        Address nextHop;              // size 0: directly connected
+        Address nextHop;              // directly connected: all zeros, of the packet's family
         std::uint8_t sourceBits = 0;  // prefix lengths of the routes to both
         std::uint8_t destinationBits = 0;
         friend bool operator==(const Route&, const Route&) = default;

@@ -33,7 +33,9 @@ std::optional<Routes::Found> Routes::Find(std::uint32_t ifIndex, const Address& 
     // The way back tells the source's prefix.
     const auto back = Answer({0, source, {}}, {});
     if (!back) return std::nullopt;
-    found.route = {answer->nextHop, back->bits, answer->bits};
+    // A directly connected destination is its own next hop: the address that is none, of its family.
+    const Address none{destination.size, {}};
+    found.route = {answer->nextHop.size != 0 ? answer->nextHop : none, back->bits, answer->bits};
     return found;
 }
 

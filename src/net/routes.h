@@ -19,7 +19,7 @@ namespace net {
 struct RouteAnswer {
     Destination::Kind kind = Destination::Kind::kUnknown;
     std::uint32_t ifIndex = 0;
-    Address nextHop;
+    Address nextHop;         // size 0: directly connected
     std::uint8_t bits = 0;   // prefix length of the route
     bool perSource = false;  // may differ for another source
 };

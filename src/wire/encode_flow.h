@@ -31,10 +31,10 @@ constexpr std::uint32_t CompactPort(const Port& port)
            (port.value & ((std::uint32_t{1} << kValueBits) - 1));
 }
 
-/// How much of an address is sent: a size that no address has counts as an unknown address.
-constexpr std::size_t AddressSize(const Address& address)
+/// There is a router and it has an address: no other is sent.
+constexpr bool HasRouter(const FlowSample& sample)
 {
-    return address.size == 4 || address.size == 16 ? address.size : 0;
+    return sample.router && (sample.router->nextHop.size == 4 || sample.router->nextHop.size == 16);
 }
 
 /// The bytes of the sample with prefix and records, but none of the sampled header.
@@ -42,8 +42,8 @@ constexpr std::size_t BareSize(const FlowSample& sample, Encoding encoding)
 {
     std::size_t size = kPrefixSize + (encoding == Encoding::kCompact ? kFlowSize : kExpandedFlowSize) +
                        kPrefixSize + kSampledHeaderSize + kPrefixSize + kExtendedSwitchSize;
-    if (sample.router) {
-        size += kPrefixSize + kExtendedRouterSize + AddressSize(sample.router->nextHop);
+    if (HasRouter(sample)) {
+        size += kPrefixSize + kExtendedRouterSize + sample.router->nextHop.size;
     }
     return size;
 }
@@ -113,10 +113,8 @@ inline void WriteSwitch(XdrWriter& to, const FlowSample& sample)
 
 inline void WriteRouter(XdrWriter& to, const ExtendedRouter& router)
 {
-    const std::size_t addressSize = AddressSize(router.nextHop);
-    const AddressType type = addressSize == 4    ? AddressType::kIpv4
-                             : addressSize == 16 ? AddressType::kIpv6
-                                                 : AddressType::kUnknown;
+    const std::size_t addressSize = router.nextHop.size;
+    const AddressType type = addressSize == 4 ? AddressType::kIpv4 : AddressType::kIpv6;
     WritePrefix(to, FlowRecord::kExtendedRouter, kExtendedRouterSize + addressSize);
     to.Word(static_cast<std::uint32_t>(type));
     to.Words(router.nextHop.bytes.data(), addressSize);
@@ -144,10 +142,11 @@ inline std::size_t EncodeFlow(const FlowSample& sample, Encoding encoding, std::
     } else {
         WriteExpandedFields(to, sample);
     }
-    to.Word(sample.router ? 3 : 2);
+    const bool routed = HasRouter(sample);
+    to.Word(routed ? 3 : 2);
     WriteHeader(to, sample, headerSize);
     WriteSwitch(to, sample);
-    if (sample.router) {
+    if (routed) {
         WriteRouter(to, *sample.router);
     }
     return size;

@@ -28,7 +28,7 @@ enum class CounterRecord : std::uint32_t {
     kPortName = 1005,
 };
 
-enum class AddressType : std::uint32_t { kUnknown = 0, kIpv4 = 1, kIpv6 = 2 };
+enum class AddressType : std::uint32_t { kIpv4 = 1, kIpv6 = 2 };
 
 /// Bytes of a sample's or record's format and length.
 inline constexpr std::size_t kPrefixSize = 8;

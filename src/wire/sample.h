@@ -39,6 +39,8 @@ struct Address {
 };
 
 struct ExtendedRouter {
+    /// All zeros where the destination is directly connected. Without one there is no record: an unknown
+    /// address is in the format, but many collectors drop the rest of the datagram for it.
     Address nextHop;
     std::uint32_t sourceBits = 0;
     std::uint32_t destinationBits = 0;

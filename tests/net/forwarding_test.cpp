@@ -147,7 +147,7 @@ TEST_F(ForwardingTest, KnowsNextHopAndPrefixes)
     MakeRouter();
     const std::uint32_t out = Network::Index("w0");
     EXPECT_EQ(Routes("192.0.2.7"), Routed(out, Ipv4(203, 0, 113, 2), 24, 25));
-    EXPECT_EQ(Routes("203.0.113.9"), Routed(out, {}, 24, 28));
+    EXPECT_EQ(Routes("203.0.113.9"), Routed(out, Ipv4(0, 0, 0, 0), 24, 28));
     EXPECT_EQ(Routes("203.0.113.1"), Made(Kind::kLocal));
     EXPECT_EQ(Routes("198.51.100.1"), Made(Kind::kLocal));
     EXPECT_EQ(Routes("198.51.100.255"), Made(Kind::kLocal)) << "broadcast in the network";
@@ -240,6 +240,7 @@ TEST_F(ForwardingTest, RoutesIpv6)
     next.bytes[15] = 2;
     const Destination routed = Routed(Network::Index("w0"), next, 64, 36);
     EXPECT_EQ(Routes("2001:db8:4001::1", source), routed);
+    EXPECT_EQ(Routes("2001:db8:2::9", source), Routed(Network::Index("w0"), {16, {}}, 64, 64)) << "beside it";
     EXPECT_EQ(Routes("2001:db8:2::1", source), Made(Kind::kLocal));
     EXPECT_EQ(Routes("ff02::1", source), Made(Kind::kSeveral));
     EXPECT_EQ(Routes("3fff::1", source), Made(Kind::kDiscarded));

@@ -224,7 +224,7 @@ TEST_F(ResolverTest, WhatIsForTheBridgeInAVlanGoesToItsVlanDevice)
     EXPECT_EQ(To(1, {.to = 0x10}), Made(Kind::kDiscarded, 0, 0, 7)) << "nobody takes VLAN 7";
     PutLink(17, 0x10, {.vlanLower = kBridge, .vlanId = 7});
     Destination routed = Made(Kind::kInterface, kRouter, 0, 7);
-    routed.route = Destination::Route{{}, 24, 24};
+    routed.route = Destination::Route{{4, {}}, 24, 24};
     EXPECT_EQ(To(1, {.to = 0x10}), routed);
     EXPECT_EQ(questions.asked, (std::vector<std::uint32_t>{17, 0}));
     EXPECT_EQ(To(4, {.to = 0x10}), Made(Kind::kDiscarded, 0, 0, 8)) << "the bridge is not in 8";
@@ -235,7 +235,7 @@ TEST_F(ResolverTest, WhatIsForTheBridgeInAVlanGoesToItsVlanDevice)
 TEST_F(ResolverTest, OwnAddressesAreRoutedAndOthersDiscarded)
 {
     Destination routed = Made(Kind::kInterface, 21, 0, 0, 30);
-    routed.route = Destination::Route{{}, 24, 16};
+    routed.route = Destination::Route{{4, {}}, 24, 16};
     questions.out = 21;
     PutLink(21, 0x21, {.vlanLower = 22, .vlanId = 30});
     EXPECT_EQ(To(kRouter, {.to = 0x20, .destination = "203.0.113.9"}), routed);

@@ -34,9 +34,11 @@ public:
         answer.ifIndex = 100u + destination.bytes[3];
         if (perSource && ifIndex != 0) answer.ifIndex += 1000u * source.bytes[3];
         answer.perSource = perSource;
+        answer.nextHop = nextHop;
         return answer;
     }
     Kind kind = Kind::kInterface;
+    Address nextHop;
     bool silent = false;
     bool perSource = false;
     int asked = 0;
@@ -59,7 +61,7 @@ TEST_F(RoutesTest, AreAskedForOnce)
     ASSERT_TRUE(found);
     EXPECT_EQ(found->kind, Kind::kInterface);
     EXPECT_EQ(found->ifIndex, 109U);
-    EXPECT_EQ(found->route, (Destination::Route{{}, 8, 24}));
+    EXPECT_EQ(found->route, (Destination::Route{{4, {}}, 8, 24}));
     EXPECT_EQ(answers.asked, 2) << "there and back";
     EXPECT_EQ(Find(9)->route, found->route);
     EXPECT_EQ(answers.asked, 2);
@@ -78,6 +80,18 @@ TEST_F(RoutesTest, AreAskedForBySourceWhereThatMatters)
     EXPECT_EQ(Find(9, 1)->ifIndex, 1109U);
     EXPECT_EQ(Find(9, 2)->ifIndex, 2109U);
     EXPECT_EQ(answers.asked, asked);
+}
+
+TEST_F(RoutesTest, ADirectlyConnectedDestinationHasTheNextHopThatIsNoneOfItsFamily)
+{
+    EXPECT_EQ(Find(9)->route, (Destination::Route{{4, {}}, 8, 24}));
+    Address six, from;
+    six.size = from.size = 16;
+    six.bytes[15] = 9;
+    EXPECT_EQ(routes.Find(7, six, from)->route, (Destination::Route{{16, {}}, 8, 24}));
+    answers.nextHop = Numbered(5);
+    EXPECT_EQ(Find(10)->route, (Destination::Route{Numbered(5), 8, 24}));
+    EXPECT_EQ(Find(9)->route, (Destination::Route{{4, {}}, 8, 24})) << "as remembered";
 }
 
 TEST_F(RoutesTest, AreForgottenAsAWhole)

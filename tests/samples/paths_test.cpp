@@ -1,7 +1,6 @@
 // Where a frame goes: what a sample says of it is where the kernel has sent it, as those at the far ends
 // have heard.
 
-#include <fstream>
 #include <map>
 #include <stdexcept>
 
@@ -18,15 +17,6 @@ using support::DecodedSwitch;
 using support::FrameOptions;
 
 constexpr DecodedPort kDiscarded{1, 256};  // for a reason that is not told
-constexpr std::uint8_t kRouter = 0x30;     // the MAC address of the bridge itself
-
-void SetSwitch(const std::string& name, const std::string& value)
-{
-    std::ofstream file("/proc/sys/net/" + name);
-    file << value;
-    file.close();
-    if (!file) throw std::runtime_error("can't set " + name);
-}
 
 struct Row {
     std::string name;
@@ -52,38 +42,12 @@ protected:
             m_far["p" + number] = std::make_unique<Sniffer>("h" + number);
     }
 
-    /// The bridge's own address is a router's, with a network in another namespace behind r0.
+    /// The bridge's own address is a router's.
     void MakeRouter()
     {
         m_host = std::make_unique<Network::Host>();
-        SetSwitch("ipv6/conf/br0/disable_ipv6", "0");
-        SetSwitch("ipv6/conf/default/disable_ipv6", "0");
-        Network::Ip(
-            "link set br0 address 02:00:00:00:00:30\n"
-            "addr add 10.0.0.254/24 dev br0\n"
-            "addr add 2001:db8:a::254/64 dev br0 nodad\n"
-            "link add r0 type veth peer name r1 netns " +
-            std::to_string(m_host->Pid()) +
-            "\nlink set r0 up\n"
-            "addr add 203.0.113.1/28 dev r0\n"
-            "addr add 2001:db8:b::1/96 dev r0 nodad\n"
-            "neigh add 10.0.0.1 lladdr 02:00:00:00:00:01 nud permanent dev br0\n"
-            "neigh add 203.0.113.2 lladdr 02:00:00:00:00:42 nud permanent dev r0\n"
-            "neigh add 203.0.113.3 lladdr 02:00:00:00:00:43 nud permanent dev r0\n"
-            "neigh add 2001:db8:b::2 lladdr 02:00:00:00:00:42 nud permanent dev r0");
-        m_host->Within([&] {
-            Network::Ip("link set r1 up");
-            m_far["r0"] = std::make_unique<Sniffer>("r1");
-        });
-        support::Await("r0 to have a carrier", [] {
-            return Network::Run({"ip", "-o", "link", "show", "r0"}).find("LOWER_UP") != std::string::npos;
-        });
-        Network::Ip(
-            "route add 192.0.2.0/25 via 203.0.113.2\n"
-            "route add blackhole 192.0.2.192/26\n"
-            "route add 2001:db8:c::/48 via 2001:db8:b::2");
-        SetSwitch("ipv4/ip_forward", "1");
-        SetSwitch("ipv6/conf/all/forwarding", "1");
+        SamplesTest::MakeRouter(*m_host);
+        m_host->Within([&] { m_far["r0"] = std::make_unique<Sniffer>("r1"); });
     }
 
     void Sample()
@@ -131,12 +95,6 @@ private:
     Agent* m_agent = nullptr;
 };
 
-FrameOptions ToRouter(const std::string& destination)
-{
-    const bool six = destination.find(':') != std::string::npos;
-    return {.to = kRouter, .source = six ? "2001:db8:a::1" : "10.0.0.1", .destination = destination};
-}
-
 INSTANTIATE_TEST_SUITE_P(, PathsTest, BothSources(), NameOfSource);
 
 TEST_P(PathsTest, ABridgedFrameNamesThePortOrHowManyPortsItLeavesBy)
@@ -166,7 +124,7 @@ TEST_P(PathsTest, ARoutedPacketNamesInterfaceNextHopAndPrefixes)
     MakeRouter();
     Sample();
     const DecodedRouter far{"203.0.113.2", 24, 25};
-    const DecodedRouter near{"", 24, 28};
+    const DecodedRouter near{"0.0.0.0", 24, 28}, nearSix{"::", 64, 96};
     const DecodedRouter farSix{"2001:db8:b::2", 64, 48};
     const auto routed = [](const char* name, const char* to, const DecodedRouter& by) {
         return Row{.name = name, .frame = ToRouter(to), .port = "r0", .leaves = {"r0"}, .router = by};
@@ -176,6 +134,7 @@ TEST_P(PathsTest, ARoutedPacketNamesInterfaceNextHopAndPrefixes)
         routed("by it again", "192.0.2.7", far),
         routed("to a neighbour", "203.0.113.3", near),
         routed("IPv6 by a next hop", "2001:db8:c::7", farSix),
+        routed("IPv6 to a neighbour", "2001:db8:b::2", nearSix),
         {.name = "delivered here", .frame = ToRouter("10.0.0.254"), .output = kInternal},
         {.name = "to another address here", .frame = ToRouter("203.0.113.1"), .output = kInternal},
         {.name = "IPv6 delivered here", .frame = ToRouter("2001:db8:a::254"), .output = kInternal},

@@ -5,11 +5,33 @@
 #include <sched.h>
 
 #include <algorithm>
+#include <fstream>
 #include <ostream>
+#include <stdexcept>
 
 #include "support/traffic.h"
 
 namespace samples_tests {
+
+namespace {
+
+constexpr std::uint8_t kRouter = 0x30;  // the MAC address of the bridge itself
+
+}  // namespace
+
+void SetSwitch(const std::string& name, const std::string& value)
+{
+    std::ofstream file("/proc/sys/net/" + name);
+    file << value;
+    file.close();
+    if (!file) throw std::runtime_error("can't set " + name);
+}
+
+support::FrameOptions ToRouter(const std::string& destination)
+{
+    const bool six = destination.find(':') != std::string::npos;
+    return {.to = kRouter, .source = six ? "2001:db8:a::1" : "10.0.0.1", .destination = destination};
+}
 
 SamplesTest::~SamplesTest()
 {
@@ -46,6 +68,35 @@ void SamplesTest::MakeBridge(int ports, int mtu)
     Network::Ip(lines);
     Network::MakeBridge("br0", names);
     Network::Bridge(bridge);
+}
+
+void SamplesTest::MakeRouter(const Network::Host& host)
+{
+    SetSwitch("ipv6/conf/br0/disable_ipv6", "0");
+    SetSwitch("ipv6/conf/default/disable_ipv6", "0");
+    Network::Ip(
+        "link set br0 address 02:00:00:00:00:30\n"
+        "addr add 10.0.0.254/24 dev br0\n"
+        "addr add 2001:db8:a::254/64 dev br0 nodad\n"
+        "link add r0 type veth peer name r1 netns " +
+        std::to_string(host.Pid()) +
+        "\nlink set r0 up\n"
+        "addr add 203.0.113.1/28 dev r0\n"
+        "addr add 2001:db8:b::1/96 dev r0 nodad\n"
+        "neigh add 10.0.0.1 lladdr 02:00:00:00:00:01 nud permanent dev br0\n"
+        "neigh add 203.0.113.2 lladdr 02:00:00:00:00:42 nud permanent dev r0\n"
+        "neigh add 203.0.113.3 lladdr 02:00:00:00:00:43 nud permanent dev r0\n"
+        "neigh add 2001:db8:b::2 lladdr 02:00:00:00:00:42 nud permanent dev r0");
+    host.Within([] { Network::Ip("link set r1 up"); });
+    support::Await("r0 to have a carrier", [] {
+        return Network::Run({"ip", "-o", "link", "show", "r0"}).find("LOWER_UP") != std::string::npos;
+    });
+    Network::Ip(
+        "route add 192.0.2.0/25 via 203.0.113.2\n"
+        "route add blackhole 192.0.2.192/26\n"
+        "route add 2001:db8:c::/48 via 2001:db8:b::2");
+    SetSwitch("ipv4/ip_forward", "1");
+    SetSwitch("ipv6/conf/all/forwarding", "1");
 }
 
 Agent& SamplesTest::Start(const std::string& source, const std::vector<std::string>& arguments)

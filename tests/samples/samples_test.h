@@ -32,6 +32,12 @@ using support::Network;
 using support::Received;
 using support::WallTime;
 
+/// Sets /proc/sys/net/NAME of this namespace. Throws std::runtime_error.
+void SetSwitch(const std::string& name, const std::string& value);
+
+/// A frame for the router that MakeRouter makes, to an address of IPv4 or IPv6.
+support::FrameOptions ToRouter(const std::string& destination);
+
 /// Delivered on this machine, or made here.
 inline constexpr DecodedPort kInternal{0, 0x3FFFFFFF};
 
@@ -47,6 +53,12 @@ protected:
     static void MakeBridge(int ports, int mtu = 1500);
     /// An address of that number is nobody's: the bridge floods what is sent there.
     static constexpr std::uint8_t kNobody = 0xEE;
+
+    /// Gives the bridge a router's address, and a network in the host's namespace behind r0, whose far end
+    /// there is r1. Frames of ToRouter come from a neighbour of the bridge's; 203.0.113.2 and .3 and
+    /// 2001:db8:b::2 are neighbours behind r0; 192.0.2.0/25 and 2001:db8:c::/48 are behind the first and the
+    /// last of them; 192.0.2.192/26 is a black hole.
+    static void MakeRouter(const Network::Host& host);
 
     /// Starts the manager. Once in a test.
     Agent& Start(const std::string& source = "packet-socket", const std::vector<std::string>& arguments = {});

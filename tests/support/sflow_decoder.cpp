@@ -126,8 +126,12 @@ DecodedSwitch ReadSwitch(Cursor& from)
 
 DecodedRouter ReadRouter(Cursor& from)
 {
-    return {from.Address("next hop"), from.Unsigned("source mask length"),
-            from.Unsigned("destination mask length")};
+    DecodedRouter router;
+    router.nextHop = from.Address("next hop");
+    if (router.nextHop.empty()) from.FailBefore(4, "a next hop without address");
+    router.sourceBits = from.Unsigned("source mask length");
+    router.destinationBits = from.Unsigned("destination mask length");
+    return router;
 }
 
 DecodedGeneric ReadGeneric(Cursor& from)

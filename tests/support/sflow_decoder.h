@@ -48,7 +48,7 @@ struct DecodedSwitch {
 };
 
 struct DecodedRouter {
-    std::string nextHop;  // as text; empty: unknown
+    std::string nextHop;  // as text
     std::uint32_t sourceBits = 0;
     std::uint32_t destinationBits = 0;
     friend bool operator==(const DecodedRouter&, const DecodedRouter&) = default;

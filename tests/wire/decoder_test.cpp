@@ -106,7 +106,6 @@ TEST(SflowDecoderTest, ReadsAddressesOfEveryKind)
     const auto with = [&](const std::string& size, const std::string& record) {
         return std::string(head).replace(head.find("%1"), 2, size) + record;
     };
-    EXPECT_EQ(nextHop(with("34", "000003ea 0000000c 00000000 00000018 00000010")), "");
     EXPECT_EQ(nextHop(with("38", "000003ea 00000010 00000001 c0000202 00000018 00000010")), "192.0.2.2");
     EXPECT_EQ(nextHop(with("44",
                            "000003ea 0000001c 00000002 20010db8 00000000 00000000 00000001 "
@@ -176,6 +175,8 @@ const Wrong kWrong[] = {
      "offset 92: 4 bytes left over in record"},
     {"PaddingNotZero", With(kOneFlow, "01020300", "01020301"),
      "offset 95: the padding of header is not zero"},
+    {"RouterWithoutAddress", With(kOneFlow, "00000001 c0000202", "00000000 c0000202"),
+     "offset 128: a next hop without address"},
     {"UnknownHeaderProtocol", With(kOneFlow, "00000014 00000001", "00000014 0000000f"),
      "offset 76: unknown header protocol"},
     {"UnknownCounterRecord", With(kOneCounters, "000003ed", "000003ee"),

@@ -31,10 +31,8 @@ support::DecodedPort PortOf(const wire::Port& port, wire::Encoding encoding)
 support::DecodedRouter RouterOf(const wire::ExtendedRouter& router)
 {
     std::array<char, INET6_ADDRSTRLEN> text{};
-    if (router.nextHop.size == 4 || router.nextHop.size == 16) {
-        ::inet_ntop(router.nextHop.size == 4 ? AF_INET : AF_INET6, router.nextHop.bytes.data(), text.data(),
-                    text.size());
-    }
+    ::inet_ntop(router.nextHop.size == 4 ? AF_INET : AF_INET6, router.nextHop.bytes.data(), text.data(),
+                text.size());
     return {text.data(), router.sourceBits, router.destinationBits};
 }
 
@@ -55,7 +53,6 @@ std::vector<std::byte> HeaderOf(const wire::FlowSample& sample)
 
 std::size_t RouterSize(const support::DecodedRouter& router)
 {
-    if (router.nextHop.empty()) return 20;
     return router.nextHop.find(':') == std::string::npos ? 24 : 36;
 }
 
@@ -77,7 +74,7 @@ std::optional<support::DecodedFlow> Expected(const wire::FlowSample& sample, wir
     flow.extendedSwitch = support::DecodedSwitch{sample.inputVlan, sample.inputPriority, sample.outputVlan,
                                                  sample.outputPriority};
     std::size_t size = flow.expanded ? 100 : 88;
-    if (sample.router) {
+    if (sample.router && (sample.router->nextHop.size == 4 || sample.router->nextHop.size == 16)) {
         flow.records.push_back(1002);
         flow.extendedRouter = RouterOf(*sample.router);
         size += RouterSize(*flow.extendedRouter);

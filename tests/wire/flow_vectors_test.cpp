@@ -186,15 +186,14 @@ const FlowVector kRouters[] = {
     {"Ipv6NextHop", Routed(0, 16), Encoding::kCompact, kRoom,
      "00000001 00000074 " + kRoutedFields + kNoHeader + kSwitch +
          "000003ea 0000001c 00000002 a0a1a2a3 a4a5a6a7 a8a9aaab acadaeaf 00000018 00000010"},
-    {"UnknownNextHop", Routed(0, 0), Encoding::kCompact, kRoom,
-     "00000001 00000064 " + kRoutedFields + kNoHeader + kSwitch +
-         "000003ea 0000000c 00000000 00000018 00000010"},
-    {"NextHopOfNoKnownSize", Routed(0, 7), Encoding::kCompact, kRoom,
-     "00000001 00000064 " + kRoutedFields + kNoHeader + kSwitch +
-         "000003ea 0000000c 00000000 00000018 00000010"},
-    {"NextHopOfHugeSize", Routed(0, 255), Encoding::kCompact, kRoom,
-     "00000001 00000064 " + kRoutedFields + kNoHeader + kSwitch +
-         "000003ea 0000000c 00000000 00000018 00000010"},
+    {"NotWithoutNextHop", Routed(0, 0), Encoding::kCompact, kRoom,
+     "00000001 00000050 " + kFields + kNoHeader + kSwitch},
+    {"NotWithoutNextHopExpanded", Routed(0, 0), Encoding::kExpanded, kRoom,
+     "00000003 0000005c " + kExpandedFields + kNoHeader + kSwitch},
+    {"NotWithANextHopOfNoKnownSize", Routed(0, 7), Encoding::kCompact, kRoom,
+     "00000001 00000050 " + kFields + kNoHeader + kSwitch},
+    {"NotWithANextHopOfHugeSize", Routed(0, 255), Encoding::kCompact, kRoom,
+     "00000001 00000050 " + kFields + kNoHeader + kSwitch},
     {"ExpandedBehindAnOddHeader", Routed(3, 16), Encoding::kExpanded, kRoom,
      "00000003 00000084 00000011 00000000 00000003 00001000 00020000 00000007 00000000 00000003 00000000 "
      "00000004 00000003 00000001 00000014 " +
