@@ -175,6 +175,7 @@ void Assembly::Impl::Confine(const Options& options)
 
 StatusSources Assembly::Impl::Sources()
 {
+    m_exporter.TakeErrors();
     StatusSources sources;
     sources.now = m_clock;
     sources.wall = &system_clock::now;

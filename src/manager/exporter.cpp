@@ -56,6 +56,11 @@ public:
         return found == m_streams.end() ? nullptr : &found->second;
     }
 
+    void TakeErrors()
+    {
+        for (auto& [name, stream] : m_streams) stream.TakeErrors();
+    }
+
     void Restart()
     {
         m_shared.SendAll();
@@ -91,6 +96,8 @@ void Exporter::Remove(const std::string& name) { m_impl->Remove(name); }
 Stream* Exporter::Find(const std::string& name) { return m_impl->Find(name); }
 
 void Exporter::Flush() { m_impl->Shared().SendAll(); }
+
+void Exporter::TakeErrors() { m_impl->TakeErrors(); }
 
 void Exporter::Restart() { m_impl->Restart(); }
 

@@ -31,7 +31,7 @@ struct StreamStatus {
     std::string lastErrorText;  // names what was tried
     std::optional<std::chrono::system_clock::time_point> lastErrorTime;
     std::optional<std::chrono::system_clock::time_point> lastDatagram;
-    bool sending = false;  // the last datagrams were taken and no error has come since
+    bool sending = false;  // the last datagrams were taken, and of them no error is known
 };
 
 /// One collector's stream. Owned by the exporter; a reference stays good until the collector is removed.
@@ -75,6 +75,10 @@ public:
 
     /// Sends all that waits: at the end of each batch of samples.
     void Flush();
+
+    /// Takes up what the network has reported of datagrams since they were sent, for the streams' status: one
+    /// system call a collector. Without it, that waits for the next datagram.
+    void TakeErrors();
 
     /// Begins all streams' sequences anew: where the encoding of the samples changes.
     void Restart();

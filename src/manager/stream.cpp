@@ -162,9 +162,22 @@ void CollectorStream::Count(const SendResult& result, milliseconds now)
     }
     const auto time = m_shared.clock();
     const bool all = taken == m_closed.size();
-    if (taken > 0) m_health.Sent(time);
-    if (result.errors > 0) m_health.Failed("send", result.error, result.errors, !all, now, time);
-    if (result.errors == 0 && all) m_health.Clean(now);
+    const bool own = result.errors > 0 && !(result.earlier && all);
+    if (own)
+        m_health.Failed("send", result.error, result.errors, !all, now, time);
+    else if (result.errors > 0)
+        m_health.Reported(result.error, time);
+    if (taken > 0) m_health.Sent(now, time);
+    if (all && !own) m_health.Clean(now);
+}
+
+void CollectorStream::TakeErrors()
+{
+    if (!m_socket.Connected()) return;
+    if (const std::error_code error = m_socket.TakeError())
+        m_health.Reported(error, m_shared.clock());
+    else
+        m_health.Silent(m_shared.uptime());
 }
 
 void CollectorStream::Connect(milliseconds now)

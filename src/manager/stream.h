@@ -34,6 +34,8 @@ public:
     void Change(const CollectorSettings& settings);
     /// Sends all that waits, the datagram that is being filled included.
     void Send();
+    /// Takes up what the network has reported since of what was sent.
+    void TakeErrors();
     /// The next datagram is the first again. Nothing waits when this is called.
     void Restart() { m_sequence = 0; }
     /// Off the exporter's list of those that wait.

@@ -31,6 +31,8 @@ int Open() { return ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK,
 std::error_code StreamSocket::Connect(std::uint32_t address, std::uint16_t port)
 {
     Close();
+    // The kernel would send there.
+    if (port == 0) return std::make_error_code(std::errc::destination_address_required);
     m_fd = Open();
     if (m_fd < 0) return LastError();
     SetOptions();

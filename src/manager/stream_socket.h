@@ -19,6 +19,7 @@ struct SendResult {
     std::uint64_t taken = 0;  // bit n: datagram n was taken by the kernel
     unsigned errors = 0;      // a datagram's repeated error counts once
     std::error_code error;    // the last of them
+    bool earlier = false;     // the error waited already: one of the datagrams before these has caused it
     bool renew = false;       // the socket's route or source address is gone: connect anew
 };
 
@@ -35,7 +36,7 @@ public:
     ~StreamSocket() { Close(); }
 
     /// Opens a new socket, in place of one that is open, and connects it. Address in network byte
-    /// order, port in the host's.
+    /// order, port in the host's. There is no port 0: EDESTADDRREQ.
     std::error_code Connect(std::uint32_t address, std::uint16_t port);
     void Close();
     [[nodiscard]] bool Connected() const { return m_connected; }
@@ -44,6 +45,10 @@ public:
     /// earlier datagram caused (ICMP) costs none of these. Where the kernel refuses to cut messages, the same
     /// datagrams go one by one.
     [[nodiscard]] SendResult Send(const std::byte* bytes, std::span<const Datagram> datagrams);
+
+    /// What the network has reported since of datagrams that were sent, once; none where all is well. A
+    /// further Send does not meet it.
+    [[nodiscard]] std::error_code TakeError();
 
     /// Whether messages of several datagrams are tried. False once the kernel has refused one: the
     /// device can't, or the datagrams are larger than the path's MTU.

@@ -141,6 +141,7 @@ std::size_t StreamSocket::SendMessages(Messages& messages, std::size_t first, Se
         }
         if (attempts++ == 0) ++result.errors;
         result.error = std::error_code(error, std::generic_category());
+        result.earlier = first == 0 && attempts == 1 && result.errors == 1 && !IsOwn(error);
         if (!IsOwn(error)) {
             DrainErrors();
             if (attempts < kAttempts) continue;
@@ -153,6 +154,15 @@ std::size_t StreamSocket::SendMessages(Messages& messages, std::size_t first, Se
         attempts = 0;
     }
     return at;
+}
+
+std::error_code StreamSocket::TakeError()
+{
+    int error = 0;
+    socklen_t size = sizeof error;
+    if (::getsockopt(m_fd, SOL_SOCKET, SO_ERROR, &error, &size) < 0 || error == 0) return {};
+    DrainErrors();
+    return {error, std::generic_category()};
 }
 
 void StreamSocket::DrainErrors() const

@@ -59,11 +59,52 @@ TEST_F(ExporterTest, LosesNothingToTheErrorOfAnEarlierDatagram)
     SendOne(stream);
     EXPECT_THAT(Sequences(collector.Take(2)), ElementsAre(11, 12));
     EXPECT_EQ(status.errors, 10U);
+    Advance(milliseconds(1800));
+    SendOne(stream);
     EXPECT_FALSE(status.sending);  // some hosts report once a second only
-    Advance(milliseconds(5000));
+    Advance(milliseconds(100));
     SendOne(stream);
     EXPECT_TRUE(status.sending);
     EXPECT_EQ(status.errors, 10U);
+}
+
+TEST_F(ExporterTest, SaysWhatHasBecomeOfTheLastDatagramWithoutAFurtherOne)
+{
+    Stream& stream = Export().Set("c1", Settings("127.0.0.2", 6343, 1400));
+    const StreamStatus& status = stream.Status();
+    SendOne(stream);
+    const auto sent = m_time;
+    EXPECT_TRUE(status.sending);
+    Advance(milliseconds(3000));
+    Export().TakeErrors();
+    EXPECT_FALSE(status.sending);
+    EXPECT_EQ(status.errors, 1U);
+    EXPECT_EQ(status.lastError, Code(ECONNREFUSED));
+    EXPECT_EQ(status.lastErrorText, "send to 127.0.0.2:6343: Connection refused");
+    EXPECT_EQ(status.lastErrorTime, sent) << "it is of that datagram, whenever it is asked for";
+    Export().TakeErrors();
+    EXPECT_FALSE(status.sending) << "nothing has been sent since";
+    EXPECT_EQ(status.errors, 1U);
+    Collector collector("127.0.0.2", 6343);
+    SendOne(stream);
+    Export().TakeErrors();
+    EXPECT_TRUE(status.sending);
+    EXPECT_EQ(status.errors, 1U);
+}
+
+TEST_F(ExporterTest, AnErrorThatHasWaitedForTheNextDatagramIsOfTheOneBefore)
+{
+    Stream& stream = Export().Set("c1", Settings("127.0.0.2", 6343, 1400));
+    const StreamStatus& status = stream.Status();
+    SendOne(stream);
+    const auto sent = m_time;
+    Collector collector("127.0.0.2", 6343);
+    Advance(milliseconds(12'000));
+    SendOne(stream);
+    EXPECT_EQ(status.errors, 1U);
+    EXPECT_EQ(status.lastErrorTime, sent);
+    EXPECT_TRUE(status.sending) << "nobody has refused this one";
+    EXPECT_THAT(Sequences(collector.Take(1)), ElementsAre(2));
 }
 
 TEST_F(ExporterTest, SendsManyDatagramsToACollectorThatRefusesThem)
@@ -232,8 +273,44 @@ TEST_F(ExporterTest, SeesAHostThatDoesNotAnswer)
     Stream& stream = Export().Set("c1", Settings("10.1.0.2", 6343, 1400));
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (stream.Status().errors == 0 && std::chrono::steady_clock::now() < deadline) SendOne(stream);
-    EXPECT_EQ(stream.Status().lastError, Code(EHOSTUNREACH));
-    EXPECT_FALSE(stream.Status().sending);
+    const StreamStatus& status = stream.Status();
+    EXPECT_EQ(status.lastError, Code(EHOSTUNREACH));
+    EXPECT_FALSE(status.sending);
+
+    // It is reported late: a datagram shows that the host is there only when it has had time to fail.
+    Network::Ip("neighbour replace 10.1.0.2 lladdr 02:00:00:00:00:02 dev out\n");
+    Export().TakeErrors();
+    SendOne(stream);
+    Export().TakeErrors();
+    const std::uint64_t errors = status.errors;
+    Advance(milliseconds(4999));
+    Export().TakeErrors();
+    EXPECT_FALSE(status.sending);
+    Advance(milliseconds(1));
+    Export().TakeErrors();
+    EXPECT_TRUE(status.sending);
+    EXPECT_EQ(status.errors, errors);
+}
+
+TEST_F(ExporterTest, SendsNothingToPortZeroAndSaysSo)
+{
+    Collector collector("127.0.0.2", 6343);
+    Stream& good = Export().Set("good", Settings("127.0.0.2", 6343, 1400));
+    Stream& stream = Export().Set("c1", Settings("127.0.0.2", 0, 1400));
+    const StreamStatus& status = stream.Status();
+    SendOne(stream);
+    SendOne(good);
+    EXPECT_EQ(status.datagrams, 0U);
+    EXPECT_EQ(status.lostDatagrams, 1U);
+    EXPECT_FALSE(status.sending);
+    EXPECT_EQ(status.lastErrorText,
+              "connect to 127.0.0.2:0: Destination address required (there is no port 0)");
+    EXPECT_EQ(good.Status().errors, 0U);
+    EXPECT_EQ(collector.Take(1).size(), 1U);
+    Export().Set("c1", Settings("127.0.0.2", 6343, 1400));
+    SendOne(stream);
+    EXPECT_TRUE(status.sending);
+    EXPECT_THAT(Sequences(collector.Take(1)), ElementsAre(2));
 }
 
 class ExporterMtu : public ExporterTest, public testing::WithParamInterface<std::uint16_t> {};
@@ -317,6 +394,13 @@ TEST_F(ExporterLog, HasOneLineForARowOfErrorsAndOneForItsEnd)
     }
     send(100);
     EXPECT_THAT(Lines(), ElementsAre(HasSubstr("refused"), HasSubstr("again"), HasSubstr("refused")));
+    // Also where what is sent seldom is always refused, and somebody looks.
+    for (int n = 0; n < 5; ++n) {
+        exporter.TakeErrors();
+        uptime += milliseconds(20'000);
+        send(1);
+    }
+    EXPECT_EQ(Lines().size(), 3U);
 }
 
 }  // namespace
