@@ -53,6 +53,8 @@ struct DataSource {
     std::uint64_t samples = 0;
     std::uint64_t dropsNoCollector = 0;
     std::optional<WallTime> lastSample;
+    std::uint64_t grownTo = 0;  // the pool of all times, when it was looked at last
+    WallTime grownAt;           // when it was seen to have grown, or sampling began or changed
 };
 
 }  // namespace manager

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <set>
 #include <string_view>
 
@@ -13,6 +14,9 @@
 
 namespace manager {
 namespace {
+
+/// Without a packet for so long, there is no traffic.
+constexpr std::chrono::seconds kQuiet{10};
 
 class Diagnosis {
 public:
@@ -198,11 +202,16 @@ void Diagnosis::Samples(const Snapshot::Interface& interface)
 {
     const InterfaceStatus& status = interface.status;
     if (WithoutFlow(interface) || Undrawable(interface)) return;
-    if (status.packetsSeen == 0)
+    const auto noTraffic = [&] {
         OfInterface(interface.name, Reason::kNoTraffic,
                     text::NoTraffic(interface, m_snapshot.addedDirection));
+    };
+    if (status.packetsSeen == 0)
+        noTraffic();
     else if (status.samples == 0 && status.dropsBuffer != 0)
         OfInterface(interface.name, Reason::kBufferFull, text::BufferFull(status));
+    else if (status.quiet >= kQuiet)
+        noTraffic();
     else if (status.samples == 0)
         OfInterface(interface.name, Reason::kNoSampleYet, text::NoSampleYet(interface));
 }

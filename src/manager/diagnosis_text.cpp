@@ -24,6 +24,25 @@ std::string Where(const CollectorSettings& settings)
     return fmt::format("{}:{}", AddressText(settings.address), settings.port);
 }
 
+/// Which routes there are, `ip route get` would say with the error that is known anyway.
+std::string NoRoute(const std::string& where, const Snapshot::Collector& collector)
+{
+    const std::string address = AddressText(collector.settings.address);
+    const std::error_code& error = collector.stream.lastError;
+    if (error == std::errc::permission_denied)
+        return fmt::format(
+            "the kernel's route to {} is one of type prohibit, or that of a broadcast address; look at: "
+            "ip route show table all match {}",
+            where, address);
+    if (error == std::errc::invalid_argument)
+        return fmt::format(
+            "the kernel's route to {} is one of type blackhole, or the address to send from is gone; look "
+            "at: "
+            "ip route show table all match {}",
+            where, address);
+    return fmt::format("the kernel has no route to {}; look at: ip route get {}", where, address);
+}
+
 }  // namespace
 
 std::string NoAgentAddress()
@@ -77,24 +96,29 @@ std::string NothingSent()
 
 Reason ReasonOf(const std::error_code& error)
 {
-    if (error == std::errc::network_unreachable || error == std::errc::address_not_available)
+    // The last two: routes of type prohibit and blackhole. A packet filter that forbids says EPERM.
+    if (error == std::errc::network_unreachable || error == std::errc::address_not_available ||
+        error == std::errc::permission_denied || error == std::errc::invalid_argument)
         return Reason::kNoRoute;
     if (error == std::errc::host_unreachable) return Reason::kUnreachable;
     if (error == std::errc::connection_refused) return Reason::kRefused;
-    if (error == std::errc::operation_not_permitted || error == std::errc::permission_denied)
-        return Reason::kNoPermission;
+    if (error == std::errc::operation_not_permitted) return Reason::kNoPermission;
     return Reason::kSendError;
 }
 
 std::string OfError(Reason reason, const Snapshot::Collector& collector)
 {
     const std::string where = Where(collector.settings);
+    if (collector.settings.port == 0)
+        return fmt::format(
+            "{} is no place to send to: there is no port 0; set oam sflow collector {} port 6343", where,
+            collector.name);
     switch (reason) {
     case Reason::kNoRoute:
-        return fmt::format("the kernel has no route to {}; look at: ip route get {}", where,
-                           AddressText(collector.settings.address));
+        return NoRoute(where, collector);
     case Reason::kUnreachable:
-        return fmt::format("the host of {} does not answer, or a router can't reach it; is it up?", where);
+        return fmt::format("the host of {} does not answer, or a route or router can't reach it; is it up?",
+                           where);
     case Reason::kRefused:
         return fmt::format("nobody listens at {}; start the collector there, or correct its port", where);
     case Reason::kNoPermission:
@@ -162,8 +186,12 @@ std::string NoTraffic(const Snapshot::Interface& interface, std::optional<Direct
     const Direction own = interface.settings.direction;
     const bool both = own == Direction::kBoth || (added && *added != own);
     const char* what = both ? "has entered or left" : own == Direction::kIngress ? "has entered" : "has left";
-    return fmt::format("no packet {} the kernel interface {} since sampling began", what,
-                       interface.status.kernelName);
+    const InterfaceStatus& status = interface.status;
+    if (status.packetsSeen == 0)
+        return fmt::format("no packet {} the kernel interface {} since sampling began", what,
+                           status.kernelName);
+    return fmt::format("no packet {} the kernel interface {} for at least {} s", what, status.kernelName,
+                       status.quiet.count());
 }
 
 std::string BufferFull(const InterfaceStatus& status)

@@ -1,7 +1,6 @@
 #include "manager/sampling.h"
 
 #include <algorithm>
-#include <unordered_map>
 #include <utility>
 
 #include "capture/packet_source.h"
@@ -29,7 +28,8 @@ Sampling::Sampling(const Parts& parts, std::optional<Direction> added, WallClock
       m_exporter(parts.exporter),
       m_poller(parts.poller),
       m_added(added),
-      m_flows(parts.forwarding, parts.exporter, std::move(clock))
+      m_flows(parts.forwarding, parts.exporter, clock),
+      m_traffic(parts.timers, m_flows.Sources(), clock)
 {
     m_links.AddObserver(*this);
 }
@@ -38,6 +38,7 @@ void Sampling::SetSource(capture::PacketSource* source, SourceStatus status)
 {
     m_source = source;
     m_sourceStatus = std::move(status);
+    m_traffic.SetSource(source);
     for (auto& [name, interface] : m_interfaces) Refresh(interface);
 }
 
@@ -292,6 +293,7 @@ void Sampling::ApplySampling(ConfiguredInterface& interface)
         else
             m_source->Add(source.ifIndex, *wanted);
         source.sampledWith = wanted;
+        m_traffic.Begin(source);
         source.changeRefused = false;
         source.error.clear();
         m_refused.erase(&interface);
@@ -337,6 +339,7 @@ void Sampling::End()
     for (auto& [ifIndex, source] : m_flows.Sources()) EndSampling(source);
     m_exporter.Flush();
     m_source = nullptr;
+    m_traffic.SetSource(nullptr);
     m_retry.reset();
 }
 
@@ -363,6 +366,7 @@ InterfaceStatus Sampling::StatusOf(const ConfiguredInterface& interface, const c
     status.sampled = source->sampledWith.has_value();
     status.samplingError = source->error;
     status.packetsSeen = source->before.pool + counts.pool;
+    status.quiet = m_traffic.QuietFor(*source);
     status.dropsBuffer = source->before.drops + counts.drops;
     status.samples = source->samples;
     status.dropsNoCollector = source->dropsNoCollector;
@@ -372,9 +376,7 @@ InterfaceStatus Sampling::StatusOf(const ConfiguredInterface& interface, const c
 
 std::map<std::string, InterfaceStatus> Sampling::Interfaces()
 {
-    std::unordered_map<std::uint32_t, capture::Counts> counts;
-    if (m_source != nullptr)
-        for (const auto& [ifIndex, one] : m_source->ReadAll()) counts[ifIndex] = one;
+    const TrafficWatch::Counts counts = m_traffic.Look();
     std::map<std::string, InterfaceStatus> all;
     for (const auto& [name, interface] : m_interfaces) {
         const auto at = interface.source != nullptr ? counts.find(interface.source->ifIndex) : counts.end();

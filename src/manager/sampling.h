@@ -20,6 +20,7 @@
 #include "manager/flow_export.h"
 #include "manager/observer.h"
 #include "manager/status.h"
+#include "manager/traffic_watch.h"
 #include "net/links.h"
 
 namespace capture {
@@ -107,6 +108,7 @@ private:
     capture::PacketSource* m_source = nullptr;
     SourceStatus m_sourceStatus{.kind = "none", .reason = "", .permission = true};
     FlowExport m_flows;
+    TrafficWatch m_traffic;
     std::unordered_map<std::string, ConfiguredInterface> m_interfaces;  // pointers to elements are kept
     /// The interfaces that a collector is attached to, for any kind.
     std::unordered_map<std::string, std::set<ConfiguredInterface*>> m_users;

@@ -29,6 +29,7 @@ struct InterfaceStatus {
     bool sampled = false;       // the source draws packets there
     std::string samplingError;  // why it does not, where it should
     std::uint64_t packetsSeen = 0;
+    std::chrono::seconds quiet{0};       // for how long at least that has not grown, while it is sampled
     std::uint64_t samples = 0;           // packets-sampled: handed to at least one collector
     std::uint64_t dropsBuffer = 0;       // drawn, lost for lack of room between kernel and manager
     std::uint64_t dropsNoCollector = 0;  // drawn, while no collector took them

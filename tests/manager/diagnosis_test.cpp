@@ -97,6 +97,18 @@ const Row kInterfaceRows[] = {
      },
      {OfInterface(Reason::kNoTraffic,
                   "no packet has entered or left the kernel interface k-eth1 since sampling began")}},
+    {"NoTrafficAnyMore", [](World& w) { w.Status().quiet = std::chrono::seconds(10); },
+     {OfInterface(Reason::kNoTraffic, "no packet has entered the kernel interface k-eth1 for at least 10 s")}},
+    {"APauseInTheTraffic", [](World& w) { w.Status().quiet = std::chrono::seconds(9); }, {}},
+    {"AllDrawnWereLostBeforeTheTrafficEnded",
+     [](World& w) {
+         w.Status().samples = 0;
+         w.Status().dropsBuffer = 80;
+         w.Status().quiet = std::chrono::seconds(60);
+     },
+     {OfInterface(Reason::kBufferFull,
+                  "all 80 packets drawn were lost for lack of room; raise the sampling rate's number, or start "
+                  "sflow-mgr with a larger --ring-size")}},
     {"NoSampleYet",
      [](World& w) {
          w.Status().packetsSeen = 100;
@@ -235,9 +247,25 @@ const Row kCollectorRows[] = {
     {"NoRoute", [](World& w) { w.Fail(std::errc::network_unreachable, "x"); },
      {OfCollector(Reason::kNoRoute,
                   "the kernel has no route to 192.0.2.1:6343; look at: ip route get 192.0.2.1")}},
+    {"ProhibitedRoute", [](World& w) { w.Fail(std::errc::permission_denied, "x"); },
+     {OfCollector(Reason::kNoRoute,
+                  "the kernel's route to 192.0.2.1:6343 is one of type prohibit, or that of a broadcast address; "
+                  "look at: ip route show table all match 192.0.2.1")}},
+    {"BlackholeRoute", [](World& w) { w.Fail(std::errc::invalid_argument, "x"); },
+     {OfCollector(Reason::kNoRoute,
+                  "the kernel's route to 192.0.2.1:6343 is one of type blackhole, or the address to send from is "
+                  "gone; look at: ip route show table all match 192.0.2.1")}},
+    {"PortZero",
+     [](World& w) {
+         w.Fail(std::errc::destination_address_required, "x");
+         w.snapshot.collectors[0].settings.port = 0;
+     },
+     {OfCollector(Reason::kSendError,
+                  "192.0.2.1:0 is no place to send to: there is no port 0; set oam sflow collector c1 port "
+                  "6343")}},
     {"Unreachable", [](World& w) { w.Fail(std::errc::host_unreachable, "x"); },
      {OfCollector(Reason::kUnreachable,
-                  "the host of 192.0.2.1:6343 does not answer, or a router can't reach it; is it up?")}},
+                  "the host of 192.0.2.1:6343 does not answer, or a route or router can't reach it; is it up?")}},
     {"Refused", [](World& w) { w.Fail(std::errc::connection_refused, "x"); },
      {OfCollector(Reason::kRefused,
                   "nobody listens at 192.0.2.1:6343; start the collector there, or correct its port")}},
@@ -277,6 +305,10 @@ const Row kCollectorRows[] = {
      },
      {kDisabled}},
     {"NoAgentAddress", [](World& w) { w.snapshot.agentAddress.reset(); },
+     {{Subject::kAgent, "agent", Reason::kNoAgentAddress,
+       "there is no agent address, so a collector can't tell whose datagrams these are; set oam sflow agent "
+       "ipv4 ADDRESS, or give a management interface an address"}}},
+    {"NoAgentAddressKnownToTheDaemon", [](World& w) { w.snapshot.agentAddress = 0; },
      {{Subject::kAgent, "agent", Reason::kNoAgentAddress,
        "there is no agent address, so a collector can't tell whose datagrams these are; set oam sflow agent "
        "ipv4 ADDRESS, or give a management interface an address"}}},

@@ -65,6 +65,7 @@ public:
     [[nodiscard]] capture::Counts Read(std::uint32_t ifIndex) override { return counts.at(ifIndex); }
     [[nodiscard]] std::vector<InterfaceCounts> ReadAll() override
     {
+        ++reads;
         std::vector<InterfaceCounts> all;
         for (const auto& [ifIndex, one] : counts) all.push_back({ifIndex, one});
         return all;
@@ -93,6 +94,7 @@ public:
     }
 
     Strings calls;
+    int reads = 0;  // of all counts
     std::string refusal;
     std::map<std::uint32_t, capture::Counts> counts;
     std::vector<capture::Sample> waiting;
@@ -180,7 +182,7 @@ protected:
     /// With a direction that all interfaces are sampled in besides.
     explicit SamplingTest(std::optional<Direction> added = std::nullopt)
         : sampling({timers, links, forwarding, exporter, poller}, added,
-                   [] { return WallTime(std::chrono::seconds(1000)); })
+                   [this] { return WallTime(std::chrono::seconds(1000) + timers.Now()); })
     {
         sampling.SetSource(&source, {.kind = "fake", .reason = "", .permission = true});
         state.AddObserver(sampling);

@@ -46,7 +46,7 @@ TEST_F(SamplingTest, ARefusalIsTriedAgainAfterAWhileAndNoLongerThanItIsWanted)
     timers.Advance(Sampling::kRetry);
     EXPECT_THAT(Calls(), ElementsAre("add 3 1/10 128 in"));
     EXPECT_EQ(sampling.Interfaces().at("eth3").samplingError, "");
-    EXPECT_EQ(timers.Waiting(), 0U);
+    EXPECT_EQ(timers.Waiting(), 1U) << "for the next look at the traffic of the one that is sampled";
 
     source.refusal = "too many open files";
     links.Put(LinkOf(4, "eth1"));
@@ -54,7 +54,7 @@ TEST_F(SamplingTest, ARefusalIsTriedAgainAfterAWhileAndNoLongerThanItIsWanted)
     source.refusal.clear();
     timers.Advance(Sampling::kRetry);
     EXPECT_THAT(Calls(), IsEmpty());
-    EXPECT_EQ(timers.Waiting(), 0U);
+    EXPECT_EQ(timers.Waiting(), 1U) << "for the next look at the traffic of the one that is sampled";
 }
 
 TEST_F(SamplingTest, AChangeOfWhichOnlyPartWasMadeIsMadeAgainOrTakenBack)

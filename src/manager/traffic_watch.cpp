@@ -1,0 +1,56 @@
+#include "manager/traffic_watch.h"
+
+#include <utility>
+
+#include "ipc/timers.h"
+
+namespace manager {
+
+TrafficWatch::TrafficWatch(ipc::Timers& timers, DataSources& sources, std::function<WallTime()> clock)
+    : m_timers(timers), m_sources(sources), m_clock(std::move(clock))
+{
+}
+
+void TrafficWatch::SetSource(capture::PacketSource* source)
+{
+    m_source = source;
+    if (source == nullptr) m_next.reset();
+}
+
+void TrafficWatch::Begin(DataSource& source)
+{
+    source.grownAt = m_clock();
+    if (m_next == nullptr) WaitForNext();
+}
+
+void TrafficWatch::WaitForNext()
+{
+    m_next = m_timers.After(kEvery, [this] {
+        m_next.reset();
+        if (!Look().empty()) WaitForNext();
+    });
+}
+
+TrafficWatch::Counts TrafficWatch::Look()
+{
+    Counts counts;
+    if (m_source == nullptr) return counts;
+    const WallTime now = m_clock();
+    for (const auto& [ifIndex, one] : m_source->ReadAll()) {
+        counts[ifIndex] = one;
+        const auto at = m_sources.find(ifIndex);
+        if (at == m_sources.end()) continue;
+        DataSource& source = at->second;
+        const std::uint64_t pool = source.before.pool + one.pool;
+        if (std::exchange(source.grownTo, pool) != pool) source.grownAt = now;
+    }
+    return counts;
+}
+
+std::chrono::seconds TrafficWatch::QuietFor(const DataSource& source) const
+{
+    if (!source.sampledWith) return {};
+    return std::chrono::floor<std::chrono::seconds>(m_clock() - source.grownAt);
+}
+
+}  // namespace manager

@@ -1,0 +1,58 @@
+// Since when has no packet been counted? Looks at the source's counts of all interfaces now and then, and
+// notes what has grown. Sampling owns it and asks it for the state; it draws nothing and logs nothing.
+
+#ifndef MANAGER_TRAFFIC_WATCH_H
+#define MANAGER_TRAFFIC_WATCH_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <unordered_map>
+
+#include "capture/packet_source.h"
+#include "manager/flow_export.h"
+#include "manager/status.h"
+
+namespace ipc {
+class Timers;
+}
+
+namespace manager {
+
+class TrafficWatch {
+public:
+    using Counts = std::unordered_map<std::uint32_t, capture::Counts>;  // by kernel interface
+
+    /// Between two looks while something is sampled: so much earlier than noted may the last packet have
+    /// been.
+    static constexpr std::chrono::seconds kEvery{10};
+
+    /// All must outlive it.
+    TrafficWatch(ipc::Timers& timers, DataSources& sources, std::function<WallTime()> clock);
+
+    /// Where the counts come from; null: nowhere, and nothing waits any longer.
+    void SetSource(capture::PacketSource* source);
+
+    /// Packets are counted there from now on, or others than until now: the time begins anew.
+    void Begin(DataSource& source);
+
+    /// Looks at once. Returns what the source has counted.
+    Counts Look();
+
+    /// As of the last look: for how long at least no packet has been counted; 0 where nothing is sampled.
+    [[nodiscard]] std::chrono::seconds QuietFor(const DataSource& source) const;
+
+private:
+    void WaitForNext();
+
+    ipc::Timers& m_timers;
+    DataSources& m_sources;
+    const std::function<WallTime()> m_clock;
+    capture::PacketSource* m_source = nullptr;
+    std::shared_ptr<void> m_next;  // while there is something to look at
+};
+
+}  // namespace manager
+
+#endif
