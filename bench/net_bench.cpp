@@ -46,7 +46,7 @@ struct Machine {
         for (std::uint32_t port = 1; port <= kPorts; ++port) Put(port);
         Put(kBridge);
         Put(kRouter);
-        bridges.SetBridge(kBridge, filtering, false);
+        bridges.SetBridge(kBridge, {.filtering = filtering});
         net::PortState state;
         state.forwarding = true;
         for (std::uint32_t port = 1; port <= kPorts; ++port)

@@ -99,11 +99,10 @@ Bridge& Bridges::Have(std::uint32_t ifIndex)
     return *bridge;
 }
 
-void Bridges::SetBridge(std::uint32_t ifIndex, bool filtering, bool spanningTree)
+void Bridges::SetBridge(std::uint32_t ifIndex, const BridgeSettings& settings)
 {
     Bridge& bridge = Have(ifIndex);
-    bridge.filtering = filtering;
-    bridge.spanningTree = spanningTree;
+    static_cast<BridgeSettings&>(bridge) = settings;
     bridge.counts.clear();
 }
 

@@ -35,6 +35,13 @@ struct PortState {
     friend bool operator==(const PortState&, const PortState&) = default;
 };
 
+struct BridgeSettings {
+    bool filtering = false;          // it tells VLANs apart
+    bool spanningTree = false;       // it runs it
+    bool multicastSnooping = false;  // groups of IP go to those who have joined them
+    friend bool operator==(const BridgeSettings&, const BridgeSettings&) = default;
+};
+
 struct BridgeAddress {
     std::uint32_t port = 0;  // ifIndex of a port, or of the bridge itself
     bool local = false;      // taken by this machine
@@ -113,7 +120,7 @@ public:
 
     // ---- filled by the monitor ----
 
-    void SetBridge(std::uint32_t ifIndex, bool filtering, bool spanningTree);
+    void SetBridge(std::uint32_t ifIndex, const BridgeSettings& settings);
     void PutPort(std::uint32_t ifIndex, std::uint32_t bridge, const PortState& state,
                  const std::vector<VlanRange>& vlans, std::uint32_t mark);
     void AddVlans(std::uint32_t ifIndex, const std::vector<VlanRange>& vlans);
@@ -142,15 +149,13 @@ private:
 };
 
 /// One bridge; its content is for Bridges, the rest reads.
-struct Bridge {
+struct Bridge : BridgeSettings {
     struct Entry {
         Bridges::Known address;
         std::uint32_t mark = 0;
     };
 
     std::uint32_t ifIndex = 0;
-    bool filtering = false;
-    bool spanningTree = false;
     AddressTable<Entry> addresses;         // by VLAN and address
     std::vector<const BridgePort*> ports;  // without the bridge itself
 

@@ -201,7 +201,8 @@ void LinkFollower::TakeLink(const nlmsghdr& message)
     if (measure || !isNew) m_unmeasured.insert(ifIndex);
     device.placement = read->placement;
     if (read->link.bridge)
-        m_bridges.SetBridge(ifIndex, read->link.vlanFiltering, read->placement.spanningTree);
+        m_bridges.SetBridge(ifIndex, {read->link.vlanFiltering, read->placement.spanningTree,
+                                      read->placement.multicastSnooping});
     m_listener.changed(read->link, read->placement);
     m_links.Put(std::move(read->link));
 }

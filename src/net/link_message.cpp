@@ -24,9 +24,10 @@ void ReadKind(Attribute linkInfo, LinkMessage& read, std::uint32_t lower)
     const auto kind = info[IFLA_INFO_KIND].Text();
     if (kind == "bridge") {
         read.link.bridge = true;
-        const auto bridge = ReadAttributes<IFLA_BR_VLAN_FILTERING + 1>(info[IFLA_INFO_DATA].Bytes());
+        const auto bridge = ReadAttributes<IFLA_BR_MCAST_SNOOPING + 1>(info[IFLA_INFO_DATA].Bytes());
         read.link.vlanFiltering = bridge[IFLA_BR_VLAN_FILTERING].U8() != 0;
         read.placement.spanningTree = bridge[IFLA_BR_STP_STATE].U32() != 0;
+        read.placement.multicastSnooping = bridge[IFLA_BR_MCAST_SNOOPING].U8() != 0;
     } else if (kind == "vlan") {
         const auto vlan = ReadAttributes<IFLA_VLAN_ID + 1>(info[IFLA_INFO_DATA].Bytes());
         read.placement.vlanLower = lower;

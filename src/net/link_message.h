@@ -14,11 +14,12 @@ namespace net {
 
 /// Where a device stands in the way of a packet, beyond what Link tells.
 struct Placement {
-    std::uint32_t aggregate = 0;  // bond or team that takes what enters here; 0: none
-    bool foreignMaster = false;   // something else takes what enters, and decides unseen
-    std::uint32_t vlanLower = 0;  // a VLAN device: of which
-    std::uint16_t vlanId = 0;     // and with what id
-    bool spanningTree = false;    // a bridge that runs it
+    std::uint32_t aggregate = 0;     // bond or team that takes what enters here; 0: none
+    bool foreignMaster = false;      // something else takes what enters, and decides unseen
+    std::uint32_t vlanLower = 0;     // a VLAN device: of which
+    std::uint16_t vlanId = 0;        // and with what id
+    bool spanningTree = false;       // a bridge that runs it
+    bool multicastSnooping = false;  // a bridge that looks at memberships
     friend bool operator==(const Placement&, const Placement&) = default;
 };
 

@@ -3,6 +3,7 @@
 #include "net/resolver.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include <net/if_arp.h>
@@ -35,6 +36,22 @@ bool IsLinkLocal(const std::uint8_t* mac)
 {
     constexpr std::uint8_t kPrefix[] = {0x01, 0x80, 0xC2, 0x00, 0x00};
     return std::memcmp(mac, kPrefix, sizeof kPrefix) == 0 && mac[5] < 0x10;
+}
+
+// IP multicast that goes to those who have joined it, and to routers. Bridges send the groups of a link
+// everywhere whoever has joined them: 224.0.0.0/24 and ff02::1 (RFC 4541, 2.1.2 and 3). What can't be read
+// is taken for one that is joined.
+bool IsJoined(const Entering& packet)
+{
+    constexpr std::array<std::uint8_t, 16> kAllNodes{0xFF, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    if (packet.etherType != ETH_P_IP && packet.etherType != ETH_P_IPV6) return false;
+    const auto head = ReadFrame(packet);
+    if (!head) return true;
+    const auto addresses = ReadAddresses(packet.etherType, packet.header.subspan(head->network));
+    if (!addresses) return true;
+    const auto& to = addresses->destination.bytes;
+    if (addresses->destination.size == 4) return to[0] != 224 || to[1] != 0 || to[2] != 0;
+    return to != kAllNodes;
 }
 
 bool IsEthernet(std::uint16_t type) { return type == ARPHRD_ETHER || type == ARPHRD_LOOPBACK; }
@@ -154,7 +171,10 @@ bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
         return false;
     }
     if (IsGroup(mac)) {
-        Flooded(way, port, vlan, IsBroadcast(mac) ? Flood::kBroadcast : Flood::kMulticast);
+        if (bridge.multicastSnooping && !IsBroadcast(mac) && IsJoined(way.packet))
+            to.kind = Kind::kSeveral;
+        else
+            Flooded(way, port, vlan, IsBroadcast(mac) ? Flood::kBroadcast : Flood::kMulticast);
         return false;
     }
     if (const Bridges::Known* address = Bridges::FindAddress(bridge, vlan, mac); address != nullptr) {

@@ -1,7 +1,7 @@
 // Finds the way of a packet: from the device where it entered over bonds and VLAN devices to a bridge's
 // tables or to the routes, in the order in which the kernel takes it. Not seen are firewall and traffic
-// control rules, multicast memberships (what is multicast counts every port that floods it), a bridge
-// whose tags are 802.1ad, and who in this machine takes what is not IP. Fed by the monitor.
+// control rules, multicast memberships (to how many ports a bridge that goes by them sends is not told), a
+// bridge whose tags are 802.1ad, and who in this machine takes what is not IP. Fed by the monitor.
 
 #ifndef NET_RESOLVER_H
 #define NET_RESOLVER_H

@@ -41,7 +41,7 @@ struct Machine {
         vlan.vlanId = 5;
         Put(5, 1, vlan);
         Put(10, 1, {});
-        bridges.SetBridge(10, true, false);
+        bridges.SetBridge(10, {.filtering = true, .multicastSnooping = true});
         net::PortState state;
         state.forwarding = true;
         for (const std::uint32_t port : {1U, 2U})

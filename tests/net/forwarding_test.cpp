@@ -133,6 +133,29 @@ TEST_F(ForwardingTest, TakesStaticAddressesAndPortsThatGoDown)
     EXPECT_TRUE(Comes([&] { return To("p1", {.to = 9}) == Made(Kind::kDiscarded); }));
 }
 
+TEST_F(ForwardingTest, FollowsWhetherABridgeLooksAtMemberships)
+{
+    MakeBridge();
+    Bytes frame = support::UdpFrame({.destination = "239.1.1.1"});
+    frame[0] = std::byte{1};
+    const std::uint32_t p1 = Network::Index("p1");
+    const auto becomes = [&](std::uint32_t interfaces) {
+        return Comes([&] {
+            return m_monitor->CurrentForwarding().Resolve({p1, 0x0800, 0, frame}) ==
+                   Made(Kind::kSeveral, 0, interfaces);
+        });
+    };
+    EXPECT_TRUE(becomes(2));
+    try {
+        Network::Ip("link set br0 type bridge mcast_snooping 1");
+    } catch (const std::runtime_error& error) {
+        GTEST_SKIP() << "this kernel's bridges do not look at memberships: " << error.what();
+    }
+    EXPECT_TRUE(becomes(0));
+    Network::Ip("link set br0 type bridge mcast_snooping 0");
+    EXPECT_TRUE(becomes(2));
+}
+
 TEST_F(ForwardingTest, WhatIsForTheBridgeIsLocalOrRouted)
 {
     MakeBridge();

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -48,7 +49,7 @@ protected:
         PutLink(kRouter, 0x20);
         for (const std::uint32_t port : {1U, 2U, 3U, 4U})
             PutLink(port, static_cast<std::uint8_t>(0x30 + port));
-        bridges.SetBridge(kBridge, false, false);
+        bridges.SetBridge(kBridge, {});
         for (const std::uint32_t port : {1U, 2U, 3U, 4U}) PutPort(port, {.forwarding = true}, {});
         bridges.PutAddress(kBridge, 0, Numbered(2), {2, false}, 1);
         bridges.PutAddress(kBridge, 0, Numbered(0x10), {kBridge, true}, 1);
@@ -72,7 +73,7 @@ protected:
     /// in 8 alone.
     void Filter()
     {
-        bridges.SetBridge(kBridge, true, false);
+        bridges.SetBridge(kBridge, {.filtering = true});
         PutPort(1, {.forwarding = true}, {{7, 7, true, true}});
         PutPort(2, {.forwarding = true}, {{7, 7, true, true}});
         PutPort(3, {.forwarding = true}, {{5, 9, false, false}});
@@ -144,6 +145,49 @@ TEST_F(ResolverTest, FloodsCountTheOtherForwardingPorts)
     EXPECT_EQ(ToMac(1, kGroup), Made(Kind::kLocal)) << "but the machine itself does";
 }
 
+TEST_F(ResolverTest, HowManyHaveJoinedAGroupIsNotKnownWhereTheBridgeGoesByThat)
+{
+    const Destination everywhere = Made(Kind::kSeveral, 0, 3), somewhere = Made(Kind::kSeveral);
+    const auto group = [&](const char* address) {
+        const bool six = std::string_view(address).find(':') != std::string_view::npos;
+        Bytes frame = UdpFrame({.source = six ? "2001:db8::1" : "198.51.100.1", .destination = address});
+        frame[0] = std::byte{static_cast<std::uint8_t>(six ? 0x33 : 0x01)};
+        return ToFrame(1, frame, six ? 0x86DD : 0x0800, 0);
+    };
+    EXPECT_EQ(group("239.1.1.1"), everywhere);
+    bridges.SetBridge(kBridge, {.multicastSnooping = true});
+    for (const char* address : {"239.1.1.1", "224.0.1.1", "225.0.0.1", "ff0e::1", "ff02::2", "ff05::1"})
+        EXPECT_EQ(group(address), somewhere) << address;
+    for (const char* address : {"224.0.0.1", "224.0.0.251", "ff02::1"})
+        EXPECT_EQ(group(address), everywhere) << address;
+    EXPECT_EQ(ToMac(1, kBroadcast), everywhere);
+    EXPECT_EQ(ToMac(1, Numbered(99)), everywhere);
+    EXPECT_EQ(ToFrame(1, support::EthernetFrame(1, 0xFF, 0x88B5, 60), 0x88B5, 0), everywhere);
+    Bytes cut = UdpFrame({.destination = "224.0.0.1"});
+    cut[0] = std::byte{1};
+    EXPECT_EQ(ToFrame(1, Bytes(cut.begin(), cut.begin() + 33), 0x0800, 0), somewhere) << "can't be read";
+    EXPECT_EQ(ToFrame(1, Bytes(cut.begin(), cut.begin() + 34), 0x0800, 0), everywhere);
+    bridges.SetBridge(kBridge, {.multicastSnooping = false});
+    EXPECT_EQ(group("239.1.1.1"), everywhere);
+}
+
+TEST_F(ResolverTest, AGroupInATagIsOneToo)
+{
+    Filter();
+    bridges.SetBridge(kBridge, {.filtering = true, .multicastSnooping = true});
+    const auto group = [&](const char* address, bool inBytes) {
+        FrameOptions options{.destination = address};
+        if (inBytes) options.tags = {0x81000007};
+        Bytes frame = UdpFrame(options);
+        frame[0] = std::byte{1};
+        return ToFrame(3, frame, 0x0800, 7);
+    };
+    for (const bool inBytes : {false, true}) {
+        EXPECT_EQ(group("239.1.1.1", inBytes), Made(Kind::kSeveral, 0, 0, 7, 7));
+        EXPECT_EQ(group("224.0.0.5", inBytes), Made(Kind::kSeveral, 0, 2, 7, 7));
+    }
+}
+
 TEST_F(ResolverTest, IsolatedPortsDoNotReachEachOther)
 {
     PutPort(1, {.forwarding = true, .isolated = true}, {});
@@ -169,7 +213,7 @@ TEST_F(ResolverTest, LinkLocalGroupsStayInTheBridge)
     EXPECT_EQ(ToMac(1, {0x01, 0x80, 0xC2, 0, 0, 0x01}), Made(Kind::kDiscarded));
     EXPECT_EQ(ToMac(1, {0x01, 0x80, 0xC2, 0, 0, 0x10}), Made(Kind::kSeveral, 0, 3));
     EXPECT_EQ(ToMac(1, {0x01, 0x80, 0xC2, 0, 0, 0x00}), Made(Kind::kSeveral, 0, 3)) << "no spanning tree";
-    bridges.SetBridge(kBridge, false, true);
+    bridges.SetBridge(kBridge, {.spanningTree = true});
     EXPECT_EQ(ToMac(1, {0x01, 0x80, 0xC2, 0, 0, 0x00}), Made(Kind::kLocal));
 }
 

@@ -119,6 +119,41 @@ TEST_P(PathsTest, ABridgedFrameNamesThePortOrHowManyPortsItLeavesBy)
     });
 }
 
+TEST_P(PathsTest, ABridgeThatLooksAtMembershipsSendsAGroupToANumberOfPortsThatIsNotKnown)
+{
+    try {
+        Network::Ip(
+            "link set br0 type bridge mcast_snooping 1 mcast_query_response_interval 1\n"
+            "link set br0 type bridge mcast_querier 1");
+    } catch (const std::runtime_error& error) {
+        GTEST_SKIP() << "this kernel's bridges do not look at memberships: " << error.what();
+    }
+    Network::Bridge("mdb add dev br0 port p2 grp 239.1.1.1 permanent");
+    Sample();
+    ExpectRows({
+        {.name = "joined by one",
+         .frame = {.destination = "239.1.1.1"},
+         .mac = {1, 0, 0x5E, 1, 1, 1},
+         .output = {2, 0},
+         .leaves = {"p2"}},
+        {.name = "joined by nobody",
+         .frame = {.destination = "239.2.2.2"},
+         .mac = {1, 0, 0x5E, 2, 2, 2},
+         .output = {2, 0}},
+        {.name = "of the link",
+         .frame = {.destination = "224.0.0.251"},
+         .mac = {1, 0, 0x5E, 0, 0, 0xFB},
+         .output = {2, 2},
+         .leaves = {"p2", "p3"}},
+        {.name = "broadcast",
+         .frame = {.destination = "255.255.255.255"},
+         .mac = std::vector<int>(6, 0xFF),
+         .output = {2, 2},
+         .leaves = {"p2", "p3"}},
+        {.name = "unknown", .frame = {.to = kNobody}, .output = {2, 2}, .leaves = {"p2", "p3"}},
+    });
+}
+
 TEST_P(PathsTest, ARoutedPacketNamesInterfaceNextHopAndPrefixes)
 {
     MakeRouter();
