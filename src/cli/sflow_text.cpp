@@ -106,8 +106,9 @@ std::string InterfacesText(const Children& sflow)
         const Children interface(node);
         const std::string name = interface.Value("name");
         const std::string polling = interface.Value("polling-interval");
+        const std::string rate = interface.Value("sampling-rate");
         settings.Add({name, interface.Value("kernel-interface"), interface.Value("ifindex"),
-                      "1 in " + interface.Value("sampling-rate"), RateSource(interface),
+                      rate == "0" ? "off" : "1 in " + rate, RateSource(interface),
                       interface.Value("max-header-size"), polling == "0" ? "off" : polling + " s",
                       interface.Value("direction")});
         traffic.Add({name, LinkText(interface), interface.Value("packets-seen"),

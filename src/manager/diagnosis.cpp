@@ -185,7 +185,9 @@ bool Diagnosis::Undrawable(const Snapshot::Interface& interface)
 {
     const SourceStatus& source = m_snapshot.source;
     const InterfaceStatus& status = interface.status;
-    if (!source.permission)
+    if (interface.settings.rate == 0)
+        OfInterface(interface.name, Reason::kSamplingOff, text::SamplingOff(interface.name));
+    else if (!source.permission)
         OfInterface(interface.name, Reason::kNoPermission, text::NoPermission(source.reason));
     else if (source.kind.empty() || source.kind == "none")
         OfInterface(interface.name, Reason::kNoKernelSupport, text::NoKernelSupport(source.reason));
@@ -228,11 +230,12 @@ void Diagnosis::Counters(const Snapshot::Interface& interface)
 const char* Name(Reason reason)
 {
     static constexpr std::array kNames = {
-        "interface-missing", "interface-down",    "no-traffic",         "no-sample-yet",     "buffer-full",
-        "no-collector",      "no-flow-collector", "collector-disabled", "collector-unknown", "no-permission",
-        "no-kernel-support", "source-error",      "polling-off",        "not-loaded",        "no-route",
-        "unreachable",       "refused",           "send-error",         "nothing-sent",      "no-interface",
-        "no-agent-address"};
+        "interface-missing", "interface-down",  "no-traffic",        "no-sample-yet",
+        "buffer-full",       "no-collector",    "no-flow-collector", "collector-disabled",
+        "collector-unknown", "no-permission",   "no-kernel-support", "source-error",
+        "sampling-off",      "polling-off",     "not-loaded",        "no-route",
+        "unreachable",       "refused",         "send-error",        "nothing-sent",
+        "no-interface",      "no-agent-address"};
     static_assert(kNames.size() == static_cast<std::size_t>(Reason::kNoAgentAddress) + 1);
     return kNames.at(static_cast<std::size_t>(reason));
 }

@@ -28,6 +28,7 @@ enum class Reason : std::uint8_t {
     kNoPermission,
     kNoKernelSupport,
     kSourceError,
+    kSamplingOff,
     kPollingOff,
     kNotLoaded,
     kNoRoute,

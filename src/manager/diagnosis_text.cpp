@@ -208,6 +208,13 @@ std::string NoSampleYet(const Snapshot::Interface& interface)
                        interface.status.packetsSeen, interface.settings.rate);
 }
 
+std::string SamplingOff(const std::string& interface)
+{
+    return fmt::format(
+        "no packets are sampled: the sampling rate is 0; set oam sflow interface {} sampling-rate 4096",
+        interface);
+}
+
 std::string PollingOff(const std::string& interface)
 {
     return fmt::format(

@@ -36,6 +36,7 @@ std::string SourceError(const InterfaceStatus& status);
 std::string NoTraffic(const Snapshot::Interface& interface, std::optional<Direction> added);
 std::string BufferFull(const InterfaceStatus& status);
 std::string NoSampleYet(const Snapshot::Interface& interface);
+std::string SamplingOff(const std::string& interface);
 std::string PollingOff(const std::string& interface);
 
 }  // namespace manager::text

@@ -196,6 +196,32 @@ const Row kInterfaceRows[] = {
       OfInterface(Reason::kCollectorUnknown,
                   "the collector c1 is attached, but the manager knows no collector of that name; set oam sflow "
                   "collector c1 ip ADDRESS, or request sflow resync")}},
+    {"SamplingOff",
+     [](World& w) {
+         w.snapshot.interfaces[0].settings.rate = 0;
+         w.Status().sampled = false;
+         w.Status().packetsSeen = w.Status().samples = 0;
+     },
+     {OfInterface(Reason::kSamplingOff,
+                  "no packets are sampled: the sampling rate is 0; set oam sflow interface eth1 sampling-rate "
+                  "4096")}},
+    {"SamplingOffIsSaidBeforeNoPermission",
+     [](World& w) {
+         w.snapshot.interfaces[0].settings.rate = 0;
+         w.snapshot.source = {"none", "CAP_NET_RAW is missing", false};
+     },
+     {OfInterface(Reason::kSamplingOff,
+                  "no packets are sampled: the sampling rate is 0; set oam sflow interface eth1 sampling-rate "
+                  "4096")}},
+    {"SamplingOffThatNobodyMisses",
+     [](World& w) {
+         w.snapshot.interfaces[0].settings.rate = 0;
+         w.snapshot.interfaces[0].collectors = {std::vector<std::string>{}, {"c1"}};
+         w.configured.interfaces["eth1"].collectors = {std::vector<std::string>{}, {"c1"}};
+     },
+     {OfInterface(Reason::kNoFlowCollector,
+                  "only its counters are sent; for packet samples: set oam sflow interface eth1 "
+                  "flow-sampling-collector COLLECTOR")}},
     {"PollingOff", [](World& w) { w.snapshot.interfaces[0].settings.interval = 0; },
      {OfInterface(Reason::kPollingOff,
                   "its counters are not sent: the polling interval is 0; set oam sflow interface eth1 "

@@ -149,6 +149,50 @@ TEST_F(Problems, AnAgentAddressThatNobodyKnowsHasALineUntilThereIsOne)
     Awaits({}, {"busy-far"});
 }
 
+TEST_F(Problems, ARouteThatForbidsOrDiscardsIsNoRoute)
+{
+    Network::Veth("busy", "busy-far");
+    Network::Ip("route add prohibit 198.51.100.1/32\nroute add blackhole 198.51.100.2/32\n");
+    Start(R"(,{"name":"black","ip":"198.51.100.2"},{"name":"prohibited","ip":"198.51.100.1"})",
+          R"({"name":"busy","sampling-rate":1,"flow-sampling-collector":)"
+          R"([{"name":"c1"},{"name":"black"},{"name":"prohibited"}]})");
+    const std::string black =
+        "collector black no-route: the kernel's route to 198.51.100.2:6343 is one of type blackhole, or the "
+        "address to send from is gone; look at: ip route show table all match 198.51.100.2";
+    Awaits(
+        {black,
+         "collector prohibited no-route: the kernel's route to 198.51.100.1:6343 is one of type prohibit, or "
+         "that of a broadcast address; look at: ip route show table all match 198.51.100.1"},
+        {"busy-far"});
+    EXPECT_THAT(Network::Run({"ip", "route", "show", "table", "all", "match", "198.51.100.1"}),
+                HasSubstr("prohibit"));
+    Network::Ip("route delete prohibit 198.51.100.1/32\naddress add 198.51.100.1/32 dev lo\n");
+    const DecodingCollector there("198.51.100.1", 6343);
+    Awaits({black}, {"busy-far"});
+}
+
+TEST_F(Problems, ARateOfZeroAndTrafficThatHasEndedAreSaid)
+{
+    for (const std::string name : {"busy", "zero"}) Network::Veth(name, name + "-far");
+    const std::string zero =
+        R"({"name":"zero","default-sampling-rate":0,"flow-sampling-collector":[{"name":"c1"}]})";
+    Start("", Interface("busy", "c1") + "," + zero);
+    const std::string off =
+        "interface zero sampling-off: no packets are sampled: the sampling rate is 0; set oam sflow "
+        "interface "
+        "zero sampling-rate 4096";
+    Awaits({off}, {"busy-far", "zero-far"});
+    Lines shown;
+    EXPECT_TRUE(support::Becomes([&] { return (shown = Shown()).size() == 2; }, std::chrono::seconds(25)));
+    ASSERT_EQ(2U, shown.size());
+    EXPECT_THAT(shown[0],
+                testing::MatchesRegex("interface busy no-traffic: no packet has entered the kernel interface "
+                                      "busy for at least 1[0-9] s"));
+    EXPECT_EQ(off, shown[1]);
+    m_world->CliDone("set oam sflow interface zero sampling-rate 1; commit");
+    Awaits({}, {"busy-far", "zero-far"});
+}
+
 TEST_F(Problems, WithoutPermissionEachInterfaceSaysSo)
 {
     Network::Veth("busy", "far");
