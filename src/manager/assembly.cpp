@@ -167,10 +167,11 @@ void Assembly::Impl::Confine(const Options& options)
     const bool packetSockets = m_source.status.kind == "packet-socket";
     const auto missing = ReducePrivileges(user, {packetSockets, m_source.source && !packetSockets});
     for (const std::string& name : missing)
-        m_limitations.push_back("the manager lacks " + name + "; start it as root or grant it");
+        m_limitations.push_back(WithoutCapability(name, m_source.status.kind));
     if (!m_exporter.Limitation().empty()) m_limitations.push_back(m_exporter.Limitation());
     if (const std::string reason = RestrictSystemCalls(); !reason.empty()) slog::Notice("{}", reason);
     for (const std::string& limitation : m_limitations) slog::Notice("{}", limitation);
+    if (!m_source.source) m_limitations.push_back("no packets are sampled: " + m_source.status.reason);
 }
 
 StatusSources Assembly::Impl::Sources()

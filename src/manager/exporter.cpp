@@ -11,6 +11,15 @@
 
 namespace manager {
 
+std::string WithoutMark(const std::error_code& error)
+{
+    return fmt::format(
+        "the manager's own datagrams are not marked ({}), so they are sampled like others at the interfaces "
+        "they "
+        "pass; start sflow-mgr as root, or grant it CAP_NET_ADMIN or, from Linux 5.17 on, CAP_NET_RAW",
+        error.message());
+}
+
 void StreamShared::SendAll()
 {
     for (CollectorStream* stream : waiting) {
@@ -28,7 +37,7 @@ public:
         m_shared.uptime = std::move(uptime);
         m_shared.mark = mark;
         if (const std::error_code error = StreamSocket::CheckMark(mark))
-            m_shared.limitation = fmt::format("datagrams are not marked: {}", error.message());
+            m_shared.limitation = WithoutMark(error);
     }
 
     StreamShared& Shared() { return m_shared; }

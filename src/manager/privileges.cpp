@@ -40,7 +40,27 @@ void Become(const User& user)
         Fail("--user: cannot become " + user.name);
 }
 
+/// What is impaired where the source could be made without the capability, or there is no source.
+std::string Impaired(const std::string& capability, const std::string& source)
+{
+    if (capability == "CAP_BPF")
+        return "kernels before Linux 5.19 take no sampling program at an interface, so no packets are "
+               "sampled there";
+    if (capability == "CAP_NET_RAW") return "packet sockets can't be opened, so no packets are sampled";
+    if (source == "ebpf-clsact")
+        return "no sampling program can be put at an interface, so no packets are sampled";
+    return "the buffers for datagrams and for news of the kernel's tables are no larger than "
+           "net.core.wmem_max and "
+           "rmem_max, so datagrams are lost earlier in a burst, and tables are read anew more often";
+}
+
 }  // namespace
+
+std::string WithoutCapability(const std::string& capability, const std::string& source)
+{
+    return "without " + capability + " " + Impaired(capability, source) +
+           "; start sflow-mgr as root, or grant it " + capability;
+}
 
 std::vector<std::string> ReducePrivileges(const std::optional<User>& user, const LaterNeeds& needs)
 {

@@ -1,5 +1,5 @@
 // What the process may still do once everything is open: its user, its capabilities, its system calls.
-// All of it is given up for good; nothing here asks for more.
+// All of it is given up for good; nothing here asks for more. And what it means where something is missing.
 
 #ifndef MANAGER_PRIVILEGES_H
 #define MANAGER_PRIVILEGES_H
@@ -25,6 +25,10 @@ struct LaterNeeds {
 ///
 /// Returns the names of the capabilities that are needed and missing.
 std::vector<std::string> ReducePrivileges(const std::optional<User>& user, const LaterNeeds& needs);
+
+/// What can't be done without the capability, and what helps, for people. `source` is the kind of the source
+/// of packets in use, as in SourceStatus.
+std::string WithoutCapability(const std::string& capability, const std::string& source);
 
 /// Leaves the process only the system calls that its loop makes (seccomp(2)): no program is run, no file
 /// system is mounted, no process is traced, and sockets are those of the families it uses. A call beyond

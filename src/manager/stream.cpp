@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include <fmt/format.h>
-
 #include "wire/encode.h"
 
 namespace manager {
@@ -188,7 +186,7 @@ void CollectorStream::Connect(milliseconds now)
     if (error) m_health.Failed("connect", error, 1, true, now, m_shared.clock());
     if (!m_socket.Connected()) return;  // for want of files, say: nothing new about marks
     const std::error_code& mark = m_socket.MarkError();
-    m_shared.limitation = mark ? fmt::format("datagrams are not marked: {}", mark.message()) : "";
+    m_shared.limitation = mark ? WithoutMark(mark) : "";
 }
 
 }  // namespace manager

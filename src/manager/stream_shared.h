@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "manager/exporter.h"
@@ -14,6 +15,9 @@
 namespace manager {
 
 class CollectorStream;
+
+/// What it means that datagrams carry no mark, for people.
+std::string WithoutMark(const std::error_code& error);
 
 struct StreamShared {
     Exporter::Clock clock;

@@ -153,7 +153,11 @@ TEST_F(ExporterTest, SaysThatItMayNotMarkAndSendsAllTheSame)
         withoutSocket = Export().Limitation();
     }).join();
     EXPECT_EQ(unmarked, "");
-    EXPECT_EQ(atOnce, "datagrams are not marked: Operation not permitted");
+    EXPECT_EQ(
+        atOnce,
+        "the manager's own datagrams are not marked (Operation not permitted), so they are sampled like "
+        "others at the interfaces they pass; start sflow-mgr as root, or grant it CAP_NET_ADMIN or, from "
+        "Linux 5.17 on, CAP_NET_RAW");
     EXPECT_EQ(later, atOnce);
     EXPECT_EQ(Export().Find("c2")->Status().lastError.value(), EMFILE);
     EXPECT_EQ(withoutSocket, atOnce);
