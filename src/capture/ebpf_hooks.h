@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "capture/ebpf_clsact_claim.h"
+
 namespace capture {
 
 class EbpfHooks {
@@ -23,6 +25,8 @@ public:
     /// No packet is in the program any more when this returns. What is not attached, or whose interface
     /// is gone, is fine.
     virtual void Detach(std::uint32_t ifIndex, bool egress) = 0;
+    /// Tries again what could not be done. To be called twice a second or so.
+    virtual void Tend() {}
 };
 
 /// tcx links: the kernel takes them away with the process, however it ends. `ingress`, `egress`: the
@@ -31,10 +35,12 @@ std::unique_ptr<EbpfHooks> MakeTcxHooks(int ingress, int egress);
 /// Whether the kernel has tcx. `program`: any of the two.
 [[nodiscard]] bool TcxSupported(int program);
 
-/// Filters at the clsact qdisc, which outlive a process that is killed.
-std::unique_ptr<EbpfHooks> MakeClsactHooks(int ingress, int egress);
-/// Removes the filters that an earlier process left at any interface of this namespace.
-void SweepClsact();
+/// Filters at the clsact qdisc, which outlive a process that is killed. Without CAP_NET_ADMIN they stay too,
+/// which is logged. Throws Unavailable.
+std::unique_ptr<EbpfHooks> MakeClsactHooks(int ingress, int egress, ClsactClaim claim);
+/// Removes the filters that an earlier process left at any interface of this namespace, unless another
+/// manager that lives has the claim: some of them are its own.
+void SweepClsact(const ClsactClaim& claim);
 
 }  // namespace capture
 

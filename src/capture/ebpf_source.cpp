@@ -48,8 +48,9 @@ public:
                const SourceOptions& options, EbpfHook hook)
         : m_timers(timers), m_sink(sink), m_grace(timers)
     {
-        SweepClsact();
-        Load(options, hook);
+        ClsactClaim claim;
+        SweepClsact(claim);
+        Load(options, hook, std::move(claim));
         m_ring.emplace(m_program->RingFile(), m_program->RingSize());
         m_waker.emplace(loop, timers, m_program->RingFile(), m_program->Shared(), [this] { return Look(); });
     }
@@ -114,7 +115,7 @@ public:
     }
 
 private:
-    void Load(const SourceOptions& options, EbpfHook hook)
+    void Load(const SourceOptions& options, EbpfHook hook, ClsactClaim claim)
     {
         m_program.emplace(options, hook == EbpfHook::kClsact);
         const bool tcx = hook != EbpfHook::kClsact && TcxSupported(m_program->IngressFile());
@@ -125,7 +126,7 @@ private:
         if (hook == EbpfHook::kTcx)
             throw Unavailable(Unavailable::Cause::kKernel, "the kernel has no tcx hooks; Linux 6.6 has");
         if (hook == EbpfHook::kBest) m_program.emplace(options, true);
-        m_hooks = MakeClsactHooks(m_program->IngressFile(), m_program->EgressFile());
+        m_hooks = MakeClsactHooks(m_program->IngressFile(), m_program->EgressFile(), std::move(claim));
         Beat();
     }
 
@@ -136,6 +137,7 @@ private:
         ::clock_gettime(CLOCK_MONOTONIC, &now);
         m_program->Shared().heartbeat =
             static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000U + static_cast<std::uint64_t>(now.tv_nsec);
+        m_hooks->Tend();
         m_beat = m_timers.After(kHeartbeat, [this] { Beat(); });
     }
 

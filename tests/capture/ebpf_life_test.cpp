@@ -18,6 +18,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "capture/ebpf_other_process.h"
 #include "capture/ebpf_world.h"
 
 namespace {
@@ -38,51 +39,6 @@ protected:
         EXPECT_EQ(::syscall(SYS_bpf, BPF_PROG_QUERY, &attributes, sizeof(attributes)), 0);
         return attributes.query.prog_cnt;
     }
-    static std::string Filters(const std::string& device)
-    {
-        return Network::Run({"tc", "filter", "show", "dev", device, "ingress"});
-    }
-    static bool HasClsact(const std::string& device)
-    {
-        return Network::Run({"tc", "qdisc", "show", "dev", device}).find("clsact") != std::string::npos;
-    }
-
-    // Another process with a source at "right"; alive until it is killed.
-    class OtherProcess {
-    public:
-        OtherProcess(EbpfHook hook, std::uint32_t ifIndex)
-        {
-            int ends[2] = {};
-            if (::pipe(ends) != 0) throw std::runtime_error("pipe");
-            m_child = ::fork();
-            if (m_child == 0) {
-                boost::asio::io_context loop;
-                ManualTimers timers;
-                KeepingSink sink;
-                const auto source = capture::MakeEbpfSource(loop, timers, sink, {}, hook);
-                source->Add(ifIndex, {.rate = 1, .headerSize = 128});
-                (void)!::write(ends[1], "x", 1);
-                while (true) ::pause();
-            }
-            ::close(ends[1]);
-            char ready = 0;
-            EXPECT_EQ(::read(ends[0], &ready, 1), 1) << "the other process has its source";
-            ::close(ends[0]);
-        }
-        OtherProcess(const OtherProcess&) = delete;
-        OtherProcess& operator=(const OtherProcess&) = delete;
-        ~OtherProcess() { Kill(); }
-        void Kill()
-        {
-            if (m_child < 0) return;
-            ::kill(m_child, SIGKILL);
-            ::waitpid(m_child, nullptr, 0);
-            m_child = -1;
-        }
-
-    private:
-        pid_t m_child = -1;
-    };
 };
 
 TEST_F(EbpfLifeTest, RemovesWithTheLastCountsAndStartsAgainAtZero)
@@ -180,13 +136,9 @@ TEST_F(EbpfLifeTest, LeavesAnInterfaceThatHasMovedToAnotherNamespaceWhenRemoved)
 
 TEST_F(EbpfLifeTest, LeavesNothingWhenDestroyed)
 {
-    for (const auto hook : {EbpfHook::kTcx, EbpfHook::kClsact}) {
-        Start({}, hook);
-        source->Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
-        source.reset();
-        EXPECT_EQ(Attached(right), 0U);
-        EXPECT_FALSE(HasClsact("right"));
-    }
+    source->Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+    source.reset();
+    EXPECT_EQ(Attached(right), 0U);
 }
 
 TEST_F(EbpfLifeTest, LeavesNoLinkBehindWhenTheProcessIsKilled)
@@ -213,75 +165,6 @@ TEST_F(EbpfLifeTest, WorksBesideAnotherSource)
     EXPECT_EQ(second->Read(right).pool, 40U);
     second->Remove(right);
     Cross(1);
-}
-
-TEST_F(EbpfLifeTest, SamplesAtClsactAlike)
-{
-    Start({}, EbpfHook::kClsact);
-    EXPECT_EQ(source->Kind(), "ebpf-clsact");
-    source->Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
-    Cross(20);
-    support::Injector("right").Send(Frames(5));
-    EXPECT_TRUE(support::Becomes([&] { return source->Read(right).pool == 25; }));
-    source->Drain();
-    ASSERT_EQ(sink.samples.size(), 25U);
-    EXPECT_EQ(sink.samples[19].pool, 20U);
-    EXPECT_TRUE(sink.samples[24].egress);
-    source->Remove(right);
-    EXPECT_FALSE(HasClsact("right"));
-}
-
-TEST_F(EbpfLifeTest, LeavesOthersFiltersAtClsactAlone)
-{
-    Network::Run({"tc", "qdisc", "add", "dev", "right", "clsact"});
-    Start({}, EbpfHook::kClsact);
-    source->Add(right, {.rate = 1, .headerSize = 128});
-    EXPECT_NE(Filters("right").find("sflow_ingress"), std::string::npos);
-    source->Remove(right);
-    EXPECT_EQ(Filters("right"), "");
-    EXPECT_TRUE(HasClsact("right")) << "it was there before";
-}
-
-TEST_F(EbpfLifeTest, KeepsAQdiscThatSomebodyElseHasComeToUse)
-{
-    Start({}, EbpfHook::kClsact);
-    source->Add(right, {.rate = 1, .headerSize = 128});
-    try {
-        Network::Run(
-            {"tc", "filter", "add", "dev", "right", "egress", "prio", "7", "bpf", "bytecode", "1,6 0 0 0,"});
-    } catch (const std::runtime_error& reason) {
-        GTEST_SKIP() << "no other filter to be had here: " << reason.what();
-    }
-    source->Remove(right);
-    EXPECT_EQ(Filters("right"), "");
-    EXPECT_TRUE(HasClsact("right"));
-}
-
-TEST_F(EbpfLifeTest, RestsAtClsactWithoutAHeartbeatAndWakesWithIt)
-{
-    Start({}, EbpfHook::kClsact);
-    source->Add(right, {.rate = 1, .headerSize = 128});
-    Cross(3);
-    support::Injector injector("left");
-    // The test's time stands still, so no heartbeat comes: some two seconds on nothing is counted.
-    const auto rests = [&] {
-        const auto before = source->Read(right).pool;
-        injector.Send(Frames(1));
-        return source->Read(right).pool == before;
-    };
-    EXPECT_TRUE(support::Becomes(rests));
-    timers.Advance(std::chrono::milliseconds(500));
-    Cross(3);
-}
-
-TEST_F(EbpfLifeTest, RemovesWhatAKilledProcessLeftAtClsact)
-{
-    source.reset();
-    OtherProcess other(EbpfHook::kClsact, right);
-    other.Kill();
-    ASSERT_NE(Filters("right").find("sflow_ingress"), std::string::npos);
-    Start({}, EbpfHook::kBest);
-    EXPECT_EQ(Filters("right"), "");
 }
 
 TEST_F(EbpfLifeTest, GoesOnAfterASinkThatThrew)
