@@ -139,7 +139,7 @@ TEST_F(Problems, AnAgentAddressThatNobodyKnowsHasALineUntilThereIsOne)
     Network::Veth("busy", "busy-far");
     Start("", Interface("busy", "c1"));
     Awaits({}, {"busy-far"});
-    m_world->CliDone("delete oam sflow agent ipv4; commit");
+    m_world->CliDone("delete oam sflow agent ipv4; delete interface mgmt mgmt0; commit");
     Awaits({"agent agent no-agent-address: there is no agent address, so a collector can't tell whose "
             "datagrams these are; set oam sflow agent ipv4 ADDRESS, or give a management interface an "
             "address"},
@@ -201,6 +201,10 @@ TEST_F(Problems, WithoutPermissionEachInterfaceSaysSo)
         ASSERT_EQ(0, ::prctl(PR_CAPBSET_DROP, capability, 0, 0, 0)) << capability;
     Start("", Interface("busy", "c1"));
     const Lines shown = Shown();
+    const std::string manager = m_world->CliDone("show sflow");
+    EXPECT_THAT(manager, HasSubstr("  Limitation   without CAP_NET_ADMIN the buffers for datagrams "));
+    EXPECT_THAT(manager, HasSubstr("  Limitation   the manager's own datagrams are not marked "));
+    EXPECT_THAT(manager, HasSubstr("  Limitation   no packets are sampled: ebpf: "));
     ASSERT_EQ(2U, shown.size());
     EXPECT_THAT(shown[0], HasSubstr("collector c1 nothing-sent: "));
     EXPECT_THAT(shown[1], testing::StartsWith(
