@@ -1,18 +1,13 @@
 #include "manager/flow_export.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "manager/exporter.h"
 #include "net/forwarding.h"
 
 namespace manager {
-namespace {
-
-constexpr std::size_t kMacSize = 6;
-
-}  // namespace
-
 FlowExport::FlowExport(net::Forwarding& forwarding, Exporter& exporter, std::function<WallTime()> clock)
     : m_forwarding(forwarding), m_exporter(exporter), m_clock(std::move(clock))
 {
@@ -76,35 +71,15 @@ void FlowExport::Take(const capture::Sample& sample, DataSource& source)
 
 void FlowExport::DescribePath(const capture::Sample& sample, Tag tag)
 {
+    const net::Entering packet{sample.ifIndex, sample.etherType, tag.vlan, sample.header};
     if (!sample.egress) {
-        const net::Destination destination =
-            m_forwarding.Resolve({sample.ifIndex, sample.etherType, tag.vlan, sample.header});
-        DescribeIngress(sample.ifIndex, tag, destination, m_flow);
+        DescribeIngress(sample.ifIndex, tag, m_forwarding.Resolve(packet), m_flow);
         return;
     }
-    m_flow.input = OriginOf(sample, tag);
-    m_flow.output = {wire::Port::Format::kSingle, sample.ifIndex};
+    std::optional<std::uint32_t> enteredBy;
+    if (sample.origin != capture::kOriginUnknown) enteredBy = sample.origin;
     const std::uint16_t untagged = tag.vlan != 0 ? std::uint16_t{0} : m_forwarding.PortVlan(sample.ifIndex);
-    m_flow.inputVlan = m_flow.outputVlan = tag.vlan != 0 ? tag.vlan : untagged;
-    m_flow.inputPriority = m_flow.outputPriority = tag.priority;
-    m_flow.router.reset();
-}
-
-wire::Port FlowExport::OriginOf(const capture::Sample& sample, Tag tag)
-{
-    if (sample.origin == 0) return wire::kInternalPort;
-    if (sample.origin != capture::kOriginUnknown) return {wire::Port::Format::kSingle, sample.origin};
-    // Where an answer to it would go is where it came from.
-    std::array<std::byte, 2 * kMacSize + 2> answer{};
-    if (sample.header.size() < answer.size()) return {};
-    const auto from = sample.header.begin();
-    std::copy_n(from + kMacSize, kMacSize, answer.begin());
-    std::copy_n(from, kMacSize, answer.begin() + kMacSize);
-    std::copy_n(from + 2 * kMacSize, 2, answer.begin() + 2 * kMacSize);
-    const net::Destination back = m_forwarding.Resolve({sample.ifIndex, sample.etherType, tag.vlan, answer});
-    if (back.kind == net::Destination::Kind::kInterface) return {wire::Port::Format::kSingle, back.ifIndex};
-    if (back.kind == net::Destination::Kind::kLocal) return wire::kInternalPort;
-    return {};
+    DescribeEgress(sample.ifIndex, tag, untagged, m_forwarding.Trace(packet, enteredBy), m_flow);
 }
 
 void FlowExport::Send(const std::vector<Stream*>& streams)

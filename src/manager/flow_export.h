@@ -45,7 +45,6 @@ public:
 private:
     void Take(const capture::Sample& sample, DataSource& source);
     void DescribePath(const capture::Sample& sample, Tag tag);
-    [[nodiscard]] wire::Port OriginOf(const capture::Sample& sample, Tag tag);
     void Send(const std::vector<Stream*>& streams);
 
     net::Forwarding& m_forwarding;

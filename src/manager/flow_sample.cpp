@@ -88,6 +88,13 @@ wire::Port OutputOf(const net::Destination& destination)
     return Single(0);
 }
 
+wire::Port InputOf(const net::Origin& origin)
+{
+    using Kind = net::Destination::Kind;
+    if (origin.kind == Kind::kLocal) return wire::kInternalPort;
+    return Single(origin.kind == Kind::kInterface ? origin.ifIndex : 0);
+}
+
 wire::ExtendedRouter RouterOf(const net::Destination::Route& route)
 {
     wire::ExtendedRouter router;
@@ -148,6 +155,17 @@ void DescribePacket(const capture::Sample& sample, std::uint16_t hardwareType, w
     flow.tagProtocol = ethernet ? sample.tagProtocol : std::uint16_t{0};
     flow.tagControl = sample.tagControl;
     flow.frameLength = LengthsOf(sample).each + flow.stripped + (flow.tagProtocol != 0 ? 4U : 0U);
+}
+
+void DescribeEgress(std::uint32_t output, Tag tag, std::uint16_t untagged, const net::Origin& origin,
+                    wire::FlowSample& flow)
+{
+    flow.input = InputOf(origin);
+    flow.output = Single(output);
+    flow.inputVlan = flow.outputVlan = tag.vlan != 0 ? tag.vlan : untagged;
+    flow.inputPriority = flow.outputPriority = tag.priority;
+    flow.router.reset();
+    if (origin.route) flow.router = RouterOf(*origin.route);
 }
 
 void DescribeIngress(std::uint32_t input, Tag tag, const net::Destination& destination,

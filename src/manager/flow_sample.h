@@ -37,6 +37,11 @@ Tag OuterTag(const capture::Sample& sample);
 /// Fills what the packet itself tells: header, lengths, tag.
 void DescribePacket(const capture::Sample& sample, std::uint16_t hardwareType, wire::FlowSample& flow);
 
+/// Fills where a packet that leaves by `output` has come from. `untagged` is the VLAN of packets without a
+/// tag at that interface; 0: none.
+void DescribeEgress(std::uint32_t output, Tag tag, std::uint16_t untagged, const net::Origin& origin,
+                    wire::FlowSample& flow);
+
 /// Fills where a packet that enters by `input` goes: both interfaces, VLANs and next hop.
 void DescribeIngress(std::uint32_t input, Tag tag, const net::Destination& destination,
                      wire::FlowSample& flow);

@@ -51,6 +51,14 @@ struct Entering {
     std::span<const std::byte> header;  // from the link header on; the outermost tag may be in it or not
 };
 
+/// Where a packet that leaves has come from.
+struct Origin {
+    Destination::Kind kind = Destination::Kind::kUnknown;  // or kInterface, or kLocal: made here
+    std::uint32_t ifIndex = 0;                             // of kInterface
+    std::optional<Destination::Route> route;               // only where it was routed, and by what is known
+    friend bool operator==(const Origin&, const Origin&) = default;
+};
+
 class Forwarding {
 public:
     Forwarding() = default;
@@ -61,6 +69,11 @@ public:
     /// Fast and bounded: tables and, for a flow that was not seen lately, one question to the kernel.
     /// Any bytes will do.
     [[nodiscard]] virtual Destination Resolve(const Entering& packet) = 0;
+
+    /// Likewise of a packet that leaves by `leaving.ifIndex`. `enteredBy` is the interface by which the
+    /// kernel says that it had entered, 0 for one made here; where nobody says, it has come from where an
+    /// answer to it would go.
+    [[nodiscard]] virtual Origin Trace(const Entering& leaving, std::optional<std::uint32_t> enteredBy) = 0;
 
     /// VLAN of packets without a tag that enter or leave by this bridge port (its PVID); 0: none.
     [[nodiscard]] virtual std::uint16_t PortVlan(std::uint32_t ifIndex) const = 0;

@@ -19,9 +19,10 @@ using Kind = Destination::Kind;
 
 constexpr int kDevicesOnTheWay = 8;  // VLAN devices on bridges on bonds: no sane way is longer
 
-const std::uint8_t* DestinationMac(const Entering& packet)
+/// Of the packet, or of an answer to it.
+const std::uint8_t* DestinationMac(const Entering& packet, bool backwards)
 {
-    return reinterpret_cast<const std::uint8_t*>(packet.header.data());
+    return reinterpret_cast<const std::uint8_t*>(packet.header.data()) + (backwards ? 6 : 0);
 }
 
 bool IsGroup(const std::uint8_t* mac) { return (mac[0] & 1) != 0; }
@@ -53,6 +54,21 @@ bool IsJoined(const Entering& packet)
     if (addresses->destination.size == 4) return to[0] != 224 || to[1] != 0 || to[2] != 0;
     return to != kAllNodes;
 }
+
+bool IsMulticast(const Address& address)
+{
+    return address.size == 4 ? (address.bytes[0] & 0xF0) == 0xE0 : address.bytes[0] == 0xFF;
+}
+
+bool IsBroadcast(const Address& address)
+{
+    const auto& bytes = address.bytes;
+    return address.size == 4 &&
+           std::all_of(bytes.begin(), bytes.begin() + 4, [](std::uint8_t byte) { return byte == 0xFF; });
+}
+
+/// That of a host without one, which no router passes on.
+bool IsUnspecified(const Address& address) { return address == Address{address.size, {}}; }
 
 bool IsEthernet(std::uint16_t type) { return type == ARPHRD_ETHER || type == ARPHRD_LOOPBACK; }
 
@@ -111,12 +127,68 @@ Destination Resolver::Resolve(const Entering& packet)
 {
     Way way{packet, Find(packet.ifIndex), packet.vlan};
     way.destination.inputVlan = packet.vlan;
-    if (way.device == nullptr) return way.destination;
+    Follow(way);
+    return way.destination;
+}
+
+Origin Resolver::Trace(const Entering& leaving, std::optional<std::uint32_t> enteredBy)
+{
+    Origin from;
+    if (enteredBy) {
+        from.kind = *enteredBy == 0 ? Kind::kLocal : Kind::kInterface;
+        from.ifIndex = *enteredBy;
+        const Device* in = Find(*enteredBy);
+        if (in == nullptr) return from;
+        const BridgePort* port = m_bridges.FindPort(in->ifIndex, in->port);
+        if (port != nullptr && port->bridge->ifIndex != port->ifIndex) return from;  // it was bridged
+    }
+    Way way{leaving, Find(leaving.ifIndex), leaving.vlan};
+    way.backwards = true;
+    Follow(way);
+    if (way.addresses) {
+        TraceRoute(*way.addresses, way.device->ifIndex, from);
+    } else if (!enteredBy &&
+               (way.destination.kind == Kind::kInterface || way.destination.kind == Kind::kLocal)) {
+        from.kind = way.destination.kind;
+        from.ifIndex = way.destination.ifIndex;
+    }
+    return from;
+}
+
+// `leftBy` is the device that IP has sent it by, and its link addresses are those of that device.
+void Resolver::TraceRoute(const Addresses& of, std::uint32_t leftBy, Origin& from)
+{
+    const bool told = from.kind == Kind::kInterface;
+    const bool toMany = IsMulticast(of.destination) || IsBroadcast(of.destination);
+    if (IsUnspecified(of.source)) {
+        if (!told) from.kind = Kind::kLocal;
+        return;
+    }
+    const auto back = m_routes.Way(0, of.source, {});
+    if (!back) return;
+    if (!told) {
+        const auto answer =
+            back->kind == Kind::kLocal || toMany ? back : m_routes.Way(leftBy, of.source, of.destination);
+        if (!answer || (answer->kind != Kind::kInterface && answer->kind != Kind::kLocal)) return;
+        from.kind = answer->kind;
+        if (answer->kind == Kind::kInterface) from.ifIndex = answer->ifIndex;
+    }
+    // A source of this machine's that has entered was translated: its route was that of another.
+    if (from.kind != Kind::kInterface || back->kind == Kind::kLocal || toMany) return;
+    const auto there = m_routes.Way(from.ifIndex, of.destination, of.source);
+    if (there && there->kind == Kind::kInterface && there->ifIndex == leftBy)
+        from.route = Routes::Between(of.destination, *there, *back);
+}
+
+void Resolver::Follow(Way& way)
+{
+    const Entering& packet = way.packet;
+    if (way.device == nullptr) return;
     if (!IsEthernet(way.device->hardwareType)) {
         if (IsWithoutLinkHeader(way.device->hardwareType)) Route(way, packet.etherType, 0);
-        return way.destination;
+        return;
     }
-    if (packet.header.size() < kEthernetSize) return way.destination;
+    if (packet.header.size() < kEthernetSize) return;
     for (int i = 0; i < kDevicesOnTheWay && way.device != nullptr; ++i) {
         const Placement& placement = way.device->placement;
         if (way.vlan != 0 && EnterVlanDevice(way)) continue;
@@ -124,16 +196,15 @@ Destination Resolver::Resolve(const Entering& packet)
             way.device = Find(placement.aggregate);
             continue;
         }
-        if (placement.foreignMaster) return way.destination;
+        if (placement.foreignMaster) return;
         const BridgePort* port = m_bridges.FindPort(way.device->ifIndex, way.device->port);
         if (port != nullptr && port->bridge->ifIndex != port->ifIndex) {
             if (EnterBridge(way, *port)) continue;
-            return way.destination;
+            return;
         }
         Arrive(way);
-        return way.destination;
+        return;
     }
-    return way.destination;
 }
 
 bool Resolver::EnterVlanDevice(Way& way) const
@@ -150,7 +221,7 @@ bool Resolver::EnterVlanDevice(Way& way) const
 bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
 {
     const Bridge& bridge = *port.bridge;
-    const std::uint8_t* mac = DestinationMac(way.packet);
+    const std::uint8_t* mac = DestinationMac(way.packet, way.backwards);
     Destination& to = way.destination;
     std::uint16_t vlan = 0;
     to.outputVlan = way.vlan;
@@ -240,7 +311,7 @@ bool Resolver::PassUp(Way& way, const BridgePort& port, std::uint16_t vlan) cons
 // It has reached the device that hands it to this machine's protocols.
 void Resolver::Arrive(Way& way)
 {
-    const std::uint8_t* mac = DestinationMac(way.packet);
+    const std::uint8_t* mac = DestinationMac(way.packet, way.backwards);
     Destination& to = way.destination;
     if (way.vlan != 0) {  // and nobody takes that VLAN
         to.kind = way.device->promiscuous ? Kind::kUnknown : Kind::kDiscarded;
@@ -266,13 +337,15 @@ void Resolver::Route(Way& way, std::uint16_t etherType, std::size_t network)
     }
     const auto addresses = ReadAddresses(etherType, way.packet.header.subspan(network));
     if (!addresses) return;
-    const auto& bytes = addresses->destination.bytes;
-    if (addresses->destination.size == 4 ? (bytes[0] & 0xF0) == 0xE0 : bytes[0] == 0xFF) {
+    if (way.backwards) {
+        way.addresses = addresses;
+        return;
+    }
+    if (IsMulticast(addresses->destination)) {
         to.kind = Kind::kSeveral;
         return;
     }
-    if (addresses->destination.size == 4 &&
-        std::all_of(bytes.begin(), bytes.begin() + 4, [](std::uint8_t byte) { return byte == 0xFF; })) {
+    if (IsBroadcast(addresses->destination)) {
         to.kind = Kind::kLocal;
         return;
     }

@@ -8,12 +8,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <unordered_map>
 
 #include "net/bridges.h"
 #include "net/forwarding.h"
 #include "net/link_message.h"
 #include "net/links.h"
+#include "net/packet_header.h"
 #include "net/routes.h"
 
 namespace net {
@@ -24,6 +26,7 @@ public:
     Resolver(const Bridges& bridges, Routes& routes) : m_bridges(bridges), m_routes(routes) {}
 
     [[nodiscard]] Destination Resolve(const Entering& packet) override;
+    [[nodiscard]] Origin Trace(const Entering& leaving, std::optional<std::uint32_t> enteredBy) override;
     [[nodiscard]] std::uint16_t PortVlan(std::uint32_t ifIndex) const override;
 
     void PutDevice(const Link& link, const Placement& placement);
@@ -38,17 +41,20 @@ private:
         Placement placement;
         mutable PortMemo port{};
     };
-    /// A packet on its way through the devices.
+    /// A packet on its way through the devices; or, backwards, an answer to one that has left.
     struct Way {
         const Entering& packet;
         const Device* device;
         std::uint16_t vlan;     // of the outermost tag that it still has; 0: none
         bool innerTag = false;  // that one is the packet's second
         bool forUs = false;     // a bridge has taken its address for one of this machine
+        bool backwards = false;
         Destination destination{};
+        std::optional<Addresses> addresses{};  // backwards: of IP, once it is at the device of `device`
     };
 
     [[nodiscard]] const Device* Find(std::uint32_t ifIndex) const;
+    void Follow(Way& way);
     // These are true when the packet goes on at another device.
     [[nodiscard]] bool EnterVlanDevice(Way& way) const;
     [[nodiscard]] bool EnterBridge(Way& way, const BridgePort& port) const;
@@ -56,6 +62,7 @@ private:
     void Bridged(Way& way, const BridgePort& port, const Bridges::Known& address, std::uint16_t vlan) const;
     void Flooded(Way& way, const BridgePort& port, std::uint16_t vlan, Flood kind) const;
     void Arrive(Way& way);
+    void TraceRoute(const Addresses& of, std::uint32_t leftBy, Origin& from);
     void Route(Way& way, std::uint16_t etherType, std::size_t network);
 
     const Bridges& m_bridges;

@@ -33,10 +33,16 @@ std::optional<Routes::Found> Routes::Find(std::uint32_t ifIndex, const Address& 
     // The way back tells the source's prefix.
     const auto back = Answer({0, source, {}}, {});
     if (!back) return std::nullopt;
+    found.route = Between(destination, *answer, *back);
+    return found;
+}
+
+Destination::Route Routes::Between(const Address& destination, const RouteAnswer& there,
+                                   const RouteAnswer& back)
+{
     // A directly connected destination is its own next hop: the address that is none, of its family.
     const Address none{destination.size, {}};
-    found.route = {answer->nextHop.size != 0 ? answer->nextHop : none, back->bits, answer->bits};
-    return found;
+    return {there.nextHop.size != 0 ? there.nextHop : none, back.bits, there.bits};
 }
 
 std::optional<RouteAnswer> Routes::Answer(const Key& shared, const Address& source)

@@ -57,6 +57,17 @@ public:
     [[nodiscard]] std::optional<Found> Find(std::uint32_t ifIndex, const Address& destination,
                                             const Address& source);
 
+    /// One way alone: of a packet that enters by `ifIndex`, or, with 0, of one that is sent from here
+    /// (`source` may then have size 0). Nothing as above.
+    [[nodiscard]] std::optional<RouteAnswer> Way(std::uint32_t ifIndex, const Address& destination,
+                                                 const Address& source)
+    {
+        return Answer({ifIndex, destination, {}}, source);
+    }
+    /// The route to `destination`, from both ways: there, and from here to the source.
+    [[nodiscard]] static Destination::Route Between(const Address& destination, const RouteAnswer& there,
+                                                    const RouteAnswer& back);
+
     /// Everything remembered may be wrong.
     void Forget() { ++m_generation; }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 #include "net/bridges.h"
@@ -82,5 +83,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const net::Destination to = machine.resolver.Resolve(packet);
     if (to.route && to.kind != net::Destination::Kind::kInterface) std::abort();
     if (to.kind == net::Destination::Kind::kInterface && to.ifIndex == 0) std::abort();
+    for (const std::optional<std::uint32_t> told : {std::optional<std::uint32_t>(), {0}, {1}, {3}, {5}}) {
+        const net::Origin from = machine.resolver.Trace(packet, told);
+        if (from.route && from.kind != net::Destination::Kind::kInterface) std::abort();
+        if (from.kind == net::Destination::Kind::kInterface && from.ifIndex == 0) std::abort();
+        if (told && from.ifIndex != *told) std::abort();
+    }
     return 0;
 }

@@ -78,7 +78,7 @@ void SamplesTest::MakeRouter(const Network::Host& host)
         "link set br0 address 02:00:00:00:00:30\n"
         "addr add 10.0.0.254/24 dev br0\n"
         "addr add 2001:db8:a::254/64 dev br0 nodad\n"
-        "link add r0 type veth peer name r1 netns " +
+        "link add r0 address 02:00:00:00:00:31 type veth peer name r1 netns " +
         std::to_string(host.Pid()) +
         "\nlink set r0 up\n"
         "addr add 203.0.113.1/28 dev r0\n"

@@ -54,10 +54,10 @@ protected:
     /// An address of that number is nobody's: the bridge floods what is sent there.
     static constexpr std::uint8_t kNobody = 0xEE;
 
-    /// Gives the bridge a router's address, and a network in the host's namespace behind r0, whose far end
-    /// there is r1. Frames of ToRouter come from a neighbour of the bridge's; 203.0.113.2 and .3 and
-    /// 2001:db8:b::2 are neighbours behind r0; 192.0.2.0/25 and 2001:db8:c::/48 are behind the first and the
-    /// last of them; 192.0.2.192/26 is a black hole.
+    /// Gives the bridge a router's address, and a network in the host's namespace behind r0 (of Mac(0x31)),
+    /// whose far end there is r1. Frames of ToRouter come from a neighbour of the bridge's; 203.0.113.2 and
+    /// .3 and 2001:db8:b::2 are neighbours behind r0; 192.0.2.0/25 and 2001:db8:c::/48 are behind the first
+    /// and the last of them; 192.0.2.192/26 is a black hole.
     static void MakeRouter(const Network::Host& host);
 
     /// Starts the manager. Once in a test.

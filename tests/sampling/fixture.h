@@ -117,8 +117,15 @@ public:
         asked.push_back(packet.ifIndex);
         return answer;
     }
+    net::Origin Trace(const net::Entering& packet, std::optional<std::uint32_t> enteredBy) override
+    {
+        traced.emplace_back(packet.ifIndex, enteredBy);
+        return origin;
+    }
     [[nodiscard]] std::uint16_t PortVlan(std::uint32_t) const override { return 0; }
     net::Destination answer;
+    net::Origin origin;
+    std::vector<std::pair<std::uint32_t, std::optional<std::uint32_t>>> traced;
     std::vector<std::uint32_t> asked;
 };
 

@@ -208,6 +208,54 @@ INSTANTIATE_TEST_SUITE_P(
             "Discarded", To(net::Destination::Kind::kDiscarded), {wire::Port::Format::kDiscarded, 256}}),
     [](const auto& row) { return row.param.name; });
 
+struct OriginCase {
+    const char* name;
+    net::Origin origin;
+    wire::Port input;
+};
+
+class InputTest : public testing::TestWithParam<OriginCase> {};
+
+TEST_P(InputTest, WhereAPacketHasComeFromIsWrittenAsTheFormatSays)
+{
+    wire::FlowSample flow;
+    DescribeEgress(3, {.vlan = 0, .priority = 6}, 30, GetParam().origin, flow);
+    EXPECT_EQ(flow.input, GetParam().input);
+    EXPECT_EQ(flow.output, (wire::Port{wire::Port::Format::kSingle, 3}));
+    EXPECT_EQ(flow.inputVlan, 30U) << "that of the port, for want of a tag";
+    EXPECT_EQ(flow.outputVlan, 30U);
+    EXPECT_EQ(flow.inputPriority, 6U);
+    EXPECT_EQ(flow.outputPriority, 6U);
+    EXPECT_FALSE(flow.router);
+    DescribeEgress(3, {.vlan = 5, .priority = 6}, 30, GetParam().origin, flow);
+    EXPECT_EQ(flow.inputVlan, 5U);
+    EXPECT_EQ(flow.outputVlan, 5U);
+}
+
+INSTANTIATE_TEST_SUITE_P(, InputTest,
+                         testing::Values(OriginCase{"Unknown", {}, {wire::Port::Format::kSingle, 0}},
+                                         OriginCase{"Interface",
+                                                    {net::Destination::Kind::kInterface, 44, {}},
+                                                    {wire::Port::Format::kSingle, 44}},
+                                         OriginCase{"Here",
+                                                    {net::Destination::Kind::kLocal, 0, {}},
+                                                    {wire::Port::Format::kSingle, 0x3FFFFFFF}}),
+                         [](const auto& row) { return row.param.name; });
+
+TEST(FlowSampleTest, ARoutedPacketHasItsRouteAlsoWhereItLeaves)
+{
+    net::Origin origin{net::Destination::Kind::kInterface, 4, {}};
+    origin.route = net::Destination::Route{{4, {192, 0, 2, 1}}, 24, 16};
+    wire::FlowSample flow;
+    DescribeEgress(3, {}, 0, origin, flow);
+    ASSERT_TRUE(flow.router);
+    EXPECT_EQ(flow.router->nextHop, (wire::Address{4, {192, 0, 2, 1}}));
+    EXPECT_EQ(flow.router->sourceBits, 24U);
+    EXPECT_EQ(flow.router->destinationBits, 16U);
+    DescribeEgress(3, {}, 0, {}, flow);
+    EXPECT_FALSE(flow.router) << "of the packet before";
+}
+
 TEST(FlowSampleTest, ARoutedPacketHasItsNextHopAndAnUntaggedOneThePortsVlan)
 {
     net::Destination destination = To(net::Destination::Kind::kInterface, 4);

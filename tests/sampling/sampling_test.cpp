@@ -3,7 +3,10 @@
 #include "manager/sampling.h"
 
 #include <chrono>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -238,20 +241,30 @@ TEST_F(SamplingTest, ASegmentedPacketIsAsManySamplesAsItsFramesThatWereDrawn)
 TEST_F(SamplingTest, ALeavingPacketHasTheInterfaceAsItsOutputAndItsOriginAsItsInput)
 {
     SampleEth1();
-    for (const std::uint32_t origin : {std::uint32_t{8}, std::uint32_t{0}, capture::kOriginUnknown}) {
+    using Kind = net::Destination::Kind;
+    const auto leave = [&](std::uint32_t origin, const net::Origin& answer) {
         source.Draw(5);
         source.waiting.back().egress = true;
         source.waiting.back().origin = origin;
-    }
-    forwarding.answer.kind = net::Destination::Kind::kInterface;
-    forwarding.answer.ifIndex = 12;
-    source.Drain();
-    const auto flows = c1.Flows();
-    ASSERT_EQ(flows.size(), 3U);
-    for (const auto& flow : flows) EXPECT_EQ(flow.output, (support::DecodedPort{0, 5}));
-    EXPECT_EQ(flows[0].input, (support::DecodedPort{0, 8}));
-    EXPECT_EQ(flows[1].input, (support::DecodedPort{0, 0x3FFFFFFF})) << "made on this machine";
-    EXPECT_EQ(flows[2].input, (support::DecodedPort{0, 12})) << "where its source address is";
+        forwarding.origin = answer;
+        source.Drain();
+        const auto flows = c1.Flows();
+        EXPECT_EQ(flows.at(0).output, (support::DecodedPort{0, 5}));
+        return flows.at(0);
+    };
+    const net::Destination::Route route{{4, {192, 0, 2, 1}}, 24, 16};
+    const auto routed = leave(8, {Kind::kInterface, 8, route});
+    EXPECT_EQ(routed.input, (support::DecodedPort{0, 8}));
+    EXPECT_EQ(routed.extendedRouter, (support::DecodedRouter{"192.0.2.1", 24, 16}));
+    const auto made = leave(0, {Kind::kLocal, 0, {}});
+    EXPECT_EQ(made.input, (support::DecodedPort{0, 0x3FFFFFFF})) << "made on this machine";
+    EXPECT_FALSE(made.extendedRouter) << "of the packet before";
+    EXPECT_EQ(leave(capture::kOriginUnknown, {Kind::kInterface, 12, {}}).input,
+              (support::DecodedPort{0, 12}));
+    EXPECT_EQ(leave(capture::kOriginUnknown, {}).input, (support::DecodedPort{0, 0}));
+    EXPECT_EQ(forwarding.traced, (std::vector<std::pair<std::uint32_t, std::optional<std::uint32_t>>>{
+                                     {5, 8}, {5, 0}, {5, std::nullopt}, {5, std::nullopt}}));
+    EXPECT_THAT(forwarding.asked, IsEmpty());
 }
 
 class SamplingDirectionTest : public SamplingTest {
