@@ -131,7 +131,7 @@ constexpr int kAllowed[] = {
 
 constexpr int kFamilies[] = {AF_UNIX, AF_INET, AF_INET6, AF_NETLINK, AF_PACKET};
 
-// A thread that ends packet sockets (capture/ring_closer.h) is made with clone. The C library tries clone3
+// A thread beside the loop (ipc/thread.h) is made with clone. The C library tries clone3
 // first, whose flags a filter can't see, and takes clone where that is said not to exist.
 int AllowThreads(scmp_filter_ctx context)
 {

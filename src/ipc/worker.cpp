@@ -1,0 +1,185 @@
+// The thread knows nothing of the loop: it tells it by a descriptor that it is done.
+
+#include "ipc/worker.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
+
+#include "ipc/thread.h"
+
+namespace ipc {
+namespace {
+
+using Action = std::function<void()>;
+
+struct Task {
+    Action work;
+    std::weak_ptr<Action> done;  // gone: it was cancelled
+};
+
+/// What loop and thread have in common; whoever is last ends it.
+class Desk {
+public:
+    Desk() : m_news(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+    {
+        if (m_news < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+    Desk(const Desk&) = delete;
+    Desk& operator=(const Desk&) = delete;
+    ~Desk() { ::close(m_news); }
+
+    /// Readable when something is done.
+    [[nodiscard]] int News() const { return m_news; }
+
+    /// True when there is a thread to do it.
+    bool Put(Task task)
+    {
+        const std::scoped_lock lock(m_mutex);
+        m_waiting.push_back(std::move(task));
+        m_changed.notify_all();
+        return m_served;
+    }
+
+    [[nodiscard]] std::vector<std::weak_ptr<Action>> TakeDone()
+    {
+        eventfd_t ignored = 0;
+        (void)::eventfd_read(m_news, &ignored);
+        const std::scoped_lock lock(m_mutex);
+        return std::exchange(m_done, {});
+    }
+
+    void SetServed(bool served)
+    {
+        const std::scoped_lock lock(m_mutex);
+        m_served = served;
+    }
+
+    /// Does what waits, and all that comes until the end.
+    void Serve()
+    {
+        std::unique_lock lock(m_mutex);
+        while (!m_ending) {
+            if (m_waiting.empty())
+                m_changed.wait(lock);
+            else
+                DoNext(lock);
+        }
+        m_served = false;
+        m_changed.notify_all();
+    }
+
+    void DoAllThatWaits()
+    {
+        std::unique_lock lock(m_mutex);
+        while (!m_waiting.empty()) DoNext(lock);
+    }
+
+    /// Nothing is begun any more.
+    void End(std::chrono::milliseconds patience)
+    {
+        std::unique_lock lock(m_mutex);
+        m_ending = true;
+        m_changed.notify_all();
+        m_changed.wait_for(lock, patience, [this] { return !m_served; });
+    }
+
+private:
+    void DoNext(std::unique_lock<std::mutex>& lock)
+    {
+        Task task = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        lock.unlock();
+        if (!task.done.expired()) task.work();
+        task.work = nullptr;
+        lock.lock();
+        m_done.push_back(std::move(task.done));
+        (void)::eventfd_write(m_news, 1);
+    }
+
+    const int m_news;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<Task> m_waiting;
+    std::vector<std::weak_ptr<Action>> m_done;
+    bool m_served = false;  // by a thread
+    bool m_ending = false;
+};
+
+class ThreadWorker final : public Worker {
+public:
+    explicit ThreadWorker(boost::asio::io_context& loop) : m_loop(loop), m_news(loop, m_desk->News())
+    {
+        Await();
+    }
+    ThreadWorker(const ThreadWorker&) = delete;
+    ThreadWorker& operator=(const ThreadWorker&) = delete;
+    ~ThreadWorker() override
+    {
+        m_alive.reset();
+        m_news.release();  // the thread may still use it
+        m_desk->End(kWorkerPatience);
+    }
+
+    std::shared_ptr<void> Do(std::function<void()> work, std::function<void()> done) override
+    {
+        auto held = std::make_shared<Action>(std::move(done));
+        if (!m_desk->Put({std::move(work), held}))
+            boost::asio::post(m_loop, [this, alive = Alive(m_alive)] {
+                if (!alive.expired()) Begin();
+            });
+        return held;
+    }
+
+private:
+    // Handlers that are under way when it ends find this gone.
+    using Alive = std::weak_ptr<bool>;
+
+    void Begin()
+    {
+        if (m_begun) return;
+        m_desk->SetServed(true);
+        m_begun = BeginThread([desk = m_desk] { desk->Serve(); });
+        if (m_begun) return;
+        m_desk->SetServed(false);
+        m_desk->DoAllThatWaits();
+    }
+
+    void Await()
+    {
+        m_news.async_wait(boost::asio::posix::stream_descriptor::wait_read,
+                          [this, alive = Alive(m_alive)](const boost::system::error_code& error) {
+                              if (error || alive.expired()) return;
+                              const auto finished = m_desk->TakeDone();
+                              Await();
+                              for (const auto& each : finished)
+                                  if (const auto done = each.lock()) (*done)();
+                          });
+    }
+
+    boost::asio::io_context& m_loop;
+    const std::shared_ptr<Desk> m_desk = std::make_shared<Desk>();
+    boost::asio::posix::stream_descriptor m_news;
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
+    bool m_begun = false;  // there is a thread
+};
+
+}  // namespace
+
+std::unique_ptr<Worker> MakeWorker(boost::asio::io_context& loop)
+{
+    return std::make_unique<ThreadWorker>(loop);
+}
+
+}  // namespace ipc
