@@ -23,6 +23,7 @@
 
 #include "manager/exporter.h"
 #include "manager/fake_timers.h"
+#include "manager/fake_worker.h"
 #include "manager/poller.h"
 #include "net/counters.h"
 #include "net/counters_links.h"
@@ -118,7 +119,7 @@ void Poll(benchmark::State& state, Interfaces& interfaces)
     FillTable(links, indexes, count);
 
     FakeTimers timers;
-    const auto reader = net::MakeCounterReader();
+    FakeWorker worker(timers);
     const Sink sink;
     manager::Exporter exporter([] { return std::chrono::system_clock::now(); },
                                [&timers] { return timers.Now(); }, 0);
@@ -126,7 +127,7 @@ void Poll(benchmark::State& state, Interfaces& interfaces)
     manager::Stream& stream = exporter.Set("c1", sink.Settings());
     std::uint32_t start = 0;
     manager::Poller poller(
-        timers, *reader, links, [&exporter] { exporter.Flush(); },
+        timers, worker, net::MakeCounterReader(), links, [&exporter] { exporter.Flush(); },
         [&timers] { return std::chrono::steady_clock::time_point(timers.Now()); },
         [] { return std::chrono::system_clock::now(); }, [&start](std::uint32_t) { return start; });
     for (std::size_t i = 0; i < count; ++i) {

@@ -14,6 +14,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "ipc/timers.h"
+#include "ipc/worker.h"
 #include "log/log.h"
 #include "manager/exporter.h"
 #include "manager/file_limit.h"
@@ -88,8 +89,8 @@ private:
     std::vector<std::string> m_limitations;
     const std::optional<Direction> m_addedDirection;
 
+    const std::unique_ptr<ipc::Worker> m_worker;
     net::Monitor m_monitor;
-    const std::unique_ptr<net::CounterReader> m_counters;
     Exporter m_exporter;
     Poller m_poller;
     Sampling m_sampling;
@@ -106,8 +107,8 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
     : m_timers(ipc::MakeTimers(loop)),
       m_journal(OpenJournal(options.journal)),
       m_addedDirection(options.direction),
-      m_monitor(loop, *m_timers),
-      m_counters(net::MakeCounterReader()),
+      m_worker(ipc::MakeWorker(loop)),
+      m_monitor(loop, *m_timers, *m_worker),
       m_exporter(
           m_clock,
           [start = steady_clock::now()] {
@@ -115,8 +116,8 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
           },
           options.mark),
       m_poller(
-          *m_timers, *m_counters, m_monitor.CurrentLinks(), [this] { m_exporter.Flush(); },
-          &steady_clock::now, m_clock, &RandomBelow),
+          *m_timers, *m_worker, net::MakeCounterReader(), m_monitor.CurrentLinks(),
+          [this] { m_exporter.Flush(); }, &steady_clock::now, m_clock, &RandomBelow),
       m_sampling({*m_timers, m_monitor.CurrentLinks(), m_monitor.CurrentForwarding(), m_exporter, m_poller},
                  m_addedDirection, m_clock),
       m_source(ChooseSource(options.source, loop, *m_timers, m_sampling.Sink(), SourceOptionsOf(options))),

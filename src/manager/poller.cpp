@@ -8,10 +8,12 @@
 #include <utility>
 
 #include "ipc/timers.h"
+#include "ipc/worker.h"
+#include "log/log.h"
 #include "manager/exporter.h"
+#include "manager/poller_reading.h"
 #include "manager/poller_sample.h"
 #include "manager/poller_schedule.h"
-#include "net/counters.h"
 #include "net/links.h"
 #include "wire/encode.h"
 
@@ -36,10 +38,11 @@ struct Polled : Schedule::Item {
 
 class Poller::Impl {
 public:
-    Impl(ipc::Timers& timers, net::CounterReader& reader, const net::Links& links, Flush flush, Clock clock,
-         WallClock wallClock, Random random)
+    Impl(ipc::Timers& timers, ipc::Worker& worker, std::shared_ptr<net::CounterReader> reader,
+         const net::Links& links, Flush flush, Clock clock, WallClock wallClock, Random random)
         : m_timers(timers),
-          m_reader(reader),
+          m_worker(worker),
+          m_reading(std::make_shared<Reading>(std::move(reader))),
           m_links(links),
           m_flush(std::move(flush)),
           m_clock(std::move(clock)),
@@ -69,19 +72,19 @@ public:
         const auto found = m_polled.find(key);
         if (found == m_polled.end()) return;
         m_schedule.Leave(found->second);
+        std::erase_if(m_due, [&](const Due& due) { return due.polled == &found->second; });
         m_polled.erase(found);
         Arm();
     }
 
     void Forget(std::uint32_t ifIndex)
     {
-        m_sequences.erase(ifIndex);
-        m_reader.Forget(ifIndex);
+        if (m_sequences.erase(ifIndex) != 0) m_forgotten.push_back(ifIndex);
     }
 
     void Restart(wire::Encoding encoding)
     {
-        m_sequences.clear();
+        for (auto& [ifIndex, sequence] : m_sequences) sequence = 0;
         m_encoding = encoding;
     }
 
@@ -93,6 +96,11 @@ public:
     }
 
 private:
+    struct Due {
+        std::uint32_t ifIndex = 0;  // that is asked for; it may serve another by the time of the answer
+        Polled* polled = nullptr;
+    };
+
     /// Waits for a random tick of the first interval; or goes on with the rhythm that it had.
     void Begin(Polled& polled)
     {
@@ -106,9 +114,10 @@ private:
 
     [[nodiscard]] Schedule::Tick Now() const { return (m_clock() - m_start) / kTick; }
 
-    /// One timer, for the next tick at which anything is due.
+    /// One timer, for the next tick at which anything is due; none while an answer is waited for.
     void Arm()
     {
+        if (m_asked != nullptr) return;
         const auto next = m_schedule.Next();
         if (next == m_armed) return;
         m_armed = next;
@@ -128,39 +137,60 @@ private:
         m_due.clear();
         for (Schedule::Item* item : m_items) {
             auto& polled = static_cast<Polled&>(*item);
-            m_due.push_back(&polled);
+            m_due.push_back({polled.target.ifIndex, &polled});
             m_schedule.Enter(polled, Schedule::Following(polled.Due(), polled.target.interval, now));
         }
-        if (!m_due.empty()) Poll();
+        if (!m_due.empty()) Ask();
         Arm();
     }
 
-    void Poll()
+    void Ask()
     {
-        constexpr auto byIndex = [](const Polled* polled) { return polled->target.ifIndex; };
-        std::ranges::sort(m_due, {}, byIndex);
-        m_indexes.clear();
-        for (const Polled* polled : m_due)
-            if (m_indexes.empty() || m_indexes.back() != polled->target.ifIndex)
-                m_indexes.push_back(polled->target.ifIndex);
+        std::ranges::sort(m_due, {}, &Due::ifIndex);
+        m_reading->indexes.clear();
+        for (const Due& due : m_due) {
+            if (!m_reading->indexes.empty() && m_reading->indexes.back() == due.ifIndex) continue;
+            m_reading->indexes.push_back(due.ifIndex);
+            m_sequences.try_emplace(due.ifIndex, 0);
+        }
+        m_reading->forgotten = std::exchange(m_forgotten, {});
+        m_asked = m_worker.Do([reading = m_reading] { reading->Do(); },
+                              [this] {
+                                  m_asked.reset();
+                                  Take();
+                                  Arm();
+                              });
+    }
+
+    void Take()
+    {
+        if (!m_reading->error.empty() && !std::exchange(m_failing, true))
+            slog::Error("the kernel's interface counters can't be read: {}", m_reading->error);
+        if (m_reading->error.empty()) m_failing = false;
         const WallTime time = m_wallClock();
-        for (const net::LinkCounters& counters : m_reader.Read(m_indexes)) {
+        auto ethernet = m_reading->ethernet.begin();
+        for (const net::LinkCounters& counters : m_reading->links) {
+            const net::EthernetCounters* more = nullptr;
+            if (ethernet != m_reading->ethernet.end() && ethernet->ifIndex == counters.ifIndex)
+                more = &(ethernet++)->counters;
             const net::Link* link = m_links.Find(counters.ifIndex);
             if (link == nullptr) continue;
-            for (Polled* polled : std::ranges::equal_range(m_due, counters.ifIndex, {}, byIndex))
-                Send(*polled, *link, counters, time);
+            for (const Due& due : std::ranges::equal_range(m_due, counters.ifIndex, {}, &Due::ifIndex))
+                if (due.polled->Waiting() && due.polled->target.ifIndex == counters.ifIndex)
+                    Send(*due.polled, *link, counters, more, time);
         }
+        m_due.clear();
         m_flush();
     }
 
-    void Send(Polled& polled, const net::Link& link, const net::LinkCounters& counters, WallTime time)
+    void Send(Polled& polled, const net::Link& link, const net::LinkCounters& counters,
+              const net::EthernetCounters* ethernet, WallTime time)
     {
         wire::CountersSample sample;
         sample.sequence = ++m_sequences[link.index];
         sample.source = link.index;
         sample.generic = MakeGenericCounters(link, counters);
-        if (const auto ethernet = m_reader.ReadEthernet(link.index))
-            sample.ethernet = MakeEthernetCounters(*ethernet);
+        if (ethernet != nullptr) sample.ethernet = MakeEthernetCounters(*ethernet);
         sample.portName = polled.target.name;
 
         const std::size_t size = wire::Encode(sample, m_encoding, m_whole);
@@ -175,7 +205,8 @@ private:
     }
 
     ipc::Timers& m_timers;
-    net::CounterReader& m_reader;
+    ipc::Worker& m_worker;
+    const std::shared_ptr<Reading> m_reading;  // the worker's while m_asked
     const net::Links& m_links;
     Flush m_flush;
     Clock m_clock;
@@ -184,23 +215,27 @@ private:
     steady_clock::time_point m_start;  // of tick 0
     wire::Encoding m_encoding = wire::Encoding::kCompact;
 
-    std::unordered_map<std::string, Polled> m_polled;              // by name in the configuration
-    std::unordered_map<std::uint32_t, std::uint32_t> m_sequences;  // last one sent, by kernel interface
+    std::unordered_map<std::string, Polled> m_polled;  // by name in the configuration
+    /// The last one sent of each kernel interface that was asked for.
+    std::unordered_map<std::uint32_t, std::uint32_t> m_sequences;
+    std::vector<std::uint32_t> m_forgotten;  // since the reader was told
     Schedule m_schedule;
     std::optional<Schedule::Tick> m_armed;
     std::shared_ptr<void> m_timer;
 
+    std::shared_ptr<void> m_asked;  // while the reading is under way
+    std::vector<Due> m_due;         // and whom it is for; by interface
+    bool m_failing = false;         // one line of the log for a row of failures
+
     // Of one tick, kept for their memory.
     std::vector<Schedule::Item*> m_items;
-    std::vector<Polled*> m_due;
-    std::vector<std::uint32_t> m_indexes;
     std::array<std::byte, wire::kMaxCountersSample> m_whole{}, m_cut{};
 };
 
-Poller::Poller(ipc::Timers& timers, net::CounterReader& reader, const net::Links& links, Flush flush,
-               Clock clock, WallClock wallClock, Random random)
-    : m_impl(std::make_unique<Impl>(timers, reader, links, std::move(flush), std::move(clock),
-                                    std::move(wallClock), std::move(random)))
+Poller::Poller(ipc::Timers& timers, ipc::Worker& worker, std::shared_ptr<net::CounterReader> reader,
+               const net::Links& links, Flush flush, Clock clock, WallClock wallClock, Random random)
+    : m_impl(std::make_unique<Impl>(timers, worker, std::move(reader), links, std::move(flush),
+                                    std::move(clock), std::move(wallClock), std::move(random)))
 {
 }
 

@@ -1,6 +1,7 @@
 // Polls the counters of the interfaces that have an interval and a counter collector, and sends them.
 // The first time falls at random into the first interval, then they are evenly spaced. All that is due
-// at a time is read together.
+// at a time is read together, beside the loop: the kernel's answer may have to wait for others. What falls
+// due while it waits is read together when it has come.
 
 #ifndef MANAGER_POLLER_H
 #define MANAGER_POLLER_H
@@ -17,7 +18,8 @@
 
 namespace ipc {
 class Timers;
-}
+class Worker;
+}  // namespace ipc
 namespace net {
 class CounterReader;
 class Links;
@@ -35,8 +37,8 @@ public:
     using Random = std::function<std::uint32_t(std::uint32_t)>;
     /// Sends what the streams hold: Exporter::Flush. Called once after all that was due at a time.
     using Flush = std::function<void()>;
-    // None of these functions, nor the reader, the links and the streams while the poller calls them, may
-    // call the poller in turn: what is due is being walked. From the loop, between its calls, all may.
+    // None of these functions, nor the links and the streams while the poller calls them, may call the poller
+    // in turn: what is due is being walked. From the loop, between its calls, all may.
 
     struct Target {
         std::uint32_t ifIndex = 0;
@@ -46,9 +48,9 @@ public:
         std::vector<Stream*> streams;
     };
 
-    /// All must outlive it.
-    Poller(ipc::Timers& timers, net::CounterReader& reader, const net::Links& links, Flush flush, Clock clock,
-           WallClock wallClock, Random random);
+    /// Timers, worker and links must outlive it. The worker may use the reader for longer.
+    Poller(ipc::Timers& timers, ipc::Worker& worker, std::shared_ptr<net::CounterReader> reader,
+           const net::Links& links, Flush flush, Clock clock, WallClock wallClock, Random random);
     Poller(const Poller&) = delete;
     Poller& operator=(const Poller&) = delete;
     ~Poller();

@@ -1,11 +1,9 @@
-// The counter reader on the kernel: both kinds of counters behind one door that does not throw.
+// The counter reader on the kernel: both kinds of counters behind one door.
 
 #include "net/counters.h"
 
 #include <algorithm>
-#include <system_error>
 
-#include "log/log.h"
 #include "net/counters_ethernet.h"
 #include "net/counters_links.h"
 
@@ -20,15 +18,7 @@ public:
         m_wanted.assign(ifIndexes.begin(), ifIndexes.end());
         std::ranges::sort(m_wanted);
         m_wanted.erase(std::ranges::unique(m_wanted).begin(), m_wanted.end());
-        try {
-            const auto found = m_links.Read(m_wanted);
-            m_failed = false;
-            return found;
-        } catch (const std::system_error& error) {
-            if (!m_failed) slog::Error("the kernel's interface counters can't be read: {}", error.what());
-            m_failed = true;
-            return {};
-        }
+        return m_links.Read(m_wanted);
     }
 
     std::optional<EthernetCounters> ReadEthernet(std::uint32_t ifIndex) override
@@ -42,7 +32,6 @@ private:
     LinkCountersReader m_links;
     EthernetCountersReader m_ethernet;
     std::vector<std::uint32_t> m_wanted;
-    bool m_failed = false;  // one line of the log for a row of failures
 };
 
 }  // namespace

@@ -31,6 +31,7 @@ struct EthernetCounters {
     [[nodiscard]] bool Any() const;
 };
 
+/// Its questions wait while anybody changes links, in whatever namespace. It writes nothing to the log.
 class CounterReader {
 public:
     CounterReader() = default;
@@ -39,7 +40,8 @@ public:
     virtual ~CounterReader() = default;
 
     /// The counters of these interfaces, in any order; those that are gone are missing. The cost grows
-    /// with their number; many are read with one dump. The result is valid until the next call.
+    /// with their number; many are read with one dump. The result is valid until the next call. Throws
+    /// std::system_error where the kernel gives none.
     virtual std::span<const LinkCounters> Read(std::span<const std::uint32_t> ifIndexes) = 0;
 
     /// What the driver counts; nothing where it counts nothing, which is remembered per interface

@@ -3,6 +3,7 @@
 #include "net/link_follower.h"
 
 #include <chrono>
+#include <cstddef>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -11,6 +12,7 @@
 
 #include <linux/rtnetlink.h>
 
+#include "ipc/worker.h"
 #include "log/log.h"
 #include "net/bridge_message.h"
 
@@ -19,16 +21,18 @@ namespace {
 
 constexpr std::size_t kLinkBuffer = 2 * 1024 * 1024;
 constexpr int kDatagramsATurn = 64;
-constexpr int kSpeedsATurn = 16;
+constexpr std::size_t kSpeedsAtATime = 64;
 constexpr std::chrono::milliseconds kTurn{2};
 constexpr int kTries = 3;  // of one dump that changes disturb
 
 }  // namespace
 
-LinkFollower::LinkFollower(Links& links, Bridges& bridges, LinkSpeeds& speeds, Listener listener)
+LinkFollower::LinkFollower(Links& links, Bridges& bridges, std::shared_ptr<LinkSpeeds> speeds,
+                           ipc::Worker& worker, Listener listener)
     : m_links(links),
       m_bridges(bridges),
-      m_speeds(speeds),
+      m_speeds(std::move(speeds)),
+      m_worker(worker),
       m_listener(std::move(listener)),
       m_socket(NETLINK_ROUTE)
 {
@@ -55,8 +59,8 @@ void LinkFollower::Synchronise()
     m_asked = m_ended = m_disturbed = false;
     m_tries = 0;
     m_measured.clear();
-    if (m_devices.empty())
-        m_speeds.ReadAll([this](std::uint32_t ifIndex, LinkSpeed speed) { m_measured[ifIndex] = speed; });
+    if (m_devices.empty() && m_measuring == nullptr)
+        m_speeds->ReadAll([this](std::uint32_t ifIndex, LinkSpeed speed) { m_measured[ifIndex] = speed; });
 }
 
 bool LinkFollower::Turn()
@@ -70,7 +74,7 @@ bool LinkFollower::Turn()
         m_asked = m_ended = false;
     }
     MeasureSome();
-    return more || !m_unmeasured.empty();
+    return more;
 }
 
 /// One line in the log for a row of failures.
@@ -235,7 +239,6 @@ void LinkFollower::RemoveLink(std::uint32_t ifIndex)
 {
     if (m_devices.erase(ifIndex) == 0) return;
     m_unmeasured.erase(ifIndex);
-    m_speeds.Forget(ifIndex);
     m_bridges.RemoveDevice(ifIndex);
     m_listener.removed(ifIndex);
     m_links.Remove(ifIndex);
@@ -251,22 +254,47 @@ void LinkFollower::MeasureAll()
     for (const auto& [ifIndex, device] : m_devices) m_unmeasured.insert(ifIndex);
 }
 
+/// No more than so many at a time: what they answer is taken in one go.
 void LinkFollower::MeasureSome()
 {
-    for (int i = 0; i < kSpeedsATurn && !m_unmeasured.empty(); ++i) {
+    if (m_measuring != nullptr) return;
+    const auto measuring = std::make_shared<Measuring>();
+    while (!m_unmeasured.empty() && measuring->links.size() < kSpeedsAtATime) {
         const std::uint32_t ifIndex = *m_unmeasured.begin();
         m_unmeasured.erase(m_unmeasured.begin());
         const auto found = m_devices.find(ifIndex);
+        if (found != m_devices.end() && found->second.hasSpeed) measuring->links.push_back(ifIndex);
+    }
+    if (measuring->links.empty()) return;
+    m_measuring = m_worker.Do(
+        [measuring, speeds = m_speeds] {
+            for (const std::uint32_t ifIndex : measuring->links)
+                measuring->speeds.push_back(speeds->Read(ifIndex));
+        },
+        [this, measuring] {
+            m_measuring.reset();
+            TakeMeasured(*measuring);
+            MeasureSome();
+        });
+}
+
+void LinkFollower::TakeMeasured(const Measuring& measured)
+{
+    for (std::size_t i = 0; i < measured.links.size(); ++i) {
+        const std::uint32_t ifIndex = measured.links[i];
+        const auto found = m_devices.find(ifIndex);
         const Link* link = m_links.Find(ifIndex);
         if (found == m_devices.end() || link == nullptr) continue;
-        const LinkSpeed speed = m_speeds.Read(ifIndex).value_or(LinkSpeed{});
-        if (speed == found->second.speed) continue;
-        found->second.speed = speed;
-        Link measured = *link;
-        measured.speed = speed.speed;
-        measured.duplex = speed.duplex;
-        m_listener.changed(measured, found->second.placement);
-        m_links.Put(std::move(measured));
+        Device& device = found->second;
+        device.hasSpeed = measured.speeds[i].has_value();
+        const LinkSpeed speed = measured.speeds[i].value_or(LinkSpeed{});
+        if (speed == device.speed) continue;
+        device.speed = speed;
+        Link changed = *link;
+        changed.speed = speed.speed;
+        changed.duplex = speed.duplex;
+        m_listener.changed(changed, device.placement);
+        m_links.Put(std::move(changed));
     }
 }
 

@@ -1,21 +1,29 @@
 // Follows links, bridge ports, their VLANs and learned addresses on one rtnetlink socket, dumps included,
 // so that what is told and what was asked for arrive in the order in which they happened. It has no loop
-// of its own: who owns it calls Turn when the socket is readable. Used by the monitor.
+// of its own: who owns it calls Turn when the socket is readable. Speeds, which links do not tell of
+// themselves, are asked for beside the loop. Used by the monitor.
 
 #ifndef NET_LINK_FOLLOWER_H
 #define NET_LINK_FOLLOWER_H
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 #include "net/bridges.h"
 #include "net/link_message.h"
 #include "net/link_speed.h"
 #include "net/links.h"
 #include "net/netlink.h"
+
+namespace ipc {
+class Worker;
+}
 
 namespace net {
 
@@ -27,8 +35,9 @@ public:
         std::function<void(std::uint32_t ifIndex)> removed;
     };
 
-    /// Opens the socket; throws std::system_error. The rest must outlive it.
-    LinkFollower(Links& links, Bridges& bridges, LinkSpeeds& speeds, Listener listener);
+    /// Opens the socket; throws std::system_error. Tables and worker must outlive it.
+    LinkFollower(Links& links, Bridges& bridges, std::shared_ptr<LinkSpeeds> speeds, ipc::Worker& worker,
+                 Listener listener);
 
     [[nodiscard]] int Descriptor() const { return m_socket.Descriptor(); }
     void SetReceiveBuffer(std::size_t bytes) { m_socket.SetReceiveBuffer(bytes); }
@@ -45,7 +54,7 @@ public:
     /// has no memory for an answer, say, everything is to be asked for again.
     bool Turn();
 
-    /// Asks for the speed of this link, or of all, in the next turns.
+    /// Asks for the speed of this link, or of all, from the next turn on.
     void Measure(std::uint32_t ifIndex);
     void MeasureAll();
 
@@ -55,7 +64,14 @@ private:
     struct Device {
         Placement placement;
         LinkSpeed speed;
+        bool hasSpeed = true;  // as far as is known
         std::uint32_t mark = 0;
+    };
+
+    /// Links that are being asked for their speed, and what they answer.
+    struct Measuring {
+        std::vector<std::uint32_t> links;
+        std::vector<std::optional<LinkSpeed>> speeds;
     };
 
     bool TakeSome();
@@ -70,16 +86,19 @@ private:
     void Failed(const std::string& reason);
     void Sweep();
     void MeasureSome();
+    void TakeMeasured(const Measuring& measured);
 
     Links& m_links;
     Bridges& m_bridges;
-    LinkSpeeds& m_speeds;
+    std::shared_ptr<LinkSpeeds> m_speeds;  // the worker's while m_measuring
+    ipc::Worker& m_worker;
     Listener m_listener;
     NetlinkSocket m_socket;
 
     std::unordered_map<std::uint32_t, Device> m_devices;
     std::unordered_set<std::uint32_t> m_unmeasured;
     std::unordered_map<std::uint32_t, LinkSpeed> m_measured;  // while everything is asked for
+    std::shared_ptr<void> m_measuring;
 
     Phase m_phase = Phase::kFollowing;
     bool m_asked = false;      // the dump of this phase runs

@@ -34,15 +34,10 @@ std::uint32_t DeviceOf(Attribute header)
 
 }  // namespace
 
-LinkSpeeds::LinkSpeeds() : m_questions(NETLINK_GENERIC)
+LinkSpeeds::LinkSpeeds() : m_socket(NETLINK_GENERIC)
 {
     try {
-        const GenericFamily family = FindGenericFamily(m_questions, ETHTOOL_GENL_NAME);
-        m_family = family.id;
-        if (const auto group = family.Group(ETHTOOL_MCGRP_MONITOR_NAME)) {
-            m_told.emplace(NETLINK_GENERIC);
-            m_told->Join(*group);
-        }
+        m_family = FindGenericFamily(m_socket, ETHTOOL_GENL_NAME);
     } catch (const std::system_error& error) {
         slog::Notice("no speeds of links: {}", error.what());
     }
@@ -50,7 +45,7 @@ LinkSpeeds::LinkSpeeds() : m_questions(NETLINK_GENERIC)
 
 NetlinkRequest LinkSpeeds::MakeRequest(std::uint32_t ifIndex) const
 {
-    NetlinkRequest request(m_family, ifIndex == 0 ? NLM_F_DUMP : 0);
+    NetlinkRequest request(m_family.id, ifIndex == 0 ? NLM_F_DUMP : 0);
     genlmsghdr header{};
     header.cmd = ETHTOOL_MSG_LINKMODES_GET;
     header.version = ETHTOOL_GENL_VERSION;
@@ -64,26 +59,26 @@ NetlinkRequest LinkSpeeds::MakeRequest(std::uint32_t ifIndex) const
 
 std::optional<LinkSpeed> LinkSpeeds::Read(std::uint32_t ifIndex)
 {
-    if (m_family == 0 || m_without.contains(ifIndex)) return std::nullopt;
+    if (m_family.id == 0) return std::nullopt;
     NetlinkRequest request = MakeRequest(ifIndex);
-    std::optional<LinkSpeed> read;
+    LinkSpeed read;
     try {
-        m_questions.Request(request, [&read](const nlmsghdr& message) {
+        m_socket.Request(request, [&read](const nlmsghdr& message) {
             read = ReadSpeed(
                 ReadAttributes<ETHTOOL_A_LINKMODES_DUPLEX + 1>(Payload(message, sizeof(genlmsghdr))));
         });
     } catch (const std::system_error& error) {
-        if (error.code().value() == EOPNOTSUPP) m_without.insert(ifIndex);
+        if (error.code().value() == EOPNOTSUPP) return std::nullopt;
     }
     return read;
 }
 
 void LinkSpeeds::ReadAll(const OnSpeed& found)
 {
-    if (m_family == 0) return;
+    if (m_family.id == 0) return;
     NetlinkRequest request = MakeRequest(0);
     try {
-        m_questions.Request(request, [&found](const nlmsghdr& message) {
+        m_socket.Request(request, [&found](const nlmsghdr& message) {
             const auto attributes =
                 ReadAttributes<ETHTOOL_A_LINKMODES_DUPLEX + 1>(Payload(message, sizeof(genlmsghdr)));
             found(DeviceOf(attributes[ETHTOOL_A_LINKMODES_HEADER]), ReadSpeed(attributes));
@@ -93,7 +88,15 @@ void LinkSpeeds::ReadAll(const OnSpeed& found)
     }
 }
 
-NetlinkSocket::Received LinkSpeeds::Receive(const std::function<void(std::uint32_t ifIndex)>& changed)
+SpeedChanges::SpeedChanges(const GenericFamily& ethtool) : m_family(ethtool.id)
+{
+    const auto group = ethtool.Group(ETHTOOL_MCGRP_MONITOR_NAME);
+    if (!group) return;
+    m_told.emplace(NETLINK_GENERIC);
+    m_told->Join(*group);
+}
+
+NetlinkSocket::Received SpeedChanges::Receive(const std::function<void(std::uint32_t ifIndex)>& changed)
 {
     if (!m_told) return NetlinkSocket::Received::kNothing;
     return m_told->Receive([this, &changed](const nlmsghdr& message) {

@@ -1,5 +1,5 @@
 // Speed and duplex of links, by ethtool netlink: asked for one link or all, and told of when somebody
-// sets them. Used by the monitor.
+// sets them. A question waits while anybody changes links, in whatever namespace. Used by the monitor.
 
 #ifndef NET_LINK_SPEED_H
 #define NET_LINK_SPEED_H
@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <unordered_set>
 
 #include "net/links.h"
 #include "net/netlink.h"
@@ -24,17 +23,30 @@ class LinkSpeeds {
 public:
     using OnSpeed = std::function<void(std::uint32_t ifIndex, LinkSpeed speed)>;
 
-    /// Opens its sockets; throws std::system_error. On a kernel without ethtool netlink every speed is
-    /// unknown.
+    /// Opens its socket; throws std::system_error. On a kernel without ethtool netlink no link has a speed.
     LinkSpeeds();
 
-    /// Asks for one link. Nothing when it has gone or has no such thing; the latter is remembered until
-    /// Forget.
+    /// Asks for one link. Nothing where it has no such thing and need not be asked again; unknown when it has
+    /// gone, or can't answer now.
     [[nodiscard]] std::optional<LinkSpeed> Read(std::uint32_t ifIndex);
-    void Forget(std::uint32_t ifIndex) { m_without.erase(ifIndex); }
 
     /// Asks for all links at once; those without are left out.
     void ReadAll(const OnSpeed& found);
+
+    /// What ethtool netlink is here; of number 0 where there is none.
+    [[nodiscard]] const GenericFamily& Family() const { return m_family; }
+
+private:
+    NetlinkRequest MakeRequest(std::uint32_t ifIndex) const;  // 0: all
+
+    NetlinkSocket m_socket;
+    GenericFamily m_family;
+};
+
+class SpeedChanges {
+public:
+    /// Opens its socket; throws std::system_error.
+    explicit SpeedChanges(const GenericFamily& ethtool);
 
     /// Readable when a setting was changed; -1 where the kernel does not tell.
     [[nodiscard]] int Descriptor() const { return m_told ? m_told->Descriptor() : -1; }
@@ -42,12 +54,8 @@ public:
     NetlinkSocket::Received Receive(const std::function<void(std::uint32_t ifIndex)>& changed);
 
 private:
-    NetlinkRequest MakeRequest(std::uint32_t ifIndex) const;  // 0: all
-
-    NetlinkSocket m_questions;
     std::optional<NetlinkSocket> m_told;
-    std::uint16_t m_family = 0;
-    std::unordered_set<std::uint32_t> m_without;
+    std::uint16_t m_family;
 };
 
 }  // namespace net

@@ -35,11 +35,11 @@ constexpr int kSettingsATurn = 64;
 
 class Monitor::Impl {
 public:
-    Impl(boost::asio::io_context& loop, ipc::Timers& timers)
+    Impl(boost::asio::io_context& loop, ipc::Timers& timers, ipc::Worker& worker)
         : m_timers(timers),
           m_routes(m_questions),
           m_resolver(m_bridges, m_routes),
-          m_follower(m_links, m_bridges, m_speeds,
+          m_follower(m_links, m_bridges, m_speeds, worker,
                      {[this](const Link& link, const Placement& placement) {
                           m_resolver.PutDevice(link, placement);
                       },
@@ -49,7 +49,7 @@ public:
           m_settingEvents(loop),
           m_routeEvents(loop, m_routeFollower.Descriptor())
     {
-        if (m_speeds.Descriptor() >= 0) m_settingEvents.assign(m_speeds.Descriptor());
+        if (m_settings.Descriptor() >= 0) m_settingEvents.assign(m_settings.Descriptor());
     }
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
@@ -142,7 +142,7 @@ private:
         try {
             for (int i = 0; i < kSettingsATurn; ++i) {
                 const auto received =
-                    m_speeds.Receive([this](std::uint32_t ifIndex) { m_follower.Measure(ifIndex); });
+                    m_settings.Receive([this](std::uint32_t ifIndex) { m_follower.Measure(ifIndex); });
                 if (received == NetlinkSocket::Received::kNothing) break;
                 if (received == NetlinkSocket::Received::kLost) m_follower.MeasureAll();
             }
@@ -165,7 +165,8 @@ private:
     ipc::Timers& m_timers;
     Links m_links;
     Bridges m_bridges;
-    LinkSpeeds m_speeds;
+    const std::shared_ptr<LinkSpeeds> m_speeds = std::make_shared<LinkSpeeds>();
+    SpeedChanges m_settings{m_speeds->Family()};
     KernelRoutes m_questions;
     Routes m_routes;
     Resolver m_resolver;
@@ -179,8 +180,8 @@ private:
     std::uint64_t m_turn = 0;
 };
 
-Monitor::Monitor(boost::asio::io_context& loop, ipc::Timers& timers)
-    : m_impl(std::make_unique<Impl>(loop, timers))
+Monitor::Monitor(boost::asio::io_context& loop, ipc::Timers& timers, ipc::Worker& worker)
+    : m_impl(std::make_unique<Impl>(loop, timers, worker))
 {
 }
 Monitor::~Monitor() = default;

@@ -14,15 +14,16 @@ class io_context;
 }
 namespace ipc {
 class Timers;
-}
+class Worker;
+}  // namespace ipc
 
 namespace net {
 
 class Monitor {
 public:
     /// Opens the sockets; throws std::system_error. The table is empty until Start. Must be outlived by
-    /// both.
-    Monitor(boost::asio::io_context& loop, ipc::Timers& timers);
+    /// all three. The worker asks for the speeds of links that are new or have changed.
+    Monitor(boost::asio::io_context& loop, ipc::Timers& timers, ipc::Worker& worker);
     Monitor(const Monitor&) = delete;
     Monitor& operator=(const Monitor&) = delete;
     ~Monitor();

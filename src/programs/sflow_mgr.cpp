@@ -35,7 +35,7 @@ void Run(const manager::Options& options)
     const std::string directory = RunDirectory();
     std::filesystem::create_directories(directory);
 
-    // One thread only: no locks.
+    // No other thread touches it: no locks.
     boost::asio::io_context loop(BOOST_ASIO_CONCURRENCY_HINT_UNSAFE);
     boost::asio::signal_set signals(loop, SIGTERM, SIGINT);
     signals.async_wait([&loop](const boost::system::error_code& error, int) {

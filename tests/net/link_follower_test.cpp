@@ -3,12 +3,15 @@
 
 #include "net/link_follower.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <boost/asio/io_context.hpp>
 
+#include "ipc/worker.h"
 #include "link_recorder.h"
 #include "net/route_follower.h"
 #include "support/broken_file.h"
@@ -23,12 +26,14 @@ using testing::IsEmpty;
 struct Followed {
     Links links;
     Bridges bridges;
-    LinkSpeeds speeds;
+    boost::asio::io_context loop;  // nobody runs it: no speed is ever known
+    const std::unique_ptr<ipc::Worker> worker = ipc::MakeWorker(loop);
     int told = 0;
     LinkFollower follower{
         links,
         bridges,
-        speeds,
+        std::make_shared<LinkSpeeds>(),
+        *worker,
         {[this](const Link&, const Placement&) { ++told; }, [this](std::uint32_t) { ++told; }}};
 
     /// Again where changes that the kernel still has to tell of disturb it.

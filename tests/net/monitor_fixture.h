@@ -11,6 +11,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "ipc/timers.h"
+#include "ipc/worker.h"
 #include "net/monitor.h"
 #include "support/network.h"
 #include "support/run_until.h"
@@ -24,7 +25,8 @@ protected:
         if (const auto why = support::Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
         m_network.emplace();
         m_timers = ipc::MakeTimers(m_loop);
-        m_monitor = std::make_unique<Monitor>(m_loop, *m_timers);
+        m_worker = ipc::MakeWorker(m_loop);
+        m_monitor = std::make_unique<Monitor>(m_loop, *m_timers, *m_worker);
     }
 
     /// Runs the loop until this holds.
@@ -37,6 +39,7 @@ protected:
     std::optional<support::Network> m_network;
     boost::asio::io_context m_loop;
     std::unique_ptr<ipc::Timers> m_timers;
+    std::unique_ptr<ipc::Worker> m_worker;
     std::unique_ptr<Monitor> m_monitor;
 };
 

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <set>
@@ -18,6 +19,7 @@
 
 #include "manager/exporter.h"
 #include "manager/fake_timers.h"
+#include "manager/fake_worker.h"
 #include "manager/poller.h"
 #include "net/counters.h"
 #include "net/links.h"
@@ -96,7 +98,7 @@ public:
         : m_one(m_timers),
           m_other(m_timers),
           m_poller(
-              m_timers, m_reader, m_links, [this] { ++m_flushes; },
+              m_timers, m_worker, m_sharedReader, m_links, [this] { ++m_flushes; },
               [this] { return std::chrono::steady_clock::time_point(m_timers.Now() + m_jump); },
               [this] { return manager::WallTime(std::chrono::seconds(1'000'000) + m_timers.Now()); },
               [this](std::uint32_t below) {
@@ -132,8 +134,10 @@ public:
 
     FakeTimers m_timers;
     std::chrono::milliseconds m_jump{0};  // by which the clock is before the timers
+    FakeWorker m_worker{m_timers};
     net::Links m_links;
-    FakeReader m_reader;
+    std::shared_ptr<FakeReader> m_sharedReader = std::make_shared<FakeReader>();
+    FakeReader& m_reader = *m_sharedReader;
     RecordingStream m_one, m_other;
     int m_flushes = 0;
     std::uint32_t m_random = 0;

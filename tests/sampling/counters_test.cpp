@@ -64,6 +64,7 @@ TEST_F(SamplingCountersTest, OfAnInterfaceThatComesAgainAreThoseOfANewDataSource
     EXPECT_EQ(Sent(), 0U);
     EXPECT_THAT(Seconds(4), ElementsAre(1, 0, 0, 2));
     EXPECT_EQ(Sent(), 2U);
+    EXPECT_THAT(reader->forgotten, ElementsAre(5));
 }
 
 }  // namespace

@@ -23,6 +23,7 @@
 
 #include "manager/exporter.h"
 #include "manager/fake_timers.h"
+#include "manager/fake_worker.h"
 #include "manager/poller.h"
 #include "manager/state.h"
 #include "net/counters.h"
@@ -238,9 +239,11 @@ protected:
     FakeTimers timers;
     net::Links links;
     FakeForwarding forwarding;
-    FakeReader reader;
+    FakeWorker worker{timers};
+    std::shared_ptr<FakeReader> reader = std::make_shared<FakeReader>();
     Exporter exporter{&std::chrono::system_clock::now, [] { return std::chrono::milliseconds(5); }, 0};
     Poller poller{timers,
+                  worker,
                   reader,
                   links,
                   [this] { exporter.Flush(); },
