@@ -1,10 +1,13 @@
 // What one look-up of a packet's way costs: on a bridge with 10,000 learned addresses, and over routes that
-// are remembered. The tables are filled by hand; the kernel has no part in it.
+// are remembered; and of where a packet that leaves has come from. The tables are filled by hand; the kernel
+// has no part in it.
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -28,13 +31,15 @@ net::MacAddress Numbered(std::uint32_t number)
     return mac;
 }
 
+/// 10.0.0.0/8 is beside the router's port, the rest beside the bridge.
 class AnyRoute final : public net::RouteQuestions {
 public:
-    std::optional<net::RouteAnswer> Ask(std::uint32_t, const net::Address&, const net::Address&) override
+    std::optional<net::RouteAnswer> Ask(std::uint32_t, const net::Address& destination,
+                                        const net::Address&) override
     {
         net::RouteAnswer answer;
         answer.kind = net::Destination::Kind::kInterface;
-        answer.ifIndex = 1;
+        answer.ifIndex = destination.bytes[0] == 10 ? kRouter : kBridge;
         return answer;
     }
 };
@@ -120,6 +125,40 @@ void RouteRemembered(benchmark::State& state)
     Run(state, machine, kRouter, Frames(true, 200));
 }
 BENCHMARK(RouteRemembered);
+
+/// `told`: the kernel has said by which interface they had entered.
+void TraceAll(benchmark::State& state, std::uint32_t ifIndex, std::uint32_t from,
+              const std::vector<Frame>& frames, bool told, bool routed)
+{
+    Machine machine(false);
+    const auto enteredBy = told ? std::optional(from) : std::nullopt;
+    std::size_t i = 0;
+    benchmark::IterationCount found = 0;
+    for (auto _ : state) {
+        const auto origin = machine.resolver.Trace({ifIndex, 0x0800, 0, frames[i++ % kFrames]}, enteredBy);
+        found += origin.ifIndex != 0 && origin.route.has_value() == routed ? 1 : 0;
+    }
+    if (found != state.iterations()) state.SkipWithError("a packet's origin was not found");
+}
+
+/// The frames with their link addresses exchanged: as if they came from where they went.
+std::vector<Frame> Exchanged(std::vector<Frame> frames)
+{
+    for (Frame& frame : frames) std::swap_ranges(frame.begin(), frame.begin() + 6, frame.begin() + 6);
+    return frames;
+}
+
+void LeavingBridged(benchmark::State& state)
+{
+    TraceAll(state, 1, 2, Exchanged(Frames(false, kAddresses)), state.range(0) != 0, false);
+}
+BENCHMARK(LeavingBridged)->ArgName("told")->Arg(0)->Arg(1);
+
+void LeavingRouted(benchmark::State& state)
+{
+    TraceAll(state, kRouter, kBridge, Exchanged(Frames(true, 200)), state.range(0) != 0, true);
+}
+BENCHMARK(LeavingRouted)->ArgName("told")->Arg(0)->Arg(1);
 
 }  // namespace
 
