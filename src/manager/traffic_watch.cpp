@@ -27,7 +27,10 @@ void TrafficWatch::WaitForNext()
 {
     m_next = m_timers.After(kEvery, [this] {
         m_next.reset();
-        if (!Look().empty()) WaitForNext();
+        if (m_source == nullptr) return;
+        const auto all = m_source->ReadAll();
+        for (const auto& [ifIndex, counts] : all) Note(ifIndex, counts);
+        if (!all.empty()) WaitForNext();
     });
 }
 
@@ -35,16 +38,20 @@ TrafficWatch::Counts TrafficWatch::Look()
 {
     Counts counts;
     if (m_source == nullptr) return counts;
-    const WallTime now = m_clock();
     for (const auto& [ifIndex, one] : m_source->ReadAll()) {
         counts[ifIndex] = one;
-        const auto at = m_sources.find(ifIndex);
-        if (at == m_sources.end()) continue;
-        DataSource& source = at->second;
-        const std::uint64_t pool = source.before.pool + one.pool;
-        if (std::exchange(source.grownTo, pool) != pool) source.grownAt = now;
+        Note(ifIndex, one);
     }
     return counts;
+}
+
+void TrafficWatch::Note(std::uint32_t ifIndex, const capture::Counts& counts)
+{
+    const auto at = m_sources.find(ifIndex);
+    if (at == m_sources.end()) return;
+    DataSource& source = at->second;
+    const std::uint64_t pool = source.before.pool + counts.pool;
+    if (std::exchange(source.grownTo, pool) != pool) source.grownAt = m_clock();
 }
 
 std::chrono::seconds TrafficWatch::QuietFor(const DataSource& source) const

@@ -45,6 +45,7 @@ public:
 
 private:
     void WaitForNext();
+    void Note(std::uint32_t ifIndex, const capture::Counts& counts);
 
     ipc::Timers& m_timers;
     DataSources& m_sources;
