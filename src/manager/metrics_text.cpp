@@ -112,7 +112,8 @@ const Row<Interface> kInterfaceRows[] = {
 };
 
 const Row<Collector> kCollectorRows[] = {
-    {"sflow_collector_sending", kGauge, "Whether the last datagrams were taken and no error has come since.",
+    {"sflow_collector_sending", kGauge,
+     "Whether the last datagrams were taken and no error of them is known.",
      [](const Collector& of) { return std::uint64_t{of.stream.sending}; }},
     {"sflow_collector_datagrams_total", kCounter, "Datagrams sent.",
      [](const Collector& of) { return of.stream.datagrams; }},
