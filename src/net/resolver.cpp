@@ -177,7 +177,7 @@ void Resolver::TraceRoute(const Addresses& of, std::uint32_t leftBy, Origin& fro
     if (from.kind != Kind::kInterface || back->kind == Kind::kLocal || toMany) return;
     const auto there = m_routes.Way(from.ifIndex, of.destination, of.source);
     if (there && there->kind == Kind::kInterface && there->ifIndex == leftBy)
-        from.route = Routes::Between(of.destination, *there, *back);
+        from.route = Routes::Between(*there, *back);
 }
 
 void Resolver::Follow(Way& way)

@@ -33,16 +33,8 @@ std::optional<Routes::Found> Routes::Find(std::uint32_t ifIndex, const Address& 
     // The way back tells the source's prefix.
     const auto back = Answer({0, source, {}}, {});
     if (!back) return std::nullopt;
-    found.route = Between(destination, *answer, *back);
+    found.route = Between(*answer, *back);
     return found;
-}
-
-Destination::Route Routes::Between(const Address& destination, const RouteAnswer& there,
-                                   const RouteAnswer& back)
-{
-    // A directly connected destination is its own next hop: the address that is none, of its family.
-    const Address none{destination.size, {}};
-    return {there.nextHop.size != 0 ? there.nextHop : none, back.bits, there.bits};
 }
 
 std::optional<RouteAnswer> Routes::Answer(const Key& shared, const Address& source)
@@ -52,8 +44,10 @@ std::optional<RouteAnswer> Routes::Answer(const Key& shared, const Address& sour
     if (remembered != nullptr && remembered->perSource && source.size != 0) remembered = Remembered(own);
     if (remembered != nullptr) return *remembered;
     if (!MayAsk()) return std::nullopt;
-    const auto answer = m_questions.Ask(shared.ifIndex, shared.destination, source);
+    auto answer = m_questions.Ask(shared.ifIndex, shared.destination, source);
     if (!answer) return std::nullopt;
+    // A directly connected destination is its own next hop: the address that is none, of its family.
+    if (answer->nextHop.size == 0) answer->nextHop = {shared.destination.size, {}};
     Remember(shared, *answer);
     if (answer->perSource && source.size != 0) Remember(own, *answer);
     return answer;

@@ -64,9 +64,11 @@ public:
     {
         return Answer({ifIndex, destination, {}}, source);
     }
-    /// The route to `destination`, from both ways: there, and from here to the source.
-    [[nodiscard]] static Destination::Route Between(const Address& destination, const RouteAnswer& there,
-                                                    const RouteAnswer& back);
+    /// The route that both ways make: there, and from here to the source.
+    [[nodiscard]] static Destination::Route Between(const RouteAnswer& there, const RouteAnswer& back)
+    {
+        return {there.nextHop, back.bits, there.bits};
+    }
 
     /// Everything remembered may be wrong.
     void Forget() { ++m_generation; }
