@@ -131,8 +131,8 @@ constexpr int kAllowed[] = {
 
 constexpr int kFamilies[] = {AF_UNIX, AF_INET, AF_INET6, AF_NETLINK, AF_PACKET};
 
-// A thread beside the loop (ipc/thread.h) is made with clone. The C library tries clone3
-// first, whose flags a filter can't see, and takes clone where that is said not to exist.
+// A thread beside the loop (ipc/thread.h) is made with clone. The C library tries clone3 first, whose flags
+// a filter can't see, and takes clone where that is said not to exist.
 int AllowThreads(scmp_filter_ctx context)
 {
     if (const int error = seccomp_rule_add(context, SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3), 0); error != 0)

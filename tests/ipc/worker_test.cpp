@@ -4,11 +4,14 @@
 #include "ipc/worker.h"
 
 #include <pthread.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -19,6 +22,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 
+#include "ipc/thread.h"
 #include "support/barrier.h"
 #include "support/run_until.h"
 
@@ -81,6 +85,46 @@ TEST_F(WorkerTest, BeginsNothingBeforeTheLoopRuns)
     ASSERT_TRUE(Comes(1));
     EXPECT_TRUE(worked);
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // these take address space all the time
+/// No stack for another thread fits in while it lives.
+class NoRoom {
+public:
+    NoRoom()
+    {
+        std::uint64_t pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        ::getrlimit(RLIMIT_AS, &m_before);
+        rlimit full = m_before;
+        full.rlim_cur =
+            pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)) + std::uint64_t{128} * 1024;
+        ::setrlimit(RLIMIT_AS, &full);
+    }
+    NoRoom(const NoRoom&) = delete;
+    NoRoom& operator=(const NoRoom&) = delete;
+    ~NoRoom() { ::setrlimit(RLIMIT_AS, &m_before); }
+
+private:
+    rlimit m_before{};
+};
+
+TEST_F(WorkerTest, WhereNoThreadCanBeMadeTheLoopDoesTheWorkUntilThereIsOne)
+{
+    std::thread::id first, second;
+    const auto early = Do("early", [&] { first = std::this_thread::get_id(); });
+    {
+        const NoRoom none;
+        // The C library keeps stacks of threads that have ended: these get them.
+        while (ipc::BeginThread([barrier = m_barrier] { barrier->Wait(); })) continue;
+        ASSERT_TRUE(Comes(1));
+    }
+    m_barrier->LetGo();
+    EXPECT_EQ(first, std::this_thread::get_id());
+    const auto late = Do("late", [&] { second = std::this_thread::get_id(); });
+    ASSERT_TRUE(Comes(2));
+    EXPECT_NE(second, first);
+}
+#endif
 
 TEST_F(WorkerTest, TheLoopGoesOnWhileATaskHangs)
 {
