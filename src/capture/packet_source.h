@@ -110,8 +110,8 @@ public:
     /// "ebpf-tcx", "ebpf-clsact" or "packet-socket": the name in the state.
     [[nodiscard]] virtual std::string Kind() const = 0;
 
-    /// Begins to sample at a kernel interface. Its counts begin at zero. Where it is sampled already, the same
-    /// as Change. Throws Unavailable, for this interface alone.
+    /// Begins to sample at a kernel interface. Its counts begin at zero. Where it is sampled already, the
+    /// same as Change. Throws Unavailable, for this interface alone.
     virtual void Add(std::uint32_t ifIndex, const Settings& settings) = 0;
 
     /// Changes how a sampled interface is sampled, at once and without a gap in its counts. Samples that
