@@ -2,6 +2,7 @@
 
 #include "ipc/timers.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -46,13 +47,13 @@ public:
     {
         m_state->isSet = true;
         m_state->due = Clock::now() + delay;
-        m_state->Arm(m_state->due);
+        m_state->Arm(std::max<std::chrono::nanoseconds>(delay, std::chrono::nanoseconds(1)));
     }
 
     void Cancel() override
     {
         m_state->isSet = false;
-        m_state->Arm({});
+        m_state->Disarm();
     }
 
 private:
@@ -62,16 +63,15 @@ private:
         {
         }
 
-        // Nobody reads the timer: to arm it takes back that it is readable. Never: at the clock's beginning.
-        void Arm(Clock::time_point at)
+        // Nobody reads the timer: to arm it takes back that it is readable.
+        void Arm(std::chrono::nanoseconds delay)
         {
-            const auto since = at.time_since_epoch();
-            const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
+            const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(delay);
             itimerspec time{};
-            time.it_value = {.tv_sec = seconds.count(),
-                             .tv_nsec = std::chrono::nanoseconds(since - seconds).count()};
-            (void)::timerfd_settime(timer.native_handle(), TFD_TIMER_ABSTIME, &time, nullptr);
+            time.it_value = {.tv_sec = seconds.count(), .tv_nsec = (delay - seconds).count()};
+            (void)::timerfd_settime(timer.native_handle(), 0, &time, nullptr);
         }
+        void Disarm() { Arm(std::chrono::nanoseconds(0)); }
 
         boost::asio::posix::stream_descriptor timer;
         const std::function<void()> action;
@@ -102,7 +102,7 @@ private:
             const std::shared_ptr<State>& state;
             ~Waiting()
             {
-                if (!state->isSet) state->Arm({});
+                if (!state->isSet) state->Disarm();
                 Wait(state);
             }
         } const waiting{state};
