@@ -36,9 +36,8 @@ std::string NoRoute(const std::string& where, const Snapshot::Collector& collect
             where, address);
     if (error == std::errc::invalid_argument)
         return fmt::format(
-            "the kernel's route to {} is one of type blackhole, or the address to send from is gone; look "
-            "at: "
-            "ip route show table all match {}",
+            "the kernel's route to {} is one of type blackhole, or the address to send from is gone; "
+            "look at: ip route show table all match {}",
             where, address);
     return fmt::format("the kernel has no route to {}; look at: ip route get {}", where, address);
 }

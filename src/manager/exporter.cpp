@@ -14,9 +14,9 @@ namespace manager {
 std::string WithoutMark(const std::error_code& error)
 {
     return fmt::format(
-        "the manager's own datagrams are not marked ({}), so they are sampled like others at the interfaces "
-        "they "
-        "pass; start sflow-mgr as root, or grant it CAP_NET_ADMIN or, from Linux 5.17 on, CAP_NET_RAW",
+        "the manager's own datagrams are not marked ({}), so they are sampled like others at the "
+        "interfaces they pass; start sflow-mgr as root, or grant it CAP_NET_ADMIN or, from Linux 5.17 on, "
+        "CAP_NET_RAW",
         error.message());
 }
 

@@ -50,8 +50,8 @@ std::string Impaired(const std::string& capability, const std::string& source)
     if (source == "ebpf-clsact")
         return "no sampling program can be put at an interface, so no packets are sampled";
     return "the buffers for datagrams and for news of the kernel's tables are no larger than "
-           "net.core.wmem_max and "
-           "rmem_max, so datagrams are lost earlier in a burst, and tables are read anew more often";
+           "net.core.wmem_max and rmem_max, so datagrams are lost earlier in a burst, and tables are read "
+           "anew more often";
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ namespace net {
 struct RouteAnswer {
     Destination::Kind kind = Destination::Kind::kUnknown;
     std::uint32_t ifIndex = 0;
-    Address nextHop;         // size 0: directly connected
+    Address nextHop;         // directly connected: size 0 of the kernel, all zeros of Routes
     std::uint8_t bits = 0;   // prefix length of the route
     bool perSource = false;  // may differ for another source
 };

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <thread>
 
+#include "capture/cable.h"
 #include "capture/ring_pair.h"
 #include "capture/source_suite.h"
 
@@ -21,14 +22,12 @@ using support::Network;
 constexpr std::size_t kRing = 1U << 20U;
 constexpr std::uint32_t kNever = 16777215;  // hardly ever
 
-class RingFollow : public testing::Test {
+class RingFollow : public OnCable<> {
 protected:
     void SetUp() override
     {
-        if (const std::string why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
-        m_network.emplace();
-        Network::Veth("near", "far");
-        m_near = Network::Index("near");
+        OnCable::SetUp();
+        if (IsSkipped()) return;
         m_pair = std::make_shared<RingPair>(kRing);
         m_pair->Prepare(m_near, {.rate = kNever, .headerSize = 64}, kOwnMark);
         if (!m_pair->SharesOneHook()) GTEST_SKIP() << "this kernel has no such groups";
@@ -52,8 +51,6 @@ protected:
         return counted;
     }
 
-    std::optional<Network> m_network;
-    std::uint32_t m_near = 0;
     std::shared_ptr<RingPair> m_pair;
 };
 

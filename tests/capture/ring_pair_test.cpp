@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <ostream>
 
+#include "capture/cable.h"
 #include "capture/source_suite.h"
 
 namespace {
@@ -32,16 +33,8 @@ struct HookRow {
 };
 void PrintTo(const HookRow& row, std::ostream* out) { *out << row.name; }
 
-class RingPairOn : public testing::TestWithParam<HookRow> {
+class RingPairOn : public OnCable<testing::TestWithParam<HookRow>> {
 protected:
-    void SetUp() override
-    {
-        if (const std::string why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
-        m_network.emplace();
-        Network::Veth("near", "far");
-        m_near = Network::Index("near");
-    }
-
     void Begin(const Settings& settings)
     {
         m_pair = std::make_unique<RingPair>(kBytes);
@@ -70,8 +63,6 @@ protected:
         return samples;
     }
 
-    std::optional<Network> m_network;
-    std::uint32_t m_near = 0;
     std::unique_ptr<RingPair> m_pair;
 };
 

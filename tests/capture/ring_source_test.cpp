@@ -10,6 +10,7 @@
 #include <new>
 #include <utility>
 
+#include "capture/cable.h"
 #include "capture/source_suite.h"
 #include "support/few_files.h"
 
@@ -33,14 +34,12 @@ public:
     std::size_t taken = 0;
 };
 
-class RingSource : public testing::Test {
+class RingSource : public OnCable<> {
 protected:
     void SetUp() override
     {
-        if (const std::string why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
-        m_network.emplace();
-        Network::Veth("near", "far");
-        m_near = Network::Index("near");
+        OnCable::SetUp();
+        if (IsSkipped()) return;
         m_timers = ipc::MakeTimers(m_loop);
         m_source = MakeRingSource(m_loop, *m_timers, m_sink, {});
     }
@@ -66,8 +65,6 @@ protected:
 
     boost::asio::io_context m_loop;
     std::unique_ptr<ipc::Timers> m_timers;
-    std::optional<Network> m_network;
-    std::uint32_t m_near = 0;
     Sink m_sink;
     std::unique_ptr<PacketSource> m_source;
 };
