@@ -100,9 +100,22 @@ Environment::Environment(const std::filesystem::path& directory, Access access, 
     if (mapSize != 0) mdb_env_set_mapsize(m_environment, mapSize);
     code = mdb_env_open(m_environment, directory.c_str(), Flags(access), kFileMode);
     if (code == MDB_SUCCESS && access != Access::kCheck) code = mdb_reader_check(m_environment, nullptr);
+    if (code == MDB_SUCCESS && access == Access::kWrite) code = TakeOverFromLastWriter();
     if (code == MDB_SUCCESS) return;
     mdb_env_close(m_environment);
     Fail("opening", code);
+}
+
+int Environment::TakeOverFromLastWriter()
+{
+    // A commit writes its meta page first and its number into the lock file after it. A writer that was
+    // killed in between leaves the older number there while any reader keeps the file open, and what is read
+    // by that number is the commit before. The next write lock finds its owner dead and puts the number
+    // right.
+    MDB_txn* transaction = nullptr;
+    const int code = mdb_txn_begin(m_environment, nullptr, 0, &transaction);
+    if (code == MDB_SUCCESS) mdb_txn_abort(transaction);
+    return code;
 }
 
 Environment::~Environment()

@@ -84,6 +84,9 @@ public:
     void EndReading(std::unique_ptr<Reading> reading);
 
 private:
+    /// Before anything is read by a process that writes.
+    int TakeOverFromLastWriter();
+
     std::filesystem::path m_directory;
     MDB_env* m_environment = nullptr;
     std::vector<std::unique_ptr<Reading>> m_idle;  // before the environment is closed they are gone
