@@ -16,6 +16,8 @@ struct lysc_node;
 
 namespace cdb {
 
+struct Reach;
+
 class Schema {
 public:
     /// Loads our modules from `directory` and the IETF modules that NETCONF needs from their installed
@@ -31,6 +33,9 @@ public:
     /// Between a libyang schema node of configuration and its row in the table (kNoNode / nullptr for none).
     [[nodiscard]] NodeId IdOf(const lysc_node* node) const;
     [[nodiscard]] const lysc_node* NodeOf(NodeId id) const;
+
+    /// How far the constraints of the configuration reach (schema_reach.h).
+    [[nodiscard]] const Reach& Constraints() const;
 
     /// The implemented modules: name, revision (may be empty), namespace; for hello and yang-library.
     struct Module {

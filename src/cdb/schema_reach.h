@@ -4,8 +4,8 @@
 // A unit is what is validated together: an outermost list entry with everything below it, or the
 // trunk, that is all containers and leaves outside of lists.
 
-#ifndef CDB_VALIDATE_REACH_H
-#define CDB_VALIDATE_REACH_H
+#ifndef CDB_SCHEMA_REACH_H
+#define CDB_SCHEMA_REACH_H
 
 #include <string>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "cdb/validate_reach.h"
+#include "cdb/schema_reach.h"
 
 #include <libyang/libyang.h>
 
@@ -49,10 +49,35 @@ public:
         if (!isLocal) m_reach.wide.push_back(id);
     }
 
-    Reach Result() { return std::move(m_reach); }
+    Reach Result()
+    {
+        // A compiled type may be that of several leaves; who resolves the one resolves all of them.
+        std::erase_if(m_reach.references, [this](const Reference& reference) {
+            const bool isShared = IsShared(reference);
+            if (isShared) m_reach.wide.push_back(reference.leaf);
+            return isShared;
+        });
+        return std::move(m_reach);
+    }
 
 private:
     using Atoms = std::vector<const lysc_node*>;
+
+    [[nodiscard]] const lysc_type* TypeOf(NodeId leaf) const
+    {
+        return reinterpret_cast<const lysc_node_leaf*>(m_schema.NodeOf(leaf))->type;
+    }
+
+    /// Whether a leaf that is no such reference has the same compiled type.
+    [[nodiscard]] bool IsShared(const Reference& reference) const
+    {
+        const auto nodes = m_schema.Table().Nodes();
+        return std::any_of(nodes.begin(), nodes.end(), [&](const SchemaNode& node) {
+            const auto isSame = [&node](const Reference& each) { return each.leaf == node.id; };
+            return node.kind == NodeKind::kLeaf && TypeOf(node.id) == TypeOf(reference.leaf) &&
+                   std::none_of(m_reach.references.begin(), m_reach.references.end(), isSame);
+        });
+    }
 
     /// Nothing where libyang can't tell.
     static std::optional<Atoms> AtomsOf(const lysc_node* context, const lys_module* module,
