@@ -11,6 +11,7 @@
 #include "agent/operations.h"
 #include "agent/sessions.h"
 #include "agent/state.h"
+#include "agent/workbench.h"
 #include "ipc/frame.h"
 
 namespace agent {
@@ -40,15 +41,19 @@ public:
         : m_loop(loop),
           m_options(WithClock(std::move(agentOptions))),
           m_clients(schema, store, m_options.now),
-          m_callpoints(loop, schema.Table(), m_clients, m_options.callpointTimeout),
+          m_callpoints(loop, schema.Table(), m_clients,
+                       {m_options.callpointTimeout, m_options.callpointTotal}),
           m_delivery(loop, schema.Table(), m_clients, m_options.ackTimeout),
           m_state(loop, schema, store, datastore, m_clients, m_options.stateTimeout),
-          m_operations({loop, schema, datastore, m_clients, m_callpoints, m_delivery, m_state, m_options.now,
+          m_operations({loop, schema, datastore, m_clients, m_callpoints, m_delivery, m_state, m_changes,
+                        m_reads, m_options.now,
                         [this](std::uint32_t session, const std::string& reason) {
                             return m_sessions.End(session, reason);
                         },
                         m_options.actionTimeout}),
-          m_sessions(schema, m_operations, m_options.maxSessions, m_options.helloTimeout)
+          m_sessions(schema, m_operations, m_reads, m_options.maxSessions, m_options.helloTimeout),
+          m_changes(loop),
+          m_reads(loop)
     {
     }
 
@@ -82,6 +87,9 @@ private:
     Sessions m_sessions;  // behind what its requests use
     std::optional<Acceptor> m_cdb;
     std::optional<Acceptor> m_netconf;
+    // What is under way in them uses all of the above: it ends first.
+    Workbench m_changes;
+    Workbench m_reads;
 };
 
 Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Store& store,

@@ -22,6 +22,7 @@ struct AgentOptions {
     std::filesystem::path runDirectory;                 // where the sockets are made
     std::chrono::milliseconds ackTimeout{10'000};       // a subscriber's for one change set
     std::chrono::milliseconds callpointTimeout{5'000};  // without any answer
+    std::chrono::milliseconds callpointTotal{30'000};   // for all questions of one edit
     std::chrono::milliseconds stateTimeout{2'000};      // a provider's for its state
     std::chrono::milliseconds actionTimeout{5'000};     // a process's for a transition or an action
     std::chrono::milliseconds helloTimeout{30'000};     // a NETCONF client's for its hello

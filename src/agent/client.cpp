@@ -36,7 +36,7 @@ std::string Client::Name() const
 
 std::size_t Client::QueuedBytes() const { return m_channel->QueuedBytes(); }
 
-bool Client::Ask(AnswerKey key, const ipc::cdb::ServerMessage& message, AnswerHandler handler)
+bool Client::Ask(AnswerKey key, const google::protobuf::MessageLite& message, AnswerHandler handler)
 {
     if (m_phase == Phase::kEnded) return false;
     m_questions[key] = std::move(handler);
@@ -143,6 +143,7 @@ void Client::OnReady()
     m_phase = Phase::kReady;
     ipc::cdb::ServerMessage message;
     *message.mutable_welcome() = m_host.MakeWelcome();
+    m_welcomeCommit = message.welcome().commit();
     static_cast<void>(m_channel->Send(message));  // a failure ends the connection
     slog::Notice("{} is connected", Name());
 }

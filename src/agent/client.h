@@ -84,13 +84,16 @@ public:
     [[nodiscard]] const std::vector<std::string>& Callpoints() const { return m_callpoints; }
     [[nodiscard]] const std::vector<StateProvision>& Providers() const { return m_providers; }
     [[nodiscard]] bool IsApplying() const { return m_applying; }
+    /// The commit that it was told running is at when it became ready.
+    [[nodiscard]] std::uint64_t WelcomeCommit() const { return m_welcomeCommit; }
 
     /// A number for the next request to this client.
     std::uint64_t NextRequest() { return ++m_lastRequest; }
 
     /// Sends a message; the handler is called once with the answer, unless it is forgotten before, and
     /// never from inside Ask. False, and the handler is not called, when the connection has gone.
-    [[nodiscard]] bool Ask(AnswerKey key, const ipc::cdb::ServerMessage& message, AnswerHandler handler);
+    [[nodiscard]] bool Ask(AnswerKey key, const google::protobuf::MessageLite& message,
+                           AnswerHandler handler);
     void Forget(AnswerKey key) { m_questions.erase(key); }
 
     [[nodiscard]] std::size_t QueuedBytes() const;
@@ -124,6 +127,7 @@ private:
     std::vector<Subscription> m_subscriptions;
     std::vector<std::string> m_callpoints;
     std::vector<StateProvision> m_providers;
+    std::uint64_t m_welcomeCommit = 0;
     std::uint64_t m_lastRequest = 0;
     std::map<AnswerKey, AnswerHandler> m_questions;
 };

@@ -11,7 +11,10 @@
 
 namespace agent {
 
-Operations::Operations(Services services) : m_services(std::move(services)), m_queue(m_services.loop) {}
+Operations::Operations(Services services)
+    : m_services(std::move(services)), m_queue(m_services.loop), m_commits(m_services.loop)
+{
+}
 
 Operations::Handler Operations::Find(const lyd_node* operation)
 {
@@ -53,9 +56,9 @@ void Operations::Handle(const RequestPtr& request)
                               "the operation " + name + " is not offered", {{"bad-element", name}}));
 }
 
-void Operations::InTurn(const RequestPtr& request, std::function<void(const CandidateQueue::TurnPtr&)> work)
+void Operations::InTurn(const RequestPtr& request, std::function<void(const TurnQueue::TurnPtr&)> work)
 {
-    m_queue.Push([request, doWork = std::move(work)](const CandidateQueue::TurnPtr& turn) {
+    m_queue.Push([request, doWork = std::move(work)](const TurnQueue::TurnPtr& turn) {
         if (request->Wanted()) doWork(turn);
     });
 }

@@ -8,6 +8,7 @@
 #include "agent/data_writer.h"
 #include "agent/errors.h"
 #include "agent/operations.h"
+#include "cdb/tree_load.h"
 #include "netconf/xml.h"
 
 namespace agent {
@@ -48,24 +49,30 @@ void Operations::Get(const RequestPtr& request)
 {
     const auto defaults = DefaultsOf(*request);
     if (const auto* error = std::get_if<netconf::RpcError>(&defaults)) return request->Refuse(*error);
-    m_services.state.Collect(request->Filter(),
-                             [this, request, mode = std::get<Defaults>(defaults)](const Tree& state) {
-                                 request->Data([&](std::string& out) {
-                                     WriteData(m_services.datastore.Running(), request->Filter(), mode, out);
-                                     WriteData(state.get(), request->Filter(), mode, out);
-                                 });
-                             });
+    m_services.state.Collect(
+        request->Filter(), [this, request, mode = std::get<Defaults>(defaults)](const Tree& state) {
+            request->Data([&](std::string& out) {
+                const auto tree = cdb::LoadTree(m_services.schema, *m_services.datastore.Running());
+                WriteData(tree.get(), request->Filter(), mode, out);
+                WriteData(state.get(), request->Filter(), mode, out);
+            });
+        });
 }
 
 void Operations::GetConfig(const RequestPtr& request)
 {
     const auto defaults = DefaultsOf(*request);
     if (const auto* error = std::get_if<netconf::RpcError>(&defaults)) return request->Refuse(*error);
-    const lyd_node* tree = DatastoreName(request->Operation(), "source") == "candidate"
-                               ? m_services.datastore.Candidate()
-                               : m_services.datastore.Running();
-    request->Data(
-        [&](std::string& out) { WriteData(tree, request->Filter(), std::get<Defaults>(defaults), out); });
+    const bool ofCandidate = DatastoreName(request->Operation(), "source") == "candidate";
+    const auto text = std::make_shared<std::string>();
+    const auto read = [this, request, ofCandidate, text, mode = std::get<Defaults>(defaults)] {
+        const auto rows = ofCandidate ? m_services.datastore.Candidate() : m_services.datastore.Running();
+        const auto tree = cdb::LoadTree(m_services.schema, *rows);
+        *text =
+            request->DataText([&](std::string& out) { WriteData(tree.get(), request->Filter(), mode, out); });
+    };
+    Workbench& bench = ofCandidate ? m_services.changes : m_services.reads;
+    bench.Do(read, [request, text] { request->Reply(std::move(*text)); });
 }
 
 void Operations::GetSchema(const RequestPtr& request)

@@ -20,6 +20,7 @@ struct Rpc {
     std::string attributes;  // of <rpc>, written out, each with a blank before it
     Tree operation;          // checked against its definition, defaults filled in
     std::optional<SubtreeFilter> filter;
+    bool isLong = false;  // as text: its tree is large
 };
 
 struct BadRpc {

@@ -10,11 +10,18 @@
 #include "log/log.h"
 
 namespace agent {
+namespace {
 
-Sessions::Sessions(const cdb::Schema& schema, Operations& operations, std::size_t limit,
+/// A longer message is read beside the loop.
+constexpr std::size_t kReadAtOnce = std::size_t{32} << 10;
+
+}  // namespace
+
+Sessions::Sessions(const cdb::Schema& schema, Operations& operations, Workbench& reads, std::size_t limit,
                    std::chrono::milliseconds helloTimeout)
     : m_schema(schema),
       m_operations(operations),
+      m_reads(reads),
       m_limit(limit),
       m_helloTimeout(helloTimeout),
       m_hello(MakeHello(schema))
@@ -63,12 +70,39 @@ bool Sessions::End(std::uint32_t session, const std::string& reason)
 
 void Sessions::OnMessage(const std::shared_ptr<Session>& session, std::string message)
 {
-    auto read = ReadRpc(m_schema.Context(), std::move(message), session->SpeaksBase11());
+    if (message.size() <= kReadAtOnce)
+        return OnRead(session, ReadRpc(m_schema.Context(), std::move(message), session->SpeaksBase11()));
+    struct Reading {
+        std::string message;
+        std::variant<Rpc, BadRpc> read;
+    };
+    const auto reading = std::make_shared<Reading>(Reading{std::move(message), BadRpc{}});
+    const bool speaksBase11 = session->SpeaksBase11();
+    m_reads.Do(
+        [this, reading, speaksBase11] {
+            reading->read = ReadRpc(m_schema.Context(), std::move(reading->message), speaksBase11);
+            reading->message = std::string();
+            if (auto* rpc = std::get_if<Rpc>(&reading->read)) rpc->isLong = true;
+        },
+        [this, reading, session, self = std::weak_ptr<Sessions*>(m_self)] {
+            if (!self.expired()) OnRead(session, std::move(reading->read));
+        });
+}
+
+void Sessions::OnRead(const std::shared_ptr<Session>& session, std::variant<Rpc, BadRpc> read)
+{
+    if (!session->IsOpen()) return;
     if (const auto* bad = std::get_if<BadRpc>(&read)) {
         slog::Info("session {} ({}): {}", session->Who().id, session->Who().user, bad->error.message);
         return session->Send(RefusalText(bad->attributes, bad->error));
     }
-    m_operations.Handle(std::make_shared<Request>(session, std::get<Rpc>(std::move(read))));
+    auto rpc = std::get<Rpc>(std::move(read));
+    Request::Discard discard;
+    if (rpc.isLong)  // its tree takes long to free
+        discard = [self = std::weak_ptr<Sessions*>(m_self)](Tree tree) {
+            if (const auto there = self.lock()) (*there)->m_reads.Free(std::move(tree));
+        };
+    m_operations.Handle(std::make_shared<Request>(session, std::move(rpc), discard));
 }
 
 void Sessions::OnBroken(const std::shared_ptr<Session>& session, const std::string& problem)

@@ -9,16 +9,19 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <variant>
 
 #include "agent/operations.h"
+#include "agent/rpc.h"
 #include "agent/session.h"
+#include "agent/workbench.h"
 #include "cdb/schema.h"
 
 namespace agent {
 
 class Sessions {
 public:
-    Sessions(const cdb::Schema& schema, Operations& operations, std::size_t limit,
+    Sessions(const cdb::Schema& schema, Operations& operations, Workbench& reads, std::size_t limit,
              std::chrono::milliseconds helloTimeout);
     ~Sessions();
     Sessions(const Sessions&) = delete;
@@ -30,12 +33,14 @@ public:
     bool End(std::uint32_t session, const std::string& reason);
 
 private:
+    void OnRead(const std::shared_ptr<Session>& session, std::variant<Rpc, BadRpc> read);
     void OnMessage(const std::shared_ptr<Session>& session, std::string message);
     void OnBroken(const std::shared_ptr<Session>& session, const std::string& problem);
     void OnClosed(const std::shared_ptr<Session>& session, const std::string& reason);
 
     const cdb::Schema& m_schema;
     Operations& m_operations;
+    Workbench& m_reads;
     std::size_t m_limit;
     std::chrono::milliseconds m_helloTimeout;
     netconf::Hello m_hello;  // what all sessions say, but for the number

@@ -56,7 +56,7 @@ void StateSource::Collect(const std::optional<SubtreeFilter>& filter, std::funct
     const auto ask = [this](Client& client) {
         Question question{{ipc::cdb::ClientMessage::kStateReply, client.NextRequest()}};
         question.message->mutable_state_request()->set_request(question.key.second);
-        AddWantedConfiguration(m_schema, m_datastore.Running(), client,
+        AddWantedConfiguration(m_schema, *m_datastore.Running(), client,
                                *question.message->mutable_state_request());
         return question;
     };

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "cdb/tree.h"
+#include "cdb/tree_load.h"
 #include "ipc/frame.h"
 #include "log/log.h"
 
@@ -18,9 +19,11 @@ constexpr std::size_t kMaxBytes = ipc::kMaxFrame / 2;
 
 }  // namespace
 
-void AddWantedConfiguration(const cdb::Schema& schema, const lyd_node* running, const Client& client,
+void AddWantedConfiguration(const cdb::Schema& schema, cdb::RowView& rows, const Client& client,
                             ipc::cdb::StateRequest& request)
 {
+    const auto tree = cdb::LoadTree(schema, rows);
+    const lyd_node* running = tree.get();
     std::size_t bytes = 0;
     for (const StateProvision& provided : client.Providers()) {
         if (provided.configPath.empty() || running == nullptr) continue;

@@ -5,6 +5,7 @@
 #define AGENT_WANTED_CONFIGURATION_H
 
 #include "agent/client.h"
+#include "cdb/row_view.h"
 #include "cdb/schema.h"
 
 struct lyd_node;
@@ -13,7 +14,7 @@ namespace agent {
 
 /// Adds the client's parts to the question for its state. `running`: the datastore's first top-level
 /// sibling. A part that is too large for a message is left out.
-void AddWantedConfiguration(const cdb::Schema& schema, const lyd_node* running, const Client& client,
+void AddWantedConfiguration(const cdb::Schema& schema, cdb::RowView& rows, const Client& client,
                             ipc::cdb::StateRequest& request);
 
 }  // namespace agent

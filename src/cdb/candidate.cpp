@@ -160,7 +160,8 @@ void Candidate::Patch(const RowChanges& changes)
         const Place place{list, {key.second.begin(), key.second.begin() + count}};
         if (units.contains(place)) continue;
         Unit unit;
-        if (const Row* row = patched.Get(place.node, place.keys)) unit.node = Load(place, Row(*row), patched, tree.get());
+        if (const Row* row = patched.Get(place.node, place.keys))
+            unit.node = Load(place, Row(*row), patched, tree.get());
         unit.inRunning = m_running->Get(place.node, place.keys) != nullptr;
         if (unit.node != nullptr || unit.inRunning) units.emplace(place, unit);
     }

@@ -106,7 +106,8 @@ void PatchedView::ForEach(NodeId list, std::span<const std::string> parentKeys, 
     while (next != m_changes.end() && next->first.first == list && next->first.second == parent) ++next;
     bool goesOn = true;
     const auto own = [&](const std::vector<std::string>& keys) {
-        return std::vector<std::string>(keys.begin() + static_cast<std::ptrdiff_t>(parent.size()), keys.end());
+        return std::vector<std::string>(keys.begin() + static_cast<std::ptrdiff_t>(parent.size()),
+                                        keys.end());
     };
     const auto showPatched = [&](const std::vector<std::string>* before) {
         for (; goesOn && next != m_changes.end() && isBelow(next->first); ++next) {

@@ -11,8 +11,8 @@
 namespace cdb {
 namespace {
 
-/// Follows an edit through the trunk and remembers which units it makes and takes out. Where callpoints stand on
-/// outermost lists only, that is all there is to know.
+/// Follows an edit through the trunk and remembers which units it makes and takes out. Where callpoints stand
+/// on outermost lists only, that is all there is to know.
 class Planner {
 public:
     Planner(const Schema& schema, const Candidate& candidate)

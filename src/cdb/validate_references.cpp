@@ -44,8 +44,8 @@ void TakeOverReferences(const Schema& schema)
 {
     for (const auto& reference : schema.Constraints().references) {
         const auto* leaf = reinterpret_cast<const lysc_node_leaf*>(schema.NodeOf(reference.leaf));
-        const_cast<lysc_type_leafref*>(reinterpret_cast<const lysc_type_leafref*>(leaf->type))->require_instance =
-            0;
+        const_cast<lysc_type_leafref*>(reinterpret_cast<const lysc_type_leafref*>(leaf->type))
+            ->require_instance = 0;
     }
 }
 
@@ -90,13 +90,15 @@ void DanglingReferences::OfGone(const Candidate& candidate)
         if (unitList == kNoNode) continue;  // of the trunk: looked at in the tree
         const auto count = static_cast<std::ptrdiff_t>(m_table[unitList].keys.size());
         Place target{reference.list, {""}};
-        ForEachValue(candidate.Running(), reference, [&](std::vector<std::string> keys, const std::string& value) {
-            target.keys.front() = value;
-            const auto it = touched.find(target);
-            if (it == touched.end() || it->second.node != nullptr) return;
-            // A unit that was touched was looked at in the tree.
-            if (!touched.contains({unitList, {keys.begin(), keys.begin() + count}})) Add(reference, keys, value);
-        });
+        ForEachValue(candidate.Running(), reference,
+                     [&](std::vector<std::string> keys, const std::string& value) {
+                         target.keys.front() = value;
+                         const auto it = touched.find(target);
+                         if (it == touched.end() || it->second.node != nullptr) return;
+                         // A unit that was touched was looked at in the tree.
+                         if (!touched.contains({unitList, {keys.begin(), keys.begin() + count}}))
+                             Add(reference, keys, value);
+                     });
     }
 }
 

@@ -1,8 +1,8 @@
-// Work on the datastores, one piece after the other: an edit may wait for a callpoint, a commit for
-// its subscribers, and whoever comes next waits until they are done. Reading needs no turn.
+// Jobs that wait for something while they are under way, one after the other: an edit of the candidate may
+// wait for a callpoint, a commit for its subscribers, and the next one waits until they are done.
 
-#ifndef AGENT_CANDIDATE_QUEUE_H
-#define AGENT_CANDIDATE_QUEUE_H
+#ifndef AGENT_TURN_QUEUE_H
+#define AGENT_TURN_QUEUE_H
 
 #include <functional>
 #include <memory>
@@ -11,13 +11,13 @@
 
 namespace agent {
 
-class CandidateQueue {
+class TurnQueue {
 public:
-    explicit CandidateQueue(boost::asio::io_context& loop);
+    explicit TurnQueue(boost::asio::io_context& loop);
     /// Drops what waits.
-    ~CandidateQueue();
-    CandidateQueue(const CandidateQueue&) = delete;
-    CandidateQueue& operator=(const CandidateQueue&) = delete;
+    ~TurnQueue();
+    TurnQueue(const TurnQueue&) = delete;
+    TurnQueue& operator=(const TurnQueue&) = delete;
 
     /// Ends when the last reference to it goes; then the next job gets its turn.
     class Turn;

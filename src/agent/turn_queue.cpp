@@ -1,4 +1,4 @@
-#include "agent/candidate_queue.h"
+#include "agent/turn_queue.h"
 
 #include <deque>
 #include <utility>
@@ -7,14 +7,14 @@
 
 namespace agent {
 
-struct CandidateQueue::State {
+struct TurnQueue::State {
     explicit State(boost::asio::io_context& ioLoop) : loop(ioLoop) {}
     boost::asio::io_context& loop;
     std::deque<Job> waiting;
     bool busy = false;
 };
 
-class CandidateQueue::Turn {
+class TurnQueue::Turn {
 public:
     explicit Turn(std::weak_ptr<State> state) : m_state(std::move(state)) {}
     Turn(const Turn&) = delete;
@@ -32,17 +32,17 @@ private:
     std::weak_ptr<State> m_state;
 };
 
-CandidateQueue::CandidateQueue(boost::asio::io_context& loop) : m_state(std::make_shared<State>(loop)) {}
+TurnQueue::TurnQueue(boost::asio::io_context& loop) : m_state(std::make_shared<State>(loop)) {}
 
-CandidateQueue::~CandidateQueue() { m_state->waiting.clear(); }
+TurnQueue::~TurnQueue() { m_state->waiting.clear(); }
 
-void CandidateQueue::Push(Job job)
+void TurnQueue::Push(Job job)
 {
     m_state->waiting.push_back(std::move(job));
     RunNext(m_state);
 }
 
-void CandidateQueue::RunNext(const std::shared_ptr<State>& state)
+void TurnQueue::RunNext(const std::shared_ptr<State>& state)
 {
     if (state->busy || state->waiting.empty()) return;
     state->busy = true;
