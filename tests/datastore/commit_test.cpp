@@ -8,6 +8,11 @@ namespace {
 using cdb::ErrorTag;
 using Strings = std::vector<std::string>;
 
+std::string UndoOf(const cdb::Store& store, const cdb::HistoryEntry& entry)
+{
+    return std::get<cdb::HistoryEntry>(store.HistoryUndo(entry.commit)).undo;
+}
+
 constexpr const char* kCollector = "<collector><name>c1</name><ip>192.0.2.1</ip></collector>";
 constexpr const char* kInterface =
     "<interface><name>eth1</name><default-sampling-rate>512</default-sampling-rate>"
@@ -83,8 +88,8 @@ TEST_F(Commits, TheUndoOfEachTakesItBack)
     const auto history = store->History(10);
     ASSERT_EQ(history.size(), 4U);
     for (std::size_t i = 0; i < history.size(); ++i) {
-        Apply(history[i].undo);
-        EXPECT_EQ(Shown(datastore->Running()), states[states.size() - 2 - i]) << history[i].undo;
+        Apply(UndoOf(*store, history[i]));
+        EXPECT_EQ(Shown(datastore->Running()), states[states.size() - 2 - i]) << UndoOf(*store, history[i]);
     }
 }
 
@@ -96,8 +101,8 @@ TEST_F(Commits, TheUndoIsAsLargeAsTheChange)
     Apply(Sflow("<interface><name>eth7</name><polling-interval>4</polling-interval></interface>"));
     const auto history = store->History(2);
     ASSERT_EQ(history.size(), 2U);
-    EXPECT_LT(history[0].undo.size(), 500U) << history[0].undo;
-    EXPECT_LT(history[1].undo.size(), 500U) << history[1].undo;
+    EXPECT_LT(UndoOf(*store, history[0]).size(), 500U) << UndoOf(*store, history[0]);
+    EXPECT_LT(UndoOf(*store, history[1]).size(), 500U) << UndoOf(*store, history[1]);
 }
 
 TEST_F(Commits, AFullStoreLeavesRunningAndCandidateAsTheyWere)

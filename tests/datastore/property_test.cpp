@@ -72,7 +72,8 @@ protected:
     void RollBack()
     {
         const std::string running = naive::Everything(datastore->Running());
-        for (const auto& entry : store->History(1)) {
+        for (const auto& listed : store->History(1)) {
+            const auto entry = std::get<cdb::HistoryEntry>(store->HistoryUndo(listed.commit));
             const auto undo = ParseEdit(entry.undo);
             const auto error =
                 datastore->Edit(undo.get(), DefaultOperation::kMerge, ErrorOption::kRollbackOnError, {});
