@@ -1,7 +1,7 @@
 // Work that takes longer than the loop can wait, done beside it in a thread of the bench, one piece after the
-// other. What a piece of work uses is used by no other thread until its end has been told to the loop. The agent
-// has two: one for all that is done with the candidate and the store's write side, one for long messages and
-// long answers.
+// other. What a piece of work uses is used by no other thread until its end has been told to the loop. The
+// agent has two: one for all that is done with the candidate and the store's write side, one for long
+// messages and long answers.
 
 #ifndef AGENT_WORKBENCH_H
 #define AGENT_WORKBENCH_H
@@ -26,9 +26,10 @@ public:
     Workbench(const Workbench&) = delete;
     Workbench& operator=(const Workbench&) = delete;
 
-    /// Calls `work` in the thread and then `done` from the loop; neither from within Do. What `work` throws is
-    /// thrown from the loop in the place of `done`. `work` does not write to the log.
-    void Do(std::function<void()> work, std::function<void()> done = [] {});
+    /// Calls `work` in the thread and then `done` from the loop; neither from within Do. What `work` throws
+    /// is thrown from the loop in the place of `done`. `work` does not write to the log.
+    void Do(
+        std::function<void()> work, std::function<void()> done = [] {});
 
     /// Frees something large in the thread.
     template <typename Owner>

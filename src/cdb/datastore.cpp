@@ -52,11 +52,13 @@ public:
     {
     }
 
-    std::optional<Error> Write(const Difference& difference, const CommitInfo& info)
+    std::optional<Error> Write(Difference& difference, const CommitInfo& info)
     {
-        auto transaction = store.Begin();
+        auto transaction = store.Begin(candidate.Base());
         HistoryEntry entry;
-        for (const auto& change : difference.rows) {
+        entry.undoRows.reserve(difference.rows.size());
+        for (auto& change : difference.rows) {
+            entry.undoRows.push_back({store.StoredKey(change.key), std::move(change.before)});
             if (change.now)
                 transaction.Put(change.key, *change.now);
             else
@@ -222,10 +224,28 @@ std::variant<ChangeSet, std::vector<Error>> Datastore::Commit(const CommitInfo& 
 
 void Datastore::Discard() { m_impl->Settle(); }
 
-void Datastore::Restore(const RowChanges& rows)
+std::optional<Error> Datastore::Undo(const HistoryEntry& entry)
 {
     m_impl->isVerified = false;
+    if (!entry.undo.empty()) {  // of an older program: an edit
+        lyd_node* parsed = nullptr;
+        const auto result = lyd_parse_data_mem(m_impl->schema.Context(), entry.undo.c_str(), LYD_XML,
+                                               LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &parsed);
+        const TreePtr edit(parsed);
+        if (result == LY_SUCCESS)
+            return Edit(edit.get(), DefaultOperation::kMerge, ErrorOption::kRollbackOnError, {});
+        return Error{.tag = ErrorTag::kOperationFailed,
+                     .message = "what undoes commit " + std::to_string(entry.commit) +
+                                " does not fit the YANG modules: " + LastMessage(m_impl->schema.Context())};
+    }
+    cdb::Candidate::RowChanges rows;
+    for (const auto& each : entry.undoRows) {
+        auto key = m_impl->store.RowKeyOf(each.key);
+        if (!key) continue;  // of a node that the schema has no more
+        rows.emplace(std::pair(key->node, std::move(key->keys)), each.row);
+    }
     m_impl->candidate.Patch(rows);
+    return std::nullopt;
 }
 
 void Datastore::TidyUp()

@@ -7,7 +7,6 @@
 #define CDB_DATASTORE_H
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -104,10 +103,9 @@ public:
     /// Makes the candidate equal to running.
     void Discard();
 
-    /// Takes rows over into the candidate as they are, nullopt for one that is gone: what undoes a commit. No
-    /// callpoint has a say.
-    using RowChanges = std::map<std::pair<NodeId, std::vector<std::string>>, std::optional<Row>>;
-    void Restore(const RowChanges& rows);
+    /// Takes a commit back in the candidate: the rows that it changed are as they were before it. No
+    /// callpoint has a say. `entry`: with its undo (Store::HistoryUndo).
+    [[nodiscard]] std::optional<Error> Undo(const HistoryEntry& entry);
 
     /// Frees what commits and discards have left behind. To be called when no answer is waited for.
     void TidyUp();

@@ -38,6 +38,7 @@ Error ToError(const std::filesystem::path& directory, const std::string& what, i
 class Environment {
 public:
     enum class Access { kRead, kWrite, kCheck };  // kCheck: read without taking part in locking
+    static constexpr MDB_dbi kNoDatabase = 0;     // the number of LMDB's own
 
     /// Opens what is there (kWrite makes an empty environment where there is nothing). Throws
     /// FatalError. An environment may be open once in a process.
@@ -53,10 +54,13 @@ public:
     MDB_dbi rows = 0;
     MDB_dbi history = 0;
     MDB_dbi faults = 0;
+    MDB_dbi undo = kNoDatabase;  // a store of an older version that was not opened for writing since has none
 
-    /// Finds the four databases and checks the format's mark. Throws FatalError for a file that is
-    /// no store, or one of another format.
+    /// Finds the databases and checks the format's mark. Throws FatalError for a file that is no store, or
+    /// one of another format.
     void UseDatabases();
+    /// The same for one who writes: makes what a store of an older version lacks.
+    void UseOrAddDatabases();
     /// Makes them, in an environment made just now. Throws FatalError.
     void MakeDatabases();
 

@@ -8,6 +8,11 @@ namespace {
 using cdb::ErrorTag;
 using Strings = std::vector<std::string>;
 
+cdb::HistoryEntry UndoOf(const cdb::Store& store, std::uint64_t commit)
+{
+    return std::get<cdb::HistoryEntry>(store.HistoryUndo(commit));
+}
+
 constexpr const char* kCollector = "<collector><name>c1</name><ip>192.0.2.1</ip></collector>";
 constexpr const char* kInterface =
     "<interface><name>eth1</name><default-sampling-rate>512</default-sampling-rate>"
@@ -83,8 +88,9 @@ TEST_F(Commits, TheUndoOfEachTakesItBack)
     const auto history = store->History(10);
     ASSERT_EQ(history.size(), 4U);
     for (std::size_t i = 0; i < history.size(); ++i) {
-        Apply(history[i].undo);
-        EXPECT_EQ(Shown(RunningTree().get()), states[states.size() - 2 - i]) << history[i].undo;
+        ASSERT_FALSE(datastore->Undo(UndoOf(*store, history[i].commit)));
+        Commit();
+        EXPECT_EQ(Shown(RunningTree().get()), states[states.size() - 2 - i]);
     }
 }
 
@@ -96,8 +102,8 @@ TEST_F(Commits, TheUndoIsAsLargeAsTheChange)
     Apply(Sflow("<interface><name>eth7</name><polling-interval>4</polling-interval></interface>"));
     const auto history = store->History(2);
     ASSERT_EQ(history.size(), 2U);
-    EXPECT_LT(history[0].undo.size(), 500U) << history[0].undo;
-    EXPECT_LT(history[1].undo.size(), 500U) << history[1].undo;
+    EXPECT_EQ(UndoOf(*store, 2).undoRows.size(), 1U);
+    EXPECT_EQ(UndoOf(*store, 1).undoRows.size(), 1000U);
 }
 
 TEST_F(Commits, AFullStoreLeavesRunningAndCandidateAsTheyWere)

@@ -72,12 +72,8 @@ protected:
     void RollBack()
     {
         const std::string running = naive::Everything(RunningTree().get());
-        for (const auto& entry : store->History(1)) {
-            const auto undo = ParseEdit(entry.undo);
-            const auto error =
-                datastore->Edit(undo.get(), DefaultOperation::kMerge, ErrorOption::kRollbackOnError, {});
-            ASSERT_FALSE(error) << error->message << '\n' << entry.undo;
-        }
+        const auto entry = store->HistoryUndo(store->LastCommit());
+        ASSERT_FALSE(datastore->Undo(std::get<cdb::HistoryEntry>(entry)));
         ASSERT_EQ(naive::RowsOf(TheSchema(), CandidateTree().get()), m_before);
         datastore->Discard();
         ASSERT_EQ(naive::Everything(RunningTree().get()), running);
