@@ -12,6 +12,7 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "agent/backup.h"
 #include "agent/callpoints.h"
 #include "agent/candidate_queue.h"
 #include "agent/delivery.h"
@@ -34,6 +35,7 @@ public:
         Callpoints& callpoints;
         Delivery& delivery;
         StateSource& state;
+        Backup& backup;
         std::function<std::int64_t()> now;  // microseconds since the epoch
         /// Ends the session of that number; false: there is none.
         std::function<bool(std::uint32_t session, const std::string& reason)> endSession;
@@ -72,6 +74,7 @@ private:
     // operations_system.cpp
     void HaTransition(const RequestPtr& request);
     void SflowResync(const RequestPtr& request);
+    void MakeBackup(const RequestPtr& request);
 
     /// Runs the work when it is the request's turn, unless its session has ended by then.
     void InTurn(const RequestPtr& request, std::function<void(const CandidateQueue::TurnPtr&)> work);

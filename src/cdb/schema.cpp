@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "cdb/schema_derive.h"
+#include "cdb/schema_fingerprint.h"
 
 namespace cdb {
 namespace {
@@ -101,12 +102,14 @@ public:
         LoadModules(context.get(), directory);
         ly_err_clean(context.get(), nullptr);
         derived = DeriveSchema(context.get());
+        fingerprint = FingerprintOf(context.get());
         for (std::size_t i = 0; i < derived.compiled.size(); ++i)
             ids.emplace(derived.compiled[i], static_cast<NodeId>(i));
     }
 
     ContextOwner context;
     DerivedSchema derived;
+    std::string fingerprint;
     std::unordered_map<const lysc_node*, NodeId> ids;
 };
 
@@ -134,6 +137,8 @@ const lysc_node* Schema::NodeOf(NodeId id) const
     const auto& compiled = m_impl->derived.compiled;
     return id < compiled.size() ? compiled[id] : nullptr;
 }
+
+const std::string& Schema::Fingerprint() const { return m_impl->fingerprint; }
 
 std::vector<Schema::Module> Schema::Modules() const
 {

@@ -10,7 +10,10 @@ namespace {
 /// A database's cursor, for one pass.
 class Cursor {
 public:
-    Cursor(MDB_txn* transaction, MDB_dbi database) { code = mdb_cursor_open(transaction, database, &m_cursor); }
+    Cursor(MDB_txn* transaction, MDB_dbi database)
+    {
+        code = mdb_cursor_open(transaction, database, &m_cursor);
+    }
     ~Cursor()
     {
         if (m_cursor != nullptr) mdb_cursor_close(m_cursor);
@@ -111,7 +114,8 @@ public:
         ++m_entries;
         std::string_view rest = addition.undo;
         for (std::uint32_t chunk = 0; !rest.empty() && !m_write.Failed(); ++chunk) {
-            Put(m_environment.undo, codec::UndoKey(addition.commit, chunk), rest.substr(0, codec::kUndoChunk));
+            Put(m_environment.undo, codec::UndoKey(addition.commit, chunk),
+                rest.substr(0, codec::kUndoChunk));
             rest.remove_prefix(std::min(codec::kUndoChunk, rest.size()));
         }
     }
@@ -217,10 +221,11 @@ std::variant<HistoryEntry, Error> WithUndo(const Environment& environment, MDB_t
                                            std::uint64_t commit)
 {
     const auto damaged = [&]() -> Error {
-        return {.tag = ErrorTag::kOperationFailed,
-                .message = "the store in " + environment.Directory().string() +
-                           " is damaged: what undoes commit " + std::to_string(commit) +
-                           " can't be read; load a configuration instead, or restore the directory from a copy"};
+        return {
+            .tag = ErrorTag::kOperationFailed,
+            .message = "the store in " + environment.Directory().string() +
+                       " is damaged: what undoes commit " + std::to_string(commit) +
+                       " can't be read; load a configuration instead, or restore the directory from a copy"};
     };
     const std::string key = codec::NumberBytes(commit);
     Cursor entries(transaction, environment.history);
@@ -232,8 +237,10 @@ std::variant<HistoryEntry, Error> WithUndo(const Environment& environment, MDB_t
     auto stored = codec::HistoryEntryOf(*codec::Payload(entries.Value()));
     if (!stored) return damaged();
     if (stored->undoLeftOut)
-        return NotKept(commit, "it was larger than the history may be; raise cdbd's --history-bytes for later ones");
-    if (stored->undoChunks == 0 || environment.undo == Environment::kNoDatabase) return std::move(stored->entry);
+        return NotKept(commit,
+                       "it was larger than the history may be; raise cdbd's --history-bytes for later ones");
+    if (stored->undoChunks == 0 || environment.undo == Environment::kNoDatabase)
+        return std::move(stored->entry);
     std::string undo;
     Cursor chunks(transaction, environment.undo);
     for (std::uint32_t chunk = 0; chunk < stored->undoChunks; ++chunk) {

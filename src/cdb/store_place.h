@@ -1,5 +1,5 @@
-// A store's directory: which files are in it, and how an empty store comes into it so that a process killed at
-// any moment leaves one that the next can open. Used by store.cpp only.
+// A store's directory: which files are in it, and how an empty store comes into it so that a process killed
+// at any moment leaves one that the next can open. Used by store.cpp only.
 //
 //   data.mdb      the store
 //   lock.mdb      LMDB's, writer.lock ours; made when a store is opened
@@ -21,7 +21,7 @@ inline constexpr const char* kMarkFile = "store.id";
 
 struct Place {
     std::unique_ptr<WriterLock> lock;
-    bool remade = false;           // it was lost and is an empty one now
+    bool remade = false;          // it was lost and is an empty one now
     std::size_t recordedMap = 0;  // what the file says of its map's size; 0: it was made just now
 };
 

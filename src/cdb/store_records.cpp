@@ -59,7 +59,8 @@ private:
     MDB_stat m_statistics{};
 };
 
-/// Values that have pages of their own. Whoever drops one gives back as many pages as the head of the first says.
+/// Values that have pages of their own. Whoever drops one gives back as many pages as the head of the first
+/// says.
 class LargeValues {
 public:
     explicit LargeValues(MDB_env* environment)
@@ -95,7 +96,8 @@ public:
     }
 
 private:
-    // LMDB's page: its number, two bytes unused, two of flags, four that count the pages of an overflow value.
+    // LMDB's page: its number, two bytes unused, two of flags, four that count the pages of an overflow
+    // value.
     static constexpr std::size_t kHeadSize = 16;
     static constexpr std::size_t kFlagsAt = 10;
     static constexpr std::size_t kPagesAt = 12;
@@ -169,7 +171,8 @@ private:
 };
 
 /// What undoes each commit is there as a whole, and the count of the bytes is right.
-void CheckHistoryWhole(Environment& environment, const std::vector<std::uint64_t>& commits, std::uint64_t bytes)
+void CheckHistoryWhole(Environment& environment, const std::vector<std::uint64_t>& commits,
+                       std::uint64_t bytes)
 {
     auto reading = environment.BeginReading();
     for (const std::uint64_t commit : commits) {
@@ -179,7 +182,8 @@ void CheckHistoryWhole(Environment& environment, const std::vector<std::uint64_t
             throw Damaged("what undoes commit " + std::to_string(commit) + " can't be read");
     }
     const auto stored = environment.Meta(reading->transaction, codec::kHistoryBytesKey);
-    if (stored && codec::NumberOf(*stored) != bytes) throw Damaged("its count of the history's bytes is wrong");
+    if (stored && codec::NumberOf(*stored) != bytes)
+        throw Damaged("its count of the history's bytes is wrong");
     environment.EndReading(std::move(reading));
 }
 
@@ -211,8 +215,8 @@ StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth dept
         return rows.Read(payload, row);
     });
     std::vector<std::uint64_t> commits;
-    figures.historyEntries =
-        reader.Check(environment.history, "history entry", [&](std::string_view key, std::string_view payload) {
+    figures.historyEntries = reader.Check(
+        environment.history, "history entry", [&](std::string_view key, std::string_view payload) {
             commits.push_back(codec::NumberOf(key).value_or(0));
             return key.size() == sizeof(std::uint64_t) && codec::HistoryEntryOf(payload).has_value();
         });
@@ -220,9 +224,9 @@ StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth dept
         reader.Check(environment.undo, "history", [](std::string_view key, std::string_view payload) {
             return key.size() == codec::kUndoKeySize && payload.size() <= codec::kUndoChunk;
         });
-    figures.faults = reader.Check(environment.faults, "fault", [](std::string_view, std::string_view payload) {
-        return codec::FaultOf(payload).has_value();
-    });
+    figures.faults = reader.Check(
+        environment.faults, "fault",
+        [](std::string_view, std::string_view payload) { return codec::FaultOf(payload).has_value(); });
     auto reading = environment.BeginReading();
     static_cast<void>(StoredSchema(environment, reading->transaction));
     for (const auto name : {codec::kFingerprintKey, codec::kHistoryBytesKey})

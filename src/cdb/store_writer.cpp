@@ -6,7 +6,7 @@
 namespace cdb {
 namespace {
 
-constexpr int kRounds = 4;                  // of making room: a sixteenth of the history is left after them
+constexpr int kRounds = 4;                 // of making room: a sixteenth of the history is left after them
 constexpr std::size_t kShareOfTheMap = 4;  // the history takes at most one such part of it
 constexpr std::int64_t kDayUs = std::int64_t{86'400} * 1'000'000;
 
