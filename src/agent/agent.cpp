@@ -45,7 +45,8 @@ public:
                        {m_options.callpointTimeout, m_options.callpointTotal}),
           m_delivery(loop, schema.Table(), m_clients, m_options.ackTimeout),
           m_state(loop, schema, store, datastore, m_clients, m_options.stateTimeout),
-          m_operations({loop, schema, datastore, m_clients, m_callpoints, m_delivery, m_state, m_changes,
+          m_backup(loop, store),
+          m_operations({loop, schema, datastore, m_clients, m_callpoints, m_delivery, m_state, m_backup, m_changes,
                         m_reads, m_options.now,
                         [this](std::uint32_t session, const std::string& reason) {
                             return m_sessions.End(session, reason);
@@ -83,6 +84,7 @@ private:
     Callpoints m_callpoints;
     Delivery m_delivery;
     StateSource m_state;
+    Backup m_backup;
     Operations m_operations;
     Sessions m_sessions;  // behind what its requests use
     std::optional<Acceptor> m_cdb;

@@ -39,6 +39,7 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{"ietf-netconf-monitoring", "get-schema", &Operations::GetSchema},
         Row{kSystem, "ha-transition", &Operations::HaTransition},
         Row{kSystem, "sflow-resync", &Operations::SflowResync},
+        Row{kSystem, "backup", &Operations::MakeBackup},
     };
     const std::string_view module = operation->schema->module->name;
     const std::string_view name = operation->schema->name;

@@ -12,6 +12,7 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "agent/backup.h"
 #include "agent/callpoints.h"
 #include "agent/delivery.h"
 #include "agent/locks.h"
@@ -35,6 +36,7 @@ public:
         Callpoints& callpoints;
         Delivery& delivery;
         StateSource& state;
+        Backup& backup;
         Workbench& changes;                 // for all that is done with the candidate, and writes the store
         Workbench& reads;                   // for long answers
         std::function<std::int64_t()> now;  // microseconds since the epoch
@@ -85,6 +87,7 @@ private:
     // operations_system.cpp
     void HaTransition(const RequestPtr& request);
     void SflowResync(const RequestPtr& request);
+    void MakeBackup(const RequestPtr& request);
 
     /// Runs the work when it is the request's turn with the candidate, unless its session has ended by then.
     void InTurn(const RequestPtr& request, std::function<void(const TurnQueue::TurnPtr&)> work);

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -17,10 +18,17 @@ struct ProgramOptions {
     std::filesystem::path runDirectory;
     std::filesystem::path stateDirectory;
     std::filesystem::path yangDirectory;
-    std::filesystem::path initFile;  // empty: serve
+    // At most one of these four is given; without any it serves.
+    std::filesystem::path initFile;
+    std::filesystem::path exportFile;
+    std::filesystem::path importFile;
+    bool check = false;
     std::chrono::milliseconds ackTimeout{10'000};
     std::chrono::milliseconds callpointTimeout{5'000};
     std::size_t historyLimit = 500;
+    std::size_t historyBytes = std::size_t{64} << 20;
+    std::uint32_t historyDays = 0;  // 0: no limit
+    std::size_t mapSize = std::size_t{1} << 30;
     bool help = false;
     bool version = false;
 };

@@ -117,13 +117,30 @@ private:
     /// What was written with other modules has to fit these.
     const Schema& TakeOver()
     {
+        const SchemaTable before = store.Schema();
+        const std::string fingerprint = store.SchemaFingerprint();
+        if (fingerprint == schema.Fingerprint() && before == schema.Table()) return schema;
         store.SetSchema(schema.Table());
+        try {
+            CheckRows();
+        } catch (const FatalError&) {
+            store.SetSchema(before, fingerprint);
+            throw;
+        }
+        store.SetSchema(schema.Table(), schema.Fingerprint());
+        if (!store.Empty())
+            for (const auto& line : DifferenceOf(before, schema.Table()))
+                slog::Notice("the YANG modules have changed: {}", line);
+        return schema;
+    }
+
+    void CheckRows()
+    {
         const auto rows = MakeRowView(store);
         const TreePtr tree = LoadTree(schema, *rows);
         if (const auto errors = validator.Everything(tree.get(), *rows); !errors.empty())
             throw FatalError("the stored configuration is not valid by the YANG modules: " + TextOf(errors) +
                              "; start with the modules that it was written with, or restore another store");
-        return schema;
     }
 };
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "cdb/schema_derive.h"
+#include "cdb/schema_fingerprint.h"
 #include "cdb/schema_reach.h"
 
 namespace cdb {
@@ -102,6 +103,7 @@ public:
         LoadModules(context.get(), directory);
         ly_err_clean(context.get(), nullptr);
         derived = DeriveSchema(context.get());
+        fingerprint = FingerprintOf(context.get());
         for (std::size_t i = 0; i < derived.compiled.size(); ++i) {
             // libyang leaves this member to its user. One more than the number, since 0 is what it begins
             // with.
@@ -112,6 +114,7 @@ public:
 
     ContextOwner context;
     DerivedSchema derived;
+    std::string fingerprint;
     Reach reach;
 };
 
@@ -143,6 +146,8 @@ const lysc_node* Schema::NodeOf(NodeId id) const
     const auto& compiled = m_impl->derived.compiled;
     return id < compiled.size() ? compiled[id] : nullptr;
 }
+
+const std::string& Schema::Fingerprint() const { return m_impl->fingerprint; }
 
 std::vector<Schema::Module> Schema::Modules() const
 {

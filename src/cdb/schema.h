@@ -45,6 +45,10 @@ public:
     };
     [[nodiscard]] std::vector<Module> Modules() const;
 
+    /// Stands for the text of all modules that take part, imported ones too, and for libyang's version: what
+    /// was valid by a schema is valid by one with the same fingerprint.
+    [[nodiscard]] const std::string& Fingerprint() const;
+
 private:
     class Impl;
     explicit Schema(std::unique_ptr<Impl> impl);

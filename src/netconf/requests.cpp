@@ -86,4 +86,12 @@ std::string HaTransition(std::string_view role)
 
 std::string SflowResync() { return std::string("<sflow-resync xmlns=\"").append(kSystem).append("\"/>"); }
 
+std::string Backup(std::string_view file)
+{
+    std::string out = "<backup xmlns=\"";
+    out.append(kSystem).append("\"><file>");
+    AppendEscaped(out, file);
+    return out + "</file></backup>";
+}
+
 }  // namespace netconf

@@ -37,6 +37,8 @@ std::string KillSession(std::uint32_t id);
 /// `role`: "active" or "standby".
 std::string HaTransition(std::string_view role);
 std::string SflowResync();
+/// `file`: an absolute path on the switch.
+std::string Backup(std::string_view file);
 
 }  // namespace netconf
 

@@ -16,8 +16,10 @@
 #include <boost/asio/signal_set.hpp>
 
 #include "agent/agent.h"
+#include "agent/export_file.h"
 #include "agent/initial_file.h"
 #include "agent/program_options.h"
+#include "agent/store_report.h"
 #include "agent/user.h"
 #include "cdb/datastore.h"
 #include "cdb/schema.h"
@@ -35,13 +37,27 @@ std::optional<std::string> Variable(const char* name)
 /// Whether log lines do not reach who starts the program.
 bool LogIsFile() { return Variable("SFLOW_LOG").value_or("-") != "-"; }
 
+std::int64_t Now()
+{
+    using namespace std::chrono;
+    return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+void Import(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
+            cdb::Datastore& datastore)
+{
+    if (agent::ImportFile(schema, datastore, options.importFile, agent::UserName(::geteuid()), Now()))
+        slog::Notice("loaded {} as commit {}", options.importFile.string(), store.LastCommit());
+    else
+        slog::Notice("{} is what commit {} has; nothing was written", options.importFile.string(),
+                     store.LastCommit());
+}
+
 void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
                 cdb::Datastore& datastore)
 {
-    using namespace std::chrono;
-    const auto now = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
-    const auto warnings =
-        agent::LoadInitialFile(schema, store, datastore, options.initFile, agent::UserName(::geteuid()), now);
+    const auto warnings = agent::LoadInitialFile(schema, store, datastore, options.initFile,
+                                                 agent::UserName(::geteuid()), Now());
     for (const std::string& warning : warnings) slog::Notice("{}", warning);
     slog::Notice("loaded {} as commit {}", options.initFile.string(), store.LastCommit());
 }
@@ -55,12 +71,23 @@ void Run(const agent::ProgramOptions& options)
     signals.async_wait([&loop](const boost::system::error_code& error, int) {
         if (!error) loop.stop();
     });
+    if (options.check) {
+        std::cout << agent::StoreReport(cdb::Store::Check(options.stateDirectory));
+        return;
+    }
     schema = cdb::Schema::Load(options.yangDirectory);
+    if (!options.exportFile.empty())
+        return agent::ExportFile(*schema, options.stateDirectory, options.exportFile, std::cout);
     cdb::StoreOptions storeOptions;
+    storeOptions.mapSize = options.mapSize;
     storeOptions.historyLimit = options.historyLimit;
+    storeOptions.historyBytes = options.historyBytes;
+    storeOptions.historyDays = options.historyDays;
+    storeOptions.remake = !options.initFile.empty() || !options.importFile.empty();
     const auto store = cdb::Store::Open(options.stateDirectory, storeOptions);
     cdb::Datastore datastore(*schema, *store);
     if (!options.initFile.empty()) return Initialize(options, *schema, *store, datastore);
+    if (!options.importFile.empty()) return Import(options, *schema, *store, datastore);
 
     agent::AgentOptions agentOptions;
     agentOptions.runDirectory = options.runDirectory;

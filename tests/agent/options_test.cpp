@@ -34,7 +34,11 @@ TEST(Options, HaveDefaults)
     EXPECT_EQ(options.ackTimeout, std::chrono::seconds(10));
     EXPECT_EQ(options.callpointTimeout, std::chrono::seconds(5));
     EXPECT_EQ(options.historyLimit, 500U);
+    EXPECT_EQ(options.historyBytes, std::size_t{64} << 20);
+    EXPECT_EQ(options.historyDays, 0U);
+    EXPECT_EQ(options.mapSize, std::size_t{1} << 30);
     EXPECT_TRUE(options.initFile.empty());
+    EXPECT_FALSE(options.check);
 }
 
 TEST(Options, TakeTheEnvironmentAndPutTheCommandLineFirst)
@@ -63,6 +67,20 @@ TEST(Options, AreTaken)
     EXPECT_TRUE(Parse({"--version"}).version);
 }
 
+TEST(Options, OfTheStoreAreTaken)
+{
+    const ProgramOptions options =
+        Parse({"--history-bytes", "5000", "--history-days=30", "--map-size", "16M", "--check"});
+    EXPECT_EQ(options.historyBytes, 5000U);
+    EXPECT_EQ(options.historyDays, 30U);
+    EXPECT_EQ(options.mapSize, std::size_t{16} << 20);
+    EXPECT_TRUE(options.check);
+    EXPECT_EQ(Parse({"--map-size", "2G"}).mapSize, std::size_t{2} << 30);
+    EXPECT_EQ(Parse({"--history-bytes=4K"}).historyBytes, 4096U);
+    EXPECT_EQ(Parse({"--import", "a"}).importFile, "a");
+    EXPECT_EQ(Parse({"--export", "-"}).exportFile, "-");
+}
+
 TEST(Options, ThatMakeNoSenseAreNamed)
 {
     for (const auto& arguments :
@@ -75,7 +93,16 @@ TEST(Options, ThatMakeNoSenseAreNamed)
                                                {"--ack-timeout", "0"},
                                                {"--ack-timeout", "-1"},
                                                {"--ack-timeout", "5s"},
-                                               {"--ack-timeout", "99999999999999999999"}}) {
+                                               {"--ack-timeout", "99999999999999999999"},
+                                               {"--map-size", "1023K"},
+                                               {"--map-size", "1025G"},
+                                               {"--map-size", "99999999999999999999"},
+                                               {"--map-size", "M"},
+                                               {"--map-size", "5MB"},
+                                               {"--history-bytes", "4095"},
+                                               {"--history-days", "0"},
+                                               {"--import", "a", "--check"},
+                                               {"--init", "a", "--export", "-"}}) {
         const std::string name = std::string(arguments[0]).substr(0, std::string(arguments[0]).find('='));
         EXPECT_THAT([&] { Parse(arguments); },
                     testing::ThrowsMessage<agent::UsageError>(testing::HasSubstr(name)));
