@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "cdb/row_view.h"
 #include "cdb/store_check.h"
 #include "cdb/store_environment.h"
 #include "cdb/store_lock.h"
@@ -150,6 +151,11 @@ StoreReader::Snapshot Store::Read() const
 {
     return StoreReader::Snapshot(
         std::make_unique<StoreReader::Snapshot::Impl>(m_impl->environment, m_impl->keys));
+}
+
+std::unique_ptr<RowView> MakeRowView(const Store& store)
+{
+    return MakeRowView(store.m_impl->environment, store.m_impl->keys);
 }
 
 Store::Transaction Store::Begin()

@@ -112,6 +112,8 @@ struct StoreOptions {
     std::size_t faultLimit = 1000;
 };
 
+class RowView;
+
 /// Write side, held by one process at a time.
 class Store {
 public:
@@ -162,6 +164,7 @@ public:
     [[nodiscard]] std::vector<Fault> Faults(std::size_t limit) const;
 
 private:
+    friend std::unique_ptr<RowView> MakeRowView(const Store& store);
     class Impl;
     explicit Store(std::unique_ptr<Impl> impl);
     std::unique_ptr<Impl> m_impl;

@@ -112,10 +112,9 @@ std::string Verdict(const std::filesystem::path& directory)
         mdb_env_set_assert(environment.Handle(), [](MDB_env*, const char*) { _exit(1); });
         environment.UseDatabases();
         CheckFreePages(environment.Handle());
-        codec::RowReader reader;
         Row row;
         CheckRecords(environment.Handle(), environment.rows, "row",
-                     [&](std::string_view payload) { return reader.Read(payload, row); });
+                     [&](std::string_view payload) { return codec::ReadRow(payload, row); });
         CheckRecords(environment.Handle(), environment.history, "history entry",
                      [](std::string_view payload) { return codec::HistoryEntryOf(payload).has_value(); });
         CheckRecords(environment.Handle(), environment.faults, "fault",

@@ -130,25 +130,6 @@ std::string ToBytes(const Fault& fault)
     return message.SerializeAsString();
 }
 
-RowReader::RowReader() : m_message(std::make_unique<stored::Row>()) {}
-
-RowReader::~RowReader() = default;
-
-bool RowReader::Read(std::string_view payload, Row& row)
-{
-    if (!Parse(payload, *m_message)) return false;
-    row.leaves.resize(static_cast<std::size_t>(m_message->leaves_size()));
-    auto leaf = row.leaves.begin();
-    for (const auto& message : m_message->leaves()) {
-        auto value = FromMessage(message.value());
-        if (!value) return false;
-        leaf->first = message.name();
-        leaf->second = std::move(*value);
-        ++leaf;
-    }
-    return true;
-}
-
 std::optional<HistoryEntry> HistoryEntryOf(std::string_view payload)
 {
     stored::HistoryEntry message;
@@ -171,7 +152,7 @@ RowKeys::RowKeys(SchemaTable schema) : m_schema(std::move(schema))
     for (const auto& node : m_schema.Nodes()) m_paths.push_back(m_schema.PathOf(node.id) + '\0');
 }
 
-void RowKeys::Prefix(NodeId node, const std::vector<std::string>& keys, std::string& out) const
+void RowKeys::Prefix(NodeId node, std::span<const std::string> keys, std::string& out) const
 {
     out = m_paths[node];
     for (const auto& key : keys) {

@@ -60,14 +60,13 @@ TEST(StoreCodec, WritesARowThatReadsBack)
                         {"plen", cdb::Ipv4Plen{0x0500000a, 24}}}};
     std::string payload;
     codec::ToBytes(row, payload);
-    codec::RowReader reader;
     cdb::Row result{{{"left over from the row before", true}}};
-    ASSERT_TRUE(reader.Read(payload, result));
+    ASSERT_TRUE(codec::ReadRow(payload, result));
     EXPECT_EQ(result, row);
     codec::ToBytes({}, payload);
-    ASSERT_TRUE(reader.Read(payload, result));
+    ASSERT_TRUE(codec::ReadRow(payload, result));
     EXPECT_EQ(result, cdb::Row());
-    EXPECT_FALSE(reader.Read("\xff\xff", result));
+    EXPECT_FALSE(codec::ReadRow("\xff\xff", result));
 }
 
 TEST(StoreCodec, KeepsTheEntriesOfAListTogetherInTheOrderOfTheirKeys)
