@@ -18,9 +18,9 @@ class ToText {
 public:
     explicit ToText(Buffer& buffer) : m_buffer(buffer) {}
 
-    std::string_view operator()(std::monostate) const { return {}; }
-    std::string_view operator()(const std::string& text) const { return text; }
-    std::string_view operator()(bool value) const { return value ? "true" : "false"; }
+    std::string_view operator()(std::monostate) { return {}; }
+    std::string_view operator()(const std::string& text) { return text; }
+    std::string_view operator()(bool value) { return value ? "true" : "false"; }
     std::string_view operator()(std::uint16_t value) { return Number(value).Text(); }
     std::string_view operator()(std::uint32_t value) { return Number(value).Text(); }
     std::string_view operator()(cdb::Ipv4 value) { return Address(value.word).Text(); }

@@ -98,9 +98,8 @@ void Writer::Entry(const DataNode& list, Handle entry, const Write& write)
         m_source.Values(entry, list.children[i]->schema,
                         [this](std::string_view text, bool) { m_keys.emplace_back(text); });
     const auto keys = std::span(list.children).first(list.keyCount);
-    if (Readable(list) && std::all_of(keys.begin(), keys.end(), [this](const DataNode* key) {
-            return Readable(*key);
-        }))
+    if (Readable(list) &&
+        std::all_of(keys.begin(), keys.end(), [this](const DataNode* key) { return Readable(*key); }))
         write();
     m_keys.resize(above);
 }
@@ -230,7 +229,7 @@ void Writer::Named(const DataNode& list, Handle at, const Inners& inners)
     names.erase(std::unique(names.begin(), names.end()), names.end());
     for (const std::string_view name : names) {
         const Keys keys = SplitKeys(name);
-        m_source.Entry(at, list.schema, keys, [&](Handle entry) {
+        m_source.Entry(at, list.schema, {keys.data(), keys.size()}, [&](Handle entry) {
             Entry(list, entry, [&] { Select(list, entry, inners); });
             return true;
         });

@@ -49,7 +49,9 @@ std::string Canonical(const DataNode& leaf, const std::string& text)
 template <typename Item>
 Item& ItemOf(std::vector<Item>& items, const DataNode& node)
 {
-    const auto before = [](const Item& item, const DataNode& wanted) { return item.node->index < wanted.index; };
+    const auto before = [](const Item& item, const DataNode& wanted) {
+        return item.node->index < wanted.index;
+    };
     auto it = std::lower_bound(items.begin(), items.end(), node, before);
     if (it != items.end() && it->node == &node) return *it;
     Item item;
@@ -128,8 +130,9 @@ private:
         const auto isContent = [](const FilterNode& child) { return child.IsContentMatch(); };
         const auto tests = std::count_if(filter.children.begin(), filter.children.end(), isContent);
         if (static_cast<std::size_t>(tests) > m_limits.tests)
-            return Refuse("the filter tests more than " + std::to_string(m_limits.tests) + " values of one \"" +
-                          filter.name + "\"; write an element of its own for each that is asked for");
+            return Refuse("the filter tests more than " + std::to_string(m_limits.tests) +
+                          " values of one \"" + filter.name +
+                          "\"; write an element of its own for each that is asked for");
         Conditions(inner, filter, 0, {});
     }
 

@@ -35,7 +35,7 @@ public:
     /// A leaf or leaf-list that is selected.
     struct Leaf {
         const DataNode* node = nullptr;
-        bool any = false;                            // with any value
+        bool any = false;                             // with any value
         std::set<std::string, std::less<>> values{};  // otherwise with one of these
 
         [[nodiscard]] bool Has(std::string_view value) const { return any || values.contains(value); }

@@ -11,7 +11,10 @@
 
 namespace agent {
 
-Operations::Operations(Services services) : m_services(std::move(services)), m_queue(m_services.loop) {}
+Operations::Operations(Services services)
+    : m_services(std::move(services)), m_dataSchema(m_services.schema), m_queue(m_services.loop)
+{
+}
 
 Operations::Handler Operations::Find(const lyd_node* operation)
 {

@@ -14,12 +14,14 @@
 
 #include "agent/callpoints.h"
 #include "agent/candidate_queue.h"
+#include "agent/data_schema.h"
 #include "agent/delivery.h"
 #include "agent/locks.h"
 #include "agent/request.h"
 #include "agent/state.h"
 #include "cdb/datastore.h"
 #include "cdb/schema.h"
+#include "cdb/store.h"
 
 namespace agent {
 
@@ -29,6 +31,7 @@ public:
     struct Services {
         boost::asio::io_context& loop;
         const cdb::Schema& schema;
+        const cdb::Store& store;
         cdb::Datastore& datastore;
         const Clients& clients;
         Callpoints& callpoints;
@@ -80,6 +83,7 @@ private:
     bool RefuseLocked(const RequestPtr& request, Target target);
 
     Services m_services;
+    DataSchema m_dataSchema;
     Locks m_locks;
     CandidateQueue m_queue;
 };

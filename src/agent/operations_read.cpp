@@ -2,12 +2,17 @@
 
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string_view>
+#include <utility>
 #include <variant>
 
+#include "agent/data_source_rows.h"
+#include "agent/data_source_tree.h"
 #include "agent/data_writer.h"
 #include "agent/errors.h"
 #include "agent/operations.h"
+#include "cdb/row_view.h"
 #include "netconf/xml.h"
 
 namespace agent {
@@ -42,30 +47,73 @@ const lys_module* FindModule(const ly_ctx* context, std::string_view name, std::
     return ly_ctx_get_module(context, module.c_str(), std::string(version).c_str());
 }
 
+/// What a request asks for: the filter resolved, the mode of defaults.
+struct Reading {
+    std::optional<FilterPlan> filter;
+    WriteOptions options;
+};
+using ReadingPtr = std::shared_ptr<const Reading>;
+
+std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, const Request& request)
+{
+    auto defaults = DefaultsOf(request);
+    if (auto* error = std::get_if<netconf::RpcError>(&defaults)) return std::move(*error);
+    const auto reading = std::make_shared<Reading>();
+    reading->options.defaults = std::get<Defaults>(defaults);
+    if (!request.Filter()) return reading;
+    auto plan = FilterPlan::Make(schema, *request.Filter());
+    if (auto* error = std::get_if<cdb::Error>(&plan))
+        return MakeError(Layer::kProtocol, error->tag, error->message, {{"bad-element", "filter"}});
+    reading->filter = std::get<FilterPlan>(std::move(plan));
+    reading->options.filter = &*reading->filter;
+    return reading;
+}
+
+void WriteRunning(const DataSchema& schema, const cdb::Store& store, const WriteOptions& options,
+                  std::string& out)
+{
+    const auto rows = cdb::MakeRowView(store);
+    RowSource source(schema, *rows);
+    WriteData(schema, source, options, out);
+}
+
+/// What the store can't give is this request's misfortune, not the process's.
+void Answer(const RequestPtr& request, const std::function<void(std::string& out)>& write)
+{
+    try {
+        request->Data(write);
+    } catch (const cdb::FatalError& error) {
+        request->Refuse(MakeError(Layer::kApplication, cdb::ErrorTag::kOperationFailed, error.what()));
+    }
+}
+
 }  // namespace
 
 void Operations::Get(const RequestPtr& request)
 {
-    const auto defaults = DefaultsOf(*request);
-    if (const auto* error = std::get_if<netconf::RpcError>(&defaults)) return request->Refuse(*error);
+    const auto read = ReadingOf(m_dataSchema, *request);
+    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
     m_services.state.Collect(request->Filter(),
-                             [this, request, mode = std::get<Defaults>(defaults)](const Tree& state) {
-                                 request->Data([&](std::string& out) {
-                                     WriteData(m_services.datastore.Running(), request->Filter(), mode, out);
-                                     WriteData(state.get(), request->Filter(), mode, out);
+                             [this, request, reading = std::get<ReadingPtr>(read)](const Tree& state) {
+                                 Answer(request, [&](std::string& out) {
+                                     WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+                                     TreeSource source(state.get());
+                                     WriteData(m_dataSchema, source, reading->options, out);
                                  });
                              });
 }
 
 void Operations::GetConfig(const RequestPtr& request)
 {
-    const auto defaults = DefaultsOf(*request);
-    if (const auto* error = std::get_if<netconf::RpcError>(&defaults)) return request->Refuse(*error);
-    const lyd_node* tree = DatastoreName(request->Operation(), "source") == "candidate"
-                               ? m_services.datastore.Candidate()
-                               : m_services.datastore.Running();
-    request->Data(
-        [&](std::string& out) { WriteData(tree, request->Filter(), std::get<Defaults>(defaults), out); });
+    const auto read = ReadingOf(m_dataSchema, *request);
+    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
+    const WriteOptions& options = std::get<ReadingPtr>(read)->options;
+    Answer(request, [&](std::string& out) {
+        if (DatastoreName(request->Operation(), "source") != "candidate")
+            return WriteRunning(m_dataSchema, m_services.store, options, out);
+        TreeSource source(m_services.datastore.Candidate());
+        WriteData(m_dataSchema, source, options, out);
+    });
 }
 
 void Operations::GetSchema(const RequestPtr& request)

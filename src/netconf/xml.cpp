@@ -2,6 +2,8 @@
 
 #include <expat.h>
 
+#include <array>
+#include <limits>
 #include <memory>
 
 namespace netconf {
