@@ -165,7 +165,8 @@ void ReadTree(benchmark::State& state, const lyd_node* tree, const SubtreeFilter
         if (filter != nullptr)
             plan = std::get<agent::FilterPlan>(agent::FilterPlan::Make(TheDataSchema(), *filter));
         agent::TreeSource source(tree);
-        agent::WriteData(TheDataSchema(), source, {agent::Defaults::kExplicit, plan ? &*plan : nullptr, {}}, out);
+        agent::WriteData(TheDataSchema(), source, {agent::Defaults::kExplicit, plan ? &*plan : nullptr, {}},
+                         out);
         benchmark::DoNotOptimize(out.data());
     }
 }

@@ -19,7 +19,9 @@ public:
 
     Configuration Make()
     {
-        m_xml = "<config xmlns='urn:switch:yang:switch-config'><interface xmlns='urn:switch:yang:switch-interfaces'>";
+        m_xml =
+            "<config xmlns='urn:switch:yang:switch-config'><interface "
+            "xmlns='urn:switch:yang:switch-interfaces'>";
         for (int i = m_draw.Below(3); i > 0; --i) Management("ma" + std::to_string(i));
         m_xml += "</interface><oam xmlns='urn:switch:yang:switch-oam-sflow'><sflow>";
         if (m_draw.OneIn(2))
@@ -99,7 +101,8 @@ private:
                                      LYD_PARSE_STRICT | LYD_PARSE_ONLY, 0, &tree),
                   LY_SUCCESS)
             << m_xml;
-        EXPECT_EQ(lyd_new_implicit_all(&tree, Schema().Context(), LYD_IMPLICIT_NO_STATE, nullptr), LY_SUCCESS);
+        EXPECT_EQ(lyd_new_implicit_all(&tree, Schema().Context(), LYD_IMPLICIT_NO_STATE, nullptr),
+                  LY_SUCCESS);
         return agent::Tree(tree);
     }
 
@@ -161,7 +164,8 @@ void RandomFilter::Content(Draw& draw, const agent::DataNode& node, agent::Filte
         // Often leaves alone: their content matches select entries.
         const bool leavesOnly = !terms.empty() && draw.OneIn(2);
         const auto& children = leavesOnly ? terms : node.children;
-        for (int i = 1 + draw.Below(3); i > 0; --i) filter.children.push_back(Node(draw, *draw.From(children)));
+        for (int i = 1 + draw.Below(3); i > 0; --i)
+            filter.children.push_back(Node(draw, *draw.From(children)));
         return;
     }
     if (draw.OneIn(40)) {

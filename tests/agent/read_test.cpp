@@ -85,8 +85,9 @@ TEST(ReadProperty, RowsAndTreesGiveWhatTheFilterMeans)
             for (const Defaults mode : kModes) {
                 const std::string expected = Slowly(configuration.tree.get(), filter, mode);
                 const auto trace = [&] {
-                    return "seed " + std::to_string(seed) + ", mode " + std::to_string(static_cast<int>(mode)) +
-                           ": " + (filter ? agent_tests::ToText(*filter) : "no filter");
+                    return "seed " + std::to_string(seed) + ", mode " +
+                           std::to_string(static_cast<int>(mode)) + ": " +
+                           (filter ? agent_tests::ToText(*filter) : "no filter");
                 };
                 ASSERT_EQ(Written(tree, filter, mode), expected) << trace();
                 ASSERT_EQ(Written(rowSource, filter, mode), expected) << trace();
@@ -158,9 +159,10 @@ TEST(FilterPlan, RefusesMoreTestsOfOneAlternativeThanTheLimit)
     std::vector<FilterNode> tests(4, Node("name", {}, "c1"));
     const auto filter = InSflow({Node("collector", tests)});
     EXPECT_EQ(Refusal(filter, {.tests = 4}), "taken");
-    EXPECT_EQ(Refusal(filter, {.tests = 3}),
-              "the filter tests more than 3 values of one \"collector\"; write an element of its own for each "
-              "that is asked for");
+    EXPECT_EQ(
+        Refusal(filter, {.tests = 3}),
+        "the filter tests more than 3 values of one \"collector\"; write an element of its own for each "
+        "that is asked for");
 }
 
 TEST(FilterPlan, RefusesMoreCombinationsOfLeavesThanTheLimit)
@@ -170,8 +172,9 @@ TEST(FilterPlan, RefusesMoreCombinationsOfLeavesThanTheLimit)
     const auto filter =
         InSflow({Node("collector", {ip}), Node("collector", {port, ip}), Node("collector", {ip, port})});
     EXPECT_EQ(Refusal(filter, {.combinations = 2}), "taken");
-    EXPECT_EQ(Refusal(filter, {.combinations = 1}),
-              "the filter tests more than 1 combinations of leaves of \"collector\"; ask in several requests");
+    EXPECT_EQ(
+        Refusal(filter, {.combinations = 1}),
+        "the filter tests more than 1 combinations of leaves of \"collector\"; ask in several requests");
 }
 
 TEST(FilterPlan, JoinsAlternativesOfTheSameEntry)
@@ -230,7 +233,8 @@ TEST(DataWriter, LooksUpEntriesThatAreNamed)
     CountingSource source(tree);
     std::vector<FilterNode> named;
     for (int i = 0; i < 30; ++i)
-        named.push_back(Node("interface", {Node("name", {}, "eth" + std::to_string(i % 20)), Node("sampling-rate")}));
+        named.push_back(
+            Node("interface", {Node("name", {}, "eth" + std::to_string(i % 20)), Node("sampling-rate")}));
     Written(source, InSflow(named));
     EXPECT_EQ(source.lookUps, 20);
     EXPECT_EQ(source.passes, 0);
@@ -259,7 +263,8 @@ protected:
           "agent": {"ipv4": "192.0.2.9"},
           "collector": [{"name": "c1", "ip": "192.0.2.1", "port": 1}, {"name": "c2", "ip": "192.0.2.2"}],
           "interface": [{"name": "eth1", "flow-sampling-collector": [{"name": "c1"}, {"name": "c2"}]}]}}}})";
-        EXPECT_EQ(lyd_parse_data_mem(Schema().Context(), json, LYD_JSON, LYD_PARSE_ONLY, 0, &raw), LY_SUCCESS);
+        EXPECT_EQ(lyd_parse_data_mem(Schema().Context(), json, LYD_JSON, LYD_PARSE_ONLY, 0, &raw),
+                  LY_SUCCESS);
         m_tree.reset(raw);
     }
 

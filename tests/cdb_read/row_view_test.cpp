@@ -90,7 +90,9 @@ TEST_F(RowViewTest, LeavesTheOuterRowAndKeysValid)
 TEST_F(RowViewTest, FindsEntriesOfParentsInAnyOrder)
 {
     std::mt19937 random(1);
-    const auto below = [&random](int bound) { return std::uniform_int_distribution<int>(0, bound - 1)(random); };
+    const auto below = [&random](int bound) {
+        return std::uniform_int_distribution<int>(0, bound - 1)(random);
+    };
     std::vector<std::pair<cdb::RowKey, Row>> rows;
     for (int i = 0; i < 200; ++i) {
         const std::string name = "eth" + std::to_string(i);
