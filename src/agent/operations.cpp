@@ -12,7 +12,10 @@
 namespace agent {
 
 Operations::Operations(Services services)
-    : m_services(std::move(services)), m_queue(m_services.loop), m_commits(m_services.loop)
+    : m_services(std::move(services)),
+      m_dataSchema(m_services.schema),
+      m_queue(m_services.loop),
+      m_commits(m_services.loop)
 {
 }
 

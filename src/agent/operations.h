@@ -14,6 +14,7 @@
 
 #include "agent/backup.h"
 #include "agent/callpoints.h"
+#include "agent/data_schema.h"
 #include "agent/delivery.h"
 #include "agent/locks.h"
 #include "agent/request.h"
@@ -22,6 +23,7 @@
 #include "agent/workbench.h"
 #include "cdb/datastore.h"
 #include "cdb/schema.h"
+#include "cdb/store.h"
 
 namespace agent {
 
@@ -31,6 +33,7 @@ public:
     struct Services {
         boost::asio::io_context& loop;
         const cdb::Schema& schema;
+        const cdb::Store& store;
         cdb::Datastore& datastore;
         const Clients& clients;
         Callpoints& callpoints;
@@ -102,6 +105,7 @@ private:
     };
 
     Services m_services;
+    DataSchema m_dataSchema;
     Locks m_locks;
     Asked m_asked;
     TurnQueue m_queue;    // for the candidate

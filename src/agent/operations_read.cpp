@@ -1,14 +1,20 @@
 #include <libyang/libyang.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <memory>
+#include <optional>
 #include <string_view>
+#include <utility>
 #include <variant>
 
+#include "agent/data_source_rows.h"
+#include "agent/data_source_tree.h"
 #include "agent/data_writer.h"
 #include "agent/errors.h"
 #include "agent/operations.h"
-#include "cdb/tree_load.h"
+#include "cdb/row_view.h"
 #include "netconf/xml.h"
 
 namespace agent {
@@ -43,36 +49,123 @@ const lys_module* FindModule(const ly_ctx* context, std::string_view name, std::
     return ly_ctx_get_module(context, module.c_str(), std::string(version).c_str());
 }
 
+/// What a request asks for: the filter resolved, the mode of defaults.
+struct Reading {
+    std::optional<FilterPlan> filter;
+    WriteOptions options;
+};
+using ReadingPtr = std::shared_ptr<const Reading>;
+
+std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, const Request& request)
+{
+    auto defaults = DefaultsOf(request);
+    if (auto* error = std::get_if<netconf::RpcError>(&defaults)) return std::move(*error);
+    const auto reading = std::make_shared<Reading>();
+    reading->options.defaults = std::get<Defaults>(defaults);
+    if (!request.Filter()) return reading;
+    auto plan = FilterPlan::Make(schema, *request.Filter());
+    if (auto* error = std::get_if<cdb::Error>(&plan))
+        return MakeError(Layer::kProtocol, error->tag, error->message, {{"bad-element", "filter"}});
+    reading->filter = std::get<FilterPlan>(std::move(plan));
+    reading->options.filter = &*reading->filter;
+    return reading;
+}
+
+void WriteRunning(const DataSchema& schema, const cdb::Store& store, const WriteOptions& options,
+                  std::string& out)
+{
+    const auto rows = cdb::MakeRowView(store);
+    RowSource source(schema, *rows);
+    WriteData(schema, source, options, out);
+}
+
+/// So many entries are read and written in the loop; more, beside it.
+constexpr std::size_t kEntriesAtOnce = 32;
+
+constexpr std::size_t kAllEntries = std::numeric_limits<std::size_t>::max() / 2;
+
+/// How many entries of outermost lists are named below the branch; kAllEntries for what names none by its keys.
+std::size_t EntriesNamed(const FilterPlan::Branch& branch)
+{
+    if (branch.whole) return kAllEntries;
+    std::size_t count = 0;
+    for (const FilterPlan::Inner& inner : branch.inners) {
+        if (inner.node->schema->nodetype == LYS_LIST) {
+            if (!inner.NamesEntries()) return kAllEntries;
+            for (const auto& matches : inner.matches) count += matches.byValues.size();
+            continue;
+        }
+        if (!inner.matches.empty() || !inner.tests.empty()) return kAllEntries;
+        if (inner.always != nullptr) count += std::min(EntriesNamed(*inner.always), kAllEntries - count);
+    }
+    return std::min(count, kAllEntries);
+}
+
+/// What the store can't give is this request's misfortune, not the process's.
+void Answer(const RequestPtr& request, const std::function<void(std::string& out)>& write)
+{
+    try {
+        request->Data(write);
+    } catch (const cdb::FatalError& error) {
+        request->Refuse(MakeError(Layer::kApplication, cdb::ErrorTag::kOperationFailed, error.what()));
+    }
+}
+
+/// The same for what takes long.
+void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<void(std::string& out)> write)
+{
+    struct Outcome {
+        std::string text;
+        std::string problem;
+    };
+    const auto outcome = std::make_shared<Outcome>();
+    bench.Do(
+        [request, outcome, doWrite = std::move(write)] {
+            try {
+                outcome->text = request->DataText(doWrite);
+            } catch (const cdb::FatalError& error) {
+                outcome->problem = error.what();
+            }
+        },
+        [request, outcome] {
+            if (outcome->problem.empty()) return request->Reply(std::move(outcome->text));
+            request->Refuse(
+                MakeError(Layer::kApplication, cdb::ErrorTag::kOperationFailed, outcome->problem));
+        });
+}
+
 }  // namespace
 
 void Operations::Get(const RequestPtr& request)
 {
-    const auto defaults = DefaultsOf(*request);
-    if (const auto* error = std::get_if<netconf::RpcError>(&defaults)) return request->Refuse(*error);
+    const auto read = ReadingOf(m_dataSchema, *request);
+    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
     m_services.state.Collect(
-        request->Filter(), [this, request, mode = std::get<Defaults>(defaults)](const Tree& state) {
-            request->Data([&](std::string& out) {
-                const auto tree = cdb::LoadTree(m_services.schema, *m_services.datastore.Running());
-                WriteData(tree.get(), request->Filter(), mode, out);
-                WriteData(state.get(), request->Filter(), mode, out);
+        request->Filter(), [this, request, reading = std::get<ReadingPtr>(read)](const Tree& state) {
+            Answer(request, [&](std::string& out) {
+                WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+                TreeSource source(state.get());
+                WriteData(m_dataSchema, source, reading->options, out);
             });
         });
 }
 
 void Operations::GetConfig(const RequestPtr& request)
 {
-    const auto defaults = DefaultsOf(*request);
-    if (const auto* error = std::get_if<netconf::RpcError>(&defaults)) return request->Refuse(*error);
-    const bool ofCandidate = DatastoreName(request->Operation(), "source") == "candidate";
-    const auto text = std::make_shared<std::string>();
-    const auto read = [this, request, ofCandidate, text, mode = std::get<Defaults>(defaults)] {
-        const auto rows = ofCandidate ? m_services.datastore.Candidate() : m_services.datastore.Running();
-        const auto tree = cdb::LoadTree(m_services.schema, *rows);
-        *text =
-            request->DataText([&](std::string& out) { WriteData(tree.get(), request->Filter(), mode, out); });
+    const auto read = ReadingOf(m_dataSchema, *request);
+    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
+    const auto reading = std::get<ReadingPtr>(read);
+    if (DatastoreName(request->Operation(), "source") == "candidate")
+        return AnswerBeside(m_services.changes, request, [this, reading](std::string& out) {
+            const auto rows = m_services.datastore.Candidate();
+            RowSource source(m_dataSchema, *rows);
+            WriteData(m_dataSchema, source, reading->options, out);
+        });
+    const auto write = [this, reading](std::string& out) {
+        WriteRunning(m_dataSchema, m_services.store, reading->options, out);
     };
-    Workbench& bench = ofCandidate ? m_services.changes : m_services.reads;
-    bench.Do(read, [request, text] { request->Reply(std::move(*text)); });
+    if (reading->filter && EntriesNamed(reading->filter->Root()) <= kEntriesAtOnce) return Answer(request, write);
+    AnswerBeside(m_services.reads, request, write);
 }
 
 void Operations::GetSchema(const RequestPtr& request)

@@ -4,6 +4,7 @@
 
 #include <mutex>
 
+#include "cdb/row_view.h"
 #include "cdb/store_check.h"
 #include "cdb/store_copy.h"
 #include "cdb/store_environment.h"
@@ -179,6 +180,11 @@ StoreReader::Snapshot Store::Read() const
 {
     return StoreReader::Snapshot(
         std::make_unique<StoreReader::Snapshot::Impl>(m_impl->environment, m_impl->Keys()));
+}
+
+std::unique_ptr<RowView> MakeRowView(const Store& store)
+{
+    return MakeRowView(store.m_impl->environment, store.m_impl->Keys());
 }
 
 std::string Store::StoredKey(const RowKey& key) const

@@ -25,6 +25,8 @@
 
 namespace cdb {
 
+class RowView;
+
 /// The explicit values of one entry's or container's own leaves, keys left out, by leaf name. A leaf
 /// that the schema no longer has is ignored by readers; one that it has gained reads as its default.
 struct Row {
@@ -112,6 +114,7 @@ public:
     [[nodiscard]] Snapshot Read() const;
 
 private:
+    friend std::unique_ptr<RowView> MakeRowView(const StoreReader& store);
     class Impl;
     explicit StoreReader(std::unique_ptr<Impl> impl);
     std::unique_ptr<Impl> m_impl;
@@ -222,6 +225,7 @@ public:
     [[nodiscard]] std::function<std::optional<Error>()> Backup(std::filesystem::path file) const;
 
 private:
+    friend std::unique_ptr<RowView> MakeRowView(const Store& store);
     class Impl;
     explicit Store(std::unique_ptr<Impl> impl);
     std::unique_ptr<Impl> m_impl;

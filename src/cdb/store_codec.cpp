@@ -170,15 +170,6 @@ std::string ToBytes(const Fault& fault)
     return message.SerializeAsString();
 }
 
-RowReader::RowReader() : m_message(std::make_unique<stored::Row>()) {}
-
-RowReader::~RowReader() = default;
-
-bool RowReader::Read(std::string_view payload, Row& row)
-{
-    return Parse(payload, *m_message) && FromMessage(*m_message, row);
-}
-
 std::optional<StoredHistoryEntry> HistoryEntryOf(std::string_view payload)
 {
     stored::HistoryEntry message;
@@ -217,7 +208,7 @@ RowKeys::RowKeys(SchemaTable schema) : m_schema(std::move(schema))
     for (const auto& node : m_schema.Nodes()) m_paths.push_back(m_schema.PathOf(node.id) + '\0');
 }
 
-void RowKeys::Prefix(NodeId node, const std::vector<std::string>& keys, std::string& out) const
+void RowKeys::Prefix(NodeId node, std::span<const std::string> keys, std::string& out) const
 {
     out = m_paths[node];
     for (const auto& key : keys) {

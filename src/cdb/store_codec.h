@@ -6,16 +6,13 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "cdb/schema_table.h"
 #include "cdb/store.h"
-
-namespace cdb::stored {
-class Row;
-}
 
 namespace cdb::codec {
 
@@ -59,17 +56,9 @@ std::string ToBytes(const HistoryEntry& entry, std::uint32_t undoChunks, bool un
 std::string UndoBytes(const HistoryEntry& entry);
 std::string ToBytes(const Fault& fault);
 
-/// Reads rows, reusing its memory from row to row.
-class RowReader {
-public:
-    RowReader();
-    ~RowReader();
-    /// False for bytes that are no row; `row` is then unspecified.
-    bool Read(std::string_view payload, Row& row);
-
-private:
-    std::unique_ptr<stored::Row> m_message;
-};
+/// Reads a row into one that has been used before, whose memory serves again. False for bytes that are
+/// no row; `row` is then unspecified.
+bool ReadRow(std::string_view payload, Row& row);
 
 /// An entry as it is stored. One of an older version has its undo in it.
 struct StoredHistoryEntry {
@@ -90,7 +79,7 @@ public:
     [[nodiscard]] const SchemaTable& Schema() const { return m_schema; }
 
     /// What the keys of a node's rows below these keys begin with; the whole key when they are all.
-    void Prefix(NodeId node, const std::vector<std::string>& keys, std::string& out) const;
+    void Prefix(NodeId node, std::span<const std::string> keys, std::string& out) const;
 
     /// The node and keys of a row's key; nullopt for a node that the schema lacks.
     [[nodiscard]] std::optional<RowKey> KeyOf(std::string_view rowKey) const;

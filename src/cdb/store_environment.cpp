@@ -218,15 +218,21 @@ std::optional<std::string> Environment::Meta(MDB_txn* transaction, std::string_v
 
 std::unique_ptr<Environment::Reading> Environment::BeginReading()
 {
-    if (!m_idle.empty()) {
-        auto reading = std::move(m_idle.back());
-        m_idle.pop_back();
+    std::unique_ptr<Reading> reading;
+    {
+        const std::lock_guard lock(m_idleMutex);
+        if (!m_idle.empty()) {
+            reading = std::move(m_idle.back());
+            m_idle.pop_back();
+        }
+    }
+    if (reading) {
         const int code = mdb_txn_renew(reading->transaction);
         if (code != MDB_SUCCESS) Fail("reading", code);
         for (auto& pass : reading->idlePasses) mdb_cursor_renew(reading->transaction, pass->cursor);
         return reading;
     }
-    auto reading = std::make_unique<Reading>();
+    reading = std::make_unique<Reading>();
     const int code = mdb_txn_begin(m_environment, nullptr, MDB_RDONLY, &reading->transaction);
     if (code != MDB_SUCCESS) Fail("reading", code);
     return reading;
@@ -235,7 +241,29 @@ std::unique_ptr<Environment::Reading> Environment::BeginReading()
 void Environment::EndReading(std::unique_ptr<Reading> reading)
 {
     mdb_txn_reset(reading->transaction);
+    const std::lock_guard lock(m_idleMutex);
     if (m_idle.size() < kKeptReadings) m_idle.push_back(std::move(reading));
+}
+
+std::unique_ptr<Environment::Pass> Environment::TakePass(Reading& reading) const
+{
+    if (!reading.idlePasses.empty()) {
+        auto pass = std::move(reading.idlePasses.back());
+        reading.idlePasses.pop_back();
+        return pass;
+    }
+    auto pass = std::make_unique<Pass>();
+    const int code = mdb_cursor_open(reading.transaction, rows, &pass->cursor);
+    if (code != MDB_SUCCESS) Fail("reading", code);
+    return pass;
+}
+
+void Environment::ReadRow(const MDB_val& key, const MDB_val& value, Pass& pass) const
+{
+    const auto payload = codec::Payload(Text(value));
+    if (payload && codec::ReadRow(*payload, pass.row)) return;
+    throw FatalError("the store in " + m_directory.string() + " is damaged: the row of " +
+                     codec::Readable(Text(key)) + " can't be read; restore the directory from a copy");
 }
 
 Environment::Reading::~Reading()

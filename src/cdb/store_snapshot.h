@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "cdb/row_view.h"
 #include "cdb/store.h"
 #include "cdb/store_codec.h"
 #include "cdb/store_environment.h"
@@ -49,13 +50,14 @@ private:
     void ForEach(NodeId list, const std::vector<std::string>& parentKeys, Environment::Pass& pass,
                  const Visit& visit);
 
-    /// Throws FatalError for a row that can't be read.
-    void Decode(const MDB_val& key, const MDB_val& value, Environment::Pass& pass) const;
-
     std::shared_ptr<Environment> m_environment;
     std::shared_ptr<const codec::RowKeys> m_keys;
     std::unique_ptr<Environment::Reading> m_reading;
 };
+
+/// The rows as of now, with one cursor a list.
+std::unique_ptr<RowView> MakeRowView(std::shared_ptr<Environment> environment,
+                                     std::shared_ptr<const codec::RowKeys> keys);
 
 }  // namespace cdb
 

@@ -2,6 +2,8 @@
 
 #include <expat.h>
 
+#include <array>
+#include <limits>
 #include <memory>
 
 namespace netconf {
@@ -134,9 +136,15 @@ std::string_view EntityFor(char character)
 
 void AppendEscaped(std::string& out, std::string_view text)
 {
+    // Looked up byte by byte: most texts are short and have nothing to escape.
+    static constexpr auto kIsSpecial = [] {
+        std::array<bool, std::numeric_limits<unsigned char>::max() + 1> special{};
+        for (const unsigned char character : std::string_view("&<>\"\r")) special[character] = true;
+        return special;
+    }();
     std::size_t done = 0;
-    for (std::size_t at = text.find_first_of("&<>\"\r"); at != std::string_view::npos;
-         at = text.find_first_of("&<>\"\r", done)) {
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (!kIsSpecial[static_cast<unsigned char>(text[at])]) continue;
         out.append(text.substr(done, at - done)).append(EntityFor(text[at]));
         done = at + 1;
     }
