@@ -46,8 +46,8 @@ public:
           m_delivery(loop, schema.Table(), m_clients, m_options.ackTimeout),
           m_state(loop, schema, store, datastore, m_clients, m_options.stateTimeout),
           m_backup(loop, store),
-          m_operations({loop, schema, store, datastore, m_clients, m_callpoints, m_delivery, m_state, m_backup, m_changes,
-                        m_reads, m_options.now,
+          m_operations({loop, schema, store, datastore, m_clients, m_callpoints, m_delivery, m_state,
+                        m_backup, m_changes, m_reads, m_options.now,
                         [this](std::uint32_t session, const std::string& reason) {
                             return m_sessions.End(session, reason);
                         },

@@ -84,7 +84,8 @@ constexpr std::size_t kEntriesAtOnce = 32;
 
 constexpr std::size_t kAllEntries = std::numeric_limits<std::size_t>::max() / 2;
 
-/// How many entries of outermost lists are named below the branch; kAllEntries for what names none by its keys.
+/// How many entries of outermost lists are named below the branch; kAllEntries for what names none by its
+/// keys.
 std::size_t EntriesNamed(const FilterPlan::Branch& branch)
 {
     if (branch.whole) return kAllEntries;
@@ -140,14 +141,14 @@ void Operations::Get(const RequestPtr& request)
 {
     const auto read = ReadingOf(m_dataSchema, *request);
     if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
-    m_services.state.Collect(
-        request->Filter(), [this, request, reading = std::get<ReadingPtr>(read)](const Tree& state) {
-            Answer(request, [&](std::string& out) {
-                WriteRunning(m_dataSchema, m_services.store, reading->options, out);
-                TreeSource source(state.get());
-                WriteData(m_dataSchema, source, reading->options, out);
-            });
-        });
+    m_services.state.Collect(request->Filter(),
+                             [this, request, reading = std::get<ReadingPtr>(read)](const Tree& state) {
+                                 Answer(request, [&](std::string& out) {
+                                     WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+                                     TreeSource source(state.get());
+                                     WriteData(m_dataSchema, source, reading->options, out);
+                                 });
+                             });
 }
 
 void Operations::GetConfig(const RequestPtr& request)
@@ -164,7 +165,8 @@ void Operations::GetConfig(const RequestPtr& request)
     const auto write = [this, reading](std::string& out) {
         WriteRunning(m_dataSchema, m_services.store, reading->options, out);
     };
-    if (reading->filter && EntriesNamed(reading->filter->Root()) <= kEntriesAtOnce) return Answer(request, write);
+    if (reading->filter && EntriesNamed(reading->filter->Root()) <= kEntriesAtOnce)
+        return Answer(request, write);
     AnswerBeside(m_services.reads, request, write);
 }
 

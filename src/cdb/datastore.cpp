@@ -12,8 +12,10 @@
 #include "cdb/compare.h"
 #include "cdb/edit.h"
 #include "cdb/edit_plan.h"
+#include "cdb/schema_difference.h"
 #include "cdb/tree_load.h"
 #include "cdb/validate.h"
+#include "log/log.h"
 
 namespace cdb {
 namespace {
@@ -120,17 +122,19 @@ private:
         const SchemaTable before = store.Schema();
         const std::string fingerprint = store.SchemaFingerprint();
         if (fingerprint == schema.Fingerprint() && before == schema.Table()) return schema;
+        const auto changes = DifferenceOf(before, schema.Table());
         store.SetSchema(schema.Table());
         try {
             CheckRows();
-        } catch (const FatalError&) {
+        } catch (const FatalError& error) {
             store.SetSchema(before, fingerprint);
-            throw;
+            const std::string obstacle = Obstacle(changes);
+            throw FatalError(error.what() + (obstacle.empty() ? std::string() : " (" + obstacle + ")"));
         }
         store.SetSchema(schema.Table(), schema.Fingerprint());
         if (!store.Empty())
-            for (const auto& line : DifferenceOf(before, schema.Table()))
-                slog::Notice("the YANG modules have changed: {}", line);
+            for (const SchemaChange& line : changes)
+                slog::Notice("the YANG modules have changed: {}", Describe(line));
         return schema;
     }
 

@@ -112,7 +112,7 @@ public:
     }
 
     StoreOptions options;
-    Place place;  // its lock is given up after the environment is closed
+    StorePlace place;  // its lock is given up after the environment is closed
     std::shared_ptr<Environment> environment;
     std::shared_ptr<Writer> writer;
 
