@@ -13,7 +13,7 @@ namespace agent {
 
 Sessions::Sessions(const cdb::Schema& schema, Operations& operations, std::size_t limit,
                    std::chrono::milliseconds helloTimeout)
-    : m_schema(schema),
+    : m_index(schema.Context()),
       m_operations(operations),
       m_limit(limit),
       m_helloTimeout(helloTimeout),
@@ -63,7 +63,7 @@ bool Sessions::End(std::uint32_t session, const std::string& reason)
 
 void Sessions::OnMessage(const std::shared_ptr<Session>& session, std::string message)
 {
-    auto read = ReadRpc(m_schema.Context(), std::move(message), session->SpeaksBase11());
+    auto read = ReadRpc(m_index, std::move(message), session->SpeaksBase11());
     if (const auto* bad = std::get_if<BadRpc>(&read)) {
         slog::Info("session {} ({}): {}", session->Who().id, session->Who().user, bad->error.message);
         return session->Send(RefusalText(bad->attributes, bad->error));

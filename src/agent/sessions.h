@@ -13,6 +13,7 @@
 #include "agent/operations.h"
 #include "agent/session.h"
 #include "cdb/schema.h"
+#include "guard/schema_index.h"
 
 namespace agent {
 
@@ -34,7 +35,7 @@ private:
     void OnBroken(const std::shared_ptr<Session>& session, const std::string& problem);
     void OnClosed(const std::shared_ptr<Session>& session, const std::string& reason);
 
-    const cdb::Schema& m_schema;
+    const guard::SchemaIndex m_index;
     Operations& m_operations;
     std::size_t m_limit;
     std::chrono::milliseconds m_helloTimeout;

@@ -21,7 +21,7 @@ std::string InRpc(const std::string& operation)
 
 std::variant<agent::Rpc, agent::BadRpc> Read(const std::string& message, bool base11 = true)
 {
-    return agent::ReadRpc(agent_tests::Schema().Context(), message, base11);
+    return agent::ReadRpc(agent_tests::Index(), message, base11);
 }
 
 struct Case {

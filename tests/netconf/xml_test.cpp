@@ -59,14 +59,19 @@ public:
     {
         text += "<" + std::string(element.ns) + "|" + std::string(element.name) + " " +
                 std::to_string(element.begin) + "-" + std::to_string(element.end) + ">";
-        if (const auto id = element.attribute("id")) text += "id=" + std::string(*id) + ";";
+        if (const auto id = element.Attribute("id")) text += "id=" + std::string(*id) + ";";
         return element.depth < m_stop;
     }
-    void OnEnd(std::size_t depth, std::size_t begin) override
+    bool OnEnd(std::size_t depth, std::size_t begin) override
     {
         text += "</" + std::to_string(depth) + " " + std::to_string(begin) + ">";
+        return true;
     }
-    void OnText(std::size_t /*depth*/, std::string_view piece) override { text += piece; }
+    bool OnText(std::size_t /*depth*/, std::string_view piece) override
+    {
+        text += piece;
+        return true;
+    }
     std::string text;
 
 private:
