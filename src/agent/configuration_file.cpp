@@ -54,9 +54,9 @@ Tree ReadConfigurationFile(const cdb::Schema& schema, const std::filesystem::pat
         Fail(file, guard::PlaceInText(text, problem->offset) + ": " + problem->text);
     ly_err_clean(schema.Context(), nullptr);
     lyd_node* raw = nullptr;
-    const LY_ERR result = lyd_parse_data_mem(
-        schema.Context(), text.c_str(), format == guard::Format::kJson ? LYD_JSON : LYD_XML,
-        LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &raw);
+    const LY_ERR result = lyd_parse_data_mem(schema.Context(), text.c_str(),
+                                             format == guard::Format::kJson ? LYD_JSON : LYD_XML,
+                                             LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &raw);
     Tree tree(raw);
     if (result == LY_SUCCESS) return tree;
     const ly_err_item* last = ly_err_first(schema.Context());

@@ -104,9 +104,8 @@ std::string FirstOfChoice(const ly_ctx* context, std::string_view operation, con
 {
     const lys_module* module = ly_ctx_get_module_implemented(context, "ietf-netconf");
     const lysc_node* parent =
-        module == nullptr
-            ? nullptr
-            : lys_find_child(nullptr, module, operation.data(), operation.size(), LYS_RPC, 0);
+        module == nullptr ? nullptr
+                          : lys_find_child(nullptr, module, operation.data(), operation.size(), LYS_RPC, 0);
     const lysc_node* child = nullptr;
     while (parent != nullptr && (child = lys_getnext(child, parent, nullptr, 0)) != nullptr)
         for (const lysc_node* above = child->parent; above != nullptr; above = above->parent)
@@ -163,11 +162,14 @@ netconf::RpcError RequestError(const ly_ctx* context, std::string_view name)
     const ly_err_item* last = ly_err_first(context);
     while (last != nullptr && last->next != nullptr) last = last->next;
     const std::string said = last != nullptr && last->msg != nullptr ? last->msg : "no reason given";
-    const std::string path = Quoted(last != nullptr && last->path != nullptr ? last->path : "");
+    std::string path = Quoted(last != nullptr && last->path != nullptr ? last->path : "");
 
     const auto* row = std::find_if(kRequestRows.begin(), kRequestRows.end(), [&said](const RequestRow& each) {
         return said.starts_with(each.beginning);
     });
+    // A choice is no node of the data.
+    if (row != kRequestRows.end() && row->subject == Subject::kChoice && LastName(path) == Quoted(said))
+        path.erase(path.find_last_of('/'));
     const std::string inner = PathInConfig(path);
     cdb::Error error;
     error.tag = row == kRequestRows.end() ? ErrorTag::kBadElement : row->tag;

@@ -72,7 +72,8 @@ std::variant<Rpc, BadRpc> ReadRpc(const guard::SchemaIndex& index, std::string m
 {
     const ly_ctx* context = index.Context();
     RpcScan scan = ScanRpc(index, message, limits);
-    if (auto error = ScanError(context, scan, speaksBase11)) return BadRpc{scan.attributes, *std::move(error)};
+    if (auto error = ScanError(context, scan, speaksBase11))
+        return BadRpc{scan.attributes, *std::move(error)};
     BlankXmlAttributes(scan, message);
     // libyang would measure the filter by the schema; it means what its text says.
     if (scan.filter) message.erase(scan.filterBegin, scan.filterEnd - scan.filterBegin);

@@ -104,8 +104,8 @@ private:
         const guard::Node* operation = m_index.Operation(element.ns, element.name);
         if (operation == nullptr) return Stop(End::kUnknownOperation);
         m_walk.emplace(m_index, *operation, m_limits.text);
-        m_hasFilter = element.ns == netconf::kBaseNamespace &&
-                      (element.name == "get" || element.name == "get-config");
+        m_hasFilter =
+            element.ns == netconf::kBaseNamespace && (element.name == "get" || element.name == "get-config");
         return m_walk->CheckAttributes(*operation, element.attributes) || Refused();
     }
 
@@ -220,7 +220,8 @@ void BlankXmlAttributes(const RpcScan& scan, std::string& message)
             const std::size_t close = message.find(message[open], open + 1);
             // The first name is the element's, with the first attribute behind it.
             const std::size_t attribute =
-                name == begin ? message.find_first_not_of(kBlanks, message.find_first_of(kBlanks, name)) : name;
+                name == begin ? message.find_first_not_of(kBlanks, message.find_first_of(kBlanks, name))
+                              : name;
             if (message.compare(attribute, 4, "xml:") == 0)
                 std::fill(message.begin() + static_cast<std::ptrdiff_t>(attribute),
                           message.begin() + static_cast<std::ptrdiff_t>(close) + 1, ' ');

@@ -14,10 +14,14 @@ constexpr std::string_view kClose = "</data>";
 /// Everything inside <data>, which stands around the file's own elements, at depth 1.
 class FileVisitor final : public netconf::XmlVisitor {
 public:
-    FileVisitor(const SchemaIndex& index, const Limits& limits) : m_walk(index, index.Data(), limits.text) {}
+    FileVisitor(const SchemaIndex& index, std::string_view text, const Limits& limits)
+        : m_text(text), m_walk(index, index.Data(), limits.text)
+    {
+    }
 
     bool OnStart(const netconf::XmlElement& element) override
     {
+        m_at = element.end;
         if (element.depth == 1) return true;
         const Node* child = m_walk.Find(element.ns, element.name);
         const bool known = child != nullptr && (child->Repeats() || m_walk.Mention(*child)) &&
@@ -28,10 +32,18 @@ public:
 
     bool OnEnd(std::size_t depth, std::size_t begin) override
     {
-        return depth == 1 || Goes(m_walk.Leave(), begin);
+        if (depth > 1 && !Goes(m_walk.Leave(), begin)) return false;
+        // Behind the end tag; of an empty element `begin` is there already.
+        m_at = m_text.substr(begin, 2) == "</" ? m_text.find('>', begin) + 1 : begin;
+        return true;
     }
 
-    bool OnText(std::size_t /*depth*/, std::string_view text) override { return Goes(m_walk.Text(text), m_at); }
+    bool OnText(std::size_t /*depth*/, std::string_view text) override
+    {
+        if (!Goes(m_walk.Text(text), m_at)) return false;
+        m_at += text.size();
+        return true;
+    }
 
     [[nodiscard]] std::optional<FileProblem> Problem() const
     {
@@ -42,14 +54,16 @@ public:
 private:
     bool Goes(bool on, std::size_t at)
     {
-        m_refused = !on;
+        if (on) return true;
+        m_refused = true;
         m_at = at;
-        return on;
+        return false;
     }
 
+    std::string_view m_text;  // the whole document
     Walk m_walk;
     bool m_refused = false;
-    std::size_t m_at = 0;
+    std::size_t m_at = 0;  // what comes next; of text, about there: references are longer than what they mean
 };
 
 /// A file may hold the elements of several modules side by side. So one element is put around them,
@@ -83,7 +97,7 @@ std::optional<FileProblem> CheckXmlFile(const SchemaIndex& index, std::string_vi
     netconf::XmlLimits xml = limits.xml;
     ++xml.depth;
     ++xml.elements;
-    FileVisitor visitor(index, limits);
+    FileVisitor visitor(index, whole, limits);
     auto malformed = netconf::ReadXmlWithin(whole, visitor, xml);
     const auto refused = visitor.Problem();
     if (refused) {

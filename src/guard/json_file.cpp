@@ -157,7 +157,8 @@ protected:
         if (m_open.empty()) return Shape("a value");
         const Level& level = m_open.back();
         if (level.kind == Kind::kMetadata) return Walked(m_walk.BadOperation(*level.node, value));
-        const bool isLeaf = level.kind == Kind::kMembers && m_member != nullptr && m_member->kind == NodeKind::kLeaf;
+        const bool isLeaf =
+            level.kind == Kind::kMembers && m_member != nullptr && m_member->kind == NodeKind::kLeaf;
         const bool isItem = level.kind == Kind::kEntries && level.node->kind == NodeKind::kLeafList;
         if (!isLeaf && !isItem) return Shape("a value");
         if (isItem && !Count()) return false;

@@ -39,8 +39,8 @@ struct Node {
     NodeKind kind = NodeKind::kRoot;
     bool isKey = false;
     bool isState = false;
-    std::size_t keys = 0;           // of a list; its first children
-    std::size_t index = 0;          // among its siblings
+    std::size_t keys = 0;               // of a list; its first children
+    std::size_t index = 0;              // among its siblings
     const lysc_node* schema = nullptr;  // null for the root of all data
     std::string_view name;
     std::string_view module;

@@ -83,9 +83,9 @@ bool Walk::CheckAttributes(const Node& child, std::span<const netconf::XmlAttrib
             continue;
         }
         const bool isUnqualified = InData() && attribute.name == "operation" && attribute.ns.empty();
-        return UnknownAttribute(child, attribute.name,
-                                isUnqualified ? "put it in the NETCONF base namespace, as nc:operation"
-                                              : "leave it out");
+        return UnknownAttribute(
+            child, attribute.name,
+            isUnqualified ? "put it in the NETCONF base namespace, as nc:operation" : "leave it out");
     }
     return true;
 }

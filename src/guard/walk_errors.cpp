@@ -57,8 +57,7 @@ void Walk::RefuseUnknown(std::string_view ns, std::string_view name)
     const std::string element = "element " + Quoted(name);
     const std::pair<std::string, std::string> bad{"bad-element", std::string(name)};
     if (ns.empty()) {
-        Refuse(ErrorTag::kUnknownNamespace, Path(),
-               element + " has no namespace; declare its module's with xmlns",
+        Refuse(ErrorTag::kUnknownNamespace, Path(), element + " has no namespace; give it that of its module",
                {bad, {"bad-namespace", ""}});
         return;
     }
@@ -73,8 +72,8 @@ void Walk::RefuseUnknown(std::string_view ns, std::string_view name)
     // The same name in another namespace of ours: what is wrong is the namespace.
     const auto other = std::find_if(parent.inOrder.begin(), parent.inOrder.end(),
                                     [name](const Node* child) { return child->name == name; });
-    std::string message = Described(m_depth) + " has no " + element + "; known here: " +
-                          ChildrenOf(parent, !InData());
+    std::string message =
+        Described(m_depth) + " has no " + element + "; known here: " + ChildrenOf(parent, !InData());
     if (other != parent.inOrder.end())
         message = Described(m_depth) + " has no " + element + " in the namespace " + Quoted(ns) +
                   "; its namespace is " + Quoted((*other)->ns);

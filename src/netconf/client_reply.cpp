@@ -25,7 +25,7 @@ public:
     bool OnStart(const XmlElement& element) override
     {
         // No reply has such elements, and two of one name end libyang's parser.
-        if (element.ns.empty()) {
+        if (element.ns.empty() && element.depth > 1) {
             m_bare = element.name;
             return false;
         }

@@ -50,7 +50,8 @@ public:
         XML_SetStartDoctypeDeclHandler(parser, &Reader::Doctype);
         if (m_visitor != nullptr) XML_SetCharacterDataHandler(parser, &Reader::Text);
         // kMaxMessage, which bounds every document, fits an int.
-        const auto result = XML_Parse(parser, m_document.data(), static_cast<int>(m_document.size()), XML_TRUE);
+        const auto result =
+            XML_Parse(parser, m_document.data(), static_cast<int>(m_document.size()), XML_TRUE);
         if (m_ended || (result == XML_STATUS_OK && m_problem.empty())) return std::nullopt;
         if (m_problem.empty()) m_problem = XML_ErrorString(XML_GetErrorCode(parser));
         const auto offset = std::max<XML_Index>(XML_GetCurrentByteIndex(parser), 0);
@@ -145,10 +146,7 @@ private:
         Self(data).Stop(XmlProblem::Kind::kMalformed, "a document type declaration is not allowed");
     }
 
-    void NameTooLong()
-    {
-        TooBig("a name is longer than " + std::to_string(m_limits.nameLength) + " bytes");
-    }
+    void NameTooLong() { TooBig("a name is longer than " + std::to_string(m_limits.nameLength) + " bytes"); }
     void TooBig(std::string problem) { Stop(XmlProblem::Kind::kTooBig, std::move(problem)); }
 
     void Stop(XmlProblem::Kind kind, std::string problem)

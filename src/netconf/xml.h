@@ -22,10 +22,10 @@ std::string Escaped(std::string_view text);
 
 /// What a document may have. Each bound is reached long before the work for it is felt.
 struct XmlLimits {
-    std::size_t depth = kMaxDepth;           // elements inside each other
-    std::size_t elements = 2'000'000;        // in all
-    std::size_t attributes = 64;             // of one element, declarations of namespaces among them
-    std::size_t nameLength = 1024;           // of a name and its namespace together
+    std::size_t depth = kMaxDepth;                    // elements inside each other
+    std::size_t elements = 2'000'000;                 // in all
+    std::size_t attributes = 64;                      // of one element, declarations of namespaces among them
+    std::size_t nameLength = 1024;                    // of a name and its namespace together
     std::size_t valueLength = std::size_t{64} << 10;  // of one attribute's value
 };
 
