@@ -70,16 +70,15 @@ struct Shape {
 
 const Shape kShapes[] = {
     {"unknown_40000", [] { return InConfig(Times(40'000, "<a/>")); }},
-    {"key_10000", [] { return InConfig(Sflow("<collector>" + Times(10'000, "<name>c1</name>") + "</collector>")); }},
+    {"key_10000",
+     [] { return InConfig(Sflow("<collector>" + Times(10'000, "<name>c1</name>") + "</collector>")); }},
     {"leaf_10000", [] { return InCollector(Times(10'000, "<port>1</port>")); }},
     {"rpc_attributes_5000",
      [] { return InRpc("<commit/>", "xmlns:p=\"urn:p\" " + Numbered(5'000, "p:a", "=\"1\" ")); }},
-    {"namespaces_20000",
-     [] { return InConfig("<a " + Numbered(20'000, "xmlns:n", "=\"urn:n\" ") + "/>"); }},
+    {"namespaces_20000", [] { return InConfig("<a " + Numbered(20'000, "xmlns:n", "=\"urn:n\" ") + "/>"); }},
     {"text_16MB", [] { return InCollector("<ip>" + std::string(std::size_t{16} << 20, '1') + "</ip>"); }},
     {"no_key_40000", [] { return InConfig(Sflow(Times(40'000, "<collector/>"))); }},
-    {"bad_key_20000",
-     [] { return InConfig(Sflow(Times(20'000, "<collector><name>%</name></collector>"))); }},
+    {"bad_key_20000", [] { return InConfig(Sflow(Times(20'000, "<collector><name>%</name></collector>"))); }},
     {"bad_keys_20000",
      [] { return InConfig(Sflow(Numbered(20'000, "<collector><name>%", "</name></collector>"))); }},
     {"bad_leaf_20000",
@@ -90,9 +89,10 @@ const Shape kShapes[] = {
      [] { return InConfig(Sflow(Times(25'000, "<collector><name>c1</name></collector>"))); }},
     {"same_entry_inside_25000",
      [] {
-         return InConfig(Sflow("<interface><name>e</name>" +
-                               Times(18'000, "<flow-sampling-collector><name>c1</name></flow-sampling-collector>") +
-                               "</interface>"));
+         return InConfig(
+             Sflow("<interface><name>e</name>" +
+                   Times(18'000, "<flow-sampling-collector><name>c1</name></flow-sampling-collector>") +
+                   "</interface>"));
      }},
     {"entries_20000",
      [] { return InConfig(Sflow(Numbered(20'000, "<collector><name>c", "</name></collector>"))); }},
@@ -103,7 +103,10 @@ const Shape kShapes[] = {
     {"pieces_250000", [] { return InCollector("<ip>" + Times(65'000, "1\n") + "</ip>"); }},
     {"filter_60000", [] { return InRpc("<get><filter>" + Times(60'000, "<a/>") + "</filter></get>"); }},
     {"filter_attributes",
-     [] { return InRpc("<get><filter>" + Times(2'000, "<a " + Numbered(60, "a", "='' ") + "/>") + "</filter></get>"); }},
+     [] {
+         return InRpc("<get><filter>" + Times(2'000, "<a " + Numbered(60, "a", "='' ") + "/>") +
+                      "</filter></get>");
+     }},
 };
 
 void Read(benchmark::State& state, const std::string& message)
@@ -127,12 +130,25 @@ void ParseAsItIs(benchmark::State& state, const std::string& message)
         if (ly_in_new_memory(message.c_str(), &input) != LY_SUCCESS) return state.SkipWithError("memory");
         lyd_node* envelope = nullptr;
         lyd_node* operation = nullptr;
-        static_cast<void>(lyd_parse_op(context, nullptr, input, LYD_XML, LYD_TYPE_RPC_NETCONF, &envelope, &operation));
+        static_cast<void>(
+            lyd_parse_op(context, nullptr, input, LYD_XML, LYD_TYPE_RPC_NETCONF, &envelope, &operation));
         ly_in_free(input, 0);
         lyd_free_all(envelope);
         lyd_free_all(operation);
     }
     state.counters["KB"] = static_cast<double>(message.size()) / 1024;
+}
+
+/// The data alone, without values that make no sense let through.
+void ParseData(benchmark::State& state, const std::string& text)
+{
+    for (auto _ : state) {
+        lyd_node* tree = nullptr;
+        if (lyd_parse_data_mem(TheSchema().Context(), text.c_str(), LYD_XML,
+                               LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &tree) != LY_SUCCESS)
+            return state.SkipWithError("refused");
+        lyd_free_all(tree);
+    }
 }
 
 /// As `swcli load` sends it: 10,000 interfaces with three collectors each.
@@ -180,10 +196,12 @@ void WellFormed(benchmark::State& state, const std::string& text)
 int main(int argc, char** argv)
 {
     bool parser = false;
-    for (int i = 1; i < argc; ++i) parser = parser || std::string(argv[i]).find("parser") != std::string::npos;
+    for (int i = 1; i < argc; ++i)
+        parser = parser || std::string(argv[i]).find("parser") != std::string::npos;
     for (const Shape& shape : kShapes) {
         const std::string name(shape.name);
-        benchmark::RegisterBenchmark(("read/" + name).c_str(), [message = shape.make()](benchmark::State& state) {
+        benchmark::RegisterBenchmark(("read/" + name).c_str(), [message =
+                                                                    shape.make()](benchmark::State& state) {
             Read(state, message);
         })->Unit(benchmark::kMillisecond);
         if (parser)
@@ -197,11 +215,14 @@ int main(int argc, char** argv)
         benchmark::RegisterBenchmark(name, std::move(function))->Unit(benchmark::kMillisecond);
     };
     add("large/xml_only", [text = Large()](benchmark::State& state) { WellFormed(state, text); });
-    add("large/pass_xml", [text = Large()](benchmark::State& state) { PassOver(state, text, guard::Format::kXml); });
+    add("large/pass_xml",
+        [text = Large()](benchmark::State& state) { PassOver(state, text, guard::Format::kXml); });
     add("large/pass_json",
         [text = LargeJson()](benchmark::State& state) { PassOver(state, text, guard::Format::kJson); });
     add("large/read_edit", [text = InConfig(Large())](benchmark::State& state) { Read(state, text); });
-    add("large/parser_edit", [text = InConfig(Large())](benchmark::State& state) { ParseAsItIs(state, text); });
+    add("large/parser_edit",
+        [text = InConfig(Large())](benchmark::State& state) { ParseAsItIs(state, text); });
+    add("large/parser_data", [text = Large()](benchmark::State& state) { ParseData(state, text); });
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     return 0;

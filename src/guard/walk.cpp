@@ -13,8 +13,11 @@ namespace {
 using cdb::ErrorTag;
 
 constexpr std::size_t kWordBits = 64;
-/// A longer key is none that the store takes; no message shows it.
-constexpr std::size_t kShownKey = 511;
+/// So much of a value that makes no sense is shown.
+constexpr std::size_t kShownValue = 511;
+/// An edit may delete an entry and make it anew. libyang takes time in the square of how often one
+/// entry is given.
+constexpr std::uint8_t kMostOfOneEntry = 8;
 constexpr std::string_view kBlanks = " \t\r\n";
 constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
 constexpr std::array<std::string_view, 5> kOperations{"merge", "replace", "create", "delete", "remove"};
@@ -94,7 +97,7 @@ bool Walk::BadOperation(const Node& child, std::string_view operation)
 {
     if (std::find(kOperations.begin(), kOperations.end(), operation) != kOperations.end()) return true;
     return Refuse(ErrorTag::kBadAttribute, PathOf(child),
-                  "there is no operation \"" + std::string(operation.substr(0, kShownKey)) +
+                  "there is no operation \"" + std::string(operation.substr(0, kShownValue)) +
                       "\"; use merge, replace, create, delete or remove",
                   {{"bad-attribute", "operation"}, {"bad-element", std::string(child.name)}});
 }
@@ -112,6 +115,7 @@ void Walk::Enter(const Node& child)
     }
     const Node& holder = child.kind == NodeKind::kAny ? m_index.Data() : child;
     frame.seen.assign(holder.inOrder.size() / kWordBits + 1, 0);
+    frame.entries.clear();
     frame.keys.resize(child.keys);
     for (std::string& key : frame.keys) key.clear();
 }
@@ -129,7 +133,7 @@ bool Walk::Text(std::string_view piece)
                       "the value of " + Described(m_depth) + " is longer than " + std::to_string(m_maxText) +
                           " bytes; use a shorter one",
                       {{"bad-element", std::string(frame.node->name)}});
-    if (frame.node->isKey && frame.textLength <= kShownKey) frame.text.append(piece);
+    if (frame.node->isKey) frame.text.append(piece);
     return true;
 }
 
@@ -137,10 +141,11 @@ bool Walk::Leave()
 {
     Frame& frame = m_frames[m_depth];
     const Node& node = *frame.node;
-    if (node.kind == NodeKind::kList && !CheckKeys(frame)) return false;
+    if (node.kind == NodeKind::kList && (!CheckKeys(frame) || !CountEntry(frame, m_frames[m_depth - 1])))
+        return false;
     if (m_dataDepth == m_depth) m_dataDepth.reset();
     --m_depth;
-    if (node.isKey && frame.textLength <= kShownKey) m_frames[m_depth].keys[node.index].swap(frame.text);
+    if (node.isKey) m_frames[m_depth].keys[node.index].swap(frame.text);
     return true;
 }
 
@@ -155,6 +160,20 @@ bool Walk::CheckKeys(const Frame& entry)
                       {{"bad-element", name}});
     }
     return true;
+}
+
+bool Walk::CountEntry(const Frame& entry, Frame& holder)
+{
+    if (entry.node->keys == 0) return true;
+    std::string name = std::to_string(entry.node->index);
+    for (const std::string& key : entry.keys) name.append(1, '\0').append(key);
+    // Most often they come in order.
+    std::uint8_t& count = holder.entries.try_emplace(holder.entries.end(), std::move(name), 0)->second;
+    if (++count <= kMostOfOneEntry) return true;
+    return Refuse(ErrorTag::kBadElement, Path(),
+                  Described(m_depth) + " is given more than " + std::to_string(kMostOfOneEntry) +
+                      " times; give it once",
+                  {{"bad-element", std::string(entry.node->name)}});
 }
 
 }  // namespace guard

@@ -7,6 +7,7 @@
 #define GUARD_WALK_H
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -53,7 +54,10 @@ private:
         std::vector<std::uint64_t> seen{};  // a bit a child
         std::size_t textLength = 0;
         std::string text{};               // of a key
-        std::vector<std::string> keys{};  // of an entry; empty where not seen or too long to be shown
+        std::vector<std::string> keys{};  // of an entry; empty where not seen
+        /// How often each entry stands in here, by its list and keys. Ordered, so that no choice of keys
+        /// makes it slow.
+        std::map<std::string, std::uint8_t> entries{};
     };
 
     [[nodiscard]] const Node& ParentOf() const;
@@ -64,6 +68,7 @@ private:
                 std::vector<std::pair<std::string, std::string>> info);
     void RefuseUnknown(std::string_view ns, std::string_view name);
     bool CheckKeys(const Frame& entry);
+    bool CountEntry(const Frame& entry, Frame& holder);
 
     const SchemaIndex& m_index;
     const std::size_t m_maxText;

@@ -13,11 +13,14 @@ constexpr std::size_t kShownChildren = 30;
 
 std::string Quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
 
+/// A longer key is none that the store takes; no path shows it.
+constexpr std::size_t kShownKey = 511;
+
 /// "[name='eth1']"; empty where the key can't be written in one pair of quotes.
 std::string Predicate(std::string_view name, const std::string& key)
 {
     const char quote = key.find('\'') == std::string::npos ? '\'' : '"';
-    if (key.empty() || key.find(quote) != std::string::npos) return {};
+    if (key.empty() || key.size() > kShownKey || key.find(quote) != std::string::npos) return {};
     return '[' + std::string(name) + '=' + quote + key + quote + ']';
 }
 
@@ -130,8 +133,9 @@ std::string Walk::Described(std::size_t depth) const
     case NodeKind::kRoot:
         return "the configuration";
     case NodeKind::kList:
-        return frame.keys.empty() || frame.keys[0].empty() ? "an entry of list " + Quoted(name)
-                                                           : name + ' ' + Quoted(frame.keys[0]);
+        if (frame.keys.empty() || frame.keys[0].empty() || frame.keys[0].size() > kShownKey)
+            return "an entry of list " + Quoted(name);
+        return name + ' ' + Quoted(frame.keys[0]);
     case NodeKind::kLeaf:
     case NodeKind::kLeafList:
         return "leaf " + Quoted(name) + (depth > 0 ? " of " + Described(depth - 1) : "");

@@ -54,7 +54,8 @@ private:
         const std::string name(Chance(1) ? "name" : node.name);
         const std::string ns(Chance(1) ? kSpaces[Below(kSpaces.size())] : node.ns);
         std::string text = "<" + name + " xmlns=\"" + ns + "\"";
-        if (Chance(5)) text += " nc:operation=\"" + std::string(kOperations[Below(kOperations.size())]) + "\"";
+        if (Chance(5))
+            text += " nc:operation=\"" + std::string(kOperations[Below(kOperations.size())]) + "\"";
         if (Chance(2)) text += " xml:lang='en'";
         if (Chance(1)) text += " operation='delete'";
         const bool isLeaf = node.kind == guard::NodeKind::kLeaf || node.kind == guard::NodeKind::kLeafList;
@@ -69,8 +70,8 @@ private:
                                                              "urn:ietf:params:xml:ns:netconf:base:1.0"};
     static constexpr std::array<std::string_view, 6> kOperations{"merge",  "replace", "create",
                                                                  "delete", "remove",  "melt"};
-    static constexpr std::array<std::string_view, 8> kValues{
-        "c1", "192.0.2.1", "512", "", "%", "<![CDATA[eth1]]>", "&#x31;", "true"};
+    static constexpr std::array<std::string_view, 8> kValues{"c1", "192.0.2.1",        "512",    "",
+                                                             "%",  "<![CDATA[eth1]]>", "&#x31;", "true"};
     std::mt19937 m_random;
 };
 

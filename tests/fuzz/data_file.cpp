@@ -27,8 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static_cast<void>(lyd_parse_data_mem(schema->Context(), text.c_str(),
                                          *format == guard::Format::kJson ? LYD_JSON : LYD_XML,
                                          LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0, &tree));
-    const bool unknown = *format == guard::Format::kXml &&
-                         !fuzz::UnknownOpaque(tree, nullptr, schema->Context()).empty();
+    const bool unknown =
+        *format == guard::Format::kXml && !fuzz::UnknownOpaque(tree, nullptr, schema->Context()).empty();
     lyd_free_all(tree);
     if (unknown) std::abort();
     return 0;

@@ -19,7 +19,8 @@ inline std::string UnknownOpaque(const lyd_node* first, const lysc_node* parent,
         if (schema == nullptr) {
             const auto* opaque = reinterpret_cast<const lyd_node_opaq*>(node);
             const char* ns = opaque->name.module_ns;
-            const lys_module* module = ns == nullptr ? nullptr : ly_ctx_get_module_implemented_ns(context, ns);
+            const lys_module* module =
+                ns == nullptr ? nullptr : ly_ctx_get_module_implemented_ns(context, ns);
             if (module != nullptr) schema = lys_find_child(parent, module, opaque->name.name, 0, 0, 0);
             if (schema == nullptr) return opaque->name.name;
         }

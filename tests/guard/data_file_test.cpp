@@ -77,13 +77,15 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Case{"Malformed", "<config>\n <a>\n</config>", "line 3, column 3", "mismatched tag"},
         Case{"MalformedBehindSomethingUnknown", "<x xmlns='urn:x'>\n</y>", "line 2, column 3", "mismatched"},
-        Case{"CutOff", "<config xmlns='urn:switch:yang:switch-config'>\n<o", "line 2, column 1", "unclosed token"},
+        Case{"CutOff", "<config xmlns='urn:switch:yang:switch-config'>\n<o", "line 2, column 1",
+             "unclosed token"},
         Case{"TwinsWithoutNamespace", "<a xmlns=''/><a xmlns='urn:x'/>", "line 1, column 1", "no namespace"},
         Case{"SecondElementUnknown", Xml("") + "\n<x xmlns='urn:x'/>", "line 3, column 1", "\"urn:x\""},
         Case{"ClosesWhatItDidNotOpen", "<a/></data><data>", "line 1, column 12", "junk"},
-        Case{"KeyTwice", Xml("<collector><name>c7</name><name>c8</name></collector>"), "line 2, column 27",
-             "collector \"c7\" is given twice; give it once (/switch-config:config/switch-oam-sflow:oam/sflow/"
-             "collector[name='c7']/name)"},
+        Case{
+            "KeyTwice", Xml("<collector><name>c7</name><name>c8</name></collector>"), "line 2, column 27",
+            "collector \"c7\" is given twice; give it once (/switch-config:config/switch-oam-sflow:oam/sflow/"
+            "collector[name='c7']/name)"},
         Case{"UnqualifiedOperation", Xml("<agent operation='delete'/>"), "line 2, column 1", "nc:operation"},
         Case{"DocumentType", "<!DOCTYPE a><a/>", "line 1, column 3", "not well-formed"},
         Case{"ManyUnknown", Times(40'000, "<a xmlns='urn:x'/>"), "line 1, column 1", "urn:x"},
@@ -97,8 +99,9 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"MalformedBehindSomethingUnknown", "{\"a:b\": 1,\n ]}", "line 2, column 2", "syntax error"},
         Case{"Deep", "{\"a\":" + Times(1'000'000, "[") + Times(1'000'000, "]") + "}", "line 1, column 4",
              "element \"a\" has no namespace"},
-        Case{"DeepInsideOfWhatIsKnown", Json("\"collector\":" + Times(1'000'000, "[") + Times(1'000'000, "]")),
-             "line 2, column 14", "an array"},
+        Case{"DeepInsideOfWhatIsKnown",
+             Json("\"collector\":" + Times(1'000'000, "[") + Times(1'000'000, "]")), "line 2, column 14",
+             "an array"},
         Case{"MemberTwice", Json("\"agent\":{},\n\"agent\":{}"), "line 3, column 7", "is given twice"},
         Case{"ListTwice", Json("\"collector\":[],\n\"collector\":[]"), "line 3, column 11", "is given twice"},
         Case{"KeyTwice", Json("\"collector\":[{\"name\":\"c7\",\n\"name\":\"c8\"}]"), "line 3, column 6",
