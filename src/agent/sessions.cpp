@@ -12,8 +12,9 @@
 namespace agent {
 
 Sessions::Sessions(const cdb::Schema& schema, Operations& operations, std::size_t limit,
-                   std::chrono::milliseconds helloTimeout)
+                   std::chrono::milliseconds helloTimeout, const guard::Limits& limits)
     : m_index(schema.Context()),
+      m_limits(limits),
       m_operations(operations),
       m_limit(limit),
       m_helloTimeout(helloTimeout),
@@ -63,7 +64,7 @@ bool Sessions::End(std::uint32_t session, const std::string& reason)
 
 void Sessions::OnMessage(const std::shared_ptr<Session>& session, std::string message)
 {
-    auto read = ReadRpc(m_index, std::move(message), session->SpeaksBase11());
+    auto read = ReadRpc(m_index, std::move(message), session->SpeaksBase11(), m_limits);
     if (const auto* bad = std::get_if<BadRpc>(&read)) {
         slog::Info("session {} ({}): {}", session->Who().id, session->Who().user, bad->error.message);
         return session->Send(RefusalText(bad->attributes, bad->error));

@@ -13,6 +13,7 @@
 #include "agent/operations.h"
 #include "agent/session.h"
 #include "cdb/schema.h"
+#include "guard/limits.h"
 #include "guard/schema_index.h"
 
 namespace agent {
@@ -20,7 +21,7 @@ namespace agent {
 class Sessions {
 public:
     Sessions(const cdb::Schema& schema, Operations& operations, std::size_t limit,
-             std::chrono::milliseconds helloTimeout);
+             std::chrono::milliseconds helloTimeout, const guard::Limits& limits = {});
     ~Sessions();
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
@@ -36,6 +37,7 @@ private:
     void OnClosed(const std::shared_ptr<Session>& session, const std::string& reason);
 
     const guard::SchemaIndex m_index;
+    const guard::Limits m_limits;  // of a message
     Operations& m_operations;
     std::size_t m_limit;
     std::chrono::milliseconds m_helloTimeout;
