@@ -1,21 +1,16 @@
-// Reads a configuration file.
-
 #include "agent/configuration_file.h"
 
 #include <libyang/libyang.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iterator>
-#include <optional>
+#include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
+#include "guard/data_file.h"
+#include "guard/schema_index.h"
 #include "netconf/names.h"
-#include "netconf/xml.h"
 
 namespace agent {
 namespace {
@@ -36,36 +31,11 @@ std::string ReadFile(const std::filesystem::path& file)
     return text;
 }
 
-/// Whether the text is JSON, by its first character.
-bool IsJson(const std::filesystem::path& file, const std::string& text)
+guard::Format FormatOf(const std::filesystem::path& file, const std::string& text)
 {
-    const std::size_t first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string::npos) FailFile(file, "it is empty");
-    if (text[first] == '{') return true;
-    if (text[first] == '<') return false;
+    if (text.find_first_not_of(" \t\r\n") == std::string::npos) FailFile(file, "it is empty");
+    if (const auto format = guard::FormatOf(text)) return *format;
     FailFile(file, "it is neither JSON, which begins with '{', nor XML, which begins with '<'");
-}
-
-/// What is malformed, with line and column; libyang tells the line only.
-std::optional<std::string> Malformed(const std::string& text, bool isJson)
-{
-    if (!isJson) return netconf::CheckXml(text);
-    try {
-        int depth = 0;
-        // Keeps no value: the file may be large.
-        const auto drop = [&depth](int level, nlohmann::json::parse_event_t, nlohmann::json&) {
-            depth = std::max(depth, level);
-            return false;
-        };
-        [[maybe_unused]] const auto nothing = nlohmann::json::parse(text, drop);
-        if (depth > static_cast<int>(netconf::kMaxDepth)) return "it is nested too deep";
-    } catch (const nlohmann::json::parse_error& error) {
-        // "[json.exception.parse_error.101] parse error at line 1, column 2: ..."
-        const std::string what = error.what();
-        const std::size_t at = what.find("line ");
-        return at == std::string::npos ? what : what.substr(at);
-    }
-    return std::nullopt;
 }
 
 }  // namespace
@@ -85,11 +55,14 @@ std::string TextOf(const std::vector<cdb::Error>& errors)
 Tree ReadConfiguration(const cdb::Schema& schema, const std::filesystem::path& file)
 {
     const std::string text = ReadFile(file);
-    const bool isJson = IsJson(file, text);
-    if (const auto problem = Malformed(text, isJson)) FailFile(file, *problem);
+    const guard::Format format = FormatOf(file, text);
+    const guard::SchemaIndex index(schema.Context());
+    if (const auto problem = guard::CheckFile(index, text, format))
+        FailFile(file, guard::PlaceInText(text, problem->offset) + ": " + problem->text);
     ly_err_clean(schema.Context(), nullptr);
     lyd_node* raw = nullptr;
-    const LY_ERR result = lyd_parse_data_mem(schema.Context(), text.c_str(), isJson ? LYD_JSON : LYD_XML,
+    const LY_ERR result = lyd_parse_data_mem(schema.Context(), text.c_str(),
+                                             format == guard::Format::kJson ? LYD_JSON : LYD_XML,
                                              LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &raw);
     Tree tree(raw);
     if (result == LY_SUCCESS) return tree;

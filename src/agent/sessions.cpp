@@ -18,8 +18,9 @@ constexpr std::size_t kReadAtOnce = std::size_t{32} << 10;
 }  // namespace
 
 Sessions::Sessions(const cdb::Schema& schema, Operations& operations, Workbench& reads, std::size_t limit,
-                   std::chrono::milliseconds helloTimeout)
-    : m_schema(schema),
+                   std::chrono::milliseconds helloTimeout, const guard::Limits& limits)
+    : m_index(schema.Context()),
+      m_limits(limits),
       m_operations(operations),
       m_reads(reads),
       m_limit(limit),
@@ -71,7 +72,7 @@ bool Sessions::End(std::uint32_t session, const std::string& reason)
 void Sessions::OnMessage(const std::shared_ptr<Session>& session, std::string message)
 {
     if (message.size() <= kReadAtOnce)
-        return OnRead(session, ReadRpc(m_schema.Context(), std::move(message), session->SpeaksBase11()));
+        return OnRead(session, ReadRpc(m_index, std::move(message), session->SpeaksBase11(), m_limits));
     struct Reading {
         std::string message;
         std::variant<Rpc, BadRpc> read;
@@ -80,7 +81,7 @@ void Sessions::OnMessage(const std::shared_ptr<Session>& session, std::string me
     const bool speaksBase11 = session->SpeaksBase11();
     m_reads.Do(
         [this, reading, speaksBase11] {
-            reading->read = ReadRpc(m_schema.Context(), std::move(reading->message), speaksBase11);
+            reading->read = ReadRpc(m_index, std::move(reading->message), speaksBase11, m_limits);
             reading->message = std::string();
             if (auto* rpc = std::get_if<Rpc>(&reading->read)) rpc->isLong = true;
         },

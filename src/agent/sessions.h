@@ -16,13 +16,15 @@
 #include "agent/session.h"
 #include "agent/workbench.h"
 #include "cdb/schema.h"
+#include "guard/limits.h"
+#include "guard/schema_index.h"
 
 namespace agent {
 
 class Sessions {
 public:
     Sessions(const cdb::Schema& schema, Operations& operations, Workbench& reads, std::size_t limit,
-             std::chrono::milliseconds helloTimeout);
+             std::chrono::milliseconds helloTimeout, const guard::Limits& limits = {});
     ~Sessions();
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
@@ -38,7 +40,8 @@ private:
     void OnBroken(const std::shared_ptr<Session>& session, const std::string& problem);
     void OnClosed(const std::shared_ptr<Session>& session, const std::string& reason);
 
-    const cdb::Schema& m_schema;
+    const guard::SchemaIndex m_index;
+    const guard::Limits m_limits;  // of a message
     Operations& m_operations;
     Workbench& m_reads;
     std::size_t m_limit;

@@ -75,6 +75,7 @@ Editor::Result Editor::ApplyNode(const lyd_node* edit, EditOp inherited, lyd_nod
     if (const auto* error = std::get_if<Error>(&own)) return *error;
     const auto operation = std::get<EditOp>(own);
     if (lysc_is_key(edit->schema)) {
+        if (IsTwin(edit)) return GivenTwice(edit);
         if (edit->meta != nullptr && (operation == EditOp::kDelete || operation == EditOp::kRemove))
             return KeyCannotGo(edit);
         return std::nullopt;

@@ -17,6 +17,12 @@ const cdb::Schema& Schema()
     return *schema;
 }
 
+const guard::SchemaIndex& Index()
+{
+    static const guard::SchemaIndex index(Schema().Context());
+    return index;
+}
+
 std::string Sflow(const std::string& content)
 {
     return "<config xmlns=\"urn:switch:yang:switch-config\" "

@@ -37,7 +37,7 @@ agent::Tree ParsedData()
 
 std::optional<agent::SubtreeFilter> Read(const std::string& filter)
 {
-    auto rpc = agent::ReadRpc(agent_tests::Schema().Context(),
+    auto rpc = agent::ReadRpc(agent_tests::Index(),
                               "<rpc xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" message-id=\"1\"><get>"
                               "<filter>" +
                                   filter + "</filter></get></rpc>",
