@@ -28,7 +28,8 @@ Backup::Backup(boost::asio::io_context& loop, const cdb::Store& store) : m_loop(
 
 void Backup::Make(const RequestPtr& request)
 {
-    if (m_task) return Refuse(request, cdb::ErrorTag::kInUse, "another backup is being made; try again later");
+    if (m_task)
+        return Refuse(request, cdb::ErrorTag::kInUse, "another backup is being made; try again later");
     if (!m_worker) m_worker = ipc::MakeWorker(m_loop);
     const std::string file(ChildText(request->Operation(), "file"));
     const auto result = std::make_shared<Result>();

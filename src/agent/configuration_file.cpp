@@ -96,7 +96,8 @@ Tree ReadConfiguration(const cdb::Schema& schema, const std::filesystem::path& f
     const ly_err_item* last = ly_err_first(schema.Context());
     while (last != nullptr && last->next != nullptr) last = last->next;
     if (last == nullptr || last->msg == nullptr) FailFile(file, "it can't be read");
-    FailFile(file, std::string(last->msg) + (last->path != nullptr ? " (" + std::string(last->path) + ")" : ""));
+    FailFile(file,
+             std::string(last->msg) + (last->path != nullptr ? " (" + std::string(last->path) + ")" : ""));
 }
 
 }  // namespace agent

@@ -13,9 +13,9 @@
 
 namespace agent {
 
-/// What is in the file, told apart by its first character; not validated. Throws cdb::FatalError that names the
-/// file and, where something in it is wrong, the line, the column of what is malformed, and the path of what the
-/// schema does not take.
+/// What is in the file, told apart by its first character; not validated. Throws cdb::FatalError that names
+/// the file and, where something in it is wrong, the line, the column of what is malformed, and the path of
+/// what the schema does not take.
 Tree ReadConfiguration(const cdb::Schema& schema, const std::filesystem::path& file);
 
 /// Throws cdb::FatalError that names the file.

@@ -68,17 +68,20 @@ void Replace(const fs::path& file, const std::string& text)
 
 }  // namespace
 
-void ExportFile(const cdb::Schema& schema, const fs::path& stateDirectory, const fs::path& file, std::ostream& out)
+void ExportFile(const cdb::Schema& schema, const fs::path& stateDirectory, const fs::path& file,
+                std::ostream& out)
 {
     const bool toOutput = file == "-";
     const bool isXml = file.extension() == ".xml";
     if (!toOutput && !isXml && file.extension() != ".json")
-        FailFile(file, "its ending says no form; name a file that ends in .json or .xml, or - for standard output");
+        FailFile(file,
+                 "its ending says no form; name a file that ends in .json or .xml, or - for standard output");
     const auto reader = cdb::StoreReader::Open(stateDirectory);
     if (!(reader->Schema() == schema.Table()))
-        throw cdb::FatalError("the store in " + stateDirectory.string() +
-                              " was written with other YANG modules; name these with --yang-dir, or start cdbd once "
-                              "with the new ones");
+        throw cdb::FatalError(
+            "the store in " + stateDirectory.string() +
+            " was written with other YANG modules; name these with --yang-dir, or start cdbd once "
+            "with the new ones");
     const auto tree = cdb::LoadTree(schema, reader->Read());
     const std::string text = Printed(tree.get(), isXml ? LYD_XML : LYD_JSON);
     if (!toOutput) return Replace(file, text);

@@ -113,7 +113,8 @@ private:
             Note(newer, Kind::kDefault, Effect::kNone, DefaultOf(m_older, older), DefaultOf(m_newer, newer));
         if (older.minimum != newer.minimum || older.maximum != newer.maximum) {
             const bool wider = newer.minimum <= older.minimum && newer.maximum >= older.maximum;
-            Note(newer, Kind::kRange, wider ? Effect::kNone : Effect::kValidate, RangeOf(older), RangeOf(newer));
+            Note(newer, Kind::kRange, wider ? Effect::kNone : Effect::kValidate, RangeOf(older),
+                 RangeOf(newer));
         }
         if (newer.mandatory && !older.mandatory) Note(newer, Kind::kMandatory, Effect::kValidate, {}, {});
     }
@@ -170,7 +171,8 @@ std::string Obstacle(const std::vector<SchemaChange>& changes)
         if (change.effect == Effect::kUnfit) text += (text.empty() ? "" : "; ") + Describe(change);
     if (text.empty()) return text;
     return "the stored configuration can't be read by these YANG modules: " + text +
-           "; export it with the version that wrote it (cdbd --export FILE), change the file, and load it with cdbd "
+           "; export it with the version that wrote it (cdbd --export FILE), change the file, and load it "
+           "with cdbd "
            "--import FILE";
 }
 

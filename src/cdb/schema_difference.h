@@ -39,8 +39,8 @@ struct SchemaChange {
     friend bool operator==(const SchemaChange&, const SchemaChange&) = default;
 };
 
-/// In schema order of the newer table, what is gone last. Nodes below one that is added, removed or of another kind
-/// are not listed. Tags, namespaces and callpoints concern no rows.
+/// In schema order of the newer table, what is gone last. Nodes below one that is added, removed or of
+/// another kind are not listed. Tags, namespaces and callpoints concern no rows.
 std::vector<SchemaChange> DifferenceOf(const SchemaTable& older, const SchemaTable& newer);
 
 /// One sentence without a full stop: "/config/oam/sflow/collector/port has the default 6344 instead of 6343".

@@ -29,11 +29,12 @@ std::string Hash(const std::string& text)
     return hex;
 }
 
-/// A module or submodule: its name, whether it is implemented, its text. What libyang has in itself has no file;
-/// libyang's version stands for that.
+/// A module or submodule: its name, whether it is implemented, its text. What libyang has in itself has no
+/// file; libyang's version stands for that.
 std::string Describe(const char* name, const char* revision, const char* file, bool implemented)
 {
-    std::string text = std::string(name) + '@' + (revision != nullptr ? revision : "") + (implemented ? " implemented " : " ");
+    std::string text = std::string(name) + '@' + (revision != nullptr ? revision : "") +
+                       (implemented ? " implemented " : " ");
     if (file == nullptr) return text;
     std::ifstream stream(file, std::ios::binary);
     const std::string content{std::istreambuf_iterator<char>(stream), {}};

@@ -9,8 +9,8 @@ struct ly_ctx;
 
 namespace cdb {
 
-/// The same whatever the order in which the modules were loaded. Throws FatalError where a module's file can't
-/// be read any more.
+/// The same whatever the order in which the modules were loaded. Throws FatalError where a module's file
+/// can't be read any more.
 std::string FingerprintOf(const ly_ctx* context);
 
 }  // namespace cdb

@@ -86,7 +86,7 @@ void MakeStore(const fs::path& directory, std::size_t mapSize)
 
 }  // namespace
 
-Place PreparePlace(const fs::path& directory, const StoreOptions& options)
+StorePlace PreparePlace(const fs::path& directory, const StoreOptions& options)
 {
     MakeDirectory(directory);
     const fs::path data = directory / kDataFile;
@@ -96,7 +96,7 @@ Place PreparePlace(const fs::path& directory, const StoreOptions& options)
         if (trace == nullptr && Exists(directory / file)) trace = file;
     // Before the first of these files there is the directory aside. It goes when the store is complete.
     if (trace == nullptr && !Exists(data)) MakeDirectory(aside);
-    Place place{std::make_unique<WriterLock>(directory)};
+    StorePlace place{std::make_unique<WriterLock>(directory)};
     if (Exists(data)) {
         place.recordedMap = CheckStore(directory, CheckDepth::kStart).mapSize;
     } else {

@@ -19,14 +19,14 @@ namespace cdb {
 
 inline constexpr const char* kMarkFile = "store.id";
 
-struct Place {
+struct StorePlace {
     std::unique_ptr<WriterLock> lock;
     bool remade = false;          // it was lost and is an empty one now
     std::size_t recordedMap = 0;  // what the file says of its map's size; 0: it was made just now
 };
 
 /// The directory, locked, with a store in it that may be opened. Throws FatalError, having changed nothing.
-Place PreparePlace(const std::filesystem::path& directory, const StoreOptions& options);
+StorePlace PreparePlace(const std::filesystem::path& directory, const StoreOptions& options);
 
 /// Takes back what PreparePlace has made of a lost store.
 void LoseAgain(const std::filesystem::path& directory);

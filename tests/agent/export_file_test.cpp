@@ -43,8 +43,8 @@ protected:
         return agent::ImportFile(Schema(), *m_datastore, file, "operator", 1'000'000);
     }
 
-    /// What is written to the file, or to standard output; the switch is stopped meanwhile, for one process opens a
-    /// store once.
+    /// What is written to the file, or to standard output; the switch is stopped meanwhile, for one process
+    /// opens a store once.
     std::string Export(const std::string& name)
     {
         m_datastore.reset();
@@ -74,7 +74,8 @@ TEST_F(ExportedFile, IsWhatMakesTheSameStoreInEitherForm)
     const std::string json = Export("a.json");
     const std::string xml = Export("a.xml");
     EXPECT_EQ(Export("-"), json);
-    EXPECT_THAT(json, AllOf(HasSubstr("\"switch-config:config\""), HasSubstr("\"port\": 7"), Not(HasSubstr("6343"))));
+    EXPECT_THAT(
+        json, AllOf(HasSubstr("\"switch-config:config\""), HasSubstr("\"port\": 7"), Not(HasSubstr("6343"))));
     EXPECT_THAT(xml, AllOf(HasSubstr("<port>7</port>"), Not(HasSubstr("6343"))));
     EXPECT_LT(json.find("\"c1\""), json.find("\"c2\""));
     for (const auto& text : {json, xml}) {
@@ -110,8 +111,9 @@ TEST_F(ExportedFile, ThatIsNotValidChangesNothing)
 {
     EXPECT_TRUE(Import(Write("first", kXml)));
     const std::string before = Export("-");
-    for (const auto& bad : {Sflow(Interface("eth1", "<flow-sampling-collector><name>none</name></flow-sampling-collector>")),
-                            Sflow("<collector><name>c1</name></collector>"), std::string("<config"), std::string()})
+    for (const auto& bad :
+         {Sflow(Interface("eth1", "<flow-sampling-collector><name>none</name></flow-sampling-collector>")),
+          Sflow("<collector><name>c1</name></collector>"), std::string("<config"), std::string()})
         EXPECT_THROW(Import(Write("bad", bad)), cdb::FatalError) << bad;
     EXPECT_FALSE(m_datastore->Changed());
     EXPECT_EQ(Export("-"), before);
@@ -120,10 +122,11 @@ TEST_F(ExportedFile, ThatIsNotValidChangesNothing)
 
 TEST_F(ExportedFile, HasAnEndingAndAPlace)
 {
-    EXPECT_THAT([this] { Export("a.txt"); }, testing::ThrowsMessage<cdb::FatalError>(HasSubstr(".json or .xml")));
+    EXPECT_THAT([this] { Export("a.txt"); },
+                testing::ThrowsMessage<cdb::FatalError>(HasSubstr(".json or .xml")));
     Open();
-    EXPECT_THAT([this] { Export("none/a.json"); },
-                testing::ThrowsMessage<cdb::FatalError>(AllOf(HasSubstr("a.json"), HasSubstr("No such file"))));
+    EXPECT_THAT([this] { Export("none/a.json"); }, testing::ThrowsMessage<cdb::FatalError>(AllOf(
+                                                       HasSubstr("a.json"), HasSubstr("No such file"))));
     Write("a.json", "something else");
     Open();
     EXPECT_THAT(Export("a.json"), HasSubstr("{"));

@@ -1,4 +1,5 @@
-// The history: its limits in number, age and bytes, what undoes a commit, and commits that start from another one.
+// The history: its limits in number, age and bytes, what undoes a commit, and commits that start from another
+// one.
 
 #include <lmdb.h>
 
@@ -62,7 +63,10 @@ protected:
         return error != nullptr ? *error : cdb::Error{.message = "it is there"};
     }
 
-    HistoryEntry WithUndo(std::uint64_t commit) { return std::get<HistoryEntry>(m_store->HistoryUndo(commit)); }
+    HistoryEntry WithUndo(std::uint64_t commit)
+    {
+        return std::get<HistoryEntry>(m_store->HistoryUndo(commit));
+    }
 
     /// The count that is kept is the one that can be made.
     void ExpectCountRight()
@@ -101,11 +105,13 @@ TEST_F(StoreHistory, KeepsUndosOfAnySize)
 {
     std::uint64_t commit = 0;
     const std::size_t chunk = cdb::codec::kUndoChunk;
-    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, chunk - 4, chunk - 3, chunk, 7 * chunk, 100 * chunk + 1})
+    for (const std::size_t size :
+         {std::size_t{0}, std::size_t{1}, chunk - 4, chunk - 3, chunk, 7 * chunk, 100 * chunk + 1})
         Append(++commit, size);
     Reopen();
     commit = 0;
-    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, chunk - 4, chunk - 3, chunk, 7 * chunk, 100 * chunk + 1})
+    for (const std::size_t size :
+         {std::size_t{0}, std::size_t{1}, chunk - 4, chunk - 3, chunk, 7 * chunk, 100 * chunk + 1})
         EXPECT_EQ(WithUndo(++commit).undo, std::string(size, static_cast<char>('a' + commit % 26)));
     ExpectCountRight();
 }
@@ -220,7 +226,8 @@ void MakeOld(const fs::path& directory, std::uint64_t commit)
     ASSERT_EQ(mdb_del(transaction, meta, &countKey, nullptr), 0);
     const std::string key = codec::NumberBytes(commit);
     // Field 1, the commit; field 6, the undo, of 9000 bytes.
-    const std::string payload = std::string("\x08") + static_cast<char>(commit) + "\x32\xa8\x46" + std::string(9000, 'u');
+    const std::string payload =
+        std::string("\x08") + static_cast<char>(commit) + "\x32\xa8\x46" + std::string(9000, 'u');
     const std::string sealed = codec::Seal(key, payload);
     MDB_val entryKey = value(key);
     MDB_val entry = value(sealed);

@@ -1,4 +1,5 @@
-// The store's directory: a new one, one whose data file is gone, and one in which a process died while it made it.
+// The store's directory: a new one, one whose data file is gone, and one in which a process died while it
+// made it.
 
 #include <fstream>
 #include <set>
@@ -52,10 +53,11 @@ protected:
     void ExpectLost()
     {
         const auto before = Names(m_directory.Path());
-        EXPECT_THAT([this] { Store::Open(m_directory.Path()); },
-                    testing::ThrowsMessage<cdb::FatalError>(AllOf(
-                        HasSubstr("the store in " + m_directory.Path().string() + " has lost its file data.mdb"),
-                        HasSubstr("--init"), HasSubstr("--import"))));
+        EXPECT_THAT(
+            [this] { Store::Open(m_directory.Path()); },
+            testing::ThrowsMessage<cdb::FatalError>(AllOf(
+                HasSubstr("the store in " + m_directory.Path().string() + " has lost its file data.mdb"),
+                HasSubstr("--init"), HasSubstr("--import"))));
         auto after = Names(m_directory.Path());
         after.erase("writer.lock");
         EXPECT_FALSE(after.contains("data.mdb"));
