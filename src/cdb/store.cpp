@@ -56,7 +56,7 @@ public:
         : options(wanted),
           place(PreparePlace(directory, wanted)),
           environment(std::make_shared<Environment>(directory, Environment::Access::kWrite, wanted.mapSize)),
-          writer(std::make_shared<Writer>(environment, wanted))
+          writer(std::make_shared<StoreWriter>(environment, wanted))
     {
         environment->UseOrAddDatabases();
         std::error_code error;  // the files may belong to somebody who lets us use them
@@ -103,7 +103,7 @@ public:
     }
 
     /// One durable write, where no other is under way.
-    std::optional<Error> Write(const std::string& what, const Writer::Apply& apply)
+    std::optional<Error> Write(const std::string& what, const StoreWriter::Apply& apply)
     {
         if (!writer->Slot().Take()) return SlotTaken(what);
         auto error = writer->Do(what, apply);
@@ -114,7 +114,7 @@ public:
     StoreOptions options;
     StorePlace place;  // its lock is given up after the environment is closed
     std::shared_ptr<Environment> environment;
-    std::shared_ptr<Writer> writer;
+    std::shared_ptr<StoreWriter> writer;
 
 private:
     /// A reader takes the map's size from the file, where the next write puts it.

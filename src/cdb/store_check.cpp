@@ -33,7 +33,7 @@ std::string Verdict(const std::filesystem::path& directory, CheckDepth depth)
         return verdict.append(reinterpret_cast<const char*>(&figures), sizeof(figures));
     } catch (const FatalError& error) {
         return error.what();
-    } catch (const Damaged& damage) {
+    } catch (const DamagedRecord& damage) {
         return "the store in " + directory.string() + " is damaged: " + damage.what() +
                "; restore the directory from a copy, or move it away to begin with an empty one";
     } catch (const std::exception& error) {

@@ -40,18 +40,18 @@ public:
         std::size_t count = 0;
         int code = mdb_cursor_get(m_cursor, &key, &value, MDB_FIRST);
         for (; code == MDB_SUCCESS; code = mdb_cursor_get(m_cursor, &key, &value, MDB_NEXT)) {
-            if (++count > m_statistics.ms_entries) throw Damaged("it has more records than it says");
+            if (++count > m_statistics.ms_entries) throw DamagedRecord("it has more records than it says");
             check(Text(key), Text(value));
         }
-        if (code != MDB_NOTFOUND) throw Damaged(mdb_strerror(code));
-        if (count != m_statistics.ms_entries) throw Damaged("it has fewer records than it says");
+        if (code != MDB_NOTFOUND) throw DamagedRecord(mdb_strerror(code));
+        if (count != m_statistics.ms_entries) throw DamagedRecord("it has fewer records than it says");
         return count;
     }
 
 private:
     static void Expect(int code)
     {
-        if (code != MDB_SUCCESS) throw Damaged(mdb_strerror(code));
+        if (code != MDB_SUCCESS) throw DamagedRecord(mdb_strerror(code));
     }
 
     MDB_txn* m_transaction = nullptr;
@@ -69,7 +69,6 @@ public:
         MDB_stat statistics{};
         mdb_env_info(environment, &info);
         mdb_env_stat(environment, &statistics);
-        m_map = static_cast<const char*>(info.me_mapaddr);
         m_pageSize = statistics.ms_psize;
         m_pages = info.me_last_pgno + 1;
     }
@@ -77,14 +76,13 @@ public:
     /// A value that is in a page with others has no such place.
     [[nodiscard]] bool IsOne(std::string_view value) const
     {
-        return value.size() > m_pageSize / 2 && Offset(value) % m_pageSize == kHeadSize;
+        return value.size() > m_pageSize / 2 &&
+               reinterpret_cast<std::uintptr_t>(value.data()) % m_pageSize == kHeadSize;
     }
 
-    [[nodiscard]] bool IsSound(std::string_view value) const
+    [[nodiscard]] bool IsSound(std::string_view value)
     {
-        const std::size_t page = Offset(value) / m_pageSize;
         const std::size_t count = (value.size() + kHeadSize + m_pageSize - 1) / m_pageSize;
-        if (page < kFirstData || page + count > m_pages) return false;
         const char* head = value.data() - kHeadSize;
         std::size_t number = 0;
         std::uint16_t flags = 0;
@@ -92,7 +90,12 @@ public:
         std::memcpy(&number, head, sizeof(number));
         std::memcpy(&flags, head + kFlagsAt, sizeof(flags));
         std::memcpy(&pages, head + kPagesAt, sizeof(pages));
-        return number == page && flags == kOverflow && pages == count;
+        if (number < kFirstData || number >= m_pages || count > m_pages - number) return false;
+        // LMDB does not tell where the map begins; all pages agree on it by their numbers.
+        const auto begin = reinterpret_cast<std::uintptr_t>(head) - number * m_pageSize;
+        if (m_begin == 0) m_begin = begin;
+        // A value that has taken the place of a longer one keeps the pages of that.
+        return begin == m_begin && flags == kOverflow && pages >= count && pages <= m_pages - number;
     }
 
 private:
@@ -103,12 +106,7 @@ private:
     static constexpr std::size_t kPagesAt = 12;
     static constexpr std::uint16_t kOverflow = 4;
 
-    [[nodiscard]] std::size_t Offset(std::string_view value) const
-    {
-        return static_cast<std::size_t>(value.data() - m_map);
-    }
-
-    const char* m_map = nullptr;
+    std::uintptr_t m_begin = 0;  // of the map; 0: not known yet
     std::size_t m_pageSize = 0;
     std::size_t m_pages = 0;
 };
@@ -128,10 +126,10 @@ std::uint64_t CheckFreePages(MDB_env* environment)
         };
         const std::size_t words = value.size() / sizeof(std::size_t);
         if (key.size() != sizeof(std::size_t) || words == 0 || number(0) > words - 1)
-            throw Damaged("its list of free pages can't be read");
+            throw DamagedRecord("its list of free pages can't be read");
         for (std::size_t i = 1; i <= number(0); ++i)
             if (number(i) < kFirstData || number(i) > info.me_last_pgno)
-                throw Damaged("its list of free pages names a page that it does not have");
+                throw DamagedRecord("its list of free pages names a page that it does not have");
         total += number(0);
     });
     return total;
@@ -153,14 +151,16 @@ public:
         std::string last;
         return Scan(m_environment.Handle(), database).Run([&](std::string_view key, std::string_view value) {
             const auto which = [&] { return "its " + kind + ' ' + codec::Readable(key); };
-            if (!last.empty() && key <= last) throw Damaged(which() + " is out of order");
+            if (!last.empty() && key <= last) throw DamagedRecord(which() + " is out of order");
             last = key;
             if (m_large.IsOne(value)) {
-                if (!m_large.IsSound(value)) throw Damaged("a page of " + which() + " is another one's");
+                if (!m_large.IsSound(value))
+                    throw DamagedRecord("a page of " + which() + " is another one's");
                 if (isHistory && m_depth == CheckDepth::kStart) return;
             }
-            if (!codec::IsIntact(key, value)) throw Damaged(which() + " has changed since it was written");
-            if (!readable(key, *codec::Payload(value))) throw Damaged(which() + " can't be read");
+            if (!codec::IsIntact(key, value))
+                throw DamagedRecord(which() + " has changed since it was written");
+            if (!readable(key, *codec::Payload(value))) throw DamagedRecord(which() + " can't be read");
         });
     }
 
@@ -179,11 +179,11 @@ void CheckHistoryWhole(Environment& environment, const std::vector<std::uint64_t
         const auto found = history::WithUndo(environment, reading->transaction, commit);
         const auto* error = std::get_if<Error>(&found);
         if (error != nullptr && error->tag != ErrorTag::kDataMissing)
-            throw Damaged("what undoes commit " + std::to_string(commit) + " can't be read");
+            throw DamagedRecord("what undoes commit " + std::to_string(commit) + " can't be read");
     }
     const auto stored = environment.Meta(reading->transaction, codec::kHistoryBytesKey);
     if (stored && codec::NumberOf(*stored) != bytes)
-        throw Damaged("its count of the history's bytes is wrong");
+        throw DamagedRecord("its count of the history's bytes is wrong");
     environment.EndReading(std::move(reading));
 }
 

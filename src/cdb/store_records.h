@@ -12,12 +12,12 @@
 
 namespace cdb {
 
-class Damaged : public std::runtime_error {
+class DamagedRecord : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// Throws Damaged or FatalError.
+/// Throws DamagedRecord or FatalError.
 StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth depth);
 
 }  // namespace cdb

@@ -111,7 +111,8 @@ std::optional<Error> WriteTransaction::Commit()
     return m_error;
 }
 
-Store::Transaction::Impl::Impl(std::shared_ptr<Writer> writer, std::shared_ptr<const codec::RowKeys> keys,
+Store::Transaction::Impl::Impl(std::shared_ptr<StoreWriter> writer,
+                               std::shared_ptr<const codec::RowKeys> keys,
                                std::optional<std::uint64_t> expectedCommit)
     : m_writer(std::move(writer)), m_keys(std::move(keys)), m_expectedCommit(expectedCommit)
 {
@@ -142,8 +143,8 @@ bool Store::Transaction::Impl::Name(const RowKey& key)
         Fail(ErrorTag::kOperationFailed, "the store's schema has no such node");
     if (m_error) return false;
     m_keys->Prefix(key.node, key.keys, m_name);
-    if (m_name.size() > static_cast<std::size_t>(mdb_env_get_maxkeysize(m_writer->Place().Handle())))
-        m_error = ToError(m_writer->Place().Directory(), kCommitting, MDB_BAD_VALSIZE);
+    if (m_name.size() > static_cast<std::size_t>(mdb_env_get_maxkeysize(m_writer->Used().Handle())))
+        m_error = ToError(m_writer->Used().Directory(), kCommitting, MDB_BAD_VALSIZE);
     return !m_error;
 }
 
@@ -184,7 +185,7 @@ void Store::Transaction::Impl::Apply(WriteTransaction& write) const
         rest.remove_prefix(size);
         return bytes;
     };
-    const MDB_dbi rows = m_writer->Place().rows;
+    const MDB_dbi rows = m_writer->Used().rows;
     for (const Change& change : m_changes) {
         const auto key = take(change.keySize);
         const auto value = take(change.valueSize);
@@ -195,8 +196,8 @@ void Store::Transaction::Impl::Apply(WriteTransaction& write) const
         if (write.Failed()) return;
     }
     if (!m_addition) return;
-    write.Put(m_writer->Place().meta, codec::kCommitKey, codec::NumberBytes(m_addition->commit));
-    history::Append(write, m_writer->Place(), *m_addition, m_writer->Limits());
+    write.Put(m_writer->Used().meta, codec::kCommitKey, codec::NumberBytes(m_addition->commit));
+    history::Append(write, m_writer->Used(), *m_addition, m_writer->Limits());
 }
 
 std::optional<Error> Store::Transaction::Impl::Commit()

@@ -70,16 +70,16 @@ private:
 Error SlotTaken(const std::string& what);
 
 /// Carries changes out, durably. The slot is the caller's to take.
-class Writer {
+class StoreWriter {
 public:
     using Apply = std::function<void(WriteTransaction& write)>;
 
-    Writer(std::shared_ptr<Environment> environment, const StoreOptions& options);
+    StoreWriter(std::shared_ptr<Environment> environment, const StoreOptions& options);
 
     /// `apply` makes the changes; it is called again where room had to be made for them.
     [[nodiscard]] std::optional<Error> Do(const std::string& what, const Apply& apply);
 
-    [[nodiscard]] Environment& Place() const { return *m_environment; }
+    [[nodiscard]] Environment& Used() const { return *m_environment; }
     [[nodiscard]] const history::Limits& Limits() const { return m_limits; }
     WriteSlot& Slot() { return m_slot; }
 
@@ -94,7 +94,7 @@ private:
 
 class Store::Transaction::Impl {
 public:
-    Impl(std::shared_ptr<Writer> writer, std::shared_ptr<const codec::RowKeys> keys,
+    Impl(std::shared_ptr<StoreWriter> writer, std::shared_ptr<const codec::RowKeys> keys,
          std::optional<std::uint64_t> expectedCommit);
     ~Impl();
     Impl(const Impl&) = delete;
@@ -118,7 +118,7 @@ private:
     void Apply(WriteTransaction& write) const;
     void End();
 
-    std::shared_ptr<Writer> m_writer;
+    std::shared_ptr<StoreWriter> m_writer;
     std::shared_ptr<const codec::RowKeys> m_keys;
     std::optional<std::uint64_t> m_expectedCommit;
     bool m_open = false;  // has the slot

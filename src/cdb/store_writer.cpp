@@ -18,7 +18,7 @@ Error SlotTaken(const std::string& what)
             .message = what + " failed: another write to the store is under way; try again"};
 }
 
-Writer::Writer(std::shared_ptr<Environment> environment, const StoreOptions& options)
+StoreWriter::StoreWriter(std::shared_ptr<Environment> environment, const StoreOptions& options)
     : m_environment(std::move(environment)),
       m_limits{.entries = options.historyLimit,
                .bytes = std::min(options.historyBytes, options.mapSize / kShareOfTheMap),
@@ -26,7 +26,7 @@ Writer::Writer(std::shared_ptr<Environment> environment, const StoreOptions& opt
 {
 }
 
-std::optional<Error> Writer::Do(const std::string& what, const Apply& apply)
+std::optional<Error> StoreWriter::Do(const std::string& what, const Apply& apply)
 {
     for (int round = 0;; ++round) {
         WriteTransaction write(*m_environment, what);
@@ -36,7 +36,7 @@ std::optional<Error> Writer::Do(const std::string& what, const Apply& apply)
     }
 }
 
-bool Writer::MakeRoom()
+bool StoreWriter::MakeRoom()
 {
     std::size_t dropped = 0;
     // LMDB gives pages that one transaction freed to the next but one. The second writes for that alone.

@@ -96,14 +96,13 @@ TEST(SchemaDifference, NamesWhatHasChanged)
     for (const auto& row : table) {
         const auto changes = cdb::DifferenceOf(sample::Table(), Changed(row.path, row.change));
         EXPECT_THAT(changes, ElementsAre(row.expected)) << row.name;
-        if (changes.size() == 1) {
-            EXPECT_EQ(cdb::Describe(changes[0]), row.expected.path + row.text);
-        }
+        if (changes.size() != 1) continue;
+        EXPECT_EQ(cdb::Describe(changes[0]), row.expected.path + row.text);
         const bool unfit = row.expected.effect == Effect::kUnfit;
-        EXPECT_EQ(cdb::Obstacle(changes).empty(), !unfit) << row.name;
-        if (unfit) {
-            EXPECT_THAT(cdb::Obstacle(changes), testing::AllOf(HasSubstr(row.text), HasSubstr("--import")));
-        }
+        const std::string obstacle = cdb::Obstacle(changes);
+        EXPECT_EQ(obstacle.empty(), !unfit) << row.name;
+        if (!unfit) continue;
+        EXPECT_THAT(obstacle, testing::AllOf(HasSubstr(row.text), HasSubstr("--import")));
     }
 }
 
