@@ -15,43 +15,50 @@
 namespace agent {
 namespace {
 
-[[noreturn]] void Fail(const std::filesystem::path& file, const std::string& what)
-{
-    throw cdb::FatalError(file.string() + ": " + what);
-}
-
 std::string ReadFile(const std::filesystem::path& file)
 {
     std::error_code error;
-    if (std::filesystem::is_directory(file, error)) Fail(file, "it is a directory, not a file");
+    if (std::filesystem::is_directory(file, error)) FailFile(file, "it is a directory, not a file");
     std::ifstream stream(file, std::ios::binary);
-    if (!stream) Fail(file, std::string("can't be read: ") + std::strerror(errno));
+    if (!stream) FailFile(file, std::string("can't be read: ") + std::strerror(errno));
     std::string text;
     std::vector<char> block(1 << 16);
     while (stream.read(block.data(), static_cast<std::streamsize>(block.size())) || stream.gcount() > 0) {
         text.append(block.data(), static_cast<std::size_t>(stream.gcount()));
         if (text.size() > netconf::kMaxMessage)
-            Fail(file, "it is longer than " + std::to_string(netconf::kMaxMessage) + " bytes");
+            FailFile(file, "it is longer than " + std::to_string(netconf::kMaxMessage) + " bytes");
     }
     return text;
 }
 
 guard::Format FormatOf(const std::filesystem::path& file, const std::string& text)
 {
-    if (text.find_first_not_of(" \t\r\n") == std::string::npos) Fail(file, "it is empty");
+    if (text.find_first_not_of(" \t\r\n") == std::string::npos) FailFile(file, "it is empty");
     if (const auto format = guard::FormatOf(text)) return *format;
-    Fail(file, "it is neither JSON, which begins with '{', nor XML, which begins with '<'");
+    FailFile(file, "it is neither JSON, which begins with '{', nor XML, which begins with '<'");
 }
 
 }  // namespace
 
-Tree ReadConfigurationFile(const cdb::Schema& schema, const std::filesystem::path& file)
+void FailFile(const std::filesystem::path& file, const std::string& what)
+{
+    throw cdb::FatalError(file.string() + ": " + what);
+}
+
+std::string TextOf(const std::vector<cdb::Error>& errors)
+{
+    std::string text;
+    for (const cdb::Error& error : errors) text += (text.empty() ? "" : "; ") + error.message;
+    return text;
+}
+
+Tree ReadConfiguration(const cdb::Schema& schema, const std::filesystem::path& file)
 {
     const std::string text = ReadFile(file);
     const guard::Format format = FormatOf(file, text);
     const guard::SchemaIndex index(schema.Context());
     if (const auto problem = guard::CheckFile(index, text, format))
-        Fail(file, guard::PlaceInText(text, problem->offset) + ": " + problem->text);
+        FailFile(file, guard::PlaceInText(text, problem->offset) + ": " + problem->text);
     ly_err_clean(schema.Context(), nullptr);
     lyd_node* raw = nullptr;
     const LY_ERR result = lyd_parse_data_mem(schema.Context(), text.c_str(),
@@ -61,8 +68,9 @@ Tree ReadConfigurationFile(const cdb::Schema& schema, const std::filesystem::pat
     if (result == LY_SUCCESS) return tree;
     const ly_err_item* last = ly_err_first(schema.Context());
     while (last != nullptr && last->next != nullptr) last = last->next;
-    if (last == nullptr || last->msg == nullptr) Fail(file, "it can't be read");
-    Fail(file, std::string(last->msg) + (last->path != nullptr ? " (" + std::string(last->path) + ")" : ""));
+    if (last == nullptr || last->msg == nullptr) FailFile(file, "it can't be read");
+    FailFile(file,
+             std::string(last->msg) + (last->path != nullptr ? " (" + std::string(last->path) + ")" : ""));
 }
 
 }  // namespace agent
