@@ -111,8 +111,10 @@ TEST_F(StoreHistory, KeepsUndosOfAnySize)
     Reopen();
     commit = 0;
     for (const std::size_t size :
-         {std::size_t{0}, std::size_t{1}, chunk - 4, chunk - 3, chunk, 7 * chunk, 100 * chunk + 1})
-        EXPECT_EQ(WithUndo(++commit).undo, std::string(size, static_cast<char>('a' + commit % 26)));
+         {std::size_t{0}, std::size_t{1}, chunk - 4, chunk - 3, chunk, 7 * chunk, 100 * chunk + 1}) {
+        ++commit;
+        EXPECT_EQ(WithUndo(commit).undo, std::string(size, static_cast<char>('a' + commit % 26)));
+    }
     ExpectCountRight();
 }
 
