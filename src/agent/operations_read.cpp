@@ -78,7 +78,7 @@ void WriteRunning(const DataSchema& schema, const cdb::Store& store, const Write
 }
 
 /// What the store can't give is this request's misfortune, not the process's.
-void Answer(const RequestPtr& request, const std::function<void(std::string& out)>& write)
+void AnswerWith(const RequestPtr& request, const std::function<void(std::string& out)>& write)
 {
     try {
         request->Data(write);
@@ -95,7 +95,7 @@ void Operations::Get(const RequestPtr& request)
     if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
     m_services.state.Collect(request->Filter(),
                              [this, request, reading = std::get<ReadingPtr>(read)](const Tree& state) {
-                                 Answer(request, [&](std::string& out) {
+                                 AnswerWith(request, [&](std::string& out) {
                                      WriteRunning(m_dataSchema, m_services.store, reading->options, out);
                                      TreeSource source(state.get());
                                      WriteData(m_dataSchema, source, reading->options, out);
@@ -108,7 +108,7 @@ void Operations::GetConfig(const RequestPtr& request)
     const auto read = ReadingOf(m_dataSchema, *request);
     if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
     const WriteOptions& options = std::get<ReadingPtr>(read)->options;
-    Answer(request, [&](std::string& out) {
+    AnswerWith(request, [&](std::string& out) {
         if (DatastoreName(request->Operation(), "source") != "candidate")
             return WriteRunning(m_dataSchema, m_services.store, options, out);
         TreeSource source(m_services.datastore.Candidate());
