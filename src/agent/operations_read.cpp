@@ -103,7 +103,7 @@ std::size_t EntriesNamed(const FilterPlan::Branch& branch)
 }
 
 /// What the store can't give is this request's misfortune, not the process's.
-void Answer(const RequestPtr& request, const std::function<void(std::string& out)>& write)
+void AnswerWith(const RequestPtr& request, const std::function<void(std::string& out)>& write)
 {
     try {
         request->Data(write);
@@ -143,7 +143,7 @@ void Operations::Get(const RequestPtr& request)
     if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
     m_services.state.Collect(request->Filter(),
                              [this, request, reading = std::get<ReadingPtr>(read)](const Tree& state) {
-                                 Answer(request, [&](std::string& out) {
+                                 AnswerWith(request, [&](std::string& out) {
                                      WriteRunning(m_dataSchema, m_services.store, reading->options, out);
                                      TreeSource source(state.get());
                                      WriteData(m_dataSchema, source, reading->options, out);
@@ -155,6 +155,7 @@ void Operations::GetConfig(const RequestPtr& request)
 {
     const auto read = ReadingOf(m_dataSchema, *request);
     if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
+<<<<<<< HEAD
     const auto reading = std::get<ReadingPtr>(read);
     if (DatastoreName(request->Operation(), "source") == "candidate")
         return AnswerBeside(m_services.changes, request, [this, reading](std::string& out) {
@@ -168,6 +169,15 @@ void Operations::GetConfig(const RequestPtr& request)
     if (reading->filter && EntriesNamed(reading->filter->Root()) <= kEntriesAtOnce)
         return Answer(request, write);
     AnswerBeside(m_services.reads, request, write);
+=======
+    const WriteOptions& options = std::get<ReadingPtr>(read)->options;
+    AnswerWith(request, [&](std::string& out) {
+        if (DatastoreName(request->Operation(), "source") != "candidate")
+            return WriteRunning(m_dataSchema, m_services.store, options, out);
+        TreeSource source(m_services.datastore.Candidate());
+        WriteData(m_dataSchema, source, options, out);
+    });
+>>>>>>> readpath
 }
 
 void Operations::GetSchema(const RequestPtr& request)
