@@ -10,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace agent {
 
@@ -21,6 +22,14 @@ struct ProgramOptions {
     std::chrono::milliseconds ackTimeout{10'000};
     std::chrono::milliseconds callpointTimeout{5'000};
     std::size_t historyLimit = 500;
+    std::size_t maxSessions = 128;
+    std::size_t maxSessionsPerUser = 64;
+    std::chrono::seconds helloTimeout{30};
+    std::chrono::seconds idleTimeout{0};  // 0: none
+    std::string adminGroup;
+    std::string switchGroup;
+    std::vector<std::string> allow;    // each a role and who has it; see ipc/trust.h
+    std::filesystem::path accessFile;  // empty: the default rules
     bool help = false;
     bool version = false;
 };
