@@ -34,7 +34,7 @@ cdb::Error Denied(const AccessUser& user, AccessOperation operation, const std::
     cdb::Error error;
     error.tag = cdb::ErrorTag::kAccessDenied;
     error.message = user.name + " may not " + NameOf(operation) + " " + path +
-                    "; whoever administers the rules of access (cdbd --access) can permit it";
+                    "; a rule of access (cdbd --access) can permit it";
     error.path = path;
     return error;
 }
@@ -165,8 +165,8 @@ void EditCheck::Unmentioned(const lyd_node* edit, const lyd_node* existing)
         if (std::find(kept.begin(), kept.end(), node) != kept.end() || MayDelete(node)) continue;
         // The path is that of what is replaced: what it holds may be none of the user's business.
         const lyd_node* replaced = edit == nullptr ? lyd_parent(node) : lyd_parent(edit);
-        m_error = Denied(m_grant.User(), AccessOperation::kDelete,
-                         replaced == nullptr ? "/" : PathOf(replaced));
+        m_error =
+            Denied(m_grant.User(), AccessOperation::kDelete, replaced == nullptr ? "/" : PathOf(replaced));
     }
 }
 
@@ -223,8 +223,8 @@ private:
             // The set does not tell whether the leaf was there before, and a fall back to the default is a
             // new value too: the edit has been asked about it exactly.
             if (isNew) operation = AccessOperation::kCreate;
-            may = May(operation, node) || (!isNew && (May(AccessOperation::kCreate, node) ||
-                                                      May(AccessOperation::kDelete, node)));
+            may = May(operation, node) ||
+                  (!isNew && (May(AccessOperation::kCreate, node) || May(AccessOperation::kDelete, node)));
             break;
         }
         if (may) return std::nullopt;

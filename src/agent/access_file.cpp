@@ -29,7 +29,8 @@ std::string Contents(const fs::path& file)
 {
     std::ifstream in(file, std::ios::binary);
     std::string text(kMaxFile + 1, '\0');
-    if (!in || !fs::is_regular_file(file)) throw Problem{"can't be opened: " + std::string(std::strerror(errno))};
+    if (!in || !fs::is_regular_file(file))
+        throw Problem{"can't be opened: " + std::string(std::strerror(errno))};
     in.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(in.gcount()));
     if (in.bad()) throw Problem{"can't be read"};
@@ -50,8 +51,8 @@ std::string LastMessage(const ly_ctx* context)
     constexpr std::string_view kLine = "ine number ";
     if (const std::size_t at = where.find(kLine); at != std::string::npos)
         return "line " +
-               where.substr(at + kLine.size(), where.find_first_not_of("0123456789", at + kLine.size()) -
-                                                   at - kLine.size()) +
+               where.substr(at + kLine.size(),
+                            where.find_first_not_of("0123456789", at + kLine.size()) - at - kLine.size()) +
                ": " + text;
     return text + " (" + where + ")";
 }
@@ -64,10 +65,9 @@ Tree Parse(const ly_ctx* context, const std::string& text)
     if (!isJson)
         if (const auto problem = netconf::CheckXml(text)) throw Problem{*problem};
     lyd_node* raw = nullptr;
-    const LY_ERR parsed =
-        lyd_parse_data_mem(context, text.c_str(), isJson ? LYD_JSON : LYD_XML,
-                           LYD_PARSE_STRICT | LYD_PARSE_NO_STATE,
-                           LYD_VALIDATE_NO_STATE | LYD_VALIDATE_PRESENT, &raw);
+    const LY_ERR parsed = lyd_parse_data_mem(context, text.c_str(), isJson ? LYD_JSON : LYD_XML,
+                                             LYD_PARSE_STRICT | LYD_PARSE_NO_STATE,
+                                             LYD_VALIDATE_NO_STATE | LYD_VALIDATE_PRESENT, &raw);
     Tree tree(raw);
     if (parsed != LY_SUCCESS) throw Problem{LastMessage(context)};
     for (const lyd_node* node = tree.get(); node != nullptr; node = node->next)

@@ -17,10 +17,7 @@ constexpr std::chrono::milliseconds kSurplusTime{1000};
 }  // namespace
 
 FaultIntake::FaultIntake(ipc::Timers& timers, std::function<std::int64_t()> now, Keep keep)
-    : m_timers(timers),
-      m_now(std::move(now)),
-      m_keep(std::move(keep)),
-      m_all{kBurstOfAll, m_now(), 0}
+    : m_timers(timers), m_now(std::move(now)), m_keep(std::move(keep)), m_all{kBurstOfAll, m_now(), 0}
 {
 }
 
@@ -89,7 +86,9 @@ void FaultIntake::SaySurplus()
         if (bucket.refused == 0) continue;
         total += bucket.refused;
         if (named++ < kNamed)
-            who.append(who.empty() ? "" : ", ").append(reporter).append(": " + std::to_string(bucket.refused));
+            who.append(who.empty() ? "" : ", ")
+                .append(reporter)
+                .append(": " + std::to_string(bucket.refused));
         bucket.refused = 0;
     }
     slog::Error("{} faults are left out, more than a process may report ({}{})", total, who,

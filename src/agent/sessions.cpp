@@ -16,12 +16,8 @@ namespace {
 /// How many that get no session are told so at once; more are just closed.
 constexpr std::size_t kMaxTurnedAway = 32;
 
-AccessUser UserOf(const ipc::PeerCredentials& peer, std::string name)
-{
-    AccessUser user{std::move(name), peer.uid, {ipc::GroupName(peer.gid)}};
-    for (const std::uint32_t group : peer.groups) user.groups.push_back(ipc::GroupName(group));
-    return user;
-}
+/// How many names of groups are remembered.
+constexpr std::size_t kMaxGroupNames = 1024;
 
 }  // namespace
 
@@ -40,6 +36,21 @@ Sessions::~Sessions()
 {
     m_self.reset();
     for (const auto& [id, session] : m_sessions) session->Close("cdbd ends");
+}
+
+const std::string& Sessions::NameOfGroup(std::uint32_t group)
+{
+    if (m_groupNames.size() >= kMaxGroupNames) m_groupNames.clear();
+    const auto [at, isNew] = m_groupNames.try_emplace(group);
+    if (isNew) at->second = ipc::GroupName(group);
+    return at->second;
+}
+
+AccessUser Sessions::UserOf(const ipc::PeerCredentials& peer, const std::string& name)
+{
+    AccessUser user{name, peer.uid, {NameOfGroup(peer.gid)}};
+    for (const std::uint32_t group : peer.groups) user.groups.push_back(NameOfGroup(group));
+    return user;
 }
 
 std::string Sessions::Admit(std::uint32_t uid, const std::string& user)

@@ -39,6 +39,8 @@ public:
     bool End(std::uint32_t session, const std::string& reason);
 
 private:
+    AccessUser UserOf(const ipc::PeerCredentials& peer, const std::string& name);
+    const std::string& NameOfGroup(std::uint32_t group);
     /// Why the user gets no session; empty: it gets one, and is counted.
     std::string Admit(std::uint32_t uid, const std::string& user);
     void TurnAway(Session::Socket socket, const ipc::PeerCredentials& peer, const std::string& user,
@@ -57,6 +59,8 @@ private:
     /// Its end tells the handlers of sessions that go on for a moment longer.
     std::shared_ptr<Sessions*> m_self = std::make_shared<Sessions*>(this);
     std::map<std::uint32_t, std::shared_ptr<Session>> m_sessions;
+    /// The database of groups may be another machine: each is asked about once.
+    std::map<std::uint32_t, std::string> m_groupNames;
     std::size_t m_turnedAway = 0;  // being told why
 };
 

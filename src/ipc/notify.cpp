@@ -38,8 +38,8 @@ int ConnectTo(const std::string& name)
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (name.size() < 2 || (name[0] != '/' && name[0] != '@') || name.size() >= sizeof address.sun_path) {
-        slog::Error("NOTIFY_SOCKET: \"{}\" is no path and no abstract socket; the service manager is not told",
-                    name);
+        slog::Error(
+            "NOTIFY_SOCKET: \"{}\" is no path and no abstract socket; the service manager is not told", name);
         return -1;
     }
     std::memcpy(address.sun_path, name.data(), name.size());

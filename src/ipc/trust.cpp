@@ -49,8 +49,8 @@ std::string Trust::Allow(std::string_view text)
 {
     const std::size_t equals = text.find('=');
     const std::string_view name = text.substr(0, equals);
-    const auto* row = std::find_if(kRoles.begin(), kRoles.end(),
-                                   [name](const RoleRow& each) { return each.name == name; });
+    const auto* row =
+        std::find_if(kRoles.begin(), kRoles.end(), [name](const RoleRow& each) { return each.name == name; });
     if (row == kRoles.end() || equals == std::string_view::npos)
         return "\"" + std::string(text) +
                "\" is no ROLE=USER,@GROUP,... with one of these roles: " + RoleNames();

@@ -42,21 +42,23 @@ const std::string kInterface = kSflow + "/switch-oam-sflow:interface";
 /// In <nacm>, where the prefixes c and s are declared.
 std::string Nacm(const std::string& content)
 {
-    return "<nacm xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\" xmlns:c=\"urn:switch:yang:switch-config\" "
+    return "<nacm xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\" "
+           "xmlns:c=\"urn:switch:yang:switch-config\" "
            "xmlns:s=\"urn:switch:yang:switch-oam-sflow\">" +
            content + "</nacm>";
 }
 
 std::string List(const std::string& rules, const std::string& group = "*")
 {
-    return "<rule-list><name>list-" + std::to_string(std::hash<std::string>{}(rules)) + "</name><group>" + group +
-           "</group>" + rules + "</rule-list>";
+    return "<rule-list><name>list-" + std::to_string(std::hash<std::string>{}(rules)) + "</name><group>" +
+           group + "</group>" + rules + "</rule-list>";
 }
 
 std::string Rule(const std::string& what, const std::string& action, const std::string& operations = "*")
 {
-    return "<rule><name>" + std::to_string(std::hash<std::string>{}(what + action + operations)) + "</name>" + what +
-           "<access-operations>" + operations + "</access-operations><action>" + action + "</action></rule>";
+    return "<rule><name>" + std::to_string(std::hash<std::string>{}(what + action + operations)) + "</name>" +
+           what + "<access-operations>" + operations + "</access-operations><action>" + action +
+           "</action></rule>";
 }
 
 std::string Path(const std::string& path) { return "<path>" + path + "</path>"; }
@@ -100,13 +102,14 @@ bool Executes(const AccessGrant& grant, const std::string& name, const std::stri
 
 TEST_F(AccessTest, FileIsTakenAsXmlAndAsJson)
 {
-    const auto xml = Rules(Nacm("<groups><group><name>noc</name><user-name>bob</user-name></group></groups>" +
-                                List(Rule("<module-name>ietf-netconf</module-name><rpc-name>commit</rpc-name>", "deny"),
-                                     "noc")));
-    const auto json = Rules(R"({"ietf-netconf-acm:nacm":{"groups":{"group":[{"name":"noc","user-name":["bob"]}]},
+    const auto xml = Rules(Nacm(
+        "<groups><group><name>noc</name><user-name>bob</user-name></group></groups>" +
+        List(Rule("<module-name>ietf-netconf</module-name><rpc-name>commit</rpc-name>", "deny"), "noc")));
+    const auto json =
+        Rules(R"({"ietf-netconf-acm:nacm":{"groups":{"group":[{"name":"noc","user-name":["bob"]}]},
         "rule-list":[{"name":"l","group":["noc"],"rule":[{"name":"r","module-name":"ietf-netconf",
         "rpc-name":"commit","action":"deny"}]}]}})",
-                            "access.json");
+              "access.json");
     for (const auto* access : {xml.get(), json.get()}) {
         EXPECT_FALSE(Executes(*access->Grant(kAnn), "commit"));  // by her Unix group
         EXPECT_FALSE(Executes(*access->Grant(kBob), "commit"));  // by the file's
@@ -117,8 +120,9 @@ TEST_F(AccessTest, FileIsTakenAsXmlAndAsJson)
 
 TEST_F(AccessTest, BadFileIsRefusedWithItsLine)
 {
-    const std::string bad = Nacm("\n<rule-list>\n<name>l</name>\n<rule><name>r</name><action>maybe</action></rule>"
-                                 "</rule-list>");
+    const std::string bad = Nacm(
+        "\n<rule-list>\n<name>l</name>\n<rule><name>r</name><action>maybe</action></rule>"
+        "</rule-list>");
     EXPECT_THAT(Problem(bad), testing::AllOf(HasSubstr("access.xml: line 4: "), HasSubstr("maybe")));
     EXPECT_THAT(Problem("<nacm", "a.xml"), HasSubstr("a.xml: line 1, column"));
     EXPECT_THAT(Problem("{\"ietf-netconf-acm:nacm\":\n{\"enable-nacm\":7}}", "a.json"),
@@ -128,7 +132,8 @@ TEST_F(AccessTest, BadFileIsRefusedWithItsLine)
     EXPECT_THAT(Problem(Nacm(List(Rule(Path("/x:config"), "deny")))), HasSubstr("line 1: "));
     EXPECT_THAT(Problem("<config xmlns=\"urn:switch:yang:switch-config\"/>"), HasSubstr("no access rule"));
     EXPECT_THAT(Problem(std::string(2 << 20, ' ')), HasSubstr("more than 1048576 bytes"));
-    EXPECT_THROW(Access(Schema().Context(), {m_directory.Path() / "none", AGENT_TEST_YANG, ""}), cdb::FatalError);
+    EXPECT_THROW(Access(Schema().Context(), {m_directory.Path() / "none", AGENT_TEST_YANG, ""}),
+                 cdb::FatalError);
 }
 
 TEST_F(AccessTest, FileIsReadAgainAndABadOneChangesNothing)
@@ -161,7 +166,8 @@ TEST_F(AccessTest, WithoutAFileOperatorsDoAllAndOthersRead)
         const auto grant = access.Grant(user);
         EXPECT_TRUE(grant->ReadsAll()) << user.name;
         EXPECT_FALSE(grant->WritesAll()) << user.name;
-        for (const char* name : {"get", "get-config", "close-session"}) EXPECT_TRUE(Executes(*grant, name)) << name;
+        for (const char* name : {"get", "get-config", "close-session"})
+            EXPECT_TRUE(Executes(*grant, name)) << name;
         EXPECT_TRUE(Executes(*grant, "get-schema", "ietf-netconf-monitoring"));
         for (const char* name : {"edit-config", "commit", "discard-changes", "lock", "unlock", "kill-session",
                                  "validate", "copy-config"})
@@ -176,7 +182,8 @@ TEST_F(AccessTest, DefaultsOfTheStandardHold)
     const auto grant = access->Grant(kBob);
     EXPECT_TRUE(grant->ReadsAll());
     EXPECT_FALSE(grant->WritesAll());
-    EXPECT_TRUE(Executes(*grant, "get") && Executes(*grant, "edit-config") && Executes(*grant, "close-session"));
+    EXPECT_TRUE(Executes(*grant, "get") && Executes(*grant, "edit-config") &&
+                Executes(*grant, "close-session"));
     EXPECT_FALSE(Executes(*grant, "kill-session"));
     EXPECT_FALSE(Executes(*grant, "delete-config"));
     EXPECT_TRUE(Executes(*access->Grant(kRoot), "kill-session"));
@@ -185,9 +192,12 @@ TEST_F(AccessTest, DefaultsOfTheStandardHold)
 TEST_F(AccessTest, FirstRuleThatFitsDecides)
 {
     const std::string commit = "<rpc-name>commit</rpc-name>";
-    const auto access = Rules(Nacm(List(Rule(commit, "deny", "read") + Rule("<module-name>switch-system</module-name>" + commit, "deny") +
-                                        Rule(commit, "permit", "exec") + Rule(commit, "deny"), "noc") +
-                                   List(Rule("<rpc-name>*</rpc-name>", "deny"))));
+    const auto access =
+        Rules(Nacm(List(Rule(commit, "deny", "read") +
+                            Rule("<module-name>switch-system</module-name>" + commit, "deny") +
+                            Rule(commit, "permit", "exec") + Rule(commit, "deny"),
+                        "noc") +
+                   List(Rule("<rpc-name>*</rpc-name>", "deny"))));
     EXPECT_TRUE(Executes(*access->Grant(kAnn), "commit"));
     EXPECT_FALSE(Executes(*access->Grant(kAnn), "get"));
     EXPECT_FALSE(Executes(*access->Grant(kBob), "commit"));
@@ -198,7 +208,8 @@ TEST_F(AccessTest, FirstRuleThatFitsDecides)
 
 TEST_F(AccessTest, RulesOfOtherKindsSayNothingOfOperations)
 {
-    const auto access = Rules(Nacm(List(Rule(Path("/"), "deny") + Rule("<notification-name>*</notification-name>", "deny"))));
+    const auto access =
+        Rules(Nacm(List(Rule(Path("/"), "deny") + Rule("<notification-name>*</notification-name>", "deny"))));
     EXPECT_TRUE(Executes(*access->Grant(kBob), "commit"));
 }
 
@@ -219,8 +230,9 @@ TEST_F(AccessTest, UnixGroupsCountUnlessTheFileSaysOtherwise)
 {
     const std::string rules = List(Rule("<rpc-name>commit</rpc-name>", "deny"), "noc");
     EXPECT_FALSE(Executes(*Rules(Nacm(rules))->Grant(kAnn), "commit"));
-    EXPECT_TRUE(Executes(*Rules(Nacm("<enable-external-groups>false</enable-external-groups>" + rules))->Grant(kAnn),
-                         "commit"));
+    EXPECT_TRUE(
+        Executes(*Rules(Nacm("<enable-external-groups>false</enable-external-groups>" + rules))->Grant(kAnn),
+                 "commit"));
 }
 
 // ---- reading ----
@@ -245,9 +257,9 @@ TEST_F(AccessTest, ReadingHidesWhatARuleDenies)
 
 TEST_F(AccessTest, ReadingAsksForKeysAtEachLevel)
 {
-    const auto access = Rules(Nacm(List(
-        Rule(Path(kInterfacePath + "/s:flow-sampling-collector[s:name='c1']"), "deny") +
-        Rule(Path(kInterfacePath + "[s:name='eth2']/s:flow-sampling-collector"), "deny"))));
+    const auto access =
+        Rules(Nacm(List(Rule(Path(kInterfacePath + "/s:flow-sampling-collector[s:name='c1']"), "deny") +
+                        Rule(Path(kInterfacePath + "[s:name='eth2']/s:flow-sampling-collector"), "deny"))));
     const auto grant = access->Grant(kBob);
     const lysc_node* reference = Node(kInterface + "/flow-sampling-collector");
     EXPECT_EQ(grant->Reading(Node(kInterface), Keys{"eth1"}), Visibility::kPartly);
@@ -258,12 +270,13 @@ TEST_F(AccessTest, ReadingAsksForKeysAtEachLevel)
 
 TEST_F(AccessTest, ReadingKnowsThatAPermissionBeforeADenialWins)
 {
-    const auto access = Rules(Nacm(List(Rule(Path(kInterfacePath + "[s:name='eth1']"), "permit") +
-                                        Rule(Path(kInterfacePath), "deny"))));
+    const auto access = Rules(Nacm(
+        List(Rule(Path(kInterfacePath + "[s:name='eth1']"), "permit") + Rule(Path(kInterfacePath), "deny"))));
     const auto grant = access->Grant(kBob);
     EXPECT_EQ(grant->Reading(Node(kInterface), Keys{"eth1"}), Visibility::kWhole);
     EXPECT_EQ(grant->Reading(Node(kInterface), Keys{"eth2"}), Visibility::kHidden);
-    EXPECT_TRUE(Rules(Nacm(List(Rule("", "permit") + Rule(Path(kInterfacePath), "deny"))))->Grant(kBob)->ReadsAll());
+    EXPECT_TRUE(
+        Rules(Nacm(List(Rule("", "permit") + Rule(Path(kInterfacePath), "deny"))))->Grant(kBob)->ReadsAll());
 }
 
 TEST_F(AccessTest, ReadingGoesByModules)
@@ -277,7 +290,8 @@ TEST_F(AccessTest, ReadingGoesByModules)
 
 TEST_F(AccessTest, ReadDefaultDenyHidesAll)
 {
-    const auto access = Rules(Nacm("<read-default>deny</read-default>" + List(Rule("<module-name>switch-config</module-name>", "permit"))));
+    const auto access = Rules(Nacm("<read-default>deny</read-default>" +
+                                   List(Rule("<module-name>switch-config</module-name>", "permit"))));
     const auto grant = access->Grant(kBob);
     EXPECT_EQ(grant->Reading(Node(kConfig), {}), Visibility::kPartly);
     EXPECT_EQ(grant->Reading(Node(kConfig + "/switch-oam-sflow:oam"), {}), Visibility::kHidden);
@@ -289,7 +303,8 @@ TEST_F(AccessTest, ReadDefaultDenyHidesAll)
 agent::Tree Parse(const std::string& xml)
 {
     lyd_node* raw = nullptr;
-    EXPECT_EQ(lyd_parse_data_mem(Schema().Context(), xml.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0, &raw),
+    EXPECT_EQ(lyd_parse_data_mem(Schema().Context(), xml.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0,
+                                 &raw),
               LY_SUCCESS)
         << xml;
     return agent::Tree(raw);
@@ -338,7 +353,8 @@ TEST_P(EditAccess, IsChecked)
 const std::string kDenyRate = Rule(Path(kInterfacePath + "/s:sampling-rate"), "deny", "create update delete");
 const std::string kDenyEth1 = Rule(Path(kInterfacePath + "[s:name='eth1']"), "deny", "create update delete");
 const std::string kRate = "<sampling-rate>512</sampling-rate>";
-const std::string kRatePath = "/switch-config:config/switch-oam-sflow:oam/sflow/interface[name='eth1']/sampling-rate";
+const std::string kRatePath =
+    "/switch-config:config/switch-oam-sflow:oam/sflow/interface[name='eth1']/sampling-rate";
 const std::string kEth1Path = "/switch-config:config/switch-oam-sflow:oam/sflow/interface[name='eth1']";
 constexpr auto kMerge = DefaultOperation::kMerge;
 constexpr auto kReplace = DefaultOperation::kReplace;
@@ -346,17 +362,20 @@ constexpr auto kReplace = DefaultOperation::kReplace;
 INSTANTIATE_TEST_SUITE_P(
     Table, EditAccess,
     testing::Values(
-        EditRow{"CreatesALeafThatIsDenied", kDenyRate, Interface("eth1"), Sflow(Interface("eth1", kRate)), kMerge,
-                "create " + kRatePath},
+        EditRow{"CreatesALeafThatIsDenied", kDenyRate, Interface("eth1"), Sflow(Interface("eth1", kRate)),
+                kMerge, "create " + kRatePath},
         EditRow{"ChangesALeafThatIsDenied", kDenyRate, Interface("eth1", "<sampling-rate>7</sampling-rate>"),
                 Sflow(Interface("eth1", kRate)), kMerge, "change " + kRatePath},
-        EditRow{"LeavesALeafAsItIs", kDenyRate, Interface("eth1", kRate), Sflow(Interface("eth1", kRate)), kMerge, ""},
+        EditRow{"LeavesALeafAsItIs", kDenyRate, Interface("eth1", kRate), Sflow(Interface("eth1", kRate)),
+                kMerge, ""},
         EditRow{"NamesAnEntryOnTheWay", kDenyEth1, Interface("eth1"), Sflow(Interface("eth1")), kMerge, ""},
-        EditRow{"CreatesAnEntryThatIsDenied", kDenyEth1, "", Sflow(Interface("eth1")), kMerge, "create " + kEth1Path},
+        EditRow{"CreatesAnEntryThatIsDenied", kDenyEth1, "", Sflow(Interface("eth1")), kMerge,
+                "create " + kEth1Path},
         EditRow{"CreatesAnotherEntry", kDenyEth1, "", Sflow(Interface("eth2", kRate)), kMerge, ""},
         EditRow{"CreatesWithAnEntryALeafThatIsDenied", kDenyRate, "", Sflow(Interface("eth1", kRate)), kMerge,
                 "create " + kRatePath},
-        EditRow{"MayCreateWhatItMayNotChange", Rule(Path(kInterfacePath + "/s:sampling-rate"), "deny", "update"), "",
+        EditRow{"MayCreateWhatItMayNotChange",
+                Rule(Path(kInterfacePath + "/s:sampling-rate"), "deny", "update"), "",
                 Sflow(Interface("eth1", kRate)), kMerge, ""},
         EditRow{"DeletesALeafThatIsDenied", kDenyRate, Interface("eth1", kRate),
                 Sflow(Interface("eth1", "<sampling-rate nc:operation=\"delete\"/>")), kMerge, "delete "},
@@ -368,20 +387,23 @@ INSTANTIATE_TEST_SUITE_P(
         EditRow{"DeletesAnEntryWithoutTheLeafThatIsDenied", kDenyRate, Interface("eth1"),
                 Sflow("<interface nc:operation=\"delete\"><name>eth1</name></interface>"), kMerge, ""},
         EditRow{"DeletesAContainerAroundWhatIsDenied", kDenyEth1, Interface("eth2") + Interface("eth1"),
-                "<config xmlns=\"urn:switch:yang:switch-config\" xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" "
+                "<config xmlns=\"urn:switch:yang:switch-config\" "
+                "xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" "
                 "nc:operation=\"remove\"/>",
                 kMerge, "delete /switch-config:config"},
         EditRow{"DeletesAContainerWithoutWhatIsDenied", kDenyEth1, Interface("eth2"),
-                "<config xmlns=\"urn:switch:yang:switch-config\" xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" "
+                "<config xmlns=\"urn:switch:yang:switch-config\" "
+                "xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" "
                 "nc:operation=\"remove\"/>",
                 kMerge, ""},
         EditRow{"ReplacesAnEntryAndSoDropsALeafThatIsDenied", kDenyRate, Interface("eth1", kRate),
                 Sflow("<interface nc:operation=\"replace\"><name>eth1</name></interface>"), kMerge,
                 "delete " + kEth1Path},
         EditRow{"ReplacesAnEntryAndKeepsTheLeafThatIsDenied", kDenyRate, Interface("eth1", kRate),
-                Sflow("<interface nc:operation=\"replace\"><name>eth1</name>" + kRate + "</interface>"), kMerge, ""},
-        EditRow{"ReplacesAllAndSoDropsAnEntryThatIsDenied", kDenyEth1, Interface("eth1"), Sflow(Interface("eth2")),
-                kReplace, "delete "},
+                Sflow("<interface nc:operation=\"replace\"><name>eth1</name>" + kRate + "</interface>"),
+                kMerge, ""},
+        EditRow{"ReplacesAllAndSoDropsAnEntryThatIsDenied", kDenyEth1, Interface("eth1"),
+                Sflow(Interface("eth2")), kReplace, "delete "},
         EditRow{"ReplacesAllByNothing", kDenyEth1, Interface("eth1"), "", kReplace, "delete /"},
         EditRow{"MergesNothing", kDenyEth1, Interface("eth1"), "", kMerge, ""},
         EditRow{"WithNoneOnlyWhatSaysSo", kDenyRate, Interface("eth1"), Sflow(Interface("eth1", kRate)),
@@ -407,8 +429,11 @@ TEST_F(AccessTest, CommitIsCheckedByWhatItChanges)
     const auto access = Rules(Nacm("<write-default>permit</write-default>" + List(kDenyRate)));
     const auto& table = Schema().Table();
     const auto id = [&table](const char* path) { return table.Find(path); };
-    cdb::ChangeNode rate{id("/config/oam/sflow/interface/sampling-rate"), {}, cdb::ChangeOp::kValueSet, {}, {}};
-    cdb::ChangeNode interface{id("/config/oam/sflow/interface"), {"eth1"}, cdb::ChangeOp::kModified, {}, {}};
+    cdb::ChangeNode rate{
+        id("/config/oam/sflow/interface/sampling-rate"), {}, cdb::ChangeOp::kValueSet, {}, {}};
+    cdb::ChangeNode interface {
+        id("/config/oam/sflow/interface"), {"eth1"}, cdb::ChangeOp::kModified, {}, {}
+    };
     cdb::ChangeNode sflow{id("/config/oam/sflow"), {}, cdb::ChangeOp::kNone, {}, {interface}};
     cdb::ChangeNode oam{id("/config/oam"), {}, cdb::ChangeOp::kNone, {}, {sflow}};
     cdb::ChangeSet changes{1, {id("/config"), {}, cdb::ChangeOp::kNone, {}, {oam}}};

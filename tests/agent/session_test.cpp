@@ -160,17 +160,18 @@ TEST(Session, TurnsAwayWhatIsTooManyAndSaysWhy)
     const std::size_t most = 1 + (::geteuid() == 0 ? agent::Sessions::kReservedForRoot : 0);
     for (std::size_t i = 0; i < most; ++i) open.push_back(world.Connect());
     try {
-        world.Connect();
+        static_cast<void>(world.Connect());
         ADD_FAILURE() << "one session too many";
     } catch (const netconf::ConnectionError& error) {
-        EXPECT_THAT(error.what(), HasSubstr("no session: too many sessions: " + std::to_string(most) + " are open"));
+        EXPECT_THAT(error.what(),
+                    HasSubstr("no session: too many sessions: " + std::to_string(most) + " are open"));
     }
     Do(open.front(), netconf::Commit());
     Do(open.front(), netconf::KillSession(open.back().SessionId()));
     if (most == 1) return;
     support::Await("the place to come free", [&world] {
         try {
-            world.Connect();
+            static_cast<void>(world.Connect());
             return true;
         } catch (const netconf::ConnectionError&) {
             return false;

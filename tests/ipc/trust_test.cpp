@@ -53,9 +53,10 @@ TEST(Trust, WithoutTheGroupIsInRootAndTheOwnUser)
 TEST(Trust, RefusesWithRoleUserAndRemedy)
 {
     const Trust trust("cdbd", std::to_string(kGroup));
-    EXPECT_EQ(trust.Refusal(Role::kCallpoint, Somebody()),
-              "the user uid-60105 may not register a callpoint; run it as a member of the group gid-60102, or "
-              "start cdbd with --allow callpoint=uid-60105");
+    EXPECT_EQ(
+        trust.Refusal(Role::kCallpoint, Somebody()),
+        "the user uid-60105 may not register a callpoint; run it as a member of the group gid-60102, or "
+        "start cdbd with --allow callpoint=uid-60105");
 }
 
 TEST(Trust, IsGivenRoleByRole)
