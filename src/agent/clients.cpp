@@ -170,7 +170,7 @@ void Clients::OnFault(const Client& client, const ipc::cdb::FaultReport& report)
     fault.text = report.text();
     // Counted by what the reporter can't choose.
     const std::string reporter =
-        ipc::UserName(client.Peer().uid) + ", process " + std::to_string(client.Peer().pid);
+        "process " + std::to_string(client.Peer().pid) + ", uid " + std::to_string(client.Peer().uid);
     m_faults.Take(reporter, std::move(fault));
 }
 

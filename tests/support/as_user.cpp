@@ -70,7 +70,9 @@ int ConnectAs(const Identity& identity, const char* socket)
     return AsUser(identity, [socket] {
         const sockaddr_un address = UnixAddress(socket);
         const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        return ::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
+        return ::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0
+                   ? 0
+                   : errno;
     });
 }
 

@@ -16,9 +16,9 @@ struct Identity {
     std::vector<gid_t> groups{};  // supplementary
 };
 
-/// Runs the function in a child that has become the user, and returns what it returns (0 to 99); 101 where the
-/// child could not become the user, 102 where the function threw. Throws std::system_error where there is no
-/// child.
+/// Runs the function in a child that has become the user, and returns what it returns (0 to 99); 101 where
+/// the child could not become the user, 102 where the function threw. Throws std::system_error where there is
+/// no child.
 int AsUser(const Identity& identity, const std::function<int()>& function);
 
 /// Makes this process the user, as far as connections and files go, until the object goes.

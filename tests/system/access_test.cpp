@@ -24,8 +24,8 @@ TEST_F(Access, WithoutRulesOthersReadOnly)
     const auto read = CliAs(kThird, "show configuration");
     EXPECT_EQ(read.status, 0) << read.errors;
     EXPECT_THAT(read.output, HasSubstr("c1"));
-    for (const char* command : {"set oam sflow collector c2 ip 192.0.2.2", "commit", "discard",
-                                "request ha go-active"}) {
+    for (const char* command :
+         {"set oam sflow collector c2 ip 192.0.2.2", "commit", "discard", "request ha go-active"}) {
         const auto result = CliAs(kThird, command);
         EXPECT_EQ(result.status, 1) << command;
         EXPECT_THAT(result.errors, HasSubstr("uid-61105 may not execute")) << command;
@@ -41,10 +41,11 @@ protected:
     }
     static void Write(const std::string& action)
     {
-        support::WriteFile(File(), "<nacm xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\">\n<rule-list>\n"
-                                   "<name>l</name><group>gid-61104</group>\n<rule><name>r</name>\n"
-                                   "<rpc-name>commit</rpc-name><action>" +
-                                       action + "</action></rule></rule-list></nacm>");
+        support::WriteFile(File(),
+                           "<nacm xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\">\n<rule-list>\n"
+                           "<name>l</name><group>gid-61104</group>\n<rule><name>r</name>\n"
+                           "<rpc-name>commit</rpc-name><action>" +
+                               action + "</action></rule></rule-list></nacm>");
     }
     AccessByFile() : Access({"--access", (Write("deny"), File())}) {}
     ~AccessByFile() override { std::filesystem::remove(File()); }

@@ -19,8 +19,8 @@ using support::Identity;
 
 constexpr gid_t kSwitchGroup = 61'102;
 constexpr gid_t kAdminGroup = 61'103;
-const Identity kSwitch{61'101, kSwitchGroup, {kAdminGroup}};   // of the processes
-const Identity kMember{61'106, kSwitchGroup, {}};              // another user of the processes' group
+const Identity kSwitch{61'101, kSwitchGroup, {kAdminGroup}};  // of the processes
+const Identity kMember{61'106, kSwitchGroup, {}};             // another user of the processes' group
 const Identity kOperator{61'104, 61'104, {kAdminGroup}};
 const Identity kThird{61'105, 61'105, {}};
 
@@ -28,8 +28,9 @@ inline std::vector<std::string> Setpriv(const Identity& identity)
 {
     std::string groups;
     for (const gid_t group : identity.groups) groups += (groups.empty() ? "" : ",") + std::to_string(group);
-    std::vector<std::string> command{"setpriv",  "--reuid",       std::to_string(identity.uid), "--regid",
-                                     std::to_string(identity.gid), "--pdeathsig", "KILL"};
+    std::vector<std::string> command{
+        "setpriv",     "--reuid", std::to_string(identity.uid), "--regid", std::to_string(identity.gid),
+        "--pdeathsig", "KILL"};
     if (groups.empty())
         command.emplace_back("--clear-groups");
     else

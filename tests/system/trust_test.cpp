@@ -1,5 +1,5 @@
-// Who may open what, and what a process is believed that has opened it: as a third user, as an operator, as the
-// processes' own user and as another user of their group.
+// Who may open what, and what a process is believed that has opened it: as a third user, as an operator, as
+// the processes' own user and as another user of their group.
 
 #include <fcntl.h>
 
@@ -32,8 +32,14 @@ protected:
     int Netconf(const Identity& who) { return ConnectAs(who, TheWorld().NetconfSocket().c_str()); }
     int Cdb(const Identity& who) { return ConnectAs(who, TheWorld().CdbSocket().c_str()); }
     int Manager(const Identity& who) { return ConnectAs(who, TheWorld().ManagerSocket().c_str()); }
-    int Data(const Identity& who, int flags) { return OpenAs(who, (TheWorld().StateDir() / "data.mdb").c_str(), flags); }
-    int Lock(const Identity& who, int flags) { return OpenAs(who, (TheWorld().StateDir() / "lock.mdb").c_str(), flags); }
+    int Data(const Identity& who, int flags)
+    {
+        return OpenAs(who, (TheWorld().StateDir() / "data.mdb").c_str(), flags);
+    }
+    int Lock(const Identity& who, int flags)
+    {
+        return OpenAs(who, (TheWorld().StateDir() / "lock.mdb").c_str(), flags);
+    }
 };
 
 TEST_F(Trust, ThirdUserOpensNothing)
@@ -57,7 +63,8 @@ TEST_F(Trust, OperatorOpensTheNetconfSocketAndNothingElse)
         EXPECT_EQ(Data(kOperator, flags), EACCES);
         EXPECT_EQ(Lock(kOperator, flags), EACCES);
     }
-    const auto result = CliAs(kOperator, "set oam sflow collector c9 ip 192.0.2.9; commit; show configuration");
+    const auto result =
+        CliAs(kOperator, "set oam sflow collector c9 ip 192.0.2.9; commit; show configuration");
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_THAT(result.output, HasSubstr("c9"));
 }
@@ -131,7 +138,8 @@ TEST_F(TrustByRole, RefusesARoleWithUserAndRemedyInAnswerAndLog)
 {
     Start();
     const int result = support::AsUser(kMember, [this] {
-        return RegistersAndIsRefused(TheWorld().CdbSocket(), {"uid-61106", "register a callpoint", "--allow callpoint="});
+        return RegistersAndIsRefused(TheWorld().CdbSocket(),
+                                     {"uid-61106", "register a callpoint", "--allow callpoint="});
     });
     EXPECT_EQ(result, 0);
     TheWorld().AwaitLog("cdbd", "the user uid-61106 may not register a callpoint");
@@ -148,7 +156,9 @@ TEST_F(TrustByRole, RefusesFaultsOfWhomItDoesNotBelieve)
         message.mutable_fault_report()->set_text("all is lost");
         peer.Send(message);
         ipc::cdb::ServerMessage answer;
-        return peer.Receive(answer) && answer.refused().reason().find("report faults") != std::string::npos ? 0 : 1;
+        return peer.Receive(answer) && answer.refused().reason().find("report faults") != std::string::npos
+                   ? 0
+                   : 1;
     });
     EXPECT_EQ(result, 0);
     EXPECT_THAT(TheWorld().CliDone("show system faults"), Not(HasSubstr("all is lost")));
@@ -171,7 +181,8 @@ TEST_F(Trust, ManagersSessionIsForTheProcessesOnly)
         peer.Send(message);
         ipc::manager::ServerMessage answer;
         return peer.Receive(answer) && answer.has_refused() &&
-                       answer.refused().reason().find("have the session with the sFlow manager") != std::string::npos
+                       answer.refused().reason().find("have the session with the sFlow manager") !=
+                           std::string::npos
                    ? 0
                    : 1;
     });
