@@ -10,6 +10,7 @@
 #include <boost/asio/steady_timer.hpp>
 
 #include "cdb/value_message.h"
+#include "ipc/text.h"
 
 namespace agent {
 namespace {
@@ -146,7 +147,8 @@ void Inquiry::Take(std::size_t index, const ClientMessage* message)
         return Fail(index, holder->Name() + " refuses: " +
                                (reply.error().empty() ? "it gives no reason; see its log" : reply.error()));
     if (const auto problem = TakeWrites(index, reply))
-        return Fail(index, holder->Name() + " answers with a write that can't be made: " + *problem);
+        return Fail(index, holder->Name() +
+                               " answers with a write that can't be made: " + ipc::Presentable(*problem));
     m_isAnswered[index] = true;
     ++m_answered;
     m_progress = Clock::now();

@@ -5,6 +5,7 @@
 #ifndef AGENT_CLIENT_H
 #define AGENT_CLIENT_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -16,6 +17,9 @@
 
 #include "cdb/schema_table.h"
 #include "ipc/cdb.pb.h"
+#include "ipc/peer.h"
+#include "ipc/timers.h"
+#include "ipc/trust.h"
 
 namespace ipc {
 class Channel;
@@ -48,13 +52,15 @@ struct Refusal {
 class ClientHost {
 public:
     virtual ~ClientHost() = default;
+    /// Why the user of the client's process may not have the role; nullopt: it may.
+    virtual std::optional<Refusal> CheckRole(const Client& client, ipc::Role role) = 0;
     /// The subscription's schema node, or why there is none.
     virtual std::optional<Refusal> CheckSubscription(const ipc::cdb::Subscribe& wanted,
                                                      cdb::NodeId& point) = 0;
     virtual std::optional<Refusal> CheckCallpoint(const Client& client, const std::string& name) = 0;
     virtual std::optional<Refusal> CheckProvider(const Client& client, const StateProvision& wanted) = 0;
     virtual ipc::cdb::Welcome MakeWelcome() = 0;
-    virtual void OnFault(const ipc::cdb::FaultReport& fault) = 0;
+    virtual void OnFault(const Client& client, const ipc::cdb::FaultReport& fault) = 0;
     /// The connection has gone; called once, from the loop.
     virtual void OnGone(const std::shared_ptr<Client>& client) = 0;
 };
@@ -72,13 +78,15 @@ public:
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    void Start();
+    /// A client that has not said by then what it wants, up to its Ready, is disconnected.
+    void Start(ipc::Timers& timers, std::chrono::milliseconds helloTimeout);
 
     [[nodiscard]] Phase CurrentPhase() const { return m_phase; }
     [[nodiscard]] const std::string& Process() const { return m_process; }
     [[nodiscard]] std::int64_t Pid() const { return m_pid; }
     /// "sflow-app (process 1234)"
     [[nodiscard]] std::string Name() const;
+    [[nodiscard]] const ipc::PeerCredentials& Peer() const;
     [[nodiscard]] std::int64_t ConnectedUs() const { return m_connectedUs; }
     [[nodiscard]] const std::vector<Subscription>& Subscriptions() const { return m_subscriptions; }
     [[nodiscard]] const std::vector<std::string>& Callpoints() const { return m_callpoints; }
@@ -113,7 +121,10 @@ private:
     void OnCallpoint(const std::string& name);
     void OnProvider(const StateProvision& wanted);
     void OnReady();
+    void OnFault(const ipc::cdb::FaultReport& fault);
     void OnAnswer(AnswerKey key, const ipc::cdb::ClientMessage& message);
+    /// Turns the client away where it may not have the role.
+    bool RefuseRole(ipc::Role role);
     void Refuse(const Refusal& refusal);
     void End(const std::string& reason);
 
@@ -122,7 +133,7 @@ private:
     Phase m_phase = Phase::kNew;
     bool m_applying = false;
     std::string m_process;
-    std::int64_t m_pid = 0;
+    std::int64_t m_pid;
     std::int64_t m_connectedUs;
     std::vector<Subscription> m_subscriptions;
     std::vector<std::string> m_callpoints;
@@ -130,6 +141,7 @@ private:
     std::uint64_t m_welcomeCommit = 0;
     std::uint64_t m_lastRequest = 0;
     std::map<AnswerKey, AnswerHandler> m_questions;
+    std::shared_ptr<void> m_helloTimer;  // until the client is ready
 };
 
 using ClientPtr = std::shared_ptr<Client>;

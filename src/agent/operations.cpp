@@ -54,10 +54,22 @@ Operations::Handler Operations::Find(const lyd_node* operation)
 
 void Operations::Handle(const RequestPtr& request)
 {
+    if (RefuseDenied(request)) return;
     if (const Handler handler = Find(request->Operation())) return (this->*handler)(request);
     const std::string name = request->Operation()->schema->name;
     request->Refuse(MakeError(Layer::kProtocol, cdb::ErrorTag::kOperationNotSupported,
                               "the operation " + name + " is not offered", {{"bad-element", name}}));
+}
+
+bool Operations::RefuseDenied(const RequestPtr& request)
+{
+    const lysc_node* operation = request->Operation()->schema;
+    if (request->Who().access->MayExecute(operation)) return false;
+    ++m_services.access.Denied().operations;
+    request->Refuse(MakeError(Layer::kProtocol, cdb::ErrorTag::kAccessDenied,
+                              request->Who().user + " may not execute " + operation->name +
+                                  "; the rules of access (cdbd --access) decide it"));
+    return true;
 }
 
 void Operations::InTurn(const RequestPtr& request, std::function<void(const TurnQueue::TurnPtr&)> work)

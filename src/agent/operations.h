@@ -12,6 +12,7 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "agent/access.h"
 #include "agent/backup.h"
 #include "agent/callpoints.h"
 #include "agent/data_schema.h"
@@ -46,6 +47,7 @@ public:
         /// Ends the session of that number; false: there is none.
         std::function<bool(std::uint32_t session, const std::string& reason)> endSession;
         std::chrono::milliseconds actionTimeout;
+        Access& access;  // counts what is denied
     };
     explicit Operations(Services services);
 
@@ -94,6 +96,9 @@ private:
 
     /// Runs the work when it is the request's turn with the candidate, unless its session has ended by then.
     void InTurn(const RequestPtr& request, std::function<void(const TurnQueue::TurnPtr&)> work);
+
+    /// Refuses the request where its user may not execute it.
+    bool RefuseDenied(const RequestPtr& request);
 
     /// Refuses the request where another session has locked the datastore.
     bool RefuseLocked(const RequestPtr& request, Target target);

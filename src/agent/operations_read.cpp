@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <variant>
@@ -62,6 +63,10 @@ std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, 
     if (auto* error = std::get_if<netconf::RpcError>(&defaults)) return std::move(*error);
     const auto reading = std::make_shared<Reading>();
     reading->options.defaults = std::get<Defaults>(defaults);
+    if (const auto access = request.Who().access; !access->ReadsAll())
+        reading->options.access = [access](const lysc_node* node, std::span<const std::string> keys) {
+            return access->Reading(node, keys) != Visibility::kHidden;
+        };
     if (!request.Filter()) return reading;
     auto plan = FilterPlan::Make(schema, *request.Filter());
     if (auto* error = std::get_if<cdb::Error>(&plan))
@@ -155,7 +160,6 @@ void Operations::GetConfig(const RequestPtr& request)
 {
     const auto read = ReadingOf(m_dataSchema, *request);
     if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
-<<<<<<< HEAD
     const auto reading = std::get<ReadingPtr>(read);
     if (DatastoreName(request->Operation(), "source") == "candidate")
         return AnswerBeside(m_services.changes, request, [this, reading](std::string& out) {
@@ -167,17 +171,8 @@ void Operations::GetConfig(const RequestPtr& request)
         WriteRunning(m_dataSchema, m_services.store, reading->options, out);
     };
     if (reading->filter && EntriesNamed(reading->filter->Root()) <= kEntriesAtOnce)
-        return Answer(request, write);
+        return AnswerWith(request, write);
     AnswerBeside(m_services.reads, request, write);
-=======
-    const WriteOptions& options = std::get<ReadingPtr>(read)->options;
-    AnswerWith(request, [&](std::string& out) {
-        if (DatastoreName(request->Operation(), "source") != "candidate")
-            return WriteRunning(m_dataSchema, m_services.store, options, out);
-        TreeSource source(m_services.datastore.Candidate());
-        WriteData(m_dataSchema, source, options, out);
-    });
->>>>>>> readpath
 }
 
 void Operations::GetSchema(const RequestPtr& request)

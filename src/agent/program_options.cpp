@@ -3,7 +3,11 @@
 #include <charconv>
 #include <cstdint>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
+
+#include "ipc/trust.h"
 
 namespace agent {
 namespace {
@@ -13,8 +17,9 @@ namespace fs = std::filesystem;
 constexpr std::uint64_t kLeastHistory = 4096;
 constexpr std::uint64_t kLeastMap = std::uint64_t{1} << 20;
 constexpr const char* kInstalledYang = "/usr/share/sflow-switch/yang";
+constexpr const char* kAccessFile = "/etc/sflow-switch/access.xml";
 
-/// A number from 1 on; times in milliseconds, up to a day.
+/// A number from 1 on; times in milliseconds, up to a day, or in seconds.
 std::uint64_t Number(std::string_view option, std::string_view text)
 {
     constexpr std::uint64_t kMost = 86'400'000;
@@ -49,34 +54,94 @@ fs::path YangDirectory(const fs::path& program)
     return fs::is_directory(beside, ignored) ? beside : fs::path(kInstalledYang);
 }
 
+using Setter = void (*)(ProgramOptions& options, const std::string& name, const std::string& value);
+
+template <fs::path ProgramOptions::*member>
+void SetPath(ProgramOptions& options, const std::string& /*name*/, const std::string& value)
+{
+    options.*member = value;
+}
+
+template <std::string ProgramOptions::*member>
+void SetText(ProgramOptions& options, const std::string& /*name*/, const std::string& value)
+{
+    options.*member = value;
+}
+
+template <auto member>
+void SetTime(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    using Time = std::remove_reference_t<decltype(options.*member)>;
+    options.*member = Time(Number(name, value));
+}
+
+template <std::size_t ProgramOptions::*member, std::uint64_t least>
+void SetSize(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    options.*member = Size(name, value, least);
+}
+
+void SetHistoryDays(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    options.historyDays = static_cast<std::uint32_t>(Number(name, value));
+}
+
+template <std::size_t ProgramOptions::*member>
+void SetCount(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    options.*member = Number(name, value);
+}
+
+/// 0 turns it off.
+void SetIdleTimeout(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    options.idleTimeout = std::chrono::seconds(value == "0" ? 0 : Number(name, value));
+}
+
+/// A group that is asked for has to be there; only the default one may be missing.
+template <std::string ProgramOptions::*member>
+void SetGroup(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    if (!value.empty() && !ipc::FindGroup(value))
+        throw UsageError(name + ": there is no group \"" + value + "\" on this machine");
+    options.*member = value;
+}
+
+void AddAllowed(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    const std::string problem = value.empty() ? "" : ipc::Trust("cdbd").Allow(value);
+    if (!problem.empty()) throw UsageError(name + ": " + problem);
+    options.allow.push_back(value);
+}
+
+constexpr std::pair<std::string_view, Setter> kSetters[] = {
+    {"--init", &SetPath<&ProgramOptions::initFile>},
+    {"--run-dir", &SetPath<&ProgramOptions::runDirectory>},
+    {"--state-dir", &SetPath<&ProgramOptions::stateDirectory>},
+    {"--yang-dir", &SetPath<&ProgramOptions::yangDirectory>},
+    {"--access", &SetPath<&ProgramOptions::accessFile>},
+    {"--admin-group", &SetGroup<&ProgramOptions::adminGroup>},
+    {"--switch-group", &SetGroup<&ProgramOptions::switchGroup>},
+    {"--allow", &AddAllowed},
+    {"--ack-timeout", &SetTime<&ProgramOptions::ackTimeout>},
+    {"--callpoint-timeout", &SetTime<&ProgramOptions::callpointTimeout>},
+    {"--hello-timeout", &SetTime<&ProgramOptions::helloTimeout>},
+    {"--idle-timeout", &SetIdleTimeout},
+    {"--history-limit", &SetCount<&ProgramOptions::historyLimit>},
+    {"--history-bytes", &SetSize<&ProgramOptions::historyBytes, kLeastHistory>},
+    {"--history-days", &SetHistoryDays},
+    {"--map-size", &SetSize<&ProgramOptions::mapSize, kLeastMap>},
+    {"--export", &SetPath<&ProgramOptions::exportFile>},
+    {"--import", &SetPath<&ProgramOptions::importFile>},
+    {"--max-sessions", &SetCount<&ProgramOptions::maxSessions>},
+    {"--max-sessions-per-user", &SetCount<&ProgramOptions::maxSessionsPerUser>},
+};
+
 void Set(ProgramOptions& options, const std::string& name, const std::string& value)
 {
-    if (name == "--init")
-        options.initFile = value;
-    else if (name == "--run-dir")
-        options.runDirectory = value;
-    else if (name == "--state-dir")
-        options.stateDirectory = value;
-    else if (name == "--yang-dir")
-        options.yangDirectory = value;
-    else if (name == "--ack-timeout")
-        options.ackTimeout = std::chrono::milliseconds(Number(name, value));
-    else if (name == "--callpoint-timeout")
-        options.callpointTimeout = std::chrono::milliseconds(Number(name, value));
-    else if (name == "--history-limit")
-        options.historyLimit = Number(name, value);
-    else if (name == "--history-bytes")
-        options.historyBytes = Size(name, value, kLeastHistory);
-    else if (name == "--history-days")
-        options.historyDays = static_cast<std::uint32_t>(Number(name, value));
-    else if (name == "--map-size")
-        options.mapSize = Size(name, value, kLeastMap);
-    else if (name == "--export")
-        options.exportFile = value;
-    else if (name == "--import")
-        options.importFile = value;
-    else
-        throw UsageError("there is no option " + name);
+    for (const auto& [known, set] : kSetters)
+        if (known == name) return set(options, name, value);
+    throw UsageError("there is no option " + name);
 }
 
 }  // namespace
@@ -87,6 +152,10 @@ ProgramOptions ParseOptions(int argc, const char* const* argv, const fs::path& p
     ProgramOptions options;
     options.runDirectory = environment("SFLOW_RUN_DIR").value_or("/run/sflow-switch");
     options.stateDirectory = environment("SFLOW_STATE_DIR").value_or("/var/lib/sflow-switch");
+    options.adminGroup = ipc::kAdminGroup;
+    options.switchGroup = ipc::kSwitchGroup;
+    std::error_code ignored;  // a file that can't be looked at is not there for us
+    if (fs::exists(kAccessFile, ignored)) options.accessFile = kAccessFile;
     const auto yang = environment("SFLOW_YANG_DIR");
     options.yangDirectory = yang ? fs::path(*yang) : YangDirectory(program);
     for (int i = 1; i < argc; ++i) {
@@ -139,6 +208,18 @@ std::string UsageText()
            "  --history-bytes SIZE    how large what undoes them may be, at most a quarter of --map-size "
            "(64M)\n"
            "  --map-size SIZE         how large the store may become (1G)\n"
+           "  --access FILE           the rules of access control (/etc/sflow-switch/access.xml where\n"
+           "                          that is there, else operators may do all and others may read)\n"
+           "  --admin-group GROUP     whom netconf.sock is for (sflow-admin)\n"
+           "  --switch-group GROUP    whom cdb.sock and the store are for (sflow-switch)\n"
+           "  --allow ROLE=WHO,...    who else than root and our own user may, on cdb.sock, take the role\n"
+           "                          subscribe, callpoint, state or faults: users and @groups\n"
+           "                          (the switch group)\n"
+           "  --max-sessions N        how many NETCONF sessions at once (128)\n"
+           "  --max-sessions-per-user N\n"
+           "                          how many of them one user may have, root aside (64)\n"
+           "  --hello-timeout SECONDS how long a NETCONF client may take for its hello (30)\n"
+           "  --idle-timeout SECONDS  how long a session may be without a request (0: for ever)\n"
            "  --help, --version       say so, and end\n"
            "\n"
            "environment:\n"

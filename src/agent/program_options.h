@@ -11,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace agent {
 
@@ -29,6 +30,14 @@ struct ProgramOptions {
     std::size_t historyBytes = std::size_t{64} << 20;
     std::uint32_t historyDays = 0;  // 0: no limit
     std::size_t mapSize = std::size_t{1} << 30;
+    std::size_t maxSessions = 128;
+    std::size_t maxSessionsPerUser = 64;
+    std::chrono::seconds helloTimeout{30};
+    std::chrono::seconds idleTimeout{0};  // 0: none
+    std::string adminGroup;
+    std::string switchGroup;
+    std::vector<std::string> allow;    // each a role and who has it; see ipc/trust.h
+    std::filesystem::path accessFile;  // empty: the default rules
     bool help = false;
     bool version = false;
 };

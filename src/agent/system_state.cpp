@@ -9,6 +9,7 @@
 #include <set>
 #include <utility>
 
+#include "ipc/text.h"
 #include "log/log.h"
 
 namespace agent {
@@ -49,17 +50,9 @@ const char* PhaseName(const Client& client)
     return client.IsApplying() ? "applying" : "ready";
 }
 
-/// XML has no place for most control characters, and YANG's strings neither.
-std::string Printable(std::string text)
-{
-    for (char& c : text)
-        if (static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r') c = '?';
-    return text;
-}
-
 void AddProcess(lyd_node* system, const Client& client, Role role)
 {
-    const std::string name = Printable(client.Process());
+    const std::string& name = client.Process();
     const std::string pid = std::to_string(client.Pid());
     lyd_node* entry = nullptr;
     if (lyd_new_list(system, nullptr, "process", 0, &entry, name.c_str(), pid.c_str()) != LY_SUCCESS) return;
@@ -79,14 +72,15 @@ void AddFault(lyd_node* system, const cdb::Fault& fault)
     const std::string number = std::to_string(fault.number);
     if (lyd_new_list(system, nullptr, "fault", 0, &entry, number.c_str()) != LY_SUCCESS) return;
     const Adder adder(entry);
+    // What an older cdbd has written came in as it was.
     adder.Leaf("time", DateAndTime(fault.timeUs));
-    adder.Leaf("process", Printable(fault.process));
+    adder.Leaf("process", ipc::Presentable(fault.process));
     adder.Leaf("pid", std::to_string(fault.pid));
     adder.Leaf("kind", std::to_string(fault.kind));
-    adder.Leaf("function", Printable(fault.function));
-    adder.Leaf("file", Printable(fault.file));
+    adder.Leaf("function", ipc::Presentable(fault.function));
+    adder.Leaf("file", ipc::Presentable(fault.file));
     adder.Leaf("line", std::to_string(fault.line));
-    adder.Leaf("text", Printable(fault.text));
+    adder.Leaf("text", ipc::Presentable(fault.text));
 }
 
 }  // namespace

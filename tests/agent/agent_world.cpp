@@ -61,7 +61,10 @@ World::World(agent::AgentOptions options)
     storeOptions.mapSize = std::size_t{1} << 24;
     m_store = cdb::Store::Open(m_directory.Path() / "store", storeOptions);
     m_datastore = std::make_unique<cdb::Datastore>(Schema(), *m_store);
-    m_agent = std::make_unique<agent::Agent>(m_loop, Schema(), *m_store, *m_datastore, std::move(options));
+    m_access = std::make_unique<agent::Access>(
+        Schema().Context(), agent::Access::Options{"", AGENT_TEST_YANG, options.adminGroup});
+    m_agent = std::make_unique<agent::Agent>(m_loop, Schema(), *m_store, *m_datastore, *m_access,
+                                             std::move(options));
     m_agent->Listen();
     m_thread = std::thread([this] { m_loop.run(); });
 }

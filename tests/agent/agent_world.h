@@ -70,6 +70,7 @@ private:
     boost::asio::io_context m_loop;
     std::unique_ptr<cdb::Store> m_store;
     std::unique_ptr<cdb::Datastore> m_datastore;
+    std::unique_ptr<agent::Access> m_access;
     std::unique_ptr<agent::Agent> m_agent;
     std::thread m_thread;
 };

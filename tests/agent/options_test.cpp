@@ -39,6 +39,30 @@ TEST(Options, HaveDefaults)
     EXPECT_EQ(options.mapSize, std::size_t{1} << 30);
     EXPECT_TRUE(options.initFile.empty());
     EXPECT_FALSE(options.check);
+    EXPECT_EQ(options.maxSessions, 128U);
+    EXPECT_EQ(options.maxSessionsPerUser, 64U);
+    EXPECT_EQ(options.helloTimeout, std::chrono::seconds(30));
+    EXPECT_EQ(options.idleTimeout, std::chrono::seconds(0));
+    EXPECT_EQ(options.adminGroup, "sflow-admin");
+    EXPECT_EQ(options.switchGroup, "sflow-switch");
+    EXPECT_TRUE(options.allow.empty());
+}
+
+TEST(Options, SayWhoMayDoWhat)
+{
+    const ProgramOptions options =
+        Parse({"--access", "a.xml", "--admin-group=root", "--switch-group", "4711", "--allow",
+               "callpoint=root,@root", "--allow", "state=0", "--max-sessions", "7",
+               "--max-sessions-per-user=3", "--hello-timeout", "5", "--idle-timeout", "1800"});
+    EXPECT_EQ(options.accessFile, "a.xml");
+    EXPECT_EQ(options.adminGroup, "root");
+    EXPECT_EQ(options.switchGroup, "4711");
+    EXPECT_THAT(options.allow, testing::ElementsAre("callpoint=root,@root", "state=0"));
+    EXPECT_EQ(options.maxSessions, 7U);
+    EXPECT_EQ(options.maxSessionsPerUser, 3U);
+    EXPECT_EQ(options.helloTimeout, std::chrono::seconds(5));
+    EXPECT_EQ(options.idleTimeout, std::chrono::minutes(30));
+    EXPECT_EQ(Parse({"--idle-timeout", "0"}).idleTimeout, std::chrono::seconds(0));
 }
 
 TEST(Options, TakeTheEnvironmentAndPutTheCommandLineFirst)
@@ -90,6 +114,13 @@ TEST(Options, ThatMakeNoSenseAreNamed)
                                                {"bogus"},
                                                {"--init"},
                                                {"--init", ""},
+                                               {"--admin-group", "no-such-group"},
+                                               {"--switch-group", "no-such-group"},
+                                               {"--allow", "tea=root"},
+                                               {"--allow", "callpoint=no-such-user"},
+                                               {"--max-sessions", "0"},
+                                               {"--hello-timeout", "0"},
+                                               {"--idle-timeout", "-1"},
                                                {"--ack-timeout", "0"},
                                                {"--ack-timeout", "-1"},
                                                {"--ack-timeout", "5s"},

@@ -119,6 +119,12 @@ TEST_F(State, ThatIsNoneHurtsNobody)
           R"({"switch-state:state":)" + deep, R"({"a":)" + std::string(1000, '{'),
           std::string(R"({"switch-state:state":{"oam":{"sflow":{"agent-address":"nowhere"}}}})"),
           std::string(R"({"switch-state:state":{"oam":{"sflow":{"unknown":1}}}})"),
+          std::string(R"({"switch-state:state":{"oam":{"sflow":{"manager":{"journal":"\u0001"}}}}})"),
+          std::string(R"({"switch-state:state":{"oam":{"sflow":{"manager":{"journal":"\ufffe"}}}}})"),
+          std::string("{\"switch-state:state\":{\"oam\":{\"sflow\":{\"manager\":{\"journal\":"
+                      "\"\xef\xbf\xbf\"}}}}}"),
+          std::string("{\"switch-state:state\":{\"oam\":{\"sflow\":{\"manager\":{\"journal\":"
+                      "\"\x1b\"}}}}}"),
           std::string(R"({"unknown:state":{}})"), std::string("\xff\xfe"), std::string("{\0}", 3)}) {
         EXPECT_THAT(Served(*provider, json), AllOf(Not(HasSubstr("oam")), HasSubstr("manager"))) << json;
     }

@@ -19,6 +19,10 @@ namespace support {
 /// What the World's processes are started with beyond what every one of them needs.
 struct WorldOptions {
     std::vector<std::string> cdbdArguments;
+    std::vector<std::string> managerArguments;
+    std::vector<std::string>
+        through;  // a program that becomes the process, and its arguments: "setpriv", ...
+    std::map<std::string, std::string> environment;
     int logLevel = 10;
     std::filesystem::path stateDir;  // empty: within the World's own directory
 };
