@@ -48,9 +48,11 @@ std::map<std::string, std::string> World::Environment(const std::string& logName
 }
 
 std::unique_ptr<Process> World::Spawn(const std::string& program, const std::vector<std::string>& arguments,
-                                      const std::string& logName) const
+                                      const std::string& logName,
+                                      const std::map<std::string, std::string>& environment) const
 {
-    Command command{.argv = {Program(program)}, .environment = Environment(logName)};
+    Command command{.argv = {Program(program)}, .environment = environment};
+    command.environment.merge(Environment(logName));
     command.argv.insert(command.argv.end(), arguments.begin(), arguments.end());
     command.output = Dir() / (logName + ".out");
     command.errors = Dir() / (logName + ".err");
@@ -67,7 +69,7 @@ RunResult World::Initialize(const std::string& configuration)
 
 void World::StartCdbd()
 {
-    m_cdbd = Spawn("cdbd", m_options.cdbdArguments, "cdbd");
+    m_cdbd = Spawn("cdbd", m_options.cdbdArguments, "cdbd", m_options.cdbdEnvironment);
     Await("cdbd to listen; it says: " + ReadFile(Dir() / "cdbd.err"), [this] {
         if (!m_cdbd->Running()) throw std::runtime_error("cdbd ended: " + Log("cdbd"));
         return Accepts(NetconfSocket()) && Accepts(CdbSocket());
