@@ -1,5 +1,5 @@
-// cdbd killed at each of the calls by which a commit gets to the disk, while sflow-app is connected and so has
-// LMDB's lock file open: the commit is there whole or not at all, at once and for good.
+// cdbd killed at each of the calls by which a commit gets to the disk, while sflow-app is connected and so
+// has LMDB's lock file open: the commit is there whole or not at all, at once and for good.
 
 #include "system/harmed_store.h"
 
