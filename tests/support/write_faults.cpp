@@ -33,7 +33,8 @@ std::map<std::string, std::string> WriteFaults::Environment() const
 {
     return {{"LD_PRELOAD", SUPPORT_WRITE_FAULTS_LIBRARY},
             {kWriteFaultsVariable, m_dir.Path() / "block"},
-            // The address sanitizer wants to be the first library; that the calls here are not its own harms nothing.
+            // The address sanitizer wants to be the first library; that the calls here are not its own harms
+            // nothing.
             {"ASAN_OPTIONS", "verify_asan_link_order=0"}};
 }
 

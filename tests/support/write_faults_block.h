@@ -15,12 +15,13 @@ inline constexpr char kWriteFaultsVariable[] = "WRITE_FAULTS";
 
 /// What becomes of a call.
 enum class WriteOutcome : std::uint32_t {
-    kDone,           // as if the library were not there
-    kEndAfter,       // it is carried out, and the process ends
+    kDone,            // as if the library were not there
+    kEndAfter,        // it is carried out, and the process ends
     kEndInTheMiddle,  // half of its bytes are written, and the process ends
-    kFail,           // it is not carried out and fails
-    kFailAfterwards,  // it is carried out and fails all the same, as where the disk fails after the cache took it
-    kShort,          // half of its bytes are written, and it says so
+    kFail,            // it is not carried out and fails
+    kFailAfterwards,  // it is carried out and fails all the same, as where the disk fails after the cache
+                      // took it
+    kShort,           // half of its bytes are written, and it says so
 };
 
 struct WriteFaultsBlock {
