@@ -57,8 +57,8 @@ protected:
     }
 
     // What is running after a commit with a disk that is well again. Where the page that makes a commit count
-    // could not be written, LMDB takes and shows nothing more until the store is opened anew: then the database
-    // says so, or it ends in good order, for whoever watches over it to start it again.
+    // could not be written, LMDB takes and shows nothing more until the store is opened anew: then the
+    // database says so, or it ends in good order, for whoever watches over it to start it again.
     std::string AfterOneMore(const std::string& before)
     {
         const unsigned rate = 300000 + m_commits;

@@ -1,0 +1,44 @@
+// Edits drawn at random, with what the soak's own model says that becomes of them.
+
+#ifndef SOAK_EDITS_H
+#define SOAK_EDITS_H
+
+#include <optional>
+#include <random>
+#include <string>
+
+#include "soak/configuration.h"
+
+namespace soak {
+
+class Dice {
+public:
+    explicit Dice(unsigned long seed) : m_engine(seed) {}
+    /// 0 to below - 1.
+    unsigned Draw(unsigned below) { return static_cast<unsigned>(m_engine() % below); }
+    bool OneIn(unsigned count) { return Draw(count) == 0; }
+
+private:
+    std::mt19937_64 m_engine;  // its numbers are the same everywhere
+};
+
+struct Edit {
+    std::string what;                    // for the report
+    std::string config;                  // XML inside <config>
+    std::optional<Configuration> after;  // nullopt: it must be refused
+    /// Of these one may be in a commit: of two changes of `enabled` the daemon carries out the later one.
+    bool changesEnabled = false;
+};
+
+/// An edit of this candidate that makes sense, and may be one that has to be refused because of what is there.
+Edit DrawEdit(Dice& dice, const Configuration& candidate);
+
+/// One that has to be refused whatever is there.
+Edit DrawNonsense(Dice& dice);
+
+/// One that changes the agent's address to what it was not.
+Edit ChangeAgent(Dice& dice, const Configuration& candidate);
+
+}  // namespace soak
+
+#endif
