@@ -1,5 +1,5 @@
-// What processes may have open and in memory: measured at each look, against what the same life of the process
-// had at its first.
+// What processes may have open and in memory: measured at each look, against what the same life of the
+// process had at its first.
 
 #ifndef SOAK_BOUNDS_H
 #define SOAK_BOUNDS_H

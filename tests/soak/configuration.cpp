@@ -14,7 +14,7 @@ namespace {
 const std::map<std::string, std::string>& Defaults()
 {
     static const std::map<std::string, std::string> table{
-        {"enabled", "true"},        {"datagram-size", "1400"},   {"port", "6343"},
+        {"enabled", "true"},        {"datagram-size", "1400"},  {"port", "6343"},
         {"max-header-size", "128"}, {"polling-interval", "20"}, {"default-sampling-rate", "4096"}};
     return table;
 }

@@ -1,5 +1,5 @@
-// The soak's own idea of a configuration: what is in it, how the database answers it, and what the manager must
-// have for it. Shares no code with the database.
+// The soak's own idea of a configuration: what is in it, how the database answers it, and what the manager
+// must have for it. Shares no code with the database.
 
 #ifndef SOAK_CONFIGURATION_H
 #define SOAK_CONFIGURATION_H
@@ -14,8 +14,8 @@
 namespace soak {
 
 /// A configuration as what it says, one text a leaf or entry: "interface[eth1]/sampling-rate=5",
-/// "interface[eth1]/flow-sampling-collector[c1]". Leaves at their default are left out: whether they were given
-/// does not matter here.
+/// "interface[eth1]/flow-sampling-collector[c1]". Leaves at their default are left out: whether they were
+/// given does not matter here.
 using Statements = std::set<std::string>;
 
 struct Collector {

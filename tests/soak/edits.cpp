@@ -10,8 +10,8 @@ namespace {
 
 std::string Element(const std::string& name, const std::string& content, const std::string& operation = {})
 {
-    return "<" + name + (operation.empty() ? "" : " nc:operation=\"" + operation + "\"") + ">" + content + "</" +
-           name + ">";
+    return "<" + name + (operation.empty() ? "" : " nc:operation=\"" + operation + "\"") + ">" + content +
+           "</" + name + ">";
 }
 
 std::string Entry(const std::string& list, const std::string& name, const std::string& content,
@@ -35,10 +35,9 @@ public:
     Edit Draw()
     {
         static constexpr std::array<void (Drawing::*)(), 12> kKinds{
-            &Drawing::SetCollector,      &Drawing::SetCollector,    &Drawing::DeleteCollector,
-            &Drawing::SetEnabled,        &Drawing::SetInterface,    &Drawing::SetInterface,
-            &Drawing::DeleteInterface,   &Drawing::Attach,          &Drawing::Attach,
-            &Drawing::Detach,            &Drawing::ReplaceInterface, &Drawing::SetAgent};
+            &Drawing::SetCollector, &Drawing::SetCollector, &Drawing::DeleteCollector,  &Drawing::SetEnabled,
+            &Drawing::SetInterface, &Drawing::SetInterface, &Drawing::DeleteInterface,  &Drawing::Attach,
+            &Drawing::Attach,       &Drawing::Detach,       &Drawing::ReplaceInterface, &Drawing::SetAgent};
         (this->*kKinds.at(m_dice.Draw(kKinds.size())))();
         m_edit.config = Sflow(m_edit.config);
         return std::move(m_edit);
@@ -226,8 +225,9 @@ Edit DrawNonsense(Dice& dice)
         Sflow("<interface><name>eth0</name><sampling-rate>0</sampling-rate></interface>"),
         Sflow("<interface><name>no blanks</name></interface>"),
         Sflow("<interface><name>eth0</name><speed>5</speed></interface>"),
-        Sflow("<interface><name>eth0</name><flow-sampling-collector><name>none</name></flow-sampling-collector>"
-              "</interface>"),
+        Sflow(
+            "<interface><name>eth0</name><flow-sampling-collector><name>none</name></flow-sampling-collector>"
+            "</interface>"),
         Sflow("<interface nc:operation=\"destroy\"><name>eth0</name></interface>"),
         "<config xmlns=\"urn:example:nothing\"><oam/></config>"};
     const auto& config = kinds.at(dice.Draw(kinds.size()));

@@ -4,23 +4,14 @@
 #define SOAK_EDITS_H
 
 #include <optional>
-#include <random>
 #include <string>
 
 #include "soak/configuration.h"
+#include "support/dice.h"
 
 namespace soak {
 
-class Dice {
-public:
-    explicit Dice(unsigned long seed) : m_engine(seed) {}
-    /// 0 to below - 1.
-    unsigned Draw(unsigned below) { return static_cast<unsigned>(m_engine() % below); }
-    bool OneIn(unsigned count) { return Draw(count) == 0; }
-
-private:
-    std::mt19937_64 m_engine;  // its numbers are the same everywhere
-};
+using support::Dice;
 
 struct Edit {
     std::string what;                    // for the report
@@ -30,7 +21,8 @@ struct Edit {
     bool changesEnabled = false;
 };
 
-/// An edit of this candidate that makes sense, and may be one that has to be refused because of what is there.
+/// An edit of this candidate that makes sense, and may be one that has to be refused because of what is
+/// there.
 Edit DrawEdit(Dice& dice, const Configuration& candidate);
 
 /// One that has to be refused whatever is there.

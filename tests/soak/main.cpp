@@ -1,6 +1,6 @@
-// soak [--minutes N | --steps N] [--seed N] [--self-test]: the random walk until the time is over or something
-// is wrong. Prints seed, steps, kills and violations; ends with 1 at the first violation. `--self-test` changes
-// the switch behind the model's back and ends with 0 when that is found.
+// soak [--minutes N | --steps N] [--seed N] [--self-test]: the random walk until the time is over or
+// something is wrong. Prints seed, steps, kills and violations; ends with 1 at the first violation.
+// `--self-test` changes the switch behind the model's back and ends with 0 when that is found.
 
 #include <charconv>
 #include <chrono>
@@ -47,10 +47,11 @@ std::optional<Options> ParseOptions(int argc, char** argv)
 
 void Print(const Options& options, const soak::Tally& tally, std::size_t violations)
 {
-    std::cout << "seed " << options.seed << ", steps " << tally.steps << ", kills " << tally.kills << " (in commits "
-              << tally.killsInCommits << "), commits " << tally.commits << ", refusals " << tally.refusals
-              << ", stalls " << tally.stalls << ", write failures " << tally.writeFailures << ", looks "
-              << tally.looks << ", resyncs " << tally.resyncs << ", violations " << violations << std::endl;
+    std::cout << "seed " << options.seed << ", steps " << tally.steps << ", kills " << tally.kills
+              << " (in commits " << tally.killsInCommits << "), commits " << tally.commits << ", refusals "
+              << tally.refusals << ", stalls " << tally.stalls << ", write failures " << tally.writeFailures
+              << ", looks " << tally.looks << ", resyncs " << tally.resyncs << ", violations " << violations
+              << std::endl;
 }
 
 // What was wrong; nullopt: nothing until the end.

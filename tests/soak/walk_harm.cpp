@@ -73,7 +73,8 @@ void Walk::KillDatabaseInCommit()
         answer = HarmedCommit(client, {.outcome = outcome, .call = call, .error = 0, .lasting = false});
         if (answer == Answer::kNone) {
             ++m_tally.kills;
-            if (m_world.Cdbd().Wait() != 128 + SIGKILL) throw Violation("cdbd has ended by itself in a commit");
+            if (m_world.Cdbd().Wait() != 128 + SIGKILL)
+                throw Violation("cdbd has ended by itself in a commit");
         }
     } else {
         const std::chrono::microseconds time(m_dice.Draw(kCommitUs));
@@ -147,7 +148,8 @@ void Walk::FailWritesInCommit()
     const auto client = Editor();
     PrepareCommit(client);
     static constexpr std::array kErrors{ENOSPC, EIO, EROFS};
-    static constexpr std::array kOutcomes{WriteOutcome::kFail, WriteOutcome::kShort, WriteOutcome::kFailAfterwards};
+    static constexpr std::array kOutcomes{WriteOutcome::kFail, WriteOutcome::kShort,
+                                          WriteOutcome::kFailAfterwards};
     const support::WriteFault fault{.outcome = kOutcomes.at(m_dice.Draw(kOutcomes.size())),
                                     .call = m_dice.Draw(kCalls) + 1,
                                     .error = kErrors.at(m_dice.Draw(kErrors.size())),
@@ -172,8 +174,8 @@ void Walk::Stall()
     const unsigned victim = m_dice.Draw(3);
     const std::chrono::milliseconds time(m_dice.Draw(150));
     auto& process = victim == 0 ? m_world.Cdbd() : victim == 1 ? m_world.Manager() : m_world.Daemon();
-    Note("a process (" + std::to_string(victim) + ") stands still in a commit for " + std::to_string(time.count()) +
-         " ms");
+    Note("a process (" + std::to_string(victim) + ") stands still in a commit for " +
+         std::to_string(time.count()) + " ms");
     process.Freeze();
     Client(client).Send(netconf::Commit());
     std::this_thread::sleep_for(time);

@@ -67,8 +67,9 @@ void Walk::Look()
 {
     LookAt("running", m_running);
     LookAt("candidate", m_candidate);
-    for (const auto& [name, process] :
-         {std::pair{"cdbd", &m_world.Cdbd()}, {"sflow-mgr", &m_world.Manager()}, {"sflow-app", &m_world.Daemon()}}) {
+    for (const auto& [name, process] : {std::pair{"cdbd", &m_world.Cdbd()},
+                                        {"sflow-mgr", &m_world.Manager()},
+                                        {"sflow-app", &m_world.Daemon()}}) {
         if (!process->Running()) throw Violation(std::string(name) + " has ended by itself");
         if (const auto tooMuch = m_bounds.Measure(name, process->Pid())) throw Violation(*tooMuch);
     }
@@ -91,9 +92,10 @@ void Walk::Decide()
     if (found == StatementsOf(m_candidate)) {
         m_running = m_candidate;
     } else if (found != StatementsOf(m_running)) {
-        throw Violation("a commit that was not answered is neither there nor not there; compared with before:" +
-                        Difference(StatementsOf(m_running), found) + "\ncompared with after:" +
-                        Difference(StatementsOf(m_candidate), found));
+        throw Violation(
+            "a commit that was not answered is neither there nor not there; compared with before:" +
+            Difference(StatementsOf(m_running), found) +
+            "\ncompared with after:" + Difference(StatementsOf(m_candidate), found));
     }
     m_candidate = m_running;
 }

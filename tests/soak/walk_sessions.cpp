@@ -35,7 +35,8 @@ void Walk::LockOrUnlock()
     const auto held = m_locks.find(datastore);
     if (m_dice.OneIn(3)) {
         const bool own = held != m_locks.end() && held->second == client;
-        Expect(own, Call(client, netconf::Unlock(datastore), "unlock " + datastore), "unlocking " + datastore);
+        Expect(own, Call(client, netconf::Unlock(datastore), "unlock " + datastore),
+               "unlocking " + datastore);
         if (!own) return;
         m_locks.erase(held);
         if (datastore == "candidate") Reset();  // what was not committed goes with the lock
@@ -64,7 +65,8 @@ void Walk::EndSession()
         break;
     default: {
         const auto id = Client(client).SessionId();
-        Expect(true, Call(other, netconf::KillSession(id), "kill-session of client " + std::to_string(client)),
+        Expect(true,
+               Call(other, netconf::KillSession(id), "kill-session of client " + std::to_string(client)),
                "killing a session");
     }
     }
