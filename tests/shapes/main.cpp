@@ -66,14 +66,16 @@ public:
         ++m_messages;
         const std::string wrong = Wrong(outcome, isData);
         if (always || !wrong.empty()) {
-            static const std::map<Outcome::Kind, std::string> kinds{{Outcome::Kind::kAnswer, ""},
-                                                                    {Outcome::Kind::kClosed, "closed"},
-                                                                    {Outcome::Kind::kSilence, "silence"},
-                                                                    {Outcome::Kind::kEnded, "a process ended"}};
+            static const std::map<Outcome::Kind, std::string> kinds{
+                {Outcome::Kind::kAnswer, ""},
+                {Outcome::Kind::kClosed, "closed"},
+                {Outcome::Kind::kSilence, "silence"},
+                {Outcome::Kind::kEnded, "a process ended"}};
             const auto answer = outcome.answer.empty() ? kinds.at(outcome.kind) : outcome.answer;
-            std::cout << std::left << std::setw(54) << what << std::right << std::fixed << std::setprecision(1)
-                      << std::setw(9) << outcome.cpuMs << std::setw(9) << outcome.longestMs << "  " << std::left
-                      << std::setw(18) << answer << wrong << std::endl;
+            std::cout << std::left << std::setw(54) << what << std::right << std::fixed
+                      << std::setprecision(1) << std::setw(9) << outcome.cpuMs << std::setw(9)
+                      << outcome.longestMs << "  " << std::left << std::setw(18) << answer << wrong
+                      << std::endl;
         }
         if (outcome.longestMs > m_longest) m_longest = outcome.longestMs;
         if (outcome.cpuMs > m_most && !isData) m_most = outcome.cpuMs;
@@ -114,13 +116,14 @@ void SendEach(const Options& options, Report& report)
         {Place::kRpc, "rpc"},           {Place::kOperation, "operation"}, {Place::kData, "config or filter"},
         {Place::kContainer, "sflow"},   {Place::kEntry, "interface"},     {Place::kKey, "interface/name"},
         {Place::kLeaf, "sampling-rate"}};
-    std::cout << std::left << std::setw(54) << "shape" << std::right << std::setw(9) << "CPU ms" << std::setw(9)
-              << "others ms" << "  answer\n";
+    std::cout << std::left << std::setw(54) << "shape" << std::right << std::setw(9) << "CPU ms"
+              << std::setw(9) << "others ms"
+              << "  answer\n";
     for (const bool edit : {true, false})
         for (const auto& shape : shapes::Shapes())
             for (const auto& [place, name] : kPlaces) {
-                const auto message = shapes::Bent(edit ? shapes::EditMessage() : shapes::FilterMessage(), shape,
-                                                  place, options.size);
+                const auto message = shapes::Bent(edit ? shapes::EditMessage() : shapes::FilterMessage(),
+                                                  shape, place, options.size);
                 if (message.empty()) continue;
                 report.Send((edit ? "edit: " : "filter: ") + std::string(shape.name) + ", " + name, message,
                             shape.isData, true);
@@ -133,7 +136,8 @@ void SendDrawn(const Options& options, Report& report)
         support::Dice dice(options.seed * 1000003 + i);  // each message alone can be had again
         std::string what;
         const auto message = shapes::DrawBent(dice, options.size, what);
-        const bool isData = what.find("entries") != std::string::npos || what.find("references to") != std::string::npos;
+        const bool isData =
+            what.find("entries") != std::string::npos || what.find("references to") != std::string::npos;
         report.Send("message " + std::to_string(i) + ": " + what, message, isData, false);
     }
 }

@@ -22,7 +22,8 @@ Element Collector(unsigned number)
 Element Interface(unsigned number)
 {
     return {.name = "interface",
-            .children = {Leaf("name", "eth" + std::to_string(number)), Leaf("sampling-rate", "512"),
+            .children = {Leaf("name", "eth" + std::to_string(number)),
+                         Leaf("sampling-rate", "512"),
                          {.name = "flow-sampling-collector", .children = {Leaf("name", "c0")}}}};
 }
 
@@ -111,7 +112,8 @@ Element FilterMessage() { return Filtered("get-config", Data({Collector(0), Inte
 
 Element DrawMessage(Dice& dice)
 {
-    static constexpr std::array kPlain{"validate", "discard-changes", "commit", "close-session", "lock", "unlock"};
+    static constexpr std::array kPlain{"validate", "discard-changes", "commit", "close-session",
+                                       "lock",     "unlock"};
     switch (dice.Draw(5)) {
     case 0: {
         std::vector<Element> entries{Collector(0)};

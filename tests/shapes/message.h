@@ -34,7 +34,8 @@ Element FilterMessage();
 /// Any valid message.
 Element DrawMessage(Dice& dice);
 
-/// The element of that kind in one of the first two messages, by its parent; the parent is null for the <rpc>.
+/// The element of that kind in one of the first two messages, by its parent; the parent is null for the
+/// <rpc>.
 struct Found {
     Element* parent = nullptr;
     std::size_t index = 0;

@@ -6,7 +6,10 @@ namespace shapes {
 
 namespace {
 
-Element& At(Element& rpc, const Found& at) { return at.parent == nullptr ? rpc : at.parent->children.at(at.index); }
+Element& At(Element& rpc, const Found& at)
+{
+    return at.parent == nullptr ? rpc : at.parent->children.at(at.index);
+}
 
 std::string Times(const std::string& piece, std::size_t bytes)
 {
@@ -79,7 +82,10 @@ void LongNamespace(Element& rpc, const Found& at, std::size_t bytes)
     AddToTag(At(rpc, at), " xmlns:long=\"" + std::string(bytes, 'x') + "\"");
 }
 
-void LongName(Element& rpc, const Found& at, std::size_t bytes) { At(rpc, at).text += "<" + std::string(bytes, 'x') + "/>"; }
+void LongName(Element& rpc, const Found& at, std::size_t bytes)
+{
+    At(rpc, at).text += "<" + std::string(bytes, 'x') + "/>";
+}
 
 void TwiceAnAttribute(Element& rpc, const Found& at, std::size_t bytes)
 {
@@ -90,7 +96,8 @@ void OperationByTwoNames(Element& rpc, const Found& at, std::size_t)
 {
     AddToTag(At(rpc, at),
              " xmlns:o1=\"urn:ietf:params:xml:ns:netconf:base:1.0\""
-             " xmlns:o2=\"urn:ietf:params:xml:ns:netconf:base:1.0\" o1:operation=\"merge\" o2:operation=\"delete\"");
+             " xmlns:o2=\"urn:ietf:params:xml:ns:netconf:base:1.0\" o1:operation=\"merge\" "
+             "o2:operation=\"delete\"");
 }
 
 // In the middle of its own value or of its first child's.
@@ -140,7 +147,8 @@ constexpr char kDeclarations[] = " xmlns:p#=\"u\"";
 constexpr char kNew[] = "<interface><name>new#</name></interface>";
 constexpr char kAbsent[] = "<interface nc:operation=\"delete\"><name>absent#</name></interface>";
 constexpr char kDangling[] =
-    "<interface><name>eth0</name><flow-sampling-collector><name>none#</name></flow-sampling-collector></interface>";
+    "<interface><name>eth0</name><flow-sampling-collector><name>none#</name></flow-sampling-collector></"
+    "interface>";
 
 constexpr auto kShapes = std::to_array<Shape>({
     {"unknown elements of one name", AddPieces<kUnknown>},

@@ -111,7 +111,8 @@ Outcome Target::Send(const std::string& message)
             outcome.answer = Brief(client.ReceiveMessage());
             outcome.kind = Outcome::Kind::kAnswer;
         } catch (const netconf::ConnectionError&) {
-            outcome.kind = Clock::now() - begin < m_patience ? Outcome::Kind::kClosed : Outcome::Kind::kSilence;
+            outcome.kind =
+                Clock::now() - begin < m_patience ? Outcome::Kind::kClosed : Outcome::Kind::kSilence;
         }
     } catch (const netconf::ConnectionError&) {
         outcome.kind = Outcome::Kind::kSilence;
@@ -119,7 +120,8 @@ Outcome Target::Send(const std::string& message)
     outcome.cpuMs = CpuMs(process) - before;
     if (outcome.kind != Outcome::Kind::kSilence) outcome.longestMs = onlooker.End();
     if (outcome.kind != Outcome::Kind::kSilence && !TakesBack()) outcome.kind = Outcome::Kind::kEnded;
-    if (!m_world->Cdbd().Running() || !m_world->Daemon().Running() || !m_world->Manager().Running()) outcome.kind = Outcome::Kind::kEnded;
+    if (!m_world->Cdbd().Running() || !m_world->Daemon().Running() || !m_world->Manager().Running())
+        outcome.kind = Outcome::Kind::kEnded;
     return outcome;
 }
 

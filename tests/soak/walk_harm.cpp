@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <fstream>
+#include <string>
 #include <thread>
 
 #include "soak/walk.h"
@@ -19,6 +21,20 @@ void Spin(std::chrono::microseconds time)
 {
     const auto end = std::chrono::steady_clock::now() + time;
     while (std::chrono::steady_clock::now() < end) std::this_thread::yield();
+}
+
+// Whether the process has got so far that it ends by SIGTERM in good order: it catches the signal, or keeps
+// it for a reader.
+bool MindsTheEnd(pid_t process)
+{
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    unsigned long minded = 0;
+    for (std::string word; status >> word;)
+        if (word == "SigCgt:" || word == "SigBlk:") {
+            status >> word;
+            minded |= std::stoul(word, nullptr, 16);
+        }
+    return (minded >> (SIGTERM - 1) & 1) != 0;
 }
 
 }  // namespace
@@ -191,7 +207,9 @@ void Walk::Restart()
     const std::string name = which == 0 ? "cdbd" : which == 1 ? "sflow-mgr" : "sflow-app";
     Note(name + " is restarted");
     auto& process = which == 0 ? m_world.Cdbd() : which == 1 ? m_world.Manager() : m_world.Daemon();
-    if (process.Terminate() != 0) throw Violation(name + " does not end in good order");
+    support::Await(name + " to have begun", [&] { return MindsTheEnd(process.Pid()); });
+    if (const auto status = process.Terminate(); status != 0)
+        throw Violation(name + " does not end in good order, but with " + std::to_string(status));
     if (which == 0) return AfterDatabaseEnded(false);
     StartAgain(name);
     if (m_dice.OneIn(2)) Settle();

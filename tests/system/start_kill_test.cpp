@@ -30,7 +30,8 @@ protected:
     bool Ended(const std::vector<std::string>& arguments)
     {
         const auto process = m_world->Spawn("cdbd", arguments, "cdbd", m_faults.Environment());
-        Await("cdbd to end or to listen", [&] { return !process->Running() || Accepts(m_world->NetconfSocket()); });
+        Await("cdbd to end or to listen",
+              [&] { return !process->Running() || Accepts(m_world->NetconfSocket()); });
         m_faults.Disarm();
         if (process->Running()) {
             EXPECT_EQ(0, process->Terminate());
@@ -98,7 +99,8 @@ TEST_P(KillAtTheStart, WhileAFileIsLoadedLeavesAllOfItOrNothing)
 INSTANTIATE_TEST_SUITE_P(Each, KillAtTheStart,
                          testing::Values(WriteOutcome::kEndAfter, WriteOutcome::kEndInTheMiddle),
                          [](const auto& outcome) {
-                             return outcome.param == WriteOutcome::kEndAfter ? "AfterACall" : "InTheMiddleOfACall";
+                             return outcome.param == WriteOutcome::kEndAfter ? "AfterACall"
+                                                                             : "InTheMiddleOfACall";
                          });
 
 }  // namespace
