@@ -34,7 +34,8 @@ double CpuMs(pid_t process)
 class Onlooker {
 public:
     Onlooker(const std::string& socket, std::chrono::milliseconds patience)
-        : m_client(netconf::Client::Connect(socket, {.callTimeout = patience})), m_thread([this] { Ask(); })
+        : m_client(netconf::Client::Connect(socket, {.connectTimeout = patience, .callTimeout = patience})),
+          m_thread([this] { Ask(); })
     {
     }
     ~Onlooker() { (void)End(); }
@@ -102,7 +103,8 @@ Outcome Target::Send(const std::string& message)
     const pid_t process = m_world->Cdbd().Pid();
     double before = 0;
     try {
-        auto client = netconf::Client::Connect(m_world->NetconfSocket(), {.callTimeout = m_patience});
+        auto client = netconf::Client::Connect(m_world->NetconfSocket(),
+                                               {.connectTimeout = m_patience, .callTimeout = m_patience});
         const auto framed = Framed(client, message);
         before = CpuMs(process);
         const auto begin = Clock::now();
@@ -129,7 +131,8 @@ Outcome Target::Send(const std::string& message)
 bool Target::TakesBack()
 {
     try {
-        auto client = netconf::Client::Connect(m_world->NetconfSocket(), {.callTimeout = m_patience});
+        auto client = netconf::Client::Connect(m_world->NetconfSocket(),
+                                               {.connectTimeout = m_patience, .callTimeout = m_patience});
         support::Await("the candidate to be taken back",
                        [&] { return client.Call(netconf::DiscardChanges()).ok; });
         // A message may have committed something.
