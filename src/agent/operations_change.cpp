@@ -230,6 +230,15 @@ void Operations::WriteCommit(const CommitJobPtr& job)
 {
     m_services.changes.Do(
         [this, job] {
+            const AccessGrant& grant = *job->request->Who().access;
+            if (!grant.WritesAll()) {
+                auto denied = grant.CheckChanges(m_services.schema, m_services.datastore.Changes());
+                if (denied) {
+                    ++m_services.access.Denied().dataWrites;
+                    job->errors = {std::move(*denied)};
+                    return;
+                }
+            }
             auto result = m_services.datastore.Commit(job->info);
             if (auto* errors = std::get_if<std::vector<cdb::Error>>(&result))
                 job->errors = std::move(*errors);

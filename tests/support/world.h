@@ -25,6 +25,7 @@ struct WorldOptions {
     std::map<std::string, std::string> environment;
     int logLevel = 10;
     std::filesystem::path stateDir;  // empty: within the World's own directory
+    std::map<std::string, std::string> cdbdEnvironment{};
 };
 
 class World {
@@ -83,9 +84,10 @@ public:
     /// Waits for the text in a process's log.
     void AwaitLog(const std::string& process, const std::string& text) const;
 
-    /// A further process with the World's environment, its log under its name.
+    /// A further process with the World's environment and these additions, its log under its name.
     std::unique_ptr<Process> Spawn(const std::string& program, const std::vector<std::string>& arguments,
-                                   const std::string& logName) const;
+                                   const std::string& logName,
+                                   const std::map<std::string, std::string>& environment = {}) const;
 
 private:
     WorldOptions m_options;
