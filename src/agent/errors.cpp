@@ -172,7 +172,11 @@ netconf::RpcError RequestError(const ly_ctx* context, std::string_view name)
         path.erase(path.find_last_of('/'));
     const std::string inner = PathInConfig(path);
     cdb::Error error;
-    error.tag = row == kRequestRows.end() ? ErrorTag::kBadElement : row->tag;
+    // A module's own message says what is wrong with a value.
+    const bool isValue = last != nullptr && last->vecode == LYVE_DATA;
+    error.tag = row != kRequestRows.end() ? row->tag
+                : isValue                 ? ErrorTag::kInvalidValue
+                                          : ErrorTag::kBadElement;
     error.message = "the operation " + std::string(name) + " can't be read: " + said;
     error.path = inner.empty() ? path : inner;
     std::string element = path.empty() ? std::string(name) : LastName(path);

@@ -254,9 +254,9 @@ TEST(DataWriter, DoesNotLookUpManyEntriesBelowEachOfAList)
     EXPECT_GT(source.passes, 1);
 }
 
-class AccessTest : public testing::Test {
+class ReadAccessTest : public testing::Test {
 protected:
-    AccessTest()
+    ReadAccessTest()
     {
         lyd_node* raw = nullptr;
         const char* json = R"({"switch-config:config": {"switch-oam-sflow:oam": {"sflow": {
@@ -293,7 +293,7 @@ const std::string kEth1 =
     "<interface><name>eth1</name><flow-sampling-collector><name>c1</name></flow-sampling-collector>"
     "<flow-sampling-collector><name>c2</name></flow-sampling-collector></interface>";
 
-TEST_F(AccessTest, LeavesOutWhatMayNotBeRead)
+TEST_F(ReadAccessTest, LeavesOutWhatMayNotBeRead)
 {
     EXPECT_EQ(Without("nothing"), kAgent + kC1 + kC2 + kEth1);
     EXPECT_EQ(Without("ipv4"), kC1 + kC2 + kEth1);
@@ -309,7 +309,7 @@ TEST_F(AccessTest, LeavesOutWhatMayNotBeRead)
     EXPECT_EQ(Without("config"), "");
 }
 
-TEST_F(AccessTest, LeavesOutOfAFilteredReadToo)
+TEST_F(ReadAccessTest, LeavesOutOfAFilteredReadToo)
 {
     const auto port = InSflow({Node("collector", {Node("port", {}, "1")})});
     EXPECT_EQ(Without("nothing", port), kC1);
