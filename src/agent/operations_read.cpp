@@ -161,7 +161,15 @@ void Operations::GetConfig(const RequestPtr& request)
     const auto read = ReadingOf(m_dataSchema, *request);
     if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
     const auto reading = std::get<ReadingPtr>(read);
-    if (DatastoreName(request->Operation(), "source") == "candidate")
+    const bool ofCandidate = DatastoreName(request->Operation(), "source") == "candidate";
+    if (ChildNamed(request->Operation(), "touched-only") != nullptr)
+        return AnswerBeside(m_services.changes, request, [this, reading, ofCandidate](std::string& out) {
+            const auto rows = m_services.datastore.Touched(ofCandidate ? cdb::Datastore::Which::kCandidate
+                                                                       : cdb::Datastore::Which::kRunning);
+            RowSource source(m_dataSchema, *rows);
+            WriteData(m_dataSchema, source, reading->options, out);
+        });
+    if (ofCandidate)
         return AnswerBeside(m_services.changes, request, [this, reading](std::string& out) {
             const auto rows = m_services.datastore.Candidate();
             RowSource source(m_dataSchema, *rows);

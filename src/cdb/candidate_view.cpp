@@ -88,6 +88,18 @@ void CandidateView::ForEachIn(const lyd_node* unit, NodeId list, std::span<const
         if (!visit(Views(keys), RowOf(m_schema, node))) return;
 }
 
+void TouchedView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
+{
+    if (m_candidate.ListOf(list) != list) return m_rows->ForEach(list, parentKeys, visit);
+    const auto& units = m_candidate.Touched();
+    for (auto it = units.lower_bound({list, {}}); it != units.end() && it->first.node == list; ++it) {
+        const Row* row = m_rows->Get(list, it->first.keys);
+        if (row == nullptr) continue;
+        const Row kept = *row;  // the visit may get others
+        if (!visit(Views(it->first.keys), kept)) return;
+    }
+}
+
 const Row* PatchedView::Get(NodeId node, std::span<const std::string> keys)
 {
     const auto it = m_changes.find({node, {keys.begin(), keys.end()}});

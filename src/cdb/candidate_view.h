@@ -32,6 +32,25 @@ private:
     Row m_row;
 };
 
+/// Of other rows those of the trunk and of the units that were touched.
+class TouchedView final : public RowView {
+public:
+    TouchedView(const Candidate& candidate, std::unique_ptr<RowView> rows)
+        : m_candidate(candidate), m_rows(std::move(rows))
+    {
+    }
+
+    const Row* Get(NodeId node, std::span<const std::string> keys) override
+    {
+        return m_rows->Get(node, keys);
+    }
+    void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
+
+private:
+    const Candidate& m_candidate;
+    const std::unique_ptr<RowView> m_rows;
+};
+
 /// Rows with changes put over them. Both outlive it.
 class PatchedView final : public RowView {
 public:

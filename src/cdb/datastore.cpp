@@ -159,6 +159,12 @@ std::unique_ptr<RowView> Datastore::Candidate() const
     return std::make_unique<CandidateView>(m_impl->schema, m_impl->candidate);
 }
 
+std::unique_ptr<RowView> Datastore::Touched(Which which) const
+{
+    return std::make_unique<TouchedView>(m_impl->candidate,
+                                         which == Which::kRunning ? Running() : Candidate());
+}
+
 std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOperation operation) const
 {
     const cdb::Candidate::Reading reading(m_impl->candidate);

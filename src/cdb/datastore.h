@@ -66,6 +66,11 @@ public:
     [[nodiscard]] std::unique_ptr<RowView> Running() const;
     [[nodiscard]] std::unique_ptr<RowView> Candidate() const;
 
+    /// Of the outermost lists only the entries that the candidate may differ in from running. Until the next
+    /// change of the candidate.
+    enum class Which : std::uint8_t { kRunning, kCandidate };
+    [[nodiscard]] std::unique_ptr<RowView> Touched(Which which) const;
+
     /// Which entries of lists with a callpoint the edit would create, in the edit's order. `edit` is
     /// the parsed content of <config> (first sibling), with the nc:operation attributes as metadata
     /// (or, on opaque nodes, as attributes); untouched.

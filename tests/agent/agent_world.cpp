@@ -193,8 +193,9 @@ namespace {
 /// Most worlds have no process that would hear of a commit, and the committer is told so.
 bool IsNoMoreThanUnheard(const netconf::Reply& reply)
 {
-    return reply.errors.empty() || (reply.errors.size() == 1 && reply.errors[0].IsWarning() &&
-                                    reply.errors[0].message.find("stands, but no process") != std::string::npos);
+    return reply.errors.empty() ||
+           (reply.errors.size() == 1 && reply.errors[0].IsWarning() &&
+            reply.errors[0].message.find("stands, but no process") != std::string::npos);
 }
 
 }  // namespace
