@@ -42,7 +42,7 @@ public:
           m_clients(schema, store, m_options.now),
           m_callpoints(loop, schema.Table(), m_clients, m_options.callpointTimeout),
           m_delivery(loop, schema.Table(), m_clients, m_options.ackTimeout),
-          m_state(loop, schema, store, datastore, m_clients, m_options.stateTimeout),
+          m_state(loop, schema, store, m_clients, m_options.stateTimeout),
           m_operations({loop, schema, datastore, m_clients, m_callpoints, m_delivery, m_state, m_options.now,
                         [this](std::uint32_t session, const std::string& reason) {
                             return m_sessions.End(session, reason);

@@ -8,6 +8,7 @@
 #include "agent/data_writer.h"
 #include "agent/errors.h"
 #include "agent/operations.h"
+#include "agent/state_as_tree.h"
 #include "netconf/xml.h"
 
 namespace agent {
@@ -48,13 +49,16 @@ void Operations::Get(const RequestPtr& request)
 {
     const auto defaults = DefaultsOf(*request);
     if (const auto* error = std::get_if<netconf::RpcError>(&defaults)) return request->Refuse(*error);
-    m_services.state.Collect(request->Filter(),
-                             [this, request, mode = std::get<Defaults>(defaults)](const Tree& state) {
-                                 request->Data([&](std::string& out) {
-                                     WriteData(m_services.datastore.Running(), request->Filter(), mode, out);
-                                     WriteData(state.get(), request->Filter(), mode, out);
-                                 });
-                             });
+    m_services.state.Collect(
+        request->Filter(), [this, request, mode = std::get<Defaults>(defaults)](const CollectedState& state) {
+            const Tree tree = StateAsTree(m_services.schema.Context(), *state.data);
+            request->Data(
+                [&](std::string& out) {
+                    WriteData(m_services.datastore.Running(), request->Filter(), mode, out);
+                    WriteData(tree.get(), request->Filter(), mode, out);
+                },
+                {}, state.warnings);
+        });
 }
 
 void Operations::GetConfig(const RequestPtr& request)

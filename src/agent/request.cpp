@@ -44,9 +44,12 @@ void Request::Refuse(const std::vector<netconf::RpcError>& errors)
     Send(std::move(reply.append(kTail)));
 }
 
-void Request::Data(const std::function<void(std::string& out)>& write, std::string_view ns)
+void Request::Data(const std::function<void(std::string& out)>& write, std::string_view ns,
+                   const std::vector<netconf::RpcError>& warnings)
 {
-    std::string reply = Head().append("<data");
+    std::string reply = Head();
+    for (const netconf::RpcError& warning : warnings) AppendXml(warning, reply);
+    reply.append("<data");
     if (!ns.empty()) reply.append(" xmlns=\"").append(ns).append("\"");
     reply.append(">");
     const std::size_t before = reply.size();

@@ -35,8 +35,10 @@ public:
     void Ok(const std::vector<netconf::RpcError>& warnings = {});
     void Refuse(const netconf::RpcError& error);
     void Refuse(const std::vector<netconf::RpcError>& errors);
-    /// `write` appends what stands in <data>, an element of the base namespace where none is named.
-    void Data(const std::function<void(std::string& out)>& write, std::string_view ns = {});
+    /// `write` appends what stands in <data>, an element of the base namespace where none is named. Warnings
+    /// stand before it.
+    void Data(const std::function<void(std::string& out)>& write, std::string_view ns = {},
+              const std::vector<netconf::RpcError>& warnings = {});
     /// Done, and the session ends.
     void OkAndFinish();
 

@@ -1,0 +1,45 @@
+// A reference to something that can be called, for callbacks that are called before the function they
+// are given to returns. Unlike std::function it never allocates and owns nothing.
+
+#ifndef AGENT_FUNCTION_REF_H
+#define AGENT_FUNCTION_REF_H
+
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+namespace agent {
+
+template <typename Signature>
+class FunctionRef;
+
+template <typename Result, typename... Arguments>
+class FunctionRef<Result(Arguments...)> {
+public:
+    /// What is referred to must live as long as this is called.
+    template <typename Function>
+    requires(!std::is_same_v<std::remove_cvref_t<Function>, FunctionRef> &&
+             std::is_invocable_r_v<Result, Function&, Arguments...>)
+        FunctionRef(
+            Function&& function)  // NOLINT(google-explicit-constructor): lambdas are passed as they are
+        : m_object(const_cast<void*>(static_cast<const void*>(std::addressof(function)))),
+          m_call([](void* object, Arguments... arguments) -> Result {
+              return (*static_cast<std::add_pointer_t<std::remove_reference_t<Function>>>(object))(
+                  std::forward<Arguments>(arguments)...);
+          })
+    {
+    }
+
+    Result operator()(Arguments... arguments) const
+    {
+        return m_call(m_object, std::forward<Arguments>(arguments)...);
+    }
+
+private:
+    void* m_object;
+    Result (*m_call)(void*, Arguments...);
+};
+
+}  // namespace agent
+
+#endif
