@@ -19,6 +19,8 @@ void MeasureInitialLoad(const Settings& settings, Table& table);
 void MeasureRead(const Settings& settings, Table& table);
 /// 5: memory and the store's file, over many commits.
 void MeasureMemory(const Settings& settings, Table& table);
+/// 6: state of one interface and of all, and what others wait meanwhile.
+void MeasureState(const Settings& settings, Table& table);
 
 }  // namespace figures
 

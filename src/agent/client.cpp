@@ -150,7 +150,7 @@ void Client::OnRegistration(const ClientMessage& message)
     if (message.body_case() == ClientMessage::kSubscribe) return OnSubscribe(message.subscribe());
     if (message.body_case() == ClientMessage::kRegisterCallpoint)
         return OnCallpoint(message.register_callpoint().name());
-    OnProvider({message.register_state_provider().path(), message.register_state_provider().config_path()});
+    OnProvider({message.register_state_provider().path()});
 }
 
 bool Client::RefuseRole(ipc::Role role)

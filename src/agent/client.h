@@ -39,7 +39,6 @@ struct Subscription {
 /// State that a client answers for.
 struct StateProvision {
     std::string path;
-    std::string configPath;  // of the configuration that it wants with each question; empty: none
 };
 
 /// Why a client is turned away, and whose process is in its place (0: nobody's).
@@ -103,6 +102,8 @@ public:
     [[nodiscard]] bool Ask(AnswerKey key, const google::protobuf::MessageLite& message,
                            AnswerHandler handler);
     void Forget(AnswerKey key) { m_questions.erase(key); }
+    /// Another answer to a question that was asked comes: the handler is called as after Ask.
+    void Expect(AnswerKey key, AnswerHandler handler) { m_questions[key] = std::move(handler); }
 
     [[nodiscard]] std::size_t QueuedBytes() const;
 

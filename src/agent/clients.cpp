@@ -12,26 +12,25 @@ namespace {
 /// Far more processes than a switch has.
 constexpr std::size_t kMaxClients = 128;
 
+/// cdbd's own.
+constexpr const char* kSystemState = "/state/system";
+
 bool Holds(const std::vector<std::string>& names, const std::string& name)
 {
     return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+/// Whether one of the paths is the other or leads to it.
+bool Overlap(const std::string& a, const std::string& b)
+{
+    return (a + "/").starts_with(b + "/") || (b + "/").starts_with(a + "/");
 }
 
 bool Provides(const Client& client, const std::string& path)
 {
     const auto& provided = client.Providers();
     return std::any_of(provided.begin(), provided.end(),
-                       [&path](const StateProvision& each) { return each.path == path; });
-}
-
-/// Whether there is exactly one container at the path, none of its parents being a list.
-bool IsConfigContainer(const cdb::SchemaTable& table, const std::string& path)
-{
-    cdb::NodeId node = table.Find(path);
-    if (node == cdb::kNoNode) return false;
-    for (; node != cdb::kNoNode; node = table[node].parent)
-        if (table[node].kind != cdb::NodeKind::kContainer) return false;
-    return true;
+                       [&path](const StateProvision& each) { return Overlap(each.path, path); });
 }
 
 bool IsCallpoint(const cdb::SchemaTable& table, const std::string& name)
@@ -139,8 +138,8 @@ std::optional<Refusal> Clients::CheckProvider(const Client& client, const StateP
 {
     if (FindProviderNode(m_schema.Context(), wanted.path) == nullptr)
         return Refusal{"there is no container of state at " + wanted.path, 0};
-    if (!wanted.configPath.empty() && !IsConfigContainer(m_schema.Table(), wanted.configPath))
-        return Refusal{"there is no container of the configuration at " + wanted.configPath, 0};
+    if (Overlap(wanted.path, kSystemState))
+        return Refusal{std::string("cdbd tells the state of ") + kSystemState + " itself", 0};
     for (const ClientPtr& other : m_clients)
         if (other.get() != &client && Provides(*other, wanted.path))
             return Refusal{"the state of " + wanted.path + " is provided by " + other->Process(),

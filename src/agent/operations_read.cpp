@@ -9,13 +9,13 @@
 #include <string_view>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "agent/data_source_rows.h"
 #include "agent/data_source_tree.h"
 #include "agent/data_writer.h"
 #include "agent/errors.h"
 #include "agent/operations.h"
-#include "cdb/row_view.h"
 #include "netconf/xml.h"
 
 namespace agent {
@@ -107,18 +107,25 @@ std::size_t EntriesNamed(const FilterPlan::Branch& branch)
     return std::min(count, kAllEntries);
 }
 
+bool IsShort(const Reading& reading)
+{
+    return reading.filter && EntriesNamed(reading.filter->Root()) <= kEntriesAtOnce;
+}
+
 /// What the store can't give is this request's misfortune, not the process's.
-void AnswerWith(const RequestPtr& request, const std::function<void(std::string& out)>& write)
+void AnswerWith(const RequestPtr& request, const std::function<void(std::string& out)>& write,
+                const std::vector<netconf::RpcError>& warnings = {})
 {
     try {
-        request->Data(write);
+        request->Data(write, {}, warnings);
     } catch (const cdb::FatalError& error) {
         request->Refuse(MakeError(Layer::kApplication, cdb::ErrorTag::kOperationFailed, error.what()));
     }
 }
 
 /// The same for what takes long.
-void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<void(std::string& out)> write)
+void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<void(std::string& out)> write,
+                  const std::vector<netconf::RpcError>& warnings = {})
 {
     struct Outcome {
         std::string text;
@@ -126,9 +133,9 @@ void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<voi
     };
     const auto outcome = std::make_shared<Outcome>();
     bench.Do(
-        [request, outcome, doWrite = std::move(write)] {
+        [request, outcome, warnings, doWrite = std::move(write)] {
             try {
-                outcome->text = request->DataText(doWrite);
+                outcome->text = request->DataText(doWrite, {}, warnings);
             } catch (const cdb::FatalError& error) {
                 outcome->problem = error.what();
             }
@@ -146,14 +153,15 @@ void Operations::Get(const RequestPtr& request)
 {
     const auto read = ReadingOf(m_dataSchema, *request);
     if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
-    m_services.state.Collect(request->Filter(),
-                             [this, request, reading = std::get<ReadingPtr>(read)](const Tree& state) {
-                                 AnswerWith(request, [&](std::string& out) {
-                                     WriteRunning(m_dataSchema, m_services.store, reading->options, out);
-                                     TreeSource source(state.get());
-                                     WriteData(m_dataSchema, source, reading->options, out);
-                                 });
-                             });
+    m_services.state.Collect(request->Filter(), [this, request, reading = std::get<ReadingPtr>(read)](
+                                                    const CollectedState& state) {
+        const auto write = [this, reading, data = state.data](std::string& out) {
+            WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+            WriteData(m_dataSchema, *data, reading->options, out);
+        };
+        if (IsShort(*reading)) return AnswerWith(request, write, state.warnings);
+        AnswerBeside(m_services.reads, request, write, state.warnings);
+    });
 }
 
 void Operations::GetConfig(const RequestPtr& request)
@@ -178,8 +186,7 @@ void Operations::GetConfig(const RequestPtr& request)
     const auto write = [this, reading](std::string& out) {
         WriteRunning(m_dataSchema, m_services.store, reading->options, out);
     };
-    if (reading->filter && EntriesNamed(reading->filter->Root()) <= kEntriesAtOnce)
-        return AnswerWith(request, write);
+    if (IsShort(*reading)) return AnswerWith(request, write);
     AnswerBeside(m_services.reads, request, write);
 }
 

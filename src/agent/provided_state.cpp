@@ -3,104 +3,200 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
-#include <vector>
+#include <unordered_map>
 
 #include "agent/provider_node.h"
+#include "agent/xml_text.h"
 
 namespace agent {
 namespace {
 
-/// Brackets that may stand inside each other in a provider's text: far more than our modules have.
-constexpr int kMaxDepth = 64;
+/// How much of a provider's text stands in an error.
+constexpr std::size_t kShown = 64;
+constexpr std::size_t kMaxWarning = 1024;
 
-/// The parser works recursively.
-bool IsTooDeep(const std::string& json)
+std::string Shown(std::string_view text)
 {
-    int depth = 0;
-    bool quoted = false;
-    for (std::size_t at = 0; at < json.size(); ++at) {
-        const char c = json[at];
-        if (quoted) {
-            if (c == '\\') ++at;
-            if (c == '"') quoted = false;
-        } else if (c == '"') {
-            quoted = true;
-        } else if (c == '{' || c == '[') {
-            if (++depth > kMaxDepth) return true;
-        } else if (c == '}' || c == ']') {
-            --depth;
-        }
-    }
-    return false;
+    const bool cut = text.size() > kShown;
+    return "\"" + FitForXml(text.substr(0, kShown)) + (cut ? "...\"" : "\"");
 }
 
-/// The schema nodes from the top level down to the node.
-std::vector<const lysc_node*> Ancestry(const lysc_node* node)
-{
-    std::vector<const lysc_node*> nodes;
-    for (; node != nullptr; node = node->parent) nodes.push_back(node);
-    std::reverse(nodes.begin(), nodes.end());
-    return nodes;
-}
+bool IsTerm(const lysc_node* node) { return (node->nodetype & LYD_NODE_TERM) != 0; }
+bool IsInner(const lysc_node* node) { return (node->nodetype & (LYS_CONTAINER | LYS_LIST)) != 0; }
 
-lyd_node* FindInstance(lyd_node* first, const lysc_node* schema)
+bool Holds(const StateTree::Node& node, const lysc_node* leaf)
 {
-    for (lyd_node* node = first; node != nullptr; node = node->next)
-        if (node->schema == schema) return node;
-    return nullptr;
-}
-
-/// Moves the container from one tree to the other, whose containers above it are made where needed.
-bool Move(lyd_node* from, const lysc_node* container, Tree& state)
-{
-    const auto ancestry = Ancestry(container);
-    lyd_node* moved = from;
-    for (const lysc_node* schema : ancestry) {
-        moved = FindInstance(schema == ancestry.front() ? moved : lyd_child_no_keys(moved), schema);
-        if (moved == nullptr) return true;  // it has nothing to tell
-    }
-    lyd_node* parent = nullptr;
-    for (const lysc_node* schema : ancestry) {
-        if (schema == container) break;
-        lyd_node* next = FindInstance(parent == nullptr ? state.get() : lyd_child_no_keys(parent), schema);
-        if (next == nullptr && lyd_new_inner(parent, schema->module, schema->name, 0, &next) != LY_SUCCESS)
-            return false;
-        if (parent == nullptr && !state) state.reset(next);
-        parent = next;
-    }
-    lyd_unlink_tree(moved);
-    if (parent != nullptr && FindInstance(lyd_child_no_keys(parent), container) == nullptr &&
-        lyd_insert_child(parent, moved) == LY_SUCCESS)
-        return true;
-    lyd_free_tree(moved);
-    return false;
+    return std::any_of(node.leaves.begin(), node.leaves.end(),
+                       [leaf](const StateTree::Leaf& each) { return each.schema == leaf; });
 }
 
 }  // namespace
 
-std::string AddProvidedState(const ly_ctx* context, const Answer& answer, Tree& state)
-{
-    if (answer.outcome == Outcome::kGone) return "its connection is gone";
-    if (answer.outcome == Outcome::kLate) return "it has not answered in time";
-    const ipc::cdb::StateReply& reply = answer.message.state_reply();
-    if (!reply.error().empty()) return reply.error();
-    if (IsTooDeep(reply.json())) return "its answer is nested too deep";
-    ly_err_clean(const_cast<ly_ctx*>(context), nullptr);
-    lyd_node* raw = nullptr;
-    const LY_ERR parsed = lyd_parse_data_mem(context, reply.json().c_str(), LYD_JSON,
-                                             LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &raw);
-    const Tree tree(raw);
-    if (parsed != LY_SUCCESS) {
-        const ly_err_item* last = ly_err_first(context);
-        return std::string("its answer can't be read: ") +
-               (last != nullptr && last->msg != nullptr ? last->msg : "no reason given");
+/// The way from the top, for errors: made into text only there.
+struct ProvidedState::Trail {
+    const Trail* above;
+    const lysc_node* node;
+    const std::vector<std::string_view>* keys;  // null: a container
+
+    [[nodiscard]] std::string Text() const
+    {
+        std::string text = above != nullptr          ? above->Text()
+                           : node->parent == nullptr ? ""
+                                                     : PathOf(node->parent);
+        text.append("/").append(node->name);
+        if (keys == nullptr) return text;
+        text.append("{");
+        std::string_view separator;
+        for (const std::string_view key : *keys) {
+            text.append(separator).append(FitForXml(key.substr(0, kShown)));
+            separator = " ";
+        }
+        return text.append("}");
     }
-    for (const StateProvision& provided : answer.client->Providers()) {
-        const lysc_node* container = FindProviderNode(context, provided.path);
-        if (container != nullptr && tree && !Move(tree.get(), container, state))
-            return "its data at " + provided.path + " can't be taken over";
+};
+
+/// The names of one part, looked up among the children of each schema node once.
+class ProvidedState::Names {
+public:
+    explicit Names(const ipc::cdb::StateReply& part) : m_part(part) {}
+
+    /// Null where the node has no child of that name, or there is no such name.
+    const lysc_node* Child(const lysc_node* parent, std::uint32_t name)
+    {
+        if (name >= static_cast<std::uint32_t>(m_part.names_size())) return nullptr;
+        auto& children = m_children[parent];
+        if (children.empty()) children.resize(static_cast<std::size_t>(m_part.names_size()));
+        const lysc_node*& child = children[name];
+        if (child != nullptr) return child;
+        const std::string& wanted = m_part.names(static_cast<int>(name));
+        const lysc_node* each = nullptr;
+        while ((each = lys_getnext(each, parent, parent->module->compiled, 0)) != nullptr)
+            if (wanted == each->name && (IsTerm(each) || IsInner(each))) return child = each;
+        return nullptr;
+    }
+
+    [[nodiscard]] std::string Text(std::uint32_t name) const
+    {
+        return name < static_cast<std::uint32_t>(m_part.names_size())
+                   ? Shown(m_part.names(static_cast<int>(name)))
+                   : "number " + std::to_string(name);
+    }
+
+private:
+    const ipc::cdb::StateReply& m_part;
+    std::unordered_map<const lysc_node*, std::vector<const lysc_node*>> m_children;
+};
+
+ProvidedState::ProvidedState(const ly_ctx* context, const std::vector<StateProvision>& provided)
+    : m_checker(context)
+{
+    for (const StateProvision& each : provided)
+        if (const lysc_node* node = FindProviderNode(context, each.path))
+            m_containers.emplace_back(each.path, node);
+}
+
+std::string ProvidedState::Take(const ipc::cdb::StateReply& part)
+{
+    if (part.names_size() > kMaxNames) return "it has more than " + std::to_string(kMaxNames) + " names";
+    const std::size_t before = m_bytes;
+    Names names(part);
+    for (const auto& tree : part.trees())
+        if (std::string problem = TakeTree(tree, names); !problem.empty()) return problem;
+    TakeWarnings(part);
+    if (part.more() && m_bytes == before) return "it sends parts in which there is nothing";
+    return {};
+}
+
+void ProvidedState::TakeWarnings(const ipc::cdb::StateReply& part)
+{
+    for (const std::string& warning : part.warnings())
+        if (m_warnings.size() < kMaxWarnings)
+            m_warnings.push_back(FitForXml(std::string_view(warning).substr(0, kMaxWarning)));
+}
+
+std::string ProvidedState::TakeTree(const ipc::cdb::StateReply_Tree& tree, Names& names)
+{
+    const auto at = std::find_if(m_containers.begin(), m_containers.end(),
+                                 [&tree](const auto& each) { return each.first == tree.path(); });
+    if (at == m_containers.end())
+        return "it answers for " + Shown(tree.path()) + ", which it does not provide";
+    return TakeNode(tree.node(), m_tree.At(at->second), {nullptr, at->second, nullptr}, names);
+}
+
+std::string ProvidedState::TakeNode(const ipc::cdb::StateNode& from, StateTree::Node& into,
+                                    const Trail& trail, Names& names)
+{
+    const lysc_node* schema = trail.node;
+    if (from.leaves_size() != from.values_size())
+        return trail.Text() + " has " + std::to_string(from.leaves_size()) + " leaves and " +
+               std::to_string(from.values_size()) + " values";
+    into.leaves.reserve(into.leaves.size() + static_cast<std::size_t>(from.leaves_size()));
+    for (int i = 0; i < from.leaves_size(); ++i) {
+        const lysc_node* leaf = names.Child(schema, from.leaves(i));
+        if (leaf == nullptr) return trail.Text() + " has no leaf " + names.Text(from.leaves(i));
+        if (std::string problem = TakeLeaf(leaf, from.values(i), into, trail); !problem.empty())
+            return problem;
+    }
+    for (const ipc::cdb::StateNode& child : from.children()) {
+        const lysc_node* node = names.Child(schema, child.name());
+        if (node == nullptr || !IsInner(node))
+            return trail.Text() + " has no container or list " + names.Text(child.name());
+        m_bytes += sizeof(StateTree::Node);
+        const Trail below{&trail, node, nullptr};
+        std::string problem;
+        if (node->nodetype == LYS_LIST)
+            problem = TakeEntry(child, node, into, below, names);
+        else if (!child.keys().empty())
+            problem = below.Text() + " has keys, and is a container";
+        else
+            problem = TakeNode(child, StateTree::ContainerIn(into, node), below, names);
+        if (!problem.empty()) return problem;
     }
     return {};
+}
+
+std::string ProvidedState::TakeLeaf(const lysc_node* leaf, std::string_view value, StateTree::Node& into,
+                                    const Trail& trail)
+{
+    const auto where = [&] { return trail.Text() + "/" + leaf->name; };
+    if (!IsTerm(leaf)) return where() + " is no leaf, and has a value";
+    if (lysc_is_key(leaf)) return where() + " is a key, and stands among the leaves";
+    if (leaf->nodetype == LYS_LEAF && Holds(into, leaf)) return where() + " is there twice";
+    const auto checked = value.size() > kMaxValue ? std::nullopt : m_checker.Check(leaf, value);
+    if (!checked) return where() + " can't be " + Shown(value);
+    m_bytes += sizeof(StateTree::Leaf) + checked->size();
+    if (m_bytes > kMaxBytes) return "its answer is too large";
+    into.leaves.push_back({leaf, m_tree.Keep(*checked)});
+    return {};
+}
+
+std::string ProvidedState::TakeKeys(const ipc::cdb::StateNode& from, const lysc_node* list,
+                                    const Trail& trail, std::vector<std::string_view>& keys)
+{
+    const lysc_node* key = lysc_node_child(list);
+    keys.reserve(static_cast<std::size_t>(from.keys_size()));
+    for (const std::string& value : from.keys()) {
+        if (key == nullptr || !lysc_is_key(key)) return trail.Text() + " has an entry with too many keys";
+        const auto checked = value.size() > kMaxValue ? std::nullopt : m_checker.Check(key, value);
+        if (!checked) return trail.Text() + " has an entry whose " + key->name + " can't be " + Shown(value);
+        m_bytes += sizeof(std::string_view) + checked->size();
+        keys.push_back(m_tree.Keep(*checked));
+        key = key->next;
+    }
+    if (key != nullptr && lysc_is_key(key)) return trail.Text() + " has an entry without " + key->name;
+    if (m_bytes > kMaxBytes) return "its answer is too large";
+    return {};
+}
+
+std::string ProvidedState::TakeEntry(const ipc::cdb::StateNode& from, const lysc_node* list,
+                                     StateTree::Node& into, const Trail& trail, Names& names)
+{
+    std::vector<std::string_view> keys;
+    if (std::string problem = TakeKeys(from, list, trail, keys); !problem.empty()) return problem;
+    StateTree::Node* entry = StateTree::Append(into, list, keys);
+    const Trail own{trail.above, list, &keys};
+    if (entry == nullptr) return own.Text() + " is there twice, or behind an entry with a greater key";
+    return TakeNode(from, *entry, own, names);
 }
 
 }  // namespace agent

@@ -1,21 +1,62 @@
-// What a state provider has answered, taken over as far as it is the provider's own part. Used by
-// state.cpp.
+// What a state provider has answered, taken over part by part: each node is looked up in the schema, and
+// what the schema does not have makes the whole answer void. Used by state_round.
 
 #ifndef AGENT_PROVIDED_STATE_H
 #define AGENT_PROVIDED_STATE_H
 
+#include <cstddef>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
-#include "agent/ask.h"
-#include "agent/yang_tree.h"
+#include "agent/client.h"
+#include "agent/state_tree.h"
+#include "agent/value_check.h"
 
 struct ly_ctx;
 
 namespace agent {
 
-/// Adds the answer's data below the provider's paths to the tree. What is wrong with the answer, or
-/// an empty text.
-std::string AddProvidedState(const ly_ctx* context, const Answer& answer, Tree& state);
+class ProvidedState {
+public:
+    /// What one answer may take in memory, and how many warnings it may have: far more than any switch needs.
+    static constexpr std::size_t kMaxBytes = std::size_t{256} << 20;
+    static constexpr std::size_t kMaxWarnings = 16;
+    /// Of one part, and of one value in bytes.
+    static constexpr int kMaxNames = 4096;
+    static constexpr std::size_t kMaxValue = std::size_t{64} << 10;
+
+    ProvidedState(const ly_ctx* context, const std::vector<StateProvision>& provided);
+
+    /// Takes the next part. What is wrong with it, or an empty text; after a fault the rest has no meaning.
+    [[nodiscard]] std::string Take(const ipc::cdb::StateReply& part);
+
+    /// What has been taken.
+    [[nodiscard]] StateTree& Tree() { return m_tree; }
+    [[nodiscard]] const std::vector<std::string>& Warnings() const { return m_warnings; }
+
+private:
+    struct Trail;
+    class Names;
+
+    std::string TakeTree(const ipc::cdb::StateReply_Tree& tree, Names& names);
+    std::string TakeNode(const ipc::cdb::StateNode& from, StateTree::Node& into, const Trail& trail,
+                         Names& names);
+    std::string TakeLeaf(const lysc_node* leaf, std::string_view value, StateTree::Node& into,
+                         const Trail& trail);
+    std::string TakeEntry(const ipc::cdb::StateNode& from, const lysc_node* list, StateTree::Node& into,
+                          const Trail& trail, Names& names);
+    std::string TakeKeys(const ipc::cdb::StateNode& from, const lysc_node* list, const Trail& trail,
+                         std::vector<std::string_view>& keys);
+    void TakeWarnings(const ipc::cdb::StateReply& part);
+
+    std::vector<std::pair<std::string, const lysc_node*>> m_containers;  // by path
+    ValueChecker m_checker;
+    StateTree m_tree;
+    std::vector<std::string> m_warnings;
+    std::size_t m_bytes = 0;
+};
 
 }  // namespace agent
 

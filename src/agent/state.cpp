@@ -5,89 +5,181 @@
 #include <algorithm>
 #include <utility>
 
-#include "agent/ask.h"
-#include "agent/provided_state.h"
+#include "agent/errors.h"
+#include "agent/state_selection.h"
 #include "agent/system_state.h"
-#include "agent/wanted_configuration.h"
 #include "log/log.h"
 
 namespace agent {
 namespace {
 
-constexpr std::string_view kNamespace = "urn:switch:yang:switch-state";
-constexpr std::string_view kRoot = "state";
+using std::chrono::steady_clock;
 
-/// Whether the filter may select something below /state/NAME.
-bool Wants(const std::optional<SubtreeFilter>& filter, std::string_view name)
+constexpr std::string_view kSystem = "/state/system";
+
+/// So many questions may be without an answer; then the client is asked nothing until it has answered one,
+/// or this time has passed. So what waits for a stopped process stays small, also when it goes on.
+constexpr std::size_t kMaxUnanswered = 2;
+constexpr std::chrono::seconds kAskAgain{30};
+
+/// Logged for one path until its state is whole again.
+constexpr std::size_t kMaxCauses = 32;
+
+/// As libyang writes paths of data.
+std::string DataPath(const lysc_node* node)
 {
-    if (!filter) return true;
-    return std::any_of(filter->begin(), filter->end(), [name](const FilterNode& node) {
-        if (!Concerns({node}, kNamespace, kRoot)) return false;
-        return node.children.empty() || Concerns(node.children, kNamespace, name);
-    });
+    if (node == nullptr) return {};
+    const bool same = node->parent != nullptr && node->parent->module == node->module;
+    return DataPath(node->parent) + "/" + (same ? "" : std::string(node->module->name) + ":") + node->name;
 }
 
-/// "oam" of "/state/oam/sflow"
-std::string_view SecondName(std::string_view path)
-{
-    path.remove_prefix(std::min(path.size(), kRoot.size() + 2));
-    return path.substr(0, path.find('/'));
-}
+/// Why a client's state is missing, however long it has not answered.
+std::string SilenceOf(const Client& client) { return client.Name() + " does not answer"; }
 
 }  // namespace
 
 StateSource::StateSource(boost::asio::io_context& loop, const cdb::Schema& schema, const cdb::Store& store,
-                         const cdb::Datastore& datastore, const Clients& clients,
-                         std::chrono::milliseconds timeout)
+                         const Clients& clients, std::chrono::milliseconds timeout)
     : m_loop(loop),
       m_schema(schema),
       m_store(store),
-      m_datastore(datastore),
       m_clients(clients),
-      m_timeout(timeout)
+      m_timeout(timeout),
+      m_system(FindProviderNode(schema.Context(), kSystem)),
+      m_expected(ExpectedProviders(schema.Context()))
 {
 }
 
-void StateSource::Collect(const std::optional<SubtreeFilter>& filter, std::function<void(const Tree&)> done)
+void StateSource::Collect(const std::optional<SubtreeFilter>& filter, const Done& done)
 {
-    const auto providers = ProvidersFor(filter);
-    const bool system = Wants(filter, "system");
-    if (providers.empty()) return done(system ? MakeSystemState() : Tree());
-    const auto ask = [this](Client& client) {
-        Question question{{ipc::cdb::ClientMessage::kStateReply, client.NextRequest()}};
-        question.message->mutable_state_request()->set_request(question.key.second);
-        AddWantedConfiguration(m_schema, *m_datastore.Running(), client,
-                               *question.message->mutable_state_request());
-        return question;
+    CollectedState collected;
+    auto questions = Questions(filter, collected);
+    AddMissing(filter, collected);
+    auto tree = std::make_shared<StateTree>();
+    collected.data = tree;
+    AddSystem(filter, *tree);
+    if (questions.empty()) return done(std::move(collected));
+    auto finish = [this, tree, collected, done](std::vector<StateOutcome>&& outcomes) mutable {
+        for (StateOutcome& outcome : outcomes) Add(outcome, *tree, collected);
+        done(std::move(collected));
     };
-    const auto take = [this, system, done = std::move(done)](const std::vector<Answer>& answers) {
-        Tree state = system ? MakeSystemState() : Tree();
-        for (const Answer& answer : answers) {
-            const std::string problem = AddProvidedState(m_schema.Context(), answer, state);
-            if (!problem.empty())
-                slog::Error("the state goes without the part of {}: {}", answer.client->Name(), problem);
-        }
-        done(state);
-    };
-    AskAll(m_loop, providers, ask, m_timeout, take);
+    std::make_shared<StateRound>(m_loop, m_schema.Context(), m_timeout, std::move(finish))
+        ->Run(std::move(questions));
 }
 
-std::vector<ClientPtr> StateSource::ProvidersFor(const std::optional<SubtreeFilter>& filter) const
+std::vector<StateQuestion> StateSource::Questions(const std::optional<SubtreeFilter>& filter,
+                                                  CollectedState& collected)
 {
-    std::vector<ClientPtr> providers;
+    std::vector<StateQuestion> questions;
     for (const ClientPtr& client : m_clients.Ready()) {
-        const auto& provided = client->Providers();
-        if (std::any_of(provided.begin(), provided.end(), [&filter](const StateProvision& each) {
-                return Wants(filter, SecondName(each.path));
-            }))
-            providers.push_back(client);
+        StateQuestion question{client, {}};
+        for (const StateProvision& provided : client->Providers()) {
+            const lysc_node* container = FindProviderNode(m_schema.Context(), provided.path);
+            auto wanted = SelectState(container, filter);
+            if (!wanted) continue;
+            auto& part = *question.request.add_parts();
+            part.set_path(provided.path);
+            part.mutable_children()->Swap(&wanted->children);
+        }
+        if (question.request.parts().empty()) continue;
+        const Unanswered* silent = IsSilent(client);
+        if (silent == nullptr) {
+            questions.push_back(std::move(question));
+            continue;
+        }
+        const auto since = std::chrono::floor<std::chrono::seconds>(steady_clock::now() - silent->since);
+        for (const auto& part : question.request.parts())
+            Warn(part.path(), client->Name() + " has not answered for " + DurationText(m_timeout + since),
+                 collected, SilenceOf(*client));
     }
-    return providers;
+    return questions;
 }
 
-Tree StateSource::MakeSystemState() const
+void StateSource::AddMissing(const std::optional<SubtreeFilter>& filter, CollectedState& collected)
 {
-    return agent::MakeSystemState(m_schema.Context(), m_clients.Known(), m_role, m_store);
+    const auto ready = m_clients.Ready();
+    for (const ExpectedProvider& expected : m_expected) {
+        const auto provides = [&expected](const ClientPtr& client) {
+            const auto& provided = client->Providers();
+            return std::any_of(provided.begin(), provided.end(), [&expected](const StateProvision& each) {
+                return (expected.path + "/").starts_with(each.path + "/");
+            });
+        };
+        if (std::any_of(ready.begin(), ready.end(), provides) || !SelectState(expected.container, filter))
+            continue;
+        Warn(expected.path, "no process provides " + expected.path + "; start " + expected.process,
+             collected);
+    }
+}
+
+void StateSource::AddSystem(const std::optional<SubtreeFilter>& filter, StateTree& tree) const
+{
+    if (m_system == nullptr) return;
+    const auto wanted = SelectState(m_system, filter);
+    if (!wanted) return;
+    SystemState system(m_schema.Context(), m_system, tree);
+    if (wanted->Has("process")) system.AddProcesses(m_clients.Known(), m_role);
+    if (wanted->Has("fault")) system.AddFaults(m_store);
+}
+
+void StateSource::Add(StateOutcome& outcome, StateTree& tree, CollectedState& collected)
+{
+    if (outcome.late) Remember(outcome);
+    const std::string& name = outcome.client->Name();
+    for (const std::string& path : outcome.paths) {
+        if (!outcome.problem.empty()) {
+            Warn(path, name + " " + outcome.problem, collected,
+                 outcome.late ? SilenceOf(*outcome.client) : "");
+            continue;
+        }
+        if (outcome.state->Warnings().empty()) Told(path);
+        for (const std::string& warning : outcome.state->Warnings()) Warn(path, warning, collected);
+    }
+    if (outcome.problem.empty()) tree.Adopt(std::move(outcome.state->Tree()));
+}
+
+const StateSource::Unanswered* StateSource::IsSilent(const ClientPtr& client)
+{
+    const auto now = steady_clock::now();
+    std::erase_if(m_unanswered, [now](const Unanswered& each) {
+        return each.client.expired() || now - each.since > kAskAgain;
+    });
+    const auto own = [&client](const Unanswered& each) { return each.client.lock() == client; };
+    if (static_cast<std::size_t>(std::count_if(m_unanswered.begin(), m_unanswered.end(), own)) <
+        kMaxUnanswered)
+        return nullptr;
+    return &*std::find_if(m_unanswered.begin(), m_unanswered.end(), own);
+}
+
+void StateSource::Remember(const StateOutcome& late)
+{
+    m_unanswered.push_back({late.client, steady_clock::now(), late.key.second});
+    // Any answer that still comes shows that the client works again.
+    late.client->Expect(late.key, [this, request = late.key.second,
+                                   client = std::weak_ptr<Client>(late.client)](const auto* /*answer*/) {
+        std::erase_if(m_unanswered, [&](const Unanswered& each) {
+            return each.request == request && each.client.lock() == client.lock();
+        });
+    });
+}
+
+void StateSource::Warn(const std::string& path, const std::string& reason, CollectedState& collected,
+                       const std::string& cause)
+{
+    auto& logged = m_logged[path];
+    if (logged.size() < kMaxCauses && logged.insert(cause.empty() ? reason : cause).second)
+        slog::Error("the state of {} is not whole: {}", path, reason);
+    cdb::Error error;
+    error.tag = cdb::ErrorTag::kOperationFailed;
+    error.message = reason.find(path) != std::string::npos ? reason : "no state of " + path + ": " + reason;
+    error.path = DataPath(FindProviderNode(m_schema.Context(), path));
+    collected.warnings.push_back(ToRpcError(error, m_schema.Context()));
+    collected.warnings.back().severity = "warning";
+}
+
+void StateSource::Told(const std::string& path)
+{
+    if (m_logged.erase(path) != 0) slog::Notice("the state of {} is whole again", path);
 }
 
 }  // namespace agent

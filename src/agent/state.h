@@ -1,50 +1,88 @@
-// Operational state for <get>: what cdbd knows itself, and what the providers answer when asked.
+// Operational state for <get>: what cdbd knows itself, and what the providers answer when asked. What is
+// missing is said.
 
 #ifndef AGENT_STATE_H
 #define AGENT_STATE_H
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
+#include <map>
+#include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <boost/asio/io_context.hpp>
 
 #include "agent/clients.h"
+#include "agent/data_source.h"
+#include "agent/provider_node.h"
+#include "agent/state_round.h"
 #include "agent/subtree_filter.h"
-#include "agent/yang_tree.h"
-#include "cdb/datastore.h"
 #include "cdb/schema.h"
 #include "cdb/store.h"
+#include "netconf/rpc_error.h"
 
 namespace agent {
 
 enum class Role : std::uint8_t { kUnknown, kActive, kStandby };
 
+struct CollectedState {
+    std::shared_ptr<DataSource> data;  // never null; may have more than the filter selects
+    std::vector<netconf::RpcError> warnings;
+};
+
 class StateSource {
 public:
-    /// `timeout`: how long a provider may take; then the state goes without its part.
+    /// `timeout`: how long a provider may take for the next part of its answer; then the state goes without.
     StateSource(boost::asio::io_context& loop, const cdb::Schema& schema, const cdb::Store& store,
-                const cdb::Datastore& datastore, const Clients& clients, std::chrono::milliseconds timeout);
+                const Clients& clients, std::chrono::milliseconds timeout);
 
-    /// Collects what the filter may select (none: everything). `done` is called once with the tree's
-    /// first sibling, which may be null; from inside Collect where no provider needs to be asked.
-    void Collect(const std::optional<SubtreeFilter>& filter, std::function<void(const Tree&)> done);
+    using Done = std::function<void(CollectedState state)>;
+
+    /// Collects what the filter may select (none: everything). `done` is called once; from inside Collect
+    /// where no provider needs to be asked.
+    void Collect(const std::optional<SubtreeFilter>& filter, const Done& done);
 
     /// The role that processes were last told to take.
     void SetRole(Role role) { m_role = role; }
 
 private:
-    [[nodiscard]] std::vector<ClientPtr> ProvidersFor(const std::optional<SubtreeFilter>& filter) const;
-    [[nodiscard]] Tree MakeSystemState() const;
+    /// Questions that a client has not answered in time.
+    struct Unanswered {
+        std::weak_ptr<Client> client;
+        std::chrono::steady_clock::time_point since;
+        std::uint64_t request = 0;
+    };
+
+    [[nodiscard]] std::vector<StateQuestion> Questions(const std::optional<SubtreeFilter>& filter,
+                                                       CollectedState& collected);
+    void AddMissing(const std::optional<SubtreeFilter>& filter, CollectedState& collected);
+    void AddSystem(const std::optional<SubtreeFilter>& filter, StateTree& tree) const;
+    void Add(StateOutcome& outcome, StateTree& tree, CollectedState& collected);
+    /// Null where the client has answered, or may be asked again.
+    [[nodiscard]] const Unanswered* IsSilent(const ClientPtr& client);
+    void Remember(const StateOutcome& late);
+
+    /// The state at the path is missing, or part of it. Until it is whole again, that is logged once for one
+    /// cause; without a cause the reason is it.
+    void Warn(const std::string& path, const std::string& reason, CollectedState& collected,
+              const std::string& cause = {});
+    void Told(const std::string& path);
 
     boost::asio::io_context& m_loop;
     const cdb::Schema& m_schema;
     const cdb::Store& m_store;
-    const cdb::Datastore& m_datastore;
     const Clients& m_clients;
     std::chrono::milliseconds m_timeout;
     Role m_role = Role::kUnknown;
+    const lysc_node* m_system;
+    std::vector<ExpectedProvider> m_expected;
+    std::vector<Unanswered> m_unanswered;
+    std::map<std::string, std::set<std::string>> m_logged;  // by path: why its state is not whole
 };
 
 }  // namespace agent

@@ -2,6 +2,7 @@
 
 #include <libyang/libyang.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -17,19 +18,12 @@ namespace {
 
 constexpr std::size_t kFaultsShown = 1000;
 
-/// Adds leaves to a container or entry. A value that the schema does not take is left out.
-class Adder {
-public:
-    explicit Adder(lyd_node* parent) : m_parent(parent) {}
-    void Leaf(const char* name, const std::string& value) const
-    {
-        if (lyd_new_term(m_parent, nullptr, name, value.c_str(), 0, nullptr) != LY_SUCCESS)
-            slog::Debug("state: {} can't be \"{}\"", name, value);
-    }
-
-private:
-    lyd_node* m_parent;
-};
+const lysc_node* Child(const lysc_node* parent, std::string_view name)
+{
+    for (const lysc_node* child = lysc_node_child(parent); child != nullptr; child = child->next)
+        if (name == child->name) return child;
+    return nullptr;
+}
 
 const char* RoleName(Role role)
 {
@@ -50,55 +44,83 @@ const char* PhaseName(const Client& client)
     return client.IsApplying() ? "applying" : "ready";
 }
 
-void AddProcess(lyd_node* system, const Client& client, Role role)
+/// The keys of the list of processes.
+std::pair<std::string, std::string> KeysOf(const Client& client)
 {
-    const std::string& name = client.Process();
-    const std::string pid = std::to_string(client.Pid());
-    lyd_node* entry = nullptr;
-    if (lyd_new_list(system, nullptr, "process", 0, &entry, name.c_str(), pid.c_str()) != LY_SUCCESS) return;
-    const Adder adder(entry);
-    adder.Leaf("connected-since", DateAndTime(client.ConnectedUs()));
-    adder.Leaf("role", RoleName(role));
-    adder.Leaf("state", PhaseName(client));
-    std::set<std::string> paths;
-    for (const Subscription& each : client.Subscriptions())
-        if (paths.insert(each.path).second) adder.Leaf("subscription", each.path);
-    for (const std::string& each : client.Callpoints()) adder.Leaf("callpoint", each);
-}
-
-void AddFault(lyd_node* system, const cdb::Fault& fault)
-{
-    lyd_node* entry = nullptr;
-    const std::string number = std::to_string(fault.number);
-    if (lyd_new_list(system, nullptr, "fault", 0, &entry, number.c_str()) != LY_SUCCESS) return;
-    const Adder adder(entry);
-    // What an older cdbd has written came in as it was.
-    adder.Leaf("time", DateAndTime(fault.timeUs));
-    adder.Leaf("process", ipc::Presentable(fault.process));
-    adder.Leaf("pid", std::to_string(fault.pid));
-    adder.Leaf("kind", std::to_string(fault.kind));
-    adder.Leaf("function", ipc::Presentable(fault.function));
-    adder.Leaf("file", ipc::Presentable(fault.file));
-    adder.Leaf("line", std::to_string(fault.line));
-    adder.Leaf("text", ipc::Presentable(fault.text));
+    return {FitForXml(client.Process()), std::to_string(client.Pid())};
 }
 
 }  // namespace
 
-Tree MakeSystemState(const ly_ctx* context, const std::vector<ClientPtr>& clients, Role role,
-                     const cdb::Store& store)
+SystemState::SystemState(const ly_ctx* context, const lysc_node* system, StateTree& tree)
+    : m_system(system), m_tree(tree), m_checker(context)
 {
-    const lys_module* module = ly_ctx_get_module_implemented(context, "switch-state");
-    lyd_node* state = nullptr;
-    if (module == nullptr || lyd_new_inner(nullptr, module, "state", 0, &state) != LY_SUCCESS) return {};
-    Tree tree(state);
-    lyd_node* system = nullptr;
-    if (lyd_new_inner(state, module, "system", 0, &system) != LY_SUCCESS) return tree;
-    std::set<std::pair<std::string, std::int64_t>> seen;  // a process may hold several connections
-    for (const ClientPtr& client : clients)
-        if (seen.emplace(client->Process(), client->Pid()).second) AddProcess(system, *client, role);
-    for (const cdb::Fault& fault : store.Faults(kFaultsShown)) AddFault(system, fault);
-    return tree;
+}
+
+StateTree::Node* SystemState::Entry(const char* list, std::initializer_list<std::string> keys)
+{
+    const lysc_node* schema = Child(m_system, list);
+    if (schema == nullptr) return nullptr;
+    std::vector<std::string_view> kept;
+    for (const std::string& key : keys) kept.push_back(m_tree.Keep(key));
+    return StateTree::Append(m_tree.At(m_system), schema, std::move(kept));
+}
+
+void SystemState::Leaf(StateTree::Node& entry, const char* list, const char* name, std::string_view value)
+{
+    const lysc_node* leaf = Child(Child(m_system, list), name);
+    const auto checked = leaf == nullptr ? std::nullopt : m_checker.Check(leaf, value);
+    if (checked)
+        entry.leaves.push_back({leaf, m_tree.Keep(*checked)});
+    else
+        slog::Debug("state: {} can't be \"{}\"", name, value);
+}
+
+void SystemState::AddProcesses(const std::vector<ClientPtr>& clients, Role role)
+{
+    auto sorted = clients;
+    std::sort(sorted.begin(), sorted.end(),
+              [](const ClientPtr& a, const ClientPtr& b) { return KeysOf(*a) < KeysOf(*b); });
+    for (const ClientPtr& client : sorted) AddProcess(*client, role);
+}
+
+void SystemState::AddProcess(const Client& client, Role role)
+{
+    static constexpr const char* kList = "process";
+    const auto [name, pid] = KeysOf(client);
+    StateTree::Node* entry = Entry(kList, {name, pid});
+    if (entry == nullptr) return;  // a process may hold several connections
+    Leaf(*entry, kList, "connected-since", DateAndTime(client.ConnectedUs()));
+    Leaf(*entry, kList, "role", RoleName(role));
+    Leaf(*entry, kList, "state", PhaseName(client));
+    std::set<std::string> paths;
+    for (const Subscription& each : client.Subscriptions())
+        if (paths.insert(each.path).second) Leaf(*entry, kList, "subscription", each.path);
+    for (const std::string& each : client.Callpoints()) Leaf(*entry, kList, "callpoint", each);
+}
+
+void SystemState::AddFaults(const cdb::Store& store)
+{
+    auto faults = store.Faults(kFaultsShown);
+    std::sort(faults.begin(), faults.end(), [](const cdb::Fault& a, const cdb::Fault& b) {
+        return std::to_string(a.number) < std::to_string(b.number);
+    });
+    for (const cdb::Fault& fault : faults) AddFault(fault);
+}
+
+void SystemState::AddFault(const cdb::Fault& fault)
+{
+    static constexpr const char* kList = "fault";
+    StateTree::Node* entry = Entry(kList, {std::to_string(fault.number)});
+    if (entry == nullptr) return;
+    Leaf(*entry, kList, "time", DateAndTime(fault.timeUs));
+    Leaf(*entry, kList, "process", fault.process);
+    Leaf(*entry, kList, "pid", std::to_string(fault.pid));
+    Leaf(*entry, kList, "kind", std::to_string(fault.kind));
+    Leaf(*entry, kList, "function", fault.function);
+    Leaf(*entry, kList, "file", fault.file);
+    Leaf(*entry, kList, "line", std::to_string(fault.line));
+    Leaf(*entry, kList, "text", fault.text);
 }
 
 std::string DateAndTime(std::int64_t timeUs)

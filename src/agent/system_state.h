@@ -4,21 +4,43 @@
 #define AGENT_SYSTEM_STATE_H
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "agent/client.h"
 #include "agent/state.h"
-#include "agent/yang_tree.h"
+#include "agent/state_tree.h"
+#include "agent/value_check.h"
 #include "cdb/store.h"
 
 struct ly_ctx;
+struct lysc_node;
 
 namespace agent {
 
-/// The container /state with what is below /state/system.
-Tree MakeSystemState(const ly_ctx* context, const std::vector<ClientPtr>& clients, Role role,
-                     const cdb::Store& store);
+/// Fills in /state/system.
+class SystemState {
+public:
+    /// `tree` must outlive it.
+    SystemState(const ly_ctx* context, const lysc_node* system, StateTree& tree);
+
+    void AddProcesses(const std::vector<ClientPtr>& clients, Role role);
+    void AddFaults(const cdb::Store& store);
+
+private:
+    void AddProcess(const Client& client, Role role);
+    void AddFault(const cdb::Fault& fault);
+    /// An entry with these keys, behind all there are; null: there is one with such keys.
+    StateTree::Node* Entry(const char* list, std::initializer_list<std::string> keys);
+    /// A value that the schema does not take is left out.
+    void Leaf(StateTree::Node& entry, const char* list, const char* name, std::string_view value);
+
+    const lysc_node* m_system;
+    StateTree& m_tree;
+    ValueChecker m_checker;
+};
 
 /// "2026-11-21T03:20:11.123456Z"
 std::string DateAndTime(std::int64_t timeUs);

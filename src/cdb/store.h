@@ -103,6 +103,11 @@ public:
             NodeId list, const std::vector<std::string>& parentKeys, std::size_t first,
             const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const;
 
+        /// The same, from the first entry on whose keys are behind `after`, which needs not be there.
+        void ScanAfter(
+            NodeId list, const std::vector<std::string>& parentKeys, const std::vector<std::string>& after,
+            const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const;
+
     private:
         friend class StoreReader;
         friend class Store;

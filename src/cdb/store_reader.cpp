@@ -37,7 +37,8 @@ std::size_t StoreReader::Snapshot::Impl::Count(NodeId list, const std::vector<st
 {
     PassHold pass(*this);
     std::size_t count = 0;
-    ForEach(list, parentKeys, *pass, [&count](const MDB_val&, const MDB_val&) {
+    m_keys->Prefix(list, parentKeys, pass->prefix);
+    ForEach(*pass, pass->prefix, [&count](const MDB_val&, const MDB_val&) {
         ++count;
         return true;
     });
@@ -49,7 +50,8 @@ void StoreReader::Snapshot::Impl::Scan(NodeId list, const std::vector<std::strin
 {
     PassHold pass(*this);
     std::size_t index = 0;
-    ForEach(list, parentKeys, *pass, [&](const MDB_val& key, const MDB_val& value) {
+    m_keys->Prefix(list, parentKeys, pass->prefix);
+    ForEach(*pass, pass->prefix, [&](const MDB_val& key, const MDB_val& value) {
         if (index++ < first) return true;
         codec::RowKeys::Split(Text(key).substr(pass->prefix.size()), pass->keys);
         m_environment->ReadRow(key, value, *pass);
@@ -57,12 +59,28 @@ void StoreReader::Snapshot::Impl::Scan(NodeId list, const std::vector<std::strin
     });
 }
 
-template <typename Visit>
-void StoreReader::Snapshot::Impl::ForEach(NodeId list, const std::vector<std::string>& parentKeys,
-                                          Environment::Pass& pass, const Visit& visit)
+void StoreReader::Snapshot::Impl::ScanAfter(NodeId list, const std::vector<std::string>& parentKeys,
+                                            const std::vector<std::string>& after, const EntryVisitor& visit)
 {
-    m_keys->Prefix(list, parentKeys, pass.prefix);
-    MDB_val key = Bytes(pass.prefix);
+    PassHold pass(*this);
+    m_keys->Prefix(list, parentKeys, pass->prefix);
+    std::vector<std::string> keys(parentKeys);
+    keys.insert(keys.end(), after.begin(), after.end());
+    std::string from;
+    m_keys->Prefix(list, keys, from);
+    ForEach(*pass, from, [&](const MDB_val& key, const MDB_val& value) {
+        if (Text(key) == from) return true;
+        codec::RowKeys::Split(Text(key).substr(pass->prefix.size()), pass->keys);
+        Decode(key, value, *pass);
+        return visit(pass->keys, pass->row);
+    });
+}
+
+template <typename Visit>
+void StoreReader::Snapshot::Impl::ForEach(Environment::Pass& pass, const std::string& from,
+                                          const Visit& visit)
+{
+    MDB_val key = Bytes(from);
     MDB_val value{};
     int code = mdb_cursor_get(pass.cursor, &key, &value, MDB_SET_RANGE);
     while (code == MDB_SUCCESS && Text(key).starts_with(pass.prefix)) {
@@ -98,6 +116,13 @@ void StoreReader::Snapshot::Scan(
     const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const
 {
     m_impl->Scan(list, parentKeys, first, visit);
+}
+
+void StoreReader::Snapshot::ScanAfter(
+    NodeId list, const std::vector<std::string>& parentKeys, const std::vector<std::string>& after,
+    const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const
+{
+    m_impl->ScanAfter(list, parentKeys, after, visit);
 }
 
 class StoreReader::Impl {

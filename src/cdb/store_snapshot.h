@@ -29,6 +29,8 @@ public:
     [[nodiscard]] std::size_t Count(NodeId list, const std::vector<std::string>& parentKeys);
     void Scan(NodeId list, const std::vector<std::string>& parentKeys, std::size_t first,
               const EntryVisitor& visit);
+    void ScanAfter(NodeId list, const std::vector<std::string>& parentKeys,
+                   const std::vector<std::string>& after, const EntryVisitor& visit);
 
 private:
     /// A cursor and its scratch memory for one pass. Passes nest: a visitor may scan too.
@@ -46,9 +48,9 @@ private:
         std::unique_ptr<Environment::Pass> m_pass;
     };
 
+    /// The rows under the pass's prefix, from the first one on that is not before `from`.
     template <typename Visit>
-    void ForEach(NodeId list, const std::vector<std::string>& parentKeys, Environment::Pass& pass,
-                 const Visit& visit);
+    void ForEach(Environment::Pass& pass, const std::string& from, const Visit& visit);
 
     std::shared_ptr<Environment> m_environment;
     std::shared_ptr<const codec::RowKeys> m_keys;

@@ -20,7 +20,7 @@ std::string StateFilter(const std::string& content)
 
 void ShowState(Call& call, const std::string& filter, const TextOf& text)
 {
-    const Tree tree = RequestData(call, netconf::Get(StateFilter(filter)));
+    const Tree tree = RequestState(call, netconf::Get(StateFilter(filter)));
     call.output.Show(tree.get(), text);
 }
 

@@ -1,7 +1,9 @@
 #include "cli/request.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <ostream>
+#include <utility>
 
 #include "cli/error.h"
 #include "cli/words.h"
@@ -32,6 +34,41 @@ bool TakePredicate(std::string_view& path, std::string& words)
     return true;
 }
 
+/// The path without the modules' names: /config/oam
+std::string WithoutPrefixes(std::string_view path)
+{
+    std::string plain;
+    while (!path.empty()) {
+        const std::size_t end = std::min(path.find('/', 1), path.size());
+        plain.append("/").append(WithoutPrefix(path.substr(1, end - 1)));
+        path.remove_prefix(end);
+    }
+    return plain;
+}
+
+/// The errors or the warnings in lines, not too many of them; empty where there are none.
+std::string Listed(const netconf::Reply& reply, bool warnings)
+{
+    std::string text;
+    std::size_t count = 0;
+    for (const netconf::RpcError& error : reply.errors) {
+        if (error.IsWarning() != warnings || ++count > kMostErrors) continue;
+        text += (text.empty() ? "" : "\n  ") + ToText(error);
+    }
+    if (count > kMostErrors) text += "\n  and " + std::to_string(count - kMostErrors) + " more";
+    return text;
+}
+
+/// What stands in <data>. Writes warnings, throws errors.
+std::string Checked(Call& call, netconf::Reply reply)
+{
+    for (const netconf::RpcError& error : reply.errors)
+        if (error.IsWarning()) call.err << "warning: " << ToText(error) << std::endl;
+    if (reply.ok) return std::move(reply.data);
+    const std::string problems = Listed(reply, false);
+    throw Error(problems.empty() ? "the database refused without a reason" : problems);
+}
+
 }  // namespace
 
 std::string PathAsWords(std::string_view path)
@@ -56,31 +93,27 @@ std::string ToText(const netconf::RpcError& error)
 {
     std::string text = error.message.empty() ? error.tag : error.message;
     if (error.path.empty() || text.find(error.path) != std::string::npos) return text;
+    if (text.find(WithoutPrefixes(error.path)) != std::string::npos) return text;
     const std::string words = PathAsWords(error.path);
     return text.find(words) != std::string::npos ? text : words + ": " + text;
 }
 
 std::string Request(Call& call, std::string_view operation)
 {
-    netconf::Reply reply = call.session->Call(operation);
-    std::string problems;
-    std::size_t count = 0;
-    for (const netconf::RpcError& error : reply.errors) {
-        if (error.IsWarning()) {
-            call.err << "warning: " << ToText(error) << std::endl;
-            continue;
-        }
-        if (++count > kMostErrors) continue;
-        problems += (problems.empty() ? "" : "\n  ") + ToText(error);
-    }
-    if (count > kMostErrors) problems += "\n  and " + std::to_string(count - kMostErrors) + " more";
-    if (!reply.ok) throw Error(problems.empty() ? "the database refused without a reason" : problems);
-    return std::move(reply.data);
+    return Checked(call, call.session->Call(operation));
 }
 
 Tree RequestData(Call& call, std::string_view operation)
 {
     return ParseReply(call.yang, Request(call, operation));
+}
+
+Tree RequestState(Call& call, std::string_view operation)
+{
+    netconf::Reply reply = call.session->Call(operation);
+    const std::string warnings = Listed(reply, true);
+    if (reply.ok && reply.data.empty() && !warnings.empty()) throw Error(warnings);
+    return ParseReply(call.yang, Checked(call, std::move(reply)));
 }
 
 }  // namespace cli

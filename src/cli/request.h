@@ -22,6 +22,10 @@ std::string Request(Call& call, std::string_view operation);
 /// The same for an answer with data.
 Tree RequestData(Call& call, std::string_view operation);
 
+/// The same for state, of which there may be less than was asked for: a warning then says why. Where there is
+/// nothing but warnings, they are thrown as Error.
+Tree RequestState(Call& call, std::string_view operation);
+
 /// The database's refusal in one line: its message, and the path concerned as words where the message
 /// does not name it.
 std::string ToText(const netconf::RpcError& error);

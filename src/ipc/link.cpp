@@ -57,6 +57,8 @@ bool Link::Send(const google::protobuf::MessageLite& message)
     return m_channel != nullptr && m_channel->Send(message);
 }
 
+std::size_t Link::QueuedBytes() const { return m_channel == nullptr ? 0 : m_channel->QueuedBytes(); }
+
 bool Link::Stuck(std::chrono::milliseconds limit) const
 {
     return m_channel != nullptr && m_channel->QueuedBytes() > 0 &&

@@ -57,6 +57,9 @@ public:
     /// False where there is no connection, or the queue is full (which ends it).
     bool Send(const google::protobuf::MessageLite& message);
 
+    /// Sent, and not taken by the kernel yet.
+    [[nodiscard]] std::size_t QueuedBytes() const;
+
     /// Whether bytes are queued of which the peer has taken none for so long.
     [[nodiscard]] bool Stuck(std::chrono::milliseconds limit) const;
 

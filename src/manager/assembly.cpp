@@ -7,17 +7,18 @@
 #include <optional>
 #include <random>
 #include <stdexcept>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
 
+#include "ipc/cdb.pb.h"
 #include "ipc/peer.h"
 #include "ipc/timers.h"
 #include "ipc/trust.h"
 #include "ipc/worker.h"
 #include "log/log.h"
+#include "manager/configured_store.h"
 #include "manager/exporter.h"
 #include "manager/file_limit.h"
 #include "manager/journal.h"
@@ -32,8 +33,9 @@
 #include "manager/snapshot.h"
 #include "manager/source_choice.h"
 #include "manager/state.h"
-#include "manager/state_json.h"
+#include "manager/state_answer.h"
 #include "manager/state_provider.h"
+#include "manager/state_wanted.h"
 #include "net/counters.h"
 #include "net/monitor.h"
 
@@ -91,6 +93,8 @@ private:
     void RequireSampling() const;
     void Confine(const Options& options);
     [[nodiscard]] StatusSources Sources();
+    [[nodiscard]] StatusSources SourcesOfOne();
+    [[nodiscard]] std::unique_ptr<StateParts> BeginAnswer(const ipc::cdb::StateRequest& request);
 
     const std::function<WallTime()> m_clock = EventClock();
     const std::unique_ptr<ipc::Timers> m_timers;
@@ -108,6 +112,7 @@ private:
     State m_state;
     Service m_service;
     SessionServer m_server;
+    ConfiguredStore m_configuration;
     StateProvider m_provider;
     std::unique_ptr<MetricsServer> m_metrics;
 };
@@ -135,7 +140,8 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
                ipc::FindGroup(options.switchGroup)),
       m_provider(
           loop, *m_timers, directory + "/cdb.sock",
-          {[this](std::string_view configuration) { return StateJson(m_service, Sources(), configuration); },
+          {[this](const std::string& store) { m_configuration.Open(store); },
+           [this](const ipc::cdb::StateRequest& request) { return BeginAnswer(request); },
            [this] {
                return std::string(m_server.RequestResync() ? "" : "the configuration daemon has no session");
            }})
@@ -185,18 +191,27 @@ void Assembly::Impl::Confine(const Options& options)
     if (!m_source.source) m_limitations.push_back("no packets are sampled: " + m_source.status.reason);
 }
 
+/// For questions about everything: what is sampled is looked at once.
 StatusSources Assembly::Impl::Sources()
 {
     m_exporter.TakeErrors();
+    StatusSources sources = SourcesOfOne();
+    sources.interface = [all = m_sampling.Interfaces()](const std::string& name) {
+        const auto at = all.find(name);
+        return at == all.end() ? InterfaceStatus{} : at->second;
+    };
+    return sources;
+}
+
+/// For questions about one thing after the other.
+StatusSources Assembly::Impl::SourcesOfOne()
+{
     StatusSources sources;
     sources.now = m_clock;
     sources.wall = &system_clock::now;
     sources.pid = ::getpid();
     sources.source = [this] { return m_sampling.Source(); };
-    sources.interface = [all = m_sampling.Interfaces()](const std::string& name) {
-        const auto at = all.find(name);
-        return at == all.end() ? InterfaceStatus{} : at->second;
-    };
+    sources.interface = [this](const std::string& name) { return m_sampling.Interface(name); };
     sources.collector = [this](const std::string& name) {
         const Stream* stream = m_exporter.Find(name);
         return stream == nullptr ? nullptr : &stream->Status();
@@ -204,6 +219,17 @@ StatusSources Assembly::Impl::Sources()
     sources.limitations = [this] { return m_limitations; };
     sources.addedDirection = m_addedDirection;
     return sources;
+}
+
+std::unique_ptr<StateParts> Assembly::Impl::BeginAnswer(const ipc::cdb::StateRequest& request)
+{
+    WantedState wanted;
+    for (const auto& part : request.parts())
+        if (part.path() == kStatePath) wanted = WantedState::From(part);
+    return std::make_unique<StateAnswer>(
+        StateAnswer::Sources{m_service, SourcesOfOne(), [this] { m_exporter.TakeErrors(); },
+                             m_configuration.Reader(), m_configuration.Problem()},
+        std::move(wanted));
 }
 
 Assembly::Assembly(boost::asio::io_context& loop, const Options& options, const std::string& directory)

@@ -1,6 +1,6 @@
 // What is configured of sFlow, as far as what is in effect does not tell it: collectors that are disabled,
 // interfaces that the manager is never told of, and whether a sampling rate is an interface's own. Read
-// from what the database sends along with its questions. It changes nothing here: for showing only.
+// from the database's store. It changes nothing here: for showing only.
 
 #ifndef MANAGER_CONFIGURED_H
 #define MANAGER_CONFIGURED_H
@@ -10,9 +10,9 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "cdb/store.h"
 #include "manager/operation.h"
 
 namespace manager {
@@ -33,9 +33,29 @@ struct Configured {
     std::map<std::string, Interface> interfaces;
 };
 
-/// The container `sflow` of the configuration in JSON (RFC 7951), without the defaults that were not set
-/// explicitly. None where it is not that.
-std::optional<Configured> ReadConfigured(std::string_view json);
+/// The configuration of one commit, read as it is asked for. Every call may throw cdb::FatalError where the
+/// store can't be read.
+class ConfiguredReader {
+public:
+    /// The store must outlive it.
+    explicit ConfiguredReader(const cdb::StoreReader& store);
+
+    /// Nullopt where it is not configured.
+    [[nodiscard]] std::optional<Configured::Collector> Collector(const std::string& name) const;
+    [[nodiscard]] std::optional<Configured::Interface> Interface(const std::string& name) const;
+
+    /// The first names behind `after`, in ascending order, at most `most`.
+    [[nodiscard]] std::vector<std::string> Collectors(const std::string& after, std::size_t most) const;
+    [[nodiscard]] std::vector<std::string> Interfaces(const std::string& after, std::size_t most) const;
+
+private:
+    [[nodiscard]] std::vector<std::string> Names(cdb::NodeId list, const std::string& after,
+                                                 std::size_t most) const;
+
+    cdb::NodeId m_collector, m_interface;
+    std::array<cdb::NodeId, kKinds> m_attached;
+    cdb::StoreReader::Snapshot m_rows;
+};
 
 }  // namespace manager
 

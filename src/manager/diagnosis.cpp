@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <set>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -25,19 +24,14 @@ public:
     {
     }
 
-    std::vector<Problem> All()
-    {
-        Agent();
-        Collectors();
-        Interfaces();
-        return std::move(m_problems);
-    }
+    void Agent();
+    void Collector(const std::string& name);
+    void Interface(const std::string& name);
+
+    std::vector<Problem> Take() { return std::move(m_problems); }
 
 private:
-    void Agent();
-    void Collectors();
-    void Collector(const std::string& name, const Snapshot::Collector& collector);
-    void Interfaces();
+    void InEffect(const std::string& name, const Snapshot::Collector& collector);
     void NotInEffect(const std::string& name, const Configured::Interface& wanted);
     void InEffect(const Snapshot::Interface& interface);
     /// Adds why no packet can be drawn there, if so.
@@ -61,7 +55,6 @@ private:
 
     const Snapshot& m_snapshot;
     const Configured* m_configured;
-    std::set<std::string> m_attached;  // collectors that interfaces in effect name
     std::vector<Problem> m_problems;
 };
 
@@ -89,55 +82,42 @@ const std::vector<std::string>& Diagnosis::Wanted(const std::string& interface, 
 void Diagnosis::Agent()
 {
     // 0.0.0.0 is what the configuration daemon sends where it knows no address.
-    if (m_snapshot.agentAddress.value_or(0) != 0 || m_snapshot.interfaces.empty()) return;
+    if (m_snapshot.agentAddress.value_or(0) != 0 || !m_snapshot.anyInterface) return;
     Add(Subject::kAgent, "agent", Reason::kNoAgentAddress, text::NoAgentAddress());
 }
 
-void Diagnosis::Collectors()
+void Diagnosis::Collector(const std::string& name)
 {
-    for (const auto& interface : m_snapshot.interfaces)
-        for (const auto& names : interface.collectors) m_attached.insert(names.begin(), names.end());
-    std::set<std::string> names(m_attached);
-    for (const auto& collector : m_snapshot.collectors) names.insert(collector.name);
-    if (m_configured != nullptr)
-        for (const auto& [name, collector] : m_configured->collectors) names.insert(name);
-    for (const std::string& name : names) {
-        const auto* held = m_snapshot.FindCollector(name);
-        if (IsDisabled(name))
-            Add(Subject::kCollector, name, Reason::kCollectorDisabled, text::Disabled({name}));
-        else if (held != nullptr)
-            Collector(name, *held);
-        else if (m_configured != nullptr && m_configured->collectors.contains(name))
-            Add(Subject::kCollector, name, Reason::kNotLoaded, text::NotLoaded(m_snapshot.session));
-        else
-            Add(Subject::kCollector, name, Reason::kCollectorUnknown, text::Unknown(name));
-    }
+    const auto* held = m_snapshot.FindCollector(name);
+    const bool wanted = m_configured != nullptr && m_configured->collectors.contains(name);
+    if (IsDisabled(name))
+        Add(Subject::kCollector, name, Reason::kCollectorDisabled, text::Disabled({name}));
+    else if (held != nullptr)
+        InEffect(name, *held);
+    else if (wanted)
+        Add(Subject::kCollector, name, Reason::kNotLoaded, text::NotLoaded(m_snapshot.session));
+    else if (m_snapshot.attached.contains(name))
+        Add(Subject::kCollector, name, Reason::kCollectorUnknown, text::Unknown(name));
 }
 
-void Diagnosis::Collector(const std::string& name, const Snapshot::Collector& collector)
+void Diagnosis::InEffect(const std::string& name, const Snapshot::Collector& collector)
 {
     const StreamStatus& stream = collector.stream;
     if (stream.lastErrorTime && !stream.sending) {
         const Reason reason = text::ReasonOf(stream.lastError);
         return Add(Subject::kCollector, name, reason, text::OfError(reason, collector));
     }
-    if (!m_attached.contains(name))
+    if (!m_snapshot.attached.contains(name))
         return Add(Subject::kCollector, name, Reason::kNoInterface, text::NoInterface(name));
     if (stream.datagrams == 0) Add(Subject::kCollector, name, Reason::kNothingSent, text::NothingSent());
 }
 
-void Diagnosis::Interfaces()
+void Diagnosis::Interface(const std::string& name)
 {
-    const auto none = std::map<std::string, Configured::Interface>();
-    const auto& wanted = m_configured == nullptr ? none : m_configured->interfaces;
-    auto next = wanted.begin();
-    for (const auto& interface : m_snapshot.interfaces) {
-        for (; next != wanted.end() && next->first < interface.name; ++next)
-            NotInEffect(next->first, next->second);
-        if (next != wanted.end() && next->first == interface.name) ++next;
-        InEffect(interface);
-    }
-    for (; next != wanted.end(); ++next) NotInEffect(next->first, next->second);
+    if (const auto* held = m_snapshot.FindInterface(name)) return InEffect(*held);
+    if (m_configured == nullptr) return;
+    const auto wanted = m_configured->interfaces.find(name);
+    if (wanted != m_configured->interfaces.end()) NotInEffect(name, wanted->second);
 }
 
 void Diagnosis::NotInEffect(const std::string& name, const Configured::Interface& wanted)
@@ -246,9 +226,14 @@ const char* Name(Subject subject)
     return kNames.at(static_cast<std::size_t>(subject));
 }
 
-std::vector<Problem> Diagnose(const Snapshot& snapshot, const Configured* configured)
+std::vector<Problem> Diagnose(const Subjects& subjects, const Snapshot& snapshot,
+                              const Configured* configured)
 {
-    return Diagnosis(snapshot, configured).All();
+    Diagnosis diagnosis(snapshot, configured);
+    if (subjects.agent) diagnosis.Agent();
+    for (const std::string& name : subjects.collectors) diagnosis.Collector(name);
+    for (const std::string& name : subjects.interfaces) diagnosis.Interface(name);
+    return diagnosis.Take();
 }
 
 }  // namespace manager

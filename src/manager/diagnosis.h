@@ -54,10 +54,19 @@ struct Problem {
 const char* Name(Reason reason);
 const char* Name(Subject subject);
 
+/// What is looked at. Names in ascending order.
+struct Subjects {
+    bool agent = false;
+    std::vector<std::string> collectors;
+    std::vector<std::string> interfaces;
+};
+
 /// What does not flow: the agent's problem, then the collectors', then the interfaces', by ascending name.
 /// An interface has one that concerns its packet samples at most, and one of its counters where they are
-/// not sent for another reason. `configured` may be null: then what it alone can tell is missing.
-std::vector<Problem> Diagnose(const Snapshot& snapshot, const Configured* configured);
+/// not sent for another reason. The snapshot needs to have no more than the subjects and what they name.
+/// `configured` likewise; it may be null: then what it alone can tell is missing.
+std::vector<Problem> Diagnose(const Subjects& subjects, const Snapshot& snapshot,
+                              const Configured* configured);
 
 }  // namespace manager
 

@@ -385,4 +385,12 @@ std::map<std::string, InterfaceStatus> Sampling::Interfaces()
     return all;
 }
 
+InterfaceStatus Sampling::Interface(const std::string& name)
+{
+    const auto at = m_interfaces.find(name);
+    if (at == m_interfaces.end()) return {};
+    const DataSource* source = at->second.source;
+    return StatusOf(at->second, source == nullptr ? capture::Counts{} : m_traffic.Look(*source));
+}
+
 }  // namespace manager

@@ -67,6 +67,8 @@ public:
     [[nodiscard]] const SourceStatus& Source() const { return m_sourceStatus; }
     /// What happens at each interface of the state, by its name. Reads the source's counts.
     [[nodiscard]] std::map<std::string, InterfaceStatus> Interfaces();
+    /// The same for one of them; what is not there has no status.
+    [[nodiscard]] InterfaceStatus Interface(const std::string& name);
 
     void AgentAddressChanged(std::optional<std::uint32_t> address) override;
     void CollectorChanged(const std::string& name, const CollectorSettings& settings) override;

@@ -45,17 +45,8 @@ void Shift(Snapshot& snapshot, WallTime::duration by)
     }
 }
 
-}  // namespace
-
-const Snapshot::Collector* Snapshot::FindCollector(const std::string& name) const
-{
-    const auto found =
-        std::lower_bound(collectors.begin(), collectors.end(), name,
-                         [](const Collector& each, const std::string& wanted) { return each.name < wanted; });
-    return found != collectors.end() && found->name == name ? &*found : nullptr;
-}
-
-Snapshot TakeSnapshot(const Service& service, const StatusSources& sources)
+/// What is of the manager as a whole.
+Snapshot TakeManager(const Service& service, const StatusSources& sources)
 {
     Snapshot snapshot;
     if (sources.now) snapshot.now = sources.now();
@@ -69,15 +60,67 @@ Snapshot TakeSnapshot(const Service& service, const StatusSources& sources)
     if (sources.source) snapshot.source = sources.source();
     snapshot.addedDirection = sources.addedDirection;
     if (sources.limitations) snapshot.limitations = sources.limitations();
+    snapshot.agentAddress = service.CurrentState().AgentAddress();
+    snapshot.anyInterface = !service.CurrentState().Interfaces().empty();
+    return snapshot;
+}
+
+void ShiftToWall(const StatusSources& sources, Snapshot& snapshot)
+{
+    if (sources.wall) Shift(snapshot, sources.wall() - snapshot.now);
+}
+
+/// The element of that name, or null; the elements stand in ascending order.
+template <typename Element>
+const Element* Find(const std::vector<Element>& elements, const std::string& name)
+{
+    const auto less = [](const Element& each, const std::string& wanted) { return each.name < wanted; };
+    const auto found = std::lower_bound(elements.begin(), elements.end(), name, less);
+    return found != elements.end() && found->name == name ? &*found : nullptr;
+}
+
+}  // namespace
+
+const Snapshot::Collector* Snapshot::FindCollector(const std::string& name) const
+{
+    return Find(collectors, name);
+}
+
+const Snapshot::Interface* Snapshot::FindInterface(const std::string& name) const
+{
+    return Find(interfaces, name);
+}
+
+Snapshot TakeSnapshot(const Service& service, const StatusSources& sources)
+{
+    Snapshot snapshot = TakeManager(service, sources);
     const State& state = service.CurrentState();
-    snapshot.agentAddress = state.AgentAddress();
     snapshot.collectors.reserve(state.Collectors().size());
     for (const auto& [name, collector] : state.Collectors())
         snapshot.collectors.push_back(Taken(name, collector, sources));
     snapshot.interfaces.reserve(state.Interfaces().size());
     for (const auto& [name, interface] : state.Interfaces())
         snapshot.interfaces.push_back(Taken(name, interface, sources));
-    if (sources.wall) Shift(snapshot, sources.wall() - snapshot.now);
+    for (const auto& [name, uses] : state.AttachedCollectors()) snapshot.attached.insert(name);
+    ShiftToWall(sources, snapshot);
+    return snapshot;
+}
+
+Snapshot TakeSnapshot(const Service& service, const StatusSources& sources,
+                      const std::vector<std::string>& collectors, const std::vector<std::string>& interfaces)
+{
+    Snapshot snapshot = TakeManager(service, sources);
+    const State& state = service.CurrentState();
+    for (const std::string& name : collectors) {
+        const auto at = state.Collectors().find(name);
+        if (at != state.Collectors().end()) snapshot.collectors.push_back(Taken(name, at->second, sources));
+        if (state.AttachedCollectors().contains(name)) snapshot.attached.insert(name);
+    }
+    for (const std::string& name : interfaces) {
+        const auto at = state.Interfaces().find(name);
+        if (at != state.Interfaces().end()) snapshot.interfaces.push_back(Taken(name, at->second, sources));
+    }
+    ShiftToWall(sources, snapshot);
     return snapshot;
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -54,9 +55,12 @@ struct Snapshot {
     };
     std::vector<Collector> collectors;  // by ascending name
     std::vector<Interface> interfaces;  // by ascending name
+    bool anyInterface = false;          // whether the manager has any, also where none is among these
+    std::set<std::string> attached;     // collectors that interfaces name, of those that were asked about
 
     /// Null where there is none of that name.
     [[nodiscard]] const Collector* FindCollector(const std::string& name) const;
+    [[nodiscard]] const Interface* FindInterface(const std::string& name) const;
 };
 
 /// Where the numbers come from. One that is not set gives none: the records stay empty.
@@ -76,7 +80,13 @@ struct StatusSources {
     std::int64_t pid = 0;  // the manager's own
 };
 
+/// Everything.
 Snapshot TakeSnapshot(const Service& service, const StatusSources& sources);
+
+/// The manager, and of collectors and interfaces those named, in ascending order. Names that the manager does
+/// not have are passed over.
+Snapshot TakeSnapshot(const Service& service, const StatusSources& sources,
+                      const std::vector<std::string>& collectors, const std::vector<std::string>& interfaces);
 
 }  // namespace manager
 

@@ -129,7 +129,7 @@ std::string State::On(const Detach& operation)
 {
     const auto at = m_interfaces.find(operation.interface);
     if (at == m_interfaces.end() || at->second.Of(operation.kind).erase(operation.collector) == 0) return {};
-    --m_attachments;
+    DetachOne(operation.collector);
     Tell(&Observer::Detached, operation.interface, operation.kind, operation.collector);
     return {};
 }
@@ -175,7 +175,7 @@ void State::SweepAttachments(const std::string& name, Interface& interface)
                 continue;
             }
             const auto gone = attachments.extract(at++);
-            --m_attachments;
+            DetachOne(gone.key());
             Tell(&Observer::Detached, name, kind, gone.key());
         }
     }
@@ -186,12 +186,21 @@ void State::AttachOne(Interface& interface, const Attach& attach)
     const bool isNew = interface.Of(attach.kind).insert_or_assign(attach.collector, m_session).second;
     if (!isNew) return;
     ++m_attachments;
+    ++m_attached[attach.collector];
     Tell(&Observer::Attached, attach.interface, attach.kind, attach.collector);
+}
+
+void State::DetachOne(const std::string& collector)
+{
+    --m_attachments;
+    const auto at = m_attached.find(collector);
+    if (at != m_attached.end() && --at->second == 0) m_attached.erase(at);
 }
 
 void State::Remove(std::map<std::string, Interface>::iterator interface)
 {
-    for (const Attachments& attachments : interface->second.attachments) m_attachments -= attachments.size();
+    for (const Attachments& attachments : interface->second.attachments)
+        for (const auto& [collector, mark] : attachments) DetachOne(collector);
     const auto gone = m_interfaces.extract(interface);
     Tell(&Observer::InterfaceRemoved, gone.key());
 }

@@ -68,6 +68,8 @@ public:
     [[nodiscard]] std::optional<std::uint32_t> AgentAddress() const { return m_agentAddress; }
     [[nodiscard]] const std::map<std::string, Collector>& Collectors() const { return m_collectors; }
     [[nodiscard]] const std::map<std::string, Interface>& Interfaces() const { return m_interfaces; }
+    /// The collectors that interfaces are attached to, whether they exist or not: how often.
+    [[nodiscard]] const std::map<std::string, std::size_t>& AttachedCollectors() const { return m_attached; }
 
 private:
     std::string On(const AddCollector& operation);
@@ -80,6 +82,7 @@ private:
 
     void AttachOne(Interface& interface, const Attach& attach);
     void Remove(std::map<std::string, Interface>::iterator interface);
+    void DetachOne(const std::string& collector);
     void SweepAttachments(const std::string& name, Interface& interface);
 
     /// Calls one of the observers' functions on each.
@@ -93,6 +96,7 @@ private:
     std::map<std::string, Collector> m_collectors;
     std::map<std::string, Interface> m_interfaces;
     std::size_t m_attachments = 0;
+    std::map<std::string, std::size_t> m_attached;  // of these, by collector
     std::vector<Observer*> m_observers;
 };
 

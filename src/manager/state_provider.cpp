@@ -4,6 +4,9 @@
 
 #include <utility>
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+
 #include "ipc/cdb.pb.h"
 #include "ipc/frame.h"
 #include "log/log.h"
@@ -14,32 +17,46 @@ namespace {
 using ipc::cdb::ClientMessage;
 using ipc::cdb::ServerMessage;
 
-constexpr const char* kStatePath = "/state/oam/sflow";
-constexpr const char* kConfigurationPath = "/config/oam/sflow";
-
-/// What a message has beside the state itself, generously.
-constexpr std::size_t kEnvelope = 1024;
+/// Until the database is looked at again that has too much to take.
+constexpr std::chrono::milliseconds kPause{10};
 
 }  // namespace
 
 StateProvider::StateProvider(boost::asio::io_context& loop, ipc::Timers& timers, std::string socketPath,
                              Handlers handlers)
-    : m_handlers(std::move(handlers)),
+    : m_loop(loop),
+      m_timers(timers),
+      m_handlers(std::move(handlers)),
       m_link(loop, timers, std::move(socketPath),
              {[this] { Introduce(); }, [this](std::string_view frame) { OnFrame(frame); },
-              [](std::string_view reason) { slog::Notice("connection to the database ended: {}", reason); }})
+              [this](std::string_view reason) {
+                  DropAnswers();
+                  slog::Notice("connection to the database ended: {}", reason);
+              }})
 {
+}
+
+void StateProvider::Stop()
+{
+    DropAnswers();
+    m_link.Stop();
+}
+
+void StateProvider::DropAnswers()
+{
+    m_turn.reset();
+    m_answers.clear();
 }
 
 void StateProvider::Introduce()
 {
+    DropAnswers();  // to a connection that was given up
     ClientMessage message;
     message.mutable_hello()->set_protocol(ipc::kProtocolVersion);
     message.mutable_hello()->set_process("sflow-mgr");
     message.mutable_hello()->set_pid(::getpid());
     m_link.Send(message);
     message.mutable_register_state_provider()->set_path(kStatePath);
-    message.mutable_register_state_provider()->set_config_path(kConfigurationPath);
     m_link.Send(message);
     message.mutable_ready();
     m_link.Send(message);
@@ -60,6 +77,8 @@ void StateProvider::OnMessage(const ServerMessage& message)
         m_refusalLogged = false;
         m_link.Accepted();
         slog::Notice("connected to the database");
+        DropAnswers();
+        m_handlers.accepted(message.welcome().store_dir());
         break;
     case ServerMessage::kRefused:
         OnRefused(message.refused().reason());
@@ -96,18 +115,48 @@ void StateProvider::OnRefused(const std::string& reason)
 
 void StateProvider::AnswerState(const ipc::cdb::StateRequest& request)
 {
+    if (m_answers.size() >= kMaxQuestions) {
+        ClientMessage answer;
+        answer.mutable_state_reply()->set_request(request.request());
+        answer.mutable_state_reply()->set_error("too many questions wait for an answer; ask again later");
+        m_link.Send(answer);
+        return;
+    }
+    m_answers.push_back({request.request(), m_handlers.state(request)});
+    if (m_turn == nullptr) GoOn();
+}
+
+void StateProvider::GoOn()
+{
+    if (m_answers.empty()) return;
+    if (m_link.QueuedBytes() > kMaxUnsent) return GoOnLater(kPause);
+    Open open = std::move(m_answers.front());
+    m_answers.pop_front();
     ClientMessage answer;
     auto& reply = *answer.mutable_state_reply();
-    reply.set_request(request.request());
-    std::string_view configuration;
-    for (const auto& part : request.configuration())
-        if (part.path() == kConfigurationPath) configuration = part.json();
-    std::string state = m_handlers.state(configuration);
-    if (state.size() + kEnvelope > ipc::kMaxFrame)
-        reply.set_error("the state of sFlow is larger than a message may be");
-    else
-        reply.set_json(std::move(state));
+    reply.set_request(open.request);
+    const bool more = open.parts->Next(reply);
+    reply.set_more(more);
     m_link.Send(answer);
+    // The answers take turns, so that a small one does not wait for the end of a large one.
+    if (more) m_answers.push_back(std::move(open));
+    if (!m_answers.empty()) GoOnLater(std::chrono::milliseconds(0));
+}
+
+void StateProvider::GoOnLater(std::chrono::milliseconds delay)
+{
+    const auto goOn = [this] {
+        m_turn.reset();
+        GoOn();
+    };
+    if (delay.count() != 0) {
+        m_turn = m_timers.After(delay, goOn);
+        return;
+    }
+    m_turn = std::make_shared<int>();
+    boost::asio::post(m_loop, [goOn, turn = std::weak_ptr<void>(m_turn)] {
+        if (!turn.expired()) goOn();
+    });
 }
 
 void StateProvider::AnswerAction(const ipc::cdb::ActionRequest& request)

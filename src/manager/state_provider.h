@@ -4,11 +4,15 @@
 #ifndef MANAGER_STATE_PROVIDER_H
 #define MANAGER_STATE_PROVIDER_H
 
+#include <cstddef>
+#include <deque>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "ipc/link.h"
+#include "manager/state_answer.h"
 
 namespace ipc::cdb {
 class ActionRequest;
@@ -20,10 +24,16 @@ namespace manager {
 
 class StateProvider {
 public:
+    /// Questions that wait for their answers; more are refused.
+    static constexpr std::size_t kMaxQuestions = 64;
+    /// Nothing more is answered while the database has so much to take.
+    static constexpr std::size_t kMaxUnsent = std::size_t{1} << 20;
+
     struct Handlers {
-        /// The state, as JSON. `configuration` is what is configured of sFlow, as JSON; empty where the
-        /// database has not sent it.
-        std::function<std::string(std::string_view configuration)> state;
+        /// The database has accepted the manager: its store is there. What answered before has gone.
+        std::function<void(const std::string& storeDirectory)> accepted;
+        /// Begins an answer; its parts are made later, as their turns come.
+        std::function<std::unique_ptr<StateParts>(const ipc::cdb::StateRequest& request)> state;
         /// Asks for everything anew. Empty when that is under way, else why it can't be.
         std::function<std::string()> resync;
     };
@@ -33,19 +43,32 @@ public:
                   Handlers handlers);
 
     void Start() { m_link.Start(); }
-    void Stop() { m_link.Stop(); }
+    void Stop();
 
 private:
+    struct Open {
+        std::uint64_t request;
+        std::unique_ptr<StateParts> parts;
+    };
+
     void Introduce();
     void OnFrame(std::string_view frame);
     void OnMessage(const ipc::cdb::ServerMessage& message);
     void OnRefused(const std::string& reason);
     void AnswerState(const ipc::cdb::StateRequest& request);
     void AnswerAction(const ipc::cdb::ActionRequest& request);
+    /// One part of one answer; the next part, of the next answer, in another turn of the loop.
+    void GoOn();
+    void GoOnLater(std::chrono::milliseconds delay);
+    void DropAnswers();
 
+    boost::asio::io_context& m_loop;
+    ipc::Timers& m_timers;
     const Handlers m_handlers;
     bool m_refusalLogged = false;
-    ipc::Link m_link;  // last: its handlers use the others
+    std::deque<Open> m_answers;
+    std::shared_ptr<void> m_turn;  // while one is to come
+    ipc::Link m_link;              // last: its handlers use the others
 };
 
 }  // namespace manager

@@ -45,6 +45,14 @@ TrafficWatch::Counts TrafficWatch::Look()
     return counts;
 }
 
+capture::Counts TrafficWatch::Look(const DataSource& source)
+{
+    if (m_source == nullptr || !source.sampledWith) return {};
+    const capture::Counts counts = m_source->Read(source.ifIndex);
+    Note(source.ifIndex, counts);
+    return counts;
+}
+
 void TrafficWatch::Note(std::uint32_t ifIndex, const capture::Counts& counts)
 {
     const auto at = m_sources.find(ifIndex);

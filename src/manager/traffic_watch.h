@@ -39,6 +39,8 @@ public:
 
     /// Looks at once. Returns what the source has counted.
     Counts Look();
+    /// The same at one kernel interface; nothing where it is not sampled.
+    capture::Counts Look(const DataSource& source);
 
     /// As of the last look: for how long at least no packet has been counted; 0 where nothing is sampled.
     [[nodiscard]] std::chrono::seconds QuietFor(const DataSource& source) const;

@@ -118,11 +118,10 @@ void Process::RegisterCallpoint(const std::string& name)
     Send(message);
 }
 
-void Process::RegisterProvider(const std::string& path, const std::string& configPath)
+void Process::RegisterProvider(const std::string& path)
 {
     ipc::cdb::ClientMessage message;
     message.mutable_register_state_provider()->set_path(path);
-    message.mutable_register_state_provider()->set_config_path(configPath);
     Send(message);
 }
 

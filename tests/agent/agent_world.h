@@ -83,7 +83,7 @@ public:
     void Send(const ipc::cdb::ClientMessage& message) { m_frames.Send(message); }
     void Subscribe(std::uint32_t id, std::int32_t priority, const std::string& path);
     void RegisterCallpoint(const std::string& name = "sflow-set-sampling-rate");
-    void RegisterProvider(const std::string& path = "/state/oam/sflow", const std::string& configPath = "");
+    void RegisterProvider(const std::string& path = "/state/oam/sflow");
     /// Says that all is registered, and waits for the welcome.
     ipc::cdb::Welcome Ready();
 

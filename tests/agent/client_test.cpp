@@ -80,20 +80,10 @@ INSTANTIATE_TEST_SUITE_P(
                         "/state/nothing"},
         BadRegistration{"ConfigurationForState", [](Process& p) { p.RegisterProvider("/config/oam"); },
                         "/config/oam"},
-        BadRegistration{"UnknownConfiguration",
-                        [](Process& p) { p.RegisterProvider("/state/oam/sflow", "/config/oam/other"); },
-                        "no container of the configuration at /config/oam/other"},
-        BadRegistration{"StateForConfiguration",
-                        [](Process& p) { p.RegisterProvider("/state/oam/sflow", "/state/system"); },
-                        "/state/system"},
-        BadRegistration{
-            "AListForConfiguration",
-            [](Process& p) { p.RegisterProvider("/state/oam/sflow", "/config/oam/sflow/collector"); },
-            "/config/oam/sflow/collector"},
-        BadRegistration{
-            "AContainerBelowAListForConfiguration",
-            [](Process& p) { p.RegisterProvider("/state/oam/sflow", "/config/interface/mgmt/ipv4"); },
-            "/config/interface/mgmt/ipv4"},
+        BadRegistration{"StateOfOurOwn", [](Process& p) { p.RegisterProvider("/state/system"); },
+                        "cdbd tells the state of /state/system"},
+        BadRegistration{"StateWithOurOwnInIt", [](Process& p) { p.RegisterProvider("/state"); },
+                        "cdbd tells the state of /state/system"},
         BadRegistration{"TooMany",
                         [](Process& p) {
                             for (std::uint32_t i = 0; i < 300; ++i) p.Subscribe(i, 0, "/config/oam/sflow");
@@ -132,6 +122,11 @@ TEST(Clients, HoldACallpointAndAProvidersPathAlone)
         Process third(world, "manager");
         third.RegisterProvider();
         EXPECT_EQ(third.ReceiveRefusal().holder_pid(), ::getpid());
+    }
+    for (const char* path : {"/state/oam", "/state/oam/sflow/manager"}) {
+        Process fourth(world, "other");
+        fourth.RegisterProvider(path);
+        EXPECT_EQ(fourth.ReceiveRefusal().holder_pid(), ::getpid()) << path;
     }
     holder.reset();
     support::Await("the callpoint to come free", [&world] {

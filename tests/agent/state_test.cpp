@@ -4,6 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
+#include <vector>
+
+#include <google/protobuf/text_format.h>
 
 #include "agent/agent_world.h"
 
@@ -40,16 +44,24 @@ protected:
         return process;
     }
 
-    /// Answers the request that a get makes with this JSON, and returns the data.
-    std::string Served(Process& provider, const std::string& json, const std::string& error = "")
+    /// Answers the question that a get makes with these parts, and returns the reply.
+    netconf::Reply Served(Process& provider, const std::vector<std::string>& parts)
     {
         m_client.Send(netconf::Get(kState));
-        ipc::cdb::ClientMessage message;
-        message.mutable_state_reply()->set_request(provider.Receive().state_request().request());
-        message.mutable_state_reply()->set_json(json);
-        message.mutable_state_reply()->set_error(error);
-        provider.Send(message);
-        return m_client.Receive().data;
+        Answer(provider, provider.Receive().state_request().request(), parts);
+        return m_client.Receive();
+    }
+
+    /// Parts of replies in protobuf's text form.
+    static void Answer(Process& provider, std::uint64_t request, const std::vector<std::string>& parts)
+    {
+        for (const std::string& part : parts) {
+            ipc::cdb::ClientMessage message;
+            EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(part, message.mutable_state_reply()))
+                << part;
+            message.mutable_state_reply()->set_request(request);
+            provider.Send(message);
+        }
     }
 
     World m_world;
@@ -61,12 +73,46 @@ protected:
     ImpatientState() : State(std::chrono::milliseconds(50)) {}
 };
 
-const std::string kAgent = R"({"switch-state:state":{"oam":{"sflow":{"agent-address":"192.0.2.1"}}}})";
+/// What is at the provider's path, with the names that the tests use.
+std::string Part(const std::string& node, const std::string& more = "")
+{
+    return "names: 'agent-address' names: 'interface' names: 'ifindex' names: 'manager' names: 'pid' "
+           "trees { path: '/state/oam/sflow' node { " +
+           node + " } } " + more;
+}
+
+std::string Interface(const std::string& name, const std::string& ifIndex = "7")
+{
+    return "children { name: 1 keys: '" + name + "' leaves: 2 values: '" + ifIndex + "' } ";
+}
+
+const std::string kAgent = Part("leaves: 0 values: '192.0.2.1'");
+const std::string kMore = "more: true";
+
+/// The only warning of a reply that is ok.
+netconf::RpcError Warning(const netconf::Reply& reply)
+{
+    EXPECT_TRUE(reply.ok) << reply.xml;
+    EXPECT_EQ(reply.errors.size(), 1U) << reply.xml;
+    return reply.errors.empty() ? netconf::RpcError{} : reply.errors.front();
+}
+
+/// Answers one transition; the role that was asked for.
+ipc::cdb::HaTransition::Role AnswerTransition(Process& process, bool handled)
+{
+    const auto message = process.Receive();
+    EXPECT_TRUE(message.has_ha_transition());
+    ipc::cdb::ClientMessage answer;
+    answer.mutable_ha_reply()->set_request(message.ha_transition().request());
+    answer.mutable_ha_reply()->set_handled(handled);
+    process.Send(answer);
+    return message.ha_transition().role();
+}
 
 TEST_F(State, OfAProviderIsMerged)
 {
     const auto provider = Provider();
-    EXPECT_THAT(Served(*provider, kAgent),
+    EXPECT_THAT(Served(*provider, {kAgent}).data,
                 AllOf(HasSubstr("<oam><sflow><agent-address>192.0.2.1</agent-address>"),
                       HasSubstr("<process><name>manager</name>")));
 }
@@ -88,7 +134,7 @@ TEST_F(State, IsNotAskedForWhereNobodyWantsIt)
     m_client.Call(netconf::Get("<config xmlns=\"urn:switch:yang:switch-config\"/>"));
     EXPECT_THAT(m_client.Call(netconf::Get(kSystem)).data, HasSubstr("manager"));
     // The first that the provider hears of is this one.
-    EXPECT_NE(Served(*provider, kAgent), "");
+    EXPECT_NE(Served(*provider, {kAgent}).data, "");
 }
 
 TEST_F(State, OfTheProcessesIsOurOwn)
@@ -98,118 +144,153 @@ TEST_F(State, OfTheProcessesIsOurOwn)
     process.Subscribe(2, 1, "/config/oam/sflow/agent");
     process.RegisterCallpoint();
     process.Ready();
-    // libyang writes times in the zone of the machine.
+    // A writer may put times into the zone of the machine.
     EXPECT_THAT(m_client.Call(netconf::Get(kSystem)).data,
                 testing::MatchesRegex(
                     "<state xmlns=\"urn:switch:yang:switch-state\"><system><process><name>app</name><pid>" +
                     std::to_string(::getpid()) +
-                    "</pid><connected-since>2001-09-[0-9]+T[0-9]+:[0-9]+:40.123456[0-9:+-]+</"
+                    "</pid><connected-since>2001-09-[0-9]+T[0-9]+:[0-9]+:40.123456[0-9:+Z-]+</"
                     "connected-since><role>unknown</role>"
                     "<state>ready</state><subscription>/config/oam/sflow</subscription>"
                     "<subscription>/config/oam/sflow/agent</subscription>"
                     "<callpoint>sflow-set-sampling-rate</callpoint></process></system></state>"));
 }
 
-TEST_F(State, ThatIsNoneHurtsNobody)
+TEST_F(State, ComesInManyParts)
 {
     const auto provider = Provider();
-    const std::string deep(100'000, '[');
-    for (const std::string& json :
-         {std::string(), std::string("{"), std::string("[]"), std::string("null"), deep,
-          R"({"switch-state:state":)" + deep, R"({"a":)" + std::string(1000, '{'),
-          std::string(R"({"switch-state:state":{"oam":{"sflow":{"agent-address":"nowhere"}}}})"),
-          std::string(R"({"switch-state:state":{"oam":{"sflow":{"unknown":1}}}})"),
-          std::string(R"({"switch-state:state":{"oam":{"sflow":{"manager":{"journal":"\u0001"}}}}})"),
-          std::string(R"({"switch-state:state":{"oam":{"sflow":{"manager":{"journal":"\ufffe"}}}}})"),
-          std::string("{\"switch-state:state\":{\"oam\":{\"sflow\":{\"manager\":{\"journal\":"
-                      "\"\xef\xbf\xbf\"}}}}}"),
-          std::string("{\"switch-state:state\":{\"oam\":{\"sflow\":{\"manager\":{\"journal\":"
-                      "\"\x1b\"}}}}}"),
-          std::string(R"({"unknown:state":{}})"), std::string("\xff\xfe"), std::string("{\0}", 3)}) {
-        EXPECT_THAT(Served(*provider, json), AllOf(Not(HasSubstr("oam")), HasSubstr("manager"))) << json;
+    std::vector<std::string> parts{Part("leaves: 0 values: '192.0.2.1'", kMore)};
+    for (int i = 100; i < 200; ++i) parts.push_back(Part(Interface("eth" + std::to_string(i)), kMore));
+    parts.push_back(Part("children { name: 3 leaves: 4 values: '12' }"));
+    const auto reply = Served(*provider, parts);
+    EXPECT_TRUE(reply.errors.empty()) << reply.xml;
+    EXPECT_THAT(reply.data, AllOf(HasSubstr("<manager><pid>12</pid></manager>"), HasSubstr("192.0.2.1"),
+                                  HasSubstr("<interface><name>eth100</name><ifindex>7</ifindex></interface>"
+                                            "<interface><name>eth101</name>"),
+                                  HasSubstr("<name>eth199</name>")));
+}
+
+TEST_F(State, ThatDoesNotFitIsMissingAndSaidSo)
+{
+    const auto provider = Provider();
+    const std::pair<std::string, std::string> kBad[] = {
+        {Part("leaves: 0 values: 'nowhere'"), "/state/oam/sflow/agent-address can't be"},
+        {Part("children { name: 9 }"), "no container or list number 9"},
+        {Part(Interface("eth1") + Interface("eth1")), "interface{eth1} is there twice"},
+        {"trees { path: '/state/system' node { } }", "which it does not provide"},
+        {"error: 'busy'", "can't tell: busy"},
+        {Part("", kMore), "parts in which there is nothing"}};
+    for (const auto& [part, problem] : kBad) {
+        const auto reply = Served(*provider, {part});
+        EXPECT_THAT(reply.data, AllOf(Not(HasSubstr("oam")), HasSubstr("manager"))) << part;
+        const auto warning = Warning(reply);
+        EXPECT_TRUE(warning.IsWarning());
+        EXPECT_THAT(warning.message,
+                    AllOf(HasSubstr("/state/oam/sflow"), HasSubstr(problem),
+                          HasSubstr("manager (process " + std::to_string(::getpid()) + ")")));
+        EXPECT_THAT(warning.path, HasSubstr("oam"));
     }
-    EXPECT_THAT(Served(*provider, kAgent), HasSubstr("192.0.2.1"));
+    EXPECT_THAT(Served(*provider, {kAgent}).data, HasSubstr("192.0.2.1"));
 }
 
-TEST_F(State, IsTakenOfTheProvidersOwnPathOnly)
+TEST_F(State, OfAnAnswerWithAFaultLaterIsNotShownInPart)
 {
     const auto provider = Provider();
-    const std::string data = Served(
-        *provider,
-        R"({"switch-config:config":{"switch-oam-sflow:oam":{"sflow":{"agent":{"ipv4":"192.0.2.66"}}}},)"
-        R"("switch-state:state":{"system":{"process":[{"name":"forged","pid":1}]},"oam":{"sflow":{"agent-address":"192.0.2.1"}}}})");
-    EXPECT_THAT(data, AllOf(HasSubstr("192.0.2.1"), Not(HasSubstr("192.0.2.66")), Not(HasSubstr("forged"))));
+    const auto reply = Served(
+        *provider, {Part(Interface("eth2"), kMore), Part(Interface("eth1"), kMore), Part(Interface("eth3"))});
+    EXPECT_THAT(Warning(reply).message, HasSubstr("interface{eth1}"));
+    EXPECT_THAT(reply.data, Not(HasSubstr("eth2")));
+    EXPECT_THAT(Served(*provider, {kAgent}).data, HasSubstr("192.0.2.1"))
+        << "what is left of the other answer";
 }
 
-/// The parts of the configuration that come with the question for the state, "PATH JSON" each.
-std::vector<std::string> SentAlong(netconf::Client& client, Process& provider)
-{
-    client.Send(netconf::Get(kState));
-    const auto question = provider.Receive().state_request();
-    std::vector<std::string> parts;
-    for (const auto& part : question.configuration()) parts.push_back(part.path() + " " + part.json());
-    ipc::cdb::ClientMessage answer;
-    answer.mutable_state_reply()->set_request(question.request());
-    answer.mutable_state_reply()->set_json(kAgent);
-    provider.Send(answer);
-    EXPECT_THAT(client.Receive().data, HasSubstr("192.0.2.1"));
-    return parts;
-}
-
-TEST_F(State, IsAskedForWithTheConfigurationThatTheProviderWants)
-{
-    Process process(m_world, "manager");
-    process.RegisterProvider("/state/oam/sflow", "/config/oam/sflow");
-    process.Ready();
-    EXPECT_THAT(SentAlong(m_client, process),
-                testing::ElementsAre(R"(/config/oam/sflow {"switch-oam-sflow:sflow":{"agent":{}}})"));
-    Do(m_client, netconf::EditConfig(Sflow(Collector("c1"))));
-    EXPECT_THAT(SentAlong(m_client, process),
-                testing::ElementsAre(R"(/config/oam/sflow {"switch-oam-sflow:sflow":{"agent":{}}})"))
-        << "the candidate was sent";
-    Do(m_client, netconf::Commit());
-    EXPECT_THAT(SentAlong(m_client, process),
-                testing::ElementsAre(R"(/config/oam/sflow {"switch-oam-sflow:sflow":{"agent":{},)"
-                                     R"("collector":[{"name":"c1","ip":"192.0.2.1"}]}})"));
-}
-
-TEST_F(State, IsAskedForWithoutConfigurationWhereNoneIsWanted)
+TEST_F(State, OfAnotherQuestionIsPassedOver)
 {
     const auto provider = Provider();
-    EXPECT_THAT(SentAlong(m_client, *provider), testing::IsEmpty());
+    m_client.Send(netconf::Get(kState));
+    const auto request = provider->Receive().state_request().request();
+    Answer(*provider, request + 1, {Part(Interface("forged"))});
+    Answer(*provider, request, {kAgent});
+    EXPECT_THAT(m_client.Receive().data, AllOf(HasSubstr("192.0.2.1"), Not(HasSubstr("forged"))));
 }
 
-TEST_F(State, GoesWithoutAProviderThatReportsAnError)
+TEST_F(State, HasTheProvidersOwnWarnings)
 {
     const auto provider = Provider();
-    EXPECT_THAT(Served(*provider, kAgent, "busy"), Not(HasSubstr("oam")));
+    const auto reply = Served(*provider, {Part(Interface("eth1"), "warnings: 'half of it \\x01is dark'")});
+    EXPECT_THAT(reply.data, HasSubstr("eth1"));
+    EXPECT_THAT(Warning(reply).message, HasSubstr("half of it \xEF\xBF\xBDis dark"));
+}
+
+TEST_F(State, IsAskedForAsTheFilterSelects)
+{
+    const auto provider = Provider();
+    m_client.Send(
+        netconf::Get("<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow><interface><name>eth1</name>"
+                     "<ifindex/></interface></sflow></oam></state>"));
+    const auto question = provider->Receive().state_request();
+    ASSERT_EQ(question.parts_size(), 1);
+    EXPECT_EQ(question.parts(0).path(), "/state/oam/sflow");
+    ASSERT_EQ(question.parts(0).children_size(), 1);
+    EXPECT_EQ(question.parts(0).children(0).name(), "interface");
+    EXPECT_EQ(question.parts(0).children(0).keys(0).value(), "eth1");
+    Answer(*provider, question.request(), {Part(Interface("eth1") + Interface("eth2"))});
+    EXPECT_EQ(m_client.Receive().data,
+              "<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow><interface><name>eth1</name>"
+              "<ifindex>7</ifindex></interface></sflow></oam></state>");
+}
+
+TEST_F(State, WithoutItsProviderIsMissingAndSaidSo)
+{
+    const auto warning = Warning(m_client.Call(netconf::Get(kState)));
+    EXPECT_EQ(warning.severity, "warning");
+    EXPECT_EQ(warning.message, "no process provides /state/oam/sflow; start sflow-mgr");
+    EXPECT_EQ(warning.path, "/switch-state:state/switch-state:oam/switch-state:sflow");
+    EXPECT_TRUE(m_client.Call(netconf::Get(kSystem)).errors.empty()) << "not asked for";
+    EXPECT_TRUE(m_client.Call(netconf::GetConfig("running")).errors.empty());
 }
 
 TEST_F(State, GoesWithoutAProviderThatGoes)
 {
     auto provider = Provider();
     m_client.Send(netconf::Get(kState));
-    provider->Receive();
+    const auto request = provider->Receive().state_request().request();
+    Answer(*provider, request, {Part(Interface("eth1"), kMore)});
     provider.reset();
-    EXPECT_TRUE(m_client.Receive().ok);
+    const auto reply = m_client.Receive();
+    EXPECT_THAT(Warning(reply).message, HasSubstr("has ended its connection"));
+    EXPECT_THAT(reply.data, Not(HasSubstr("eth1")));
 }
 
 TEST_F(ImpatientState, GoesWithoutAProviderThatIsSilent)
 {
     const auto provider = Provider();
-    EXPECT_THAT(m_client.Call(netconf::Get(kState)).data, AllOf(Not(HasSubstr("oam")), HasSubstr("manager")));
+    const auto reply = m_client.Call(netconf::Get(kState));
+    EXPECT_THAT(reply.data, AllOf(Not(HasSubstr("oam")), HasSubstr("manager")));
+    EXPECT_EQ(Warning(reply).message, "no state of /state/oam/sflow: manager (process " +
+                                          std::to_string(::getpid()) + ") has not answered for 50 ms");
 }
 
-/// Answers one transition; the role that was asked for.
-ipc::cdb::HaTransition::Role AnswerTransition(Process& process, bool handled)
+TEST_F(ImpatientState, OfASilentProviderIsNotAskedForAgainAndAgain)
 {
-    const auto message = process.Receive();
-    EXPECT_TRUE(message.has_ha_transition());
-    ipc::cdb::ClientMessage answer;
-    answer.mutable_ha_reply()->set_request(message.ha_transition().request());
-    answer.mutable_ha_reply()->set_handled(handled);
-    process.Send(answer);
-    return message.ha_transition().role();
+    const auto provider = Provider();
+    std::vector<std::uint64_t> asked;
+    for (int i = 0; i < 5; ++i)
+        EXPECT_THAT(Warning(m_client.Call(netconf::Get(kState))).message, HasSubstr("has not answered for"));
+    for (int i = 0; i < 2; ++i) asked.push_back(provider->Receive().state_request().request());
+    // Its late answers are dropped, and show that it works again.
+    for (const std::uint64_t request : asked) Answer(*provider, request, {Part(Interface("late"))});
+    netconf::Reply reply;
+    do {
+        // What was sent before has been read when this has been answered.
+        m_client.Send(netconf::HaTransition("active"));
+        AnswerTransition(*provider, true);
+        m_client.Receive();
+        m_client.Send(netconf::Get(kState));
+        Answer(*provider, provider->Receive().state_request().request(), {kAgent});
+        reply = m_client.Receive();
+    } while (!reply.errors.empty());
+    EXPECT_THAT(reply.data, AllOf(HasSubstr("192.0.2.1"), Not(HasSubstr("late"))));
 }
 
 TEST_F(State, ReachesAllProcessesWithATransition)

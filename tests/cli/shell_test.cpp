@@ -277,6 +277,35 @@ TEST(ShowState, ThatIsUnknownHereIsRefused)
     EXPECT_EQ(test.out.str(), "");
 }
 
+TEST(ShowState, ThatIsMissingAltogetherIsAnErrorWithTheReason)
+{
+    const std::string warning = RpcError("warning", "no process provides /state/oam/sflow; start sflow-mgr",
+                                         "/switch-state:state/switch-state:oam/switch-state:sflow");
+    Fixture test([&](const std::string&) { return warning + Data(""); });
+    for (const char* command : {"show sflow", "show sflow interfaces", "show sflow problems | json"}) {
+        test.err.str("");
+        EXPECT_FALSE(test.shell.Run(command));
+        EXPECT_EQ(test.err.str(), "error: no process provides /state/oam/sflow; start sflow-mgr\n")
+            << command;
+        EXPECT_EQ(test.out.str(), "");
+    }
+}
+
+TEST(ShowState, ThatIsMissingInPartIsShownWithAWarning)
+{
+    Fixture test([&](const std::string&) {
+        return RpcError("warning", "no configuration",
+                        "/switch-state:state/switch-state:oam/switch-state:sflow") +
+               Data(
+                   "<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow><agent-address>10.0.0.5"
+                   "</agent-address></sflow></oam></state>");
+    });
+    EXPECT_TRUE(test.shell.Run("show sflow agent"));
+    EXPECT_THAT(test.out.str(), HasSubstr("10.0.0.5"));
+    EXPECT_THAT(test.err.str(), HasSubstr("warning: "));
+    EXPECT_THAT(test.err.str(), HasSubstr("no configuration\n"));
+}
+
 TEST(Compare, PrintsWhatACommitWouldChange)
 {
     Fixture test([](const std::string& operation) {

@@ -8,11 +8,36 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <string>
 #include <system_error>
 
 #include "ipc/cdb.pb.h"
+#include "support/shown_state.h"
 
 namespace endurance {
+namespace {
+
+/// Ages as numbers, and what is true or false as that; the rest as it is.
+nlohmann::json Typed(const nlohmann::ordered_json& shown)
+{
+    nlohmann::json typed;
+    for (const auto& [name, value] : shown.items()) {
+        if (value.is_object())
+            typed[name] = Typed(value);
+        else if (value.is_array())
+            for (const auto& each : value)
+                typed[name].push_back(each.is_object() ? Typed(each) : nlohmann::json(each));
+        else if (value == "true" || value == "false")
+            typed[name] = value == "true";
+        else if (name.ends_with("-age"))
+            typed[name] = std::stoll(value.get<std::string>());
+        else
+            typed[name] = value.get<std::string>();
+    }
+    return typed;
+}
+
+}  // namespace
 
 Database::Database(const std::filesystem::path& socket)
     : m_listening(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
@@ -44,18 +69,25 @@ nlohmann::json Database::State()
 {
     ipc::cdb::ServerMessage request;
     request.mutable_state_request()->set_request(++m_requests);
+    request.mutable_state_request()->add_parts()->set_path("/state/oam/sflow");
     m_manager->Send(request);
-    ipc::cdb::ClientMessage answer;
-    if (!m_manager->Receive(answer) || !answer.has_state_reply())
-        throw std::runtime_error("no state but: " + answer.ShortDebugString());
-    return nlohmann::json::parse(answer.state_reply().json()).at("switch-state:state").at("oam").at("sflow");
+    nlohmann::ordered_json state;
+    for (bool more = true; more;) {
+        ipc::cdb::ClientMessage answer;
+        if (!m_manager->Receive(answer) || !answer.has_state_reply() || answer.state_reply().trees().empty())
+            throw std::runtime_error("no state but: " + answer.ShortDebugString());
+        const ipc::cdb::StateReply& part = answer.state_reply();
+        for (const auto& tree : part.trees()) support::Show(part, tree.node(), state);
+        more = part.more();
+    }
+    return Typed(state);
 }
 
 nlohmann::json Database::Entry(const std::string& list, const std::string& name)
 {
     const nlohmann::json state = State();
     for (const auto& entry : state.at(list))
-        if (entry.at("name") == name) return entry;
+        if (entry.at("keys").at(0) == name) return entry;
     throw std::out_of_range("no " + list + " " + name);
 }
 

@@ -1,75 +1,86 @@
-// What is read of the configuration that comes with the database's questions.
+// What is read of the configuration, from a real store.
 
 #include "manager/configured.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "manager/configured_store.h"
+#include "manager/configured_store_fixture.h"
+
 namespace manager {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
-TEST(Configuration, IsReadAsFarAsItIsNeeded)
+class Configuration : public ConfiguredStoreFixture {};
+
+TEST_F(Configuration, IsReadAsFarAsItIsNeeded)
 {
-    const auto read = ReadConfigured(R"({"switch-oam-sflow:sflow":{"agent":{"ipv4":"192.0.2.9"},
-        "collector":[{"name":"c1","ip":"192.0.2.1"},{"name":"c2","enabled":false,"ip":"192.0.2.2"},
-                     {"name":"c3","enabled":true,"ip":"192.0.2.3"}],
-        "interface":[{"name":"eth1","sampling-rate":512,"default-sampling-rate":1000,
-                      "flow-sampling-collector":[{"name":"c1"},{"name":"c2"}],
-                      "counter-sampling-collector":[{"name":"c3"}]},
-                     {"name":"eth2","default-sampling-rate":1000}]}})");
-    ASSERT_TRUE(read);
-    ASSERT_EQ(3U, read->collectors.size());
-    EXPECT_TRUE(read->collectors.at("c1").enabled);
-    EXPECT_FALSE(read->collectors.at("c2").enabled);
-    EXPECT_TRUE(read->collectors.at("c3").enabled);
-    ASSERT_EQ(2U, read->interfaces.size());
-    EXPECT_TRUE(read->interfaces.at("eth1").ownRate);
-    EXPECT_THAT(read->interfaces.at("eth1").Of(Kind::kFlow), ElementsAre("c1", "c2"));
-    EXPECT_THAT(read->interfaces.at("eth1").Of(Kind::kCounter), ElementsAre("c3"));
-    EXPECT_FALSE(read->interfaces.at("eth2").ownRate);
-    EXPECT_THAT(read->interfaces.at("eth2").Of(Kind::kFlow), IsEmpty());
+    const ConfiguredReader read(Store({{kCollector, {"c1"}},
+                                       {kCollector, {"c2"}, {{{"enabled", false}}}},
+                                       {kCollector, {"c3"}, {{{"enabled", true}}}},
+                                       {kInterface, {"eth1"}, {{{"sampling-rate", std::uint32_t{512}}}}},
+                                       {kFlow, {"eth1", "c1"}},
+                                       {kFlow, {"eth1", "c2"}},
+                                       {kCounter, {"eth1", "c3"}},
+                                       {kInterface, {"eth10"}},
+                                       {kFlow, {"eth10", "c1"}},
+                                       {kInterface, {"eth2"}, {{{"max-header-size", std::uint16_t{64}}}}}}));
+    EXPECT_TRUE(read.Collector("c1")->enabled);
+    EXPECT_FALSE(read.Collector("c2")->enabled);
+    EXPECT_TRUE(read.Collector("c3")->enabled);
+    EXPECT_FALSE(read.Collector("c4"));
+    const auto eth1 = read.Interface("eth1");
+    ASSERT_TRUE(eth1);
+    EXPECT_TRUE(eth1->ownRate);
+    EXPECT_THAT(eth1->Of(Kind::kFlow), ElementsAre("c1", "c2"));
+    EXPECT_THAT(eth1->Of(Kind::kCounter), ElementsAre("c3"));
+    EXPECT_FALSE(read.Interface("eth2")->ownRate);
+    EXPECT_THAT(read.Interface("eth2")->Of(Kind::kFlow), IsEmpty());
+    EXPECT_FALSE(read.Interface("eth"));
 }
 
-TEST(Configuration, MayBeEmpty)
+TEST_F(Configuration, IsNamedInOrder)
 {
-    const auto read = ReadConfigured(R"({"switch-oam-sflow:sflow":{}})");
-    ASSERT_TRUE(read);
-    EXPECT_TRUE(read->collectors.empty() && read->interfaces.empty());
+    const ConfiguredReader read(Store(
+        {{kCollector, {"c1"}}, {kInterface, {"eth1"}}, {kInterface, {"eth10"}}, {kInterface, {"eth2"}}}));
+    EXPECT_THAT(read.Interfaces("", 100), ElementsAre("eth1", "eth10", "eth2"));
+    EXPECT_THAT(read.Interfaces("", 2), ElementsAre("eth1", "eth10"));
+    EXPECT_THAT(read.Interfaces("eth1", 100), ElementsAre("eth10", "eth2"));
+    EXPECT_THAT(read.Interfaces("eth11", 100), ElementsAre("eth2")) << "a name that is not there";
+    EXPECT_THAT(read.Interfaces("eth2", 100), IsEmpty());
+    EXPECT_THAT(read.Collectors("", 100), ElementsAre("c1"));
+    EXPECT_THAT(read.Collectors("", 0), IsEmpty());
 }
 
-TEST(Configuration, IsReadInAnyOrderAndBesideWhatIsNotNeeded)
+TEST_F(Configuration, HasNoNamesOfAnyLength)
 {
-    const auto read = ReadConfigured(
-        R"({"x":{"collector":[{"name":"w"}]},"switch-oam-sflow:sflow":{"other":[{"name":"x"},[],5],
-        "agent":{"collector":[{"name":"y"}],"name":"z"},
-        "interface":[{"counter-sampling-collector":[{"more":[{"name":"n"}],"name":"c3"}],"sampling-rate":9,
-                      "other":{"name":"x","sampling-rate":1},"name":"b"},{"name":"a"},{"name":"b"}],
-        "collector":[{"enabled":false,"name":"c1","other":[{"enabled":true,"name":"q"}]}]}})");
-    ASSERT_TRUE(read);
-    ASSERT_EQ(1U, read->collectors.size());
-    EXPECT_FALSE(read->collectors.at("c1").enabled);
-    ASSERT_EQ(2U, read->interfaces.size());
-    EXPECT_FALSE(read->interfaces.at("a").ownRate);
-    EXPECT_FALSE(read->interfaces.at("b").ownRate) << "the last entry of a name counts";
-    EXPECT_THAT(read->interfaces.at("b").Of(Kind::kCounter), IsEmpty());
+    const ConfiguredReader read(Store({{kInterface, {"z"}}}));
+    const std::string name(100'000, 'x');
+    EXPECT_FALSE(read.Interface(name));
+    EXPECT_FALSE(read.Collector(name));
+    EXPECT_THAT(read.Interfaces(name, 100), ElementsAre("z"));
+    EXPECT_THAT(read.Interfaces(std::string(100'000, 'z'), 100), IsEmpty());
 }
 
-TEST(Configuration, ThatIsNoneIsNotRead)
+TEST_F(Configuration, IsNotThereWithoutAStore)
 {
-    for (const char* json :
-         {"", "{", "[]", "null", "{}", R"({"other":{}})", R"({"switch-oam-sflow:sflow":5})",
-          R"({"switch-oam-sflow:sflow":{"collector":[1]}})",
-          R"({"switch-oam-sflow:sflow":{"collector":{"name":"c1"}}})",
-          R"({"switch-oam-sflow:sflow":{"collector":[{"name":1}]}})",
-          R"({"switch-oam-sflow:sflow":{"interface":[{"sampling-rate":1}]}})",
-          R"({"switch-oam-sflow:sflow":{"interface":[[]]}})",
-          R"({"switch-oam-sflow:sflow":{"interface":null}})", R"({"switch-oam-sflow:sflow":[]})",
-          R"({"switch-oam-sflow:sflow":null})", "5", "[{}]",
-          R"({"switch-oam-sflow:sflow":{"interface":[{"name":"a"}]})"})
-        EXPECT_FALSE(ReadConfigured(json)) << json;
+    ConfiguredStore store;
+    EXPECT_EQ(nullptr, store.Reader());
+    store.Open((m_dir / "none").string());
+    EXPECT_EQ(nullptr, store.Reader());
+    EXPECT_THAT(store.Problem(), HasSubstr((m_dir / "none").string()));
+    Store({{kInterface, {"eth1"}}});
+    m_reader.reset();
+    store.Open(m_dir.string());
+    ASSERT_NE(nullptr, store.Reader());
+    EXPECT_EQ("", store.Problem());
+    EXPECT_TRUE(ConfiguredReader(*store.Reader()).Interface("eth1"));
+    store.Open(m_dir.string());  // again, as with a new connection
+    ASSERT_NE(nullptr, store.Reader());
 }
 
 }  // namespace

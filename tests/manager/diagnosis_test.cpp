@@ -355,7 +355,7 @@ TEST_P(OfOneThing, IsNamedWithItsRemedy)
 {
     World world;
     GetParam().change(world);
-    EXPECT_EQ(GetParam().problems, Diagnose(world.snapshot, &world.configured));
+    EXPECT_EQ(GetParam().problems, DiagnoseAll(world.snapshot, &world.configured));
 }
 
 const auto kNameOf = [](const auto& row) { return std::string(row.param.name); };
@@ -365,10 +365,10 @@ INSTANTIATE_TEST_SUITE_P(Collector, OfOneThing, testing::ValuesIn(kCollectorRows
 TEST(Diagnosis, WithoutTheConfigurationTellsWhatItCan)
 {
     World world;
-    EXPECT_EQ(std::vector<Problem>{}, Diagnose(world.snapshot, nullptr));
+    EXPECT_EQ(std::vector<Problem>{}, DiagnoseAll(world.snapshot, nullptr));
     world.snapshot.interfaces[0].collectors = {};
     EXPECT_THAT(
-        Diagnose(world.snapshot, nullptr),
+        DiagnoseAll(world.snapshot, nullptr),
         testing::ElementsAre(
             kAlone,
             OfInterface(
@@ -386,7 +386,7 @@ TEST(Diagnosis, IsInTheOrderOfNames)
     }
     for (const char* name : {"a", "b", "c", "d", "g"}) world.configured.interfaces[name];
     std::string order;
-    for (const Problem& problem : Diagnose(world.snapshot, &world.configured)) order += problem.name + " ";
+    for (const Problem& problem : DiagnoseAll(world.snapshot, &world.configured)) order += problem.name + " ";
     EXPECT_EQ("a b c d eth1 f g ", order);
 }
 

@@ -5,10 +5,12 @@
 #define TESTS_MANAGER_SHOWN_H
 
 #include <chrono>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "manager/configured.h"
+#include "manager/diagnosis.h"
 #include "manager/recorder.h"
 #include "manager/snapshot.h"
 
@@ -73,6 +75,25 @@ inline Configured FlowingConfigured()
     configured.interfaces["eth1"].ownRate = true;
     configured.interfaces["eth1"].collectors = {std::vector<std::string>{"c1"}, {"c1"}};
     return configured;
+}
+
+/// What does not flow of all that the snapshot and the configuration have.
+inline std::vector<Problem> DiagnoseAll(Snapshot snapshot, const Configured* configured)
+{
+    std::set<std::string> collectors, interfaces;
+    snapshot.anyInterface = !snapshot.interfaces.empty();
+    for (const auto& interface : snapshot.interfaces) {
+        interfaces.insert(interface.name);
+        for (const auto& names : interface.collectors) snapshot.attached.insert(names.begin(), names.end());
+    }
+    for (const auto& collector : snapshot.collectors) collectors.insert(collector.name);
+    collectors.insert(snapshot.attached.begin(), snapshot.attached.end());
+    if (configured != nullptr) {
+        for (const auto& [name, collector] : configured->collectors) collectors.insert(name);
+        for (const auto& [name, interface] : configured->interfaces) interfaces.insert(name);
+    }
+    return Diagnose({true, {collectors.begin(), collectors.end()}, {interfaces.begin(), interfaces.end()}},
+                    snapshot, configured);
 }
 
 }  // namespace manager

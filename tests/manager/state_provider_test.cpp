@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "ipc/cdb.pb.h"
 #include "manager/loop_fixture.h"
 
@@ -16,6 +18,29 @@ using ipc::cdb::ClientMessage;
 using ipc::cdb::ServerMessage;
 using Database = Peer<ClientMessage>;
 using std::chrono::milliseconds;
+
+/// An answer that knows only how many parts it has.
+class Parts final : public StateParts {
+public:
+    Parts(int count, std::size_t bytes) : m_count(count), m_bytes(bytes) {}
+    bool Next(ipc::cdb::StateReply& part) override
+    {
+        part.add_names(std::string(m_bytes, 'x'));
+        return --m_count > 0;
+    }
+
+private:
+    int m_count;
+    std::size_t m_bytes;
+};
+
+ServerMessage Question(std::uint64_t number)
+{
+    ServerMessage message;
+    message.mutable_state_request()->set_request(number);
+    message.mutable_state_request()->add_parts()->set_path("/state/oam/sflow");
+    return message;
+}
 
 class Provider : public LoopFixture {
 protected:
@@ -65,16 +90,19 @@ protected:
 
     std::optional<boost::asio::local::stream_protocol::acceptor> m_acceptor;
     std::vector<std::unique_ptr<Database>> m_connections;
-    std::string m_state = "{}";
-    std::string m_configuration;
+    int m_parts = 1;           // of an answer
+    std::size_t m_bytes = 10;  // of a part
+    std::vector<std::string> m_stores;
+    std::vector<std::string> m_asked;
     std::string m_resyncError;
     int m_resyncs = 0;
     StateProvider m_provider{m_loop,
                              m_timers,
                              Path(),
-                             {[this](std::string_view configuration) {
-                                  m_configuration = configuration;
-                                  return m_state;
+                             {[this](const std::string& store) { m_stores.push_back(store); },
+                              [this](const ipc::cdb::StateRequest& request) {
+                                  m_asked.push_back(request.parts(0).path());
+                                  return std::make_unique<Parts>(m_parts, m_bytes);
                               },
                               [this] {
                                   ++m_resyncs;
@@ -92,57 +120,89 @@ TEST_F(Provider, IntroducesItself)
     EXPECT_EQ("sflow-mgr", said[0].hello().process());
     EXPECT_EQ(::getpid(), said[0].hello().pid());
     EXPECT_EQ("/state/oam/sflow", said[1].register_state_provider().path());
-    EXPECT_EQ("/config/oam/sflow", said[1].register_state_provider().config_path());
     EXPECT_TRUE(said[2].has_ready());
 }
 
-TEST_F(Provider, AnswersWithTheStateOfTheMoment)
+TEST_F(Provider, IsToldOfTheStoreEachTimeItIsAccepted)
 {
     Listen();
     m_provider.Start();
     Introduced(1).Send(Welcome());
-    ServerMessage request;
-    request.mutable_state_request()->set_request(7);
-    m_state = R"({"a":1})";
-    const auto answer = Answer(request);
-    EXPECT_EQ(7U, answer.state_reply().request());
-    EXPECT_EQ(m_state, answer.state_reply().json());
-    EXPECT_EQ("", answer.state_reply().error());
-    m_state = R"({"a":2})";
-    EXPECT_EQ(m_state, Answer(request).state_reply().json());
+    EXPECT_TRUE(RunUntil([&] { return m_stores.size() == 1; }));
+    m_connections.back()->Close();
+    Introduced(2).Send(Welcome());
+    EXPECT_TRUE(RunUntil([&] { return m_stores.size() == 2; }));
+    EXPECT_EQ(std::vector<std::string>(2, "/nowhere"), m_stores);
 }
 
-TEST_F(Provider, HandsOnTheConfigurationThatIsSentAlong)
+TEST_F(Provider, AnswersAQuestionInParts)
 {
     Listen();
     m_provider.Start();
-    Introduced(1).Send(Welcome());
-    ServerMessage request;
-    request.mutable_state_request()->set_request(7);
-    auto& other = *request.mutable_state_request()->add_configuration();
-    other.set_path("/config/interface");
-    other.set_json("[]");
-    auto& wanted = *request.mutable_state_request()->add_configuration();
-    wanted.set_path("/config/oam/sflow");
-    wanted.set_json(R"({"b":1})");
-    Answer(request);
-    EXPECT_EQ(R"({"b":1})", m_configuration);
-    request.mutable_state_request()->clear_configuration();
-    Answer(request);
-    EXPECT_EQ("", m_configuration);
+    Database& database = Introduced(1);
+    m_parts = 3;
+    database.Send(Question(7));
+    ASSERT_TRUE(RunUntil([&] { return database.All().size() == 6; }));
+    for (std::size_t i = 3; i < 6; ++i) {
+        EXPECT_EQ(7U, database.All()[i].state_reply().request());
+        EXPECT_EQ(i < 5, database.All()[i].state_reply().more());
+        EXPECT_EQ("", database.All()[i].state_reply().error());
+    }
+    EXPECT_EQ(std::vector<std::string>{"/state/oam/sflow"}, m_asked);
 }
 
-TEST_F(Provider, SaysSoWhenTheStateIsTooLargeForAMessage)
+TEST_F(Provider, AnswersASmallQuestionAmidALargeOne)
 {
     Listen();
     m_provider.Start();
-    Introduced(1).Send(Welcome());
-    ServerMessage request;
-    request.mutable_state_request()->set_request(7);
-    m_state.assign(ipc::kMaxFrame, 'x');
-    const auto answer = Answer(request);
-    EXPECT_EQ("", answer.state_reply().json());
-    EXPECT_THAT(answer.state_reply().error(), testing::HasSubstr("larger than a message"));
+    Database& database = Introduced(1);
+    m_parts = 1'000'000'000;
+    database.Send(Question(1));
+    ASSERT_TRUE(RunUntil([&] { return database.All().size() > 3; }));
+    m_parts = 1;
+    database.Send(Question(2));
+    ASSERT_TRUE(RunUntil([&] {
+        return std::any_of(database.All().begin() + 3, database.All().end(),
+                           [](const ClientMessage& message) {
+                               return message.state_reply().request() == 2 && !message.state_reply().more();
+                           });
+    }));
+}
+
+TEST_F(Provider, WaitsWhileTheDatabaseTakesNothing)
+{
+    Listen();
+    m_provider.Start();
+    Database& database = Introduced(1);
+    m_parts = 100;
+    m_bytes = StateProvider::kMaxUnsent / 4;
+    database.Send(Question(1));
+    // Never more than a part beyond the bound waits, so all of it arrives; the timer is the pause.
+    ASSERT_TRUE(RunUntil([&] {
+        m_timers.Advance(milliseconds{10});
+        return database.All().size() == 103;
+    }));
+    EXPECT_FALSE(database.Ended());
+}
+
+TEST_F(Provider, RefusesQuestionsBeyondABound)
+{
+    Listen();
+    m_provider.Start();
+    Database& database = Introduced(1);
+    m_parts = 1'000'000;
+    for (std::uint64_t number = 1; number <= StateProvider::kMaxQuestions + 1; ++number)
+        database.Send(Question(number));
+    const auto refused = [](const ClientMessage& message) { return !message.state_reply().error().empty(); };
+    ASSERT_TRUE(RunUntil([&] { return std::any_of(database.All().begin(), database.All().end(), refused); }));
+    const auto& all = database.All();
+    const auto refusal = std::find_if(all.begin(), all.end(), refused);
+    EXPECT_EQ(StateProvider::kMaxQuestions + 1, refusal->state_reply().request());
+    EXPECT_FALSE(refusal->state_reply().more());
+    m_connections.back()->Close();  // ends all of them
+    m_parts = 1;
+    Introduced(2).Send(Question(1));
+    EXPECT_TRUE(RunUntil([&] { return m_connections.back()->All().size() == 4; }));
 }
 
 TEST_F(Provider, PassesOnTheRequestForEverythingAnew)
@@ -218,7 +278,7 @@ TEST_F(Provider, ConnectsAgainAfterAFrameThatMakesNoSense)
     Listen();
     m_provider.Start();
     ipc::cdb::StateReply garbage;
-    garbage.set_json("\xff\xff\xff");  // where a refusal is expected
+    garbage.add_names("\xff\xff\xff");  // where another kind of message is expected
     Introduced(1).Send(garbage);
     Introduced(2);
 }
@@ -234,8 +294,7 @@ TEST_F(Provider, IgnoresWhatItHasNotAskedFor)
     message.mutable_callpoint_request()->set_request(5);
     m_connections.back()->Send(message);
     m_connections.back()->Send(ServerMessage{});
-    message.mutable_state_request()->set_request(11);
-    EXPECT_EQ(11U, Answer(message).state_reply().request());
+    EXPECT_EQ(11U, Answer(Question(11)).state_reply().request());
     EXPECT_EQ(4U, m_connections.back()->All().size());
 }
 

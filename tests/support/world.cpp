@@ -101,6 +101,7 @@ void World::Start(const std::string& configuration)
     StartManager();
     StartDaemon();
     AwaitLoad();
+    AwaitLog("sflow-mgr", "connected to the database");  // it is asked for its state from here on
 }
 
 Calls World::AwaitLoad() { return ManagerJournal().Until("SessionLoaded"); }

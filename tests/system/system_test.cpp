@@ -121,7 +121,9 @@ void SystemTest::AwaitSettled()
     if (!settled) throw support::TimedOut(difference.str());
     // The manager itself says the same; its connection to the database may be young.
     const bool shown = Becomes([&] {
-        have = support::StateShown(m_world.CliDone("show sflow | json"));
+        const auto result = m_world.Cli("show sflow | json");
+        if (result.status != 0) return false;
+        have = support::StateShown(result.output);
         return have == wanted;
     });
     if (!shown) {

@@ -1,0 +1,77 @@
+// One question for state to several providers at once: takes their answers part by part, each in a turn of
+// the loop, and gives up those that do not go on. Used by state.cpp.
+
+#ifndef AGENT_STATE_ROUND_H
+#define AGENT_STATE_ROUND_H
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include "agent/client.h"
+#include "agent/provided_state.h"
+
+struct ly_ctx;
+
+namespace agent {
+
+struct StateQuestion {
+    ClientPtr client;
+    ipc::cdb::StateRequest request;  // but for its number
+};
+
+/// What became of a question.
+struct StateOutcome {
+    ClientPtr client;
+    std::vector<std::string> paths;  // that it was asked for
+    Client::AnswerKey key;           // of its answer
+    bool late = false;               // the answer may come yet
+    std::string problem;             // why there is no state; empty: there is
+    std::unique_ptr<ProvidedState> state;
+};
+
+class StateRound : public std::enable_shared_from_this<StateRound> {
+public:
+    using Done = std::function<void(std::vector<StateOutcome>&& outcomes)>;
+
+    /// An answer of many parts may take so many times the time that its next part may take.
+    static constexpr int kWhole = 5;
+
+    StateRound(boost::asio::io_context& loop, const ly_ctx* context, std::chrono::milliseconds timeout,
+               Done done);
+
+    /// Asks; `done` is called once, from the loop and never from within. At least one question.
+    void Run(std::vector<StateQuestion> questions);
+
+private:
+    struct Open {
+        StateOutcome outcome;
+        boost::asio::steady_timer timer;
+        std::chrono::steady_clock::time_point until;  // for the whole answer
+        bool ended = false;
+    };
+
+    void Ask(std::size_t index, ipc::cdb::StateRequest&& request);
+    void Await(std::size_t index);
+    void Take(std::size_t index, const ipc::cdb::ClientMessage* message);
+    void End(std::size_t index, std::string problem);
+
+    boost::asio::io_context& m_loop;
+    const ly_ctx* m_context;
+    std::chrono::milliseconds m_timeout;
+    Done m_done;
+    std::vector<std::unique_ptr<Open>> m_open;
+    std::size_t m_running = 0;
+};
+
+/// "2 s", "50 ms"
+std::string DurationText(std::chrono::milliseconds duration);
+
+}  // namespace agent
+
+#endif

@@ -1,0 +1,42 @@
+// Whether a text is a value of a leaf's type. What state mostly has is looked at here, for libyang takes a
+// microsecond and more for each value; it decides about the rest. Used where state is taken over.
+
+#ifndef AGENT_VALUE_CHECK_H
+#define AGENT_VALUE_CHECK_H
+
+#include <cstddef>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+struct ly_ctx;
+struct lysc_node;
+struct lysc_type;
+
+namespace agent {
+
+class ValueChecker {
+public:
+    explicit ValueChecker(const ly_ctx* context) : m_context(context) {}
+
+    /// The value as it is to be shown, good until the next call; nullopt: it is none of the leaf's type. In
+    /// strings, what can't stand in XML is replaced.
+    std::optional<std::string_view> Check(const lysc_node* leaf, std::string_view text);
+
+private:
+    std::optional<std::string_view> AskLibyang(const lysc_node* leaf, const lysc_type* type,
+                                               std::string_view text);
+
+    const ly_ctx* m_context;
+    std::string m_text;       // what is handed out where it is not the caller's
+    std::string m_canonical;  // as libyang writes it
+    /// Values that were found good and are canonical: names occur again and again.
+    std::unordered_map<const lysc_type*, std::set<std::string, std::less<>>> m_known;
+    std::size_t m_knownCount = 0;
+};
+
+}  // namespace agent
+
+#endif

@@ -1,0 +1,23 @@
+#include "manager/configured_store.h"
+
+#include <exception>
+#include <utility>
+
+#include "log/log.h"
+
+namespace manager {
+
+void ConfiguredStore::Open(const std::string& directory)
+{
+    m_reader.reset();  // a store is open once in a process
+    try {
+        m_reader = cdb::StoreReader::Open(directory);
+        m_problem.clear();
+    } catch (const std::exception& error) {
+        const std::string before = std::exchange(m_problem, error.what());
+        if (before != m_problem)
+            slog::Error("the state goes without what only the configuration tells: {}", m_problem);
+    }
+}
+
+}  // namespace manager

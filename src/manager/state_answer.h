@@ -1,0 +1,96 @@
+// One answer to the database's question for state, made in parts: each is bounded work, so that the loop has
+// its turn in between and packets do not wait. A part tells what is at its moment; entries that come or go
+// between two parts are in the answer or not. Knows no socket and no loop.
+
+#ifndef MANAGER_STATE_ANSWER_H
+#define MANAGER_STATE_ANSWER_H
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "manager/configured.h"
+#include "manager/diagnosis.h"
+#include "manager/snapshot.h"
+#include "manager/state_wanted.h"
+
+namespace ipc::cdb {
+class StateReply;
+}
+
+namespace manager {
+
+class StateWriter;
+
+/// Where the state stands in the model.
+inline constexpr const char* kStatePath = "/state/oam/sflow";
+
+/// What makes an answer's parts.
+class StateParts {
+public:
+    StateParts() = default;
+    StateParts(const StateParts&) = delete;
+    StateParts& operator=(const StateParts&) = delete;
+    virtual ~StateParts() = default;
+    /// Fills in the next part but for the request's number. False: it is the last.
+    virtual bool Next(ipc::cdb::StateReply& part) = 0;
+};
+
+class StateAnswer final : public StateParts {
+public:
+    struct Sources {
+        const Service& service;
+        StatusSources status;
+        /// Takes up what is known of the collectors since; called before they are looked at.
+        std::function<void()> refreshCollectors = {};
+        /// Null where the configuration can't be read; the answer says why it goes without.
+        const cdb::StoreReader* store = nullptr;
+        std::string storeProblem = {};
+    };
+    /// The service and the store must outlive it.
+    StateAnswer(Sources sources, WantedState wanted);
+
+    bool Next(ipc::cdb::StateReply& part) override;
+
+private:
+    enum class Stage : std::uint8_t { kManager, kCollectors, kInterfaces, kDone };
+
+    void Manager(StateWriter& writer);
+    /// The next entries, as many as one part may have.
+    void Collectors(StateWriter& writer);
+    void Interfaces(StateWriter& writer);
+    /// As many of the names behind the last one as one part may have; with the last of all the next stage
+    /// begins.
+    std::vector<std::string> Take(const std::set<std::string>& names, Stage next);
+    /// The collectors that the interfaces name, in the configuration or in effect.
+    [[nodiscard]] std::vector<std::string> NamedBy(const std::vector<std::string>& interfaces) const;
+
+    [[nodiscard]] bool NeedsConfiguration() const;
+    void OpenConfiguration();
+    /// Adds the configured names behind the last one.
+    void AddConfigured(std::vector<std::string> (ConfiguredReader::*read)(const std::string&, std::size_t)
+                           const,
+                       std::set<std::string>& names);
+    void ReadCollectors(const std::vector<std::string>& names);
+    void ReadInterfaces(const std::vector<std::string>& names);
+    void GiveUpConfiguration(const std::string& problem);
+    [[nodiscard]] const Configured* Known() const { return m_reader ? &m_configured : nullptr; }
+
+    const Sources m_sources;
+    const WantedState m_wanted;
+    const bool m_diagnoses;  // whether an interface's problems are wanted
+    Stage m_stage = Stage::kManager;
+    std::string m_last;      // the last name of the stage
+    std::size_t m_work = 0;  // that the part has made, in entries
+    std::optional<ConfiguredReader> m_reader;
+    Configured m_configured;  // the collectors as they are met; the interfaces of one part
+    std::string m_warning;    // not told yet
+};
+
+}  // namespace manager
+
+#endif

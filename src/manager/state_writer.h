@@ -1,0 +1,54 @@
+// What the manager shows of itself, as the state's model has it: records written as nodes of one part of the
+// answer to the database. Used by state_answer.
+
+#ifndef MANAGER_STATE_WRITER_H
+#define MANAGER_STATE_WRITER_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "manager/diagnosis.h"
+#include "manager/snapshot.h"
+#include "manager/state_wanted.h"
+
+namespace ipc::cdb {
+class StateNode;
+class StateReply;
+}  // namespace ipc::cdb
+
+namespace manager {
+
+struct Configured;
+
+class StateWriter {
+public:
+    /// `part` must outlive it. All that is written goes below `path`.
+    StateWriter(ipc::cdb::StateReply& part, const std::string& path);
+
+    void Manager(const Snapshot& snapshot, const WantedLeaves& wanted);
+    void AgentAddress(std::uint32_t address);
+    /// `problems` are the collector's own.
+    void Collector(const Snapshot::Collector& held, WallTime now, const std::vector<Problem>& problems,
+                   const WantedLeaves& wanted);
+    /// `configured` may be null: then what only it can tell is left out.
+    void Interface(const Snapshot::Interface& held, const Snapshot& snapshot, const Configured* configured,
+                   const std::vector<Problem>& problems, const WantedLeaves& wanted);
+    /// In ascending order of subject, name and reason.
+    void Problem(const manager::Problem& problem);
+
+private:
+    friend class NodeWriter;
+    std::uint32_t Number(std::string_view name);
+    ipc::cdb::StateNode& Add(std::string_view name);
+
+    ipc::cdb::StateReply& m_part;
+    ipc::cdb::StateNode& m_root;
+    std::unordered_map<std::string_view, std::uint32_t> m_names;  // all of them are literals
+};
+
+}  // namespace manager
+
+#endif

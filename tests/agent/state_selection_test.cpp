@@ -1,0 +1,124 @@
+// Subtree filters as what is asked of a provider, as a table: it may be more than the filter selects, never
+// less.
+
+#include "agent/state_selection.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <variant>
+
+#include "agent/agent_world.h"
+#include "agent/provider_node.h"
+#include "agent/rpc.h"
+
+namespace agent_tests {
+namespace {
+
+std::optional<agent::SubtreeFilter> ReadFilter(const std::string& filter)
+{
+    auto rpc = agent::ReadRpc(Schema().Context(),
+                              "<rpc xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" message-id=\"1\"><get>"
+                              "<filter>" +
+                                  filter + "</filter></get></rpc>",
+                              true);
+    EXPECT_TRUE(std::holds_alternative<agent::Rpc>(rpc)) << filter;
+    return std::get<agent::Rpc>(std::move(rpc)).filter;
+}
+
+/// "interface[name=eth1](ifindex problem)"
+std::string Text(const google::protobuf::RepeatedPtrField<ipc::cdb::StateSelection>& selections)
+{
+    std::string text;
+    for (const auto& selection : selections) {
+        text += (text.empty() ? "" : " ") + selection.name();
+        for (const auto& key : selection.keys()) text += "[" + key.name() + "=" + key.value() + "]";
+        if (!selection.children().empty()) text += "(" + Text(selection.children()) + ")";
+    }
+    return text;
+}
+
+/// "nothing", "everything", or what is selected.
+std::string Selected(const std::optional<agent::SubtreeFilter>& filter)
+{
+    const auto* container = agent::FindProviderNode(Schema().Context(), "/state/oam/sflow");
+    const auto wanted = agent::SelectState(container, filter);
+    if (!wanted) return "nothing";
+    return wanted->children.empty() ? "everything" : Text(wanted->children);
+}
+
+struct Row {
+    const char* name;
+    std::string sflow;  // what stands in the filter's <sflow>
+    std::string selected;
+};
+
+class Selection : public testing::TestWithParam<Row> {};
+
+TEST_P(Selection, IsOfTheFilter)
+{
+    EXPECT_EQ(GetParam().selected,
+              Selected(ReadFilter("<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow>" +
+                                  GetParam().sflow + "</sflow></oam></state>")));
+}
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Each, Selection, testing::Values(
+    Row{"Whole", "", "everything"},
+    Row{"OneList", "<interface/>", "interface"},
+    Row{"OneEntry", "<interface><name>eth1</name></interface>", "interface[name=eth1]"},
+    Row{"OneLeafOfOneEntry", "<interface><name> eth1 </name><ifindex/></interface>", "interface[name=eth1](name ifindex)"},
+    Row{"OneLeafOfEvery", "<interface><ifindex/></interface>", "interface(ifindex)"},
+    Row{"KeysOfEvery", "<interface><name/></interface>", "interface(name)"},
+    Row{"SeveralEntries", "<interface><name>a</name></interface><interface><name>b</name></interface>", "interface[name=a] interface[name=b]"},
+    Row{"ConditionOnALeaf", "<interface><packet-source>none</packet-source></interface>", "interface"},
+    Row{"ConditionOnALeafAndASelection", "<interface><packet-source>none</packet-source><name/></interface>", "interface(packet-source name)"},
+    Row{"ConditionAtTheContainer", "<agent-address>192.0.2.1</agent-address><interface/>", "agent-address interface"},
+    Row{"OnlyAConditionAtTheContainer", "<agent-address>192.0.2.1</agent-address>", "everything"},
+    Row{"SomeKeysOfSeveral", "<problem><subject>interface</subject><name>eth1</name></problem>", "problem[subject=interface][name=eth1]"},
+    Row{"OneLeafOfAContainer", "<manager><pid/></manager>", "manager(pid)"},
+    Row{"TwoLists", "<collector/><interface><name>eth1</name></interface>", "collector interface[name=eth1]"},
+    Row{"WhatIsNotThere", "<fan/>", "nothing"},
+    Row{"WhatIsNotThereInAList", "<interface><fan/></interface>", "nothing"},
+    Row{"AnotherNamespace", "<interface xmlns=\"urn:x\"/>", "nothing"},
+    Row{"AnyNamespace", "<interface xmlns=\"\"/>", "interface"},
+    Row{"AnAttribute", "<interface xmlns:x=\"urn:x\" x:y=\"1\"/>", "nothing"},
+    Row{"AnAttributeAtAKey", "<interface xmlns:x=\"urn:x\"><name x:y=\"1\">eth1</name><ifindex/></interface>", "interface(ifindex)"},
+    Row{"TextInAContainer", "<manager>text</manager>", "nothing"},
+    Row{"BelowALeaf", "<interface><ifindex><deeper/></ifindex></interface>", "interface(ifindex)"},
+    Row{"TwoWaysToOneList", "<interface><ifindex/></interface><interface/>", "interface(ifindex) interface"}),
+    [](const auto& each) { return std::string(each.param.name); });
+// clang-format on
+
+TEST(Selections, OfNoFilterAreEverythingAndOfAnEmptyOneNothing)
+{
+    EXPECT_EQ(Selected(std::nullopt), "everything");
+    EXPECT_EQ(Selected(agent::SubtreeFilter{}), "nothing");
+}
+
+TEST(Selections, DependOnTheContainersAbove)
+{
+    const std::string ns = " xmlns=\"urn:switch:yang:switch-state\"";
+    EXPECT_EQ(Selected(ReadFilter("<state" + ns + "/>")), "everything");
+    EXPECT_EQ(Selected(ReadFilter("<state" + ns + "><oam/></state>")), "everything");
+    EXPECT_EQ(Selected(ReadFilter("<state" + ns + "><system/></state>")), "nothing");
+    EXPECT_EQ(Selected(ReadFilter("<config xmlns=\"urn:switch:yang:switch-config\"/>")), "nothing");
+    EXPECT_EQ(Selected(ReadFilter("<state" + ns + "><oam><sflow><interface/></sflow></oam></state><state" +
+                                  ns + "><oam><sflow><collector/></sflow></oam></state>")),
+              "interface collector");
+    EXPECT_EQ(Selected(ReadFilter("<state" + ns + "><oam><sflow><interface/></sflow><sflow/></oam></state>")),
+              "everything");
+}
+
+TEST(Selections, BeyondABoundAreEverything)
+{
+    std::string sflow;
+    for (int i = 0; i < 5000; ++i)
+        sflow += "<interface><name>eth" + std::to_string(i) + "</name></interface>";
+    EXPECT_EQ(Selected(ReadFilter("<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow>" + sflow +
+                                  "</sflow></oam></state>")),
+              "everything");
+}
+
+}  // namespace
+}  // namespace agent_tests

@@ -1,0 +1,95 @@
+// State as a tree: its order, its look-ups, and how two become one.
+
+#include "agent/state_tree.h"
+
+#include <gtest/gtest.h>
+#include <libyang/libyang.h>
+
+#include <string>
+#include <vector>
+
+#include "agent/agent_world.h"
+#include "agent/provider_node.h"
+
+namespace agent_tests {
+namespace {
+
+const lysc_node* Node(const char* path) { return agent::FindProviderNode(Schema().Context(), path); }
+
+const lysc_node* Child(const lysc_node* parent, const char* name)
+{
+    return lys_find_child(parent, parent->module, name, 0, 0, 0);
+}
+
+const lysc_node* Sflow() { return Node("/state/oam/sflow"); }
+
+/// The names of a list's entries.
+std::vector<std::string> Names(agent::StateTree& tree, const lysc_node* list, std::size_t most = 100)
+{
+    std::vector<std::string> names;
+    tree.Entries(&tree.At(list->parent), list, [&](agent::StateTree::Handle entry) {
+        tree.Values(entry, Child(list, "name"),
+                    [&](std::string_view text, bool) { names.emplace_back(text); });
+        return names.size() < most;
+    });
+    return names;
+}
+
+TEST(StateTree, TakesEntriesInOrderOnly)
+{
+    agent::StateTree tree;
+    EXPECT_TRUE(tree.Empty());
+    const lysc_node* list = Child(Sflow(), "interface");
+    auto& sflow = tree.At(Sflow());
+    EXPECT_FALSE(tree.Empty());
+    EXPECT_NE(agent::StateTree::Append(sflow, list, {"b"}), nullptr);
+    EXPECT_EQ(agent::StateTree::Append(sflow, list, {"b"}), nullptr);
+    EXPECT_EQ(agent::StateTree::Append(sflow, list, {"a"}), nullptr);
+    EXPECT_NE(agent::StateTree::Append(sflow, list, {"b1"}), nullptr);
+    EXPECT_EQ(Names(tree, list), (std::vector<std::string>{"b", "b1"}));
+    EXPECT_EQ(Names(tree, list, 1), (std::vector<std::string>{"b"})) << "the visitor has enough";
+}
+
+TEST(StateTree, IsEnteredFromTheTop)
+{
+    agent::StateTree tree;
+    tree.At(Sflow()).leaves.push_back({Child(Sflow(), "agent-address"), tree.Keep("192.0.2.1")});
+    std::string found;
+    tree.Container(nullptr, Node("/state"), [&](agent::StateTree::Handle state) {
+        tree.Container(state, Node("/state/system"), [&](agent::StateTree::Handle) {
+            found += "system";
+            return true;
+        });
+        tree.Container(state, Node("/state/oam"), [&](agent::StateTree::Handle oam) {
+            tree.Container(oam, Sflow(), [&](agent::StateTree::Handle sflow) {
+                tree.Values(sflow, Child(Sflow(), "agent-address"),
+                            [&](std::string_view text, bool isDefault) { found += isDefault ? "" : text; });
+                return true;
+            });
+            return true;
+        });
+        return true;
+    });
+    EXPECT_EQ(found, "192.0.2.1");
+}
+
+TEST(StateTree, AdoptsAnotherWithItsTexts)
+{
+    agent::StateTree tree;
+    const lysc_node* processes = Child(Node("/state/system"), "process");
+    agent::StateTree::Append(tree.At(Node("/state/system")), processes, {tree.Keep("cdbd"), tree.Keep("1")});
+    const lysc_node* list = Child(Sflow(), "collector");
+    {
+        agent::StateTree other;
+        agent::StateTree::Append(other.At(Sflow()), list, {other.Keep(std::string("c1 of another tree"))});
+        tree.Adopt(std::move(other));
+    }
+    EXPECT_EQ(Names(tree, list), (std::vector<std::string>{"c1 of another tree"}));
+    EXPECT_EQ(Names(tree, processes), (std::vector<std::string>{"cdbd"}));
+    std::size_t tops = 0;
+    tree.Container(nullptr, Node("/state"), [&](agent::StateTree::Handle) { return ++tops > 0; });
+    EXPECT_EQ(tops, 1U);
+}
+
+}  // namespace
+}  // namespace agent_tests
