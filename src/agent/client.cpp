@@ -27,8 +27,7 @@ void MakeTextsPresentable(ClientMessage& message)
     case ClientMessage::kRegisterCallpoint:
         return fit(message.mutable_register_callpoint()->mutable_name());
     case ClientMessage::kRegisterStateProvider:
-        fit(message.mutable_register_state_provider()->mutable_path());
-        return fit(message.mutable_register_state_provider()->mutable_config_path());
+        return fit(message.mutable_register_state_provider()->mutable_path());
     case ClientMessage::kCallpointReply:
         return fit(message.mutable_callpoint_reply()->mutable_error());
     case ClientMessage::kStateReply:

@@ -47,7 +47,7 @@ const char* PhaseName(const Client& client)
 /// The keys of the list of processes.
 std::pair<std::string, std::string> KeysOf(const Client& client)
 {
-    return {FitForXml(client.Process()), std::to_string(client.Pid())};
+    return {client.Process(), std::to_string(client.Pid())};
 }
 
 }  // namespace

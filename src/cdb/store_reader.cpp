@@ -71,7 +71,7 @@ void StoreReader::Snapshot::Impl::ScanAfter(NodeId list, const std::vector<std::
     ForEach(*pass, from, [&](const MDB_val& key, const MDB_val& value) {
         if (Text(key) == from) return true;
         codec::RowKeys::Split(Text(key).substr(pass->prefix.size()), pass->keys);
-        Decode(key, value, *pass);
+        m_environment->ReadRow(key, value, *pass);
         return visit(pass->keys, pass->row);
     });
 }
