@@ -64,7 +64,9 @@ public:
     {
         const Outcome outcome = m_target.Send(message);
         ++m_messages;
-        const std::string wrong = Wrong(outcome, isData);
+        std::string wrong = Wrong(outcome);
+        const bool costly = outcome.cpuMs >= kMostCpuMs && !isData;
+        if (wrong.empty() && costly) wrong = kCpuCounts ? "WRONG: too much CPU" : "";
         if (always || !wrong.empty()) {
             static const std::map<Outcome::Kind, std::string> kinds{
                 {Outcome::Kind::kAnswer, ""},
@@ -95,12 +97,11 @@ public:
     }
 
 private:
-    static std::string Wrong(const Outcome& outcome, bool isData)
+    static std::string Wrong(const Outcome& outcome)
     {
         if (outcome.kind == Outcome::Kind::kEnded) return "WRONG: a process ended";
         if (outcome.kind == Outcome::Kind::kSilence) return "WRONG: no answer";
-        if (outcome.cpuMs < kMostCpuMs || isData) return {};
-        return kCpuCounts ? "WRONG: too much CPU" : "(too much CPU)";
+        return {};
     }
 
     shapes::Target& m_target;

@@ -192,11 +192,12 @@ void Walk::Stall()
     auto& process = victim == 0 ? m_world.Cdbd() : victim == 1 ? m_world.Manager() : m_world.Daemon();
     Note("a process (" + std::to_string(victim) + ") stands still in a commit for " +
          std::to_string(time.count()) + " ms");
+    auto& session = Client(client);  // not made while the database can't greet it
     process.Freeze();
-    Client(client).Send(netconf::Commit());
+    session.Send(netconf::Commit());
     std::this_thread::sleep_for(time);
     process.Thaw();
-    Expect(true, Client(client).Receive(), "the commit");
+    Expect(true, session.Receive(), "the commit");
     Committed();
     Settle();
 }
