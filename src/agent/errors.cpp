@@ -99,17 +99,28 @@ constexpr std::array kRequestRows{
     RequestRow{"Unsatisfied", ErrorTag::kInvalidValue, Subject::kAtPath},
 };
 
-/// The first element of the operation's choice, which would do: a choice is no element.
-std::string FirstOfChoice(const ly_ctx* context, std::string_view operation, const std::string& choice)
+bool IsInChoice(const lysc_node* node, const std::string& choice)
+{
+    for (const lysc_node* above = node->parent; above != nullptr; above = above->parent)
+        if (above->nodetype == LYS_CHOICE && choice == above->name) return true;
+    return false;
+}
+
+/// An element whose lack is that of the operation's choice, which is no element: the container that the
+/// choice stands in, or its first case.
+std::string ElementOfChoice(const ly_ctx* context, std::string_view operation, const std::string& choice)
 {
     const lys_module* module = ly_ctx_get_module_implemented(context, "ietf-netconf");
     const lysc_node* parent =
         module == nullptr ? nullptr
                           : lys_find_child(nullptr, module, operation.data(), operation.size(), LYS_RPC, 0);
     const lysc_node* child = nullptr;
-    while (parent != nullptr && (child = lys_getnext(child, parent, nullptr, 0)) != nullptr)
-        for (const lysc_node* above = child->parent; above != nullptr; above = above->parent)
-            if (above->nodetype == LYS_CHOICE && choice == above->name) return child->name;
+    while (parent != nullptr && (child = lys_getnext(child, parent, nullptr, 0)) != nullptr) {
+        if (IsInChoice(child, choice)) return child->name;
+        const lysc_node* inner =
+            child->nodetype == LYS_CONTAINER ? lys_getnext(nullptr, child, nullptr, 0) : nullptr;
+        if (inner != nullptr && IsInChoice(inner, choice)) return child->name;
+    }
     return choice;
 }
 
@@ -162,14 +173,11 @@ netconf::RpcError RequestError(const ly_ctx* context, std::string_view name)
     const ly_err_item* last = ly_err_first(context);
     while (last != nullptr && last->next != nullptr) last = last->next;
     const std::string said = last != nullptr && last->msg != nullptr ? last->msg : "no reason given";
-    std::string path = Quoted(last != nullptr && last->path != nullptr ? last->path : "");
+    const std::string path = Quoted(last != nullptr && last->path != nullptr ? last->path : "");
 
     const auto* row = std::find_if(kRequestRows.begin(), kRequestRows.end(), [&said](const RequestRow& each) {
         return said.starts_with(each.beginning);
     });
-    // A choice is no node of the data.
-    if (row != kRequestRows.end() && row->subject == Subject::kChoice && LastName(path) == Quoted(said))
-        path.erase(path.find_last_of('/'));
     const std::string inner = PathInConfig(path);
     cdb::Error error;
     // A module's own message says what is wrong with a value.
@@ -181,8 +189,10 @@ netconf::RpcError RequestError(const ly_ctx* context, std::string_view name)
     error.path = inner.empty() ? path : inner;
     std::string element = path.empty() ? std::string(name) : LastName(path);
     if (row != kRequestRows.end() && row->subject == Subject::kQuoted) element = Quoted(said);
-    if (row != kRequestRows.end() && row->subject == Subject::kChoice && element == name)
-        element = FirstOfChoice(context, name, Quoted(said));
+    if (row != kRequestRows.end() && row->subject == Subject::kChoice) {
+        element = ElementOfChoice(context, name, Quoted(said));
+        error.path = "/ietf-netconf:" + std::string(name) + '/' + element;
+    }
     error.info = {{"bad-element", element}};
     return inner.empty() ? ToProtocolError(error, context) : ToRpcError(error, context);
 }

@@ -143,7 +143,7 @@ INSTANTIATE_TEST_SUITE_P(
             "protocol",
             Rpc("<edit-config><target><candidate/></target></edit-config>"),
             {"bad-element"},
-            "/ietf-netconf:rpc/ietf-netconf:edit-config"},
+            "/ietf-netconf:rpc/ietf-netconf:edit-config/ietf-netconf:config"},
         Row{"missing-element", "rpc", Rpc(""), {"bad-element"}},
         Row{"bad-element",
             "application",

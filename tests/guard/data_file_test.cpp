@@ -88,7 +88,7 @@ INSTANTIATE_TEST_SUITE_P(
             "collector[name='c7']/name)"},
         Case{"UnqualifiedOperation", Xml("<agent operation='delete'/>"), "line 2, column 1", "nc:operation"},
         Case{"DocumentType", "<!DOCTYPE a><a/>", "line 1, column 3", "not well-formed"},
-        Case{"ManyUnknown", Times(40'000, "<a xmlns='urn:x'/>"), "line 1, column 1", "urn:x"},
+        Case{"ManyUnknown", Times(2'000, "<a xmlns='urn:x'/>"), "line 1, column 1", "urn:x"},
         Case{"State", "<state xmlns='urn:switch:yang:switch-state'/>", "line 1, column 1", "is state"}),
     Name);
 
@@ -97,11 +97,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Case{"Malformed", "{\n \"a\": ]\n}", "line 2, column 7", "syntax error"},
         Case{"MalformedBehindSomethingUnknown", "{\"a:b\": 1,\n ]}", "line 2, column 2", "syntax error"},
-        Case{"Deep", "{\"a\":" + Times(1'000'000, "[") + Times(1'000'000, "]") + "}", "line 1, column 4",
+        Case{"Deep", "{\"a\":" + Times(10'000, "[") + Times(10'000, "]") + "}", "line 1, column 4",
              "element \"a\" has no namespace"},
-        Case{"DeepInsideOfWhatIsKnown",
-             Json("\"collector\":" + Times(1'000'000, "[") + Times(1'000'000, "]")), "line 2, column 14",
-             "an array"},
+        Case{"DeepInsideOfWhatIsKnown", Json("\"collector\":" + Times(10'000, "[") + Times(10'000, "]")),
+             "line 2, column 14", "an array"},
         Case{"MemberTwice", Json("\"agent\":{},\n\"agent\":{}"), "line 3, column 7", "is given twice"},
         Case{"ListTwice", Json("\"collector\":[],\n\"collector\":[]"), "line 3, column 11", "is given twice"},
         Case{"KeyTwice", Json("\"collector\":[{\"name\":\"c7\",\n\"name\":\"c8\"}]"), "line 3, column 6",
