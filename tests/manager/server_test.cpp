@@ -290,9 +290,13 @@ TEST_F(Server, RefusesAUserTooManySilentConnections)
     ::chmod(m_dir.c_str(), 0711);
     ::chmod(Path().c_str(), 0666);
     const auto connect = [&] {
-        if (isRoot) EXPECT_EQ(0, ::seteuid(kOther));
+        if (isRoot) {
+            EXPECT_EQ(0, ::seteuid(kOther));
+        }
         auto client = Connect();
-        if (isRoot) EXPECT_EQ(0, ::seteuid(0));
+        if (isRoot) {
+            EXPECT_EQ(0, ::seteuid(0));
+        }
         return client;
     };
     std::vector<std::unique_ptr<Client>> silent;
@@ -302,7 +306,9 @@ TEST_F(Server, RefusesAUserTooManySilentConnections)
     ASSERT_EQ(1U, tooMany->All().size());
     EXPECT_THAT(tooMany->All().front().refused().reason(), testing::HasSubstr("too many connections"));
     for (const auto& client : silent) EXPECT_FALSE(client->Ended());
-    if (isRoot) EXPECT_NE(nullptr, Open());
+    if (isRoot) {
+        EXPECT_NE(nullptr, Open());
+    }
 }
 
 TEST_F(Server, RefusesTheSessionToAUserWhoMayNotHaveIt)

@@ -58,7 +58,7 @@ TEST_F(AccessByFile, RulesAreReadAgainOnSighup)
     EXPECT_THAT(commit().errors, HasSubstr("may not execute commit"));
     Write("perhaps");
     TheWorld().Cdbd().Signal(SIGHUP);
-    TheWorld().AwaitLog("cdbd", ": line 6: ");
+    TheWorld().AwaitLog("cdbd", ": line 5: ");
     TheWorld().AwaitLog("cdbd", "the rules stay as they were");
     EXPECT_THAT(commit().errors, HasSubstr("may not execute commit"));
     Write("permit");
@@ -89,7 +89,7 @@ TEST_F(AccessByFile, CdbdDoesNotStartWithABadFile)
     Write("perhaps");
     const auto cdbd = TheWorld().Spawn("cdbd", {"--access", File()}, "bad");
     EXPECT_EQ(cdbd->Wait(), 1);
-    EXPECT_THAT(TheWorld().Log("bad"), HasSubstr(File().string() + ": line 6: "));
+    EXPECT_THAT(TheWorld().Log("bad"), HasSubstr(File().string() + ": line 5: "));
 }
 
 class FewSessions : public Access {

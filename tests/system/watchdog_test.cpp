@@ -82,8 +82,12 @@ TEST_P(Watchdog, IsFedWhileTheLoopTurns)
     std::string first;
     Await("a first message", [&] { return !(first = manager.Take()).empty(); });
     EXPECT_EQ(first, "READY=1");
-    if (GetParam().program == std::string("cdbd")) EXPECT_TRUE(Accepts(TheWorld().NetconfSocket()));
-    if (GetParam().program == std::string("sflow-mgr")) EXPECT_TRUE(Accepts(TheWorld().ManagerSocket()));
+    if (GetParam().program == std::string("cdbd")) {
+        EXPECT_TRUE(Accepts(TheWorld().NetconfSocket()));
+    }
+    if (GetParam().program == std::string("sflow-mgr")) {
+        EXPECT_TRUE(Accepts(TheWorld().ManagerSocket()));
+    }
     for (int beat = 0; beat < 3; ++beat) manager.Await("WATCHDOG=1");
 
     watched.Freeze();
