@@ -12,9 +12,9 @@ constexpr const char* kNetconf = "ietf-netconf";
 
 bool IsNameBegin(char c) { return c != '.' && c != '*' && (c < '0' || c > '9'); }
 
-class Writer {
+class PathWriter {
 public:
-    explicit Writer(const ly_ctx* context) : m_context(context) {}
+    explicit PathWriter(const ly_ctx* context) : m_context(context) {}
 
     /// A name of the path, with the module's in front of it or not.
     void Name(std::string_view name)
@@ -98,7 +98,7 @@ std::size_t EndOfPredicate(std::string_view text)
 
 ErrorPath ToErrorPath(std::string_view dataPath, const ly_ctx* context)
 {
-    Writer writer(context);
+    PathWriter writer(context);
     while (!dataPath.empty()) {
         std::size_t length = 1;
         if (dataPath.front() == '/') {

@@ -18,7 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr fs::perms kDataMode = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
 // Readers note themselves there.
 constexpr fs::perms kLockMode = kDataMode | fs::perms::group_write;
 constexpr std::size_t kLongestFaultText = 4096;

@@ -18,7 +18,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kAside = "new";
 constexpr fs::perms kDirectoryMode = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec;
-constexpr fs::perms kDataMode = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
 constexpr const char* kMarkText =
     "A store of cdbd was made in this directory. Without its data.mdb cdbd does not start here.\n";
 

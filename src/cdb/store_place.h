@@ -19,6 +19,11 @@ namespace cdb {
 
 inline constexpr const char* kMarkFile = "store.id";
 
+/// Of the store's files but for LMDB's lock file, which readers write.
+inline constexpr std::filesystem::perms kDataMode = std::filesystem::perms::owner_read |
+                                                    std::filesystem::perms::owner_write |
+                                                    std::filesystem::perms::group_read;
+
 struct StorePlace {
     std::unique_ptr<WriterLock> lock;
     bool remade = false;          // it was lost and is an empty one now
