@@ -150,7 +150,7 @@ bool IsPermit(const lyd_node* parent, std::string_view name, bool ifMissing)
     return text.empty() ? ifMissing : text == "permit";
 }
 
-std::uint8_t Operations(std::string_view text)
+std::uint8_t OperationsIn(std::string_view text)
 {
     if (text.empty() || text == "*") return kAllAccess;
     constexpr std::pair<std::string_view, AccessOperation> kBits[] = {{"create", AccessOperation::kCreate},
@@ -170,7 +170,7 @@ AccessRule ReadRule(const lyd_node* entry, const ly_ctx* schema)
     AccessRule rule;
     rule.name = ChildText(entry, "name");
     if (const auto module = ChildText(entry, "module-name"); !module.empty()) rule.module = module;
-    rule.operations = Operations(ChildText(entry, "access-operations"));
+    rule.operations = OperationsIn(ChildText(entry, "access-operations"));
     rule.permit = ChildText(entry, "action") == "permit";
     const auto ofKind = [&](const char* leaf, AccessRule::Kind kind) {
         if (ChildNamed(entry, leaf) == nullptr) return;
