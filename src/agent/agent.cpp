@@ -11,13 +11,20 @@
 #include "agent/operations.h"
 #include "agent/sessions.h"
 #include "agent/state.h"
+#include "agent/workbench.h"
 #include "ipc/frame.h"
+#include "ipc/timers.h"
+#include "log/log.h"
 
 namespace agent {
 namespace {
 
-/// The switch's processes and its operators are in one group.
+/// Each socket is for one group: cdb.sock for the switch's processes, netconf.sock for its operators.
 constexpr unsigned kSocketPermissions = 0660;
+
+/// Operators and processes are in different groups, so the directory lets everybody pass. What it holds is
+/// for those whom its own permissions let in.
+constexpr auto kRunPermissions = std::filesystem::perms{0751};
 
 std::int64_t SystemNow()
 {
@@ -31,24 +38,47 @@ AgentOptions WithClock(AgentOptions options)
     return options;
 }
 
+/// A fault is written beside the loop: that waits for the disk.
+Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store, Workbench& changes)
+{
+    const auto keep = [&store, &changes](std::vector<cdb::Fault> faults) {
+        const auto problem = std::make_shared<std::string>();
+        changes.Do(
+            [&store, problem, kept = std::move(faults)] {
+                if (const auto error = store.AddFaults(kept)) *problem = error->message;
+            },
+            [problem] {
+                if (!problem->empty()) slog::Error("faults can't be kept: {}", *problem);
+            });
+    };
+    return {options.now, options.trust, options.keepFaults ? options.keepFaults : keep,
+            options.clientHelloTimeout};
+}
+
 }  // namespace
 
 class Agent::Impl {
 public:
     Impl(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Store& store,
-         cdb::Datastore& datastore, AgentOptions agentOptions)
+         cdb::Datastore& datastore, Access& access, AgentOptions agentOptions)
         : m_loop(loop),
           m_options(WithClock(std::move(agentOptions))),
-          m_clients(schema, store, m_options.now),
-          m_callpoints(loop, schema.Table(), m_clients, m_options.callpointTimeout),
+          m_timers(ipc::MakeTimers(loop)),
+          m_clients(schema, store, *m_timers, ClientsOptions(m_options, store, m_changes)),
+          m_callpoints(loop, schema.Table(), m_clients,
+                       {m_options.callpointTimeout, m_options.callpointTotal}),
           m_delivery(loop, schema.Table(), m_clients, m_options.ackTimeout),
           m_state(loop, schema, store, m_clients, m_options.stateTimeout),
-          m_operations({loop, schema, datastore, m_clients, m_callpoints, m_delivery, m_state, m_options.now,
+          m_backup(loop, store),
+          m_operations({loop, schema, store, datastore, m_clients, m_callpoints, m_delivery, m_state,
+                        m_backup, m_changes, m_reads, m_options.now,
                         [this](std::uint32_t session, const std::string& reason) {
                             return m_sessions.End(session, reason);
                         },
-                        m_options.actionTimeout}),
-          m_sessions(schema, m_operations, m_options.maxSessions, m_options.helloTimeout)
+                        m_options.actionTimeout, access}),
+          m_sessions(schema, m_operations, m_reads, access, m_options.sessions),
+          m_changes(loop),
+          m_reads(loop)
     {
     }
 
@@ -59,34 +89,52 @@ public:
 
     void Listen()
     {
-        std::error_code error;
-        std::filesystem::create_directories(m_options.runDirectory, error);
-        if (error)
-            throw std::system_error(
-                error, "can't make the directory " + m_options.runDirectory.string() + " for the sockets");
+        const auto adminGroup = ipc::FindGroup(m_options.adminGroup);
+        const auto switchGroup = ipc::FindGroup(m_options.switchGroup);
+        MakeRunDirectory(switchGroup);
         const auto path = [this](const char* name) { return (m_options.runDirectory / name).string(); };
-        m_cdb.emplace(ipc::Listen(m_loop, path("cdb.sock"), kSocketPermissions),
+        m_cdb.emplace(ipc::Listen(m_loop, path("cdb.sock"), kSocketPermissions, switchGroup),
                       [this](auto socket) { m_clients.Add(ipc::Channel::Create(std::move(socket))); });
-        m_netconf.emplace(ipc::Listen(m_loop, path("netconf.sock"), kSocketPermissions),
+        m_netconf.emplace(ipc::Listen(m_loop, path("netconf.sock"), kSocketPermissions, adminGroup),
                           [this](auto socket) { m_sessions.Add(std::move(socket)); });
     }
 
 private:
+    /// One that is there stays as it is: whoever has made it knows whom it is for.
+    void MakeRunDirectory(std::optional<std::uint32_t> group) const
+    {
+        const auto& directory = m_options.runDirectory;
+        std::error_code error;
+        if (std::filesystem::create_directories(directory, error)) {
+            std::filesystem::permissions(directory, kRunPermissions, error);
+            if (const auto problem = group ? ipc::GiveToGroup(directory, *group) : ""; !problem.empty())
+                slog::Notice("{}", problem);
+        }
+        if (error)
+            throw std::system_error(error,
+                                    "can't make the directory " + directory.string() + " for the sockets");
+    }
+
     boost::asio::io_context& m_loop;
     AgentOptions m_options;
+    std::unique_ptr<ipc::Timers> m_timers;
     Clients m_clients;
     Callpoints m_callpoints;
     Delivery m_delivery;
     StateSource m_state;
+    Backup m_backup;
     Operations m_operations;
     Sessions m_sessions;  // behind what its requests use
     std::optional<Acceptor> m_cdb;
     std::optional<Acceptor> m_netconf;
+    // What is under way in them uses all of the above: it ends first.
+    Workbench m_changes;
+    Workbench m_reads;
 };
 
 Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Store& store,
-             cdb::Datastore& datastore, AgentOptions options)
-    : m_impl(std::make_unique<Impl>(loop, schema, store, datastore, std::move(options)))
+             cdb::Datastore& datastore, Access& access, AgentOptions options)
+    : m_impl(std::make_unique<Impl>(loop, schema, store, datastore, access, std::move(options)))
 {
 }
 

@@ -12,9 +12,13 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "agent/access.h"
+#include "agent/fault_intake.h"
+#include "agent/sessions.h"
 #include "cdb/datastore.h"
 #include "cdb/schema.h"
 #include "cdb/store.h"
+#include "ipc/trust.h"
 
 namespace agent {
 
@@ -22,10 +26,17 @@ struct AgentOptions {
     std::filesystem::path runDirectory;                 // where the sockets are made
     std::chrono::milliseconds ackTimeout{10'000};       // a subscriber's for one change set
     std::chrono::milliseconds callpointTimeout{5'000};  // without any answer
+    std::chrono::milliseconds callpointTotal{30'000};   // for all questions of one edit
     std::chrono::milliseconds stateTimeout{2'000};      // a provider's for its state
     std::chrono::milliseconds actionTimeout{5'000};     // a process's for a transition or an action
-    std::chrono::milliseconds helloTimeout{30'000};     // a NETCONF client's for its hello
-    std::size_t maxSessions = 128;
+    Sessions::Options sessions{};
+    ipc::Trust trust{"cdbd"};  // of the processes on cdb.sock
+    std::chrono::milliseconds clientHelloTimeout{5'000};
+    /// Whom the sockets are for; without a group of these names the process's own group.
+    std::string adminGroup = ipc::kAdminGroup;
+    std::string switchGroup = ipc::kSwitchGroup;
+    /// Keeps faults; null: written to the store, beside the loop.
+    FaultIntake::Keep keepFaults;
     std::function<std::int64_t()> now;  // microseconds since the epoch; null: the system's clock
 };
 
@@ -33,7 +44,7 @@ class Agent {
 public:
     /// All but the options outlive it.
     Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Store& store,
-          cdb::Datastore& datastore, AgentOptions options);
+          cdb::Datastore& datastore, Access& access, AgentOptions options);
     ~Agent();
     Agent(const Agent&) = delete;
     Agent& operator=(const Agent&) = delete;

@@ -26,7 +26,7 @@ public:
             m_keys.push_back(question.key);
             m_answers.push_back({clients[i], Outcome::kLate, {}});
             const auto take = [self, i](const ipc::cdb::ClientMessage* message) { self->Take(i, message); };
-            if (clients[i]->Ask(question.key, *question.message, take)) continue;
+            if (clients[i]->Ask(question.key, question.Content(), take)) continue;
             m_answers.back().outcome = Outcome::kGone;
             --m_open;
         }

@@ -18,6 +18,13 @@ namespace agent {
 struct Question {
     Client::AnswerKey key;
     std::shared_ptr<ipc::cdb::ServerMessage> message = std::make_shared<ipc::cdb::ServerMessage>();
+    /// Sent in its place where there is one: a message that was written out before.
+    std::shared_ptr<const google::protobuf::MessageLite> written{};
+
+    [[nodiscard]] const google::protobuf::MessageLite& Content() const
+    {
+        return written ? *written : *message;
+    }
 };
 
 enum class Outcome : std::uint8_t { kAnswered, kGone, kLate };

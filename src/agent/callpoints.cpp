@@ -1,13 +1,16 @@
 #include "agent/callpoints.h"
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
 #include <utility>
 
+#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
 #include "cdb/value_message.h"
+#include "ipc/text.h"
 
 namespace agent {
 namespace {
@@ -17,6 +20,9 @@ using ipc::cdb::ClientMessage;
 
 /// What may wait in a holder's connection before the next request is made.
 constexpr std::size_t kMaxWaiting = std::size_t{4} << 20;
+
+/// Requests made in one turn of the loop.
+constexpr std::size_t kMadeAtOnce = 256;
 
 cdb::Error Failure(const cdb::NewEntry& entry, const cdb::SchemaTable& schema, const std::string& why)
 {
@@ -28,14 +34,15 @@ cdb::Error Failure(const cdb::NewEntry& entry, const cdb::SchemaTable& schema, c
 }
 
 /// The questions of one edit.
-class Inquiry : public std::enable_shared_from_this<Inquiry> {
+class Inquiry final : public Callpoints::Inquiry, public std::enable_shared_from_this<Inquiry> {
 public:
-    Inquiry(boost::asio::io_context& loop, const cdb::SchemaTable& schema, std::chrono::milliseconds timeout,
+    Inquiry(boost::asio::io_context& loop, const cdb::SchemaTable& schema, Callpoints::Limits limits,
             std::uint32_t transaction, std::vector<cdb::NewEntry> entries,
             std::function<void(Callpoints::Result)> done)
-        : m_timer(loop),
+        : m_loop(loop),
+          m_timer(loop),
           m_schema(schema),
-          m_timeout(timeout),
+          m_limits(limits),
           m_transaction(transaction),
           m_entries(std::move(entries)),
           m_writes(m_entries.size()),
@@ -48,13 +55,24 @@ public:
     void Run(std::map<std::string, ClientPtr> holders)
     {
         m_holders = std::move(holders);
-        m_progress = Clock::now();
+        m_begin = Clock::now();
+        m_progress = m_begin;
         Pump();
         if (m_done) Watch();
     }
 
+    void Cancel() override
+    {
+        if (!m_done) return;
+        ForgetAll();
+        m_timer.cancel();
+        m_done = nullptr;
+    }
+
 private:
     void Pump();
+    void ForgetAll();
+    [[nodiscard]] Clock::time_point Deadline() const;
     [[nodiscard]] ipc::cdb::ServerMessage MakeRequest(std::size_t index, std::uint64_t number) const;
     void Take(std::size_t index, const ClientMessage* message);
     std::optional<std::string> TakeWrites(std::size_t index, const ipc::cdb::CallpointReply& reply);
@@ -62,9 +80,10 @@ private:
     void Fail(std::size_t index, const std::string& why);
     void Finish(Callpoints::Result result);
 
+    boost::asio::io_context& m_loop;
     boost::asio::steady_timer m_timer;
     const cdb::SchemaTable& m_schema;
-    std::chrono::milliseconds m_timeout;
+    Callpoints::Limits m_limits;
     std::uint32_t m_transaction;
     std::vector<cdb::NewEntry> m_entries;
     std::vector<std::vector<cdb::LeafWrite>> m_writes;  // of each entry
@@ -74,12 +93,24 @@ private:
     std::map<std::string, ClientPtr> m_holders;
     std::size_t m_next = 0;
     std::size_t m_answered = 0;
+    bool m_goesOn = false;  // the next requests are made in the next turn of the loop
+    Clock::time_point m_begin;
     Clock::time_point m_progress;
 };
 
 void Inquiry::Pump()
 {
+    if (m_goesOn) return;
+    const std::size_t last = std::min(m_next + kMadeAtOnce, m_entries.size());
     while (m_done && m_next < m_entries.size()) {
+        if (m_next == last) {
+            m_goesOn = true;
+            boost::asio::post(m_loop, [self = shared_from_this()] {
+                self->m_goesOn = false;
+                self->Pump();
+            });
+            return;
+        }
         const std::size_t index = m_next;
         const ClientPtr& holder = m_holders.at(m_entries[index].callpoint);
         if (holder->QueuedBytes() > kMaxWaiting && m_next > m_answered) return;
@@ -116,7 +147,8 @@ void Inquiry::Take(std::size_t index, const ClientMessage* message)
         return Fail(index, holder->Name() + " refuses: " +
                                (reply.error().empty() ? "it gives no reason; see its log" : reply.error()));
     if (const auto problem = TakeWrites(index, reply))
-        return Fail(index, holder->Name() + " answers with a write that can't be made: " + *problem);
+        return Fail(index, holder->Name() +
+                               " answers with a write that can't be made: " + ipc::Presentable(*problem));
     m_isAnswered[index] = true;
     ++m_answered;
     m_progress = Clock::now();
@@ -139,25 +171,39 @@ std::optional<std::string> Inquiry::TakeWrites(std::size_t index, const ipc::cdb
     return std::nullopt;
 }
 
+Clock::time_point Inquiry::Deadline() const
+{
+    return std::min(m_progress + m_limits.progress, m_begin + m_limits.total);
+}
+
 void Inquiry::Watch()
 {
-    m_timer.expires_at(m_progress + m_timeout);
+    m_timer.expires_at(Deadline());
     m_timer.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
         if (error || !self->m_done) return;
-        if (Clock::now() < self->m_progress + self->m_timeout) return self->Watch();
+        if (Clock::now() < self->Deadline()) return self->Watch();
         std::size_t missing = 0;
         while (self->m_isAnswered[missing]) ++missing;
-        const std::string seconds = std::to_string(static_cast<double>(self->m_timeout.count()) / 1000.0);
-        self->Fail(missing, self->m_holders.at(self->m_entries[missing].callpoint)->Name() +
-                                " has not answered for " + seconds.substr(0, seconds.find('.') + 2) +
-                                " s; restart it");
+        const bool isStuck =
+            self->m_progress + self->m_limits.progress <= self->m_begin + self->m_limits.total;
+        const auto limit = isStuck ? self->m_limits.progress : self->m_limits.total;
+        const std::string seconds = std::to_string(static_cast<double>(limit.count()) / 1000.0);
+        self->Fail(missing,
+                   self->m_holders.at(self->m_entries[missing].callpoint)->Name() +
+                       (isStuck ? " has not answered for " : " has not answered all questions within ") +
+                       seconds.substr(0, seconds.find('.') + 2) + " s; restart it");
     });
+}
+
+void Inquiry::ForgetAll()
+{
+    for (std::size_t i = 0; i < m_next; ++i) m_holders.at(m_entries[i].callpoint)->Forget(m_keys[i]);
 }
 
 void Inquiry::Fail(std::size_t index, const std::string& why)
 {
     if (!m_done) return;
-    for (std::size_t i = 0; i < m_next; ++i) m_holders.at(m_entries[i].callpoint)->Forget(m_keys[i]);
+    ForgetAll();
     Finish(Failure(m_entries[index], m_schema, why));
 }
 
@@ -170,24 +216,29 @@ void Inquiry::Finish(Callpoints::Result result)
 }  // namespace
 
 Callpoints::Callpoints(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
-                       std::chrono::milliseconds timeout)
-    : m_loop(loop), m_schema(schema), m_clients(clients), m_timeout(timeout)
+                       Limits limits)
+    : m_loop(loop), m_schema(schema), m_clients(clients), m_limits(limits)
 {
 }
 
-void Callpoints::Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done)
+Callpoints::InquiryPtr Callpoints::Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done)
 {
-    if (entries.empty()) return done(std::vector<cdb::LeafWrite>{});
     std::map<std::string, ClientPtr> holders;
     for (const cdb::NewEntry& entry : entries) {
         ClientPtr& holder = holders[entry.callpoint];
         if (!holder) holder = m_clients.CallpointHolder(entry.callpoint);
-        if (!holder)
-            return done(Failure(entry, m_schema, "no process serves it; start sflow-app and try again"));
+        if (holder) continue;
+        done(Failure(entry, m_schema, "no process serves it; start sflow-app and try again"));
+        return nullptr;
     }
-    std::make_shared<Inquiry>(m_loop, m_schema, m_timeout, ++m_lastTransaction, std::move(entries),
-                              std::move(done))
-        ->Run(std::move(holders));
+    if (entries.empty()) {
+        done(std::vector<cdb::LeafWrite>{});
+        return nullptr;
+    }
+    const auto inquiry = std::make_shared<agent::Inquiry>(m_loop, m_schema, m_limits, ++m_lastTransaction,
+                                                          std::move(entries), std::move(done));
+    inquiry->Run(std::move(holders));
+    return inquiry;
 }
 
 }  // namespace agent

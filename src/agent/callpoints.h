@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <variant>
 #include <vector>
 
@@ -20,19 +21,31 @@ class Callpoints {
 public:
     using Result = std::variant<std::vector<cdb::LeafWrite>, cdb::Error>;
 
-    /// `timeout`: how long there may be no answer at all while some are missing.
+    struct Limits {
+        std::chrono::milliseconds progress{5'000};  // without any answer while some are missing
+        std::chrono::milliseconds total{30'000};    // for all questions of one edit
+    };
     Callpoints(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
-               std::chrono::milliseconds timeout);
+               Limits limits);
+
+    /// What is being asked; it can be given up.
+    class Inquiry {
+    public:
+        virtual ~Inquiry() = default;
+        /// `done` is called no more, and is let go.
+        virtual void Cancel() = 0;
+    };
+    using InquiryPtr = std::shared_ptr<Inquiry>;
 
     /// `done` is called once: with the writes in the order of the entries, or with why the edit can't
-    /// be made. From inside Ask where there is nothing to ask or nobody to ask.
-    void Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done);
+    /// be made. From inside Ask, which then returns null, where there is nothing or no process to ask.
+    InquiryPtr Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done);
 
 private:
     boost::asio::io_context& m_loop;
     const cdb::SchemaTable& m_schema;
     const Clients& m_clients;
-    std::chrono::milliseconds m_timeout;
+    Limits m_limits;
     std::uint32_t m_lastTransaction = 0;
 };
 

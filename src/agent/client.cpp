@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "ipc/frame.h"
+#include "ipc/text.h"
 #include "log/log.h"
 
 namespace agent {
@@ -14,15 +15,49 @@ using ipc::cdb::ClientMessage;
 constexpr std::size_t kMaxRegistrations = 256;
 constexpr std::size_t kMaxName = 256;
 
+/// What others will see of the message is made fit for it here, once.
+void MakeTextsPresentable(ClientMessage& message)
+{
+    const auto fit = [](std::string* text) { ipc::MakePresentable(*text); };
+    switch (message.body_case()) {
+    case ClientMessage::kHello:
+        return ipc::MakePresentable(*message.mutable_hello()->mutable_process(), kMaxName);
+    case ClientMessage::kSubscribe:
+        return fit(message.mutable_subscribe()->mutable_path());
+    case ClientMessage::kRegisterCallpoint:
+        return fit(message.mutable_register_callpoint()->mutable_name());
+    case ClientMessage::kRegisterStateProvider:
+        return fit(message.mutable_register_state_provider()->mutable_path());
+    case ClientMessage::kCallpointReply:
+        return fit(message.mutable_callpoint_reply()->mutable_error());
+    case ClientMessage::kStateReply:
+        return fit(message.mutable_state_reply()->mutable_error());
+    case ClientMessage::kActionReply:
+        return fit(message.mutable_action_reply()->mutable_error());
+    case ClientMessage::kFaultReport: {
+        auto& fault = *message.mutable_fault_report();
+        ipc::MakePresentable(*fault.mutable_process(), kMaxName);
+        fit(fault.mutable_function());
+        fit(fault.mutable_file());
+        return fit(fault.mutable_text());
+    }
+    default:
+        return;  // no texts
+    }
+}
+
 }  // namespace
 
 Client::Client(std::shared_ptr<ipc::Channel> channel, ClientHost& host, std::int64_t connectedUs)
-    : m_channel(std::move(channel)), m_host(host), m_connectedUs(connectedUs)
+    : m_channel(std::move(channel)), m_host(host), m_pid(m_channel->Peer().pid), m_connectedUs(connectedUs)
 {
 }
 
-void Client::Start()
+void Client::Start(ipc::Timers& timers, std::chrono::milliseconds helloTimeout)
 {
+    m_helloTimer = timers.After(helloTimeout, [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->Disconnect("it has not said in time what it wants");
+    });
     // The channel calls no handler after the end; it holds the client until then.
     const auto self = shared_from_this();
     m_channel->Start({[self](std::string_view frame) { self->OnFrame(frame); },
@@ -31,12 +66,15 @@ void Client::Start()
 
 std::string Client::Name() const
 {
-    return (m_process.empty() ? "a client" : m_process) + " (process " + std::to_string(m_pid) + ")";
+    const std::string name = m_process.empty() ? "a client of " + ipc::UserName(Peer().uid) : m_process;
+    return name + " (process " + std::to_string(m_pid) + ")";
 }
+
+const ipc::PeerCredentials& Client::Peer() const { return m_channel->Peer(); }
 
 std::size_t Client::QueuedBytes() const { return m_channel->QueuedBytes(); }
 
-bool Client::Ask(AnswerKey key, const ipc::cdb::ServerMessage& message, AnswerHandler handler)
+bool Client::Ask(AnswerKey key, const google::protobuf::MessageLite& message, AnswerHandler handler)
 {
     if (m_phase == Phase::kEnded) return false;
     m_questions[key] = std::move(handler);
@@ -57,6 +95,7 @@ void Client::OnFrame(std::string_view frame)
     ClientMessage message;
     if (!message.ParseFromArray(frame.data(), static_cast<int>(frame.size())))
         return Disconnect("a frame is no message that is known here");
+    MakeTextsPresentable(message);
     Handle(message);
 }
 
@@ -81,7 +120,7 @@ void Client::Handle(const ClientMessage& message)
     case ClientMessage::kActionReply:
         return OnAnswer({message.body_case(), message.action_reply().request()}, message);
     case ClientMessage::kFaultReport:
-        return m_host.OnFault(message.fault_report());
+        return OnFault(message.fault_report());
     case ClientMessage::BODY_NOT_SET:
         break;
     }
@@ -91,10 +130,9 @@ void Client::Handle(const ClientMessage& message)
 void Client::OnHello(const ipc::cdb::Hello& hello)
 {
     if (m_phase != Phase::kNew) return Disconnect("it said hello twice");
-    m_process = hello.process().substr(0, kMaxName);
+    m_process = hello.process();
     // The kernel knows better who that is, but not across namespaces of processes.
-    const std::int64_t peer = m_channel->Peer().pid;
-    m_pid = peer > 0 ? peer : hello.pid();
+    if (m_pid <= 0) m_pid = hello.pid();
     if (hello.protocol() != ipc::kProtocolVersion)
         return Refuse({"the client speaks protocol " + std::to_string(hello.protocol()) + ", cdbd speaks " +
                            std::to_string(ipc::kProtocolVersion) + ": install programs of one version",
@@ -114,8 +152,16 @@ void Client::OnRegistration(const ClientMessage& message)
     OnProvider({message.register_state_provider().path()});
 }
 
+bool Client::RefuseRole(ipc::Role role)
+{
+    const auto refusal = m_host.CheckRole(*this, role);
+    if (refusal) Refuse(*refusal);
+    return refusal.has_value();
+}
+
 void Client::OnCallpoint(const std::string& name)
 {
+    if (RefuseRole(ipc::Role::kCallpoint)) return;
     if (const auto refusal = m_host.CheckCallpoint(*this, name)) return Refuse(*refusal);
     if (std::find(m_callpoints.begin(), m_callpoints.end(), name) == m_callpoints.end())
         m_callpoints.push_back(name);
@@ -123,6 +169,7 @@ void Client::OnCallpoint(const std::string& name)
 
 void Client::OnProvider(const StateProvision& wanted)
 {
+    if (RefuseRole(ipc::Role::kState)) return;
     if (const auto refusal = m_host.CheckProvider(*this, wanted)) return Refuse(*refusal);
     const auto same = [&wanted](const StateProvision& each) { return each.path == wanted.path; };
     if (std::none_of(m_providers.begin(), m_providers.end(), same)) m_providers.push_back(wanted);
@@ -130,6 +177,7 @@ void Client::OnProvider(const StateProvision& wanted)
 
 void Client::OnSubscribe(const ipc::cdb::Subscribe& wanted)
 {
+    if (RefuseRole(ipc::Role::kSubscribe)) return;
     const auto sameId = [&wanted](const Subscription& each) { return each.id == wanted.id(); };
     if (std::any_of(m_subscriptions.begin(), m_subscriptions.end(), sameId))
         return Refuse({"two subscriptions have the number " + std::to_string(wanted.id()), 0});
@@ -140,11 +188,21 @@ void Client::OnSubscribe(const ipc::cdb::Subscribe& wanted)
 
 void Client::OnReady()
 {
+    // One that has registered nothing still hears of transitions and learns where the store is.
+    const bool isBare = m_subscriptions.empty() && m_callpoints.empty() && m_providers.empty();
+    if (isBare && RefuseRole(ipc::Role::kSubscribe)) return;
     m_phase = Phase::kReady;
+    m_helloTimer.reset();
     ipc::cdb::ServerMessage message;
     *message.mutable_welcome() = m_host.MakeWelcome();
+    m_welcomeCommit = message.welcome().commit();
     static_cast<void>(m_channel->Send(message));  // a failure ends the connection
     slog::Notice("{} is connected", Name());
+}
+
+void Client::OnFault(const ipc::cdb::FaultReport& fault)
+{
+    if (!RefuseRole(ipc::Role::kFaults)) m_host.OnFault(*this, fault);
 }
 
 void Client::OnAnswer(AnswerKey key, const ClientMessage& message)
@@ -164,15 +222,20 @@ void Client::Refuse(const Refusal& refusal)
     message.mutable_refused()->set_holder_pid(refusal.holder);
     static_cast<void>(m_channel->Send(message));  // it is turned away in any case
     m_channel->Close();
+    if (m_process.empty()) slog::Notice("{} is refused: {}", Name(), refusal.reason);
     End("refused: " + refusal.reason);
 }
 
 void Client::End(const std::string& reason)
 {
     if (m_phase == Phase::kEnded) return;
-    const bool known = !m_process.empty();
+    // Of those that say nothing, or no more than a fault, there may be many.
+    if (!m_process.empty())
+        slog::Notice("{} is disconnected: {}", Name(), reason);
+    else if (slog::Enabled(static_cast<int>(slog::Level::kInfo)))
+        slog::Info("{} is disconnected: {}", Name(), reason);
     m_phase = Phase::kEnded;
-    if (known) slog::Notice("{} is disconnected: {}", Name(), reason);
+    m_helloTimer.reset();
     const auto self = shared_from_this();
     m_host.OnGone(self);
     auto questions = std::move(m_questions);

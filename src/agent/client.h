@@ -5,6 +5,7 @@
 #ifndef AGENT_CLIENT_H
 #define AGENT_CLIENT_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -16,6 +17,9 @@
 
 #include "cdb/schema_table.h"
 #include "ipc/cdb.pb.h"
+#include "ipc/peer.h"
+#include "ipc/timers.h"
+#include "ipc/trust.h"
 
 namespace ipc {
 class Channel;
@@ -47,13 +51,15 @@ struct Refusal {
 class ClientHost {
 public:
     virtual ~ClientHost() = default;
+    /// Why the user of the client's process may not have the role; nullopt: it may.
+    virtual std::optional<Refusal> CheckRole(const Client& client, ipc::Role role) = 0;
     /// The subscription's schema node, or why there is none.
     virtual std::optional<Refusal> CheckSubscription(const ipc::cdb::Subscribe& wanted,
                                                      cdb::NodeId& point) = 0;
     virtual std::optional<Refusal> CheckCallpoint(const Client& client, const std::string& name) = 0;
     virtual std::optional<Refusal> CheckProvider(const Client& client, const StateProvision& wanted) = 0;
     virtual ipc::cdb::Welcome MakeWelcome() = 0;
-    virtual void OnFault(const ipc::cdb::FaultReport& fault) = 0;
+    virtual void OnFault(const Client& client, const ipc::cdb::FaultReport& fault) = 0;
     /// The connection has gone; called once, from the loop.
     virtual void OnGone(const std::shared_ptr<Client>& client) = 0;
 };
@@ -71,25 +77,30 @@ public:
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    void Start();
+    /// A client that has not said by then what it wants, up to its Ready, is disconnected.
+    void Start(ipc::Timers& timers, std::chrono::milliseconds helloTimeout);
 
     [[nodiscard]] Phase CurrentPhase() const { return m_phase; }
     [[nodiscard]] const std::string& Process() const { return m_process; }
     [[nodiscard]] std::int64_t Pid() const { return m_pid; }
     /// "sflow-app (process 1234)"
     [[nodiscard]] std::string Name() const;
+    [[nodiscard]] const ipc::PeerCredentials& Peer() const;
     [[nodiscard]] std::int64_t ConnectedUs() const { return m_connectedUs; }
     [[nodiscard]] const std::vector<Subscription>& Subscriptions() const { return m_subscriptions; }
     [[nodiscard]] const std::vector<std::string>& Callpoints() const { return m_callpoints; }
     [[nodiscard]] const std::vector<StateProvision>& Providers() const { return m_providers; }
     [[nodiscard]] bool IsApplying() const { return m_applying; }
+    /// The commit that it was told running is at when it became ready.
+    [[nodiscard]] std::uint64_t WelcomeCommit() const { return m_welcomeCommit; }
 
     /// A number for the next request to this client.
     std::uint64_t NextRequest() { return ++m_lastRequest; }
 
     /// Sends a message; the handler is called once with the answer, unless it is forgotten before, and
     /// never from inside Ask. False, and the handler is not called, when the connection has gone.
-    [[nodiscard]] bool Ask(AnswerKey key, const ipc::cdb::ServerMessage& message, AnswerHandler handler);
+    [[nodiscard]] bool Ask(AnswerKey key, const google::protobuf::MessageLite& message,
+                           AnswerHandler handler);
     void Forget(AnswerKey key) { m_questions.erase(key); }
     /// Another answer to a question that was asked comes: the handler is called as after Ask.
     void Expect(AnswerKey key, AnswerHandler handler) { m_questions[key] = std::move(handler); }
@@ -111,7 +122,10 @@ private:
     void OnCallpoint(const std::string& name);
     void OnProvider(const StateProvision& wanted);
     void OnReady();
+    void OnFault(const ipc::cdb::FaultReport& fault);
     void OnAnswer(AnswerKey key, const ipc::cdb::ClientMessage& message);
+    /// Turns the client away where it may not have the role.
+    bool RefuseRole(ipc::Role role);
     void Refuse(const Refusal& refusal);
     void End(const std::string& reason);
 
@@ -120,13 +134,15 @@ private:
     Phase m_phase = Phase::kNew;
     bool m_applying = false;
     std::string m_process;
-    std::int64_t m_pid = 0;
+    std::int64_t m_pid;
     std::int64_t m_connectedUs;
     std::vector<Subscription> m_subscriptions;
     std::vector<std::string> m_callpoints;
     std::vector<StateProvision> m_providers;
+    std::uint64_t m_welcomeCommit = 0;
     std::uint64_t m_lastRequest = 0;
     std::map<AnswerKey, AnswerHandler> m_questions;
+    std::shared_ptr<void> m_helloTimer;  // until the client is ready
 };
 
 using ClientPtr = std::shared_ptr<Client>;

@@ -12,9 +12,6 @@ namespace {
 /// Far more processes than a switch has.
 constexpr std::size_t kMaxClients = 128;
 
-/// How much of a fault's texts is kept.
-constexpr std::size_t kMaxFaultText = 4096;
-
 /// cdbd's own.
 constexpr const char* kSystemState = "/state/system";
 
@@ -46,8 +43,13 @@ bool IsCallpoint(const cdb::SchemaTable& table, const std::string& name)
 
 }  // namespace
 
-Clients::Clients(const cdb::Schema& schema, cdb::Store& store, std::function<std::int64_t()> now)
-    : m_schema(schema), m_store(store), m_now(std::move(now))
+Clients::Clients(const cdb::Schema& schema, const cdb::Store& store, ipc::Timers& timers, Options options)
+    : m_schema(schema),
+      m_store(store),
+      m_timers(timers),
+      m_options(std::move(options)),
+      m_quota(m_options.maxPerUser),
+      m_faults(timers, m_options.now, m_options.keepFaults)
 {
 }
 
@@ -61,13 +63,29 @@ void Clients::DisconnectAll(const std::string& reason)
 
 void Clients::Add(std::shared_ptr<ipc::Channel> channel)
 {
-    if (m_clients.size() >= kMaxClients) {
-        slog::Error("a client is turned away: {} are connected already", m_clients.size());
-        return channel->Close(true);
-    }
-    const auto client = std::make_shared<Client>(std::move(channel), *this, m_now());
+    const std::uint32_t uid = channel->Peer().uid;
+    const auto refuse = [&channel](const std::string& reason) {
+        slog::Error("a client of {} (process {}) is turned away: {}", ipc::UserName(channel->Peer().uid),
+                    channel->Peer().pid, reason);
+        ipc::cdb::ServerMessage message;
+        message.mutable_refused()->set_reason(reason);
+        static_cast<void>(channel->Send(message));  // it is turned away in any case
+        channel->Close();
+    };
+    if (m_clients.size() >= kMaxClients)
+        return refuse(std::to_string(m_clients.size()) + " are connected already; end one of them");
+    if (!m_quota.Take(uid))
+        return refuse("this user has " + std::to_string(m_quota.Most()) +
+                      " connections already; end one of them");
+    const auto client = std::make_shared<Client>(std::move(channel), *this, m_options.now());
     m_clients.push_back(client);
-    client->Start();
+    client->Start(m_timers, m_options.helloTimeout);
+}
+
+std::optional<Refusal> Clients::CheckRole(const Client& client, ipc::Role role)
+{
+    const auto why = m_options.trust.Refusal(role, client.Peer());
+    return why ? std::optional(Refusal{*why, 0}) : std::nullopt;
 }
 
 std::vector<ClientPtr> Clients::Known() const
@@ -137,23 +155,27 @@ ipc::cdb::Welcome Clients::MakeWelcome()
     return welcome;
 }
 
-void Clients::OnFault(const ipc::cdb::FaultReport& report)
+void Clients::OnFault(const Client& client, const ipc::cdb::FaultReport& report)
 {
     cdb::Fault fault;
-    fault.timeUs = report.time_us() != 0 ? report.time_us() : m_now();
-    fault.process = report.process().substr(0, kMaxFaultText);
-    fault.pid = report.pid();
+    fault.timeUs = report.time_us() != 0 ? report.time_us() : m_options.now();
+    fault.process = report.process();
+    // As for the hello: the kernel knows better.
+    fault.pid = client.Peer().pid > 0 ? client.Peer().pid : report.pid();
     fault.kind = report.kind();
-    fault.function = report.function().substr(0, kMaxFaultText);
-    fault.file = report.file().substr(0, kMaxFaultText);
+    fault.function = report.function();
+    fault.file = report.file();
     fault.line = report.line();
-    fault.text = report.text().substr(0, kMaxFaultText);
-    slog::Error("{} reports a fault of kind {} in {} ({}:{}): {}", fault.process, fault.kind, fault.function,
-                fault.file, fault.line, fault.text);
-    if (const auto error = m_store.AddFault(std::move(fault)))
-        slog::Error("the fault can't be kept: {}", error->message);
+    fault.text = report.text();
+    // Counted by what the reporter can't choose.
+    const std::string reporter =
+        "process " + std::to_string(client.Peer().pid) + ", uid " + std::to_string(client.Peer().uid);
+    m_faults.Take(reporter, std::move(fault));
 }
 
-void Clients::OnGone(const ClientPtr& client) { std::erase(m_clients, client); }
+void Clients::OnGone(const ClientPtr& client)
+{
+    if (std::erase(m_clients, client) > 0) m_quota.GiveBack(client->Peer().uid);
+}
 
 }  // namespace agent

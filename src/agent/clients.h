@@ -10,15 +10,27 @@
 #include <vector>
 
 #include "agent/client.h"
+#include "agent/fault_intake.h"
 #include "cdb/schema.h"
 #include "cdb/store.h"
+#include "ipc/timers.h"
+#include "ipc/trust.h"
+#include "ipc/user_quota.h"
 
 namespace agent {
 
 class Clients final : public ClientHost {
 public:
-    /// `now`: microseconds since the epoch.
-    Clients(const cdb::Schema& schema, cdb::Store& store, std::function<std::int64_t()> now);
+    struct Options {
+        std::function<std::int64_t()> now;  // microseconds since the epoch
+        ipc::Trust trust{"cdbd"};
+        /// Where faults go. Called from the loop, never with none.
+        FaultIntake::Keep keepFaults;
+        std::chrono::milliseconds helloTimeout{5'000};
+        std::size_t maxPerUser = 64;  // connections; root may have all there are
+    };
+    /// All but the options outlive it.
+    Clients(const cdb::Schema& schema, const cdb::Store& store, ipc::Timers& timers, Options options);
     ~Clients() override;
     Clients(const Clients&) = delete;
     Clients& operator=(const Clients&) = delete;
@@ -36,17 +48,21 @@ public:
     [[nodiscard]] ClientPtr CallpointHolder(const std::string& name) const;
 
     // ClientHost
+    std::optional<Refusal> CheckRole(const Client& client, ipc::Role role) override;
     std::optional<Refusal> CheckSubscription(const ipc::cdb::Subscribe& wanted, cdb::NodeId& point) override;
     std::optional<Refusal> CheckCallpoint(const Client& client, const std::string& name) override;
     std::optional<Refusal> CheckProvider(const Client& client, const StateProvision& wanted) override;
     ipc::cdb::Welcome MakeWelcome() override;
-    void OnFault(const ipc::cdb::FaultReport& fault) override;
+    void OnFault(const Client& client, const ipc::cdb::FaultReport& report) override;
     void OnGone(const ClientPtr& client) override;
 
 private:
     const cdb::Schema& m_schema;
-    cdb::Store& m_store;
-    std::function<std::int64_t()> m_now;
+    const cdb::Store& m_store;
+    ipc::Timers& m_timers;
+    Options m_options;
+    ipc::UserQuota m_quota;
+    FaultIntake m_faults;
     std::vector<ClientPtr> m_clients;
 };
 

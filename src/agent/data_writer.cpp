@@ -1,193 +1,328 @@
 #include "agent/data_writer.h"
 
-#include <libyang/libyang.h>
-
 #include <algorithm>
-#include <cstring>
 #include <string_view>
 #include <vector>
+
+#include <boost/container/small_vector.hpp>
 
 #include "netconf/xml.h"
 
 namespace agent {
 namespace {
 
-/// The filter nodes that a data node has matched so far: alternatives, one of which is enough.
-using Alternatives = std::vector<const FilterNode*>;
+using Handle = DataSource::Handle;
+using Branch = FilterPlan::Branch;
+using Inner = FilterPlan::Inner;
 
-/// What a filter leaves of one data node.
-struct Selection {
-    bool whole = false;
-    Alternatives below;  // where not whole: for the children
-};
+/// What is asked for below a node: mostly there is one of these.
+using Branches = boost::container::small_vector<const Branch*, 4>;
+using Inners = boost::container::small_vector<const Inner*, 4>;
+using Keys = boost::container::small_vector<std::string_view, 4>;
 
-bool IsTerm(const lyd_node* node) { return (node->schema->nodetype & LYD_NODE_TERM) != 0; }
+/// So few entries of a list below another are looked up; for more the list is read.
+constexpr std::size_t kLookedUpEach = 8;
 
 class Writer {
 public:
-    Writer(Defaults defaults, std::string& out) : m_defaults(defaults), m_out(out) {}
+    Writer(DataSource& source, const WriteOptions& options, std::string& out)
+        : m_source(source), m_options(options), m_out(out)
+    {
+    }
 
-    void Siblings(const lyd_node* first, const lys_module* parentModule, const Alternatives* filter);
+    /// All that is below the node.
+    void Whole(const DataNode& node, Handle at);
+
+    /// What the branches select below the node, keys left out.
+    void Part(const DataNode& node, Handle at, const Branches& branches);
 
 private:
-    void Node(const lyd_node* node, const lys_module* parentModule, const Alternatives* filter);
-    void Inner(const lyd_node* node, const lys_module* parentModule, const Selection& selection);
-    void Term(const lyd_node* node, const lys_module* parentModule);
-    void Open(const lyd_node* node, const lys_module* parentModule);
-    void Close(const lyd_node* node);
-    [[nodiscard]] bool Visible(const lyd_node* node) const;
-    [[nodiscard]] Selection Select(const lyd_node* node, const Alternatives& filter) const;
-    [[nodiscard]] bool ContentMatches(const lyd_node* node, const FilterNode& filter) const;
+    void WholeNode(const DataNode& node, Handle at);
+    void PartNode(const DataNode& node, Handle at, const Branches& branches);
+    void Select(const DataNode& node, Handle at, const Inners& inners);
+    void PartLeaf(const DataNode& leaf, Handle at, const Branches& branches);
+    void PartList(const DataNode& list, Handle at, const Inners& inners);
+    void Named(const DataNode& list, Handle at, const Inners& inners);
+    bool MayBeLookedUp(const Inners& inners) const;
 
-    Defaults m_defaults;
+    bool Active(const Inner& inner, Handle at, Branches& branches);
+    bool Values(const FilterPlan::Matches& matches, Handle at);
+    bool Holds(const FilterPlan::Test& test, Handle at);
+
+    void Term(const DataNode& leaf, std::string_view text);
+    bool Visible(const DataNode& leaf, std::string_view text, bool isDefault) const;
+    bool Readable(const DataNode& node) const;
+    template <typename Write>
+    void Entry(const DataNode& list, Handle entry, const Write& write);
+
+    DataSource& m_source;
+    const WriteOptions& m_options;
     std::string& m_out;
+    std::string m_values;             // of the leaves that alternatives test
+    std::vector<std::string> m_keys;  // for m_options.access
+    std::size_t m_passes = 0;         // lists that are read from end to end around here
 };
 
-int CompareKeys(const lyd_node* a, const lyd_node* b)
+bool Writer::Visible(const DataNode& leaf, std::string_view text, bool isDefault) const
 {
-    const lyd_node* keyA = lyd_child(a);
-    const lyd_node* keyB = lyd_child(b);
-    for (; keyA != nullptr && keyB != nullptr && lysc_is_key(keyA->schema);
-         keyA = keyA->next, keyB = keyB->next) {
-        // strcmp compares bytes as unsigned, which is the order that readers of the store see.
-        const int order = std::strcmp(lyd_get_value(keyA), lyd_get_value(keyB));
-        if (order != 0) return order;
+    switch (m_options.defaults) {
+    case Defaults::kExplicit:
+        return !isDefault;
+    case Defaults::kTrim:
+        return !isDefault && !leaf.IsDefault(text);
+    case Defaults::kReportAll:
+        return true;
     }
-    return 0;
+    return true;
 }
 
-/// The entries of the list that `first` begins, in order.
-std::vector<const lyd_node*> SortedEntries(const lyd_node* first)
+bool Writer::Readable(const DataNode& node) const
 {
-    std::vector<const lyd_node*> entries;
-    for (const lyd_node* node = first; node != nullptr && node->schema == first->schema; node = node->next)
-        entries.push_back(node);
-    const auto less = [](const lyd_node* a, const lyd_node* b) { return CompareKeys(a, b) < 0; };
-    if ((first->schema->flags & LYS_KEYLESS) == 0 && !std::is_sorted(entries.begin(), entries.end(), less))
-        std::stable_sort(entries.begin(), entries.end(), less);
-    return entries;
+    return !m_options.access || m_options.access(node.schema, m_keys);
 }
 
-bool Writer::Visible(const lyd_node* node) const
+void Writer::Term(const DataNode& leaf, std::string_view text)
 {
-    if (m_defaults == Defaults::kReportAll || !IsTerm(node)) return true;
-    if ((node->flags & LYD_DEFAULT) != 0) return false;
-    return m_defaults != Defaults::kTrim || !lyd_is_default(node);
+    m_out.append(leaf.open);
+    netconf::AppendEscaped(m_out, text);
+    m_out.append(leaf.close);
 }
 
-bool Writer::ContentMatches(const lyd_node* node, const FilterNode& filter) const
+/// Lets the entry be written where it may be read.
+template <typename Write>
+void Writer::Entry(const DataNode& list, Handle entry, const Write& write)
 {
-    const auto holds = [this, node](const FilterNode& wanted) {
-        if (!wanted.IsContentMatch()) return true;
-        for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next)
-            if (Matches(wanted, child) && Visible(child) && HasValue(wanted, child)) return true;
-        return false;
-    };
-    return std::all_of(filter.children.begin(), filter.children.end(), holds);
+    if (!m_options.access) return write();
+    const std::size_t above = m_keys.size();
+    for (std::size_t i = 0; i < list.keyCount; ++i)
+        m_source.Values(entry, list.children[i]->schema,
+                        [this](std::string_view text, bool) { m_keys.emplace_back(text); });
+    const auto keys = std::span(list.children).first(list.keyCount);
+    if (Readable(list) &&
+        std::all_of(keys.begin(), keys.end(), [this](const DataNode* key) { return Readable(*key); }))
+        write();
+    m_keys.resize(above);
 }
 
-Selection Writer::Select(const lyd_node* node, const Alternatives& filter) const
+void Writer::Whole(const DataNode& node, Handle at)
 {
-    Selection selection;
-    for (const FilterNode* alternative : filter) {
-        if (!Matches(*alternative, node)) continue;
-        if (IsTerm(node)) {
-            selection.whole |=
-                alternative->IsSelection() || (alternative->IsContentMatch() && HasValue(*alternative, node));
+    for (const DataNode* child : node.children) {
+        if (child->kind == DataKind::kList) {
+            m_source.Entries(at, child->schema, [this, child](Handle entry) {
+                Entry(*child, entry, [&] { WholeNode(*child, entry); });
+                return true;
+            });
+        } else if (!Readable(*child)) {
             continue;
+        } else if (child->IsTerm()) {
+            m_source.Values(at, child->schema, [this, child](std::string_view text, bool isDefault) {
+                if (Visible(*child, text, isDefault)) Term(*child, text);
+            });
+        } else {
+            m_source.Container(at, child->schema, [this, child](Handle container) {
+                WholeNode(*child, container);
+                return true;
+            });
         }
-        if (alternative->IsSelection()) selection.whole = true;
-        if (alternative->children.empty() || !ContentMatches(node, *alternative)) continue;
-        const auto& children = alternative->children;
-        const auto isContent = [](const FilterNode& child) { return child.IsContentMatch(); };
-        if (std::all_of(children.begin(), children.end(), isContent)) selection.whole = true;
-        for (const FilterNode& child : children) selection.below.push_back(&child);
-    }
-    return selection;
-}
-
-void Writer::Siblings(const lyd_node* first, const lys_module* parentModule, const Alternatives* filter)
-{
-    for (const lyd_node* node = first; node != nullptr; node = node->next) {
-        if (node->schema == nullptr) continue;
-        if (node->schema->nodetype != LYS_LIST) {
-            Node(node, parentModule, filter);
-            continue;
-        }
-        const auto entries = SortedEntries(node);
-        for (const lyd_node* entry : entries) Node(entry, parentModule, filter);
-        while (node->next != nullptr && node->next->schema == node->schema) node = node->next;
     }
 }
 
-void Writer::Node(const lyd_node* node, const lys_module* parentModule, const Alternatives* filter)
-{
-    if (!Visible(node)) return;
-    Selection selection;
-    selection.whole = filter == nullptr;
-    if (filter != nullptr) {
-        selection = Select(node, *filter);
-        if (!selection.whole && selection.below.empty()) return;
-    }
-    if (IsTerm(node))
-        Term(node, parentModule);
-    else if ((node->schema->nodetype & (LYS_CONTAINER | LYS_LIST)) != 0)
-        Inner(node, parentModule, selection);
-}
-
-void Writer::Inner(const lyd_node* node, const lys_module* parentModule, const Selection& selection)
+void Writer::WholeNode(const DataNode& node, Handle at)
 {
     const std::size_t before = m_out.size();
-    Open(node, parentModule);
-    const lyd_node* child = lyd_child(node);
-    const bool partly = !selection.whole;
-    if (partly) {
-        // An entry shows its keys whatever else is asked for, but not for their sake alone.
-        for (const lyd_node* key = child; key != nullptr && lysc_is_key(key->schema); key = key->next)
-            Term(key, node->schema->module);
+    m_out.append(node.open);
+    const std::size_t opened = m_out.size();
+    Whole(node, at);
+    // A plain container means nothing by itself.
+    if (node.kind == DataKind::kContainer && m_out.size() == opened)
+        m_out.resize(before);
+    else
+        m_out.append(node.close);
+}
+
+void Writer::Part(const DataNode& node, Handle at, const Branches& branches)
+{
+    for (std::size_t i = node.keyCount; i < node.children.size(); ++i) {
+        const DataNode& child = *node.children[i];
+        if (child.IsTerm()) {
+            PartLeaf(child, at, branches);
+            continue;
+        }
+        Inners inners;
+        for (const Branch* branch : branches)
+            if (const Inner* inner = branch->FindInner(child)) inners.push_back(inner);
+        if (inners.empty()) continue;
+        if (child.kind == DataKind::kList) {
+            PartList(child, at, inners);
+        } else if (Readable(child)) {
+            m_source.Container(at, child.schema, [&](Handle container) {
+                Select(child, container, inners);
+                return true;
+            });
+        }
+    }
+}
+
+void Writer::PartLeaf(const DataNode& leaf, Handle at, const Branches& branches)
+{
+    const auto asked = [&leaf](const Branch* branch) { return branch->FindLeaf(leaf) != nullptr; };
+    if (std::none_of(branches.begin(), branches.end(), asked) || !Readable(leaf)) return;
+    m_source.Values(at, leaf.schema, [&](std::string_view text, bool isDefault) {
+        if (!Visible(leaf, text, isDefault)) return;
+        const bool selected = std::any_of(branches.begin(), branches.end(), [&](const Branch* branch) {
+            const FilterPlan::Leaf* each = branch->FindLeaf(leaf);
+            return each != nullptr && each->Has(text);
+        });
+        if (selected) Term(leaf, text);
+    });
+}
+
+void Writer::PartList(const DataNode& list, Handle at, const Inners& inners)
+{
+    if (MayBeLookedUp(inners)) return Named(list, at, inners);
+    ++m_passes;
+    m_source.Entries(at, list.schema, [&](Handle entry) {
+        Entry(list, entry, [&] { Select(list, entry, inners); });
+        return true;
+    });
+    --m_passes;
+}
+
+bool Writer::MayBeLookedUp(const Inners& inners) const
+{
+    std::size_t named = 0;
+    for (const Inner* inner : inners) {
+        if (!inner->NamesEntries()) return false;
+        for (const auto& matches : inner->matches) named += matches.byValues.size();
+    }
+    // What is looked up for each entry of another list adds up.
+    return m_passes == 0 || named <= kLookedUpEach;
+}
+
+/// The first `count` values, each with its NUL.
+std::string_view FirstValues(std::string_view values, std::size_t count)
+{
+    std::size_t end = 0;
+    for (; count > 0; --count) end = values.find('\0', end) + 1;
+    return values.substr(0, end);
+}
+
+Keys SplitKeys(std::string_view values)
+{
+    Keys keys;
+    while (!values.empty()) {
+        const std::size_t end = values.find('\0');
+        keys.push_back(values.substr(0, end));
+        values.remove_prefix(end + 1);
+    }
+    return keys;
+}
+
+void Writer::Named(const DataNode& list, Handle at, const Inners& inners)
+{
+    boost::container::small_vector<std::string_view, kLookedUpEach> names;
+    for (const Inner* inner : inners)
+        for (const auto& matches : inner->matches)
+            for (const auto& each : matches.byValues) names.push_back(FirstValues(each.first, list.keyCount));
+    // The alternatives of one kind are in order, and mostly there is one kind.
+    if (!std::is_sorted(names.begin(), names.end())) std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    for (const std::string_view name : names) {
+        const Keys keys = SplitKeys(name);
+        m_source.Entry(at, list.schema, {keys.data(), keys.size()}, [&](Handle entry) {
+            Entry(list, entry, [&] { Select(list, entry, inners); });
+            return true;
+        });
+    }
+}
+
+/// Writes what is selected of the container or entry.
+void Writer::Select(const DataNode& node, Handle at, const Inners& inners)
+{
+    Branches branches;
+    for (const Inner* inner : inners)
+        if (Active(*inner, at, branches)) return WholeNode(node, at);
+    if (!branches.empty()) PartNode(node, at, branches);
+}
+
+/// Adds the branches that hold at the node. True: one selects all of it.
+bool Writer::Active(const Inner& inner, Handle at, Branches& branches)
+{
+    const auto add = [&branches](const Branch* branch) {
+        branches.push_back(branch);
+        return branch->whole;
+    };
+    if (inner.always != nullptr && add(inner.always)) return true;
+    for (const auto& matches : inner.matches) {
+        if (!Values(matches, at)) continue;
+        const auto it = matches.byValues.find(m_values);
+        if (it != matches.byValues.end() && add(it->second)) return true;
+    }
+    return std::any_of(inner.tests.begin(), inner.tests.end(),
+                       [&](const FilterPlan::Test& test) { return Holds(test, at) && add(test.branch); });
+}
+
+/// Puts the leaves' values into m_values. False: one of them has none that is seen.
+bool Writer::Values(const FilterPlan::Matches& matches, Handle at)
+{
+    m_values.clear();
+    for (const DataNode* leaf : matches.leaves) {
+        bool found = false;
+        if (!Readable(*leaf)) return false;
+        m_source.Values(at, leaf->schema, [&](std::string_view text, bool isDefault) {
+            if (!Visible(*leaf, text, isDefault)) return;
+            found = true;
+            m_values.append(text).push_back('\0');
+        });
+        if (!found) return false;
+    }
+    return true;
+}
+
+bool Writer::Holds(const FilterPlan::Test& test, Handle at)
+{
+    return std::all_of(test.values.begin(), test.values.end(), [&](const auto& wanted) {
+        const DataNode& leaf = *wanted.first;
+        bool found = false;
+        if (!Readable(leaf)) return false;
+        m_source.Values(at, leaf.schema, [&](std::string_view text, bool isDefault) {
+            found |= text == wanted.second && Visible(leaf, text, isDefault);
+        });
+        return found;
+    });
+}
+
+void Writer::PartNode(const DataNode& node, Handle at, const Branches& branches)
+{
+    const std::size_t before = m_out.size();
+    m_out.append(node.open);
+    // An entry shows its keys whatever else is asked for, but not for their sake alone.
+    bool keyAsked = false;
+    for (std::size_t i = 0; i < node.keyCount; ++i) {
+        const DataNode& key = *node.children[i];
+        m_source.Values(at, key.schema, [&](std::string_view text, bool) {
+            Term(key, text);
+            keyAsked |= std::any_of(branches.begin(), branches.end(), [&](const Branch* branch) {
+                const FilterPlan::Leaf* leaf = branch->FindLeaf(key);
+                return leaf != nullptr && leaf->Has(text);
+            });
+        });
     }
     const std::size_t opened = m_out.size();
-    bool keyAsked = false;
-    for (; partly && child != nullptr && lysc_is_key(child->schema); child = child->next)
-        keyAsked |= Select(child, selection.below).whole;
-    Siblings(child, node->schema->module, partly ? &selection.below : nullptr);
-    const bool mayBeEmpty =
-        !partly && (node->schema->nodetype == LYS_LIST || lysc_is_np_cont(node->schema) == 0);
-    if (m_out.size() == opened && !keyAsked && !mayBeEmpty) {
+    Part(node, at, branches);
+    if (m_out.size() == opened && !keyAsked)
         m_out.resize(before);
-        return;
-    }
-    Close(node);
+    else
+        m_out.append(node.close);
 }
-
-void Writer::Term(const lyd_node* node, const lys_module* parentModule)
-{
-    Open(node, parentModule);
-    netconf::AppendEscaped(m_out, lyd_get_value(node));
-    Close(node);
-}
-
-void Writer::Open(const lyd_node* node, const lys_module* parentModule)
-{
-    m_out.push_back('<');
-    m_out.append(node->schema->name);
-    if (node->schema->module != parentModule)
-        m_out.append(" xmlns=\"").append(node->schema->module->ns).push_back('"');
-    m_out.push_back('>');
-}
-
-void Writer::Close(const lyd_node* node) { m_out.append("</").append(node->schema->name).push_back('>'); }
 
 }  // namespace
 
-void WriteData(const lyd_node* first, const std::optional<SubtreeFilter>& filter, Defaults defaults,
-               std::string& out)
+void WriteData(const DataSchema& schema, DataSource& source, const WriteOptions& options, std::string& out)
 {
-    Writer writer(defaults, out);
-    if (!filter) return writer.Siblings(first, nullptr, nullptr);
-    Alternatives alternatives;
-    for (const FilterNode& node : *filter) alternatives.push_back(&node);
-    writer.Siblings(first, nullptr, &alternatives);
+    Writer writer(source, options, out);
+    if (options.filter == nullptr) return writer.Whole(schema.Root(), nullptr);
+    writer.Part(schema.Root(), nullptr, {&options.filter->Root()});
 }
 
 }  // namespace agent

@@ -1,15 +1,15 @@
-// Writes data trees as XML: what a subtree filter selects, in the mode of defaults asked for, the
-// entries of each list in ascending byte order of their keys. Used for <get> and <get-config>.
+// Writes data as XML: what a subtree filter selects, in the mode of defaults asked for, nodes in schema
+// order and the entries of each list in the order that the source gives. Used for <get> and <get-config>.
 
 #ifndef AGENT_DATA_WRITER_H
 #define AGENT_DATA_WRITER_H
 
-#include <optional>
 #include <string>
 
-#include "agent/subtree_filter.h"
-
-struct lyd_node;
+#include "agent/data_schema.h"
+#include "agent/data_source.h"
+#include "agent/filter_plan.h"
+#include "agent/read_access.h"
 
 namespace agent {
 
@@ -20,9 +20,14 @@ enum class Defaults {
     kReportAll  // all
 };
 
-/// Appends the tree's top-level siblings. No filter: everything.
-void WriteData(const lyd_node* first, const std::optional<SubtreeFilter>& filter, Defaults defaults,
-               std::string& out);
+struct WriteOptions {
+    Defaults defaults = Defaults::kExplicit;
+    const FilterPlan* filter = nullptr;  // null: everything
+    ReadAccess access{};
+};
+
+/// Appends the top-level nodes of the source.
+void WriteData(const DataSchema& schema, DataSource& source, const WriteOptions& options, std::string& out);
 
 }  // namespace agent
 

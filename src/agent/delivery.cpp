@@ -24,6 +24,7 @@ std::vector<Recipient> RecipientsOf(const cdb::SchemaTable& schema, const Client
 {
     std::vector<Recipient> recipients;
     for (const ClientPtr& client : clients.Ready()) {
+        if (client->WelcomeCommit() >= changes.commit) continue;
         std::vector<Subscription> touched;
         for (const Subscription& each : client->Subscriptions())
             if (cdb::Touches(schema, changes, each.point)) touched.push_back(each);
@@ -40,21 +41,26 @@ std::vector<Recipient> RecipientsOf(const cdb::SchemaTable& schema, const Client
     return recipients;
 }
 
+/// What to tell the committer of a change that no subscriber gets.
+std::string NoSubscriber(const Clients& clients, std::uint64_t commit)
+{
+    return "commit " + std::to_string(commit) + " stands, but no process " +
+           (clients.Ready().empty() ? "is connected" : "that is connected subscribes to what it changes") +
+           "; it takes effect when the process that does, such as sflow-app, connects";
+}
+
 class Round : public std::enable_shared_from_this<Round> {
 public:
     Round(boost::asio::io_context& loop, std::chrono::milliseconds timeout, std::vector<Recipient> recipients,
-          const cdb::ChangeSet& changes, std::function<void(const std::vector<std::string>&)> done)
+          const WrittenChanges& written, std::function<void(const std::vector<std::string>&)> done)
         : m_loop(loop),
           m_timeout(timeout),
           m_recipients(std::move(recipients)),
-          m_commit(changes.commit),
+          m_commit(written.changes.commit),
           m_done(std::move(done))
     {
-        const auto arena = std::make_shared<google::protobuf::Arena>();
-        m_message = {arena, google::protobuf::Arena::CreateMessage<ipc::cdb::ServerMessage>(arena.get())};
-        ipc::cdb::ChangeSet& message = *m_message->mutable_change_set();
-        message.set_commit(changes.commit);
-        cdb::ToMessage(changes.root, *message.mutable_root());
+        m_message->mutable_change_set()->set_commit(m_commit);
+        m_message->mutable_change_set()->set_root(written.root);
     }
 
     void Next()
@@ -67,7 +73,9 @@ public:
         AskAll(
             m_loop, {recipient.client},
             [this](Client&) {
-                return Question{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit}, m_message};
+                Question question{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit}};
+                question.written = m_message;
+                return question;
             },
             m_timeout,
             [self = shared_from_this()](const std::vector<Answer>& answers) {
@@ -97,12 +105,21 @@ private:
     std::vector<Recipient> m_recipients;
     std::uint64_t m_commit;
     std::function<void(const std::vector<std::string>&)> m_done;
-    std::shared_ptr<ipc::cdb::ServerMessage> m_message;  // on an arena: a large change has many parts
+    std::shared_ptr<ipc::cdb::WrittenServerMessage> m_message =
+        std::make_shared<ipc::cdb::WrittenServerMessage>();
     std::size_t m_next = 0;
     std::vector<std::string> m_warnings;
 };
 
 }  // namespace
+
+WrittenChanges WriteOut(cdb::ChangeSet changes)
+{
+    google::protobuf::Arena arena;  // a large change has many parts
+    auto* message = google::protobuf::Arena::CreateMessage<ipc::cdb::ChangeNode>(&arena);
+    cdb::ToMessage(changes.root, *message);
+    return {std::move(changes), message->SerializeAsString()};
+}
 
 Delivery::Delivery(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
                    std::chrono::milliseconds timeout)
@@ -110,12 +127,12 @@ Delivery::Delivery(boost::asio::io_context& loop, const cdb::SchemaTable& schema
 {
 }
 
-void Delivery::Deliver(const cdb::ChangeSet& changes,
+void Delivery::Deliver(const WrittenChanges& written,
                        std::function<void(const std::vector<std::string>&)> done)
 {
-    auto recipients = RecipientsOf(m_schema, m_clients, changes);
-    if (recipients.empty()) return done({});
-    std::make_shared<Round>(m_loop, m_timeout, std::move(recipients), changes, std::move(done))->Next();
+    auto recipients = RecipientsOf(m_schema, m_clients, written.changes);
+    if (recipients.empty()) return done({NoSubscriber(m_clients, written.changes.commit)});
+    std::make_shared<Round>(m_loop, m_timeout, std::move(recipients), written, std::move(done))->Next();
 }
 
 }  // namespace agent

@@ -7,6 +7,8 @@
 #include <cctype>
 #include <cstddef>
 
+#include "agent/error_path.h"
+
 namespace agent {
 namespace {
 
@@ -58,32 +60,6 @@ const char* NameOf(Layer layer)
     return "application";
 }
 
-/// The module names that stand before a ':' in a data path, outside of quoted key values, with their
-/// namespaces.
-std::vector<std::pair<std::string, std::string>> PrefixesOf(const std::string& path, const ly_ctx* context)
-{
-    std::vector<std::pair<std::string, std::string>> prefixes;
-    char quote = 0;
-    std::size_t begin = 0;  // of the current name
-    for (std::size_t at = 0; at < path.size(); ++at) {
-        const char c = path[at];
-        if (quote != 0) {
-            if (c == quote) quote = 0;
-        } else if (c == '\'' || c == '"') {
-            quote = c;
-        } else if (c == '/' || c == '[') {
-            begin = at + 1;
-        } else if (c == ':') {
-            const std::string name = path.substr(begin, at - begin);
-            const lys_module* module = ly_ctx_get_module_implemented(context, name.c_str());
-            const auto known = [&name](const auto& prefix) { return prefix.first == name; };
-            if (module != nullptr && std::none_of(prefixes.begin(), prefixes.end(), known))
-                prefixes.emplace_back(name, module->ns);
-        }
-    }
-    return prefixes;
-}
-
 /// The text between the first pair of quotes: the name of what libyang complains about.
 std::string Quoted(std::string_view message)
 {
@@ -103,40 +79,50 @@ std::string LastName(const std::string& path)
     return colon == std::string::npos ? name : name.substr(colon + 1);
 }
 
-/// The path inside <config>, where the one at hand leads there; libyang keeps what is wrong with values
-/// there for later, so what it finds at once is wrong with an attribute.
-std::string PathInConfig(const std::string& path)
-{
-    constexpr std::string_view kEdit = "/ietf-netconf:edit-config";
-    if (!path.starts_with(kEdit)) return {};
-    const std::string inner = path.substr(kEdit.size());
-    return inner.substr(0, inner.find('/', 1)).find(':') == std::string::npos ? std::string() : inner;
-}
+/// Which element a message of libyang's is about: that at its path, that which it quotes, or one that
+/// stands for the choice which it quotes.
+enum class Subject { kAtPath, kQuoted, kChoice };
 
-/// What libyang says of a request, by how its message begins. `element`: whether error-info names the
-/// node at the path (else what the message quotes).
+/// What libyang says of a request, by how its message begins. What is unknown, given twice or has a
+/// wrong attribute never comes so far.
 struct RequestRow {
     std::string_view beginning;
     ErrorTag tag;
-    const char* info;
-    bool element;
+    Subject subject;
 };
 
 constexpr std::array kRequestRows{
-    RequestRow{"No module with namespace", ErrorTag::kUnknownNamespace, "bad-namespace", false},
-    RequestRow{"Missing mandatory prefix", ErrorTag::kUnknownAttribute, "bad-attribute", false},
-    RequestRow{"Unknown (or not implemented) YANG module", ErrorTag::kUnknownNamespace, "bad-namespace",
-               false},
-    RequestRow{"Annotation definition", ErrorTag::kUnknownAttribute, "bad-attribute", false},
-    RequestRow{"Node ", ErrorTag::kUnknownElement, "bad-element", false},
-    RequestRow{"Unexpected child element", ErrorTag::kUnknownElement, "bad-element", false},
-    RequestRow{"Mandatory node", ErrorTag::kMissingElement, "bad-element", false},
-    RequestRow{"Mandatory choice", ErrorTag::kMissingElement, "bad-element", false},
-    RequestRow{"Data for both cases", ErrorTag::kBadElement, "bad-element", false},
-    RequestRow{"Duplicate instance", ErrorTag::kBadElement, "bad-element", false},
-    RequestRow{"Invalid", ErrorTag::kInvalidValue, "bad-element", true},
-    RequestRow{"Unsatisfied", ErrorTag::kInvalidValue, "bad-element", true},
+    RequestRow{"Mandatory node", ErrorTag::kMissingElement, Subject::kQuoted},
+    RequestRow{"Mandatory choice", ErrorTag::kMissingElement, Subject::kChoice},
+    RequestRow{"Data for both cases", ErrorTag::kBadElement, Subject::kQuoted},
+    RequestRow{"Invalid", ErrorTag::kInvalidValue, Subject::kAtPath},
+    RequestRow{"Unsatisfied", ErrorTag::kInvalidValue, Subject::kAtPath},
 };
+
+bool IsInChoice(const lysc_node* node, const std::string& choice)
+{
+    for (const lysc_node* above = node->parent; above != nullptr; above = above->parent)
+        if (above->nodetype == LYS_CHOICE && choice == above->name) return true;
+    return false;
+}
+
+/// An element whose lack is that of the operation's choice, which is no element: the container that the
+/// choice stands in, or its first case.
+std::string ElementOfChoice(const ly_ctx* context, std::string_view operation, const std::string& choice)
+{
+    const lys_module* module = ly_ctx_get_module_implemented(context, "ietf-netconf");
+    const lysc_node* parent =
+        module == nullptr ? nullptr
+                          : lys_find_child(nullptr, module, operation.data(), operation.size(), LYS_RPC, 0);
+    const lysc_node* child = nullptr;
+    while (parent != nullptr && (child = lys_getnext(child, parent, nullptr, 0)) != nullptr) {
+        if (IsInChoice(child, choice)) return child->name;
+        const lysc_node* inner =
+            child->nodetype == LYS_CONTAINER ? lys_getnext(nullptr, child, nullptr, 0) : nullptr;
+        if (inner != nullptr && IsInChoice(inner, choice)) return child->name;
+    }
+    return choice;
+}
 
 }  // namespace
 
@@ -162,8 +148,16 @@ netconf::RpcError ToRpcError(const cdb::Error& error, const ly_ctx* context)
 {
     netconf::RpcError result = MakeError(RowOf(error.tag).layer, error.tag, error.message, error.info);
     result.appTag = error.appTag;
-    result.path = error.path;
-    result.prefixes = PrefixesOf(error.path, context);
+    ErrorPath path = ToErrorPath(error.path, context);
+    result.path = std::move(path.text);
+    result.prefixes = std::move(path.prefixes);
+    return result;
+}
+
+netconf::RpcError ToProtocolError(const cdb::Error& error, const ly_ctx* context)
+{
+    netconf::RpcError result = ToRpcError(error, context);
+    result.type = NameOf(Layer::kProtocol);
     return result;
 }
 
@@ -180,28 +174,27 @@ netconf::RpcError RequestError(const ly_ctx* context, std::string_view name)
     while (last != nullptr && last->next != nullptr) last = last->next;
     const std::string said = last != nullptr && last->msg != nullptr ? last->msg : "no reason given";
     const std::string path = Quoted(last != nullptr && last->path != nullptr ? last->path : "");
-    const std::string message = "the operation " + std::string(name) + " can't be read: " + said;
 
     const auto* row = std::find_if(kRequestRows.begin(), kRequestRows.end(), [&said](const RequestRow& each) {
         return said.starts_with(each.beginning);
     });
-    if (row == kRequestRows.end()) return MakeError(Layer::kProtocol, ErrorTag::kBadElement, message);
-    if (const std::string inner = PathInConfig(path); !inner.empty() && row->element) {
-        cdb::Error attribute;
-        attribute.tag = ErrorTag::kBadAttribute;
-        attribute.message = "the attribute operation of " + LastName(path) + " is wrong: " + said;
-        attribute.path = inner;
-        attribute.info = {{"bad-attribute", "operation"}, {"bad-element", LastName(path)}};
-        return ToRpcError(attribute, context);
+    const std::string inner = PathInConfig(path);
+    cdb::Error error;
+    // A module's own message says what is wrong with a value.
+    const bool isValue = last != nullptr && last->vecode == LYVE_DATA;
+    error.tag = row != kRequestRows.end() ? row->tag
+                : isValue                 ? ErrorTag::kInvalidValue
+                                          : ErrorTag::kBadElement;
+    error.message = "the operation " + std::string(name) + " can't be read: " + said;
+    error.path = inner.empty() ? path : inner;
+    std::string element = path.empty() ? std::string(name) : LastName(path);
+    if (row != kRequestRows.end() && row->subject == Subject::kQuoted) element = Quoted(said);
+    if (row != kRequestRows.end() && row->subject == Subject::kChoice) {
+        element = ElementOfChoice(context, name, Quoted(said));
+        error.path = "/ietf-netconf:" + std::string(name) + '/' + element;
     }
-    ErrorInfo info{{row->info, row->element ? LastName(path) : Quoted(said)}};
-    if (row->tag == ErrorTag::kUnknownNamespace || row->tag == ErrorTag::kUnknownAttribute)
-        info.insert(info.begin() + (row->tag == ErrorTag::kUnknownAttribute ? 1 : 0),
-                    {"bad-element", path.empty() ? std::string(name) : LastName(path)});
-    netconf::RpcError error = MakeError(Layer::kProtocol, row->tag, message, std::move(info));
-    error.path = path;
-    error.prefixes = PrefixesOf(path, context);
-    return error;
+    error.info = {{"bad-element", element}};
+    return inner.empty() ? ToProtocolError(error, context) : ToRpcError(error, context);
 }
 
 }  // namespace agent

@@ -26,8 +26,10 @@ netconf::RpcError MakeError(Layer layer, cdb::ErrorTag tag, std::string message,
 /// A warning beside a request that was carried out.
 netconf::RpcError MakeWarning(std::string message);
 
-/// What the database refused. The path's module names become prefixes.
+/// What the database, or the look at its data, refused.
 netconf::RpcError ToRpcError(const cdb::Error& error, const ly_ctx* context);
+/// What is wrong with a request around the data.
+netconf::RpcError ToProtocolError(const cdb::Error& error, const ly_ctx* context);
 std::vector<netconf::RpcError> ToRpcErrors(const std::vector<cdb::Error>& errors, const ly_ctx* context);
 
 /// What libyang said last about a request's operation `name`.

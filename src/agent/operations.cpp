@@ -11,7 +11,13 @@
 
 namespace agent {
 
-Operations::Operations(Services services) : m_services(std::move(services)), m_queue(m_services.loop) {}
+Operations::Operations(Services services)
+    : m_services(std::move(services)),
+      m_dataSchema(m_services.schema),
+      m_queue(m_services.loop),
+      m_commits(m_services.loop)
+{
+}
 
 Operations::Handler Operations::Find(const lyd_node* operation)
 {
@@ -36,6 +42,7 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{"ietf-netconf-monitoring", "get-schema", &Operations::GetSchema},
         Row{kSystem, "ha-transition", &Operations::HaTransition},
         Row{kSystem, "sflow-resync", &Operations::SflowResync},
+        Row{kSystem, "backup", &Operations::MakeBackup},
     };
     const std::string_view module = operation->schema->module->name;
     const std::string_view name = operation->schema->name;
@@ -47,15 +54,27 @@ Operations::Handler Operations::Find(const lyd_node* operation)
 
 void Operations::Handle(const RequestPtr& request)
 {
+    if (RefuseDenied(request)) return;
     if (const Handler handler = Find(request->Operation())) return (this->*handler)(request);
     const std::string name = request->Operation()->schema->name;
     request->Refuse(MakeError(Layer::kProtocol, cdb::ErrorTag::kOperationNotSupported,
                               "the operation " + name + " is not offered", {{"bad-element", name}}));
 }
 
-void Operations::InTurn(const RequestPtr& request, std::function<void(const CandidateQueue::TurnPtr&)> work)
+bool Operations::RefuseDenied(const RequestPtr& request)
 {
-    m_queue.Push([request, doWork = std::move(work)](const CandidateQueue::TurnPtr& turn) {
+    const lysc_node* operation = request->Operation()->schema;
+    if (request->Who().access->MayExecute(operation)) return false;
+    ++m_services.access.Denied().operations;
+    request->Refuse(MakeError(Layer::kProtocol, cdb::ErrorTag::kAccessDenied,
+                              request->Who().user + " may not execute " + operation->name +
+                                  "; the rules of access (cdbd --access) decide it"));
+    return true;
+}
+
+void Operations::InTurn(const RequestPtr& request, std::function<void(const TurnQueue::TurnPtr&)> work)
+{
+    m_queue.Push([request, doWork = std::move(work)](const TurnQueue::TurnPtr& turn) {
         if (request->Wanted()) doWork(turn);
     });
 }

@@ -12,14 +12,19 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "agent/access.h"
+#include "agent/backup.h"
 #include "agent/callpoints.h"
-#include "agent/candidate_queue.h"
+#include "agent/data_schema.h"
 #include "agent/delivery.h"
 #include "agent/locks.h"
 #include "agent/request.h"
 #include "agent/state.h"
+#include "agent/turn_queue.h"
+#include "agent/workbench.h"
 #include "cdb/datastore.h"
 #include "cdb/schema.h"
+#include "cdb/store.h"
 
 namespace agent {
 
@@ -29,15 +34,20 @@ public:
     struct Services {
         boost::asio::io_context& loop;
         const cdb::Schema& schema;
+        const cdb::Store& store;
         cdb::Datastore& datastore;
         const Clients& clients;
         Callpoints& callpoints;
         Delivery& delivery;
         StateSource& state;
+        Backup& backup;
+        Workbench& changes;                 // for all that is done with the candidate, and writes the store
+        Workbench& reads;                   // for long answers
         std::function<std::int64_t()> now;  // microseconds since the epoch
         /// Ends the session of that number; false: there is none.
         std::function<bool(std::uint32_t session, const std::string& reason)> endSession;
         std::chrono::milliseconds actionTimeout;
+        Access& access;  // counts what is denied
     };
     explicit Operations(Services services);
 
@@ -61,7 +71,15 @@ private:
     void Validate(const RequestPtr& request);
     void Commit(const RequestPtr& request);
     void DiscardChanges(const RequestPtr& request);
-    void Edit(const RequestPtr& request, const CandidateQueue::TurnPtr& turn);
+    struct EditJob;
+    using EditJobPtr = std::shared_ptr<EditJob>;
+    void PlanEdit(const EditJobPtr& job);
+    void AskCallpoints(const EditJobPtr& job);
+    void ApplyEdit(const EditJobPtr& job);
+    struct CommitJob;
+    using CommitJobPtr = std::shared_ptr<CommitJob>;
+    void WriteCommit(const CommitJobPtr& job);
+    void DeliverCommit(const CommitJobPtr& job);
 
     // operations_session.cpp
     void Lock(const RequestPtr& request);
@@ -69,19 +87,34 @@ private:
     void CloseSession(const RequestPtr& request);
     void KillSession(const RequestPtr& request);
 
+    void ReleaseCandidate(const TurnQueue::TurnPtr& turn, std::function<void()> done);
+
     // operations_system.cpp
     void HaTransition(const RequestPtr& request);
     void SflowResync(const RequestPtr& request);
+    void MakeBackup(const RequestPtr& request);
 
-    /// Runs the work when it is the request's turn, unless its session has ended by then.
-    void InTurn(const RequestPtr& request, std::function<void(const CandidateQueue::TurnPtr&)> work);
+    /// Runs the work when it is the request's turn with the candidate, unless its session has ended by then.
+    void InTurn(const RequestPtr& request, std::function<void(const TurnQueue::TurnPtr&)> work);
+
+    /// Refuses the request where its user may not execute it.
+    bool RefuseDenied(const RequestPtr& request);
 
     /// Refuses the request where another session has locked the datastore.
     bool RefuseLocked(const RequestPtr& request, Target target);
 
+    /// What an edit waits for, while it does.
+    struct Asked {
+        std::uint32_t session = 0;
+        Callpoints::InquiryPtr inquiry;
+    };
+
     Services m_services;
+    DataSchema m_dataSchema;
     Locks m_locks;
-    CandidateQueue m_queue;
+    Asked m_asked;
+    TurnQueue m_queue;    // for the candidate
+    TurnQueue m_commits;  // a commit has its turn until its subscribers have acknowledged
 };
 
 }  // namespace agent

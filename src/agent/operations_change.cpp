@@ -10,6 +10,7 @@
 
 #include "agent/errors.h"
 #include "agent/operations.h"
+#include "cdb/tree_load.h"
 #include "log/log.h"
 
 namespace agent {
@@ -69,30 +70,119 @@ constexpr std::array kConfirmedCommit{"confirmed", "confirm-timeout", "persist",
 
 }  // namespace
 
+/// An edit on its way: planned, asked about, applied.
+struct Operations::EditJob {
+    RequestPtr request;
+    EditOptions options;
+    TurnQueue::TurnPtr turn;
+    std::vector<cdb::NewEntry> entries;
+    std::vector<cdb::LeafWrite> writes;
+    std::vector<cdb::Error> errors;
+};
+
+/// A commit on its way: written, delivered.
+struct Operations::CommitJob {
+    RequestPtr request;
+    TurnQueue::TurnPtr commitTurn;
+    TurnQueue::TurnPtr turn;  // with the candidate; given up once it is written
+    cdb::CommitInfo info;
+    std::vector<cdb::Error> errors;
+    WrittenChanges written;
+};
+
+namespace {
+
+/// Where the edit's node stands in a whole tree; null: nowhere.
+const lyd_node* FindIn(const lyd_node* tree, const lyd_node* edit)
+{
+    const lyd_node* siblings = tree;
+    if (const lyd_node* parent = lyd_parent(edit); parent != nullptr) {
+        const lyd_node* above = FindIn(tree, parent);
+        if (above == nullptr) return nullptr;
+        siblings = lyd_child(above);
+    }
+    lyd_node* match = nullptr;
+    if (siblings == nullptr || edit->schema == nullptr) return nullptr;
+    if ((edit->schema->nodetype & (LYS_LIST | LYS_LEAFLIST)) != 0)
+        return lyd_find_sibling_first(siblings, edit, &match) == LY_SUCCESS ? match : nullptr;
+    return lyd_find_sibling_val(siblings, edit->schema, nullptr, 0, &match) == LY_SUCCESS ? match : nullptr;
+}
+
+/// Whether the rules of access permit the edit. Whom a rule may bind pays for a look at the whole candidate.
+std::optional<cdb::Error> AccessError(const AccessGrant& grant, const cdb::Schema& schema,
+                                      const cdb::Datastore& datastore, const EditOptions& options)
+{
+    if (grant.WritesAll()) return std::nullopt;
+    const auto tree = cdb::LoadTree(schema, *datastore.Candidate());
+    return grant.CheckEdit(options.edit, options.operation, tree.get(),
+                           [&tree](const lyd_node* edit) { return FindIn(tree.get(), edit); });
+}
+
+}  // namespace
+
 void Operations::EditConfig(const RequestPtr& request)
 {
     const auto options = ReadEdit(request->Operation());
     if (const auto* error = std::get_if<netconf::RpcError>(&options)) return request->Refuse(*error);
-    InTurn(request, [this, request](const CandidateQueue::TurnPtr& turn) { Edit(request, turn); });
+    InTurn(request, [this, request, edit = std::get<EditOptions>(options)](const TurnQueue::TurnPtr& turn) {
+        if (RefuseLocked(request, Target::kCandidate)) return;
+        PlanEdit(std::make_shared<EditJob>(EditJob{request, edit, turn, {}, {}, {}}));
+    });
 }
 
-void Operations::Edit(const RequestPtr& request, const CandidateQueue::TurnPtr& turn)
+void Operations::PlanEdit(const EditJobPtr& job)
 {
-    if (RefuseLocked(request, Target::kCandidate)) return;
-    const auto options = std::get<EditOptions>(ReadEdit(request->Operation()));
-    auto entries = m_services.datastore.EntriesToCreate(options.edit, options.operation);
-    m_services.callpoints.Ask(
-        std::move(entries), [this, request, options, turn](const Callpoints::Result& result) {
-            if (!request->Wanted()) return;
-            if (const auto* error = std::get_if<cdb::Error>(&result)) {
-                slog::Error("an edit by {} is refused: {}", request->Who().user, error->message);
-                return request->Refuse(ToRpcError(*error, m_services.schema.Context()));
+    m_services.changes.Do(
+        [this, job] {
+            auto& datastore = m_services.datastore;
+            const EditOptions& options = job->options;
+            auto denied = AccessError(*job->request->Who().access, m_services.schema, datastore, options);
+            if (denied) {
+                ++m_services.access.Denied().dataWrites;
+                job->errors = {std::move(*denied)};
+                return;
             }
-            const auto errors =
-                m_services.datastore.EditAndTest(options.edit, options.operation, options.onError,
-                                                 options.test, std::get<std::vector<cdb::LeafWrite>>(result));
-            if (errors.empty()) return request->Ok();
-            request->Refuse(ToRpcErrors(errors, m_services.schema.Context()));
+            job->entries = datastore.EntriesToCreate(options.edit, options.operation);
+            if (!job->entries.empty()) return;
+            job->errors =
+                datastore.EditAndTest(options.edit, options.operation, options.onError, options.test, {});
+        },
+        [this, job] {
+            if (!job->request->Wanted()) return;
+            if (!job->entries.empty()) return AskCallpoints(job);
+            if (job->errors.empty()) return job->request->Ok();
+            job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
+        });
+}
+
+void Operations::AskCallpoints(const EditJobPtr& job)
+{
+    auto inquiry = m_services.callpoints.Ask(std::move(job->entries), [this, job](Callpoints::Result result) {
+        m_asked = {};
+        if (!job->request->Wanted()) return;
+        if (const auto* error = std::get_if<cdb::Error>(&result)) {
+            slog::Error("an edit by {} is refused: {}", job->request->Who().user, error->message);
+            return job->request->Refuse(ToRpcError(*error, m_services.schema.Context()));
+        }
+        job->writes = std::get<std::vector<cdb::LeafWrite>>(std::move(result));
+        ApplyEdit(job);
+    });
+    m_asked = {job->request->Who().id, std::move(inquiry)};
+}
+
+void Operations::ApplyEdit(const EditJobPtr& job)
+{
+    m_services.changes.Do(
+        [this, job] {
+            const EditOptions& options = job->options;
+            job->errors = m_services.datastore.EditAndTest(options.edit, options.operation, options.onError,
+                                                           options.test, job->writes);
+            job->writes = {};  // there may be many
+        },
+        [this, job] {
+            if (!job->request->Wanted()) return;
+            if (job->errors.empty()) return job->request->Ok();
+            job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
         });
 }
 
@@ -103,10 +193,13 @@ void Operations::Validate(const RequestPtr& request)
     // Running is valid: nothing else ever becomes running.
     if (name == "running") return request->Ok();
     if (name != "candidate") return request->Refuse(NotOffered("validation of what is sent along", "config"));
-    InTurn(request, [this, request](const CandidateQueue::TurnPtr&) {
-        const auto errors = m_services.datastore.Validate();
-        if (errors.empty()) return request->Ok();
-        request->Refuse(ToRpcErrors(errors, m_services.schema.Context()));
+    InTurn(request, [this, request](const TurnQueue::TurnPtr& turn) {
+        const auto errors = std::make_shared<std::vector<cdb::Error>>();
+        m_services.changes.Do([this, errors] { *errors = m_services.datastore.Validate(); },
+                              [this, request, turn, errors] {
+                                  if (errors->empty()) return request->Ok();
+                                  request->Refuse(ToRpcErrors(*errors, m_services.schema.Context()));
+                              });
     });
 }
 
@@ -116,31 +209,76 @@ void Operations::Commit(const RequestPtr& request)
         if (const lyd_node* node = ChildNamed(request->Operation(), parameter);
             node != nullptr && (node->flags & LYD_DEFAULT) == 0)
             return request->Refuse(NotOffered("a confirmed commit", parameter));
-    InTurn(request, [this, request](const CandidateQueue::TurnPtr& turn) {
-        if (RefuseLocked(request, Target::kCandidate) || RefuseLocked(request, Target::kRunning)) return;
-        cdb::CommitInfo info;
-        info.user = request->Who().user;
-        info.source = "netconf";
-        info.comment = ChildText(request->Operation(), "comment");
-        info.timeUs = m_services.now();
-        const auto result = m_services.datastore.Commit(info);
-        if (const auto* errors = std::get_if<std::vector<cdb::Error>>(&result))
-            return request->Refuse(ToRpcErrors(*errors, m_services.schema.Context()));
-        const auto& changes = std::get<cdb::ChangeSet>(result);
-        if (changes.Empty()) return request->Ok();
-        slog::Notice("commit {} by {}", changes.commit, info.user);
-        m_services.delivery.Deliver(changes, [request, turn](const std::vector<std::string>& undelivered) {
-            request->Ok(Warnings(undelivered));
+    // Edits go on while subscribers are waited for; only the next commit waits too.
+    m_commits.Push([this, request](const TurnQueue::TurnPtr& commitTurn) {
+        InTurn(request, [this, request, commitTurn](const TurnQueue::TurnPtr& turn) {
+            if (RefuseLocked(request, Target::kCandidate) || RefuseLocked(request, Target::kRunning)) return;
+            const auto job = std::make_shared<CommitJob>();
+            job->request = request;
+            job->commitTurn = commitTurn;
+            job->turn = turn;
+            job->info.user = request->Who().user;
+            job->info.source = "netconf";
+            job->info.comment = ChildText(request->Operation(), "comment");
+            job->info.timeUs = m_services.now();
+            WriteCommit(job);
         });
+    });
+}
+
+void Operations::WriteCommit(const CommitJobPtr& job)
+{
+    m_services.changes.Do(
+        [this, job] {
+            const AccessGrant& grant = *job->request->Who().access;
+            if (!grant.WritesAll()) {
+                auto denied = grant.CheckChanges(m_services.schema, m_services.datastore.Changes());
+                if (denied) {
+                    ++m_services.access.Denied().dataWrites;
+                    job->errors = {std::move(*denied)};
+                    return;
+                }
+            }
+            auto result = m_services.datastore.Commit(job->info);
+            if (auto* errors = std::get_if<std::vector<cdb::Error>>(&result))
+                job->errors = std::move(*errors);
+            else
+                job->written = WriteOut(std::get<cdb::ChangeSet>(std::move(result)));
+        },
+        [this, job] {
+            job->turn.reset();
+            if (job->errors.empty()) return DeliverCommit(job);
+            job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
+        });
+}
+
+void Operations::DeliverCommit(const CommitJobPtr& job)
+{
+    const cdb::ChangeSet& changes = job->written.changes;
+    if (changes.Empty()) {
+        job->request->Ok();
+    } else {
+        slog::Notice("commit {} by {}", changes.commit, job->info.user);
+        m_services.delivery.Deliver(job->written, [job](const std::vector<std::string>& undelivered) {
+            job->request->Ok(Warnings(undelivered));
+            job->commitTurn.reset();
+        });
+    }
+    m_services.changes.Do([this, written = std::make_shared<WrittenChanges>(std::move(job->written))] {
+        *written = {};  // to free a large change takes time
+        m_services.datastore.TidyUp();
     });
 }
 
 void Operations::DiscardChanges(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const CandidateQueue::TurnPtr&) {
+    InTurn(request, [this, request](const TurnQueue::TurnPtr& turn) {
         if (RefuseLocked(request, Target::kCandidate)) return;
-        m_services.datastore.Discard();
-        request->Ok();
+        m_services.changes.Do([this] { m_services.datastore.Discard(); },
+                              [this, request, turn] {
+                                  request->Ok();
+                                  m_services.changes.Do([this] { m_services.datastore.TidyUp(); });
+                              });
     });
 }
 

@@ -1,14 +1,21 @@
 #include <libyang/libyang.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string_view>
+#include <utility>
 #include <variant>
+#include <vector>
 
+#include "agent/data_source_rows.h"
+#include "agent/data_source_tree.h"
 #include "agent/data_writer.h"
 #include "agent/errors.h"
 #include "agent/operations.h"
-#include "agent/state_as_tree.h"
 #include "netconf/xml.h"
 
 namespace agent {
@@ -43,33 +50,144 @@ const lys_module* FindModule(const ly_ctx* context, std::string_view name, std::
     return ly_ctx_get_module(context, module.c_str(), std::string(version).c_str());
 }
 
+/// What a request asks for: the filter resolved, the mode of defaults.
+struct Reading {
+    std::optional<FilterPlan> filter;
+    WriteOptions options;
+};
+using ReadingPtr = std::shared_ptr<const Reading>;
+
+std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, const Request& request)
+{
+    auto defaults = DefaultsOf(request);
+    if (auto* error = std::get_if<netconf::RpcError>(&defaults)) return std::move(*error);
+    const auto reading = std::make_shared<Reading>();
+    reading->options.defaults = std::get<Defaults>(defaults);
+    if (const auto access = request.Who().access; !access->ReadsAll())
+        reading->options.access = [access](const lysc_node* node, std::span<const std::string> keys) {
+            return access->Reading(node, keys) != Visibility::kHidden;
+        };
+    if (!request.Filter()) return reading;
+    auto plan = FilterPlan::Make(schema, *request.Filter());
+    if (auto* error = std::get_if<cdb::Error>(&plan))
+        return MakeError(Layer::kProtocol, error->tag, error->message, {{"bad-element", "filter"}});
+    reading->filter = std::get<FilterPlan>(std::move(plan));
+    reading->options.filter = &*reading->filter;
+    return reading;
+}
+
+void WriteRunning(const DataSchema& schema, const cdb::Store& store, const WriteOptions& options,
+                  std::string& out)
+{
+    const auto rows = cdb::MakeRowView(store);
+    RowSource source(schema, *rows);
+    WriteData(schema, source, options, out);
+}
+
+/// So many entries are read and written in the loop; more, beside it.
+constexpr std::size_t kEntriesAtOnce = 32;
+
+constexpr std::size_t kAllEntries = std::numeric_limits<std::size_t>::max() / 2;
+
+/// How many entries of outermost lists are named below the branch; kAllEntries for what names none by its
+/// keys.
+std::size_t EntriesNamed(const FilterPlan::Branch& branch)
+{
+    if (branch.whole) return kAllEntries;
+    std::size_t count = 0;
+    for (const FilterPlan::Inner& inner : branch.inners) {
+        if (inner.node->schema->nodetype == LYS_LIST) {
+            if (!inner.NamesEntries()) return kAllEntries;
+            for (const auto& matches : inner.matches) count += matches.byValues.size();
+            continue;
+        }
+        if (!inner.matches.empty() || !inner.tests.empty()) return kAllEntries;
+        if (inner.always != nullptr) count += std::min(EntriesNamed(*inner.always), kAllEntries - count);
+    }
+    return std::min(count, kAllEntries);
+}
+
+bool IsShort(const Reading& reading)
+{
+    return reading.filter && EntriesNamed(reading.filter->Root()) <= kEntriesAtOnce;
+}
+
+/// What the store can't give is this request's misfortune, not the process's.
+void AnswerWith(const RequestPtr& request, const std::function<void(std::string& out)>& write,
+                const std::vector<netconf::RpcError>& warnings = {})
+{
+    try {
+        request->Data(write, {}, warnings);
+    } catch (const cdb::FatalError& error) {
+        request->Refuse(MakeError(Layer::kApplication, cdb::ErrorTag::kOperationFailed, error.what()));
+    }
+}
+
+/// The same for what takes long.
+void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<void(std::string& out)> write,
+                  const std::vector<netconf::RpcError>& warnings = {})
+{
+    struct Outcome {
+        std::string text;
+        std::string problem;
+    };
+    const auto outcome = std::make_shared<Outcome>();
+    bench.Do(
+        [request, outcome, warnings, doWrite = std::move(write)] {
+            try {
+                outcome->text = request->DataText(doWrite, {}, warnings);
+            } catch (const cdb::FatalError& error) {
+                outcome->problem = error.what();
+            }
+        },
+        [request, outcome] {
+            if (outcome->problem.empty()) return request->Reply(std::move(outcome->text));
+            request->Refuse(
+                MakeError(Layer::kApplication, cdb::ErrorTag::kOperationFailed, outcome->problem));
+        });
+}
+
 }  // namespace
 
 void Operations::Get(const RequestPtr& request)
 {
-    const auto defaults = DefaultsOf(*request);
-    if (const auto* error = std::get_if<netconf::RpcError>(&defaults)) return request->Refuse(*error);
-    m_services.state.Collect(
-        request->Filter(), [this, request, mode = std::get<Defaults>(defaults)](const CollectedState& state) {
-            const Tree tree = StateAsTree(m_services.schema.Context(), *state.data);
-            request->Data(
-                [&](std::string& out) {
-                    WriteData(m_services.datastore.Running(), request->Filter(), mode, out);
-                    WriteData(tree.get(), request->Filter(), mode, out);
-                },
-                {}, state.warnings);
-        });
+    const auto read = ReadingOf(m_dataSchema, *request);
+    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
+    m_services.state.Collect(request->Filter(), [this, request, reading = std::get<ReadingPtr>(read)](
+                                                    const CollectedState& state) {
+        const auto write = [this, reading, data = state.data](std::string& out) {
+            WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+            WriteData(m_dataSchema, *data, reading->options, out);
+        };
+        if (IsShort(*reading)) return AnswerWith(request, write, state.warnings);
+        AnswerBeside(m_services.reads, request, write, state.warnings);
+    });
 }
 
 void Operations::GetConfig(const RequestPtr& request)
 {
-    const auto defaults = DefaultsOf(*request);
-    if (const auto* error = std::get_if<netconf::RpcError>(&defaults)) return request->Refuse(*error);
-    const lyd_node* tree = DatastoreName(request->Operation(), "source") == "candidate"
-                               ? m_services.datastore.Candidate()
-                               : m_services.datastore.Running();
-    request->Data(
-        [&](std::string& out) { WriteData(tree, request->Filter(), std::get<Defaults>(defaults), out); });
+    const auto read = ReadingOf(m_dataSchema, *request);
+    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
+    const auto reading = std::get<ReadingPtr>(read);
+    const bool ofCandidate = DatastoreName(request->Operation(), "source") == "candidate";
+    if (ChildNamed(request->Operation(), "touched-only") != nullptr)
+        return AnswerBeside(m_services.changes, request, [this, reading, ofCandidate](std::string& out) {
+            const auto rows = m_services.datastore.Touched(ofCandidate ? cdb::Datastore::Which::kCandidate
+                                                                       : cdb::Datastore::Which::kRunning);
+            RowSource source(m_dataSchema, *rows);
+            WriteData(m_dataSchema, source, reading->options, out);
+        });
+    if (ofCandidate)
+        return AnswerBeside(m_services.changes, request, [this, reading](std::string& out) {
+            const auto rows = m_services.datastore.Candidate();
+            RowSource source(m_dataSchema, *rows);
+            WriteData(m_dataSchema, source, reading->options, out);
+        });
+    const auto write = [this, reading](std::string& out) {
+        WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+    };
+    if (IsShort(*reading)) return AnswerWith(request, write);
+    AnswerBeside(m_services.reads, request, write);
 }
 
 void Operations::GetSchema(const RequestPtr& request)

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "agent/errors.h"
 #include "agent/operations.h"
@@ -31,24 +32,34 @@ netconf::RpcError LockDenied(const std::string& message, std::uint32_t holder)
 
 void Operations::Lock(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const CandidateQueue::TurnPtr&) {
+    InTurn(request, [this, request](const TurnQueue::TurnPtr& turn) {
         const Target target = TargetOf(request->Operation());
         if (const auto holder = m_locks.Holder(target))
             return request->Refuse(LockDenied(
                 std::string(NameOf(target)) + " is locked by session " + std::to_string(*holder) + " already",
                 *holder));
-        // Whose the changes are is not known: anybody may edit a candidate that is not locked.
-        if (target == Target::kCandidate && m_services.datastore.Changed())
-            return request->Refuse(
-                LockDenied("candidate has changes that are not committed; commit or discard them first", 0));
-        m_locks.Take(target, request->Who().id);
-        request->Ok();
+        if (target == Target::kRunning) {
+            m_locks.Take(target, request->Who().id);
+            return request->Ok();
+        }
+        const auto changed = std::make_shared<bool>(false);
+        m_services.changes.Do(
+            [this, changed] { *changed = m_services.datastore.Changed(); },
+            [this, request, turn, changed] {
+                if (!request->Wanted()) return;
+                // Whose the changes are is not known: anybody may edit a candidate that is not locked.
+                if (*changed)
+                    return request->Refuse(LockDenied(
+                        "candidate has changes that are not committed; commit or discard them first", 0));
+                m_locks.Take(Target::kCandidate, request->Who().id);
+                request->Ok();
+            });
     });
 }
 
 void Operations::Unlock(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const CandidateQueue::TurnPtr&) {
+    InTurn(request, [this, request](const TurnQueue::TurnPtr& turn) {
         const Target target = TargetOf(request->Operation());
         const auto holder = m_locks.Holder(target);
         if (holder != request->Who().id) {
@@ -58,17 +69,31 @@ void Operations::Unlock(const RequestPtr& request)
             return request->Refuse(MakeError(Layer::kProtocol, ErrorTag::kOperationFailed,
                                              std::string(NameOf(target)) + " " + whose));
         }
-        // What was not committed goes with the lock (RFC 6241, section 8.3.5.2).
-        if (target == Target::kCandidate) m_services.datastore.Discard();
-        m_locks.Release(target);
-        request->Ok();
+        if (target == Target::kRunning) {
+            m_locks.Release(target);
+            return request->Ok();
+        }
+        ReleaseCandidate(turn, [request] { request->Ok(); });
     });
+}
+
+void Operations::ReleaseCandidate(const TurnQueue::TurnPtr& turn, std::function<void()> done)
+{
+    // What was not committed goes with the lock (RFC 6241, section 8.3.5.2).
+    m_services.changes.Do([this] { m_services.datastore.Discard(); },
+                          [this, turn, tell = std::move(done)] {
+                              m_locks.Release(Target::kCandidate);
+                              tell();
+                              m_services.changes.Do([this] { m_services.datastore.TidyUp(); });
+                          });
 }
 
 void Operations::CloseSession(const RequestPtr& request)
 {
-    // The next client must find what this session has locked unlocked, whatever its timing.
-    InTurn(request, [request](const CandidateQueue::TurnPtr&) { request->OkAndFinish(); });
+    // The next client must find what this session has locked unlocked, whatever its timing: a request for the
+    // lock that comes after the answer has its turn after this.
+    SessionEnded(request->Who().id);
+    request->OkAndFinish();
 }
 
 void Operations::KillSession(const RequestPtr& request)
@@ -89,13 +114,15 @@ void Operations::KillSession(const RequestPtr& request)
 
 void Operations::SessionEnded(std::uint32_t session)
 {
+    if (m_asked.inquiry && m_asked.session == session) {
+        // The edit ends with its session, and with it its turn.
+        const auto inquiry = std::exchange(m_asked, {}).inquiry;
+        inquiry->Cancel();
+    }
     // In turn: an edit of the session may be under way, and the lock covers it.
-    m_queue.Push([this, session](const CandidateQueue::TurnPtr&) {
-        if (m_locks.Holder(Target::kCandidate) == session) {
-            m_services.datastore.Discard();
-            m_locks.Release(Target::kCandidate);
-        }
+    m_queue.Push([this, session](const TurnQueue::TurnPtr& turn) {
         if (m_locks.Holder(Target::kRunning) == session) m_locks.Release(Target::kRunning);
+        if (m_locks.Holder(Target::kCandidate) == session) ReleaseCandidate(turn, [] {});
     });
 }
 

@@ -82,4 +82,6 @@ void Operations::SflowResync(const RequestPtr& request)
     AskAll(m_services.loop, {manager}, ask, m_services.actionTimeout, take);
 }
 
+void Operations::MakeBackup(const RequestPtr& request) { m_services.backup.Make(request); }
+
 }  // namespace agent

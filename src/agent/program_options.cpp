@@ -3,16 +3,23 @@
 #include <charconv>
 #include <cstdint>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
+
+#include "ipc/trust.h"
 
 namespace agent {
 namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::uint64_t kLeastHistory = 4096;
+constexpr std::uint64_t kLeastMap = std::uint64_t{1} << 20;
 constexpr const char* kInstalledYang = "/usr/share/sflow-switch/yang";
+constexpr const char* kAccessFile = "/etc/sflow-switch/access.xml";
 
-/// A number from 1 on; times in milliseconds, up to a day.
+/// A number from 1 on; times in milliseconds, up to a day, or in seconds.
 std::uint64_t Number(std::string_view option, std::string_view text)
 {
     constexpr std::uint64_t kMost = 86'400'000;
@@ -24,6 +31,22 @@ std::uint64_t Number(std::string_view option, std::string_view text)
     return number;
 }
 
+/// A number of bytes, with K, M or G behind it for so many times 1024.
+std::uint64_t Size(std::string_view option, std::string_view text, std::uint64_t least)
+{
+    constexpr std::uint64_t kMost = std::uint64_t{1} << 40;
+    std::uint64_t number = 0;
+    const char* last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, number);
+    const std::string_view unit(end, static_cast<std::size_t>(last - end));
+    const unsigned shift = unit == "K" ? 10 : unit == "M" ? 20 : unit == "G" ? 30 : 0;
+    const bool known = unit.empty() || shift != 0;
+    if (error != std::errc{} || !known || number > kMost >> shift || number << shift < least)
+        throw UsageError(std::string(option) + " needs a size from " + std::to_string(least) +
+                         " bytes to 1024G, such as 64M, not \"" + std::string(text) + "\"");
+    return number << shift;
+}
+
 fs::path YangDirectory(const fs::path& program)
 {
     const fs::path beside = (program.parent_path() / "../../yang").lexically_normal();
@@ -31,24 +54,94 @@ fs::path YangDirectory(const fs::path& program)
     return fs::is_directory(beside, ignored) ? beside : fs::path(kInstalledYang);
 }
 
+using Setter = void (*)(ProgramOptions& options, const std::string& name, const std::string& value);
+
+template <fs::path ProgramOptions::*member>
+void SetPath(ProgramOptions& options, const std::string& /*name*/, const std::string& value)
+{
+    options.*member = value;
+}
+
+template <std::string ProgramOptions::*member>
+void SetText(ProgramOptions& options, const std::string& /*name*/, const std::string& value)
+{
+    options.*member = value;
+}
+
+template <auto member>
+void SetTime(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    using Time = std::remove_reference_t<decltype(options.*member)>;
+    options.*member = Time(Number(name, value));
+}
+
+template <std::size_t ProgramOptions::*member, std::uint64_t least>
+void SetSize(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    options.*member = Size(name, value, least);
+}
+
+void SetHistoryDays(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    options.historyDays = static_cast<std::uint32_t>(Number(name, value));
+}
+
+template <std::size_t ProgramOptions::*member>
+void SetCount(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    options.*member = Number(name, value);
+}
+
+/// 0 turns it off.
+void SetIdleTimeout(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    options.idleTimeout = std::chrono::seconds(value == "0" ? 0 : Number(name, value));
+}
+
+/// A group that is asked for has to be there; only the default one may be missing.
+template <std::string ProgramOptions::*member>
+void SetGroup(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    if (!value.empty() && !ipc::FindGroup(value))
+        throw UsageError(name + ": there is no group \"" + value + "\" on this machine");
+    options.*member = value;
+}
+
+void AddAllowed(ProgramOptions& options, const std::string& name, const std::string& value)
+{
+    const std::string problem = value.empty() ? "" : ipc::Trust("cdbd").Allow(value);
+    if (!problem.empty()) throw UsageError(name + ": " + problem);
+    options.allow.push_back(value);
+}
+
+constexpr std::pair<std::string_view, Setter> kSetters[] = {
+    {"--init", &SetPath<&ProgramOptions::initFile>},
+    {"--run-dir", &SetPath<&ProgramOptions::runDirectory>},
+    {"--state-dir", &SetPath<&ProgramOptions::stateDirectory>},
+    {"--yang-dir", &SetPath<&ProgramOptions::yangDirectory>},
+    {"--access", &SetPath<&ProgramOptions::accessFile>},
+    {"--admin-group", &SetGroup<&ProgramOptions::adminGroup>},
+    {"--switch-group", &SetGroup<&ProgramOptions::switchGroup>},
+    {"--allow", &AddAllowed},
+    {"--ack-timeout", &SetTime<&ProgramOptions::ackTimeout>},
+    {"--callpoint-timeout", &SetTime<&ProgramOptions::callpointTimeout>},
+    {"--hello-timeout", &SetTime<&ProgramOptions::helloTimeout>},
+    {"--idle-timeout", &SetIdleTimeout},
+    {"--history-limit", &SetCount<&ProgramOptions::historyLimit>},
+    {"--history-bytes", &SetSize<&ProgramOptions::historyBytes, kLeastHistory>},
+    {"--history-days", &SetHistoryDays},
+    {"--map-size", &SetSize<&ProgramOptions::mapSize, kLeastMap>},
+    {"--export", &SetPath<&ProgramOptions::exportFile>},
+    {"--import", &SetPath<&ProgramOptions::importFile>},
+    {"--max-sessions", &SetCount<&ProgramOptions::maxSessions>},
+    {"--max-sessions-per-user", &SetCount<&ProgramOptions::maxSessionsPerUser>},
+};
+
 void Set(ProgramOptions& options, const std::string& name, const std::string& value)
 {
-    if (name == "--init")
-        options.initFile = value;
-    else if (name == "--run-dir")
-        options.runDirectory = value;
-    else if (name == "--state-dir")
-        options.stateDirectory = value;
-    else if (name == "--yang-dir")
-        options.yangDirectory = value;
-    else if (name == "--ack-timeout")
-        options.ackTimeout = std::chrono::milliseconds(Number(name, value));
-    else if (name == "--callpoint-timeout")
-        options.callpointTimeout = std::chrono::milliseconds(Number(name, value));
-    else if (name == "--history-limit")
-        options.historyLimit = Number(name, value);
-    else
-        throw UsageError("there is no option " + name);
+    for (const auto& [known, set] : kSetters)
+        if (known == name) return set(options, name, value);
+    throw UsageError("there is no option " + name);
 }
 
 }  // namespace
@@ -59,6 +152,10 @@ ProgramOptions ParseOptions(int argc, const char* const* argv, const fs::path& p
     ProgramOptions options;
     options.runDirectory = environment("SFLOW_RUN_DIR").value_or("/run/sflow-switch");
     options.stateDirectory = environment("SFLOW_STATE_DIR").value_or("/var/lib/sflow-switch");
+    options.adminGroup = ipc::kAdminGroup;
+    options.switchGroup = ipc::kSwitchGroup;
+    std::error_code ignored;  // a file that can't be looked at is not there for us
+    if (fs::exists(kAccessFile, ignored)) options.accessFile = kAccessFile;
     const auto yang = environment("SFLOW_YANG_DIR");
     options.yangDirectory = yang ? fs::path(*yang) : YangDirectory(program);
     for (int i = 1; i < argc; ++i) {
@@ -67,6 +164,8 @@ ProgramOptions ParseOptions(int argc, const char* const* argv, const fs::path& p
             options.help = true;
         } else if (name == "--version") {
             options.version = true;
+        } else if (name == "--check") {
+            options.check = true;
         } else if (const std::size_t equals = name.find('='); equals != std::string::npos) {
             Set(options, name.substr(0, equals), name.substr(equals + 1));
         } else if (!name.starts_with("--")) {
@@ -77,25 +176,50 @@ ProgramOptions ParseOptions(int argc, const char* const* argv, const fs::path& p
             Set(options, name, argv[++i]);
         }
     }
+    const int tasks = int{!options.initFile.empty()} + int{!options.exportFile.empty()} +
+                      int{!options.importFile.empty()} + int{options.check};
+    if (tasks > 1) throw UsageError("--init, --import, --export and --check go one at a time");
     return options;
 }
 
 std::string UsageText()
 {
     return "usage: cdbd [OPTION]...\n"
-           "       cdbd --init FILE [OPTION]...\n"
+           "       cdbd --init FILE | --import FILE | --export FILE | --check [OPTION]...\n"
            "\n"
            "The configuration database: keeps the switch's configuration, serves it to operators\n"
            "(NETCONF) and to the switch's processes.\n"
            "\n"
            "  --init FILE             load a first configuration (RFC 7951 JSON or XML) into an empty\n"
            "                          store, and end\n"
+           "  --import FILE           make a file's configuration the whole one, in one commit; makes the\n"
+           "                          store where there is none, and end\n"
+           "  --export FILE           write the running configuration to a file that ends in .json or .xml,\n"
+           "                          or to - as JSON; the switch may be running; and end\n"
+           "  --check                 read all of a stopped switch's store, say what is there or what is\n"
+           "                          damaged, and end\n"
            "  --run-dir DIR           where the sockets are ($SFLOW_RUN_DIR, /run/sflow-switch)\n"
            "  --state-dir DIR         where the store is ($SFLOW_STATE_DIR, /var/lib/sflow-switch)\n"
            "  --yang-dir DIR          where the YANG modules are ($SFLOW_YANG_DIR)\n"
            "  --ack-timeout MS        how long a process may take for one commit (10000)\n"
            "  --callpoint-timeout MS  how long a callpoint may go without any answer (5000)\n"
            "  --history-limit N       how many commits are remembered (500)\n"
+           "  --history-days N        how many days they are remembered (no limit)\n"
+           "  --history-bytes SIZE    how large what undoes them may be, at most a quarter of --map-size "
+           "(64M)\n"
+           "  --map-size SIZE         how large the store may become (1G)\n"
+           "  --access FILE           the rules of access control (/etc/sflow-switch/access.xml where\n"
+           "                          that is there, else operators may do all and others may read)\n"
+           "  --admin-group GROUP     whom netconf.sock is for (sflow-admin)\n"
+           "  --switch-group GROUP    whom cdb.sock and the store are for (sflow-switch)\n"
+           "  --allow ROLE=WHO,...    who else than root and our own user may, on cdb.sock, take the role\n"
+           "                          subscribe, callpoint, state or faults: users and @groups\n"
+           "                          (the switch group)\n"
+           "  --max-sessions N        how many NETCONF sessions at once (128)\n"
+           "  --max-sessions-per-user N\n"
+           "                          how many of them one user may have, root aside (64)\n"
+           "  --hello-timeout SECONDS how long a NETCONF client may take for its hello (30)\n"
+           "  --idle-timeout SECONDS  how long a session may be without a request (0: for ever)\n"
            "  --help, --version       say so, and end\n"
            "\n"
            "environment:\n"

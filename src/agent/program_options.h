@@ -5,11 +5,13 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace agent {
 
@@ -17,10 +19,25 @@ struct ProgramOptions {
     std::filesystem::path runDirectory;
     std::filesystem::path stateDirectory;
     std::filesystem::path yangDirectory;
-    std::filesystem::path initFile;  // empty: serve
+    // At most one of these four is given; without any it serves.
+    std::filesystem::path initFile;
+    std::filesystem::path exportFile;
+    std::filesystem::path importFile;
+    bool check = false;
     std::chrono::milliseconds ackTimeout{10'000};
     std::chrono::milliseconds callpointTimeout{5'000};
     std::size_t historyLimit = 500;
+    std::size_t historyBytes = std::size_t{64} << 20;
+    std::uint32_t historyDays = 0;  // 0: no limit
+    std::size_t mapSize = std::size_t{1} << 30;
+    std::size_t maxSessions = 128;
+    std::size_t maxSessionsPerUser = 64;
+    std::chrono::seconds helloTimeout{30};
+    std::chrono::seconds idleTimeout{0};  // 0: none
+    std::string adminGroup;
+    std::string switchGroup;
+    std::vector<std::string> allow;    // each a role and who has it; see ipc/trust.h
+    std::filesystem::path accessFile;  // empty: the default rules
     bool help = false;
     bool version = false;
 };

@@ -18,8 +18,8 @@ std::string ReplyHead(const std::string& attributes)
 
 }  // namespace
 
-Request::Request(std::shared_ptr<Session> session, Rpc rpc)
-    : m_session(std::move(session)), m_rpc(std::move(rpc))
+Request::Request(std::shared_ptr<Session> session, Rpc rpc, Discard discard)
+    : m_session(std::move(session)), m_rpc(std::move(rpc)), m_discard(std::move(discard))
 {
 }
 
@@ -27,6 +27,16 @@ Request::~Request()
 {
     if (!m_answered && Wanted())
         Refuse(MakeError(Layer::kApplication, cdb::ErrorTag::kOperationFailed, "the request was given up"));
+    LetGo();
+}
+
+void Request::LetGo()
+{
+    if (!m_rpc.operation) return;
+    if (m_discard)
+        m_discard(std::move(m_rpc.operation));
+    else
+        m_rpc.operation.reset();
 }
 
 void Request::Ok(const std::vector<netconf::RpcError>& warnings)
@@ -47,6 +57,12 @@ void Request::Refuse(const std::vector<netconf::RpcError>& errors)
 void Request::Data(const std::function<void(std::string& out)>& write, std::string_view ns,
                    const std::vector<netconf::RpcError>& warnings)
 {
+    Send(DataText(write, ns, warnings));
+}
+
+std::string Request::DataText(const std::function<void(std::string& out)>& write, std::string_view ns,
+                              const std::vector<netconf::RpcError>& warnings) const
+{
     std::string reply = Head();
     for (const netconf::RpcError& warning : warnings) AppendXml(warning, reply);
     reply.append("<data");
@@ -60,7 +76,7 @@ void Request::Data(const std::function<void(std::string& out)>& write, std::stri
     } else {
         reply.append("</data>");
     }
-    Send(std::move(reply.append(kTail)));
+    return reply.append(kTail);
 }
 
 void Request::OkAndFinish()
@@ -74,7 +90,7 @@ std::string Request::Head() const { return ReplyHead(m_rpc.attributes); }
 void Request::Send(std::string reply)
 {
     if (std::exchange(m_answered, true)) return;
-    m_rpc.operation.reset();  // the next request may be as large
+    LetGo();  // the next request may be as large
     m_session->Send(std::move(reply));
 }
 

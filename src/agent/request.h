@@ -18,7 +18,9 @@ namespace agent {
 
 class Request {
 public:
-    Request(std::shared_ptr<Session> session, Rpc rpc);
+    /// `discard` frees what a request no longer needs; null: at once.
+    using Discard = std::function<void(Tree)>;
+    Request(std::shared_ptr<Session> session, Rpc rpc, Discard discard = nullptr);
     /// Refuses a request that nobody has answered.
     ~Request();
     Request(const Request&) = delete;
@@ -35,19 +37,27 @@ public:
     void Ok(const std::vector<netconf::RpcError>& warnings = {});
     void Refuse(const netconf::RpcError& error);
     void Refuse(const std::vector<netconf::RpcError>& errors);
-    /// `write` appends what stands in <data>, an element of the base namespace where none is named. Warnings
-    /// stand before it.
+    /// `write` appends what stands in <data>, an element of the base namespace if none is named. Warnings
+    /// stand before it (RFC 6241, section 4.2).
     void Data(const std::function<void(std::string& out)>& write, std::string_view ns = {},
               const std::vector<netconf::RpcError>& warnings = {});
+    /// The same in two steps: what is written takes long and is written beside the loop. DataText may be
+    /// called in any thread.
+    [[nodiscard]] std::string DataText(const std::function<void(std::string& out)>& write,
+                                       std::string_view ns = {},
+                                       const std::vector<netconf::RpcError>& warnings = {}) const;
+    void Reply(std::string text) { Send(std::move(text)); }
     /// Done, and the session ends.
     void OkAndFinish();
 
 private:
     std::string Head() const;
+    void LetGo();
     void Send(std::string reply);
 
     std::shared_ptr<Session> m_session;
     Rpc m_rpc;
+    Discard m_discard;
     bool m_answered = false;
 };
 

@@ -10,9 +10,9 @@
 
 #include "agent/subtree_filter.h"
 #include "agent/yang_tree.h"
+#include "guard/limits.h"
+#include "guard/schema_index.h"
 #include "netconf/rpc_error.h"
-
-struct ly_ctx;
 
 namespace agent {
 
@@ -20,6 +20,7 @@ struct Rpc {
     std::string attributes;  // of <rpc>, written out, each with a blank before it
     Tree operation;          // checked against its definition, defaults filled in
     std::optional<SubtreeFilter> filter;
+    bool isLong = false;  // as text: its tree is large
 };
 
 struct BadRpc {
@@ -28,7 +29,9 @@ struct BadRpc {
 };
 
 /// Reads a message. `speaksBase11`: whether the client knows the tag malformed-message.
-std::variant<Rpc, BadRpc> ReadRpc(const ly_ctx* context, std::string message, bool speaksBase11);
+/// Any thread may call it, and several at once.
+std::variant<Rpc, BadRpc> ReadRpc(const guard::SchemaIndex& index, std::string message, bool speaksBase11,
+                                  const guard::Limits& limits = {});
 
 }  // namespace agent
 

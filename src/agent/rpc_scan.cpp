@@ -1,99 +1,233 @@
 #include "agent/rpc_scan.h"
 
-#include <vector>
+#include <algorithm>
 
-#include "netconf/xml.h"
+#include "guard/walk.h"
+#include "netconf/names.h"
 
 namespace agent {
 namespace {
 
+using End = RpcScan::End;
+
+constexpr std::string_view kBlanks = " \t\r\n";
+constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
+
 std::string Trimmed(const std::string& text)
 {
-    constexpr std::string_view kBlank = " \t\r\n";
-    const std::size_t begin = text.find_first_not_of(kBlank);
+    const std::size_t begin = text.find_first_not_of(kBlanks);
     if (begin == std::string::npos) return {};
-    return text.substr(begin, text.find_last_not_of(kBlank) - begin + 1);
+    return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
-/// <rpc> stands at depth 1, the operation at 2, <filter> at 3.
+void AppendAttribute(std::string& out, std::string_view name, std::string_view value)
+{
+    out.append(" ").append(name).append("=\"");
+    netconf::AppendEscaped(out, value);
+    out.append("\"");
+}
+
+/// As text, each prefix declared once.
+std::string TextOf(std::span<const netconf::XmlAttribute> attributes)
+{
+    std::string out;
+    std::vector<std::string_view> declared{"xml"};
+    for (const netconf::XmlAttribute& attribute : attributes) {
+        if (attribute.prefix.empty()) {
+            AppendAttribute(out, attribute.name, attribute.value);
+            continue;
+        }
+        const std::string prefix(attribute.prefix);
+        if (std::find(declared.begin(), declared.end(), attribute.prefix) == declared.end()) {
+            AppendAttribute(out, "xmlns:" + prefix, attribute.ns);
+            declared.push_back(attribute.prefix);
+        }
+        AppendAttribute(out, prefix + ':' + std::string(attribute.name), attribute.value);
+    }
+    return out;
+}
+
+/// <rpc> stands at depth 1, the operation at 2, its parameters at 3, <filter> among them.
 class ScanVisitor final : public netconf::XmlVisitor {
 public:
-    explicit ScanVisitor(RpcScan& scan) : m_scan(scan) {}
+    ScanVisitor(const guard::SchemaIndex& index, const guard::Limits& limits, RpcScan& scan)
+        : m_index(index), m_limits(limits), m_scan(scan)
+    {
+    }
 
     bool OnStart(const netconf::XmlElement& element) override
     {
-        switch (element.depth) {
-        case 1:
-            m_scan.rootNs = element.ns;
-            m_scan.root = element.name;
-            return true;
-        case 2:
-            return StartOperation(element);
-        case 3:
-            return StartParameter(element);
-        default:
-            break;
-        }
-        if (m_open.empty()) return true;
-        FilterNode node;
-        node.ns = element.ns;
-        node.name = element.name;
-        node.hasAttributes = element.hasAttributes;
-        m_open.push_back(std::move(node));
+        if (!m_open.empty()) return StartInFilter(element);
+        NoteXmlAttributes(element);
+        if (element.depth == 1) return StartRpc(element);
+        if (element.depth == 2) return StartOperation(element);
+        const guard::Node* child = m_walk->Find(element.ns, element.name);
+        if (child == nullptr) return Refused();
+        if (!child->Repeats() && !m_walk->Mention(*child)) return Refused();
+        if (!m_walk->CheckAttributes(*child, element.attributes)) return Refused();
+        if (element.depth == 3 && m_hasFilter && child->name == "filter") return StartFilter(element);
+        m_walk->Enter(*child);
         return true;
     }
 
-    void OnEnd(std::size_t depth, std::size_t begin) override
+    bool OnEnd(std::size_t depth, std::size_t begin) override
     {
-        if (m_open.empty()) return;
-        FilterNode node = std::move(m_open.back());
-        m_open.pop_back();
-        if (depth == 3) {
-            m_scan.filterEnd = begin;
-            m_scan.filter = std::move(node.children);
-            return;
-        }
-        node.text = node.children.empty() ? Trimmed(node.text) : std::string();
-        m_open.back().children.push_back(std::move(node));
+        if (!m_open.empty()) return EndInFilter(depth, begin);
+        return depth <= 2 || m_walk->Leave() || Refused();
     }
 
-    void OnText(std::size_t /*depth*/, std::string_view text) override
+    bool OnText(std::size_t depth, std::string_view text) override
     {
-        if (!m_open.empty()) m_open.back().text.append(text);
+        if (!m_open.empty()) return TextInFilter(text);
+        if (depth >= 2) return m_walk->Text(text) || Refused();
+        if (text.find_first_not_of(kBlanks) == std::string_view::npos) return true;
+        return Refuse(cdb::ErrorTag::kBadElement, "<rpc> holds text; it can hold an operation only", "rpc");
     }
 
 private:
-    bool StartOperation(const netconf::XmlElement& element)
+    bool StartRpc(const netconf::XmlElement& element)
     {
-        if (!m_scan.operation.empty()) return false;
-        m_scan.operationNs = element.ns;
-        m_scan.operation = element.name;
-        return element.ns == netconf::kBaseNamespace &&
-               (element.name == "get" || element.name == "get-config");
+        m_scan.root = element.name;
+        if (element.name != "rpc" || element.ns != netconf::kBaseNamespace) return Stop(End::kNoRpc);
+        m_scan.attributes = TextOf(element.attributes);
+        return element.Attribute("message-id") || Stop(End::kNoMessageId);
     }
 
-    bool StartParameter(const netconf::XmlElement& element)
+    bool StartOperation(const netconf::XmlElement& element)
     {
-        if (element.ns != netconf::kBaseNamespace || element.name != "filter") return true;
-        if (++m_scan.filters > 1) return false;
-        m_scan.filterType = element.attribute("type").value_or("subtree");
+        if (m_walk) {
+            m_scan.operation = element.name;
+            return Stop(End::kTwoOperations);
+        }
+        m_scan.operationNs = element.ns;
+        m_scan.operation = element.name;
+        const guard::Node* operation = m_index.Operation(element.ns, element.name);
+        if (operation == nullptr) return Stop(End::kUnknownOperation);
+        m_walk.emplace(m_index, *operation, m_limits.text);
+        m_hasFilter =
+            element.ns == netconf::kBaseNamespace && (element.name == "get" || element.name == "get-config");
+        return m_walk->CheckAttributes(*operation, element.attributes) || Refused();
+    }
+
+    bool StartFilter(const netconf::XmlElement& element)
+    {
+        m_scan.filterType = element.Attribute("type").value_or("subtree");
         m_scan.filterBegin = element.end;
         m_open.emplace_back();
         return true;
     }
 
+    bool StartInFilter(const netconf::XmlElement& element)
+    {
+        if (++m_filterElements > m_limits.filterElements)
+            return Refuse(cdb::ErrorTag::kTooBig,
+                          "the filter has more than " + std::to_string(m_limits.filterElements) +
+                              " elements; ask in parts",
+                          "filter");
+        FilterNode node;
+        node.ns = element.ns;
+        node.name = element.name;
+        node.hasAttributes = !element.attributes.empty();
+        m_open.push_back(std::move(node));
+        return true;
+    }
+
+    bool TextInFilter(std::string_view text)
+    {
+        std::string& whole = m_open.back().text;
+        if (whole.size() + text.size() > m_limits.text)
+            return Refuse(cdb::ErrorTag::kTooBig,
+                          "a text in the filter is longer than " + std::to_string(m_limits.text) + " bytes",
+                          "filter");
+        whole.append(text);
+        return true;
+    }
+
+    bool EndInFilter(std::size_t depth, std::size_t begin)
+    {
+        FilterNode node = std::move(m_open.back());
+        m_open.pop_back();
+        if (depth == 3) {
+            m_scan.filterEnd = begin;
+            m_scan.filter = std::move(node.children);
+            return true;
+        }
+        node.text = node.children.empty() ? Trimmed(node.text) : std::string();
+        m_open.back().children.push_back(std::move(node));
+        return true;
+    }
+
+    void NoteXmlAttributes(const netconf::XmlElement& element)
+    {
+        for (const netconf::XmlAttribute& attribute : element.attributes) {
+            if (attribute.ns != kXmlNamespace) continue;
+            m_scan.xmlAttributes.emplace_back(element.begin, element.end);
+            return;
+        }
+    }
+
+    bool Stop(End end)
+    {
+        m_scan.end = end;
+        return false;
+    }
+
+    bool Refused()
+    {
+        m_scan.refusal = m_walk->Problem();
+        m_scan.inData = m_walk->InData();
+        return Stop(End::kRefused);
+    }
+
+    bool Refuse(cdb::ErrorTag tag, std::string message, std::string element)
+    {
+        m_scan.refusal.tag = tag;
+        m_scan.refusal.message = std::move(message);
+        m_scan.refusal.info = {{"bad-element", std::move(element)}};
+        return Stop(End::kRefused);
+    }
+
+    const guard::SchemaIndex& m_index;
+    const guard::Limits& m_limits;
     RpcScan& m_scan;
-    std::vector<FilterNode> m_open;  // <filter> and what is open inside it
+    std::optional<guard::Walk> m_walk;  // from the operation on
+    bool m_hasFilter = false;           // the operation can have one
+    std::vector<FilterNode> m_open;     // <filter> and what is open inside it
+    std::size_t m_filterElements = 0;
 };
 
 }  // namespace
 
-RpcScan ScanRpc(std::string_view message)
+RpcScan ScanRpc(const guard::SchemaIndex& index, std::string_view message, const guard::Limits& limits)
 {
     RpcScan scan;
-    ScanVisitor visitor(scan);
-    scan.problem = netconf::ReadXml(message, visitor).value_or("");
+    ScanVisitor visitor(index, limits, scan);
+    if (auto problem = netconf::ReadXmlWithin(message, visitor, limits.xml)) {
+        scan.end = End::kBadXml;
+        scan.problem = *std::move(problem);
+    }
     return scan;
+}
+
+void BlankXmlAttributes(const RpcScan& scan, std::string& message)
+{
+    for (const auto& [begin, end] : scan.xmlAttributes) {
+        std::size_t at = begin;
+        while (at < end) {
+            const std::size_t name = message.find_first_not_of(kBlanks, at);
+            const std::size_t open = message.find_first_of("\"'", name);
+            if (open >= end) break;
+            const std::size_t close = message.find(message[open], open + 1);
+            // The first name is the element's, with the first attribute behind it.
+            const std::size_t attribute =
+                name == begin ? message.find_first_not_of(kBlanks, message.find_first_of(kBlanks, name))
+                              : name;
+            if (message.compare(attribute, 4, "xml:") == 0)
+                std::fill(message.begin() + static_cast<std::ptrdiff_t>(attribute),
+                          message.begin() + static_cast<std::ptrdiff_t>(close) + 1, ' ');
+            at = close + 1;
+        }
+    }
 }
 
 }  // namespace agent

@@ -1,5 +1,6 @@
-// The first look at a message: what its document element and its operation are, and, for the
-// operations that have one, the subtree filter. Reads no further than that. Used by rpc.cpp.
+// The one pass over a message before libyang reads it: well-formed, within bounds, an <rpc> with an
+// operation that exists, and nothing in it that the schema does not know. Notes the filter on the way.
+// Used by rpc.cpp.
 
 #ifndef AGENT_RPC_SCAN_H
 #define AGENT_RPC_SCAN_H
@@ -8,25 +9,41 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "agent/subtree_filter.h"
+#include "cdb/error.h"
+#include "guard/limits.h"
+#include "guard/schema_index.h"
+#include "netconf/xml.h"
 
 namespace agent {
 
 struct RpcScan {
-    std::string problem;  // not well-formed as far as it was read; empty: none
-    std::string rootNs;
+    /// The first thing that is wrong, at which the reading ended.
+    enum class End { kGood, kBadXml, kNoRpc, kNoMessageId, kTwoOperations, kUnknownOperation, kRefused };
+    End end = End::kGood;
+    netconf::XmlProblem problem{};  // kBadXml
+    cdb::Error refusal{};           // kRefused
+    bool inData = false;            // kRefused: inside of the configuration that is sent along
+
     std::string root;
+    std::string attributes;  // of <rpc>, written out, each with a blank before it
     std::string operationNs;
     std::string operation;  // empty: there is none
     std::optional<SubtreeFilter> filter;
     std::string filterType;       // as written; "subtree" where it is not
     std::size_t filterBegin = 0;  // the bytes between <filter> and </filter>
     std::size_t filterEnd = 0;
-    std::size_t filters = 0;  // how many there are
+    /// Start tags, first byte and end, with attributes such as xml:lang, which libyang does not know.
+    std::vector<std::pair<std::size_t, std::size_t>> xmlAttributes{};
 };
 
-RpcScan ScanRpc(std::string_view message);
+RpcScan ScanRpc(const guard::SchemaIndex& index, std::string_view message, const guard::Limits& limits);
+
+/// Puts blanks in the place of those attributes.
+void BlankXmlAttributes(const RpcScan& scan, std::string& message);
 
 }  // namespace agent
 

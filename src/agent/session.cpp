@@ -5,6 +5,7 @@
 #include <variant>
 
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/completion_condition.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
@@ -14,6 +15,7 @@ namespace {
 
 using boost::system::error_code;
 using netconf::Framing;
+using Clock = std::chrono::steady_clock;
 
 /// How long the last answer of a session that is over may take to be read.
 constexpr std::chrono::seconds kLastAnswer{10};
@@ -22,16 +24,17 @@ constexpr std::chrono::seconds kLastAnswer{10};
 
 class Session::Impl {
 public:
-    Impl(Socket connected, Identity identity, netconf::Hello hello, Handlers handlers)
+    Impl(Socket connected, Identity identity, netconf::Hello hello, SessionTimes times, Handlers handlers)
         : m_socket(std::move(connected)),
           m_timer(m_socket.get_executor()),
           m_identity(std::move(identity)),
           m_ours(std::move(hello)),
+          m_times(times),
           m_handlers(std::move(handlers))
     {
     }
 
-    void Start(const std::shared_ptr<Session>& self, std::chrono::milliseconds helloTimeout);
+    void Start(const std::shared_ptr<Session>& self);
     void Write(const std::shared_ptr<Session>& self, std::string message, bool last);
     void Close(const std::shared_ptr<Session>& self, const std::string& reason);
 
@@ -39,6 +42,7 @@ public:
     boost::asio::steady_timer m_timer;
     Identity m_identity;
     netconf::Hello m_ours;
+    SessionTimes m_times;
     Handlers m_handlers;
     bool m_base11 = false;
     bool m_open = true;
@@ -49,19 +53,21 @@ private:
     void Handle(const std::shared_ptr<Session>& self, std::string message);
     void TakeHello(const std::shared_ptr<Session>& self, const std::string& message);
     void Limit(const std::shared_ptr<Session>& self, std::chrono::milliseconds time, std::string reason);
+    void AwaitWriting(const std::shared_ptr<Session>& self, bool last);
 
-    netconf::MessageReader m_reader;
+    netconf::MessageReader m_reader{kMaxHello};
     std::array<char, 65536> m_received;
     Framing m_framing = Framing::kEndOfMessage;
     bool m_greeted = false;  // the client has said hello
-    // The answer being written.
+    // The answer being written, and when the client last took some of it.
+    Clock::time_point m_taken;
     std::string m_header;
     std::string m_message;
 };
 
-void Session::Impl::Start(const std::shared_ptr<Session>& self, std::chrono::milliseconds helloTimeout)
+void Session::Impl::Start(const std::shared_ptr<Session>& self)
 {
-    Limit(self, helloTimeout, "no hello in time");
+    Limit(self, m_times.hello, "no hello in time");
     Write(self, netconf::ToXml(m_ours), false);
 }
 
@@ -70,7 +76,8 @@ void Session::Impl::Limit(const std::shared_ptr<Session>& self, std::chrono::mil
 {
     m_timer.expires_after(time);
     m_timer.async_wait([this, self, why = std::move(reason)](const error_code& error) {
-        if (!error) Close(self, why);
+        // One that has expired just before it was set anew is not cancelled any more.
+        if (!error && Clock::now() >= m_timer.expiry()) Close(self, why);
     });
 }
 
@@ -83,13 +90,32 @@ void Session::Impl::Write(const std::shared_ptr<Session>& self, std::string mess
     const std::array<boost::asio::const_buffer, 3> parts{boost::asio::buffer(m_header),
                                                          boost::asio::buffer(m_message),
                                                          boost::asio::buffer(trailer.data(), trailer.size())};
-    if (last) Limit(self, kLastAnswer, "the last answer was not read in time");
-    boost::asio::async_write(m_socket, parts, [this, self, last](const error_code& error, std::size_t) {
+    m_taken = Clock::now();
+    // Until it has said hello, the client's time for that is shorter.
+    if (m_greeted || last) AwaitWriting(self, last);
+    const auto more = [this](const error_code& error, std::size_t) {
+        m_taken = Clock::now();
+        return boost::asio::transfer_all()(error, 0);
+    };
+    boost::asio::async_write(m_socket, parts, more, [this, self, last](const error_code& error, std::size_t) {
         if (!m_open) return;
         m_message = std::string();
+        if (m_greeted) m_timer.cancel();
         if (error) return Close(self, error.message());
         if (last) return Close(self, "closed");
         Next(self);
+    });
+}
+
+/// A client may read slowly, but it has to read.
+void Session::Impl::AwaitWriting(const std::shared_ptr<Session>& self, bool last)
+{
+    const auto limit = last ? std::chrono::milliseconds(kLastAnswer) : m_times.write;
+    m_timer.expires_at(m_taken + limit);
+    m_timer.async_wait([this, self, last, limit](const error_code& error) {
+        if (error || !m_open) return;
+        if (Clock::now() < m_taken + limit) return AwaitWriting(self, last);
+        Close(self, "the client does not read its answer");
     });
 }
 
@@ -103,12 +129,14 @@ void Session::Impl::Next(const std::shared_ptr<Session>& self)
 
 void Session::Impl::Receive(const std::shared_ptr<Session>& self)
 {
+    if (m_greeted && m_times.idle.count() > 0) Limit(self, m_times.idle, "no request for too long");
     m_socket.async_read_some(boost::asio::buffer(m_received),
                              [this, self](const error_code& error, std::size_t bytes) {
                                  if (!m_open) return;
                                  if (error == boost::asio::error::eof)
                                      return Close(self, "closed by the client");
                                  if (error) return Close(self, error.message());
+                                 if (m_greeted) m_timer.cancel();
                                  m_reader.Append({m_received.data(), bytes});
                                  Next(self);
                              });
@@ -133,6 +161,7 @@ void Session::Impl::TakeHello(const std::shared_ptr<Session>& self, const std::s
     m_framing = *framing;
     m_base11 = hello.Has(netconf::kBase11);
     m_reader.SetFraming(m_framing);
+    m_reader.SetLimit(netconf::kMaxMessage);
     Next(self);
 }
 
@@ -150,20 +179,25 @@ void Session::Impl::Close(const std::shared_ptr<Session>& self, const std::strin
     });
 }
 
-Session::Session(Socket socket, Identity identity, netconf::Hello hello, Handlers handlers)
-    : m_impl(std::make_unique<Impl>(std::move(socket), std::move(identity), std::move(hello),
+Session::Session(Socket socket, Identity identity, netconf::Hello hello, SessionTimes times,
+                 Handlers handlers)
+    : m_impl(std::make_unique<Impl>(std::move(socket), std::move(identity), std::move(hello), times,
                                     std::move(handlers)))
 {
 }
 
 Session::~Session() = default;
 
-void Session::Start(std::chrono::milliseconds helloTimeout)
-{
-    m_impl->Start(shared_from_this(), helloTimeout);
-}
+void Session::Start() { m_impl->Start(shared_from_this()); }
+
+void Session::TurnAway(std::string message) { Finish(std::move(message)); }
 
 const Session::Identity& Session::Who() const { return m_impl->m_identity; }
+
+void Session::SetAccess(std::shared_ptr<const AccessGrant> access)
+{
+    m_impl->m_identity.access = std::move(access);
+}
 
 bool Session::IsOpen() const { return m_impl->m_open; }
 

@@ -18,6 +18,15 @@
 
 namespace agent {
 
+class AccessGrant;
+
+/// How long a client may take; for what depends on it. 0 where the member says so: as long as it likes.
+struct SessionTimes {
+    std::chrono::milliseconds hello{30'000};
+    std::chrono::milliseconds idle{0};        // without a request, and none under way; 0: for ever
+    std::chrono::milliseconds write{60'000};  // without taking anything of an answer
+};
+
 class Session : public std::enable_shared_from_this<Session> {
 public:
     using Socket = boost::asio::local::stream_protocol::socket;
@@ -34,17 +43,27 @@ public:
     struct Identity {
         std::uint32_t id = 0;
         std::string user;
+        std::uint32_t uid = 0;
+        /// What the user may do; never changed while a request is under way. Null only in tests of parts.
+        std::shared_ptr<const AccessGrant> access{};
     };
 
-    Session(Socket socket, Identity identity, netconf::Hello hello, Handlers handlers);
+    /// Before the client's hello no more is taken than this.
+    static constexpr std::size_t kMaxHello = std::size_t{64} << 10;
+
+    Session(Socket socket, Identity identity, netconf::Hello hello, SessionTimes times, Handlers handlers);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// Says hello and waits at most that long for the client's.
-    void Start(std::chrono::milliseconds helloTimeout);
+    /// Says hello and waits for the client's.
+    void Start();
+
+    /// Instead of Start: says one message, to a client that gets no session, and closes.
+    void TurnAway(std::string message);
 
     [[nodiscard]] const Identity& Who() const;
+    void SetAccess(std::shared_ptr<const AccessGrant> access);
 
     [[nodiscard]] bool IsOpen() const;
 

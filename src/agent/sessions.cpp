@@ -10,13 +10,27 @@
 #include "log/log.h"
 
 namespace agent {
+namespace {
 
-Sessions::Sessions(const cdb::Schema& schema, Operations& operations, std::size_t limit,
-                   std::chrono::milliseconds helloTimeout)
-    : m_schema(schema),
+/// A longer message is read beside the loop.
+constexpr std::size_t kReadAtOnce = std::size_t{32} << 10;
+
+/// How many that get no session are told so at once; more are just closed.
+constexpr std::size_t kMaxTurnedAway = 32;
+
+/// How many names of groups are remembered.
+constexpr std::size_t kMaxGroupNames = 1024;
+
+}  // namespace
+
+Sessions::Sessions(const cdb::Schema& schema, Operations& operations, Workbench& reads, const Access& access,
+                   const Options& options)
+    : m_index(schema.Context()),
       m_operations(operations),
-      m_limit(limit),
-      m_helloTimeout(helloTimeout),
+      m_reads(reads),
+      m_access(access),
+      m_options(options),
+      m_quota(options.mostPerUser),
       m_hello(MakeHello(schema))
 {
 }
@@ -27,16 +41,61 @@ Sessions::~Sessions()
     for (const auto& [id, session] : m_sessions) session->Close("cdbd ends");
 }
 
+const std::string& Sessions::NameOfGroup(std::uint32_t group)
+{
+    if (m_groupNames.size() >= kMaxGroupNames) m_groupNames.clear();
+    const auto [at, isNew] = m_groupNames.try_emplace(group);
+    if (isNew) at->second = ipc::GroupName(group);
+    return at->second;
+}
+
+AccessUser Sessions::UserOf(const ipc::PeerCredentials& peer, const std::string& name)
+{
+    AccessUser user{name, peer.uid, {NameOfGroup(peer.gid)}};
+    for (const std::uint32_t group : peer.groups) user.groups.push_back(NameOfGroup(group));
+    return user;
+}
+
+std::string Sessions::Admit(std::uint32_t uid, const std::string& user)
+{
+    const std::size_t most = m_options.most + (uid == 0 ? kReservedForRoot : 0);
+    if (m_sessions.size() >= most)
+        return "too many sessions: " + std::to_string(m_sessions.size()) +
+               " are open; close one, or raise cdbd's --max-sessions";
+    if (!m_quota.Take(uid))
+        return "too many sessions: " + user + " has " + std::to_string(m_quota.Most()) +
+               "; close one, or raise cdbd's --max-sessions-per-user";
+    return {};
+}
+
+/// NETCONF has no place for a refusal before the hello. A client that awaits a hello finds this instead, and
+/// then the end of the connection.
+void Sessions::TurnAway(Session::Socket socket, const ipc::PeerCredentials& peer, const std::string& user,
+                        const std::string& reason)
+{
+    slog::Error("{} (process {}) gets no NETCONF session: {}", user, peer.pid, reason);
+    if (m_turnedAway >= kMaxTurnedAway) return;  // the socket closes
+    ++m_turnedAway;
+    const auto closed = [self = std::weak_ptr<Sessions*>(m_self)](const auto&, const std::string&) {
+        if (const auto there = self.lock()) --(*there)->m_turnedAway;
+    };
+    const auto session =
+        std::make_shared<Session>(std::move(socket), Session::Identity{0, user, peer.uid, {}}, m_hello,
+                                  m_options.times, Session::Handlers{nullptr, nullptr, closed});
+    session->TurnAway(RefusalText({}, MakeError(Layer::kProtocol, cdb::ErrorTag::kResourceDenied, reason)));
+}
+
 void Sessions::Add(Session::Socket socket)
 {
-    if (m_sessions.size() >= m_limit) {
-        slog::Error("a NETCONF client is turned away: {} sessions are open", m_sessions.size());
-        return;  // the socket closes
-    }
+    const auto peer = ipc::PeerOf(socket.native_handle());
+    if (!peer) return slog::Error("a NETCONF client is turned away: the kernel does not say whose it is");
+    const std::string user = UserName(peer->uid);
+    if (const std::string refusal = Admit(peer->uid, user); !refusal.empty())
+        return TurnAway(std::move(socket), *peer, user, refusal);
     do {
         ++m_last;
     } while (m_last == 0 || m_sessions.contains(m_last));
-    Session::Identity identity{m_last, PeerUserName(socket.native_handle())};
+    Session::Identity identity{m_last, user, peer->uid, m_access.Grant(UserOf(*peer, user))};
     netconf::Hello hello = m_hello;
     hello.sessionId = m_last;
     const auto whileThere = [self = std::weak_ptr<Sessions*>(m_self)](auto member) {
@@ -45,11 +104,11 @@ void Sessions::Add(Session::Socket socket)
         };
     };
     auto session = std::make_shared<Session>(
-        std::move(socket), std::move(identity), std::move(hello),
+        std::move(socket), std::move(identity), std::move(hello), m_options.times,
         Session::Handlers{whileThere(&Sessions::OnMessage), whileThere(&Sessions::OnBroken),
                           whileThere(&Sessions::OnClosed)});
     m_sessions.emplace(m_last, session);
-    session->Start(m_helloTimeout);
+    session->Start();
 }
 
 bool Sessions::End(std::uint32_t session, const std::string& reason)
@@ -63,12 +122,43 @@ bool Sessions::End(std::uint32_t session, const std::string& reason)
 
 void Sessions::OnMessage(const std::shared_ptr<Session>& session, std::string message)
 {
-    auto read = ReadRpc(m_schema.Context(), std::move(message), session->SpeaksBase11());
+    // Never while a request is under way: the one before has been answered.
+    if (session->Who().access->Generation() != m_access.Generation())
+        session->SetAccess(m_access.Grant(session->Who().access->User()));
+    if (message.size() <= kReadAtOnce)
+        return OnRead(session,
+                      ReadRpc(m_index, std::move(message), session->SpeaksBase11(), m_options.limits));
+    struct Reading {
+        std::string message;
+        std::variant<Rpc, BadRpc> read;
+    };
+    const auto reading = std::make_shared<Reading>(Reading{std::move(message), BadRpc{}});
+    const bool speaksBase11 = session->SpeaksBase11();
+    m_reads.Do(
+        [this, reading, speaksBase11] {
+            reading->read = ReadRpc(m_index, std::move(reading->message), speaksBase11, m_options.limits);
+            reading->message = std::string();
+            if (auto* rpc = std::get_if<Rpc>(&reading->read)) rpc->isLong = true;
+        },
+        [this, reading, session, self = std::weak_ptr<Sessions*>(m_self)] {
+            if (!self.expired()) OnRead(session, std::move(reading->read));
+        });
+}
+
+void Sessions::OnRead(const std::shared_ptr<Session>& session, std::variant<Rpc, BadRpc> read)
+{
+    if (!session->IsOpen()) return;
     if (const auto* bad = std::get_if<BadRpc>(&read)) {
         slog::Info("session {} ({}): {}", session->Who().id, session->Who().user, bad->error.message);
         return session->Send(RefusalText(bad->attributes, bad->error));
     }
-    m_operations.Handle(std::make_shared<Request>(session, std::get<Rpc>(std::move(read))));
+    auto rpc = std::get<Rpc>(std::move(read));
+    Request::Discard discard;
+    if (rpc.isLong)  // its tree takes long to free
+        discard = [self = std::weak_ptr<Sessions*>(m_self)](Tree tree) {
+            if (const auto there = self.lock()) (*there)->m_reads.Free(std::move(tree));
+        };
+    m_operations.Handle(std::make_shared<Request>(session, std::move(rpc), discard));
 }
 
 void Sessions::OnBroken(const std::shared_ptr<Session>& session, const std::string& problem)
@@ -84,6 +174,7 @@ void Sessions::OnClosed(const std::shared_ptr<Session>& session, const std::stri
     slog::Info("session {} ({}) has ended: {}", session->Who().id, session->Who().user, reason);
     const std::uint32_t id = session->Who().id;
     m_sessions.erase(id);
+    m_quota.GiveBack(session->Who().uid);
     m_operations.SessionEnded(id);
 }
 

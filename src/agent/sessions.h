@@ -9,17 +9,33 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <variant>
 
+#include "agent/access.h"
 #include "agent/operations.h"
+#include "agent/rpc.h"
 #include "agent/session.h"
+#include "agent/workbench.h"
 #include "cdb/schema.h"
+#include "guard/limits.h"
+#include "guard/schema_index.h"
+#include "ipc/user_quota.h"
 
 namespace agent {
 
 class Sessions {
 public:
-    Sessions(const cdb::Schema& schema, Operations& operations, std::size_t limit,
-             std::chrono::milliseconds helloTimeout);
+    struct Options {
+        std::size_t most = 128;        // sessions at once
+        std::size_t mostPerUser = 64;  // of one user; root is not counted
+        SessionTimes times{};
+        guard::Limits limits{};  // of a message
+    };
+    /// Beyond the most there is room for so many of root, who has to get in when others fill it all.
+    static constexpr std::size_t kReservedForRoot = 4;
+
+    Sessions(const cdb::Schema& schema, Operations& operations, Workbench& reads, const Access& access,
+             const Options& options);
     ~Sessions();
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
@@ -30,19 +46,31 @@ public:
     bool End(std::uint32_t session, const std::string& reason);
 
 private:
+    void OnRead(const std::shared_ptr<Session>& session, std::variant<Rpc, BadRpc> read);
+    AccessUser UserOf(const ipc::PeerCredentials& peer, const std::string& name);
+    const std::string& NameOfGroup(std::uint32_t group);
+    /// Why the user gets no session; empty: it gets one, and is counted.
+    std::string Admit(std::uint32_t uid, const std::string& user);
+    void TurnAway(Session::Socket socket, const ipc::PeerCredentials& peer, const std::string& user,
+                  const std::string& reason);
     void OnMessage(const std::shared_ptr<Session>& session, std::string message);
     void OnBroken(const std::shared_ptr<Session>& session, const std::string& problem);
     void OnClosed(const std::shared_ptr<Session>& session, const std::string& reason);
 
-    const cdb::Schema& m_schema;
+    const guard::SchemaIndex m_index;
     Operations& m_operations;
-    std::size_t m_limit;
-    std::chrono::milliseconds m_helloTimeout;
+    Workbench& m_reads;
+    const Access& m_access;
+    const Options m_options;
+    ipc::UserQuota m_quota;
     netconf::Hello m_hello;  // what all sessions say, but for the number
     std::uint32_t m_last = 0;
     /// Its end tells the handlers of sessions that go on for a moment longer.
     std::shared_ptr<Sessions*> m_self = std::make_shared<Sessions*>(this);
     std::map<std::uint32_t, std::shared_ptr<Session>> m_sessions;
+    /// The database of groups may be another machine: each is asked about once.
+    std::map<std::uint32_t, std::string> m_groupNames;
+    std::size_t m_turnedAway = 0;  // being told why
 };
 
 }  // namespace agent

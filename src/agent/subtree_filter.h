@@ -1,6 +1,6 @@
 // A subtree filter as the client has written it (RFC 6241, section 6): read from the request's own
 // text, so that it means what the standard says and not what a schema makes of it. What it selects is
-// data_writer's matter.
+// the matter of filter_plan.
 
 #ifndef AGENT_SUBTREE_FILTER_H
 #define AGENT_SUBTREE_FILTER_H
@@ -8,8 +8,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-struct lyd_node;
 
 namespace agent {
 
@@ -28,12 +26,6 @@ struct FilterNode {
 
 /// The children of <filter>; an empty one selects nothing.
 using SubtreeFilter = std::vector<FilterNode>;
-
-/// Whether name and namespace fit the node, and no attribute is asked for.
-bool Matches(const FilterNode& filter, const lyd_node* node);
-
-/// Whether a leaf has the content match's value.
-bool HasValue(const FilterNode& filter, const lyd_node* leaf);
 
 /// Whether the filter can select anything below the top-level node of this namespace and name.
 bool Concerns(const SubtreeFilter& filter, std::string_view ns, std::string_view name);

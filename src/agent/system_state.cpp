@@ -10,7 +10,7 @@
 #include <set>
 #include <utility>
 
-#include "agent/xml_text.h"
+#include "ipc/text.h"
 #include "log/log.h"
 
 namespace agent {
@@ -47,7 +47,7 @@ const char* PhaseName(const Client& client)
 /// The keys of the list of processes.
 std::pair<std::string, std::string> KeysOf(const Client& client)
 {
-    return {FitForXml(client.Process()), std::to_string(client.Pid())};
+    return {client.Process(), std::to_string(client.Pid())};
 }
 
 }  // namespace

@@ -3,17 +3,11 @@
 #ifndef AGENT_USER_H
 #define AGENT_USER_H
 
-#include <sys/types.h>
-
-#include <string>
+#include "ipc/peer.h"
 
 namespace agent {
 
-/// "uid-1234" for one without a name.
-std::string UserName(uid_t uid);
-
-/// Of the process at the other end of a connected Unix socket.
-std::string PeerUserName(int descriptor);
+using ipc::UserName;
 
 }  // namespace agent
 

@@ -3,115 +3,207 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "cdb/compare_row.h"
-#include "cdb/compare_undo.h"
 
 namespace cdb {
 namespace {
 
-bool IsTransparent(NodeKind kind) { return kind == NodeKind::kContainer; }
+/// An entry or a container with what is below it, without libyang and without defaults.
+struct Branch {
+    NodeId node = kNoNode;
+    std::vector<std::string> keys;  // own
+    std::optional<Row> row;         // of a plain container: where a leaf is explicit
+    std::vector<Branch> below;      // by schema order and keys
+};
+
+using Order = std::pair<NodeId, const std::vector<std::string>&>;
+Order OrderOf(const Branch& branch) { return {branch.node, branch.keys}; }
+
+/// Of running, with everything below.
+Branch ReadBranch(const SchemaTable& table, RowView& rows, NodeId id, const std::vector<std::string>& allKeys,
+                  std::optional<Row> row)
+{
+    Branch branch{id, {}, std::move(row), {}};
+    const auto own = static_cast<std::ptrdiff_t>(table[id].keys.size());
+    branch.keys.assign(allKeys.end() - own, allKeys.end());
+    for (const NodeId child : table[id].children) {
+        if (table[child].kind == NodeKind::kLeaf) continue;
+        if (table[child].kind != NodeKind::kList) {
+            const Row* found = rows.Get(child, allKeys);
+            if (found == nullptr && table[child].kind == NodeKind::kPresenceContainer) continue;
+            branch.below.push_back(ReadBranch(table, rows, child, allKeys,
+                                              found != nullptr ? std::optional<Row>(*found) : std::nullopt));
+            continue;
+        }
+        rows.ForEach(child, allKeys, [&](std::span<const std::string_view> keys, const Row& entry) {
+            std::vector<std::string> below = allKeys;
+            below.insert(below.end(), keys.begin(), keys.end());
+            branch.below.push_back(ReadBranch(table, rows, child, below, entry));
+            return true;
+        });
+    }
+    return branch;
+}
+
+/// Of a tree, with everything below.
+Branch ReadBranch(const Schema& schema, const lyd_node* node)
+{
+    const auto& table = schema.Table();
+    Branch branch{schema.IdOf(node->schema), KeysOf(node), RowOf(schema, node), {}};
+    if (table[branch.node].kind == NodeKind::kContainer && branch.row->leaves.empty()) branch.row.reset();
+    for (const lyd_node* child = lyd_child_no_keys(node); child != nullptr; child = child->next)
+        if (child->schema->nodetype != LYS_LEAF) branch.below.push_back(ReadBranch(schema, child));
+    const auto less = [](const Branch& a, const Branch& b) { return OrderOf(a) < OrderOf(b); };
+    if (!std::is_sorted(branch.below.begin(), branch.below.end(), less))
+        std::sort(branch.below.begin(), branch.below.end(), less);
+    return branch;
+}
 
 class Comparer {
 public:
-    Comparer(const Schema& schema, bool withUndo)
-        : m_schema(schema), m_table(schema.Table()), m_withUndo(withUndo), m_undo(schema)
+    Comparer(const Schema& schema, const Candidate& candidate, bool firstOnly)
+        : m_schema(schema), m_table(schema.Table()), m_candidate(candidate), m_firstOnly(firstOnly)
     {
     }
 
-    /// What became of one place. Below `touched` only; null: everything. True where `change` says
-    /// something.
-    bool Place(NodeId id, const lyd_node* before, const lyd_node* now, const Touched::Node* touched,
-               UndoEdit::At* above, ChangeNode& change);
+    /// A container of the trunk; `now` null: a presence container that is not there.
+    bool Trunk(NodeId id, const lyd_node* now, ChangeNode& change);
 
-    Difference Result(ChangeNode root)
-    {
-        return {std::move(root), std::move(m_rows), m_withUndo ? m_undo.Text() : std::string()};
-    }
+    std::vector<RowChange> TakeRows() { return std::move(m_rows); }
+    [[nodiscard]] bool HasRows() const { return !m_rows.empty(); }
 
 private:
-    using Pair = std::pair<const lyd_node*, const lyd_node*>;  // before, now
-    using Pairs = std::map<cdb::Place, Pair>;
-
-    void Both(NodeId id, const lyd_node* before, const lyd_node* now, const Touched::Node* touched,
-              UndoEdit::At* above, ChangeNode& change);
-    void Leaves(NodeId id, const lyd_node* before, const lyd_node* now, UndoEdit::At* at, ChangeNode& change);
-    void UndoLeaf(const LeafState& before, const LeafState& now, UndoEdit::At* at);
-    void Created(NodeId id, const lyd_node* now, ChangeNode& change);
-    void Deleted(NodeId id, const lyd_node* before, ChangeNode& change);
-    void Below(const lyd_node* node, ChangeNode& change,
-               void (Comparer::*what)(NodeId, const lyd_node*, ChangeNode&));
-    [[nodiscard]] Pairs AllBelow(const lyd_node* before, const lyd_node* now) const;
-    void PutRow(NodeId id, std::optional<Row> row);
+    void Units(NodeId list, ChangeNode& change);
+    bool Place(const Branch* before, const Branch* now, ChangeNode& change);
+    void Both(const Branch& before, const Branch& now, ChangeNode& change);
+    void Leaves(NodeId id, const std::optional<Row>& before, const std::optional<Row>& now,
+                ChangeNode& change);
+    void OneSided(const Branch& branch, ChangeOp op, ChangeNode& change);
+    void LeavesOneSided(NodeId id, const Row& row, ChangeOp op, ChangeNode& change);
+    [[nodiscard]] bool IsPlain(NodeId id) const { return m_table[id].kind == NodeKind::kContainer; }
+    [[nodiscard]] bool IsEnough() const { return m_firstOnly && !m_rows.empty(); }
 
     const Schema& m_schema;
     const SchemaTable& m_table;
-    const bool m_withUndo;
-    UndoEdit m_undo;
+    const Candidate& m_candidate;
+    const bool m_firstOnly;
     std::vector<RowChange> m_rows;
     std::vector<std::string> m_keys;  // of the entries on the way, the place's own included
 };
 
-bool Comparer::Place(NodeId id, const lyd_node* before, const lyd_node* now, const Touched::Node* touched,
-                     UndoEdit::At* above, ChangeNode& change)
-{
-    if (before == nullptr && now == nullptr) return false;
-    change.node = id;
-    change.keys = KeysOf(now != nullptr ? now : before);
-    m_keys.insert(m_keys.end(), change.keys.begin(), change.keys.end());
-    if (before == nullptr) {
-        if (m_withUndo) m_undo.Remove(above, now);
-        Created(id, now, change);
-    } else if (now == nullptr) {
-        if (m_withUndo) m_undo.Restore(above, before);
-        Deleted(id, before, change);
-    } else {
-        Both(id, before, now, touched, above, change);
-    }
-    m_keys.resize(m_keys.size() - change.keys.size());
-    return change.op == ChangeOp::kCreated || change.op == ChangeOp::kDeleted || !change.children.empty();
-}
+bool Says(const ChangeNode& change) { return change.op != ChangeOp::kNone || !change.children.empty(); }
 
-void Comparer::Both(NodeId id, const lyd_node* before, const lyd_node* now, const Touched::Node* touched,
-                    UndoEdit::At* above, ChangeNode& change)
+void SortChildren(ChangeNode& change)
 {
-    UndoEdit::At at{above, now, nullptr, false};
-    if (m_withUndo && IsTransparent(m_table[id].kind) && !IsExplicit(before) && IsExplicit(now)) {
-        m_undo.Remove(above, now);  // there was nothing: one word takes it all back
-        at.settled = true;
-    }
-    const bool isWhole = touched == nullptr || touched->whole;
-    if (isWhole || touched->leaves) Leaves(id, before, now, &at, change);
-    const auto look = [&](const cdb::Place& place, const lyd_node* old, const lyd_node* fresh,
-                          const Touched::Node* deeper) {
-        ChangeNode child;
-        if (Place(place.node, old, fresh, deeper, &at, child)) change.children.push_back(std::move(child));
-    };
-    if (isWhole) {
-        for (const auto& [place, pair] : AllBelow(before, now)) look(place, pair.first, pair.second, nullptr);
-    } else {
-        for (const auto& [place, deeper] : touched->below) {
-            const auto both = FindBoth(m_schema, lyd_child(before), lyd_child(now), place);
-            look(place, both.before, both.now, &deeper);
-        }
-    }
     // Entries stand in order already; leaves and the rest are put into the schema's order.
     std::stable_sort(change.children.begin(), change.children.end(),
                      [](const ChangeNode& a, const ChangeNode& b) { return a.node < b.node; });
-    if (!IsTransparent(m_table[id].kind) && !change.children.empty()) change.op = ChangeOp::kModified;
 }
 
-void Comparer::Leaves(NodeId id, const lyd_node* before, const lyd_node* now, UndoEdit::At* at,
+bool Comparer::Trunk(NodeId id, const lyd_node* now, ChangeNode& change)
+{
+    change.node = id;
+    std::optional<Row> before;
+    if (const Row* row = m_candidate.Running().Get(id, {})) before = *row;
+    std::optional<Row> after;
+    if (now != nullptr) after = RowOf(m_schema, now);
+    if (after && IsPlain(id) && after->leaves.empty()) after.reset();
+    const bool hadIt = IsPlain(id) || before;
+    const bool hasIt = IsPlain(id) || now != nullptr;
+    if (!hadIt && !hasIt) return false;
+    if (hadIt && hasIt) {
+        Leaves(id, before, after, change);
+    } else {
+        change.op = hasIt ? ChangeOp::kCreated : ChangeOp::kDeleted;
+        LeavesOneSided(id, hasIt ? *after : *before, hasIt ? ChangeOp::kValueSet : ChangeOp::kDeleted,
+                       change);
+        m_rows.push_back({{id, {}}, before, after});
+    }
+    for (const NodeId child : m_table[id].children) {
+        if (IsEnough()) return true;
+        if (m_table[child].kind == NodeKind::kList) {
+            Units(child, change);
+        } else if (m_table[child].kind != NodeKind::kLeaf) {
+            ChangeNode below;
+            const lyd_node* node =
+                now != nullptr ? FindSingle(lyd_child(now), m_schema.NodeOf(child)) : nullptr;
+            if (Trunk(child, node, below)) change.children.push_back(std::move(below));
+        }
+    }
+    SortChildren(change);
+    if (!IsPlain(id) && change.op == ChangeOp::kNone && !change.children.empty())
+        change.op = ChangeOp::kModified;
+    return Says(change);
+}
+
+void Comparer::Units(NodeId list, ChangeNode& change)
+{
+    const auto& touched = m_candidate.Touched();
+    for (auto it = touched.lower_bound({list, {}}); it != touched.end() && it->first.node == list; ++it) {
+        if (IsEnough()) return;
+        std::optional<Branch> before;
+        std::optional<Branch> now;
+        if (it->second.inRunning) {
+            const Row* row = m_candidate.Running().Get(list, it->first.keys);
+            before = ReadBranch(m_table, m_candidate.Running(), list, it->first.keys,
+                                row != nullptr ? *row : Row{});
+        }
+        if (it->second.node != nullptr) now = ReadBranch(m_schema, it->second.node);
+        ChangeNode unit;
+        if (Place(before ? &*before : nullptr, now ? &*now : nullptr, unit))
+            change.children.push_back(std::move(unit));
+    }
+}
+
+bool Comparer::Place(const Branch* before, const Branch* now, ChangeNode& change)
+{
+    if (before == nullptr && now == nullptr) return false;
+    const Branch& any = now != nullptr ? *now : *before;
+    change.node = any.node;
+    change.keys = any.keys;
+    m_keys.insert(m_keys.end(), any.keys.begin(), any.keys.end());
+    if (before == nullptr)
+        OneSided(*now, ChangeOp::kCreated, change);
+    else if (now == nullptr)
+        OneSided(*before, ChangeOp::kDeleted, change);
+    else
+        Both(*before, *now, change);
+    m_keys.resize(m_keys.size() - any.keys.size());
+    return Says(change);
+}
+
+void Comparer::Both(const Branch& before, const Branch& now, ChangeNode& change)
+{
+    Leaves(now.node, before.row, now.row, change);
+    auto old = before.below.begin();
+    auto fresh = now.below.begin();
+    while (old != before.below.end() || fresh != now.below.end()) {
+        const bool hasOld =
+            old != before.below.end() && (fresh == now.below.end() || !(OrderOf(*fresh) < OrderOf(*old)));
+        const bool hasFresh =
+            fresh != now.below.end() && (old == before.below.end() || !(OrderOf(*old) < OrderOf(*fresh)));
+        ChangeNode child;
+        if (Place(hasOld ? &*old : nullptr, hasFresh ? &*fresh : nullptr, child))
+            change.children.push_back(std::move(child));
+        if (hasOld) ++old;
+        if (hasFresh) ++fresh;
+    }
+    SortChildren(change);
+    if (!IsPlain(now.node) && !change.children.empty()) change.op = ChangeOp::kModified;
+}
+
+void Comparer::Leaves(NodeId id, const std::optional<Row>& before, const std::optional<Row>& now,
                       ChangeNode& change)
 {
-    const auto old = LeavesIn(m_schema, id, before);
-    const auto fresh = LeavesIn(m_schema, id, now);
-    bool differs = false;
+    if (before == now) return;
+    const Row none;
+    const auto old = LeavesOf(m_table, id, before ? *before : none);
+    const auto fresh = LeavesOf(m_table, id, now ? *now : none);
+    bool differs = false;  // a leaf that the schema has no more is no difference
     for (std::size_t i = 0; i < fresh.size(); ++i) {
-        if (old[i].own != fresh[i].own) {
-            differs = true;
-            if (m_withUndo) UndoLeaf(old[i], fresh[i], at);
-        }
+        differs = differs || old[i].own != fresh[i].own;
         if (old[i].effective == fresh[i].effective) continue;
         ChangeNode leaf;
         leaf.node = fresh[i].node;
@@ -119,103 +211,58 @@ void Comparer::Leaves(NodeId id, const lyd_node* before, const lyd_node* now, Un
         leaf.value = fresh[i].effective;
         change.children.push_back(std::move(leaf));
     }
-    if (!differs) return;
-    Row row = RowOf(m_table, fresh);
-    const bool needsNone = IsTransparent(m_table[id].kind) && row.leaves.empty();
-    PutRow(id, needsNone ? std::nullopt : std::optional<Row>(std::move(row)));
+    if (differs) m_rows.push_back({{id, m_keys}, before, now});
 }
 
-void Comparer::UndoLeaf(const LeafState& before, const LeafState& now, UndoEdit::At* at)
+void Comparer::OneSided(const Branch& branch, ChangeOp op, ChangeNode& change)
 {
-    if (before.data != nullptr)
-        m_undo.Restore(at, before.data);
-    else
-        m_undo.Remove(at, now.data);
-}
-
-void Comparer::Created(NodeId id, const lyd_node* now, ChangeNode& change)
-{
-    if (!IsTransparent(m_table[id].kind)) change.op = ChangeOp::kCreated;
-    auto leaves = LeavesIn(m_schema, id, now);
-    Row row = RowOf(m_table, leaves);
-    for (auto& leaf : leaves) {
-        if (leaf.data == nullptr) continue;
-        ChangeNode child;
-        child.node = leaf.node;
-        child.op = ChangeOp::kValueSet;
-        child.value = std::move(leaf.own);
-        change.children.push_back(std::move(child));
+    const bool isNew = op == ChangeOp::kCreated;
+    if (!IsPlain(branch.node)) change.op = op;
+    if (branch.row) {
+        LeavesOneSided(branch.node, *branch.row, isNew ? ChangeOp::kValueSet : ChangeOp::kDeleted, change);
+        m_rows.push_back({{branch.node, m_keys}, {}, {}});
+        (isNew ? m_rows.back().now : m_rows.back().before) = branch.row;
     }
-    if (!IsTransparent(m_table[id].kind) || !row.leaves.empty()) PutRow(id, std::move(row));
-    Below(now, change, &Comparer::Created);
-}
-
-void Comparer::Deleted(NodeId id, const lyd_node* before, ChangeNode& change)
-{
-    if (!IsTransparent(m_table[id].kind)) change.op = ChangeOp::kDeleted;
-    bool hasRow = !IsTransparent(m_table[id].kind);
-    for (const auto& leaf : LeavesIn(m_schema, id, before)) {
-        if (leaf.data == nullptr) continue;
+    for (const Branch& below : branch.below) {
         ChangeNode child;
-        child.node = leaf.node;
-        child.op = ChangeOp::kDeleted;
-        change.children.push_back(std::move(child));
-        hasRow = true;
-    }
-    if (hasRow) PutRow(id, std::nullopt);
-    Below(before, change, &Comparer::Deleted);
-}
-
-void Comparer::Below(const lyd_node* node, ChangeNode& change,
-                     void (Comparer::*what)(NodeId, const lyd_node*, ChangeNode&))
-{
-    for (const auto& [place, pair] : AllBelow(nullptr, node)) {
-        ChangeNode child;
-        child.node = place.node;
-        child.keys = place.keys;
-        m_keys.insert(m_keys.end(), place.keys.begin(), place.keys.end());
-        (this->*what)(place.node, pair.second, child);
-        m_keys.resize(m_keys.size() - place.keys.size());
-        if (child.op != ChangeOp::kNone || !child.children.empty())
+        if (Place(isNew ? nullptr : &below, isNew ? &below : nullptr, child))
             change.children.push_back(std::move(child));
     }
-    std::stable_sort(change.children.begin(), change.children.end(),
-                     [](const ChangeNode& a, const ChangeNode& b) { return a.node < b.node; });
+    SortChildren(change);
 }
 
-Comparer::Pairs Comparer::AllBelow(const lyd_node* before, const lyd_node* now) const
+void Comparer::LeavesOneSided(NodeId id, const Row& row, ChangeOp op, ChangeNode& change)
 {
-    Pairs pairs;
-    const auto add = [&](const lyd_node* parent, const lyd_node* Pair::*side) {
-        if (parent == nullptr) return;
-        for (const lyd_node* child = lyd_child(parent); child != nullptr; child = child->next)
-            if (child->schema->nodetype != LYS_LEAF)
-                pairs[{m_schema.IdOf(child->schema), KeysOf(child)}].*side = child;
-    };
-    add(before, &Pair::first);
-    add(now, &Pair::second);
-    return pairs;
+    for (const auto& [name, value] : row.leaves) {
+        ChangeNode leaf;
+        leaf.node = m_table.Child(id, name);
+        if (leaf.node == kNoNode) continue;  // of an older schema
+        leaf.op = op;
+        if (op == ChangeOp::kValueSet) leaf.value = value;
+        change.children.push_back(std::move(leaf));
+    }
 }
-
-void Comparer::PutRow(NodeId id, std::optional<Row> row) { m_rows.push_back({{id, m_keys}, std::move(row)}); }
 
 }  // namespace
 
-Difference Compare(const Schema& schema, const lyd_node* running, const lyd_node* candidate,
-                   const Touched& touched, WithUndo withUndo)
+Difference Compare(const Schema& schema, const Candidate& candidate)
 {
-    Comparer comparer(schema, withUndo == WithUndo::kYes);
-    ChangeNode root;
-    root.node = schema.Table().Size() != 0 ? 0 : kNoNode;
-    if (touched.Empty() || running == nullptr) return comparer.Result(std::move(root));
-    const NodeId top = schema.IdOf(running->schema);
-    const cdb::Place place{top, {}};
-    const auto& all = touched.Root();
-    const auto it = all.below.find(place);
-    const Touched::Node* below = it != all.below.end() ? &it->second : nullptr;
-    if (all.whole || below != nullptr)
-        comparer.Place(top, running, candidate, all.whole ? nullptr : below, nullptr, root);
-    return comparer.Result(std::move(root));
+    Comparer comparer(schema, candidate, false);
+    Difference difference;
+    const lyd_node* top = candidate.Tree();
+    difference.root.node = schema.IdOf(top->schema);
+    comparer.Trunk(difference.root.node, top, difference.root);
+    difference.rows = comparer.TakeRows();
+    return difference;
+}
+
+bool Differs(const Schema& schema, const Candidate& candidate)
+{
+    Comparer comparer(schema, candidate, true);
+    ChangeNode ignored;
+    const lyd_node* top = candidate.Tree();
+    comparer.Trunk(schema.IdOf(top->schema), top, ignored);
+    return comparer.HasRows();
 }
 
 }  // namespace cdb

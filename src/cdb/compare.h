@@ -1,37 +1,37 @@
-// What differs between running and candidate, looked for only where the candidate was touched: the
-// change set for subscribers, the rows for the store, and the edit that takes the change back.
-// Changes neither tree. Used by the datastore.
+// What differs between running and the candidate, looked for only where the candidate was touched: the change
+// set for subscribers, the rows for the store, and the rows as they were. Changes neither. Used by the
+// datastore.
 
 #ifndef CDB_COMPARE_H
 #define CDB_COMPARE_H
 
 #include <optional>
-#include <string>
 #include <vector>
 
+#include "cdb/candidate.h"
 #include "cdb/change_set.h"
 #include "cdb/store.h"
-#include "cdb/tree_touched.h"
 
 namespace cdb {
 
-/// A row that is different now; nullopt: it is gone.
+/// A row that is different now.
 struct RowChange {
     RowKey key;
-    std::optional<Row> row;
+    std::optional<Row> before;  // nullopt: there was none
+    std::optional<Row> now;     // nullopt: it is gone
     friend bool operator==(const RowChange&, const RowChange&) = default;
 };
 
 struct Difference {
     ChangeNode root;              // as in ChangeSet
     std::vector<RowChange> rows;  // parents before what is below them
-    std::string undo;             // XML content of a <config> to be merged; empty where not asked for
 };
 
-enum class WithUndo { kNo, kYes };
+/// While a Reading of the candidate lives.
+Difference Compare(const Schema& schema, const Candidate& candidate);
 
-Difference Compare(const Schema& schema, const lyd_node* running, const lyd_node* candidate,
-                   const Touched& touched, WithUndo withUndo);
+/// Whether any row differs; ends at the first one.
+bool Differs(const Schema& schema, const Candidate& candidate);
 
 }  // namespace cdb
 

@@ -21,33 +21,32 @@ Value Effective(const SchemaTable& table, const std::vector<LeafState>& leaves, 
 
 }  // namespace
 
-std::vector<LeafState> LeavesIn(const Schema& schema, NodeId id, const lyd_node* holder)
+Row RowOf(const Schema& schema, const lyd_node* holder)
 {
-    const auto& table = schema.Table();
+    // libyang keeps the children of a node in schema order.
+    Row row;
+    for (const lyd_node* child = lyd_child_no_keys(holder); child != nullptr; child = child->next) {
+        if (child->schema->nodetype != LYS_LEAF || !IsExplicit(child)) continue;
+        const auto& leaf = schema.Table()[schema.IdOf(child->schema)];
+        row.leaves.emplace_back(leaf.name, ValueOf(child, leaf.type));
+    }
+    return row;
+}
+
+std::vector<LeafState> LeavesOf(const SchemaTable& table, NodeId id, const Row& row)
+{
     std::vector<LeafState> leaves;
     leaves.reserve(table[id].children.size());
     for (const NodeId child : table[id].children) {
         if (table[child].kind != NodeKind::kLeaf || table[child].isKey) continue;
         LeafState state;
         state.node = child;
-        const lyd_node* data =
-            holder != nullptr ? FindSingle(lyd_child(holder), schema.NodeOf(child)) : nullptr;
-        if (data != nullptr && IsExplicit(data)) {
-            state.data = data;
-            state.own = ValueOf(data, table[child].type);
-        }
+        for (const auto& [name, value] : row.leaves)
+            if (name == table[child].name) state.own = value;
         leaves.push_back(std::move(state));
     }
     for (auto& leaf : leaves) leaf.effective = Effective(table, leaves, leaf);
     return leaves;
-}
-
-Row RowOf(const SchemaTable& table, const std::vector<LeafState>& leaves)
-{
-    Row row;
-    for (const auto& leaf : leaves)
-        if (leaf.data != nullptr) row.leaves.emplace_back(table[leaf.node].name, leaf.own);
-    return row;
 }
 
 }  // namespace cdb

@@ -12,18 +12,18 @@ struct lyd_node;
 
 namespace cdb {
 
+/// The explicit leaves of an entry or container of a tree, in schema order, keys left out.
+Row RowOf(const Schema& schema, const lyd_node* holder);
+
 /// One leaf of an entry or container.
 struct LeafState {
     NodeId node = kNoNode;
-    const lyd_node* data = nullptr;  // where it is explicit
-    Value own;                       // its explicit value
-    Value effective;                 // its own, else of the leaf that its default refers to, else its default
+    Value own;        // its explicit value
+    Value effective;  // its own, else of the leaf that its default refers to, else its default
 };
 
-/// The leaves in schema order, keys left out. `holder` null: nothing is explicit.
-std::vector<LeafState> LeavesIn(const Schema& schema, NodeId id, const lyd_node* holder);
-
-Row RowOf(const SchemaTable& table, const std::vector<LeafState>& leaves);
+/// All leaves that the schema has there, in schema order, keys left out.
+std::vector<LeafState> LeavesOf(const SchemaTable& table, NodeId id, const Row& row);
 
 }  // namespace cdb
 

@@ -8,11 +8,14 @@
 #include <algorithm>
 #include <new>
 
+#include "cdb/candidate_view.h"
 #include "cdb/compare.h"
 #include "cdb/edit.h"
+#include "cdb/edit_plan.h"
+#include "cdb/schema_difference.h"
 #include "cdb/tree_load.h"
-#include "cdb/tree_sync.h"
 #include "cdb/validate.h"
+#include "log/log.h"
 
 namespace cdb {
 namespace {
@@ -47,64 +50,47 @@ void RequireOneRoot(const SchemaTable& table)
 class Datastore::Impl {
 public:
     Impl(const Schema& schemaArg, Store& storeArg)
-        : schema(schemaArg), store(storeArg), validator(schemaArg), touched(schemaArg)
+        : schema(Checked(schemaArg)), store(storeArg), validator(schemaArg), candidate(TakeOver(), storeArg)
     {
-        RequireOneRoot(schema.Table());
-        store.SetSchema(schema.Table());
-        running = LoadTree(schema, store.Read());
-        if (const auto errors = validator.Everything(running.get()); !errors.empty())
-            throw FatalError("the stored configuration is not valid by the YANG modules: " + TextOf(errors) +
-                             "; start with the modules that it was written with, or restore another store");
-        lyd_node* copy = nullptr;
-        if (lyd_dup_siblings(running.get(), nullptr, LYD_DUP_RECURSIVE, &copy) != LY_SUCCESS)
-            throw std::bad_alloc();
-        candidate.reset(copy);
-        malloc_trim(0);
     }
 
-    [[nodiscard]] Difference Differ(WithUndo withUndo) const
+    std::optional<Error> Write(Difference& difference, const CommitInfo& info)
     {
-        return Compare(schema, running.get(), candidate.get(), touched, withUndo);
-    }
-
-    std::optional<Error> Write(const Difference& difference, const CommitInfo& info)
-    {
-        auto transaction = store.Begin();
-        for (const auto& change : difference.rows) {
-            if (change.row)
-                transaction.Put(change.key, *change.row);
+        auto transaction = store.Begin(candidate.Base());
+        HistoryEntry entry;
+        entry.undoRows.reserve(difference.rows.size());
+        for (auto& change : difference.rows) {
+            entry.undoRows.push_back({store.StoredKey(change.key), std::move(change.before)});
+            if (change.now)
+                transaction.Put(change.key, *change.now);
             else
                 transaction.Erase(change.key);
         }
-        HistoryEntry entry;
-        entry.commit = store.LastCommit() + 1;
+        entry.commit = candidate.Base() + 1;
         entry.timeUs = info.timeUs;
         entry.user = info.user;
         entry.source = info.source;
         entry.comment = info.comment;
-        entry.undo = difference.undo;
         transaction.Append(entry);
         return transaction.Commit();
     }
 
-    /// The candidate has become running, or running has become the candidate.
-    void Settle(lyd_node* tree, const lyd_node* model, std::size_t rows)
+    /// The candidate is as running is.
+    void Settle()
     {
-        Synchronize(schema, tree, model, touched);
-        touched.Clear();
-        if (rows > kLargeChange) malloc_trim(0);
+        const bool isLarge = candidate.Touched().size() > kLargeChange;
+        TreePtr before = candidate.Reset();
+        isVerified = true;
+        if (isLarge) garbage.push_back(std::move(before));
     }
 
-    /// Sets the leaves that a callpoint would have written: those that another leaf's default refers to.
+    /// The leaves that a callpoint would have written: those that another leaf's default refers to.
     void FillDefaults(const NewEntry& created, std::vector<std::string>& warnings)
     {
-        RowKey key{created.path.Node(), {}};
-        for (const auto& step : created.path.steps)
-            key.keys.insert(key.keys.end(), step.keys.begin(), step.keys.end());
-        lyd_node* entry = FindRow(schema, candidate.get(), key);
+        lyd_node* entry = candidate.Find({created.path.Node(), created.path.steps.back().keys});
         if (entry == nullptr) return;
         const auto& table = schema.Table();
-        for (const NodeId id : table[key.node].children) {
+        for (const NodeId id : table[created.path.Node()].children) {
             const NodeId referred = table[id].defaultRef;
             if (referred == kNoNode) continue;
             lyd_node* leaf = FindSingle(lyd_child(entry), schema.NodeOf(referred));
@@ -119,41 +105,86 @@ public:
     const Schema& schema;
     Store& store;
     Validator validator;
-    Touched touched;
-    TreePtr running;
-    TreePtr candidate;
+    cdb::Candidate candidate;
+    bool isVerified = true;  // the candidate as it is was validated
+    std::vector<TreePtr> garbage;
+
+private:
+    static const Schema& Checked(const Schema& schema)
+    {
+        RequireOneRoot(schema.Table());
+        return schema;
+    }
+
+    /// What was written with other modules has to fit these.
+    const Schema& TakeOver()
+    {
+        const SchemaTable before = store.Schema();
+        const std::string fingerprint = store.SchemaFingerprint();
+        if (fingerprint == schema.Fingerprint() && before == schema.Table()) return schema;
+        const auto changes = DifferenceOf(before, schema.Table());
+        store.SetSchema(schema.Table());
+        try {
+            CheckRows();
+        } catch (const FatalError& error) {
+            store.SetSchema(before, fingerprint);
+            const std::string obstacle = Obstacle(changes);
+            throw FatalError(error.what() + (obstacle.empty() ? std::string() : " (" + obstacle + ")"));
+        }
+        store.SetSchema(schema.Table(), schema.Fingerprint());
+        if (!store.Empty())
+            for (const SchemaChange& line : changes)
+                slog::Notice("the YANG modules have changed: {}", Describe(line));
+        return schema;
+    }
+
+    void CheckRows()
+    {
+        const auto rows = MakeRowView(store);
+        const TreePtr tree = LoadTree(schema, *rows);
+        if (const auto errors = validator.Everything(tree.get(), *rows); !errors.empty())
+            throw FatalError("the stored configuration is not valid by the YANG modules: " + TextOf(errors) +
+                             "; start with the modules that it was written with, or restore another store");
+    }
 };
 
 Datastore::Datastore(const Schema& schema, Store& store) : m_impl(std::make_unique<Impl>(schema, store)) {}
 
 Datastore::~Datastore() = default;
 
-const lyd_node* Datastore::Running() const { return m_impl->running.get(); }
+std::unique_ptr<RowView> Datastore::Running() const { return MakeRowView(m_impl->store); }
 
-const lyd_node* Datastore::Candidate() const { return m_impl->candidate.get(); }
+std::unique_ptr<RowView> Datastore::Candidate() const
+{
+    return std::make_unique<CandidateView>(m_impl->schema, m_impl->candidate);
+}
+
+std::unique_ptr<RowView> Datastore::Touched(Which which) const
+{
+    return std::make_unique<TouchedView>(m_impl->candidate,
+                                         which == Which::kRunning ? Running() : Candidate());
+}
 
 std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOperation operation) const
 {
-    EditLog log;
-    const EditWrites none;
-    Editor editor(m_impl->schema, m_impl->candidate.get(), nullptr, log, none);
-    // An error comes again when the edit is applied; what was created before it may have to stay.
-    static_cast<void>(editor.Apply(edit, operation));
-    log.RollBack();
-    return editor.Created();
+    const cdb::Candidate::Reading reading(m_impl->candidate);
+    return PlanCreations(m_impl->schema, m_impl->candidate, edit, operation);
 }
 
 std::optional<Error> Datastore::Edit(const lyd_node* edit, DefaultOperation operation, ErrorOption onError,
                                      const std::vector<LeafWrite>& writes)
 {
-    EditLog log;
+    const cdb::Candidate::Reading reading(m_impl->candidate);
+    EditLog log(m_impl->candidate);
     const EditWrites indexed(m_impl->schema.Table(), writes);
-    Editor editor(m_impl->schema, m_impl->candidate.get(), &m_impl->touched, log, indexed);
+    Editor editor(m_impl->schema, m_impl->candidate, log, indexed);
     auto error = editor.Apply(edit, operation);
-    if (error && onError == ErrorOption::kRollbackOnError)
+    if (error && onError == ErrorOption::kRollbackOnError) {
         log.RollBack();
-    else
-        log.Keep();
+        return error;
+    }
+    m_impl->isVerified = false;
+    log.Keep();
     return error;
 }
 
@@ -165,60 +196,108 @@ std::vector<Error> Datastore::EditAndTest(const lyd_node* edit, DefaultOperation
         auto error = Edit(edit, operation, onError, writes);
         return error ? std::vector{std::move(*error)} : std::vector<Error>{};
     }
-    EditLog log;
+    const cdb::Candidate::Reading reading(m_impl->candidate);
+    EditLog log(m_impl->candidate);
     const EditWrites indexed(m_impl->schema.Table(), writes);
-    Editor editor(m_impl->schema, m_impl->candidate.get(), &m_impl->touched, log, indexed);
+    Editor editor(m_impl->schema, m_impl->candidate, log, indexed);
     std::vector<Error> errors;
     if (auto error = editor.Apply(edit, operation))
         errors.push_back(std::move(*error));
     else
-        errors = Validate();
-    if (errors.empty() && test == TestOption::kTestThenSet)
+        errors = m_impl->validator.Check(m_impl->candidate);
+    if (errors.empty() && test == TestOption::kTestThenSet) {
+        m_impl->isVerified = true;
         log.Keep();
-    else
+    } else {
         log.RollBack();
+    }
     return errors;
 }
 
-bool Datastore::Changed() const { return !m_impl->Differ(WithUndo::kNo).rows.empty(); }
+bool Datastore::Changed() const
+{
+    const cdb::Candidate::Reading reading(m_impl->candidate);
+    return Differs(m_impl->schema, m_impl->candidate);
+}
 
 std::vector<Error> Datastore::Validate()
 {
-    return m_impl->validator.Touched(m_impl->running.get(), m_impl->candidate.get(), m_impl->touched);
+    if (m_impl->isVerified) return {};
+    const cdb::Candidate::Reading reading(m_impl->candidate);
+    auto errors = m_impl->validator.Check(m_impl->candidate);
+    m_impl->isVerified = errors.empty();
+    return errors;
 }
 
 ChangeSet Datastore::Changes() const
 {
-    return {m_impl->store.LastCommit() + 1, m_impl->Differ(WithUndo::kNo).root};
+    const cdb::Candidate::Reading reading(m_impl->candidate);
+    return {m_impl->candidate.Base() + 1, Compare(m_impl->schema, m_impl->candidate).root};
 }
 
 std::variant<ChangeSet, std::vector<Error>> Datastore::Commit(const CommitInfo& info)
 {
     if (auto errors = Validate(); !errors.empty()) return errors;
-    auto difference = m_impl->Differ(WithUndo::kYes);
-    if (difference.rows.empty()) {
-        m_impl->Settle(m_impl->candidate.get(), m_impl->running.get(), 0);
-        return ChangeSet{m_impl->store.LastCommit(), std::move(difference.root)};
+    Difference difference;
+    {
+        const cdb::Candidate::Reading reading(m_impl->candidate);
+        difference = Compare(m_impl->schema, m_impl->candidate);
     }
-    if (auto error = m_impl->Write(difference, info)) return std::vector<Error>{std::move(*error)};
-    m_impl->Settle(m_impl->running.get(), m_impl->candidate.get(), difference.rows.size());
-    return ChangeSet{m_impl->store.LastCommit(), std::move(difference.root)};
+    if (!difference.rows.empty())
+        if (auto error = m_impl->Write(difference, info)) return std::vector<Error>{std::move(*error)};
+    m_impl->Settle();
+    return ChangeSet{m_impl->candidate.Base(), std::move(difference.root)};
 }
 
-void Datastore::Discard() { m_impl->Settle(m_impl->candidate.get(), m_impl->running.get(), 0); }
+void Datastore::Discard() { m_impl->Settle(); }
+
+std::optional<Error> Datastore::Undo(const HistoryEntry& entry)
+{
+    m_impl->isVerified = false;
+    if (!entry.undo.empty()) {  // of an older program: an edit
+        lyd_node* parsed = nullptr;
+        const auto result = lyd_parse_data_mem(m_impl->schema.Context(), entry.undo.c_str(), LYD_XML,
+                                               LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &parsed);
+        const TreePtr edit(parsed);
+        if (result == LY_SUCCESS)
+            return Edit(edit.get(), DefaultOperation::kMerge, ErrorOption::kRollbackOnError, {});
+        return Error{.tag = ErrorTag::kOperationFailed,
+                     .message = "what undoes commit " + std::to_string(entry.commit) +
+                                " does not fit the YANG modules: " + LastMessage(m_impl->schema.Context())};
+    }
+    cdb::Candidate::RowChanges rows;
+    for (const auto& each : entry.undoRows) {
+        auto key = m_impl->store.RowKeyOf(each.key);
+        if (!key) continue;  // of a node that the schema has no more
+        rows.emplace(std::pair(key->node, std::move(key->keys)), each.row);
+    }
+    m_impl->candidate.Patch(rows);
+    return std::nullopt;
+}
+
+void Datastore::TidyUp()
+{
+    if (m_impl->garbage.empty()) return;
+    m_impl->garbage.clear();
+    malloc_trim(0);
+}
 
 std::vector<Error> Datastore::Initialize(const lyd_node* content, const CommitInfo& info,
                                          std::vector<std::string>& warnings)
 {
-    EditLog log;
-    const EditWrites none;
-    Editor editor(m_impl->schema, m_impl->candidate.get(), &m_impl->touched, log, none);
-    if (auto error = editor.Apply(content, DefaultOperation::kMerge)) {
-        log.RollBack();
-        return {std::move(*error)};
+    {
+        const cdb::Candidate::Reading reading(m_impl->candidate);
+        EditLog log(m_impl->candidate);
+        const EditWrites none;
+        Editor editor(m_impl->schema, m_impl->candidate, log, none);
+        m_impl->isVerified = false;
+        if (auto error = editor.Apply(content, DefaultOperation::kMerge)) {
+            log.RollBack();
+            return {std::move(*error)};
+        }
+        log.Keep();
+        for (const auto& created : editor.Created()) m_impl->FillDefaults(created, warnings);
     }
-    log.Keep();
-    for (const auto& created : editor.Created()) m_impl->FillDefaults(created, warnings);
     auto result = Commit(info);
     if (auto* errors = std::get_if<std::vector<Error>>(&result)) {
         Discard();

@@ -1,7 +1,7 @@
-// The running and candidate datastores. Running is a libyang tree in memory, with the store behind
-// it; the candidate is a second tree, edited in place and kept in step. Every operation costs in
-// proportion to what it touches, not to the configuration. Knows no session and no lock: one
-// caller, one operation at a time.
+// The running and candidate datastores. Running is what the store holds; the candidate is running and, in
+// memory, what was touched since. Every operation costs in proportion to what it touches, not to the
+// configuration. Knows no session and no lock. One thread at a time calls its functions, but for Running,
+// which any thread may call at any time.
 
 #ifndef CDB_DATASTORE_H
 #define CDB_DATASTORE_H
@@ -10,14 +10,17 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
 #include "cdb/change_set.h"
 #include "cdb/error.h"
 #include "cdb/path.h"
+#include "cdb/row_view.h"
 #include "cdb/schema.h"
 #include "cdb/store.h"
+#include "cdb/tree.h"
 
 struct lyd_node;
 
@@ -54,16 +57,19 @@ struct CommitInfo {
 
 class Datastore {
 public:
-    /// Reads running back from the store. Throws FatalError where rows can't be read by the schema
+    /// Throws FatalError where the store was written with other modules and its rows can't be read by these
     /// (naming the row) or do not validate. `schema` and `store` must outlive it.
     Datastore(const Schema& schema, Store& store);
     ~Datastore();
 
-    /// The trees, first top-level sibling; null when empty. Owned here, valid until the next change.
-    /// Explicit values and the defaults that libyang added, flagged as such. Siblings of one list are
-    /// in no particular order.
-    [[nodiscard]] const lyd_node* Running() const;
-    [[nodiscard]] const lyd_node* Candidate() const;
+    /// The rows as of now. Of the candidate: until the next change of it.
+    [[nodiscard]] std::unique_ptr<RowView> Running() const;
+    [[nodiscard]] std::unique_ptr<RowView> Candidate() const;
+
+    /// Of the outermost lists only the entries that the candidate may differ in from running. Until the next
+    /// change of the candidate.
+    enum class Which : std::uint8_t { kRunning, kCandidate };
+    [[nodiscard]] std::unique_ptr<RowView> Touched(Which which) const;
 
     /// Which entries of lists with a callpoint the edit would create, in the edit's order. `edit` is
     /// the parsed content of <config> (first sibling), with the nc:operation attributes as metadata
@@ -101,6 +107,13 @@ public:
 
     /// Makes the candidate equal to running.
     void Discard();
+
+    /// Takes a commit back in the candidate: the rows that it changed are as they were before it. No
+    /// callpoint has a say. `entry`: with its undo (Store::HistoryUndo).
+    [[nodiscard]] std::optional<Error> Undo(const HistoryEntry& entry);
+
+    /// Frees what commits and discards have left behind. To be called when no answer is waited for.
+    void TidyUp();
 
     /// Loads a first configuration (no callpoint is called) into candidate and commits it. `warnings`
     /// gets one text an entry whose default no callpoint has written.

@@ -35,12 +35,13 @@ bool IsTwin(const lyd_node* leaf)
 
 }  // namespace
 
-Editor::Editor(const Schema& schema, lyd_node* tree, Touched* touched, EditLog& log, const EditWrites& writes)
+Editor::Editor(const Schema& schema, Candidate& candidate, EditLog& log, const EditWrites& writes,
+               Depth depth)
     : m_schema(schema),
-      m_tree(tree),
-      m_touched(touched),
+      m_candidate(candidate),
       m_log(log),
       m_writes(writes),
+      m_depth(depth),
       m_asksBelow(schema.Table().Size(), false)
 {
     for (const auto& node : schema.Table().Nodes()) {
@@ -74,6 +75,7 @@ Editor::Result Editor::ApplyNode(const lyd_node* edit, EditOp inherited, lyd_nod
     if (const auto* error = std::get_if<Error>(&own)) return *error;
     const auto operation = std::get<EditOp>(own);
     if (lysc_is_key(edit->schema)) {
+        if (IsTwin(edit)) return GivenTwice(edit);
         if (edit->meta != nullptr && (operation == EditOp::kDelete || operation == EditOp::kRemove))
             return KeyCannotGo(edit);
         return std::nullopt;
@@ -144,7 +146,8 @@ Editor::Result Editor::ApplyContainer(const lyd_node* edit, EditOp operation, ly
         container = MakeContainer(parent, edit->schema);
         m_log.Made(container);
     }
-    const bool isThere = IsExplicit(container);
+    const bool isTrunk = m_candidate.IsTrunk(container->schema);
+    const bool isThere = isTrunk ? m_candidate.HasContent(container) : IsExplicit(container);
     switch (operation) {
     case EditOp::kCreate:
         if (isThere) return DataExists(edit);
@@ -167,29 +170,28 @@ Editor::Result Editor::ApplyContainer(const lyd_node* edit, EditOp operation, ly
 
 Editor::Result Editor::ApplyEntry(const lyd_node* edit, EditOp operation, lyd_node* parent)
 {
-    lyd_node* present = nullptr;  // stays so where there is none
-    static_cast<void>(lyd_find_sibling_first(SiblingsBelow(parent), edit, &present));
+    const bool isThere = IsPresent(edit, parent);
     switch (operation) {
     case EditOp::kCreate:
-        if (present != nullptr) return DataExists(edit);
+        if (isThere) return DataExists(edit);
         return Create(edit, operation, parent);
     case EditOp::kReplace:
-        if (present != nullptr) TakeOut(present);
+        if (isThere) TakeOutPresent(edit, parent);
         return Create(edit, operation, parent);
     case EditOp::kDelete:
-        if (present == nullptr) return NothingToDelete(edit);
+        if (!isThere) return NothingToDelete(edit);
         [[fallthrough]];
     case EditOp::kRemove:
-        if (present != nullptr) TakeOut(present);
+        if (isThere) TakeOutPresent(edit, parent);
         return std::nullopt;
     case EditOp::kMerge:
-        if (present == nullptr) return Create(edit, operation, parent);
+        if (!isThere) return Create(edit, operation, parent);
         break;
     case EditOp::kNone:
-        if (present == nullptr) return NothingThere(edit);
+        if (!isThere) return NothingThere(edit);
         break;
     }
-    return ApplySiblings(lyd_child(edit), operation, present);
+    return ApplySiblings(lyd_child(edit), operation, FindPresent(edit, parent));
 }
 
 }  // namespace cdb

@@ -1,6 +1,5 @@
-// Applies one edit (RFC 6241, section 7.2) to a tree in place. Every change goes into the log that it
-// is given, and every place changed into the record of what was touched. Whether the result is
-// valid is not looked at here. Used by the datastore.
+// Applies one edit (RFC 6241, section 7.2) to the candidate in place. Every change goes into the log that it
+// is given. Whether the result is valid is not looked at here. Used by the datastore.
 
 #ifndef CDB_EDIT_H
 #define CDB_EDIT_H
@@ -9,19 +8,21 @@
 #include <unordered_set>
 #include <vector>
 
+#include "cdb/candidate.h"
 #include "cdb/datastore.h"
 #include "cdb/edit_log.h"
 #include "cdb/edit_operation.h"
 #include "cdb/edit_writes.h"
-#include "cdb/tree_touched.h"
 
 namespace cdb {
 
 class Editor {
 public:
-    /// `touched` null: this only finds out which entries would be created; the log is to be rolled
-    /// back.
-    Editor(const Schema& schema, lyd_node* tree, Touched* touched, EditLog& log, const EditWrites& writes);
+    /// While a Reading of the candidate lives. `kWayOnly`: new entries are made without their content, to
+    /// find out which there are; the log is to be rolled back then.
+    enum class Depth { kAll, kWayOnly };
+    Editor(const Schema& schema, Candidate& candidate, EditLog& log, const EditWrites& writes,
+           Depth depth = Depth::kAll);
 
     /// The first error; what was applied before it stays applied.
     std::optional<Error> Apply(const lyd_node* edit, DefaultOperation operation);
@@ -48,20 +49,25 @@ private:
     [[nodiscard]] bool IsThere(const lyd_node* leaf) const;
     void Set(const lyd_node* edit, lyd_node* present, lyd_node* parent);
     void Unset(lyd_node* leaf);
-    void TakeOut(lyd_node* node);
+    /// Where the edit's entry or presence container stands; null: nowhere.
+    lyd_node* FindPresent(const lyd_node* edit, lyd_node* parent);
+    /// The same without loading it.
+    [[nodiscard]] bool IsPresent(const lyd_node* edit, const lyd_node* parent) const;
+    void TakeOutPresent(const lyd_node* edit, lyd_node* parent);
+
     /// Takes out everything explicit in a plain container; returns the container that stands there now.
     lyd_node* Empty(lyd_node* container);
+    void EmptyTrunk(lyd_node* container);
+    void EmptyList(NodeId list);
     void EmptyUnmentioned(const lyd_node* edit);
 
-    void MarkLeaves(const lyd_node* parent);
-    void MarkWhole(const lyd_node* node);
     [[nodiscard]] lyd_node* SiblingsBelow(const lyd_node* parent) const;
 
     const Schema& m_schema;
-    lyd_node* const m_tree;
-    Touched* const m_touched;
+    Candidate& m_candidate;
     EditLog& m_log;
     const EditWrites& m_writes;
+    const Depth m_depth;
     std::vector<NewEntry> m_created;
     std::vector<bool> m_asksBelow;                             // by NodeId: a list below has a callpoint
     std::unordered_set<const lyd_node*> m_writtenByCallpoint;  // leaves: absent for the rest of the edit

@@ -23,10 +23,9 @@ Editor::Result Editor::Create(const lyd_node* edit, EditOp operation, lyd_node* 
 {
     const NodeId id = m_schema.IdOf(edit->schema);
     const bool isPlain = !m_asksBelow[id] && IsPlain(edit);
-    const bool isPlanning = m_touched == nullptr;
+    const bool isPlanning = m_depth == Depth::kWayOnly;
     lyd_node* made = Copy(edit, parent, isPlain && !isPlanning);
     m_log.Made(made);
-    MarkWhole(made);
     const auto& callpoint = m_schema.Table()[id].callpoint;
     if (!callpoint.empty()) Report(made, callpoint);
     ++m_fresh;
@@ -93,7 +92,6 @@ bool Editor::IsThere(const lyd_node* leaf) const
 
 void Editor::Set(const lyd_node* edit, lyd_node* present, lyd_node* parent)
 {
-    MarkLeaves(parent);
     if (present == nullptr) {
         m_log.Made(Copy(edit, parent, false));
         return;
@@ -106,7 +104,6 @@ void Editor::Set(const lyd_node* edit, lyd_node* present, lyd_node* parent)
 
 void Editor::Unset(lyd_node* leaf)
 {
-    MarkLeaves(lyd_parent(leaf));
     const lyd_value* byDefault = reinterpret_cast<const lysc_node_leaf*>(leaf->schema)->dflt;
     if (byDefault != nullptr)
         m_log.Change(leaf, lyd_value_get_canonical(m_schema.Context(), byDefault), true);
@@ -114,38 +111,85 @@ void Editor::Unset(lyd_node* leaf)
         m_log.TakeOut(leaf);
 }
 
-void Editor::TakeOut(lyd_node* node)
+bool Editor::IsPresent(const lyd_node* edit, const lyd_node* parent) const
 {
-    MarkWhole(node);
-    m_log.TakeOut(node);
+    if (m_candidate.IsUnit(edit->schema)) return m_candidate.Exists(m_candidate.PlaceOf(edit));
+    lyd_node* present = nullptr;  // stays so where there is none
+    static_cast<void>(lyd_find_sibling_first(SiblingsBelow(parent), edit, &present));
+    return present != nullptr;
+}
+
+lyd_node* Editor::FindPresent(const lyd_node* edit, lyd_node* parent)
+{
+    if (m_candidate.IsUnit(edit->schema)) return m_candidate.Find(m_candidate.PlaceOf(edit));
+    lyd_node* present = nullptr;
+    static_cast<void>(lyd_find_sibling_first(SiblingsBelow(parent), edit, &present));
+    return present;
+}
+
+void Editor::TakeOutPresent(const lyd_node* edit, lyd_node* parent)
+{
+    if (m_candidate.IsUnit(edit->schema)) {
+        const Place place = m_candidate.PlaceOf(edit);
+        const auto it = m_candidate.Touched().find(place);
+        if (it == m_candidate.Touched().end())
+            m_log.Hide(place);
+        else if (it->second.node != nullptr)
+            m_log.TakeOut(it->second.node);
+        return;
+    }
+    lyd_node* present = FindPresent(edit, parent);
+    // What is outside of the tree, below a presence container of the trunk, goes too.
+    if (m_candidate.IsTrunk(present->schema)) EmptyTrunk(present);
+    m_log.TakeOut(present);
 }
 
 lyd_node* Editor::Empty(lyd_node* container)
 {
+    if (m_candidate.IsTrunk(container->schema)) {
+        EmptyTrunk(container);
+        return container;
+    }
     if (!IsExplicit(container)) return container;
-    if (lyd_node* parent = lyd_parent(container); parent != nullptr) {
-        TakeOut(container);
-        lyd_node* fresh = MakeContainer(parent, container->schema);
-        m_log.Made(fresh);
-        return fresh;
+    lyd_node* parent = lyd_parent(container);
+    m_log.TakeOut(container);
+    lyd_node* fresh = MakeContainer(parent, container->schema);
+    m_log.Made(fresh);
+    return fresh;
+}
+
+void Editor::EmptyTrunk(lyd_node* container)
+{
+    const auto& table = m_schema.Table();
+    for (const NodeId id : table[m_schema.IdOf(container->schema)].children) {
+        if (table[id].kind == NodeKind::kList) {
+            EmptyList(id);
+            continue;
+        }
+        lyd_node* child = FindSingle(lyd_child(container), m_schema.NodeOf(id));
+        if (child == nullptr) continue;
+        if (table[id].kind == NodeKind::kLeaf) {
+            if (IsExplicit(child)) Unset(child);
+            continue;
+        }
+        EmptyTrunk(child);
+        if (table[id].kind == NodeKind::kPresenceContainer) m_log.TakeOut(child);
     }
-    lyd_node* next = nullptr;
-    for (lyd_node* child = lyd_child(container); child != nullptr; child = next) {
-        next = child->next;
-        if (!IsExplicit(child)) continue;
-        if (child->schema->nodetype == LYS_LEAF)
-            Unset(child);
-        else if (child->schema->nodetype == LYS_CONTAINER && (child->schema->flags & LYS_PRESENCE) == 0)
-            Empty(child);
-        else
-            TakeOut(child);
-    }
-    return container;
+}
+
+void Editor::EmptyList(NodeId list)
+{
+    std::vector<lyd_node*> standing;
+    const auto& touched = m_candidate.Touched();
+    for (auto it = touched.lower_bound({list, {}}); it != touched.end() && it->first.node == list; ++it)
+        if (it->second.node != nullptr) standing.push_back(it->second.node);
+    for (lyd_node* unit : standing) m_log.TakeOut(unit);
+    for (const Place& unit : m_candidate.Untouched(list)) m_log.Hide(unit);
 }
 
 void Editor::EmptyUnmentioned(const lyd_node* edit)
 {
-    for (lyd_node* top = m_tree; top != nullptr; top = top->next) {
+    for (lyd_node* top = m_candidate.Tree(); top != nullptr; top = top->next) {
         bool isMentioned = false;
         for (const lyd_node* node = edit; node != nullptr; node = node->next)
             isMentioned = isMentioned || node->schema == top->schema;
@@ -153,20 +197,9 @@ void Editor::EmptyUnmentioned(const lyd_node* edit)
     }
 }
 
-void Editor::MarkLeaves(const lyd_node* parent)
-{
-    // What is inside an entry just made is marked with the entry.
-    if (m_touched != nullptr && m_fresh == 0) m_touched->MarkLeaves(parent);
-}
-
-void Editor::MarkWhole(const lyd_node* node)
-{
-    if (m_touched != nullptr && m_fresh == 0) m_touched->MarkWhole(node);
-}
-
 lyd_node* Editor::SiblingsBelow(const lyd_node* parent) const
 {
-    return parent != nullptr ? lyd_child(parent) : m_tree;
+    return parent != nullptr ? lyd_child(parent) : m_candidate.Tree();
 }
 
 }  // namespace cdb

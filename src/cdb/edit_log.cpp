@@ -24,6 +24,7 @@ void SetLeaf(lyd_node* leaf, const char* text, bool asDefault)
 void EditLog::Made(lyd_node* node)
 {
     if (IsExplicit(node)) ClearDefaultFlag(lyd_parent(node));
+    if (m_candidate.IsUnit(node->schema)) m_candidate.Stands(node);
     Step step;
     step.node = node;
     m_changes.push_back(std::move(step));
@@ -33,9 +34,18 @@ void EditLog::TakeOut(lyd_node* node)
 {
     Step step;
     step.parent = lyd_parent(node);
+    if (m_candidate.IsUnit(node->schema)) m_candidate.Leaves(node);
     lyd_unlink_tree(node);
     RefreshDefaultFlag(step.parent);
     step.taken.reset(node);
+    m_changes.push_back(std::move(step));
+}
+
+void EditLog::Hide(const Place& unit)
+{
+    m_candidate.Hide(unit);
+    Step step;
+    step.hidden = std::make_unique<Place>(unit);
     m_changes.push_back(std::move(step));
 }
 
@@ -60,15 +70,19 @@ void EditLog::RollBack()
 
 void EditLog::TakeBack(Step& step)
 {
-    if (step.taken) {
+    if (step.hidden) {
+        m_candidate.Show(*step.hidden);
+    } else if (step.taken) {
         // It stood there before: the schema can't object.
         lyd_node* node = step.taken.release();
         static_cast<void>(lyd_insert_child(step.parent, node));
         if (IsExplicit(node)) ClearDefaultFlag(step.parent);
+        if (m_candidate.IsUnit(node->schema)) m_candidate.Stands(node);
     } else if (step.changed) {
         SetLeaf(step.node, step.text.c_str(), step.wasDefault);
     } else {
         lyd_node* parent = lyd_parent(step.node);
+        if (m_candidate.IsUnit(step.node->schema)) m_candidate.Leaves(step.node);
         lyd_free_tree(step.node);
         RefreshDefaultFlag(parent);
     }

@@ -7,14 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "cdb/tree.h"
+#include "cdb/candidate.h"
 
 namespace cdb {
 
 class EditLog {
 public:
-    /// `tree`: any top-level node of the tree that the edit changes.
-    EditLog() = default;
+    explicit EditLog(Candidate& candidate) : m_candidate(candidate) {}
     ~EditLog() = default;
     EditLog(const EditLog&) = delete;
     EditLog& operator=(const EditLog&) = delete;
@@ -24,6 +23,9 @@ public:
 
     /// Takes the node out of the tree. Top-level nodes stay in their tree for ever.
     void TakeOut(lyd_node* node);
+
+    /// A unit of running that was not touched is gone.
+    void Hide(const Place& unit);
 
     /// Gives the leaf another canonical value, explicit or as its default.
     void Change(lyd_node* leaf, const char* text, bool asDefault);
@@ -39,12 +41,14 @@ private:
         lyd_node* node = nullptr;  // made, or changed
         TreePtr taken;             // taken out of `parent`
         lyd_node* parent = nullptr;
+        std::unique_ptr<Place> hidden;
         std::string text;  // the leaf's value before
         bool wasDefault = false;
         bool changed = false;
     };
     void TakeBack(Step& step);
 
+    Candidate& m_candidate;
     std::vector<Step> m_changes;
 };
 

@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <array>
-#include <unordered_map>
+#include <cstdint>
 
 #include "cdb/schema_derive.h"
+#include "cdb/schema_fingerprint.h"
+#include "cdb/schema_reach.h"
 
 namespace cdb {
 namespace {
@@ -101,18 +103,26 @@ public:
         LoadModules(context.get(), directory);
         ly_err_clean(context.get(), nullptr);
         derived = DeriveSchema(context.get());
-        for (std::size_t i = 0; i < derived.compiled.size(); ++i)
-            ids.emplace(derived.compiled[i], static_cast<NodeId>(i));
+        fingerprint = FingerprintOf(context.get());
+        for (std::size_t i = 0; i < derived.compiled.size(); ++i) {
+            // libyang leaves this member to its user. One more than the number, since 0 is what it begins
+            // with.
+            auto* node = const_cast<lysc_node*>(derived.compiled[i]);
+            node->priv = reinterpret_cast<void*>(static_cast<std::uintptr_t>(i) + 1);
+        }
     }
 
     ContextOwner context;
     DerivedSchema derived;
-    std::unordered_map<const lysc_node*, NodeId> ids;
+    std::string fingerprint;
+    Reach reach;
 };
 
 std::unique_ptr<Schema> Schema::Load(const fs::path& directory)
 {
-    return std::unique_ptr<Schema>(new Schema(std::make_unique<Impl>(directory)));
+    auto schema = std::unique_ptr<Schema>(new Schema(std::make_unique<Impl>(directory)));
+    schema->m_impl->reach = ExamineConstraints(*schema);
+    return schema;
 }
 
 Schema::Schema(std::unique_ptr<Impl> impl) : m_impl(std::move(impl)) {}
@@ -125,15 +135,19 @@ const SchemaTable& Schema::Table() const { return m_impl->derived.table; }
 
 NodeId Schema::IdOf(const lysc_node* node) const
 {
-    const auto it = m_impl->ids.find(node);
-    return it == m_impl->ids.end() ? kNoNode : it->second;
+    const auto number = node != nullptr ? reinterpret_cast<std::uintptr_t>(node->priv) : 0;
+    return number == 0 ? kNoNode : static_cast<NodeId>(number - 1);
 }
+
+const Reach& Schema::Constraints() const { return m_impl->reach; }
 
 const lysc_node* Schema::NodeOf(NodeId id) const
 {
     const auto& compiled = m_impl->derived.compiled;
     return id < compiled.size() ? compiled[id] : nullptr;
 }
+
+const std::string& Schema::Fingerprint() const { return m_impl->fingerprint; }
 
 std::vector<Schema::Module> Schema::Modules() const
 {

@@ -16,6 +16,8 @@ struct lysc_node;
 
 namespace cdb {
 
+struct Reach;
+
 class Schema {
 public:
     /// Loads our modules from `directory` and the IETF modules that NETCONF needs from their installed
@@ -32,6 +34,9 @@ public:
     [[nodiscard]] NodeId IdOf(const lysc_node* node) const;
     [[nodiscard]] const lysc_node* NodeOf(NodeId id) const;
 
+    /// How far the constraints of the configuration reach (schema_reach.h).
+    [[nodiscard]] const Reach& Constraints() const;
+
     /// The implemented modules: name, revision (may be empty), namespace; for hello and yang-library.
     struct Module {
         std::string name;
@@ -39,6 +44,10 @@ public:
         std::string ns;
     };
     [[nodiscard]] std::vector<Module> Modules() const;
+
+    /// Stands for the text of all modules that take part, imported ones too, and for libyang's version: what
+    /// was valid by a schema is valid by one with the same fingerprint.
+    [[nodiscard]] const std::string& Fingerprint() const;
 
 private:
     class Impl;

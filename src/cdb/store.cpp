@@ -1,14 +1,15 @@
-// The write side of the store: opening and making it, the schema, the history and the faults.
-// Transactions: store_transaction.cpp.
+// The write side of the store, put together of its parts: the schema, the history and the faults.
 
 #include "cdb/store.h"
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <mutex>
 
+#include "cdb/row_view.h"
 #include "cdb/store_check.h"
+#include "cdb/store_copy.h"
 #include "cdb/store_environment.h"
-#include "cdb/store_lock.h"
+#include "cdb/store_history.h"
+#include "cdb/store_place.h"
 #include "cdb/store_snapshot.h"
 #include "cdb/store_transaction.h"
 
@@ -17,65 +18,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr fs::perms kDirectoryMode = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec;
-constexpr fs::perms kDataMode = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
 // Readers note themselves there.
 constexpr fs::perms kLockMode = kDataMode | fs::perms::group_write;
 constexpr std::size_t kLongestFaultText = 4096;
 
-void MakeDirectory(const fs::path& directory)
-{
-    std::error_code error;
-    if (fs::create_directories(directory, error)) fs::permissions(directory, kDirectoryMode, error);
-    if (error) throw FatalError("the directory " + directory.string() + " can't be made: " + error.message());
-}
-
-void SyncDirectory(const fs::path& directory)
-{
-    const int file = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (file < 0) return;
-    fsync(file);
-    close(file);
-}
-
-/// Makes an empty store aside and moves it in place, so that there is a whole one or none.
-void MakeStore(const fs::path& directory, std::size_t mapSize)
-{
-    const fs::path aside = directory / "new";
-    std::error_code error;
-    fs::remove_all(aside, error);  // what a process has left that died in here
-    try {
-        MakeDirectory(aside);
-        Environment(aside, Environment::Access::kWrite, mapSize).MakeDatabases();
-        fs::permissions(aside / kDataFile, kDataMode);
-        fs::rename(aside / kDataFile, directory / kDataFile);
-    } catch (const std::exception& failure) {
-        fs::remove_all(aside, error);
-        throw FatalError("a store can't be made in " + directory.string() + ": " + failure.what());
-    }
-    fs::remove_all(aside, error);
-    SyncDirectory(directory);
-}
-
-/// The directory, locked, with a store in it that may be opened.
-std::unique_ptr<WriterLock> Prepare(const fs::path& directory, std::size_t mapSize)
-{
-    MakeDirectory(directory);
-    auto lock = std::make_unique<WriterLock>(directory);
-    std::error_code error;
-    if (fs::exists(directory / kDataFile, error))
-        CheckStore(directory);
-    else if (error)
-        throw FatalError((directory / kDataFile).string() + " can't be looked at: " + error.message());
-    else
-        MakeStore(directory, mapSize);
-    return lock;
-}
-
 /// The newest records of a database first.
-template <typename Record>
+template <typename Record, typename RecordOf>
 std::vector<Record> Newest(Environment& environment, MDB_dbi database, std::size_t limit,
-                           std::optional<Record> (*recordOf)(std::string_view))
+                           const RecordOf& recordOf)
 {
     std::vector<Record> records;
     auto reading = environment.BeginReading();
@@ -103,23 +53,81 @@ class Store::Impl {
 public:
     Impl(const fs::path& directory, const StoreOptions& wanted)
         : options(wanted),
-          lock(Prepare(directory, wanted.mapSize)),
-          environment(std::make_shared<Environment>(directory, Environment::Access::kWrite, wanted.mapSize))
+          place(PreparePlace(directory, wanted)),
+          environment(std::make_shared<Environment>(directory, Environment::Access::kWrite, wanted.mapSize)),
+          writer(std::make_shared<StoreWriter>(environment, wanted))
     {
-        environment->UseDatabases();
+        environment->UseOrAddDatabases();
         std::error_code error;  // the files may belong to somebody who lets us use them
         fs::permissions(directory / kDataFile, kDataMode, error);
         fs::permissions(directory / kLockFile, kLockMode, error);
         auto reading = environment->BeginReading();
-        keys = std::make_shared<const codec::RowKeys>(StoredSchema(*environment, reading->transaction));
+        m_keys = std::make_shared<const codec::RowKeys>(StoredSchema(*environment, reading->transaction));
+        m_fingerprint = environment->Meta(reading->transaction, codec::kFingerprintKey).value_or("");
         environment->EndReading(std::move(reading));
+        if (place.recordedMap != 0 && place.recordedMap < wanted.mapSize) TellReadersOfTheMap();
+    }
+
+    /// What was made of a lost store and got no content is not kept: its directory stays one that is refused.
+    ~Impl()
+    {
+        const fs::path directory = environment->Directory();
+        const bool lost = place.remade && LastCommit() == 0;
+        writer.reset();
+        environment.reset();
+        if (lost) LoseAgain(directory);
+    }
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    std::uint64_t LastCommit() const { return StoreReader::Snapshot::Impl(environment, Keys()).Commit(); }
+
+    std::shared_ptr<const codec::RowKeys> Keys() const
+    {
+        const std::lock_guard hold(m_mutex);
+        return m_keys;
+    }
+
+    std::string Fingerprint() const
+    {
+        const std::lock_guard hold(m_mutex);
+        return m_fingerprint;
+    }
+
+    void SetSchema(const SchemaTable& schema, const std::string& fingerprint)
+    {
+        const std::lock_guard hold(m_mutex);
+        if (!(schema == m_keys->Schema())) m_keys = std::make_shared<const codec::RowKeys>(schema);
+        m_fingerprint = fingerprint;
+    }
+
+    /// One durable write, where no other is under way.
+    std::optional<Error> Write(const std::string& what, const StoreWriter::Apply& apply)
+    {
+        if (!writer->Slot().Take()) return SlotTaken(what);
+        auto error = writer->Do(what, apply);
+        writer->Slot().GiveBack();
+        return error;
     }
 
     StoreOptions options;
-    std::unique_ptr<WriterLock> lock;  // given up after the environment is closed
+    StorePlace place;  // its lock is given up after the environment is closed
     std::shared_ptr<Environment> environment;
-    std::shared_ptr<const codec::RowKeys> keys;
-    WriteSlot slot;
+    std::shared_ptr<StoreWriter> writer;
+
+private:
+    /// A reader takes the map's size from the file, where the next write puts it.
+    void TellReadersOfTheMap()
+    {
+        // Without space the file does not outgrow the old map either.
+        static_cast<void>(Write("enlarging the map", [this](WriteTransaction& write) {
+            write.PutSealed(environment->meta, codec::kFormatKey, codec::FormatMark());
+        }));
+    }
+
+    mutable std::mutex m_mutex;
+    std::shared_ptr<const codec::RowKeys> m_keys;
+    std::string m_fingerprint;
 };
 
 std::unique_ptr<Store> Store::Open(const fs::path& directory, const StoreOptions& options)
@@ -133,51 +141,136 @@ Store::~Store() = default;
 
 const fs::path& Store::Directory() const { return m_impl->environment->Directory(); }
 
+StoreFigures Store::Check(const fs::path& directory)
+{
+    std::error_code error;
+    if (!fs::exists(directory / kDataFile, error))
+        throw FatalError("there is no store in " + directory.string() + "; is it the right --state-dir?");
+    const WriterLock lock(directory);
+    return CheckStore(directory, CheckDepth::kEverything);
+}
+
 bool Store::Empty() const { return LastCommit() == 0; }
 
-std::uint64_t Store::LastCommit() const { return Read().Commit(); }
+std::uint64_t Store::LastCommit() const { return m_impl->LastCommit(); }
 
-void Store::SetSchema(const SchemaTable& schema)
+void Store::SetSchema(const SchemaTable& schema, const std::string& fingerprint)
 {
-    if (schema == m_impl->keys->Schema()) return;
-    WriteTransaction write(m_impl->environment, m_impl->slot, "storing the schema");
-    write.Put(m_impl->environment->meta, codec::kSchemaKey, schema.Serialize());
-    if (const auto error = write.Commit()) throw FatalError(error->message);
-    m_impl->keys = std::make_shared<const codec::RowKeys>(schema);
+    const bool sameTable = schema == m_impl->Keys()->Schema();
+    const bool sameFingerprint = fingerprint == m_impl->Fingerprint();
+    if (sameTable && sameFingerprint) return;
+    const MDB_dbi meta = m_impl->environment->meta;
+    const auto error = m_impl->Write("storing the schema", [&](WriteTransaction& write) {
+        if (!sameTable) write.Put(meta, codec::kSchemaKey, schema.Serialize());
+        if (fingerprint.empty())
+            write.Erase(meta, codec::kFingerprintKey);
+        else
+            write.Put(meta, codec::kFingerprintKey, fingerprint);
+    });
+    if (error) throw FatalError(error->message);
+    m_impl->SetSchema(schema, fingerprint);
 }
+
+std::string Store::SchemaFingerprint() const { return m_impl->Fingerprint(); }
+
+SchemaTable Store::Schema() const { return m_impl->Keys()->Schema(); }
 
 StoreReader::Snapshot Store::Read() const
 {
     return StoreReader::Snapshot(
-        std::make_unique<StoreReader::Snapshot::Impl>(m_impl->environment, m_impl->keys));
+        std::make_unique<StoreReader::Snapshot::Impl>(m_impl->environment, m_impl->Keys()));
 }
 
-Store::Transaction Store::Begin()
+std::unique_ptr<RowView> MakeRowView(const Store& store)
 {
-    return Transaction(std::make_unique<Transaction::Impl>(m_impl->environment, m_impl->slot, m_impl->keys,
-                                                           m_impl->options.historyLimit));
+    return MakeRowView(store.m_impl->environment, store.m_impl->Keys());
+}
+
+std::string Store::StoredKey(const RowKey& key) const
+{
+    std::string stored;
+    m_impl->Keys()->Prefix(key.node, key.keys, stored);
+    return stored;
+}
+
+std::optional<RowKey> Store::RowKeyOf(std::string_view storedKey) const
+{
+    return m_impl->Keys()->KeyOf(storedKey);
+}
+
+Store::Transaction Store::Begin(std::optional<std::uint64_t> expectedCommit)
+{
+    return Transaction(std::make_unique<Transaction::Impl>(m_impl->writer, m_impl->Keys(), expectedCommit));
 }
 
 std::vector<HistoryEntry> Store::History(std::size_t limit) const
 {
-    return Newest(*m_impl->environment, m_impl->environment->history, limit, codec::HistoryEntryOf);
+    return Newest<HistoryEntry>(*m_impl->environment, m_impl->environment->history, limit,
+                                [](std::string_view payload) {
+                                    auto stored = codec::HistoryEntryOf(payload);
+                                    if (stored) stored->entry.undo.clear();
+                                    return stored ? std::optional(std::move(stored->entry)) : std::nullopt;
+                                });
+}
+
+std::variant<HistoryEntry, Error> Store::HistoryUndo(std::uint64_t commit) const
+{
+    auto& environment = *m_impl->environment;
+    auto reading = environment.BeginReading();
+    auto found = history::WithUndo(environment, reading->transaction, commit);
+    environment.EndReading(std::move(reading));
+    return found;
+}
+
+std::uint64_t Store::HistoryBytes() const
+{
+    auto& environment = *m_impl->environment;
+    auto reading = environment.BeginReading();
+    const auto stored = environment.Meta(reading->transaction, codec::kHistoryBytesKey);
+    const auto bytes = stored ? codec::NumberOf(*stored).value_or(0)
+                              : history::CountBytes(environment, reading->transaction);
+    environment.EndReading(std::move(reading));
+    return bytes;
+}
+
+std::optional<Error> Store::AddFaults(std::vector<Fault> faults)
+{
+    if (faults.empty()) return std::nullopt;
+    const std::size_t limit = m_impl->options.faultLimit;
+    // More than are kept would only make the write larger.
+    if (faults.size() > limit)
+        faults.erase(faults.begin(), faults.end() - static_cast<std::ptrdiff_t>(limit));
+    for (auto& fault : faults)
+        for (std::string* text : {&fault.process, &fault.function, &fault.file, &fault.text})
+            if (text->size() > kLongestFaultText) text->resize(kLongestFaultText);
+    const MDB_dbi database = m_impl->environment->faults;
+    return m_impl->Write("noting a fault", [&](WriteTransaction& write) {
+        auto number = write.LastNumber(database);
+        for (auto& fault : faults) {
+            fault.number = ++number;
+            write.Put(database, codec::NumberBytes(fault.number), codec::ToBytes(fault));
+        }
+        write.Trim(database, limit);
+    });
 }
 
 std::optional<Error> Store::AddFault(Fault fault)
 {
-    for (std::string* text : {&fault.process, &fault.function, &fault.file, &fault.text})
-        if (text->size() > kLongestFaultText) text->resize(kLongestFaultText);
-    const MDB_dbi faults = m_impl->environment->faults;
-    WriteTransaction write(m_impl->environment, m_impl->slot, "noting a fault");
-    fault.number = write.LastNumber(faults) + 1;
-    write.Put(faults, codec::NumberBytes(fault.number), codec::ToBytes(fault));
-    write.Trim(faults, m_impl->options.faultLimit);
-    return write.Commit();
+    std::vector<Fault> faults;
+    faults.push_back(std::move(fault));
+    return AddFaults(std::move(faults));
 }
 
 std::vector<Fault> Store::Faults(std::size_t limit) const
 {
-    return Newest(*m_impl->environment, m_impl->environment->faults, limit, codec::FaultOf);
+    return Newest<Fault>(*m_impl->environment, m_impl->environment->faults, limit, &codec::FaultOf);
+}
+
+std::function<std::optional<Error>()> Store::Backup(fs::path file) const
+{
+    return [environment = m_impl->environment, target = std::move(file)] {
+        return CopyEnvironment(*environment, target);
+    };
 }
 
 }  // namespace cdb

@@ -1,4 +1,4 @@
-// Reads a whole store in a child process and reports what is wrong with it.
+// Has a store read in a child process and reports what is wrong with it.
 
 #include "cdb/store_check.h"
 
@@ -10,124 +10,30 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <functional>
+#include <string_view>
+#include <type_traits>
 
-#include "cdb/store_environment.h"
+#include "cdb/store_records.h"
 
 namespace cdb {
 namespace {
 
-// What the child says when all is well; anything else is a complaint, nothing means that it died.
-constexpr std::string_view kSound = "sound";
+static_assert(std::is_trivially_copyable_v<StoreFigures>);
+
+// What the child says first when all is well; anything else is a complaint, nothing means that it died.
+constexpr std::string_view kSound = "sound\n";
 constexpr rlim_t kLongestSeconds = 60;  // of processor time: damaged pages can form a ring
 
-class Damaged : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-/// A cursor and the read transaction around it.
-class Scan {
-public:
-    Scan(MDB_env* environment, MDB_dbi database)
-    {
-        Expect(mdb_txn_begin(environment, nullptr, MDB_RDONLY, &m_transaction));
-        Expect(mdb_stat(m_transaction, database, &m_statistics));
-        Expect(mdb_cursor_open(m_transaction, database, &m_cursor));
-    }
-    ~Scan()
-    {
-        mdb_cursor_close(m_cursor);
-        mdb_txn_abort(m_transaction);
-    }
-    Scan(const Scan&) = delete;
-    Scan& operator=(const Scan&) = delete;
-
-    /// Every record, in order, and as many as the database says that it has.
-    void Run(const std::function<void(std::string_view key, std::string_view value)>& check)
-    {
-        MDB_val key{};
-        MDB_val value{};
-        std::size_t count = 0;
-        int code = mdb_cursor_get(m_cursor, &key, &value, MDB_FIRST);
-        for (; code == MDB_SUCCESS; code = mdb_cursor_get(m_cursor, &key, &value, MDB_NEXT)) {
-            if (++count > m_statistics.ms_entries) throw Damaged("it has more records than it says");
-            check(Text(key), Text(value));
-        }
-        if (code != MDB_NOTFOUND) throw Damaged(mdb_strerror(code));
-        if (count != m_statistics.ms_entries) throw Damaged("it has fewer records than it says");
-    }
-
-private:
-    static void Expect(int code)
-    {
-        if (code != MDB_SUCCESS) throw Damaged(mdb_strerror(code));
-    }
-
-    MDB_txn* m_transaction = nullptr;
-    MDB_cursor* m_cursor = nullptr;
-    MDB_stat m_statistics{};
-};
-
-/// The list of free pages, which writing trusts: counted, and inside the file.
-void CheckFreePages(MDB_env* environment)
-{
-    constexpr MDB_dbi kFreePages = 0;
-    constexpr std::size_t kFirstData = 2;  // after the two pages that describe the file
-    MDB_envinfo info{};
-    mdb_env_info(environment, &info);
-    Scan(environment, kFreePages).Run([&info](std::string_view key, std::string_view value) {
-        const auto number = [&value](std::size_t index) {
-            std::size_t result = 0;
-            std::memcpy(&result, value.data() + index * sizeof(result), sizeof(result));
-            return result;
-        };
-        const std::size_t words = value.size() / sizeof(std::size_t);
-        if (key.size() != sizeof(std::size_t) || words == 0 || number(0) > words - 1)
-            throw Damaged("its list of free pages can't be read");
-        for (std::size_t i = 1; i <= number(0); ++i)
-            if (number(i) < kFirstData || number(i) > info.me_last_pgno)
-                throw Damaged("its list of free pages names a page that it does not have");
-    });
-}
-
-/// Keys ascend, values are intact and of a kind that `readable` knows.
-void CheckRecords(MDB_env* environment, MDB_dbi database, const std::string& kind,
-                  const std::function<bool(std::string_view payload)>& readable)
-{
-    std::string last;
-    Scan(environment, database).Run([&](std::string_view key, std::string_view value) {
-        const std::string which = "its " + kind + ' ' + codec::Readable(key);
-        if (!last.empty() && key <= last) throw Damaged(which + " is out of order");
-        last = key;
-        if (!codec::IsIntact(key, value)) throw Damaged(which + " has changed since it was written");
-        if (!readable(*codec::Payload(value))) throw Damaged(which + " can't be read");
-    });
-}
-
-std::string Verdict(const std::filesystem::path& directory)
+/// kSound and the figures as they lie in memory, or what is wrong.
+std::string Verdict(const std::filesystem::path& directory, CheckDepth depth)
 {
     try {
-        Environment environment(directory, Environment::Access::kCheck, 0);
-        mdb_env_set_assert(environment.Handle(), [](MDB_env*, const char*) { _exit(1); });
-        environment.UseDatabases();
-        CheckFreePages(environment.Handle());
-        codec::RowReader reader;
-        Row row;
-        CheckRecords(environment.Handle(), environment.rows, "row",
-                     [&](std::string_view payload) { return reader.Read(payload, row); });
-        CheckRecords(environment.Handle(), environment.history, "history entry",
-                     [](std::string_view payload) { return codec::HistoryEntryOf(payload).has_value(); });
-        CheckRecords(environment.Handle(), environment.faults, "fault",
-                     [](std::string_view payload) { return codec::FaultOf(payload).has_value(); });
-        auto reading = environment.BeginReading();
-        static_cast<void>(StoredSchema(environment, reading->transaction));
-        static_cast<void>(environment.Meta(reading->transaction, codec::kCommitKey));
-        environment.EndReading(std::move(reading));
-        return std::string(kSound);
+        const StoreFigures figures = ReadRecords(directory, depth);
+        std::string verdict(kSound);
+        return verdict.append(reinterpret_cast<const char*>(&figures), sizeof(figures));
     } catch (const FatalError& error) {
         return error.what();
-    } catch (const Damaged& damage) {
+    } catch (const DamagedRecord& damage) {
         return "the store in " + directory.string() + " is damaged: " + damage.what() +
                "; restore the directory from a copy, or move it away to begin with an empty one";
     } catch (const std::exception& error) {
@@ -135,14 +41,14 @@ std::string Verdict(const std::filesystem::path& directory)
     }
 }
 
-[[noreturn]] void RunChild(const std::filesystem::path& directory, int output)
+[[noreturn]] void RunChild(const std::filesystem::path& directory, CheckDepth depth, int output)
 {
     for (const int signal : {SIGSEGV, SIGBUS, SIGABRT, SIGFPE, SIGILL}) std::signal(signal, SIG_DFL);
     const rlimit noCore{0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
     const rlimit time{kLongestSeconds, kLongestSeconds};
     setrlimit(RLIMIT_CPU, &time);
-    const std::string verdict = Verdict(directory);
+    const std::string verdict = Verdict(directory, depth);
     std::string_view rest = verdict;
     while (!rest.empty()) {
         const ssize_t written = write(output, rest.data(), rest.size());
@@ -166,7 +72,7 @@ std::string ReadAll(int input)
 
 }  // namespace
 
-void CheckStore(const std::filesystem::path& directory)
+StoreFigures CheckStore(const std::filesystem::path& directory, CheckDepth depth)
 {
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0)
@@ -174,14 +80,18 @@ void CheckStore(const std::filesystem::path& directory)
     const pid_t child = fork();
     if (child == 0) {
         close(ends[0]);
-        RunChild(directory, ends[1]);
+        RunChild(directory, depth, ends[1]);
     }
     close(ends[1]);
     const std::string verdict = child > 0 ? ReadAll(ends[0]) : std::string();
     close(ends[0]);
     if (child < 0) throw FatalError("checking the store failed: no process can be started");
     while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) continue;
-    if (verdict == kSound) return;
+    StoreFigures figures;
+    if (verdict.starts_with(kSound) && verdict.size() == kSound.size() + sizeof(figures)) {
+        std::memcpy(&figures, verdict.data() + kSound.size(), sizeof(figures));
+        return figures;
+    }
     if (!verdict.empty()) throw FatalError(verdict);
     throw FatalError(
         "the store in " + directory.string() +

@@ -1,16 +1,23 @@
 // Checks a store's file before it is used. LMDB trusts its file: a damaged page can end the process
-// that reads it. So the whole file is read once, by a child process. Used by store.cpp only.
+// that reads it. So the file is read once by a child process. Used by the store's writer only.
 
 #ifndef CDB_STORE_CHECK_H
 #define CDB_STORE_CHECK_H
 
 #include <filesystem>
 
+#include "cdb/store.h"
+
 namespace cdb {
+
+enum class CheckDepth {
+    kStart,  // all but what is in the history's large values, which may be much and is not needed to start
+    kEverything  // all
+};
 
 /// Throws FatalError that says what is wrong with the store in the directory. Changes nothing. To be
 /// called while nobody writes and this process has no environment open.
-void CheckStore(const std::filesystem::path& directory);
+StoreFigures CheckStore(const std::filesystem::path& directory, CheckDepth depth);
 
 }  // namespace cdb
 

@@ -36,6 +36,30 @@ std::uint32_t Checksum(std::string_view key, std::string_view payload)
     return sum.checksum();
 }
 
+void ToMessage(const Row& row, stored::Row& message)
+{
+    for (const auto& [name, value] : row.leaves) {
+        auto& leaf = *message.add_leaves();
+        leaf.set_name(name);
+        cdb::ToMessage(value, *leaf.mutable_value());
+    }
+}
+
+/// False for a value of a kind that is not known.
+bool FromMessage(const stored::Row& message, Row& row)
+{
+    row.leaves.resize(static_cast<std::size_t>(message.leaves_size()));
+    auto leaf = row.leaves.begin();
+    for (const auto& each : message.leaves()) {
+        auto value = cdb::FromMessage(each.value());
+        if (!value) return false;
+        leaf->first = each.name();
+        leaf->second = std::move(*value);
+        ++leaf;
+    }
+    return true;
+}
+
 template <typename Message>
 bool Parse(std::string_view payload, Message& message)
 {
@@ -70,6 +94,13 @@ std::optional<std::uint64_t> NumberOf(std::string_view bytes)
     return BigEndian(bytes);
 }
 
+std::string UndoKey(std::uint64_t commit, std::uint32_t chunk)
+{
+    std::string bytes = NumberBytes(commit);
+    AppendBigEndian(bytes, chunk);
+    return bytes;
+}
+
 std::string Seal(std::string_view key, std::string_view payload)
 {
     std::string sealed;
@@ -95,15 +126,11 @@ bool IsIntact(std::string_view key, std::string_view sealed)
 void ToBytes(const Row& row, std::string& payload)
 {
     stored::Row message;
-    for (const auto& [name, value] : row.leaves) {
-        auto& leaf = *message.add_leaves();
-        leaf.set_name(name);
-        ToMessage(value, *leaf.mutable_value());
-    }
+    ToMessage(row, message);
     message.SerializeToString(&payload);
 }
 
-std::string ToBytes(const HistoryEntry& entry)
+std::string ToBytes(const HistoryEntry& entry, std::uint32_t undoChunks, bool undoLeftOut)
 {
     stored::HistoryEntry message;
     message.set_commit(entry.commit);
@@ -111,7 +138,20 @@ std::string ToBytes(const HistoryEntry& entry)
     message.set_user(entry.user);
     message.set_source(entry.source);
     message.set_comment(entry.comment);
-    message.set_undo(entry.undo);
+    message.set_undo_chunks(undoChunks);
+    message.set_undo_left_out(undoLeftOut);
+    return message.SerializeAsString();
+}
+
+std::string UndoBytes(const HistoryEntry& entry)
+{
+    stored::Undo message;
+    message.set_xml(entry.undo);
+    for (const auto& undo : entry.undoRows) {
+        auto& row = *message.add_rows();
+        row.set_key(undo.key);
+        if (undo.row) ToMessage(*undo.row, *row.mutable_row());
+    }
     return message.SerializeAsString();
 }
 
@@ -130,31 +170,28 @@ std::string ToBytes(const Fault& fault)
     return message.SerializeAsString();
 }
 
-RowReader::RowReader() : m_message(std::make_unique<stored::Row>()) {}
-
-RowReader::~RowReader() = default;
-
-bool RowReader::Read(std::string_view payload, Row& row)
-{
-    if (!Parse(payload, *m_message)) return false;
-    row.leaves.resize(static_cast<std::size_t>(m_message->leaves_size()));
-    auto leaf = row.leaves.begin();
-    for (const auto& message : m_message->leaves()) {
-        auto value = FromMessage(message.value());
-        if (!value) return false;
-        leaf->first = message.name();
-        leaf->second = std::move(*value);
-        ++leaf;
-    }
-    return true;
-}
-
-std::optional<HistoryEntry> HistoryEntryOf(std::string_view payload)
+std::optional<StoredHistoryEntry> HistoryEntryOf(std::string_view payload)
 {
     stored::HistoryEntry message;
     if (!Parse(payload, message)) return std::nullopt;
-    return HistoryEntry{message.commit(), message.time_us(), message.user(),
-                        message.source(), message.comment(), message.undo()};
+    return StoredHistoryEntry{{message.commit(), message.time_us(), message.user(), message.source(),
+                               message.comment(), message.undo()},
+                              message.undo_chunks(),
+                              message.undo_left_out()};
+}
+
+bool ReadUndo(std::string_view payload, HistoryEntry& entry)
+{
+    stored::Undo message;
+    if (!Parse(payload, message)) return false;
+    entry.undo = message.xml();
+    entry.undoRows.clear();
+    entry.undoRows.reserve(static_cast<std::size_t>(message.rows_size()));
+    for (const auto& each : message.rows()) {
+        auto& undo = entry.undoRows.emplace_back(UndoRow{each.key(), std::nullopt});
+        if (each.has_row() && !FromMessage(each.row(), undo.row.emplace())) return false;
+    }
+    return true;
 }
 
 std::optional<Fault> FaultOf(std::string_view payload)
@@ -171,13 +208,22 @@ RowKeys::RowKeys(SchemaTable schema) : m_schema(std::move(schema))
     for (const auto& node : m_schema.Nodes()) m_paths.push_back(m_schema.PathOf(node.id) + '\0');
 }
 
-void RowKeys::Prefix(NodeId node, const std::vector<std::string>& keys, std::string& out) const
+void RowKeys::Prefix(NodeId node, std::span<const std::string> keys, std::string& out) const
 {
     out = m_paths[node];
     for (const auto& key : keys) {
         out += key;
         out += '\0';
     }
+}
+
+std::optional<RowKey> RowKeys::KeyOf(std::string_view rowKey) const
+{
+    const auto end = std::min(rowKey.find('\0'), rowKey.size());
+    RowKey key{m_schema.Find(rowKey.substr(0, end)), {}};
+    if (key.node == kNoNode) return std::nullopt;
+    Split(rowKey.substr(std::min(end + 1, rowKey.size())), key.keys);
+    return key;
 }
 
 void RowKeys::Split(std::string_view rest, std::vector<std::string>& keys)

@@ -6,16 +6,13 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "cdb/schema_table.h"
 #include "cdb/store.h"
-
-namespace cdb::stored {
-class Row;
-}
 
 namespace cdb::codec {
 
@@ -25,6 +22,12 @@ inline constexpr std::uint32_t kFormat = 1;
 inline constexpr std::string_view kFormatKey = "format";
 inline constexpr std::string_view kSchemaKey = "schema";
 inline constexpr std::string_view kCommitKey = "commit";
+inline constexpr std::string_view kFingerprintKey = "schema-fingerprint";
+inline constexpr std::string_view kHistoryBytesKey = "history-bytes";
+
+/// So much of an undo is in one value, which takes one page of the file whatever place is free for it.
+inline constexpr std::size_t kUndoChunk = 4075;
+inline constexpr std::size_t kUndoKeySize = sizeof(std::uint64_t) + sizeof(std::uint32_t);
 
 /// What stands under kFormatKey.
 std::string FormatMark(std::uint32_t format = kFormat);
@@ -36,6 +39,9 @@ std::optional<std::uint32_t> FormatOf(std::string_view mark);
 std::string NumberBytes(std::uint64_t number);
 std::optional<std::uint64_t> NumberOf(std::string_view bytes);
 
+/// The key of an undo's chunk: the commit's number, then the chunk's, in four bytes.
+std::string UndoKey(std::uint64_t commit, std::uint32_t chunk);
+
 /// A value with its head: format and checksum over key and payload.
 std::string Seal(std::string_view key, std::string_view payload);
 
@@ -44,22 +50,25 @@ std::optional<std::string_view> Payload(std::string_view sealed);
 bool IsIntact(std::string_view key, std::string_view sealed);
 
 void ToBytes(const Row& row, std::string& payload);
-std::string ToBytes(const HistoryEntry& entry);
+/// The entry without its undo, which is kept as so many chunks or was left out.
+std::string ToBytes(const HistoryEntry& entry, std::uint32_t undoChunks, bool undoLeftOut);
+/// The entry's undo; empty where it has none.
+std::string UndoBytes(const HistoryEntry& entry);
 std::string ToBytes(const Fault& fault);
 
-/// Reads rows, reusing its memory from row to row.
-class RowReader {
-public:
-    RowReader();
-    ~RowReader();
-    /// False for bytes that are no row; `row` is then unspecified.
-    bool Read(std::string_view payload, Row& row);
+/// Reads a row into one that has been used before, whose memory serves again. False for bytes that are
+/// no row; `row` is then unspecified.
+bool ReadRow(std::string_view payload, Row& row);
 
-private:
-    std::unique_ptr<stored::Row> m_message;
+/// An entry as it is stored. One of an older version has its undo in it.
+struct StoredHistoryEntry {
+    HistoryEntry entry;
+    std::uint32_t undoChunks = 0;
+    bool undoLeftOut = false;
 };
-
-std::optional<HistoryEntry> HistoryEntryOf(std::string_view payload);
+std::optional<StoredHistoryEntry> HistoryEntryOf(std::string_view payload);
+/// Reads what UndoBytes has written into the entry; false for other bytes.
+bool ReadUndo(std::string_view payload, HistoryEntry& entry);
 std::optional<Fault> FaultOf(std::string_view payload);
 
 /// Row keys under one schema: "/config/oam/sflow/interface" NUL, then each key NUL.
@@ -70,7 +79,10 @@ public:
     [[nodiscard]] const SchemaTable& Schema() const { return m_schema; }
 
     /// What the keys of a node's rows below these keys begin with; the whole key when they are all.
-    void Prefix(NodeId node, const std::vector<std::string>& keys, std::string& out) const;
+    void Prefix(NodeId node, std::span<const std::string> keys, std::string& out) const;
+
+    /// The node and keys of a row's key; nullopt for a node that the schema lacks.
+    [[nodiscard]] std::optional<RowKey> KeyOf(std::string_view rowKey) const;
 
     /// The keys that follow the prefix.
     static void Split(std::string_view rest, std::vector<std::string>& keys);

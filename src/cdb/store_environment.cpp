@@ -74,12 +74,15 @@ Error ToError(const std::filesystem::path& directory, const std::string& what, i
         error.tag = ErrorTag::kResourceDenied;
         error.message = what + " failed: " + store + " is full (" +
                         (code == EIO ? "no space left" : mdb_strerror(code)) +
-                        "); free some space and try again, nothing was changed";
+                        "), and without older history too; free some space on its disk, or start cdbd with a "
+                        "larger --map-size, and try again; nothing was changed";
     } else if (code == MDB_BAD_VALSIZE) {
         error.tag = ErrorTag::kTooBig;
         error.message = what + " failed: the keys of an entry are too long together; use shorter names";
+    } else if (code == MDB_PANIC) {
+        error.message =
+            what + " failed: an earlier write to " + store + " could not be finished; restart cdbd";
     } else {
-        error.tag = ErrorTag::kOperationFailed;
         error.message = what + " failed in " + store + ": " + mdb_strerror(code) + "; nothing was changed";
     }
     return error;
@@ -147,6 +150,8 @@ void Environment::UseDatabases()
         code = mdb_dbi_open(transaction, "rows", 0, &rows);
         if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "history", 0, &history);
         if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "faults", 0, &faults);
+        if (code == MDB_SUCCESS && mdb_dbi_open(transaction, "undo", 0, &undo) != MDB_SUCCESS)
+            undo = kNoDatabase;
         if (code != MDB_SUCCESS) mdb_txn_abort(transaction);
         if (code == MDB_SUCCESS) code = mdb_txn_commit(transaction);  // keeps the handles
         if (code != MDB_SUCCESS) Fail("reading", code);
@@ -159,6 +164,19 @@ void Environment::UseDatabases()
     throw FatalError(file + " has the format " + std::to_string(format) +
                      ", but this program knows the format " + std::to_string(codec::kFormat) +
                      " only; use the version that wrote it");
+}
+
+void Environment::UseOrAddDatabases()
+{
+    UseDatabases();
+    if (undo != kNoDatabase) return;
+    MDB_txn* transaction = nullptr;
+    int code = mdb_txn_begin(m_environment, nullptr, 0, &transaction);
+    if (code != MDB_SUCCESS) Fail("opening", code);
+    code = mdb_dbi_open(transaction, "undo", MDB_CREATE, &undo);
+    if (code != MDB_SUCCESS) mdb_txn_abort(transaction);
+    if (code == MDB_SUCCESS) code = mdb_txn_commit(transaction);
+    if (code != MDB_SUCCESS) Fail("opening", code);
 }
 
 void Environment::MakeDatabases()
@@ -177,6 +195,7 @@ void Environment::MakeDatabases()
     if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "rows", MDB_CREATE, &rows);
     if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "history", MDB_CREATE, &history);
     if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "faults", MDB_CREATE, &faults);
+    if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "undo", MDB_CREATE, &undo);
     if (code == MDB_SUCCESS) code = put(codec::kFormatKey, mark);
     if (code == MDB_SUCCESS) code = put(codec::kSchemaKey, schema);
     if (code != MDB_SUCCESS) mdb_txn_abort(transaction);
@@ -199,15 +218,21 @@ std::optional<std::string> Environment::Meta(MDB_txn* transaction, std::string_v
 
 std::unique_ptr<Environment::Reading> Environment::BeginReading()
 {
-    if (!m_idle.empty()) {
-        auto reading = std::move(m_idle.back());
-        m_idle.pop_back();
+    std::unique_ptr<Reading> reading;
+    {
+        const std::lock_guard lock(m_idleMutex);
+        if (!m_idle.empty()) {
+            reading = std::move(m_idle.back());
+            m_idle.pop_back();
+        }
+    }
+    if (reading) {
         const int code = mdb_txn_renew(reading->transaction);
         if (code != MDB_SUCCESS) Fail("reading", code);
         for (auto& pass : reading->idlePasses) mdb_cursor_renew(reading->transaction, pass->cursor);
         return reading;
     }
-    auto reading = std::make_unique<Reading>();
+    reading = std::make_unique<Reading>();
     const int code = mdb_txn_begin(m_environment, nullptr, MDB_RDONLY, &reading->transaction);
     if (code != MDB_SUCCESS) Fail("reading", code);
     return reading;
@@ -216,7 +241,29 @@ std::unique_ptr<Environment::Reading> Environment::BeginReading()
 void Environment::EndReading(std::unique_ptr<Reading> reading)
 {
     mdb_txn_reset(reading->transaction);
+    const std::lock_guard lock(m_idleMutex);
     if (m_idle.size() < kKeptReadings) m_idle.push_back(std::move(reading));
+}
+
+std::unique_ptr<Environment::Pass> Environment::TakePass(Reading& reading) const
+{
+    if (!reading.idlePasses.empty()) {
+        auto pass = std::move(reading.idlePasses.back());
+        reading.idlePasses.pop_back();
+        return pass;
+    }
+    auto pass = std::make_unique<Pass>();
+    const int code = mdb_cursor_open(reading.transaction, rows, &pass->cursor);
+    if (code != MDB_SUCCESS) Fail("reading", code);
+    return pass;
+}
+
+void Environment::ReadRow(const MDB_val& key, const MDB_val& value, Pass& pass) const
+{
+    const auto payload = codec::Payload(Text(value));
+    if (payload && codec::ReadRow(*payload, pass.row)) return;
+    throw FatalError("the store in " + m_directory.string() + " is damaged: the row of " +
+                     codec::Readable(Text(key)) + " can't be read; restore the directory from a copy");
 }
 
 Environment::Reading::~Reading()

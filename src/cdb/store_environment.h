@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,6 +39,7 @@ Error ToError(const std::filesystem::path& directory, const std::string& what, i
 class Environment {
 public:
     enum class Access { kRead, kWrite, kCheck };  // kCheck: read without taking part in locking
+    static constexpr MDB_dbi kNoDatabase = 0;     // the number of LMDB's own
 
     /// Opens what is there (kWrite makes an empty environment where there is nothing). Throws
     /// FatalError. An environment may be open once in a process.
@@ -53,10 +55,13 @@ public:
     MDB_dbi rows = 0;
     MDB_dbi history = 0;
     MDB_dbi faults = 0;
+    MDB_dbi undo = kNoDatabase;  // a store of an older version that was not opened for writing since has none
 
-    /// Finds the four databases and checks the format's mark. Throws FatalError for a file that is
-    /// no store, or one of another format.
+    /// Finds the databases and checks the format's mark. Throws FatalError for a file that is no store, or
+    /// one of another format.
     void UseDatabases();
+    /// The same for one who writes: makes what a store of an older version lacks.
+    void UseOrAddDatabases();
     /// Makes them, in an environment made just now. Throws FatalError.
     void MakeDatabases();
 
@@ -69,19 +74,26 @@ public:
     struct Pass {
         MDB_cursor* cursor = nullptr;
         std::string prefix;
-        codec::RowReader reader;
         Row row;
         std::vector<std::string> keys;
+        std::vector<std::string_view> keyViews;
     };
 
-    /// A read transaction, begun by renewing one that has been used before.
+    /// A read transaction, begun by renewing one that has been used before. Of one thread at a time.
     struct Reading {
         MDB_txn* transaction = nullptr;
         std::vector<std::unique_ptr<Pass>> idlePasses;
         ~Reading();
     };
+    /// Both from any thread.
     [[nodiscard]] std::unique_ptr<Reading> BeginReading();
     void EndReading(std::unique_ptr<Reading> reading);
+
+    /// A pass of this reading, over the rows. Goes back into the reading's idlePasses when it is done.
+    [[nodiscard]] std::unique_ptr<Pass> TakePass(Reading& reading) const;
+
+    /// The row of a record into the pass's. Throws FatalError for one that can't be read.
+    void ReadRow(const MDB_val& key, const MDB_val& value, Pass& pass) const;
 
 private:
     /// Before anything is read by a process that writes.
@@ -89,6 +101,7 @@ private:
 
     std::filesystem::path m_directory;
     MDB_env* m_environment = nullptr;
+    std::mutex m_idleMutex;
     std::vector<std::unique_ptr<Reading>> m_idle;  // before the environment is closed they are gone
 };
 

@@ -31,7 +31,7 @@ std::string Holder(int file)
 
 WriterLock::WriterLock(const std::filesystem::path& directory)
 {
-    const std::string path = directory / "writer.lock";
+    const std::string path = directory / kWriterLockFile;
     m_file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode);
     if (m_file < 0) throw FatalError(path + " can't be opened: " + std::strerror(errno));
     if (flock(m_file, LOCK_EX | LOCK_NB) != 0) {

@@ -7,6 +7,8 @@
 
 namespace cdb {
 
+inline constexpr const char* kWriterLockFile = "writer.lock";
+
 /// Held while it lives, and given up by the kernel when the process dies.
 class WriterLock {
 public:

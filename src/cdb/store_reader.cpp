@@ -1,5 +1,6 @@
 // Reading the store.
 
+#include "cdb/row_view.h"
 #include "cdb/store_environment.h"
 #include "cdb/store_snapshot.h"
 
@@ -28,7 +29,7 @@ std::optional<Row> StoreReader::Snapshot::Impl::Get(const RowKey& key)
     const int code = mdb_get(m_reading->transaction, m_environment->rows, &name, &value);
     if (code == MDB_NOTFOUND) return std::nullopt;
     if (code != MDB_SUCCESS) m_environment->Fail("reading", code);
-    Decode(name, value, *pass);
+    m_environment->ReadRow(name, value, *pass);
     return pass->row;
 }
 
@@ -53,7 +54,7 @@ void StoreReader::Snapshot::Impl::Scan(NodeId list, const std::vector<std::strin
     ForEach(*pass, pass->prefix, [&](const MDB_val& key, const MDB_val& value) {
         if (index++ < first) return true;
         codec::RowKeys::Split(Text(key).substr(pass->prefix.size()), pass->keys);
-        Decode(key, value, *pass);
+        m_environment->ReadRow(key, value, *pass);
         return visit(pass->keys, pass->row);
     });
 }
@@ -70,7 +71,7 @@ void StoreReader::Snapshot::Impl::ScanAfter(NodeId list, const std::vector<std::
     ForEach(*pass, from, [&](const MDB_val& key, const MDB_val& value) {
         if (Text(key) == from) return true;
         codec::RowKeys::Split(Text(key).substr(pass->prefix.size()), pass->keys);
-        Decode(key, value, *pass);
+        m_environment->ReadRow(key, value, *pass);
         return visit(pass->keys, pass->row);
     });
 }
@@ -89,25 +90,9 @@ void StoreReader::Snapshot::Impl::ForEach(Environment::Pass& pass, const std::st
     if (code != MDB_SUCCESS && code != MDB_NOTFOUND) m_environment->Fail("reading", code);
 }
 
-void StoreReader::Snapshot::Impl::Decode(const MDB_val& key, const MDB_val& value,
-                                         Environment::Pass& pass) const
+StoreReader::Snapshot::Impl::PassHold::PassHold(Impl& snapshot)
+    : m_reading(*snapshot.m_reading), m_pass(snapshot.m_environment->TakePass(m_reading))
 {
-    const auto payload = codec::Payload(Text(value));
-    if (payload && pass.reader.Read(*payload, pass.row)) return;
-    throw FatalError("the store in " + m_environment->Directory().string() + " is damaged: the row of " +
-                     codec::Readable(Text(key)) + " can't be read; restore the directory from a copy");
-}
-
-StoreReader::Snapshot::Impl::PassHold::PassHold(Impl& snapshot) : m_reading(*snapshot.m_reading)
-{
-    if (!m_reading.idlePasses.empty()) {
-        m_pass = std::move(m_reading.idlePasses.back());
-        m_reading.idlePasses.pop_back();
-        return;
-    }
-    m_pass = std::make_unique<Environment::Pass>();
-    const int code = mdb_cursor_open(m_reading.transaction, snapshot.m_environment->rows, &m_pass->cursor);
-    if (code != MDB_SUCCESS) snapshot.m_environment->Fail("reading", code);
 }
 
 StoreReader::Snapshot::Impl::PassHold::~PassHold() { m_reading.idlePasses.push_back(std::move(m_pass)); }
@@ -168,6 +153,11 @@ const SchemaTable& StoreReader::Schema() const { return m_impl->keys->Schema(); 
 StoreReader::Snapshot StoreReader::Read() const
 {
     return Snapshot(std::make_unique<Snapshot::Impl>(m_impl->environment, m_impl->keys));
+}
+
+std::unique_ptr<RowView> MakeRowView(const StoreReader& store)
+{
+    return MakeRowView(store.m_impl->environment, store.m_impl->keys);
 }
 
 }  // namespace cdb

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "cdb/row_view.h"
 #include "cdb/store.h"
 #include "cdb/store_codec.h"
 #include "cdb/store_environment.h"
@@ -51,13 +52,14 @@ private:
     template <typename Visit>
     void ForEach(Environment::Pass& pass, const std::string& from, const Visit& visit);
 
-    /// Throws FatalError for a row that can't be read.
-    void Decode(const MDB_val& key, const MDB_val& value, Environment::Pass& pass) const;
-
     std::shared_ptr<Environment> m_environment;
     std::shared_ptr<const codec::RowKeys> m_keys;
     std::unique_ptr<Environment::Reading> m_reading;
 };
+
+/// The rows as of now, with one cursor a list.
+std::unique_ptr<RowView> MakeRowView(std::shared_ptr<Environment> environment,
+                                     std::shared_ptr<const codec::RowKeys> keys);
 
 }  // namespace cdb
 

@@ -7,46 +7,55 @@ namespace {
 
 class Loader {
 public:
-    Loader(const Schema& schema, const StoreReader::Snapshot& rows)
-        : m_schema(schema), m_table(schema.Table()), m_rows(rows)
+    Loader(const Schema& schema, RowView& rows, bool withLists)
+        : m_schema(schema), m_table(schema.Table()), m_rows(rows), m_withLists(withLists)
     {
     }
 
     void Container(lyd_node* parent, lyd_node* present, const RowKey& key)
     {
-        const auto row = m_rows.Get(key);
+        const Row* row = m_rows.Get(key.node, key.keys);
         lyd_node* container = present;
         if (container == nullptr) {
             const bool isPresence = m_table[key.node].kind == NodeKind::kPresenceContainer;
-            if (isPresence && !row) return;
+            if (isPresence && row == nullptr) return;
             container = MakeContainer(parent, m_schema.NodeOf(key.node));
             if (container == nullptr) Refuse(key, "it can't be made");
         }
-        if (row) Leaves(container, key, *row);
+        if (row != nullptr) Leaves(container, key, *row);
         Below(container, key);
+    }
+
+    lyd_node* Entry(lyd_node* parent, const RowKey& key, const Row& row)
+    {
+        const auto count = static_cast<std::ptrdiff_t>(m_table[key.node].keys.size());
+        lyd_node* entry =
+            MakeEntry(parent, m_schema.NodeOf(key.node), {key.keys.end() - count, key.keys.end()});
+        if (entry == nullptr) Refuse(key, "its keys");
+        ClearDefaultFlag(parent);
+        Leaves(entry, key, row);
+        Below(entry, key);
+        return entry;
     }
 
 private:
     void Below(lyd_node* parent, const RowKey& key)
     {
         for (const NodeId child : m_table[key.node].children) {
-            if (m_table[child].kind == NodeKind::kList)
-                List(parent, child, key.keys);
-            else if (m_table[child].kind != NodeKind::kLeaf)
+            if (m_table[child].kind == NodeKind::kList) {
+                if (m_withLists) List(parent, child, key.keys);
+            } else if (m_table[child].kind != NodeKind::kLeaf) {
                 Container(parent, FindSingle(lyd_child(parent), m_schema.NodeOf(child)), {child, key.keys});
+            }
         }
     }
 
     void List(lyd_node* parent, NodeId list, const std::vector<std::string>& parentKeys)
     {
-        m_rows.Scan(list, parentKeys, 0, [&](const std::vector<std::string>& own, const Row& row) {
+        m_rows.ForEach(list, parentKeys, [&](std::span<const std::string_view> own, const Row& row) {
             RowKey key{list, parentKeys};
             key.keys.insert(key.keys.end(), own.begin(), own.end());
-            lyd_node* entry = MakeEntry(parent, m_schema.NodeOf(list), own);
-            if (entry == nullptr) Refuse(key, "its keys");
-            ClearDefaultFlag(parent);
-            Leaves(entry, key, row);
-            Below(entry, key);
+            Entry(parent, key, row);
             return true;
         });
     }
@@ -82,19 +91,35 @@ private:
 
     const Schema& m_schema;
     const SchemaTable& m_table;
-    const StoreReader::Snapshot& m_rows;
+    RowView& m_rows;
+    const bool m_withLists;
 };
 
 }  // namespace
 
-TreePtr LoadTree(const Schema& schema, const StoreReader::Snapshot& rows)
+TreePtr LoadTree(const Schema& schema, RowView& rows)
 {
     TreePtr tree = EmptyTree(schema);
-    Loader loader(schema, rows);
+    Loader loader(schema, rows, true);
     for (lyd_node* top = tree.get(); top != nullptr; top = top->next)
         loader.Container(nullptr, top, {schema.IdOf(top->schema), {}});
     for (lyd_node* top = tree.get(); top != nullptr; top = top->next) Complete(top);
     return tree;
+}
+
+void LoadTrunk(const Schema& schema, lyd_node* tree, RowView& rows)
+{
+    Loader loader(schema, rows, false);
+    for (lyd_node* top = tree; top != nullptr; top = top->next)
+        loader.Container(nullptr, top, {schema.IdOf(top->schema), {}});
+    for (lyd_node* top = tree; top != nullptr; top = top->next) Complete(top);
+}
+
+lyd_node* LoadEntry(const Schema& schema, lyd_node* parent, const RowKey& key, const Row& row, RowView& rows)
+{
+    lyd_node* entry = Loader(schema, rows, true).Entry(parent, key, row);
+    Complete(entry);
+    return entry;
 }
 
 }  // namespace cdb

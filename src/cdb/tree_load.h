@@ -1,14 +1,23 @@
-// Builds the running tree from the rows of the store.
+// Builds trees from rows: a whole datastore, its trunk, or one entry.
 
 #ifndef CDB_TREE_LOAD_H
 #define CDB_TREE_LOAD_H
 
+#include "cdb/row_view.h"
 #include "cdb/tree.h"
 
 namespace cdb {
 
-/// The complete tree. Throws FatalError that names the row which the schema does not accept.
-TreePtr LoadTree(const Schema& schema, const StoreReader::Snapshot& rows);
+// All of them throw FatalError that names the row which the schema does not accept.
+
+/// The complete tree of everything.
+TreePtr LoadTree(const Schema& schema, RowView& rows);
+
+/// The containers and leaves outside of lists, into the tree with nothing set that begins with this node.
+void LoadTrunk(const Schema& schema, lyd_node* tree, RowView& rows);
+
+/// One entry, complete, below the parent. `row`: the entry's own, no longer the view's.
+lyd_node* LoadEntry(const Schema& schema, lyd_node* parent, const RowKey& key, const Row& row, RowView& rows);
 
 }  // namespace cdb
 

@@ -1,37 +1,34 @@
-// Validates a candidate where it was touched. What has changed, and what refers to entries that have
-// gone, is copied into a small tree with what it refers to, and libyang validates that. Where the
-// schema's constraints reach further, or most has changed, everything is validated. Used by the
-// datastore.
+// Validates the candidate where it was touched: libyang looks at the trunk and the touched units, and the
+// references that leave a unit are looked up here. Where the schema's constraints reach further, everything
+// is validated. Used by the datastore.
 
 #ifndef CDB_VALIDATE_H
 #define CDB_VALIDATE_H
 
 #include <vector>
 
-#include "cdb/tree_touched.h"
-#include "cdb/validate_reach.h"
+#include "cdb/candidate.h"
+#include "cdb/schema_reach.h"
 
 namespace cdb {
 
 class Validator {
 public:
+    /// From here on libyang leaves the references of the schema's Constraints() to this class. `schema`
+    /// outlives it.
     explicit Validator(const Schema& schema);
 
-    /// The errors of the candidate, of what was touched since it was equal to the valid `running`, at
-    /// most kMostErrors.
-    [[nodiscard]] std::vector<Error> Touched(const lyd_node* running, lyd_node* candidate,
-                                             const cdb::Touched& touched) const;
+    /// The errors of the candidate, at most kMostErrors and one that counts the rest; running is valid. While
+    /// a Reading of the candidate lives.
+    [[nodiscard]] std::vector<Error> Check(const Candidate& candidate) const;
 
-    /// The errors of the whole tree, in at most one error a unit and kMostErrors in all.
-    [[nodiscard]] std::vector<Error> Everything(lyd_node* tree) const;
-
-    [[nodiscard]] const Reach& Constraints() const { return m_reach; }
+    /// The errors of a whole datastore, its tree complete.
+    [[nodiscard]] std::vector<Error> Everything(lyd_node* tree, RowView& rows) const;
 
     static constexpr std::size_t kMostErrors = 20;
 
 private:
     const Schema& m_schema;
-    const Reach m_reach;
 };
 
 }  // namespace cdb

@@ -50,31 +50,9 @@ Error MissingNode(const Schema& schema, const ly_err_item& item, const lyd_node*
     return error;
 }
 
-Error DanglingReference(const Schema& schema, const Reach& reach, const ly_err_item& item,
-                        const lyd_node* tree)
-{
-    Error error;
-    error.tag = ErrorTag::kDataMissing;
-    error.appTag = "instance-required";
-    error.path = Location(item, kDataLocation);
-    error.message = item.msg;
-    lyd_node* leaf = nullptr;
-    if (lyd_find_path(tree, error.path.c_str(), 0, &leaf) != LY_SUCCESS || leaf == nullptr) return error;
-    const auto& table = schema.Table();
-    for (const auto& reference : reach.references) {
-        if (schema.NodeOf(reference.leaf) != leaf->schema) continue;
-        const lyd_node* holder = lysc_is_key(leaf->schema) ? lyd_parent(lyd_parent(leaf)) : lyd_parent(leaf);
-        error.message = "there is no " + table[reference.list].name + " \"" + lyd_get_value(leaf) +
-                        "\", which " + Describe(holder) + " refers to as its " +
-                        (lysc_is_key(leaf->schema) ? LYD_NAME(lyd_parent(leaf)) : LYD_NAME(leaf)) +
-                        "; create it or take the reference out";
-    }
-    return error;
-}
-
 }  // namespace
 
-Error ValidationError(const Schema& schema, const Reach& reach, const lyd_node* tree)
+Error ValidationError(const Schema& schema, const lyd_node* tree)
 {
     const ly_err_item* last = ly_err_last(schema.Context());
     Error error;
@@ -88,7 +66,7 @@ Error ValidationError(const Schema& schema, const Reach& reach, const lyd_node* 
     item.msg = const_cast<char*>(message.c_str());
     item.path = const_cast<char*>(path.c_str());
 
-    if (appTag == "instance-required") return DanglingReference(schema, reach, item, tree);
+    if (appTag == "instance-required") error.tag = ErrorTag::kDataMissing;
     if (message.starts_with("Mandatory node")) return MissingNode(schema, item, tree);
     error.message = message;
     error.path = Location(item, kDataLocation);

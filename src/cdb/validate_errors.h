@@ -4,14 +4,14 @@
 #define CDB_VALIDATE_ERRORS_H
 
 #include "cdb/error.h"
-#include "cdb/validate_reach.h"
+#include "cdb/schema.h"
 
 struct lyd_node;
 
 namespace cdb {
 
 /// libyang's last message as an error. `tree`: what was validated, any top-level node.
-Error ValidationError(const Schema& schema, const Reach& reach, const lyd_node* tree);
+Error ValidationError(const Schema& schema, const lyd_node* tree);
 
 }  // namespace cdb
 

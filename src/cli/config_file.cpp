@@ -2,7 +2,6 @@
 
 #include <libyang/libyang.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -11,6 +10,8 @@
 #include <memory>
 
 #include "cli/error.h"
+#include "guard/data_file.h"
+#include "guard/schema_index.h"
 #include "netconf/names.h"
 
 namespace cli {
@@ -40,19 +41,14 @@ std::string Content(const std::string& path)
 /// "NAME: line 3, column 7", for the byte at `offset`.
 std::string PlaceInText(std::string_view name, std::string_view text, std::size_t offset)
 {
-    const std::string_view before = text.substr(0, std::min(offset, text.size()));
-    const auto lines = std::count(before.begin(), before.end(), '\n');
-    const std::size_t lineBegin = before.rfind('\n') + 1;  // npos + 1 is 0
-    return std::string(name) + ": line " + std::to_string(lines + 1) + ", column " +
-           std::to_string(before.size() - lineBegin + 1);
+    return std::string(name) + ": " + guard::PlaceInText(text, offset);
 }
 
-LYD_FORMAT FormatOf(std::string_view text, std::string_view name)
+guard::Format FormatOf(std::string_view text, std::string_view name)
 {
+    if (const auto format = guard::FormatOf(text)) return *format;
     const std::size_t first = text.find_first_not_of(kBlanks);
     if (first == std::string_view::npos) throw Error(std::string(name) + " is empty: line 1, column 1");
-    if (text[first] == '{') return LYD_JSON;
-    if (text[first] == '<') return LYD_XML;
     throw Error(PlaceInText(name, text, first) +
                 ": neither JSON, which begins with {, nor XML, which begins with <");
 }
@@ -89,20 +85,13 @@ Tree ReadConfigFile(const ly_ctx* yang, const std::string& path)
 
 Tree ParseConfigText(const ly_ctx* yang, const std::string& text, std::string_view name)
 {
-    const LYD_FORMAT format = FormatOf(text, name);
-    Parsed parsed = Parse(yang, text, format, LYD_PARSE_STRICT | LYD_PARSE_NO_STATE);
-    if (!parsed.ok) {
-        // What is malformed is said first: what seems unknown may only be its consequence. This parser
-        // takes everything that is well-formed, known or not.
-        const Parsed anything = Parse(yang, text, format, LYD_PARSE_OPAQ);
-        const Parsed& blamed = anything.ok ? parsed : anything;
-        throw Error(PlaceInText(name, text, blamed.end) + ": " + blamed.problem);
-    }
-    // The JSON parser is content when the first object ends.
-    const std::size_t rest = text.find_first_not_of(kBlanks, parsed.end);
-    if (rest != std::string::npos)
-        throw Error(PlaceInText(name, text, rest) +
-                    ": something follows behind the end of the configuration");
+    const guard::Format format = FormatOf(text, name);
+    const guard::SchemaIndex index(yang);
+    if (const auto problem = guard::CheckFile(index, text, format))
+        throw Error(PlaceInText(name, text, problem->offset) + ": " + problem->text);
+    Parsed parsed = Parse(yang, text, format == guard::Format::kJson ? LYD_JSON : LYD_XML,
+                          LYD_PARSE_STRICT | LYD_PARSE_NO_STATE);
+    if (!parsed.ok) throw Error(PlaceInText(name, text, parsed.end) + ": " + parsed.problem);
     return std::move(parsed.tree);
 }
 

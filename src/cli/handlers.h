@@ -24,6 +24,7 @@ void ShowProcesses(Call& call);
 void ShowFaults(Call& call);
 void RequestHa(Call& call);
 void RequestResync(Call& call);
+void RequestBackup(Call& call);
 void ShowHelp(Call& call);
 void Exit(Call& call);
 

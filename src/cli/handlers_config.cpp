@@ -52,8 +52,8 @@ void ShowConfiguration(Call& call)
 
 void Compare(Call& call)
 {
-    const Tree running = RequestData(call, netconf::GetConfig("running"));
-    const Tree candidate = RequestData(call, netconf::GetConfig("candidate"));
+    const Tree running = RequestData(call, netconf::GetTouched("running"));
+    const Tree candidate = RequestData(call, netconf::GetTouched("candidate"));
     call.out << Differences(running.get(), candidate.get());
 }
 

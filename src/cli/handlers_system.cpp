@@ -60,6 +60,8 @@ void RequestHa(Call& call)
 
 void RequestResync(Call& call) { Request(call, netconf::SflowResync()); }
 
+void RequestBackup(Call& call) { Request(call, netconf::Backup(call.arguments.text)); }
+
 void ShowHelp(Call& call) { call.out << Help(Commands(), call.arguments.words); }
 
 void Exit(Call& call) { call.leave = true; }

@@ -9,10 +9,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include <boost/asio/local/stream_protocol.hpp>
+
+#include "ipc/peer.h"
 
 namespace google::protobuf {
 class MessageLite;
@@ -27,13 +30,6 @@ inline constexpr std::size_t kMaxFrame = std::size_t{64} << 20;
 
 /// What may wait unsent in one channel; one more frame ends the connection.
 inline constexpr std::size_t kMaxQueue = std::size_t{64} << 20;
-
-/// Who is at the other end (SO_PEERCRED).
-struct PeerCredentials {
-    std::int64_t pid = 0;
-    std::uint32_t uid = 0;
-    std::uint32_t gid = 0;
-};
 
 /// One connection. Lives as long as somebody holds it or an operation is under way; every handler
 /// is called from the loop, never from inside Send, Start or Close.
@@ -68,7 +64,8 @@ public:
     [[nodiscard]] std::size_t QueuedBytes() const;
     [[nodiscard]] std::chrono::steady_clock::time_point LastProgress() const;
 
-    [[nodiscard]] PeerCredentials Peer() const;
+    /// Who is at the other end: asked of the kernel once, when the channel is made.
+    [[nodiscard]] const PeerCredentials& Peer() const;
 
     /// Ends the connection after what is queued has been written (at once with `discard`). No
     /// handler is called any more.
@@ -89,11 +86,13 @@ std::shared_ptr<Channel> Connect(boost::asio::io_context& loop, const std::strin
 bool SendBlocking(const std::string& socketPath, const google::protobuf::MessageLite& message,
                   std::chrono::milliseconds timeout);
 
-/// Opens a listening socket at the path with the given permissions. A socket file that nobody
-/// listens on is replaced. Throws std::system_error, its text naming the path and, where another
-/// process listens there already, saying so.
+/// Opens a listening socket at the path with the given permissions, for the group given, else for the
+/// process's own. A group that the file can't be given to is named in the log, and the process's own
+/// stays. A socket file that nobody listens on is replaced. Throws std::system_error, its text naming the
+/// path and, where another process listens there already, saying so.
 boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& loop, const std::string& path,
-                                                     unsigned permissions);
+                                                     unsigned permissions,
+                                                     std::optional<std::uint32_t> group = std::nullopt);
 
 }  // namespace ipc
 

@@ -1,7 +1,6 @@
 // The connection itself: reading, writing in turns of the loop, and its two ways of ending.
 
-#include <sys/socket.h>
-
+#include <cstdint>
 #include <utility>
 
 #include <boost/asio/buffer.hpp>
@@ -20,11 +19,19 @@ using Clock = std::chrono::steady_clock;
 /// How long a closed channel goes on trying to hand its last frames to a peer that reads nothing.
 constexpr std::chrono::seconds kDrainTime{10};
 
+/// Who the kernel has no word on: no user and no group has this number.
+const PeerCredentials kNobody{0, static_cast<std::uint32_t>(-1), static_cast<std::uint32_t>(-1), {}};
+
 }  // namespace
 
 class Channel::Impl {
 public:
-    explicit Impl(Socket connected) : m_socket(std::move(connected)), m_drainTimer(m_socket.get_executor()) {}
+    explicit Impl(Socket connected)
+        : m_socket(std::move(connected)),
+          m_peer(PeerOf(m_socket.native_handle()).value_or(kNobody)),
+          m_drainTimer(m_socket.get_executor())
+    {
+    }
 
     void Receive(const std::shared_ptr<Channel>& self);
     void Flush(const std::shared_ptr<Channel>& self);
@@ -32,6 +39,7 @@ public:
     void Close(const std::shared_ptr<Channel>& self, bool discard);
 
     Socket m_socket;
+    const PeerCredentials m_peer;
     boost::asio::steady_timer m_drainTimer;
     std::shared_ptr<Handlers> m_handlers;  // null before Start and once no handler is to be called
     FrameReader m_reader;
@@ -186,14 +194,7 @@ Clock::time_point Channel::LastProgress() const
     return m_impl->m_writer.Queued() == 0 ? Clock::now() : m_impl->m_progress;
 }
 
-PeerCredentials Channel::Peer() const
-{
-    ucred credentials{};
-    socklen_t size = sizeof credentials;
-    if (::getsockopt(m_impl->m_socket.native_handle(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0)
-        return {};
-    return {credentials.pid, credentials.uid, credentials.gid};
-}
+const PeerCredentials& Channel::Peer() const { return m_impl->m_peer; }
 
 void Channel::Close(bool discard) { m_impl->Close(shared_from_this(), discard); }
 

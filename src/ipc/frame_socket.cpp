@@ -17,6 +17,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "ipc/frame.h"
+#include "log/log.h"
 
 namespace ipc {
 namespace {
@@ -139,7 +140,7 @@ bool SendBlocking(const std::string& socketPath, const google::protobuf::Message
 }
 
 boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& loop, const std::string& path,
-                                                     unsigned permissions)
+                                                     unsigned permissions, std::optional<std::uint32_t> group)
 {
     sockaddr_un address;
     if (!MakeAddress(path, address))
@@ -147,13 +148,16 @@ boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& lo
                                std::to_string(sizeof address.sun_path - 1) + " bytes");
     Descriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (listener.Get() < 0) Fail(errno, "cannot listen on " + path);
-    // The file is made with the socket's own mode, less the umask: never more than is asked for.
-    if (::fchmod(listener.Get(), permissions) != 0) Fail(errno, "cannot listen on " + path);
+    // The file is made with the socket's own mode, less the umask: it is its owner's alone until it belongs
+    // to whom it is for.
+    if (::fchmod(listener.Get(), permissions & S_IRWXU) != 0) Fail(errno, "cannot listen on " + path);
     if (Bind(listener.Get(), address) != 0) {
         if (errno != EADDRINUSE) Fail(errno, "cannot listen on " + path);
         RemoveStale(path, address);
         if (Bind(listener.Get(), address) != 0) Fail(errno, "cannot listen on " + path);
     }
+    if (const std::string problem = group ? GiveToGroup(path, *group) : ""; !problem.empty())
+        slog::Notice("{}", problem);
     if (::chmod(path.c_str(), permissions) != 0) Fail(errno, "cannot set the permissions of " + path);
     if (::listen(listener.Get(), SOMAXCONN) != 0) Fail(errno, "cannot listen on " + path);
     boost::asio::local::stream_protocol::acceptor acceptor(loop);

@@ -119,7 +119,8 @@ private:
 
 class ThreadWorker final : public Worker {
 public:
-    explicit ThreadWorker(boost::asio::io_context& loop) : m_loop(loop), m_news(loop, m_desk->News())
+    ThreadWorker(boost::asio::io_context& loop, std::chrono::milliseconds patience)
+        : m_loop(loop), m_patience(patience), m_news(loop, m_desk->News())
     {
         Await();
     }
@@ -129,7 +130,7 @@ public:
     {
         m_alive.reset();
         m_news.release();  // the thread may still use it
-        m_desk->End(kWorkerPatience);
+        m_desk->End(m_patience);
     }
 
     std::shared_ptr<void> Do(std::function<void()> work, std::function<void()> done) override
@@ -169,6 +170,7 @@ private:
     }
 
     boost::asio::io_context& m_loop;
+    const std::chrono::milliseconds m_patience;
     const std::shared_ptr<Desk> m_desk = std::make_shared<Desk>();
     boost::asio::posix::stream_descriptor m_news;
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
@@ -177,9 +179,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<Worker> MakeWorker(boost::asio::io_context& loop)
+std::unique_ptr<Worker> MakeWorker(boost::asio::io_context& loop, std::chrono::milliseconds patience)
 {
-    return std::make_unique<ThreadWorker>(loop);
+    return std::make_unique<ThreadWorker>(loop, patience);
 }
 
 }  // namespace ipc

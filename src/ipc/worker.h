@@ -33,10 +33,14 @@ public:
 /// At its end a worker waits so long for the task that is under way, then leaves it to itself.
 constexpr std::chrono::milliseconds kWorkerPatience{100};
 
+/// For works that use what goes after the worker: it waits until the task under way is done.
+constexpr std::chrono::milliseconds kWorkerWaits{std::chrono::hours(24)};
+
 /// On the loop given, which must outlive it. The loop makes the thread when it runs and there is a task: the
 /// thread has the rights that the process has left itself by then. Where none can be made the loop does the
 /// work. Throws std::system_error when there are no descriptors left.
-std::unique_ptr<Worker> MakeWorker(boost::asio::io_context& loop);
+std::unique_ptr<Worker> MakeWorker(boost::asio::io_context& loop,
+                                   std::chrono::milliseconds patience = kWorkerPatience);
 
 }  // namespace ipc
 

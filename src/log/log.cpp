@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
@@ -88,15 +89,15 @@ Log& OpenedLog()
     return log;
 }
 
-/// "/home/x/tree/src/agent/session.cpp" is "src/agent/session".
+/// "/home/x/tree/src/agent/session.cpp" is "src/agent/session". The last folder of these names counts: the
+/// tree itself may be in one.
 std::string_view ShortFile(std::string_view file)
 {
-    for (const std::string_view root : {"/src/", "/tests/", "/bench/"}) {
-        const std::size_t at = file.rfind(root);
-        if (at == std::string_view::npos) continue;
-        file.remove_prefix(at + 1);
-        break;
-    }
+    std::size_t start = 0;
+    for (const std::string_view root : {"/src/", "/tests/", "/bench/"})
+        if (const std::size_t at = file.rfind(root); at != std::string_view::npos)
+            start = std::max(start, at + 1);
+    file.remove_prefix(start);
     const std::size_t dot = file.rfind('.');
     const std::size_t slash = file.rfind('/');
     const bool hasEnding = dot != std::string_view::npos && (slash == std::string_view::npos || dot > slash);

@@ -13,7 +13,9 @@
 #include <boost/asio/io_context.hpp>
 
 #include "ipc/cdb.pb.h"
+#include "ipc/peer.h"
 #include "ipc/timers.h"
+#include "ipc/trust.h"
 #include "ipc/worker.h"
 #include "log/log.h"
 #include "manager/configured_store.h"
@@ -55,6 +57,13 @@ capture::SourceOptions SourceOptionsOf(const Options& options)
 std::unique_ptr<Journal> OpenJournal(const std::string& path)
 {
     return path.empty() ? nullptr : std::make_unique<Journal>(path);
+}
+
+ipc::Trust TrustOf(const Options& options)
+{
+    ipc::Trust trust("sflow-mgr", options.switchGroup);
+    for (const std::string& allowed : options.allow) trust.Allow(allowed);
+    return trust;
 }
 
 /// By which everything is noted: it begins as the wall clock and is never set, so that ages stay true.
@@ -127,7 +136,8 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
                  m_addedDirection, m_clock),
       m_source(ChooseSource(options.source, loop, *m_timers, m_sampling.Sink(), SourceOptionsOf(options))),
       m_service(m_state, m_journal.get(), m_clock),
-      m_server(loop, *m_timers, directory + "/manager.sock", m_service),
+      m_server(loop, *m_timers, directory + "/manager.sock", m_service, TrustOf(options),
+               ipc::FindGroup(options.switchGroup)),
       m_provider(
           loop, *m_timers, directory + "/cdb.sock",
           {[this](const std::string& store) { m_configuration.Open(store); },
@@ -169,7 +179,7 @@ void Assembly::Impl::Confine(const Options& options)
     std::optional<User> user;
     if (!options.user.empty()) {
         user = FindUser(options.user);
-        m_server.GiveTo(user->uid, user->gid);
+        m_server.GiveTo(user->uid, ipc::FindGroup(options.switchGroup).value_or(user->gid));
     }
     const bool packetSockets = m_source.status.kind == "packet-socket";
     const auto missing = ReducePrivileges(user, {packetSockets, m_source.source && !packetSockets});

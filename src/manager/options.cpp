@@ -9,6 +9,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "ipc/trust.h"
+
 namespace manager {
 namespace {
 
@@ -101,9 +103,24 @@ MetricsAddress ToMetricsAddress(std::string_view value)
     return {address, *port};
 }
 
+std::string ToGroup(std::string_view value)
+{
+    if (ipc::FindGroup(std::string(value))) return std::string(value);
+    Refuse("switch-group", value, "is no group of this machine; make it, or name another");
+}
+
+std::string ToAllowed(std::string_view value)
+{
+    if (const std::string problem = ipc::Trust("sflow-mgr").Allow(value); !problem.empty())
+        throw UsageError("option --allow: " + problem);
+    return std::string(value);
+}
+
 enum : int {
     kJournal = 1,
     kUser,
+    kSwitchGroup,
+    kAllow,
     kRequireSampling,
     kDirection,
     kSource,
@@ -116,6 +133,8 @@ enum : int {
 
 constexpr option kOptions[] = {{"journal", required_argument, nullptr, kJournal},
                                {"user", required_argument, nullptr, kUser},
+                               {"switch-group", required_argument, nullptr, kSwitchGroup},
+                               {"allow", required_argument, nullptr, kAllow},
                                {"require-sampling", no_argument, nullptr, kRequireSampling},
                                {"direction", required_argument, nullptr, kDirection},
                                {"source", required_argument, nullptr, kSource},
@@ -135,6 +154,12 @@ bool Take(int option, const char* value, Options& options)
         return true;
     case kUser:
         options.user = value;
+        return true;
+    case kSwitchGroup:
+        options.switchGroup = ToGroup(value);
+        return true;
+    case kAllow:
+        options.allow.push_back(ToAllowed(value));
         return true;
     case kRequireSampling:
         options.requireSampling = true;
@@ -170,6 +195,7 @@ bool Take(int option, const char* value, Options& options)
 Options ParseOptions(int argc, char** argv)
 {
     Options options;
+    options.switchGroup = ipc::kSwitchGroup;
     ::optind = 0;  // begin anew, also where a command line has been parsed before
     ::opterr = 0;
     for (int found; (found = ::getopt_long(argc, argv, ":", kOptions, nullptr)) != -1;) {
@@ -192,6 +218,10 @@ std::string UsageText()
            "\n"
            "  --journal FILE       append each operation received to FILE, one JSON object a line\n"
            "  --user NAME          become this user once what needs more has been opened\n"
+           "  --switch-group GROUP whom manager.sock is for (sflow-switch, where that is there)\n"
+           "  --allow session=WHO,...\n"
+           "                       who else than root and our own user may have the session: users\n"
+           "                       and @groups (the switch group)\n"
            "  --require-sampling   refuse to start where packets can't be sampled\n"
            "  --source KIND        draw packets by auto, ebpf, ebpf-tcx, ebpf-clsact or\n"
            "                       packet-socket (auto: the best that can be had)\n"

@@ -8,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "manager/operation.h"
 
@@ -21,8 +22,10 @@ struct MetricsAddress {
 };
 
 struct Options {
-    std::string journal;  // empty: none
-    std::string user;     // empty: stay who we are
+    std::string journal;             // empty: none
+    std::string user;                // empty: stay who we are
+    std::string switchGroup;         // whom manager.sock is for
+    std::vector<std::string> allow;  // who else may have the session; see ipc/trust.h
     bool requireSampling = false;
     std::optional<Direction> direction;  // sampled besides what interfaces ask for
     std::string source = "auto";         // of packets: see source_choice.h

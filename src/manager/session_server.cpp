@@ -14,6 +14,7 @@
 #include "ipc/frame.h"
 #include "ipc/manager.pb.h"
 #include "ipc/timers.h"
+#include "ipc/user_quota.h"
 #include "log/log.h"
 #include "manager/service.h"
 
@@ -25,14 +26,15 @@ using ipc::manager::ServerMessage;
 
 constexpr unsigned kPermissions = 0660;
 /// A connection that has not said hello by then is ended.
-constexpr std::chrono::seconds kHelloTime{10};
+constexpr std::chrono::seconds kHelloTime{5};
 /// Before the next connection is accepted when accepting has failed (no descriptors left, say).
 constexpr std::chrono::milliseconds kAcceptDelay{100};
 
-boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& loop, const std::string& path)
+boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& loop, const std::string& path,
+                                                     std::optional<std::uint32_t> group)
 {
     try {
-        return ipc::Listen(loop, path, kPermissions);
+        return ipc::Listen(loop, path, kPermissions, group);
     } catch (const std::system_error& error) {
         std::string ignored;
         const auto other =
@@ -47,8 +49,13 @@ boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& lo
 
 class SessionServer::Impl {
 public:
-    Impl(boost::asio::io_context& loop, ipc::Timers& timers, std::string path, Service& service)
-        : m_timers(timers), m_path(std::move(path)), m_service(service), m_acceptor(Listen(loop, m_path))
+    Impl(boost::asio::io_context& loop, ipc::Timers& timers, std::string path, Service& service,
+         ipc::Trust trust, std::optional<std::uint32_t> group)
+        : m_timers(timers),
+          m_path(std::move(path)),
+          m_service(service),
+          m_trust(std::move(trust)),
+          m_acceptor(Listen(loop, m_path, group))
     {
         Accept();
     }
@@ -64,6 +71,8 @@ private:
         std::shared_ptr<ipc::Channel> channel;
         std::shared_ptr<void> helloTimer;
     };
+    /// Takes the connection out of the strangers, where it is one. Null: it is none.
+    std::shared_ptr<ipc::Channel> TakeStranger(Id id);
 
     void Accept();
     void Greet(ipc::Channel::Socket socket);
@@ -78,10 +87,12 @@ private:
     ipc::Timers& m_timers;
     const std::string m_path;
     Service& m_service;
+    const ipc::Trust m_trust;
     boost::asio::local::stream_protocol::acceptor m_acceptor;
     std::shared_ptr<void> m_acceptTimer;
     bool m_failing = false;  // to accept, and that is in the log
     Id m_lastId = 0;
+    ipc::UserQuota m_strangersOfUsers{kMaxStrangersOfUser};
     std::map<Id, Stranger> m_strangers;
     std::shared_ptr<ipc::Channel> m_holder;
     Id m_holderId = 0;
@@ -108,13 +119,24 @@ void SessionServer::Impl::Greet(ipc::Channel::Socket socket)
 {
     if (m_strangers.size() >= kMaxStrangers)
         Drop(m_strangers.begin()->first, "too many connections wait to say hello");
+    auto channel = ipc::Channel::Create(std::move(socket));
+    if (!m_strangersOfUsers.Take(channel->Peer().uid))
+        return Refuse(*channel, "too many connections of this user wait to say hello", 0);
     const Id id = ++m_lastId;
     Stranger stranger;
-    stranger.channel = ipc::Channel::Create(std::move(socket));
+    stranger.channel = std::move(channel);
     stranger.channel->Start({[this, id](std::string_view frame) { OnFrame(id, frame); },
                              [this, id](std::string_view reason) { OnClosed(id, reason); }});
     stranger.helloTimer = m_timers.After(kHelloTime, [this, id] { Drop(id, "no hello in time"); });
     m_strangers.emplace(id, std::move(stranger));
+}
+
+std::shared_ptr<ipc::Channel> SessionServer::Impl::TakeStranger(Id id)
+{
+    const auto node = m_strangers.extract(id);
+    if (node.empty()) return nullptr;
+    m_strangersOfUsers.GiveBack(node.mapped().channel->Peer().uid);
+    return node.mapped().channel;
 }
 
 void SessionServer::Impl::OnFrame(Id id, std::string_view frame)
@@ -132,15 +154,18 @@ void SessionServer::Impl::OnFrame(Id id, std::string_view frame)
 
 void SessionServer::Impl::OnHello(Id id, const ClientMessage& message)
 {
-    const auto node = m_strangers.extract(id);
-    if (node.empty()) return;
-    const auto channel = node.mapped().channel;
+    const auto channel = TakeStranger(id);
+    if (channel == nullptr) return;
     const auto& hello = message.hello();
     if (hello.protocol() != ipc::kProtocolVersion)
         return Refuse(*channel,
                       fmt::format("protocol version {} is not spoken here, only {}", hello.protocol(),
                                   ipc::kProtocolVersion),
                       0);
+    if (const auto why = m_trust.Refusal(ipc::Role::kSession, channel->Peer())) {
+        slog::Notice("process {} gets no session: {}", channel->Peer().pid, *why);
+        return Refuse(*channel, *why, 0);
+    }
     if (m_holder != nullptr) {
         const std::int64_t holder = m_holder->Peer().pid;
         return Refuse(*channel, fmt::format("process {} has the session", holder), holder);
@@ -166,15 +191,15 @@ void SessionServer::Impl::Refuse(ipc::Channel& channel, const std::string& reaso
 
 void SessionServer::Impl::OnClosed(Id id, std::string_view reason)
 {
-    m_strangers.erase(id);
+    TakeStranger(id);
     if (m_holder != nullptr && id == m_holderId) EndSession(reason);
 }
 
 void SessionServer::Impl::Drop(Id id, std::string_view reason)
 {
-    if (const auto stranger = m_strangers.extract(id); !stranger.empty()) {
-        slog::Info("connection of process {} ended: {}", stranger.mapped().channel->Peer().pid, reason);
-        stranger.mapped().channel->Close(true);
+    if (const auto stranger = TakeStranger(id)) {
+        slog::Info("connection of process {} ended: {}", stranger->Peer().pid, reason);
+        stranger->Close(true);
     } else if (m_holder != nullptr && id == m_holderId) {
         m_holder->Close(true);
         EndSession(reason);
@@ -211,8 +236,8 @@ void SessionServer::Impl::Stop()
 }
 
 SessionServer::SessionServer(boost::asio::io_context& loop, ipc::Timers& timers, std::string socketPath,
-                             Service& service)
-    : m_impl(std::make_unique<Impl>(loop, timers, std::move(socketPath), service))
+                             Service& service, ipc::Trust trust, std::optional<std::uint32_t> group)
+    : m_impl(std::make_unique<Impl>(loop, timers, std::move(socketPath), service, std::move(trust), group))
 {
 }
 

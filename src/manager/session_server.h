@@ -7,7 +7,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+
+#include "ipc/trust.h"
 
 namespace boost::asio {
 class io_context;
@@ -24,11 +27,15 @@ class SessionServer {
 public:
     /// Connections that have not said who they are; with one more, the oldest of them is ended.
     static constexpr std::size_t kMaxStrangers = 64;
+    /// Of one user, root aside; one more is refused.
+    static constexpr std::size_t kMaxStrangersOfUser = 16;
 
     /// Listens on the path. Throws std::runtime_error, which names the path, and the process that
     /// listens there already. All must outlive it.
+    /// `trust`: who may have the session. `group`: whom the socket is for; nullopt: the process's own.
     SessionServer(boost::asio::io_context& loop, ipc::Timers& timers, std::string socketPath,
-                  Service& service);
+                  Service& service, ipc::Trust trust = ipc::Trust("sflow-mgr"),
+                  std::optional<std::uint32_t> group = std::nullopt);
     SessionServer(const SessionServer&) = delete;
     SessionServer& operator=(const SessionServer&) = delete;
     ~SessionServer();

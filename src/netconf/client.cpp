@@ -94,8 +94,15 @@ void Client::SayHello(const ClientOptions& options)
     ours.capabilities.emplace_back(kBase10);
     if (options.offerChunked) ours.capabilities.emplace_back(kBase11);
     Write(ToXml(ours).append(FrameTrailer(Framing::kEndOfMessage)), deadline);
-    auto theirs = ParseHello(Read(deadline));
-    if (const auto* problem = std::get_if<std::string>(&theirs)) Fail(*problem);
+    const std::string first = Read(deadline);
+    auto theirs = ParseHello(first);
+    if (const auto* problem = std::get_if<std::string>(&theirs)) {
+        // A server that gives no session may say why in the place of its hello.
+        const auto refusal = ParseReply(first);
+        const auto* reply = std::get_if<Reply>(&refusal);
+        Fail(reply != nullptr && !reply->errors.empty() ? "no session: " + reply->errors[0].message
+                                                        : *problem);
+    }
     m_server = std::get<Hello>(std::move(theirs));
     if (m_server.sessionId == 0) Fail("the server's <hello> has no <session-id>");
     const auto framing = CommonFraming(ours, m_server);

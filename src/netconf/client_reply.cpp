@@ -17,11 +17,18 @@ class ReplyVisitor final : public XmlVisitor {
 public:
     explicit ReplyVisitor(Reply& reply) : m_reply(reply) {}
 
+    /// An element without a namespace; empty for none.
+    [[nodiscard]] const std::string& Bare() const { return m_bare; }
     [[nodiscard]] bool IsReply() const { return m_isReply; }
     [[nodiscard]] std::pair<std::size_t, std::size_t> Data() const { return {m_dataBegin, m_dataEnd}; }
 
     bool OnStart(const XmlElement& element) override
     {
+        // No reply has such elements, and two of one name end libyang's parser.
+        if (element.ns.empty() && element.depth > 1) {
+            m_bare = element.name;
+            return false;
+        }
         const std::string_view name = element.ns == kBaseNamespace ? element.name : std::string_view{};
         if (element.depth == 1) m_isReply = name == "rpc-reply";
         if (element.depth == 2) StartSecond(name, element.end);
@@ -37,7 +44,7 @@ public:
         return true;
     }
 
-    void OnEnd(std::size_t depth, std::size_t begin) override
+    bool OnEnd(std::size_t depth, std::size_t begin) override
     {
         if (depth == 2) {
             if (m_inData) m_dataEnd = begin;
@@ -46,11 +53,13 @@ public:
         }
         if (depth == 3) m_inInfo = false;
         if (depth == 3 || depth == 4) m_field = nullptr;
+        return true;
     }
 
-    void OnText(std::size_t /*depth*/, std::string_view text) override
+    bool OnText(std::size_t /*depth*/, std::string_view text) override
     {
         if (m_field != nullptr) m_field->append(text);
+        return true;
     }
 
 private:
@@ -76,6 +85,7 @@ private:
 
     Reply& m_reply;
     std::string* m_field = nullptr;
+    std::string m_bare;
     bool m_isReply = false;
     bool m_inData = false;
     bool m_inError = false;
@@ -92,6 +102,8 @@ std::variant<Reply, std::string> ParseReply(std::string xml)
     reply.xml = std::move(xml);
     ReplyVisitor visitor(reply);
     if (auto problem = ReadXml(reply.xml, visitor)) return "the reply can't be read: " + *problem;
+    if (!visitor.Bare().empty())
+        return "the element <" + visitor.Bare() + "> of the server's message has no namespace";
     if (!visitor.IsReply()) return "the server's message is no <rpc-reply>";
     const auto [begin, end] = visitor.Data();
     if (end > begin) reply.data = reply.xml.substr(begin, end - begin);

@@ -23,6 +23,9 @@ public:
     /// Holds for everything behind the last message taken by Next.
     void SetFraming(Framing framing) { m_framing = framing; }
 
+    /// The longest message that is taken from here on.
+    void SetLimit(std::size_t limit) { m_limit = limit; }
+
     void Append(std::string_view bytes);
 
     /// The next whole message; nullopt: more bytes are needed, or the framing is broken (see Problem).

@@ -31,17 +31,19 @@ public:
         return true;
     }
 
-    void OnEnd(std::size_t /*depth*/, std::size_t /*begin*/) override
+    bool OnEnd(std::size_t /*depth*/, std::size_t /*begin*/) override
     {
         if (m_isCapability) m_hello.capabilities.emplace_back(Trimmed(m_text));
         if (m_isSession) m_session = std::string(Trimmed(m_text));
         m_isCapability = false;
         m_isSession = false;
+        return true;
     }
 
-    void OnText(std::size_t /*depth*/, std::string_view text) override
+    bool OnText(std::size_t /*depth*/, std::string_view text) override
     {
         if (m_isCapability || m_isSession) m_text.append(text);
+        return true;
     }
 
     std::variant<Hello, std::string> Result()

@@ -45,6 +45,12 @@ std::string GetConfig(std::string_view source, std::optional<std::string_view> f
     return out + "</get-config>";
 }
 
+std::string GetTouched(std::string_view source)
+{
+    std::string out = "<get-config><source><" + Escaped(source) + "/></source><touched-only xmlns=\"";
+    return out.append(kSystem).append("\"/></get-config>");
+}
+
 std::string EditConfig(std::string_view config, const EditOptions& options)
 {
     std::string out = "<edit-config><target><candidate/></target>";
@@ -85,5 +91,13 @@ std::string HaTransition(std::string_view role)
 }
 
 std::string SflowResync() { return std::string("<sflow-resync xmlns=\"").append(kSystem).append("\"/>"); }
+
+std::string Backup(std::string_view file)
+{
+    std::string out = "<backup xmlns=\"";
+    out.append(kSystem).append("\"><file>");
+    AppendEscaped(out, file);
+    return out + "</file></backup>";
+}
 
 }  // namespace netconf

@@ -23,6 +23,9 @@ struct EditOptions {
 std::string Get(std::optional<std::string_view> filter = {});
 std::string GetConfig(std::string_view source, std::optional<std::string_view> filter = {});
 
+/// Of the outermost lists only what the candidate may differ in from running.
+std::string GetTouched(std::string_view source);
+
 /// `config`: the XML elements inside <config>. Target is the candidate.
 std::string EditConfig(std::string_view config, const EditOptions& options = {});
 
@@ -37,6 +40,8 @@ std::string KillSession(std::uint32_t id);
 /// `role`: "active" or "standby".
 std::string HaTransition(std::string_view role);
 std::string SflowResync();
+/// `file`: an absolute path on the switch.
+std::string Backup(std::string_view file);
 
 }  // namespace netconf
 

@@ -1,6 +1,8 @@
 #include "netconf/socket.h"
 
+#include <grp.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -8,6 +10,18 @@
 #include <cstring>
 
 namespace netconf {
+namespace {
+
+std::string Remedy(const std::string& path, int error)
+{
+    struct stat status {};
+    if (error != EACCES || ::stat(path.c_str(), &status) != 0) return "is cdbd running?";
+    const group* entry = ::getgrgid(status.st_gid);
+    const std::string name = entry != nullptr ? entry->gr_name : std::to_string(status.st_gid);
+    return "it is for members of the group " + name + " (usermod -aG " + name + " USER, then log in again)";
+}
+
+}  // namespace
 
 int ConnectSocket(const std::string& path)
 {
@@ -24,7 +38,8 @@ int ConnectSocket(const std::string& path)
         return descriptor;
     const int error = errno;
     ::close(descriptor);
-    throw ConnectionError("can't connect to " + path + ": " + std::strerror(error) + "; is cdbd running?");
+    throw ConnectionError("can't connect to " + path + ": " + std::strerror(error) + "; " +
+                          Remedy(path, error));
 }
 
 }  // namespace netconf

@@ -2,7 +2,12 @@
 
 #include <expat.h>
 
+#include <algorithm>
+#include <array>
+#include <limits>
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace netconf {
 namespace {
@@ -10,71 +15,122 @@ namespace {
 /// Between namespace and name in expat's element names; no XML text contains it.
 constexpr char kSeparator = '\1';
 
+/// "NAMESPACE 1 NAME 1 PREFIX", "NAMESPACE 1 NAME" or "NAME", as expat writes it, with kSeparator for 1.
+void Split(std::string_view full, XmlAttribute& parts)
+{
+    parts.ns = {};
+    parts.prefix = {};
+    parts.name = full;
+    const std::size_t first = full.find(kSeparator);
+    if (first == std::string_view::npos) return;
+    parts.ns = full.substr(0, first);
+    parts.name = full.substr(first + 1);
+    const std::size_t second = parts.name.find(kSeparator);
+    if (second == std::string_view::npos) return;
+    parts.prefix = parts.name.substr(second + 1);
+    parts.name = parts.name.substr(0, second);
+}
+
 class Reader {
 public:
-    Reader(std::string_view document, XmlVisitor* visitor, std::size_t maxDepth)
+    Reader(std::string_view document, XmlVisitor* visitor, const XmlLimits& limits)
         : m_document(document),
           m_visitor(visitor),
-          m_maxDepth(maxDepth),
+          m_limits(limits),
           m_parser(XML_ParserCreateNS("UTF-8", kSeparator), XML_ParserFree)
     {
     }
 
-    std::optional<std::string> Run()
+    std::optional<XmlProblem> Run()
     {
         XML_Parser parser = m_parser.get();
-        if (parser == nullptr) return "out of memory";
+        if (parser == nullptr) return XmlProblem{XmlProblem::Kind::kTooBig, "out of memory", "out of memory"};
         XML_SetUserData(parser, this);
+        XML_SetReturnNSTriplet(parser, 1);
         XML_SetElementHandler(parser, &Reader::Start, &Reader::End);
+        XML_SetStartNamespaceDeclHandler(parser, &Reader::Declaration);
         XML_SetStartDoctypeDeclHandler(parser, &Reader::Doctype);
         if (m_visitor != nullptr) XML_SetCharacterDataHandler(parser, &Reader::Text);
         // kMaxMessage, which bounds every document, fits an int.
-        if (XML_Parse(parser, m_document.data(), static_cast<int>(m_document.size()), XML_TRUE) ==
-                XML_STATUS_OK ||
-            m_ended)
-            return std::nullopt;
-        return Where(m_problem.empty() ? XML_ErrorString(XML_GetErrorCode(parser)) : m_problem);
+        const auto result =
+            XML_Parse(parser, m_document.data(), static_cast<int>(m_document.size()), XML_TRUE);
+        if (m_ended || (result == XML_STATUS_OK && m_problem.empty())) return std::nullopt;
+        if (m_problem.empty()) m_problem = XML_ErrorString(XML_GetErrorCode(parser));
+        const auto offset = std::max<XML_Index>(XML_GetCurrentByteIndex(parser), 0);
+        return XmlProblem{m_kind, Where(m_problem), m_problem, static_cast<std::size_t>(offset)};
     }
 
 private:
     static Reader& Self(void* data) { return *static_cast<Reader*>(data); }
 
+    static void Declaration(void* data, const XML_Char* /*prefix*/, const XML_Char* /*uri*/)
+    {
+        ++Self(data).m_declarations;
+    }
+
     static void Start(void* data, const XML_Char* name, const XML_Char** attributes)
     {
-        Reader& self = Self(data);
-        if (++self.m_depth > self.m_maxDepth)
-            return self.Stop("more than " + std::to_string(self.m_maxDepth) +
-                             " elements stand inside each other");
-        if (self.m_visitor == nullptr || self.m_ended) return;
-        const std::string_view full(name);
-        const std::size_t separator = full.find(kSeparator);
-        const bool bare = separator == std::string_view::npos;
+        Self(data).OnStart(name, attributes);
+    }
+
+    void OnStart(std::string_view full, const XML_Char** attributes)
+    {
+        ++m_depth;
+        if (m_ended || !m_problem.empty()) return;
+        if (m_depth > m_limits.depth)
+            return TooBig("more than " + std::to_string(m_limits.depth) +
+                          " elements stand inside each other");
+        if (++m_elements > m_limits.elements)
+            return TooBig("there are more than " + std::to_string(m_limits.elements) +
+                          " elements; send it in parts");
+        XmlAttribute parts;
+        Split(full, parts);
+        if (!TakeAttributes(attributes)) return;
+        if (full.size() > m_limits.nameLength) return NameTooLong();
+        if (m_visitor == nullptr) return;
         XmlElement element;
-        element.depth = self.m_depth;
-        element.ns = bare ? std::string_view{} : full.substr(0, separator);
-        element.name = bare ? full : full.substr(separator + 1);
-        element.begin = static_cast<std::size_t>(XML_GetCurrentByteIndex(self.m_parser.get()));
-        element.end = element.begin + static_cast<std::size_t>(XML_GetCurrentByteCount(self.m_parser.get()));
-        element.hasAttributes = *attributes != nullptr;
-        element.attribute = [attributes](std::string_view wanted) -> std::optional<std::string_view> {
-            for (const XML_Char** at = attributes; *at != nullptr; at += 2)
-                if (wanted == *at) return at[1];
-            return std::nullopt;
-        };
-        if (self.m_visitor->OnStart(element)) return;
-        self.m_ended = true;
-        XML_StopParser(self.m_parser.get(), XML_FALSE);
+        element.depth = m_depth;
+        element.ns = parts.ns;
+        element.name = parts.name;
+        element.begin = static_cast<std::size_t>(XML_GetCurrentByteIndex(m_parser.get()));
+        element.end = element.begin + static_cast<std::size_t>(XML_GetCurrentByteCount(m_parser.get()));
+        element.attributes = m_attributes;
+        if (!m_visitor->OnStart(element)) Finish();
+    }
+
+    bool TakeAttributes(const XML_Char** attributes)
+    {
+        m_attributes.clear();
+        std::size_t count = std::exchange(m_declarations, 0);
+        for (; *attributes != nullptr && count <= m_limits.attributes; attributes += 2, ++count) {
+            const std::string_view full(attributes[0]);
+            XmlAttribute& attribute = m_attributes.emplace_back();
+            Split(full, attribute);
+            attribute.value = attributes[1];
+            if (full.size() > m_limits.nameLength) {
+                NameTooLong();
+                return false;
+            }
+            if (attribute.value.size() > m_limits.valueLength) {
+                TooBig("an attribute is longer than " + std::to_string(m_limits.valueLength) + " bytes");
+                return false;
+            }
+        }
+        if (count <= m_limits.attributes) return true;
+        TooBig("an element has more than " + std::to_string(m_limits.attributes) +
+               " attributes and declarations of namespaces");
+        return false;
     }
 
     static void End(void* data, const XML_Char* /*element*/)
     {
         Reader& self = Self(data);
-        if (self.m_visitor != nullptr && !self.m_ended) {
+        if (self.m_visitor != nullptr && !self.m_ended && self.m_problem.empty()) {
             auto at = static_cast<std::size_t>(XML_GetCurrentByteIndex(self.m_parser.get()));
             // Of an empty element expat reports the one tag at both ends.
             if (self.m_document.substr(at, 2) != "</")
                 at += static_cast<std::size_t>(XML_GetCurrentByteCount(self.m_parser.get()));
-            self.m_visitor->OnEnd(self.m_depth, at);
+            if (!self.m_visitor->OnEnd(self.m_depth, at)) self.Finish();
         }
         --self.m_depth;
     }
@@ -82,18 +138,30 @@ private:
     static void Text(void* data, const XML_Char* text, int length)
     {
         Reader& self = Self(data);
-        if (!self.m_ended) self.m_visitor->OnText(self.m_depth, {text, static_cast<std::size_t>(length)});
+        if (self.m_ended || !self.m_problem.empty()) return;
+        if (!self.m_visitor->OnText(self.m_depth, {text, static_cast<std::size_t>(length)})) self.Finish();
     }
 
     static void Doctype(void* data, const XML_Char* /*name*/, const XML_Char* /*system*/,
                         const XML_Char* /*public*/, int /*internal*/)
     {
-        Self(data).Stop("a document type declaration is not allowed");
+        Self(data).Stop(XmlProblem::Kind::kMalformed, "a document type declaration is not allowed");
     }
 
-    void Stop(std::string problem)
+    void NameTooLong() { TooBig("a name is longer than " + std::to_string(m_limits.nameLength) + " bytes"); }
+    void TooBig(std::string problem) { Stop(XmlProblem::Kind::kTooBig, std::move(problem)); }
+
+    void Stop(XmlProblem::Kind kind, std::string problem)
     {
         if (m_problem.empty()) m_problem = std::move(problem);
+        m_kind = kind;
+        XML_StopParser(m_parser.get(), XML_FALSE);
+    }
+
+    /// The visitor has seen enough.
+    void Finish()
+    {
+        m_ended = true;
         XML_StopParser(m_parser.get(), XML_FALSE);
     }
 
@@ -105,12 +173,22 @@ private:
 
     std::string_view m_document;
     XmlVisitor* m_visitor;
-    std::size_t m_maxDepth;
+    XmlLimits m_limits;
     std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> m_parser;
+    std::vector<XmlAttribute> m_attributes;  // of the element at hand
+    std::size_t m_declarations = 0;          // of namespaces, of the element at hand
+    std::size_t m_elements = 0;
     std::size_t m_depth = 0;
     bool m_ended = false;  // by the visitor
+    XmlProblem::Kind m_kind = XmlProblem::Kind::kMalformed;
     std::string m_problem;
 };
+
+std::optional<std::string> TextOf(std::optional<XmlProblem> problem)
+{
+    if (!problem) return std::nullopt;
+    return std::move(problem->text);
+}
 
 std::string_view EntityFor(char character)
 {
@@ -134,9 +212,15 @@ std::string_view EntityFor(char character)
 
 void AppendEscaped(std::string& out, std::string_view text)
 {
+    // Looked up byte by byte: most texts are short and have nothing to escape.
+    static constexpr auto kIsSpecial = [] {
+        std::array<bool, std::numeric_limits<unsigned char>::max() + 1> special{};
+        for (const unsigned char character : std::string_view("&<>\"\r")) special[character] = true;
+        return special;
+    }();
     std::size_t done = 0;
-    for (std::size_t at = text.find_first_of("&<>\"\r"); at != std::string_view::npos;
-         at = text.find_first_of("&<>\"\r", done)) {
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (!kIsSpecial[static_cast<unsigned char>(text[at])]) continue;
         out.append(text.substr(done, at - done)).append(EntityFor(text[at]));
         done = at + 1;
     }
@@ -150,14 +234,31 @@ std::string Escaped(std::string_view text)
     return out;
 }
 
+std::optional<std::string_view> XmlElement::Attribute(std::string_view wanted) const
+{
+    for (const XmlAttribute& attribute : attributes)
+        if (attribute.ns.empty() && attribute.name == wanted) return attribute.value;
+    return std::nullopt;
+}
+
+std::optional<XmlProblem> ReadXmlWithin(std::string_view document, XmlVisitor& visitor,
+                                        const XmlLimits& limits)
+{
+    return Reader(document, &visitor, limits).Run();
+}
+
 std::optional<std::string> ReadXml(std::string_view document, XmlVisitor& visitor, std::size_t maxDepth)
 {
-    return Reader(document, &visitor, maxDepth).Run();
+    XmlLimits limits;
+    limits.depth = maxDepth;
+    return TextOf(Reader(document, &visitor, limits).Run());
 }
 
 std::optional<std::string> CheckXml(std::string_view document, std::size_t maxDepth)
 {
-    return Reader(document, nullptr, maxDepth).Run();
+    XmlLimits limits;
+    limits.depth = maxDepth;
+    return TextOf(Reader(document, nullptr, limits).Run());
 }
 
 }  // namespace netconf

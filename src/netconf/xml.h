@@ -1,12 +1,14 @@
 // Reading and writing of the XML around the data: well-formedness, bounds, escaping. The data itself
-// is libyang's matter. Refuses document types, so no entity is ever expanded.
+// is libyang's matter. Refuses document types, so no entity is ever expanded, and what would cost a
+// reader more than its length.
 
 #ifndef NETCONF_XML_H
 #define NETCONF_XML_H
 
 #include <cstddef>
-#include <functional>
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -18,6 +20,23 @@ namespace netconf {
 void AppendEscaped(std::string& out, std::string_view text);
 std::string Escaped(std::string_view text);
 
+/// What a document may have. Each bound is reached long before the work for it is felt.
+struct XmlLimits {
+    std::size_t depth = kMaxDepth;                    // elements inside each other
+    std::size_t elements = 2'000'000;                 // in all
+    std::size_t attributes = 64;                      // of one element, declarations of namespaces among them
+    std::size_t nameLength = 1024;                    // of a name and its namespace together
+    std::size_t valueLength = std::size_t{64} << 10;  // of one attribute's value
+};
+
+/// The views are valid during the call only.
+struct XmlAttribute {
+    std::string_view ns;  // empty: none
+    std::string_view name;
+    std::string_view prefix;  // empty: none
+    std::string_view value;
+};
+
 /// A start tag. The views are valid during the call only.
 struct XmlElement {
     std::size_t depth = 0;  // 1 for the document's element
@@ -25,8 +44,10 @@ struct XmlElement {
     std::string_view name;
     std::size_t begin = 0;  // byte offsets of the start tag
     std::size_t end = 0;
-    bool hasAttributes = false;  // declarations of namespaces are none
-    std::function<std::optional<std::string_view>(std::string_view name)> attribute;  // without namespace
+    std::span<const XmlAttribute> attributes{};  // declarations of namespaces are none
+
+    /// The value of the attribute of this name that has no namespace.
+    [[nodiscard]] std::optional<std::string_view> Attribute(std::string_view wanted) const;
 };
 
 /// What happens at the elements of a document, in document order.
@@ -35,13 +56,25 @@ public:
     virtual ~XmlVisitor() = default;
     /// False ends the reading, as if the document ended well there.
     virtual bool OnStart(const XmlElement& element) = 0;
-    /// `begin`: where the end tag begins (for an empty element: behind its start tag).
-    virtual void OnEnd(std::size_t depth, std::size_t begin) = 0;
-    /// A piece of the text directly in the innermost open element.
-    virtual void OnText(std::size_t depth, std::string_view text) = 0;
+    /// `begin`: where the end tag begins (for an empty element: behind its start tag). False as above.
+    virtual bool OnEnd(std::size_t depth, std::size_t begin) = 0;
+    /// A piece of the text directly in the innermost open element. False as above.
+    virtual bool OnText(std::size_t depth, std::string_view text) = 0;
 };
 
-/// Reads the document; what is wrong with it, with line and column, or nullopt.
+/// Why a document was not read to its end.
+struct XmlProblem {
+    enum class Kind : std::uint8_t { kMalformed, kTooBig } kind = Kind::kMalformed;
+    std::string text;        // with line and column
+    std::string reason{};    // the same without
+    std::size_t offset = 0;  // in bytes, where the reading stopped
+};
+
+/// Reads the document.
+std::optional<XmlProblem> ReadXmlWithin(std::string_view document, XmlVisitor& visitor,
+                                        const XmlLimits& limits);
+
+/// The same with the usual limits; what is wrong with the document, with line and column.
 std::optional<std::string> ReadXml(std::string_view document, XmlVisitor& visitor,
                                    std::size_t maxDepth = kMaxDepth);
 

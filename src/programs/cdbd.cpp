@@ -15,13 +15,20 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 
+#include "agent/access.h"
 #include "agent/agent.h"
+#include "agent/export_file.h"
 #include "agent/initial_file.h"
 #include "agent/program_options.h"
+#include "agent/store_report.h"
 #include "agent/user.h"
 #include "cdb/datastore.h"
 #include "cdb/schema.h"
 #include "cdb/store.h"
+#include "ipc/notify.h"
+#include "ipc/peer.h"
+#include "ipc/timers.h"
+#include "ipc/trust.h"
 #include "log/log.h"
 
 namespace {
@@ -35,15 +42,69 @@ std::optional<std::string> Variable(const char* name)
 /// Whether log lines do not reach who starts the program.
 bool LogIsFile() { return Variable("SFLOW_LOG").value_or("-") != "-"; }
 
+std::int64_t Now()
+{
+    using namespace std::chrono;
+    return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+void Import(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
+            cdb::Datastore& datastore)
+{
+    if (agent::ImportFile(schema, datastore, options.importFile, agent::UserName(::geteuid()), Now()))
+        slog::Notice("loaded {} as commit {}", options.importFile.string(), store.LastCommit());
+    else
+        slog::Notice("{} is what commit {} has; nothing was written", options.importFile.string(),
+                     store.LastCommit());
+}
+
 void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
                 cdb::Datastore& datastore)
 {
-    using namespace std::chrono;
-    const auto now = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
-    const auto warnings =
-        agent::LoadInitialFile(schema, store, datastore, options.initFile, agent::UserName(::geteuid()), now);
+    const auto warnings = agent::LoadInitialFile(schema, store, datastore, options.initFile,
+                                                 agent::UserName(::geteuid()), Now());
     for (const std::string& warning : warnings) slog::Notice("{}", warning);
     slog::Notice("loaded {} as commit {}", options.initFile.string(), store.LastCommit());
+}
+
+/// Those who read the store are the switch's processes, whatever user we run as.
+void ShareStore(const agent::ProgramOptions& options)
+{
+    const auto group = ipc::FindGroup(options.switchGroup);
+    if (!group) return;
+    for (const char* name : {"", "data.mdb", "lock.mdb", "writer.lock"})
+        if (const auto problem = ipc::GiveToGroup(options.stateDirectory / name, *group); !problem.empty())
+            return slog::Notice("{}", problem);
+}
+
+agent::AgentOptions AgentOptionsOf(const agent::ProgramOptions& options)
+{
+    agent::AgentOptions result;
+    result.runDirectory = options.runDirectory;
+    result.ackTimeout = options.ackTimeout;
+    result.callpointTimeout = options.callpointTimeout;
+    result.adminGroup = options.adminGroup;
+    result.switchGroup = options.switchGroup;
+    result.trust = ipc::Trust("cdbd", options.switchGroup);
+    for (const std::string& allowed : options.allow) result.trust.Allow(allowed);
+    result.sessions.most = options.maxSessions;
+    result.sessions.mostPerUser = options.maxSessionsPerUser;
+    result.sessions.times.hello = options.helloTimeout;
+    result.sessions.times.idle = options.idleTimeout;
+    return result;
+}
+
+/// Reads the rules of access again on each SIGHUP.
+void FollowReloads(boost::asio::signal_set& reloads, agent::Access& access)
+{
+    reloads.async_wait([&reloads, &access](const boost::system::error_code& error, int) {
+        if (error) return;
+        if (const std::string problem = access.Reload(); problem.empty())
+            slog::Notice("the rules of access have been read again");
+        else
+            slog::Error("{}; the rules stay as they were", problem);
+        FollowReloads(reloads, access);
+    });
 }
 
 void Run(const agent::ProgramOptions& options)
@@ -55,19 +116,35 @@ void Run(const agent::ProgramOptions& options)
     signals.async_wait([&loop](const boost::system::error_code& error, int) {
         if (!error) loop.stop();
     });
+    if (options.check) {
+        std::cout << agent::StoreReport(cdb::Store::Check(options.stateDirectory));
+        return;
+    }
+    boost::asio::signal_set reloads(loop, SIGHUP);
+    const auto timers = ipc::MakeTimers(loop);
+    ipc::ServiceNotifier serviceManager(*timers);
     schema = cdb::Schema::Load(options.yangDirectory);
+    if (!options.exportFile.empty())
+        return agent::ExportFile(*schema, options.stateDirectory, options.exportFile, std::cout);
     cdb::StoreOptions storeOptions;
+    storeOptions.mapSize = options.mapSize;
     storeOptions.historyLimit = options.historyLimit;
+    storeOptions.historyBytes = options.historyBytes;
+    storeOptions.historyDays = options.historyDays;
+    storeOptions.remake = !options.initFile.empty() || !options.importFile.empty();
     const auto store = cdb::Store::Open(options.stateDirectory, storeOptions);
     cdb::Datastore datastore(*schema, *store);
     if (!options.initFile.empty()) return Initialize(options, *schema, *store, datastore);
+    if (!options.importFile.empty()) return Import(options, *schema, *store, datastore);
 
-    agent::AgentOptions agentOptions;
-    agentOptions.runDirectory = options.runDirectory;
-    agentOptions.ackTimeout = options.ackTimeout;
-    agentOptions.callpointTimeout = options.callpointTimeout;
-    agent::Agent management(loop, *schema, *store, datastore, agentOptions);
+    ShareStore(options);
+    const auto admins = ipc::FindGroup(options.adminGroup);
+    agent::Access access(schema->Context(), {options.accessFile, options.yangDirectory,
+                                             admins ? ipc::GroupName(*admins) : std::string()});
+    FollowReloads(reloads, access);
+    agent::Agent management(loop, *schema, *store, datastore, access, AgentOptionsOf(options));
     management.Listen();
+    serviceManager.Ready();
     slog::Notice("serving {} at commit {}", options.runDirectory.string(), store->LastCommit());
     loop.run();
     slog::Notice("ends");

@@ -11,6 +11,8 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 
+#include "ipc/notify.h"
+#include "ipc/timers.h"
 #include "log/log.h"
 #include "manager/assembly.h"
 #include "manager/options.h"
@@ -33,7 +35,9 @@ bool LogIsFile()
 void Run(const manager::Options& options)
 {
     const std::string directory = RunDirectory();
-    std::filesystem::create_directories(directory);
+    // Operators and processes pass through it: see docs/architecture.md.
+    if (std::filesystem::create_directories(directory))
+        std::filesystem::permissions(directory, std::filesystem::perms{0751});
 
     // No other thread touches it: no locks.
     boost::asio::io_context loop(BOOST_ASIO_CONCURRENCY_HINT_UNSAFE);
@@ -42,7 +46,10 @@ void Run(const manager::Options& options)
         if (!error) loop.stop();
     });
     std::signal(SIGPIPE, SIG_IGN);  // a journal may be a pipe that nobody reads
+    const auto timers = ipc::MakeTimers(loop);
+    ipc::ServiceNotifier serviceManager(*timers);  // connects before system calls are restricted
     const manager::Assembly assembly(loop, options, directory);
+    serviceManager.Ready();
     slog::Notice("sFlow manager ready on {}/manager.sock", directory);
     loop.run();
     slog::Notice("sFlow manager ended");

@@ -20,6 +20,7 @@
 #include "cdb/datastore.h"
 #include "cdb/schema.h"
 #include "cdb/store.h"
+#include "guard/schema_index.h"
 #include "ipc/cdb.pb.h"
 #include "netconf/client.h"
 #include "netconf/requests.h"
@@ -29,6 +30,7 @@ namespace agent_tests {
 
 /// Of the modules in the tree, loaded once: they never change.
 const cdb::Schema& Schema();
+const guard::SchemaIndex& Index();
 
 /// What is in <config> around the elements of the container sflow. The prefix nc is declared.
 std::string Sflow(const std::string& content);
@@ -68,6 +70,7 @@ private:
     boost::asio::io_context m_loop;
     std::unique_ptr<cdb::Store> m_store;
     std::unique_ptr<cdb::Datastore> m_datastore;
+    std::unique_ptr<agent::Access> m_access;
     std::unique_ptr<agent::Agent> m_agent;
     std::thread m_thread;
 };

@@ -205,7 +205,7 @@ TEST(Clients, ReportFaultsOnAConnectionOfOneMessage)
     ipc::cdb::ClientMessage message;
     auto& fault = *message.mutable_fault_report();
     fault.set_process("app");
-    fault.set_pid(42);
+    fault.set_pid(42);  // the kernel knows better
     fault.set_kind(1);
     fault.set_function("Run");
     fault.set_file("app.cpp");
@@ -221,11 +221,95 @@ TEST(Clients, ReportFaultsOnAConnectionOfOneMessage)
                    .data;
         return !data.empty();
     });
-    EXPECT_THAT(data, testing::MatchesRegex(
-                          "<state xmlns=\"urn:switch:yang:switch-state\"><system><fault><number>1</number>"
-                          "<time>[0-9T:.+-]+Z?</time><process>app</process><pid>42</pid><kind>1</kind>"
-                          "<function>Run</function><file>app.cpp</file><line>7</line><text>it broke</text>"
-                          "</fault></system></state>"));
+    EXPECT_THAT(
+        data,
+        testing::MatchesRegex(
+            std::string("<state xmlns=\"urn:switch:yang:switch-state\"><system><fault><number>1</number>"
+                        "<time>[0-9T:.+-]+Z?</time><process>app</process><pid>") +
+            std::to_string(::getpid()) +
+            "</pid><kind>1</kind>"
+            "<function>Run</function><file>app.cpp</file><line>7</line><text>it broke</text>"
+            "</fault></system></state>"));
+}
+
+const std::string kNasty = std::string("a\0b", 3) + "\x01\x1b\r]]>\x7f \xef\xbf\xbe \xef\xbf\xbf <&";
+const std::string kShown = "a?b???]]&gt;? ? ? &lt;&amp;";
+
+/// What get says of the system, once it has the text in it. A reply that is not well-formed throws.
+std::string AwaitState(netconf::Client& client, const std::string& text)
+{
+    std::string data;
+    support::Await(text, [&] {
+        data =
+            client.Call(netconf::Get("<state xmlns=\"urn:switch:yang:switch-state\"><system/></state>")).data;
+        return data.find(text) != std::string::npos;
+    });
+    return data;
+}
+
+TEST(Clients, CanNotSpoilTheXmlOfAReplyByTheirTexts)
+{
+    World world;
+    auto client = world.Connect();
+    Process process(world, "app");
+    process.RegisterCallpoint();
+    process.Ready();
+    Process nasty(world, kNasty);
+    nasty.Ready();
+    EXPECT_THAT(AwaitState(client, "<name>" + kShown), HasSubstr("<name>app</name>"));
+
+    ipc::cdb::ClientMessage message;
+    auto& fault = *message.mutable_fault_report();
+    for (std::string* text :
+         {fault.mutable_process(), fault.mutable_function(), fault.mutable_file(), fault.mutable_text()})
+        *text = kNasty;
+    process.Send(message);
+    const std::string data = AwaitState(client, "<fault>");
+    for (const char* name : {"process", "function", "file", "text"})
+        EXPECT_THAT(data, HasSubstr("<" + std::string(name) + ">" + kShown + "</"));
+
+    client.Send(netconf::EditConfig(Sflow(Interface("eth1"))));
+    const auto request = process.ReceiveRequest();
+    message.mutable_callpoint_reply()->set_request(request.request());
+    message.mutable_callpoint_reply()->set_error(kNasty + std::string(100'000, 'x'));
+    process.Send(message);
+    const auto reply = client.Receive();
+    EXPECT_THAT(reply.xml, HasSubstr(kShown));
+    EXPECT_LT(reply.xml.size(), 6000U);
+}
+
+TEST(Clients, ThatAreSlowToSayWhatTheyWantAreEnded)
+{
+    agent::AgentOptions options;
+    options.clientHelloTimeout = std::chrono::milliseconds(1500);
+    World world(options);
+    Process ready(world, "app");
+    ready.RegisterCallpoint();
+    ready.Ready();
+    support::FrameClient silent(world.CdbSocket());
+    EXPECT_TRUE(silent.AwaitEnd());
+    Process registering(world, "slow");
+    registering.Subscribe(1, 0, "/config/oam/sflow");
+    EXPECT_TRUE(registering.AwaitEnd());
+    auto client = world.Connect();
+    client.Send(netconf::EditConfig(Sflow(Interface("eth1"))));
+    ready.Serve(1);
+    EXPECT_TRUE(client.Receive().ok);
+}
+
+TEST(Clients, ReportNoMoreFaultsThanTheirShare)
+{
+    World world;
+    auto client = world.Connect();
+    Process process(world, "storm");
+    process.Ready();
+    ipc::cdb::ClientMessage message;
+    message.mutable_fault_report()->set_process("storm");
+    for (int i = 0; i < 5000; ++i) process.Send(message);
+    Process other(world, "last");
+    other.Ready();  // behind them all
+    AwaitState(client, "<number>20</number>");
+    world.InLoop([&] { EXPECT_LT(world.Store().Faults(1000).size(), 40U); });
 }
 
 }  // namespace

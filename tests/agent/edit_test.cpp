@@ -81,7 +81,7 @@ TEST_F(Edit, RefusesWithPathAndInfo)
         Refused(m_client, EditConfig(Sflow(Collector("c1", "<speed>1</speed>"))), "unknown-element");
     EXPECT_EQ(error.type, "application");
     EXPECT_THAT(error.info, testing::ElementsAre(testing::Pair("bad-element", "speed")));
-    EXPECT_THAT(error.path, HasSubstr("collector[name='c1']"));
+    EXPECT_THAT(error.path, HasSubstr("collector[switch-oam-sflow:name='c1']"));
     EXPECT_EQ(Candidate(), "");
 }
 
@@ -110,7 +110,8 @@ TEST_F(Edit, RefusesOperationsThatAreNone)
     const auto error =
         Refused(m_client, EditConfig(Sflow("<agent nc:operation=\"destroy\"/>")), "bad-attribute");
     EXPECT_EQ(error.type, "application");
-    EXPECT_EQ(error.path, "/switch-config:config/switch-oam-sflow:oam/sflow");
+    EXPECT_EQ(error.path,
+              "/switch-config:config/switch-oam-sflow:oam/switch-oam-sflow:sflow/switch-oam-sflow:agent");
     EXPECT_THAT(error.info, testing::Contains(testing::Pair("bad-attribute", "operation")));
     EXPECT_EQ(Candidate(), "");
 }

@@ -70,7 +70,9 @@ TEST(Errors, CarryPathInfoAndAppTag)
     const auto mapped = agent::ToRpcError(error, agent_tests::Schema().Context());
     EXPECT_EQ(mapped.message, error.message);
     EXPECT_EQ(mapped.appTag, error.appTag);
-    EXPECT_EQ(mapped.path, error.path);
+    EXPECT_EQ(mapped.path,
+              "/switch-config:config/switch-oam-sflow:oam/switch-oam-sflow:sflow/"
+              "switch-oam-sflow:interface[switch-oam-sflow:name='a:b/c:d']/switch-oam-sflow:x");
     EXPECT_EQ(mapped.info, error.info);
     EXPECT_THAT(mapped.prefixes,
                 testing::ElementsAre(testing::Pair("switch-config", "urn:switch:yang:switch-config"),

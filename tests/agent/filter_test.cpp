@@ -7,6 +7,7 @@
 #include <variant>
 
 #include "agent/agent_world.h"
+#include "agent/data_source_tree.h"
 #include "agent/data_writer.h"
 #include "agent/rpc.h"
 #include "agent/yang_tree.h"
@@ -36,7 +37,7 @@ agent::Tree ParsedData()
 
 std::optional<agent::SubtreeFilter> Read(const std::string& filter)
 {
-    auto rpc = agent::ReadRpc(agent_tests::Schema().Context(),
+    auto rpc = agent::ReadRpc(agent_tests::Index(),
                               "<rpc xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" message-id=\"1\"><get>"
                               "<filter>" +
                                   filter + "</filter></get></rpc>",
@@ -45,12 +46,29 @@ std::optional<agent::SubtreeFilter> Read(const std::string& filter)
     return std::get<agent::Rpc>(std::move(rpc)).filter;
 }
 
+const agent::DataSchema& DataSchema()
+{
+    static const agent::DataSchema schema(agent_tests::Schema());
+    return schema;
+}
+
+std::string Written(const lyd_node* tree, const std::optional<agent::SubtreeFilter>& filter,
+                    Defaults defaults = Defaults::kExplicit)
+{
+    agent::TreeSource source(tree);
+    agent::WriteOptions options{.defaults = defaults};
+    std::string out;
+    std::optional<agent::FilterPlan> plan;
+    if (filter) plan = std::get<agent::FilterPlan>(agent::FilterPlan::Make(DataSchema(), *filter));
+    if (plan) options.filter = &*plan;
+    agent::WriteData(DataSchema(), source, options, out);
+    return out;
+}
+
 std::string Written(const std::optional<agent::SubtreeFilter>& filter,
                     Defaults defaults = Defaults::kExplicit)
 {
-    std::string out;
-    agent::WriteData(ParsedData().get(), filter, defaults, out);
-    return out;
+    return Written(ParsedData().get(), filter, defaults);
 }
 
 /// What Sflow() makes, without the declaration that only requests have.
@@ -173,18 +191,14 @@ TEST(DataWriter, EscapesValues)
     ASSERT_EQ(lyd_parse_data_mem(agent_tests::Schema().Context(), json, LYD_JSON, LYD_PARSE_ONLY, 0, &raw),
               LY_SUCCESS);
     const agent::Tree tree(raw);
-    std::string out;
-    agent::WriteData(tree.get(), std::nullopt, Defaults::kExplicit, out);
-    EXPECT_EQ(out,
+    EXPECT_EQ(Written(tree.get(), std::nullopt),
               "<state xmlns=\"urn:switch:yang:switch-state\"><system><fault><number>1</number>"
               "<text>&lt;&amp;&gt;</text></fault></system></state>");
 }
 
 TEST(DataWriter, WritesNothingOfNoTree)
 {
-    std::string out;
-    agent::WriteData(nullptr, std::nullopt, Defaults::kReportAll, out);
-    EXPECT_EQ(out, "");
+    EXPECT_EQ(Written(nullptr, std::nullopt, Defaults::kReportAll), "");
 }
 
 }  // namespace

@@ -34,7 +34,35 @@ TEST(Options, HaveDefaults)
     EXPECT_EQ(options.ackTimeout, std::chrono::seconds(10));
     EXPECT_EQ(options.callpointTimeout, std::chrono::seconds(5));
     EXPECT_EQ(options.historyLimit, 500U);
+    EXPECT_EQ(options.historyBytes, std::size_t{64} << 20);
+    EXPECT_EQ(options.historyDays, 0U);
+    EXPECT_EQ(options.mapSize, std::size_t{1} << 30);
     EXPECT_TRUE(options.initFile.empty());
+    EXPECT_FALSE(options.check);
+    EXPECT_EQ(options.maxSessions, 128U);
+    EXPECT_EQ(options.maxSessionsPerUser, 64U);
+    EXPECT_EQ(options.helloTimeout, std::chrono::seconds(30));
+    EXPECT_EQ(options.idleTimeout, std::chrono::seconds(0));
+    EXPECT_EQ(options.adminGroup, "sflow-admin");
+    EXPECT_EQ(options.switchGroup, "sflow-switch");
+    EXPECT_TRUE(options.allow.empty());
+}
+
+TEST(Options, SayWhoMayDoWhat)
+{
+    const ProgramOptions options =
+        Parse({"--access", "a.xml", "--admin-group=root", "--switch-group", "4711", "--allow",
+               "callpoint=root,@root", "--allow", "state=0", "--max-sessions", "7",
+               "--max-sessions-per-user=3", "--hello-timeout", "5", "--idle-timeout", "1800"});
+    EXPECT_EQ(options.accessFile, "a.xml");
+    EXPECT_EQ(options.adminGroup, "root");
+    EXPECT_EQ(options.switchGroup, "4711");
+    EXPECT_THAT(options.allow, testing::ElementsAre("callpoint=root,@root", "state=0"));
+    EXPECT_EQ(options.maxSessions, 7U);
+    EXPECT_EQ(options.maxSessionsPerUser, 3U);
+    EXPECT_EQ(options.helloTimeout, std::chrono::seconds(5));
+    EXPECT_EQ(options.idleTimeout, std::chrono::minutes(30));
+    EXPECT_EQ(Parse({"--idle-timeout", "0"}).idleTimeout, std::chrono::seconds(0));
 }
 
 TEST(Options, TakeTheEnvironmentAndPutTheCommandLineFirst)
@@ -63,6 +91,20 @@ TEST(Options, AreTaken)
     EXPECT_TRUE(Parse({"--version"}).version);
 }
 
+TEST(Options, OfTheStoreAreTaken)
+{
+    const ProgramOptions options =
+        Parse({"--history-bytes", "5000", "--history-days=30", "--map-size", "16M", "--check"});
+    EXPECT_EQ(options.historyBytes, 5000U);
+    EXPECT_EQ(options.historyDays, 30U);
+    EXPECT_EQ(options.mapSize, std::size_t{16} << 20);
+    EXPECT_TRUE(options.check);
+    EXPECT_EQ(Parse({"--map-size", "2G"}).mapSize, std::size_t{2} << 30);
+    EXPECT_EQ(Parse({"--history-bytes=4K"}).historyBytes, 4096U);
+    EXPECT_EQ(Parse({"--import", "a"}).importFile, "a");
+    EXPECT_EQ(Parse({"--export", "-"}).exportFile, "-");
+}
+
 TEST(Options, ThatMakeNoSenseAreNamed)
 {
     for (const auto& arguments :
@@ -72,10 +114,26 @@ TEST(Options, ThatMakeNoSenseAreNamed)
                                                {"bogus"},
                                                {"--init"},
                                                {"--init", ""},
+                                               {"--admin-group", "no-such-group"},
+                                               {"--switch-group", "no-such-group"},
+                                               {"--allow", "tea=root"},
+                                               {"--allow", "callpoint=no-such-user"},
+                                               {"--max-sessions", "0"},
+                                               {"--hello-timeout", "0"},
+                                               {"--idle-timeout", "-1"},
                                                {"--ack-timeout", "0"},
                                                {"--ack-timeout", "-1"},
                                                {"--ack-timeout", "5s"},
-                                               {"--ack-timeout", "99999999999999999999"}}) {
+                                               {"--ack-timeout", "99999999999999999999"},
+                                               {"--map-size", "1023K"},
+                                               {"--map-size", "1025G"},
+                                               {"--map-size", "99999999999999999999"},
+                                               {"--map-size", "M"},
+                                               {"--map-size", "5MB"},
+                                               {"--history-bytes", "4095"},
+                                               {"--history-days", "0"},
+                                               {"--import", "a", "--check"},
+                                               {"--init", "a", "--export", "-"}}) {
         const std::string name = std::string(arguments[0]).substr(0, std::string(arguments[0]).find('='));
         EXPECT_THAT([&] { Parse(arguments); },
                     testing::ThrowsMessage<agent::UsageError>(testing::HasSubstr(name)));

@@ -21,7 +21,7 @@ std::string InRpc(const std::string& operation)
 
 std::variant<agent::Rpc, agent::BadRpc> Read(const std::string& message, bool base11 = true)
 {
-    return agent::ReadRpc(agent_tests::Schema().Context(), message, base11);
+    return agent::ReadRpc(agent_tests::Index(), message, base11);
 }
 
 struct Case {
@@ -68,14 +68,10 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"DocumentType", "<!DOCTYPE rpc>" + InRpc("<get/>"), "rpc", "malformed-message", {}},
         Case{"TooDeep",
              InRpc("<edit-config>" + kCandidate + "<config>" + Deep() + "</config></edit-config>"),
-             "rpc",
-             "malformed-message",
-             {}},
-        Case{"TooDeepFilter",
-             InRpc("<get><filter>" + Deep() + "</filter></get>"),
-             "rpc",
-             "malformed-message",
-             {}},
+             "application",
+             "unknown-namespace",
+             {{"bad-element", "a"}, {"bad-namespace", "urn:x"}}},
+        Case{"TooDeepFilter", InRpc("<get><filter>" + Deep() + "</filter></get>"), "rpc", "too-big", {}},
         Case{"NoRpc",
              "<hello xmlns=\"" + kBase + "\"/>",
              "rpc",
@@ -91,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
              "rpc",
              "missing-attribute",
              {{"bad-attribute", "message-id"}, {"bad-element", "rpc"}}},
-        Case{"NoOperation", InRpc(""), "rpc", "missing-element", {}},
+        Case{"NoOperation", InRpc(""), "rpc", "missing-element", {{"bad-element", "rpcOperation"}}},
         Case{"UnknownOperation",
              InRpc("<make-tea/>"),
              "protocol",
@@ -121,7 +117,7 @@ INSTANTIATE_TEST_SUITE_P(
              InRpc("<commit><now xmlns='urn:x'/></commit>"),
              "protocol",
              "unknown-namespace",
-             {{"bad-element", "commit"}, {"bad-namespace", "urn:x"}}},
+             {{"bad-element", "now"}, {"bad-namespace", "urn:x"}}},
         Case{"UnknownAttribute",
              InRpc("<commit now='1'/>"),
              "protocol",
@@ -136,7 +132,7 @@ INSTANTIATE_TEST_SUITE_P(
              InRpc("<get-config/>"),
              "protocol",
              "missing-element",
-             {{"bad-element", "config-source"}}},
+             {{"bad-element", "source"}}},
         Case{"TwoSources",
              InRpc("<get-config><source><running/><candidate/></source></get-config>"),
              "protocol",

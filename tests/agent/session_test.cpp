@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "agent/agent_world.h"
 #include "support/frames.h"
@@ -143,20 +144,93 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Session, EndsOneThatSaysNoHelloInTime)
 {
     agent::AgentOptions options;
-    options.helloTimeout = std::chrono::milliseconds(20);
+    options.sessions.times.hello = std::chrono::milliseconds(20);
     World world(options);
     support::FrameClient client(world.NetconfSocket());
     EXPECT_TRUE(client.AwaitEnd());
 }
 
-TEST(Session, TurnsAwayWhatIsTooMany)
+TEST(Session, TurnsAwayWhatIsTooManyAndSaysWhy)
 {
     agent::AgentOptions options;
-    options.maxSessions = 1;
+    options.sessions.most = 1;
+    World world(options);
+    std::vector<netconf::Client> open;
+    // Root gets in where others do not.
+    const std::size_t most = 1 + (::geteuid() == 0 ? agent::Sessions::kReservedForRoot : 0);
+    for (std::size_t i = 0; i < most; ++i) open.push_back(world.Connect());
+    try {
+        static_cast<void>(world.Connect());
+        ADD_FAILURE() << "one session too many";
+    } catch (const netconf::ConnectionError& error) {
+        EXPECT_THAT(error.what(),
+                    HasSubstr("no session: too many sessions: " + std::to_string(most) + " are open"));
+    }
+    Do(open.front(), netconf::Commit());
+    Do(open.front(), netconf::KillSession(open.back().SessionId()));
+    if (most == 1) return;
+    support::Await("the place to come free", [&world] {
+        try {
+            static_cast<void>(world.Connect());
+            return true;
+        } catch (const netconf::ConnectionError&) {
+            return false;
+        }
+    });
+}
+
+TEST(Session, TakesALongHelloButNoEndlessOne)
+{
+    World world;
+    const std::string blanks(60'000, ' ');
+    support::FrameClient fits(world.NetconfSocket());
+    EXPECT_TRUE(fits.SendBytes(Hello().substr(0, Hello().size() - kEnd.size()) + blanks + kEnd));
+    auto other = world.Connect();
+    support::FrameClient endless(world.NetconfSocket());
+    // It ends long before it has taken a message's limit.
+    std::size_t taken = 0;
+    while (taken < (std::size_t{4} << 20) && endless.SendBytes(blanks)) taken += blanks.size();
+    EXPECT_LT(taken, std::size_t{4} << 20);
+    EXPECT_TRUE(endless.AwaitEnd());
+    Do(other, netconf::Commit());
+    EXPECT_FALSE(fits.AwaitEnd(std::chrono::milliseconds(20)));
+}
+
+TEST(Session, EndsOneThatIsIdleAndNoneThatIsBusy)
+{
+    agent::AgentOptions options;
+    options.sessions.times.idle = std::chrono::milliseconds(1000);
+    World world(options);
+    Process process(world, "app");
+    process.RegisterCallpoint();
+    process.Ready();
+    auto busy = world.Connect();
+    auto idle = world.Connect();
+    busy.Send(netconf::EditConfig(Sflow(Interface("eth1"))));
+    const auto request = process.ReceiveRequest();
+    EXPECT_THROW(idle.Receive(), netconf::ConnectionError);
+    // Its request has been under way for as long.
+    process.Answer(request, 512);
+    EXPECT_TRUE(busy.Receive().ok);
+    EXPECT_THROW(busy.Receive(), netconf::ConnectionError);
+}
+
+TEST(Session, EndsOneThatDoesNotReadItsAnswer)
+{
+    agent::AgentOptions options;
+    options.sessions.times.write = std::chrono::milliseconds(200);
     World world(options);
     auto client = world.Connect();
-    support::FrameClient second(world.NetconfSocket());
-    EXPECT_TRUE(second.AwaitEnd());
+    support::FrameClient stalled(world.NetconfSocket());
+    stalled.SendBytes(Hello("1.0"));
+    // More answers than the socket takes; the requests are small.
+    const std::string request = "<rpc xmlns=\"" + kBase +
+                                "\" message-id=\"1\"><get-schema "
+                                "xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\">"
+                                "<identifier>ietf-netconf</identifier></get-schema></rpc>" +
+                                kEnd;
+    for (int i = 0; i < 100; ++i) stalled.SendBytes(request);
+    support::Await("the session to end", [&stalled] { return !stalled.SendBytes(" "); });
     Do(client, netconf::Commit());
 }
 

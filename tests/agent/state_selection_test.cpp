@@ -17,7 +17,7 @@ namespace {
 
 std::optional<agent::SubtreeFilter> ReadFilter(const std::string& filter)
 {
-    auto rpc = agent::ReadRpc(Schema().Context(),
+    auto rpc = agent::ReadRpc(Index(),
                               "<rpc xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" message-id=\"1\"><get>"
                               "<filter>" +
                                   filter + "</filter></get></rpc>",

@@ -1,5 +1,7 @@
 // The bytes of the store's keys and values.
 
+#include <random>
+
 #include <gtest/gtest.h>
 
 #include "cdb/store_codec.h"
@@ -60,14 +62,56 @@ TEST(StoreCodec, WritesARowThatReadsBack)
                         {"plen", cdb::Ipv4Plen{0x0500000a, 24}}}};
     std::string payload;
     codec::ToBytes(row, payload);
-    codec::RowReader reader;
     cdb::Row result{{{"left over from the row before", true}}};
-    ASSERT_TRUE(reader.Read(payload, result));
+    ASSERT_TRUE(codec::ReadRow(payload, result));
     EXPECT_EQ(result, row);
     codec::ToBytes({}, payload);
-    ASSERT_TRUE(reader.Read(payload, result));
+    ASSERT_TRUE(codec::ReadRow(payload, result));
     EXPECT_EQ(result, cdb::Row());
-    EXPECT_FALSE(reader.Read("\xff\xff", result));
+    EXPECT_FALSE(codec::ReadRow("\xff\xff", result));
+}
+
+TEST(StoreCodec, PassesOverWhatNewerProgramsAdd)
+{
+    const cdb::Row row{{{"port", std::uint16_t{7}}, {"nothing", cdb::Value()}}};
+    std::string payload;
+    codec::ToBytes(row, payload);
+    // A field 15 of each kind: in the row, and in a leaf and a value that it begins with.
+    payload += "\x78\x05";
+    payload += "\x7a\x03xyz";
+    const std::string leaf = "\x0a\x01p\x7d\x01\x02\x03\x04\x12\x04\x18\x08\x78\x01";
+    payload += "\x0a" + std::string(1, static_cast<char>(leaf.size())) + leaf;
+    cdb::Row result;
+    ASSERT_TRUE(codec::ReadRow(payload, result));
+    EXPECT_EQ(result,
+              (cdb::Row{{{"port", std::uint16_t{7}}, {"nothing", cdb::Value()}, {"p", std::uint16_t{8}}}}));
+}
+
+TEST(StoreCodec, RefusesValuesBeyondTheirType)
+{
+    cdb::Row result;
+    EXPECT_TRUE(codec::ReadRow("\x0a\x06\x12\x04\x18\xff\xff\x03", result)) << "a uint16 of 65535";
+    EXPECT_FALSE(codec::ReadRow("\x0a\x06\x12\x04\x18\x80\x80\x04", result)) << "a uint16 of 65536";
+    EXPECT_TRUE(codec::ReadRow("\x0a\x06\x12\x04\x32\x02\x10\x20", result)) << "a prefix length of 32";
+    EXPECT_FALSE(codec::ReadRow("\x0a\x06\x12\x04\x32\x02\x10\x21", result)) << "a prefix length of 33";
+}
+
+TEST(StoreCodec, ReadsAnyBytesToAnEnd)
+{
+    std::string payload;
+    codec::ToBytes({{{"name", "c1"s}, {"ip", cdb::Ipv4{0x010200c0}}, {"plen", cdb::Ipv4Plen{1, 24}}}},
+                   payload);
+    std::mt19937 random(1);
+    int read = 0;
+    for (int i = 0; i < 20000; ++i) {
+        std::string changed = payload.substr(0, 1 + random() % payload.size());
+        for (auto changes = random() % 3; changes > 0; --changes)
+            changed[random() % changed.size()] = static_cast<char>(random());
+        cdb::Row row;
+        if (codec::ReadRow(changed, row)) ++read;
+    }
+    EXPECT_GT(read, 100);
+    EXPECT_LT(read, 19000);
 }
 
 TEST(StoreCodec, KeepsTheEntriesOfAListTogetherInTheOrderOfTheirKeys)

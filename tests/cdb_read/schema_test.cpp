@@ -266,4 +266,31 @@ TEST(Schema, NamesADirectoryThatHasNoModules)
     }
 }
 
+/// A copy of the tree's modules with a text in one of them replaced.
+std::string FingerprintOfCopy(const fs::path& directory, const std::string& module = {},
+                              const std::string& from = {}, const std::string& to = {})
+{
+    for (const auto& file : fs::directory_iterator(SFLOW_TEST_YANG_DIR)) {
+        std::ifstream in(file.path());
+        std::string text{std::istreambuf_iterator<char>(in), {}};
+        if (file.path().filename() == module) text.replace(text.find(from), from.size(), to);
+        std::ofstream(directory / file.path().filename()) << text;
+    }
+    return cdb::Schema::Load(directory)->Fingerprint();
+}
+
+TEST(Schema, HasAFingerprintOfTheModulesTexts)
+{
+    const std::string own = sample::Schema().Fingerprint();
+    EXPECT_EQ(own.size(), 32U);
+    const TempDirectory same;
+    EXPECT_EQ(FingerprintOfCopy(same.Path()), own);  // wherever the modules lie
+    const TempDirectory other;
+    const auto changed = FingerprintOfCopy(other.Path(), "switch-oam-sflow.yang", "1..65535", "1..65534");
+    EXPECT_NE(changed, own);  // of the same revision
+    const TempDirectory third;
+    std::ofstream(third.Path() / "extra.yang") << "module extra { namespace \"urn:extra\"; prefix e; }";
+    EXPECT_NE(FingerprintOfCopy(third.Path()), own);
+}
+
 }  // namespace

@@ -131,6 +131,58 @@ TEST(StoreDamage, NamesTheRow)
                   "written"));
 }
 
+// What undoes a commit is not read at the start: it may be much. Who needs it is told then.
+TEST(StoreDamage, OfAnUndoIsSeenByThoseWhoNeedIt)
+{
+    const TempDirectory directory;
+    const auto file = directory.Path() / "data.mdb";
+    {
+        const auto store = Store::Open(directory.Path());
+        store->SetSchema(sample::Table());
+        for (std::uint64_t commit = 1; commit <= 2; ++commit) {
+            auto transaction = store->Begin();
+            transaction.Append({commit, 0, "", "", "", std::string(20'000, static_cast<char>('a' + commit))});
+            ASSERT_EQ(transaction.Commit(), std::nullopt);
+        }
+    }
+    std::string content = Content(file);
+    content[content.rfind(std::string(1000, 'b')) + 500] = 'x';
+    Overwrite(file, content);
+    {
+        const auto store = Store::Open(directory.Path());
+        EXPECT_EQ(store->History(5).size(), 2U);
+        EXPECT_EQ(std::get<cdb::HistoryEntry>(store->HistoryUndo(2)).undo, std::string(20'000, 'c'));
+        const auto found = store->HistoryUndo(1);
+        ASSERT_TRUE(std::holds_alternative<cdb::Error>(found));
+        EXPECT_THAT(std::get<cdb::Error>(found).message, HasSubstr("what undoes commit 1 can't be read"));
+    }
+    EXPECT_THAT([&] { Store::Check(directory.Path()); },
+                testing::ThrowsMessage<cdb::FatalError>(HasSubstr("has changed since it was written")));
+}
+
+// The head of a value's page says how many pages come free when the value goes.
+TEST(StoreDamage, OfAnUndosPageIsRefused)
+{
+    const TempDirectory directory;
+    const auto file = directory.Path() / "data.mdb";
+    {
+        const auto store = Store::Open(directory.Path());
+        auto transaction = store->Begin();
+        transaction.Append({1, 0, "", "", "", std::string(20'000, 'a')});
+        ASSERT_EQ(transaction.Commit(), std::nullopt);
+    }
+    std::string content = Content(file);
+    const auto page = content.find(std::string(4000, 'a')) / kPage * kPage;
+    for (const std::size_t at : {std::size_t{0}, std::size_t{10}, std::size_t{12}}) {
+        std::string damaged = content;
+        damaged[page + at] = static_cast<char>(damaged[page + at] + 7);
+        Overwrite(file, damaged);
+        EXPECT_THAT(Complaint(directory.Path()), HasSubstr("is damaged: a page of its history")) << at;
+    }
+    Overwrite(file, content);
+    EXPECT_EQ(Complaint(directory.Path()), "");
+}
+
 /// Changes the store's own records with LMDB itself.
 void Change(const fs::path& directory, const std::string& key, const std::optional<std::string>& value)
 {

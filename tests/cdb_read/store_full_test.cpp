@@ -68,6 +68,41 @@ TEST(StoreFull, RefusesACommitThatDoesNotFitTheMap)
                 HasSubstr("the commit failed: the store in " + directory.Path().string() + " is full"));
 }
 
+/// Changes all rows of 1,000 interfaces, with what undoes that.
+std::optional<cdb::Error> ReplaceAll(Store& store)
+{
+    const auto commit = store.LastCommit() + 1;
+    const auto row = [](std::uint64_t number) {
+        return cdb::Row{{{"default-sampling-rate", static_cast<std::uint32_t>(number)},
+                         {"polling-interval", static_cast<std::uint16_t>(number)},
+                         {"sampling-rate", static_cast<std::uint32_t>(number)}}};
+    };
+    cdb::HistoryEntry entry = sample::History(commit);
+    entry.undo.clear();
+    auto transaction = store.Begin(commit - 1);
+    for (int i = 0; i < 1000; ++i) {
+        const auto key = Key(sample::kInterface, {"gigabit-ethernet-1/1/" + std::to_string(i)});
+        transaction.Put(key, row(commit));
+        entry.undoRows.push_back({store.StoredKey(key), row(commit - 1)});
+    }
+    transaction.Append(entry);
+    return transaction.Commit();
+}
+
+TEST(StoreFull, TakesAnyNumberOfBulkChangesInASmallMap)
+{
+    const TempDirectory directory;
+    const auto store = Store::Open(directory.Path(), {.mapSize = 16 * kMiB});
+    store->SetSchema(sample::Table());
+    for (int round = 0; round < 200; ++round) {
+        const auto error = ReplaceAll(*store);
+        ASSERT_FALSE(error) << round << ": " << error->message;
+    }
+    EXPECT_EQ(store->LastCommit(), 200U);
+    EXPECT_EQ(std::get<cdb::HistoryEntry>(store->HistoryUndo(200)).undoRows.size(), 1000U);
+    EXPECT_GT(store->History(1000).size(), 20U);
+}
+
 TEST(StoreFull, GoesOnWhenThereIsSpaceAgain)
 {
     const TempDirectory directory;
@@ -102,6 +137,33 @@ std::string FillInChild(const std::filesystem::path& directory, const std::funct
     std::string verdict = child.Output();
     EXPECT_EQ(child.Status(), 0);
     return verdict;
+}
+
+// The history may have a quarter of 1 GiB, and the file only 8 MiB.
+TEST(StoreFull, DropsHistoryWhereTheDiskIsFull)
+{
+    const TempDirectory directory;
+    static_cast<void>(sample::Table());
+    ChildProcess child([&](int output) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{8 * kMiB, 8 * kMiB};
+        std::string verdict = setrlimit(RLIMIT_FSIZE, &limit) == 0 ? "" : "setrlimit failed";
+        const auto store = Store::Open(directory.Path());
+        store->SetSchema(sample::Table());
+        std::size_t fewest = 1000;
+        for (int round = 0; round < 150 && verdict.empty(); ++round) {
+            if (const auto error = ReplaceAll(*store))
+                verdict = std::to_string(round) + ": " + error->message;
+            if (round > 100) fewest = std::min(fewest, store->History(1000).size());
+        }
+        if (verdict.empty() && store->LastCommit() != 150) verdict = "the last commit is another one";
+        if (verdict.empty() && fewest < 10) verdict = "too much of the history went";
+        if (verdict.empty() && store->History(1000).size() == 150) verdict = "nothing went";
+        return write(output, verdict.data(), verdict.size()) == static_cast<ssize_t>(verdict.size()) ? 0 : 1;
+    });
+    EXPECT_EQ(child.Output(), "");
+    EXPECT_EQ(child.Status(), 0);
+    EXPECT_EQ(Store::Check(directory.Path()).commit, 150U);
 }
 
 TEST(StoreFull, RefusesACommitBeyondTheLargestFile)

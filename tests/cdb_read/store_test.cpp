@@ -167,7 +167,8 @@ TEST_F(StoreTest, ListsTheHistoryNewestFirst)
     EXPECT_EQ(history[0].user, "anna");
     EXPECT_EQ(history[0].source, "netconf");
     EXPECT_EQ(history[0].comment, "more of it");
-    EXPECT_EQ(history[0].undo, entry.undo);
+    EXPECT_EQ(history[0].undo, "");  // what undoes it is asked for by itself
+    EXPECT_EQ(std::get<cdb::HistoryEntry>(m_store->HistoryUndo(2)).undo, entry.undo);
     EXPECT_EQ(history[1].commit, 1U);
     EXPECT_EQ(m_store->History(1).size(), 1U);
     EXPECT_EQ(m_store->History(0).size(), 0U);
@@ -234,6 +235,68 @@ TEST_F(StoreTest, WritesAnUnchangedSchemaOnce)
     EXPECT_EQ(fs::last_write_time(Directory() / "data.mdb"), time);
 }
 
+TEST_F(StoreTest, KeepsTheSchemasFingerprint)
+{
+    EXPECT_EQ(m_store->SchemaFingerprint(), "");
+    m_store->SetSchema(sample::Table(), "abc");
+    EXPECT_EQ(m_store->SchemaFingerprint(), "abc");
+    m_store.reset();
+    m_store = Store::Open(Directory());
+    EXPECT_EQ(m_store->SchemaFingerprint(), "abc");
+    EXPECT_EQ(m_store->Schema(), sample::Table());
+    m_store->SetSchema(sample::Table());  // nothing is known of the rows any more
+    m_store.reset();
+    m_store = Store::Open(Directory());
+    EXPECT_EQ(m_store->SchemaFingerprint(), "");
+}
+
+TEST_F(StoreTest, AddsFaultsTogether)
+{
+    Reopen({.faultLimit = 3});
+    ASSERT_EQ(m_store->AddFaults({}), std::nullopt);
+    std::vector<cdb::Fault> faults(5);
+    for (std::size_t i = 0; i < faults.size(); ++i) faults[i].line = static_cast<std::int32_t>(i);
+    ASSERT_EQ(m_store->AddFaults(faults), std::nullopt);
+    faults.resize(1);
+    ASSERT_EQ(m_store->AddFaults(faults), std::nullopt);
+    std::vector<std::pair<std::uint64_t, std::int32_t>> kept;
+    for (const auto& fault : m_store->Faults(10)) kept.emplace_back(fault.number, fault.line);
+    EXPECT_THAT(kept, testing::ElementsAre(std::pair(4U, 0), std::pair(3U, 4), std::pair(2U, 3)));
+}
+
+TEST_F(StoreTest, IsCopiedWhileItIsInUse)
+{
+    Commit({{Key(sample::kInterface, {"eth1"}), RateRow(1)}}, 1);
+    const auto copy = m_directory.Path() / "copy" / "data.mdb";
+    auto task = m_store->Backup(copy);
+    EXPECT_EQ(task()->tag, cdb::ErrorTag::kInvalidValue);  // there is no such directory
+    fs::create_directory(copy.parent_path());
+    const auto transaction = m_store->Begin();
+    EXPECT_EQ(task(), std::nullopt);
+    EXPECT_EQ(task()->tag, cdb::ErrorTag::kDataExists);
+    EXPECT_EQ(m_store->Backup("copy.mdb")()->tag, cdb::ErrorTag::kInvalidValue);
+    EXPECT_EQ(std::distance(fs::directory_iterator(copy.parent_path()), {}), 1);
+    const auto reader = cdb::StoreReader::Open(copy.parent_path());
+    EXPECT_EQ(reader->Read().Get(Key(sample::kInterface, {"eth1"})), RateRow(1));
+    EXPECT_EQ(reader->Read().Commit(), 1U);
+}
+
+// A reader takes the map's size from the file.
+TEST_F(StoreTest, GrowsItsMapOnALaterStart)
+{
+    constexpr std::size_t kSmall = std::size_t{1} << 20;
+    Reopen({.mapSize = kSmall});
+    m_store.reset();
+    EXPECT_EQ(Store::Check(Directory()).mapSize, std::size_t{1} << 30);  // it does not shrink
+    fs::remove_all(Directory());
+    Reopen({.mapSize = kSmall});
+    m_store.reset();
+    EXPECT_EQ(Store::Check(Directory()).mapSize, kSmall);
+    Reopen({.mapSize = 4 * kSmall});
+    m_store.reset();
+    EXPECT_EQ(Store::Check(Directory()).mapSize, 4 * kSmall);
+}
+
 /// The schema with a leaf less, or one more, in an interface.
 cdb::SchemaTable Evolved(bool more)
 {
@@ -291,18 +354,7 @@ TEST_F(StoreTest, LeavesOnlyItsFilesBehind)
 {
     std::vector<std::string> names;
     for (const auto& file : fs::directory_iterator(Directory())) names.push_back(file.path().filename());
-    EXPECT_THAT(names, testing::UnorderedElementsAre("data.mdb", "lock.mdb", "writer.lock"));
-}
-
-TEST_F(StoreTest, IsMadeAnewAfterAProcessDiedWhileMakingIt)
-{
-    m_store.reset();
-    fs::remove(Directory() / "data.mdb");
-    fs::create_directory(Directory() / "new");
-    std::ofstream(Directory() / "new" / "data.mdb") << "half a store";
-    Reopen();
-    Commit({});
-    EXPECT_FALSE(fs::exists(Directory() / "new"));
+    EXPECT_THAT(names, testing::UnorderedElementsAre("data.mdb", "lock.mdb", "store.id", "writer.lock"));
 }
 
 TEST_F(StoreTest, DoesNotGrowOnceTheHistoryIsFull)

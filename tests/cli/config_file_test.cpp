@@ -53,17 +53,17 @@ TEST(ConfigText, IsRefusedWithLineAndColumn)
         {"blank", " \n", "x.json is empty", ""},
         {"neither", "\n set a b", "x.json: line 2, column 2: ", "neither JSON"},
         {"JSON cut off", "{\"switch-config:config\":{\n \"switch-oam-sflow:oam\":{",
-         "x.json: line 2, column 26: ", ""},
+         "x.json: line 2, column 25: ", "end of input"},
         {"JSON comma", "{\"switch-config:config\":{\n\n  , }}", "x.json: line 3, column 3: ", ""},
-        {"something behind JSON", "{}\n{}", "x.json: line 2, column 1: ", "something follows"},
+        {"something behind JSON", "{}\n{}", "x.json: line 2, column 1: ", "expected end of input"},
         {"XML cut off", "<config xmlns=\"urn:switch:yang:switch-config\">\n<oam",
          "x.json: line 2, column 5: ", ""},
         {"XML tags", "<config xmlns=\"urn:switch:yang:switch-config\">\n</confi>",
-         "x.json: line 2, column 8: ", "mismatch"},
+         "x.json: line 2, column 3: ", "mismatch"},
         {"something behind XML", "<config xmlns=\"urn:switch:yang:switch-config\"/>\njunk",
-         "x.json: line 2, column 1: ", "junk"},
+         "x.json: line 2, column 1: ", "the configuration holds text"},
         {"unknown leaf", "{\"switch-config:config\":{\n\"switch-oam-sflow:oam\":{\"speed\":1}}}",
-         "x.json: line 2, ", "\"speed\" not found"},
+         "x.json: line 2, ", "has no element \"speed\""},
         {"unknown module", "{\"nobody:config\":{}}", "x.json: line 1, ", "nobody"},
         {"value",
          "{\"switch-config:config\":{\"switch-oam-sflow:oam\":{\"sflow\":{\"interface\":[\n"
@@ -71,10 +71,10 @@ TEST(ConfigText, IsRefusedWithLineAndColumn)
          "x.json: line 2, ", "interface[name='e1']/sampling-rate"},
         {"both unknown and malformed",
          "<config xmlns=\"urn:switch:yang:switch-config\">\n <x>\n </y>\n</config>\n",
-         "x.json: line 3, column 5: ", "mismatch"},
+         "x.json: line 3, column 4: ", "mismatch"},
         {"unknown in two elements",
          "<config xmlns=\"urn:switch:yang:switch-config\">\n<x/></config>\n<y xmlns=\"urn:z\"/>",
-         "x.json: line 2, ", "\"x\" not found"},
+         "x.json: line 2, ", "has no element \"x\""},
         {"state", "{\"switch-state:state\":{}}", "x.json: line 1, ", "state"},
     };
     for (const auto& row : rows)
@@ -83,7 +83,7 @@ TEST(ConfigText, IsRefusedWithLineAndColumn)
 
 TEST(ConfigText, ANulByteIsNoEnd)
 {
-    EXPECT_THAT(ErrorOf(std::string("{}\n\0{}", 6)), HasSubstr("line 2, column 1: something follows"));
+    EXPECT_THAT(ErrorOf(std::string("{}\n\0{}", 6)), HasSubstr("line 2, column 1: there is a zero byte"));
 }
 
 TEST(ConfigFile, ThatCannotBeReadIsNamed)

@@ -59,7 +59,7 @@ TEST_F(ChangesReported, NothingForAValueThatWasThereAnyway)
     EXPECT_EQ(Apply(Eth1("<default-sampling-rate>512</default-sampling-rate>")), Strings{});
     EXPECT_EQ(Apply(Eth1("<polling-interval>20</polling-interval>")), Strings{});
     // The explicit default is kept all the same.
-    EXPECT_NE(Shown(datastore->Running()).find("polling-interval 20"), std::string::npos);
+    EXPECT_NE(Shown(RunningTree().get()).find("polling-interval 20"), std::string::npos);
     EXPECT_EQ(store->LastCommit(), 2U);
 }
 
@@ -113,14 +113,14 @@ TEST_F(ChangesReported, AReplacedEntryIsAtMostModified)
               (Strings{"modified /config/oam/sflow/interface{eth1}",
                        "deleted /config/oam/sflow/interface{eth1}/flow-sampling-collector{c1}",
                        "created /config/oam/sflow/interface{eth1}/flow-sampling-collector{c2}"}));
-    const auto before = Shown(datastore->Running());
+    const auto before = Shown(RunningTree().get());
     EXPECT_EQ(Apply(Sflow("<collector><name>c1</name><ip>192.0.2.1</ip></collector>"
                           "<collector><name>c2</name><ip>192.0.2.2</ip></collector>"
                           "<interface><name>eth1</name><default-sampling-rate>512</default-sampling-rate>"
                           "<flow-sampling-collector><name>c2</name></flow-sampling-collector></interface>"),
                     DefaultOperation::kReplace),
               Strings{});
-    EXPECT_EQ(Shown(datastore->Running()), before);
+    EXPECT_EQ(Shown(RunningTree().get()), before);
 }
 
 TEST_F(ChangesReported, ChangesSaysBeforeTheCommitWhatItSaysAfter)

@@ -8,6 +8,11 @@ namespace {
 using cdb::ErrorTag;
 using Strings = std::vector<std::string>;
 
+cdb::HistoryEntry UndoOf(const cdb::Store& store, std::uint64_t commit)
+{
+    return std::get<cdb::HistoryEntry>(store.HistoryUndo(commit));
+}
+
 constexpr const char* kCollector = "<collector><name>c1</name><ip>192.0.2.1</ip></collector>";
 constexpr const char* kInterface =
     "<interface><name>eth1</name><default-sampling-rate>512</default-sampling-rate>"
@@ -22,10 +27,10 @@ TEST_F(Commits, RunningIsBackAfterARestart)
     Apply(
         Config("<interface xmlns='urn:switch:yang:switch-interfaces'><mgmt><name>m</name><ipv4><address>"
                "<ip>10.0.0.5/24</ip></address></ipv4></mgmt></interface>"));
-    const auto before = Shown(datastore->Running());
+    const auto before = Shown(RunningTree().get());
     Open();
-    EXPECT_EQ(Shown(datastore->Running()), before);
-    EXPECT_EQ(Shown(datastore->Candidate()), before);
+    EXPECT_EQ(Shown(RunningTree().get()), before);
+    EXPECT_EQ(Shown(CandidateTree().get()), before);
     EXPECT_FALSE(datastore->Changed());
 }
 
@@ -65,7 +70,7 @@ TEST_F(Commits, TheHistorySaysWhoAndWhen)
 
 TEST_F(Commits, TheUndoOfEachTakesItBack)
 {
-    Strings states{Shown(datastore->Running())};
+    Strings states{Shown(RunningTree().get())};
     const std::string edits[] = {
         Sflow(std::string(kCollector) + kInterface),
         Sflow("<interface><name>eth1</name><polling-interval "
@@ -78,13 +83,14 @@ TEST_F(Commits, TheUndoOfEachTakesItBack)
     };
     for (const auto& edit : edits) {
         Apply(edit);
-        states.push_back(Shown(datastore->Running()));
+        states.push_back(Shown(RunningTree().get()));
     }
     const auto history = store->History(10);
     ASSERT_EQ(history.size(), 4U);
     for (std::size_t i = 0; i < history.size(); ++i) {
-        Apply(history[i].undo);
-        EXPECT_EQ(Shown(datastore->Running()), states[states.size() - 2 - i]) << history[i].undo;
+        ASSERT_FALSE(datastore->Undo(UndoOf(*store, history[i].commit)));
+        Commit();
+        EXPECT_EQ(Shown(RunningTree().get()), states[states.size() - 2 - i]);
     }
 }
 
@@ -96,8 +102,8 @@ TEST_F(Commits, TheUndoIsAsLargeAsTheChange)
     Apply(Sflow("<interface><name>eth7</name><polling-interval>4</polling-interval></interface>"));
     const auto history = store->History(2);
     ASSERT_EQ(history.size(), 2U);
-    EXPECT_LT(history[0].undo.size(), 500U) << history[0].undo;
-    EXPECT_LT(history[1].undo.size(), 500U) << history[1].undo;
+    EXPECT_EQ(UndoOf(*store, 2).undoRows.size(), 1U);
+    EXPECT_EQ(UndoOf(*store, 1).undoRows.size(), 1000U);
 }
 
 TEST_F(Commits, AFullStoreLeavesRunningAndCandidateAsTheyWere)
@@ -108,21 +114,21 @@ TEST_F(Commits, AFullStoreLeavesRunningAndCandidateAsTheyWere)
     std::filesystem::remove_all(directory.Path() / "store");
     Open(options);
     Apply(Sflow(kCollector));
-    const auto before = Shown(datastore->Running());
+    const auto before = Shown(RunningTree().get());
     std::string many;
     for (int i = 0; i < 5000; ++i) many += "<interface><name>eth" + std::to_string(i) + "</name></interface>";
     Edit(Sflow(many));
-    const auto candidate = Shown(datastore->Candidate());
+    const auto candidate = Shown(CandidateTree().get());
     const auto result = datastore->Commit({});
     const auto* errors = std::get_if<std::vector<cdb::Error>>(&result);
     ASSERT_NE(errors, nullptr);
     EXPECT_EQ(errors->front().tag, ErrorTag::kResourceDenied);
-    EXPECT_EQ(Shown(datastore->Running()), before);
-    EXPECT_EQ(Shown(datastore->Candidate()), candidate);
+    EXPECT_EQ(Shown(RunningTree().get()), before);
+    EXPECT_EQ(Shown(CandidateTree().get()), candidate);
     EXPECT_EQ(store->LastCommit(), 1U);
     datastore->Discard();
     Open(options);
-    EXPECT_EQ(Shown(datastore->Running()), before);
+    EXPECT_EQ(Shown(RunningTree().get()), before);
 }
 
 TEST_F(Commits, ARowThatDoesNotFitIsNamed)
@@ -133,6 +139,7 @@ TEST_F(Commits, ARowThatDoesNotFitIsNamed)
                     {{{"max-header-size", cdb::Value(std::uint16_t{9})}}});
     transaction.Append({1, 0, "", "", "", ""});
     ASSERT_FALSE(transaction.Commit());
+    store->SetSchema(TheSchema().Table(), "of other modules");  // what is known to be valid is not looked at
     try {
         cdb::Datastore other(TheSchema(), *store);
         FAIL() << "a header size of 9 was taken";
@@ -149,6 +156,7 @@ TEST_F(Commits, AStoredConfigurationThatIsNotValidIsRefused)
     transaction.Put({table.Find("/config/oam/sflow/collector"), {"c1"}}, {});
     transaction.Append({1, 0, "", "", "", ""});
     ASSERT_FALSE(transaction.Commit());
+    store->SetSchema(TheSchema().Table(), "of other modules");  // what is known to be valid is not looked at
     try {
         cdb::Datastore other(TheSchema(), *store);
         FAIL() << "a collector without an address was taken";
@@ -168,7 +176,7 @@ TEST_F(Commits, InitializeFillsTheDefaultsThatNoCallpointWrites)
               Strings{"interface \"eth2\" has no default-sampling-rate, and the callpoint "
                       "sflow-set-sampling-rate is not asked here: 4096, the default of the YANG module, "
                       "is used"});
-    EXPECT_NE(Shown(datastore->Running()).find("default-sampling-rate 4096"), std::string::npos);
+    EXPECT_NE(Shown(RunningTree().get()).find("default-sampling-rate 4096"), std::string::npos);
     EXPECT_FALSE(datastore->Changed());
     EXPECT_EQ(store->LastCommit(), 1U);
 }
@@ -178,7 +186,7 @@ TEST_F(Commits, AnInvalidFirstConfigurationLeavesNothing)
     Strings warnings;
     const auto content = ParseEdit(Sflow("<collector><name>c1</name></collector>"));
     EXPECT_EQ(datastore->Initialize(content.get(), {}, warnings).size(), 1U);
-    EXPECT_EQ(Shown(datastore->Candidate()), "");
+    EXPECT_EQ(Shown(CandidateTree().get()), "");
     EXPECT_TRUE(store->Empty());
 }
 

@@ -26,13 +26,13 @@ TEST_P(EditErrors, NameTheThingAndTheRemedy)
 {
     const auto& row = GetParam();
     Apply(Sflow("<collector><name>c1</name><ip>192.0.2.1</ip></collector>"));
-    const std::string before = Shown(datastore->Candidate());
+    const std::string before = Shown(CandidateTree().get());
     const auto error = TryEdit(Sflow(row.inner));
     ASSERT_TRUE(error);
     EXPECT_EQ(error->tag, row.tag);
     EXPECT_EQ(error->path, std::string("/switch-config:config/switch-oam-sflow:oam/sflow") + row.path);
     EXPECT_EQ(error->message, row.message);
-    EXPECT_EQ(Shown(datastore->Candidate()), before);
+    EXPECT_EQ(Shown(CandidateTree().get()), before);
 }
 
 constexpr Row kRows[] = {
@@ -78,6 +78,9 @@ constexpr Row kRows[] = {
      "<polling-interval>6</polling-interval></interface>",
      ErrorTag::kBadElement, "/interface[name='e']/polling-interval",
      "leaf \"polling-interval\" of interface \"e\" is given twice; give it once"},
+    {"AKeyGivenTwice", "<collector><name>c7</name><name>c8</name></collector>", ErrorTag::kBadElement,
+     "/collector[name='c7'][name='c8']/name",
+     "leaf \"name\" of collector \"c7 c8\" is given twice; give it once"},
     {"DeletingAKey", "<collector><name nc:operation='delete'>c1</name></collector>", ErrorTag::kBadAttribute,
      "/collector[name='c1']/name",
      "leaf \"name\" of collector \"c1\" is a key and can't be deleted; put the operation on the entry"},
@@ -123,7 +126,7 @@ TEST_F(OtherEditErrors, ACallpointsBadWriteNamesTheCallpoint)
     ASSERT_TRUE(error);
     EXPECT_EQ(error->tag, ErrorTag::kOperationFailed);
     EXPECT_NE(error->message.find("sflow-set-sampling-rate"), std::string::npos) << error->message;
-    EXPECT_EQ(Shown(datastore->Candidate()), "");
+    EXPECT_EQ(Shown(CandidateTree().get()), "");
 }
 
 }  // namespace

@@ -24,8 +24,8 @@ std::string Interface(const std::string& name, const std::string& rest = "",
 
 class Edits : public DatastoreTest {
 protected:
-    [[nodiscard]] std::string Candidate() const { return Shown(datastore->Candidate()); }
-    [[nodiscard]] std::string Running() const { return Shown(datastore->Running()); }
+    [[nodiscard]] std::string Candidate() const { return Shown(CandidateTree().get()); }
+    [[nodiscard]] std::string Running() const { return Shown(RunningTree().get()); }
 };
 
 constexpr const char* kOne =

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "cdb/path.h"
+#include "cdb/tree_load.h"
 
 namespace tests {
 namespace {
@@ -121,6 +122,13 @@ void DatastoreTest::Edit(const std::string& xml, cdb::DefaultOperation operation
 {
     const auto error = TryEdit(xml, operation, writes);
     ASSERT_FALSE(error) << error->message;
+}
+
+cdb::TreePtr DatastoreTest::RunningTree() const { return cdb::LoadTree(TheSchema(), *datastore->Running()); }
+
+cdb::TreePtr DatastoreTest::CandidateTree() const
+{
+    return cdb::LoadTree(TheSchema(), *datastore->Candidate());
 }
 
 cdb::ChangeSet DatastoreTest::Commit()

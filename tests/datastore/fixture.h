@@ -59,6 +59,9 @@ protected:
     /// Fails the test on an error.
     void Edit(const std::string& xml, cdb::DefaultOperation operation = cdb::DefaultOperation::kMerge,
               const std::vector<cdb::LeafWrite>& writes = {});
+    /// The datastores as complete trees.
+    [[nodiscard]] cdb::TreePtr RunningTree() const;
+    [[nodiscard]] cdb::TreePtr CandidateTree() const;
     cdb::ChangeSet Commit();
     /// Edit and commit.
     std::vector<std::string> Apply(const std::string& xml,

@@ -3,7 +3,9 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <functional>
+#include <memory>
 #include <new>
 
 #include "cdb/tree.h"
@@ -160,13 +162,18 @@ Rows RowsOf(const cdb::Schema& schema, const cdb::StoreReader::Snapshot& store)
     return rows;
 }
 
-bool IsValid(const cdb::Schema& schema, const lyd_node* tree)
+bool IsValid(const lyd_node* tree)
 {
-    lyd_node* copy = nullptr;
-    if (lyd_dup_siblings(tree, nullptr, LYD_DUP_RECURSIVE, &copy) != LY_SUCCESS) throw std::bad_alloc();
-    const bool valid = lyd_validate_all(&copy, schema.Context(), LYD_VALIDATE_NO_STATE | LYD_VALIDATE_PRESENT,
-                                        nullptr) == LY_SUCCESS;
-    lyd_free_all(copy);
+    // In a context of its own, where libyang looks at everything.
+    static const auto schema = cdb::Schema::Load(SFLOW_TEST_YANG_DIR);
+    char* text = nullptr;
+    if (lyd_print_mem(&text, tree, LYD_XML, LYD_PRINT_WITHSIBLINGS | LYD_PRINT_SHRINK) != LY_SUCCESS)
+        throw std::bad_alloc();
+    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
+    lyd_node* parsed = nullptr;
+    const bool valid = lyd_parse_data_mem(schema->Context(), text != nullptr ? text : "", LYD_XML,
+                                          LYD_PARSE_STRICT, LYD_VALIDATE_NO_STATE, &parsed) == LY_SUCCESS;
+    lyd_free_all(parsed);
     return valid;
 }
 

@@ -22,7 +22,7 @@ Rows RowsOf(const cdb::Schema& schema, const lyd_node* tree);
 Rows RowsOf(const cdb::Schema& schema, const cdb::StoreReader::Snapshot& store);
 
 /// Whether libyang accepts the tree, defaults and all, when it looks at everything.
-bool IsValid(const cdb::Schema& schema, const lyd_node* tree);
+bool IsValid(const lyd_node* tree);
 
 /// As Lines() of a change set.
 std::vector<std::string> Changes(const cdb::Schema& schema, const lyd_node* before, const lyd_node* after);

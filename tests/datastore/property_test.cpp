@@ -23,15 +23,15 @@ protected:
         const auto operation = kOperations[random.Below(6)];
         const std::string xml = random.Make();
         const auto edit = ParseEdit(xml);
-        const std::string before = naive::Everything(datastore->Candidate());
+        const std::string before = naive::Everything(CandidateTree().get());
         const auto planned = datastore->EntriesToCreate(edit.get(), operation);
-        ASSERT_EQ(naive::Everything(datastore->Candidate()), before) << xml;
+        ASSERT_EQ(naive::Everything(CandidateTree().get()), before) << xml;
         std::vector<cdb::LeafWrite> writes;
         for (const auto& entry : planned)
             writes.push_back(DefaultRate(entry.path.steps.back().keys.front(), 1024));
         const auto error = datastore->Edit(edit.get(), operation, ErrorOption::kRollbackOnError, writes);
         if (error) {
-            ASSERT_EQ(naive::Everything(datastore->Candidate()), before) << xml << '\n' << error->message;
+            ASSERT_EQ(naive::Everything(CandidateTree().get()), before) << xml << '\n' << error->message;
         }
         m_failed += error ? 1 : 0;
     }
@@ -40,48 +40,44 @@ protected:
     {
         const auto& schema = TheSchema();
         const bool valid = datastore->Validate().empty();
-        ASSERT_EQ(valid, naive::IsValid(schema, datastore->Candidate()));
+        ASSERT_EQ(valid, naive::IsValid(CandidateTree().get()));
         const auto changes = Lines(datastore->Changes());
-        ASSERT_EQ(changes, naive::Changes(schema, datastore->Running(), datastore->Candidate()));
-        ASSERT_EQ(datastore->Changed(), naive::RowsOf(schema, datastore->Running()) !=
-                                            naive::RowsOf(schema, datastore->Candidate()));
+        ASSERT_EQ(changes, naive::Changes(schema, RunningTree().get(), CandidateTree().get()));
+        ASSERT_EQ(datastore->Changed(),
+                  naive::RowsOf(schema, RunningTree().get()) != naive::RowsOf(schema, CandidateTree().get()));
         m_invalid += valid ? 0 : 1;
     }
 
     void Finish(RandomEdit& random)
     {
-        const std::string running = naive::Everything(datastore->Running());
-        const std::string candidate = naive::Everything(datastore->Candidate());
+        const std::string running = naive::Everything(RunningTree().get());
+        const std::string candidate = naive::Everything(CandidateTree().get());
         const auto result = datastore->Commit({});
         if (std::holds_alternative<cdb::ChangeSet>(result)) {
             ++m_commits;
-            ASSERT_EQ(naive::Everything(datastore->Running()), candidate);
-            ASSERT_EQ(naive::Everything(datastore->Candidate()), candidate);
+            ASSERT_EQ(naive::Everything(RunningTree().get()), candidate);
+            ASSERT_EQ(naive::Everything(CandidateTree().get()), candidate);
             ASSERT_EQ(naive::RowsOf(TheSchema(), store->Read()),
-                      naive::RowsOf(TheSchema(), datastore->Running()));
+                      naive::RowsOf(TheSchema(), RunningTree().get()));
         } else {
-            ASSERT_EQ(naive::Everything(datastore->Running()), running);
-            ASSERT_EQ(naive::Everything(datastore->Candidate()), candidate);
+            ASSERT_EQ(naive::Everything(RunningTree().get()), running);
+            ASSERT_EQ(naive::Everything(CandidateTree().get()), candidate);
             if (random.Below(2) == 0) return;
             datastore->Discard();
-            ASSERT_EQ(naive::Everything(datastore->Candidate()), running);
+            ASSERT_EQ(naive::Everything(CandidateTree().get()), running);
         }
         ASSERT_FALSE(datastore->Changed());
     }
 
     void RollBack()
     {
-        const std::string running = naive::Everything(datastore->Running());
-        for (const auto& entry : store->History(1)) {
-            const auto undo = ParseEdit(entry.undo);
-            const auto error =
-                datastore->Edit(undo.get(), DefaultOperation::kMerge, ErrorOption::kRollbackOnError, {});
-            ASSERT_FALSE(error) << error->message << '\n' << entry.undo;
-        }
-        ASSERT_EQ(naive::RowsOf(TheSchema(), datastore->Candidate()), m_before);
+        const std::string running = naive::Everything(RunningTree().get());
+        const auto entry = store->HistoryUndo(store->LastCommit());
+        ASSERT_FALSE(datastore->Undo(std::get<cdb::HistoryEntry>(entry)));
+        ASSERT_EQ(naive::RowsOf(TheSchema(), CandidateTree().get()), m_before);
         datastore->Discard();
-        ASSERT_EQ(naive::Everything(datastore->Running()), running);
-        ASSERT_EQ(naive::Everything(datastore->Candidate()), running);
+        ASSERT_EQ(naive::Everything(RunningTree().get()), running);
+        ASSERT_EQ(naive::Everything(CandidateTree().get()), running);
     }
 
     naive::Rows m_before;  // running's before the last commit
@@ -97,7 +93,7 @@ TEST_P(RandomEdits, GiveWhatLookingAtEverythingGives)
         ASSERT_NO_FATAL_FAILURE(TryOne(random)) << "edit " << i;
         ASSERT_NO_FATAL_FAILURE(Compare()) << "edit " << i;
         if (random.Below(3) != 0) continue;
-        const auto before = naive::RowsOf(TheSchema(), datastore->Running());
+        const auto before = naive::RowsOf(TheSchema(), RunningTree().get());
         const auto last = store->LastCommit();
         ASSERT_NO_FATAL_FAILURE(Finish(random)) << "edit " << i;
         if (store->LastCommit() == last || datastore->Changed()) continue;
@@ -108,10 +104,10 @@ TEST_P(RandomEdits, GiveWhatLookingAtEverythingGives)
     EXPECT_GT(m_commits, kEdits / 30);
     EXPECT_GT(m_failed, kEdits / 30);
     EXPECT_GT(m_invalid, kEdits / 30);
-    const auto before = naive::Everything(datastore->Running());
+    const auto before = naive::Everything(RunningTree().get());
     Open();
-    EXPECT_EQ(naive::Everything(datastore->Running()), before);
-    EXPECT_EQ(naive::Everything(datastore->Candidate()), before);
+    EXPECT_EQ(naive::Everything(RunningTree().get()), before);
+    EXPECT_EQ(naive::Everything(CandidateTree().get()), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomEdits, ::testing::Values(1U, 2U, 3U, 4U));

@@ -80,15 +80,14 @@ TEST_F(Validation, AnInvalidCandidateIsNotCommitted)
     Edit(Sflow("<collector><name>c1</name></collector>"));
     const auto result = datastore->Commit({});
     ASSERT_TRUE(std::holds_alternative<std::vector<cdb::Error>>(result));
-    EXPECT_EQ(Shown(datastore->Running()), "");
+    EXPECT_EQ(Shown(RunningTree().get()), "");
     EXPECT_TRUE(store->Empty());
     EXPECT_TRUE(datastore->Changed());
 }
 
 TEST_F(Validation, TheSchemasConstraintsStayWithinReach)
 {
-    const cdb::Validator validator(TheSchema());
-    const auto& reach = validator.Constraints();
+    const auto& reach = TheSchema().Constraints();
     EXPECT_FALSE(reach.EverythingAlways());
     Strings references;
     for (const auto& reference : reach.references)

@@ -122,4 +122,22 @@ TEST_F(LogTest, AppendsToAFileThatIsThere)
     EXPECT_EQ(Lines(), (::Lines{"first 12 f:g:1 one", "second 12 f:g:1 two"}));
 }
 
+// Last in this file, because the compiler is told other names of it.
+// clang-format off
+TEST_F(LogTest, ShortensTheFilesOfATreeThatIsInAFolderOfTheSameName)
+{
+    slog::Open("cdbd");
+#line 1 "/home/x/src/tests/log/a.cpp"
+    slog::Notice("text");
+#line 1 "/home/tests/src/log/a.cpp"
+    slog::Notice("text");
+#line 1 "/src/bench/log/a.cpp"
+    slog::Notice("text");
+#line 1 "log/a.cpp"
+    slog::Notice("text");
+    EXPECT_EQ(Lines(), (::Lines{"cdbd 12 tests/log/a:TestBody:1 text", "cdbd 12 src/log/a:TestBody:1 text",
+                                "cdbd 12 bench/log/a:TestBody:1 text", "cdbd 12 log/a:TestBody:1 text"}));
+}
+// clang-format on
+
 }  // namespace

@@ -27,6 +27,8 @@ TEST(CommandLine, EmptyAsksForNothing)
 {
     const Options options = Parse({});
     EXPECT_EQ("", options.journal);
+    EXPECT_EQ("sflow-switch", options.switchGroup);
+    EXPECT_TRUE(options.allow.empty());
     EXPECT_EQ("", options.user);
     EXPECT_FALSE(options.requireSampling || options.help || options.version);
     EXPECT_FALSE(options.direction || options.metrics);
@@ -48,6 +50,14 @@ TEST(CommandLine, WithEveryOption)
     EXPECT_EQ(7U, options.mark);
     EXPECT_EQ(std::size_t{4} << 20, options.ringSize);
     EXPECT_EQ((MetricsAddress{"127.0.0.1", 9100}), options.metrics);
+}
+
+TEST(CommandLine, SaysWhoMayHaveTheSession)
+{
+    const Options options =
+        Parse({"--switch-group", "root", "--allow=session=root,@0", "--allow", "session=4711"});
+    EXPECT_EQ("root", options.switchGroup);
+    EXPECT_EQ((std::vector<std::string>{"session=root,@0", "session=4711"}), options.allow);
 }
 
 TEST(CommandLine, TakesEveryValueOfAnOption)
@@ -96,6 +106,12 @@ TEST_P(CommandLineFaults, AreNamed)
 const Row kRows[] = {
     {"Unknown", {"--journal", "x", "--bogus"}, "no such option: --bogus"},
     {"UnknownLetter", {"-x"}, "no such option: -x"},
+    {"NoGroup",
+     {"--switch-group", "no-such-group"},
+     "option --switch-group: \"no-such-group\" is no group of this machine; make it, or name another"},
+    {"NoUser",
+     {"--allow", "session=no-such-user"},
+     "option --allow: \"session=no-such-user\": there is no user \"no-such-user\" on this machine"},
     {"NoValue", {"--journal"}, "option --journal needs a value"},
     {"ValueWhereNoneIs", {"--help=x"}, "no such option: --help=x"},
     {"Argument", {"file"}, "unexpected argument: file"},
@@ -178,7 +194,7 @@ TEST(CommandLine, IsThatOfTheManualAndOfTheUsage)
     for (std::size_t at; (at = manual.find("\\-")) != std::string::npos;) manual.erase(at, 1);
     const std::set<std::string> options = OptionsIn(UsageText());
     EXPECT_EQ(options, OptionsIn(manual));
-    EXPECT_EQ(10U, options.size());
+    EXPECT_EQ(12U, options.size());
     // Each of them is one that is taken, with a value or without.
     for (const std::string& option : options) {
         try {

@@ -261,7 +261,7 @@ TEST_F(Server, EndsConnectionsThatNeverSayHello)
 {
     auto silent = Connect();
     auto holder = Open();  // has been accepted after the other
-    m_timers.Advance(seconds{9});
+    m_timers.Advance(seconds{4});
     m_loop.poll();
     EXPECT_FALSE(silent->Ended());
     m_timers.Advance(seconds{1});
@@ -273,12 +273,59 @@ TEST_F(Server, EndsConnectionsThatNeverSayHello)
 
 TEST_F(Server, EndsTheOldestOfTooManySilentConnections)
 {
+    if (::geteuid() != 0) GTEST_SKIP() << "another user than root may have fewer of them";
     std::vector<std::unique_ptr<Client>> silent;
     for (std::size_t i = 0; i <= SessionServer::kMaxStrangers; ++i) silent.push_back(Connect());
     EXPECT_TRUE(RunUntil([&] { return silent.front()->Ended(); }));
     for (std::size_t i = 1; i < silent.size(); ++i) EXPECT_FALSE(silent[i]->Ended()) << i;
     const auto client = Open();
     EXPECT_FALSE(client->Ended());
+}
+
+TEST_F(Server, RefusesAUserTooManySilentConnections)
+{
+    // Root is not counted, so it connects as another user, who has to get as far as the socket.
+    const bool isRoot = ::geteuid() == 0;
+    constexpr uid_t kOther = 61'105;
+    ::chmod(m_dir.c_str(), 0711);
+    ::chmod(Path().c_str(), 0666);
+    const auto connect = [&] {
+        if (isRoot) {
+            EXPECT_EQ(0, ::seteuid(kOther));
+        }
+        auto client = Connect();
+        if (isRoot) {
+            EXPECT_EQ(0, ::seteuid(0));
+        }
+        return client;
+    };
+    std::vector<std::unique_ptr<Client>> silent;
+    for (std::size_t i = 0; i < SessionServer::kMaxStrangersOfUser; ++i) silent.push_back(connect());
+    const auto tooMany = connect();
+    ASSERT_TRUE(RunUntil([&] { return tooMany->Ended(); }));
+    ASSERT_EQ(1U, tooMany->All().size());
+    EXPECT_THAT(tooMany->All().front().refused().reason(), testing::HasSubstr("too many connections"));
+    for (const auto& client : silent) EXPECT_FALSE(client->Ended());
+    if (isRoot) {
+        EXPECT_NE(nullptr, Open());
+    }
+}
+
+TEST_F(Server, RefusesTheSessionToAUserWhoMayNotHaveIt)
+{
+    if (::geteuid() != 0) GTEST_SKIP() << "connects as another user, which only root may";
+    ::chmod(m_dir.c_str(), 0711);
+    ::chmod(Path().c_str(), 0666);
+    EXPECT_EQ(0, ::seteuid(61'105));
+    const auto client = Connect();
+    EXPECT_EQ(0, ::seteuid(0));
+    client->Send(Hello());
+    ASSERT_TRUE(RunUntil([&] { return client->Ended(); }));
+    ASSERT_EQ(1U, client->All().size());
+    EXPECT_THAT(client->All().front().refused().reason(),
+                testing::AllOf(testing::HasSubstr("uid-61105 may not have the session"),
+                               testing::HasSubstr("--allow session=uid-61105")));
+    EXPECT_EQ("", Noted());
 }
 
 TEST_F(Server, LogsOnceThatItCannotAcceptAndAcceptsOnceItCan)

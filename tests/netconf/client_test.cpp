@@ -227,6 +227,10 @@ TEST(Reply, SaysWhatIsNoReply)
     EXPECT_EQ(std::get<std::string>(netconf::ParseReply("<x/>")), "the server's message is no <rpc-reply>");
     EXPECT_EQ(std::get<std::string>(netconf::ParseReply("<x")),
               "the reply can't be read: line 1, column 1: unclosed token");
+    EXPECT_EQ(std::get<std::string>(netconf::ParseReply(
+                  "<rpc-reply xmlns='urn:ietf:params:xml:ns:netconf:base:1.0'><data><a xmlns=''/><a/></data>"
+                  "</rpc-reply>")),
+              "the element <a> of the server's message has no namespace");
 }
 
 TEST(Requests, EscapeTheirArguments)

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <vector>
 
@@ -22,6 +23,16 @@ inline const char* WhyNotWithoutFiles()
 #else
     return "";
 #endif
+}
+
+/// How many files the process has open.
+inline std::size_t OpenFiles()
+{
+    DIR* const files = ::opendir("/proc/self/fd");
+    std::size_t count = 0;
+    while (::readdir(files) != nullptr) ++count;
+    ::closedir(files);
+    return count - 3;  // without ".", ".." and the directory itself
 }
 
 /// As long as it lives, the process can open so many files more and no further one.

@@ -48,9 +48,13 @@ std::map<std::string, std::string> World::Environment(const std::string& logName
 }
 
 std::unique_ptr<Process> World::Spawn(const std::string& program, const std::vector<std::string>& arguments,
-                                      const std::string& logName) const
+                                      const std::string& logName,
+                                      const std::map<std::string, std::string>& environment) const
 {
-    Command command{.argv = {Program(program)}, .environment = Environment(logName)};
+    Command command{.argv = m_options.through, .environment = environment};
+    command.environment.insert(m_options.environment.begin(), m_options.environment.end());
+    command.environment.merge(Environment(logName));
+    command.argv.push_back(Program(program));
     command.argv.insert(command.argv.end(), arguments.begin(), arguments.end());
     command.output = Dir() / (logName + ".out");
     command.errors = Dir() / (logName + ".err");
@@ -67,7 +71,7 @@ RunResult World::Initialize(const std::string& configuration)
 
 void World::StartCdbd()
 {
-    m_cdbd = Spawn("cdbd", m_options.cdbdArguments, "cdbd");
+    m_cdbd = Spawn("cdbd", m_options.cdbdArguments, "cdbd", m_options.cdbdEnvironment);
     Await("cdbd to listen; it says: " + ReadFile(Dir() / "cdbd.err"), [this] {
         if (!m_cdbd->Running()) throw std::runtime_error("cdbd ended: " + Log("cdbd"));
         return Accepts(NetconfSocket()) && Accepts(CdbSocket());
@@ -78,7 +82,9 @@ void World::StartManager()
 {
     const auto file = Dir() / ("journal-" + std::to_string(++m_managers));
     m_journal = std::make_unique<Journal>(file);
-    m_manager = Spawn("sflow-mgr", {"--journal", file}, "sflow-mgr");
+    std::vector<std::string> arguments{"--journal", file};
+    arguments.insert(arguments.end(), m_options.managerArguments.begin(), m_options.managerArguments.end());
+    m_manager = Spawn("sflow-mgr", arguments, "sflow-mgr");
     Await("sflow-mgr to listen", [this] {
         if (!m_manager->Running()) throw std::runtime_error("sflow-mgr ended: " + Log("sflow-mgr"));
         return Accepts(ManagerSocket());

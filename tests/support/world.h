@@ -19,8 +19,13 @@ namespace support {
 /// What the World's processes are started with beyond what every one of them needs.
 struct WorldOptions {
     std::vector<std::string> cdbdArguments;
+    std::vector<std::string> managerArguments;
+    std::vector<std::string>
+        through;  // a program that becomes the process, and its arguments: "setpriv", ...
+    std::map<std::string, std::string> environment;
     int logLevel = 10;
     std::filesystem::path stateDir;  // empty: within the World's own directory
+    std::map<std::string, std::string> cdbdEnvironment{};
 };
 
 class World {
@@ -79,9 +84,10 @@ public:
     /// Waits for the text in a process's log.
     void AwaitLog(const std::string& process, const std::string& text) const;
 
-    /// A further process with the World's environment, its log under its name.
+    /// A further process with the World's environment and these additions, its log under its name.
     std::unique_ptr<Process> Spawn(const std::string& program, const std::vector<std::string>& arguments,
-                                   const std::string& logName) const;
+                                   const std::string& logName,
+                                   const std::map<std::string, std::string>& environment = {}) const;
 
 private:
     WorldOptions m_options;

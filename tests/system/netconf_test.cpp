@@ -77,7 +77,7 @@ TEST_F(Netconf, RefusesACommitWithADanglingReferenceAndLeavesRunningAsItWas)
     auto error = Refused(client, netconf::Validate(), "data-missing");
     EXPECT_EQ("instance-required", error.appTag);
     EXPECT_THAT(error.path, HasSubstr("eth1"));
-    EXPECT_THAT(error.path, HasSubstr("-sampling-collector[name='c1']"));
+    EXPECT_THAT(error.path, HasSubstr("-sampling-collector[switch-oam-sflow:name='c1']"));
     Refused(client, netconf::Commit(), "data-missing");
     EXPECT_EQ(before, client.Call(GetConfig("running")).data);
     Do(client, netconf::DiscardChanges());

@@ -24,7 +24,7 @@ public:
         return true;
     }
 
-    void OnEnd(std::size_t, std::size_t) override
+    bool OnEnd(std::size_t, std::size_t) override
     {
         auto done = std::move(m_open.back());
         m_open.pop_back();
@@ -37,9 +37,14 @@ public:
             target.push_back(done.children);
         else
             target = done.children;
+        return true;
     }
 
-    void OnText(std::size_t, std::string_view text) override { m_open.back().text += text; }
+    bool OnText(std::size_t, std::string_view text) override
+    {
+        m_open.back().text += text;
+        return true;
+    }
 
     [[nodiscard]] const json& Result() const { return m_result; }
 

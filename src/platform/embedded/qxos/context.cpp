@@ -1,4 +1,5 @@
-// The process context and its loop, which ends on SIGTERM and SIGINT.
+// The process context and its loop, which ends on SIGTERM and SIGINT, and reports to the service manager
+// (ipc/notify.h).
 
 #include <csignal>
 #include <string>
@@ -6,6 +7,7 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/signal_set.hpp>
 
+#include "ipc/notify.h"
 #include "platform/embedded/qxmw/handle.h"
 #include "platform/embedded/qxos/context_access.h"
 #include "platform/embedded/runtime.h"
@@ -16,18 +18,20 @@ namespace {
 
 class LoopServer final : public Server {
 public:
-    explicit LoopServer(boost::asio::io_context& loop) : m_loop(loop) {}
+    explicit LoopServer(embedded::Runtime& runtime) : m_runtime(runtime) {}
 
     int Run() override
     {
-        const auto staysWithoutWork = boost::asio::make_work_guard(m_loop);
-        m_loop.restart();
-        m_loop.run();
+        const auto staysWithoutWork = boost::asio::make_work_guard(m_runtime.loop);
+        m_runtime.loop.restart();
+        ipc::ServiceNotifier manager(*m_runtime.timers);
+        manager.Ready();
+        m_runtime.loop.run();
         return 0;
     }
 
 private:
-    boost::asio::io_context& m_loop;
+    embedded::Runtime& m_runtime;
 };
 
 std::string NameOf(const qxmw_process_signature_t* signature)
@@ -56,7 +60,7 @@ public:
     embedded::Runtime m_runtime;
     qxmw m_qxmw;
     boost::asio::signal_set m_signals{m_runtime.loop, SIGTERM, SIGINT};
-    LoopServer m_server{m_runtime.loop};
+    LoopServer m_server{m_runtime};
 };
 
 Context::Context(const qxmw_process_signature_t* signature, const HaStateChangeCallbacks& callbacks)

@@ -1,0 +1,58 @@
+// Access control (RFC 8341): holds the rules in force and makes of them what a session's user may do. The
+// rules come from a file, which is read again on demand, or are the default ones.
+
+#ifndef AGENT_ACCESS_H
+#define AGENT_ACCESS_H
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "agent/access_grant.h"
+
+struct ly_ctx;
+
+namespace agent {
+
+class Access {
+public:
+    struct Options {
+        std::filesystem::path file;  // empty: the default rules
+        std::filesystem::path yangDirectory;
+        std::string adminGroup;  // by name; with the default rules
+    };
+    /// `schema` is what requests are about, and outlives it. Throws cdb::FatalError, which names the file
+    /// and the line, where the file can't be used.
+    Access(const ly_ctx* schema, Options options);
+    Access(const Access&) = delete;
+    Access& operator=(const Access&) = delete;
+
+    /// Reads the file again. Empty when done; else why not, and then the rules are as before.
+    std::string Reload();
+
+    /// Another one after each Reload: a grant made before is out of date.
+    [[nodiscard]] std::uint64_t Generation() const { return m_generation; }
+
+    /// Root is the recovery session: no rule binds it. Nor, with the default rules, this process's own user.
+    [[nodiscard]] std::shared_ptr<const AccessGrant> Grant(const AccessUser& user) const;
+
+    /// What was denied since the start, for the state. To be counted by whoever sends the denial.
+    struct Denials {
+        std::atomic<std::uint32_t> operations{0};
+        std::atomic<std::uint32_t> dataWrites{0};
+    };
+    [[nodiscard]] Denials& Denied() { return m_denied; }
+
+private:
+    const ly_ctx* m_schema;
+    Options m_options;
+    std::shared_ptr<const AccessGrant::Source> m_source;
+    std::uint64_t m_generation = 0;
+    Denials m_denied;
+};
+
+}  // namespace agent
+
+#endif

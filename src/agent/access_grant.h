@@ -1,0 +1,105 @@
+// What one user may do, by the rules as they were when the session asked (RFC 8341, section 3.4): made once
+// for a session and used for each of its requests. Immutable, so any thread may ask.
+
+#ifndef AGENT_ACCESS_GRANT_H
+#define AGENT_ACCESS_GRANT_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "agent/access_rules.h"
+#include "cdb/change_set.h"
+#include "cdb/datastore.h"
+#include "cdb/error.h"
+#include "cdb/schema.h"
+
+struct lyd_node;
+
+namespace agent {
+
+/// A session's user, as the kernel has named it.
+struct AccessUser {
+    std::string name;
+    std::uint32_t uid = 0;
+    std::vector<std::string> groups{};  // of the user's process
+};
+
+/// What becomes of a node that is to be read.
+enum class Visibility : std::uint8_t {
+    kHidden,  // left out, with everything below it
+    kWhole,   // shown, with everything below it: no further question
+    kPartly   // shown; what is below it has to be asked for
+};
+
+class AccessGrant {
+public:
+    /// Shared by all grants of one set of rules.
+    struct Source {
+        AccessRules rules;
+        ProtectedNodes guarded;
+        std::uint64_t generation = 0;
+    };
+
+    /// `everything`: whom no rule binds.
+    AccessGrant(std::shared_ptr<const Source> source, AccessUser user, bool everything);
+
+    [[nodiscard]] const AccessUser& User() const { return m_user; }
+    /// Of the rules: see Access.
+    [[nodiscard]] std::uint64_t Generation() const { return m_source->generation; }
+
+    /// Whether the user may carry out an operation. `rpc` is its schema node.
+    [[nodiscard]] bool MayExecute(const lysc_node* rpc) const;
+
+    /// Whether no node is ever hidden from the user: then nothing needs to be asked when reading.
+    [[nodiscard]] bool ReadsAll() const { return m_readsAll; }
+    /// Likewise for edits and commits.
+    [[nodiscard]] bool WritesAll() const { return m_writesAll; }
+
+    /// The node's own visibility, its parents' apart, which are to be asked before it. `keys`: those of the
+    /// list entries on the way, from the root, the node's own included. The keys of an entry go with it.
+    [[nodiscard]] Visibility Reading(const lysc_node* node, std::span<const std::string> keys) const;
+
+    /// The data node that the edit's node stands for; null where the datastore has none. One that may be
+    /// deleted comes with everything below it. Defaults that were not set are there or not.
+    using Find = std::function<const lyd_node*(const lyd_node* edit)>;
+
+    /// Whether the user may make the edit (RFC 8341, section 3.2.4): each node that it creates, deletes or
+    /// gives another value has to be permitted; what it leaves as it is does not matter. `edit` as in
+    /// cdb::Datastore::Edit. `existing`: the datastore's first top-level node, or null. Nullopt: it may. Else
+    /// access-denied, with the path of a node of the edit. An edit that is wrong in itself is not looked at
+    /// further: the datastore says so.
+    [[nodiscard]] std::optional<cdb::Error> CheckEdit(const lyd_node* edit, cdb::DefaultOperation operation,
+                                                      const lyd_node* existing, const Find& find) const;
+
+    /// Whether the user may make these changes (RFC 8341, section 3.2.6: what a commit really changes, by
+    /// whom ever it was edited).
+    [[nodiscard]] std::optional<cdb::Error> CheckChanges(const cdb::Schema& schema,
+                                                         const cdb::ChangeSet& changes) const;
+
+    /// Whether the user may do that to the node and to everything that can be below it.
+    [[nodiscard]] Visibility Look(AccessOperation operation, const lysc_node* node,
+                                  std::span<const std::string> keys) const;
+
+private:
+    [[nodiscard]] bool Default(AccessOperation operation, const lysc_node* node) const;
+
+    std::shared_ptr<const Source> m_source;
+    AccessUser m_user;
+    std::vector<const AccessRule*> m_rules;  // those of the user's rule lists, in order
+    bool m_everything;
+    bool m_readsAll = false;
+    bool m_writesAll = false;
+};
+
+/// The keys of the list entries on the way from the root to the node, which is in a data tree.
+std::vector<std::string> KeysOnTheWay(const lyd_node* node);
+
+}  // namespace agent
+
+#endif

@@ -1,0 +1,33 @@
+// Copies of the store while it is served, beside the loop. One at a time.
+
+#ifndef AGENT_BACKUP_H
+#define AGENT_BACKUP_H
+
+#include <memory>
+
+#include <boost/asio/io_context.hpp>
+
+#include "agent/request.h"
+#include "cdb/store.h"
+#include "ipc/worker.h"
+
+namespace agent {
+
+class Backup {
+public:
+    /// Both outlive it.
+    Backup(boost::asio::io_context& loop, const cdb::Store& store);
+
+    /// Makes the copy that the request asks for and answers it.
+    void Make(const RequestPtr& request);
+
+private:
+    boost::asio::io_context& m_loop;
+    const cdb::Store& m_store;
+    std::unique_ptr<ipc::Worker> m_worker;  // made for the first one
+    std::shared_ptr<void> m_task;           // under way
+};
+
+}  // namespace agent
+
+#endif

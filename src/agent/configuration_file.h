@@ -1,0 +1,28 @@
+// Reads a configuration file: RFC 7951 JSON or XML. Used by --init and --import.
+
+#ifndef AGENT_CONFIGURATION_FILE_H
+#define AGENT_CONFIGURATION_FILE_H
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "agent/yang_tree.h"
+#include "cdb/error.h"
+#include "cdb/schema.h"
+
+namespace agent {
+
+/// What is in the file, told apart by its first character; not validated. Throws cdb::FatalError that names
+/// the file and, where something in it is wrong, the line, the column of what is malformed, and the path of
+/// what the schema does not take.
+Tree ReadConfiguration(const cdb::Schema& schema, const std::filesystem::path& file);
+
+/// Throws cdb::FatalError that names the file.
+[[noreturn]] void FailFile(const std::filesystem::path& file, const std::string& what);
+
+std::string TextOf(const std::vector<cdb::Error>& errors);
+
+}  // namespace agent
+
+#endif

@@ -1,0 +1,38 @@
+// A libyang tree as data: state, and the candidate. Of one thread at a time, like the tree.
+
+#ifndef AGENT_DATA_SOURCE_TREE_H
+#define AGENT_DATA_SOURCE_TREE_H
+
+#include "agent/data_source.h"
+
+struct lyd_node;
+
+namespace agent {
+
+class TreeSource final : public DataSource {
+public:
+    /// The tree's first top-level sibling, or null; it outlives the source.
+    explicit TreeSource(const lyd_node* first) : m_first(first), m_next(first) {}
+
+    void Values(Handle at, const lysc_node* leaf, const ValueVisit& visit) override;
+    void Container(Handle at, const lysc_node* container, const NodeVisit& visit) override;
+    void Entries(Handle at, const lysc_node* list, const NodeVisit& visit) override;
+    void Entry(Handle at, const lysc_node* list, std::span<const std::string_view> keys,
+               const NodeVisit& visit) override;
+
+private:
+    [[nodiscard]] const lyd_node* ChildrenOf(Handle at) const;
+    [[nodiscard]] const lyd_node* FirstOf(Handle at, const lysc_node* schema) const;
+    bool Visit(const lyd_node* node, const NodeVisit& visit);
+    void MoveTo(Handle parent, const lyd_node* next);
+
+    const lyd_node* m_first;
+    /// Whose child is probably asked for next, and which: nodes stand in schema order, and are asked for
+    /// in it.
+    Handle m_parent = nullptr;
+    const lyd_node* m_next;
+};
+
+}  // namespace agent
+
+#endif

@@ -1,0 +1,30 @@
+// Paths of nodes as <error-path> wants them: absolute XPath with a prefix before every name, because
+// in XPath a name without one is in no namespace. Used by errors.cpp.
+
+#ifndef AGENT_ERROR_PATH_H
+#define AGENT_ERROR_PATH_H
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+struct ly_ctx;
+
+namespace agent {
+
+struct ErrorPath {
+    std::string text;
+    std::vector<std::pair<std::string, std::string>> prefixes;  // with their namespaces
+};
+
+/// Of libyang's data path, where a module's name stands only where the module changes. The prefixes are
+/// the modules' names. A path that begins with an operation gets <rpc> before it.
+ErrorPath ToErrorPath(std::string_view dataPath, const ly_ctx* context);
+
+/// The part of a data path that stands in the <config> of a request; empty where none does.
+std::string PathInConfig(std::string_view dataPath);
+
+}  // namespace agent
+
+#endif

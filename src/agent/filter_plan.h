@@ -1,0 +1,92 @@
+// A subtree filter (RFC 6241, section 6) resolved against the schema, once a request: for each schema
+// node what is selected below it and on which condition. Alternatives that hold on the same condition
+// are joined, and found by the values of their leaves, so that what a filter costs a node of the data
+// does not depend on how many alternatives it has.
+
+#ifndef AGENT_FILTER_PLAN_H
+#define AGENT_FILTER_PLAN_H
+
+#include <cstddef>
+#include <deque>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "agent/data_schema.h"
+#include "agent/subtree_filter.h"
+#include "cdb/error.h"
+
+namespace agent {
+
+struct FilterLimits {
+    std::size_t nodes = 100'000;
+    std::size_t tests = 256;  // content matches in one containment node: all of them have to hold
+    /// Different sets of leaves that alternatives of one node test: each is looked up at each entry.
+    std::size_t combinations = 100;
+};
+
+class FilterPlan {
+public:
+    struct Inner;
+
+    /// A leaf or leaf-list that is selected.
+    struct Leaf {
+        const DataNode* node = nullptr;
+        bool any = false;                             // with any value
+        std::set<std::string, std::less<>> values{};  // otherwise with one of these
+
+        [[nodiscard]] bool Has(std::string_view value) const { return any || values.contains(value); }
+    };
+
+    /// What is selected below a container or entry. Both lists are in schema order.
+    struct Branch {
+        bool whole = false;
+        std::vector<Leaf> leaves;
+        std::vector<Inner> inners;
+
+        [[nodiscard]] const Leaf* FindLeaf(const DataNode& node) const;
+        [[nodiscard]] const Inner* FindInner(const DataNode& node) const;
+    };
+
+    /// Alternatives that test the same leaves: what is selected, by their values, each with a NUL behind.
+    /// A list's keys come first, so these are in the order of the keys.
+    struct Matches {
+        std::vector<const DataNode*> leaves;  // in schema order
+        std::map<std::string, Branch*, std::less<>> byValues;
+    };
+
+    /// An alternative that tests a leaf-list: one of its values has to be the one named.
+    struct Test {
+        std::vector<std::pair<const DataNode*, std::string>> values;
+        Branch* branch = nullptr;
+    };
+
+    /// What is selected of a container or of a list's entries.
+    struct Inner {
+        const DataNode* node = nullptr;
+        Branch* always = nullptr;  // without condition; null: nothing
+        std::vector<Matches> matches{};
+        std::vector<Test> tests{};
+
+        /// Whether each alternative names all keys of the list.
+        [[nodiscard]] bool NamesEntries() const;
+    };
+
+    /// kTooBig where the filter goes beyond a limit. `schema` must outlive the plan.
+    static std::variant<FilterPlan, cdb::Error> Make(const DataSchema& schema, const SubtreeFilter& filter,
+                                                     const FilterLimits& limits = {});
+
+    [[nodiscard]] const Branch& Root() const { return m_branches.front(); }
+
+private:
+    friend class FilterPlanner;
+    FilterPlan() = default;
+    std::deque<Branch> m_branches;
+};
+
+}  // namespace agent
+
+#endif

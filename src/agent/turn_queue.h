@@ -1,0 +1,38 @@
+// Jobs that wait for something while they are under way, one after the other: an edit of the candidate may
+// wait for a callpoint, a commit for its subscribers, and the next one waits until they are done.
+
+#ifndef AGENT_TURN_QUEUE_H
+#define AGENT_TURN_QUEUE_H
+
+#include <functional>
+#include <memory>
+
+#include <boost/asio/io_context.hpp>
+
+namespace agent {
+
+class TurnQueue {
+public:
+    explicit TurnQueue(boost::asio::io_context& loop);
+    /// Drops what waits.
+    ~TurnQueue();
+    TurnQueue(const TurnQueue&) = delete;
+    TurnQueue& operator=(const TurnQueue&) = delete;
+
+    /// Ends when the last reference to it goes; then the next job gets its turn.
+    class Turn;
+    using TurnPtr = std::shared_ptr<Turn>;
+    using Job = std::function<void(const TurnPtr& turn)>;
+
+    /// Runs the job, at once where nothing is before it.
+    void Push(Job job);
+
+private:
+    struct State;
+    static void RunNext(const std::shared_ptr<State>& state);
+    std::shared_ptr<State> m_state;
+};
+
+}  // namespace agent
+
+#endif

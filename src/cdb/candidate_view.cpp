@@ -1,0 +1,142 @@
+#include "cdb/candidate_view.h"
+
+#include <libyang/libyang.h>
+
+#include <algorithm>
+
+#include "cdb/compare_row.h"
+
+namespace cdb {
+namespace {
+
+std::vector<std::string_view> Views(const std::vector<std::string>& keys)
+{
+    return {keys.begin(), keys.end()};
+}
+
+}  // namespace
+
+CandidateView::CandidateView(const Schema& schema, const Candidate& candidate)
+    : m_schema(schema), m_candidate(candidate), m_reading(candidate)
+{
+}
+
+const Candidate::Unit* CandidateView::UnitOf(NodeId node, std::span<const std::string> keys) const
+{
+    const NodeId unit = m_candidate.ListOf(node);
+    const std::size_t count = m_schema.Table()[unit].keys.size();
+    if (keys.size() < count) return nullptr;
+    const auto own = keys.first(count);
+    const auto it = m_candidate.Touched().find({unit, {own.begin(), own.end()}});
+    return it == m_candidate.Touched().end() ? nullptr : &it->second;
+}
+
+const Row* CandidateView::Get(NodeId node, std::span<const std::string> keys)
+{
+    const bool isTrunk = m_candidate.ListOf(node) == kNoNode;
+    if (!isTrunk && UnitOf(node, keys) == nullptr) return m_candidate.Running().Get(node, keys);
+    const lyd_node* holder = FindRow(m_schema, m_candidate.Tree(), {node, {keys.begin(), keys.end()}});
+    if (holder == nullptr) return nullptr;
+    m_row = RowOf(m_schema, holder);
+    const bool needsNone = m_schema.Table()[node].kind == NodeKind::kContainer && m_row.leaves.empty();
+    return needsNone ? nullptr : &m_row;
+}
+
+void CandidateView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
+{
+    if (m_candidate.ListOf(list) == list) return ForEachUnit(list, visit);
+    const auto* unit = UnitOf(list, parentKeys);
+    if (unit == nullptr) return m_candidate.Running().ForEach(list, parentKeys, visit);
+    if (unit->node != nullptr) ForEachIn(unit->node, list, parentKeys, visit);
+}
+
+void CandidateView::ForEachUnit(NodeId list, const EntryVisit& visit)
+{
+    const auto& units = m_candidate.Touched();
+    auto next = units.lower_bound({list, {}});
+    bool goesOn = true;
+    // The touched units before `keys`; all: null.
+    const auto showTouched = [&](const std::vector<std::string>* keys) {
+        for (; goesOn && next != units.end() && next->first.node == list; ++next) {
+            if (keys != nullptr && !(next->first.keys < *keys)) return;
+            if (next->second.node != nullptr)
+                goesOn = visit(Views(next->first.keys), RowOf(m_schema, next->second.node));
+        }
+    };
+    Place place{list, {}};
+    m_candidate.Running().ForEach(list, {}, [&](std::span<const std::string_view> keys, const Row& row) {
+        place.keys.assign(keys.begin(), keys.end());
+        showTouched(&place.keys);
+        if (goesOn && !units.contains(place)) goesOn = visit(keys, row);
+        return goesOn;
+    });
+    showTouched(nullptr);
+}
+
+void CandidateView::ForEachIn(const lyd_node* unit, NodeId list, std::span<const std::string> parentKeys,
+                              const EntryVisit& visit)
+{
+    const lyd_node* parent = FindRow(m_schema, m_candidate.Tree(),
+                                     {m_schema.Table()[list].parent, {parentKeys.begin(), parentKeys.end()}});
+    if (parent == nullptr) parent = unit;
+    std::vector<std::pair<std::vector<std::string>, const lyd_node*>> entries;
+    const lysc_node* schema = m_schema.NodeOf(list);
+    for (const lyd_node* child = lyd_child(parent); child != nullptr; child = child->next)
+        if (child->schema == schema) entries.emplace_back(KeysOf(child), child);
+    std::sort(entries.begin(), entries.end());
+    for (const auto& [keys, node] : entries)
+        if (!visit(Views(keys), RowOf(m_schema, node))) return;
+}
+
+void TouchedView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
+{
+    if (m_candidate.ListOf(list) != list) return m_rows->ForEach(list, parentKeys, visit);
+    const auto& units = m_candidate.Touched();
+    for (auto it = units.lower_bound({list, {}}); it != units.end() && it->first.node == list; ++it) {
+        const Row* row = m_rows->Get(list, it->first.keys);
+        if (row == nullptr) continue;
+        const Row kept = *row;  // the visit may get others
+        if (!visit(Views(it->first.keys), kept)) return;
+    }
+}
+
+const Row* PatchedView::Get(NodeId node, std::span<const std::string> keys)
+{
+    const auto it = m_changes.find({node, {keys.begin(), keys.end()}});
+    if (it == m_changes.end()) return m_below.Get(node, keys);
+    return it->second ? &*it->second : nullptr;
+}
+
+void PatchedView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
+{
+    const std::vector<std::string> parent(parentKeys.begin(), parentKeys.end());
+    const auto isBelow = [&](const auto& key) {
+        return key.first == list && key.second.size() > parent.size() &&
+               std::equal(parent.begin(), parent.end(), key.second.begin());
+    };
+    auto next = m_changes.lower_bound({list, parent});
+    while (next != m_changes.end() && next->first.first == list && next->first.second == parent) ++next;
+    bool goesOn = true;
+    const auto own = [&](const std::vector<std::string>& keys) {
+        return std::vector<std::string>(keys.begin() + static_cast<std::ptrdiff_t>(parent.size()),
+                                        keys.end());
+    };
+    const auto showPatched = [&](const std::vector<std::string>* before) {
+        for (; goesOn && next != m_changes.end() && isBelow(next->first); ++next) {
+            const auto keys = own(next->first.second);
+            if (before != nullptr && !(keys < *before)) return;
+            if (next->second) goesOn = visit(Views(keys), *next->second);
+        }
+    };
+    m_below.ForEach(list, parentKeys, [&](std::span<const std::string_view> keys, const Row& row) {
+        const std::vector<std::string> text(keys.begin(), keys.end());
+        showPatched(&text);
+        std::vector<std::string> all = parent;
+        all.insert(all.end(), text.begin(), text.end());
+        if (goesOn && !m_changes.contains({list, all})) goesOn = visit(keys, row);
+        return goesOn;
+    });
+    showPatched(nullptr);
+}
+
+}  // namespace cdb

@@ -1,0 +1,69 @@
+// The candidate's rows: running's, but for what was touched. And rows with others put over them.
+
+#ifndef CDB_CANDIDATE_VIEW_H
+#define CDB_CANDIDATE_VIEW_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cdb/candidate.h"
+
+namespace cdb {
+
+/// Lives no longer than the candidate stays unchanged.
+class CandidateView final : public RowView {
+public:
+    CandidateView(const Schema& schema, const Candidate& candidate);
+
+    const Row* Get(NodeId node, std::span<const std::string> keys) override;
+    void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
+
+private:
+    /// The touched unit that these keys begin with; null: it was not touched.
+    [[nodiscard]] const Candidate::Unit* UnitOf(NodeId node, std::span<const std::string> keys) const;
+    void ForEachUnit(NodeId list, const EntryVisit& visit);
+    void ForEachIn(const lyd_node* unit, NodeId list, std::span<const std::string> parentKeys,
+                   const EntryVisit& visit);
+
+    const Schema& m_schema;
+    const Candidate& m_candidate;
+    const Candidate::Reading m_reading;
+    Row m_row;
+};
+
+/// Of other rows those of the trunk and of the units that were touched.
+class TouchedView final : public RowView {
+public:
+    TouchedView(const Candidate& candidate, std::unique_ptr<RowView> rows)
+        : m_candidate(candidate), m_rows(std::move(rows))
+    {
+    }
+
+    const Row* Get(NodeId node, std::span<const std::string> keys) override
+    {
+        return m_rows->Get(node, keys);
+    }
+    void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
+
+private:
+    const Candidate& m_candidate;
+    const std::unique_ptr<RowView> m_rows;
+};
+
+/// Rows with changes put over them. Both outlive it.
+class PatchedView final : public RowView {
+public:
+    PatchedView(RowView& below, const Candidate::RowChanges& changes) : m_below(below), m_changes(changes) {}
+
+    const Row* Get(NodeId node, std::span<const std::string> keys) override;
+    void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
+
+private:
+    RowView& m_below;
+    const Candidate::RowChanges& m_changes;
+};
+
+}  // namespace cdb
+
+#endif

@@ -1,0 +1,18 @@
+// A short text that stands for the text of all YANG modules of a context. Used by schema.cpp.
+
+#ifndef CDB_SCHEMA_FINGERPRINT_H
+#define CDB_SCHEMA_FINGERPRINT_H
+
+#include <string>
+
+struct ly_ctx;
+
+namespace cdb {
+
+/// The same whatever the order in which the modules were loaded. Throws FatalError where a module's file
+/// can't be read any more.
+std::string FingerprintOf(const ly_ctx* context);
+
+}  // namespace cdb
+
+#endif

@@ -1,0 +1,38 @@
+// How far the schema's constraints reach, read from their expressions when the schema is loaded. It
+// decides what has to be looked at again after a change. Used by the validator.
+//
+// A unit is what is validated together: an outermost list entry with everything below it, or the
+// trunk, that is all containers and leaves outside of lists.
+
+#ifndef CDB_SCHEMA_REACH_H
+#define CDB_SCHEMA_REACH_H
+
+#include <string>
+#include <vector>
+
+#include "cdb/schema.h"
+
+namespace cdb {
+
+/// A leafref to the only key of an outermost list.
+struct Reference {
+    NodeId leaf = kNoNode;
+    NodeId list = kNoNode;
+};
+
+struct Reach {
+    std::vector<Reference> references;
+    /// The nodes with a constraint that reaches further than its unit and the keys above; where there
+    /// are any, only looking at everything is sound.
+    std::vector<NodeId> wide;
+    /// Whether there is any "when": validation may then take out nodes.
+    bool hasWhen = false;
+
+    [[nodiscard]] bool EverythingAlways() const { return !wide.empty(); }
+};
+
+Reach ExamineConstraints(const Schema& schema);
+
+}  // namespace cdb
+
+#endif

@@ -1,0 +1,63 @@
+// Copies of a store that is in use.
+
+#include "cdb/store_copy.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace cdb {
+namespace {
+
+Error Failed(const std::filesystem::path& file, int code)
+{
+    const std::string what = "the backup to " + file.string() + " failed: ";
+    if (code == EEXIST)
+        return {.tag = ErrorTag::kDataExists,
+                .message = what + "there is such a file; name another one, or remove it"};
+    if (code == ENOSPC || code == EDQUOT || code == EFBIG)
+        return {.tag = ErrorTag::kResourceDenied,
+                .message = what + "no space is left there; free some, or name another place"};
+    if (code == EACCES || code == EPERM || code == EROFS)
+        return {.tag = ErrorTag::kAccessDenied,
+                .message = what + std::strerror(code) + "; name a place where cdbd may write"};
+    if (code == ENOENT || code == ENOTDIR)
+        return {.tag = ErrorTag::kInvalidValue, .message = what + "there is no such directory"};
+    return {.tag = ErrorTag::kOperationFailed, .message = what + mdb_strerror(code)};
+}
+
+void SyncDirectoryOf(const std::filesystem::path& file)
+{
+    const int directory = open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory < 0) return;
+    fsync(directory);
+    close(directory);
+}
+
+}  // namespace
+
+std::optional<Error> CopyEnvironment(const Environment& environment, const std::filesystem::path& file)
+{
+    if (!file.is_absolute())
+        return Error{.tag = ErrorTag::kInvalidValue,
+                     .message = "the backup needs an absolute path, not " + file.string()};
+    // A look, so that nothing large is written for nothing; link decides.
+    std::error_code ignored;
+    if (std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) return Failed(file, EEXIST);
+    std::string aside = file.string() + ".XXXXXX";
+    const int copy = mkostemp(aside.data(), O_CLOEXEC);
+    if (copy < 0) return Failed(file, errno);
+    int code = mdb_env_copyfd2(environment.Handle(), copy, MDB_CP_COMPACT);
+    if (code == MDB_SUCCESS && fsync(copy) != 0) code = errno;
+    close(copy);
+    if (code == MDB_SUCCESS && link(aside.c_str(), file.c_str()) != 0) code = errno;
+    unlink(aside.c_str());
+    if (code != MDB_SUCCESS) return Failed(file, code);
+    SyncDirectoryOf(file);
+    return std::nullopt;
+}
+
+}  // namespace cdb

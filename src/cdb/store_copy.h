@@ -1,0 +1,19 @@
+// Copies of a store that is in use. Used by store.cpp only.
+
+#ifndef CDB_STORE_COPY_H
+#define CDB_STORE_COPY_H
+
+#include <filesystem>
+#include <optional>
+
+#include "cdb/store_environment.h"
+
+namespace cdb {
+
+/// Writes the store as of now, without its free pages, into a new file. A process killed meanwhile leaves
+/// nothing under the file's own name.
+std::optional<Error> CopyEnvironment(const Environment& environment, const std::filesystem::path& file);
+
+}  // namespace cdb
+
+#endif

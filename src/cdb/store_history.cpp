@@ -1,0 +1,256 @@
+// The history in the store.
+
+#include "cdb/store_history.h"
+
+#include "cdb/store_transaction.h"
+
+namespace cdb::history {
+namespace {
+
+/// A database's cursor, for one pass.
+class Cursor {
+public:
+    Cursor(MDB_txn* transaction, MDB_dbi database)
+    {
+        code = mdb_cursor_open(transaction, database, &m_cursor);
+    }
+    ~Cursor()
+    {
+        if (m_cursor != nullptr) mdb_cursor_close(m_cursor);
+    }
+    Cursor(const Cursor&) = delete;
+    Cursor& operator=(const Cursor&) = delete;
+
+    /// Whether there is a record; `code` says what else is wrong.
+    bool Go(MDB_cursor_op operation)
+    {
+        if (m_cursor != nullptr) code = mdb_cursor_get(m_cursor, &m_key, &m_value, operation);
+        return m_cursor != nullptr && code == MDB_SUCCESS;
+    }
+    bool GoTo(std::string_view key)
+    {
+        m_key = Bytes(key);
+        return Go(MDB_SET_RANGE);
+    }
+    void Drop() { code = mdb_cursor_del(m_cursor, 0); }
+    [[nodiscard]] std::string_view Key() const { return Text(m_key); }
+    [[nodiscard]] std::string_view Value() const { return Text(m_value); }
+
+    int code = MDB_SUCCESS;
+
+private:
+    MDB_cursor* m_cursor = nullptr;
+    MDB_val m_key{};
+    MDB_val m_value{};
+};
+
+std::uint64_t CommitOf(std::string_view undoKey)
+{
+    return codec::NumberOf(undoKey.substr(0, sizeof(std::uint64_t))).value_or(0);
+}
+
+/// The history as a write finds it and leaves it.
+class Change {
+public:
+    Change(WriteTransaction& write, const Environment& environment)
+        : m_write(write), m_environment(environment)
+    {
+        const auto stored = write.Number(codec::kHistoryBytesKey);
+        if (write.Failed()) return;
+        // A store of an older version has no count yet.
+        m_bytes = stored ? *stored : CountBytes(environment, write.Handle());
+        MDB_stat statistics{};
+        write.Remember(mdb_stat(write.Handle(), environment.history, &statistics));
+        m_entries = statistics.ms_entries;
+    }
+
+    [[nodiscard]] std::uint64_t ByteCount() const { return m_bytes; }
+    [[nodiscard]] std::size_t Entries() const { return m_entries; }
+
+    /// The oldest entry's time; nullopt for one that can't be read.
+    [[nodiscard]] std::optional<std::int64_t> OldestTime()
+    {
+        if (m_write.Failed()) return std::nullopt;
+        Cursor cursor(m_write.Handle(), m_environment.history);
+        if (!cursor.Go(MDB_FIRST)) return std::nullopt;
+        const auto payload = codec::Payload(cursor.Value());
+        const auto stored = payload ? codec::HistoryEntryOf(*payload) : std::nullopt;
+        return stored ? std::optional(stored->entry.timeUs) : std::nullopt;
+    }
+
+    void DropOldest()
+    {
+        if (m_write.Failed()) return;
+        std::uint64_t commit = 0;
+        {
+            Cursor cursor(m_write.Handle(), m_environment.history);
+            if (cursor.Go(MDB_FIRST)) {
+                commit = codec::NumberOf(cursor.Key()).value_or(0);
+                Drop(cursor);
+            }
+            m_write.Remember(cursor.code);
+        }
+        if (m_entries > 0) --m_entries;
+        DropUndo(0, commit);
+    }
+
+    void Drop(std::uint64_t commit)
+    {
+        if (m_write.Failed()) return;
+        const std::string key = codec::NumberBytes(commit);
+        {
+            Cursor cursor(m_write.Handle(), m_environment.history);
+            if (!cursor.GoTo(key) || cursor.Key() != key) return;
+            Drop(cursor);
+            m_write.Remember(cursor.code);
+        }
+        --m_entries;
+        DropUndo(commit, commit);
+    }
+
+    void Add(const Addition& addition)
+    {
+        Put(m_environment.history, codec::NumberBytes(addition.commit), addition.payload);
+        ++m_entries;
+        std::string_view rest = addition.undo;
+        for (std::uint32_t chunk = 0; !rest.empty() && !m_write.Failed(); ++chunk) {
+            Put(m_environment.undo, codec::UndoKey(addition.commit, chunk),
+                rest.substr(0, codec::kUndoChunk));
+            rest.remove_prefix(std::min(codec::kUndoChunk, rest.size()));
+        }
+    }
+
+    void Finish() { m_write.Put(m_environment.meta, codec::kHistoryBytesKey, codec::NumberBytes(m_bytes)); }
+
+private:
+    void Put(MDB_dbi database, const std::string& key, std::string_view payload)
+    {
+        const std::string sealed = codec::Seal(key, payload);
+        m_write.PutSealed(database, key, sealed);
+        m_bytes += sealed.size();
+    }
+
+    void Drop(Cursor& cursor)
+    {
+        m_bytes -= std::min<std::uint64_t>(m_bytes, cursor.Value().size());
+        cursor.Drop();
+    }
+
+    void DropUndo(std::uint64_t first, std::uint64_t last)
+    {
+        if (m_write.Failed()) return;
+        const std::string begin = codec::UndoKey(first, 0);
+        Cursor cursor(m_write.Handle(), m_environment.undo);
+        while (cursor.GoTo(begin) && CommitOf(cursor.Key()) <= last) {
+            Drop(cursor);
+            if (cursor.code != MDB_SUCCESS) break;
+        }
+        if (cursor.code != MDB_NOTFOUND) m_write.Remember(cursor.code);
+    }
+
+    WriteTransaction& m_write;
+    const Environment& m_environment;
+    std::uint64_t m_bytes = 0;
+    std::size_t m_entries = 0;
+};
+
+Error NotKept(std::uint64_t commit, const std::string& why)
+{
+    return {.tag = ErrorTag::kDataMissing,
+            .message = "what undoes commit " + std::to_string(commit) + " is not kept: " + why};
+}
+
+}  // namespace
+
+Addition Encode(const HistoryEntry& entry, const Limits& limits)
+{
+    Addition addition{entry.commit, entry.timeUs, {}, codec::UndoBytes(entry)};
+    const bool leftOut = addition.undo.size() > limits.bytes;
+    if (leftOut) addition.undo.clear();
+    const auto chunks = (addition.undo.size() + codec::kUndoChunk - 1) / codec::kUndoChunk;
+    addition.payload = codec::ToBytes(entry, static_cast<std::uint32_t>(chunks), leftOut);
+    return addition;
+}
+
+void Append(WriteTransaction& write, const Environment& environment, const Addition& addition,
+            const Limits& limits)
+{
+    Change change(write, environment);
+    change.Drop(addition.commit);
+    change.Add(addition);
+    const auto tooOld = [&] {
+        const auto time = limits.ageUs > 0 ? change.OldestTime() : std::nullopt;
+        return time && *time < addition.timeUs - limits.ageUs;
+    };
+    while (!write.Failed() && change.Entries() > 1 &&
+           (change.Entries() > limits.entries || change.ByteCount() > limits.bytes || tooOld()))
+        change.DropOldest();
+    change.Finish();
+}
+
+std::size_t DropHalf(WriteTransaction& write, const Environment& environment)
+{
+    Change change(write, environment);
+    const auto wanted = change.ByteCount() / 2;
+    std::size_t dropped = 0;
+    for (; !write.Failed() && change.Entries() > 1 && change.ByteCount() > wanted; ++dropped)
+        change.DropOldest();
+    change.Finish();
+    return dropped;
+}
+
+void WriteAgain(WriteTransaction& write, const Environment& environment)
+{
+    Change(write, environment).Finish();
+}
+
+std::uint64_t CountBytes(const Environment& environment, MDB_txn* transaction)
+{
+    std::uint64_t bytes = 0;
+    for (const MDB_dbi database : {environment.history, environment.undo}) {
+        if (database == Environment::kNoDatabase) continue;
+        Cursor cursor(transaction, database);
+        for (bool more = cursor.Go(MDB_FIRST); more; more = cursor.Go(MDB_NEXT))
+            bytes += cursor.Value().size();
+        if (cursor.code != MDB_NOTFOUND) environment.Fail("reading", cursor.code);
+    }
+    return bytes;
+}
+
+std::variant<HistoryEntry, Error> WithUndo(const Environment& environment, MDB_txn* transaction,
+                                           std::uint64_t commit)
+{
+    const auto damaged = [&]() -> Error {
+        return {
+            .tag = ErrorTag::kOperationFailed,
+            .message = "the store in " + environment.Directory().string() +
+                       " is damaged: what undoes commit " + std::to_string(commit) +
+                       " can't be read; load a configuration instead, or restore the directory from a copy"};
+    };
+    const std::string key = codec::NumberBytes(commit);
+    Cursor entries(transaction, environment.history);
+    if (!entries.GoTo(key) || entries.Key() != key) {
+        if (entries.code != MDB_SUCCESS && entries.code != MDB_NOTFOUND) return damaged();
+        return NotKept(commit, "it is not in the history, or not any more");
+    }
+    if (!codec::IsIntact(key, entries.Value())) return damaged();
+    auto stored = codec::HistoryEntryOf(*codec::Payload(entries.Value()));
+    if (!stored) return damaged();
+    if (stored->undoLeftOut)
+        return NotKept(commit,
+                       "it was larger than the history may be; raise cdbd's --history-bytes for later ones");
+    if (stored->undoChunks == 0 || environment.undo == Environment::kNoDatabase)
+        return std::move(stored->entry);
+    std::string undo;
+    Cursor chunks(transaction, environment.undo);
+    for (std::uint32_t chunk = 0; chunk < stored->undoChunks; ++chunk) {
+        const std::string name = codec::UndoKey(commit, chunk);
+        const bool found = chunk == 0 ? chunks.GoTo(name) : chunks.Go(MDB_NEXT);
+        if (!found || chunks.Key() != name || !codec::IsIntact(name, chunks.Value())) return damaged();
+        undo += *codec::Payload(chunks.Value());
+    }
+    if (!codec::ReadUndo(undo, stored->entry)) return damaged();
+    return std::move(stored->entry);
+}
+
+}  // namespace cdb::history

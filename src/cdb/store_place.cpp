@@ -1,0 +1,121 @@
+// A store's directory and how an empty store comes into it.
+
+#include "cdb/store_place.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <fstream>
+
+#include "cdb/store_check.h"
+#include "cdb/store_environment.h"
+
+namespace cdb {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kAside = "new";
+constexpr fs::perms kDirectoryMode = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec;
+constexpr const char* kMarkText =
+    "A store of cdbd was made in this directory. Without its data.mdb cdbd does not start here.\n";
+
+void MakeDirectory(const fs::path& directory)
+{
+    std::error_code error;
+    if (fs::create_directories(directory, error)) fs::permissions(directory, kDirectoryMode, error);
+    if (error) throw FatalError("the directory " + directory.string() + " can't be made: " + error.message());
+}
+
+void SyncDirectory(const fs::path& directory)
+{
+    const int file = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (file < 0) return;
+    fsync(file);
+    close(file);
+}
+
+bool Exists(const fs::path& file)
+{
+    std::error_code error;
+    const bool exists = fs::exists(fs::symlink_status(file, error));
+    if (error && error != std::errc::no_such_file_or_directory)
+        throw FatalError(file.string() + " can't be looked at: " + error.message());
+    return exists;
+}
+
+/// Only a help for the next start: a store without it works, and gets it then.
+void WriteMark(const fs::path& directory)
+{
+    const auto mark = directory / kMarkFile;
+    std::error_code error;
+    if (fs::exists(mark, error)) return;
+    std::ofstream(mark) << kMarkText;
+    fs::permissions(mark, kDataMode, error);
+}
+
+/// Makes an empty store aside and moves it in place, so that there is a whole one or none.
+void MakeStore(const fs::path& directory, std::size_t mapSize)
+{
+    const fs::path aside = directory / kAside;
+    std::error_code error;
+    try {
+        MakeDirectory(aside);
+        // What a process has left that died in here.
+        for (const auto& file : fs::directory_iterator(aside)) fs::remove_all(file.path());
+        Environment(aside, Environment::Access::kWrite, mapSize).MakeDatabases();
+        fs::permissions(aside / kDataFile, kDataMode);
+        // A lock file of a store that is gone has nothing to say about this one.
+        fs::remove(directory / kLockFile);
+        fs::rename(aside / kDataFile, directory / kDataFile);
+    } catch (const std::exception& failure) {
+        for (const char* file : {kDataFile, kLockFile}) fs::remove(aside / file, error);
+        throw FatalError("a store can't be made in " + directory.string() + ": " + failure.what());
+    }
+    SyncDirectory(directory);
+}
+
+[[noreturn]] void RefuseLost(const fs::path& directory, const char* trace)
+{
+    throw FatalError("the store in " + directory.string() + " has lost its file " + kDataFile + " (" + trace +
+                     " says that there was one); restore the directory from a copy, or begin anew with "
+                     "--import FILE or --init FILE");
+}
+
+}  // namespace
+
+StorePlace PreparePlace(const fs::path& directory, const StoreOptions& options)
+{
+    MakeDirectory(directory);
+    const fs::path data = directory / kDataFile;
+    const fs::path aside = directory / kAside;
+    const char* trace = nullptr;  // a file that stands beside a store
+    for (const char* file : {kMarkFile, kLockFile, kWriterLockFile})
+        if (trace == nullptr && Exists(directory / file)) trace = file;
+    // Before the first of these files there is the directory aside. It goes when the store is complete.
+    if (trace == nullptr && !Exists(data)) MakeDirectory(aside);
+    StorePlace place{std::make_unique<WriterLock>(directory)};
+    if (Exists(data)) {
+        place.recordedMap = CheckStore(directory, CheckDepth::kStart).mapSize;
+    } else {
+        const bool beingMade = Exists(aside) && !Exists(directory / kMarkFile);
+        if (!beingMade && !options.remake) RefuseLost(directory, trace == nullptr ? kWriterLockFile : trace);
+        place.remade = !beingMade;
+        // Where that does not succeed the store stays a lost one.
+        if (place.remade) WriteMark(directory);
+        MakeStore(directory, options.mapSize);
+    }
+    WriteMark(directory);
+    std::error_code ignored;
+    fs::remove_all(aside, ignored);
+    return place;
+}
+
+void LoseAgain(const fs::path& directory)
+{
+    std::error_code ignored;
+    for (const char* file : {kDataFile, kLockFile}) fs::remove(directory / file, ignored);
+}
+
+}  // namespace cdb

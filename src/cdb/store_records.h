@@ -1,0 +1,25 @@
+// Reads the records of a store and says what is wrong with them. Runs in the child process of
+// store_check.cpp: a damaged file may end it.
+
+#ifndef CDB_STORE_RECORDS_H
+#define CDB_STORE_RECORDS_H
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "cdb/store.h"
+#include "cdb/store_check.h"
+
+namespace cdb {
+
+class DamagedRecord : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Throws DamagedRecord or FatalError.
+StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth depth);
+
+}  // namespace cdb
+
+#endif

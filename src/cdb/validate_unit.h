@@ -1,0 +1,20 @@
+// Hands trees to libyang for validation: a whole one, or the trunk with a single unit. Used by the validator.
+
+#ifndef CDB_VALIDATE_UNIT_H
+#define CDB_VALIDATE_UNIT_H
+
+#include <optional>
+
+#include "cdb/tree.h"
+
+namespace cdb {
+
+/// Validates a complete tree; the first error.
+std::optional<Error> ValidateTree(const Schema& schema, lyd_node* tree);
+
+/// Validates a copy of one unit of the tree, with what is outside of lists; the first error.
+std::optional<Error> ValidateUnit(const Schema& schema, const lyd_node* tree, const lyd_node* unit);
+
+}  // namespace cdb
+
+#endif

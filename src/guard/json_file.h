@@ -1,0 +1,23 @@
+// The look at a file of RFC 7951 JSON. Used by data_file.cpp only.
+
+#ifndef GUARD_JSON_FILE_H
+#define GUARD_JSON_FILE_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "cdb/error.h"
+#include "guard/data_file.h"
+
+namespace guard {
+
+std::optional<FileProblem> CheckJsonFile(const SchemaIndex& index, std::string_view text,
+                                         const Limits& limits);
+
+/// The message with the path, where there is one.
+std::string TextOf(const cdb::Error& error);
+
+}  // namespace guard
+
+#endif

@@ -1,0 +1,21 @@
+// The bounds of what a client may send. What they refuse is far from any configuration that makes sense.
+
+#ifndef GUARD_LIMITS_H
+#define GUARD_LIMITS_H
+
+#include <cstddef>
+
+#include "netconf/xml.h"
+
+namespace guard {
+
+struct Limits {
+    /// The depth stays small because libyang, and the reader of filters, go down by recursion.
+    netconf::XmlLimits xml{};
+    std::size_t text = std::size_t{64} << 10;            // of one leaf
+    std::size_t filterElements = std::size_t{64} << 10;  // each is kept, and compared with the data
+};
+
+}  // namespace guard
+
+#endif

@@ -1,0 +1,104 @@
+#include "ipc/notify.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "log/log.h"
+
+namespace ipc {
+namespace {
+
+std::optional<std::string> OwnVariable(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value == nullptr ? std::nullopt : std::optional<std::string>(value);
+}
+
+std::optional<std::uint64_t> Number(const std::optional<std::string>& text)
+{
+    std::uint64_t number = 0;
+    if (!text) return std::nullopt;
+    const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), number);
+    return error == std::errc{} && end == text->data() + text->size() ? std::optional(number) : std::nullopt;
+}
+
+/// A datagram socket connected to the path, or with @ in front to an abstract name; -1 with a line in the log
+/// where that fails.
+int ConnectTo(const std::string& name)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (name.size() < 2 || (name[0] != '/' && name[0] != '@') || name.size() >= sizeof address.sun_path) {
+        slog::Error(
+            "NOTIFY_SOCKET: \"{}\" is no path and no abstract socket; the service manager is not told", name);
+        return -1;
+    }
+    std::memcpy(address.sun_path, name.data(), name.size());
+    const bool abstract = name[0] == '@';
+    if (abstract) address.sun_path[0] = '\0';
+    // An abstract name ends where the address does, a path with a NUL.
+    const auto size =
+        static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size() + (abstract ? 0 : 1));
+    const int opened = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (opened >= 0 && ::connect(opened, reinterpret_cast<const sockaddr*>(&address), size) == 0)
+        return opened;
+    slog::Error("NOTIFY_SOCKET: can't connect to {}: {}; the service manager is not told", name,
+                std::strerror(errno));
+    if (opened >= 0) ::close(opened);
+    return -1;
+}
+
+}  // namespace
+
+ServiceNotifier::ServiceNotifier(Timers& timers, const Environment& environment) : m_timers(timers)
+{
+    const Environment& variable = environment ? environment : Environment(&OwnVariable);
+    const auto name = variable("NOTIFY_SOCKET");
+    if (!name || name->empty()) return;
+    m_socket = ConnectTo(*name);
+    const auto watchdog = Number(variable("WATCHDOG_USEC"));
+    const auto watched = variable("WATCHDOG_PID");
+    if (!watchdog || *watchdog == 0 || (watched && Number(watched) != static_cast<std::uint64_t>(::getpid())))
+        return;
+    using namespace std::chrono;
+    constexpr std::uint64_t kLongest = 86'400'000'000;  // a day: no watchdog means more
+    const microseconds half(static_cast<std::int64_t>(std::min(*watchdog, kLongest) / 2));
+    m_interval = std::max(duration_cast<milliseconds>(half), milliseconds(1));
+}
+
+ServiceNotifier::~ServiceNotifier()
+{
+    Tell("STOPPING=1");
+    if (m_socket >= 0) ::close(m_socket);
+}
+
+void ServiceNotifier::Ready()
+{
+    Tell("READY=1");
+    if (m_socket >= 0 && m_interval.count() > 0) Beat();
+}
+
+void ServiceNotifier::Beat()
+{
+    Tell("WATCHDOG=1");
+    m_timer = m_timers.After(m_interval, [this] { Beat(); });
+}
+
+void ServiceNotifier::Tell(std::string_view state) const
+{
+    if (m_socket < 0) return;
+    // What the manager does not take now it misses; the next beat follows.
+    if (::send(m_socket, state.data(), state.size(), MSG_NOSIGNAL) < 0 && errno != EAGAIN)
+        slog::Debug("the service manager can't be told {}: {}", state, std::strerror(errno));
+}
+
+}  // namespace ipc

@@ -1,0 +1,216 @@
+// One refusal for each error-tag that a client can bring about, through a session, with what the
+// standard requires to stand in its error-info; and that its path can be evaluated as it is written.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libyang/libyang.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "agent/agent_world.h"
+
+namespace agent_tests {
+namespace {
+
+using netconf::EditConfig;
+using testing::HasSubstr;
+
+std::string Rpc(const std::string& operation, const std::string& attributes = "message-id=\"1\"")
+{
+    return "<rpc xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" " + attributes + ">" + operation +
+           "</rpc>";
+}
+
+std::string Edit(const std::string& content) { return Rpc(EditConfig(Sflow(content))); }
+
+struct Row {
+    const char* tag;
+    const char* type;
+    std::string message;
+    std::vector<std::string> info;  // the names of what error-info must hold
+    const char* path = "";          // where it ends; empty for an error without a path
+    const char* said = "";          // part of the message
+};
+
+void PrintTo(const Row& row, std::ostream* out) { *out << row.tag; }
+
+class ErrorTags : public testing::TestWithParam<Row> {
+protected:
+    World m_world;
+    netconf::Client m_other = m_world.Connect();
+    netconf::Client m_client = m_world.Connect();
+
+    netconf::Reply Send(const std::string& message)
+    {
+        m_client.SendRaw("\n#" + std::to_string(message.size()) + "\n" + message + "\n##\n");
+        return m_client.Receive();
+    }
+};
+
+/// Every prefix of the path is declared where the path stands.
+void ExpectDeclared(const std::string& xml, const std::string& path)
+{
+    const std::size_t begin = xml.find("<error-path");
+    const std::string tag = xml.substr(begin, xml.find('>', begin) - begin);
+    for (std::size_t at = path.find_first_of("/["); at != std::string::npos;
+         at = path.find_first_of("/[", at + 1)) {
+        const std::string rest = path.substr(at + 1);
+        const std::size_t colon = rest.find(':');
+        ASSERT_LT(colon, rest.find_first_of("/[=")) << path;
+        EXPECT_THAT(tag, HasSubstr("xmlns:" + rest.substr(0, colon) + "=\"")) << path;
+    }
+}
+
+TEST_P(ErrorTags, IsGiven)
+{
+    const Row& row = GetParam();
+    Do(m_client, EditConfig(Sflow(Collector("c1"))));
+    Do(m_client, netconf::Commit());
+    Do(m_other, "<lock><target><running/></target></lock>");
+    const netconf::Reply reply = Send(row.message);
+    ASSERT_EQ(reply.errors.size(), 1U) << reply.xml;
+    const netconf::RpcError& error = reply.errors[0];
+    EXPECT_EQ(error.tag, row.tag) << reply.xml;
+    EXPECT_EQ(error.type, row.type) << reply.xml;
+    EXPECT_EQ(error.severity, "error");
+    EXPECT_THAT(error.message, HasSubstr(row.said));
+    for (const std::string& name : row.info)
+        EXPECT_THAT(error.info, testing::Contains(testing::Pair(name, testing::Ne("")))) << reply.xml;
+    EXPECT_EQ(error.path.empty(), std::string_view(row.path).empty()) << reply.xml;
+    EXPECT_TRUE(error.path.ends_with(row.path)) << reply.xml;
+    if (!error.path.empty()) ExpectDeclared(reply.xml, error.path);
+    Do(m_client, "<discard-changes/>");
+}
+
+const std::string kC1 = "<collector><name>c1</name>";
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, ErrorTags,
+    testing::Values(
+        Row{"in-use", "protocol", Rpc("<commit/>"), {}},
+        Row{"invalid-value",
+            "application",
+            Edit(kC1 + "<port>70000</port></collector>"),
+            {},
+            "/switch-oam-sflow:port",
+            "\"70000\""},
+        Row{"invalid-value",
+            "protocol",
+            Rpc("<kill-session><session-id>x</session-id></kill-session>"),
+            {},
+            "/ietf-netconf:rpc/ietf-netconf:kill-session/ietf-netconf:session-id",
+            "\"x\""},
+        Row{"too-big",
+            "application",
+            Edit(kC1 + "<port>" + std::string(70'000, '1') + "</port></collector>"),
+            {},
+            "/switch-oam-sflow:port"},
+        Row{"missing-attribute", "rpc", Rpc("<commit/>", ""), {"bad-attribute", "bad-element"}},
+        Row{"bad-attribute",
+            "application",
+            Edit("<agent nc:operation='melt'/>"),
+            {"bad-attribute", "bad-element"},
+            "/switch-oam-sflow:agent",
+            "\"melt\""},
+        Row{"bad-attribute",
+            "application",
+            Edit("<collector><name nc:operation='delete'>c1</name></collector>"),
+            {"bad-attribute", "bad-element"},
+            "/switch-oam-sflow:name"},
+        Row{"unknown-attribute",
+            "application",
+            Edit("<agent operation='delete'/>"),
+            {"bad-attribute", "bad-element"},
+            "/switch-oam-sflow:agent"},
+        Row{"missing-element",
+            "application",
+            Edit("<collector/>"),
+            {"bad-element"},
+            "/switch-oam-sflow:collector"},
+        Row{"missing-element",
+            "protocol",
+            Rpc("<kill-session/>"),
+            {"bad-element"},
+            "/ietf-netconf:rpc/ietf-netconf:kill-session/ietf-netconf:session-id"},
+        Row{"missing-element",
+            "protocol",
+            Rpc("<get-config/>"),
+            {"bad-element"},
+            "/ietf-netconf:rpc/ietf-netconf:get-config/ietf-netconf:source"},
+        Row{"missing-element",
+            "protocol",
+            Rpc("<edit-config><target><candidate/></target></edit-config>"),
+            {"bad-element"},
+            "/ietf-netconf:rpc/ietf-netconf:edit-config/ietf-netconf:config"},
+        Row{"missing-element", "rpc", Rpc(""), {"bad-element"}},
+        Row{"bad-element",
+            "application",
+            Edit(kC1 + "<name>c2</name></collector>"),
+            {"bad-element"},
+            "/switch-oam-sflow:collector[switch-oam-sflow:name='c1']/switch-oam-sflow:name"},
+        Row{"unknown-element",
+            "application",
+            Edit(kC1 + "<colour/></collector>"),
+            {"bad-element"},
+            "/switch-oam-sflow:colour"},
+        Row{"unknown-namespace",
+            "application",
+            Edit("<x xmlns='urn:x'/>"),
+            {"bad-element", "bad-namespace"},
+            "/switch-oam-sflow:sflow"},
+        Row{"lock-denied", "protocol", Rpc("<lock><target><running/></target></lock>"), {"session-id"}},
+        Row{"data-exists",
+            "application",
+            Edit("<collector nc:operation='create'><name>c1</name></collector>"),
+            {},
+            "/switch-oam-sflow:collector[switch-oam-sflow:name='c1']"},
+        Row{"data-missing",
+            "application",
+            Edit("<collector nc:operation='delete'><name>c9</name></collector>"),
+            {},
+            "/switch-oam-sflow:collector[switch-oam-sflow:name='c9']"},
+        Row{"operation-not-supported", "protocol", Rpc("<make-tea/>"), {"bad-element"}},
+        Row{"operation-failed", "protocol", Rpc("<unlock><target><running/></target></unlock>"), {}},
+        Row{"malformed-message", "rpc", Rpc("<commit>"), {}}),
+    [](const auto& each) {
+        std::string name = each.param.tag + std::to_string(each.index);
+        for (char& c : name)
+            if (c == '-') c = '_';
+        return name;
+    });
+
+/// As the client would evaluate it on what it has got; libyang takes module names for prefixes.
+TEST(ErrorPaths, SelectTheNode)
+{
+    World world;
+    netconf::Client client = world.Connect();
+    Do(client, EditConfig(Sflow(Collector("c1"))));
+    const auto error =
+        Refused(client, EditConfig(Sflow("<collector nc:operation='create'><name>c1</name></collector>")),
+                "data-exists");
+    lyd_node* tree = nullptr;
+    ASSERT_EQ(lyd_parse_data_mem(Schema().Context(), Config(client, "candidate").c_str(), LYD_XML,
+                                 LYD_PARSE_ONLY, 0, &tree),
+              LY_SUCCESS);
+    ly_set* found = nullptr;
+    ASSERT_EQ(lyd_find_xpath(tree, error.path.c_str(), &found), LY_SUCCESS) << error.path;
+    EXPECT_EQ(found->count, 1U) << error.path;
+    ly_set_free(found, nullptr);
+    lyd_free_all(tree);
+}
+
+TEST(ManyErrors, AreAllTold)
+{
+    World world;
+    netconf::Client client = world.Connect();
+    const netconf::Reply reply = client.Call(
+        EditConfig(Sflow("<collector><name>c1</name></collector><collector><name>c2</name></collector>")));
+    EXPECT_FALSE(reply.ok);
+    ASSERT_EQ(reply.errors.size(), 2U) << reply.xml;
+    for (const auto& error : reply.errors) ExpectDeclared(reply.xml, error.path);
+}
+
+}  // namespace
+}  // namespace agent_tests

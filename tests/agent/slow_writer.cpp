@@ -1,0 +1,219 @@
+// Writes libyang trees node by node, each measured with the filter as it stands. Slow, and simple enough
+// to be right: what the writer of the agent is compared with.
+
+#include "slow_writer.h"
+
+#include <libyang/libyang.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include "netconf/xml.h"
+
+namespace agent_tests {
+namespace {
+
+using agent::Defaults;
+using agent::FilterNode;
+
+/// The filter nodes that a data node has matched so far: alternatives, one of which is enough.
+using Alternatives = std::vector<const FilterNode*>;
+
+/// What a filter leaves of one data node.
+struct Selection {
+    bool whole = false;
+    Alternatives below;  // where not whole: for the children
+};
+
+bool Fits(const FilterNode& filter, std::string_view ns, std::string_view name)
+{
+    return !filter.hasAttributes && filter.name == name && (filter.ns.empty() || filter.ns == ns);
+}
+
+bool Matches(const FilterNode& filter, const lyd_node* node)
+{
+    return node->schema != nullptr && Fits(filter, node->schema->module->ns, node->schema->name);
+}
+
+bool HasValue(const FilterNode& filter, const lyd_node* leaf)
+{
+    if ((leaf->schema->nodetype & LYD_NODE_TERM) == 0) return false;
+    if (filter.text == lyd_get_value(leaf)) return true;
+    const auto* term = reinterpret_cast<const lyd_node_term*>(leaf);
+    if (term->value.realtype->basetype == LY_TYPE_STRING) return false;
+    // The same value may be written in another way: "+5", an enumeration is as it is.
+    return lyd_value_compare(term, filter.text.c_str(), filter.text.size()) == LY_SUCCESS;
+}
+
+bool IsTerm(const lyd_node* node) { return (node->schema->nodetype & LYD_NODE_TERM) != 0; }
+
+class Writer {
+public:
+    Writer(Defaults defaults, std::string& out) : m_defaults(defaults), m_out(out) {}
+
+    void Siblings(const lyd_node* first, const lys_module* parentModule, const Alternatives* filter);
+
+private:
+    void Node(const lyd_node* node, const lys_module* parentModule, const Alternatives* filter);
+    void Inner(const lyd_node* node, const lys_module* parentModule, const Selection& selection);
+    void Term(const lyd_node* node, const lys_module* parentModule);
+    void Open(const lyd_node* node, const lys_module* parentModule);
+    void Close(const lyd_node* node);
+    [[nodiscard]] bool Visible(const lyd_node* node) const;
+    [[nodiscard]] Selection Select(const lyd_node* node, const Alternatives& filter) const;
+    [[nodiscard]] bool ContentMatches(const lyd_node* node, const FilterNode& filter) const;
+
+    Defaults m_defaults;
+    std::string& m_out;
+};
+
+int CompareKeys(const lyd_node* a, const lyd_node* b)
+{
+    const lyd_node* keyA = lyd_child(a);
+    const lyd_node* keyB = lyd_child(b);
+    for (; keyA != nullptr && keyB != nullptr && lysc_is_key(keyA->schema);
+         keyA = keyA->next, keyB = keyB->next) {
+        // strcmp compares bytes as unsigned, which is the order that readers of the store see.
+        const int order = std::strcmp(lyd_get_value(keyA), lyd_get_value(keyB));
+        if (order != 0) return order;
+    }
+    return 0;
+}
+
+/// The entries of the list that `first` begins, in order.
+std::vector<const lyd_node*> SortedEntries(const lyd_node* first)
+{
+    std::vector<const lyd_node*> entries;
+    for (const lyd_node* node = first; node != nullptr && node->schema == first->schema; node = node->next)
+        entries.push_back(node);
+    const auto less = [](const lyd_node* a, const lyd_node* b) { return CompareKeys(a, b) < 0; };
+    if ((first->schema->flags & LYS_KEYLESS) == 0 && !std::is_sorted(entries.begin(), entries.end(), less))
+        std::stable_sort(entries.begin(), entries.end(), less);
+    return entries;
+}
+
+bool Writer::Visible(const lyd_node* node) const
+{
+    if (m_defaults == Defaults::kReportAll || !IsTerm(node)) return true;
+    if ((node->flags & LYD_DEFAULT) != 0) return false;
+    return m_defaults != Defaults::kTrim || !lyd_is_default(node);
+}
+
+bool Writer::ContentMatches(const lyd_node* node, const FilterNode& filter) const
+{
+    const auto holds = [this, node](const FilterNode& wanted) {
+        if (!wanted.IsContentMatch()) return true;
+        for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next)
+            if (Matches(wanted, child) && Visible(child) && HasValue(wanted, child)) return true;
+        return false;
+    };
+    return std::all_of(filter.children.begin(), filter.children.end(), holds);
+}
+
+Selection Writer::Select(const lyd_node* node, const Alternatives& filter) const
+{
+    Selection selection;
+    for (const FilterNode* alternative : filter) {
+        if (!Matches(*alternative, node)) continue;
+        if (IsTerm(node)) {
+            selection.whole |=
+                alternative->IsSelection() || (alternative->IsContentMatch() && HasValue(*alternative, node));
+            continue;
+        }
+        if (alternative->IsSelection()) selection.whole = true;
+        if (alternative->children.empty() || !ContentMatches(node, *alternative)) continue;
+        const auto& children = alternative->children;
+        const auto isContent = [](const FilterNode& child) { return child.IsContentMatch(); };
+        if (std::all_of(children.begin(), children.end(), isContent)) selection.whole = true;
+        for (const FilterNode& child : children) selection.below.push_back(&child);
+    }
+    return selection;
+}
+
+void Writer::Siblings(const lyd_node* first, const lys_module* parentModule, const Alternatives* filter)
+{
+    for (const lyd_node* node = first; node != nullptr; node = node->next) {
+        if (node->schema == nullptr) continue;
+        if (node->schema->nodetype != LYS_LIST) {
+            Node(node, parentModule, filter);
+            continue;
+        }
+        const auto entries = SortedEntries(node);
+        for (const lyd_node* entry : entries) Node(entry, parentModule, filter);
+        while (node->next != nullptr && node->next->schema == node->schema) node = node->next;
+    }
+}
+
+void Writer::Node(const lyd_node* node, const lys_module* parentModule, const Alternatives* filter)
+{
+    if (!Visible(node)) return;
+    Selection selection;
+    selection.whole = filter == nullptr;
+    if (filter != nullptr) {
+        selection = Select(node, *filter);
+        if (!selection.whole && selection.below.empty()) return;
+    }
+    if (IsTerm(node))
+        Term(node, parentModule);
+    else if ((node->schema->nodetype & (LYS_CONTAINER | LYS_LIST)) != 0)
+        Inner(node, parentModule, selection);
+}
+
+void Writer::Inner(const lyd_node* node, const lys_module* parentModule, const Selection& selection)
+{
+    const std::size_t before = m_out.size();
+    Open(node, parentModule);
+    const lyd_node* child = lyd_child(node);
+    const bool partly = !selection.whole;
+    if (partly) {
+        // An entry shows its keys whatever else is asked for, but not for their sake alone.
+        for (const lyd_node* key = child; key != nullptr && lysc_is_key(key->schema); key = key->next)
+            Term(key, node->schema->module);
+    }
+    const std::size_t opened = m_out.size();
+    bool keyAsked = false;
+    for (; partly && child != nullptr && lysc_is_key(child->schema); child = child->next)
+        keyAsked |= Select(child, selection.below).whole;
+    Siblings(child, node->schema->module, partly ? &selection.below : nullptr);
+    const bool mayBeEmpty =
+        !partly && (node->schema->nodetype == LYS_LIST || lysc_is_np_cont(node->schema) == 0);
+    if (m_out.size() == opened && !keyAsked && !mayBeEmpty) {
+        m_out.resize(before);
+        return;
+    }
+    Close(node);
+}
+
+void Writer::Term(const lyd_node* node, const lys_module* parentModule)
+{
+    Open(node, parentModule);
+    netconf::AppendEscaped(m_out, lyd_get_value(node));
+    Close(node);
+}
+
+void Writer::Open(const lyd_node* node, const lys_module* parentModule)
+{
+    m_out.push_back('<');
+    m_out.append(node->schema->name);
+    if (node->schema->module != parentModule)
+        m_out.append(" xmlns=\"").append(node->schema->module->ns).push_back('"');
+    m_out.push_back('>');
+}
+
+void Writer::Close(const lyd_node* node) { m_out.append("</").append(node->schema->name).push_back('>'); }
+
+}  // namespace
+
+void WriteSlowly(const lyd_node* first, const std::optional<agent::SubtreeFilter>& filter,
+                 agent::Defaults defaults, std::string& out)
+{
+    Writer writer(defaults, out);
+    if (!filter) return writer.Siblings(first, nullptr, nullptr);
+    Alternatives alternatives;
+    for (const FilterNode& node : *filter) alternatives.push_back(&node);
+    writer.Siblings(first, nullptr, &alternatives);
+}
+
+}  // namespace agent_tests
