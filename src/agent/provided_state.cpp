@@ -21,7 +21,7 @@ std::string Shown(std::string_view text)
     return "\"" + FitForXml(text.substr(0, kShown)) + (cut ? "...\"" : "\"");
 }
 
-bool IsTerm(const lysc_node* node) { return (node->nodetype & LYD_NODE_TERM) != 0; }
+bool IsLeafNode(const lysc_node* node) { return (node->nodetype & LYD_NODE_TERM) != 0; }
 bool IsInner(const lysc_node* node) { return (node->nodetype & (LYS_CONTAINER | LYS_LIST)) != 0; }
 
 bool Holds(const StateTree::Node& node, const lysc_node* leaf)
@@ -71,7 +71,7 @@ public:
         const std::string& wanted = m_part.names(static_cast<int>(name));
         const lysc_node* each = nullptr;
         while ((each = lys_getnext(each, parent, parent->module->compiled, 0)) != nullptr)
-            if (wanted == each->name && (IsTerm(each) || IsInner(each))) return child = each;
+            if (wanted == each->name && (IsLeafNode(each) || IsInner(each))) return child = each;
         return nullptr;
     }
 
@@ -159,7 +159,7 @@ std::string ProvidedState::TakeLeaf(const lysc_node* leaf, std::string_view valu
                                     const Trail& trail)
 {
     const auto where = [&] { return trail.Text() + "/" + leaf->name; };
-    if (!IsTerm(leaf)) return where() + " is no leaf, and has a value";
+    if (!IsLeafNode(leaf)) return where() + " is no leaf, and has a value";
     if (lysc_is_key(leaf)) return where() + " is a key, and stands among the leaves";
     if (leaf->nodetype == LYS_LEAF && Holds(into, leaf)) return where() + " is there twice";
     const auto checked = value.size() > kMaxValue ? std::nullopt : m_checker.Check(leaf, value);

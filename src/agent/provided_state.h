@@ -21,7 +21,7 @@ namespace agent {
 class ProvidedState {
 public:
     /// What one answer may take in memory, and how many warnings it may have: far more than any switch needs.
-    static constexpr std::size_t kMaxBytes = std::size_t{256} << 20;
+    static constexpr std::size_t kMaxBytes = std::size_t{128} << 20;
     static constexpr std::size_t kMaxWarnings = 16;
     /// Of one part, and of one value in bytes.
     static constexpr int kMaxNames = 4096;

@@ -1,5 +1,6 @@
 #include "agent/xml_text.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -33,12 +34,16 @@ std::size_t LengthOf(std::string_view text)
 
 bool IsXmlText(std::string_view text)
 {
-    while (!text.empty()) {
+    while (true) {
+        // Nearly all that comes.
+        const auto* plain =
+            std::find_if_not(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+        text.remove_prefix(static_cast<std::size_t>(plain - text.begin()));
+        if (text.empty()) return true;
         const std::size_t length = LengthOf(text);
         if (length == 0) return false;
         text.remove_prefix(length);
     }
-    return true;
 }
 
 std::string FitForXml(std::string_view text)

@@ -42,14 +42,15 @@ std::optional<Configured::Collector> ConfiguredReader::Collector(const std::stri
     return Configured::Collector{enabled == nullptr || *enabled == cdb::Value(true)};
 }
 
-std::optional<Configured::Interface> ConfiguredReader::Interface(const std::string& name) const
+std::optional<Configured::Interface> ConfiguredReader::Interface(const std::string& name,
+                                                                 bool withCollectors) const
 {
     if (m_interface == cdb::kNoNode || name.size() > kMaxName) return std::nullopt;
     const auto row = m_rows.Get({m_interface, {name}});
     if (!row) return std::nullopt;
     Configured::Interface interface;
     interface.ownRate = Leaf(*row, "sampling-rate") != nullptr;
-    for (std::size_t kind = 0; kind < kKinds; ++kind) {
+    for (std::size_t kind = 0; withCollectors && kind < kKinds; ++kind) {
         if (m_attached[kind] == cdb::kNoNode) continue;
         m_rows.Scan(m_attached[kind], {name}, 0, [&](const auto& keys, const cdb::Row&) {
             interface.collectors[kind].push_back(keys.back());

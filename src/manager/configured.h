@@ -42,7 +42,9 @@ public:
 
     /// Nullopt where it is not configured.
     [[nodiscard]] std::optional<Configured::Collector> Collector(const std::string& name) const;
-    [[nodiscard]] std::optional<Configured::Interface> Interface(const std::string& name) const;
+    /// Without its collectors where these are not asked for: they cost more than all the rest.
+    [[nodiscard]] std::optional<Configured::Interface> Interface(const std::string& name,
+                                                                 bool withCollectors = true) const;
 
     /// The first names behind `after`, in ascending order, at most `most`.
     [[nodiscard]] std::vector<std::string> Collectors(const std::string& after, std::size_t most) const;

@@ -98,9 +98,15 @@ void StateAnswer::ReadInterfaces(const std::vector<std::string>& names)
 {
     m_configured.interfaces.clear();
     if (!m_reader) return;
+    const auto& held = m_sources.service.CurrentState().Interfaces();
+    // The configured collectors of an interface tell something where it has none in effect.
+    const auto needsCollectors = [&held](const std::string& name) {
+        const auto at = held.find(name);
+        return at == held.end() || at->second.Of(Kind::kFlow).empty();
+    };
     try {
         for (const std::string& name : names)
-            if (auto interface = m_reader->Interface(name))
+            if (auto interface = m_reader->Interface(name, needsCollectors(name)))
                 m_configured.interfaces.emplace_hint(m_configured.interfaces.end(), name,
                                                      std::move(*interface));
     } catch (const cdb::FatalError& error) {

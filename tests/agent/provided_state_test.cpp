@@ -6,6 +6,9 @@
 #include <gtest/gtest.h>
 #include <libyang/libyang.h>
 
+#include <algorithm>
+#include <cstring>
+#include <functional>
 #include <string>
 
 #include <google/protobuf/text_format.h>
@@ -260,7 +263,7 @@ TEST(ValueCheck, AgreesWithLibyang)
             if (fits && checked) {
                 EXPECT_EQ(canonical, std::string(*checked)) << leaf->name << " " << text;
             }
-            lydict_remove(Schema().Context(), canonical);
+            if (fits) lydict_remove(Schema().Context(), canonical);
             ++compared;
         }
     };

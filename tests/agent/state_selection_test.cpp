@@ -84,7 +84,7 @@ INSTANTIATE_TEST_SUITE_P(Each, Selection, testing::Values(
     Row{"AnyNamespace", "<interface xmlns=\"\"/>", "interface"},
     Row{"AnAttribute", "<interface xmlns:x=\"urn:x\" x:y=\"1\"/>", "nothing"},
     Row{"AnAttributeAtAKey", "<interface xmlns:x=\"urn:x\"><name x:y=\"1\">eth1</name><ifindex/></interface>", "interface(ifindex)"},
-    Row{"TextInAContainer", "<manager>text</manager>", "nothing"},
+    Row{"TextInAContainer", "<manager>text</manager><interface/>", "interface"},
     Row{"BelowALeaf", "<interface><ifindex><deeper/></ifindex></interface>", "interface(ifindex)"},
     Row{"TwoWaysToOneList", "<interface><ifindex/></interface><interface/>", "interface(ifindex) interface"}),
     [](const auto& each) { return std::string(each.param.name); });

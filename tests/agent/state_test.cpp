@@ -81,7 +81,7 @@ std::string Part(const std::string& node, const std::string& more = "")
            node + " } } " + more;
 }
 
-std::string Interface(const std::string& name, const std::string& ifIndex = "7")
+std::string Entry(const std::string& name, const std::string& ifIndex = "7")
 {
     return "children { name: 1 keys: '" + name + "' leaves: 2 values: '" + ifIndex + "' } ";
 }
@@ -160,7 +160,7 @@ TEST_F(State, ComesInManyParts)
 {
     const auto provider = Provider();
     std::vector<std::string> parts{Part("leaves: 0 values: '192.0.2.1'", kMore)};
-    for (int i = 100; i < 200; ++i) parts.push_back(Part(Interface("eth" + std::to_string(i)), kMore));
+    for (int i = 100; i < 200; ++i) parts.push_back(Part(Entry("eth" + std::to_string(i)), kMore));
     parts.push_back(Part("children { name: 3 leaves: 4 values: '12' }"));
     const auto reply = Served(*provider, parts);
     EXPECT_TRUE(reply.errors.empty()) << reply.xml;
@@ -176,7 +176,7 @@ TEST_F(State, ThatDoesNotFitIsMissingAndSaidSo)
     const std::pair<std::string, std::string> kBad[] = {
         {Part("leaves: 0 values: 'nowhere'"), "/state/oam/sflow/agent-address can't be"},
         {Part("children { name: 9 }"), "no container or list number 9"},
-        {Part(Interface("eth1") + Interface("eth1")), "interface{eth1} is there twice"},
+        {Part(Entry("eth1") + Entry("eth1")), "interface{eth1} is there twice"},
         {"trees { path: '/state/system' node { } }", "which it does not provide"},
         {"error: 'busy'", "can't tell: busy"},
         {Part("", kMore), "parts in which there is nothing"}};
@@ -196,8 +196,8 @@ TEST_F(State, ThatDoesNotFitIsMissingAndSaidSo)
 TEST_F(State, OfAnAnswerWithAFaultLaterIsNotShownInPart)
 {
     const auto provider = Provider();
-    const auto reply = Served(
-        *provider, {Part(Interface("eth2"), kMore), Part(Interface("eth1"), kMore), Part(Interface("eth3"))});
+    const auto reply =
+        Served(*provider, {Part(Entry("eth2"), kMore), Part(Entry("eth1"), kMore), Part(Entry("eth3"))});
     EXPECT_THAT(Warning(reply).message, HasSubstr("interface{eth1}"));
     EXPECT_THAT(reply.data, Not(HasSubstr("eth2")));
     EXPECT_THAT(Served(*provider, {kAgent}).data, HasSubstr("192.0.2.1"))
@@ -209,7 +209,7 @@ TEST_F(State, OfAnotherQuestionIsPassedOver)
     const auto provider = Provider();
     m_client.Send(netconf::Get(kState));
     const auto request = provider->Receive().state_request().request();
-    Answer(*provider, request + 1, {Part(Interface("forged"))});
+    Answer(*provider, request + 1, {Part(Entry("forged"))});
     Answer(*provider, request, {kAgent});
     EXPECT_THAT(m_client.Receive().data, AllOf(HasSubstr("192.0.2.1"), Not(HasSubstr("forged"))));
 }
@@ -217,7 +217,7 @@ TEST_F(State, OfAnotherQuestionIsPassedOver)
 TEST_F(State, HasTheProvidersOwnWarnings)
 {
     const auto provider = Provider();
-    const auto reply = Served(*provider, {Part(Interface("eth1"), "warnings: 'half of it \\x01is dark'")});
+    const auto reply = Served(*provider, {Part(Entry("eth1"), "warnings: 'half of it \\x01is dark'")});
     EXPECT_THAT(reply.data, HasSubstr("eth1"));
     EXPECT_THAT(Warning(reply).message, HasSubstr("half of it \xEF\xBF\xBDis dark"));
 }
@@ -234,7 +234,7 @@ TEST_F(State, IsAskedForAsTheFilterSelects)
     ASSERT_EQ(question.parts(0).children_size(), 1);
     EXPECT_EQ(question.parts(0).children(0).name(), "interface");
     EXPECT_EQ(question.parts(0).children(0).keys(0).value(), "eth1");
-    Answer(*provider, question.request(), {Part(Interface("eth1") + Interface("eth2"))});
+    Answer(*provider, question.request(), {Part(Entry("eth1") + Entry("eth2"))});
     EXPECT_EQ(m_client.Receive().data,
               "<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow><interface><name>eth1</name>"
               "<ifindex>7</ifindex></interface></sflow></oam></state>");
@@ -255,7 +255,7 @@ TEST_F(State, GoesWithoutAProviderThatGoes)
     auto provider = Provider();
     m_client.Send(netconf::Get(kState));
     const auto request = provider->Receive().state_request().request();
-    Answer(*provider, request, {Part(Interface("eth1"), kMore)});
+    Answer(*provider, request, {Part(Entry("eth1"), kMore)});
     provider.reset();
     const auto reply = m_client.Receive();
     EXPECT_THAT(Warning(reply).message, HasSubstr("has ended its connection"));
@@ -279,7 +279,7 @@ TEST_F(ImpatientState, OfASilentProviderIsNotAskedForAgainAndAgain)
         EXPECT_THAT(Warning(m_client.Call(netconf::Get(kState))).message, HasSubstr("has not answered for"));
     for (int i = 0; i < 2; ++i) asked.push_back(provider->Receive().state_request().request());
     // Its late answers are dropped, and show that it works again.
-    for (const std::uint64_t request : asked) Answer(*provider, request, {Part(Interface("late"))});
+    for (const std::uint64_t request : asked) Answer(*provider, request, {Part(Entry("late"))});
     netconf::Reply reply;
     do {
         // What was sent before has been read when this has been answered.
