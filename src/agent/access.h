@@ -38,7 +38,7 @@ public:
     /// Root is the recovery session: no rule binds it. Nor, with the default rules, this process's own user.
     [[nodiscard]] std::shared_ptr<const AccessGrant> Grant(const AccessUser& user) const;
 
-    /// What was denied since the start, for the state. To be counted by whoever sends the denial.
+    /// What was denied since the start, for the state. To be counted where the denial is sent.
     struct Denials {
         std::atomic<std::uint32_t> operations{0};
         std::atomic<std::uint32_t> dataWrites{0};

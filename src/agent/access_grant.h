@@ -77,8 +77,8 @@ public:
     [[nodiscard]] std::optional<cdb::Error> CheckEdit(const lyd_node* edit, cdb::DefaultOperation operation,
                                                       const lyd_node* existing, const Find& find) const;
 
-    /// Whether the user may make these changes (RFC 8341, section 3.2.6: what a commit really changes, by
-    /// whom ever it was edited).
+    /// Whether the user may make these changes (RFC 8341, section 3.2.6: what a commit really changes, also
+    /// where other users have edited it).
     [[nodiscard]] std::optional<cdb::Error> CheckChanges(const cdb::Schema& schema,
                                                          const cdb::ChangeSet& changes) const;
 

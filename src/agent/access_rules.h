@@ -60,7 +60,7 @@ struct ProtectedNodes {
     static ProtectedNodes Of(const ly_ctx* context);
 };
 
-/// Without a file of rules: members of the operators' group (by name) may do everything, everybody else who
+/// Without a file of rules: members of the operators' group (by name) may do everything, all others who
 /// can open the socket may read.
 AccessRules DefaultAccessRules(const std::string& adminGroup);
 

@@ -22,7 +22,7 @@ namespace {
 /// Each socket is for one group: cdb.sock for the switch's processes, netconf.sock for its operators.
 constexpr unsigned kSocketPermissions = 0660;
 
-/// Operators and processes are in different groups, so the directory lets everybody pass. What it holds is
+/// Operators and processes are in different groups, so the directory lets all users pass. What it holds is
 /// for those whom its own permissions let in.
 constexpr auto kRunPermissions = std::filesystem::perms{0751};
 
@@ -100,7 +100,7 @@ public:
     }
 
 private:
-    /// One that is there stays as it is: whoever has made it knows whom it is for.
+    /// One that is there stays as it is: it was made for users that we do not know.
     void MakeRunDirectory(std::optional<std::uint32_t> group) const
     {
         const auto& directory = m_options.runDirectory;

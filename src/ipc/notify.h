@@ -37,7 +37,7 @@ private:
 
     Timers& m_timers;
     int m_socket = -1;
-    std::chrono::milliseconds m_interval{0};  // 0: nobody watches
+    std::chrono::milliseconds m_interval{0};  // 0: no watchdog
     std::shared_ptr<void> m_timer;
 };
 

@@ -1,5 +1,5 @@
-// Who is at the other end of a Unix socket, and the users and groups of this machine. Says who somebody
-// is, never what they may do (trust.h).
+// Who is at the other end of a Unix socket, and the users and groups of this machine. Says who a peer
+// is, never what it may do (trust.h).
 
 #ifndef IPC_PEER_H
 #define IPC_PEER_H
@@ -21,7 +21,7 @@ struct PeerCredentials {
     [[nodiscard]] bool IsMember(std::uint32_t group) const;
 };
 
-/// Nullopt where the kernel does not say; such a peer is nobody.
+/// Nullopt where the kernel does not say; such a peer is no user's.
 std::optional<PeerCredentials> PeerOf(int descriptor);
 
 /// "uid-1234" for one without a name.

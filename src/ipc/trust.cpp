@@ -81,8 +81,9 @@ std::optional<std::string> Trust::Refusal(Role role, const PeerCredentials& peer
         if (peer.IsMember(group)) return std::nullopt;
     const RoleRow& row = RowOf(role);
     const std::string user = UserName(peer.uid);
+    const std::string own = ::geteuid() == 0 ? "root" : UserName(::geteuid()) + " or as root";
     const std::string remedy = holders.groups.empty()
-                                   ? "run it as " + UserName(::geteuid()) + " or as root"
+                                   ? "run it as " + own
                                    : "run it as a member of the group " + GroupName(holders.groups.front());
     return "the user " + user + " may not " + std::string(row.what) + "; " + remedy + ", or start " +
            m_program + " with --allow " + std::string(row.name) + "=" + user;
