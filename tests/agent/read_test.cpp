@@ -254,6 +254,30 @@ TEST(DataWriter, DoesNotLookUpManyEntriesBelowEachOfAList)
     EXPECT_GT(source.passes, 1);
 }
 
+TEST(RowSource, KeepsWhatWasLookedUpWhileMoreIsLookedUpBelow)
+{
+    const auto& table = Schema().Table();
+    const auto interface = table.Find("/config/oam/sflow/interface");
+    const auto flow = table.Find("/config/oam/sflow/interface/flow-sampling-collector");
+    agent_tests::Configuration configuration;
+    configuration.rows = {{{interface, {"eth1"}}, {{{"sampling-rate", 7U}}}}, {{flow, {"eth1", "c1"}}, {}}};
+    Rows rows(configuration);
+    agent::RowSource source(DataSchema(), rows.View());
+    const std::string_view eth1 = "eth1";
+    const std::string_view c1 = "c1";
+    const lysc_node* rate = Schema().NodeOf(table.Child(interface, "sampling-rate"));
+    std::string seen;
+    source.Entry(nullptr, Schema().NodeOf(interface), {&eth1, 1}, [&](agent::DataSource::Handle entry) {
+        source.Entry(entry, Schema().NodeOf(flow), {&c1, 1}, [&](agent::DataSource::Handle) {
+            seen += "c1 ";
+            return true;
+        });
+        source.Values(entry, rate, [&](std::string_view text, bool) { seen += text; });
+        return true;
+    });
+    EXPECT_EQ(seen, "c1 7");
+}
+
 class ReadAccessTest : public testing::Test {
 protected:
     ReadAccessTest()
