@@ -37,7 +37,7 @@ void MeasureLoad(const Settings& settings, Table& table)
     table.Plain("2 libyang parses and validates the file" + size, Median(references), "ms");
     table.Plain("2 the file loaded, committed, delivered" + size, Median(times), "ms");
     table.Plain("2 of that, until the edit was answered", Median(edits), "ms");
-    table.AtMost("2 ratio of the two", Median(times) / Median(references), 5, "");
+    table.AtMost("2 ratio of the two", Median(times) / Median(references), 3, "");
 }
 
 }  // namespace figures

@@ -21,6 +21,8 @@ void MeasureRead(const Settings& settings, Table& table);
 void MeasureMemory(const Settings& settings, Table& table);
 /// 6: state of one interface and of all, and what others wait meanwhile.
 void MeasureState(const Settings& settings, Table& table);
+/// 7: what must not grow with the configuration: reads by key, many readers, comparing nothing, the restart.
+void MeasureScale(const Settings& settings, Table& table);
 
 }  // namespace figures
 

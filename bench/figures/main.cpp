@@ -1,7 +1,7 @@
 // Measures the whole switch as real processes and prints one table. Ends with 0 whether or not the
 // bounds hold: the table says which do not.
 //
-//   switch_figures [--runs N] [--commits N] [--many N] [FIGURE...]     figures 1 to 6, all by default
+//   switch_figures [--runs N] [--commits N] [--many N] [FIGURE...]     figures 1 to 7, all by default
 
 #include <cstdlib>
 #include <exception>
@@ -25,7 +25,8 @@ constexpr Figure kFigures[] = {{1, "1 a change of one leaf", figures::MeasureCha
                                {3, "3 the initial load", figures::MeasureInitialLoad},
                                {4, "4 get-config", figures::MeasureRead},
                                {5, "5 memory", figures::MeasureMemory},
-                               {6, "6 state", figures::MeasureState}};
+                               {6, "6 state", figures::MeasureState},
+                               {7, "7 scale", figures::MeasureScale}};
 
 }  // namespace
 
