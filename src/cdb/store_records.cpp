@@ -63,21 +63,24 @@ private:
 /// says.
 class LargeValues {
 public:
-    explicit LargeValues(MDB_env* environment)
+    explicit LargeValues(const Environment& environment)
     {
         MDB_envinfo info{};
         MDB_stat statistics{};
-        mdb_env_info(environment, &info);
-        mdb_env_stat(environment, &statistics);
-        m_map = static_cast<const char*>(info.me_mapaddr);
+        mdb_env_info(environment.Handle(), &info);
+        mdb_env_stat(environment.Handle(), &statistics);
         m_pageSize = statistics.ms_psize;
         m_pages = info.me_last_pgno + 1;
+        // LMDB does not say where the file lies in memory; the page of a small record, which has its number in its
+        // head, does. A file made where memory has other pages need not begin at the start of one.
+        m_known = m_pageSize == static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        if (m_known) m_map = MapOf(environment);
     }
 
-    /// A value that is in a page with others has no such place.
+    /// A value that is in a page with others has its key before it there.
     [[nodiscard]] bool IsOne(std::string_view value) const
     {
-        return value.size() > m_pageSize / 2 && Offset(value) % m_pageSize == kHeadSize;
+        return m_known && Offset(value) % m_pageSize == kHeadSize;
     }
 
     [[nodiscard]] bool IsSound(std::string_view value) const
@@ -108,7 +111,24 @@ private:
         return static_cast<std::size_t>(value.data() - m_map);
     }
 
+    [[nodiscard]] const char* MapOf(const Environment& environment) const
+    {
+        MDB_txn* transaction = nullptr;
+        MDB_val key = Bytes(codec::kFormatKey);
+        MDB_val value{};
+        int code = mdb_txn_begin(environment.Handle(), nullptr, MDB_RDONLY, &transaction);
+        if (code == MDB_SUCCESS) code = mdb_get(transaction, environment.meta, &key, &value);
+        if (transaction != nullptr) mdb_txn_abort(transaction);
+        if (code != MDB_SUCCESS) throw DamagedRecord(mdb_strerror(code));
+        const auto* bytes = static_cast<const char*>(value.mv_data);
+        const char* page = bytes - reinterpret_cast<std::uintptr_t>(bytes) % m_pageSize;
+        std::size_t number = 0;
+        std::memcpy(&number, page, sizeof(number));
+        return page - number * m_pageSize;
+    }
+
     const char* m_map = nullptr;
+    bool m_known = false;
     std::size_t m_pageSize = 0;
     std::size_t m_pages = 0;
 };
@@ -137,11 +157,17 @@ std::uint64_t CheckFreePages(MDB_env* environment)
     return total;
 }
 
+/// The number that a key is or begins with.
+std::string NumberText(std::string_view key)
+{
+    return std::to_string(codec::NumberOf(key.substr(0, sizeof(std::uint64_t))).value_or(0));
+}
+
 /// The one that goes over the databases.
 class Reader {
 public:
     Reader(Environment& environment, CheckDepth depth)
-        : m_environment(environment), m_depth(depth), m_large(environment.Handle())
+        : m_environment(environment), m_depth(depth), m_large(environment)
     {
     }
 
@@ -152,12 +178,15 @@ public:
         const bool isHistory = database == m_environment.history || database == m_environment.undo;
         std::string last;
         return Scan(m_environment.Handle(), database).Run([&](std::string_view key, std::string_view value) {
-            const auto which = [&] { return "its " + kind + ' ' + codec::Readable(key); };
+            const auto which = [&] {
+                return "its " + kind + ' ' +
+                       (database == m_environment.rows ? codec::Readable(key) : NumberText(key));
+            };
             if (!last.empty() && key <= last) throw DamagedRecord(which() + " is out of order");
             last = key;
             if (m_large.IsOne(value)) {
                 if (!m_large.IsSound(value))
-                    throw DamagedRecord("a page of " + which() + " is another one's");
+                    throw DamagedRecord("a page of " + which() + " has another head");
                 if (isHistory && m_depth == CheckDepth::kStart) return;
             }
             if (!codec::IsIntact(key, value))
@@ -223,7 +252,7 @@ StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth dept
             return key.size() == sizeof(std::uint64_t) && codec::HistoryEntryOf(payload).has_value();
         });
     if (environment.undo != Environment::kNoDatabase)
-        reader.Check(environment.undo, "history", [](std::string_view key, std::string_view payload) {
+        reader.Check(environment.undo, "undo of commit", [](std::string_view key, std::string_view payload) {
             return key.size() == codec::kUndoKeySize && payload.size() <= codec::kUndoChunk;
         });
     figures.faults = reader.Check(
