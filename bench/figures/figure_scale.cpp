@@ -1,5 +1,5 @@
-// Figure 7: what must not grow with the configuration, at N = 100 and at --many: one interface read by its key,
-// many readers at once, comparing nothing, the restart; and what may grow with the question only.
+// Figure 7: what must not grow with the configuration, at N = 100 and at --many: one interface read by its
+// key, many readers at once, comparing nothing, the restart; and what may grow with the question only.
 
 #include <stdexcept>
 #include <vector>
@@ -30,7 +30,8 @@ double TimedRead(netconf::Client& client, const std::string& request, const std:
     client.Send(request);
     const auto reply = client.ReceiveMessage();
     const double time = watch.Milliseconds();
-    if (reply.find(expected) == std::string::npos) throw std::runtime_error("not read: " + reply.substr(0, 500));
+    if (reply.find(expected) == std::string::npos)
+        throw std::runtime_error("not read: " + reply.substr(0, 500));
     return time;
 }
 
@@ -38,7 +39,8 @@ double MedianRead(MeasuredSwitch& target, const std::string& request, const std:
                   std::size_t runs)
 {
     std::vector<double> times;
-    for (std::size_t run = 0; run < runs; ++run) times.push_back(TimedRead(target.Client(), request, expected));
+    for (std::size_t run = 0; run < runs; ++run)
+        times.push_back(TimedRead(target.Client(), request, expected));
     return Median(times);
 }
 
@@ -99,14 +101,15 @@ AtSize Measure(std::size_t interfaces, const Settings& settings, Table& table)
     table.AtMost("7 comparing without a change" + size, result.compare, 2, "ms");
     if (interfaces >= kNamed) {
         table.AtMost("7 of all interfaces, 1000 named" + size,
-                     MedianRead(target, netconf::GetConfig("running", Named(0, kNamed)), InterfaceName(kNamed - 1),
-                                settings.runs),
+                     MedianRead(target, netconf::GetConfig("running", Named(0, kNamed)),
+                                InterfaceName(kNamed - 1), settings.runs),
                      10, "ms");
         table.AtLeast("7 requests of 50 sessions" + size, Throughput(target), 10'000, "/s");
     }
     std::vector<double> restarts;
     for (int run = 0; run < 3; ++run) restarts.push_back(TimedRestart(target));
-    table.AtMost("7 restart until the first answer" + size, Median(restarts), interfaces > 20'000 ? 1500 : 150, "ms");
+    table.AtMost("7 restart until the first answer" + size, Median(restarts),
+                 interfaces > 20'000 ? 1500 : 150, "ms");
     return result;
 }
 

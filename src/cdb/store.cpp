@@ -105,9 +105,8 @@ public:
     std::optional<Error> Write(const std::string& what, const StoreWriter::Apply& apply)
     {
         if (!writer->Slot().Take()) return SlotTaken(what);
-        auto error = writer->Do(what, apply);
-        writer->Slot().GiveBack();
-        return error;
+        const WriteSlot::Hold hold(writer->Slot());
+        return writer->Do(what, apply);
     }
 
     StoreOptions options;

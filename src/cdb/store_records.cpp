@@ -63,26 +63,31 @@ private:
 /// says.
 class LargeValues {
 public:
-    explicit LargeValues(MDB_env* environment)
+    explicit LargeValues(const Environment& environment)
     {
         MDB_envinfo info{};
         MDB_stat statistics{};
-        mdb_env_info(environment, &info);
-        mdb_env_stat(environment, &statistics);
+        mdb_env_info(environment.Handle(), &info);
+        mdb_env_stat(environment.Handle(), &statistics);
         m_pageSize = statistics.ms_psize;
         m_pages = info.me_last_pgno + 1;
+        // LMDB does not say where the file lies in memory; the page of a small record, which has its number
+        // in its head, does. A file made where memory has other pages need not begin at the start of one.
+        m_known = m_pageSize == static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        if (m_known) m_map = MapOf(environment);
     }
 
-    /// A value that is in a page with others has no such place.
+    /// A value that is in a page with others has its key before it there.
     [[nodiscard]] bool IsOne(std::string_view value) const
     {
-        return value.size() > m_pageSize / 2 &&
-               reinterpret_cast<std::uintptr_t>(value.data()) % m_pageSize == kHeadSize;
+        return m_known && Offset(value) % m_pageSize == kHeadSize;
     }
 
-    [[nodiscard]] bool IsSound(std::string_view value)
+    [[nodiscard]] bool IsSound(std::string_view value) const
     {
+        const std::size_t page = Offset(value) / m_pageSize;
         const std::size_t count = (value.size() + kHeadSize + m_pageSize - 1) / m_pageSize;
+        if (page < kFirstData || page + count > m_pages) return false;
         const char* head = value.data() - kHeadSize;
         std::size_t number = 0;
         std::uint16_t flags = 0;
@@ -90,12 +95,8 @@ public:
         std::memcpy(&number, head, sizeof(number));
         std::memcpy(&flags, head + kFlagsAt, sizeof(flags));
         std::memcpy(&pages, head + kPagesAt, sizeof(pages));
-        if (number < kFirstData || number >= m_pages || count > m_pages - number) return false;
-        // LMDB does not tell where the map begins; all pages agree on it by their numbers.
-        const auto begin = reinterpret_cast<std::uintptr_t>(head) - number * m_pageSize;
-        if (m_begin == 0) m_begin = begin;
         // A value that has taken the place of a longer one keeps the pages of that.
-        return begin == m_begin && flags == kOverflow && pages >= count && pages <= m_pages - number;
+        return number == page && flags == kOverflow && pages >= count && pages <= m_pages - page;
     }
 
 private:
@@ -106,7 +107,29 @@ private:
     static constexpr std::size_t kPagesAt = 12;
     static constexpr std::uint16_t kOverflow = 4;
 
-    std::uintptr_t m_begin = 0;  // of the map; 0: not known yet
+    [[nodiscard]] std::size_t Offset(std::string_view value) const
+    {
+        return static_cast<std::size_t>(value.data() - m_map);
+    }
+
+    [[nodiscard]] const char* MapOf(const Environment& environment) const
+    {
+        MDB_txn* transaction = nullptr;
+        MDB_val key = Bytes(codec::kFormatKey);
+        MDB_val value{};
+        int code = mdb_txn_begin(environment.Handle(), nullptr, MDB_RDONLY, &transaction);
+        if (code == MDB_SUCCESS) code = mdb_get(transaction, environment.meta, &key, &value);
+        if (transaction != nullptr) mdb_txn_abort(transaction);
+        if (code != MDB_SUCCESS) throw DamagedRecord(mdb_strerror(code));
+        const auto* bytes = static_cast<const char*>(value.mv_data);
+        const char* page = bytes - reinterpret_cast<std::uintptr_t>(bytes) % m_pageSize;
+        std::size_t number = 0;
+        std::memcpy(&number, page, sizeof(number));
+        return page - number * m_pageSize;
+    }
+
+    const char* m_map = nullptr;
+    bool m_known = false;
     std::size_t m_pageSize = 0;
     std::size_t m_pages = 0;
 };
@@ -135,11 +158,17 @@ std::uint64_t CheckFreePages(MDB_env* environment)
     return total;
 }
 
+/// The number that a key is or begins with.
+std::string NumberText(std::string_view key)
+{
+    return std::to_string(codec::NumberOf(key.substr(0, sizeof(std::uint64_t))).value_or(0));
+}
+
 /// The one that goes over the databases.
 class Reader {
 public:
     Reader(Environment& environment, CheckDepth depth)
-        : m_environment(environment), m_depth(depth), m_large(environment.Handle())
+        : m_environment(environment), m_depth(depth), m_large(environment)
     {
     }
 
@@ -150,12 +179,15 @@ public:
         const bool isHistory = database == m_environment.history || database == m_environment.undo;
         std::string last;
         return Scan(m_environment.Handle(), database).Run([&](std::string_view key, std::string_view value) {
-            const auto which = [&] { return "its " + kind + ' ' + codec::Readable(key); };
+            const auto which = [&] {
+                return "its " + kind + ' ' +
+                       (database == m_environment.rows ? codec::Readable(key) : NumberText(key));
+            };
             if (!last.empty() && key <= last) throw DamagedRecord(which() + " is out of order");
             last = key;
             if (m_large.IsOne(value)) {
                 if (!m_large.IsSound(value))
-                    throw DamagedRecord("a page of " + which() + " is another one's");
+                    throw DamagedRecord("a page of " + which() + " has another head");
                 if (isHistory && m_depth == CheckDepth::kStart) return;
             }
             if (!codec::IsIntact(key, value))
@@ -209,9 +241,10 @@ StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth dept
     FillSizes(environment.Handle(), figures);
     figures.freePages = CheckFreePages(environment.Handle());
     Reader reader(environment, depth);
+    codec::RowReader rows;
     Row row;
     figures.rows = reader.Check(environment.rows, "row", [&](std::string_view, std::string_view payload) {
-        return codec::ReadRow(payload, row);
+        return rows.Read(payload, row);
     });
     std::vector<std::uint64_t> commits;
     figures.historyEntries = reader.Check(
@@ -220,7 +253,7 @@ StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth dept
             return key.size() == sizeof(std::uint64_t) && codec::HistoryEntryOf(payload).has_value();
         });
     if (environment.undo != Environment::kNoDatabase)
-        reader.Check(environment.undo, "history", [](std::string_view key, std::string_view payload) {
+        reader.Check(environment.undo, "undo of commit", [](std::string_view key, std::string_view payload) {
             return key.size() == codec::kUndoKeySize && payload.size() <= codec::kUndoChunk;
         });
     figures.faults = reader.Check(

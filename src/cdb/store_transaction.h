@@ -62,6 +62,18 @@ public:
     bool Take() { return !m_taken.exchange(true); }
     void GiveBack() { m_taken = false; }
 
+    /// Gives back what was taken, at its end.
+    class Hold {
+    public:
+        explicit Hold(WriteSlot& slot) : m_slot(slot) {}
+        ~Hold() { m_slot.GiveBack(); }
+        Hold(const Hold&) = delete;
+        Hold& operator=(const Hold&) = delete;
+
+    private:
+        WriteSlot& m_slot;
+    };
+
 private:
     std::atomic<bool> m_taken{false};
 };

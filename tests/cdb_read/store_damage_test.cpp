@@ -177,7 +177,9 @@ TEST(StoreDamage, OfAnUndosPageIsRefused)
         std::string damaged = content;
         damaged[page + at] = static_cast<char>(damaged[page + at] + 7);
         Overwrite(file, damaged);
-        EXPECT_THAT(Complaint(directory.Path()), HasSubstr("is damaged: a page of its history")) << at;
+        EXPECT_THAT(Complaint(directory.Path()),
+                    HasSubstr("is damaged: a page of its undo of commit 1 has another head"))
+            << at;
     }
     Overwrite(file, content);
     EXPECT_EQ(Complaint(directory.Path()), "");

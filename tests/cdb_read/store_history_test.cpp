@@ -103,18 +103,12 @@ TEST_F(StoreHistory, KeepsWhatUndoesACommit)
 
 TEST_F(StoreHistory, KeepsUndosOfAnySize)
 {
-    std::uint64_t commit = 0;
-    const std::size_t chunk = cdb::codec::kUndoChunk;
-    for (const std::size_t size :
-         {std::size_t{0}, std::size_t{1}, chunk - 4, chunk - 3, chunk, 7 * chunk, 100 * chunk + 1})
-        Append(++commit, size);
+    constexpr std::size_t kChunk = cdb::codec::kUndoChunk;
+    const std::vector<std::size_t> sizes{0, 1, kChunk - 4, kChunk - 3, kChunk, 7 * kChunk, 100 * kChunk + 1};
+    for (std::size_t i = 0; i < sizes.size(); ++i) Append(i + 1, sizes[i]);
     Reopen();
-    commit = 0;
-    for (const std::size_t size :
-         {std::size_t{0}, std::size_t{1}, chunk - 4, chunk - 3, chunk, 7 * chunk, 100 * chunk + 1}) {
-        ++commit;
-        EXPECT_EQ(WithUndo(commit).undo, std::string(size, static_cast<char>('a' + commit % 26)));
-    }
+    for (std::size_t i = 0; i < sizes.size(); ++i)
+        EXPECT_EQ(WithUndo(i + 1).undo, std::string(sizes[i], static_cast<char>('b' + i)));
     ExpectCountRight();
 }
 
