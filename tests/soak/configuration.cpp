@@ -41,13 +41,17 @@ public:
         return true;
     }
 
-    void OnText(std::size_t, std::string_view text) override { m_open.back().text += text; }
+    bool OnText(std::size_t, std::string_view text) override
+    {
+        m_open.back().text += text;
+        return true;
+    }
 
-    void OnEnd(std::size_t, std::size_t) override
+    bool OnEnd(std::size_t, std::size_t) override
     {
         const Element done = m_open.back();
         m_open.pop_back();
-        if (!done.leaf || m_open.empty()) return;
+        if (!done.leaf || m_open.empty()) return true;
         Element& parent = m_open.back();
         if (done.name == "name") {
             parent.key = done.text;
@@ -56,6 +60,7 @@ public:
             const auto path = Path();
             m_statements.insert(path + (path.empty() ? "" : "/") + done.name + "=" + done.text);
         }
+        return true;
     }
 
     [[nodiscard]] const Statements& Result() const { return m_statements; }
