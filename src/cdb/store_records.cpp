@@ -241,10 +241,9 @@ StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth dept
     FillSizes(environment.Handle(), figures);
     figures.freePages = CheckFreePages(environment.Handle());
     Reader reader(environment, depth);
-    codec::RowReader rows;
     Row row;
     figures.rows = reader.Check(environment.rows, "row", [&](std::string_view, std::string_view payload) {
-        return rows.Read(payload, row);
+        return codec::ReadRow(payload, row);
     });
     std::vector<std::uint64_t> commits;
     figures.historyEntries = reader.Check(
