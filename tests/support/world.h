@@ -18,13 +18,13 @@ namespace support {
 
 /// What the World's processes are started with beyond what every one of them needs.
 struct WorldOptions {
-    std::vector<std::string> cdbdArguments;
-    std::vector<std::string> managerArguments;
-    std::vector<std::string>
-        through;  // a program that becomes the process, and its arguments: "setpriv", ...
-    std::map<std::string, std::string> environment;
+    std::vector<std::string> cdbdArguments{};
+    std::vector<std::string> managerArguments{};
+    /// A program that becomes the process, and its arguments: "setpriv", ...
+    std::vector<std::string> through{};
+    std::map<std::string, std::string> environment{};
     int logLevel = 10;
-    std::filesystem::path stateDir;  // empty: within the World's own directory
+    std::filesystem::path stateDir{};  // empty: within the World's own directory
     std::map<std::string, std::string> cdbdEnvironment{};
 };
 

@@ -33,7 +33,7 @@ protected:
         if (::prctl(PR_CAPBSET_READ, CAP_NET_ADMIN) == 0)
             GTEST_SKIP() << "a test before this one has given privileges away, which needs a process each";
         m_network.emplace();
-        m_world.emplace(WorldOptions{{}, 11, {}});
+        m_world.emplace(WorldOptions{.logLevel = 11});
     }
     ~Problems() override
     {
