@@ -77,8 +77,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Case{"Malformed", "<config>\n <a>\n</config>", "line 3, column 3", "mismatched tag"},
         Case{"MalformedBehindSomethingUnknown", "<x xmlns='urn:x'>\n</y>", "line 2, column 3", "mismatched"},
-        Case{"CutOff", "<config xmlns='urn:switch:yang:switch-config'>\n<o", "line 2, column 1",
-             "unclosed token"},
+        Case{"CutOff", "<config xmlns='urn:switch:yang:switch-config'>\n<o", "line 2, column 3",
+             "not well-formed"},
         Case{"TwinsWithoutNamespace", "<a xmlns=''/><a xmlns='urn:x'/>", "line 1, column 1", "no namespace"},
         Case{"SecondElementUnknown", Xml("") + "\n<x xmlns='urn:x'/>", "line 3, column 1", "\"urn:x\""},
         Case{"ClosesWhatItDidNotOpen", "<a/></data><data>", "line 1, column 12", "junk"},
