@@ -39,11 +39,18 @@ AgentOptions WithClock(AgentOptions options)
 }
 
 /// A fault is written beside the loop: that waits for the disk.
-Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store, Workbench& changes)
+Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store,
+                                std::weak_ptr<Workbench*> changes)
 {
-    const auto keep = [&store, &changes](std::vector<cdb::Fault> faults) {
+    const auto keep = [&store, changes = std::move(changes)](std::vector<cdb::Fault> faults) {
+        const auto bench = changes.lock();
+        if (!bench) {  // at the end, when nothing else writes
+            if (const auto error = store.AddFaults(std::move(faults)))
+                slog::Error("faults can't be kept: {}", error->message);
+            return;
+        }
         const auto problem = std::make_shared<std::string>();
-        changes.Do(
+        (*bench)->Do(
             [&store, problem, kept = std::move(faults)] {
                 if (const auto error = store.AddFaults(kept)) *problem = error->message;
             },
@@ -64,7 +71,7 @@ public:
         : m_loop(loop),
           m_options(WithClock(std::move(agentOptions))),
           m_timers(ipc::MakeTimers(loop)),
-          m_clients(schema, store, *m_timers, ClientsOptions(m_options, store, m_changes)),
+          m_clients(schema, store, *m_timers, ClientsOptions(m_options, store, m_faultBench)),
           m_callpoints(loop, schema.Table(), m_clients,
                        {m_options.callpointTimeout, m_options.callpointTotal}),
           m_delivery(loop, schema.Table(), m_clients, m_options.ackTimeout),
@@ -83,7 +90,11 @@ public:
     }
 
     /// What waits for a process's answer is finished while all that it works with is there.
-    ~Impl() { m_clients.DisconnectAll("cdbd ends"); }
+    ~Impl()
+    {
+        m_clients.DisconnectAll("cdbd ends");
+        m_faultBench.reset();
+    }
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
@@ -118,6 +129,7 @@ private:
     boost::asio::io_context& m_loop;
     AgentOptions m_options;
     std::unique_ptr<ipc::Timers> m_timers;
+    std::shared_ptr<Workbench*> m_faultBench = std::make_shared<Workbench*>(&m_changes);  // gone before it
     Clients m_clients;
     Callpoints m_callpoints;
     Delivery m_delivery;

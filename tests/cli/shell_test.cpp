@@ -285,8 +285,8 @@ TEST(ShowState, ThatIsMissingAltogetherIsAnErrorWithTheReason)
     for (const char* command : {"show sflow", "show sflow interfaces", "show sflow problems | json"}) {
         test.err.str("");
         EXPECT_FALSE(test.shell.Run(command));
-        EXPECT_EQ(test.err.str(), "error: no process provides /state/oam/sflow; start sflow-mgr\n")
-            << command;
+        EXPECT_EQ(test.err.str(), std::string("error: ") + command +
+                                      ": no process provides /state/oam/sflow; start sflow-mgr\n");
         EXPECT_EQ(test.out.str(), "");
     }
 }

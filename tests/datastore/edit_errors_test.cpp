@@ -80,7 +80,7 @@ constexpr Row kRows[] = {
      "leaf \"polling-interval\" of interface \"e\" is given twice; give it once"},
     {"AKeyGivenTwice", "<collector><name>c7</name><name>c8</name></collector>", ErrorTag::kBadElement,
      "/collector[name='c7'][name='c8']/name",
-     "leaf \"name\" of collector \"c7 c8\" is given twice; give it once"},
+     "leaf \"name\" of collector \"c7\" is given twice; give it once"},
     {"DeletingAKey", "<collector><name nc:operation='delete'>c1</name></collector>", ErrorTag::kBadAttribute,
      "/collector[name='c1']/name",
      "leaf \"name\" of collector \"c1\" is a key and can't be deleted; put the operation on the entry"},

@@ -91,7 +91,7 @@ void Target::Start()
 {
     m_world.reset();
     support::WorldOptions options;
-    options.logLevel = 13;
+    options.logLevel = 12;
     m_world = std::make_unique<support::World>(options);
     m_world->Start("{}");
 }

@@ -131,7 +131,9 @@ TEST_F(Life, FaultsAreKeptOverARestart)
     const auto before = FaultsOf(TheWorld());
     EXPECT_THAT(before.dump(), HasSubstr("first <&> text"));
     EXPECT_THAT(before.dump(), HasSubstr("GetCollector"));
-    EXPECT_THAT(before.dump(), HasSubstr("4711"));
+    // The kernel knows better who reports than the report does.
+    EXPECT_THAT(before.dump(), testing::Not(HasSubstr("4711")));
+    EXPECT_THAT(before.dump(), HasSubstr(std::to_string(::getpid())));
     TheWorld().Cdbd().Kill();
     TheWorld().StartCdbd();
     EXPECT_EQ(before, FaultsOf(TheWorld()));
@@ -144,8 +146,9 @@ TEST_F(Life, FaultsFromAPeerThatRepeatsItselfAreBounded)
     ipc::cdb::ClientMessage message;
     message.mutable_fault_report()->set_text(std::string(100'000, 'x'));
     for (int i = 0; i < 50; ++i) support::FrameClient(TheWorld().CdbSocket()).Send(message);
-    Await("the faults to be kept", [this] { return FaultsOf(TheWorld()).size() >= 50; });
-    EXPECT_LT(FaultsOf(TheWorld()).dump().size(), 2'000'000U);
+    Await("some faults to be kept", [this] { return FaultsOf(TheWorld()).size() >= 10; });
+    EXPECT_LT(FaultsOf(TheWorld()).size(), 50U);
+    EXPECT_LT(FaultsOf(TheWorld()).dump().size(), 500'000U);
     Commit(Rate("eth1", 92));
     AwaitSettled();
 }

@@ -80,7 +80,10 @@ void SystemTest::Do(netconf::Client& client, const std::string& operation)
 {
     const auto reply = client.Call(operation);
     EXPECT_TRUE(reply.ok) << operation << "\n" << reply.xml;
-    EXPECT_TRUE(reply.errors.empty()) << reply.xml;
+    // Where a test has no daemon, the committer is told so.
+    const bool isUnheard = reply.errors.size() == 1 && reply.errors[0].IsWarning() &&
+                           reply.errors[0].message.find("stands, but no process") != std::string::npos;
+    EXPECT_TRUE(reply.errors.empty() || isUnheard) << reply.xml;
 }
 
 netconf::RpcError SystemTest::Refused(netconf::Client& client, const std::string& operation,
