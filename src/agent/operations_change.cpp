@@ -249,6 +249,9 @@ void Operations::WriteCommit(const CommitJobPtr& job)
             job->turn.reset();
             if (job->errors.empty()) return DeliverCommit(job);
             job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
+            // A store whose last page could not be written gives nothing any more until it is opened anew:
+            // then this throws, and the process ends, to be started again with what was committed before.
+            m_services.changes.Do([this] { static_cast<void>(m_services.store.LastCommit()); });
         });
 }
 

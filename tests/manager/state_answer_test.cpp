@@ -182,7 +182,8 @@ TEST_F(Answer, TellsTheProblemsOfWhatIsConfiguredAndNotInEffect)
     Parts(wanted, &store);
     EXPECT_THAT(KeysOf("problem"),
                 ElementsAre("agent agent no-agent-address", "collector off collector-disabled",
-                            "interface eth1 collector-disabled", "interface eth3 no-collector"));
+                            "interface eth1 collector-disabled", "interface eth2 no-kernel-support",
+                            "interface eth3 no-collector"));
     EXPECT_EQ(R"([{"keys":["eth2"],"sampling-rate-source":"own-setting"}])", m_whole.at("interface").dump());
     EXPECT_THAT(m_warnings, IsEmpty());
 }
