@@ -65,6 +65,26 @@ std::optional<netconf::RpcError> ScanError(const ly_ctx* context, const RpcScan&
     return std::nullopt;
 }
 
+/// The configuration as data of the schema; null where some of it is none. Inside an operation libyang looks at
+/// each value twice, since there it may be anything.
+Tree ParseConfig(const ly_ctx* context, const std::string& text)
+{
+    lyd_node* raw = nullptr;
+    const LY_ERR result =
+        lyd_parse_data_mem(context, text.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &raw);
+    Tree tree(raw);
+    return result == LY_SUCCESS ? std::move(tree) : nullptr;
+}
+
+/// Puts the tree into the empty <config> of the operation.
+void PutConfig(lyd_node* operation, Tree config)
+{
+    auto* any = reinterpret_cast<lyd_node_any*>(const_cast<lyd_node*>(ChildNamed(operation, "config")));
+    lyd_any_copy_value(&any->node, nullptr, LYD_ANYDATA_DATATREE);  // frees what is there
+    any->value_type = LYD_ANYDATA_DATATREE;
+    any->value.tree = config.release();
+}
+
 }  // namespace
 
 std::variant<Rpc, BadRpc> ReadRpc(const guard::SchemaIndex& index, std::string message, bool speaksBase11,
@@ -77,6 +97,9 @@ std::variant<Rpc, BadRpc> ReadRpc(const guard::SchemaIndex& index, std::string m
     BlankXmlAttributes(scan, message);
     // libyang would measure the filter by the schema; it means what its text says.
     if (scan.filter) message.erase(scan.filterBegin, scan.filterEnd - scan.filterBegin);
+    Tree config;
+    if (scan.config.IsThere()) config = ParseConfig(context, scan.config.Text(message));
+    if (config) scan.config.CutOut(message);
 
     ly_err_clean(const_cast<ly_ctx*>(context), nullptr);
     ly_in* input = nullptr;
@@ -93,6 +116,7 @@ std::variant<Rpc, BadRpc> ReadRpc(const guard::SchemaIndex& index, std::string m
     if (parsed != LY_SUCCESS || !operation ||
         lyd_validate_op(operation.get(), nullptr, LYD_TYPE_RPC_YANG, nullptr) != LY_SUCCESS)
         return BadRpc{scan.attributes, RequestError(context, scan.operation)};
+    if (config) PutConfig(operation.get(), std::move(config));
     return Rpc{std::move(scan.attributes), std::move(operation), std::move(scan.filter)};
 }
 

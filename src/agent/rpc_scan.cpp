@@ -50,8 +50,9 @@ std::string TextOf(std::span<const netconf::XmlAttribute> attributes)
 /// <rpc> stands at depth 1, the operation at 2, its parameters at 3, <filter> among them.
 class ScanVisitor final : public netconf::XmlVisitor {
 public:
-    ScanVisitor(const guard::SchemaIndex& index, const guard::Limits& limits, RpcScan& scan)
-        : m_index(index), m_limits(limits), m_scan(scan)
+    ScanVisitor(const guard::SchemaIndex& index, std::string_view message, const guard::Limits& limits,
+                RpcScan& scan)
+        : m_index(index), m_message(message), m_limits(limits), m_scan(scan)
     {
     }
 
@@ -59,6 +60,7 @@ public:
     {
         if (!m_open.empty()) return StartInFilter(element);
         NoteXmlAttributes(element);
+        if (element.depth <= 3 && !m_scan.config.IsOpen()) m_scan.config.Declare(element);
         if (element.depth == 1) return StartRpc(element);
         if (element.depth == 2) return StartOperation(element);
         const guard::Node* child = m_walk->Find(element.ns, element.name);
@@ -66,6 +68,8 @@ public:
         if (!child->Repeats() && !m_walk->Mention(*child)) return Refused();
         if (!m_walk->CheckAttributes(*child, element.attributes)) return Refused();
         if (element.depth == 3 && m_hasFilter && child->name == "filter") return StartFilter(element);
+        if (element.depth == 3 && m_hasConfig && child->name == "config") m_scan.config.Open(element);
+        if (element.depth == 4 && m_scan.config.IsOpen()) m_scan.config.AddTop(element, m_message);
         m_walk->Enter(*child);
         return true;
     }
@@ -73,6 +77,7 @@ public:
     bool OnEnd(std::size_t depth, std::size_t begin) override
     {
         if (!m_open.empty()) return EndInFilter(depth, begin);
+        if (depth == 3 && m_scan.config.IsOpen()) m_scan.config.Close(begin);
         return depth <= 2 || m_walk->Leave() || Refused();
     }
 
@@ -106,6 +111,7 @@ private:
         m_walk.emplace(m_index, *operation, m_limits.text);
         m_hasFilter =
             element.ns == netconf::kBaseNamespace && (element.name == "get" || element.name == "get-config");
+        m_hasConfig = element.ns == netconf::kBaseNamespace && element.name == "edit-config";
         return m_walk->CheckAttributes(*operation, element.attributes) || Refused();
     }
 
@@ -188,10 +194,12 @@ private:
     }
 
     const guard::SchemaIndex& m_index;
+    std::string_view m_message;
     const guard::Limits& m_limits;
     RpcScan& m_scan;
     std::optional<guard::Walk> m_walk;  // from the operation on
     bool m_hasFilter = false;           // the operation can have one
+    bool m_hasConfig = false;           // likewise
     std::vector<FilterNode> m_open;     // <filter> and what is open inside it
     std::size_t m_filterElements = 0;
 };
@@ -201,7 +209,7 @@ private:
 RpcScan ScanRpc(const guard::SchemaIndex& index, std::string_view message, const guard::Limits& limits)
 {
     RpcScan scan;
-    ScanVisitor visitor(index, limits, scan);
+    ScanVisitor visitor(index, message, limits, scan);
     if (auto problem = netconf::ReadXmlWithin(message, visitor, limits.xml)) {
         scan.end = End::kBadXml;
         scan.problem = *std::move(problem);

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/sent_config.h"
 #include "agent/subtree_filter.h"
 #include "cdb/error.h"
 #include "guard/limits.h"
@@ -36,6 +37,7 @@ struct RpcScan {
     std::string filterType;       // as written; "subtree" where it is not
     std::size_t filterBegin = 0;  // the bytes between <filter> and </filter>
     std::size_t filterEnd = 0;
+    SentConfig config{};  // of an <edit-config>
     /// Start tags, first byte and end, with attributes such as xml:lang, which libyang does not know.
     std::vector<std::pair<std::size_t, std::size_t>> xmlAttributes{};
 };

@@ -3,7 +3,6 @@
 #include "cdb/datastore.h"
 
 #include <libyang/libyang.h>
-#include <malloc.h>
 
 #include <algorithm>
 #include <new>
@@ -275,12 +274,7 @@ std::optional<Error> Datastore::Undo(const HistoryEntry& entry)
     return std::nullopt;
 }
 
-void Datastore::TidyUp()
-{
-    if (m_impl->garbage.empty()) return;
-    m_impl->garbage.clear();
-    malloc_trim(0);
-}
+void Datastore::TidyUp() { m_impl->garbage.clear(); }
 
 std::vector<Error> Datastore::Initialize(const lyd_node* content, const CommitInfo& info,
                                          std::vector<std::string>& warnings)

@@ -2,7 +2,7 @@
 
 #include "cdb/store_codec.h"
 
-#include <boost/crc.hpp>
+#include <zlib.h>
 
 #include "cdb/store.pb.h"
 #include "cdb/value_message.h"
@@ -30,10 +30,10 @@ std::uint64_t BigEndian(std::string_view bytes)
 
 std::uint32_t Checksum(std::string_view key, std::string_view payload)
 {
-    boost::crc_32_type sum;
-    sum.process_bytes(key.data(), key.size());
-    sum.process_bytes(payload.data(), payload.size());
-    return sum.checksum();
+    const auto add = [](uLong sum, std::string_view bytes) {
+        return ::crc32_z(sum, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size());
+    };
+    return static_cast<std::uint32_t>(add(add(0, key), payload));
 }
 
 void ToMessage(const Row& row, stored::Row& message)

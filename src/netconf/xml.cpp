@@ -63,9 +63,10 @@ public:
 private:
     static Reader& Self(void* data) { return *static_cast<Reader*>(data); }
 
-    static void Declaration(void* data, const XML_Char* /*prefix*/, const XML_Char* /*uri*/)
+    static void Declaration(void* data, const XML_Char* prefix, const XML_Char* uri)
     {
-        ++Self(data).m_declarations;
+        Self(data).m_declarations.push_back({prefix == nullptr ? std::string_view() : prefix,
+                                             uri == nullptr ? std::string_view() : uri});
     }
 
     static void Start(void* data, const XML_Char* name, const XML_Char** attributes)
@@ -87,7 +88,7 @@ private:
         Split(full, parts);
         if (!TakeAttributes(attributes)) return;
         if (full.size() > m_limits.nameLength) return NameTooLong();
-        if (m_visitor == nullptr) return;
+        if (m_visitor == nullptr) return m_declarations.clear();
         XmlElement element;
         element.depth = m_depth;
         element.ns = parts.ns;
@@ -95,13 +96,15 @@ private:
         element.begin = static_cast<std::size_t>(XML_GetCurrentByteIndex(m_parser.get()));
         element.end = element.begin + static_cast<std::size_t>(XML_GetCurrentByteCount(m_parser.get()));
         element.attributes = m_attributes;
+        element.declarations = m_declarations;
         if (!m_visitor->OnStart(element)) Finish();
+        m_declarations.clear();
     }
 
     bool TakeAttributes(const XML_Char** attributes)
     {
         m_attributes.clear();
-        std::size_t count = std::exchange(m_declarations, 0);
+        std::size_t count = m_declarations.size();
         for (; *attributes != nullptr && count <= m_limits.attributes; attributes += 2, ++count) {
             const std::string_view full(attributes[0]);
             XmlAttribute& attribute = m_attributes.emplace_back();
@@ -176,7 +179,7 @@ private:
     XmlLimits m_limits;
     std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> m_parser;
     std::vector<XmlAttribute> m_attributes;  // of the element at hand
-    std::size_t m_declarations = 0;          // of namespaces, of the element at hand
+    std::vector<XmlDeclaration> m_declarations;  // of the element at hand
     std::size_t m_elements = 0;
     std::size_t m_depth = 0;
     bool m_ended = false;  // by the visitor

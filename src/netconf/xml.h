@@ -37,6 +37,12 @@ struct XmlAttribute {
     std::string_view value;
 };
 
+/// The views are valid during the call only.
+struct XmlDeclaration {
+    std::string_view prefix;  // empty: the default namespace
+    std::string_view ns;      // empty: none any more
+};
+
 /// A start tag. The views are valid during the call only.
 struct XmlElement {
     std::size_t depth = 0;  // 1 for the document's element
@@ -45,6 +51,7 @@ struct XmlElement {
     std::size_t begin = 0;  // byte offsets of the start tag
     std::size_t end = 0;
     std::span<const XmlAttribute> attributes{};  // declarations of namespaces are none
+    std::span<const XmlDeclaration> declarations{};
 
     /// The value of the attribute of this name that has no namespace.
     [[nodiscard]] std::optional<std::string_view> Attribute(std::string_view wanted) const;
