@@ -23,6 +23,8 @@ void MeasureMemory(const Settings& settings, Table& table);
 void MeasureState(const Settings& settings, Table& table);
 /// 7: what must not grow with the configuration: reads by key, many readers, comparing nothing, the restart.
 void MeasureScale(const Settings& settings, Table& table);
+/// 8: the same with a hundred thousand interfaces, their load, and a start behind a full history.
+void MeasureLarge(const Settings& settings, Table& table);
 
 }  // namespace figures
 

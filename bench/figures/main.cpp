@@ -1,7 +1,8 @@
 // Measures the whole switch as real processes and prints one table. Ends with 0 whether or not the
 // bounds hold: the table says which do not.
 //
-//   switch_figures [--runs N] [--commits N] [--many N] [FIGURE...]     figures 1 to 7, all by default
+//   switch_figures [--runs N] [--commits N] [--many N] [--most N] [FIGURE...]     figures 1 to 8, all by
+//   default
 
 #include <cstdlib>
 #include <exception>
@@ -26,15 +27,18 @@ constexpr Figure kFigures[] = {{1, "1 a change of one leaf", figures::MeasureCha
                                {4, "4 get-config", figures::MeasureRead},
                                {5, "5 memory", figures::MeasureMemory},
                                {6, "6 state", figures::MeasureState},
-                               {7, "7 scale", figures::MeasureScale}};
+                               {7, "7 scale", figures::MeasureScale},
+                               {8, "8 a hundred thousand", figures::MeasureLarge}};
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
     figures::Settings settings;
-    const std::map<std::string, std::size_t*> options = {
-        {"--runs", &settings.runs}, {"--commits", &settings.commits}, {"--many", &settings.many}};
+    const std::map<std::string, std::size_t*> options = {{"--runs", &settings.runs},
+                                                         {"--commits", &settings.commits},
+                                                         {"--many", &settings.many},
+                                                         {"--most", &settings.most}};
     std::set<int> wanted;
     for (int i = 1; i < argc; ++i) {
         const auto option = options.find(argv[i]);

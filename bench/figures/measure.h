@@ -15,6 +15,7 @@ struct Settings {
     std::size_t runs = 50;           // at least, of everything that a median is taken of
     std::size_t few = 100;           // interfaces of the small switch
     std::size_t many = 10'000;       // interfaces of the large switch
+    std::size_t most = 100'000;      // of the largest
     std::size_t commits = 10'000;    // one-leaf commits, over which memory must stay flat
     std::size_t historyLimit = 500;  // of cdbd's history, in commits
 };

@@ -57,6 +57,11 @@ MeasuredSwitch::MeasuredSwitch(std::size_t interfaces)
     m_world.Start(SwitchJson(interfaces));
     m_journal = std::make_unique<JournalWatch>(m_world.Dir() / "journal-1");
     m_journal->SkipAll();
+    Reconnect();
+}
+
+void MeasuredSwitch::Reconnect()
+{
     m_client = std::make_unique<netconf::Client>(netconf::Client::Connect(m_world.NetconfSocket()));
 }
 

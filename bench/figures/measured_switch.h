@@ -42,6 +42,8 @@ public:
     [[nodiscard]] support::World& World() { return m_world; }
     [[nodiscard]] JournalWatch& Journal() { return *m_journal; }
     [[nodiscard]] netconf::Client& Client() { return *m_client; }
+    /// To a database that was started again.
+    void Reconnect();
 
     /// Throws std::runtime_error with the reply where it is not ok.
     void Do(const std::string& operation);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <google/protobuf/arena.h>
+
 #include "ipc/frame.h"
 #include "ipc/text.h"
 #include "log/log.h"
@@ -92,7 +94,8 @@ void Client::Disconnect(const std::string& reason)
 
 void Client::OnFrame(std::string_view frame)
 {
-    ClientMessage message;
+    google::protobuf::Arena arena;  // a part of a large state has thousands of pieces
+    auto& message = *google::protobuf::Arena::CreateMessage<ClientMessage>(&arena);
     if (!message.ParseFromArray(frame.data(), static_cast<int>(frame.size())))
         return Disconnect("a frame is no message that is known here");
     MakeTextsPresentable(message);

@@ -66,6 +66,7 @@ void DataSchema::AddChildren(const cdb::Schema& schema, DataNode& parent, const 
         if (node.isKey) ++parent.keyCount;
         // The keys of a list are its first children.
         if (!node.IsTerm()) AddChildren(schema, node, nullptr, keysAbove + parent.keyCount);
+        parent.hasLists |= node.hasLists || node.kind == DataKind::kList || node.kind == DataKind::kLeafList;
     }
     m_mostKeys = std::max(m_mostKeys, keysAbove + parent.keyCount);
 }

@@ -33,6 +33,7 @@ struct DataNode {
     bool isKey = false;
     bool hasLeaves = false;  // other than keys
     bool hasInner = false;   // containers and lists
+    bool hasLists = false;   // lists and leaf-lists, however far below
     std::string open;        // "<collector>", with the namespace where it changes
     std::string close;
     std::vector<std::string> defaults;  // canonical text

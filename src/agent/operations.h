@@ -28,6 +28,10 @@
 
 namespace agent {
 
+/// What a <get> or <get-config> asks for, resolved.
+struct Reading;
+using ReadingPtr = std::shared_ptr<const Reading>;
+
 class Operations {
 public:
     /// What the operations work on; all of it outlives them.
@@ -64,6 +68,7 @@ private:
     // operations_read.cpp
     void Get(const RequestPtr& request);
     void GetConfig(const RequestPtr& request);
+    void ReadConfig(const RequestPtr& request, const ReadingPtr& reading);
     void GetSchema(const RequestPtr& request);
 
     // operations_change.cpp

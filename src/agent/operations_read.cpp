@@ -19,6 +19,12 @@
 #include "netconf/xml.h"
 
 namespace agent {
+
+struct Reading {
+    std::optional<FilterPlan> filter;
+    WriteOptions options;
+};
+
 namespace {
 
 constexpr std::string_view kMonitoring = "urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring";
@@ -50,20 +56,16 @@ const lys_module* FindModule(const ly_ctx* context, std::string_view name, std::
     return ly_ctx_get_module(context, module.c_str(), std::string(version).c_str());
 }
 
-/// What a request asks for: the filter resolved, the mode of defaults.
-struct Reading {
-    std::optional<FilterPlan> filter;
-    WriteOptions options;
-};
-using ReadingPtr = std::shared_ptr<const Reading>;
+using ReadingOrError = std::variant<ReadingPtr, netconf::RpcError>;
 
-std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, const Request& request)
+ReadingOrError ReadingOf(const DataSchema& schema, const Request& request,
+                         const std::shared_ptr<const AccessGrant>& access)
 {
     auto defaults = DefaultsOf(request);
     if (auto* error = std::get_if<netconf::RpcError>(&defaults)) return std::move(*error);
     const auto reading = std::make_shared<Reading>();
     reading->options.defaults = std::get<Defaults>(defaults);
-    if (const auto access = request.Who().access; !access->ReadsAll())
+    if (!access->ReadsAll())
         reading->options.access = [access](const lysc_node* node, std::span<const std::string> keys) {
             return access->Reading(node, keys) != Visibility::kHidden;
         };
@@ -74,6 +76,23 @@ std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, 
     reading->filter = std::get<FilterPlan>(std::move(plan));
     reading->options.filter = &*reading->filter;
     return reading;
+}
+
+/// Goes on with what the request asks for, or refuses it. The filter of a long one is resolved beside the
+/// loop.
+void WithReading(Workbench& bench, const DataSchema& schema, const RequestPtr& request,
+                 const std::function<void(const ReadingPtr& reading)>& goOn)
+{
+    const auto resolve = [&schema, request, access = request->Who().access] {
+        return ReadingOf(schema, *request, access);
+    };
+    const auto end = [request, goOn](const ReadingOrError& read) {
+        if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
+        goOn(std::get<ReadingPtr>(read));
+    };
+    if (!request->IsLong()) return end(resolve());
+    const auto read = std::make_shared<ReadingOrError>();
+    bench.Do([read, resolve] { *read = resolve(); }, [read, end] { end(*read); });
 }
 
 void WriteRunning(const DataSchema& schema, const cdb::Store& store, const WriteOptions& options,
@@ -101,6 +120,7 @@ std::size_t EntriesNamed(const FilterPlan::Branch& branch)
             for (const auto& matches : inner.matches) count += matches.byValues.size();
             continue;
         }
+        if (!inner.node->hasLists) continue;
         if (!inner.matches.empty() || !inner.tests.empty()) return kAllEntries;
         if (inner.always != nullptr) count += std::min(EntriesNamed(*inner.always), kAllEntries - count);
     }
@@ -151,35 +171,35 @@ void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<voi
 
 void Operations::Get(const RequestPtr& request)
 {
-    const auto read = ReadingOf(m_dataSchema, *request);
-    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
-    m_services.state.Collect(request->Filter(), [this, request, reading = std::get<ReadingPtr>(read)](
-                                                    const CollectedState& state) {
-        const auto write = [this, reading, data = state.data](std::string& out) {
-            WriteRunning(m_dataSchema, m_services.store, reading->options, out);
-            WriteData(m_dataSchema, *data, reading->options, out);
-        };
-        if (IsShort(*reading)) return AnswerWith(request, write, state.warnings);
-        AnswerBeside(m_services.reads, request, write, state.warnings);
+    WithReading(m_services.reads, m_dataSchema, request, [this, request](const ReadingPtr& reading) {
+        m_services.state.Collect(request->Filter(), [this, request, reading](const CollectedState& state) {
+            const auto write = [this, reading, data = state.data](std::string& out) {
+                WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+                WriteData(m_dataSchema, *data, reading->options, out);
+            };
+            if (IsShort(*reading)) return AnswerWith(request, write, state.warnings);
+            AnswerBeside(m_services.reads, request, write, state.warnings);
+        });
     });
 }
 
 void Operations::GetConfig(const RequestPtr& request)
 {
-    const auto read = ReadingOf(m_dataSchema, *request);
-    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
-    const auto reading = std::get<ReadingPtr>(read);
+    WithReading(m_services.reads, m_dataSchema, request,
+                [this, request](const ReadingPtr& reading) { ReadConfig(request, reading); });
+}
+
+void Operations::ReadConfig(const RequestPtr& request, const ReadingPtr& reading)
+{
+    using Which = cdb::Datastore::Which;
     const bool ofCandidate = DatastoreName(request->Operation(), "source") == "candidate";
-    if (ChildNamed(request->Operation(), "touched-only") != nullptr)
-        return AnswerBeside(m_services.changes, request, [this, reading, ofCandidate](std::string& out) {
-            const auto rows = m_services.datastore.Touched(ofCandidate ? cdb::Datastore::Which::kCandidate
-                                                                       : cdb::Datastore::Which::kRunning);
-            RowSource source(m_dataSchema, *rows);
-            WriteData(m_dataSchema, source, reading->options, out);
-        });
-    if (ofCandidate)
-        return AnswerBeside(m_services.changes, request, [this, reading](std::string& out) {
-            const auto rows = m_services.datastore.Candidate();
+    const bool touchedOnly = ChildNamed(request->Operation(), "touched-only") != nullptr;
+    if (ofCandidate || touchedOnly)
+        return AnswerBeside(m_services.changes, request, [=, this](std::string& out) {
+            const auto& datastore = m_services.datastore;
+            const auto rows = touchedOnly
+                                  ? datastore.Touched(ofCandidate ? Which::kCandidate : Which::kRunning)
+                                  : datastore.Candidate();
             RowSource source(m_dataSchema, *rows);
             WriteData(m_dataSchema, source, reading->options, out);
         });

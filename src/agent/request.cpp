@@ -34,7 +34,7 @@ void Request::LetGo()
 {
     if (!m_rpc.operation) return;
     if (m_discard)
-        m_discard(std::move(m_rpc.operation));
+        m_discard(std::exchange(m_rpc, {}));
     else
         m_rpc.operation.reset();
 }

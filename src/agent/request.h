@@ -19,7 +19,7 @@ namespace agent {
 class Request {
 public:
     /// `discard` frees what a request no longer needs; null: at once.
-    using Discard = std::function<void(Tree)>;
+    using Discard = std::function<void(Rpc)>;
     Request(std::shared_ptr<Session> session, Rpc rpc, Discard discard = nullptr);
     /// Refuses a request that nobody has answered.
     ~Request();
@@ -28,6 +28,7 @@ public:
 
     [[nodiscard]] const lyd_node* Operation() const { return m_rpc.operation.get(); }
     [[nodiscard]] const std::optional<SubtreeFilter>& Filter() const { return m_rpc.filter; }
+    [[nodiscard]] bool IsLong() const { return m_rpc.isLong; }
     [[nodiscard]] const Session::Identity& Who() const { return m_session->Who(); }
 
     /// False once the session has ended: what has not begun needs not be done any more.

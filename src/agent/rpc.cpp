@@ -65,8 +65,8 @@ std::optional<netconf::RpcError> ScanError(const ly_ctx* context, const RpcScan&
     return std::nullopt;
 }
 
-/// The configuration as data of the schema; null where some of it is none. Inside an operation libyang looks at
-/// each value twice, since there it may be anything.
+/// The configuration as data of the schema; null where some of it is none. Inside an operation libyang looks
+/// at each value twice, since there it may be anything.
 Tree ParseConfig(const ly_ctx* context, const std::string& text)
 {
     lyd_node* raw = nullptr;

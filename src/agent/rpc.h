@@ -17,10 +17,10 @@
 namespace agent {
 
 struct Rpc {
-    std::string attributes;  // of <rpc>, written out, each with a blank before it
-    Tree operation;          // checked against its definition, defaults filled in
-    std::optional<SubtreeFilter> filter;
-    bool isLong = false;  // as text: its tree is large
+    std::string attributes{};  // of <rpc>, written out, each with a blank before it
+    Tree operation{};          // checked against its definition, defaults filled in
+    std::optional<SubtreeFilter> filter{};
+    bool isLong = false;  // as text: what is made of it is large
 };
 
 struct BadRpc {

@@ -27,7 +27,9 @@ void SentConfig::AddTop(const netconf::XmlElement& element, std::string_view mes
     if (m_addedBytes > kMaxAdded) return;
     std::string text;
     for (const auto& [prefix, ns] : m_declared) {
-        const auto isOwn = [&name = prefix](const netconf::XmlDeclaration& own) { return own.prefix == name; };
+        const auto isOwn = [&name = prefix](const netconf::XmlDeclaration& own) {
+            return own.prefix == name;
+        };
         if (std::any_of(element.declarations.begin(), element.declarations.end(), isOwn)) continue;
         text.append(" xmlns").append(prefix.empty() ? "" : ":").append(prefix).append("=\"");
         netconf::AppendEscaped(text, ns);

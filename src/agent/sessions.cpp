@@ -154,9 +154,9 @@ void Sessions::OnRead(const std::shared_ptr<Session>& session, std::variant<Rpc,
     }
     auto rpc = std::get<Rpc>(std::move(read));
     Request::Discard discard;
-    if (rpc.isLong)  // its tree takes long to free
-        discard = [self = std::weak_ptr<Sessions*>(m_self)](Tree tree) {
-            if (const auto there = self.lock()) (*there)->m_reads.Free(std::move(tree));
+    if (rpc.isLong)  // it takes long to free
+        discard = [self = std::weak_ptr<Sessions*>(m_self)](Rpc used) {
+            if (const auto there = self.lock()) (*there)->m_reads.Free(std::move(used));
         };
     m_operations.Handle(std::make_shared<Request>(session, std::move(rpc), discard));
 }

@@ -5,11 +5,12 @@
 #define AGENT_VALUE_CHECK_H
 
 #include <cstddef>
+#include <functional>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 
 struct ly_ctx;
 struct lysc_node;
@@ -29,11 +30,17 @@ private:
     std::optional<std::string_view> AskLibyang(const lysc_node* leaf, const lysc_type* type,
                                                std::string_view text);
 
+    struct TextHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+    };
+    using Texts = std::unordered_set<std::string, TextHash, std::equal_to<>>;
+
     const ly_ctx* m_context;
     std::string m_text;       // what is handed out where it is not the caller's
     std::string m_canonical;  // as libyang writes it
     /// Values that were found good and are canonical: names occur again and again.
-    std::unordered_map<const lysc_type*, std::set<std::string, std::less<>>> m_known;
+    std::unordered_map<const lysc_type*, Texts> m_known;
     std::size_t m_knownCount = 0;
 };
 

@@ -13,7 +13,7 @@ struct Limits {
     /// The depth stays small because libyang, and the reader of filters, go down by recursion.
     netconf::XmlLimits xml{};
     std::size_t text = std::size_t{64} << 10;            // of one leaf
-    std::size_t filterElements = std::size_t{64} << 10;  // each is kept, and compared with the data
+    std::size_t filterElements = std::size_t{32} << 10;  // each is kept, and compared with the data
 };
 
 }  // namespace guard

@@ -27,6 +27,7 @@ StateProvider::StateProvider(boost::asio::io_context& loop, ipc::Timers& timers,
     : m_loop(loop),
       m_timers(timers),
       m_handlers(std::move(handlers)),
+      m_part(std::make_unique<ClientMessage>()),
       m_link(loop, timers, std::move(socketPath),
              {[this] { Introduce(); }, [this](std::string_view frame) { OnFrame(frame); },
               [this](std::string_view reason) {
@@ -35,6 +36,8 @@ StateProvider::StateProvider(boost::asio::io_context& loop, ipc::Timers& timers,
               }})
 {
 }
+
+StateProvider::~StateProvider() = default;
 
 void StateProvider::Stop()
 {
@@ -132,12 +135,12 @@ void StateProvider::GoOn()
     if (m_link.QueuedBytes() > kMaxUnsent) return GoOnLater(kPause);
     Open open = std::move(m_answers.front());
     m_answers.pop_front();
-    ClientMessage answer;
-    auto& reply = *answer.mutable_state_reply();
+    auto& reply = *m_part->mutable_state_reply();
+    reply.Clear();  // keeps its memory: a large answer has hundreds of parts
     reply.set_request(open.request);
     const bool more = open.parts->Next(reply);
     reply.set_more(more);
-    m_link.Send(answer);
+    m_link.Send(*m_part);
     // The answers take turns, so that a small one does not wait for the end of a large one.
     if (more) m_answers.push_back(std::move(open));
     if (!m_answers.empty()) GoOnLater(std::chrono::milliseconds(0));

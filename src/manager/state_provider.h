@@ -16,6 +16,7 @@
 
 namespace ipc::cdb {
 class ActionRequest;
+class ClientMessage;
 class StateRequest;
 class ServerMessage;
 }  // namespace ipc::cdb
@@ -41,6 +42,7 @@ public:
     /// Connects from the loop once Start has been called. `loop` and `timers` must outlive it.
     StateProvider(boost::asio::io_context& loop, ipc::Timers& timers, std::string socketPath,
                   Handlers handlers);
+    ~StateProvider();
 
     void Start() { m_link.Start(); }
     void Stop();
@@ -67,8 +69,9 @@ private:
     const Handlers m_handlers;
     bool m_refusalLogged = false;
     std::deque<Open> m_answers;
-    std::shared_ptr<void> m_turn;  // while one is to come
-    ipc::Link m_link;              // last: its handlers use the others
+    std::unique_ptr<ipc::cdb::ClientMessage> m_part;  // of an answer: the last one that was made
+    std::shared_ptr<void> m_turn;                     // while one is to come
+    ipc::Link m_link;                                 // last: its handlers use the others
 };
 
 }  // namespace manager

@@ -31,6 +31,35 @@ void Split(std::string_view full, XmlAttribute& parts)
     parts.name = parts.name.substr(0, second);
 }
 
+/// The first start tag with more attributes than that; npos: there is none, as far as the text is
+/// well-formed. Looked for before expat sees it, which takes in all attributes of an element before it tells
+/// of the first.
+std::size_t FindCrowdedTag(std::string_view text, std::size_t most)
+{
+    const auto past = [&text](std::string_view end, std::size_t from) {
+        return std::min(text.find(end, from), text.size());
+    };
+    std::size_t at = 0;
+    while ((at = text.find('<', at)) != std::string_view::npos) {
+        const std::string_view rest = text.substr(at);
+        if (rest.starts_with("<!--")) {
+            at = past("-->", at + 4);
+        } else if (rest.starts_with("<![CDATA[")) {
+            at = past("]]>", at);
+        } else if (rest.starts_with("<?")) {
+            at = past("?>", at);
+        } else {
+            const std::size_t tag = at;
+            for (std::size_t count = 0; at < text.size() && text[at] != '>'; ++at) {
+                if (text[at] != '"' && text[at] != '\'') continue;
+                if (++count > most) return tag;
+                at = past(text.substr(at, 1), at + 1);
+            }
+        }
+    }
+    return std::string_view::npos;
+}
+
 class Reader {
 public:
     Reader(std::string_view document, XmlVisitor* visitor, const XmlLimits& limits)
@@ -45,6 +74,10 @@ public:
     {
         XML_Parser parser = m_parser.get();
         if (parser == nullptr) return XmlProblem{XmlProblem::Kind::kTooBig, "out of memory", "out of memory"};
+        if (const std::size_t tag = FindCrowdedTag(m_document, m_limits.attributes);
+            tag != std::string_view::npos)
+            return XmlProblem{XmlProblem::Kind::kTooBig, PlaceOf(tag) + TooManyAttributes(),
+                              TooManyAttributes(), tag};
         XML_SetUserData(parser, this);
         XML_SetReturnNSTriplet(parser, 1);
         XML_SetElementHandler(parser, &Reader::Start, &Reader::End);
@@ -65,8 +98,8 @@ private:
 
     static void Declaration(void* data, const XML_Char* prefix, const XML_Char* uri)
     {
-        Self(data).m_declarations.push_back({prefix == nullptr ? std::string_view() : prefix,
-                                             uri == nullptr ? std::string_view() : uri});
+        Self(data).m_declarations.push_back(
+            {prefix == nullptr ? std::string_view() : prefix, uri == nullptr ? std::string_view() : uri});
     }
 
     static void Start(void* data, const XML_Char* name, const XML_Char** attributes)
@@ -104,8 +137,7 @@ private:
     bool TakeAttributes(const XML_Char** attributes)
     {
         m_attributes.clear();
-        std::size_t count = m_declarations.size();
-        for (; *attributes != nullptr && count <= m_limits.attributes; attributes += 2, ++count) {
+        for (; *attributes != nullptr; attributes += 2) {
             const std::string_view full(attributes[0]);
             XmlAttribute& attribute = m_attributes.emplace_back();
             Split(full, attribute);
@@ -119,10 +151,21 @@ private:
                 return false;
             }
         }
-        if (count <= m_limits.attributes) return true;
-        TooBig("an element has more than " + std::to_string(m_limits.attributes) +
-               " attributes and declarations of namespaces");
-        return false;
+        return true;
+    }
+
+    [[nodiscard]] std::string TooManyAttributes() const
+    {
+        return "an element has more than " + std::to_string(m_limits.attributes) +
+               " attributes and declarations of namespaces";
+    }
+
+    [[nodiscard]] std::string PlaceOf(std::size_t offset) const
+    {
+        const std::string_view before = m_document.substr(0, offset);
+        const auto line = std::count(before.begin(), before.end(), '\n') + 1;
+        const std::size_t column = offset - (before.rfind('\n') + 1) + 1;
+        return "line " + std::to_string(line) + ", column " + std::to_string(column) + ": ";
     }
 
     static void End(void* data, const XML_Char* /*element*/)
@@ -178,7 +221,7 @@ private:
     XmlVisitor* m_visitor;
     XmlLimits m_limits;
     std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> m_parser;
-    std::vector<XmlAttribute> m_attributes;  // of the element at hand
+    std::vector<XmlAttribute> m_attributes;      // of the element at hand
     std::vector<XmlDeclaration> m_declarations;  // of the element at hand
     std::size_t m_elements = 0;
     std::size_t m_depth = 0;

@@ -31,8 +31,8 @@
 #include "ipc/trust.h"
 #include "log/log.h"
 
-/// Read by jemalloc, which serves this process: what a large change has taken goes back to the system soon, by a
-/// thread of its own, and two arenas are enough for the loop and the threads beside it.
+/// Read by jemalloc, which serves this process: what a large change has taken goes back to the system soon,
+/// by a thread of its own, and two arenas are enough for the loop and the threads beside it.
 extern "C" {
 extern const char* malloc_conf;
 const char* malloc_conf = "narenas:2,background_thread:true,dirty_decay_ms:500,muzzy_decay_ms:0";
