@@ -128,11 +128,11 @@ void Sessions::OnMessage(const std::shared_ptr<Session>& session, std::string me
     if (message.size() <= kReadAtOnce)
         return OnRead(session,
                       ReadRpc(m_index, std::move(message), session->SpeaksBase11(), m_options.limits));
-    struct Reading {
+    struct BeingRead {
         std::string message;
         std::variant<Rpc, BadRpc> read;
     };
-    const auto reading = std::make_shared<Reading>(Reading{std::move(message), BadRpc{}});
+    const auto reading = std::make_shared<BeingRead>(BeingRead{std::move(message), BadRpc{}});
     const bool speaksBase11 = session->SpeaksBase11();
     m_reads.Do(
         [this, reading, speaksBase11] {
