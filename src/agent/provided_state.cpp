@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "agent/provider_node.h"
-#include "agent/xml_text.h"
+#include "ipc/text.h"
 
 namespace agent {
 namespace {
@@ -18,7 +18,7 @@ constexpr std::size_t kMaxWarning = 1024;
 std::string Shown(std::string_view text)
 {
     const bool cut = text.size() > kShown;
-    return "\"" + FitForXml(text.substr(0, kShown)) + (cut ? "...\"" : "\"");
+    return "\"" + ipc::Presentable(text, kShown) + (cut ? "...\"" : "\"");
 }
 
 bool IsLeafNode(const lysc_node* node) { return (node->nodetype & LYD_NODE_TERM) != 0; }
@@ -48,7 +48,7 @@ struct ProvidedState::Trail {
         text.append("{");
         std::string_view separator;
         for (const std::string_view key : *keys) {
-            text.append(separator).append(FitForXml(key.substr(0, kShown)));
+            text.append(separator).append(ipc::Presentable(key, kShown));
             separator = " ";
         }
         return text.append("}");
@@ -110,8 +110,7 @@ std::string ProvidedState::Take(const ipc::cdb::StateReply& part)
 void ProvidedState::TakeWarnings(const ipc::cdb::StateReply& part)
 {
     for (const std::string& warning : part.warnings())
-        if (m_warnings.size() < kMaxWarnings)
-            m_warnings.push_back(FitForXml(std::string_view(warning).substr(0, kMaxWarning)));
+        if (m_warnings.size() < kMaxWarnings) m_warnings.push_back(ipc::Presentable(warning, kMaxWarning));
 }
 
 std::string ProvidedState::TakeTree(const ipc::cdb::StateReply_Tree& tree, Names& names)

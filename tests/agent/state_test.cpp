@@ -219,7 +219,7 @@ TEST_F(State, HasTheProvidersOwnWarnings)
     const auto provider = Provider();
     const auto reply = Served(*provider, {Part(Entry("eth1"), "warnings: 'half of it \\x01is dark'")});
     EXPECT_THAT(reply.data, HasSubstr("eth1"));
-    EXPECT_THAT(Warning(reply).message, HasSubstr("half of it \xEF\xBF\xBDis dark"));
+    EXPECT_THAT(Warning(reply).message, HasSubstr("half of it ?is dark"));
 }
 
 TEST_F(State, IsAskedForAsTheFilterSelects)
