@@ -229,10 +229,10 @@ std::vector<Error> Datastore::Validate()
     return errors;
 }
 
-ChangeSet Datastore::Changes() const
+std::vector<RowChange> Datastore::ChangedRows() const
 {
     const cdb::Candidate::Reading reading(m_impl->candidate);
-    return {m_impl->candidate.Base() + 1, Compare(m_impl->schema, m_impl->candidate).root};
+    return Compare(m_impl->schema, m_impl->candidate).rows;
 }
 
 std::variant<ChangeSet, std::vector<Error>> Datastore::Commit(const CommitInfo& info)
