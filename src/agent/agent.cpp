@@ -75,7 +75,7 @@ public:
           m_callpoints(loop, schema.Table(), m_clients,
                        {m_options.callpointTimeout, m_options.callpointTotal}),
           m_delivery(loop, schema.Table(), m_clients, m_options.ackTimeout),
-          m_state(loop, schema, store, m_clients, m_options.stateTimeout),
+          m_state(loop, schema, store, m_clients, access, m_options.stateTimeout),
           m_backup(loop, store),
           m_operations({loop, schema, store, datastore, m_clients, m_callpoints, m_delivery, m_state,
                         m_backup, m_changes, m_reads, m_options.now,

@@ -153,7 +153,9 @@ TEST_F(State, OfTheProcessesIsOurOwn)
                     "connected-since><role>unknown</role>"
                     "<state>ready</state><subscription>/config/oam/sflow</subscription>"
                     "<subscription>/config/oam/sflow/agent</subscription>"
-                    "<callpoint>sflow-set-sampling-rate</callpoint></process></system></state>"));
+                    "<callpoint>sflow-set-sampling-rate</callpoint></process><access><denied-operations>0</"
+                    "denied-operations>"
+                    "<denied-data-writes>0</denied-data-writes></access></system></state>"));
 }
 
 TEST_F(State, ComesInManyParts)
