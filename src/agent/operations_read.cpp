@@ -57,7 +57,8 @@ struct Reading {
 };
 using ReadingPtr = std::shared_ptr<const Reading>;
 
-std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, const Request& request)
+std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, const Request& request,
+                                                      const FilterLimits& limits)
 {
     auto defaults = DefaultsOf(request);
     if (auto* error = std::get_if<netconf::RpcError>(&defaults)) return std::move(*error);
@@ -68,7 +69,7 @@ std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, 
             return access->Reading(node, keys) != Visibility::kHidden;
         };
     if (!request.Filter()) return reading;
-    auto plan = FilterPlan::Make(schema, *request.Filter());
+    auto plan = FilterPlan::Make(schema, *request.Filter(), limits);
     if (auto* error = std::get_if<cdb::Error>(&plan))
         return MakeError(Layer::kProtocol, error->tag, error->message, {{"bad-element", "filter"}});
     reading->filter = std::get<FilterPlan>(std::move(plan));
@@ -89,6 +90,14 @@ constexpr std::size_t kEntriesAtOnce = 32;
 
 constexpr std::size_t kAllEntries = std::numeric_limits<std::size_t>::max() / 2;
 
+bool HasLists(const lysc_node* node)
+{
+    const lysc_node* child = nullptr;
+    while ((child = lys_getnext(child, node, nullptr, 0)) != nullptr)
+        if (child->nodetype == LYS_LIST || (child->nodetype == LYS_CONTAINER && HasLists(child))) return true;
+    return false;
+}
+
 /// How many entries of outermost lists are named below the branch; kAllEntries for what names none by its
 /// keys.
 std::size_t EntriesNamed(const FilterPlan::Branch& branch)
@@ -102,7 +111,8 @@ std::size_t EntriesNamed(const FilterPlan::Branch& branch)
             continue;
         }
         if (!inner.matches.empty() || !inner.tests.empty()) return kAllEntries;
-        if (inner.always != nullptr) count += std::min(EntriesNamed(*inner.always), kAllEntries - count);
+        if (inner.always == nullptr || (inner.always->whole && !HasLists(inner.node->schema))) continue;
+        count += std::min(EntriesNamed(*inner.always), kAllEntries - count);
     }
     return std::min(count, kAllEntries);
 }
@@ -151,43 +161,45 @@ void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<voi
 
 void Operations::Get(const RequestPtr& request)
 {
-    const auto read = ReadingOf(m_dataSchema, *request);
+    const auto read = ReadingOf(m_dataSchema, *request, m_services.filterLimits);
     if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
-    m_services.state.Collect(request->Filter(), [this, request, reading = std::get<ReadingPtr>(read)](
-                                                    const CollectedState& state) {
-        const auto write = [this, reading, data = state.data](std::string& out) {
-            WriteRunning(m_dataSchema, m_services.store, reading->options, out);
-            WriteData(m_dataSchema, *data, reading->options, out);
-        };
-        if (IsShort(*reading)) return AnswerWith(request, write, state.warnings);
-        AnswerBeside(m_services.reads, request, write, state.warnings);
-    });
+    const auto reading = std::get<ReadingPtr>(read);
+    const auto collect = [this, request, reading] {
+        m_services.state.Collect(request->Filter(), [this, request, reading](const CollectedState& state) {
+            const auto write = [this, reading, data = state.data](std::string& out) {
+                WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+                WriteData(m_dataSchema, *data, reading->options, out);
+            };
+            if (IsShort(*reading)) return AnswerWith(request, write, state.warnings);
+            AnswerBeside(m_services.reads, request, write, state.warnings);
+        });
+    };
+    if (IsShort(*reading)) return collect();
+    m_services.room.Enter(request, collect);
 }
 
 void Operations::GetConfig(const RequestPtr& request)
 {
-    const auto read = ReadingOf(m_dataSchema, *request);
+    const auto read = ReadingOf(m_dataSchema, *request, m_services.filterLimits);
     if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
     const auto reading = std::get<ReadingPtr>(read);
     const bool ofCandidate = DatastoreName(request->Operation(), "source") == "candidate";
-    if (ChildNamed(request->Operation(), "touched-only") != nullptr)
-        return AnswerBeside(m_services.changes, request, [this, reading, ofCandidate](std::string& out) {
-            const auto rows = m_services.datastore.Touched(ofCandidate ? cdb::Datastore::Which::kCandidate
-                                                                       : cdb::Datastore::Which::kRunning);
-            RowSource source(m_dataSchema, *rows);
-            WriteData(m_dataSchema, source, reading->options, out);
-        });
-    if (ofCandidate)
-        return AnswerBeside(m_services.changes, request, [this, reading](std::string& out) {
-            const auto rows = m_services.datastore.Candidate();
-            RowSource source(m_dataSchema, *rows);
-            WriteData(m_dataSchema, source, reading->options, out);
-        });
-    const auto write = [this, reading](std::string& out) {
-        WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+    const bool ofTouched = ChildNamed(request->Operation(), "touched-only") != nullptr;
+    Workbench& bench = ofCandidate || ofTouched ? m_services.changes : m_services.reads;
+    const auto write = [this, reading, ofCandidate, ofTouched](std::string& out) {
+        if (!ofCandidate && !ofTouched)
+            return WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+        using Which = cdb::Datastore::Which;
+        const auto rows =
+            ofTouched ? m_services.datastore.Touched(ofCandidate ? Which::kCandidate : Which::kRunning)
+                      : m_services.datastore.Candidate();
+        RowSource source(m_dataSchema, *rows);
+        WriteData(m_dataSchema, source, reading->options, out);
     };
-    if (IsShort(*reading)) return AnswerWith(request, write);
-    AnswerBeside(m_services.reads, request, write);
+    const auto begin = [request, write, &bench] { AnswerBeside(bench, request, write); };
+    if (!IsShort(*reading)) return m_services.room.Enter(request, begin);
+    if (&bench == &m_services.changes) return begin();
+    AnswerWith(request, write);
 }
 
 void Operations::GetSchema(const RequestPtr& request)
