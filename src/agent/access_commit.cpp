@@ -11,7 +11,8 @@
 namespace agent {
 namespace {
 
-/// "/switch-config:config/switch-oam-sflow:oam/sflow/interface[name='eth1']", as libyang writes paths of data.
+/// "/switch-config:config/switch-oam-sflow:oam/sflow/interface[name='eth1']", as libyang writes paths of
+/// data.
 std::string DataPath(const cdb::SchemaTable& table, cdb::NodeId node, std::span<const std::string> keys)
 {
     std::vector<cdb::NodeId> way;

@@ -41,8 +41,8 @@ private:
         const auto own = OperationOf(edit, inherited);
         const auto* operation = std::get_if<EditOp>(&own);
         if (operation == nullptr) return;  // the datastore refuses it
-        const bool takesOut = *operation == EditOp::kReplace || *operation == EditOp::kDelete ||
-                              *operation == EditOp::kRemove;
+        const bool takesOut =
+            *operation == EditOp::kReplace || *operation == EditOp::kDelete || *operation == EditOp::kRemove;
         if (takesOut) UnitsBelow(id);
         Siblings(lyd_child(edit), *operation);
     }
