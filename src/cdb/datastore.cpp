@@ -229,6 +229,12 @@ std::vector<Error> Datastore::Validate()
     return errors;
 }
 
+ChangeSet Datastore::Changes() const
+{
+    const cdb::Candidate::Reading reading(m_impl->candidate);
+    return {m_impl->candidate.Base() + 1, Compare(m_impl->schema, m_impl->candidate).root};
+}
+
 std::vector<RowChange> Datastore::ChangedRows() const
 {
     const cdb::Candidate::Reading reading(m_impl->candidate);

@@ -98,6 +98,9 @@ public:
     /// The candidate's errors, checked at what was touched and what refers to it. Empty: valid.
     [[nodiscard]] std::vector<Error> Validate();
 
+    /// What a commit now would report, with the number that it would get.
+    [[nodiscard]] ChangeSet Changes() const;
+
     /// The rows that a commit now would change, parents before what is below them.
     [[nodiscard]] std::vector<RowChange> ChangedRows() const;
 
