@@ -176,7 +176,9 @@ std::string ProvidedState::TakeKeys(const ipc::cdb::StateNode& from, const lysc_
     keys.reserve(static_cast<std::size_t>(from.keys_size()));
     for (const std::string& value : from.keys()) {
         if (key == nullptr || !lysc_is_key(key)) return trail.Text() + " has an entry with too many keys";
-        const auto checked = value.size() > kMaxValue ? std::nullopt : m_checker.Check(key, value);
+        // A name with something replaced in it would be another's.
+        const bool isText = value.size() <= kMaxValue && ipc::IsPresentable(value);
+        const auto checked = isText ? m_checker.Check(key, value) : std::nullopt;
         if (!checked) return trail.Text() + " has an entry whose " + key->name + " can't be " + Shown(value);
         m_bytes += sizeof(std::string_view) + checked->size();
         keys.push_back(m_tree.Keep(*checked));
