@@ -44,6 +44,7 @@ public:
         std::atomic<std::uint32_t> dataWrites{0};
     };
     [[nodiscard]] Denials& Denied() { return m_denied; }
+    [[nodiscard]] const Denials& Denied() const { return m_denied; }
 
 private:
     const ly_ctx* m_schema;

@@ -1,43 +1,22 @@
-// Whether a user may make an edit or a commit: which nodes it creates, updates and deletes, and what the
-// grant says of each.
+// Whether a user may make an edit: which nodes it creates, updates and deletes, and what the grant says of
+// each.
 
 #include <libyang/libyang.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <unordered_set>
 #include <utility>
 #include <variant>
 
 #include "agent/access_grant.h"
 #include "cdb/edit_operation.h"
+#include "cdb/tree_for_edit.h"
 
 namespace agent {
 namespace {
 
 using cdb::EditOp;
-
-const char* NameOf(AccessOperation operation)
-{
-    switch (operation) {
-    case AccessOperation::kCreate:
-        return "create";
-    case AccessOperation::kDelete:
-        return "delete";
-    default:
-        return "change";
-    }
-}
-
-cdb::Error Denied(const AccessUser& user, AccessOperation operation, const std::string& path)
-{
-    cdb::Error error;
-    error.tag = cdb::ErrorTag::kAccessDenied;
-    error.message = user.name + " may not " + NameOf(operation) + " " + path +
-                    "; a rule of access (cdbd --access) can permit it";
-    error.path = path;
-    return error;
-}
 
 bool IsPlainContainer(const lysc_node* node)
 {
@@ -119,7 +98,7 @@ void EditCheck::Require(AccessOperation operation, const lyd_node* edit, const l
 {
     const auto keys = KeysOnTheWay(edit);
     if (!m_error && m_grant.Look(operation, schema, keys) == Visibility::kHidden)
-        m_error = Denied(m_grant.User(), operation, PathOf(edit));
+        m_error = m_grant.Denied(operation, PathOf(edit));
 }
 
 void EditCheck::Node(const lyd_node* edit, const lysc_node* schema, EditOp inherited,
@@ -131,7 +110,7 @@ void EditCheck::Node(const lyd_node* edit, const lysc_node* schema, EditOp inher
     const lyd_node* there = Existing(edit, schema, siblings);
     if (operation == EditOp::kDelete || operation == EditOp::kRemove) {
         if (there != nullptr && !MayDelete(there))
-            m_error = Denied(m_grant.User(), AccessOperation::kDelete, PathOf(edit));
+            m_error = m_grant.Denied(AccessOperation::kDelete, PathOf(edit));
         return;
     }
     if ((schema->nodetype & (LYS_CONTAINER | LYS_LIST)) != 0) return Inner(edit, schema, operation, there);
@@ -156,17 +135,16 @@ void EditCheck::Leaf(const lyd_node* edit, const lysc_node* schema, const lyd_no
 /// What a replaced node has and the edit does not mention goes.
 void EditCheck::Unmentioned(const lyd_node* edit, const lyd_node* existing)
 {
-    std::vector<const lyd_node*> kept;
+    std::unordered_set<const lyd_node*> kept;
     for (const lyd_node* node = edit; node != nullptr; node = node->next)
         if (node->schema != nullptr)
-            if (const lyd_node* there = m_find(node)) kept.push_back(there);
+            if (const lyd_node* there = m_find(node)) kept.insert(there);
     for (const lyd_node* node = existing; node != nullptr && !m_error; node = node->next) {
         if (node->schema == nullptr || IsKey(node)) continue;
-        if (std::find(kept.begin(), kept.end(), node) != kept.end() || MayDelete(node)) continue;
+        if (kept.contains(node) || MayDelete(node)) continue;
         // The path is that of what is replaced: what it holds may be none of the user's business.
         const lyd_node* replaced = edit == nullptr ? lyd_parent(node) : lyd_parent(edit);
-        m_error =
-            Denied(m_grant.User(), AccessOperation::kDelete, replaced == nullptr ? "/" : PathOf(replaced));
+        m_error = m_grant.Denied(AccessOperation::kDelete, replaced == nullptr ? "/" : PathOf(replaced));
     }
 }
 
@@ -181,61 +159,6 @@ bool EditCheck::MayDelete(const lyd_node* there)
     return true;
 }
 
-class ChangeCheck {
-public:
-    ChangeCheck(const AccessGrant& grant, const cdb::Schema& schema) : m_grant(grant), m_schema(schema) {}
-
-    [[nodiscard]] std::optional<cdb::Error> Node(const cdb::ChangeNode& node, bool isNew)
-    {
-        m_keys.insert(m_keys.end(), node.keys.begin(), node.keys.end());
-        auto error = Own(node, isNew);
-        const bool created = isNew || node.op == cdb::ChangeOp::kCreated;
-        for (const cdb::ChangeNode& child : node.children)
-            if (!error) error = Node(child, created);
-        m_keys.resize(m_keys.size() - node.keys.size());
-        return error;
-    }
-
-private:
-    [[nodiscard]] bool May(AccessOperation operation, const cdb::ChangeNode& node) const
-    {
-        const lysc_node* schema = m_schema.NodeOf(node.node);
-        return schema != nullptr && m_grant.Look(operation, schema, m_keys) != Visibility::kHidden;
-    }
-
-    [[nodiscard]] std::optional<cdb::Error> Own(const cdb::ChangeNode& node, bool isNew) const
-    {
-        AccessOperation operation = AccessOperation::kUpdate;
-        bool may = true;
-        switch (node.op) {
-        case cdb::ChangeOp::kNone:
-        case cdb::ChangeOp::kModified:
-            return std::nullopt;
-        case cdb::ChangeOp::kCreated:
-            operation = AccessOperation::kCreate;
-            may = May(operation, node);
-            break;
-        case cdb::ChangeOp::kDeleted:
-            operation = AccessOperation::kDelete;
-            may = May(operation, node);
-            break;
-        case cdb::ChangeOp::kValueSet:
-            // The set does not tell whether the leaf was there before, and a fall back to the default is a
-            // new value too: the edit has been asked about it exactly.
-            if (isNew) operation = AccessOperation::kCreate;
-            may = May(operation, node) ||
-                  (!isNew && (May(AccessOperation::kCreate, node) || May(AccessOperation::kDelete, node)));
-            break;
-        }
-        if (may) return std::nullopt;
-        return Denied(m_grant.User(), operation, m_schema.Table().PathOf(node.node));
-    }
-
-    const AccessGrant& m_grant;
-    const cdb::Schema& m_schema;
-    std::vector<std::string> m_keys;
-};
-
 EditOp Inherited(cdb::DefaultOperation operation)
 {
     switch (operation) {
@@ -249,6 +172,22 @@ EditOp Inherited(cdb::DefaultOperation operation)
     return EditOp::kMerge;
 }
 
+/// Where the edit's node stands in a tree of the datastore; null: nowhere.
+const lyd_node* FindIn(const lyd_node* tree, const lyd_node* edit)
+{
+    const lyd_node* siblings = tree;
+    if (const lyd_node* parent = lyd_parent(edit); parent != nullptr) {
+        const lyd_node* above = FindIn(tree, parent);
+        if (above == nullptr) return nullptr;
+        siblings = lyd_child(above);
+    }
+    lyd_node* match = nullptr;
+    if (siblings == nullptr || edit->schema == nullptr) return nullptr;
+    if ((edit->schema->nodetype & (LYS_LIST | LYS_LEAFLIST)) != 0)
+        return lyd_find_sibling_first(siblings, edit, &match) == LY_SUCCESS ? match : nullptr;
+    return lyd_find_sibling_val(siblings, edit->schema, nullptr, 0, &match) == LY_SUCCESS ? match : nullptr;
+}
+
 }  // namespace
 
 std::optional<cdb::Error> AccessGrant::CheckEdit(const lyd_node* edit, cdb::DefaultOperation operation,
@@ -260,11 +199,13 @@ std::optional<cdb::Error> AccessGrant::CheckEdit(const lyd_node* edit, cdb::Defa
     return check.Result();
 }
 
-std::optional<cdb::Error> AccessGrant::CheckChanges(const cdb::Schema& schema,
-                                                    const cdb::ChangeSet& changes) const
+std::optional<cdb::Error> AccessGrant::CheckEdit(const lyd_node* edit, cdb::DefaultOperation operation,
+                                                 const cdb::Schema& schema, cdb::RowView& candidate) const
 {
-    if (m_writesAll || changes.Empty()) return std::nullopt;
-    return ChangeCheck(*this, schema).Node(changes.root, false);
+    if (m_writesAll) return std::nullopt;
+    const cdb::TreePtr tree = cdb::LoadTreeForEdit(schema, candidate, edit, operation);
+    return CheckEdit(edit, operation, tree.get(),
+                     [&tree](const lyd_node* node) { return FindIn(tree.get(), node); });
 }
 
 }  // namespace agent

@@ -14,9 +14,10 @@
 #include <vector>
 
 #include "agent/access_rules.h"
-#include "cdb/change_set.h"
 #include "cdb/datastore.h"
 #include "cdb/error.h"
+#include "cdb/row_change.h"
+#include "cdb/row_view.h"
 #include "cdb/schema.h"
 
 struct lyd_node;
@@ -77,14 +78,23 @@ public:
     [[nodiscard]] std::optional<cdb::Error> CheckEdit(const lyd_node* edit, cdb::DefaultOperation operation,
                                                       const lyd_node* existing, const Find& find) const;
 
+    /// The same, asked of the candidate's rows. Of these it reads what the edit names and what it takes out,
+    /// and nothing of the other entries.
+    [[nodiscard]] std::optional<cdb::Error> CheckEdit(const lyd_node* edit, cdb::DefaultOperation operation,
+                                                      const cdb::Schema& schema,
+                                                      cdb::RowView& candidate) const;
+
     /// Whether the user may make these changes (RFC 8341, section 3.2.6: what a commit really changes, also
     /// where other users have edited it).
     [[nodiscard]] std::optional<cdb::Error> CheckChanges(const cdb::Schema& schema,
-                                                         const cdb::ChangeSet& changes) const;
+                                                         std::span<const cdb::RowChange> changes) const;
 
     /// Whether the user may do that to the node and to everything that can be below it.
     [[nodiscard]] Visibility Look(AccessOperation operation, const lysc_node* node,
                                   std::span<const std::string> keys) const;
+
+    /// The refusal of an operation on the node at the path.
+    [[nodiscard]] cdb::Error Denied(AccessOperation operation, const std::string& path) const;
 
 private:
     [[nodiscard]] bool Default(AccessOperation operation, const lysc_node* node) const;

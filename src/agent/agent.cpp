@@ -1,5 +1,6 @@
 #include "agent/agent.h"
 
+#include <algorithm>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -36,6 +37,14 @@ AgentOptions WithClock(AgentOptions options)
 {
     if (!options.now) options.now = SystemNow;
     return options;
+}
+
+/// One element of a filter may select several nodes of the schema, but mostly selects one.
+FilterLimits FilterLimitsOf(const guard::Limits& limits)
+{
+    FilterLimits result;
+    result.nodes = std::max(result.nodes, limits.filterElements + limits.filterElements / 2);
+    return result;
 }
 
 /// A fault is written beside the loop: that waits for the disk.
@@ -75,14 +84,15 @@ public:
           m_callpoints(loop, schema.Table(), m_clients,
                        {m_options.callpointTimeout, m_options.callpointTotal}),
           m_delivery(loop, schema.Table(), m_clients, m_options.ackTimeout),
-          m_state(loop, schema, store, m_clients, m_options.stateTimeout),
+          m_state(loop, schema, store, m_clients, access, m_options.stateTimeout),
           m_backup(loop, store),
+          m_room(loop, m_options.answers),
           m_operations({loop, schema, store, datastore, m_clients, m_callpoints, m_delivery, m_state,
                         m_backup, m_changes, m_reads, m_options.now,
                         [this](std::uint32_t session, const std::string& reason) {
                             return m_sessions.End(session, reason);
                         },
-                        m_options.actionTimeout, access}),
+                        m_options.actionTimeout, access, m_room, FilterLimitsOf(m_options.sessions.limits)}),
           m_sessions(schema, m_operations, m_reads, access, m_options.sessions),
           m_changes(loop),
           m_reads(loop)
@@ -135,6 +145,7 @@ private:
     Delivery m_delivery;
     StateSource m_state;
     Backup m_backup;
+    AnswerRoom m_room;
     Operations m_operations;
     Sessions m_sessions;  // behind what its requests use
     std::optional<Acceptor> m_cdb;

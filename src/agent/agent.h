@@ -13,6 +13,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "agent/access.h"
+#include "agent/answer_room.h"
 #include "agent/fault_intake.h"
 #include "agent/sessions.h"
 #include "cdb/datastore.h"
@@ -30,6 +31,7 @@ struct AgentOptions {
     std::chrono::milliseconds stateTimeout{2'000};      // a provider's for its state
     std::chrono::milliseconds actionTimeout{5'000};     // a process's for a transition or an action
     Sessions::Options sessions{};
+    AnswerRoom::Options answers{};
     ipc::Trust trust{"cdbd"};  // of the processes on cdb.sock
     std::chrono::milliseconds clientHelloTimeout{5'000};
     /// Whom the sockets are for; without a group of these names the process's own group.

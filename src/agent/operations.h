@@ -13,10 +13,12 @@
 #include <boost/asio/io_context.hpp>
 
 #include "agent/access.h"
+#include "agent/answer_room.h"
 #include "agent/backup.h"
 #include "agent/callpoints.h"
 #include "agent/data_schema.h"
 #include "agent/delivery.h"
+#include "agent/filter_plan.h"
 #include "agent/locks.h"
 #include "agent/request.h"
 #include "agent/state.h"
@@ -52,6 +54,8 @@ public:
         std::function<bool(std::uint32_t session, const std::string& reason)> endSession;
         std::chrono::milliseconds actionTimeout;
         Access& access;  // counts what is denied
+        AnswerRoom& room;
+        FilterLimits filterLimits;
     };
     explicit Operations(Services services);
 

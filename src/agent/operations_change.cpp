@@ -10,7 +10,6 @@
 
 #include "agent/errors.h"
 #include "agent/operations.h"
-#include "cdb/tree_load.h"
 #include "log/log.h"
 
 namespace agent {
@@ -90,36 +89,6 @@ struct Operations::CommitJob {
     WrittenChanges written;
 };
 
-namespace {
-
-/// Where the edit's node stands in a whole tree; null: nowhere.
-const lyd_node* FindIn(const lyd_node* tree, const lyd_node* edit)
-{
-    const lyd_node* siblings = tree;
-    if (const lyd_node* parent = lyd_parent(edit); parent != nullptr) {
-        const lyd_node* above = FindIn(tree, parent);
-        if (above == nullptr) return nullptr;
-        siblings = lyd_child(above);
-    }
-    lyd_node* match = nullptr;
-    if (siblings == nullptr || edit->schema == nullptr) return nullptr;
-    if ((edit->schema->nodetype & (LYS_LIST | LYS_LEAFLIST)) != 0)
-        return lyd_find_sibling_first(siblings, edit, &match) == LY_SUCCESS ? match : nullptr;
-    return lyd_find_sibling_val(siblings, edit->schema, nullptr, 0, &match) == LY_SUCCESS ? match : nullptr;
-}
-
-/// Whether the rules of access permit the edit. Whom a rule may bind pays for a look at the whole candidate.
-std::optional<cdb::Error> AccessError(const AccessGrant& grant, const cdb::Schema& schema,
-                                      const cdb::Datastore& datastore, const EditOptions& options)
-{
-    if (grant.WritesAll()) return std::nullopt;
-    const auto tree = cdb::LoadTree(schema, *datastore.Candidate());
-    return grant.CheckEdit(options.edit, options.operation, tree.get(),
-                           [&tree](const lyd_node* edit) { return FindIn(tree.get(), edit); });
-}
-
-}  // namespace
-
 void Operations::EditConfig(const RequestPtr& request)
 {
     const auto options = ReadEdit(request->Operation());
@@ -136,12 +105,14 @@ void Operations::PlanEdit(const EditJobPtr& job)
         [this, job] {
             auto& datastore = m_services.datastore;
             const EditOptions& options = job->options;
-            auto denied = AccessError(*job->request->Who().access, m_services.schema, datastore, options);
-            if (denied) {
-                ++m_services.access.Denied().dataWrites;
-                job->errors = {std::move(*denied)};
-                return;
-            }
+            const AccessGrant& grant = *job->request->Who().access;
+            if (!grant.WritesAll())
+                if (auto denied = grant.CheckEdit(options.edit, options.operation, m_services.schema,
+                                                  *datastore.Candidate())) {
+                    ++m_services.access.Denied().dataWrites;
+                    job->errors = {std::move(*denied)};
+                    return;
+                }
             job->entries = datastore.EntriesToCreate(options.edit, options.operation);
             if (!job->entries.empty()) return;
             job->errors =
@@ -232,7 +203,7 @@ void Operations::WriteCommit(const CommitJobPtr& job)
         [this, job] {
             const AccessGrant& grant = *job->request->Who().access;
             if (!grant.WritesAll()) {
-                auto denied = grant.CheckChanges(m_services.schema, m_services.datastore.Changes());
+                auto denied = grant.CheckChanges(m_services.schema, m_services.datastore.ChangedRows());
                 if (denied) {
                     ++m_services.access.Denied().dataWrites;
                     job->errors = {std::move(*denied)};

@@ -58,8 +58,13 @@ const lys_module* FindModule(const ly_ctx* context, std::string_view name, std::
 
 using ReadingOrError = std::variant<ReadingPtr, netconf::RpcError>;
 
+<<<<<<< HEAD
 ReadingOrError ReadingOf(const DataSchema& schema, const Request& request,
                          const std::shared_ptr<const AccessGrant>& access)
+=======
+std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, const Request& request,
+                                                      const FilterLimits& limits)
+>>>>>>> access
 {
     auto defaults = DefaultsOf(request);
     if (auto* error = std::get_if<netconf::RpcError>(&defaults)) return std::move(*error);
@@ -70,7 +75,7 @@ ReadingOrError ReadingOf(const DataSchema& schema, const Request& request,
             return access->Reading(node, keys) != Visibility::kHidden;
         };
     if (!request.Filter()) return reading;
-    auto plan = FilterPlan::Make(schema, *request.Filter());
+    auto plan = FilterPlan::Make(schema, *request.Filter(), limits);
     if (auto* error = std::get_if<cdb::Error>(&plan))
         return MakeError(Layer::kProtocol, error->tag, error->message, {{"bad-element", "filter"}});
     reading->filter = std::get<FilterPlan>(std::move(plan));
@@ -108,6 +113,14 @@ constexpr std::size_t kEntriesAtOnce = 32;
 
 constexpr std::size_t kAllEntries = std::numeric_limits<std::size_t>::max() / 2;
 
+bool HasLists(const lysc_node* node)
+{
+    const lysc_node* child = nullptr;
+    while ((child = lys_getnext(child, node, nullptr, 0)) != nullptr)
+        if (child->nodetype == LYS_LIST || (child->nodetype == LYS_CONTAINER && HasLists(child))) return true;
+    return false;
+}
+
 /// How many entries of outermost lists are named below the branch; kAllEntries for what names none by its
 /// keys.
 std::size_t EntriesNamed(const FilterPlan::Branch& branch)
@@ -122,7 +135,8 @@ std::size_t EntriesNamed(const FilterPlan::Branch& branch)
         }
         if (!inner.node->hasLists) continue;
         if (!inner.matches.empty() || !inner.tests.empty()) return kAllEntries;
-        if (inner.always != nullptr) count += std::min(EntriesNamed(*inner.always), kAllEntries - count);
+        if (inner.always == nullptr || (inner.always->whole && !HasLists(inner.node->schema))) continue;
+        count += std::min(EntriesNamed(*inner.always), kAllEntries - count);
     }
     return std::min(count, kAllEntries);
 }
@@ -171,7 +185,14 @@ void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<voi
 
 void Operations::Get(const RequestPtr& request)
 {
+<<<<<<< HEAD
     WithReading(m_services.reads, m_dataSchema, request, [this, request](const ReadingPtr& reading) {
+=======
+    const auto read = ReadingOf(m_dataSchema, *request, m_services.filterLimits);
+    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
+    const auto reading = std::get<ReadingPtr>(read);
+    const auto collect = [this, request, reading] {
+>>>>>>> access
         m_services.state.Collect(request->Filter(), [this, request, reading](const CollectedState& state) {
             const auto write = [this, reading, data = state.data](std::string& out) {
                 WriteRunning(m_dataSchema, m_services.store, reading->options, out);
@@ -180,11 +201,18 @@ void Operations::Get(const RequestPtr& request)
             if (IsShort(*reading)) return AnswerWith(request, write, state.warnings);
             AnswerBeside(m_services.reads, request, write, state.warnings);
         });
+<<<<<<< HEAD
     });
+=======
+    };
+    if (IsShort(*reading)) return collect();
+    m_services.room.Enter(request, collect);
+>>>>>>> access
 }
 
 void Operations::GetConfig(const RequestPtr& request)
 {
+<<<<<<< HEAD
     WithReading(m_services.reads, m_dataSchema, request,
                 [this, request](const ReadingPtr& reading) { ReadConfig(request, reading); });
 }
@@ -205,9 +233,28 @@ void Operations::ReadConfig(const RequestPtr& request, const ReadingPtr& reading
         });
     const auto write = [this, reading](std::string& out) {
         WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+=======
+    const auto read = ReadingOf(m_dataSchema, *request, m_services.filterLimits);
+    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
+    const auto reading = std::get<ReadingPtr>(read);
+    const bool ofCandidate = DatastoreName(request->Operation(), "source") == "candidate";
+    const bool ofTouched = ChildNamed(request->Operation(), "touched-only") != nullptr;
+    Workbench& bench = ofCandidate || ofTouched ? m_services.changes : m_services.reads;
+    const auto write = [this, reading, ofCandidate, ofTouched](std::string& out) {
+        if (!ofCandidate && !ofTouched)
+            return WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+        using Which = cdb::Datastore::Which;
+        const auto rows =
+            ofTouched ? m_services.datastore.Touched(ofCandidate ? Which::kCandidate : Which::kRunning)
+                      : m_services.datastore.Candidate();
+        RowSource source(m_dataSchema, *rows);
+        WriteData(m_dataSchema, source, reading->options, out);
+>>>>>>> access
     };
-    if (IsShort(*reading)) return AnswerWith(request, write);
-    AnswerBeside(m_services.reads, request, write);
+    const auto begin = [request, write, &bench] { AnswerBeside(bench, request, write); };
+    if (!IsShort(*reading)) return m_services.room.Enter(request, begin);
+    if (&bench == &m_services.changes) return begin();
+    AnswerWith(request, write);
 }
 
 void Operations::GetSchema(const RequestPtr& request)

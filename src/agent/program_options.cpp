@@ -16,34 +16,42 @@ namespace fs = std::filesystem;
 
 constexpr std::uint64_t kLeastHistory = 4096;
 constexpr std::uint64_t kLeastMap = std::uint64_t{1} << 20;
+constexpr std::uint64_t kMostSize = std::uint64_t{1} << 40;
+/// Smaller ones would refuse what our own shell sends.
+constexpr std::uint64_t kLeastMessage = std::uint64_t{64} << 10;
+constexpr std::uint64_t kLeastElements = 1000;
+constexpr std::uint64_t kLeastUnread = std::uint64_t{1} << 20;
+/// The tree of a message takes some ten times its length.
+constexpr std::uint64_t kMostMessage = std::uint64_t{1} << 30;
 constexpr const char* kInstalledYang = "/usr/share/sflow-switch/yang";
 constexpr const char* kAccessFile = "/etc/sflow-switch/access.xml";
 
-/// A number from 1 on; times in milliseconds, up to a day, or in seconds.
-std::uint64_t Number(std::string_view option, std::string_view text)
+/// In milliseconds a day; enough for anything else.
+constexpr std::uint64_t kMostNumber = 86'400'000;
+
+std::uint64_t Number(std::string_view option, std::string_view text, std::uint64_t least = 1,
+                     std::uint64_t most = kMostNumber)
 {
-    constexpr std::uint64_t kMost = 86'400'000;
     std::uint64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || end != text.data() + text.size() || number == 0 || number > kMost)
-        throw UsageError(std::string(option) + " needs a number from 1 to " + std::to_string(kMost) +
-                         ", not \"" + std::string(text) + "\"");
+    if (error != std::errc{} || end != text.data() + text.size() || number < least || number > most)
+        throw UsageError(std::string(option) + " needs a number from " + std::to_string(least) + " to " +
+                         std::to_string(most) + ", not \"" + std::string(text) + "\"");
     return number;
 }
 
 /// A number of bytes, with K, M or G behind it for so many times 1024.
-std::uint64_t Size(std::string_view option, std::string_view text, std::uint64_t least)
+std::uint64_t Size(std::string_view option, std::string_view text, std::uint64_t least, std::uint64_t most)
 {
-    constexpr std::uint64_t kMost = std::uint64_t{1} << 40;
     std::uint64_t number = 0;
     const char* last = text.data() + text.size();
     const auto [end, error] = std::from_chars(text.data(), last, number);
     const std::string_view unit(end, static_cast<std::size_t>(last - end));
     const unsigned shift = unit == "K" ? 10 : unit == "M" ? 20 : unit == "G" ? 30 : 0;
     const bool known = unit.empty() || shift != 0;
-    if (error != std::errc{} || !known || number > kMost >> shift || number << shift < least)
-        throw UsageError(std::string(option) + " needs a size from " + std::to_string(least) +
-                         " bytes to 1024G, such as 64M, not \"" + std::string(text) + "\"");
+    if (error != std::errc{} || !known || number > most >> shift || number << shift < least)
+        throw UsageError(std::string(option) + " needs a size from " + std::to_string(least) + " bytes to " +
+                         std::to_string(most >> 30) + "G, such as 64M, not \"" + std::string(text) + "\"");
     return number << shift;
 }
 
@@ -75,10 +83,10 @@ void SetTime(ProgramOptions& options, const std::string& name, const std::string
     options.*member = Time(Number(name, value));
 }
 
-template <std::size_t ProgramOptions::*member, std::uint64_t least>
+template <std::size_t ProgramOptions::*member, std::uint64_t least, std::uint64_t most = kMostSize>
 void SetSize(ProgramOptions& options, const std::string& name, const std::string& value)
 {
-    options.*member = Size(name, value, least);
+    options.*member = Size(name, value, least, most);
 }
 
 void SetHistoryDays(ProgramOptions& options, const std::string& name, const std::string& value)
@@ -86,10 +94,10 @@ void SetHistoryDays(ProgramOptions& options, const std::string& name, const std:
     options.historyDays = static_cast<std::uint32_t>(Number(name, value));
 }
 
-template <std::size_t ProgramOptions::*member>
+template <std::size_t ProgramOptions::*member, std::uint64_t least = 1, std::uint64_t most = kMostNumber>
 void SetCount(ProgramOptions& options, const std::string& name, const std::string& value)
 {
-    options.*member = Number(name, value);
+    options.*member = Number(name, value, least, most);
 }
 
 /// 0 turns it off.
@@ -135,6 +143,10 @@ constexpr std::pair<std::string_view, Setter> kSetters[] = {
     {"--import", &SetPath<&ProgramOptions::importFile>},
     {"--max-sessions", &SetCount<&ProgramOptions::maxSessions>},
     {"--max-sessions-per-user", &SetCount<&ProgramOptions::maxSessionsPerUser>},
+    {"--max-message", &SetSize<&ProgramOptions::maxMessage, kLeastMessage, kMostMessage>},
+    {"--max-elements", &SetCount<&ProgramOptions::maxElements, kLeastElements>},
+    {"--max-filter", &SetCount<&ProgramOptions::maxFilter>},
+    {"--max-unread", &SetSize<&ProgramOptions::maxUnread, kLeastUnread>},
 };
 
 void Set(ProgramOptions& options, const std::string& name, const std::string& value)
@@ -218,6 +230,11 @@ std::string UsageText()
            "  --max-sessions N        how many NETCONF sessions at once (128)\n"
            "  --max-sessions-per-user N\n"
            "                          how many of them one user may have, root aside (64)\n"
+           "  --max-message SIZE      how long one message of a NETCONF client may be (64M)\n"
+           "  --max-elements N        how many elements it may have (2000000)\n"
+           "  --max-filter N          how many of them in a filter (65536)\n"
+           "  --max-unread SIZE       how much memory long answers may take that clients have not read\n"
+           "                          yet, all sessions together (256M)\n"
            "  --hello-timeout SECONDS how long a NETCONF client may take for its hello (30)\n"
            "  --idle-timeout SECONDS  how long a session may be without a request (0: for ever)\n"
            "  --help, --version       say so, and end\n"

@@ -91,7 +91,8 @@ void Request::Send(std::string reply)
 {
     if (std::exchange(m_answered, true)) return;
     LetGo();  // the next request may be as large
-    m_session->Send(std::move(reply));
+    if (m_place) m_place->SetSize(reply.size());
+    m_session->Send(std::move(reply), std::move(m_place));
 }
 
 std::string RefusalText(const std::string& attributes, const netconf::RpcError& error)

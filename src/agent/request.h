@@ -8,8 +8,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "agent/answer_place.h"
 #include "agent/rpc.h"
 #include "agent/session.h"
 #include "netconf/rpc_error.h"
@@ -33,6 +35,9 @@ public:
 
     /// False once the session has ended: what has not begun needs not be done any more.
     [[nodiscard]] bool Wanted() const { return m_session->IsOpen(); }
+
+    /// The answer takes a place in the room for answers, from now on until it is with the client.
+    void Occupy(std::shared_ptr<AnswerPlace> place) { m_place = std::move(place); }
 
     /// Done. With warnings these stand in the place of <ok/> (RFC 6241, section 4.4).
     void Ok(const std::vector<netconf::RpcError>& warnings = {});
@@ -59,6 +64,7 @@ private:
     std::shared_ptr<Session> m_session;
     Rpc m_rpc;
     Discard m_discard;
+    std::shared_ptr<AnswerPlace> m_place;
     bool m_answered = false;
 };
 

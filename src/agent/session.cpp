@@ -10,6 +10,8 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 
+#include "agent/answer_place.h"
+
 namespace agent {
 namespace {
 
@@ -35,7 +37,8 @@ public:
     }
 
     void Start(const std::shared_ptr<Session>& self);
-    void Write(const std::shared_ptr<Session>& self, std::string message, bool last);
+    void Write(const std::shared_ptr<Session>& self, std::string message, bool last,
+               std::shared_ptr<AnswerPlace> place = nullptr);
     void Close(const std::shared_ptr<Session>& self, const std::string& reason);
 
     Socket m_socket;
@@ -44,6 +47,7 @@ public:
     netconf::Hello m_ours;
     SessionTimes m_times;
     Handlers m_handlers;
+    std::size_t m_maxMessage = netconf::kMaxMessage;
     bool m_base11 = false;
     bool m_open = true;
 
@@ -63,6 +67,7 @@ private:
     Clock::time_point m_taken;
     std::string m_header;
     std::string m_message;
+    std::shared_ptr<AnswerPlace> m_place;  // of that answer in the room for answers
 };
 
 void Session::Impl::Start(const std::shared_ptr<Session>& self)
@@ -81,9 +86,11 @@ void Session::Impl::Limit(const std::shared_ptr<Session>& self, std::chrono::mil
     });
 }
 
-void Session::Impl::Write(const std::shared_ptr<Session>& self, std::string message, bool last)
+void Session::Impl::Write(const std::shared_ptr<Session>& self, std::string message, bool last,
+                          std::shared_ptr<AnswerPlace> place)
 {
     if (!m_open) return;
+    m_place = std::move(place);
     m_header = netconf::FrameHeader(m_framing, message.size());
     m_message = std::move(message);
     const std::string_view trailer = netconf::FrameTrailer(m_framing);
@@ -98,8 +105,9 @@ void Session::Impl::Write(const std::shared_ptr<Session>& self, std::string mess
         return boost::asio::transfer_all()(error, 0);
     };
     boost::asio::async_write(m_socket, parts, more, [this, self, last](const error_code& error, std::size_t) {
-        if (!m_open) return;
         m_message = std::string();
+        m_place.reset();
+        if (!m_open) return;
         if (m_greeted) m_timer.cancel();
         if (error) return Close(self, error.message());
         if (last) return Close(self, "closed");
@@ -161,7 +169,7 @@ void Session::Impl::TakeHello(const std::shared_ptr<Session>& self, const std::s
     m_framing = *framing;
     m_base11 = hello.Has(netconf::kBase11);
     m_reader.SetFraming(m_framing);
-    m_reader.SetLimit(netconf::kMaxMessage);
+    m_reader.SetLimit(m_maxMessage);
     Next(self);
 }
 
@@ -203,7 +211,12 @@ bool Session::IsOpen() const { return m_impl->m_open; }
 
 bool Session::SpeaksBase11() const { return m_impl->m_base11; }
 
-void Session::Send(std::string message) { m_impl->Write(shared_from_this(), std::move(message), false); }
+void Session::SetMaxMessage(std::size_t bytes) { m_impl->m_maxMessage = bytes; }
+
+void Session::Send(std::string message, std::shared_ptr<AnswerPlace> place)
+{
+    m_impl->Write(shared_from_this(), std::move(message), false, std::move(place));
+}
 
 void Session::Finish(std::string message) { m_impl->Write(shared_from_this(), std::move(message), true); }
 

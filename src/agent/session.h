@@ -19,6 +19,7 @@
 namespace agent {
 
 class AccessGrant;
+class AnswerPlace;
 
 /// How long a client may take; for what depends on it. 0 where the member says so: as long as it likes.
 struct SessionTimes {
@@ -56,6 +57,9 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
+    /// How long a message may be, from the client's hello on. To be called before Start.
+    void SetMaxMessage(std::size_t bytes);
+
     /// Says hello and waits for the client's.
     void Start();
 
@@ -70,8 +74,9 @@ public:
     /// Whether the client knows base:1.1.
     [[nodiscard]] bool SpeaksBase11() const;
 
-    /// Sends an answer and goes on with the next request.
-    void Send(std::string message);
+    /// Sends an answer and goes on with the next request. `place` goes when the client has read the answer,
+    /// or the connection has ended.
+    void Send(std::string message, std::shared_ptr<AnswerPlace> place = nullptr);
 
     /// Sends an answer and closes.
     void Finish(std::string message);

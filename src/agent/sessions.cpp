@@ -108,6 +108,7 @@ void Sessions::Add(Session::Socket socket)
         Session::Handlers{whileThere(&Sessions::OnMessage), whileThere(&Sessions::OnBroken),
                           whileThere(&Sessions::OnClosed)});
     m_sessions.emplace(m_last, session);
+    session->SetMaxMessage(m_options.maxMessage);
     session->Start();
 }
 

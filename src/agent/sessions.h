@@ -20,6 +20,7 @@
 #include "guard/limits.h"
 #include "guard/schema_index.h"
 #include "ipc/user_quota.h"
+#include "netconf/names.h"
 
 namespace agent {
 
@@ -29,7 +30,8 @@ public:
         std::size_t most = 128;        // sessions at once
         std::size_t mostPerUser = 64;  // of one user; root is not counted
         SessionTimes times{};
-        guard::Limits limits{};  // of a message
+        std::size_t maxMessage = netconf::kMaxMessage;  // bytes
+        guard::Limits limits{};                         // of a message
     };
     /// Beyond the most there is room for so many of root, who has to get in when others fill it all.
     static constexpr std::size_t kReservedForRoot = 4;

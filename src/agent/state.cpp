@@ -39,11 +39,12 @@ std::string SilenceOf(const Client& client) { return client.Name() + " does not 
 }  // namespace
 
 StateSource::StateSource(boost::asio::io_context& loop, const cdb::Schema& schema, const cdb::Store& store,
-                         const Clients& clients, std::chrono::milliseconds timeout)
+                         const Clients& clients, const Access& access, std::chrono::milliseconds timeout)
     : m_loop(loop),
       m_schema(schema),
       m_store(store),
       m_clients(clients),
+      m_access(access),
       m_timeout(timeout),
       m_system(FindProviderNode(schema.Context(), kSystem)),
       m_expected(ExpectedProviders(schema.Context()))
@@ -120,6 +121,7 @@ void StateSource::AddSystem(const std::optional<SubtreeFilter>& filter, StateTre
     SystemState system(m_schema.Context(), m_system, tree);
     if (wanted->Has("process")) system.AddProcesses(m_clients.Known(), m_role);
     if (wanted->Has("fault")) system.AddFaults(m_store);
+    if (wanted->Has("access")) system.AddDenials(m_access.Denied());
 }
 
 void StateSource::Add(StateOutcome& outcome, StateTree& tree, CollectedState& collected)

@@ -17,6 +17,7 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "agent/access.h"
 #include "agent/clients.h"
 #include "agent/data_source.h"
 #include "agent/provider_node.h"
@@ -39,7 +40,7 @@ class StateSource {
 public:
     /// `timeout`: how long a provider may take for the next part of its answer; then the state goes without.
     StateSource(boost::asio::io_context& loop, const cdb::Schema& schema, const cdb::Store& store,
-                const Clients& clients, std::chrono::milliseconds timeout);
+                const Clients& clients, const Access& access, std::chrono::milliseconds timeout);
 
     using Done = std::function<void(CollectedState state)>;
 
@@ -77,6 +78,7 @@ private:
     const cdb::Schema& m_schema;
     const cdb::Store& m_store;
     const Clients& m_clients;
+    const Access& m_access;
     std::chrono::milliseconds m_timeout;
     Role m_role = Role::kUnknown;
     const lysc_node* m_system;

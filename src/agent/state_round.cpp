@@ -5,8 +5,6 @@
 
 #include <boost/asio/post.hpp>
 
-#include "agent/xml_text.h"
-
 namespace agent {
 
 StateRound::StateRound(boost::asio::io_context& loop, const ly_ctx* context,
@@ -63,7 +61,7 @@ void StateRound::Take(std::size_t index, const ipc::cdb::ClientMessage* message)
     if (open.ended) return;
     if (message == nullptr) return End(index, "has ended its connection");
     const ipc::cdb::StateReply& part = message->state_reply();
-    if (!part.error().empty()) return End(index, "can't tell: " + FitForXml(part.error()));
+    if (!part.error().empty()) return End(index, "can't tell: " + part.error());
     if (const std::string fault = open.outcome.state->Take(part); !fault.empty())
         return End(index, "has sent what is no state: " + fault);
     if (!part.more()) return End(index, {});

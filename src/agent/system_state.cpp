@@ -66,12 +66,12 @@ StateTree::Node* SystemState::Entry(const char* list, std::initializer_list<std:
     return StateTree::Append(m_tree.At(m_system), schema, std::move(kept));
 }
 
-void SystemState::Leaf(StateTree::Node& entry, const char* list, const char* name, std::string_view value)
+void SystemState::Leaf(StateTree::Node& node, const char* parent, const char* name, std::string_view value)
 {
-    const lysc_node* leaf = Child(Child(m_system, list), name);
+    const lysc_node* leaf = Child(Child(m_system, parent), name);
     const auto checked = leaf == nullptr ? std::nullopt : m_checker.Check(leaf, value);
     if (checked)
-        entry.leaves.push_back({leaf, m_tree.Keep(*checked)});
+        node.leaves.push_back({leaf, m_tree.Keep(*checked)});
     else
         slog::Debug("state: {} can't be \"{}\"", name, value);
 }
@@ -121,6 +121,16 @@ void SystemState::AddFault(const cdb::Fault& fault)
     Leaf(*entry, kList, "file", fault.file);
     Leaf(*entry, kList, "line", std::to_string(fault.line));
     Leaf(*entry, kList, "text", fault.text);
+}
+
+void SystemState::AddDenials(const Access::Denials& denials)
+{
+    static constexpr const char* kContainer = "access";
+    const lysc_node* schema = Child(m_system, kContainer);
+    if (schema == nullptr) return;
+    StateTree::Node& access = StateTree::ContainerIn(m_tree.At(m_system), schema);
+    Leaf(access, kContainer, "denied-operations", std::to_string(denials.operations));
+    Leaf(access, kContainer, "denied-data-writes", std::to_string(denials.dataWrites));
 }
 
 std::string DateAndTime(std::int64_t timeUs)

@@ -1,4 +1,5 @@
-// The state that cdbd provides itself: the connected processes and the faults. Used by state.cpp.
+// The state that cdbd provides itself: the connected processes, the faults, and what was denied. Used by
+// state.cpp.
 
 #ifndef AGENT_SYSTEM_STATE_H
 #define AGENT_SYSTEM_STATE_H
@@ -9,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/access.h"
 #include "agent/client.h"
 #include "agent/state.h"
 #include "agent/state_tree.h"
@@ -28,6 +30,7 @@ public:
 
     void AddProcesses(const std::vector<ClientPtr>& clients, Role role);
     void AddFaults(const cdb::Store& store);
+    void AddDenials(const Access::Denials& denials);
 
 private:
     void AddProcess(const Client& client, Role role);
@@ -35,7 +38,7 @@ private:
     /// An entry with these keys, behind all there are; null: there is one with such keys.
     StateTree::Node* Entry(const char* list, std::initializer_list<std::string> keys);
     /// A value that the schema does not take is left out.
-    void Leaf(StateTree::Node& entry, const char* list, const char* name, std::string_view value);
+    void Leaf(StateTree::Node& node, const char* parent, const char* name, std::string_view value);
 
     const lysc_node* m_system;
     StateTree& m_tree;

@@ -23,7 +23,7 @@ public:
     explicit ValueChecker(const ly_ctx* context) : m_context(context) {}
 
     /// The value as it is to be shown, good until the next call; nullopt: it is none of the leaf's type. In
-    /// strings, what can't stand in XML is replaced.
+    /// strings, what can't be shown is replaced (ipc/text.h).
     std::optional<std::string_view> Check(const lysc_node* leaf, std::string_view text);
 
 private:

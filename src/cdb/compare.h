@@ -5,22 +5,13 @@
 #ifndef CDB_COMPARE_H
 #define CDB_COMPARE_H
 
-#include <optional>
 #include <vector>
 
 #include "cdb/candidate.h"
 #include "cdb/change_set.h"
-#include "cdb/store.h"
+#include "cdb/row_change.h"
 
 namespace cdb {
-
-/// A row that is different now.
-struct RowChange {
-    RowKey key;
-    std::optional<Row> before;  // nullopt: there was none
-    std::optional<Row> now;     // nullopt: it is gone
-    friend bool operator==(const RowChange&, const RowChange&) = default;
-};
 
 struct Difference {
     ChangeNode root;              // as in ChangeSet

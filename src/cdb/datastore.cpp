@@ -234,6 +234,12 @@ ChangeSet Datastore::Changes() const
     return {m_impl->candidate.Base() + 1, Compare(m_impl->schema, m_impl->candidate).root};
 }
 
+std::vector<RowChange> Datastore::ChangedRows() const
+{
+    const cdb::Candidate::Reading reading(m_impl->candidate);
+    return Compare(m_impl->schema, m_impl->candidate).rows;
+}
+
 std::variant<ChangeSet, std::vector<Error>> Datastore::Commit(const CommitInfo& info)
 {
     if (auto errors = Validate(); !errors.empty()) return errors;

@@ -17,6 +17,7 @@
 #include "cdb/change_set.h"
 #include "cdb/error.h"
 #include "cdb/path.h"
+#include "cdb/row_change.h"
 #include "cdb/row_view.h"
 #include "cdb/schema.h"
 #include "cdb/store.h"
@@ -97,8 +98,11 @@ public:
     /// The candidate's errors, checked at what was touched and what refers to it. Empty: valid.
     [[nodiscard]] std::vector<Error> Validate();
 
-    /// What a commit now would change, with the number that it would get.
+    /// What a commit now would report, with the number that it would get.
     [[nodiscard]] ChangeSet Changes() const;
+
+    /// The rows that a commit now would change, parents before what is below them.
+    [[nodiscard]] std::vector<RowChange> ChangedRows() const;
 
     /// Makes the candidate running: validates, writes the store, then changes running. Returns the
     /// change set or the errors, with running and candidate as before. An empty change set: nothing that a

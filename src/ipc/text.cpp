@@ -1,5 +1,6 @@
 #include "ipc/text.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace ipc {
@@ -40,9 +41,24 @@ Character First(std::string_view text)
 
 }  // namespace
 
+bool IsPresentable(std::string_view text)
+{
+    while (true) {
+        // Nearly all that comes.
+        const auto* special =
+            std::find_if_not(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+        text.remove_prefix(static_cast<std::size_t>(special - text.begin()));
+        if (text.empty()) return true;
+        const Character character = First(text);
+        if (!character.fit) return false;
+        text.remove_prefix(character.length);
+    }
+}
+
 std::string Presentable(std::string_view text, std::size_t limit)
 {
     std::string out;
+    out.reserve(std::min(text.size(), limit));
     while (!text.empty()) {
         const Character character = First(text);
         if (out.size() + (character.fit ? character.length : 1) > limit) break;
@@ -57,13 +73,7 @@ std::string Presentable(std::string_view text, std::size_t limit)
 
 void MakePresentable(std::string& text, std::size_t limit)
 {
-    bool fit = text.size() <= limit;
-    for (std::string_view rest = text; fit && !rest.empty();) {
-        const Character character = First(rest);
-        fit = character.fit;
-        rest.remove_prefix(character.length);
-    }
-    if (!fit) text = Presentable(text, limit);
+    if (text.size() > limit || !IsPresentable(text)) text = Presentable(text, limit);
 }
 
 }  // namespace ipc

@@ -13,9 +13,13 @@ namespace ipc {
 /// How much of one text of a peer is kept.
 inline constexpr std::size_t kMaxPeerText = 4096;
 
-/// The text as valid UTF-8 of at most `limit` bytes, cut between characters. Tab and line feed stay; other
-/// control characters, bytes that are no UTF-8, and characters that XML or YANG have no place for (U+FFFE
-/// and the other non-characters) become '?'.
+/// Whether the text can be shown as it is, of any length: UTF-8 without control characters but tab and line
+/// feed, and without the characters that XML (1.0, section 2.2) or YANG (RFC 7950, section 14) has no place
+/// for.
+bool IsPresentable(std::string_view text);
+
+/// The text as such a one of at most `limit` bytes, cut between characters; '?' stands for each character,
+/// or byte that is no UTF-8, which has no place there. So it never grows.
 std::string Presentable(std::string_view text, std::size_t limit = kMaxPeerText);
 
 /// The same, in place. A text that is fit already, as nearly all are, is not copied.

@@ -96,6 +96,10 @@ agent::AgentOptions AgentOptionsOf(const agent::ProgramOptions& options)
     for (const std::string& allowed : options.allow) result.trust.Allow(allowed);
     result.sessions.most = options.maxSessions;
     result.sessions.mostPerUser = options.maxSessionsPerUser;
+    result.sessions.maxMessage = options.maxMessage;
+    result.sessions.limits.xml.elements = options.maxElements;
+    result.sessions.limits.filterElements = options.maxFilter;
+    result.answers.bytes = options.maxUnread;
     result.sessions.times.hello = options.helloTimeout;
     result.sessions.times.idle = options.idleTimeout;
     return result;

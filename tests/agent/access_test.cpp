@@ -320,6 +320,41 @@ const lyd_node* FindIn(const lyd_node* tree, const lyd_node* edit)
     return found == LY_SUCCESS ? match : nullptr;
 }
 
+/// A store with this in <sflow> as its running configuration.
+class Database {
+public:
+    explicit Database(const std::string& sflow)
+    {
+        cdb::StoreOptions options;
+        options.mapSize = std::size_t{1} << 24;
+        m_store = cdb::Store::Open(m_directory.Path() / "store", options);
+        m_datastore = std::make_unique<cdb::Datastore>(Schema(), *m_store);
+        if (!sflow.empty()) Commit(sflow);
+    }
+
+    void Commit(const std::string& sflow)
+    {
+        Edit(sflow);
+        const auto done = m_datastore->Commit({"root", "test", "", 1});
+        EXPECT_TRUE(std::holds_alternative<cdb::ChangeSet>(done));
+    }
+
+    void Edit(const std::string& sflow)
+    {
+        const agent::Tree edit = Parse(Sflow(sflow));
+        const auto error =
+            m_datastore->Edit(edit.get(), DefaultOperation::kMerge, cdb::ErrorOption::kRollbackOnError, {});
+        EXPECT_FALSE(error) << error->message;
+    }
+
+    cdb::Datastore* operator->() { return m_datastore.get(); }
+
+private:
+    Directory m_directory;
+    std::unique_ptr<cdb::Store> m_store;
+    std::unique_ptr<cdb::Datastore> m_datastore;
+};
+
 struct EditRow {
     const char* name;
     std::string rules;
@@ -348,6 +383,11 @@ TEST_P(EditAccess, IsChecked)
         EXPECT_FALSE(error->path.empty());
     }
     EXPECT_FALSE(access->Grant(kRoot)->CheckEdit(edit.get(), row.operation, existing.get(), find));
+
+    Database database(row.existing);
+    const auto ofRows =
+        access->Grant(kBob)->CheckEdit(edit.get(), row.operation, Schema(), *database->Candidate());
+    EXPECT_EQ(ofRows ? ofRows->message : "", error ? error->message : "");
 }
 
 const std::string kDenyRate = Rule(Path(kInterfacePath + "/s:sampling-rate"), "deny", "create update delete");
@@ -424,26 +464,141 @@ TEST_F(AccessTest, WithoutARuleWritesFollowTheDefault)
 
 // ---- commits ----
 
+/// What the check of a commit says of the candidate as it is; empty: permitted.
+std::string CommitBy(const Access& access, const AccessUser& user, Database& database)
+{
+    const auto error = access.Grant(user)->CheckChanges(Schema(), database->ChangedRows());
+    return error ? error->message + " at " + error->path : "";
+}
+
 TEST_F(AccessTest, CommitIsCheckedByWhatItChanges)
 {
     const auto access = Rules(Nacm("<write-default>permit</write-default>" + List(kDenyRate)));
-    const auto& table = Schema().Table();
-    const auto id = [&table](const char* path) { return table.Find(path); };
-    cdb::ChangeNode rate{
-        id("/config/oam/sflow/interface/sampling-rate"), {}, cdb::ChangeOp::kValueSet, {}, {}};
-    cdb::ChangeNode interface {
-        id("/config/oam/sflow/interface"), {"eth1"}, cdb::ChangeOp::kModified, {}, {}
-    };
-    cdb::ChangeNode sflow{id("/config/oam/sflow"), {}, cdb::ChangeOp::kNone, {}, {interface}};
-    cdb::ChangeNode oam{id("/config/oam"), {}, cdb::ChangeOp::kNone, {}, {sflow}};
-    cdb::ChangeSet changes{1, {id("/config"), {}, cdb::ChangeOp::kNone, {}, {oam}}};
-    const auto bob = access->Grant(kBob);
-    EXPECT_FALSE(bob->CheckChanges(Schema(), changes));
-    changes.root.children[0].children[0].children[0].children.push_back(rate);
-    const auto error = bob->CheckChanges(Schema(), changes);
+    Database database(Interface("eth1"));
+    database.Edit(Interface("eth2"));
+    EXPECT_EQ(CommitBy(*access, kBob, database), "");
+    database.Edit(Interface("eth1", kRate));
+    EXPECT_THAT(CommitBy(*access, kBob, database),
+                testing::AllOf(HasSubstr("bob may not create " + kRatePath), HasSubstr("at " + kRatePath)));
+    EXPECT_EQ(CommitBy(*access, kRoot, database), "");
+}
+
+TEST_F(AccessTest, CommitTellsCreatingChangingAndDeletingApart)
+{
+    const std::string before = Interface("eth1", kRate);
+    const std::string other = Interface("eth1", "<sampling-rate>7</sampling-rate>");
+    const std::string none = Interface("eth1", "<sampling-rate nc:operation=\"delete\"/>");
+    // What holds anyway is created too.
+    const std::string standard = Interface("eth1", "<sampling-rate>4096</sampling-rate>");
+    const struct {
+        std::string running;
+        std::string edit;
+        std::string operation;
+        const char* named;
+    } kRows[] = {{Interface("eth1"), before, "create", "create"},
+                 {Interface("eth1"), standard, "create", "create"},
+                 {before, other, "update", "change"},
+                 {before, none, "delete", "delete"}};
+    for (const auto& row : kRows) {
+        Database database(row.running);
+        database.Edit(row.edit);
+        for (const std::string operation : {"create", "update", "delete"}) {
+            const auto access =
+                Rules(Nacm("<write-default>permit</write-default>" +
+                           List(Rule(Path(kInterfacePath + "/s:sampling-rate"), "deny", operation))));
+            const std::string said = CommitBy(*access, kBob, database);
+            if (operation == row.operation)
+                EXPECT_THAT(said, HasSubstr(std::string("bob may not ") + row.named + " " + kRatePath));
+            else
+                EXPECT_EQ(said, "") << row.edit << operation;
+        }
+    }
+}
+
+TEST_F(AccessTest, CommitAsksForEntriesAndWhatIsInThem)
+{
+    const auto access = Rules(Nacm("<write-default>permit</write-default>" + List(kDenyEth1)));
+    Database database(Interface("eth1", kRate) + Interface("eth2", kRate));
+    database.Edit("<interface nc:operation=\"delete\"><name>eth2</name></interface>");
+    EXPECT_EQ(CommitBy(*access, kBob, database), "");
+    database.Edit("<interface nc:operation=\"delete\"><name>eth1</name></interface>");
+    EXPECT_THAT(CommitBy(*access, kBob, database), HasSubstr("bob may not delete " + kEth1Path + ";"));
+    database->Discard();
+    // By default nothing is permitted but what a rule names.
+    const auto narrow = Rules(Nacm(List(Rule(Path(kInterfacePath + "[s:name='eth1']"), "permit"))));
+    database.Edit(Interface("eth1", "<sampling-rate>7</sampling-rate>"));
+    EXPECT_EQ(CommitBy(*narrow, kBob, database), "");
+    database.Edit(Interface("eth3"));
+    EXPECT_THAT(CommitBy(*narrow, kBob, database), HasSubstr("bob may not create "));
+}
+
+// ---- what a check reads ----
+
+/// Counts the rows that are asked for.
+class CountingView final : public cdb::RowView {
+public:
+    explicit CountingView(std::unique_ptr<cdb::RowView> rows) : m_rows(std::move(rows)) {}
+
+    const cdb::Row* Get(cdb::NodeId node, std::span<const std::string> keys) override
+    {
+        ++m_count;
+        return m_rows->Get(node, keys);
+    }
+    void ForEach(cdb::NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override
+    {
+        m_rows->ForEach(list, parentKeys, [&](std::span<const std::string_view> keys, const cdb::Row& row) {
+            ++m_count;
+            return visit(keys, row);
+        });
+    }
+    [[nodiscard]] std::size_t Count() const { return m_count; }
+
+private:
+    std::unique_ptr<cdb::RowView> m_rows;
+    std::size_t m_count = 0;
+};
+
+/// How many rows the check of the edit reads where so many interfaces are configured, and what it says.
+std::pair<std::size_t, std::string> Check(const Access& access, std::size_t interfaces,
+                                          const std::string& edit)
+{
+    std::string all;
+    for (std::size_t i = 0; i < interfaces; ++i) all += Interface("eth" + std::to_string(i), kRate);
+    Database database(all);
+    CountingView rows(database->Candidate());
+    const agent::Tree tree = Parse(Sflow(edit));
+    const auto error = access.Grant(kBob)->CheckEdit(tree.get(), kMerge, Schema(), rows);
+    return {rows.Count(), error ? error->message : ""};
+}
+
+TEST_F(AccessTest, ACheckReadsWhatTheEditNamesHoweverMuchIsConfigured)
+{
+    const auto access = Rules(Nacm("<write-default>permit</write-default>" + List(kDenyEth1)));
+    const std::string other = Interface("eth2", "<sampling-rate>7</sampling-rate>");
+    const std::string denied = Interface("eth1", "<sampling-rate>7</sampling-rate>");
+    const auto few = Check(*access, 100, other);
+    EXPECT_EQ(few.second, "");
+    EXPECT_GT(few.first, 0U);
+    EXPECT_EQ(few, Check(*access, 2000, other));
+    const auto fewDenied = Check(*access, 100, denied);
+    EXPECT_THAT(fewDenied.second, HasSubstr("bob may not change " + kRatePath));
+    EXPECT_EQ(fewDenied, Check(*access, 2000, denied));
+}
+
+TEST_F(AccessTest, ACheckReadsAllThatTheEditTakesOut)
+{
+    const auto access = Rules(Nacm("<write-default>permit</write-default>" + List(kDenyEth1)));
+    const agent::Tree oam = Parse(
+        "<config xmlns=\"urn:switch:yang:switch-config\" "
+        "xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\">"
+        "<oam xmlns=\"urn:switch:yang:switch-oam-sflow\"><sflow nc:operation=\"remove\"/></oam></config>");
+    std::string all;
+    for (int i = 0; i < 100; ++i) all += Interface("eth" + std::to_string(i));
+    Database database(all);
+    CountingView rows(database->Candidate());
+    const auto error = access->Grant(kBob)->CheckEdit(oam.get(), kMerge, Schema(), rows);
     ASSERT_TRUE(error);
-    EXPECT_THAT(error->message, HasSubstr("bob may not change /config/oam/sflow/interface/sampling-rate"));
-    EXPECT_FALSE(access->Grant(kRoot)->CheckChanges(Schema(), changes));
+    EXPECT_GE(rows.Count(), 100U);
 }
 
 // ---- default-deny statements ----

@@ -54,7 +54,7 @@ Directory::~Directory()
     std::filesystem::remove_all(m_path, ignored);
 }
 
-World::World(agent::AgentOptions options)
+World::World(agent::AgentOptions options, const std::filesystem::path& accessFile)
 {
     options.runDirectory = m_directory.Path();
     cdb::StoreOptions storeOptions;
@@ -62,7 +62,7 @@ World::World(agent::AgentOptions options)
     m_store = cdb::Store::Open(m_directory.Path() / "store", storeOptions);
     m_datastore = std::make_unique<cdb::Datastore>(Schema(), *m_store);
     m_access = std::make_unique<agent::Access>(
-        Schema().Context(), agent::Access::Options{"", AGENT_TEST_YANG, options.adminGroup});
+        Schema().Context(), agent::Access::Options{accessFile, AGENT_TEST_YANG, options.adminGroup});
     m_agent = std::make_unique<agent::Agent>(m_loop, Schema(), *m_store, *m_datastore, *m_access,
                                              std::move(options));
     m_agent->Listen();

@@ -52,7 +52,8 @@ private:
 
 class World {
 public:
-    explicit World(agent::AgentOptions options = {});
+    /// `accessFile`: rules of access; empty: the default ones.
+    explicit World(agent::AgentOptions options = {}, const std::filesystem::path& accessFile = {});
     ~World();
     World(const World&) = delete;
     World& operator=(const World&) = delete;

@@ -41,6 +41,10 @@ TEST(Options, HaveDefaults)
     EXPECT_FALSE(options.check);
     EXPECT_EQ(options.maxSessions, 128U);
     EXPECT_EQ(options.maxSessionsPerUser, 64U);
+    EXPECT_EQ(options.maxMessage, std::size_t{64} << 20);
+    EXPECT_EQ(options.maxElements, 2'000'000U);
+    EXPECT_EQ(options.maxFilter, 65'536U);
+    EXPECT_EQ(options.maxUnread, std::size_t{256} << 20);
     EXPECT_EQ(options.helloTimeout, std::chrono::seconds(30));
     EXPECT_EQ(options.idleTimeout, std::chrono::seconds(0));
     EXPECT_EQ(options.adminGroup, "sflow-admin");
@@ -63,6 +67,41 @@ TEST(Options, SayWhoMayDoWhat)
     EXPECT_EQ(options.helloTimeout, std::chrono::seconds(5));
     EXPECT_EQ(options.idleTimeout, std::chrono::minutes(30));
     EXPECT_EQ(Parse({"--idle-timeout", "0"}).idleTimeout, std::chrono::seconds(0));
+}
+
+TEST(Options, BoundWhatClientsSendAndLeaveUnread)
+{
+    const ProgramOptions options = Parse(
+        {"--max-message", "128M", "--max-elements=3000000", "--max-filter", "200000", "--max-unread=1G"});
+    EXPECT_EQ(options.maxMessage, std::size_t{128} << 20);
+    EXPECT_EQ(options.maxElements, 3'000'000U);
+    EXPECT_EQ(options.maxFilter, 200'000U);
+    EXPECT_EQ(options.maxUnread, std::size_t{1} << 30);
+    EXPECT_EQ(Parse({"--max-message", "64K"}).maxMessage, 65'536U);
+    EXPECT_EQ(Parse({"--max-message=1G"}).maxMessage, std::size_t{1} << 30);
+}
+
+TEST(Options, SayTheirRange)
+{
+    const auto problem = [](const char* option, const char* value) -> std::string {
+        try {
+            Parse({option, value});
+        } catch (const agent::UsageError& error) {
+            return error.what();
+        }
+        return "";
+    };
+    EXPECT_EQ(problem("--max-message", "1K"),
+              "--max-message needs a size from 65536 bytes to 1G, such as 64M, not \"1K\"");
+    EXPECT_EQ(problem("--max-message", "1025M"),
+              "--max-message needs a size from 65536 bytes to 1G, such as 64M, not \"1025M\"");
+    EXPECT_EQ(problem("--max-elements", "999"),
+              "--max-elements needs a number from 1000 to 86400000, not \"999\"");
+    EXPECT_EQ(problem("--max-filter", "0"), "--max-filter needs a number from 1 to 86400000, not \"0\"");
+    EXPECT_EQ(problem("--max-unread", "many"),
+              "--max-unread needs a size from 1048576 bytes to 1024G, such as 64M, not \"many\"");
+    EXPECT_EQ(problem("--max-unread", "1023K"),
+              "--max-unread needs a size from 1048576 bytes to 1024G, such as 64M, not \"1023K\"");
 }
 
 TEST(Options, TakeTheEnvironmentAndPutTheCommandLineFirst)

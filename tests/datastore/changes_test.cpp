@@ -131,6 +131,27 @@ TEST_F(ChangesReported, ChangesSaysBeforeTheCommitWhatItSaysAfter)
     EXPECT_TRUE(datastore->Changes().Empty());
 }
 
+TEST_F(ChangesReported, ChangedRowsAreThoseThatTheCommitWrites)
+{
+    Edit(Eth1("<polling-interval>20</polling-interval>"));  // its default, so no change that is reported
+    Edit(Sflow("<collector nc:operation='delete'><name>c2</name></collector>"));
+    const auto rows = datastore->ChangedRows();
+    ASSERT_EQ(rows.size(), 2U);
+    EXPECT_EQ(rows[0].key.keys, Strings{"c2"});
+    EXPECT_TRUE(rows[0].before);
+    EXPECT_FALSE(rows[0].now);
+    EXPECT_EQ(rows[1].key.keys, Strings{"eth1"});
+    ASSERT_TRUE(rows[1].before && rows[1].now);
+    EXPECT_EQ(rows[1].now->leaves.size(), rows[1].before->leaves.size() + 1);
+    Commit();
+    EXPECT_TRUE(datastore->ChangedRows().empty());
+    const auto running = datastore->Running();
+    for (const auto& change : rows) {
+        const cdb::Row* row = running->Get(change.key.node, change.key.keys);
+        EXPECT_EQ(row == nullptr ? std::nullopt : std::optional(*row), change.now);
+    }
+}
+
 TEST_F(ChangesReported, AManagementAddressBelowItsContainers)
 {
     const std::string mgmt =

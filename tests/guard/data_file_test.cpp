@@ -11,6 +11,7 @@
 #include <string>
 
 #include "cdb/schema.h"
+#include "ipc/text.h"
 
 namespace {
 
@@ -143,6 +144,16 @@ TEST(File, IsGood)
         {"ip":"192.0.2.2","name":"c2","@port":{"ietf-netconf:operation":"remove"},"port":1}],
         "agent":{"@":{"ietf-netconf:operation":"replace"}},"interface":[])")),
               "");
+}
+
+TEST(File, ErrorsAreCutBetweenCharacters)
+{
+    for (std::size_t i = 0; i < 3; ++i) {
+        const std::string operation = std::string(i, 'x') + Times(400, "\u20AC");
+        const std::string problem = ProblemOf(Xml("<agent nc:operation='" + operation + "'/>"));
+        EXPECT_THAT(problem, HasSubstr("there is no operation"));
+        EXPECT_TRUE(ipc::IsPresentable(problem)) << problem;
+    }
 }
 
 TEST(File, HasABoundOfElements)

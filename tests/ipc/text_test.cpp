@@ -23,6 +23,8 @@ TEST_P(TextTest, IsShownAs)
     ipc::MakePresentable(inPlace);
     EXPECT_EQ(inPlace, GetParam().shown);
     EXPECT_EQ(ipc::Presentable(GetParam().shown), GetParam().shown);
+    EXPECT_EQ(ipc::IsPresentable(GetParam().given), GetParam().given == GetParam().shown);
+    EXPECT_TRUE(ipc::IsPresentable(GetParam().shown));
 }
 
 INSTANTIATE_TEST_SUITE_P(

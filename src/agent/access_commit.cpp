@@ -1,0 +1,132 @@
+// Whether a user may make a commit: what its rows create, update and delete, and what the grant says of each.
+
+#include <libyang/libyang.h>
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "agent/access_grant.h"
+
+namespace agent {
+namespace {
+
+/// "/switch-config:config/switch-oam-sflow:oam/sflow/interface[name='eth1']", as libyang writes paths of
+/// data.
+std::string DataPath(const cdb::SchemaTable& table, cdb::NodeId node, std::span<const std::string> keys)
+{
+    std::vector<cdb::NodeId> way;
+    for (; node != cdb::kNoNode; node = table[node].parent) way.push_back(node);
+    std::string path;
+    std::string_view module;
+    for (auto at = way.rbegin(); at != way.rend(); ++at) {
+        const cdb::SchemaNode& step = table[*at];
+        path += '/';
+        if (step.module != module) path.append(step.module).append(":");
+        module = step.module;
+        path += step.name;
+        for (std::size_t i = 0; i < step.keys.size() && !keys.empty(); ++i, keys = keys.subspan(1)) {
+            const char quote = keys.front().find('\'') == std::string::npos ? '\'' : '"';
+            path.append("[").append(table[step.keys[i]].name).append("=");
+            path.append(1, quote).append(keys.front()).append(1, quote).append("]");
+        }
+    }
+    return path;
+}
+
+class RowCheck {
+public:
+    RowCheck(const AccessGrant& grant, const cdb::Schema& schema, const cdb::RowChange& change)
+        : m_grant(grant), m_schema(schema), m_change(change)
+    {
+    }
+
+    std::optional<cdb::Error> Run()
+    {
+        const cdb::NodeId node = m_change.key.node;
+        // A plain container is there always.
+        if (m_schema.Table()[node].kind != cdb::NodeKind::kContainer) {
+            if (!m_change.before) Require(AccessOperation::kCreate, node);
+            if (!m_change.now) Require(AccessOperation::kDelete, node);
+        }
+        for (const auto& [name, value] : Leaves(m_change.now)) {
+            const cdb::Value* before = Find(m_change.before, name);
+            if (before == nullptr)
+                RequireLeaf(AccessOperation::kCreate, name);
+            else if (*before != value)
+                RequireLeaf(AccessOperation::kUpdate, name);
+        }
+        for (const auto& [name, value] : Leaves(m_change.before))
+            if (Find(m_change.now, name) == nullptr) RequireLeaf(AccessOperation::kDelete, name);
+        return std::move(m_error);
+    }
+
+private:
+    using Leaf = std::pair<std::string, cdb::Value>;
+
+    static std::span<const Leaf> Leaves(const std::optional<cdb::Row>& row)
+    {
+        return row ? std::span<const Leaf>(row->leaves) : std::span<const Leaf>();
+    }
+
+    static const cdb::Value* Find(const std::optional<cdb::Row>& row, const std::string& name)
+    {
+        const auto leaves = Leaves(row);
+        const auto at = std::find_if(leaves.begin(), leaves.end(),
+                                     [&name](const Leaf& leaf) { return leaf.first == name; });
+        return at == leaves.end() ? nullptr : &at->second;
+    }
+
+    void RequireLeaf(AccessOperation operation, const std::string& name)
+    {
+        const cdb::NodeId leaf = m_schema.Table().Child(m_change.key.node, name);
+        if (leaf != cdb::kNoNode) Require(operation, leaf);  // else of an older schema: not what was changed
+    }
+
+    void Require(AccessOperation operation, cdb::NodeId node)
+    {
+        const auto& keys = m_change.key.keys;
+        if (m_error || m_grant.Look(operation, m_schema.NodeOf(node), keys) != Visibility::kHidden) return;
+        m_error = m_grant.Denied(operation, DataPath(m_schema.Table(), node, keys));
+    }
+
+    const AccessGrant& m_grant;
+    const cdb::Schema& m_schema;
+    const cdb::RowChange& m_change;
+    std::optional<cdb::Error> m_error;
+};
+
+const char* NameOf(AccessOperation operation)
+{
+    switch (operation) {
+    case AccessOperation::kCreate:
+        return "create";
+    case AccessOperation::kDelete:
+        return "delete";
+    default:
+        return "change";
+    }
+}
+
+}  // namespace
+
+std::optional<cdb::Error> AccessGrant::CheckChanges(const cdb::Schema& schema,
+                                                    std::span<const cdb::RowChange> changes) const
+{
+    if (m_writesAll) return std::nullopt;
+    for (const cdb::RowChange& change : changes)
+        if (auto error = RowCheck(*this, schema, change).Run()) return error;
+    return std::nullopt;
+}
+
+cdb::Error AccessGrant::Denied(AccessOperation operation, const std::string& path) const
+{
+    cdb::Error error;
+    error.tag = cdb::ErrorTag::kAccessDenied;
+    error.message = m_user.name + " may not " + NameOf(operation) + " " + path +
+                    "; a rule of access (cdbd --access) can permit it";
+    error.path = path;
+    return error;
+}
+
+}  // namespace agent

@@ -1,0 +1,21 @@
+// The part of a datastore that an edit is judged by: what it names and what it takes out, as a complete tree.
+// Built of rows; knows no rule and applies nothing. Used by the agent's access control.
+
+#ifndef CDB_TREE_FOR_EDIT_H
+#define CDB_TREE_FOR_EDIT_H
+
+#include "cdb/datastore.h"
+#include "cdb/row_view.h"
+#include "cdb/tree.h"
+
+namespace cdb {
+
+/// The trunk, those entries of outermost lists that the edit names, each with everything below it, and all
+/// entries below a container that the edit deletes, removes or replaces: so it costs what the edit is about,
+/// and not what else is configured. `edit` as in Datastore::Edit; null: an empty one.
+TreePtr LoadTreeForEdit(const Schema& schema, RowView& rows, const lyd_node* edit,
+                        DefaultOperation operation);
+
+}  // namespace cdb
+
+#endif
