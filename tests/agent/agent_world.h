@@ -52,7 +52,7 @@ private:
 
 class World {
 public:
-    explicit World(agent::AgentOptions options = {});
+    explicit World(agent::AgentOptions options = {}, std::size_t mapSize = std::size_t{1} << 24);
     ~World();
     World(const World&) = delete;
     World& operator=(const World&) = delete;
@@ -65,8 +65,16 @@ public:
     void InLoop(const std::function<void()>& function);
     cdb::Store& Store() { return *m_store; }
 
+    /// Ends the agent and all connections, and starts it again on the same store.
+    void Restart();
+
 private:
+    void Start();
+    void Stop();
+
     Directory m_directory;
+    const agent::AgentOptions m_options;
+    const std::size_t m_mapSize;
     boost::asio::io_context m_loop;
     std::unique_ptr<cdb::Store> m_store;
     std::unique_ptr<cdb::Datastore> m_datastore;
