@@ -17,7 +17,6 @@
 namespace {
 
 using cdb::DefaultOperation;
-using cdb::ErrorOption;
 
 constexpr int kCollectors = 8;
 constexpr int kMany = 10000;
@@ -97,8 +96,7 @@ public:
 
     void Edit(const lyd_node* edit, const std::vector<cdb::LeafWrite>& writes = {}) const
     {
-        if (const auto error =
-                datastore->Edit(edit, DefaultOperation::kMerge, ErrorOption::kRollbackOnError, writes))
+        if (const auto error = datastore->Edit(edit, DefaultOperation::kMerge, writes))
             throw std::runtime_error(error->message);
     }
     void Commit() const

@@ -11,6 +11,7 @@
 #include "guard/data_file.h"
 #include "guard/schema_index.h"
 #include "netconf/names.h"
+#include "netconf/plain_xml.h"
 
 namespace agent {
 namespace {
@@ -54,11 +55,12 @@ std::string TextOf(const std::vector<cdb::Error>& errors)
 
 Tree ReadConfiguration(const cdb::Schema& schema, const std::filesystem::path& file)
 {
-    const std::string text = ReadFile(file);
+    std::string text = ReadFile(file);
     const guard::Format format = FormatOf(file, text);
     const guard::SchemaIndex index(schema.Context());
     if (const auto problem = guard::CheckFile(index, text, format))
         FailFile(file, guard::PlaceInText(text, problem->offset) + ": " + problem->text);
+    if (format == guard::Format::kXml) text = netconf::PlainXml(std::move(text));
     ly_err_clean(schema.Context(), nullptr);
     lyd_node* raw = nullptr;
     const LY_ERR result = lyd_parse_data_mem(schema.Context(), text.c_str(),

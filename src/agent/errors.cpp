@@ -34,7 +34,6 @@ constexpr std::array kTags{
     TagRow{ErrorTag::kAccessDenied, "access-denied", Layer::kApplication},
     TagRow{ErrorTag::kLockDenied, "lock-denied", Layer::kProtocol},
     TagRow{ErrorTag::kResourceDenied, "resource-denied", Layer::kApplication},
-    TagRow{ErrorTag::kRollbackFailed, "rollback-failed", Layer::kApplication},
     TagRow{ErrorTag::kDataExists, "data-exists", Layer::kApplication},
     TagRow{ErrorTag::kDataMissing, "data-missing", Layer::kApplication},
     TagRow{ErrorTag::kOperationNotSupported, "operation-not-supported", Layer::kApplication},

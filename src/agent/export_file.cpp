@@ -94,8 +94,7 @@ bool ImportFile(const cdb::Schema& schema, cdb::Datastore& datastore, const fs::
                 const std::string& user, std::int64_t nowUs)
 {
     const Tree content = ReadConfiguration(schema, file);
-    const auto error = datastore.Edit(content.get(), cdb::DefaultOperation::kReplace,
-                                      cdb::ErrorOption::kRollbackOnError, {});
+    const auto error = datastore.Edit(content.get(), cdb::DefaultOperation::kReplace, {});
     if (error) FailFile(file, error->message);
     if (!datastore.Changed()) {
         datastore.Discard();

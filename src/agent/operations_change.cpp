@@ -19,7 +19,6 @@ using cdb::ErrorTag;
 
 struct EditOptions {
     cdb::DefaultOperation operation = cdb::DefaultOperation::kMerge;
-    cdb::ErrorOption onError = cdb::ErrorOption::kStopOnError;
     cdb::TestOption test = cdb::TestOption::kTestThenSet;
     const lyd_node* edit = nullptr;  // first top-level node; null: an empty <config>
 };
@@ -37,9 +36,8 @@ std::variant<EditOptions, netconf::RpcError> ReadEdit(const lyd_node* operation)
     const std::string_view defaultOperation = ChildText(operation, "default-operation");
     if (defaultOperation == "replace") options.operation = cdb::DefaultOperation::kReplace;
     if (defaultOperation == "none") options.operation = cdb::DefaultOperation::kNone;
-    const std::string_view errorOption = ChildText(operation, "error-option");
-    if (errorOption == "rollback-on-error") options.onError = cdb::ErrorOption::kRollbackOnError;
-    if (errorOption == "continue-on-error")
+    // An edit that stops at an error is taken back whole, so the other two mean the same.
+    if (ChildText(operation, "error-option") == "continue-on-error")
         return NotOffered("error-option continue-on-error", "error-option");
     const std::string_view testOption = ChildText(operation, "test-option");
     if (testOption == "set") options.test = cdb::TestOption::kSet;
@@ -115,8 +113,7 @@ void Operations::PlanEdit(const EditJobPtr& job)
                 }
             job->entries = datastore.EntriesToCreate(options.edit, options.operation);
             if (!job->entries.empty()) return;
-            job->errors =
-                datastore.EditAndTest(options.edit, options.operation, options.onError, options.test, {});
+            job->errors = datastore.EditAndTest(options.edit, options.operation, options.test, {});
         },
         [this, job] {
             if (!job->request->Wanted()) return;
@@ -146,8 +143,8 @@ void Operations::ApplyEdit(const EditJobPtr& job)
     m_services.changes.Do(
         [this, job] {
             const EditOptions& options = job->options;
-            job->errors = m_services.datastore.EditAndTest(options.edit, options.operation, options.onError,
-                                                           options.test, job->writes);
+            job->errors =
+                m_services.datastore.EditAndTest(options.edit, options.operation, options.test, job->writes);
             job->writes = {};  // there may be many
         },
         [this, job] {

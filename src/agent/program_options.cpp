@@ -232,7 +232,7 @@ std::string UsageText()
            "                          how many of them one user may have, root aside (64)\n"
            "  --max-message SIZE      how long one message of a NETCONF client may be (64M)\n"
            "  --max-elements N        how many elements it may have (2000000)\n"
-           "  --max-filter N          how many of them in a filter (65536)\n"
+           "  --max-filter N          how many of them in a filter (32768)\n"
            "  --max-unread SIZE       how much memory long answers may take that clients have not read\n"
            "                          yet, all sessions together (256M)\n"
            "  --hello-timeout SECONDS how long a NETCONF client may take for its hello (30)\n"

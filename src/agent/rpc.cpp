@@ -7,6 +7,7 @@
 
 #include "agent/errors.h"
 #include "agent/rpc_scan.h"
+#include "netconf/plain_xml.h"
 #include "netconf/xml.h"
 
 namespace agent {
@@ -98,8 +99,9 @@ std::variant<Rpc, BadRpc> ReadRpc(const guard::SchemaIndex& index, std::string m
     // libyang would measure the filter by the schema; it means what its text says.
     if (scan.filter) message.erase(scan.filterBegin, scan.filterEnd - scan.filterBegin);
     Tree config;
-    if (scan.config.IsThere()) config = ParseConfig(context, scan.config.Text(message));
+    if (scan.config.IsThere()) config = ParseConfig(context, netconf::PlainXml(scan.config.Text(message)));
     if (config) scan.config.CutOut(message);
+    message = netconf::PlainXml(std::move(message));
 
     ly_err_clean(const_cast<ly_ctx*>(context), nullptr);
     ly_in* input = nullptr;

@@ -170,7 +170,7 @@ std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOp
     return PlanCreations(m_impl->schema, m_impl->candidate, edit, operation);
 }
 
-std::optional<Error> Datastore::Edit(const lyd_node* edit, DefaultOperation operation, ErrorOption onError,
+std::optional<Error> Datastore::Edit(const lyd_node* edit, DefaultOperation operation,
                                      const std::vector<LeafWrite>& writes)
 {
     const cdb::Candidate::Reading reading(m_impl->candidate);
@@ -178,21 +178,20 @@ std::optional<Error> Datastore::Edit(const lyd_node* edit, DefaultOperation oper
     const EditWrites indexed(m_impl->schema.Table(), writes);
     Editor editor(m_impl->schema, m_impl->candidate, log, indexed);
     auto error = editor.Apply(edit, operation);
-    if (error && onError == ErrorOption::kRollbackOnError) {
+    if (error) {
         log.RollBack();
         return error;
     }
     m_impl->isVerified = false;
     log.Keep();
-    return error;
+    return std::nullopt;
 }
 
-std::vector<Error> Datastore::EditAndTest(const lyd_node* edit, DefaultOperation operation,
-                                          ErrorOption onError, TestOption test,
+std::vector<Error> Datastore::EditAndTest(const lyd_node* edit, DefaultOperation operation, TestOption test,
                                           const std::vector<LeafWrite>& writes)
 {
     if (test == TestOption::kSet) {
-        auto error = Edit(edit, operation, onError, writes);
+        auto error = Edit(edit, operation, writes);
         return error ? std::vector{std::move(*error)} : std::vector<Error>{};
     }
     const cdb::Candidate::Reading reading(m_impl->candidate);
@@ -264,8 +263,7 @@ std::optional<Error> Datastore::Undo(const HistoryEntry& entry)
         const auto result = lyd_parse_data_mem(m_impl->schema.Context(), entry.undo.c_str(), LYD_XML,
                                                LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &parsed);
         const TreePtr edit(parsed);
-        if (result == LY_SUCCESS)
-            return Edit(edit.get(), DefaultOperation::kMerge, ErrorOption::kRollbackOnError, {});
+        if (result == LY_SUCCESS) return Edit(edit.get(), DefaultOperation::kMerge, {});
         return Error{.tag = ErrorTag::kOperationFailed,
                      .message = "what undoes commit " + std::to_string(entry.commit) +
                                 " does not fit the YANG modules: " + LastMessage(m_impl->schema.Context())};

@@ -30,9 +30,6 @@ namespace cdb {
 /// The default-operation of an edit (RFC 6241, section 7.2).
 enum class DefaultOperation : std::uint8_t { kMerge, kReplace, kNone };
 
-/// error-option. kContinueOnError is not offered.
-enum class ErrorOption : std::uint8_t { kStopOnError, kRollbackOnError };
-
 /// The test-option of an edit (RFC 6241, section 7.2).
 enum class TestOption : std::uint8_t { kSet, kTestThenSet, kTestOnly };
 
@@ -79,18 +76,17 @@ public:
                                                         DefaultOperation operation) const;
 
     /// Applies the edit to the candidate, the callpoints' writes just before the edit's own leaves of
-    /// the entry concerned. On an error: kRollbackOnError leaves the candidate as before;
-    /// kStopOnError too, but keeps siblings applied before the failing node. A write to an entry
-    /// that the edit does not create is dropped.
+    /// the entry concerned. On an error the candidate is as before, whatever the client's error-option: where
+    /// an edit stops depends on the order in which it is applied, which no client can know. A write to an
+    /// entry that the edit does not create is dropped.
     [[nodiscard]] std::optional<Error> Edit(const lyd_node* edit, DefaultOperation operation,
-                                            ErrorOption onError, const std::vector<LeafWrite>& writes);
+                                            const std::vector<LeafWrite>& writes);
 
     /// Edit, and the test that goes with it. kSet: Edit alone. kTestThenSet: the candidate is validated
     /// afterwards and, where it is not valid, is as before the edit. kTestOnly: likewise, and as before
     /// in any case. Returns the edit's error or those of the validation; empty: done.
     [[nodiscard]] std::vector<Error> EditAndTest(const lyd_node* edit, DefaultOperation operation,
-                                                 ErrorOption onError, TestOption test,
-                                                 const std::vector<LeafWrite>& writes);
+                                                 TestOption test, const std::vector<LeafWrite>& writes);
 
     /// Whether candidate differs from running (looked for at what was touched only).
     [[nodiscard]] bool Changed() const;

@@ -12,7 +12,7 @@
 
 namespace cdb {
 
-/// RFC 6241, appendix A.
+/// Those of RFC 6241, appendix A, that are given.
 enum class ErrorTag : std::uint8_t {
     kInUse,
     kInvalidValue,
@@ -27,7 +27,6 @@ enum class ErrorTag : std::uint8_t {
     kAccessDenied,
     kLockDenied,
     kResourceDenied,
-    kRollbackFailed,
     kDataExists,
     kDataMissing,
     kOperationNotSupported,

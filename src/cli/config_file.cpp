@@ -13,6 +13,7 @@
 #include "guard/data_file.h"
 #include "guard/schema_index.h"
 #include "netconf/names.h"
+#include "netconf/plain_xml.h"
 
 namespace cli {
 namespace {
@@ -89,9 +90,10 @@ Tree ParseConfigText(const ly_ctx* yang, const std::string& text, std::string_vi
     const guard::SchemaIndex index(yang);
     if (const auto problem = guard::CheckFile(index, text, format))
         throw Error(PlaceInText(name, text, problem->offset) + ": " + problem->text);
-    Parsed parsed = Parse(yang, text, format == guard::Format::kJson ? LYD_JSON : LYD_XML,
-                          LYD_PARSE_STRICT | LYD_PARSE_NO_STATE);
-    if (!parsed.ok) throw Error(PlaceInText(name, text, parsed.end) + ": " + parsed.problem);
+    const bool isXml = format == guard::Format::kXml;
+    const std::string plain = isXml ? netconf::PlainXml(text) : text;
+    Parsed parsed = Parse(yang, plain, isXml ? LYD_XML : LYD_JSON, LYD_PARSE_STRICT | LYD_PARSE_NO_STATE);
+    if (!parsed.ok) throw Error(PlaceInText(name, plain, parsed.end) + ": " + parsed.problem);
     return std::move(parsed.tree);
 }
 

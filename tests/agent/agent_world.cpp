@@ -54,25 +54,53 @@ Directory::~Directory()
     std::filesystem::remove_all(m_path, ignored);
 }
 
+<<<<<<< HEAD
 World::World(agent::AgentOptions options, const std::filesystem::path& accessFile)
+=======
+World::World(agent::AgentOptions options, std::size_t mapSize)
+    : m_options(std::move(options)), m_mapSize(mapSize)
 {
-    options.runDirectory = m_directory.Path();
+    Start();
+}
+
+World::~World() { Stop(); }
+
+void World::Start()
+>>>>>>> property
+{
     cdb::StoreOptions storeOptions;
-    storeOptions.mapSize = std::size_t{1} << 24;
+    storeOptions.mapSize = m_mapSize;
     m_store = cdb::Store::Open(m_directory.Path() / "store", storeOptions);
     m_datastore = std::make_unique<cdb::Datastore>(Schema(), *m_store);
     m_access = std::make_unique<agent::Access>(
+<<<<<<< HEAD
         Schema().Context(), agent::Access::Options{accessFile, AGENT_TEST_YANG, options.adminGroup});
+=======
+        Schema().Context(), agent::Access::Options{"", AGENT_TEST_YANG, m_options.adminGroup});
+    agent::AgentOptions options = m_options;
+    options.runDirectory = m_directory.Path();
+>>>>>>> property
     m_agent = std::make_unique<agent::Agent>(m_loop, Schema(), *m_store, *m_datastore, *m_access,
                                              std::move(options));
     m_agent->Listen();
     m_thread = std::thread([this] { m_loop.run(); });
 }
 
-World::~World()
+void World::Stop()
 {
     m_loop.stop();
     m_thread.join();
+}
+
+void World::Restart()
+{
+    Stop();
+    m_agent.reset();
+    m_access.reset();
+    m_datastore.reset();
+    m_store.reset();
+    m_loop.restart();
+    Start();
 }
 
 netconf::Client World::Connect(const netconf::ClientOptions& options) const

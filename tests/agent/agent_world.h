@@ -52,8 +52,12 @@ private:
 
 class World {
 public:
+<<<<<<< HEAD
     /// `accessFile`: rules of access; empty: the default ones.
     explicit World(agent::AgentOptions options = {}, const std::filesystem::path& accessFile = {});
+=======
+    explicit World(agent::AgentOptions options = {}, std::size_t mapSize = std::size_t{1} << 24);
+>>>>>>> property
     ~World();
     World(const World&) = delete;
     World& operator=(const World&) = delete;
@@ -66,8 +70,16 @@ public:
     void InLoop(const std::function<void()>& function);
     cdb::Store& Store() { return *m_store; }
 
+    /// Ends the agent and all connections, and starts it again on the same store.
+    void Restart();
+
 private:
+    void Start();
+    void Stop();
+
     Directory m_directory;
+    const agent::AgentOptions m_options;
+    const std::size_t m_mapSize;
     boost::asio::io_context m_loop;
     std::unique_ptr<cdb::Store> m_store;
     std::unique_ptr<cdb::Datastore> m_datastore;

@@ -85,11 +85,18 @@ TEST_F(Edit, RefusesWithPathAndInfo)
     EXPECT_EQ(Candidate(), "");
 }
 
-TEST_F(Edit, RollsBackWholeWhereItIsToldTo)
+TEST_F(Edit, ThatFailsIsTakenBackWhole)
 {
     const std::string edit =
         Sflow(Collector("c1") + "<collector nc:operation=\"delete\"><name>c9</name></collector>");
-    Refused(m_client, EditConfig(edit, {"", "set", "rollback-on-error"}), "data-missing");
+    for (const char* test : {"", "set", "test-then-set", "test-only"})
+        for (const char* onError : {"", "stop-on-error", "rollback-on-error"}) {
+            Refused(m_client, EditConfig(edit, {"", test, onError}), "data-missing");
+            EXPECT_EQ(Candidate(), "") << test << " " << onError;
+        }
+    const auto error =
+        Refused(m_client, EditConfig(edit, {"", "", "continue-on-error"}), "operation-not-supported");
+    EXPECT_THAT(error.info, testing::ElementsAre(testing::Pair("bad-element", "error-option")));
     EXPECT_EQ(Candidate(), "");
 }
 

@@ -25,6 +25,17 @@ std::string Rpc(const std::string& operation, const std::string& attributes = "m
 
 std::string Edit(const std::string& content) { return Rpc(EditConfig(Sflow(content))); }
 
+std::string Nested(int depth)
+{
+    std::string begin;
+    std::string end;
+    for (int i = 0; i < depth; ++i) {
+        begin += "<a>";
+        end += "</a>";
+    }
+    return "<get><filter>" + begin + end + "</filter></get>";
+}
+
 struct Row {
     const char* tag;
     const char* type;
@@ -107,6 +118,25 @@ INSTANTIATE_TEST_SUITE_P(
             Edit(kC1 + "<port>" + std::string(70'000, '1') + "</port></collector>"),
             {},
             "/switch-oam-sflow:port"},
+        Row{"too-big", "rpc", Rpc(Nested(200)), {}, "", "128"},
+        Row{"too-big",
+            "protocol",
+            Rpc("<get-config><source><running/></source><filter><config xmlns='urn:x'>" +
+                std::string(70'000, 'x') + "</config></filter></get-config>"),
+            {}},
+        Row{"bad-attribute",
+            "protocol",
+            Rpc("<get-config><source><running/></source><filter type='xpath' select='/'/></get-config>"),
+            {"bad-attribute", "bad-element"},
+            "",
+            "\"xpath\""},
+        Row{"operation-not-supported",
+            "protocol",
+            Rpc(EditConfig(Sflow(""), {"", "", "continue-on-error"})),
+            {},
+            "",
+            "continue-on-error"},
+        Row{"operation-not-supported", "protocol", Rpc("<commit><confirmed/></commit>"), {}, "", "confirmed"},
         Row{"missing-attribute", "rpc", Rpc("<commit/>", ""), {"bad-attribute", "bad-element"}},
         Row{"bad-attribute",
             "application",

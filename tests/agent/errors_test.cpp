@@ -46,7 +46,6 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{ErrorTag::kAccessDenied, "access-denied", "application"},
                     Case{ErrorTag::kLockDenied, "lock-denied", "protocol"},
                     Case{ErrorTag::kResourceDenied, "resource-denied", "application"},
-                    Case{ErrorTag::kRollbackFailed, "rollback-failed", "application"},
                     Case{ErrorTag::kDataExists, "data-exists", "application"},
                     Case{ErrorTag::kDataMissing, "data-missing", "application"},
                     Case{ErrorTag::kOperationNotSupported, "operation-not-supported", "application"},

@@ -6,7 +6,6 @@ namespace tests {
 namespace {
 
 using cdb::DefaultOperation;
-using cdb::ErrorOption;
 using cdb::ErrorTag;
 using Strings = std::vector<std::string>;
 
@@ -93,7 +92,7 @@ TEST_F(Edits, ReplaceAsDefaultDropsEverythingElse)
 TEST_F(Edits, ReplaceAsDefaultWithNothingEmptiesTheCandidate)
 {
     Edit(Sflow(Collector("c1") + Interface("eth1")));
-    EXPECT_FALSE(datastore->Edit(nullptr, DefaultOperation::kReplace, ErrorOption::kRollbackOnError, {}));
+    EXPECT_FALSE(datastore->Edit(nullptr, DefaultOperation::kReplace, {}));
     EXPECT_EQ(Candidate(), "");
 }
 
@@ -144,15 +143,6 @@ TEST_F(Edits, AFailedEditLeavesTheCandidateAsItWas)
     EXPECT_EQ(Candidate(), before);
     EXPECT_TRUE(TryEdit(Sflow(failing), DefaultOperation::kReplace));
     EXPECT_EQ(Candidate(), before);
-}
-
-TEST_F(Edits, StopOnErrorKeepsWhatCameBefore)
-{
-    const auto error =
-        TryEdit(Sflow(Collector("c1") + Collector("none", "", "nc:operation='delete'") + Collector("c2")),
-                DefaultOperation::kMerge, {}, ErrorOption::kStopOnError);
-    EXPECT_TRUE(error);
-    EXPECT_EQ(Candidate(), kOne);
 }
 
 TEST_F(Edits, DiscardGoesBackToRunning)

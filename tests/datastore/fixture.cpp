@@ -110,11 +110,10 @@ void DatastoreTest::Open(const cdb::StoreOptions& options)
 }
 
 std::optional<cdb::Error> DatastoreTest::TryEdit(const std::string& xml, cdb::DefaultOperation operation,
-                                                 const std::vector<cdb::LeafWrite>& writes,
-                                                 cdb::ErrorOption onError)
+                                                 const std::vector<cdb::LeafWrite>& writes)
 {
     const auto edit = ParseEdit(xml);
-    return datastore->Edit(edit.get(), operation, onError, writes);
+    return datastore->Edit(edit.get(), operation, writes);
 }
 
 void DatastoreTest::Edit(const std::string& xml, cdb::DefaultOperation operation,

@@ -54,8 +54,7 @@ protected:
 
     std::optional<cdb::Error> TryEdit(const std::string& xml,
                                       cdb::DefaultOperation operation = cdb::DefaultOperation::kMerge,
-                                      const std::vector<cdb::LeafWrite>& writes = {},
-                                      cdb::ErrorOption onError = cdb::ErrorOption::kRollbackOnError);
+                                      const std::vector<cdb::LeafWrite>& writes = {});
     /// Fails the test on an error.
     void Edit(const std::string& xml, cdb::DefaultOperation operation = cdb::DefaultOperation::kMerge,
               const std::vector<cdb::LeafWrite>& writes = {});

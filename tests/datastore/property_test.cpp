@@ -9,7 +9,6 @@ namespace tests {
 namespace {
 
 using cdb::DefaultOperation;
-using cdb::ErrorOption;
 
 constexpr int kEdits = 1000;
 
@@ -29,7 +28,7 @@ protected:
         std::vector<cdb::LeafWrite> writes;
         for (const auto& entry : planned)
             writes.push_back(DefaultRate(entry.path.steps.back().keys.front(), 1024));
-        const auto error = datastore->Edit(edit.get(), operation, ErrorOption::kRollbackOnError, writes);
+        const auto error = datastore->Edit(edit.get(), operation, writes);
         if (error) {
             ASSERT_EQ(naive::Everything(CandidateTree().get()), before) << xml << '\n' << error->message;
         }

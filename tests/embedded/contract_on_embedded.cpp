@@ -69,8 +69,7 @@ bool Replace(const std::filesystem::path& directory, const cdb::Schema& schema, 
     if (lyd_parse_data_mem(schema.Context(), json.c_str(), LYD_JSON, LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0,
                            &content) != LY_SUCCESS)
         return false;
-    const auto refused =
-        datastore.Edit(content, cdb::DefaultOperation::kReplace, cdb::ErrorOption::kRollbackOnError, {});
+    const auto refused = datastore.Edit(content, cdb::DefaultOperation::kReplace, {});
     lyd_free_all(content);
     if (refused) {
         slog::Error("{} {}", refused->path, refused->message);

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "shapes/mutation.h"
+
 namespace shapes {
 
 namespace {
@@ -192,7 +194,8 @@ std::string DrawBent(Dice& dice, std::size_t bytes, std::string& what)
     Element rpc = DrawMessage(dice);
     what = rpc.children.at(0).name;
     // Small ones reach further into the code; each is as likely as large ones.
-    for (unsigned count = dice.Draw(3) + 1; count > 0; --count) {
+    for (unsigned count = dice.Draw(4); count > 0; --count) what += ", " + Mutate(rpc, dice);
+    for (unsigned count = dice.Draw(4); count > 0; --count) {
         const Shape& shape = kShapes.at(dice.Draw(kShapes.size()));
         std::size_t size = bytes / count;
         for (unsigned halvings = dice.Draw(16); halvings > 0 && size > 16; --halvings) size /= 2;
@@ -204,6 +207,10 @@ std::string DrawBent(Dice& dice, std::size_t bytes, std::string& what)
     std::string text = TextOf(rpc);
     if (text.size() > bytes) text.resize(bytes);
     if (dice.OneIn(6)) {
+        Scratch(text, dice);
+        what += ", scratched";
+    }
+    if (dice.OneIn(12) && !text.empty()) {
         text.resize(dice.Draw(text.size()) + 1);
         what += ", cut after " + std::to_string(text.size());
     }

@@ -21,8 +21,8 @@ struct Shape {
 
 std::span<const Shape> Shapes();
 
-/// A valid message with one to three shapes at any elements, and maybe the end cut off. `what` gets their
-/// names.
+/// A valid message with up to three small changes and up to three shapes at any elements, and maybe some
+/// bytes changed or the end cut off. `what` gets their names.
 std::string DrawBent(Dice& dice, std::size_t bytes, std::string& what);
 
 /// A valid message with that shape there; empty where the message has no such element or another shape stands

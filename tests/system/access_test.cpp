@@ -33,6 +33,26 @@ TEST_F(Access, WithoutRulesOthersReadOnly)
     EXPECT_THAT(CliAs(kOperator, "show configuration").output, Not(HasSubstr("c2")));
 }
 
+TEST_F(Access, WithoutRulesOperatorsRootAndTheOwnUserChange)
+{
+    TheWorld().StartCdbd();
+    OpenToAll();
+    const auto change = [this](const Identity& who) {
+        return CliAs(who, "set oam sflow agent ipv4 192.0.2." + std::to_string(who.uid % 100) + "; commit");
+    };
+    for (const Identity& who : {kOperator, kSwitch, Identity{}}) {
+        const auto result = change(who);
+        EXPECT_EQ(result.status, 0) << who.uid << ": " << result.errors;
+    }
+    // Who is of the processes' group alone is no operator.
+    for (const Identity& who : {kMember, kThird}) {
+        const auto result = change(who);
+        EXPECT_EQ(result.status, 1) << who.uid;
+        EXPECT_THAT(result.errors, HasSubstr("may not execute"));
+        EXPECT_EQ(CliAs(who, "show configuration").status, 0) << who.uid;
+    }
+}
+
 class AccessByFile : public Access {
 protected:
     static std::filesystem::path File()
@@ -90,6 +110,63 @@ TEST_F(AccessByFile, CdbdDoesNotStartWithABadFile)
     const auto cdbd = TheWorld().Spawn("cdbd", {"--access", File()}, "bad");
     EXPECT_EQ(cdbd->Wait(), 1);
     EXPECT_THAT(TheWorld().Log("bad"), HasSubstr(File().string() + ": line 5: "));
+}
+
+class AccessToData : public Access {
+protected:
+    AccessToData() : Access({"--access", Rules()}) {}
+    ~AccessToData() override { std::filesystem::remove(File()); }
+
+    netconf::Client ConnectAs(const Identity& who)
+    {
+        const support::ActingAs acting(who);
+        return Connect();
+    }
+
+private:
+    static std::filesystem::path File()
+    {
+        return std::filesystem::temp_directory_path() /
+               ("data-access-" + std::to_string(::getpid()) + ".xml");
+    }
+    // Whoever may execute everything may not touch collectors.
+    static std::string Rules()
+    {
+        support::WriteFile(
+            File(),
+            "<nacm xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\" "
+            "xmlns:c=\"urn:switch:yang:switch-config\" xmlns:s=\"urn:switch:yang:switch-oam-sflow\">"
+            "<write-default>permit</write-default><rule-list><name>l</name><group>gid-61104</group><rule>"
+            "<name>r</name><path>/c:config/s:oam/s:sflow/s:collector</path>"
+            "<access-operations>create update delete</access-operations><action>deny</action></rule>"
+            "</rule-list></nacm>");
+        return File();
+    }
+};
+
+TEST_F(AccessToData, IsDeniedAtTheEditAndAtTheCommitAndChangesNothing)
+{
+    TheWorld().StartCdbd();
+    auto root = Connect();
+    auto client = ConnectAs(kOperator);
+    const auto collector = [](const std::string& name) {
+        return netconf::EditConfig(
+            scenario::SflowXml("<collector><name>" + name + "</name><ip>192.0.2.1</ip></collector>"));
+    };
+    const auto error = Refused(client, collector("c1"), "access-denied");
+    EXPECT_EQ(error.type, "application");
+    EXPECT_THAT(error.path, HasSubstr("/switch-oam-sflow:collector"));
+    EXPECT_EQ(client.Call(netconf::GetConfig("candidate")).data, "");
+
+    // What it may not write it may not commit either, whose edit that ever was.
+    Do(root, collector("c2"));
+    const auto before = client.Call(netconf::GetConfig("candidate")).data;
+    EXPECT_THAT(before, HasSubstr("c2"));
+    EXPECT_EQ(Refused(client, netconf::Commit(), "access-denied").type, "application");
+    EXPECT_EQ(client.Call(netconf::GetConfig("candidate")).data, before);
+    EXPECT_EQ(client.Call(netconf::GetConfig("running")).data, "");
+    EXPECT_TRUE(root.Call(netconf::Commit()).ok);
+    EXPECT_EQ(client.Call(netconf::GetConfig("running")).data, before);
 }
 
 class FewSessions : public Access {

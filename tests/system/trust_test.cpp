@@ -4,6 +4,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <ostream>
 
 #include "ipc/cdb.pb.h"
 #include "ipc/manager.pb.h"
@@ -42,44 +43,70 @@ protected:
     }
 };
 
-TEST_F(Trust, ThirdUserOpensNothing)
+/// What one user meets at each door: 0 or an errno.
+struct Doors {
+    const char* name;
+    Identity who;
+    int netconf = EACCES;
+    int cdb = EACCES;
+    int manager = EACCES;
+    int runDirectory = EACCES;  // to list it
+    int stateDirectory = EACCES;
+    int dataToRead = EACCES;
+    int dataToWrite = EACCES;
+    int lockToRead = EACCES;
+    int lockToWrite = EACCES;
+};
+
+void PrintTo(const Doors& doors, std::ostream* out) { *out << doors.name; }
+
+class TrustAtTheDoors : public Trust, public testing::WithParamInterface<Doors> {
+protected:
+    int List(const Identity& who, const std::filesystem::path& directory)
+    {
+        return OpenAs(who, directory.c_str(), O_RDONLY | O_DIRECTORY);
+    }
+};
+
+TEST_P(TrustAtTheDoors, EachUserOpensWhatIsTheirs)
 {
     Start();
-    EXPECT_EQ(Netconf(kThird), EACCES);
-    EXPECT_EQ(Cdb(kThird), EACCES);
-    EXPECT_EQ(Manager(kThird), EACCES);
-    EXPECT_EQ(Data(kThird, O_RDONLY), EACCES);
-    EXPECT_EQ(Lock(kThird, O_RDONLY), EACCES);
-    EXPECT_EQ(OpenAs(kThird, TheWorld().RunDir().c_str(), O_RDONLY | O_DIRECTORY), EACCES);
+    const Doors& doors = GetParam();
+    EXPECT_EQ(Netconf(doors.who), doors.netconf);
+    EXPECT_EQ(Cdb(doors.who), doors.cdb);
+    EXPECT_EQ(Manager(doors.who), doors.manager);
+    EXPECT_EQ(List(doors.who, TheWorld().RunDir()), doors.runDirectory);
+    EXPECT_EQ(List(doors.who, TheWorld().StateDir()), doors.stateDirectory);
+    EXPECT_EQ(Data(doors.who, O_RDONLY), doors.dataToRead);
+    EXPECT_EQ(Data(doors.who, O_RDWR), doors.dataToWrite);
+    EXPECT_EQ(Lock(doors.who, O_RDONLY), doors.lockToRead);
+    EXPECT_EQ(Lock(doors.who, O_RDWR), doors.lockToWrite);
 }
 
-TEST_F(Trust, OperatorOpensTheNetconfSocketAndNothingElse)
+INSTANTIATE_TEST_SUITE_P(Users, TrustAtTheDoors,
+                         testing::Values(Doors{.name = "Third", .who = kThird},
+                                         Doors{.name = "Operator", .who = kOperator, .netconf = 0},
+                                         Doors{.name = "MemberOfTheProcesses",
+                                               .who = kMember,
+                                               .cdb = 0,
+                                               .manager = 0,
+                                               .runDirectory = 0,
+                                               .stateDirectory = 0,
+                                               .dataToRead = 0,
+                                               .lockToRead = 0,
+                                               .lockToWrite = 0},
+                                         // In both groups, as its unit says.
+                                         Doors{"UserOfTheProcesses", kSwitch, 0, 0, 0, 0, 0, 0, 0, 0, 0},
+                                         Doors{"Root", {0, 0, {}}, 0, 0, 0, 0, 0, 0, 0, 0, 0}),
+                         [](const auto& each) { return std::string(each.param.name); });
+
+TEST_F(Trust, OperatorConfiguresAndNeedsNoOtherDoor)
 {
     Start();
-    EXPECT_EQ(Netconf(kOperator), 0);
-    EXPECT_EQ(Cdb(kOperator), EACCES);
-    EXPECT_EQ(Manager(kOperator), EACCES);
-    for (const int flags : {O_RDONLY, O_RDWR}) {
-        EXPECT_EQ(Data(kOperator, flags), EACCES);
-        EXPECT_EQ(Lock(kOperator, flags), EACCES);
-    }
     const auto result =
         CliAs(kOperator, "set oam sflow collector c9 ip 192.0.2.9; commit; show configuration");
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_THAT(result.output, HasSubstr("c9"));
-}
-
-TEST_F(Trust, ProcessesOpenWhatIsTheirsAndNothingOfTheOperators)
-{
-    Start();
-    for (const Identity& who : {kSwitch, kMember}) {
-        EXPECT_EQ(Cdb(who), 0);
-        EXPECT_EQ(Manager(who), 0);
-        EXPECT_EQ(Data(who, O_RDONLY), 0);
-        EXPECT_EQ(Lock(who, O_RDWR), 0);
-    }
-    EXPECT_EQ(Netconf(kMember), EACCES);
-    EXPECT_EQ(Data(kMember, O_RDWR), EACCES);
 }
 
 TEST_F(Trust, RootGivesFilesToTheGroups)
