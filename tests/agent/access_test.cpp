@@ -342,8 +342,7 @@ public:
     void Edit(const std::string& sflow)
     {
         const agent::Tree edit = Parse(Sflow(sflow));
-        const auto error =
-            m_datastore->Edit(edit.get(), DefaultOperation::kMerge, cdb::ErrorOption::kRollbackOnError, {});
+        const auto error = m_datastore->Edit(edit.get(), DefaultOperation::kMerge, {});
         EXPECT_FALSE(error) << error->message;
     }
 

@@ -54,11 +54,8 @@ Directory::~Directory()
     std::filesystem::remove_all(m_path, ignored);
 }
 
-<<<<<<< HEAD
-World::World(agent::AgentOptions options, const std::filesystem::path& accessFile)
-=======
-World::World(agent::AgentOptions options, std::size_t mapSize)
-    : m_options(std::move(options)), m_mapSize(mapSize)
+World::World(agent::AgentOptions options, const std::filesystem::path& accessFile, std::size_t mapSize)
+    : m_options(std::move(options)), m_accessFile(accessFile), m_mapSize(mapSize)
 {
     Start();
 }
@@ -66,20 +63,15 @@ World::World(agent::AgentOptions options, std::size_t mapSize)
 World::~World() { Stop(); }
 
 void World::Start()
->>>>>>> property
 {
     cdb::StoreOptions storeOptions;
     storeOptions.mapSize = m_mapSize;
     m_store = cdb::Store::Open(m_directory.Path() / "store", storeOptions);
     m_datastore = std::make_unique<cdb::Datastore>(Schema(), *m_store);
     m_access = std::make_unique<agent::Access>(
-<<<<<<< HEAD
-        Schema().Context(), agent::Access::Options{accessFile, AGENT_TEST_YANG, options.adminGroup});
-=======
-        Schema().Context(), agent::Access::Options{"", AGENT_TEST_YANG, m_options.adminGroup});
+        Schema().Context(), agent::Access::Options{m_accessFile, AGENT_TEST_YANG, m_options.adminGroup});
     agent::AgentOptions options = m_options;
     options.runDirectory = m_directory.Path();
->>>>>>> property
     m_agent = std::make_unique<agent::Agent>(m_loop, Schema(), *m_store, *m_datastore, *m_access,
                                              std::move(options));
     m_agent->Listen();

@@ -52,12 +52,9 @@ private:
 
 class World {
 public:
-<<<<<<< HEAD
     /// `accessFile`: rules of access; empty: the default ones.
-    explicit World(agent::AgentOptions options = {}, const std::filesystem::path& accessFile = {});
-=======
-    explicit World(agent::AgentOptions options = {}, std::size_t mapSize = std::size_t{1} << 24);
->>>>>>> property
+    explicit World(agent::AgentOptions options = {}, const std::filesystem::path& accessFile = {},
+                   std::size_t mapSize = std::size_t{1} << 24);
     ~World();
     World(const World&) = delete;
     World& operator=(const World&) = delete;
@@ -79,6 +76,7 @@ private:
 
     Directory m_directory;
     const agent::AgentOptions m_options;
+    const std::filesystem::path m_accessFile;
     const std::size_t m_mapSize;
     boost::asio::io_context m_loop;
     std::unique_ptr<cdb::Store> m_store;

@@ -118,7 +118,7 @@ private:
         static const Texts kAddresses{"192.0.2.1", "192.0.2.2", "255.255.255.255", "0.0.0.0"};
         static const Texts kPrefixes{"10.0.0.5/24", "10.0.0.6/8", "0.0.0.0/0"};
         static const Texts kInterfaces{"eth1", "eth2", "eth10", "gigabit-ethernet-1/1/1", "e%20"};
-        static const Texts kCollectors{"c1", "c2", "c3"};
+        static const Texts kCollectorNames{"c1", "c2", "c3"};
         static const Texts kAgainstAll{"",
                                        " ",
                                        "\n",
@@ -144,7 +144,7 @@ private:
             return m_draw.OneIn(80) ? std::string(60 + static_cast<std::size_t>(m_draw.Below(10)), 'n')
                                     : m_draw.From(kInterfaces);
         case Type::kCollectorName:
-            return m_draw.OneIn(80) ? "c%1" : m_draw.From(kCollectors);
+            return m_draw.OneIn(80) ? "c%1" : m_draw.From(kCollectorNames);
         case Type::kBool:
             return m_draw.OneIn(2) ? "true" : "false";
         case Type::kIpv4:
