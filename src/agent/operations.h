@@ -72,6 +72,7 @@ private:
     // operations_read.cpp
     void Get(const RequestPtr& request);
     void GetConfig(const RequestPtr& request);
+    void ReadAll(const RequestPtr& request, const ReadingPtr& reading);
     void ReadConfig(const RequestPtr& request, const ReadingPtr& reading);
     void GetSchema(const RequestPtr& request);
 

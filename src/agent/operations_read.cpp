@@ -58,13 +58,8 @@ const lys_module* FindModule(const ly_ctx* context, std::string_view name, std::
 
 using ReadingOrError = std::variant<ReadingPtr, netconf::RpcError>;
 
-<<<<<<< HEAD
 ReadingOrError ReadingOf(const DataSchema& schema, const Request& request,
-                         const std::shared_ptr<const AccessGrant>& access)
-=======
-std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, const Request& request,
-                                                      const FilterLimits& limits)
->>>>>>> access
+                         const std::shared_ptr<const AccessGrant>& access, const FilterLimits& limits)
 {
     auto defaults = DefaultsOf(request);
     if (auto* error = std::get_if<netconf::RpcError>(&defaults)) return std::move(*error);
@@ -85,11 +80,11 @@ std::variant<ReadingPtr, netconf::RpcError> ReadingOf(const DataSchema& schema, 
 
 /// Goes on with what the request asks for, or refuses it. The filter of a long one is resolved beside the
 /// loop.
-void WithReading(Workbench& bench, const DataSchema& schema, const RequestPtr& request,
-                 const std::function<void(const ReadingPtr& reading)>& goOn)
+void WithReading(Workbench& bench, const DataSchema& schema, const FilterLimits& limits,
+                 const RequestPtr& request, const std::function<void(const ReadingPtr& reading)>& goOn)
 {
-    const auto resolve = [&schema, request, access = request->Who().access] {
-        return ReadingOf(schema, *request, access);
+    const auto resolve = [&schema, &limits, request, access = request->Who().access] {
+        return ReadingOf(schema, *request, access, limits);
     };
     const auto end = [request, goOn](const ReadingOrError& read) {
         if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
@@ -113,14 +108,6 @@ constexpr std::size_t kEntriesAtOnce = 32;
 
 constexpr std::size_t kAllEntries = std::numeric_limits<std::size_t>::max() / 2;
 
-bool HasLists(const lysc_node* node)
-{
-    const lysc_node* child = nullptr;
-    while ((child = lys_getnext(child, node, nullptr, 0)) != nullptr)
-        if (child->nodetype == LYS_LIST || (child->nodetype == LYS_CONTAINER && HasLists(child))) return true;
-    return false;
-}
-
 /// How many entries of outermost lists are named below the branch; kAllEntries for what names none by its
 /// keys.
 std::size_t EntriesNamed(const FilterPlan::Branch& branch)
@@ -135,8 +122,7 @@ std::size_t EntriesNamed(const FilterPlan::Branch& branch)
         }
         if (!inner.node->hasLists) continue;
         if (!inner.matches.empty() || !inner.tests.empty()) return kAllEntries;
-        if (inner.always == nullptr || (inner.always->whole && !HasLists(inner.node->schema))) continue;
-        count += std::min(EntriesNamed(*inner.always), kAllEntries - count);
+        if (inner.always != nullptr) count += std::min(EntriesNamed(*inner.always), kAllEntries - count);
     }
     return std::min(count, kAllEntries);
 }
@@ -185,35 +171,29 @@ void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<voi
 
 void Operations::Get(const RequestPtr& request)
 {
-<<<<<<< HEAD
-    WithReading(m_services.reads, m_dataSchema, request, [this, request](const ReadingPtr& reading) {
-=======
-    const auto read = ReadingOf(m_dataSchema, *request, m_services.filterLimits);
-    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
-    const auto reading = std::get<ReadingPtr>(read);
-    const auto collect = [this, request, reading] {
->>>>>>> access
-        m_services.state.Collect(request->Filter(), [this, request, reading](const CollectedState& state) {
-            const auto write = [this, reading, data = state.data](std::string& out) {
-                WriteRunning(m_dataSchema, m_services.store, reading->options, out);
-                WriteData(m_dataSchema, *data, reading->options, out);
-            };
-            if (IsShort(*reading)) return AnswerWith(request, write, state.warnings);
-            AnswerBeside(m_services.reads, request, write, state.warnings);
-        });
-<<<<<<< HEAD
-    });
-=======
+    const auto read = [this, request](const ReadingPtr& reading) {
+        const auto collect = [this, request, reading] { ReadAll(request, reading); };
+        if (IsShort(*reading)) return collect();
+        m_services.room.Enter(request, collect);
     };
-    if (IsShort(*reading)) return collect();
-    m_services.room.Enter(request, collect);
->>>>>>> access
+    WithReading(m_services.reads, m_dataSchema, m_services.filterLimits, request, read);
+}
+
+void Operations::ReadAll(const RequestPtr& request, const ReadingPtr& reading)
+{
+    m_services.state.Collect(request->Filter(), [this, request, reading](const CollectedState& state) {
+        const auto write = [this, reading, data = state.data](std::string& out) {
+            WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+            WriteData(m_dataSchema, *data, reading->options, out);
+        };
+        if (IsShort(*reading)) return AnswerWith(request, write, state.warnings);
+        AnswerBeside(m_services.reads, request, write, state.warnings);
+    });
 }
 
 void Operations::GetConfig(const RequestPtr& request)
 {
-<<<<<<< HEAD
-    WithReading(m_services.reads, m_dataSchema, request,
+    WithReading(m_services.reads, m_dataSchema, m_services.filterLimits, request,
                 [this, request](const ReadingPtr& reading) { ReadConfig(request, reading); });
 }
 
@@ -222,39 +202,21 @@ void Operations::ReadConfig(const RequestPtr& request, const ReadingPtr& reading
     using Which = cdb::Datastore::Which;
     const bool ofCandidate = DatastoreName(request->Operation(), "source") == "candidate";
     const bool touchedOnly = ChildNamed(request->Operation(), "touched-only") != nullptr;
-    if (ofCandidate || touchedOnly)
-        return AnswerBeside(m_services.changes, request, [=, this](std::string& out) {
-            const auto& datastore = m_services.datastore;
-            const auto rows = touchedOnly
-                                  ? datastore.Touched(ofCandidate ? Which::kCandidate : Which::kRunning)
-                                  : datastore.Candidate();
-            RowSource source(m_dataSchema, *rows);
-            WriteData(m_dataSchema, source, reading->options, out);
-        });
-    const auto write = [this, reading](std::string& out) {
-        WriteRunning(m_dataSchema, m_services.store, reading->options, out);
-=======
-    const auto read = ReadingOf(m_dataSchema, *request, m_services.filterLimits);
-    if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
-    const auto reading = std::get<ReadingPtr>(read);
-    const bool ofCandidate = DatastoreName(request->Operation(), "source") == "candidate";
-    const bool ofTouched = ChildNamed(request->Operation(), "touched-only") != nullptr;
-    Workbench& bench = ofCandidate || ofTouched ? m_services.changes : m_services.reads;
-    const auto write = [this, reading, ofCandidate, ofTouched](std::string& out) {
-        if (!ofCandidate && !ofTouched)
-            return WriteRunning(m_dataSchema, m_services.store, reading->options, out);
-        using Which = cdb::Datastore::Which;
-        const auto rows =
-            ofTouched ? m_services.datastore.Touched(ofCandidate ? Which::kCandidate : Which::kRunning)
-                      : m_services.datastore.Candidate();
+    const bool ofRows = !ofCandidate && !touchedOnly;
+    const auto write = [=, this](std::string& out) {
+        if (ofRows) return WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+        const auto& datastore = m_services.datastore;
+        const auto rows = touchedOnly ? datastore.Touched(ofCandidate ? Which::kCandidate : Which::kRunning)
+                                      : datastore.Candidate();
         RowSource source(m_dataSchema, *rows);
         WriteData(m_dataSchema, source, reading->options, out);
->>>>>>> access
     };
+    const bool isShort = IsShort(*reading);
+    if (isShort && ofRows) return AnswerWith(request, write);
+    Workbench& bench = ofRows ? m_services.reads : m_services.changes;
     const auto begin = [request, write, &bench] { AnswerBeside(bench, request, write); };
-    if (!IsShort(*reading)) return m_services.room.Enter(request, begin);
-    if (&bench == &m_services.changes) return begin();
-    AnswerWith(request, write);
+    if (isShort) return begin();
+    m_services.room.Enter(request, begin);
 }
 
 void Operations::GetSchema(const RequestPtr& request)

@@ -34,7 +34,7 @@ struct ProgramOptions {
     std::size_t maxSessionsPerUser = 64;
     std::size_t maxMessage = std::size_t{64} << 20;
     std::size_t maxElements = 2'000'000;
-    std::size_t maxFilter = std::size_t{64} << 10;
+    std::size_t maxFilter = std::size_t{32} << 10;
     std::size_t maxUnread = std::size_t{256} << 20;
     std::chrono::seconds helloTimeout{30};
     std::chrono::seconds idleTimeout{0};  // 0: none

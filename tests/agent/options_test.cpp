@@ -43,7 +43,7 @@ TEST(Options, HaveDefaults)
     EXPECT_EQ(options.maxSessionsPerUser, 64U);
     EXPECT_EQ(options.maxMessage, std::size_t{64} << 20);
     EXPECT_EQ(options.maxElements, 2'000'000U);
-    EXPECT_EQ(options.maxFilter, 65'536U);
+    EXPECT_EQ(options.maxFilter, 32'768U);
     EXPECT_EQ(options.maxUnread, std::size_t{256} << 20);
     EXPECT_EQ(options.helloTimeout, std::chrono::seconds(30));
     EXPECT_EQ(options.idleTimeout, std::chrono::seconds(0));
