@@ -21,7 +21,7 @@ public:
     struct Options {
         /// Bytes of all long answers that are unread. One that is being made counts as a quarter, because its
         /// length is not known: so the bound holds where no answer is longer than that. Users other than root
-        /// have half each at most, so one user's clients that do not read are no other's misfortune.
+        /// have half each at most, so that clients of one user that do not read do not hold up another's.
         std::size_t bytes = std::size_t{256} << 20;
         /// How long a request waits. Longer than a client may go without reading (SessionTimes::write): those
         /// that read nothing have lost their sessions by then.

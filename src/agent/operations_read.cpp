@@ -132,7 +132,7 @@ bool IsShort(const Reading& reading)
     return reading.filter && EntriesNamed(reading.filter->Root()) <= kEntriesAtOnce;
 }
 
-/// What the store can't give is this request's misfortune, not the process's.
+/// What the store can't give ends this request, not the process.
 void AnswerWith(const RequestPtr& request, const std::function<void(std::string& out)>& write,
                 const std::vector<netconf::RpcError>& warnings = {})
 {

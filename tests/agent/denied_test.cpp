@@ -21,7 +21,7 @@ constexpr const char* kAccess =
 
 class Denied : public testing::Test {
 protected:
-    /// Everything is denied but reading and making collectors; nobody may validate.
+    /// Everything is denied but reading and making collectors; validate is denied to all.
     static std::filesystem::path Rules(const Directory& directory)
     {
         const auto file = directory.Path() / "access.xml";
