@@ -53,7 +53,8 @@ inline std::string List(const std::string& rules, const std::string& group = "*"
            group + "</group>" + rules + "</rule-list>";
 }
 
-inline std::string Rule(const std::string& what, const std::string& action, const std::string& operations = "*")
+inline std::string Rule(const std::string& what, const std::string& action,
+                        const std::string& operations = "*")
 {
     return "<rule><name>" + std::to_string(std::hash<std::string>{}(what + action + operations)) + "</name>" +
            what + "<access-operations>" + operations + "</access-operations><action>" + action +
