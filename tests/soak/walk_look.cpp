@@ -126,13 +126,17 @@ void Walk::Finish()
     Settle();
     const auto wanted = ManagerOf(m_running);
     support::ManagerState have;
+    std::string refusal;  // a manager that was just started may not have found the database yet
     if (Becomes([&] {
-            have = support::StateShown(m_world.CliDone("show sflow | json"));
+            const auto shown = m_world.Cli("show sflow | json");
+            refusal = shown.errors;
+            if (shown.status != 0) return false;
+            have = support::StateShown(shown.output);
             return have == wanted;
         }))
         return;
     std::ostringstream text;
-    text << "the manager shows what running does not say:\n" << wanted << "but:\n" << have;
+    text << "the manager shows what running does not say:\n" << wanted << "but:\n" << have << refusal;
     throw Violation(text.str());
 }
 
