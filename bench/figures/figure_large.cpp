@@ -16,32 +16,12 @@ namespace {
 
 constexpr std::size_t kCallsEach = 3;
 constexpr std::size_t kBulkCommits = 6;
-constexpr std::size_t kRestarts = 3;
 
 double OneLeaf(MeasuredSwitch& target, std::size_t interfaces, std::size_t runs)
 {
     std::vector<double> times;
     for (std::size_t run = 0; run < runs; ++run)
         times.push_back(target.TimedCommit(RateXml(run * 37 % interfaces, 2000 + run % 1000), 1));
-    return Median(times);
-}
-
-double Restart(MeasuredSwitch& target)
-{
-    std::vector<double> times;
-    const auto request = netconf::GetConfig(
-        "running", SflowXml("<interface><name>" + InterfaceName(1) + "</name></interface>"));
-    for (std::size_t run = 0; run < kRestarts; ++run) {
-        target.World().Cdbd().Kill();
-        const Stopwatch watch;
-        target.World().StartCdbd();
-        auto client = netconf::Client::Connect(target.World().NetconfSocket());
-        client.Send(request);
-        if (client.ReceiveMessage().find(InterfaceName(1)) == std::string::npos)
-            throw std::runtime_error("the restarted database does not have the configuration");
-        times.push_back(watch.Milliseconds());
-    }
-    target.Reconnect();
     return Median(times);
 }
 
@@ -64,7 +44,7 @@ void MeasureLarge(const Settings& settings, Table& table)
     const double most = OneLeaf(large, interfaces, settings.runs * 4);
     table.AtMost("8 one rate" + size, most, 1.5, "ms");
     table.AtMost("8 ratio to one rate, N = " + std::to_string(settings.few), most / few, 1.3, "");
-    const double fresh = Restart(large);
+    const double fresh = large.MedianRestart();
     table.AtMost("8 restart until the first answer" + size, fresh, 1500, "ms");
 
     for (std::size_t run = 0; run < kBulkCommits; ++run) {
@@ -72,7 +52,7 @@ void MeasureLarge(const Settings& settings, Table& table)
         // The daemon may not be back yet: that is a warning.
         if (!large.Client().Call(netconf::Commit()).ok) throw std::runtime_error("a bulk commit is refused");
     }
-    table.AtMost("8 restart behind bulk commits, to the one before", Restart(large) / fresh, 1.3, "");
+    table.AtMost("8 restart behind bulk commits, to the one before", large.MedianRestart() / fresh, 1.3, "");
 }
 
 }  // namespace figures

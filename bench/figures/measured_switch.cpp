@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <vector>
 
 #include "figures/measure.h"
 #include "figures/switch_data.h"
@@ -57,12 +58,31 @@ MeasuredSwitch::MeasuredSwitch(std::size_t interfaces)
     m_world.Start(SwitchJson(interfaces));
     m_journal = std::make_unique<JournalWatch>(m_world.Dir() / "journal-1");
     m_journal->SkipAll();
-    Reconnect();
+    Connect();
 }
 
-void MeasuredSwitch::Reconnect()
+void MeasuredSwitch::Connect()
 {
     m_client = std::make_unique<netconf::Client>(netconf::Client::Connect(m_world.NetconfSocket()));
+}
+
+double MeasuredSwitch::MedianRestart()
+{
+    constexpr int kRestarts = 3;
+    const auto request = netconf::GetConfig(
+        "running", SflowXml("<interface><name>" + InterfaceName(1) + "</name></interface>"));
+    std::vector<double> times;
+    for (int run = 0; run < kRestarts; ++run) {
+        m_world.Cdbd().Kill();
+        const Stopwatch watch;
+        m_world.StartCdbd();
+        Connect();
+        m_client->Send(request);
+        if (m_client->ReceiveMessage().find(InterfaceName(1)) == std::string::npos)
+            throw std::runtime_error("the restarted database does not have the configuration");
+        times.push_back(watch.Milliseconds());
+    }
+    return Median(times);
 }
 
 void MeasuredSwitch::Do(const std::string& operation)

@@ -42,8 +42,9 @@ public:
     [[nodiscard]] support::World& World() { return m_world; }
     [[nodiscard]] JournalWatch& Journal() { return *m_journal; }
     [[nodiscard]] netconf::Client& Client() { return *m_client; }
-    /// To a database that was started again.
-    void Reconnect();
+    /// Kills the database and starts it again, a few times: milliseconds until it has answered for one
+    /// interface.
+    double MedianRestart();
 
     /// Throws std::runtime_error with the reply where it is not ok.
     void Do(const std::string& operation);
@@ -55,6 +56,8 @@ public:
     double TimedCommit(const std::string& config, std::size_t calls);
 
 private:
+    void Connect();
+
     std::size_t m_interfaces;
     support::World m_world;
     std::unique_ptr<JournalWatch> m_journal;

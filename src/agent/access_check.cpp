@@ -159,19 +159,6 @@ bool EditCheck::MayDelete(const lyd_node* there)
     return true;
 }
 
-EditOp Inherited(cdb::DefaultOperation operation)
-{
-    switch (operation) {
-    case cdb::DefaultOperation::kReplace:
-        return EditOp::kReplace;
-    case cdb::DefaultOperation::kNone:
-        return EditOp::kNone;
-    case cdb::DefaultOperation::kMerge:
-        break;
-    }
-    return EditOp::kMerge;
-}
-
 /// Where the edit's node stands in a tree of the datastore; null: nowhere.
 const lyd_node* FindIn(const lyd_node* tree, const lyd_node* edit)
 {
@@ -195,7 +182,7 @@ std::optional<cdb::Error> AccessGrant::CheckEdit(const lyd_node* edit, cdb::Defa
 {
     if (m_writesAll) return std::nullopt;
     EditCheck check(*this, find);
-    check.Siblings(edit, nullptr, Inherited(operation), existing);
+    check.Siblings(edit, nullptr, cdb::InitialOperation(operation), existing);
     return check.Result();
 }
 

@@ -9,19 +9,6 @@
 namespace cdb {
 namespace {
 
-EditOp Initial(DefaultOperation operation)
-{
-    switch (operation) {
-    case DefaultOperation::kMerge:
-        return EditOp::kMerge;
-    case DefaultOperation::kReplace:
-        return EditOp::kReplace;
-    case DefaultOperation::kNone:
-        return EditOp::kNone;
-    }
-    return EditOp::kNone;
-}
-
 bool IsPresence(const lysc_node* node)
 {
     return node->nodetype == LYS_CONTAINER && (node->flags & LYS_PRESENCE) != 0;
@@ -55,7 +42,7 @@ std::optional<Error> Editor::Apply(const lyd_node* edit, DefaultOperation operat
 {
     // What a replacing edit does not mention goes.
     if (operation == DefaultOperation::kReplace) EmptyUnmentioned(edit);
-    return ApplySiblings(edit, Initial(operation), nullptr);
+    return ApplySiblings(edit, InitialOperation(operation), nullptr);
 }
 
 Editor::Result Editor::ApplySiblings(const lyd_node* edit, EditOp operation, lyd_node* parent)

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "cdb/datastore.h"
 #include "cdb/edit_errors.h"
 #include "cdb/tree.h"
 
@@ -55,6 +56,19 @@ bool IsPlainBelow(const lyd_node* edit)
 }
 
 }  // namespace
+
+EditOp InitialOperation(DefaultOperation operation)
+{
+    switch (operation) {
+    case DefaultOperation::kReplace:
+        return EditOp::kReplace;
+    case DefaultOperation::kNone:
+        return EditOp::kNone;
+    case DefaultOperation::kMerge:
+        break;
+    }
+    return EditOp::kMerge;
+}
 
 std::variant<EditOp, Error> OperationOf(const lyd_node* edit, EditOp inherited)
 {

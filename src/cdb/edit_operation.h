@@ -4,6 +4,7 @@
 #ifndef CDB_EDIT_OPERATION_H
 #define CDB_EDIT_OPERATION_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <variant>
@@ -14,7 +15,12 @@ struct lyd_node;
 
 namespace cdb {
 
+enum class DefaultOperation : std::uint8_t;  // datastore.h
+
 enum class EditOp { kMerge, kReplace, kCreate, kDelete, kRemove, kNone };
+
+/// What an edit's top-level nodes inherit.
+EditOp InitialOperation(DefaultOperation operation);
 
 /// The node's own operation, else the inherited one; bad-attribute for one that does not exist.
 std::variant<EditOp, Error> OperationOf(const lyd_node* edit, EditOp inherited);

@@ -22,14 +22,10 @@ public:
 
     std::vector<NewEntry> Run(const lyd_node* edit, DefaultOperation operation)
     {
-        EditOp initial = EditOp::kMerge;
-        if (operation == DefaultOperation::kNone) initial = EditOp::kNone;
-        if (operation == DefaultOperation::kReplace) {
-            initial = EditOp::kReplace;
+        if (operation == DefaultOperation::kReplace)
             for (const auto& node : m_table.Nodes())
                 if (node.kind == NodeKind::kList) EmptyList(node.id);
-        }
-        static_cast<void>(Siblings(edit, initial));  // an error ends the edit there
+        static_cast<void>(Siblings(edit, InitialOperation(operation)));  // an error ends the edit there
         return std::move(m_created);
     }
 

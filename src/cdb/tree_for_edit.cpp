@@ -79,26 +79,13 @@ private:
     std::set<Place> m_loaded;  // an edit may name an entry more than once
 };
 
-EditOp Initial(DefaultOperation operation)
-{
-    switch (operation) {
-    case DefaultOperation::kReplace:
-        return EditOp::kReplace;
-    case DefaultOperation::kNone:
-        return EditOp::kNone;
-    case DefaultOperation::kMerge:
-        break;
-    }
-    return EditOp::kMerge;
-}
-
 }  // namespace
 
 TreePtr LoadTreeForEdit(const Schema& schema, RowView& rows, const lyd_node* edit, DefaultOperation operation)
 {
     EditTree tree(schema, rows);
     if (operation == DefaultOperation::kReplace) tree.AllUnits();
-    tree.Siblings(edit, Initial(operation));
+    tree.Siblings(edit, InitialOperation(operation));
     return tree.Tree();
 }
 
