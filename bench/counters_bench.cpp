@@ -21,13 +21,13 @@
 
 #include <benchmark/benchmark.h>
 
-#include "manager/exporter.h"
+#include "manager/export/exporter.h"
+#include "manager/export/poller.h"
 #include "manager/fake_timers.h"
 #include "manager/fake_worker.h"
-#include "manager/poller.h"
-#include "net/counters.h"
-#include "net/counters_links.h"
-#include "net/links.h"
+#include "net/counters/counters.h"
+#include "net/counters/counters_links.h"
+#include "net/links/links.h"
 #include "support/network.h"
 
 namespace {

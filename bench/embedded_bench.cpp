@@ -11,8 +11,8 @@
 
 #include <benchmark/benchmark.h>
 
-#include "cdb/schema.h"
-#include "cdb/store.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 #include "platform/embedded/qxos/context_access.h"
 #include "platform/embedded/runtime.h"
 

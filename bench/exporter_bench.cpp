@@ -23,7 +23,7 @@
 #include <thread>
 #include <vector>
 
-#include "manager/exporter.h"
+#include "manager/export/exporter.h"
 
 namespace {
 

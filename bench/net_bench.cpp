@@ -12,9 +12,9 @@
 
 #include <benchmark/benchmark.h>
 
-#include "net/bridges.h"
-#include "net/resolver.h"
-#include "net/routes.h"
+#include "net/bridges/bridges.h"
+#include "net/resolver/resolver.h"
+#include "net/routes/routes.h"
 
 namespace {
 

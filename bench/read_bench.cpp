@@ -13,11 +13,11 @@
 #include <stdexcept>
 #include <string>
 
-#include "agent/data_source_rows.h"
-#include "agent/data_source_tree.h"
-#include "agent/data_writer.h"
-#include "agent/yang_tree.h"
-#include "cdb/row_view.h"
+#include "agent/data/data_source_rows.h"
+#include "agent/data/data_source_tree.h"
+#include "agent/data/data_writer.h"
+#include "agent/data/yang_tree.h"
+#include "cdb/rows/row_view.h"
 
 namespace {
 

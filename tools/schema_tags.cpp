@@ -8,7 +8,7 @@
 #include <map>
 #include <string>
 
-#include "cdb/schema.h"
+#include "cdb/schema/schema.h"
 
 namespace {
 

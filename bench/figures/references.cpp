@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "cdb/schema.h"
+#include "cdb/schema/schema.h"
 #include "figures/measure.h"
 #include "support/world.h"
 

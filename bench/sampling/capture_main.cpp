@@ -11,8 +11,8 @@
 
 #include <fmt/format.h>
 
-#include "capture/ebpf_source.h"
-#include "capture/ring_source.h"
+#include "capture/ebpf/source.h"
+#include "capture/packet_socket/source.h"
 #include "figures/measure.h"
 #include "sampling/figures.h"
 #include "sampling/measured_source.h"

@@ -23,7 +23,7 @@ void MeasuredSource::CountingSink::OnSamples(std::span<const capture::Sample> ba
 }
 
 MeasuredSource::MeasuredSource(const Make& make)
-    : m_timers(ipc::MakeTimers(m_loop)),
+    : m_timers(base::MakeTimers(m_loop)),
       m_source(make(m_loop, *m_timers, m_sink)),
       m_work(m_loop.get_executor()),
       m_thread([this] {

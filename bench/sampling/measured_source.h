@@ -14,14 +14,14 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 
+#include "base/timers.h"
 #include "capture/packet_source.h"
-#include "ipc/timers.h"
 
 namespace sampling {
 
 class MeasuredSource {
 public:
-    using Make = std::function<std::unique_ptr<capture::PacketSource>(boost::asio::io_context&, ipc::Timers&,
+    using Make = std::function<std::unique_ptr<capture::PacketSource>(boost::asio::io_context&, base::Timers&,
                                                                       capture::SampleSink&)>;
 
     /// Throws capture::Unavailable.
@@ -56,7 +56,7 @@ private:
     void InLoop(const std::function<void()>& action);
 
     boost::asio::io_context m_loop;
-    std::unique_ptr<ipc::Timers> m_timers;
+    std::unique_ptr<base::Timers> m_timers;
     CountingSink m_sink;
     std::unique_ptr<capture::PacketSource> m_source;
     std::uint32_t m_ifIndex = 0;  // 0: not sampled

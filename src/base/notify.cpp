@@ -1,4 +1,4 @@
-#include "ipc/notify.h"
+#include "base/notify.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -14,7 +14,7 @@
 
 #include "log/log.h"
 
-namespace ipc {
+namespace base {
 namespace {
 
 std::optional<std::string> OwnVariable(const char* name)
@@ -101,4 +101,4 @@ void ServiceNotifier::Tell(std::string_view state) const
         slog::Debug("the service manager can't be told {}: {}", state, std::strerror(errno));
 }
 
-}  // namespace ipc
+}  // namespace base

@@ -1,8 +1,8 @@
 // What a service tells the manager that has started it (sd_notify(3)): that it serves, that its loop still
 // turns, that it ends. Without such a manager nothing is told. Used by all three processes.
 
-#ifndef IPC_NOTIFY_H
-#define IPC_NOTIFY_H
+#ifndef BASE_NOTIFY_H
+#define BASE_NOTIFY_H
 
 #include <chrono>
 #include <functional>
@@ -11,9 +11,9 @@
 #include <string>
 #include <string_view>
 
-#include "ipc/timers.h"
+#include "base/timers.h"
 
-namespace ipc {
+namespace base {
 
 class ServiceNotifier {
 public:
@@ -41,6 +41,6 @@ private:
     std::shared_ptr<void> m_timer;
 };
 
-}  // namespace ipc
+}  // namespace base
 
 #endif

@@ -1,9 +1,9 @@
-#include "ipc/text.h"
+#include "base/text.h"
 
 #include <algorithm>
 #include <cstdint>
 
-namespace ipc {
+namespace base {
 namespace {
 
 /// One character: how many bytes it has, and whether it may be shown.
@@ -76,4 +76,4 @@ void MakePresentable(std::string& text, std::size_t limit)
     if (text.size() > limit || !IsPresentable(text)) text = Presentable(text, limit);
 }
 
-}  // namespace ipc
+}  // namespace base

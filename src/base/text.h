@@ -1,14 +1,14 @@
 // Texts that peers send, made fit for everything that later shows them: XML, JSON, the log, a terminal.
 // To be used where such a text comes in, once.
 
-#ifndef IPC_TEXT_H
-#define IPC_TEXT_H
+#ifndef BASE_TEXT_H
+#define BASE_TEXT_H
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 
-namespace ipc {
+namespace base {
 
 /// How much of one text of a peer is kept.
 inline constexpr std::size_t kMaxPeerText = 4096;
@@ -25,6 +25,6 @@ std::string Presentable(std::string_view text, std::size_t limit = kMaxPeerText)
 /// The same, in place. A text that is fit already, as nearly all are, is not copied.
 void MakePresentable(std::string& text, std::size_t limit = kMaxPeerText);
 
-}  // namespace ipc
+}  // namespace base
 
 #endif

@@ -1,4 +1,4 @@
-#include "ipc/thread.h"
+#include "base/thread.h"
 
 #include <pthread.h>
 
@@ -7,7 +7,7 @@
 #include <memory>
 #include <utility>
 
-namespace ipc {
+namespace base {
 namespace {
 
 constexpr std::size_t kStack = std::size_t{256} * 1024;
@@ -40,4 +40,4 @@ bool BeginThread(std::function<void()> run)
     return begun;
 }
 
-}  // namespace ipc
+}  // namespace base

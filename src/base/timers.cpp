@@ -1,6 +1,6 @@
 // The real time, on an Asio loop.
 
-#include "ipc/timers.h"
+#include "base/timers.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,7 +13,7 @@
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
 
-namespace ipc {
+namespace base {
 namespace {
 
 using Clock = std::chrono::steady_clock;  // the kernel's CLOCK_MONOTONIC
@@ -162,4 +162,4 @@ std::unique_ptr<Timers> MakeTimers(boost::asio::io_context& loop)
     return std::make_unique<LoopTimers>(loop);
 }
 
-}  // namespace ipc
+}  // namespace base

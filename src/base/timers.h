@@ -1,7 +1,7 @@
 // Time as a dependency: what reconnects, checks or gives up takes one of these, and tests advance it.
 
-#ifndef IPC_TIMERS_H
-#define IPC_TIMERS_H
+#ifndef BASE_TIMERS_H
+#define BASE_TIMERS_H
 
 #include <chrono>
 #include <functional>
@@ -11,7 +11,7 @@ namespace boost::asio {
 class io_context;
 }
 
-namespace ipc {
+namespace base {
 
 /// A timer that is set over and over. What is on the hot path has one: to set it allocates nothing and costs
 /// one system call.
@@ -45,6 +45,6 @@ public:
 /// The real time, on the loop given, which must outlive it.
 std::unique_ptr<Timers> MakeTimers(boost::asio::io_context& loop);
 
-}  // namespace ipc
+}  // namespace base
 
 #endif

@@ -1,6 +1,6 @@
 // The thread knows nothing of the loop: it tells it by a descriptor that it is done.
 
-#include "ipc/worker.h"
+#include "base/worker.h"
 
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -17,9 +17,9 @@
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
 
-#include "ipc/thread.h"
+#include "base/thread.h"
 
-namespace ipc {
+namespace base {
 namespace {
 
 using Action = std::function<void()>;
@@ -184,4 +184,4 @@ std::unique_ptr<Worker> MakeWorker(boost::asio::io_context& loop, std::chrono::m
     return std::make_unique<ThreadWorker>(loop, patience);
 }
 
-}  // namespace ipc
+}  // namespace base

@@ -2,8 +2,8 @@
 // the loop need not wait. A dependency like time: tests have one that does it at once. Used by the manager
 // for requests that wait while somebody else changes links.
 
-#ifndef IPC_WORKER_H
-#define IPC_WORKER_H
+#ifndef BASE_WORKER_H
+#define BASE_WORKER_H
 
 #include <chrono>
 #include <functional>
@@ -13,7 +13,7 @@ namespace boost::asio {
 class io_context;
 }
 
-namespace ipc {
+namespace base {
 
 class Worker {
 public:
@@ -42,6 +42,6 @@ constexpr std::chrono::milliseconds kWorkerWaits{std::chrono::hours(24)};
 std::unique_ptr<Worker> MakeWorker(boost::asio::io_context& loop,
                                    std::chrono::milliseconds patience = kWorkerPatience);
 
-}  // namespace ipc
+}  // namespace base
 
 #endif

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "cdb/error.h"
+#include "cdb/model/error.h"
 #include "guard/data_file.h"
 
 namespace guard {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <array>
 
-#include "ipc/text.h"
+#include "base/text.h"
 #include "netconf/names.h"
 
 namespace guard {
@@ -98,7 +98,7 @@ bool Walk::BadOperation(const Node& child, std::string_view operation)
 {
     if (std::find(kOperations.begin(), kOperations.end(), operation) != kOperations.end()) return true;
     return Refuse(ErrorTag::kBadAttribute, PathOf(child),
-                  "there is no operation \"" + ipc::Presentable(operation, kShownValue) +
+                  "there is no operation \"" + base::Presentable(operation, kShownValue) +
                       "\"; use merge, replace, create, delete or remove",
                   {{"bad-attribute", "operation"}, {"bad-element", std::string(child.name)}});
 }

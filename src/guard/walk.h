@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "cdb/error.h"
+#include "cdb/model/error.h"
 #include "guard/schema_index.h"
 #include "netconf/xml.h"
 

@@ -12,7 +12,7 @@
 
 namespace ipc {
 
-Link::Link(boost::asio::io_context& loop, Timers& timers, std::string path, Handlers handlers)
+Link::Link(boost::asio::io_context& loop, base::Timers& timers, std::string path, Handlers handlers)
     : m_loop(loop), m_timers(timers), m_path(std::move(path)), m_handlers(std::move(handlers))
 {
 }

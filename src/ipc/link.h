@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "ipc/timers.h"
+#include "base/timers.h"
 
 namespace google::protobuf {
 class MessageLite;
@@ -35,7 +35,7 @@ public:
     };
 
     /// `loop` and `timers` must outlive it.
-    Link(boost::asio::io_context& loop, Timers& timers, std::string path, Handlers handlers);
+    Link(boost::asio::io_context& loop, base::Timers& timers, std::string path, Handlers handlers);
     Link(const Link&) = delete;
     Link& operator=(const Link&) = delete;
     ~Link();
@@ -69,7 +69,7 @@ private:
     void DropChannel(bool discard);
 
     boost::asio::io_context& m_loop;
-    Timers& m_timers;
+    base::Timers& m_timers;
     const std::string m_path;
     const Handlers m_handlers;
     std::shared_ptr<Channel> m_channel;

@@ -1,6 +1,6 @@
 // The socket: requests, dumps and what comes unasked.
 
-#include "net/netlink.h"
+#include "netlink/netlink.h"
 
 #include <cerrno>
 #include <chrono>

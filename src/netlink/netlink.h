@@ -2,8 +2,8 @@
 // come unasked. It knows nothing of what the messages mean. The reader of attributes takes any bytes.
 // Used by the monitor, the route look-ups and the counter reader of this folder.
 
-#ifndef NET_NETLINK_H
-#define NET_NETLINK_H
+#ifndef NETLINK_NETLINK_H
+#define NETLINK_NETLINK_H
 
 #include <array>
 #include <cstddef>

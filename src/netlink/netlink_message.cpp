@@ -4,7 +4,7 @@
 
 #include <libmnl/libmnl.h>
 
-#include "net/netlink.h"
+#include "netlink/netlink.h"
 
 namespace net {
 namespace {

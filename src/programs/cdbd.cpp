@@ -15,19 +15,19 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 
-#include "agent/access.h"
-#include "agent/agent.h"
-#include "agent/export_file.h"
-#include "agent/initial_file.h"
-#include "agent/program_options.h"
-#include "agent/store_report.h"
-#include "agent/user.h"
-#include "cdb/datastore.h"
-#include "cdb/schema.h"
-#include "cdb/store.h"
-#include "ipc/notify.h"
+#include "agent/access/access.h"
+#include "agent/access/user.h"
+#include "agent/files/export_file.h"
+#include "agent/files/initial_file.h"
+#include "agent/process/agent.h"
+#include "agent/process/program_options.h"
+#include "agent/process/store_report.h"
+#include "base/notify.h"
+#include "base/timers.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 #include "ipc/peer.h"
-#include "ipc/timers.h"
 #include "ipc/trust.h"
 #include "log/log.h"
 
@@ -132,8 +132,8 @@ void Run(const agent::ProgramOptions& options)
         return;
     }
     boost::asio::signal_set reloads(loop, SIGHUP);
-    const auto timers = ipc::MakeTimers(loop);
-    ipc::ServiceNotifier serviceManager(*timers);
+    const auto timers = base::MakeTimers(loop);
+    base::ServiceNotifier serviceManager(*timers);
     schema = cdb::Schema::Load(options.yangDirectory);
     if (!options.exportFile.empty())
         return agent::ExportFile(*schema, options.stateDirectory, options.exportFile, std::cout);

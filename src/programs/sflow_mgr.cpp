@@ -11,11 +11,11 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 
-#include "ipc/notify.h"
-#include "ipc/timers.h"
+#include "base/notify.h"
+#include "base/timers.h"
 #include "log/log.h"
-#include "manager/assembly.h"
-#include "manager/options.h"
+#include "manager/process/assembly.h"
+#include "manager/process/options.h"
 
 namespace {
 
@@ -46,8 +46,8 @@ void Run(const manager::Options& options)
         if (!error) loop.stop();
     });
     std::signal(SIGPIPE, SIG_IGN);  // a journal may be a pipe that nobody reads
-    const auto timers = ipc::MakeTimers(loop);
-    ipc::ServiceNotifier serviceManager(*timers);  // connects before system calls are restricted
+    const auto timers = base::MakeTimers(loop);
+    base::ServiceNotifier serviceManager(*timers);  // connects before system calls are restricted
     const manager::Assembly assembly(loop, options, directory);
     serviceManager.Ready();
     slog::Notice("sFlow manager ready on {}/manager.sock", directory);

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "cdb/schema.h"
+#include "cdb/schema/schema.h"
 #include "cli/command.h"
 #include "cli/options.h"
 #include "cli/shell.h"

@@ -12,7 +12,7 @@
 #include <memory>
 #include <string>
 
-#include "agent/access.h"
+#include "agent/access/access.h"
 #include "agent/agent_world.h"
 
 namespace agent_tests {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "agent/access_world.h"
-#include "agent/yang_tree.h"
+#include "agent/data/yang_tree.h"
 
 namespace agent_tests {
 namespace {

@@ -16,10 +16,10 @@
 
 #include <boost/asio/io_context.hpp>
 
-#include "agent/agent.h"
-#include "cdb/datastore.h"
-#include "cdb/schema.h"
-#include "cdb/store.h"
+#include "agent/process/agent.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 #include "guard/schema_index.h"
 #include "ipc/cdb.pb.h"
 #include "netconf/client.h"

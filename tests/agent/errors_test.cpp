@@ -1,6 +1,6 @@
 // The mapping of typed errors to <rpc-error>s.
 
-#include "agent/errors.h"
+#include "agent/data/errors.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

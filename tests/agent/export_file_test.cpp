@@ -1,6 +1,6 @@
 // The configuration to a file and from one.
 
-#include "agent/export_file.h"
+#include "agent/files/export_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

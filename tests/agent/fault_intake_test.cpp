@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/fault_intake.h"
+#include "agent/clients/fault_intake.h"
 #include "manager/fake_timers.h"
 
 namespace {

@@ -7,10 +7,10 @@
 #include <variant>
 
 #include "agent/agent_world.h"
-#include "agent/data_source_tree.h"
-#include "agent/data_writer.h"
-#include "agent/rpc.h"
-#include "agent/yang_tree.h"
+#include "agent/data/data_source_tree.h"
+#include "agent/data/data_writer.h"
+#include "agent/data/yang_tree.h"
+#include "agent/netconf/rpc.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <variant>
 
 #include "agent/agent_world.h"
-#include "agent/rpc.h"
+#include "agent/netconf/rpc.h"
 #include "fuzz/opaque_nodes.h"
 
 namespace agent_tests {

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "agent/agent_world.h"
-#include "agent/rpc.h"
+#include "agent/netconf/rpc.h"
 
 namespace agent_tests {
 namespace {

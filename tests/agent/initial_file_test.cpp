@@ -1,6 +1,6 @@
 // The first configuration from a file: both formats, and files that are none.
 
-#include "agent/initial_file.h"
+#include "agent/files/initial_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

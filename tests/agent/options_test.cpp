@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/program_options.h"
+#include "agent/process/program_options.h"
 
 namespace {
 

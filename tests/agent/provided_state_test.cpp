@@ -1,6 +1,6 @@
 // What a provider may send, and what makes its answer void.
 
-#include "agent/provided_state.h"
+#include "agent/state/provided_state.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,8 +14,8 @@
 #include <google/protobuf/text_format.h>
 
 #include "agent/agent_world.h"
-#include "agent/provider_node.h"
-#include "agent/value_check.h"
+#include "agent/clients/provider_node.h"
+#include "agent/state/value_check.h"
 
 namespace agent_tests {
 namespace {

@@ -9,10 +9,10 @@
 #include <utility>
 #include <vector>
 
-#include "agent/data_schema.h"
-#include "agent/subtree_filter.h"
-#include "agent/yang_tree.h"
-#include "cdb/store.h"
+#include "agent/data/data_schema.h"
+#include "agent/data/subtree_filter.h"
+#include "agent/data/yang_tree.h"
+#include "cdb/store/store.h"
 
 namespace agent_tests {
 

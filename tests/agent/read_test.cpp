@@ -9,12 +9,12 @@
 #include <variant>
 
 #include "agent/agent_world.h"
-#include "agent/data_source_rows.h"
-#include "agent/data_source_tree.h"
-#include "agent/data_writer.h"
+#include "agent/data/data_source_rows.h"
+#include "agent/data/data_source_tree.h"
+#include "agent/data/data_writer.h"
 #include "agent/random_data.h"
 #include "agent/slow_writer.h"
-#include "cdb/row_view.h"
+#include "cdb/rows/row_view.h"
 
 namespace {
 

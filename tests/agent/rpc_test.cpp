@@ -1,6 +1,6 @@
 // Messages that do not become requests: which error each gets.
 
-#include "agent/rpc.h"
+#include "agent/netconf/rpc.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "agent/data_writer.h"
-#include "agent/subtree_filter.h"
+#include "agent/data/data_writer.h"
+#include "agent/data/subtree_filter.h"
 
 struct lyd_node;
 

@@ -1,7 +1,7 @@
 // Subtree filters as what is asked of a provider, as a table: it may be more than the filter selects, never
 // less.
 
-#include "agent/state_selection.h"
+#include "agent/state/state_selection.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +9,8 @@
 #include <variant>
 
 #include "agent/agent_world.h"
-#include "agent/provider_node.h"
-#include "agent/rpc.h"
+#include "agent/clients/provider_node.h"
+#include "agent/netconf/rpc.h"
 
 namespace agent_tests {
 namespace {

@@ -1,6 +1,6 @@
 // State as a tree: its order, its look-ups, and how two become one.
 
-#include "agent/state_tree.h"
+#include "agent/state/state_tree.h"
 
 #include <gtest/gtest.h>
 #include <libyang/libyang.h>
@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "agent/agent_world.h"
-#include "agent/provider_node.h"
+#include "agent/clients/provider_node.h"
 
 namespace agent_tests {
 namespace {

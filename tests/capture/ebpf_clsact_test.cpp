@@ -15,7 +15,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "capture/ebpf_clsact_claim.h"
+#include "capture/ebpf/clsact_claim.h"
 #include "capture/ebpf_other_process.h"
 #include "capture/ebpf_world.h"
 

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "capture/ebpf_gap.h"
+#include "capture/ebpf/gap.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "capture/ebpf_grace.h"
+#include "capture/ebpf/grace.h"
 #include "embedded/manual_timers.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "capture/ebpf_waker.h"
+#include "capture/ebpf/waker.h"
 #include "capture/ebpf_world.h"
 
 namespace {

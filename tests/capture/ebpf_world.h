@@ -18,7 +18,7 @@
 #include <sched.h>
 #include <boost/asio/io_context.hpp>
 
-#include "capture/ebpf_source.h"
+#include "capture/ebpf/source.h"
 #include "embedded/manual_timers.h"
 #include "support/network.h"
 #include "support/poll.h"

@@ -1,6 +1,6 @@
 // Reading of blocks: as the kernel writes them, and with contents that it never writes.
 
-#include "capture/ring_blocks.h"
+#include "capture/packet_socket/blocks.h"
 
 #include <gmock/gmock.h>
 #include <linux/if_ether.h>

@@ -1,7 +1,7 @@
 // The programs of the packet sockets: instruction by instruction with numbers in place of chance, and by the
 // kernel on real packets.
 
-#include "capture/ring_filter.h"
+#include "capture/packet_socket/filter.h"
 
 #include <gmock/gmock.h>
 #include <linux/if_packet.h>
@@ -10,7 +10,7 @@
 #include <limits>
 #include <ostream>
 
-#include "capture/ring_socket.h"
+#include "capture/packet_socket/socket.h"
 #include "capture/source_suite.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "capture/cable.h"
-#include "capture/ring_pair.h"
+#include "capture/packet_socket/pair.h"
 #include "capture/source_suite.h"
 
 namespace ring_follow_tests {

@@ -1,7 +1,7 @@
 // The two sockets of an interface in the kernel: on one hook and on two, over times in which the interface is
 // down, and what becomes of packets that are several frames.
 
-#include "capture/ring_pair.h"
+#include "capture/packet_socket/pair.h"
 
 #include <gmock/gmock.h>
 #include <linux/if_packet.h>

@@ -1,7 +1,7 @@
 // What only packet sockets have to do as a source: pools that are exact at 1:1, rings that are made anew, and
 // rows of changes that hold nobody up.
 
-#include "capture/ring_source.h"
+#include "capture/packet_socket/source.h"
 
 #include <gmock/gmock.h>
 
@@ -40,7 +40,7 @@ protected:
     {
         OnCable::SetUp();
         if (IsSkipped()) return;
-        m_timers = ipc::MakeTimers(m_loop);
+        m_timers = base::MakeTimers(m_loop);
         m_source = MakeRingSource(m_loop, *m_timers, m_sink, {});
     }
 
@@ -70,7 +70,7 @@ protected:
     }
 
     boost::asio::io_context m_loop;
-    std::unique_ptr<ipc::Timers> m_timers;
+    std::unique_ptr<base::Timers> m_timers;
     Sink m_sink;
     std::unique_ptr<PacketSource> m_source;
 };

@@ -1,6 +1,6 @@
 // When a ring wakes the process, and how its sockets are ended.
 
-#include "capture/ring_waker.h"
+#include "capture/packet_socket/waker.h"
 
 #include <gmock/gmock.h>
 #include <linux/filter.h>
@@ -18,8 +18,8 @@
 #include <set>
 #include <vector>
 
+#include "capture/packet_socket/closer.h"
 #include "capture/packet_source.h"
-#include "capture/ring_closer.h"
 #include "support/network.h"
 
 namespace {

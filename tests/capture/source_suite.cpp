@@ -11,10 +11,8 @@
 #include <ostream>
 #include <system_error>
 
-#include "capture/ring_source.h"
-#ifdef WITH_EBPF_SOURCE
-#include "capture/ebpf_source.h"
-#endif
+#include "capture/ebpf/source.h"
+#include "capture/packet_socket/source.h"
 
 namespace source_suite {
 
@@ -27,16 +25,14 @@ constexpr std::chrono::milliseconds kLongest{150};
 std::vector<Kind> Kinds()
 {
     std::vector<Kind> kinds{{"ring", capture::MakeRingSource}};
-#ifdef WITH_EBPF_SOURCE
     for (const auto& [name, hook] :
          {std::pair{"tcx", capture::EbpfHook::kTcx}, std::pair{"clsact", capture::EbpfHook::kClsact}}) {
         kinds.push_back(
-            {name, [hook = hook](boost::asio::io_context& loop, ipc::Timers& timers,
+            {name, [hook = hook](boost::asio::io_context& loop, base::Timers& timers,
                                  capture::SampleSink& sink, const capture::SourceOptions& options) {
                  return capture::MakeEbpfSource(loop, timers, sink, options, hook);
              }});
     }
-#endif
     return kinds;
 }
 
@@ -85,7 +81,7 @@ void SourceSuite::SetUp()
 {
     if (const std::string why = support::Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
     m_network.emplace();
-    m_timers = ipc::MakeTimers(m_loop);
+    m_timers = base::MakeTimers(m_loop);
     // One CPU sends and draws, so that samples come in the order of the frames.
     cpu_set_t first;
     CPU_ZERO(&first);

@@ -17,8 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "base/timers.h"
 #include "capture/packet_source.h"
-#include "ipc/timers.h"
 #include "support/network.h"
 
 namespace source_suite {
@@ -28,7 +28,7 @@ inline constexpr std::uint32_t kOwnMark = 0x5f10a7;
 /// A source that the suite runs on.
 struct Kind {
     std::string name;
-    std::function<std::unique_ptr<capture::PacketSource>(boost::asio::io_context&, ipc::Timers&,
+    std::function<std::unique_ptr<capture::PacketSource>(boost::asio::io_context&, base::Timers&,
                                                          capture::SampleSink&, const capture::SourceOptions&)>
         make;
 };
@@ -91,7 +91,7 @@ protected:
     void SendNumbered(const std::string& device, std::uint64_t first, std::uint64_t count,
                       std::size_t size = 100);
     boost::asio::io_context m_loop;
-    std::unique_ptr<ipc::Timers> m_timers;
+    std::unique_ptr<base::Timers> m_timers;
     std::optional<support::Network> m_network;
     Record m_record;
     std::unique_ptr<capture::PacketSource> m_source;

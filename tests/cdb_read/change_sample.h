@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "cdb/change_set.h"
+#include "cdb/model/change_set.h"
 #include "sample.h"
 
 namespace change_sample {

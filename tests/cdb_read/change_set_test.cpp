@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cdb/change_set.h"
+#include "cdb/model/change_set.h"
 #include "change_sample.h"
 
 namespace {

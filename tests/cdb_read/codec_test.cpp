@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cdb/store_codec.h"
+#include "cdb/rows/codec.h"
 #include "sample.h"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cdb/path.h"
+#include "cdb/model/path.h"
 #include "sample.h"
 
 namespace {

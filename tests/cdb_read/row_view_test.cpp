@@ -9,7 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "cdb/row_view.h"
+#include "cdb/rows/row_view.h"
 #include "sample.h"
 #include "temp_directory.h"
 

@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "cdb/schema.h"
-#include "cdb/store.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 
 namespace sample {
 

@@ -1,6 +1,6 @@
 // What lies between two revisions of the schema.
 
-#include "cdb/schema_difference.h"
+#include "cdb/schema/difference.h"
 
 #include <functional>
 

@@ -8,7 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "cdb/store_codec.h"
+#include "cdb/rows/codec.h"
 #include "sample.h"
 #include "temp_directory.h"
 

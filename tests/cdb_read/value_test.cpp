@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "cdb/value.h"
-#include "cdb/value_message.h"
+#include "cdb/model/value.h"
+#include "cdb/model/value_message.h"
 #include "ipc/cdb.pb.h"
 
 namespace {

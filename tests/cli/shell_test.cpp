@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "cdb/error.h"
+#include "cdb/model/error.h"
 #include "cli/peer.h"
 #include "cli/yang.h"
 

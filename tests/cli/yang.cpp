@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "cdb/schema.h"
+#include "cdb/schema/schema.h"
 
 namespace cli_test {
 

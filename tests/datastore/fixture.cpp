@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "cdb/path.h"
-#include "cdb/tree_load.h"
+#include "cdb/datastore/tree_load.h"
+#include "cdb/model/path.h"
 
 namespace tests {
 namespace {

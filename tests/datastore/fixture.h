@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "cdb/datastore.h"
-#include "cdb/tree.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/datastore/tree.h"
 
 namespace tests {
 

@@ -8,7 +8,7 @@
 #include <memory>
 #include <new>
 
-#include "cdb/tree.h"
+#include "cdb/datastore/tree.h"
 
 namespace tests::naive {
 namespace {

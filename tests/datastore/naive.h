@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "cdb/change_set.h"
-#include "cdb/schema.h"
-#include "cdb/store.h"
+#include "cdb/model/change_set.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 
 struct lyd_node;
 

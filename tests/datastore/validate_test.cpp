@@ -1,6 +1,6 @@
 // What validation finds, and in which words.
 
-#include "cdb/validate.h"
+#include "cdb/datastore/validate.h"
 
 #include "fixture.h"
 

@@ -3,9 +3,9 @@
 
 #include <libyang/libyang.h>
 
-#include "cdb/datastore.h"
-#include "cdb/schema.h"
-#include "cdb/value_message.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/model/value_message.h"
+#include "cdb/schema/schema.h"
 #include "contract/contract_suite.h"
 #include "log/log.h"
 #include "world.h"

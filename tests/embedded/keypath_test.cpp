@@ -3,7 +3,7 @@
 #include "platform/embedded/confd/convert.h"
 #include "world.h"
 
-#include "cdb/path.h"
+#include "cdb/model/path.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "ipc/timers.h"
+#include "base/timers.h"
 
-class ManualTimers final : public ipc::Timers {
+class ManualTimers final : public base::Timers {
 public:
     using Milliseconds = std::chrono::milliseconds;
 

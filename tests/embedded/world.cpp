@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "cdb/schema.h"
+#include "cdb/schema/schema.h"
 #include "log/log.h"
 #include "platform/embedded/qxos/context_access.h"
 

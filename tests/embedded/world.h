@@ -18,8 +18,8 @@
 
 #include <gtest/gtest.h>
 
-#include "cdb/change_set.h"
-#include "cdb/store.h"
+#include "cdb/model/change_set.h"
+#include "cdb/store/store.h"
 #include "handlers.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/manager.pb.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "manager/exporter.h"
+#include "manager/export/exporter.h"
 
 namespace exporter_test {
 

@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "exporter/world.h"
-#include "manager/stream_pool.h"
+#include "manager/export/stream_pool.h"
 
 namespace exporter_test {
 namespace {

@@ -14,8 +14,8 @@
 #include <gtest/gtest.h>
 
 #include "exporter/world.h"
-#include "manager/stream_datagram.h"
-#include "manager/stream_socket.h"
+#include "manager/export/stream_datagram.h"
+#include "manager/export/stream_socket.h"
 #include "support/few_files.h"
 
 namespace exporter_test {

@@ -14,7 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "exporter/collector.h"
-#include "manager/exporter.h"
+#include "manager/export/exporter.h"
 #include "support/network.h"
 
 namespace exporter_test {

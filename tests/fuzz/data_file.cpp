@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "cdb/schema.h"
+#include "cdb/schema/schema.h"
 #include "guard/data_file.h"
 #include "opaque_nodes.h"
 

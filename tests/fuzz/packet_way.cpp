@@ -8,10 +8,10 @@
 #include <optional>
 #include <vector>
 
-#include "net/bridges.h"
-#include "net/packet_header.h"
-#include "net/resolver.h"
-#include "net/routes.h"
+#include "net/bridges/bridges.h"
+#include "net/resolver/packet_header.h"
+#include "net/resolver/resolver.h"
+#include "net/routes/routes.h"
 
 namespace {
 

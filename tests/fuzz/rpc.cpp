@@ -8,8 +8,8 @@
 #include <string>
 #include <variant>
 
-#include "agent/rpc.h"
-#include "cdb/schema.h"
+#include "agent/netconf/rpc.h"
+#include "cdb/schema/schema.h"
 #include "opaque_nodes.h"
 
 namespace {

@@ -10,8 +10,8 @@
 #include <ostream>
 #include <string>
 
-#include "cdb/schema.h"
-#include "ipc/text.h"
+#include "base/text.h"
+#include "cdb/schema/schema.h"
 
 namespace {
 
@@ -152,7 +152,7 @@ TEST(File, ErrorsAreCutBetweenCharacters)
         const std::string operation = std::string(i, 'x') + Times(400, "\u20AC");
         const std::string problem = ProblemOf(Xml("<agent nc:operation='" + operation + "'/>"));
         EXPECT_THAT(problem, HasSubstr("there is no operation"));
-        EXPECT_TRUE(ipc::IsPresentable(problem)) << problem;
+        EXPECT_TRUE(base::IsPresentable(problem)) << problem;
     }
 }
 

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <boost/asio/io_context.hpp>
 
-#include "ipc/timers.h"
+#include "base/timers.h"
 
 namespace {
 
@@ -34,9 +34,9 @@ protected:
     }
 
     boost::asio::io_context m_loop;
-    const std::unique_ptr<ipc::Timers> m_timers = ipc::MakeTimers(m_loop);
+    const std::unique_ptr<base::Timers> m_timers = base::MakeTimers(m_loop);
     std::vector<Clock::time_point> m_rung;
-    std::unique_ptr<ipc::Alarm> m_alarm = m_timers->MakeAlarm([this] { m_rung.push_back(Clock::now()); });
+    std::unique_ptr<base::Alarm> m_alarm = m_timers->MakeAlarm([this] { m_rung.push_back(Clock::now()); });
     const Clock::time_point m_begin = Clock::now();
 };
 
@@ -102,16 +102,16 @@ TEST_F(AlarmTest, CanBeDroppedByWhatItCalls)
 }
 
 // What tests advance by hand, and whoever has no alarms of their own.
-class OtherTimers final : public ipc::Timers {
+class OtherTimers final : public base::Timers {
 public:
-    explicit OtherTimers(ipc::Timers& timers) : m_timers(timers) {}
+    explicit OtherTimers(base::Timers& timers) : m_timers(timers) {}
     std::shared_ptr<void> After(milliseconds delay, std::function<void()> action) override
     {
         return m_timers.After(delay, std::move(action));
     }
 
 private:
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
 };
 
 TEST_F(AlarmTest, IsTheSameWithTimersThatHaveNone)

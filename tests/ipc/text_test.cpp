@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "ipc/text.h"
+#include "base/text.h"
 
 namespace {
 
@@ -18,13 +18,13 @@ class TextTest : public testing::TestWithParam<Row> {};
 
 TEST_P(TextTest, IsShownAs)
 {
-    EXPECT_EQ(ipc::Presentable(GetParam().given), GetParam().shown);
+    EXPECT_EQ(base::Presentable(GetParam().given), GetParam().shown);
     std::string inPlace = GetParam().given;
-    ipc::MakePresentable(inPlace);
+    base::MakePresentable(inPlace);
     EXPECT_EQ(inPlace, GetParam().shown);
-    EXPECT_EQ(ipc::Presentable(GetParam().shown), GetParam().shown);
-    EXPECT_EQ(ipc::IsPresentable(GetParam().given), GetParam().given == GetParam().shown);
-    EXPECT_TRUE(ipc::IsPresentable(GetParam().shown));
+    EXPECT_EQ(base::Presentable(GetParam().shown), GetParam().shown);
+    EXPECT_EQ(base::IsPresentable(GetParam().given), GetParam().given == GetParam().shown);
+    EXPECT_TRUE(base::IsPresentable(GetParam().shown));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -47,12 +47,12 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(Text, IsCutBetweenCharacters)
 {
-    EXPECT_EQ(ipc::Presentable("abcd", 3), "abc");
-    EXPECT_EQ(ipc::Presentable("ab\xe2\x82\xac", 4), "ab");
-    EXPECT_EQ(ipc::Presentable("ab\xe2\x82\xac", 5), "ab\xe2\x82\xac");
-    EXPECT_EQ(ipc::Presentable(std::string(100'000, 'x')).size(), ipc::kMaxPeerText);
+    EXPECT_EQ(base::Presentable("abcd", 3), "abc");
+    EXPECT_EQ(base::Presentable("ab\xe2\x82\xac", 4), "ab");
+    EXPECT_EQ(base::Presentable("ab\xe2\x82\xac", 5), "ab\xe2\x82\xac");
+    EXPECT_EQ(base::Presentable(std::string(100'000, 'x')).size(), base::kMaxPeerText);
     std::string inPlace(100'000, 'x');
-    ipc::MakePresentable(inPlace, 10);
+    base::MakePresentable(inPlace, 10);
     EXPECT_EQ(inPlace, std::string(10, 'x'));
 }
 

@@ -1,7 +1,7 @@
 // What is done beside the loop: in a thread of its own, one task after the other, and nobody waits for one
 // that hangs.
 
-#include "ipc/worker.h"
+#include "base/worker.h"
 
 #include <pthread.h>
 #include <sys/resource.h>
@@ -22,7 +22,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 
-#include "ipc/thread.h"
+#include "base/thread.h"
 #include "support/barrier.h"
 #include "support/run_until.h"
 
@@ -46,7 +46,7 @@ protected:
     // A task that is left to itself keeps it.
     const std::shared_ptr<support::Barrier> m_barrier = std::make_shared<support::Barrier>();
     boost::asio::io_context m_loop;
-    std::unique_ptr<ipc::Worker> m_worker = ipc::MakeWorker(m_loop);
+    std::unique_ptr<base::Worker> m_worker = base::MakeWorker(m_loop);
     Strings m_done;
 };
 
@@ -115,7 +115,7 @@ TEST_F(WorkerTest, WhereNoThreadCanBeMadeTheLoopDoesTheWorkUntilThereIsOne)
     {
         const NoRoom none;
         // The C library keeps stacks of threads that have ended: these get them.
-        while (ipc::BeginThread([barrier = m_barrier] { barrier->Wait(); })) continue;
+        while (base::BeginThread([barrier = m_barrier] { barrier->Wait(); })) continue;
         ASSERT_TRUE(Comes(1));
     }
     m_barrier->LetGo();
@@ -176,7 +176,7 @@ TEST_F(WorkerTest, ItsEndDoesNotWaitForATaskThatHangs)
     ASSERT_TRUE(RunUntil(m_loop, [&] { return begun.load(); }));
     const auto before = std::chrono::steady_clock::now();
     m_worker.reset();
-    EXPECT_LT(std::chrono::steady_clock::now() - before, ipc::kWorkerPatience + std::chrono::seconds(5));
+    EXPECT_LT(std::chrono::steady_clock::now() - before, base::kWorkerPatience + std::chrono::seconds(5));
     EXPECT_FALSE(ended) << "it still hangs";
     m_barrier->LetGo();
     ASSERT_TRUE(RunUntil(m_loop, [&] { return ended.load(); })) << "what it owned goes with it";
@@ -189,7 +189,7 @@ TEST_F(WorkerTest, ItsThreadEndsWithIt)
     ASSERT_TRUE(Comes(1));
     const auto before = std::chrono::steady_clock::now();
     m_worker.reset();
-    EXPECT_LT(std::chrono::steady_clock::now() - before, ipc::kWorkerPatience) << "it was idle";
+    EXPECT_LT(std::chrono::steady_clock::now() - before, base::kWorkerPatience) << "it was idle";
 }
 
 }  // namespace

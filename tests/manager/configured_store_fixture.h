@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "cdb/schema.h"
-#include "cdb/store.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 
 namespace manager {
 

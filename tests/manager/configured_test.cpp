@@ -1,12 +1,12 @@
 // What is read of the configuration, from a real store.
 
-#include "manager/configured.h"
+#include "manager/status/configured.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "manager/configured_store.h"
 #include "manager/configured_store_fixture.h"
+#include "manager/status/configured_store.h"
 
 namespace manager {
 namespace {

@@ -1,6 +1,6 @@
 // Why nothing flows: each reason with its sentence, from records in which all else flows.
 
-#include "manager/diagnosis.h"
+#include "manager/status/diagnosis.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -9,9 +9,9 @@
 #include <map>
 #include <memory>
 
-#include "ipc/timers.h"
+#include "base/timers.h"
 
-class FakeTimers : public ipc::Timers {
+class FakeTimers : public base::Timers {
 public:
     std::shared_ptr<void> After(std::chrono::milliseconds delay, std::function<void()> action) override
     {

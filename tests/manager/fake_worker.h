@@ -9,13 +9,13 @@
 #include <memory>
 #include <utility>
 
-#include "ipc/timers.h"
-#include "ipc/worker.h"
+#include "base/timers.h"
+#include "base/worker.h"
 
-class FakeWorker final : public ipc::Worker {
+class FakeWorker final : public base::Worker {
 public:
     /// The timers must outlive it.
-    explicit FakeWorker(ipc::Timers& timers) : m_timers(timers) {}
+    explicit FakeWorker(base::Timers& timers) : m_timers(timers) {}
 
     std::shared_ptr<void> Do(std::function<void()> work, std::function<void()> done) override
     {
@@ -26,7 +26,7 @@ public:
     }
 
 private:
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
 };
 
 #endif

@@ -1,6 +1,6 @@
 // The journal: its lines to the letter, and what happens when they can't be written.
 
-#include "manager/journal.h"
+#include "manager/service/journal.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // The metrics over HTTP, with real sockets: what is answered, and that a peer's mistakes cost that peer only.
 
-#include "manager/metrics_server.h"
+#include "manager/status/metrics_server.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // The metrics, line by line.
 
-#include "manager/metrics_text.h"
+#include "manager/status/metrics_text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

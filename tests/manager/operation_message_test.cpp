@@ -1,14 +1,14 @@
 // Messages that become operations, and those whose content can't be one.
 
-#include "manager/operation_message.h"
+#include "manager/service/operation_message.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 
 #include "ipc/manager.pb.h"
-#include "manager/journal.h"
 #include "manager/recorder.h"
+#include "manager/service/journal.h"
 
 namespace manager {
 namespace {

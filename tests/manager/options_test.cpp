@@ -1,6 +1,6 @@
 // The command line of sflow-mgr.
 
-#include "manager/options.h"
+#include "manager/process/options.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // What is said where a capability is missing: what can't be done, and what helps.
 
-#include "manager/privileges.h"
+#include "manager/process/privileges.h"
 
 #include <string>
 

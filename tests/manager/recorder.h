@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "manager/observer.h"
-#include "manager/operation.h"
-#include "manager/state.h"
+#include "manager/service/observer.h"
+#include "manager/service/operation.h"
+#include "manager/service/state.h"
 
 namespace manager {
 

@@ -9,11 +9,11 @@
 #include <gmock/gmock.h>
 
 #include "ipc/manager.pb.h"
-#include "manager/journal.h"
 #include "manager/loop_fixture.h"
 #include "manager/recorder.h"
-#include "manager/service.h"
-#include "manager/session_server.h"
+#include "manager/service/journal.h"
+#include "manager/service/service.h"
+#include "manager/service/session_server.h"
 #include "support/few_files.h"
 
 namespace manager {

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "manager/configured.h"
-#include "manager/diagnosis.h"
 #include "manager/recorder.h"
-#include "manager/snapshot.h"
+#include "manager/status/configured.h"
+#include "manager/status/diagnosis.h"
+#include "manager/status/snapshot.h"
 
 namespace manager {
 

@@ -1,7 +1,7 @@
 // The parts of an answer: what is in each, what is looked at for it, and what it says where something is
 // missing.
 
-#include "manager/state_answer.h"
+#include "manager/status/state_answer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

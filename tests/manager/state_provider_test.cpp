@@ -1,6 +1,6 @@
 // The manager as a client of the database, which the test plays on a real cdb.sock.
 
-#include "manager/state_provider.h"
+#include "manager/status/state_provider.h"
 
 #include <unistd.h>
 

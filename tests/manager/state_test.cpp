@@ -1,6 +1,6 @@
 // Sequences of operations: what is held after them, and what observers were told of the last one.
 
-#include "manager/state.h"
+#include "manager/service/state.h"
 
 #include <gtest/gtest.h>
 

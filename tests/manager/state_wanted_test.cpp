@@ -1,6 +1,6 @@
 // What a question selects.
 
-#include "manager/state_wanted.h"
+#include "manager/status/state_wanted.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The state as it is shown: the nodes themselves, and that the model accepts them.
 
-#include "manager/state_writer.h"
+#include "manager/status/state_writer.h"
 
 #include <gtest/gtest.h>
 #include <libyang/libyang.h>
@@ -8,11 +8,11 @@
 #include <chrono>
 #include <system_error>
 
-#include "agent/provided_state.h"
-#include "manager/configured.h"
-#include "manager/journal.h"
+#include "agent/state/provided_state.h"
+#include "manager/service/journal.h"
 #include "manager/shown.h"
-#include "manager/state_answer.h"
+#include "manager/status/configured.h"
+#include "manager/status/state_answer.h"
 #include "support/shown_state.h"
 
 namespace manager {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "manager/recorder.h"
-#include "manager/state.h"
+#include "manager/service/state.h"
 
 namespace manager {
 namespace {

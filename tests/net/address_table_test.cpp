@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "net/address_table.h"
+#include "net/links/address_table.h"
 
 namespace net {
 namespace {

@@ -12,7 +12,7 @@
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 
-#include "net/bridge_message.h"
+#include "net/bridges/bridge_message.h"
 
 namespace net {
 namespace {

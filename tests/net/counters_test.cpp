@@ -1,6 +1,6 @@
 // The counters of interfaces, as the kernel keeps them for virtual Ethernet with known traffic.
 
-#include "net/counters.h"
+#include "net/counters/counters.h"
 
 #include <sched.h>
 #include <stdlib.h>
@@ -24,7 +24,7 @@
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 
-#include "net/counters_links.h"
+#include "net/counters/counters_links.h"
 #include "support/network.h"
 
 namespace net {

@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "monitor_fixture.h"
-#include "net/monitor.h"
+#include "net/monitor/monitor.h"
 #include "support/network.h"
 
 namespace net {

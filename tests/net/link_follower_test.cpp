@@ -1,7 +1,7 @@
 // The mirror below the loop, whose queue can be made small, and its sockets broken, against the kernel in a
 // network namespace of the test's own.
 
-#include "net/link_follower.h"
+#include "net/monitor/link_follower.h"
 
 #include <memory>
 #include <optional>
@@ -11,9 +11,9 @@
 #include <gtest/gtest.h>
 #include <boost/asio/io_context.hpp>
 
-#include "ipc/worker.h"
+#include "base/worker.h"
 #include "link_recorder.h"
-#include "net/route_follower.h"
+#include "net/routes/route_follower.h"
 #include "support/broken_file.h"
 #include "support/network.h"
 
@@ -27,7 +27,7 @@ struct Followed {
     Links links;
     Bridges bridges;
     boost::asio::io_context loop;  // nobody runs it: no speed is ever known
-    const std::unique_ptr<ipc::Worker> worker = ipc::MakeWorker(loop);
+    const std::unique_ptr<base::Worker> worker = base::MakeWorker(loop);
     int told = 0;
     LinkFollower follower{
         links,

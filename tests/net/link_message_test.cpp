@@ -1,6 +1,6 @@
 // Link messages made by hand: what a kernel rarely says, or this machine's kernel does not.
 
-#include "net/link_message.h"
+#include "net/links/link_message.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "net/links.h"
+#include "net/links/links.h"
 
 namespace net {
 

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "link_recorder.h"
-#include "net/links.h"
+#include "net/links/links.h"
 
 namespace net {
 namespace {

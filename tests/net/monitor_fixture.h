@@ -10,9 +10,9 @@
 #include <gtest/gtest.h>
 #include <boost/asio/io_context.hpp>
 
-#include "ipc/timers.h"
-#include "ipc/worker.h"
-#include "net/monitor.h"
+#include "base/timers.h"
+#include "base/worker.h"
+#include "net/monitor/monitor.h"
 #include "support/network.h"
 #include "support/run_until.h"
 
@@ -24,8 +24,8 @@ protected:
     {
         if (const auto why = support::Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
         m_network.emplace();
-        m_timers = ipc::MakeTimers(m_loop);
-        m_worker = ipc::MakeWorker(m_loop);
+        m_timers = base::MakeTimers(m_loop);
+        m_worker = base::MakeWorker(m_loop);
         m_monitor = std::make_unique<Monitor>(m_loop, *m_timers, *m_worker);
     }
 
@@ -38,8 +38,8 @@ protected:
 
     std::optional<support::Network> m_network;
     boost::asio::io_context m_loop;
-    std::unique_ptr<ipc::Timers> m_timers;
-    std::unique_ptr<ipc::Worker> m_worker;
+    std::unique_ptr<base::Timers> m_timers;
+    std::unique_ptr<base::Worker> m_worker;
     std::unique_ptr<Monitor> m_monitor;
 };
 

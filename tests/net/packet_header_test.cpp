@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "net/packet_header.h"
+#include "net/resolver/packet_header.h"
 #include "support/network.h"
 
 namespace net {

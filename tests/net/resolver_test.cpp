@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include "net/bridges.h"
-#include "net/resolver.h"
+#include "net/bridges/bridges.h"
+#include "net/resolver/resolver.h"
 #include "support/network.h"
 
 namespace net {

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "net/routes.h"
+#include "net/routes/routes.h"
 
 namespace net {
 namespace {

@@ -1,6 +1,6 @@
 // What stands in a counter sample.
 
-#include "manager/poller_sample.h"
+#include "manager/export/poller_sample.h"
 
 #include <net/if_arp.h>
 

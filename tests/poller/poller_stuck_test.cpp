@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 #include <boost/asio/io_context.hpp>
 
-#include "ipc/worker.h"
+#include "base/worker.h"
 #include "poller/poller_world.h"
 #include "support/barrier.h"
 #include "support/run_until.h"
@@ -80,7 +80,7 @@ protected:
     const std::shared_ptr<StuckReader> m_reader = std::make_shared<StuckReader>(m_barrier);
     boost::asio::io_context m_loop;
     FakeTimers m_timers;
-    std::unique_ptr<ipc::Worker> m_worker = ipc::MakeWorker(m_loop);
+    std::unique_ptr<base::Worker> m_worker = base::MakeWorker(m_loop);
     net::Links m_links;
     RecordingStream m_stream{m_timers};
     std::unique_ptr<manager::Poller> m_poller = std::make_unique<manager::Poller>(

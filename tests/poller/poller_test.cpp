@@ -1,6 +1,6 @@
 // When counters are polled, and whose streams get them.
 
-#include "manager/poller.h"
+#include "manager/export/poller.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

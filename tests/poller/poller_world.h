@@ -17,12 +17,12 @@
 #include <variant>
 #include <vector>
 
-#include "manager/exporter.h"
+#include "manager/export/exporter.h"
+#include "manager/export/poller.h"
 #include "manager/fake_timers.h"
 #include "manager/fake_worker.h"
-#include "manager/poller.h"
-#include "net/counters.h"
-#include "net/links.h"
+#include "net/counters/counters.h"
+#include "net/links/links.h"
 #include "support/sflow_decoder.h"
 
 /// One sample that a stream was given.

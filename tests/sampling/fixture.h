@@ -4,7 +4,7 @@
 #ifndef TESTS_SAMPLING_FIXTURE_H
 #define TESTS_SAMPLING_FIXTURE_H
 
-#include "manager/sampling.h"
+#include "manager/sampling/sampling.h"
 
 #include <net/if_arp.h>
 #include <netinet/in.h>
@@ -21,13 +21,13 @@
 
 #include <gtest/gtest.h>
 
-#include "manager/exporter.h"
+#include "manager/export/exporter.h"
+#include "manager/export/poller.h"
 #include "manager/fake_timers.h"
 #include "manager/fake_worker.h"
-#include "manager/poller.h"
-#include "manager/state.h"
-#include "net/counters.h"
-#include "net/forwarding.h"
+#include "manager/service/state.h"
+#include "net/counters/counters.h"
+#include "net/routes/forwarding.h"
 #include "support/datagram_socket.h"
 #include "support/sflow_decoder.h"
 

@@ -1,6 +1,6 @@
 // What a sampled packet is in the terms of sFlow.
 
-#include "manager/flow_sample.h"
+#include "manager/sampling/flow_sample.h"
 
 #include <net/ethernet.h>
 #include <net/if_arp.h>

@@ -1,6 +1,6 @@
 // What sampling does with the operations of the service and the events of the kernel.
 
-#include "manager/sampling.h"
+#include "manager/sampling/sampling.h"
 
 #include <chrono>
 #include <optional>

@@ -9,8 +9,8 @@
 #include <list>
 #include <utility>
 
-#include "cdb/schema.h"
-#include "cdb/store.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 #include "ipc/cdb.pb.h"
 #include "support/frames.h"
 #include "system/system_test.h"

@@ -14,7 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cdb/schema.h"
+#include "cdb/schema/schema.h"
 
 namespace {
 

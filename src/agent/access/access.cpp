@@ -1,12 +1,12 @@
-#include "agent/access.h"
+#include "agent/access/access.h"
 
 #include <unistd.h>
 
 #include <utility>
 #include <variant>
 
-#include "agent/access_file.h"
-#include "cdb/error.h"
+#include "agent/access/access_file.h"
+#include "cdb/model/error.h"
 
 namespace agent {
 

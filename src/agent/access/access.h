@@ -1,8 +1,8 @@
 // Access control (RFC 8341): holds the rules in force and makes of them what a session's user may do. The
 // rules come from a file, which is read again on demand, or are the default ones.
 
-#ifndef AGENT_ACCESS_H
-#define AGENT_ACCESS_H
+#ifndef AGENT_ACCESS_ACCESS_H
+#define AGENT_ACCESS_ACCESS_H
 
 #include <atomic>
 #include <cstdint>
@@ -10,7 +10,7 @@
 #include <memory>
 #include <string>
 
-#include "agent/access_grant.h"
+#include "agent/access/access_grant.h"
 
 struct ly_ctx;
 

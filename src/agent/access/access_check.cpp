@@ -9,9 +9,9 @@
 #include <utility>
 #include <variant>
 
-#include "agent/access_grant.h"
-#include "cdb/edit_operation.h"
-#include "cdb/tree_for_edit.h"
+#include "agent/access/access_grant.h"
+#include "cdb/datastore/edit_operation.h"
+#include "cdb/datastore/tree_for_edit.h"
 
 namespace agent {
 namespace {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "agent/access_grant.h"
+#include "agent/access/access_grant.h"
 
 namespace agent {
 namespace {

@@ -1,4 +1,4 @@
-#include "agent/access_file.h"
+#include "agent/access/access_file.h"
 
 #include <libyang/libyang.h>
 
@@ -9,8 +9,8 @@
 #include <system_error>
 #include <utility>
 
-#include "agent/yang_tree.h"
-#include "cdb/schema.h"
+#include "agent/data/yang_tree.h"
+#include "cdb/schema/schema.h"
 #include "netconf/plain_xml.h"
 #include "netconf/xml.h"
 

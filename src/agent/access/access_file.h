@@ -1,13 +1,13 @@
 // Reads a file of access rules: the container nacm of ietf-netconf-acm in XML or RFC 7951 JSON.
 
-#ifndef AGENT_ACCESS_FILE_H
-#define AGENT_ACCESS_FILE_H
+#ifndef AGENT_ACCESS_ACCESS_FILE_H
+#define AGENT_ACCESS_ACCESS_FILE_H
 
 #include <filesystem>
 #include <string>
 #include <variant>
 
-#include "agent/access_rules.h"
+#include "agent/access/access_rules.h"
 
 struct ly_ctx;
 

@@ -1,4 +1,4 @@
-#include "agent/access_grant.h"
+#include "agent/access/access_grant.h"
 
 #include <libyang/libyang.h>
 

@@ -1,8 +1,8 @@
 // What one user may do, by the rules as they were when the session asked (RFC 8341, section 3.4): made once
 // for a session and used for each of its requests. Immutable, so any thread may ask.
 
-#ifndef AGENT_ACCESS_GRANT_H
-#define AGENT_ACCESS_GRANT_H
+#ifndef AGENT_ACCESS_ACCESS_GRANT_H
+#define AGENT_ACCESS_ACCESS_GRANT_H
 
 #include <cstdint>
 #include <functional>
@@ -13,12 +13,12 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/access_rules.h"
-#include "cdb/datastore.h"
-#include "cdb/error.h"
-#include "cdb/row_change.h"
-#include "cdb/row_view.h"
-#include "cdb/schema.h"
+#include "agent/access/access_rules.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/model/error.h"
+#include "cdb/model/row_change.h"
+#include "cdb/rows/row_view.h"
+#include "cdb/schema/schema.h"
 
 struct lyd_node;
 

@@ -1,8 +1,8 @@
 // The rules of access control (RFC 8341) as values: what a file of rules says, resolved against the schema
 // that requests are about. What they mean for a user is access_grant.h.
 
-#ifndef AGENT_ACCESS_RULES_H
-#define AGENT_ACCESS_RULES_H
+#ifndef AGENT_ACCESS_ACCESS_RULES_H
+#define AGENT_ACCESS_ACCESS_RULES_H
 
 #include <cstdint>
 #include <map>

@@ -1,7 +1,7 @@
 // The name of a user, for the history and the log.
 
-#ifndef AGENT_USER_H
-#define AGENT_USER_H
+#ifndef AGENT_ACCESS_USER_H
+#define AGENT_ACCESS_USER_H
 
 #include "ipc/peer.h"
 

@@ -1,4 +1,4 @@
-#include "agent/ask.h"
+#include "agent/clients/ask.h"
 
 #include <memory>
 #include <utility>

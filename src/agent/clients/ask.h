@@ -1,7 +1,7 @@
 // One question to several clients, and what became of it.
 
-#ifndef AGENT_ASK_H
-#define AGENT_ASK_H
+#ifndef AGENT_CLIENTS_ASK_H
+#define AGENT_CLIENTS_ASK_H
 
 #include <chrono>
 #include <functional>
@@ -11,7 +11,7 @@
 
 #include <boost/asio/io_context.hpp>
 
-#include "agent/client.h"
+#include "agent/clients/client.h"
 
 namespace agent {
 

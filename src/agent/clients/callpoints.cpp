@@ -1,4 +1,4 @@
-#include "agent/callpoints.h"
+#include "agent/clients/callpoints.h"
 
 #include <algorithm>
 #include <map>
@@ -9,8 +9,8 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
-#include "cdb/value_message.h"
-#include "ipc/text.h"
+#include "base/text.h"
+#include "cdb/model/value_message.h"
 
 namespace agent {
 namespace {
@@ -148,7 +148,7 @@ void Inquiry::Take(std::size_t index, const ClientMessage* message)
                                (reply.error().empty() ? "it gives no reason; see its log" : reply.error()));
     if (const auto problem = TakeWrites(index, reply))
         return Fail(index, holder->Name() +
-                               " answers with a write that can't be made: " + ipc::Presentable(*problem));
+                               " answers with a write that can't be made: " + base::Presentable(*problem));
     m_isAnswered[index] = true;
     ++m_answered;
     m_progress = Clock::now();

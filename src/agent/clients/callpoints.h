@@ -1,8 +1,8 @@
 // Asks the holders of callpoints about the entries that an edit creates. All requests go out without
 // waiting for each other's answers, as fast as the holder's connection takes them.
 
-#ifndef AGENT_CALLPOINTS_H
-#define AGENT_CALLPOINTS_H
+#ifndef AGENT_CLIENTS_CALLPOINTS_H
+#define AGENT_CLIENTS_CALLPOINTS_H
 
 #include <chrono>
 #include <functional>
@@ -12,8 +12,8 @@
 
 #include <boost/asio/io_context.hpp>
 
-#include "agent/clients.h"
-#include "cdb/datastore.h"
+#include "agent/clients/clients.h"
+#include "cdb/datastore/datastore.h"
 
 namespace agent {
 

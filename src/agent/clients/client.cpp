@@ -1,11 +1,11 @@
-#include "agent/client.h"
+#include "agent/clients/client.h"
 
 #include <algorithm>
 
 #include <google/protobuf/arena.h>
 
+#include "base/text.h"
 #include "ipc/frame.h"
-#include "ipc/text.h"
 #include "log/log.h"
 
 namespace agent {
@@ -20,10 +20,10 @@ constexpr std::size_t kMaxName = 256;
 /// What others will see of the message is made fit for it here, once.
 void MakeTextsPresentable(ClientMessage& message)
 {
-    const auto fit = [](std::string* text) { ipc::MakePresentable(*text); };
+    const auto fit = [](std::string* text) { base::MakePresentable(*text); };
     switch (message.body_case()) {
     case ClientMessage::kHello:
-        return ipc::MakePresentable(*message.mutable_hello()->mutable_process(), kMaxName);
+        return base::MakePresentable(*message.mutable_hello()->mutable_process(), kMaxName);
     case ClientMessage::kSubscribe:
         return fit(message.mutable_subscribe()->mutable_path());
     case ClientMessage::kRegisterCallpoint:
@@ -38,7 +38,7 @@ void MakeTextsPresentable(ClientMessage& message)
         return fit(message.mutable_action_reply()->mutable_error());
     case ClientMessage::kFaultReport: {
         auto& fault = *message.mutable_fault_report();
-        ipc::MakePresentable(*fault.mutable_process(), kMaxName);
+        base::MakePresentable(*fault.mutable_process(), kMaxName);
         fit(fault.mutable_function());
         fit(fault.mutable_file());
         return fit(fault.mutable_text());
@@ -55,7 +55,7 @@ Client::Client(std::shared_ptr<ipc::Channel> channel, ClientHost& host, std::int
 {
 }
 
-void Client::Start(ipc::Timers& timers, std::chrono::milliseconds helloTimeout)
+void Client::Start(base::Timers& timers, std::chrono::milliseconds helloTimeout)
 {
     m_helloTimer = timers.After(helloTimeout, [weak = weak_from_this()] {
         if (const auto self = weak.lock()) self->Disconnect("it has not said in time what it wants");

@@ -2,8 +2,8 @@
 // answer. Whether a registration can be granted is its host's decision; what the questions are about
 // is the matter of those who ask.
 
-#ifndef AGENT_CLIENT_H
-#define AGENT_CLIENT_H
+#ifndef AGENT_CLIENTS_CLIENT_H
+#define AGENT_CLIENTS_CLIENT_H
 
 #include <chrono>
 #include <cstdint>
@@ -15,10 +15,10 @@
 #include <utility>
 #include <vector>
 
-#include "cdb/schema_table.h"
+#include "base/timers.h"
+#include "cdb/model/schema_table.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/peer.h"
-#include "ipc/timers.h"
 #include "ipc/trust.h"
 
 namespace ipc {
@@ -78,7 +78,7 @@ public:
     Client& operator=(const Client&) = delete;
 
     /// A client that has not said by then what it wants, up to its Ready, is disconnected.
-    void Start(ipc::Timers& timers, std::chrono::milliseconds helloTimeout);
+    void Start(base::Timers& timers, std::chrono::milliseconds helloTimeout);
 
     [[nodiscard]] Phase CurrentPhase() const { return m_phase; }
     [[nodiscard]] const std::string& Process() const { return m_process; }

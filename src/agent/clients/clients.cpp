@@ -1,8 +1,8 @@
-#include "agent/clients.h"
+#include "agent/clients/clients.h"
 
 #include <algorithm>
 
-#include "agent/provider_node.h"
+#include "agent/clients/provider_node.h"
 #include "ipc/frame.h"
 #include "log/log.h"
 
@@ -43,7 +43,7 @@ bool IsCallpoint(const cdb::SchemaTable& table, const std::string& name)
 
 }  // namespace
 
-Clients::Clients(const cdb::Schema& schema, const cdb::Store& store, ipc::Timers& timers, Options options)
+Clients::Clients(const cdb::Schema& schema, const cdb::Store& store, base::Timers& timers, Options options)
     : m_schema(schema),
       m_store(store),
       m_timers(timers),

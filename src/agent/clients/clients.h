@@ -1,7 +1,7 @@
 // The processes connected to cdb.sock: lets them in, knows who holds what, keeps their faults.
 
-#ifndef AGENT_CLIENTS_H
-#define AGENT_CLIENTS_H
+#ifndef AGENT_CLIENTS_CLIENTS_H
+#define AGENT_CLIENTS_CLIENTS_H
 
 #include <functional>
 #include <memory>
@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "agent/client.h"
-#include "agent/fault_intake.h"
-#include "cdb/schema.h"
-#include "cdb/store.h"
-#include "ipc/timers.h"
+#include "agent/clients/client.h"
+#include "agent/clients/fault_intake.h"
+#include "base/timers.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 #include "ipc/trust.h"
 #include "ipc/user_quota.h"
 
@@ -30,7 +30,7 @@ public:
         std::size_t maxPerUser = 64;  // connections; root may have all there are
     };
     /// All but the options outlive it.
-    Clients(const cdb::Schema& schema, const cdb::Store& store, ipc::Timers& timers, Options options);
+    Clients(const cdb::Schema& schema, const cdb::Store& store, base::Timers& timers, Options options);
     ~Clients() override;
     Clients(const Clients&) = delete;
     Clients& operator=(const Clients&) = delete;
@@ -59,7 +59,7 @@ public:
 private:
     const cdb::Schema& m_schema;
     const cdb::Store& m_store;
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     Options m_options;
     ipc::UserQuota m_quota;
     FaultIntake m_faults;

@@ -1,4 +1,4 @@
-#include "agent/delivery.h"
+#include "agent/clients/delivery.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 #include <google/protobuf/arena.h>
 
-#include "agent/ask.h"
+#include "agent/clients/ask.h"
 #include "log/log.h"
 
 namespace agent {
@@ -49,10 +49,11 @@ std::string NoSubscriber(const Clients& clients, std::uint64_t commit)
            "; it takes effect when the process that does, such as sflow-app, connects";
 }
 
-class Round : public std::enable_shared_from_this<Round> {
+class DeliveryRound : public std::enable_shared_from_this<DeliveryRound> {
 public:
-    Round(boost::asio::io_context& loop, std::chrono::milliseconds timeout, std::vector<Recipient> recipients,
-          const WrittenChanges& written, std::function<void(const std::vector<std::string>&)> done)
+    DeliveryRound(boost::asio::io_context& loop, std::chrono::milliseconds timeout,
+                  std::vector<Recipient> recipients, const WrittenChanges& written,
+                  std::function<void(const std::vector<std::string>&)> done)
         : m_loop(loop),
           m_timeout(timeout),
           m_recipients(std::move(recipients)),
@@ -132,7 +133,8 @@ void Delivery::Deliver(const WrittenChanges& written,
 {
     auto recipients = RecipientsOf(m_schema, m_clients, written.changes);
     if (recipients.empty()) return done({NoSubscriber(m_clients, written.changes.commit)});
-    std::make_shared<Round>(m_loop, m_timeout, std::move(recipients), written, std::move(done))->Next();
+    std::make_shared<DeliveryRound>(m_loop, m_timeout, std::move(recipients), written, std::move(done))
+        ->Next();
 }
 
 }  // namespace agent

@@ -4,8 +4,8 @@
 // Who is to get it is settled when the delivery begins: those that were told an older commit's number when
 // they became ready. A process that was told the new one reads it all from the store.
 
-#ifndef AGENT_DELIVERY_H
-#define AGENT_DELIVERY_H
+#ifndef AGENT_CLIENTS_DELIVERY_H
+#define AGENT_CLIENTS_DELIVERY_H
 
 #include <chrono>
 #include <functional>
@@ -14,8 +14,8 @@
 
 #include <boost/asio/io_context.hpp>
 
-#include "agent/clients.h"
-#include "cdb/change_set.h"
+#include "agent/clients/clients.h"
+#include "cdb/model/change_set.h"
 
 namespace agent {
 

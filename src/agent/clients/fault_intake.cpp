@@ -1,4 +1,4 @@
-#include "agent/fault_intake.h"
+#include "agent/clients/fault_intake.h"
 
 #include <algorithm>
 #include <utility>
@@ -16,7 +16,7 @@ constexpr std::chrono::milliseconds kSurplusTime{1000};
 
 }  // namespace
 
-FaultIntake::FaultIntake(ipc::Timers& timers, std::function<std::int64_t()> now, Keep keep)
+FaultIntake::FaultIntake(base::Timers& timers, std::function<std::int64_t()> now, Keep keep)
     : m_timers(timers), m_now(std::move(now)), m_keep(std::move(keep)), m_all{kBurstOfAll, m_now(), 0}
 {
 }

@@ -1,8 +1,8 @@
 // The faults that processes report, on their way to the store: bounded in number for each process and for
 // all, and handed over in batches. What was too much is counted and said in one line.
 
-#ifndef AGENT_FAULT_INTAKE_H
-#define AGENT_FAULT_INTAKE_H
+#ifndef AGENT_CLIENTS_FAULT_INTAKE_H
+#define AGENT_CLIENTS_FAULT_INTAKE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "cdb/store.h"
-#include "ipc/timers.h"
+#include "base/timers.h"
+#include "cdb/store/store.h"
 
 namespace agent {
 
@@ -30,7 +30,7 @@ public:
     using Keep = std::function<void(std::vector<cdb::Fault> faults)>;
 
     /// `now`: microseconds since the epoch. `keep` is called from the loop and may hand on to another thread.
-    FaultIntake(ipc::Timers& timers, std::function<std::int64_t()> now, Keep keep);
+    FaultIntake(base::Timers& timers, std::function<std::int64_t()> now, Keep keep);
     /// Hands over what waits.
     ~FaultIntake();
     FaultIntake(const FaultIntake&) = delete;
@@ -52,7 +52,7 @@ private:
     Bucket& BucketOf(const std::string& reporter);
     void SaySurplus();
 
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     std::function<std::int64_t()> m_now;
     Keep m_keep;
     Bucket m_all;

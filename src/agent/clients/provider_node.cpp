@@ -1,4 +1,4 @@
-#include "agent/provider_node.h"
+#include "agent/clients/provider_node.h"
 
 #include <libyang/libyang.h>
 

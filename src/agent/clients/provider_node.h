@@ -1,8 +1,8 @@
 // Where a state provider's data stands in the schema, and which providers the schema expects. Used when one
 // registers, when it is asked and when it answers.
 
-#ifndef AGENT_PROVIDER_NODE_H
-#define AGENT_PROVIDER_NODE_H
+#ifndef AGENT_CLIENTS_PROVIDER_NODE_H
+#define AGENT_CLIENTS_PROVIDER_NODE_H
 
 #include <string>
 #include <string_view>

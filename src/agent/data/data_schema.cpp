@@ -1,4 +1,4 @@
-#include "agent/data_schema.h"
+#include "agent/data/data_schema.h"
 
 #include <libyang/libyang.h>
 

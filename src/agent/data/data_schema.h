@@ -2,8 +2,8 @@
 // to be appended, defaults as text. Made once of libyang's compiled modules; used by filters, writer and
 // sources, in any thread.
 
-#ifndef AGENT_DATA_SCHEMA_H
-#define AGENT_DATA_SCHEMA_H
+#ifndef AGENT_DATA_DATA_SCHEMA_H
+#define AGENT_DATA_DATA_SCHEMA_H
 
 #include <cstddef>
 #include <deque>
@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "cdb/schema.h"
+#include "cdb/schema/schema.h"
 
 struct lysc_module;
 struct lysc_node;

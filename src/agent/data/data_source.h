@@ -1,13 +1,13 @@
 // Where data to be written comes from: configuration rows, a libyang tree. Walked from the top down by
 // the writer, which knows the schema and asks for the nodes that it wants.
 
-#ifndef AGENT_DATA_SOURCE_H
-#define AGENT_DATA_SOURCE_H
+#ifndef AGENT_DATA_DATA_SOURCE_H
+#define AGENT_DATA_DATA_SOURCE_H
 
 #include <span>
 #include <string_view>
 
-#include "agent/function_ref.h"
+#include "agent/data/function_ref.h"
 
 struct lysc_node;
 

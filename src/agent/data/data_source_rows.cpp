@@ -1,4 +1,4 @@
-#include "agent/data_source_rows.h"
+#include "agent/data/data_source_rows.h"
 
 #include <algorithm>
 #include <array>

@@ -1,15 +1,15 @@
 // Configuration as data, straight from a datastore's rows, with the defaults that the schema has for
 // what is not set.
 
-#ifndef AGENT_DATA_SOURCE_ROWS_H
-#define AGENT_DATA_SOURCE_ROWS_H
+#ifndef AGENT_DATA_DATA_SOURCE_ROWS_H
+#define AGENT_DATA_DATA_SOURCE_ROWS_H
 
 #include <string>
 #include <vector>
 
-#include "agent/data_schema.h"
-#include "agent/data_source.h"
-#include "cdb/row_view.h"
+#include "agent/data/data_schema.h"
+#include "agent/data/data_source.h"
+#include "cdb/rows/row_view.h"
 
 namespace agent {
 

@@ -1,4 +1,4 @@
-#include "agent/data_source_tree.h"
+#include "agent/data/data_source_tree.h"
 
 #include <libyang/libyang.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "cdb/tree.h"
+#include "cdb/datastore/tree.h"
 
 namespace agent {
 namespace {

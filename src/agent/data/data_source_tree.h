@@ -1,9 +1,9 @@
 // A libyang tree as data: state, and the candidate. Of one thread at a time, like the tree.
 
-#ifndef AGENT_DATA_SOURCE_TREE_H
-#define AGENT_DATA_SOURCE_TREE_H
+#ifndef AGENT_DATA_DATA_SOURCE_TREE_H
+#define AGENT_DATA_DATA_SOURCE_TREE_H
 
-#include "agent/data_source.h"
+#include "agent/data/data_source.h"
 
 struct lyd_node;
 

@@ -1,4 +1,4 @@
-#include "agent/data_writer.h"
+#include "agent/data/data_writer.h"
 
 #include <algorithm>
 #include <string_view>

@@ -1,15 +1,15 @@
 // Writes data as XML: what a subtree filter selects, in the mode of defaults asked for, nodes in schema
 // order and the entries of each list in the order that the source gives. Used for <get> and <get-config>.
 
-#ifndef AGENT_DATA_WRITER_H
-#define AGENT_DATA_WRITER_H
+#ifndef AGENT_DATA_DATA_WRITER_H
+#define AGENT_DATA_DATA_WRITER_H
 
 #include <string>
 
-#include "agent/data_schema.h"
-#include "agent/data_source.h"
-#include "agent/filter_plan.h"
-#include "agent/read_access.h"
+#include "agent/data/data_schema.h"
+#include "agent/data/data_source.h"
+#include "agent/data/filter_plan.h"
+#include "agent/data/read_access.h"
 
 namespace agent {
 

@@ -1,4 +1,4 @@
-#include "agent/error_path.h"
+#include "agent/data/error_path.h"
 
 #include <libyang/libyang.h>
 

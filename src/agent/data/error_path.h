@@ -1,8 +1,8 @@
 // Paths of nodes as <error-path> wants them: absolute XPath with a prefix before every name, because
 // in XPath a name without one is in no namespace. Used by errors.cpp.
 
-#ifndef AGENT_ERROR_PATH_H
-#define AGENT_ERROR_PATH_H
+#ifndef AGENT_DATA_ERROR_PATH_H
+#define AGENT_DATA_ERROR_PATH_H
 
 #include <string>
 #include <string_view>

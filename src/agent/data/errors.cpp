@@ -1,4 +1,4 @@
-#include "agent/errors.h"
+#include "agent/data/errors.h"
 
 #include <libyang/libyang.h>
 
@@ -7,7 +7,7 @@
 #include <cctype>
 #include <cstddef>
 
-#include "agent/error_path.h"
+#include "agent/data/error_path.h"
 
 namespace agent {
 namespace {

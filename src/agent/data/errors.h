@@ -1,15 +1,15 @@
 // The one place where refusals become <rpc-error>s: typed errors of the database, and what libyang
 // finds wrong with a request.
 
-#ifndef AGENT_ERRORS_H
-#define AGENT_ERRORS_H
+#ifndef AGENT_DATA_ERRORS_H
+#define AGENT_DATA_ERRORS_H
 
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "cdb/error.h"
+#include "cdb/model/error.h"
 #include "netconf/rpc_error.h"
 
 struct ly_ctx;

@@ -1,4 +1,4 @@
-#include "agent/filter_plan.h"
+#include "agent/data/filter_plan.h"
 
 #include <libyang/libyang.h>
 

@@ -3,8 +3,8 @@
 // are joined, and found by the values of their leaves, so that what a filter costs a node of the data
 // does not depend on how many alternatives it has.
 
-#ifndef AGENT_FILTER_PLAN_H
-#define AGENT_FILTER_PLAN_H
+#ifndef AGENT_DATA_FILTER_PLAN_H
+#define AGENT_DATA_FILTER_PLAN_H
 
 #include <cstddef>
 #include <deque>
@@ -15,9 +15,9 @@
 #include <variant>
 #include <vector>
 
-#include "agent/data_schema.h"
-#include "agent/subtree_filter.h"
-#include "cdb/error.h"
+#include "agent/data/data_schema.h"
+#include "agent/data/subtree_filter.h"
+#include "cdb/model/error.h"
 
 namespace agent {
 

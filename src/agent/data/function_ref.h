@@ -1,8 +1,8 @@
 // A reference to something that can be called, for callbacks that are called before the function they
 // are given to returns. Unlike std::function it never allocates and owns nothing.
 
-#ifndef AGENT_FUNCTION_REF_H
-#define AGENT_FUNCTION_REF_H
+#ifndef AGENT_DATA_FUNCTION_REF_H
+#define AGENT_DATA_FUNCTION_REF_H
 
 #include <memory>
 #include <type_traits>

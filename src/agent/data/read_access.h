@@ -1,7 +1,7 @@
 // Who may read what.
 
-#ifndef AGENT_READ_ACCESS_H
-#define AGENT_READ_ACCESS_H
+#ifndef AGENT_DATA_READ_ACCESS_H
+#define AGENT_DATA_READ_ACCESS_H
 
 #include <functional>
 #include <span>

@@ -1,4 +1,4 @@
-#include "agent/subtree_filter.h"
+#include "agent/data/subtree_filter.h"
 
 #include <algorithm>
 

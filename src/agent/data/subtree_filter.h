@@ -2,8 +2,8 @@
 // text, so that it means what the standard says and not what a schema makes of it. What it selects is
 // the matter of filter_plan.
 
-#ifndef AGENT_SUBTREE_FILTER_H
-#define AGENT_SUBTREE_FILTER_H
+#ifndef AGENT_DATA_SUBTREE_FILTER_H
+#define AGENT_DATA_SUBTREE_FILTER_H
 
 #include <string>
 #include <string_view>

@@ -1,4 +1,4 @@
-#include "agent/yang_tree.h"
+#include "agent/data/yang_tree.h"
 
 #include <libyang/libyang.h>
 

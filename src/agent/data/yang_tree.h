@@ -1,7 +1,7 @@
 // Ownership of libyang data trees in the agent, and the few questions it asks of their nodes.
 
-#ifndef AGENT_YANG_TREE_H
-#define AGENT_YANG_TREE_H
+#ifndef AGENT_DATA_YANG_TREE_H
+#define AGENT_DATA_YANG_TREE_H
 
 #include <memory>
 #include <string_view>

@@ -1,4 +1,4 @@
-#include "agent/configuration_file.h"
+#include "agent/files/configuration_file.h"
 
 #include <libyang/libyang.h>
 

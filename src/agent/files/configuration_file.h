@@ -1,15 +1,15 @@
 // Reads a configuration file: RFC 7951 JSON or XML. Used by --init and --import.
 
-#ifndef AGENT_CONFIGURATION_FILE_H
-#define AGENT_CONFIGURATION_FILE_H
+#ifndef AGENT_FILES_CONFIGURATION_FILE_H
+#define AGENT_FILES_CONFIGURATION_FILE_H
 
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "agent/yang_tree.h"
-#include "cdb/error.h"
-#include "cdb/schema.h"
+#include "agent/data/yang_tree.h"
+#include "cdb/model/error.h"
+#include "cdb/schema/schema.h"
 
 namespace agent {
 

@@ -1,6 +1,6 @@
 // A store's configuration to a file and from one.
 
-#include "agent/export_file.h"
+#include "agent/files/export_file.h"
 
 #include <fcntl.h>
 #include <libyang/libyang.h>
@@ -13,9 +13,9 @@
 #include <ostream>
 #include <string_view>
 
-#include "agent/configuration_file.h"
-#include "cdb/store.h"
-#include "cdb/tree_load.h"
+#include "agent/files/configuration_file.h"
+#include "cdb/datastore/tree_load.h"
+#include "cdb/store/store.h"
 
 namespace agent {
 namespace {

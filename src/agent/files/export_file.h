@@ -1,15 +1,15 @@
 // A store's configuration to a file and from one, while no cdbd serves it (exporting: while one does, too).
 
-#ifndef AGENT_EXPORT_FILE_H
-#define AGENT_EXPORT_FILE_H
+#ifndef AGENT_FILES_EXPORT_FILE_H
+#define AGENT_FILES_EXPORT_FILE_H
 
 #include <cstdint>
 #include <filesystem>
 #include <iosfwd>
 #include <string>
 
-#include "cdb/datastore.h"
-#include "cdb/schema.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/schema/schema.h"
 
 namespace agent {
 

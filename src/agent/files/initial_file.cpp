@@ -1,6 +1,6 @@
-#include "agent/initial_file.h"
+#include "agent/files/initial_file.h"
 
-#include "agent/configuration_file.h"
+#include "agent/files/configuration_file.h"
 
 namespace agent {
 

@@ -1,16 +1,16 @@
 // A configuration file becomes the first content of an empty store.
 
-#ifndef AGENT_INITIAL_FILE_H
-#define AGENT_INITIAL_FILE_H
+#ifndef AGENT_FILES_INITIAL_FILE_H
+#define AGENT_FILES_INITIAL_FILE_H
 
 #include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "cdb/datastore.h"
-#include "cdb/schema.h"
-#include "cdb/store.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 
 namespace agent {
 

@@ -1,4 +1,4 @@
-#include "agent/acceptor.h"
+#include "agent/netconf/acceptor.h"
 
 #include <unistd.h>
 

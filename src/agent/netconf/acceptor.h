@@ -1,8 +1,8 @@
 // A listening socket that lets connections in for as long as it lives, and goes on when that fails
 // for a while (no descriptors left).
 
-#ifndef AGENT_ACCEPTOR_H
-#define AGENT_ACCEPTOR_H
+#ifndef AGENT_NETCONF_ACCEPTOR_H
+#define AGENT_NETCONF_ACCEPTOR_H
 
 #include <functional>
 #include <memory>

@@ -1,8 +1,8 @@
 // What one answer takes of the room for answers (answer_room.h), from the beginning of the work on it until
 // the client has read it or its session has ended.
 
-#ifndef AGENT_ANSWER_PLACE_H
-#define AGENT_ANSWER_PLACE_H
+#ifndef AGENT_NETCONF_ANSWER_PLACE_H
+#define AGENT_NETCONF_ANSWER_PLACE_H
 
 #include <cstddef>
 

@@ -1,4 +1,4 @@
-#include "agent/answer_room.h"
+#include "agent/netconf/answer_room.h"
 
 #include <algorithm>
 #include <list>
@@ -9,7 +9,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
-#include "agent/errors.h"
+#include "agent/data/errors.h"
 #include "log/log.h"
 
 namespace agent {

@@ -2,8 +2,8 @@
 // for a long answer is not begun before there is room for it: until then it waits, and where it has waited
 // too long it is refused. Short answers never ask. Lives in the loop.
 
-#ifndef AGENT_ANSWER_ROOM_H
-#define AGENT_ANSWER_ROOM_H
+#ifndef AGENT_NETCONF_ANSWER_ROOM_H
+#define AGENT_NETCONF_ANSWER_ROOM_H
 
 #include <chrono>
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 #include <boost/asio/io_context.hpp>
 
-#include "agent/request.h"
+#include "agent/netconf/request.h"
 
 namespace agent {
 

@@ -1,12 +1,12 @@
 // Copies of the store while it is served.
 
-#include "agent/backup.h"
+#include "agent/netconf/backup.h"
 
 #include <optional>
 #include <string>
 
-#include "agent/errors.h"
-#include "agent/yang_tree.h"
+#include "agent/data/errors.h"
+#include "agent/data/yang_tree.h"
 #include "log/log.h"
 
 namespace agent {
@@ -30,7 +30,7 @@ void Backup::Make(const RequestPtr& request)
 {
     if (m_task)
         return Refuse(request, cdb::ErrorTag::kInUse, "another backup is being made; try again later");
-    if (!m_worker) m_worker = ipc::MakeWorker(m_loop);
+    if (!m_worker) m_worker = base::MakeWorker(m_loop);
     const std::string file(ChildText(request->Operation(), "file"));
     const auto result = std::make_shared<Result>();
     m_task = m_worker->Do([copy = m_store.Backup(file), result] { result->error = copy(); },

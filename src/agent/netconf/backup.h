@@ -1,15 +1,15 @@
 // Copies of the store while it is served, beside the loop. One at a time.
 
-#ifndef AGENT_BACKUP_H
-#define AGENT_BACKUP_H
+#ifndef AGENT_NETCONF_BACKUP_H
+#define AGENT_NETCONF_BACKUP_H
 
 #include <memory>
 
 #include <boost/asio/io_context.hpp>
 
-#include "agent/request.h"
-#include "cdb/store.h"
-#include "ipc/worker.h"
+#include "agent/netconf/request.h"
+#include "base/worker.h"
+#include "cdb/store/store.h"
 
 namespace agent {
 
@@ -24,8 +24,8 @@ public:
 private:
     boost::asio::io_context& m_loop;
     const cdb::Store& m_store;
-    std::unique_ptr<ipc::Worker> m_worker;  // made for the first one
-    std::shared_ptr<void> m_task;           // under way
+    std::unique_ptr<base::Worker> m_worker;  // made for the first one
+    std::shared_ptr<void> m_task;            // under way
 };
 
 }  // namespace agent

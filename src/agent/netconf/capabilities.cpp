@@ -1,4 +1,4 @@
-#include "agent/capabilities.h"
+#include "agent/netconf/capabilities.h"
 
 #include <string>
 

@@ -1,9 +1,9 @@
 // What the agent says of itself in its hello.
 
-#ifndef AGENT_CAPABILITIES_H
-#define AGENT_CAPABILITIES_H
+#ifndef AGENT_NETCONF_CAPABILITIES_H
+#define AGENT_NETCONF_CAPABILITIES_H
 
-#include "cdb/schema.h"
+#include "cdb/schema/schema.h"
 #include "netconf/hello.h"
 
 namespace agent {

@@ -1,7 +1,7 @@
 // Who has locked which datastore (RFC 6241, section 7.5).
 
-#ifndef AGENT_LOCKS_H
-#define AGENT_LOCKS_H
+#ifndef AGENT_NETCONF_LOCKS_H
+#define AGENT_NETCONF_LOCKS_H
 
 #include <array>
 #include <cstdint>

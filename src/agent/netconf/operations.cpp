@@ -1,4 +1,4 @@
-#include "agent/operations.h"
+#include "agent/netconf/operations.h"
 
 #include <libyang/libyang.h>
 
@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "agent/errors.h"
+#include "agent/data/errors.h"
 
 namespace agent {
 

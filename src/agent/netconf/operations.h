@@ -1,7 +1,7 @@
 // What the requests of NETCONF do here (RFC 6241, section 7 and 8; our own of switch-system).
 
-#ifndef AGENT_OPERATIONS_H
-#define AGENT_OPERATIONS_H
+#ifndef AGENT_NETCONF_OPERATIONS_H
+#define AGENT_NETCONF_OPERATIONS_H
 
 #include <chrono>
 #include <cstdint>
@@ -12,21 +12,21 @@
 
 #include <boost/asio/io_context.hpp>
 
-#include "agent/access.h"
-#include "agent/answer_room.h"
-#include "agent/backup.h"
-#include "agent/callpoints.h"
-#include "agent/data_schema.h"
-#include "agent/delivery.h"
-#include "agent/filter_plan.h"
-#include "agent/locks.h"
-#include "agent/request.h"
-#include "agent/state.h"
-#include "agent/turn_queue.h"
-#include "agent/workbench.h"
-#include "cdb/datastore.h"
-#include "cdb/schema.h"
-#include "cdb/store.h"
+#include "agent/access/access.h"
+#include "agent/clients/callpoints.h"
+#include "agent/clients/delivery.h"
+#include "agent/data/data_schema.h"
+#include "agent/data/filter_plan.h"
+#include "agent/netconf/answer_room.h"
+#include "agent/netconf/backup.h"
+#include "agent/netconf/locks.h"
+#include "agent/netconf/request.h"
+#include "agent/netconf/turn_queue.h"
+#include "agent/netconf/workbench.h"
+#include "agent/state/state.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 
 namespace agent {
 

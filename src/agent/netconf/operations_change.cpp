@@ -8,8 +8,8 @@
 #include <variant>
 #include <vector>
 
-#include "agent/errors.h"
-#include "agent/operations.h"
+#include "agent/data/errors.h"
+#include "agent/netconf/operations.h"
 #include "log/log.h"
 
 namespace agent {

@@ -11,11 +11,11 @@
 #include <variant>
 #include <vector>
 
-#include "agent/data_source_rows.h"
-#include "agent/data_source_tree.h"
-#include "agent/data_writer.h"
-#include "agent/errors.h"
-#include "agent/operations.h"
+#include "agent/data/data_source_rows.h"
+#include "agent/data/data_source_tree.h"
+#include "agent/data/data_writer.h"
+#include "agent/data/errors.h"
+#include "agent/netconf/operations.h"
 #include "netconf/xml.h"
 
 namespace agent {

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <utility>
 
-#include "agent/errors.h"
-#include "agent/operations.h"
+#include "agent/data/errors.h"
+#include "agent/netconf/operations.h"
 #include "log/log.h"
 
 namespace agent {

@@ -1,8 +1,8 @@
 #include <string_view>
 
-#include "agent/ask.h"
-#include "agent/errors.h"
-#include "agent/operations.h"
+#include "agent/clients/ask.h"
+#include "agent/data/errors.h"
+#include "agent/netconf/operations.h"
 #include "log/log.h"
 
 namespace agent {

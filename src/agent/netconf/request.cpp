@@ -1,8 +1,8 @@
-#include "agent/request.h"
+#include "agent/netconf/request.h"
 
 #include <utility>
 
-#include "agent/errors.h"
+#include "agent/data/errors.h"
 #include "netconf/names.h"
 
 namespace agent {

@@ -1,7 +1,7 @@
 // One request under way, from its message to its answer: answered exactly once, at any later time.
 
-#ifndef AGENT_REQUEST_H
-#define AGENT_REQUEST_H
+#ifndef AGENT_NETCONF_REQUEST_H
+#define AGENT_NETCONF_REQUEST_H
 
 #include <functional>
 #include <memory>
@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "agent/answer_place.h"
-#include "agent/rpc.h"
-#include "agent/session.h"
+#include "agent/netconf/answer_place.h"
+#include "agent/netconf/rpc.h"
+#include "agent/netconf/session.h"
 #include "netconf/rpc_error.h"
 
 namespace agent {

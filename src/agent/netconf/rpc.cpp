@@ -1,12 +1,12 @@
-#include "agent/rpc.h"
+#include "agent/netconf/rpc.h"
 
 #include <libyang/libyang.h>
 
 #include <string_view>
 #include <utility>
 
-#include "agent/errors.h"
-#include "agent/rpc_scan.h"
+#include "agent/data/errors.h"
+#include "agent/netconf/rpc_scan.h"
 #include "netconf/plain_xml.h"
 #include "netconf/xml.h"
 

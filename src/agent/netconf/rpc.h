@@ -1,15 +1,15 @@
 // One <rpc> message, read: the attributes that go back on its reply, the operation as a libyang tree,
 // and its subtree filter. Carries nothing out.
 
-#ifndef AGENT_RPC_H
-#define AGENT_RPC_H
+#ifndef AGENT_NETCONF_RPC_H
+#define AGENT_NETCONF_RPC_H
 
 #include <optional>
 #include <string>
 #include <variant>
 
-#include "agent/subtree_filter.h"
-#include "agent/yang_tree.h"
+#include "agent/data/subtree_filter.h"
+#include "agent/data/yang_tree.h"
 #include "guard/limits.h"
 #include "guard/schema_index.h"
 #include "netconf/rpc_error.h"

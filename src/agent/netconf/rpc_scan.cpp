@@ -1,4 +1,4 @@
-#include "agent/rpc_scan.h"
+#include "agent/netconf/rpc_scan.h"
 
 #include <algorithm>
 

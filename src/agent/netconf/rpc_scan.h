@@ -2,8 +2,8 @@
 // operation that exists, and nothing in it that the schema does not know. Notes the filter on the way.
 // Used by rpc.cpp.
 
-#ifndef AGENT_RPC_SCAN_H
-#define AGENT_RPC_SCAN_H
+#ifndef AGENT_NETCONF_RPC_SCAN_H
+#define AGENT_NETCONF_RPC_SCAN_H
 
 #include <cstddef>
 #include <optional>
@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "agent/sent_config.h"
-#include "agent/subtree_filter.h"
-#include "cdb/error.h"
+#include "agent/data/subtree_filter.h"
+#include "agent/netconf/sent_config.h"
+#include "cdb/model/error.h"
 #include "guard/limits.h"
 #include "guard/schema_index.h"
 #include "netconf/xml.h"

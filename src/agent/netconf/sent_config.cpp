@@ -1,4 +1,4 @@
-#include "agent/sent_config.h"
+#include "agent/netconf/sent_config.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // The configuration inside a message as a text of its own: the bytes between <config> and </config>, with the
 // namespaces that are declared around them. Used by rpc_scan.
 
-#ifndef AGENT_SENT_CONFIG_H
-#define AGENT_SENT_CONFIG_H
+#ifndef AGENT_NETCONF_SENT_CONFIG_H
+#define AGENT_NETCONF_SENT_CONFIG_H
 
 #include <cstddef>
 #include <map>

@@ -1,4 +1,4 @@
-#include "agent/session.h"
+#include "agent/netconf/session.h"
 
 #include <array>
 #include <utility>
@@ -10,7 +10,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 
-#include "agent/answer_place.h"
+#include "agent/netconf/answer_place.h"
 
 namespace agent {
 namespace {

@@ -3,8 +3,8 @@
 // bounded by one request and one reply, and a client that does not read delays nobody but itself.
 // Knows no operation.
 
-#ifndef AGENT_SESSION_H
-#define AGENT_SESSION_H
+#ifndef AGENT_NETCONF_SESSION_H
+#define AGENT_NETCONF_SESSION_H
 
 #include <chrono>
 #include <cstdint>

@@ -1,12 +1,12 @@
-#include "agent/sessions.h"
+#include "agent/netconf/sessions.h"
 
 #include <utility>
 #include <variant>
 
-#include "agent/capabilities.h"
-#include "agent/errors.h"
-#include "agent/request.h"
-#include "agent/user.h"
+#include "agent/access/user.h"
+#include "agent/data/errors.h"
+#include "agent/netconf/capabilities.h"
+#include "agent/netconf/request.h"
 #include "log/log.h"
 
 namespace agent {

@@ -1,8 +1,8 @@
 // The NETCONF sessions that are open: lets clients in, turns their messages into requests, and ends
 // sessions on demand.
 
-#ifndef AGENT_SESSIONS_H
-#define AGENT_SESSIONS_H
+#ifndef AGENT_NETCONF_SESSIONS_H
+#define AGENT_NETCONF_SESSIONS_H
 
 #include <chrono>
 #include <cstdint>
@@ -11,12 +11,12 @@
 #include <string>
 #include <variant>
 
-#include "agent/access.h"
-#include "agent/operations.h"
-#include "agent/rpc.h"
-#include "agent/session.h"
-#include "agent/workbench.h"
-#include "cdb/schema.h"
+#include "agent/access/access.h"
+#include "agent/netconf/operations.h"
+#include "agent/netconf/rpc.h"
+#include "agent/netconf/session.h"
+#include "agent/netconf/workbench.h"
+#include "cdb/schema/schema.h"
 #include "guard/limits.h"
 #include "guard/schema_index.h"
 #include "ipc/user_quota.h"

@@ -1,4 +1,4 @@
-#include "agent/turn_queue.h"
+#include "agent/netconf/turn_queue.h"
 
 #include <deque>
 #include <utility>

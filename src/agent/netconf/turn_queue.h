@@ -1,8 +1,8 @@
 // Jobs that wait for something while they are under way, one after the other: an edit of the candidate may
 // wait for a callpoint, a commit for its subscribers, and the next one waits until they are done.
 
-#ifndef AGENT_TURN_QUEUE_H
-#define AGENT_TURN_QUEUE_H
+#ifndef AGENT_NETCONF_TURN_QUEUE_H
+#define AGENT_NETCONF_TURN_QUEUE_H
 
 #include <functional>
 #include <memory>

@@ -1,10 +1,10 @@
-#include "agent/workbench.h"
+#include "agent/netconf/workbench.h"
 
 #include <utility>
 
 namespace agent {
 
-Workbench::Workbench(boost::asio::io_context& loop) : m_worker(ipc::MakeWorker(loop, ipc::kWorkerWaits)) {}
+Workbench::Workbench(boost::asio::io_context& loop) : m_worker(base::MakeWorker(loop, base::kWorkerWaits)) {}
 
 Workbench::~Workbench() = default;
 

@@ -3,8 +3,8 @@
 // agent has two: one for all that is done with the candidate and the store's write side, one for long
 // messages and long answers.
 
-#ifndef AGENT_WORKBENCH_H
-#define AGENT_WORKBENCH_H
+#ifndef AGENT_NETCONF_WORKBENCH_H
+#define AGENT_NETCONF_WORKBENCH_H
 
 #include <exception>
 #include <functional>
@@ -13,7 +13,7 @@
 
 #include <boost/asio/io_context.hpp>
 
-#include "ipc/worker.h"
+#include "base/worker.h"
 
 namespace agent {
 
@@ -45,7 +45,7 @@ private:
         std::shared_ptr<void> handle;
     };
     std::list<Task> m_tasks;
-    std::unique_ptr<ipc::Worker> m_worker;  // its thread ends before the tasks go
+    std::unique_ptr<base::Worker> m_worker;  // its thread ends before the tasks go
 };
 
 }  // namespace agent

@@ -1,20 +1,20 @@
-#include "agent/agent.h"
+#include "agent/process/agent.h"
 
 #include <algorithm>
 #include <optional>
 #include <system_error>
 #include <utility>
 
-#include "agent/acceptor.h"
-#include "agent/callpoints.h"
-#include "agent/clients.h"
-#include "agent/delivery.h"
-#include "agent/operations.h"
-#include "agent/sessions.h"
-#include "agent/state.h"
-#include "agent/workbench.h"
+#include "agent/clients/callpoints.h"
+#include "agent/clients/clients.h"
+#include "agent/clients/delivery.h"
+#include "agent/netconf/acceptor.h"
+#include "agent/netconf/operations.h"
+#include "agent/netconf/sessions.h"
+#include "agent/netconf/workbench.h"
+#include "agent/state/state.h"
+#include "base/timers.h"
 #include "ipc/frame.h"
-#include "ipc/timers.h"
 #include "log/log.h"
 
 namespace agent {
@@ -79,7 +79,7 @@ public:
          cdb::Datastore& datastore, Access& access, AgentOptions agentOptions)
         : m_loop(loop),
           m_options(WithClock(std::move(agentOptions))),
-          m_timers(ipc::MakeTimers(loop)),
+          m_timers(base::MakeTimers(loop)),
           m_clients(schema, store, *m_timers, ClientsOptions(m_options, store, m_faultBench)),
           m_callpoints(loop, schema.Table(), m_clients,
                        {m_options.callpointTimeout, m_options.callpointTotal}),
@@ -138,7 +138,7 @@ private:
 
     boost::asio::io_context& m_loop;
     AgentOptions m_options;
-    std::unique_ptr<ipc::Timers> m_timers;
+    std::unique_ptr<base::Timers> m_timers;
     std::shared_ptr<Workbench*> m_faultBench = std::make_shared<Workbench*>(&m_changes);  // gone before it
     Clients m_clients;
     Callpoints m_callpoints;

@@ -1,8 +1,8 @@
 // The management agent of cdbd: NETCONF for operators and controllers on one socket, the processes of
 // the switch on another, in one loop. Puts the parts together and lets the connections in.
 
-#ifndef AGENT_AGENT_H
-#define AGENT_AGENT_H
+#ifndef AGENT_PROCESS_AGENT_H
+#define AGENT_PROCESS_AGENT_H
 
 #include <chrono>
 #include <cstdint>
@@ -12,13 +12,13 @@
 
 #include <boost/asio/io_context.hpp>
 
-#include "agent/access.h"
-#include "agent/answer_room.h"
-#include "agent/fault_intake.h"
-#include "agent/sessions.h"
-#include "cdb/datastore.h"
-#include "cdb/schema.h"
-#include "cdb/store.h"
+#include "agent/access/access.h"
+#include "agent/clients/fault_intake.h"
+#include "agent/netconf/answer_room.h"
+#include "agent/netconf/sessions.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 #include "ipc/trust.h"
 
 namespace agent {

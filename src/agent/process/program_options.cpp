@@ -1,4 +1,4 @@
-#include "agent/program_options.h"
+#include "agent/process/program_options.h"
 
 #include <charconv>
 #include <cstdint>

@@ -1,7 +1,7 @@
 // The command line and environment of cdbd.
 
-#ifndef AGENT_PROGRAM_OPTIONS_H
-#define AGENT_PROGRAM_OPTIONS_H
+#ifndef AGENT_PROCESS_PROGRAM_OPTIONS_H
+#define AGENT_PROCESS_PROGRAM_OPTIONS_H
 
 #include <chrono>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "agent/store_report.h"
+#include "agent/process/store_report.h"
 
 #include <array>
 #include <utility>

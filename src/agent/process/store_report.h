@@ -1,11 +1,11 @@
 // What is in a store, as text for people. Used by cdbd --check.
 
-#ifndef AGENT_STORE_REPORT_H
-#define AGENT_STORE_REPORT_H
+#ifndef AGENT_PROCESS_STORE_REPORT_H
+#define AGENT_PROCESS_STORE_REPORT_H
 
 #include <string>
 
-#include "cdb/store.h"
+#include "cdb/store/store.h"
 
 namespace agent {
 

@@ -1,12 +1,12 @@
-#include "agent/provided_state.h"
+#include "agent/state/provided_state.h"
 
 #include <libyang/libyang.h>
 
 #include <algorithm>
 #include <unordered_map>
 
-#include "agent/provider_node.h"
-#include "ipc/text.h"
+#include "agent/clients/provider_node.h"
+#include "base/text.h"
 
 namespace agent {
 namespace {
@@ -18,7 +18,7 @@ constexpr std::size_t kMaxWarning = 1024;
 std::string Shown(std::string_view text)
 {
     const bool cut = text.size() > kShown;
-    return "\"" + ipc::Presentable(text, kShown) + (cut ? "...\"" : "\"");
+    return "\"" + base::Presentable(text, kShown) + (cut ? "...\"" : "\"");
 }
 
 bool IsLeafNode(const lysc_node* node) { return (node->nodetype & LYD_NODE_TERM) != 0; }
@@ -48,7 +48,7 @@ struct ProvidedState::Trail {
         text.append("{");
         std::string_view separator;
         for (const std::string_view key : *keys) {
-            text.append(separator).append(ipc::Presentable(key, kShown));
+            text.append(separator).append(base::Presentable(key, kShown));
             separator = " ";
         }
         return text.append("}");
@@ -115,7 +115,7 @@ std::string ProvidedState::Take(const ipc::cdb::StateReply& part)
 void ProvidedState::TakeWarnings(const ipc::cdb::StateReply& part)
 {
     for (const std::string& warning : part.warnings())
-        if (m_warnings.size() < kMaxWarnings) m_warnings.push_back(ipc::Presentable(warning, kMaxWarning));
+        if (m_warnings.size() < kMaxWarnings) m_warnings.push_back(base::Presentable(warning, kMaxWarning));
 }
 
 std::string ProvidedState::TakeTree(const ipc::cdb::StateReply_Tree& tree, Names& names)
@@ -182,7 +182,7 @@ std::string ProvidedState::TakeKeys(const ipc::cdb::StateNode& from, const lysc_
     for (const std::string& value : from.keys()) {
         if (key == nullptr || !lysc_is_key(key)) return trail.Text() + " has an entry with too many keys";
         // A name with something replaced in it would be another's.
-        const bool isText = value.size() <= kMaxValue && ipc::IsPresentable(value);
+        const bool isText = value.size() <= kMaxValue && base::IsPresentable(value);
         const auto checked = isText ? m_checker.Check(key, value) : std::nullopt;
         if (!checked) return trail.Text() + " has an entry whose " + key->name + " can't be " + Shown(value);
         m_bytes += sizeof(std::string_view) + checked->size();

@@ -1,8 +1,8 @@
 // What a state provider has answered, taken over part by part: each node is looked up in the schema, and
 // what the schema does not have makes the whole answer void. Used by state_round.
 
-#ifndef AGENT_PROVIDED_STATE_H
-#define AGENT_PROVIDED_STATE_H
+#ifndef AGENT_STATE_PROVIDED_STATE_H
+#define AGENT_STATE_PROVIDED_STATE_H
 
 #include <cstddef>
 #include <string>
@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "agent/client.h"
-#include "agent/state_tree.h"
-#include "agent/value_check.h"
+#include "agent/clients/client.h"
+#include "agent/state/state_tree.h"
+#include "agent/state/value_check.h"
 
 struct ly_ctx;
 

@@ -1,13 +1,13 @@
-#include "agent/state.h"
+#include "agent/state/state.h"
 
 #include <libyang/libyang.h>
 
 #include <algorithm>
 #include <utility>
 
-#include "agent/errors.h"
-#include "agent/state_selection.h"
-#include "agent/system_state.h"
+#include "agent/data/errors.h"
+#include "agent/state/state_selection.h"
+#include "agent/state/system_state.h"
 #include "log/log.h"
 
 namespace agent {

@@ -1,8 +1,8 @@
 // Operational state for <get>: what cdbd knows itself, and what the providers answer when asked. What is
 // missing is said.
 
-#ifndef AGENT_STATE_H
-#define AGENT_STATE_H
+#ifndef AGENT_STATE_STATE_H
+#define AGENT_STATE_STATE_H
 
 #include <chrono>
 #include <cstdint>
@@ -17,14 +17,14 @@
 
 #include <boost/asio/io_context.hpp>
 
-#include "agent/access.h"
-#include "agent/clients.h"
-#include "agent/data_source.h"
-#include "agent/provider_node.h"
-#include "agent/state_round.h"
-#include "agent/state_selection.h"
-#include "cdb/schema.h"
-#include "cdb/store.h"
+#include "agent/access/access.h"
+#include "agent/clients/clients.h"
+#include "agent/clients/provider_node.h"
+#include "agent/data/data_source.h"
+#include "agent/state/state_round.h"
+#include "agent/state/state_selection.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 #include "netconf/rpc_error.h"
 
 namespace agent {

@@ -1,4 +1,4 @@
-#include "agent/state_round.h"
+#include "agent/state/state_round.h"
 
 #include <algorithm>
 #include <utility>

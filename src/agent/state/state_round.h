@@ -1,8 +1,8 @@
 // One question for state to several providers at once: takes their answers part by part, each in a turn of
 // the loop, and gives up those that do not go on. Used by state.cpp.
 
-#ifndef AGENT_STATE_ROUND_H
-#define AGENT_STATE_ROUND_H
+#ifndef AGENT_STATE_STATE_ROUND_H
+#define AGENT_STATE_STATE_ROUND_H
 
 #include <chrono>
 #include <functional>
@@ -13,8 +13,8 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 
-#include "agent/client.h"
-#include "agent/provided_state.h"
+#include "agent/clients/client.h"
+#include "agent/state/provided_state.h"
 
 struct ly_ctx;
 

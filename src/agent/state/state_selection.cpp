@@ -1,4 +1,4 @@
-#include "agent/state_selection.h"
+#include "agent/state/state_selection.h"
 
 #include <libyang/libyang.h>
 

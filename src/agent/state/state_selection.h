@@ -2,15 +2,15 @@
 // keys, and children by name. It may select more than the filter, never less; the filter is applied to what
 // comes. Used for the questions to those who provide state.
 
-#ifndef AGENT_STATE_SELECTION_H
-#define AGENT_STATE_SELECTION_H
+#ifndef AGENT_STATE_STATE_SELECTION_H
+#define AGENT_STATE_STATE_SELECTION_H
 
 #include <map>
 #include <optional>
 #include <string_view>
 #include <vector>
 
-#include "agent/subtree_filter.h"
+#include "agent/data/subtree_filter.h"
 #include "ipc/cdb.pb.h"
 
 struct lysc_node;

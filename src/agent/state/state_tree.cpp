@@ -1,4 +1,4 @@
-#include "agent/state_tree.h"
+#include "agent/state/state_tree.h"
 
 #include <libyang/libyang.h>
 

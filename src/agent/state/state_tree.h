@@ -2,8 +2,8 @@
 // whoever has put them there. Not libyang's data: it costs a tenth, and any thread may read it once it is
 // made.
 
-#ifndef AGENT_STATE_TREE_H
-#define AGENT_STATE_TREE_H
+#ifndef AGENT_STATE_STATE_TREE_H
+#define AGENT_STATE_STATE_TREE_H
 
 #include <cstddef>
 #include <memory>
@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/data_source.h"
+#include "agent/data/data_source.h"
 
 namespace agent {
 

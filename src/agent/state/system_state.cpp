@@ -1,4 +1,4 @@
-#include "agent/system_state.h"
+#include "agent/state/system_state.h"
 
 #include <libyang/libyang.h>
 
@@ -10,7 +10,7 @@
 #include <set>
 #include <utility>
 
-#include "ipc/text.h"
+#include "base/text.h"
 #include "log/log.h"
 
 namespace agent {

@@ -1,8 +1,8 @@
 // The state that cdbd provides itself: the connected processes, the faults, and what was denied. Used by
 // state.cpp.
 
-#ifndef AGENT_SYSTEM_STATE_H
-#define AGENT_SYSTEM_STATE_H
+#ifndef AGENT_STATE_SYSTEM_STATE_H
+#define AGENT_STATE_SYSTEM_STATE_H
 
 #include <cstdint>
 #include <initializer_list>
@@ -10,12 +10,12 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/access.h"
-#include "agent/client.h"
-#include "agent/state.h"
-#include "agent/state_tree.h"
-#include "agent/value_check.h"
-#include "cdb/store.h"
+#include "agent/access/access.h"
+#include "agent/clients/client.h"
+#include "agent/state/state.h"
+#include "agent/state/state_tree.h"
+#include "agent/state/value_check.h"
+#include "cdb/store/store.h"
 
 struct ly_ctx;
 struct lysc_node;

@@ -1,4 +1,4 @@
-#include "agent/value_check.h"
+#include "agent/state/value_check.h"
 
 #include <libyang/libyang.h>
 #include <libyang/plugins_types.h>
@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "ipc/text.h"
+#include "base/text.h"
 
 namespace agent {
 namespace {
@@ -136,8 +136,8 @@ std::optional<std::string_view> ValueChecker::Check(const lysc_node* leaf, std::
     const lysc_type* type = leaf->nodetype == LYS_LEAF
                                 ? reinterpret_cast<const lysc_node_leaf*>(leaf)->type
                                 : reinterpret_cast<const lysc_node_leaflist*>(leaf)->type;
-    if (!ipc::IsPresentable(text)) {
-        m_text = ipc::Presentable(text, text.size());
+    if (!base::IsPresentable(text)) {
+        m_text = base::Presentable(text, text.size());
         text = m_text;
     }
     switch (CheckCheaply(type, text)) {

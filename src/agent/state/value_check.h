@@ -1,8 +1,8 @@
 // Whether a text is a value of a leaf's type. What state mostly has is looked at here, for libyang takes a
 // microsecond and more for each value; it decides about the rest. Used where state is taken over.
 
-#ifndef AGENT_VALUE_CHECK_H
-#define AGENT_VALUE_CHECK_H
+#ifndef AGENT_STATE_VALUE_CHECK_H
+#define AGENT_STATE_VALUE_CHECK_H
 
 #include <cstddef>
 #include <functional>

@@ -18,9 +18,9 @@
 #include <fmt/format.h>
 #include <net/if.h>
 
-#include "capture/ebpf_hooks.h"
-#include "capture/ebpf_program.h"
-#include "capture/ebpf_tc_dump.h"
+#include "capture/ebpf/hooks.h"
+#include "capture/ebpf/program.h"
+#include "capture/ebpf/tc_dump.h"
 #include "log/log.h"
 
 namespace capture {

@@ -1,6 +1,6 @@
 // A listening socket whose name is taken, and who has it (unix(7): abstract names, SO_PEERCRED).
 
-#include "capture/ebpf_clsact_claim.h"
+#include "capture/ebpf/clsact_claim.h"
 
 #include <cstddef>
 #include <cstring>

@@ -1,6 +1,6 @@
 // Table and scale of the gaps. Not on any packet's road: once a start, once a change of settings.
 
-#include "capture/ebpf_gap.h"
+#include "capture/ebpf/gap.h"
 
 #include <cmath>
 #include <cstddef>

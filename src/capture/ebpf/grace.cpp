@@ -1,6 +1,6 @@
 // Switches expedited grace periods on for a row of attachments, and off after it.
 
-#include "capture/ebpf_grace.h"
+#include "capture/ebpf/grace.h"
 
 #include <array>
 #include <cerrno>
@@ -12,7 +12,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "ipc/timers.h"
+#include "base/timers.h"
 #include "log/log.h"
 
 namespace capture {
@@ -27,7 +27,7 @@ constexpr int kMarkBits = ~0x3fffff;
 
 }  // namespace
 
-GracePeriods::GracePeriods(ipc::Timers& timers, const std::string& path)
+GracePeriods::GracePeriods(base::Timers& timers, const std::string& path)
     : m_timers(timers), m_file(::open(path.c_str(), O_RDWR | O_CLOEXEC))
 {
     if (m_file < 0) slog::Info("{} can't be written: attaching to many interfaces takes its time", path);

@@ -16,16 +16,16 @@
 #include <memory>
 #include <string>
 
-namespace ipc {
+namespace base {
 class Timers;
-}
+}  // namespace base
 
 namespace capture {
 
 class GracePeriods {
 public:
     /// Opens the switch now: later there may be no privilege to do so. Without it all steps are slow.
-    explicit GracePeriods(ipc::Timers& timers, const std::string& path = "/sys/kernel/rcu_expedited");
+    explicit GracePeriods(base::Timers& timers, const std::string& path = "/sys/kernel/rcu_expedited");
     ~GracePeriods();
     GracePeriods(const GracePeriods&) = delete;
     GracePeriods& operator=(const GracePeriods&) = delete;
@@ -41,7 +41,7 @@ private:
     void SwitchOn();
     void SwitchOff();
 
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     int m_file = -1;
     int m_steps = 0;       // in this row
     bool m_again = false;  // a step since the timer was armed

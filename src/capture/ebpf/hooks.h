@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "capture/ebpf_clsact_claim.h"
+#include "capture/ebpf/clsact_claim.h"
 
 namespace capture {
 

@@ -1,6 +1,6 @@
 // Slots of interfaces, used again when an interface goes.
 
-#include "capture/ebpf_ports.h"
+#include "capture/ebpf/ports.h"
 
 namespace capture {
 

@@ -1,6 +1,6 @@
 // Loading the sampling program, and its maps.
 
-#include "capture/ebpf_program.h"
+#include "capture/ebpf/program.h"
 
 #include <algorithm>
 #include <array>
@@ -18,7 +18,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "capture/ebpf_gap.h"
+#include "capture/ebpf/gap.h"
 #include "capture/sampler.skel.h"
 #include "log/log.h"
 

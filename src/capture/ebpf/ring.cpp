@@ -1,7 +1,7 @@
 // Maps the ring and keeps its positions. The data are mapped once: memory counts, and one record per
 // round that is in two pieces is copied instead.
 
-#include "capture/ebpf_ring.h"
+#include "capture/ebpf/ring.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 // The eBPF source: ports and hooks made and unmade as the caller says, and the ring drained in batches.
 
-#include "capture/ebpf_source.h"
+#include "capture/ebpf/source.h"
 
 #include <algorithm>
 #include <array>
@@ -10,13 +10,13 @@
 #include <time.h>
 #include <boost/asio/io_context.hpp>
 
-#include "capture/ebpf_gap.h"
-#include "capture/ebpf_grace.h"
-#include "capture/ebpf_hooks.h"
-#include "capture/ebpf_ports.h"
-#include "capture/ebpf_program.h"
-#include "capture/ebpf_ring.h"
-#include "capture/ebpf_waker.h"
+#include "capture/ebpf/gap.h"
+#include "capture/ebpf/grace.h"
+#include "capture/ebpf/hooks.h"
+#include "capture/ebpf/ports.h"
+#include "capture/ebpf/program.h"
+#include "capture/ebpf/ring.h"
+#include "capture/ebpf/waker.h"
 #include "log/log.h"
 
 namespace capture {
@@ -44,7 +44,7 @@ private:
 
 class EbpfSource final : public PacketSource {
 public:
-    EbpfSource(boost::asio::io_context& loop, ipc::Timers& timers, SampleSink& sink,
+    EbpfSource(boost::asio::io_context& loop, base::Timers& timers, SampleSink& sink,
                const SourceOptions& options, EbpfHook hook)
         : m_timers(timers), m_sink(sink), m_grace(timers)
     {
@@ -266,7 +266,7 @@ private:
         }
     }
 
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     SampleSink& m_sink;
     GracePeriods m_grace;
     std::optional<EbpfProgram> m_program;
@@ -282,7 +282,7 @@ private:
 
 }  // namespace
 
-std::unique_ptr<PacketSource> MakeEbpfSource(boost::asio::io_context& loop, ipc::Timers& timers,
+std::unique_ptr<PacketSource> MakeEbpfSource(boost::asio::io_context& loop, base::Timers& timers,
                                              SampleSink& sink, const SourceOptions& options, EbpfHook hook)
 {
     return std::make_unique<EbpfSource>(loop, timers, sink, options, hook);

@@ -12,9 +12,9 @@
 namespace boost::asio {
 class io_context;
 }
-namespace ipc {
+namespace base {
 class Timers;
-}
+}  // namespace base
 
 namespace capture {
 
@@ -22,7 +22,7 @@ enum class EbpfHook { kBest, kTcx, kClsact };
 
 /// Loads the program. Removes what an earlier process left at clsact. Throws Unavailable. All must
 /// outlive it.
-std::unique_ptr<PacketSource> MakeEbpfSource(boost::asio::io_context& loop, ipc::Timers& timers,
+std::unique_ptr<PacketSource> MakeEbpfSource(boost::asio::io_context& loop, base::Timers& timers,
                                              SampleSink& sink, const SourceOptions& options,
                                              EbpfHook hook = EbpfHook::kBest);
 

@@ -1,6 +1,6 @@
 // Questions to rtnetlink: all qdiscs, that of one interface, and the filters of one hook.
 
-#include "capture/ebpf_tc_dump.h"
+#include "capture/ebpf/tc_dump.h"
 
 #include <array>
 #include <cerrno>

@@ -9,8 +9,8 @@
 #include <unistd.h>
 
 #include "capture/bpf/records.h"
-#include "capture/ebpf_hooks.h"
-#include "capture/ebpf_program.h"
+#include "capture/ebpf/hooks.h"
+#include "capture/ebpf/program.h"
 
 namespace capture {
 namespace {

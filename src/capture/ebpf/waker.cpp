@@ -1,6 +1,6 @@
 // The rhythm of looking into the ring.
 
-#include "capture/ebpf_waker.h"
+#include "capture/ebpf/waker.h"
 
 #include <cerrno>
 #include <utility>
@@ -8,10 +8,10 @@
 #include <sys/epoll.h>
 #include <boost/asio/io_context.hpp>
 
-#include "capture/ebpf_program.h"
+#include "capture/ebpf/program.h"
 
 namespace capture {
-EbpfWaker::EbpfWaker(boost::asio::io_context& loop, ipc::Timers& timers, int ring,
+EbpfWaker::EbpfWaker(boost::asio::io_context& loop, base::Timers& timers, int ring,
                      volatile SharedWords& shared, std::function<bool()> look)
     : m_shared(shared),
       m_look(std::move(look)),

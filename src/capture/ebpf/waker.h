@@ -11,8 +11,8 @@
 
 #include <boost/asio/posix/stream_descriptor.hpp>
 
+#include "base/timers.h"
 #include "capture/bpf/records.h"
-#include "ipc/timers.h"
 
 namespace capture {
 
@@ -22,7 +22,7 @@ public:
     static constexpr std::chrono::milliseconds kRhythm{98};
 
     /// `look` drains the ring and says whether anything was in it. Throws Unavailable.
-    EbpfWaker(boost::asio::io_context& loop, ipc::Timers& timers, int ring, volatile SharedWords& shared,
+    EbpfWaker(boost::asio::io_context& loop, base::Timers& timers, int ring, volatile SharedWords& shared,
               std::function<bool()> look);
     ~EbpfWaker() = default;
     EbpfWaker(const EbpfWaker&) = delete;
@@ -38,7 +38,7 @@ private:
     // An epoll of the ring alone, edge-triggered: the loop must hear of wake-ups, not of data that wait.
     boost::asio::posix::stream_descriptor m_wakes;
     bool m_last = false;  // one more look before the process sleeps
-    const std::unique_ptr<ipc::Alarm> m_alarm;
+    const std::unique_ptr<base::Alarm> m_alarm;
 };
 
 }  // namespace capture

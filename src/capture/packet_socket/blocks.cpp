@@ -1,4 +1,4 @@
-#include "capture/ring_blocks.h"
+#include "capture/packet_socket/blocks.h"
 
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>

@@ -4,15 +4,15 @@
 // A block is handed over when it is full or 32 ms old, so nobody is woken for each packet. What does not
 // lie within its block, or is none of the kernel's packets, is left out.
 
-#ifndef CAPTURE_RING_BLOCKS_H
-#define CAPTURE_RING_BLOCKS_H
+#ifndef CAPTURE_PACKET_SOCKET_BLOCKS_H
+#define CAPTURE_PACKET_SOCKET_BLOCKS_H
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
+#include "capture/packet_socket/socket.h"
 #include "capture/packet_source.h"
-#include "capture/ring_socket.h"
 
 struct tpacket3_hdr;
 

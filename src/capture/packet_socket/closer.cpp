@@ -1,11 +1,11 @@
-#include "capture/ring_closer.h"
+#include "capture/packet_socket/closer.h"
 
 #include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <utility>
 
-#include "ipc/thread.h"
+#include "base/thread.h"
 
 namespace capture {
 
@@ -35,7 +35,7 @@ void RingCloser::Close(std::shared_ptr<RingPair> pair)
     const std::scoped_lock lock(m_work->mutex);
     m_work->pairs.push_back(std::move(pair));
     if (m_work->threads == kMostThreads) return;
-    if (ipc::BeginThread([work = m_work] { Run(work); }))
+    if (base::BeginThread([work = m_work] { Run(work); }))
         ++m_work->threads;
     else if (m_work->threads == 0)
         m_work->pairs.clear();

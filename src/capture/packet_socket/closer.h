@@ -3,12 +3,12 @@
 // which are there only while there is something to close; they wait together, so a few of them close hundreds
 // in a second. Where no thread can be made the caller closes. Used by ring_source.cpp.
 
-#ifndef CAPTURE_RING_CLOSER_H
-#define CAPTURE_RING_CLOSER_H
+#ifndef CAPTURE_PACKET_SOCKET_CLOSER_H
+#define CAPTURE_PACKET_SOCKET_CLOSER_H
 
 #include <memory>
 
-#include "capture/ring_pair.h"
+#include "capture/packet_socket/pair.h"
 
 namespace capture {
 

@@ -1,4 +1,4 @@
-#include "capture/ring_filter.h"
+#include "capture/packet_socket/filter.h"
 
 #include <linux/if_packet.h>
 

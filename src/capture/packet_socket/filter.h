@@ -1,8 +1,8 @@
 // The classic BPF programs of the packet sockets (linux/filter.h): who is drawn, who is only counted, and
 // how much of a packet is kept. Only values: attaching them is ring_socket.h's.
 
-#ifndef CAPTURE_RING_FILTER_H
-#define CAPTURE_RING_FILTER_H
+#ifndef CAPTURE_PACKET_SOCKET_FILTER_H
+#define CAPTURE_PACKET_SOCKET_FILTER_H
 
 #include <linux/filter.h>
 

@@ -1,4 +1,4 @@
-#include "capture/ring_pair.h"
+#include "capture/packet_socket/pair.h"
 
 #include <algorithm>
 #include <chrono>

@@ -10,8 +10,8 @@
 // is another, no packet is missed, and all that is in a ring was drawn with one rate. A pair with other
 // directions can't follow so: it is opened right after the other is closed.
 
-#ifndef CAPTURE_RING_PAIR_H
-#define CAPTURE_RING_PAIR_H
+#ifndef CAPTURE_PACKET_SOCKET_PAIR_H
+#define CAPTURE_PACKET_SOCKET_PAIR_H
 
 #include <cstddef>
 #include <cstdint>
@@ -20,9 +20,9 @@
 #include <optional>
 #include <utility>
 
+#include "capture/packet_socket/blocks.h"
+#include "capture/packet_socket/socket.h"
 #include "capture/packet_source.h"
-#include "capture/ring_blocks.h"
-#include "capture/ring_socket.h"
 
 namespace capture {
 

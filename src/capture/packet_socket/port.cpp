@@ -1,4 +1,4 @@
-#include "capture/ring_port.h"
+#include "capture/packet_socket/port.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // An interface that is sampled with packet sockets, over all changes: the pair of sockets it has now, its
 // counts, and how often to look at its ring. Used by ring_source.cpp.
 
-#ifndef CAPTURE_RING_PORT_H
-#define CAPTURE_RING_PORT_H
+#ifndef CAPTURE_PACKET_SOCKET_PORT_H
+#define CAPTURE_PACKET_SOCKET_PORT_H
 
 #include <chrono>
 #include <cstddef>
@@ -10,8 +10,8 @@
 #include <memory>
 #include <span>
 
+#include "capture/packet_socket/pair.h"
 #include "capture/packet_source.h"
-#include "capture/ring_pair.h"
 
 namespace capture {
 

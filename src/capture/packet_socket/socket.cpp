@@ -1,4 +1,4 @@
-#include "capture/ring_socket.h"
+#include "capture/packet_socket/socket.h"
 
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>

@@ -6,15 +6,15 @@
 // good; the kernel drops each further one at once, and counts it: the cheapest exact counter that a packet
 // socket has.
 
-#ifndef CAPTURE_RING_SOCKET_H
-#define CAPTURE_RING_SOCKET_H
+#ifndef CAPTURE_PACKET_SOCKET_SOCKET_H
+#define CAPTURE_PACKET_SOCKET_SOCKET_H
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 
-#include "capture/ring_filter.h"
+#include "capture/packet_socket/filter.h"
 
 namespace capture {
 

@@ -13,7 +13,7 @@
 // The first block that waits wakes the process. From then on a timer looks, so often that a stream of
 // packets would fill two thirds of a ring at most meanwhile; after a look in vain the ring wakes again.
 
-#include "capture/ring_source.h"
+#include "capture/packet_socket/source.h"
 
 #include <algorithm>
 #include <boost/asio/io_context.hpp>
@@ -23,12 +23,12 @@
 #include <utility>
 #include <vector>
 
-#include "capture/ebpf_grace.h"
-#include "capture/ring_closer.h"
-#include "capture/ring_pair.h"
-#include "capture/ring_port.h"
-#include "capture/ring_waker.h"
-#include "ipc/timers.h"
+#include "base/timers.h"
+#include "capture/ebpf/grace.h"
+#include "capture/packet_socket/closer.h"
+#include "capture/packet_socket/pair.h"
+#include "capture/packet_socket/port.h"
+#include "capture/packet_socket/waker.h"
 #include "log/log.h"
 
 namespace capture {
@@ -71,7 +71,7 @@ private:
 
 class RingSource final : public PacketSource {
 public:
-    RingSource(asio::io_context& loop, ipc::Timers& timers, SampleSink& sink, const SourceOptions& options)
+    RingSource(asio::io_context& loop, base::Timers& timers, SampleSink& sink, const SourceOptions& options)
         : m_timers(timers),
           m_sink(sink),
           m_options(options),
@@ -361,11 +361,11 @@ private:
         });
     }
 
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     SampleSink& m_sink;
     SourceOptions m_options;
     GracePeriods m_grace;
-    const std::unique_ptr<ipc::Alarm> m_alarm;
+    const std::unique_ptr<base::Alarm> m_alarm;
     RingCloser m_closer;
     RingWaker m_waker;
     std::shared_ptr<RingPair> m_spare;
@@ -379,7 +379,7 @@ private:
 
 }  // namespace
 
-std::unique_ptr<PacketSource> MakeRingSource(asio::io_context& loop, ipc::Timers& timers, SampleSink& sink,
+std::unique_ptr<PacketSource> MakeRingSource(asio::io_context& loop, base::Timers& timers, SampleSink& sink,
                                              const SourceOptions& options)
 {
     return std::make_unique<RingSource>(loop, timers, sink, options);

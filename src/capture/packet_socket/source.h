@@ -1,8 +1,8 @@
 // Packets drawn by a random filter of packet sockets (packet(7), TPACKET_V3), for kernels and
 // privileges that do not allow eBPF. A second socket per interface counts what could have been drawn.
 
-#ifndef CAPTURE_RING_SOURCE_H
-#define CAPTURE_RING_SOURCE_H
+#ifndef CAPTURE_PACKET_SOCKET_SOURCE_H
+#define CAPTURE_PACKET_SOCKET_SOURCE_H
 
 #include <memory>
 
@@ -11,14 +11,14 @@
 namespace boost::asio {
 class io_context;
 }
-namespace ipc {
+namespace base {
 class Timers;
-}
+}  // namespace base
 
 namespace capture {
 
 /// Throws Unavailable where packet sockets can't be opened. All must outlive it.
-std::unique_ptr<PacketSource> MakeRingSource(boost::asio::io_context& loop, ipc::Timers& timers,
+std::unique_ptr<PacketSource> MakeRingSource(boost::asio::io_context& loop, base::Timers& timers,
                                              SampleSink& sink, const SourceOptions& options);
 
 }  // namespace capture

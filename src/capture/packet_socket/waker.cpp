@@ -1,4 +1,4 @@
-#include "capture/ring_waker.h"
+#include "capture/packet_socket/waker.h"
 
 #include <sys/epoll.h>
 

@@ -2,8 +2,8 @@
 // is asked to wake again, however many blocks are added: whoever was woken looks by a timer. One descriptor
 // of the loop for any number of rings. Used by ring_source.cpp.
 
-#ifndef CAPTURE_RING_WAKER_H
-#define CAPTURE_RING_WAKER_H
+#ifndef CAPTURE_PACKET_SOCKET_WAKER_H
+#define CAPTURE_PACKET_SOCKET_WAKER_H
 
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <cstdint>

@@ -1,9 +1,9 @@
-#include "cdb/candidate.h"
+#include "cdb/datastore/candidate.h"
 
 #include <libyang/libyang.h>
 
-#include "cdb/candidate_view.h"
-#include "cdb/tree_load.h"
+#include "cdb/datastore/candidate_view.h"
+#include "cdb/datastore/tree_load.h"
 
 namespace cdb {
 

@@ -3,8 +3,8 @@
 // loaded from the store's rows when it is first touched; what was not touched is running's. Knows no edit
 // and no commit. Used by the files of the datastore.
 
-#ifndef CDB_CANDIDATE_H
-#define CDB_CANDIDATE_H
+#ifndef CDB_DATASTORE_CANDIDATE_H
+#define CDB_DATASTORE_CANDIDATE_H
 
 #include <cstdint>
 #include <map>
@@ -12,8 +12,8 @@
 #include <span>
 #include <vector>
 
-#include "cdb/row_view.h"
-#include "cdb/tree.h"
+#include "cdb/datastore/tree.h"
+#include "cdb/rows/row_view.h"
 
 namespace cdb {
 

@@ -1,10 +1,10 @@
-#include "cdb/candidate_view.h"
+#include "cdb/datastore/candidate_view.h"
 
 #include <libyang/libyang.h>
 
 #include <algorithm>
 
-#include "cdb/compare_row.h"
+#include "cdb/datastore/compare_row.h"
 
 namespace cdb {
 namespace {

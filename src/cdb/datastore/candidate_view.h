@@ -1,13 +1,13 @@
 // The candidate's rows: running's, but for what was touched. And rows with others put over them.
 
-#ifndef CDB_CANDIDATE_VIEW_H
-#define CDB_CANDIDATE_VIEW_H
+#ifndef CDB_DATASTORE_CANDIDATE_VIEW_H
+#define CDB_DATASTORE_CANDIDATE_VIEW_H
 
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "cdb/candidate.h"
+#include "cdb/datastore/candidate.h"
 
 namespace cdb {
 

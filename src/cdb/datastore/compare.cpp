@@ -1,11 +1,11 @@
-#include "cdb/compare.h"
+#include "cdb/datastore/compare.h"
 
 #include <libyang/libyang.h>
 
 #include <algorithm>
 #include <utility>
 
-#include "cdb/compare_row.h"
+#include "cdb/datastore/compare_row.h"
 
 namespace cdb {
 namespace {

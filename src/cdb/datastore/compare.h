@@ -2,14 +2,14 @@
 // set for subscribers, the rows for the store, and the rows as they were. Changes neither. Used by the
 // datastore.
 
-#ifndef CDB_COMPARE_H
-#define CDB_COMPARE_H
+#ifndef CDB_DATASTORE_COMPARE_H
+#define CDB_DATASTORE_COMPARE_H
 
 #include <vector>
 
-#include "cdb/candidate.h"
-#include "cdb/change_set.h"
-#include "cdb/row_change.h"
+#include "cdb/datastore/candidate.h"
+#include "cdb/model/change_set.h"
+#include "cdb/model/row_change.h"
 
 namespace cdb {
 

@@ -1,8 +1,8 @@
-#include "cdb/compare_row.h"
+#include "cdb/datastore/compare_row.h"
 
 #include <libyang/libyang.h>
 
-#include "cdb/tree.h"
+#include "cdb/datastore/tree.h"
 
 namespace cdb {
 namespace {

@@ -1,12 +1,12 @@
 // The leaves of one entry or container: their row for the store, and their effective values.
 
-#ifndef CDB_COMPARE_ROW_H
-#define CDB_COMPARE_ROW_H
+#ifndef CDB_DATASTORE_COMPARE_ROW_H
+#define CDB_DATASTORE_COMPARE_ROW_H
 
 #include <vector>
 
-#include "cdb/schema.h"
-#include "cdb/store.h"
+#include "cdb/model/row.h"
+#include "cdb/schema/schema.h"
 
 struct lyd_node;
 

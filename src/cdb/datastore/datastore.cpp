@@ -1,19 +1,19 @@
 // The operations on the datastores, each wired of its parts: editor, validator, comparison, store.
 
-#include "cdb/datastore.h"
+#include "cdb/datastore/datastore.h"
 
 #include <libyang/libyang.h>
 
 #include <algorithm>
 #include <new>
 
-#include "cdb/candidate_view.h"
-#include "cdb/compare.h"
-#include "cdb/edit.h"
-#include "cdb/edit_plan.h"
-#include "cdb/schema_difference.h"
-#include "cdb/tree_load.h"
-#include "cdb/validate.h"
+#include "cdb/datastore/candidate_view.h"
+#include "cdb/datastore/compare.h"
+#include "cdb/datastore/edit.h"
+#include "cdb/datastore/edit_plan.h"
+#include "cdb/datastore/tree_load.h"
+#include "cdb/datastore/validate.h"
+#include "cdb/schema/difference.h"
 #include "log/log.h"
 
 namespace cdb {

@@ -3,8 +3,8 @@
 // configuration. Knows no session and no lock. One thread at a time calls its functions, but for Running,
 // which any thread may call at any time.
 
-#ifndef CDB_DATASTORE_H
-#define CDB_DATASTORE_H
+#ifndef CDB_DATASTORE_DATASTORE_H
+#define CDB_DATASTORE_DATASTORE_H
 
 #include <cstdint>
 #include <memory>
@@ -14,14 +14,14 @@
 #include <variant>
 #include <vector>
 
-#include "cdb/change_set.h"
-#include "cdb/error.h"
-#include "cdb/path.h"
-#include "cdb/row_change.h"
-#include "cdb/row_view.h"
-#include "cdb/schema.h"
-#include "cdb/store.h"
-#include "cdb/tree.h"
+#include "cdb/datastore/tree.h"
+#include "cdb/model/change_set.h"
+#include "cdb/model/error.h"
+#include "cdb/model/path.h"
+#include "cdb/model/row_change.h"
+#include "cdb/rows/row_view.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 
 struct lyd_node;
 

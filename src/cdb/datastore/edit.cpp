@@ -1,10 +1,10 @@
 // The way through the edit and what each operation means. The changes themselves: edit_change.cpp.
 
-#include "cdb/edit.h"
+#include "cdb/datastore/edit.h"
 
 #include <libyang/libyang.h>
 
-#include "cdb/edit_errors.h"
+#include "cdb/datastore/edit_errors.h"
 
 namespace cdb {
 namespace {

@@ -1,18 +1,18 @@
 // Applies one edit (RFC 6241, section 7.2) to the candidate in place. Every change goes into the log that it
 // is given. Whether the result is valid is not looked at here. Used by the datastore.
 
-#ifndef CDB_EDIT_H
-#define CDB_EDIT_H
+#ifndef CDB_DATASTORE_EDIT_H
+#define CDB_DATASTORE_EDIT_H
 
 #include <optional>
 #include <unordered_set>
 #include <vector>
 
-#include "cdb/candidate.h"
-#include "cdb/datastore.h"
-#include "cdb/edit_log.h"
-#include "cdb/edit_operation.h"
-#include "cdb/edit_writes.h"
+#include "cdb/datastore/candidate.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/datastore/edit_log.h"
+#include "cdb/datastore/edit_operation.h"
+#include "cdb/datastore/edit_writes.h"
 
 namespace cdb {
 

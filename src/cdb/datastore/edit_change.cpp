@@ -2,8 +2,8 @@
 
 #include <libyang/libyang.h>
 
-#include "cdb/edit.h"
-#include "cdb/edit_errors.h"
+#include "cdb/datastore/edit.h"
+#include "cdb/datastore/edit_errors.h"
 
 namespace cdb {
 namespace {

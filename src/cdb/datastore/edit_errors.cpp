@@ -1,8 +1,8 @@
-#include "cdb/edit_errors.h"
+#include "cdb/datastore/edit_errors.h"
 
 #include <libyang/libyang.h>
 
-#include "cdb/tree.h"
+#include "cdb/datastore/tree.h"
 
 namespace cdb {
 namespace {

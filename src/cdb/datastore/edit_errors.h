@@ -1,12 +1,12 @@
 // What can be wrong with an edit, in words that name the thing and the remedy. Used by the editor.
 
-#ifndef CDB_EDIT_ERRORS_H
-#define CDB_EDIT_ERRORS_H
+#ifndef CDB_DATASTORE_EDIT_ERRORS_H
+#define CDB_DATASTORE_EDIT_ERRORS_H
 
 #include <string>
 
-#include "cdb/error.h"
-#include "cdb/schema.h"
+#include "cdb/model/error.h"
+#include "cdb/schema/schema.h"
 
 struct lyd_node;
 

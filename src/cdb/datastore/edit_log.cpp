@@ -1,4 +1,4 @@
-#include "cdb/edit_log.h"
+#include "cdb/datastore/edit_log.h"
 
 #include <libyang/libyang.h>
 

@@ -1,13 +1,13 @@
 // The changes that one edit has made to a tree, in order, so that they can be taken back. Every
 // change of the candidate by an edit goes through here. Owns what the edit has taken out.
 
-#ifndef CDB_EDIT_LOG_H
-#define CDB_EDIT_LOG_H
+#ifndef CDB_DATASTORE_EDIT_LOG_H
+#define CDB_DATASTORE_EDIT_LOG_H
 
 #include <string>
 #include <vector>
 
-#include "cdb/candidate.h"
+#include "cdb/datastore/candidate.h"
 
 namespace cdb {
 

@@ -1,4 +1,4 @@
-#include "cdb/edit_operation.h"
+#include "cdb/datastore/edit_operation.h"
 
 #include <libyang/libyang.h>
 
@@ -7,9 +7,9 @@
 #include <string_view>
 #include <utility>
 
-#include "cdb/datastore.h"
-#include "cdb/edit_errors.h"
-#include "cdb/tree.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/datastore/edit_errors.h"
+#include "cdb/datastore/tree.h"
 
 namespace cdb {
 namespace {

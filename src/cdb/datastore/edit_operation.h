@@ -1,15 +1,15 @@
 // The operation that an edit's node asks for: its attribute (RFC 6241, section 7.2), or what it
 // inherits. Used by the editor.
 
-#ifndef CDB_EDIT_OPERATION_H
-#define CDB_EDIT_OPERATION_H
+#ifndef CDB_DATASTORE_EDIT_OPERATION_H
+#define CDB_DATASTORE_EDIT_OPERATION_H
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <variant>
 
-#include "cdb/error.h"
+#include "cdb/model/error.h"
 
 struct lyd_node;
 

@@ -1,12 +1,12 @@
-#include "cdb/edit_plan.h"
+#include "cdb/datastore/edit_plan.h"
 
 #include <libyang/libyang.h>
 
 #include <map>
 #include <set>
 
-#include "cdb/edit.h"
-#include "cdb/edit_operation.h"
+#include "cdb/datastore/edit.h"
+#include "cdb/datastore/edit_operation.h"
 
 namespace cdb {
 namespace {

@@ -1,13 +1,13 @@
 // Finds out which entries with a callpoint an edit creates, without changing anything: whom to ask is known
 // before the edit is applied. Used by the datastore.
 
-#ifndef CDB_EDIT_PLAN_H
-#define CDB_EDIT_PLAN_H
+#ifndef CDB_DATASTORE_EDIT_PLAN_H
+#define CDB_DATASTORE_EDIT_PLAN_H
 
 #include <vector>
 
-#include "cdb/candidate.h"
-#include "cdb/datastore.h"
+#include "cdb/datastore/candidate.h"
+#include "cdb/datastore/datastore.h"
 
 namespace cdb {
 

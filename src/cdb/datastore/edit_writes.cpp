@@ -1,4 +1,4 @@
-#include "cdb/edit_writes.h"
+#include "cdb/datastore/edit_writes.h"
 
 namespace cdb {
 

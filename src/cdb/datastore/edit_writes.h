@@ -1,13 +1,13 @@
 // The callpoints' writes of one edit, by the entry whose creation they belong to. Used by the editor.
 
-#ifndef CDB_EDIT_WRITES_H
-#define CDB_EDIT_WRITES_H
+#ifndef CDB_DATASTORE_EDIT_WRITES_H
+#define CDB_DATASTORE_EDIT_WRITES_H
 
 #include <map>
 #include <vector>
 
-#include "cdb/datastore.h"
-#include "cdb/tree.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/datastore/tree.h"
 
 namespace cdb {
 

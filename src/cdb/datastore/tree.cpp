@@ -1,6 +1,6 @@
 // Finding and naming nodes. Making them: tree_make.cpp.
 
-#include "cdb/tree.h"
+#include "cdb/datastore/tree.h"
 
 #include <libyang/libyang.h>
 

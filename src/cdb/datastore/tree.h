@@ -5,18 +5,18 @@
 // The trees here are complete: every plain container stands in them, and every leaf that is at its
 // default, both flagged as default where nothing was set explicitly.
 
-#ifndef CDB_TREE_H
-#define CDB_TREE_H
+#ifndef CDB_DATASTORE_TREE_H
+#define CDB_DATASTORE_TREE_H
 
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "cdb/path.h"
-#include "cdb/schema.h"
-#include "cdb/store.h"
-#include "cdb/value.h"
+#include "cdb/model/path.h"
+#include "cdb/model/value.h"
+#include "cdb/schema/schema.h"
+#include "cdb/store/store.h"
 
 struct lyd_node;
 

@@ -1,12 +1,12 @@
-#include "cdb/tree_for_edit.h"
+#include "cdb/datastore/tree_for_edit.h"
 
 #include <libyang/libyang.h>
 
 #include <set>
 #include <utility>
 
-#include "cdb/edit_operation.h"
-#include "cdb/tree_load.h"
+#include "cdb/datastore/edit_operation.h"
+#include "cdb/datastore/tree_load.h"
 
 namespace cdb {
 namespace {

@@ -1,12 +1,12 @@
 // The part of a datastore that an edit is judged by: what it names and what it takes out, as a complete tree.
 // Built of rows; knows no rule and applies nothing. Used by the agent's access control.
 
-#ifndef CDB_TREE_FOR_EDIT_H
-#define CDB_TREE_FOR_EDIT_H
+#ifndef CDB_DATASTORE_TREE_FOR_EDIT_H
+#define CDB_DATASTORE_TREE_FOR_EDIT_H
 
-#include "cdb/datastore.h"
-#include "cdb/row_view.h"
-#include "cdb/tree.h"
+#include "cdb/datastore/datastore.h"
+#include "cdb/datastore/tree.h"
+#include "cdb/rows/row_view.h"
 
 namespace cdb {
 

@@ -1,4 +1,4 @@
-#include "cdb/tree_load.h"
+#include "cdb/datastore/tree_load.h"
 
 #include <libyang/libyang.h>
 

@@ -1,10 +1,10 @@
 // Builds trees from rows: a whole datastore, its trunk, or one entry.
 
-#ifndef CDB_TREE_LOAD_H
-#define CDB_TREE_LOAD_H
+#ifndef CDB_DATASTORE_TREE_LOAD_H
+#define CDB_DATASTORE_TREE_LOAD_H
 
-#include "cdb/row_view.h"
-#include "cdb/tree.h"
+#include "cdb/datastore/tree.h"
+#include "cdb/rows/row_view.h"
 
 namespace cdb {
 

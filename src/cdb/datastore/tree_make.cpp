@@ -5,7 +5,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "cdb/tree.h"
+#include "cdb/datastore/tree.h"
 
 namespace cdb {
 

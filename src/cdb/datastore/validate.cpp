@@ -1,13 +1,13 @@
-#include "cdb/validate.h"
+#include "cdb/datastore/validate.h"
 
 #include <libyang/libyang.h>
 
 #include <algorithm>
 
-#include "cdb/candidate_view.h"
-#include "cdb/tree_load.h"
-#include "cdb/validate_references.h"
-#include "cdb/validate_unit.h"
+#include "cdb/datastore/candidate_view.h"
+#include "cdb/datastore/tree_load.h"
+#include "cdb/datastore/validate_references.h"
+#include "cdb/datastore/validate_unit.h"
 
 namespace cdb {
 namespace {

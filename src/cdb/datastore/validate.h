@@ -2,13 +2,13 @@
 // references that leave a unit are looked up here. Where the schema's constraints reach further, everything
 // is validated. Used by the datastore.
 
-#ifndef CDB_VALIDATE_H
-#define CDB_VALIDATE_H
+#ifndef CDB_DATASTORE_VALIDATE_H
+#define CDB_DATASTORE_VALIDATE_H
 
 #include <vector>
 
-#include "cdb/candidate.h"
-#include "cdb/schema_reach.h"
+#include "cdb/datastore/candidate.h"
+#include "cdb/schema/reach.h"
 
 namespace cdb {
 

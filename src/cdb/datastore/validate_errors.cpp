@@ -1,10 +1,10 @@
-#include "cdb/validate_errors.h"
+#include "cdb/datastore/validate_errors.h"
 
 #include <libyang/libyang.h>
 
 #include <string_view>
 
-#include "cdb/tree.h"
+#include "cdb/datastore/tree.h"
 
 namespace cdb {
 namespace {

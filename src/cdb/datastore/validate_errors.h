@@ -1,10 +1,10 @@
 // What libyang says of an invalid tree, in words that name the thing and the remedy.
 
-#ifndef CDB_VALIDATE_ERRORS_H
-#define CDB_VALIDATE_ERRORS_H
+#ifndef CDB_DATASTORE_VALIDATE_ERRORS_H
+#define CDB_DATASTORE_VALIDATE_ERRORS_H
 
-#include "cdb/error.h"
-#include "cdb/schema.h"
+#include "cdb/model/error.h"
+#include "cdb/schema/schema.h"
 
 struct lyd_node;
 

@@ -1,4 +1,4 @@
-#include "cdb/validate_references.h"
+#include "cdb/datastore/validate_references.h"
 
 #include <libyang/libyang.h>
 

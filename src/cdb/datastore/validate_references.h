@@ -1,8 +1,8 @@
 // Looks up what leafrefs to the entries of outermost lists name: a hash or the store knows at once what an
 // XPath over all entries finds slowly. Used by the validator.
 
-#ifndef CDB_VALIDATE_REFERENCES_H
-#define CDB_VALIDATE_REFERENCES_H
+#ifndef CDB_DATASTORE_VALIDATE_REFERENCES_H
+#define CDB_DATASTORE_VALIDATE_REFERENCES_H
 
 #include <cstddef>
 #include <map>
@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "cdb/candidate.h"
-#include "cdb/schema_reach.h"
+#include "cdb/datastore/candidate.h"
+#include "cdb/schema/reach.h"
 
 namespace cdb {
 

@@ -1,11 +1,11 @@
-#include "cdb/validate_unit.h"
+#include "cdb/datastore/validate_unit.h"
 
 #include <libyang/libyang.h>
 
 #include <new>
 
-#include "cdb/schema_reach.h"
-#include "cdb/validate_errors.h"
+#include "cdb/datastore/validate_errors.h"
+#include "cdb/schema/reach.h"
 
 namespace cdb {
 namespace {

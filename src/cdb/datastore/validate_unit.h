@@ -1,11 +1,11 @@
 // Hands trees to libyang for validation: a whole one, or the trunk with a single unit. Used by the validator.
 
-#ifndef CDB_VALIDATE_UNIT_H
-#define CDB_VALIDATE_UNIT_H
+#ifndef CDB_DATASTORE_VALIDATE_UNIT_H
+#define CDB_DATASTORE_VALIDATE_UNIT_H
 
 #include <optional>
 
-#include "cdb/tree.h"
+#include "cdb/datastore/tree.h"
 
 namespace cdb {
 

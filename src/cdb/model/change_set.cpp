@@ -1,6 +1,6 @@
 // The walk over a change set. Its message form: change_set_message.cpp.
 
-#include "cdb/change_set.h"
+#include "cdb/model/change_set.h"
 
 namespace cdb {
 namespace {

@@ -1,16 +1,16 @@
 // What a commit changed, and the walk that subscribers see of it. Made by cdbd from the datastores
 // before and after; carried to clients as a message; walked there. Independent of libyang.
 
-#ifndef CDB_CHANGE_SET_H
-#define CDB_CHANGE_SET_H
+#ifndef CDB_MODEL_CHANGE_SET_H
+#define CDB_MODEL_CHANGE_SET_H
 
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "cdb/schema_table.h"
-#include "cdb/value.h"
+#include "cdb/model/schema_table.h"
+#include "cdb/model/value.h"
 
 namespace ipc::cdb {
 class ChangeNode;

@@ -1,10 +1,10 @@
 // Change sets to and from messages.
 
-#include "cdb/change_set.h"
+#include "cdb/model/change_set.h"
 
 #include <stdexcept>
 
-#include "cdb/value_message.h"
+#include "cdb/model/value_message.h"
 #include "ipc/cdb.pb.h"
 
 namespace cdb {

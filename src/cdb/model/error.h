@@ -1,8 +1,8 @@
 // The errors of the configuration database, typed after RFC 6241's error list. Mapped to NETCONF in
 // one place (agent) and to the client API's text in one place (platform/embedded).
 
-#ifndef CDB_ERROR_H
-#define CDB_ERROR_H
+#ifndef CDB_MODEL_ERROR_H
+#define CDB_MODEL_ERROR_H
 
 #include <cstdint>
 #include <stdexcept>

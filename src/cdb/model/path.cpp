@@ -1,6 +1,6 @@
 // Parsing and printing of the client API's paths.
 
-#include "cdb/path.h"
+#include "cdb/model/path.h"
 
 #include <charconv>
 

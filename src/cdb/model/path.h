@@ -1,8 +1,8 @@
 // Paths of the client API: "/config/oam/sflow/interface{eth1}/sampling-rate". In braces everything
 // up to the closing one is the key, several keys stand between blanks; "[n]" is an index.
 
-#ifndef CDB_PATH_H
-#define CDB_PATH_H
+#ifndef CDB_MODEL_PATH_H
+#define CDB_MODEL_PATH_H
 
 #include <cstddef>
 #include <optional>
@@ -11,7 +11,7 @@
 #include <variant>
 #include <vector>
 
-#include "cdb/schema_table.h"
+#include "cdb/model/schema_table.h"
 
 namespace cdb {
 

@@ -1,12 +1,12 @@
 // One row that differs between two states of a datastore: what is written to the store, and what a commit is
 // judged by.
 
-#ifndef CDB_ROW_CHANGE_H
-#define CDB_ROW_CHANGE_H
+#ifndef CDB_MODEL_ROW_CHANGE_H
+#define CDB_MODEL_ROW_CHANGE_H
 
 #include <optional>
 
-#include "cdb/store.h"
+#include "cdb/model/row.h"
 
 namespace cdb {
 

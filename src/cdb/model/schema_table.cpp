@@ -1,6 +1,6 @@
 // Look-ups in the schema table. How it is stored: schema_table_stored.cpp.
 
-#include "cdb/schema_table.h"
+#include "cdb/model/schema_table.h"
 
 namespace cdb {
 

@@ -2,8 +2,8 @@
 // need of the model, without libyang. cdbd derives it from the YANG modules and keeps it in the
 // store; clients read it from there. Holds configuration nodes only (no config-false ones).
 
-#ifndef CDB_SCHEMA_TABLE_H
-#define CDB_SCHEMA_TABLE_H
+#ifndef CDB_MODEL_SCHEMA_TABLE_H
+#define CDB_MODEL_SCHEMA_TABLE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "cdb/value.h"
+#include "cdb/model/value.h"
 
 namespace cdb {
 

@@ -1,6 +1,6 @@
 // The text form of values.
 
-#include "cdb/value.h"
+#include "cdb/model/value.h"
 
 #include <arpa/inet.h>
 

@@ -1,8 +1,8 @@
 // A typed configuration value, as the store keeps it and the client API delivers it. Knows neither
 // YANG nor the store.
 
-#ifndef CDB_VALUE_H
-#define CDB_VALUE_H
+#ifndef CDB_MODEL_VALUE_H
+#define CDB_MODEL_VALUE_H
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 // Values to and from messages.
 
-#include "cdb/value_message.h"
+#include "cdb/model/value_message.h"
 
 #include <limits>
 

@@ -1,12 +1,12 @@
 // Values as they travel in messages and stand in the store. Used by the store, the change sets and
 // whoever sends or receives a single value.
 
-#ifndef CDB_VALUE_MESSAGE_H
-#define CDB_VALUE_MESSAGE_H
+#ifndef CDB_MODEL_VALUE_MESSAGE_H
+#define CDB_MODEL_VALUE_MESSAGE_H
 
 #include <optional>
 
-#include "cdb/value.h"
+#include "cdb/model/value.h"
 
 namespace ipc::cdb {
 class Value;

@@ -1,11 +1,11 @@
 // The bytes of the store's keys and values.
 
-#include "cdb/store_codec.h"
+#include "cdb/rows/codec.h"
 
 #include <zlib.h>
 
-#include "cdb/store.pb.h"
-#include "cdb/value_message.h"
+#include "cdb/model/value_message.h"
+#include "cdb/rows/stored.pb.h"
 
 namespace cdb::codec {
 namespace {

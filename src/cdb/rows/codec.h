@@ -1,8 +1,8 @@
 // The bytes of the store's keys and values, as docs/datastore.md describes them. Knows no LMDB.
 // Used by the store's files only.
 
-#ifndef CDB_STORE_CODEC_H
-#define CDB_STORE_CODEC_H
+#ifndef CDB_ROWS_CODEC_H
+#define CDB_ROWS_CODEC_H
 
 #include <cstdint>
 #include <optional>
@@ -11,8 +11,10 @@
 #include <string_view>
 #include <vector>
 
-#include "cdb/schema_table.h"
-#include "cdb/store.h"
+#include "cdb/model/fault.h"
+#include "cdb/model/history.h"
+#include "cdb/model/row.h"
+#include "cdb/model/schema_table.h"
 
 namespace cdb::codec {
 

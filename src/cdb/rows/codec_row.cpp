@@ -7,8 +7,8 @@
 #include <limits>
 #include <utility>
 
-#include "cdb/store.pb.h"
-#include "cdb/store_codec.h"
+#include "cdb/rows/codec.h"
+#include "cdb/rows/stored.pb.h"
 
 namespace cdb::codec {
 namespace {

@@ -1,6 +1,6 @@
 // The LMDB environment of a store.
 
-#include "cdb/store_environment.h"
+#include "cdb/rows/environment.h"
 
 #include <sys/resource.h>
 #include <sys/statvfs.h>

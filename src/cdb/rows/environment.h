@@ -1,8 +1,8 @@
 // The LMDB environment of a store: opening, its databases, reusable read transactions, errors.
 // Used by the store's files only; with them the only code that knows LMDB.
 
-#ifndef CDB_STORE_ENVIRONMENT_H
-#define CDB_STORE_ENVIRONMENT_H
+#ifndef CDB_ROWS_ENVIRONMENT_H
+#define CDB_ROWS_ENVIRONMENT_H
 
 #include <lmdb.h>
 
@@ -15,9 +15,9 @@
 #include <string_view>
 #include <vector>
 
-#include "cdb/error.h"
-#include "cdb/store.h"
-#include "cdb/store_codec.h"
+#include "cdb/model/error.h"
+#include "cdb/model/row.h"
+#include "cdb/rows/codec.h"
 
 namespace cdb {
 

@@ -1,8 +1,8 @@
 // Reading the store.
 
-#include "cdb/row_view.h"
-#include "cdb/store_environment.h"
-#include "cdb/store_snapshot.h"
+#include "cdb/rows/environment.h"
+#include "cdb/rows/row_view.h"
+#include "cdb/rows/snapshot.h"
 
 namespace cdb {
 

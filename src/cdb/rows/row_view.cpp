@@ -1,13 +1,13 @@
 // The store's rows as of one moment.
 
-#include "cdb/row_view.h"
+#include "cdb/rows/row_view.h"
 
 #include <cstring>
 #include <utility>
 #include <vector>
 
-#include "cdb/store_environment.h"
-#include "cdb/store_snapshot.h"
+#include "cdb/rows/environment.h"
+#include "cdb/rows/snapshot.h"
 
 namespace cdb {
 namespace {

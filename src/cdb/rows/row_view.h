@@ -1,8 +1,8 @@
 // The rows of one datastore as of one moment, for readers in any thread (one thread at a time a view).
 // The store's own rows here; those of the candidate are made of a tree elsewhere.
 
-#ifndef CDB_ROW_VIEW_H
-#define CDB_ROW_VIEW_H
+#ifndef CDB_ROWS_ROW_VIEW_H
+#define CDB_ROWS_ROW_VIEW_H
 
 #include <functional>
 #include <memory>
@@ -10,9 +10,11 @@
 #include <string>
 #include <string_view>
 
-#include "cdb/store.h"
+#include "cdb/model/row.h"
 
 namespace cdb {
+
+class StoreReader;
 
 /// Every call may throw FatalError when the rows can't be read any more.
 class RowView {
@@ -35,7 +37,6 @@ public:
 
 /// The running datastore as of now. The view is for one request: a moment that is kept makes the store's
 /// file grow, and nothing is kept once the view is gone.
-std::unique_ptr<RowView> MakeRowView(const Store& store);
 std::unique_ptr<RowView> MakeRowView(const StoreReader& store);
 
 }  // namespace cdb

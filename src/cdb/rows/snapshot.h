@@ -1,17 +1,17 @@
 // The inside of a snapshot, shared by the reader and the store's writer. Used by these only.
 
-#ifndef CDB_STORE_SNAPSHOT_H
-#define CDB_STORE_SNAPSHOT_H
+#ifndef CDB_ROWS_SNAPSHOT_H
+#define CDB_ROWS_SNAPSHOT_H
 
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "cdb/row_view.h"
-#include "cdb/store.h"
-#include "cdb/store_codec.h"
-#include "cdb/store_environment.h"
+#include "cdb/rows/codec.h"
+#include "cdb/rows/environment.h"
+#include "cdb/rows/reader.h"
+#include "cdb/rows/row_view.h"
 
 namespace cdb {
 

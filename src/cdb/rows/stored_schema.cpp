@@ -1,8 +1,8 @@
 // The schema table as bytes.
 
-#include "cdb/schema_table.h"
-#include "cdb/store.pb.h"
-#include "cdb/value_message.h"
+#include "cdb/model/schema_table.h"
+#include "cdb/model/value_message.h"
+#include "cdb/rows/stored.pb.h"
 
 namespace cdb {
 namespace {

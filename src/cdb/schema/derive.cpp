@@ -1,7 +1,7 @@
 // From libyang's compiled nodes to the rows of the schema table, with the checks that make the
 // table usable: tags and namespace hashes are complete and unambiguous, every leaf fits a Value.
 
-#include "cdb/schema_derive.h"
+#include "cdb/schema/derive.h"
 
 #include <libyang/libyang.h>
 #include <libyang/plugins_types.h>
@@ -12,7 +12,7 @@
 #include <span>
 #include <string>
 
-#include "cdb/error.h"
+#include "cdb/model/error.h"
 
 namespace cdb {
 namespace {

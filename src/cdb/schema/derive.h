@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "cdb/schema_table.h"
+#include "cdb/model/schema_table.h"
 
 struct ly_ctx;
 struct lysc_node;

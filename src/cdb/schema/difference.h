@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "cdb/schema_table.h"
+#include "cdb/model/schema_table.h"
 
 namespace cdb {
 

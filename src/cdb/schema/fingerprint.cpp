@@ -1,6 +1,6 @@
 // A short text that stands for the text of all YANG modules of a context.
 
-#include "cdb/schema_fingerprint.h"
+#include "cdb/schema/fingerprint.h"
 
 #include <libyang/libyang.h>
 #include <xxhash.h>
@@ -11,7 +11,7 @@
 #include <iterator>
 #include <vector>
 
-#include "cdb/error.h"
+#include "cdb/model/error.h"
 
 namespace cdb {
 namespace {

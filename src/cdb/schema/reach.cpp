@@ -1,4 +1,4 @@
-#include "cdb/schema_reach.h"
+#include "cdb/schema/reach.h"
 
 #include <libyang/libyang.h>
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "cdb/schema.h"
+#include "cdb/schema/schema.h"
 
 namespace cdb {
 

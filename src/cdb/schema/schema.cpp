@@ -1,6 +1,6 @@
 // Loads the YANG modules into a libyang context.
 
-#include "cdb/schema.h"
+#include "cdb/schema/schema.h"
 
 #include <libyang/libyang.h>
 
@@ -8,9 +8,9 @@
 #include <array>
 #include <cstdint>
 
-#include "cdb/schema_derive.h"
-#include "cdb/schema_fingerprint.h"
-#include "cdb/schema_reach.h"
+#include "cdb/schema/derive.h"
+#include "cdb/schema/fingerprint.h"
+#include "cdb/schema/reach.h"
 
 namespace cdb {
 namespace {

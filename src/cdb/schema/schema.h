@@ -1,15 +1,15 @@
 // The YANG modules, compiled by libyang, and the schema table derived from them.
 
-#ifndef CDB_SCHEMA_H
-#define CDB_SCHEMA_H
+#ifndef CDB_SCHEMA_SCHEMA_H
+#define CDB_SCHEMA_SCHEMA_H
 
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "cdb/error.h"
-#include "cdb/schema_table.h"
+#include "cdb/model/error.h"
+#include "cdb/model/schema_table.h"
 
 struct ly_ctx;
 struct lysc_node;

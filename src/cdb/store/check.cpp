@@ -1,6 +1,6 @@
 // Has a store read in a child process and reports what is wrong with it.
 
-#include "cdb/store_check.h"
+#include "cdb/store/check.h"
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -13,7 +13,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "cdb/store_records.h"
+#include "cdb/store/records.h"
 
 namespace cdb {
 namespace {

@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "cdb/store.h"
+#include "cdb/store/store.h"
 
 namespace cdb {
 

@@ -1,6 +1,6 @@
 // Copies of a store that is in use.
 
-#include "cdb/store_copy.h"
+#include "cdb/store/copy.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "cdb/store_environment.h"
+#include "cdb/rows/environment.h"
 
 namespace cdb {
 

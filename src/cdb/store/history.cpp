@@ -1,8 +1,8 @@
 // The history in the store.
 
-#include "cdb/store_history.h"
+#include "cdb/store/history.h"
 
-#include "cdb/store_transaction.h"
+#include "cdb/store/transaction.h"
 
 namespace cdb::history {
 namespace {

@@ -9,8 +9,8 @@
 #include <variant>
 #include <vector>
 
-#include "cdb/store.h"
-#include "cdb/store_environment.h"
+#include "cdb/rows/environment.h"
+#include "cdb/store/store.h"
 
 namespace cdb {
 class WriteTransaction;

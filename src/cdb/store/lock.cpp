@@ -1,6 +1,6 @@
 // The file that says which process writes a store.
 
-#include "cdb/store_lock.h"
+#include "cdb/store/lock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -11,7 +11,7 @@
 #include <cstring>
 #include <string>
 
-#include "cdb/error.h"
+#include "cdb/model/error.h"
 
 namespace cdb {
 namespace {

@@ -1,6 +1,6 @@
 // A store's directory and how an empty store comes into it.
 
-#include "cdb/store_place.h"
+#include "cdb/store/place.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,8 +8,8 @@
 #include <array>
 #include <fstream>
 
-#include "cdb/store_check.h"
-#include "cdb/store_environment.h"
+#include "cdb/rows/environment.h"
+#include "cdb/store/check.h"
 
 namespace cdb {
 namespace {

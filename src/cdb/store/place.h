@@ -12,8 +12,8 @@
 #include <filesystem>
 #include <memory>
 
-#include "cdb/store.h"
-#include "cdb/store_lock.h"
+#include "cdb/store/lock.h"
+#include "cdb/store/store.h"
 
 namespace cdb {
 

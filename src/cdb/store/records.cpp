@@ -1,14 +1,14 @@
 // Reads the records of a store and says what is wrong with them.
 
-#include "cdb/store_records.h"
+#include "cdb/store/records.h"
 
 #include <unistd.h>
 
 #include <cstring>
 #include <functional>
 
-#include "cdb/store_environment.h"
-#include "cdb/store_history.h"
+#include "cdb/rows/environment.h"
+#include "cdb/store/history.h"
 
 namespace cdb {
 namespace {

@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "cdb/store.h"
-#include "cdb/store_check.h"
+#include "cdb/store/check.h"
+#include "cdb/store/store.h"
 
 namespace cdb {
 

@@ -1,17 +1,17 @@
 // The write side of the store, put together of its parts: the schema, the history and the faults.
 
-#include "cdb/store.h"
+#include "cdb/store/store.h"
 
 #include <mutex>
 
-#include "cdb/row_view.h"
-#include "cdb/store_check.h"
-#include "cdb/store_copy.h"
-#include "cdb/store_environment.h"
-#include "cdb/store_history.h"
-#include "cdb/store_place.h"
-#include "cdb/store_snapshot.h"
-#include "cdb/store_transaction.h"
+#include "cdb/rows/environment.h"
+#include "cdb/rows/row_view.h"
+#include "cdb/rows/snapshot.h"
+#include "cdb/store/check.h"
+#include "cdb/store/copy.h"
+#include "cdb/store/history.h"
+#include "cdb/store/place.h"
+#include "cdb/store/transaction.h"
 
 namespace cdb {
 namespace {

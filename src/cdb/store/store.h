@@ -1,13 +1,12 @@
-// The running datastore on disk. One row an entry or container with its explicit leaf values by
-// name, ordered so that the entries of one list follow each other in ascending byte order of their
-// keys; beside them the schema table, the last commit's number, the history and the fault table.
-// store*.cpp are the only files that know LMDB.
+// The running datastore on disk: the rows (cdb/rows), and beside them the schema table, the last commit's
+// number, the history and the fault table. The files of this folder and of cdb/rows are the only ones that
+// know LMDB.
 //
-// One process writes (cdbd); others read through StoreReader without a round trip to it. In the writing
-// process one thread at a time writes; any may read meanwhile: each read sees one commit.
+// One process writes (cdbd); others read through StoreReader. In the writing process one thread at a time
+// writes; any may read meanwhile: each read sees one commit.
 
-#ifndef CDB_STORE_H
-#define CDB_STORE_H
+#ifndef CDB_STORE_STORE_H
+#define CDB_STORE_STORE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -16,114 +15,17 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
+#include <string_view>
 #include <variant>
 #include <vector>
 
-#include "cdb/error.h"
-#include "cdb/schema_table.h"
+#include "cdb/model/error.h"
+#include "cdb/model/fault.h"
+#include "cdb/model/history.h"
+#include "cdb/model/row.h"
+#include "cdb/rows/reader.h"
 
 namespace cdb {
-
-class RowView;
-
-/// The explicit values of one entry's or container's own leaves, keys left out, by leaf name. A leaf
-/// that the schema no longer has is ignored by readers; one that it has gained reads as its default.
-struct Row {
-    std::vector<std::pair<std::string, Value>> leaves;
-    friend bool operator==(const Row&, const Row&) = default;
-};
-
-/// Where a row stands: the list or container, and the keys of all list entries on the way to it,
-/// its own included, from the root.
-struct RowKey {
-    NodeId node = kNoNode;
-    std::vector<std::string> keys;
-    friend bool operator==(const RowKey&, const RowKey&) = default;
-};
-
-/// What a row was before a commit.
-struct UndoRow {
-    std::string key;         // as stored: Store::StoredKey
-    std::optional<Row> row;  // nullopt: there was none
-    friend bool operator==(const UndoRow&, const UndoRow&) = default;
-};
-
-struct HistoryEntry {
-    std::uint64_t commit = 0;
-    std::int64_t timeUs = 0;  // since the epoch
-    std::string user;
-    std::string source;  // "netconf", "init", "import"
-    std::string comment;
-    // What takes the datastore back to the commit before: an edit as XML, or rows. Of one entry at most one.
-    std::string undo;
-    std::vector<UndoRow> undoRows{};
-};
-
-struct Fault {
-    std::uint64_t number = 0;  // given by the store
-    std::int64_t timeUs = 0;
-    std::string process;
-    std::int64_t pid = 0;
-    std::int32_t kind = 0;
-    std::string function;
-    std::string file;
-    std::int32_t line = 0;
-    std::string text;
-};
-
-/// Read side. Every call may throw FatalError when the file can't be read any more.
-class StoreReader {
-public:
-    /// Opens the store in `directory` read only. Throws FatalError: no store there, no permission, a
-    /// format that this program does not know.
-    static std::unique_ptr<StoreReader> Open(const std::filesystem::path& directory);
-    ~StoreReader();
-
-    [[nodiscard]] const SchemaTable& Schema() const;
-
-    /// A view of one commit's rows. Short-lived: an old one makes the file grow.
-    class Snapshot {
-    public:
-        Snapshot(Snapshot&&) noexcept;
-        Snapshot& operator=(Snapshot&&) noexcept;
-        ~Snapshot();
-
-        [[nodiscard]] std::uint64_t Commit() const;
-
-        /// The row, or nullopt where there is none. A plain container without explicit leaves has none.
-        [[nodiscard]] std::optional<Row> Get(const RowKey& key) const;
-
-        /// How many entries the list has below the parent with these keys.
-        [[nodiscard]] std::size_t Count(NodeId list, const std::vector<std::string>& parentKeys) const;
-
-        /// Visits entries in ascending byte order, from the `first`th on, until the visitor returns false.
-        /// `keys` are the entry's own.
-        void Scan(
-            NodeId list, const std::vector<std::string>& parentKeys, std::size_t first,
-            const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const;
-
-        /// The same, from the first entry on whose keys are behind `after`, which needs not be there.
-        void ScanAfter(
-            NodeId list, const std::vector<std::string>& parentKeys, const std::vector<std::string>& after,
-            const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const;
-
-    private:
-        friend class StoreReader;
-        friend class Store;
-        class Impl;
-        explicit Snapshot(std::unique_ptr<Impl> impl);
-        std::unique_ptr<Impl> m_impl;
-    };
-
-    [[nodiscard]] Snapshot Read() const;
-
-private:
-    friend std::unique_ptr<RowView> MakeRowView(const StoreReader& store);
-    class Impl;
-    explicit StoreReader(std::unique_ptr<Impl> impl);
-    std::unique_ptr<Impl> m_impl;
-};
 
 struct StoreOptions {
     std::size_t mapSize = std::size_t{1} << 30;  // the most that the store can hold; reserved, not used up
@@ -235,6 +137,9 @@ private:
     explicit Store(std::unique_ptr<Impl> impl);
     std::unique_ptr<Impl> m_impl;
 };
+
+/// The running datastore as of now, as of a StoreReader.
+std::unique_ptr<RowView> MakeRowView(const Store& store);
 
 }  // namespace cdb
 

@@ -1,6 +1,6 @@
 // One LMDB transaction, and a commit's changes.
 
-#include "cdb/store_transaction.h"
+#include "cdb/store/transaction.h"
 
 namespace cdb {
 namespace {

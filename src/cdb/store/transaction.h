@@ -12,10 +12,10 @@
 #include <string_view>
 #include <vector>
 
-#include "cdb/store.h"
-#include "cdb/store_codec.h"
-#include "cdb/store_environment.h"
-#include "cdb/store_history.h"
+#include "cdb/rows/codec.h"
+#include "cdb/rows/environment.h"
+#include "cdb/store/history.h"
+#include "cdb/store/store.h"
 
 namespace cdb {
 

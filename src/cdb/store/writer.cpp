@@ -1,6 +1,6 @@
 // Carries writes out, and makes room for them where the store is full.
 
-#include "cdb/store_transaction.h"
+#include "cdb/store/transaction.h"
 #include "log/log.h"
 
 namespace cdb {

@@ -1,13 +1,13 @@
-#include "manager/exporter.h"
+#include "manager/export/exporter.h"
 
 #include <unordered_map>
 #include <utility>
 
 #include <fmt/format.h>
 
-#include "manager/stream.h"
-#include "manager/stream_shared.h"
-#include "manager/stream_socket.h"
+#include "manager/export/stream.h"
+#include "manager/export/stream_shared.h"
+#include "manager/export/stream_socket.h"
 
 namespace manager {
 

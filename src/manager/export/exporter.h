@@ -1,8 +1,8 @@
 // Sends encoded samples to the collectors: one stream of datagrams for each, with its own size, sequence
 // and errors. What goes wrong with one collector costs that collector's datagrams only.
 
-#ifndef MANAGER_EXPORTER_H
-#define MANAGER_EXPORTER_H
+#ifndef MANAGER_EXPORT_EXPORTER_H
+#define MANAGER_EXPORT_EXPORTER_H
 
 #include <chrono>
 #include <cstddef>
@@ -14,7 +14,7 @@
 #include <string>
 #include <system_error>
 
-#include "manager/operation.h"
+#include "manager/service/operation.h"
 
 namespace manager {
 

@@ -1,4 +1,4 @@
-#include "manager/poller.h"
+#include "manager/export/poller.h"
 
 #include <algorithm>
 #include <array>
@@ -7,14 +7,14 @@
 #include <unordered_map>
 #include <utility>
 
-#include "ipc/timers.h"
-#include "ipc/worker.h"
+#include "base/timers.h"
+#include "base/worker.h"
 #include "log/log.h"
-#include "manager/exporter.h"
-#include "manager/poller_reading.h"
-#include "manager/poller_sample.h"
-#include "manager/poller_schedule.h"
-#include "net/links.h"
+#include "manager/export/exporter.h"
+#include "manager/export/poller_reading.h"
+#include "manager/export/poller_sample.h"
+#include "manager/export/poller_schedule.h"
+#include "net/links/links.h"
 #include "wire/encode.h"
 
 namespace manager {
@@ -38,7 +38,7 @@ struct Polled : Schedule::Item {
 
 class Poller::Impl {
 public:
-    Impl(ipc::Timers& timers, ipc::Worker& worker, std::shared_ptr<net::CounterReader> reader,
+    Impl(base::Timers& timers, base::Worker& worker, std::shared_ptr<net::CounterReader> reader,
          const net::Links& links, Flush flush, Clock clock, WallClock wallClock, Random random)
         : m_timers(timers),
           m_worker(worker),
@@ -204,8 +204,8 @@ private:
         polled.last = time;
     }
 
-    ipc::Timers& m_timers;
-    ipc::Worker& m_worker;
+    base::Timers& m_timers;
+    base::Worker& m_worker;
     const std::shared_ptr<Reading> m_reading;  // the worker's while m_asked
     const net::Links& m_links;
     Flush m_flush;
@@ -232,7 +232,7 @@ private:
     std::array<std::byte, wire::kMaxCountersSample> m_whole{}, m_cut{};
 };
 
-Poller::Poller(ipc::Timers& timers, ipc::Worker& worker, std::shared_ptr<net::CounterReader> reader,
+Poller::Poller(base::Timers& timers, base::Worker& worker, std::shared_ptr<net::CounterReader> reader,
                const net::Links& links, Flush flush, Clock clock, WallClock wallClock, Random random)
     : m_impl(std::make_unique<Impl>(timers, worker, std::move(reader), links, std::move(flush),
                                     std::move(clock), std::move(wallClock), std::move(random)))

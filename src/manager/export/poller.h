@@ -3,8 +3,8 @@
 // at a time is read together, beside the loop: the kernel's answer may have to wait for others. What falls
 // due while it waits is read together when it has come.
 
-#ifndef MANAGER_POLLER_H
-#define MANAGER_POLLER_H
+#ifndef MANAGER_EXPORT_POLLER_H
+#define MANAGER_EXPORT_POLLER_H
 
 #include <chrono>
 #include <cstdint>
@@ -13,13 +13,13 @@
 #include <string>
 #include <vector>
 
-#include "manager/status.h"
+#include "manager/service/status.h"
 #include "wire/sample.h"
 
-namespace ipc {
+namespace base {
 class Timers;
 class Worker;
-}  // namespace ipc
+}  // namespace base
 namespace net {
 class CounterReader;
 class Links;
@@ -49,7 +49,7 @@ public:
     };
 
     /// Timers, worker and links must outlive it. The worker may use the reader for longer.
-    Poller(ipc::Timers& timers, ipc::Worker& worker, std::shared_ptr<net::CounterReader> reader,
+    Poller(base::Timers& timers, base::Worker& worker, std::shared_ptr<net::CounterReader> reader,
            const net::Links& links, Flush flush, Clock clock, WallClock wallClock, Random random);
     Poller(const Poller&) = delete;
     Poller& operator=(const Poller&) = delete;

@@ -1,4 +1,4 @@
-#include "manager/poller_reading.h"
+#include "manager/export/poller_reading.h"
 
 #include <system_error>
 

@@ -1,8 +1,8 @@
 // One reading of counters: what is asked for, and what the kernel answers. It is done beside the loop, and
 // all that it touches is its own meanwhile. Used by the poller.
 
-#ifndef MANAGER_POLLER_READING_H
-#define MANAGER_POLLER_READING_H
+#ifndef MANAGER_EXPORT_POLLER_READING_H
+#define MANAGER_EXPORT_POLLER_READING_H
 
 #include <cstdint>
 #include <memory>
@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "net/counters.h"
+#include "net/counters/counters.h"
 
 namespace manager {
 

@@ -1,4 +1,4 @@
-#include "manager/poller_sample.h"
+#include "manager/export/poller_sample.h"
 
 #include <optional>
 

@@ -1,13 +1,13 @@
 // Makes a counter sample of what the kernel knows of an interface. Values in, values out. Used by the
 // poller.
 
-#ifndef MANAGER_POLLER_SAMPLE_H
-#define MANAGER_POLLER_SAMPLE_H
+#ifndef MANAGER_EXPORT_POLLER_SAMPLE_H
+#define MANAGER_EXPORT_POLLER_SAMPLE_H
 
 #include <cstdint>
 
-#include "net/counters.h"
-#include "net/links.h"
+#include "net/counters/counters.h"
+#include "net/links/links.h"
 #include "wire/sample.h"
 
 namespace manager {

@@ -1,4 +1,4 @@
-#include "manager/poller_schedule.h"
+#include "manager/export/poller_schedule.h"
 
 namespace manager {
 

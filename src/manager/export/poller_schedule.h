@@ -1,8 +1,8 @@
 // Who is due at which tick of a grid of time, so that all that falls due at about the same time is done
 // together. It knows neither clocks nor what is done. Used by the poller.
 
-#ifndef MANAGER_POLLER_SCHEDULE_H
-#define MANAGER_POLLER_SCHEDULE_H
+#ifndef MANAGER_EXPORT_POLLER_SCHEDULE_H
+#define MANAGER_EXPORT_POLLER_SCHEDULE_H
 
 #include <cstddef>
 #include <cstdint>

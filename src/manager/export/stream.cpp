@@ -1,4 +1,4 @@
-#include "manager/stream.h"
+#include "manager/export/stream.h"
 
 #include <algorithm>
 #include <cstring>

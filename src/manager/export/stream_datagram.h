@@ -2,8 +2,8 @@
 // one message: UDP segmentation offload cuts a message into datagrams of one size, the last of which may be
 // shorter. No sockets here; the stream and its socket use it.
 
-#ifndef MANAGER_STREAM_DATAGRAM_H
-#define MANAGER_STREAM_DATAGRAM_H
+#ifndef MANAGER_EXPORT_STREAM_DATAGRAM_H
+#define MANAGER_EXPORT_STREAM_DATAGRAM_H
 
 #include <cstddef>
 #include <cstdint>

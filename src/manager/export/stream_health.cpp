@@ -1,4 +1,4 @@
-#include "manager/stream_health.h"
+#include "manager/export/stream_health.h"
 
 #include <fmt/format.h>
 

@@ -1,8 +1,8 @@
 // What became of a collector's datagrams, counted and explained: the status that is shown, and the log lines
 // at the begin and the end of a row of errors, never one an error. Sends nothing; a stream owns it.
 
-#ifndef MANAGER_STREAM_HEALTH_H
-#define MANAGER_STREAM_HEALTH_H
+#ifndef MANAGER_EXPORT_STREAM_HEALTH_H
+#define MANAGER_EXPORT_STREAM_HEALTH_H
 
 #include <chrono>
 #include <optional>
@@ -10,8 +10,8 @@
 #include <string_view>
 #include <system_error>
 
-#include "manager/exporter.h"
-#include "manager/stream_datagram.h"
+#include "manager/export/exporter.h"
+#include "manager/export/stream_datagram.h"
 
 namespace manager {
 

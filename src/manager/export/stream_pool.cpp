@@ -1,4 +1,4 @@
-#include "manager/stream_pool.h"
+#include "manager/export/stream_pool.h"
 
 #include <utility>
 

@@ -2,8 +2,8 @@
 // that is being filled, and a bounded number of large ones for streams that have more. A stream that has
 // nothing to send holds none. Knows nothing of datagrams.
 
-#ifndef MANAGER_STREAM_POOL_H
-#define MANAGER_STREAM_POOL_H
+#ifndef MANAGER_EXPORT_STREAM_POOL_H
+#define MANAGER_EXPORT_STREAM_POOL_H
 
 #include <array>
 #include <cstddef>

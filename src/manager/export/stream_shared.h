@@ -1,16 +1,16 @@
 // What the streams of one exporter have in common, and the list of those that wait to be sent. The exporter
 // owns it and its streams; nobody else uses it.
 
-#ifndef MANAGER_STREAM_SHARED_H
-#define MANAGER_STREAM_SHARED_H
+#ifndef MANAGER_EXPORT_STREAM_SHARED_H
+#define MANAGER_EXPORT_STREAM_SHARED_H
 
 #include <cstdint>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include "manager/exporter.h"
-#include "manager/stream_pool.h"
+#include "manager/export/exporter.h"
+#include "manager/export/stream_pool.h"
 
 namespace manager {
 

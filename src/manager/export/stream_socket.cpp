@@ -1,4 +1,4 @@
-#include "manager/stream_socket.h"
+#include "manager/export/stream_socket.h"
 
 #include <netinet/in.h>
 #include <netinet/udp.h>

@@ -2,15 +2,15 @@
 // never blocking. Hands datagrams to the kernel with as few system calls as may be and says exactly
 // which of them were taken. Counts and logs nothing; the stream that owns it does.
 
-#ifndef MANAGER_STREAM_SOCKET_H
-#define MANAGER_STREAM_SOCKET_H
+#ifndef MANAGER_EXPORT_STREAM_SOCKET_H
+#define MANAGER_EXPORT_STREAM_SOCKET_H
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <system_error>
 
-#include "manager/stream_datagram.h"
+#include "manager/export/stream_datagram.h"
 
 namespace manager {
 

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "manager/stream_socket.h"
+#include "manager/export/stream_socket.h"
 
 namespace manager {
 namespace {

@@ -1,4 +1,4 @@
-#include "manager/assembly.h"
+#include "manager/process/assembly.h"
 
 #include <unistd.h>
 
@@ -12,32 +12,32 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "base/timers.h"
+#include "base/worker.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/peer.h"
-#include "ipc/timers.h"
 #include "ipc/trust.h"
-#include "ipc/worker.h"
 #include "log/log.h"
-#include "manager/configured_store.h"
-#include "manager/exporter.h"
-#include "manager/file_limit.h"
-#include "manager/journal.h"
-#include "manager/metrics_server.h"
-#include "manager/metrics_text.h"
-#include "manager/options.h"
-#include "manager/poller.h"
-#include "manager/privileges.h"
-#include "manager/sampling.h"
-#include "manager/service.h"
-#include "manager/session_server.h"
-#include "manager/snapshot.h"
-#include "manager/source_choice.h"
-#include "manager/state.h"
-#include "manager/state_answer.h"
-#include "manager/state_provider.h"
-#include "manager/state_wanted.h"
-#include "net/counters.h"
-#include "net/monitor.h"
+#include "manager/export/exporter.h"
+#include "manager/export/poller.h"
+#include "manager/process/file_limit.h"
+#include "manager/process/options.h"
+#include "manager/process/privileges.h"
+#include "manager/sampling/sampling.h"
+#include "manager/sampling/source_choice.h"
+#include "manager/service/journal.h"
+#include "manager/service/service.h"
+#include "manager/service/session_server.h"
+#include "manager/service/state.h"
+#include "manager/status/configured_store.h"
+#include "manager/status/metrics_server.h"
+#include "manager/status/metrics_text.h"
+#include "manager/status/snapshot.h"
+#include "manager/status/state_answer.h"
+#include "manager/status/state_provider.h"
+#include "manager/status/state_wanted.h"
+#include "net/counters/counters.h"
+#include "net/monitor/monitor.h"
 
 namespace manager {
 namespace {
@@ -97,12 +97,12 @@ private:
     [[nodiscard]] std::unique_ptr<StateParts> BeginAnswer(const ipc::cdb::StateRequest& request);
 
     const std::function<WallTime()> m_clock = EventClock();
-    const std::unique_ptr<ipc::Timers> m_timers;
+    const std::unique_ptr<base::Timers> m_timers;
     const std::unique_ptr<Journal> m_journal;
     std::vector<std::string> m_limitations;
     const std::optional<Direction> m_addedDirection;
 
-    const std::unique_ptr<ipc::Worker> m_worker;
+    const std::unique_ptr<base::Worker> m_worker;
     net::Monitor m_monitor;
     Exporter m_exporter;
     Poller m_poller;
@@ -118,10 +118,10 @@ private:
 };
 
 Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, const std::string& directory)
-    : m_timers(ipc::MakeTimers(loop)),
+    : m_timers(base::MakeTimers(loop)),
       m_journal(OpenJournal(options.journal)),
       m_addedDirection(options.direction),
-      m_worker(ipc::MakeWorker(loop)),
+      m_worker(base::MakeWorker(loop)),
       m_monitor(loop, *m_timers, *m_worker),
       m_exporter(
           m_clock,

@@ -1,8 +1,8 @@
 // All parts of the manager, wired together and to the kernel. Used by the program alone: everything
 // else takes what it needs by constructor.
 
-#ifndef MANAGER_ASSEMBLY_H
-#define MANAGER_ASSEMBLY_H
+#ifndef MANAGER_PROCESS_ASSEMBLY_H
+#define MANAGER_PROCESS_ASSEMBLY_H
 
 #include <memory>
 #include <string>

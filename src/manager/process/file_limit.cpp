@@ -1,4 +1,4 @@
-#include "manager/file_limit.h"
+#include "manager/process/file_limit.h"
 
 #include <sys/resource.h>
 

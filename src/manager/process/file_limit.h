@@ -1,8 +1,8 @@
 // How many files the manager may have open. Every sampled interface takes one for a direction (eBPF) or two
 // (packet sockets), every collector one more: far beyond the usual 1,024. Used by assembly.cpp.
 
-#ifndef MANAGER_FILE_LIMIT_H
-#define MANAGER_FILE_LIMIT_H
+#ifndef MANAGER_PROCESS_FILE_LIMIT_H
+#define MANAGER_PROCESS_FILE_LIMIT_H
 
 namespace manager {
 

@@ -1,4 +1,4 @@
-#include "manager/options.h"
+#include "manager/process/options.h"
 
 #include <arpa/inet.h>
 #include <getopt.h>

@@ -1,7 +1,7 @@
 // The command line of sflow-mgr.
 
-#ifndef MANAGER_OPTIONS_H
-#define MANAGER_OPTIONS_H
+#ifndef MANAGER_PROCESS_OPTIONS_H
+#define MANAGER_PROCESS_OPTIONS_H
 
 #include <cstddef>
 #include <cstdint>
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "manager/operation.h"
+#include "manager/service/operation.h"
 
 namespace manager {
 

@@ -1,4 +1,4 @@
-#include "manager/privileges.h"
+#include "manager/process/privileges.h"
 
 #include <cap-ng.h>
 #include <grp.h>

@@ -1,14 +1,14 @@
 // What the process may still do once everything is open: its user, its capabilities, its system calls.
 // All of it is given up for good; nothing here asks for more. And what it means where something is missing.
 
-#ifndef MANAGER_PRIVILEGES_H
-#define MANAGER_PRIVILEGES_H
+#ifndef MANAGER_PROCESS_PRIVILEGES_H
+#define MANAGER_PROCESS_PRIVILEGES_H
 
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "manager/user.h"
+#include "manager/process/user.h"
 
 namespace manager {
 

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <memory>
 
-#include "manager/privileges.h"
+#include "manager/process/privileges.h"
 
 namespace manager {
 namespace {

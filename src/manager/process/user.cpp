@@ -1,4 +1,4 @@
-#include "manager/user.h"
+#include "manager/process/user.h"
 
 #include <pwd.h>
 

@@ -1,8 +1,8 @@
 // The ordinary user that the manager becomes once what needs more has been opened: who that is. How it
 // is done stands in privileges.h.
 
-#ifndef MANAGER_USER_H
-#define MANAGER_USER_H
+#ifndef MANAGER_PROCESS_USER_H
+#define MANAGER_PROCESS_USER_H
 
 #include <cstdint>
 #include <string>

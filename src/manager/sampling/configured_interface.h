@@ -1,8 +1,8 @@
 // One interface of the configuration with what has become of it: the kernel interface it is bound to, the
 // streams of its collectors, and the numbers of its data source. Plain records of sampling.
 
-#ifndef MANAGER_CONFIGURED_INTERFACE_H
-#define MANAGER_CONFIGURED_INTERFACE_H
+#ifndef MANAGER_SAMPLING_CONFIGURED_INTERFACE_H
+#define MANAGER_SAMPLING_CONFIGURED_INTERFACE_H
 
 #include <array>
 #include <cstdint>
@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "capture/packet_source.h"
-#include "manager/operation.h"
-#include "manager/status.h"
+#include "manager/service/operation.h"
+#include "manager/service/status.h"
 
 namespace manager {
 

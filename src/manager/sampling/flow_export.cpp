@@ -1,11 +1,11 @@
-#include "manager/flow_export.h"
+#include "manager/sampling/flow_export.h"
 
 #include <algorithm>
 #include <optional>
 #include <utility>
 
-#include "manager/exporter.h"
-#include "net/forwarding.h"
+#include "manager/export/exporter.h"
+#include "net/routes/forwarding.h"
 
 namespace manager {
 FlowExport::FlowExport(net::Forwarding& forwarding, Exporter& exporter, std::function<WallTime()> clock)

@@ -1,8 +1,8 @@
 // The way of a drawn packet from the packet source to the streams: finds its data source, resolves where
 // it goes, encodes it once. Everything here runs once a sample, at up to a million samples a second.
 
-#ifndef MANAGER_FLOW_EXPORT_H
-#define MANAGER_FLOW_EXPORT_H
+#ifndef MANAGER_SAMPLING_FLOW_EXPORT_H
+#define MANAGER_SAMPLING_FLOW_EXPORT_H
 
 #include <array>
 #include <cstddef>
@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "capture/packet_source.h"
-#include "manager/configured_interface.h"
-#include "manager/flow_sample.h"
+#include "manager/sampling/configured_interface.h"
+#include "manager/sampling/flow_sample.h"
 #include "wire/encode.h"
 
 namespace net {

@@ -1,4 +1,4 @@
-#include "manager/flow_sample.h"
+#include "manager/sampling/flow_sample.h"
 
 #include <net/ethernet.h>
 #include <net/if_arp.h>

@@ -1,14 +1,14 @@
 // What a sampled packet is in the terms of sFlow: lengths on the wire, interfaces, VLANs, next hop. Pure
 // translation of what the packet source and the forwarding tables say; used by sampling.
 
-#ifndef MANAGER_FLOW_SAMPLE_H
-#define MANAGER_FLOW_SAMPLE_H
+#ifndef MANAGER_SAMPLING_FLOW_SAMPLE_H
+#define MANAGER_SAMPLING_FLOW_SAMPLE_H
 
 #include <cstddef>
 #include <cstdint>
 
 #include "capture/packet_source.h"
-#include "net/forwarding.h"
+#include "net/routes/forwarding.h"
 #include "wire/sample.h"
 
 namespace manager {

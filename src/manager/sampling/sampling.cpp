@@ -1,16 +1,16 @@
-#include "manager/sampling.h"
+#include "manager/sampling/sampling.h"
 
 #include <algorithm>
 #include <utility>
 
+#include "base/timers.h"
 #include "capture/packet_source.h"
-#include "ipc/timers.h"
 #include "log/log.h"
-#include "manager/configured_interface.h"
-#include "manager/exporter.h"
-#include "manager/flow_export.h"
-#include "manager/poller.h"
-#include "net/links.h"
+#include "manager/export/exporter.h"
+#include "manager/export/poller.h"
+#include "manager/sampling/configured_interface.h"
+#include "manager/sampling/flow_export.h"
+#include "net/links/links.h"
 
 namespace manager {
 namespace {

@@ -2,8 +2,8 @@
 // has packets drawn there for the interface's flow collectors, and tells the poller whose counters to
 // send. The drawn packets themselves take the way of flow_export.h.
 
-#ifndef MANAGER_SAMPLING_H
-#define MANAGER_SAMPLING_H
+#ifndef MANAGER_SAMPLING_SAMPLING_H
+#define MANAGER_SAMPLING_SAMPLING_H
 
 #include <chrono>
 #include <cstdint>
@@ -16,19 +16,19 @@
 #include <unordered_map>
 #include <vector>
 
-#include "manager/configured_interface.h"
-#include "manager/flow_export.h"
-#include "manager/observer.h"
-#include "manager/status.h"
-#include "manager/traffic_watch.h"
-#include "net/links.h"
+#include "manager/sampling/configured_interface.h"
+#include "manager/sampling/flow_export.h"
+#include "manager/sampling/traffic_watch.h"
+#include "manager/service/observer.h"
+#include "manager/service/status.h"
+#include "net/links/links.h"
 
 namespace capture {
 class PacketSource;
 }
-namespace ipc {
+namespace base {
 class Timers;
-}
+}  // namespace base
 namespace net {
 class Forwarding;
 }
@@ -41,7 +41,7 @@ class Poller;
 class Sampling final : public Observer, public net::LinkObserver {
 public:
     struct Parts {
-        ipc::Timers& timers;
+        base::Timers& timers;
         net::Links& links;
         net::Forwarding& forwarding;
         Exporter& exporter;
@@ -102,7 +102,7 @@ private:
     [[nodiscard]] InterfaceStatus StatusOf(const ConfiguredInterface& interface,
                                            const capture::Counts& counts) const;
 
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     net::Links& m_links;
     Exporter& m_exporter;
     Poller& m_poller;

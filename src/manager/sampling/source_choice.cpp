@@ -1,10 +1,10 @@
-#include "manager/source_choice.h"
+#include "manager/sampling/source_choice.h"
 
 #include <array>
 #include <functional>
 
-#include "capture/ebpf_source.h"
-#include "capture/ring_source.h"
+#include "capture/ebpf/source.h"
+#include "capture/packet_socket/source.h"
 
 namespace manager {
 namespace {
@@ -19,7 +19,7 @@ struct Candidate {
 
 }  // namespace
 
-ChosenSource ChooseSource(const std::string& wanted, boost::asio::io_context& loop, ipc::Timers& timers,
+ChosenSource ChooseSource(const std::string& wanted, boost::asio::io_context& loop, base::Timers& timers,
                           capture::SampleSink& sink, const capture::SourceOptions& options)
 {
     const auto ebpf = [&](capture::EbpfHook hook) {

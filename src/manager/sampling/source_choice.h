@@ -1,21 +1,21 @@
 // Chooses where packets are drawn: the best source that this machine and this process's privileges
 // allow, and says why not a better one.
 
-#ifndef MANAGER_SOURCE_CHOICE_H
-#define MANAGER_SOURCE_CHOICE_H
+#ifndef MANAGER_SAMPLING_SOURCE_CHOICE_H
+#define MANAGER_SAMPLING_SOURCE_CHOICE_H
 
 #include <memory>
 #include <string>
 
 #include "capture/packet_source.h"
-#include "manager/status.h"
+#include "manager/service/status.h"
 
 namespace boost::asio {
 class io_context;
 }
-namespace ipc {
+namespace base {
 class Timers;
-}
+}  // namespace base
 
 namespace manager {
 
@@ -26,7 +26,7 @@ struct ChosenSource {
 
 /// `wanted` is "auto", or a kind of source that is to be the only one tried: "ebpf", "ebpf-tcx",
 /// "ebpf-clsact", "packet-socket". All must outlive the source.
-ChosenSource ChooseSource(const std::string& wanted, boost::asio::io_context& loop, ipc::Timers& timers,
+ChosenSource ChooseSource(const std::string& wanted, boost::asio::io_context& loop, base::Timers& timers,
                           capture::SampleSink& sink, const capture::SourceOptions& options);
 
 }  // namespace manager

@@ -1,12 +1,12 @@
-#include "manager/traffic_watch.h"
+#include "manager/sampling/traffic_watch.h"
 
 #include <utility>
 
-#include "ipc/timers.h"
+#include "base/timers.h"
 
 namespace manager {
 
-TrafficWatch::TrafficWatch(ipc::Timers& timers, DataSources& sources, std::function<WallTime()> clock)
+TrafficWatch::TrafficWatch(base::Timers& timers, DataSources& sources, std::function<WallTime()> clock)
     : m_timers(timers), m_sources(sources), m_clock(std::move(clock))
 {
 }

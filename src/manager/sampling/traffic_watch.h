@@ -1,8 +1,8 @@
 // Since when has no packet been counted? Looks at the source's counts of all interfaces now and then, and
 // notes what has grown. Sampling owns it and asks it for the state; it draws nothing and logs nothing.
 
-#ifndef MANAGER_TRAFFIC_WATCH_H
-#define MANAGER_TRAFFIC_WATCH_H
+#ifndef MANAGER_SAMPLING_TRAFFIC_WATCH_H
+#define MANAGER_SAMPLING_TRAFFIC_WATCH_H
 
 #include <chrono>
 #include <cstdint>
@@ -11,12 +11,12 @@
 #include <unordered_map>
 
 #include "capture/packet_source.h"
-#include "manager/flow_export.h"
-#include "manager/status.h"
+#include "manager/sampling/flow_export.h"
+#include "manager/service/status.h"
 
-namespace ipc {
+namespace base {
 class Timers;
-}
+}  // namespace base
 
 namespace manager {
 
@@ -29,7 +29,7 @@ public:
     static constexpr std::chrono::seconds kEvery{10};
 
     /// All must outlive it.
-    TrafficWatch(ipc::Timers& timers, DataSources& sources, std::function<WallTime()> clock);
+    TrafficWatch(base::Timers& timers, DataSources& sources, std::function<WallTime()> clock);
 
     /// Where the counts come from; null: nowhere, and nothing waits any longer.
     void SetSource(capture::PacketSource* source);
@@ -49,7 +49,7 @@ private:
     void WaitForNext();
     void Note(std::uint32_t ifIndex, const capture::Counts& counts);
 
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     DataSources& m_sources;
     const std::function<WallTime()> m_clock;
     capture::PacketSource* m_source = nullptr;

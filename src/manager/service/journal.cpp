@@ -1,4 +1,4 @@
-#include "manager/journal.h"
+#include "manager/service/journal.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

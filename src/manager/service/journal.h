@@ -4,14 +4,14 @@
 //   {"op":"SessionOpened"}
 //   {"op":"AddCollector","args":["c1","192.0.2.1",6343,1400]}
 
-#ifndef MANAGER_JOURNAL_H
-#define MANAGER_JOURNAL_H
+#ifndef MANAGER_SERVICE_JOURNAL_H
+#define MANAGER_SERVICE_JOURNAL_H
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-#include "manager/operation.h"
+#include "manager/service/operation.h"
 
 namespace manager {
 

@@ -1,14 +1,14 @@
 // What samplers, counter pollers and exporters will be told: every change of the state that took
 // effect, in order, and nothing where an operation changed nothing.
 
-#ifndef MANAGER_OBSERVER_H
-#define MANAGER_OBSERVER_H
+#ifndef MANAGER_SERVICE_OBSERVER_H
+#define MANAGER_SERVICE_OBSERVER_H
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
-#include "manager/operation.h"
+#include "manager/service/operation.h"
 
 namespace manager {
 

@@ -1,4 +1,4 @@
-#include "manager/operation.h"
+#include "manager/service/operation.h"
 
 #include <arpa/inet.h>
 

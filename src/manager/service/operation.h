@@ -1,8 +1,8 @@
 // What a session tells the manager, as plain records: the operations of the sFlow service with their
 // values already checked for form. Used by the message decoder, the journal and the state.
 
-#ifndef MANAGER_OPERATION_H
-#define MANAGER_OPERATION_H
+#ifndef MANAGER_SERVICE_OPERATION_H
+#define MANAGER_SERVICE_OPERATION_H
 
 #include <cstdint>
 #include <string>

@@ -1,4 +1,4 @@
-#include "manager/operation_message.h"
+#include "manager/service/operation_message.h"
 
 #include <limits>
 #include <optional>

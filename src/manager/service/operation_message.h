@@ -1,14 +1,14 @@
 // From the message on the wire to an operation. The one place where the width of numbers and the length
 // of names that a peer sends are checked.
 
-#ifndef MANAGER_OPERATION_MESSAGE_H
-#define MANAGER_OPERATION_MESSAGE_H
+#ifndef MANAGER_SERVICE_OPERATION_MESSAGE_H
+#define MANAGER_SERVICE_OPERATION_MESSAGE_H
 
 #include <cstddef>
 #include <string>
 #include <variant>
 
-#include "manager/operation.h"
+#include "manager/service/operation.h"
 
 namespace ipc::manager {
 class ClientMessage;

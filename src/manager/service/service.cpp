@@ -1,13 +1,13 @@
-#include "manager/service.h"
+#include "manager/service/service.h"
 
 #include <utility>
 #include <variant>
 
 #include "ipc/manager.pb.h"
 #include "log/log.h"
-#include "manager/journal.h"
-#include "manager/operation_message.h"
-#include "manager/state.h"
+#include "manager/service/journal.h"
+#include "manager/service/operation_message.h"
+#include "manager/service/state.h"
 
 namespace manager {
 namespace {

@@ -1,8 +1,8 @@
 // One session after the other with the sFlow service client, as far as it needs no socket: each message
 // is checked, noted in the journal and applied to the state. Driven by the session server.
 
-#ifndef MANAGER_SERVICE_H
-#define MANAGER_SERVICE_H
+#ifndef MANAGER_SERVICE_SERVICE_H
+#define MANAGER_SERVICE_SERVICE_H
 
 #include <chrono>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "manager/session_server.h"
+#include "manager/service/session_server.h"
 
 #include <unistd.h>
 
@@ -11,12 +11,12 @@
 #include <fmt/format.h>
 #include <boost/asio/io_context.hpp>
 
+#include "base/timers.h"
 #include "ipc/frame.h"
 #include "ipc/manager.pb.h"
-#include "ipc/timers.h"
 #include "ipc/user_quota.h"
 #include "log/log.h"
-#include "manager/service.h"
+#include "manager/service/service.h"
 
 namespace manager {
 namespace {
@@ -49,7 +49,7 @@ boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& lo
 
 class SessionServer::Impl {
 public:
-    Impl(boost::asio::io_context& loop, ipc::Timers& timers, std::string path, Service& service,
+    Impl(boost::asio::io_context& loop, base::Timers& timers, std::string path, Service& service,
          ipc::Trust trust, std::optional<std::uint32_t> group)
         : m_timers(timers),
           m_path(std::move(path)),
@@ -84,7 +84,7 @@ private:
     void EndSession(std::string_view reason);
     static void Refuse(ipc::Channel& channel, const std::string& reason, std::int64_t holder);
 
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     const std::string m_path;
     Service& m_service;
     const ipc::Trust m_trust;
@@ -235,7 +235,7 @@ void SessionServer::Impl::Stop()
     EndSession("the manager ends");
 }
 
-SessionServer::SessionServer(boost::asio::io_context& loop, ipc::Timers& timers, std::string socketPath,
+SessionServer::SessionServer(boost::asio::io_context& loop, base::Timers& timers, std::string socketPath,
                              Service& service, ipc::Trust trust, std::optional<std::uint32_t> group)
     : m_impl(std::make_unique<Impl>(loop, timers, std::move(socketPath), service, std::move(trust), group))
 {

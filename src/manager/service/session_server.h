@@ -1,8 +1,8 @@
 // manager.sock: gives the session to one client at a time and refuses the others. Knows sockets and
 // messages, not what operations mean: that is the service's.
 
-#ifndef MANAGER_SESSION_SERVER_H
-#define MANAGER_SESSION_SERVER_H
+#ifndef MANAGER_SERVICE_SESSION_SERVER_H
+#define MANAGER_SERVICE_SESSION_SERVER_H
 
 #include <cstddef>
 #include <cstdint>
@@ -15,9 +15,9 @@
 namespace boost::asio {
 class io_context;
 }
-namespace ipc {
+namespace base {
 class Timers;
-}
+}  // namespace base
 
 namespace manager {
 
@@ -33,7 +33,7 @@ public:
     /// Listens on the path. Throws std::runtime_error, which names the path, and the process that
     /// listens there already. All must outlive it.
     /// `trust`: who may have the session. `group`: whom the socket is for; nullopt: the process's own.
-    SessionServer(boost::asio::io_context& loop, ipc::Timers& timers, std::string socketPath,
+    SessionServer(boost::asio::io_context& loop, base::Timers& timers, std::string socketPath,
                   Service& service, ipc::Trust trust = ipc::Trust("sflow-mgr"),
                   std::optional<std::uint32_t> group = std::nullopt);
     SessionServer(const SessionServer&) = delete;

@@ -1,4 +1,4 @@
-#include "manager/state.h"
+#include "manager/service/state.h"
 
 #include <algorithm>
 #include <string_view>
@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "manager/observer.h"
+#include "manager/service/observer.h"
 
 namespace manager {
 namespace {

@@ -2,8 +2,8 @@
 // sessions have told it. A pure value with mark and sweep: knows no socket, no file, no clock. The
 // service applies operations to it, observers hear of what changed, the state provider prints it.
 
-#ifndef MANAGER_STATE_H
-#define MANAGER_STATE_H
+#ifndef MANAGER_SERVICE_STATE_H
+#define MANAGER_SERVICE_STATE_H
 
 #include <array>
 #include <cstddef>
@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "manager/operation.h"
+#include "manager/service/operation.h"
 
 namespace manager {
 

@@ -1,8 +1,8 @@
 // What the parts of the manager know about themselves, as plain records: made when somebody asks, printed
 // as state and as metrics.
 
-#ifndef MANAGER_STATUS_H
-#define MANAGER_STATUS_H
+#ifndef MANAGER_SERVICE_STATUS_H
+#define MANAGER_SERVICE_STATUS_H
 
 #include <chrono>
 #include <cstdint>

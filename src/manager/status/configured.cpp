@@ -1,4 +1,4 @@
-#include "manager/configured.h"
+#include "manager/status/configured.h"
 
 #include <algorithm>
 

@@ -2,8 +2,8 @@
 // interfaces that the manager is never told of, and whether a sampling rate is an interface's own. Read
 // from the database's store. It changes nothing here: for showing only.
 
-#ifndef MANAGER_CONFIGURED_H
-#define MANAGER_CONFIGURED_H
+#ifndef MANAGER_STATUS_CONFIGURED_H
+#define MANAGER_STATUS_CONFIGURED_H
 
 #include <array>
 #include <cstddef>
@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "cdb/store.h"
-#include "manager/operation.h"
+#include "cdb/rows/reader.h"
+#include "manager/service/operation.h"
 
 namespace manager {
 

@@ -1,4 +1,4 @@
-#include "manager/configured_store.h"
+#include "manager/status/configured_store.h"
 
 #include <exception>
 #include <utility>

@@ -1,12 +1,12 @@
 // The database's store, open for reading as long as the database is there: where the configuration is read.
 
-#ifndef MANAGER_CONFIGURED_STORE_H
-#define MANAGER_CONFIGURED_STORE_H
+#ifndef MANAGER_STATUS_CONFIGURED_STORE_H
+#define MANAGER_STATUS_CONFIGURED_STORE_H
 
 #include <memory>
 #include <string>
 
-#include "cdb/store.h"
+#include "cdb/rows/reader.h"
 
 namespace manager {
 

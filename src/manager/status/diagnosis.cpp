@@ -1,4 +1,4 @@
-#include "manager/diagnosis.h"
+#include "manager/status/diagnosis.h"
 
 #include <algorithm>
 #include <array>
@@ -7,9 +7,9 @@
 
 #include <fmt/format.h>
 
-#include "manager/configured.h"
-#include "manager/diagnosis_text.h"
-#include "manager/snapshot.h"
+#include "manager/status/configured.h"
+#include "manager/status/diagnosis_text.h"
+#include "manager/status/snapshot.h"
 
 namespace manager {
 namespace {

@@ -2,8 +2,8 @@
 // together: each interface and collector that does not flow, with the reason and the remedy. A pure
 // function of records.
 
-#ifndef MANAGER_DIAGNOSIS_H
-#define MANAGER_DIAGNOSIS_H
+#ifndef MANAGER_STATUS_DIAGNOSIS_H
+#define MANAGER_STATUS_DIAGNOSIS_H
 
 #include <cstdint>
 #include <string>

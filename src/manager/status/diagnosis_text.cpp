@@ -1,4 +1,4 @@
-#include "manager/diagnosis_text.h"
+#include "manager/status/diagnosis_text.h"
 
 #include <fmt/format.h>
 

@@ -1,16 +1,16 @@
 // The sentences of the diagnosis: what is the matter and what helps, in the words of an operator's shell.
 // Used by diagnosis.cpp; decides nothing but which kind of error a collector has.
 
-#ifndef MANAGER_DIAGNOSIS_TEXT_H
-#define MANAGER_DIAGNOSIS_TEXT_H
+#ifndef MANAGER_STATUS_DIAGNOSIS_TEXT_H
+#define MANAGER_STATUS_DIAGNOSIS_TEXT_H
 
 #include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include "manager/diagnosis.h"
-#include "manager/snapshot.h"
+#include "manager/status/diagnosis.h"
+#include "manager/status/snapshot.h"
 
 namespace manager::text {
 

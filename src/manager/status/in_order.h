@@ -1,7 +1,7 @@
 // Look-up in a map of names that come in ascending order.
 
-#ifndef MANAGER_IN_ORDER_H
-#define MANAGER_IN_ORDER_H
+#ifndef MANAGER_STATUS_IN_ORDER_H
+#define MANAGER_STATUS_IN_ORDER_H
 
 #include <string>
 

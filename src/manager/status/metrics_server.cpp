@@ -1,4 +1,4 @@
-#include "manager/metrics_server.h"
+#include "manager/status/metrics_server.h"
 
 #include <array>
 #include <optional>
@@ -13,9 +13,9 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
 
-#include "ipc/timers.h"
+#include "base/timers.h"
 #include "log/log.h"
-#include "manager/metrics_text.h"
+#include "manager/status/metrics_text.h"
 
 namespace manager {
 namespace {
@@ -59,7 +59,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
 public:
     using OnEnd = std::function<void(Connection*)>;
 
-    Connection(tcp::socket socket, ipc::Timers& timers, const Render& render, OnEnd onEnd)
+    Connection(tcp::socket socket, base::Timers& timers, const Render& render, OnEnd onEnd)
         : m_socket(std::move(socket)), m_timers(timers), m_render(render), m_onEnd(std::move(onEnd))
     {
     }
@@ -98,7 +98,7 @@ private:
     }
 
     tcp::socket m_socket;
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     const Render& m_render;
     OnEnd m_onEnd;  // null: ended
     boost::beast::flat_buffer m_buffer{MetricsServer::kMaxHeader * 2};
@@ -179,7 +179,7 @@ tcp::endpoint LoopbackEndpoint(const std::string& address, std::uint16_t port)
 
 class MetricsServer::Impl : public std::enable_shared_from_this<Impl> {
 public:
-    Impl(asio::io_context& loop, ipc::Timers& timers, const tcp::endpoint& endpoint, Render render)
+    Impl(asio::io_context& loop, base::Timers& timers, const tcp::endpoint& endpoint, Render render)
         : m_timers(timers), m_render(std::move(render)), m_acceptor(loop)
     {
         try {
@@ -239,7 +239,7 @@ private:
         m_retry = m_timers.After(kAcceptDelay, [this] { Accept(); });
     }
 
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     const Render m_render;
     tcp::acceptor m_acceptor;
     std::uint16_t m_port = 0;
@@ -249,7 +249,7 @@ private:
     bool m_stopped = false;
 };
 
-MetricsServer::MetricsServer(asio::io_context& loop, ipc::Timers& timers, const std::string& address,
+MetricsServer::MetricsServer(asio::io_context& loop, base::Timers& timers, const std::string& address,
                              std::uint16_t port, std::function<std::string()> text)
     : m_impl(std::make_shared<Impl>(loop, timers, LoopbackEndpoint(address, port), std::move(text)))
 {

@@ -2,8 +2,8 @@
 // connects can cost little: few connections, short headers, short waits. There is no access control,
 // which is why it listens on loopback addresses only.
 
-#ifndef MANAGER_METRICS_SERVER_H
-#define MANAGER_METRICS_SERVER_H
+#ifndef MANAGER_STATUS_METRICS_SERVER_H
+#define MANAGER_STATUS_METRICS_SERVER_H
 
 #include <chrono>
 #include <cstddef>
@@ -15,9 +15,9 @@
 namespace boost::asio {
 class io_context;
 }
-namespace ipc {
+namespace base {
 class Timers;
-}
+}  // namespace base
 
 namespace manager {
 
@@ -36,7 +36,7 @@ public:
     /// kernel chooses. `text` makes the metrics, called from the loop, once a request. Throws
     /// std::invalid_argument for any other address and std::system_error where it can't listen; both name
     /// the address. All must outlive it.
-    MetricsServer(boost::asio::io_context& loop, ipc::Timers& timers, const std::string& address,
+    MetricsServer(boost::asio::io_context& loop, base::Timers& timers, const std::string& address,
                   std::uint16_t port, std::function<std::string()> text);
     MetricsServer(const MetricsServer&) = delete;
     MetricsServer& operator=(const MetricsServer&) = delete;

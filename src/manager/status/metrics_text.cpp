@@ -1,4 +1,4 @@
-#include "manager/metrics_text.h"
+#include "manager/status/metrics_text.h"
 
 #include <algorithm>
 #include <chrono>
@@ -12,7 +12,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "manager/snapshot.h"
+#include "manager/status/snapshot.h"
 
 namespace manager {
 namespace {

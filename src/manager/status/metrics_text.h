@@ -1,8 +1,8 @@
 // The numbers of the state for monitoring: the text format of Prometheus, version 0.0.4. Each line is one
 // number with its labels; counters begin at zero with the manager.
 
-#ifndef MANAGER_METRICS_TEXT_H
-#define MANAGER_METRICS_TEXT_H
+#ifndef MANAGER_STATUS_METRICS_TEXT_H
+#define MANAGER_STATUS_METRICS_TEXT_H
 
 #include <string>
 #include <string_view>

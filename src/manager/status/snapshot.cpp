@@ -1,10 +1,10 @@
-#include "manager/snapshot.h"
+#include "manager/status/snapshot.h"
 
 #include <algorithm>
 
-#include "manager/in_order.h"
-#include "manager/journal.h"
-#include "manager/state.h"
+#include "manager/service/journal.h"
+#include "manager/service/state.h"
+#include "manager/status/in_order.h"
 
 namespace manager {
 namespace {

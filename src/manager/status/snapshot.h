@@ -1,8 +1,8 @@
 // All that the manager shows of itself, at one moment, as plain records. Made when somebody asks; printed
 // as state and as metrics, and what the diagnosis looks at. Knows no socket, no loop and no kernel.
 
-#ifndef MANAGER_SNAPSHOT_H
-#define MANAGER_SNAPSHOT_H
+#ifndef MANAGER_STATUS_SNAPSHOT_H
+#define MANAGER_STATUS_SNAPSHOT_H
 
 #include <array>
 #include <cstdint>
@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "manager/exporter.h"
-#include "manager/operation.h"
-#include "manager/service.h"
-#include "manager/status.h"
+#include "manager/export/exporter.h"
+#include "manager/service/operation.h"
+#include "manager/service/service.h"
+#include "manager/service/status.h"
 
 namespace manager {
 

@@ -1,4 +1,4 @@
-#include "manager/state_answer.h"
+#include "manager/status/state_answer.h"
 
 #include <algorithm>
 #include <iterator>
@@ -6,11 +6,11 @@
 #include <string_view>
 #include <utility>
 
-#include "cdb/error.h"
+#include "cdb/model/error.h"
 #include "ipc/cdb.pb.h"
-#include "manager/in_order.h"
-#include "manager/state.h"
-#include "manager/state_writer.h"
+#include "manager/service/state.h"
+#include "manager/status/in_order.h"
+#include "manager/status/state_writer.h"
 
 namespace manager {
 namespace {

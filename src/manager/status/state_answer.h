@@ -2,8 +2,8 @@
 // its turn in between and packets do not wait. A part tells what is at its moment; entries that come or go
 // between two parts are in the answer or not. Knows no socket and no loop.
 
-#ifndef MANAGER_STATE_ANSWER_H
-#define MANAGER_STATE_ANSWER_H
+#ifndef MANAGER_STATUS_STATE_ANSWER_H
+#define MANAGER_STATUS_STATE_ANSWER_H
 
 #include <cstddef>
 #include <functional>
@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "manager/configured.h"
-#include "manager/diagnosis.h"
-#include "manager/snapshot.h"
-#include "manager/state_wanted.h"
+#include "manager/status/configured.h"
+#include "manager/status/diagnosis.h"
+#include "manager/status/snapshot.h"
+#include "manager/status/state_wanted.h"
 
 namespace ipc::cdb {
 class StateReply;

@@ -1,4 +1,4 @@
-#include "manager/state_provider.h"
+#include "manager/status/state_provider.h"
 
 #include <unistd.h>
 
@@ -22,7 +22,7 @@ constexpr std::chrono::milliseconds kPause{10};
 
 }  // namespace
 
-StateProvider::StateProvider(boost::asio::io_context& loop, ipc::Timers& timers, std::string socketPath,
+StateProvider::StateProvider(boost::asio::io_context& loop, base::Timers& timers, std::string socketPath,
                              Handlers handlers)
     : m_loop(loop),
       m_timers(timers),

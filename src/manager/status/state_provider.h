@@ -1,8 +1,8 @@
 // The manager's connection to the configuration database: answers its questions about the state of
 // sFlow and takes the operator's requests. Connects again for ever; the manager does not depend on it.
 
-#ifndef MANAGER_STATE_PROVIDER_H
-#define MANAGER_STATE_PROVIDER_H
+#ifndef MANAGER_STATUS_STATE_PROVIDER_H
+#define MANAGER_STATUS_STATE_PROVIDER_H
 
 #include <cstddef>
 #include <deque>
@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "ipc/link.h"
-#include "manager/state_answer.h"
+#include "manager/status/state_answer.h"
 
 namespace ipc::cdb {
 class ActionRequest;
@@ -40,7 +40,7 @@ public:
     };
 
     /// Connects from the loop once Start has been called. `loop` and `timers` must outlive it.
-    StateProvider(boost::asio::io_context& loop, ipc::Timers& timers, std::string socketPath,
+    StateProvider(boost::asio::io_context& loop, base::Timers& timers, std::string socketPath,
                   Handlers handlers);
     ~StateProvider();
 
@@ -65,7 +65,7 @@ private:
     void DropAnswers();
 
     boost::asio::io_context& m_loop;
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     const Handlers m_handlers;
     bool m_refusalLogged = false;
     std::deque<Open> m_answers;

@@ -1,4 +1,4 @@
-#include "manager/state_wanted.h"
+#include "manager/status/state_wanted.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // What of the state is asked for: which parts, which entries of the lists, and which of their leaves. A value
 // made of the database's question. Used by what answers it.
 
-#ifndef MANAGER_STATE_WANTED_H
-#define MANAGER_STATE_WANTED_H
+#ifndef MANAGER_STATUS_STATE_WANTED_H
+#define MANAGER_STATUS_STATE_WANTED_H
 
 #include <functional>
 #include <map>

@@ -1,4 +1,4 @@
-#include "manager/state_writer.h"
+#include "manager/status/state_writer.h"
 
 #include <algorithm>
 #include <chrono>
@@ -9,7 +9,7 @@
 #include <fmt/format.h>
 
 #include "ipc/cdb.pb.h"
-#include "manager/configured.h"
+#include "manager/status/configured.h"
 
 namespace manager {
 namespace {

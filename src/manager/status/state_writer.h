@@ -1,8 +1,8 @@
 // What the manager shows of itself, as the state's model has it: records written as nodes of one part of the
 // answer to the database. Used by state_answer.
 
-#ifndef MANAGER_STATE_WRITER_H
-#define MANAGER_STATE_WRITER_H
+#ifndef MANAGER_STATUS_STATE_WRITER_H
+#define MANAGER_STATUS_STATE_WRITER_H
 
 #include <array>
 #include <cstdint>
@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "manager/diagnosis.h"
-#include "manager/snapshot.h"
-#include "manager/state_name.h"
-#include "manager/state_wanted.h"
+#include "manager/status/diagnosis.h"
+#include "manager/status/snapshot.h"
+#include "manager/status/state_name.h"
+#include "manager/status/state_wanted.h"
 
 namespace ipc::cdb {
 class StateNode;

@@ -1,6 +1,6 @@
 // Reads rtnetlink's bridge messages.
 
-#include "net/bridge_message.h"
+#include "net/bridges/bridge_message.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,7 +12,7 @@
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 
-#include "net/link_message.h"
+#include "net/links/link_message.h"
 
 namespace net {
 namespace {

@@ -1,15 +1,15 @@
 // What rtnetlink's messages say of bridge ports, of their VLANs and of learned addresses. They keep
 // nothing. Used by the monitor.
 
-#ifndef NET_BRIDGE_MESSAGE_H
-#define NET_BRIDGE_MESSAGE_H
+#ifndef NET_BRIDGES_BRIDGE_MESSAGE_H
+#define NET_BRIDGES_BRIDGE_MESSAGE_H
 
 #include <cstdint>
 #include <optional>
 #include <vector>
 
-#include "net/bridges.h"
-#include "net/netlink.h"
+#include "net/bridges/bridges.h"
+#include "netlink/netlink.h"
 
 namespace net {
 

@@ -1,6 +1,6 @@
 // The table of bridges, ports and addresses.
 
-#include "net/bridges.h"
+#include "net/bridges/bridges.h"
 
 #include <algorithm>
 

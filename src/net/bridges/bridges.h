@@ -1,8 +1,8 @@
 // The bridges of this machine as the kernel has them: ports, their VLANs, and where addresses were learned.
 // A plain table; the monitor fills it, the look-up of a packet's way reads it.
 
-#ifndef NET_BRIDGES_H
-#define NET_BRIDGES_H
+#ifndef NET_BRIDGES_BRIDGES_H
+#define NET_BRIDGES_BRIDGES_H
 
 #include <array>
 #include <bitset>
@@ -12,8 +12,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "net/address_table.h"
-#include "net/links.h"
+#include "net/links/address_table.h"
+#include "net/links/links.h"
 
 namespace net {
 

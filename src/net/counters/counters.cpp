@@ -1,11 +1,11 @@
 // The counter reader on the kernel: both kinds of counters behind one door.
 
-#include "net/counters.h"
+#include "net/counters/counters.h"
 
 #include <algorithm>
 
-#include "net/counters_ethernet.h"
-#include "net/counters_links.h"
+#include "net/counters/counters_ethernet.h"
+#include "net/counters/counters_links.h"
 
 namespace net {
 namespace {

@@ -1,8 +1,8 @@
 // The counters of network interfaces: rtnetlink's 64-bit link statistics and, where the driver gives
 // them, ethtool netlink's IEEE 802.3 statistics.
 
-#ifndef NET_COUNTERS_H
-#define NET_COUNTERS_H
+#ifndef NET_COUNTERS_COUNTERS_H
+#define NET_COUNTERS_COUNTERS_H
 
 #include <cstdint>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "net/counters_ethernet.h"
+#include "net/counters/counters_ethernet.h"
 
 #include <array>
 #include <cerrno>

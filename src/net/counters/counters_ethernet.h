@@ -1,15 +1,15 @@
 // Reads the IEEE 802.3 counters that a driver keeps by ethtool netlink (ETHTOOL_MSG_STATS_GET, the groups
 // eth-mac and eth-phy), and remembers where there are none. Used by the counter reader of this folder.
 
-#ifndef NET_COUNTERS_ETHERNET_H
-#define NET_COUNTERS_ETHERNET_H
+#ifndef NET_COUNTERS_COUNTERS_ETHERNET_H
+#define NET_COUNTERS_COUNTERS_ETHERNET_H
 
 #include <cstdint>
 #include <optional>
 #include <unordered_set>
 
-#include "net/counters.h"
-#include "net/netlink.h"
+#include "net/counters/counters.h"
+#include "netlink/netlink.h"
 
 namespace net {
 

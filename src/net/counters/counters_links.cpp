@@ -1,4 +1,4 @@
-#include "net/counters_links.h"
+#include "net/counters/counters_links.h"
 
 #include <algorithm>
 #include <array>

@@ -2,16 +2,16 @@
 // or some of them with a request each, many requests a system call. It chooses what is cheaper. Used by
 // the counter reader of this folder.
 
-#ifndef NET_COUNTERS_LINKS_H
-#define NET_COUNTERS_LINKS_H
+#ifndef NET_COUNTERS_COUNTERS_LINKS_H
+#define NET_COUNTERS_COUNTERS_LINKS_H
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
 
-#include "net/counters.h"
-#include "net/netlink.h"
+#include "net/counters/counters.h"
+#include "netlink/netlink.h"
 
 namespace net {
 

@@ -1,6 +1,6 @@
 // Where a table's seed comes from.
 
-#include "net/address_table.h"
+#include "net/links/address_table.h"
 
 #include <random>
 

@@ -2,8 +2,8 @@
 // standard's tables take several dependent steps through memory, and a division for each. Linear probing;
 // what is erased leaves no trace. Used for learned addresses.
 
-#ifndef NET_ADDRESS_TABLE_H
-#define NET_ADDRESS_TABLE_H
+#ifndef NET_LINKS_ADDRESS_TABLE_H
+#define NET_LINKS_ADDRESS_TABLE_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // Reads rtnetlink's link messages.
 
-#include "net/link_message.h"
+#include "net/links/link_message.h"
 
 #include <algorithm>
 

@@ -1,14 +1,14 @@
 // What one rtnetlink message says of a link, its place among other devices included. It keeps nothing.
 // Used by the monitor.
 
-#ifndef NET_LINK_MESSAGE_H
-#define NET_LINK_MESSAGE_H
+#ifndef NET_LINKS_LINK_MESSAGE_H
+#define NET_LINKS_LINK_MESSAGE_H
 
 #include <cstdint>
 #include <optional>
 
-#include "net/links.h"
-#include "net/netlink.h"
+#include "net/links/links.h"
+#include "netlink/netlink.h"
 
 namespace net {
 

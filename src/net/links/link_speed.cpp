@@ -1,6 +1,6 @@
 // Questions to ethtool netlink.
 
-#include "net/link_speed.h"
+#include "net/links/link_speed.h"
 
 #include <cerrno>
 #include <system_error>

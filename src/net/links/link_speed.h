@@ -1,15 +1,15 @@
 // Speed and duplex of links, by ethtool netlink: asked for one link or all, and told of when somebody
 // sets them. A question waits while anybody changes links, in whatever namespace. Used by the monitor.
 
-#ifndef NET_LINK_SPEED_H
-#define NET_LINK_SPEED_H
+#ifndef NET_LINKS_LINK_SPEED_H
+#define NET_LINKS_LINK_SPEED_H
 
 #include <cstdint>
 #include <functional>
 #include <optional>
 
-#include "net/links.h"
-#include "net/netlink.h"
+#include "net/links/links.h"
+#include "netlink/netlink.h"
 
 namespace net {
 

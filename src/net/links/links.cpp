@@ -1,6 +1,6 @@
 // The table of links and its indexes by name.
 
-#include "net/links.h"
+#include "net/links/links.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,8 +1,8 @@
 // The kernel's network interfaces as rtnetlink(7) tells of them, mirrored and followed: by index, and by
 // the names under which operators know them.
 
-#ifndef NET_LINKS_H
-#define NET_LINKS_H
+#ifndef NET_LINKS_LINKS_H
+#define NET_LINKS_LINKS_H
 
 #include <array>
 #include <cstddef>

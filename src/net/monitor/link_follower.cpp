@@ -1,6 +1,6 @@
 // The mirror's way from messages to tables.
 
-#include "net/link_follower.h"
+#include "net/monitor/link_follower.h"
 
 #include <chrono>
 #include <cstddef>
@@ -12,9 +12,9 @@
 
 #include <linux/rtnetlink.h>
 
-#include "ipc/worker.h"
+#include "base/worker.h"
 #include "log/log.h"
-#include "net/bridge_message.h"
+#include "net/bridges/bridge_message.h"
 
 namespace net {
 namespace {
@@ -28,7 +28,7 @@ constexpr int kTries = 3;  // of one dump that changes disturb
 }  // namespace
 
 LinkFollower::LinkFollower(Links& links, Bridges& bridges, std::shared_ptr<LinkSpeeds> speeds,
-                           ipc::Worker& worker, Listener listener)
+                           base::Worker& worker, Listener listener)
     : m_links(links),
       m_bridges(bridges),
       m_speeds(std::move(speeds)),

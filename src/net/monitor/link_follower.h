@@ -3,8 +3,8 @@
 // of its own: who owns it calls Turn when the socket is readable. Speeds, which links do not tell of
 // themselves, are asked for beside the loop. Used by the monitor.
 
-#ifndef NET_LINK_FOLLOWER_H
-#define NET_LINK_FOLLOWER_H
+#ifndef NET_MONITOR_LINK_FOLLOWER_H
+#define NET_MONITOR_LINK_FOLLOWER_H
 
 #include <cstdint>
 #include <functional>
@@ -15,15 +15,15 @@
 #include <unordered_set>
 #include <vector>
 
-#include "net/bridges.h"
-#include "net/link_message.h"
-#include "net/link_speed.h"
-#include "net/links.h"
-#include "net/netlink.h"
+#include "net/bridges/bridges.h"
+#include "net/links/link_message.h"
+#include "net/links/link_speed.h"
+#include "net/links/links.h"
+#include "netlink/netlink.h"
 
-namespace ipc {
+namespace base {
 class Worker;
-}
+}  // namespace base
 
 namespace net {
 
@@ -36,7 +36,7 @@ public:
     };
 
     /// Opens the socket; throws std::system_error. Tables and worker must outlive it.
-    LinkFollower(Links& links, Bridges& bridges, std::shared_ptr<LinkSpeeds> speeds, ipc::Worker& worker,
+    LinkFollower(Links& links, Bridges& bridges, std::shared_ptr<LinkSpeeds> speeds, base::Worker& worker,
                  Listener listener);
 
     [[nodiscard]] int Descriptor() const { return m_socket.Descriptor(); }
@@ -91,7 +91,7 @@ private:
     Links& m_links;
     Bridges& m_bridges;
     std::shared_ptr<LinkSpeeds> m_speeds;  // the worker's while m_measuring
-    ipc::Worker& m_worker;
+    base::Worker& m_worker;
     Listener m_listener;
     NetlinkSocket m_socket;
 

@@ -1,7 +1,7 @@
 // Runs the mirror of the kernel's tables on the loop: sockets, turns, and the delay before everything is
 // asked for again.
 
-#include "net/monitor.h"
+#include "net/monitor/monitor.h"
 
 #include <chrono>
 #include <cstdint>
@@ -12,15 +12,15 @@
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
 
-#include "ipc/timers.h"
+#include "base/timers.h"
 #include "log/log.h"
-#include "net/bridges.h"
-#include "net/kernel_routes.h"
-#include "net/link_follower.h"
-#include "net/link_speed.h"
-#include "net/resolver.h"
-#include "net/route_follower.h"
-#include "net/routes.h"
+#include "net/bridges/bridges.h"
+#include "net/links/link_speed.h"
+#include "net/monitor/link_follower.h"
+#include "net/resolver/resolver.h"
+#include "net/routes/kernel_routes.h"
+#include "net/routes/route_follower.h"
+#include "net/routes/routes.h"
 
 namespace net {
 namespace {
@@ -35,7 +35,7 @@ constexpr int kSettingsATurn = 64;
 
 class Monitor::Impl {
 public:
-    Impl(boost::asio::io_context& loop, ipc::Timers& timers, ipc::Worker& worker)
+    Impl(boost::asio::io_context& loop, base::Timers& timers, base::Worker& worker)
         : m_timers(timers),
           m_routes(m_questions),
           m_resolver(m_bridges, m_routes),
@@ -162,7 +162,7 @@ private:
                                  });
     }
 
-    ipc::Timers& m_timers;
+    base::Timers& m_timers;
     Links m_links;
     Bridges m_bridges;
     const std::shared_ptr<LinkSpeeds> m_speeds = std::make_shared<LinkSpeeds>();
@@ -180,7 +180,7 @@ private:
     std::uint64_t m_turn = 0;
 };
 
-Monitor::Monitor(boost::asio::io_context& loop, ipc::Timers& timers, ipc::Worker& worker)
+Monitor::Monitor(boost::asio::io_context& loop, base::Timers& timers, base::Worker& worker)
     : m_impl(std::make_unique<Impl>(loop, timers, worker))
 {
 }

@@ -1,21 +1,21 @@
 // Listens to rtnetlink(7) and ethtool netlink and keeps the links and the forwarding tables as the
 // kernel has them. What is lost when the kernel's messages come too fast is asked for again.
 
-#ifndef NET_MONITOR_H
-#define NET_MONITOR_H
+#ifndef NET_MONITOR_MONITOR_H
+#define NET_MONITOR_MONITOR_H
 
 #include <memory>
 
-#include "net/forwarding.h"
-#include "net/links.h"
+#include "net/links/links.h"
+#include "net/routes/forwarding.h"
 
 namespace boost::asio {
 class io_context;
 }
-namespace ipc {
+namespace base {
 class Timers;
 class Worker;
-}  // namespace ipc
+}  // namespace base
 
 namespace net {
 
@@ -23,7 +23,7 @@ class Monitor {
 public:
     /// Opens the sockets; throws std::system_error. The table is empty until Start. Must be outlived by
     /// all three. The worker asks for the speeds of links that are new or have changed.
-    Monitor(boost::asio::io_context& loop, ipc::Timers& timers, ipc::Worker& worker);
+    Monitor(boost::asio::io_context& loop, base::Timers& timers, base::Worker& worker);
     Monitor(const Monitor&) = delete;
     Monitor& operator=(const Monitor&) = delete;
     ~Monitor();

@@ -1,6 +1,6 @@
 // Bounds first, then bytes.
 
-#include "net/packet_header.h"
+#include "net/resolver/packet_header.h"
 
 #include <cstring>
 

@@ -1,15 +1,15 @@
 // Reads what forwarding needs of a packet's first bytes, whatever they are and wherever they end. It keeps
 // nothing and knows no tables.
 
-#ifndef NET_PACKET_HEADER_H
-#define NET_PACKET_HEADER_H
+#ifndef NET_RESOLVER_PACKET_HEADER_H
+#define NET_RESOLVER_PACKET_HEADER_H
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 
-#include "net/forwarding.h"
+#include "net/routes/forwarding.h"
 
 namespace net {
 

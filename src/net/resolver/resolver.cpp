@@ -1,6 +1,6 @@
 // The way of a packet.
 
-#include "net/resolver.h"
+#include "net/resolver/resolver.h"
 
 #include <algorithm>
 #include <array>
@@ -10,7 +10,7 @@
 
 #include <linux/if_ether.h>
 
-#include "net/packet_header.h"
+#include "net/resolver/packet_header.h"
 
 namespace net {
 namespace {

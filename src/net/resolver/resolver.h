@@ -3,20 +3,20 @@
 // control rules, multicast memberships (to how many ports a bridge that goes by them sends is not told), a
 // bridge whose tags are 802.1ad, and who in this machine takes what is not IP. Fed by the monitor.
 
-#ifndef NET_RESOLVER_H
-#define NET_RESOLVER_H
+#ifndef NET_RESOLVER_RESOLVER_H
+#define NET_RESOLVER_RESOLVER_H
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <unordered_map>
 
-#include "net/bridges.h"
-#include "net/forwarding.h"
-#include "net/link_message.h"
-#include "net/links.h"
-#include "net/packet_header.h"
-#include "net/routes.h"
+#include "net/bridges/bridges.h"
+#include "net/links/link_message.h"
+#include "net/links/links.h"
+#include "net/resolver/packet_header.h"
+#include "net/routes/forwarding.h"
+#include "net/routes/routes.h"
 
 namespace net {
 

@@ -1,8 +1,8 @@
 // Where the kernel sends a packet, as far as can be told from what it has learned and been told: bridge
 // forwarding from a mirror of the forwarding database, routing from look-ups that are remembered.
 
-#ifndef NET_FORWARDING_H
-#define NET_FORWARDING_H
+#ifndef NET_ROUTES_FORWARDING_H
+#define NET_ROUTES_FORWARDING_H
 
 #include <array>
 #include <cstddef>

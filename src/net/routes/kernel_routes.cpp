@@ -1,6 +1,6 @@
 // Questions to rtnetlink about routes and rules.
 
-#include "net/kernel_routes.h"
+#include "net/routes/kernel_routes.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -3,14 +3,14 @@
 // off and the check of sources. Rules on ports, marks or the type of service can't be told from an
 // address, and a choice among several paths by ports neither: there it names one of them.
 
-#ifndef NET_KERNEL_ROUTES_H
-#define NET_KERNEL_ROUTES_H
+#ifndef NET_ROUTES_KERNEL_ROUTES_H
+#define NET_ROUTES_KERNEL_ROUTES_H
 
 #include <cstdint>
 #include <optional>
 
-#include "net/netlink.h"
-#include "net/routes.h"
+#include "net/routes/routes.h"
+#include "netlink/netlink.h"
 
 namespace net {
 

@@ -1,6 +1,6 @@
 // Changes of routing.
 
-#include "net/route_follower.h"
+#include "net/routes/route_follower.h"
 
 #include <system_error>
 #include <utility>

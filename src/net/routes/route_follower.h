@@ -2,12 +2,12 @@
 // forwards. What it was does not matter to those who only remember answers, nor does it when messages are
 // lost. It has no loop of its own. Used by the monitor.
 
-#ifndef NET_ROUTE_FOLLOWER_H
-#define NET_ROUTE_FOLLOWER_H
+#ifndef NET_ROUTES_ROUTE_FOLLOWER_H
+#define NET_ROUTES_ROUTE_FOLLOWER_H
 
 #include <functional>
 
-#include "net/netlink.h"
+#include "netlink/netlink.h"
 
 namespace net {
 

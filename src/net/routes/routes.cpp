@@ -1,6 +1,6 @@
 // A set-associative table of answers.
 
-#include "net/routes.h"
+#include "net/routes/routes.h"
 
 #include <cstring>
 #include <utility>

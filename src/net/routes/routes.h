@@ -2,8 +2,8 @@
 // routing changes, and a limit on the questions, so that a flood of addresses can't eat the processor. Who
 // answers is RouteQuestions: the kernel (kernel_routes.h), or a test.
 
-#ifndef NET_ROUTES_H
-#define NET_ROUTES_H
+#ifndef NET_ROUTES_ROUTES_H
+#define NET_ROUTES_ROUTES_H
 
 #include <chrono>
 #include <cstddef>
@@ -12,7 +12,7 @@
 #include <optional>
 #include <vector>
 
-#include "net/forwarding.h"
+#include "net/routes/forwarding.h"
 
 namespace net {
 

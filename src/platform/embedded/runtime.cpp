@@ -29,7 +29,7 @@ Runtime::Runtime(std::string processName)
     : process(std::move(processName)),
       cdbSocket(RunDirectory() + "/cdb.sock"),
       managerSocket(RunDirectory() + "/manager.sock"),
-      timers(ipc::MakeTimers(loop))
+      timers(base::MakeTimers(loop))
 {
 }
 

@@ -13,8 +13,8 @@
 
 #include <boost/asio/io_context.hpp>
 
-#include "cdb/value.h"
-#include "ipc/timers.h"
+#include "base/timers.h"
+#include "cdb/model/value.h"
 #include "platform/embedded/confd/database.h"
 
 namespace embedded {
@@ -64,7 +64,7 @@ struct Runtime {
     std::string managerSocket;
     std::chrono::milliseconds stuckLimit{10'000};  // a manager that takes nothing for so long is lost
     boost::asio::io_context loop;
-    std::unique_ptr<ipc::Timers> timers;  // tests put theirs here before anything is built
+    std::unique_ptr<base::Timers> timers;  // tests put theirs here before anything is built
     Database database;
     Gate gate;
     Transaction* transaction = nullptr;  // while a callpoint's callback runs

@@ -2,7 +2,7 @@
 
 #include <confd_maapi.h>
 
-#include "cdb/path.h"
+#include "cdb/model/path.h"
 #include "platform/embedded/confd/convert.h"
 #include "platform/embedded/confd/format.h"
 #include "platform/embedded/runtime.h"

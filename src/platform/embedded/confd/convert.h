@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "cdb/path.h"
-#include "cdb/schema_table.h"
-#include "cdb/value.h"
+#include "cdb/model/path.h"
+#include "cdb/model/schema_table.h"
+#include "cdb/model/value.h"
 
 namespace embedded {
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
-#include "cdb/schema_table.h"
-#include "cdb/store.h"
+#include "cdb/model/schema_table.h"
+#include "cdb/rows/reader.h"
 
 namespace embedded {
 

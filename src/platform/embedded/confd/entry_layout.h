@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "cdb/schema_table.h"
-#include "cdb/store.h"
+#include "cdb/model/row.h"
+#include "cdb/model/schema_table.h"
 
 namespace embedded {
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "cdb/path.h"
+#include "cdb/model/path.h"
 #include "platform/embedded/confd/error.h"
 
 namespace embedded {

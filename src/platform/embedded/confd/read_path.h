@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "cdb/schema_table.h"
+#include "cdb/model/schema_table.h"
 
 namespace embedded {
 

@@ -13,8 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "cdb/schema_table.h"
-#include "cdb/store.h"
+#include "cdb/model/schema_table.h"
+#include "cdb/rows/reader.h"
 #include "platform/embedded/confd/entry_layout.h"
 #include "platform/embedded/confd/read_path.h"
 

@@ -4,8 +4,8 @@
 
 #include <utility>
 
-#include "cdb/path.h"
-#include "cdb/value_message.h"
+#include "cdb/model/path.h"
+#include "cdb/model/value_message.h"
 #include "ipc/cdb.pb.h"
 #include "platform/embedded/confd/convert.h"
 #include "platform/embedded/confd/error.h"

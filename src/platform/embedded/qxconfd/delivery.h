@@ -8,7 +8,7 @@
 
 #include <vector>
 
-#include "cdb/change_set.h"
+#include "cdb/model/change_set.h"
 
 namespace embedded {
 

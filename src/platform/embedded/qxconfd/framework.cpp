@@ -9,7 +9,7 @@
 
 #include <boost/asio/post.hpp>
 
-#include "cdb/value.h"
+#include "cdb/model/value.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/frame.h"
 #include "log/log.h"

@@ -7,7 +7,7 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/signal_set.hpp>
 
-#include "ipc/notify.h"
+#include "base/notify.h"
 #include "platform/embedded/qxmw/handle.h"
 #include "platform/embedded/qxos/context_access.h"
 #include "platform/embedded/runtime.h"
@@ -24,7 +24,7 @@ public:
     {
         const auto staysWithoutWork = boost::asio::make_work_guard(m_runtime.loop);
         m_runtime.loop.restart();
-        ipc::ServiceNotifier manager(*m_runtime.timers);
+        base::ServiceNotifier manager(*m_runtime.timers);
         manager.Ready();
         m_runtime.loop.run();
         return 0;
