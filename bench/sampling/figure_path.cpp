@@ -1,4 +1,4 @@
-// Figure 1: what sampling costs a packet that is not drawn.
+// Figure 1: what sampling costs a packet that is not sampled.
 
 #include <exception>
 
@@ -21,7 +21,7 @@ void Measure(const Settings& settings, ForwardingPath& path, figures::Table& tab
         settings, path, [&] { manager.Sample(ForwardingPath::kIn, kHardlyEver); },
         [&] { manager.StopSampling(ForwardingPath::kIn); });
     table.Plain("1 a frame on the bare path, beside " + NameOf(capture), cost.bare, "ns");
-    table.AtMost("1 added to a frame that is not drawn, " + NameOf(capture), cost.added, BoundOf(capture),
+    table.AtMost("1 added to a frame that is not sampled, " + NameOf(capture), cost.added, BoundOf(capture),
                  "ns");
 }
 
@@ -33,7 +33,7 @@ void MeasurePath(const Settings& settings, ForwardingPath& path, figures::Table&
         try {
             Measure(settings, path, table, capture);
         } catch (const std::exception& error) {
-            table.Failed("1 added to a frame that is not drawn, " + NameOf(capture), error.what());
+            table.Failed("1 added to a frame that is not sampled, " + NameOf(capture), error.what());
         }
     }
 }

@@ -20,7 +20,7 @@ struct Settings {
     std::size_t few = 256, many = 4096;  // interfaces that are configured and idle
 };
 
-/// 1: what sampling costs a packet that is not drawn.
+/// 1: what sampling costs a packet that is not sampled.
 void MeasurePath(const Settings& settings, ForwardingPath& path, figures::Table& table);
 /// 2: the manager's time per sample, what is lost, and the forwarding rate when all is sampled.
 void MeasureSamples(const Settings& settings, ForwardingPath& path, figures::Table& table);

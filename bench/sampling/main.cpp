@@ -22,7 +22,7 @@ struct Figure {
     void (*measure)(const sampling::Settings&, sampling::ForwardingPath&, figures::Table&);
 };
 
-constexpr Figure kFigures[] = {{1, "1 a packet that is not drawn", sampling::MeasurePath},
+constexpr Figure kFigures[] = {{1, "1 a packet that is not sampled", sampling::MeasurePath},
                                {2, "2 a sample", sampling::MeasureSamples},
                                {3, "3 idle interfaces", sampling::MeasureIdle},
                                {4, "4 the first sample", sampling::MeasureFirstSample}};

@@ -1,4 +1,4 @@
-// A source of packets in a thread of its own on the manager's core, with nobody behind it: what drawing
+// A source of packets in a thread of its own on the manager's core, with nobody behind it: what sampling
 // costs before the manager does anything with it.
 
 #ifndef SAMPLING_MEASURED_SOURCE_H
@@ -37,8 +37,8 @@ public:
     struct Seen {
         std::uint64_t samples = 0;  // handed over
         std::uint64_t batches = 0;  // calls that did so
-        std::uint64_t pool = 0;     // frames they were drawn from
-        std::uint64_t drops = 0;    // drawn and lost
+        std::uint64_t pool = 0;     // frames they were sampled from
+        std::uint64_t drops = 0;    // sampled and lost
         double cpuSeconds = 0;      // of the thread
     };
     /// After all that waits has been handed over.

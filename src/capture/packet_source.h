@@ -1,5 +1,5 @@
-// Where sampled packets come from: the one interface of all sources of packets. A source draws packets at
-// the kernel's interfaces, each with the probability 1/rate, counts what it drew from, and hands the drawn
+// Where sampled packets come from: the one interface of all sources of packets. A source samples packets at
+// the kernel's interfaces, each with the probability 1/rate, counts what it drew from, and hands the sampled
 // ones over in batches. It knows nothing of collectors, names or datagrams.
 //
 // Two implementations: ebpf_source.h (first choice) and ring_source.h.
@@ -16,10 +16,10 @@
 
 namespace capture {
 
-/// At least so many bytes of a drawn packet are handed over (all, where it has fewer), so that what
+/// At least so many bytes of a sampled packet are handed over (all, where it has fewer), so that what
 /// looks at its addresses has them also where fewer are to be sent.
 inline constexpr std::size_t kLeastHeader = 96;
-/// Most bytes of a drawn packet that can be asked for.
+/// Most bytes of a sampled packet that can be asked for.
 inline constexpr std::size_t kMostHeader = 512;
 
 /// The interface by which a leaving packet had entered can't be told by this source.
@@ -34,15 +34,15 @@ struct Settings {
     friend bool operator==(const Settings&, const Settings&) = default;
 };
 
-/// A drawn packet. A packet that the kernel holds as several segments of one flow (GSO, GRO) stands for
-/// the frames that it is on the wire: these are what is counted and drawn from.
+/// A sampled packet. A packet that the kernel holds as several segments of one flow (GSO, GRO) stands for
+/// the frames that it is on the wire: these are what is counted and sampled from.
 struct Sample {
-    std::uint32_t ifIndex = 0;          // kernel interface at which it was drawn
+    std::uint32_t ifIndex = 0;          // kernel interface at which it was sampled
     bool egress = false;                // it was leaving by that interface; else it was entering
     std::uint32_t origin = 0;           // egress: by which interface it had entered the machine; 0: none,
                                         // it was made here; kOriginUnknown
-    std::uint32_t rate = 0;             // the rate it was drawn with
-    std::uint16_t count = 1;            // frames of it that were drawn, more than one only with segments
+    std::uint32_t rate = 0;             // the rate it was sampled with
+    std::uint16_t count = 1;            // frames of it that were sampled, more than one only with segments
     std::uint16_t segments = 1;         // frames on the wire
     std::uint16_t segmentSize = 0;      // payload of each of the segments but the last; 0: unsegmented
     std::uint32_t length = 0;           // bytes as the kernel holds it: from the link header on, without FCS
@@ -53,15 +53,15 @@ struct Sample {
     std::span<const std::byte> header;  // its beginning as the kernel holds it; valid in the call only
 
     /// Of the interface, since it was added to the source, both directions together, up to and with this
-    /// packet: frames it could have been drawn from, and frames drawn and lost for lack of room. They never
-    /// fall, and nothing is counted twice or left out for good. What other CPUs count at the same moment
-    /// may be in it a look too early or too late; packet sockets tell what they counted since the last look
-    /// in even shares.
+    /// packet: frames it could have been sampled from, and frames sampled and lost for lack of room. They
+    /// never fall, and nothing is counted twice or left out for good. What other CPUs count at the same
+    /// moment may be in it a look too early or too late; packet sockets tell what they counted since the last
+    /// look in even shares.
     std::uint64_t pool = 0;
     std::uint64_t drops = 0;
 };
 
-/// Who takes the drawn packets. Called from the loop only.
+/// Who takes the sampled packets. Called from the loop only.
 class SampleSink {
 public:
     SampleSink() = default;
@@ -69,7 +69,7 @@ public:
     SampleSink& operator=(const SampleSink&) = delete;
     virtual ~SampleSink() = default;
 
-    /// In the order in which they were drawn, as far as one CPU drew them.
+    /// In the order in which they were sampled, as far as one CPU drew them.
     virtual void OnSamples(std::span<const Sample> samples) = 0;
     /// All that was waiting has been handed over: time to send.
     virtual void OnDrained() = 0;
@@ -77,7 +77,7 @@ public:
 
 struct Counts {
     std::uint64_t pool = 0;   // frames seen since the interface was added
-    std::uint64_t drops = 0;  // frames drawn that could not be handed over
+    std::uint64_t drops = 0;  // frames sampled that could not be handed over
 };
 
 /// The source can't be had here: no permission, no kernel support. The text is for operators.
@@ -93,7 +93,7 @@ private:
 
 /// What all sources are made with.
 struct SourceOptions {
-    /// Packets with this socket mark are neither counted nor drawn: the agent's own datagrams.
+    /// Packets with this socket mark are neither counted nor sampled: the agent's own datagrams.
     std::uint32_t ownMark = 0;
     /// Bytes of the buffer between kernel and process: for all interfaces together (eBPF), for each
     /// (packet sockets). 0: the source's own default.
@@ -115,7 +115,7 @@ public:
     virtual void Add(std::uint32_t ifIndex, const Settings& settings) = 0;
 
     /// Changes how a sampled interface is sampled, at once and without a gap in its counts. Samples that
-    /// were drawn before carry the rate that they were drawn with. Throws Unavailable where a direction
+    /// were sampled before carry the rate that they were sampled with. Throws Unavailable where a direction
     /// could not be added; the rest is in effect then.
     virtual void Change(std::uint32_t ifIndex, const Settings& settings) = 0;
 

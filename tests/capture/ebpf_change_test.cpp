@@ -35,7 +35,7 @@ TEST_F(EbpfChangeTest, ChangesRateAndHeaderSizeAtOnceAndKeepsTheCounts)
     EXPECT_EQ(sink.samples[199].pool, 300U);
 }
 
-TEST_F(EbpfChangeTest, LabelsASampleWithTheRateThatItWasDrawnWith)
+TEST_F(EbpfChangeTest, LabelsASampleWithTheRateThatItWasSampledWith)
 {
     source->Add(right, {.rate = 1, .headerSize = 128});
     Cross(10);

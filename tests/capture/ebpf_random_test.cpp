@@ -1,4 +1,4 @@
-// What the program in the kernel draws, over many packets: how many, and how far apart.
+// What the program in the kernel samples, over many packets: how many, and how far apart.
 
 #include <cmath>
 #include <cstddef>
@@ -23,7 +23,7 @@ protected:
     }
 };
 
-TEST_F(EbpfRandomTest, DrawsWithTheRatesProbabilityAndIndependently)
+TEST_F(EbpfRandomTest, SamplesWithTheRatesProbabilityAndIndependently)
 {
     constexpr double kRate = 10;
     constexpr double kFrames = 600'000;
@@ -73,7 +73,7 @@ TEST_F(EbpfRandomTest, DrawsWithTheRatesProbabilityAndIndependently)
     EXPECT_LT(chiOfPairs, 40) << "at most 3 degrees of freedom: 1.1e-8";
 }
 
-TEST_F(EbpfRandomTest, IsNotBiasedByChangesThatDrawTheGapsAnew)
+TEST_F(EbpfRandomTest, IsNotBiasedByChangesThatSampleTheGapsAnew)
 {
     constexpr double kRate = 50;
     constexpr int kChanges = 20'000;
@@ -83,7 +83,7 @@ TEST_F(EbpfRandomTest, IsNotBiasedByChangesThatDrawTheGapsAnew)
     const auto frames = Frames(10, 60);
     for (int i = 0; i < kChanges; ++i) {
         injector.Send(frames);
-        // Any change of any interface makes all draw anew, here each ten frames.
+        // Any change of any interface makes all sample anew, here each ten frames.
         source->Change(left, {.rate = 1, .headerSize = static_cast<std::uint16_t>(100 + i % 2)});
         if (i % 1000 == 0) source->Drain();
     }

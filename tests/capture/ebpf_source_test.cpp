@@ -1,4 +1,4 @@
-// The eBPF source on a cable of the test's own: what it counts, draws and says of a packet. Under change:
+// The eBPF source on a cable of the test's own: what it counts, samples and says of a packet. Under change:
 // ebpf_change_test.cpp.
 
 #include <cerrno>
@@ -200,7 +200,7 @@ TEST_F(EbpfSourceTest, CountsSegmentsThatNobodyHasCounted)
     }
 }
 
-TEST_F(EbpfSourceTest, DrawsFramesOfSegmentedPacketsWithTheRatesProbability)
+TEST_F(EbpfSourceTest, SamplesFramesOfSegmentedPacketsWithTheRatesProbability)
 {
     source->Add(right, {.rate = 4, .headerSize = 128});
     for (int i = 0; i < 2000; ++i) SendDatagram(40'000, 0, 1000);
@@ -229,7 +229,7 @@ TEST_F(EbpfSourceTest, TellsTheDirectionAndWhereAPacketCameFrom)
     }
 }
 
-TEST_F(EbpfSourceTest, NeitherCountsNorDrawsPacketsWithTheOwnMark)
+TEST_F(EbpfSourceTest, NeitherCountsNorSamplesPacketsWithTheOwnMark)
 {
     Start({.ownMark = 77});
     source->Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});

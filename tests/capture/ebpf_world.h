@@ -55,7 +55,7 @@ protected:
     void SetUp() override
     {
         if (const auto why = support::Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
-        // One CPU sends and draws: its pool is then the interface's, and samples come in the frames' order.
+        // One CPU sends and samples: its pool is then the interface's, and samples come in the frames' order.
         cpu_set_t one;
         CPU_ZERO(&one);
         CPU_SET(static_cast<std::size_t>(std::max(0, ::sched_getcpu())), &one);

@@ -74,22 +74,22 @@ std::uint32_t AnswerWith(const RingFilter& program, std::uint64_t random)
 
 class RateOf : public testing::TestWithParam<std::uint32_t> {};
 
-TEST_P(RateOf, IsTheShareOfRandomNumbersThatDrawToTheLastBit)
+TEST_P(RateOf, IsTheShareOfRandomNumbersThatSampleToTheLastBit)
 {
     const std::uint32_t rate = GetParam();
     const RingFilter dividing = DividingProgram(rate, {.ownMark = 0, .outgoingIgnored = true});
-    const RingFilter drawing = DrawingFilter(rate, 100, {.ownMark = 0, .outgoingIgnored = true});
+    const RingFilter sampling = SamplingFilter(rate, 100, {.ownMark = 0, .outgoingIgnored = true});
     // 2^64 / rate, divided in two steps of 32 bits.
     constexpr std::uint64_t kHalf = 1ULL << 32U;
     const std::uint64_t bound = kHalf / rate * kHalf + kHalf % rate * kHalf / rate;
-    for (const std::uint64_t drawn : {std::uint64_t{0}, std::uint64_t{1}, bound / 2, bound - 1}) {
-        EXPECT_EQ(AnswerWith(dividing, drawn), kSamplingMember) << drawn;
-        EXPECT_EQ(AnswerWith(drawing, drawn), 100U) << drawn;
+    for (const std::uint64_t sampled : {std::uint64_t{0}, std::uint64_t{1}, bound / 2, bound - 1}) {
+        EXPECT_EQ(AnswerWith(dividing, sampled), kSamplingMember) << sampled;
+        EXPECT_EQ(AnswerWith(sampling, sampled), 100U) << sampled;
     }
     for (const std::uint64_t left :
          {bound, bound + 1, bound + kHalf, std::numeric_limits<std::uint64_t>::max()}) {
         EXPECT_EQ(AnswerWith(dividing, left), kCountingMember) << left;
-        EXPECT_EQ(AnswerWith(drawing, left), 0U) << left;
+        EXPECT_EQ(AnswerWith(sampling, left), 0U) << left;
     }
 }
 
@@ -101,7 +101,7 @@ INSTANTIATE_TEST_SUITE_P(RingFilter, RateOf,
 TEST(RingFilter, AsksForNoRandomNumberAtOneInOne)
 {
     EXPECT_EQ(Answer(DividingProgram(1, {.ownMark = kOwnMark}), {}), kSamplingMember);
-    EXPECT_EQ(Answer(DrawingFilter(1, 77, {.ownMark = kOwnMark}), {}), 77U);
+    EXPECT_EQ(Answer(SamplingFilter(1, 77, {.ownMark = kOwnMark}), {}), 77U);
 }
 
 TEST(RingFilter, RejectsAllWithoutADirection)
@@ -109,7 +109,7 @@ TEST(RingFilter, RejectsAllWithoutADirection)
     const RingScope none{.ingress = false, .egress = false};
     for (const std::uint32_t type : {PACKET_HOST, PACKET_OUTGOING}) {
         EXPECT_EQ(Answer(KeepingFilter(100, none), {.type = type}), 0U);
-        EXPECT_EQ(Answer(DrawingFilter(1, 100, none), {.type = type}), 0U);
+        EXPECT_EQ(Answer(SamplingFilter(1, 100, none), {.type = type}), 0U);
         EXPECT_EQ(Answer(CountingFilter(none), {.type = type}), 0U);
     }
 }
@@ -173,7 +173,7 @@ TEST_P(Scope, IsWhatTheKernelLetsPass)
     const RingScope& scope = GetParam().scope;
     EXPECT_EQ(Passing(CountingFilter(scope), scope.outgoingIgnored), Expected());
     EXPECT_EQ(Passing(KeepingFilter(100, scope), scope.outgoingIgnored), Expected());
-    EXPECT_EQ(Passing(DrawingFilter(1, 100, scope), scope.outgoingIgnored), Expected());
+    EXPECT_EQ(Passing(SamplingFilter(1, 100, scope), scope.outgoingIgnored), Expected());
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -28,7 +28,7 @@ protected:
     {
         OnCable::SetUp();
         if (IsSkipped()) return;
-        m_pair = std::make_shared<RingPair>(kRing);
+        m_pair = std::make_shared<PacketSocketPair>(kRing);
         m_pair->Prepare(m_near, {.rate = kNever, .headerSize = 64}, kOwnMark);
         if (!m_pair->SharesOneHook()) GTEST_SKIP() << "this kernel has no such groups";
         m_pair->Open();
@@ -51,7 +51,7 @@ protected:
         return counted;
     }
 
-    std::shared_ptr<RingPair> m_pair;
+    std::shared_ptr<PacketSocketPair> m_pair;
 };
 
 TEST_F(RingFollow, EachHasCountedAndDrawnWhatCameInItsTime)
@@ -84,7 +84,7 @@ TEST_F(RingFollow, NoPacketIsMissedOrCountedTwiceWhileTheyCome)
     EXPECT_EQ(counted + m_pair->Count().pool, kFrames);
 }
 
-TEST_F(RingFollow, BeforeTheNextIsOpenedTheLastDrawsOn)
+TEST_F(RingFollow, BeforeTheNextIsOpenedTheLastSamplesOn)
 {
     Follow(1);
     const auto next = m_pair->MakeFollower(m_near, {.rate = kNever, .headerSize = 64}, kRing);
@@ -96,7 +96,7 @@ TEST_F(RingFollow, BeforeTheNextIsOpenedTheLastDrawsOn)
     EXPECT_EQ(next->InRing(), 0U);
 }
 
-TEST_F(RingFollow, AfterTheNextIsOpenedTheLastDrawsNoMore)
+TEST_F(RingFollow, AfterTheNextIsOpenedTheLastSamplesNoMore)
 {
     const auto last = m_pair;
     Follow(1);
@@ -107,7 +107,7 @@ TEST_F(RingFollow, AfterTheNextIsOpenedTheLastDrawsNoMore)
     EXPECT_EQ(m_pair->InRing(), 100U);
 }
 
-TEST_F(RingFollow, DrawsTheSameAfterItsInterfaceWasDown)
+TEST_F(RingFollow, SamplesTheSameAfterItsInterfaceWasDown)
 {
     for (const std::uint32_t rate : {1U, kNever, 1U}) {
         SCOPED_TRACE(rate);
@@ -147,8 +147,8 @@ TEST_F(RingFollow, IsRefusedWhileTheOneBeforeIsStillThere)
 
 TEST_F(RingFollow, IsRefusedWhereEachSocketHasItsHook)
 {
-    RingPair separate(kRing);
-    separate.Prepare(m_near, {.rate = 1, .headerSize = 64}, kOwnMark, RingPair::Hook::kSeparate);
+    PacketSocketPair separate(kRing);
+    separate.Prepare(m_near, {.rate = 1, .headerSize = 64}, kOwnMark, PacketSocketPair::Hook::kSeparate);
     EXPECT_EQ(separate.MakeFollower(m_near, {.rate = 2, .headerSize = 64}, kRing), nullptr);
 }
 

@@ -22,7 +22,7 @@ using source_suite::IsBinomial;
 using source_suite::kOwnMark;
 using source_suite::MarkedSender;
 using support::Network;
-using Hook = RingPair::Hook;
+using Hook = PacketSocketPair::Hook;
 
 constexpr std::size_t kBytes = 8U << 20U;
 constexpr std::uint32_t kHardlyEver = 16777215;
@@ -37,7 +37,7 @@ class RingPairOn : public OnCable<testing::TestWithParam<HookRow>> {
 protected:
     void Begin(const Settings& settings)
     {
-        m_pair = std::make_unique<RingPair>(kBytes);
+        m_pair = std::make_unique<PacketSocketPair>(kBytes);
         m_pair->Prepare(m_near, settings, kOwnMark, GetParam().hook);
         m_pair->Open();
     }
@@ -48,7 +48,7 @@ protected:
     }
 
     // Closes the pair: all that is in its ring, where nothing comes any more.
-    std::vector<Sample> Drawn()
+    std::vector<Sample> Sampled()
     {
         m_pair->Close();
         m_pair->Count();
@@ -63,14 +63,14 @@ protected:
         return samples;
     }
 
-    std::unique_ptr<RingPair> m_pair;
+    std::unique_ptr<PacketSocketPair> m_pair;
 };
 
 INSTANTIATE_TEST_SUITE_P(Either, RingPairOn,
                          testing::Values(HookRow{"OneHook", Hook::kShared}, HookRow{"Two", Hook::kSeparate}),
                          [](const auto& row) { return row.param.name; });
 
-TEST_P(RingPairOn, CountsEveryPacketAndDrawsAsManyAsChanceAllows)
+TEST_P(RingPairOn, CountsEveryPacketAndSamplesAsManyAsChanceAllows)
 {
     constexpr std::size_t kPackets = 20000;
     for (const std::uint32_t rate : {1U, 2U, 10U, 1000U, kHardlyEver}) {
@@ -82,7 +82,7 @@ TEST_P(RingPairOn, CountsEveryPacketAndDrawsAsManyAsChanceAllows)
         EXPECT_TRUE(IsBinomial(m_pair->InRing(), kPackets, 1.0 / rate));
         EXPECT_EQ(counts.drops, 0U);
         const std::uint64_t inRing = m_pair->InRing();
-        EXPECT_EQ(Drawn().size(), inRing);
+        EXPECT_EQ(Sampled().size(), inRing);
     }
 }
 
@@ -94,7 +94,7 @@ TEST_P(RingPairOn, HangsOnAsManyHooksAsItSays)
 
 TEST_P(RingPairOn, SeesNothingBeforeItIsOpenedAndAfterItIsClosed)
 {
-    m_pair = std::make_unique<RingPair>(kBytes);
+    m_pair = std::make_unique<PacketSocketPair>(kBytes);
     m_pair->Prepare(m_near, {.rate = 1, .headerSize = 64}, kOwnMark, GetParam().hook);
     Send("far", 10);
     EXPECT_EQ(m_pair->Count().pool, 0U);
@@ -104,7 +104,7 @@ TEST_P(RingPairOn, SeesNothingBeforeItIsOpenedAndAfterItIsClosed)
     m_pair->Close();
     Send("far", 40);
     EXPECT_EQ(m_pair->Count().pool, 20U);
-    EXPECT_EQ(Drawn().size(), 20U);
+    EXPECT_EQ(Sampled().size(), 20U);
     m_pair->Open();
     Send("far", 80);
     EXPECT_EQ(m_pair->Count().pool, 100U);
@@ -125,12 +125,12 @@ TEST_P(RingPairOn, TakesTheDirectionsThatAreWantedAndNothingOfOurs)
             for (int i = 0; i < 13; ++i) leaving.Send(support::UdpFrame({}));
             const std::uint64_t expected = (ingress ? 5U : 0U) + (egress ? 70U : 0U);
             EXPECT_EQ(m_pair->Count().pool, expected);
-            EXPECT_EQ(Drawn().size(), rate == 1 ? expected : 0U);
+            EXPECT_EQ(Sampled().size(), rate == 1 ? expected : 0U);
         }
     }
 }
 
-TEST_P(RingPairOn, DrawsTheSameAfterItsInterfaceWasDown)
+TEST_P(RingPairOn, SamplesTheSameAfterItsInterfaceWasDown)
 {
     for (const std::uint32_t rate : {1U, kHardlyEver}) {
         SCOPED_TRACE(rate);
@@ -167,17 +167,17 @@ TEST_P(RingPairOn, CutsWhatComesFromNowOn)
     Send("far", 2);
     m_pair->SetHeaderSize(150);
     Send("far", 2);
-    const std::vector<Sample> drawn = Drawn();
-    ASSERT_EQ(drawn.size(), 4U);
-    EXPECT_THAT(drawn, testing::ElementsAre(testing::Field(&Sample::header, testing::SizeIs(100)),
-                                            testing::Field(&Sample::header, testing::SizeIs(100)),
-                                            testing::Field(&Sample::header, testing::SizeIs(150)),
-                                            testing::Field(&Sample::header, testing::SizeIs(150))));
+    const std::vector<Sample> sampled = Sampled();
+    ASSERT_EQ(sampled.size(), 4U);
+    EXPECT_THAT(sampled, testing::ElementsAre(testing::Field(&Sample::header, testing::SizeIs(100)),
+                                              testing::Field(&Sample::header, testing::SizeIs(100)),
+                                              testing::Field(&Sample::header, testing::SizeIs(150)),
+                                              testing::Field(&Sample::header, testing::SizeIs(150))));
 }
 
 TEST_P(RingPairOn, RefusesAnInterfaceThatIsNotThere)
 {
-    m_pair = std::make_unique<RingPair>(kBytes);
+    m_pair = std::make_unique<PacketSocketPair>(kBytes);
     EXPECT_THROW(m_pair->Prepare(987654, {.rate = 1}, kOwnMark, GetParam().hook), Unavailable);
 }
 
@@ -220,19 +220,19 @@ TEST_P(RingPairOn, TellsHowManyFramesAPacketIsButCountsItOnce)
     SendWhole("near", 1001, 1000);
     SendWhole("far", 800, 1000);
     EXPECT_EQ(m_pair->Count().pool, 3U);
-    const std::vector<Sample> drawn = Drawn();
-    ASSERT_EQ(drawn.size(), 3U);
-    EXPECT_EQ(drawn[0].segments, 5);
-    EXPECT_EQ(drawn[0].segmentSize, 1000);
-    EXPECT_EQ(drawn[0].length, 54U + 4500);
-    EXPECT_EQ(drawn[0].count, 1);
-    EXPECT_FALSE(drawn[0].egress);
-    EXPECT_EQ(drawn[1].segments, 2);
-    EXPECT_EQ(drawn[1].segmentSize, 1000);
-    EXPECT_TRUE(drawn[1].egress);
-    EXPECT_EQ(drawn[1].origin, kOriginUnknown);
-    EXPECT_EQ(drawn[2].segments, 1);
-    EXPECT_EQ(drawn[2].length, 54U + 800);
+    const std::vector<Sample> sampled = Sampled();
+    ASSERT_EQ(sampled.size(), 3U);
+    EXPECT_EQ(sampled[0].segments, 5);
+    EXPECT_EQ(sampled[0].segmentSize, 1000);
+    EXPECT_EQ(sampled[0].length, 54U + 4500);
+    EXPECT_EQ(sampled[0].count, 1);
+    EXPECT_FALSE(sampled[0].egress);
+    EXPECT_EQ(sampled[1].segments, 2);
+    EXPECT_EQ(sampled[1].segmentSize, 1000);
+    EXPECT_TRUE(sampled[1].egress);
+    EXPECT_EQ(sampled[1].origin, kOriginUnknown);
+    EXPECT_EQ(sampled[2].segments, 1);
+    EXPECT_EQ(sampled[2].length, 54U + 800);
 }
 
 // ---- how large ----

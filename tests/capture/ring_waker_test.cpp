@@ -130,7 +130,7 @@ protected:
         m_network.emplace();
         support::Network::Veth("near", "far");
         for (int i = 0; i < 20; ++i) {
-            m_pairs.push_back(std::make_shared<RingPair>(64U << 10U));
+            m_pairs.push_back(std::make_shared<PacketSocketPair>(64U << 10U));
             m_pairs.back()->Prepare(support::Network::Index("near"), {.rate = 10}, 0);
             m_watched.emplace_back(m_pairs.back());
         }
@@ -147,8 +147,8 @@ protected:
     }
 
     std::optional<support::Network> m_network;
-    std::vector<std::shared_ptr<RingPair>> m_pairs;
-    std::vector<std::weak_ptr<RingPair>> m_watched;
+    std::vector<std::shared_ptr<PacketSocketPair>> m_pairs;
+    std::vector<std::weak_ptr<PacketSocketPair>> m_watched;
 };
 
 TEST_F(Closer, ClosesAllBeforeItEndsAndHoldsNobodyUp)

@@ -55,16 +55,16 @@ void Record::OnSamples(std::span<const capture::Sample> samples)
 std::uint64_t Record::Frames(std::uint32_t ifIndex) const
 {
     std::uint64_t frames = 0;
-    for (const Drawn& drawn : all)
-        if (drawn.sample.ifIndex == ifIndex) frames += drawn.sample.count;
+    for (const SampledFrame& sampled : all)
+        if (sampled.sample.ifIndex == ifIndex) frames += sampled.sample.count;
     return frames;
 }
 
 std::vector<std::uint64_t> Record::Numbers(std::uint32_t ifIndex) const
 {
     std::vector<std::uint64_t> numbers;
-    for (const Drawn& drawn : all)
-        if (drawn.sample.ifIndex == ifIndex) numbers.push_back(NumberOf(drawn.header));
+    for (const SampledFrame& sampled : all)
+        if (sampled.sample.ifIndex == ifIndex) numbers.push_back(NumberOf(sampled.header));
     return numbers;
 }
 
@@ -82,7 +82,7 @@ void SourceSuite::SetUp()
     if (const std::string why = support::Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
     m_network.emplace();
     m_timers = base::MakeTimers(m_loop);
-    // One CPU sends and draws, so that samples come in the order of the frames.
+    // One CPU sends and samples, so that samples come in the order of the frames.
     cpu_set_t first;
     CPU_ZERO(&first);
     CPU_SET(static_cast<std::size_t>(std::max(0, sched_getcpu())), &first);
@@ -180,7 +180,7 @@ testing::AssertionResult IsBinomial(std::uint64_t successes, std::uint64_t trial
     const double divergence = term(share, probability) + term(1 - share, 1 - probability);
     if (n * divergence <= std::log(2 / kFalseAlarm)) return testing::AssertionSuccess();
     return testing::AssertionFailure()
-           << successes << " of " << trials << " drawn, expected " << n * probability;
+           << successes << " of " << trials << " sampled, expected " << n * probability;
 }
 
 testing::AssertionResult IsGeometric(const std::vector<std::uint64_t>& gaps, double probability)

@@ -1,5 +1,5 @@
 // What every source of packets has to do, as one suite that runs on each of them: a network of the test's
-// own with virtual cables, numbered frames, and a record of all that was drawn. The tests are in
+// own with virtual cables, numbered frames, and a record of all that was sampled. The tests are in
 // source_suite_*.cpp; which sources there are is in source_suite.cpp.
 
 #ifndef TESTS_CAPTURE_SOURCE_SUITE_H
@@ -34,23 +34,23 @@ struct Kind {
 };
 void PrintTo(const Kind& kind, std::ostream* out);
 
-/// A sample with bytes of its own, and its number in the order of drawing.
-struct Drawn {
+/// A sample with bytes of its own, and its number in the order of sampling.
+struct SampledFrame {
     capture::Sample sample;
     support::Bytes header;
 };
 
-/// Keeps what was drawn.
+/// Keeps what was sampled.
 class Record final : public capture::SampleSink {
 public:
     void OnSamples(std::span<const capture::Sample> samples) override;
     void OnDrained() override { ++drained; }
-    /// Frames drawn at the interface.
+    /// Frames sampled at the interface.
     [[nodiscard]] std::uint64_t Frames(std::uint32_t ifIndex) const;
-    /// The numbers of the frames drawn there, in order.
+    /// The numbers of the frames sampled there, in order.
     [[nodiscard]] std::vector<std::uint64_t> Numbers(std::uint32_t ifIndex) const;
 
-    std::vector<Drawn> all;
+    std::vector<SampledFrame> all;
     std::uint64_t drained = 0;
     std::uint64_t batches = 0;
 };
@@ -87,7 +87,7 @@ protected:
     /// All that passed the filter so far has come: the record does not grow and the pool is as told.
     [[nodiscard]] bool Settles(std::uint32_t ifIndex, std::uint64_t pool);
 
-    /// Sends numbered UDP frames into `device`, few at a time, and reads what is drawn meanwhile.
+    /// Sends numbered UDP frames into `device`, few at a time, and reads what is sampled meanwhile.
     void SendNumbered(const std::string& device, std::uint64_t first, std::uint64_t count,
                       std::size_t size = 100);
     boost::asio::io_context m_loop;

@@ -1,4 +1,4 @@
-// How packets are drawn: exact counts of what was drawn from, numbers within what chance allows, and
+// How packets are sampled: exact counts of what was sampled from, numbers within what chance allows, and
 // gaps that are independent.
 
 #include <gmock/gmock.h>
@@ -11,7 +11,7 @@
 
 namespace source_suite {
 
-TEST_P(SourceSuite, DrawsEveryFrameOnceAtRateOne)
+TEST_P(SourceSuite, SamplesEveryFrameOnceAtRateOne)
 {
     const std::uint32_t port = Cable("near", "far");
     Make();
@@ -26,7 +26,7 @@ TEST_P(SourceSuite, DrawsEveryFrameOnceAtRateOne)
     EXPECT_EQ(m_source->Read(port).drops, 0U);
 }
 
-TEST_P(SourceSuite, CountsExactlyAndDrawsWithinTheBoundsOfChanceAtEachRate)
+TEST_P(SourceSuite, CountsExactlyAndSamplesWithinTheBoundsOfChanceAtEachRate)
 {
     const std::uint32_t port = Cable("near", "far");
     Make();
@@ -45,12 +45,12 @@ TEST_P(SourceSuite, CountsExactlyAndDrawsWithinTheBoundsOfChanceAtEachRate)
         EXPECT_EQ(m_source->Read(port).drops, 0U);
         std::uint64_t last = pool - frames;
         std::vector<std::uint64_t> rises;
-        for (const Drawn& drawn : m_record.all) {
-            ASSERT_EQ(drawn.sample.rate, rate);
-            ASSERT_GE(drawn.sample.pool, last);
-            ASSERT_LE(drawn.sample.pool, pool);
-            rises.push_back(drawn.sample.pool - last);
-            last = drawn.sample.pool;
+        for (const SampledFrame& sampled : m_record.all) {
+            ASSERT_EQ(sampled.sample.rate, rate);
+            ASSERT_GE(sampled.sample.pool, last);
+            ASSERT_LE(sampled.sample.pool, pool);
+            rises.push_back(sampled.sample.pool - last);
+            last = sampled.sample.pool;
         }
         // Each stands for about as many as the rate says, also where they are read many at a time.
         std::ranges::nth_element(rises, rises.begin() + static_cast<std::ptrdiff_t>(rises.size() / 2));
@@ -59,7 +59,7 @@ TEST_P(SourceSuite, CountsExactlyAndDrawsWithinTheBoundsOfChanceAtEachRate)
     }
 }
 
-TEST_P(SourceSuite, DrawsOfAMillionOnlyWhatChanceAllows)
+TEST_P(SourceSuite, SamplesOfAMillionOnlyWhatChanceAllows)
 {
     const std::uint32_t port = Cable("near", "far");
     Make();
@@ -72,7 +72,7 @@ TEST_P(SourceSuite, DrawsOfAMillionOnlyWhatChanceAllows)
     EXPECT_TRUE(IsBinomial(m_record.Frames(port), kFrames, 1.0 / kRarest));
 }
 
-TEST_P(SourceSuite, DrawsWithIndependentGaps)
+TEST_P(SourceSuite, SamplesWithIndependentGaps)
 {
     const std::uint32_t port = Cable("near", "far");
     Make();

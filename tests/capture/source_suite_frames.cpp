@@ -1,4 +1,5 @@
-// What a drawn packet looks like: bytes, lengths, tags, directions, and what is neither counted nor drawn.
+// What a sampled packet looks like: bytes, lengths, tags, directions, and what is neither counted nor
+// sampled.
 
 #include <gmock/gmock.h>
 
@@ -65,20 +66,20 @@ TEST_P(SourceSuite, HandsOverEachFrameWithItsBytesAndLength)
         ++count;
         ASSERT_TRUE(Becomes([&] { return m_record.all.size() >= count; }));
         ASSERT_EQ(m_record.all.size(), count);
-        const Drawn& drawn = m_record.all.back();
-        EXPECT_EQ(drawn.sample.length, row.frame.size());
+        const SampledFrame& sampled = m_record.all.back();
+        EXPECT_EQ(sampled.sample.length, row.frame.size());
         Bytes beginning = row.frame;
         beginning.resize(std::min(beginning.size(), capture::kMostHeader));
-        EXPECT_EQ(drawn.header, beginning);
-        EXPECT_EQ(drawn.sample.ifIndex, port);
-        EXPECT_FALSE(drawn.sample.egress);
-        EXPECT_EQ(drawn.sample.rate, 1U);
-        EXPECT_EQ(drawn.sample.count, 1);
-        EXPECT_EQ(drawn.sample.segments, 1);
-        EXPECT_EQ(drawn.sample.segmentSize, 0);
-        EXPECT_EQ(drawn.sample.tagProtocol, 0);
-        EXPECT_EQ(drawn.sample.pool, count);
-        EXPECT_EQ(drawn.sample.drops, 0U);
+        EXPECT_EQ(sampled.header, beginning);
+        EXPECT_EQ(sampled.sample.ifIndex, port);
+        EXPECT_FALSE(sampled.sample.egress);
+        EXPECT_EQ(sampled.sample.rate, 1U);
+        EXPECT_EQ(sampled.sample.count, 1);
+        EXPECT_EQ(sampled.sample.segments, 1);
+        EXPECT_EQ(sampled.sample.segmentSize, 0);
+        EXPECT_EQ(sampled.sample.tagProtocol, 0);
+        EXPECT_EQ(sampled.sample.pool, count);
+        EXPECT_EQ(sampled.sample.drops, 0U);
     }
 }
 
@@ -128,15 +129,15 @@ TEST_P(SourceSuite, TellsTheTagThatTheKernelTook)
         injector.Send(frame);
         ++count;
         ASSERT_TRUE(Becomes([&] { return m_record.all.size() == count; }));
-        const Drawn& drawn = m_record.all.back();
-        EXPECT_EQ(drawn.sample.etherType, row.etherType);
+        const SampledFrame& sampled = m_record.all.back();
+        EXPECT_EQ(sampled.sample.etherType, row.etherType);
         const std::uint32_t outer = row.tags.empty() ? 0 : row.tags.front();
-        EXPECT_EQ(drawn.sample.tagProtocol, outer >> 16U);
-        EXPECT_EQ(drawn.sample.tagControl, outer & 0xffffU);
+        EXPECT_EQ(sampled.sample.tagProtocol, outer >> 16U);
+        EXPECT_EQ(sampled.sample.tagControl, outer & 0xffffU);
         Bytes left = frame;
         if (!row.tags.empty()) left.erase(left.begin() + kAddresses, left.begin() + kAddresses + kTag);
-        EXPECT_EQ(drawn.sample.length, left.size());
-        EXPECT_EQ(drawn.header, left);
+        EXPECT_EQ(sampled.sample.length, left.size());
+        EXPECT_EQ(sampled.header, left);
     }
 }
 
@@ -166,12 +167,12 @@ TEST_P(SourceSuite, SamplesTheDirectionsThatAreWanted)
         for (std::uint64_t i = 0; row.ingress && i < kEntering; ++i) expected.push_back(i);
         for (std::uint64_t i = 0; row.egress && i < kLeaving; ++i) expected.push_back(1000 + i);
         EXPECT_EQ(m_record.Numbers(port), expected);
-        for (const Drawn& drawn : m_record.all)
-            EXPECT_EQ(drawn.sample.egress, NumberOf(drawn.header) >= 1000);
+        for (const SampledFrame& sampled : m_record.all)
+            EXPECT_EQ(sampled.sample.egress, NumberOf(sampled.header) >= 1000);
     }
 }
 
-TEST_P(SourceSuite, NeitherCountsNorDrawsWhatIsItsOwn)
+TEST_P(SourceSuite, NeitherCountsNorSamplesWhatIsItsOwn)
 {
     const std::uint32_t port = Cable("near", "far");
     Make();

@@ -72,7 +72,7 @@ TEST_P(SourceSuite, LosesAndDoublesNothingWhileItIsChanged)
     EXPECT_EQ(m_source->Read(other).drops, 0U);
 }
 
-TEST_P(SourceSuite, TellsTheRateThatASampleWasDrawnWith)
+TEST_P(SourceSuite, TellsTheRateThatASampleWasSampledWith)
 {
     const std::uint32_t port = Cable("near", "far");
     Make();
@@ -90,10 +90,10 @@ TEST_P(SourceSuite, TellsTheRateThatASampleWasDrawnWith)
     }
     EXPECT_TRUE(Settles(port, kRounds * kEach));
     std::uint64_t ones = 0;
-    for (const Drawn& drawn : m_record.all) {
-        const std::uint64_t round = NumberOf(drawn.header) / kEach;
-        ASSERT_EQ(drawn.sample.rate, rate(round)) << "frame " << NumberOf(drawn.header);
-        ones += drawn.sample.rate == 1 ? 1U : 0U;
+    for (const SampledFrame& sampled : m_record.all) {
+        const std::uint64_t round = NumberOf(sampled.header) / kEach;
+        ASSERT_EQ(sampled.sample.rate, rate(round)) << "frame " << NumberOf(sampled.header);
+        ones += sampled.sample.rate == 1 ? 1U : 0U;
     }
     EXPECT_EQ(ones, kRounds / 2 * kEach);
 }

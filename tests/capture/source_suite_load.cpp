@@ -43,12 +43,12 @@ TEST_P(SourceSuite, ForgetsNoRateOverALossOfSamples)
     support::Injector("far").Send(Many(5000));
     m_source->Change(port, {.rate = 2, .headerSize = 512});
     EXPECT_TRUE(Settles(port, 5000));
-    for (const Drawn& drawn : m_record.all) ASSERT_EQ(drawn.sample.rate, 1U);
+    for (const SampledFrame& sampled : m_record.all) ASSERT_EQ(sampled.sample.rate, 1U);
     m_record.all.clear();
     SendNumbered("far", 0, 500);
     EXPECT_TRUE(Settles(port, 5500));
     EXPECT_GT(m_record.all.size(), 0U);
-    for (const Drawn& drawn : m_record.all) ASSERT_EQ(drawn.sample.rate, 2U);
+    for (const SampledFrame& sampled : m_record.all) ASSERT_EQ(sampled.sample.rate, 2U);
 }
 
 TEST_P(SourceSuite, WakesNobodyForEachSample)

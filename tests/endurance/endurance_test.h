@@ -52,7 +52,7 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    /// The world, its manager drawing with this source; skips where that is not allowed. To be followed by
+    /// The world, its manager sampling with this source; skips where that is not allowed. To be followed by
     /// a look at IsSkipped.
     void Start(const std::string& source, ManagerOptions options = {});
 

@@ -1,5 +1,5 @@
 // The manager killed, stopped for a while and started again amid traffic at 1:1: what passes goes on
-// unharmed, nothing is left behind that draws packets, and what is counted afterwards is right.
+// unharmed, nothing is left behind that samples packets, and what is counted afterwards is right.
 
 #include <fstream>
 #include <sstream>
@@ -16,7 +16,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr std::uint64_t kRate = 3000;
-constexpr int kCore = 0;  // of the traffic: the counts in samples are those of the CPUs that draw
+constexpr int kCore = 0;  // of the traffic: the counts in samples are those of the CPUs that sample
 
 class Life : public EnduranceTest, public testing::WithParamInterface<const char*> {
 protected:
@@ -30,7 +30,7 @@ protected:
     }
 
     /// Programs or packet sockets at the port, whichever the source has.
-    static std::string Drawing(const std::string& device)
+    static std::string Sampling(const std::string& device)
     {
         if (GetParam() == std::string(kTcx))
             return std::to_string(support::ProgramsAtTcx(Network::Index(device)));
@@ -45,17 +45,17 @@ protected:
 
 TEST_P(Life, KilledAmidTrafficItLeavesTheTrafficAloneAndBeginsAnewWhenToldAgain)
 {
-    const std::string idle = Drawing("p1");
+    const std::string idle = Sampling("p1");
     Configure(*collector, {"p1", "p2"});
-    EXPECT_NE(Drawing("p1"), idle);
+    EXPECT_NE(Sampling("p1"), idle);
     const auto entered = Received("p1"), left = Received("h2");
     BackgroundTraffic traffic("h1", NumberedFrames(1, 2), kRate, kCore);
     AwaitSamples(*collector, p1, 300);
     World().Manager().Kill();
     if (GetParam() == std::string(kClsact)) {
-        EXPECT_THAT(Drawing("p1"), HasSubstr("sflow_ingress")) << "filters stay, but pass everything on";
+        EXPECT_THAT(Sampling("p1"), HasSubstr("sflow_ingress")) << "filters stay, but pass everything on";
     } else {
-        EXPECT_EQ(Drawing("p1"), idle);
+        EXPECT_EQ(Sampling("p1"), idle);
     }
     const auto passed = Received("h2");
     Await("traffic to go on", [&] { return Received("h2") > passed + 300; });
@@ -63,7 +63,7 @@ TEST_P(Life, KilledAmidTrafficItLeavesTheTrafficAloneAndBeginsAnewWhenToldAgain)
     DecodingCollector second;
     const auto started = steady_clock::now();
     World().StartManager();
-    EXPECT_EQ(Drawing("p1"), idle);
+    EXPECT_EQ(Sampling("p1"), idle);
     World().OpenSession();
     const auto begun = Received("p1");
     Configure(second, {"p1", "p2"});
@@ -152,7 +152,7 @@ TEST_P(Life, StoppedForAWhileItAccountsForEveryFrameOfThatTime)
     EXPECT_EQ(FaultInDatagrams(collector->Arrivals()), "");
 }
 
-TEST_P(Life, StoppedForAWhileItAccountsForFramesOfACpuThatDrawsNoMore)
+TEST_P(Life, StoppedForAWhileItAccountsForFramesOfACpuThatSamplesNoMore)
 {
     if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "there is one CPU only";
     Configure(*collector, {"p1"});

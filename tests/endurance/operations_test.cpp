@@ -96,7 +96,7 @@ const Operation kOperations[] = {
      [](OperationsWorld& w) {
          for (const auto index : {w.p1, w.p2}) {
              const Flows flows = w.a.Flows(index);
-             EXPECT_EQ(FaultInSequence(flows), "") << "what was drawn before has come";
+             EXPECT_EQ(FaultInSequence(flows), "") << "what was sampled before has come";
              EXPECT_GE(flows.size(), w.flowsAtA.at(index));
              EXPECT_LT(flows.size(), w.b.Flows(index).size());
          }

@@ -42,8 +42,9 @@ public:
     /// Frames that have entered by the port since sampling began there.
     [[nodiscard]] std::uint64_t Frames(const std::string& port) const;
 
-    /// Most frames that may pass unseen while p1's packets begin to be drawn in another way: none with eBPF.
-    /// Packet sockets are exchanged for others, in between which the process may have to wait for its CPU.
+    /// Most frames that may pass unseen while p1's packets begin to be sampled in another way: none with
+    /// eBPF. Packet sockets are exchanged for others, in between which the process may have to wait for its
+    /// CPU.
     [[nodiscard]] std::uint64_t MostUnseen() const { return pool == Pool::kExact ? 0 : 100; }
 
     /// The samples of p1 have these rates, one after the other, and account for every frame.

@@ -100,28 +100,28 @@ const Row kInterfaceRows[] = {
     {"NoTrafficAnyMore", [](World& w) { w.Status().quiet = std::chrono::seconds(10); },
      {OfInterface(Reason::kNoTraffic, "no packet has entered the kernel interface k-eth1 for at least 10 s")}},
     {"APauseInTheTraffic", [](World& w) { w.Status().quiet = std::chrono::seconds(9); }, {}},
-    {"AllDrawnWereLostBeforeTheTrafficEnded",
+    {"AllSampledWereLostBeforeTheTrafficEnded",
      [](World& w) {
          w.Status().samples = 0;
          w.Status().dropsBuffer = 80;
          w.Status().quiet = std::chrono::seconds(60);
      },
      {OfInterface(Reason::kBufferFull,
-                  "all 80 packets drawn were lost for lack of room; raise the sampling rate's number, or start "
+                  "all 80 packets sampled were lost for lack of room; raise the sampling rate's number, or start "
                   "sflow-mgr with a larger --ring-size")}},
     {"NoSampleYet",
      [](World& w) {
          w.Status().packetsSeen = 100;
          w.Status().samples = 0;
      },
-     {OfInterface(Reason::kNoSampleYet, "100 packets seen, and at 1 in 512 none of them has been drawn yet")}},
-    {"AllDrawnAreLost",
+     {OfInterface(Reason::kNoSampleYet, "100 packets seen, and at 1 in 512 none of them has been sampled yet")}},
+    {"AllSampledAreLost",
      [](World& w) {
          w.Status().samples = 0;
          w.Status().dropsBuffer = 80;
      },
      {OfInterface(Reason::kBufferFull,
-                  "all 80 packets drawn were lost for lack of room; raise the sampling rate's number, or start "
+                  "all 80 packets sampled were lost for lack of room; raise the sampling rate's number, or start "
                   "sflow-mgr with a larger --ring-size")}},
     {"NoPermission", [](World& w) { w.snapshot.source = {"none", "CAP_NET_RAW is missing", false}; },
      {OfInterface(Reason::kNoPermission,

@@ -230,17 +230,17 @@ TEST_P(PeersTest, SfacctdsRenormalizedTotalsAgreeWithTheInterfaceCounters)
         own.AwaitFlows(round * frames.size());
         AwaitPeer(round * frames.size());
     }
-    // The other interface with one frame in many, and one more that is surely drawn and ends it.
+    // The other interface with one frame in many, and one more that is surely sampled and ends it.
     agent.Update("p2", {.flows = "own", .rate = kRate});
     for (std::uint64_t round = 0; round < kManyRounds; ++round) h2.Send(frames);
     agent.AwaitMetric("sflow_interface_packets_seen_total{interface=\"p2\"}", Received("p2"));
     agent.Update("p2", {.flows = "own", .rate = 1});
     h2.Send(IpUdp({.destinationPort = 4999, .size = 100}));
     const std::uint32_t p1 = Network::Index("p1"), p2 = Network::Index("p2");
-    std::vector<DecodedFlow> drawn;
+    std::vector<DecodedFlow> sampled;
     support::Await("the last sample", [&] {
-        drawn = own.Flows(p2);
-        return !drawn.empty() && drawn.back().pool == Received("p2") && drawn.back().rate == 1;
+        sampled = own.Flows(p2);
+        return !sampled.empty() && sampled.back().pool == Received("p2") && sampled.back().rate == 1;
     });
     EndPeer(own.Flows().size(), SIGINT);
 
@@ -265,8 +265,8 @@ TEST_P(PeersTest, SfacctdsRenormalizedTotalsAgreeWithTheInterfaceCounters)
     EXPECT_GE(all[p2].packets, sent - sent / 20);
     EXPECT_LE(all[p2].packets, sent + sent / 20);
     const Bounds bounds = BinomialBounds(sent - 1, 1.0 / kRate, kFalseAlarm);
-    EXPECT_GE(drawn.size() - 1, bounds.least);
-    EXPECT_LE(drawn.size() - 1, bounds.most);
+    EXPECT_GE(sampled.size() - 1, bounds.least);
+    EXPECT_LE(sampled.size() - 1, bounds.most);
     EXPECT_EQ(PeerLog().find("WARN"), std::string::npos) << PeerLog();
 }
 

@@ -1,4 +1,4 @@
-// How many frames are drawn, and that pool, samples and the kernel's own counters tell the same story.
+// How many frames are sampled, and that pool, samples and the kernel's own counters tell the same story.
 //
 // False alarms: every bound here fails a right manager with a probability of 1e-8 at most; a run has 12 of
 // them, so it fails by chance less than once in eight million times.
@@ -57,7 +57,7 @@ protected:
         for (const DecodedFlow& flow : flows) {
             ASSERT_EQ(flow.rate, rate);
             ASSERT_EQ(flow.drops, 0U);
-            ASSERT_GT(NumberOf(flow), number) << "no frame is drawn twice";
+            ASSERT_GT(NumberOf(flow), number) << "no frame is sampled twice";
             number = NumberOf(flow);
             // With eBPF each frame has its place. Packet sockets count what is between two looks as a whole.
             ASSERT_GE(flow.pool, IsEbpf() ? number : pool);
@@ -88,8 +88,8 @@ TEST_P(RateTest, TheSamplesOfEachInterfaceAreWithinWhatChanceAllowsAndThePoolIsT
         SCOPED_TRACE(row.port);
         NumberedTraffic traffic(row.host);
         traffic.Send(row.frames);
-        // With one more frame that is surely drawn, the pool of the last sample is that of all frames; and
-        // what was drawn before it has come.
+        // With one more frame that is surely sampled, the pool of the last sample is that of all frames; and
+        // what was sampled before it has come.
         agent.AwaitMetric("sflow_interface_packets_seen_total{interface=\"" + row.port + "\"}", row.frames);
         agent.Update(row.port, {.flows = "c1", .rate = 1});
         traffic.Send(1);
@@ -113,7 +113,7 @@ TEST_P(RateTest, TheSamplesOfEachInterfaceAreWithinWhatChanceAllowsAndThePoolIsT
 
 TEST_P(RateTest, WhatTheSamplesStandForIsTheTrafficOfEachFlow)
 {
-    // Three flows of different sizes, one in 20 drawn: samples by rate estimate each one's frames.
+    // Three flows of different sizes, one in 20 sampled: samples by rate estimate each one's frames.
     constexpr std::uint32_t kRate = 20;
     constexpr std::size_t kRounds = 4000;
     MakeBridge(2);

@@ -1,5 +1,5 @@
 // A real stream of TCP between two hosts, whose packets the kernel holds as segments together: what is
-// counted and drawn is what is on the wire. What was on the wire is what the sender's own TCP counted.
+// counted and sampled is what is on the wire. What was on the wire is what the sender's own TCP counted.
 
 #include <arpa/inet.h>
 #include <linux/tcp.h>

@@ -78,7 +78,7 @@ public:
         m_sink.OnDrained();
     }
 
-    /// A packet is drawn, `pool` frames after the one before it.
+    /// A packet is sampled, `pool` frames after the one before it.
     void Draw(std::uint32_t ifIndex, std::uint64_t pool = 1)
     {
         capture::Counts& now = counts.at(ifIndex);

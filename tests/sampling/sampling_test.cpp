@@ -120,7 +120,7 @@ TEST_F(SamplingTest, SequenceAndPoolGoOnWhenSamplingEndsAndBeginsAgain)
     EXPECT_EQ(sampling.Interfaces().at("eth1").samples, 5U);
 }
 
-TEST_F(SamplingTest, WhatWasDrawnBeforeACollectorWentIsStillSentToIt)
+TEST_F(SamplingTest, WhatWasSampledBeforeACollectorWentIsStillSentToIt)
 {
     Collect("c1", c1);
     Collect("c2", c2);

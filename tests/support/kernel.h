@@ -1,6 +1,6 @@
-// What the kernel itself says of an interface: what has passed there, and who draws packets there. For tests
-// and measurements that compare it with what the manager says. Of the namespace that the calling thread is
-// in.
+// What the kernel itself says of an interface: what has passed there, and who samples packets there. For
+// tests and measurements that compare it with what the manager says. Of the namespace that the calling thread
+// is in.
 
 #ifndef TESTS_SUPPORT_KERNEL_H
 #define TESTS_SUPPORT_KERNEL_H

@@ -27,7 +27,7 @@ public:
     [[nodiscard]] std::uint64_t OfInterface(const std::string& name, const std::string& what) const;
     [[nodiscard]] std::uint64_t OfCollector(const std::string& name, const std::string& what) const;
 
-    /// Where packets are drawn, "none" where nothing draws.
+    /// Where packets are sampled, "none" where nothing samples.
     [[nodiscard]] std::string Source() const;
 
 private:

@@ -34,11 +34,12 @@ cdb::Error Failure(const cdb::NewEntry& entry, const cdb::SchemaTable& schema, c
 }
 
 /// The questions of one edit.
-class Inquiry final : public Callpoints::Inquiry, public std::enable_shared_from_this<Inquiry> {
+class PendingRequest final : public Callpoints::PendingRequest,
+                             public std::enable_shared_from_this<PendingRequest> {
 public:
-    Inquiry(boost::asio::io_context& loop, const cdb::SchemaTable& schema, Callpoints::Limits limits,
-            std::uint32_t transaction, std::vector<cdb::NewEntry> entries,
-            std::function<void(Callpoints::Result)> done)
+    PendingRequest(boost::asio::io_context& loop, const cdb::SchemaTable& schema, Callpoints::Limits limits,
+                   std::uint32_t transaction, std::vector<cdb::NewEntry> entries,
+                   std::function<void(Callpoints::Result)> done)
         : m_loop(loop),
           m_timer(loop),
           m_schema(schema),
@@ -98,7 +99,7 @@ private:
     Clock::time_point m_progress;
 };
 
-void Inquiry::Pump()
+void PendingRequest::Pump()
 {
     if (m_goesOn) return;
     const std::size_t last = std::min(m_next + kMadeAtOnce, m_entries.size());
@@ -125,7 +126,7 @@ void Inquiry::Pump()
     }
 }
 
-ipc::cdb::ServerMessage Inquiry::MakeRequest(std::size_t index, std::uint64_t number) const
+ipc::cdb::ServerMessage PendingRequest::MakeRequest(std::size_t index, std::uint64_t number) const
 {
     ipc::cdb::ServerMessage message;
     ipc::cdb::CallpointRequest& request = *message.mutable_callpoint_request();
@@ -137,7 +138,7 @@ ipc::cdb::ServerMessage Inquiry::MakeRequest(std::size_t index, std::uint64_t nu
     return message;
 }
 
-void Inquiry::Take(std::size_t index, const ClientMessage* message)
+void PendingRequest::Take(std::size_t index, const ClientMessage* message)
 {
     if (!m_done) return;
     const ClientPtr holder = m_holders.at(m_entries[index].callpoint);
@@ -159,7 +160,8 @@ void Inquiry::Take(std::size_t index, const ClientMessage* message)
     Finish(std::move(writes));
 }
 
-std::optional<std::string> Inquiry::TakeWrites(std::size_t index, const ipc::cdb::CallpointReply& reply)
+std::optional<std::string> PendingRequest::TakeWrites(std::size_t index,
+                                                      const ipc::cdb::CallpointReply& reply)
 {
     for (const ipc::cdb::PathWrite& write : reply.writes()) {
         auto path = cdb::ParsePath(m_schema, write.path());
@@ -171,12 +173,12 @@ std::optional<std::string> Inquiry::TakeWrites(std::size_t index, const ipc::cdb
     return std::nullopt;
 }
 
-Clock::time_point Inquiry::Deadline() const
+Clock::time_point PendingRequest::Deadline() const
 {
     return std::min(m_progress + m_limits.progress, m_begin + m_limits.total);
 }
 
-void Inquiry::Watch()
+void PendingRequest::Watch()
 {
     m_timer.expires_at(Deadline());
     m_timer.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
@@ -195,19 +197,19 @@ void Inquiry::Watch()
     });
 }
 
-void Inquiry::ForgetAll()
+void PendingRequest::ForgetAll()
 {
     for (std::size_t i = 0; i < m_next; ++i) m_holders.at(m_entries[i].callpoint)->Forget(m_keys[i]);
 }
 
-void Inquiry::Fail(std::size_t index, const std::string& why)
+void PendingRequest::Fail(std::size_t index, const std::string& why)
 {
     if (!m_done) return;
     ForgetAll();
     Finish(Failure(m_entries[index], m_schema, why));
 }
 
-void Inquiry::Finish(Callpoints::Result result)
+void PendingRequest::Finish(Callpoints::Result result)
 {
     m_timer.cancel();
     std::exchange(m_done, nullptr)(std::move(result));
@@ -221,7 +223,8 @@ Callpoints::Callpoints(boost::asio::io_context& loop, const cdb::SchemaTable& sc
 {
 }
 
-Callpoints::InquiryPtr Callpoints::Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done)
+Callpoints::PendingRequestPtr Callpoints::Ask(std::vector<cdb::NewEntry> entries,
+                                              std::function<void(Result)> done)
 {
     std::map<std::string, ClientPtr> holders;
     for (const cdb::NewEntry& entry : entries) {
@@ -235,8 +238,8 @@ Callpoints::InquiryPtr Callpoints::Ask(std::vector<cdb::NewEntry> entries, std::
         done(std::vector<cdb::LeafWrite>{});
         return nullptr;
     }
-    const auto inquiry = std::make_shared<agent::Inquiry>(m_loop, m_schema, m_limits, ++m_lastTransaction,
-                                                          std::move(entries), std::move(done));
+    const auto inquiry = std::make_shared<agent::PendingRequest>(
+        m_loop, m_schema, m_limits, ++m_lastTransaction, std::move(entries), std::move(done));
     inquiry->Run(std::move(holders));
     return inquiry;
 }

@@ -29,17 +29,17 @@ public:
                Limits limits);
 
     /// What is being asked; it can be given up.
-    class Inquiry {
+    class PendingRequest {
     public:
-        virtual ~Inquiry() = default;
+        virtual ~PendingRequest() = default;
         /// `done` is called no more, and is let go.
         virtual void Cancel() = 0;
     };
-    using InquiryPtr = std::shared_ptr<Inquiry>;
+    using PendingRequestPtr = std::shared_ptr<PendingRequest>;
 
     /// `done` is called once: with the writes in the order of the entries, or with why the edit can't
     /// be made. From inside Ask, which then returns null, where there is nothing or no process to ask.
-    InquiryPtr Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done);
+    PendingRequestPtr Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done);
 
 private:
     boost::asio::io_context& m_loop;

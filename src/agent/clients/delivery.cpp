@@ -7,7 +7,7 @@
 
 #include <google/protobuf/arena.h>
 
-#include "agent/clients/ask.h"
+#include "agent/clients/request_all.h"
 #include "log/log.h"
 
 namespace agent {
@@ -71,10 +71,10 @@ public:
         auto& points = *m_message->mutable_change_set()->mutable_points();
         points.Assign(recipient.points.begin(), recipient.points.end());
         recipient.client->SetApplying(true);
-        AskAll(
+        RequestAll(
             m_loop, {recipient.client},
             [this](Client&) {
-                Question question{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit}};
+                OutgoingRequest question{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit}};
                 question.written = m_message;
                 return question;
             },

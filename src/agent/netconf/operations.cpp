@@ -72,9 +72,9 @@ bool Operations::RefuseDenied(const RequestPtr& request)
     return true;
 }
 
-void Operations::InTurn(const RequestPtr& request, std::function<void(const TurnQueue::TurnPtr&)> work)
+void Operations::InTurn(const RequestPtr& request, std::function<void(const SerialQueue::TicketPtr&)> work)
 {
-    m_queue.Push([request, doWork = std::move(work)](const TurnQueue::TurnPtr& turn) {
+    m_queue.Push([request, doWork = std::move(work)](const SerialQueue::TicketPtr& turn) {
         if (request->Wanted()) doWork(turn);
     });
 }

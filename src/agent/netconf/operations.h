@@ -21,7 +21,7 @@
 #include "agent/netconf/backup.h"
 #include "agent/netconf/locks.h"
 #include "agent/netconf/request.h"
-#include "agent/netconf/turn_queue.h"
+#include "agent/netconf/serial_queue.h"
 #include "agent/netconf/workbench.h"
 #include "agent/state/state.h"
 #include "cdb/datastore/datastore.h"
@@ -97,7 +97,7 @@ private:
     void CloseSession(const RequestPtr& request);
     void KillSession(const RequestPtr& request);
 
-    void ReleaseCandidate(const TurnQueue::TurnPtr& turn, std::function<void()> done);
+    void ReleaseCandidate(const SerialQueue::TicketPtr& turn, std::function<void()> done);
 
     // operations_system.cpp
     void HaTransition(const RequestPtr& request);
@@ -105,7 +105,7 @@ private:
     void MakeBackup(const RequestPtr& request);
 
     /// Runs the work when it is the request's turn with the candidate, unless its session has ended by then.
-    void InTurn(const RequestPtr& request, std::function<void(const TurnQueue::TurnPtr&)> work);
+    void InTurn(const RequestPtr& request, std::function<void(const SerialQueue::TicketPtr&)> work);
 
     /// Refuses the request where its user may not execute it.
     bool RefuseDenied(const RequestPtr& request);
@@ -116,15 +116,15 @@ private:
     /// What an edit waits for, while it does.
     struct Asked {
         std::uint32_t session = 0;
-        Callpoints::InquiryPtr inquiry;
+        Callpoints::PendingRequestPtr inquiry;
     };
 
     Services m_services;
     DataSchema m_dataSchema;
     Locks m_locks;
     Asked m_asked;
-    TurnQueue m_queue;    // for the candidate
-    TurnQueue m_commits;  // a commit has its turn until its subscribers have acknowledged
+    SerialQueue m_queue;    // for the candidate
+    SerialQueue m_commits;  // a commit has its turn until its subscribers have acknowledged
 };
 
 }  // namespace agent

@@ -71,7 +71,7 @@ constexpr std::array kConfirmedCommit{"confirmed", "confirm-timeout", "persist",
 struct Operations::EditJob {
     RequestPtr request;
     EditOptions options;
-    TurnQueue::TurnPtr turn;
+    SerialQueue::TicketPtr turn;
     std::vector<cdb::NewEntry> entries;
     std::vector<cdb::LeafWrite> writes;
     std::vector<cdb::Error> errors;
@@ -80,8 +80,8 @@ struct Operations::EditJob {
 /// A commit on its way: written, delivered.
 struct Operations::CommitJob {
     RequestPtr request;
-    TurnQueue::TurnPtr commitTurn;
-    TurnQueue::TurnPtr turn;  // with the candidate; given up once it is written
+    SerialQueue::TicketPtr commitTurn;
+    SerialQueue::TicketPtr turn;  // with the candidate; given up once it is written
     cdb::CommitInfo info;
     std::vector<cdb::Error> errors;
     WrittenChanges written;
@@ -91,10 +91,11 @@ void Operations::EditConfig(const RequestPtr& request)
 {
     const auto options = ReadEdit(request->Operation());
     if (const auto* error = std::get_if<netconf::RpcError>(&options)) return request->Refuse(*error);
-    InTurn(request, [this, request, edit = std::get<EditOptions>(options)](const TurnQueue::TurnPtr& turn) {
-        if (RefuseLocked(request, Target::kCandidate)) return;
-        PlanEdit(std::make_shared<EditJob>(EditJob{request, edit, turn, {}, {}, {}}));
-    });
+    InTurn(request,
+           [this, request, edit = std::get<EditOptions>(options)](const SerialQueue::TicketPtr& turn) {
+               if (RefuseLocked(request, Target::kCandidate)) return;
+               PlanEdit(std::make_shared<EditJob>(EditJob{request, edit, turn, {}, {}, {}}));
+           });
 }
 
 void Operations::PlanEdit(const EditJobPtr& job)
@@ -161,7 +162,7 @@ void Operations::Validate(const RequestPtr& request)
     // Running is valid: nothing else ever becomes running.
     if (name == "running") return request->Ok();
     if (name != "candidate") return request->Refuse(NotOffered("validation of what is sent along", "config"));
-    InTurn(request, [this, request](const TurnQueue::TurnPtr& turn) {
+    InTurn(request, [this, request](const SerialQueue::TicketPtr& turn) {
         const auto errors = std::make_shared<std::vector<cdb::Error>>();
         m_services.changes.Do([this, errors] { *errors = m_services.datastore.Validate(); },
                               [this, request, turn, errors] {
@@ -178,8 +179,8 @@ void Operations::Commit(const RequestPtr& request)
             node != nullptr && (node->flags & LYD_DEFAULT) == 0)
             return request->Refuse(NotOffered("a confirmed commit", parameter));
     // Edits go on while subscribers are waited for; only the next commit waits too.
-    m_commits.Push([this, request](const TurnQueue::TurnPtr& commitTurn) {
-        InTurn(request, [this, request, commitTurn](const TurnQueue::TurnPtr& turn) {
+    m_commits.Push([this, request](const SerialQueue::TicketPtr& commitTurn) {
+        InTurn(request, [this, request, commitTurn](const SerialQueue::TicketPtr& turn) {
             if (RefuseLocked(request, Target::kCandidate) || RefuseLocked(request, Target::kRunning)) return;
             const auto job = std::make_shared<CommitJob>();
             job->request = request;
@@ -243,7 +244,7 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
 
 void Operations::DiscardChanges(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const TurnQueue::TurnPtr& turn) {
+    InTurn(request, [this, request](const SerialQueue::TicketPtr& turn) {
         if (RefuseLocked(request, Target::kCandidate)) return;
         m_services.changes.Do([this] { m_services.datastore.Discard(); },
                               [this, request, turn] {

@@ -32,7 +32,7 @@ netconf::RpcError LockDenied(const std::string& message, std::uint32_t holder)
 
 void Operations::Lock(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const TurnQueue::TurnPtr& turn) {
+    InTurn(request, [this, request](const SerialQueue::TicketPtr& turn) {
         const Target target = TargetOf(request->Operation());
         if (const auto holder = m_locks.Holder(target))
             return request->Refuse(LockDenied(
@@ -59,7 +59,7 @@ void Operations::Lock(const RequestPtr& request)
 
 void Operations::Unlock(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const TurnQueue::TurnPtr& turn) {
+    InTurn(request, [this, request](const SerialQueue::TicketPtr& turn) {
         const Target target = TargetOf(request->Operation());
         const auto holder = m_locks.Holder(target);
         if (holder != request->Who().id) {
@@ -77,7 +77,7 @@ void Operations::Unlock(const RequestPtr& request)
     });
 }
 
-void Operations::ReleaseCandidate(const TurnQueue::TurnPtr& turn, std::function<void()> done)
+void Operations::ReleaseCandidate(const SerialQueue::TicketPtr& turn, std::function<void()> done)
 {
     // What was not committed goes with the lock (RFC 6241, section 8.3.5.2).
     m_services.changes.Do([this] { m_services.datastore.Discard(); },
@@ -120,7 +120,7 @@ void Operations::SessionEnded(std::uint32_t session)
         inquiry->Cancel();
     }
     // In turn: an edit of the session may be under way, and the lock covers it.
-    m_queue.Push([this, session](const TurnQueue::TurnPtr& turn) {
+    m_queue.Push([this, session](const SerialQueue::TicketPtr& turn) {
         if (m_locks.Holder(Target::kRunning) == session) m_locks.Release(Target::kRunning);
         if (m_locks.Holder(Target::kCandidate) == session) ReleaseCandidate(turn, [] {});
     });

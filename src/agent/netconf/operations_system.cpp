@@ -1,6 +1,6 @@
 #include <string_view>
 
-#include "agent/clients/ask.h"
+#include "agent/clients/request_all.h"
 #include "agent/data/errors.h"
 #include "agent/netconf/operations.h"
 #include "log/log.h"
@@ -36,7 +36,7 @@ void Operations::HaTransition(const RequestPtr& request)
     slog::Notice("{} makes the processes {}", request->Who().user, active ? "active" : "standby");
     m_services.state.SetRole(active ? Role::kActive : Role::kStandby);
     const auto ask = [active](Client& client) {
-        Question question{{ClientMessage::kHaReply, client.NextRequest()}};
+        OutgoingRequest question{{ClientMessage::kHaReply, client.NextRequest()}};
         auto& transition = *question.message->mutable_ha_transition();
         transition.set_request(question.key.second);
         transition.set_role(active ? ipc::cdb::HaTransition::ACTIVE : ipc::cdb::HaTransition::STANDBY);
@@ -54,7 +54,7 @@ void Operations::HaTransition(const RequestPtr& request)
         }
         request->Ok(warnings);
     };
-    AskAll(m_services.loop, m_services.clients.Ready(), ask, m_services.actionTimeout, take);
+    RequestAll(m_services.loop, m_services.clients.Ready(), ask, m_services.actionTimeout, take);
 }
 
 void Operations::SflowResync(const RequestPtr& request)
@@ -65,7 +65,7 @@ void Operations::SflowResync(const RequestPtr& request)
     const ClientPtr manager = FindManager(m_services.clients);
     if (!manager) return refuse(request, "the sFlow manager is not connected; start sflow-mgr");
     const auto ask = [](Client& client) {
-        Question question{{ClientMessage::kActionReply, client.NextRequest()}};
+        OutgoingRequest question{{ClientMessage::kActionReply, client.NextRequest()}};
         auto& action = *question.message->mutable_action_request();
         action.set_request(question.key.second);
         action.set_name(kResync);
@@ -79,7 +79,7 @@ void Operations::SflowResync(const RequestPtr& request)
         if (!error.empty()) return refuse(request, answer.client->Name() + " refuses: " + error);
         request->Ok();
     };
-    AskAll(m_services.loop, {manager}, ask, m_services.actionTimeout, take);
+    RequestAll(m_services.loop, {manager}, ask, m_services.actionTimeout, take);
 }
 
 void Operations::MakeBackup(const RequestPtr& request) { m_services.backup.Make(request); }

@@ -1,9 +1,9 @@
-// How many frames it is to the next drawn one: one function, the same for the program in the kernel and
+// How many frames it is to the next sampled one: one function, the same for the program in the kernel and
 // for the tests of its distribution. C and C++.
 //
-// The gaps are geometric, P(gap > k) = (1 - 1/rate)^k, so each frame is drawn with the probability 1/rate
-// whatever was drawn before it. Such gaps have no memory: a gap may be drawn anew at any moment, and every
-// CPU may count its own, without any bias. Made by inverse transform: gap = 1 + floor(E / lambda) with
+// The gaps are geometric, P(gap > k) = (1 - 1/rate)^k, so each frame is sampled with the probability 1/rate
+// whatever was sampled before it. Such gaps have no memory: a gap may be sampled anew at any moment, and
+// every CPU may count its own, without any bias. Made by inverse transform: gap = 1 + floor(E / lambda) with
 // E = -ln(U) and lambda = -ln(1 - 1/rate), in fixed point and with logarithms of base 2, so
 // gap = 1 + floor(-log2(U) * scale), scale = ln 2 / lambda. Nothing here is floating: user space makes
 // table and scale (capture/ebpf_gap.h).

@@ -25,14 +25,14 @@ struct PortSettings {
 };
 
 /// Of one port and CPU: value of `direct` and of `ports`. One cache line, with all that a packet that is not
-/// drawn needs: another line or page would cost it nanoseconds.
+/// sampled needs: another line or page would cost it nanoseconds.
 struct PortState {
     __u64 pool;   // frames seen
-    __u64 drops;  // frames drawn that found no room
-    __u32 skip;   // the next drawn frame is the skip-th from here
-    __u32 stale;  // not 0: user space has changed the settings, which are taken and the skip drawn anew
+    __u64 drops;  // frames sampled that found no room
+    __u32 skip;   // the next sampled frame is the skip-th from here
+    __u32 stale;  // not 0: user space has changed the settings, which are taken and the skip sampled anew
     __u32 key;    // whose place this is; 0: nobody's
-    __u32 mark;   // of packets that are neither counted nor drawn; 0: none
+    __u32 mark;   // of packets that are neither counted nor sampled; 0: none
     struct PortSettings settings;
     __u32 generation;  // in `ports` only: of the settings; 0: never taken
 } __attribute__((aligned(64)));
@@ -50,8 +50,9 @@ struct CpuState {
     __u64 unused[7];
 };
 
-/// A drawn packet; `captured` bytes of it follow. With the eight bytes that the ring puts before it, it fills
-/// a cache line, and so do the rooms for the packet: what the consumer's CPU has read must be fetched back.
+/// A sampled packet; `captured` bytes of it follow. With the eight bytes that the ring puts before it, it
+/// fills a cache line, and so do the rooms for the packet: what the consumer's CPU has read must be fetched
+/// back.
 struct Record {
     __u64 pool;  // of this port and CPU, this packet included
     __u64 drops;

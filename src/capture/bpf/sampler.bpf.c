@@ -1,4 +1,4 @@
-// Draws packets at an interface's ingress and egress hook and hands their beginnings to the process
+// Samples packets at an interface's ingress and egress hook and hands their beginnings to the process
 // through one ring. Touches no packet: the verdict is always "next". Nearly all packets take the short
 // road through Look: one look-up in an array, one addition, one subtraction.
 
@@ -11,7 +11,7 @@
 #include "records.h"
 
 #define TC_NEXT (-1)
-// Frames of one packet that are drawn by a gap each; what lies beyond is drawn in one.
+// Frames of one packet that are sampled by a gap each; what lies beyond is sampled in one.
 #define MOST_GAPS 512
 #define STALE_NS 2000000000ULL
 #define NEVER 0xffffffffU
@@ -110,7 +110,7 @@ static long OneGap(__u32 index, void* context)
     return 0;
 }
 
-// How many of the frames are drawn, the skip of the first being known; leaves the skip behind them.
+// How many of the frames are sampled, the skip of the first being known; leaves the skip behind them.
 __noinline __u32 Hits(struct PortState* port, __u32 frames)
 {
     struct Run run;
@@ -217,7 +217,7 @@ HAND_OVER(HandOver128, 128)
 HAND_OVER(HandOver256, 256)
 HAND_OVER(HandOver512, kMostRecordHeader)
 
-__noinline int Draw(struct __sk_buff* packet, struct PortState* port, __u32 frames, __u32 egress)
+__noinline int SamplePacket(struct __sk_buff* packet, struct PortState* port, __u32 frames, __u32 egress)
 {
     __u32 captured, counts, hits;
 
@@ -295,7 +295,7 @@ static __always_inline int Look(struct __sk_buff* packet, __u32 egress)
     if (port->skip > frames)
         port->skip -= frames;
     else
-        Draw(packet, port, frames, egress);
+        SamplePacket(packet, port, frames, egress);
     return TC_NEXT;
 }
 

@@ -46,8 +46,8 @@ public:
 
     static std::size_t RowOf(std::size_t cpu, bool egress) { return cpu * 2 + (egress ? 1 : 0); }
 
-    /// What a CPU has counted at the interface: known from its records, or read in the kernel where it draws
-    /// none.
+    /// What a CPU has counted at the interface: known from its records, or read in the kernel where it
+    /// samples none.
     static void Advance(Port& port, std::size_t row, const Counts& counts)
     {
         Counts& known = port.rows[row].counts;

@@ -15,7 +15,7 @@
 
 namespace capture {
 
-EbpfRing::EbpfRing(int file, std::size_t size)
+BpfRingBuffer::BpfRingBuffer(int file, std::size_t size)
     : m_size(size), m_page(static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)))
 {
     void* consumer = ::mmap(nullptr, m_page, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
@@ -34,19 +34,19 @@ EbpfRing::EbpfRing(int file, std::size_t size)
     m_position = m_released = m_end = __atomic_load_n(m_consumer, __ATOMIC_ACQUIRE);
 }
 
-EbpfRing::~EbpfRing()
+BpfRingBuffer::~BpfRingBuffer()
 {
     ::munmap(m_consumer, m_page);
     ::munmap(const_cast<unsigned long*>(m_producer), m_page + m_size);
 }
 
-bool EbpfRing::Begin()
+bool BpfRingBuffer::Begin()
 {
     m_end = __atomic_load_n(m_producer, __ATOMIC_ACQUIRE);
     return m_end != m_position;
 }
 
-bool EbpfRing::Release()
+bool BpfRingBuffer::Release()
 {
     m_straightUsed = false;
     if (m_released == m_position) return false;
@@ -55,7 +55,7 @@ bool EbpfRing::Release()
     return true;
 }
 
-const std::byte* EbpfRing::Straighten(std::size_t from, std::size_t length)
+const std::byte* BpfRingBuffer::Straighten(std::size_t from, std::size_t length)
 {
     if (m_straightUsed) return nullptr;
     m_straightUsed = true;

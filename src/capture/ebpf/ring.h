@@ -16,13 +16,13 @@
 
 namespace capture {
 
-class EbpfRing {
+class BpfRingBuffer {
 public:
     /// `size`: bytes, a power of two, at least a page. Throws Unavailable.
-    EbpfRing(int file, std::size_t size);
-    ~EbpfRing();
-    EbpfRing(const EbpfRing&) = delete;
-    EbpfRing& operator=(const EbpfRing&) = delete;
+    BpfRingBuffer(int file, std::size_t size);
+    ~BpfRingBuffer();
+    BpfRingBuffer(const BpfRingBuffer&) = delete;
+    BpfRingBuffer& operator=(const BpfRingBuffer&) = delete;
 
     /// What is in the ring now is what Next hands out until the next call. False where nothing is, not
     /// even a record that is being written.

@@ -190,7 +190,7 @@ private:
         m_hooks->Detach(ifIndex, egress);
     }
 
-    // Detaches first: then no packet is under way any more, and what was drawn can be handed over whole.
+    // Detaches first: then no packet is under way any more, and what was sampled can be handed over whole.
     Counts Forget(std::uint32_t ifIndex)
     {
         EbpfPorts::Port& port = *m_ports.Find(ifIndex);
@@ -250,9 +250,9 @@ private:
         return true;
     }
 
-    // A CPU that draws nothing says nothing, though it counts: its counts are read where another draws. Those
-    // of a CPU that does draw come with its records, as of each.
-    void CatchUp(EbpfPorts::Port& port, std::size_t drawing)
+    // A CPU that samples nothing says nothing, though it counts: its counts are read where another samples.
+    // Those of a CPU that does sample come with its records, as of each.
+    void CatchUp(EbpfPorts::Port& port, std::size_t sampling)
     {
         for (const bool egress : {false, true}) {
             if (egress ? !port.egressMade : !port.ingressMade) continue;
@@ -260,7 +260,7 @@ private:
             port.rows.resize(std::max(port.rows.size(), counts.size() * 2));
             for (std::size_t cpu = 0; cpu < counts.size(); ++cpu) {
                 const std::size_t row = EbpfPorts::RowOf(cpu, egress);
-                if (port.rows[row].quiet && row != drawing) EbpfPorts::Advance(port, row, counts[cpu]);
+                if (port.rows[row].quiet && row != sampling) EbpfPorts::Advance(port, row, counts[cpu]);
                 port.rows[row].quiet = true;
             }
         }
@@ -271,7 +271,7 @@ private:
     GracePeriods m_grace;
     std::optional<EbpfProgram> m_program;
     std::unique_ptr<EbpfHooks> m_hooks;
-    std::optional<EbpfRing> m_ring;
+    std::optional<BpfRingBuffer> m_ring;
     EbpfPorts m_ports;
     std::array<Sample, kBatch> m_batch;
     std::uint64_t m_look = 0;

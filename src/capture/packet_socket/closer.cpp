@@ -18,7 +18,7 @@ constexpr unsigned kMostThreads = 16;
 struct RingCloser::Work {
     std::mutex mutex;
     std::condition_variable ended;
-    std::deque<std::shared_ptr<RingPair>> pairs;
+    std::deque<std::shared_ptr<PacketSocketPair>> pairs;
     unsigned threads = 0;
 };
 
@@ -30,7 +30,7 @@ RingCloser::~RingCloser()
     m_work->ended.wait(lock, [&] { return m_work->threads == 0; });
 }
 
-void RingCloser::Close(std::shared_ptr<RingPair> pair)
+void RingCloser::Close(std::shared_ptr<PacketSocketPair> pair)
 {
     const std::scoped_lock lock(m_work->mutex);
     m_work->pairs.push_back(std::move(pair));
@@ -45,7 +45,7 @@ void RingCloser::Run(const std::shared_ptr<Work>& work)
 {
     std::unique_lock lock(work->mutex);
     while (!work->pairs.empty()) {
-        std::shared_ptr<RingPair> pair = std::move(work->pairs.front());
+        std::shared_ptr<PacketSocketPair> pair = std::move(work->pairs.front());
         work->pairs.pop_front();
         lock.unlock();
         pair.reset();

@@ -20,7 +20,7 @@ public:
     /// Returns when all are closed.
     ~RingCloser();
 
-    void Close(std::shared_ptr<RingPair> pair);
+    void Close(std::shared_ptr<PacketSocketPair> pair);
 
 private:
     struct Work;

@@ -12,7 +12,7 @@ namespace {
 
 // Jumps to the ends of a program, whose distance is known at the end; no program has as many instructions.
 constexpr std::uint8_t kOutOfScope = 255;
-constexpr std::uint8_t kNotDrawn = 254;
+constexpr std::uint8_t kNotSampled = 254;
 
 sock_filter Load(std::uint32_t ancillary)
 {
@@ -28,7 +28,7 @@ sock_filter Jump(std::uint16_t condition, std::uint32_t value, std::uint8_t then
 
 // Goes on for one packet in `rate`. 2^64 / rate is compared with a random number of 64 bits: its upper half
 // decides alone unless the halves are equal, so almost every packet costs one random number.
-void AppendDraw(RingFilter& filter, std::uint32_t rate)
+void AppendSampling(RingFilter& filter, std::uint32_t rate)
 {
     if (rate <= 1) return;
     // floor(2^64 / rate) without a number of 65 bits: 2^64 - 1 is the same but for powers of two.
@@ -38,13 +38,13 @@ void AppendDraw(RingFilter& filter, std::uint32_t rate)
     const auto lower = static_cast<std::uint32_t>(bound);
     filter.push_back(Load(SKF_AD_RANDOM));
     if (lower == 0) {
-        filter.push_back(Jump(BPF_JGE, upper, kNotDrawn, 0));
+        filter.push_back(Jump(BPF_JGE, upper, kNotSampled, 0));
         return;
     }
-    filter.push_back(Jump(BPF_JGT, upper, kNotDrawn, 0));
+    filter.push_back(Jump(BPF_JGT, upper, kNotSampled, 0));
     filter.push_back(Jump(BPF_JEQ, upper, 0, 2));
     filter.push_back(Load(SKF_AD_RANDOM));
-    filter.push_back(Jump(BPF_JGE, lower, kNotDrawn, 0));
+    filter.push_back(Jump(BPF_JGE, lower, kNotSampled, 0));
 }
 
 // Goes on for what is in the scope, which has a direction.
@@ -61,21 +61,21 @@ void AppendScope(RingFilter& filter, const RingScope& scope)
                                    : Jump(BPF_JEQ, PACKET_OUTGOING, 0, kOutOfScope));
 }
 
-// What the program returns for a packet that is drawn, that is not, and that is beyond the scope.
+// What the program returns for a packet that is sampled, that is not, and that is beyond the scope.
 struct Answers {
-    std::uint32_t drawn, notDrawn, outOfScope;
+    std::uint32_t sampled, notSampled, outOfScope;
 };
 
 void End(RingFilter& filter, const Answers& answers)
 {
     const std::size_t end = filter.size();
-    filter.push_back(Return(answers.drawn));
-    filter.push_back(Return(answers.notDrawn));
+    filter.push_back(Return(answers.sampled));
+    filter.push_back(Return(answers.notSampled));
     filter.push_back(Return(answers.outOfScope));
     for (std::size_t at = 0; at < end; ++at) {
         if (BPF_CLASS(filter[at].code) != BPF_JMP) continue;
         for (std::uint8_t* distance : {&filter[at].jt, &filter[at].jf}) {
-            if (*distance == kNotDrawn) *distance = static_cast<std::uint8_t>(end - at);
+            if (*distance == kNotSampled) *distance = static_cast<std::uint8_t>(end - at);
             if (*distance == kOutOfScope) *distance = static_cast<std::uint8_t>(end + 1 - at);
         }
     }
@@ -89,7 +89,7 @@ RingFilter DividingProgram(std::uint32_t rate, const RingScope& scope, std::uint
 {
     RingFilter program;
     AppendScope(program, scope);
-    AppendDraw(program, rate);
+    AppendSampling(program, rate);
     End(program, {samplingMember, kCountingMember, samplingMember});
     return program;
 }
@@ -103,11 +103,11 @@ RingFilter KeepingFilter(std::uint32_t bytes, const RingScope& scope)
     return filter;
 }
 
-RingFilter DrawingFilter(std::uint32_t rate, std::uint32_t bytes, const RingScope& scope)
+RingFilter SamplingFilter(std::uint32_t rate, std::uint32_t bytes, const RingScope& scope)
 {
     if (!scope.ingress && !scope.egress) return RejectingFilter();
     RingFilter filter;
-    AppendDraw(filter, rate);
+    AppendSampling(filter, rate);
     AppendScope(filter, scope);
     End(filter, {bytes, 0, 0});
     return filter;

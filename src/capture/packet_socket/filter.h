@@ -1,4 +1,4 @@
-// The classic BPF programs of the packet sockets (linux/filter.h): who is drawn, who is only counted, and
+// The classic BPF programs of the packet sockets (linux/filter.h): who is sampled, who is only counted, and
 // how much of a packet is kept. Only values: attaching them is ring_socket.h's.
 
 #ifndef CAPTURE_PACKET_SOCKET_FILTER_H
@@ -46,7 +46,7 @@ RingFilter KeepingFilter(std::uint32_t bytes, const RingScope& scope);
 
 /// For a sampling socket by itself: what is in the scope passes with the probability 1/rate, to 2^-64,
 /// cut to so many bytes.
-RingFilter DrawingFilter(std::uint32_t rate, std::uint32_t bytes, const RingScope& scope);
+RingFilter SamplingFilter(std::uint32_t rate, std::uint32_t bytes, const RingScope& scope);
 
 /// For a counting socket by itself: what is in the scope passes.
 RingFilter CountingFilter(const RingScope& scope);

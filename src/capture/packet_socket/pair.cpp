@@ -5,7 +5,8 @@
 
 namespace capture {
 
-void RingPair::Prepare(std::uint32_t ifIndex, const Settings& settings, std::uint32_t ownMark, Hook hook)
+void PacketSocketPair::Prepare(std::uint32_t ifIndex, const Settings& settings, std::uint32_t ownMark,
+                               Hook hook)
 {
     m_settings = settings;
     const bool ignore = !settings.egress;
@@ -19,14 +20,14 @@ void RingPair::Prepare(std::uint32_t ifIndex, const Settings& settings, std::uin
     if (m_group) DivideBy(kSamplingMember);
 }
 
-std::shared_ptr<RingPair> RingPair::MakeFollower(std::uint32_t ifIndex, const Settings& settings,
-                                                 std::size_t bytes)
+std::shared_ptr<PacketSocketPair> PacketSocketPair::MakeFollower(std::uint32_t ifIndex,
+                                                                 const Settings& settings, std::size_t bytes)
 {
     if (!CanBeFollowed(settings)) return nullptr;
     // The pair that this one has followed has left: this ring is the second member now, and must be called so
     // before there is a third again.
     if (Follows()) DivideBy(kSamplingMember);
-    std::shared_ptr<RingPair> follower(new RingPair(bytes, m_counting));
+    std::shared_ptr<PacketSocketPair> follower(new PacketSocketPair(bytes, m_counting));
     follower->m_settings = settings;
     follower->m_scope = m_scope;
     follower->m_sampling.Bind(ifIndex);
@@ -37,7 +38,7 @@ std::shared_ptr<RingPair> RingPair::MakeFollower(std::uint32_t ifIndex, const Se
     return follower;
 }
 
-bool RingPair::CanBeFollowed(const Settings& settings) const
+bool PacketSocketPair::CanBeFollowed(const Settings& settings) const
 {
     constexpr std::chrono::milliseconds kPatience{500};
     if (!m_group || m_hasFollower) return false;
@@ -45,12 +46,12 @@ bool RingPair::CanBeFollowed(const Settings& settings) const
     return !Follows() || m_followed.wait_for(kPatience) == std::future_status::ready;
 }
 
-void RingPair::Open()
+void PacketSocketPair::Open()
 {
     const std::uint32_t bytes = SnapLength(m_settings);
     if (!m_group) {
         m_counting->Attach(CountingFilter(m_scope));
-        m_sampling.Attach(DrawingFilter(m_settings.rate, bytes, m_scope));
+        m_sampling.Attach(SamplingFilter(m_settings.rate, bytes, m_scope));
         return;
     }
     // What comes to the counting one of a group is in the scope, if there is one.
@@ -59,35 +60,36 @@ void RingPair::Open()
     if (!m_divided) DivideBy(kNextSamplingMember);
 }
 
-void RingPair::DivideBy(std::uint32_t samplingMember)
+void PacketSocketPair::DivideBy(std::uint32_t samplingMember)
 {
     if (!Divide(m_sampling, DividingProgram(m_settings.rate, m_scope, samplingMember)))
         throw Unavailable(Unavailable::Cause::kOther, "no program for a group of packet sockets");
     m_divided = true;
 }
 
-void RingPair::Close()
+void PacketSocketPair::Close()
 {
     m_sampling.Attach(RejectingFilter());
     m_counting->Attach(RejectingFilter());
 }
 
-void RingPair::SetHeaderSize(std::uint16_t bytes)
+void PacketSocketPair::SetHeaderSize(std::uint16_t bytes)
 {
     m_settings.headerSize = bytes;
     const std::uint32_t kept = SnapLength(m_settings);
-    m_sampling.Attach(m_group ? KeepingFilter(kept, m_scope) : DrawingFilter(m_settings.rate, kept, m_scope));
+    m_sampling.Attach(m_group ? KeepingFilter(kept, m_scope)
+                              : SamplingFilter(m_settings.rate, kept, m_scope));
 }
 
-Counts RingPair::Count()
+Counts PacketSocketPair::Count()
 {
-    const RingStatistics& drawn = m_sampling.Statistics();
-    m_inRing = drawn.passed - drawn.dropped;
+    const RingStatistics& sampled = m_sampling.Statistics();
+    m_inRing = sampled.passed - sampled.dropped;
     const std::uint64_t counted = m_counting->Statistics().passed - m_countedBefore;
-    return {m_group ? counted + drawn.passed : counted, drawn.dropped};
+    return {m_group ? counted + sampled.passed : counted, sampled.dropped};
 }
 
-bool RingPair::IsReadable()
+bool PacketSocketPair::IsReadable()
 {
     if (m_sampling.Area().memory != nullptr) return true;
     Count();

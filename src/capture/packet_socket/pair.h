@@ -2,12 +2,12 @@
 // mean another pair: both can be there at once. Used by ring_source.cpp.
 //
 // Both sockets hang on one hook: they are a group, and a program says for each packet which of them gets it.
-// What is drawn goes to the ring, all else to the socket that only counts; together they have counted every
+// What is sampled goes to the ring, all else to the socket that only counts; together they have counted every
 // packet. That costs a packet little more than half of what two hooks do.
 //
 // A pair with another rate follows in the same group: it has the same counting socket and a ring of its own,
-// which joins, and with the next program what is drawn goes there. So from one packet to the next the rate
-// is another, no packet is missed, and all that is in a ring was drawn with one rate. A pair with other
+// which joins, and with the next program what is sampled goes there. So from one packet to the next the rate
+// is another, no packet is missed, and all that is in a ring was sampled with one rate. A pair with other
 // directions can't follow so: it is opened right after the other is closed.
 
 #ifndef CAPTURE_PACKET_SOCKET_PAIR_H
@@ -26,25 +26,27 @@
 
 namespace capture {
 
-class RingPair {
+class PacketSocketPair {
 public:
     enum class Hook { kShared, kSeparate };
 
     /// A ring of about so many bytes. Throws Unavailable.
-    explicit RingPair(std::size_t bytes) : RingPair(bytes, std::make_shared<CountingSocket>()) {}
-    RingPair(const RingPair&) = delete;
-    RingPair& operator=(const RingPair&) = delete;
+    explicit PacketSocketPair(std::size_t bytes) : PacketSocketPair(bytes, std::make_shared<CountingSocket>())
+    {
+    }
+    PacketSocketPair(const PacketSocketPair&) = delete;
+    PacketSocketPair& operator=(const PacketSocketPair&) = delete;
 
-    /// Binds to the interface. Nothing is counted or drawn yet. With kSeparate, or where the kernel has no
+    /// Binds to the interface. Nothing is counted or sampled yet. With kSeparate, or where the kernel has no
     /// such groups, each packet goes to both sockets. Throws Unavailable.
     void Prepare(std::uint32_t ifIndex, const Settings& settings, std::uint32_t ownMark,
                  Hook hook = Hook::kShared);
     /// Another pair, prepared to go on from this one, which need not be closed then. None where that can't
     /// be: with other directions, in no group, or while the last change is not through. To be done once only,
     /// while nobody uses the pair that this one has followed. Throws Unavailable.
-    [[nodiscard]] std::shared_ptr<RingPair> MakeFollower(std::uint32_t ifIndex, const Settings& settings,
-                                                         std::size_t bytes);
-    /// From now on packets are counted and drawn. Throws Unavailable.
+    [[nodiscard]] std::shared_ptr<PacketSocketPair> MakeFollower(std::uint32_t ifIndex,
+                                                                 const Settings& settings, std::size_t bytes);
+    /// From now on packets are counted and sampled. Throws Unavailable.
     void Open();
     /// And no more. A packet that another CPU handles just now may still come. Throws Unavailable.
     void Close();
@@ -70,7 +72,7 @@ public:
     int TakeError() { return m_sampling.TakeError(); }
 
 private:
-    RingPair(std::size_t bytes, std::shared_ptr<CountingSocket> counting)
+    PacketSocketPair(std::size_t bytes, std::shared_ptr<CountingSocket> counting)
         : m_counting(std::move(counting)),
           m_sampling(bytes),
           m_blocks(m_sampling.Area(), m_sampling.TellsSegments())

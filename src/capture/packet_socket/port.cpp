@@ -27,10 +27,10 @@ Counts RingPort::Count() const
     return counts;
 }
 
-// The kernel does not say how many packets had been counted when a sample was drawn. What has come since the
-// last sample is shared out evenly over all that are in the ring: at 1:1 each pool is exact then, and else it
-// rises by what the sample stands for. Who estimates by differences of pools would be misled by a jump for
-// each look.
+// The kernel does not say how many packets had been counted when a sample was taken. What has come since
+// the last sample is shared out evenly over all that are in the ring: at 1:1 each pool is exact then, and
+// else it rises by what the sample stands for. Who estimates by differences of pools would be misled by a
+// jump for each look.
 void RingPort::Describe(std::span<Sample> samples, const Counts& counts)
 {
     const std::uint64_t inRing = pair->InRing();
@@ -45,7 +45,7 @@ void RingPort::Describe(std::span<Sample> samples, const Counts& counts)
     }
 }
 
-milliseconds RingPort::PauseFor(const RingPair& pair)
+milliseconds RingPort::PauseFor(const PacketSocketPair& pair)
 {
     const std::uint64_t samples = pair.Blocks().Bytes() * 2 / 3 / kSampleSize;
     return std::clamp(milliseconds(samples * pair.Current().rate / kPacketsPerMillisecond), kLeastPause,

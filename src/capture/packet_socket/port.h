@@ -17,13 +17,13 @@ namespace capture {
 
 struct RingPort {
     std::uint32_t ifIndex = 0;
-    std::shared_ptr<RingPair> pair;      // none any more where it has been removed
-    Counts before;                       // of the pairs it had until now
-    std::uint64_t delivered = 0;         // samples that left the ring of this pair
-    std::uint64_t told = 0;              // the pool of the last sample, or of the last pair
-    std::chrono::milliseconds pause{};   // from one look to the next
-    std::chrono::milliseconds silent{};  // since so long looks have been in vain
-    bool looking = false;                // the timer looks; else the ring wakes
+    std::shared_ptr<PacketSocketPair> pair;  // none any more where it has been removed
+    Counts before;                           // of the pairs it had until now
+    std::uint64_t delivered = 0;             // samples that left the ring of this pair
+    std::uint64_t told = 0;                  // the pool of the last sample, or of the last pair
+    std::chrono::milliseconds pause{};       // from one look to the next
+    std::chrono::milliseconds silent{};      // since so long looks have been in vain
+    bool looking = false;                    // the timer looks; else the ring wakes
     bool removed = false;
 
     /// Of all its pairs; asks the kernel.
@@ -34,7 +34,7 @@ struct RingPort {
     void Describe(std::span<Sample> samples, const Counts& counts);
 
     /// From one look to the next while packets come as fast as can be.
-    static std::chrono::milliseconds PauseFor(const RingPair& pair);
+    static std::chrono::milliseconds PauseFor(const PacketSocketPair& pair);
     /// So many blocks were waiting: changes the pause.
     void Pace(std::size_t waiting);
 };

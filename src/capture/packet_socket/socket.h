@@ -1,5 +1,5 @@
 // The two kinds of packet sockets of a sampled interface (packet(7)), without any policy: one with a ring
-// that takes what is drawn, one that only counts. Both let nothing through until they are given a filter.
+// that takes what is sampled, one that only counts. Both let nothing through until they are given a filter.
 // Used by ring_pair.h.
 //
 // The counting socket has the smallest receive buffer there is. The first three or four packets fill it for

@@ -1,14 +1,14 @@
 // Sampling with packet sockets: who is sampled how, what was counted, and when blocks are read. The rest
-// of it: ring_filter.h (who is drawn), ring_socket.h and ring_pair.h (the sockets), ring_blocks.h (the
+// of it: ring_filter.h (who is sampled), ring_socket.h and ring_pair.h (the sockets), ring_blocks.h (the
 // memory), ring_port.h (an interface), ring_waker.h and ring_closer.h (when, and how it ends).
 //
 // What this source can't do: it is not told by which interface a leaving packet came, and a packet that the
-// kernel holds as several segments is counted and drawn as one; what it is on the wire is told with the
+// kernel holds as several segments is counted and sampled as one; what it is on the wire is told with the
 // sample.
 //
 // A change of rate is exact: a pair of sockets keeps its rate, and another pair follows it from one packet to
-// the next. All that is in a ring was drawn with one rate. Where a pair can't follow so (ring_pair.h), as
-// with other directions, some microseconds pass in which packets are neither counted nor drawn.
+// the next. All that is in a ring was sampled with one rate. Where a pair can't follow so (ring_pair.h), as
+// with other directions, some microseconds pass in which packets are neither counted nor sampled.
 //
 // The first block that waits wakes the process. From then on a timer looks, so often that a stream of
 // packets would fill two thirds of a ring at most meanwhile; after a look in vain the ring wakes again.
@@ -78,7 +78,7 @@ public:
           m_grace(timers),
           m_alarm(timers.MakeAlarm([this] { OnTime(); })),
           m_waker(loop, [this](std::span<const std::uint32_t> keys) { OnWake(keys); }),
-          m_spare(std::make_shared<RingPair>(SizeFor(kCommonRate)))
+          m_spare(std::make_shared<PacketSocketPair>(SizeFor(kCommonRate)))
     {
         AwaitCounting();
     }
@@ -169,18 +169,18 @@ private:
     }
 
     // To make a ring the kernel waits, and so it does for each end.
-    [[nodiscard]] std::shared_ptr<RingPair> MakePair(const Port& port, const Settings& settings)
+    [[nodiscard]] std::shared_ptr<PacketSocketPair> MakePair(const Port& port, const Settings& settings)
     {
         const std::size_t bytes = SizeFor(settings.rate);
         if (port.pair) {
             m_grace.Step();
             if (auto follower = port.pair->MakeFollower(port.ifIndex, settings, bytes)) return follower;
         }
-        std::shared_ptr<RingPair> pair =
+        std::shared_ptr<PacketSocketPair> pair =
             bytes == SizeFor(kCommonRate) ? std::exchange(m_spare, nullptr) : nullptr;
         if (!pair) {
             m_grace.Step();
-            pair = std::make_shared<RingPair>(bytes);
+            pair = std::make_shared<PacketSocketPair>(bytes);
         }
         try {
             pair->Prepare(port.ifIndex, settings, m_options.ownMark);
@@ -191,10 +191,10 @@ private:
         return pair;
     }
 
-    // From now on as the settings say. What another pair has drawn until now is handed over.
+    // From now on as the settings say. What another pair has sampled until now is handed over.
     void Begin(Port& port, const Settings& settings)
     {
-        std::shared_ptr<RingPair> pair = MakePair(port, settings);
+        std::shared_ptr<PacketSocketPair> pair = MakePair(port, settings);
         const bool first = !port.pair;
         const bool another = !first && !pair->Follows();
         try {
@@ -228,7 +228,7 @@ private:
         Discard(std::exchange(port.pair, nullptr));
     }
 
-    void Discard(std::shared_ptr<RingPair> pair) { m_closer.Close(std::move(pair)); }
+    void Discard(std::shared_ptr<PacketSocketPair> pair) { m_closer.Close(std::move(pair)); }
 
     // ---- when to look ----
 
@@ -302,7 +302,7 @@ private:
     std::size_t HandOver(Port& port)
     {
         if (m_handingOver || !port.pair) return 0;
-        const std::shared_ptr<RingPair> pair = port.pair;
+        const std::shared_ptr<PacketSocketPair> pair = port.pair;
         const std::size_t waiting = pair->IsReadable() ? pair->Blocks().Waiting() : 0;
         if (waiting == 0) return 0;
         port.Pace(waiting);
@@ -320,7 +320,7 @@ private:
     // All of a pair that is closed, with the block that the kernel has not handed over.
     void HandOverLast(Port& port)
     {
-        const std::shared_ptr<RingPair> pair = port.pair;
+        const std::shared_ptr<PacketSocketPair> pair = port.pair;
         while (HandOver(port) > 0) continue;
         if (port.pair != pair) return;
         const Counts counts = port.Count();
@@ -368,7 +368,7 @@ private:
     const std::unique_ptr<base::Alarm> m_alarm;
     RingCloser m_closer;
     RingWaker m_waker;
-    std::shared_ptr<RingPair> m_spare;
+    std::shared_ptr<PacketSocketPair> m_spare;
     std::map<std::uint32_t, std::shared_ptr<Port>> m_ports;
     std::vector<std::shared_ptr<Port>> m_looking;  // at which the timer looks
     std::vector<Sample> m_samples;

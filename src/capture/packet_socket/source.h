@@ -1,5 +1,5 @@
-// Packets drawn by a random filter of packet sockets (packet(7), TPACKET_V3), for kernels and
-// privileges that do not allow eBPF. A second socket per interface counts what could have been drawn.
+// Packets sampled by a random filter of packet sockets (packet(7), TPACKET_V3), for kernels and
+// privileges that do not allow eBPF. A second socket per interface counts what could have been sampled.
 
 #ifndef CAPTURE_PACKET_SOCKET_SOURCE_H
 #define CAPTURE_PACKET_SOCKET_SOURCE_H

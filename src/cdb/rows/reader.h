@@ -1,6 +1,6 @@
 // The stored configuration as other processes read it: without a round trip to the one that writes, and each
-// read sees one commit. One row for each entry or container with its explicit leaf values, ordered so that the
-// entries of one list follow each other in ascending byte order of their keys.
+// read sees one commit. One row for each entry or container with its explicit leaf values, ordered so that
+// the entries of one list follow each other in ascending byte order of their keys.
 
 #ifndef CDB_ROWS_READER_H
 #define CDB_ROWS_READER_H

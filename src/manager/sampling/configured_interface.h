@@ -45,7 +45,7 @@ struct DataSource {
     std::uint32_t ifIndex = 0;
     std::uint16_t hardwareType = 0;
     ConfiguredInterface* boundTo = nullptr;
-    std::optional<capture::Settings> sampledWith;  // none: nothing is drawn there
+    std::optional<capture::Settings> sampledWith;  // none: nothing is sampled there
     bool changeRefused = false;                    // the last change: only part of it is in effect
     std::string error;                             // why not, where it should be
     std::uint32_t sequence = 0;                    // of the last flow sample

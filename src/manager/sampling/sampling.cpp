@@ -9,7 +9,7 @@
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
 #include "manager/sampling/configured_interface.h"
-#include "manager/sampling/flow_export.h"
+#include "manager/sampling/flow_sample_pipeline.h"
 #include "net/links/links.h"
 
 namespace manager {
@@ -62,7 +62,7 @@ void Sampling::CollectorRemoved(const std::string& name)
 {
     Stream* gone = m_exporter.Find(name);
     if (gone == nullptr) return;
-    // What has been drawn already was drawn for it as well.
+    // What has been sampled already was sampled for it as well.
     if (m_source != nullptr) m_source->Drain();
     if (const auto users = m_users.find(name); users != m_users.end()) {
         for (ConfiguredInterface* interface : users->second) {
@@ -109,7 +109,7 @@ void Sampling::Detached(const std::string& interface, Kind kind, const std::stri
 {
     const auto at = m_interfaces.find(interface);
     if (at == m_interfaces.end()) return;
-    // What has been drawn already was drawn for it as well.
+    // What has been sampled already was sampled for it as well.
     if (kind == Kind::kFlow && m_source != nullptr) m_source->Drain();
     at->second.Of(kind).erase(collector);
     RemoveUser(collector, at->second);
@@ -209,7 +209,7 @@ void Sampling::Refresh(ConfiguredInterface& interface)
     if (bound != 0 && bound != index) Unbind(interface);
     if (index != 0 && bound != index) Bind(interface, *link);
 
-    // A collector that goes gets what was drawn for it: sampling ends before its stream does.
+    // A collector that goes gets what was sampled for it: sampling ends before its stream does.
     auto flowStreams = ExistingStreams(interface.Of(Kind::kFlow));
     if (flowStreams.empty() && interface.source != nullptr) EndSampling(*interface.source);
     interface.StreamsOf(Kind::kFlow) = std::move(flowStreams);

@@ -1,6 +1,6 @@
 // Ties the state to the kernel: binds configured interfaces to kernel interfaces as these come and go,
-// has packets drawn there for the interface's flow collectors, and tells the poller whose counters to
-// send. The drawn packets themselves take the way of flow_export.h.
+// has packets sampled there for the interface's flow collectors, and tells the poller whose counters to
+// send. The sampled packets themselves take the way of flow_sample_pipeline.h.
 
 #ifndef MANAGER_SAMPLING_SAMPLING_H
 #define MANAGER_SAMPLING_SAMPLING_H
@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "manager/sampling/configured_interface.h"
-#include "manager/sampling/flow_export.h"
+#include "manager/sampling/flow_sample_pipeline.h"
 #include "manager/sampling/traffic_watch.h"
 #include "manager/service/observer.h"
 #include "manager/service/status.h"
@@ -56,10 +56,10 @@ public:
     /// outlive it. Add it to the state as an observer; it adds itself to the links.
     Sampling(const Parts& parts, std::optional<Direction> added, WallClock clock);
 
-    /// Takes the drawn packets: give it to the source.
+    /// Takes the sampled packets: give it to the source.
     [[nodiscard]] capture::SampleSink& Sink() { return m_flows; }
 
-    /// The source to draw with; null: nothing is sampled, counters are. The source must live until End.
+    /// The source to sample with; null: nothing is sampled, counters are. The source must live until End.
     void SetSource(capture::PacketSource* source, SourceStatus status);
     /// Ends all sampling: the source may go.
     void End();
@@ -109,7 +109,7 @@ private:
     const std::optional<Direction> m_added;
     capture::PacketSource* m_source = nullptr;
     SourceStatus m_sourceStatus{.kind = "none", .reason = "", .permission = true};
-    FlowExport m_flows;
+    FlowSamplePipeline m_flows;
     TrafficWatch m_traffic;
     std::unordered_map<std::string, ConfiguredInterface> m_interfaces;  // pointers to elements are kept
     /// The interfaces that a collector is attached to, for any kind.

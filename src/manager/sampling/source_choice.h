@@ -1,4 +1,4 @@
-// Chooses where packets are drawn: the best source that this machine and this process's privileges
+// Chooses where packets are sampled: the best source that this machine and this process's privileges
 // allow, and says why not a better one.
 
 #ifndef MANAGER_SAMPLING_SOURCE_CHOICE_H

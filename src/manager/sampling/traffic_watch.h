@@ -1,5 +1,5 @@
 // Since when has no packet been counted? Looks at the source's counts of all interfaces now and then, and
-// notes what has grown. Sampling owns it and asks it for the state; it draws nothing and logs nothing.
+// notes what has grown. Sampling owns it and asks it for the state; it samples nothing and logs nothing.
 
 #ifndef MANAGER_SAMPLING_TRAFFIC_WATCH_H
 #define MANAGER_SAMPLING_TRAFFIC_WATCH_H
@@ -11,7 +11,7 @@
 #include <unordered_map>
 
 #include "capture/packet_source.h"
-#include "manager/sampling/flow_export.h"
+#include "manager/sampling/flow_sample_pipeline.h"
 #include "manager/service/status.h"
 
 namespace base {

@@ -26,13 +26,13 @@ struct InterfaceStatus {
     std::uint32_t ifIndex = 0;  // of it
     std::string kernelName;     // of it
     bool adminUp = false, operUp = false;
-    bool sampled = false;       // the source draws packets there
+    bool sampled = false;       // the source samples packets there
     std::string samplingError;  // why it does not, where it should
     std::uint64_t packetsSeen = 0;
     std::chrono::seconds quiet{0};       // for how long at least that has not grown, while it is sampled
     std::uint64_t samples = 0;           // packets-sampled: handed to at least one collector
-    std::uint64_t dropsBuffer = 0;       // drawn, lost for lack of room between kernel and manager
-    std::uint64_t dropsNoCollector = 0;  // drawn, while no collector took them
+    std::uint64_t dropsBuffer = 0;       // sampled, lost for lack of room between kernel and manager
+    std::uint64_t dropsNoCollector = 0;  // sampled, while no collector took them
     std::optional<WallTime> lastSample;
     std::uint64_t countersSent = 0;
     std::optional<WallTime> lastCounters;

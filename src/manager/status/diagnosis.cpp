@@ -34,8 +34,8 @@ private:
     void InEffect(const std::string& name, const Snapshot::Collector& collector);
     void NotInEffect(const std::string& name, const Configured::Interface& wanted);
     void InEffect(const Snapshot::Interface& interface);
-    /// Adds why no packet can be drawn there, if so.
-    bool Undrawable(const Snapshot::Interface& interface);
+    /// Adds why no packet can be sampled there, if so.
+    bool CannotSample(const Snapshot::Interface& interface);
     void Samples(const Snapshot::Interface& interface);
     void Counters(const Snapshot::Interface& interface);
     bool WithoutFlow(const Snapshot::Interface& interface);
@@ -161,7 +161,7 @@ bool Diagnosis::WithoutFlow(const Snapshot::Interface& interface)
     return true;
 }
 
-bool Diagnosis::Undrawable(const Snapshot::Interface& interface)
+bool Diagnosis::CannotSample(const Snapshot::Interface& interface)
 {
     const SourceStatus& source = m_snapshot.source;
     const InterfaceStatus& status = interface.status;
@@ -183,7 +183,7 @@ bool Diagnosis::Undrawable(const Snapshot::Interface& interface)
 void Diagnosis::Samples(const Snapshot::Interface& interface)
 {
     const InterfaceStatus& status = interface.status;
-    if (WithoutFlow(interface) || Undrawable(interface)) return;
+    if (WithoutFlow(interface) || CannotSample(interface)) return;
     const auto noTraffic = [&] {
         OfInterface(interface.name, Reason::kNoTraffic,
                     text::NoTraffic(interface, m_snapshot.addedDirection));

@@ -196,14 +196,14 @@ std::string NoTraffic(const Snapshot::Interface& interface, std::optional<Direct
 std::string BufferFull(const InterfaceStatus& status)
 {
     return fmt::format(
-        "all {} packets drawn were lost for lack of room; raise the sampling rate's number, or start "
+        "all {} packets sampled were lost for lack of room; raise the sampling rate's number, or start "
         "sflow-mgr with a larger --ring-size",
         status.dropsBuffer);
 }
 
 std::string NoSampleYet(const Snapshot::Interface& interface)
 {
-    return fmt::format("{} packets seen, and at 1 in {} none of them has been drawn yet",
+    return fmt::format("{} packets seen, and at 1 in {} none of them has been sampled yet",
                        interface.status.packetsSeen, interface.settings.rate);
 }
 

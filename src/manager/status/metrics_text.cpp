@@ -103,9 +103,9 @@ const Row<Interface> kInterfaceRows[] = {
     {"sflow_interface_polling_interval_seconds", kGauge,
      "Time between two sendings of its counters; 0 is off.",
      [](const Interface& of) { return std::uint64_t{of.settings.interval}; }},
-    {"sflow_interface_packets_seen_total", kCounter, "Packets from which samples were drawn.",
+    {"sflow_interface_packets_seen_total", kCounter, "Packets from which samples were taken.",
      [](const Interface& of) { return of.status.packetsSeen; }},
-    {"sflow_interface_samples_total", kCounter, "Packets drawn and handed to a collector at least.",
+    {"sflow_interface_samples_total", kCounter, "Packets sampled and handed to a collector at least.",
      [](const Interface& of) { return of.status.samples; }},
     {"sflow_interface_counters_sent_total", kCounter, "How often its counters were sent.",
      [](const Interface& of) { return of.status.countersSent; }},
@@ -176,12 +176,13 @@ void PutInterfaces(const std::vector<Interface>& interfaces, Exposition& text)
                           Label("ifindex", std::to_string(interfaces[i].status.ifIndex)),
                       1U);
     PutRows(kInterfaceRows, interfaces, labels, text);
-    text.Family("sflow_interface_drops_total", kCounter, "Packets drawn that became no sample, by cause.");
+    text.Family("sflow_interface_drops_total", kCounter, "Packets sampled that became no sample, by cause.");
     for (std::size_t i = 0; i < interfaces.size(); ++i) {
         text.Line(labels[i] + ",cause=\"buffer\"", interfaces[i].status.dropsBuffer);
         text.Line(labels[i] + ",cause=\"no-collector\"", interfaces[i].status.dropsNoCollector);
     }
-    text.Family("sflow_interface_last_sample_timestamp_seconds", kGauge, "When the newest packet was drawn.");
+    text.Family("sflow_interface_last_sample_timestamp_seconds", kGauge,
+                "When the newest packet was sampled.");
     for (std::size_t i = 0; i < interfaces.size(); ++i) text.Line(labels[i], interfaces[i].status.lastSample);
     text.Family("sflow_interface_last_counters_timestamp_seconds", kGauge,
                 "When its counters were sent last.");

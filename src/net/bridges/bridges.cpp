@@ -66,7 +66,8 @@ void Enter(BridgePort& port, const std::vector<VlanRange>& vlans)
 
 Bridges::~Bridges() = default;
 
-const Bridges::Known* Bridges::FindAddress(const Bridge& bridge, std::uint16_t vlan, const std::uint8_t* mac)
+const Bridges::ForwardingEntry* Bridges::FindAddress(const Bridge& bridge, std::uint16_t vlan,
+                                                     const std::uint8_t* mac)
 {
     const Bridge::Entry* found = bridge.addresses.Find(Key(vlan, mac));
     return found == nullptr ? nullptr : &found->address;

@@ -102,11 +102,11 @@ public:
     }
 
     /// Where an address is in a VLAN (0 in a bridge that does not tell them apart); null: not known.
-    struct Known : BridgeAddress {
+    struct ForwardingEntry : BridgeAddress {
         mutable PortMemo memo;
     };
-    [[nodiscard]] static const Known* FindAddress(const Bridge& bridge, std::uint16_t vlan,
-                                                  const std::uint8_t* mac);
+    [[nodiscard]] static const ForwardingEntry* FindAddress(const Bridge& bridge, std::uint16_t vlan,
+                                                            const std::uint8_t* mac);
     /// Every address that the kernel has told of is kept.
     [[nodiscard]] bool Complete() const { return !m_overflowed; }
     /// All are about to be told of again.
@@ -151,7 +151,7 @@ private:
 /// One bridge; its content is for Bridges, the rest reads.
 struct Bridge : BridgeSettings {
     struct Entry {
-        Bridges::Known address;
+        Bridges::ForwardingEntry address;
         std::uint32_t mark = 0;
     };
 

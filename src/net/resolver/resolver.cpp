@@ -248,14 +248,14 @@ bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
             Flooded(way, port, vlan, IsBroadcast(mac) ? Flood::kBroadcast : Flood::kMulticast);
         return false;
     }
-    if (const Bridges::Known* address = Bridges::FindAddress(bridge, vlan, mac); address != nullptr) {
-        if (address->local) return PassUp(way, port, vlan);
+    if (const Bridges::ForwardingEntry* address = Bridges::FindAddress(bridge, vlan, mac); address != nullptr) {
+        if (address->local) return ToHost(way, port, vlan);
         Bridged(way, port, *address, vlan);
         return false;
     }
     const Device* itself = Find(bridge.ifIndex);
     if (itself != nullptr && std::memcmp(itself->mac.data(), mac, itself->mac.size()) == 0)
-        return PassUp(way, port, vlan);
+        return ToHost(way, port, vlan);
     if (m_bridges.Complete()) {
         Flooded(way, port, vlan, Flood::kUnicast);
     } else {  // the kernel may know what is not kept here
@@ -265,7 +265,7 @@ bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
     return false;
 }
 
-void Resolver::Bridged(Way& way, const BridgePort& port, const Bridges::Known& address,
+void Resolver::Bridged(Way& way, const BridgePort& port, const Bridges::ForwardingEntry& address,
                        std::uint16_t vlan) const
 {
     const BridgePort* out = m_bridges.FindPort(address.port, address.memo);
@@ -293,7 +293,7 @@ void Resolver::Flooded(Way& way, const BridgePort& port, std::uint16_t vlan, Flo
     }
 }
 
-bool Resolver::PassUp(Way& way, const BridgePort& port, std::uint16_t vlan) const
+bool Resolver::ToHost(Way& way, const BridgePort& port, std::uint16_t vlan) const
 {
     const std::uint32_t bridge = port.bridge->ifIndex;
     way.destination.outputVlan = 0;

@@ -1,4 +1,4 @@
-#include "agent/clients/ask.h"
+#include "agent/clients/request_all.h"
 
 #include <memory>
 #include <utility>
@@ -9,20 +9,20 @@
 namespace agent {
 namespace {
 
-class Round : public std::enable_shared_from_this<Round> {
+class RequestRound : public std::enable_shared_from_this<RequestRound> {
 public:
-    Round(boost::asio::io_context& loop, std::function<void(const std::vector<Answer>&)> done)
+    RequestRound(boost::asio::io_context& loop, std::function<void(const std::vector<Answer>&)> done)
         : m_timer(loop), m_done(std::move(done))
     {
     }
 
-    void Run(const std::vector<ClientPtr>& clients, const std::function<Question(Client&)>& makeQuestion,
-             std::chrono::milliseconds timeout)
+    void Run(const std::vector<ClientPtr>& clients,
+             const std::function<OutgoingRequest(Client&)>& makeRequest, std::chrono::milliseconds timeout)
     {
         const auto self = shared_from_this();
         m_open = clients.size();
         for (std::size_t i = 0; i < clients.size(); ++i) {
-            const Question question = makeQuestion(*clients[i]);
+            const OutgoingRequest question = makeRequest(*clients[i]);
             m_keys.push_back(question.key);
             m_answers.push_back({clients[i], Outcome::kLate, {}});
             const auto take = [self, i](const ipc::cdb::ClientMessage* message) { self->Take(i, message); };
@@ -63,11 +63,12 @@ private:
 
 }  // namespace
 
-void AskAll(boost::asio::io_context& loop, const std::vector<ClientPtr>& clients,
-            const std::function<Question(Client& client)>& makeQuestion, std::chrono::milliseconds timeout,
-            std::function<void(const std::vector<Answer>& answers)> done)
+void RequestAll(boost::asio::io_context& loop, const std::vector<ClientPtr>& clients,
+                const std::function<OutgoingRequest(Client& client)>& makeRequest,
+                std::chrono::milliseconds timeout,
+                std::function<void(const std::vector<Answer>& answers)> done)
 {
-    std::make_shared<Round>(loop, std::move(done))->Run(clients, makeQuestion, timeout);
+    std::make_shared<RequestRound>(loop, std::move(done))->Run(clients, makeRequest, timeout);
 }
 
 }  // namespace agent

@@ -1,4 +1,4 @@
-#include "manager/sampling/flow_export.h"
+#include "manager/sampling/flow_sample_pipeline.h"
 
 #include <algorithm>
 #include <optional>
@@ -8,12 +8,13 @@
 #include "net/routes/forwarding.h"
 
 namespace manager {
-FlowExport::FlowExport(net::Forwarding& forwarding, Exporter& exporter, std::function<WallTime()> clock)
+FlowSamplePipeline::FlowSamplePipeline(net::Forwarding& forwarding, Exporter& exporter,
+                                       std::function<WallTime()> clock)
     : m_forwarding(forwarding), m_exporter(exporter), m_clock(std::move(clock))
 {
 }
 
-void FlowExport::OnSamples(std::span<const capture::Sample> samples)
+void FlowSamplePipeline::OnSamples(std::span<const capture::Sample> samples)
 {
     const WallTime now = m_clock();
     DataSource* source = nullptr;
@@ -28,21 +29,21 @@ void FlowExport::OnSamples(std::span<const capture::Sample> samples)
     }
 }
 
-void FlowExport::OnDrained() { m_exporter.Flush(); }
+void FlowSamplePipeline::OnDrained() { m_exporter.Flush(); }
 
-void FlowExport::Restart(wire::Encoding encoding)
+void FlowSamplePipeline::Restart(wire::Encoding encoding)
 {
     m_encoding = encoding;
     for (auto& [ifIndex, source] : m_sources) source.sequence = 0;
 }
 
-const DataSource* FlowExport::Find(std::uint32_t ifIndex) const
+const DataSource* FlowSamplePipeline::Find(std::uint32_t ifIndex) const
 {
     const auto at = m_sources.find(ifIndex);
     return at == m_sources.end() ? nullptr : &at->second;
 }
 
-void FlowExport::Take(const capture::Sample& sample, DataSource& source)
+void FlowSamplePipeline::Take(const capture::Sample& sample, DataSource& source)
 {
     const ConfiguredInterface& interface = *source.boundTo;
     const std::vector<Stream*>& streams = interface.StreamsOf(Kind::kFlow);
@@ -59,7 +60,7 @@ void FlowExport::Take(const capture::Sample& sample, DataSource& source)
     m_flow.drops = static_cast<std::uint32_t>(source.before.drops + sample.drops);
     const bool all = sample.segments > 1 && sample.count == sample.segments;
     for (std::uint16_t i = 0; i < sample.count; ++i) {
-        // Which of the segments were drawn is not known, but that of all of them one is the last.
+        // Which of the segments were sampled is not known, but that of all of them one is the last.
         if (all && i + 1 == sample.count)
             m_flow.frameLength -=
                 LengthsOf(sample).each - std::min(LengthsOf(sample).last, LengthsOf(sample).each);
@@ -69,7 +70,7 @@ void FlowExport::Take(const capture::Sample& sample, DataSource& source)
     }
 }
 
-void FlowExport::DescribePath(const capture::Sample& sample, Tag tag)
+void FlowSamplePipeline::DescribePath(const capture::Sample& sample, Tag tag)
 {
     const net::Entering packet{sample.ifIndex, sample.etherType, tag.vlan, sample.header};
     if (!sample.egress) {
@@ -82,7 +83,7 @@ void FlowExport::DescribePath(const capture::Sample& sample, Tag tag)
     DescribeEgress(sample.ifIndex, tag, untagged, m_forwarding.Trace(packet, enteredBy), m_flow);
 }
 
-void FlowExport::Send(const std::vector<Stream*>& streams)
+void FlowSamplePipeline::Send(const std::vector<Stream*>& streams)
 {
     const std::size_t size = wire::Encode(m_flow, m_encoding, m_encoded);
     bool cut = false;

@@ -1,7 +1,7 @@
 // One question to several clients, and what became of it.
 
-#ifndef AGENT_CLIENTS_ASK_H
-#define AGENT_CLIENTS_ASK_H
+#ifndef AGENT_CLIENTS_REQUEST_ALL_H
+#define AGENT_CLIENTS_REQUEST_ALL_H
 
 #include <chrono>
 #include <functional>
@@ -15,7 +15,7 @@
 
 namespace agent {
 
-struct Question {
+struct OutgoingRequest {
     Client::AnswerKey key;
     std::shared_ptr<ipc::cdb::ServerMessage> message = std::make_shared<ipc::cdb::ServerMessage>();
     /// Sent in its place where there is one: a message that was written out before.
@@ -37,9 +37,10 @@ struct Answer {
 
 /// Asks all of them at once. `done` is called once, from the loop, when each has answered, has gone
 /// or the time is over; the answers are in the order of the clients.
-void AskAll(boost::asio::io_context& loop, const std::vector<ClientPtr>& clients,
-            const std::function<Question(Client& client)>& makeQuestion, std::chrono::milliseconds timeout,
-            std::function<void(const std::vector<Answer>& answers)> done);
+void RequestAll(boost::asio::io_context& loop, const std::vector<ClientPtr>& clients,
+                const std::function<OutgoingRequest(Client& client)>& makeRequest,
+                std::chrono::milliseconds timeout,
+                std::function<void(const std::vector<Answer>& answers)> done);
 
 }  // namespace agent
 

@@ -1,8 +1,8 @@
-// The way of a drawn packet from the packet source to the streams: finds its data source, resolves where
+// The way of a sampled packet from the packet source to the streams: finds its data source, resolves where
 // it goes, encodes it once. Everything here runs once a sample, at up to a million samples a second.
 
-#ifndef MANAGER_SAMPLING_FLOW_EXPORT_H
-#define MANAGER_SAMPLING_FLOW_EXPORT_H
+#ifndef MANAGER_SAMPLING_FLOW_SAMPLE_PIPELINE_H
+#define MANAGER_SAMPLING_FLOW_SAMPLE_PIPELINE_H
 
 #include <array>
 #include <cstddef>
@@ -27,10 +27,10 @@ class Exporter;
 
 using DataSources = std::unordered_map<std::uint32_t, DataSource>;  // by kernel interface
 
-class FlowExport : public capture::SampleSink {
+class FlowSamplePipeline : public capture::SampleSink {
 public:
     /// Both must outlive it.
-    FlowExport(net::Forwarding& forwarding, Exporter& exporter, std::function<WallTime()> clock);
+    FlowSamplePipeline(net::Forwarding& forwarding, Exporter& exporter, std::function<WallTime()> clock);
 
     void OnSamples(std::span<const capture::Sample> samples) override;
     void OnDrained() override;

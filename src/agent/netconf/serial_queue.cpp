@@ -1,4 +1,4 @@
-#include "agent/netconf/turn_queue.h"
+#include "agent/netconf/serial_queue.h"
 
 #include <deque>
 #include <utility>
@@ -7,19 +7,19 @@
 
 namespace agent {
 
-struct TurnQueue::State {
+struct SerialQueue::State {
     explicit State(boost::asio::io_context& ioLoop) : loop(ioLoop) {}
     boost::asio::io_context& loop;
     std::deque<Job> waiting;
     bool busy = false;
 };
 
-class TurnQueue::Turn {
+class SerialQueue::Ticket {
 public:
-    explicit Turn(std::weak_ptr<State> state) : m_state(std::move(state)) {}
-    Turn(const Turn&) = delete;
-    Turn& operator=(const Turn&) = delete;
-    ~Turn()
+    explicit Ticket(std::weak_ptr<State> state) : m_state(std::move(state)) {}
+    Ticket(const Ticket&) = delete;
+    Ticket& operator=(const Ticket&) = delete;
+    ~Ticket()
     {
         const auto state = m_state.lock();
         if (!state) return;  // the queue has gone
@@ -32,23 +32,23 @@ private:
     std::weak_ptr<State> m_state;
 };
 
-TurnQueue::TurnQueue(boost::asio::io_context& loop) : m_state(std::make_shared<State>(loop)) {}
+SerialQueue::SerialQueue(boost::asio::io_context& loop) : m_state(std::make_shared<State>(loop)) {}
 
-TurnQueue::~TurnQueue() { m_state->waiting.clear(); }
+SerialQueue::~SerialQueue() { m_state->waiting.clear(); }
 
-void TurnQueue::Push(Job job)
+void SerialQueue::Push(Job job)
 {
     m_state->waiting.push_back(std::move(job));
     RunNext(m_state);
 }
 
-void TurnQueue::RunNext(const std::shared_ptr<State>& state)
+void SerialQueue::RunNext(const std::shared_ptr<State>& state)
 {
     if (state->busy || state->waiting.empty()) return;
     state->busy = true;
     const Job job = std::move(state->waiting.front());
     state->waiting.pop_front();
-    job(std::make_shared<Turn>(state));
+    job(std::make_shared<Ticket>(state));
 }
 
 }  // namespace agent

@@ -1,8 +1,8 @@
 // Jobs that wait for something while they are under way, one after the other: an edit of the candidate may
 // wait for a callpoint, a commit for its subscribers, and the next one waits until they are done.
 
-#ifndef AGENT_NETCONF_TURN_QUEUE_H
-#define AGENT_NETCONF_TURN_QUEUE_H
+#ifndef AGENT_NETCONF_SERIAL_QUEUE_H
+#define AGENT_NETCONF_SERIAL_QUEUE_H
 
 #include <functional>
 #include <memory>
@@ -11,18 +11,18 @@
 
 namespace agent {
 
-class TurnQueue {
+class SerialQueue {
 public:
-    explicit TurnQueue(boost::asio::io_context& loop);
+    explicit SerialQueue(boost::asio::io_context& loop);
     /// Drops what waits.
-    ~TurnQueue();
-    TurnQueue(const TurnQueue&) = delete;
-    TurnQueue& operator=(const TurnQueue&) = delete;
+    ~SerialQueue();
+    SerialQueue(const SerialQueue&) = delete;
+    SerialQueue& operator=(const SerialQueue&) = delete;
 
     /// Ends when the last reference to it goes; then the next job gets its turn.
-    class Turn;
-    using TurnPtr = std::shared_ptr<Turn>;
-    using Job = std::function<void(const TurnPtr& turn)>;
+    class Ticket;
+    using TicketPtr = std::shared_ptr<Ticket>;
+    using Job = std::function<void(const TicketPtr& turn)>;
 
     /// Runs the job, at once where nothing is before it.
     void Push(Job job);
