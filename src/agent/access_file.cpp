@@ -11,6 +11,7 @@
 
 #include "agent/yang_tree.h"
 #include "cdb/schema.h"
+#include "netconf/plain_xml.h"
 #include "netconf/xml.h"
 
 namespace agent {
@@ -58,12 +59,14 @@ std::string LastMessage(const ly_ctx* context)
 }
 
 /// Opens a file's tree. The context lives as long as the tree is used.
-Tree Parse(const ly_ctx* context, const std::string& text)
+Tree Parse(const ly_ctx* context, std::string text)
 {
     const std::size_t begin = text.find_first_not_of(" \t\r\n");
     const bool isJson = begin != std::string::npos && text[begin] == '{';
-    if (!isJson)
+    if (!isJson) {
         if (const auto problem = netconf::CheckXml(text)) throw Problem{*problem};
+        text = netconf::PlainXml(std::move(text));
+    }
     lyd_node* raw = nullptr;
     const LY_ERR parsed = lyd_parse_data_mem(context, text.c_str(), isJson ? LYD_JSON : LYD_XML,
                                              LYD_PARSE_STRICT | LYD_PARSE_NO_STATE,

@@ -72,7 +72,7 @@ private:
     // operations_read.cpp
     void Get(const RequestPtr& request);
     void GetConfig(const RequestPtr& request);
-    void ReadAll(const RequestPtr& request, const ReadingPtr& reading);
+    void ReadAll(const RequestPtr& request, const ReadingPtr& reading, StateSelections& selections);
     void ReadConfig(const RequestPtr& request, const ReadingPtr& reading);
     void GetSchema(const RequestPtr& request);
 

@@ -172,17 +172,25 @@ void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<voi
 void Operations::Get(const RequestPtr& request)
 {
     const auto read = [this, request](const ReadingPtr& reading) {
-        const auto collect = [this, request, reading] { ReadAll(request, reading); };
-        if (IsShort(*reading)) return collect();
-        m_services.room.Enter(request, collect);
+        const auto selections = std::make_shared<StateSelections>(request->Filter());
+        const auto collect = [this, request, reading, selections] { ReadAll(request, reading, *selections); };
+        const auto begin = [this, request, reading, collect] {
+            if (IsShort(*reading)) return collect();
+            m_services.room.Enter(request, collect);
+        };
+        if (!request->IsLong()) return begin();
+        m_services.reads.Do(
+            [selections, containers = m_services.state.Containers()] { selections->Prepare(containers); },
+            begin);
     };
     WithReading(m_services.reads, m_dataSchema, m_services.filterLimits, request, read);
 }
 
-void Operations::ReadAll(const RequestPtr& request, const ReadingPtr& reading)
+void Operations::ReadAll(const RequestPtr& request, const ReadingPtr& reading, StateSelections& selections)
 {
-    m_services.state.Collect(request->Filter(), [this, request, reading](const CollectedState& state) {
-        const auto write = [this, reading, data = state.data](std::string& out) {
+    m_services.state.Collect(selections, [this, request, reading](const CollectedState& state) {
+        const auto write = [this, reading, data = state.data, bytes = state.bytes](std::string& out) {
+            out.reserve(out.size() + bytes + bytes / 2);  // growing by doubling costs as much as writing
             WriteRunning(m_dataSchema, m_services.store, reading->options, out);
             WriteData(m_dataSchema, *data, reading->options, out);
         };

@@ -64,9 +64,12 @@ public:
     const lysc_node* Child(const lysc_node* parent, std::uint32_t name)
     {
         if (name >= static_cast<std::uint32_t>(m_part.names_size())) return nullptr;
-        auto& children = m_children[parent];
-        if (children.empty()) children.resize(static_cast<std::size_t>(m_part.names_size()));
-        const lysc_node*& child = children[name];
+        if (parent != m_parent) {
+            m_parent = parent;
+            m_own = &m_children[parent];
+            m_own->resize(static_cast<std::size_t>(m_part.names_size()));
+        }
+        const lysc_node*& child = (*m_own)[name];
         if (child != nullptr) return child;
         const std::string& wanted = m_part.names(static_cast<int>(name));
         const lysc_node* each = nullptr;
@@ -85,6 +88,8 @@ public:
 private:
     const ipc::cdb::StateReply& m_part;
     std::unordered_map<const lysc_node*, std::vector<const lysc_node*>> m_children;
+    const lysc_node* m_parent = nullptr;  // the last one: mostly the next leaf is of the same node
+    std::vector<const lysc_node*>* m_own = nullptr;
 };
 
 ProvidedState::ProvidedState(const ly_ctx* context, const std::vector<StateProvision>& provided)

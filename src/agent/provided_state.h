@@ -35,6 +35,8 @@ public:
     /// What has been taken.
     [[nodiscard]] StateTree& Tree() { return m_tree; }
     [[nodiscard]] const std::vector<std::string>& Warnings() const { return m_warnings; }
+    /// What that takes in memory; as text it is a little more.
+    [[nodiscard]] std::size_t Bytes() const { return m_bytes; }
 
 private:
     struct Trail;

@@ -51,14 +51,25 @@ StateSource::StateSource(boost::asio::io_context& loop, const cdb::Schema& schem
 {
 }
 
-void StateSource::Collect(const std::optional<SubtreeFilter>& filter, const Done& done)
+std::vector<const lysc_node*> StateSource::Containers() const
+{
+    std::vector<const lysc_node*> containers;
+    for (const ClientPtr& client : m_clients.Ready())
+        for (const StateProvision& provided : client->Providers())
+            containers.push_back(FindProviderNode(m_schema.Context(), provided.path));
+    for (const ExpectedProvider& expected : m_expected) containers.push_back(expected.container);
+    if (m_system != nullptr) containers.push_back(m_system);
+    return containers;
+}
+
+void StateSource::Collect(StateSelections& selections, const Done& done)
 {
     CollectedState collected;
-    auto questions = Questions(filter, collected);
-    AddMissing(filter, collected);
+    auto questions = Questions(selections, collected);
+    AddMissing(selections, collected);
     auto tree = std::make_shared<StateTree>();
     collected.data = tree;
-    AddSystem(filter, *tree);
+    AddSystem(selections, *tree);
     if (questions.empty()) return done(std::move(collected));
     auto finish = [this, tree, collected, done](std::vector<StateOutcome>&& outcomes) mutable {
         for (StateOutcome& outcome : outcomes) Add(outcome, *tree, collected);
@@ -68,15 +79,13 @@ void StateSource::Collect(const std::optional<SubtreeFilter>& filter, const Done
         ->Run(std::move(questions));
 }
 
-std::vector<StateQuestion> StateSource::Questions(const std::optional<SubtreeFilter>& filter,
-                                                  CollectedState& collected)
+std::vector<StateQuestion> StateSource::Questions(StateSelections& selections, CollectedState& collected)
 {
     std::vector<StateQuestion> questions;
     for (const ClientPtr& client : m_clients.Ready()) {
         StateQuestion question{client, {}};
         for (const StateProvision& provided : client->Providers()) {
-            const lysc_node* container = FindProviderNode(m_schema.Context(), provided.path);
-            auto wanted = SelectState(container, filter);
+            auto wanted = selections.Take(FindProviderNode(m_schema.Context(), provided.path));
             if (!wanted) continue;
             auto& part = *question.request.add_parts();
             part.set_path(provided.path);
@@ -96,7 +105,7 @@ std::vector<StateQuestion> StateSource::Questions(const std::optional<SubtreeFil
     return questions;
 }
 
-void StateSource::AddMissing(const std::optional<SubtreeFilter>& filter, CollectedState& collected)
+void StateSource::AddMissing(StateSelections& selections, CollectedState& collected)
 {
     const auto ready = m_clients.Ready();
     for (const ExpectedProvider& expected : m_expected) {
@@ -106,17 +115,17 @@ void StateSource::AddMissing(const std::optional<SubtreeFilter>& filter, Collect
                 return (expected.path + "/").starts_with(each.path + "/");
             });
         };
-        if (std::any_of(ready.begin(), ready.end(), provides) || !SelectState(expected.container, filter))
+        if (std::any_of(ready.begin(), ready.end(), provides) || !selections.Take(expected.container))
             continue;
         Warn(expected.path, "no process provides " + expected.path + "; start " + expected.process,
              collected);
     }
 }
 
-void StateSource::AddSystem(const std::optional<SubtreeFilter>& filter, StateTree& tree) const
+void StateSource::AddSystem(StateSelections& selections, StateTree& tree) const
 {
     if (m_system == nullptr) return;
-    const auto wanted = SelectState(m_system, filter);
+    const auto wanted = selections.Take(m_system);
     if (!wanted) return;
     SystemState system(m_schema.Context(), m_system, tree);
     if (wanted->Has("process")) system.AddProcesses(m_clients.Known(), m_role);
@@ -137,7 +146,9 @@ void StateSource::Add(StateOutcome& outcome, StateTree& tree, CollectedState& co
         if (outcome.state->Warnings().empty()) Told(path);
         for (const std::string& warning : outcome.state->Warnings()) Warn(path, warning, collected);
     }
-    if (outcome.problem.empty()) tree.Adopt(std::move(outcome.state->Tree()));
+    if (!outcome.problem.empty()) return;
+    collected.bytes += outcome.state->Bytes();
+    tree.Adopt(std::move(outcome.state->Tree()));
 }
 
 const StateSource::Unanswered* StateSource::IsSilent(const ClientPtr& client)

@@ -22,7 +22,7 @@
 #include "agent/data_source.h"
 #include "agent/provider_node.h"
 #include "agent/state_round.h"
-#include "agent/subtree_filter.h"
+#include "agent/state_selection.h"
 #include "cdb/schema.h"
 #include "cdb/store.h"
 #include "netconf/rpc_error.h"
@@ -33,6 +33,7 @@ enum class Role : std::uint8_t { kUnknown, kActive, kStandby };
 
 struct CollectedState {
     std::shared_ptr<DataSource> data;  // never null; may have more than the filter selects
+    std::size_t bytes = 0;             // about what its text will have
     std::vector<netconf::RpcError> warnings;
 };
 
@@ -44,9 +45,12 @@ public:
 
     using Done = std::function<void(CollectedState state)>;
 
-    /// Collects what the filter may select (none: everything). `done` is called once; from inside Collect
-    /// where no provider needs to be asked.
-    void Collect(const std::optional<SubtreeFilter>& filter, const Done& done);
+    /// The containers that state is provided for now, or should be: those that Collect looks at.
+    [[nodiscard]] std::vector<const lysc_node*> Containers() const;
+
+    /// Collects what is selected. `done` is called once; from inside Collect where no provider needs to be
+    /// asked.
+    void Collect(StateSelections& selections, const Done& done);
 
     /// The role that processes were last told to take.
     void SetRole(Role role) { m_role = role; }
@@ -59,10 +63,10 @@ private:
         std::uint64_t request = 0;
     };
 
-    [[nodiscard]] std::vector<StateQuestion> Questions(const std::optional<SubtreeFilter>& filter,
+    [[nodiscard]] std::vector<StateQuestion> Questions(StateSelections& selections,
                                                        CollectedState& collected);
-    void AddMissing(const std::optional<SubtreeFilter>& filter, CollectedState& collected);
-    void AddSystem(const std::optional<SubtreeFilter>& filter, StateTree& tree) const;
+    void AddMissing(StateSelections& selections, CollectedState& collected);
+    void AddSystem(StateSelections& selections, StateTree& tree) const;
     void Add(StateOutcome& outcome, StateTree& tree, CollectedState& collected);
     /// Null where the client has answered, or may be asked again.
     [[nodiscard]] const Unanswered* IsSilent(const ClientPtr& client);

@@ -122,4 +122,16 @@ std::optional<StateWanted> SelectState(const lysc_node* container, const std::op
     return wanted;
 }
 
+void StateSelections::Prepare(const std::vector<const lysc_node*>& containers)
+{
+    for (const lysc_node* container : containers)
+        m_prepared.insert_or_assign(container, SelectState(container, m_filter));
+}
+
+std::optional<StateWanted> StateSelections::Take(const lysc_node* container)
+{
+    auto prepared = m_prepared.extract(container);
+    return prepared ? std::move(prepared.mapped()) : SelectState(container, m_filter);
+}
+
 }  // namespace agent

@@ -5,8 +5,10 @@
 #ifndef AGENT_STATE_SELECTION_H
 #define AGENT_STATE_SELECTION_H
 
+#include <map>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "agent/subtree_filter.h"
 #include "ipc/cdb.pb.h"
@@ -27,6 +29,22 @@ struct StateWanted {
 /// Nullopt where the filter selects nothing in the container. No filter: everything.
 std::optional<StateWanted> SelectState(const lysc_node* container,
                                        const std::optional<SubtreeFilter>& filter);
+
+/// What one filter selects in several containers.
+class StateSelections {
+public:
+    /// The filter must outlive it.
+    explicit StateSelections(const std::optional<SubtreeFilter>& filter) : m_filter(filter) {}
+
+    /// Does the work for these containers; a long filter takes a while. Any thread may do it.
+    void Prepare(const std::vector<const lysc_node*>& containers);
+    /// Hands out what is selected in the container, as SelectState; prepared or not.
+    [[nodiscard]] std::optional<StateWanted> Take(const lysc_node* container);
+
+private:
+    const std::optional<SubtreeFilter>& m_filter;
+    std::map<const lysc_node*, std::optional<StateWanted>> m_prepared;
+};
 
 }  // namespace agent
 

@@ -22,6 +22,29 @@ const cdb::Value* Leaf(const cdb::Row& row, const char* name)
     return at == row.leaves.end() ? nullptr : &at->second;
 }
 
+void Fill(const cdb::Row& row, Configured::Collector& collector)
+{
+    const cdb::Value* enabled = Leaf(row, "enabled");
+    collector.enabled = enabled == nullptr || *enabled == cdb::Value(true);
+}
+
+void Fill(const cdb::Row& row, Configured::Interface& interface)
+{
+    interface.ownRate = Leaf(row, "sampling-rate") != nullptr;
+}
+
+template <typename Entry>
+std::optional<Entry> EntryOf(const cdb::StoreReader::Snapshot& rows, cdb::NodeId list,
+                             const std::string& name)
+{
+    if (list == cdb::kNoNode || name.size() > kMaxName) return std::nullopt;
+    const auto row = rows.Get({list, {name}});
+    if (!row) return std::nullopt;
+    Entry entry;
+    Fill(*row, entry);
+    return entry;
+}
+
 }  // namespace
 
 ConfiguredReader::ConfiguredReader(const cdb::StoreReader& store)
@@ -35,51 +58,48 @@ ConfiguredReader::ConfiguredReader(const cdb::StoreReader& store)
 
 std::optional<Configured::Collector> ConfiguredReader::Collector(const std::string& name) const
 {
-    if (m_collector == cdb::kNoNode || name.size() > kMaxName) return std::nullopt;
-    const auto row = m_rows.Get({m_collector, {name}});
-    if (!row) return std::nullopt;
-    const cdb::Value* enabled = Leaf(*row, "enabled");
-    return Configured::Collector{enabled == nullptr || *enabled == cdb::Value(true)};
+    return EntryOf<Configured::Collector>(m_rows, m_collector, name);
 }
 
-std::optional<Configured::Interface> ConfiguredReader::Interface(const std::string& name,
-                                                                 bool withCollectors) const
+std::optional<Configured::Interface> ConfiguredReader::Interface(const std::string& name) const
 {
-    if (m_interface == cdb::kNoNode || name.size() > kMaxName) return std::nullopt;
-    const auto row = m_rows.Get({m_interface, {name}});
-    if (!row) return std::nullopt;
-    Configured::Interface interface;
-    interface.ownRate = Leaf(*row, "sampling-rate") != nullptr;
-    for (std::size_t kind = 0; withCollectors && kind < kKinds; ++kind) {
+    return EntryOf<Configured::Interface>(m_rows, m_interface, name);
+}
+
+void ConfiguredReader::ReadCollectorsOf(const std::string& name, Configured::Interface& interface) const
+{
+    for (std::size_t kind = 0; kind < kKinds; ++kind) {
         if (m_attached[kind] == cdb::kNoNode) continue;
         m_rows.Scan(m_attached[kind], {name}, 0, [&](const auto& keys, const cdb::Row&) {
             interface.collectors[kind].push_back(keys.back());
             return true;
         });
     }
-    return interface;
 }
 
-std::vector<std::string> ConfiguredReader::Collectors(const std::string& after, std::size_t most) const
+std::map<std::string, Configured::Collector> ConfiguredReader::Collectors(const std::string& after,
+                                                                          std::size_t most) const
 {
-    return Names(m_collector, after, most);
+    return Entries<Configured::Collector>(m_collector, after, most);
 }
 
-std::vector<std::string> ConfiguredReader::Interfaces(const std::string& after, std::size_t most) const
+std::map<std::string, Configured::Interface> ConfiguredReader::Interfaces(const std::string& after,
+                                                                          std::size_t most) const
 {
-    return Names(m_interface, after, most);
+    return Entries<Configured::Interface>(m_interface, after, most);
 }
 
-std::vector<std::string> ConfiguredReader::Names(cdb::NodeId list, const std::string& after,
-                                                 std::size_t most) const
+template <typename Entry>
+std::map<std::string, Entry> ConfiguredReader::Entries(cdb::NodeId list, const std::string& after,
+                                                       std::size_t most) const
 {
-    std::vector<std::string> names;
-    if (list == cdb::kNoNode || most == 0) return names;
-    m_rows.ScanAfter(list, {}, {after.substr(0, kMaxName)}, [&](const auto& keys, const cdb::Row&) {
-        if (keys.back() > after) names.push_back(keys.back());
-        return names.size() < most;
+    std::map<std::string, Entry> entries;
+    if (list == cdb::kNoNode || most == 0) return entries;
+    m_rows.ScanAfter(list, {}, {after.substr(0, kMaxName)}, [&](const auto& keys, const cdb::Row& row) {
+        if (keys.back() > after) Fill(row, entries.emplace_hint(entries.end(), keys.back(), Entry{})->second);
+        return entries.size() < most;
     });
-    return names;
+    return entries;
 }
 
 }  // namespace manager

@@ -42,17 +42,20 @@ public:
 
     /// Nullopt where it is not configured.
     [[nodiscard]] std::optional<Configured::Collector> Collector(const std::string& name) const;
-    /// Without its collectors where these are not asked for: they cost more than all the rest.
-    [[nodiscard]] std::optional<Configured::Interface> Interface(const std::string& name,
-                                                                 bool withCollectors = true) const;
+    /// Without its collectors: they cost more than all the rest.
+    [[nodiscard]] std::optional<Configured::Interface> Interface(const std::string& name) const;
+    void ReadCollectorsOf(const std::string& name, Configured::Interface& interface) const;
 
-    /// The first names behind `after`, in ascending order, at most `most`.
-    [[nodiscard]] std::vector<std::string> Collectors(const std::string& after, std::size_t most) const;
-    [[nodiscard]] std::vector<std::string> Interfaces(const std::string& after, std::size_t most) const;
+    /// The first entries behind `after`, at most `most`; interfaces without their collectors.
+    [[nodiscard]] std::map<std::string, Configured::Collector> Collectors(const std::string& after,
+                                                                          std::size_t most) const;
+    [[nodiscard]] std::map<std::string, Configured::Interface> Interfaces(const std::string& after,
+                                                                          std::size_t most) const;
 
 private:
-    [[nodiscard]] std::vector<std::string> Names(cdb::NodeId list, const std::string& after,
-                                                 std::size_t most) const;
+    template <typename Entry>
+    [[nodiscard]] std::map<std::string, Entry> Entries(cdb::NodeId list, const std::string& after,
+                                                       std::size_t most) const;
 
     cdb::NodeId m_collector, m_interface;
     std::array<cdb::NodeId, kKinds> m_attached;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "manager/in_order.h"
 #include "manager/journal.h"
 #include "manager/state.h"
 
@@ -111,15 +112,17 @@ Snapshot TakeSnapshot(const Service& service, const StatusSources& sources,
 {
     Snapshot snapshot = TakeManager(service, sources);
     const State& state = service.CurrentState();
+    InOrder heldCollectors(state.Collectors());
     for (const std::string& name : collectors) {
-        const auto at = state.Collectors().find(name);
-        if (at != state.Collectors().end()) snapshot.collectors.push_back(Taken(name, at->second, sources));
+        if (const auto* held = heldCollectors.Find(name))
+            snapshot.collectors.push_back(Taken(name, *held, sources));
         if (state.AttachedCollectors().contains(name)) snapshot.attached.insert(name);
     }
-    for (const std::string& name : interfaces) {
-        const auto at = state.Interfaces().find(name);
-        if (at != state.Interfaces().end()) snapshot.interfaces.push_back(Taken(name, at->second, sources));
-    }
+    snapshot.interfaces.reserve(interfaces.size());
+    InOrder heldInterfaces(state.Interfaces());
+    for (const std::string& name : interfaces)
+        if (const auto* held = heldInterfaces.Find(name))
+            snapshot.interfaces.push_back(Taken(name, *held, sources));
     ShiftToWall(sources, snapshot);
     return snapshot;
 }

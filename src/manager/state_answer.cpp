@@ -8,6 +8,7 @@
 
 #include "cdb/error.h"
 #include "ipc/cdb.pb.h"
+#include "manager/in_order.h"
 #include "manager/state.h"
 #include "manager/state_writer.h"
 
@@ -18,27 +19,42 @@ namespace {
 constexpr std::size_t kEntries = 100;
 constexpr std::size_t kAttachments = 1000;
 
-template <typename Map>
-void AddNames(const Map& map, const std::string& after, std::set<std::string>& names)
+const std::string& NameOf(const std::string& name) { return name; }
+template <typename Value>
+const std::string& NameOf(const std::pair<const std::string, Value>& element)
 {
-    auto at = map.upper_bound(after);
-    for (std::size_t count = 0; at != map.end() && count < kEntries; ++at, ++count) names.insert(at->first);
+    return element.first;
 }
 
-/// The first names behind `after`.
-void AddNames(const std::set<std::string>& wanted, const std::string& after, std::set<std::string>& names)
+/// Joins names in ascending order.
+void Join(std::vector<std::string> more, std::vector<std::string>& names)
 {
-    auto at = wanted.upper_bound(after);
-    for (std::size_t count = 0; at != wanted.end() && count < kEntries; ++at, ++count) names.insert(*at);
+    if (names.empty()) return names.swap(more);
+    std::vector<std::string> joined;
+    joined.reserve(names.size() + more.size());
+    std::set_union(std::make_move_iterator(names.begin()), std::make_move_iterator(names.end()),
+                   std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()),
+                   std::back_inserter(joined));
+    names.swap(joined);
+}
+
+/// Adds the first names behind `after` of a set or a map.
+template <typename Container>
+void AddNames(const Container& container, const std::string& after, std::vector<std::string>& names)
+{
+    std::vector<std::string> more;
+    auto at = container.upper_bound(after);
+    for (; at != container.end() && more.size() < kEntries; ++at) more.push_back(NameOf(*at));
+    Join(std::move(more), names);
 }
 
 /// The problems of one name out of those of many, with ascending reasons as the model has them.
-std::vector<Problem> TakeOf(const std::string& name, std::vector<Problem>::const_iterator& at,
-                            std::vector<Problem>::const_iterator end)
+std::vector<Problem> TakeOf(const std::string& name, std::vector<Problem>::iterator& at,
+                            std::vector<Problem>::iterator end)
 {
     std::vector<Problem> own;
     while (at != end && at->name < name) ++at;
-    for (; at != end && at->name == name; ++at) own.push_back(*at);
+    for (; at != end && at->name == name; ++at) own.push_back(std::move(*at));
     std::sort(own.begin(), own.end(), [](const Problem& a, const Problem& b) {
         return std::string_view(Name(a.reason)) < Name(b.reason);
     });
@@ -96,19 +112,48 @@ void StateAnswer::ReadCollectors(const std::vector<std::string>& names)
 
 void StateAnswer::ReadInterfaces(const std::vector<std::string>& names)
 {
-    m_configured.interfaces.clear();
     if (!m_reader) return;
-    const auto& held = m_sources.service.CurrentState().Interfaces();
-    // The configured collectors of an interface tell something where it has none in effect.
-    const auto needsCollectors = [&held](const std::string& name) {
-        const auto at = held.find(name);
-        return at == held.end() || at->second.Of(Kind::kFlow).empty();
-    };
     try {
-        for (const std::string& name : names)
-            if (auto interface = m_reader->Interface(name, needsCollectors(name)))
-                m_configured.interfaces.emplace_hint(m_configured.interfaces.end(), name,
-                                                     std::move(*interface));
+        // What the configuration has of the list's next names has been read with them.
+        for (const std::string& name : names) {
+            if (m_wanted.problems.interfaces.all) break;
+            if (const auto interface = m_reader->Interface(name))
+                m_configured.interfaces.emplace_hint(m_configured.interfaces.end(), name, *interface);
+        }
+        ReadAttached();
+    } catch (const cdb::FatalError& error) {
+        GiveUpConfiguration(error.what());
+    }
+}
+
+void StateAnswer::ReadAttached()
+{
+    InOrder held(m_sources.service.CurrentState().Interfaces());
+    for (auto& [name, interface] : m_configured.interfaces) {
+        const State::Interface* inEffect = held.Find(name);
+        if (inEffect == nullptr || inEffect->Of(Kind::kFlow).empty())
+            m_reader->ReadCollectorsOf(name, interface);
+    }
+}
+
+void StateAnswer::ReadNextCollectors(std::vector<std::string>& names)
+{
+    if (!m_reader) return;
+    try {
+        auto next = m_reader->Collectors(m_last, kEntries);
+        AddNames(next, m_last, names);
+        m_configured.collectors.merge(next);
+    } catch (const cdb::FatalError& error) {
+        GiveUpConfiguration(error.what());
+    }
+}
+
+void StateAnswer::ReadNextInterfaces(std::vector<std::string>& names)
+{
+    if (!m_reader) return;
+    try {
+        m_configured.interfaces = m_reader->Interfaces(m_last, kEntries);
+        AddNames(m_configured.interfaces, m_last, names);
     } catch (const cdb::FatalError& error) {
         GiveUpConfiguration(error.what());
     }
@@ -149,37 +194,26 @@ void StateAnswer::Manager(StateWriter& writer)
     for (const Problem& problem : Diagnose({true, {}, {}}, snapshot, nullptr)) writer.Problem(problem);
 }
 
-void StateAnswer::AddConfigured(std::vector<std::string> (ConfiguredReader::*read)(const std::string&,
-                                                                                   std::size_t) const,
-                                std::set<std::string>& names)
+std::vector<std::string> StateAnswer::Take(std::vector<std::string> names, Stage next)
 {
-    if (!m_reader) return;
-    try {
-        for (std::string& name : ((*m_reader).*read)(m_last, kEntries)) names.insert(std::move(name));
-    } catch (const cdb::FatalError& error) {
-        GiveUpConfiguration(error.what());
-    }
-}
-
-std::vector<std::string> StateAnswer::Take(const std::set<std::string>& names, Stage next)
-{
-    const auto& interfaces = m_sources.service.CurrentState().Interfaces();
-    std::vector<std::string> taken;
-    std::size_t attachments = 0;
+    InOrder interfaces(m_sources.service.CurrentState().Interfaces());
+    std::size_t taken = 0, attachments = 0;
     for (const std::string& name : names) {
         if (m_stage == Stage::kInterfaces)
-            if (const auto at = interfaces.find(name); at != interfaces.end())
-                for (const auto& attached : at->second.attachments) attachments += attached.size();
-        if (taken.size() == kEntries || (attachments > kAttachments && !taken.empty())) break;
-        taken.push_back(name);
+            if (const State::Interface* held = interfaces.Find(name))
+                for (const auto& attached : held->attachments) attachments += attached.size();
+        if (taken == kEntries || (attachments > kAttachments && taken != 0)) break;
+        ++taken;
     }
-    m_work += taken.size() + attachments / (kAttachments / kEntries);
-    if (!taken.empty()) m_last = taken.back();
-    if (taken.size() == names.size() && names.size() < kEntries) {
+    m_work += taken + attachments / (kAttachments / kEntries);
+    if (taken == names.size() && taken < kEntries) {
         m_stage = next;
         m_last.clear();
+    } else {
+        m_last = names[taken - 1];
     }
-    return taken;
+    names.resize(taken);
+    return names;
 }
 
 void StateAnswer::Collectors(StateWriter& writer)
@@ -189,18 +223,18 @@ void StateAnswer::Collectors(StateWriter& writer)
     if (m_last.empty() && m_sources.refreshCollectors && !(wanted.None() && problematic.None()))
         m_sources.refreshCollectors();
     const State& state = m_sources.service.CurrentState();
-    std::set<std::string> next;
+    std::vector<std::string> next;
     AddNames(wanted.named, m_last, next);
     AddNames(problematic.names, m_last, next);
     if (wanted.every || problematic.all) AddNames(state.Collectors(), m_last, next);
     if (problematic.all) {
         AddNames(state.AttachedCollectors(), m_last, next);
-        AddConfigured(&ConfiguredReader::Collectors, next);
+        ReadNextCollectors(next);
     }
-    const auto names = Take(next, Stage::kInterfaces);
+    const auto names = Take(std::move(next), Stage::kInterfaces);
     ReadCollectors(names);
     const Snapshot snapshot = TakeSnapshot(m_sources.service, m_sources.status, names, {});
-    const auto problems = Diagnose({false, names, {}}, snapshot, Known());
+    auto problems = Diagnose({false, names, {}}, snapshot, Known());
     auto at = problems.begin();
     for (const std::string& name : names) {
         const auto own = TakeOf(name, at, problems.end());
@@ -215,14 +249,13 @@ void StateAnswer::Collectors(StateWriter& writer)
 std::vector<std::string> StateAnswer::NamedBy(const std::vector<std::string>& interfaces) const
 {
     std::set<std::string> collectors;
-    const auto& held = m_sources.service.CurrentState().Interfaces();
-    for (const std::string& name : interfaces) {
-        if (const auto at = held.find(name); at != held.end())
-            for (const auto& attached : at->second.attachments)
+    InOrder held(m_sources.service.CurrentState().Interfaces());
+    for (const std::string& name : interfaces)
+        if (const State::Interface* interface = held.Find(name))
+            for (const auto& attached : interface->attachments)
                 for (const auto& [collector, mark] : attached) collectors.insert(collector);
-        if (const auto at = m_configured.interfaces.find(name); at != m_configured.interfaces.end())
-            for (const auto& names : at->second.collectors) collectors.insert(names.begin(), names.end());
-    }
+    for (const auto& [name, interface] : m_configured.interfaces)
+        for (const auto& names : interface.collectors) collectors.insert(names.begin(), names.end());
     return {collectors.begin(), collectors.end()};
 }
 
@@ -230,13 +263,17 @@ void StateAnswer::Interfaces(StateWriter& writer)
 {
     const WantedEntries& wanted = m_wanted.interfaces;
     const WantedNames& problematic = m_wanted.problems.interfaces;
-    std::set<std::string> next;
+    std::vector<std::string> next;
     AddNames(wanted.named, m_last, next);
     AddNames(problematic.names, m_last, next);
     if (wanted.every || problematic.all)
         AddNames(m_sources.service.CurrentState().Interfaces(), m_last, next);
-    if (problematic.all) AddConfigured(&ConfiguredReader::Interfaces, next);
-    const auto names = Take(next, Stage::kDone);
+    m_configured.interfaces.clear();
+    if (problematic.all) ReadNextInterfaces(next);
+    const auto names = Take(std::move(next), Stage::kDone);
+    auto& configured = m_configured.interfaces;
+    configured.erase(names.empty() ? configured.begin() : configured.upper_bound(names.back()),
+                     configured.end());
     ReadInterfaces(names);
     std::vector<Problem> problems;
     Snapshot snapshot;
@@ -248,7 +285,7 @@ void StateAnswer::Interfaces(StateWriter& writer)
     } else {
         snapshot = TakeSnapshot(m_sources.service, m_sources.status, {}, names);
     }
-    auto at = problems.cbegin();
+    auto at = problems.begin();
     for (const std::string& name : names) {
         const auto own = TakeOf(name, at, problems.end());
         const auto* held = snapshot.FindInterface(name);

@@ -63,20 +63,22 @@ private:
     /// The next entries, as many as one part may have.
     void Collectors(StateWriter& writer);
     void Interfaces(StateWriter& writer);
-    /// As many of the names behind the last one as one part may have; with the last of all the next stage
-    /// begins.
-    std::vector<std::string> Take(const std::set<std::string>& names, Stage next);
+    /// As many of the names, which are in ascending order, as one part may have; with the last of all the
+    /// next stage begins.
+    std::vector<std::string> Take(std::vector<std::string> names, Stage next);
     /// The collectors that the interfaces name, in the configuration or in effect.
     [[nodiscard]] std::vector<std::string> NamedBy(const std::vector<std::string>& interfaces) const;
 
     [[nodiscard]] bool NeedsConfiguration() const;
     void OpenConfiguration();
-    /// Adds the configured names behind the last one.
-    void AddConfigured(std::vector<std::string> (ConfiguredReader::*read)(const std::string&, std::size_t)
-                           const,
-                       std::set<std::string>& names);
+    /// Reads the configured entries behind the last one, and adds their names.
+    void ReadNextCollectors(std::vector<std::string>& names);
+    void ReadNextInterfaces(std::vector<std::string>& names);
+    /// Reads those of the named entries that have not been read.
     void ReadCollectors(const std::vector<std::string>& names);
     void ReadInterfaces(const std::vector<std::string>& names);
+    /// The configured collectors of an interface, where they tell something: where it has none in effect.
+    void ReadAttached();
     void GiveUpConfiguration(const std::string& problem);
     [[nodiscard]] const Configured* Known() const { return m_reader ? &m_configured : nullptr; }
 

@@ -79,36 +79,40 @@ public:
     }
 
     void Key(std::string_view value) { m_node.add_keys(value.data(), value.size()); }
-    void Text(std::string_view name, std::string_view value)
+    void Text(StateName name, std::string_view value)
     {
-        if (m_wanted.Has(name)) Put(name, value);
+        if (Wanted(name)) Put(name, value);
     }
-    void Number(std::string_view name, std::unsigned_integral auto value)
+    void Number(StateName name, std::unsigned_integral auto value)
     {
-        if (!m_wanted.Has(name)) return;
+        if (!Wanted(name)) return;
         const fmt::format_int text(value);
         Put(name, {text.data(), text.size()});
     }
-    void Boolean(std::string_view name, bool value) { Text(name, value ? "true" : "false"); }
-    void Texts(std::string_view name, const std::vector<std::string>& values)
+    void Boolean(StateName name, bool value) { Text(name, value ? "true" : "false"); }
+    void Texts(StateName name, const std::vector<std::string>& values)
     {
         for (const std::string& value : values) Text(name, value);
     }
-    /// "last-THING-time" and "last-THING-age", where there was one.
-    void Last(std::string_view timeName, std::string_view ageName, WallTime now,
-              const std::optional<WallTime>& then)
+    void Time(StateName name, WallTime time)
+    {
+        if (Wanted(name)) Put(name, DateAndTime(time));
+    }
+    /// When something was last and how long ago, where it was.
+    void Last(StateName time, StateName age, WallTime now, const std::optional<WallTime>& then)
     {
         if (!then) return;
-        if (m_wanted.Has(timeName)) Put(timeName, DateAndTime(*then));
-        Number(ageName, Age(now, *then));
+        Time(time, *then);
+        Number(age, Age(now, *then));
     }
     void Reasons(const std::vector<Problem>& problems)
     {
-        for (const Problem& problem : problems) Text("problem", Name(problem.reason));
+        for (const Problem& problem : problems) Text(StateName::kProblem, Name(problem.reason));
     }
 
 private:
-    void Put(std::string_view name, std::string_view value)
+    [[nodiscard]] bool Wanted(StateName name) const { return m_wanted.Has(manager::Text(name)); }
+    void Put(StateName name, std::string_view value)
     {
         m_node.add_leaves(m_writer.Number(name));
         m_node.add_values(value.data(), value.size());
@@ -124,24 +128,24 @@ namespace {
 void Kernel(const InterfaceStatus& status, const SourceStatus& source, NodeWriter& node)
 {
     if (status.present) {
-        node.Text("kernel-interface", status.kernelName);
-        node.Number("ifindex", status.ifIndex);
-        node.Text("admin-status", Status(status.adminUp));
-        node.Text("oper-status", Status(status.operUp));
+        node.Text(StateName::kKernelInterface, status.kernelName);
+        node.Number(StateName::kIfindex, status.ifIndex);
+        node.Text(StateName::kAdminStatus, Status(status.adminUp));
+        node.Text(StateName::kOperStatus, Status(status.operUp));
     }
-    node.Text("packet-source", status.sampled ? SourceKind(source) : "none");
-    if (!status.samplingError.empty()) node.Text("sampling-error", status.samplingError);
+    node.Text(StateName::kPacketSource, status.sampled ? SourceKind(source) : "none");
+    if (!status.samplingError.empty()) node.Text(StateName::kSamplingError, status.samplingError);
 }
 
 void Counts(const InterfaceStatus& status, WallTime now, NodeWriter& node)
 {
-    node.Number("packets-seen", status.packetsSeen);
-    node.Number("packets-sampled", status.samples);
-    node.Number("drops-buffer", status.dropsBuffer);
-    node.Number("drops-no-collector", status.dropsNoCollector);
-    node.Last("last-sample-time", "last-sample-age", now, status.lastSample);
-    node.Number("counters-sent", status.countersSent);
-    node.Last("last-counters-time", "last-counters-age", now, status.lastCounters);
+    node.Number(StateName::kPacketsSeen, status.packetsSeen);
+    node.Number(StateName::kPacketsSampled, status.samples);
+    node.Number(StateName::kDropsBuffer, status.dropsBuffer);
+    node.Number(StateName::kDropsNoCollector, status.dropsNoCollector);
+    node.Last(StateName::kLastSampleTime, StateName::kLastSampleAge, now, status.lastSample);
+    node.Number(StateName::kCountersSent, status.countersSent);
+    node.Last(StateName::kLastCountersTime, StateName::kLastCountersAge, now, status.lastCounters);
 }
 
 const WantedLeaves kAll{true, {}};
@@ -154,14 +158,18 @@ StateWriter::StateWriter(ipc::cdb::StateReply& part, const std::string& path)
     part.mutable_trees(part.trees_size() - 1)->set_path(path);
 }
 
-std::uint32_t StateWriter::Number(std::string_view name)
+std::uint32_t StateWriter::Number(StateName name)
 {
-    const auto [at, isNew] = m_names.try_emplace(name, static_cast<std::uint32_t>(m_names.size()));
-    if (isNew) m_part.add_names(name.data(), name.size());
-    return at->second;
+    auto& number = m_numbers[static_cast<std::size_t>(name)];
+    if (!number) {
+        number = static_cast<std::uint32_t>(m_part.names_size());
+        const std::string_view text = Text(name);
+        m_part.add_names(text.data(), text.size());
+    }
+    return *number;
 }
 
-ipc::cdb::StateNode& StateWriter::Add(std::string_view name)
+ipc::cdb::StateNode& StateWriter::Add(StateName name)
 {
     ipc::cdb::StateNode& node = *m_root.add_children();
     node.set_name(Number(name));
@@ -170,48 +178,48 @@ ipc::cdb::StateNode& StateWriter::Add(std::string_view name)
 
 void StateWriter::Manager(const Snapshot& snapshot, const WantedLeaves& wanted)
 {
-    NodeWriter node(*this, Add("manager"), wanted);
-    node.Boolean("connected", snapshot.session != Service::Session::kNone);
-    node.Number("pid", static_cast<std::uint64_t>(snapshot.pid));
-    node.Text("session", Name(snapshot.session));
-    if (wanted.Has("since")) node.Text("since", DateAndTime(snapshot.since));
+    NodeWriter node(*this, Add(StateName::kManager), wanted);
+    node.Boolean(StateName::kConnected, snapshot.session != Service::Session::kNone);
+    node.Number(StateName::kPid, static_cast<std::uint64_t>(snapshot.pid));
+    node.Text(StateName::kSession, Name(snapshot.session));
+    node.Time(StateName::kSince, snapshot.since);
     if (snapshot.journal) {
-        node.Text("journal", snapshot.journal->path);
-        node.Number("journal-errors", snapshot.journal->errors);
+        node.Text(StateName::kJournal, snapshot.journal->path);
+        node.Number(StateName::kJournalErrors, snapshot.journal->errors);
     }
-    node.Number("operations", snapshot.operations);
-    node.Number("operations-refused", snapshot.refused);
-    node.Text("packet-source", SourceKind(snapshot.source));
-    if (!snapshot.source.reason.empty()) node.Text("packet-source-reason", snapshot.source.reason);
-    if (snapshot.addedDirection) node.Text("added-direction", Name(*snapshot.addedDirection));
-    node.Texts("limitation", snapshot.limitations);
+    node.Number(StateName::kOperations, snapshot.operations);
+    node.Number(StateName::kOperationsRefused, snapshot.refused);
+    node.Text(StateName::kPacketSource, SourceKind(snapshot.source));
+    if (!snapshot.source.reason.empty()) node.Text(StateName::kPacketSourceReason, snapshot.source.reason);
+    if (snapshot.addedDirection) node.Text(StateName::kAddedDirection, Name(*snapshot.addedDirection));
+    node.Texts(StateName::kLimitation, snapshot.limitations);
 }
 
 void StateWriter::AgentAddress(std::uint32_t address)
 {
-    m_root.add_leaves(Number("agent-address"));
+    m_root.add_leaves(Number(StateName::kAgentAddress));
     m_root.add_values(AddressText(address));
 }
 
 void StateWriter::Collector(const Snapshot::Collector& held, WallTime now,
                             const std::vector<manager::Problem>& problems, const WantedLeaves& wanted)
 {
-    NodeWriter node(*this, Add("collector"), wanted);
+    NodeWriter node(*this, Add(StateName::kCollector), wanted);
     node.Key(held.name);
-    node.Text("address", AddressText(held.settings.address));
-    node.Number("port", held.settings.port);
-    node.Number("datagram-size", held.settings.datagramSize);
-    node.Boolean("sending", held.stream.sending);
-    node.Number("packets-sent", held.stream.datagrams);
-    node.Number("bytes-sent", held.stream.bytes);
-    node.Number("flow-samples-sent", held.stream.flowSamples);
-    node.Number("counter-samples-sent", held.stream.counterSamples);
-    node.Number("packets-lost", held.stream.lostDatagrams);
-    node.Number("samples-lost", held.stream.lostSamples);
-    node.Number("errors", held.stream.errors);
-    if (held.stream.lastErrorTime) node.Text("last-error", held.stream.lastErrorText);
-    node.Last("last-error-time", "last-error-age", now, held.stream.lastErrorTime);
-    node.Last("last-packet-time", "last-packet-age", now, held.stream.lastDatagram);
+    node.Text(StateName::kAddress, AddressText(held.settings.address));
+    node.Number(StateName::kPort, held.settings.port);
+    node.Number(StateName::kDatagramSize, held.settings.datagramSize);
+    node.Boolean(StateName::kSending, held.stream.sending);
+    node.Number(StateName::kPacketsSent, held.stream.datagrams);
+    node.Number(StateName::kBytesSent, held.stream.bytes);
+    node.Number(StateName::kFlowSamplesSent, held.stream.flowSamples);
+    node.Number(StateName::kCounterSamplesSent, held.stream.counterSamples);
+    node.Number(StateName::kPacketsLost, held.stream.lostDatagrams);
+    node.Number(StateName::kSamplesLost, held.stream.lostSamples);
+    node.Number(StateName::kErrors, held.stream.errors);
+    if (held.stream.lastErrorTime) node.Text(StateName::kLastError, held.stream.lastErrorText);
+    node.Last(StateName::kLastErrorTime, StateName::kLastErrorAge, now, held.stream.lastErrorTime);
+    node.Last(StateName::kLastPacketTime, StateName::kLastPacketAge, now, held.stream.lastDatagram);
     node.Reasons(problems);
 }
 
@@ -219,17 +227,17 @@ void StateWriter::Interface(const Snapshot::Interface& held, const Snapshot& sna
                             const Configured* configured, const std::vector<manager::Problem>& problems,
                             const WantedLeaves& wanted)
 {
-    NodeWriter node(*this, Add("interface"), wanted);
+    NodeWriter node(*this, Add(StateName::kInterface), wanted);
     node.Key(held.name);
-    node.Number("sampling-rate", held.settings.rate);
+    node.Number(StateName::kSamplingRate, held.settings.rate);
     if (configured != nullptr)
         if (const auto found = configured->interfaces.find(held.name); found != configured->interfaces.end())
-            node.Text("sampling-rate-source", found->second.ownRate ? "own-setting" : "speed-class");
-    node.Number("max-header-size", held.settings.maxHeaderSize);
-    node.Number("polling-interval", held.settings.interval);
-    node.Text("direction", Name(held.settings.direction));
-    node.Texts("flow-collector", held.Of(Kind::kFlow));
-    node.Texts("counter-collector", held.Of(Kind::kCounter));
+            node.Text(StateName::kSamplingRateSource, found->second.ownRate ? "own-setting" : "speed-class");
+    node.Number(StateName::kMaxHeaderSize, held.settings.maxHeaderSize);
+    node.Number(StateName::kPollingInterval, held.settings.interval);
+    node.Text(StateName::kDirection, Name(held.settings.direction));
+    node.Texts(StateName::kFlowCollector, held.Of(Kind::kFlow));
+    node.Texts(StateName::kCounterCollector, held.Of(Kind::kCounter));
     Kernel(held.status, snapshot.source, node);
     Counts(held.status, snapshot.now, node);
     node.Reasons(problems);
@@ -237,11 +245,11 @@ void StateWriter::Interface(const Snapshot::Interface& held, const Snapshot& sna
 
 void StateWriter::Problem(const manager::Problem& problem)
 {
-    NodeWriter node(*this, Add("problem"), kAll);
+    NodeWriter node(*this, Add(StateName::kProblem), kAll);
     node.Key(manager::Name(problem.subject));
     node.Key(problem.name);
     node.Key(manager::Name(problem.reason));
-    node.Text("text", problem.text);
+    node.Text(StateName::kText, problem.text);
 }
 
 }  // namespace manager

@@ -4,14 +4,15 @@
 #ifndef MANAGER_STATE_WRITER_H
 #define MANAGER_STATE_WRITER_H
 
+#include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
-#include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "manager/diagnosis.h"
 #include "manager/snapshot.h"
+#include "manager/state_name.h"
 #include "manager/state_wanted.h"
 
 namespace ipc::cdb {
@@ -41,12 +42,13 @@ public:
 
 private:
     friend class NodeWriter;
-    std::uint32_t Number(std::string_view name);
-    ipc::cdb::StateNode& Add(std::string_view name);
+    /// The name's number in the part.
+    std::uint32_t Number(StateName name);
+    ipc::cdb::StateNode& Add(StateName name);
 
     ipc::cdb::StateReply& m_part;
     ipc::cdb::StateNode& m_root;
-    std::unordered_map<std::string_view, std::uint32_t> m_names;  // all of them are literals
+    std::array<std::optional<std::uint32_t>, kStateNames> m_numbers;  // null: not in the part yet
 };
 
 }  // namespace manager

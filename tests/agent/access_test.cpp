@@ -41,6 +41,22 @@ TEST_F(AccessTest, FileIsTakenAsXmlAndAsJson)
     }
 }
 
+TEST_F(AccessTest, FileMayHaveCommentsAndSectionsInsideOfValues)
+{
+    const auto access = Rules(
+        Nacm("<!-- rules --><groups><group><name>n<!-- of the night -->oc</name>"
+             "<user-name><![CDATA[bob]]></user-name></group></groups>" +
+             List(Rule("<module-name>ietf-netconf</module-name><rpc-name>com<?x?>mit</rpc-name>", "deny"),
+                  "noc")));
+    EXPECT_FALSE(Executes(*access->Grant(kBob), "commit"));
+    EXPECT_TRUE(Executes(*access->Grant(kLoner), "commit"));
+    // Lines are counted as they stand in the file.
+    EXPECT_THAT(
+        Problem(Nacm("<!--\n\n--><rule-list><name>l</name>\n<rule><name>r</name><action>maybe</action>"
+                     "</rule></rule-list>")),
+        HasSubstr("line 4: "));
+}
+
 TEST_F(AccessTest, BadFileIsRefusedWithItsLine)
 {
     const std::string bad = Nacm(

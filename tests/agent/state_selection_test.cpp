@@ -85,6 +85,23 @@ TEST(Selections, OfNoFilterAreEverythingAndOfAnEmptyOneNothing)
     EXPECT_EQ(Selected(agent::SubtreeFilter{}), "nothing");
 }
 
+TEST(Selections, AreTheSamePreparedOrNot)
+{
+    const auto filter = ReadFilter(
+        "<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow><interface/></sflow></oam></state>");
+    const auto* sflow = agent::FindProviderNode(Schema().Context(), "/state/oam/sflow");
+    const auto* system = agent::FindProviderNode(Schema().Context(), "/state/system");
+    agent::StateSelections prepared(filter), bare(filter);
+    prepared.Prepare({sflow, system});
+    for (agent::StateSelections* selections : {&prepared, &bare})
+        for (int time = 0; time < 2; ++time) {
+            const auto wanted = selections->Take(sflow);
+            ASSERT_TRUE(wanted);
+            EXPECT_EQ("interface", Text(wanted->children)) << "time " << time;
+            EXPECT_FALSE(selections->Take(system));
+        }
+}
+
 TEST(Selections, DependOnTheContainersAbove)
 {
     const std::string ns = " xmlns=\"urn:switch:yang:switch-state\"";

@@ -14,6 +14,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Key;
 
 class Configuration : public ConfiguredStoreFixture {};
 
@@ -33,13 +34,18 @@ TEST_F(Configuration, IsReadAsFarAsItIsNeeded)
     EXPECT_FALSE(read.Collector("c2")->enabled);
     EXPECT_TRUE(read.Collector("c3")->enabled);
     EXPECT_FALSE(read.Collector("c4"));
-    const auto eth1 = read.Interface("eth1");
+    auto eth1 = read.Interface("eth1");
     ASSERT_TRUE(eth1);
     EXPECT_TRUE(eth1->ownRate);
+    EXPECT_THAT(eth1->Of(Kind::kFlow), IsEmpty());
+    read.ReadCollectorsOf("eth1", *eth1);
     EXPECT_THAT(eth1->Of(Kind::kFlow), ElementsAre("c1", "c2"));
     EXPECT_THAT(eth1->Of(Kind::kCounter), ElementsAre("c3"));
-    EXPECT_FALSE(read.Interface("eth2")->ownRate);
-    EXPECT_THAT(read.Interface("eth2")->Of(Kind::kFlow), IsEmpty());
+    auto eth2 = read.Interface("eth2");
+    ASSERT_TRUE(eth2);
+    EXPECT_FALSE(eth2->ownRate);
+    read.ReadCollectorsOf("eth2", *eth2);
+    EXPECT_THAT(eth2->Of(Kind::kFlow), IsEmpty());
     EXPECT_FALSE(read.Interface("eth"));
 }
 
@@ -47,12 +53,12 @@ TEST_F(Configuration, IsNamedInOrder)
 {
     const ConfiguredReader read(Store(
         {{kCollector, {"c1"}}, {kInterface, {"eth1"}}, {kInterface, {"eth10"}}, {kInterface, {"eth2"}}}));
-    EXPECT_THAT(read.Interfaces("", 100), ElementsAre("eth1", "eth10", "eth2"));
-    EXPECT_THAT(read.Interfaces("", 2), ElementsAre("eth1", "eth10"));
-    EXPECT_THAT(read.Interfaces("eth1", 100), ElementsAre("eth10", "eth2"));
-    EXPECT_THAT(read.Interfaces("eth11", 100), ElementsAre("eth2")) << "a name that is not there";
+    EXPECT_THAT(read.Interfaces("", 100), ElementsAre(Key("eth1"), Key("eth10"), Key("eth2")));
+    EXPECT_THAT(read.Interfaces("", 2), ElementsAre(Key("eth1"), Key("eth10")));
+    EXPECT_THAT(read.Interfaces("eth1", 100), ElementsAre(Key("eth10"), Key("eth2")));
+    EXPECT_THAT(read.Interfaces("eth11", 100), ElementsAre(Key("eth2"))) << "a name that is not there";
     EXPECT_THAT(read.Interfaces("eth2", 100), IsEmpty());
-    EXPECT_THAT(read.Collectors("", 100), ElementsAre("c1"));
+    EXPECT_THAT(read.Collectors("", 100), ElementsAre(Key("c1")));
     EXPECT_THAT(read.Collectors("", 0), IsEmpty());
 }
 
@@ -62,7 +68,7 @@ TEST_F(Configuration, HasNoNamesOfAnyLength)
     const std::string name(100'000, 'x');
     EXPECT_FALSE(read.Interface(name));
     EXPECT_FALSE(read.Collector(name));
-    EXPECT_THAT(read.Interfaces(name, 100), ElementsAre("z"));
+    EXPECT_THAT(read.Interfaces(name, 100), ElementsAre(Key("z")));
     EXPECT_THAT(read.Interfaces(std::string(100'000, 'z'), 100), IsEmpty());
 }
 

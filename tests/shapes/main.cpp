@@ -120,14 +120,16 @@ void SendEach(const Options& options, Report& report)
     std::cout << std::left << std::setw(54) << "shape" << std::right << std::setw(9) << "CPU ms"
               << std::setw(9) << "others ms"
               << "  answer\n";
-    for (const bool edit : {true, false})
+    static const std::vector<std::pair<std::string, shapes::Element>> kMessages{
+        {"edit", shapes::EditMessage()},
+        {"filter", shapes::FilterMessage()},
+        {"state filter", shapes::StateFilterMessage()}};
+    for (const auto& [kind, whole] : kMessages)
         for (const auto& shape : shapes::Shapes())
             for (const auto& [place, name] : kPlaces) {
-                const auto message = shapes::Bent(edit ? shapes::EditMessage() : shapes::FilterMessage(),
-                                                  shape, place, options.size);
+                const auto message = shapes::Bent(whole, shape, place, options.size);
                 if (message.empty()) continue;
-                report.Send((edit ? "edit: " : "filter: ") + std::string(shape.name) + ", " + name, message,
-                            shape.isData, true);
+                report.Send(kind + ": " + shape.name + ", " + name, message, shape.isData, true);
             }
 }
 

@@ -110,6 +110,19 @@ Element EditMessage() { return Edit(Data({Collector(0), Collector(1), Interface(
 
 Element FilterMessage() { return Filtered("get-config", Data({Collector(0), Interface(0)})); }
 
+Element StateFilterMessage()
+{
+    const Element collector{.name = "collector", .children = {Leaf("name", "c0")}};
+    const Element interface {
+        .name = "interface", .children = { Leaf("name", "eth0"), Leaf("sampling-rate", "512") }
+    };
+    Element state = Data({collector, interface});
+    state.name = "state";
+    state.attributes = {{"xmlns", "urn:switch:yang:switch-state"}};
+    state.children.at(0).attributes.clear();
+    return Filtered("get", std::move(state));
+}
+
 Element DrawMessage(Dice& dice)
 {
     static constexpr std::array kPlain{"validate", "discard-changes", "commit", "close-session",

@@ -27,14 +27,16 @@ std::string TextOf(const Element& element);
 /// The parts of messages that shapes are applied to.
 enum class Place { kRpc, kOperation, kData, kContainer, kEntry, kKey, kLeaf };
 
-/// A valid edit with two collectors and an interface; a get-config with a filter for them.
+/// A valid edit with two collectors and an interface; a get-config with a filter for them; a get with a
+/// filter for the state of a collector and an interface.
 Element EditMessage();
 Element FilterMessage();
+Element StateFilterMessage();
 
 /// Any valid message.
 Element DrawMessage(Dice& dice);
 
-/// The element of that kind in one of the first two messages, by its parent; the parent is null for the
+/// The element of that kind in one of the first three messages, by its parent; the parent is null for the
 /// <rpc>.
 struct Found {
     Element* parent = nullptr;
