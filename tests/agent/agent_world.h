@@ -16,6 +16,7 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "agent/data/data_schema.h"
 #include "agent/process/agent.h"
 #include "cdb/datastore/datastore.h"
 #include "cdb/schema/schema.h"
@@ -31,6 +32,7 @@ namespace agent_tests {
 /// Of the modules in the tree, loaded once: they never change.
 const cdb::Schema& Schema();
 const guard::SchemaIndex& Index();
+const agent::DataSchema& DataSchema();
 
 /// What is in <config> around the elements of the container sflow. The prefix nc is declared.
 std::string Sflow(const std::string& content);

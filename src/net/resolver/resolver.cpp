@@ -248,7 +248,8 @@ bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
             Flooded(way, port, vlan, IsBroadcast(mac) ? Flood::kBroadcast : Flood::kMulticast);
         return false;
     }
-    if (const Bridges::ForwardingEntry* address = Bridges::FindAddress(bridge, vlan, mac); address != nullptr) {
+    if (const Bridges::ForwardingEntry* address = Bridges::FindAddress(bridge, vlan, mac);
+        address != nullptr) {
         if (address->local) return ToHost(way, port, vlan);
         Bridged(way, port, *address, vlan);
         return false;

@@ -59,7 +59,8 @@ private:
     [[nodiscard]] bool EnterVlanDevice(Way& way) const;
     [[nodiscard]] bool EnterBridge(Way& way, const BridgePort& port) const;
     [[nodiscard]] bool ToHost(Way& way, const BridgePort& port, std::uint16_t vlan) const;
-    void Bridged(Way& way, const BridgePort& port, const Bridges::ForwardingEntry& address, std::uint16_t vlan) const;
+    void Bridged(Way& way, const BridgePort& port, const Bridges::ForwardingEntry& address,
+                 std::uint16_t vlan) const;
     void Flooded(Way& way, const BridgePort& port, std::uint16_t vlan, Flood kind) const;
     void Arrive(Way& way);
     void TraceRoute(const Addresses& of, std::uint32_t leftBy, Origin& from);
