@@ -12,6 +12,9 @@
 #ifndef DAEMON_SFLOW_CONFIG_HANDLER_H
 #define DAEMON_SFLOW_CONFIG_HANDLER_H
 
+#include <confd_cdb.h>
+#include <confd_lib.h>
+#include <qxconfd/confd_interface.h>
 #include <qxconfd/config_handler.h>
 #include <sflow/i_service.h>
 #include <zlog.h>
@@ -28,7 +31,10 @@
 // A read session that lasts for one scope.
 class QxConfdCdbSession : public QxConfdCdbSessionBase {
 public:
-    using QxConfdCdbSessionBase::QxConfdCdbSessionBase;
+    QxConfdCdbSession(QxConfdInterface& confd, cdb_db_type database, bool flag)
+        : QxConfdCdbSessionBase(confd, database, flag)
+    {
+    }
     ~QxConfdCdbSession() override = default;
 };
 

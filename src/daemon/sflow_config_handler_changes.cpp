@@ -1,6 +1,11 @@
 // SFlowConfigHandler: what one changed node stages, and the agent address, which is sent at once.
 
 #include <confd_cdb.h>
+#include <confd_lib.h>
+#include <nettypes/ipv4_addr.h>
+
+#include <cstdint>
+#include <string>
 
 #include "sflow_config_handler.h"
 #include "sflow_config_handler_internal.h"
@@ -30,7 +35,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfgAgent(int sock)
             SFLOW_LOG(m_category, kSource, kLogStep, "Using default ip address (%s)", confd_lasterr());
         }
     }
-    const nettypes::IPv4Addr address(word);
+    nettypes::IPv4Addr address(word);
     SFLOW_LOG(m_category, kSource, kLogStep, "Set Agent IP to %s", address.to_string().c_str());
     m_service->SetAgentAddress(address);
     confd_free_value(&v);

@@ -1,10 +1,16 @@
 // SFlowConfigHandler: recognises a changed node by its schema tag and routes it.
 
+#include <confd_cdb.h>
+#include <confd_lib.h>
 #include <switch_schema.h>
+
+#include <cstdint>
+#include <string>
 
 #include "sflow_config_handler.h"
 #include "sflow_config_handler_internal.h"
 #include "sflow_report.h"
+#include "sflow_text.h"
 
 namespace {
 

@@ -1,12 +1,16 @@
 // SFlowConfigHandler: reads collectors and interfaces from the database and stages them.
 
 #include <confd_cdb.h>
+#include <confd_lib.h>
 
 #include <cstddef>
+#include <string>
+#include <vector>
 
 #include "sflow_config_handler.h"
 #include "sflow_config_handler_internal.h"
 #include "sflow_report.h"
+#include "sflow_text.h"
 
 namespace {
 
