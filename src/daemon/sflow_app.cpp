@@ -81,9 +81,8 @@ void SFlowApp::Init()
     m_setDefault = new SFlowSetDefault(m_category);
 
     // The handlers exist before the framework that calls them.
-    m_appInterface =
-        new qxconfd::AppInterface(qxos::the_context->GetSharedQxmw(), m_category, kApplication,
-                                  {m_configHandler}, {}, {m_setDefault}, kStartPhase, 0);
+    m_appInterface = new qxconfd::AppInterface(qxos::the_context->GetSharedQxmw(), m_category, kApplication,
+                                               {m_configHandler}, {}, {m_setDefault}, kStartPhase, 0);
 
     // Only from here on does a transition reach SetHaState.
     m_goActive.m_owner = this;

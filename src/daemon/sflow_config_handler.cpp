@@ -86,7 +86,7 @@ void SFlowConfigHandler::StartCommit()
     m_interfaces.clear();
 }
 
-const std::vector<qxconfd::SubscriptionPoint>& SFlowConfigHandler::GetSubscriptionPoints() const
+const std::vector<SubscriptionPoint>& SFlowConfigHandler::GetSubscriptionPoints() const
 {
     return m_subscriptionPoints;
 }

@@ -54,7 +54,7 @@ public:
     // the deletion of collectors, each in ascending byte order of the names.
     void ApplyCommitConfig() override;
 
-    const std::vector<qxconfd::SubscriptionPoint>& GetSubscriptionPoints() const override;
+    const std::vector<SubscriptionPoint>& GetSubscriptionPoints() const override;
 
 private:
     // The service client's notice: true when the manager was found, false when it was lost. Throws
@@ -94,7 +94,7 @@ private:
                                     bool& updatePending);
 
     zlog_category_t* m_category;  // not owned
-    std::vector<qxconfd::SubscriptionPoint> m_subscriptionPoints;
+    std::vector<SubscriptionPoint> m_subscriptionPoints;
     bool m_mgrAvailable;
     std::unique_ptr<sflow::IService> m_service;
     // Staged by the current commit or load.

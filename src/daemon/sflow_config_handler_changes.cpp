@@ -61,7 +61,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfgEnabled(std::string name, bool enabl
     GetInterfaces(session.Socket(), false, name, std::string());
     collector_st collector;
     if (!GetCollector(session.Socket(), name, collector))
-        EndWithFault(__func__, kSource, __LINE__, FaultText::Empty);
+        EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
     if (enabled) {
         SFLOW_LOG(m_category, kSource, kLogStep, "Add collector '%s', ip = 0x%x, enabled: %d", name.c_str(),
                   collector.ip, 1);
@@ -82,7 +82,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfgInterface(std::string name, confd_it
         SFLOW_LOG(m_category, kSource, kLogStep, "Set interface %s", name.c_str());
         QxConfdCdbSession session(*m_confd, CDB_RUNNING, true);
         if (!GetInterfaces(session.Socket(), op == MOP_CREATED, std::string(), name))
-            EndWithFault(__func__, kSource, __LINE__, FaultText::Empty);
+            EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
         return ITER_RECURSE;
     }
     SFLOW_LOG(m_category, kSource, kLogStep, "Delete interface %s", name.c_str());
@@ -105,7 +105,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfgInterfaceCollector(std::string inter
         QxConfdCdbSession session(*m_confd, CDB_RUNNING, true);
         collector_st collector;
         if (!GetCollector(session.Socket(), collectorName, collector))
-            EndWithFault(__func__, kSource, __LINE__, FaultText::Empty);
+            EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
         // A disabled collector is not attached; a detachment is staged whatever it is.
         if (!collector.enabled) return ITER_CONTINUE;
         SFLOW_LOG(m_category, kSource, kLogStep, "Add interface %s collector %s", interfaceName.c_str(),

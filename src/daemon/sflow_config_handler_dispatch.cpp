@@ -79,7 +79,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfg(confd_hkeypath_t* kp, confd_iter_op
         const std::string name = Text(CONFD_GET_BUFPTR(&(kp->v[1][0])));
         collector_st collector;
         if (!GetCollector(session.Socket(), name, collector))
-            EndWithFault(__func__, kSource, __LINE__, FaultText::Empty);
+            EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
         m_collectors[name].send = m_collectors[name].enabled;
         return ITER_CONTINUE;
     }

@@ -77,7 +77,7 @@ int SFlowSetDefault::SetRateCallpoint::CreateCallback(confd_trans_ctx* trans, co
 
     auto* confd = static_cast<QxConfdInterface*>(trans->dx->d_opaque);
     if (maapi_set_elem(confd->MaapiSocket(), trans->thandle, &value, "%s", leaf.c_str()) != CONFD_OK)
-        EndWithFault(__func__, kSource, __LINE__, FaultText::ConfdError);
+        EndWithFault(__func__, kSource, __LINE__, EFaultText::ConfdError);
     return CONFD_OK;
 }
 
