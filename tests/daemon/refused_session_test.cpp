@@ -59,21 +59,22 @@ TEST_P(RefusedSessionTest, IsPassedOnByWhatReadsAndNotMissedByTheRest)
 
 INSTANTIATE_TEST_SUITE_P(
     Routes, RefusedSessionTest,
-    testing::Values(Route{"agent_address", "/config/oam/sflow/agent/ipv4", MOP_VALUE_SET, true},
-                    Route{"agent_address_deleted", "/config/oam/sflow/agent/ipv4", MOP_DELETED, true},
-                    Route{"management_address", "/config/interface/mgmt{m0}/ipv4/address/ip", MOP_VALUE_SET, true},
-                    Route{"collector_address", ENTRY_C1 "/ip", MOP_VALUE_SET, true},
-                    Route{"collector_datagram_size", ENTRY_C1 "/datagram-size", MOP_VALUE_SET, true},
-                    Route{"collector_port", ENTRY_C1 "/port", MOP_VALUE_SET, true},
-                    Route{"collector_enabled", ENTRY_C1 "/enabled", MOP_VALUE_SET, true},
-                    Route{"interface_created", ENTRY_ETH1, MOP_CREATED, true},
-                    Route{"interface_modified", ENTRY_ETH1, MOP_MODIFIED, true},
-                    Route{"flow_collector_added", ENTRY_ETH1 "/flow-sampling-collector{c1}", MOP_CREATED, true},
-                    Route{"counter_collector_added", ENTRY_ETH1 "/counter-sampling-collector{c1}", MOP_CREATED, true},
-                    Route{"collector_deleted", ENTRY_C1, MOP_DELETED, false},
-                    Route{"interface_deleted", ENTRY_ETH1, MOP_DELETED, false},
-                    Route{"interface_leaf", ENTRY_ETH1 "/sampling-rate", MOP_VALUE_SET, false},
-                    Route{"flow_collector_removed", ENTRY_ETH1 "/flow-sampling-collector{c1}", MOP_DELETED, false}),
+    testing::Values(
+        Route{"agent_address", "/config/oam/sflow/agent/ipv4", MOP_VALUE_SET, true},
+        Route{"agent_address_deleted", "/config/oam/sflow/agent/ipv4", MOP_DELETED, true},
+        Route{"management_address", "/config/interface/mgmt{m0}/ipv4/address/ip", MOP_VALUE_SET, true},
+        Route{"collector_address", ENTRY_C1 "/ip", MOP_VALUE_SET, true},
+        Route{"collector_datagram_size", ENTRY_C1 "/datagram-size", MOP_VALUE_SET, true},
+        Route{"collector_port", ENTRY_C1 "/port", MOP_VALUE_SET, true},
+        Route{"collector_enabled", ENTRY_C1 "/enabled", MOP_VALUE_SET, true},
+        Route{"interface_created", ENTRY_ETH1, MOP_CREATED, true},
+        Route{"interface_modified", ENTRY_ETH1, MOP_MODIFIED, true},
+        Route{"flow_collector_added", ENTRY_ETH1 "/flow-sampling-collector{c1}", MOP_CREATED, true},
+        Route{"counter_collector_added", ENTRY_ETH1 "/counter-sampling-collector{c1}", MOP_CREATED, true},
+        Route{"collector_deleted", ENTRY_C1, MOP_DELETED, false},
+        Route{"interface_deleted", ENTRY_ETH1, MOP_DELETED, false},
+        Route{"interface_leaf", ENTRY_ETH1 "/sampling-rate", MOP_VALUE_SET, false},
+        Route{"flow_collector_removed", ENTRY_ETH1 "/flow-sampling-collector{c1}", MOP_DELETED, false}),
     [](const auto& row) { return row.param.name; });
 
 // In the process: a fault of kind 0, a normal teardown, status 1.

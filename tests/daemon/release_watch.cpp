@@ -1,4 +1,5 @@
-// The test program's own operator new and delete. Arrays come through these two as well.
+// The test program's own operator new and delete. Arrays come through them as well, but for sanitizers, which
+// have both operators of arrays to themselves.
 
 #include "release_watch.h"
 
@@ -36,6 +37,12 @@ void* operator new(std::size_t size)
     void* const block = std::malloc(size == 0 ? 1 : size);
     if (block == nullptr) throw std::bad_alloc();
     return block;
+}
+
+// A sanitizer's own would not match the delete below.
+void* operator new(std::size_t size, const std::nothrow_t& /*unused*/) noexcept
+{
+    return std::malloc(size == 0 ? 1 : size);
 }
 
 void operator delete(void* block) noexcept

@@ -82,7 +82,7 @@ TEST_F(RolesTest, ConfigurationIsHandledAlikeInBoth)
     };
     const std::vector<std::string> without = Handled({}, {});
     EXPECT_EQ(calls, expected);
-    const std::vector<std::pair<Roles, Roles>> turns = {{{1}, {}}, {{2}, {}}, {{}, {1}}, {{}, {2}},
+    const std::vector<std::pair<Roles, Roles>> turns = {{{1}, {}},  {{2}, {}},  {{}, {1}},          {{}, {2}},
                                                         {{1}, {2}}, {{2}, {1}}, {{2, 1, 2}, {1, 2}}};
     for (const auto& [before, after] : turns) {
         EXPECT_EQ(Handled(before, after), without)
