@@ -1,10 +1,11 @@
 #include "sflow_app.h"
 
+#include <qxconfd/base_handler.h>
+
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <string>
-#include <vector>
 
 #include "sflow_config_handler.h"
 #include "sflow_report.h"
@@ -19,7 +20,24 @@ constexpr std::uint32_t kNoHaState = 0xffffffff;
 constexpr std::uint32_t kHaActive = 1;
 constexpr std::uint32_t kHaStandby = 2;
 
+// The second phase, whatever the platform calls it.
+constexpr auto kStartPhase = static_cast<ELEM_CONFD_PHASE_ET>(2);
+
 const qxmw_process_signature_t kSignature = {"sflow-app"};
+
+// Makes `context` the process's, then deletes the one before. The platform's variable is a plain pointer
+// or one that owns.
+void Install(qxos::Context*& installed, qxos::Context* context)
+{
+    qxos::Context* const previous = installed;
+    installed = context;
+    delete previous;
+}
+template <typename Owner>
+void Install(Owner& installed, qxos::Context* context)
+{
+    installed.reset(context);
+}
 
 }  // namespace
 
@@ -53,21 +71,18 @@ int SFlowApp::Execute()
 
 void SFlowApp::Init()
 {
-    const qxos::Context::HaStateChangeCallbacks callbacks = {
-        &m_goActive, &m_goStandby, {nullptr, nullptr, nullptr}};
-    qxos::Context* const previous = qxos::the_context;
-    qxos::the_context = new qxos::Context(process_signature, callbacks);
-    delete previous;
+    qxos::Context::HaStateChangeCallbacks callbacks{};  // the other three stay null
+    callbacks.goActive = &m_goActive;
+    callbacks.goStandby = &m_goStandby;
+    Install(qxos::the_context, new qxos::Context(process_signature, callbacks));
 
     m_category = qxmw_trace_init(qxos::the_context->GetSharedQxmw(), kApplication);
     m_configHandler = new SFlowConfigHandler(m_category);
     m_setDefault = new SFlowSetDefault(m_category);
 
     // The handlers exist before the framework that calls them.
-    m_appInterface = new qxconfd::AppInterface(
-        qxos::the_context->GetSharedQxmw(), m_category, kApplication,
-        std::vector<qxconfd::ConfigHandler*>{m_configHandler}, std::vector<qxconfd::ActionHandler*>{},
-        std::vector<qxconfd::DataHandler*>{m_setDefault}, ELEM_CONFD_PHASE_2, 0);
+    m_appInterface = new qxconfd::AppInterface(qxos::the_context->GetSharedQxmw(), m_category, kApplication,
+                                               {m_configHandler}, {}, {m_setDefault}, kStartPhase, 0);
 
     // Only from here on does a transition reach SetHaState.
     m_goActive.m_owner = this;
@@ -110,9 +125,7 @@ void SFlowApp::Finish()
         delete m_setDefault;
         m_setDefault = nullptr;
     }
-    qxos::Context* const context = qxos::the_context;
-    qxos::the_context = nullptr;
-    delete context;
+    Install(qxos::the_context, nullptr);
     m_category = nullptr;
 }
 

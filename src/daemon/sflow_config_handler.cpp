@@ -2,8 +2,10 @@
 
 #include "sflow_config_handler.h"
 
+#include <confd_cdb.h>
+
+#include <cstdint>
 #include <functional>
-#include <utility>
 
 #include "sflow_config_handler_internal.h"
 #include "sflow_report.h"
@@ -21,7 +23,9 @@ SFlowConfigHandler::SFlowConfigHandler(zlog_category_t* category)
     : m_category(category), m_mgrAvailable(false)
 {
     const auto status = std::bind(&SFlowConfigHandler::SetMgrStatus, this, std::placeholders::_1);
-    m_service = sflow::IService::Build({status, boost::any(true)}, {status, boost::any(false)});
+    // Build returns a plain or an owning pointer.
+    m_service = std::unique_ptr<sflow::IService>(
+        sflow::IService::Build({status, boost::any(true)}, {status, boost::any(false)}));
 
     const auto changed = std::bind(&SFlowConfigHandler::HandleCfg, this, std::placeholders::_1,
                                    std::placeholders::_2, std::placeholders::_3, std::placeholders::_4);
@@ -82,7 +86,7 @@ void SFlowConfigHandler::StartCommit()
     m_interfaces.clear();
 }
 
-const std::vector<qxconfd::SubscriptionPoint>& SFlowConfigHandler::GetSubscriptionPoints() const
+const std::vector<SubscriptionPoint>& SFlowConfigHandler::GetSubscriptionPoints() const
 {
     return m_subscriptionPoints;
 }

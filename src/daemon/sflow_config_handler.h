@@ -12,6 +12,9 @@
 #ifndef DAEMON_SFLOW_CONFIG_HANDLER_H
 #define DAEMON_SFLOW_CONFIG_HANDLER_H
 
+#include <confd_cdb.h>
+#include <confd_lib.h>
+#include <qxconfd/confd_interface.h>
 #include <qxconfd/config_handler.h>
 #include <sflow/i_service.h>
 #include <zlog.h>
@@ -28,7 +31,10 @@
 // A read session that lasts for one scope.
 class QxConfdCdbSession : public QxConfdCdbSessionBase {
 public:
-    using QxConfdCdbSessionBase::QxConfdCdbSessionBase;
+    QxConfdCdbSession(QxConfdInterface& confd, cdb_db_type database, bool flag)
+        : QxConfdCdbSessionBase(confd, database, flag)
+    {
+    }
     ~QxConfdCdbSession() override = default;
 };
 
@@ -48,7 +54,7 @@ public:
     // the deletion of collectors, each in ascending byte order of the names.
     void ApplyCommitConfig() override;
 
-    const std::vector<qxconfd::SubscriptionPoint>& GetSubscriptionPoints() const override;
+    const std::vector<SubscriptionPoint>& GetSubscriptionPoints() const override;
 
 private:
     // The service client's notice: true when the manager was found, false when it was lost. Throws
@@ -88,7 +94,7 @@ private:
                                     bool& updatePending);
 
     zlog_category_t* m_category;  // not owned
-    std::vector<qxconfd::SubscriptionPoint> m_subscriptionPoints;
+    std::vector<SubscriptionPoint> m_subscriptionPoints;
     bool m_mgrAvailable;
     std::unique_ptr<sflow::IService> m_service;
     // Staged by the current commit or load.

@@ -1,6 +1,10 @@
 // SFlowConfigHandler: sends what is staged to the sFlow service. No result is looked at, and
 // nothing is unstaged: applying twice sends twice.
 
+#include <nettypes/ipv4_addr.h>
+
+#include <string>
+
 #include "sflow_config_handler.h"
 #include "sflow_config_handler_internal.h"
 #include "sflow_report.h"
@@ -20,7 +24,7 @@ void SFlowConfigHandler::ApplyCommitConfig()
         if (!collector.send) continue;
         SFLOW_LOG(m_category, kSource, kLogStep, "Send collector %s (svc: %p)", name.c_str(),
                   static_cast<void*>(m_service.get()));
-        const nettypes::IPv4Addr address(collector.ip);
+        nettypes::IPv4Addr address(collector.ip);
         m_service->AddCollector(name, address, collector.port, collector.dgsize);
         SFLOW_LOG(m_category, kSource, kLogStep, "Collector ip %s", address.to_string().c_str());
     }

@@ -1,6 +1,11 @@
 // SFlowConfigHandler: what one changed node stages, and the agent address, which is sent at once.
 
 #include <confd_cdb.h>
+#include <confd_lib.h>
+#include <nettypes/ipv4_addr.h>
+
+#include <cstdint>
+#include <string>
 
 #include "sflow_config_handler.h"
 #include "sflow_config_handler_internal.h"
@@ -30,7 +35,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfgAgent(int sock)
             SFLOW_LOG(m_category, kSource, kLogStep, "Using default ip address (%s)", confd_lasterr());
         }
     }
-    const nettypes::IPv4Addr address(word);
+    nettypes::IPv4Addr address(word);
     SFLOW_LOG(m_category, kSource, kLogStep, "Set Agent IP to %s", address.to_string().c_str());
     m_service->SetAgentAddress(address);
     confd_free_value(&v);
@@ -56,7 +61,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfgEnabled(std::string name, bool enabl
     GetInterfaces(session.Socket(), false, name, std::string());
     collector_st collector;
     if (!GetCollector(session.Socket(), name, collector))
-        EndWithFault(__func__, kSource, __LINE__, FaultText::Empty);
+        EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
     if (enabled) {
         SFLOW_LOG(m_category, kSource, kLogStep, "Add collector '%s', ip = 0x%x, enabled: %d", name.c_str(),
                   collector.ip, 1);
@@ -77,7 +82,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfgInterface(std::string name, confd_it
         SFLOW_LOG(m_category, kSource, kLogStep, "Set interface %s", name.c_str());
         QxConfdCdbSession session(*m_confd, CDB_RUNNING, true);
         if (!GetInterfaces(session.Socket(), op == MOP_CREATED, std::string(), name))
-            EndWithFault(__func__, kSource, __LINE__, FaultText::Empty);
+            EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
         return ITER_RECURSE;
     }
     SFLOW_LOG(m_category, kSource, kLogStep, "Delete interface %s", name.c_str());
@@ -100,7 +105,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfgInterfaceCollector(std::string inter
         QxConfdCdbSession session(*m_confd, CDB_RUNNING, true);
         collector_st collector;
         if (!GetCollector(session.Socket(), collectorName, collector))
-            EndWithFault(__func__, kSource, __LINE__, FaultText::Empty);
+            EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
         // A disabled collector is not attached; a detachment is staged whatever it is.
         if (!collector.enabled) return ITER_CONTINUE;
         SFLOW_LOG(m_category, kSource, kLogStep, "Add interface %s collector %s", interfaceName.c_str(),

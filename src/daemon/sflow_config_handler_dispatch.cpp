@@ -1,10 +1,16 @@
 // SFlowConfigHandler: recognises a changed node by its schema tag and routes it.
 
+#include <confd_cdb.h>
+#include <confd_lib.h>
 #include <switch_schema.h>
+
+#include <cstdint>
+#include <string>
 
 #include "sflow_config_handler.h"
 #include "sflow_config_handler_internal.h"
 #include "sflow_report.h"
+#include "sflow_text.h"
 
 namespace {
 
@@ -73,7 +79,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfg(confd_hkeypath_t* kp, confd_iter_op
         const std::string name = Text(CONFD_GET_BUFPTR(&(kp->v[1][0])));
         collector_st collector;
         if (!GetCollector(session.Socket(), name, collector))
-            EndWithFault(__func__, kSource, __LINE__, FaultText::Empty);
+            EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
         m_collectors[name].send = m_collectors[name].enabled;
         return ITER_CONTINUE;
     }

@@ -5,8 +5,6 @@
 
 #include <confd_lib.h>
 
-#include <string>
-
 // The unit's name in logs and faults.
 constexpr char kSource[] = "src/daemon/sflow_config_handler";
 
@@ -17,8 +15,5 @@ constexpr char kInterfacePath[] = "/config/oam/sflow/interface";
 // What the handlers return after an agent address and after an enabled flag: it suspends the
 // iteration, which the framework resumes.
 constexpr confd_iter_ret kIterSuspend = static_cast<confd_iter_ret>(5);
-
-// A string value's bytes up to the first NUL.
-inline std::string Text(const unsigned char* bytes) { return reinterpret_cast<const char*>(bytes); }
 
 #endif

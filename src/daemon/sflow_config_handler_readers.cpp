@@ -1,12 +1,16 @@
 // SFlowConfigHandler: reads collectors and interfaces from the database and stages them.
 
 #include <confd_cdb.h>
+#include <confd_lib.h>
 
 #include <cstddef>
+#include <string>
+#include <vector>
 
 #include "sflow_config_handler.h"
 #include "sflow_config_handler_internal.h"
 #include "sflow_report.h"
+#include "sflow_text.h"
 
 namespace {
 
@@ -21,14 +25,14 @@ void SFlowConfigHandler::GetCollectors(int sock)
 {
     SFLOW_LOG(m_category, kSource, kLogStep, "Entry Point");
     const int n = cdb_num_instances(sock, kCollectorPath);
-    if (n < 0) EndWithFault(__func__, kSource, __LINE__, FaultText::Empty);
+    if (n < 0) EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
     if (n == 0) {
         SFLOW_LOG(m_category, kSource, kLogStep, "No collectors available, nothing to do");
         return;
     }
     std::vector<confd_value_t> v(static_cast<std::size_t>(n) * kCollectorValues);
     if (cdb_get_objects(sock, v.data(), kCollectorValues, 0, n, kCollectorPath) < 1)
-        EndWithFault(__func__, kSource, __LINE__, FaultText::Empty);
+        EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
 
     for (std::size_t i = 0; i < v.size(); i += kCollectorValues) {
         const std::string name = Text(CONFD_GET_BUFPTR(&v[i]));
@@ -65,7 +69,7 @@ bool SFlowConfigHandler::GetCollector(int sock, std::string name, collector_st& 
                   confd_lasterr());
         return false;
     }
-    if (Text(CONFD_GET_BUFPTR(&v[0])) != name) EndWithFault(__func__, kSource, __LINE__, FaultText::Empty);
+    if (Text(CONFD_GET_BUFPTR(&v[0])) != name) EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
     confd_free_value(&v[0]);
     collector.enabled = CONFD_GET_BOOL(&v[1]) != 0;
     collector.ip = CONFD_GET_IPV4(&v[2]).s_addr;
@@ -84,14 +88,14 @@ bool SFlowConfigHandler::GetInterfaces(int sock, bool applyAll, std::string chan
     std::vector<confd_value_t> v(kInterfaceValues);
     if (interfaceName.empty()) {
         const int n = cdb_num_instances(sock, kInterfacePath);
-        if (n < 0) EndWithFault(__func__, kSource, __LINE__, FaultText::ConfdError);
+        if (n < 0) EndWithFault(__func__, kSource, __LINE__, EFaultText::ConfdError);
         if (n == 0) {
             SFLOW_LOG(m_category, kSource, kLogDetail, "No interfaces available, nothing to do");
             return false;
         }
         v.resize(static_cast<std::size_t>(n) * kInterfaceValues);
         if (cdb_get_objects(sock, v.data(), kInterfaceValues, 0, n, kInterfacePath) < 1)
-            EndWithFault(__func__, kSource, __LINE__, FaultText::ConfdError);
+            EndWithFault(__func__, kSource, __LINE__, EFaultText::ConfdError);
     } else {
         if (m_interfaces.count(interfaceName) != 0) {
             SFLOW_LOG(m_category, kSource, kLogDetail, "Data for interface %s already available",
@@ -100,7 +104,7 @@ bool SFlowConfigHandler::GetInterfaces(int sock, bool applyAll, std::string chan
         }
         if (cdb_get_object(sock, v.data(), kInterfaceValues, "/config/oam/sflow/interface{%s}",
                            interfaceName.c_str()) < 1)
-            EndWithFault(__func__, kSource, __LINE__, FaultText::ConfdError);
+            EndWithFault(__func__, kSource, __LINE__, EFaultText::ConfdError);
     }
 
     for (std::size_t i = 0; i < v.size(); i += kInterfaceValues) {
@@ -132,7 +136,7 @@ void SFlowConfigHandler::GetInterfaceCollectors(int sock, ECollector kind, bool 
                                             : "/config/oam/sflow/interface{%s}/counter-sampling-collector";
     SFLOW_LOG(m_category, kSource, kLogStep, path, interfaceName.c_str());
     const int n = cdb_num_instances(sock, path, interfaceName.c_str());
-    if (n < 0) EndWithFault(__func__, kSource, __LINE__, FaultText::ConfdError);
+    if (n < 0) EndWithFault(__func__, kSource, __LINE__, EFaultText::ConfdError);
     if (n == 0) {
         SFLOW_LOG(m_category, kSource, kLogDetail, "No collectors for interface %s", interfaceName.c_str());
         return;
@@ -141,14 +145,14 @@ void SFlowConfigHandler::GetInterfaceCollectors(int sock, ECollector kind, bool 
               interfaceName.c_str());
     std::vector<confd_value_t> vCollector(static_cast<std::size_t>(n));
     if (cdb_get_objects(sock, vCollector.data(), 1, 0, n, path, interfaceName.c_str()) < 1)
-        EndWithFault(__func__, kSource, __LINE__, FaultText::ConfdError);
+        EndWithFault(__func__, kSource, __LINE__, EFaultText::ConfdError);
 
     for (std::size_t c = 0; c < vCollector.size(); ++c) {
         const std::string name = Text(CONFD_GET_BUFPTR(&vCollector[c]));
         confd_free_value(&vCollector[c]);
         collector_st collector;
         if (!GetCollector(sock, name, collector))
-            EndWithFault(__func__, kSource, __LINE__, FaultText::ConfdError);
+            EndWithFault(__func__, kSource, __LINE__, EFaultText::ConfdError);
         const bool changed = name == changedCollector;
         if (collector.enabled) {
             // "idx" is the kind: the place in the list has no meaning.

@@ -6,11 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 
-void EndWithFault(const char* function, const char* source, int line, FaultText content)
+void EndWithFault(const char* function, const char* source, int line, EFaultText content)
 {
     qxmw_print_backtrace();
     char text[kFaultTextSize] = {};
-    if (content == FaultText::ConfdError) std::snprintf(text, sizeof text, "%s", confd_lasterr());
+    if (content == EFaultText::ConfdError) std::snprintf(text, sizeof text, "%s", confd_lasterr());
     qxmw_gen_fault(1, function, source, line, text);
     std::exit(1);
 }

@@ -23,12 +23,12 @@ constexpr int kLogNotice = 12;  // life cycle and warnings
 constexpr unsigned kFaultTextSize = 350;
 
 // What a fault's text says.
-enum class FaultText {
+enum class EFaultText {
     Empty,
     ConfdError  // the text of confd_lasterr(), cut to fit
 };
 
 // Writes the backtrace, reports a fault of kind 1 and ends the process with exit status 1.
-[[noreturn]] void EndWithFault(const char* function, const char* source, int line, FaultText content);
+[[noreturn]] void EndWithFault(const char* function, const char* source, int line, EFaultText content);
 
 #endif

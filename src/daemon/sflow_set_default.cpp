@@ -1,11 +1,15 @@
 #include "sflow_set_default.h"
 
+#include <confd_lib.h>
 #include <confd_maapi.h>
+#include <qxconfd/confd_interface.h>
 
+#include <cstdint>
 #include <cstring>
 #include <string>
 
 #include "sflow_report.h"
+#include "sflow_text.h"
 
 namespace {
 
@@ -63,7 +67,7 @@ int SFlowSetDefault::SetRateCallpoint::CreateCallback(confd_trans_ctx* trans, co
     SFLOW_LOG(m_category, kSource, kLogStep, "%s", path);
     const std::string leaf = std::string(path) + "/default-sampling-rate";
 
-    const std::string interface = reinterpret_cast<const char*>(CONFD_GET_BUFPTR(&(keypath->v[0][0])));
+    const std::string interface = Text(CONFD_GET_BUFPTR(&(keypath->v[0][0])));
     SFLOW_LOG(m_category, kSource, kLogStep, "Check interface %s type", interface.c_str());
     const int rate = DefaultRate(interface.c_str());
 
@@ -71,9 +75,9 @@ int SFlowSetDefault::SetRateCallpoint::CreateCallback(confd_trans_ctx* trans, co
     CONFD_SET_UINT32(&value, static_cast<std::uint32_t>(rate));
     SFLOW_LOG(m_category, kSource, kLogDetail, "Interface %s: rate = %d", interface.c_str(), rate);
 
-    const auto* confd = static_cast<const QxConfdInterface*>(trans->dx->d_opaque);
+    auto* confd = static_cast<QxConfdInterface*>(trans->dx->d_opaque);
     if (maapi_set_elem(confd->MaapiSocket(), trans->thandle, &value, "%s", leaf.c_str()) != CONFD_OK)
-        EndWithFault(__func__, kSource, __LINE__, FaultText::ConfdError);
+        EndWithFault(__func__, kSource, __LINE__, EFaultText::ConfdError);
     return CONFD_OK;
 }
 

@@ -8,6 +8,7 @@
 #ifndef DAEMON_SFLOW_SET_DEFAULT_H
 #define DAEMON_SFLOW_SET_DEFAULT_H
 
+#include <confd_lib.h>
 #include <qxconfd/data_handler.h>
 #include <zlog.h>
 

@@ -7,6 +7,9 @@
 //                            testing::Values(contract::Choice{"embedded", [] { return ...; }}),
 //                            contract::NameOf);
 //
+// For a switch's SDK the build does the linking: SFLOW_TESTS=contract, with that one source in
+// SFLOW_CONTRACT_SOURCES (docs/platform-contract.md).
+//
 // One Platform object is made for every test and destroyed after it; tests may run in parallel
 // processes, so each object has sockets and directories of its own. The suite talks to the platform
 // through the contract's headers, and through the object only for what the contract leaves open:

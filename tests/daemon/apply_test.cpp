@@ -117,6 +117,24 @@ TEST_F(ApplyTest, CollectorsWithoutApplyFlagSendTheSettingsWhenTheyChanged)
                 ApplyLine("Remove counter collector c5 from interface eth1")});
 }
 
+// Either kind alone keeps the interface: it is not unset, and its settings are sent.
+TEST_F(ApplyTest, UnchangedCollectorsOfOneKindKeepTheInterface)
+{
+    const std::map<std::string, bool> unchanged = {{"c1", false}};
+    for (const ECollector kind : {Sample, Counter}) {
+        for (const bool update : {false, true}) {
+            interface_st& interface = StagedInterfaces()["eth1"];
+            interface = {4096, 128, 20, {}, {{"c3"}, {}}, update};
+            interface.collectors[kind] = unchanged;
+            Apply();
+            std::vector<ServiceCall> calls;
+            if (update) calls.push_back(Call("UpdateInterface", "eth1", "", "", 4096, 2, 128, 20));
+            calls.push_back(Call("RemoveSampleCollector", "eth1", "c3"));
+            ExpectCalls(calls);
+        }
+    }
+}
+
 TEST_F(ApplyTest, CollectorsWithoutApplyFlagAndChangeSendTheRemovalsOnly)
 {
     StagedInterfaces()["eth1"] = {4096, 128, 20, {{{"c1", false}}, {}}, {{"c3"}, {}}, false};

@@ -97,7 +97,8 @@ TEST_F(CollectorReadersTest, ReadWithoutValuesCountsAsMissing)
 TEST_F(CollectorReadersTest, OnDemandReadNeverStagesForSending)
 {
     AddCollector("c1", "192.0.2.1", true, 1000, 2000);
-    EXPECT_TRUE(Get("c1"));
+    record.send = true;  // the caller's own
+    EXPECT_TRUE(inside::GetCollector(handler, Session(), "c1", record));
     EXPECT_EQ(record, (collector_st{true, Word("192.0.2.1"), 1000, 2000, false}));
     EXPECT_EQ(Staged(), (Collectors{{"c1", record}}));
     ExpectLogs({Line(10, "GetCollector", "Get data for collector c1")});

@@ -48,6 +48,16 @@ TEST_F(DispatchTest, KeypathIsLoggedWithTheOperation)
                 Line(10, "HandleCfg", "Found tag in pos = 0")});
 }
 
+TEST_F(DispatchTest, KeypathIsFormattedInto8192ZeroedBytes)
+{
+    const std::string path = "/config/oam/sflow/interface{" + std::string(9000, 'x') + "}/sampling-rate";
+    DirtyStack();
+    Change(path, MOP_VALUE_SET);
+    EXPECT_EQ(platform.recorder.logs.at(0),
+              Line(10, "HandleCfg", "keypath: " + path.substr(0, 8191) + ", op = 4"));
+    EXPECT_EQ(platform.dirtyBuffers, 0);
+}
+
 TEST_F(DispatchTest, KeypathIsFormattedOnlyWhenItIsLogged)
 {
     platform.recorder.lowestLevel = 11;

@@ -20,6 +20,7 @@ struct Failure {
     int result;
     std::string reason;
     const char* reporter;
+    int nth;  // of the reporter's reports
     std::string text;
 };
 
@@ -40,28 +41,28 @@ TEST_P(ReadFailureTest, EndsTheProcess)
     const Failure& failure = GetParam();
     cdb.Return(failure.call, failure.path, failure.result, failure.reason);
     EXPECT_EXIT(handler.LoadInitialConfig(Session()), testing::ExitedWithCode(1),
-                testing::Eq(std::string("fault kind=1 function=") + failure.reporter +
-                            " source=" + kHandlerSource + " text='" + failure.text + "'\n"));
+                testing::Eq(Report(kHandlerSource, failure.reporter, failure.nth, failure.text)));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Load, ReadFailureTest,
     testing::Values(
-        Failure{"collectors_not_counted", "cdb_num_instances", kCollectors, -1, "no", "GetCollectors", ""},
-        Failure{"collectors_not_read", "cdb_get_objects", kCollectors, -1, "no", "GetCollectors", ""},
-        Failure{"collectors_without_values", "cdb_get_objects", kCollectors, 0, "", "GetCollectors", ""},
-        Failure{"interfaces_not_counted", "cdb_num_instances", kInterfaces, -1, "no", "GetInterfaces", "no"},
-        Failure{"interfaces_not_read", "cdb_get_objects", kInterfaces, -1, "why", "GetInterfaces", "why"},
-        Failure{"interfaces_reason_cut", "cdb_get_objects", kInterfaces, -1, kLongReason, "GetInterfaces",
+        Failure{"collectors_not_counted", "cdb_num_instances", kCollectors, -1, "no", "GetCollectors", 1, ""},
+        Failure{"collectors_not_read", "cdb_get_objects", kCollectors, -1, "no", "GetCollectors", 2, ""},
+        Failure{"collectors_without_values", "cdb_get_objects", kCollectors, 0, "", "GetCollectors", 2, ""},
+        Failure{"interfaces_not_counted", "cdb_num_instances", kInterfaces, -1, "no", "GetInterfaces", 1,
+                "no"},
+        Failure{"interfaces_not_read", "cdb_get_objects", kInterfaces, -1, "why", "GetInterfaces", 2, "why"},
+        Failure{"interfaces_reason_cut", "cdb_get_objects", kInterfaces, -1, kLongReason, "GetInterfaces", 2,
                 std::string(349, 'r')},
         Failure{"flow_list_not_counted", "cdb_num_instances", kFlowOfEth1, -1, "no", "GetInterfaceCollectors",
-                "no"},
-        Failure{"flow_list_not_read", "cdb_get_objects", kFlowOfEth1, -1, "no", "GetInterfaceCollectors",
+                1, "no"},
+        Failure{"flow_list_not_read", "cdb_get_objects", kFlowOfEth1, -1, "no", "GetInterfaceCollectors", 2,
                 "no"},
         Failure{"counter_list_not_counted", "cdb_num_instances", kCounterOfEth1, -1, "no",
-                "GetInterfaceCollectors", "no"},
+                "GetInterfaceCollectors", 1, "no"},
         Failure{"counter_list_not_read", "cdb_get_objects", kCounterOfEth1, -1, "no",
-                "GetInterfaceCollectors", "no"}),
+                "GetInterfaceCollectors", 2, "no"}),
     [](const auto& row) { return row.param.name; });
 
 class FaultTest : public HandlerTest {
@@ -77,11 +78,12 @@ TEST_F(FaultTest, ReadWithoutValuesIsReportedWithTheLastReason)
         const char* call;
         const char* path;
         const char* reporter;
+        int nth;
         std::string interface;
     } const rows[] = {
-        {"cdb_get_objects", kInterfaces, "GetInterfaces", ""},
-        {"cdb_get_object", "/config/oam/sflow/interface{eth1}", "GetInterfaces", "eth1"},
-        {"cdb_get_objects", kFlowOfEth1, "GetInterfaceCollectors", ""},
+        {"cdb_get_objects", kInterfaces, "GetInterfaces", 2, ""},
+        {"cdb_get_object", "/config/oam/sflow/interface{eth1}", "GetInterfaces", 3, "eth1"},
+        {"cdb_get_objects", kFlowOfEth1, "GetInterfaceCollectors", 2, ""},
     };
     for (const auto& row : rows) {
         EXPECT_EXIT(
@@ -91,8 +93,7 @@ TEST_F(FaultTest, ReadWithoutValuesIsReportedWithTheLastReason)
                 inside::GetInterfaces(handler, Session(), true, "", row.interface);
             },
             testing::ExitedWithCode(1),
-            testing::Eq(std::string("fault kind=1 function=") + row.reporter + " source=" + kHandlerSource +
-                        " text='from before'\n"))
+            testing::Eq(Report(kHandlerSource, row.reporter, row.nth, "from before")))
             << row.call << " " << row.path;
     }
 }
@@ -107,7 +108,7 @@ TEST_F(FaultTest, BacktraceComesFirstAndNothingFollows)
         },
         testing::ExitedWithCode(1),
         FaultReport(
-            kHandlerSource, "GetCollectors", "",
+            kHandlerSource, "GetCollectors", 1, "",
             {"log 10 GetCollectors: Entry Point", "cdb cdb_num_instances /config/oam/sflow/collector"}));
 }
 
@@ -123,7 +124,7 @@ TEST_F(FaultTest, CollectorWithAnotherKeyThanAskedFor)
             inside::GetCollector(handler, Session(), "c1", record);
         },
         testing::ExitedWithCode(1),
-        FaultReport(kHandlerSource, "GetCollector", "",
+        FaultReport(kHandlerSource, "GetCollector", 1, "",
                     {"log 10 GetCollector: Get data for collector c1",
                      "cdb cdb_get_object /config/oam/sflow/collector{c1}"}));
 }
@@ -137,7 +138,7 @@ TEST_F(FaultTest, NamedInterfaceThatCannotBeRead)
         },
         testing::ExitedWithCode(1),
         FaultReport(
-            kHandlerSource, "GetInterfaces", "/config/oam/sflow/interface{eth9} does not exist",
+            kHandlerSource, "GetInterfaces", 3, "/config/oam/sflow/interface{eth9} does not exist",
             {"kpath", "log 10 HandleCfg: keypath: /config/oam/sflow/interface{eth9}, op = 1",
              "log 10 HandleCfg: Found tag in pos = 1",
              "log 10 HandleCfgInterface: /config/oam/sflow/interface{eth9} (op = 1)",
@@ -155,7 +156,7 @@ TEST_F(FaultTest, ListedCollectorThatDoesNotExist)
             inside::GetInterfaceCollectors(handler, Session(), Sample, true, "", "eth1");
         },
         testing::ExitedWithCode(1),
-        FaultReport(kHandlerSource, "GetInterfaceCollectors", reason,
+        FaultReport(kHandlerSource, "GetInterfaceCollectors", 3, reason,
                     {std::string("log 10 GetInterfaceCollectors: ") + kFlowOfEth1,
                      std::string("cdb cdb_num_instances ") + kFlowOfEth1,
                      "log 11 GetInterfaceCollectors: Get 1 collector(s) for interface eth1",
@@ -182,8 +183,7 @@ TEST_P(MissingCollectorTest, EndsTheProcessWithEmptyText)
     confd_value_t value{};
     value.type = C_BOOL;
     EXPECT_EXIT(Change(keypath, MOP_CREATED, &value), testing::ExitedWithCode(1),
-                testing::Eq(std::string("fault kind=1 function=") + GetParam().reporter +
-                            " source=" + kHandlerSource + " text=''\n"));
+                testing::Eq(Report(kHandlerSource, GetParam().reporter, 1, "")));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -205,8 +205,7 @@ TEST_F(FaultTest, InterfaceEntryWithoutANameAmongNoInterfaces)
 {
     platform.lastError = "from before";  // not reported
     EXPECT_EXIT(Change("/config/oam/sflow/interface{}", MOP_CREATED), testing::ExitedWithCode(1),
-                testing::Eq(std::string("fault kind=1 function=HandleCfgInterface source=") + kHandlerSource +
-                            " text=''\n"));
+                testing::Eq(Report(kHandlerSource, "HandleCfgInterface", 1, "")));
 }
 
 TEST_F(FaultTest, NothingIsSentBeforeTheEnd)

@@ -104,6 +104,37 @@ TEST_F(SlotTest, Service)
     EXPECT_EQ(Slot(&sflow::IService::SetAgentAddress), 11);
 }
 
+// What the daemon only calls.
+TEST_F(SlotTest, Framework)
+{
+    static_assert(std::has_virtual_destructor_v<qxconfd::AppInterface>);
+    EXPECT_EQ(Slot(&qxconfd::AppInterface::Dispose), 2);
+}
+
+TEST_F(SlotTest, Context)
+{
+    static_assert(std::has_virtual_destructor_v<qxos::Context>);
+    static_assert(std::has_virtual_destructor_v<qxos::Server>);
+    EXPECT_EQ(Slot(&qxos::Server::Run), 2);
+}
+
+TEST_F(SlotTest, Connection)
+{
+    static_assert(std::has_virtual_destructor_v<QxConfdInterface>);
+    EXPECT_EQ(Slot(&QxConfdInterface::IsConnected), 2);
+    EXPECT_EQ(Slot(&QxConfdInterface::MaapiSocket), 3);
+    EXPECT_EQ(Slot(&QxConfdInterface::OpenCdbSession), 4);
+    EXPECT_EQ(Slot(&QxConfdInterface::CloseCdbSession), 5);
+    static_assert(std::has_virtual_destructor_v<QxConfdCdbSessionBase>);
+    static_assert(!std::is_polymorphic_v<SubscriptionPoint>);
+}
+
+TEST_F(SlotTest, Address)
+{
+    static_assert(std::has_virtual_destructor_v<nettypes::IPv4Addr>);
+    EXPECT_EQ(Slot(&nettypes::IPv4Addr::to_string), 2);
+}
+
 // The members' places within the object, in the order given.
 template <typename Class, typename... Members>
 std::vector<std::ptrdiff_t> Places(const Class& object, const Members&... members)

@@ -91,6 +91,25 @@ TEST_F(SetDefaultTest, CreateFormatsThePathWhateverTheLogLevel)
     EXPECT_THAT(Journal({"kpath"}), ElementsAre("kpath"));
 }
 
+TEST_F(SetDefaultTest, PathsAreFormattedInto8192ZeroedBytes)
+{
+    const std::string cut = Entry(std::string(9000, 'x')).substr(0, 8191);
+    cdb.Return("maapi_set_elem", cut + "/default-sampling-rate", CONFD_OK, "");
+    Keypath keypath(Entry(std::string(9000, 'x')));
+    confd_value_t value{};
+    DirtyStack();
+    EXPECT_EQ(Callpoint().CreateCallback(&transaction, keypath.Get()), CONFD_OK);
+    EXPECT_EQ(platform.recorder.logs.at(0), CallpointLine(10, "CreateCallback", cut));
+    EXPECT_THAT(Journal({"maapi"}), ElementsAre("maapi maapi_set_elem " + cut + "/default-sampling-rate"));
+    ForgetRecords();
+    DirtyStack();
+    Callpoint().SetElemCallback(&transaction, keypath.Get(), &value);
+    DirtyStack();
+    Callpoint().RemoveCallback(&transaction, keypath.Get());
+    ExpectLogs({CallpointLine(10, "SetElemCallback", cut), CallpointLine(10, "RemoveCallback", cut)});
+    EXPECT_EQ(platform.dirtyBuffers, 0);
+}
+
 TEST_F(SetDefaultTest, InterfaceNameEndsAtItsFirstNul)
 {
     Keypath keypath(Entry("lag-1"));
@@ -176,7 +195,7 @@ TEST_F(SetDefaultTest, RefusedWriteEndsTheProcessWithTheReason)
             Create("lag-1");
         },
         testing::ExitedWithCode(1),
-        FaultReport(kSource, "CreateCallback", "read only",
+        FaultReport(kSource, "CreateCallback", 1, "read only",
                     {"kpath", "log 10 CreateCallback: /config/oam/sflow/interface{lag-1}",
                      "log 10 CreateCallback: Check interface lag-1 type",
                      "log 11 CreateCallback: Interface lag-1: rate = 4096",

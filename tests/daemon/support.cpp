@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <ostream>
 
 namespace fakes {
@@ -135,11 +137,46 @@ void DumpJournalAtExit()
     });
 }
 
+int LineOfReport(const std::string& source, const std::string& function, int nth)
+{
+    const std::string unit = source.substr(source.rfind('/') + 1);
+    for (const auto& file : std::filesystem::directory_iterator(DAEMON_SOURCES)) {
+        const std::string name = file.path().filename();
+        if (name.rfind(unit, 0) != 0 || file.path().extension() != ".cpp") continue;
+        std::ifstream stream(file.path());
+        int number = 0;
+        int reports = 0;
+        bool inside = false;
+        for (std::string line; std::getline(stream, line);) {
+            ++number;
+            if (line.find("::" + function + "(") != std::string::npos && line.front() != ' ') inside = true;
+            if (line == "}") inside = false;
+            const bool report = line.find("EndWithFault(__func__") != std::string::npos ||
+                                line.find("qxmw_gen_fault(") != std::string::npos;
+            if (inside && report && ++reports == nth) return number;
+        }
+    }
+    ADD_FAILURE() << function << " of " << source << " has no report number " << nth;
+    return -1;
+}
+
+std::string Report(const std::string& source, const std::string& function, int nth, const std::string& text)
+{
+    return "fault kind=1 function=" + function + " source=" + source +
+           " line=" + std::to_string(LineOfReport(source, function, nth)) + " text='" + text + "'\n";
+}
+
+void DirtyStack()
+{
+    volatile unsigned char bytes[65536];
+    for (volatile unsigned char& byte : bytes) byte = 0xa5;
+}
+
 testing::Matcher<const std::string&> FaultReport(const std::string& source, const std::string& function,
-                                                 const std::string& text,
+                                                 int nth, const std::string& text,
                                                  const std::vector<std::string>& before)
 {
-    std::string all = "fault kind=1 function=" + function + " source=" + source + " text='" + text + "'\n";
+    std::string all = Report(source, function, nth, text);
     for (const std::string& entry : before) all += entry + "\n";
     return testing::Eq(all + "backtrace\nfault\n");
 }

@@ -117,11 +117,20 @@ protected:
 /// For death tests: writes the journal to standard error when the process exits.
 void DumpJournalAtExit();
 
+/// The line of the sources on which this function makes its `nth` report of a fault.
+int LineOfReport(const std::string& source, const std::string& function, int nth);
+
+/// The `nth` report of that function, as the fake platform writes it.
+std::string Report(const std::string& source, const std::string& function, int nth, const std::string& text);
+
 /// What a process that ended with this fault wrote: the report, then (from DumpJournalAtExit) the
 /// journal's entries `before`, and the backtrace before the fault, and nothing after.
 testing::Matcher<const std::string&> FaultReport(const std::string& source, const std::string& function,
-                                                 const std::string& text,
+                                                 int nth, const std::string& text,
                                                  const std::vector<std::string>& before);
+
+/// Leaves no zero byte where the next functions have their variables: what they do not set is seen.
+void DirtyStack();
 
 /// What a failed assertion writes.
 testing::Matcher<const std::string&> FailedAssertion(const std::string& function, const std::string& text);

@@ -31,7 +31,7 @@ public:
     void ApplyInitialConfig() override;
     void StartCommit() override;
     void ApplyCommitConfig() override;
-    const std::vector<qxconfd::SubscriptionPoint>& GetSubscriptionPoints() const override { return m_points; }
+    const std::vector<SubscriptionPoint>& GetSubscriptionPoints() const override { return m_points; }
 
     [[nodiscard]] QxConfdInterface* Confd() const { return m_confd; }
 
@@ -41,7 +41,7 @@ public:
 
 private:
     Events& m_events;
-    std::vector<qxconfd::SubscriptionPoint> m_points;
+    std::vector<SubscriptionPoint> m_points;
 };
 
 class RecordingData final : public qxconfd::DataHandler {

@@ -3,6 +3,7 @@
 #include <confd_cdb.h>
 #include <confd_maapi.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -26,7 +27,7 @@ int Fail(const std::string& reason)
 
 std::string Expand(const char* format, std::va_list arguments)
 {
-    char text[4096];
+    char text[16384];
     std::vsnprintf(text, sizeof text, format, arguments);
     return text;
 }
@@ -144,7 +145,7 @@ const char* confd_lasterr(void) { return Platform::Get().lastError.c_str(); }
 void confd_free_value(confd_value_t* value)
 {
     Platform& platform = Platform::Get();
-    ++platform.releases;
+    platform.released.push_back(value->type);
     if (value->type == C_BUF) platform.unreleased.erase(value->val.buf.ptr);
     CONFD_SET_NOEXISTS(value);
 }
@@ -239,6 +240,8 @@ int maapi_set_elem(int sock, int thandle, confd_value_t* value, const char* fmt,
 int confd_pp_kpath(char* buffer, int size, const confd_hkeypath_t* keypath)
 {
     Platform::Get().recorder.Note("kpath");
+    if (std::any_of(buffer, buffer + size, [](char byte) { return byte != 0; }))
+        ++Platform::Get().dirtyBuffers;
     if (size > 0) buffer[0] = 0;
     std::string text;
     for (int i = keypath->len - 1; i >= 0; --i) {

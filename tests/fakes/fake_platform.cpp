@@ -141,7 +141,8 @@ void Platform::Reset()
     writes.clear();
     unreleased.clear();
     strings.clear();
-    releases = 0;
+    released.clear();
+    dirtyBuffers = 0;
     lastError.clear();
     waiting.clear();
 }
@@ -281,7 +282,8 @@ void qxmw_gen_fault(int kind, const char* function, const char* file, int line, 
     recorder.faults.push_back({kind, function, file, text});
     recorder.faultLineNumbers.push_back(line);
     recorder.Note("fault");
-    std::fprintf(stderr, "fault kind=%d function=%s source=%s text='%s'\n", kind, function, file, text);
+    std::fprintf(stderr, "fault kind=%d function=%s source=%s line=%d text='%s'\n", kind, function, file,
+                 line, text);
 }
 
 void qxmw_print_backtrace(void) { Platform::Get().recorder.Note("backtrace"); }

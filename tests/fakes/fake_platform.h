@@ -89,7 +89,8 @@ struct Platform {
     // Strings delivered by reads and not yet released.
     std::set<const unsigned char*> unreleased;
     std::vector<std::unique_ptr<unsigned char[]>> strings;
-    int releases = 0;  // calls of confd_free_value
+    std::vector<confd_vtype> released;  // what confd_free_value was given, call by call
+    int dirtyBuffers = 0;               // buffers given to confd_pp_kpath that were not all zero
     std::string lastError;
 
     static Platform& Get();

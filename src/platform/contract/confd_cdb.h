@@ -11,7 +11,9 @@
 
 #include "confd_lib.h"
 
+#ifdef __cplusplus
 extern "C" {
+#endif
 
 // The datastore that a session reads.
 enum cdb_db_type { CDB_RUNNING = 1 };
@@ -36,6 +38,8 @@ int cdb_get_object(int sock, confd_value_t* values, int n, const char* fmt, ...)
 // has neither value nor default ("does not exist"); `*value` is then left alone.
 int cdb_get(int sock, confd_value_t* value, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
 
+#ifdef __cplusplus
 }  // extern "C"
+#endif
 
 #endif

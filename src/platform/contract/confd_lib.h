@@ -1,7 +1,7 @@
 // The configuration database's client API: values, keypaths, iteration and errors.
 //
 // Declares what every user of the database shares; reads are in confd_cdb.h, transaction writes
-// in confd_maapi.h. Declares nothing of how a platform implements them.
+// in confd_maapi.h. Declares nothing of how a platform implements them. C and C++.
 //
 // Rules that hold for the whole client API:
 //   - Calls are made on the thread of the process's server loop only.
@@ -13,12 +13,13 @@
 #ifndef CONFD_LIB_H
 #define CONFD_LIB_H
 
+#include <assert.h>
 #include <netinet/in.h>
+#include <stdint.h>
 
-#include <cassert>
-#include <cstdint>
-
+#ifdef __cplusplus
 extern "C" {
+#endif
 
 // Results of the calls that return no count.
 #define CONFD_OK 0
@@ -38,8 +39,8 @@ enum confd_vtype {
 
 // A schema element: the tag generated from its name, and the hash of its module's namespace.
 struct xml_tag {
-    std::uint32_t tag;
-    std::uint32_t ns;
+    uint32_t tag;
+    uint32_t ns;
 };
 
 // A string. `size` bytes without the terminator, and a NUL at ptr[size].
@@ -50,7 +51,7 @@ struct confd_buf {
 
 struct confd_ipv4_prefix {
     struct in_addr ip;  // network byte order
-    std::uint8_t len;   // bits, 0 to 32
+    uint8_t len;        // bits, 0 to 32
 };
 
 // One typed value. Only C_BUF owns memory: whoever received the value from a read releases it with
@@ -61,8 +62,8 @@ struct confd_value {
         struct xml_tag xmltag;
         struct confd_buf buf;
         int boolean;  // zero is false
-        std::uint16_t u16;
-        std::uint32_t u32;
+        uint16_t u16;
+        uint32_t u32;
         struct in_addr ip;  // network byte order
         struct confd_ipv4_prefix ipv4prefix;
     } val;
@@ -139,6 +140,8 @@ struct confd_trans_ctx {
     int thandle;  // the transaction's handle, for maapi_set_elem
 };
 
+#ifdef __cplusplus
 }  // extern "C"
+#endif
 
 #endif

@@ -5,7 +5,9 @@
 
 #include "confd_lib.h"
 
+#ifdef __cplusplus
 extern "C" {
+#endif
 
 // Sets the leaf at the path in the transaction `thandle`. To be called from inside a callback that
 // was given that transaction; `sock` is the connection's MAAPI socket.
@@ -15,6 +17,8 @@ extern "C" {
 int maapi_set_elem(int sock, int thandle, confd_value_t* value, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));
 
+#ifdef __cplusplus
 }  // extern "C"
+#endif
 
 #endif

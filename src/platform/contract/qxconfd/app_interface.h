@@ -27,11 +27,13 @@ public:
     AppInterface(const AppInterface&) = delete;
     AppInterface& operator=(const AppInterface&) = delete;
 
+protected:
+    // Before Dispose: so are their slots.
+    virtual ~AppInterface();
+
+public:
     // Disconnects, calls no handler any more, and deletes this object.
     virtual void Dispose();
-
-protected:
-    virtual ~AppInterface();
 
 private:
     class Impl;

@@ -5,7 +5,9 @@
 
 #include <zlog.h>
 
+#ifdef __cplusplus
 extern "C" {
+#endif
 
 // The process's middleware handle; its content is the platform's.
 struct qxmw;
@@ -31,6 +33,8 @@ void qxmw_gen_fault(int kind, const char* function, const char* file, int line, 
 // Writes the calling thread's stack to the log. Any time; returns normally.
 void qxmw_print_backtrace(void);
 
+#ifdef __cplusplus
 }  // extern "C"
+#endif
 
 #endif

@@ -46,7 +46,7 @@ cdb::Visit VisitOf(confd_iter_ret wanted)
 /// Calls one point's callback for each node of its walk.
 class PointWalk {
 public:
-    PointWalk(const cdb::SchemaTable& schema, const qxconfd::SubscriptionPoint& point)
+    PointWalk(const cdb::SchemaTable& schema, const SubscriptionPoint& point)
         : m_schema(schema), m_point(point)
     {
     }
@@ -65,7 +65,7 @@ public:
 
 private:
     const cdb::SchemaTable& m_schema;
-    const qxconfd::SubscriptionPoint& m_point;
+    const SubscriptionPoint& m_point;
     std::vector<KeypathStep> m_steps;
     confd_hkeypath_t m_keypath{};
 };

@@ -14,7 +14,7 @@ namespace embedded {
 
 struct PointOfHandler {
     qxconfd::ConfigHandler* handler = nullptr;
-    const qxconfd::SubscriptionPoint* point = nullptr;
+    const SubscriptionPoint* point = nullptr;
 };
 
 /// Walks the points in the order given. An exception out of a handler passes.
