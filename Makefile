@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The commands of this tree. Each is complete on a bare Debian 12.
 
 .PHONY: build run test bench soak deps clean

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "capture/ring_socket.h"
 
 #include <linux/if_ether.h>

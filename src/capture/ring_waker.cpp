@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "capture/ring_waker.h"
 
 #include <sys/epoll.h>

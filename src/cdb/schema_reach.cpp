@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cdb/schema_reach.h"
 
 #include <libyang/libyang.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The running datastore on disk. One row an entry or container with its explicit leaf values by
 // name, ordered so that the entries of one list follow each other in ascending byte order of their
 // keys; beside them the schema table, the last commit's number, the history and the fault table.

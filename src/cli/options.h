@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line of swcli and the places that its environment names.
 
 #ifndef CLI_OPTIONS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Questions to ethtool netlink.
 
 #include "net/link_speed.h"

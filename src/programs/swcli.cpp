@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // swcli: the operator's shell. Wires the commands to the database's NETCONF socket and to the YANG
 // modules, each only when a command needs it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0
 // Draws packets at an interface's ingress and egress hook and hands their beginnings to the process
 // through one ring. Touches no packet: the verdict is always "next". Nearly all packets take the short
 // road through Look: one look-up in an array, one addition, one subtraction.
