@@ -26,7 +26,7 @@ po::options_description Described()
         "run the commands of a file, one a line; '#' begins a comment");
     add("socket", po::value<std::string>()->value_name("PATH"),
         "the database's NETCONF socket (default: netconf.sock in $SFLOW_RUN_DIR or /run/sflow-switch)");
-    add("help", "print this text");
+    add("help,h", "print this text");
     add("version", "print the version");
     return described;
 }

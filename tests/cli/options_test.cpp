@@ -38,6 +38,7 @@ TEST(Options, TakeCommandsOrAFile)
     EXPECT_FALSE(cli::ReadOptions({}, none).commands);
     EXPECT_TRUE(cli::ReadOptions({"--version"}, none).version);
     EXPECT_TRUE(cli::ReadOptions({"--help"}, none).help);
+    EXPECT_TRUE(cli::ReadOptions({"-h"}, none).help);
     EXPECT_TRUE(cli::ReadOptions({"help"}, none).help);
 }
 
