@@ -3,7 +3,6 @@
 
 #include <boost/program_options.hpp>
 #include <sstream>
-#include <system_error>
 
 #include "cli/command.h"
 #include "cli/error.h"
@@ -14,7 +13,6 @@ namespace {
 namespace po = boost::program_options;
 
 constexpr const char* kRunDirectory = "/run/sflow-switch";
-constexpr const char* kInstalledYang = SFLOW_INSTALLED_YANG_DIR;
 
 po::options_description Described()
 {
@@ -92,14 +90,5 @@ std::string HelpText()
 }
 
 std::string VersionText() { return std::string("swcli ") + SFLOW_VERSION + "\n"; }
-
-std::filesystem::path YangDirectory(const std::filesystem::path& program, const Variables& environment)
-{
-    if (const auto named = environment("SFLOW_YANG_DIR")) return *named;
-    std::error_code ignored;  // a place that can't be looked at is no place for modules
-    const std::filesystem::path beside = program.parent_path().parent_path().parent_path() / "yang";
-    if (std::filesystem::is_directory(beside, ignored)) return beside;
-    return kInstalledYang;
-}
 
 }  // namespace cli

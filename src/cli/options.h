@@ -4,7 +4,6 @@
 #ifndef CLI_OPTIONS_H
 #define CLI_OPTIONS_H
 
-#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -31,10 +30,6 @@ std::string HelpText();
 
 /// What --version prints.
 std::string VersionText();
-
-/// Where the YANG modules are: SFLOW_YANG_DIR, else ../../yang beside the program's directory where
-/// that exists, else where they are installed.
-std::filesystem::path YangDirectory(const std::filesystem::path& program, const Variables& environment);
 
 }  // namespace cli
 

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "cdb/schema.h"
+#include "cdb/yang_directory.h"
 #include "cli/command.h"
 #include "cli/options.h"
 #include "cli/shell.h"
@@ -55,7 +56,7 @@ bool Run(const cli::Options& options)
     environment.loadYang = [&] {
         std::error_code ignored;  // without the program's own path the installed modules are taken
         const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
-        schema = cdb::Schema::Load(cli::YangDirectory(program, &Variable));
+        schema = cdb::Schema::Load(cdb::YangDirectory(program, Variable("SFLOW_YANG_DIR")));
         return schema->Context();
     };
     cli::Shell shell(cli::Commands(), environment, std::cout, std::cerr);

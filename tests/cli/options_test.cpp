@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <map>
 
 #include "cli/command.h"
@@ -70,14 +69,6 @@ TEST(HelpText, NamesEveryCommand)
 {
     for (const cli::Command& command : cli::Commands())
         EXPECT_THAT(cli::HelpText(), HasSubstr(cli::Usage(command)));
-}
-
-TEST(YangDirectory, IsNamedOrBesideTheProgramOrInstalled)
-{
-    EXPECT_EQ(cli::YangDirectory("/x/build/bin/swcli", Environment({{"SFLOW_YANG_DIR", "/y"}})), "/y");
-    EXPECT_EQ(cli::YangDirectory("/nowhere/build/bin/swcli", Environment({})), SFLOW_INSTALLED_YANG_DIR);
-    const std::filesystem::path tree = SFLOW_SOURCE_DIR;
-    EXPECT_EQ(cli::YangDirectory(tree / "build/bin/swcli", Environment({})), tree / "yang");
 }
 
 }  // namespace
