@@ -16,6 +16,3 @@ file(GLOB manuals "${tree}/usr/share/man/man*/*")
 foreach(text ${manuals} "${documents}/changelog")
   execute_process(COMMAND gzip -9nf "${text}" COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
-
-# For the rules of access, which an administrator writes.
-file(MAKE_DIRECTORY "${tree}/etc/sflow-switch")
