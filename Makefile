@@ -1,29 +1,44 @@
+# SPDX-License-Identifier: Apache-2.0
 # The commands of this tree. Each is complete on a bare Debian 12.
 
-.PHONY: build run test bench soak deps clean
+.PHONY: build run test package bench soak deps clean
 
+# All that any of them needs; each installs only its own.
 deps:
 	@tools/install-deps
 
-build: deps
+build:
+	@tools/install-deps build
 	cmake --preset release
 	cmake --build --preset release
 
-run: build
+run:
+	@tools/install-deps run
+	@$(MAKE) --no-print-directory build
 	tools/demo
 
-test: deps
+test:
+	@tools/install-deps test
 	cmake --preset dev
 	cmake --build --preset dev
 	ctest --preset dev
 
-bench: deps
+# The Debian package, in build/package.
+package:
+	@tools/install-deps package
+	@$(MAKE) --no-print-directory build
+	cpack --config build/CPackConfig.cmake -B build/package
+	@ls build/package/*.deb
+
+bench:
+	@tools/install-deps bench
 	cmake --preset bench
 	cmake --build --preset bench
 	bench/run build-bench
 
 # A random walk over a switch whose processes are killed: make soak [MINUTES=n] [SEED=n]
-soak: deps
+soak:
+	@tools/install-deps test
 	cmake --preset dev
 	cmake --build --preset dev --target soak
 	build-dev/bin/soak --minutes $(or $(MINUTES),5) $(if $(SEED),--seed $(SEED))

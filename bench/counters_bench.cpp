@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What counter samples cost: reading the kernel's counters, encoding and sending, in a network namespace
 // with so many virtual Ethernet interfaces. An iteration is one second of polling; the processor time of
 // an iteration is what the manager uses in a second for it. Needs root.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the datastore costs: a one-leaf change at several sizes, a large load and its parts, with
 // libyang's own parsing and validation of the same content beside them. Durable commits include the
 // disk; "cpu" columns do not.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration reads of the daemon's initial load, on a store of its own: the collectors, all
 // interfaces in one call, and each interface's two collector lists.
 

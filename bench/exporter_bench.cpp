@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What sending a sample costs: into the datagram, through the kernel, to a receiver on loopback that takes
 // all. One process in a network namespace of its own; "cpu" is this thread's, so the kernel's work for
 // sending is in it, and the receiver's system calls are not.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What messages cost before they are a request, by their shape: read (or refused) as the agent does it,
 // and, with --benchmark_filter=parser, handed to libyang's parser as they are. Some of those take
 // seconds. Besides, what the pass adds to a large configuration.

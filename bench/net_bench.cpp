@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one look-up of a packet's way costs: on a bridge with 10,000 learned addresses, and over routes that
 // are remembered; and of where a packet that leaves has come from. The tables are filled by hand; the kernel
 // has no part in it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What reading costs, from the filter as it was sent to the XML that goes out: one entry by its key at
 // several sizes, many by name, everything, selections at both levels of lists. "Print" beside it is
 // libyang's own printing of the same tree.

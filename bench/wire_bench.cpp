@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What it costs to encode one sample: the part of an exported sample's cost that is pure computation. The
 // samples vary from one to the next, so that nothing is worked out before the loop.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # One library a folder: all sources that stand in it. What follows the name goes to target_link_libraries, and
 # says what the folder may include.
 function(add_folder_library name)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Which platform the daemon is built on: the embedded one of this tree, or a switch's SDK.
 #
 # Defines the interface target `platform_contract`: what src/daemon may see (the contract's headers,

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # SFLOW_SANITIZE applies to everything, so that no object is left unchecked.
 
 if(SFLOW_SANITIZE)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The warnings that every target of this tree is built with: link `project_warnings`.
 
 add_library(project_warnings INTERFACE)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # zlog: an installed one where there is one (CMAKE_PREFIX_PATH is respected), else our front over
 # spdlog (src/platform/embedded/zlog). Either way the target is `zlog`; the sources see <zlog.h>.
 

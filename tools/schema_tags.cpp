@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes the C++ header of the schema's constants: the tag of every element name and the hash of
 // every module's namespace. Run by the build: `schema_tags YANG-DIRECTORY OUTPUT`.
 

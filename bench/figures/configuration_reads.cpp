@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads the whole configuration as often as its argument says, with the reads that the daemon makes at
 // its initial load and nothing else, and prints the median in milliseconds. A client of cdbd like the
 // daemon: the framework hands it a read session. Used by the measurement of the initial load.

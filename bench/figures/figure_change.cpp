@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 1: a change of one interface's rate costs the same on every size of switch.
 
 #include "figures/figures.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 3: the daemon's initial load, from "found" to the last call in the journal, and the reads of
 // the configuration that it makes, alone.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 8: a hundred thousand interfaces: the load in one edit and commit, one leaf, memory, and the start,
 // also behind a history full of bulk commits.
 

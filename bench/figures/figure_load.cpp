@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 2: a large file in one edit and commit, each entry through the callpoint, delivered.
 
 #include "figures/figures.h"

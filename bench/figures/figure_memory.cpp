@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 5: resident memory and the store's file, at once and over many one-leaf commits.
 
 #include <sys/stat.h>

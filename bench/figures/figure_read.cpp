@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 4: get-config of everything, compared with printing the tree.
 
 #include <stdexcept>

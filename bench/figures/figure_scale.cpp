@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 7: what must not grow with the configuration, at N = 100 and at --many: one interface read by its
 // key, many readers at once, comparing nothing, the restart; and what may grow with the question only.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 6: state of one interface, one leaf, and everything, while a second client asks for a leaf of the
 // configuration over and over: the longest that it waits is what others feel of the question.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The figures, one function a group. Each starts the switches that it needs, measures, and adds its
 // rows to the table.
 

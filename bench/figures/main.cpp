@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Measures the whole switch as real processes and prints one table. Ends with 0 whether or not the
 // bounds hold: the table says which do not.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Timing and medians for the measurements of this folder.
 
 #ifndef FIGURES_MEASURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A running switch of N interfaces (see the header).
 
 #include "figures/measured_switch.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A running switch of N interfaces with what the measurements do to it: edits over NETCONF, timed until
 // their calls are in the manager's journal.
 

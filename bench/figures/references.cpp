@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the figures are compared with (see the header).
 
 #include "figures/references.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the figures are compared with, measured beside them in the same run: one durable LMDB commit of
 // one row, and libyang reading, validating and printing the same data.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a process has in memory (see the header).
 
 #include "figures/resident.h"

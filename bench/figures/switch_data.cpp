@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configurations that are measured (see the header).
 
 #include "figures/switch_data.h"

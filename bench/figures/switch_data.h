@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configurations that are measured: N interfaces, each with 2 flow and 1 counter collector out of 8.
 
 #ifndef FIGURES_SWITCH_DATA_H

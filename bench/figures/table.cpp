@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The table that the measurements end with (see the header).
 
 #include "figures/table.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The table that the measurements end with: figure, what was measured, its bound, and whether it holds.
 
 #ifndef FIGURES_TABLE_H

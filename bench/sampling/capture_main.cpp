@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Measures the sources of packets by themselves, on the bare forwarding path, with nobody behind them: what
 // they cost a packet, and what handing over a sampled one costs the process. For whoever works on a source;
 // the bounds are those of the whole manager (main.cpp).

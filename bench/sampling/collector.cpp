@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A collector that does little (see the header).
 
 #include "sampling/collector.h"

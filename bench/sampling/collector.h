@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A collector that does little: it counts datagrams and samples and looks at nothing but sequence numbers
 // and drops, which prove that nothing was lost. With the tests' collector it shares the socket alone: that
 // one decodes every sample and keeps it, which at 400,000 a second would take the core that it has together

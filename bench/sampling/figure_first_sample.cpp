@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 4: from the service's call to the first sample at the collector, while traffic flows.
 
 #include <stdexcept>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 3: many interfaces that are configured and carry nothing: memory, time, and how long it takes to
 // configure them.
 

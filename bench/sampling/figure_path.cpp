@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 1: what sampling costs a packet that is not sampled.
 
 #include <exception>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Figure 2: the manager's time per sample, whether one is lost, and the forwarding rate when every packet
 // is sampled.
 

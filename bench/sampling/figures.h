@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The figures of sampling, one function a group. Each adds its rows to the table.
 
 #ifndef SAMPLING_FIGURES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bare forwarding path (see the header).
 
 #include "sampling/forwarding_path.h"

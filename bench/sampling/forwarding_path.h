@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bare forwarding path that sampling is measured on: host A, veth, bridge, veth, host B, in a network
 // namespace of the program's own, all of it worked by the sender's core.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Measures sampling with a real sflow-mgr and a bare forwarding path, both in a network namespace of the
 // program's own, and prints one table. Ends with 0 whether or not the bounds hold: the table says which do
 // not. Needs root (eBPF), two CPUs and quiet.

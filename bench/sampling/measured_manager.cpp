@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A real sflow-mgr (see the header).
 
 #include "sampling/measured_manager.h"

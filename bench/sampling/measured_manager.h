@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A real sflow-mgr on the manager's core, told what to do as the configuration daemon's service client
 // tells it, and what it costs.
 

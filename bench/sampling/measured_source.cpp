@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A source of packets in a thread of its own (see the header).
 
 #include "sampling/measured_source.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A source of packets in a thread of its own on the manager's core, with nobody behind it: what sampling
 // costs before the manager does anything with it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Forwarding with and without sampling, turn by turn, so that what else happens on the machine falls on
 // both alike.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a service tells the manager that has started it (sd_notify(3)): that it serves, that its loop still
 // turns, that it ends. Without such a manager nothing is told. Used by all three processes.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Texts that peers send, made fit for everything that later shows them: XML, JSON, the log, a terminal.
 // To be used where such a text comes in, once.
 

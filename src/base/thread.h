@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a process of one loop begins a thread beside it. Used by the worker of this folder, and by what closes
 // packet sockets.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The real time, on an Asio loop.
 
 #include "base/timers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Time as a dependency: what reconnects, checks or gives up takes one of these, and tests advance it.
 
 #ifndef BASE_TIMERS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The thread knows nothing of the loop: it tells it by a descriptor that it is done.
 
 #include "base/worker.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Does what may have to wait for the kernel beside the loop, in one thread, one task after the other, so that
 // the loop need not wait. A dependency like time: tests have one that does it at once. Used by the manager
 // for requests that wait while somebody else changes links.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where sampled packets come from: the one interface of all sources of packets. A source samples packets at
 // the kernel's interfaces, each with the probability 1/rate, counts what it drew from, and hands the sampled
 // ones over in batches. It knows nothing of collectors, names or datagrams.

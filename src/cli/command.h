@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A command of the shell as a row of a table: what it is called, what it takes, what it does. Usage
 // texts, messages and the manual's list of commands come from the rows.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading of a configuration's file for `load`: RFC 7951 JSON or XML, whichever its content is.
 
 #ifndef CLI_CONFIG_FILE_H

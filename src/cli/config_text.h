@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration as text: blocks for reading, `set` lines for typing again, differences.
 
 #ifndef CLI_CONFIG_TEXT_H

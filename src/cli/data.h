@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Data trees of libyang: their ownership, reading them from replies, printing them.
 
 #ifndef CLI_DATA_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The XML that commands send: an edit of one place, a filter for one place, a file's content as a whole.
 
 #ifndef CLI_EDIT_H

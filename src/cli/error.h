@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What ends a command: one text for the operator. Thrown by every part of the shell, printed in one
 // place (shell.cpp).
 

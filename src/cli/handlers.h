@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the rows of the command table do. Each handler is one command.
 
 #ifndef CLI_HANDLERS_H

@@ -1,8 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cli/options.h"
 
 #include <boost/program_options.hpp>
 #include <sstream>
-#include <system_error>
 
 #include "cli/command.h"
 #include "cli/error.h"
@@ -13,7 +13,6 @@ namespace {
 namespace po = boost::program_options;
 
 constexpr const char* kRunDirectory = "/run/sflow-switch";
-constexpr const char* kInstalledYang = SFLOW_INSTALLED_YANG_DIR;
 
 po::options_description Described()
 {
@@ -25,7 +24,7 @@ po::options_description Described()
         "run the commands of a file, one a line; '#' begins a comment");
     add("socket", po::value<std::string>()->value_name("PATH"),
         "the database's NETCONF socket (default: netconf.sock in $SFLOW_RUN_DIR or /run/sflow-switch)");
-    add("help", "print this text");
+    add("help,h", "print this text");
     add("version", "print the version");
     return described;
 }
@@ -91,14 +90,5 @@ std::string HelpText()
 }
 
 std::string VersionText() { return std::string("swcli ") + SFLOW_VERSION + "\n"; }
-
-std::filesystem::path YangDirectory(const std::filesystem::path& program, const Variables& environment)
-{
-    if (const auto named = environment("SFLOW_YANG_DIR")) return *named;
-    std::error_code ignored;  // a place that can't be looked at is no place for modules
-    const std::filesystem::path beside = program.parent_path().parent_path().parent_path() / "yang";
-    if (std::filesystem::is_directory(beside, ignored)) return beside;
-    return kInstalledYang;
-}
 
 }  // namespace cli

@@ -1,9 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line of swcli and the places that its environment names.
 
 #ifndef CLI_OPTIONS_H
 #define CLI_OPTIONS_H
 
-#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -30,10 +30,6 @@ std::string HelpText();
 
 /// What --version prints.
 std::string VersionText();
-
-/// Where the YANG modules are: SFLOW_YANG_DIR, else ../../yang beside the program's directory where
-/// that exists, else where they are installed.
-std::filesystem::path YangDirectory(const std::filesystem::path& program, const Variables& environment);
 
 }  // namespace cli
 

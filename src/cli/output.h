@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The form of what `show` commands print: text for people, or the data itself as JSON, XML or commands.
 
 #ifndef CLI_OUTPUT_H

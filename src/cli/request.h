@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One request to the database from within a command, and what its answer means for the operator.
 
 #ifndef CLI_REQUEST_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration's paths as words: "oam sflow interface eth1 sampling-rate". The root container is
 // left out; the keys of a list's entry follow the list's name. Reads no data and talks to nobody.
 

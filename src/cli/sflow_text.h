@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The state of sFlow as text: what `show sflow` prints for people, for terminals of 100 columns.
 
 #ifndef CLI_SFLOW_TEXT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs commands: finds what each needs, runs it, says what went wrong. The only place that prints
 // errors.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cli/state_text.h"
 
 #include "cli/state_tree.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switch's processes and faults as text: what `show system` prints for people.
 
 #ifndef CLI_STATE_TEXT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads the data tree of the state for those who print it as text.
 
 #ifndef CLI_STATE_TREE_H

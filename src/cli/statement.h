@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The words of one data node, shared by everything that prints configuration.
 
 #ifndef CLI_STATEMENT_H

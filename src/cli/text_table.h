@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Aligned columns for people. Knows nothing of what stands in them.
 
 #ifndef CLI_TEXT_TABLE_H

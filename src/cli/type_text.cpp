@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cli/type_text.h"
 
 #include <libyang/libyang.h>

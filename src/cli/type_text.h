@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a leaf takes, in words, for messages and help.
 
 #ifndef CLI_TYPE_TEXT_H

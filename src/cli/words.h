@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a text becomes commands and a command becomes words. Knows no command.
 
 #ifndef CLI_WORDS_H

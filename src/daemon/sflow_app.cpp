@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "sflow_app.h"
 
 #include <qxconfd/base_handler.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The application object of the sFlow configuration daemon, and its high-availability hooks.
 //
 // Creates, wires, runs and releases everything of the process. It has no event loop of its own:

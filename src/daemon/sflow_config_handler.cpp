@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SFlowConfigHandler: construction, the manager gate, the initial load and the start of a commit.
 
 #include "sflow_config_handler.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The subscriber to the sFlow configuration.
 //
 // Follows "/config/oam/sflow" and the management address, loads the whole configuration when the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SFlowConfigHandler: sends what is staged to the sFlow service. No result is looked at, and
 // nothing is unstaged: applying twice sends twice.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SFlowConfigHandler: what one changed node stages, and the agent address, which is sent at once.
 
 #include <confd_cdb.h>

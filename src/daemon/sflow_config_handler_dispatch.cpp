@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SFlowConfigHandler: recognises a changed node by its schema tag and routes it.
 
 #include <confd_cdb.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the sources of SFlowConfigHandler share, and nobody else uses.
 
 #ifndef DAEMON_SFLOW_CONFIG_HANDLER_INTERNAL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SFlowConfigHandler: reads collectors and interfaces from the database and stages them.
 
 #include <confd_cdb.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one commit stages: plain records, emptied at its start and sent to the sFlow service at its
 // end. Not a mirror of the configuration. Used by SFlowConfigHandler.
 

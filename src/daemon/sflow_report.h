@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the daemon reports: log lines into a zlog category, and faults that end the process.
 //
 // Not a log of its own: zlog decides what is written. Used by every unit of the daemon.

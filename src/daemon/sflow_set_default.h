@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Gives every new interface entry its default sampling rate.
 //
 // A data provider with one callpoint: when a transaction creates an interface entry, it writes the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The look at a configuration's file before libyang reads it: well-formed, within bounds, nothing that
 // the schema does not know. One function for every door through which files come in.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The look at a file of RFC 7951 JSON. Used by data_file.cpp only.
 
 #ifndef GUARD_JSON_FILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bounds of what a client may send. What they refuse is far from any configuration that makes sense.
 
 #ifndef GUARD_LIMITS_H

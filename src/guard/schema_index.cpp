@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "guard/schema_index.h"
 
 #include <libyang/libyang.h>

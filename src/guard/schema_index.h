@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The compiled YANG modules as a walk through a document needs them: what each node is, and its
 // children by namespace and name. Constant once made, so any thread may use it.
 

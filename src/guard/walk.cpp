@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The way itself. What is said of what it refuses: walk_errors.cpp.
 
 #include "guard/walk.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One document's way down the schema, element by element: each has to be known, to stand once where it
 // may stand once, to have its keys, and no attribute but those that mean something. So what libyang
 // reads afterwards holds nothing that costs it more than its length. Values are libyang's matter.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames over a Unix stream socket: a 4-byte length in network byte order, then that many bytes of
 // one protobuf message. What both ends of cdb.sock and manager.sock are built on; knows no message.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connection itself: reading, writing in turns of the loop, and its two ways of ending.
 
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cutting received bytes into frames, and queueing frames to be written.
 
 #include "ipc/frame_impl.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two halves of a Channel: what has been received and is not yet a whole frame, and what is
 // queued and not yet written. Plain buffers; they know no socket. Used by frame_channel.cpp only.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Unix sockets as such: connecting, listening, and one blocking write.
 
 #include <arpa/inet.h>

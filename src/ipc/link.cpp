@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Attempts, back-off and what they log.
 
 #include "ipc/link.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A client's connection to a Unix socket, made again for ever when it fails or ends, with a back-off
 // of 100 ms to 2 s. Knows no message: its owner greets the peer and says when it is accepted.
 // Used by the database framework and the sFlow service client.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who is at the other end of a Unix socket, and the users and groups of this machine. Says who a peer
 // is, never what it may do (trust.h).
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which peer may do what among the switch's processes: a table of users and groups for each role, asked
 // where a peer takes a role up. The files' permissions decide who can connect at all; this decides what a
 // process that can connect is believed. Used by cdbd and sflow-mgr.

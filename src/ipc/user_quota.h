@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How many of something each user has. Root is not counted: who can do everything is not to be locked out.
 
 #ifndef IPC_USER_QUOTA_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the log goes, which levels are written, and the shape of a line.
 
 #include "log/log.h"

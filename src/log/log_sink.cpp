@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One write a line, and the escaping of control characters.
 
 #include "log/log_sink.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where log lines go: a descriptor, one write a line. Used by log.cpp and the tests of the log.
 
 #ifndef LOG_LOG_SINK_H

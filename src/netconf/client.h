@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A plain, blocking NETCONF client on a Unix socket: one request, one reply. Used by swcli, tests
 // and measurements; knows no YANG.
 

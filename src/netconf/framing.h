@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How messages are told apart in a stream of bytes (RFC 6242, section 4): by an end mark until both
 // sides have said hello, and in chunks afterwards where both know base:1.1. Knows no XML.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The first message of each side (RFC 6241, section 8.1).
 
 #ifndef NETCONF_HELLO_H

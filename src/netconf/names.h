@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The names and bounds that both ends of a NETCONF session agree on (RFC 6241, RFC 6242).
 
 #ifndef NETCONF_NAMES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // XML for a reader that takes no comments, processing instructions and CDATA sections inside of values, as
 // libyang's does not: the same document without them.
 

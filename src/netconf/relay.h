@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Carries bytes between a client's two descriptors and the server's socket, both ways at once and
 // without looking at them. Used by cdb-netconf-relay.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operations of an <rpc> as text, for a client. Arguments that are XML are inserted as they are,
 // all others are escaped.
 

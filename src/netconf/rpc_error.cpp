@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "netconf/rpc_error.h"
 
 #include "netconf/xml.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One <rpc-error> of a reply (RFC 6241, section 4.3), as the server writes and the client reads it.
 
 #ifndef NETCONF_RPC_ERROR_H

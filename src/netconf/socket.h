@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Connecting to the server's Unix socket. Used by the client and the relay.
 
 #ifndef NETCONF_SOCKET_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading and writing of the XML around the data: well-formedness, bounds, escaping. The data itself
 // is libyang's matter. Refuses document types, so no entity is ever expanded, and what would cost a
 // reader more than its length.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The socket: requests, dumps and what comes unasked.
 
 #include "netlink/netlink.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A netlink(7) socket and its messages, on libmnl: requests with acknowledgement, dumps, and messages that
 // come unasked. It knows nothing of what the messages mean. The reader of attributes takes any bytes.
 // Used by the monitor, the route look-ups and the counter reader of this folder.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages: writing requests, reading attributes and errors.
 
 #include <cstring>

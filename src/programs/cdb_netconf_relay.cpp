@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // cdb-netconf-relay: connects standard input and output with cdbd's NETCONF socket, as the program of
 // OpenSSH's `Subsystem netconf`. Knows no NETCONF; runs as the user who has logged in.
 
@@ -25,14 +26,19 @@ std::string SocketPath()
 
 int main(int argc, char** argv)
 {
-    if (argc == 2 && std::string_view(argv[1]) == "--help") {
-        std::cout << "usage: cdb-netconf-relay\n\n"
+    const std::string_view option = argc == 2 ? argv[1] : "";
+    if (option == "--help" || option == "-h") {
+        std::cout << "usage: cdb-netconf-relay [--help | --version]\n\n"
                      "Connects standard input and output with netconf.sock in $SFLOW_RUN_DIR\n"
                      "(/run/sflow-switch): the program of sshd's \"Subsystem netconf\".\n";
         return EXIT_SUCCESS;
     }
+    if (option == "--version") {
+        std::cout << "cdb-netconf-relay " SFLOW_VERSION "\n";
+        return EXIT_SUCCESS;
+    }
     if (argc != 1) {
-        std::cerr << "cdb-netconf-relay: takes no arguments\n";
+        std::cerr << "cdb-netconf-relay: takes no arguments but --help and --version\n";
         return EXIT_FAILURE;
     }
     std::signal(SIGPIPE, SIG_IGN);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // cdbd: the configuration database and its management agent. Wires its parts and waits.
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // sflow-mgr: the sFlow manager's process. Wires its parts and waits.
 
 #include <csignal>

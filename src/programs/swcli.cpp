@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // swcli: the operator's shell. Wires the commands to the database's NETCONF socket and to the YANG
 // modules, each only when a command needs it.
 
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "cdb/schema/schema.h"
+#include "cdb/schema/yang_directory.h"
 #include "cli/command.h"
 #include "cli/options.h"
 #include "cli/shell.h"
@@ -54,7 +56,7 @@ bool Run(const cli::Options& options)
     environment.loadYang = [&] {
         std::error_code ignored;  // without the program's own path the installed modules are taken
         const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
-        schema = cdb::Schema::Load(cli::YangDirectory(program, &Variable));
+        schema = cdb::Schema::Load(cdb::YangDirectory(program, Variable("SFLOW_YANG_DIR")));
         return schema->Context();
     };
     cli::Shell shell(cli::Commands(), environment, std::cout, std::cerr);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes sFlow version 5 in XDR (RFC 4506: big-endian, everything in units of four bytes) into buffers
 // of the caller's: flow samples (records sampled header, extended switch, and extended router where there
 // is one), counters samples (generic, Ethernet, port name) and the head of a datagram. Allocates nothing,

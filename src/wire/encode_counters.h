@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The counters sample of encode.h. Include encode.h, not this file.
 
 #ifndef WIRE_ENCODE_COUNTERS_H

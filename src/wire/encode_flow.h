@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The flow sample of encode.h: one computation of its size, then words stored one behind the other.
 // Include encode.h, not this file.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What flow samples and counters samples begin with. Include encode.h, not this file.
 
 #ifndef WIRE_ENCODE_PARTS_H

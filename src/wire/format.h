@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The numbers by which sFlow version 5 tells samples and records apart, and the sizes of those whose size
 // is fixed. All are of enterprise 0, so the format word is the number itself.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The records of sFlow version 5 (sflow.org, "sFlow Version 5", July 2004) that this agent sends, as
 // plain values. encode.h writes them.
 

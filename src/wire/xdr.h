@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes the XDR (RFC 4506) that sFlow uses: big-endian words of four bytes, and opaque bytes filled up
 // with zeros to a whole word. It checks no bounds: encode.h works out a sample's size once, before the
 // first byte is written. It reads nothing.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Access control: files of rules, and what they mean for operations and for reading.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Users, rules and nodes for tests of access control.
 
 #ifndef AGENT_TESTS_ACCESS_WORLD_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Access control of edits and commits: what is asked about, and how much is read for it.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A world of its own for each test of the agent: real YANG modules, store, datastores and sockets in a
 // directory that goes with it; the agent's loop in a thread.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Long answers that clients do not read are bounded in all: what does not fit waits, and at last is refused.
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Callpoints: requests for created entries, answers in any order, and every way in which they fail.
 
 #include <gmock/gmock.h>

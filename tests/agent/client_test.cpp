@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Processes on cdb.sock: registration, refusal, and that malformed messages end their sender's
 // connection only.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Delivery of commits: to whom, in which order, and what becomes of those who do not acknowledge.
 
 #include <gmock/gmock.h>

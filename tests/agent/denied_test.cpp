@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What access control denies over NETCONF is counted, and the state shows it.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Edits drawn at random, most of them nearly right, and the many ways in which one edit can be written: with
 // comments, sections, references and instructions anywhere, by any prefixes. What they mean: edit_model.h.
 

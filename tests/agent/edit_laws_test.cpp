@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is acknowledged is done, and what is refused has changed nothing: random edits over NETCONF, both
 // datastores read after each, beside what a simple model says of the edit. With EDIT_LAWS_SEED and
 // EDIT_LAWS_STEPS in the environment the long walk goes as far as one likes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What an edit means (RFC 6241, section 7.2), worked out over a map of paths: simple, slow, and without any
 // code of the database's. Used by the laws of edits; what is drawn for them: edit_drawing.h.
 

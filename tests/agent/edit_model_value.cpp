@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The model's schema and values.
 
 #include "agent/edit_model_value.h"

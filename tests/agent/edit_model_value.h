@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The values of the model's types: which texts are some, and how they are written when they are read back.
 
 #ifndef AGENT_EDIT_MODEL_VALUE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Edits, validation, commit and discard over NETCONF: what the candidate and running hold after each.
 
 #include <gmock/gmock.h>

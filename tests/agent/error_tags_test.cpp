@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One refusal for each error-tag that a client can bring about, through a session, with what the
 // standard requires to stand in its error-info; and that its path can be evaluated as it is written.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The mapping of typed errors to <rpc-error>s.
 
 #include "agent/data/errors.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration to a file and from one.
 
 #include "agent/files/export_file.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Faults on their way to the store: batches, and bounds for each process and for all.
 
 #include <gmock/gmock.h>

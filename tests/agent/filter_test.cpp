@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Subtree filters and the order and form of data, as tables: filter, what it leaves of one tree.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random edits, most of them nearly right: what the pass over a message lets through, libyang reads
 // without meeting anything that it does not know.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages that look like harm and are none: each is read, with all that it says.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The first configuration from a file: both formats, and files that are none.
 
 #include "agent/files/initial_file.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Locks: who may do what while a datastore is locked, and what becomes of the candidate.
 
 #include <gmock/gmock.h>

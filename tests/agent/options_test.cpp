@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line and environment of cdbd.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Another user for a part of a test that runs as root: of this thread alone, so the agent's threads stay what
 // they are.
 

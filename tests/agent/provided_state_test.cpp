@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a provider may send, and what makes its answer void.
 
 #include "agent/state/provided_state.h"

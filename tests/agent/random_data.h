@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random configurations, as rows in a store and as a libyang tree, and random filters for any tree.
 
 #ifndef AGENT_RANDOM_DATA_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading through filters, of rows and of trees: the same as a slow writer that measures each node with
 // the filter as it stands. Bounds, and who may read what.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Refusals that need more than a message: no room, no permission, no place. See error_tags_test.cpp for
 // the others.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages that do not become requests: which error each gets.
 
 #include "agent/netconf/rpc.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests written out, for what no builder of requests would write.
 
 #ifndef AGENT_TESTS_RPC_TEXT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sessions: hello, framing by what was agreed, hostile bytes, and that one client never harms another.
 
 #include <gmock/gmock.h>

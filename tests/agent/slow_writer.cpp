@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes libyang trees node by node, each measured with the filter as it stands. Slow, and simple enough
 // to be right: what the writer of the agent is compared with.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The reference for what filters select and how data is written.
 
 #ifndef AGENT_SLOW_WRITER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Subtree filters as what is asked of a provider, as a table: it may be more than the filter selects, never
 // less.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Operational state in <get>, the processes' part and cdbd's own; transitions and actions.
 
 #include <gmock/gmock.h>

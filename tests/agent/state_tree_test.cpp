@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // State as a tree: its order, its look-ups, and how two become one.
 
 #include "agent/state/state_tree.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fixture of what is tried at one interface: "near", the end of a virtual cable in a network of the
 // test's own; what is sent into "far" enters there.
 

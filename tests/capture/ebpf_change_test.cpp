@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The eBPF source under change: interfaces that come and go and settings that change while packets pass.
 
 #include <algorithm>

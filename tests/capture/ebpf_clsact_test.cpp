@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What only the clsact hooks of the eBPF source have: filters that the kernel keeps when the process is gone,
 // at a qdisc that others use too, and that are told from others' without privileges.
 

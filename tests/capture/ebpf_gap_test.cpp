@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The gaps between drawn frames: the very function that runs in the kernel, integrated and drawn from.
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switch for expedited grace periods, on an ordinary file.
 
 #include <chrono>

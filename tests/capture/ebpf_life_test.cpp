@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Attachments of the eBPF source: made, unmade, gone with their interface, their process or its heart.
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the program in the kernel samples, over many packets: how many, and how far apart.
 
 #include <cmath>

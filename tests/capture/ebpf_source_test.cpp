@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The eBPF source on a cable of the test's own: what it counts, samples and says of a packet. Under change:
 // ebpf_change_test.cpp.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // When the eBPF source looks into its ring: a packet after silence wakes it, a stream does so by time and
 // by fill, and silence does not at all.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of the eBPF source stand on: a network of the test's own with one virtual cable from
 // "left" to "right", a sink that keeps everything, and time that the test advances.
 

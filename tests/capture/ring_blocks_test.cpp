@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading of blocks: as the kernel writes them, and with contents that it never writes.
 
 #include "capture/packet_socket/blocks.h"

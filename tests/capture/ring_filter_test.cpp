@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The programs of the packet sockets: instruction by instruction with numbers in place of chance, and by the
 // kernel on real packets.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pairs of packet sockets that follow one another in one group: no packet is missed or counted twice,
 // whatever the order in which sockets come and go, and what can't be followed so is refused.
 

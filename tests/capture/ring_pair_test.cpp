@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two sockets of an interface in the kernel: on one hook and on two, over times in which the interface is
 // down, and what becomes of packets that are several frames.
 

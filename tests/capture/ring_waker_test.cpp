@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // When a ring wakes the process, and how its sockets are ended.
 
 #include "capture/packet_socket/waker.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "capture/source_suite.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every source of packets has to do, as one suite that runs on each of them: a network of the test's
 // own with virtual cables, numbered frames, and a record of all that was sampled. The tests are in
 // source_suite_*.cpp; which sources there are is in source_suite.cpp.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How packets are sampled: exact counts of what was sampled from, numbers within what chance allows, and
 // gaps that are independent.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a sampled packet looks like: bytes, lengths, tags, directions, and what is neither counted nor
 // sampled.
 

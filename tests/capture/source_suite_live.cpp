@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What happens while traffic flows: changes, removal, interfaces that go, and what others notice of it.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // More than there is room for, how often somebody is woken, and how soon.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Change sets by hand and at random, and what a walk reports as text.
 
 #ifndef TESTS_CDB_READ_CHANGE_SAMPLE_H

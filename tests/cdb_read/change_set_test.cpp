@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The walk that a subscriber sees of a change set.
 
 #include <random>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A function run in a process of its own.
 
 #ifndef TESTS_CDB_READ_CHILD_PROCESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tree's own schema, and rows for it.
 
 #ifndef TESTS_CDB_READ_SAMPLE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What lies between two revisions of the schema.
 
 #include "cdb/schema/difference.h"

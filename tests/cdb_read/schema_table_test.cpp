@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The schema table by itself.
 
 #include <random>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The generated constants, as the daemon sees them.
 
 #include <switch_schema.h>

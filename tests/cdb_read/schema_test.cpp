@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The modules as they are compiled, and what is said of modules that can't be used.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A store that is damaged, foreign or newer is refused with a reason, and left as it is.
 
 #include <lmdb.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // No space: the commit is refused, and everything is as before.
 
 #include <fcntl.h>

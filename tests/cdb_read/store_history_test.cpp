@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The history: its limits in number, age and bytes, what undoes a commit, and commits that start from another
 // one.
 

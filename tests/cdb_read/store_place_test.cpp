@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The store's directory: a new one, one whose data file is gone, and one in which a process died while it
 // made it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Several processes on one store: one writes, others read, and any of them may be killed.
 
 #include <unistd.h>

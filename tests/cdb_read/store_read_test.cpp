@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading the store: order, ranges, nesting, and one commit at a time.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the store keeps: rows, the history, faults, the schema.
 
 #include <sys/stat.h>

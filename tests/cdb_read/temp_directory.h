@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A directory of a test's own, gone with it.
 
 #ifndef TESTS_CDB_READ_TEMP_DIRECTORY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manual's list of commands is the command table's. When this fails, it prints the list that
 // docs/man/swcli.1 must have between its two COMMANDS marks.
 

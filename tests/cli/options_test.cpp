@@ -1,9 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cli/options.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <map>
 
 #include "cli/command.h"
@@ -37,6 +37,7 @@ TEST(Options, TakeCommandsOrAFile)
     EXPECT_FALSE(cli::ReadOptions({}, none).commands);
     EXPECT_TRUE(cli::ReadOptions({"--version"}, none).version);
     EXPECT_TRUE(cli::ReadOptions({"--help"}, none).help);
+    EXPECT_TRUE(cli::ReadOptions({"-h"}, none).help);
     EXPECT_TRUE(cli::ReadOptions({"help"}, none).help);
 }
 
@@ -68,14 +69,6 @@ TEST(HelpText, NamesEveryCommand)
 {
     for (const cli::Command& command : cli::Commands())
         EXPECT_THAT(cli::HelpText(), HasSubstr(cli::Usage(command)));
-}
-
-TEST(YangDirectory, IsNamedOrBesideTheProgramOrInstalled)
-{
-    EXPECT_EQ(cli::YangDirectory("/x/build/bin/swcli", Environment({{"SFLOW_YANG_DIR", "/y"}})), "/y");
-    EXPECT_EQ(cli::YangDirectory("/nowhere/build/bin/swcli", Environment({})), SFLOW_INSTALLED_YANG_DIR);
-    const std::filesystem::path tree = SFLOW_SOURCE_DIR;
-    EXPECT_EQ(cli::YangDirectory(tree / "build/bin/swcli", Environment({})), tree / "yang");
 }
 
 }  // namespace

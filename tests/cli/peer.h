@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The database's side of a NETCONF session, played by a test: answers by script, records requests.
 
 #ifndef TESTS_CLI_PEER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cli/schema_words.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tree's YANG modules, and data of them, for the shell's tests.
 
 #ifndef TESTS_CLI_YANG_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The contract suite on the fake platform, so that the fake can't drift from what it stands for.
 
 #include "contract/contract_suite.h"

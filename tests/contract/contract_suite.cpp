@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The parts that the suite's tests share.
 
 #include "contract/contract_suite.h"

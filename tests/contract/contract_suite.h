@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the daemon relies on in any platform, as tests that run on each of them.
 //
 // To run the suite on a platform: link the object library `contract_suite` and the platform, derive

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keypaths as text.
 
 #include <switch_schema.h>

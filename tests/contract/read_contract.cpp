@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads: counts, entries, leaves, defaults, order, paths and failures.
 
 #include "contract/contract_suite.h"

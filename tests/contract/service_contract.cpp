@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client of the sFlow service: notices, and what reaches the manager.
 
 #include <sflow/i_service.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Read sessions: what they see, and how long.
 
 #include "contract/contract_suite.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes into the transaction of a create callback.
 
 #include <confd_maapi.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process: what is built in which order, the run phase, teardown and exit status.
 
 #include <fstream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a commit's staged state becomes at the sFlow service.
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Values of another type than the schema's: the assertion that fails, by its exact text.
 
 #include "support.h"

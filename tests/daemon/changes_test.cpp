@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changes of the agent address, of collectors and of their enabled flag.
 
 #include "support.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The change dispatcher: recognition and routing of changed nodes.
 
 #include "support.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Failures of the database that end the process: the report, what came before, the exit status.
 
 #include "support.h"

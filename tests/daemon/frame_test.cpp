@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration handler's frame: subscription points, the manager gate, the initial load.
 
 #include "support.h"

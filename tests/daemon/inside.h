@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A way into the private parts of the daemon's classes, for tests only.
 //
 // An explicit template instantiation may name a private member: each line below makes one member

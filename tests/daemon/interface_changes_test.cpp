@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changes of interface entries and of their collector lists.
 
 #include "support.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The order of virtual operations and of members, which a platform built elsewhere relies on.
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The records that a commit stages, and their order.
 
 #include "support.h"

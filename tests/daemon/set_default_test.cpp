@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The default sampling rate of a new interface.
 
 #include <qxmw/qxmw.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the daemon's tests share: fixtures on a fresh fake platform, printers, short ways to write
 // expected records, and the matching of processes that end.
 

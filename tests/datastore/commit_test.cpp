@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commits: what is durable after them, and what a failed one leaves.
 
 #include "fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is wrong with an edit, and how it is said.
 
 #include <ostream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What each operation of an edit does to the candidate.
 
 #include "fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A datastore on a store of its own, and the words to edit it with. For the tests of the datastore.
 
 #ifndef TESTS_DATASTORE_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The same answers as the datastore's, found the slow and simple way: by looking at everything.
 
 #ifndef TESTS_DATASTORE_NAIVE_H

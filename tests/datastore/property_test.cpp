@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Thousands of random edits, and after each the datastore's answers beside those found by looking at
 // everything.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random edits from a seed: every operation, at every level, of a few names, valid or not.
 
 #ifndef TESTS_DATASTORE_RANDOM_EDIT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What validation finds, and in which words.
 
 #include "cdb/datastore/validate.h"

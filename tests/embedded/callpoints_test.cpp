@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Callpoint requests, their transactions and the writes made in them.
 
 #include "world.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connection to cdbd: what is registered, the order of the handlers' calls, refusals and
 // reconnection.
 

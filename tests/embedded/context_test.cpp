@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process context: its loop's end, and two contexts at once.
 
 #include <boost/asio/post.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The contract suite on the embedded platform: its client libraries against a store that the real
 // datastore has written, with a scripted cdbd and sflow-mgr.
 

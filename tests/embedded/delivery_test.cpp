@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One commit's way through the handlers.
 
 #include "world.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changes of the node's role.
 
 #include <qxos/callback.h>

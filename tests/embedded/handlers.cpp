@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "handlers.h"
 
 #include "platform/embedded/confd/convert.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Handlers that write down what the framework calls, in one list for all of them.
 
 #ifndef TESTS_EMBEDDED_HANDLERS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keypaths as text, values' release, and the last error.
 
 #include "platform/embedded/confd/convert.h"

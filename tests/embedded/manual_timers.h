@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Timers that fire when a test says so.
 
 #ifndef TESTS_EMBEDDED_MANUAL_TIMERS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Traces and faults.
 
 #include <qxmw/qxmw.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A test's own cdbd or sflow-mgr: listens at a path on the loop of the process under test, keeps what
 // it receives, and says what the test tells it to.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client API's reads on a real store.
 
 #include "platform/embedded/confd/convert.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sFlow service client: found and lost, operations, the gate, and managers that misbehave.
 
 #include "world.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "world.h"
 
 #include <sys/wait.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One process of the embedded platform in a test: its own run directory and store, a context with
 // timers that the test advances, and a scripted cdbd and sflow-mgr on the same loop. Everything
 // happens inside Settle, which runs until nothing more is to do.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Steps of the wall clock, by hours and both ways, under a sampling manager: its rhythms are those of the
 // monotonic clock, so samples and counters come as before, and what the state says of ages stays true. The
 // manager's clock is libfaketime's, which reads its offset from a file anew at each look; that file is what

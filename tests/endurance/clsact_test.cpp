@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The filters at clsact of a manager with no more privileges than its unit gives it: they go when they are
 // not wanted any more and when it ends, and the next manager takes away what a killed one has left.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Collectors that can't be reached, each in a way of its own, beside one that can: only their datagrams are
 // lost, each loss is counted and said, they are tried again, and the other gets everything.
 

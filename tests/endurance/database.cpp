@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration database, played by a test (see the header).
 
 #include "endurance/database.h"

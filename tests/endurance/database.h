@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration database as the manager sees it, played by a test for one purpose: to ask for the state.
 
 #ifndef ENDURANCE_DATABASE_H

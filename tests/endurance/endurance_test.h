@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the suites of this folder share: a switch with a manager that samples (sampling_world.h) for each
 // test, its log shown where a test fails, and steady traffic.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interfaces that come and go in hundreds, some of which the configuration names by name, alternative name or
 // alias: sampling follows the names, what is sampled besides is not disturbed, and nothing is left of them in
 // the process or in the machine.

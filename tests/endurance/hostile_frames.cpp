@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames that make no sense (see the header).
 
 #include "endurance/hostile_frames.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames that make no sense, for whatever looks into sampled packets. The same ones each time.
 
 #ifndef ENDURANCE_HOSTILE_FRAMES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What strangers may send while the manager samples: nonsense on the sampled wire, on the service's socket
 // and at the metrics' address. Each frame is sampled as it was, each datagram decodes strictly, and nothing
 // that is sent to one place disturbs another.

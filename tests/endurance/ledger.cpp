@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The accounts of samples (see the header).
 
 #include "endurance/ledger.h"

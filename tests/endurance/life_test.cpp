@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager killed, stopped for a while and started again amid traffic at 1:1: what passes goes on
 // unharmed, nothing is left behind that samples packets, and what is counted afterwards is right.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every operation of the service while packets flow at 1:1 on two ports: what it does, and that it loses and
 // doubles nothing of what it does not concern. Port p1 and collector "a" are what operations are about;
 // port p2 and collector "b" stand by. "c" is a collector that is not configured at first.

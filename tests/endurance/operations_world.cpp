@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the operations are tried on (see the header).
 
 #include "endurance/operations_world.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the operations are tried on: two ports sampled at 1:1 for two collectors under steady traffic, and the
 // expectations that several of them share.
 

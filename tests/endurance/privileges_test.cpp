@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the manager may still do once it has started as root with --user, and that this is enough: interfaces
 // that appear later are sampled and counted, collectors come and go, and it ends in order.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a change of the settings, of the agent address or of the encoding means for what waits and for the
 // sequence.
 

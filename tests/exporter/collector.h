@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A collector for tests of the export: a UDP socket that takes every datagram, and a reader of what the
 // exporter itself writes into it. It knows the samples of this suite only: a type, a length, a number and a
 // pattern.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What goes wrong at one collector: which datagrams it costs, what the status says, and that it costs nobody
 // else.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // More collectors than the process may open sockets for: those that found none say so and wait, the others
 // know nothing of it.
 

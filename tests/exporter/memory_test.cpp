@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What many collectors cost, idle and busy.
 
 #include <malloc.h>

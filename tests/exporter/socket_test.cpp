@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which datagrams go as one message, what the socket does where the kernel refuses that, and the mark.
 
 #include <linux/capability.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every sample that is put arrives once and in order, in datagrams that are whole, full, numbered without gap
 // and never larger than the collector's size.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of the export begin with: a network of their own, an exporter, and time that stands still
 // until a test moves it.
 

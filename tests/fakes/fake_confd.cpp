@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The C functions of the client API over the fake database. Every call is noted with its path.
 
 #include <confd_cdb.h>

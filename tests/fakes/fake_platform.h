@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fake platform: one object that stands for the whole of it, reset before every test.
 //
 // Implements, at link time, every function and class of the contract. Nothing happens by itself: a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "fakes/fake_schema.h"
 
 #include <arpa/inet.h>

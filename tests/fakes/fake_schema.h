@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of the configuration's schema that the fake database knows: the sFlow configuration and
 // the management addresses, written down once more by hand.
 

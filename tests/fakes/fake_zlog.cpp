@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The log: every line is recorded. Apart from the rest of the fake platform, because a process that
 // is linked with a real zlog takes that.
 

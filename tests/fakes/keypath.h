@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keypaths for tests, written as paths are: Keypath("/config/oam/sflow/collector{c1}/enabled").
 
 #ifndef FAKES_KEYPATH_H

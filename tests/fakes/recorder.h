@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the daemon did to the fake platform, as plain records in order.
 
 #ifndef FAKES_RECORDER_H

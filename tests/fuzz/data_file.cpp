@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes as a file of configuration, JSON or XML. What the pass takes, libyang reads without an
 // unknown node; what it refuses is refused at a place in the text.
 

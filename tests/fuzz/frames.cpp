@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes, in pieces of any size, into the reader of frames. The first byte of the input is the size of
 // the pieces. However they are cut, the frames must be those that the whole gives.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes, in pieces of any size, into the reader of NETCONF messages. The first byte of the input chooses
 // the framing (its lowest bit) and the size of the pieces. However they are cut, the messages must be
 // those that the whole gives, and so must what is wrong with them.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What must hold of a request that was read: where libyang could not make sense of a node it was its
 // value, because what is unknown was refused before. Used by a fuzz target and by a test.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes as a packet's first, on a port of a bridge, on a router's port with VLAN devices, and on a
 // device without link headers. The first four bytes of the input choose the device, the VLAN and the
 // EtherType that the packet's source tells.

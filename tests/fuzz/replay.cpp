@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs a fuzz target over every file of the directories named: how seeds, and inputs that once failed,
 // are tested without libFuzzer. Fails when there is nothing to run.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes as a NETCONF message: as the whole of it, inside of <config>, or inside of <filter>, by the
 // first byte of the input. Whatever it is, it is refused with an error, or becomes a request in
 // which nothing is unknown.

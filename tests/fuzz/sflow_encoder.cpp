@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Samples, encodings and room made up from the input, into the encoder of sFlow. What it writes stays
 // within its room, a strict decoder reads it, and finds the values that were given, cut to the room.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files of configuration: what is refused before libyang reads it, where, and in which words.
 
 #include "guard/data_file.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An alarm on the loop and on any timers: once for each time it was set, at the time that was set last.
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A Channel on one end of a socket pair, its events recorded, and the bare descriptor of the other.
 
 #ifndef TESTS_IPC_CHANNEL_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the service manager is told, on a socket of the test's own.
 
 #include <gmock/gmock.h>

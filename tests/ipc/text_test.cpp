@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Texts of peers, made fit for what shows them.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Roles of peers, and what the kernel says of who they are.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is done beside the loop: in a thread of its own, one task after the other, and nobody waits for one
 // that hangs.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A log file of its own for each test, and the environment that names it.
 
 #ifndef TESTS_LOG_LOG_FIXTURE_H

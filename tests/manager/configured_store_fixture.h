@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A store in a directory of its own, with the modules' schema, for what reads the configuration from it.
 
 #ifndef TESTS_MANAGER_CONFIGURED_STORE_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is read of the configuration, from a real store.
 
 #include "manager/status/configured.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Why nothing flows: each reason with its sentence, from records in which all else flows.
 
 #include "manager/status/diagnosis.h"

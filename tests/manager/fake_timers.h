@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Time that tests advance.
 
 #ifndef TESTS_MANAGER_FAKE_TIMERS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // sflow-mgr as a process that was given few files: it takes what it needs, and lives without.
 
 #include <sys/resource.h>

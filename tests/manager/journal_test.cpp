@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The journal: its lines to the letter, and what happens when they can't be written.
 
 #include "manager/service/journal.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A directory and a loop of the test's own, and protobuf peers on that loop.
 
 #ifndef TESTS_MANAGER_LOOP_FIXTURE_H

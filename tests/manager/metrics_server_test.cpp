@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The metrics over HTTP, with real sockets: what is answered, and that a peer's mistakes cost that peer only.
 
 #include "manager/status/metrics_server.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The metrics, line by line.
 
 #include "manager/status/metrics_text.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages that become operations, and those whose content can't be one.
 
 #include "manager/service/operation_message.h"

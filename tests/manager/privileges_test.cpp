@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is said where a capability is missing: what can't be done, and what helps.
 
 #include "manager/process/privileges.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // sflow-mgr as a process: what it refuses to start with, and how it ends.
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the manager's tests share: operations written short, an observer that records changes as text,
 // and the state as text.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clients on a real manager.sock: one session, operations in order, refusals, and bytes that no
 // well-meaning client sends.
 

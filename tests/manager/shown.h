@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A manager at which everything flows, as records, for the tests of what is shown of it: each of them
 // changes what it is about.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The parts of an answer: what is in each, what is looked at for it, and what it says where something is
 // missing.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager as a client of the database, which the test plays on a real cdb.sock.
 
 #include "manager/status/state_provider.h"

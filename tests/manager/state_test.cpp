@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sequences of operations: what is held after them, and what observers were told of the last one.
 
 #include "manager/service/state.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a question selects.
 
 #include "manager/status/state_wanted.h"

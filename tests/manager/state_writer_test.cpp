@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The state as it is shown: the nodes themselves, and that the model accepts them.
 
 #include "manager/status/state_writer.h"

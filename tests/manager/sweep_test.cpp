@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sessions one after the other: what the mark at the end of a load removes, and what it must not.
 
 #include <gtest/gtest.h>

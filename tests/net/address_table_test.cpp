@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The table of learned addresses against the standard's.
 
 #include <cstdint>

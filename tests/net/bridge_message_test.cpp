@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kernel's bridge messages, written by the test: so also what the kernel at hand does not send.
 
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Ethernet counters: the kernel's message, made here byte by byte because virtual interfaces have no
 // such counters; and that a driver without them is asked once only.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The counters of interfaces, as the kernel keeps them for virtual Ethernet with known traffic.
 
 #include "net/counters/counters.h"

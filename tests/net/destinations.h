@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where packets go to, as tests expect it; and devices of tables that a test fills.
 
 #ifndef TESTS_NET_DESTINATIONS_H

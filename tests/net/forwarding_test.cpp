@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the monitor says of packets, against what the kernel has learned and been told, in a network
 // namespace of the test's own.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The mirror below the loop, whose queue can be made small, and its sockets broken, against the kernel in a
 // network namespace of the test's own.
 

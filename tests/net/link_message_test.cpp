@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Link messages made by hand: what a kernel rarely says, or this machine's kernel does not.
 
 #include "net/links/link_message.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes down what a table of links tells.
 
 #ifndef TESTS_NET_LINK_RECORDER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A monitor on a network and a loop of the test's own.
 
 #ifndef TESTS_NET_MONITOR_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The monitor against the kernel, in a network namespace of the test's own.
 
 #include <chrono>

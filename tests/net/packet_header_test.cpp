@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading the first bytes of packets, as they are and cut off.
 
 #include <string>

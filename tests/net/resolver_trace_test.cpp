@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a packet that leaves has come from, by tables that the test fills: a router with a bridge, a device
 // of its own, a VLAN device and a tunnel.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The memory of routes, with a test that answers.
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client, against a server whose every byte the test chooses.
 
 #include "netconf/client.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Framing in both forms: whatever way the bytes arrive, and what breaks it.
 
 #include "netconf/framing.h"

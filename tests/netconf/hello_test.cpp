@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The hello: what is read of the other side's, and which framing follows.
 
 #include "netconf/hello.h"

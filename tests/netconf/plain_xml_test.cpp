@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Documents without comments, instructions and sections: the same content at the same lines.
 
 #include "netconf/plain_xml.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay: bytes both ways, however the sides end.
 
 #include "netconf/relay.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The XML around the data: escaping, bounds, and what is never accepted.
 
 #include "netconf/xml.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tests' own networks: what the kernel's tests stand on.
 
 #include "support/network.h"

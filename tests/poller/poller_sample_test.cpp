@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What stands in a counter sample.
 
 #include "manager/export/poller_sample.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A kernel that takes its time to answer: the poller waits for it beside the loop, and whatever happens
 // meanwhile happens.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // When counters are polled, and whose streams get them.
 
 #include "manager/export/poller.h"

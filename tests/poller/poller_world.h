@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A poller with nothing real around it: time that the tests advance, counters that they set, streams that
 // record what is put into them.
 

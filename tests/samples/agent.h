@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A real sflow-mgr in the network of the test, told what to do over its socket as the configuration
 // daemon's service client tells it, and asked for its own numbers at its metrics address.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What chance allows a number of samples to be.
 
 #ifndef SAMPLES_BINOMIAL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A collector of the test that complains (see the header).
 
 #include "samples/collector.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A collector of the test that complains, at its end, about everything that no datagram of this agent may
 // have, whatever the test is about: a size beyond the collector's, a gap in a sequence, another agent's
 // address, records out of order, time that goes back.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The suites' own collector: that it complains, since the others rely on that.
 
 #include <gtest/gtest-spi.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counter samples of the whole manager: what the kernel has counted, at the right time, to the right
 // collectors. Which packets are sampled, and how, does not matter here.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interfaces with an index of more than 24 bits, which the compact samples have no room for.
 
 #include <algorithm>

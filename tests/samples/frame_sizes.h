@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bytes of a frame around its packet.
 
 #ifndef SAMPLES_FRAME_SIZES_H

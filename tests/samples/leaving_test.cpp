@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Samples of packets as they leave: by which interface they had entered and by which route they go, as the
 // samples of their entry have it, and which ones this machine has made itself.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent's own datagrams pass the interfaces that it samples, at one in one, and are neither counted nor
 // sampled: else each datagram would make another.
 

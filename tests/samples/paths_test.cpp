@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a frame goes: what a sample says of it is where the kernel has sent it, as those at the far ends
 // have heard.
 

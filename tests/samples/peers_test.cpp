@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Collectors of other people's on the manager's datagrams: what they make of the samples is the traffic
 // that was sent and that the interfaces counted. Needs sfcapd and nfdump (nfdump-sflow), and sfacctd
 // (pmacct).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Nothing waits: not a lone sample for others to come, not a datagram to be filled. And no datagram is
 // larger than its collector wants it.
 

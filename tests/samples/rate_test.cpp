@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How many frames are sampled, and that pool, samples and the kernel's own counters tell the same story.
 //
 // False alarms: every bound here fails a right manager with a probability of 1e-8 at most; a run has 12 of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the suites of this folder share (see the header).
 
 #include "samples/samples_test.h"

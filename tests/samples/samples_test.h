@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the suites of this folder share: a network of the test's own with a bridge, agents and collectors in
 // it, and both sources of packets as rows. Each test is skipped where the kernel does not allow its source.
 

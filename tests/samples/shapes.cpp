@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames of many shapes (see the header).
 
 #include "samples/shapes.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames of many shapes that enter a bridge by its port p1, each with what sFlow says of it. The table is
 // worked out by hand from what is on the wire.
 

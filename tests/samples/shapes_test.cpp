@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Each frame, whatever its shape, becomes one sample that says what it was.
 
 #include <algorithm>

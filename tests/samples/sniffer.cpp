@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Hears frames (see the header).
 
 #include "samples/sniffer.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Hears the frames that leave by an interface's far end, and tells those of the test by the number that they
 // carry: where the kernel has sent a frame, as the far ends know it.
 

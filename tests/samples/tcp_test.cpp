@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A real stream of TCP between two hosts, whose packets the kernel holds as segments together: what is
 // counted and sampled is what is on the wire. What was on the wire is what the sender's own TCP counted.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Datagrams of the whole manager as a dissector of other people's reads them: it has nothing to complain
 // about, and finds the same in them as the tests' own decoder. Needs tshark.
 

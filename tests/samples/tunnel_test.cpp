@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interfaces without a link header: a sample has the packet from IP on.
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What sampling has the poller do as collectors and interfaces come and go.
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A whole sampling with a source, a kernel and a clock of the test's own, and real collectors on
 // loopback that decode what they get.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a sampled packet is in the terms of sFlow.
 
 #include "manager/sampling/flow_sample.h"

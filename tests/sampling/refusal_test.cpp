@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A source of packets that refuses, in whole or in part, and what becomes of it.
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What sampling does with the operations of the service and the events of the kernel.
 
 #include "manager/sampling/sampling.h"

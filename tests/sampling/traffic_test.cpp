@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // For how long no packet has been counted at an interface, and what it costs to know.
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Scenarios of the agent address: configured, else the first management interface's, else 0.0.0.0.
 
 #include "scenario/scenario.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Scenarios of collectors: created, changed, enabled, disabled, deleted.
 
 #include "scenario/scenario.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Scenarios of commits that touch several things, and of everything replaced or deleted.
 
 #include "scenario/scenario.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configurations that scenarios begin with, and their initial loads.
 
 #include "scenario/scenario.h"

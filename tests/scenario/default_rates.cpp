@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Scenarios of the default sampling rate: by speed class, overridden, followed by the rate.
 
 #include "scenario/scenario.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Scenarios of interfaces: their numbers, their collectors, created and deleted.
 
 #include "scenario/scenario.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One scenario: a switch on a configuration, one commit, and the calls that must reach the sFlow
 // manager for it. Tables of these are in the files beside; scenario_test.cpp plays them against real
 // processes. What the calls must be was worked out by hand from what the daemon promises, never

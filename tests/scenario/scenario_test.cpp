@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Plays every scenario against real processes: the configuration before it, its commit, then a commit
 // that gives one known call. The whole list must be the scenario's calls and that one, and when the
 // daemon has ended, nothing but the end of its session has come behind it.

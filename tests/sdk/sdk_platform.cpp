@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What makes the fake platform a library that a process can be run on: its log is the zlog that the
 // process was built with, and its loop plays the scenario named in SDK_SCENARIO.
 //

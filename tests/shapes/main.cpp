@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sends cdbd messages that are bent out of shape, each in a session of its own.
 //
 //   message_shapes [--size BYTES] [--patience SECONDS]             each shape at each place: a table

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // NETCONF messages as trees that can be bent out of shape: valid ones from a small grammar, and their text.
 // Nothing here checks or escapes anything: what is written is what is sent.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Small changes of a message: each leaves most of it as it was, so that it gets past the first looks. The
 // large ones are shapes (shape.h). Used for messages bent at random.
 

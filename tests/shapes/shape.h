@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The ways in which a message is bent out of shape: each makes one element about so many bytes large, in its
 // own way. Used for the table (each shape at each place) and for messages bent at random.
 

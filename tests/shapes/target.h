@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switch that the messages are sent to: one session a message, another one that looks on, and what cdbd's
 // CPU time was for it.
 

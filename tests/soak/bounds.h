@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What processes may have open and in memory: measured at each look, against what the same life of the
 // process had at its first.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The soak's own idea of a configuration: what is in it, how the database answers it, and what the manager
 // must have for it. Shares no code with the database.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Edits drawn at random, with what the soak's own model says that becomes of them.
 
 #ifndef SOAK_EDITS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // soak [--minutes N | --steps N] [--seed N] [--self-test]: the random walk until the time is over or
 // something is wrong. Prints seed, steps, kills and violations; ends with 1 at the first violation.
 // `--self-test` changes the switch behind the model's back and ends with 0 when that is found.

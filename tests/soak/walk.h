@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A random walk over one switch: several NETCONF clients edit, commit, lock and leave, processes are killed,
 // stopped and made to fail, and after each step the switch must be as the walk's own model says.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The walk: edits and commits in peace.
 
 #include "soak/walk.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The walk: processes killed, stopped and made to fail.
 
 #include <cerrno>

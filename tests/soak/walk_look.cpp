@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The walk: looking, and what every step needs.
 
 #include <sstream>

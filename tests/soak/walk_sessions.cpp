@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The walk: sessions and locks.
 
 #include "soak/walk.h"

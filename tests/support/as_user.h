@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Doing something as another user, in a child process, for tests that run as root.
 
 #ifndef SUPPORT_AS_USER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Something that hangs until the test lets go, as a request does while the kernel is busy with others.
 
 #ifndef TESTS_SUPPORT_BARRIER_H

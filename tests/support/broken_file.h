@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A file descriptor on which every call fails while this lives, and which is whole again afterwards.
 
 #ifndef TESTS_SUPPORT_BROKEN_FILE_H

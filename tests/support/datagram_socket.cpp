@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A UDP socket that collectors receive by (see the header).
 
 #include "support/datagram_socket.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A UDP socket that collectors of the tests and measurements receive by: bound, with room for a second of
 // everything, and one datagram after the other. It knows nothing of what is in them, and does not wait by
 // itself.

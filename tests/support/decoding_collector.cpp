@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A collector that keeps every datagram (see the header).
 
 #include "support/decoding_collector.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A collector that keeps every datagram and decodes it strictly (sflow_decoder.h). For tests that look at
 // what arrives; it judges nothing itself but the format.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Numbers drawn from a seed, the same on every machine.
 
 #ifndef SUPPORT_DICE_H

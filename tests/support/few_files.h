@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A process that can open few files more, for tests of what happens then.
 
 #ifndef TESTS_SUPPORT_FEW_FILES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A peer that a test plays itself (see the header).
 
 #include "support/frames.h"

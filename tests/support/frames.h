@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A peer of cdb.sock, manager.sock or netconf.sock that a test plays itself: whole protobuf frames, or
 // any bytes. Blocking, with deadlines.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager's journal as tests read it (see the header).
 
 #include "support/journal.h"

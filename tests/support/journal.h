@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager's journal as tests read it: one call a line, in the order received, compared as text.
 // Also the state that a manager has after these calls, worked out here independently of it.
 

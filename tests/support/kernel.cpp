@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the kernel itself says of an interface (see the header).
 
 #include "support/kernel.h"

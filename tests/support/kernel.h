@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the kernel itself says of an interface: what has passed there, and who samples packets there. For
 // tests and measurements that compare it with what the manager says. Of the namespace that the calling thread
 // is in.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A real sflow-mgr as a process (see the header).
 
 #include "support/manager_process.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A real sflow-mgr as a process, in a directory and on sockets that nobody else has. For tests that are its
 // client themselves, and for measurements; the whole switch is world.h.
 

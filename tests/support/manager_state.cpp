@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The state of a manager worked out twice, from its calls and from a configuration (see journal.h).
 
 #include <functional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads the manager's metrics (see the header).
 
 #include "support/metrics.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads the numbers that sflow-mgr serves at --metrics, for tests that compare them with what they have
 // counted themselves.
 

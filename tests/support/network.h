@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A network of a test's own: a fresh network namespace that the test's process moves into, with veth
 // pairs, and frames put on them byte by byte. It goes with the process. Needs root, or a kernel that
 // gives user namespaces to everybody.

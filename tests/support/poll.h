@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Waiting for a condition with a deadline: the only way in which the suites with real processes
 // wait. Not for unit tests, which advance a clock instead.
 

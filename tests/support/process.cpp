@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Child processes of a test (see the header).
 
 #include "support/process.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Child processes of a test: started with their output in files, ended with their owner, and killed
 // by the kernel should the test die. Used by World and by tests that run a program to its end.
 

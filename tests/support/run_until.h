@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs an event loop of the test's own until something holds.
 
 #ifndef TESTS_SUPPORT_RUN_UNTIL_H

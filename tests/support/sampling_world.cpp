@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A small switch with a real sflow-mgr on it (see the header).
 
 #include "support/sampling_world.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sFlow service's client, played by a test (see the header).
 
 #include "support/service_client.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sFlow service's client, played by a test: one session with a running sflow-mgr and the operations of
 // the service as calls. Blocking. Names and numbers are sent as given, good or bad.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Written from the text of sFlow version 5 (July 2004) and RFC 4506 alone; see the header.
 
 #include "support/sflow_decoder.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A strict decoder of sFlow version 5 datagrams for tests. It shares no code and no constant with the
 // encoder, so that a mistake in one is not made good by the other. It knows the samples and records that
 // this system sends and takes nothing else: unknown formats, lengths that are not exact, padding that is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Answers to questions for state as text that tests can compare: JSON with all values as strings, leaf-lists
 // and lists as arrays, the keys of an entry in "keys".
 

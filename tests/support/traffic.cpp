@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Traffic in great number (see the header).
 
 #include "support/traffic.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Traffic: frames put on an interface in great number, as fast as one core can or at an even rate, and
 // what that took. For single frames there is Injector (network.h). Used by the measurements under bench/,
 // by the demonstration and by tests that need a steady stream.

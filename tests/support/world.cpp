@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A switch of the test's own (see the header).
 
 #include "support/world.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A switch of the test's own: cdbd, sflow-mgr and sflow-app as real processes on directories and
 // sockets that nobody else has. Not a fixture: knows nothing of GoogleTest, so that the measurements
 // use it too.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The test's side of write faults (see the header).
 
 #include "support/write_faults.h"

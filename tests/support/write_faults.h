@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Makes a process's writing to the files of one directory fail, or ends the process, at the n-th call: the
 // commits of a database are tried at each of their steps. What counts is write, pwrite, writev, pwritev,
 // fsync, fdatasync, msync and ftruncate.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a test and the library preloaded into the process under test share: a file that both map. See
 // write_faults.h.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library that a test preloads into a process to make its writing fail, or to end it, at a chosen call
 // (write_faults.h). It takes the place of the C library's calls and makes the system calls itself, so that it
 // is the same with and without sanitizers.

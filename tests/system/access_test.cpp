@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Access control over NETCONF, with sessions of several users.
 
 #include <csignal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // cdbd killed at each of the calls by which a commit gets to the disk, while sflow-app is connected and so
 // has LMDB's lock file open: the commit is there whole or not at all, at once and for good.
 

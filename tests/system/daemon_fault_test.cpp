@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon in front of a database that breaks its promises. A real cdbd never offers such a store,
 // so this test plays cdbd: a store written by hand, and the first messages of its socket.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A switch whose cdbd can be made to fail, or to end, at any of its writing calls to the store; and the looks
 // at it afterwards. Used by commit_kill_test.cpp and store_fault_test.cpp.
 

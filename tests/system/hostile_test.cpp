@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bytes that no well-meaning peer sends, on all three sockets, while everything else goes on.
 
 #include "ipc/cdb.pb.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Each process killed at each stage: afterwards the manager has what the configuration says, and what
 // a commit has answered is there.
 

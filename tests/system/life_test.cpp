@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The processes as an operating system and an operator see them: their end, their log, their faults,
 // the node's role.
 

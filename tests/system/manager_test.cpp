@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager lost and found, asked to take everything anew, and told about a second client.
 
 #include <csignal>

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """Manages the switch with ncclient, as a controller would, and checks every answer.
 
     netconf_peer.py relay RELAY                 through the relay's standard input and output

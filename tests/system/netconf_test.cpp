@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // NETCONF against the real switch: what is refused, with which tag, and what stays as it was. The
 // sessions' fine points are the agent's unit tests' matter.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A switch whose processes are of a user of their own, with a group for them and one for operators, as the
 // units start it. Users and groups are numbers that no machine gives names to. Needs root.
 

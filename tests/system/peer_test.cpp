@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Other people's programs on the switch: a NETCONF client library over the relay and over a real SSH
 // server.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Why are there no samples? A switch with real interfaces and collectors in a network of its own, brought
 // into each state in which nothing flows, and what its shell says then.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random commits while random processes are killed: whatever happens, the manager ends with what the
 // configuration says. The seed is fixed, and printed with every failure.
 

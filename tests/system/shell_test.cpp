@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // swcli against the real switch: what an operator's files and commands do, and what bad ones say.
 
 #include <nlohmann/json.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // cdbd killed at each of the calls by which a new store is made, at the first start and while a configuration
 // is loaded into it: the next start finds a whole store, or none and makes one.
 

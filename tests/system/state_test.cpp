@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The state of real processes: of one among many interfaces, and of a manager that is dead, stopped or gone
 // in between.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Each of the calls by which a commit gets to the disk fails in turn: cdbd goes on and answers, what it has
 // accepted stays, and what it has refused never comes back.
 

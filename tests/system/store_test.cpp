@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The store on disk: a second cdbd, a damaged or newer format, a full disk, --init on a used one.
 
 #include <sched.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon as cdbd's subscriber: stuck, absent, twice.
 
 #include <unistd.h>

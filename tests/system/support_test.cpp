@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The harness itself: what it reads out of a journal, and that its two ways to a manager's state can
 // tell right from wrong.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the suites of this folder share: a World for each test, its logs shown where a test fails, and
 // the few things that nearly every test does. Configurations are those of the scenarios.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who may open what, and what a process is believed that has opened it: as a third user, as an operator, as
 // the processes' own user and as another user of their group.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the service manager hears of the three processes: that they serve, that their loops turn, and nothing
 // any more of one that hangs.
 

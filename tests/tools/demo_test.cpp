@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tools/demo as "make run" calls it without a terminal.
 
 #include <sstream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The notify script for keepalived: the state it is told, and what it asks the switch for.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tools/switch on directories of the test's own.
 
 #ifndef TESTS_TOOLS_SWITCH_FIXTURE_H

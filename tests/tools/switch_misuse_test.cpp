@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tools/switch where something is missing: it says what, and leaves nothing running.
 
 #include "tools/switch_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tools/switch with real processes: ready, ended, and what it says when one of them dies.
 
 #include "tools/switch_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counters samples and the head of a datagram as bytes, worked out by hand from the layout in sFlow
 // version 5.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The decoder that the other suites rely on: it reads every field, and refuses what is not exact.
 
 #include "support/sflow_decoder.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the decoder must find after a sample was encoded: worked out from the sample and the room, without
 // the encoder's code. The round-trip tests and the fuzz target of the encoder use it.
 

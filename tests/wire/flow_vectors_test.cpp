@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Flow samples as bytes, worked out by hand from the layout in sFlow version 5.
 //
 // Without header bytes and router a compact sample is 8 + 80 bytes, an expanded one 8 + 92. A router adds 20

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bytes as hexadecimal text and back, for vectors that stand in the tests as data.
 
 #ifndef TESTS_WIRE_HEX_H

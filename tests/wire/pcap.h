@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A capture file of UDP datagrams to the port of sFlow, for dissectors of other people's.
 
 #ifndef TESTS_WIRE_PCAP_H

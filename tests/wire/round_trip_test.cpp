@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random samples in random room, encoded and decoded again: every value comes back, what does not fit is
 // cut where it should be, and all of it fits together in one datagram.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Samples with every field made up by a source of numbers: random ones in the round-trip tests, the
 // fuzzer's input in the fuzz target.
 

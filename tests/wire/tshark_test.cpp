@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Datagrams as a dissector of other people's reads them: nothing malformed, nothing unknown, and the
 // numbers that were put in. Needs tshark.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tables of wire vectors share: the header bytes that samples refer to, and the comparison of
 // what was written with the bytes expected.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The YANG modules against data: every file in valid/ must be accepted, every x.json in invalid/ must
 // be refused with each of the lines in x.txt. A file's name begins with what it is: config-, state-
 // or request-. A new file is a new test as soon as the build is configured again.

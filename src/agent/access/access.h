@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Access control (RFC 8341): holds the rules in force and makes of them what a session's user may do. The
 // rules come from a file, which is read again on demand, or are the default ones.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whether a user may make an edit: which nodes it creates, updates and deletes, and what the grant says of
 // each.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whether a user may make a commit: what its rows create, update and delete, and what the grant says of each.
 
 #include <libyang/libyang.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads a file of access rules: the container nacm of ietf-netconf-acm in XML or RFC 7951 JSON.
 
 #ifndef AGENT_ACCESS_ACCESS_FILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one user may do, by the rules as they were when the session asked (RFC 8341, section 3.4): made once
 // for a session and used for each of its requests. Immutable, so any thread may ask.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The rules of access control (RFC 8341) as values: what a file of rules says, resolved against the schema
 // that requests are about. What they mean for a user is access_grant.h.
 

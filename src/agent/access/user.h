@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The name of a user, for the history and the log.
 
 #ifndef AGENT_ACCESS_USER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Asks the holders of callpoints about the entries that an edit creates. All requests go out without
 // waiting for each other's answers, as fast as the holder's connection takes them.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One process connected to cdb.sock: its registrations, and the questions that it still has to
 // answer. Whether a registration can be granted is its host's decision; what the questions are about
 // is the matter of those who ask.

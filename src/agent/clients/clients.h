@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The processes connected to cdb.sock: lets them in, knows who holds what, keeps their faults.
 
 #ifndef AGENT_CLIENTS_CLIENTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Takes a commit's change set to the subscribers that it touches, one after the other in the order of
 // their lowest touched priority, each until it has acknowledged.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/clients/fault_intake.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The faults that processes report, on their way to the store: bounded in number for each process and for
 // all, and handed over in batches. What was too much is counted and said in one line.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/clients/provider_node.h"
 
 #include <libyang/libyang.h>

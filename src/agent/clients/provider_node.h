@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a state provider's data stands in the schema, and which providers the schema expects. Used when one
 // registers, when it is asked and when it answers.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One question to several clients, and what became of it.
 
 #ifndef AGENT_CLIENTS_REQUEST_ALL_H

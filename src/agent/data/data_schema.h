@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The data nodes of all modules as reading needs them: children in the order they are written, tags ready
 // to be appended, defaults as text. Made once of libyang's compiled modules; used by filters, writer and
 // sources, in any thread.

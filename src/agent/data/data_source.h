@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where data to be written comes from: configuration rows, a libyang tree. Walked from the top down by
 // the writer, which knows the schema and asks for the nodes that it wants.
 

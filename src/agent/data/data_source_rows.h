@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Configuration as data, straight from a datastore's rows, with the defaults that the schema has for
 // what is not set.
 

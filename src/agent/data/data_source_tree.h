@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A libyang tree as data: state, and the candidate. Of one thread at a time, like the tree.
 
 #ifndef AGENT_DATA_DATA_SOURCE_TREE_H

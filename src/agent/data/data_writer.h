@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes data as XML: what a subtree filter selects, in the mode of defaults asked for, nodes in schema
 // order and the entries of each list in the order that the source gives. Used for <get> and <get-config>.
 

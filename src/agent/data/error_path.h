@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Paths of nodes as <error-path> wants them: absolute XPath with a prefix before every name, because
 // in XPath a name without one is in no namespace. Used by errors.cpp.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one place where refusals become <rpc-error>s: typed errors of the database, and what libyang
 // finds wrong with a request.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A subtree filter (RFC 6241, section 6) resolved against the schema, once a request: for each schema
 // node what is selected below it and on which condition. Alternatives that hold on the same condition
 // are joined, and found by the values of their leaves, so that what a filter costs a node of the data

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A reference to something that can be called, for callbacks that are called before the function they
 // are given to returns. Unlike std::function it never allocates and owns nothing.
 

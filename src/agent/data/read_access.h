@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who may read what.
 
 #ifndef AGENT_DATA_READ_ACCESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A subtree filter as the client has written it (RFC 6241, section 6): read from the request's own
 // text, so that it means what the standard says and not what a schema makes of it. What it selects is
 // the matter of filter_plan.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/data/yang_tree.h"
 
 #include <libyang/libyang.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ownership of libyang data trees in the agent, and the few questions it asks of their nodes.
 
 #ifndef AGENT_DATA_YANG_TREE_H

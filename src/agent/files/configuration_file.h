@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads a configuration file: RFC 7951 JSON or XML. Used by --init and --import.
 
 #ifndef AGENT_FILES_CONFIGURATION_FILE_H

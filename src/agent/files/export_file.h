@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A store's configuration to a file and from one, while no cdbd serves it (exporting: while one does, too).
 
 #ifndef AGENT_FILES_EXPORT_FILE_H

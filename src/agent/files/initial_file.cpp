@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/files/initial_file.h"
 
 #include "agent/files/configuration_file.h"

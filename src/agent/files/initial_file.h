@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A configuration file becomes the first content of an empty store.
 
 #ifndef AGENT_FILES_INITIAL_FILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A listening socket that lets connections in for as long as it lives, and goes on when that fails
 // for a while (no descriptors left).
 

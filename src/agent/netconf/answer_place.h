@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one answer takes of the room for answers (answer_room.h), from the beginning of the work on it until
 // the client has read it or its session has ended.
 

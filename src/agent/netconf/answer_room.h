@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How much memory the long answers may take that clients have not read yet, all sessions together. A request
 // for a long answer is not begun before there is room for it: until then it waits, and where it has waited
 // too long it is refused. Short answers never ask. Lives in the loop.

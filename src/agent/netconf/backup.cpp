@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Copies of the store while it is served.
 
 #include "agent/netconf/backup.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Copies of the store while it is served, beside the loop. One at a time.
 
 #ifndef AGENT_NETCONF_BACKUP_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the agent says of itself in its hello.
 
 #ifndef AGENT_NETCONF_CAPABILITIES_H

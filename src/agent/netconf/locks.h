@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who has locked which datastore (RFC 6241, section 7.5).
 
 #ifndef AGENT_NETCONF_LOCKS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the requests of NETCONF do here (RFC 6241, section 7 and 8; our own of switch-system).
 
 #ifndef AGENT_NETCONF_OPERATIONS_H

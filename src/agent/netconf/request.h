@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One request under way, from its message to its answer: answered exactly once, at any later time.
 
 #ifndef AGENT_NETCONF_REQUEST_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One <rpc> message, read: the attributes that go back on its reply, the operation as a libyang tree,
 // and its subtree filter. Carries nothing out.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one pass over a message before libyang reads it: well-formed, within bounds, an <rpc> with an
 // operation that exists, and nothing in it that the schema does not know. Notes the filter on the way.
 // Used by rpc.cpp.

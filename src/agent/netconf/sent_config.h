@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration inside a message as a text of its own: the bytes between <config> and </config>, with the
 // namespaces that are declared around them. Used by rpc_scan.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Jobs that wait for something while they are under way, one after the other: an edit of the candidate may
 // wait for a callpoint, a commit for its subscribers, and the next one waits until they are done.
 

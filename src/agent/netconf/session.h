@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One NETCONF session's connection: hello, framing, one request after the other. The next request is
 // read when the answer to the one before it is with the client, so what a client makes us keep is
 // bounded by one request and one reply, and a client that does not read delays nobody but itself.

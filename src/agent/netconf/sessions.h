@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The NETCONF sessions that are open: lets clients in, turns their messages into requests, and ends
 // sessions on demand.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Work that takes longer than the loop can wait, done beside it in a thread of the bench, one piece after the
 // other. What a piece of work uses is used by no other thread until its end has been told to the loop. The
 // agent has two: one for all that is done with the candidate and the store's write side, one for long

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The management agent of cdbd: NETCONF for operators and controllers on one socket, the processes of
 // the switch on another, in one loop. Puts the parts together and lets the connections in.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/process/program_options.h"
 
 #include <charconv>
@@ -7,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "cdb/schema/yang_directory.h"
 #include "ipc/trust.h"
 
 namespace agent {
@@ -23,7 +25,6 @@ constexpr std::uint64_t kLeastElements = 1000;
 constexpr std::uint64_t kLeastUnread = std::uint64_t{1} << 20;
 /// The tree of a message takes some ten times its length.
 constexpr std::uint64_t kMostMessage = std::uint64_t{1} << 30;
-constexpr const char* kInstalledYang = "/usr/share/sflow-switch/yang";
 constexpr const char* kAccessFile = "/etc/sflow-switch/access.xml";
 
 /// In milliseconds a day; enough for anything else.
@@ -53,13 +54,6 @@ std::uint64_t Size(std::string_view option, std::string_view text, std::uint64_t
         throw UsageError(std::string(option) + " needs a size from " + std::to_string(least) + " bytes to " +
                          std::to_string(most >> 30) + "G, such as 64M, not \"" + std::string(text) + "\"");
     return number << shift;
-}
-
-fs::path YangDirectory(const fs::path& program)
-{
-    const fs::path beside = (program.parent_path() / "../../yang").lexically_normal();
-    std::error_code ignored;  // a directory that can't be looked at is not used
-    return fs::is_directory(beside, ignored) ? beside : fs::path(kInstalledYang);
 }
 
 using Setter = void (*)(ProgramOptions& options, const std::string& name, const std::string& value);
@@ -168,8 +162,7 @@ ProgramOptions ParseOptions(int argc, const char* const* argv, const fs::path& p
     options.switchGroup = ipc::kSwitchGroup;
     std::error_code ignored;  // a file that can't be looked at is not there for us
     if (fs::exists(kAccessFile, ignored)) options.accessFile = kAccessFile;
-    const auto yang = environment("SFLOW_YANG_DIR");
-    options.yangDirectory = yang ? fs::path(*yang) : YangDirectory(program);
+    options.yangDirectory = cdb::YangDirectory(program, environment("SFLOW_YANG_DIR"));
     for (int i = 1; i < argc; ++i) {
         std::string name = argv[i];
         if (name == "--help" || name == "-h") {

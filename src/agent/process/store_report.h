@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is in a store, as text for people. Used by cdbd --check.
 
 #ifndef AGENT_PROCESS_STORE_REPORT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a state provider has answered, taken over part by part: each node is looked up in the schema, and
 // what the schema does not have makes the whole answer void. Used by state_round.
 

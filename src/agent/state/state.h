@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Operational state for <get>: what cdbd knows itself, and what the providers answer when asked. What is
 // missing is said.
 

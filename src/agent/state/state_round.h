@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One question for state to several providers at once: takes their answers part by part, each in a turn of
 // the loop, and gives up those that do not go on. Used by state.cpp.
 

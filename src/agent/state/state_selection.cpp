@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/state/state_selection.h"
 
 #include <libyang/libyang.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a subtree filter selects of a part of the state, as far as it is simple to say: lists by the values of
 // keys, and children by name. It may select more than the filter, never less; the filter is applied to what
 // comes. Used for the questions to those who provide state.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // State as a plain tree: containers and list entries with the texts of their leaves, all of them checked by
 // whoever has put them there. Not libyang's data: it costs a tenth, and any thread may read it once it is
 // made.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The state that cdbd provides itself: the connected processes, the faults, and what was denied. Used by
 // state.cpp.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/state/value_check.h"
 
 #include <libyang/libyang.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whether a text is a value of a leaf's type. What state mostly has is looked at here, for libyang takes a
 // microsecond and more for each value; it decides about the rest. Used where state is taken over.
 

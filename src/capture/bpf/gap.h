@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0
 // How many frames it is to the next sampled one: one function, the same for the program in the kernel and
 // for the tests of its distribution. C and C++.
 //

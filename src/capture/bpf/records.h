@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0
 // What the program in the kernel and the process say to each other: map values, shared words and the
 // records of the ring. C and C++; host byte order throughout.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0
 // Samples packets at an interface's ingress and egress hook and hands their beginnings to the process
 // through one ring. Touches no packet: the verdict is always "next". Nearly all packets take the short
 // road through Look: one look-up in an array, one addition, one subtraction.
@@ -317,4 +318,6 @@ int sflow_ingress_while_alive(struct __sk_buff* packet) { return Lives() ? Look(
 SEC("tc")
 int sflow_egress_while_alive(struct __sk_buff* packet) { return Lives() ? Look(packet, 1) : TC_NEXT; }
 
+// Of its two licences the one that the kernel knows: it takes "GPL" for what may be had under the GPL's version 2,
+// and has no word for the choice between that and Apache-2.0.
 char licence[] SEC("license") = "GPL";

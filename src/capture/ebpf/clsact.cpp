@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Filters at the clsact qdisc, for kernels before tcx. They stay when the process is killed, so they have
 // a place and a name by which the next start finds them, and the program a heartbeat without which it rests.
 // All of this takes CAP_NET_ADMIN and nothing more: a running manager has not kept what it takes to open a

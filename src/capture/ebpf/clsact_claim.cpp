@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A listening socket whose name is taken, and who has it (unix(7): abstract names, SO_PEERCRED).
 
 #include "capture/ebpf/clsact_claim.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Says to other managers that one lives whose filters hang at clsact. A filter does not tell whose it is, nor
 // whether that process lives. So a manager with clsact hooks holds a Unix socket of an abstract name: there
 // is one such name a network namespace, and the kernel takes it back however the process ends. Nothing is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Table and scale of the gaps. Not on any packet's road: once a start, once a change of settings.
 
 #include "capture/ebpf/gap.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What capture/bpf/gap.h computes with and what can't be computed in the kernel: the table of logarithms
 // and the scale that belongs to a rate. For the eBPF source and the tests of the gaps' distribution.
 

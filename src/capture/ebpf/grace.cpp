@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Switches expedited grace periods on for a row of attachments, and off after it.
 
 #include "capture/ebpf/grace.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Makes attaching to many interfaces quick. Not needed for correctness; used by both sources.
 //
 // Each attachment and detachment waits in the kernel, holding the lock of all network configuration,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the sampling program hangs: the two kinds of hooks at an interface's ingress and egress, tcx and
 // clsact, behind one interface. Used by the eBPF source.
 

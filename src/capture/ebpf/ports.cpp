@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Slots of interfaces, used again when an interface goes.
 
 #include "capture/ebpf/ports.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interfaces of the eBPF source as user space knows them, and what turns a record of the ring into a
 // sample: an interface's counts are per CPU and direction in the kernel, and become one sum here. No system
 // calls. Used by the eBPF source.

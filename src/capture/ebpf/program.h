@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sampling program as it stands in the kernel, with its maps. Knows neither hooks nor interfaces: a
 // port is a key (records.h). Used by the eBPF source.
 

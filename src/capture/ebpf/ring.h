@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The reading end of the ring between the sampling program and the process: records in order, their
 // bytes where the kernel put them. Knows nothing of what is in a packet. Used by the eBPF source, instead of
 // libbpf's ring_buffer, which maps the ring twice and gives room back record by record.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The eBPF source: ports and hooks made and unmade as the caller says, and the ring drained in batches.
 
 #include "capture/ebpf/source.h"

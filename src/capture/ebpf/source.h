@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Packets sampled by an eBPF program at the interfaces' tcx hooks, or at clsact where the kernel has no
 // tcx; one ring buffer for all. The kernel wakes the process when the first packet waits, or much does,
 // never for each.

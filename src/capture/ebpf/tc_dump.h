@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What hangs at the interfaces' traffic control, by rtnetlink (rtnetlink(7)): libbpf makes and removes
 // filters, but can't list. Unlike opening a program by its number, this takes no privilege. Used by the
 // clsact hooks only.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tcx links by the bpf system call itself: the library knows them only from its next versions on.
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // When to look into the ring. The program wakes the process for the first record after a time of silence
 // and when the ring fills; in between a timer looks. So silence costs nothing, a lone packet arrives at
 // once, and a stream of packets costs ten wake-ups a second. Used by the eBPF source.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads the blocks of a sampling socket's ring (TPACKET_V3) and gives them back to the kernel. Knows the
 // layout and nothing of interfaces and rates. Used by ring_source.cpp.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "capture/packet_socket/closer.h"
 
 #include <condition_variable>

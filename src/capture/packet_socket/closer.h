@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ends pairs of packet sockets without making anybody wait. To close one the kernel waits several times until
 // every CPU has passed a quiet moment: some 60 ms in which the loop would stand still. So threads do it,
 // which are there only while there is something to close; they wait together, so a few of them close hundreds

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "capture/packet_socket/filter.h"
 
 #include <linux/if_packet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The classic BPF programs of the packet sockets (linux/filter.h): who is sampled, who is only counted, and
 // how much of a packet is kept. Only values: attaching them is ring_socket.h's.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two packet sockets by which an interface is sampled, with a rate and directions that they keep. Others
 // mean another pair: both can be there at once. Used by ring_source.cpp.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An interface that is sampled with packet sockets, over all changes: the pair of sockets it has now, its
 // counts, and how often to look at its ring. Used by ring_source.cpp.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "capture/packet_socket/socket.h"
 
 #include <linux/if_ether.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two kinds of packet sockets of a sampled interface (packet(7)), without any policy: one with a ring
 // that takes what is sampled, one that only counts. Both let nothing through until they are given a filter.
 // Used by ring_pair.h.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sampling with packet sockets: who is sampled how, what was counted, and when blocks are read. The rest
 // of it: ring_filter.h (who is sampled), ring_socket.h and ring_pair.h (the sockets), ring_blocks.h (the
 // memory), ring_port.h (an interface), ring_waker.h and ring_closer.h (when, and how it ends).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Packets sampled by a random filter of packet sockets (packet(7), TPACKET_V3), for kernels and
 // privileges that do not allow eBPF. A second socket per interface counts what could have been sampled.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Wakes the process for a ring in which the first block waits, once; after that the ring is silent until it
 // is asked to wake again, however many blocks are added: whoever was woken looks by a timer. One descriptor
 // of the loop for any number of rings. Used by ring_source.cpp.

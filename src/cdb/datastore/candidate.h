@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The candidate as a libyang tree, as far as it may differ from running: the trunk, that is the containers
 // and leaves outside of lists, and those units, the entries of outermost lists, that were touched. A unit is
 // loaded from the store's rows when it is first touched; what was not touched is running's. Knows no edit

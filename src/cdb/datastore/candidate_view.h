@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The candidate's rows: running's, but for what was touched. And rows with others put over them.
 
 #ifndef CDB_DATASTORE_CANDIDATE_VIEW_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What differs between running and the candidate, looked for only where the candidate was touched: the change
 // set for subscribers, the rows for the store, and the rows as they were. Changes neither. Used by the
 // datastore.

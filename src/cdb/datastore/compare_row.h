@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The leaves of one entry or container: their row for the store, and their effective values.
 
 #ifndef CDB_DATASTORE_COMPARE_ROW_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operations on the datastores, each wired of its parts: editor, validator, comparison, store.
 
 #include "cdb/datastore/datastore.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The running and candidate datastores. Running is what the store holds; the candidate is running and, in
 // memory, what was touched since. Every operation costs in proportion to what it touches, not to the
 // configuration. Knows no session and no lock. One thread at a time calls its functions, but for Running,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The way through the edit and what each operation means. The changes themselves: edit_change.cpp.
 
 #include "cdb/datastore/edit.h"

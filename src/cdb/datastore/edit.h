@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Applies one edit (RFC 6241, section 7.2) to the candidate in place. Every change goes into the log that it
 // is given. Whether the result is valid is not looked at here. Used by the datastore.
 

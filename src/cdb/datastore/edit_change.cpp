@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The changes that the editor makes. What calls for them: edit.cpp.
 
 #include <libyang/libyang.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What can be wrong with an edit, in words that name the thing and the remedy. Used by the editor.
 
 #ifndef CDB_DATASTORE_EDIT_ERRORS_H

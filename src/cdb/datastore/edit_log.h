@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The changes that one edit has made to a tree, in order, so that they can be taken back. Every
 // change of the candidate by an edit goes through here. Owns what the edit has taken out.
 

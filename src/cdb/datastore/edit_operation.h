@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operation that an edit's node asks for: its attribute (RFC 6241, section 7.2), or what it
 // inherits. Used by the editor.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Finds out which entries with a callpoint an edit creates, without changing anything: whom to ask is known
 // before the edit is applied. Used by the datastore.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The callpoints' writes of one edit, by the entry whose creation they belong to. Used by the editor.
 
 #ifndef CDB_DATASTORE_EDIT_WRITES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Finding and naming nodes. Making them: tree_make.cpp.
 
 #include "cdb/datastore/tree.h"

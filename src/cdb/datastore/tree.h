@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the datastores need of libyang's data trees: finding, making and taking out nodes in time that
 // does not depend on how many siblings they have. Knows neither edits nor commits. Used by the files
 // of the datastore.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cdb/datastore/tree_for_edit.h"
 
 #include <libyang/libyang.h>

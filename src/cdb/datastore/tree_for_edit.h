@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of a datastore that an edit is judged by: what it names and what it takes out, as a complete tree.
 // Built of rows; knows no rule and applies nothing. Used by the agent's access control.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Builds trees from rows: a whole datastore, its trunk, or one entry.
 
 #ifndef CDB_DATASTORE_TREE_LOAD_H

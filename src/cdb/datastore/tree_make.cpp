@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Making nodes, and keeping trees complete. Finding them: tree.cpp.
 
 #include <libyang/libyang.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Validates the candidate where it was touched: libyang looks at the trunk and the touched units, and the
 // references that leave a unit are looked up here. Where the schema's constraints reach further, everything
 // is validated. Used by the datastore.

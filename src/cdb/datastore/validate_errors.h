@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What libyang says of an invalid tree, in words that name the thing and the remedy.
 
 #ifndef CDB_DATASTORE_VALIDATE_ERRORS_H

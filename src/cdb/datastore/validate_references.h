@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Looks up what leafrefs to the entries of outermost lists name: a hash or the store knows at once what an
 // XPath over all entries finds slowly. Used by the validator.
 

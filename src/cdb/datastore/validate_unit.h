@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Hands trees to libyang for validation: a whole one, or the trunk with a single unit. Used by the validator.
 
 #ifndef CDB_DATASTORE_VALIDATE_UNIT_H

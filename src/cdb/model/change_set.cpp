@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The walk over a change set. Its message form: change_set_message.cpp.
 
 #include "cdb/model/change_set.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a commit changed, and the walk that subscribers see of it. Made by cdbd from the datastores
 // before and after; carried to clients as a message; walked there. Independent of libyang.
 

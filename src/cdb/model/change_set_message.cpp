@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Change sets to and from messages.
 
 #include "cdb/model/change_set.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The errors of the configuration database, typed after RFC 6241's error list. Mapped to NETCONF in
 // one place (agent) and to the client API's text in one place (platform/embedded).
 

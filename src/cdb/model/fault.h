@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a process has reported of itself.
 
 #ifndef CDB_MODEL_FAULT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the history keeps of a commit.
 
 #ifndef CDB_MODEL_HISTORY_H

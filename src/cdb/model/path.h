@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Paths of the client API: "/config/oam/sflow/interface{eth1}/sampling-rate". In braces everything
 // up to the closing one is the key, several keys stand between blanks; "[n]" is an index.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The form in which configuration is stored: one row for each entry or container, with its explicit values.
 
 #ifndef CDB_MODEL_ROW_H

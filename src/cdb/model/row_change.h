@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One row that differs between two states of a datastore: what is written to the store, and what a commit is
 // judged by.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Look-ups in the schema table. How it is stored: schema_table_stored.cpp.
 
 #include "cdb/model/schema_table.h"

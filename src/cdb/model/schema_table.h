@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration schema as a flat table: what readers of the store, keypaths and change sets
 // need of the model, without libyang. cdbd derives it from the YANG modules and keeps it in the
 // store; clients read it from there. Holds configuration nodes only (no config-false ones).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The text form of values.
 
 #include "cdb/model/value.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A typed configuration value, as the store keeps it and the client API delivers it. Knows neither
 // YANG nor the store.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Values as they travel in messages and stand in the store. Used by the store, the change sets and
 // whoever sends or receives a single value.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bytes of the store's keys and values, as docs/datastore.md describes them. Knows no LMDB.
 // Used by the store's files only.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rows from their bytes (the message Row of store.proto), field by field into memory that is there: as
 // messages they would cost several times as much, and whole configurations are read row by row.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The LMDB environment of a store.
 
 #include "cdb/rows/environment.h"

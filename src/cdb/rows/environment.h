@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The LMDB environment of a store: opening, its databases, reusable read transactions, errors.
 // Used by the store's files only; with them the only code that knows LMDB.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading the store.
 
 #include "cdb/rows/environment.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The stored configuration as other processes read it: without a round trip to the one that writes, and each
 // read sees one commit. One row for each entry or container with its explicit leaf values, ordered so that
 // the entries of one list follow each other in ascending byte order of their keys.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The store's rows as of one moment.
 
 #include "cdb/rows/row_view.h"

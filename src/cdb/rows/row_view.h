@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The rows of one datastore as of one moment, for readers in any thread (one thread at a time a view).
 // The store's own rows here; those of the candidate are made of a tree elsewhere.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The inside of a snapshot, shared by the reader and the store's writer. Used by these only.
 
 #ifndef CDB_ROWS_SNAPSHOT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The schema table as bytes.
 
 #include "cdb/model/schema_table.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From libyang's compiled nodes to the rows of the schema table, with the checks that make the
 // table usable: tags and namespace hashes are complete and unambiguous, every leaf fits a Value.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Derives the schema table from compiled YANG modules. Used by schema.cpp only.
 
 #ifndef CDB_SCHEMA_DERIVE_H

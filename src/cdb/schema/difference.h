@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What lies between two revisions of the schema, for a store that was written by the one and is read by the
 // other: what is new, what is gone, what reads otherwise, and what its rows can't be read by. Knows no rows.
 

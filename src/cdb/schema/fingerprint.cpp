@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A short text that stands for the text of all YANG modules of a context.
 
 #include "cdb/schema/fingerprint.h"

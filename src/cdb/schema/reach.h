@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How far the schema's constraints reach, read from their expressions when the schema is loaded. It
 // decides what has to be looked at again after a change. Used by the validator.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The YANG modules, compiled by libyang, and the schema table derived from them.
 
 #ifndef CDB_SCHEMA_SCHEMA_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Has a store read in a child process and reports what is wrong with it.
 
 #include "cdb/store/check.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Checks a store's file before it is used. LMDB trusts its file: a damaged page can end the process
 // that reads it. So the file is read once by a child process. Used by the store's writer only.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Copies of a store that is in use. Used by store.cpp only.
 
 #ifndef CDB_STORE_COPY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The history in the store.
 
 #include "cdb/store/history.h"

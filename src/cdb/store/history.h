@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The history in the store: an entry a commit in the database "history", what undoes it in chunks in the
 // database "undo", and in "meta" how many bytes that is together. Used by the store's writer only.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file that says which process writes a store.
 
 #include "cdb/store/lock.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file that says which process writes a store. Used by store.cpp only.
 
 #ifndef CDB_STORE_LOCK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A store's directory and how an empty store comes into it.
 
 #include "cdb/store/place.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A store's directory: which files are in it, and how an empty store comes into it so that a process killed
 // at any moment leaves one that the next can open. Used by store.cpp only.
 //

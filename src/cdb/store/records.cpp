@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads the records of a store and says what is wrong with them.
 
 #include "cdb/store/records.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads the records of a store and says what is wrong with them. Runs in the child process of
 // store_check.cpp: a damaged file may end it.
 

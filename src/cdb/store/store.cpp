@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The write side of the store, put together of its parts: the schema, the history and the faults.
 
 #include "cdb/store/store.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The running datastore on disk: the rows (cdb/rows), and beside them the schema table, the last commit's
 // number, the history and the fault table. The files of this folder and of cdb/rows are the only ones that
 // know LMDB.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One LMDB transaction, and a commit's changes.
 
 #include "cdb/store/transaction.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writing to the store: one LMDB transaction, the writer that carries changes out in one and makes room for
 // them where the store is full, and a commit's changes until then. Used by the store's writer only.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Carries writes out, and makes room for them where the store is full.
 
 #include "cdb/store/transaction.h"

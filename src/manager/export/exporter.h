@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sends encoded samples to the collectors: one stream of datagrams for each, with its own size, sequence
 // and errors. What goes wrong with one collector costs that collector's datagrams only.
 

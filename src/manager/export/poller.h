@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Polls the counters of the interfaces that have an interval and a counter collector, and sends them.
 // The first time falls at random into the first interval, then they are evenly spaced. All that is due
 // at a time is read together, beside the loop: the kernel's answer may have to wait for others. What falls

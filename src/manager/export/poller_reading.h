@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One reading of counters: what is asked for, and what the kernel answers. It is done beside the loop, and
 // all that it touches is its own meanwhile. Used by the poller.
 

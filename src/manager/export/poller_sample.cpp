@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "manager/export/poller_sample.h"
 
 #include <optional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Makes a counter sample of what the kernel knows of an interface. Values in, values out. Used by the
 // poller.
 

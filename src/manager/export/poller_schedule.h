@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who is due at which tick of a grid of time, so that all that falls due at about the same time is done
 // together. It knows neither clocks nor what is done. Used by the poller.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One collector's stream: fills datagrams with samples, closes full ones, and hands them to the collector's
 // socket many at a time. Keeps the sequence and the counts. Knows nothing of what is in a sample. The
 // exporter makes these.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The closed datagrams of a stream as they lie one behind the other, and which of them the kernel can take as
 // one message: UDP segmentation offload cuts a message into datagrams of one size, the last of which may be
 // shorter. No sockets here; the stream and its socket use it.

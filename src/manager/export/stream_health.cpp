@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "manager/export/stream_health.h"
 
 #include <fmt/format.h>

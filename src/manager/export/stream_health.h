@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What became of a collector's datagrams, counted and explained: the status that is shown, and the log lines
 // at the begin and the end of a row of errors, never one an error. Sends nothing; a stream owns it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The memory in which datagrams wait, shared by all streams of an exporter: small blocks for the one datagram
 // that is being filled, and a bounded number of large ones for streams that have more. A stream that has
 // nothing to send holds none. Knows nothing of datagrams.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the streams of one exporter have in common, and the list of those that wait to be sent. The exporter
 // owns it and its streams; nobody else uses it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The UDP socket of one collector: connected, so that the ICMP errors on it are that collector's own, and
 // never blocking. Hands datagrams to the kernel with as few system calls as may be and says exactly
 // which of them were taken. Counts and logs nothing; the stream that owns it does.

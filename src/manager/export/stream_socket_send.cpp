@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sending half of the socket: datagrams become messages, messages become system calls, and each errno
 // becomes what it means for the datagrams.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "manager/process/assembly.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All parts of the manager, wired together and to the kernel. Used by the program alone: everything
 // else takes what it needs by constructor.
 

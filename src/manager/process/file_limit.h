@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How many files the manager may have open. Every sampled interface takes one for a direction (eBPF) or two
 // (packet sockets), every collector one more: far beyond the usual 1,024. Used by assembly.cpp.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "manager/process/options.h"
 
 #include <arpa/inet.h>
@@ -179,6 +180,7 @@ bool Take(int option, const char* value, Options& options)
     case kMetrics:
         options.metrics = ToMetricsAddress(value);
         return true;
+    case 'h':
     case kHelp:
         options.help = true;
         return true;
@@ -198,7 +200,7 @@ Options ParseOptions(int argc, char** argv)
     options.switchGroup = ipc::kSwitchGroup;
     ::optind = 0;  // begin anew, also where a command line has been parsed before
     ::opterr = 0;
-    for (int found; (found = ::getopt_long(argc, argv, ":", kOptions, nullptr)) != -1;) {
+    for (int found; (found = ::getopt_long(argc, argv, ":h", kOptions, nullptr)) != -1;) {
         if (found == ':') throw UsageError(std::string("option ") + argv[::optind - 1] + " needs a value");
         if (!Take(found, ::optarg, options))
             throw UsageError(std::string("no such option: ") + argv[::optind - 1]);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line of sflow-mgr.
 
 #ifndef MANAGER_PROCESS_OPTIONS_H

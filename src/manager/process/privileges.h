@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the process may still do once everything is open: its user, its capabilities, its system calls.
 // All of it is given up for good; nothing here asks for more. And what it means where something is missing.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The allow-list of system calls, half of privileges.h. It holds what the loop, the allocator, the
 // logger and the libraries call once the process is set up. Threads can be made, other processes can't.
 

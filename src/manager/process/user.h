@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The ordinary user that the manager becomes once what needs more has been opened: who that is. How it
 // is done stands in privileges.h.
 

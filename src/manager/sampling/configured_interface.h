@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One interface of the configuration with what has become of it: the kernel interface it is bound to, the
 // streams of its collectors, and the numbers of its data source. Plain records of sampling.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a sampled packet is in the terms of sFlow: lengths on the wire, interfaces, VLANs, next hop. Pure
 // translation of what the packet source and the forwarding tables say; used by sampling.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "manager/sampling/flow_sample_pipeline.h"
 
 #include <algorithm>

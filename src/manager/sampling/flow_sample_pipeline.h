@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The way of a sampled packet from the packet source to the streams: finds its data source, resolves where
 // it goes, encodes it once. Everything here runs once a sample, at up to a million samples a second.
 

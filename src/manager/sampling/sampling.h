@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ties the state to the kernel: binds configured interfaces to kernel interfaces as these come and go,
 // has packets sampled there for the interface's flow collectors, and tells the poller whose counters to
 // send. The sampled packets themselves take the way of flow_sample_pipeline.h.

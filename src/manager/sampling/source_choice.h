@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Chooses where packets are sampled: the best source that this machine and this process's privileges
 // allow, and says why not a better one.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Since when has no packet been counted? Looks at the source's counts of all interfaces now and then, and
 // notes what has grown. Sampling owns it and asks it for the state; it samples nothing and logs nothing.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The journal: one JSON object a line for each operation received and each step of a session, written
 // before it takes effect. For operators, and for tests that compare what the daemon asked for.
 //

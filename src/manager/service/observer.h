@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What samplers, counter pollers and exporters will be told: every change of the state that took
 // effect, in order, and nothing where an operation changed nothing.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a session tells the manager, as plain records: the operations of the sFlow service with their
 // values already checked for form. Used by the message decoder, the journal and the state.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From the message on the wire to an operation. The one place where the width of numbers and the length
 // of names that a peer sends are checked.
 

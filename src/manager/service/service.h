@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One session after the other with the sFlow service client, as far as it needs no socket: each message
 // is checked, noted in the journal and applied to the state. Driven by the session server.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "manager/service/session_server.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // manager.sock: gives the session to one client at a time and refuses the others. Knows sockets and
 // messages, not what operations mean: that is the service's.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the manager holds: the agent address, collectors, interfaces and their attachments, as the
 // sessions have told it. A pure value with mark and sweep: knows no socket, no file, no clock. The
 // service applies operations to it, observers hear of what changed, the state provider prints it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the parts of the manager know about themselves, as plain records: made when somebody asks, printed
 // as state and as metrics.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is configured of sFlow, as far as what is in effect does not tell it: collectors that are disabled,
 // interfaces that the manager is never told of, and whether a sampling rate is an interface's own. Read
 // from the database's store. It changes nothing here: for showing only.

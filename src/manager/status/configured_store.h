@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The database's store, open for reading as long as the database is there: where the configuration is read.
 
 #ifndef MANAGER_STATUS_CONFIGURED_STORE_H

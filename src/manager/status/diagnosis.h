@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Why are there no samples? What is configured, what is in effect and what has happened, looked at
 // together: each interface and collector that does not flow, with the reason and the remedy. A pure
 // function of records.

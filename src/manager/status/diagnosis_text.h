@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sentences of the diagnosis: what is the matter and what helps, in the words of an operator's shell.
 // Used by diagnosis.cpp; decides nothing but which kind of error a collector has.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Look-up in a map of names that come in ascending order.
 
 #ifndef MANAGER_STATUS_IN_ORDER_H

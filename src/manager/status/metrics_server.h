@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A small HTTP server on a loopback address for monitoring: GET and HEAD of /metrics, nothing else. Whoever
 // connects can cost little: few connections, short headers, short waits. There is no access control,
 // which is why it listens on loopback addresses only.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The numbers of the state for monitoring: the text format of Prometheus, version 0.0.4. Each line is one
 // number with its labels; counters begin at zero with the manager.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All that the manager shows of itself, at one moment, as plain records. Made when somebody asks; printed
 // as state and as metrics, and what the diagnosis looks at. Knows no socket, no loop and no kernel.
 

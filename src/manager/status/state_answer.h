@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One answer to the database's question for state, made in parts: each is bounded work, so that the loop has
 // its turn in between and packets do not wait. A part tells what is at its moment; entries that come or go
 // between two parts are in the answer or not. Knows no socket and no loop.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The names that the state's nodes have in the model.
 
 #ifndef MANAGER_STATUS_STATE_NAME_H

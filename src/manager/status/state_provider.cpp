@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "manager/status/state_provider.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager's connection to the configuration database: answers its questions about the state of
 // sFlow and takes the operator's requests. Connects again for ever; the manager does not depend on it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What of the state is asked for: which parts, which entries of the lists, and which of their leaves. A value
 // made of the database's question. Used by what answers it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the manager shows of itself, as the state's model has it: records written as nodes of one part of the
 // answer to the database. Used by state_answer.
 

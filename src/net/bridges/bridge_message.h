@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What rtnetlink's messages say of bridge ports, of their VLANs and of learned addresses. They keep
 // nothing. Used by the monitor.
 

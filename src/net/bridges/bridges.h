@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bridges of this machine as the kernel has them: ports, their VLANs, and where addresses were learned.
 // A plain table; the monitor fills it, the look-up of a packet's way reads it.
 

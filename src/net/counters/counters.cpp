@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The counter reader on the kernel: both kinds of counters behind one door.
 
 #include "net/counters/counters.h"

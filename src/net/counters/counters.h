@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The counters of network interfaces: rtnetlink's 64-bit link statistics and, where the driver gives
 // them, ethtool netlink's IEEE 802.3 statistics.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads the IEEE 802.3 counters that a driver keeps by ethtool netlink (ETHTOOL_MSG_STATS_GET, the groups
 // eth-mac and eth-phy), and remembers where there are none. Used by the counter reader of this folder.
 

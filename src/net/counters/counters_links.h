@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads the link statistics of interfaces by rtnetlink's RTM_GETSTATS: all of the namespace with one dump,
 // or some of them with a request each, many requests a system call. It chooses what is cheaper. Used by
 // the counter reader of this folder.

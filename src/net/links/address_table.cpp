@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a table's seed comes from.
 
 #include "net/links/address_table.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A hash table from 64-bit keys to small values in one array, for look-ups that run once a packet: the
 // standard's tables take several dependent steps through memory, and a division for each. Linear probing;
 // what is erased leaves no trace. Used for learned addresses.

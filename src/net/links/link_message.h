@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one rtnetlink message says of a link, its place among other devices included. It keeps nothing.
 // Used by the monitor.
 

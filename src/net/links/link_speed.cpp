@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Questions to ethtool netlink.
 
 #include "net/links/link_speed.h"

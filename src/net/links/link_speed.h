@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Speed and duplex of links, by ethtool netlink: asked for one link or all, and told of when somebody
 // sets them. A question waits while anybody changes links, in whatever namespace. Used by the monitor.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The table of links and its indexes by name.
 
 #include "net/links/links.h"

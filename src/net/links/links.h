@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kernel's network interfaces as rtnetlink(7) tells of them, mirrored and followed: by index, and by
 // the names under which operators know them.
 

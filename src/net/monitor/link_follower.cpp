@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The mirror's way from messages to tables.
 
 #include "net/monitor/link_follower.h"

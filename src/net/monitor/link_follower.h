@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Follows links, bridge ports, their VLANs and learned addresses on one rtnetlink socket, dumps included,
 // so that what is told and what was asked for arrive in the order in which they happened. It has no loop
 // of its own: who owns it calls Turn when the socket is readable. Speeds, which links do not tell of

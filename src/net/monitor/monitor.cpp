@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs the mirror of the kernel's tables on the loop: sockets, turns, and the delay before everything is
 // asked for again.
 

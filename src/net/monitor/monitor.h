@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Listens to rtnetlink(7) and ethtool netlink and keeps the links and the forwarding tables as the
 // kernel has them. What is lost when the kernel's messages come too fast is asked for again.
 

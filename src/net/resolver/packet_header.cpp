@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bounds first, then bytes.
 
 #include "net/resolver/packet_header.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads what forwarding needs of a packet's first bytes, whatever they are and wherever they end. It keeps
 // nothing and knows no tables.
 

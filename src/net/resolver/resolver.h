@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Finds the way of a packet: from the device where it entered over bonds and VLAN devices to a bridge's
 // tables or to the routes, in the order in which the kernel takes it. Not seen are firewall and traffic
 // control rules, multicast memberships (to how many ports a bridge that goes by them sends is not told), a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the kernel sends a packet, as far as can be told from what it has learned and been told: bridge
 // forwarding from a mirror of the forwarding database, routing from look-ups that are remembered.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Questions to rtnetlink about routes and rules.
 
 #include "net/routes/kernel_routes.h"

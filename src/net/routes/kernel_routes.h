@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Asks the kernel for the route of a packet (RTM_GETROUTE), as it would choose for one that entered by an
 // interface: with policy rules on addresses and interfaces, virtual routing domains, forwarding switched
 // off and the check of sources. Rules on ports, marks or the type of service can't be told from an

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changes of routing.
 
 #include "net/routes/route_follower.h"

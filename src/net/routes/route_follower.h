@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Hears that something about routing has changed: routes, next hops, rules, addresses, whether this machine
 // forwards. What it was does not matter to those who only remember answers, nor does it when messages are
 // lost. It has no loop of its own. Used by the monitor.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A set-associative table of answers.
 
 #include "net/routes/routes.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Routes as they were asked for: a bounded memory of answers, forgotten as a whole when anything about
 // routing changes, and a limit on the questions, so that a flood of addresses can't eat the processor. Who
 // answers is RouteQuestions: the kernel (kernel_routes.h), or a test.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads of the configuration database. Used inside a read session (QxConfdCdbSession), whose
 // socket is the first argument of every call.
 //

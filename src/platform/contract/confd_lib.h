@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration database's client API: values, keypaths, iteration and errors.
 //
 // Declares what every user of the database shares; reads are in confd_cdb.h, transaction writes

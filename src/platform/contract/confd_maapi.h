@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes into a configuration transaction, for data providers.
 
 #ifndef CONFD_MAAPI_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The runtime's places and its gate.
 
 #include "platform/embedded/runtime.h"

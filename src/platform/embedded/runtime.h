@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the parts of the embedded platform share in one process: the loop, the places of the sockets,
 // the database that the client API reads, and the gate between the database framework and the sFlow
 // service client. Belongs to the process context; found through qxos::the_context.

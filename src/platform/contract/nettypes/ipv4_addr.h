@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An IPv4 address.
 
 #ifndef NETTYPES_IPV4_ADDR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A handler of operator actions. The framework takes a list of them; no operation is declared
 // because no process of this system registers one.
 

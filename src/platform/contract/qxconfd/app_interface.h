@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The framework object: owns the process's connections to the configuration database and calls
 // the handlers.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every handler of the framework has in common.
 
 #ifndef QXCONFD_BASE_HANDLER_H

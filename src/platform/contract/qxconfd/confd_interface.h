@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The framework's connection to the configuration database, and the scoped read session on it.
 
 #ifndef QXCONFD_CONFD_INTERFACE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A subscriber to configuration changes.
 
 #ifndef QXCONFD_CONFIG_HANDLER_H

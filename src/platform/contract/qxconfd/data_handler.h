@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A data provider: callbacks that the database makes while a transaction is edited.
 
 #ifndef QXCONFD_DATA_HANDLER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The platform's middleware: traces and faults.
 
 #ifndef QXMW_QXMW_H

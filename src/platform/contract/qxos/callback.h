@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A callback object that a process hands to the platform.
 
 #ifndef QXOS_CALLBACK_H

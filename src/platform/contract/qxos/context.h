@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process context: who the process is, its server loop and its high-availability hooks.
 
 #ifndef QXOS_CONTEXT_H

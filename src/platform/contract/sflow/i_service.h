@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client of the switch's sFlow service.
 
 #ifndef SFLOW_I_SERVICE_H

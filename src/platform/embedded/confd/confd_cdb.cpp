@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The reads of the client API: formats the path and hands over to the session.
 
 #include <confd_cdb.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes into the transaction of a callback, checked against the schema at once.
 
 #include <confd_maapi.h>

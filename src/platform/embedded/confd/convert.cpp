@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Values and keypaths, from the database to the client API and back.
 
 #include "platform/embedded/confd/convert.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Between the database's values and keypaths and those of the client API.
 
 #ifndef PLATFORM_EMBEDDED_CONFD_CONVERT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The store of one connection, the sessions on it, and the commit that they are held at.
 
 #include "platform/embedded/confd/database.h"

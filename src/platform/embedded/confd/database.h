@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The running datastore as the client API reads it: the store as opened for one connection to cdbd,
 // and the read sessions on it. One a process, in its runtime.
 

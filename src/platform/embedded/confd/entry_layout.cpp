@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Values of one entry in schema order, with what stands in for missing ones.
 
 #include "platform/embedded/confd/entry_layout.h"

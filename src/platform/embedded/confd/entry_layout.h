@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the values of one list entry or container are laid out in a value array, with what stands in
 // for those that a row has not.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The failure of one call of the client API, and the one place where failures become results.
 
 #ifndef PLATFORM_EMBEDDED_CONFD_ERROR_H

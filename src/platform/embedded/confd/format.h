@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The path argument of the client API: a printf format with its arguments.
 
 #ifndef PLATFORM_EMBEDDED_CONFD_FORMAT_H

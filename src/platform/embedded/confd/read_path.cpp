@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Paths by their shapes; only a new shape is parsed against the schema.
 
 #include "platform/embedded/confd/read_path.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The path of a read, resolved as far as the store needs it. Paths of one shape differ in their keys
 // only, and the daemon reads tens of thousands of one shape in a row: the shape is looked up in the
 // schema once, after that a path costs a comparison and its keys.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The reads themselves, on one view of the store.
 
 #include "platform/embedded/confd/read_session.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The reads of one session: one view of the running datastore. The client API's functions are a thin
 // layer over it.
 

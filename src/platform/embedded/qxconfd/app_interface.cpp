@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The framework object as the contract declares it; what it does is in framework*.cpp.
 
 #include <qxconfd/app_interface.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One request of the database, one callback, one answer.
 
 #include "platform/embedded/qxconfd/callpoints.h"

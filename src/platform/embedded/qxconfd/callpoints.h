@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The data handlers' callpoints: answers the database's requests with what the callbacks return and
 // write. Knows no connection.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The walk of a change set, as calls of the points' callbacks.
 
 #include "platform/embedded/qxconfd/delivery.h"

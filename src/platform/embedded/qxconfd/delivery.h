@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One commit's way through the configuration handlers: StartCommit, the touched points' walks, then
 // ApplyCommitConfig. Knows no connection.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connection to cdbd: registration, the initial load, refusals and its end.
 
 #include "platform/embedded/qxconfd/framework.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The framework behind qxconfd::AppInterface: the connection to cdbd, what it registers, and what it
 // makes of cdbd's messages. The handlers' calls are made here and in delivery and callpoints.
 

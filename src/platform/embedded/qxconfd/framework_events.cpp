@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What cdbd tells while the connection is up: commits and changes of the node's role.
 
 #include <qxos/callback.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a zlog category comes about: category_front.cpp with our front, category_installed.cpp with
 // another zlog that the build has found. CMake takes one of them.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // With our front over spdlog, wherever it was found.
 
 #include <zlog_front.h>

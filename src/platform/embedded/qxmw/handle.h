@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a middleware handle holds. Used by the context, which owns the one of its process, and by the
 // middleware functions.
 

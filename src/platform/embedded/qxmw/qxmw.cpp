@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The middleware functions: traces, faults and backtraces.
 
 #include <qxmw/qxmw.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process context and its loop, which ends on SIGTERM and SIGINT, and reports to the service manager
 // (ipc/notify.h).
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The platform's own way into a process context. Used by the other parts of the embedded platform
 // and their tests.
 

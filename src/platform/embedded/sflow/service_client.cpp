@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The session with sflow-mgr: greeting, found and lost, and its ends.
 
 #include "platform/embedded/sflow/service_client.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The embedded platform's sFlow service client: a session with sflow-mgr while the gate is open, found
 // and lost, and the operations as messages.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operations of the sFlow service as messages.
 
 #include "ipc/manager.pb.h"

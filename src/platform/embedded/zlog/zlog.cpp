@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two functions of zlog, over the platform's log.
 
 #include "zlog.h"

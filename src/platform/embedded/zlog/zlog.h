@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* zlog as this system's processes use it: one category, two calls. This is the front that is built
  * where no zlog is installed; a process that includes <zlog.h> can't tell which one it has. What is
  * not here: initialisation and configuration, which belong to the platform (qxmw_trace_init). */

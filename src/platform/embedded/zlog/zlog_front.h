@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* How the platform makes a category of our front; its presence beside zlog.h tells the front from
  * any other zlog. Used by the embedded platform's qxmw_trace_init only. */
 
