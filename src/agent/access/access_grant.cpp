@@ -37,7 +37,7 @@ bool KeysFit(const std::vector<std::optional<std::string>>& wanted, std::span<co
     return true;
 }
 
-/// The rule is about the node. Null stands for the root, which only a rule about everything is about.
+/// Whether the rule is about the node. Null is the root: only a rule about everything is about it.
 bool IsAbout(const AccessRule& rule, const lysc_node* node, std::span<const std::string> keys)
 {
     if (rule.kind == AccessRule::Kind::kAny || rule.node == nullptr) return true;
@@ -45,7 +45,7 @@ bool IsAbout(const AccessRule& rule, const lysc_node* node, std::span<const std:
            KeysFit(rule.keys, keys);
 }
 
-/// The rule may be about something below the node.
+/// Whether the rule may be about something below the node.
 bool MayBeBelow(const AccessRule& rule, const lysc_node* node, std::span<const std::string> keys)
 {
     if (rule.kind == AccessRule::Kind::kAny || rule.node == nullptr) return true;

@@ -72,7 +72,7 @@ public:
     using Find = std::function<const lyd_node*(const lyd_node* edit)>;
 
     /// Whether the user may make the edit (RFC 8341, section 3.2.4): each node that it creates, deletes or
-    /// gives another value has to be permitted; what it leaves as it is does not matter. `edit` as in
+    /// gives another value must be permitted; what it leaves as it is does not matter. `edit` as in
     /// cdb::Datastore::Edit. `existing`: the datastore's first top-level node, or null. Nullopt if it may,
     /// else access-denied with the path of a node of the edit. A wrong edit passes: the datastore refuses it.
     [[nodiscard]] std::optional<cdb::Error> CheckEdit(const lyd_node* edit, cdb::DefaultOperation operation,

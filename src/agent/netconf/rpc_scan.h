@@ -33,7 +33,7 @@ struct RpcScan {
     std::string root;
     std::string attributes;  // of <rpc>, written out, each with a blank before it
     std::string operationNs;
-    std::string operation;  // empty: there is none
+    std::string operation;  // empty if there is none
     std::optional<SubtreeFilter> filter;
     std::string filterType;       // as written; "subtree" if not given
     std::size_t filterBegin = 0;  // the bytes between <filter> and </filter>
