@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How messages are told apart in a stream of bytes (RFC 6242, section 4): by an end mark until both
+// Separates the messages in a stream of bytes (RFC 6242, section 4): by an end mark until both
 // sides have said hello, and in chunks afterwards if both know base:1.1. Knows no XML.
 
 #ifndef NETCONF_FRAMING_H
@@ -29,7 +29,7 @@ public:
 
     void Append(std::string_view bytes);
 
-    /// The next whole message; nullopt: more bytes are needed, or the framing is broken (see Problem).
+    /// The next whole message; nullopt if more bytes are needed, or the framing is broken (see Problem).
     std::optional<std::string> Next();
 
     /// What is wrong with the bytes; empty if nothing. Nothing can be read behind a broken frame.
