@@ -52,7 +52,7 @@ public:
     AccessGrant(std::shared_ptr<const Source> source, AccessUser user, bool everything);
 
     [[nodiscard]] const AccessUser& User() const { return m_user; }
-    /// Of the rules: see Access.
+    /// The generation of the rules: see Access.
     [[nodiscard]] std::uint64_t Generation() const { return m_source->generation; }
 
     /// Whether the user may carry out an operation. `rpc` is its schema node.

@@ -26,6 +26,7 @@ public:
         std::chrono::milliseconds progress{5'000};  // without any answer while one is missing
         std::chrono::milliseconds total{30'000};    // for all questions of one edit
     };
+    /// All references must outlive this.
     Callpoints(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
                Limits limits);
 

@@ -36,6 +36,7 @@ public:
     Clients(const Clients&) = delete;
     Clients& operator=(const Clients&) = delete;
 
+    /// Admits the client of a new connection, or tells it why not.
     void Add(std::shared_ptr<ipc::Channel> channel);
 
     /// Ends all connections, which answers every open question.

@@ -31,7 +31,7 @@ WrittenChanges WriteOut(cdb::ChangeSet changes);
 
 class Delivery {
 public:
-    /// `timeout`: how long one subscriber may take.
+    /// `timeout`: how long one subscriber may take. All references must outlive this.
     Delivery(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
              std::chrono::milliseconds timeout);
 

@@ -28,6 +28,7 @@ public:
         /// clients that read nothing have lost their sessions by then.
         std::chrono::milliseconds wait{75'000};
     };
+    /// `loop` must outlive this.
     AnswerRoom(boost::asio::io_context& loop, const Options& options);
     /// Drops the requests that wait, which refuses them.
     ~AnswerRoom();

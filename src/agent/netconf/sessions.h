@@ -37,12 +37,14 @@ public:
     /// all.
     static constexpr std::size_t kReservedForRoot = 4;
 
+    /// All arguments but the options must outlive this.
     Sessions(const cdb::Schema& schema, Operations& operations, Workbench& reads, const Access& access,
              const Options& options);
     ~Sessions();
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
 
+    /// Begins a session on a connected socket, or tells the client why it gets none.
     void Add(Session::Socket socket);
 
     /// Returns false if there is no such session.
