@@ -12,7 +12,7 @@ namespace {
 constexpr std::string_view kOpen = "<data>";
 constexpr std::string_view kClose = "</data>";
 
-/// Everything inside <data>, which stands around the file's own elements, at depth 1.
+/// Checks what is inside <data>, which InOneElement puts around the file's elements, at depth 1.
 class FileVisitor final : public netconf::XmlVisitor {
 public:
     FileVisitor(const SchemaIndex& index, std::string_view text, const Limits& limits)
@@ -34,7 +34,7 @@ public:
     bool OnEnd(std::size_t depth, std::size_t begin) override
     {
         if (depth > 1 && !Goes(m_walk.Leave(), begin)) return false;
-        // Behind the end tag; of an empty element `begin` is there already.
+        // Behind the end tag; for an empty element `begin` is there already.
         m_at = m_text.substr(begin, 2) == "</" ? m_text.find('>', begin) + 1 : begin;
         return true;
     }
@@ -64,11 +64,11 @@ private:
     std::string_view m_text;  // the whole document
     Walk m_walk;
     bool m_refused = false;
-    std::size_t m_at = 0;  // what comes next; of text, about there: references are longer than what they mean
+    std::size_t m_at = 0;  // byte offset of what comes next; in text an estimate, because of references
 };
 
-/// A file may hold the elements of several modules side by side. So one element is put around them,
-/// and blanks in the place of the declaration, which could not stand there.
+/// A file may hold the elements of several modules side by side, so one element is put around them.
+/// Blanks replace the XML declaration, which is not allowed inside an element.
 std::string InOneElement(std::string_view text)
 {
     std::string whole(kOpen);
@@ -81,7 +81,7 @@ std::string InOneElement(std::string_view text)
     return whole.append(kClose);
 }
 
-/// Without anything that the schema says.
+/// Checks the syntax only, without the schema.
 class NoVisitor final : public netconf::XmlVisitor {
 public:
     bool OnStart(const netconf::XmlElement& /*element*/) override { return true; }

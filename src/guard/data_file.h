@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The look at a configuration's file before libyang reads it: well-formed, within bounds, nothing that
-// the schema does not know. One function for every door through which files come in.
+// Checks a configuration file before libyang reads it: well-formed, within bounds, nothing that the
+// schema does not know. The agent and the shell use it for every configuration file.
 
 #ifndef GUARD_DATA_FILE_H
 #define GUARD_DATA_FILE_H
@@ -17,20 +17,20 @@ namespace guard {
 
 enum class Format { kXml, kJson };
 
-/// By the first character; nullopt for a text that is neither.
+/// By the first character that is not blank; nullopt if the text is neither.
 std::optional<Format> FormatOf(std::string_view text);
 
 struct FileProblem {
-    std::size_t offset = 0;  // in bytes, where it shows
+    std::size_t offset = 0;  // in bytes, where the check stopped
     std::string text;        // what is wrong and where in the data, without the place in the text
 };
 
-/// What is wrong with the text, which holds the data of one or more modules, as RFC 7951 JSON or as
-/// XML. What is malformed is told first: what seems unknown may only be its consequence.
+/// What is wrong with the text, which holds the data of one or more modules as RFC 7951 JSON or as XML;
+/// nullopt if nothing. A syntax error comes first: what seems unknown may only be its consequence.
 std::optional<FileProblem> CheckFile(const SchemaIndex& index, std::string_view text, Format format,
                                      const Limits& limits = {});
 
-/// "line 3, column 7", for the byte at `offset`.
+/// "line 3, column 7", for the byte at `offset`. A column is a byte; both count from 1.
 std::string PlaceInText(std::string_view text, std::size_t offset);
 
 }  // namespace guard

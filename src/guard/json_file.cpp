@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::string_view kOperation = "ietf-netconf:operation";
 
-/// Tells how far the reader has come, which its events do not say.
+/// Records how far the reader has come, which its events do not say.
 class Position {
 public:
     using iterator_category = std::input_iterator_tag;
@@ -40,7 +40,7 @@ private:
     const char** m_seen;
 };
 
-/// What is malformed; nothing else is looked at.
+/// Finds syntax errors only.
 class SyntaxReader : public nlohmann::json_sax<nlohmann::json> {
 public:
     bool null() override { return OnScalar({}); }
@@ -49,7 +49,7 @@ public:
     bool number_unsigned(number_unsigned_t value) override { return OnScalar(std::to_string(value)); }
     bool number_float(number_float_t /*value*/, const string_t& text) override { return OnScalar(text); }
     bool string(string_t& value) override { return OnScalar(value); }
-    bool binary(binary_t& /*value*/) override { return false; }  // not in texts
+    bool binary(binary_t& /*value*/) override { return false; }  // JSON text has none
     bool start_object(std::size_t /*elements*/) override { return true; }
     bool key(string_t& /*name*/) override { return true; }
     bool end_object() override { return true; }
@@ -174,7 +174,7 @@ private:
         const Node* node = nullptr;  // null for the members of the document
         std::size_t metadata = 0;    // how many members of an object are metadata
     };
-    static constexpr std::size_t kMetadata = 64;  // a leaf has its own at most once
+    static constexpr std::size_t kMetadata = 64;  // in one object; a leaf has its own at most once
 
     bool Open(Kind kind, const Node* node)
     {
@@ -226,7 +226,7 @@ private:
     std::optional<cdb::Error> m_refusal;
 };
 
-/// Where the reader has stopped before the end, if it has.
+/// The offset at which the reader stopped early; nullopt if it read all.
 std::optional<std::size_t> Read(std::string_view text, SyntaxReader& reader)
 {
     const char* seen = text.data();
@@ -246,7 +246,7 @@ std::string TextOf(const cdb::Error& error)
 std::optional<FileProblem> CheckJsonFile(const SchemaIndex& index, std::string_view text,
                                          const Limits& limits)
 {
-    // The reader takes it for the end of the text.
+    // The reader takes a zero byte for the end of the text.
     if (const std::size_t zero = text.find('\0'); zero != std::string_view::npos)
         return FileProblem{zero, "there is a zero byte, which is no text"};
     FileReader reader(index, limits);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The look at a file of RFC 7951 JSON. Used by data_file.cpp only.
+// Checks a file of RFC 7951 JSON. Used by data_file.cpp only.
 
 #ifndef GUARD_JSON_FILE_H
 #define GUARD_JSON_FILE_H
@@ -13,10 +13,11 @@
 
 namespace guard {
 
+/// CheckFile for JSON.
 std::optional<FileProblem> CheckJsonFile(const SchemaIndex& index, std::string_view text,
                                          const Limits& limits);
 
-/// The message with the path, where there is one.
+/// The message, with the path if there is one.
 std::string TextOf(const cdb::Error& error);
 
 }  // namespace guard

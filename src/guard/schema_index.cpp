@@ -19,7 +19,7 @@ NodeKind KindOf(const lysc_node* schema)
     case LYS_ANYDATA:
         return NodeKind::kAny;
     default:
-        return NodeKind::kContainer;  // or an operation, which is like one
+        return NodeKind::kContainer;  // or an operation, which is treated as one
     }
 }
 
@@ -94,7 +94,7 @@ void SchemaIndex::Add(Node& parent, const lysc_node* schema)
     AddChildren(node);
 }
 
-// As deep as the modules' nodes stand in each other.
+// Recurses as deep as the modules nest their nodes.
 void SchemaIndex::AddChildren(Node& parent)
 {
     if ((parent.schema->nodetype & (LYS_CONTAINER | LYS_LIST | LYS_RPC)) == 0) return;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The compiled YANG modules as a walk through a document needs them: what each node is, and its
-// children by namespace and name. Constant once made, so any thread may use it.
+// children by namespace and name. Immutable, so any thread may use it.
 
 #ifndef GUARD_SCHEMA_INDEX_H
 #define GUARD_SCHEMA_INDEX_H
@@ -19,7 +19,7 @@ struct lysc_node;
 
 namespace guard {
 
-/// Names stay as long as the schema does.
+/// Views into the schema or into what is looked up.
 struct QualifiedName {
     std::string_view ns;
     std::string_view name;
@@ -40,7 +40,7 @@ struct Node {
     NodeKind kind = NodeKind::kRoot;
     bool isKey = false;
     bool isState = false;
-    std::size_t keys = 0;               // of a list; its first children
+    std::size_t keys = 0;               // how many a list has; they are its first children
     std::size_t index = 0;              // among its siblings
     const lysc_node* schema = nullptr;  // null for the root of all data
     std::string_view name;
@@ -50,26 +50,27 @@ struct Node {
     std::unordered_map<QualifiedName, const Node*, HashName> children;
 
     [[nodiscard]] bool Repeats() const { return kind == NodeKind::kList || kind == NodeKind::kLeafList; }
-    /// Null where there is none.
+    /// Null if there is no such child.
     [[nodiscard]] const Node* Child(std::string_view childNs, std::string_view childName) const;
 };
 
 class SchemaIndex {
 public:
+    /// `context` must outlive the index.
     explicit SchemaIndex(const ly_ctx* context);
     SchemaIndex(const SchemaIndex&) = delete;
     SchemaIndex& operator=(const SchemaIndex&) = delete;
 
     [[nodiscard]] const ly_ctx* Context() const { return m_context; }
-    /// Above all top-level data nodes.
+    /// The root: its children are the top-level data nodes.
     [[nodiscard]] const Node& Data() const { return m_data; }
-    /// An operation, whose children are its parameters; null where there is none.
+    /// The operation; its children are its input parameters. Null if there is none.
     [[nodiscard]] const Node* Operation(std::string_view ns, std::string_view name) const;
     /// Whether an implemented module has this namespace.
     [[nodiscard]] bool HasNamespace(std::string_view ns) const { return m_modules.contains(ns); }
-    /// The implemented module of the namespace; empty for none.
+    /// The implemented module of the namespace; empty if there is none.
     [[nodiscard]] std::string_view ModuleOf(std::string_view ns) const;
-    /// The namespace of the implemented module; empty for none.
+    /// The namespace of the implemented module; empty if there is none.
     [[nodiscard]] std::string_view NamespaceOf(std::string_view module) const;
 
 private:
@@ -78,7 +79,7 @@ private:
     void Add(Node& parent, const lysc_node* schema);
 
     const ly_ctx* m_context;
-    std::deque<Node> m_nodes;  // stay where they are
+    std::deque<Node> m_nodes;  // a deque, for nodes must keep their addresses
     Node m_data;
     std::unordered_map<QualifiedName, const Node*, HashName> m_operations;
     std::unordered_map<std::string_view, std::string_view> m_namespaces;  // by module

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The way itself. What is said of what it refuses: walk_errors.cpp.
+// The walk itself. walk_errors.cpp makes the paths and descriptions for its refusals.
 
 #include "guard/walk.h"
 
@@ -15,10 +15,10 @@ namespace {
 using cdb::ErrorTag;
 
 constexpr std::size_t kWordBits = 64;
-/// So much of a value that makes no sense is shown.
+/// A message shows at most this many bytes of a wrong value.
 constexpr std::size_t kShownValue = 511;
-/// An edit may delete an entry and make it anew. libyang takes time in the square of how often one
-/// entry is given.
+/// More than one: an edit may delete an entry and create it anew. Bounded: libyang's time grows with the
+/// square of an entry's occurrences.
 constexpr std::uint8_t kMostOfOneEntry = 8;
 constexpr std::string_view kBlanks = " \t\r\n";
 constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
@@ -169,7 +169,7 @@ bool Walk::CountEntry(const Frame& entry, Frame& holder)
     if (entry.node->keys == 0) return true;
     std::string name = std::to_string(entry.node->index);
     for (const std::string& key : entry.keys) name.append(1, '\0').append(key);
-    // Most often they come in order.
+    // The hint is right if entries come in order, as most do.
     std::uint8_t& count = holder.entries.try_emplace(holder.entries.end(), std::move(name), 0)->second;
     if (++count <= kMostOfOneEntry) return true;
     return Refuse(ErrorTag::kBadElement, Path(),

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// One document's way down the schema, element by element: each has to be known, to stand once where it
-// may stand once, to have its keys, and no attribute but those that mean something. So what libyang
-// reads afterwards holds nothing that costs it more than its length. Values are libyang's matter.
-// Fed by the readers of XML and of JSON.
+// Follows a document down the schema, element by element: each must be known, must not repeat where it
+// may occur once, must have its keys, and no attribute but those that mean something. So libyang's work
+// on the document grows only with its length. libyang checks the values. Fed by the readers of XML and
+// of JSON.
 
 #ifndef GUARD_WALK_H
 #define GUARD_WALK_H
@@ -23,41 +23,44 @@ namespace guard {
 
 class Walk {
 public:
-    /// Begins in `top`: the root of the data, or an operation, of which an anydata parameter holds data.
+    /// Begins in `top`: the root of the data, or an operation, whose anydata parameter holds data. A value
+    /// has at most `maxText` bytes.
     Walk(const SchemaIndex& index, const Node& top, std::size_t maxText);
 
-    // Each of these gives null or false for what is refused; then Problem says why, and the walk is over.
+    // Each of these returns null or false if it refuses; Problem then says why, and the walk is over.
 
-    /// The child that is meant.
+    /// The child of the innermost open node.
     const Node* Find(std::string_view ns, std::string_view name);
-    /// Notes that the child is there; refuses it the second time.
+    /// Notes that the child is there; refuses a second one.
     bool Mention(const Node& child);
     bool CheckAttributes(const Node& child, std::span<const netconf::XmlAttribute> attributes);
     void Enter(const Node& child);
     bool Text(std::string_view piece);
     bool Leave();
 
-    /// Refuses the content of the innermost open node.
+    /// Always refuses: the content of the innermost open node. The message follows the node's description.
     bool BadContent(const std::string& message);
+    /// Refuses an operation attribute that is none of an edit's operations.
     bool BadOperation(const Node& child, std::string_view operation);
+    /// Always refuses. `why`: the remedy.
     bool UnknownAttribute(const Node& child, std::string_view name, std::string_view why);
 
     [[nodiscard]] const Node& Here() const { return *m_frames[m_depth].node; }
-    /// Whether the innermost open node holds data or is some.
+    /// Whether the innermost open node is data, or holds data directly.
     [[nodiscard]] bool InData() const { return m_dataDepth.has_value(); }
     [[nodiscard]] const cdb::Error& Problem() const { return m_problem; }
-    /// libyang's data path of the innermost open node, as far as its keys have been seen.
+    /// libyang's data path of the innermost open node, with the keys seen so far.
     [[nodiscard]] std::string Path() const;
 
 private:
     struct Frame {
         const Node* node = nullptr;
-        std::vector<std::uint64_t> seen{};  // a bit a child
+        std::vector<std::uint64_t> seen{};  // a bit for each child
         std::size_t textLength = 0;
         std::string text{};               // of a key
-        std::vector<std::string> keys{};  // of an entry; empty where not seen
-        /// How often each entry stands in here, by its list and keys. Ordered, so that no choice of keys
-        /// makes it slow.
+        std::vector<std::string> keys{};  // of an entry; empty if not seen yet
+        /// How often each list entry occurs here, by its list and keys. Ordered, so that no choice of
+        /// keys makes it slow.
         std::map<std::string, std::uint8_t> entries{};
     };
 

@@ -9,15 +9,15 @@ namespace {
 
 using cdb::ErrorTag;
 
-/// So many names are told of what could stand in a place.
+/// A message names at most this many possible children.
 constexpr std::size_t kShownChildren = 30;
 
 std::string Quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
 
-/// A longer key is none that the store takes; no path shows it.
+/// In bytes. The store takes no longer key, so no path shows one.
 constexpr std::size_t kShownKey = 511;
 
-/// "[name='eth1']"; empty where the key can't be written in one pair of quotes.
+/// "[name='eth1']"; empty if the key is empty, too long, or can't be put in one pair of quotes.
 std::string Predicate(std::string_view name, const std::string& key)
 {
     const char quote = key.find('\'') == std::string::npos ? '\'' : '"';
@@ -73,7 +73,7 @@ void Walk::RefuseUnknown(std::string_view ns, std::string_view name)
         return;
     }
     const Node& parent = ParentOf();
-    // The same name in another namespace of ours: what is wrong is the namespace.
+    // If the name is known in another namespace, the namespace is what is wrong.
     const auto other = std::find_if(parent.inOrder.begin(), parent.inOrder.end(),
                                     [name](const Node* child) { return child->name == name; });
     std::string message =

@@ -98,7 +98,7 @@ void Client::SayHello(const ClientOptions& options)
     const std::string first = Read(deadline);
     auto theirs = ParseHello(first);
     if (const auto* problem = std::get_if<std::string>(&theirs)) {
-        // A server that gives no session may say why in the place of its hello.
+        // A server that gives no session may say why instead of a hello.
         const auto refusal = ParseReply(first);
         const auto* reply = std::get_if<Reply>(&refusal);
         Fail(reply != nullptr && !reply->errors.empty() ? "no session: " + reply->errors[0].message
@@ -120,7 +120,7 @@ void Client::Write(std::string_view bytes, Deadline deadline)
             bytes.remove_prefix(static_cast<std::size_t>(written));
             continue;
         }
-        // The server may have said why before it closed: let the reading side find that.
+        // The server may have said why before it closed; Read finds that.
         if (errno == EPIPE || errno == ECONNRESET) return;
         if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) Fail(ErrnoText(errno));
         AwaitReady(POLLOUT, deadline);
@@ -148,7 +148,6 @@ void Client::AwaitReady(short events, Deadline deadline) const
 {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
     if (left.count() <= 0) Fail("no answer in time");
-    // The server may have stopped reading because it has something to say: then reading comes first.
     pollfd wait{m_descriptor, events, 0};
     if (::poll(&wait, 1, static_cast<int>(left.count())) < 0 && errno != EINTR) Fail(ErrnoText(errno));
 }

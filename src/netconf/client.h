@@ -37,11 +37,12 @@ struct ClientOptions {
 
 class Client {
 public:
-    /// Connects and says hello. Throws ConnectionError, after which, as after any other one, the client
-    /// can't be used any more.
+    /// Connects and says hello. Throws ConnectionError. After a ConnectionError of any function the client
+    /// must not be used.
     static Client Connect(const std::string& socketPath, const ClientOptions& options = {});
 
-    /// Says hello on a connected stream socket, which it then owns. `name` is for messages.
+    /// Says hello on a connected stream socket, which it owns and closes, also if it throws ConnectionError.
+    /// `name` is for messages.
     Client(int descriptor, std::string name, const ClientOptions& options = {});
     Client(Client&& other) noexcept;
     Client& operator=(Client&&) = delete;
@@ -61,6 +62,7 @@ public:
 
     /// Bytes as they are, without any frame: for tests of the other side's robustness.
     void SendRaw(std::string_view bytes);
+    /// The next message, not parsed.
     std::string ReceiveMessage();
 
 private:

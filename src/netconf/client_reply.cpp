@@ -18,14 +18,14 @@ class ReplyVisitor final : public XmlVisitor {
 public:
     explicit ReplyVisitor(Reply& reply) : m_reply(reply) {}
 
-    /// An element without a namespace; empty for none.
+    /// The name of the first element without a namespace; empty if there is none.
     [[nodiscard]] const std::string& Bare() const { return m_bare; }
     [[nodiscard]] bool IsReply() const { return m_isReply; }
     [[nodiscard]] std::pair<std::size_t, std::size_t> Data() const { return {m_dataBegin, m_dataEnd}; }
 
     bool OnStart(const XmlElement& element) override
     {
-        // No reply has such elements, and two of one name end libyang's parser.
+        // No valid reply has such elements, and libyang's parser does not survive two of one name.
         if (element.ns.empty() && element.depth > 1) {
             m_bare = element.name;
             return false;

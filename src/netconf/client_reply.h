@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reading of an <rpc-reply>. Used by client.cpp and its tests only.
+// Reads an <rpc-reply>. Used by client.cpp and its tests only.
 
 #ifndef NETCONF_CLIENT_REPLY_H
 #define NETCONF_CLIENT_REPLY_H

@@ -27,7 +27,7 @@ std::string ToXml(const Hello& hello);
 /// The hello, or what is wrong with it.
 std::variant<Hello, std::string> ParseHello(std::string_view xml);
 
-/// The framing that both sides use after their hellos; nullopt when they have no version in common.
+/// The framing that both sides use after their hellos; nullopt if they have no version in common.
 std::optional<Framing> CommonFraming(const Hello& ours, const Hello& theirs);
 
 }  // namespace netconf

@@ -13,10 +13,10 @@ inline constexpr std::string_view kBaseNamespace = "urn:ietf:params:xml:ns:netco
 inline constexpr std::string_view kBase10 = "urn:ietf:params:netconf:base:1.0";
 inline constexpr std::string_view kBase11 = "urn:ietf:params:netconf:base:1.1";
 
-/// A message is at most this long, in either direction; a longer one ends the session.
+/// Bytes. The client takes no longer message, and cdbd by default neither; a longer one ends the session.
 inline constexpr std::size_t kMaxMessage = std::size_t{64} << 20;
 
-/// Elements of a message stand at most this deep in each other.
+/// The elements of a message nest at most this deep.
 inline constexpr std::size_t kMaxDepth = 128;
 
 }  // namespace netconf

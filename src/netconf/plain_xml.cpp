@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view kCdata = "<![CDATA[";
 
-/// What is no tag, and how it ends.
+/// Markup other than a tag, by how it begins and ends.
 struct Section {
     std::string_view begin;
     std::string_view end;
@@ -32,7 +32,7 @@ std::string PlainXml(std::string document)
     if (document.find("<!") == std::string::npos && document.find("<?") == std::string::npos) return document;
     std::string plain;
     plain.reserve(document.size());
-    std::string lines;  // that have been taken out and are still to come
+    std::string lines;  // line breaks taken out and not yet written
     std::string_view rest = document;
     while (!rest.empty()) {
         // An attribute's value may hold ">", but no "<".

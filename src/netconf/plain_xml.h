@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// XML for a reader that takes no comments, processing instructions and CDATA sections inside of values, as
-// libyang's does not: the same document without them.
+// The same XML without comments, processing instructions and CDATA sections, which libyang does not take
+// inside values.
 
 #ifndef NETCONF_PLAIN_XML_H
 #define NETCONF_PLAIN_XML_H
@@ -10,8 +10,7 @@
 namespace netconf {
 
 /// Takes comments and processing instructions out of a well-formed document and writes CDATA sections as
-/// text. The lines that they filled stand inside of the next tag then, so that line numbers stay what they
-/// are.
+/// text. Their line breaks go into the next tag, so that line numbers do not change.
 std::string PlainXml(std::string document);
 
 }  // namespace netconf

@@ -12,7 +12,7 @@
 namespace netconf {
 namespace {
 
-/// One direction: reads when there is room, writes when there is something.
+/// One direction: reads when its buffer is empty, writes when it is not.
 class Stream {
 public:
     Stream(int from, int to) : m_from(from), m_to(to) {}
@@ -31,7 +31,7 @@ public:
         m_ended = count <= 0;
     }
 
-    /// False: the other side takes nothing any more.
+    /// Returns false if the receiver takes nothing any more.
     bool Write()
     {
         const ssize_t count = ::write(m_to, m_buffer.data() + m_begin, m_end - m_begin);
@@ -71,7 +71,7 @@ bool Relay(int input, int output, int server)
         if ((waits[2].revents & (POLLIN | kGone)) != 0) down.Read();
         if ((waits[3].revents & (POLLOUT | kGone)) != 0 && !down.Write()) return false;
         if (upOpen && up.Done()) {
-            // What was asked is still answered; then the server closes.
+            // The server still answers what was asked, then closes.
             ::shutdown(server, SHUT_WR);
             upOpen = false;
         }

@@ -7,8 +7,8 @@
 
 namespace netconf {
 
-/// Until the server closes; true then. When `input` ends, the server is told so and what it still
-/// says is carried on. False where a side goes in the middle. Blocks; SIGPIPE must be ignored.
+/// Blocks until the server closes, then returns true. When `input` ends, the server sees the end and its
+/// last answers are still relayed. Returns false if a side can't be written to. The caller ignores SIGPIPE.
 bool Relay(int input, int output, int server);
 
 }  // namespace netconf

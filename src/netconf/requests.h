@@ -20,11 +20,11 @@ struct EditOptions {
     std::string errorOption;  // stop-on-error, rollback-on-error
 };
 
-/// `filter`: the elements of a subtree filter; none: everything. An empty one selects nothing.
+/// `filter`: the elements of a subtree filter; nullopt selects everything, an empty one nothing.
 std::string Get(std::optional<std::string_view> filter = {});
 std::string GetConfig(std::string_view source, std::optional<std::string_view> filter = {});
 
-/// Of the outermost lists only what the candidate may differ in from running.
+/// Reads, of the outermost lists, only the entries in which the candidate may differ from running.
 std::string GetTouched(std::string_view source);
 
 /// `config`: the XML elements inside <config>. Target is the candidate.

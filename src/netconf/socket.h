@@ -16,7 +16,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// A connected, blocking stream socket, which is the caller's to close. Throws ConnectionError.
+/// A connected, blocking stream socket; the caller closes it. Throws ConnectionError.
 int ConnectSocket(const std::string& path);
 
 }  // namespace netconf

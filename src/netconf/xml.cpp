@@ -13,7 +13,7 @@
 namespace netconf {
 namespace {
 
-/// Between namespace and name in expat's element names; no XML text contains it.
+/// Separates namespace and name in expat's names; no XML text contains it.
 constexpr char kSeparator = '\1';
 
 /// "NAMESPACE 1 NAME 1 PREFIX", "NAMESPACE 1 NAME" or "NAME", as expat writes it, with kSeparator for 1.
@@ -32,9 +32,9 @@ void Split(std::string_view full, XmlAttribute& parts)
     parts.name = parts.name.substr(0, second);
 }
 
-/// The first start tag with more attributes than that; npos: there is none, as far as the text is
-/// well-formed. Looked for before expat sees it, which takes in all attributes of an element before it tells
-/// of the first.
+/// The offset of the first start tag with more than `most` attributes; npos if there is none, provided that
+/// the text is well-formed. Runs before expat, which reads all attributes of an element before it reports
+/// the first.
 std::size_t FindCrowdedTag(std::string_view text, std::size_t most)
 {
     const auto past = [&text](std::string_view end, std::size_t from) {
@@ -85,7 +85,7 @@ public:
         XML_SetStartNamespaceDeclHandler(parser, &Reader::Declaration);
         XML_SetStartDoctypeDeclHandler(parser, &Reader::Doctype);
         if (m_visitor != nullptr) XML_SetCharacterDataHandler(parser, &Reader::Text);
-        // kMaxMessage, which bounds every document, fits an int.
+        // Every caller bounds its documents, to 1 GiB at most, so the size fits an int.
         const auto result =
             XML_Parse(parser, m_document.data(), static_cast<int>(m_document.size()), XML_TRUE);
         if (m_ended || (result == XML_STATUS_OK && m_problem.empty())) return std::nullopt;
@@ -174,7 +174,7 @@ private:
         Reader& self = Self(data);
         if (self.m_visitor != nullptr && !self.m_ended && self.m_problem.empty()) {
             auto at = static_cast<std::size_t>(XML_GetCurrentByteIndex(self.m_parser.get()));
-            // Of an empty element expat reports the one tag at both ends.
+            // For an empty element expat reports the same tag at start and end.
             if (self.m_document.substr(at, 2) != "</")
                 at += static_cast<std::size_t>(XML_GetCurrentByteCount(self.m_parser.get()));
             if (!self.m_visitor->OnEnd(self.m_depth, at)) self.Finish();

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reading and writing of the XML around the data: well-formedness, bounds, escaping. The data itself
-// is libyang's matter. Refuses document types, so no entity is ever expanded, and what would cost a
-// reader more than its length.
+// Reads and writes the XML around the data: well-formedness, bounds, escaping. libyang reads the data
+// itself. Refuses document types, so that no entity is ever expanded, and documents beyond the bounds.
 
 #ifndef NETCONF_XML_H
 #define NETCONF_XML_H
@@ -17,17 +16,17 @@
 
 namespace netconf {
 
-/// Appends text so that it stands for itself in an element or in an attribute in double quotes.
+/// Appends the text, escaped for an element or for an attribute in double quotes.
 void AppendEscaped(std::string& out, std::string_view text);
 std::string Escaped(std::string_view text);
 
-/// What a document may have. Each bound is reached long before the work for it is felt.
+/// The bounds of a document.
 struct XmlLimits {
     std::size_t depth = kMaxDepth;                    // elements inside each other
     std::size_t elements = 2'000'000;                 // in all
     std::size_t attributes = 64;                      // of one element, declarations of namespaces among them
-    std::size_t nameLength = 1024;                    // of a name and its namespace together
-    std::size_t valueLength = std::size_t{64} << 10;  // of one attribute's value
+    std::size_t nameLength = 1024;                    // bytes of a name and its namespace together
+    std::size_t valueLength = std::size_t{64} << 10;  // bytes of one attribute's value
 };
 
 /// The views are valid during the call only.
@@ -41,7 +40,7 @@ struct XmlAttribute {
 /// The views are valid during the call only.
 struct XmlDeclaration {
     std::string_view prefix;  // empty: the default namespace
-    std::string_view ns;      // empty: none any more
+    std::string_view ns;      // empty: the default namespace is undeclared
 };
 
 /// A start tag. The views are valid during the call only.
@@ -51,18 +50,18 @@ struct XmlElement {
     std::string_view name;
     std::size_t begin = 0;  // byte offsets of the start tag
     std::size_t end = 0;
-    std::span<const XmlAttribute> attributes{};  // declarations of namespaces are none
+    std::span<const XmlAttribute> attributes{};  // without declarations of namespaces
     std::span<const XmlDeclaration> declarations{};
 
-    /// The value of the attribute of this name that has no namespace.
+    /// The value of the attribute of this name without namespace; nullopt if there is none.
     [[nodiscard]] std::optional<std::string_view> Attribute(std::string_view wanted) const;
 };
 
-/// What happens at the elements of a document, in document order.
+/// Receives the parts of a document, in document order.
 class XmlVisitor {
 public:
     virtual ~XmlVisitor() = default;
-    /// False ends the reading, as if the document ended well there.
+    /// Returning false ends the reading without a problem.
     virtual bool OnStart(const XmlElement& element) = 0;
     /// `begin`: where the end tag begins (for an empty element: behind its start tag). False as above.
     virtual bool OnEnd(std::size_t depth, std::size_t begin) = 0;
@@ -78,15 +77,15 @@ struct XmlProblem {
     std::size_t offset = 0;  // in bytes, where the reading stopped
 };
 
-/// Reads the document.
+/// Reads the document. Returns why it was not read to its end; nullopt if it was, or the visitor ended it.
 std::optional<XmlProblem> ReadXmlWithin(std::string_view document, XmlVisitor& visitor,
                                         const XmlLimits& limits);
 
-/// The same with the usual limits; what is wrong with the document, with line and column.
+/// The same with the default limits. Returns what is wrong, with line and column.
 std::optional<std::string> ReadXml(std::string_view document, XmlVisitor& visitor,
                                    std::size_t maxDepth = kMaxDepth);
 
-/// Only looks whether the document is well-formed and within bounds.
+/// Only checks that the document is well-formed and within bounds; returns as ReadXml does.
 std::optional<std::string> CheckXml(std::string_view document, std::size_t maxDepth = kMaxDepth);
 
 }  // namespace netconf

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Access control (RFC 8341): holds the rules in force and makes of them what a session's user may do. The
-// rules come from a file, which is read again on demand, or are the default ones.
+// Access control (RFC 8341): holds the rules in force and derives from them what a session's user may do. The
+// rules come from a file, which Reload reads again, or are the default ones.
 
 #ifndef AGENT_ACCESS_ACCESS_H
 #define AGENT_ACCESS_ACCESS_H
@@ -24,22 +24,23 @@ public:
         std::filesystem::path yangDirectory;
         std::string adminGroup;  // by name; with the default rules
     };
-    /// `schema` is what requests are about, and outlives it. Throws cdb::FatalError, which names the file
-    /// and the line, where the file can't be used.
+    /// `schema` is what requests are about, and outlives this. Throws cdb::FatalError, which names the file
+    /// and the line, if the file can't be used.
     Access(const ly_ctx* schema, Options options);
     Access(const Access&) = delete;
     Access& operator=(const Access&) = delete;
 
-    /// Reads the file again. Empty when done; else why not, and then the rules are as before.
+    /// Reads the file again. Empty if it could; else why not, and the rules are as before.
     std::string Reload();
 
-    /// Another one after each Reload: a grant made before is out of date.
+    /// Changes with each successful Reload: a grant made before is out of date.
     [[nodiscard]] std::uint64_t Generation() const { return m_generation; }
 
-    /// Root is the recovery session: no rule binds it. Nor, with the default rules, this process's own user.
+    /// No rule binds root, whose session is for recovery, nor, with the default rules, the process's own
+    /// user.
     [[nodiscard]] std::shared_ptr<const AccessGrant> Grant(const AccessUser& user) const;
 
-    /// What was denied since the start, for the state. To be counted where the denial is sent.
+    /// What was denied since the start, for the state. The sender of a denial counts it.
     struct Denials {
         std::atomic<std::uint32_t> operations{0};
         std::atomic<std::uint32_t> dataWrites{0};

@@ -36,8 +36,8 @@ std::string PathOf(const lyd_node* node)
     return path;
 }
 
-/// The schema node of an edit's node: an opaque one (deleting a leaf whose type takes no empty text is such)
-/// has it by its name. Null where the schema has none.
+/// The schema node of an edit's node. For an opaque node (as of a leaf that is deleted without a value) it
+/// is found by name. Null if the schema has none.
 const lysc_node* SchemaOf(const lyd_node* edit, const lysc_node* parent)
 {
     if (edit->schema != nullptr || parent == nullptr) return edit->schema;
@@ -57,7 +57,7 @@ class EditCheck {
 public:
     EditCheck(const AccessGrant& grant, const AccessGrant::Find& find) : m_grant(grant), m_find(find) {}
 
-    /// The siblings of an edit: `existing` is the first of those that are there.
+    /// Checks the siblings of an edit. `existing`: the datastore's first sibling at this place, or null.
     void Siblings(const lyd_node* first, const lysc_node* parent, EditOp inherited, const lyd_node* existing)
     {
         if (inherited == EditOp::kReplace) Unmentioned(first, existing);
@@ -81,7 +81,7 @@ private:
     std::optional<cdb::Error> m_error;
 };
 
-/// A plain container is there always, a leaf at its default never.
+/// The datastore's node, or null. A plain container at its default counts as there, a leaf does not.
 const lyd_node* EditCheck::Existing(const lyd_node* edit, const lysc_node* schema,
                                     const lyd_node* siblings) const
 {
@@ -133,7 +133,7 @@ void EditCheck::Leaf(const lyd_node* edit, const lysc_node* schema, const lyd_no
     if (!isSame) Require(AccessOperation::kUpdate, edit, schema);
 }
 
-/// What a replaced node has and the edit does not mention goes.
+/// Checks the nodes that a replacement deletes: those that the edit does not mention.
 void EditCheck::Unmentioned(const lyd_node* edit, const lyd_node* existing)
 {
     std::unordered_set<const lyd_node*> kept;
@@ -143,7 +143,7 @@ void EditCheck::Unmentioned(const lyd_node* edit, const lyd_node* existing)
     for (const lyd_node* node = existing; node != nullptr && !m_error; node = node->next) {
         if (node->schema == nullptr || IsKey(node)) continue;
         if (kept.contains(node) || MayDelete(node)) continue;
-        // The path is that of what is replaced: what it holds may be none of the user's business.
+        // The path is that of the replaced node: the user may not be allowed to know what it holds.
         const lyd_node* replaced = edit == nullptr ? lyd_parent(node) : lyd_parent(edit);
         m_error = m_grant.Denied(AccessOperation::kDelete, replaced == nullptr ? "/" : PathOf(replaced));
     }
@@ -160,7 +160,7 @@ bool EditCheck::MayDelete(const lyd_node* there)
     return true;
 }
 
-/// Where the edit's node stands in a tree of the datastore; null: nowhere.
+/// The edit's node in a tree of the datastore; null if it is not there.
 const lyd_node* FindIn(const lyd_node* tree, const lyd_node* edit)
 {
     const lyd_node* siblings = tree;

@@ -45,7 +45,7 @@ public:
     std::optional<cdb::Error> Run()
     {
         const cdb::NodeId node = m_change.key.node;
-        // A plain container is there always.
+        // A plain container is neither created nor deleted.
         if (m_schema.Table()[node].kind != cdb::NodeKind::kContainer) {
             if (!m_change.before) Require(AccessOperation::kCreate, node);
             if (!m_change.now) Require(AccessOperation::kDelete, node);
@@ -81,7 +81,7 @@ private:
     void RequireLeaf(AccessOperation operation, const std::string& name)
     {
         const cdb::NodeId leaf = m_schema.Table().Child(m_change.key.node, name);
-        if (leaf != cdb::kNoNode) Require(operation, leaf);  // else of an older schema: not what was changed
+        if (leaf != cdb::kNoNode) Require(operation, leaf);  // else of an older schema; no edit names it
     }
 
     void Require(AccessOperation operation, cdb::NodeId node)

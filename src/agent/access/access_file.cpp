@@ -59,7 +59,7 @@ std::string LastMessage(const ly_ctx* context)
     return text + " (" + where + ")";
 }
 
-/// Opens a file's tree. The context lives as long as the tree is used.
+/// The tree of a file's text. The context must outlive it.
 Tree Parse(const ly_ctx* context, std::string text)
 {
     const std::size_t begin = text.find_first_not_of(" \t\r\n");

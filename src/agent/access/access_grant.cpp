@@ -28,7 +28,7 @@ bool IsAtOrBelow(const lysc_node* node, const lysc_node* above)
     return false;
 }
 
-/// Whether the keys contradict each other, as far as both are known.
+/// Whether the keys agree, as far as both are known.
 bool KeysFit(const std::vector<std::optional<std::string>>& wanted, std::span<const std::string> keys)
 {
     const std::size_t both = std::min(wanted.size(), keys.size());
@@ -37,7 +37,7 @@ bool KeysFit(const std::vector<std::optional<std::string>>& wanted, std::span<co
     return true;
 }
 
-/// The rule is about the node. Null stands for the root, which only a rule about everything is about.
+/// Whether the rule is about the node. Null is the root: only a rule about everything is about it.
 bool IsAbout(const AccessRule& rule, const lysc_node* node, std::span<const std::string> keys)
 {
     if (rule.kind == AccessRule::Kind::kAny || rule.node == nullptr) return true;
@@ -45,7 +45,7 @@ bool IsAbout(const AccessRule& rule, const lysc_node* node, std::span<const std:
            KeysFit(rule.keys, keys);
 }
 
-/// The rule may be about something below the node.
+/// Whether the rule may be about something below the node.
 bool MayBeBelow(const AccessRule& rule, const lysc_node* node, std::span<const std::string> keys)
 {
     if (rule.kind == AccessRule::Kind::kAny || rule.node == nullptr) return true;
@@ -60,7 +60,7 @@ bool IsForData(const AccessRule& rule)
 
 bool IsGuarded(const std::unordered_set<const lysc_node*>& guarded, const lysc_node* node)
 {
-    // What stands on a node holds for what is below it.
+    // A node's extension holds for everything below it.
     for (; !guarded.empty() && node != nullptr; node = node->parent)
         if (guarded.contains(node)) return true;
     return false;
@@ -77,7 +77,7 @@ AccessGrant::AccessGrant(std::shared_ptr<const Source> source, AccessUser user, 
     if (rules.externalGroups) groups.insert(m_user.groups.begin(), m_user.groups.end());
     for (const auto& [name, users] : rules.groups)
         if (users.contains(m_user.name)) groups.insert(name);
-    // Who is in no group has no rules: "*" is every group, not every user.
+    // A user in no group has no rules: "*" is every group, not every user.
     for (const AccessRuleList& list : rules.lists) {
         const auto isTheirs = [&groups](const std::string& name) {
             return name == "*" ? !groups.empty() : groups.contains(name);
@@ -127,8 +127,8 @@ Visibility AccessGrant::Look(AccessOperation operation, const lysc_node* node,
                              std::span<const std::string> keys) const
 {
     if (m_everything) return Visibility::kWhole;
-    // The first rule about the node decides on it. What is below may be denied by a rule that comes before
-    // one that permits all of it.
+    // The first rule about the node decides. A rule before one that permits everything below may deny a part
+    // of that.
     std::optional<bool> decision;
     bool deniedBelow = false;
     for (const AccessRule* rule : m_rules) {
@@ -143,7 +143,7 @@ Visibility AccessGrant::Look(AccessOperation operation, const lysc_node* node,
         if (!rule->permit && MayBeBelow(*rule, node, keys)) deniedBelow = true;
     }
     if (!decision) decision = Default(operation, node);
-    // The root is nothing that could be hidden.
+    // The root can't be hidden.
     if (!*decision && node != nullptr) return Visibility::kHidden;
     const ProtectedNodes& guarded = m_source->guarded;
     const bool isRead = operation == AccessOperation::kRead;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What one user may do, by the rules as they were when the session asked (RFC 8341, section 3.4): made once
-// for a session and used for each of its requests. Immutable, so any thread may ask.
+// What one user may do by the rules that held when it was made (RFC 8341, section 3.4). A session uses one
+// for its requests until the rules change. Immutable, so any thread may use it.
 
 #ifndef AGENT_ACCESS_ACCESS_GRANT_H
 #define AGENT_ACCESS_ACCESS_GRANT_H
@@ -25,18 +25,18 @@ struct lyd_node;
 
 namespace agent {
 
-/// A session's user, as the kernel has named it.
+/// A session's user, as the kernel says.
 struct AccessUser {
     std::string name;
     std::uint32_t uid = 0;
     std::vector<std::string> groups{};  // of the user's process
 };
 
-/// What becomes of a node that is to be read.
+/// How much of a node is shown to a reader.
 enum class Visibility : std::uint8_t {
     kHidden,  // left out, with everything below it
-    kWhole,   // shown, with everything below it: no further question
-    kPartly   // shown; what is below it has to be asked for
+    kWhole,   // shown, with everything below it
+    kPartly   // shown; each node below it is asked about
 };
 
 class AccessGrant {
@@ -48,53 +48,52 @@ public:
         std::uint64_t generation = 0;
     };
 
-    /// `everything`: whom no rule binds.
+    /// `everything`: no rule binds the user.
     AccessGrant(std::shared_ptr<const Source> source, AccessUser user, bool everything);
 
     [[nodiscard]] const AccessUser& User() const { return m_user; }
-    /// Of the rules: see Access.
+    /// The generation of the rules: see Access.
     [[nodiscard]] std::uint64_t Generation() const { return m_source->generation; }
 
     /// Whether the user may carry out an operation. `rpc` is its schema node.
     [[nodiscard]] bool MayExecute(const lysc_node* rpc) const;
 
-    /// Whether no node is ever hidden from the user: then nothing needs to be asked when reading.
+    /// Whether no node is ever hidden from the user: a reader need not ask then.
     [[nodiscard]] bool ReadsAll() const { return m_readsAll; }
     /// Likewise for edits and commits.
     [[nodiscard]] bool WritesAll() const { return m_writesAll; }
 
-    /// The node's own visibility, its parents' apart, which are to be asked before it. `keys`: those of the
-    /// list entries on the way, from the root, the node's own included. The keys of an entry go with it.
+    /// The node's own visibility. The caller asks about its parents first. `keys`: those of the list entries
+    /// on the way, from the root, the node's own included. An entry's keys are shown with it.
     [[nodiscard]] Visibility Reading(const lysc_node* node, std::span<const std::string> keys) const;
 
-    /// The data node that the edit's node stands for; null where the datastore has none. One that may be
-    /// deleted comes with everything below it. Defaults that were not set are there or not.
+    /// The data node that the edit's node stands for; null if the datastore has none. One that may be deleted
+    /// comes with everything below it. Defaults that were not set may be missing.
     using Find = std::function<const lyd_node*(const lyd_node* edit)>;
 
     /// Whether the user may make the edit (RFC 8341, section 3.2.4): each node that it creates, deletes or
-    /// gives another value has to be permitted; what it leaves as it is does not matter. `edit` as in
-    /// cdb::Datastore::Edit. `existing`: the datastore's first top-level node, or null. Nullopt: it may. Else
-    /// access-denied, with the path of a node of the edit. An edit that is wrong in itself is not looked at
-    /// further: the datastore says so.
+    /// gives another value must be permitted; what it leaves as it is does not matter. `edit` as in
+    /// cdb::Datastore::Edit. `existing`: the datastore's first top-level node, or null. Nullopt if it may,
+    /// else access-denied with the path of a node of the edit. A wrong edit passes: the datastore refuses it.
     [[nodiscard]] std::optional<cdb::Error> CheckEdit(const lyd_node* edit, cdb::DefaultOperation operation,
                                                       const lyd_node* existing, const Find& find) const;
 
-    /// The same, asked of the candidate's rows. Of these it reads what the edit names and what it takes out,
-    /// and nothing of the other entries.
+    /// The same for the candidate's rows. Reads only the entries that the edit names or deletes.
     [[nodiscard]] std::optional<cdb::Error> CheckEdit(const lyd_node* edit, cdb::DefaultOperation operation,
                                                       const cdb::Schema& schema,
                                                       cdb::RowView& candidate) const;
 
-    /// Whether the user may make these changes (RFC 8341, section 3.2.6: what a commit really changes, also
-    /// where other users have edited it).
+    /// Whether the user may make these changes; nullopt if so, else access-denied. A commit is checked for
+    /// all that it changes, other users' edits included (RFC 8341, section 3.2.6).
     [[nodiscard]] std::optional<cdb::Error> CheckChanges(const cdb::Schema& schema,
                                                          std::span<const cdb::RowChange> changes) const;
 
-    /// Whether the user may do that to the node and to everything that can be below it.
+    /// Whether the user may do that to the node (kPartly), and to everything that can be below it (kWhole).
+    /// Null is the root.
     [[nodiscard]] Visibility Look(AccessOperation operation, const lysc_node* node,
                                   std::span<const std::string> keys) const;
 
-    /// The refusal of an operation on the node at the path.
+    /// The error that refuses an operation on the node at the path.
     [[nodiscard]] cdb::Error Denied(AccessOperation operation, const std::string& path) const;
 
 private:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The rules of access control (RFC 8341) as values: what a file of rules says, resolved against the schema
-// that requests are about. What they mean for a user is access_grant.h.
+// that requests are about. access_grant.h applies them to a user.
 
 #ifndef AGENT_ACCESS_ACCESS_RULES_H
 #define AGENT_ACCESS_ACCESS_RULES_H
@@ -29,7 +29,7 @@ struct AccessRule {
     std::string module = "*";  // of what is asked for
     Kind kind = Kind::kAny;
     std::string target{};             // kOperation, kNotification: the name, or "*"
-    const lysc_node* node = nullptr;  // kData: the rule is about it and what is below; null: about everything
+    const lysc_node* node = nullptr;  // kData: what it is about, with all below; null: everything
     /// The keys of the lists on the way to `node`, from the root; nullopt: any.
     std::vector<std::optional<std::string>> keys{};
     std::uint8_t operations = kAllAccess;
@@ -61,7 +61,7 @@ struct ProtectedNodes {
     static ProtectedNodes Of(const ly_ctx* context);
 };
 
-/// Without a file of rules: members of the operators' group (by name) may do everything, all others who
+/// The rules without a file: members of the operators' group (by name) may do everything, other users that
 /// can open the socket may read.
 AccessRules DefaultAccessRules(const std::string& adminGroup);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The name of a user, for the history and the log.
+// Brings the look-up of a user's name into the agent.
 
 #ifndef AGENT_ACCESS_USER_H
 #define AGENT_ACCESS_USER_H

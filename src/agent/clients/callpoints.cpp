@@ -19,7 +19,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using ipc::cdb::ClientMessage;
 
-/// What may wait in a holder's connection before the next request is made.
+/// Bytes that may wait in a holder's connection before the next request is made.
 constexpr std::size_t kMaxWaiting = std::size_t{4} << 20;
 
 /// Requests made in one turn of the loop.
@@ -34,7 +34,7 @@ cdb::Error Failure(const cdb::NewEntry& entry, const cdb::SchemaTable& schema, c
     return error;
 }
 
-/// The questions of one edit.
+/// The requests of one edit.
 class PendingRequest final : public Callpoints::PendingRequest,
                              public std::enable_shared_from_this<PendingRequest> {
 public:

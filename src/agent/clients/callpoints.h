@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Asks the holders of callpoints about the entries that an edit creates. All requests go out without
-// waiting for each other's answers, as fast as the holder's connection takes them.
+// Asks the processes that hold callpoints about the entries that an edit creates. Sends requests without
+// waiting for answers, as fast as the holder's connection takes them.
 
 #ifndef AGENT_CLIENTS_CALLPOINTS_H
 #define AGENT_CLIENTS_CALLPOINTS_H
@@ -23,23 +23,24 @@ public:
     using Result = std::variant<std::vector<cdb::LeafWrite>, cdb::Error>;
 
     struct Limits {
-        std::chrono::milliseconds progress{5'000};  // without any answer while some are missing
+        std::chrono::milliseconds progress{5'000};  // without any answer while one is missing
         std::chrono::milliseconds total{30'000};    // for all questions of one edit
     };
+    /// All references must outlive this.
     Callpoints(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
                Limits limits);
 
-    /// What is being asked; it can be given up.
+    /// The inquiry under way.
     class PendingRequest {
     public:
         virtual ~PendingRequest() = default;
-        /// `done` is called no more, and is let go.
+        /// Gives the inquiry up: `done` is not called any more, and is freed.
         virtual void Cancel() = 0;
     };
     using PendingRequestPtr = std::shared_ptr<PendingRequest>;
 
-    /// `done` is called once: with the writes in the order of the entries, or with why the edit can't
-    /// be made. From inside Ask, which then returns null, where there is nothing or no process to ask.
+    /// Calls `done` once: with the writes in the order of the entries, or with why the edit can't be made.
+    /// If there is nothing or no process to ask, calls it from inside Ask, which then returns null.
     PendingRequestPtr Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done);
 
 private:

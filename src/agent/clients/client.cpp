@@ -14,11 +14,11 @@ namespace {
 
 using ipc::cdb::ClientMessage;
 
-/// More of them than any program has a use for.
+/// More than any program needs.
 constexpr std::size_t kMaxRegistrations = 256;
 constexpr std::size_t kMaxName = 256;
 
-/// What others will see of the message is made fit for it here, once.
+/// Makes the texts that others will see presentable, once for all.
 void MakeTextsPresentable(ClientMessage& message)
 {
     const auto fit = [](std::string* text) { base::MakePresentable(*text); };
@@ -61,7 +61,7 @@ void Client::Start(base::Timers& timers, std::chrono::milliseconds helloTimeout)
     m_helloTimer = timers.After(helloTimeout, [weak = weak_from_this()] {
         if (const auto self = weak.lock()) self->Disconnect("it has not said in time what it wants");
     });
-    // The channel calls no handler after the end; it holds the client until then.
+    // The channel keeps the client until the end, and calls no handler after it.
     const auto self = shared_from_this();
     m_channel->Start({[self](std::string_view frame) { self->OnFrame(frame); },
                       [self](std::string_view reason) { self->End(std::string(reason)); }});
@@ -81,7 +81,7 @@ bool Client::Ask(AnswerKey key, const google::protobuf::MessageLite& message, An
 {
     if (m_phase == Phase::kEnded) return false;
     m_questions[key] = std::move(handler);
-    // A send that fails ends the connection, and that answers every question.
+    // A failed send ends the connection, which answers every question.
     static_cast<void>(m_channel->Send(message));
     return true;
 }
@@ -135,7 +135,7 @@ void Client::OnHello(const ipc::cdb::Hello& hello)
 {
     if (m_phase != Phase::kNew) return Disconnect("it said hello twice");
     m_process = hello.process();
-    // The kernel knows better who that is, but not across namespaces of processes.
+    // The kernel's process id counts, but it has none across process namespaces.
     if (m_pid <= 0) m_pid = hello.pid();
     if (hello.protocol() != ipc::kProtocolVersion)
         return Refuse({"the client speaks protocol " + std::to_string(hello.protocol()) + ", cdbd speaks " +
@@ -192,7 +192,7 @@ void Client::OnSubscribe(const ipc::cdb::Subscribe& wanted)
 
 void Client::OnReady()
 {
-    // One that has registered nothing still hears of transitions and learns where the store is.
+    // A client without registrations still gets transitions and the store's directory.
     const bool isBare = m_subscriptions.empty() && m_callpoints.empty() && m_providers.empty();
     if (isBare && RefuseRole(ipc::Role::kSubscribe)) return;
     m_phase = Phase::kReady;
@@ -213,7 +213,7 @@ void Client::OnAnswer(AnswerKey key, const ClientMessage& message)
 {
     if (m_phase != Phase::kReady) return Disconnect("it answered before it was ready");
     const auto question = m_questions.find(key);
-    if (question == m_questions.end()) return;  // too late: nobody waits for it any more
+    if (question == m_questions.end()) return;  // too late: the question was forgotten
     const AnswerHandler handler = std::move(question->second);
     m_questions.erase(question);
     handler(&message);
@@ -224,7 +224,7 @@ void Client::Refuse(const Refusal& refusal)
     ipc::cdb::ServerMessage message;
     message.mutable_refused()->set_reason(refusal.reason);
     message.mutable_refused()->set_holder_pid(refusal.holder);
-    static_cast<void>(m_channel->Send(message));  // it is turned away in any case
+    static_cast<void>(m_channel->Send(message));  // the client is turned away in any case
     m_channel->Close();
     if (m_process.empty()) slog::Notice("{} is refused: {}", Name(), refusal.reason);
     End("refused: " + refusal.reason);
@@ -233,7 +233,7 @@ void Client::Refuse(const Refusal& refusal)
 void Client::End(const std::string& reason)
 {
     if (m_phase == Phase::kEnded) return;
-    // Of those that say nothing, or no more than a fault, there may be many.
+    // There may be many clients that send nothing, or only a fault.
     if (!m_process.empty())
         slog::Notice("{} is disconnected: {}", Name(), reason);
     else if (slog::Enabled(static_cast<int>(slog::Level::kInfo)))

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// One process connected to cdb.sock: its registrations, and the questions that it still has to
-// answer. Whether a registration can be granted is its host's decision; what the questions are about
-// is the matter of those who ask.
+// One process connected to cdb.sock: its registrations, and the questions that it still has to answer. Its
+// host decides which registrations it gets. Does not know what the questions mean.
 
 #ifndef AGENT_CLIENTS_CLIENT_H
 #define AGENT_CLIENTS_CLIENT_H
@@ -42,34 +41,34 @@ struct StateProvision {
     std::string path;
 };
 
-/// Why a client is turned away, and whose process is in its place (0: nobody's).
+/// Why a client is turned away, and the process id of the holder of what it wants (0 if there is none).
 struct Refusal {
     std::string reason;
     std::int64_t holder = 0;
 };
 
-/// What a client needs of whoever keeps the clients.
+/// What a client needs of the owner of the clients.
 class ClientHost {
 public:
     virtual ~ClientHost() = default;
-    /// Why the user of the client's process may not have the role; nullopt: it may.
+    /// Why the user of the client's process may not have the role; nullopt if it may.
     virtual std::optional<Refusal> CheckRole(const Client& client, ipc::Role role) = 0;
-    /// The subscription's schema node, or why there is none.
+    /// Sets `point` to the subscription's schema node; else returns why there is none.
     virtual std::optional<Refusal> CheckSubscription(const ipc::cdb::Subscribe& wanted,
                                                      cdb::NodeId& point) = 0;
     virtual std::optional<Refusal> CheckCallpoint(const Client& client, const std::string& name) = 0;
     virtual std::optional<Refusal> CheckProvider(const Client& client, const StateProvision& wanted) = 0;
     virtual ipc::cdb::Welcome MakeWelcome() = 0;
     virtual void OnFault(const Client& client, const ipc::cdb::FaultReport& fault) = 0;
-    /// The connection has gone; called once, from the loop.
+    /// The connection has ended; called once, from the loop.
     virtual void OnGone(const std::shared_ptr<Client>& client) = 0;
 };
 
 class Client : public std::enable_shared_from_this<Client> {
 public:
-    /// What answers a question: the kind of message and its number.
+    /// The kind and number of the message that answers a question.
     using AnswerKey = std::pair<ipc::cdb::ClientMessage::BodyCase, std::uint64_t>;
-    /// Null: the connection has gone.
+    /// `answer` is null if the connection has ended.
     using AnswerHandler = std::function<void(const ipc::cdb::ClientMessage* answer)>;
 
     enum class Phase : std::uint8_t { kNew, kRegistering, kReady, kEnded };
@@ -78,7 +77,7 @@ public:
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    /// A client that has not said by then what it wants, up to its Ready, is disconnected.
+    /// Begins to read. Disconnects a client that has not sent its registrations, up to Ready, in that time.
     void Start(base::Timers& timers, std::chrono::milliseconds helloTimeout);
 
     [[nodiscard]] Phase CurrentPhase() const { return m_phase; }
@@ -92,18 +91,18 @@ public:
     [[nodiscard]] const std::vector<std::string>& Callpoints() const { return m_callpoints; }
     [[nodiscard]] const std::vector<StateProvision>& Providers() const { return m_providers; }
     [[nodiscard]] bool IsApplying() const { return m_applying; }
-    /// The commit that it was told running is at when it became ready.
+    /// The commit of running that the client was told when it became ready.
     [[nodiscard]] std::uint64_t WelcomeCommit() const { return m_welcomeCommit; }
 
     /// A number for the next request to this client.
     std::uint64_t NextRequest() { return ++m_lastRequest; }
 
-    /// Sends a message; the handler is called once with the answer, unless it is forgotten before, and
-    /// never from inside Ask. False, and the handler is not called, when the connection has gone.
+    /// Sends a message; calls the handler once with the answer, unless Forget comes first, and never from
+    /// inside Ask. Returns false, and does not call the handler, if the connection has ended.
     [[nodiscard]] bool Ask(AnswerKey key, const google::protobuf::MessageLite& message,
                            AnswerHandler handler);
     void Forget(AnswerKey key) { m_questions.erase(key); }
-    /// Another answer to a question that was asked comes: the handler is called as after Ask.
+    /// Awaits a further answer to a question: calls the handler as after Ask.
     void Expect(AnswerKey key, AnswerHandler handler) { m_questions[key] = std::move(handler); }
 
     [[nodiscard]] std::size_t QueuedBytes() const;
@@ -125,7 +124,7 @@ private:
     void OnReady();
     void OnFault(const ipc::cdb::FaultReport& fault);
     void OnAnswer(AnswerKey key, const ipc::cdb::ClientMessage& message);
-    /// Turns the client away where it may not have the role.
+    /// Turns the client away, and returns true, if it may not have the role.
     bool RefuseRole(ipc::Role role);
     void Refuse(const Refusal& refusal);
     void End(const std::string& reason);

@@ -13,7 +13,7 @@ namespace {
 /// Far more processes than a switch has.
 constexpr std::size_t kMaxClients = 128;
 
-/// cdbd's own.
+/// Provided by cdbd itself.
 constexpr const char* kSystemState = "/state/system";
 
 bool Holds(const std::vector<std::string>& names, const std::string& name)
@@ -58,7 +58,7 @@ Clients::~Clients() { DisconnectAll("cdbd ends"); }
 
 void Clients::DisconnectAll(const std::string& reason)
 {
-    const std::vector<ClientPtr> clients = m_clients;  // each takes itself out
+    const std::vector<ClientPtr> clients = m_clients;  // a copy, because each removes itself
     for (const ClientPtr& client : clients) client->Disconnect(reason);
 }
 
@@ -70,7 +70,7 @@ void Clients::Add(std::shared_ptr<ipc::Channel> channel)
                     channel->Peer().pid, reason);
         ipc::cdb::ServerMessage message;
         message.mutable_refused()->set_reason(reason);
-        static_cast<void>(channel->Send(message));  // it is turned away in any case
+        static_cast<void>(channel->Send(message));  // the client is turned away in any case
         channel->Close();
     };
     if (m_clients.size() >= kMaxClients)
@@ -161,14 +161,14 @@ void Clients::OnFault(const Client& client, const ipc::cdb::FaultReport& report)
     cdb::Fault fault;
     fault.timeUs = report.time_us() != 0 ? report.time_us() : m_options.now();
     fault.process = report.process();
-    // As for the hello: the kernel knows better.
+    // As for the hello, the kernel's process id counts.
     fault.pid = client.Peer().pid > 0 ? client.Peer().pid : report.pid();
     fault.kind = report.kind();
     fault.function = report.function();
     fault.file = report.file();
     fault.line = report.line();
     fault.text = report.text();
-    // Counted by what the reporter can't choose.
+    // Counted by what the kernel says, which the reporter can't choose.
     const std::string reporter =
         "process " + std::to_string(client.Peer().pid) + ", uid " + std::to_string(client.Peer().uid);
     m_faults.Take(reporter, std::move(fault));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The processes connected to cdb.sock: lets them in, knows who holds what, keeps their faults.
+// The processes connected to cdb.sock: admits them, knows what each holds, keeps their faults.
 
 #ifndef AGENT_CLIENTS_CLIENTS_H
 #define AGENT_CLIENTS_CLIENTS_H
@@ -25,27 +25,28 @@ public:
     struct Options {
         std::function<std::int64_t()> now;  // microseconds since the epoch
         ipc::Trust trust{"cdbd"};
-        /// Where faults go. Called from the loop, never with none.
+        /// Keeps faults. Called from the loop, never with an empty vector.
         FaultIntake::Keep keepFaults;
         std::chrono::milliseconds helloTimeout{5'000};
-        std::size_t maxPerUser = 64;  // connections; root may have all there are
+        std::size_t maxPerUser = 64;  // connections; root is not counted
     };
-    /// All but the options outlive it.
+    /// All arguments but the options must outlive this.
     Clients(const cdb::Schema& schema, const cdb::Store& store, base::Timers& timers, Options options);
     ~Clients() override;
     Clients(const Clients&) = delete;
     Clients& operator=(const Clients&) = delete;
 
+    /// Admits the client of a new connection, or tells it why not.
     void Add(std::shared_ptr<ipc::Channel> channel);
 
-    /// Ends all connections, which answers every question that is open.
+    /// Ends all connections, which answers every open question.
     void DisconnectAll(const std::string& reason);
 
-    /// In the order of their connecting. Those that have not said hello are left out.
+    /// The clients that have said hello, in the order in which they connected.
     [[nodiscard]] std::vector<ClientPtr> Known() const;
-    /// Those that work already.
+    /// The clients that are ready, in the same order.
     [[nodiscard]] std::vector<ClientPtr> Ready() const;
-    /// Who works for the callpoint; null: nobody.
+    /// The ready client that serves the callpoint; null if there is none.
     [[nodiscard]] ClientPtr CallpointHolder(const std::string& name) const;
 
     // ClientHost

@@ -16,8 +16,8 @@ namespace {
 
 struct Recipient {
     ClientPtr client;
-    std::vector<std::uint32_t> points;  // ids in the order to walk them
-    std::int32_t lowest = 0;            // priority
+    std::vector<std::uint32_t> points;  // subscription ids, in the order of their priorities
+    std::int32_t lowest = 0;            // of the priorities
 };
 
 std::vector<Recipient> RecipientsOf(const cdb::SchemaTable& schema, const Clients& clients,
@@ -42,7 +42,7 @@ std::vector<Recipient> RecipientsOf(const cdb::SchemaTable& schema, const Client
     return recipients;
 }
 
-/// What to tell the committer of a change that no subscriber gets.
+/// The text for the committer of a change that no subscriber gets.
 std::string NoSubscriber(const Clients& clients, std::uint64_t commit)
 {
     return "commit " + std::to_string(commit) + " stands, but no process " +

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Takes a commit's change set to the subscribers that it touches, one after the other in the order of
-// their lowest touched priority, each until it has acknowledged.
+// Delivers a commit's change set to the subscribers that it touches, one after the other in the order of
+// their lowest touched priority, and waits for each acknowledgement.
 //
-// Who is to get it is settled when the delivery begins: those that were told an older commit's number when
-// they became ready. A process that was told the new one reads it all from the store.
+// The recipients are fixed when the delivery begins: the subscribers that were told an older commit when they
+// became ready. A process that was told the new one reads it all from the store.
 
 #ifndef AGENT_CLIENTS_DELIVERY_H
 #define AGENT_CLIENTS_DELIVERY_H
@@ -20,23 +20,23 @@
 
 namespace agent {
 
-/// A commit's changes, written out for the subscribers: for a large one that takes time.
+/// A commit's changes, serialized for the subscribers, which takes time for a large commit.
 struct WrittenChanges {
     cdb::ChangeSet changes;
     std::string root;  // changes.root as an ipc::cdb::ChangeNode
 };
 
-/// May be called in any thread.
+/// Any thread may call it.
 WrittenChanges WriteOut(cdb::ChangeSet changes);
 
 class Delivery {
 public:
-    /// `timeout`: how long one subscriber may take.
+    /// `timeout`: how long one subscriber may take. All references must outlive this.
     Delivery(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
              std::chrono::milliseconds timeout);
 
-    /// `done` is called once, with a text for each subscriber that has not acknowledged, and one where there
-    /// is none; from inside Deliver then. One delivery at a time.
+    /// Calls `done` once, with a text for each subscriber that has not acknowledged. If there is no
+    /// subscriber, calls it from inside Deliver, with one text. One delivery at a time.
     void Deliver(const WrittenChanges& written, std::function<void(const std::vector<std::string>&)> done);
 
 private:

@@ -9,10 +9,10 @@
 namespace agent {
 namespace {
 
-/// How many processes are counted apart; more share what all may.
+/// How many processes are counted apart; the others share one bucket.
 constexpr std::size_t kMaxReporters = 256;
 
-/// The surplus is said when it has been collected for so long.
+/// The surplus is logged after it has been counted for this long.
 constexpr std::chrono::milliseconds kSurplusTime{1000};
 
 }  // namespace
@@ -31,7 +31,7 @@ FaultIntake::~FaultIntake()
 bool FaultIntake::TakeToken(Bucket& bucket, double burst, std::int64_t refillUs) const
 {
     const std::int64_t now = m_now();
-    // A clock that is set back refills nothing until it has caught up.
+    // A step back of the clock refills nothing.
     if (now > bucket.filledUs)
         bucket.tokens = std::min(burst, bucket.tokens + static_cast<double>(now - bucket.filledUs) /
                                                             static_cast<double>(refillUs));
@@ -44,7 +44,7 @@ bool FaultIntake::TakeToken(Bucket& bucket, double burst, std::int64_t refillUs)
 FaultIntake::Bucket& FaultIntake::BucketOf(const std::string& reporter)
 {
     if (const auto found = m_reporters.find(reporter); found != m_reporters.end()) return found->second;
-    // One that would be full by now, and has nothing left to be said, is as one that is new.
+    // A bucket that would be full by now, without surplus to log, equals a new one.
     const auto isFull = [now = m_now()](const auto& entry) {
         const auto& [name, bucket] = entry;
         return bucket.refused == 0 &&

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The faults that processes report, on their way to the store: bounded in number for each process and for
-// all, and handed over in batches. What was too much is counted and said in one line.
+// Takes the faults that processes report on their way to the store: bounds their number for each process and
+// for all, and hands them over in batches. Counts and logs the surplus.
 
 #ifndef AGENT_CLIENTS_FAULT_INTAKE_H
 #define AGENT_CLIENTS_FAULT_INTAKE_H
@@ -20,26 +20,27 @@ namespace agent {
 
 class FaultIntake {
 public:
-    /// A process may report so many at once, and one more each `kRefill`; likewise all together.
+    /// A process may report kBurst faults at once, and one more every kRefillUs; likewise all together.
     static constexpr double kBurst = 20;
     static constexpr double kBurstOfAll = 100;
     static constexpr std::int64_t kRefillUs = 1'000'000;
     static constexpr std::int64_t kRefillOfAllUs = 100'000;
-    /// A batch is what comes within this time of its first fault.
+    /// A batch has the faults that come within this time of its first one.
     static constexpr std::chrono::milliseconds kBatchTime{50};
 
     using Keep = std::function<void(std::vector<cdb::Fault> faults)>;
 
-    /// `now`: microseconds since the epoch. `keep` is called from the loop and may hand on to another thread.
+    /// `now`: microseconds since the epoch. `keep` is called from the loop, never with an empty vector.
     FaultIntake(base::Timers& timers, std::function<std::int64_t()> now, Keep keep);
-    /// Hands over what waits.
+    /// Hands over the faults that wait.
     ~FaultIntake();
     FaultIntake(const FaultIntake&) = delete;
     FaultIntake& operator=(const FaultIntake&) = delete;
 
-    /// `reporter` is who is counted: "sflow-app (process 1234)", made of what the kernel says.
+    /// `reporter`: the process that is counted, "process 1234, uid 0", made of what the kernel says.
     void Take(const std::string& reporter, cdb::Fault fault);
 
+    /// Hands over the faults that wait, now.
     void Flush();
 
 private:
@@ -47,7 +48,7 @@ private:
     struct Bucket {
         double tokens = 0;
         std::int64_t filledUs = 0;
-        std::uint64_t refused = 0;  // since the last line
+        std::uint64_t refused = 0;  // since the last log line
     };
     [[nodiscard]] bool TakeToken(Bucket& bucket, double burst, std::int64_t refillUs) const;
     Bucket& BucketOf(const std::string& reporter);

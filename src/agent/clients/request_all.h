@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One question to several clients, and what became of it.
+// Asks several clients one question and collects the results.
 
 #ifndef AGENT_CLIENTS_REQUEST_ALL_H
 #define AGENT_CLIENTS_REQUEST_ALL_H
@@ -19,7 +19,7 @@ namespace agent {
 struct OutgoingRequest {
     Client::AnswerKey key;
     std::shared_ptr<ipc::cdb::ServerMessage> message = std::make_shared<ipc::cdb::ServerMessage>();
-    /// Sent in its place where there is one: a message that was written out before.
+    /// Sent instead of `message` if not null: a message that was serialized before.
     std::shared_ptr<const google::protobuf::MessageLite> written{};
 
     [[nodiscard]] const google::protobuf::MessageLite& Content() const
@@ -33,11 +33,11 @@ enum class Outcome : std::uint8_t { kAnswered, kGone, kLate };
 struct Answer {
     ClientPtr client;
     Outcome outcome = Outcome::kLate;
-    ipc::cdb::ClientMessage message;  // where answered
+    ipc::cdb::ClientMessage message;  // if answered
 };
 
-/// Asks all of them at once. `done` is called once, from the loop, when each has answered, has gone
-/// or the time is over; the answers are in the order of the clients.
+/// Asks all clients at once. Calls `done` once, from the loop, when each has answered or gone, or the time is
+/// over; the answers are in the order of the clients.
 void RequestAll(boost::asio::io_context& loop, const std::vector<ClientPtr>& clients,
                 const std::function<OutgoingRequest(Client& client)>& makeRequest,
                 std::chrono::milliseconds timeout,

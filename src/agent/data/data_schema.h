@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The data nodes of all modules as reading needs them: children in the order they are written, tags ready
-// to be appended, defaults as text. Made once of libyang's compiled modules; used by filters, writer and
-// sources, in any thread.
+// The data nodes of all modules as reading needs them: children in the order in which they are written, tags
+// ready to be appended, defaults as text. Made once from libyang's compiled modules; filters, writer and
+// sources use it in any thread.
 
 #ifndef AGENT_DATA_DATA_SCHEMA_H
 #define AGENT_DATA_DATA_SCHEMA_H
@@ -46,13 +46,13 @@ struct DataNode {
 
 class DataSchema {
 public:
-    /// Of the modules of `schema`, which must outlive it.
+    /// `schema` must outlive this.
     explicit DataSchema(const cdb::Schema& schema);
     DataSchema(const DataSchema&) = delete;
     DataSchema& operator=(const DataSchema&) = delete;
 
     [[nodiscard]] const DataNode& Root() const { return m_nodes.front(); }
-    /// Null where it is no data node.
+    /// Null if it is no data node.
     [[nodiscard]] const DataNode* Find(const lysc_node* schema) const;
 
     [[nodiscard]] std::size_t Depth() const { return m_depth; }        // of the deepest node
@@ -68,7 +68,7 @@ private:
     std::deque<DataNode> m_nodes;
     std::size_t m_depth = 0;
     std::size_t m_mostKeys = 0;
-    /// Open addressing by the node's address: looked at for each value that is read.
+    /// Open addressing by the node's address: looked up for each value that is read.
     std::vector<std::pair<const lysc_node*, const DataNode*>> m_index;
 };
 

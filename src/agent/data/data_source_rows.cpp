@@ -14,7 +14,7 @@ namespace {
 /// The longest is an address with its prefix length.
 using Buffer = std::array<char, 24>;
 
-/// A value's canonical text, in the buffer where it is not in the value itself.
+/// A value's canonical text: the value's own, or written into the buffer.
 class ToText {
 public:
     explicit ToText(Buffer& buffer) : m_buffer(buffer) {}
@@ -79,7 +79,7 @@ const DataNode* RowSource::Configured(const lysc_node* schema) const
 void RowSource::Values(Handle at, const lysc_node* leaf, const ValueVisit& visit)
 {
     const DataNode* node = Configured(leaf);
-    if (at == nullptr || node == nullptr) return;  // no leaf stands at the top level
+    if (at == nullptr || node == nullptr) return;  // there are no top-level leaves
     const auto& place = *static_cast<const Place*>(at);
     if (node->isKey) {
         if (node->index < place.ownKeys.size()) visit(place.ownKeys[node->index], false);

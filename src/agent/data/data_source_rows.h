@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Configuration as data, straight from a datastore's rows, with the defaults that the schema has for
-// what is not set.
+// Configuration as data, straight from a datastore's rows; the schema's defaults stand for what is not
+// set.
 
 #ifndef AGENT_DATA_DATA_SOURCE_ROWS_H
 #define AGENT_DATA_DATA_SOURCE_ROWS_H
@@ -16,7 +16,7 @@ namespace agent {
 
 class RowSource final : public DataSource {
 public:
-    /// Both outlive it.
+    /// Both must outlive this.
     RowSource(const DataSchema& schema, cdb::RowView& rows);
 
     void Values(Handle at, const lysc_node* leaf, const ValueVisit& visit) override;
@@ -33,8 +33,8 @@ private:
 
     const DataSchema& m_schema;
     cdb::RowView& m_rows;
-    std::vector<std::string> m_keys;  // of the entries on the way to the node that is visited
-    std::vector<cdb::Row> m_kept;     // by depth: a row that was looked up stays while what is below is read
+    std::vector<std::string> m_keys;  // of the entries on the way to the visited node
+    std::vector<cdb::Row> m_kept;     // by depth: a looked-up row is kept while the nodes below it are read
 };
 
 }  // namespace agent

@@ -19,7 +19,7 @@ int CompareKeys(const lyd_node* a, const lyd_node* b)
     const lyd_node* keyB = lyd_child(b);
     for (; keyA != nullptr && keyB != nullptr && lysc_is_key(keyA->schema);
          keyA = keyA->next, keyB = keyB->next) {
-        // strcmp compares bytes as unsigned, which is the order that readers of the store see.
+        // strcmp compares bytes as unsigned, as the store orders its keys.
         const int order = std::strcmp(lyd_get_value(keyA), lyd_get_value(keyB));
         if (order != 0) return order;
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A libyang tree as data: state, and the candidate. Of one thread at a time, like the tree.
+// A libyang tree as data, for tests of the writer. For one thread at a time, like the tree.
 
 #ifndef AGENT_DATA_DATA_SOURCE_TREE_H
 #define AGENT_DATA_DATA_SOURCE_TREE_H
@@ -12,7 +12,7 @@ namespace agent {
 
 class TreeSource final : public DataSource {
 public:
-    /// The tree's first top-level sibling, or null; it outlives the source.
+    /// `first`: the tree's first top-level sibling, or null; must outlive the source.
     explicit TreeSource(const lyd_node* first) : m_first(first), m_next(first) {}
 
     void Values(Handle at, const lysc_node* leaf, const ValueVisit& visit) override;
@@ -28,8 +28,8 @@ private:
     void MoveTo(Handle parent, const lyd_node* next);
 
     const lyd_node* m_first;
-    /// Whose child is probably asked for next, and which: nodes stand in schema order, and are asked for
-    /// in it.
+    /// The parent whose child is probably asked for next, and that child: nodes are in schema order and are
+    /// asked for in it.
     Handle m_parent = nullptr;
     const lyd_node* m_next;
 };

@@ -16,12 +16,12 @@ using Handle = DataSource::Handle;
 using Branch = FilterPlan::Branch;
 using Inner = FilterPlan::Inner;
 
-/// What is asked for below a node: mostly there is one of these.
+/// What is asked for below a node, mostly one of each.
 using Branches = boost::container::small_vector<const Branch*, 4>;
 using Inners = boost::container::small_vector<const Inner*, 4>;
 using Keys = boost::container::small_vector<std::string_view, 4>;
 
-/// So few entries of a list below another are looked up; for more the list is read.
+/// At most this many entries of a list in another list's entry are looked up; for more the list is read.
 constexpr std::size_t kLookedUpEach = 8;
 
 class Writer {
@@ -61,7 +61,7 @@ private:
     std::string& m_out;
     std::string m_values;             // of the leaves that alternatives test
     std::vector<std::string> m_keys;  // for m_options.access
-    std::size_t m_passes = 0;         // lists that are read from end to end around here
+    std::size_t m_passes = 0;         // lists around this place that are read from end to end
 };
 
 bool Writer::Visible(const DataNode& leaf, std::string_view text, bool isDefault) const
@@ -89,7 +89,7 @@ void Writer::Term(const DataNode& leaf, std::string_view text)
     m_out.append(leaf.close);
 }
 
-/// Lets the entry be written where it may be read.
+/// Calls `write` if the entry may be read.
 template <typename Write>
 void Writer::Entry(const DataNode& list, Handle entry, const Write& write)
 {
@@ -196,7 +196,7 @@ bool Writer::MayBeLookedUp(const Inners& inners) const
         if (!inner->NamesEntries()) return false;
         for (const auto& matches : inner->matches) named += matches.byValues.size();
     }
-    // What is looked up for each entry of another list adds up.
+    // Look-ups for each entry of another list add up.
     return m_passes == 0 || named <= kLookedUpEach;
 }
 
@@ -237,7 +237,7 @@ void Writer::Named(const DataNode& list, Handle at, const Inners& inners)
     }
 }
 
-/// Writes what is selected of the container or entry.
+/// Writes what the inners select of the container or entry.
 void Writer::Select(const DataNode& node, Handle at, const Inners& inners)
 {
     Branches branches;
@@ -246,7 +246,7 @@ void Writer::Select(const DataNode& node, Handle at, const Inners& inners)
     if (!branches.empty()) PartNode(node, at, branches);
 }
 
-/// Adds the branches that hold at the node. True: one selects all of it.
+/// Adds the branches that hold at the node. Returns true if one selects all of it.
 bool Writer::Active(const Inner& inner, Handle at, Branches& branches)
 {
     const auto add = [&branches](const Branch* branch) {
@@ -263,7 +263,7 @@ bool Writer::Active(const Inner& inner, Handle at, Branches& branches)
                        [&](const FilterPlan::Test& test) { return Holds(test, at) && add(test.branch); });
 }
 
-/// Puts the leaves' values into m_values. False: one of them has none that is seen.
+/// Puts the leaves' values into m_values. Returns false if one of them has no visible value.
 bool Writer::Values(const FilterPlan::Matches& matches, Handle at)
 {
     m_values.clear();
@@ -297,7 +297,7 @@ void Writer::PartNode(const DataNode& node, Handle at, const Branches& branches)
 {
     const std::size_t before = m_out.size();
     m_out.append(node.open);
-    // An entry shows its keys whatever else is asked for, but not for their sake alone.
+    // An entry always shows its keys, but is not written for unasked keys alone.
     bool keyAsked = false;
     for (std::size_t i = 0; i < node.keyCount; ++i) {
         const DataNode& key = *node.children[i];

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writes data as XML: what a subtree filter selects, in the mode of defaults asked for, nodes in schema
+// Writes data as XML: what a subtree filter selects, with defaults as asked for, nodes in schema
 // order and the entries of each list in the order that the source gives. Used for <get> and <get-config>.
 
 #ifndef AGENT_DATA_DATA_WRITER_H
@@ -14,9 +14,9 @@
 
 namespace agent {
 
-/// RFC 6243: what is written of leaves that have their default.
+/// Which leaves that have their default value are written (RFC 6243).
 enum class Defaults {
-    kExplicit,  // those that were set
+    kExplicit,  // those that were set explicitly
     kTrim,      // none
     kReportAll  // all
 };

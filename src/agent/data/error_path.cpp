@@ -17,7 +17,7 @@ class PathWriter {
 public:
     explicit PathWriter(const ly_ctx* context) : m_context(context) {}
 
-    /// A name of the path, with the module's in front of it or not.
+    /// A name of the path, with or without its module's in front.
     void Name(std::string_view name)
     {
         const std::size_t colon = name.find(':');
@@ -79,7 +79,7 @@ private:
     ErrorPath m_result;
 };
 
-/// Where the predicate that begins the text ends: behind its ']', which may stand in quotes before.
+/// The end of the predicate that begins the text: behind its first ']' outside quotes.
 std::size_t EndOfPredicate(std::string_view text)
 {
     char quote = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Paths of nodes as <error-path> wants them: absolute XPath with a prefix before every name, because
-// in XPath a name without one is in no namespace. Used by errors.cpp.
+// Paths of nodes for <error-path>: absolute XPath with a prefix before every name, because in XPath a name
+// without one is in no namespace. Used by errors.cpp.
 
 #ifndef AGENT_DATA_ERROR_PATH_H
 #define AGENT_DATA_ERROR_PATH_H
@@ -19,11 +19,11 @@ struct ErrorPath {
     std::vector<std::pair<std::string, std::string>> prefixes;  // with their namespaces
 };
 
-/// Of libyang's data path, where a module's name stands only where the module changes. The prefixes are
-/// the modules' names. A path that begins with an operation gets <rpc> before it.
+/// Converts libyang's data path, which names a module only where it changes. The prefixes are the modules'
+/// names. A path that begins with an operation gets <rpc> before it.
 ErrorPath ToErrorPath(std::string_view dataPath, const ly_ctx* context);
 
-/// The part of a data path that stands in the <config> of a request; empty where none does.
+/// The part of a data path that is inside the <config> of a request; empty if none is.
 std::string PathInConfig(std::string_view dataPath);
 
 }  // namespace agent

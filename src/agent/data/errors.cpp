@@ -79,12 +79,12 @@ std::string LastName(const std::string& path)
     return colon == std::string::npos ? name : name.substr(colon + 1);
 }
 
-/// Which element a message of libyang's is about: that at its path, that which it quotes, or one that
-/// stands for the choice which it quotes.
+/// Which element a message of libyang is about: the one at its path, the one that it quotes, or one for the
+/// choice that it quotes.
 enum class Subject { kAtPath, kQuoted, kChoice };
 
-/// What libyang says of a request, by how its message begins. What is unknown, given twice or has a
-/// wrong attribute never comes so far.
+/// libyang's errors of a request, by how the message begins. The scan before has refused what is unknown,
+/// given twice or has a wrong attribute.
 struct RequestRow {
     std::string_view beginning;
     ErrorTag tag;
@@ -106,8 +106,8 @@ bool IsInChoice(const lysc_node* node, const std::string& choice)
     return false;
 }
 
-/// An element whose lack is that of the operation's choice, which is no element: the container that the
-/// choice stands in, or its first case.
+/// An element that stands for the operation's missing choice, which is no element itself: the container
+/// around the choice, or its first case.
 std::string ElementOfChoice(const ly_ctx* context, std::string_view operation, const std::string& choice)
 {
     const lys_module* module = ly_ctx_get_module_implemented(context, "ietf-netconf");

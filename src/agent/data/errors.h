@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The one place where refusals become <rpc-error>s: typed errors of the database, and what libyang
-// finds wrong with a request.
+// Turns typed errors of the database, and libyang's errors of a request, into <rpc-error>s. The only place
+// that does.
 
 #ifndef AGENT_DATA_ERRORS_H
 #define AGENT_DATA_ERRORS_H
@@ -27,13 +27,13 @@ netconf::RpcError MakeError(Layer layer, cdb::ErrorTag tag, std::string message,
 /// A warning beside a request that was carried out.
 netconf::RpcError MakeWarning(std::string message);
 
-/// What the database, or the look at its data, refused.
+/// An error of the database, or of the check of its data.
 netconf::RpcError ToRpcError(const cdb::Error& error, const ly_ctx* context);
-/// What is wrong with a request around the data.
+/// An error of a request outside its data.
 netconf::RpcError ToProtocolError(const cdb::Error& error, const ly_ctx* context);
 std::vector<netconf::RpcError> ToRpcErrors(const std::vector<cdb::Error>& errors, const ly_ctx* context);
 
-/// What libyang said last about a request's operation `name`.
+/// The last error that libyang has stored, about a request's operation `name`.
 netconf::RpcError RequestError(const ly_ctx* context, std::string_view name);
 
 }  // namespace agent

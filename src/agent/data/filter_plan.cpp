@@ -29,8 +29,8 @@ const lysc_type* TypeOf(const lysc_node* node)
     return type;
 }
 
-/// The text as data has the value that it stands for ("5" of "+5"). Strings mean what they are, and what
-/// is no value of the type equals none.
+/// The canonical text of the value ("5" for "+5"). Strings stay as they are, and so does a text that is no
+/// value of the type, which equals none.
 std::string Canonical(const DataNode& leaf, const std::string& text)
 {
     const lysc_node* schema = leaf.schema;
@@ -46,7 +46,7 @@ std::string Canonical(const DataNode& leaf, const std::string& text)
     return value;
 }
 
-/// The item of that node, made where there is none. The items are in schema order.
+/// The item of that node, made if there is none. The items are in schema order.
 template <typename Item>
 Item& ItemOf(std::vector<Item>& items, const DataNode& node)
 {
@@ -82,7 +82,7 @@ bool Inner::NamesEntries() const
     });
 }
 
-/// One filter's way through the schema.
+/// Resolves one filter against the schema.
 class FilterPlanner {
 public:
     explicit FilterPlanner(const FilterLimits& limits) : m_limits(limits) { NewBranch(); }
@@ -137,8 +137,8 @@ private:
         Conditions(inner, filter, 0, {});
     }
 
-    /// Where a content match leaves open in which namespace, each leaf that it may mean makes an
-    /// alternative. `next`: the child of the filter to look at.
+    /// A content match without a namespace may mean several leaves; each makes an alternative. `next`: the
+    /// child of the filter to look at.
     void Conditions(Inner& inner, const FilterNode& filter, std::size_t next, std::vector<Condition> found)
     {
         while (next < filter.children.size() && !filter.children[next].IsContentMatch()) ++next;
@@ -162,7 +162,7 @@ private:
         for (const FilterNode& child : filter.children) Add(*branch, *inner.node, child);
     }
 
-    /// What holds on these conditions; null where they can't hold together.
+    /// The branch for these conditions; null if they can't hold together, or a limit is exceeded.
     Branch* BranchOn(Inner& inner, std::vector<Condition> conditions)
     {
         if (conditions.empty()) {

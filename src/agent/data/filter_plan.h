@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// A subtree filter (RFC 6241, section 6) resolved against the schema, once a request: for each schema
-// node what is selected below it and on which condition. Alternatives that hold on the same condition
-// are joined, and found by the values of their leaves, so that what a filter costs a node of the data
-// does not depend on how many alternatives it has.
+// A subtree filter (RFC 6241, section 6) resolved against the schema, once for each request: for each schema
+// node what is selected below it and on which condition. Alternatives with the same condition are joined, and
+// found by the values of their leaves, so that a filter's cost for a node of the data does not depend on the
+// number of its alternatives.
 
 #ifndef AGENT_DATA_FILTER_PLAN_H
 #define AGENT_DATA_FILTER_PLAN_H
@@ -24,8 +24,8 @@ namespace agent {
 
 struct FilterLimits {
     std::size_t nodes = 100'000;
-    std::size_t tests = 256;  // content matches in one containment node: all of them have to hold
-    /// Different sets of leaves that alternatives of one node test: each is looked up at each entry.
+    std::size_t tests = 256;  // content matches in one containment node, all of which must hold
+    /// Different sets of leaves that the alternatives of one node test: each costs a look-up at each entry.
     std::size_t combinations = 100;
 };
 
@@ -52,14 +52,14 @@ public:
         [[nodiscard]] const Inner* FindInner(const DataNode& node) const;
     };
 
-    /// Alternatives that test the same leaves: what is selected, by their values, each with a NUL behind.
-    /// A list's keys come first, so these are in the order of the keys.
+    /// Alternatives that test the same leaves: what is selected, by their values, each with a NUL behind it.
+    /// A list's keys come first, so the alternatives are in the order of the keys.
     struct Matches {
         std::vector<const DataNode*> leaves;  // in schema order
         std::map<std::string, Branch*, std::less<>> byValues;
     };
 
-    /// An alternative that tests a leaf-list: one of its values has to be the one named.
+    /// An alternative that tests a leaf-list: one of the data's values must be the one named.
     struct Test {
         std::vector<std::pair<const DataNode*, std::string>> values;
         Branch* branch = nullptr;
@@ -76,7 +76,7 @@ public:
         [[nodiscard]] bool NamesEntries() const;
     };
 
-    /// kTooBig where the filter goes beyond a limit. `schema` must outlive the plan.
+    /// Fails with kTooBig if the filter exceeds a limit. `schema` must outlive the plan.
     static std::variant<FilterPlan, cdb::Error> Make(const DataSchema& schema, const SubtreeFilter& filter,
                                                      const FilterLimits& limits = {});
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A reference to something that can be called, for callbacks that are called before the function they
-// are given to returns. Unlike std::function it never allocates and owns nothing.
+// A reference to a callable, for callbacks that are called only before the function that takes them returns.
+// Unlike std::function it never allocates and owns nothing.
 
 #ifndef AGENT_DATA_FUNCTION_REF_H
 #define AGENT_DATA_FUNCTION_REF_H
@@ -17,7 +17,7 @@ class FunctionRef;
 template <typename Result, typename... Arguments>
 class FunctionRef<Result(Arguments...)> {
 public:
-    /// What is referred to must live as long as this is called.
+    /// `function` must outlive the last call.
     template <typename Function>
     requires(!std::is_same_v<std::remove_cvref_t<Function>, FunctionRef> &&
              std::is_invocable_r_v<Result, Function&, Arguments...>)

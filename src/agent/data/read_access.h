@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who may read what.
+// The question whether a reader may see a node.
 
 #ifndef AGENT_DATA_READ_ACCESS_H
 #define AGENT_DATA_READ_ACCESS_H
@@ -12,10 +12,10 @@ struct lysc_node;
 
 namespace agent {
 
-/// Asked of each node before it is read, the nodes above it first: whether it may be. `keys` are those of
-/// all list entries on the way, the node's own included. What may not be read is not there, neither in what
-/// is written nor for a filter's content matches. An entry with a key that may not be read is left out.
-/// Null: everything may be read.
+/// Whether a node may be read. The writer asks before it reads a node, about the nodes above first. `keys`
+/// are those of all list entries on the way, the node's own included. A node that may not be read counts as
+/// missing, in the output and for a filter's content matches. An entry with a key that may not be read is
+/// left out. Null: everything may be read.
 using ReadAccess = std::function<bool(const lysc_node* node, std::span<const std::string> keys)>;
 
 }  // namespace agent

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A subtree filter as the client has written it (RFC 6241, section 6): read from the request's own
-// text, so that it means what the standard says and not what a schema makes of it. What it selects is
-// the matter of filter_plan.
+// A subtree filter as the client has written it (RFC 6241, section 6): read from the request's own text,
+// because libyang would read it by the schema. filter_plan says what it selects.
 
 #ifndef AGENT_DATA_SUBTREE_FILTER_H
 #define AGENT_DATA_SUBTREE_FILTER_H
@@ -15,8 +14,8 @@ namespace agent {
 struct FilterNode {
     std::string ns;  // empty: any namespace
     std::string name;
-    std::string text;  // without the blanks around it; counts where there are no children
-    /// An attribute match. Our data has no attributes, so such a node matches nothing.
+    std::string text;  // without the blanks around it; empty if there are children
+    /// An attribute match. The data has no attributes, so such a node matches nothing.
     bool hasAttributes = false;
     std::vector<FilterNode> children;
 

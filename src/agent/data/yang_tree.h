@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Ownership of libyang data trees in the agent, and the few questions it asks of their nodes.
+// Ownership of libyang data trees in the agent, and look-up of their children.
 
 #ifndef AGENT_DATA_YANG_TREE_H
 #define AGENT_DATA_YANG_TREE_H
@@ -17,10 +17,10 @@ struct FreeSiblings {
 /// Owns a node, its siblings and everything below them.
 using Tree = std::unique_ptr<lyd_node, FreeSiblings>;
 
-/// The child of that name, or null.
+/// The child of that name; null if there is none.
 const lyd_node* ChildNamed(const lyd_node* parent, std::string_view name);
 
-/// The text of that child, a leaf; empty where there is none.
+/// The text of that child, a leaf; empty if there is none.
 std::string_view ChildText(const lyd_node* parent, std::string_view name);
 
 }  // namespace agent

@@ -14,14 +14,14 @@
 
 namespace agent {
 
-/// What is in the file, told apart by its first character; not validated. Throws cdb::FatalError that names
-/// the file and, where something in it is wrong, the line, the column of what is malformed, and the path of
-/// what the schema does not take.
+/// The file's content, not validated; its first character tells the format. Throws cdb::FatalError that names
+/// the file and, for wrong content, its place in the text or its data path.
 Tree ReadConfiguration(const cdb::Schema& schema, const std::filesystem::path& file);
 
 /// Throws cdb::FatalError that names the file.
 [[noreturn]] void FailFile(const std::filesystem::path& file, const std::string& what);
 
+/// The errors' messages, joined by "; ".
 std::string TextOf(const std::vector<cdb::Error>& errors);
 
 }  // namespace agent

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A store's configuration to a file and from one.
+// Writes a store's configuration to a file and reads one.
 
 #include "agent/files/export_file.h"
 
@@ -33,7 +33,7 @@ std::string Print(const lyd_node* tree, LYD_FORMAT format, std::uint32_t options
     return text != nullptr ? text : "";
 }
 
-/// Something that can be imported again, an empty configuration too.
+/// A text that can be imported again, also for an empty configuration.
 std::string Printed(const lyd_node* tree, LYD_FORMAT format)
 {
     std::string text = Print(tree, format, 0);

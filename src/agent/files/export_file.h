@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A store's configuration to a file and from one, while no cdbd serves it (exporting: while one does, too).
+// Writes a store's configuration to a file, also while cdbd serves it, and reads one, while no cdbd does.
 
 #ifndef AGENT_FILES_EXPORT_FILE_H
 #define AGENT_FILES_EXPORT_FILE_H
@@ -14,15 +14,15 @@
 
 namespace agent {
 
-/// Writes the running configuration, explicit values only: to `out` as JSON where the file is "-", else to
-/// the file in the form that its ending says, .json or .xml. The file is replaced as a whole or not at all.
-/// Throws cdb::FatalError that names the file, or the store where it can't be read by the schema.
+/// Writes the running configuration, explicit values only: to `out` as JSON if the file is "-", else to the
+/// file in the format that its ending says, .json or .xml. The file is replaced as a whole or not at all.
+/// Throws cdb::FatalError that names the file, or the store if it was written with other modules.
 void ExportFile(const cdb::Schema& schema, const std::filesystem::path& stateDirectory,
                 const std::filesystem::path& file, std::ostream& out);
 
-/// Makes the file's content the whole configuration, in one commit; no callpoint is asked. False: it is that
-/// already, and nothing was written. Throws cdb::FatalError that names the file; everything is then as
-/// before.
+/// Makes the file's content the whole configuration, in one commit; no callpoint is asked. Returns false if
+/// it is that already: nothing is written. Throws cdb::FatalError that names the file; the store is then as
+/// before. `nowUs`: microseconds since the epoch.
 bool ImportFile(const cdb::Schema& schema, cdb::Datastore& datastore, const std::filesystem::path& file,
                 const std::string& user, std::int64_t nowUs);
 

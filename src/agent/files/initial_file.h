@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A configuration file becomes the first content of an empty store.
+// Makes a configuration file the first content of an empty store.
 
 #ifndef AGENT_FILES_INITIAL_FILE_H
 #define AGENT_FILES_INITIAL_FILE_H
@@ -15,9 +15,8 @@
 
 namespace agent {
 
-/// Loads RFC 7951 JSON or XML, told apart by the content, and commits it. Returns warnings. Throws
-/// cdb::FatalError that names the file and, where something in it is wrong, the line, the column of
-/// what is malformed, and the path of what the schema does not take; the store is then as before.
+/// Loads the file as ReadConfiguration does and commits it. Returns warnings. Throws cdb::FatalError that
+/// names the file; the store is then as before. `nowUs`: microseconds since the epoch.
 std::vector<std::string> LoadInitialFile(const cdb::Schema& schema, const cdb::Store& store,
                                          cdb::Datastore& datastore, const std::filesystem::path& file,
                                          const std::string& user, std::int64_t nowUs);

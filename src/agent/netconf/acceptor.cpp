@@ -40,7 +40,7 @@ Acceptor::Acceptor(Protocol::acceptor acceptor, Handler handler)
 Acceptor::~Acceptor()
 {
     m_state->open = false;
-    error_code ignored;  // it is given up in any case
+    error_code ignored;  // the socket is closed in any case
     const auto endpoint = m_state->acceptor.local_endpoint(ignored);
     if (!ignored) ::unlink(endpoint.path().c_str());
     m_state->acceptor.close(ignored);

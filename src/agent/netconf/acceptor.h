@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A listening socket that lets connections in for as long as it lives, and goes on when that fails
-// for a while (no descriptors left).
+// Accepts the connections of a listening socket. After a failure, such as no descriptors left, it logs,
+// pauses and tries again.
 
 #ifndef AGENT_NETCONF_ACCEPTOR_H
 #define AGENT_NETCONF_ACCEPTOR_H
@@ -17,7 +17,7 @@ public:
     using Protocol = boost::asio::local::stream_protocol;
     using Handler = std::function<void(Protocol::socket socket)>;
 
-    /// Takes over a listening socket. Its file goes with it.
+    /// Takes over a listening socket; the destructor closes it and removes its file.
     Acceptor(Protocol::acceptor acceptor, Handler handler);
     ~Acceptor();
     Acceptor(const Acceptor&) = delete;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What one answer takes of the room for answers (answer_room.h), from the beginning of the work on it until
-// the client has read it or its session has ended.
+// The memory that one answer takes of the room for answers (answer_room.h), from the beginning of the work on
+// it until the client has read it or its session has ended.
 
 #ifndef AGENT_NETCONF_ANSWER_PLACE_H
 #define AGENT_NETCONF_ANSWER_PLACE_H
@@ -17,7 +17,7 @@ public:
     /// Gives the room back.
     virtual ~AnswerPlace() = default;
 
-    /// The answer is made, and so long.
+    /// The answer is made; its size replaces the estimate.
     virtual void SetSize(std::size_t bytes) = 0;
 };
 

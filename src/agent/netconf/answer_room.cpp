@@ -18,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// An answer that is being made counts as such a part of the room.
+/// An answer that is being made counts as one of so many parts of the room.
 constexpr std::size_t kParts = 4;
 
 }  // namespace
@@ -45,7 +45,7 @@ struct AnswerRoom::State : std::enable_shared_from_this<State> {
 
     boost::asio::io_context& loop;
     const Options options;
-    boost::asio::steady_timer timer;  // of the first that waits
+    boost::asio::steady_timer timer;  // for the first that waits
     std::list<Waiting> waiting;
     std::size_t taken = 0;
     std::map<std::uint32_t, std::size_t> takenBy;  // by user
@@ -103,10 +103,10 @@ void AnswerRoom::State::Begin(const Waiting& next)
     next.begin();
 }
 
-/// All that fits, the first that came first. Who has used up what one user may have is passed over.
+/// Begins all requests that fit, in order of arrival; passes over users that have used up their share.
 void AnswerRoom::State::Admit()
 {
-    if (std::exchange(isAdmitting, true)) return;  // what begins may be done at once
+    if (std::exchange(isAdmitting, true)) return;  // a request that ends at once may bring the next one here
     for (auto at = waiting.begin(); at != waiting.end();) {
         const bool isWanted = at->request->Wanted();
         if (isWanted && !HasRoom(at->request->Who().uid)) {
@@ -156,7 +156,7 @@ void AnswerRoom::State::GiveBack(std::uint32_t uid, std::size_t bytes)
     own->second -= bytes;
     if (own->second == 0) takenBy.erase(own);
     if (waiting.empty()) return;
-    // Not from inside: who gives back may be in the middle of something.
+    // Posted, because the caller may be in the middle of something.
     boost::asio::post(loop, [weak = weak_from_this()] {
         if (const auto self = weak.lock()) self->Admit();
     });

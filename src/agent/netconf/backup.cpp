@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Copies of the store while it is served.
-
 #include "agent/netconf/backup.h"
 
 #include <optional>
@@ -13,7 +11,7 @@
 namespace agent {
 namespace {
 
-/// What the worker leaves for the loop.
+/// What the worker hands to the loop.
 struct Result {
     std::optional<cdb::Error> error;
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the agent says of itself in its hello.
+// The capabilities in the agent's hello.
 
 #ifndef AGENT_NETCONF_CAPABILITIES_H
 #define AGENT_NETCONF_CAPABILITIES_H
@@ -9,7 +9,7 @@
 
 namespace agent {
 
-/// The protocol's capabilities that are served, and the implemented modules. No session-id yet.
+/// The protocol's capabilities that the agent serves, and the implemented modules. Without session-id.
 netconf::Hello MakeHello(const cdb::Schema& schema);
 
 }  // namespace agent

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who has locked which datastore (RFC 6241, section 7.5).
+// Which session has locked which datastore (RFC 6241, section 7.5).
 
 #ifndef AGENT_NETCONF_LOCKS_H
 #define AGENT_NETCONF_LOCKS_H
@@ -18,7 +18,7 @@ public:
 
     [[nodiscard]] std::optional<SessionId> Holder(Target target) const { return At(target); }
 
-    /// Whether a session other than this one holds it; then that session.
+    /// The holder if it is another session than this; nullopt if not.
     [[nodiscard]] std::optional<SessionId> HeldByOther(Target target, SessionId session) const
     {
         const auto holder = At(target);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the requests of NETCONF do here (RFC 6241, section 7 and 8; our own of switch-system).
+// Carries out NETCONF's operations (RFC 6241, sections 7 and 8) and those of the module switch-system.
 
 #ifndef AGENT_NETCONF_OPERATIONS_H
 #define AGENT_NETCONF_OPERATIONS_H
@@ -31,13 +31,13 @@
 
 namespace agent {
 
-/// What a <get> or <get-config> asks for, resolved.
+/// What a <get> or <get-config> asks for, resolved against the schema.
 struct Reading;
 using ReadingPtr = std::shared_ptr<const Reading>;
 
 class Operations {
 public:
-    /// What the operations work on; all of it outlives them.
+    /// What the operations work on; all of it must outlive them.
     struct Services {
         boost::asio::io_context& loop;
         const cdb::Schema& schema;
@@ -48,10 +48,10 @@ public:
         Delivery& delivery;
         StateSource& state;
         Backup& backup;
-        Workbench& changes;                 // for all that is done with the candidate, and writes the store
+        Workbench& changes;                 // for all work on the candidate and all writes of the store
         Workbench& reads;                   // for long answers
         std::function<std::int64_t()> now;  // microseconds since the epoch
-        /// Ends the session of that number; false: there is none.
+        /// Ends the session of that number; returns false if there is none.
         std::function<bool(std::uint32_t session, const std::string& reason)> endSession;
         std::chrono::milliseconds actionTimeout;
         Access& access;  // counts what is denied
@@ -63,7 +63,7 @@ public:
     /// Carries the request out and answers it, now or later.
     void Handle(const RequestPtr& request);
 
-    /// Releases the session's locks; the candidate loses its changes with its lock.
+    /// Releases the session's locks. A candidate that it had locked loses its changes.
     void SessionEnded(std::uint32_t session);
 
 private:
@@ -105,16 +105,16 @@ private:
     void SflowResync(const RequestPtr& request);
     void MakeBackup(const RequestPtr& request);
 
-    /// Runs the work when it is the request's turn with the candidate, unless its session has ended by then.
+    /// Runs the work in the request's turn with the candidate, unless its session has ended by then.
     void InTurn(const RequestPtr& request, std::function<void(const SerialQueue::TicketPtr&)> work);
 
-    /// Refuses the request where its user may not execute it.
+    /// Refuses the request, and returns true, if its user may not execute it.
     bool RefuseDenied(const RequestPtr& request);
 
-    /// Refuses the request where another session has locked the datastore.
+    /// Refuses the request, and returns true, if another session has locked the datastore.
     bool RefuseLocked(const RequestPtr& request, Target target);
 
-    /// What an edit waits for, while it does.
+    /// The inquiry that an edit waits for; null if none does.
     struct Asked {
         std::uint32_t session = 0;
         Callpoints::PendingRequestPtr inquiry;
@@ -125,7 +125,7 @@ private:
     Locks m_locks;
     Asked m_asked;
     SerialQueue m_queue;    // for the candidate
-    SerialQueue m_commits;  // a commit has its turn until its subscribers have acknowledged
+    SerialQueue m_commits;  // a commit keeps its turn until its subscribers have acknowledged
 };
 
 }  // namespace agent

@@ -30,14 +30,14 @@ netconf::RpcError NotOffered(const std::string& what, const std::string& element
                      {{"bad-element", element}});
 }
 
-/// The values are libyang's to check: what is here is one of the standard's.
+/// libyang has checked the values: each is one that the standard defines.
 std::variant<EditOptions, netconf::RpcError> ReadEdit(const lyd_node* operation)
 {
     EditOptions options;
     const std::string_view defaultOperation = ChildText(operation, "default-operation");
     if (defaultOperation == "replace") options.operation = cdb::DefaultOperation::kReplace;
     if (defaultOperation == "none") options.operation = cdb::DefaultOperation::kNone;
-    // An edit that stops at an error is taken back whole, so the other two mean the same.
+    // A failed edit is always undone as a whole, so the other two values mean the same.
     if (ChildText(operation, "error-option") == "continue-on-error")
         return NotOffered("error-option continue-on-error", "error-option");
     const std::string_view testOption = ChildText(operation, "test-option");
@@ -63,12 +63,12 @@ std::vector<netconf::RpcError> Warnings(const std::vector<std::string>& texts)
     return warnings;
 }
 
-/// Parameters of RFC 6241's confirmed commit.
+/// Parameters of a confirmed commit (RFC 6241, section 8.4).
 constexpr std::array kConfirmedCommit{"confirmed", "confirm-timeout", "persist", "persist-id"};
 
 }  // namespace
 
-/// An edit on its way: planned, asked about, applied.
+/// An edit under way: planned, asked about, applied.
 struct Operations::EditJob {
     RequestPtr request;
     EditOptions options;
@@ -78,11 +78,11 @@ struct Operations::EditJob {
     std::vector<cdb::Error> errors;
 };
 
-/// A commit on its way: written, delivered.
+/// A commit under way: written, delivered.
 struct Operations::CommitJob {
     RequestPtr request;
     SerialQueue::TicketPtr commitTurn;
-    SerialQueue::TicketPtr turn;  // with the candidate; given up once it is written
+    SerialQueue::TicketPtr turn;  // with the candidate; ends once the commit is written
     cdb::CommitInfo info;
     std::vector<cdb::Error> errors;
     WrittenChanges written;
@@ -160,7 +160,7 @@ void Operations::Validate(const RequestPtr& request)
 {
     const lyd_node* source = ChildNamed(request->Operation(), "source");
     const std::string_view name = lyd_child(source) == nullptr ? "" : lyd_child(source)->schema->name;
-    // Running is valid: nothing else ever becomes running.
+    // Running is always valid: nothing invalid becomes running.
     if (name == "running") return request->Ok();
     if (name != "candidate") return request->Refuse(NotOffered("validation of what is sent along", "config"));
     InTurn(request, [this, request](const SerialQueue::TicketPtr& turn) {
@@ -179,7 +179,7 @@ void Operations::Commit(const RequestPtr& request)
         if (const lyd_node* node = ChildNamed(request->Operation(), parameter);
             node != nullptr && (node->flags & LYD_DEFAULT) == 0)
             return request->Refuse(NotOffered("a confirmed commit", parameter));
-    // Edits go on while subscribers are waited for; only the next commit waits too.
+    // While a commit waits for its subscribers, edits go on; only the next commit waits.
     m_commits.Push([this, request](const SerialQueue::TicketPtr& commitTurn) {
         InTurn(request, [this, request, commitTurn](const SerialQueue::TicketPtr& turn) {
             if (RefuseLocked(request, Target::kCandidate) || RefuseLocked(request, Target::kRunning)) return;
@@ -219,8 +219,8 @@ void Operations::WriteCommit(const CommitJobPtr& job)
             job->turn.reset();
             if (job->errors.empty()) return DeliverCommit(job);
             job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
-            // A store whose last page could not be written gives nothing any more until it is opened anew:
-            // then this throws, and the process ends, to be started again with what was committed before.
+            // A store whose last page could not be written can't be read until it is opened again: this
+            // throws then and ends the process, which restarts with the commits before this one.
             m_services.changes.Do([this] { static_cast<void>(m_services.store.LastCommit()); });
         });
 }
@@ -238,7 +238,7 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
         });
     }
     m_services.changes.Do([this, written = std::make_shared<WrittenChanges>(std::move(job->written))] {
-        *written = {};  // to free a large change takes time
+        *written = {};  // freeing a large change takes time
         m_services.datastore.TidyUp();
     });
 }

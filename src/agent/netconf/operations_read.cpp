@@ -49,7 +49,7 @@ std::string_view DatastoreName(const lyd_node* operation, std::string_view role)
     return named == nullptr ? std::string_view{} : std::string_view(named->schema->name);
 }
 
-/// Either the YANG text of a module that is there, or null.
+/// The module, the implemented one if no version is given; null if there is none.
 const lys_module* FindModule(const ly_ctx* context, std::string_view name, std::string_view version)
 {
     const std::string module(name);
@@ -79,8 +79,8 @@ ReadingOrError ReadingOf(const DataSchema& schema, const Request& request,
     return reading;
 }
 
-/// Goes on with what the request asks for, or refuses it. The filter of a long one is resolved beside the
-/// loop.
+/// Resolves what the request asks for and calls `goOn`, or refuses it. A long request's filter is resolved
+/// beside the loop.
 void WithReading(Workbench& bench, const DataSchema& schema, const FilterLimits& limits,
                  const RequestPtr& request, const std::function<void(const ReadingPtr& reading)>& goOn)
 {
@@ -104,13 +104,13 @@ void WriteRunning(const DataSchema& schema, const cdb::Store& store, const Write
     WriteData(schema, source, options, out);
 }
 
-/// So many entries are read and written in the loop; more, beside it.
+/// Up to this many entries are read and written in the loop; more, beside it.
 constexpr std::size_t kEntriesAtOnce = 32;
 
 constexpr std::size_t kAllEntries = std::numeric_limits<std::size_t>::max() / 2;
 
-/// How many entries of outermost lists are named below the branch; kAllEntries for what names none by its
-/// keys.
+/// How many entries of outermost lists the branch names; kAllEntries if it selects entries without naming
+/// their keys.
 std::size_t EntriesNamed(const FilterPlan::Branch& branch)
 {
     if (branch.whole) return kAllEntries;
@@ -133,7 +133,7 @@ bool IsShort(const Reading& reading)
     return reading.filter && EntriesNamed(reading.filter->Root()) <= kEntriesAtOnce;
 }
 
-/// What the store can't give ends this request, not the process.
+/// A read error of the store ends the request, not the process.
 void AnswerWith(const RequestPtr& request, const std::function<void(std::string& out)>& write,
                 const std::vector<netconf::RpcError>& warnings = {})
 {
@@ -144,7 +144,7 @@ void AnswerWith(const RequestPtr& request, const std::function<void(std::string&
     }
 }
 
-/// The same for what takes long.
+/// The same beside the loop, for long answers.
 void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<void(std::string& out)> write,
                   const std::vector<netconf::RpcError>& warnings = {})
 {

@@ -48,7 +48,7 @@ void Operations::Lock(const RequestPtr& request)
             [this, changed] { *changed = m_services.datastore.Changed(); },
             [this, request, turn, changed] {
                 if (!request->Wanted()) return;
-                // Whose the changes are is not known: anybody may edit a candidate that is not locked.
+                // The changes have no known owner: any session may edit a candidate that is not locked.
                 if (*changed)
                     return request->Refuse(LockDenied(
                         "candidate has changes that are not committed; commit or discard them first", 0));
@@ -80,7 +80,7 @@ void Operations::Unlock(const RequestPtr& request)
 
 void Operations::ReleaseCandidate(const SerialQueue::TicketPtr& turn, std::function<void()> done)
 {
-    // What was not committed goes with the lock (RFC 6241, section 8.3.5.2).
+    // Uncommitted changes are discarded with the lock (RFC 6241, section 8.3.5.2).
     m_services.changes.Do([this] { m_services.datastore.Discard(); },
                           [this, turn, tell = std::move(done)] {
                               m_locks.Release(Target::kCandidate);
@@ -91,8 +91,8 @@ void Operations::ReleaseCandidate(const SerialQueue::TicketPtr& turn, std::funct
 
 void Operations::CloseSession(const RequestPtr& request)
 {
-    // The next client must find what this session has locked unlocked, whatever its timing: a request for the
-    // lock that comes after the answer has its turn after this.
+    // A client that sees the answer must find the locks released: its request for a lock has its turn after
+    // this.
     SessionEnded(request->Who().id);
     request->OkAndFinish();
 }
@@ -101,7 +101,7 @@ void Operations::KillSession(const RequestPtr& request)
 {
     const std::string_view text = ChildText(request->Operation(), "session-id");
     std::uint32_t session = 0;
-    std::from_chars(text.data(), text.data() + text.size(), session);  // libyang has checked that it is one
+    std::from_chars(text.data(), text.data() + text.size(), session);  // libyang has checked the number
     const auto refuse = [&request](const std::string& why) {
         request->Refuse(
             MakeError(Layer::kProtocol, ErrorTag::kInvalidValue, why, {{"bad-element", "session-id"}}));
@@ -116,11 +116,11 @@ void Operations::KillSession(const RequestPtr& request)
 void Operations::SessionEnded(std::uint32_t session)
 {
     if (m_asked.inquiry && m_asked.session == session) {
-        // The edit ends with its session, and with it its turn.
+        // The edit, and its turn, end with its session.
         const auto inquiry = std::exchange(m_asked, {}).inquiry;
         inquiry->Cancel();
     }
-    // In turn: an edit of the session may be under way, and the lock covers it.
+    // In turn, because the lock covers an edit of the session that may be under way.
     m_queue.Push([this, session](const SerialQueue::TicketPtr& turn) {
         if (m_locks.Holder(Target::kRunning) == session) m_locks.Release(Target::kRunning);
         if (m_locks.Holder(Target::kCandidate) == session) ReleaseCandidate(turn, [] {});

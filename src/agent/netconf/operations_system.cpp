@@ -12,7 +12,7 @@ namespace {
 using cdb::ErrorTag;
 using ipc::cdb::ClientMessage;
 
-/// Who provides this state runs the sFlow manager.
+/// The client that provides this state is the sFlow manager.
 constexpr std::string_view kManagerState = "/state/oam/sflow";
 constexpr const char* kResync = "resync";
 

@@ -91,7 +91,7 @@ std::string Request::Head() const { return ReplyHead(m_rpc.attributes); }
 void Request::Send(std::string reply)
 {
     if (std::exchange(m_answered, true)) return;
-    LetGo();  // the next request may be as large
+    LetGo();  // frees the tree before the next request, which may be as large
     if (m_place) m_place->SetSize(reply.size());
     m_session->Send(std::move(reply), std::move(m_place));
 }

@@ -21,10 +21,10 @@ namespace agent {
 
 class Request {
 public:
-    /// `discard` frees what a request no longer needs; null: at once.
+    /// `discard` frees what a request no longer needs. Null: it is freed at once.
     using Discard = std::function<void(Rpc)>;
     Request(std::shared_ptr<Session> session, Rpc rpc, Discard discard = nullptr);
-    /// Refuses a request that nobody has answered.
+    /// Refuses the request if it has no answer yet.
     ~Request();
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
@@ -34,27 +34,26 @@ public:
     [[nodiscard]] bool IsLong() const { return m_rpc.isLong; }
     [[nodiscard]] const Session::Identity& Who() const { return m_session->Who(); }
 
-    /// False once the session has ended: what has not begun needs not be done any more.
+    /// False once the session has ended: work that has not begun is then dropped.
     [[nodiscard]] bool Wanted() const { return m_session->IsOpen(); }
 
-    /// The answer takes a place in the room for answers, from now on until it is with the client.
+    /// Gives the request a place in the room for answers; its answer keeps it until the client has read it.
     void Occupy(std::shared_ptr<AnswerPlace> place) { m_place = std::move(place); }
 
-    /// Done. With warnings these stand in the place of <ok/> (RFC 6241, section 4.4).
+    /// Answers that it is done: <ok/>, or the warnings instead (RFC 6241, section 4.4).
     void Ok(const std::vector<netconf::RpcError>& warnings = {});
     void Refuse(const netconf::RpcError& error);
     void Refuse(const std::vector<netconf::RpcError>& errors);
-    /// `write` appends what stands in <data>, an element of the base namespace if none is named. Warnings
-    /// stand before it (RFC 6241, section 4.2).
+    /// Answers with data: `write` appends the content of <data>, an element of the base namespace if `ns` is
+    /// empty. Warnings come before it (RFC 6241, section 4.2).
     void Data(const std::function<void(std::string& out)>& write, std::string_view ns = {},
               const std::vector<netconf::RpcError>& warnings = {});
-    /// The same in two steps: what is written takes long and is written beside the loop. DataText may be
-    /// called in any thread.
+    /// The same in two steps, for long answers: any thread may call DataText, the loop then calls Reply.
     [[nodiscard]] std::string DataText(const std::function<void(std::string& out)>& write,
                                        std::string_view ns = {},
                                        const std::vector<netconf::RpcError>& warnings = {}) const;
     void Reply(std::string text) { Send(std::move(text)); }
-    /// Done, and the session ends.
+    /// Answers <ok/> and ends the session.
     void OkAndFinish();
 
 private:
@@ -71,7 +70,7 @@ private:
 
 using RequestPtr = std::shared_ptr<Request>;
 
-/// The whole reply that refuses a message which did not become a request.
+/// The whole reply that refuses a message that did not become a request.
 std::string RefusalText(const std::string& attributes, const netconf::RpcError& error);
 
 }  // namespace agent

@@ -30,7 +30,7 @@ netconf::RpcError UnknownOperation(const RpcScan& scan)
         {{"bad-element", scan.operation}});
 }
 
-/// What the pass over the message has found; nullopt for nothing.
+/// The error that the scan has found; nullopt if none.
 std::optional<netconf::RpcError> ScanError(const ly_ctx* context, const RpcScan& scan, bool speaksBase11)
 {
     using End = RpcScan::End;
@@ -67,8 +67,8 @@ std::optional<netconf::RpcError> ScanError(const ly_ctx* context, const RpcScan&
     return std::nullopt;
 }
 
-/// The configuration as data of the schema; null where some of it is none. Inside an operation libyang looks
-/// at each value twice, since there it may be anything.
+/// The configuration as data of the schema; null if libyang refuses it. Parsed apart, because inside an
+/// operation, where it may be anything, libyang reads each value twice.
 Tree ParseConfig(const ly_ctx* context, const std::string& text)
 {
     lyd_node* raw = nullptr;
@@ -97,7 +97,7 @@ std::variant<Rpc, BadRpc> ReadRpc(const guard::SchemaIndex& index, std::string m
     if (auto error = ScanError(context, scan, speaksBase11))
         return BadRpc{scan.attributes, *std::move(error)};
     BlankXmlAttributes(scan, message);
-    // libyang would measure the filter by the schema; it means what its text says.
+    // libyang would read the filter by the schema; the scan has read its text.
     if (scan.filter) message.erase(scan.filterBegin, scan.filterEnd - scan.filterBegin);
     Tree config;
     if (scan.config.IsThere()) config = ParseConfig(context, netconf::PlainXml(scan.config.Text(message)));

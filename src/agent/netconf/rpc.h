@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// One <rpc> message, read: the attributes that go back on its reply, the operation as a libyang tree,
-// and its subtree filter. Carries nothing out.
+// Reads one <rpc> message: the attributes that go back on its reply, the operation as a libyang tree, and its
+// subtree filter. Carries nothing out.
 
 #ifndef AGENT_NETCONF_RPC_H
 #define AGENT_NETCONF_RPC_H
@@ -21,7 +21,7 @@ struct Rpc {
     std::string attributes{};  // of <rpc>, written out, each with a blank before it
     Tree operation{};          // checked against its definition, defaults filled in
     std::optional<SubtreeFilter> filter{};
-    bool isLong = false;  // as text: what is made of it is large
+    bool isLong = false;  // the message was long, so its tree is large
 };
 
 struct BadRpc {
@@ -29,8 +29,8 @@ struct BadRpc {
     netconf::RpcError error;
 };
 
-/// Reads a message. `speaksBase11`: whether the client knows the tag malformed-message.
-/// Any thread may call it, and several at once.
+/// Reads a message. `speaksBase11`: whether the client knows the tag malformed-message. Any thread may call
+/// it, several at once too.
 std::variant<Rpc, BadRpc> ReadRpc(const guard::SchemaIndex& index, std::string message, bool speaksBase11,
                                   const guard::Limits& limits = {});
 

@@ -227,7 +227,7 @@ void BlankXmlAttributes(const RpcScan& scan, std::string& message)
             const std::size_t open = message.find_first_of("\"'", name);
             if (open >= end) break;
             const std::size_t close = message.find(message[open], open + 1);
-            // The first name is the element's, with the first attribute behind it.
+            // The first name is the element's; the first attribute is behind it.
             const std::size_t attribute =
                 name == begin ? message.find_first_not_of(kBlanks, message.find_first_of(kBlanks, name))
                               : name;

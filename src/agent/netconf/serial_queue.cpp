@@ -25,7 +25,7 @@ public:
         const auto state = m_state.lock();
         if (!state) return;  // the queue has gone
         state->busy = false;
-        // Posted, so that a long row of short jobs is no deep stack.
+        // Posted, so that many short jobs make no deep stack.
         if (!state->waiting.empty()) boost::asio::post(state->loop, [state] { RunNext(state); });
     }
 

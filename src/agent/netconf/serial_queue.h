@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Jobs that wait for something while they are under way, one after the other: an edit of the candidate may
-// wait for a callpoint, a commit for its subscribers, and the next one waits until they are done.
+// Runs jobs that may themselves wait, one after the other: an edit of the candidate may wait for a callpoint,
+// a commit for its subscribers.
 
 #ifndef AGENT_NETCONF_SERIAL_QUEUE_H
 #define AGENT_NETCONF_SERIAL_QUEUE_H
@@ -15,17 +15,17 @@ namespace agent {
 class SerialQueue {
 public:
     explicit SerialQueue(boost::asio::io_context& loop);
-    /// Drops what waits.
+    /// Drops the jobs that wait.
     ~SerialQueue();
     SerialQueue(const SerialQueue&) = delete;
     SerialQueue& operator=(const SerialQueue&) = delete;
 
-    /// Ends when the last reference to it goes; then the next job gets its turn.
+    /// A job's turn: it ends with the last reference, and the next job begins.
     class Ticket;
     using TicketPtr = std::shared_ptr<Ticket>;
     using Job = std::function<void(const TicketPtr& turn)>;
 
-    /// Runs the job, at once where nothing is before it.
+    /// Runs the job in its turn, from inside Push if none is before it.
     void Push(Job job);
 
 private:

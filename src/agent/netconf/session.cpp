@@ -20,7 +20,7 @@ using boost::system::error_code;
 using netconf::Framing;
 using Clock = std::chrono::steady_clock;
 
-/// How long the last answer of a session that is over may take to be read.
+/// How long a client may take to read the last answer of its session.
 constexpr std::chrono::seconds kLastAnswer{10};
 
 }  // namespace
@@ -68,7 +68,7 @@ private:
     Clock::time_point m_taken;
     std::string m_header;
     std::string m_message;
-    std::shared_ptr<AnswerPlace> m_place;  // of that answer in the room for answers
+    std::shared_ptr<AnswerPlace> m_place;  // of that answer, in the room for answers
 };
 
 void Session::Impl::Start(const std::shared_ptr<Session>& self)
@@ -82,7 +82,7 @@ void Session::Impl::Limit(const std::shared_ptr<Session>& self, std::chrono::mil
 {
     m_timer.expires_after(time);
     m_timer.async_wait([this, self, why = std::move(reason)](const error_code& error) {
-        // One that has expired just before it was set anew is not cancelled any more.
+        // A timer that expired just before it was set again is not cancelled any more.
         if (!error && Clock::now() >= m_timer.expiry()) Close(self, why);
     });
 }
@@ -99,7 +99,7 @@ void Session::Impl::Write(const std::shared_ptr<Session>& self, std::string mess
                                                          boost::asio::buffer(m_message),
                                                          boost::asio::buffer(trailer.data(), trailer.size())};
     m_taken = Clock::now();
-    // Until it has said hello, the client's time for that is shorter.
+    // Before the client's hello, the timer for that hello runs instead.
     if (m_greeted || last) AwaitWriting(self, last);
     const auto more = [this](const error_code& error, std::size_t) {
         m_taken = Clock::now();
@@ -179,9 +179,9 @@ void Session::Impl::Close(const std::shared_ptr<Session>& self, const std::strin
     if (!m_open) return;
     m_open = false;
     m_timer.cancel();
-    error_code ignored;  // nothing depends on how a socket that is given up closes
+    error_code ignored;  // nothing depends on the result
     m_socket.close(ignored);
-    // Not from inside: who closes may be in the middle of something.
+    // Posted, because the caller may be in the middle of something.
     boost::asio::post(m_socket.get_executor(), [this, self, reason] {
         const Handlers handlers = std::exchange(m_handlers, {});
         handlers.onClosed(self, reason);

@@ -13,10 +13,10 @@
 namespace agent {
 namespace {
 
-/// A longer message is read beside the loop.
+/// Bytes; a longer message is read beside the loop.
 constexpr std::size_t kReadAtOnce = std::size_t{32} << 10;
 
-/// How many that get no session are told so at once; more are just closed.
+/// How many clients without a session are told so at the same time; more are just closed.
 constexpr std::size_t kMaxTurnedAway = 32;
 
 /// How many names of groups are remembered.
@@ -69,8 +69,8 @@ std::string Sessions::Admit(std::uint32_t uid, const std::string& user)
     return {};
 }
 
-/// NETCONF has no place for a refusal before the hello. A client that awaits a hello finds this instead, and
-/// then the end of the connection.
+/// NETCONF defines no refusal before the hello. A client that awaits a hello gets an error instead, and then
+/// the end of the connection.
 void Sessions::TurnAway(Session::Socket socket, const ipc::PeerCredentials& peer, const std::string& user,
                         const std::string& reason)
 {
@@ -124,7 +124,7 @@ bool Sessions::End(std::uint32_t session, const std::string& reason)
 
 void Sessions::OnMessage(const std::shared_ptr<Session>& session, std::string message)
 {
-    // Never while a request is under way: the one before has been answered.
+    // No request is under way here: the one before has been answered.
     if (session->Who().access->Generation() != m_access.Generation())
         session->SetAccess(m_access.Grant(session->Who().access->User()));
     if (message.size() <= kReadAtOnce)

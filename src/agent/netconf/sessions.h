@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The NETCONF sessions that are open: lets clients in, turns their messages into requests, and ends
-// sessions on demand.
+// The open NETCONF sessions: admits clients, turns their messages into requests, and ends sessions on demand.
 
 #ifndef AGENT_NETCONF_SESSIONS_H
 #define AGENT_NETCONF_SESSIONS_H
@@ -34,25 +33,28 @@ public:
         std::size_t maxMessage = netconf::kMaxMessage;  // bytes
         guard::Limits limits{};                         // of a message
     };
-    /// Beyond the most there is room for so many of root, who has to get in when others fill it all.
+    /// This many sessions of root are admitted beyond `most`: root must get in when other users have taken
+    /// all.
     static constexpr std::size_t kReservedForRoot = 4;
 
+    /// All arguments but the options must outlive this.
     Sessions(const cdb::Schema& schema, Operations& operations, Workbench& reads, const Access& access,
              const Options& options);
     ~Sessions();
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
 
+    /// Begins a session on a connected socket, or tells the client why it gets none.
     void Add(Session::Socket socket);
 
-    /// False: there is no such session.
+    /// Returns false if there is no such session.
     bool End(std::uint32_t session, const std::string& reason);
 
 private:
     void OnRead(const std::shared_ptr<Session>& session, std::variant<Rpc, BadRpc> read);
     AccessUser UserOf(const ipc::PeerCredentials& peer, const std::string& name);
     const std::string& NameOfGroup(std::uint32_t group);
-    /// Why the user gets no session; empty: it gets one, and is counted.
+    /// Why the user gets no session; empty if it gets one, which is then counted.
     std::string Admit(std::uint32_t uid, const std::string& user);
     void TurnAway(Session::Socket socket, const ipc::PeerCredentials& peer, const std::string& user,
                   const std::string& reason);
@@ -66,14 +68,14 @@ private:
     const Access& m_access;
     const Options m_options;
     ipc::UserQuota m_quota;
-    netconf::Hello m_hello;  // what all sessions say, but for the number
+    netconf::Hello m_hello;  // of all sessions, but for the session-id
     std::uint32_t m_last = 0;
-    /// Its end tells the handlers of sessions that go on for a moment longer.
+    /// Handlers of sessions may run after this object's end; they check whether it is still there.
     std::shared_ptr<Sessions*> m_self = std::make_shared<Sessions*>(this);
     std::map<std::uint32_t, std::shared_ptr<Session>> m_sessions;
-    /// The database of groups may be another machine: each is asked about once.
+    /// The database of groups may be on another machine, so each group is looked up once.
     std::map<std::uint32_t, std::string> m_groupNames;
-    std::size_t m_turnedAway = 0;  // being told why
+    std::size_t m_turnedAway = 0;  // clients that are being told why
 };
 
 }  // namespace agent

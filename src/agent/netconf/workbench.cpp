@@ -20,7 +20,7 @@ void Workbench::Do(std::function<void()> work, std::function<void()> done)
         }
     };
     auto finish = [this, task, tell = std::move(done)] {
-        // What follows may end the bench, and the task holds this function.
+        // `tell` may destroy the bench, and the task holds this function.
         const Task finished = std::move(*task);
         m_tasks.erase(task);
         if (finished.problem) std::rethrow_exception(finished.problem);

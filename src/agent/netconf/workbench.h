@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Work that takes longer than the loop can wait, done beside it in a thread of the bench, one piece after the
-// other. What a piece of work uses is used by no other thread until its end has been told to the loop. The
-// agent has two: one for all that is done with the candidate and the store's write side, one for long
-// messages and long answers.
+// Does work that takes longer than the loop can wait, in a thread of its own, one piece after the other. No
+// other thread uses what a piece of work uses until `done` is called. The agent has two benches: one for all
+// work on the candidate and all writes of the store, one for long messages and long answers.
 
 #ifndef AGENT_NETCONF_WORKBENCH_H
 #define AGENT_NETCONF_WORKBENCH_H
@@ -20,15 +19,15 @@ namespace agent {
 
 class Workbench {
 public:
-    /// The loop outlives it.
+    /// `loop` must outlive this.
     explicit Workbench(boost::asio::io_context& loop);
-    /// Waits for what is under way; what has not begun is dropped.
+    /// Waits for the work under way; drops what has not begun.
     ~Workbench();
     Workbench(const Workbench&) = delete;
     Workbench& operator=(const Workbench&) = delete;
 
-    /// Calls `work` in the thread and then `done` from the loop; neither from within Do. What `work` throws
-    /// is thrown from the loop in the place of `done`. `work` does not write to the log.
+    /// Calls `work` in the thread and then `done` from the loop; neither from within Do. If `work`
+    /// throws, the loop throws that instead of calling `done`. `work` must not write to the log.
     void Do(
         std::function<void()> work, std::function<void()> done = [] {});
 
@@ -46,7 +45,7 @@ private:
         std::shared_ptr<void> handle;
     };
     std::list<Task> m_tasks;
-    std::unique_ptr<base::Worker> m_worker;  // its thread ends before the tasks go
+    std::unique_ptr<base::Worker> m_worker;  // destroyed, with its thread, before the tasks
 };
 
 }  // namespace agent

@@ -24,8 +24,8 @@ namespace {
 /// Each socket is for one group: cdb.sock for the switch's processes, netconf.sock for its operators.
 constexpr unsigned kSocketPermissions = 0660;
 
-/// Operators and processes are in different groups, so the directory lets all users pass. What it holds is
-/// for those whom its own permissions let in.
+/// Operators and processes are in different groups, so all users may pass the directory; each socket has its
+/// own permissions.
 constexpr auto kRunPermissions = std::filesystem::perms{0751};
 
 std::int64_t SystemNow()
@@ -48,13 +48,13 @@ FilterLimits FilterLimitsOf(const guard::Limits& limits)
     return result;
 }
 
-/// A fault is written beside the loop: that waits for the disk.
+/// Faults are written beside the loop, because the write waits for the disk.
 Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store,
                                 std::weak_ptr<Workbench*> changes)
 {
     const auto keep = [&store, changes = std::move(changes)](std::vector<cdb::Fault> faults) {
         const auto bench = changes.lock();
-        if (!bench) {  // at the end, when nothing else writes
+        if (!bench) {  // at shutdown, when nothing else writes
             if (const auto error = store.AddFaults(std::move(faults)))
                 slog::Error("faults can't be kept: {}", error->message);
             return;
@@ -100,7 +100,7 @@ public:
     {
     }
 
-    /// What waits for a process's answer is finished while all that it works with is there.
+    /// Ends the requests that wait for a process while all that they use still exists.
     ~Impl()
     {
         m_clients.DisconnectAll("cdbd ends");
@@ -122,7 +122,7 @@ public:
     }
 
 private:
-    /// One that is there stays as it is: it was made for users that we do not know.
+    /// Leaves an existing directory as it is: it may be for other users.
     void MakeRunDirectory(std::optional<std::uint32_t> group) const
     {
         const auto& directory = m_options.runDirectory;
@@ -140,7 +140,8 @@ private:
     boost::asio::io_context& m_loop;
     AgentOptions m_options;
     std::unique_ptr<base::Timers> m_timers;
-    std::shared_ptr<Workbench*> m_faultBench = std::make_shared<Workbench*>(&m_changes);  // gone before it
+    /// Reset before m_changes ends.
+    std::shared_ptr<Workbench*> m_faultBench = std::make_shared<Workbench*>(&m_changes);
     Clients m_clients;
     Callpoints m_callpoints;
     Delivery m_delivery;
@@ -148,10 +149,10 @@ private:
     Backup m_backup;
     AnswerRoom m_room;
     Operations m_operations;
-    Sessions m_sessions;  // behind what its requests use
+    Sessions m_sessions;  // declared after what its requests use
     std::optional<Acceptor> m_cdb;
     std::optional<Acceptor> m_netconf;
-    // What is under way in them uses all of the above: it ends first.
+    // Destroyed first: their work uses all of the above.
     Workbench m_changes;
     Workbench m_reads;
 };

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The management agent of cdbd: NETCONF for operators and controllers on one socket, the processes of
-// the switch on another, in one loop. Puts the parts together and lets the connections in.
+// the switch on another, in one loop. Assembles the parts and accepts the connections.
 
 #ifndef AGENT_PROCESS_AGENT_H
 #define AGENT_PROCESS_AGENT_H
@@ -25,34 +25,34 @@
 namespace agent {
 
 struct AgentOptions {
-    std::filesystem::path runDirectory;                 // where the sockets are made
-    std::chrono::milliseconds ackTimeout{10'000};       // a subscriber's for one change set
+    std::filesystem::path runDirectory;                 // for the sockets
+    std::chrono::milliseconds ackTimeout{10'000};       // of a subscriber, for one change set
     std::chrono::milliseconds callpointTimeout{5'000};  // without any answer
     std::chrono::milliseconds callpointTotal{30'000};   // for all questions of one edit
-    std::chrono::milliseconds stateTimeout{2'000};      // a provider's for its state
-    std::chrono::milliseconds actionTimeout{5'000};     // a process's for a transition or an action
+    std::chrono::milliseconds stateTimeout{2'000};      // of a provider, for the next part of its state
+    std::chrono::milliseconds actionTimeout{5'000};     // of a process, for a transition or an action
     Sessions::Options sessions{};
     AnswerRoom::Options answers{};
     ipc::Trust trust{"cdbd"};  // of the processes on cdb.sock
     std::chrono::milliseconds clientHelloTimeout{5'000};
-    /// Whom the sockets are for; without a group of these names the process's own group.
+    /// The groups of the sockets; the process's own group if there is none of that name.
     std::string adminGroup = ipc::kAdminGroup;
     std::string switchGroup = ipc::kSwitchGroup;
-    /// Keeps faults; null: written to the store, beside the loop.
+    /// Keeps faults. Null: they are written to the store, beside the loop.
     FaultIntake::Keep keepFaults;
     std::function<std::int64_t()> now;  // microseconds since the epoch; null: the system's clock
 };
 
 class Agent {
 public:
-    /// All but the options outlive it.
+    /// All arguments but the options must outlive this.
     Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Store& store,
           cdb::Datastore& datastore, Access& access, AgentOptions options);
     ~Agent();
     Agent(const Agent&) = delete;
     Agent& operator=(const Agent&) = delete;
 
-    /// Makes the run directory where it is missing and opens the sockets. Throws std::system_error
+    /// Makes the run directory if it is missing and opens the sockets. Throws std::system_error
     /// that names the path.
     void Listen();
 

@@ -19,15 +19,15 @@ namespace fs = std::filesystem;
 constexpr std::uint64_t kLeastHistory = 4096;
 constexpr std::uint64_t kLeastMap = std::uint64_t{1} << 20;
 constexpr std::uint64_t kMostSize = std::uint64_t{1} << 40;
-/// Smaller ones would refuse what our own shell sends.
+/// A smaller bound would refuse what swcli sends.
 constexpr std::uint64_t kLeastMessage = std::uint64_t{64} << 10;
 constexpr std::uint64_t kLeastElements = 1000;
 constexpr std::uint64_t kLeastUnread = std::uint64_t{1} << 20;
-/// The tree of a message takes some ten times its length.
+/// The tree of a message takes some ten times its length in memory.
 constexpr std::uint64_t kMostMessage = std::uint64_t{1} << 30;
 constexpr const char* kAccessFile = "/etc/sflow-switch/access.xml";
 
-/// In milliseconds a day; enough for anything else.
+/// A day in milliseconds; enough for the other units and counts.
 constexpr std::uint64_t kMostNumber = 86'400'000;
 
 std::uint64_t Number(std::string_view option, std::string_view text, std::uint64_t least = 1,
@@ -41,7 +41,7 @@ std::uint64_t Number(std::string_view option, std::string_view text, std::uint64
     return number;
 }
 
-/// A number of bytes, with K, M or G behind it for so many times 1024.
+/// A number of bytes; a K, M or G behind it multiplies it by 1024, 1024^2 or 1024^3.
 std::uint64_t Size(std::string_view option, std::string_view text, std::uint64_t least, std::uint64_t most)
 {
     std::uint64_t number = 0;
@@ -100,7 +100,7 @@ void SetIdleTimeout(ProgramOptions& options, const std::string& name, const std:
     options.idleTimeout = std::chrono::seconds(value == "0" ? 0 : Number(name, value));
 }
 
-/// A group that is asked for has to be there; only the default one may be missing.
+/// A group that is named must exist; only the default one may be missing.
 template <std::string ProgramOptions::*member>
 void SetGroup(ProgramOptions& options, const std::string& name, const std::string& value)
 {
@@ -160,7 +160,7 @@ ProgramOptions ParseOptions(int argc, const char* const* argv, const fs::path& p
     options.stateDirectory = environment("SFLOW_STATE_DIR").value_or("/var/lib/sflow-switch");
     options.adminGroup = ipc::kAdminGroup;
     options.switchGroup = ipc::kSwitchGroup;
-    std::error_code ignored;  // a file that can't be looked at is not there for us
+    std::error_code ignored;  // a file that can't be examined counts as missing
     if (fs::exists(kAccessFile, ignored)) options.accessFile = kAccessFile;
     options.yangDirectory = cdb::YangDirectory(program, environment("SFLOW_YANG_DIR"));
     for (int i = 1; i < argc; ++i) {

@@ -20,7 +20,7 @@ struct ProgramOptions {
     std::filesystem::path runDirectory;
     std::filesystem::path stateDirectory;
     std::filesystem::path yangDirectory;
-    // At most one of these four is given; without any it serves.
+    // At most one of these four is given; without any cdbd serves.
     std::filesystem::path initFile;
     std::filesystem::path exportFile;
     std::filesystem::path importFile;
@@ -38,10 +38,10 @@ struct ProgramOptions {
     std::size_t maxFilter = std::size_t{32} << 10;
     std::size_t maxUnread = std::size_t{256} << 20;
     std::chrono::seconds helloTimeout{30};
-    std::chrono::seconds idleTimeout{0};  // 0: none
+    std::chrono::seconds idleTimeout{0};  // 0: no limit
     std::string adminGroup;
     std::string switchGroup;
-    std::vector<std::string> allow;    // each a role and who has it; see ipc/trust.h
+    std::vector<std::string> allow;    // each a role and its users; see ipc/trust.h
     std::filesystem::path accessFile;  // empty: the default rules
     bool help = false;
     bool version = false;
@@ -53,8 +53,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// `environment`: the value of a variable, if it has one. `program`: the path of the running program.
-/// Throws UsageError.
+/// `environment`: the value of a variable; nullopt if it is not set. `program`: the path of the running
+/// program. Throws UsageError.
 ProgramOptions ParseOptions(int argc, const char* const* argv, const std::filesystem::path& program,
                             const std::function<std::optional<std::string>(const char* name)>& environment);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is in a store, as text for people. Used by cdbd --check.
+// The figures of a store as readable text. Used by cdbd --check.
 
 #ifndef AGENT_PROCESS_STORE_REPORT_H
 #define AGENT_PROCESS_STORE_REPORT_H
@@ -10,7 +10,7 @@
 
 namespace agent {
 
-/// Lines of name and number.
+/// One line that the store is sound, then lines of name and number.
 std::string StoreReport(const cdb::StoreFigures& figures);
 
 }  // namespace agent

@@ -12,7 +12,7 @@
 namespace agent {
 namespace {
 
-/// How much of a provider's text stands in an error.
+/// Bytes of a provider's text that an error shows.
 constexpr std::size_t kShown = 64;
 constexpr std::size_t kMaxWarning = 1024;
 
@@ -33,7 +33,7 @@ bool Holds(const StateTree::Node& node, const lysc_node* leaf)
 
 }  // namespace
 
-/// The way from the top, for errors: made into text only there.
+/// The way from the top, for errors; made into text only for them.
 struct ProvidedState::Trail {
     const Trail* above;
     const lysc_node* node;
@@ -61,7 +61,7 @@ class ProvidedState::Names {
 public:
     explicit Names(const ipc::cdb::StateReply& part) : m_part(part) {}
 
-    /// Null where the node has no child of that name, or there is no such name.
+    /// Null if the node has no child of that name, or there is no such name.
     const lysc_node* Child(const lysc_node* parent, std::uint32_t name)
     {
         if (name >= static_cast<std::uint32_t>(m_part.names_size())) return nullptr;
@@ -89,7 +89,7 @@ public:
 private:
     const ipc::cdb::StateReply& m_part;
     std::unordered_map<const lysc_node*, std::vector<const lysc_node*>> m_children;
-    const lysc_node* m_parent = nullptr;  // the last one: mostly the next leaf is of the same node
+    const lysc_node* m_parent = nullptr;  // of the last look-up: mostly the next leaf is of the same node
     std::vector<const lysc_node*>* m_own = nullptr;
 };
 
@@ -182,7 +182,7 @@ std::string ProvidedState::TakeKeys(const ipc::cdb::StateNode& from, const lysc_
     keys.reserve(static_cast<std::size_t>(from.keys_size()));
     for (const std::string& value : from.keys()) {
         if (key == nullptr || !lysc_is_key(key)) return trail.Text() + " has an entry with too many keys";
-        // A name with something replaced in it would be another's.
+        // A key with replaced characters would name another entry.
         const bool isText = value.size() <= kMaxValue && base::IsPresentable(value);
         const auto checked = isText ? m_checker.Check(key, value) : std::nullopt;
         if (!checked) return trail.Text() + " has an entry whose " + key->name + " can't be " + Shown(value);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a state provider has answered, taken over part by part: each node is looked up in the schema, and
-// what the schema does not have makes the whole answer void. Used by state_round.
+// Takes over a state provider's answer part by part: looks up each node in the schema. A node that the schema
+// does not have makes the whole answer invalid. Used by state_round.
 
 #ifndef AGENT_STATE_PROVIDED_STATE_H
 #define AGENT_STATE_PROVIDED_STATE_H
@@ -21,22 +21,23 @@ namespace agent {
 
 class ProvidedState {
 public:
-    /// What one answer may take in memory, and how many warnings it may have: far more than any switch needs.
+    /// What one answer may take in memory, and how many of its warnings are kept: far more than a switch
+    /// needs.
     static constexpr std::size_t kMaxBytes = std::size_t{128} << 20;
     static constexpr std::size_t kMaxWarnings = 16;
-    /// Of one part, and of one value in bytes.
+    /// The names of one part, and the bytes of one value.
     static constexpr int kMaxNames = 4096;
     static constexpr std::size_t kMaxValue = std::size_t{64} << 10;
 
     ProvidedState(const ly_ctx* context, const std::vector<StateProvision>& provided);
 
-    /// Takes the next part. What is wrong with it, or an empty text; after a fault the rest has no meaning.
+    /// Takes the next part. Returns what is wrong with it; empty if nothing. Not to be called after an error.
     [[nodiscard]] std::string Take(const ipc::cdb::StateReply& part);
 
-    /// What has been taken.
+    /// The state that has been taken; its texts live as long as the tree.
     [[nodiscard]] StateTree& Tree() { return m_tree; }
     [[nodiscard]] const std::vector<std::string>& Warnings() const { return m_warnings; }
-    /// What that takes in memory; as text it is a little more.
+    /// What the state takes in memory, about; as XML it is a little more.
     [[nodiscard]] std::size_t Bytes() const { return m_bytes; }
 
 private:

@@ -18,15 +18,15 @@ using std::chrono::steady_clock;
 
 constexpr std::string_view kSystem = "/state/system";
 
-/// So many questions may be without an answer; then the client is asked nothing until it has answered one,
-/// or this time has passed. So what waits for a stopped process stays small, also when it goes on.
+/// A client with this many unanswered questions is asked nothing until it has answered one, or this time has
+/// passed. So few messages wait for a stopped process.
 constexpr std::size_t kMaxUnanswered = 2;
 constexpr std::chrono::seconds kAskAgain{30};
 
-/// Logged for one path until its state is whole again.
+/// Causes that are logged for one path until its state is whole again.
 constexpr std::size_t kMaxCauses = 32;
 
-/// As libyang writes paths of data.
+/// The data path, as libyang writes it.
 std::string DataPath(const lysc_node* node)
 {
     if (node == nullptr) return {};
@@ -34,7 +34,7 @@ std::string DataPath(const lysc_node* node)
     return DataPath(node->parent) + "/" + (same ? "" : std::string(node->module->name) + ":") + node->name;
 }
 
-/// Why a client's state is missing, however long it has not answered.
+/// The cause of a silent client's missing state; the same however long it is silent.
 std::string SilenceOf(const Client& client) { return client.Name() + " does not answer"; }
 
 }  // namespace
@@ -168,7 +168,7 @@ const StateSource::Unanswered* StateSource::IsSilent(const ClientPtr& client)
 void StateSource::Remember(const StateOutcome& late)
 {
     m_unanswered.push_back({late.client, steady_clock::now(), late.key.second});
-    // Any answer that still comes shows that the client works again.
+    // A late answer shows that the client works again.
     late.client->Expect(late.key, [this, request = late.key.second,
                                    client = std::weak_ptr<Client>(late.client)](const auto* /*answer*/) {
         std::erase_if(m_unanswered, [&](const Unanswered& each) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Operational state for <get>: what cdbd knows itself, and what the providers answer when asked. What is
-// missing is said.
+// Operational state for <get>: what cdbd knows itself, and what the providers answer when asked. A warning
+// names what is missing.
 
 #ifndef AGENT_STATE_STATE_H
 #define AGENT_STATE_STATE_H
@@ -33,31 +33,31 @@ namespace agent {
 enum class Role : std::uint8_t { kUnknown, kActive, kStandby };
 
 struct CollectedState {
-    std::shared_ptr<DataSource> data;  // never null; may have more than the filter selects
-    std::size_t bytes = 0;             // about what its text will have
+    std::shared_ptr<DataSource> data;  // never null; may hold more than the filter selects
+    std::size_t bytes = 0;             // an estimate of its text
     std::vector<netconf::RpcError> warnings;
 };
 
 class StateSource {
 public:
-    /// `timeout`: how long a provider may take for the next part of its answer; then the state goes without.
+    /// `timeout`: how long a provider may take for the next part of its answer; then its state is left out.
+    /// All references must outlive this.
     StateSource(boost::asio::io_context& loop, const cdb::Schema& schema, const cdb::Store& store,
                 const Clients& clients, const Access& access, std::chrono::milliseconds timeout);
 
     using Done = std::function<void(CollectedState state)>;
 
-    /// The containers that state is provided for now, or should be: those that Collect looks at.
+    /// The containers that have a provider or should have one: those that Collect looks at.
     [[nodiscard]] std::vector<const lysc_node*> Containers() const;
 
-    /// Collects what is selected. `done` is called once; from inside Collect where no provider needs to be
-    /// asked.
+    /// Collects what is selected. Calls `done` once, from inside Collect if it asks no provider.
     void Collect(StateSelections& selections, const Done& done);
 
-    /// The role that processes were last told to take.
+    /// The role that the processes were last told to take.
     void SetRole(Role role) { m_role = role; }
 
 private:
-    /// Questions that a client has not answered in time.
+    /// A question that a client has not answered in time.
     struct Unanswered {
         std::weak_ptr<Client> client;
         std::chrono::steady_clock::time_point since;
@@ -69,14 +69,15 @@ private:
     void AddMissing(StateSelections& selections, CollectedState& collected);
     void AddSystem(StateSelections& selections, StateTree& tree) const;
     void Add(StateOutcome& outcome, StateTree& tree, CollectedState& collected);
-    /// Null where the client has answered, or may be asked again.
+    /// The first of the client's unanswered questions; null if the client may be asked.
     [[nodiscard]] const Unanswered* IsSilent(const ClientPtr& client);
     void Remember(const StateOutcome& late);
 
-    /// The state at the path is missing, or part of it. Until it is whole again, that is logged once for one
-    /// cause; without a cause the reason is it.
+    /// Adds a warning that the state at the path, or a part of it, is missing. Logs it once for each cause
+    /// until the state is whole again; if the cause is empty, the reason is the cause.
     void Warn(const std::string& path, const std::string& reason, CollectedState& collected,
               const std::string& cause = {});
+    /// The state at the path is whole: logs it after a warning.
     void Told(const std::string& path);
 
     boost::asio::io_context& m_loop;
@@ -89,7 +90,7 @@ private:
     const lysc_node* m_system;
     std::vector<ExpectedProvider> m_expected;
     std::vector<Unanswered> m_unanswered;
-    std::map<std::string, std::set<std::string>> m_logged;  // by path: why its state is not whole
+    std::map<std::string, std::set<std::string>> m_logged;  // by path: the causes of missing state
 };
 
 }  // namespace agent

@@ -49,7 +49,7 @@ void StateRound::Await(std::size_t index)
     open.timer.expires_after(m_timeout);
     open.timer.async_wait([self = shared_from_this(), index](const boost::system::error_code& error) {
         Open& late = *self->m_open[index];
-        // A part that has come in this turn of the loop has set the timer anew.
+        // A part that came in this turn of the loop has set the timer again.
         if (error || late.ended || late.timer.expiry() > std::chrono::steady_clock::now()) return;
         late.outcome.late = true;
         self->End(index, "has not answered for " + DurationText(self->m_timeout));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// One question for state to several providers at once: takes their answers part by part, each in a turn of
-// the loop, and gives up those that do not go on. Used by state.cpp.
+// Asks several providers for state at once, takes their answers part by part, each in a turn of the loop, and
+// gives up providers that stop answering. Used by state.cpp.
 
 #ifndef AGENT_STATE_STATE_ROUND_H
 #define AGENT_STATE_STATE_ROUND_H
@@ -23,16 +23,16 @@ namespace agent {
 
 struct StateQuestion {
     ClientPtr client;
-    ipc::cdb::StateRequest request;  // but for its number
+    ipc::cdb::StateRequest request;  // without its number
 };
 
-/// What became of a question.
+/// The result of a question.
 struct StateOutcome {
     ClientPtr client;
-    std::vector<std::string> paths;  // that it was asked for
+    std::vector<std::string> paths;  // that the client was asked for
     Client::AnswerKey key;           // of its answer
-    bool late = false;               // the answer may come yet
-    std::string problem;             // why there is no state; empty: there is
+    bool late = false;               // the answer may still come
+    std::string problem;             // why there is no state; empty if there is
     std::unique_ptr<ProvidedState> state;
 };
 
@@ -40,13 +40,13 @@ class StateRound : public std::enable_shared_from_this<StateRound> {
 public:
     using Done = std::function<void(std::vector<StateOutcome>&& outcomes)>;
 
-    /// An answer of many parts may take so many times the time that its next part may take.
+    /// A whole answer may take this many times the timeout of one part.
     static constexpr int kWhole = 5;
 
     StateRound(boost::asio::io_context& loop, const ly_ctx* context, std::chrono::milliseconds timeout,
                Done done);
 
-    /// Asks; `done` is called once, from the loop and never from within. At least one question.
+    /// Asks. Calls `done` once, from the loop, never from inside Run. At least one question.
     void Run(std::vector<StateQuestion> questions);
 
 private:

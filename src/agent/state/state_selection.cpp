@@ -14,7 +14,7 @@ namespace {
 
 using ipc::cdb::StateSelection;
 
-/// Beyond so many it is simpler to ask for everything.
+/// For a filter of more nodes the provider is asked for everything.
 constexpr std::size_t kMaxSelections = 4096;
 
 using Selections = google::protobuf::RepeatedPtrField<StateSelection>;
@@ -28,8 +28,8 @@ bool Fits(const FilterNode& filter, const lysc_node* node)
            (filter.ns.empty() || filter.ns == node->module->ns);
 }
 
-/// Whether the filter selects all that is in a container or entry that it matches: it has nothing but
-/// conditions, or nothing at all.
+/// Whether the filter selects all of a container or entry that it matches: it has conditions only, or
+/// nothing.
 bool IsWhole(const FilterNode& filter)
 {
     if (filter.children.empty()) return filter.text.empty();
@@ -37,7 +37,7 @@ bool IsWhole(const FilterNode& filter)
                        [](const FilterNode& child) { return child.IsContentMatch(); });
 }
 
-/// Whether two texts are the same value only where they are the same text.
+/// Whether two texts are the same value only if they are the same text.
 bool IsLiteral(const lysc_node* key)
 {
     const LY_DATA_TYPE type = reinterpret_cast<const lysc_node_leaf*>(key)->type->basetype;
@@ -58,7 +58,8 @@ void AddKeys(const FilterNode& filter, const lysc_node* list, StateSelection& se
 
 class Selector {
 public:
-    /// Adds what the filter node's children select among the children of the schema node. False: too much.
+    /// Adds what the filter node's children select among the children of the schema node. Returns false if
+    /// that is too much.
     bool Children(const FilterNode& filter, const lysc_node* parent, Selections& selections)
     {
         for (const FilterNode& child : filter.children) {
@@ -79,7 +80,7 @@ private:
         if (node->nodetype == LYS_LIST) AddKeys(filter, node, selection);
         if (!IsTerm(node) && !IsWhole(filter)) {
             if (!Children(filter, node, *selection.mutable_children())) return false;
-            if (selection.children().empty()) return true;  // what it asks for is not in the schema
+            if (selection.children().empty()) return true;  // the filter's children are not in the schema
         }
         *selections.Add() = std::move(selection);
         return true;

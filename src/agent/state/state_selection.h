@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a subtree filter selects of a part of the state, as far as it is simple to say: lists by the values of
-// keys, and children by name. It may select more than the filter, never less; the filter is applied to what
-// comes. Used for the questions to those who provide state.
+// What a subtree filter selects of a part of the state, simplified to list entries by the values of keys, and
+// children by name. It may select more than the filter, never less; the filter is applied to the answers.
+// Used for the questions to state providers.
 
 #ifndef AGENT_STATE_STATE_SELECTION_H
 #define AGENT_STATE_STATE_SELECTION_H
@@ -20,26 +20,27 @@ namespace agent {
 
 /// What is selected in one container.
 struct StateWanted {
-    /// The children; none: everything.
+    /// The children; empty if everything is selected.
     google::protobuf::RepeatedPtrField<ipc::cdb::StateSelection> children;
 
     /// Whether something may be selected in the child of that name.
     [[nodiscard]] bool Has(std::string_view child) const;
 };
 
-/// Nullopt where the filter selects nothing in the container. No filter: everything.
+/// What the filter selects in the container; nullopt if nothing. Without a filter: everything.
 std::optional<StateWanted> SelectState(const lysc_node* container,
                                        const std::optional<SubtreeFilter>& filter);
 
 /// What one filter selects in several containers.
 class StateSelections {
 public:
-    /// The filter must outlive it.
+    /// `filter` must outlive this.
     explicit StateSelections(const std::optional<SubtreeFilter>& filter) : m_filter(filter) {}
 
-    /// Does the work for these containers; a long filter takes a while. Any thread may do it.
+    /// Computes the selections of these containers, which takes long for a long filter. Any thread may call
+    /// it.
     void Prepare(const std::vector<const lysc_node*>& containers);
-    /// Hands out what is selected in the container, as SelectState; prepared or not.
+    /// The selection of the container, as of SelectState, and computed if it was not prepared.
     [[nodiscard]] std::optional<StateWanted> Take(const lysc_node* container);
 
 private:

@@ -11,7 +11,7 @@
 namespace agent {
 namespace {
 
-/// The group of that node, or null.
+/// The group of that schema node; null if there is none.
 template <typename Node>
 auto FindGroup(Node& node, const lysc_node* schema) -> decltype(node.groups.data())
 {

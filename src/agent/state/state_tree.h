@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// State as a plain tree: containers and list entries with the texts of their leaves, all of them checked by
-// whoever has put them there. Not libyang's data: it costs a tenth, and any thread may read it once it is
-// made.
+// State as a plain tree: containers and list entries with the texts of their leaves, which the caller has
+// checked. It takes a tenth of the memory of libyang's data, and any thread may read it once it is made.
 
 #ifndef AGENT_STATE_STATE_TREE_H
 #define AGENT_STATE_STATE_TREE_H
@@ -37,21 +36,21 @@ public:
 
     StateTree();
 
-    /// What is above the top-level nodes.
+    /// The node above the top-level nodes.
     [[nodiscard]] Node& Root() { return m_root; }
-    /// The container at this place, made with what is above it where it is not there.
+    /// The container at this place; it and the containers above are made if they are missing.
     [[nodiscard]] Node& At(const lysc_node* container);
-    /// The container in this node, made where it is not there.
+    /// The container in this node, made if it is missing.
     static Node& ContainerIn(Node& node, const lysc_node* container);
 
-    /// Appends an entry. Null, and nothing happens, where its keys are not behind those of the last one. An
-    /// entry added before may move.
+    /// Appends an entry. Null, and nothing happens, if its keys are not greater than those of the last one;
+    /// without keys there is no order. Entries added before may move.
     static Node* Append(Node& node, const lysc_node* list, std::vector<std::string_view> keys);
 
     /// A copy of the text that lives as long as the tree.
     [[nodiscard]] std::string_view Keep(std::string_view text);
 
-    /// Joins the other tree into this one. Beside the containers on the way they have nothing in common.
+    /// Joins the other tree into this one. They must have nothing in common but containers.
     void Adopt(StateTree&& other);
 
     [[nodiscard]] bool Empty() const { return m_root.groups.empty(); }
@@ -70,7 +69,7 @@ private:
     }
 
     Node m_root;
-    std::vector<std::unique_ptr<std::pmr::monotonic_buffer_resource>> m_texts;  // the first is our own
+    std::vector<std::unique_ptr<std::pmr::monotonic_buffer_resource>> m_texts;  // own texts in the first
 };
 
 }  // namespace agent

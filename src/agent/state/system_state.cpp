@@ -90,7 +90,7 @@ void SystemState::AddProcess(const Client& client, Role role)
     static constexpr const char* kList = "process";
     const auto [name, pid] = KeysOf(client);
     StateTree::Node* entry = Entry(kList, {name, pid});
-    if (entry == nullptr) return;  // a process may hold several connections
+    if (entry == nullptr) return;  // a process may have several connections
     Leaf(*entry, kList, "connected-since", DateAndTime(client.ConnectedUs()));
     Leaf(*entry, kList, "role", RoleName(role));
     Leaf(*entry, kList, "state", PhaseName(client));

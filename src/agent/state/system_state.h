@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The state that cdbd provides itself: the connected processes, the faults, and what was denied. Used by
+// The state that cdbd provides itself: the connected processes, the faults, and the denials. Used by
 // state.cpp.
 
 #ifndef AGENT_STATE_SYSTEM_STATE_H
@@ -26,7 +26,7 @@ namespace agent {
 /// Fills in /state/system.
 class SystemState {
 public:
-    /// `tree` must outlive it.
+    /// `tree` must outlive this.
     SystemState(const ly_ctx* context, const lysc_node* system, StateTree& tree);
 
     void AddProcesses(const std::vector<ClientPtr>& clients, Role role);
@@ -36,9 +36,10 @@ public:
 private:
     void AddProcess(const Client& client, Role role);
     void AddFault(const cdb::Fault& fault);
-    /// An entry with these keys, behind all there are; null: there is one with such keys.
+    /// Appends an entry with these keys; null if the last one has the same or greater keys, or there is no
+    /// such list.
     StateTree::Node* Entry(const char* list, std::initializer_list<std::string> keys);
-    /// A value that the schema does not take is left out.
+    /// Adds a leaf. Leaves out a value that the schema does not take.
     void Leaf(StateTree::Node& node, const char* parent, const char* name, std::string_view value);
 
     const lysc_node* m_system;
@@ -46,7 +47,7 @@ private:
     ValueChecker m_checker;
 };
 
-/// "2026-11-21T03:20:11.123456Z"
+/// "2026-11-21T03:20:11.123456Z". `timeUs`: microseconds since the epoch.
 std::string DateAndTime(std::int64_t timeUs);
 
 }  // namespace agent

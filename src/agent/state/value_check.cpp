@@ -54,7 +54,7 @@ Verdict CheckEnumeration(const lysc_type* type, std::string_view text)
     return Verdict::kDoesNot;
 }
 
-/// Digits in the place of each '0' of the form, everything else as it stands there.
+/// Whether the text has a digit for each '0' of the form, and is the same in all else.
 bool HasForm(std::string_view text, std::string_view form)
 {
     return text.size() == form.size() &&
@@ -160,7 +160,7 @@ std::optional<std::string_view> ValueChecker::AskLibyang(const lysc_node* leaf, 
     const char* canonical = nullptr;
     const LY_ERR result =
         lyd_value_validate(m_context, leaf, text.data(), text.size(), nullptr, nullptr, &canonical);
-    // A reference to data that is not at hand is good as far as its form goes.
+    // A reference to data that is not at hand can be checked for its form only.
     if (result != LY_SUCCESS && result != LY_EINCOMPLETE) {
         ly_err_clean(const_cast<ly_ctx*>(m_context), nullptr);
         return std::nullopt;

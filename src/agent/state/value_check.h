@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whether a text is a value of a leaf's type. What state mostly has is looked at here, for libyang takes a
-// microsecond and more for each value; it decides about the rest. Used where state is taken over.
+// Checks whether a text is a value of a leaf's type. Checks the usual types of state itself, because libyang
+// takes a microsecond and more for each value, and asks libyang about the others. Used by provided_state and
+// system_state.
 
 #ifndef AGENT_STATE_VALUE_CHECK_H
 #define AGENT_STATE_VALUE_CHECK_H
@@ -23,8 +24,8 @@ class ValueChecker {
 public:
     explicit ValueChecker(const ly_ctx* context) : m_context(context) {}
 
-    /// The value as it is to be shown, good until the next call; nullopt: it is none of the leaf's type. In
-    /// strings, what can't be shown is replaced (ipc/text.h).
+    /// The value as it is shown, valid until the next call and while `text` is; nullopt if it is none of the
+    /// leaf's type. Replaces characters that can't be shown (base/text.h).
     std::optional<std::string_view> Check(const lysc_node* leaf, std::string_view text);
 
 private:
@@ -38,9 +39,9 @@ private:
     using Texts = std::unordered_set<std::string, TextHash, std::equal_to<>>;
 
     const ly_ctx* m_context;
-    std::string m_text;       // what is handed out where it is not the caller's
+    std::string m_text;       // the text with characters replaced
     std::string m_canonical;  // as libyang writes it
-    /// Values that were found good and are canonical: names occur again and again.
+    /// Valid canonical values, because names occur again and again. Bounded.
     std::unordered_map<const lysc_type*, Texts> m_known;
     std::size_t m_knownCount = 0;
 };
