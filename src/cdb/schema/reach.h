@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // How far the schema's constraints reach, read from their expressions when the schema is loaded. It decides
 // what must be validated again after a change. Used by the validator.
+//
+// A unit is validated as a whole: an outermost list entry with everything below it, or the trunk, that is all
+// containers and leaves outside of lists.
 
 #ifndef CDB_SCHEMA_REACH_H
 #define CDB_SCHEMA_REACH_H
