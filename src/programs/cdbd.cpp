@@ -47,7 +47,7 @@ std::optional<std::string> Variable(const char* name)
     return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
 }
 
-/// Whether log lines go to a file, so that standard error must be told of a failure too.
+/// Whether log lines go to a file, so that a failure must also be written to standard error.
 bool LogIsFile() { return Variable("SFLOW_LOG").value_or("-") != "-"; }
 
 std::int64_t Now()

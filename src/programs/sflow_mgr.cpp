@@ -26,7 +26,7 @@ std::string RunDirectory()
     return directory == nullptr || *directory == '\0' ? "/run/sflow-switch" : directory;
 }
 
-/// Whether log lines go to a file, so that standard error must be told of a failure too.
+/// Whether log lines go to a file, so that a failure must also be written to standard error.
 bool LogIsFile()
 {
     const char* log = std::getenv("SFLOW_LOG");

@@ -68,7 +68,7 @@ public:
     virtual ~Forwarding() = default;
 
     /// Fast and bounded: uses tables and, for a flow not seen lately, one request to the kernel. Safe on any
-    /// header bytes. kUnknown if it can't be told.
+    /// header bytes. kUnknown if the tables and the kernel do not say.
     [[nodiscard]] virtual Destination Resolve(const Entering& packet) = 0;
 
     /// The same for a packet that leaves by `leaving.ifIndex`. `enteredBy` is the interface by which it

@@ -39,7 +39,7 @@ private:
     NetlinkSocket m_socket;
     bool m_known = false;
     bool m_sourceRules = false;  // some rule looks at more than the destination
-    bool m_forwards6 = true;     // not needed for IPv4, where the kernel's answer tells
+    bool m_forwards6 = true;     // for IPv4 the kernel's answer says it
 };
 
 }  // namespace net

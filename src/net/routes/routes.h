@@ -33,7 +33,7 @@ public:
     virtual ~RouteQuestions() = default;
 
     /// The route of a packet that entered by `ifIndex`, or, with 0, of one that this machine sends (`source`
-    /// may then have size 0). Nullopt if it can't be told.
+    /// may then have size 0). Nullopt if the kernel does not say.
     virtual std::optional<RouteAnswer> Ask(std::uint32_t ifIndex, const Address& destination,
                                            const Address& source) = 0;
 };
