@@ -32,8 +32,8 @@ std::optional<std::uint64_t> Number(const std::optional<std::string>& text)
     return error == std::errc{} && end == text->data() + text->size() ? std::optional(number) : std::nullopt;
 }
 
-/// A datagram socket connected to the path, or with @ in front to an abstract name; -1 with a line in the log
-/// where that fails.
+/// A datagram socket connected to the path, or with @ in front to an abstract name. Logs and returns -1 if
+/// that fails.
 int ConnectTo(const std::string& name)
 {
     sockaddr_un address{};
@@ -71,7 +71,7 @@ ServiceNotifier::ServiceNotifier(Timers& timers, const Environment& environment)
     if (!watchdog || *watchdog == 0 || (watched && Number(watched) != static_cast<std::uint64_t>(::getpid())))
         return;
     using namespace std::chrono;
-    constexpr std::uint64_t kLongest = 86'400'000'000;  // a day: no watchdog means more
+    constexpr std::uint64_t kLongest = 86'400'000'000;  // a day, so that no timer overflows
     const microseconds half(static_cast<std::int64_t>(std::min(*watchdog, kLongest) / 2));
     m_interval = std::max(duration_cast<milliseconds>(half), milliseconds(1));
 }
@@ -97,7 +97,7 @@ void ServiceNotifier::Beat()
 void ServiceNotifier::Tell(std::string_view state) const
 {
     if (m_socket < 0) return;
-    // What the manager does not take now it misses; the next beat follows.
+    // A manager whose queue is full misses this beat; the next follows.
     if (::send(m_socket, state.data(), state.size(), MSG_NOSIGNAL) < 0 && errno != EAGAIN)
         slog::Debug("the service manager can't be told {}: {}", state, std::strerror(errno));
 }

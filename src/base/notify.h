@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a service tells the manager that has started it (sd_notify(3)): that it serves, that its loop still
-// turns, that it ends. Without such a manager nothing is told. Used by all three processes.
+// Tells the service manager that has started the process (sd_notify(3)) that it is ready, that its loop still
+// runs, and that it ends. Without such a manager it does nothing. Used by cdbd, sflow-mgr and the daemon.
 
 #ifndef BASE_NOTIFY_H
 #define BASE_NOTIFY_H
@@ -21,15 +21,15 @@ public:
     using Environment = std::function<std::optional<std::string>(const char* name)>;
 
     /// Takes NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID from the environment given, by default the
-    /// process's own, and opens the socket: later there may be no descriptor left. `timers` must outlive it
-    /// and call from the loop that is watched.
+    /// process's own, and opens the socket, since later there may be no descriptor left. An unusable
+    /// NOTIFY_SOCKET is logged. `timers` must outlive this and call from the loop that is watched.
     explicit ServiceNotifier(Timers& timers, const Environment& environment = {});
-    /// Says that the service ends.
+    /// Reports that the service ends.
     ~ServiceNotifier();
     ServiceNotifier(const ServiceNotifier&) = delete;
     ServiceNotifier& operator=(const ServiceNotifier&) = delete;
 
-    /// The service serves. From here on the loop reports at half of the watchdog's time.
+    /// Reports that the service is ready, and from now on twice in each watchdog time that the loop runs.
     void Ready();
 
 private:

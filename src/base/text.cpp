@@ -21,8 +21,8 @@ bool IsFit(std::uint32_t code)
     return (code & 0xFFFEU) != 0xFFFEU;
 }
 
-/// The character that begins the text, which is not empty. No overlong form, no surrogate, nothing beyond
-/// U+10FFFF counts as one.
+/// The first character of the text, which is not empty. Overlong forms, surrogates and values beyond U+10FFFF
+/// are not characters.
 Character First(std::string_view text)
 {
     const auto byte = [&text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
@@ -45,7 +45,7 @@ Character First(std::string_view text)
 bool IsPresentable(std::string_view text)
 {
     while (true) {
-        // Nearly all that comes.
+        // Skips printable ASCII, which most texts consist of.
         const auto* special =
             std::find_if_not(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
         text.remove_prefix(static_cast<std::size_t>(special - text.begin()));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Texts that peers send, made fit for everything that later shows them: XML, JSON, the log, a terminal.
-// To be used where such a text comes in, once.
+// Makes texts that peers send fit for XML, JSON, the log and a terminal. Used once, where such a text comes
+// in.
 
 #ifndef BASE_TEXT_H
 #define BASE_TEXT_H
@@ -11,19 +11,18 @@
 
 namespace base {
 
-/// How much of one text of a peer is kept.
+/// The bytes that are kept of one text of a peer.
 inline constexpr std::size_t kMaxPeerText = 4096;
 
 /// Whether the text can be shown as it is, of any length: UTF-8 without control characters but tab and line
-/// feed, and without the characters that XML (1.0, section 2.2) or YANG (RFC 7950, section 14) has no place
-/// for.
+/// feed, and without the characters that XML (1.0, section 2.2) or YANG (RFC 7950, section 14) excludes.
 bool IsPresentable(std::string_view text);
 
-/// The text as such a one of at most `limit` bytes, cut between characters; '?' stands for each character,
-/// or byte that is no UTF-8, which has no place there. So it never grows.
+/// A presentable copy of at most `limit` bytes, cut between characters. '?' replaces each character that is
+/// not allowed and each byte that is not UTF-8, so the copy is never longer than the text.
 std::string Presentable(std::string_view text, std::size_t limit = kMaxPeerText);
 
-/// The same, in place. A text that is fit already, as nearly all are, is not copied.
+/// The same, in place. A text that is presentable already, as nearly all are, is not copied.
 void MakePresentable(std::string& text, std::size_t limit = kMaxPeerText);
 
 }  // namespace base

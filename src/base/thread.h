@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a process of one loop begins a thread beside it. Used by the worker of this folder, and by what closes
-// packet sockets.
+// A thread beside the loop of a process. Used by the worker of this folder, and by capture to close packet
+// sockets.
 
 #ifndef BASE_THREAD_H
 #define BASE_THREAD_H
@@ -9,9 +9,9 @@
 
 namespace base {
 
-/// Calls `run` in a thread of its own. It takes no signals, which are the loop's, has a small stack and the
-/// rights of the thread that begins it. Nobody waits for it: `run` must own what it uses, and not throw.
-/// False where no thread can be made; then `run` was not called.
+/// Calls `run` in a detached thread that takes no signals, which are the loop's, and has a stack of 256 KiB
+/// and the rights of the calling thread. `run` must own what it uses, and not throw. Returns false if no
+/// thread can be made; then `run` was not called.
 [[nodiscard]] bool BeginThread(std::function<void()> run);
 
 }  // namespace base

@@ -19,7 +19,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;  // the kernel's CLOCK_MONOTONIC
 
-// Of any timers.
+// An alarm on any Timers.
 class AlarmByTimers final : public Alarm {
 public:
     AlarmByTimers(Timers& timers, std::function<void()> action)
@@ -35,7 +35,7 @@ private:
     std::shared_ptr<void> m_pending;
 };
 
-// A descriptor of its own, for which the loop waits all the time.
+// An alarm with a descriptor of its own, for which the loop waits all the time.
 class LoopAlarm final : public Alarm {
 public:
     LoopAlarm(boost::asio::io_context& loop, std::function<void()> action)
@@ -64,7 +64,7 @@ private:
         {
         }
 
-        // Nobody reads the timer: to arm it takes back that it is readable.
+        // The timer is never read: arming it makes it unreadable again.
         void Arm(std::chrono::nanoseconds delay)
         {
             const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(delay);
@@ -96,7 +96,7 @@ private:
                                 });
     }
 
-    // Waits again when the timer is not readable any more, whatever the action does.
+    // Waits again once the timer is not readable, also if the action throws.
     static void OnReadable(const std::shared_ptr<State>& state)
     {
         struct Waiting {
@@ -107,7 +107,7 @@ private:
                 Wait(state);
             }
         } const waiting{state};
-        // Set again or cancelled when the news was under way.
+        // The alarm was set again or cancelled after the timer became readable.
         if (!state->isSet || Clock::now() < state->due) return;
         state->isSet = false;
         state->action();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Time as a dependency: what reconnects, checks or gives up takes one of these, and tests advance it.
+// Time as a dependency: code that reconnects, checks or gives up takes a Timers, and tests advance theirs.
 
 #ifndef BASE_TIMERS_H
 #define BASE_TIMERS_H
@@ -14,8 +14,8 @@ class io_context;
 
 namespace base {
 
-/// A timer that is set over and over. What is on the hot path has one: to set it allocates nothing and costs
-/// one system call.
+/// A timer that is set again and again, for hot paths: setting it allocates nothing and costs one system
+/// call.
 class Alarm {
 public:
     Alarm() = default;
@@ -23,7 +23,7 @@ public:
     Alarm& operator=(const Alarm&) = delete;
     virtual ~Alarm() = default;
 
-    /// The action is called once, `delay` from now, and not at the time that was set before.
+    /// Fires once from the loop, `delay` from now; replaces an earlier setting.
     virtual void Set(std::chrono::milliseconds delay) = 0;
     virtual void Cancel() = 0;
 };
@@ -39,11 +39,12 @@ public:
     [[nodiscard]] virtual std::shared_ptr<void> After(std::chrono::milliseconds delay,
                                                       std::function<void()> action) = 0;
 
-    /// Not set yet. Dropping it cancels it. Throws std::system_error when there are no descriptors left.
+    /// An alarm that is not set yet; dropping it cancels it. Throws std::system_error if no descriptor is
+    /// left.
     [[nodiscard]] virtual std::unique_ptr<Alarm> MakeAlarm(std::function<void()> action);
 };
 
-/// The real time, on the loop given, which must outlive it.
+/// The steady clock, on the loop given, which must outlive the result.
 std::unique_ptr<Timers> MakeTimers(boost::asio::io_context& loop);
 
 }  // namespace base

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The thread knows nothing of the loop: it tells it by a descriptor that it is done.
+// The thread knows nothing of the loop: an eventfd tells the loop that a task is done.
 
 #include "base/worker.h"
 
@@ -27,10 +27,10 @@ using Action = std::function<void()>;
 
 struct Task {
     Action work;
-    std::weak_ptr<Action> done;  // gone: it was cancelled
+    std::weak_ptr<Action> done;  // expired: cancelled
 };
 
-/// What loop and thread have in common; whoever is last ends it.
+/// Shared by the loop and the thread; the last of them destroys it.
 class Desk {
 public:
     Desk() : m_news(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
@@ -44,7 +44,7 @@ public:
     /// Readable when something is done.
     [[nodiscard]] int News() const { return m_news; }
 
-    /// True when there is a thread to do it.
+    /// True if a thread is there to do it.
     bool Put(Task task)
     {
         const std::scoped_lock lock(m_mutex);
@@ -67,7 +67,7 @@ public:
         m_served = served;
     }
 
-    /// Does what waits, and all that comes until the end.
+    /// Does the waiting tasks, and all that come until End.
     void Serve()
     {
         std::unique_lock lock(m_mutex);
@@ -87,7 +87,7 @@ public:
         while (!m_waiting.empty()) DoNext(lock);
     }
 
-    /// Nothing is begun any more.
+    /// Begins no further task; waits at most `patience` for the one under way.
     void End(std::chrono::milliseconds patience)
     {
         std::unique_lock lock(m_mutex);
@@ -145,7 +145,7 @@ public:
     }
 
 private:
-    // Handlers that are under way when it ends find this gone.
+    // A handler that is under way when the worker ends finds this expired.
     using Alive = std::weak_ptr<bool>;
 
     void Begin()
@@ -175,7 +175,7 @@ private:
     const std::shared_ptr<Desk> m_desk = std::make_shared<Desk>();
     boost::asio::posix::stream_descriptor m_news;
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
-    bool m_begun = false;  // there is a thread
+    bool m_begun = false;  // a thread runs
 };
 
 }  // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Does what may have to wait for the kernel beside the loop, in one thread, one task after the other, so that
-// the loop need not wait. A dependency like time: tests have one that does it at once. Used by the manager
-// for requests that wait while somebody else changes links.
+// Runs tasks that may have to wait for the kernel in one thread beside the loop, one after the other, so that
+// the loop need not wait. A dependency like time: tests have one that runs them at once. Used by sflow-mgr
+// for requests that wait while another process changes links, and by cdbd's bench and backup.
 
 #ifndef BASE_WORKER_H
 #define BASE_WORKER_H
@@ -23,23 +23,24 @@ public:
     Worker& operator=(const Worker&) = delete;
     virtual ~Worker() = default;
 
-    /// Calls `work` aside and then `done` from the loop; neither from within this call. Dropping the result
-    /// cancels: `done` is not called then, nor `work` unless it has begun. What has begun may go on when the
-    /// worker itself has gone: `work` must own all that it touches. It must neither throw nor write to the
-    /// log. Nothing bounds how much waits: who asks has one task under way at a time.
+    /// Calls `work` in the thread and then `done` from the loop; neither from within this call. Dropping the
+    /// result cancels: `done` is not called then, nor `work` unless it has begun. A `work` that has begun may
+    /// outlast the worker: it must own all that it touches. It must neither throw nor write to the log. The
+    /// queue has no bound: a caller has one task under way at a time.
     [[nodiscard]] virtual std::shared_ptr<void> Do(std::function<void()> work,
                                                    std::function<void()> done) = 0;
 };
 
-/// At its end a worker waits so long for the task that is under way, then leaves it to itself.
+/// How long a worker's destructor waits for the task under way before it leaves the task to itself.
 constexpr std::chrono::milliseconds kWorkerPatience{100};
 
-/// For works that use what goes after the worker: it waits until the task under way is done.
+/// For tasks that use objects destroyed after the worker: the destructor waits until the task under way is
+/// done.
 constexpr std::chrono::milliseconds kWorkerWaits{std::chrono::hours(24)};
 
-/// On the loop given, which must outlive it. The loop makes the thread when it runs and there is a task: the
-/// thread has the rights that the process has left itself by then. Where none can be made the loop does the
-/// work. Throws std::system_error when there are no descriptors left.
+/// On the loop given, which must outlive it. The loop makes the thread at the first task, so the thread has
+/// the rights that the process has kept by then. If no thread can be made the loop does the work. Throws
+/// std::system_error if no descriptor is left.
 std::unique_ptr<Worker> MakeWorker(boost::asio::io_context& loop,
                                    std::chrono::milliseconds patience = kWorkerPatience);
 

@@ -17,10 +17,10 @@ namespace {
 using boost::system::error_code;
 using Clock = std::chrono::steady_clock;
 
-/// How long a closed channel goes on trying to hand its last frames to a peer that reads nothing.
+/// How long a closed channel keeps trying to hand its last frames to a peer that reads nothing.
 constexpr std::chrono::seconds kDrainTime{10};
 
-/// Who the kernel has no word on: no user and no group has this number.
+/// A peer that the kernel does not name: no user and no group has this number.
 const PeerCredentials kNobody{0, static_cast<std::uint32_t>(-1), static_cast<std::uint32_t>(-1), {}};
 
 }  // namespace
@@ -42,7 +42,7 @@ public:
     Socket m_socket;
     const PeerCredentials m_peer;
     boost::asio::steady_timer m_drainTimer;
-    std::shared_ptr<Handlers> m_handlers;  // null before Start and once no handler is to be called
+    std::shared_ptr<Handlers> m_handlers;  // null before Start, and when no handler may be called any more
     FrameReader m_reader;
     FrameWriter m_writer;
     Clock::time_point m_progress = Clock::now();
@@ -63,7 +63,8 @@ void Channel::Impl::Receive(const std::shared_ptr<Channel>& self)
     m_socket.async_read_some(boost::asio::buffer(m_reader.FreeSpace(), m_reader.FreeSize()),
                              [this, self](const error_code& error, std::size_t bytes) {
                                  if (m_handlers == nullptr) return;
-                                 // Only WriteFailed cancels: what has arrived by then is still there.
+                                 // Only WriteFailed cancels; bytes that have arrived by then can still be
+                                 // read.
                                  if (error == boost::asio::error::operation_aborted) return Receive(self);
                                  if (error == boost::asio::error::eof) return End("closed by the peer");
                                  if (error) return End(error.message());
@@ -75,7 +76,7 @@ void Channel::Impl::Receive(const std::shared_ptr<Channel>& self)
 void Channel::Impl::Deliver(const std::shared_ptr<Channel>& self)
 {
     while (const auto frame = m_reader.Next()) {
-        const auto handlers = m_handlers;  // stays while it runs, should it call Close
+        const auto handlers = m_handlers;  // keeps the handler alive if it calls Close
         handlers->onFrame(*frame);
         if (m_handlers == nullptr) return;
     }
@@ -126,8 +127,8 @@ void Channel::Impl::Written(const std::shared_ptr<Channel>& self, const error_co
     Flush(self);
 }
 
-/// The peer no longer takes anything, but what it has sent before (a refusal, say) is still to be
-/// read: the end of that ends the channel.
+/// The peer takes nothing any more, but what it has sent before (a refusal, say) is still read. The end of
+/// that ends the channel.
 void Channel::Impl::WriteFailed()
 {
     m_open = false;
@@ -135,7 +136,7 @@ void Channel::Impl::WriteFailed()
     if (m_draining || m_handlers == nullptr) return Release();
     error_code ignored;  // a socket that can't be shut down ends its reader by itself
     m_socket.shutdown(Socket::shutdown_receive, ignored);
-    m_socket.cancel(ignored);  // the kernel wakes no reader for that
+    m_socket.cancel(ignored);  // shutdown does not wake the reader
 }
 
 void Channel::Impl::End(const std::string& reason)
@@ -150,9 +151,9 @@ void Channel::Impl::Release()
     m_open = false;
     m_draining = false;
     m_drainTimer.cancel();
-    error_code ignored;  // nothing depends on how a socket that is given up closes
+    error_code ignored;  // the socket is given up either way
     m_socket.close(ignored);
-    if (!m_flushing) m_writer.Clear();  // else the kernel's write still refers to the buffer's owner
+    if (!m_flushing) m_writer.Clear();  // else the write under way still uses the buffer
 }
 
 void Channel::Impl::Close(const std::shared_ptr<Channel>& self, bool discard)

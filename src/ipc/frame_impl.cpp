@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t kReadSize = std::size_t{64} << 10;
 
-/// A buffer that one large message has grown beyond this is given back.
+/// A buffer that a large message has grown beyond this is freed when it is empty.
 constexpr std::size_t kKeptSize = std::size_t{1} << 20;
 
 }  // namespace

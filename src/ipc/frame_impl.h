@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The two halves of a Channel: what has been received and is not yet a whole frame, and what is
-// queued and not yet written. Plain buffers; they know no socket. Used by frame_channel.cpp only.
+// The two halves of a Channel: bytes received that are not a whole frame yet, and frames queued to be
+// written. Plain buffers; they know no socket. Used by frame_channel.cpp only.
 
 #ifndef IPC_FRAME_IMPL_H
 #define IPC_FRAME_IMPL_H
@@ -18,7 +18,7 @@ namespace ipc {
 
 inline constexpr std::size_t kFrameHeader = 4;
 
-/// Bytes received, cut into frames. Grows with what has arrived, never with what a length promises.
+/// Bytes received, cut into frames. Grows with the bytes that have arrived, never with an announced length.
 class FrameReader {
 public:
     FrameReader();
@@ -29,14 +29,14 @@ public:
 
     void Received(std::size_t bytes) { m_end += bytes; }
 
-    /// The next whole frame's content, valid until MakeRoom; nullopt when none is complete or one is
-    /// over the limit.
+    /// The next whole frame's content, valid until MakeRoom; nullopt if none is complete or it is over the
+    /// limit.
     std::optional<std::string_view> Next();
 
-    /// Whether the frame that comes next is longer than a frame may be.
+    /// Whether the next frame's announced length is over kMaxFrame.
     [[nodiscard]] bool Oversized() const;
 
-    /// To be called when Next has nothing more, before receiving again.
+    /// Call when Next returns nothing, before receiving again.
     void MakeRoom();
 
 private:
@@ -51,12 +51,12 @@ private:
 /// Frames queued. Those queued while a write is under way go out together with the next.
 class FrameWriter {
 public:
-    /// False, and nothing queued, when the frame or the queue would be over its limit.
+    /// Returns false, and queues nothing, if the frame or the queue would be over its limit.
     bool Append(const google::protobuf::MessageLite& message);
 
     [[nodiscard]] std::size_t Queued() const { return m_pending.size() + m_writing.size() - m_written; }
 
-    /// What to write next; empty when nothing is queued. Stays in place until Written has covered it.
+    /// The bytes to write next; empty if nothing is queued. Valid until Written has covered them.
     [[nodiscard]] std::string_view Chunk();
     void Written(std::size_t bytes);
 

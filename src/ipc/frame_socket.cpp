@@ -42,7 +42,7 @@ private:
     int m_descriptor;
 };
 
-/// False when the path is too long for a socket address.
+/// Returns false if the path is empty or too long for a socket address.
 bool MakeAddress(const std::string& path, sockaddr_un& address)
 {
     address = {};
@@ -62,7 +62,8 @@ int Connect(int descriptor, const sockaddr_un& address)
     return ::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
-/// Lets the next call on the socket block until `deadline` at most; false when it has passed.
+/// Lets the next send or connect on the socket block until `deadline` at most. Returns false if it has
+/// passed.
 bool LimitSending(int descriptor, Clock::time_point deadline)
 {
     const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now());
@@ -90,7 +91,8 @@ bool SendAll(int descriptor, std::string_view bytes, Clock::time_point deadline)
     throw std::system_error(error, std::generic_category(), text);
 }
 
-/// Makes way for a new socket file where the old one's owner is gone.
+/// Removes a socket file on which no process listens. Throws std::system_error if one does, or if the file is
+/// no socket.
 void RemoveStale(const std::string& path, const sockaddr_un& address)
 {
     struct stat status {};
@@ -98,7 +100,7 @@ void RemoveStale(const std::string& path, const sockaddr_un& address)
         Fail(EEXIST, "cannot listen on " + path + ": a file that is no socket is there; move it away");
     const Descriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const int connected = Connect(probe.Get(), address);
-    // EAGAIN: somebody listens, with a full backlog.
+    // EAGAIN: a process listens, with a full backlog.
     if (connected == 0 || errno == EAGAIN)
         Fail(EADDRINUSE, "cannot listen on " + path + ": another process listens there already; stop it");
     if (errno != ECONNREFUSED && errno != ENOENT) Fail(errno, "cannot listen on " + path);
@@ -149,8 +151,8 @@ boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& lo
                                std::to_string(sizeof address.sun_path - 1) + " bytes");
     Descriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (listener.Get() < 0) Fail(errno, "cannot listen on " + path);
-    // The file is made with the socket's own mode, less the umask: it is its owner's alone until it belongs
-    // to whom it is for.
+    // The file is made with the socket's own mode, less the umask: only its owner may use it until it has its
+    // group.
     if (::fchmod(listener.Get(), permissions & S_IRWXU) != 0) Fail(errno, "cannot listen on " + path);
     if (Bind(listener.Get(), address) != 0) {
         if (errno != EADDRINUSE) Fail(errno, "cannot listen on " + path);

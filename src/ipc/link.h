@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A client's connection to a Unix socket, made again for ever when it fails or ends, with a back-off
-// of 100 ms to 2 s. Knows no message: its owner greets the peer and says when it is accepted.
-// Used by the database framework and the sFlow service client.
+// A client's connection to a Unix socket, made again when it fails or ends, until Stop, with a back-off of
+// 100 ms to 2 s. Knows no message: its owner greets the peer and says when it is accepted. Used by the
+// database framework, the sFlow service client and sflow-mgr's state provider.
 
 #ifndef IPC_LINK_H
 #define IPC_LINK_H
@@ -32,7 +32,7 @@ public:
     struct Handlers {
         std::function<void()> onConnected;  // greet the peer
         std::function<void(std::string_view frame)> onFrame;
-        std::function<void(std::string_view reason)> onClosed;  // by the peer or an error; will be made again
+        std::function<void(std::string_view reason)> onClosed;  // by the peer or an error; connects again
     };
 
     /// `loop` and `timers` must outlive it.
@@ -41,27 +41,27 @@ public:
     Link& operator=(const Link&) = delete;
     ~Link();
 
-    /// Begins to connect, from the loop. No effect on one that has been started.
+    /// Begins to connect, from the loop. No effect if it is started already.
     void Start();
 
-    /// Ends the connection, once what is queued has been written, and makes no other.
+    /// Ends the connection after the queue has been written, and makes no other.
     void Stop();
 
-    /// Ends the connection without a call of onClosed, and connects again: after the back-off, or at
-    /// once. What is queued is dropped.
+    /// Ends the connection without a call of onClosed, drops the queue, and connects again: Retry after the
+    /// back-off, Renew at once.
     void Retry();
     void Renew();
 
     /// The peer has accepted us: the next failure is tried again after the first delay.
     void Accepted();
 
-    /// False where there is no connection, or the queue is full (which ends it).
+    /// Returns false if there is no connection, or the queue is full (which ends it).
     bool Send(const google::protobuf::MessageLite& message);
 
-    /// Sent, and not taken by the kernel yet.
+    /// Bytes sent and not yet taken by the kernel.
     [[nodiscard]] std::size_t QueuedBytes() const;
 
-    /// Whether bytes are queued of which the peer has taken none for so long.
+    /// Whether bytes are queued and the peer has taken none of them for `limit`.
     [[nodiscard]] bool Stuck(std::chrono::milliseconds limit) const;
 
 private:

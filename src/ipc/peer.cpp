@@ -22,7 +22,8 @@ namespace {
 constexpr std::size_t kEntrySize = 16384;  // of a line of the user database; a group may have many members
 constexpr std::size_t kLongestEntry = std::size_t{1} << 22;
 
-/// Calls a function of the getpwnam_r family with as much room as it wants.
+/// Calls a function of the getpwnam_r family with a buffer that grows to what it needs, at most
+/// kLongestEntry.
 template <typename Entry, typename Get>
 bool LookUp(Entry& entry, std::vector<char>& buffer, Get get)
 {
@@ -43,7 +44,8 @@ std::optional<std::uint32_t> Number(const std::string& text)
     return number;
 }
 
-/// What the kernel knows of the connected process; the user database where it is too old to say.
+/// The process's supplementary groups from the kernel, or, if it is too old for SO_PEERGROUPS, its user's
+/// from the database.
 std::vector<std::uint32_t> GroupsOf(int descriptor, const ucred& peer)
 {
     std::vector<gid_t> groups(64);

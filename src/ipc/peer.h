@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who is at the other end of a Unix socket, and the users and groups of this machine. Says who a peer
-// is, never what it may do (trust.h).
+// The process at the other end of a Unix socket, and the users and groups of this machine. What a peer may do
+// is in trust.h.
 
 #ifndef IPC_PEER_H
 #define IPC_PEER_H
@@ -12,9 +12,9 @@
 
 namespace ipc {
 
-/// The kernel's word on the process that has connected, as of then (SO_PEERCRED, SO_PEERGROUPS).
+/// The process that has connected, as it was then (SO_PEERCRED, SO_PEERGROUPS).
 struct PeerCredentials {
-    std::int64_t pid = 0;  // 0: in another namespace of processes
+    std::int64_t pid = 0;  // 0: in another PID namespace
     std::uint32_t uid = 0;
     std::uint32_t gid = 0;
     std::vector<std::uint32_t> groups{};  // the supplementary ones
@@ -22,19 +22,19 @@ struct PeerCredentials {
     [[nodiscard]] bool IsMember(std::uint32_t group) const;
 };
 
-/// Nullopt where the kernel does not say; such a peer is no user's.
+/// Nullopt if the kernel does not say; such a peer has the rights of no user.
 std::optional<PeerCredentials> PeerOf(int descriptor);
 
-/// "uid-1234" for one without a name.
+/// The user's name; "uid-1234" if it has none.
 std::string UserName(std::uint32_t uid);
-/// "gid-1234" for one without a name.
+/// The group's name; "gid-1234" if it has none.
 std::string GroupName(std::uint32_t gid);
 
-/// By name or by number; nullopt where the machine knows none of that name.
+/// By name, else as a decimal number, which need not exist; nullopt if the text is neither.
 std::optional<std::uint32_t> FindUser(const std::string& name);
 std::optional<std::uint32_t> FindGroup(const std::string& name);
 
-/// Gives a file or directory to the group, its user stays. Empty when done; else why not, and the remedy.
+/// Gives a file or directory to the group; its user stays. Returns the problem and its remedy; empty if done.
 std::string GiveToGroup(const std::string& path, std::uint32_t group);
 
 }  // namespace ipc

@@ -73,7 +73,7 @@ std::string Trust::Allow(std::string_view text)
 
 std::optional<std::string> Trust::Refusal(Role role, const PeerCredentials& peer) const
 {
-    // At each question, because the process may have changed its user since it began.
+    // Asked each time, because the process may have changed its user since it began.
     if (peer.uid == 0 || peer.uid == ::geteuid()) return std::nullopt;
     const Holders& holders = m_roles.at(static_cast<std::size_t>(role));
     const auto& users = holders.users;

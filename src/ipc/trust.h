@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which peer may do what among the switch's processes: a table of users and groups for each role, asked
-// where a peer takes a role up. The files' permissions decide who can connect at all; this decides what a
-// process that can connect is believed. Used by cdbd and sflow-mgr.
+// What each peer may do: a table of users and groups for each role, asked when a peer takes a role. The
+// socket's permissions decide which processes can connect; this decides which requests of theirs are granted.
+// Used by cdbd and sflow-mgr.
 
 #ifndef IPC_TRUST_H
 #define IPC_TRUST_H
@@ -17,7 +17,7 @@
 
 namespace ipc {
 
-/// The group of the switch's processes, where no other is named.
+/// The group of the switch's processes, if no other is named.
 inline constexpr const char* kSwitchGroup = "sflow-switch";
 /// The group of the switch's operators, likewise.
 inline constexpr const char* kAdminGroup = "sflow-admin";
@@ -26,15 +26,16 @@ enum class Role : std::uint8_t { kSubscribe, kCallpoint, kState, kFaults, kSessi
 
 class Trust {
 public:
-    /// Each role belongs to root, to this process's own user and to the group, where the machine has it.
-    /// `program` is named in refusals, as the one whose option --allow helps.
+    /// Gives each role to root, to this process's own user and to the group, if the machine has it. Refusals
+    /// name `program` as the one whose option --allow helps.
     explicit Trust(std::string program, std::string group = kSwitchGroup);
 
-    /// Gives a role to others instead of the group: "callpoint=ann,@noc", users and (with @) groups, by
-    /// name or number. Root and the own user keep it. Returns what is wrong with the text; empty: nothing.
+    /// Gives a role to others instead of the group: "callpoint=ann,@noc", users and (with @) groups, by name
+    /// or number. Root and the process's own user keep it. Returns what is wrong with the text; empty if
+    /// nothing is.
     std::string Allow(std::string_view text);
 
-    /// Nullopt: the peer may. Else the sentence that refuses it.
+    /// The sentence that refuses the peer; nullopt if the peer may.
     [[nodiscard]] std::optional<std::string> Refusal(Role role, const PeerCredentials& peer) const;
 
     /// The names of the roles, for help texts.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How many of something each user has. Root is not counted: who can do everything is not to be locked out.
+// Counts how many of something each user has. Root is not counted, so that it can't be locked out.
 
 #ifndef IPC_USER_QUOTA_H
 #define IPC_USER_QUOTA_H
@@ -16,7 +16,7 @@ public:
 
     [[nodiscard]] std::size_t Most() const { return m_most; }
 
-    /// False: the user has as many as a user may have.
+    /// Returns false if the user has as many as allowed.
     [[nodiscard]] bool Take(std::uint32_t uid)
     {
         if (uid == 0) return true;

@@ -82,7 +82,7 @@ void SetLevel(Log& log)
     log.lowest = level;
 }
 
-/// The log, opened under the program's own name where nobody has opened it.
+/// The log, opened under the program's own name if it is not open yet.
 Log& OpenedLog()
 {
     Log& log = TheLog();
@@ -90,8 +90,8 @@ Log& OpenedLog()
     return log;
 }
 
-/// "/home/x/tree/src/agent/session.cpp" is "src/agent/session". The last folder of these names counts: the
-/// tree itself may be in one.
+/// "/home/x/tree/src/agent/session.cpp" is "src/agent/session". The last folder of these names counts, since
+/// the tree itself may lie in one.
 std::string_view ShortFile(std::string_view file)
 {
     std::size_t start = 0;

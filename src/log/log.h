@@ -3,9 +3,9 @@
 //
 //   2026-11-21T03:20:11.123456Z cdbd 12 src/agent/session:Commit:87 commit 17 by root
 //
-// SFLOW_LOG names the file ("-", the default, is standard error), SFLOW_LOG_LEVEL the lowest level
-// written (default 12). Control characters of a text are escaped. Used by cdbd, sflow-mgr and the
-// client libraries; the daemon itself logs through zlog, whose front ends here.
+// SFLOW_LOG names the file ("-", the default, is standard error), SFLOW_LOG_LEVEL the lowest level written
+// (default 12). Control characters of a text are escaped. Used by cdbd, sflow-mgr and the client libraries;
+// the daemon logs through zlog, whose front calls this.
 
 #ifndef LOG_LOG_H
 #define LOG_LOG_H
@@ -21,16 +21,17 @@ namespace slog {
 
 enum class Level : int { kDebug = 10, kInfo = 11, kNotice = 12, kError = 13 };
 
-/// Opens the log as the environment says, for the process of this name. A file that can't be opened
-/// is named on standard error, where the log then goes.
+/// Opens the log as the environment says, for the process of this name. If the file can't be opened, a line
+/// on standard error names it and the log stays there.
 void Open(std::string_view process);
 
 [[nodiscard]] bool Enabled(int level);
 
-/// One line. `file` is a source path without its ending ("src/agent/session").
+/// Writes one line if the level is enabled; a line that can't be written is lost. `file` is a source path
+/// without its ending ("src/agent/session").
 void Line(int level, std::string_view file, std::string_view function, long line, std::string_view text);
 
-/// A format string that remembers where it stands.
+/// A format string with its place in the source.
 template <typename... Args>
 struct Located {
     // NOLINTNEXTLINE(google-explicit-constructor): stands in for a format string.

@@ -31,7 +31,7 @@ protected:
     void flush_() override {}
 
 private:
-    /// A log that can't be written (full disk, reader gone) must not stop the process: the line is lost.
+    /// A log that can't be written (disk full, reader gone) must not stop the process: the line is lost.
     void WriteWhole(const char* data, std::size_t size) const
     {
         while (size > 0) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The socket: requests, dumps and what comes unasked.
+// The socket: requests, dumps and notifications.
 
 #include "netlink/netlink.h"
 
@@ -40,7 +40,7 @@ NetlinkSocket::NetlinkSocket(int protocol, bool strict) : m_buffer(kBufferSize)
         throw std::system_error(error, std::system_category(), "netlink address");
     }
     m_port = address.nl_pid;
-    // Without these an error has no words and a request is looked at less strictly: no reason to fail.
+    // Optional: without them errors have no text and requests are checked less strictly.
     const int on = 1;
     std::ignore = setsockopt(m_descriptor, SOL_NETLINK, NETLINK_EXT_ACK, &on, sizeof on);
     std::ignore = setsockopt(m_descriptor, SOL_NETLINK, NETLINK_CAP_ACK, &on, sizeof on);
@@ -65,7 +65,7 @@ void NetlinkSocket::SetReceiveBuffer(std::size_t bytes)
 std::uint32_t NetlinkSocket::Send(NetlinkRequest& request)
 {
     nlmsghdr& message = request.Message();
-    if (++m_sequence == 0) ++m_sequence;  // 0 is what comes unasked
+    if (++m_sequence == 0) ++m_sequence;  // 0 marks notifications
     message.nlmsg_seq = m_sequence;
     message.nlmsg_pid = m_port;
     sockaddr_nl kernel{};
@@ -93,7 +93,7 @@ NetlinkSocket::Received NetlinkSocket::Receive(const OnMessage& message)
             Fail("netlink answer");
         }
         if (from.nl_pid != 0) continue;  // not from the kernel: any process may send to us
-        // The kernel sends no larger ones than the buffer asks for; if it did, something would be lost.
+        // The kernel sends no datagram larger than this buffer; if it did, part of it would be lost.
         if (static_cast<std::size_t>(size) > m_buffer.size()) return Received::kLost;
         const auto* at = reinterpret_cast<const nlmsghdr*>(m_buffer.data());
         int left = static_cast<int>(size);
@@ -117,7 +117,7 @@ NetlinkSocket::Outcome NetlinkSocket::Exchange(NetlinkRequest& request, const On
     bool done = false;
     bool interrupted = false;
     std::optional<NetlinkError> error;
-    std::exception_ptr thrown;  // by `answer`; the rest is taken all the same, or it would lie in the way
+    std::exception_ptr thrown;  // by `answer`; rethrown once the other answers are taken
     const auto take = [&](const nlmsghdr& message) {
         if (!IsAnswer(message, sequence)) return;
         if ((message.nlmsg_flags & NLM_F_DUMP_INTR) != 0) interrupted = true;

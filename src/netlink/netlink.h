@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A netlink(7) socket and its messages, on libmnl: requests with acknowledgement, dumps, and messages that
-// come unasked. It knows nothing of what the messages mean. The reader of attributes takes any bytes.
-// Used by the monitor, the route look-ups and the counter reader of this folder.
+// A netlink(7) socket and its messages, on libmnl: requests with acknowledgement, dumps, and notifications.
+// It does not interpret messages. The attribute reader is safe on any bytes. Numbers are in host byte order.
+// Used by src/net.
 
 #ifndef NETLINK_NETLINK_H
 #define NETLINK_NETLINK_H
@@ -36,8 +36,8 @@ public:
     void AddBytes(std::uint16_t type, std::span<const std::uint8_t> bytes);
     void AddU8(std::uint16_t type, std::uint8_t value) { AddBytes(type, {&value, 1}); }
     void AddU32(std::uint16_t type, std::uint32_t value);
-    void AddText(std::uint16_t type, std::string_view text);  // ends with a zero
-    /// Everything added until EndNest stands inside.
+    void AddText(std::uint16_t type, std::string_view text);  // with its terminating zero
+    /// Attributes added until EndNest are nested in this one. EndNest takes the value returned.
     [[nodiscard]] std::size_t BeginNest(std::uint16_t type);
     void EndNest(std::size_t begun);
 
@@ -49,7 +49,8 @@ private:
     std::vector<std::uint8_t> m_bytes;
 };
 
-/// One attribute of a message that was received; its readers give 0 or nothing when it is too short.
+/// One attribute of a received message, valid while the message is. Its readers return 0 or empty if it is
+/// absent or too short.
 class Attribute {
 public:
     Attribute() = default;
@@ -62,16 +63,16 @@ public:
     [[nodiscard]] std::uint16_t U16() const;
     [[nodiscard]] std::uint32_t U32() const;
     [[nodiscard]] std::uint64_t U64() const;
-    [[nodiscard]] std::string_view Text() const;  // up to its zero
+    [[nodiscard]] std::string_view Text() const;  // up to its first zero
 
 private:
     const nlattr* m_attribute = nullptr;
 };
 
-/// Walks attributes; `bytes` as Payload or Attribute::Bytes (of a nest) give it.
+/// Visits each attribute; `bytes` come from Payload, or from Attribute::Bytes of a nest.
 void ForEachAttribute(std::span<const std::uint8_t> bytes, const std::function<void(Attribute)>& visit);
 
-/// The attributes up to type N - 1 by type; of several of one type, the last.
+/// The attributes of types below N, indexed by type; the last one if a type occurs twice.
 template <std::size_t N>
 std::array<Attribute, N> ReadAttributes(std::span<const std::uint8_t> bytes)
 {
@@ -82,10 +83,10 @@ std::array<Attribute, N> ReadAttributes(std::span<const std::uint8_t> bytes)
     return attributes;
 }
 
-/// What stands behind the family's header of this size; empty when the message is shorter.
+/// The bytes behind the family's header of this size; empty if the message is shorter.
 [[nodiscard]] std::span<const std::uint8_t> Payload(const nlmsghdr& message, std::size_t headerSize);
 
-/// The family's header; null when the message is shorter.
+/// The family's header; null if the message is shorter.
 template <typename Header>
 const Header* HeaderOf(const nlmsghdr& message)
 {
@@ -93,7 +94,8 @@ const Header* HeaderOf(const nlmsghdr& message)
     return reinterpret_cast<const Header*>(reinterpret_cast<const std::uint8_t*>(&message) + NLMSG_HDRLEN);
 }
 
-/// What it calls with a message must not use the socket: the message lies in its buffer.
+/// A netlink socket, for one thread. A callback must not use the socket: its message lies in the socket's
+/// buffer.
 class NetlinkSocket {
 public:
     using OnMessage = std::function<void(const nlmsghdr&)>;
@@ -107,32 +109,34 @@ public:
 
     [[nodiscard]] int Descriptor() const { return m_descriptor; }
 
-    /// Hears of a multicast group (RTNLGRP_*) from now on. Throws std::system_error.
+    /// Subscribes to a multicast group (RTNLGRP_*). Throws std::system_error.
     void Join(std::uint32_t group);
-    /// Size of the kernel's queue for us, beyond the system's limit where we may; smaller ones too.
+    /// Sets the size of the kernel's queue for this socket; beyond the system's limit only if the process
+    /// may. Throws std::system_error.
     void SetReceiveBuffer(std::size_t bytes);
 
-    /// Sends the request and waits for its end: the answers of a dump (NLM_F_DUMP among its flags), or
-    /// those before the acknowledgement, which is asked for. An error of the kernel's is thrown as
-    /// std::system_error, with its own words where it has some; also ETIMEDOUT after 5 s. A dump that
-    /// changes disturbed is repeated a few times, after `restart`; false when it stays disturbed.
+    /// Sends the request and waits for its end: the end of a dump (NLM_F_DUMP), or the acknowledgement, which
+    /// is asked for. Throws std::system_error for the kernel's error, with the kernel's text if it has one,
+    /// and ETIMEDOUT after 5 s. A dump that changes interrupt is repeated up to 5 times in all, after
+    /// `restart`; returns false if the last is interrupted too.
     bool Request(NetlinkRequest& request, const OnMessage& answer = nullptr,
                  const std::function<void()>& restart = nullptr);
 
-    /// Sends a request whose answers come by Receive; they bear the sequence number returned.
+    /// Sends a request without waiting; Receive delivers the answers, which carry the returned sequence
+    /// number. Throws std::system_error.
     std::uint32_t Send(NetlinkRequest& request);
-    /// It answers what we have sent under this number.
+    /// Whether the message answers the request with this sequence number.
     [[nodiscard]] bool IsAnswer(const nlmsghdr& message, std::uint32_t sequence) const
     {
         return message.nlmsg_seq == sequence && message.nlmsg_pid == m_port;
     }
 
     enum class Received { kNothing, kMessages, kLost };
-    /// What has come, one datagram at most, without waiting: also NLMSG_DONE, NLMSG_ERROR. kLost when
-    /// the kernel had to drop messages for us. Throws std::system_error.
+    /// Takes one datagram if there is one, without waiting; its messages include NLMSG_DONE and NLMSG_ERROR.
+    /// kLost if the kernel has dropped messages for this socket. Throws std::system_error.
     Received Receive(const OnMessage& message);
 
-    /// Waits until something has come or the time is over (false).
+    /// Waits until a message has come; returns false if the time passes first.
     [[nodiscard]] bool Wait(int milliseconds) const;
 
 private:
@@ -145,21 +149,23 @@ private:
     std::vector<std::uint8_t> m_buffer;
 };
 
-/// The error that an NLMSG_ERROR carries, with the kernel's words; nothing for an acknowledgement.
+/// The error that an NLMSG_ERROR or NLMSG_DONE carries, with the kernel's text; nullopt for an
+/// acknowledgement.
 struct NetlinkError {
     int number = 0;  // errno
     std::string text;
 };
 [[nodiscard]] std::optional<NetlinkError> ErrorOf(const nlmsghdr& message);
 
-/// A generic netlink family: its number and its multicast groups.
+/// A generic netlink family: its number and its multicast groups. Group returns nullopt if it has none of
+/// that name.
 struct GenericFamily {
     std::uint16_t id = 0;
     std::vector<std::pair<std::string, std::uint32_t>> groups;
     [[nodiscard]] std::optional<std::uint32_t> Group(std::string_view name) const;
 };
-/// Asks for it by name ("ethtool") on a NETLINK_GENERIC socket; throws std::system_error, ENOENT where
-/// the kernel has none of that name.
+/// Asks for it by name ("ethtool") on a NETLINK_GENERIC socket. Throws std::system_error, ENOENT if the
+/// kernel has no such family.
 [[nodiscard]] GenericFamily FindGenericFamily(NetlinkSocket& socket, std::string_view name);
 
 }  // namespace net

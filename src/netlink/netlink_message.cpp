@@ -115,7 +115,7 @@ std::optional<NetlinkError> ErrorOf(const nlmsghdr& message)
     if (message.nlmsg_type != NLMSG_ERROR || (message.nlmsg_flags & NLM_F_ACK_TLVS) == 0) return error;
     const auto* answer = HeaderOf<nlmsgerr>(message);
     if (answer == nullptr) return error;
-    // The request itself stands between, unless the kernel says that it has left it out.
+    // The request itself comes before them, unless the kernel has left it out.
     std::size_t before = sizeof(nlmsgerr);
     if ((message.nlmsg_flags & NLM_F_CAPPED) == 0 && answer->msg.nlmsg_len > sizeof(nlmsghdr))
         before += answer->msg.nlmsg_len - sizeof(nlmsghdr);

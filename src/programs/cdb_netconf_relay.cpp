@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // cdb-netconf-relay: connects standard input and output with cdbd's NETCONF socket, as the program of
-// OpenSSH's `Subsystem netconf`. Knows no NETCONF; runs as the user who has logged in.
+// OpenSSH's `Subsystem netconf`. Knows no NETCONF; runs as the user of the login.
 
 #include <unistd.h>
 

@@ -32,8 +32,8 @@
 #include "ipc/trust.h"
 #include "log/log.h"
 
-/// Read by jemalloc, which serves this process: what a large change has taken goes back to the system soon,
-/// by a thread of its own, and two arenas are enough for the loop and the threads beside it.
+/// Read by jemalloc, this process's allocator. Memory freed after a large change goes back to the system
+/// soon, by a thread of jemalloc's own; two arenas are enough for the loop and the threads beside it.
 extern "C" {
 extern const char* malloc_conf;
 const char* malloc_conf = "narenas:2,background_thread:true,dirty_decay_ms:500,muzzy_decay_ms:0";
@@ -47,7 +47,7 @@ std::optional<std::string> Variable(const char* name)
     return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
 }
 
-/// Whether log lines do not reach who starts the program.
+/// Whether log lines go to a file, so that a failure must also be written to standard error.
 bool LogIsFile() { return Variable("SFLOW_LOG").value_or("-") != "-"; }
 
 std::int64_t Now()
@@ -75,7 +75,7 @@ void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema,
     slog::Notice("loaded {} as commit {}", options.initFile.string(), store.LastCommit());
 }
 
-/// Those who read the store are the switch's processes, whatever user we run as.
+/// Gives the store to the group of the switch's processes, which read it whatever user this process runs as.
 void ShareStore(const agent::ProgramOptions& options)
 {
     const auto group = ipc::FindGroup(options.switchGroup);
@@ -106,7 +106,7 @@ agent::AgentOptions AgentOptionsOf(const agent::ProgramOptions& options)
     return result;
 }
 
-/// Reads the rules of access again on each SIGHUP.
+/// Reads the access rules again on each SIGHUP.
 void FollowReloads(boost::asio::signal_set& reloads, agent::Access& access)
 {
     reloads.async_wait([&reloads, &access](const boost::system::error_code& error, int) {
@@ -121,7 +121,8 @@ void FollowReloads(boost::asio::signal_set& reloads, agent::Access& access)
 
 void Run(const agent::ProgramOptions& options)
 {
-    // Destroyed from the last to the first. Requests that wait in the loop hold trees of the schema.
+    // The order matters: requests that wait in the loop hold trees of the schema, which must be destroyed
+    // last.
     std::unique_ptr<cdb::Schema> schema;
     boost::asio::io_context loop(1);
     boost::asio::signal_set signals(loop, SIGTERM, SIGINT);
@@ -167,7 +168,7 @@ void Run(const agent::ProgramOptions& options)
 int main(int argc, char** argv)
 {
     try {
-        std::error_code ignored;  // without it the installed modules are taken
+        std::error_code ignored;  // without its own path it uses the installed modules
         const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
         const auto options = agent::ParseOptions(argc, argv, program, &Variable);
         if (options.help || options.version) {

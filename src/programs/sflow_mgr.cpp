@@ -26,7 +26,7 @@ std::string RunDirectory()
     return directory == nullptr || *directory == '\0' ? "/run/sflow-switch" : directory;
 }
 
-/// Whether log lines do not reach who starts the program.
+/// Whether log lines go to a file, so that a failure must also be written to standard error.
 bool LogIsFile()
 {
     const char* log = std::getenv("SFLOW_LOG");
@@ -36,17 +36,17 @@ bool LogIsFile()
 void Run(const manager::Options& options)
 {
     const std::string directory = RunDirectory();
-    // Operators and processes pass through it: see docs/architecture.md.
+    // Operators and the switch's processes must be able to pass through it: see docs/architecture.md.
     if (std::filesystem::create_directories(directory))
         std::filesystem::permissions(directory, std::filesystem::perms{0751});
 
-    // No other thread touches it: no locks.
+    // Only this thread touches the loop, so it needs no locks.
     boost::asio::io_context loop(BOOST_ASIO_CONCURRENCY_HINT_UNSAFE);
     boost::asio::signal_set signals(loop, SIGTERM, SIGINT);
     signals.async_wait([&loop](const boost::system::error_code& error, int) {
         if (!error) loop.stop();
     });
-    std::signal(SIGPIPE, SIG_IGN);  // a journal may be a pipe that nobody reads
+    std::signal(SIGPIPE, SIG_IGN);  // the log may be a pipe whose reader has gone
     const auto timers = base::MakeTimers(loop);
     base::ServiceNotifier serviceManager(*timers);  // connects before system calls are restricted
     const manager::Assembly assembly(loop, options, directory);

@@ -54,7 +54,7 @@ bool Run(const cli::Options& options)
         return std::make_unique<netconf::Client>(netconf::Client::Connect(options.socket));
     };
     environment.loadYang = [&] {
-        std::error_code ignored;  // without the program's own path the installed modules are taken
+        std::error_code ignored;  // without the program's own path it uses the installed modules
         const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
         schema = cdb::Schema::Load(cdb::YangDirectory(program, Variable("SFLOW_YANG_DIR")));
         return schema->Context();

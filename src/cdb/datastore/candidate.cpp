@@ -150,7 +150,7 @@ void Candidate::Patch(const RowChanges& changes)
     const Reading reading(*this);
     CandidateView now(m_schema, *this);
     PatchedView patched(now, changes);
-    // All is read before anything changes: the view shows the tree.
+    // Everything is read before anything changes, since the view reads the tree.
     TreePtr tree = EmptyTree(m_schema);
     LoadTrunk(m_schema, tree.get(), patched);
     Units units;
@@ -169,7 +169,7 @@ void Candidate::Patch(const RowChanges& changes)
     for (const auto& [place, unit] : m_units) {
         if (!units.try_emplace(place, unit).second || unit.node == nullptr) continue;
         lyd_unlink_tree(unit.node);
-        // It stood in such a tree before: the schema can't object.
+        // It was in such a tree before, so the schema can't object.
         static_cast<void>(lyd_insert_child(ParentIn(tree.get(), place.node), unit.node));
     }
     m_units = std::move(units);

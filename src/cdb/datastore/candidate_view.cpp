@@ -56,7 +56,7 @@ void CandidateView::ForEachUnit(NodeId list, const EntryVisit& visit)
     const auto& units = m_candidate.Touched();
     auto next = units.lower_bound({list, {}});
     bool goesOn = true;
-    // The touched units before `keys`; all: null.
+    // Shows the touched units before `keys`, or all if it is null.
     const auto showTouched = [&](const std::vector<std::string>* keys) {
         for (; goesOn && next != units.end() && next->first.node == list; ++next) {
             if (keys != nullptr && !(next->first.keys < *keys)) return;
@@ -96,7 +96,7 @@ void TouchedView::ForEach(NodeId list, std::span<const std::string> parentKeys, 
     for (auto it = units.lower_bound({list, {}}); it != units.end() && it->first.node == list; ++it) {
         const Row* row = m_rows->Get(list, it->first.keys);
         if (row == nullptr) continue;
-        const Row kept = *row;  // the visit may get others
+        const Row kept = *row;  // the visit may call Get
         if (!visit(Views(it->first.keys), kept)) return;
     }
 }

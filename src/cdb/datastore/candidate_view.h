@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The candidate's rows: running's, but for what was touched. And rows with others put over them.
+// The candidate's rows: running's, except for the touched units and the trunk. And views that patch or
+// restrict other rows.
 
 #ifndef CDB_DATASTORE_CANDIDATE_VIEW_H
 #define CDB_DATASTORE_CANDIDATE_VIEW_H
@@ -12,7 +13,7 @@
 
 namespace cdb {
 
-/// Lives no longer than the candidate stays unchanged.
+/// The candidate's rows. Valid until the candidate changes.
 class CandidateView final : public RowView {
 public:
     CandidateView(const Schema& schema, const Candidate& candidate);
@@ -21,7 +22,7 @@ public:
     void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
 
 private:
-    /// The touched unit that these keys begin with; null: it was not touched.
+    /// The touched unit that these keys begin with; null if it was not touched.
     [[nodiscard]] const Candidate::Unit* UnitOf(NodeId node, std::span<const std::string> keys) const;
     void ForEachUnit(NodeId list, const EntryVisit& visit);
     void ForEachIn(const lyd_node* unit, NodeId list, std::span<const std::string> parentKeys,
@@ -33,7 +34,7 @@ private:
     Row m_row;
 };
 
-/// Of other rows those of the trunk and of the units that were touched.
+/// Restricts other rows to the trunk and the touched units.
 class TouchedView final : public RowView {
 public:
     TouchedView(const Candidate& candidate, std::unique_ptr<RowView> rows)
@@ -52,7 +53,7 @@ private:
     const std::unique_ptr<RowView> m_rows;
 };
 
-/// Rows with changes put over them. Both outlive it.
+/// Rows with changes applied on top. Both must outlive it.
 class PatchedView final : public RowView {
 public:
     PatchedView(RowView& below, const Candidate::RowChanges& changes) : m_below(below), m_changes(changes) {}

@@ -11,18 +11,18 @@
 namespace cdb {
 namespace {
 
-/// An entry or a container with what is below it, without libyang and without defaults.
+/// An entry or a container with everything below it, without libyang and without defaults.
 struct Branch {
     NodeId node = kNoNode;
     std::vector<std::string> keys;  // own
-    std::optional<Row> row;         // of a plain container: where a leaf is explicit
+    std::optional<Row> row;         // of a plain container: only if a leaf is explicit
     std::vector<Branch> below;      // by schema order and keys
 };
 
 using Order = std::pair<NodeId, const std::vector<std::string>&>;
 Order OrderOf(const Branch& branch) { return {branch.node, branch.keys}; }
 
-/// Of running, with everything below.
+/// A branch of running.
 Branch ReadBranch(const SchemaTable& table, RowView& rows, NodeId id, const std::vector<std::string>& allKeys,
                   std::optional<Row> row)
 {
@@ -48,7 +48,7 @@ Branch ReadBranch(const SchemaTable& table, RowView& rows, NodeId id, const std:
     return branch;
 }
 
-/// Of a tree, with everything below.
+/// A branch of a tree.
 Branch ReadBranch(const Schema& schema, const lyd_node* node)
 {
     const auto& table = schema.Table();
@@ -69,7 +69,8 @@ public:
     {
     }
 
-    /// A container of the trunk; `now` null: a presence container that is not there.
+    /// Compares a container of the trunk; `now` is null if a presence container does not exist. Returns
+    /// whether it has changes.
     bool Trunk(NodeId id, const lyd_node* now, ChangeNode& change);
 
     std::vector<RowChange> TakeRows() { return std::move(m_rows); }
@@ -91,14 +92,14 @@ private:
     const Candidate& m_candidate;
     const bool m_firstOnly;
     std::vector<RowChange> m_rows;
-    std::vector<std::string> m_keys;  // of the entries on the way, the place's own included
+    std::vector<std::string> m_keys;  // of the entries on the path, the current one included
 };
 
 bool Says(const ChangeNode& change) { return change.op != ChangeOp::kNone || !change.children.empty(); }
 
 void SortChildren(ChangeNode& change)
 {
-    // Entries stand in order already; leaves and the rest are put into the schema's order.
+    // Entries are in order already; leaves and the rest are put into the schema's order.
     std::stable_sort(change.children.begin(), change.children.end(),
                      [](const ChangeNode& a, const ChangeNode& b) { return a.node < b.node; });
 }
@@ -202,7 +203,7 @@ void Comparer::Leaves(NodeId id, const std::optional<Row>& before, const std::op
     const Row none;
     const auto old = LeavesOf(m_table, id, before ? *before : none);
     const auto fresh = LeavesOf(m_table, id, now ? *now : none);
-    bool differs = false;  // a leaf that the schema has no more is no difference
+    bool differs = false;  // leaves that the schema no longer has do not count
     for (std::size_t i = 0; i < fresh.size(); ++i) {
         differs = differs || old[i].own != fresh[i].own;
         if (old[i].effective == fresh[i].effective) continue;

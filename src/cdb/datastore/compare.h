@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What differs between running and the candidate, looked for only where the candidate was touched: the change
-// set for subscribers, the rows for the store, and the rows as they were. Changes neither. Used by the
-// datastore.
+// Compares running and the candidate where the candidate was touched: the change set for subscribers, and the
+// rows before and after for the store. Changes neither. Used by the datastore.
 
 #ifndef CDB_DATASTORE_COMPARE_H
 #define CDB_DATASTORE_COMPARE_H
@@ -16,13 +15,13 @@ namespace cdb {
 
 struct Difference {
     ChangeNode root;              // as in ChangeSet
-    std::vector<RowChange> rows;  // parents before what is below them
+    std::vector<RowChange> rows;  // parents before their children
 };
 
-/// While a Reading of the candidate lives.
+/// Only while a Reading of the candidate lives.
 Difference Compare(const Schema& schema, const Candidate& candidate);
 
-/// Whether any row differs; ends at the first one.
+/// Whether any row differs; stops at the first one. Only while a Reading of the candidate lives.
 bool Differs(const Schema& schema, const Candidate& candidate);
 
 }  // namespace cdb

@@ -13,7 +13,7 @@ Value Effective(const SchemaTable& table, const std::vector<LeafState>& leaves, 
     if (leaf.own != Value{}) return leaf.own;
     const auto& node = table[leaf.node];
     if (node.defaultRef == kNoNode) return node.defaultValue;
-    // The leaf referred to is another one of this entry, and refers no further.
+    // The leaf referred to is in this entry, and refers to no other.
     for (const auto& other : leaves)
         if (other.node == node.defaultRef)
             return other.own != Value{} ? other.own : table[other.node].defaultValue;

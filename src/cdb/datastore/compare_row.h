@@ -20,10 +20,10 @@ Row RowOf(const Schema& schema, const lyd_node* holder);
 struct LeafState {
     NodeId node = kNoNode;
     Value own;        // its explicit value
-    Value effective;  // its own, else of the leaf that its default refers to, else its default
+    Value effective;  // its own, else that of the leaf its default refers to, else its default
 };
 
-/// All leaves that the schema has there, in schema order, keys left out.
+/// All leaves that the schema has in this node, in schema order, without keys.
 std::vector<LeafState> LeavesOf(const SchemaTable& table, NodeId id, const Row& row);
 
 }  // namespace cdb

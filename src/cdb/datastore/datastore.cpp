@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operations on the datastores, each wired of its parts: editor, validator, comparison, store.
+// The operations on the datastores, made of the editor, the validator, the comparison and the store.
 
 #include "cdb/datastore/datastore.h"
 
@@ -20,8 +20,7 @@
 namespace cdb {
 namespace {
 
-/// After so many changed rows the memory that came free is given back to the system: a load's
-/// transient trees would stay in the process for ever.
+/// With more touched units than this, the old tree is kept for TidyUp, since freeing it takes long.
 constexpr std::size_t kLargeChange = 1000;
 
 std::string TextOf(const std::vector<Error>& errors)
@@ -75,7 +74,7 @@ public:
         return transaction.Commit();
     }
 
-    /// The candidate is as running is.
+    /// Makes the candidate equal to running.
     void Settle()
     {
         const bool isLarge = candidate.Touched().size() > kLargeChange;
@@ -84,7 +83,8 @@ public:
         if (isLarge) garbage.push_back(std::move(before));
     }
 
-    /// The leaves that a callpoint would have written: those that another leaf's default refers to.
+    /// Makes explicit the leaves that a callpoint would have written: those that another leaf's default
+    /// refers to.
     void FillDefaults(const NewEntry& created, std::vector<std::string>& warnings)
     {
         lyd_node* entry = candidate.Find({created.path.Node(), created.path.steps.back().keys});
@@ -106,7 +106,7 @@ public:
     Store& store;
     Validator validator;
     cdb::Candidate candidate;
-    bool isVerified = true;  // the candidate as it is was validated
+    bool isVerified = true;  // the current candidate was validated
     std::vector<TreePtr> garbage;
 
 private:
@@ -116,7 +116,7 @@ private:
         return schema;
     }
 
-    /// What was written with other modules has to fit these.
+    /// Checks that rows which were written with other modules fit these.
     const Schema& TakeOver()
     {
         const SchemaTable before = store.Schema();
@@ -259,7 +259,7 @@ void Datastore::Discard() { m_impl->Settle(); }
 std::optional<Error> Datastore::Undo(const HistoryEntry& entry)
 {
     m_impl->isVerified = false;
-    if (!entry.undo.empty()) {  // of an older program: an edit
+    if (!entry.undo.empty()) {  // of an older version: an edit
         lyd_node* parsed = nullptr;
         const auto result = lyd_parse_data_mem(m_impl->schema.Context(), entry.undo.c_str(), LYD_XML,
                                                LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &parsed);
@@ -272,7 +272,7 @@ std::optional<Error> Datastore::Undo(const HistoryEntry& entry)
     cdb::Candidate::RowChanges rows;
     for (const auto& each : entry.undoRows) {
         auto key = m_impl->store.RowKeyOf(each.key);
-        if (!key) continue;  // of a node that the schema has no more
+        if (!key) continue;  // the schema no longer has the node
         rows.emplace(std::pair(key->node, std::move(key->keys)), each.row);
     }
     m_impl->candidate.Patch(rows);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The way through the edit and what each operation means. The changes themselves: edit_change.cpp.
+// Walks the edit and decides what each operation does. The changes themselves: edit_change.cpp.
 
 #include "cdb/datastore/edit.h"
 
@@ -15,7 +15,7 @@ bool IsPresence(const lysc_node* node)
     return node->nodetype == LYS_CONTAINER && (node->flags & LYS_PRESENCE) != 0;
 }
 
-/// Leaves of one name stand side by side in a parsed edit.
+/// Leaves of one name are adjacent in a parsed edit.
 bool IsTwin(const lyd_node* leaf)
 {
     return leaf->prev->next != nullptr && leaf->prev->schema == leaf->schema;
@@ -41,7 +41,7 @@ Editor::Editor(const Schema& schema, Candidate& candidate, EditLog& log, const E
 
 std::optional<Error> Editor::Apply(const lyd_node* edit, DefaultOperation operation)
 {
-    // What a replacing edit does not mention goes.
+    // A replacing edit deletes what it does not mention.
     if (operation == DefaultOperation::kReplace) EmptyUnmentioned(edit);
     return ApplySiblings(edit, InitialOperation(operation), nullptr);
 }
@@ -83,7 +83,7 @@ Editor::Result Editor::ApplyOpaque(const lyd_node* edit, EditOp inherited, lyd_n
     const auto own = OperationOf(edit, inherited);
     if (const auto* error = std::get_if<Error>(&own)) return *error;
     const auto operation = std::get<EditOp>(own);
-    // A leaf to delete needs no value, so one that its type does not accept is no error.
+    // A leaf to delete needs no value, so an empty one is no error even if its type does not accept that.
     const lysc_node* meant = MeantBy(m_schema, edit);
     const auto* opaque = reinterpret_cast<const lyd_node_opaq*>(edit);
     const bool isEmpty = opaque->child == nullptr && (opaque->value == nullptr || *opaque->value == '\0');
@@ -127,7 +127,7 @@ Editor::Result Editor::ApplyLeaf(const lyd_node* edit, EditOp operation, lyd_nod
 
 Editor::Result Editor::ApplyContainer(const lyd_node* edit, EditOp operation, lyd_node* parent)
 {
-    // A presence container comes and goes as an entry without keys does.
+    // A presence container is created and deleted like an entry without keys.
     if (IsPresence(edit->schema)) return ApplyEntry(edit, operation, parent);
     lyd_node* container = FindSingle(SiblingsBelow(parent), edit->schema);
     if (container == nullptr) {  // inside an entry that is being made

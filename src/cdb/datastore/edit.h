@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Applies one edit (RFC 6241, section 7.2) to the candidate in place. Every change goes into the log that it
-// is given. Whether the result is valid is not looked at here. Used by the datastore.
+// Applies one edit (RFC 6241, section 7.2) to the candidate in place. Every change goes into the given log.
+// Does not validate the result. Used by the datastore.
 
 #ifndef CDB_DATASTORE_EDIT_H
 #define CDB_DATASTORE_EDIT_H
@@ -19,13 +19,13 @@ namespace cdb {
 
 class Editor {
 public:
-    /// While a Reading of the candidate lives. `kWayOnly`: new entries are made without their content, to
-    /// find out which there are; the log is to be rolled back then.
+    /// Only while a Reading of the candidate lives. `kWayOnly`: new entries are made without their content,
+    /// only to find them; the caller must roll the log back.
     enum class Depth { kAll, kWayOnly };
     Editor(const Schema& schema, Candidate& candidate, EditLog& log, const EditWrites& writes,
            Depth depth = Depth::kAll);
 
-    /// The first error; what was applied before it stays applied.
+    /// Returns the first error; earlier changes stay applied.
     std::optional<Error> Apply(const lyd_node* edit, DefaultOperation operation);
 
     /// The created entries of lists with a callpoint, in the edit's order.
@@ -41,7 +41,7 @@ private:
     Result ApplyContainer(const lyd_node* edit, EditOp operation, lyd_node* parent);
     Result ApplyEntry(const lyd_node* edit, EditOp operation, lyd_node* parent);
 
-    /// Makes the list entry or presence container, with what the edit says of it.
+    /// Makes the list entry or presence container with the edit's content.
     Result Create(const lyd_node* edit, EditOp operation, lyd_node* parent);
     Result Write(lyd_node* entry, const std::string& callpoint);
     lyd_node* WayTo(lyd_node* entry, const EditWrites::Write& write);
@@ -50,13 +50,13 @@ private:
     [[nodiscard]] bool IsThere(const lyd_node* leaf) const;
     void Set(const lyd_node* edit, lyd_node* present, lyd_node* parent);
     void Unset(lyd_node* leaf);
-    /// Where the edit's entry or presence container stands; null: nowhere.
+    /// The candidate's node for the edit's entry or presence container; null if there is none.
     lyd_node* FindPresent(const lyd_node* edit, lyd_node* parent);
-    /// The same without loading it.
+    /// Whether FindPresent would return one, without loading it.
     [[nodiscard]] bool IsPresent(const lyd_node* edit, const lyd_node* parent) const;
     void TakeOutPresent(const lyd_node* edit, lyd_node* parent);
 
-    /// Takes out everything explicit in a plain container; returns the container that stands there now.
+    /// Removes everything explicit from a plain container; returns the container that is there now.
     lyd_node* Empty(lyd_node* container);
     void EmptyTrunk(lyd_node* container);
     void EmptyList(NodeId list);
@@ -72,7 +72,7 @@ private:
     std::vector<NewEntry> m_created;
     std::vector<bool> m_asksBelow;                             // by NodeId: a list below has a callpoint
     std::unordered_set<const lyd_node*> m_writtenByCallpoint;  // leaves: absent for the rest of the edit
-    int m_fresh = 0;                                           // inside so many entries just made
+    int m_fresh = 0;                                           // how many new entries are around the node
 };
 
 }  // namespace cdb

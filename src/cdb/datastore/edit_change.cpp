@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The changes that the editor makes. What calls for them: edit.cpp.
+// The changes that the editor makes. The decisions: edit.cpp.
 
 #include <libyang/libyang.h>
 
@@ -14,7 +14,7 @@ lyd_node* Copy(const lyd_node* node, lyd_node* parent, bool whole)
     lyd_node* copy = nullptr;
     const std::uint32_t options = LYD_DUP_NO_META | (whole ? LYD_DUP_RECURSIVE : 0);
     if (lyd_dup_single(node, reinterpret_cast<lyd_node_inner*>(parent), options, &copy) != LY_SUCCESS)
-        throw std::bad_alloc();  // the node is in one tree already: nothing else can go wrong
+        throw std::bad_alloc();  // the node is in a tree already: nothing else can fail
     return copy;
 }
 
@@ -115,7 +115,7 @@ void Editor::Unset(lyd_node* leaf)
 bool Editor::IsPresent(const lyd_node* edit, const lyd_node* parent) const
 {
     if (m_candidate.IsUnit(edit->schema)) return m_candidate.Exists(m_candidate.PlaceOf(edit));
-    lyd_node* present = nullptr;  // stays so where there is none
+    lyd_node* present = nullptr;  // stays null if there is none
     static_cast<void>(lyd_find_sibling_first(SiblingsBelow(parent), edit, &present));
     return present != nullptr;
 }
@@ -140,7 +140,7 @@ void Editor::TakeOutPresent(const lyd_node* edit, lyd_node* parent)
         return;
     }
     lyd_node* present = FindPresent(edit, parent);
-    // What is outside of the tree, below a presence container of the trunk, goes too.
+    // Units below a presence container of the trunk need not be in the tree: they are deleted too.
     if (m_candidate.IsTrunk(present->schema)) EmptyTrunk(present);
     m_log.TakeOut(present);
 }

@@ -17,7 +17,7 @@ Error Make(ErrorTag tag, const lyd_node* edit, std::string message)
     return error;
 }
 
-/// The names of the node's children of the configuration: what could stand there.
+/// The names of the node's configuration children, for the remedy.
 std::string ChildrenOf(const Schema& schema, NodeId parent)
 {
     std::string names;
@@ -63,7 +63,7 @@ Error UnknownElement(const Schema& schema, const lyd_node* edit, const lyd_node_
 
 Error MissingKey(const lyd_node* edit, const lysc_node* list)
 {
-    // The first key that is not there as an element of that name.
+    // Names the first key without an element.
     const auto has = [edit](const char* name) {
         for (const lyd_node* child = lyd_child(edit); child != nullptr; child = child->next)
             if (std::string_view(LYD_NAME(child)) == name) return true;
@@ -92,7 +92,7 @@ Error MissingKey(const lyd_node* edit, const lysc_node* list)
                 "an entry of list \"" + std::string(list->name) + "\" can't be read; check its keys");
 }
 
-/// What would do as a value of the leaf.
+/// The remedy: values that the leaf accepts.
 std::string Remedy(const SchemaNode& leaf)
 {
     switch (leaf.type) {
@@ -110,7 +110,8 @@ std::string Remedy(const SchemaNode& leaf)
     }
 }
 
-/// libyang's last message without its end. Of an address its pattern would not help anybody.
+/// libyang's last message without its full stop; empty for an address, whose pattern would not help the
+/// reader.
 std::string Reason(const ly_ctx* context, ValueType type)
 {
     std::string why = LastMessage(context);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What can be wrong with an edit, in words that name the thing and the remedy. Used by the editor.
+// The errors of an edit; each text names the thing and the remedy. Used by the editor.
 
 #ifndef CDB_DATASTORE_EDIT_ERRORS_H
 #define CDB_DATASTORE_EDIT_ERRORS_H
@@ -13,7 +13,7 @@ struct lyd_node;
 
 namespace cdb {
 
-/// Where in the data an edit's node stands; opaque nodes too.
+/// The data path of an edit's node; opaque nodes have one too.
 std::string EditPath(const lyd_node* edit);
 
 Error BadOperation(const lyd_node* edit, const std::string& operation);
@@ -28,10 +28,10 @@ Error NotKept(const lyd_node* edit);
 /// A callpoint's write that the schema does not accept.
 Error BadWrite(const std::string& callpoint, const std::string& path, const std::string& why);
 
-/// The schema node that an opaque node means, or null.
+/// The schema node that an opaque node names, or null.
 const lysc_node* MeantBy(const Schema& schema, const lyd_node* opaque);
 
-/// Why an opaque node is one: libyang keeps so what it can't make sense of.
+/// Why libyang could not read the node and kept it as opaque.
 Error OpaqueError(const Schema& schema, const lyd_node* opaque);
 
 }  // namespace cdb

@@ -10,7 +10,7 @@ namespace {
 
 void SetLeaf(lyd_node* leaf, const char* text, bool asDefault)
 {
-    // The value is canonical, of this leaf's type: it can't be refused, only be the same.
+    // The value is canonical and of this leaf's type: libyang can't refuse it, only find it equal.
     static_cast<void>(lyd_change_term_canon(leaf, text));
     if (!asDefault) {
         ClearDefaultFlag(lyd_parent(leaf));
@@ -74,7 +74,7 @@ void EditLog::TakeBack(Step& step)
     if (step.hidden) {
         m_candidate.Show(*step.hidden);
     } else if (step.taken) {
-        // It stood there before: the schema can't object.
+        // It was there before, so the schema can't object.
         lyd_node* node = step.taken.release();
         static_cast<void>(lyd_insert_child(step.parent, node));
         if (IsExplicit(node)) ClearDefaultFlag(step.parent);

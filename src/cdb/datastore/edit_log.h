@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The changes that one edit has made to a tree, in order, so that they can be taken back. Every
-// change of the candidate by an edit goes through here. Owns what the edit has taken out.
+// The changes that one edit has made to the candidate, in order, so that they can be undone. Every change by
+// an edit goes through here. Owns the nodes that the edit has taken out.
 
 #ifndef CDB_DATASTORE_EDIT_LOG_H
 #define CDB_DATASTORE_EDIT_LOG_H
@@ -19,22 +19,22 @@ public:
     EditLog(const EditLog&) = delete;
     EditLog& operator=(const EditLog&) = delete;
 
-    /// The node has been made and stands in the tree.
+    /// Records a new node that is in the tree.
     void Made(lyd_node* node);
 
-    /// Takes the node out of the tree. Top-level nodes stay in their tree for ever.
+    /// Takes the node out of the tree. It must not be a top-level node.
     void TakeOut(lyd_node* node);
 
-    /// A unit of running that was not touched is gone.
+    /// Deletes an untouched unit of running.
     void Hide(const Place& unit);
 
     /// Gives the leaf another canonical value, explicit or as its default.
     void Change(lyd_node* leaf, const char* text, bool asDefault);
 
-    /// Takes everything back, the last change first.
+    /// Undoes everything, the last change first.
     void RollBack();
 
-    /// Keeps the changes and forgets what was before.
+    /// Keeps the changes and frees what they replaced.
     void Keep() { m_changes.clear(); }
 
 private:

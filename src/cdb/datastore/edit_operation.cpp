@@ -37,7 +37,8 @@ const char* AttributeOf(const lyd_node* edit)
     return nullptr;
 }
 
-/// Siblings of one list stand side by side and are few, or the tree has told them apart already.
+/// Whether a sibling is the same node. Leaves of one name are adjacent; libyang looks entries up by their
+/// keys.
 bool HasTwin(const lyd_node* node)
 {
     if (node->schema->nodetype != LYS_LIST)

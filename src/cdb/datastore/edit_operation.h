@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operation that an edit's node asks for: its attribute (RFC 6241, section 7.2), or what it
-// inherits. Used by the editor.
+// The operation of an edit's node: its attribute (RFC 6241, section 7.2), or the inherited one. Used by the
+// editor.
 
 #ifndef CDB_DATASTORE_EDIT_OPERATION_H
 #define CDB_DATASTORE_EDIT_OPERATION_H
@@ -20,14 +20,14 @@ enum class DefaultOperation : std::uint8_t;  // datastore.h
 
 enum class EditOp { kMerge, kReplace, kCreate, kDelete, kRemove, kNone };
 
-/// What an edit's top-level nodes inherit.
+/// The operation that an edit's top-level nodes inherit.
 EditOp InitialOperation(DefaultOperation operation);
 
-/// The node's own operation, else the inherited one; bad-attribute for one that does not exist.
+/// The node's own operation, else the inherited one; bad-attribute if the operation does not exist.
 std::variant<EditOp, Error> OperationOf(const lyd_node* edit, EditOp inherited);
 
-/// Whether anything below or at the node says an operation or can't be taken as it stands: an opaque
-/// node, an element given twice.
+/// Whether the node can be copied as it is: nothing below it has an operation or is state, opaque or given
+/// twice.
 bool IsPlain(const lyd_node* edit);
 
 }  // namespace cdb

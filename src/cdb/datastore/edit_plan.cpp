@@ -12,8 +12,8 @@
 namespace cdb {
 namespace {
 
-/// Follows an edit through the trunk and remembers which units it makes and takes out. Where callpoints stand
-/// on outermost lists only, that is all there is to know.
+/// Walks an edit through the trunk and keeps the units that it makes and takes out. That suffices if only
+/// outermost lists have callpoints.
 class Planner {
 public:
     Planner(const Schema& schema, const Candidate& candidate)
@@ -26,12 +26,12 @@ public:
         if (operation == DefaultOperation::kReplace)
             for (const auto& node : m_table.Nodes())
                 if (node.kind == NodeKind::kList) EmptyList(node.id);
-        static_cast<void>(Siblings(edit, InitialOperation(operation)));  // an error ends the edit there
+        static_cast<void>(Siblings(edit, InitialOperation(operation)));  // an error ends the plan there
         return std::move(m_created);
     }
 
 private:
-    // Both return false at an error, where the edit ends.
+    // Both return false at an error, which ends the edit.
     bool Siblings(const lyd_node* edit, EditOp operation)
     {
         for (const lyd_node* node = edit; node != nullptr; node = node->next)
@@ -42,7 +42,7 @@ private:
     bool Node(const lyd_node* edit, EditOp inherited)
     {
         const NodeId id = m_schema.IdOf(edit->schema);
-        if (id == kNoNode) return edit->schema == nullptr;  // what is opaque has nothing below it to create
+        if (id == kNoNode) return edit->schema == nullptr;  // an opaque node has nothing below it to create
         const auto own = OperationOf(edit, inherited);
         const auto* operation = std::get_if<EditOp>(&own);
         if (operation == nullptr) return false;
@@ -110,7 +110,7 @@ private:
     const SchemaTable& m_table;
     const Candidate& m_candidate;
     std::vector<NewEntry> m_created;
-    std::map<Place, bool> m_known;  // units that the edit has made, or taken out
+    std::map<Place, bool> m_known;  // units that the edit has made (true) or taken out
     std::set<NodeId> m_emptied;     // lists
 };
 
@@ -127,7 +127,7 @@ std::vector<NewEntry> PlanCreations(const Schema& schema, Candidate& candidate, 
                                     DefaultOperation operation)
 {
     if (!AsksInUnits(schema.Table(), candidate)) return Planner(schema, candidate).Run(edit, operation);
-    // The edit itself, without the content of new entries, and taken back.
+    // Applies the edit itself, without the content of new entries, and undoes it.
     EditLog log(candidate);
     const EditWrites none;
     Editor editor(schema, candidate, log, none, Editor::Depth::kWayOnly);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Finds out which entries with a callpoint an edit creates, without changing anything: whom to ask is known
-// before the edit is applied. Used by the datastore.
+// Finds the entries with a callpoint that an edit creates, before it is applied, and leaves the candidate as
+// it was. Used by the datastore.
 
 #ifndef CDB_DATASTORE_EDIT_PLAN_H
 #define CDB_DATASTORE_EDIT_PLAN_H
@@ -12,7 +12,7 @@
 
 namespace cdb {
 
-/// In the edit's order, up to the edit's first error. While a Reading of the candidate lives.
+/// In the edit's order, up to its first error. Only while a Reading of the candidate lives.
 std::vector<NewEntry> PlanCreations(const Schema& schema, Candidate& candidate, const lyd_node* edit,
                                     DefaultOperation operation);
 

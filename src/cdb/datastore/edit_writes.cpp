@@ -6,7 +6,7 @@ namespace cdb {
 EditWrites::EditWrites(const SchemaTable& table, const std::vector<LeafWrite>& writes)
 {
     for (const auto& write : writes) {
-        // The innermost entry with a callpoint is the one that was asked about.
+        // The callpoint was asked about the innermost entry that has one.
         std::size_t entryEnd = 0;
         Place entry;
         std::vector<std::string> keys;

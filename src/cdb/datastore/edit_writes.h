@@ -22,7 +22,7 @@ public:
     EditWrites() = default;
     EditWrites(const SchemaTable& table, const std::vector<LeafWrite>& writes);
 
-    /// Empty where there are none.
+    /// The writes for this entry; empty if there are none.
     [[nodiscard]] const std::vector<Write>& For(const Place& entry) const;
 
 private:

@@ -106,7 +106,7 @@ std::vector<std::string> KeysOf(const lyd_node* node)
 {
     std::vector<std::string> keys;
     if (node->schema == nullptr || node->schema->nodetype != LYS_LIST) return keys;
-    // In an edit a key may stand twice, and only the first one counts.
+    // In an edit a key may occur twice; only the first counts.
     const lysc_node* next = lysc_node_child(node->schema);
     for (const lyd_node* child = lyd_child(node);
          child != nullptr && child->schema != nullptr && lysc_is_key(child->schema); child = child->next) {

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the datastores need of libyang's data trees: finding, making and taking out nodes in time that
-// does not depend on how many siblings they have. Knows neither edits nor commits. Used by the files
-// of the datastore.
+// Operations on libyang's data trees: finding, making and taking out nodes in time that does not depend on
+// the number of siblings. Knows neither edits nor commits. Used by the datastore and by the agent.
 //
-// The trees here are complete: every plain container stands in them, and every leaf that is at its
-// default, both flagged as default where nothing was set explicitly.
+// The trees here are complete: they have every plain container and every leaf that is at its default, both
+// flagged as default if nothing was set explicitly.
 
 #ifndef CDB_DATASTORE_TREE_H
 #define CDB_DATASTORE_TREE_H
@@ -26,7 +25,7 @@ namespace cdb {
 struct FreeTree {
     void operator()(lyd_node* node) const;
 };
-/// Owns a node with everything below it, or, of a top-level node, all its siblings too.
+/// Owns a node with everything below it and, for a top-level node, all its siblings too.
 using TreePtr = std::unique_ptr<lyd_node, FreeTree>;
 
 /// A step in the data: the schema node, and a list entry's own keys.
@@ -36,19 +35,19 @@ struct Place {
     friend auto operator<=>(const Place&, const Place&) = default;
 };
 
-/// The datastore's tree with nothing set: the top-level containers of the schema table.
+/// A tree with nothing set: the top-level containers of the schema table. Throws FatalError.
 TreePtr EmptyTree(const Schema& schema);
 
-/// How many keys a list has.
+/// The number of a list's keys.
 std::size_t KeyCount(const lysc_node* list);
 
-/// Null where there is none. `siblings`: any of the siblings to look among, or null.
+/// Null if there is none. `siblings`: any of the siblings to search, or null.
 lyd_node* FindSingle(const lyd_node* siblings, const lysc_node* schema);
 lyd_node* FindEntry(const lyd_node* siblings, const lysc_node* schema, const std::vector<std::string>& keys);
 lyd_node* FindPlace(const Schema& schema, const lyd_node* siblings, const Place& place);
 
-/// The place in two trees. What one of them has is looked for in the other by the node itself, at a
-/// fraction of a look-up by the keys' text.
+/// Finds the place in two trees. A node found in one is looked up in the other by itself, which is much
+/// faster than by the keys' text.
 struct BeforeAndNow {
     lyd_node* before = nullptr;
     lyd_node* now = nullptr;
@@ -68,38 +67,38 @@ std::vector<Place> PlacesOf(const Schema& schema, const lyd_node* node);
 /// The row key of an entry or container.
 RowKey RowKeyOf(const Schema& schema, const lyd_node* node);
 
-/// As the client API writes it: "/config/oam/sflow/interface{eth1}".
+/// As in the client API: "/config/oam/sflow/interface{eth1}".
 std::string TextOf(const SchemaTable& table, const RowKey& key);
 
-/// As messages name it: `interface "eth1"`, `leaf "port" of collector "c1"`.
+/// As in messages: `interface "eth1"`, `leaf "port" of collector "c1"`.
 std::string Describe(const lyd_node* node);
 
 /// libyang's data path: "/switch-config:config/switch-oam-sflow:oam/sflow/interface[name='eth1']".
 std::string DataPath(const lyd_node* node);
 
-/// Whether the node was set and is no default that libyang (or this tree) has filled in.
+/// Whether the node was set explicitly, not filled in as a default.
 bool IsExplicit(const lyd_node* node);
 
-/// The leaf's value; the type is the leaf's in the schema table.
+/// The leaf's value; `type` is the leaf's in the schema table. No value if the text does not fit it.
 Value ValueOf(const lyd_node* leaf, ValueType type);
 
-/// Makes a node. Null, with libyang's message kept, where libyang does not accept it.
-/// A plain container comes complete and flagged as default.
+/// Makes a node. Null if libyang does not accept it; LastMessage says why. A plain container is made complete
+/// and flagged as default.
 lyd_node* MakeContainer(lyd_node* parent, const lysc_node* schema);
 lyd_node* MakeEntry(lyd_node* parent, const lysc_node* schema, const std::vector<std::string>& keys);
 lyd_node* MakeLeaf(lyd_node* parent, const lysc_node* schema, const std::string& text);
 
-/// Adds what is missing of plain containers and default leaves below the node. What stands there
-/// flagged as default must be complete already.
+/// Adds the missing plain containers and default leaves below the node. Nodes there that are flagged as
+/// default must be complete already.
 void Complete(lyd_node* node);
 
-/// Flags the container as default where nothing below it is explicit, and its parents likewise.
+/// Flags the container as default if nothing below it is explicit, then its parents likewise.
 void RefreshDefaultFlag(lyd_node* container);
 
-/// Something explicit stands in the container now: neither it nor its parents are at their default.
+/// Clears the flag of the container and its parents; call it when something explicit is put into it.
 void ClearDefaultFlag(lyd_node* container);
 
-/// What libyang said last; empty for nothing.
+/// libyang's last message; empty if there is none.
 std::string LastMessage(const ly_ctx* context);
 
 }  // namespace cdb

@@ -75,7 +75,7 @@ private:
     static bool SetLeaf(lyd_node* holder, const lysc_node* leaf, const std::string& text)
     {
         ClearDefaultFlag(holder);
-        // The top-level containers are complete already.
+        // Top-level containers have their default leaves already.
         if (lyd_node* present = FindSingle(lyd_child(holder), leaf); present != nullptr) {
             const auto result = lyd_change_term(present, text.c_str());
             return result == LY_SUCCESS || result == LY_EEXIST || result == LY_ENOT;

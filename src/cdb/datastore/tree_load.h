@@ -9,15 +9,15 @@
 
 namespace cdb {
 
-// All of them throw FatalError that names the row which the schema does not accept.
+// They throw FatalError that names a row which the schema does not accept.
 
-/// The complete tree of everything.
+/// The complete tree of all rows.
 TreePtr LoadTree(const Schema& schema, RowView& rows);
 
-/// The containers and leaves outside of lists, into the tree with nothing set that begins with this node.
+/// Loads the containers and leaves outside of lists into an empty tree (EmptyTree), which begins with `tree`.
 void LoadTrunk(const Schema& schema, lyd_node* tree, RowView& rows);
 
-/// One entry, complete, below the parent. `row`: the entry's own, no longer the view's.
+/// Loads one entry, complete, below the parent. `row` is the entry's own, and must be a copy of the view's.
 lyd_node* LoadEntry(const Schema& schema, lyd_node* parent, const RowKey& key, const Row& row, RowView& rows);
 
 }  // namespace cdb

@@ -28,7 +28,7 @@ lyd_node* MakeContainer(lyd_node* parent, const lysc_node* schema)
     lyd_node* node = nullptr;
     if (lyd_new_inner(parent, schema->module, schema->name, 0, &node) != LY_SUCCESS) return nullptr;
     if ((schema->flags & LYS_PRESENCE) != 0) return node;
-    // libyang flags the container at once, and completes only what is not flagged.
+    // libyang flags the container at once, and completes only unflagged ones.
     node->flags &= ~static_cast<std::uint32_t>(LYD_DEFAULT);
     Complete(node);
     node->flags |= LYD_DEFAULT;
@@ -37,7 +37,7 @@ lyd_node* MakeContainer(lyd_node* parent, const lysc_node* schema)
 
 lyd_node* MakeEntry(lyd_node* parent, const lysc_node* schema, const std::vector<std::string>& keys)
 {
-    // A list of more keys than this would need more arguments here; none has so many.
+    // Lists with more keys would need more arguments below; the schema has none.
     constexpr std::size_t kMostKeys = 4;
     if (keys.size() > kMostKeys || keys.size() != KeyCount(schema)) return nullptr;
     const auto key = [&](std::size_t i) { return i < keys.size() ? keys[i].c_str() : nullptr; };
@@ -57,7 +57,7 @@ lyd_node* MakeLeaf(lyd_node* parent, const lysc_node* schema, const std::string&
 
 void Complete(lyd_node* node)
 {
-    // Defaults were checked when the modules were compiled: this fails of missing memory only.
+    // Defaults were checked when the modules were compiled: this fails only for lack of memory.
     if (lyd_new_implicit_tree(node, LYD_IMPLICIT_NO_STATE, nullptr) != LY_SUCCESS) throw std::bad_alloc();
 }
 

@@ -31,7 +31,7 @@ void AddOnce(std::vector<Error>& errors, Error error)
     if (std::find(errors.begin(), errors.end(), error) == errors.end()) errors.push_back(std::move(error));
 }
 
-/// libyang stops at a tree's first error: after it each unit is looked at by itself.
+/// libyang stops at a tree's first error, so each unit is then validated by itself.
 std::vector<Error> StructureErrors(const Schema& schema, lyd_node* tree)
 {
     auto first = ValidateTree(schema, tree);

@@ -13,13 +13,13 @@ namespace {
 constexpr std::string_view kDataLocation = "Data location \"";
 constexpr std::string_view kSchemaLocation = "Schema location \"";
 
-/// What stands between the quotes after the words; empty for nothing.
+/// The text between the quotes after `words`; empty if there is none.
 std::string Location(const ly_err_item& item, std::string_view words)
 {
     const std::string_view path = item.path != nullptr ? item.path : "";
     const auto start = path.find(words);
     if (start == std::string_view::npos) return {};
-    // Keys in a data path may contain any quotes; the path's own end is followed by one of these.
+    // Keys in a data path may contain any quotes; the path's closing quote is followed by one of these.
     auto end = path.find("\", ", start + words.size());
     if (end == std::string_view::npos) end = path.rfind("\".");
     if (end == std::string_view::npos || end < start + words.size()) return {};
@@ -59,7 +59,7 @@ Error ValidationError(const Schema& schema, const lyd_node* tree)
     Error error;
     error.message = "the configuration is not valid";
     if (last == nullptr || last->msg == nullptr) return error;
-    // Its texts are needed while libyang is asked for more.
+    // Copies, since further calls of libyang replace its texts.
     const std::string message = last->msg;
     const std::string path = last->path != nullptr ? last->path : "";
     const std::string appTag = last->apptag != nullptr ? last->apptag : "";

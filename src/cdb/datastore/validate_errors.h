@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What libyang says of an invalid tree, in words that name the thing and the remedy.
+// Turns libyang's message about an invalid tree into an error that names the thing and the remedy.
 
 #ifndef CDB_DATASTORE_VALIDATE_ERRORS_H
 #define CDB_DATASTORE_VALIDATE_ERRORS_H
@@ -11,7 +11,7 @@ struct lyd_node;
 
 namespace cdb {
 
-/// libyang's last message as an error. `tree`: what was validated, any top-level node.
+/// libyang's last message as an error. `tree`: any top-level node of the validated tree.
 Error ValidationError(const Schema& schema, const lyd_node* tree);
 
 }  // namespace cdb

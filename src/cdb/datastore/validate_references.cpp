@@ -82,13 +82,13 @@ void DanglingReferences::InTree(const Candidate& candidate, const lyd_node* node
 void DanglingReferences::OfGone(const Candidate& candidate)
 {
     const auto& touched = candidate.Touched();
-    std::set<NodeId> lists;  // with units that are gone
+    std::set<NodeId> lists;  // with deleted units
     for (const auto& [place, unit] : touched)
         if (unit.node == nullptr) lists.insert(place.node);
     for (const auto& reference : m_schema.Constraints().references) {
         if (!lists.contains(reference.list)) continue;
         const NodeId unitList = candidate.ListOf(reference.leaf);
-        if (unitList == kNoNode) continue;  // of the trunk: looked at in the tree
+        if (unitList == kNoNode) continue;  // in the trunk: checked in the tree
         const auto count = static_cast<std::ptrdiff_t>(m_table[unitList].keys.size());
         Place target{reference.list, {""}};
         ForEachValue(candidate.Running(), reference,
@@ -96,7 +96,7 @@ void DanglingReferences::OfGone(const Candidate& candidate)
                          target.keys.front() = value;
                          const auto it = touched.find(target);
                          if (it == touched.end() || it->second.node != nullptr) return;
-                         // A unit that was touched was looked at in the tree.
+                         // Touched units are checked in the tree.
                          if (!touched.contains({unitList, {keys.begin(), keys.begin() + count}}))
                              Add(reference, keys, value);
                      });
@@ -115,7 +115,7 @@ template <typename Visit>
 void DanglingReferences::ForEachValue(RowView& rows, const Reference& reference, Visit&& visit) const
 {
     const auto& leaf = m_table[reference.leaf];
-    // Without keys above, all rows of the node are visited, each with all its keys.
+    // Without parent keys, all rows of the node are visited, each with all its keys.
     rows.ForEach(leaf.parent, {}, [&](std::span<const std::string_view> keys, const Row& row) {
         if (leaf.isKey) {
             const auto& own = m_table[leaf.parent].keys;

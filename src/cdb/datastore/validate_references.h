@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Looks up what leafrefs to the entries of outermost lists name: a hash or the store knows at once what an
-// XPath over all entries finds slowly. Used by the validator.
+// Checks leafrefs to the entries of outermost lists by looking the entries up, which is much faster than an
+// XPath over all entries. Used by the validator.
 
 #ifndef CDB_DATASTORE_VALIDATE_REFERENCES_H
 #define CDB_DATASTORE_VALIDATE_REFERENCES_H
@@ -16,18 +16,19 @@
 
 namespace cdb {
 
-/// libyang no longer resolves the references that are known here. Doing it again changes nothing.
+/// Makes libyang ignore the references that are checked here. Repeating it has no effect.
 void TakeOverReferences(const Schema& schema);
 
 class DanglingReferences {
 public:
-    /// Beyond `limit` they are counted only.
+    /// Beyond `limit`, errors are only counted.
     DanglingReferences(const Schema& schema, std::size_t limit);
 
-    /// Of what was touched, and of what refers to units that are gone.
+    /// Checks the references of what was touched, and those to deleted units. Needs a Reading of the
+    /// candidate.
     void InCandidate(const Candidate& candidate);
 
-    /// Of everything.
+    /// Checks all references.
     void InRows(RowView& rows);
 
     void AppendTo(std::vector<Error>& errors) const;
@@ -37,7 +38,7 @@ private:
     void OfGone(const Candidate& candidate);
     void Add(const Reference& reference, const std::vector<std::string>& keys, const std::string& target);
 
-    /// Every value of the reference's leaf, with all keys on the way to its entry or container.
+    /// Visits every value of the reference's leaf, with all keys on the path to its entry or container.
     template <typename Visit>
     void ForEachValue(RowView& rows, const Reference& reference, Visit&& visit) const;
 

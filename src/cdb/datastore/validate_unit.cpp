@@ -20,7 +20,7 @@ lyd_node* Copy(const lyd_node* node, lyd_node* parent, bool whole)
     return copy;
 }
 
-/// What is outside of lists, and the unit below its parent.
+/// Copies the nodes outside of lists, and the unit below its parent.
 void CopyTrunk(const Schema& schema, const lyd_node* node, lyd_node* copy, const lyd_node* unit)
 {
     const auto& table = schema.Table();
@@ -38,7 +38,7 @@ void CopyTrunk(const Schema& schema, const lyd_node* node, lyd_node* copy, const
 
 std::optional<Error> ValidateTree(const Schema& schema, lyd_node* tree)
 {
-    // A complete tree stays as it is under validation, unless a "when" takes something out.
+    // Validation does not change a complete tree, unless a "when" removes nodes.
     TreePtr copy;
     if (schema.Constraints().hasWhen) {
         lyd_node* siblings = nullptr;

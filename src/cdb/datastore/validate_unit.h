@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Hands trees to libyang for validation: a whole one, or the trunk with a single unit. Used by the validator.
+// Validates trees with libyang: a whole one, or the trunk with a single unit. Used by the validator.
 
 #ifndef CDB_DATASTORE_VALIDATE_UNIT_H
 #define CDB_DATASTORE_VALIDATE_UNIT_H
@@ -10,10 +10,10 @@
 
 namespace cdb {
 
-/// Validates a complete tree; the first error.
+/// Validates a complete tree and returns the first error. The tree stays as it is.
 std::optional<Error> ValidateTree(const Schema& schema, lyd_node* tree);
 
-/// Validates a copy of one unit of the tree, with what is outside of lists; the first error.
+/// Validates a copy of one unit of the tree together with the trunk and returns the first error.
 std::optional<Error> ValidateUnit(const Schema& schema, const lyd_node* tree, const lyd_node* unit);
 
 }  // namespace cdb

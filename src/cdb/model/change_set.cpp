@@ -13,7 +13,8 @@ public:
     {
     }
 
-    /// Goes down to the point, whatever became of the nodes above it. Returns false at a stop.
+    /// Goes down to the point, whatever the operation of the nodes above it. Returns false if the visitor
+    /// stops.
     bool Descend(const ChangeNode& node)
     {
         if (node.node == m_point) return Report(node) != Visit::kStop;
@@ -26,7 +27,7 @@ public:
     }
 
 private:
-    /// kStop and kUp are for the caller to act on; everything else means the next sibling.
+    /// Returns kStop or kUp if the caller must act on it; any other value means the next sibling.
     Visit Report(const ChangeNode& node)
     {
         m_ancestry.push_back(&node);
@@ -42,7 +43,7 @@ private:
         for (const auto& child : node.children) {
             const Visit wanted = Report(child);
             if (wanted == Visit::kStop) return Visit::kStop;
-            if (wanted == Visit::kUp) break;  // this node's next sibling
+            if (wanted == Visit::kUp) break;  // continues with this node's next sibling
         }
         return Visit::kContinue;
     }

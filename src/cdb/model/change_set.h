@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a commit changed, and the walk that subscribers see of it. Made by cdbd from the datastores
-// before and after; carried to clients as a message; walked there. Independent of libyang.
+// The changes of a commit, and the walk over them that subscribers see. cdbd makes a change set from the
+// datastores before and after and sends it to clients, which walk it. Independent of libyang.
 
 #ifndef CDB_MODEL_CHANGE_SET_H
 #define CDB_MODEL_CHANGE_SET_H
@@ -27,9 +27,9 @@ enum class ChangeOp : std::uint8_t {
     kValueSet   // leaf with a new effective value
 };
 
-/// One changed node. Children in schema order, entries of one list in ascending byte order of their
-/// keys. Below a created entry: the leaves with an explicit value, and entries. Below a deleted
-/// entry: everything that went with it, as deleted.
+/// One changed node. Children in schema order, entries of one list in ascending byte order of their keys.
+/// Below a created entry: the leaves with an explicit value, and entries. Below a deleted entry: everything
+/// that it held, as deleted.
 struct ChangeNode {
     NodeId node = kNoNode;
     std::vector<std::string> keys;  // list entries
@@ -46,21 +46,20 @@ struct ChangeSet {
     friend bool operator==(const ChangeSet&, const ChangeSet&) = default;
 };
 
-/// What a visitor wants next.
+/// How the walk continues after a node.
 enum class Visit : std::uint8_t { kStop, kRecurse, kContinue, kUp };
 
-/// Walks what the change set holds at and below the point's schema path (`point`, a path without
-/// instances), parents before children. `ancestry` holds the nodes from the root to the reported
-/// one. Nodes above the point are passed through whatever became of them, so a point that is a
-/// leaf of a deleted entry is reported.
+/// Walks the changes at and below the point's schema path (`point`, a path without instances), parents before
+/// children. `ancestry` holds the nodes from the root to the reported one. Nodes above the point are passed
+/// through whatever their operation, so a point that is a leaf of a deleted entry is reported.
 using Visitor = std::function<Visit(const std::vector<const ChangeNode*>& ancestry)>;
 void Walk(const SchemaTable& schema, const ChangeSet& changes, NodeId point, const Visitor& visitor);
 
-/// Whether the walk would report anything.
+/// Whether the walk would report any node.
 bool Touches(const SchemaTable& schema, const ChangeSet& changes, NodeId point);
 
 void ToMessage(const ChangeNode& node, ipc::cdb::ChangeNode& message);
-/// Throws std::invalid_argument for nodes that the schema does not have.
+/// Throws std::invalid_argument for nodes, operations or values that do not fit the schema.
 ChangeNode FromMessage(const SchemaTable& schema, const ipc::cdb::ChangeNode& message);
 
 }  // namespace cdb

@@ -44,7 +44,7 @@ ChangeOp OperationOf(Message::Operation op)
     case Message::VALUE_SET:
         return ChangeOp::kValueSet;
     default:
-        break;  // a number that a newer program may send
+        break;  // a newer program may send it
     }
     throw std::invalid_argument("a change set has the unknown operation " + std::to_string(op));
 }
@@ -54,7 +54,7 @@ ChangeOp OperationOf(Message::Operation op)
     throw std::invalid_argument("a change set has the node " + node.name + ' ' + why);
 }
 
-/// Whether that can have happened to a node of that kind.
+/// Whether a node of that kind can have this operation.
 bool Fits(NodeKind kind, ChangeOp op)
 {
     switch (kind) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The errors of the configuration database, typed after RFC 6241's error list. Mapped to NETCONF in
-// one place (agent) and to the client API's text in one place (platform/embedded).
+// The errors of the configuration database, with the tags of RFC 6241's error list. The agent maps them to
+// NETCONF in one place.
 
 #ifndef CDB_MODEL_ERROR_H
 #define CDB_MODEL_ERROR_H
@@ -13,7 +13,7 @@
 
 namespace cdb {
 
-/// Those of RFC 6241, appendix A, that are given.
+/// The tags of RFC 6241, appendix A, that the database uses.
 enum class ErrorTag : std::uint8_t {
     kInUse,
     kInvalidValue,
@@ -39,13 +39,13 @@ struct Error {
     ErrorTag tag = ErrorTag::kOperationFailed;
     std::string message;   // names the thing and the remedy; one sentence
     std::string path{};    // data path of the node concerned; may be empty
-    std::string appTag{};  // RFC 7950, section 15, where it defines one
+    std::string appTag{};  // of RFC 7950, section 15; may be empty
     /// error-info, element name and content: bad-element, bad-attribute, bad-namespace, session-id.
     std::vector<std::pair<std::string, std::string>> info{};
     friend bool operator==(const Error&, const Error&) = default;
 };
 
-/// What can't be gone on after: a schema that does not load, a store that can't be opened.
+/// An error that ends the attempt or the process: a schema that does not load, a store that can't be opened.
 class FatalError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

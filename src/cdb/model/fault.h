@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a process has reported of itself.
+// A fault that a process has reported of itself.
 
 #ifndef CDB_MODEL_FAULT_H
 #define CDB_MODEL_FAULT_H
@@ -10,7 +10,7 @@
 namespace cdb {
 
 struct Fault {
-    std::uint64_t number = 0;  // given by the store
+    std::uint64_t number = 0;  // assigned by the store
     std::int64_t timeUs = 0;
     std::string process;
     std::int64_t pid = 0;

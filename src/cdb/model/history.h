@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the history keeps of a commit.
+// A commit's entry in the history.
 
 #ifndef CDB_MODEL_HISTORY_H
 #define CDB_MODEL_HISTORY_H
@@ -13,10 +13,10 @@
 
 namespace cdb {
 
-/// What a row was before a commit.
+/// A row as it was before a commit.
 struct UndoRow {
     std::string key;         // as stored: Store::StoredKey
-    std::optional<Row> row;  // nullopt: there was none
+    std::optional<Row> row;  // nullopt: the row did not exist
     friend bool operator==(const UndoRow&, const UndoRow&) = default;
 };
 
@@ -26,7 +26,8 @@ struct HistoryEntry {
     std::string user;
     std::string source;  // "netconf", "init", "import"
     std::string comment;
-    // What takes the datastore back to the commit before: an edit as XML, or rows. Of one entry at most one.
+    // Undoes the commit: an edit as XML (written by older versions), or rows. An entry has at most one of
+    // them.
     std::string undo;
     std::vector<UndoRow> undoRows{};
 };

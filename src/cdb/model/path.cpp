@@ -101,7 +101,7 @@ private:
         m_path.steps.back().index = index;
     }
 
-    /// What has been parsed, for messages.
+    /// The parsed part of the text, for messages.
     [[nodiscard]] std::string Before() const { return std::string(m_text.substr(0, m_position)); }
 
     const SchemaTable& m_schema;

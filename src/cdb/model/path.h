@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Paths of the client API: "/config/oam/sflow/interface{eth1}/sampling-rate". In braces everything
-// up to the closing one is the key, several keys stand between blanks; "[n]" is an index.
+// Paths of the client API: "/config/oam/sflow/interface{eth1}/sampling-rate". The text in braces is the key;
+// several keys are separated by single spaces; "[n]" is an index from 0.
 
 #ifndef CDB_MODEL_PATH_H
 #define CDB_MODEL_PATH_H
@@ -16,8 +16,7 @@
 
 namespace cdb {
 
-/// A node's place in the data: the schema node, and the keys of every list entry on the way, in
-/// order from the root. The last list may be without its keys when the path names the list itself.
+/// One step of a path: the schema node, and its keys if it is a list entry.
 struct Step {
     NodeId node = kNoNode;
     std::vector<std::string> keys{};     // of a list entry; empty for other nodes or the list itself

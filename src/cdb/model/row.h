@@ -20,8 +20,8 @@ struct Row {
     friend bool operator==(const Row&, const Row&) = default;
 };
 
-/// Where a row stands: the list or container, and the keys of all list entries on the way to it,
-/// its own included, from the root.
+/// A row's place: the list or container, and the keys of all list entries on the path from the root, its own
+/// included.
 struct RowKey {
     NodeId node = kNoNode;
     std::vector<std::string> keys;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Look-ups in the schema table. How it is stored: schema_table_stored.cpp.
+// Look-ups in the schema table. Its stored form: rows/stored_schema.cpp.
 
 #include "cdb/model/schema_table.h"
 

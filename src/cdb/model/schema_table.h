@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The configuration schema as a flat table: what readers of the store, keypaths and change sets
-// need of the model, without libyang. cdbd derives it from the YANG modules and keeps it in the
-// store; clients read it from there. Holds configuration nodes only (no config-false ones).
+// The configuration schema as a flat table, without libyang, for readers of the store, keypaths and change
+// sets. cdbd derives it from the YANG modules and keeps it in the store; clients read it there. Holds
+// configuration nodes only (no config-false ones).
 
 #ifndef CDB_MODEL_SCHEMA_TABLE_H
 #define CDB_MODEL_SCHEMA_TABLE_H
@@ -20,7 +20,7 @@ namespace cdb {
 
 enum class NodeKind : std::uint8_t { kContainer, kPresenceContainer, kList, kLeaf };
 
-/// The index of a node in its table; parents come before children, siblings in schema order.
+/// The index of a node in its table. Parents come before children, siblings in schema order.
 using NodeId = std::uint32_t;
 inline constexpr NodeId kNoNode = 0xFFFFFFFF;
 
@@ -30,9 +30,9 @@ struct SchemaNode {
     std::string name{};
     std::string module{};  // the module that defines the node
     NodeKind kind = NodeKind::kContainer;
-    std::uint32_t tag = 0;           // of the name, the same wherever the name occurs
+    std::uint32_t tag = 0;           // of the name; equal for equal names
     std::uint32_t ns = 0;            // namespace hash of the module
-    std::string callpoint{};         // on a list: whom to ask when an entry is created; mostly empty
+    std::string callpoint{};         // of a list: the callpoint asked when an entry is created; mostly empty
     std::vector<NodeId> children{};  // schema order; a list's keys first, in key order
 
     // leaves
@@ -40,7 +40,7 @@ struct SchemaNode {
     bool mandatory = false;
     ValueType type = ValueType::kNone;
     Value defaultValue{};         // monostate: none
-    NodeId defaultRef = kNoNode;  // the sibling leaf whose value stands in for a missing one
+    NodeId defaultRef = kNoNode;  // the sibling leaf whose value replaces a missing one
     std::uint64_t minimum = 0;    // integers: the range's bounds
     std::uint64_t maximum = 0;
 
@@ -54,8 +54,7 @@ class SchemaTable {
 public:
     SchemaTable() = default;
 
-    /// `nodes` with their parents before them and siblings in schema order. What follows from that
-    /// is filled in here, whatever it was before: id, children, keys.
+    /// `nodes` in schema order, parents before children. The constructor sets id, children and keys.
     explicit SchemaTable(std::vector<SchemaNode> nodes);
 
     [[nodiscard]] const SchemaNode& operator[](NodeId id) const { return m_nodes[id]; }
@@ -68,7 +67,7 @@ public:
     /// The node at a schema path without keys ("/config/oam/sflow/collector"), or kNoNode.
     [[nodiscard]] NodeId Find(std::string_view path) const;
 
-    /// The name that has the tag; empty for none.
+    /// The name with this tag; empty if there is none.
     [[nodiscard]] std::string_view NameOfTag(std::uint32_t tag) const;
 
     /// "/config/oam/sflow/collector"
@@ -77,7 +76,8 @@ public:
     /// The leaves of a list entry or container, in schema order: the positions of its value array.
     [[nodiscard]] std::vector<NodeId> LeavesOf(NodeId id) const;
 
-    /// As stored; Parse fails (nullopt) on bytes that no Serialize of this format has written.
+    /// The table as bytes for the store. Parse returns nullopt for bytes that Serialize of this format has
+    /// not written.
     [[nodiscard]] std::string Serialize() const;
     static std::optional<SchemaTable> Parse(std::string_view bytes);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A typed configuration value, as the store keeps it and the client API delivers it. Knows neither
-// YANG nor the store.
+// A typed configuration value, as the store keeps it and the client API delivers it. Independent of YANG and
+// the store.
 
 #ifndef CDB_MODEL_VALUE_H
 #define CDB_MODEL_VALUE_H
@@ -13,13 +13,13 @@
 
 namespace cdb {
 
-/// IPv4 address: the word as it lies in memory on the wire (network byte order).
+/// An IPv4 address in network byte order, as in_addr.
 struct Ipv4 {
     std::uint32_t word = 0;
     friend bool operator==(const Ipv4&, const Ipv4&) = default;
 };
 
-/// IPv4 address with its prefix length, host bits kept. Network byte order as above.
+/// An IPv4 address with its prefix length, host bits kept. Network byte order.
 struct Ipv4Plen {
     std::uint32_t word = 0;
     std::uint8_t length = 0;
@@ -34,12 +34,11 @@ enum class ValueType : std::uint8_t { kNone, kString, kBool, kUint16, kUint32, k
 
 inline ValueType TypeOf(const Value& value) { return static_cast<ValueType>(value.index()); }
 
-/// The value's canonical text, as YANG writes it ("true", "4096", "192.0.2.1", "10.0.0.5/24").
+/// The value's canonical YANG text ("true", "4096", "192.0.2.1", "10.0.0.5/24"); empty for no value.
 std::string ToText(const Value& value);
 
-/// The value of that type that the text stands for, in any form that YANG accepts for the type
-/// ("010" is the integer 10); nullopt where it is none. Ranges narrower than the type's are not
-/// looked at.
+/// The value of that type with this canonical text; a number may have leading zeros ("010" is 10). Nullopt if
+/// the text is none. Checks the type's range, not narrower ones.
 std::optional<Value> FromText(ValueType type, std::string_view text);
 
 /// The type's name for messages ("uint32", "ipv4-address", ...).

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Values as they travel in messages and stand in the store. Used by the store, the change sets and
-// whoever sends or receives a single value.
+// Converts values to and from messages, for the processes' connections and the store.
 
 #ifndef CDB_MODEL_VALUE_MESSAGE_H
 #define CDB_MODEL_VALUE_MESSAGE_H
@@ -18,7 +17,7 @@ namespace cdb {
 /// std::monostate becomes a message without a kind.
 void ToMessage(const Value& value, ipc::cdb::Value& message);
 
-/// Nullopt for a number or prefix length that its type can't hold.
+/// Nullopt if a number or prefix length is out of its type's range.
 std::optional<Value> FromMessage(const ipc::cdb::Value& message);
 
 }  // namespace cdb

@@ -46,7 +46,7 @@ void ToMessage(const Row& row, stored::Row& message)
     }
 }
 
-/// False for a value of a kind that is not known.
+/// Returns false if a value is out of its type's range.
 bool FromMessage(const stored::Row& message, Row& row)
 {
     row.leaves.resize(static_cast<std::size_t>(message.leaves_size()));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The bytes of the store's keys and values, as docs/datastore.md describes them. Knows no LMDB.
-// Used by the store's files only.
+// The bytes of the store's keys and values, as docs/datastore.md describes them. Knows no LMDB. Used by
+// cdb/rows and cdb/store only.
 
 #ifndef CDB_ROWS_CODEC_H
 #define CDB_ROWS_CODEC_H
@@ -28,49 +28,50 @@ inline constexpr std::string_view kCommitKey = "commit";
 inline constexpr std::string_view kFingerprintKey = "schema-fingerprint";
 inline constexpr std::string_view kHistoryBytesKey = "history-bytes";
 
-/// So much of an undo is in one value, which takes one page of the file whatever place is free for it.
+/// The bytes of an undo in one value: with its heads it fills exactly one page of the file, so that any free
+/// page will do.
 inline constexpr std::size_t kUndoChunk = 4075;
 inline constexpr std::size_t kUndoKeySize = sizeof(std::uint64_t) + sizeof(std::uint32_t);
 
-/// What stands under kFormatKey.
+/// The value under kFormatKey.
 std::string FormatMark(std::uint32_t format = kFormat);
 
-/// The format that a mark names; nullopt for what is no mark.
+/// The format that a mark names; nullopt if it is no mark.
 std::optional<std::uint32_t> FormatOf(std::string_view mark);
 
-/// A number as a key or payload: eight bytes, most significant first.
+/// A number as a key or payload: eight bytes, big endian. NumberOf returns nullopt for another length.
 std::string NumberBytes(std::uint64_t number);
 std::optional<std::uint64_t> NumberOf(std::string_view bytes);
 
-/// The key of an undo's chunk: the commit's number, then the chunk's, in four bytes.
+/// The key of an undo's chunk: the commit's number, then the chunk's number in four bytes, big endian.
 std::string UndoKey(std::uint64_t commit, std::uint32_t chunk);
 
 /// A value with its head: format and checksum over key and payload.
 std::string Seal(std::string_view key, std::string_view payload);
 
-/// The payload; nullopt for a head of another format. The checksum is not looked at: IsIntact does.
+/// The payload; nullopt for a head of another format. IsIntact checks the checksum, Payload does not.
 std::optional<std::string_view> Payload(std::string_view sealed);
 bool IsIntact(std::string_view key, std::string_view sealed);
 
 void ToBytes(const Row& row, std::string& payload);
-/// The entry without its undo, which is kept as so many chunks or was left out.
+/// The entry without its undo, which is stored as `undoChunks` chunks or was left out.
 std::string ToBytes(const HistoryEntry& entry, std::uint32_t undoChunks, bool undoLeftOut);
-/// The entry's undo; empty where it has none.
+/// The entry's undo; empty if it has none.
 std::string UndoBytes(const HistoryEntry& entry);
 std::string ToBytes(const Fault& fault);
 
-/// Reads a row into one that has been used before, whose memory serves again. False for bytes that are
+/// Reads a row into one that may have been used before, and reuses its memory. Returns false if the bytes are
 /// no row; `row` is then unspecified.
 bool ReadRow(std::string_view payload, Row& row);
 
-/// An entry as it is stored. One of an older version has its undo in it.
+/// An entry as it is stored. An entry of an older version contains its undo.
 struct StoredHistoryEntry {
     HistoryEntry entry;
     std::uint32_t undoChunks = 0;
     bool undoLeftOut = false;
 };
 std::optional<StoredHistoryEntry> HistoryEntryOf(std::string_view payload);
-/// Reads what UndoBytes has written into the entry; false for other bytes.
+/// Reads an undo that UndoBytes has written into the entry; returns false for other bytes.
 bool ReadUndo(std::string_view payload, HistoryEntry& entry);
 std::optional<Fault> FaultOf(std::string_view payload);
 
@@ -81,13 +82,14 @@ public:
 
     [[nodiscard]] const SchemaTable& Schema() const { return m_schema; }
 
-    /// What the keys of a node's rows below these keys begin with; the whole key when they are all.
+    /// The prefix of the keys of a node's rows below these keys; the whole row key if `keys` are all of its
+    /// keys.
     void Prefix(NodeId node, std::span<const std::string> keys, std::string& out) const;
 
-    /// The node and keys of a row's key; nullopt for a node that the schema lacks.
+    /// The node and keys of a row's key; nullopt if the schema lacks the node.
     [[nodiscard]] std::optional<RowKey> KeyOf(std::string_view rowKey) const;
 
-    /// The keys that follow the prefix.
+    /// Splits the rest of a row's key, behind a prefix, into keys.
     static void Split(std::string_view rest, std::vector<std::string>& keys);
 
 private:

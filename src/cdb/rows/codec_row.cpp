@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Rows from their bytes (the message Row of store.proto), field by field into memory that is there: as
-// messages they would cost several times as much, and whole configurations are read row by row.
+// Reads rows from their bytes (the message Row of stored.proto), field by field into memory that is reused:
+// parsing them as messages costs several times as much, and whole configurations are read row by row.
 
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/wire_format_lite.h>
@@ -32,7 +32,7 @@ bool ReadText(CodedInputStream& in, std::string& text)
            in.ReadString(&text, static_cast<int>(size));
 }
 
-/// Reads a message inside the message: `field` is called with each tag.
+/// Reads the fields up to the limit: `field` is called with each tag.
 template <typename Field>
 bool ReadFields(CodedInputStream& in, const Field& field)
 {
@@ -75,7 +75,7 @@ bool ReadValueText(CodedInputStream& in, Value& value)
     return ReadText(in, text != nullptr ? *text : value.emplace<std::string>());
 }
 
-/// A number on the wire, as the type that the value has.
+/// Reads a number as this type; returns false if it is out of range.
 template <typename Type>
 bool ReadNumber(CodedInputStream& in, Value& value)
 {
@@ -115,7 +115,7 @@ bool ReadValue(CodedInputStream& in, Value& value, bool& given)
             return true;
         }
         default:
-            given = before;  // of a newer program
+            given = before;  // from a newer program
             return WireFormatLite::SkipField(&in, tag);
         }
     });

@@ -16,7 +16,7 @@ constexpr unsigned kReaders = 512;
 constexpr std::size_t kKeptReadings = 8;
 constexpr mdb_mode_t kFileMode = 0640;
 
-/// Whether the file can't grow any more: the disk is full, or the process's limit is reached.
+/// Whether the file can't grow: the disk is full, or the process's file size limit is reached.
 bool NoSpaceLeft(const std::filesystem::path& directory)
 {
     constexpr std::uint64_t kNearlyNothing = std::uint64_t{1} << 20;
@@ -30,7 +30,7 @@ bool NoSpaceLeft(const std::filesystem::path& directory)
 
 bool IsFull(const std::filesystem::path& directory, int code)
 {
-    // LMDB calls a write that was cut short for want of space an input/output error.
+    // LMDB reports a write that was cut short for lack of space as EIO.
     if (code == EIO) return NoSpaceLeft(directory);
     return code == MDB_MAP_FULL || code == MDB_TXN_FULL || code == ENOSPC || code == EDQUOT || code == EFBIG;
 }
@@ -92,7 +92,7 @@ Error ToError(const std::filesystem::path& directory, const std::string& what, i
 Environment::Environment(const std::filesystem::path& directory, Access access, std::size_t mapSize)
     : m_directory(directory)
 {
-    // LMDB would make its lock file where there is no store, and take an empty file for a new one.
+    // LMDB would make its lock file even if there is no store, and take an empty file for a new store.
     std::error_code error;
     const auto size = std::filesystem::file_size(directory / kDataFile, error);
     if (error && access != Access::kWrite) Fail("opening", error.value());
@@ -112,10 +112,9 @@ Environment::Environment(const std::filesystem::path& directory, Access access, 
 
 int Environment::TakeOverFromLastWriter()
 {
-    // A commit writes its meta page first and its number into the lock file after it. A writer that was
-    // killed in between leaves the older number there while any reader keeps the file open, and what is read
-    // by that number is the commit before. The next write lock finds its owner dead and puts the number
-    // right.
+    // A commit first writes its meta page, then its number into the lock file. A writer that was killed in
+    // between leaves the older number there while any reader keeps the file open, so reads by that number see
+    // the previous commit. The next write lock finds its owner dead and corrects the number.
     MDB_txn* transaction = nullptr;
     const int code = mdb_txn_begin(m_environment, nullptr, 0, &transaction);
     if (code == MDB_SUCCESS) mdb_txn_abort(transaction);

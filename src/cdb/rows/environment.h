@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The LMDB environment of a store: opening, its databases, reusable read transactions, errors.
-// Used by the store's files only; with them the only code that knows LMDB.
+// The LMDB environment of a store: opening, its databases, reusable read transactions, errors. Used by
+// cdb/rows and cdb/store only; no other code knows LMDB.
 
 #ifndef CDB_ROWS_ENVIRONMENT_H
 #define CDB_ROWS_ENVIRONMENT_H
@@ -34,16 +34,16 @@ inline std::string_view Text(const MDB_val& value)
     return {static_cast<const char*>(value.mv_data), value.mv_size};
 }
 
-/// What an LMDB call's failure means to whoever made a change. `what` names the attempt.
+/// The error of a failed LMDB write. `what` names the attempt.
 Error ToError(const std::filesystem::path& directory, const std::string& what, int code);
 
 class Environment {
 public:
-    enum class Access { kRead, kWrite, kCheck };  // kCheck: read without taking part in locking
-    static constexpr MDB_dbi kNoDatabase = 0;     // the number of LMDB's own
+    enum class Access { kRead, kWrite, kCheck };  // kCheck: reads without locking
+    static constexpr MDB_dbi kNoDatabase = 0;     // LMDB's own number for its list of free pages
 
-    /// Opens what is there (kWrite makes an empty environment where there is nothing). Throws
-    /// FatalError. An environment may be open once in a process.
+    /// Opens the environment; kWrite makes an empty one if there is none. `mapSize` in bytes; 0: as the file
+    /// says. Throws FatalError. A process may have an environment open only once.
     Environment(const std::filesystem::path& directory, Access access, std::size_t mapSize);
     ~Environment();
     Environment(const Environment&) = delete;
@@ -56,22 +56,22 @@ public:
     MDB_dbi rows = 0;
     MDB_dbi history = 0;
     MDB_dbi faults = 0;
-    MDB_dbi undo = kNoDatabase;  // a store of an older version that was not opened for writing since has none
+    MDB_dbi undo = kNoDatabase;  // a store of an older version has none until it is opened for writing
 
-    /// Finds the databases and checks the format's mark. Throws FatalError for a file that is no store, or
-    /// one of another format.
+    /// Opens the databases and checks the format's mark. Throws FatalError if the file is no store, or has
+    /// another format.
     void UseDatabases();
-    /// The same for one who writes: makes what a store of an older version lacks.
+    /// The same for writing: also makes the databases that a store of an older version lacks.
     void UseOrAddDatabases();
-    /// Makes them, in an environment made just now. Throws FatalError.
+    /// Makes the databases in a new environment. Throws FatalError.
     void MakeDatabases();
 
-    /// The payload under the key of `meta`; nullopt: none. Throws FatalError where it is unreadable.
+    /// The payload under the key of `meta`; nullopt if there is none. Throws FatalError if it can't be read.
     [[nodiscard]] std::optional<std::string> Meta(MDB_txn* transaction, std::string_view key) const;
 
     [[noreturn]] void Fail(const std::string& what, int code) const;
 
-    /// What one pass over rows works with; kept for the next pass.
+    /// The cursor and scratch memory of one pass over rows; kept for the next pass.
     struct Pass {
         MDB_cursor* cursor = nullptr;
         std::string prefix;
@@ -80,33 +80,33 @@ public:
         std::vector<std::string_view> keyViews;
     };
 
-    /// A read transaction, begun by renewing one that has been used before. Of one thread at a time.
+    /// A read transaction, renewed from a used one if there is one. For one thread at a time.
     struct Reading {
         MDB_txn* transaction = nullptr;
         std::vector<std::unique_ptr<Pass>> idlePasses;
         ~Reading();
     };
-    /// Both from any thread.
+    /// Both may be called from any thread. BeginReading throws FatalError.
     [[nodiscard]] std::unique_ptr<Reading> BeginReading();
     void EndReading(std::unique_ptr<Reading> reading);
 
-    /// A pass of this reading, over the rows. Goes back into the reading's idlePasses when it is done.
+    /// A pass over the rows. The caller puts it back into the reading's idlePasses. Throws FatalError.
     [[nodiscard]] std::unique_ptr<Pass> TakePass(Reading& reading) const;
 
-    /// The row of a record into the pass's. Throws FatalError for one that can't be read.
+    /// Reads a record's row into pass.row. Throws FatalError if it can't be read.
     void ReadRow(const MDB_val& key, const MDB_val& value, Pass& pass) const;
 
 private:
-    /// Before anything is read by a process that writes.
+    /// Repairs the lock file after a killed writer; returns LMDB's code.
     int TakeOverFromLastWriter();
 
     std::filesystem::path m_directory;
     MDB_env* m_environment = nullptr;
     std::mutex m_idleMutex;
-    std::vector<std::unique_ptr<Reading>> m_idle;  // before the environment is closed they are gone
+    std::vector<std::unique_ptr<Reading>> m_idle;  // destroyed before the environment is closed
 };
 
-/// The schema table in the store. Throws FatalError where it can't be read.
+/// The schema table in the store. Throws FatalError if it can't be read.
 SchemaTable StoredSchema(const Environment& environment, MDB_txn* transaction);
 
 }  // namespace cdb

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The stored configuration as other processes read it: without a round trip to the one that writes, and each
-// read sees one commit. One row for each entry or container with its explicit leaf values, ordered so that
-// the entries of one list follow each other in ascending byte order of their keys.
+// Reads the stored configuration, without a round trip to the process that writes it; each read sees one
+// commit. One row for each entry or container with its explicit leaf values. The entries of one list follow
+// each other in ascending byte order of their keys.
 
 #ifndef CDB_ROWS_READER_H
 #define CDB_ROWS_READER_H
@@ -22,17 +22,18 @@ namespace cdb {
 
 class RowView;
 
-/// Read side. Every call may throw FatalError when the file can't be read any more.
+/// The read side of the store. Every call may throw FatalError if the file can't be read any more.
 class StoreReader {
 public:
-    /// Opens the store in `directory` read only. Throws FatalError: no store there, no permission, a
+    /// Opens the store in `directory` read only. Throws FatalError if there is no store, no permission, or a
     /// format that this program does not know.
     static std::unique_ptr<StoreReader> Open(const std::filesystem::path& directory);
     ~StoreReader();
 
     [[nodiscard]] const SchemaTable& Schema() const;
 
-    /// A view of one commit's rows. Short-lived: an old one makes the file grow.
+    /// A view of one commit's rows. Must be short-lived: while it lives, the file can't reuse the pages of
+    /// later commits and grows.
     class Snapshot {
     public:
         Snapshot(Snapshot&&) noexcept;
@@ -41,19 +42,19 @@ public:
 
         [[nodiscard]] std::uint64_t Commit() const;
 
-        /// The row, or nullopt where there is none. A plain container without explicit leaves has none.
+        /// The row, or nullopt if there is none. A plain container without explicit leaves has none.
         [[nodiscard]] std::optional<Row> Get(const RowKey& key) const;
 
-        /// How many entries the list has below the parent with these keys.
+        /// The number of entries of the list below the parent with these keys.
         [[nodiscard]] std::size_t Count(NodeId list, const std::vector<std::string>& parentKeys) const;
 
-        /// Visits entries in ascending byte order, from the `first`th on, until the visitor returns false.
-        /// `keys` are the entry's own.
+        /// Visits the entries in ascending byte order, from index `first` on, until the visitor returns
+        /// false. `keys` are the entry's own.
         void Scan(
             NodeId list, const std::vector<std::string>& parentKeys, std::size_t first,
             const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const;
 
-        /// The same, from the first entry on whose keys are behind `after`, which needs not be there.
+        /// The same, from the first entry whose keys are greater than `after`, which need not exist.
         void ScanAfter(
             NodeId list, const std::vector<std::string>& parentKeys, const std::vector<std::string>& after,
             const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const;

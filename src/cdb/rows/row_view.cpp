@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The store's rows as of one moment.
+// The store's rows at one moment.
 
 #include "cdb/rows/row_view.h"
 
@@ -15,7 +15,7 @@ namespace {
 
 using Pass = Environment::Pass;
 
-/// The keys in what follows a prefix, each with a NUL behind it.
+/// The keys in the rest of a row's key; each ends with a NUL.
 void SplitInPlace(std::string_view rest, std::vector<std::string_view>& keys)
 {
     keys.clear();
@@ -27,15 +27,15 @@ void SplitInPlace(std::string_view rest, std::vector<std::string_view>& keys)
     }
 }
 
-/// The rows of a list in ascending order of their keys are in the order of their parents too. So where
-/// parents are visited in order, the cursor that has passed one parent's entries stands at the next one's.
+/// The rows of a list in ascending order of their keys are in the order of their parents too. So if parents
+/// are visited in order, the cursor that has passed one parent's entries is at the next one's.
 struct ListCursor {
     NodeId list = kNoNode;
     std::unique_ptr<Pass> pass;
-    bool busy = false;    // a visit is under way
-    bool placed = false;  // stands at the first row behind those that begin with pass->prefix
-    bool ended = false;   // there is no row there
-    MDB_val key{};        // of the row where the cursor stands
+    bool busy = false;    // in use by a visit
+    bool placed = false;  // at the first row behind those that begin with pass->prefix
+    bool ended = false;   // no row is left
+    MDB_val key{};        // of the row at the cursor
     MDB_val value{};
 };
 
@@ -64,7 +64,7 @@ public:
         MDB_val name = Bytes(m_get->prefix);
         MDB_val value{};
         const int code = mdb_get(m_reading->transaction, m_environment->rows, &name, &value);
-        // A key longer than any that LMDB takes is that of no row.
+        // A key longer than LMDB allows belongs to no row.
         if (code == MDB_NOTFOUND || code == MDB_BAD_VALSIZE) return nullptr;
         if (code != MDB_SUCCESS) m_environment->Fail("reading", code);
         m_environment->ReadRow(name, value, *m_get);
@@ -88,7 +88,7 @@ public:
     }
 
 private:
-    /// Until it ends, the cursor belongs to one visit.
+    /// Marks the cursor as used by one visit while it lives.
     class Visiting {
     public:
         explicit Visiting(ListCursor& cursor) : m_cursor(cursor) { cursor.busy = true; }
@@ -111,7 +111,7 @@ private:
         return *m_cursors.back();
     }
 
-    /// Puts the cursor at the first row that does not come before m_prefix, and gives it this prefix.
+    /// Puts the cursor at the first row that is not before m_prefix, and gives it this prefix.
     void Place(ListCursor& cursor)
     {
         std::string& before = cursor.pass->prefix;
@@ -119,7 +119,7 @@ private:
                             !std::string_view(m_prefix).starts_with(before);
         before.swap(m_prefix);
         const std::string& now = cursor.pass->prefix;
-        // Between the rows of the prefix before and the cursor there are none.
+        // No rows lie between those of the previous prefix and the cursor.
         if (onward && (cursor.ended || Text(cursor.key) >= now)) return;
         cursor.key = Bytes(now);
         Move(cursor, MDB_SET_RANGE);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The rows of one datastore as of one moment, for readers in any thread (one thread at a time a view).
-// The store's own rows here; those of the candidate are made of a tree elsewhere.
+// The rows of one datastore at one moment, for readers in any thread (a view is for one thread at a time).
+// The store's rows are here; those of the candidate are in datastore/candidate_view.h.
 
 #ifndef CDB_ROWS_ROW_VIEW_H
 #define CDB_ROWS_ROW_VIEW_H
@@ -17,10 +17,10 @@ namespace cdb {
 
 class StoreReader;
 
-/// Every call may throw FatalError when the rows can't be read any more.
+/// Every call may throw FatalError if the rows can't be read any more.
 class RowView {
 public:
-    /// The entry's own keys, and its row. False: stop.
+    /// Gets the entry's own keys and its row; returns false to stop.
     using EntryVisit = std::function<bool(std::span<const std::string_view> ownKeys, const Row& row)>;
 
     RowView() = default;
@@ -28,7 +28,7 @@ public:
     RowView& operator=(const RowView&) = delete;
     virtual ~RowView() = default;
 
-    /// Null: there is none. Valid until the next Get of this view.
+    /// Null if there is no such row. Valid until the next Get of this view.
     virtual const Row* Get(NodeId node, std::span<const std::string> keys) = 0;
 
     /// Visits the entries below the parent with these keys in ascending byte order of their own. Visits
@@ -36,8 +36,8 @@ public:
     virtual void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) = 0;
 };
 
-/// The running datastore as of now. The view is for one request: a moment that is kept makes the store's
-/// file grow, and nothing is kept once the view is gone.
+/// The running datastore as it is now. A view is for one request: while it lives the store's file grows with
+/// each commit.
 std::unique_ptr<RowView> MakeRowView(const StoreReader& store);
 
 }  // namespace cdb

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The inside of a snapshot, shared by the reader and the store's writer. Used by these only.
+// The implementation of a snapshot, shared by the reader and the store's writer. Used by these only.
 
 #ifndef CDB_ROWS_SNAPSHOT_H
 #define CDB_ROWS_SNAPSHOT_H
@@ -49,7 +49,8 @@ private:
         std::unique_ptr<Environment::Pass> m_pass;
     };
 
-    /// The rows under the pass's prefix, from the first one on that is not before `from`.
+    /// Visits the rows under the pass's prefix, from the first one that is not before `from`, until `visit`
+    /// returns false.
     template <typename Visit>
     void ForEach(Environment::Pass& pass, const std::string& from, const Visit& visit);
 
@@ -58,7 +59,7 @@ private:
     std::unique_ptr<Environment::Reading> m_reading;
 };
 
-/// The rows as of now, with one cursor a list.
+/// The rows as they are now, with one cursor for each list.
 std::unique_ptr<RowView> MakeRowView(std::shared_ptr<Environment> environment,
                                      std::shared_ptr<const codec::RowKeys> keys);
 

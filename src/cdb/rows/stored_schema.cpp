@@ -8,7 +8,7 @@
 namespace cdb {
 namespace {
 
-// Node numbers travel plus one, so that an absent field means no node.
+// Node numbers are stored plus one, so that an absent field means no node.
 std::uint32_t ToStored(NodeId id) { return id == kNoNode ? 0 : id + 1; }
 NodeId FromStored(std::uint32_t number) { return number == 0 ? kNoNode : number - 1; }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// From libyang's compiled nodes to the rows of the schema table, with the checks that make the
-// table usable: tags and namespace hashes are complete and unambiguous, every leaf fits a Value.
+// Makes the schema table from libyang's compiled nodes, and checks it: tags and namespace hashes are complete
+// and unambiguous, every leaf's type fits a Value.
 
 #include "cdb/schema/derive.h"
 
@@ -34,7 +34,7 @@ std::span<Item> Array(Item* sized)
     throw FatalError("YANG module " + std::string(node->module->name) + ": node " + where + ' ' + why);
 }
 
-/// The argument of our statement of that name; null for none.
+/// The argument of our extension statement of that name; null if there is none.
 const char* Statement(lysc_ext_instance* instances, std::string_view name)
 {
     for (const auto& instance : Array(instances))
@@ -42,7 +42,7 @@ const char* Statement(lysc_ext_instance* instances, std::string_view name)
     return nullptr;
 }
 
-/// The number, or 0 where the text is none or beyond `limit`.
+/// The number, or 0 if the text is none or it is beyond `limit`.
 std::uint32_t Number(std::string_view text, std::uint32_t limit)
 {
     std::uint32_t number = 0;
@@ -191,7 +191,7 @@ private:
 
     static ValueType StringType(const lysc_node* compiled, const lysc_type* type)
     {
-        // The one trace that inet:ipv4-address-no-zone leaves in the compiled type is its plugin.
+        // The compiled type shows only by its plugin that it is inet:ipv4-address-no-zone.
         if (std::string_view(type->plugin->id).find("ipv4-address-no-zone") != std::string_view::npos)
             return ValueType::kIpv4;
         const char* name = Statement(compiled->exts, "value-type");

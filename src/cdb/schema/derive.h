@@ -18,8 +18,8 @@ struct DerivedSchema {
     std::vector<const lysc_node*> compiled;  // by NodeId
 };
 
-/// The configuration nodes of every implemented module, modules in the order of their loading.
-/// Throws FatalError as Schema::Load says.
+/// The configuration nodes of every implemented module, in the order in which the modules were loaded. Throws
+/// FatalError as Schema::Load says.
 DerivedSchema DeriveSchema(const ly_ctx* context);
 
 }  // namespace cdb

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What lies between two revisions of the schema.
+// The differences between two revisions of the schema.
 
 #include "cdb/schema/difference.h"
 
@@ -79,7 +79,7 @@ private:
 
     void Added(const SchemaNode& node)
     {
-        if (node.isKey) return;  // the list says so
+        if (node.isKey) return;  // reported as a change of the list
         const bool isLeaf = node.kind == NodeKind::kLeaf;
         Note(node, Kind::kAdded, isLeaf && node.mandatory ? Effect::kValidate : Effect::kNone, {},
              isLeaf ? DefaultOf(m_newer, node) : "");
@@ -88,7 +88,7 @@ private:
     void Both(const SchemaNode& older, const SchemaNode& newer)
     {
         if (older.kind != newer.kind) {
-            // A container that needs no row any more, or needs one now, is read all the same.
+            // A container can be read whether or not it needs a row.
             const bool containers = older.kind != NodeKind::kList && older.kind != NodeKind::kLeaf &&
                                     newer.kind != NodeKind::kList && newer.kind != NodeKind::kLeaf;
             Note(newer, Kind::kKind, containers ? Effect::kValidate : Effect::kUnfit, NameOf(older.kind),

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A short text that stands for the text of all YANG modules of a context.
+// A hash over the text of all YANG modules of a context.
 
 #include "cdb/schema/fingerprint.h"
 
@@ -30,8 +30,8 @@ std::string Hash(const std::string& text)
     return hex;
 }
 
-/// A module or submodule: its name, whether it is implemented, its text. What libyang has in itself has no
-/// file; libyang's version stands for that.
+/// A module or submodule: its name, whether it is implemented, and a hash of its text. Modules built into
+/// libyang have no file; libyang's version stands for them.
 std::string Describe(const char* name, const char* revision, const char* file, bool implemented)
 {
     std::string text = std::string(name) + '@' + (revision != nullptr ? revision : "") +

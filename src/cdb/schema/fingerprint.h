@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A short text that stands for the text of all YANG modules of a context. Used by schema.cpp.
+// A hash over the text of all YANG modules of a context. Used by schema.cpp.
 
 #ifndef CDB_SCHEMA_FINGERPRINT_H
 #define CDB_SCHEMA_FINGERPRINT_H
@@ -10,8 +10,8 @@ struct ly_ctx;
 
 namespace cdb {
 
-/// The same whatever the order in which the modules were loaded. Throws FatalError where a module's file
-/// can't be read any more.
+/// Independent of the order in which the modules were loaded. Throws FatalError if a module's file can't be
+/// read any more.
 std::string FingerprintOf(const ly_ctx* context);
 
 }  // namespace cdb

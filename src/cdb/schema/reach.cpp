@@ -22,7 +22,7 @@ const lysc_node* DataParent(const lysc_node* node)
     return parent;
 }
 
-/// The list whose entries are the units that the node is in; null for the trunk.
+/// The list whose entries are the units that the node is in; null if it is in the trunk.
 const lysc_node* UnitOf(const lysc_node* node)
 {
     const lysc_node* unit = nullptr;
@@ -52,7 +52,7 @@ public:
 
     Reach Result()
     {
-        // A compiled type may be that of several leaves; who resolves the one resolves all of them.
+        // Leaves may share a compiled type: taking over one leaf's references takes over those of all.
         std::erase_if(m_reach.references, [this](const Reference& reference) {
             const bool isShared = IsShared(reference);
             if (isShared) m_reach.wide.push_back(reference.leaf);
@@ -69,7 +69,7 @@ private:
         return reinterpret_cast<const lysc_node_leaf*>(m_schema.NodeOf(leaf))->type;
     }
 
-    /// Whether a leaf that is no such reference has the same compiled type.
+    /// Whether a leaf without such a reference has the same compiled type.
     [[nodiscard]] bool IsShared(const Reference& reference) const
     {
         const auto nodes = m_schema.Table().Nodes();
@@ -80,7 +80,7 @@ private:
         });
     }
 
-    /// Nothing where libyang can't tell.
+    /// Nullopt if libyang can't tell.
     static std::optional<Atoms> AtomsOf(const lysc_node* context, const lys_module* module,
                                         const lyxp_expr* expression, const lysc_prefix* prefixes)
     {
@@ -91,8 +91,8 @@ private:
         return Atoms(found->snodes, found->snodes + found->count);
     }
 
-    /// Atoms name every step of a path that is written as child and parent steps; of other axes they
-    /// name the end only, and of deref() what it is applied to.
+    /// Atoms name every step of a path of child and parent steps; of other axes they name only the end, and
+    /// of deref() only its argument.
     static bool IsReadable(const lyxp_expr* expression)
     {
         const std::string_view text = lyxp_get_expr(expression);
@@ -107,7 +107,7 @@ private:
         const lysc_node* unit = UnitOf(context);
         const auto atoms = AtomsOf(context, context->module, expression, prefixes);
         if (!atoms) return false;
-        // In an entry, an atom above the entry means a way out of it. In the trunk, entries are outside.
+        // In an entry, an atom above the entry leads out of it. In the trunk, entries are outside.
         return std::all_of(atoms->begin(), atoms->end(),
                            [unit](const lysc_node* atom) { return UnitOf(atom) == unit; });
     }
@@ -127,7 +127,8 @@ private:
         return isLocal;
     }
 
-    /// How many entries, and which values together: for an outermost list that is about all units.
+    /// Whether min-elements, max-elements and unique stay inside a unit: on an outermost list they concern
+    /// all units.
     static bool Counts(const lysc_node_list& list)
     {
         const bool isCounted = list.min != 0 || list.max != UINT32_MAX || list.uniques != nullptr;
@@ -162,7 +163,7 @@ private:
         if (hasConditions || !IsReadable(type.path) || !atoms) return false;
         const lysc_node* target = nullptr;
         for (const lysc_node* atom : *atoms)
-            if (atom->nodetype == LYS_LEAF && atom != node) target = atom;  // the path's only one
+            if (atom->nodetype == LYS_LEAF && atom != node) target = atom;  // the path has only one
         if (target == nullptr || !lysc_is_key(target)) return false;
         const lysc_node* list = target->parent;
         if (UnitOf(target) != list || m_schema.IdOf(list) == kNoNode) return false;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// How far the schema's constraints reach, read from their expressions when the schema is loaded. It
-// decides what has to be looked at again after a change. Used by the validator.
+// How far the schema's constraints reach, read from their expressions when the schema is loaded. It decides
+// what must be validated again after a change. Used by the validator.
 //
-// A unit is what is validated together: an outermost list entry with everything below it, or the
-// trunk, that is all containers and leaves outside of lists.
+// A unit is validated as a whole: an outermost list entry with everything below it, or the trunk, that is all
+// containers and leaves outside of lists.
 
 #ifndef CDB_SCHEMA_REACH_H
 #define CDB_SCHEMA_REACH_H
@@ -23,10 +23,10 @@ struct Reference {
 
 struct Reach {
     std::vector<Reference> references;
-    /// The nodes with a constraint that reaches further than its unit and the keys above; where there
-    /// are any, only looking at everything is sound.
+    /// The nodes with a constraint that reaches beyond its unit and the keys above. If there are any, every
+    /// change needs a validation of everything.
     std::vector<NodeId> wide;
-    /// Whether there is any "when": validation may then take out nodes.
+    /// Whether there is any "when": validation may then remove nodes.
     bool hasWhen = false;
 
     [[nodiscard]] bool EverythingAlways() const { return !wide.empty(); }

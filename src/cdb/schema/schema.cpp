@@ -23,8 +23,8 @@ struct FreeContext {
 };
 using ContextOwner = std::unique_ptr<ly_ctx, FreeContext>;
 
-/// Makes libyang keep every message while modules load (the last one alone says only that loading
-/// failed), and only the last one from then on. It never prints.
+/// Makes libyang keep every message while modules load, since the last one alone only says that loading
+/// failed; afterwards only the last one. It never prints.
 class MessageKeeping {
 public:
     MessageKeeping() { ly_log_options(LY_LOSTORE); }
@@ -53,7 +53,7 @@ ContextOwner MakeContext(const fs::path& directory)
         throw FatalError("the YANG modules can't be read from " + directory.string() +
                          ": check that it is a readable directory");
     ContextOwner owned(context);
-    // A missing directory shows when a module is not found, and that error says more.
+    // The error of a missing module says more than an error about a missing directory would.
     static_cast<void>(ly_ctx_set_searchdir(context, SFLOW_IETF_YANG_DIR));
     return owned;
 }
@@ -84,7 +84,7 @@ std::vector<std::string> ModulesIn(const fs::path& directory)
 
 void LoadModules(ly_ctx* context, const fs::path& directory)
 {
-    // What the management agent offers of NETCONF (RFC 6241, section 8).
+    // The NETCONF capabilities that the management agent has (RFC 6241, section 8).
     std::array<const char*, 5> features{"candidate", "confirmed-commit", "rollback-on-error", "validate",
                                         nullptr};
     LoadModule(context, "ietf-netconf", features.data());
@@ -106,8 +106,7 @@ public:
         derived = DeriveSchema(context.get());
         fingerprint = FingerprintOf(context.get());
         for (std::size_t i = 0; i < derived.compiled.size(); ++i) {
-            // libyang leaves this member to its user. One more than the number, since 0 is what it begins
-            // with.
+            // libyang leaves this member to its user; 0 means no number, so numbers are stored plus one.
             auto* node = const_cast<lysc_node*>(derived.compiled[i]);
             node->priv = reinterpret_cast<void*>(static_cast<std::uintptr_t>(i) + 1);
         }

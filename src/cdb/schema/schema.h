@@ -22,20 +22,21 @@ struct Reach;
 class Schema {
 public:
     /// Loads our modules from `directory` and the IETF modules that NETCONF needs from their installed
-    /// places. Throws FatalError that names the module, the line and what is wrong: a module that does
-    /// not compile, a configuration node without a tag, a leaf of a type that Value can't hold, a
-    /// default-ref that is no sibling leaf of the same type.
+    /// directory. Throws FatalError that names the module, the line and the problem: a module that does not
+    /// compile, a configuration node without a tag, a leaf of a type that Value can't hold, a default-ref
+    /// that is no sibling leaf of the same type.
     static std::unique_ptr<Schema> Load(const std::filesystem::path& directory);
     ~Schema();
 
     [[nodiscard]] ly_ctx* Context() const;
     [[nodiscard]] const SchemaTable& Table() const;
 
-    /// Between a libyang schema node of configuration and its row in the table (kNoNode / nullptr for none).
+    /// Maps between a libyang schema node of configuration and its row in the table; kNoNode or null if there
+    /// is none.
     [[nodiscard]] NodeId IdOf(const lysc_node* node) const;
     [[nodiscard]] const lysc_node* NodeOf(NodeId id) const;
 
-    /// How far the constraints of the configuration reach (schema_reach.h).
+    /// How far the constraints of the configuration reach (reach.h).
     [[nodiscard]] const Reach& Constraints() const;
 
     /// The implemented modules: name, revision (may be empty), namespace; for hello and yang-library.
@@ -46,8 +47,8 @@ public:
     };
     [[nodiscard]] std::vector<Module> Modules() const;
 
-    /// Stands for the text of all modules that take part, imported ones too, and for libyang's version: what
-    /// was valid by a schema is valid by one with the same fingerprint.
+    /// A hash over the text of all modules, imported ones too, and libyang's version: data that is valid by a
+    /// schema is valid by any schema with the same fingerprint.
     [[nodiscard]] const std::string& Fingerprint() const;
 
 private:

@@ -9,9 +9,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kInstalled = SFLOW_INSTALLED_YANG_DIR;
-/// From the program's directory.
+/// Relative to the program's directory.
 constexpr const char* kBeside[] = {"../share/sflow-switch/yang", "../../yang"};
-/// A directory of that name may be another's: this module tells.
+/// The directory must have this module: another one may have the same name.
 constexpr const char* kRootModule = "switch-config.yang";
 
 }  // namespace
@@ -22,7 +22,7 @@ fs::path YangDirectory(const fs::path& program, const std::optional<std::string>
     if (program.is_absolute()) {
         for (const char* beside : kBeside) {
             const fs::path directory = (program.parent_path() / beside).lexically_normal();
-            std::error_code ignored;  // a place that can't be looked at is no place for modules
+            std::error_code ignored;  // an unreadable place counts as one without modules
             if (fs::is_regular_file(directory / kRootModule, ignored)) return directory;
         }
     }

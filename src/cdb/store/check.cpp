@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Has a store read in a child process and reports what is wrong with it.
+// Reads a store in a child process and reports what is wrong with it.
 
 #include "cdb/store/check.h"
 
@@ -21,11 +21,12 @@ namespace {
 
 static_assert(std::is_trivially_copyable_v<StoreFigures>);
 
-// What the child says first when all is well; anything else is a complaint, nothing means that it died.
+// The child's first words if the store is sound; other text is an error, and no text means that the child
+// died.
 constexpr std::string_view kSound = "sound\n";
 constexpr rlim_t kLongestSeconds = 60;  // of processor time: damaged pages can form a ring
 
-/// kSound and the figures as they lie in memory, or what is wrong.
+/// kSound and the bytes of the figures, or what is wrong.
 std::string Verdict(const std::filesystem::path& directory, CheckDepth depth)
 {
     try {

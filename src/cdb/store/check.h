@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Checks a store's file before it is used. LMDB trusts its file: a damaged page can end the process
-// that reads it. So the file is read once by a child process. Used by the store's writer only.
+// Checks a store's file before it is used. LMDB trusts its file: a damaged page can end the process that
+// reads it. So a child process reads the file once. Used by the store's writer only.
 
 #ifndef CDB_STORE_CHECK_H
 #define CDB_STORE_CHECK_H
@@ -12,12 +12,12 @@
 namespace cdb {
 
 enum class CheckDepth {
-    kStart,  // all but what is in the history's large values, which may be much and is not needed to start
+    kStart,      // all except the history's large values, which may be long
     kEverything  // all
 };
 
-/// Throws FatalError that says what is wrong with the store in the directory. Changes nothing. To be
-/// called while nobody writes and this process has no environment open.
+/// Throws FatalError that says what is wrong with the store in the directory. Changes nothing. Must be called
+/// while no process writes to the store and this process has no environment open.
 StoreFigures CheckStore(const std::filesystem::path& directory, CheckDepth depth);
 
 }  // namespace cdb

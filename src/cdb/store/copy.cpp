@@ -45,7 +45,7 @@ std::optional<Error> CopyEnvironment(const Environment& environment, const std::
     if (!file.is_absolute())
         return Error{.tag = ErrorTag::kInvalidValue,
                      .message = "the backup needs an absolute path, not " + file.string()};
-    // A look, so that nothing large is written for nothing; link decides.
+    // An early check saves a large copy that link would refuse.
     std::error_code ignored;
     if (std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) return Failed(file, EEXIST);
     std::string aside = file.string() + ".XXXXXX";

@@ -11,8 +11,9 @@
 
 namespace cdb {
 
-/// Writes the store as of now, without its free pages, into a new file. A process killed meanwhile leaves
-/// nothing under the file's own name.
+/// Writes the store as it is now, without its free pages, into a new file, durably. `file` must be an
+/// absolute path. An existing file is an error and stays. A killed process leaves nothing under the file's
+/// name.
 std::optional<Error> CopyEnvironment(const Environment& environment, const std::filesystem::path& file);
 
 }  // namespace cdb

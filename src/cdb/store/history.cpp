@@ -22,7 +22,7 @@ public:
     Cursor(const Cursor&) = delete;
     Cursor& operator=(const Cursor&) = delete;
 
-    /// Whether there is a record; `code` says what else is wrong.
+    /// Returns whether there is a record. If not, `code` says why: MDB_NOTFOUND, or an error.
     bool Go(MDB_cursor_op operation)
     {
         if (m_cursor != nullptr) code = mdb_cursor_get(m_cursor, &m_key, &m_value, operation);
@@ -50,7 +50,7 @@ std::uint64_t CommitOf(std::string_view undoKey)
     return codec::NumberOf(undoKey.substr(0, sizeof(std::uint64_t))).value_or(0);
 }
 
-/// The history as a write finds it and leaves it.
+/// The history within one write, with its counts.
 class Change {
 public:
     Change(WriteTransaction& write, const Environment& environment)
@@ -68,7 +68,7 @@ public:
     [[nodiscard]] std::uint64_t ByteCount() const { return m_bytes; }
     [[nodiscard]] std::size_t Entries() const { return m_entries; }
 
-    /// The oldest entry's time; nullopt for one that can't be read.
+    /// The oldest entry's time; nullopt if it can't be read.
     [[nodiscard]] std::optional<std::int64_t> OldestTime()
     {
         if (m_write.Failed()) return std::nullopt;

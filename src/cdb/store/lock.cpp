@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The file that says which process writes a store.
+// The lock file that names the process which writes a store.
 
 #include "cdb/store/lock.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The file that says which process writes a store. Used by store.cpp only.
+// The lock file that names the process which writes a store. Used by store.cpp only.
 
 #ifndef CDB_STORE_LOCK_H
 #define CDB_STORE_LOCK_H
@@ -10,10 +10,10 @@ namespace cdb {
 
 inline constexpr const char* kWriterLockFile = "writer.lock";
 
-/// Held while it lives, and given up by the kernel when the process dies.
+/// Held while the object lives; the kernel releases it when the process dies.
 class WriterLock {
 public:
-    /// Throws FatalError that names the process which has it, or why the file can't be used.
+    /// Throws FatalError that names the process which holds it, or says why the file can't be used.
     explicit WriterLock(const std::filesystem::path& directory);
     ~WriterLock();
     WriterLock(const WriterLock&) = delete;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A store's directory and how an empty store comes into it.
+// A store's directory, and how an empty store is made in it.
 
 #include "cdb/store/place.h"
 
@@ -46,7 +46,7 @@ bool Exists(const fs::path& file)
     return exists;
 }
 
-/// Only a help for the next start: a store without it works, and gets it then.
+/// Errors are ignored: a store without the mark works, and the next start writes it.
 void WriteMark(const fs::path& directory)
 {
     const auto mark = directory / kMarkFile;
@@ -56,18 +56,18 @@ void WriteMark(const fs::path& directory)
     fs::permissions(mark, kDataMode, error);
 }
 
-/// Makes an empty store aside and moves it in place, so that there is a whole one or none.
+/// Makes an empty store aside and moves it into place, so that the directory has a whole one or none.
 void MakeStore(const fs::path& directory, std::size_t mapSize)
 {
     const fs::path aside = directory / kAside;
     std::error_code error;
     try {
         MakeDirectory(aside);
-        // What a process has left that died in here.
+        // The remains of a process that died here.
         for (const auto& file : fs::directory_iterator(aside)) fs::remove_all(file.path());
         Environment(aside, Environment::Access::kWrite, mapSize).MakeDatabases();
         fs::permissions(aside / kDataFile, kDataMode);
-        // A lock file of a store that is gone has nothing to say about this one.
+        // The lock file of a lost store does not apply to this one.
         fs::remove(directory / kLockFile);
         fs::rename(aside / kDataFile, directory / kDataFile);
     } catch (const std::exception& failure) {
@@ -91,10 +91,10 @@ StorePlace PreparePlace(const fs::path& directory, const StoreOptions& options)
     MakeDirectory(directory);
     const fs::path data = directory / kDataFile;
     const fs::path aside = directory / kAside;
-    const char* trace = nullptr;  // a file that stands beside a store
+    const char* trace = nullptr;  // a file that is made beside a store
     for (const char* file : {kMarkFile, kLockFile, kWriterLockFile})
         if (trace == nullptr && Exists(directory / file)) trace = file;
-    // Before the first of these files there is the directory aside. It goes when the store is complete.
+    // The directory aside is made before the first of these files and removed when the store is complete.
     if (trace == nullptr && !Exists(data)) MakeDirectory(aside);
     StorePlace place{std::make_unique<WriterLock>(directory)};
     if (Exists(data)) {
@@ -103,7 +103,7 @@ StorePlace PreparePlace(const fs::path& directory, const StoreOptions& options)
         const bool beingMade = Exists(aside) && !Exists(directory / kMarkFile);
         if (!beingMade && !options.remake) RefuseLost(directory, trace == nullptr ? kWriterLockFile : trace);
         place.remade = !beingMade;
-        // Where that does not succeed the store stays a lost one.
+        // The mark keeps the store a lost one if making it fails.
         if (place.remade) WriteMark(directory);
         MakeStore(directory, options.mapSize);
     }

@@ -14,7 +14,7 @@
 namespace cdb {
 namespace {
 
-constexpr std::size_t kFirstData = 2;  // after the two pages that describe the file
+constexpr std::size_t kFirstData = 2;  // after the two meta pages
 
 /// A cursor and the read transaction around it.
 class Scan {
@@ -33,7 +33,8 @@ public:
     Scan(const Scan&) = delete;
     Scan& operator=(const Scan&) = delete;
 
-    /// Every record, in order, and as many as the database says that it has; their number.
+    /// Calls `check` with every record, in order, and returns their number. Throws DamagedRecord if it is not
+    /// the number that the database states.
     std::uint64_t Run(const std::function<void(std::string_view key, std::string_view value)>& check)
     {
         MDB_val key{};
@@ -60,8 +61,8 @@ private:
     MDB_stat m_statistics{};
 };
 
-/// Values that have pages of their own. Whoever drops one gives back as many pages as the head of the first
-/// says.
+/// Values on pages of their own. LMDB frees as many pages for one as the head of its first page says, so the
+/// heads must be right.
 class LargeValues {
 public:
     explicit LargeValues(const Environment& environment)
@@ -72,13 +73,13 @@ public:
         mdb_env_stat(environment.Handle(), &statistics);
         m_pageSize = statistics.ms_psize;
         m_pages = info.me_last_pgno + 1;
-        // LMDB does not say where the file lies in memory; the page of a small record, which has its number
-        // in its head, does. A file made where memory has other pages need not begin at the start of one.
+        // LMDB does not tell the address of its map; the page of a small record, whose head has its number,
+        // does. With another page size than the memory's, a page need not begin at a memory page.
         m_known = m_pageSize == static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
         if (m_known) m_map = MapOf(environment);
     }
 
-    /// A value that is in a page with others has its key before it there.
+    /// Whether the value has pages of its own: one that shares a page has its key before it there.
     [[nodiscard]] bool IsOne(std::string_view value) const
     {
         return m_known && Offset(value) % m_pageSize == kHeadSize;
@@ -96,13 +97,13 @@ public:
         std::memcpy(&number, head, sizeof(number));
         std::memcpy(&flags, head + kFlagsAt, sizeof(flags));
         std::memcpy(&pages, head + kPagesAt, sizeof(pages));
-        // A value that has taken the place of a longer one keeps the pages of that.
+        // A value that has replaced a longer one keeps that one's pages.
         return number == page && flags == kOverflow && pages >= count && pages <= m_pages - page;
     }
 
 private:
-    // LMDB's page: its number, two bytes unused, two of flags, four that count the pages of an overflow
-    // value.
+    // LMDB's page head: the page's number, two unused bytes, two of flags, four with the number of an
+    // overflow value's pages.
     static constexpr std::size_t kHeadSize = 16;
     static constexpr std::size_t kFlagsAt = 10;
     static constexpr std::size_t kPagesAt = 12;
@@ -135,7 +136,8 @@ private:
     std::size_t m_pages = 0;
 };
 
-/// The list of free pages, which writing trusts: counted, and inside the file. How many there are.
+/// Checks that the list of free pages, which writing trusts, is readable and names only pages of the file.
+/// Returns their number.
 std::uint64_t CheckFreePages(MDB_env* environment)
 {
     constexpr MDB_dbi kFreePages = 0;
@@ -159,13 +161,13 @@ std::uint64_t CheckFreePages(MDB_env* environment)
     return total;
 }
 
-/// The number that a key is or begins with.
+/// The number that a key begins with.
 std::string NumberText(std::string_view key)
 {
     return std::to_string(codec::NumberOf(key.substr(0, sizeof(std::uint64_t))).value_or(0));
 }
 
-/// The one that goes over the databases.
+/// Checks the records of one database after the other.
 class Reader {
 public:
     Reader(Environment& environment, CheckDepth depth)
@@ -173,7 +175,7 @@ public:
     {
     }
 
-    /// Keys ascend, values are intact and of a kind that `readable` knows. How many there are.
+    /// Checks that keys ascend, and that values are intact and accepted by `readable`. Returns their number.
     std::uint64_t Check(MDB_dbi database, const std::string& kind,
                         const std::function<bool(std::string_view key, std::string_view payload)>& readable)
     {
@@ -203,7 +205,7 @@ private:
     LargeValues m_large;
 };
 
-/// What undoes each commit is there as a whole, and the count of the bytes is right.
+/// Checks that each commit's undo is complete and that the count of the bytes is right.
 void CheckHistoryWhole(Environment& environment, const std::vector<std::uint64_t>& commits,
                        std::uint64_t bytes)
 {

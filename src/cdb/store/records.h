@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads the records of a store and says what is wrong with them. Runs in the child process of
-// store_check.cpp: a damaged file may end it.
+// Reads the records of a store and says what is wrong with them. Runs in the child process of check.cpp,
+// since a damaged file may end it.
 
 #ifndef CDB_STORE_RECORDS_H
 #define CDB_STORE_RECORDS_H

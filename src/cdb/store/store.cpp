@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The write side of the store, put together of its parts: the schema, the history and the faults.
+// The write side of the store: the schema, the history and the faults.
 
 #include "cdb/store/store.h"
 
@@ -19,11 +19,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Readers note themselves there.
+// Readers register in LMDB's lock file.
 constexpr fs::perms kLockMode = kDataMode | fs::perms::group_write;
 constexpr std::size_t kLongestFaultText = 4096;
 
-/// The newest records of a database first.
+/// The records of a database, newest first, at most `limit`; unreadable ones are left out.
 template <typename Record, typename RecordOf>
 std::vector<Record> Newest(Environment& environment, MDB_dbi database, std::size_t limit,
                            const RecordOf& recordOf)
@@ -59,7 +59,7 @@ public:
           writer(std::make_shared<StoreWriter>(environment, wanted))
     {
         environment->UseOrAddDatabases();
-        std::error_code error;  // the files may belong to somebody who lets us use them
+        std::error_code error;  // ignored: the files may belong to another user
         fs::permissions(directory / kDataFile, kDataMode, error);
         fs::permissions(directory / kLockFile, kLockMode, error);
         auto reading = environment->BeginReading();
@@ -69,7 +69,8 @@ public:
         if (place.recordedMap != 0 && place.recordedMap < wanted.mapSize) TellReadersOfTheMap();
     }
 
-    /// What was made of a lost store and got no content is not kept: its directory stays one that is refused.
+    /// An empty store made in place of a lost one is removed if it got no commit, so that its directory is
+    /// refused again.
     ~Impl()
     {
         const fs::path directory = environment->Directory();
@@ -102,7 +103,7 @@ public:
         m_fingerprint = fingerprint;
     }
 
-    /// One durable write, where no other is under way.
+    /// One durable write; an error if another is under way.
     std::optional<Error> Write(const std::string& what, const StoreWriter::Apply& apply)
     {
         if (!writer->Slot().Take()) return SlotTaken(what);
@@ -111,15 +112,15 @@ public:
     }
 
     StoreOptions options;
-    StorePlace place;  // its lock is given up after the environment is closed
+    StorePlace place;  // destroyed last: its lock is held until the environment is closed
     std::shared_ptr<Environment> environment;
     std::shared_ptr<StoreWriter> writer;
 
 private:
-    /// A reader takes the map's size from the file, where the next write puts it.
+    /// Readers take the map's size from the file; a write puts the new size there.
     void TellReadersOfTheMap()
     {
-        // Without space the file does not outgrow the old map either.
+        // The error is ignored: without space the file does not outgrow the old map either.
         static_cast<void>(Write("enlarging the map", [this](WriteTransaction& write) {
             write.PutSealed(environment->meta, codec::kFormatKey, codec::FormatMark());
         }));
@@ -237,7 +238,7 @@ std::optional<Error> Store::AddFaults(std::vector<Fault> faults)
 {
     if (faults.empty()) return std::nullopt;
     const std::size_t limit = m_impl->options.faultLimit;
-    // More than are kept would only make the write larger.
+    // Those beyond the limit would be dropped at once.
     if (faults.size() > limit)
         faults.erase(faults.begin(), faults.end() - static_cast<std::ptrdiff_t>(limit));
     for (auto& fault : faults)

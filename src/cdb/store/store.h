@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The running datastore on disk: the rows (cdb/rows), and beside them the schema table, the last commit's
-// number, the history and the fault table. The files of this folder and of cdb/rows are the only ones that
-// know LMDB.
+// The running datastore on disk: the rows (cdb/rows), the schema table, the last commit's number, the history
+// and the fault table. Only this folder and cdb/rows know LMDB.
 //
 // One process writes (cdbd); others read through StoreReader. In the writing process one thread at a time
-// writes; any may read meanwhile: each read sees one commit.
+// writes, while any thread may read; each read sees one commit.
 
 #ifndef CDB_STORE_STORE_H
 #define CDB_STORE_STORE_H
@@ -29,15 +28,15 @@
 namespace cdb {
 
 struct StoreOptions {
-    std::size_t mapSize = std::size_t{1} << 30;  // the most that the store can hold; reserved, not used up
-    std::size_t historyLimit = 500;              // commits
-    std::size_t historyBytes = std::size_t{64} << 20;  // of payload; never more than a quarter of mapSize
-    std::uint32_t historyDays = 0;                     // older commits are forgotten; 0: none is for its age
+    std::size_t mapSize = std::size_t{1} << 30;        // the store's largest size in bytes; only reserved
+    std::size_t historyLimit = 500;                    // commits
+    std::size_t historyBytes = std::size_t{64} << 20;  // of payload; at most a quarter of mapSize
+    std::uint32_t historyDays = 0;                     // older commits are dropped; 0: none for its age
     std::size_t faultLimit = 1000;
-    bool remake = false;  // makes an empty store where one has lost its data file, instead of refusing it
+    bool remake = false;  // makes an empty store if one has lost its data file, instead of refusing it
 };
 
-/// What is in a store.
+/// The content and the sizes of a store.
 struct StoreFigures {
     std::uint64_t commit = 0;
     std::uint64_t rows = 0;
@@ -50,46 +49,47 @@ struct StoreFigures {
     std::uint64_t mapSize = 0;
 };
 
-/// Write side, held by one process at a time. What writes (Begin up to Commit, SetSchema, AddFault,
-/// AddFaults) is for one thread at a time, where a second is refused; what is const may be called by any
-/// thread at any time.
+/// The write side, held by one process at a time. Calls that write (Begin up to Commit, SetSchema, AddFault,
+/// AddFaults) are for one thread at a time: a second write is refused. Const functions may be called by any
+/// thread at any time, and throw FatalError if the file can't be read.
 class Store {
 public:
-    /// Opens or creates the store. Throws FatalError, having changed nothing: another process holds it
-    /// (its process id is named), a newer or damaged format, a store whose data file is gone, no permission,
-    /// no space. What is in the history's large values is not read.
+    /// Opens or creates the store. Throws FatalError, having changed nothing, if another process holds it
+    /// (naming its process id), the format is newer or damaged, the data file is gone, or permission or space
+    /// is lacking. Does not read the content of the history's large values.
     static std::unique_ptr<Store> Open(const std::filesystem::path& directory,
                                        const StoreOptions& options = {});
 
-    /// Reads all of a store that no process writes, and changes nothing. Throws FatalError that says what is
-    /// wrong with it.
+    /// Reads the whole of a store that no process writes, and changes nothing. Throws FatalError that says
+    /// what is wrong with it.
     static StoreFigures Check(const std::filesystem::path& directory);
     ~Store();
 
     [[nodiscard]] const std::filesystem::path& Directory() const;
 
-    /// True until the first commit.
+    /// True until the first commit, whose number is 1.
     [[nodiscard]] bool Empty() const;
     [[nodiscard]] std::uint64_t LastCommit() const;
 
-    /// The schema that rows are written and read by from here on; written to the store where it
-    /// differs from what is there. `fingerprint` stands for the modules that the rows are known to be valid
-    /// by (Schema::Fingerprint); empty: none. Throws FatalError.
+    /// Sets the schema that rows are written and read by from now on, and stores it if it differs.
+    /// `fingerprint` names the modules by which the rows are known to be valid (Schema::Fingerprint); empty:
+    /// none. Throws FatalError.
     void SetSchema(const SchemaTable& schema, const std::string& fingerprint = {});
 
-    /// As of the last SetSchema, of this process or of one before; empty: none.
+    /// The fingerprint and table of the last SetSchema, of this process or an earlier one. The fingerprint is
+    /// empty if there is none.
     [[nodiscard]] std::string SchemaFingerprint() const;
     [[nodiscard]] SchemaTable Schema() const;
 
     [[nodiscard]] StoreReader::Snapshot Read() const;
 
-    /// A row's key as it is stored, and back; nullopt for a node that the schema does not have. The node is
-    /// one of the schema's, with as many keys as there are on the way to it.
+    /// Converts a row's key to its stored form and back. `key.node` must be in the schema, with as many keys
+    /// as the path to it has. RowKeyOf returns nullopt if the schema lacks the node.
     [[nodiscard]] std::string StoredKey(const RowKey& key) const;
     [[nodiscard]] std::optional<RowKey> RowKeyOf(std::string_view storedKey) const;
 
-    /// One durable write, kept in memory until Commit. Remembers its first error: after it every call does
-    /// nothing, and Commit returns it. Destroyed without Commit, it leaves nothing.
+    /// One durable write, kept in memory until Commit. Keeps its first error: later calls do nothing, and
+    /// Commit returns it. Destroyed without Commit, it changes nothing.
     class Transaction {
     public:
         Transaction(Transaction&&) noexcept;
@@ -97,11 +97,11 @@ public:
         void Put(const RowKey& key, const Row& row);
         void Erase(const RowKey& key);
         /// Appends the commit's history entry, sets the last commit's number, and drops the oldest entries
-        /// beyond the history's limits. Once a transaction. An entry whose undo alone is beyond the limit is
-        /// kept without it.
+        /// beyond the history's limits. Once for each transaction. An entry whose undo alone is beyond the
+        /// limit is kept without it.
         void Append(const HistoryEntry& entry);
-        /// Nullopt: durable and visible to readers. Where the store is full, history is dropped to make room;
-        /// where that does not help it is kResourceDenied.
+        /// Nullopt if the changes are durable and visible to readers. If the store is full, Commit drops
+        /// history to make room; if that does not suffice, the error is kResourceDenied.
         [[nodiscard]] std::optional<Error> Commit();
 
     private:
@@ -110,26 +110,27 @@ public:
         explicit Transaction(std::unique_ptr<Impl> impl);
         std::unique_ptr<Impl> m_impl;
     };
-    /// `expectedCommit`: the last commit that the caller's changes start from; Commit refuses to write where
-    /// the store is at another one.
+    /// `expectedCommit`: the last commit that the changes are based on; Commit refuses to write if the store
+    /// is at another one.
     [[nodiscard]] Transaction Begin(std::optional<std::uint64_t> expectedCommit = std::nullopt);
 
-    /// Newest first, at most `limit`, without what undoes them.
+    /// The newest entries first, at most `limit`, without their undo. Unreadable ones are left out.
     [[nodiscard]] std::vector<HistoryEntry> History(std::size_t limit) const;
 
-    /// The entry with what undoes it. kDataMissing: it is not kept; kOperationFailed: it is damaged.
+    /// The entry with its undo. kDataMissing if that is not kept; kOperationFailed if it is damaged.
     [[nodiscard]] std::variant<HistoryEntry, Error> HistoryUndo(std::uint64_t commit) const;
 
-    /// What the history's limit on bytes counts.
+    /// The bytes that the history's limit counts.
     [[nodiscard]] std::uint64_t HistoryBytes() const;
 
-    /// Durable together; longer texts are cut. They get their numbers here.
+    /// Stores them durably, together, and gives them their numbers. Texts are cut to 4096 bytes; the oldest
+    /// faults beyond faultLimit are dropped.
     std::optional<Error> AddFaults(std::vector<Fault> faults);
     std::optional<Error> AddFault(Fault fault);
     [[nodiscard]] std::vector<Fault> Faults(std::size_t limit) const;
 
-    /// Makes a copy of the store in a new file, durable and as of one commit, when it is called: once, in any
-    /// thread, even after the store has gone. A file that is there is not touched.
+    /// Returns a function that copies the store into a new file, durable and as of one commit. It may be
+    /// called once, in any thread, even after the store has gone. An existing file is an error and stays.
     [[nodiscard]] std::function<std::optional<Error>()> Backup(std::filesystem::path file) const;
 
 private:
@@ -139,7 +140,7 @@ private:
     std::unique_ptr<Impl> m_impl;
 };
 
-/// The running datastore as of now, as of a StoreReader.
+/// The running datastore as it is now, as of a StoreReader.
 std::unique_ptr<RowView> MakeRowView(const Store& store);
 
 }  // namespace cdb

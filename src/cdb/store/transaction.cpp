@@ -208,7 +208,7 @@ std::optional<Error> Store::Transaction::Impl::Commit()
     const bool wasOpen = m_open;
     End();
     auto error = m_error;
-    if (wasOpen && !m_error) Fail(ErrorTag::kOperationFailed, "it has ended before");  // for what comes later
+    if (wasOpen && !m_error) Fail(ErrorTag::kOperationFailed, "it has ended before");  // for later calls
     return error;
 }
 

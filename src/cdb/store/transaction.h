@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writing to the store: one LMDB transaction, the writer that carries changes out in one and makes room for
-// them where the store is full, and a commit's changes until then. Used by the store's writer only.
+// Writing to the store: one LMDB transaction, the writer that applies changes in one and makes room for them
+// if the store is full, and the changes of a commit until then. Used by the store's writer only.
 
 #ifndef CDB_STORE_TRANSACTION_H
 #define CDB_STORE_TRANSACTION_H
@@ -20,8 +20,8 @@
 
 namespace cdb {
 
-/// One LMDB transaction. Remembers its first error: after it every call does nothing, and Commit returns it.
-/// Destroyed without Commit, it leaves nothing.
+/// One LMDB transaction. Keeps its first error: later calls do nothing, and Commit returns it. Destroyed
+/// without Commit, it changes nothing.
 class WriteTransaction {
 public:
     /// `what` names the attempt in errors: "the commit".
@@ -33,9 +33,9 @@ public:
     void Put(MDB_dbi database, std::string_view key, std::string_view payload);
     void PutSealed(MDB_dbi database, std::string_view key, std::string_view sealed);
     void Erase(MDB_dbi database, std::string_view key);
-    /// The number under the key of `meta`; nullopt: none.
+    /// The number under the key of `meta`; nullopt if there is none or it can't be read.
     [[nodiscard]] std::optional<std::uint64_t> Number(std::string_view key);
-    /// The number that is the last key; 0 where there is none.
+    /// The number that is the last key; 0 if there is none.
     [[nodiscard]] std::uint64_t LastNumber(MDB_dbi database);
     /// Drops the first records until `limit` are left.
     void Trim(MDB_dbi database, std::size_t limit);
@@ -43,7 +43,7 @@ public:
     void Fail(Error error);
     void Remember(int code);
     [[nodiscard]] bool Failed() const { return m_error.has_value(); }
-    /// Whether what it failed of is want of space.
+    /// Whether it failed for lack of space.
     [[nodiscard]] bool Full() const { return m_full; }
     [[nodiscard]] MDB_txn* Handle() const { return m_transaction; }
     [[nodiscard]] std::optional<Error> Commit();
@@ -56,14 +56,14 @@ private:
     bool m_full = false;
 };
 
-/// Whether a write is under way: a second one is refused.
+/// Taken while a write is under way, so that a second one is refused. For any thread.
 class WriteSlot {
 public:
-    /// False: it is taken.
+    /// Returns false if it is taken.
     bool Take() { return !m_taken.exchange(true); }
     void GiveBack() { m_taken = false; }
 
-    /// Gives back what was taken, at its end.
+    /// Gives back the taken slot when it is destroyed.
     class Hold {
     public:
         explicit Hold(WriteSlot& slot) : m_slot(slot) {}
@@ -82,14 +82,14 @@ private:
 /// The error of a write that finds the slot taken.
 Error SlotTaken(const std::string& what);
 
-/// Carries changes out, durably. The slot is the caller's to take.
+/// Applies changes durably. The caller takes the slot.
 class StoreWriter {
 public:
     using Apply = std::function<void(WriteTransaction& write)>;
 
     StoreWriter(std::shared_ptr<Environment> environment, const StoreOptions& options);
 
-    /// `apply` makes the changes; it is called again where room had to be made for them.
+    /// `apply` makes the changes; it is called again after room was made for them.
     [[nodiscard]] std::optional<Error> Do(const std::string& what, const Apply& apply);
 
     [[nodiscard]] Environment& Used() const { return *m_environment; }
@@ -97,7 +97,7 @@ public:
     WriteSlot& Slot() { return m_slot; }
 
 private:
-    /// Drops half of the history's bytes. False: there was nothing, or it can't be done.
+    /// Drops half of the history's bytes. Returns false if there was nothing to drop, or it failed.
     bool MakeRoom();
 
     std::shared_ptr<Environment> m_environment;
@@ -119,13 +119,13 @@ public:
     [[nodiscard]] std::optional<Error> Commit();
 
 private:
-    /// A row to be written or erased; its bytes lie in m_bytes, one after the other.
+    /// A row to be written or erased; its key and value follow each other in m_bytes.
     struct Change {
         std::size_t keySize = 0;
-        std::size_t valueSize = 0;  // 0: erased
+        std::size_t valueSize = 0;  // 0: erase it
     };
 
-    /// False, with the error remembered, for a key that can't be stored.
+    /// Writes the stored key to m_name. Returns false, and keeps the error, if the key can't be stored.
     [[nodiscard]] bool Name(const RowKey& key);
     void Fail(ErrorTag tag, const std::string& why);
     void Apply(WriteTransaction& write) const;
@@ -134,13 +134,13 @@ private:
     std::shared_ptr<StoreWriter> m_writer;
     std::shared_ptr<const codec::RowKeys> m_keys;
     std::optional<std::uint64_t> m_expectedCommit;
-    bool m_open = false;  // has the slot
+    bool m_open = false;  // holds the slot
     std::optional<Error> m_error;
     std::vector<Change> m_changes;
     std::string m_bytes;
     std::optional<history::Addition> m_addition;
-    std::string m_name;     // of the row at hand
-    std::string m_payload;  // likewise
+    std::string m_name;     // the current row's key
+    std::string m_payload;  // and payload
 };
 
 }  // namespace cdb

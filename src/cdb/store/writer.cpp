@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Carries writes out, and makes room for them where the store is full.
+// Applies writes, and makes room for them if the store is full.
 
 #include "cdb/store/transaction.h"
 #include "log/log.h"
@@ -8,7 +8,7 @@ namespace cdb {
 namespace {
 
 constexpr int kRounds = 4;                 // of making room: a sixteenth of the history is left after them
-constexpr std::size_t kShareOfTheMap = 4;  // the history takes at most one such part of it
+constexpr std::size_t kShareOfTheMap = 4;  // the history takes at most this fraction of the map
 constexpr std::int64_t kDayUs = std::int64_t{86'400} * 1'000'000;
 
 }  // namespace
@@ -40,7 +40,8 @@ std::optional<Error> StoreWriter::Do(const std::string& what, const Apply& apply
 bool StoreWriter::MakeRoom()
 {
     std::size_t dropped = 0;
-    // LMDB gives pages that one transaction freed to the next but one. The second writes for that alone.
+    // LMDB reuses the pages that a transaction has freed only in the next transaction but one; the second
+    // write here serves only that.
     for (const bool drop : {true, false}) {
         WriteTransaction write(*m_environment, "making room");
         if (drop) dropped = history::DropHalf(write, *m_environment);

@@ -40,7 +40,7 @@ PortState ReadState(Attribute protocolInfo)
     return state;
 }
 
-// Ranges come as two entries, the first and the last.
+// A range comes as two entries, the first and the last VLAN.
 std::vector<VlanRange> ReadCompressed(Attribute familyInfo)
 {
     std::vector<VlanRange> vlans;
@@ -69,7 +69,7 @@ std::optional<PortMessage> ReadPort(const nlmsghdr& message)
     if (read.ifIndex == 0 || message.nlmsg_type != RTM_NEWLINK) return std::nullopt;
     const auto attributes = ReadAttributes<IFLA_AF_SPEC + 1>(Payload(message, sizeof(ifinfomsg)));
     read.bridge = attributes[IFLA_MASTER].U32();
-    // Devices with a switch inside answer for themselves too, without these.
+    // Devices with an embedded switch answer for themselves too, without these attributes.
     if (read.bridge == 0 || (read.bridge != read.ifIndex && !attributes[IFLA_PROTINFO])) return std::nullopt;
     read.state = ReadState(attributes[IFLA_PROTINFO]);
     read.vlans = ReadCompressed(attributes[IFLA_AF_SPEC]);

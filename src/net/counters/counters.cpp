@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The counter reader on the kernel: both kinds of counters behind one door.
+// The counter reader on the kernel: both kinds of counters behind one interface.
 
 #include "net/counters/counters.h"
 

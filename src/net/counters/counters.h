@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The counters of network interfaces: rtnetlink's 64-bit link statistics and, where the driver gives
-// them, ethtool netlink's IEEE 802.3 statistics.
+// The counters of network interfaces: rtnetlink's 64-bit link statistics and ethtool netlink's IEEE 802.3
+// statistics, if the driver keeps them.
 
 #ifndef NET_COUNTERS_COUNTERS_H
 #define NET_COUNTERS_COUNTERS_H
@@ -24,7 +24,7 @@ struct LinkCounters {
     std::uint64_t multicast = 0;  // received
 };
 
-/// IEEE 802.3 counters that a driver keeps; those it does not keep are absent.
+/// IEEE 802.3 counters that a driver keeps; those it does not keep are absent. Any: at least one is present.
 struct EthernetCounters {
     std::optional<std::uint64_t> alignmentErrors, fcsErrors, singleCollisions, multipleCollisions,
         sqeTestErrors, deferred, lateCollisions, excessiveCollisions, macTransmitErrors, carrierSenseErrors,
@@ -32,7 +32,8 @@ struct EthernetCounters {
     [[nodiscard]] bool Any() const;
 };
 
-/// Its questions wait while anybody changes links, in whatever namespace. It writes nothing to the log.
+/// Its requests wait for the kernel's lock while any process changes links, in any namespace. Writes nothing
+/// to the log.
 class CounterReader {
 public:
     CounterReader() = default;
@@ -40,18 +41,17 @@ public:
     CounterReader& operator=(const CounterReader&) = delete;
     virtual ~CounterReader() = default;
 
-    /// The counters of these interfaces, in any order; those that are gone are missing. The cost grows
-    /// with their number; many are read with one dump. The result is valid until the next call. Throws
-    /// std::system_error where the kernel gives none.
+    /// The counters of these interfaces, in any order; interfaces that are gone are missing. The cost grows
+    /// with their number; many are read with one dump. Valid until the next call. Throws std::system_error.
     virtual std::span<const LinkCounters> Read(std::span<const std::uint32_t> ifIndexes) = 0;
 
-    /// What the driver counts; nothing where it counts nothing, which is remembered per interface
-    /// until Forget.
+    /// The driver's counters; nullopt if it has none, which is remembered for the interface until Forget, or
+    /// if the kernel reports another error.
     virtual std::optional<EthernetCounters> ReadEthernet(std::uint32_t ifIndex) = 0;
     virtual void Forget(std::uint32_t ifIndex) = 0;
 };
 
-/// Opens its sockets; throws std::system_error.
+/// Opens its sockets. Throws std::system_error.
 std::unique_ptr<CounterReader> MakeCounterReader();
 
 }  // namespace net

@@ -14,7 +14,7 @@ namespace {
 
 using Counter = std::optional<std::uint64_t> EthernetCounters::*;
 
-/// Where a statistic of a group belongs; null for those that are not sent.
+/// The counter for a statistic of a group; null if it is not exported.
 Counter Place(std::uint32_t group, std::uint16_t statistic)
 {
     if (group == ETHTOOL_STATS_ETH_PHY)
@@ -52,7 +52,7 @@ void ReadGroup(Attribute nest, EthernetCounters& counters)
 {
     const auto group = ReadAttributes<ETHTOOL_A_STATS_GRP_ID + 1>(nest.Bytes())[ETHTOOL_A_STATS_GRP_ID];
     if (group.Bytes().size() != sizeof(std::uint32_t)) return;
-    // Each statistic stands in a nest of its own.
+    // Each statistic has a nest of its own.
     ForEachAttribute(nest.Bytes(), [&](Attribute entry) {
         if (entry.Type() != ETHTOOL_A_STATS_GRP_STAT) return;
         ForEachAttribute(entry.Bytes(), [&](Attribute statistic) {
@@ -111,7 +111,7 @@ std::optional<EthernetCounters> EthernetCountersReader::Read(std::uint32_t ifInd
         m_socket.Request(request,
                          [&counters](const nlmsghdr& message) { counters = ReadEthernetStats(message); });
     } catch (const std::system_error& error) {
-        // A device that is asleep or has gone may answer another time.
+        // Another error may pass: the device may be asleep.
         if (error.code().value() != EOPNOTSUPP) return std::nullopt;
     }
     if (counters.Any()) return counters;

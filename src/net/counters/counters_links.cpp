@@ -15,12 +15,12 @@
 namespace net {
 namespace {
 
-/// The answers to a batch wait in the socket's buffer together: less than 1 KiB of it each.
+/// The answers to a batch wait in the socket's buffer together; each takes less than 1 KiB of it.
 constexpr std::size_t kBatch = 64;
 constexpr std::size_t kAnswerBuffer = 256 * 1024;
-/// An answer has 232 bytes; an error repeats no more than the request.
+/// An answer has 232 bytes; an error is no longer than that, since it repeats only the request.
 constexpr std::size_t kAnswerSize = 512;
-/// Reads by request after which a dump shows how many links there are by now.
+/// After this many reads by request, a dump updates the number of links.
 constexpr unsigned kReadsBetweenDumps = 256;
 
 struct StatsRequest {
@@ -90,7 +90,7 @@ void LinkCountersReader::Dump(std::span<const std::uint32_t> wanted)
         restart);
     m_links = links;
     m_readsSinceDump = 0;
-    // Links that come and go all the time may have cost it others: these are asked for one by one.
+    // If links kept changing, the dump may lack some: they are asked for one by one.
     if (!whole) AskForMissing(wanted);
 }
 
@@ -144,7 +144,7 @@ void LinkCountersReader::AskBatch(std::span<const std::uint32_t> batch)
                         reinterpret_cast<const sockaddr*>(&kernel), sizeof kernel);
     } while (sent < 0 && errno == EINTR);
     if (sent < 0) throw std::system_error(errno, std::system_category(), "requests for link statistics");
-    // The kernel has answered all of them by now: with the counters, or an error where the link is gone.
+    // The kernel has answered all of them by now: with the counters, or with an error if the link is gone.
     std::size_t missing = batch.size();
     while (missing > 0 && TakeAnswers(batch, missing)) {
     }
@@ -171,7 +171,7 @@ bool LinkCountersReader::TakeAnswers(std::span<const std::uint32_t> batch, std::
         const auto& message = *reinterpret_cast<const nlmsghdr*>(slots[i].iov_base);
         const std::size_t size = messages[i].msg_len;
         if (size < sizeof message || message.nlmsg_len > size || message.nlmsg_len < sizeof message) continue;
-        if (message.nlmsg_seq != m_sequence) continue;  // left behind by an earlier batch
+        if (message.nlmsg_seq != m_sequence) continue;  // an answer to an earlier batch
         --missing;
         AddLinkCounters(message, batch, m_found);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where a table's seed comes from.
+// The seed of a table.
 
 #include "net/links/address_table.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A hash table from 64-bit keys to small values in one array, for look-ups that run once a packet: the
-// standard's tables take several dependent steps through memory, and a division for each. Linear probing;
-// what is erased leaves no trace. Used for learned addresses.
+// A hash table from 64-bit keys to small values in one array, for look-ups that run once a packet:
+// std::unordered_map needs several dependent memory accesses and a division. Linear probing without
+// tombstones. Used for learned addresses.
 
 #ifndef NET_LINKS_ADDRESS_TABLE_H
 #define NET_LINKS_ADDRESS_TABLE_H
@@ -13,7 +13,7 @@
 
 namespace net {
 
-/// A number that an outsider can't foresee.
+/// A random number that a peer can't predict.
 [[nodiscard]] std::uint64_t UnforeseeableNumber();
 
 template <typename Value>
@@ -21,7 +21,7 @@ class AddressTable {
 public:
     [[nodiscard]] std::size_t Size() const { return m_size; }
 
-    /// Null when it is not there. Valid until something is put or erased.
+    /// Null if there is none. Valid until something is put or erased.
     [[nodiscard]] const Value* Find(std::uint64_t key) const
     {
         if (m_slots.empty()) return nullptr;
@@ -36,7 +36,7 @@ public:
         return const_cast<Value*>(std::as_const(*this).Find(key));
     }
 
-    /// Enters it, or takes the place of the one with this key.
+    /// Inserts it, or replaces the value of this key.
     void Put(std::uint64_t key, Value value)
     {
         if (Value* before = Find(key); before != nullptr) {
@@ -47,14 +47,14 @@ public:
         Enter(key, std::move(value));
     }
 
-    /// How many went: one or none.
+    /// The number erased: 1 or 0.
     std::size_t Erase(std::uint64_t key)
     {
         const Value* found = Find(key);
         if (found == nullptr) return 0;
         std::size_t hole = Home(key);
         while (&m_slots[hole].value != found) hole = Next(hole);
-        // What was pushed beyond the hole from a home before it moves up.
+        // Entries that were pushed beyond the hole from a home before it move up.
         for (std::size_t at = Next(hole); m_slots[at].used; at = Next(at)) {
             if (((at - Home(m_slots[at].key)) & Mask()) < ((at - hole) & Mask())) continue;
             m_slots[hole] = std::move(m_slots[at]);
@@ -65,7 +65,7 @@ public:
         return 1;
     }
 
-    /// Those for which this holds; how many went. The room that is left over is given back.
+    /// Erases the entries whose value meets the condition and returns their number. The table shrinks to fit.
     template <typename Condition>
     std::size_t EraseIf(Condition condition)
     {
@@ -84,7 +84,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t kSmallest = 16;  // a power of two, as every size
+    static constexpr std::size_t kSmallest = 16;  // a power of two, like every size
 
     struct Slot {
         std::uint64_t key = 0;
@@ -120,7 +120,7 @@ private:
 
     std::vector<Slot> m_slots;
     std::size_t m_size = 0;
-    // Another in each process and table, so that nobody can choose addresses that all meet in one place.
+    // Differs in each process and table, so that a peer can't choose addresses that collide.
     std::uint64_t m_seed = UnforeseeableNumber();
 };
 

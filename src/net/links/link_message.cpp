@@ -15,7 +15,7 @@
 namespace net {
 namespace {
 
-// IF_OPER_* of RFC 2863 as linux/if.h has them; that header does not go together with net/if.h.
+// IF_OPER_* of RFC 2863 as linux/if.h has them; that header conflicts with net/if.h.
 constexpr std::uint8_t kOperUnknown = 0;
 constexpr std::uint8_t kOperUp = 6;
 
@@ -45,7 +45,7 @@ void ReadMaster(Attribute linkInfo, LinkMessage& read, std::uint32_t master)
         read.link.master = master;
     } else if (kind == "bond" || kind == "team") {
         read.placement.aggregate = master;
-    } else if (kind != "vrf") {  // which changes the routing table only, and the kernel knows
+    } else if (kind != "vrf") {  // a VRF only changes the routing table, which the kernel's answers consider
         read.placement.foreignMaster = true;
     }
 }
@@ -66,7 +66,7 @@ std::optional<LinkMessage> ReadLink(const nlmsghdr& message)
     if (index == 0 || message.nlmsg_type != RTM_NEWLINK) return std::nullopt;
     const auto& header = *HeaderOf<ifinfomsg>(message);
     const auto attributes = ReadAttributes<IFLA_PROP_LIST + 1>(Payload(message, sizeof header));
-    // An event of a wireless driver has the name and that event only.
+    // A wireless driver's event has only the name and that event.
     if (!attributes[IFLA_IFNAME] || attributes[IFLA_WIRELESS]) return std::nullopt;
 
     LinkMessage read;
@@ -86,7 +86,7 @@ std::optional<LinkMessage> ReadLink(const nlmsghdr& message)
     link.loopback = (header.ifi_flags & IFF_LOOPBACK) != 0;
     const auto address = attributes[IFLA_ADDRESS].Bytes();
     if (address.size() == link.mac.size()) std::copy(address.begin(), address.end(), link.mac.begin());
-    // An index of another namespace may be that of a device of ours, which has nothing to do with it.
+    // The index of a lower device in another namespace must not be taken for one of this namespace.
     ReadKind(attributes[IFLA_LINKINFO], read,
              attributes[IFLA_LINK_NETNSID] ? 0 : attributes[IFLA_LINK].U32());
     ReadMaster(attributes[IFLA_LINKINFO], read, attributes[IFLA_MASTER].U32());

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What one rtnetlink message says of a link, its place among other devices included. It keeps nothing.
-// Used by the monitor.
+// Reads a link, and its place among other devices, from one rtnetlink message. Keeps no state. Used by the
+// monitor.
 
 #ifndef NET_LINKS_LINK_MESSAGE_H
 #define NET_LINKS_LINK_MESSAGE_H
@@ -13,29 +13,30 @@
 
 namespace net {
 
-/// Where a device stands in the way of a packet, beyond what Link tells.
+/// A device's place on the path of a packet, beyond what Link has.
 struct Placement {
-    std::uint32_t aggregate = 0;     // bond or team that takes what enters here; 0: none
-    bool foreignMaster = false;      // something else takes what enters, and decides unseen
-    std::uint32_t vlanLower = 0;     // a VLAN device: of which
-    std::uint16_t vlanId = 0;        // and with what id
-    bool spanningTree = false;       // a bridge that runs it
-    bool multicastSnooping = false;  // a bridge that looks at memberships
+    std::uint32_t aggregate = 0;     // bond or team that takes the packets that enter here; 0: none
+    bool foreignMaster = false;      // another kind of master takes them; its decisions can't be seen
+    std::uint32_t vlanLower = 0;     // of a VLAN device: the device below it; 0: none
+    std::uint16_t vlanId = 0;        // and its VLAN id
+    bool spanningTree = false;       // a bridge that runs the spanning tree protocol
+    bool multicastSnooping = false;  // a bridge that follows multicast memberships
     friend bool operator==(const Placement&, const Placement&) = default;
 };
 
 struct LinkMessage {
-    Link link;  // speed and duplex unknown: rtnetlink does not have them
+    Link link;  // speed and duplex are unknown: rtnetlink does not have them
     Placement placement;
 };
 
-/// Reads an RTM_NEWLINK of family AF_UNSPEC; nothing where it is not one or tells only part of the link.
+/// Reads an RTM_NEWLINK of family AF_UNSPEC; nullopt if it is another message or has only part of the link.
 [[nodiscard]] std::optional<LinkMessage> ReadLink(const nlmsghdr& message);
 
-/// The index in an RTM_NEWLINK or RTM_DELLINK of this family (AF_UNSPEC, AF_BRIDGE); 0 when it is none.
+/// The index in an RTM_NEWLINK or RTM_DELLINK of this family (AF_UNSPEC, AF_BRIDGE); 0 if it is another
+/// message.
 [[nodiscard]] std::uint32_t LinkIndex(const nlmsghdr& message, std::uint8_t family);
 
-/// Asks for all links, without their statistics.
+/// A request for all links, without their statistics.
 [[nodiscard]] NetlinkRequest LinkDump();
 
 }  // namespace net

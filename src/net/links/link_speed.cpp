@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Questions to ethtool netlink.
+// Requests to ethtool netlink.
 
 #include "net/links/link_speed.h"
 

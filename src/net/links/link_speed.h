@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Speed and duplex of links, by ethtool netlink: asked for one link or all, and told of when somebody
-// sets them. A question waits while anybody changes links, in whatever namespace. Used by the monitor.
+// Speed and duplex of links, by ethtool netlink: requests for one link or all, and notifications of changed
+// settings. A request waits for the kernel's lock while any process changes links, in any namespace. Used by
+// the monitor.
 
 #ifndef NET_LINKS_LINK_SPEED_H
 #define NET_LINKS_LINK_SPEED_H
@@ -24,17 +25,17 @@ class LinkSpeeds {
 public:
     using OnSpeed = std::function<void(std::uint32_t ifIndex, LinkSpeed speed)>;
 
-    /// Opens its socket; throws std::system_error. On a kernel without ethtool netlink no link has a speed.
+    /// Opens its socket. Throws std::system_error. On a kernel without ethtool netlink no link has a speed.
     LinkSpeeds();
 
-    /// Asks for one link. Nothing where it has no such thing and need not be asked again; unknown when it has
-    /// gone, or can't answer now.
+    /// Asks for one link. Nullopt if it has no speed and need not be asked again; an unknown speed on another
+    /// error.
     [[nodiscard]] std::optional<LinkSpeed> Read(std::uint32_t ifIndex);
 
-    /// Asks for all links at once; those without are left out.
+    /// Asks for all links at once; links without a speed are left out. An error is logged.
     void ReadAll(const OnSpeed& found);
 
-    /// What ethtool netlink is here; of number 0 where there is none.
+    /// ethtool's netlink family; its id is 0 if the kernel has none.
     [[nodiscard]] const GenericFamily& Family() const { return m_family; }
 
 private:
@@ -46,12 +47,12 @@ private:
 
 class SpeedChanges {
 public:
-    /// Opens its socket; throws std::system_error.
+    /// Opens its socket. Throws std::system_error.
     explicit SpeedChanges(const GenericFamily& ethtool);
 
-    /// Readable when a setting was changed; -1 where the kernel does not tell.
+    /// Readable when a setting has changed; -1 if the kernel does not notify.
     [[nodiscard]] int Descriptor() const { return m_told ? m_told->Descriptor() : -1; }
-    /// Takes a change that was told of; kLost: any may have changed.
+    /// Takes one notification, if there is one; kLost: any link may have changed. Throws std::system_error.
     NetlinkSocket::Received Receive(const std::function<void(std::uint32_t ifIndex)>& changed);
 
 private:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The kernel's network interfaces as rtnetlink(7) tells of them, mirrored and followed: by index, and by
-// the names under which operators know them.
+// A mirror of the kernel's network interfaces as rtnetlink(7) reports them: by index, and by the names under
+// which operators know them.
 
 #ifndef NET_LINKS_LINKS_H
 #define NET_LINKS_LINKS_H
@@ -30,7 +30,7 @@ struct Link {
     bool running = false;            // operational: IF_OPER_UP, or unknown with a carrier
     bool promiscuous = false;
     bool loopback = false;
-    bool bridge = false;         // it is a bridge
+    bool bridge = false;         // is a bridge
     bool vlanFiltering = false;  // a bridge that tells VLANs apart
     std::uint32_t master = 0;    // index of the bridge it is a port of; 0: none
     MacAddress mac{};
@@ -39,7 +39,7 @@ struct Link {
     friend bool operator==(const Link&, const Link&) = default;
 };
 
-/// Hears of links once the table has taken the change. Called from the loop only.
+/// Notified of changes after the table has taken them. Called from the loop only.
 class LinkObserver {
 public:
     LinkObserver() = default;
@@ -47,23 +47,23 @@ public:
     LinkObserver& operator=(const LinkObserver&) = delete;
     virtual ~LinkObserver() = default;
 
-    /// It is new or anything of it is: also a name, a speed.
+    /// The link is new, or any of its fields has changed.
     virtual void LinkChanged(const Link& link) = 0;
-    /// It is gone, or has moved to another network namespace.
+    /// The link is gone, or has moved to another network namespace.
     virtual void LinkRemoved(const Link& link) = 0;
 };
 
-/// A plain table; whoever listens to the kernel (monitor.h) fills it.
+/// A plain table; the monitor (monitor.h) fills it.
 class Links {
 public:
-    /// Null where there is none.
+    /// Null if there is none. Valid until the link changes.
     [[nodiscard]] const Link* Find(std::uint32_t index) const;
 
-    /// The interface of that name; else the one with such an alternative name; else the one with such
-    /// an alias, of several the one with the lowest index. Null for none.
+    /// The interface of that name; else the one with that alternative name; else the one with that alias. If
+    /// several have it, the one with the lowest index. Null if none has it.
     [[nodiscard]] const Link* Find(std::string_view name) const;
 
-    /// Ports of a bridge, in no order.
+    /// The indexes of a bridge's ports, in no order; empty if it is no bridge.
     [[nodiscard]] const std::unordered_set<std::uint32_t>& Ports(std::uint32_t bridge) const;
 
     [[nodiscard]] const std::unordered_map<std::uint32_t, Link>& All() const { return m_links; }
@@ -71,7 +71,7 @@ public:
     /// `observer` must outlive the table.
     void AddObserver(LinkObserver& observer) { m_observers.push_back(&observer); }
 
-    /// Tells the observers, unless nothing is new.
+    /// Inserts or replaces the link and notifies the observers if anything changed.
     void Put(Link link);
     void Remove(std::uint32_t index);
 

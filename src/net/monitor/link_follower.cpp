@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The mirror's way from messages to tables.
+// Takes messages into the tables.
 
 #include "net/monitor/link_follower.h"
 
@@ -24,7 +24,7 @@ constexpr std::size_t kLinkBuffer = 2 * 1024 * 1024;
 constexpr int kDatagramsATurn = 64;
 constexpr std::size_t kSpeedsAtATime = 64;
 constexpr std::chrono::milliseconds kTurn{2};
-constexpr int kTries = 3;  // of one dump that changes disturb
+constexpr int kTries = 3;  // of one dump that changes interrupt
 
 }  // namespace
 
@@ -41,7 +41,7 @@ LinkFollower::LinkFollower(Links& links, Bridges& bridges, std::shared_ptr<LinkS
     for (const std::uint32_t group : {RTNLGRP_LINK, RTNLGRP_NEIGH}) m_socket.Join(group);
     try {
         m_socket.Join(RTNLGRP_BRVLAN);
-    } catch (const std::system_error&) {  // an older kernel: then the ports' messages must do
+    } catch (const std::system_error&) {  // an older kernel: VLANs come only with the ports
     }
 }
 
@@ -71,14 +71,14 @@ bool LinkFollower::Turn()
         more = TakeSome();
     } catch (const std::system_error& error) {
         Failed(error.what());
-        m_phase = Phase::kFollowing;  // for now: a dump that could not be asked for has no end
+        m_phase = Phase::kFollowing;  // a dump that could not be requested has no end
         m_asked = m_ended = false;
     }
     MeasureSome();
     return more;
 }
 
-/// One line in the log for a row of failures.
+/// Logs the first of a series of failures.
 void LinkFollower::Failed(const std::string& reason)
 {
     if (!std::exchange(m_failing, true))
@@ -95,7 +95,7 @@ bool LinkFollower::TakeSome()
         if (received == NetlinkSocket::Received::kLost) m_lost = true;
         if (m_ended) EndPhase();
         if (received != NetlinkSocket::Received::kNothing) continue;
-        // Only now, with an empty queue, is there room for the answers.
+        // A dump begins with an empty queue, so that there is room for the answers.
         if (Synchronising() && !m_asked)
             BeginPhase();
         else
@@ -117,7 +117,7 @@ void LinkFollower::BeginPhase()
 void LinkFollower::EndPhase()
 {
     m_ended = m_asked = false;
-    if (m_disturbed && !m_lost && ++m_tries < kTries) return;  // the same again
+    if (m_disturbed && !m_lost && ++m_tries < kTries) return;  // repeats the dump
     if (m_disturbed) m_lost = true;
     m_tries = 0;
     switch (m_phase) {
@@ -154,7 +154,7 @@ void LinkFollower::Take(const nlmsghdr& message)
         if (message.nlmsg_type == NLMSG_ERROR || message.nlmsg_type == NLMSG_DONE) {
             m_ended = true;
             if (const auto error = ErrorOf(message)) {
-                // A kernel without bridges has none to tell of.
+                // A kernel without bridge support has nothing to dump.
                 if (error->number == EOPNOTSUPP) return;
                 Failed(error->text + " (" + std::to_string(error->number) + ")");
             }
@@ -255,7 +255,7 @@ void LinkFollower::MeasureAll()
     for (const auto& [ifIndex, device] : m_devices) m_unmeasured.insert(ifIndex);
 }
 
-/// No more than so many at a time: what they answer is taken in one go.
+/// At most kSpeedsAtATime at once, since the loop takes all their answers in one go.
 void LinkFollower::MeasureSome()
 {
     if (m_measuring != nullptr) return;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Follows links, bridge ports, their VLANs and learned addresses on one rtnetlink socket, dumps included,
-// so that what is told and what was asked for arrive in the order in which they happened. It has no loop
-// of its own: who owns it calls Turn when the socket is readable. Speeds, which links do not tell of
-// themselves, are asked for beside the loop. Used by the monitor.
+// Follows links, bridge ports, their VLANs and learned addresses on one rtnetlink socket, dumps included, so
+// that notifications and dumps arrive in the order of the changes. It has no loop of its own: its owner calls
+// Turn when the socket is readable. Links do not report their speeds; the worker asks for them. Used by the
+// monitor.
 
 #ifndef NET_MONITOR_LINK_FOLLOWER_H
 #define NET_MONITOR_LINK_FOLLOWER_H
@@ -30,29 +30,29 @@ namespace net {
 
 class LinkFollower {
 public:
-    /// Called before the table's observers are.
+    /// Called before the table's observers.
     struct Listener {
         std::function<void(const Link& link, const Placement& placement)> changed;
         std::function<void(std::uint32_t ifIndex)> removed;
     };
 
-    /// Opens the socket; throws std::system_error. Tables and worker must outlive it.
+    /// Opens the socket. Throws std::system_error. Tables and worker must outlive it.
     LinkFollower(Links& links, Bridges& bridges, std::shared_ptr<LinkSpeeds> speeds, base::Worker& worker,
                  Listener listener);
 
     [[nodiscard]] int Descriptor() const { return m_socket.Descriptor(); }
     void SetReceiveBuffer(std::size_t bytes) { m_socket.SetReceiveBuffer(bytes); }
 
-    /// Begins to ask for everything, unless it is at it; Turn takes the answers. What is not told of again
-    /// goes at the end.
+    /// Begins to dump everything, unless a dump runs already; Turn takes the answers. What the dumps do not
+    /// contain is removed at their end.
     void Synchronise();
-    /// It has asked for everything and has not heard the end yet.
+    /// Whether the dumps have not ended yet.
     [[nodiscard]] bool Synchronising() const { return m_phase != Phase::kFollowing; }
-    /// Something was lost, or did not fit: Synchronise is needed, a little later.
+    /// Whether messages were lost or addresses did not fit: call Synchronise a little later.
     [[nodiscard]] bool NeedsSynchronise() const;
 
-    /// Takes a bounded part of what has come. True when more may be waiting. Never throws: where the kernel
-    /// has no memory for an answer, say, everything is to be asked for again.
+    /// Takes a bounded number of messages. Returns true if more may be waiting. Does not throw: after an
+    /// error, for example if the kernel has no memory for an answer, NeedsSynchronise is true.
     bool Turn();
 
     /// Asks for the speed of this link, or of all, from the next turn on.
@@ -65,11 +65,11 @@ private:
     struct Device {
         Placement placement;
         LinkSpeed speed;
-        bool hasSpeed = true;  // as far as is known
+        bool hasSpeed = true;  // until the driver says otherwise
         std::uint32_t mark = 0;
     };
 
-    /// Links that are being asked for their speed, and what they answer.
+    /// The links whose speed the worker asks for, and the answers; nullopt for a link without a speed.
     struct Measuring {
         std::vector<std::uint32_t> links;
         std::vector<std::optional<LinkSpeed>> speeds;
@@ -98,15 +98,15 @@ private:
 
     std::unordered_map<std::uint32_t, Device> m_devices;
     std::unordered_set<std::uint32_t> m_unmeasured;
-    std::unordered_map<std::uint32_t, LinkSpeed> m_measured;  // while everything is asked for
+    std::unordered_map<std::uint32_t, LinkSpeed> m_measured;  // only while synchronising
     std::shared_ptr<void> m_measuring;
 
     Phase m_phase = Phase::kFollowing;
-    bool m_asked = false;      // the dump of this phase runs
+    bool m_asked = false;      // the dump of this phase is requested
     bool m_ended = false;      // and has ended
-    bool m_disturbed = false;  // but changes went on meanwhile
+    bool m_disturbed = false;  // but changes interrupted it
     bool m_lost = false;
-    bool m_failing = false;  // and that is in the log
+    bool m_failing = false;  // and that is logged
     int m_tries = 0;
     std::uint32_t m_sequence = 0;
     std::uint32_t m_mark = 1;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs the mirror of the kernel's tables on the loop: sockets, turns, and the delay before everything is
-// asked for again.
+// Runs the mirror of the kernel's tables on the loop: sockets, turns, and the delay before everything is read
+// again.
 
 #include "net/monitor/monitor.h"
 
@@ -26,9 +26,9 @@
 namespace net {
 namespace {
 
-// How long Start waits for a kernel that never rests before it goes on from the loop.
+// How long Start waits for links that keep changing before it continues from the loop.
 constexpr std::chrono::seconds kFirstTime{2};
-// Between a loss and asking again: in a storm of changes, asking at once would be answered in vain.
+// Between a loss and the next dump: during a burst of changes, an immediate dump would be interrupted too.
 constexpr std::chrono::milliseconds kAgain{100};
 constexpr int kSettingsATurn = 64;
 
@@ -57,7 +57,7 @@ public:
     ~Impl()
     {
         Stop();
-        // The sockets belong to others.
+        // The followers own the sockets.
         m_linkEvents.release();
         m_routeEvents.release();
         if (m_settingEvents.is_open()) m_settingEvents.release();
@@ -86,7 +86,7 @@ public:
     {
         m_alive.reset();
         m_again.reset();
-        boost::system::error_code ignored;  // nothing waited for
+        boost::system::error_code ignored;  // nothing was awaited
         m_linkEvents.cancel(ignored);
         m_routeEvents.cancel(ignored);
         if (m_settingEvents.is_open()) m_settingEvents.cancel(ignored);
@@ -96,8 +96,8 @@ public:
     Forwarding& CurrentForwarding() { return m_resolver; }
 
 private:
-    // Handlers that are under way when it stops find this gone; a turn that was overtaken finds another
-    // number.
+    // A handler that is under way at Stop finds this expired; a turn that a later one has replaced finds
+    // another number.
     using Alive = std::weak_ptr<bool>;
 
     void LinkTurn()
@@ -119,7 +119,7 @@ private:
             m_linkEvents.async_wait(boost::asio::posix::stream_descriptor::wait_read, next);
     }
 
-    // A turn now, also when nothing has come.
+    // Takes a turn now, even if no message has come.
     void Follow()
     {
         boost::system::error_code ignored;

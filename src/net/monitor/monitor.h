@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Listens to rtnetlink(7) and ethtool netlink and keeps the links and the forwarding tables as the
-// kernel has them. What is lost when the kernel's messages come too fast is asked for again.
+// Listens to rtnetlink(7) and ethtool netlink and keeps the links and the forwarding tables as the kernel has
+// them. After a loss of messages, it reads everything again.
 
 #ifndef NET_MONITOR_MONITOR_H
 #define NET_MONITOR_MONITOR_H
@@ -22,8 +22,8 @@ namespace net {
 
 class Monitor {
 public:
-    /// Opens the sockets; throws std::system_error. The table is empty until Start. Must be outlived by
-    /// all three. The worker asks for the speeds of links that are new or have changed.
+    /// Opens the sockets. Throws std::system_error. The table is empty until Start. `loop`, `timers` and
+    /// `worker` must outlive it. The worker asks for the speeds of links that are new or have changed.
     Monitor(boost::asio::io_context& loop, base::Timers& timers, base::Worker& worker);
     Monitor(const Monitor&) = delete;
     Monitor& operator=(const Monitor&) = delete;

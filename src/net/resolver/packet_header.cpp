@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kTag = 4;
 constexpr std::uint16_t kVlanId = 0x0FFF;
 
-// 0 beyond the end.
+// In host byte order; 0 beyond the end.
 std::uint16_t Read16(std::span<const std::byte> bytes, std::size_t at)
 {
     if (bytes.size() < at + 2) return 0;
@@ -38,7 +38,7 @@ std::optional<FrameHead> ReadFrame(const Entering& packet)
     std::size_t at = kEthernetSize - 2;
     FrameHead head;
     head.etherType = Read16(bytes, at);
-    // The tag that is told of, or one that only carries a priority: it counts as told of.
+    // The tag that `packet` names, or one that only carries a priority, for which packet.vlan is 0.
     if (IsVlanType(head.etherType) && bytes.size() >= at + kTag + 2 &&
         (Read16(bytes, at + 2) & kVlanId) == packet.vlan && Read16(bytes, at + kTag) == packet.etherType) {
         at += kTag;

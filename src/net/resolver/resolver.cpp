@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The way of a packet.
+// The path of a packet through devices, bridges and routes.
 
 #include "net/resolver/resolver.h"
 
@@ -18,9 +18,9 @@ namespace {
 
 using Kind = Destination::Kind;
 
-constexpr int kDevicesOnTheWay = 8;  // VLAN devices on bridges on bonds: no sane way is longer
+constexpr int kDevicesOnTheWay = 8;  // VLAN devices on bridges on bonds: no sensible path is longer
 
-/// Of the packet, or of an answer to it.
+/// The destination of the packet, or of an answer to it.
 const std::uint8_t* DestinationMac(const Entering& packet, bool backwards)
 {
     return reinterpret_cast<const std::uint8_t*>(packet.header.data()) + (backwards ? 6 : 0);
@@ -40,9 +40,9 @@ bool IsLinkLocal(const std::uint8_t* mac)
     return std::memcmp(mac, kPrefix, sizeof kPrefix) == 0 && mac[5] < 0x10;
 }
 
-// IP multicast that goes to those who have joined it, and to routers. Bridges send the groups of a link
-// everywhere whoever has joined them: 224.0.0.0/24 and ff02::1 (RFC 4541, 2.1.2 and 3). What can't be read
-// is taken for one that is joined.
+// Whether a bridge with snooping sends this multicast only to members and routers. Groups of the local link
+// go everywhere: 224.0.0.0/24 and ff02::1 (RFC 4541, 2.1.2 and 3). A packet that can't be read counts as
+// restricted.
 bool IsJoined(const Entering& packet)
 {
     constexpr std::array<std::uint8_t, 16> kAllNodes{0xFF, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
@@ -68,7 +68,7 @@ bool IsBroadcast(const Address& address)
            std::all_of(bytes.begin(), bytes.begin() + 4, [](std::uint8_t byte) { return byte == 0xFF; });
 }
 
-/// That of a host without one, which no router passes on.
+/// The source of a host that has no address yet; routers do not forward it.
 bool IsUnspecified(const Address& address) { return address == Address{address.size, {}}; }
 
 bool IsEthernet(std::uint16_t type) { return type == ARPHRD_ETHER || type == ARPHRD_LOOPBACK; }
@@ -156,7 +156,7 @@ Origin Resolver::Trace(const Entering& leaving, std::optional<std::uint32_t> ent
     return from;
 }
 
-// `leftBy` is the device that IP has sent it by, and its link addresses are those of that device.
+// `leftBy` is the device by which IP has sent the packet, so the packet has its link addresses.
 void Resolver::TraceRoute(const Addresses& of, std::uint32_t leftBy, Origin& from)
 {
     const bool told = from.kind == Kind::kInterface;
@@ -174,7 +174,8 @@ void Resolver::TraceRoute(const Addresses& of, std::uint32_t leftBy, Origin& fro
         from.kind = answer->kind;
         if (answer->kind == Kind::kInterface) from.ifIndex = answer->ifIndex;
     }
-    // A source of this machine's that has entered was translated: its route was that of another.
+    // An entered packet with a source address of this machine was translated: its route belonged to another
+    // source.
     if (from.kind != Kind::kInterface || back->kind == Kind::kLocal || toMany) return;
     const auto there = m_routes.Way(from.ifIndex, of.destination, of.source);
     if (there && there->kind == Kind::kInterface && there->ifIndex == leftBy)
@@ -260,7 +261,7 @@ bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
         return ToHost(way, port, vlan);
     if (m_bridges.Complete()) {
         Flooded(way, port, vlan, Flood::kUnicast);
-    } else {  // the kernel may know what is not kept here
+    } else {  // the kernel may know an address that is not kept here
         to.kind = Kind::kUnknown;
         to.outputVlan = 0;
     }
@@ -289,7 +290,7 @@ void Resolver::Flooded(Way& way, const BridgePort& port, std::uint16_t vlan, Flo
     to.interfaces = m_bridges.FloodCount(port, vlan, kind);
     if (to.interfaces != 0) {
         to.kind = Kind::kSeveral;
-    } else {  // the bridge itself takes groups
+    } else {  // the bridge itself takes group addresses
         to.kind = kind == Flood::kUnicast ? Kind::kDiscarded : Kind::kLocal;
         to.outputVlan = 0;
     }
@@ -310,19 +311,19 @@ bool Resolver::ToHost(Way& way, const BridgePort& port, std::uint16_t vlan) cons
     return true;
 }
 
-// It has reached the device that hands it to this machine's protocols.
+// The packet has reached the device that hands it to this machine's protocols.
 void Resolver::Arrive(Way& way)
 {
     const std::uint8_t* mac = DestinationMac(way.packet, way.backwards);
     Destination& to = way.destination;
-    if (way.vlan != 0) {  // and nobody takes that VLAN
+    if (way.vlan != 0) {  // no device takes that VLAN
         to.kind = way.device->promiscuous ? Kind::kUnknown : Kind::kDiscarded;
     } else if (IsBroadcast(mac)) {
         to.kind = Kind::kLocal;
     } else if (IsGroup(mac)) {
         to.kind = Kind::kSeveral;
     } else if (!way.forUs && std::memcmp(mac, way.device->mac.data(), way.device->mac.size()) != 0) {
-        // Who made it take foreign addresses may do something with them.
+        // A program that made it promiscuous may forward them.
         to.kind = way.device->promiscuous ? Kind::kUnknown : Kind::kDiscarded;
     } else if (const auto head = ReadFrame(way.packet)) {
         Route(way, head->etherType, head->network);

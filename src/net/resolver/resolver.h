@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Finds the way of a packet: from the device where it entered over bonds and VLAN devices to a bridge's
-// tables or to the routes, in the order in which the kernel takes it. Not seen are firewall and traffic
-// control rules, multicast memberships (to how many ports a bridge that goes by them sends is not told), a
-// bridge whose tags are 802.1ad, and who in this machine takes what is not IP. Fed by the monitor.
+// Finds the path of a packet: from the device where it entered, over bonds and VLAN devices, to a bridge's
+// tables or to the routes, in the kernel's order. It does not see firewall and traffic control rules,
+// multicast memberships (so the number of ports is unknown on a bridge that follows them), bridges with
+// 802.1ad tags, and which program of this machine takes packets that are not IP. Fed by the monitor.
 
 #ifndef NET_RESOLVER_RESOLVER_H
 #define NET_RESOLVER_RESOLVER_H
@@ -42,21 +42,21 @@ private:
         Placement placement;
         mutable PortMemo port{};
     };
-    /// A packet on its way through the devices; or, backwards, an answer to one that has left.
+    /// A packet on its way through the devices; backwards, an answer to one that has left.
     struct Way {
         const Entering& packet;
         const Device* device;
         std::uint16_t vlan;     // of the outermost tag that it still has; 0: none
-        bool innerTag = false;  // that one is the packet's second
-        bool forUs = false;     // a bridge has taken its address for one of this machine
+        bool innerTag = false;  // that tag is the packet's second
+        bool forUs = false;     // a bridge has found its address to be this machine's
         bool backwards = false;
         Destination destination{};
-        std::optional<Addresses> addresses{};  // backwards: of IP, once it is at the device of `device`
+        std::optional<Addresses> addresses{};  // backwards: set once it reaches IP at `device`
     };
 
     [[nodiscard]] const Device* Find(std::uint32_t ifIndex) const;
     void Follow(Way& way);
-    // These are true when the packet goes on at another device.
+    // These return true if the packet continues at another device.
     [[nodiscard]] bool EnterVlanDevice(Way& way) const;
     [[nodiscard]] bool EnterBridge(Way& way, const BridgePort& port) const;
     [[nodiscard]] bool ToHost(Way& way, const BridgePort& port, std::uint16_t vlan) const;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Questions to rtnetlink about routes and rules.
+// Requests to rtnetlink for routes and rules.
 
 #include "net/routes/kernel_routes.h"
 
@@ -48,7 +48,7 @@ Kind KindOf(std::uint8_t type)
     }
 }
 
-// What an error says of the packet; nothing when it says something of the question.
+// The fate of the packet that the kernel's error tells; nullopt if the error concerns the request itself.
 std::optional<RouteAnswer> AnswerOf(int error)
 {
     RouteAnswer answer;
@@ -58,8 +58,8 @@ std::optional<RouteAnswer> AnswerOf(int error)
     case EHOSTUNREACH:
     case EACCES:
         return answer;
-    case EINVAL:  // a black hole, but also a source that must not be
-    case EXDEV:   // a source that should have entered elsewhere
+    case EINVAL:  // a black hole, but also an invalid source
+    case EXDEV:   // a source that should have entered by another interface
         answer.perSource = true;
         return answer;
     default:
@@ -67,7 +67,7 @@ std::optional<RouteAnswer> AnswerOf(int error)
     }
 }
 
-// The rules that are always there, and others that only look at what a question is remembered by.
+// False for the default rules, and for others that look only at what an answer is remembered by.
 bool LooksAtSource(const nlmsghdr& message)
 {
     const auto* header = HeaderOf<fib_rule_hdr>(message);
@@ -86,8 +86,8 @@ std::optional<RouteAnswer> KernelRoutes::Ask(std::uint32_t ifIndex, const Addres
 {
     try {
         if (!m_known) ReadRules();
-        // The route as it stands in the table has the prefix; of several paths, another question has the
-        // one that this packet takes.
+        // The first request returns the route as the table has it, with its prefix length; with several
+        // paths, a second one returns the path that this packet takes.
         auto reply = AskOnce(ifIndex, destination, source, RTM_F_FIB_MATCH | RTM_F_LOOKUP_TABLE);
         if (!reply) return std::nullopt;
         RouteAnswer answer = reply->answer;
@@ -131,7 +131,7 @@ std::optional<KernelRoutes::Reply> KernelRoutes::AskOnce(std::uint32_t ifIndex, 
         reply->answer.bits = route->rtm_dst_len;
         reply->answer.ifIndex = attributes[RTA_OIF].U32();
         reply->answer.nextHop = ReadAddress(attributes[RTA_GATEWAY].Bytes());
-        // A next hop of the other protocol: its family, then the address.
+        // A next hop of the other IP version: its family, then the address.
         if (const auto via = attributes[RTA_VIA].Bytes(); via.size() > 2)
             reply->answer.nextHop = ReadAddress(via.subspan(2));
         reply->severalPaths = static_cast<bool>(attributes[RTA_MULTIPATH]);
@@ -172,7 +172,7 @@ void KernelRoutes::ReadForwarding6()
                 ReadAttributes<NETCONFA_FORWARDING + 1>(Payload(message, sizeof(netconfmsg)));
             if (attributes[NETCONFA_FORWARDING]) m_forwards6 = attributes[NETCONFA_FORWARDING].U32() != 0;
         });
-    } catch (const std::system_error&) {  // without IPv6 nobody asks
+    } catch (const std::system_error&) {  // without IPv6 it is not used
     }
 }
 

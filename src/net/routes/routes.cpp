@@ -31,7 +31,7 @@ std::optional<Routes::Found> Routes::Find(std::uint32_t ifIndex, const Address& 
     if (!answer) return std::nullopt;
     Found found{answer->kind, answer->ifIndex, {}};
     if (answer->kind != Destination::Kind::kInterface) return found;
-    // The way back tells the source's prefix.
+    // The route back tells the source's prefix length.
     const auto back = Answer({0, source, {}}, {});
     if (!back) return std::nullopt;
     found.route = Between(*answer, *back);
@@ -47,7 +47,7 @@ std::optional<RouteAnswer> Routes::Answer(const Key& shared, const Address& sour
     if (!MayAsk()) return std::nullopt;
     auto answer = m_questions.Ask(shared.ifIndex, shared.destination, source);
     if (!answer) return std::nullopt;
-    // A directly connected destination is its own next hop: the address that is none, of its family.
+    // A directly connected destination is its own next hop: all zeros, of its family.
     if (answer->nextHop.size == 0) answer->nextHop = {shared.destination.size, {}};
     Remember(shared, *answer);
     if (answer->perSource && source.size != 0) Remember(own, *answer);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Routes as they were asked for: a bounded memory of answers, forgotten as a whole when anything about
-// routing changes, and a limit on the questions, so that a flood of addresses can't eat the processor. Who
-// answers is RouteQuestions: the kernel (kernel_routes.h), or a test.
+// A bounded memory of routing answers, forgotten as a whole when anything about routing changes, and a limit
+// on requests, so that a flood of addresses can't exhaust the processor. RouteQuestions answers: the kernel
+// (kernel_routes.h), or a test.
 
 #ifndef NET_ROUTES_ROUTES_H
 #define NET_ROUTES_ROUTES_H
@@ -20,7 +20,7 @@ namespace net {
 struct RouteAnswer {
     Destination::Kind kind = Destination::Kind::kUnknown;
     std::uint32_t ifIndex = 0;
-    Address nextHop;         // directly connected: size 0 of the kernel, all zeros of Routes
+    Address nextHop;         // if directly connected: size 0 from RouteQuestions, all zeros from Routes
     std::uint8_t bits = 0;   // prefix length of the route
     bool perSource = false;  // may differ for another source
 };
@@ -32,8 +32,8 @@ public:
     RouteQuestions& operator=(const RouteQuestions&) = delete;
     virtual ~RouteQuestions() = default;
 
-    /// The way of a packet that entered by `ifIndex`, or, with 0, of one that is sent from here
-    /// (`source` may then have size 0). Nothing when there is no telling.
+    /// The route of a packet that entered by `ifIndex`, or, with 0, of one that this machine sends (`source`
+    /// may then have size 0). Nullopt if the kernel does not say.
     virtual std::optional<RouteAnswer> Ask(std::uint32_t ifIndex, const Address& destination,
                                            const Address& source) = 0;
 };
@@ -43,7 +43,7 @@ public:
     using Now = std::function<std::chrono::steady_clock::time_point()>;
 
     static constexpr std::size_t kCapacity = 8192;
-    static constexpr int kQuestions = 300;  // in each window
+    static constexpr int kQuestions = 300;  // at most, in each window
     static constexpr std::chrono::milliseconds kWindow{100};
 
     /// `questions` must outlive it.
@@ -54,24 +54,24 @@ public:
         std::uint32_t ifIndex = 0;
         Destination::Route route;  // of kInterface
     };
-    /// Nothing when it is not remembered and can't be asked now.
+    /// Nullopt if it is not remembered and can't be asked now.
     [[nodiscard]] std::optional<Found> Find(std::uint32_t ifIndex, const Address& destination,
                                             const Address& source);
 
-    /// One way alone: of a packet that enters by `ifIndex`, or, with 0, of one that is sent from here
-    /// (`source` may then have size 0). Nothing as above.
+    /// One direction only: of a packet that enters by `ifIndex`, or, with 0, of one that this machine sends
+    /// (`source` may then have size 0). Nullopt as above.
     [[nodiscard]] std::optional<RouteAnswer> Way(std::uint32_t ifIndex, const Address& destination,
                                                  const Address& source)
     {
         return Answer({ifIndex, destination, {}}, source);
     }
-    /// The route that both ways make: there, and from here to the source.
+    /// Combines the answer to the destination with that back to the source.
     [[nodiscard]] static Destination::Route Between(const RouteAnswer& there, const RouteAnswer& back)
     {
         return {there.nextHop, back.bits, there.bits};
     }
 
-    /// Everything remembered may be wrong.
+    /// Forgets every answer.
     void Forget() { ++m_generation; }
 
 private:
@@ -96,7 +96,7 @@ private:
 
     RouteQuestions& m_questions;
     Now m_now;
-    std::vector<Slot> m_slots;  // made when the first is needed
+    std::vector<Slot> m_slots;  // allocated at first use
     std::uint64_t m_generation = 1;
     std::uint32_t m_victim = 0;
     std::chrono::steady_clock::time_point m_windowEnd{};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The runtime's places and its gate.
+// The runtime's paths and its gate.
 
 #include "platform/embedded/runtime.h"
 
@@ -15,7 +15,7 @@ namespace embedded {
 void Gate::Open()
 {
     if (std::exchange(m_open, true)) return;
-    const auto listeners = m_listeners;  // a listener may be added or go meanwhile
+    const auto listeners = m_listeners;  // a copy: the calls may add or remove listeners
     for (Listener* listener : listeners) listener->GateOpened();
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the parts of the embedded platform share in one process: the loop, the places of the sockets,
-// the database that the client API reads, and the gate between the database framework and the sFlow
-// service client. Belongs to the process context; found through qxos::the_context.
+// State that the parts of the embedded platform share in one process: the loop, the paths of the sockets, the
+// database that the client API reads, and the gate between the database framework and the sFlow service
+// client. Owned by the process context; found through qxos::the_context.
 
 #ifndef PLATFORM_EMBEDDED_RUNTIME_H
 #define PLATFORM_EMBEDDED_RUNTIME_H
@@ -30,7 +30,7 @@ public:
         Listener(const Listener&) = delete;
         Listener& operator=(const Listener&) = delete;
         virtual void GateOpened() = 0;
-        /// `tell`: whether the process is to hear that the session is lost.
+        /// `tell`: whether the process is notified that the session is lost.
         virtual void GateClosed(bool tell) = 0;
 
     protected:
@@ -54,7 +54,7 @@ struct Transaction {
     std::vector<std::pair<std::string, cdb::Value>> writes;
 };
 
-/// The socket number that stands for the connection's transactions.
+/// The socket number of the connection's transactions.
 inline constexpr int kMaapiSocket = 1;
 
 struct Runtime {
@@ -63,18 +63,18 @@ struct Runtime {
     std::string process;
     std::string cdbSocket;
     std::string managerSocket;
-    std::chrono::milliseconds stuckLimit{10'000};  // a manager that takes nothing for so long is lost
+    std::chrono::milliseconds stuckLimit{10'000};  // a manager that takes no bytes for this time is lost
     boost::asio::io_context loop;
-    std::unique_ptr<base::Timers> timers;  // tests put theirs here before anything is built
+    std::unique_ptr<base::Timers> timers;  // tests replace it before anything else is built
     Database database;
     Gate gate;
-    Transaction* transaction = nullptr;  // while a callpoint's callback runs
+    Transaction* transaction = nullptr;  // set while a callpoint's callback runs, else null
 };
 
-/// SFLOW_RUN_DIR or its default.
+/// SFLOW_RUN_DIR, or its default if unset or empty.
 std::string RunDirectory();
 
-/// The runtime of the installed context. Throws std::logic_error where none is installed.
+/// The runtime of the installed context. Throws std::logic_error if none is installed.
 Runtime& TheRuntime();
 
 }  // namespace embedded

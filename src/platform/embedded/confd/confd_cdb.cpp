@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The reads of the client API: formats the path and hands over to the session.
+// The reads of the client API: formats the path and calls the session.
 
 #include <confd_cdb.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is shared by the whole client API: release of values, keypaths as text, the last error.
+// Functions for the whole client API: release of values, keypaths as text, the last error.
 
 #include <confd_lib.h>
 

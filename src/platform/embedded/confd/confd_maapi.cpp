@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writes into the transaction of a callback, checked against the schema at once.
+// Writes into the transaction of a callback, checked at once against the schema.
 
 #include <confd_maapi.h>
 

@@ -16,7 +16,7 @@ confd_value_t BorrowedString(const std::string& text)
 {
     confd_value_t value{};
     value.type = C_BUF;
-    // The client API has no constant strings; nobody writes through a keypath's or a callback's.
+    // The client API has no constant strings; its users do not write through a keypath's or a callback's.
     value.val.buf.ptr = reinterpret_cast<unsigned char*>(const_cast<char*>(text.data()));
     value.val.buf.size = static_cast<unsigned int>(text.size());
     return value;
@@ -63,7 +63,7 @@ struct ToConfd {
     }
 };
 
-/// One position, ended by an empty value where there is room for one.
+/// One position, ended by an empty value.
 void SetTag(const cdb::SchemaNode& node, confd_value_t* position)
 {
     position[0].type = C_XMLTAG;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Between the database's values and keypaths and those of the client API.
+// Converts between the database's values and keypaths and those of the client API.
 
 #ifndef PLATFORM_EMBEDDED_CONFD_CONVERT_H
 #define PLATFORM_EMBEDDED_CONFD_CONVERT_H
@@ -15,17 +15,18 @@
 
 namespace embedded {
 
-/// No value, C_NOEXISTS: what a keypath ends with, and what a reply holds for a leaf that is not set.
+/// C_NOEXISTS: ends a keypath, and stands for a leaf that is not set.
 confd_value_t Empty();
 
-/// The value as one of a read: a string's bytes are allocated, for confd_free_value.
+/// The value as the result of a read: a string's bytes are allocated, for confd_free_value. Throws
+/// std::bad_alloc.
 confd_value_t OwnedValue(const cdb::Value& value);
 confd_value_t OwnedString(const std::string& text);
 
 /// The value as an argument of a callback: a string's bytes are those of `value`, which must outlive it.
 confd_value_t BorrowedValue(const cdb::Value& value);
 
-/// Throws ClientError for a type that is no leaf's.
+/// Copies the value. Throws ClientError for a type that no leaf has.
 cdb::Value FromConfd(const confd_value_t& value);
 
 /// One element of a keypath, from the root on; `keys` null or empty for all but list entries.
@@ -34,14 +35,14 @@ struct KeypathStep {
     const std::vector<std::string>* keys = nullptr;
 };
 
-/// Fills in the keypath, whose keys refer to the steps' strings. Throws ClientError for a path of more
-/// positions or keys than a keypath has.
+/// Fills in the keypath, whose keys refer to the steps' strings. Throws ClientError if it has more positions
+/// or keys than a keypath holds.
 void MakeKeypath(const cdb::SchemaTable& schema, const std::vector<KeypathStep>& steps,
                  confd_hkeypath_t& keypath);
 
 std::vector<KeypathStep> StepsOf(const cdb::Path& path);
 
-/// The keypath as text. Throws ClientError for a tag that no element has.
+/// The keypath as text. Throws ClientError for a tag that no schema node has.
 std::string KeypathText(const cdb::SchemaTable& schema, const confd_hkeypath_t& keypath);
 
 }  // namespace embedded

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The store of one connection, the sessions on it, and the commit that they are held at.
+// The store of one connection, its sessions, and the commit that a Pin holds them at.
 
 #include "platform/embedded/confd/database.h"
 
@@ -9,7 +9,7 @@
 namespace embedded {
 namespace {
 
-/// Session numbers stay clear of the number that stands for transactions.
+/// Session numbers differ from kMaapiSocket.
 constexpr int kFirstSession = 2;
 
 }  // namespace
@@ -27,7 +27,7 @@ void Database::Open(const std::string& directory)
 {
     m_sessions.clear();
     m_pinned.reset();
-    m_store.reset();  // first: a process opens one store only once at a time
+    m_store.reset();  // first: a process may not have one store open twice
     m_store = std::make_unique<Store>(directory);
 }
 

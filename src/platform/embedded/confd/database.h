@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The running datastore as the client API reads it: the store as opened for one connection to cdbd,
-// and the read sessions on it. One a process, in its runtime.
+// The running datastore as the client API reads it: the store, opened for one connection to cdbd, and the
+// read sessions on it. One for each process, in its runtime.
 
 #ifndef PLATFORM_EMBEDDED_CONFD_DATABASE_H
 #define PLATFORM_EMBEDDED_CONFD_DATABASE_H
@@ -26,13 +26,13 @@ public:
     Database& operator=(const Database&) = delete;
     ~Database();
 
-    /// Opens the store anew; sessions and views of the one before are gone. Throws cdb::FatalError.
+    /// Opens the store anew; ends the sessions and views of the previous one. Throws cdb::FatalError.
     void Open(const std::string& directory);
 
-    /// Of the store opened last; throws ClientError when none ever was.
+    /// The schema of the store opened last. Throws ClientError if none was opened.
     [[nodiscard]] const cdb::SchemaTable& Schema() const;
 
-    /// While one of these lives, new sessions read the commit that was the last when it was made.
+    /// While a Pin lives, new sessions read the commit that was the last one when it was made.
     class Pin {
     public:
         explicit Pin(Database& database);
@@ -44,11 +44,11 @@ public:
         Database& m_database;
     };
 
-    /// A socket number that stands for a new session. Throws ClientError or cdb::FatalError.
+    /// A socket number for a new session. Throws ClientError or cdb::FatalError.
     int OpenSession();
     void CloseSession(int socket) noexcept;
 
-    /// Throws ClientError for a number that stands for none.
+    /// Throws ClientError if no session has the number.
     [[nodiscard]] ReadSession& Session(int socket);
 
 private:

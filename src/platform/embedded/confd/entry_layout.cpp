@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Values of one entry in schema order, with what stands in for missing ones.
+// Values of one entry in schema order, with defaults for missing ones.
 
 #include "platform/embedded/confd/entry_layout.h"
 
@@ -52,7 +52,7 @@ confd_value_t EntryLayout::ValueOf(cdb::NodeId leaf, std::span<const std::string
 confd_value_t EntryLayout::Value(std::size_t slot, std::span<const std::string> keys,
                                  const cdb::Row& row) const
 {
-    // A chain of substitutes is never longer than the entry has leaves; a circle ends there too.
+    // Bounded: a chain of substitutes is no longer than the entry has leaves, and a cycle ends too.
     for (std::size_t step = 0; step < m_slots.size() && slot != kNone; ++step) {
         const Slot& at = m_slots[slot];
         if (at.key < keys.size()) return OwnedString(keys[at.key]);

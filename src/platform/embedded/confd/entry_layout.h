@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How the values of one list entry or container are laid out in a value array, with what stands in
-// for those that a row has not.
+// The positions of one list entry's or container's values in a value array, and the defaults for those that a
+// row lacks.
 
 #ifndef PLATFORM_EMBEDDED_CONFD_ENTRY_LAYOUT_H
 #define PLATFORM_EMBEDDED_CONFD_ENTRY_LAYOUT_H
@@ -24,14 +24,15 @@ public:
 
     [[nodiscard]] std::size_t Size() const { return m_slots.size(); }
 
-    /// How many of an entry's keys are its own.
+    /// The number of keys of the entry itself, without those of the lists above.
     [[nodiscard]] std::size_t KeyCount() const { return m_keyCount; }
 
-    /// The first `count` values, filled up with empty ones. `keys` are the entry's own.
+    /// Writes `count` values: those of the entry, then empty ones. `keys` are the entry's own. The caller
+    /// frees the values.
     void Fill(std::span<const std::string> keys, const cdb::Row& row, confd_value_t* values,
               std::size_t count) const;
 
-    /// One leaf's value; empty (C_NOEXISTS) where it has none.
+    /// One leaf's value, which the caller frees; empty (C_NOEXISTS) if it has none.
     [[nodiscard]] confd_value_t ValueOf(cdb::NodeId leaf, std::span<const std::string> keys,
                                         const cdb::Row& row) const;
 
@@ -41,7 +42,7 @@ private:
     struct Slot {
         const cdb::SchemaNode* leaf = nullptr;
         std::size_t key = kNone;         // position among the entry's keys
-        std::size_t substitute = kNone;  // the slot whose value stands in for a missing one
+        std::size_t substitute = kNone;  // the slot whose value replaces a missing one
     };
 
     [[nodiscard]] confd_value_t Value(std::size_t slot, std::span<const std::string> keys,

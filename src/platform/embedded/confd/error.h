@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The failure of one call of the client API, and the one place where failures become results.
+// The failure of one call of the client API, and its conversion into the call's result.
 
 #ifndef PLATFORM_EMBEDDED_CONFD_ERROR_H
 #define PLATFORM_EMBEDDED_CONFD_ERROR_H
@@ -16,11 +16,11 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// What confd_lasterr returns from now on.
+/// Sets the text that confd_lasterr returns from now on.
 void SetLastError(std::string text);
 
-/// The call's result, or CONFD_ERR with its reason kept for confd_lasterr. No exception passes: the
-/// callers are C functions.
+/// Returns the call's result, or CONFD_ERR with the reason kept for confd_lasterr. No exception leaves it:
+/// the callers are C functions.
 template <typename Call>
 int Guarded(const Call& call) noexcept
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Paths by their shapes; only a new shape is parsed against the schema.
+// Reads paths by their shapes; only a new shape is parsed against the schema.
 
 #include "platform/embedded/confd/read_path.h"
 
@@ -11,7 +11,7 @@
 namespace embedded {
 namespace {
 
-/// More shapes than a schema of this kind has; whoever asks for others pays for them.
+/// More shapes than the schema has; further ones are parsed each time.
 constexpr std::size_t kMaxShapes = 64;
 
 bool HasOneKeyPerList(const cdb::SchemaTable& schema, const cdb::Path& path)
@@ -23,7 +23,7 @@ bool HasOneKeyPerList(const cdb::SchemaTable& schema, const cdb::Path& path)
 
 }  // namespace
 
-/// Cuts the text into its shape and its keys. False where the text has something that shapes do not
+/// Cuts the text into its shape and its keys. Returns false if the text is of a form that shapes do not
 /// cover.
 bool PathReader::Split(std::string_view text)
 {

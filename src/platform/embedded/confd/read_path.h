@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The path of a read, resolved as far as the store needs it. Paths of one shape differ in their keys
-// only, and the daemon reads tens of thousands of one shape in a row: the shape is looked up in the
-// schema once, after that a path costs a comparison and its keys.
+// Resolves the path of a read as far as the store needs it. The daemon reads tens of thousands of paths in a
+// row that differ only in their keys: such a shape is looked up in the schema once; after that a path costs a
+// comparison and its keys.
 
 #ifndef PLATFORM_EMBEDDED_CONFD_READ_PATH_H
 #define PLATFORM_EMBEDDED_CONFD_READ_PATH_H
@@ -17,13 +17,13 @@ namespace embedded {
 
 struct ReadPath {
     cdb::NodeId node = cdb::kNoNode;
-    std::vector<std::string> keys;  // of every list entry on the way, from the root
-    bool isEntry = false;           // of a list: an entry of it, not the list itself
+    std::vector<std::string> keys;  // of every list entry on the path, from the root
+    bool isEntry = false;           // for a list: an entry of it, not the list itself
 };
 
 class PathReader {
 public:
-    /// The keys of a list's nth entry below the parent keys. Throws ClientError where it has none.
+    /// The keys of a list's nth entry below the parent keys. Throws ClientError if there is none.
     using Resolve = std::function<std::vector<std::string>(
         cdb::NodeId list, const std::vector<std::string>& parentKeys, std::size_t index)>;
 
@@ -34,7 +34,7 @@ public:
     const ReadPath& Read(std::string_view text, const Resolve& resolve);
 
 private:
-    /// A path's text without its keys, "/config/oam/sflow/interface{}/enabled", and where it leads.
+    /// A path's text without its keys, "/config/oam/sflow/interface{}/enabled", and its schema node.
     struct Shape {
         std::string text;
         cdb::NodeId node = cdb::kNoNode;

@@ -10,7 +10,7 @@
 namespace embedded {
 namespace {
 
-/// A list up to this long is kept when it is counted.
+/// A list of at most this many entries is kept when it is counted.
 constexpr std::size_t kShortList = 64;
 
 std::string Quoted(std::string_view path) { return "\"" + std::string(path) + "\""; }
@@ -137,8 +137,7 @@ std::vector<std::string> ReadSession::KeysAt(cdb::NodeId list, const std::vector
     return found;
 }
 
-/// Whether everything on the way to the node that can be absent is there. `keys` are all those of the
-/// way.
+/// Whether every ancestor that can be absent exists. `keys` are all keys on the path.
 bool ReadSession::Exists(cdb::NodeId node, const std::vector<std::string>& keys) const
 {
     while (node != cdb::kNoNode && !IsEntryLike(m_cache.schema[node])) node = m_cache.schema[node].parent;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The reads of one session: one view of the running datastore. The client API's functions are a thin
-// layer over it.
+// The reads of one session, which sees one commit of the running datastore. The client API's functions are a
+// thin layer over it.
 
 #ifndef PLATFORM_EMBEDDED_CONFD_READ_SESSION_H
 #define PLATFORM_EMBEDDED_CONFD_READ_SESSION_H
@@ -21,7 +21,7 @@
 
 namespace embedded {
 
-/// What is worked out from the schema once and used by every session.
+/// Derived once from the schema and used by every session.
 class SchemaCache {
 public:
     /// `schema` must outlive it.
@@ -36,8 +36,8 @@ private:
     std::map<cdb::NodeId, EntryLayout> m_layouts;
 };
 
-/// Every operation throws ClientError that says what is wrong, or cdb::FatalError when the store can't
-/// be read.
+/// Every operation throws ClientError that says what is wrong, or cdb::FatalError if the store can't be read.
+/// The caller frees the values.
 class ReadSession {
 public:
     ReadSession(SchemaCache& cache, std::shared_ptr<const cdb::StoreReader::Snapshot> view);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The framework object as the contract declares it; what it does is in framework*.cpp.
+// The framework object as the contract declares it; framework*.cpp implement it.
 
 #include <qxconfd/app_interface.h>
 

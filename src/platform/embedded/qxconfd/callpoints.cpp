@@ -14,7 +14,7 @@
 namespace embedded {
 namespace {
 
-/// Takes the writes of a callback for as long as it lives.
+/// Collects the writes of a callback while it lives.
 class CurrentTransaction {
 public:
     CurrentTransaction(Runtime& runtime, Transaction& transaction) : m_runtime(runtime)
@@ -98,7 +98,7 @@ Callpoints::Served Callpoints::Find(const std::string& name) const
     return {};
 }
 
-/// What went wrong; empty when nothing did.
+/// The reason of a failure; empty if there is none.
 std::string Callpoints::Call(const ipc::cdb::CallpointRequest& request)
 {
     const Served served = Find(request.callpoint());

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The data handlers' callpoints: answers the database's requests with what the callbacks return and
-// write. Knows no connection.
+// The data handlers' callpoints: answers the database's requests with the results and the writes of the
+// callbacks. Knows no connection.
 
 #ifndef PLATFORM_EMBEDDED_QXCONFD_CALLPOINTS_H
 #define PLATFORM_EMBEDDED_QXCONFD_CALLPOINTS_H
@@ -26,7 +26,8 @@ public:
 
     [[nodiscard]] std::vector<std::string> Names() const;
 
-    /// Calls the callback asked for, inside its transaction. An exception out of a handler passes.
+    /// Calls the requested callback inside its transaction. An exception from a handler propagates; a
+    /// ClientError becomes the reply's error.
     ipc::cdb::CallpointReply Answer(const ipc::cdb::CallpointRequest& request);
 
 private:

@@ -41,7 +41,7 @@ cdb::Visit VisitOf(confd_iter_ret wanted)
     case ITER_SUSPEND:
         break;
     }
-    return cdb::Visit::kContinue;  // a suspended walk is resumed with the next sibling
+    return cdb::Visit::kContinue;  // a suspended walk resumes with the next sibling
 }
 
 /// Calls one point's callback for each node of its walk.

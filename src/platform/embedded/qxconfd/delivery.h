@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One commit's way through the configuration handlers: StartCommit, the touched points' walks, then
+// Delivers one commit to the configuration handlers: StartCommit, the walks of the touched points, then
 // ApplyCommitConfig. Knows no connection.
 
 #ifndef PLATFORM_EMBEDDED_QXCONFD_DELIVERY_H
@@ -18,7 +18,7 @@ struct PointOfHandler {
     const SubscriptionPoint* point = nullptr;
 };
 
-/// Walks the points in the order given. An exception out of a handler passes.
+/// Walks the points in the order given. An exception from a handler propagates.
 void Deliver(const cdb::SchemaTable& schema, const cdb::ChangeSet& changes,
              const std::vector<PointOfHandler>& touched);
 

@@ -23,7 +23,7 @@ using ipc::cdb::ServerMessage;
 
 namespace {
 
-/// What a message of this size leaves behind with the allocator is worth giving back to the system.
+/// After a message of this size, freed memory is given back to the system.
 constexpr std::size_t kLargeMessage = std::size_t{1} << 20;
 
 }  // namespace
@@ -108,7 +108,7 @@ void AppInterface::Impl::OnFrame(std::string_view frame)
     if (!message.has_welcome() && !message.has_refused() && !m_connected)
         return GiveUp("it sent something else before its welcome");
     Dispatch(message);
-    // After what was queued meanwhile has been written: nobody waits for it.
+    // Posted, so that queued answers are written first.
     if (frame.size() > kLargeMessage) boost::asio::post(m_runtime.loop, [] { malloc_trim(0); });
 }
 
@@ -137,7 +137,7 @@ void AppInterface::Impl::Dispatch(ServerMessage& message)
                                                  message.action_request().name());
         break;
     case ServerMessage::BODY_NOT_SET:
-        return;  // of a newer cdbd: nothing that we are asked to answer
+        return;  // from a newer cdbd; needs no answer
     }
     m_link.Send(answer);
 }

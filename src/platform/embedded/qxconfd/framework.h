@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The framework behind qxconfd::AppInterface: the connection to cdbd, what it registers, and what it
-// makes of cdbd's messages. The handlers' calls are made here and in delivery and callpoints.
+// The framework behind qxconfd::AppInterface: the connection to cdbd, its registrations, and the handling of
+// cdbd's messages. The handlers are called here and in delivery and callpoints.
 
 #ifndef PLATFORM_EMBEDDED_QXCONFD_FRAMEWORK_H
 #define PLATFORM_EMBEDDED_QXCONFD_FRAMEWORK_H
@@ -65,10 +65,10 @@ private:
     const Handlers m_handlers;
     const ELEM_CONFD_PHASE_ET m_phase;
     embedded::Callpoints m_callpoints;
-    std::vector<embedded::PointOfHandler> m_points;  // of this connection; a point's id is its position
+    std::vector<embedded::PointOfHandler> m_points;  // of this connection; a point's id is its index
     bool m_connected = false;
     std::string m_lastRefusal;
-    ipc::Link m_link;  // last: nothing of it is called once the others go
+    ipc::Link m_link;  // last: destroyed first, so that it calls nothing that is gone
 };
 
 }  // namespace qxconfd

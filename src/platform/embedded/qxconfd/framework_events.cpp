@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What cdbd tells while the connection is up: commits and changes of the node's role.
+// Handles what cdbd sends while the connection is up: commits and changes of the node's role.
 
 #include <qxos/callback.h>
 #include <qxos/context.h>
@@ -13,7 +13,7 @@
 namespace qxconfd {
 namespace {
 
-/// The message's change set; nullopt where its nodes are not the schema's.
+/// The message's change set; nullopt if its nodes are not in the schema.
 std::optional<cdb::ChangeSet> ChangesOf(const cdb::SchemaTable& schema, const ipc::cdb::ChangeSet& message)
 {
     try {
@@ -35,7 +35,7 @@ void AppInterface::Impl::OnChangeSet(std::unique_ptr<ipc::cdb::ChangeSet> messag
         if (id >= m_points.size()) return GiveUp("it sent a change for a point that is not subscribed");
         touched.push_back(m_points[id]);
     }
-    message.reset();  // the changes may be many: not kept twice while the handlers work
+    message.reset();  // the changes may be many: they must not be in memory twice while the handlers work
     {
         const embedded::Database::Pin commit(m_runtime.database);
         embedded::Deliver(schema, *changes, touched);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// With our front over spdlog, wherever it was found.
+// The category from our front over spdlog.
 
 #include <zlog_front.h>
 

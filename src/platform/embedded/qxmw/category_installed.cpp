@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// For a zlog that is not our front: initialised with a configuration of this platform's levels, line
-// format and place. Not tested in this tree, which has no such library to build against.
+// The category from a zlog that is not our front, initialised with this platform's levels, line format and
+// destination. Not tested in this tree, which has no such library to build against.
 
 #include <sys/mman.h>
 #include <unistd.h>

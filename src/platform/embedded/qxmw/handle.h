@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a middleware handle holds. Used by the context, which owns the one of its process, and by the
+// The content of a middleware handle. Used by the context, which owns its process's handle, and by the
 // middleware functions.
 
 #ifndef PLATFORM_EMBEDDED_QXMW_HANDLE_H

@@ -61,7 +61,7 @@ void qxmw_gen_fault(int kind, const char* function, const char* file, int line, 
     report.set_text(OrEmpty(text));
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     report.set_time_us(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
-    // Without cdbd the line above is the report.
+    // If cdbd can't be reached, the log line above is the only report.
     static_cast<void>(ipc::SendBlocking(embedded::RunDirectory() + "/cdb.sock", message, kReportTime));
 }
 

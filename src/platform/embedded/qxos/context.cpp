@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The process context and its loop, which ends on SIGTERM and SIGINT, and reports to the service manager
-// (ipc/notify.h).
+// The process context and its loop, which ends on SIGTERM and SIGINT and reports to the service manager
+// (base/notify.h).
 
 #include <csignal>
 #include <string>
@@ -50,7 +50,7 @@ public:
     Impl(std::string process, const HaStateChangeCallbacks& callbacks)
         : m_callbacks(callbacks), m_runtime(process), m_qxmw{process}
     {
-        // A log or a peer that is gone must not end the process.
+        // A log or a peer whose reader has gone must not end the process.
         std::signal(SIGPIPE, SIG_IGN);
         m_signals.async_wait([this](const boost::system::error_code& error, int) {
             if (!error) m_runtime.loop.stop();

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The platform's own way into a process context. Used by the other parts of the embedded platform
-// and their tests.
+// Gives the other parts of the embedded platform and their tests access to a process context.
 
 #ifndef PLATFORM_EMBEDDED_QXOS_CONTEXT_ACCESS_H
 #define PLATFORM_EMBEDDED_QXOS_CONTEXT_ACCESS_H

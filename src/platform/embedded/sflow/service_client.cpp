@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The session with sflow-mgr: greeting, found and lost, and its ends.
+// The session with sflow-mgr: its greeting, the found and lost notices, and its ends.
 
 #include "platform/embedded/sflow/service_client.h"
 
@@ -77,7 +77,7 @@ void ServiceClient::OnFrame(std::string_view frame)
         m_link.Renew();
         return EndSession("the manager asks for everything again");
     case ServerMessage::BODY_NOT_SET:
-        return;  // of a newer manager: nothing that we are asked to do
+        return;  // from a newer manager; needs no answer
     }
 }
 
@@ -124,7 +124,7 @@ void ServiceClient::EndSession(std::string_view reason)
     Tell(m_lost);
 }
 
-/// Outside a session nobody is there to take it: the next session gets everything anew.
+/// Dropped outside a session: the next session sends everything anew.
 void ServiceClient::Send(const ClientMessage& message)
 {
     if (m_open) m_link.Send(message);

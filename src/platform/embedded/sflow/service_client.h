@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The embedded platform's sFlow service client: a session with sflow-mgr while the gate is open, found
-// and lost, and the operations as messages.
+// The embedded platform's sFlow service client: a session with sflow-mgr while the gate is open, its found
+// and lost notices, and the operations as messages.
 
 #ifndef PLATFORM_EMBEDDED_SFLOW_SERVICE_CLIENT_H
 #define PLATFORM_EMBEDDED_SFLOW_SERVICE_CLIENT_H
@@ -59,8 +59,8 @@ private:
     const Notice m_lost;
     bool m_open = false;
     std::string m_lastRefusal;
-    std::shared_ptr<void> m_check;  // the timer of the next look at the progress
-    ipc::Link m_link;               // last: nothing of it is called once the others go
+    std::shared_ptr<void> m_check;  // the timer of the next progress check
+    ipc::Link m_link;               // last: destroyed first, so that it calls nothing that is gone
 };
 
 }  // namespace embedded

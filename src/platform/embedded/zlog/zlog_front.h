@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-/* How the platform makes a category of our front; its presence beside zlog.h tells the front from
- * any other zlog. Used by the embedded platform's qxmw_trace_init only. */
+/* Makes a category of our front. The build tells the front from another zlog by this file beside zlog.h.
+ * Used by the embedded platform's qxmw_trace_init only. */
 
 #ifndef ZLOG_FRONT_H
 #define ZLOG_FRONT_H
@@ -11,8 +11,8 @@
 extern "C" {
 #endif
 
-/* Opens the log (SFLOW_LOG, SFLOW_LOG_LEVEL) for the process of this name and returns its category,
- * never null: always the same one, which is never released. */
+/* Opens the log (SFLOW_LOG, SFLOW_LOG_LEVEL) for the process of this name and returns its category:
+ * always the same one, never null, never freed. */
 zlog_category_t* zlog_front_open(const char* process);
 
 #ifdef __cplusplus
