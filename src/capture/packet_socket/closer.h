@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Ends pairs of packet sockets without making anybody wait. To close one the kernel waits several times until
-// every CPU has passed a quiet moment: some 60 ms in which the loop would stand still. So threads do it,
-// which are there only while there is something to close; they wait together, so a few of them close hundreds
-// in a second. Where no thread can be made the caller closes. Used by ring_source.cpp.
+// Closes pairs of packet sockets without holding up the loop. To close one the kernel waits several times
+// until every CPU has passed a quiet moment: some 60 ms. So threads do it, which exist only while there is
+// something to close; they wait together, so a few of them close hundreds in a second. If no thread can be
+// made, the caller closes. Used by source.cpp.
 
 #ifndef CAPTURE_PACKET_SOCKET_CLOSER_H
 #define CAPTURE_PACKET_SOCKET_CLOSER_H
