@@ -35,10 +35,10 @@ public:
     /// `problems` are the collector's own.
     void Collector(const Snapshot::Collector& held, WallTime now, const std::vector<Problem>& problems,
                    const WantedLeaves& wanted);
-    /// `configured` may be null: then what only it can tell is left out.
+    /// `configured` may be null: then what only it shows is left out.
     void Interface(const Snapshot::Interface& held, const Snapshot& snapshot, const Configured* configured,
                    const std::vector<Problem>& problems, const WantedLeaves& wanted);
-    /// In ascending order of subject, name and reason.
+    /// To be called in ascending order of subject, name and reason.
     void Problem(const manager::Problem& problem);
 
 private:
