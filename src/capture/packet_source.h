@@ -56,8 +56,8 @@ struct Sample {
     /// Of the interface, since it was added to the source, both directions together, up to and with this
     /// packet: frames it could have been sampled from, and frames sampled and lost for lack of room. They
     /// never fall, and nothing is counted twice or left out for good. What other CPUs count at the same
-    /// moment may be in it a look too early or too late; packet sockets tell what they counted since the last
-    /// look in even shares.
+    /// moment may be in it a look too early or too late; packet sockets spread what they counted since the
+    /// last look evenly over the samples.
     std::uint64_t pool = 0;
     std::uint64_t drops = 0;
 };

@@ -31,7 +31,7 @@ struct PortState {
     __u64 pool;   // frames seen
     __u64 drops;  // frames sampled that found no room
     __u32 skip;   // the next sampled frame is the skip-th from here
-    __u32 stale;  // not 0: user space has changed the settings, which are taken and the skip sampled anew
+    __u32 stale;  // not 0: user space has changed the settings; the program takes them and draws a new skip
     __u32 key;    // of the port that has this place; 0: free
     __u32 mark;   // of packets that are neither counted nor sampled; 0: none
     struct PortSettings settings;

@@ -193,7 +193,7 @@ static __always_inline __u32 Copy(struct __sk_buff* packet, __u64* to, __u32 cap
     return captured > 0 && bpf_skb_load_bytes(packet, 0, to, captured) < 0 ? 0 : captured;
 }
 
-// A record with room for so many bytes of the packet; the ring wants constant sizes.
+// Hands over a record with `room` bytes for the packet; the ring takes constant sizes only.
 #define HAND_OVER(name, room)                                                                       \
     static __always_inline int name(struct __sk_buff* packet, struct PortState* port, __u32 counts, \
                                     __u32 captured, __u32 egress)                                   \

@@ -41,8 +41,10 @@ public:
     Port& Add(std::uint32_t ifIndex);
     /// Null if it has not been added.
     [[nodiscard]] Port* Find(std::uint32_t ifIndex);
+    /// Does nothing if it has not been added.
     void Remove(std::uint32_t ifIndex);
     [[nodiscard]] std::size_t Size() const { return m_byIndex.size(); }
+    /// Free ones included: their incarnation is 0.
     [[nodiscard]] const std::vector<Port>& Slots() const { return m_slots; }
 
     static std::size_t RowOf(std::size_t cpu, bool egress) { return cpu * 2 + (egress ? 1 : 0); }

@@ -32,6 +32,7 @@ public:
     EbpfProgram(const EbpfProgram&) = delete;
     EbpfProgram& operator=(const EbpfProgram&) = delete;
 
+    /// Descriptors; the program closes them.
     [[nodiscard]] int IngressFile() const;
     [[nodiscard]] int EgressFile() const;
     [[nodiscard]] int RingFile() const;
@@ -42,6 +43,7 @@ public:
     void Create(std::uint32_t key);
     /// In effect from the next packet on. Throws Unavailable.
     void Set(std::uint32_t key, const PortSettings& settings);
+    /// Removes the port with its counts; does nothing if there is none.
     void Erase(std::uint32_t key);
 
     /// A port's counts, by CPU; zeros if there is no such port. Valid until the next call.

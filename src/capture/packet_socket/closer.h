@@ -21,6 +21,7 @@ public:
     /// Returns when all are closed.
     ~RingCloser();
 
+    /// Drops the reference in a thread; the sockets close with the last one. Null is allowed.
     void Close(std::shared_ptr<PacketSocketPair> pair);
 
 private:

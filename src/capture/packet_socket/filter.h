@@ -42,11 +42,11 @@ RingFilter RejectingFilter();
 RingFilter DividingProgram(std::uint32_t rate, const RingScope& scope,
                            std::uint32_t samplingMember = kSamplingMember);
 
-/// For the sampling socket of a group: what is in the scope passes, cut to so many bytes.
+/// For the sampling socket of a group: what is in the scope passes, cut to `bytes`.
 RingFilter KeepingFilter(std::uint32_t bytes, const RingScope& scope);
 
-/// For a sampling socket by itself: what is in the scope passes with the probability 1/rate, to 2^-64,
-/// cut to so many bytes.
+/// For a sampling socket by itself: what is in the scope passes with the probability 1/rate, to 2^-64, cut to
+/// `bytes`.
 RingFilter SamplingFilter(std::uint32_t rate, std::uint32_t bytes, const RingScope& scope);
 
 /// For a counting socket by itself: what is in the scope passes.

@@ -31,7 +31,7 @@ class PacketSocketPair {
 public:
     enum class Hook { kShared, kSeparate };
 
-    /// A ring of about so many bytes. Throws Unavailable.
+    /// With a ring of about `bytes` bytes. Throws Unavailable.
     explicit PacketSocketPair(std::size_t bytes) : PacketSocketPair(bytes, std::make_shared<CountingSocket>())
     {
     }

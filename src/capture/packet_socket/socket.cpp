@@ -30,7 +30,7 @@ constexpr std::size_t kUsualBlocks = 16;
 constexpr std::size_t kLeastBlocks = 4;
 constexpr std::size_t kLeastBlock = 4U << 10U;
 constexpr std::size_t kMostBlock = 64U << 10U;
-// The kernel hands over a block that does not fill after so long. It runs a timer of this period for every
+// The kernel hands over a block that does not fill after this time. It runs a timer of this period for every
 // ring, so this is as long as the first sample may take.
 constexpr unsigned kBlockMilliseconds = 32;
 

@@ -32,7 +32,7 @@ private:
     int m_descriptor;
 };
 
-/// What PACKET_STATISTICS told, summed since the socket was made.
+/// The counts of PACKET_STATISTICS, summed since the socket was made.
 struct RingStatistics {
     std::uint64_t passed = 0;   // packets that the filter let through, drops included
     std::uint64_t dropped = 0;  // of these, without room
@@ -83,7 +83,7 @@ struct RingArea {
 
 class SamplingSocket : public PacketSocket {
 public:
-    /// A ring of about so many bytes.
+    /// With a ring of about `bytes` bytes.
     explicit SamplingSocket(std::size_t bytes);
     SamplingSocket(const SamplingSocket&) = delete;
     SamplingSocket& operator=(const SamplingSocket&) = delete;

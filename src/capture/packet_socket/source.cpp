@@ -239,7 +239,7 @@ private:
         for (const std::uint32_t ifIndex : keys) {
             const auto found = m_ports.find(ifIndex);
             if (found == m_ports.end() || found->second->looking) continue;
-            // Read, so that an interface that went down does not wake for ever.
+            // Clears the error, so that an interface that went down does not wake again and again.
             found->second->pair->TakeError();
             found->second->silent = milliseconds(0);
             woken.push_back(found->second);

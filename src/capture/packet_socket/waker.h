@@ -28,7 +28,7 @@ public:
 
     /// Wakes for the descriptor, at once if it is readable. Throws Unavailable.
     void Add(int descriptor, std::uint32_t key);
-    /// Wakes again, likewise.
+    /// Wakes again for a descriptor that was added, likewise.
     void Rearm(int descriptor, std::uint32_t key);
     /// To be called before the descriptor is closed.
     void Remove(int descriptor);
