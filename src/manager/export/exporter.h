@@ -70,6 +70,7 @@ public:
     /// waited to where it was meant for. Network errors do not throw: they are counted, and the socket is
     /// connected again, at most once a second.
     Stream& Set(const std::string& name, const CollectorSettings& settings);
+    /// Sends what waits for the collector and removes it; does nothing if there is none.
     void Remove(const std::string& name);
     /// Null if there is none.
     [[nodiscard]] Stream* Find(const std::string& name);

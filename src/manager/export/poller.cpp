@@ -219,7 +219,7 @@ private:
     std::unordered_map<std::string, Polled> m_polled;  // by name in the configuration
     /// The last sequence number of each kernel interface that was asked for.
     std::unordered_map<std::uint32_t, std::uint32_t> m_sequences;
-    std::vector<std::uint32_t> m_forgotten;  // since the reader was told
+    std::vector<std::uint32_t> m_forgotten;  // since the last reading
     Schedule m_schedule;
     std::optional<Schedule::Tick> m_armed;
     std::shared_ptr<void> m_timer;

@@ -155,7 +155,7 @@ void Sampling::LinkRemoved(const net::Link& link)
     RefreshWaiting(link.index);
 }
 
-/// The interfaces of the configuration that this one could serve now.
+/// Refreshes the interfaces of the configuration that this one could serve now.
 void Sampling::RefreshNamed(const net::Link& link)
 {
     const auto refresh = [this](const std::string& name) {
@@ -166,7 +166,7 @@ void Sampling::RefreshNamed(const net::Link& link)
     if (!link.alias.empty()) refresh(link.alias);
 }
 
-/// Those whose name it had, and may have no longer.
+/// Refreshes those whose name it had and may have no longer.
 void Sampling::RefreshWaiting(std::uint32_t ifIndex)
 {
     const auto at = m_waiting.find(ifIndex);
@@ -344,7 +344,7 @@ void Sampling::End()
     m_retry.reset();
 }
 
-// ---- what is known of it ----
+// ---- status ----
 
 InterfaceStatus Sampling::StatusOf(const ConfiguredInterface& interface, const capture::Counts& counts) const
 {

@@ -32,7 +32,8 @@ public:
     void Open();
 
     /// Takes one message of the session. False if a session carries no such message: the caller ends the
-    /// connection then. An operation that can't be applied is logged and counted.
+    /// connection then. An operation that can't be applied is counted, and logged if it is among the first
+    /// ten of the session.
     bool Take(const ipc::manager::ClientMessage& message);
 
     /// The session has ended; the state stays as it is.

@@ -45,6 +45,7 @@ public:
     [[nodiscard]] std::optional<Configured::Collector> Collector(const std::string& name) const;
     /// Without its collectors: they cost more than all the rest.
     [[nodiscard]] std::optional<Configured::Interface> Interface(const std::string& name) const;
+    /// Adds the collectors of the interface `name`.
     void ReadCollectorsOf(const std::string& name, Configured::Interface& interface) const;
 
     /// The first entries behind `after`, at most `most`; interfaces without their collectors.

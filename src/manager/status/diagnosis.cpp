@@ -15,7 +15,7 @@
 namespace manager {
 namespace {
 
-/// Without a packet for so long, there is no traffic.
+/// An interface without a packet for this time has no traffic.
 constexpr std::chrono::seconds kQuiet{10};
 
 class Diagnosis {

@@ -44,6 +44,7 @@ public:
     /// Ends all connections.
     ~MetricsServer();
 
+    /// The port that it listens on, host byte order.
     [[nodiscard]] std::uint16_t Port() const;
 
 private:

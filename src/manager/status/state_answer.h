@@ -89,7 +89,7 @@ private:
     const bool m_diagnoses;  // whether an interface's problems are wanted
     Stage m_stage = Stage::kManager;
     std::string m_last;      // the last name of the stage
-    std::size_t m_work = 0;  // that the part has made, in entries
+    std::size_t m_work = 0;  // of this part so far, in entries
     std::optional<ConfiguredReader> m_reader;
     Configured m_configured;  // the collectors as they are met; the interfaces of one part
     std::string m_warning;    // not sent yet

@@ -46,6 +46,7 @@ public:
     ~StateProvider();
 
     void Start() { m_link.Start(); }
+    /// Drops the answers under way and disconnects.
     void Stop();
 
 private:

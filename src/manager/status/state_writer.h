@@ -31,6 +31,7 @@ public:
     StateWriter(ipc::cdb::StateReply& part, const std::string& path);
 
     void Manager(const Snapshot& snapshot, const WantedLeaves& wanted);
+    /// `address`: network byte order in memory.
     void AgentAddress(std::uint32_t address);
     /// `problems` are the collector's own.
     void Collector(const Snapshot::Collector& held, WallTime now, const std::vector<Problem>& problems,
