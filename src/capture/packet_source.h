@@ -3,7 +3,7 @@
 // the kernel's interfaces, each with the probability 1/rate, counts what it drew from, and hands the sampled
 // ones over in batches. It knows nothing of collectors, names or datagrams.
 //
-// Two implementations: ebpf_source.h (first choice) and ring_source.h.
+// Two implementations: ebpf/source.h (first choice) and packet_socket/source.h.
 
 #ifndef CAPTURE_PACKET_SOURCE_H
 #define CAPTURE_PACKET_SOURCE_H
@@ -17,13 +17,13 @@
 
 namespace capture {
 
-/// At least so many bytes of a sampled packet are handed over (all, where it has fewer), so that what
-/// looks at its addresses has them also where fewer are to be sent.
+/// Least bytes of a sampled packet that are handed over (all, if it has fewer): its addresses are looked up
+/// even if fewer bytes are sent.
 inline constexpr std::size_t kLeastHeader = 96;
 /// Most bytes of a sampled packet that can be asked for.
 inline constexpr std::size_t kMostHeader = 512;
 
-/// The interface by which a leaving packet had entered can't be told by this source.
+/// The source does not know by which interface a leaving packet entered.
 inline constexpr std::uint32_t kOriginUnknown = 0xFFFFFFFF;
 
 /// How one kernel interface is sampled.
@@ -35,8 +35,8 @@ struct Settings {
     friend bool operator==(const Settings&, const Settings&) = default;
 };
 
-/// A sampled packet. A packet that the kernel holds as several segments of one flow (GSO, GRO) stands for
-/// the frames that it is on the wire: these are what is counted and sampled from.
+/// A sampled packet. A packet that the kernel holds as several segments of one flow (GSO, GRO) stands for the
+/// frames that it is on the wire. eBPF counts and samples these frames, packet sockets the packet as one.
 struct Sample {
     std::uint32_t ifIndex = 0;          // kernel interface at which it was sampled
     bool egress = false;                // it was leaving by that interface; else it was entering
@@ -56,13 +56,13 @@ struct Sample {
     /// Of the interface, since it was added to the source, both directions together, up to and with this
     /// packet: frames it could have been sampled from, and frames sampled and lost for lack of room. They
     /// never fall, and nothing is counted twice or left out for good. What other CPUs count at the same
-    /// moment may be in it a look too early or too late; packet sockets tell what they counted since the last
-    /// look in even shares.
+    /// moment may be in it a look too early or too late; packet sockets spread what they counted since the
+    /// last look evenly over the samples.
     std::uint64_t pool = 0;
     std::uint64_t drops = 0;
 };
 
-/// Who takes the sampled packets. Called from the loop only.
+/// Takes the sampled packets. Called from the loop only.
 class SampleSink {
 public:
     SampleSink() = default;
@@ -70,7 +70,7 @@ public:
     SampleSink& operator=(const SampleSink&) = delete;
     virtual ~SampleSink() = default;
 
-    /// In the order in which they were sampled, as far as one CPU drew them.
+    /// Those of one CPU are in the order in which they were sampled.
     virtual void OnSamples(std::span<const Sample> samples) = 0;
     /// All that was waiting has been handed over: time to send.
     virtual void OnDrained() = 0;
@@ -81,7 +81,7 @@ struct Counts {
     std::uint64_t drops = 0;  // frames sampled that could not be handed over
 };
 
-/// The source can't be had here: no permission, no kernel support. The text is for operators.
+/// The source can't be used here: no permission, no kernel support. The text is for operators.
 class Unavailable : public std::runtime_error {
 public:
     enum class Cause { kPermission, kKernel, kOther };
@@ -111,20 +111,20 @@ public:
     /// "ebpf-tcx", "ebpf-clsact" or "packet-socket": the name in the state.
     [[nodiscard]] virtual std::string Kind() const = 0;
 
-    /// Begins to sample at a kernel interface. Its counts begin at zero. Where it is sampled already, the
-    /// same as Change. Throws Unavailable, for this interface alone.
+    /// Begins to sample at a kernel interface. Its counts begin at zero. If it is sampled already, the same
+    /// as Change. Throws Unavailable, for this interface alone.
     virtual void Add(std::uint32_t ifIndex, const Settings& settings) = 0;
 
-    /// Changes how a sampled interface is sampled, at once and without a gap in its counts. Samples that
-    /// were sampled before carry the rate that they were sampled with. Throws Unavailable where a direction
-    /// could not be added; the rest is in effect then.
+    /// Changes how a sampled interface is sampled, at once and without a gap in its counts. Samples that were
+    /// sampled before carry the rate that they were sampled with. Throws Unavailable if that fails: eBPF then
+    /// applies all but a direction that it could not add, packet sockets keep the old settings.
     virtual void Change(std::uint32_t ifIndex, const Settings& settings) = 0;
 
-    /// Hands over what waits, ends the sampling at the interface and returns its last counts. The kernel's
-    /// interface may be gone already.
+    /// Hands over what waits, ends the sampling at the interface and returns its last counts; zeros if it is
+    /// not sampled. The kernel's interface may be gone already.
     virtual Counts Remove(std::uint32_t ifIndex) = 0;
 
-    /// The counts as they are now; samples that are not handed over yet are in them.
+    /// The counts as they are now, samples that are not handed over yet included; zeros if it is not sampled.
     [[nodiscard]] virtual Counts Read(std::uint32_t ifIndex) = 0;
 
     struct InterfaceCounts {
@@ -134,7 +134,7 @@ public:
     /// The counts of all sampled interfaces, for less than one Read each.
     [[nodiscard]] virtual std::vector<InterfaceCounts> ReadAll() = 0;
 
-    /// Hands over what waits now, then calls OnDrained.
+    /// Hands over what waits now, then calls OnDrained. Does nothing if called from OnSamples.
     virtual void Drain() = 0;
 };
 

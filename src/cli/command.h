@@ -24,7 +24,7 @@ class Output;
 
 enum class ArgumentKind {
     kChoice,   // one of the words in `text`, which '|' separates
-    kPath,     // words of a path, one or more; none where it is optional
+    kPath,     // words of a path, one or more; none if it is optional
     kFile,     // one word
     kText,     // the first word of `text`, which is a keyword, and one word behind it
     kCommand,  // words of a command's name
@@ -49,7 +49,7 @@ enum class Forms {
     kConfiguration,  // JSON, XML, set
 };
 
-/// The arguments that were given, by kind; empty where there are none.
+/// The arguments that were given, by kind; empty if there are none.
 struct Arguments {
     std::string choice;
     std::vector<std::string> words;  // kPath, kCommand
@@ -61,8 +61,8 @@ struct Arguments {
 struct Call {
     const Arguments& arguments;
     Format format;
-    netconf::Client* session;  // there with kSession
-    const ly_ctx* yang;        // there with kYang
+    netconf::Client* session;  // not null with kSession
+    const ly_ctx* yang;        // not null with kYang
     Output& output;            // for data, in the form that was asked for
     std::ostream& out;         // for other results
     std::ostream& err;         // for warnings
@@ -91,8 +91,8 @@ struct Invocation {
     Format format = Format::kText;
 };
 
-/// Finds the command of the words, which are at least one, and fits its arguments. Throws Error that
-/// ends with the usage.
+/// Finds the command of the words, which are at least one, and fits its arguments. Throws Error that ends
+/// with the usage or with the words that are possible.
 Invocation Understand(std::span<const Command> commands, const std::vector<Word>& words);
 
 /// The usage lines, with what they do, of the commands whose names begin with these words; throws Error

@@ -58,7 +58,7 @@ guard::Format FormatOf(std::string_view text, std::string_view name)
 struct Parsed {
     Tree tree;
     bool ok = false;
-    std::size_t end = 0;  // where the parser stopped; it has no column of its own to tell
+    std::size_t end = 0;  // where the parser stopped; libyang reports no column
     std::string problem;
 };
 

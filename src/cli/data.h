@@ -23,10 +23,10 @@ struct FreeTree {
 /// All top-level siblings; null is a tree without data.
 using Tree = std::unique_ptr<lyd_node, FreeTree>;
 
-/// The data of a reply, as it stands in <data>. Throws Error when the YANG modules here do not know it.
+/// The data of a reply, as it stands in <data>. Throws Error if the YANG modules here do not know it.
 Tree ParseReply(const ly_ctx* yang, const std::string& xml);
 
-/// The instances of the place's last node, in the tree's order.
+/// The instances of the place's last node, in the tree's order; empty for a place without steps.
 std::vector<const lyd_node*> NodesAt(const lyd_node* tree, const Place& place);
 
 /// RFC 7951, one document, with line ends.
@@ -38,7 +38,7 @@ std::string ToCompactXml(const lyd_node* tree);
 /// Whether the node is a key of its list's entry.
 bool IsKeyNode(const lyd_node* node);
 
-/// The last complaint of libyang's, with the data's path where it has one.
+/// The last complaint of libyang, with the data's path if it has one.
 std::string LastMessage(const ly_ctx* yang);
 
 }  // namespace cli

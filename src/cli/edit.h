@@ -16,7 +16,7 @@ namespace cli {
 /// What stands inside <config> to give the place its value, or to create it.
 std::string SetXml(const Place& place);
 
-/// What stands inside <config> to delete the place. It is an error of the database's when it is not there.
+/// What stands inside <config> to delete the place. The database refuses it if there is no such place.
 std::string DeleteXml(const Place& place);
 
 /// A subtree filter (RFC 6241, section 6) that selects the place and what is below it.

@@ -9,7 +9,7 @@
 
 namespace cli {
 
-/// Names the thing that is wrong and, where there is one, the remedy; without "error:" and newline.
+/// Names the thing that is wrong and the remedy, if there is one; without "error:" and newline.
 class Error : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

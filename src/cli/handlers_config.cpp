@@ -14,8 +14,8 @@
 namespace cli {
 namespace {
 
-/// Edits the candidate, all or nothing. Whether the whole is valid is asked by validate and commit:
-/// until then it may lack what a later command adds.
+/// Edits the candidate, all or nothing. Only validate and commit check the whole: until then it may lack what
+/// a later command adds.
 void Edit(Call& call, const std::string& config)
 {
     Request(call, netconf::EditConfig(config, {"merge", "set", "rollback-on-error"}));

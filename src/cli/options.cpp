@@ -29,7 +29,7 @@ po::options_description Described()
     return described;
 }
 
-/// Positional arguments are understood only as the word "help".
+/// The only positional argument that is understood is the word "help".
 po::variables_map Parse(const std::vector<std::string>& arguments)
 {
     po::options_description described = Described();

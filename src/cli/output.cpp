@@ -19,7 +19,7 @@ private:
     std::ostream& m_out;
 };
 
-/// Prints the data itself, whatever text the command has for it.
+/// Prints the data itself, not the command's text.
 class DataOutput : public Output {
 public:
     using Print = std::string (*)(const lyd_node* tree);

@@ -26,6 +26,7 @@ public:
     virtual void Show(const lyd_node* tree, const TextOf& text) = 0;
 };
 
+/// `out` must outlive it.
 std::unique_ptr<Output> MakeOutput(Format format, std::ostream& out);
 
 }  // namespace cli

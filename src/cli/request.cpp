@@ -47,7 +47,7 @@ std::string WithoutPrefixes(std::string_view path)
     return plain;
 }
 
-/// The errors or the warnings in lines, not too many of them; empty where there are none.
+/// The errors or the warnings in lines, at most kMostErrors of them; empty if there are none.
 std::string Listed(const netconf::Reply& reply, bool warnings)
 {
     std::string text;

@@ -23,16 +23,16 @@ std::string Request(Call& call, std::string_view operation);
 /// The same for an answer with data.
 Tree RequestData(Call& call, std::string_view operation);
 
-/// The same for state, of which there may be less than was asked for: a warning then says why. Where there is
+/// The same for state, of which there may be less than was asked for: a warning then says why. If there is
 /// nothing but warnings, they are thrown as Error.
 Tree RequestState(Call& call, std::string_view operation);
 
-/// The database's refusal in one line: its message, and the path concerned as words where the message
-/// does not name it.
+/// The database's refusal in one line: its message, and the path concerned as words if the message does not
+/// name it.
 std::string ToText(const netconf::RpcError& error);
 
-/// An instance path such as /c:config/s:oam/s:interface[s:name='eth1'] as words without the root; the
-/// path itself where it is of another form.
+/// An instance path such as /c:config/s:oam/s:interface[s:name='eth1'] as words without the root; the path
+/// itself if it is of another form.
 std::string PathAsWords(std::string_view path);
 
 }  // namespace cli

@@ -37,13 +37,13 @@ const lysc_node* FindChild(const ly_ctx* yang, const lysc_node* parent, Visit vi
     return nullptr;
 }
 
-/// What libyang says against the value, empty when it takes it.
+/// Why libyang refuses the value; empty if it takes it.
 std::string Refusal(const ly_ctx* yang, const lysc_node* leaf, const std::string& value)
 {
     ly_err_clean(const_cast<ly_ctx*>(yang), nullptr);
     const LY_ERR result =
         lyd_value_validate(yang, leaf, value.data(), value.size(), nullptr, nullptr, nullptr);
-    // "incomplete": right by its type; whether the referenced value exists is for the database to say.
+    // "incomplete": right by its type; the database checks whether the referenced value exists.
     if (result == LY_SUCCESS || result == LY_EINCOMPLETE) return {};
     const char* message = ly_errmsg(yang);
     return message ? message : "the value is not allowed";

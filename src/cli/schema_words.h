@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The configuration's paths as words: "oam sflow interface eth1 sampling-rate". The root container is
-// left out; the keys of a list's entry follow the list's name. Reads no data and talks to nobody.
+// The configuration's paths as words: "oam sflow interface eth1 sampling-rate". The root container is left
+// out; the keys of a list's entry follow the list's name. Reads no data and sends nothing.
 
 #ifndef CLI_SCHEMA_WORDS_H
 #define CLI_SCHEMA_WORDS_H
@@ -25,14 +25,14 @@ struct Step {
 /// A node's place in the data; no steps: the whole configuration.
 struct Place {
     std::vector<Step> steps;
-    std::optional<std::string> value;  // of the leaf or leaf-list at the end, where one was given
+    std::optional<std::string> value;  // of the leaf or leaf-list at the end, if one was given
 };
 
-/// The container whose name paths leave out: `config` of switch-config.
+/// The container whose name paths leave out: `config` of switch-config. Throws Error if the modules lack it.
 const lysc_node* RootContainer(const ly_ctx* yang);
 
-/// Each throws Error for a word that is not known (and tells what is possible there), a key or value
-/// that its type refuses, a missing or superfluous word.
+/// Each throws Error for a word that is not known (and names what is possible there), a key or value that its
+/// type refuses, a missing or superfluous word.
 ///
 /// A leaf with its value, a list's entry, or a presence container.
 Place PlaceToSet(const ly_ctx* yang, std::span<const std::string> words);

@@ -25,7 +25,7 @@ std::string Section(std::string_view title, const TextTable& table)
     return Titled(title, table.Empty() ? "" : table.Text(kIndent));
 }
 
-/// The age that the leaf has, for people; "-" without one, which is never.
+/// The age that the leaf has, for people; "-" without one: it never happened.
 std::string Age(const Children& node, std::string_view leaf)
 {
     const std::string text = node.Value(leaf);
@@ -125,10 +125,10 @@ std::string InterfacesText(const Children& sflow)
 }
 
 /// Appends the text, broken at blanks into lines from the column `from` to the last one; the first line
-/// begins where it stands.
+/// begins where `out` ends.
 void AppendWrapped(std::string_view text, std::size_t from, std::string& out)
 {
-    constexpr std::size_t kLeast = 40;  // where a long name leaves less, lines are too long
+    constexpr std::size_t kLeast = 40;  // if a long name leaves less, lines are too long
     const std::size_t width = std::max(kLeast, kColumns - std::min(from, kColumns));
     while (text.size() > width) {
         std::size_t end = text.rfind("; ", width - 1);  // a remedy has a line of its own

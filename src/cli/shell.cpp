@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t kLongestQuoted = 120;
 constexpr std::string_view kPrompt = "swcli> ";
 
-/// The command as messages name it: one line, not longer than a terminal bears.
+/// The command as messages name it: one line, cut to kLongestQuoted bytes.
 std::string Named(std::string_view command)
 {
     command = command.substr(0, command.find_last_not_of(" \t\r\n") + 1);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads the data tree of the state for those who print it as text.
+// Reads the data tree of the state for what prints it as text.
 
 #ifndef CLI_STATE_TREE_H
 #define CLI_STATE_TREE_H

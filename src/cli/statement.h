@@ -16,8 +16,8 @@ bool IsRoot(const lyd_node* node);
 /// A leaf or a leaf-list's value.
 bool IsLeafNode(const lyd_node* node);
 
-/// Whether the node says something: leaves, list entries and presence containers do, other containers
-/// when something below them does.
+/// Whether the node says something: leaves, list entries and presence containers do, other containers if
+/// something below them does.
 bool Counts(const lyd_node* node);
 
 /// Appends the node's name and, for a list's entry, its keys.

@@ -29,7 +29,7 @@ private:
     std::vector<std::vector<std::string>> m_rows;
 };
 
-/// The text with control characters written as \n, \t, \\ or \xNN.
+/// The text with control characters written as \n, \t or \xNN; a backslash stays as it is.
 std::string Printable(std::string_view text);
 
 }  // namespace cli

@@ -13,7 +13,7 @@ namespace cli {
 /// Of a leaf or leaf-list: "1..16777215 packets", "true or false", "text"; never empty.
 std::string AllowedValues(const lysc_node* leaf);
 
-/// Whether the type has more to tell than its name, so that AllowedValues helps after a refusal.
+/// Whether the type limits its values, so that AllowedValues helps after a refusal.
 bool HasLimits(const lysc_node* leaf);
 
 }  // namespace cli

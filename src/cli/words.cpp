@@ -14,7 +14,7 @@ constexpr std::string_view kBlanks = " \t\r\n\v\f";
 
 bool IsBlank(char c) { return kBlanks.find(c) != std::string_view::npos; }
 
-/// Where the quoted piece ends that begins at `open`: the position of the closing quote.
+/// The position of the quote that closes the one at `open`. Throws Error if there is none.
 std::size_t ClosingQuote(std::string_view text, std::size_t open)
 {
     for (std::size_t i = open + 1; i < text.size(); ++i) {

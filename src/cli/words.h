@@ -23,7 +23,7 @@ struct Word {
 /// blanks around them; empty ones are left out. Throws Error on a quote that is not closed.
 std::vector<std::string> SplitCommands(std::string_view text);
 
-/// The line up to a '#' that begins a word outside double quotes.
+/// The line up to a '#' that begins a word outside double quotes. Throws Error on a quote that is not closed.
 std::string_view WithoutComment(std::string_view line);
 
 /// Words are separated by blanks; '|' is a word by itself. In double quotes blanks, ';', '|' and '#'

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writes sFlow version 5 in XDR (RFC 4506: big-endian, everything in units of four bytes) into buffers
-// of the caller's: flow samples (records sampled header, extended switch, and extended router where there
-// is one), counters samples (generic, Ethernet, port name) and the head of a datagram. Allocates nothing,
-// sends nothing, numbers nothing. The manager's export uses it; a test decoder that shares no code with
-// it checks it.
+// Writes sFlow version 5 in XDR (RFC 4506: big-endian, everything in units of four bytes) into the caller's
+// buffers: flow samples (records sampled header, extended switch, and extended router if there is one),
+// counters samples (generic, Ethernet, port name) and the head of a datagram. Allocates nothing, sends
+// nothing, numbers nothing. The manager's export uses it; a test decoder that shares no code with it checks
+// it.
 
 #ifndef WIRE_ENCODE_H
 #define WIRE_ENCODE_H
@@ -24,26 +24,27 @@ inline constexpr std::size_t kDatagramHeaderSize = 28;  // with an IPv4 agent ad
 /// Room that any sample needs at most.
 inline constexpr std::size_t kMaxFlowSample = 1024;
 inline constexpr std::size_t kMaxCountersSample = 512;
-/// Room in which a flow sample always fits once its header is cut: that of the smallest datagram, 200.
+/// Room in which a flow sample always fits once its header is cut: what the smallest datagram, 200 bytes,
+/// leaves.
 inline constexpr std::size_t kLeastSampleRoom = 200 - kDatagramHeaderSize;
 
-/// Writes the sample with its type and length. `out` may be smaller than the sample: then the sampled
-/// header is cut so that it fits. Returns the bytes written; 0 where not even a sample without a header
-/// fits, which never happens in kLeastSampleRoom. Values that are too large for the compact encoding lose
-/// their upper bits and disturb nothing else. `out` holds nothing that the sample refers to.
+/// Writes the sample with its type and length. `out` may be smaller than the sample: then the sampled header
+/// is cut so that it fits. Returns the bytes written; 0 if not even a sample without a header fits, which
+/// never happens in kLeastSampleRoom. Values that are too large for the compact encoding lose their upper
+/// bits and disturb nothing else. `out` must not overlap what the sample refers to.
 inline std::size_t Encode(const FlowSample& sample, Encoding encoding, std::span<std::byte> out)
 {
     return detail::EncodeFlow(sample, encoding, out);
 }
 
-/// Likewise; records that do not fit are left out from the last one on. 0 where not even the generic
-/// counters fit. Of the port name kMaxPortName bytes are sent.
+/// Likewise; records that do not fit are left out from the last one on. 0 if not even the generic counters
+/// fit. At most kMaxPortName bytes of the port name are sent.
 inline std::size_t Encode(const CountersSample& sample, Encoding encoding, std::span<std::byte> out)
 {
     return detail::EncodeCounters(sample, encoding, out);
 }
 
-/// Writes kDatagramHeaderSize bytes; `out` has room for them.
+/// Writes kDatagramHeaderSize bytes, for which `out` must have room.
 inline void Encode(const DatagramHeader& header, std::span<std::byte> out)
 {
     XdrWriter to(out.data());

@@ -76,8 +76,8 @@ inline std::size_t EncodeCounters(const CountersSample& sample, Encoding encodin
     if (out.size() < size) {
         return 0;
     }
-    // A record that finds no room takes those behind it with it, so what is sent is always a beginning of
-    // the whole list.
+    // If a record does not fit, those behind it are left out too: what is sent is always a beginning of the
+    // whole list.
     const auto takes = [&](bool present, std::size_t record, bool& fits) {
         const bool taken = present && fits && record <= out.size() - size;
         fits = fits && taken == present;

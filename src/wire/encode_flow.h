@@ -32,7 +32,7 @@ constexpr std::uint32_t CompactPort(const Port& port)
            (port.value & ((std::uint32_t{1} << kValueBits) - 1));
 }
 
-/// There is a router and it has an address: no other is sent.
+/// A router without an address is not sent.
 constexpr bool HasRouter(const FlowSample& sample)
 {
     return sample.router && (sample.router->nextHop.size == 4 || sample.router->nextHop.size == 16);

@@ -26,7 +26,7 @@ struct Port {
     std::uint32_t value = 0;  // single: ifIndex, 0 unknown; discarded: reason; multiple: how many, 0 unknown
     friend bool operator==(const Port&, const Port&) = default;
 };
-/// Input of what this machine sends, output of what is delivered on it.
+/// Input of packets that this machine sends, output of packets that are delivered to it.
 inline constexpr Port kInternalPort{Port::Format::kSingle, 0x3FFFFFFF};
 inline constexpr std::uint32_t kReasonUnknown = 256;  // of a discarded packet
 
@@ -40,8 +40,8 @@ struct Address {
 };
 
 struct ExtendedRouter {
-    /// All zeros where the destination is directly connected. Without one there is no record: an unknown
-    /// address is in the format, but many collectors drop the rest of the datagram for it.
+    /// All zeros if the destination is directly connected. If it is unknown, the record is left out: the
+    /// format can say so, but many collectors then drop the rest of the datagram.
     Address nextHop;
     std::uint32_t sourceBits = 0;
     std::uint32_t destinationBits = 0;
@@ -60,8 +60,8 @@ struct FlowSample {
     std::uint32_t frameLength = 0;  // on the wire, with the FCS
     std::uint32_t stripped = 0;     // of these, bytes that were taken away before sampling: the FCS
     std::span<const std::byte> header;
-    /// A VLAN tag to be put back into `header` behind the two link addresses; protocol 0: none. It adds
-    /// four bytes to what is sent of the header.
+    /// A VLAN tag to be put back into `header` behind the two link addresses, host byte order; protocol 0:
+    /// none. It adds four bytes to what is sent of the header.
     std::uint16_t tagProtocol = 0;
     std::uint16_t tagControl = 0;
     std::size_t maxHeader = 0;  // bytes of the header that are sent at most, a tag put back included

@@ -21,7 +21,7 @@ constexpr std::size_t Padded(std::size_t size) { return (size + kWord - 1) & ~(k
 
 class XdrWriter {
 public:
-    /// The caller vouches for the room behind `out`, which holds nothing of what is written there.
+    /// The caller provides enough room at `out`, which must not overlap what is copied there.
     explicit XdrWriter(std::byte* out) : m_at(out) {}
 
     void Word(std::uint32_t value)
@@ -38,15 +38,15 @@ public:
         m_at += sizeof value;
     }
 
-    /// A whole number of words, as they lie in memory.
+    /// Copies `size` bytes, a multiple of kWord, as they lie in memory.
     void Words(const void* from, std::size_t size)
     {
         std::memcpy(m_at, from, size);
         m_at += size;
     }
 
-    /// The length word and the room of `size` opaque bytes, their padding written. Returns where the
-    /// caller puts the bytes themselves.
+    /// Writes the length word and the padding of `size` opaque bytes. Returns where the caller puts the
+    /// bytes.
     std::byte* Opaque(std::size_t size)
     {
         Word(static_cast<std::uint32_t>(size));

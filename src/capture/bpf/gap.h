@@ -7,7 +7,7 @@
 // every CPU may count its own, without any bias. Made by inverse transform: gap = 1 + floor(E / lambda) with
 // E = -ln(U) and lambda = -ln(1 - 1/rate), in fixed point and with logarithms of base 2, so
 // gap = 1 + floor(-log2(U) * scale), scale = ln 2 / lambda. Nothing here is floating: user space makes
-// table and scale (capture/ebpf_gap.h).
+// table and scale (capture/ebpf/gap.h).
 
 #ifndef CAPTURE_BPF_GAP_H
 #define CAPTURE_BPF_GAP_H
@@ -32,7 +32,7 @@ static inline __attribute__((always_inline)) __u32 GapOf(__u64 bits, struct GapS
     __u64 mantissa, below, minusLog;
     __u32 zeros = 0, index, low, step;
 
-    // Moves the first one to the top, without branches; the program's compiler has no count of zeros.
+    // Moves the highest set bit to the top, without branches: BPF has no instruction that counts zeros.
     bits |= 1;
     for (int half = 32; half > 0; half >>= 1) {
         const __u32 shift = (__u32)((((bits >> (64 - half)) - 1) >> 63) * (__u32)half);

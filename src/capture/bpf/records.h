@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0
-// What the program in the kernel and the process say to each other: map values, shared words and the
-// records of the ring. C and C++; host byte order throughout.
+// What the program in the kernel and the process exchange: map values, shared words and the records of the
+// ring. C and C++; host byte order throughout.
 
 #ifndef CAPTURE_BPF_RECORDS_H
 #define CAPTURE_BPF_RECORDS_H
@@ -12,11 +12,11 @@
 enum {
     kMostPorts = 65536,       // interfaces times directions
     kDirectPorts = 8192,      // places of `direct`, per CPU; a power of two
-    kEgressBit = 1U << 31,    // of a port's key, which is else the interface's index
+    kEgressBit = 1U << 31,    // of a port's key; the other bits are the interface's index
     kMostRecordHeader = 512,  // bytes of a packet in the largest class of records
 };
 
-/// Of one port, as user space wants it: value of `settings`.
+/// One port's settings, which user space writes: value of `settings`.
 struct PortSettings {
     __u32 rate;
     struct GapScale scale;
@@ -25,35 +25,35 @@ struct PortSettings {
     __u32 incarnation;  // tells it from the slot's former interfaces
 };
 
-/// Of one port and CPU: value of `direct` and of `ports`. One cache line, with all that a packet that is not
-/// sampled needs: another line or page would cost it nanoseconds.
+/// One port's state on one CPU: value of `direct` and of `ports`. One cache line, with all that a packet that
+/// is not sampled needs: another line or page would cost it nanoseconds.
 struct PortState {
     __u64 pool;   // frames seen
     __u64 drops;  // frames sampled that found no room
     __u32 skip;   // the next sampled frame is the skip-th from here
-    __u32 stale;  // not 0: user space has changed the settings, which are taken and the skip sampled anew
-    __u32 key;    // whose place this is; 0: nobody's
+    __u32 stale;  // not 0: user space has changed the settings; the program takes them and draws a new skip
+    __u32 key;    // of the port that has this place; 0: free
     __u32 mark;   // of packets that are neither counted nor sampled; 0: none
     struct PortSettings settings;
     __u32 generation;  // in `ports` only: of the settings; 0: never taken
 } __attribute__((aligned(64)));
 
-/// Where in `direct` a port is, if it is there: the first port that came to the place has it, all others
-/// are in `ports`. Indexes are given out one by one, so there is hardly ever a second one.
+/// A port's place in `direct`. The first port that came to the place has it, all others are in `ports`. The
+/// kernel gives out indexes one by one, so there is hardly ever a second one.
 static inline __attribute__((always_inline)) __u32 DirectPlace(__u32 cpu, __u32 ifIndex, __u32 egress)
 {
     return cpu * kDirectPorts + ((ifIndex * 2 + egress) & (kDirectPorts - 1));
 }
 
-/// Of one CPU, all ports together. One cache line.
+/// State of one CPU, all ports together. One cache line.
 struct CpuState {
-    __u64 bytes;  // written since the fill of the ring was last looked at
+    __u64 bytes;  // written since the CPU last checked the fill of the ring
     __u64 unused[7];
 };
 
 /// A sampled packet; `captured` bytes of it follow. With the eight bytes that the ring puts before it, it
-/// fills a cache line, and so do the rooms for the packet: what the consumer's CPU has read must be fetched
-/// back.
+/// fills a cache line, and the rooms for the packet are whole lines: a line that the consumer's CPU has read
+/// must be fetched back.
 struct Record {
     __u64 pool;  // of this port and CPU, this packet included
     __u64 drops;
@@ -75,9 +75,10 @@ struct Record {
 
 /// Words that both sides write.
 struct SharedWords {
-    /// User space has changed settings of a port in `ports`, whose states it can't write to. Never 0.
+    /// Changes when user space changes the settings of a port in `ports`, whose states it can't write to.
+    /// Never 0.
     __u32 generation;
-    /// 1: user space sleeps and is to be woken by the next record, which sets it to 0.
+    /// 1: user space sleeps; the program wakes it for the next record and sets this to 0.
     __u32 waiting;
     /// 1: user space has been woken because the ring fills; it sets this to 0 before it looks.
     __u32 pressing;

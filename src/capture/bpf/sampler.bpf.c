@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0
-// Samples packets at an interface's ingress and egress hook and hands their beginnings to the process
-// through one ring. Touches no packet: the verdict is always "next". Nearly all packets take the short
-// road through Look: one look-up in an array, one addition, one subtraction.
+// Samples packets at an interface's ingress and egress hook and hands their beginnings to the process through
+// one ring. Touches no packet: the verdict is always "next". Nearly all packets take the short path through
+// Look: one look-up in an array, one addition, one subtraction.
 
 #include <linux/bpf.h>
 
@@ -12,7 +12,7 @@
 #include "records.h"
 
 #define TC_NEXT (-1)
-// Frames of one packet that are sampled by a gap each; what lies beyond is sampled in one.
+// Most gaps that are drawn for one packet; the frames behind them are sampled in one step.
 #define MOST_GAPS 512
 #define STALE_NS 2000000000ULL
 #define NEVER 0xffffffffU
@@ -26,7 +26,7 @@ const volatile __u32 logTable[kLogTableSize] = {0};
 
 struct SharedWords shared = {0};
 
-// By CPU; two with one place look at the ring's fill earlier, that is all.
+// By CPU modulo 64; CPUs that share a place check the ring's fill earlier, that is all.
 struct CpuState cpus[64] = {0};
 
 // All CPUs' places one after the other (DirectPlace): the kernel compiles this look-up in, which saves half
@@ -70,15 +70,15 @@ static __always_inline __u32 NextGap(struct GapScale scale)
     return GapOf(bits, scale, logTable);
 }
 
-// Functions that are not static are verified by themselves, for any arguments: once, not once for each road
-// that leads to them, which took the kernel seconds. So each looks for null.
+// The kernel verifies a function that is not static by itself, for any arguments: once, not once for each
+// path that leads to it, which takes seconds. So each checks for null.
 
 __noinline int TakeSettings(struct PortState* port, __u32 key)
 {
     const struct PortSettings* own;
 
     if (!port) return 0;
-    // Before the settings are read, in this order also for the CPU: a change meanwhile makes it stale again.
+    // Before the settings are read, and a barrier for the CPU: a change meanwhile makes the port stale again.
     __sync_fetch_and_and(&port->stale, 0);
     own = bpf_map_lookup_elem(&settings, &key);
     port->mark = ownMark;
@@ -111,7 +111,7 @@ static long OneGap(__u32 index, void* context)
     return 0;
 }
 
-// How many of the frames are sampled, the skip of the first being known; leaves the skip behind them.
+// Returns how many of the frames are sampled. Leaves in port->skip the gap as counted from behind them.
 __noinline __u32 Hits(struct PortState* port, __u32 frames)
 {
     struct Run run;
@@ -177,8 +177,8 @@ static __always_inline void Fill(struct Record* record, const struct __sk_buff* 
     }
 }
 
-// The beginning of the packet, `room` bytes of it where they lie in one piece, else `captured` ones; says
-// how many are wanted of what it copied. The room is a constant.
+// Copies the beginning of the packet: `room` bytes, a constant, if they lie in one piece, else `captured`
+// ones. Returns how many of the copied bytes are wanted.
 static __always_inline __u32 Copy(struct __sk_buff* packet, __u64* to, __u32 captured, __u32 room)
 {
     const __u64* from = (const __u64*)(unsigned long)packet->data;
@@ -193,7 +193,7 @@ static __always_inline __u32 Copy(struct __sk_buff* packet, __u64* to, __u32 cap
     return captured > 0 && bpf_skb_load_bytes(packet, 0, to, captured) < 0 ? 0 : captured;
 }
 
-// A record with room for so many bytes of the packet; the ring wants constant sizes.
+// Hands over a record with `room` bytes for the packet; the ring takes constant sizes only.
 #define HAND_OVER(name, room)                                                                       \
     static __always_inline int name(struct __sk_buff* packet, struct PortState* port, __u32 counts, \
                                     __u32 captured, __u32 egress)                                   \
@@ -234,8 +234,8 @@ __noinline int SamplePacket(struct __sk_buff* packet, struct PortState* port, __
     return HandOver512(packet, port, counts, captured, egress);
 }
 
-// The frames of a packet whose segments nobody has counted yet: a virtual machine's, for one. Counts as
-// the stack will when it cuts the packet: by what follows the transport header.
+// The frames of a packet whose segments are not counted yet, such as a virtual machine's. Counts as the stack
+// will when it cuts the packet: by what follows the transport header.
 __noinline __u32 CountSegments(struct __sk_buff* packet)
 {
     const __u32 size = packet->gso_size;
@@ -306,7 +306,8 @@ int sflow_ingress(struct __sk_buff* packet) { return Look(packet, 0); }
 SEC("tc")
 int sflow_egress(struct __sk_buff* packet) { return Look(packet, 1); }
 
-// The same for hooks that outlive the process: they rest when it has not said for long that it lives.
+// The same for hooks that outlive the process: they pass everything on once its heartbeat is older than
+// STALE_NS.
 static __always_inline int Lives(void)
 {
     return bpf_ktime_get_coarse_ns() <= Volatile(shared.heartbeat) + STALE_NS;
@@ -318,6 +319,6 @@ int sflow_ingress_while_alive(struct __sk_buff* packet) { return Lives() ? Look(
 SEC("tc")
 int sflow_egress_while_alive(struct __sk_buff* packet) { return Lives() ? Look(packet, 1) : TC_NEXT; }
 
-// Of its two licences the one that the kernel knows: it takes "GPL" for what may be had under the GPL's version 2,
-// and has no word for the choice between that and Apache-2.0.
+// The kernel takes "GPL" for a program under the GPL's version 2, and has no word for the choice between that
+// and Apache-2.0.
 char licence[] SEC("license") = "GPL";

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Filters at the clsact qdisc, for kernels before tcx. They stay when the process is killed, so they have
-// a place and a name by which the next start finds them, and the program a heartbeat without which it rests.
-// All of this takes CAP_NET_ADMIN and nothing more: a running manager has not kept what it takes to open a
-// program by its number.
+// Filters at the clsact qdisc, for kernels before tcx. They stay when the process is killed, so they have a
+// place and a name by which the next start finds them, and the program a heartbeat without which it passes
+// everything on. All of this takes CAP_NET_ADMIN and nothing more: a running manager has given up the
+// capability to open a program by its number.
 
 #include <array>
 #include <cerrno>
@@ -27,7 +27,7 @@
 namespace capture {
 namespace {
 
-// Our place at a hook: ahead of other filters, whose verdict may end the row.
+// Our place at a hook: ahead of other filters, whose verdict may end the chain.
 constexpr std::uint32_t kPriority = 1;
 constexpr std::uint32_t kHandle = 0x5f10;
 constexpr std::string_view kOurName = "sflow_";  // all our programs' names begin so
@@ -57,7 +57,7 @@ bpf_tc_opts Place()
     return options;
 }
 
-// Our programs at our place: one at most, of this process or another. 0 or the error, negative.
+// Finds our program at our place: one at most, of this process or another. Returns 0 or a negative errno.
 int FindOurs(int ifIndex, bool egress, std::optional<std::uint32_t>& program)
 {
     std::vector<TcFilter> filters;
@@ -84,7 +84,7 @@ std::uint32_t NumberOf(int program)
     return info.id;
 }
 
-// 0, also where it has gone by itself, or the error, negative.
+// Returns 0, also if the filter is gone already, or a negative errno.
 int DetachFilter(int ifIndex, bool egress)
 {
     const auto hook = HookOf(ifIndex, egress);
@@ -168,7 +168,7 @@ private:
         const int made = bpf_tc_hook_create(&hook);
         if (made != 0 && made != -EEXIST) throw Refusal("the interface takes no clsact qdisc", made);
         if (made == 0) interface.madeQdisc = true;
-        // An "ingress" qdisc takes a filter for what leaves, too, and shows it what enters.
+        // An "ingress" qdisc also takes a filter for what leaves, but shows it what enters.
         if (made != 0 && egress && FilterQdisc(ifIndex) != "clsact")
             throw Unavailable(Unavailable::Cause::kOther,
                               "the interface has an \"ingress\" qdisc, which sees nothing that leaves");
@@ -202,7 +202,8 @@ private:
                                       *m_claim.Other()));
     }
 
-    // Exactly what we have attached: not what another manager has put in its place. 0 or the error, negative.
+    // Removes exactly what we have attached, not what another manager has put in its place. Returns 0 or a
+    // negative errno.
     int Remove(int ifIndex, Interface& interface, bool egress)
     {
         std::optional<std::uint32_t> program;
@@ -214,13 +215,13 @@ private:
             return error;
         }
         interface.filters[egress] = Filter::kNone;
-        // Somebody has been at work here: who knows whose the qdisc is now.
+        // Another process has changed the hook: the qdisc may be its own now.
         if (!there) interface.madeQdisc = false;
         return 0;
     }
 
-    // After the last filter there goes the qdisc: only one that we have made, and only while nobody else has
-    // come to use it. It is not ours any more when it stays.
+    // Removes the qdisc after our last filter there, if we made it and it has no filter of others. If it
+    // stays, it is not ours any more.
     void Settle(Interfaces::iterator at)
     {
         const auto& [ifIndex, interface] = *at;

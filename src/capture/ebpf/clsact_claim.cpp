@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A listening socket whose name is taken, and who has it (unix(7): abstract names, SO_PEERCRED).
+// A listening socket that holds the name, and the credentials of its holder (unix(7): abstract names,
+// SO_PEERCRED).
 
 #include "capture/ebpf/clsact_claim.h"
 
@@ -18,7 +19,7 @@ namespace {
 using namespace std::string_view_literals;
 
 constexpr std::string_view kClaim = "\0sflow-clsact"sv;
-constexpr int kMostAskers = 128;  // from one look to the next
+constexpr int kMostAskers = 128;  // from one Tend to the next
 
 int OnClaim(int file, int (*call)(int, const sockaddr*, socklen_t))
 {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Says to other managers that one lives whose filters hang at clsact. A filter does not tell whose it is, nor
-// whether that process lives. So a manager with clsact hooks holds a Unix socket of an abstract name: there
-// is one such name a network namespace, and the kernel takes it back however the process ends. Nothing is
-// sent. Used by the eBPF source.
+// Shows other managers that a manager with filters at clsact is running. A filter does not say which process
+// made it, nor whether that process still runs. So a manager with clsact hooks holds a Unix socket of an
+// abstract name: there is one such name in a network namespace, and the kernel takes it back however the
+// process ends. Nothing is sent. Used by the eBPF source.
 
 #ifndef CAPTURE_EBPF_CLSACT_CLAIM_H
 #define CAPTURE_EBPF_CLSACT_CLAIM_H
@@ -15,24 +15,25 @@ namespace capture {
 
 class ClsactClaim {
 public:
-    /// Tries to have it.
+    /// Tries to take the claim.
     ClsactClaim() { Tend(); }
     ClsactClaim(ClsactClaim&& other) noexcept;
     ClsactClaim& operator=(ClsactClaim&&) = delete;
     ~ClsactClaim();
 
-    /// The process that has it, where that is another one, which root or our own user has started: anybody
-    /// may use the name, and nobody else shall keep us from our work. Nothing where we have it, and where
-    /// that can't be told.
+    /// The other process that has the claim. Only a process of root or of our own user counts: any user may
+    /// take the name, and must not block the manager by that. Empty if we have it, or if the holder is
+    /// unknown.
     [[nodiscard]] std::optional<pid_t> Other() const { return m_other; }
 
-    /// Tries again, where we don't have it; else makes room for others to ask. To be called now and then.
+    /// Tries again if we do not have it; else clears the queue of processes that ask for its holder. To be
+    /// called regularly.
     void Tend();
 
 private:
     void Take();
 
-    int m_file = -1;  // listens, where we have it
+    int m_file = -1;  // listens if we have the claim, else -1
     std::optional<pid_t> m_other;
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Table and scale of the gaps. Not on any packet's road: once a start, once a change of settings.
+// Table and scale of the gaps. Not on any packet's path: computed at a start and at a change of settings.
 
 #include "capture/ebpf/gap.h"
 
@@ -9,7 +9,7 @@
 namespace capture {
 namespace {
 
-constexpr int kPointBits = 32;       // behind the point of a logarithm
+constexpr int kPointBits = 32;       // fraction bits of a logarithm
 constexpr int kMultiplierBits = 26;  // 38 bits of a logarithm and these fit into 64
 
 }  // namespace
@@ -21,7 +21,7 @@ LogTable MakeLogTable()
         const long double x = 1 + static_cast<long double>(i) / (1 << kLogTableBits);
         table[i] = static_cast<std::uint32_t>(std::llround(std::ldexp(std::log2(x), kPointBits)));
     }
-    return table;  // the last is 2^32, which leaves 0
+    return table;  // the last is 2^32, cut to 0
 }
 
 GapScale MakeGapScale(std::uint32_t rate)

@@ -14,6 +14,7 @@ namespace capture {
 
 using LogTable = std::array<std::uint32_t, kLogTableSize>;
 
+/// The table that GapOf reads.
 [[nodiscard]] LogTable MakeLogTable();
 
 /// The mean gap is `rate`, to a part in ten million. 0 counts as 1.

@@ -46,7 +46,7 @@ void GracePeriods::Step()
     if (m_file < 0) return;
     m_again = true;
     if (m_quiet == nullptr) Arm();
-    // Asked for at each step: another process may let go of it meanwhile.
+    // Tried at each step: another process may take its value back meanwhile.
     if (++m_steps >= kRow && !m_on) SwitchOn();
 }
 
@@ -93,7 +93,7 @@ void GracePeriods::SwitchOff()
 {
     if (!m_on) return;
     m_on = false;
-    if (Value() != (kMark | ::getpid())) return;  // somebody has set it meanwhile
+    if (Value() != (kMark | ::getpid())) return;  // another process has set it meanwhile
     if (!Set(0)) slog::Error("expedited grace periods could not be switched off");
 }
 

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Makes attaching to many interfaces quick. Not needed for correctness; used by both sources.
 //
-// Each attachment and detachment waits in the kernel, holding the lock of all network configuration,
-// until every CPU has passed a quiet moment: some 12 ms. An expedited wait interrupts the CPUs instead
-// and takes some 40 us. So while several come in a row, /sys/kernel/rcu_expedited is set: 4,096
-// interfaces then take less than a second instead of a minute, during which nobody could have changed the
-// network's configuration either. The price: for that time every such wait in the machine interrupts its
-// CPUs, which real-time work may notice. That is why a single change does not switch it on, why it
-// goes off 100 to 200 ms after the last, and why a value that somebody else has set is left alone. Any value
-// but 0 switches it on; ours carries our process id, so that the next start takes back what a process left
-// that was killed in between.
+// Each attachment and detachment waits in the kernel, holding the lock of all network configuration, until
+// every CPU has passed a quiet moment: some 12 ms. An expedited wait interrupts the CPUs instead and takes
+// some 40 us. So while several come in a row, /sys/kernel/rcu_expedited is set: 4,096 interfaces then take
+// less than a second instead of a minute, in which no process could change the network's configuration. The
+// price: for that time every such wait in the machine interrupts its CPUs, which real-time work may notice.
+// That is why a single change does not switch it on, why it goes off 100 to 200 ms after the last, and why a
+// value that another process has set is left alone. Any value but 0 switches it on; ours carries our process
+// id, so that the next start takes back what a killed process has left.
 
 #ifndef CAPTURE_EBPF_GRACE_H
 #define CAPTURE_EBPF_GRACE_H
@@ -25,13 +24,14 @@ namespace capture {
 
 class GracePeriods {
 public:
-    /// Opens the switch now: later there may be no privilege to do so. Without it all steps are slow.
+    /// Opens the switch now: later there may be no privilege to do so. If that fails, it is logged and all
+    /// steps are slow.
     explicit GracePeriods(base::Timers& timers, const std::string& path = "/sys/kernel/rcu_expedited");
     ~GracePeriods();
     GracePeriods(const GracePeriods&) = delete;
     GracePeriods& operator=(const GracePeriods&) = delete;
 
-    /// An attachment or detachment comes next.
+    /// To be called before each attachment and detachment.
     void Step();
 
 private:

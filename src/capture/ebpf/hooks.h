@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where the sampling program hangs: the two kinds of hooks at an interface's ingress and egress, tcx and
-// clsact, behind one interface. Used by the eBPF source.
+// Where the sampling program is attached: the two kinds of hooks at an interface's ingress and egress, tcx
+// and clsact, behind one interface. Used by the eBPF source.
 
 #ifndef CAPTURE_EBPF_HOOKS_H
 #define CAPTURE_EBPF_HOOKS_H
@@ -23,24 +23,24 @@ public:
     [[nodiscard]] virtual std::string Kind() const = 0;
     /// Throws Unavailable.
     virtual void Attach(std::uint32_t ifIndex, bool egress) = 0;
-    /// No packet is in the program any more when this returns. What is not attached, or whose interface
-    /// is gone, is fine.
+    /// No packet is in the program any more when this returns. Does nothing if it is not attached or the
+    /// interface is gone.
     virtual void Detach(std::uint32_t ifIndex, bool egress) = 0;
-    /// Tries again what could not be done. To be called twice a second or so.
+    /// Tries again what could not be done. To be called about twice a second.
     virtual void Tend() {}
 };
 
 /// tcx links: the kernel takes them away with the process, however it ends. `ingress`, `egress`: the
 /// programs.
 std::unique_ptr<EbpfHooks> MakeTcxHooks(int ingress, int egress);
-/// Whether the kernel has tcx. `program`: any of the two.
+/// Whether the kernel has tcx. `program`: either of the two.
 [[nodiscard]] bool TcxSupported(int program);
 
-/// Filters at the clsact qdisc, which outlive a process that is killed. Without CAP_NET_ADMIN they stay too,
-/// which is logged. Throws Unavailable.
+/// Filters at the clsact qdisc, which outlive a process that is killed. Without CAP_NET_ADMIN they can't be
+/// detached, which is logged. Throws Unavailable.
 std::unique_ptr<EbpfHooks> MakeClsactHooks(int ingress, int egress, ClsactClaim claim);
 /// Removes the filters that an earlier process left at any interface of this namespace, unless another
-/// manager that lives has the claim: some of them are its own.
+/// running manager has the claim: some of them are its own.
 void SweepClsact(const ClsactClaim& claim);
 
 }  // namespace capture

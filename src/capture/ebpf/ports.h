@@ -27,7 +27,7 @@ public:
         // The directions that have counts in the kernel; those attached are in the settings.
         bool ingressMade = false;
         bool egressMade = false;
-        // Of each CPU and direction, as far as known, and whether it drew nothing in the last look.
+        // Of each CPU and direction, as far as known, and whether it sampled nothing in the last look.
         struct Row {
             Counts counts;
             bool quiet = false;
@@ -37,18 +37,20 @@ public:
         std::uint64_t look = 0;  // the last one with a record of it
     };
 
-    /// The interface must not be there. The reference is valid until the next Add.
+    /// The interface must not have been added. The reference is valid until the next Add.
     Port& Add(std::uint32_t ifIndex);
-    /// Null where it is not there.
+    /// Null if it has not been added.
     [[nodiscard]] Port* Find(std::uint32_t ifIndex);
+    /// Does nothing if it has not been added.
     void Remove(std::uint32_t ifIndex);
     [[nodiscard]] std::size_t Size() const { return m_byIndex.size(); }
+    /// Free ones included: their incarnation is 0.
     [[nodiscard]] const std::vector<Port>& Slots() const { return m_slots; }
 
     static std::size_t RowOf(std::size_t cpu, bool egress) { return cpu * 2 + (egress ? 1 : 0); }
 
-    /// What a CPU has counted at the interface: known from its records, or read in the kernel where it
-    /// samples none.
+    /// Takes over what a CPU has counted at the interface, from its records or, if it samples none, as read
+    /// in the kernel. Lower counts than those known are ignored.
     static void Advance(Port& port, std::size_t row, const Counts& counts)
     {
         Counts& known = port.rows[row].counts;
@@ -57,7 +59,7 @@ public:
             port.sum.drops += counts.drops - std::exchange(known.drops, counts.drops);
     }
 
-    /// Null where it has been removed.
+    /// Null if it has been removed.
     [[nodiscard]] Port* Of(const Record& record)
     {
         const std::uint32_t slot = record.slot & ~std::uint32_t{kEgressBit};
@@ -70,7 +72,7 @@ public:
         return RowOf(record.cpu, (record.slot & std::uint32_t{kEgressBit}) != 0);
     }
 
-    /// The sample that a record of the port says.
+    /// Fills the sample from a record of the port, whose bytes its header points to.
     static void Take(Port& port, const Record& record, Sample& sample)
     {
         const std::size_t row = RowOf(record);

@@ -29,7 +29,7 @@ namespace {
 constexpr std::size_t kDefaultRing = 4 << 20;
 constexpr std::size_t kMostRing = 1 << 30;
 
-// Where words may be read at any address, the program copies packets by words.
+// On machines that read words at any address, the program copies packets by words.
 #if defined(__x86_64__) || defined(__i386__) || defined(__aarch64__) || defined(__powerpc64__) || \
     defined(__s390x__)
 constexpr std::uint32_t kCopyWords = 1;
@@ -55,7 +55,8 @@ std::size_t RingBytes(std::size_t wanted)
     return std::bit_ceil(std::clamp(wanted, page, kMostRing));
 }
 
-// A map's memory is made in the background while ports come quickly: soon there is more.
+// The kernel allocates a map's memory in the background: when ports come quickly, it is short for a moment.
+// Tries again for some 10 ms.
 template <typename Call>
 int Patiently(const Call& call)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The sampling program as it stands in the kernel, with its maps. Knows neither hooks nor interfaces: a
-// port is a key (records.h). Used by the eBPF source.
+// The sampling program, loaded into the kernel, with its maps. Knows neither hooks nor interfaces: a port is
+// a key (records.h). Used by the eBPF source.
 
 #ifndef CAPTURE_EBPF_PROGRAM_H
 #define CAPTURE_EBPF_PROGRAM_H
@@ -20,7 +20,7 @@ struct sampler;  // libbpf's skeleton
 
 namespace capture {
 
-/// What the kernel's refusal means to an operator.
+/// What the kernel's refusal means to an operator. `error`: an errno, positive or negative.
 [[nodiscard]] Unavailable Refusal(const char* what, int error);
 
 class EbpfProgram {
@@ -32,6 +32,7 @@ public:
     EbpfProgram(const EbpfProgram&) = delete;
     EbpfProgram& operator=(const EbpfProgram&) = delete;
 
+    /// Descriptors; the program closes them.
     [[nodiscard]] int IngressFile() const;
     [[nodiscard]] int EgressFile() const;
     [[nodiscard]] int RingFile() const;
@@ -42,9 +43,10 @@ public:
     void Create(std::uint32_t key);
     /// In effect from the next packet on. Throws Unavailable.
     void Set(std::uint32_t key, const PortSettings& settings);
+    /// Removes the port with its counts; does nothing if there is none.
     void Erase(std::uint32_t key);
 
-    /// Of a port that has been made, by CPU; valid until the next call.
+    /// A port's counts, by CPU; zeros if there is no such port. Valid until the next call.
     [[nodiscard]] std::span<const Counts> ReadCpus(std::uint32_t key);
     /// Their sum.
     [[nodiscard]] Counts Read(std::uint32_t key);
@@ -54,7 +56,7 @@ private:
         void operator()(sampler* skeleton) const;
     };
     [[nodiscard]] std::size_t DirectBytes() const;
-    // Only pages with ports are mapped: what is mapped of the kernel's counts as the process's memory.
+    // Only pages with ports are mapped: each mapped page counts as the process's memory.
     [[nodiscard]] PortState* ReserveDirect() const;
     void MapDirect(std::uint32_t key);
     [[nodiscard]] static std::size_t PlaceOf(std::size_t cpu, std::uint32_t key);

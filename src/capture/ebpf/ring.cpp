@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Maps the ring and keeps its positions. The data are mapped once: memory counts, and one record per
-// round that is in two pieces is copied instead.
+// Maps the ring and keeps its positions. The data are mapped once, to save memory: the one record per round
+// that is in two pieces is copied instead.
 
 #include "capture/ebpf/ring.h"
 

@@ -25,8 +25,8 @@ public:
     BpfRingBuffer(const BpfRingBuffer&) = delete;
     BpfRingBuffer& operator=(const BpfRingBuffer&) = delete;
 
-    /// What is in the ring now is what Next hands out until the next call. False where nothing is, not
-    /// even a record that is being written.
+    /// Until the next call, Next hands out what is in the ring now. False if the ring is empty; a record that
+    /// is being written counts as one.
     bool Begin();
 
     /// The next finished record, or null: at the end, before one that is being written, or when Release
@@ -55,7 +55,7 @@ public:
         return nullptr;
     }
 
-    /// Gives the room of what was read back to the program. False: nothing was read since the last time.
+    /// Gives the room of what was read back to the program. False if nothing was read since the last call.
     bool Release();
 
 private:
@@ -69,7 +69,7 @@ private:
     unsigned long m_position = 0;
     unsigned long m_end = 0;
     unsigned long m_released = 0;
-    std::vector<std::byte> m_straight;  // the one record of a batch that goes over the end of the ring
+    std::vector<std::byte> m_straight;  // the one record of a batch that wraps around the end of the ring
     bool m_straightUsed = false;
 };
 

@@ -31,7 +31,7 @@ std::uint32_t KeyOf(std::uint32_t ifIndex, bool egress)
     return ifIndex | (egress ? static_cast<std::uint32_t>(kEgressBit) : 0);
 }
 
-// Also when a sink throws.
+// Clears the flag also if a sink throws.
 class Draining {
 public:
     explicit Draining(bool& flag) : m_flag(flag) { m_flag = true; }
@@ -131,7 +131,7 @@ private:
         Beat();
     }
 
-    // Says that the process lives: without it a filter that outlives us would fill a ring for nobody.
+    // Says that the process runs: without it a filter that outlives us would fill a ring that has no reader.
     void Beat()
     {
         timespec now{};
@@ -142,7 +142,7 @@ private:
         m_beat = m_timers.After(kHeartbeat, [this] { Beat(); });
     }
 
-    // Makes the port as the settings say. What an exception leaves is in the port's settings.
+    // Applies the settings. After an exception the port's settings are what is in effect.
     void Apply(EbpfPorts::Port& port, const Settings& settings)
     {
         const bool ingress = port.settings.ingress;
@@ -173,7 +173,7 @@ private:
 
     void Make(std::uint32_t ifIndex, bool egress, bool& made)
     {
-        if (made) return;  // with counts, which stay while the interface does
+        if (made) return;  // its counts stay until the interface is removed
         m_program->Create(KeyOf(ifIndex, egress));
         made = true;
     }
@@ -251,8 +251,8 @@ private:
         return true;
     }
 
-    // A CPU that samples nothing says nothing, though it counts: its counts are read where another samples.
-    // Those of a CPU that does sample come with its records, as of each.
+    // A CPU that samples nothing sends no records, though it counts: its counts are read when another CPU
+    // samples. The counts of a CPU that samples come with its records.
     void CatchUp(EbpfPorts::Port& port, std::size_t sampling)
     {
         for (const bool egress : {false, true}) {

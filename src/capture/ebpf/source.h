@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Packets sampled by an eBPF program at the interfaces' tcx hooks, or at clsact where the kernel has no
-// tcx; one ring buffer for all. The kernel wakes the process when the first packet waits, or much does,
-// never for each.
+// Packets sampled by an eBPF program at the interfaces' tcx hooks, or at clsact if the kernel has no tcx; one
+// ring buffer for all. The kernel wakes the process for the first packet and when the ring fills, never for
+// each packet.
 
 #ifndef CAPTURE_EBPF_SOURCE_H
 #define CAPTURE_EBPF_SOURCE_H
@@ -21,8 +21,8 @@ namespace capture {
 
 enum class EbpfHook { kBest, kTcx, kClsact };
 
-/// Loads the program. Removes what an earlier process left at clsact. Throws Unavailable. All must
-/// outlive it.
+/// Loads the program. Removes what an earlier process left at clsact. Throws Unavailable. Loop, timers and
+/// sink must outlive it.
 std::unique_ptr<PacketSource> MakeEbpfSource(boost::asio::io_context& loop, base::Timers& timers,
                                              SampleSink& sink, const SourceOptions& options,
                                              EbpfHook hook = EbpfHook::kBest);

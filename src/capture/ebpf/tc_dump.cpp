@@ -27,7 +27,7 @@ struct TcRequest {
 
 using TakeMessage = std::function<void(const nlmsghdr*)>;
 
-// 0 where the message ends the answer, 1 where more comes, else the error, negative.
+// Returns 0 if the message ends the answer, 1 if more comes, else a negative errno.
 int EndOf(const nlmsghdr* message)
 {
     if (message->nlmsg_type == NLMSG_DONE) return 0;
@@ -52,10 +52,10 @@ int Receive(int file, const TakeMessage& take)
 }
 
 constexpr int kDumpAll = NLM_F_DUMP;
-constexpr int kTellOne = NLM_F_ACK | NLM_F_ECHO;  // a qdisc is told by an echo
+constexpr int kTellOne = NLM_F_ACK | NLM_F_ECHO;  // the kernel answers for one qdisc by an echo
 
-// `scope`: kDumpAll or kTellOne. Calls `take` for each answer. 0 where all were taken, else the error,
-// negative.
+// `scope`: kDumpAll or kTellOne. Calls `take` for each answer. Returns 0 if all were taken, else a negative
+// errno.
 int Ask(std::uint16_t type, int scope, const tcmsg& what, const TakeMessage& take)
 {
     const int file = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);

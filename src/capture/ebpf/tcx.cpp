@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// tcx links by the bpf system call itself: the library knows them only from its next versions on.
+// tcx links by the bpf system call itself: libbpf knows them only from 1.3 on.
 
 #include <cerrno>
 #include <cstring>
@@ -18,10 +18,10 @@ namespace {
 
 constexpr std::uint32_t kTcxIngress = 46;  // BPF_TCX_INGRESS
 constexpr std::uint32_t kTcxEgress = 47;   // BPF_TCX_EGRESS
-// BPF_F_BEFORE: ahead of programs whose verdict ends the row, or drops what entered.
+// BPF_F_BEFORE: ahead of programs whose verdict ends the chain or drops the packet.
 constexpr std::uint32_t kFirst = 1U << 3;
 
-// A link's file, or the error, negative.
+// Returns a link's file, or a negative errno.
 int CreateLink(int program, std::uint32_t ifIndex, std::uint32_t type)
 {
     bpf_attr attributes;
@@ -81,7 +81,8 @@ std::unique_ptr<EbpfHooks> MakeTcxHooks(int ingress, int egress)
 
 bool TcxSupported(int program)
 {
-    // No interface has this index. A kernel that knows tcx looks for it; another knows no such hook.
+    // No interface has this index. A kernel with tcx looks for it and answers ENODEV; another refuses the
+    // hook.
     constexpr std::uint32_t kNowhere = 0x7fffffff;
     const int file = CreateLink(program, kNowhere, kTcxIngress);
     if (file >= 0) ::close(file);

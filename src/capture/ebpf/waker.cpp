@@ -54,8 +54,8 @@ void EbpfWaker::OnTime()
         return m_alarm->Set(kRhythm);
     }
     if (m_last) return;  // to sleep; the program has been asked to wake us
-    // What comes between the look above and the wish to be woken would wait for its successor: so look
-    // again, and a last time when whatever was on its way then must have arrived.
+    // A record that comes between the look above and this line would wait for the next one. So look again,
+    // and a last time when all that was under way then must have arrived.
     __atomic_store_n(&m_shared.waiting, 1U, __ATOMIC_SEQ_CST);
     m_last = !m_look();
     m_alarm->Set(kRhythm);

@@ -22,7 +22,7 @@ public:
     /// Between two looks while packets come.
     static constexpr std::chrono::milliseconds kRhythm{98};
 
-    /// `look` drains the ring and says whether anything was in it. Throws Unavailable.
+    /// `look` drains the ring and returns whether anything was in it. Throws Unavailable.
     EbpfWaker(boost::asio::io_context& loop, base::Timers& timers, int ring, volatile SharedWords& shared,
               std::function<bool()> look);
     ~EbpfWaker() = default;

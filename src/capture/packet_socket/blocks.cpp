@@ -32,7 +32,7 @@ constexpr unsigned kEcn = 0x80;
 // What stands before a packet in any case.
 constexpr std::size_t kHeaders = TPACKET_ALIGN(sizeof(tpacket3_hdr)) + sizeof(sockaddr_ll);
 
-// How long a packet may be in the making on another CPU when the filter has been closed behind it.
+// How often the thread yields to another CPU that is still writing a packet when the filter has been closed.
 constexpr int kUnfinishedTries = 10000;
 
 std::uint32_t Status(const std::byte* packet)

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reads the blocks of a sampling socket's ring (TPACKET_V3) and gives them back to the kernel. Knows the
-// layout and nothing of interfaces and rates. Used by ring_source.cpp.
+// layout and nothing of interfaces and rates. Used by source.cpp.
 //
-// A block is handed over when it is full or 32 ms old, so nobody is woken for each packet. What does not
-// lie within its block, or is none of the kernel's packets, is left out.
+// The kernel hands over a block when it is full or 32 ms old, not for each packet. What does not lie within
+// its block, or is not a packet that the kernel finished, is left out.
 
 #ifndef CAPTURE_PACKET_SOCKET_BLOCKS_H
 #define CAPTURE_PACKET_SOCKET_BLOCKS_H
@@ -21,7 +21,7 @@ namespace capture {
 
 class RingBlocks {
 public:
-    /// The area must outlive it. Nothing waits in one without memory.
+    /// The area must outlive it. Nothing waits in one that is not mapped.
     RingBlocks(const RingArea& area, bool tellsSegments) : m_area(area), m_tellsSegments(tellsSegments) {}
 
     /// How many blocks the kernel has handed over that wait.
@@ -36,9 +36,9 @@ public:
     /// Gives the block back.
     void Release();
 
-    /// Appends the packets of the block that the kernel is filling, `most` at most. Only for a socket
-    /// whose filter lets nothing through any more. A packet that another CPU has not finished is waited for
-    /// some milliseconds.
+    /// Appends the packets of the block that the kernel is filling, `most` at most. Only for a socket whose
+    /// filter lets nothing through any more. Waits some milliseconds for a packet that another CPU has not
+    /// finished.
     void TakeUnfinished(std::vector<Sample>& samples, std::uint64_t most) const;
 
 private:

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Ends pairs of packet sockets without making anybody wait. To close one the kernel waits several times until
-// every CPU has passed a quiet moment: some 60 ms in which the loop would stand still. So threads do it,
-// which are there only while there is something to close; they wait together, so a few of them close hundreds
-// in a second. Where no thread can be made the caller closes. Used by ring_source.cpp.
+// Closes pairs of packet sockets without holding up the loop. To close one the kernel waits several times
+// until every CPU has passed a quiet moment: some 60 ms. So threads do it, which exist only while there is
+// something to close; they wait together, so a few of them close hundreds in a second. If no thread can be
+// made, the caller closes. Used by source.cpp.
 
 #ifndef CAPTURE_PACKET_SOCKET_CLOSER_H
 #define CAPTURE_PACKET_SOCKET_CLOSER_H
@@ -21,6 +21,7 @@ public:
     /// Returns when all are closed.
     ~RingCloser();
 
+    /// Drops the reference in a thread; the sockets close with the last one. Null is allowed.
     void Close(std::shared_ptr<PacketSocketPair> pair);
 
 private:

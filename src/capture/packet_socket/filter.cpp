@@ -27,7 +27,7 @@ sock_filter Jump(std::uint16_t condition, std::uint32_t value, std::uint8_t then
     return BPF_JUMP(static_cast<std::uint16_t>(BPF_JMP | condition | BPF_K), value, then, otherwise);
 }
 
-// Goes on for one packet in `rate`. 2^64 / rate is compared with a random number of 64 bits: its upper half
+// Continues for one packet in `rate`. 2^64 / rate is compared with a random number of 64 bits: its upper half
 // decides alone unless the halves are equal, so almost every packet costs one random number.
 void AppendSampling(RingFilter& filter, std::uint32_t rate)
 {
@@ -48,7 +48,7 @@ void AppendSampling(RingFilter& filter, std::uint32_t rate)
     filter.push_back(Jump(BPF_JGE, lower, kNotSampled, 0));
 }
 
-// Goes on for what is in the scope, which has a direction.
+// Continues for what is in the scope, which has a direction.
 void AppendScope(RingFilter& filter, const RingScope& scope)
 {
     if (scope.ownMark != 0) {

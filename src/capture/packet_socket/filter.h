@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The classic BPF programs of the packet sockets (linux/filter.h): who is sampled, who is only counted, and
-// how much of a packet is kept. Only values: attaching them is ring_socket.h's.
+// The classic BPF programs of the packet sockets (linux/filter.h): what is sampled, what is only counted, and
+// how much of a packet is kept. Only values: socket.h attaches them.
 
 #ifndef CAPTURE_PACKET_SOCKET_FILTER_H
 #define CAPTURE_PACKET_SOCKET_FILTER_H
@@ -16,7 +16,7 @@ namespace capture {
 
 using RingFilter = std::vector<sock_filter>;
 
-/// What DividingProgram answers with: the sockets' numbers in their group, which the kernel takes modulo the
+/// The answers of DividingProgram: the sockets' numbers in their group, which the kernel takes modulo the
 /// number of members. A third member that joins gets nothing until the program answers with its number; when
 /// the second leaves then, the third becomes the second, and the same answer still means it.
 inline constexpr std::uint32_t kCountingMember = 0;
@@ -29,7 +29,7 @@ static_assert(kNextSamplingMember % 3 == 2 && kNextSamplingMember % 2 == 1);
 struct RingScope {
     bool ingress = true;
     bool egress = false;
-    std::uint32_t ownMark = 0;     // packets with this socket mark are not sampled; 0: no mark is ours
+    std::uint32_t ownMark = 0;     // packets with this socket mark are left out; 0: none are
     bool outgoingIgnored = false;  // the sockets do not see leaving packets anyway
 };
 
@@ -42,11 +42,11 @@ RingFilter RejectingFilter();
 RingFilter DividingProgram(std::uint32_t rate, const RingScope& scope,
                            std::uint32_t samplingMember = kSamplingMember);
 
-/// For the sampling socket of a group: what is in the scope passes, cut to so many bytes.
+/// For the sampling socket of a group: what is in the scope passes, cut to `bytes`.
 RingFilter KeepingFilter(std::uint32_t bytes, const RingScope& scope);
 
-/// For a sampling socket by itself: what is in the scope passes with the probability 1/rate, to 2^-64,
-/// cut to so many bytes.
+/// For a sampling socket by itself: what is in the scope passes with the probability 1/rate, to 2^-64, cut to
+/// `bytes`.
 RingFilter SamplingFilter(std::uint32_t rate, std::uint32_t bytes, const RingScope& scope);
 
 /// For a counting socket by itself: what is in the scope passes.

@@ -25,8 +25,8 @@ std::shared_ptr<PacketSocketPair> PacketSocketPair::MakeFollower(std::uint32_t i
                                                                  const Settings& settings, std::size_t bytes)
 {
     if (!CanBeFollowed(settings)) return nullptr;
-    // The pair that this one has followed has left: this ring is the second member now, and must be called so
-    // before there is a third again.
+    // The pair that this one has followed has left: this ring is the second member now, and the program must
+    // name it so before there is a third again.
     if (Follows()) DivideBy(kSamplingMember);
     std::shared_ptr<PacketSocketPair> follower(new PacketSocketPair(bytes, m_counting));
     follower->m_settings = settings;
@@ -55,7 +55,7 @@ void PacketSocketPair::Open()
         m_sampling.Attach(SamplingFilter(m_settings.rate, bytes, m_scope));
         return;
     }
-    // What comes to the counting one of a group is in the scope, if there is one.
+    // The counting socket of a group gets only what is in the scope, if there is one.
     if (m_scope.ingress || m_scope.egress) m_counting->DetachFilter();
     m_sampling.Attach(KeepingFilter(bytes, m_scope));
     if (!m_divided) DivideBy(kNextSamplingMember);

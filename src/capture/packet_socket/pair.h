@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The two packet sockets by which an interface is sampled, with a rate and directions that they keep. Others
-// mean another pair: both can be there at once. Used by ring_source.cpp.
+// The two packet sockets that sample an interface. A pair keeps its rate and directions; others take another
+// pair, and both can exist at once. Used by source.cpp.
 //
 // Both sockets hang on one hook: they are a group, and a program says for each packet which of them gets it.
 // What is sampled goes to the ring, all else to the socket that only counts; together they have counted every
@@ -31,37 +31,36 @@ class PacketSocketPair {
 public:
     enum class Hook { kShared, kSeparate };
 
-    /// A ring of about so many bytes. Throws Unavailable.
+    /// With a ring of about `bytes` bytes. Throws Unavailable.
     explicit PacketSocketPair(std::size_t bytes) : PacketSocketPair(bytes, std::make_shared<CountingSocket>())
     {
     }
     PacketSocketPair(const PacketSocketPair&) = delete;
     PacketSocketPair& operator=(const PacketSocketPair&) = delete;
 
-    /// Binds to the interface. Nothing is counted or sampled yet. With kSeparate, or where the kernel has no
+    /// Binds to the interface. Nothing is counted or sampled yet. With kSeparate, or if the kernel has no
     /// such groups, each packet goes to both sockets. Throws Unavailable.
     void Prepare(std::uint32_t ifIndex, const Settings& settings, std::uint32_t ownMark,
                  Hook hook = Hook::kShared);
-    /// Another pair, prepared to go on from this one, which need not be closed then. None where that can't
-    /// be: with other directions, in no group, or while the last change is not through. To be done once only,
-    /// while nobody uses the pair that this one has followed. Throws Unavailable.
+    /// Another pair, prepared to continue from this one, which need not be closed then. Null if the
+    /// directions differ, there is no group, this pair has a follower already, or the pair that this one
+    /// follows is not destroyed within 500 ms, for which it waits. Throws Unavailable.
     [[nodiscard]] std::shared_ptr<PacketSocketPair> MakeFollower(std::uint32_t ifIndex,
                                                                  const Settings& settings, std::size_t bytes);
     /// From now on packets are counted and sampled. Throws Unavailable.
     void Open();
-    /// And no more. A packet that another CPU handles just now may still come. Throws Unavailable.
+    /// Ends counting and sampling. A packet that another CPU is handling may still come. Throws Unavailable.
     void Close();
     /// Bytes kept of packets from now on. Throws Unavailable.
     void SetHeaderSize(std::uint16_t bytes);
 
-    /// Since it was opened; asks the kernel.
+    /// The counts since it was opened; asks the kernel.
     Counts Count();
-    /// What the counting socket has counted is in the counts of the pair that this one follows, up to that
-    /// one's last Count.
+    /// Leaves out what the counting socket had counted at the last Count of the pair that this one follows.
     void TakeOverCounting() { m_countedBefore = m_counting->Known().passed; }
     /// How many samples the kernel has put into the ring, as of the last Count.
     [[nodiscard]] std::uint64_t InRing() const { return m_inRing; }
-    /// Something has come, and the ring can be read.
+    /// Whether something has come and the ring can be read. Maps the ring.
     [[nodiscard]] bool IsReadable();
     [[nodiscard]] RingBlocks& Blocks() { return m_blocks; }
     [[nodiscard]] const RingBlocks& Blocks() const { return m_blocks; }
@@ -82,7 +81,7 @@ private:
     void DivideBy(std::uint32_t samplingMember);
     [[nodiscard]] bool CanBeFollowed(const Settings& settings) const;
 
-    std::promise<void> m_ended;  // destroyed after the sockets, which tells who waits for that
+    std::promise<void> m_ended;  // destroyed after the sockets, which tells the follower
     std::shared_future<void> m_end = m_ended.get_future().share();
     std::shared_future<void> m_followed;  // the end of the pair that this one follows, if there is one
     // In this order: see JoinGroup.
@@ -98,8 +97,8 @@ private:
     std::uint64_t m_inRing = 0;
 };
 
-/// Bytes of a ring that does for the rate: one that takes all packets has to bridge times in which nobody
-/// reads; what takes few of them does so with little.
+/// Bytes of a ring for the rate: one that takes all packets has to bridge the time until it is read; one that
+/// takes few of them does so with little.
 std::size_t RingSizeFor(std::uint32_t rate);
 
 }  // namespace capture

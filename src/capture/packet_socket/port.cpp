@@ -9,8 +9,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Between two looks at a ring. As many packets as one core can send into an interface, times what a sample
-// takes of a ring, say how soon two thirds of it may be full.
+// Between two looks at a ring. The packets that one core can send into an interface, times what a sample
+// takes of a ring, give the time in which two thirds of it may fill.
 constexpr milliseconds kLeastPause{5};
 constexpr milliseconds kMostPause{98};
 constexpr std::uint64_t kPacketsPerMillisecond = 1000;
@@ -28,10 +28,9 @@ Counts RingPort::Count() const
     return counts;
 }
 
-// The kernel does not say how many packets had been counted when a sample was taken. What has come since
-// the last sample is shared out evenly over all that are in the ring: at 1:1 each pool is exact then, and
-// else it rises by what the sample stands for. Who estimates by differences of pools would be misled by a
-// jump for each look.
+// The kernel does not say how many packets had been counted when a sample was taken. What has come since the
+// last sample is shared out evenly over all that are in the ring: at 1:1 each pool is exact then, and else it
+// rises by what the sample stands for. A jump at each look would mislead estimates by differences of pools.
 void RingPort::Describe(std::span<Sample> samples, const Counts& counts)
 {
     const std::uint64_t inRing = pair->InRing();
@@ -53,7 +52,7 @@ milliseconds RingPort::PauseFor(const PacketSocketPair& pair)
                       kMostPause);
 }
 
-// More than a third since the last look: sooner next time.
+// More than a third since the last look: sooner next time. Less than an eighth: later.
 void RingPort::Pace(std::size_t waiting)
 {
     const std::size_t blocks = pair->Blocks().Blocks();

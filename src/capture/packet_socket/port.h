@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // An interface that is sampled with packet sockets, over all changes: the pair of sockets it has now, its
-// counts, and how often to look at its ring. Used by ring_source.cpp.
+// counts, and how often to look at its ring. Used by source.cpp.
 
 #ifndef CAPTURE_PACKET_SOCKET_PORT_H
 #define CAPTURE_PACKET_SOCKET_PORT_H
@@ -18,25 +18,25 @@ namespace capture {
 
 struct RingPort {
     std::uint32_t ifIndex = 0;
-    std::shared_ptr<PacketSocketPair> pair;  // none any more where it has been removed
+    std::shared_ptr<PacketSocketPair> pair;  // null once it has been removed
     Counts before;                           // of the pairs it had until now
     std::uint64_t delivered = 0;             // samples that left the ring of this pair
     std::uint64_t told = 0;                  // the pool of the last sample, or of the last pair
     std::chrono::milliseconds pause{};       // from one look to the next
-    std::chrono::milliseconds silent{};      // since so long looks have been in vain
+    std::chrono::milliseconds silent{};      // for so long looks have found nothing
     bool looking = false;                    // the timer looks; else the ring wakes
     bool removed = false;
 
-    /// Of all its pairs; asks the kernel.
+    /// The counts of all its pairs; asks the kernel.
     [[nodiscard]] Counts Count() const;
 
-    /// Says of the next samples of the pair's ring what the ring does not know. `counts` are of now, from
+    /// Sets in the next samples of the pair's ring what the ring does not know. `counts` are of now, from
     /// Count().
     void Describe(std::span<Sample> samples, const Counts& counts);
 
-    /// From one look to the next while packets come as fast as can be.
+    /// The pause between looks for the fastest packets.
     static std::chrono::milliseconds PauseFor(const PacketSocketPair& pair);
-    /// So many blocks were waiting: changes the pause.
+    /// Adapts the pause to how many blocks were waiting.
     void Pace(std::size_t waiting);
 };
 

@@ -24,13 +24,13 @@ namespace capture {
 
 namespace {
 
-// A block is handed over by age too, however little is in it: their number is for how long nobody needs
-// to read when packets come slowly (half a second).
+// The kernel hands over a block by age too, however little is in it: so many blocks bridge half a second
+// without a read when packets come slowly.
 constexpr std::size_t kUsualBlocks = 16;
 constexpr std::size_t kLeastBlocks = 4;
 constexpr std::size_t kLeastBlock = 4U << 10U;
 constexpr std::size_t kMostBlock = 64U << 10U;
-// A block that does not fill is handed over after so long. A timer of the kernel's runs as often for every
+// The kernel hands over a block that does not fill after this time. It runs a timer of this period for every
 // ring, so this is as long as the first sample may take.
 constexpr unsigned kBlockMilliseconds = 32;
 
@@ -91,7 +91,7 @@ void PacketSocket::Bind(std::uint32_t ifIndex)
     address.sll_ifindex = static_cast<int>(ifIndex);
     if (bind(Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         Fail(errno, "packet socket at interface " + std::to_string(ifIndex));
-    // An interface that is down is one that is bound to: it may come up.
+    // To bind to an interface that is down is no error: it may come up.
     const int error = TakeError();
     if (error != 0 && error != ENETDOWN) Fail(error, "packet socket at interface " + std::to_string(ifIndex));
 }
@@ -137,7 +137,7 @@ SamplingSocket::SamplingSocket(std::size_t bytes) : PacketSocket(SOCK_RAW)
 {
     const int version = TPACKET_V3;
     SetOption(PACKET_VERSION, &version, sizeof version, "TPACKET_V3");
-    // Refused by some kernels together with this ring: segments are not told then.
+    // Some kernels refuse it together with this ring: segments are unknown then.
     const int segments = 1;
     m_tellsSegments = setsockopt(Get(), SOL_PACKET, PACKET_VNET_HDR, &segments, sizeof segments) == 0;
     m_area.blockSize = PageMultiple(std::clamp(bytes / kUsualBlocks, kLeastBlock, kMostBlock));
@@ -171,7 +171,7 @@ std::optional<RingGroup> MakeGroup(PacketSocket& first, bool ignoreOutgoing)
     constexpr int kFlags = 16;  // how far type and flags are shifted; below them is the group's number
     constexpr int kNumber = 0xffff;
     const int type = PACKET_FANOUT_CBPF | (ignoreOutgoing ? PACKET_FANOUT_FLAG_IGNORE_OUTGOING : 0);
-    // The kernel finds a number that is free.
+    // The kernel chooses a free number.
     int group = (type | PACKET_FANOUT_FLAG_UNIQUEID) << kFlags;
     socklen_t size = sizeof group;
     if (setsockopt(first.Get(), SOL_PACKET, PACKET_FANOUT, &group, size) != 0 ||

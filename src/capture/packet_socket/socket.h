@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The two kinds of packet sockets of a sampled interface (packet(7)), without any policy: one with a ring
 // that takes what is sampled, one that only counts. Both let nothing through until they are given a filter.
-// Used by ring_pair.h.
+// Used by pair.h.
 //
 // The counting socket has the smallest receive buffer there is. The first three or four packets fill it for
 // good; the kernel drops each further one at once, and counts it: the cheapest exact counter that a packet
@@ -32,13 +32,14 @@ private:
     int m_descriptor;
 };
 
-/// What PACKET_STATISTICS told, summed since the socket was made.
+/// The counts of PACKET_STATISTICS, summed since the socket was made.
 struct RingStatistics {
     std::uint64_t passed = 0;   // packets that the filter let through, drops included
     std::uint64_t dropped = 0;  // of these, without room
 };
 
-/// What both have in common. Every member but the last four throws Unavailable with the system's reason.
+/// What both have in common. Constructors, Attach, DetachFilter, Bind and SetOption throw Unavailable with
+/// the system's reason.
 class PacketSocket {
 public:
     void Attach(const RingFilter& filter);
@@ -47,9 +48,11 @@ public:
     /// Begins to see the interface's packets.
     void Bind(std::uint32_t ifIndex);
 
-    /// Leaving packets are not even looked at. False where the kernel (before 4.20) can't.
+    /// With `ignore`, the kernel does not even look at leaving packets. Returns whether that is so: a kernel
+    /// before 4.20 can't.
     bool IgnoreOutgoing(bool ignore);
-    /// Reading resets the kernel's 32 bits: to be called before they overflow.
+    /// Reading resets the kernel's counts of 32 bits: to be called before they overflow. On errors, as of the
+    /// last time.
     const RingStatistics& Statistics();
     /// As of the last time.
     [[nodiscard]] const RingStatistics& Known() const { return m_statistics; }
@@ -80,15 +83,15 @@ struct RingArea {
 
 class SamplingSocket : public PacketSocket {
 public:
-    /// A ring of about so many bytes.
+    /// With a ring of about `bytes` bytes.
     explicit SamplingSocket(std::size_t bytes);
     SamplingSocket(const SamplingSocket&) = delete;
     SamplingSocket& operator=(const SamplingSocket&) = delete;
     ~SamplingSocket();
-    /// Without memory until it is mapped.
+    /// Its memory is null until Map.
     [[nodiscard]] const RingArea& Area() const { return m_area; }
-    /// Makes the ring part of the process's memory: to be done when there is something to read, for what has
-    /// never carried a packet need not count. False where that fails.
+    /// Makes the ring part of the process's memory: to be done when there is something to read, so that a
+    /// ring that never carried a packet does not count. False if that fails.
     bool Map();
     /// A virtio_net_hdr stands before each packet.
     [[nodiscard]] bool TellsSegments() const { return m_tellsSegments; }
@@ -101,16 +104,16 @@ private:
 /// A number that the kernel gave to a group (PACKET_FANOUT), and its kind.
 using RingGroup = int;
 
-/// Makes a group of packet sockets at one interface, in which a program says who gets a packet, with its
-/// first member, which is bound already and gets all packets as before. None where the kernel can't, as older
-/// ones while the interface is down.
+/// Makes a group of packet sockets at one interface, in which a program chooses the member that gets a
+/// packet. The first member is bound already and gets all packets as before. Empty if the kernel can't, as
+/// older ones while the interface is down.
 std::optional<RingGroup> MakeGroup(PacketSocket& first, bool ignoreOutgoing);
 /// The socket, bound to the same interface, becomes the last member, and gets what the program gives it.
 /// Sockets must join in the order in which they were made: when an interface comes up again, the kernel
-/// numbers them by that. False likewise.
+/// numbers them by that. False if the kernel can't.
 bool JoinGroup(PacketSocket& socket, RingGroup group);
-/// From the next packet on the program says who of the group gets it, to which the socket belongs. On return
-/// no packet is on its way that the last program had divided. False where the kernel has no memory.
+/// From the next packet on, the program chooses for the group that `member` belongs to. On return no packet
+/// is under way that the last program had divided. False if the kernel refuses, as for lack of memory.
 bool Divide(PacketSocket& member, const RingFilter& program);
 
 }  // namespace capture

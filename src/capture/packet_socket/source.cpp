@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sampling with packet sockets: who is sampled how, what was counted, and when blocks are read. The rest
-// of it: ring_filter.h (who is sampled), ring_socket.h and ring_pair.h (the sockets), ring_blocks.h (the
-// memory), ring_port.h (an interface), ring_waker.h and ring_closer.h (when, and how it ends).
+// Sampling with packet sockets: which interface is sampled how, what was counted, and when blocks are read.
+// The rest of it: filter.h (what is sampled), socket.h and pair.h (the sockets), blocks.h (the memory),
+// port.h (an interface), waker.h and closer.h (when, and how it ends).
 //
-// What this source can't do: it is not told by which interface a leaving packet came, and a packet that the
-// kernel holds as several segments is counted and sampled as one; what it is on the wire is told with the
-// sample.
+// What this source can't do: it does not learn by which interface a leaving packet entered, and it counts and
+// samples a packet that the kernel holds as several segments as one; the sample says what it is on the wire.
 //
 // A change of rate is exact: a pair of sockets keeps its rate, and another pair follows it from one packet to
-// the next. All that is in a ring was sampled with one rate. Where a pair can't follow so (ring_pair.h), as
-// with other directions, some microseconds pass in which packets are neither counted nor sampled.
+// the next. All that is in a ring was sampled with one rate. If a pair can't follow so (pair.h), as with
+// other directions, some microseconds pass in which packets are neither counted nor sampled.
 //
-// The first block that waits wakes the process. From then on a timer looks, so often that a stream of
-// packets would fill two thirds of a ring at most meanwhile; after a look in vain the ring wakes again.
+// The first block that waits wakes the process. From then on a timer looks, so often that a stream of packets
+// would fill two thirds of a ring at most meanwhile; when looks find nothing for some time, the ring wakes
+// again.
 
 #include "capture/packet_socket/source.h"
 
@@ -40,13 +40,13 @@ namespace asio = boost::asio;
 using std::chrono::milliseconds;
 using Port = RingPort;
 
-// The kernel counts in 32 bits. Nothing brings 2^32 packets in this time.
+// The kernel counts in 32 bits. No interface carries 2^32 packets in this time.
 constexpr std::chrono::seconds kCountingPeriod{10};
 
-// A look in vain says that nothing comes only if a block of some packets has had the time to be handed over.
+// Looks that find nothing mean silence only if a block of some packets has had the time to be handed over.
 constexpr milliseconds kSilence{70};
 
-// Also when a sink throws.
+// Clears the flag also if a sink throws.
 class HandingOver {
 public:
     explicit HandingOver(bool& flag) : m_flag(flag) { m_flag = true; }
@@ -58,7 +58,7 @@ private:
     bool& m_flag;
 };
 
-// Likewise.
+// Releases the block likewise.
 class Releasing {
 public:
     explicit Releasing(RingBlocks& blocks) : m_blocks(blocks) {}
@@ -105,7 +105,7 @@ public:
         m_ports.emplace(ifIndex, port);
     }
 
-    // Where another pair can't be had the present one goes on.
+    // If no other pair can be made, the present one continues.
     void Change(std::uint32_t ifIndex, const Settings& settings) override
     {
         const auto found = m_ports.find(ifIndex);
@@ -169,7 +169,7 @@ private:
         return m_options.bufferSize != 0 ? m_options.bufferSize : RingSizeFor(rate);
     }
 
-    // To make a ring the kernel waits, and so it does for each end.
+    // The kernel waits when it makes a ring and when it ends one.
     [[nodiscard]] std::shared_ptr<PacketSocketPair> MakePair(const Port& port, const Settings& settings)
     {
         const std::size_t bytes = SizeFor(settings.rate);
@@ -192,7 +192,7 @@ private:
         return pair;
     }
 
-    // From now on as the settings say. What another pair has sampled until now is handed over.
+    // Samples as the settings say from now on, and hands over what the former pair has sampled.
     void Begin(Port& port, const Settings& settings)
     {
         std::shared_ptr<PacketSocketPair> pair = MakePair(port, settings);
@@ -239,7 +239,7 @@ private:
         for (const std::uint32_t ifIndex : keys) {
             const auto found = m_ports.find(ifIndex);
             if (found == m_ports.end() || found->second->looking) continue;
-            // Read, so that an interface that went down does not wake for ever.
+            // Clears the error, so that an interface that went down does not wake again and again.
             found->second->pair->TakeError();
             found->second->silent = milliseconds(0);
             woken.push_back(found->second);
@@ -267,11 +267,11 @@ private:
             m_alarm->Cancel();
             m_pause = milliseconds::max();
         }
-        Arm();  // sooner, where a ring fills
+        Arm();  // sooner if a ring fills
         if (any) m_sink.OnDrained();
     }
 
-    // False when the ring wakes again.
+    // False if the ring wakes again.
     bool Look(Port& port, milliseconds passed, bool& any)
     {
         const std::size_t blocks = HandOver(port);
@@ -299,7 +299,7 @@ private:
 
     // ---- what waits ----
 
-    // The blocks that wait now, so that others are read too. Returns how many.
+    // Hands over the blocks that wait now and no more, so that other rings are read too. Returns how many.
     std::size_t HandOver(Port& port)
     {
         if (m_handingOver || !port.pair) return 0;
@@ -307,7 +307,7 @@ private:
         const std::size_t waiting = pair->IsReadable() ? pair->Blocks().Waiting() : 0;
         if (waiting == 0) return 0;
         port.Pace(waiting);
-        // Read after: the samples of these blocks are in it.
+        // Read after the blocks are counted: it includes their samples.
         const Counts counts = port.Count();
         for (std::size_t block = 0; block < waiting && port.pair == pair; ++block) {
             const Releasing release(pair->Blocks());
@@ -318,7 +318,7 @@ private:
         return waiting;
     }
 
-    // All of a pair that is closed, with the block that the kernel has not handed over.
+    // Hands over all of a pair that has ended, with the block that the kernel has not handed over.
     void HandOverLast(Port& port)
     {
         const std::shared_ptr<PacketSocketPair> pair = port.pair;
@@ -331,8 +331,8 @@ private:
             Emit(port, counts);
         }
         if (port.pair != pair) return;
-        Counts last = port.Count();  // also of what the sink has waited for
-        // What did not get finished in time.
+        Counts last = port.Count();  // with what came while the sink was called
+        // Packets that were not finished in time.
         last.drops += pair->InRing() - std::min(pair->InRing(), port.delivered);
         port.before = last;
         port.told = last.pool;

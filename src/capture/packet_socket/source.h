@@ -18,7 +18,7 @@ class Timers;
 
 namespace capture {
 
-/// Throws Unavailable where packet sockets can't be opened. All must outlive it.
+/// Throws Unavailable if packet sockets can't be opened. Loop, timers and sink must outlive it.
 std::unique_ptr<PacketSource> MakeRingSource(boost::asio::io_context& loop, base::Timers& timers,
                                              SampleSink& sink, const SourceOptions& options);
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Wakes the process for a ring in which the first block waits, once; after that the ring is silent until it
-// is asked to wake again, however many blocks are added: whoever was woken looks by a timer. One descriptor
-// of the loop for any number of rings. Used by ring_source.cpp.
+// Wakes the process for a ring in which the first block waits, once; after that the ring does not wake it
+// until Rearm, however many blocks are added: the source looks by a timer meanwhile. One descriptor of the
+// loop for any number of rings. Used by source.cpp.
 
 #ifndef CAPTURE_PACKET_SOCKET_WAKER_H
 #define CAPTURE_PACKET_SOCKET_WAKER_H
@@ -21,16 +21,16 @@ class RingWaker {
 public:
     using Action = std::function<void(std::span<const std::uint32_t> keys)>;
 
-    /// `action` is called from the loop with the keys of those that have something. Throws Unavailable.
+    /// `action` is called from the loop with the keys of the readable descriptors. Throws Unavailable.
     RingWaker(boost::asio::io_context& loop, Action action);
     RingWaker(const RingWaker&) = delete;
     RingWaker& operator=(const RingWaker&) = delete;
 
     /// Wakes for the descriptor, at once if it is readable. Throws Unavailable.
     void Add(int descriptor, std::uint32_t key);
-    /// Wakes again, likewise.
+    /// Wakes again for a descriptor that was added, likewise.
     void Rearm(int descriptor, std::uint32_t key);
-    /// Before the descriptor is closed.
+    /// To be called before the descriptor is closed.
     void Remove(int descriptor);
 
 private:

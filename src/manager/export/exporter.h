@@ -44,8 +44,8 @@ public:
     /// Room for one sample in an empty datagram of this collector.
     [[nodiscard]] virtual std::size_t Room() const = 0;
 
-    /// Appends a whole encoded sample, at most Room() bytes, to the datagram that is being filled.
-    /// Sends what is full as it goes; the rest waits for Exporter::Flush.
+    /// Appends a whole encoded sample, at most Room() bytes, to the datagram that is being filled; an empty
+    /// or larger one is counted as lost. Sends what is full as it goes; the rest waits for Exporter::Flush.
     virtual void Put(std::span<const std::byte> sample, Sample kind) = 0;
 
     [[nodiscard]] virtual const StreamStatus& Status() const = 0;
@@ -56,7 +56,7 @@ public:
     using Clock = std::function<std::chrono::system_clock::time_point()>;
     using Uptime = std::function<std::chrono::milliseconds()>;  // since the agent's start; never goes back
 
-    /// Sockets carry `mark` (SO_MARK) where that is allowed.
+    /// Sockets carry `mark` (SO_MARK) if that is allowed; 0: none.
     Exporter(Clock clock, Uptime uptime, std::uint32_t mark);
     Exporter(const Exporter&) = delete;
     Exporter& operator=(const Exporter&) = delete;
@@ -66,25 +66,26 @@ public:
     /// the old one.
     void SetAgentAddress(std::uint32_t address);
 
-    /// Adds a collector or changes it. A changed size or address leaves its sequence as it is and sends
-    /// what waited to where it was meant for. Never throws for the network's sake: what can't be reached
-    /// is tried again, at most once a second, and counted.
+    /// Adds a collector or changes it. A changed size or address leaves its sequence as it is and sends what
+    /// waited to where it was meant for. Network errors do not throw: they are counted, and the socket is
+    /// connected again, at most once a second.
     Stream& Set(const std::string& name, const CollectorSettings& settings);
+    /// Sends what waits for the collector and removes it; does nothing if there is none.
     void Remove(const std::string& name);
-    /// Null where there is none.
+    /// Null if there is none.
     [[nodiscard]] Stream* Find(const std::string& name);
 
     /// Sends all that waits: at the end of each batch of samples.
     void Flush();
 
     /// Takes up what the network has reported of datagrams since they were sent, for the streams' status: one
-    /// system call a collector. Without it, that waits for the next datagram.
+    /// system call a collector. Without it, a report waits for the next datagram.
     void TakeErrors();
 
-    /// Begins all streams' sequences anew: where the encoding of the samples changes.
+    /// Sends what waits and begins all streams' sequences anew: for a change of the samples' encoding.
     void Restart();
 
-    /// "" or what is missing, such as the permission to mark the datagrams.
+    /// Empty, or what is missing, such as the permission to mark the datagrams.
     [[nodiscard]] const std::string& Limitation() const;
 
 private:

@@ -98,11 +98,11 @@ public:
 
 private:
     struct Due {
-        std::uint32_t ifIndex = 0;  // that is asked for; it may serve another by the time of the answer
+        std::uint32_t ifIndex = 0;  // that is asked for; the target may have another by then
         Polled* polled = nullptr;
     };
 
-    /// Waits for a random tick of the first interval; or goes on with the rhythm that it had.
+    /// Waits for a random tick of the first interval, or for the next one of the rhythm that it had.
     void Begin(Polled& polled)
     {
         const std::uint32_t interval = polled.target.interval;
@@ -115,7 +115,7 @@ private:
 
     [[nodiscard]] Schedule::Tick Now() const { return (m_clock() - m_start) / kTick; }
 
-    /// One timer, for the next tick at which anything is due; none while an answer is waited for.
+    /// One timer, for the next tick at which anything is due; none while a reading is under way.
     void Arm()
     {
         if (m_asked != nullptr) return;
@@ -128,7 +128,7 @@ private:
         m_timer = m_timers.After(std::max(delay, milliseconds(0)), [this] { OnTick(); });
     }
 
-    /// Whatever the time that has passed, each that is due is polled once, and keeps its rhythm.
+    /// However much time has passed, each that is due is polled once, and keeps its rhythm.
     void OnTick()
     {
         m_armed.reset();
@@ -217,15 +217,15 @@ private:
     wire::Encoding m_encoding = wire::Encoding::kCompact;
 
     std::unordered_map<std::string, Polled> m_polled;  // by name in the configuration
-    /// The last one sent of each kernel interface that was asked for.
+    /// The last sequence number of each kernel interface that was asked for.
     std::unordered_map<std::uint32_t, std::uint32_t> m_sequences;
-    std::vector<std::uint32_t> m_forgotten;  // since the reader was told
+    std::vector<std::uint32_t> m_forgotten;  // since the last reading
     Schedule m_schedule;
     std::optional<Schedule::Tick> m_armed;
     std::shared_ptr<void> m_timer;
 
     std::shared_ptr<void> m_asked;  // while the reading is under way
-    std::vector<Due> m_due;         // and whom it is for; by interface
+    std::vector<Due> m_due;         // and what it is for; by interface
     bool m_failing = false;         // one line of the log for a row of failures
 
     // Of one tick, kept for their memory.

@@ -38,14 +38,14 @@ public:
     using Random = std::function<std::uint32_t(std::uint32_t)>;
     /// Sends what the streams hold: Exporter::Flush. Called once after all that was due at a time.
     using Flush = std::function<void()>;
-    // None of these functions, nor the links and the streams while the poller calls them, may call the poller
-    // in turn: what is due is being walked. From the loop, between its calls, all may.
+    // While the poller calls one of these functions, the links or a stream, none of them may call the poller:
+    // it is walking what is due. Between its calls all may.
 
     struct Target {
         std::uint32_t ifIndex = 0;
         std::uint16_t interval = 0;  // seconds; 0: not polled
         std::string name;            // the interface's name in the configuration: the port name sent
-        /// Its counter collectors, alive while they stand here. None: not polled.
+        /// Its counter collectors, which must outlive their place here. Empty: not polled.
         std::vector<Stream*> streams;
     };
 
@@ -59,9 +59,9 @@ public:
     /// Begins or changes the polling of a kernel interface, `key` being its name in the configuration. A
     /// changed interval begins anew; anything else leaves its rhythm and its sequence as they are.
     void Set(const std::string& key, Target target);
-    /// Its kernel interface has gone, or is no longer its. Rhythm and counts go; the sequence of the data
-    /// source goes on should the same kernel interface be polled again. One that is only not polled for a
-    /// while, for want of collectors, is Set without streams instead.
+    /// Its kernel interface has gone, or belongs to another name. Rhythm and counts go; the sequence of the
+    /// data source continues if the same kernel interface is polled again. For one that is only not polled
+    /// for a while, for lack of collectors, the caller calls Set without streams instead.
     void Remove(const std::string& key);
     /// A kernel interface is gone for good: its sequence is forgotten.
     void Forget(std::uint32_t ifIndex);
@@ -69,7 +69,7 @@ public:
     /// Sequences begin anew, and samples are encoded like this from here on.
     void Restart(wire::Encoding encoding);
 
-    /// Fills countersSent and lastCounters.
+    /// Fills countersSent and lastCounters; 0 and empty if `key` is not set.
     void Fill(const std::string& key, InterfaceStatus& status) const;
 
 private:

@@ -19,7 +19,8 @@ namespace manager {
 struct Reading {
     explicit Reading(std::shared_ptr<net::CounterReader> from) : reader(std::move(from)) {}
 
-    /// Reads all that is asked for. What the one before has found is gone. Does not throw.
+    /// Reads all that is asked for, in place of what was found before. Errors of the kernel do not throw:
+    /// they are in `error`.
     void Do();
 
     const std::shared_ptr<net::CounterReader> reader;
@@ -34,8 +35,8 @@ struct Reading {
         net::EthernetCounters counters;
     };
     std::span<const net::LinkCounters> links;  // in any order
-    std::vector<Ethernet> ethernet;            // in the same order, where the driver counts
-    std::string error;                         // why there is nothing
+    std::vector<Ethernet> ethernet;            // in the same order, if the driver counts
+    std::string error;                         // why nothing was found; empty: no error
 };
 
 }  // namespace manager

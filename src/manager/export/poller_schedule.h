@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who is due at which tick of a grid of time, so that all that falls due at about the same time is done
+// What is due at which tick of a grid of time, so that all that falls due at about the same time is done
 // together. It knows neither clocks nor what is done. Used by the poller.
 
 #ifndef MANAGER_EXPORT_POLLER_SCHEDULE_H
@@ -17,7 +17,7 @@ class Schedule {
 public:
     using Tick = std::int64_t;
 
-    /// What can be due; derive from it. It must leave before it goes.
+    /// What can be due; derive from it. It must leave before it is destroyed.
     class Item {
     public:
         [[nodiscard]] bool Waiting() const { return m_waiting; }
@@ -33,10 +33,10 @@ public:
 
     /// It must not be waiting.
     void Enter(Item& item, Tick due);
-    /// Nothing happens unless it is waiting.
+    /// Does nothing if it is not waiting.
     void Leave(Item& item);
 
-    /// The first tick at which anything is due; none: nothing is.
+    /// The first tick at which anything is due; empty if nothing is.
     [[nodiscard]] std::optional<Tick> Next() const;
 
     /// Appends all that is due at `now` or before; none of it is waiting any longer.

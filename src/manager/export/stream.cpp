@@ -14,8 +14,8 @@ constexpr milliseconds kConnectEvery{1000};
 /// A path's MTU may have grown since the kernel refused to cut messages.
 constexpr milliseconds kTrySegmentsEvery{60'000};
 
-/// What a datagram may be, whatever the settings say: a sample cut to the least room fits in it, and IPv4
-/// carries it.
+/// The size that a datagram may have, whatever the settings say: a sample cut to the least room fits in it,
+/// and IPv4 carries it.
 std::size_t Usable(std::size_t size)
 {
     return std::clamp(size, wire::kDatagramHeaderSize + wire::kLeastSampleRoom, kMaxMessage);
@@ -185,7 +185,7 @@ void CollectorStream::Connect(milliseconds now)
     m_refusedAt = now;
     const std::error_code error = m_socket.Connect(m_settings.address, m_settings.port);
     if (error) m_health.Failed("connect", error, 1, true, now, m_shared.clock());
-    if (!m_socket.Connected()) return;  // for want of files, say: nothing new about marks
+    if (!m_socket.Connected()) return;  // for lack of descriptors, say: nothing new about marks
     const std::error_code& mark = m_socket.MarkError();
     m_shared.limitation = mark ? WithoutMark(mark) : "";
 }

@@ -24,22 +24,22 @@ public:
     CollectorStream(const std::string& name, const CollectorSettings& settings, StreamShared& shared);
     CollectorStream(const CollectorStream&) = delete;
     CollectorStream& operator=(const CollectorStream&) = delete;
-    /// What still waits is lost; Send before.
+    /// What still waits is lost: call Send before.
     ~CollectorStream() override;
 
     [[nodiscard]] std::size_t Room() const override;
     void Put(std::span<const std::byte> sample, Sample kind) override;
     [[nodiscard]] const StreamStatus& Status() const override { return m_health.Status(); }
 
-    /// Sends what waits to where it was meant for, then goes on with the new settings.
+    /// Sends what waits to where it was meant for, then takes the new settings.
     void Change(const CollectorSettings& settings);
     /// Sends all that waits, the datagram that is being filled included.
     void Send();
-    /// Takes up what the network has reported since of what was sent.
+    /// Takes up what the network has reported of datagrams since they were sent.
     void TakeErrors();
     /// The next datagram is the first again. Nothing waits when this is called.
     void Restart() { m_sequence = 0; }
-    /// Off the exporter's list of those that wait.
+    /// The exporter has taken it off the list of those that wait.
     void Unlist() { m_listed = false; }
 
 private:

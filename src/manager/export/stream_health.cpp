@@ -17,7 +17,7 @@ std::string_view Meaning(std::string_view what, const std::error_code& error)
     if (error == std::errc::too_many_files_open_in_system) return " (the system's limit of open files)";
     if (error == std::errc::operation_not_permitted) return " (a firewall's rule)";
     if (error == std::errc::permission_denied) return " (a route of type prohibit, or a broadcast address)";
-    // A socket that was connected before gets this also where its source address is gone.
+    // A socket that was connected before gets this also if its source address is gone.
     if (error == std::errc::invalid_argument && what == "connect") return " (a route of type blackhole)";
     if (error == std::errc::destination_address_required) return " (there is no port 0)";
     return "";
@@ -85,7 +85,7 @@ bool StreamHealth::IsOver(Milliseconds now) const
 void StreamHealth::Clean(Milliseconds now)
 {
     if (!m_row || IsOver(now)) m_status.sending = true;
-    // The log is in no hurry: one line for all errors of a collector that is seldom sent to.
+    // The log waits longer: one line for all errors of a collector that gets few datagrams.
     if (!m_row || !m_sentSince || now - *m_sentSince < kQuiet) return;
     m_row = false;
     slog::Notice("collector {}: sends to {}:{} again", m_name, AddressText(m_to.address), m_to.port);

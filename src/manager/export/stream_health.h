@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What became of a collector's datagrams, counted and explained: the status that is shown, and the log lines
-// at the begin and the end of a row of errors, never one an error. Sends nothing; a stream owns it.
+// at the begin and the end of a row of errors, never one for each error. Sends nothing; a stream owns it.
 
 #ifndef MANAGER_EXPORT_STREAM_HEALTH_H
 #define MANAGER_EXPORT_STREAM_HEALTH_H
@@ -22,9 +22,9 @@ public:
     /// A host that does not answer is reported some 3 s after a datagram: only one that has had this time
     /// without an error shows that the errors are over.
     static constexpr Milliseconds kQuiet{5000};
-    /// A port that nobody listens at is reported at once, but at most once a second by some hosts: so long
-    /// after the last datagram that was refused, one that is taken shows that it is over, until it is refused
-    /// as well.
+    /// A closed port is reported at once, but by some hosts at most once a second: so long after the last
+    /// datagram that was refused, one that is taken shows that the errors are over, until it is refused as
+    /// well.
     static constexpr Milliseconds kQuietRefused{2000};
 
     StreamHealth(std::string name, const CollectorSettings& settings)
@@ -34,15 +34,15 @@ public:
 
     [[nodiscard]] const StreamStatus& Status() const { return m_status; }
 
-    /// From here on to this address. Counts stay; whether it works is not known yet.
+    /// From here on datagrams go to this address. Counts stay; whether it works is not known yet.
     void Redirect(const CollectorSettings& settings);
     void Taken(const Datagram& datagram);
     void Lost(const Datagram& datagram);
     /// A sample that no datagram could carry.
     void LostSample() { ++m_status.lostSamples; }
 
-    /// After a try, at `now` of the agent's uptime: `errors` of them, `error` the last; `what` was tried
-    /// ("send", "connect"). `lost`: it cost datagrams, else an earlier datagram's error was reported.
+    /// After a try at `now`, the agent's uptime, with `errors` errors, `error` being the last; `what` was
+    /// tried ("send", "connect"). `lost`: it cost datagrams, else an earlier datagram's error was reported.
     void Failed(std::string_view what, const std::error_code& error, unsigned errors, bool lost,
                 Milliseconds now, std::chrono::system_clock::time_point time);
     /// The network has reported an error of what was sent last, however long ago that was.

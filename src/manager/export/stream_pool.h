@@ -18,7 +18,7 @@ public:
     static constexpr std::size_t kBatch = 65536;  // bytes of a large block
     static constexpr std::size_t kMaxBatches = 32;
 
-    /// Memory of a stream; empty where `capacity` is 0.
+    /// Memory of a stream; empty if `capacity` is 0.
     struct Block {
         std::unique_ptr<std::byte[]> bytes;
         std::size_t capacity = 0;
@@ -27,7 +27,7 @@ public:
 
     /// A block of `size` bytes or a little more; `size` is at most kBatch.
     [[nodiscard]] Block Small(std::size_t size);
-    /// A block of kBatch bytes; empty where kMaxBatches are in use.
+    /// A block of kBatch bytes; empty if kMaxBatches are in use.
     [[nodiscard]] Block Batch();
     /// Takes a block back and leaves `block` empty. Some are kept for the next, the rest is freed.
     void Release(Block& block);

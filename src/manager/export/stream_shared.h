@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the streams of one exporter have in common, and the list of those that wait to be sent. The exporter
-// owns it and its streams; nobody else uses it.
+// owns it and its streams; only these use it.
 
 #ifndef MANAGER_EXPORT_STREAM_SHARED_H
 #define MANAGER_EXPORT_STREAM_SHARED_H
@@ -17,7 +17,7 @@ namespace manager {
 
 class CollectorStream;
 
-/// What it means that datagrams carry no mark, for people.
+/// What it means that datagrams carry no mark, for operators.
 std::string WithoutMark(const std::error_code& error);
 
 struct StreamShared {

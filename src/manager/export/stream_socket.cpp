@@ -32,7 +32,7 @@ int Open() { return ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK,
 std::error_code StreamSocket::Connect(std::uint32_t address, std::uint16_t port)
 {
     Close();
-    // The kernel would send there.
+    // The kernel would send to port 0.
     if (port == 0) return std::make_error_code(std::errc::destination_address_required);
     m_fd = Open();
     if (m_fd < 0) return LastError();
@@ -69,7 +69,7 @@ std::error_code StreamSocket::CheckMark(std::uint32_t mark)
 void StreamSocket::SetOptions()
 {
     m_markError = Mark(m_fd, m_options.mark);
-    // Beyond the system's limit where that is allowed.
+    // Beyond the system's limit if that is allowed.
     if (::setsockopt(m_fd, SOL_SOCKET, SO_SNDBUFFORCE, &m_options.sendBuffer, sizeof m_options.sendBuffer) <
         0)
         SetInt(m_fd, SOL_SOCKET, SO_SNDBUF, m_options.sendBuffer);
@@ -79,7 +79,7 @@ void StreamSocket::SetOptions()
     SetInt(m_fd, IPPROTO_IP, IP_MTU_DISCOVER, IP_PMTUDISC_DONT);
     // All errors, not only the fatal ones: a host that does not answer ARP, a full queue of the device.
     SetInt(m_fd, IPPROTO_IP, IP_RECVERR, 1);
-    // A kernel that does not know the option would pass over it in a message, and send that whole.
+    // A kernel that does not know the option would ignore it in a message, and send that whole.
     int segment = 0;
     socklen_t size = sizeof segment;
     m_kernelSegments = ::getsockopt(m_fd, IPPROTO_UDP, UDP_SEGMENT, &segment, &size) == 0;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The UDP socket of one collector: connected, so that the ICMP errors on it are that collector's own, and
-// never blocking. Hands datagrams to the kernel with as few system calls as may be and says exactly
-// which of them were taken. Counts and logs nothing; the stream that owns it does.
+// never blocking. Hands datagrams to the kernel with as few system calls as possible and says exactly which
+// of them were taken. Counts and logs nothing; the stream that owns it does.
 
 #ifndef MANAGER_EXPORT_STREAM_SOCKET_H
 #define MANAGER_EXPORT_STREAM_SOCKET_H
@@ -36,19 +36,19 @@ public:
     StreamSocket& operator=(const StreamSocket&) = delete;
     ~StreamSocket() { Close(); }
 
-    /// Opens a new socket, in place of one that is open, and connects it. Address in network byte
-    /// order, port in the host's. There is no port 0: EDESTADDRREQ.
+    /// Opens a new socket, in place of one that is open, and connects it. Address in network byte order, port
+    /// in the host's. Port 0 gives EDESTADDRREQ.
     std::error_code Connect(std::uint32_t address, std::uint16_t port);
     void Close();
     [[nodiscard]] bool Connected() const { return m_connected; }
 
     /// Sends at most kMaxDatagrams datagrams that lie at `bytes` one behind the other. An error that an
-    /// earlier datagram caused (ICMP) costs none of these. Where the kernel refuses to cut messages, the same
+    /// earlier datagram caused (ICMP) costs none of these. If the kernel refuses to cut messages, the same
     /// datagrams go one by one.
     [[nodiscard]] SendResult Send(const std::byte* bytes, std::span<const Datagram> datagrams);
 
-    /// What the network has reported since of datagrams that were sent, once; none where all is well. A
-    /// further Send does not meet it.
+    /// The error that the network has reported of datagrams since they were sent, once; no error if there is
+    /// none. A further Send does not report it.
     [[nodiscard]] std::error_code TakeError();
 
     /// Whether messages of several datagrams are tried. False once the kernel has refused one: the
@@ -60,13 +60,13 @@ public:
     /// The error of marking the socket at the last Connect.
     [[nodiscard]] const std::error_code& MarkError() const { return m_markError; }
 
-    /// Whether this process may mark its datagrams.
+    /// No error if this process may mark its datagrams.
     static std::error_code CheckMark(std::uint32_t mark);
 
 private:
     class Messages;
-    /// Sends the messages from the first on. Returns how many are done with, taken or lost: fewer than
-    /// there are where the next one is refused as a message of several datagrams, and when it gives up.
+    /// Sends the messages from the first on. Returns how many are done, taken or lost: fewer than there are
+    /// if the next one is refused as a message of several datagrams, or if it gives up.
     std::size_t SendMessages(Messages& messages, std::size_t first, SendResult& result, bool& gaveUp);
     void DrainErrors() const;
     void SetOptions();

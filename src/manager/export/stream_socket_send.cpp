@@ -28,8 +28,8 @@ bool RefusesSegments(int error)
 /// Errors that are this very message's; any other may have been caused by an earlier datagram.
 bool IsOwn(int error) { return error == EAGAIN || error == ENOBUFS || error == EPERM || error == EMSGSIZE; }
 
-/// Nothing more passes on this socket. A connected socket keeps the source address that it began with;
-/// without it EINVAL comes for ever.
+/// Nothing more passes on this socket. A connected socket keeps the source address that it began with; once
+/// that is gone, each send fails with EINVAL.
 bool NeedsNewSocket(int error)
 {
     return error == ENETUNREACH || error == EHOSTUNREACH || error == EINVAL || error == EADDRNOTAVAIL ||
@@ -123,7 +123,8 @@ std::size_t StreamSocket::SendMessages(Messages& messages, std::size_t first, Se
     std::size_t at = 0;
     int attempts = 0;
     while (at < messages.Count()) {
-        // An error behind the first message is not told: the kernel says how many it took, and forgets it.
+        // The kernel does not report an error behind the first message: it says how many it took, and forgets
+        // the error.
         const int taken = ::sendmmsg(m_fd, messages.At(at), static_cast<unsigned>(messages.Count() - at),
                                      MSG_DONTWAIT | MSG_NOSIGNAL);
         if (taken > 0) {

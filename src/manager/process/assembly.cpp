@@ -46,7 +46,7 @@ namespace {
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
 
-/// What the daemon's samples are marked with, and the program passes over.
+/// The mark of the manager's own datagrams, which the source leaves out, and the size of its buffer.
 capture::SourceOptions SourceOptionsOf(const Options& options)
 {
     capture::SourceOptions source;
@@ -67,7 +67,7 @@ ipc::Trust TrustOf(const Options& options)
     return trust;
 }
 
-/// By which everything is noted: it begins as the wall clock and is never set, so that ages stay true.
+/// The clock of all events: it begins as the wall clock and is never set, so that ages stay true.
 std::function<WallTime()> EventClock()
 {
     return [wall = system_clock::now(), start = steady_clock::now()] {
@@ -84,7 +84,7 @@ std::uint32_t RandomBelow(std::uint32_t limit)
 
 }  // namespace
 
-// Members in the order of dependence: whoever calls another goes before it at the end.
+// Members in the order of dependence: a part is destroyed before the parts that it calls.
 class Assembly::Impl {
 public:
     Impl(boost::asio::io_context& loop, const Options& options, const std::string& directory);
@@ -192,7 +192,7 @@ void Assembly::Impl::Confine(const Options& options)
     if (!m_source.source) m_limitations.push_back("no packets are sampled: " + m_source.status.reason);
 }
 
-/// For questions about everything: what is sampled is looked at once.
+/// For answers about everything: reads all interfaces at once.
 StatusSources Assembly::Impl::Sources()
 {
     m_exporter.TakeErrors();
@@ -204,7 +204,7 @@ StatusSources Assembly::Impl::Sources()
     return sources;
 }
 
-/// For questions about one thing after the other.
+/// For answers about one thing after the other.
 StatusSources Assembly::Impl::SourcesOfOne()
 {
     StatusSources sources;

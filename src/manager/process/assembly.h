@@ -19,7 +19,7 @@ struct Options;
 class Assembly {
 public:
     /// Opens everything that needs privileges, then gives them up. `directory` holds the sockets. Throws
-    /// std::exception with a text for operators where the manager can't start. The loop must outlive it.
+    /// std::exception with a text for operators if the manager can't start. The loop must outlive it.
     Assembly(boost::asio::io_context& loop, const Options& options, const std::string& directory);
     Assembly(const Assembly&) = delete;
     Assembly& operator=(const Assembly&) = delete;

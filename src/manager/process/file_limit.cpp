@@ -19,7 +19,7 @@ void RaiseFileLimit()
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kFiles) return;
     const rlimit wanted{.rlim_cur = kFiles, .rlim_max = std::max(kFiles, limit.rlim_max)};
     if (::setrlimit(RLIMIT_NOFILE, &wanted) == 0) return;
-    // Only some may go beyond the hard limit.
+    // Only a privileged process may raise the hard limit.
     limit.rlim_cur = limit.rlim_max;
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }

@@ -7,8 +7,8 @@
 
 namespace manager {
 
-/// Raises the limit to what all interfaces and collectors need, or as far as it may go. Whoever then can't
-/// open a file says so for what it was to be.
+/// Raises the limit to what all interfaces and collectors need, or as far as it may go. A part that then
+/// can't open a file reports that itself.
 void RaiseFileLimit();
 
 }  // namespace manager

@@ -146,7 +146,7 @@ constexpr option kOptions[] = {{"journal", required_argument, nullptr, kJournal}
                                {"version", no_argument, nullptr, kVersion},
                                {nullptr, 0, nullptr, 0}};
 
-/// False: there is no such option.
+/// False if there is no such option.
 bool Take(int option, const char* value, Options& options)
 {
     switch (option) {
@@ -198,7 +198,7 @@ Options ParseOptions(int argc, char** argv)
 {
     Options options;
     options.switchGroup = ipc::kSwitchGroup;
-    ::optind = 0;  // begin anew, also where a command line has been parsed before
+    ::optind = 0;  // begins anew, even if a command line has been parsed before
     ::opterr = 0;
     for (int found; (found = ::getopt_long(argc, argv, ":h", kOptions, nullptr)) != -1;) {
         if (found == ':') throw UsageError(std::string("option ") + argv[::optind - 1] + " needs a value");

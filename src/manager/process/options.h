@@ -24,9 +24,9 @@ struct MetricsAddress {
 
 struct Options {
     std::string journal;             // empty: none
-    std::string user;                // empty: stay who we are
-    std::string switchGroup;         // whom manager.sock is for
-    std::vector<std::string> allow;  // who else may have the session; see ipc/trust.h
+    std::string user;                // empty: the user stays
+    std::string switchGroup;         // the group that manager.sock is for
+    std::vector<std::string> allow;  // others that may have the session; see ipc/trust.h
     bool requireSampling = false;
     std::optional<Direction> direction;  // sampled besides what interfaces ask for
     std::string source = "auto";         // of packets: see source_choice.h

@@ -41,7 +41,7 @@ void Become(const User& user)
         Fail("--user: cannot become " + user.name);
 }
 
-/// What is impaired where the source could be made without the capability, or there is no source.
+/// What is impaired if the source could be made without the capability, or there is no source.
 std::string Impaired(const std::string& capability, const std::string& source)
 {
     if (capability == "CAP_BPF")

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the process may still do once everything is open: its user, its capabilities, its system calls.
-// All of it is given up for good; nothing here asks for more. And what it means where something is missing.
+// What the process may still do once everything is open: its user, its capabilities, its system calls. All of
+// it is given up for good; nothing here asks for more. And what it means if something is missing.
 
 #ifndef MANAGER_PROCESS_PRIVILEGES_H
 #define MANAGER_PROCESS_PRIVILEGES_H
@@ -20,20 +20,21 @@ struct LaterNeeds {
     // CAP_NET_ADMIN, to attach programs and to mark datagrams, is kept in any case.
 };
 
-/// Becomes the user, where one is given, and gives up all capabilities but those of `needs`, as far as
-/// the process has them; empties the bounding set where that is allowed; forbids to gain privileges by
-/// programs (PR_SET_NO_NEW_PRIVS). Throws std::system_error where the user can't be changed.
+/// Becomes the user, if one is given, and gives up all capabilities but those of `needs`, as far as the
+/// process has them; empties the bounding set if that is allowed; forbids to gain privileges by programs
+/// (PR_SET_NO_NEW_PRIVS). Throws std::system_error if the user can't be changed or privileges can't be given
+/// up.
 ///
 /// Returns the names of the capabilities that are needed and missing.
 std::vector<std::string> ReducePrivileges(const std::optional<User>& user, const LaterNeeds& needs);
 
-/// What can't be done without the capability, and what helps, for people. `source` is the kind of the source
-/// of packets in use, as in SourceStatus.
+/// What can't be done without the capability, and the remedy, for operators. `source` is the kind of the
+/// source of packets in use, as in SourceStatus.
 std::string WithoutCapability(const std::string& capability, const std::string& source);
 
 /// Leaves the process only the system calls that its loop makes (seccomp(2)): no program is run, no file
-/// system is mounted, no process is traced, and sockets are those of the families it uses. A call beyond
-/// them fails with EPERM. Empty when done; else why not, and then nothing is restricted.
+/// system is mounted, no process is traced, and sockets are those of the families it uses. A call beyond them
+/// fails with EPERM. Returns an empty text when done, else why nothing is restricted.
 std::string RestrictSystemCalls();
 
 }  // namespace manager

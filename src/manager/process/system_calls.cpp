@@ -95,7 +95,7 @@ constexpr int kAllowed[] = {
     SCMP_SYS(mprotect),
     // the kernel's programs and their maps
     SCMP_SYS(bpf),
-    // who we are, random numbers, signals, the end
+    // ids, random numbers, signals, the end
     SCMP_SYS(getpid),
     SCMP_SYS(gettid),
     SCMP_SYS(getppid),
@@ -132,8 +132,8 @@ constexpr int kAllowed[] = {
 
 constexpr int kFamilies[] = {AF_UNIX, AF_INET, AF_INET6, AF_NETLINK, AF_PACKET};
 
-// A thread beside the loop (ipc/thread.h) is made with clone. The C library tries clone3 first, whose flags
-// a filter can't see, and takes clone where that is said not to exist.
+// A thread beside the loop (base/thread.h) is made with clone. The C library tries clone3 first, whose flags
+// a filter can't see, and takes clone if that fails with ENOSYS.
 int AllowThreads(scmp_filter_ctx context)
 {
     if (const int error = seccomp_rule_add(context, SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3), 0); error != 0)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The ordinary user that the manager becomes once what needs more has been opened: who that is. How it
-// is done stands in privileges.h.
+// The ordinary user that the manager becomes once it has opened what needs privileges: its name and ids.
+// privileges.h makes the change.
 
 #ifndef MANAGER_PROCESS_USER_H
 #define MANAGER_PROCESS_USER_H
@@ -16,7 +16,7 @@ struct User {
     std::uint32_t gid = 0;
 };
 
-/// Throws std::runtime_error, which names the user, where the system knows none of that name.
+/// Throws std::runtime_error, which names the user, if the system has none of that name.
 User FindUser(const std::string& name);
 
 }  // namespace manager

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One interface of the configuration with what has become of it: the kernel interface it is bound to, the
+// One interface of the configuration with what is in effect for it: the kernel interface it is bound to, the
 // streams of its collectors, and the numbers of its data source. Plain records of sampling.
 
 #ifndef MANAGER_SAMPLING_CONFIGURED_INTERFACE_H
@@ -40,21 +40,21 @@ struct ConfiguredInterface {
     }
 };
 
-/// A kernel interface that is bound to a configured one, or was: its sequence and its counts go on for
-/// as long as it exists, however often its sampling begins and ends.
+/// A kernel interface that is bound to a configured one, or was: its sequence and its counts continue while
+/// it exists, however often its sampling begins and ends.
 struct DataSource {
     std::uint32_t ifIndex = 0;
     std::uint16_t hardwareType = 0;
     ConfiguredInterface* boundTo = nullptr;
-    std::optional<capture::Settings> sampledWith;  // none: nothing is sampled there
-    bool changeRefused = false;                    // the last change: only part of it is in effect
-    std::string error;                             // why not, where it should be
+    std::optional<capture::Settings> sampledWith;  // empty: nothing is sampled there
+    bool changeRefused = false;                    // the last change failed: not all of it is in effect
+    std::string error;                             // why it is not sampled, if it should be
     std::uint32_t sequence = 0;                    // of the last flow sample
     capture::Counts before;                        // of all the times it was sampled earlier
     std::uint64_t samples = 0;
     std::uint64_t dropsNoCollector = 0;
     std::optional<WallTime> lastSample;
-    std::uint64_t grownTo = 0;  // the pool of all times, when it was looked at last
+    std::uint64_t grownTo = 0;  // the pool of all times, as of the last look
     WallTime grownAt;           // when it was seen to have grown, or sampling began or changed
 };
 

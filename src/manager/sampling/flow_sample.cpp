@@ -42,7 +42,7 @@ private:
     std::span<const std::byte> m_header;
 };
 
-/// Bytes before the payload that is split over segments; nothing where the headers are none we know.
+/// Bytes before the payload that is split over segments; empty if the headers are unknown.
 std::optional<std::size_t> BytesBeforePayload(std::span<const std::byte> header)
 {
     const HeaderReader reader(header);

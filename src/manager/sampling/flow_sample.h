@@ -20,15 +20,16 @@ inline constexpr std::uint32_t kFcs = 4;
 /// By the device's type (ARPHRD_*) and the packet's EtherType.
 wire::HeaderProtocol HeaderProtocolOf(std::uint16_t hardwareType, std::uint16_t etherType);
 
-/// Bytes without FCS of the frames that a segmented packet is on the wire: all but the last have the
-/// first length. Where its headers can't be read, an even share of its length.
+/// Bytes without FCS of the frames that a segmented packet is on the wire: all but the last have the first
+/// length. If its headers can't be read, an even share of its length.
 struct SegmentLengths {
     std::uint32_t each = 0, last = 0;
     friend bool operator==(const SegmentLengths&, const SegmentLengths&) = default;
 };
 SegmentLengths LengthsOf(const capture::Sample& sample);
 
-/// The outermost 802.1Q or 802.1ad tag, wherever it is: taken away by the kernel, or in the header.
+/// The outermost 802.1Q or 802.1ad tag, wherever it is: taken away by the kernel, or in the header. Zeros if
+/// there is none.
 struct Tag {
     std::uint16_t vlan = 0;
     std::uint8_t priority = 0;

@@ -61,7 +61,7 @@ void FlowSamplePipeline::Take(const capture::Sample& sample, DataSource& source)
     m_flow.drops = static_cast<std::uint32_t>(source.before.drops + sample.drops);
     const bool all = sample.segments > 1 && sample.count == sample.segments;
     for (std::uint16_t i = 0; i < sample.count; ++i) {
-        // Which of the segments were sampled is not known, but that of all of them one is the last.
+        // Which of the segments were sampled is not known; if all were, one of them is the last.
         if (all && i + 1 == sample.count)
             m_flow.frameLength -=
                 LengthsOf(sample).each - std::min(LengthsOf(sample).last, LengthsOf(sample).each);

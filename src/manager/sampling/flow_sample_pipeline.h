@@ -37,10 +37,10 @@ public:
     void OnDrained() override;
 
     [[nodiscard]] DataSources& Sources() { return m_sources; }
-    /// Null where there is none.
+    /// Null if there is none.
     [[nodiscard]] const DataSource* Find(std::uint32_t ifIndex) const;
     [[nodiscard]] wire::Encoding Encoding() const { return m_encoding; }
-    /// From the next sample on, which is the first of its data source again.
+    /// Encodes so from the next sample on; the sequences of all data sources begin anew.
     void Restart(wire::Encoding encoding);
 
 private:

@@ -117,7 +117,7 @@ void Sampling::Detached(const std::string& interface, Kind kind, const std::stri
     Refresh(at->second);
 }
 
-/// Unless the collector is still attached, for the other kind.
+/// Does nothing if the collector is still attached, for the other kind.
 void Sampling::RemoveUser(const std::string& collector, ConfiguredInterface& interface)
 {
     const auto users = m_users.find(collector);
@@ -155,7 +155,7 @@ void Sampling::LinkRemoved(const net::Link& link)
     RefreshWaiting(link.index);
 }
 
-/// The interfaces of the configuration that this one could serve now.
+/// Refreshes the interfaces of the configuration that this one could serve now.
 void Sampling::RefreshNamed(const net::Link& link)
 {
     const auto refresh = [this](const std::string& name) {
@@ -166,7 +166,7 @@ void Sampling::RefreshNamed(const net::Link& link)
     if (!link.alias.empty()) refresh(link.alias);
 }
 
-/// Those whose name it had, and may have no longer.
+/// Refreshes those whose name it had and may have no longer.
 void Sampling::RefreshWaiting(std::uint32_t ifIndex)
 {
     const auto at = m_waiting.find(ifIndex);
@@ -218,12 +218,12 @@ void Sampling::Refresh(ConfiguredInterface& interface)
     ApplySampling(interface);
     ApplyPolling(interface);
 
-    // What it has let go of may be waited for under another name.
+    // Another name may wait for the kernel interface that this one no longer has.
     const net::Link* released = bound != 0 && bound != index ? m_links.Find(bound) : nullptr;
     if (released != nullptr) RefreshNamed(*released);
 }
 
-/// Null also where the kernel interface serves another name already: the first one keeps it.
+/// Null also if the kernel interface serves another name already: the first one keeps it.
 const net::Link* Sampling::LinkFor(const ConfiguredInterface& interface) const
 {
     const net::Link* link = m_links.Find(interface.name);
@@ -327,7 +327,7 @@ void Sampling::EndSampling(DataSource& source)
     source.changeRefused = false;
 }
 
-/// As long as the kernel interface is bound, one that has no collector now keeps its rhythm and counts.
+/// While the kernel interface is bound, polling keeps its rhythm and counts, even without a collector.
 void Sampling::ApplyPolling(ConfiguredInterface& interface)
 {
     if (interface.source == nullptr) return m_poller.Remove(interface.name);
@@ -344,7 +344,7 @@ void Sampling::End()
     m_retry.reset();
 }
 
-// ---- what is known of it ----
+// ---- status ----
 
 InterfaceStatus Sampling::StatusOf(const ConfiguredInterface& interface, const capture::Counts& counts) const
 {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Ties the state to the kernel: binds configured interfaces to kernel interfaces as these come and go,
-// has packets sampled there for the interface's flow collectors, and tells the poller whose counters to
-// send. The sampled packets themselves take the way of flow_sample_pipeline.h.
+// Ties the state to the kernel: binds configured interfaces to kernel interfaces as these come and go, has
+// packets sampled there for the interface's flow collectors, and tells the poller which counters to send. The
+// sampled packets themselves go through flow_sample_pipeline.h.
 
 #ifndef MANAGER_SAMPLING_SAMPLING_H
 #define MANAGER_SAMPLING_SAMPLING_H
@@ -50,7 +50,8 @@ public:
     };
     using WallClock = std::function<WallTime()>;
 
-    /// Between two tries to sample where the source has refused to: what it lacked may be there again.
+    /// Between two tries to sample at interfaces that the source has refused: what it lacked may be available
+    /// again.
     static constexpr std::chrono::seconds kRetry{5};
 
     /// `added` is a direction that is sampled besides the one each interface asks for. The parts must
@@ -62,13 +63,13 @@ public:
 
     /// The source to sample with; null: nothing is sampled, counters are. The source must live until End.
     void SetSource(capture::PacketSource* source, SourceStatus status);
-    /// Ends all sampling: the source may go.
+    /// Ends all sampling: the source may be destroyed then.
     void End();
 
     [[nodiscard]] const SourceStatus& Source() const { return m_sourceStatus; }
     /// What happens at each interface of the state, by its name. Reads the source's counts.
     [[nodiscard]] std::map<std::string, InterfaceStatus> Interfaces();
-    /// The same for one of them; what is not there has no status.
+    /// The same for one of them; an empty status if the state has no such interface.
     [[nodiscard]] InterfaceStatus Interface(const std::string& name);
 
     void AgentAddressChanged(std::optional<std::uint32_t> address) override;

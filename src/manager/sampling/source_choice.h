@@ -21,12 +21,12 @@ class Timers;
 namespace manager {
 
 struct ChosenSource {
-    std::unique_ptr<capture::PacketSource> source;  // null: none can be had
+    std::unique_ptr<capture::PacketSource> source;  // null: none can be used
     SourceStatus status;
 };
 
 /// `wanted` is "auto", or a kind of source that is to be the only one tried: "ebpf", "ebpf-tcx",
-/// "ebpf-clsact", "packet-socket". All must outlive the source.
+/// "ebpf-clsact", "packet-socket". Loop, timers and sink must outlive the source.
 ChosenSource ChooseSource(const std::string& wanted, boost::asio::io_context& loop, base::Timers& timers,
                           capture::SampleSink& sink, const capture::SourceOptions& options);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Since when has no packet been counted? Looks at the source's counts of all interfaces now and then, and
-// notes what has grown. Sampling owns it and asks it for the state; it samples nothing and logs nothing.
+// Since when has no packet been counted? Looks at the source's counts of all interfaces every few seconds,
+// and notes what has grown. Sampling owns it and asks it for the state; it samples nothing and logs nothing.
 
 #ifndef MANAGER_SAMPLING_TRAFFIC_WATCH_H
 #define MANAGER_SAMPLING_TRAFFIC_WATCH_H
@@ -25,25 +25,24 @@ class TrafficWatch {
 public:
     using Counts = std::unordered_map<std::uint32_t, capture::Counts>;  // by kernel interface
 
-    /// Between two looks while something is sampled: so much earlier than noted may the last packet have
-    /// been.
+    /// Between two looks while something is sampled: the last packet may be this much older than noted.
     static constexpr std::chrono::seconds kEvery{10};
 
-    /// All must outlive it.
+    /// Timers and sources must outlive it.
     TrafficWatch(base::Timers& timers, DataSources& sources, std::function<WallTime()> clock);
 
-    /// Where the counts come from; null: nowhere, and nothing waits any longer.
+    /// The source of the counts; null: there is none, and the timer ends.
     void SetSource(capture::PacketSource* source);
 
-    /// Packets are counted there from now on, or others than until now: the time begins anew.
+    /// Packets are counted there from now on, or others than before: the quiet time begins anew.
     void Begin(DataSource& source);
 
     /// Looks at once. Returns what the source has counted.
     Counts Look();
-    /// The same at one kernel interface; nothing where it is not sampled.
+    /// The same at one kernel interface; zeros if it is not sampled.
     capture::Counts Look(const DataSource& source);
 
-    /// As of the last look: for how long at least no packet has been counted; 0 where nothing is sampled.
+    /// As of the last look: for how long at least no packet has been counted; 0 if nothing is sampled.
     [[nodiscard]] std::chrono::seconds QuietFor(const DataSource& source) const;
 
 private:

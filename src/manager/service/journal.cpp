@@ -26,7 +26,7 @@ std::string Quoted(const std::string& name)
     const bool plain = std::all_of(name.begin(), name.end(),
                                    [](char c) { return c >= ' ' && c < '\x7f' && c != '"' && c != '\\'; });
     if (plain) return '"' + name + '"';
-    // A name that is no UTF-8 is still to be seen, and must not end the manager.
+    // A name that is not UTF-8 is still shown, and must not end the manager.
     return nlohmann::json(name).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -88,7 +88,7 @@ Journal::Journal(std::string path) : m_path(std::move(path))
     m_descriptor = ::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
     if (m_descriptor < 0)
         throw std::system_error(errno, std::generic_category(), "cannot open the journal " + m_path);
-    // A pipe whose reader is slow costs lines, never time.
+    // A slow reader of a pipe loses lines; the manager does not wait for it.
     ::fcntl(m_descriptor, F_SETFL, O_APPEND | O_NONBLOCK);
 }
 

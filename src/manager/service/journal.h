@@ -34,8 +34,8 @@ public:
 
     [[nodiscard]] const std::string& Path() const { return m_path; }
 
-    /// Lines that could not be written, because the disk was full for example, or nobody reads the pipe. The
-    /// manager goes on without them; the first of a row is logged.
+    /// Lines that could not be written, because the disk was full or a pipe has no reader, for example. The
+    /// manager continues without them; the first of a row is logged.
     [[nodiscard]] std::uint64_t Errors() const { return m_errors; }
 
 private:

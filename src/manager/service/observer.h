@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What samplers, counter pollers and exporters will be told: every change of the state that took
-// effect, in order, and nothing where an operation changed nothing.
+// What an observer of the state, as the sampling is one, is told: every change that took effect, in order,
+// and nothing if an operation changed nothing.
 
 #ifndef MANAGER_SERVICE_OBSERVER_H
 #define MANAGER_SERVICE_OBSERVER_H
@@ -21,7 +21,7 @@ public:
     Observer& operator=(const Observer&) = delete;
     virtual ~Observer() = default;
 
-    /// The address in network byte order in memory; none where a session was loaded without one.
+    /// The address in network byte order in memory; empty if a session was loaded without one.
     virtual void AgentAddressChanged(std::optional<std::uint32_t> address) = 0;
 
     /// A collector is new, or its settings are. Attachments by its name act from here on.

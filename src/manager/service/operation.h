@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a session tells the manager, as plain records: the operations of the sFlow service with their
-// values already checked for form. Used by the message decoder, the journal and the state.
+// What a session sends the manager, as plain records: the operations of the sFlow service with their values
+// already checked for form. Used by the message decoder, the journal and the state.
 
 #ifndef MANAGER_SERVICE_OPERATION_H
 #define MANAGER_SERVICE_OPERATION_H

@@ -17,7 +17,7 @@ class ClientMessage;
 
 namespace manager {
 
-/// Bytes of a name, as the model of the configuration has it.
+/// Bytes of a name at most, as in the YANG model.
 inline constexpr std::size_t kMaxName = 64;
 
 /// Why a message's content is no operation.
@@ -28,7 +28,8 @@ struct Refusal {
 /// Whether the message carries one of the service's operations.
 bool IsOperation(const ipc::manager::ClientMessage& message);
 
-/// The operation of a message for which IsOperation is true.
+/// The operation of a message; a Refusal if IsOperation is false, a name is too long or a number out of
+/// range.
 std::variant<Operation, Refusal> ToOperation(const ipc::manager::ClientMessage& message);
 
 }  // namespace manager

@@ -25,14 +25,15 @@ public:
 
     enum class Session { kNone, kLoading, kLoaded };
 
-    /// `journal` may be null. All must outlive it.
+    /// `journal` may be null. State and journal must outlive it.
     Service(State& state, Journal* journal, Clock clock);
 
     /// A client has been given the session.
     void Open();
 
-    /// Takes one message of the session. False when it is none that a session carries, and the
-    /// connection is to be ended. An operation that can't be applied is logged and counted.
+    /// Takes one message of the session. False if a session carries no such message: the caller ends the
+    /// connection then. An operation that can't be applied is counted, and logged if it is among the first
+    /// ten of the session.
     bool Take(const ipc::manager::ClientMessage& message);
 
     /// The session has ended; the state stays as it is.
@@ -41,7 +42,7 @@ public:
     [[nodiscard]] const State& CurrentState() const { return m_state; }
     [[nodiscard]] const Journal* CurrentJournal() const { return m_journal; }
     [[nodiscard]] Session CurrentSession() const { return m_session; }
-    /// When the session came to be as it is.
+    /// When CurrentSession last changed.
     [[nodiscard]] std::chrono::system_clock::time_point Since() const { return m_since; }
     /// Operations received, and those of them that were refused, since the manager's start.
     [[nodiscard]] std::uint64_t Operations() const { return m_operations; }

@@ -28,7 +28,7 @@ using ipc::manager::ServerMessage;
 constexpr unsigned kPermissions = 0660;
 /// A connection that has not said hello by then is ended.
 constexpr std::chrono::seconds kHelloTime{5};
-/// Before the next connection is accepted when accepting has failed (no descriptors left, say).
+/// The pause after accepting a connection has failed (no descriptors left, say).
 constexpr std::chrono::milliseconds kAcceptDelay{100};
 
 boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& loop, const std::string& path,
@@ -72,7 +72,7 @@ private:
         std::shared_ptr<ipc::Channel> channel;
         std::shared_ptr<void> helloTimer;
     };
-    /// Takes the connection out of the strangers, where it is one. Null: it is none.
+    /// Takes the connection out of the strangers. Null if it is none of them.
     std::shared_ptr<ipc::Channel> TakeStranger(Id id);
 
     void Accept();
@@ -91,7 +91,7 @@ private:
     const ipc::Trust m_trust;
     boost::asio::local::stream_protocol::acceptor m_acceptor;
     std::shared_ptr<void> m_acceptTimer;
-    bool m_failing = false;  // to accept, and that is in the log
+    bool m_failing = false;  // accepting fails, and that is logged
     Id m_lastId = 0;
     ipc::UserQuota m_strangersOfUsers{kMaxStrangersOfUser};
     std::map<Id, Stranger> m_strangers;
@@ -228,7 +228,7 @@ void SessionServer::Impl::Stop()
     boost::system::error_code ignored;  // the process is about to end
     m_acceptor.close(ignored);
     m_acceptTimer.reset();
-    ::unlink(m_path.c_str());  // where the directory is not ours, the next start replaces the file
+    ::unlink(m_path.c_str());  // if the directory is not ours, the next start replaces the file
     for (const auto& [id, stranger] : m_strangers) stranger.channel->Close(true);
     m_strangers.clear();
     if (m_holder == nullptr) return;

@@ -26,14 +26,14 @@ class Service;
 
 class SessionServer {
 public:
-    /// Connections that have not said who they are; with one more, the oldest of them is ended.
+    /// Connections that have not sent hello; one more ends the oldest of them.
     static constexpr std::size_t kMaxStrangers = 64;
-    /// Of one user, root aside; one more is refused.
+    /// The same of one user, root aside; one more is refused.
     static constexpr std::size_t kMaxStrangersOfUser = 16;
 
-    /// Listens on the path. Throws std::runtime_error, which names the path, and the process that
-    /// listens there already. All must outlive it.
-    /// `trust`: who may have the session. `group`: whom the socket is for; nullopt: the process's own.
+    /// Listens on the path. Throws std::runtime_error, which names the path, and the process that listens
+    /// there already. Loop, timers and service must outlive it. `trust`: which peers may have the session.
+    /// `group`: the group of the socket's file; nullopt: the process's own.
     SessionServer(boost::asio::io_context& loop, base::Timers& timers, std::string socketPath,
                   Service& service, ipc::Trust trust = ipc::Trust("sflow-mgr"),
                   std::optional<std::uint32_t> group = std::nullopt);
@@ -41,7 +41,7 @@ public:
     SessionServer& operator=(const SessionServer&) = delete;
     ~SessionServer();
 
-    /// Asks the client for a new session. False where there is none.
+    /// Asks the client for a new session. False if there is no client.
     bool RequestResync();
 
     /// Gives the socket's file to a user and a group, so that these can connect. Throws

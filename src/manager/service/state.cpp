@@ -12,7 +12,7 @@
 namespace manager {
 namespace {
 
-/// Whether the model's type for names allows it: a name that it does not could not be shown in the state.
+/// Whether the YANG model's type for names allows it: the state could not show another one.
 bool IsName(std::string_view name)
 {
     constexpr std::string_view kExcluded = "\"'{}[];|<>&";

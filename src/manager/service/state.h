@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the manager holds: the agent address, collectors, interfaces and their attachments, as the
-// sessions have told it. A pure value with mark and sweep: knows no socket, no file, no clock. The
-// service applies operations to it, observers hear of what changed, the state provider prints it.
+// What the manager holds: the agent address, collectors, interfaces and their attachments, as the sessions
+// have set it. A pure value with mark and sweep: knows no socket, no file, no clock. The service applies
+// operations to it, observers are told what changed, the state provider prints it.
 
 #ifndef MANAGER_SERVICE_STATE_H
 #define MANAGER_SERVICE_STATE_H
@@ -22,7 +22,7 @@ class Observer;
 
 class State {
 public:
-    /// Far beyond any switch; they keep a mad client from growing the manager without end.
+    /// Far beyond any switch; they bound what a faulty client can make grow.
     struct Limits {
         std::size_t collectors = 4096;
         std::size_t interfaces = 65536;
@@ -56,7 +56,7 @@ public:
     /// `observer` must outlive the state.
     void AddObserver(Observer& observer) { m_observers.push_back(&observer); }
 
-    /// Applies one operation. Empty when done, also where nothing had to change; else why it was
+    /// Applies one operation. Returns an empty text when done, also if nothing had to change; else why it was
     /// refused, and then nothing has changed.
     std::string Apply(const Operation& operation);
 
@@ -69,7 +69,7 @@ public:
     [[nodiscard]] std::optional<std::uint32_t> AgentAddress() const { return m_agentAddress; }
     [[nodiscard]] const std::map<std::string, Collector>& Collectors() const { return m_collectors; }
     [[nodiscard]] const std::map<std::string, Interface>& Interfaces() const { return m_interfaces; }
-    /// The collectors that interfaces are attached to, whether they exist or not: how often.
+    /// How many attachments each collector has, by its name, whether it exists or not.
     [[nodiscard]] const std::map<std::string, std::size_t>& AttachedCollectors() const { return m_attached; }
 
 private:

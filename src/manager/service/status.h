@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the parts of the manager know about themselves, as plain records: made when somebody asks, printed
-// as state and as metrics.
+// What the parts of the manager know about themselves, as plain records: made on request, printed as state
+// and as metrics.
 
 #ifndef MANAGER_SERVICE_STATUS_H
 #define MANAGER_SERVICE_STATUS_H
@@ -18,7 +18,7 @@ using WallTime = std::chrono::system_clock::time_point;
 struct SourceStatus {
     std::string kind;        // "ebpf-tcx", "ebpf-clsact", "packet-socket", "none"
     std::string reason;      // why this one: what stood against the better ones; "" for the best
-    bool permission = true;  // false: none, for want of permission
+    bool permission = true;  // false: none, for lack of permission
 };
 
 /// What happens at one interface of the configuration.
@@ -28,7 +28,7 @@ struct InterfaceStatus {
     std::string kernelName;     // of it
     bool adminUp = false, operUp = false;
     bool sampled = false;       // the source samples packets there
-    std::string samplingError;  // why it does not, where it should
+    std::string samplingError;  // why it does not, if it should
     std::uint64_t packetsSeen = 0;
     std::chrono::seconds quiet{0};       // for how long at least that has not grown, while it is sampled
     std::uint64_t samples = 0;           // packets-sampled: handed to at least one collector

@@ -12,7 +12,7 @@ constexpr std::array<const char*, kKinds> kAttached = {
     "/config/oam/sflow/interface/flow-sampling-collector",
     "/config/oam/sflow/interface/counter-sampling-collector"};
 
-/// Longer than any name in the configuration; the store takes no key of any length.
+/// Longer than any name in the configuration; the store bounds the length of a key.
 constexpr std::size_t kMaxName = 255;
 
 /// The leaf's explicit value, or null.

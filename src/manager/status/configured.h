@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is configured of sFlow, as far as what is in effect does not tell it: collectors that are disabled,
-// interfaces that the manager is never told of, and whether a sampling rate is an interface's own. Read
-// from the database's store. It changes nothing here: for showing only.
+// What the configuration of sFlow has beyond what is in effect: collectors that are disabled, interfaces that
+// the daemon never sends, and whether a sampling rate is an interface's own. Read from the database's store,
+// for display only.
 
 #ifndef MANAGER_STATUS_CONFIGURED_H
 #define MANAGER_STATUS_CONFIGURED_H
@@ -34,17 +34,18 @@ struct Configured {
     std::map<std::string, Interface> interfaces;
 };
 
-/// The configuration of one commit, read as it is asked for. Every call may throw cdb::FatalError where the
-/// store can't be read.
+/// The configuration of one commit, read on demand. Every call may throw cdb::FatalError if the store can't
+/// be read.
 class ConfiguredReader {
 public:
     /// The store must outlive it.
     explicit ConfiguredReader(const cdb::StoreReader& store);
 
-    /// Nullopt where it is not configured.
+    /// Nullopt if it is not configured.
     [[nodiscard]] std::optional<Configured::Collector> Collector(const std::string& name) const;
     /// Without its collectors: they cost more than all the rest.
     [[nodiscard]] std::optional<Configured::Interface> Interface(const std::string& name) const;
+    /// Adds the collectors of the interface `name`.
     void ReadCollectorsOf(const std::string& name, Configured::Interface& interface) const;
 
     /// The first entries behind `after`, at most `most`; interfaces without their collectors.

@@ -10,7 +10,7 @@ namespace manager {
 
 void ConfiguredStore::Open(const std::string& directory)
 {
-    m_reader.reset();  // a store is open once in a process
+    m_reader.reset();  // a process may open a store only once at a time
     try {
         m_reader = cdb::StoreReader::Open(directory);
         m_problem.clear();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The database's store, open for reading as long as the database is there: where the configuration is read.
+// The database's store, open for reading once the database has named it: the configuration is read there.
 
 #ifndef MANAGER_STATUS_CONFIGURED_STORE_H
 #define MANAGER_STATUS_CONFIGURED_STORE_H
@@ -13,12 +13,13 @@ namespace manager {
 
 class ConfiguredStore {
 public:
-    /// Opens the store that is there now. Where it can't be opened that is logged, once for one reason.
+    /// Opens the store in the directory, in place of the one before. If that fails, it is logged, once for
+    /// one reason.
     void Open(const std::string& directory);
 
-    /// Null where there is none to read.
+    /// Null if there is none to read.
     [[nodiscard]] const cdb::StoreReader* Reader() const { return m_reader.get(); }
-    /// Why there is none.
+    /// Why Reader is null; empty if it is not.
     [[nodiscard]] const std::string& Problem() const { return m_problem; }
 
 private:

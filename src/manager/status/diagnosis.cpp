@@ -15,7 +15,7 @@
 namespace manager {
 namespace {
 
-/// Without a packet for so long, there is no traffic.
+/// An interface without a packet for this time has no traffic.
 constexpr std::chrono::seconds kQuiet{10};
 
 class Diagnosis {
@@ -35,7 +35,7 @@ private:
     void InEffect(const std::string& name, const Snapshot::Collector& collector);
     void NotInEffect(const std::string& name, const Configured::Interface& wanted);
     void InEffect(const Snapshot::Interface& interface);
-    /// Adds why no packet can be sampled there, if so.
+    /// If no packet can be sampled there, adds why and returns true.
     bool CannotSample(const Snapshot::Interface& interface);
     void Samples(const Snapshot::Interface& interface);
     void Counters(const Snapshot::Interface& interface);
@@ -43,7 +43,7 @@ private:
 
     [[nodiscard]] bool IsDisabled(const std::string& collector) const;
     [[nodiscard]] bool AllDisabled(const std::vector<std::string>& collectors) const;
-    /// The collectors of that kind that the configuration names, none where it does not know the interface.
+    /// The collectors of that kind that the configuration names; empty if it does not know the interface.
     [[nodiscard]] const std::vector<std::string>& Wanted(const std::string& interface, Kind kind) const;
     void Add(Subject subject, const std::string& name, Reason reason, std::string text)
     {
@@ -82,7 +82,7 @@ const std::vector<std::string>& Diagnosis::Wanted(const std::string& interface, 
 
 void Diagnosis::Agent()
 {
-    // 0.0.0.0 is what the configuration daemon sends where it knows no address.
+    // The configuration daemon sends 0.0.0.0 if it knows no address.
     if (m_snapshot.agentAddress.value_or(0) != 0 || !m_snapshot.anyInterface) return;
     Add(Subject::kAgent, "agent", Reason::kNoAgentAddress, text::NoAgentAddress());
 }

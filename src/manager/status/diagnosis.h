@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Why are there no samples? What is configured, what is in effect and what has happened, looked at
-// together: each interface and collector that does not flow, with the reason and the remedy. A pure
-// function of records.
+// Why are there no samples? Compares what is configured, what is in effect and what has happened: each
+// interface and collector of which nothing is sent, with the reason and the remedy. A pure function of
+// records.
 
 #ifndef MANAGER_STATUS_DIAGNOSIS_H
 #define MANAGER_STATUS_DIAGNOSIS_H
@@ -47,7 +47,7 @@ struct Problem {
     Subject subject = Subject::kInterface;
     std::string name;  // the interface's or collector's; "agent"
     Reason reason = Reason::kInterfaceMissing;
-    std::string text;  // for people: what is the matter, and what helps
+    std::string text;  // for operators: what is wrong, and the remedy
     friend bool operator==(const Problem&, const Problem&) = default;
 };
 
@@ -55,17 +55,17 @@ struct Problem {
 const char* Name(Reason reason);
 const char* Name(Subject subject);
 
-/// What is looked at. Names in ascending order.
+/// What to diagnose. Names in ascending order.
 struct Subjects {
     bool agent = false;
     std::vector<std::string> collectors;
     std::vector<std::string> interfaces;
 };
 
-/// What does not flow: the agent's problem, then the collectors', then the interfaces', by ascending name.
-/// An interface has one that concerns its packet samples at most, and one of its counters where they are
-/// not sent for another reason. The snapshot needs to have no more than the subjects and what they name.
-/// `configured` likewise; it may be null: then what it alone can tell is missing.
+/// The problems: the agent's, then the collectors', then the interfaces', by ascending name. An interface has
+/// at most one that concerns its packet samples, and one of its counters if they are not sent for another
+/// reason. The snapshot needs no more than the subjects and what they name, and so does `configured`, which
+/// may be null: then the problems that only it shows are missing.
 std::vector<Problem> Diagnose(const Subjects& subjects, const Snapshot& snapshot,
                               const Configured* configured);
 

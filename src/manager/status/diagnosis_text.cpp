@@ -6,7 +6,7 @@
 namespace manager::text {
 namespace {
 
-/// "c1", "c1 and c2", "c1, c2 and 3 others"
+/// "c1", "c1 and c2", "c1, c2, c3 and 2 more"
 std::string Listed(const std::vector<std::string>& names)
 {
     constexpr std::size_t kShown = 3;
@@ -25,7 +25,7 @@ std::string Where(const CollectorSettings& settings)
     return fmt::format("{}:{}", AddressText(settings.address), settings.port);
 }
 
-/// Which routes there are, `ip route get` would say with the error that is known anyway.
+/// For these errors `ip route get` would only repeat what is known: the text names the list of routes.
 std::string NoRoute(const std::string& where, const Snapshot::Collector& collector)
 {
     const std::string address = AddressText(collector.settings.address);
@@ -96,7 +96,7 @@ std::string NothingSent()
 
 Reason ReasonOf(const std::error_code& error)
 {
-    // The last two: routes of type prohibit and blackhole. A packet filter that forbids says EPERM.
+    // The last two: routes of type prohibit and blackhole. A packet filter's refusal is EPERM.
     if (error == std::errc::network_unreachable || error == std::errc::address_not_available ||
         error == std::errc::permission_denied || error == std::errc::invalid_argument)
         return Reason::kNoRoute;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The sentences of the diagnosis: what is the matter and what helps, in the words of an operator's shell.
-// Used by diagnosis.cpp; decides nothing but which kind of error a collector has.
+// The sentences of the diagnosis: what is wrong and the remedy, in the words of the operator's shell. Used by
+// diagnosis.cpp; decides nothing but which kind of error a collector has.
 
 #ifndef MANAGER_STATUS_DIAGNOSIS_TEXT_H
 #define MANAGER_STATUS_DIAGNOSIS_TEXT_H

@@ -8,8 +8,7 @@
 
 namespace manager {
 
-/// Mostly the element behind the last one is meant, and that costs no search. The map must outlive it and not
-/// change.
+/// To find the element behind the last one costs no search. The map must outlive it and not change.
 template <typename Map>
 class InOrder {
 public:

@@ -55,7 +55,7 @@ Response AnswerTo(const http::request<http::empty_body>& request, const Render& 
     return Answer(http::status::ok, request.version(), render());
 }
 
-/// One connection. Lives as long as an operation is under way.
+/// One connection. Lives while an operation is under way.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     using OnEnd = std::function<void(Connection*)>;
@@ -77,7 +77,7 @@ public:
             [self = shared_from_this()](error_code error, std::size_t) { self->OnRequest(error); });
     }
 
-    /// Closes the socket, which ends what is under way; nobody is called any more.
+    /// Closes the socket, which ends what is under way, without calling OnEnd.
     void Abandon()
     {
         m_onEnd = nullptr;
@@ -122,7 +122,7 @@ void Connection::OnRequest(error_code error)
                      true);
     if (error) return Write(Answer(http::status::bad_request, kVersion, "that is no request\n"), false, true);
     const auto& request = m_request->get();
-    // What has a body is answered, but nothing is read behind its header.
+    // A request with a body is answered, but its body is not read, so the connection ends.
     const bool keep = request.keep_alive() && m_request->is_done();
     Write(AnswerTo(request, m_render), keep, request.method() != http::verb::head);
 }
@@ -155,7 +155,7 @@ void Connection::OnWritten(error_code error, bool keep)
     Drain();
 }
 
-/// Takes what the peer still sends, for closing a socket with unread bytes would take the answer back.
+/// Reads what the peer still sends: closing a socket with unread bytes would take the answer back.
 void Connection::Drain()
 {
     m_socket.async_read_some(asio::buffer(m_rest),

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A small HTTP server on a loopback address for monitoring: GET and HEAD of /metrics, nothing else. Whoever
-// connects can cost little: few connections, short headers, short waits. There is no access control,
-// which is why it listens on loopback addresses only.
+// A small HTTP server on a loopback address for monitoring: GET and HEAD of /metrics, nothing else. What a
+// client can cost is bounded: few connections, short headers, short waits. There is no access control, which
+// is why it listens on loopback addresses only.
 
 #ifndef MANAGER_STATUS_METRICS_SERVER_H
 #define MANAGER_STATUS_METRICS_SERVER_H
@@ -28,15 +28,15 @@ public:
     static constexpr std::size_t kMaxConnections = 16;
     /// Bytes of a request's header, its first line included.
     static constexpr std::uint32_t kMaxHeader = 8192;
-    /// A request has to be there whole within this time after the connection or the answer before it,
-    /// and an answer has to be taken in the second one.
+    /// A request's header has to be complete within the first after the connection or the answer before it,
+    /// and the client has to take an answer within the second.
     static constexpr std::chrono::milliseconds kReadLimit{10'000};
     static constexpr std::chrono::milliseconds kWriteLimit{30'000};
 
     /// Listens; `address` is an IPv4 or IPv6 address of the loopback interface, and `port` 0 is one that the
     /// kernel chooses. `text` makes the metrics, called from the loop, once a request. Throws
-    /// std::invalid_argument for any other address and std::system_error where it can't listen; both name
-    /// the address. All must outlive it.
+    /// std::invalid_argument for any other address and std::system_error if it can't listen; both name the
+    /// address. Loop and timers must outlive it.
     MetricsServer(boost::asio::io_context& loop, base::Timers& timers, const std::string& address,
                   std::uint16_t port, std::function<std::string()> text);
     MetricsServer(const MetricsServer&) = delete;
@@ -44,6 +44,7 @@ public:
     /// Ends all connections.
     ~MetricsServer();
 
+    /// The port that it listens on, host byte order.
     [[nodiscard]] std::uint16_t Port() const;
 
 private:

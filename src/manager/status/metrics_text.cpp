@@ -62,7 +62,7 @@ public:
         else
             fmt::format_to(std::back_inserter(m_text), "{}{{{}}} {}\n", m_name, labels, value);
     }
-    /// Seconds since the epoch, to the millisecond; no line for what has never been.
+    /// Seconds since the epoch, to the millisecond; no line if it has never been.
     void Line(std::string_view labels, const std::optional<WallTime>& time)
     {
         if (!time) return;
@@ -77,7 +77,7 @@ private:
     std::string m_text;
 };
 
-/// A family that has one line a thing.
+/// A family that has one line for each thing.
 template <typename Thing>
 struct Row {
     const char* name;

@@ -12,7 +12,7 @@ namespace manager {
 
 struct Snapshot;
 
-/// What a server says that this is.
+/// The content type of the text.
 inline constexpr std::string_view kMetricsType = "text/plain; version=0.0.4; charset=utf-8";
 
 std::string MetricsText(const Snapshot& snapshot);

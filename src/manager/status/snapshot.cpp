@@ -47,7 +47,7 @@ void Shift(Snapshot& snapshot, WallTime::duration by)
     }
 }
 
-/// What is of the manager as a whole.
+/// What concerns the manager as a whole.
 Snapshot TakeManager(const Service& service, const StatusSources& sources)
 {
     Snapshot snapshot;

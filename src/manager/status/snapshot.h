@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// All that the manager shows of itself, at one moment, as plain records. Made when somebody asks; printed
-// as state and as metrics, and what the diagnosis looks at. Knows no socket, no loop and no kernel.
+// All that the manager shows of itself, at one moment, as plain records. Made on request; printed as state
+// and as metrics, and read by the diagnosis. Knows no socket, no loop and no kernel.
 
 #ifndef MANAGER_STATUS_SNAPSHOT_H
 #define MANAGER_STATUS_SNAPSHOT_H
@@ -25,7 +25,7 @@ struct Snapshot {
     std::int64_t pid = 0;  // the manager's own
 
     Service::Session session = Service::Session::kNone;
-    WallTime since;  // when the session came to be as it is
+    WallTime since;  // when `session` last changed
     std::uint64_t operations = 0, refused = 0;
     struct JournalStatus {
         std::string path;
@@ -56,26 +56,26 @@ struct Snapshot {
     };
     std::vector<Collector> collectors;  // by ascending name
     std::vector<Interface> interfaces;  // by ascending name
-    bool anyInterface = false;          // whether the manager has any, also where none is among these
+    bool anyInterface = false;          // whether the manager has any, even if none is among these
     std::set<std::string> attached;     // collectors that interfaces name, of those that were asked about
 
-    /// Null where there is none of that name.
+    /// Null if there is none of that name.
     [[nodiscard]] const Collector* FindCollector(const std::string& name) const;
     [[nodiscard]] const Interface* FindInterface(const std::string& name) const;
 };
 
-/// Where the numbers come from. One that is not set gives none: the records stay empty.
+/// Where the numbers come from. A function that is not set gives none: the records stay empty.
 struct StatusSources {
-    /// The clock by which everything was noted. One that nobody sets keeps ages true.
+    /// The clock of all recorded times. One that is never set keeps ages true.
     std::function<WallTime()> now = {};
-    /// The clock that people read, where it is another: all times in the snapshot are moved to it, so that
-    /// what was noted a second ago shows the time of a second ago, also when that clock has been set since.
+    /// The wall clock, if it is another: all times in the snapshot are moved to it, so that what was recorded
+    /// a second ago shows the time of a second ago, even if that clock has been set since.
     std::function<WallTime()> wall = {};
     std::function<SourceStatus()> source = {};
     std::function<InterfaceStatus(const std::string& interface)> interface = {};
-    /// Null where there is no stream of that name.
+    /// Null if there is no stream of that name.
     std::function<const StreamStatus*(const std::string& collector)> collector = {};
-    /// What can't be done here, for people; none where everything can.
+    /// What can't be done here, for operators; empty if everything can.
     std::function<std::vector<std::string>()> limitations = {};
     std::optional<Direction> addedDirection = {};
     std::int64_t pid = 0;  // the manager's own

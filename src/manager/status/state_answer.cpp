@@ -49,7 +49,7 @@ void AddNames(const Container& container, const std::string& after, std::vector<
     Join(std::move(more), names);
 }
 
-/// The problems of one name out of those of many, with ascending reasons as the model has them.
+/// The problems of one name out of those of many, by ascending names of their reasons.
 std::vector<Problem> TakeOf(const std::string& name, std::vector<Problem>::iterator& at,
                             std::vector<Problem>::iterator end)
 {
@@ -115,7 +115,7 @@ void StateAnswer::ReadInterfaces(const std::vector<std::string>& names)
 {
     if (!m_reader) return;
     try {
-        // What the configuration has of the list's next names has been read with them.
+        // If all problems are wanted, ReadNextInterfaces has read the configured ones already.
         for (const std::string& name : names) {
             if (m_wanted.problems.interfaces.all) break;
             if (const auto interface = m_reader->Interface(name))
@@ -163,7 +163,7 @@ void StateAnswer::ReadNextInterfaces(std::vector<std::string>& names)
 bool StateAnswer::Next(ipc::cdb::StateReply& part)
 {
     StateWriter writer(part, kStatePath);
-    // A small question has one part.
+    // A small answer has one part.
     for (m_work = 0; m_stage != Stage::kDone && m_work < kEntries;) {
         switch (m_stage) {
         case Stage::kManager:

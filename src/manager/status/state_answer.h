@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // One answer to the database's question for state, made in parts: each is bounded work, so that the loop has
-// its turn in between and packets do not wait. A part tells what is at its moment; entries that come or go
+// its turn in between and packets do not wait. A part shows the state at its moment; entries that come or go
 // between two parts are in the answer or not. Knows no socket and no loop.
 
 #ifndef MANAGER_STATUS_STATE_ANSWER_H
@@ -37,7 +37,7 @@ public:
     StateParts(const StateParts&) = delete;
     StateParts& operator=(const StateParts&) = delete;
     virtual ~StateParts() = default;
-    /// Fills in the next part but for the request's number. False: it is the last.
+    /// Fills in the next part but for the request's number. False if it is the last.
     virtual bool Next(ipc::cdb::StateReply& part) = 0;
 };
 
@@ -46,9 +46,9 @@ public:
     struct Sources {
         const Service& service;
         StatusSources status;
-        /// Takes up what is known of the collectors since; called before they are looked at.
+        /// Updates what is known of the collectors; called before they are read.
         std::function<void()> refreshCollectors = {};
-        /// Null where the configuration can't be read; the answer says why it goes without.
+        /// Null if the configuration can't be read; the answer then warns with storeProblem.
         const cdb::StoreReader* store = nullptr;
         std::string storeProblem = {};
     };
@@ -78,7 +78,8 @@ private:
     /// Reads those of the named entries that have not been read.
     void ReadCollectors(const std::vector<std::string>& names);
     void ReadInterfaces(const std::vector<std::string>& names);
-    /// The configured collectors of an interface, where they tell something: where it has none in effect.
+    /// Reads the configured collectors of the interfaces that have no flow collector in effect: only there do
+    /// they matter.
     void ReadAttached();
     void GiveUpConfiguration(const std::string& problem);
     [[nodiscard]] const Configured* Known() const { return m_reader ? &m_configured : nullptr; }
@@ -88,10 +89,10 @@ private:
     const bool m_diagnoses;  // whether an interface's problems are wanted
     Stage m_stage = Stage::kManager;
     std::string m_last;      // the last name of the stage
-    std::size_t m_work = 0;  // that the part has made, in entries
+    std::size_t m_work = 0;  // of this part so far, in entries
     std::optional<ConfiguredReader> m_reader;
     Configured m_configured;  // the collectors as they are met; the interfaces of one part
-    std::string m_warning;    // not told yet
+    std::string m_warning;    // not sent yet
 };
 
 }  // namespace manager

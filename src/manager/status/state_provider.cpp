@@ -18,7 +18,7 @@ namespace {
 using ipc::cdb::ClientMessage;
 using ipc::cdb::ServerMessage;
 
-/// Until the database is looked at again that has too much to take.
+/// The pause while the database has too much to take.
 constexpr std::chrono::milliseconds kPause{10};
 
 }  // namespace

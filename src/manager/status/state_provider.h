@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The manager's connection to the configuration database: answers its questions about the state of
-// sFlow and takes the operator's requests. Connects again for ever; the manager does not depend on it.
+// The manager's connection to the configuration database: answers its questions about the state of sFlow and
+// takes the operator's requests. Connects again without end; the manager does not depend on it.
 
 #ifndef MANAGER_STATUS_STATE_PROVIDER_H
 #define MANAGER_STATUS_STATE_PROVIDER_H
@@ -28,15 +28,15 @@ class StateProvider {
 public:
     /// Questions that wait for their answers; more are refused.
     static constexpr std::size_t kMaxQuestions = 64;
-    /// Nothing more is answered while the database has so much to take.
+    /// No part of an answer is made while more bytes than this wait to be sent.
     static constexpr std::size_t kMaxUnsent = std::size_t{1} << 20;
 
     struct Handlers {
-        /// The database has accepted the manager: its store is there. What answered before has gone.
+        /// The database has accepted the manager; its store is in the directory. Earlier answers are gone.
         std::function<void(const std::string& storeDirectory)> accepted;
         /// Begins an answer; its parts are made later, as their turns come.
         std::function<std::unique_ptr<StateParts>(const ipc::cdb::StateRequest& request)> state;
-        /// Asks for everything anew. Empty when that is under way, else why it can't be.
+        /// Asks for everything anew. Returns an empty text when that is under way, else why it can't be.
         std::function<std::string()> resync;
     };
 
@@ -46,6 +46,7 @@ public:
     ~StateProvider();
 
     void Start() { m_link.Start(); }
+    /// Drops the answers under way and disconnects.
     void Stop();
 
 private:

@@ -18,7 +18,7 @@ WantedLeaves LeavesOf(const StateSelection& selection)
     return leaves;
 }
 
-/// Null where the selection does not say which.
+/// Null if the selection does not name one.
 const std::string* KeyOf(const StateSelection& selection, std::string_view name)
 {
     for (const auto& key : selection.keys())

@@ -38,7 +38,7 @@ struct WantedNames {
 struct WantedEntries {
     std::optional<WantedLeaves> every;          // of those that are not named, too
     std::map<std::string, WantedLeaves> named;  // with what is wanted of every entry
-    /// Null where the entry is not wanted.
+    /// Null if the entry is not wanted.
     [[nodiscard]] const WantedLeaves* Of(const std::string& name) const;
     /// Whether any entry may be wanted with that leaf.
     [[nodiscard]] bool Has(std::string_view leaf) const;
@@ -49,7 +49,7 @@ struct WantedState {
     std::optional<WantedLeaves> manager;
     bool agentAddress = false;
     WantedEntries collectors, interfaces;
-    /// Entries of the list of problems, by whose they are.
+    /// Entries of the list of problems, by subject.
     struct {
         bool agent = false;
         WantedNames collectors, interfaces;

@@ -99,7 +99,7 @@ public:
     {
         if (Wanted(name)) Put(name, DateAndTime(time));
     }
-    /// When something was last and how long ago, where it was.
+    /// When something last was and how long ago; nothing if it never was.
     void Last(StateName time, StateName age, WallTime now, const std::optional<WallTime>& then)
     {
         if (!then) return;

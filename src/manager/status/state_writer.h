@@ -31,14 +31,15 @@ public:
     StateWriter(ipc::cdb::StateReply& part, const std::string& path);
 
     void Manager(const Snapshot& snapshot, const WantedLeaves& wanted);
+    /// `address`: network byte order in memory.
     void AgentAddress(std::uint32_t address);
     /// `problems` are the collector's own.
     void Collector(const Snapshot::Collector& held, WallTime now, const std::vector<Problem>& problems,
                    const WantedLeaves& wanted);
-    /// `configured` may be null: then what only it can tell is left out.
+    /// `configured` may be null: then what only it shows is left out.
     void Interface(const Snapshot::Interface& held, const Snapshot& snapshot, const Configured* configured,
                    const std::vector<Problem>& problems, const WantedLeaves& wanted);
-    /// In ascending order of subject, name and reason.
+    /// To be called in ascending order of subject, name and reason.
     void Problem(const manager::Problem& problem);
 
 private:
