@@ -20,7 +20,7 @@ using testing::HasSubstr;
 
 // ---- edits ----
 
-agent::Tree Parse(const std::string& xml)
+agent::Tree ParsedTree(const std::string& xml)
 {
     lyd_node* raw = nullptr;
     EXPECT_EQ(lyd_parse_data_mem(Schema().Context(), xml.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0,
@@ -61,7 +61,7 @@ public:
 
     void Edit(const std::string& sflow)
     {
-        const agent::Tree edit = Parse(Sflow(sflow));
+        const agent::Tree edit = ParsedTree(Sflow(sflow));
         const auto error = m_datastore->Edit(edit.get(), DefaultOperation::kMerge, {});
         EXPECT_FALSE(error) << error->message;
     }
@@ -89,8 +89,8 @@ TEST_P(EditAccess, IsChecked)
 {
     const EditRow& row = GetParam();
     const auto access = Rules(Nacm("<write-default>permit</write-default>" + List(row.rules)));
-    const agent::Tree existing = row.existing.empty() ? agent::Tree() : Parse(Sflow(row.existing));
-    const agent::Tree edit = Parse(row.edit);
+    const agent::Tree existing = row.existing.empty() ? agent::Tree() : ParsedTree(Sflow(row.existing));
+    const agent::Tree edit = ParsedTree(row.edit);
     const auto find = [&existing](const lyd_node* node) { return FindIn(existing.get(), node); };
     const auto error = access->Grant(kBob)->CheckEdit(edit.get(), row.operation, existing.get(), find);
     if (row.denied.empty()) {
@@ -175,7 +175,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(AccessTest, WithoutARuleWritesFollowTheDefault)
 {
     const auto access = Rules(Nacm(""));
-    const agent::Tree edit = Parse(Sflow(Interface("eth1")));
+    const agent::Tree edit = ParsedTree(Sflow(Interface("eth1")));
     const auto none = [](const lyd_node*) -> const lyd_node* { return nullptr; };
     EXPECT_TRUE(access->Grant(kBob)->CheckEdit(edit.get(), kMerge, nullptr, none));
     EXPECT_FALSE(access->Grant(kRoot)->CheckEdit(edit.get(), kMerge, nullptr, none));
@@ -285,7 +285,7 @@ std::pair<std::size_t, std::string> Check(const Access& access, std::size_t inte
     for (std::size_t i = 0; i < interfaces; ++i) all += Interface("eth" + std::to_string(i), kRate);
     Database database(all);
     CountingView rows(database->Candidate());
-    const agent::Tree tree = Parse(Sflow(edit));
+    const agent::Tree tree = ParsedTree(Sflow(edit));
     const auto error = access.Grant(kBob)->CheckEdit(tree.get(), kMerge, Schema(), rows);
     return {rows.Count(), error ? error->message : ""};
 }
@@ -307,7 +307,7 @@ TEST_F(AccessTest, ACheckReadsWhatTheEditNamesHoweverMuchIsConfigured)
 TEST_F(AccessTest, ACheckReadsAllThatTheEditTakesOut)
 {
     const auto access = Rules(Nacm("<write-default>permit</write-default>" + List(kDenyEth1)));
-    const agent::Tree oam = Parse(
+    const agent::Tree oam = ParsedTree(
         "<config xmlns=\"urn:switch:yang:switch-config\" "
         "xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\">"
         "<oam xmlns=\"urn:switch:yang:switch-oam-sflow\"><sflow nc:operation=\"remove\"/></oam></config>");

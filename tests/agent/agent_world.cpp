@@ -23,6 +23,12 @@ const guard::SchemaIndex& Index()
     return index;
 }
 
+const agent::DataSchema& DataSchema()
+{
+    static const agent::DataSchema schema(Schema());
+    return schema;
+}
+
 std::string Sflow(const std::string& content)
 {
     return "<config xmlns=\"urn:switch:yang:switch-config\" "

@@ -17,6 +17,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "agent/agent.h"
+#include "agent/data_schema.h"
 #include "cdb/datastore.h"
 #include "cdb/schema.h"
 #include "cdb/store.h"
@@ -31,6 +32,7 @@ namespace agent_tests {
 /// Of the modules in the tree, loaded once: they never change.
 const cdb::Schema& Schema();
 const guard::SchemaIndex& Index();
+const agent::DataSchema& DataSchema();
 
 /// What is in <config> around the elements of the container sflow. The prefix nc is declared.
 std::string Sflow(const std::string& content);

@@ -139,7 +139,7 @@ TEST(Clients, HoldACallpointAndAProvidersPathAlone)
     });
 }
 
-struct Hostile {
+struct HostileClient {
     const char* name;
     bool hello;
     std::string bytes;
@@ -165,7 +165,7 @@ std::string AckFrame()
     return Frame(message);
 }
 
-class HostileClientTest : public testing::TestWithParam<Hostile> {};
+class HostileClientTest : public testing::TestWithParam<HostileClient> {};
 
 TEST_P(HostileClientTest, LosesItsConnectionOnly)
 {
@@ -190,13 +190,14 @@ TEST_P(HostileClientTest, LosesItsConnectionOnly)
 
 INSTANTIATE_TEST_SUITE_P(
     Table, HostileClientTest,
-    testing::Values(Hostile{"NoMessage", true, support::FrameLength(3) + "\xff\xff\xff"},
-                    Hostile{"EmptyMessage", true, support::FrameLength(0)},
-                    Hostile{"Oversized", true, support::FrameLength(64U * 1024 * 1024 + 1)},
-                    Hostile{"Http", true, "GET / HTTP/1.0\r\n\r\n"}, Hostile{"NoHello", false, ReadyFrame()},
-                    Hostile{"AnswerBeforeHello", false, AckFrame()},
-                    Hostile{"AnswerBeforeReady", true, AckFrame()},
-                    Hostile{"ReadyTwice", true, ReadyFrame() + ReadyFrame()}),
+    testing::Values(HostileClient{"NoMessage", true, support::FrameLength(3) + "\xff\xff\xff"},
+                    HostileClient{"EmptyMessage", true, support::FrameLength(0)},
+                    HostileClient{"Oversized", true, support::FrameLength(64U * 1024 * 1024 + 1)},
+                    HostileClient{"Http", true, "GET / HTTP/1.0\r\n\r\n"},
+                    HostileClient{"NoHello", false, ReadyFrame()},
+                    HostileClient{"AnswerBeforeHello", false, AckFrame()},
+                    HostileClient{"AnswerBeforeReady", true, AckFrame()},
+                    HostileClient{"ReadyTwice", true, ReadyFrame() + ReadyFrame()}),
     [](const auto& each) { return std::string(each.param.name); });
 
 TEST(Clients, ReportFaultsOnAConnectionOfOneMessage)

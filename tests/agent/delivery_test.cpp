@@ -15,9 +15,9 @@ using netconf::EditConfig;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr const char* kSflow = "/config/oam/sflow";
-constexpr const char* kAgent = "/config/oam/sflow/agent";
-constexpr const char* kCollector = "/config/oam/sflow/collector";
+constexpr const char* kSubscribedSflow = "/config/oam/sflow";
+constexpr const char* kSubscribedAgent = "/config/oam/sflow/agent";
+constexpr const char* kSubscribedCollector = "/config/oam/sflow/collector";
 
 class Delivery : public testing::Test {
 protected:
@@ -58,7 +58,7 @@ protected:
 
 TEST_F(Delivery, IsAnsweredAfterTheLastAcknowledgement)
 {
-    const auto subscriber = Subscriber("app", 1, kSflow);
+    const auto subscriber = Subscriber("app", 1, kSubscribedSflow);
     SendCommit(Collector("c1"));
     const auto changes = subscriber->ReceiveChangeSet();
     EXPECT_EQ(changes.commit(), 1U);
@@ -73,13 +73,13 @@ TEST_F(Delivery, IsAnsweredAfterTheLastAcknowledgement)
 
 TEST_F(Delivery, CarriesTheChange)
 {
-    const auto subscriber = Subscriber("app", 1, kSflow);
+    const auto subscriber = Subscriber("app", 1, kSubscribedSflow);
     SendCommit(Collector("c1"));
     const auto changes = subscriber->ReceiveChangeSet();
     const auto parsed = cdb::FromMessage(Schema().Table(), changes.root());
     cdb::ChangeSet set{changes.commit(), parsed};
     std::vector<std::string> walked;
-    cdb::Walk(Schema().Table(), set, Schema().Table().Find(kSflow), [&](const auto& ancestry) {
+    cdb::Walk(Schema().Table(), set, Schema().Table().Find(kSubscribedSflow), [&](const auto& ancestry) {
         std::string text = Schema().Table()[ancestry.back()->node].name;
         for (const std::string& key : ancestry.back()->keys) text += "{" + key + "}";
         walked.push_back(text);
@@ -92,13 +92,13 @@ TEST_F(Delivery, CarriesTheChange)
 
 TEST_F(Delivery, GoesInTheOrderOfTheLowestTouchedPriority)
 {
-    const auto late = Subscriber("late", 30, kSflow);
+    const auto late = Subscriber("late", 30, kSubscribedSflow);
     const auto first = std::make_unique<Process>(m_world, "first");
-    first->Subscribe(7, 40, kSflow);
-    first->Subscribe(8, 5, kAgent);
-    first->Subscribe(9, 10, kCollector);
+    first->Subscribe(7, 40, kSubscribedSflow);
+    first->Subscribe(8, 5, kSubscribedAgent);
+    first->Subscribe(9, 10, kSubscribedCollector);
     first->Ready();
-    const auto early = Subscriber("early", 20, kSflow);
+    const auto early = Subscriber("early", 20, kSubscribedSflow);
     SendCommit(Collector("c1"));
     // Priority 5 is not touched.
     EXPECT_THAT(first->ReceiveChangeSet().points(), ElementsAre(9U, 7U));
@@ -112,7 +112,7 @@ TEST_F(Delivery, GoesInTheOrderOfTheLowestTouchedPriority)
 
 TEST_F(Delivery, PassesOverWhomItDoesNotTouch)
 {
-    const auto other = Subscriber("other", 1, kAgent);
+    const auto other = Subscriber("other", 1, kSubscribedAgent);
     SendCommit(Collector("c1"));
     EXPECT_TRUE(m_client.Receive().ok);
     SendCommit("<agent><ipv4>192.0.2.1</ipv4></agent>");
@@ -123,7 +123,7 @@ TEST_F(Delivery, PassesOverWhomItDoesNotTouch)
 
 TEST_F(Delivery, OfNothingHappensNot)
 {
-    const auto subscriber = Subscriber("app", 1, kSflow);
+    const auto subscriber = Subscriber("app", 1, kSubscribedSflow);
     Do(m_client, netconf::Commit());
     SendCommit(Collector("c1"));
     EXPECT_EQ(subscriber->ReceiveChangeSet().commit(), 1U);
@@ -133,7 +133,7 @@ TEST_F(Delivery, OfNothingHappensNot)
 
 TEST_F(Delivery, LetsTheNextCommitWait)
 {
-    const auto subscriber = Subscriber("app", 1, kSflow);
+    const auto subscriber = Subscriber("app", 1, kSubscribedSflow);
     SendCommit(Collector("c1"));
     EXPECT_EQ(subscriber->ReceiveChangeSet().commit(), 1U);
     auto other = m_world.Connect();
@@ -151,8 +151,8 @@ TEST_F(Delivery, LetsTheNextCommitWait)
 
 TEST_F(Delivery, WarnsOfASubscriberThatGoes)
 {
-    auto gone = Subscriber("gone", 1, kSflow);
-    const auto stays = Subscriber("stays", 2, kSflow);
+    auto gone = Subscriber("gone", 1, kSubscribedSflow);
+    const auto stays = Subscriber("stays", 2, kSubscribedSflow);
     SendCommit(Collector("c1"));
     gone->ReceiveChangeSet();
     gone.reset();
@@ -169,8 +169,8 @@ TEST_F(Delivery, WarnsOfASubscriberThatGoes)
 
 TEST_F(ImpatientDelivery, DropsASubscriberThatTakesTooLong)
 {
-    const auto stuck = Subscriber("stuck", 1, kSflow);
-    const auto other = Subscriber("other", 2, kSflow);
+    const auto stuck = Subscriber("stuck", 1, kSubscribedSflow);
+    const auto other = Subscriber("other", 2, kSubscribedSflow);
     SendCommit(Collector("c1"));
     other->ReceiveChangeSet();
     other->Acknowledge(1);
@@ -187,11 +187,11 @@ TEST_F(ImpatientDelivery, DropsASubscriberThatTakesTooLong)
 
 TEST_F(Delivery, DoesNotReachWhoJoinsLater)
 {
-    const auto first = Subscriber("first", 1, kSflow);
+    const auto first = Subscriber("first", 1, kSubscribedSflow);
     SendCommit(Collector("c1"));
     first->ReceiveChangeSet();
     auto joining = std::make_unique<Process>(m_world, "joining");
-    joining->Subscribe(1, 2, kSflow);
+    joining->Subscribe(1, 2, kSubscribedSflow);
     EXPECT_EQ(joining->Ready().commit(), 1U);  // what it loads has the change
     first->Acknowledge(1);
     EXPECT_TRUE(m_client.Receive().ok);
@@ -209,7 +209,7 @@ TEST_F(Delivery, EndsWithTheAgent)
     netconf::Client client = world->Connect();
     netconf::Client waiting = world->Connect();
     Process subscriber(*world, "app");
-    subscriber.Subscribe(1, 1, kSflow);
+    subscriber.Subscribe(1, 1, kSubscribedSflow);
     subscriber.RegisterProvider();
     subscriber.Ready();
     Do(client, EditConfig(Sflow(Collector("c1"))));
@@ -227,7 +227,7 @@ TEST_F(Delivery, EndsWithTheAgent)
 
 TEST_F(Delivery, TakesNoAcknowledgementOfAnotherCommit)
 {
-    const auto subscriber = Subscriber("app", 1, kSflow);
+    const auto subscriber = Subscriber("app", 1, kSubscribedSflow);
     SendCommit(Collector("c1"));
     subscriber->ReceiveChangeSet();
     subscriber->Acknowledge(99);

@@ -172,9 +172,9 @@ private:
     Draw& m_draw;
 };
 
-class Writer {
+class EditWriter {
 public:
-    explicit Writer(Draw& draw) : m_draw(draw), m_isPlain(draw.OneIn(2)) {}
+    explicit EditWriter(Draw& draw) : m_draw(draw), m_isPlain(draw.OneIn(2)) {}
 
     void Siblings(const std::vector<EditNode>& siblings, const std::string& ns)
     {
@@ -280,7 +280,7 @@ EditParameters DrawParameters(Draw& draw)
 
 std::string Written(Draw& draw, const std::vector<EditNode>& edit)
 {
-    Writer writer(draw);
+    EditWriter writer(draw);
     writer.Siblings(edit, "urn:ietf:params:xml:ns:netconf:base:1.0");
     return std::move(writer.m_text);
 }

@@ -204,8 +204,8 @@ private:
     std::unique_ptr<CallpointServer> m_callpoint;  // goes last: it ends with the agent
     std::unique_ptr<World> m_world = std::make_unique<World>();
     std::unique_ptr<netconf::Client> m_client;
-    State m_state;         // of the candidate
-    State m_runningState;  // of running
+    ModelState m_state;         // of the candidate
+    ModelState m_runningState;  // of running
     std::string m_candidate;
     std::string m_running;
     int m_done = 0;

@@ -50,7 +50,7 @@ bool HasItsPlace(const EditNode& node)
 
 class Application {
 public:
-    explicit Application(State state) : m_state(std::move(state)) {}
+    explicit Application(ModelState state) : m_state(std::move(state)) {}
 
     bool Run(const std::vector<EditNode>& edit, const std::string& operation)
     {
@@ -58,7 +58,7 @@ public:
         return Siblings(edit, operation, "");
     }
 
-    [[nodiscard]] const State& Result() const { return m_state; }
+    [[nodiscard]] const ModelState& Result() const { return m_state; }
     [[nodiscard]] bool IsDoubtful() const { return m_isDoubtful; }
 
 private:
@@ -164,7 +164,7 @@ private:
         }
     }
 
-    State m_state;
+    ModelState m_state;
     std::set<std::string> m_byCallpoint;  // leaves: absent for the rest of the edit
     bool m_isDoubtful = false;
 };
@@ -197,7 +197,7 @@ public:
         return true;
     }
 
-    State m_state;
+    ModelState m_state;
 
 private:
     struct Open {
@@ -210,7 +210,7 @@ private:
 
 }  // namespace
 
-State StateOf(const std::string& data)
+ModelState StateOf(const std::string& data)
 {
     StateReader reader;
     if (data.empty()) return {};
@@ -219,10 +219,10 @@ State StateOf(const std::string& data)
     return std::move(reader.m_state);
 }
 
-std::string Difference(const State& wanted, const State& found)
+std::string Difference(const ModelState& wanted, const ModelState& found)
 {
     std::string text;
-    const auto tell = [&text](const char* what, const State& from, const State& other) {
+    const auto tell = [&text](const char* what, const ModelState& from, const ModelState& other) {
         for (const auto& [path, value] : from) {
             const auto at = other.find(path);
             if (at == other.end() || at->second != value) text += what + path + " = " + value + '\n';
@@ -233,7 +233,7 @@ std::string Difference(const State& wanted, const State& found)
     return text;
 }
 
-bool IsValid(const State& state)
+bool IsValid(const ModelState& state)
 {
     const std::string collector = std::string(kSflowPath) + "/collector[";
     return std::all_of(state.begin(), state.end(), [&](const auto& each) {
@@ -245,7 +245,7 @@ bool IsValid(const State& state)
     });
 }
 
-Expected Expect(const State& before, const std::vector<EditNode>& edit, const EditParameters& parameters)
+Expected Expect(const ModelState& before, const std::vector<EditNode>& edit, const EditParameters& parameters)
 {
     static constexpr std::array<std::string_view, 4> kDefaults{"", "merge", "replace", "none"};
     static constexpr std::array<std::string_view, 4> kTests{"", "test-then-set", "set", "test-only"};

@@ -30,14 +30,14 @@ const ModelNode& ModelRoot();
 
 /// What is configured: "/config/oam/sflow/collector[c1]" for an entry, "…[c1]/port" for a leaf, with its
 /// value.
-using State = std::map<std::string, std::string>;
+using ModelState = std::map<std::string, std::string>;
 
 /// The same of what get-config gives. Throws std::runtime_error for a text that is no XML.
-State StateOf(const std::string& data);
-std::string Difference(const State& wanted, const State& found);
+ModelState StateOf(const std::string& data);
+std::string Difference(const ModelState& wanted, const ModelState& found);
 
 /// Every collector has an address, and what is referred to is there.
-bool IsValid(const State& state);
+bool IsValid(const ModelState& state);
 
 /// One element of an edit.
 struct EditNode {
@@ -62,9 +62,10 @@ constexpr std::string_view kCallpointRate = "7777";
 struct Expected {
     /// kEither: what the standard and the model leave open, such as blanks around a number.
     enum class Answer : std::uint8_t { kOk, kRefused, kEither } answer = Answer::kRefused;
-    State after;  // where the answer is ok
+    ModelState after;  // where the answer is ok
 };
-Expected Expect(const State& before, const std::vector<EditNode>& edit, const EditParameters& parameters);
+Expected Expect(const ModelState& before, const std::vector<EditNode>& edit,
+                const EditParameters& parameters);
 
 }  // namespace agent_tests
 

@@ -17,47 +17,49 @@ constexpr char kIfs[] = "urn:switch:yang:switch-interfaces";
 constexpr char kSf[] = "urn:switch:yang:switch-oam-sflow";
 constexpr std::size_t kMostOfName = 64;
 
-ModelNode Leaf(const char* ns, const char* name, Type type, std::uint32_t least = 0, std::uint32_t most = 0)
+ModelNode LeafNode(const char* ns, const char* name, Type type, std::uint32_t least = 0,
+                   std::uint32_t most = 0)
 {
     return {name, ns, Kind::kLeaf, type, least, most, {}};
 }
 
-ModelNode Container(const char* ns, const char* name, std::vector<ModelNode> children)
+ModelNode ContainerNode(const char* ns, const char* name, std::vector<ModelNode> children)
 {
     return {name, ns, Kind::kContainer, {}, 0, 0, std::move(children)};
 }
 
-ModelNode List(const char* ns, const char* name, std::vector<ModelNode> children)
+ModelNode ListNode(const char* ns, const char* name, std::vector<ModelNode> children)
 {
     return {name, ns, Kind::kList, {}, 0, 0, std::move(children)};
 }
 
 ModelNode MakeRoot()
 {
-    const ModelNode reference = Leaf(kSf, "name", Type::kCollectorName);
-    const ModelNode address = Container(kIfs, "address", {Leaf(kIfs, "ip", Type::kIpv4Plen)});
+    const ModelNode reference = LeafNode(kSf, "name", Type::kCollectorName);
+    const ModelNode address = ContainerNode(kIfs, "address", {LeafNode(kIfs, "ip", Type::kIpv4Plen)});
     const ModelNode management =
-        List(kIfs, "mgmt", {Leaf(kIfs, "name", Type::kName), Container(kIfs, "ipv4", {address})});
+        ListNode(kIfs, "mgmt", {LeafNode(kIfs, "name", Type::kName), ContainerNode(kIfs, "ipv4", {address})});
     const ModelNode collector =
-        List(kSf, "collector",
-             {Leaf(kSf, "name", Type::kCollectorName), Leaf(kSf, "enabled", Type::kBool),
-              Leaf(kSf, "ip", Type::kIpv4), Leaf(kSf, "datagram-size", Type::kNumber, 200, 9000),
-              Leaf(kSf, "port", Type::kNumber, 1, 65535)});
-    const ModelNode interface =
-        List(kSf, "interface",
-             {Leaf(kSf, "name", Type::kName), Leaf(kSf, "sampling-rate", Type::kNumber, 1, 16777215),
-              Leaf(kSf, "default-sampling-rate", Type::kNumber, 0, 4294967295U),
-              Leaf(kSf, "max-header-size", Type::kNumber, 16, 512),
-              Leaf(kSf, "polling-interval", Type::kNumber, 0, 3600),
-              List(kSf, "flow-sampling-collector", {reference}),
-              List(kSf, "counter-sampling-collector", {reference})});
-    const ModelNode agent = Container(kSf, "agent", {Leaf(kSf, "ipv4", Type::kIpv4)});
-    return Container(kCfg, "config",
-                     {Container(kIfs, "interface", {management}),
-                      Container(kSf, "oam", {Container(kSf, "sflow", {agent, collector, interface})})});
+        ListNode(kSf, "collector",
+                 {LeafNode(kSf, "name", Type::kCollectorName), LeafNode(kSf, "enabled", Type::kBool),
+                  LeafNode(kSf, "ip", Type::kIpv4), LeafNode(kSf, "datagram-size", Type::kNumber, 200, 9000),
+                  LeafNode(kSf, "port", Type::kNumber, 1, 65535)});
+    const ModelNode interface = ListNode(
+        kSf, "interface",
+        {LeafNode(kSf, "name", Type::kName), LeafNode(kSf, "sampling-rate", Type::kNumber, 1, 16777215),
+         LeafNode(kSf, "default-sampling-rate", Type::kNumber, 0, 4294967295U),
+         LeafNode(kSf, "max-header-size", Type::kNumber, 16, 512),
+         LeafNode(kSf, "polling-interval", Type::kNumber, 0, 3600),
+         ListNode(kSf, "flow-sampling-collector", {reference}),
+         ListNode(kSf, "counter-sampling-collector", {reference})});
+    const ModelNode agent = ContainerNode(kSf, "agent", {LeafNode(kSf, "ipv4", Type::kIpv4)});
+    return ContainerNode(
+        kCfg, "config",
+        {ContainerNode(kIfs, "interface", {management}),
+         ContainerNode(kSf, "oam", {ContainerNode(kSf, "sflow", {agent, collector, interface})})});
 }
 
-bool Matches(const std::string& text, const char* pattern)
+bool HasForm(const std::string& text, const char* pattern)
 {
     return std::regex_match(text, std::regex(pattern));
 }
@@ -119,7 +121,7 @@ ModelValue ValueOf(const ModelNode& leaf, const std::string& text)
     }
     const std::size_t slash = text.find('/');
     if (slash == std::string::npos || !IsAddress(text.substr(0, slash))) return {};
-    return exactly(Matches(text.substr(slash + 1), "[0-9]|[12][0-9]|3[0-2]"));
+    return exactly(HasForm(text.substr(slash + 1), "[0-9]|[12][0-9]|3[0-2]"));
 }
 
 }  // namespace agent_tests

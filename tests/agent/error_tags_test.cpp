@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "agent/agent_world.h"
+#include "agent/rpc_text.h"
 
 namespace agent_tests {
 namespace {
@@ -17,13 +18,7 @@ namespace {
 using netconf::EditConfig;
 using testing::HasSubstr;
 
-std::string Rpc(const std::string& operation, const std::string& attributes = "message-id=\"1\"")
-{
-    return "<rpc xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" " + attributes + ">" + operation +
-           "</rpc>";
-}
-
-std::string Edit(const std::string& content) { return Rpc(EditConfig(Sflow(content))); }
+std::string EditRpc(const std::string& content) { return InRpc(EditConfig(Sflow(content))); }
 
 std::string Nested(int depth)
 {
@@ -36,7 +31,7 @@ std::string Nested(int depth)
     return "<get><filter>" + begin + end + "</filter></get>";
 }
 
-struct Row {
+struct ErrorTagRow {
     const char* tag;
     const char* type;
     std::string message;
@@ -45,9 +40,9 @@ struct Row {
     const char* said = "";          // part of the message
 };
 
-void PrintTo(const Row& row, std::ostream* out) { *out << row.tag; }
+void PrintTo(const ErrorTagRow& row, std::ostream* out) { *out << row.tag; }
 
-class ErrorTags : public testing::TestWithParam<Row> {
+class ErrorTags : public testing::TestWithParam<ErrorTagRow> {
 protected:
     World m_world;
     netconf::Client m_other = m_world.Connect();
@@ -76,7 +71,7 @@ void ExpectDeclared(const std::string& xml, const std::string& path)
 
 TEST_P(ErrorTags, IsGiven)
 {
-    const Row& row = GetParam();
+    const ErrorTagRow& row = GetParam();
     Do(m_client, EditConfig(Sflow(Collector("c1"))));
     Do(m_client, netconf::Commit());
     Do(m_other, "<lock><target><running/></target></lock>");
@@ -95,115 +90,123 @@ TEST_P(ErrorTags, IsGiven)
     Do(m_client, "<discard-changes/>");
 }
 
-const std::string kC1 = "<collector><name>c1</name>";
+const std::string kC1Begin = "<collector><name>c1</name>";
 
 INSTANTIATE_TEST_SUITE_P(
     Table, ErrorTags,
     testing::Values(
-        Row{"in-use", "protocol", Rpc("<commit/>"), {}},
-        Row{"invalid-value",
-            "application",
-            Edit(kC1 + "<port>70000</port></collector>"),
-            {},
-            "/switch-oam-sflow:port",
-            "\"70000\""},
-        Row{"invalid-value",
+        ErrorTagRow{"in-use", "protocol", InRpc("<commit/>"), {}},
+        ErrorTagRow{"invalid-value",
+                    "application",
+                    EditRpc(kC1Begin + "<port>70000</port></collector>"),
+                    {},
+                    "/switch-oam-sflow:port",
+                    "\"70000\""},
+        ErrorTagRow{"invalid-value",
+                    "protocol",
+                    InRpc("<kill-session><session-id>x</session-id></kill-session>"),
+                    {},
+                    "/ietf-netconf:rpc/ietf-netconf:kill-session/ietf-netconf:session-id",
+                    "\"x\""},
+        ErrorTagRow{"too-big",
+                    "application",
+                    EditRpc(kC1Begin + "<port>" + std::string(70'000, '1') + "</port></collector>"),
+                    {},
+                    "/switch-oam-sflow:port"},
+        ErrorTagRow{"too-big", "rpc", InRpc(Nested(200)), {}, "", "128"},
+        ErrorTagRow{"too-big",
+                    "protocol",
+                    InRpc("<get-config><source><running/></source><filter><config xmlns='urn:x'>" +
+                          std::string(70'000, 'x') + "</config></filter></get-config>"),
+                    {}},
+        ErrorTagRow{
+            "bad-attribute",
             "protocol",
-            Rpc("<kill-session><session-id>x</session-id></kill-session>"),
-            {},
-            "/ietf-netconf:rpc/ietf-netconf:kill-session/ietf-netconf:session-id",
-            "\"x\""},
-        Row{"too-big",
-            "application",
-            Edit(kC1 + "<port>" + std::string(70'000, '1') + "</port></collector>"),
-            {},
-            "/switch-oam-sflow:port"},
-        Row{"too-big", "rpc", Rpc(Nested(200)), {}, "", "128"},
-        Row{"too-big",
-            "protocol",
-            Rpc("<get-config><source><running/></source><filter><config xmlns='urn:x'>" +
-                std::string(70'000, 'x') + "</config></filter></get-config>"),
-            {}},
-        Row{"bad-attribute",
-            "protocol",
-            Rpc("<get-config><source><running/></source><filter type='xpath' select='/'/></get-config>"),
+            InRpc("<get-config><source><running/></source><filter type='xpath' select='/'/></get-config>"),
             {"bad-attribute", "bad-element"},
             "",
             "\"xpath\""},
-        Row{"operation-not-supported",
-            "protocol",
-            Rpc(EditConfig(Sflow(""), {"", "", "continue-on-error"})),
-            {},
-            "",
-            "continue-on-error"},
-        Row{"operation-not-supported", "protocol", Rpc("<commit><confirmed/></commit>"), {}, "", "confirmed"},
-        Row{"missing-attribute", "rpc", Rpc("<commit/>", ""), {"bad-attribute", "bad-element"}},
-        Row{"bad-attribute",
-            "application",
-            Edit("<agent nc:operation='melt'/>"),
-            {"bad-attribute", "bad-element"},
-            "/switch-oam-sflow:agent",
-            "\"melt\""},
-        Row{"bad-attribute",
-            "application",
-            Edit("<collector><name nc:operation='delete'>c1</name></collector>"),
-            {"bad-attribute", "bad-element"},
-            "/switch-oam-sflow:name"},
-        Row{"unknown-attribute",
-            "application",
-            Edit("<agent operation='delete'/>"),
-            {"bad-attribute", "bad-element"},
-            "/switch-oam-sflow:agent"},
-        Row{"missing-element",
-            "application",
-            Edit("<collector/>"),
-            {"bad-element"},
-            "/switch-oam-sflow:collector"},
-        Row{"missing-element",
-            "protocol",
-            Rpc("<kill-session/>"),
-            {"bad-element"},
-            "/ietf-netconf:rpc/ietf-netconf:kill-session/ietf-netconf:session-id"},
-        Row{"missing-element",
-            "protocol",
-            Rpc("<get-config/>"),
-            {"bad-element"},
-            "/ietf-netconf:rpc/ietf-netconf:get-config/ietf-netconf:source"},
-        Row{"missing-element",
-            "protocol",
-            Rpc("<edit-config><target><candidate/></target></edit-config>"),
-            {"bad-element"},
-            "/ietf-netconf:rpc/ietf-netconf:edit-config/ietf-netconf:config"},
-        Row{"missing-element", "rpc", Rpc(""), {"bad-element"}},
-        Row{"bad-element",
-            "application",
-            Edit(kC1 + "<name>c2</name></collector>"),
-            {"bad-element"},
-            "/switch-oam-sflow:collector[switch-oam-sflow:name='c1']/switch-oam-sflow:name"},
-        Row{"unknown-element",
-            "application",
-            Edit(kC1 + "<colour/></collector>"),
-            {"bad-element"},
-            "/switch-oam-sflow:colour"},
-        Row{"unknown-namespace",
-            "application",
-            Edit("<x xmlns='urn:x'/>"),
-            {"bad-element", "bad-namespace"},
-            "/switch-oam-sflow:sflow"},
-        Row{"lock-denied", "protocol", Rpc("<lock><target><running/></target></lock>"), {"session-id"}},
-        Row{"data-exists",
-            "application",
-            Edit("<collector nc:operation='create'><name>c1</name></collector>"),
-            {},
-            "/switch-oam-sflow:collector[switch-oam-sflow:name='c1']"},
-        Row{"data-missing",
-            "application",
-            Edit("<collector nc:operation='delete'><name>c9</name></collector>"),
-            {},
-            "/switch-oam-sflow:collector[switch-oam-sflow:name='c9']"},
-        Row{"operation-not-supported", "protocol", Rpc("<make-tea/>"), {"bad-element"}},
-        Row{"operation-failed", "protocol", Rpc("<unlock><target><running/></target></unlock>"), {}},
-        Row{"malformed-message", "rpc", Rpc("<commit>"), {}}),
+        ErrorTagRow{"operation-not-supported",
+                    "protocol",
+                    InRpc(EditConfig(Sflow(""), {"", "", "continue-on-error"})),
+                    {},
+                    "",
+                    "continue-on-error"},
+        ErrorTagRow{"operation-not-supported",
+                    "protocol",
+                    InRpc("<commit><confirmed/></commit>"),
+                    {},
+                    "",
+                    "confirmed"},
+        ErrorTagRow{"missing-attribute", "rpc", InRpc("<commit/>", ""), {"bad-attribute", "bad-element"}},
+        ErrorTagRow{"bad-attribute",
+                    "application",
+                    EditRpc("<agent nc:operation='melt'/>"),
+                    {"bad-attribute", "bad-element"},
+                    "/switch-oam-sflow:agent",
+                    "\"melt\""},
+        ErrorTagRow{"bad-attribute",
+                    "application",
+                    EditRpc("<collector><name nc:operation='delete'>c1</name></collector>"),
+                    {"bad-attribute", "bad-element"},
+                    "/switch-oam-sflow:name"},
+        ErrorTagRow{"unknown-attribute",
+                    "application",
+                    EditRpc("<agent operation='delete'/>"),
+                    {"bad-attribute", "bad-element"},
+                    "/switch-oam-sflow:agent"},
+        ErrorTagRow{"missing-element",
+                    "application",
+                    EditRpc("<collector/>"),
+                    {"bad-element"},
+                    "/switch-oam-sflow:collector"},
+        ErrorTagRow{"missing-element",
+                    "protocol",
+                    InRpc("<kill-session/>"),
+                    {"bad-element"},
+                    "/ietf-netconf:rpc/ietf-netconf:kill-session/ietf-netconf:session-id"},
+        ErrorTagRow{"missing-element",
+                    "protocol",
+                    InRpc("<get-config/>"),
+                    {"bad-element"},
+                    "/ietf-netconf:rpc/ietf-netconf:get-config/ietf-netconf:source"},
+        ErrorTagRow{"missing-element",
+                    "protocol",
+                    InRpc("<edit-config><target><candidate/></target></edit-config>"),
+                    {"bad-element"},
+                    "/ietf-netconf:rpc/ietf-netconf:edit-config/ietf-netconf:config"},
+        ErrorTagRow{"missing-element", "rpc", InRpc(""), {"bad-element"}},
+        ErrorTagRow{"bad-element",
+                    "application",
+                    EditRpc(kC1Begin + "<name>c2</name></collector>"),
+                    {"bad-element"},
+                    "/switch-oam-sflow:collector[switch-oam-sflow:name='c1']/switch-oam-sflow:name"},
+        ErrorTagRow{"unknown-element",
+                    "application",
+                    EditRpc(kC1Begin + "<colour/></collector>"),
+                    {"bad-element"},
+                    "/switch-oam-sflow:colour"},
+        ErrorTagRow{"unknown-namespace",
+                    "application",
+                    EditRpc("<x xmlns='urn:x'/>"),
+                    {"bad-element", "bad-namespace"},
+                    "/switch-oam-sflow:sflow"},
+        ErrorTagRow{
+            "lock-denied", "protocol", InRpc("<lock><target><running/></target></lock>"), {"session-id"}},
+        ErrorTagRow{"data-exists",
+                    "application",
+                    EditRpc("<collector nc:operation='create'><name>c1</name></collector>"),
+                    {},
+                    "/switch-oam-sflow:collector[switch-oam-sflow:name='c1']"},
+        ErrorTagRow{"data-missing",
+                    "application",
+                    EditRpc("<collector nc:operation='delete'><name>c9</name></collector>"),
+                    {},
+                    "/switch-oam-sflow:collector[switch-oam-sflow:name='c9']"},
+        ErrorTagRow{"operation-not-supported", "protocol", InRpc("<make-tea/>"), {"bad-element"}},
+        ErrorTagRow{
+            "operation-failed", "protocol", InRpc("<unlock><target><running/></target></unlock>"), {}},
+        ErrorTagRow{"malformed-message", "rpc", InRpc("<commit>"), {}}),
     [](const auto& each) {
         std::string name = each.param.tag + std::to_string(each.index);
         for (char& c : name)

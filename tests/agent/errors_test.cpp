@@ -13,13 +13,13 @@ namespace {
 
 using cdb::ErrorTag;
 
-struct Case {
+struct TagCase {
     ErrorTag tag;
     const char* name;
     const char* type;
 };
 
-class TagTest : public testing::TestWithParam<Case> {};
+class TagTest : public testing::TestWithParam<TagCase> {};
 
 TEST_P(TagTest, HasTheStandardsName)
 {
@@ -33,24 +33,24 @@ TEST_P(TagTest, HasTheStandardsName)
 
 INSTANTIATE_TEST_SUITE_P(
     Table, TagTest,
-    testing::Values(Case{ErrorTag::kInUse, "in-use", "protocol"},
-                    Case{ErrorTag::kInvalidValue, "invalid-value", "application"},
-                    Case{ErrorTag::kTooBig, "too-big", "application"},
-                    Case{ErrorTag::kMissingAttribute, "missing-attribute", "application"},
-                    Case{ErrorTag::kBadAttribute, "bad-attribute", "application"},
-                    Case{ErrorTag::kUnknownAttribute, "unknown-attribute", "application"},
-                    Case{ErrorTag::kMissingElement, "missing-element", "application"},
-                    Case{ErrorTag::kBadElement, "bad-element", "application"},
-                    Case{ErrorTag::kUnknownElement, "unknown-element", "application"},
-                    Case{ErrorTag::kUnknownNamespace, "unknown-namespace", "application"},
-                    Case{ErrorTag::kAccessDenied, "access-denied", "application"},
-                    Case{ErrorTag::kLockDenied, "lock-denied", "protocol"},
-                    Case{ErrorTag::kResourceDenied, "resource-denied", "application"},
-                    Case{ErrorTag::kDataExists, "data-exists", "application"},
-                    Case{ErrorTag::kDataMissing, "data-missing", "application"},
-                    Case{ErrorTag::kOperationNotSupported, "operation-not-supported", "application"},
-                    Case{ErrorTag::kOperationFailed, "operation-failed", "application"},
-                    Case{ErrorTag::kMalformedMessage, "malformed-message", "rpc"}),
+    testing::Values(TagCase{ErrorTag::kInUse, "in-use", "protocol"},
+                    TagCase{ErrorTag::kInvalidValue, "invalid-value", "application"},
+                    TagCase{ErrorTag::kTooBig, "too-big", "application"},
+                    TagCase{ErrorTag::kMissingAttribute, "missing-attribute", "application"},
+                    TagCase{ErrorTag::kBadAttribute, "bad-attribute", "application"},
+                    TagCase{ErrorTag::kUnknownAttribute, "unknown-attribute", "application"},
+                    TagCase{ErrorTag::kMissingElement, "missing-element", "application"},
+                    TagCase{ErrorTag::kBadElement, "bad-element", "application"},
+                    TagCase{ErrorTag::kUnknownElement, "unknown-element", "application"},
+                    TagCase{ErrorTag::kUnknownNamespace, "unknown-namespace", "application"},
+                    TagCase{ErrorTag::kAccessDenied, "access-denied", "application"},
+                    TagCase{ErrorTag::kLockDenied, "lock-denied", "protocol"},
+                    TagCase{ErrorTag::kResourceDenied, "resource-denied", "application"},
+                    TagCase{ErrorTag::kDataExists, "data-exists", "application"},
+                    TagCase{ErrorTag::kDataMissing, "data-missing", "application"},
+                    TagCase{ErrorTag::kOperationNotSupported, "operation-not-supported", "application"},
+                    TagCase{ErrorTag::kOperationFailed, "operation-failed", "application"},
+                    TagCase{ErrorTag::kMalformedMessage, "malformed-message", "rpc"}),
     [](const auto& each) {
         std::string name = each.param.name;
         for (char& c : name)

@@ -70,13 +70,13 @@ TEST_F(InitialFile, IsForAnEmptyStore)
     EXPECT_EQ(m_store->LastCommit(), 1U);
 }
 
-struct Case {
+struct BadFile {
     const char* name;
     std::string text;
     const char* message;
 };
 
-class BadInitialFile : public InitialFile, public testing::WithParamInterface<Case> {};
+class BadInitialFile : public InitialFile, public testing::WithParamInterface<BadFile> {};
 
 TEST_P(BadInitialFile, IsRefusedAndChangesNothing)
 {
@@ -95,21 +95,21 @@ std::string InJson(const std::string& sflow)
 INSTANTIATE_TEST_SUITE_P(
     Table, BadInitialFile,
     testing::Values(
-        Case{"Empty", " \n", "it is empty"}, Case{"Neither", "config", "neither JSON"},
-        Case{"MalformedJson", "{\n \"a\": ]\n}", "line 2, column 7"},
-        Case{"MalformedXml", "<config>\n <a>\n</config>", "line 3, column 3"},
-        Case{"DeepJson", InJson("\"collector\":" + std::string(1000, '[') + std::string(1000, ']')),
-             "an array where \"collector\" can't have one"},
-        Case{"TwinsWithoutNamespace", "<a xmlns=''/><a xmlns='urn:x'/>",
-             "line 1, column 1: element \"a\" has"},
-        Case{"KeyTwice", InJson(R"("collector":[{"name":"c7","name":"c8"}])"), "given twice"},
-        Case{"UnknownLeaf", InJson(R"("speed":1)"), "speed"},
-        Case{"UnknownModule", R"({"other:config":{}})", "other"},
-        Case{"OutOfRange", InJson(R"("collector":[{"name":"c1","ip":"192.0.2.1","port":0}])"), "0"},
-        Case{"MissingLeaf", InJson(R"("collector":[{"name":"c1"}])"), "ip"},
-        Case{"MissingCollector",
-             InJson(R"("interface":[{"name":"e","flow-sampling-collector":[{"name":"c1"}]}])"), "c1"},
-        Case{"State", R"({"switch-state:state":{"system":{}}})", "state"}),
+        BadFile{"Empty", " \n", "it is empty"}, BadFile{"Neither", "config", "neither JSON"},
+        BadFile{"MalformedJson", "{\n \"a\": ]\n}", "line 2, column 7"},
+        BadFile{"MalformedXml", "<config>\n <a>\n</config>", "line 3, column 3"},
+        BadFile{"DeepJson", InJson("\"collector\":" + std::string(1000, '[') + std::string(1000, ']')),
+                "an array where \"collector\" can't have one"},
+        BadFile{"TwinsWithoutNamespace", "<a xmlns=''/><a xmlns='urn:x'/>",
+                "line 1, column 1: element \"a\" has"},
+        BadFile{"KeyTwice", InJson(R"("collector":[{"name":"c7","name":"c8"}])"), "given twice"},
+        BadFile{"UnknownLeaf", InJson(R"("speed":1)"), "speed"},
+        BadFile{"UnknownModule", R"({"other:config":{}})", "other"},
+        BadFile{"OutOfRange", InJson(R"("collector":[{"name":"c1","ip":"192.0.2.1","port":0}])"), "0"},
+        BadFile{"MissingLeaf", InJson(R"("collector":[{"name":"c1"}])"), "ip"},
+        BadFile{"MissingCollector",
+                InJson(R"("interface":[{"name":"e","flow-sampling-collector":[{"name":"c1"}]}])"), "c1"},
+        BadFile{"State", R"({"switch-state:state":{"system":{}}})", "state"}),
     [](const auto& each) { return std::string(each.param.name); });
 
 TEST_F(InitialFile, ThatIsMissingIsNamed)

@@ -21,19 +21,14 @@ namespace {
 using agent::Defaults;
 using agent::FilterNode;
 using agent::SubtreeFilter;
+using agent_tests::DataSchema;
 using agent_tests::Draw;
 using agent_tests::Schema;
 
 constexpr std::array kModes{Defaults::kExplicit, Defaults::kTrim, Defaults::kReportAll};
 
-const agent::DataSchema& DataSchema()
-{
-    static const agent::DataSchema schema(Schema());
-    return schema;
-}
-
-std::string Written(agent::DataSource& source, const std::optional<SubtreeFilter>& filter,
-                    Defaults defaults = Defaults::kExplicit, agent::ReadAccess access = nullptr)
+std::string WrittenFrom(agent::DataSource& source, const std::optional<SubtreeFilter>& filter,
+                        Defaults defaults = Defaults::kExplicit, agent::ReadAccess access = nullptr)
 {
     std::optional<agent::FilterPlan> plan;
     if (filter) plan = std::get<agent::FilterPlan>(agent::FilterPlan::Make(DataSchema(), *filter));
@@ -89,8 +84,8 @@ TEST(ReadProperty, RowsAndTreesGiveWhatTheFilterMeans)
                            std::to_string(static_cast<int>(mode)) + ": " +
                            (filter ? agent_tests::ToText(*filter) : "no filter");
                 };
-                ASSERT_EQ(Written(tree, filter, mode), expected) << trace();
-                ASSERT_EQ(Written(rowSource, filter, mode), expected) << trace();
+                ASSERT_EQ(WrittenFrom(tree, filter, mode), expected) << trace();
+                ASSERT_EQ(WrittenFrom(rowSource, filter, mode), expected) << trace();
                 if (!expected.empty() && filter) ++selected;
             }
         }
@@ -98,7 +93,7 @@ TEST(ReadProperty, RowsAndTreesGiveWhatTheFilterMeans)
     EXPECT_GT(selected, 1000) << "of the filters most select nothing";
 }
 
-constexpr const char* kState = R"({"switch-state:state": {"system": {
+constexpr const char* kStateJson = R"({"switch-state:state": {"system": {
   "process": [
     {"name": "b", "pid": 2, "subscription": ["/config/a", "/config/b"], "callpoint": ["x"]},
     {"name": "a", "pid": 10, "subscription": ["/config/b"]},
@@ -108,7 +103,8 @@ constexpr const char* kState = R"({"switch-state:state": {"system": {
 TEST(ReadProperty, StateGivesWhatTheFilterMeans)
 {
     lyd_node* raw = nullptr;
-    ASSERT_EQ(lyd_parse_data_mem(Schema().Context(), kState, LYD_JSON, LYD_PARSE_ONLY, 0, &raw), LY_SUCCESS)
+    ASSERT_EQ(lyd_parse_data_mem(Schema().Context(), kStateJson, LYD_JSON, LYD_PARSE_ONLY, 0, &raw),
+              LY_SUCCESS)
         << ly_errmsg(Schema().Context());
     const agent::Tree tree(raw);
     agent::TreeSource source(tree.get());
@@ -118,13 +114,14 @@ TEST(ReadProperty, StateGivesWhatTheFilterMeans)
     for (int i = 0; i < 3000; ++i) {
         const auto filter = i == 0 ? std::nullopt : std::optional(filters.Make(draw));
         const std::string expected = Slowly(tree.get(), filter, Defaults::kExplicit);
-        ASSERT_EQ(Written(source, filter), expected) << (filter ? agent_tests::ToText(*filter) : "no filter");
+        ASSERT_EQ(WrittenFrom(source, filter), expected)
+            << (filter ? agent_tests::ToText(*filter) : "no filter");
         if (!expected.empty() && filter) ++selected;
     }
     EXPECT_GT(selected, 500) << "of the filters most select nothing";
 }
 
-FilterNode Node(std::string name, std::vector<FilterNode> children = {}, std::string text = {})
+FilterNode Element(std::string name, std::vector<FilterNode> children = {}, std::string text = {})
 {
     FilterNode node;
     node.name = std::move(name);
@@ -133,9 +130,9 @@ FilterNode Node(std::string name, std::vector<FilterNode> children = {}, std::st
     return node;
 }
 
-SubtreeFilter InSflow(std::vector<FilterNode> children)
+SubtreeFilter SflowFilter(std::vector<FilterNode> children)
 {
-    return {Node("config", {Node("oam", {Node("sflow", std::move(children))})})};
+    return {Element("config", {Element("oam", {Element("sflow", std::move(children))})})};
 }
 
 std::string Refusal(const SubtreeFilter& filter, const agent::FilterLimits& limits = {})
@@ -149,15 +146,15 @@ std::string Refusal(const SubtreeFilter& filter, const agent::FilterLimits& limi
 
 TEST(FilterPlan, RefusesMoreNodesThanTheLimit)
 {
-    const auto filter = InSflow({Node("collector", {Node("ip")}), Node("interface")});
+    const auto filter = SflowFilter({Element("collector", {Element("ip")}), Element("interface")});
     EXPECT_EQ(Refusal(filter, {.nodes = 6}), "taken");
     EXPECT_EQ(Refusal(filter, {.nodes = 5}), "the filter has more than 5 nodes; ask for less at once");
 }
 
 TEST(FilterPlan, RefusesMoreTestsOfOneAlternativeThanTheLimit)
 {
-    std::vector<FilterNode> tests(4, Node("name", {}, "c1"));
-    const auto filter = InSflow({Node("collector", tests)});
+    std::vector<FilterNode> tests(4, Element("name", {}, "c1"));
+    const auto filter = SflowFilter({Element("collector", tests)});
     EXPECT_EQ(Refusal(filter, {.tests = 4}), "taken");
     EXPECT_EQ(
         Refusal(filter, {.tests = 3}),
@@ -167,10 +164,10 @@ TEST(FilterPlan, RefusesMoreTestsOfOneAlternativeThanTheLimit)
 
 TEST(FilterPlan, RefusesMoreCombinationsOfLeavesThanTheLimit)
 {
-    const FilterNode ip = Node("ip", {}, "192.0.2.1");
-    const FilterNode port = Node("port", {}, "1");
-    const auto filter =
-        InSflow({Node("collector", {ip}), Node("collector", {port, ip}), Node("collector", {ip, port})});
+    const FilterNode ip = Element("ip", {}, "192.0.2.1");
+    const FilterNode port = Element("port", {}, "1");
+    const auto filter = SflowFilter(
+        {Element("collector", {ip}), Element("collector", {port, ip}), Element("collector", {ip, port})});
     EXPECT_EQ(Refusal(filter, {.combinations = 2}), "taken");
     EXPECT_EQ(
         Refusal(filter, {.combinations = 1}),
@@ -180,10 +177,11 @@ TEST(FilterPlan, RefusesMoreCombinationsOfLeavesThanTheLimit)
 TEST(FilterPlan, JoinsAlternativesOfTheSameEntry)
 {
     const auto named = [](const std::string& name, FilterNode below) {
-        return Node("interface", {Node("name", {}, name), std::move(below)});
+        return Element("interface", {Element("name", {}, name), std::move(below)});
     };
-    const auto filter = InSflow({named("b", Node("sampling-rate")), named("a", Node("sampling-rate")),
-                                 named("b", Node("flow-sampling-collector"))});
+    const auto filter =
+        SflowFilter({named("b", Element("sampling-rate")), named("a", Element("sampling-rate")),
+                     named("b", Element("flow-sampling-collector"))});
     const auto plan = std::get<agent::FilterPlan>(agent::FilterPlan::Make(DataSchema(), filter));
     const auto only = [](const agent::FilterPlan::Branch& branch) -> const agent::FilterPlan::Inner& {
         EXPECT_EQ(branch.inners.size(), 1U);
@@ -233,9 +231,9 @@ TEST(DataWriter, LooksUpEntriesThatAreNamed)
     CountingSource source(tree);
     std::vector<FilterNode> named;
     for (int i = 0; i < 30; ++i)
-        named.push_back(
-            Node("interface", {Node("name", {}, "eth" + std::to_string(i % 20)), Node("sampling-rate")}));
-    Written(source, InSflow(named));
+        named.push_back(Element(
+            "interface", {Element("name", {}, "eth" + std::to_string(i % 20)), Element("sampling-rate")}));
+    WrittenFrom(source, SflowFilter(named));
     EXPECT_EQ(source.lookUps, 20);
     EXPECT_EQ(source.passes, 0);
 }
@@ -248,8 +246,8 @@ TEST(DataWriter, DoesNotLookUpManyEntriesBelowEachOfAList)
     CountingSource source(tree);
     std::vector<FilterNode> named;
     for (int i = 0; i < 30; ++i)
-        named.push_back(Node("flow-sampling-collector", {Node("name", {}, "c" + std::to_string(i))}));
-    Written(source, InSflow({Node("interface", named)}));
+        named.push_back(Element("flow-sampling-collector", {Element("name", {}, "c" + std::to_string(i))}));
+    WrittenFrom(source, SflowFilter({Element("interface", named)}));
     EXPECT_EQ(source.lookUps, 0);
     EXPECT_GT(source.passes, 1);
 }
@@ -301,21 +299,23 @@ protected:
             return text != denied;
         };
         agent::TreeSource source(m_tree.get());
-        std::string text = Written(source, filter, Defaults::kExplicit, access);
+        std::string text = WrittenFrom(source, filter, Defaults::kExplicit, access);
         if (text.empty()) return text;
         const std::size_t begin = text.find("<sflow>") + 7;
         return text.substr(begin, text.find("</sflow>") - begin);
     }
 
     agent::Tree m_tree;
-};
 
-const std::string kAgent = "<agent><ipv4>192.0.2.9</ipv4></agent>";
-const std::string kC1 = "<collector><name>c1</name><ip>192.0.2.1</ip><port>1</port></collector>";
-const std::string kC2 = "<collector><name>c2</name><ip>192.0.2.2</ip></collector>";
-const std::string kEth1 =
-    "<interface><name>eth1</name><flow-sampling-collector><name>c1</name></flow-sampling-collector>"
-    "<flow-sampling-collector><name>c2</name></flow-sampling-collector></interface>";
+    // What stands in sflow.
+    static inline const std::string kAgent = "<agent><ipv4>192.0.2.9</ipv4></agent>";
+    static inline const std::string kC1 =
+        "<collector><name>c1</name><ip>192.0.2.1</ip><port>1</port></collector>";
+    static inline const std::string kC2 = "<collector><name>c2</name><ip>192.0.2.2</ip></collector>";
+    static inline const std::string kEth1 =
+        "<interface><name>eth1</name><flow-sampling-collector><name>c1</name></flow-sampling-collector>"
+        "<flow-sampling-collector><name>c2</name></flow-sampling-collector></interface>";
+};
 
 TEST_F(ReadAccessTest, LeavesOutWhatMayNotBeRead)
 {
@@ -335,11 +335,11 @@ TEST_F(ReadAccessTest, LeavesOutWhatMayNotBeRead)
 
 TEST_F(ReadAccessTest, LeavesOutOfAFilteredReadToo)
 {
-    const auto port = InSflow({Node("collector", {Node("port", {}, "1")})});
+    const auto port = SflowFilter({Element("collector", {Element("port", {}, "1")})});
     EXPECT_EQ(Without("nothing", port), kC1);
     EXPECT_EQ(Without("port{c1}", port), "") << "what may not be read is found by no content match";
-    EXPECT_EQ(Without("collector{c1}", InSflow({Node("collector", {Node("name", {}, "c1")})})), "");
-    EXPECT_EQ(Without("agent", InSflow({Node("agent", {Node("ipv4")})})), "");
+    EXPECT_EQ(Without("collector{c1}", SflowFilter({Element("collector", {Element("name", {}, "c1")})})), "");
+    EXPECT_EQ(Without("agent", SflowFilter({Element("agent", {Element("ipv4")})})), "");
 }
 
 }  // namespace

@@ -65,7 +65,7 @@ int ConnectedTo(const std::filesystem::path& socket)
 }
 
 /// All that a client gets that says nothing.
-std::string AllOf(const std::filesystem::path& socket)
+std::string AllBytesOf(const std::filesystem::path& socket)
 {
     const int descriptor = ConnectedTo(socket);
     std::string all;
@@ -84,7 +84,7 @@ TEST(ResourceDenied, ToASessionTooMany)
     std::vector<netconf::Client> open;
     const std::size_t most = 1 + (::geteuid() == 0 ? agent::Sessions::kReservedForRoot : 0);
     for (std::size_t i = 0; i < most; ++i) open.push_back(world.Connect());
-    const std::string refusal = AllOf(world.NetconfSocket());
+    const std::string refusal = AllBytesOf(world.NetconfSocket());
     EXPECT_THAT(refusal, HasSubstr("<error-tag>resource-denied</error-tag>"));
     EXPECT_THAT(refusal, HasSubstr("<error-type>protocol</error-type>"));
     EXPECT_THAT(refusal, HasSubstr("<error-severity>error</error-severity>"));

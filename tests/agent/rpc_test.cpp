@@ -9,22 +9,19 @@
 #include <variant>
 
 #include "agent/agent_world.h"
+#include "agent/rpc_text.h"
 
 namespace {
 
-const std::string kBase = "urn:ietf:params:xml:ns:netconf:base:1.0";
+using agent_tests::InRpc;
+using agent_tests::kBase;
 
-std::string InRpc(const std::string& operation)
-{
-    return "<rpc xmlns=\"" + kBase + "\" message-id=\"7\">" + operation + "</rpc>";
-}
-
-std::variant<agent::Rpc, agent::BadRpc> Read(const std::string& message, bool base11 = true)
+std::variant<agent::Rpc, agent::BadRpc> ReadMessage(const std::string& message, bool base11 = true)
 {
     return agent::ReadRpc(agent_tests::Index(), message, base11);
 }
 
-struct Case {
+struct BadRpcCase {
     const char* name;
     std::string message;
     const char* type;
@@ -32,11 +29,11 @@ struct Case {
     std::vector<std::pair<std::string, std::string>> info;
 };
 
-class BadRpcTest : public testing::TestWithParam<Case> {};
+class BadRpcTest : public testing::TestWithParam<BadRpcCase> {};
 
 TEST_P(BadRpcTest, IsRefusedWith)
 {
-    const auto result = Read(GetParam().message);
+    const auto result = ReadMessage(GetParam().message);
     const auto* bad = std::get_if<agent::BadRpc>(&result);
     ASSERT_NE(bad, nullptr);
     EXPECT_EQ(bad->error.type, GetParam().type) << bad->error.message;
@@ -59,151 +56,154 @@ const std::string kCandidate = "<target><candidate/></target>";
 INSTANTIATE_TEST_SUITE_P(
     Table, BadRpcTest,
     testing::Values(
-        Case{"Empty", "", "rpc", "malformed-message", {}},
-        Case{"NoXml", "hello", "rpc", "malformed-message", {}},
-        Case{"Unclosed", InRpc("<get>"), "rpc", "malformed-message", {}},
-        Case{"UnclosedCommit", InRpc("<commit>"), "rpc", "malformed-message", {}},
-        Case{"NoUtf8", InRpc("<get>\xff</get>"), "rpc", "malformed-message", {}},
-        Case{"NoUtf8InAnEdit", InRpc("<commit>\xff</commit>"), "rpc", "malformed-message", {}},
-        Case{"DocumentType", "<!DOCTYPE rpc>" + InRpc("<get/>"), "rpc", "malformed-message", {}},
-        Case{"TooDeep",
-             InRpc("<edit-config>" + kCandidate + "<config>" + Deep() + "</config></edit-config>"),
-             "application",
-             "unknown-namespace",
-             {{"bad-element", "a"}, {"bad-namespace", "urn:x"}}},
-        Case{"TooDeepFilter", InRpc("<get><filter>" + Deep() + "</filter></get>"), "rpc", "too-big", {}},
-        Case{"NoRpc",
-             "<hello xmlns=\"" + kBase + "\"/>",
-             "rpc",
-             "unknown-element",
-             {{"bad-element", "hello"}}},
-        Case{"RpcOfAnotherNamespace",
-             "<rpc xmlns='urn:x' message-id='1'><get/></rpc>",
-             "rpc",
-             "unknown-element",
-             {{"bad-element", "rpc"}}},
-        Case{"NoMessageId",
-             "<rpc xmlns=\"" + kBase + "\"><get/></rpc>",
-             "rpc",
-             "missing-attribute",
-             {{"bad-attribute", "message-id"}, {"bad-element", "rpc"}}},
-        Case{"NoOperation", InRpc(""), "rpc", "missing-element", {{"bad-element", "rpcOperation"}}},
-        Case{"UnknownOperation",
-             InRpc("<make-tea/>"),
-             "protocol",
-             "operation-not-supported",
-             {{"bad-element", "make-tea"}}},
-        Case{"UnknownNamespace",
-             InRpc("<get xmlns='urn:x'/>"),
-             "protocol",
-             "operation-not-supported",
-             {{"bad-element", "get"}}},
-        Case{"DataForAnOperation",
-             InRpc("<config xmlns='urn:switch:yang:switch-config'/>"),
-             "protocol",
-             "operation-not-supported",
-             {{"bad-element", "config"}}},
-        Case{"TwoOperations",
-             InRpc("<commit/><commit/>"),
-             "protocol",
-             "unknown-element",
-             {{"bad-element", "commit"}}},
-        Case{"UnknownParameter",
-             InRpc("<commit><now/></commit>"),
-             "protocol",
-             "unknown-element",
-             {{"bad-element", "now"}}},
-        Case{"ParameterOfUnknownNamespace",
-             InRpc("<commit><now xmlns='urn:x'/></commit>"),
-             "protocol",
-             "unknown-namespace",
-             {{"bad-element", "now"}, {"bad-namespace", "urn:x"}}},
-        Case{"UnknownAttribute",
-             InRpc("<commit now='1'/>"),
-             "protocol",
-             "unknown-attribute",
-             {{"bad-attribute", "now"}, {"bad-element", "commit"}}},
-        Case{"MissingParameter",
-             InRpc("<kill-session/>"),
-             "protocol",
-             "missing-element",
-             {{"bad-element", "session-id"}}},
-        Case{"MissingSource",
-             InRpc("<get-config/>"),
-             "protocol",
-             "missing-element",
-             {{"bad-element", "source"}}},
-        Case{"TwoSources",
-             InRpc("<get-config><source><running/><candidate/></source></get-config>"),
-             "protocol",
-             "bad-element",
-             {{"bad-element", "candidate"}}},
-        Case{"UnknownSource",
-             InRpc("<get-config><source><startup/></source></get-config>"),
-             "protocol",
-             "unknown-element",
-             {{"bad-element", "startup"}}},
-        Case{"EditOfRunning",
-             InRpc("<edit-config><target><running/></target><config/></edit-config>"),
-             "protocol",
-             "unknown-element",
-             {{"bad-element", "running"}}},
-        Case{"BadValue",
-             InRpc("<kill-session><session-id>x</session-id></kill-session>"),
-             "protocol",
-             "invalid-value",
-             {{"bad-element", "session-id"}}},
-        Case{"ValueOutOfRange",
-             InRpc("<kill-session><session-id>0</session-id></kill-session>"),
-             "protocol",
-             "invalid-value",
-             {{"bad-element", "session-id"}}},
-        Case{"ParameterTwice",
-             InRpc("<kill-session><session-id>3</session-id><session-id>3</session-id></kill-session>"),
-             "protocol",
-             "bad-element",
-             {{"bad-element", "session-id"}}},
-        Case{"BadOption",
-             InRpc("<edit-config>" + kCandidate +
-                   "<error-option>ignore</error-option><config/></edit-config>"),
-             "protocol",
-             "invalid-value",
-             {{"bad-element", "error-option"}}},
-        Case{"XPathFilter",
-             InRpc("<get><filter type='xpath' select='/x'/></get>"),
-             "protocol",
-             "bad-attribute",
-             {{"bad-attribute", "type"}, {"bad-element", "filter"}}},
-        Case{"TwoFilters",
-             InRpc("<get><filter/><filter/></get>"),
-             "protocol",
-             "bad-element",
-             {{"bad-element", "filter"}}}),
+        BadRpcCase{"Empty", "", "rpc", "malformed-message", {}},
+        BadRpcCase{"NoXml", "hello", "rpc", "malformed-message", {}},
+        BadRpcCase{"Unclosed", InRpc("<get>"), "rpc", "malformed-message", {}},
+        BadRpcCase{"UnclosedCommit", InRpc("<commit>"), "rpc", "malformed-message", {}},
+        BadRpcCase{"NoUtf8", InRpc("<get>\xff</get>"), "rpc", "malformed-message", {}},
+        BadRpcCase{"NoUtf8InAnEdit", InRpc("<commit>\xff</commit>"), "rpc", "malformed-message", {}},
+        BadRpcCase{"DocumentType", "<!DOCTYPE rpc>" + InRpc("<get/>"), "rpc", "malformed-message", {}},
+        BadRpcCase{"TooDeep",
+                   InRpc("<edit-config>" + kCandidate + "<config>" + Deep() + "</config></edit-config>"),
+                   "application",
+                   "unknown-namespace",
+                   {{"bad-element", "a"}, {"bad-namespace", "urn:x"}}},
+        BadRpcCase{
+            "TooDeepFilter", InRpc("<get><filter>" + Deep() + "</filter></get>"), "rpc", "too-big", {}},
+        BadRpcCase{"NoRpc",
+                   "<hello xmlns=\"" + kBase + "\"/>",
+                   "rpc",
+                   "unknown-element",
+                   {{"bad-element", "hello"}}},
+        BadRpcCase{"RpcOfAnotherNamespace",
+                   "<rpc xmlns='urn:x' message-id='1'><get/></rpc>",
+                   "rpc",
+                   "unknown-element",
+                   {{"bad-element", "rpc"}}},
+        BadRpcCase{"NoMessageId",
+                   "<rpc xmlns=\"" + kBase + "\"><get/></rpc>",
+                   "rpc",
+                   "missing-attribute",
+                   {{"bad-attribute", "message-id"}, {"bad-element", "rpc"}}},
+        BadRpcCase{"NoOperation", InRpc(""), "rpc", "missing-element", {{"bad-element", "rpcOperation"}}},
+        BadRpcCase{"UnknownOperation",
+                   InRpc("<make-tea/>"),
+                   "protocol",
+                   "operation-not-supported",
+                   {{"bad-element", "make-tea"}}},
+        BadRpcCase{"UnknownNamespace",
+                   InRpc("<get xmlns='urn:x'/>"),
+                   "protocol",
+                   "operation-not-supported",
+                   {{"bad-element", "get"}}},
+        BadRpcCase{"DataForAnOperation",
+                   InRpc("<config xmlns='urn:switch:yang:switch-config'/>"),
+                   "protocol",
+                   "operation-not-supported",
+                   {{"bad-element", "config"}}},
+        BadRpcCase{"TwoOperations",
+                   InRpc("<commit/><commit/>"),
+                   "protocol",
+                   "unknown-element",
+                   {{"bad-element", "commit"}}},
+        BadRpcCase{"UnknownParameter",
+                   InRpc("<commit><now/></commit>"),
+                   "protocol",
+                   "unknown-element",
+                   {{"bad-element", "now"}}},
+        BadRpcCase{"ParameterOfUnknownNamespace",
+                   InRpc("<commit><now xmlns='urn:x'/></commit>"),
+                   "protocol",
+                   "unknown-namespace",
+                   {{"bad-element", "now"}, {"bad-namespace", "urn:x"}}},
+        BadRpcCase{"UnknownAttribute",
+                   InRpc("<commit now='1'/>"),
+                   "protocol",
+                   "unknown-attribute",
+                   {{"bad-attribute", "now"}, {"bad-element", "commit"}}},
+        BadRpcCase{"MissingParameter",
+                   InRpc("<kill-session/>"),
+                   "protocol",
+                   "missing-element",
+                   {{"bad-element", "session-id"}}},
+        BadRpcCase{"MissingSource",
+                   InRpc("<get-config/>"),
+                   "protocol",
+                   "missing-element",
+                   {{"bad-element", "source"}}},
+        BadRpcCase{"TwoSources",
+                   InRpc("<get-config><source><running/><candidate/></source></get-config>"),
+                   "protocol",
+                   "bad-element",
+                   {{"bad-element", "candidate"}}},
+        BadRpcCase{"UnknownSource",
+                   InRpc("<get-config><source><startup/></source></get-config>"),
+                   "protocol",
+                   "unknown-element",
+                   {{"bad-element", "startup"}}},
+        BadRpcCase{"EditOfRunning",
+                   InRpc("<edit-config><target><running/></target><config/></edit-config>"),
+                   "protocol",
+                   "unknown-element",
+                   {{"bad-element", "running"}}},
+        BadRpcCase{"BadValue",
+                   InRpc("<kill-session><session-id>x</session-id></kill-session>"),
+                   "protocol",
+                   "invalid-value",
+                   {{"bad-element", "session-id"}}},
+        BadRpcCase{"ValueOutOfRange",
+                   InRpc("<kill-session><session-id>0</session-id></kill-session>"),
+                   "protocol",
+                   "invalid-value",
+                   {{"bad-element", "session-id"}}},
+        BadRpcCase{"ParameterTwice",
+                   InRpc("<kill-session><session-id>3</session-id><session-id>3</session-id></kill-session>"),
+                   "protocol",
+                   "bad-element",
+                   {{"bad-element", "session-id"}}},
+        BadRpcCase{"BadOption",
+                   InRpc("<edit-config>" + kCandidate +
+                         "<error-option>ignore</error-option><config/></edit-config>"),
+                   "protocol",
+                   "invalid-value",
+                   {{"bad-element", "error-option"}}},
+        BadRpcCase{"XPathFilter",
+                   InRpc("<get><filter type='xpath' select='/x'/></get>"),
+                   "protocol",
+                   "bad-attribute",
+                   {{"bad-attribute", "type"}, {"bad-element", "filter"}}},
+        BadRpcCase{"TwoFilters",
+                   InRpc("<get><filter/><filter/></get>"),
+                   "protocol",
+                   "bad-element",
+                   {{"bad-element", "filter"}}}),
     [](const auto& each) { return std::string(each.param.name); });
 
 TEST(Rpc, GivesOldClientsNoTagThatTheyDoNotKnow)
 {
-    const auto result = Read("hello", false);
+    const auto result = ReadMessage("hello", false);
     EXPECT_EQ(std::get<agent::BadRpc>(result).error.tag, "operation-failed");
 }
 
 TEST(Rpc, KeepsTheAttributesForTheReply)
 {
-    const auto result = Read("<n:rpc xmlns:n=\"" + kBase +
-                             "\" message-id=\"a&quot;&lt;\" xmlns:p=\"urn:p\" p:x=\"1\" p:y=\"2\" z=\"3\">"
-                             "<n:commit/></n:rpc>");
+    const auto result =
+        ReadMessage("<n:rpc xmlns:n=\"" + kBase +
+                    "\" message-id=\"a&quot;&lt;\" xmlns:p=\"urn:p\" p:x=\"1\" p:y=\"2\" z=\"3\">"
+                    "<n:commit/></n:rpc>");
     EXPECT_EQ(std::get<agent::Rpc>(result).attributes,
               " message-id=\"a&quot;&lt;\" xmlns:p=\"urn:p\" p:x=\"1\" p:y=\"2\" z=\"3\"");
 }
 
 TEST(Rpc, KeepsTheAttributesOfABadOneToo)
 {
-    EXPECT_EQ(std::get<agent::BadRpc>(Read(InRpc("<make-tea/>"))).attributes, " message-id=\"7\"");
+    EXPECT_EQ(std::get<agent::BadRpc>(ReadMessage(InRpc("<make-tea/>", "message-id=\"7\""))).attributes,
+              " message-id=\"7\"");
 }
 
 TEST(Rpc, FillsInTheOperationsDefaults)
 {
-    const auto result = Read(InRpc("<edit-config>" + kCandidate + "<config/></edit-config>"));
+    const auto result = ReadMessage(InRpc("<edit-config>" + kCandidate + "<config/></edit-config>"));
     const auto& rpc = std::get<agent::Rpc>(result);
     EXPECT_EQ(agent::ChildText(rpc.operation.get(), "default-operation"), "merge");
     EXPECT_EQ(agent::ChildText(rpc.operation.get(), "test-option"), "test-then-set");

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "agent/agent_world.h"
+#include "agent/rpc_text.h"
 #include "support/frames.h"
 
 namespace agent_tests {
@@ -17,7 +18,6 @@ namespace {
 using netconf::Framing;
 using testing::HasSubstr;
 
-const std::string kBase = "urn:ietf:params:xml:ns:netconf:base:1.0";
 const std::string kEnd = "]]>]]>";
 
 std::string Hello(const std::string& version = "1.1")
@@ -27,7 +27,7 @@ std::string Hello(const std::string& version = "1.1")
            "</capability></capabilities></hello>" + kEnd;
 }
 
-std::string Get() { return "<rpc xmlns=\"" + kBase + "\" message-id=\"1\"><get/></rpc>"; }
+std::string Get() { return InRpc("<get/>"); }
 
 TEST(Session, OffersWhatItServes)
 {
@@ -89,12 +89,12 @@ TEST(Session, GoesOnAfterAMessageThatIsNoXml)
     Do(client, netconf::Commit());
 }
 
-struct Hostile {
+struct HostileBytes {
     const char* name;
     std::string bytes;  // behind a hello of base:1.1
 };
 
-class HostileTest : public testing::TestWithParam<Hostile> {};
+class HostileTest : public testing::TestWithParam<HostileBytes> {};
 
 TEST_P(HostileTest, EndsItsOwnSessionOnlyAndSaysWhy)
 {
@@ -109,15 +109,14 @@ TEST_P(HostileTest, EndsItsOwnSessionOnlyAndSaysWhy)
     Do(other, netconf::Commit());
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, HostileTest,
-                         testing::Values(Hostile{"NoChunk", Get() + kEnd}, Hostile{"SizeZero", "\n#0\n"},
-                                         Hostile{"HugeChunk", "\n#4294967295\n"},
-                                         Hostile{"OverLimit", "\n#67108865\n"},
-                                         Hostile{"NegativeSize", "\n#-1\n"},
-                                         Hostile{"EmptyMessage", "\n##\n"}),
-                         [](const auto& each) { return std::string(each.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Table, HostileTest,
+    testing::Values(HostileBytes{"NoChunk", Get() + kEnd}, HostileBytes{"SizeZero", "\n#0\n"},
+                    HostileBytes{"HugeChunk", "\n#4294967295\n"}, HostileBytes{"OverLimit", "\n#67108865\n"},
+                    HostileBytes{"NegativeSize", "\n#-1\n"}, HostileBytes{"EmptyMessage", "\n##\n"}),
+    [](const auto& each) { return std::string(each.param.name); });
 
-class BadHelloTest : public testing::TestWithParam<Hostile> {};
+class BadHelloTest : public testing::TestWithParam<HostileBytes> {};
 
 TEST_P(BadHelloTest, EndsTheSession)
 {
@@ -131,14 +130,14 @@ TEST_P(BadHelloTest, EndsTheSession)
 
 INSTANTIATE_TEST_SUITE_P(
     Table, BadHelloTest,
-    testing::Values(Hostile{"NoXml", "hello" + kEnd}, Hostile{"RpcFirst", Get() + kEnd},
-                    Hostile{"NoVersion", "<hello xmlns=\"" + kBase + "\"/>" + kEnd},
-                    Hostile{"OtherVersion", Hello("2.0")},
-                    Hostile{"WithSessionId",
-                            "<hello xmlns=\"" + kBase +
-                                "\"><capabilities><capability>urn:ietf:params:netconf:base:1.0"
-                                "</capability></capabilities><session-id>4</session-id></hello>" +
-                                kEnd}),
+    testing::Values(HostileBytes{"NoXml", "hello" + kEnd}, HostileBytes{"RpcFirst", Get() + kEnd},
+                    HostileBytes{"NoVersion", "<hello xmlns=\"" + kBase + "\"/>" + kEnd},
+                    HostileBytes{"OtherVersion", Hello("2.0")},
+                    HostileBytes{"WithSessionId",
+                                 "<hello xmlns=\"" + kBase +
+                                     "\"><capabilities><capability>urn:ietf:params:netconf:base:1.0"
+                                     "</capability></capabilities><session-id>4</session-id></hello>" +
+                                     kEnd}),
     [](const auto& each) { return std::string(each.param.name); });
 
 TEST(Session, EndsOneThatSaysNoHelloInTime)

@@ -22,7 +22,7 @@ using agent::FilterNode;
 using Alternatives = std::vector<const FilterNode*>;
 
 /// What a filter leaves of one data node.
-struct Selection {
+struct SlowSelection {
     bool whole = false;
     Alternatives below;  // where not whole: for the children
 };
@@ -32,7 +32,7 @@ bool Fits(const FilterNode& filter, std::string_view ns, std::string_view name)
     return !filter.hasAttributes && filter.name == name && (filter.ns.empty() || filter.ns == ns);
 }
 
-bool Matches(const FilterNode& filter, const lyd_node* node)
+bool NodeFits(const FilterNode& filter, const lyd_node* node)
 {
     return node->schema != nullptr && Fits(filter, node->schema->module->ns, node->schema->name);
 }
@@ -49,20 +49,20 @@ bool HasValue(const FilterNode& filter, const lyd_node* leaf)
 
 bool IsTerm(const lyd_node* node) { return (node->schema->nodetype & LYD_NODE_TERM) != 0; }
 
-class Writer {
+class SlowWriter {
 public:
-    Writer(Defaults defaults, std::string& out) : m_defaults(defaults), m_out(out) {}
+    SlowWriter(Defaults defaults, std::string& out) : m_defaults(defaults), m_out(out) {}
 
     void Siblings(const lyd_node* first, const lys_module* parentModule, const Alternatives* filter);
 
 private:
     void Node(const lyd_node* node, const lys_module* parentModule, const Alternatives* filter);
-    void Inner(const lyd_node* node, const lys_module* parentModule, const Selection& selection);
+    void Inner(const lyd_node* node, const lys_module* parentModule, const SlowSelection& selection);
     void Term(const lyd_node* node, const lys_module* parentModule);
     void Open(const lyd_node* node, const lys_module* parentModule);
     void Close(const lyd_node* node);
     [[nodiscard]] bool Visible(const lyd_node* node) const;
-    [[nodiscard]] Selection Select(const lyd_node* node, const Alternatives& filter) const;
+    [[nodiscard]] SlowSelection Select(const lyd_node* node, const Alternatives& filter) const;
     [[nodiscard]] bool ContentMatches(const lyd_node* node, const FilterNode& filter) const;
 
     Defaults m_defaults;
@@ -94,29 +94,29 @@ std::vector<const lyd_node*> SortedEntries(const lyd_node* first)
     return entries;
 }
 
-bool Writer::Visible(const lyd_node* node) const
+bool SlowWriter::Visible(const lyd_node* node) const
 {
     if (m_defaults == Defaults::kReportAll || !IsTerm(node)) return true;
     if ((node->flags & LYD_DEFAULT) != 0) return false;
     return m_defaults != Defaults::kTrim || !lyd_is_default(node);
 }
 
-bool Writer::ContentMatches(const lyd_node* node, const FilterNode& filter) const
+bool SlowWriter::ContentMatches(const lyd_node* node, const FilterNode& filter) const
 {
     const auto holds = [this, node](const FilterNode& wanted) {
         if (!wanted.IsContentMatch()) return true;
         for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next)
-            if (Matches(wanted, child) && Visible(child) && HasValue(wanted, child)) return true;
+            if (NodeFits(wanted, child) && Visible(child) && HasValue(wanted, child)) return true;
         return false;
     };
     return std::all_of(filter.children.begin(), filter.children.end(), holds);
 }
 
-Selection Writer::Select(const lyd_node* node, const Alternatives& filter) const
+SlowSelection SlowWriter::Select(const lyd_node* node, const Alternatives& filter) const
 {
-    Selection selection;
+    SlowSelection selection;
     for (const FilterNode* alternative : filter) {
-        if (!Matches(*alternative, node)) continue;
+        if (!NodeFits(*alternative, node)) continue;
         if (IsTerm(node)) {
             selection.whole |=
                 alternative->IsSelection() || (alternative->IsContentMatch() && HasValue(*alternative, node));
@@ -132,7 +132,7 @@ Selection Writer::Select(const lyd_node* node, const Alternatives& filter) const
     return selection;
 }
 
-void Writer::Siblings(const lyd_node* first, const lys_module* parentModule, const Alternatives* filter)
+void SlowWriter::Siblings(const lyd_node* first, const lys_module* parentModule, const Alternatives* filter)
 {
     for (const lyd_node* node = first; node != nullptr; node = node->next) {
         if (node->schema == nullptr) continue;
@@ -146,10 +146,10 @@ void Writer::Siblings(const lyd_node* first, const lys_module* parentModule, con
     }
 }
 
-void Writer::Node(const lyd_node* node, const lys_module* parentModule, const Alternatives* filter)
+void SlowWriter::Node(const lyd_node* node, const lys_module* parentModule, const Alternatives* filter)
 {
     if (!Visible(node)) return;
-    Selection selection;
+    SlowSelection selection;
     selection.whole = filter == nullptr;
     if (filter != nullptr) {
         selection = Select(node, *filter);
@@ -161,7 +161,7 @@ void Writer::Node(const lyd_node* node, const lys_module* parentModule, const Al
         Inner(node, parentModule, selection);
 }
 
-void Writer::Inner(const lyd_node* node, const lys_module* parentModule, const Selection& selection)
+void SlowWriter::Inner(const lyd_node* node, const lys_module* parentModule, const SlowSelection& selection)
 {
     const std::size_t before = m_out.size();
     Open(node, parentModule);
@@ -186,14 +186,14 @@ void Writer::Inner(const lyd_node* node, const lys_module* parentModule, const S
     Close(node);
 }
 
-void Writer::Term(const lyd_node* node, const lys_module* parentModule)
+void SlowWriter::Term(const lyd_node* node, const lys_module* parentModule)
 {
     Open(node, parentModule);
     netconf::AppendEscaped(m_out, lyd_get_value(node));
     Close(node);
 }
 
-void Writer::Open(const lyd_node* node, const lys_module* parentModule)
+void SlowWriter::Open(const lyd_node* node, const lys_module* parentModule)
 {
     m_out.push_back('<');
     m_out.append(node->schema->name);
@@ -202,14 +202,14 @@ void Writer::Open(const lyd_node* node, const lys_module* parentModule)
     m_out.push_back('>');
 }
 
-void Writer::Close(const lyd_node* node) { m_out.append("</").append(node->schema->name).push_back('>'); }
+void SlowWriter::Close(const lyd_node* node) { m_out.append("</").append(node->schema->name).push_back('>'); }
 
 }  // namespace
 
 void WriteSlowly(const lyd_node* first, const std::optional<agent::SubtreeFilter>& filter,
                  agent::Defaults defaults, std::string& out)
 {
-    Writer writer(defaults, out);
+    SlowWriter writer(defaults, out);
     if (!filter) return writer.Siblings(first, nullptr, nullptr);
     Alternatives alternatives;
     for (const FilterNode& node : *filter) alternatives.push_back(&node);

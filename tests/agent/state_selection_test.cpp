@@ -5,26 +5,15 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
-#include <variant>
 
 #include "agent/agent_world.h"
 #include "agent/provider_node.h"
-#include "agent/rpc.h"
+#include "agent/rpc_text.h"
 
 namespace agent_tests {
 namespace {
-
-std::optional<agent::SubtreeFilter> ReadFilter(const std::string& filter)
-{
-    auto rpc = agent::ReadRpc(Index(),
-                              "<rpc xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" message-id=\"1\"><get>"
-                              "<filter>" +
-                                  filter + "</filter></get></rpc>",
-                              true);
-    EXPECT_TRUE(std::holds_alternative<agent::Rpc>(rpc)) << filter;
-    return std::get<agent::Rpc>(std::move(rpc)).filter;
-}
 
 /// "interface[name=eth1](ifindex problem)"
 std::string Text(const google::protobuf::RepeatedPtrField<ipc::cdb::StateSelection>& selections)
@@ -47,13 +36,13 @@ std::string Selected(const std::optional<agent::SubtreeFilter>& filter)
     return wanted->children.empty() ? "everything" : Text(wanted->children);
 }
 
-struct Row {
+struct SelectionRow {
     const char* name;
     std::string sflow;  // what stands in the filter's <sflow>
     std::string selected;
 };
 
-class Selection : public testing::TestWithParam<Row> {};
+class Selection : public testing::TestWithParam<SelectionRow> {};
 
 TEST_P(Selection, IsOfTheFilter)
 {
@@ -64,29 +53,29 @@ TEST_P(Selection, IsOfTheFilter)
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Each, Selection, testing::Values(
-    Row{"Whole", "", "everything"},
-    Row{"OneList", "<interface/>", "interface"},
-    Row{"OneEntry", "<interface><name>eth1</name></interface>", "interface[name=eth1]"},
-    Row{"OneLeafOfOneEntry", "<interface><name> eth1 </name><ifindex/></interface>", "interface[name=eth1](name ifindex)"},
-    Row{"OneLeafOfEvery", "<interface><ifindex/></interface>", "interface(ifindex)"},
-    Row{"KeysOfEvery", "<interface><name/></interface>", "interface(name)"},
-    Row{"SeveralEntries", "<interface><name>a</name></interface><interface><name>b</name></interface>", "interface[name=a] interface[name=b]"},
-    Row{"ConditionOnALeaf", "<interface><packet-source>none</packet-source></interface>", "interface"},
-    Row{"ConditionOnALeafAndASelection", "<interface><packet-source>none</packet-source><name/></interface>", "interface(packet-source name)"},
-    Row{"ConditionAtTheContainer", "<agent-address>192.0.2.1</agent-address><interface/>", "agent-address interface"},
-    Row{"OnlyAConditionAtTheContainer", "<agent-address>192.0.2.1</agent-address>", "everything"},
-    Row{"SomeKeysOfSeveral", "<problem><subject>interface</subject><name>eth1</name></problem>", "problem[subject=interface][name=eth1]"},
-    Row{"OneLeafOfAContainer", "<manager><pid/></manager>", "manager(pid)"},
-    Row{"TwoLists", "<collector/><interface><name>eth1</name></interface>", "collector interface[name=eth1]"},
-    Row{"WhatIsNotThere", "<fan/>", "nothing"},
-    Row{"WhatIsNotThereInAList", "<interface><fan/></interface>", "nothing"},
-    Row{"AnotherNamespace", "<interface xmlns=\"urn:x\"/>", "nothing"},
-    Row{"AnyNamespace", "<interface xmlns=\"\"/>", "interface"},
-    Row{"AnAttribute", "<interface xmlns:x=\"urn:x\" x:y=\"1\"/>", "nothing"},
-    Row{"AnAttributeAtAKey", "<interface xmlns:x=\"urn:x\"><name x:y=\"1\">eth1</name><ifindex/></interface>", "interface(ifindex)"},
-    Row{"TextInAContainer", "<manager>text</manager><interface/>", "interface"},
-    Row{"BelowALeaf", "<interface><ifindex><deeper/></ifindex></interface>", "interface(ifindex)"},
-    Row{"TwoWaysToOneList", "<interface><ifindex/></interface><interface/>", "interface(ifindex) interface"}),
+    SelectionRow{"Whole", "", "everything"},
+    SelectionRow{"OneList", "<interface/>", "interface"},
+    SelectionRow{"OneEntry", "<interface><name>eth1</name></interface>", "interface[name=eth1]"},
+    SelectionRow{"OneLeafOfOneEntry", "<interface><name> eth1 </name><ifindex/></interface>", "interface[name=eth1](name ifindex)"},
+    SelectionRow{"OneLeafOfEvery", "<interface><ifindex/></interface>", "interface(ifindex)"},
+    SelectionRow{"KeysOfEvery", "<interface><name/></interface>", "interface(name)"},
+    SelectionRow{"SeveralEntries", "<interface><name>a</name></interface><interface><name>b</name></interface>", "interface[name=a] interface[name=b]"},
+    SelectionRow{"ConditionOnALeaf", "<interface><packet-source>none</packet-source></interface>", "interface"},
+    SelectionRow{"ConditionOnALeafAndASelection", "<interface><packet-source>none</packet-source><name/></interface>", "interface(packet-source name)"},
+    SelectionRow{"ConditionAtTheContainer", "<agent-address>192.0.2.1</agent-address><interface/>", "agent-address interface"},
+    SelectionRow{"OnlyAConditionAtTheContainer", "<agent-address>192.0.2.1</agent-address>", "everything"},
+    SelectionRow{"SomeKeysOfSeveral", "<problem><subject>interface</subject><name>eth1</name></problem>", "problem[subject=interface][name=eth1]"},
+    SelectionRow{"OneLeafOfAContainer", "<manager><pid/></manager>", "manager(pid)"},
+    SelectionRow{"TwoLists", "<collector/><interface><name>eth1</name></interface>", "collector interface[name=eth1]"},
+    SelectionRow{"WhatIsNotThere", "<fan/>", "nothing"},
+    SelectionRow{"WhatIsNotThereInAList", "<interface><fan/></interface>", "nothing"},
+    SelectionRow{"AnotherNamespace", "<interface xmlns=\"urn:x\"/>", "nothing"},
+    SelectionRow{"AnyNamespace", "<interface xmlns=\"\"/>", "interface"},
+    SelectionRow{"AnAttribute", "<interface xmlns:x=\"urn:x\" x:y=\"1\"/>", "nothing"},
+    SelectionRow{"AnAttributeAtAKey", "<interface xmlns:x=\"urn:x\"><name x:y=\"1\">eth1</name><ifindex/></interface>", "interface(ifindex)"},
+    SelectionRow{"TextInAContainer", "<manager>text</manager><interface/>", "interface"},
+    SelectionRow{"BelowALeaf", "<interface><ifindex><deeper/></ifindex></interface>", "interface(ifindex)"},
+    SelectionRow{"TwoWaysToOneList", "<interface><ifindex/></interface><interface/>", "interface(ifindex) interface"}),
     [](const auto& each) { return std::string(each.param.name); });
 // clang-format on
 

@@ -86,7 +86,7 @@ std::string Entry(const std::string& name, const std::string& ifIndex = "7")
     return "children { name: 1 keys: '" + name + "' leaves: 2 values: '" + ifIndex + "' } ";
 }
 
-const std::string kAgent = Part("leaves: 0 values: '192.0.2.1'");
+const std::string kAgentPart = Part("leaves: 0 values: '192.0.2.1'");
 const std::string kMore = "more: true";
 
 /// The only warning of a reply that is ok.
@@ -112,7 +112,7 @@ ipc::cdb::HaTransition::Role AnswerTransition(Process& process, bool handled)
 TEST_F(State, OfAProviderIsMerged)
 {
     const auto provider = Provider();
-    EXPECT_THAT(Served(*provider, {kAgent}).data,
+    EXPECT_THAT(Served(*provider, {kAgentPart}).data,
                 AllOf(HasSubstr("<oam><sflow><agent-address>192.0.2.1</agent-address>"),
                       HasSubstr("<process><name>manager</name>")));
 }
@@ -134,7 +134,7 @@ TEST_F(State, IsNotAskedForWhereNobodyWantsIt)
     m_client.Call(netconf::Get("<config xmlns=\"urn:switch:yang:switch-config\"/>"));
     EXPECT_THAT(m_client.Call(netconf::Get(kSystem)).data, HasSubstr("manager"));
     // The first that the provider hears of is this one.
-    EXPECT_NE(Served(*provider, {kAgent}).data, "");
+    EXPECT_NE(Served(*provider, {kAgentPart}).data, "");
 }
 
 TEST_F(State, OfTheProcessesIsOurOwn)
@@ -192,7 +192,7 @@ TEST_F(State, ThatDoesNotFitIsMissingAndSaidSo)
                           HasSubstr("manager (process " + std::to_string(::getpid()) + ")")));
         EXPECT_THAT(warning.path, HasSubstr("oam"));
     }
-    EXPECT_THAT(Served(*provider, {kAgent}).data, HasSubstr("192.0.2.1"));
+    EXPECT_THAT(Served(*provider, {kAgentPart}).data, HasSubstr("192.0.2.1"));
 }
 
 TEST_F(State, OfAnAnswerWithAFaultLaterIsNotShownInPart)
@@ -202,7 +202,7 @@ TEST_F(State, OfAnAnswerWithAFaultLaterIsNotShownInPart)
         Served(*provider, {Part(Entry("eth2"), kMore), Part(Entry("eth1"), kMore), Part(Entry("eth3"))});
     EXPECT_THAT(Warning(reply).message, HasSubstr("interface{eth1}"));
     EXPECT_THAT(reply.data, Not(HasSubstr("eth2")));
-    EXPECT_THAT(Served(*provider, {kAgent}).data, HasSubstr("192.0.2.1"))
+    EXPECT_THAT(Served(*provider, {kAgentPart}).data, HasSubstr("192.0.2.1"))
         << "what is left of the other answer";
 }
 
@@ -212,7 +212,7 @@ TEST_F(State, OfAnotherQuestionIsPassedOver)
     m_client.Send(netconf::Get(kState));
     const auto request = provider->Receive().state_request().request();
     Answer(*provider, request + 1, {Part(Entry("forged"))});
-    Answer(*provider, request, {kAgent});
+    Answer(*provider, request, {kAgentPart});
     EXPECT_THAT(m_client.Receive().data, AllOf(HasSubstr("192.0.2.1"), Not(HasSubstr("forged"))));
 }
 
@@ -289,7 +289,7 @@ TEST_F(ImpatientState, OfASilentProviderIsNotAskedForAgainAndAgain)
         AnswerTransition(*provider, true);
         m_client.Receive();
         m_client.Send(netconf::Get(kState));
-        Answer(*provider, provider->Receive().state_request().request(), {kAgent});
+        Answer(*provider, provider->Receive().state_request().request(), {kAgentPart});
         reply = m_client.Receive();
     } while (!reply.errors.empty());
     EXPECT_THAT(reply.data, AllOf(HasSubstr("192.0.2.1"), Not(HasSubstr("late"))));

@@ -14,14 +14,14 @@
 namespace agent_tests {
 namespace {
 
-const lysc_node* Node(const char* path) { return agent::FindProviderNode(Schema().Context(), path); }
+const lysc_node* StateNode(const char* path) { return agent::FindProviderNode(Schema().Context(), path); }
 
 const lysc_node* Child(const lysc_node* parent, const char* name)
 {
     return lys_find_child(parent, parent->module, name, 0, 0, 0);
 }
 
-const lysc_node* Sflow() { return Node("/state/oam/sflow"); }
+const lysc_node* SflowState() { return StateNode("/state/oam/sflow"); }
 
 /// The names of a list's entries.
 std::vector<std::string> Names(agent::StateTree& tree, const lysc_node* list, std::size_t most = 100)
@@ -39,8 +39,8 @@ TEST(StateTree, TakesEntriesInOrderOnly)
 {
     agent::StateTree tree;
     EXPECT_TRUE(tree.Empty());
-    const lysc_node* list = Child(Sflow(), "interface");
-    auto& sflow = tree.At(Sflow());
+    const lysc_node* list = Child(SflowState(), "interface");
+    auto& sflow = tree.At(SflowState());
     EXPECT_FALSE(tree.Empty());
     EXPECT_NE(agent::StateTree::Append(sflow, list, {"b"}), nullptr);
     EXPECT_EQ(agent::StateTree::Append(sflow, list, {"b"}), nullptr);
@@ -53,16 +53,16 @@ TEST(StateTree, TakesEntriesInOrderOnly)
 TEST(StateTree, IsEnteredFromTheTop)
 {
     agent::StateTree tree;
-    tree.At(Sflow()).leaves.push_back({Child(Sflow(), "agent-address"), tree.Keep("192.0.2.1")});
+    tree.At(SflowState()).leaves.push_back({Child(SflowState(), "agent-address"), tree.Keep("192.0.2.1")});
     std::string found;
-    tree.Container(nullptr, Node("/state"), [&](agent::StateTree::Handle state) {
-        tree.Container(state, Node("/state/system"), [&](agent::StateTree::Handle) {
+    tree.Container(nullptr, StateNode("/state"), [&](agent::StateTree::Handle state) {
+        tree.Container(state, StateNode("/state/system"), [&](agent::StateTree::Handle) {
             found += "system";
             return true;
         });
-        tree.Container(state, Node("/state/oam"), [&](agent::StateTree::Handle oam) {
-            tree.Container(oam, Sflow(), [&](agent::StateTree::Handle sflow) {
-                tree.Values(sflow, Child(Sflow(), "agent-address"),
+        tree.Container(state, StateNode("/state/oam"), [&](agent::StateTree::Handle oam) {
+            tree.Container(oam, SflowState(), [&](agent::StateTree::Handle sflow) {
+                tree.Values(sflow, Child(SflowState(), "agent-address"),
                             [&](std::string_view text, bool isDefault) { found += isDefault ? "" : text; });
                 return true;
             });
@@ -76,18 +76,20 @@ TEST(StateTree, IsEnteredFromTheTop)
 TEST(StateTree, AdoptsAnotherWithItsTexts)
 {
     agent::StateTree tree;
-    const lysc_node* processes = Child(Node("/state/system"), "process");
-    agent::StateTree::Append(tree.At(Node("/state/system")), processes, {tree.Keep("cdbd"), tree.Keep("1")});
-    const lysc_node* list = Child(Sflow(), "collector");
+    const lysc_node* processes = Child(StateNode("/state/system"), "process");
+    agent::StateTree::Append(tree.At(StateNode("/state/system")), processes,
+                             {tree.Keep("cdbd"), tree.Keep("1")});
+    const lysc_node* list = Child(SflowState(), "collector");
     {
         agent::StateTree other;
-        agent::StateTree::Append(other.At(Sflow()), list, {other.Keep(std::string("c1 of another tree"))});
+        agent::StateTree::Append(other.At(SflowState()), list,
+                                 {other.Keep(std::string("c1 of another tree"))});
         tree.Adopt(std::move(other));
     }
     EXPECT_EQ(Names(tree, list), (std::vector<std::string>{"c1 of another tree"}));
     EXPECT_EQ(Names(tree, processes), (std::vector<std::string>{"cdbd"}));
     std::size_t tops = 0;
-    tree.Container(nullptr, Node("/state"), [&](agent::StateTree::Handle) { return ++tops > 0; });
+    tree.Container(nullptr, StateNode("/state"), [&](agent::StateTree::Handle) { return ++tops > 0; });
     EXPECT_EQ(tops, 1U);
 }
 

@@ -20,7 +20,7 @@ using namespace capture;
 constexpr std::size_t kBlock = 4096;
 constexpr std::size_t kBlocks = 3;
 constexpr std::size_t kFirst = 48;  // of the packets in a block
-constexpr std::size_t kHeaders = TPACKET_ALIGN(sizeof(tpacket3_hdr)) + sizeof(sockaddr_ll);
+constexpr std::size_t kRingHeaders = TPACKET_ALIGN(sizeof(tpacket3_hdr)) + sizeof(sockaddr_ll);
 constexpr std::size_t kMac = 82;  // from a packet's header to its bytes, with what stands before them
 constexpr std::size_t kSegmentHeader = 10;
 
@@ -234,13 +234,13 @@ TEST_F(Ring, LeavesOutWhatDoesNotLieInItsBlock)
         {"first packet beyond the block", [](auto& head, auto&) { head.offset_to_first_pkt = kBlock; }, 0},
         {"first packet far beyond", [](auto& head, auto&) { head.offset_to_first_pkt = kHuge; }, 0},
         {"first packet at the very end",
-         [](auto& head, auto&) { head.offset_to_first_pkt = kBlock - kHeaders + 1; }, 0},
+         [](auto& head, auto&) { head.offset_to_first_pkt = kBlock - kRingHeaders + 1; }, 0},
         {"first packet not aligned", [](auto& head, auto&) { head.offset_to_first_pkt = kFirst + 1; }, 0},
         {"bytes beyond the block", [](auto&, auto& packet) { packet.tp_snaplen = kBlock; }, 2},
         {"bytes far beyond", [](auto&, auto& packet) { packet.tp_snaplen = kHuge; }, 2},
         {"bytes that begin beyond", [](auto&, auto& packet) { packet.tp_mac = 65535; }, 2},
         {"bytes within the header", [](auto&, auto& packet) { packet.tp_mac = 0; }, 2},
-        {"no room for what stands before them", [](auto&, auto& packet) { packet.tp_mac = kHeaders; }, 2},
+        {"no room for what stands before them", [](auto&, auto& packet) { packet.tp_mac = kRingHeaders; }, 2},
         {"next packet beyond", [](auto&, auto& packet) { packet.tp_next_offset = kHuge; }, 2},
         {"next packet not aligned", [](auto&, auto& packet) { packet.tp_next_offset += 2; }, 2},
         {"no next packet", [](auto&, auto& packet) { packet.tp_next_offset = 0; }, 2},

@@ -29,7 +29,7 @@ TEST(ChangeSetMessage, CarriesAnyChange)
 }
 
 /// A sound message of one collector with one leaf set.
-Message Sound()
+Message SoundMessage()
 {
     const auto changes = change_sample::Config({change_sample::Container(
         "/config/oam",
@@ -83,9 +83,9 @@ TEST(ChangeSetMessage, IsRefusedWhereTheSchemaDoesNotFit)
          [](Message& m) { Collector(m).mutable_children(0)->mutable_value()->set_uint16(65536); },
          "a change set has the node port with a value of a wrong type"},
     };
-    EXPECT_NO_THROW(cdb::FromMessage(sample::Table(), Sound()));
+    EXPECT_NO_THROW(cdb::FromMessage(sample::Table(), SoundMessage()));
     for (const auto& row : table) {
-        Message message = Sound();
+        Message message = SoundMessage();
         row.damage(message);
         try {
             cdb::FromMessage(sample::Table(), message);

@@ -21,7 +21,7 @@ Path Parsed(const std::string& text)
     return {};
 }
 
-std::string Complaint(const cdb::SchemaTable& schema, const std::string& text)
+std::string ComplaintOfPath(const cdb::SchemaTable& schema, const std::string& text)
 {
     const auto result = cdb::ParsePath(schema, text);
     const auto* complaint = std::get_if<std::string>(&result);
@@ -103,7 +103,8 @@ TEST(Path, IsRefusedWithWhatIsWrongAndWhere)
          "path \"/config/oam/sflow/collector{c1}/ip/x\" has no element \"x\" below "
          "/config/oam/sflow/collector{c1}/ip"},
     };
-    for (const auto& [text, complaint] : refused) EXPECT_EQ(Complaint(sample::Table(), text), complaint);
+    for (const auto& [text, complaint] : refused)
+        EXPECT_EQ(ComplaintOfPath(sample::Table(), text), complaint);
 }
 
 TEST(Path, SeparatesSeveralKeysByBlanks)
@@ -119,8 +120,9 @@ TEST(Path, SeparatesSeveralKeysByBlanks)
     EXPECT_EQ(path.steps.front(), (Step{list, {"10.0.0.0/8", "eth0"}, {}}));
     EXPECT_EQ(cdb::ToText(schema, path), "/route{10.0.0.0/8 eth0}/via");
     for (const char* text : {"/route{a}", "/route{a }", "/route{a b c}", "/route{}"})
-        EXPECT_EQ(Complaint(schema, text), "path \"" + std::string(text) +
-                                               "\" does not give the 2 keys of route between single blanks");
+        EXPECT_EQ(
+            ComplaintOfPath(schema, text),
+            "path \"" + std::string(text) + "\" does not give the 2 keys of route between single blanks");
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ using sample::Table;
 using testing::HasSubstr;
 
 /// What matters of a leaf, in one line.
-std::string Line(const cdb::SchemaNode& node)
+std::string NodeLine(const cdb::SchemaNode& node)
 {
     std::string line = node.name + ' ' + std::to_string(node.tag) + ' ' + cdb::TypeName(node.type);
     if (node.maximum != 0) line += ' ' + std::to_string(node.minimum) + ".." + std::to_string(node.maximum);
@@ -38,7 +38,7 @@ std::string Line(const cdb::SchemaNode& node)
 std::vector<std::string> LeafLines(const std::string& path)
 {
     std::vector<std::string> lines;
-    for (const auto leaf : Table().LeavesOf(Node(path))) lines.push_back(Line(Table()[leaf]));
+    for (const auto leaf : Table().LeavesOf(Node(path))) lines.push_back(NodeLine(Table()[leaf]));
     return lines;
 }
 
@@ -136,7 +136,7 @@ TEST(Schema, ListsTheModulesInUse)
 // ---- modules that can't be used ----
 
 /// The complaint about a directory with our extensions and types and a module of the given content.
-std::string Complaint(const std::string& moduleStatements, const std::string& body)
+std::string ComplaintOfModule(const std::string& moduleStatements, const std::string& body)
 {
     const TempDirectory directory;
     for (const char* name : {"switch-extensions.yang", "switch-types.yang"})
@@ -202,7 +202,7 @@ TEST(Schema, RefusesANodeThatTheDatabaseCannotHold)
          "has the default-ref ../b, which only a leaf can have"},
     };
     for (const auto& row : table) {
-        const std::string complaint = Complaint(kHash, row.body);
+        const std::string complaint = ComplaintOfModule(kHash, row.body);
         EXPECT_THAT(complaint, HasSubstr("YANG module broken: node /broken:")) << row.name;
         EXPECT_THAT(complaint, HasSubstr(row.complaint)) << row.name;
     }
@@ -211,20 +211,21 @@ TEST(Schema, RefusesANodeThatTheDatabaseCannotHold)
 TEST(Schema, RefusesAModuleWithoutAUsableNamespaceHash)
 {
     const std::string leaf = "leaf a { type string; sx:tag 1; }";
-    EXPECT_THAT(Complaint("", leaf), HasSubstr("belongs to a module without a namespace-hash statement"));
-    EXPECT_THAT(Complaint("  sx:namespace-hash 2147483648;", leaf),
+    EXPECT_THAT(ComplaintOfModule("", leaf),
+                HasSubstr("belongs to a module without a namespace-hash statement"));
+    EXPECT_THAT(ComplaintOfModule("  sx:namespace-hash 2147483648;", leaf),
                 HasSubstr("which is no number from 1 to"));
-    EXPECT_EQ(Complaint(kHash, leaf), "none");
+    EXPECT_EQ(ComplaintOfModule(kHash, leaf), "none");
 }
 
 TEST(Schema, DoesNotMindWhatIsNoConfiguration)
 {
-    EXPECT_EQ(Complaint("", "leaf-list a { config false; type int8; } rpc r;"), "none");
+    EXPECT_EQ(ComplaintOfModule("", "leaf-list a { config false; type int8; } rpc r;"), "none");
 }
 
 TEST(Schema, NamesTheModuleAndTheLineOfASyntaxError)
 {
-    const std::string complaint = Complaint(kHash, "  leaf a {\n    typ string;\n  }");
+    const std::string complaint = ComplaintOfModule(kHash, "  leaf a {\n    typ string;\n  }");
     EXPECT_THAT(complaint, HasSubstr("the YANG module broken can't be loaded"));
     EXPECT_THAT(complaint, HasSubstr("typ"));
     EXPECT_THAT(complaint, HasSubstr("(Line number 8.)"));

@@ -38,7 +38,7 @@ void Overwrite(const fs::path& file, const std::string& content)
     std::ofstream(file, std::ios::binary | std::ios::trunc) << content;
 }
 
-std::string Name(int number) { return "interface-" + std::to_string(number); }
+std::string InterfaceName(int number) { return "interface-" + std::to_string(number); }
 
 /// The content of a file that holds interfaces over many pages, and free pages too.
 std::string SoundFile()
@@ -49,7 +49,7 @@ std::string SoundFile()
     for (std::uint64_t commit = 1; commit <= 3; ++commit) {
         auto transaction = store->Begin();
         for (int i = 0; i < kInterfaces; ++i)
-            transaction.Put(Key(sample::kInterface, {Name(i)}),
+            transaction.Put(Key(sample::kInterface, {InterfaceName(i)}),
                             sample::RateRow(static_cast<std::uint32_t>(i)));
         transaction.Append(sample::History(commit));
         EXPECT_EQ(transaction.Commit(), std::nullopt);
@@ -58,14 +58,14 @@ std::string SoundFile()
     return Content(directory.Path() / "data.mdb");
 }
 
-const std::string& Sound()
+const std::string& SoundContent()
 {
     static const std::string content = SoundFile();
     return content;
 }
 
 /// What opening a directory with that data file says; empty where it opens.
-std::string Complaint(const fs::path& directory)
+std::string ComplaintOfStore(const fs::path& directory)
 {
     try {
         Store::Open(directory);
@@ -108,10 +108,10 @@ TEST(StoreDamage, IsRefusedWithAReasonAndLeftAsItIs)
     for (const auto& row : table) {
         const TempDirectory directory;
         const auto file = directory.Path() / "data.mdb";
-        const std::string content = row.apply(Sound());
+        const std::string content = row.apply(SoundContent());
         Overwrite(file, content);
-        EXPECT_THAT(Complaint(directory.Path()), HasSubstr(row.complaint)) << row.name;
-        EXPECT_THAT(Complaint(directory.Path()), HasSubstr(directory.Path().string())) << row.name;
+        EXPECT_THAT(ComplaintOfStore(directory.Path()), HasSubstr(row.complaint)) << row.name;
+        EXPECT_THAT(ComplaintOfStore(directory.Path()), HasSubstr(directory.Path().string())) << row.name;
         EXPECT_TRUE(Content(file) == content) << row.name << ": the file has been changed";
     }
 }
@@ -119,14 +119,14 @@ TEST(StoreDamage, IsRefusedWithAReasonAndLeftAsItIs)
 TEST(StoreDamage, NamesTheRow)
 {
     const TempDirectory directory;
-    std::string content = Sound();
+    std::string content = SoundContent();
     // A value follows its key: the name's NUL, the head, then the payload with the leaf's name.
-    const std::string key = Name(77) + '\0';
+    const std::string key = InterfaceName(77) + '\0';
     for (auto at = content.find(key); at != std::string::npos; at = content.find(key, at + 1))
         content[at + key.size() + 10] = '?';
     Overwrite(directory.Path() / "data.mdb", content);
     EXPECT_THAT(
-        Complaint(directory.Path()),
+        ComplaintOfStore(directory.Path()),
         HasSubstr("is damaged: its row /config/oam/sflow/interface{interface-77} has changed since it was "
                   "written"));
 }
@@ -180,12 +180,12 @@ TEST(StoreDamage, OfAnUndosPageIsRefused)
         std::string damaged = content;
         damaged[page + at] = static_cast<char>(damaged[page + at] + 7);
         Overwrite(file, damaged);
-        EXPECT_THAT(Complaint(directory.Path()),
+        EXPECT_THAT(ComplaintOfStore(directory.Path()),
                     HasSubstr("is damaged: a page of its undo of commit 1 has another head"))
             << at;
     }
     Overwrite(file, content);
-    EXPECT_EQ(Complaint(directory.Path()), "");
+    EXPECT_EQ(ComplaintOfStore(directory.Path()), "");
 }
 
 /// Changes the store's own records with LMDB itself.
@@ -231,10 +231,10 @@ TEST(StoreDamage, OfItsOwnRecordsIsRefusedByWriterAndReader)
     };
     for (const auto& row : table) {
         const TempDirectory directory;
-        Overwrite(directory.Path() / "data.mdb", Sound());
+        Overwrite(directory.Path() / "data.mdb", SoundContent());
         Change(directory.Path(), row.key, row.value);
         const std::string content = Content(directory.Path() / "data.mdb");
-        EXPECT_THAT(Complaint(directory.Path()), HasSubstr(row.complaint)) << row.name;
+        EXPECT_THAT(ComplaintOfStore(directory.Path()), HasSubstr(row.complaint)) << row.name;
         try {
             cdb::StoreReader::Open(directory.Path());
             ADD_FAILURE() << row.name << " was read";
@@ -250,7 +250,7 @@ TEST(StoreDamage, OfAForeignDatabaseIsRefused)
 {
     const TempDirectory directory;
     Change(directory.Path(), "their key", "their value");
-    EXPECT_THAT(Complaint(directory.Path()),
+    EXPECT_THAT(ComplaintOfStore(directory.Path()),
                 HasSubstr("is not a store of this program; move it away or name another directory"));
 }
 
@@ -266,7 +266,7 @@ std::string Verdict(const fs::path& directory)
     const auto snapshot = store->Read();
     if (snapshot.Count(sample::Node(sample::kInterface), {}) != kInterfaces) return "rows are missing";
     for (int i = 0; i < kInterfaces; ++i)
-        if (snapshot.Get(Key(sample::kInterface, {Name(i)})) !=
+        if (snapshot.Get(Key(sample::kInterface, {InterfaceName(i)})) !=
             sample::RateRow(static_cast<std::uint32_t>(i)))
             return "a row is wrong";
     return "sound";
@@ -281,9 +281,9 @@ TEST(StoreDamage, OfAnyPageIsSeenOrHarmless)
     const TempDirectory directory;
     const auto file = directory.Path() / "data.mdb";
     int refused = 0;
-    for (std::size_t page = 0; page < Sound().size() / kPage; ++page)
+    for (std::size_t page = 0; page < SoundContent().size() / kPage; ++page)
         for (int kind = 0; kind < 3; ++kind) {
-            std::string content = Sound();
+            std::string content = SoundContent();
             const auto at = page * kPage;
             if (kind == 0)
                 for (std::size_t i = 0; i < kPage; ++i) content[at + i] = static_cast<char>(byte(random));

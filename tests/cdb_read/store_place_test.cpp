@@ -26,7 +26,7 @@ void Commit(Store& store)
     ASSERT_EQ(transaction.Commit(), std::nullopt);
 }
 
-std::set<std::string> Names(const fs::path& directory)
+std::set<std::string> FilesIn(const fs::path& directory)
 {
     std::set<std::string> names;
     for (const auto& file : fs::directory_iterator(directory)) names.insert(file.path().filename());
@@ -52,13 +52,13 @@ protected:
 
     void ExpectLost()
     {
-        const auto before = Names(m_directory.Path());
+        const auto before = FilesIn(m_directory.Path());
         EXPECT_THAT(
             [this] { Store::Open(m_directory.Path()); },
             testing::ThrowsMessage<cdb::FatalError>(AllOf(
                 HasSubstr("the store in " + m_directory.Path().string() + " has lost its file data.mdb"),
                 HasSubstr("--init"), HasSubstr("--import"))));
-        auto after = Names(m_directory.Path());
+        auto after = FilesIn(m_directory.Path());
         after.erase("writer.lock");
         EXPECT_FALSE(after.contains("data.mdb"));
         EXPECT_FALSE(after.contains("new"));
@@ -76,7 +76,7 @@ TEST_F(StorePlace, ThatHasLostItsDataFileIsRefused)
                                                                   {"data.mdb", "lock.mdb", "writer.lock"},
                                                                   {"data.mdb", "lock.mdb", "store.id"}}) {
         Commit(*Store::Open(m_directory.Path(), {.remake = true}));
-        ASSERT_EQ(Names(m_directory.Path()), kWhole);
+        ASSERT_EQ(FilesIn(m_directory.Path()), kWhole);
         Remove(gone);
         ExpectLost();
         ExpectLost();  // being refused makes it no other one
@@ -106,7 +106,7 @@ TEST_F(StorePlace, TakesADataFileAlone)
 {
     Remove({"lock.mdb", "writer.lock", "store.id"});
     EXPECT_EQ(Store::Open(m_directory.Path())->LastCommit(), 1U);
-    EXPECT_EQ(Names(m_directory.Path()), kWhole);
+    EXPECT_EQ(FilesIn(m_directory.Path()), kWhole);
 }
 
 // What is there after each step of making a store, where the process dies before the next one.
@@ -135,7 +135,7 @@ TEST_F(StorePlace, ComesUpAfterAProcessDiedWhileMakingIt)
         const auto store = Store::Open(directory.Path());
         EXPECT_EQ(store->LastCommit(), row.whole ? 1U : 0U) << row.name;
         Commit(*store);
-        EXPECT_EQ(Names(directory.Path()), kWhole) << row.name;
+        EXPECT_EQ(FilesIn(directory.Path()), kWhole) << row.name;
     }
 }
 

@@ -24,7 +24,7 @@ constexpr char kCommitted = 'c';
 
 bool Say(int output, char word) { return write(output, &word, 1) == 1; }
 
-std::string Name(int number) { return "eth" + std::to_string(number); }
+std::string EntryName(int number) { return "eth" + std::to_string(number); }
 
 /// Commits for ever, every time the same number into every row, and says so each time.
 int WriteForEver(const std::filesystem::path& directory, int output)
@@ -34,7 +34,7 @@ int WriteForEver(const std::filesystem::path& directory, int output)
     for (std::uint64_t commit = store->LastCommit() + 1;; ++commit) {
         auto transaction = store->Begin();
         for (int i = 0; i < kRows; ++i)
-            transaction.Put(Key(sample::kInterface, {Name(i)}),
+            transaction.Put(Key(sample::kInterface, {EntryName(i)}),
                             sample::RateRow(static_cast<std::uint32_t>(commit)));
         transaction.Append(sample::History(commit));
         if (transaction.Commit()) return 2;

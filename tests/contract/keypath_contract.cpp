@@ -9,13 +9,13 @@ namespace {
 using contract::KeypathBuilder;
 namespace s = switch_schema;
 
-constexpr std::int32_t kSFlow = s::ns_switch_oam_sflow;
-constexpr std::int32_t kInterfaces = s::ns_switch_interfaces;
+constexpr std::int32_t kNsSFlow = s::ns_switch_oam_sflow;
+constexpr std::int32_t kNsInterfaces = s::ns_switch_interfaces;
 
 KeypathBuilder& BelowSFlow(KeypathBuilder& keypath)
 {
-    return keypath.Element(s::tag_sflow, kSFlow)
-        .Element(s::tag_oam, kSFlow)
+    return keypath.Element(s::tag_sflow, kNsSFlow)
+        .Element(s::tag_oam, kNsSFlow)
         .Element(s::tag_config, s::ns_switch_config);
 }
 
@@ -30,7 +30,7 @@ TEST_P(ContractTest, LeafOfAnEntryIsPrinted)
 {
     ConfigureSFlow("");
     KeypathBuilder keypath;
-    BelowSFlow(keypath.Element(s::tag_port, kSFlow).Key("c1").Element(s::tag_collector, kSFlow));
+    BelowSFlow(keypath.Element(s::tag_port, kNsSFlow).Key("c1").Element(s::tag_collector, kNsSFlow));
     EXPECT_EQ(Printed(keypath.Get()), "/config/oam/sflow/collector{c1}/port");
 }
 
@@ -39,9 +39,9 @@ TEST_P(ContractTest, EntryOfAListInAnEntryIsPrinted)
     ConfigureSFlow("");
     KeypathBuilder keypath;
     BelowSFlow(keypath.Key("noc%s")
-                   .Element(s::tag_flow_sampling_collector, kSFlow)
+                   .Element(s::tag_flow_sampling_collector, kNsSFlow)
                    .Key("gigabit-ethernet-1/1/1")
-                   .Element(s::tag_interface, kSFlow));
+                   .Element(s::tag_interface, kNsSFlow));
     EXPECT_EQ(Printed(keypath.Get()),
               "/config/oam/sflow/interface{gigabit-ethernet-1/1/1}/flow-sampling-collector{noc%s}");
 }
@@ -50,12 +50,12 @@ TEST_P(ContractTest, ManagementAddressIsPrinted)
 {
     ConfigureSFlow("");
     KeypathBuilder keypath;
-    keypath.Element(s::tag_ip, kInterfaces)
-        .Element(s::tag_address, kInterfaces)
-        .Element(s::tag_ipv4, kInterfaces)
+    keypath.Element(s::tag_ip, kNsInterfaces)
+        .Element(s::tag_address, kNsInterfaces)
+        .Element(s::tag_ipv4, kNsInterfaces)
         .Key("m0")
-        .Element(s::tag_mgmt, kInterfaces)
-        .Element(s::tag_interface, kInterfaces)
+        .Element(s::tag_mgmt, kNsInterfaces)
+        .Element(s::tag_interface, kNsInterfaces)
         .Element(s::tag_config, s::ns_switch_config);
     EXPECT_EQ(Printed(keypath.Get()), "/config/interface/mgmt{m0}/ipv4/address/ip");
 }
@@ -64,9 +64,9 @@ TEST_P(ContractTest, PrintedPathIsAcceptedByReads)
 {
     ConfigureSFlow(R"("interface": [{"name": "gigabit-ethernet-1/1/1", "sampling-rate": 9}])");
     KeypathBuilder keypath;
-    BelowSFlow(keypath.Element(s::tag_sampling_rate, kSFlow)
+    BelowSFlow(keypath.Element(s::tag_sampling_rate, kNsSFlow)
                    .Key("gigabit-ethernet-1/1/1")
-                   .Element(s::tag_interface, kSFlow));
+                   .Element(s::tag_interface, kNsSFlow));
     const auto session = Session();
     EXPECT_EQ(Leaf(session->Socket(), Printed(keypath.Get())), "u32 9");
 }
@@ -75,7 +75,7 @@ TEST_P(ContractTest, LongPathIsCutAndItsWholeLengthReturned)
 {
     ConfigureSFlow("");
     KeypathBuilder keypath;
-    BelowSFlow(keypath.Key("c1").Element(s::tag_collector, kSFlow));
+    BelowSFlow(keypath.Key("c1").Element(s::tag_collector, kNsSFlow));
     const std::string whole = "/config/oam/sflow/collector{c1}";
     for (const std::size_t size : {std::size_t{1}, std::size_t{8}, whole.size(), whole.size() + 1}) {
         std::string buffer(whole.size() + 8, '#');
@@ -90,7 +90,7 @@ TEST_P(ContractTest, UnknownTagFailsAndPrintsNothing)
 {
     ConfigureSFlow("");
     KeypathBuilder keypath;
-    BelowSFlow(keypath.Element(1, kSFlow));
+    BelowSFlow(keypath.Element(1, kNsSFlow));
     char text[64] = "something";
     EXPECT_EQ(confd_pp_kpath(text, sizeof text, keypath.Get()), CONFD_ERR);
     EXPECT_STREQ(text, "");

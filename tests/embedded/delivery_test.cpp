@@ -6,8 +6,6 @@ namespace {
 
 using cdb::ChangeOp;
 
-const std::string kCollector = "/config/oam/sflow/collector";
-const std::string kInterface = "/config/oam/sflow/interface";
 const std::string kFlow = kInterface + "/flow-sampling-collector";
 const std::string kMgmt = "/config/interface/mgmt";
 

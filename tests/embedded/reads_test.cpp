@@ -5,9 +5,6 @@
 
 namespace {
 
-const std::string kCollector = "/config/oam/sflow/collector";
-const std::string kInterface = "/config/oam/sflow/interface";
-
 class ReadsTest : public World {
 protected:
     ReadsTest()

@@ -31,6 +31,9 @@ namespace cdb {
 class Schema;
 }
 
+inline const std::string kCollector = "/config/oam/sflow/collector";
+inline const std::string kInterface = "/config/oam/sflow/interface";
+
 class World : public testing::Test {
 protected:
     using CdbPeer = Peer<ipc::cdb::ClientMessage, ipc::cdb::ServerMessage>;

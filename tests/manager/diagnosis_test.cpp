@@ -43,13 +43,13 @@ struct World {
     }
 };
 
-struct Row {
+struct DiagnosisRow {
     const char* name;
     std::function<void(World&)> change;
     std::vector<Problem> problems;
 };
 
-void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const DiagnosisRow& row, std::ostream* out) { *out << row.name; }
 
 Problem OfInterface(Reason reason, const std::string& text)
 {
@@ -72,7 +72,7 @@ const Problem kDisabled = OfCollector(
     Reason::kCollectorDisabled, "the collector c1 is disabled; set oam sflow collector c1 enabled true");
 
 // clang-format off
-const Row kInterfaceRows[] = {
+const DiagnosisRow kInterfaceRows[] = {
     {"NothingIsWrong", [](World&) {}, {}},
     {"MissingInTheKernel", [](World& w) { w.Status() = {}; },
      {OfInterface(Reason::kInterfaceMissing,
@@ -269,7 +269,7 @@ const Row kInterfaceRows[] = {
                   "resync")}},
 };
 
-const Row kCollectorRows[] = {
+const DiagnosisRow kCollectorRows[] = {
     {"NoRoute", [](World& w) { w.Fail(std::errc::network_unreachable, "x"); },
      {OfCollector(Reason::kNoRoute,
                   "the kernel has no route to 192.0.2.1:6343; look at: ip route get 192.0.2.1")}},
@@ -349,7 +349,7 @@ const Row kCollectorRows[] = {
 };
 // clang-format on
 
-class OfOneThing : public testing::TestWithParam<Row> {};
+class OfOneThing : public testing::TestWithParam<DiagnosisRow> {};
 
 TEST_P(OfOneThing, IsNamedWithItsRemedy)
 {

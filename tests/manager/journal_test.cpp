@@ -20,22 +20,22 @@
 namespace manager {
 namespace {
 
-struct Row {
+struct JournalRow {
     const char* name;
     Operation operation;
     const char* line;
 };
 
-void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const JournalRow& row, std::ostream* out) { *out << row.name; }
 
-class JournalLine : public testing::TestWithParam<Row> {};
+class JournalLine : public testing::TestWithParam<JournalRow> {};
 
 TEST_P(JournalLine, HasNameAndArgumentsOfTheOperation)
 {
     EXPECT_EQ(GetParam().line, JournalText(GetParam().operation));
 }
 
-const Row kRows[] = {
+const JournalRow kJournalRows[] = {
     {"AddCollector", Add("c1", "192.0.2.1", 6343, 1400),
      R"({"op":"AddCollector","args":["c1","192.0.2.1",6343,1400]})"},
     {"DeleteCollector", Delete("c1"), R"({"op":"DeleteCollector","args":["c1"]})"},
@@ -59,7 +59,7 @@ const Row kRows[] = {
     {"BytesThatAreNoText", Unset("a\xff"), "{\"op\":\"UnsetInterface\",\"args\":[\"a\xef\xbf\xbd\"]}"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Table, JournalLine, testing::ValuesIn(kRows),
+INSTANTIATE_TEST_SUITE_P(Table, JournalLine, testing::ValuesIn(kJournalRows),
                          [](const auto& row) { return std::string(row.param.name); });
 
 class JournalFile : public testing::Test {

@@ -150,15 +150,15 @@ TEST_F(Metrics, MayBeLarge)
     EXPECT_EQ(m_text, answer.substr(answer.size() - m_text.size()));
 }
 
-struct Row {
+struct RequestRow {
     const char* name;
     std::string request;
     const char* answer;  // how it begins
 };
 
-void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const RequestRow& row, std::ostream* out) { *out << row.name; }
 
-class Requests : public Metrics, public testing::WithParamInterface<Row> {};
+class Requests : public Metrics, public testing::WithParamInterface<RequestRow> {};
 
 TEST_P(Requests, AreAnsweredWhateverTheyAre)
 {
@@ -168,7 +168,7 @@ TEST_P(Requests, AreAnsweredWhateverTheyAre)
     EXPECT_THAT(Whole(kGetAndClose), EndsWith("a 1\n"));
 }
 
-const Row kRows[] = {
+const RequestRow kRequestRows[] = {
     {"OldVersion", "GET /metrics HTTP/1.0\r\n\r\n", "HTTP/1.0 200 OK\r\n"},
     {"WithAQuery", "GET /metrics?name=x HTTP/1.0\r\n\r\n", "HTTP/1.0 200 OK\r\n"},
     {"OtherPath", "GET / HTTP/1.0\r\n\r\n", "HTTP/1.0 404 Not Found\r\n"},
@@ -193,7 +193,7 @@ const Row kRows[] = {
     {"EndsEarly", "GET /metrics HTTP/1.1\r\nHo", ""},
 };
 
-INSTANTIATE_TEST_SUITE_P(Table, Requests, testing::ValuesIn(kRows),
+INSTANTIATE_TEST_SUITE_P(Table, Requests, testing::ValuesIn(kRequestRows),
                          [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(Metrics, SurviveAnyBytes)

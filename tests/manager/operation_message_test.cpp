@@ -15,14 +15,14 @@ namespace {
 
 using ipc::manager::ClientMessage;
 
-struct Row {
+struct MessageRow {
     const char* name;
     std::function<void(ClientMessage&)> fill;
     const char* result;  // the journal's line, or part of the refusal's reason
     bool refused = false;
 };
 
-void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const MessageRow& row, std::ostream* out) { *out << row.name; }
 
 void FillAttachment(ipc::manager::Attachment* attachment)
 {
@@ -51,7 +51,7 @@ void FillUpdate(ClientMessage& message, std::int32_t direction, std::uint32_t he
     update.set_interval(interval);
 }
 
-class Message : public testing::TestWithParam<Row> {};
+class Message : public testing::TestWithParam<MessageRow> {};
 
 TEST_P(Message, BecomesItsOperationOrIsRefused)
 {
@@ -66,7 +66,7 @@ TEST_P(Message, BecomesItsOperationOrIsRefused)
         EXPECT_EQ(GetParam().result, JournalText(std::get<Operation>(result)));
 }
 
-const Row kRows[] = {
+const MessageRow kMessageRows[] = {
     {"AddCollector", [](auto& m) { FillCollector(m, "c1", 6343, 1400); },
      R"({"op":"AddCollector","args":["c1","192.0.2.1",6343,1400]})"},
     {"LongestName", [](auto& m) { FillCollector(m, std::string(64, 'c'), 1, 200); },
@@ -106,7 +106,7 @@ const Row kRows[] = {
      R"({"op":"SetAgentAddress","args":["10.0.0.5"]})"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Table, Message, testing::ValuesIn(kRows),
+INSTANTIATE_TEST_SUITE_P(Table, Message, testing::ValuesIn(kMessageRows),
                          [](const auto& row) { return std::string(row.param.name); });
 
 TEST(Message, ThatIsNoOperationIsNotTakenForOne)

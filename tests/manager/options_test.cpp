@@ -83,15 +83,15 @@ TEST(CommandLine, IsDescribedWithEveryOption)
         EXPECT_NE(std::string::npos, UsageText().find(option)) << option;
 }
 
-struct Row {
+struct FaultRow {
     const char* name;
     std::vector<std::string> words;
     const char* fault;
 };
 
-void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const FaultRow& row, std::ostream* out) { *out << row.name; }
 
-class CommandLineFaults : public testing::TestWithParam<Row> {};
+class CommandLineFaults : public testing::TestWithParam<FaultRow> {};
 
 TEST_P(CommandLineFaults, AreNamed)
 {
@@ -103,7 +103,7 @@ TEST_P(CommandLineFaults, AreNamed)
     }
 }
 
-const Row kRows[] = {
+const FaultRow kFaultRows[] = {
     {"Unknown", {"--journal", "x", "--bogus"}, "no such option: --bogus"},
     {"UnknownLetter", {"-x"}, "no such option: -x"},
     {"NoGroup",
@@ -177,7 +177,7 @@ const Row kRows[] = {
      "127.0.0.1:PORT or [::1]:PORT, and a proxy for others"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Table, CommandLineFaults, testing::ValuesIn(kRows),
+INSTANTIATE_TEST_SUITE_P(Table, CommandLineFaults, testing::ValuesIn(kFaultRows),
                          [](const auto& row) { return std::string(row.param.name); });
 
 /// Words such as "--ring-size".

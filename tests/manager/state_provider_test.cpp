@@ -14,9 +14,9 @@
 namespace manager {
 namespace {
 
-using ipc::cdb::ClientMessage;
-using ipc::cdb::ServerMessage;
-using Database = Peer<ClientMessage>;
+using ProviderMessage = ipc::cdb::ClientMessage;
+using CdbdMessage = ipc::cdb::ServerMessage;
+using Database = Peer<ProviderMessage>;
 using std::chrono::milliseconds;
 
 /// An answer that knows only how many parts it has.
@@ -34,9 +34,9 @@ private:
     std::size_t m_bytes;
 };
 
-ServerMessage Question(std::uint64_t number)
+CdbdMessage Question(std::uint64_t number)
 {
-    ServerMessage message;
+    CdbdMessage message;
     message.mutable_state_request()->set_request(number);
     message.mutable_state_request()->add_parts()->set_path("/state/oam/sflow");
     return message;
@@ -72,7 +72,7 @@ protected:
     }
 
     /// What the manager says to the message.
-    ClientMessage Answer(const ServerMessage& message)
+    ProviderMessage Answer(const CdbdMessage& message)
     {
         auto& database = *m_connections.back();
         const std::size_t before = database.All().size();
@@ -81,9 +81,9 @@ protected:
         return database.All().back();
     }
 
-    static ServerMessage Welcome()
+    static CdbdMessage Welcome()
     {
-        ServerMessage message;
+        CdbdMessage message;
         message.mutable_welcome()->set_store_dir("/nowhere");
         return message;
     }
@@ -163,7 +163,7 @@ TEST_F(Provider, AnswersASmallQuestionAmidALargeOne)
     database.Send(Question(2));
     ASSERT_TRUE(RunUntil([&] {
         return std::any_of(database.All().begin() + 3, database.All().end(),
-                           [](const ClientMessage& message) {
+                           [](const ProviderMessage& message) {
                                return message.state_reply().request() == 2 && !message.state_reply().more();
                            });
     }));
@@ -193,7 +193,9 @@ TEST_F(Provider, RefusesQuestionsBeyondABound)
     m_parts = 1'000'000;
     for (std::uint64_t number = 1; number <= StateProvider::kMaxQuestions + 1; ++number)
         database.Send(Question(number));
-    const auto refused = [](const ClientMessage& message) { return !message.state_reply().error().empty(); };
+    const auto refused = [](const ProviderMessage& message) {
+        return !message.state_reply().error().empty();
+    };
     ASSERT_TRUE(RunUntil([&] { return std::any_of(database.All().begin(), database.All().end(), refused); }));
     const auto& all = database.All();
     const auto refusal = std::find_if(all.begin(), all.end(), refused);
@@ -210,7 +212,7 @@ TEST_F(Provider, PassesOnTheRequestForEverythingAnew)
     Listen();
     m_provider.Start();
     Introduced(1).Send(Welcome());
-    ServerMessage request;
+    CdbdMessage request;
     request.mutable_action_request()->set_request(8);
     request.mutable_action_request()->set_name("resync");
     auto answer = Answer(request);
@@ -227,7 +229,7 @@ TEST_F(Provider, RefusesARequestItDoesNotKnow)
     Listen();
     m_provider.Start();
     Introduced(1).Send(Welcome());
-    ServerMessage request;
+    CdbdMessage request;
     request.mutable_action_request()->set_request(9);
     request.mutable_action_request()->set_name("explode");
     EXPECT_THAT(Answer(request).action_reply().error(), testing::HasSubstr("explode"));
@@ -239,7 +241,7 @@ TEST_F(Provider, TakesPartInATransition)
     Listen();
     m_provider.Start();
     Introduced(1).Send(Welcome());
-    ServerMessage request;
+    CdbdMessage request;
     request.mutable_ha_transition()->set_request(10);
     request.mutable_ha_transition()->set_role(ipc::cdb::HaTransition::STANDBY);
     const auto answer = Answer(request);
@@ -265,7 +267,7 @@ TEST_F(Provider, TriesAgainWhenRefused)
 {
     Listen();
     m_provider.Start();
-    ServerMessage refused;
+    CdbdMessage refused;
     refused.mutable_refused()->set_reason("process 1 provides /state/oam/sflow");
     Introduced(1).Send(refused);
     Introduced(2).Send(refused);
@@ -288,12 +290,12 @@ TEST_F(Provider, IgnoresWhatItHasNotAskedFor)
     Listen();
     m_provider.Start();
     Introduced(1).Send(Welcome());
-    ServerMessage message;
+    CdbdMessage message;
     message.mutable_change_set()->set_commit(5);
     m_connections.back()->Send(message);
     message.mutable_callpoint_request()->set_request(5);
     m_connections.back()->Send(message);
-    m_connections.back()->Send(ServerMessage{});
+    m_connections.back()->Send(CdbdMessage{});
     EXPECT_EQ(11U, Answer(Question(11)).state_reply().request());
     EXPECT_EQ(4U, m_connections.back()->All().size());
 }

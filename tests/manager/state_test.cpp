@@ -9,7 +9,7 @@
 namespace manager {
 namespace {
 
-struct Row {
+struct OperationRow {
     const char* name;
     std::vector<Operation> before;
     Operation last;
@@ -17,9 +17,9 @@ struct Row {
     Texts changes;  // of the last operation
 };
 
-void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const OperationRow& row, std::ostream* out) { *out << row.name; }
 
-class StateOperations : public testing::TestWithParam<Row> {};
+class StateOperations : public testing::TestWithParam<OperationRow> {};
 
 TEST_P(StateOperations, LeaveAndTellWhatTheyShould)
 {
@@ -37,7 +37,7 @@ TEST_P(StateOperations, LeaveAndTellWhatTheyShould)
     EXPECT_EQ(Texts{}, recorder.Take());
 }
 
-const Row kRows[] = {
+const OperationRow kOperationRows[] = {
     {"AgentAddressIsSet", {}, Agent("192.0.2.9"), {"agent 192.0.2.9"}, {"agent 192.0.2.9"}},
     {"AgentAddressIsReplaced",
      {Agent("192.0.2.9")},
@@ -131,7 +131,7 @@ const Row kRows[] = {
      {"interface xe-0/0/1:2.100%a\\b 4096 2 128 20", "xe-0/0/1:2.100%a\\b + flow c/1"}},
 };
 
-INSTANTIATE_TEST_SUITE_P(Table, StateOperations, testing::ValuesIn(kRows),
+INSTANTIATE_TEST_SUITE_P(Table, StateOperations, testing::ValuesIn(kOperationRows),
                          [](const auto& row) { return std::string(row.param.name); });
 
 struct Refused {

@@ -8,23 +8,12 @@
 
 #include <gtest/gtest.h>
 
+#include "destinations.h"
 #include "monitor_fixture.h"
 #include "net/monitor.h"
 #include "support/network.h"
 
 namespace net {
-
-// NOLINTNEXTLINE(readability-identifier-naming): GoogleTest's name
-void PrintTo(const Destination& to, std::ostream* out)
-{
-    *out << "kind " << static_cast<int>(to.kind) << " ifIndex " << to.ifIndex << " interfaces "
-         << to.interfaces << " vlans " << to.inputVlan << " " << to.outputVlan;
-    if (!to.route) return;
-    *out << " route " << int{to.route->sourceBits} << " " << int{to.route->destinationBits} << " by";
-    for (int i = 0; i < to.route->nextHop.size; ++i)
-        *out << " " << int{to.route->nextHop.bytes[static_cast<std::size_t>(i)]};
-}
-
 namespace {
 
 using Kind = Destination::Kind;
@@ -32,11 +21,6 @@ using support::Bytes;
 using support::FrameOptions;
 using support::Injector;
 using support::Network;
-
-Destination Made(Kind kind, std::uint32_t ifIndex = 0, std::uint32_t interfaces = 0)
-{
-    return {kind, ifIndex, interfaces, 0, 0, {}};
-}
 
 Destination Routed(std::uint32_t ifIndex, Address nextHop, std::uint8_t sourceBits,
                    std::uint8_t destinationBits)

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "destinations.h"
 #include "net/bridges.h"
 #include "net/resolver.h"
 #include "support/network.h"
@@ -20,10 +21,7 @@ using support::Bytes;
 using support::FrameOptions;
 using support::UdpFrame;
 
-constexpr std::uint32_t kBridge = 10;
-constexpr std::uint32_t kRouter = 20;  // a port that is none of a bridge
-
-MacAddress Numbered(std::uint8_t number) { return {2, 0, 0, 0, 0, number}; }
+MacAddress NumberedMac(std::uint8_t number) { return {2, 0, 0, 0, 0, number}; }
 
 class NoQuestions final : public RouteQuestions {
 public:
@@ -51,8 +49,8 @@ protected:
             PutLink(port, static_cast<std::uint8_t>(0x30 + port));
         bridges.SetBridge(kBridge, {});
         for (const std::uint32_t port : {1U, 2U, 3U, 4U}) PutPort(port, {.forwarding = true}, {});
-        bridges.PutAddress(kBridge, 0, Numbered(2), {2, false}, 1);
-        bridges.PutAddress(kBridge, 0, Numbered(0x10), {kBridge, true}, 1);
+        bridges.PutAddress(kBridge, 0, NumberedMac(2), {2, false}, 1);
+        bridges.PutAddress(kBridge, 0, NumberedMac(0x10), {kBridge, true}, 1);
     }
 
     void PutLink(std::uint32_t index, std::uint8_t mac, Placement placement = {}, std::uint16_t type = 1,
@@ -60,7 +58,7 @@ protected:
     {
         Link link;
         link.index = index;
-        link.mac = Numbered(mac);
+        link.mac = NumberedMac(mac);
         link.hardwareType = type;
         link.promiscuous = promiscuous;
         resolver.PutDevice(link, placement);
@@ -80,8 +78,8 @@ protected:
         PutPort(4, {.forwarding = true}, {{8, 8, true, true}});
         bridges.PutPort(kBridge, kBridge, {}, {{7, 7, false, false}}, 1);
         for (const std::uint16_t vlan : {std::uint16_t{7}, std::uint16_t{8}}) {
-            bridges.PutAddress(kBridge, vlan, Numbered(2), {2, false}, 1);
-            bridges.PutAddress(kBridge, vlan, Numbered(0x10), {kBridge, true}, 1);
+            bridges.PutAddress(kBridge, vlan, NumberedMac(2), {2, false}, 1);
+            bridges.PutAddress(kBridge, vlan, NumberedMac(0x10), {kBridge, true}, 1);
         }
     }
 
@@ -106,12 +104,6 @@ protected:
     Resolver resolver{bridges, routes};
 };
 
-Destination Made(Kind kind, std::uint32_t ifIndex = 0, std::uint32_t interfaces = 0, std::uint16_t in = 0,
-                 std::uint16_t out = 0)
-{
-    return {kind, ifIndex, interfaces, in, out, {}};
-}
-
 constexpr MacAddress kBroadcast{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
 constexpr MacAddress kGroup{0x01, 0x00, 0x5E, 0, 0, 5};
 
@@ -132,16 +124,16 @@ TEST_F(ResolverTest, FloodsCountTheOtherForwardingPorts)
 {
     EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 3));
     EXPECT_EQ(ToMac(1, kGroup), Made(Kind::kSeveral, 0, 3));
-    EXPECT_EQ(ToMac(1, Numbered(99)), Made(Kind::kSeveral, 0, 3));
+    EXPECT_EQ(ToMac(1, NumberedMac(99)), Made(Kind::kSeveral, 0, 3));
     PutPort(3, {.forwarding = false}, {});
     EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 2));
     PutPort(4, {.forwarding = true, .floodsUnicast = false, .floodsMulticast = false}, {});
     EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 2));
     EXPECT_EQ(ToMac(1, kGroup), Made(Kind::kSeveral, 0, 1));
-    EXPECT_EQ(ToMac(1, Numbered(99)), Made(Kind::kSeveral, 0, 1));
-    EXPECT_EQ(ToMac(2, Numbered(99)), Made(Kind::kSeveral, 0, 1));
+    EXPECT_EQ(ToMac(1, NumberedMac(99)), Made(Kind::kSeveral, 0, 1));
+    EXPECT_EQ(ToMac(2, NumberedMac(99)), Made(Kind::kSeveral, 0, 1));
     bridges.RemovePort(2);
-    EXPECT_EQ(ToMac(1, Numbered(99)), Made(Kind::kDiscarded)) << "nobody is left to get it";
+    EXPECT_EQ(ToMac(1, NumberedMac(99)), Made(Kind::kDiscarded)) << "nobody is left to get it";
     EXPECT_EQ(ToMac(1, kGroup), Made(Kind::kLocal)) << "but the machine itself does";
 }
 
@@ -161,7 +153,7 @@ TEST_F(ResolverTest, HowManyHaveJoinedAGroupIsNotKnownWhereTheBridgeGoesByThat)
     for (const char* address : {"224.0.0.1", "224.0.0.251", "ff02::1"})
         EXPECT_EQ(group(address), everywhere) << address;
     EXPECT_EQ(ToMac(1, kBroadcast), everywhere);
-    EXPECT_EQ(ToMac(1, Numbered(99)), everywhere);
+    EXPECT_EQ(ToMac(1, NumberedMac(99)), everywhere);
     EXPECT_EQ(ToFrame(1, support::EthernetFrame(1, 0xFF, 0x88B5, 60), 0x88B5, 0), everywhere);
     Bytes cut = UdpFrame({.destination = "224.0.0.1"});
     cut[0] = std::byte{1};
@@ -220,9 +212,9 @@ TEST_F(ResolverTest, LinkLocalGroupsStayInTheBridge)
 TEST_F(ResolverTest, WhatMayBeKnownToTheKernelAloneIsUnknown)
 {
     bridges.SetLimit(bridges.AddressCount());
-    bridges.PutAddress(kBridge, 0, Numbered(50), {3, false}, 1);
+    bridges.PutAddress(kBridge, 0, NumberedMac(50), {3, false}, 1);
     EXPECT_FALSE(bridges.Complete());
-    EXPECT_EQ(ToMac(1, Numbered(50)), Made(Kind::kUnknown));
+    EXPECT_EQ(ToMac(1, NumberedMac(50)), Made(Kind::kUnknown));
     EXPECT_EQ(To(1, {.to = 2}), Made(Kind::kInterface, 2));
 }
 
@@ -244,8 +236,8 @@ TEST_F(ResolverTest, FloodsStayInTheirVlan)
     Filter();
     EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 2, 7, 7));
     EXPECT_EQ(ToMac(3, kBroadcast, 7), Made(Kind::kSeveral, 0, 2, 7, 7));
-    EXPECT_EQ(ToMac(4, Numbered(99)), Made(Kind::kSeveral, 0, 1, 8, 8));
-    EXPECT_EQ(ToMac(3, Numbered(99), 9), Made(Kind::kDiscarded, 0, 0, 9));
+    EXPECT_EQ(ToMac(4, NumberedMac(99)), Made(Kind::kSeveral, 0, 1, 8, 8));
+    EXPECT_EQ(ToMac(3, NumberedMac(99), 9), Made(Kind::kDiscarded, 0, 0, 9));
     bridges.RemoveVlans(2, {{7, 7, false, false}});
     EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 1, 7, 7));
     bridges.AddVlans(4, {{6, 7, false, false}});
@@ -258,7 +250,7 @@ TEST_F(ResolverTest, WhatIsForTheBridgeGoesToTheRoutes)
     questions.kind = Kind::kLocal;
     EXPECT_EQ(To(1, {.to = 0x10}), Made(Kind::kLocal));
     EXPECT_EQ(questions.asked, std::vector<std::uint32_t>{kBridge});
-    bridges.RemoveAddress(kBridge, 0, Numbered(0x10));
+    bridges.RemoveAddress(kBridge, 0, NumberedMac(0x10));
     EXPECT_EQ(To(1, {.to = 0x10}), Made(Kind::kLocal)) << "its own address, though nobody told";
 }
 

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "destinations.h"
 #include "net/bridges.h"
 #include "net/resolver.h"
 #include "support/network.h"
@@ -31,7 +32,7 @@ using Kind = Destination::Kind;
 using support::Bytes;
 using support::FrameOptions;
 
-constexpr std::uint32_t kBridge = 10, kRouter = 20, kVlan = 25, kTunnel = 50;
+constexpr std::uint32_t kVlan = 25, kTunnel = 50;
 constexpr std::uint8_t kBridgeMac = 0x10, kRouterMac = 0x20;
 constexpr std::uint16_t kVlanId = 5;
 const std::optional<std::uint32_t> kNobodySays;
@@ -113,7 +114,8 @@ protected:
 };
 
 Origin Came(std::uint32_t ifIndex) { return {Kind::kInterface, ifIndex, {}}; }
-Origin Routed(std::uint32_t ifIndex, const Address& nextHop, std::uint8_t source, std::uint8_t destination)
+Origin CameRouted(std::uint32_t ifIndex, const Address& nextHop, std::uint8_t source,
+                  std::uint8_t destination)
 {
     return {Kind::kInterface, ifIndex, Destination::Route{nextHop, source, destination}};
 }
@@ -123,7 +125,7 @@ const Address kHop{4, {192, 0, 2, 1}};
 
 TEST_F(TraceTest, ARoutedPacketHasTheInterfaceOfItsSourceAndItsRoute)
 {
-    const Origin expected = Routed(kBridge, kHop, 8, 16);
+    const Origin expected = CameRouted(kBridge, kHop, 8, 16);
     EXPECT_EQ(Trace(kRouter, Sent("10.0.0.1", "21.0.0.1")), expected);
     EXPECT_EQ(Trace(kRouter, Sent("10.0.0.1", "21.0.0.1"), kBridge), expected);
     const int asked = table.asked;
@@ -147,17 +149,18 @@ TEST_F(TraceTest, AsTheSampleOfItsEntryHasIt)
 
 TEST_F(TraceTest, TheNextHopIsNoneOfTheFamilyWhereTheDestinationIsDirectlyConnected)
 {
-    EXPECT_EQ(Trace(kRouter, Sent("10.0.0.1", "20.0.0.1")), Routed(kBridge, {4, {}}, 8, 12));
-    EXPECT_EQ(Trace(1, Sent("2000::1", "3000::1", kBridgeMac)), Routed(kRouter, {16, {}}, 48, 64));
+    EXPECT_EQ(Trace(kRouter, Sent("10.0.0.1", "20.0.0.1")), CameRouted(kBridge, {4, {}}, 8, 12));
+    EXPECT_EQ(Trace(1, Sent("2000::1", "3000::1", kBridgeMac)), CameRouted(kRouter, {16, {}}, 48, 64));
     EXPECT_EQ(Trace(kRouter, Sent("3000::1", "2000::1"), kBridge),
-              Routed(kBridge, {16, {0xFE, 0x80}}, 64, 48));
+              CameRouted(kBridge, {16, {0xFE, 0x80}}, 64, 48));
 }
 
 TEST_F(TraceTest, ItIsTracedThroughBridgesVlanDevicesAndTunnels)
 {
-    EXPECT_EQ(Trace(2, Sent("21.0.0.1", "10.0.0.1", kBridgeMac)), Routed(kRouter, {4, {}}, 16, 8));
-    EXPECT_EQ(Trace(2, Sent("21.0.0.1", "10.0.0.1", kBridgeMac), kRouter), Routed(kRouter, {4, {}}, 16, 8));
-    const Origin byVlan = Routed(kBridge, {4, {192, 0, 2, 5}}, 8, 20);
+    EXPECT_EQ(Trace(2, Sent("21.0.0.1", "10.0.0.1", kBridgeMac)), CameRouted(kRouter, {4, {}}, 16, 8));
+    EXPECT_EQ(Trace(2, Sent("21.0.0.1", "10.0.0.1", kBridgeMac), kRouter),
+              CameRouted(kRouter, {4, {}}, 16, 8));
+    const Origin byVlan = CameRouted(kBridge, {4, {192, 0, 2, 5}}, 8, 20);
     FrameOptions options = Sent("10.0.0.1", "25.0.0.1");
     EXPECT_EQ(Trace(kRouter, options, kNobodySays, kVlanId), byVlan) << "the tag is told of";
     options.tags = {0x81000000 | kVlanId};
@@ -166,8 +169,8 @@ TEST_F(TraceTest, ItIsTracedThroughBridgesVlanDevicesAndTunnels)
     EXPECT_EQ(Trace(kRouter, options, kBridge, 6), Came(kBridge)) << "nobody sends in that VLAN";
     Bytes packet = support::UdpFrame(Sent("10.0.0.1", "50.0.0.1"));
     packet.erase(packet.begin(), packet.begin() + 14);
-    EXPECT_EQ(TraceBytes(kTunnel, packet, kNobodySays, 0x0800), Routed(kBridge, {4, {}}, 8, 24));
-    EXPECT_EQ(TraceBytes(kTunnel, packet, kBridge, 0x0800), Routed(kBridge, {4, {}}, 8, 24));
+    EXPECT_EQ(TraceBytes(kTunnel, packet, kNobodySays, 0x0800), CameRouted(kBridge, {4, {}}, 8, 24));
+    EXPECT_EQ(TraceBytes(kTunnel, packet, kBridge, 0x0800), CameRouted(kBridge, {4, {}}, 8, 24));
 }
 
 TEST_F(TraceTest, ABridgedPacketHasThePortOfItsSourceAndNoRoute)

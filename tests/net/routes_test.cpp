@@ -13,7 +13,7 @@ namespace {
 
 using Kind = Destination::Kind;
 
-Address Numbered(std::uint32_t number)
+Address NumberedAddress(std::uint32_t number)
 {
     Address address;
     address.size = 4;
@@ -48,7 +48,7 @@ class RoutesTest : public testing::Test {
 protected:
     std::optional<Routes::Found> Find(std::uint32_t destination, std::uint32_t source = 1)
     {
-        return routes.Find(7, Numbered(destination), Numbered(source));
+        return routes.Find(7, NumberedAddress(destination), NumberedAddress(source));
     }
     std::chrono::steady_clock::time_point now{};
     Answers answers;
@@ -67,7 +67,7 @@ TEST_F(RoutesTest, AreAskedForOnce)
     EXPECT_EQ(answers.asked, 2);
     ASSERT_TRUE(Find(9, 2));
     EXPECT_EQ(answers.asked, 3) << "the way to another source, no more";
-    ASSERT_TRUE(routes.Find(8, Numbered(9), Numbered(1)));
+    ASSERT_TRUE(routes.Find(8, NumberedAddress(9), NumberedAddress(1)));
     EXPECT_EQ(answers.asked, 4) << "from another interface";
 }
 
@@ -89,8 +89,8 @@ TEST_F(RoutesTest, ADirectlyConnectedDestinationHasTheNextHopThatIsNoneOfItsFami
     six.size = from.size = 16;
     six.bytes[15] = 9;
     EXPECT_EQ(routes.Find(7, six, from)->route, (Destination::Route{{16, {}}, 8, 24}));
-    answers.nextHop = Numbered(5);
-    EXPECT_EQ(Find(10)->route, (Destination::Route{Numbered(5), 8, 24}));
+    answers.nextHop = NumberedAddress(5);
+    EXPECT_EQ(Find(10)->route, (Destination::Route{NumberedAddress(5), 8, 24}));
     EXPECT_EQ(Find(9)->route, (Destination::Route{{4, {}}, 8, 24})) << "as remembered";
 }
 

@@ -8,6 +8,9 @@
 
 namespace samples_tests {
 
+/// Of each statement about what chance allows: a right manager fails it so rarely.
+inline constexpr double kFalseAlarm = 1e-8;
+
 struct Bounds {
     std::uint64_t least, most;
 };

@@ -7,9 +7,10 @@ namespace samples_tests {
 
 namespace {
 
-constexpr std::size_t kFrames = 10;
-
-class LoopTest : public SourceTest {};
+class LoopTest : public SourceTest {
+protected:
+    static constexpr std::size_t kFrames = 10;
+};
 
 INSTANTIATE_TEST_SUITE_P(, LoopTest, BothSources(), NameOfSource);
 

@@ -18,7 +18,7 @@ using support::FrameOptions;
 
 constexpr DecodedPort kDiscarded{1, 256};  // for a reason that is not told
 
-struct Row {
+struct PathRow {
     std::string name;
     FrameOptions frame;      // enters by p1
     std::vector<int> mac{};  // that it is sent to; empty: that of `frame`
@@ -66,11 +66,11 @@ protected:
         return leaving;
     }
 
-    void ExpectRows(const std::vector<Row>& rows)
+    void ExpectRows(const std::vector<PathRow>& rows)
     {
         Injector injector("h1");
         std::uint64_t count = 0;
-        for (const Row& row : rows) {
+        for (const PathRow& row : rows) {
             SCOPED_TRACE(row.name);
             FrameOptions options = row.frame;
             options.number = ++count;
@@ -162,7 +162,7 @@ TEST_P(PathsTest, ARoutedPacketNamesInterfaceNextHopAndPrefixes)
     const DecodedRouter near{"0.0.0.0", 24, 28}, nearSix{"::", 64, 96};
     const DecodedRouter farSix{"2001:db8:b::2", 64, 48};
     const auto routed = [](const char* name, const char* to, const DecodedRouter& by) {
-        return Row{.name = name, .frame = ToRouter(to), .port = "r0", .leaves = {"r0"}, .router = by};
+        return PathRow{.name = name, .frame = ToRouter(to), .port = "r0", .leaves = {"r0"}, .router = by};
     };
     ExpectRows({
         routed("by a next hop", "192.0.2.7", far),

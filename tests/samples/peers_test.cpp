@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include "samples/binomial.h"
+#include "samples/frame_sizes.h"
 #include "samples/samples_test.h"
 #include "samples/shapes.h"
 
@@ -22,8 +23,6 @@ namespace samples_tests {
 namespace {
 
 constexpr std::uint16_t kPort = 6343;
-constexpr std::uint32_t kFcs = 4;
-constexpr double kFalseAlarm = 1e-8;  // of each statement about what chance allows: there are two
 
 struct Totals {
     std::uint64_t packets = 0, bytes = 0;

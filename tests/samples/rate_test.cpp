@@ -12,7 +12,6 @@ namespace samples_tests {
 
 namespace {
 
-constexpr double kFalseAlarm = 1e-8;
 constexpr std::size_t kPayload = 14 + 20 + 8;  // where the number of a frame is
 
 /// Puts numbered frames on an interface from one CPU, so that they are counted in their order.

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <initializer_list>
 
+#include "samples/frame_sizes.h"
+
 namespace samples_tests {
 namespace {
 
@@ -12,7 +14,7 @@ using support::Bytes;
 using support::EthernetFrame;
 using support::FrameOptions;
 
-constexpr std::size_t kEthernet = 14, kTag = 4, kIpv4 = 20, kIpv6 = 40;
+constexpr std::size_t kTag = 4, kIpv4 = 20, kIpv6 = 40;
 constexpr int kIcmp = 1, kTcp = 6, kUdp = 17, kIcmp6 = 58;
 constexpr const char* kSix = "2001:db8::1";
 constexpr const char* kOtherSix = "2001:db8::2";
@@ -27,7 +29,7 @@ std::size_t IpOf(const FrameOptions& options) { return kEthernet + kTag * option
 
 bool IsSix(const FrameOptions& options) { return options.source.find(':') != std::string::npos; }
 
-std::size_t PayloadOf(const FrameOptions& options)
+std::size_t PayloadAt(const FrameOptions& options)
 {
     return IpOf(options) + (IsSix(options) ? kIpv6 : kIpv4);
 }
@@ -58,7 +60,7 @@ private:
 void Finish(Bytes& frame, const FrameOptions& options, int protocol, std::size_t at)
 {
     const std::size_t ip = IpOf(options);
-    const std::size_t payload = PayloadOf(options);
+    const std::size_t payload = PayloadAt(options);
     if (IsSix(options)) {
         Put(frame, ip + 6, {protocol});
     } else {
@@ -97,7 +99,7 @@ Bytes TcpFrame(const FrameOptions& options)
 {
     Bytes frame = support::UdpFrame(options);
     constexpr int kFiveWords = 0x50, kAck = 0x10;
-    Put(frame, PayloadOf(options) + 4, {0, 0, 0, 1, 0, 0, 0, 1, kFiveWords, kAck, 0xFF, 0xFF, 0, 0, 0, 0});
+    Put(frame, PayloadAt(options) + 4, {0, 0, 0, 1, 0, 0, 0, 1, kFiveWords, kAck, 0xFF, 0xFF, 0, 0, 0, 0});
     Finish(frame, options, kTcp, 16);
     return frame;
 }
@@ -106,7 +108,7 @@ Bytes EchoFrame(const FrameOptions& options)
 {
     constexpr int kEcho = 8, kEcho6 = 128;
     Bytes frame = support::UdpFrame(options);
-    Put(frame, PayloadOf(options), {IsSix(options) ? kEcho6 : kEcho, 0, 0, 0, 0, 1, 0, 1});
+    Put(frame, PayloadAt(options), {IsSix(options) ? kEcho6 : kEcho, 0, 0, 0, 0, 1, 0, 1});
     Finish(frame, options, IsSix(options) ? kIcmp6 : kIcmp, 2);
     return frame;
 }

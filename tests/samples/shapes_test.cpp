@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "samples/frame_sizes.h"
 #include "samples/samples_test.h"
 #include "samples/shapes.h"
 
@@ -10,7 +11,6 @@ namespace samples_tests {
 namespace {
 
 constexpr std::size_t kHeader = 128;  // bytes of a frame that are wanted
-constexpr std::uint32_t kFcs = 4;
 constexpr int kJumbo = 9000;
 
 class ShapesTest : public SourceTest {

@@ -14,14 +14,13 @@
 #include <numeric>
 #include <system_error>
 
+#include "samples/frame_sizes.h"
 #include "samples/samples_test.h"
 
 namespace samples_tests {
 
 namespace {
 
-constexpr std::size_t kEthernet = 14;
-constexpr std::uint32_t kFcs = 4;
 constexpr std::uint32_t kLargest = 1514 + kFcs;
 constexpr std::size_t kStream = 3'000'000;
 

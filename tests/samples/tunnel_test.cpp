@@ -10,14 +10,13 @@
 #include <cerrno>
 #include <cstring>
 
+#include "samples/frame_sizes.h"
 #include "samples/samples_test.h"
 #include "samples/shapes.h"
 
 namespace samples_tests {
 
 namespace {
-
-constexpr std::size_t kEthernet = 14;
 
 class TunnelTest : public SourceTest {
 protected:

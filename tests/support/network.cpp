@@ -6,6 +6,7 @@
 #include <net/ethernet.h>
 #include <net/if.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -19,6 +20,8 @@
 #include <cstring>
 #include <stdexcept>
 #include <system_error>
+
+#include "support/poll.h"
 
 namespace support {
 namespace {
@@ -195,6 +198,22 @@ void Network::Veth(const std::string& one, const std::string& other)
 {
     Ip("link add " + one + " type veth peer name " + other + "\nlink set " + one + " up\nlink set " + other +
        " up");
+    for (const std::string& end : {one, other}) AwaitSending(end);
+}
+
+void Network::AwaitSending(const std::string& device)
+{
+    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (socket < 0) Fail("socket");
+    ifreq request{};
+    device.copy(request.ifr_name, sizeof request.ifr_name - 1);
+    const bool isRunning = Becomes([&] {
+        return ::ioctl(socket, SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_RUNNING) != 0;
+    });
+    // The kernel gives the interface its queue after that, under the lock that a change of flags waits for.
+    const bool isChanged = isRunning && ::ioctl(socket, SIOCSIFFLAGS, &request) == 0;
+    ::close(socket);
+    if (!isChanged) throw std::runtime_error("interface " + device + " does not begin to run");
 }
 
 void Network::MakeBridge(const std::string& name, const std::vector<std::string>& ports)

@@ -39,6 +39,9 @@ public:
 
     /// A pair of virtual Ethernet interfaces, both up: what is sent on one enters by the other.
     static void Veth(const std::string& one, const std::string& other);
+    /// Waits until what is sent on the interface leaves it: the kernel sees to that some time after both ends
+    /// of a cable are up, and drops until then without a word.
+    static void AwaitSending(const std::string& device);
     /// A bridge, up, with the ports given; without spanning tree.
     static void MakeBridge(const std::string& name, const std::vector<std::string>& ports);
 

@@ -17,7 +17,7 @@ namespace {
 
 using wire::Encoding;
 
-constexpr std::size_t kRoom = wire::kMaxCountersSample;
+constexpr std::size_t kCountersRoom = wire::kMaxCountersSample;
 
 struct CountersVector {
     const char* name;
@@ -32,7 +32,7 @@ void PrintTo(const CountersVector& row, std::ostream* out) { *out << row.name; }
 enum class Ethernet : std::uint8_t { kNo, kYes };
 
 /// A sample whose every counter differs.
-wire::CountersSample Sample(Ethernet ethernet, std::string_view portName)
+wire::CountersSample MakeCounters(Ethernet ethernet, std::string_view portName)
 {
     wire::CountersSample sample;
     sample.sequence = 0x21;
@@ -104,7 +104,7 @@ wire::CountersSample UncountedEthernet()
 
 wire::CountersSample FromSource(std::uint32_t source)
 {
-    wire::CountersSample sample = Sample(Ethernet::kNo, "");
+    wire::CountersSample sample = MakeCounters(Ethernet::kNo, "");
     sample.source = source;
     return sample;
 }
@@ -129,65 +129,65 @@ std::string Hex61(int times)
 }
 
 const CountersVector kRecords[] = {
-    {"GenericCompact", Sample(Ethernet::kNo, ""), Encoding::kCompact, kRoom,
+    {"GenericCompact", MakeCounters(Ethernet::kNo, ""), Encoding::kCompact, kCountersRoom,
      "00000002 0000006c 00000021 00000005 00000001 " + kGeneric},
-    {"GenericExpanded", Sample(Ethernet::kNo, ""), Encoding::kExpanded, kRoom,
+    {"GenericExpanded", MakeCounters(Ethernet::kNo, ""), Encoding::kExpanded, kCountersRoom,
      "00000004 00000070 00000021 00000000 00000005 00000001 " + kGeneric},
-    {"EthernetCompact", Sample(Ethernet::kYes, ""), Encoding::kCompact, kRoom,
+    {"EthernetCompact", MakeCounters(Ethernet::kYes, ""), Encoding::kCompact, kCountersRoom,
      "00000002 000000a8 00000021 00000005 00000002 " + kGeneric + kEthernet},
-    {"EthernetExpanded", Sample(Ethernet::kYes, ""), Encoding::kExpanded, kRoom,
+    {"EthernetExpanded", MakeCounters(Ethernet::kYes, ""), Encoding::kExpanded, kCountersRoom,
      "00000004 000000ac 00000021 00000000 00000005 00000002 " + kGeneric + kEthernet},
-    {"AllRecordsCompact", Sample(Ethernet::kYes, "eth0"), Encoding::kCompact, kRoom,
+    {"AllRecordsCompact", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kCompact, kCountersRoom,
      "00000002 000000b8 00000021 00000005 00000003 " + kGeneric + kEthernet + kEth0},
-    {"AllRecordsExpanded", Sample(Ethernet::kYes, "eth0"), Encoding::kExpanded, kRoom,
+    {"AllRecordsExpanded", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kExpanded, kCountersRoom,
      "00000004 000000bc 00000021 00000000 00000005 00000003 " + kGeneric + kEthernet + kEth0},
-    {"PortNameWithoutEthernet", Sample(Ethernet::kNo, "eth0"), Encoding::kCompact, kRoom,
+    {"PortNameWithoutEthernet", MakeCounters(Ethernet::kNo, "eth0"), Encoding::kCompact, kCountersRoom,
      "00000002 0000007c 00000021 00000005 00000002 " + kGeneric + kEth0},
-    {"PortNameOfOneByte", Sample(Ethernet::kNo, "e"), Encoding::kCompact, kRoom,
+    {"PortNameOfOneByte", MakeCounters(Ethernet::kNo, "e"), Encoding::kCompact, kCountersRoom,
      "00000002 0000007c 00000021 00000005 00000002 " + kGeneric + "000003ed 00000008 00000001 65000000"},
-    {"PortNameOfFiveBytes", Sample(Ethernet::kNo, "eth01"), Encoding::kCompact, kRoom,
+    {"PortNameOfFiveBytes", MakeCounters(Ethernet::kNo, "eth01"), Encoding::kCompact, kCountersRoom,
      "00000002 00000080 00000021 00000005 00000002 " + kGeneric +
          "000003ed 0000000c 00000005 65746830 31000000"},
-    {"LongestPortName", Sample(Ethernet::kNo, k255Letters), Encoding::kCompact, kRoom,
+    {"LongestPortName", MakeCounters(Ethernet::kNo, k255Letters), Encoding::kCompact, kCountersRoom,
      "00000002 00000178 00000021 00000005 00000002 " + kGeneric + "000003ed 00000104 000000ff " + Hex61(255) +
          "00"},
-    {"TooLongAPortNameIsCut", Sample(Ethernet::kNo, k256Letters), Encoding::kCompact, kRoom,
+    {"TooLongAPortNameIsCut", MakeCounters(Ethernet::kNo, k256Letters), Encoding::kCompact, kCountersRoom,
      "00000002 00000178 00000021 00000005 00000002 " + kGeneric + "000003ed 00000104 000000ff " + Hex61(255) +
          "00"},
-    {"NothingCounted", WithStatus(false, false), Encoding::kCompact, kRoom, Uncounted("00000000")},
-    {"OnlyAdminUp", WithStatus(true, false), Encoding::kCompact, kRoom, Uncounted("00000001")},
-    {"OnlyOperUp", WithStatus(false, true), Encoding::kCompact, kRoom, Uncounted("00000002")},
-    {"NoEthernetCounterCounted", UncountedEthernet(), Encoding::kCompact, kRoom,
+    {"NothingCounted", WithStatus(false, false), Encoding::kCompact, kCountersRoom, Uncounted("00000000")},
+    {"OnlyAdminUp", WithStatus(true, false), Encoding::kCompact, kCountersRoom, Uncounted("00000001")},
+    {"OnlyOperUp", WithStatus(false, true), Encoding::kCompact, kCountersRoom, Uncounted("00000002")},
+    {"NoEthernetCounterCounted", UncountedEthernet(), Encoding::kCompact, kCountersRoom,
      "00000002 000000a8 00000000 00000000 00000002 " + Uncounted("00000000").substr(45) +
          " 00000002 00000034 ffffffff ffffffff ffffffff ffffffff ffffffff ffffffff ffffffff ffffffff "
          "ffffffff "
          "ffffffff ffffffff ffffffff ffffffff"},
-    {"LargestIndexOfTheCompactEncoding", FromSource(0xffffff), Encoding::kCompact, kRoom,
+    {"LargestIndexOfTheCompactEncoding", FromSource(0xffffff), Encoding::kCompact, kCountersRoom,
      "00000002 0000006c 00000021 00ffffff 00000001 " + kGeneric},
-    {"IndexTooLargeForTheCompactEncoding", FromSource(0x12345678), Encoding::kCompact, kRoom,
+    {"IndexTooLargeForTheCompactEncoding", FromSource(0x12345678), Encoding::kCompact, kCountersRoom,
      "00000002 0000006c 00000021 00345678 00000001 " + kGeneric},
-    {"LargestIndex", FromSource(0xffffffff), Encoding::kExpanded, kRoom,
+    {"LargestIndex", FromSource(0xffffffff), Encoding::kExpanded, kCountersRoom,
      "00000004 00000070 00000021 00000000 ffffffff 00000001 " + kGeneric},
 };
 
-const CountersVector kCuts[] = {
-    {"NoRoomAtAll", Sample(Ethernet::kYes, "eth0"), Encoding::kCompact, 0, ""},
-    {"OneByteShortOfTheGenericCounters", Sample(Ethernet::kYes, "eth0"), Encoding::kCompact, 115, ""},
-    {"OneByteShortOfTheGenericCountersExpanded", Sample(Ethernet::kYes, "eth0"), Encoding::kExpanded, 119,
-     ""},
-    {"JustTheGenericCounters", Sample(Ethernet::kYes, "eth0"), Encoding::kCompact, 116,
+const CountersVector kCountersCuts[] = {
+    {"NoRoomAtAll", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kCompact, 0, ""},
+    {"OneByteShortOfTheGenericCounters", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kCompact, 115, ""},
+    {"OneByteShortOfTheGenericCountersExpanded", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kExpanded,
+     119, ""},
+    {"JustTheGenericCounters", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kCompact, 116,
      "00000002 0000006c 00000021 00000005 00000001 " + kGeneric},
-    {"JustTheGenericCountersExpanded", Sample(Ethernet::kYes, "eth0"), Encoding::kExpanded, 120,
+    {"JustTheGenericCountersExpanded", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kExpanded, 120,
      "00000004 00000070 00000021 00000000 00000005 00000001 " + kGeneric},
-    {"NoPortNameWhereTheEthernetCountersDoNotFit", Sample(Ethernet::kYes, "eth0"), Encoding::kCompact, 175,
-     "00000002 0000006c 00000021 00000005 00000001 " + kGeneric},
-    {"JustTheEthernetCounters", Sample(Ethernet::kYes, "eth0"), Encoding::kCompact, 176,
+    {"NoPortNameWhereTheEthernetCountersDoNotFit", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kCompact,
+     175, "00000002 0000006c 00000021 00000005 00000001 " + kGeneric},
+    {"JustTheEthernetCounters", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kCompact, 176,
      "00000002 000000a8 00000021 00000005 00000002 " + kGeneric + kEthernet},
-    {"OneByteShortOfThePortName", Sample(Ethernet::kYes, "eth0"), Encoding::kCompact, 191,
+    {"OneByteShortOfThePortName", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kCompact, 191,
      "00000002 000000a8 00000021 00000005 00000002 " + kGeneric + kEthernet},
-    {"JustEverything", Sample(Ethernet::kYes, "eth0"), Encoding::kCompact, 192,
+    {"JustEverything", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kCompact, 192,
      "00000002 000000b8 00000021 00000005 00000003 " + kGeneric + kEthernet + kEth0},
-    {"PaddingOfThePortNameHasNoRoom", Sample(Ethernet::kNo, "e"), Encoding::kCompact, 131,
+    {"PaddingOfThePortNameHasNoRoom", MakeCounters(Ethernet::kNo, "e"), Encoding::kCompact, 131,
      "00000002 0000006c 00000021 00000005 00000001 " + kGeneric},
 };
 
@@ -199,9 +199,8 @@ TEST_P(CountersVectorTest, IsWrittenAsExpected)
     ExpectEncoded(row.sample, row.encoding, row.room, row.expected);
 }
 
-const auto kNameOf = [](const auto& row) { return std::string(row.param.name); };
 INSTANTIATE_TEST_SUITE_P(Records, CountersVectorTest, testing::ValuesIn(kRecords), kNameOf);
-INSTANTIATE_TEST_SUITE_P(Cut, CountersVectorTest, testing::ValuesIn(kCuts), kNameOf);
+INSTANTIATE_TEST_SUITE_P(Cut, CountersVectorTest, testing::ValuesIn(kCountersCuts), kNameOf);
 
 TEST(DatagramHeaderVectorTest, IsWrittenAsExpected)
 {

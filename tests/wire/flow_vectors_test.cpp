@@ -16,7 +16,7 @@ namespace {
 using wire::Encoding;
 using Format = wire::Port::Format;
 
-constexpr std::size_t kRoom = wire::kMaxFlowSample;
+constexpr std::size_t kFlowRoom = wire::kMaxFlowSample;
 
 struct FlowVector {
     const char* name;
@@ -30,7 +30,7 @@ void PrintTo(const FlowVector& row, std::ostream* out) { *out << row.name; }
 
 /// A sample whose every field differs, with so many header bytes, then changed by `change`.
 template <typename Change>
-wire::FlowSample Sample(std::size_t header, Change change)
+wire::FlowSample MakeFlow(std::size_t header, Change change)
 {
     wire::FlowSample sample;
     sample.sequence = 0x11;
@@ -52,14 +52,14 @@ wire::FlowSample Sample(std::size_t header, Change change)
     return sample;
 }
 
-wire::FlowSample Sample(std::size_t header)
+wire::FlowSample MakeFlow(std::size_t header)
 {
-    return Sample(header, [](wire::FlowSample&) {});
+    return MakeFlow(header, [](wire::FlowSample&) {});
 }
 
 wire::FlowSample Tagged(std::size_t header, std::size_t maxHeader = 128, std::uint16_t protocol = 0x8100)
 {
-    return Sample(header, [&](wire::FlowSample& sample) {
+    return MakeFlow(header, [&](wire::FlowSample& sample) {
         sample.tagProtocol = protocol;
         sample.tagControl = 0x6064;
         sample.maxHeader = maxHeader;
@@ -68,7 +68,7 @@ wire::FlowSample Tagged(std::size_t header, std::size_t maxHeader = 128, std::ui
 
 wire::FlowSample Between(wire::Port input, wire::Port output)
 {
-    return Sample(0, [&](wire::FlowSample& sample) {
+    return MakeFlow(0, [&](wire::FlowSample& sample) {
         sample.input = input;
         sample.output = output;
     });
@@ -76,7 +76,7 @@ wire::FlowSample Between(wire::Port input, wire::Port output)
 
 wire::FlowSample Routed(std::size_t header, std::uint8_t addressSize)
 {
-    return Sample(header, [&](wire::FlowSample& sample) {
+    return MakeFlow(header, [&](wire::FlowSample& sample) {
         sample.router = wire::ExtendedRouter{{addressSize, {}}, 24, 16};
         for (std::uint8_t i = 0; i < 16; ++i) {
             sample.router->nextHop.bytes.at(i) = static_cast<std::uint8_t>(0xa0 + i);
@@ -95,106 +95,107 @@ const std::string kNoHeader = "00000001 00000010 00000001 00000044 00000004 0000
 const std::string kSwitch = "000003e9 00000010 0000000a 00000001 00000014 00000002 ";
 
 const FlowVector kHeaders[] = {
-    {"NoHeaderCompact", Sample(0), Encoding::kCompact, kRoom,
+    {"NoHeaderCompact", MakeFlow(0), Encoding::kCompact, kFlowRoom,
      "00000001 00000050 " + kFields + kNoHeader + kSwitch},
-    {"NoHeaderExpanded", Sample(0), Encoding::kExpanded, kRoom,
+    {"NoHeaderExpanded", MakeFlow(0), Encoding::kExpanded, kFlowRoom,
      "00000003 0000005c " + kExpandedFields + kNoHeader + kSwitch},
-    {"OneByte", Sample(1), Encoding::kCompact, kRoom,
+    {"OneByte", MakeFlow(1), Encoding::kCompact, kFlowRoom,
      "00000001 00000054 " + kFields + "00000001 00000014 " + kHeaderFields + "00000001 01000000 " + kSwitch},
-    {"TwoBytes", Sample(2), Encoding::kCompact, kRoom,
+    {"TwoBytes", MakeFlow(2), Encoding::kCompact, kFlowRoom,
      "00000001 00000054 " + kFields + "00000001 00000014 " + kHeaderFields + "00000002 01020000 " + kSwitch},
-    {"ThreeBytes", Sample(3), Encoding::kCompact, kRoom,
+    {"ThreeBytes", MakeFlow(3), Encoding::kCompact, kFlowRoom,
      "00000001 00000054 " + kFields + "00000001 00000014 " + kHeaderFields + "00000003 01020300 " + kSwitch},
-    {"FourBytes", Sample(4), Encoding::kCompact, kRoom,
+    {"FourBytes", MakeFlow(4), Encoding::kCompact, kFlowRoom,
      "00000001 00000054 " + kFields + "00000001 00000014 " + kHeaderFields + "00000004 01020304 " + kSwitch},
-    {"FiveBytesExpanded", Sample(5), Encoding::kExpanded, kRoom,
+    {"FiveBytesExpanded", MakeFlow(5), Encoding::kExpanded, kFlowRoom,
      "00000003 00000064 " + kExpandedFields + "00000001 00000018 " + kHeaderFields +
          "00000005 01020304 05000000 " + kSwitch},
-    {"NoMoreThanMaxHeader", Sample(16, [](auto& sample) { sample.maxHeader = 8; }), Encoding::kCompact, kRoom,
+    {"NoMoreThanMaxHeader", MakeFlow(16, [](auto& sample) { sample.maxHeader = 8; }), Encoding::kCompact,
+     kFlowRoom,
      "00000001 00000058 " + kFields + "00000001 00000018 " + kHeaderFields + "00000008 01020304 05060708 " +
          kSwitch},
-    {"OddMaxHeader", Sample(16, [](auto& sample) { sample.maxHeader = 5; }), Encoding::kCompact, kRoom,
+    {"OddMaxHeader", MakeFlow(16, [](auto& sample) { sample.maxHeader = 5; }), Encoding::kCompact, kFlowRoom,
      "00000001 00000058 " + kFields + "00000001 00000018 " + kHeaderFields + "00000005 01020304 05000000 " +
          kSwitch},
-    {"MaxHeaderOfNothing", Sample(16, [](auto& sample) { sample.maxHeader = 0; }), Encoding::kCompact, kRoom,
-     "00000001 00000050 " + kFields + kNoHeader + kSwitch},
-    {"NoLinkHeader", Sample(4, [](auto& sample) { sample.protocol = wire::HeaderProtocol::kIpv6; }),
-     Encoding::kCompact, kRoom,
+    {"MaxHeaderOfNothing", MakeFlow(16, [](auto& sample) { sample.maxHeader = 0; }), Encoding::kCompact,
+     kFlowRoom, "00000001 00000050 " + kFields + kNoHeader + kSwitch},
+    {"NoLinkHeader", MakeFlow(4, [](auto& sample) { sample.protocol = wire::HeaderProtocol::kIpv6; }),
+     Encoding::kCompact, kFlowRoom,
      "00000001 00000054 " + kFields + "00000001 00000014 0000000c 00000044 00000004 00000004 01020304 " +
          kSwitch},
     {"LargestNumbers",
-     Sample(0,
-            [](auto& sample) {
-                sample.sequence = sample.source = sample.rate = 0xffffffff;
-                sample.pool = sample.drops = sample.frameLength = sample.stripped = 0xffffffff;
-                sample.input = sample.output = {Format::kSingle, 0xffffffff};
-                sample.inputVlan = sample.inputPriority = 0xffffffff;
-                sample.outputVlan = sample.outputPriority = 0xffffffff;
-            }),
-     Encoding::kExpanded, kRoom,
+     MakeFlow(0,
+              [](auto& sample) {
+                  sample.sequence = sample.source = sample.rate = 0xffffffff;
+                  sample.pool = sample.drops = sample.frameLength = sample.stripped = 0xffffffff;
+                  sample.input = sample.output = {Format::kSingle, 0xffffffff};
+                  sample.inputVlan = sample.inputPriority = 0xffffffff;
+                  sample.outputVlan = sample.outputPriority = 0xffffffff;
+              }),
+     Encoding::kExpanded, kFlowRoom,
      "00000003 0000005c ffffffff 00000000 ffffffff ffffffff ffffffff ffffffff 00000000 ffffffff 00000000 "
      "ffffffff 00000002 00000001 00000010 00000001 ffffffff ffffffff 00000000 "
      "000003e9 00000010 ffffffff ffffffff ffffffff ffffffff"},
 };
 
 const FlowVector kPorts[] = {
-    {"UnknownCompact", Between({}, {}), Encoding::kCompact, kRoom,
+    {"UnknownCompact", Between({}, {}), Encoding::kCompact, kFlowRoom,
      "00000001 00000050 00000011 00000003 00001000 00020000 00000007 00000000 00000000 00000002 " +
          kNoHeader + kSwitch},
-    {"UnknownExpanded", Between({}, {}), Encoding::kExpanded, kRoom,
+    {"UnknownExpanded", Between({}, {}), Encoding::kExpanded, kFlowRoom,
      "00000003 0000005c 00000011 00000000 00000003 00001000 00020000 00000007 00000000 00000000 00000000 "
      "00000000 00000002 " +
          kNoHeader + kSwitch},
     {"SentByThisMachineAndDiscardedCompact",
-     Between(wire::kInternalPort, {Format::kDiscarded, wire::kReasonUnknown}), Encoding::kCompact, kRoom,
+     Between(wire::kInternalPort, {Format::kDiscarded, wire::kReasonUnknown}), Encoding::kCompact, kFlowRoom,
      "00000001 00000050 00000011 00000003 00001000 00020000 00000007 3fffffff 40000100 00000002 " +
          kNoHeader + kSwitch},
     {"SentByThisMachineAndDiscardedExpanded",
-     Between(wire::kInternalPort, {Format::kDiscarded, wire::kReasonUnknown}), Encoding::kExpanded, kRoom,
+     Between(wire::kInternalPort, {Format::kDiscarded, wire::kReasonUnknown}), Encoding::kExpanded, kFlowRoom,
      "00000003 0000005c 00000011 00000000 00000003 00001000 00020000 00000007 00000000 3fffffff 00000001 "
      "00000100 00000002 " +
          kNoHeader + kSwitch},
     {"ToSeveralCompact", Between({Format::kSingle, 0xffffff}, {Format::kMultiple, 5}), Encoding::kCompact,
-     kRoom,
+     kFlowRoom,
      "00000001 00000050 00000011 00000003 00001000 00020000 00000007 00ffffff 80000005 00000002 " +
          kNoHeader + kSwitch},
     {"ToSeveralExpanded", Between({Format::kSingle, 0x1000000}, {Format::kMultiple, 0}), Encoding::kExpanded,
-     kRoom,
+     kFlowRoom,
      "00000003 0000005c 00000011 00000000 00000003 00001000 00020000 00000007 00000000 01000000 00000002 "
      "00000000 00000002 " +
          kNoHeader + kSwitch},
     {"TooLargeForTheCompactEncoding",
-     Sample(0,
-            [](auto& sample) {
-                sample.source = 0x12345678;
-                sample.input = {Format::kSingle, 0xffffffff};
-                sample.output = {Format::kDiscarded, 0xc0000002};
-            }),
-     Encoding::kCompact, kRoom,
+     MakeFlow(0,
+              [](auto& sample) {
+                  sample.source = 0x12345678;
+                  sample.input = {Format::kSingle, 0xffffffff};
+                  sample.output = {Format::kDiscarded, 0xc0000002};
+              }),
+     Encoding::kCompact, kFlowRoom,
      "00000001 00000050 00000011 00345678 00001000 00020000 00000007 3fffffff 40000002 00000002 " +
          kNoHeader + kSwitch},
-    {"LargestIndexOfTheCompactEncoding", Sample(0, [](auto& sample) { sample.source = 0xffffff; }),
-     Encoding::kCompact, kRoom,
+    {"LargestIndexOfTheCompactEncoding", MakeFlow(0, [](auto& sample) { sample.source = 0xffffff; }),
+     Encoding::kCompact, kFlowRoom,
      "00000001 00000050 00000011 00ffffff 00001000 00020000 00000007 00000003 00000004 00000002 " +
          kNoHeader + kSwitch},
 };
 
 const FlowVector kRouters[] = {
-    {"Ipv4NextHop", Routed(0, 4), Encoding::kCompact, kRoom,
+    {"Ipv4NextHop", Routed(0, 4), Encoding::kCompact, kFlowRoom,
      "00000001 00000068 " + kRoutedFields + kNoHeader + kSwitch +
          "000003ea 00000010 00000001 a0a1a2a3 00000018 00000010"},
-    {"Ipv6NextHop", Routed(0, 16), Encoding::kCompact, kRoom,
+    {"Ipv6NextHop", Routed(0, 16), Encoding::kCompact, kFlowRoom,
      "00000001 00000074 " + kRoutedFields + kNoHeader + kSwitch +
          "000003ea 0000001c 00000002 a0a1a2a3 a4a5a6a7 a8a9aaab acadaeaf 00000018 00000010"},
-    {"NotWithoutNextHop", Routed(0, 0), Encoding::kCompact, kRoom,
+    {"NotWithoutNextHop", Routed(0, 0), Encoding::kCompact, kFlowRoom,
      "00000001 00000050 " + kFields + kNoHeader + kSwitch},
-    {"NotWithoutNextHopExpanded", Routed(0, 0), Encoding::kExpanded, kRoom,
+    {"NotWithoutNextHopExpanded", Routed(0, 0), Encoding::kExpanded, kFlowRoom,
      "00000003 0000005c " + kExpandedFields + kNoHeader + kSwitch},
-    {"NotWithANextHopOfNoKnownSize", Routed(0, 7), Encoding::kCompact, kRoom,
+    {"NotWithANextHopOfNoKnownSize", Routed(0, 7), Encoding::kCompact, kFlowRoom,
      "00000001 00000050 " + kFields + kNoHeader + kSwitch},
-    {"NotWithANextHopOfHugeSize", Routed(0, 255), Encoding::kCompact, kRoom,
+    {"NotWithANextHopOfHugeSize", Routed(0, 255), Encoding::kCompact, kFlowRoom,
      "00000001 00000050 " + kFields + kNoHeader + kSwitch},
-    {"ExpandedBehindAnOddHeader", Routed(3, 16), Encoding::kExpanded, kRoom,
+    {"ExpandedBehindAnOddHeader", Routed(3, 16), Encoding::kExpanded, kFlowRoom,
      "00000003 00000084 00000011 00000000 00000003 00001000 00020000 00000007 00000000 00000003 00000000 "
      "00000004 00000003 00000001 00000014 " +
          kHeaderFields + "00000003 01020300 " + kSwitch +
@@ -202,39 +203,39 @@ const FlowVector kRouters[] = {
 };
 
 const FlowVector kTags[] = {
-    {"BehindTheAddresses", Tagged(14), Encoding::kCompact, kRoom,
+    {"BehindTheAddresses", Tagged(14), Encoding::kCompact, kFlowRoom,
      "00000001 00000064 " + kFields + "00000001 00000024 " + kHeaderFields +
          "00000012 01020304 05060708 090a0b0c 81006064 0d0e0000 " + kSwitch},
-    {"OuterTagExpanded", Tagged(16, 128, 0x88a8), Encoding::kExpanded, kRoom,
+    {"OuterTagExpanded", Tagged(16, 128, 0x88a8), Encoding::kExpanded, kFlowRoom,
      "00000003 00000070 " + kExpandedFields + "00000001 00000024 " + kHeaderFields +
          "00000014 01020304 05060708 090a0b0c 88a86064 0d0e0f10 " + kSwitch},
-    {"AddressesAlone", Tagged(12), Encoding::kCompact, kRoom,
+    {"AddressesAlone", Tagged(12), Encoding::kCompact, kFlowRoom,
      "00000001 00000060 " + kFields + "00000001 00000020 " + kHeaderFields +
          "00000010 01020304 05060708 090a0b0c 81006064 " + kSwitch},
-    {"NotWithoutTheAddresses", Tagged(11), Encoding::kCompact, kRoom,
+    {"NotWithoutTheAddresses", Tagged(11), Encoding::kCompact, kFlowRoom,
      "00000001 0000005c " + kFields + "00000001 0000001c " + kHeaderFields +
          "0000000b 01020304 05060708 090a0b00 " + kSwitch},
-    {"NotWithoutHeader", Tagged(0), Encoding::kCompact, kRoom,
+    {"NotWithoutHeader", Tagged(0), Encoding::kCompact, kFlowRoom,
      "00000001 00000050 " + kFields + kNoHeader + kSwitch},
-    {"NotOfProtocolZero", Tagged(12, 128, 0), Encoding::kCompact, kRoom,
+    {"NotOfProtocolZero", Tagged(12, 128, 0), Encoding::kCompact, kFlowRoom,
      "00000001 0000005c " + kFields + "00000001 0000001c " + kHeaderFields +
          "0000000c 01020304 05060708 090a0b0c " + kSwitch},
-    {"MaxHeaderCountsTheTag", Tagged(20, 18), Encoding::kCompact, kRoom,
+    {"MaxHeaderCountsTheTag", Tagged(20, 18), Encoding::kCompact, kFlowRoom,
      "00000001 00000064 " + kFields + "00000001 00000024 " + kHeaderFields +
          "00000012 01020304 05060708 090a0b0c 81006064 0d0e0000 " + kSwitch},
-    {"MaxHeaderBehindTheTag", Tagged(20, 16), Encoding::kCompact, kRoom,
+    {"MaxHeaderBehindTheTag", Tagged(20, 16), Encoding::kCompact, kFlowRoom,
      "00000001 00000060 " + kFields + "00000001 00000020 " + kHeaderFields +
          "00000010 01020304 05060708 090a0b0c 81006064 " + kSwitch},
-    {"MaxHeaderInTheTag", Tagged(20, 15), Encoding::kCompact, kRoom,
+    {"MaxHeaderInTheTag", Tagged(20, 15), Encoding::kCompact, kFlowRoom,
      "00000001 00000060 " + kFields + "00000001 00000020 " + kHeaderFields +
          "0000000f 01020304 05060708 090a0b0c 81006000 " + kSwitch},
-    {"MaxHeaderInTheTagsProtocol", Tagged(20, 13), Encoding::kCompact, kRoom,
+    {"MaxHeaderInTheTagsProtocol", Tagged(20, 13), Encoding::kCompact, kFlowRoom,
      "00000001 00000060 " + kFields + "00000001 00000020 " + kHeaderFields +
          "0000000d 01020304 05060708 090a0b0c 81000000 " + kSwitch},
-    {"MaxHeaderBeforeTheTag", Tagged(20, 12), Encoding::kCompact, kRoom,
+    {"MaxHeaderBeforeTheTag", Tagged(20, 12), Encoding::kCompact, kFlowRoom,
      "00000001 0000005c " + kFields + "00000001 0000001c " + kHeaderFields +
          "0000000c 01020304 05060708 090a0b0c " + kSwitch},
-    {"MaxHeaderInTheAddresses", Tagged(20, 5), Encoding::kCompact, kRoom,
+    {"MaxHeaderInTheAddresses", Tagged(20, 5), Encoding::kCompact, kFlowRoom,
      "00000001 00000058 " + kFields + "00000001 00000018 " + kHeaderFields + "00000005 01020304 05000000 " +
          kSwitch},
     {"RoomBeforeTheTag", Tagged(20), Encoding::kCompact, 88 + 15,
@@ -245,31 +246,32 @@ const FlowVector kTags[] = {
          "00000010 01020304 05060708 090a0b0c 81006064 " + kSwitch},
 };
 
-const FlowVector kCuts[] = {
-    {"NoRoomAtAll", Sample(12), Encoding::kCompact, 0, ""},
-    {"OneByteShortOfTheFields", Sample(12), Encoding::kCompact, 87, ""},
-    {"OneByteShortOfTheFieldsExpanded", Sample(12), Encoding::kExpanded, 99, ""},
+const FlowVector kFlowCuts[] = {
+    {"NoRoomAtAll", MakeFlow(12), Encoding::kCompact, 0, ""},
+    {"OneByteShortOfTheFields", MakeFlow(12), Encoding::kCompact, 87, ""},
+    {"OneByteShortOfTheFieldsExpanded", MakeFlow(12), Encoding::kExpanded, 99, ""},
     {"OneByteShortOfTheRouter", Routed(0, 16), Encoding::kCompact, 123, ""},
-    {"JustTheFields", Sample(12), Encoding::kCompact, 88,
+    {"JustTheFields", MakeFlow(12), Encoding::kCompact, 88,
      "00000001 00000050 " + kFields + kNoHeader + kSwitch},
-    {"JustTheFieldsExpanded", Sample(12), Encoding::kExpanded, 100,
+    {"JustTheFieldsExpanded", MakeFlow(12), Encoding::kExpanded, 100,
      "00000003 0000005c " + kExpandedFields + kNoHeader + kSwitch},
     {"JustTheFieldsAndTheRouter", Routed(12, 16), Encoding::kCompact, 124,
      "00000001 00000074 " + kRoutedFields + kNoHeader + kSwitch +
          "000003ea 0000001c 00000002 a0a1a2a3 a4a5a6a7 a8a9aaab acadaeaf 00000018 00000010"},
-    {"NoWholeWord", Sample(12), Encoding::kCompact, 91, "00000001 00000050 " + kFields + kNoHeader + kSwitch},
-    {"OneWord", Sample(12), Encoding::kCompact, 92,
+    {"NoWholeWord", MakeFlow(12), Encoding::kCompact, 91,
+     "00000001 00000050 " + kFields + kNoHeader + kSwitch},
+    {"OneWord", MakeFlow(12), Encoding::kCompact, 92,
      "00000001 00000054 " + kFields + "00000001 00000014 " + kHeaderFields + "00000004 01020304 " + kSwitch},
-    {"TwoWordsAndABit", Sample(12), Encoding::kCompact, 99,
+    {"TwoWordsAndABit", MakeFlow(12), Encoding::kCompact, 99,
      "00000001 00000058 " + kFields + "00000001 00000018 " + kHeaderFields + "00000008 01020304 05060708 " +
          kSwitch},
-    {"JustTheHeader", Sample(12), Encoding::kCompact, 100,
+    {"JustTheHeader", MakeFlow(12), Encoding::kCompact, 100,
      "00000001 0000005c " + kFields + "00000001 0000001c " + kHeaderFields +
          "0000000c 01020304 05060708 090a0b0c " + kSwitch},
-    {"PaddingHasNoRoom", Sample(10), Encoding::kCompact, 99,
+    {"PaddingHasNoRoom", MakeFlow(10), Encoding::kCompact, 99,
      "00000001 00000058 " + kFields + "00000001 00000018 " + kHeaderFields + "00000008 01020304 05060708 " +
          kSwitch},
-    {"PaddingHasJustRoom", Sample(10), Encoding::kCompact, 100,
+    {"PaddingHasJustRoom", MakeFlow(10), Encoding::kCompact, 100,
      "00000001 0000005c " + kFields + "00000001 0000001c " + kHeaderFields +
          "0000000a 01020304 05060708 090a0000 " + kSwitch},
 };
@@ -282,11 +284,10 @@ TEST_P(FlowVectorTest, IsWrittenAsExpected)
     ExpectEncoded(row.sample, row.encoding, row.room, row.expected);
 }
 
-const auto kNameOf = [](const auto& row) { return std::string(row.param.name); };
 INSTANTIATE_TEST_SUITE_P(Header, FlowVectorTest, testing::ValuesIn(kHeaders), kNameOf);
 INSTANTIATE_TEST_SUITE_P(Port, FlowVectorTest, testing::ValuesIn(kPorts), kNameOf);
 INSTANTIATE_TEST_SUITE_P(Router, FlowVectorTest, testing::ValuesIn(kRouters), kNameOf);
 INSTANTIATE_TEST_SUITE_P(Tag, FlowVectorTest, testing::ValuesIn(kTags), kNameOf);
-INSTANTIATE_TEST_SUITE_P(Cut, FlowVectorTest, testing::ValuesIn(kCuts), kNameOf);
+INSTANTIATE_TEST_SUITE_P(Cut, FlowVectorTest, testing::ValuesIn(kFlowCuts), kNameOf);
 
 }  // namespace

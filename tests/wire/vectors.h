@@ -17,6 +17,9 @@
 
 inline constexpr std::byte kUntouched{0xee};
 
+/// Of a row, for INSTANTIATE_TEST_SUITE_P.
+inline constexpr auto kNameOf = [](const auto& row) { return std::string(row.param.name); };
+
 /// 01 02 03 ...: no byte of the header looks like padding.
 inline std::span<const std::byte> Header(std::size_t size)
 {
