@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The database's strings. Used by every unit that reads a keypath or a value.
 
 #ifndef DAEMON_SFLOW_TEXT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A read session that can't be opened: the exception leaves through every route that reads, and nothing is
 // staged or sent.
 

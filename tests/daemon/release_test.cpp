@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The order in which destructors let go of what an object holds.
 
 #include <qxmw/qxmw.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The test program's own operator new and delete. Arrays come through them as well, but for sanitizers, which
 // have both operators of arrays to themselves.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tells in which order memory is given back, and with it in which order an object's members go.
 
 #ifndef DAEMON_TESTS_RELEASE_WATCH_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The node's role changes nothing of what the daemon does: every list of calls and every line is the same in
 // both roles.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The contract's C headers in C: each stands alone (see CMakeLists.txt), and all together serve a C source. */
 
 #include <confd_cdb.h>

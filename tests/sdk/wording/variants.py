@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Other wordings of the platform's headers under which the daemon has to compile as it is.
 
 A variant is a list of edits of the contract's headers: (header, text that stands there once, other text). Each is

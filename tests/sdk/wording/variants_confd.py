@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Wordings of the database's client API."""
 
 LIB = "confd_lib.h"

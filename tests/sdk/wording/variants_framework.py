@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Wordings of qxconfd: handlers, the framework object, the connection and its sessions."""
 
 APP = "qxconfd/app_interface.h"

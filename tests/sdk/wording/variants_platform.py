@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Wordings of qxos, qxmw, nettypes, sflow and the log."""
 
 CONTEXT = "qxos/context.h"
