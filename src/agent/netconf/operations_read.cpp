@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "agent/data/data_source_rows.h"
-#include "agent/data/data_source_tree.h"
 #include "agent/data/data_writer.h"
 #include "agent/data/errors.h"
 #include "agent/netconf/operations.h"
