@@ -73,6 +73,7 @@ public:
 
     /// Inserts or replaces the link and notifies the observers if anything changed.
     void Put(Link link);
+    /// Removes the link and notifies the observers; no effect if there is none.
     void Remove(std::uint32_t index);
 
 private:
