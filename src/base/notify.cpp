@@ -46,7 +46,7 @@ int ConnectTo(const std::string& name)
     std::memcpy(address.sun_path, name.data(), name.size());
     const bool abstract = name[0] == '@';
     if (abstract) address.sun_path[0] = '\0';
-    // An abstract name ends where the address does, a path with a NUL.
+    // The address's size ends an abstract name, a NUL ends a path.
     const auto size =
         static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size() + (abstract ? 0 : 1));
     const int opened = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);

@@ -14,8 +14,8 @@ namespace base {
 /// The bytes that are kept of one text of a peer.
 inline constexpr std::size_t kMaxPeerText = 4096;
 
-/// Whether the text can be shown as it is, of any length: UTF-8 without control characters but tab and line
-/// feed, and without the characters that XML (1.0, section 2.2) or YANG (RFC 7950, section 14) excludes.
+/// Whether the text can be shown as it is, of any length: UTF-8 without control characters except tab and
+/// line feed, and without the characters that XML (1.0, section 2.2) or YANG (RFC 7950, section 14) excludes.
 bool IsPresentable(std::string_view text);
 
 /// A presentable copy of at most `limit` bytes, cut between characters. '?' replaces each character that is

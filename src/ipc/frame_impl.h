@@ -23,7 +23,7 @@ class FrameReader {
 public:
     FrameReader();
 
-    /// Where the next bytes are to be received; never empty.
+    /// The space for the next received bytes; never empty.
     [[nodiscard]] char* FreeSpace() { return m_buffer.data() + m_end; }
     [[nodiscard]] std::size_t FreeSize() const { return m_buffer.size() - m_end; }
 

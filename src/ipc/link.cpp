@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Attempts, back-off and what they log.
+// Attempts, back-off and their log lines.
 
 #include "ipc/link.h"
 

@@ -19,6 +19,7 @@ struct PeerCredentials {
     std::uint32_t gid = 0;
     std::vector<std::uint32_t> groups{};  // the supplementary ones
 
+    /// Whether the group is the primary or a supplementary one.
     [[nodiscard]] bool IsMember(std::uint32_t group) const;
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The log of the platform's processes: one line a message, in one format, written whole and at once.
+// The log of the platform's processes: one line for each message, in one format, written whole and at once.
 //
 //   2026-11-21T03:20:11.123456Z cdbd 12 src/agent/session:Commit:87 commit 17 by root
 //

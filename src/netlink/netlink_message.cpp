@@ -108,7 +108,7 @@ std::span<const std::uint8_t> Payload(const nlmsghdr& message, std::size_t heade
 
 std::optional<NetlinkError> ErrorOf(const nlmsghdr& message)
 {
-    // Both begin with the number; NLMSG_DONE has only that.
+    // NLMSG_ERROR and NLMSG_DONE begin with the number; the latter has only that.
     const auto* number = HeaderOf<int>(message);
     if (number == nullptr || *number >= 0) return std::nullopt;
     NetlinkError error{-*number, "netlink request"};

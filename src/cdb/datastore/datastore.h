@@ -77,9 +77,9 @@ public:
                                                         DefaultOperation operation) const;
 
     /// Applies the edit to the candidate, the callpoints' writes just before the edit's own leaves of the
-    /// entry concerned. On an error the candidate is as before, whatever the client's error-option: the point
-    /// where an edit stops depends on the order of its application, which no client can know. A write to an
-    /// entry that the edit does not create is dropped.
+    /// entry concerned. On an error the candidate is as before, whatever the client's error-option, since no
+    /// client can know the order in which an edit is applied. A write to an entry that the edit does not
+    /// create is dropped.
     [[nodiscard]] std::optional<Error> Edit(const lyd_node* edit, DefaultOperation operation,
                                             const std::vector<LeafWrite>& writes);
 

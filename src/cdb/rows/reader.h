@@ -32,14 +32,15 @@ public:
 
     [[nodiscard]] const SchemaTable& Schema() const;
 
-    /// A view of one commit's rows. Must be short-lived: while it lives, the file can't reuse the pages of
-    /// later commits and grows.
+    /// A view of one commit's rows. Must be short-lived: while it lives, the pages that later commits free
+    /// are not reused, and the file grows.
     class Snapshot {
     public:
         Snapshot(Snapshot&&) noexcept;
         Snapshot& operator=(Snapshot&&) noexcept;
         ~Snapshot();
 
+        /// The number of the commit; 0 before the first.
         [[nodiscard]] std::uint64_t Commit() const;
 
         /// The row, or nullopt if there is none. A plain container without explicit leaves has none.
@@ -67,6 +68,7 @@ public:
         std::unique_ptr<Impl> m_impl;
     };
 
+    /// A view of the last commit.
     [[nodiscard]] Snapshot Read() const;
 
 private:

@@ -28,6 +28,7 @@ public:
     static std::unique_ptr<Schema> Load(const std::filesystem::path& directory);
     ~Schema();
 
+    /// Owned by the Schema, which must outlive all trees of the context.
     [[nodiscard]] ly_ctx* Context() const;
     [[nodiscard]] const SchemaTable& Table() const;
 

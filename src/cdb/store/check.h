@@ -12,8 +12,8 @@
 namespace cdb {
 
 enum class CheckDepth {
-    kStart,      // all except the history's large values, which may be long
-    kEverything  // all
+    kStart,  // all except the history's large values, which may be long
+    kEverything
 };
 
 /// Throws FatalError that says what is wrong with the store in the directory. Changes nothing. Must be called

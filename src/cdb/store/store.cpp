@@ -112,7 +112,7 @@ public:
     }
 
     StoreOptions options;
-    StorePlace place;  // destroyed last: its lock is held until the environment is closed
+    StorePlace place;  // destroyed after the environment: its lock is held until then
     std::shared_ptr<Environment> environment;
     std::shared_ptr<StoreWriter> writer;
 

@@ -67,7 +67,7 @@ public:
 
     [[nodiscard]] const std::filesystem::path& Directory() const;
 
-    /// True until the first commit, whose number is 1.
+    /// Empty is true and LastCommit 0 until the first commit.
     [[nodiscard]] bool Empty() const;
     [[nodiscard]] std::uint64_t LastCommit() const;
 
@@ -81,6 +81,7 @@ public:
     [[nodiscard]] std::string SchemaFingerprint() const;
     [[nodiscard]] SchemaTable Schema() const;
 
+    /// A view of the last commit.
     [[nodiscard]] StoreReader::Snapshot Read() const;
 
     /// Converts a row's key to its stored form and back. `key.node` must be in the schema, with as many keys
@@ -94,6 +95,7 @@ public:
     public:
         Transaction(Transaction&&) noexcept;
         ~Transaction();
+        /// A key that is too long, has a NUL or a node that is not in the schema is an error.
         void Put(const RowKey& key, const Row& row);
         void Erase(const RowKey& key);
         /// Appends the commit's history entry, sets the last commit's number, and drops the oldest entries
@@ -127,6 +129,7 @@ public:
     /// faults beyond faultLimit are dropped.
     std::optional<Error> AddFaults(std::vector<Fault> faults);
     std::optional<Error> AddFault(Fault fault);
+    /// The newest faults first, at most `limit`. Unreadable ones are left out.
     [[nodiscard]] std::vector<Fault> Faults(std::size_t limit) const;
 
     /// Returns a function that copies the store into a new file, durable and as of one commit. It may be

@@ -121,15 +121,19 @@ public:
 
     // ---- filled by the monitor ----
 
+    /// Adds the bridge if it is new.
     void SetBridge(std::uint32_t ifIndex, const BridgeSettings& settings);
+    /// Adds or replaces the port; `vlans` are all of its VLANs. `bridge` is `ifIndex` for the bridge itself.
     void PutPort(std::uint32_t ifIndex, std::uint32_t bridge, const PortState& state,
                  const std::vector<VlanRange>& vlans, std::uint32_t mark);
+    /// No effect if the port is unknown; RemoveVlans and RemovePort likewise.
     void AddVlans(std::uint32_t ifIndex, const std::vector<VlanRange>& vlans);
     void RemoveVlans(std::uint32_t ifIndex, const std::vector<VlanRange>& vlans);
     void RemovePort(std::uint32_t ifIndex);
     /// Removes a port, or a bridge with its ports and addresses.
     void RemoveDevice(std::uint32_t ifIndex);
 
+    /// Adds or replaces the address, unless it is new and the limit is reached.
     void PutAddress(std::uint32_t bridge, std::uint16_t vlan, const MacAddress& mac, BridgeAddress address,
                     std::uint32_t mark);
     void RemoveAddress(std::uint32_t bridge, std::uint16_t vlan, const MacAddress& mac);

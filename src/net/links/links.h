@@ -30,7 +30,7 @@ struct Link {
     bool running = false;            // operational: IF_OPER_UP, or unknown with a carrier
     bool promiscuous = false;
     bool loopback = false;
-    bool bridge = false;         // is a bridge
+    bool bridge = false;
     bool vlanFiltering = false;  // a bridge that tells VLANs apart
     std::uint32_t master = 0;    // index of the bridge it is a port of; 0: none
     MacAddress mac{};
@@ -73,6 +73,7 @@ public:
 
     /// Inserts or replaces the link and notifies the observers if anything changed.
     void Put(Link link);
+    /// Removes the link and notifies the observers; no effect if there is none.
     void Remove(std::uint32_t index);
 
 private:

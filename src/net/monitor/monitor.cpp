@@ -57,7 +57,7 @@ public:
     ~Impl()
     {
         Stop();
-        // The followers own the sockets.
+        // Other members own the sockets.
         m_linkEvents.release();
         m_routeEvents.release();
         if (m_settingEvents.is_open()) m_settingEvents.release();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Bounds first, then bytes.
+// Checks bounds before it reads bytes.
 
 #include "net/resolver/packet_header.h"
 

@@ -46,6 +46,7 @@ public:
 
     /// A socket number for a new session. Throws ClientError or cdb::FatalError.
     int OpenSession();
+    /// No effect if no session has the number.
     void CloseSession(int socket) noexcept;
 
     /// Throws ClientError if no session has the number.

@@ -42,9 +42,14 @@ class ReadSession {
 public:
     ReadSession(SchemaCache& cache, std::shared_ptr<const cdb::StoreReader::Snapshot> view);
 
+    /// The number of entries of a list.
     [[nodiscard]] int NumInstances(std::string_view path);
+    /// Reads `count` entries from index `first` on, `perEntry` values each; fewer entries are an error.
+    /// Returns the number of values that an entry has.
     int GetObjects(confd_value_t* values, int perEntry, int first, int count, std::string_view path);
+    /// Reads `count` values of an entry or container. Returns the number of values that it has.
     int GetObject(confd_value_t* values, int count, std::string_view path);
+    /// Reads one leaf; one without a value is an error.
     void Get(confd_value_t* value, std::string_view path);
 
 private:

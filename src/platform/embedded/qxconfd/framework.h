@@ -68,7 +68,7 @@ private:
     std::vector<embedded::PointOfHandler> m_points;  // of this connection; a point's id is its index
     bool m_connected = false;
     std::string m_lastRefusal;
-    ipc::Link m_link;  // last: destroyed first, so that it calls nothing that is gone
+    ipc::Link m_link;  // last: destroyed first, so that it calls nothing destroyed
 };
 
 }  // namespace qxconfd

@@ -60,7 +60,7 @@ private:
     bool m_open = false;
     std::string m_lastRefusal;
     std::shared_ptr<void> m_check;  // the timer of the next progress check
-    ipc::Link m_link;               // last: destroyed first, so that it calls nothing that is gone
+    ipc::Link m_link;               // last: destroyed first, so that it calls nothing destroyed
 };
 
 }  // namespace embedded
