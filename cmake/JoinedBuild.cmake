@@ -15,7 +15,8 @@ function(share_headers shared folder)
     get_target_property(own ${target} PRECOMPILE_HEADERS_REUSE_FROM)
     get_target_property(standard ${target} CXX_STANDARD)
     get_target_property(independent ${target} POSITION_INDEPENDENT_CODE)
-    if(type MATCHES "STATIC_LIBRARY|EXECUTABLE" AND NOT own AND NOT target STREQUAL shared
+    get_target_property(without ${target} DISABLE_PRECOMPILE_HEADERS)
+    if(NOT without AND type MATCHES "STATIC_LIBRARY|EXECUTABLE" AND NOT own AND NOT target STREQUAL shared
        AND standard EQUAL CMAKE_CXX_STANDARD AND NOT independent)
       target_precompile_headers(${target} REUSE_FROM ${shared})
       # The compiler takes them only where what they look at is defined alike.
