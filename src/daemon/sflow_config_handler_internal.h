@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the sources of SFlowConfigHandler share, and nobody else uses.
+// What only the sources of SFlowConfigHandler use.
 
 #ifndef DAEMON_SFLOW_CONFIG_HANDLER_INTERNAL_H
 #define DAEMON_SFLOW_CONFIG_HANDLER_INTERNAL_H

@@ -11,7 +11,7 @@
 #include <string>
 
 // The kind of an interface's collector attachment, and the index into the arrays of interface_st.
-// Whoever chooses by kind tests for Sample and takes every other value for Counter.
+// Code that chooses by kind tests for Sample and takes every other value for Counter.
 enum ECollector {
     Sample = 0,  // flow samples: the list flow-sampling-collector
     Counter = 1  // counter samples: the list counter-sampling-collector

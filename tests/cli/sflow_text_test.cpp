@@ -43,7 +43,7 @@ constexpr const char* kState = R"({"switch-state:state":{"oam":{"sflow":{
                   "oper-status":"down"}],
     "problem":[{"subject":"agent","name":"agent","reason":"no-agent-address","text":"there is no agent address"},
                {"subject":"collector","name":"collector-two","reason":"refused",
-                "text":"nobody listens at 192.0.2.22:9; start the collector there, or correct its port"},
+                "text":"no program listens at 192.0.2.22:9; start the collector there, or correct its port"},
                {"subject":"interface","name":"eth1","reason":"interface-missing",
                 "text":"no kernel interface has that name, alternative name or alias; ip link set DEVICE alias eth1"},
                {"subject":"interface","name":"gigabit-ethernet-1/1/2","reason":"interface-down",
@@ -101,7 +101,7 @@ Collectors of interfaces
 
 Not flowing
   agent                             there is no agent address
-  collector collector-two           nobody listens at 192.0.2.22:9;
+  collector collector-two           no program listens at 192.0.2.22:9;
                                     start the collector there, or correct its port
   interface eth1                    no kernel interface has that name, alternative name or alias;
                                     ip link set DEVICE alias eth1

@@ -69,7 +69,7 @@ protected:
                 if (Sampled(name) != sampled) wrong += " " + name;
             return wrong.empty();
         });
-        if (!done) throw support::TimedOut("waited in vain for " + what + ":" + wrong);
+        if (!done) throw support::TimedOut(what + " did not happen in time:" + wrong);
     }
     [[nodiscard]] std::map<std::string, bool> All(bool sampled) const
     {

@@ -295,7 +295,7 @@ const DiagnosisRow kCollectorRows[] = {
                   "the host of 192.0.2.1:6343 does not answer, or a route or router can't reach it; is it up?")}},
     {"Refused", [](World& w) { w.Fail(std::errc::connection_refused, "x"); },
      {OfCollector(Reason::kRefused,
-                  "nobody listens at 192.0.2.1:6343; start the collector there, or correct its port")}},
+                  "no program listens at 192.0.2.1:6343; start the collector there, or correct its port")}},
     {"Forbidden", [](World& w) { w.Fail(std::errc::operation_not_permitted, "x"); },
      {OfCollector(Reason::kNoPermission,
                   "the kernel forbids datagrams to 192.0.2.1:6343; look at the packet filter's output rules")}},

@@ -155,7 +155,7 @@ TEST_F(StateText, OfAllThatDoesNotFlow)
         R"("there is no agent address, so a collector can't tell whose datagrams these are; )"
         R"(set oam sflow agent ipv4 ADDRESS, or give a management interface an address"},)"
         R"({"keys":["collector","c1","refused"],"text":)"
-        R"("nobody listens at 192.0.2.1:6343; start the collector there, or correct its port"},)"
+        R"("no program listens at 192.0.2.1:6343; start the collector there, or correct its port"},)"
         R"({"keys":["interface","lo\\","no-permission"],"text":)"
         R"("the manager may not sample packets: CAP_NET_RAW is missing; start sflow-mgr with more privileges"},)"
         R"({"keys":["interface","lo\\","polling-off"],"text":)"

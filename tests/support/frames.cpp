@@ -68,7 +68,7 @@ bool FrameClient::AwaitReadable(std::chrono::milliseconds within) const
 bool FrameClient::ReadBytes(char* into, std::size_t count)
 {
     while (count > 0) {
-        if (!AwaitReadable(kPatience)) throw TimedOut("waited in vain for a frame");
+        if (!AwaitReadable(kPatience)) throw TimedOut("no frame came in time");
         const ssize_t got = recv(m_descriptor, into, count, 0);
         if (got <= 0) return false;
         into += got;

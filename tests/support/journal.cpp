@@ -74,7 +74,8 @@ Calls Journal::Until(const std::string& last)
             if (calls[end++] == last) return true;
         return false;
     });
-    if (!found) throw TimedOut("waited in vain for the call \"" + last + "\"; there came:" + Joined(calls));
+    if (!found)
+        throw TimedOut("the call did not come in time: \"" + last + "\"; there came:" + Joined(calls));
     return calls;
 }
 

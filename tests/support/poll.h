@@ -37,7 +37,7 @@ template <typename Condition>
 template <typename Condition>
 void Await(const std::string& what, Condition&& condition, std::chrono::milliseconds within = kPatience)
 {
-    if (!Becomes(condition, within)) throw TimedOut("waited in vain for: " + what);
+    if (!Becomes(condition, within)) throw TimedOut("did not happen in time: " + what);
 }
 
 /// Waits until what the function returns has been the same for so long. Throws TimedOut likewise.

@@ -239,10 +239,10 @@ Callpoints::PendingRequestPtr Callpoints::Ask(std::vector<cdb::NewEntry> entries
         done(std::vector<cdb::LeafWrite>{});
         return nullptr;
     }
-    const auto inquiry = std::make_shared<agent::PendingRequest>(
+    const auto pending = std::make_shared<agent::PendingRequest>(
         m_loop, m_schema, m_limits, ++m_lastTransaction, std::move(entries), std::move(done));
-    inquiry->Run(std::move(holders));
-    return inquiry;
+    pending->Run(std::move(holders));
+    return pending;
 }
 
 }  // namespace agent

@@ -75,9 +75,9 @@ public:
         RequestAll(
             m_loop, {recipient.client},
             [this](Client&) {
-                OutgoingRequest question{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit}};
-                question.written = m_message;
-                return question;
+                OutgoingRequest outgoing{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit}};
+                outgoing.written = m_message;
+                return outgoing;
             },
             m_timeout,
             [self = shared_from_this()](const std::vector<Answer>& answers) {

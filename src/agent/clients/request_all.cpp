@@ -23,11 +23,11 @@ public:
         const auto self = shared_from_this();
         m_open = clients.size();
         for (std::size_t i = 0; i < clients.size(); ++i) {
-            const OutgoingRequest question = makeRequest(*clients[i]);
-            m_keys.push_back(question.key);
+            const OutgoingRequest outgoing = makeRequest(*clients[i]);
+            m_keys.push_back(outgoing.key);
             m_answers.push_back({clients[i], Outcome::kLate, {}});
             const auto take = [self, i](const ipc::cdb::ClientMessage* message) { self->Take(i, message); };
-            if (clients[i]->Ask(question.key, question.Content(), take)) continue;
+            if (clients[i]->Ask(outgoing.key, outgoing.Content(), take)) continue;
             m_answers.back().outcome = Outcome::kGone;
             --m_open;
         }

@@ -75,8 +75,8 @@ bool Operations::RefuseDenied(const RequestPtr& request)
 
 void Operations::InTurn(const RequestPtr& request, std::function<void(const SerialQueue::TicketPtr&)> work)
 {
-    m_queue.Push([request, doWork = std::move(work)](const SerialQueue::TicketPtr& turn) {
-        if (request->Wanted()) doWork(turn);
+    m_queue.Push([request, doWork = std::move(work)](const SerialQueue::TicketPtr& ticket) {
+        if (request->Wanted()) doWork(ticket);
     });
 }
 

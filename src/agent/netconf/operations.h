@@ -98,7 +98,7 @@ private:
     void CloseSession(const RequestPtr& request);
     void KillSession(const RequestPtr& request);
 
-    void ReleaseCandidate(const SerialQueue::TicketPtr& turn, std::function<void()> done);
+    void ReleaseCandidate(const SerialQueue::TicketPtr& ticket, std::function<void()> done);
 
     // operations_system.cpp
     void HaTransition(const RequestPtr& request);
@@ -117,7 +117,7 @@ private:
     /// The inquiry that an edit waits for; null if none does.
     struct Asked {
         std::uint32_t session = 0;
-        Callpoints::PendingRequestPtr inquiry;
+        Callpoints::PendingRequestPtr pending;
     };
 
     Services m_services;

@@ -72,7 +72,7 @@ constexpr std::array kConfirmedCommit{"confirmed", "confirm-timeout", "persist",
 struct Operations::EditJob {
     RequestPtr request;
     EditOptions options;
-    SerialQueue::TicketPtr turn;
+    SerialQueue::TicketPtr ticket;
     std::vector<cdb::NewEntry> entries;
     std::vector<cdb::LeafWrite> writes;
     std::vector<cdb::Error> errors;
@@ -81,8 +81,8 @@ struct Operations::EditJob {
 /// A commit under way: written, delivered.
 struct Operations::CommitJob {
     RequestPtr request;
-    SerialQueue::TicketPtr commitTurn;
-    SerialQueue::TicketPtr turn;  // with the candidate; ends once the commit is written
+    SerialQueue::TicketPtr commitTicket;
+    SerialQueue::TicketPtr ticket;  // with the candidate; ends once the commit is written
     cdb::CommitInfo info;
     std::vector<cdb::Error> errors;
     WrittenChanges written;
@@ -93,9 +93,9 @@ void Operations::EditConfig(const RequestPtr& request)
     const auto options = ReadEdit(request->Operation());
     if (const auto* error = std::get_if<netconf::RpcError>(&options)) return request->Refuse(*error);
     InTurn(request,
-           [this, request, edit = std::get<EditOptions>(options)](const SerialQueue::TicketPtr& turn) {
+           [this, request, edit = std::get<EditOptions>(options)](const SerialQueue::TicketPtr& ticket) {
                if (RefuseLocked(request, Target::kCandidate)) return;
-               PlanEdit(std::make_shared<EditJob>(EditJob{request, edit, turn, {}, {}, {}}));
+               PlanEdit(std::make_shared<EditJob>(EditJob{request, edit, ticket, {}, {}, {}}));
            });
 }
 
@@ -127,7 +127,7 @@ void Operations::PlanEdit(const EditJobPtr& job)
 
 void Operations::AskCallpoints(const EditJobPtr& job)
 {
-    auto inquiry = m_services.callpoints.Ask(std::move(job->entries), [this, job](Callpoints::Result result) {
+    auto pending = m_services.callpoints.Ask(std::move(job->entries), [this, job](Callpoints::Result result) {
         m_asked = {};
         if (!job->request->Wanted()) return;
         if (const auto* error = std::get_if<cdb::Error>(&result)) {
@@ -137,7 +137,7 @@ void Operations::AskCallpoints(const EditJobPtr& job)
         job->writes = std::get<std::vector<cdb::LeafWrite>>(std::move(result));
         ApplyEdit(job);
     });
-    m_asked = {job->request->Who().id, std::move(inquiry)};
+    m_asked = {job->request->Who().id, std::move(pending)};
 }
 
 void Operations::ApplyEdit(const EditJobPtr& job)
@@ -163,10 +163,10 @@ void Operations::Validate(const RequestPtr& request)
     // Running is always valid: nothing invalid becomes running.
     if (name == "running") return request->Ok();
     if (name != "candidate") return request->Refuse(NotOffered("validation of what is sent along", "config"));
-    InTurn(request, [this, request](const SerialQueue::TicketPtr& turn) {
+    InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         const auto errors = std::make_shared<std::vector<cdb::Error>>();
         m_services.changes.Do([this, errors] { *errors = m_services.datastore.Validate(); },
-                              [this, request, turn, errors] {
+                              [this, request, ticket, errors] {
                                   if (errors->empty()) return request->Ok();
                                   request->Refuse(ToRpcErrors(*errors, m_services.schema.Context()));
                               });
@@ -180,13 +180,13 @@ void Operations::Commit(const RequestPtr& request)
             node != nullptr && (node->flags & LYD_DEFAULT) == 0)
             return request->Refuse(NotOffered("a confirmed commit", parameter));
     // While a commit waits for its subscribers, edits go on; only the next commit waits.
-    m_commits.Push([this, request](const SerialQueue::TicketPtr& commitTurn) {
-        InTurn(request, [this, request, commitTurn](const SerialQueue::TicketPtr& turn) {
+    m_commits.Push([this, request](const SerialQueue::TicketPtr& commitTicket) {
+        InTurn(request, [this, request, commitTicket](const SerialQueue::TicketPtr& ticket) {
             if (RefuseLocked(request, Target::kCandidate) || RefuseLocked(request, Target::kRunning)) return;
             const auto job = std::make_shared<CommitJob>();
             job->request = request;
-            job->commitTurn = commitTurn;
-            job->turn = turn;
+            job->commitTicket = commitTicket;
+            job->ticket = ticket;
             job->info.user = request->Who().user;
             job->info.source = "netconf";
             job->info.comment = ChildText(request->Operation(), "comment");
@@ -216,7 +216,7 @@ void Operations::WriteCommit(const CommitJobPtr& job)
                 job->written = WriteOut(std::get<cdb::ChangeSet>(std::move(result)));
         },
         [this, job] {
-            job->turn.reset();
+            job->ticket.reset();
             if (job->errors.empty()) return DeliverCommit(job);
             job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
             // A store whose last page could not be written can't be read until it is opened again: this
@@ -234,7 +234,7 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
         slog::Notice("commit {} by {}", changes.commit, job->info.user);
         m_services.delivery.Deliver(job->written, [job](const std::vector<std::string>& undelivered) {
             job->request->Ok(Warnings(undelivered));
-            job->commitTurn.reset();
+            job->commitTicket.reset();
         });
     }
     m_services.changes.Do([this, written = std::make_shared<WrittenChanges>(std::move(job->written))] {
@@ -245,10 +245,10 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
 
 void Operations::DiscardChanges(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const SerialQueue::TicketPtr& turn) {
+    InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         if (RefuseLocked(request, Target::kCandidate)) return;
         m_services.changes.Do([this] { m_services.datastore.Discard(); },
-                              [this, request, turn] {
+                              [this, request, ticket] {
                                   request->Ok();
                                   m_services.changes.Do([this] { m_services.datastore.TidyUp(); });
                               });

@@ -33,7 +33,7 @@ netconf::RpcError LockDenied(const std::string& message, std::uint32_t holder)
 
 void Operations::Lock(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const SerialQueue::TicketPtr& turn) {
+    InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         const Target target = TargetOf(request->Operation());
         if (const auto holder = m_locks.Holder(target))
             return request->Refuse(LockDenied(
@@ -46,7 +46,7 @@ void Operations::Lock(const RequestPtr& request)
         const auto changed = std::make_shared<bool>(false);
         m_services.changes.Do(
             [this, changed] { *changed = m_services.datastore.Changed(); },
-            [this, request, turn, changed] {
+            [this, request, ticket, changed] {
                 if (!request->Wanted()) return;
                 // The changes have no known owner: any session may edit a candidate that is not locked.
                 if (*changed)
@@ -60,7 +60,7 @@ void Operations::Lock(const RequestPtr& request)
 
 void Operations::Unlock(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const SerialQueue::TicketPtr& turn) {
+    InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         const Target target = TargetOf(request->Operation());
         const auto holder = m_locks.Holder(target);
         if (holder != request->Who().id) {
@@ -74,15 +74,15 @@ void Operations::Unlock(const RequestPtr& request)
             m_locks.Release(target);
             return request->Ok();
         }
-        ReleaseCandidate(turn, [request] { request->Ok(); });
+        ReleaseCandidate(ticket, [request] { request->Ok(); });
     });
 }
 
-void Operations::ReleaseCandidate(const SerialQueue::TicketPtr& turn, std::function<void()> done)
+void Operations::ReleaseCandidate(const SerialQueue::TicketPtr& ticket, std::function<void()> done)
 {
     // Uncommitted changes are discarded with the lock (RFC 6241, section 8.3.5.2).
     m_services.changes.Do([this] { m_services.datastore.Discard(); },
-                          [this, turn, tell = std::move(done)] {
+                          [this, ticket, tell = std::move(done)] {
                               m_locks.Release(Target::kCandidate);
                               tell();
                               m_services.changes.Do([this] { m_services.datastore.TidyUp(); });
@@ -115,15 +115,15 @@ void Operations::KillSession(const RequestPtr& request)
 
 void Operations::SessionEnded(std::uint32_t session)
 {
-    if (m_asked.inquiry && m_asked.session == session) {
+    if (m_asked.pending && m_asked.session == session) {
         // The edit, and its turn, end with its session.
-        const auto inquiry = std::exchange(m_asked, {}).inquiry;
-        inquiry->Cancel();
+        const auto pending = std::exchange(m_asked, {}).pending;
+        pending->Cancel();
     }
     // In turn, because the lock covers an edit of the session that may be under way.
-    m_queue.Push([this, session](const SerialQueue::TicketPtr& turn) {
+    m_queue.Push([this, session](const SerialQueue::TicketPtr& ticket) {
         if (m_locks.Holder(Target::kRunning) == session) m_locks.Release(Target::kRunning);
-        if (m_locks.Holder(Target::kCandidate) == session) ReleaseCandidate(turn, [] {});
+        if (m_locks.Holder(Target::kCandidate) == session) ReleaseCandidate(ticket, [] {});
     });
 }
 

@@ -37,11 +37,11 @@ void Operations::HaTransition(const RequestPtr& request)
     slog::Notice("{} makes the processes {}", request->Who().user, active ? "active" : "standby");
     m_services.state.SetRole(active ? Role::kActive : Role::kStandby);
     const auto ask = [active](Client& client) {
-        OutgoingRequest question{{ClientMessage::kHaReply, client.NextRequest()}};
-        auto& transition = *question.message->mutable_ha_transition();
-        transition.set_request(question.key.second);
+        OutgoingRequest outgoing{{ClientMessage::kHaReply, client.NextRequest()}};
+        auto& transition = *outgoing.message->mutable_ha_transition();
+        transition.set_request(outgoing.key.second);
         transition.set_role(active ? ipc::cdb::HaTransition::ACTIVE : ipc::cdb::HaTransition::STANDBY);
-        return question;
+        return outgoing;
     };
     const auto take = [request](const std::vector<Answer>& answers) {
         std::vector<netconf::RpcError> warnings;
@@ -66,11 +66,11 @@ void Operations::SflowResync(const RequestPtr& request)
     const ClientPtr manager = FindManager(m_services.clients);
     if (!manager) return refuse(request, "the sFlow manager is not connected; start sflow-mgr");
     const auto ask = [](Client& client) {
-        OutgoingRequest question{{ClientMessage::kActionReply, client.NextRequest()}};
-        auto& action = *question.message->mutable_action_request();
-        action.set_request(question.key.second);
+        OutgoingRequest outgoing{{ClientMessage::kActionReply, client.NextRequest()}};
+        auto& action = *outgoing.message->mutable_action_request();
+        action.set_request(outgoing.key.second);
         action.set_name(kResync);
-        return question;
+        return outgoing;
     };
     const auto take = [request, refuse](const std::vector<Answer>& answers) {
         const Answer& answer = answers.front();

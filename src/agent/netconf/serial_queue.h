@@ -23,7 +23,7 @@ public:
     /// A job's turn: it ends with the last reference, and the next job begins.
     class Ticket;
     using TicketPtr = std::shared_ptr<Ticket>;
-    using Job = std::function<void(const TicketPtr& turn)>;
+    using Job = std::function<void(const TicketPtr& ticket)>;
 
     /// Runs the job in its turn, from inside Push if none is before it.
     void Push(Job job);

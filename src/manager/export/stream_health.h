@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What became of a collector's datagrams, counted and explained: the status that is shown, and the log lines
-// at the begin and the end of a row of errors, never one for each error. Sends nothing; a stream owns it.
+// What became of a collector's datagrams, counted and explained: the status that is shown, and one log line
+// when errors begin and one when they end. Sends nothing; a stream owns it.
 
 #ifndef MANAGER_EXPORT_STREAM_HEALTH_H
 #define MANAGER_EXPORT_STREAM_HEALTH_H

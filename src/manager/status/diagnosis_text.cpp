@@ -120,7 +120,7 @@ std::string OfError(Reason reason, const Snapshot::Collector& collector)
         return fmt::format("the host of {} does not answer, or a route or router can't reach it; is it up?",
                            where);
     case Reason::kRefused:
-        return fmt::format("nobody listens at {}; start the collector there, or correct its port", where);
+        return fmt::format("no program listens at {}; start the collector there, or correct its port", where);
     case Reason::kNoPermission:
         return fmt::format("the kernel forbids datagrams to {}; look at the packet filter's output rules",
                            where);

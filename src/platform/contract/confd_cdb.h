@@ -5,7 +5,7 @@
 // A session sees the datastore as of its opening; a session opened while a change set is handled
 // sees the datastore of that commit. Values come from the schema's order: an entry's or
 // container's leaves, keys first, defaults filled in; a leaf without value and default has the type
-// C_NOEXISTS. Whoever calls releases the values received with confd_free_value.
+// C_NOEXISTS. The caller releases the values received with confd_free_value.
 
 #ifndef CONFD_CDB_H
 #define CONFD_CDB_H

@@ -55,8 +55,8 @@ struct confd_ipv4_prefix {
     uint8_t len;        // bits, 0 to 32
 };
 
-// One typed value. Only C_BUF owns memory: whoever received the value from a read releases it with
-// confd_free_value; the values of a keypath belong to whoever made the keypath.
+// One typed value. Only C_BUF owns memory: the caller that received the value from a read releases it with
+// confd_free_value; the values of a keypath belong to the maker of the keypath.
 struct confd_value {
     enum confd_vtype type;
     union {

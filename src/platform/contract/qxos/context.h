@@ -51,7 +51,7 @@ private:
     friend class ContextAccess;  // the platform's own way in
 };
 
-// The one context of the process. Owned by whoever installs it.
+// The one context of the process. Owned by the code that installs it.
 extern Context* the_context;
 
 }  // namespace qxos
