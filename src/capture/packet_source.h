@@ -19,9 +19,9 @@ namespace capture {
 
 /// Least bytes of a sampled packet that are handed over (all, if it has fewer): its addresses are looked up
 /// even if fewer bytes are sent.
-inline constexpr std::size_t kLeastHeader = 96;
+inline constexpr std::size_t kMinHeader = 96;
 /// Most bytes of a sampled packet that can be asked for.
-inline constexpr std::size_t kMostHeader = 512;
+inline constexpr std::size_t kMaxHeader = 512;
 
 /// The source does not know by which interface a leaving packet entered.
 inline constexpr std::uint32_t kOriginUnknown = 0xFFFFFFFF;
@@ -29,7 +29,7 @@ inline constexpr std::uint32_t kOriginUnknown = 0xFFFFFFFF;
 /// How one kernel interface is sampled.
 struct Settings {
     std::uint32_t rate = 1;        // one packet of so many, on average; at least 1
-    std::uint16_t headerSize = 0;  // bytes of a packet's beginning that are wanted, up to kMostHeader
+    std::uint16_t headerSize = 0;  // bytes of a packet's beginning that are wanted, up to kMaxHeader
     bool ingress = true;
     bool egress = false;
     friend bool operator==(const Settings&, const Settings&) = default;

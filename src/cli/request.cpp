@@ -13,7 +13,7 @@
 namespace cli {
 namespace {
 
-constexpr std::size_t kMostErrors = 10;
+constexpr std::size_t kMaxErrors = 10;
 
 std::string_view WithoutPrefix(std::string_view name)
 {
@@ -47,16 +47,16 @@ std::string WithoutPrefixes(std::string_view path)
     return plain;
 }
 
-/// The errors or the warnings in lines, at most kMostErrors of them; empty if there are none.
+/// The errors or the warnings in lines, at most kMaxErrors of them; empty if there are none.
 std::string Listed(const netconf::Reply& reply, bool warnings)
 {
     std::string text;
     std::size_t count = 0;
     for (const netconf::RpcError& error : reply.errors) {
-        if (error.IsWarning() != warnings || ++count > kMostErrors) continue;
+        if (error.IsWarning() != warnings || ++count > kMaxErrors) continue;
         text += (text.empty() ? "" : "\n  ") + ToText(error);
     }
-    if (count > kMostErrors) text += "\n  and " + std::to_string(count - kMostErrors) + " more";
+    if (count > kMaxErrors) text += "\n  and " + std::to_string(count - kMaxErrors) + " more";
     return text;
 }
 

@@ -128,8 +128,8 @@ std::string InterfacesText(const Children& sflow)
 /// begins where `out` ends.
 void AppendWrapped(std::string_view text, std::size_t from, std::string& out)
 {
-    constexpr std::size_t kLeast = 40;  // if a long name leaves less, lines are too long
-    const std::size_t width = std::max(kLeast, kColumns - std::min(from, kColumns));
+    constexpr std::size_t kMin = 40;  // if a long name leaves less, lines are too long
+    const std::size_t width = std::max(kMin, kColumns - std::min(from, kColumns));
     while (text.size() > width) {
         std::size_t end = text.rfind("; ", width - 1);  // a remedy has a line of its own
         end = end == std::string_view::npos ? text.rfind(' ', width) : end + 1;

@@ -19,7 +19,7 @@ constexpr std::size_t kWordBits = 64;
 constexpr std::size_t kShownValue = 511;
 /// More than one: an edit may delete an entry and create it anew. Bounded: libyang's time grows with the
 /// square of an entry's occurrences.
-constexpr std::uint8_t kMostOfOneEntry = 8;
+constexpr std::uint8_t kMaxOfOneEntry = 8;
 constexpr std::string_view kBlanks = " \t\r\n";
 constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
 constexpr std::array<std::string_view, 5> kOperations{"merge", "replace", "create", "delete", "remove"};
@@ -171,11 +171,11 @@ bool Walk::CountEntry(const Frame& entry, Frame& holder)
     for (const std::string& key : entry.keys) name.append(1, '\0').append(key);
     // The hint is right if entries come in order, as most do.
     std::uint8_t& count = holder.entries.try_emplace(holder.entries.end(), std::move(name), 0)->second;
-    if (++count <= kMostOfOneEntry) return true;
-    return Refuse(ErrorTag::kBadElement, Path(),
-                  Described(m_depth) + " is given more than " + std::to_string(kMostOfOneEntry) +
-                      " times; give it once",
-                  {{"bad-element", std::string(entry.node->name)}});
+    if (++count <= kMaxOfOneEntry) return true;
+    return Refuse(
+        ErrorTag::kBadElement, Path(),
+        Described(m_depth) + " is given more than " + std::to_string(kMaxOfOneEntry) + " times; give it once",
+        {{"bad-element", std::string(entry.node->name)}});
 }
 
 }  // namespace guard

@@ -26,11 +26,11 @@ inline constexpr std::size_t kMaxFlowSample = 1024;
 inline constexpr std::size_t kMaxCountersSample = 512;
 /// Room in which a flow sample always fits once its header is cut: what the smallest datagram, 200 bytes,
 /// leaves.
-inline constexpr std::size_t kLeastSampleRoom = 200 - kDatagramHeaderSize;
+inline constexpr std::size_t kMinSampleRoom = 200 - kDatagramHeaderSize;
 
 /// Writes the sample with its type and length. `out` may be smaller than the sample: then the sampled header
 /// is cut so that it fits. Returns the bytes written; 0 if not even a sample without a header fits, which
-/// never happens in kLeastSampleRoom. Values that are too large for the compact encoding lose their upper
+/// never happens in kMinSampleRoom. Values that are too large for the compact encoding lose their upper
 /// bits and disturb nothing else. `out` must not overlap what the sample refers to.
 inline std::size_t Encode(const FlowSample& sample, Encoding encoding, std::span<std::byte> out)
 {

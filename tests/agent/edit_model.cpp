@@ -17,7 +17,7 @@ using Kind = ModelNode::Kind;
 using Answer = Expected::Answer;
 
 constexpr std::string_view kSflowPath = "/config/oam/sflow";
-constexpr int kMostOfOneEntry = 8;
+constexpr int kMaxOfOneEntry = 8;
 
 bool IsKey(const EditNode& node) { return std::string_view(node.node->name) == "name"; }
 
@@ -35,7 +35,7 @@ bool HaveTheirPlaces(const std::vector<EditNode>& siblings)
     for (const EditNode& node : siblings) {
         if (!HasItsPlace(node)) return false;
         const bool isEntry = node.node->kind == Kind::kList;
-        if (++count[{node.node, isEntry ? KeyOf(node) : ""}] > (isEntry ? kMostOfOneEntry : 1)) return false;
+        if (++count[{node.node, isEntry ? KeyOf(node) : ""}] > (isEntry ? kMaxOfOneEntry : 1)) return false;
     }
     return true;
 }

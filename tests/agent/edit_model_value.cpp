@@ -16,7 +16,7 @@ using Type = ModelNode::Type;
 constexpr char kCfg[] = "urn:switch:yang:switch-config";
 constexpr char kIfs[] = "urn:switch:yang:switch-interfaces";
 constexpr char kSf[] = "urn:switch:yang:switch-oam-sflow";
-constexpr std::size_t kMostOfName = 64;
+constexpr std::size_t kMaxOfName = 64;
 
 ModelNode LeafNode(const char* ns, const char* name, Type type, std::uint32_t least = 0,
                    std::uint32_t most = 0)
@@ -77,7 +77,7 @@ bool IsAddress(const std::string& text)
 
 bool IsName(const std::string& text)
 {
-    return !text.empty() && text.size() <= kMostOfName && std::all_of(text.begin(), text.end(), [](char c) {
+    return !text.empty() && text.size() <= kMaxOfName && std::all_of(text.begin(), text.end(), [](char c) {
         return std::isgraph(static_cast<unsigned char>(c)) != 0 &&
                std::string_view("\"'{}[];|<>&").find(c) == std::string_view::npos;
     });

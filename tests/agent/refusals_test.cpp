@@ -20,7 +20,7 @@ namespace {
 using netconf::EditConfig;
 using testing::HasSubstr;
 
-constexpr int kMostRounds = 500;
+constexpr int kMaxRounds = 500;
 
 std::string ManyCollectors(int round)
 {
@@ -36,7 +36,7 @@ TEST(ResourceDenied, WhereTheStoreIsFull)
     std::string running;
     netconf::Reply reply;
     reply.ok = true;
-    for (int round = 0; round < kMostRounds && reply.ok; ++round) {
+    for (int round = 0; round < kMaxRounds && reply.ok; ++round) {
         running = Config(*client, "running");
         Do(*client, ManyCollectors(round));
         reply = client->Call(netconf::Commit());

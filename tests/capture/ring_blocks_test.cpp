@@ -264,7 +264,7 @@ TEST_F(Ring, LeavesOutWhatDoesNotLieInItsBlock)
 TEST_F(Ring, KeepsToTheMostThatCanBeAskedFor)
 {
     Add(0, 2000, 2000);
-    EXPECT_EQ(Take().at(0).header.size(), kMostHeader);
+    EXPECT_EQ(Take().at(0).header.size(), kMaxHeader);
 }
 
 TEST_F(Ring, StaysWithinTheBlockWhateverItHolds)
@@ -281,7 +281,7 @@ TEST_F(Ring, StaysWithinTheBlockWhateverItHolds)
         }
         if (round % 2 != 0) Head(0).offset_to_first_pkt = kFirst;
         for (const Sample& sample : Take()) {
-            ASSERT_LE(sample.header.size(), kMostHeader);
+            ASSERT_LE(sample.header.size(), kMaxHeader);
             ASSERT_GE(sample.header.data(), m_memory.data());
             ASSERT_LE(sample.header.data() + sample.header.size(), m_memory.data() + kBlock);
             ASSERT_GE(sample.segments, 1);

@@ -58,7 +58,7 @@ TEST_P(SourceSuite, HandsOverEachFrameWithItsBytesAndLength)
     support::Network::Ip("link set near mtu 9000\nlink set far mtu 9000");
     Make();
     if (IsSkipped()) return;
-    m_source->Add(port, {.rate = 1, .headerSize = capture::kMostHeader});
+    m_source->Add(port, {.rate = 1, .headerSize = capture::kMaxHeader});
     support::Injector injector("far");
     std::uint64_t count = 0;
     for (const FrameRow& row : Frames()) {
@@ -70,7 +70,7 @@ TEST_P(SourceSuite, HandsOverEachFrameWithItsBytesAndLength)
         const SampledFrame& sampled = m_record.all.back();
         EXPECT_EQ(sampled.sample.length, row.frame.size());
         Bytes beginning = row.frame;
-        beginning.resize(std::min(beginning.size(), capture::kMostHeader));
+        beginning.resize(std::min(beginning.size(), capture::kMaxHeader));
         EXPECT_EQ(sampled.header, beginning);
         EXPECT_EQ(sampled.sample.ifIndex, port);
         EXPECT_FALSE(sampled.sample.egress);
@@ -105,7 +105,7 @@ TEST_P(SourceSuite, KeepsSoManyBytesAsAreWanted)
         ASSERT_TRUE(Becomes([&] { return m_record.all.size() == count; }));
         const Bytes& header = m_record.all.back().header;
         ASSERT_GE(header.size(), row.least);
-        EXPECT_LE(header.size(), capture::kMostHeader);
+        EXPECT_LE(header.size(), capture::kMaxHeader);
         EXPECT_TRUE(std::equal(header.begin(), header.end(), frame.begin()));
         EXPECT_EQ(m_record.all.back().sample.length, frame.size());
     }

@@ -73,7 +73,7 @@ TEST_F(Validation, SeveralErrorsAtOnceButNotAll)
     std::string many;
     for (int i = 0; i < 50; ++i) many += "<collector><name>c" + std::to_string(i) + "</name></collector>";
     Edit(Sflow(many));
-    EXPECT_EQ(datastore->Validate().size(), cdb::Validator::kMostErrors);
+    EXPECT_EQ(datastore->Validate().size(), cdb::Validator::kMaxErrors);
 }
 
 TEST_F(Validation, AnInvalidCandidateIsNotCommitted)

@@ -23,7 +23,7 @@ namespace {
 using shapes::Outcome;
 using shapes::Place;
 
-constexpr double kMostCpuMs = 100;
+constexpr double kMaxCpuMs = 100;
 // Debug builds and sanitizers are slower for reasons of their own.
 constexpr bool kCpuCounts =
 #if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
@@ -66,7 +66,7 @@ public:
         const Outcome outcome = m_target.Send(message);
         ++m_messages;
         std::string wrong = Wrong(outcome);
-        const bool costly = outcome.cpuMs >= kMostCpuMs && !isData;
+        const bool costly = outcome.cpuMs >= kMaxCpuMs && !isData;
         if (wrong.empty() && costly) wrong = kCpuCounts ? "WRONG: too much CPU" : "";
         if (always || !wrong.empty()) {
             static const std::map<Outcome::Kind, std::string> kinds{

@@ -24,7 +24,7 @@ using support::WriteFaultsBlock;
 using support::WriteOutcome;
 
 constexpr int kNoFile = -1;
-constexpr int kMostPieces = 1024;
+constexpr int kMaxPieces = 1024;
 
 WriteFaultsBlock* g_block = nullptr;
 
@@ -107,7 +107,7 @@ public:
         std::size_t rest = 0;
         for (int i = 0; i < count; ++i) rest += pieces[i].iov_len;
         rest /= 2;
-        for (; m_count < count && m_count < kMostPieces && rest > 0; ++m_count) {
+        for (; m_count < count && m_count < kMaxPieces && rest > 0; ++m_count) {
             iovec& piece = m_pieces[static_cast<std::size_t>(m_count)];
             piece = pieces[m_count];
             if (piece.iov_len > rest) piece.iov_len = rest;
@@ -118,7 +118,7 @@ public:
     [[nodiscard]] int Count() const { return m_count; }
 
 private:
-    std::array<iovec, kMostPieces> m_pieces{};
+    std::array<iovec, kMaxPieces> m_pieces{};
     int m_count = 0;
 };
 

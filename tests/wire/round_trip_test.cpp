@@ -80,9 +80,9 @@ TEST_F(RoundTripTest, AFlowSampleFitsInTheLeastRoomAndUsesIt)
         SCOPED_TRACE(round);
         const wire::FlowSample sample = m_source.Flow();
         const wire::Encoding encoding = m_source.Encoding();
-        const auto flow = Decode<support::DecodedFlow>(sample, encoding, wire::kLeastSampleRoom);
+        const auto flow = Decode<support::DecodedFlow>(sample, encoding, wire::kMinSampleRoom);
         ASSERT_TRUE(flow);
-        ASSERT_EQ(flow, Expected(sample, encoding, wire::kLeastSampleRoom));
+        ASSERT_EQ(flow, Expected(sample, encoding, wire::kMinSampleRoom));
     }
 }
 

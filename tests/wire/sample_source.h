@@ -38,12 +38,12 @@ public:
         sample.input = DrawnPort();
         sample.output = DrawnPort();
         sample.protocol = kProtocols.at(Below(kProtocols.size()));
-        const auto header = std::span(m_header).first(Below(2) == 0 ? Below(24) : Below(kMostHeader + 1));
+        const auto header = std::span(m_header).first(Below(2) == 0 ? Below(24) : Below(kMaxHeader + 1));
         Fill(header);
         sample.header = header;
         sample.tagProtocol = Below(2) == 0 ? std::uint16_t{0} : static_cast<std::uint16_t>(m_next());
         sample.tagControl = static_cast<std::uint16_t>(m_next());
-        sample.maxHeader = Below(4) == 0 ? m_next() : Below(2) == 0 ? Below(24) : Below(kMostHeader + 1);
+        sample.maxHeader = Below(4) == 0 ? m_next() : Below(2) == 0 ? Below(24) : Below(kMaxHeader + 1);
         if (Below(2) == 0) sample.router = DrawnRouter();
         return sample;
     }
@@ -75,7 +75,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t kMostHeader = 512;
+    static constexpr std::size_t kMaxHeader = 512;
 
     template <typename Byte>
     void Fill(std::span<Byte> bytes)
@@ -121,7 +121,7 @@ private:
     }
 
     Next m_next;
-    std::array<std::byte, kMostHeader> m_header{};
+    std::array<std::byte, kMaxHeader> m_header{};
     std::array<char, 300> m_name{};
 };
 

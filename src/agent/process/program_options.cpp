@@ -16,22 +16,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t kLeastHistory = 4096;
-constexpr std::uint64_t kLeastMap = std::uint64_t{1} << 20;
-constexpr std::uint64_t kMostSize = std::uint64_t{1} << 40;
+constexpr std::uint64_t kMinHistory = 4096;
+constexpr std::uint64_t kMinMap = std::uint64_t{1} << 20;
+constexpr std::uint64_t kMaxSize = std::uint64_t{1} << 40;
 /// A smaller bound would refuse what swcli sends.
-constexpr std::uint64_t kLeastMessage = std::uint64_t{64} << 10;
-constexpr std::uint64_t kLeastElements = 1000;
-constexpr std::uint64_t kLeastUnread = std::uint64_t{1} << 20;
+constexpr std::uint64_t kMinMessage = std::uint64_t{64} << 10;
+constexpr std::uint64_t kMinElements = 1000;
+constexpr std::uint64_t kMinUnread = std::uint64_t{1} << 20;
 /// The tree of a message takes some ten times its length in memory.
-constexpr std::uint64_t kMostMessage = std::uint64_t{1} << 30;
+constexpr std::uint64_t kMaxMessage = std::uint64_t{1} << 30;
 constexpr const char* kAccessFile = "/etc/sflow-switch/access.xml";
 
 /// A day in milliseconds; enough for the other units and counts.
-constexpr std::uint64_t kMostNumber = 86'400'000;
+constexpr std::uint64_t kMaxNumber = 86'400'000;
 
 std::uint64_t Number(std::string_view option, std::string_view text, std::uint64_t least = 1,
-                     std::uint64_t most = kMostNumber)
+                     std::uint64_t most = kMaxNumber)
 {
     std::uint64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -77,7 +77,7 @@ void SetTime(ProgramOptions& options, const std::string& name, const std::string
     options.*member = Time(Number(name, value));
 }
 
-template <std::size_t ProgramOptions::*member, std::uint64_t least, std::uint64_t most = kMostSize>
+template <std::size_t ProgramOptions::*member, std::uint64_t least, std::uint64_t most = kMaxSize>
 void SetSize(ProgramOptions& options, const std::string& name, const std::string& value)
 {
     options.*member = Size(name, value, least, most);
@@ -88,7 +88,7 @@ void SetHistoryDays(ProgramOptions& options, const std::string& name, const std:
     options.historyDays = static_cast<std::uint32_t>(Number(name, value));
 }
 
-template <std::size_t ProgramOptions::*member, std::uint64_t least = 1, std::uint64_t most = kMostNumber>
+template <std::size_t ProgramOptions::*member, std::uint64_t least = 1, std::uint64_t most = kMaxNumber>
 void SetCount(ProgramOptions& options, const std::string& name, const std::string& value)
 {
     options.*member = Number(name, value, least, most);
@@ -130,17 +130,17 @@ constexpr std::pair<std::string_view, Setter> kSetters[] = {
     {"--hello-timeout", &SetTime<&ProgramOptions::helloTimeout>},
     {"--idle-timeout", &SetIdleTimeout},
     {"--history-limit", &SetCount<&ProgramOptions::historyLimit>},
-    {"--history-bytes", &SetSize<&ProgramOptions::historyBytes, kLeastHistory>},
+    {"--history-bytes", &SetSize<&ProgramOptions::historyBytes, kMinHistory>},
     {"--history-days", &SetHistoryDays},
-    {"--map-size", &SetSize<&ProgramOptions::mapSize, kLeastMap>},
+    {"--map-size", &SetSize<&ProgramOptions::mapSize, kMinMap>},
     {"--export", &SetPath<&ProgramOptions::exportFile>},
     {"--import", &SetPath<&ProgramOptions::importFile>},
     {"--max-sessions", &SetCount<&ProgramOptions::maxSessions>},
     {"--max-sessions-per-user", &SetCount<&ProgramOptions::maxSessionsPerUser>},
-    {"--max-message", &SetSize<&ProgramOptions::maxMessage, kLeastMessage, kMostMessage>},
-    {"--max-elements", &SetCount<&ProgramOptions::maxElements, kLeastElements>},
+    {"--max-message", &SetSize<&ProgramOptions::maxMessage, kMinMessage, kMaxMessage>},
+    {"--max-elements", &SetCount<&ProgramOptions::maxElements, kMinElements>},
     {"--max-filter", &SetCount<&ProgramOptions::maxFilter>},
-    {"--max-unread", &SetSize<&ProgramOptions::maxUnread, kLeastUnread>},
+    {"--max-unread", &SetSize<&ProgramOptions::maxUnread, kMinUnread>},
 };
 
 void Set(ProgramOptions& options, const std::string& name, const std::string& value)

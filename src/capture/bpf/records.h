@@ -10,10 +10,10 @@
 #include "gap.h"
 
 enum {
-    kMostPorts = 65536,       // interfaces times directions
-    kDirectPorts = 8192,      // places of `direct`, per CPU; a power of two
-    kEgressBit = 1U << 31,    // of a port's key; the other bits are the interface's index
-    kMostRecordHeader = 512,  // bytes of a packet in the largest class of records
+    kMaxPorts = 65536,       // interfaces times directions
+    kDirectPorts = 8192,     // places of `direct`, per CPU; a power of two
+    kEgressBit = 1U << 31,   // of a port's key; the other bits are the interface's index
+    kMaxRecordHeader = 512,  // bytes of a packet in the largest class of records
 };
 
 /// One port's settings, which user space writes: value of `settings`.

@@ -42,7 +42,7 @@ struct {
 struct {
     __uint(type, BPF_MAP_TYPE_PERCPU_HASH);
     __uint(map_flags, BPF_F_NO_PREALLOC);
-    __uint(max_entries, kMostPorts);
+    __uint(max_entries, kMaxPorts);
     __type(key, __u32);
     __type(value, struct PortState);
 } ports SEC(".maps");
@@ -50,7 +50,7 @@ struct {
 struct {
     __uint(type, BPF_MAP_TYPE_HASH);
     __uint(map_flags, BPF_F_NO_PREALLOC);
-    __uint(max_entries, kMostPorts);
+    __uint(max_entries, kMaxPorts);
     __type(key, __u32);
     __type(value, struct PortSettings);
 } settings SEC(".maps");
@@ -216,7 +216,7 @@ static __always_inline __u32 Copy(struct __sk_buff* packet, __u64* to, __u32 cap
 HAND_OVER(HandOver64, 64)
 HAND_OVER(HandOver128, 128)
 HAND_OVER(HandOver256, 256)
-HAND_OVER(HandOver512, kMostRecordHeader)
+HAND_OVER(HandOver512, kMaxRecordHeader)
 
 __noinline int SamplePacket(struct __sk_buff* packet, struct PortState* port, __u32 frames, __u32 egress)
 {

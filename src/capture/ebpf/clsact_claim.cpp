@@ -19,7 +19,7 @@ namespace {
 using namespace std::string_view_literals;
 
 constexpr std::string_view kClaim = "\0sflow-clsact"sv;
-constexpr int kMostAskers = 128;  // from one Tend to the next
+constexpr int kMaxAskers = 128;  // from one Tend to the next
 
 int OnClaim(int file, int (*call)(int, const sockaddr*, socklen_t))
 {
@@ -60,7 +60,7 @@ ClsactClaim::~ClsactClaim()
 void ClsactClaim::Tend()
 {
     if (m_file < 0) return Take();
-    for (int count = 0; count <= kMostAskers; ++count) {  // the kernel lets one more wait
+    for (int count = 0; count <= kMaxAskers; ++count) {  // the kernel lets one more wait
         const int asker = ::accept4(m_file, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (asker < 0) return;
         ::close(asker);
@@ -71,7 +71,7 @@ void ClsactClaim::Take()
 {
     m_other.reset();
     const int file = NewSocket();
-    if (file >= 0 && OnClaim(file, ::bind) == 0 && ::listen(file, kMostAskers) == 0) {
+    if (file >= 0 && OnClaim(file, ::bind) == 0 && ::listen(file, kMaxAskers) == 0) {
         m_file = file;
         return;
     }

@@ -27,7 +27,7 @@ namespace capture {
 namespace {
 
 constexpr std::size_t kDefaultRing = 4 << 20;
-constexpr std::size_t kMostRing = 1 << 30;
+constexpr std::size_t kMaxRing = 1 << 30;
 
 // On machines that read words at any address, the program copies packets by words.
 #if defined(__x86_64__) || defined(__i386__) || defined(__aarch64__) || defined(__powerpc64__) || \
@@ -52,7 +52,7 @@ std::size_t RingBytes(std::size_t wanted)
 {
     const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
     if (wanted == 0) wanted = kDefaultRing;
-    return std::bit_ceil(std::clamp(wanted, page, kMostRing));
+    return std::bit_ceil(std::clamp(wanted, page, kMaxRing));
 }
 
 // The kernel allocates a map's memory in the background: when ports come quickly, it is short for a moment.

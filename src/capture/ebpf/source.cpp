@@ -155,7 +155,7 @@ private:
             .rate = std::max<std::uint32_t>(settings.rate, 1),
             .scale = MakeGapScale(settings.rate),
             .wanted = static_cast<std::uint32_t>(
-                std::clamp<std::size_t>(settings.headerSize, kLeastHeader, kMostHeader)),
+                std::clamp<std::size_t>(settings.headerSize, kMinHeader, kMaxHeader)),
             .slot = port.slot,
             .incarnation = port.incarnation,
         };

@@ -150,7 +150,7 @@ bool RingBlocks::TakePacket(std::size_t at, std::vector<Sample>& samples) const
     if (sample.egress) sample.origin = kOriginUnknown;
     sample.etherType = ntohs(address.sll_protocol);
     sample.length = header.tp_len;
-    sample.header = {Block() + data, std::min<std::size_t>(header.tp_snaplen, kMostHeader)};
+    sample.header = {Block() + data, std::min<std::size_t>(header.tp_snaplen, kMaxHeader)};
     SetTag(sample, header, status);
     if (m_tellsSegments) {
         SegmentHeader segments{};

@@ -12,7 +12,7 @@ namespace capture {
 
 namespace {
 
-constexpr unsigned kMostThreads = 16;
+constexpr unsigned kMaxThreads = 16;
 
 }  // namespace
 
@@ -35,7 +35,7 @@ void RingCloser::Close(std::shared_ptr<PacketSocketPair> pair)
 {
     const std::scoped_lock lock(m_work->mutex);
     m_work->pairs.push_back(std::move(pair));
-    if (m_work->threads == kMostThreads) return;
+    if (m_work->threads == kMaxThreads) return;
     if (base::BeginThread([work = m_work] { Run(work); }))
         ++m_work->threads;
     else if (m_work->threads == 0)

@@ -125,8 +125,8 @@ RingFilter CountingFilter(const RingScope& scope)
 
 std::uint32_t SnapLength(const Settings& settings)
 {
-    const std::size_t wanted = std::min<std::size_t>(settings.headerSize, kMostHeader);
-    return static_cast<std::uint32_t>(std::max(wanted, kLeastHeader));
+    const std::size_t wanted = std::min<std::size_t>(settings.headerSize, kMaxHeader);
+    return static_cast<std::uint32_t>(std::max(wanted, kMinHeader));
 }
 
 }  // namespace capture

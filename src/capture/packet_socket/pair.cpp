@@ -99,10 +99,10 @@ bool PacketSocketPair::IsReadable()
 
 std::size_t RingSizeFor(std::uint32_t rate)
 {
-    constexpr std::size_t kLeast = 64U << 10U;
-    constexpr std::size_t kMost = 4U << 20U;
+    constexpr std::size_t kMin = 64U << 10U;
+    constexpr std::size_t kMax = 4U << 20U;
     constexpr std::size_t kOfAll = 32U << 20U;
-    return std::clamp(kOfAll / std::max<std::uint32_t>(rate, 1), kLeast, kMost);
+    return std::clamp(kOfAll / std::max<std::uint32_t>(rate, 1), kMin, kMax);
 }
 
 }  // namespace capture

@@ -11,8 +11,8 @@ using std::chrono::milliseconds;
 
 // Between two looks at a ring. The packets that one core can send into an interface, times what a sample
 // takes of a ring, give the time in which two thirds of it may fill.
-constexpr milliseconds kLeastPause{5};
-constexpr milliseconds kMostPause{98};
+constexpr milliseconds kMinPause{5};
+constexpr milliseconds kMaxPause{98};
 constexpr std::uint64_t kPacketsPerMillisecond = 1000;
 constexpr std::uint64_t kSampleSize = 256;
 
@@ -48,8 +48,8 @@ void RingPort::Describe(std::span<Sample> samples, const Counts& counts)
 milliseconds RingPort::PauseFor(const PacketSocketPair& pair)
 {
     const std::uint64_t samples = pair.Blocks().Bytes() * 2 / 3 / kSampleSize;
-    return std::clamp(milliseconds(samples * pair.Current().rate / kPacketsPerMillisecond), kLeastPause,
-                      kMostPause);
+    return std::clamp(milliseconds(samples * pair.Current().rate / kPacketsPerMillisecond), kMinPause,
+                      kMaxPause);
 }
 
 // More than a third since the last look: sooner next time. Less than an eighth: later.
@@ -57,7 +57,7 @@ void RingPort::Pace(std::size_t waiting)
 {
     const std::size_t blocks = pair->Blocks().Blocks();
     if (waiting * 3 > blocks)
-        pause = std::max(pause / 2, kLeastPause);
+        pause = std::max(pause / 2, kMinPause);
     else if (waiting * 8 < blocks)
         pause = std::min(pause * 2, PauseFor(*pair));
 }

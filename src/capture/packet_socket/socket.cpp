@@ -27,9 +27,9 @@ namespace {
 // The kernel hands over a block by age too, however little is in it: so many blocks bridge half a second
 // without a read when packets come slowly.
 constexpr std::size_t kUsualBlocks = 16;
-constexpr std::size_t kLeastBlocks = 4;
-constexpr std::size_t kLeastBlock = 4U << 10U;
-constexpr std::size_t kMostBlock = 64U << 10U;
+constexpr std::size_t kMinBlocks = 4;
+constexpr std::size_t kMinBlock = 4U << 10U;
+constexpr std::size_t kMaxBlock = 64U << 10U;
 // The kernel hands over a block that does not fill after this time. It runs a timer of this period for every
 // ring, so this is as long as the first sample may take.
 constexpr unsigned kBlockMilliseconds = 32;
@@ -140,8 +140,8 @@ SamplingSocket::SamplingSocket(std::size_t bytes) : PacketSocket(SOCK_RAW)
     // Some kernels refuse it together with this ring: segments are unknown then.
     const int segments = 1;
     m_tellsSegments = setsockopt(Get(), SOL_PACKET, PACKET_VNET_HDR, &segments, sizeof segments) == 0;
-    m_area.blockSize = PageMultiple(std::clamp(bytes / kUsualBlocks, kLeastBlock, kMostBlock));
-    m_area.blocks = std::max(kLeastBlocks, bytes / m_area.blockSize);
+    m_area.blockSize = PageMultiple(std::clamp(bytes / kUsualBlocks, kMinBlock, kMaxBlock));
+    m_area.blocks = std::max(kMinBlocks, bytes / m_area.blockSize);
     tpacket_req3 request{};
     request.tp_block_size = static_cast<unsigned>(m_area.blockSize);
     request.tp_block_nr = static_cast<unsigned>(m_area.blocks);

@@ -38,8 +38,8 @@ lyd_node* MakeContainer(lyd_node* parent, const lysc_node* schema)
 lyd_node* MakeEntry(lyd_node* parent, const lysc_node* schema, const std::vector<std::string>& keys)
 {
     // Lists with more keys would need more arguments below; the schema has none.
-    constexpr std::size_t kMostKeys = 4;
-    if (keys.size() > kMostKeys || keys.size() != KeyCount(schema)) return nullptr;
+    constexpr std::size_t kMaxKeys = 4;
+    if (keys.size() > kMaxKeys || keys.size() != KeyCount(schema)) return nullptr;
     const auto key = [&](std::size_t i) { return i < keys.size() ? keys[i].c_str() : nullptr; };
     lyd_node* node = nullptr;
     const auto result =

@@ -40,7 +40,7 @@ std::vector<Error> StructureErrors(const Schema& schema, lyd_node* tree)
     Units units;
     ForEachUnit(tree, [&units](const lyd_node* unit) { units.push_back(unit); });
     for (const lyd_node* unit : units) {
-        if (errors.size() >= Validator::kMostErrors) return errors;
+        if (errors.size() >= Validator::kMaxErrors) return errors;
         if (auto error = ValidateUnit(schema, tree, unit)) AddOnce(errors, std::move(*error));
     }
     if (std::find(errors.begin(), errors.end(), *first) == errors.end())
@@ -60,7 +60,7 @@ std::vector<Error> Validator::Check(const Candidate& candidate) const
         return Everything(whole.get(), rows);
     }
     auto errors = StructureErrors(m_schema, candidate.Tree());
-    DanglingReferences dangling(m_schema, kMostErrors - std::min(errors.size(), kMostErrors));
+    DanglingReferences dangling(m_schema, kMaxErrors - std::min(errors.size(), kMaxErrors));
     dangling.InCandidate(candidate);
     dangling.AppendTo(errors);
     return errors;
@@ -69,7 +69,7 @@ std::vector<Error> Validator::Check(const Candidate& candidate) const
 std::vector<Error> Validator::Everything(lyd_node* tree, RowView& rows) const
 {
     auto errors = StructureErrors(m_schema, tree);
-    DanglingReferences dangling(m_schema, kMostErrors - std::min(errors.size(), kMostErrors));
+    DanglingReferences dangling(m_schema, kMaxErrors - std::min(errors.size(), kMaxErrors));
     dangling.InRows(rows);
     dangling.AppendTo(errors);
     return errors;

@@ -19,14 +19,14 @@ public:
     /// `schema` must outlive it.
     explicit Validator(const Schema& schema);
 
-    /// The errors of the candidate, provided that running is valid: at most kMostErrors and one that counts
+    /// The errors of the candidate, provided that running is valid: at most kMaxErrors and one that counts
     /// the rest. Only while a Reading of the candidate lives.
     [[nodiscard]] std::vector<Error> Check(const Candidate& candidate) const;
 
     /// The errors of a whole datastore, given its complete tree and its rows.
     [[nodiscard]] std::vector<Error> Everything(lyd_node* tree, RowView& rows) const;
 
-    static constexpr std::size_t kMostErrors = 20;
+    static constexpr std::size_t kMaxErrors = 20;
 
 private:
     const Schema& m_schema;

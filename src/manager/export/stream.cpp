@@ -18,7 +18,7 @@ constexpr milliseconds kTrySegmentsEvery{60'000};
 /// and IPv4 carries it.
 std::size_t Usable(std::size_t size)
 {
-    return std::clamp(size, wire::kDatagramHeaderSize + wire::kLeastSampleRoom, kMaxMessage);
+    return std::clamp(size, wire::kDatagramHeaderSize + wire::kMinSampleRoom, kMaxMessage);
 }
 
 }  // namespace

@@ -59,14 +59,14 @@ std::uint32_t ToMark(std::string_view value)
 
 std::size_t ToRingSize(std::string_view value)
 {
-    constexpr std::size_t kLeast = std::size_t{64} << 10, kMost = std::size_t{1} << 30;
+    constexpr std::size_t kMin = std::size_t{64} << 10, kMax = std::size_t{1} << 30;
     std::string_view digits = value;
     unsigned shift = 0;
     if (digits.ends_with('k')) shift = 10;
     if (digits.ends_with('M')) shift = 20;
     if (shift != 0) digits.remove_suffix(1);
     const auto number = ToNumber<std::size_t>(digits);
-    if (!number || *number > (kMost >> shift) || (*number << shift) < kLeast)
+    if (!number || *number > (kMax >> shift) || (*number << shift) < kMin)
         Refuse("ring-size", value, "is no size; use bytes from 64k to 1024M, with k or M behind the number");
     return *number << shift;
 }

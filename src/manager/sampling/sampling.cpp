@@ -272,7 +272,7 @@ std::optional<capture::Settings> Sampling::WantedSampling(const ConfiguredInterf
     };
     return capture::Settings{.rate = interface.settings.rate,
                              .headerSize = static_cast<std::uint16_t>(std::min<std::size_t>(
-                                 interface.settings.maxHeaderSize, capture::kMostHeader)),
+                                 interface.settings.maxHeaderSize, capture::kMaxHeader)),
                              .ingress = includes(Direction::kIngress),
                              .egress = includes(Direction::kEgress)};
 }

@@ -65,8 +65,8 @@ const char* Status(bool up) { return up ? "up" : "down"; }
 std::uint32_t Age(WallTime now, WallTime then)
 {
     const std::int64_t age = std::chrono::floor<std::chrono::seconds>(now - then).count();
-    constexpr std::int64_t kMost = std::numeric_limits<std::uint32_t>::max();
-    return static_cast<std::uint32_t>(std::clamp<std::int64_t>(age, 0, kMost));
+    constexpr std::int64_t kMax = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<std::uint32_t>(std::clamp<std::int64_t>(age, 0, kMax));
 }
 
 }  // namespace
