@@ -21,12 +21,12 @@ void PrintTo(const Problem& problem, std::ostream* out)
 
 namespace {
 
-struct World {
-    Snapshot snapshot = Flowing();
+struct World : Flowing {
     Configured configured = FlowingConfigured();
 
-    InterfaceStatus& Status() { return snapshot.interfaces[0].status; }
-    StreamStatus& Stream() { return snapshot.collectors[0].stream; }
+    InterfaceStatus& Status() { return interfaces.at("eth1"); }
+    StreamStatus& Stream() { return collectors.at("c1"); }
+    void Set(const InterfaceSettings& settings) { Update("eth1", "", "", settings); }
     void Fail(std::errc error, const std::string& text)
     {
         Stream().sending = false;
@@ -39,8 +39,8 @@ struct World {
     void DisableCollector()
     {
         configured.collectors["c1"].enabled = false;
-        snapshot.collectors.clear();
-        snapshot.interfaces.clear();
+        ClearCollectors();
+        Clear();
     }
 };
 
@@ -88,13 +88,13 @@ const DiagnosisRow kInterfaceRows[] = {
     {"NoTrafficOut",
      [](World& w) {
          w.Status().packetsSeen = w.Status().samples = 0;
-         w.snapshot.interfaces[0].settings.direction = Direction::kEgress;
+         w.Set({512, Direction::kEgress, 128, 20});
      },
      {OfInterface(Reason::kNoTraffic, "no packet has left the kernel interface k-eth1 since sampling began")}},
     {"NoTrafficWithAnAddedDirection",
      [](World& w) {
          w.Status().packetsSeen = w.Status().samples = 0;
-         w.snapshot.addedDirection = Direction::kEgress;
+         w.manager.addedDirection = Direction::kEgress;
      },
      {OfInterface(Reason::kNoTraffic,
                   "no packet has entered or left the kernel interface k-eth1 since sampling began")}},
@@ -124,11 +124,11 @@ const DiagnosisRow kInterfaceRows[] = {
      {OfInterface(Reason::kBufferFull,
                   "all 80 packets sampled were lost for lack of room; raise the sampling rate's number, or start "
                   "sflow-mgr with a larger --ring-size")}},
-    {"NoPermission", [](World& w) { w.snapshot.source = {"none", "CAP_NET_RAW is missing", false}; },
+    {"NoPermission", [](World& w) { w.manager.source = {"none", "CAP_NET_RAW is missing", false}; },
      {OfInterface(Reason::kNoPermission,
                   "the manager may not sample packets: CAP_NET_RAW is missing; start sflow-mgr with more "
                   "privileges")}},
-    {"NoKernelSupport", [](World& w) { w.snapshot.source = {"none", "no packet sockets", true}; },
+    {"NoKernelSupport", [](World& w) { w.manager.source = {"none", "no packet sockets", true}; },
      {OfInterface(Reason::kNoKernelSupport, "this kernel offers no way of sampling packets: no packet sockets")}},
     {"SourceError",
      [](World& w) {
@@ -147,20 +147,20 @@ const DiagnosisRow kInterfaceRows[] = {
     {"MissingIsSaidBeforeNoPermission",
      [](World& w) {
          w.Status() = {};
-         w.snapshot.source = {"none", "CAP_NET_RAW is missing", false};
+         w.manager.source = {"none", "CAP_NET_RAW is missing", false};
      },
      {OfInterface(Reason::kInterfaceMissing,
                   "no kernel interface has that name, alternative name or alias; ip link set DEVICE alias eth1")}},
     {"NoCollectorConfigured",
      [](World& w) {
-         w.snapshot.interfaces.clear();
+         w.Clear();
          w.configured.interfaces["eth1"].collectors = {};
      },
      {kAlone, OfInterface(Reason::kNoCollector,
                           "it has no collector; set oam sflow interface eth1 flow-sampling-collector COLLECTOR")}},
     {"OnlyCountersWanted",
      [](World& w) {
-         w.snapshot.interfaces[0].collectors = {std::vector<std::string>{}, {"c1"}};
+         w.Replace("eth1", "", "c1");
          w.configured.interfaces["eth1"].collectors = {std::vector<std::string>{}, {"c1"}};
      },
      {OfInterface(Reason::kNoFlowCollector,
@@ -173,7 +173,7 @@ const DiagnosisRow kInterfaceRows[] = {
      [](World& w) {
          for (const char* name : {"c2", "c3", "c4", "c5"}) w.configured.collectors[name].enabled = false;
          w.configured.interfaces["eth1"].collectors = {std::vector<std::string>{"c2", "c3", "c4", "c5"}, {"c1"}};
-         w.snapshot.interfaces[0].collectors = {std::vector<std::string>{}, {"c1"}};
+         w.Replace("eth1", "", "c1");
      },
      {{Subject::kCollector, "c2", Reason::kCollectorDisabled,
        "the collector c2 is disabled; set oam sflow collector c2 enabled true"},
@@ -188,7 +188,7 @@ const DiagnosisRow kInterfaceRows[] = {
                   "true")}},
     {"CollectorUnknown",
      [](World& w) {
-         w.snapshot.collectors.clear();
+         w.ClearCollectors();
          w.configured = {};
      },
      {OfCollector(Reason::kCollectorUnknown,
@@ -199,7 +199,7 @@ const DiagnosisRow kInterfaceRows[] = {
                   "collector c1 ip ADDRESS, or request sflow resync")}},
     {"SamplingOff",
      [](World& w) {
-         w.snapshot.interfaces[0].settings.rate = 0;
+         w.Set({0, Direction::kIngress, 128, 20});
          w.Status().sampled = false;
          w.Status().packetsSeen = w.Status().samples = 0;
      },
@@ -208,34 +208,34 @@ const DiagnosisRow kInterfaceRows[] = {
                   "4096")}},
     {"SamplingOffIsSaidBeforeNoPermission",
      [](World& w) {
-         w.snapshot.interfaces[0].settings.rate = 0;
-         w.snapshot.source = {"none", "CAP_NET_RAW is missing", false};
+         w.Set({0, Direction::kIngress, 128, 20});
+         w.manager.source = {"none", "CAP_NET_RAW is missing", false};
      },
      {OfInterface(Reason::kSamplingOff,
                   "no packets are sampled: the sampling rate is 0; set oam sflow interface eth1 sampling-rate "
                   "4096")}},
     {"SamplingOffThatNobodyMisses",
      [](World& w) {
-         w.snapshot.interfaces[0].settings.rate = 0;
-         w.snapshot.interfaces[0].collectors = {std::vector<std::string>{}, {"c1"}};
+         w.Set({0, Direction::kIngress, 128, 20});
+         w.Replace("eth1", "", "c1");
          w.configured.interfaces["eth1"].collectors = {std::vector<std::string>{}, {"c1"}};
      },
      {OfInterface(Reason::kNoFlowCollector,
                   "only its counters are sent; for packet samples: set oam sflow interface eth1 "
                   "flow-sampling-collector COLLECTOR")}},
-    {"PollingOff", [](World& w) { w.snapshot.interfaces[0].settings.interval = 0; },
+    {"PollingOff", [](World& w) { w.Set({512, Direction::kIngress, 128, 0}); },
      {OfInterface(Reason::kPollingOff,
                   "its counters are not sent: the polling interval is 0; set oam sflow interface eth1 "
                   "polling-interval 20")}},
     {"PollingOffThatNobodyMisses",
      [](World& w) {
-         w.snapshot.interfaces[0].settings.interval = 0;
-         w.snapshot.interfaces[0].collectors[1].clear();
+         w.Set({512, Direction::kIngress, 128, 0});
+         w.Apply(RemoveCounter("eth1", "c1"));
      },
      {}},
     {"TwoAtOnce",
      [](World& w) {
-         w.snapshot.interfaces[0].settings.interval = 0;
+         w.Set({512, Direction::kIngress, 128, 0});
          w.Status().operUp = false;
      },
      {OfInterface(Reason::kInterfaceDown,
@@ -245,9 +245,9 @@ const DiagnosisRow kInterfaceRows[] = {
                   "polling-interval 20")}},
     {"NoDaemon",
      [](World& w) {
-         w.snapshot.session = Service::Session::kNone;
-         w.snapshot.interfaces.clear();
-         w.snapshot.collectors.clear();
+         w.manager.session = Service::Session::kNone;
+         w.Clear();
+         w.ClearCollectors();
      },
      {OfCollector(Reason::kNotLoaded,
                   "it is configured, but the manager has not been told of it: no configuration daemon is "
@@ -257,14 +257,14 @@ const DiagnosisRow kInterfaceRows[] = {
                   "connected; start sflow-app")}},
     {"Loading",
      [](World& w) {
-         w.snapshot.session = Service::Session::kLoading;
-         w.snapshot.interfaces.clear();
+         w.manager.session = Service::Session::kLoading;
+         w.Clear();
      },
      {kAlone, OfInterface(Reason::kNotLoaded,
                           "it is configured, but the manager has not been told of it yet: the configuration "
                           "daemon is loading")}},
     {"FlowCollectorNotTold",
-     [](World& w) { w.snapshot.interfaces[0].collectors[0].clear(); },
+     [](World& w) { w.Apply(RemoveFlow("eth1", "c1")); },
      {OfInterface(Reason::kNotLoaded,
                   "it is configured, but the configuration daemon has not told the manager of it; request sflow "
                   "resync")}},
@@ -285,7 +285,7 @@ const DiagnosisRow kCollectorRows[] = {
     {"PortZero",
      [](World& w) {
          w.Fail(std::errc::destination_address_required, "x");
-         w.snapshot.collectors[0].settings.port = 0;
+         w.Apply(Add("c1", "192.0.2.1", 0));
      },
      {OfCollector(Reason::kSendError,
                   "192.0.2.1:0 is no place to send to: there is no port 0; set oam sflow collector c1 port "
@@ -321,7 +321,7 @@ const DiagnosisRow kCollectorRows[] = {
                            "no packet has entered the kernel interface k-eth1 since sampling began")}},
     {"NoInterface",
      [](World& w) {
-         w.snapshot.interfaces.clear();
+         w.Clear();
          w.configured.interfaces.clear();
      },
      {kAlone}},
@@ -331,19 +331,19 @@ const DiagnosisRow kCollectorRows[] = {
          w.configured.interfaces.clear();
      },
      {kDisabled}},
-    {"NoAgentAddress", [](World& w) { w.snapshot.agentAddress.reset(); },
+    {"NoAgentAddress", [](World& w) { w.ForgetAddress(); },
      {{Subject::kAgent, "agent", Reason::kNoAgentAddress,
        "there is no agent address, so a collector can't tell whose datagrams these are; set oam sflow agent "
        "ipv4 ADDRESS, or give a management interface an address"}}},
-    {"NoAgentAddressKnownToTheDaemon", [](World& w) { w.snapshot.agentAddress = 0; },
+    {"NoAgentAddressKnownToTheDaemon", [](World& w) { w.Apply(Agent("0.0.0.0")); },
      {{Subject::kAgent, "agent", Reason::kNoAgentAddress,
        "there is no agent address, so a collector can't tell whose datagrams these are; set oam sflow agent "
        "ipv4 ADDRESS, or give a management interface an address"}}},
     {"NoAgentAddressThatNobodyMisses",
      [](World& w) {
-         w.snapshot.agentAddress.reset();
-         w.snapshot.interfaces.clear();
-         w.snapshot.collectors.clear();
+         w.ForgetAddress();
+         w.Clear();
+         w.ClearCollectors();
          w.configured = {};
      },
      {}},
@@ -356,7 +356,7 @@ TEST_P(OfOneThing, IsNamedWithItsRemedy)
 {
     World world;
     GetParam().change(world);
-    EXPECT_EQ(GetParam().problems, DiagnoseAll(world.snapshot, &world.configured));
+    EXPECT_EQ(GetParam().problems, DiagnoseAll(world.Look(), &world.configured));
 }
 
 const auto kNameOf = [](const auto& row) { return std::string(row.param.name); };
@@ -366,10 +366,10 @@ INSTANTIATE_TEST_SUITE_P(Collector, OfOneThing, testing::ValuesIn(kCollectorRows
 TEST(Diagnosis, WithoutTheConfigurationTellsWhatItCan)
 {
     World world;
-    EXPECT_EQ(std::vector<Problem>{}, DiagnoseAll(world.snapshot, nullptr));
-    world.snapshot.interfaces[0].collectors = {};
+    EXPECT_EQ(std::vector<Problem>{}, DiagnoseAll(world.Look(), nullptr));
+    world.Replace("eth1", "", "");
     EXPECT_THAT(
-        DiagnoseAll(world.snapshot, nullptr),
+        DiagnoseAll(world.Look(), nullptr),
         testing::ElementsAre(
             kAlone,
             OfInterface(
@@ -380,14 +380,14 @@ TEST(Diagnosis, WithoutTheConfigurationTellsWhatItCan)
 TEST(Diagnosis, IsInTheOrderOfNames)
 {
     World world;
-    world.snapshot.interfaces.clear();
+    world.Clear();
     for (const char* name : {"b", "d", "f"}) {
-        world.snapshot.interfaces.push_back(FlowingInterface(name));
-        world.snapshot.interfaces.back().status = {};
+        world.Update(name);
+        world.interfaces.at(name) = {};
     }
     for (const char* name : {"a", "b", "c", "d", "g"}) world.configured.interfaces[name];
     std::string order;
-    for (const Problem& problem : DiagnoseAll(world.snapshot, &world.configured)) order += problem.name + " ";
+    for (const Problem& problem : DiagnoseAll(world.Look(), &world.configured)) order += problem.name + " ";
     EXPECT_EQ("a b c d eth1 f g ", order);
 }
 

@@ -25,8 +25,9 @@ Texts Lines(const std::string& text)
 
 TEST(MetricsText, OfAManagerWithNothing)
 {
+    const ServiceTable table;
     EXPECT_EQ(
-        MetricsText(Snapshot{}),
+        MetricsText(View(StatusSources{table})),
         R"(# HELP sflow_manager_session_loaded Whether the configuration daemon is connected and has said all.
 # TYPE sflow_manager_session_loaded gauge
 sflow_manager_session_loaded 0
@@ -44,22 +45,21 @@ sflow_manager_source_info{source="none"} 1
 
 TEST(MetricsText, OfWhatFlows)
 {
-    Snapshot snapshot = Flowing();
-    snapshot.journal = {"/j", 3};
-    snapshot.refused = 2;
-    snapshot.interfaces.push_back(FlowingInterface("eth2"));
-    auto& second = snapshot.interfaces.back();
-    second.settings = {4096, Direction::kIngress, 128, 0};
-    second.status = {};
-    second.status.dropsBuffer = 18446744073709551615U;
-    second.status.dropsNoCollector = 5;
-    auto& stream = snapshot.collectors[0].stream;
+    Flowing shown;
+    shown.manager.journal = {"/j", 3};
+    shown.manager.refused = 2;
+    shown.Update("eth2", "c1", "c1", {4096, Direction::kIngress, 128, 0});
+    auto& second = shown.interfaces.at("eth2");
+    second = {};
+    second.dropsBuffer = 18446744073709551615U;
+    second.dropsNoCollector = 5;
+    auto& stream = shown.collectors.at("c1");
     stream.lostDatagrams = 6;
     stream.lostSamples = 7;
     stream.errors = 8;
     stream.lastErrorTime = WallTime(std::chrono::milliseconds{1'000'000'000'007});
     Texts values;
-    for (const std::string& line : Lines(MetricsText(snapshot)))
+    for (const std::string& line : Lines(MetricsText(shown.Look())))
         if (!line.starts_with('#')) values.push_back(line);
     EXPECT_EQ(values,
               (Texts{
@@ -107,15 +107,15 @@ TEST(MetricsText, OfWhatFlows)
 
 TEST(MetricsText, KeepEachFamilyTogetherBehindItsHelpAndType)
 {
-    Snapshot snapshot = Flowing();
-    snapshot.interfaces.push_back(FlowingInterface("eth2"));
+    Flowing shown;
+    shown.Update("eth2");
     const std::regex help("# HELP ([a-z_]+) [A-Z].*\\."), type("# TYPE ([a-z_]+) (counter|gauge)"),
         value("([a-z_]+)(\\{[a-z_]+=\"[^\"]*\"(,[a-z_]+=\"[^\"]*\")*\\})? [0-9.]+");
     std::set<std::string> families;
     std::string family;
     std::string kind;
     std::smatch match;
-    for (const std::string& line : Lines(MetricsText(snapshot))) {
+    for (const std::string& line : Lines(MetricsText(shown.Look()))) {
         if (std::regex_match(line, match, help)) {
             EXPECT_TRUE(families.insert(match[1]).second) << line;
             family = match[1];
@@ -136,16 +136,17 @@ TEST(MetricsText, KeepEachFamilyTogetherBehindItsHelpAndType)
 
 TEST(MetricsText, EscapeWhatWouldEndALabel)
 {
-    Snapshot snapshot = Flowing();
-    snapshot.interfaces[0].status.kernelName = "a\\b\"c\nd";
-    EXPECT_THAT(MetricsText(snapshot), testing::HasSubstr(R"(kernel_interface="a\\b\"c\nd",ifindex="7"} 1)"));
+    Flowing shown;
+    shown.interfaces.at("eth1").kernelName = "a\\b\"c\nd";
+    EXPECT_THAT(MetricsText(shown.Look()),
+                testing::HasSubstr(R"(kernel_interface="a\\b\"c\nd",ifindex="7"} 1)"));
 }
 
 TEST(MetricsText, ReplaceBytesThatAreNoText)
 {
-    Snapshot snapshot = Flowing();
-    snapshot.interfaces[0].status.kernelName = "\xC3\xBC\xFF";
-    EXPECT_THAT(MetricsText(snapshot), testing::HasSubstr("kernel_interface=\"\xC3\xBC\xEF\xBF\xBD\","));
+    Flowing shown;
+    shown.interfaces.at("eth1").kernelName = "\xC3\xBC\xFF";
+    EXPECT_THAT(MetricsText(shown.Look()), testing::HasSubstr("kernel_interface=\"\xC3\xBC\xEF\xBF\xBD\","));
 }
 
 }  // namespace

@@ -1,20 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the manager's tests share: operations written short, an observer that records changes as text,
-// and the state as text.
+// What the manager's tests share: operations written short, what they touched and what is held as text.
 
 #ifndef TESTS_MANAGER_RECORDER_H
 #define TESTS_MANAGER_RECORDER_H
 
 #include <arpa/inet.h>
 
-#include <optional>
 #include <string>
-#include <utility>
+#include <variant>
 #include <vector>
 
-#include "manager/service/observer.h"
 #include "manager/service/operation.h"
-#include "manager/service/state.h"
+#include "manager/service/service_table.h"
 
 namespace manager {
 
@@ -64,53 +61,36 @@ inline std::string Text(const InterfaceSettings& settings)
 }
 inline std::string Text(Kind kind) { return kind == Kind::kFlow ? "flow" : "counter"; }
 
-class Recorder : public Observer {
-public:
-    void AgentAddressChanged(std::optional<std::uint32_t> address) override
-    {
-        m_changes.push_back("agent " + (address ? AddressText(*address) : "none"));
-    }
-    void CollectorChanged(const std::string& name, const CollectorSettings& settings) override
-    {
-        m_changes.push_back("collector " + name + " " + Text(settings));
-    }
-    void CollectorRemoved(const std::string& name) override
-    {
-        m_changes.push_back("collector " + name + " gone");
-    }
-    void InterfaceChanged(const std::string& name, const InterfaceSettings& settings) override
-    {
-        m_changes.push_back("interface " + name + " " + Text(settings));
-    }
-    void InterfaceRemoved(const std::string& name) override
-    {
-        m_changes.push_back("interface " + name + " gone");
-    }
-    void Attached(const std::string& interface, Kind kind, const std::string& collector) override
-    {
-        m_changes.push_back(interface + " + " + Text(kind) + " " + collector);
-    }
-    void Detached(const std::string& interface, Kind kind, const std::string& collector) override
-    {
-        m_changes.push_back(interface + " - " + Text(kind) + " " + collector);
-    }
-
-    /// What has been recorded since the last call.
-    Texts Take() { return std::exchange(m_changes, {}); }
-
-private:
-    Texts m_changes;
-};
+/// "interface eth1", "collector c1", "agent": in the order in which they are brought into effect.
+inline Texts Text(const Touched& touched)
+{
+    Texts texts;
+    for (const auto& name : touched.interfaces) texts.push_back("interface " + name);
+    for (const auto& name : touched.collectors) texts.push_back("collector " + name);
+    if (touched.agentAddress) texts.push_back("agent");
+    return texts;
+}
+inline Texts Text(const std::variant<Touched, Refusal>& applied)
+{
+    if (const auto* refusal = std::get_if<Refusal>(&applied)) return {"refused: " + refusal->reason};
+    return Text(std::get<Touched>(applied));
+}
+/// Why it was refused; empty if it was not.
+inline std::string ReasonOf(const std::variant<Touched, Refusal>& applied)
+{
+    const auto* refusal = std::get_if<Refusal>(&applied);
+    return refusal == nullptr ? "" : refusal->reason;
+}
 
 /// One line a thing held: "agent 192.0.2.9", "c1 192.0.2.1 6343 1400", "eth1 4096 2 128 20 flow c1 counter
 /// c2".
-inline Texts Held(const State& state)
+inline Texts Held(const ServiceTable& table)
 {
     Texts lines;
-    if (state.AgentAddress()) lines.push_back("agent " + AddressText(*state.AgentAddress()));
-    for (const auto& [name, collector] : state.Collectors())
+    if (table.AgentAddress()) lines.push_back("agent " + AddressText(*table.AgentAddress()));
+    for (const auto& [name, collector] : table.AllCollectors())
         lines.push_back(name + " " + Text(collector.settings));
-    for (const auto& [name, interface] : state.Interfaces()) {
+    for (const auto& [name, interface] : table.AllInterfaces()) {
         std::string line = name + " " + Text(interface.settings);
         for (const Kind kind : {Kind::kFlow, Kind::kCounter})
             for (const auto& [collector, mark] : interface.Of(kind))

@@ -110,10 +110,10 @@ protected:
         return ended;
     }
 
-    State m_state;
+    ServiceTable m_table;
     Journal m_journal{(m_dir / "journal").string()};
     system_clock::time_point m_now{seconds{1'000'000}};
-    Service m_service{m_state, &m_journal, [this] { return m_now; }};
+    Service m_service{m_table, &m_journal, [this] { return m_now; }, [](const Touched&) {}};
     std::optional<SessionServer> m_server;
 };
 
@@ -144,7 +144,7 @@ TEST_F(Server, AppliesAndNotesWhatASessionSays)
 {"op":"SessionClosed"}
 )",
               Noted());
-    EXPECT_EQ(Texts{"eth1 512 2 128 20 flow c1"}, Held(m_state));
+    EXPECT_EQ(Texts{"eth1 512 2 128 20 flow c1"}, Held(m_table));
 }
 
 TEST_F(Server, KeepsTheStateOfADeadSessionUntilTheMarkOfTheNext)
@@ -155,14 +155,14 @@ TEST_F(Server, KeepsTheStateOfADeadSessionUntilTheMarkOfTheNext)
     ASSERT_TRUE(RunUntil([&] { return m_service.CurrentSession() == Service::Session::kLoaded; }));
     first.reset();
     ASSERT_TRUE(RunUntil([&] { return m_service.CurrentSession() == Service::Session::kNone; }));
-    EXPECT_EQ(Texts{"eth1 512 2 128 20 flow c1"}, Held(m_state));
+    EXPECT_EQ(Texts{"eth1 512 2 128 20 flow c1"}, Held(m_table));
 
     auto second = Open();
     second->Send(UpdateMessage("eth2", ""));
-    ASSERT_TRUE(RunUntil([&] { return m_state.Interfaces().size() == 2; }));
+    ASSERT_TRUE(RunUntil([&] { return m_table.AllInterfaces().size() == 2; }));
     second->Send(Loaded());
     ASSERT_TRUE(RunUntil([&] { return m_service.CurrentSession() == Service::Session::kLoaded; }));
-    EXPECT_EQ(Texts{"eth2 512 2 128 20"}, Held(m_state));
+    EXPECT_EQ(Texts{"eth2 512 2 128 20"}, Held(m_table));
 }
 
 TEST_F(Server, RefusesASecondClientNamingTheFirstAndGoesOnWithIt)
@@ -175,7 +175,7 @@ TEST_F(Server, RefusesASecondClientNamingTheFirstAndGoesOnWithIt)
     EXPECT_EQ(::getpid(), second->All().front().refused().holder_pid());
     EXPECT_THAT(second->All().front().refused().reason(), testing::HasSubstr(std::to_string(::getpid())));
     first->Send(UpdateMessage("eth1", ""));
-    EXPECT_TRUE(RunUntil([&] { return m_state.Interfaces().size() == 1; }));
+    EXPECT_TRUE(RunUntil([&] { return m_table.AllInterfaces().size() == 1; }));
 }
 
 TEST_F(Server, GivesTheSessionToTheNextWhenTheFirstHasGone)
@@ -206,7 +206,7 @@ TEST_F(Server, RefusesAnOperationAndGoesOnWithTheSession)
     client->Send(UpdateMessage("eth1", ""));
     ASSERT_TRUE(RunUntil([&] { return m_service.Operations() == 3; }));
     EXPECT_EQ(2U, m_service.Refused());
-    EXPECT_EQ(Texts{"eth1 512 2 128 20"}, Held(m_state));
+    EXPECT_EQ(Texts{"eth1 512 2 128 20"}, Held(m_table));
     EXPECT_FALSE(client->Ended());
 }
 
@@ -255,7 +255,7 @@ TEST_F(Server, EndsHostileConnectionsOnly)
          })
         EXPECT_TRUE(IsEndedAfter(bytes)) << testing::PrintToString(bytes);
     holder->Send(UpdateMessage("eth1", ""));
-    EXPECT_TRUE(RunUntil([&] { return m_state.Interfaces().size() == 1; }));
+    EXPECT_TRUE(RunUntil([&] { return m_table.AllInterfaces().size() == 1; }));
 }
 
 TEST_F(Server, EndsConnectionsThatNeverSayHello)
@@ -268,7 +268,7 @@ TEST_F(Server, EndsConnectionsThatNeverSayHello)
     m_timers.Advance(seconds{1});
     EXPECT_TRUE(RunUntil([&] { return silent->Ended(); }));
     holder->Send(UpdateMessage("eth1", ""));
-    EXPECT_TRUE(RunUntil([&] { return m_state.Interfaces().size() == 1; }));
+    EXPECT_TRUE(RunUntil([&] { return m_table.AllInterfaces().size() == 1; }));
     EXPECT_FALSE(holder->Ended());
 }
 

@@ -35,22 +35,26 @@ WantedEntries Named(const std::string& name, std::set<std::string, std::less<>> 
 
 class Answer : public ConfiguredStoreFixture {
 protected:
-    void Apply(const Operation& operation) { EXPECT_EQ("", m_state.Apply(operation)); }
+    void Apply(const Operation& operation) { EXPECT_EQ("", ReasonOf(m_table.Apply(operation))); }
 
     StateAnswer::Sources Sources(const cdb::StoreReader* store)
     {
-        StatusSources status;
+        StatusSources status{m_table};
         status.now = [] { return kNow; };
-        status.pid = 12;
+        status.manager = [] {
+            ManagerStatus manager;
+            manager.pid = 12;
+            return manager;
+        };
         status.interface = [this](const std::string& name) {
             m_looked.push_back(name);
-            return FlowingInterface(name).status;
+            return FlowingStatus(name);
         };
         status.collector = [this](const std::string& name) {
             m_looked.push_back(name);
             return &m_stream;
         };
-        return {m_service, status, [this] { ++m_refreshes; }, store, "no store"};
+        return {status, [this] { ++m_refreshes; }, store, "no store"};
     }
 
     /// All parts, each as text; joined in m_whole.
@@ -83,9 +87,8 @@ protected:
         return names;
     }
 
-    State m_state;
-    Service m_service{m_state, nullptr, [] { return kNow; }};
-    StreamStatus m_stream = SendingCollector("c1").stream;
+    ServiceTable m_table;
+    StreamStatus m_stream = SendingStream();
     std::vector<std::string> m_looked;
     int m_refreshes = 0;
     nlohmann::ordered_json m_whole;

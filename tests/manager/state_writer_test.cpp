@@ -21,7 +21,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::system_clock;
-using support::Shown;
 
 const WantedLeaves kAll{true, {}};
 
@@ -40,33 +39,45 @@ protected:
         return agent::ProvidedState(m_context, {{kStatePath}}).Take(part);
     }
 
-    /// Everything of the snapshot, as the manager writes it in one part.
-    std::string Text(const Snapshot& snapshot, const Configured* configured)
+    /// Everything of the view, as the manager writes it in one part.
+    std::string Text(const View& view, const Configured* configured)
     {
         ipc::cdb::StateReply part;
         StateWriter writer(part, kStatePath);
-        writer.Manager(snapshot, kAll);
-        if (snapshot.agentAddress) writer.AgentAddress(*snapshot.agentAddress);
-        const auto problems = DiagnoseAll(snapshot, configured);
+        writer.Manager(view.Manager(), kAll);
+        if (const auto address = view.Table().AgentAddress()) writer.AgentAddress(*address);
+        const auto problems = DiagnoseAll(view, configured);
         const auto own = [&problems](Subject subject, const std::string& name) {
             std::vector<Problem> found;
             for (const Problem& problem : problems)
                 if (problem.subject == subject && problem.name == name) found.push_back(problem);
             return found;
         };
-        for (const auto& collector : snapshot.collectors)
-            writer.Collector(collector, snapshot.now, own(Subject::kCollector, collector.name), kAll);
-        for (const auto& interface : snapshot.interfaces)
-            writer.Interface(interface, snapshot, configured, own(Subject::kInterface, interface.name), kAll);
+        for (const auto& entry : view.Table().AllCollectors())
+            writer.Collector(view.Of(entry), view.Now(), own(Subject::kCollector, entry.first), kAll);
+        for (const auto& entry : view.Table().AllInterfaces())
+            writer.Interface(view.Of(entry), view, configured, own(Subject::kInterface, entry.first), kAll);
         for (const Problem& problem : problems) writer.Problem(problem);
         EXPECT_EQ("", Fault(part));
-        return Shown(part).dump();
+        return support::Shown(part).dump();
+    }
+
+    /// Of a manager that has nothing but that service.
+    [[nodiscard]] View Of(const Service& service) const
+    {
+        StatusSources sources{m_table};
+        sources.manager = [&service] {
+            ManagerStatus status = StatusOf(service);
+            status.pid = 4711;
+            return status;
+        };
+        return View(std::move(sources));
     }
 
     ly_ctx* m_context = nullptr;
-    State m_state;
+    ServiceTable m_table;
     system_clock::time_point m_now{milliseconds{1'795'240'811'123}};
-    Service m_service{m_state, nullptr, [this] { return m_now; }};
+    Service m_service{m_table, nullptr, [this] { return m_now; }, [](const Touched&) {}};
 };
 
 TEST_F(StateText, OfAManagerThatNobodyHasSpokenTo)
@@ -74,17 +85,16 @@ TEST_F(StateText, OfAManagerThatNobodyHasSpokenTo)
     EXPECT_EQ(R"({"manager":{"connected":"false","pid":"4711",)"
               R"("session":"none","since":"2026-11-21T06:00:11.123Z","operations":"0",)"
               R"("operations-refused":"0","packet-source":"none"}})",
-              Text(TakeSnapshot(m_service, {.pid = 4711}), nullptr));
+              Text(Of(m_service), nullptr));
 }
 
 TEST_F(StateText, OfAllThatFlows)
 {
-    Snapshot snapshot = Flowing();
-    snapshot.interfaces.push_back(FlowingInterface("eth2", {"c1"}, {}));
-    snapshot.interfaces.back().settings = {4096, Direction::kBoth, 64, 0};
+    Flowing shown;
+    shown.Update("eth2", "c1", "", {4096, Direction::kBoth, 64, 0});
     Configured configured = FlowingConfigured();
     configured.interfaces["eth2"].collectors[0] = {"c1"};
-    const std::string json = Text(snapshot, &configured);
+    const std::string json = Text(shown.Look(), &configured);
     EXPECT_EQ(
         R"({"agent-address":"192.0.2.9","manager":{"connected":"true","pid":"4711","session":"loaded",)"
         R"("since":"2026-11-21T05:00:11.123Z","operations":"9","operations-refused":"0",)"
@@ -112,12 +122,16 @@ TEST_F(StateText, OfAllThatFlows)
 
 TEST_F(StateText, OfAllThatDoesNotFlow)
 {
-    Snapshot snapshot = Flowing();
-    snapshot.source = {"none", "CAP_NET_RAW is missing", false};
-    snapshot.addedDirection = Direction::kEgress;
-    snapshot.limitations = {"no marks", "no statistics"};
-    snapshot.agentAddress.reset();
-    auto& stream = snapshot.collectors[0].stream;
+    Shown shown;
+    shown.manager.pid = 4711;
+    shown.manager.session = Service::Session::kLoaded;
+    shown.manager.since = kNow - std::chrono::hours{1};
+    shown.manager.operations = 9;
+    shown.manager.source = {"none", "CAP_NET_RAW is missing", false};
+    shown.manager.addedDirection = Direction::kEgress;
+    shown.manager.limitations = {"no marks", "no statistics"};
+    shown.Add("c1");
+    auto& stream = shown.collectors.at("c1");
     stream = {};
     stream.lostDatagrams = 2;
     stream.lostSamples = 14;
@@ -125,17 +139,16 @@ TEST_F(StateText, OfAllThatDoesNotFlow)
     stream.lastError = std::make_error_code(std::errc::connection_refused);
     stream.lastErrorText = "send: \"refused\"";
     stream.lastErrorTime = kNow + std::chrono::hours{1};  // the clock was set back
-    auto& interface = snapshot.interfaces[0];
-    interface.name = "lo\\";
-    interface.status = {};
-    interface.status.present = true;
-    interface.status.ifIndex = 9;
-    interface.status.kernelName = "lo";
-    interface.status.samplingError = "no";
-    interface.settings = {4294967295U, Direction::kEgress, 512, 0};
-    interface.status.dropsBuffer = 18446744073709551615U;
-    interface.status.dropsNoCollector = 1;
-    const std::string json = Text(snapshot, nullptr);
+    shown.Update("lo\\", "c1", "c1", {4294967295U, Direction::kEgress, 512, 0});
+    auto& status = shown.interfaces.at("lo\\");
+    status = {};
+    status.present = true;
+    status.ifIndex = 9;
+    status.kernelName = "lo";
+    status.samplingError = "no";
+    status.dropsBuffer = 18446744073709551615U;
+    status.dropsNoCollector = 1;
+    const std::string json = Text(shown.Look(), nullptr);
     EXPECT_EQ(
         R"({"manager":{"connected":"true","pid":"4711","session":"loaded",)"
         R"("since":"2026-11-21T05:00:11.123Z","operations":"9","operations-refused":"0",)"
@@ -166,59 +179,63 @@ TEST_F(StateText, OfAllThatDoesNotFlow)
 
 TEST_F(StateText, HasTheLeavesThatAreWanted)
 {
-    const Snapshot snapshot = Flowing();
+    Flowing shown;
+    shown.Update("eth2");
+    const View view = shown.Look();
     ipc::cdb::StateReply part;
     StateWriter writer(part, kStatePath);
-    writer.Manager(snapshot, {false, {"pid", "limitation", "unheard-of"}});
-    writer.Collector(snapshot.collectors[0], snapshot.now, {}, {false, {"last-packet-age"}});
-    writer.Interface(snapshot.interfaces[0], snapshot, nullptr, {}, {false, {"last-sample-time"}});
-    writer.Interface(FlowingInterface("eth2"), snapshot, nullptr, {}, {false, {"name"}});
+    writer.Manager(view.Manager(), {false, {"pid", "limitation", "unheard-of"}});
+    writer.Collector(view.Of(*view.Table().AllCollectors().find("c1")), view.Now(), {},
+                     {false, {"last-packet-age"}});
+    const auto& interfaces = view.Table().AllInterfaces();
+    writer.Interface(view.Of(*interfaces.find("eth1")), view, nullptr, {}, {false, {"last-sample-time"}});
+    writer.Interface(view.Of(*interfaces.find("eth2")), view, nullptr, {}, {false, {"name"}});
     EXPECT_EQ(R"({"manager":{"pid":"4711"},"collector":[{"keys":["c1"],"last-packet-age":"1"}],)"
               R"("interface":[{"keys":["eth1"],"last-sample-time":"2026-11-21T06:00:08.123Z"},)"
               R"({"keys":["eth2"]}]})",
-              Shown(part).dump());
+              support::Shown(part).dump());
     EXPECT_EQ("", Fault(part));
 }
 
 TEST_F(StateText, HasDatesOfAnyTime)
 {
-    Snapshot snapshot = Flowing();
     ipc::cdb::StateReply part;
     StateWriter writer(part, kStatePath);
-    snapshot.since = WallTime{};
-    writer.Manager(snapshot, {false, {"since"}});
-    EXPECT_EQ(R"({"manager":{"since":"1970-01-01T00:00:00.000Z"}})", Shown(part).dump());
+    writer.Manager(ManagerStatus{}, {false, {"since"}});
+    EXPECT_EQ(R"({"manager":{"since":"1970-01-01T00:00:00.000Z"}})", support::Shown(part).dump());
 }
 
 TEST_F(StateText, MovesItsTimesToTheWallClockAndKeepsAgesWhenThatIsSet)
 {
-    for (const auto& operation : {Add("c1"), Update("eth1", "c1")}) EXPECT_EQ("", m_state.Apply(operation));
-    const StreamStatus stream = SendingCollector("c1").stream;
-    StatusSources sources{.now = [] { return kNow; },
-                          .interface = [](const std::string& name) { return FlowingInterface(name).status; },
-                          .collector = [&stream](const std::string&) { return &stream; }};
-    const Snapshot before = TakeSnapshot(m_service, sources);
+    for (const auto& operation : {Add("c1"), Update("eth1", "c1")})
+        EXPECT_EQ("", ReasonOf(m_table.Apply(operation)));
+    const StreamStatus stream = SendingStream();
+    StatusSources sources{.table = m_table,
+                          .manager = [this] { return StatusOf(m_service); },
+                          .interface = [](const std::string& name) { return FlowingStatus(name); },
+                          .collector = [&stream](const std::string&) { return &stream; },
+                          .now = [] { return kNow; }};
     for (const auto step : {std::chrono::hours(7), std::chrono::hours(-7), std::chrono::hours(0)}) {
         sources.wall = [step] { return kNow + step; };
-        const Snapshot snapshot = TakeSnapshot(m_service, sources);
-        EXPECT_EQ(kNow + step, snapshot.now);
-        EXPECT_EQ(before.since + step, snapshot.since);
-        EXPECT_EQ(*before.collectors[0].stream.lastDatagram + step,
-                  snapshot.collectors[0].stream.lastDatagram);
-        EXPECT_EQ(*before.interfaces[0].status.lastSample + step, snapshot.interfaces[0].status.lastSample);
-        EXPECT_EQ(*before.interfaces[0].status.lastCounters + step,
-                  snapshot.interfaces[0].status.lastCounters);
-        EXPECT_EQ(before.collectors[0].stream.lastErrorTime.has_value(),
-                  snapshot.collectors[0].stream.lastErrorTime.has_value());
+        const View view(sources);
+        EXPECT_EQ(kNow + step, view.Now());
+        EXPECT_EQ(m_service.Since() + step, view.Manager().since);
+        const View::Collector collector = view.Of(*m_table.AllCollectors().begin());
+        EXPECT_EQ(*stream.lastDatagram + step, collector.stream.lastDatagram);
+        EXPECT_FALSE(collector.stream.lastErrorTime.has_value());
+        const View::Interface interface = view.Of(*m_table.AllInterfaces().begin());
+        EXPECT_EQ(*FlowingStatus("eth1").lastSample + step, interface.status.lastSample);
+        EXPECT_EQ(*FlowingStatus("eth1").lastCounters + step, interface.status.lastCounters);
     }
 }
 
 TEST_F(StateText, NamesTheJournalAndWhatIsMissingInIt)
 {
     Journal journal("/dev/full");
-    Service service(m_state, &journal, [this] { return m_now; });
+    Service service(
+        m_table, &journal, [this] { return m_now; }, [](const Touched&) {});
     service.Open();
-    const std::string text = Text(TakeSnapshot(service, {}), nullptr);
+    const std::string text = Text(Of(service), nullptr);
     EXPECT_NE(std::string::npos, text.find(R"("session":"loading")")) << text;
     EXPECT_NE(std::string::npos, text.find(R"("journal":"/dev/full","journal-errors":"1")")) << text;
 }

@@ -72,7 +72,7 @@ TEST_F(PollerSample, HasEachNumberInItsPlaceAndAllOnesWhereNothingIsCounted)
                                                                                .outErrors = 13,
                                                                                .promiscuous = 1},
                                             .ethernet = std::nullopt,
-                                            .portName = "port1"};
+                                            .portName = "a"};
     EXPECT_EQ(Sent(), expected);
 }
 
@@ -138,9 +138,9 @@ TEST_F(PollerSample, IsTheSameForAllStreamsWithRoomAndLosesRecordsWhereThereIsLe
     RecordingStream third(m_timers);
     m_other.m_room = 172;
     auto target = Target(1, 1);
-    target.name = std::string(64, 'n');
-    target.streams = {&m_one, &m_other, &third};
-    m_poller.Set("a", target);
+    const std::vector<manager::Stream*> streams{&m_one, &m_other, &third};
+    target.streams = &streams;
+    m_poller.Set(std::string(64, 'n'), target);
     Advance(1);
     ASSERT_EQ(m_one.m_samples.size(), 1U);
     ASSERT_EQ(m_other.m_samples.size(), 1U);

@@ -61,7 +61,7 @@ protected:
     }
     void Poll(const std::string& key, std::uint32_t index, std::uint16_t interval)
     {
-        m_poller->Set(key, {index, interval, key, {&m_stream}});
+        m_poller->Set(key, {index, interval, &m_streams});
     }
     /// Second by second, with all that the loop has to do then and need not wait for.
     void Advance(int seconds)
@@ -84,6 +84,7 @@ protected:
     std::unique_ptr<base::Worker> m_worker = base::MakeWorker(m_loop);
     net::Links m_links;
     RecordingStream m_stream{m_timers};
+    const std::vector<manager::Stream*> m_streams{&m_stream}, m_none;
     std::unique_ptr<manager::Poller> m_poller = std::make_unique<manager::Poller>(
         m_timers, *m_worker, m_reader, m_links, [] {},
         [this] { return std::chrono::steady_clock::time_point(m_timers.Now()); },
@@ -123,7 +124,7 @@ TEST_F(PollerStuck, WhatHasChangedMeanwhileGetsNothingThatIsNotItsOwn)
     Advance(1);
     m_poller->Remove("removed");
     m_poller->Forget(1);
-    m_poller->Set("silent", {2, 5, "silent", {}});
+    m_poller->Set("silent", {2, 5, &m_none});
     m_links.Remove(3);
     m_poller->Forget(3);
     Poll("moved", 2, 5);

@@ -128,7 +128,7 @@ public:
     }
     manager::Poller::Target Target(std::uint32_t index, std::uint16_t interval)
     {
-        return {index, interval, "port" + std::to_string(index), {&m_one}};
+        return {index, interval, &m_streams};
     }
 
     void Advance(int seconds) { m_timers.Advance(std::chrono::seconds(seconds)); }
@@ -140,6 +140,8 @@ public:
     std::shared_ptr<FakeReader> m_sharedReader = std::make_shared<FakeReader>();
     FakeReader& m_reader = *m_sharedReader;
     RecordingStream m_one, m_other;
+    const std::vector<manager::Stream*> m_streams{&m_one}, m_otherStreams{&m_other}, m_both{&m_one, &m_other},
+        m_none;
     int m_flushes = 0;
     std::uint32_t m_random = 0;
     std::vector<std::uint32_t> m_asked;  // below which a number was to be

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// A whole sampling with a source, a kernel and a clock of the test's own, and real collectors on
+// A reconciler with a source, a kernel and a clock of the test's own, and real collectors on
 // loopback that decode what they get.
 
 #ifndef TESTS_SAMPLING_FIXTURE_H
 #define TESTS_SAMPLING_FIXTURE_H
 
-#include "manager/sampling/sampling.h"
+#include "manager/sampling/reconciler.h"
 
 #include <net/if_arp.h>
 #include <netinet/in.h>
@@ -26,7 +26,7 @@
 #include "manager/export/poller.h"
 #include "manager/fake_timers.h"
 #include "manager/fake_worker.h"
-#include "manager/service/state.h"
+#include "manager/service/service_table.h"
 #include "net/counters/counters.h"
 #include "net/routes/forwarding.h"
 #include "support/datagram_socket.h"
@@ -74,6 +74,7 @@ public:
     }
     void Drain() override
     {
+        ++drains;
         const auto samples = std::exchange(waiting, {});
         if (!samples.empty()) m_sink.OnSamples(samples);
         m_sink.OnDrained();
@@ -97,6 +98,7 @@ public:
 
     Strings calls;
     int reads = 0;  // of all counts
+    int drains = 0;
     std::string refusal;
     std::map<std::uint32_t, capture::Counts> counts;
     std::vector<capture::Sample> waiting;
@@ -190,11 +192,18 @@ class SamplingTest : public testing::Test {
 protected:
     /// With a direction that all interfaces are sampled in besides.
     explicit SamplingTest(std::optional<Direction> added = std::nullopt)
-        : sampling({timers, links, forwarding, exporter, poller}, added,
-                   [this] { return WallTime(std::chrono::seconds(1000) + timers.Now()); })
+        : reconciler({table, timers, links, forwarding, exporter, poller}, added,
+                     [this] { return WallTime(std::chrono::seconds(1000) + timers.Now()); })
     {
-        sampling.SetSource(&source, {.kind = "fake", .reason = "", .permission = true});
-        state.AddObserver(sampling);
+        reconciler.SetSource(&source, {.kind = "fake", .reason = "", .permission = true});
+    }
+
+    /// As an operation of a session is taken.
+    void Apply(const Operation& operation)
+    {
+        const auto applied = table.Apply(operation);
+        ASSERT_TRUE(std::holds_alternative<Touched>(applied)) << std::get<Refusal>(applied).reason;
+        reconciler.Reconcile(std::get<Touched>(applied));
     }
 
     static net::Link LinkOf(std::uint32_t index, const std::string& name, const std::string& alias = "")
@@ -209,13 +218,11 @@ protected:
     }
     void Collect(const std::string& name, const Collector& collector, std::uint16_t size = 1400)
     {
-        ASSERT_EQ(state.Apply(AddCollector{name, collector.Settings(size)}), "");
+        Apply(AddCollector{name, collector.Settings(size)});
     }
     void Update(const std::string& interface, const std::string& collector, std::uint32_t rate = 10)
     {
-        ASSERT_EQ(state.Apply(UpdateInterface{
-                      interface, collector, "", {.rate = rate, .maxHeaderSize = 128, .interval = 0}}),
-                  "");
+        Apply(UpdateInterface{interface, collector, "", {.rate = rate, .maxHeaderSize = 128, .interval = 0}});
     }
     /// The interface eth1, of index 5, is there and sampled for c1.
     void SampleEth1()
@@ -251,9 +258,9 @@ protected:
                   [this] { return std::chrono::steady_clock::time_point(timers.Now()); },
                   &std::chrono::system_clock::now,
                   [](std::uint32_t) { return 0U; }};
-    Sampling sampling;
-    FakeSource source{sampling.Sink()};
-    State state;
+    ServiceTable table;
+    Reconciler reconciler;
+    FakeSource source{reconciler.Sink()};
     Collector c1, c2;
 };
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What sampling does with the operations of the service and the events of the kernel.
+// What the reconciler does with the operations of the service and the events of the kernel.
 
-#include "manager/sampling/sampling.h"
+#include "manager/sampling/reconciler.h"
 
 #include <chrono>
 #include <optional>
@@ -26,7 +26,7 @@ TEST_F(SamplingTest, AnInterfaceIsSampledOnceItExistsAndHasACollector)
     EXPECT_THAT(Calls(), IsEmpty());
     links.Put(LinkOf(5, "eth1"));
     EXPECT_THAT(Calls(), IsEmpty()) << "nobody wants the samples";
-    ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "c1"}), "");
+    Apply(Attach{Kind::kFlow, "eth1", "c1"});
     EXPECT_THAT(Calls(), IsEmpty()) << "the collector does not exist";
     Collect("c1", c1);
     EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in"));
@@ -54,8 +54,8 @@ TEST_F(SamplingTest, ASampleIsSentOnceToEachOfItsFlowCollectorsAndToNoOther)
     Collect("other", other);
     links.Put(LinkOf(5, "eth1"));
     Update("eth1", "c1");
-    ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "c2"}), "");
-    ASSERT_EQ(state.Apply(Attach{Kind::kCounter, "eth1", "other"}), "");
+    Apply(Attach{Kind::kFlow, "eth1", "c2"});
+    Apply(Attach{Kind::kCounter, "eth1", "other"});
     forwarding.answer.kind = net::Destination::Kind::kInterface;
     forwarding.answer.ifIndex = 9;
     DrawAndDrain(5, 3);
@@ -79,7 +79,7 @@ TEST_F(SamplingTest, ACollectorWithSmallDatagramsGetsLessOfTheHeaderAndTheOthers
     Collect("large", c2);
     links.Put(LinkOf(5, "eth1"));
     Update("eth1", "small");
-    ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "large"}), "");
+    Apply(Attach{Kind::kFlow, "eth1", "large"});
     DrawAndDrain(5, 2);
     const auto cut = c1.Flows();
     const auto whole = c2.Flows();
@@ -110,15 +110,15 @@ TEST_F(SamplingTest, SequenceAndPoolGoOnWhenSamplingEndsAndBeginsAgain)
 {
     SampleEth1();
     DrawAndDrain(5, 4);
-    ASSERT_EQ(state.Apply(Detach{Kind::kFlow, "eth1", "c1"}), "");
-    ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "c1"}), "");
+    Apply(Detach{Kind::kFlow, "eth1", "c1"});
+    Apply(Attach{Kind::kFlow, "eth1", "c1"});
     EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in", "remove 5", "add 5 1/10 128 in"));
     DrawAndDrain(5);
     const auto flows = c1.Flows();
     EXPECT_THAT(Sequences(flows), ElementsAre(1, 2, 3, 4, 5));
     EXPECT_EQ(flows.back().pool, 5U);
-    EXPECT_EQ(sampling.Interfaces().at("eth1").packetsSeen, 5U);
-    EXPECT_EQ(sampling.Interfaces().at("eth1").samples, 5U);
+    EXPECT_EQ(reconciler.Interfaces().at("eth1").packetsSeen, 5U);
+    EXPECT_EQ(reconciler.Interfaces().at("eth1").samples, 5U);
 }
 
 TEST_F(SamplingTest, WhatWasSampledBeforeACollectorWentIsStillSentToIt)
@@ -127,14 +127,69 @@ TEST_F(SamplingTest, WhatWasSampledBeforeACollectorWentIsStillSentToIt)
     Collect("c2", c2);
     links.Put(LinkOf(5, "eth1"));
     Update("eth1", "c1");
-    ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "c2"}), "");
+    Apply(Attach{Kind::kFlow, "eth1", "c2"});
     source.Draw(5);
-    ASSERT_EQ(state.Apply(Detach{Kind::kFlow, "eth1", "c2"}), "");
+    Apply(Detach{Kind::kFlow, "eth1", "c2"});
     source.Draw(5);
-    ASSERT_EQ(state.Apply(DeleteCollector{"c1"}), "");
+    Apply(DeleteCollector{"c1"});
     EXPECT_THAT(Sequences(c1.Flows()), ElementsAre(1, 2));
     EXPECT_THAT(Sequences(c2.Flows()), ElementsAre(1));
     EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in", "remove 5"));
+}
+
+TEST_F(SamplingTest, WhatWasSampledBeforeASweepIsStillSentToWhatItRemoves)
+{
+    Collect("c1", c1);
+    Collect("c2", c2);
+    links.Put(LinkOf(5, "eth1"));
+    links.Put(LinkOf(6, "eth2"));
+    Update("eth1", "c1");
+    Update("eth1", "c2");
+    Update("eth2", "c2");
+    source.Draw(5);
+    source.Draw(6);
+    Calls();
+    table.BeginSession();
+    Collect("c1", c1);
+    Update("eth1", "c1");
+    EXPECT_THAT(Calls(), IsEmpty());
+    const Touched swept = table.Sweep();
+    reconciler.Reconcile(swept);
+    EXPECT_THAT(Sequences(c1.Flows()), ElementsAre(1));
+    EXPECT_THAT(Sequences(c2.Flows()), ElementsAre(1, 1)) << "one of each interface";
+    EXPECT_EQ(exporter.Find("c2"), nullptr);
+    EXPECT_THAT(Calls(), ElementsAre("remove 6"));
+    DrawAndDrain(5);
+    EXPECT_THAT(Sequences(c1.Flows()), ElementsAre(2));
+}
+
+TEST_F(SamplingTest, ACollectorOfManyInterfacesGoesWithOneLookAtWhatWasSampled)
+{
+    Collect("c1", c1);
+    Collect("c2", c2);
+    for (std::uint32_t index = 1; index <= 50; ++index) {
+        const std::string name = "eth" + std::to_string(index);
+        links.Put(LinkOf(index, name));
+        Update(name, "c1");
+        Update(name, "c2");
+    }
+    source.drains = 0;
+    Apply(DeleteCollector{"c2"});
+    EXPECT_EQ(source.drains, 1);
+}
+
+TEST_F(SamplingTest, AnInterfaceWithBothItsCollectorsIsBroughtIntoEffectAtOnce)
+{
+    Collect("c1", c1);
+    Collect("c2", c2);
+    links.Put(LinkOf(5, "eth1"));
+    Apply(UpdateInterface{"eth1", "c1", "c2", {.rate = 10, .maxHeaderSize = 128, .interval = 3}});
+    EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in"));
+    EXPECT_EQ(source.drains, 0);
+    DrawAndDrain(5);
+    timers.Advance(std::chrono::seconds(1));
+    EXPECT_EQ(c1.Flows().size(), 1U);
+    EXPECT_EQ(c2.Counters().size(), 1U);
 }
 
 TEST_F(SamplingTest, AnUnsetInterfaceIsNotSampledAndItsKernelInterfaceServesAnotherName)
@@ -145,12 +200,12 @@ TEST_F(SamplingTest, AnUnsetInterfaceIsNotSampledAndItsKernelInterfaceServesAnot
     Update("eth1", "c1");
     Update("uplink", "c1");
     EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in"));
-    EXPECT_THAT(sampling.Interfaces().at("uplink").samplingError,
+    EXPECT_THAT(reconciler.Interfaces().at("uplink").samplingError,
                 testing::HasSubstr("in use under another name"));
-    ASSERT_EQ(state.Apply(UnsetInterface{"eth1"}), "");
+    Apply(UnsetInterface{"eth1"});
     EXPECT_THAT(Calls(), ElementsAre("remove 5", "add 5 1/10 128 in"));
-    EXPECT_TRUE(sampling.Interfaces().at("uplink").sampled);
-    EXPECT_FALSE(sampling.Interfaces().contains("eth1"));
+    EXPECT_TRUE(reconciler.Interfaces().at("uplink").sampled);
+    EXPECT_FALSE(reconciler.Interfaces().contains("eth1"));
 }
 
 TEST_F(SamplingTest, ANameThatAnotherInterfaceLetsGoOfIsThatOfTheNext)
@@ -166,12 +221,12 @@ TEST_F(SamplingTest, ANameThatAnotherInterfaceLetsGoOfIsThatOfTheNext)
     links.Put(LinkOf(4, "eth4", "uplink"));
     EXPECT_THAT(Calls(), ElementsAre("remove 6", "add 4 1/10 128 in"));
     Update("eth4", "c1");
-    ASSERT_EQ(state.Apply(UnsetInterface{"uplink"}), "");
+    Apply(UnsetInterface{"uplink"});
     Update("uplink", "c1");
     Calls();
     links.Remove(4);
     EXPECT_THAT(Calls(), ElementsAre("remove 4", "add 6 1/10 128 in"));
-    ASSERT_EQ(state.Apply(UnsetInterface{"uplink"}), "");
+    Apply(UnsetInterface{"uplink"});
     links.Put(LinkOf(5, "eth5"));
     EXPECT_THAT(Calls(), ElementsAre("remove 6"));
 }
@@ -181,7 +236,7 @@ TEST_F(SamplingTest, ARenamedInterfaceIsLetGoAndOneThatGetsTheNameIsTaken)
     SampleEth1();
     links.Put(LinkOf(5, "eth9"));
     EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in", "remove 5"));
-    EXPECT_FALSE(sampling.Interfaces().at("eth1").present);
+    EXPECT_FALSE(reconciler.Interfaces().at("eth1").present);
     links.Put(LinkOf(7, "eth1"));
     EXPECT_THAT(Calls(), ElementsAre("add 7 1/10 128 in"));
 }
@@ -276,7 +331,7 @@ TEST_F(SamplingDirectionTest, AnAddedDirectionIsSampledBesides)
 {
     SampleEth1();
     EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in out"));
-    sampling.End();
+    reconciler.End();
     EXPECT_THAT(Calls(), ElementsAre("remove 5"));
 }
 

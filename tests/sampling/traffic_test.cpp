@@ -16,7 +16,7 @@ using std::chrono::seconds;
 class TrafficTest : public SamplingTest {
 protected:
     /// As the state shows it now.
-    seconds Quiet() { return sampling.Interfaces().at("eth1").quiet; }
+    seconds Quiet() { return reconciler.Interfaces().at("eth1").quiet; }
 };
 
 TEST_F(TrafficTest, IsQuietFromWhereItWasLastSeenToGrow)
@@ -60,10 +60,10 @@ TEST_F(TrafficTest, BeginsAnewWithTheSamplingAndWithItsChanges)
     SampleEth1();
     DrawAndDrain(5);
     timers.Advance(seconds(60));
-    ASSERT_EQ(state.Apply(Detach{Kind::kFlow, "eth1", "c1"}), "");
+    Apply(Detach{Kind::kFlow, "eth1", "c1"});
     EXPECT_EQ(Quiet(), seconds(0)) << "nothing is counted";
     timers.Advance(seconds(60));
-    ASSERT_EQ(state.Apply(Attach{Kind::kFlow, "eth1", "c1"}), "");
+    Apply(Attach{Kind::kFlow, "eth1", "c1"});
     EXPECT_EQ(Quiet(), seconds(0));
     timers.Advance(seconds(9));
     EXPECT_EQ(Quiet(), seconds(9));
@@ -88,13 +88,13 @@ TEST_F(TrafficTest, LooksAtAllAtOnceAndOnlyWhileSomethingIsSampled)
     Update("eth2", "c1");
     timers.Advance(seconds(60));
     EXPECT_EQ(source.reads, 6);
-    ASSERT_EQ(state.Apply(DeleteCollector{"c1"}), "");
+    Apply(DeleteCollector{"c1"});
     timers.Advance(seconds(60));
     EXPECT_EQ(source.reads, 7) << "once more, and nothing is there";
     Collect("c1", c1);
     timers.Advance(seconds(60));
     EXPECT_EQ(source.reads, 13);
-    sampling.End();
+    reconciler.End();
     timers.Advance(seconds(60));
     EXPECT_EQ(source.reads, 13);
 }

@@ -29,6 +29,7 @@ using std::chrono::steady_clock;
 constexpr milliseconds kTick{1000};
 
 struct Polled : Schedule::Item {
+    const std::string* name = nullptr;  // its key
     Poller::Target target;
     bool begun = false;  // it has a rhythm
     std::uint64_t sent = 0;
@@ -53,15 +54,17 @@ public:
     {
     }
 
-    void Set(const std::string& key, Target target)
+    void Set(const std::string& key, const Target& target)
     {
-        Polled& polled = m_polled[key];
+        const auto at = m_polled.try_emplace(key).first;
+        Polled& polled = at->second;
+        polled.name = &at->first;
         if (polled.target.interval != target.interval) {
             m_schedule.Leave(polled);
             polled.begun = false;
         }
-        polled.target = std::move(target);
-        if (polled.target.interval == 0 || polled.target.streams.empty())
+        polled.target = target;
+        if (polled.target.interval == 0 || polled.target.streams->empty())
             m_schedule.Leave(polled);
         else if (!polled.Waiting())
             Begin(polled);
@@ -192,10 +195,10 @@ private:
         sample.source = link.index;
         sample.generic = MakeGenericCounters(link, counters);
         if (ethernet != nullptr) sample.ethernet = MakeEthernetCounters(*ethernet);
-        sample.portName = polled.target.name;
+        sample.portName = *polled.name;
 
         const std::size_t size = wire::Encode(sample, m_encoding, m_whole);
-        for (Stream* stream : polled.target.streams) {
+        for (Stream* stream : *polled.target.streams) {
             std::span<const std::byte> bytes(m_whole.data(), size);
             if (const std::size_t room = stream->Room(); room < size)
                 bytes = {m_cut.data(), wire::Encode(sample, m_encoding, std::span(m_cut).first(room))};
@@ -242,7 +245,7 @@ Poller::Poller(base::Timers& timers, base::Worker& worker, std::shared_ptr<net::
 
 Poller::~Poller() = default;
 
-void Poller::Set(const std::string& key, Target target) { m_impl->Set(key, std::move(target)); }
+void Poller::Set(const std::string& key, const Target& target) { m_impl->Set(key, target); }
 void Poller::Remove(const std::string& key) { m_impl->Remove(key); }
 void Poller::Forget(std::uint32_t ifIndex) { m_impl->Forget(ifIndex); }
 void Poller::Restart(wire::Encoding encoding) { m_impl->Restart(encoding); }

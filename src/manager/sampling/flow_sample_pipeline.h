@@ -10,11 +10,10 @@
 #include <cstdint>
 #include <functional>
 #include <span>
-#include <unordered_map>
 #include <vector>
 
 #include "capture/packet_source.h"
-#include "manager/sampling/configured_interface.h"
+#include "manager/sampling/data_source.h"
 #include "manager/sampling/flow_sample.h"
 #include "wire/encode.h"
 
@@ -25,8 +24,6 @@ class Forwarding;
 namespace manager {
 
 class Exporter;
-
-using DataSources = std::unordered_map<std::uint32_t, DataSource>;  // by kernel interface
 
 class FlowSamplePipeline : public capture::SampleSink {
 public:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "manager/sampling/sampling.h"
+#include "manager/sampling/reconciler.h"
 
 #include <algorithm>
 #include <utility>
@@ -9,8 +9,6 @@
 #include "log/log.h"
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
-#include "manager/sampling/configured_interface.h"
-#include "manager/sampling/flow_sample_pipeline.h"
 #include "net/links/links.h"
 
 namespace manager {
@@ -23,8 +21,9 @@ bool Includes(Direction direction, Direction wanted)
 
 }  // namespace
 
-Sampling::Sampling(const Parts& parts, std::optional<Direction> added, WallClock clock)
-    : m_timers(parts.timers),
+Reconciler::Reconciler(const Parts& parts, std::optional<Direction> added, WallClock clock)
+    : m_table(parts.table),
+      m_timers(parts.timers),
       m_links(parts.links),
       m_exporter(parts.exporter),
       m_poller(parts.poller),
@@ -35,158 +34,80 @@ Sampling::Sampling(const Parts& parts, std::optional<Direction> added, WallClock
     m_links.AddObserver(*this);
 }
 
-void Sampling::SetSource(capture::PacketSource* source, SourceStatus status)
+void Reconciler::SetSource(capture::PacketSource* source, SourceStatus status)
 {
     m_source = source;
     m_sourceStatus = std::move(status);
     m_traffic.SetSource(source);
-    for (auto& [name, interface] : m_interfaces) Refresh(interface);
+    for (const auto& [name, interface] : m_table.AllInterfaces()) ReconcileInterface(name);
 }
 
-// ---- what the configuration says ----
-
-void Sampling::AgentAddressChanged(std::optional<std::uint32_t> address)
+void Reconciler::Reconcile(const Touched& touched)
 {
-    m_exporter.SetAgentAddress(address.value_or(0));
-}
-
-void Sampling::CollectorChanged(const std::string& name, const CollectorSettings& settings)
-{
-    const bool isNew = m_exporter.Find(name) == nullptr;
-    m_exporter.Set(name, settings);
-    if (!isNew) return;
-    if (const auto users = m_users.find(name); users != m_users.end())
-        for (ConfiguredInterface* interface : users->second) Refresh(*interface);
-}
-
-void Sampling::CollectorRemoved(const std::string& name)
-{
-    Stream* gone = m_exporter.Find(name);
-    if (gone == nullptr) return;
-    // What has been sampled already was sampled for it as well.
-    if (m_source != nullptr) m_source->Drain();
-    if (const auto users = m_users.find(name); users != m_users.end()) {
-        for (ConfiguredInterface* interface : users->second) {
-            for (auto& streams : interface->streams) std::erase(streams, gone);
-            ApplySampling(*interface);
-            ApplyPolling(*interface);
-        }
-    }
-    m_exporter.Remove(name);
-}
-
-void Sampling::InterfaceChanged(const std::string& name, const InterfaceSettings& settings)
-{
-    ConfiguredInterface& interface = m_interfaces[name];
-    interface.name = name;
-    interface.settings = settings;
-    Refresh(interface);
-}
-
-void Sampling::InterfaceRemoved(const std::string& name)
-{
-    const auto at = m_interfaces.find(name);
-    if (at == m_interfaces.end()) return;
-    ConfiguredInterface& interface = at->second;
-    const std::uint32_t released = interface.source != nullptr ? interface.source->ifIndex : 0;
-    Unbind(interface);
-    WaitFor(interface, 0);
-    for (auto& collectors : interface.collectors)
-        for (const std::string& collector : std::exchange(collectors, {})) RemoveUser(collector, interface);
-    m_interfaces.erase(at);
-    if (const net::Link* link = m_links.Find(released); link != nullptr) RefreshNamed(*link);
-}
-
-void Sampling::Attached(const std::string& interface, Kind kind, const std::string& collector)
-{
-    const auto at = m_interfaces.find(interface);
-    if (at == m_interfaces.end()) return;
-    at->second.Of(kind).insert(collector);
-    m_users[collector].insert(&at->second);
-    Refresh(at->second);
-}
-
-void Sampling::Detached(const std::string& interface, Kind kind, const std::string& collector)
-{
-    const auto at = m_interfaces.find(interface);
-    if (at == m_interfaces.end()) return;
-    // What has been sampled already was sampled for it as well.
-    if (kind == Kind::kFlow && m_source != nullptr) m_source->Drain();
-    at->second.Of(kind).erase(collector);
-    RemoveUser(collector, at->second);
-    Refresh(at->second);
-}
-
-/// Does nothing if the collector is still attached, for the other kind.
-void Sampling::RemoveUser(const std::string& collector, ConfiguredInterface& interface)
-{
-    const auto users = m_users.find(collector);
-    if (users == m_users.end()) return;
-    const bool left = std::any_of(interface.collectors.begin(), interface.collectors.end(),
-                                  [&](const auto& names) { return names.contains(collector); });
-    if (left) return;
-    users->second.erase(&interface);
-    if (users->second.empty()) m_users.erase(users);
+    m_drained = false;
+    for (const std::string& name : touched.interfaces) ReconcileInterface(name);
+    for (const std::string& name : touched.collectors) ReconcileCollector(name);
+    if (touched.agentAddress) m_exporter.SetAgentAddress(m_table.AgentAddress().value_or(0));
 }
 
 // ---- what the kernel says ----
 
-void Sampling::LinkChanged(const net::Link& link)
+void Reconciler::LinkChanged(const net::Link& link)
 {
     if (link.index >= wire::kFirstExpandedIndex) UseExpandedEncoding();
     const auto source = m_flows.Sources().find(link.index);
     if (source != m_flows.Sources().end()) {
         source->second.hardwareType = link.hardwareType;
-        if (source->second.boundTo != nullptr) Refresh(*source->second.boundTo);
+        if (!source->second.boundTo.empty()) ReconcileInterface(source->second.boundTo);
     }
-    RefreshNamed(link);
-    RefreshWaiting(link.index);
+    ReconcileNamed(link);
+    ReconcileWaiting(link.index);
 }
 
-void Sampling::LinkRemoved(const net::Link& link)
+void Reconciler::LinkRemoved(const net::Link& link)
 {
     const auto at = m_flows.Sources().find(link.index);
     if (at == m_flows.Sources().end()) return;
-    ConfiguredInterface* interface = at->second.boundTo;
-    if (interface != nullptr) Unbind(*interface);
+    const std::string name = at->second.boundTo;
+    if (!name.empty()) Unbind(m_bindings[name]);
     m_flows.Sources().erase(at);
     m_poller.Forget(link.index);
-    if (interface != nullptr) Refresh(*interface);  // another one may have the name
-    RefreshWaiting(link.index);
+    if (!name.empty()) ReconcileInterface(name);  // another one may have the name
+    ReconcileWaiting(link.index);
 }
 
-/// Refreshes the interfaces of the configuration that this one could serve now.
-void Sampling::RefreshNamed(const net::Link& link)
+/// The interfaces of the table that this one could serve now.
+void Reconciler::ReconcileNamed(const net::Link& link)
 {
-    const auto refresh = [this](const std::string& name) {
-        if (const auto at = m_interfaces.find(name); at != m_interfaces.end()) Refresh(at->second);
+    const auto reconcile = [this](const std::string& name) {
+        if (m_table.FindInterface(name) != nullptr) ReconcileInterface(name);
     };
-    refresh(link.name);
-    for (const std::string& name : link.altNames) refresh(name);
-    if (!link.alias.empty()) refresh(link.alias);
+    reconcile(link.name);
+    for (const std::string& name : link.altNames) reconcile(name);
+    if (!link.alias.empty()) reconcile(link.alias);
 }
 
-/// Refreshes those whose name it had and may have no longer.
-void Sampling::RefreshWaiting(std::uint32_t ifIndex)
+/// Those whose name it had and may have no longer.
+void Reconciler::ReconcileWaiting(std::uint32_t ifIndex)
 {
     const auto at = m_waiting.find(ifIndex);
     if (at == m_waiting.end()) return;
-    for (ConfiguredInterface* interface : std::set(at->second)) Refresh(*interface);
+    for (const std::string& name : std::set(at->second)) ReconcileInterface(name);
 }
 
-void Sampling::WaitFor(ConfiguredInterface& interface, std::uint32_t ifIndex)
+void Reconciler::WaitFor(const std::string& name, Binding& binding, std::uint32_t ifIndex)
 {
-    if (interface.waitsFor == ifIndex) return;
-    if (const auto at = m_waiting.find(interface.waitsFor); at != m_waiting.end()) {
-        at->second.erase(&interface);
+    if (binding.waitsFor == ifIndex) return;
+    if (const auto at = m_waiting.find(binding.waitsFor); at != m_waiting.end()) {
+        at->second.erase(name);
         if (at->second.empty()) m_waiting.erase(at);
     }
-    if (ifIndex != 0) m_waiting[ifIndex].insert(&interface);
-    interface.waitsFor = ifIndex;
+    if (ifIndex != 0) m_waiting[ifIndex].insert(name);
+    binding.waitsFor = ifIndex;
 }
 
 /// An agent's session has one encoding: with the first index that needs it, everything begins anew.
-void Sampling::UseExpandedEncoding()
+void Reconciler::UseExpandedEncoding()
 {
     if (m_flows.Encoding() == wire::Encoding::kExpanded) return;
     slog::Notice(
@@ -199,125 +120,155 @@ void Sampling::UseExpandedEncoding()
 
 // ---- bringing both together ----
 
-/// Compares what an interface should do with what it does, and changes what differs.
-void Sampling::Refresh(ConfiguredInterface& interface)
+void Reconciler::ReconcileInterface(std::string name)
 {
-    const net::Link* link = LinkFor(interface);
-    const std::uint32_t index = link != nullptr ? link->index : 0;
-    const std::uint32_t bound = interface.source != nullptr ? interface.source->ifIndex : 0;
-    const net::Link* named = index == 0 ? m_links.Find(interface.name) : nullptr;
-    WaitFor(interface, named != nullptr ? named->index : 0);
-    if (bound != 0 && bound != index) Unbind(interface);
-    if (index != 0 && bound != index) Bind(interface, *link);
-
-    // A collector that goes gets what was sampled for it: sampling ends before its stream does.
-    auto flowStreams = ExistingStreams(interface.Of(Kind::kFlow));
-    if (flowStreams.empty() && interface.source != nullptr) EndSampling(*interface.source);
-    interface.StreamsOf(Kind::kFlow) = std::move(flowStreams);
-    interface.StreamsOf(Kind::kCounter) = ExistingStreams(interface.Of(Kind::kCounter));
-    ApplySampling(interface);
-    ApplyPolling(interface);
-
+    const ServiceTable::Interface* wanted = m_table.FindInterface(name);
+    Binding& binding = m_bindings[name];
+    const net::Link* named = wanted != nullptr ? m_links.Find(name) : nullptr;
+    const bool taken = named != nullptr && IsTaken(*named, name);
+    const std::uint32_t index = named != nullptr && !taken ? named->index : 0;
+    const std::uint32_t bound = binding.source != nullptr ? binding.source->ifIndex : 0;
+    WaitFor(name, binding, taken ? named->index : 0);
+    if (bound != 0 && bound != index) Unbind(binding);
+    if (index != 0 && bound != index) Bind(name, binding, *named);
+    if (binding.source != nullptr) {
+        DataSource& source = *binding.source;
+        ApplyStreams(*wanted, source);
+        ApplySampling(wanted->settings, source);
+        // While the kernel interface is bound, polling keeps its rhythm and counts, even without a collector.
+        m_poller.Set(name, {source.ifIndex, wanted->settings.interval, &source.StreamsOf(Kind::kCounter)});
+    }
+    if (wanted == nullptr) m_bindings.erase(name);
     // Another name may wait for the kernel interface that this one no longer has.
     const net::Link* released = bound != 0 && bound != index ? m_links.Find(bound) : nullptr;
-    if (released != nullptr) RefreshNamed(*released);
+    if (released != nullptr) ReconcileNamed(*released);
 }
 
-/// Null also if the kernel interface serves another name already: the first one keeps it.
-const net::Link* Sampling::LinkFor(const ConfiguredInterface& interface) const
+void Reconciler::ReconcileCollector(const std::string& name)
 {
-    const net::Link* link = m_links.Find(interface.name);
-    if (link == nullptr) return nullptr;
-    const DataSource* source = m_flows.Find(link->index);
-    const bool taken = source != nullptr && source->boundTo != nullptr && source->boundTo != &interface;
-    return taken ? nullptr : link;
+    const ServiceTable::Collector* wanted = m_table.FindCollector(name);
+    const bool exists = m_exporter.Find(name) != nullptr;
+    if (wanted != nullptr) m_exporter.Set(name, wanted->settings);
+    if (exists == (wanted != nullptr)) return;
+    for (const std::string_view interface : m_table.UsersOf(name)) ReconcileInterface(std::string(interface));
+    if (wanted == nullptr) m_exporter.Remove(name);
 }
 
-std::vector<Stream*> Sampling::ExistingStreams(const std::set<std::string>& collectors) const
+/// Whether the kernel interface serves another name already: the first one keeps it.
+bool Reconciler::IsTaken(const net::Link& link, const std::string& by) const
 {
-    std::vector<Stream*> streams;
-    for (const std::string& name : collectors)
-        if (Stream* stream = m_exporter.Find(name); stream != nullptr) streams.push_back(stream);
-    return streams;
+    const DataSource* source = m_flows.Find(link.index);
+    return source != nullptr && !source->boundTo.empty() && source->boundTo != by;
 }
 
-void Sampling::Bind(ConfiguredInterface& interface, const net::Link& link)
+void Reconciler::Bind(const std::string& name, Binding& binding, const net::Link& link)
 {
     DataSource& source = m_flows.Sources()[link.index];
     source.ifIndex = link.index;
     source.hardwareType = link.hardwareType;
-    source.boundTo = &interface;
-    interface.source = &source;
-    slog::Info("interface {} is {}, index {}", interface.name, link.name, link.index);
+    source.boundTo = name;
+    binding.source = &source;
+    slog::Info("interface {} is {}, index {}", name, link.name, link.index);
 }
 
-void Sampling::Unbind(ConfiguredInterface& interface)
+void Reconciler::Unbind(Binding& binding)
 {
-    m_poller.Remove(interface.name);
-    if (interface.source == nullptr) return;
-    EndSampling(*interface.source);
-    interface.source->error.clear();
-    m_refused.erase(&interface);
-    interface.source->boundTo = nullptr;
-    interface.source = nullptr;
+    if (binding.source == nullptr) return;
+    DataSource& source = *std::exchange(binding.source, nullptr);
+    EndSampling(source);
+    source.error.clear();
+    m_refused.erase(source.boundTo);
+    m_poller.Remove(source.boundTo);
+    source.boundTo.clear();
+    source.streams = {};
 }
 
-std::optional<capture::Settings> Sampling::WantedSampling(const ConfiguredInterface& interface) const
+void Reconciler::ApplyStreams(const ServiceTable::Interface& interface, DataSource& source)
 {
-    if (m_source == nullptr || interface.StreamsOf(Kind::kFlow).empty() || interface.settings.rate == 0)
+    std::vector<Stream*> flow = WantedStreams(interface.Of(Kind::kFlow));
+    std::vector<Stream*>& now = source.StreamsOf(Kind::kFlow);
+    const auto stays = [&](Stream* stream) { return std::ranges::find(flow, stream) != flow.end(); };
+    // A collector that goes gets what was sampled for it: that comes before its stream goes.
+    if (flow.empty())
+        EndSampling(source);
+    else if (!std::ranges::all_of(now, stays))
+        DrainOnce();
+    now = std::move(flow);
+    source.StreamsOf(Kind::kCounter) = WantedStreams(interface.Of(Kind::kCounter));
+}
+
+std::vector<Stream*> Reconciler::WantedStreams(const ServiceTable::Attachments& attachments) const
+{
+    std::vector<Stream*> streams;
+    for (const auto& [name, mark] : attachments) {
+        Stream* stream = m_exporter.Find(name);
+        if (stream != nullptr && m_table.FindCollector(name) != nullptr) streams.push_back(stream);
+    }
+    return streams;
+}
+
+/// Once for all that one change of the table touches: what is sampled later is not for a collector that goes.
+void Reconciler::DrainOnce()
+{
+    if (m_source != nullptr && !std::exchange(m_drained, true)) m_source->Drain();
+}
+
+std::optional<capture::Settings> Reconciler::WantedSampling(const InterfaceSettings& settings,
+                                                            const DataSource& source) const
+{
+    if (m_source == nullptr || source.StreamsOf(Kind::kFlow).empty() || settings.rate == 0)
         return std::nullopt;
     const auto includes = [&](Direction direction) {
-        return Includes(interface.settings.direction, direction) ||
-               (m_added && Includes(*m_added, direction));
+        return Includes(settings.direction, direction) || (m_added && Includes(*m_added, direction));
     };
-    return capture::Settings{.rate = interface.settings.rate,
-                             .headerSize = static_cast<std::uint16_t>(std::min<std::size_t>(
-                                 interface.settings.maxHeaderSize, capture::kMaxHeader)),
+    return capture::Settings{.rate = settings.rate,
+                             .headerSize = static_cast<std::uint16_t>(
+                                 std::min<std::size_t>(settings.maxHeaderSize, capture::kMaxHeader)),
                              .ingress = includes(Direction::kIngress),
                              .egress = includes(Direction::kEgress)};
 }
 
-void Sampling::ApplySampling(ConfiguredInterface& interface)
+void Reconciler::ApplySampling(const InterfaceSettings& settings, DataSource& source)
 {
-    if (interface.source == nullptr) return;
-    DataSource& source = *interface.source;
-    const auto wanted = WantedSampling(interface);
+    const auto wanted = WantedSampling(settings, source);
     if (!wanted) EndSampling(source);
     if (!wanted || (source.sampledWith == wanted && !source.changeRefused)) {
         source.error.clear();
-        m_refused.erase(&interface);
+        m_refused.erase(source.boundTo);
         return;
     }
+    // Samples may come while the source is called.
+    const auto before = std::exchange(source.sampledWith, wanted);
     try {
-        if (source.sampledWith)
+        if (before)
             m_source->Change(source.ifIndex, *wanted);
         else
             m_source->Add(source.ifIndex, *wanted);
-        source.sampledWith = wanted;
         m_traffic.Begin(source);
         source.changeRefused = false;
         source.error.clear();
-        m_refused.erase(&interface);
+        m_refused.erase(source.boundTo);
     } catch (const capture::Unavailable& reason) {
-        source.changeRefused = source.sampledWith.has_value();
-        Refused(interface, reason.what());
+        source.sampledWith = before;
+        source.changeRefused = before.has_value();
+        Refused(source, reason.what());
     }
 }
 
-void Sampling::Refused(ConfiguredInterface& interface, const std::string& reason)
+void Reconciler::Refused(DataSource& source, const std::string& reason)
 {
-    if (interface.source->error != reason)
-        slog::Error("interface {}: packets can't be sampled: {}", interface.name, reason);
-    interface.source->error = reason;
-    m_refused.insert(&interface);
+    if (source.error != reason)
+        slog::Error("interface {}: packets can't be sampled: {}", source.boundTo, reason);
+    source.error = reason;
+    m_refused.insert(source.boundTo);
     if (m_retry != nullptr) return;
     m_retry = m_timers.After(kRetry, [this] {
         m_retry.reset();
-        for (ConfiguredInterface* refused : std::set(m_refused)) ApplySampling(*refused);
+        for (const std::string& name : std::set(m_refused)) ReconcileInterface(name);
     });
 }
 
-void Sampling::EndSampling(DataSource& source)
+void Reconciler::EndSampling(DataSource& source)
 {
     if (!source.sampledWith) return;
     const capture::Counts last = m_source->Remove(source.ifIndex);
@@ -327,15 +278,7 @@ void Sampling::EndSampling(DataSource& source)
     source.changeRefused = false;
 }
 
-/// While the kernel interface is bound, polling keeps its rhythm and counts, even without a collector.
-void Sampling::ApplyPolling(ConfiguredInterface& interface)
-{
-    if (interface.source == nullptr) return m_poller.Remove(interface.name);
-    m_poller.Set(interface.name, {interface.source->ifIndex, interface.settings.interval, interface.name,
-                                  interface.StreamsOf(Kind::kCounter)});
-}
-
-void Sampling::End()
+void Reconciler::End()
 {
     for (auto& [ifIndex, source] : m_flows.Sources()) EndSampling(source);
     m_exporter.Flush();
@@ -346,13 +289,19 @@ void Sampling::End()
 
 // ---- status ----
 
-InterfaceStatus Sampling::StatusOf(const ConfiguredInterface& interface, const capture::Counts& counts) const
+const DataSource* Reconciler::SourceOf(const std::string& name) const
+{
+    const auto at = m_bindings.find(name);
+    return at == m_bindings.end() ? nullptr : at->second.source;
+}
+
+InterfaceStatus Reconciler::StatusOf(const std::string& name, const DataSource* source,
+                                     const capture::Counts& counts) const
 {
     InterfaceStatus status;
-    m_poller.Fill(interface.name, status);
-    const DataSource* source = interface.source;
+    m_poller.Fill(name, status);
     if (source == nullptr) {
-        if (const net::Link* link = m_links.Find(interface.name); link != nullptr)
+        if (const net::Link* link = m_links.Find(name); link != nullptr)
             status.samplingError =
                 "kernel interface " + link->name + " is in use under another name; configure one of the two";
         return status;
@@ -375,23 +324,24 @@ InterfaceStatus Sampling::StatusOf(const ConfiguredInterface& interface, const c
     return status;
 }
 
-std::map<std::string, InterfaceStatus> Sampling::Interfaces()
+std::map<std::string, InterfaceStatus> Reconciler::Interfaces()
 {
     const TrafficWatch::Counts counts = m_traffic.Look();
     std::map<std::string, InterfaceStatus> all;
-    for (const auto& [name, interface] : m_interfaces) {
-        const auto at = interface.source != nullptr ? counts.find(interface.source->ifIndex) : counts.end();
-        all.emplace(name, StatusOf(interface, at != counts.end() ? at->second : capture::Counts{}));
+    for (const auto& [name, interface] : m_table.AllInterfaces()) {
+        const DataSource* source = SourceOf(name);
+        const auto at = source != nullptr ? counts.find(source->ifIndex) : counts.end();
+        all.emplace_hint(all.end(), name,
+                         StatusOf(name, source, at != counts.end() ? at->second : capture::Counts{}));
     }
     return all;
 }
 
-InterfaceStatus Sampling::Interface(const std::string& name)
+InterfaceStatus Reconciler::Interface(const std::string& name)
 {
-    const auto at = m_interfaces.find(name);
-    if (at == m_interfaces.end()) return {};
-    const DataSource* source = at->second.source;
-    return StatusOf(at->second, source == nullptr ? capture::Counts{} : m_traffic.Look(*source));
+    if (m_table.FindInterface(name) == nullptr) return {};
+    const DataSource* source = SourceOf(name);
+    return StatusOf(name, source, source == nullptr ? capture::Counts{} : m_traffic.Look(*source));
 }
 
 }  // namespace manager

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Ties the state to the kernel: binds configured interfaces to kernel interfaces as these come and go, has
-// packets sampled there for the interface's flow collectors, and tells the poller which counters to send. The
-// sampled packets themselves go through flow_sample_pipeline.h.
+// Brings what the manager was told into effect: compares what the service's table says of an interface or a
+// collector with what is in effect, and changes what differs. Binds the interfaces of the table to kernel
+// interfaces as these come and go, has packets sampled there, and tells the poller which counters to send.
+// The sampled packets themselves go through flow_sample_pipeline.h.
 
-#ifndef MANAGER_SAMPLING_SAMPLING_H
-#define MANAGER_SAMPLING_SAMPLING_H
+#ifndef MANAGER_SAMPLING_RECONCILER_H
+#define MANAGER_SAMPLING_RECONCILER_H
 
 #include <chrono>
 #include <cstdint>
@@ -17,10 +18,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "manager/sampling/configured_interface.h"
+#include "manager/sampling/data_source.h"
 #include "manager/sampling/flow_sample_pipeline.h"
 #include "manager/sampling/traffic_watch.h"
-#include "manager/service/observer.h"
+#include "manager/service/service_table.h"
 #include "manager/service/status.h"
 #include "net/links/links.h"
 
@@ -39,9 +40,10 @@ namespace manager {
 class Exporter;
 class Poller;
 
-class Sampling final : public Observer, public net::LinkObserver {
+class Reconciler final : public net::LinkObserver {
 public:
     struct Parts {
+        const ServiceTable& table;
         base::Timers& timers;
         net::Links& links;
         net::Forwarding& forwarding;
@@ -55,8 +57,8 @@ public:
     static constexpr std::chrono::seconds kRetry{5};
 
     /// `added` is a direction that is sampled besides the one each interface asks for. The parts must
-    /// outlive it. Add it to the state as an observer; it adds itself to the links.
-    Sampling(const Parts& parts, std::optional<Direction> added, WallClock clock);
+    /// outlive it. It adds itself to the links.
+    Reconciler(const Parts& parts, std::optional<Direction> added, WallClock clock);
 
     /// Takes the sampled packets: give it to the source.
     [[nodiscard]] capture::SampleSink& Sink() { return m_flows; }
@@ -66,44 +68,51 @@ public:
     /// Ends all sampling: the source may be destroyed then.
     void End();
 
-    [[nodiscard]] const SourceStatus& Source() const { return m_sourceStatus; }
-    /// What happens at each interface of the state, by its name. Reads the source's counts.
-    [[nodiscard]] std::map<std::string, InterfaceStatus> Interfaces();
-    /// The same for one of them; an empty status if the state has no such interface.
-    [[nodiscard]] InterfaceStatus Interface(const std::string& name);
-
-    void AgentAddressChanged(std::optional<std::uint32_t> address) override;
-    void CollectorChanged(const std::string& name, const CollectorSettings& settings) override;
-    void CollectorRemoved(const std::string& name) override;
-    void InterfaceChanged(const std::string& name, const InterfaceSettings& settings) override;
-    void InterfaceRemoved(const std::string& name) override;
-    void Attached(const std::string& interface, Kind kind, const std::string& collector) override;
-    void Detached(const std::string& interface, Kind kind, const std::string& collector) override;
+    /// The table has changed there. A collector that goes is given what was sampled for it before.
+    void Reconcile(const Touched& touched);
 
     void LinkChanged(const net::Link& link) override;
     void LinkRemoved(const net::Link& link) override;
 
+    [[nodiscard]] const SourceStatus& Source() const { return m_sourceStatus; }
+    /// What happens at each interface of the table, by its name. Reads the source's counts.
+    [[nodiscard]] std::map<std::string, InterfaceStatus> Interfaces();
+    /// The same for one of them; an empty status if the table has no such interface.
+    [[nodiscard]] InterfaceStatus Interface(const std::string& name);
+
 private:
-    void Refresh(ConfiguredInterface& interface);
-    void RefreshNamed(const net::Link& link);
-    void RefreshWaiting(std::uint32_t ifIndex);
-    void WaitFor(ConfiguredInterface& interface, std::uint32_t ifIndex);
-    [[nodiscard]] const net::Link* LinkFor(const ConfiguredInterface& interface) const;
-    void Bind(ConfiguredInterface& interface, const net::Link& link);
-    void Unbind(ConfiguredInterface& interface);
-    [[nodiscard]] std::vector<Stream*> ExistingStreams(const std::set<std::string>& collectors) const;
-    void RemoveUser(const std::string& collector, ConfiguredInterface& interface);
+    /// An interface of the table, or one that has just gone from it.
+    struct Binding {
+        DataSource* source = nullptr;  // null: no kernel interface has its name
+        std::uint32_t waitsFor = 0;    // the kernel interface that has its name but serves another; 0: none
+    };
 
-    [[nodiscard]] std::optional<capture::Settings> WantedSampling(const ConfiguredInterface& interface) const;
-    void ApplySampling(ConfiguredInterface& interface);
-    void Refused(ConfiguredInterface& interface, const std::string& reason);
+    // Names are copies: what they would refer to may change meanwhile.
+    void ReconcileInterface(std::string name);
+    void ReconcileCollector(const std::string& name);
+    void ReconcileNamed(const net::Link& link);
+    void ReconcileWaiting(std::uint32_t ifIndex);
+
+    void WaitFor(const std::string& name, Binding& binding, std::uint32_t ifIndex);
+    [[nodiscard]] bool IsTaken(const net::Link& link, const std::string& by) const;
+    void Bind(const std::string& name, Binding& binding, const net::Link& link);
+    void Unbind(Binding& binding);
+
+    void ApplyStreams(const ServiceTable::Interface& interface, DataSource& source);
+    [[nodiscard]] std::vector<Stream*> WantedStreams(const ServiceTable::Attachments& attachments) const;
+    [[nodiscard]] std::optional<capture::Settings> WantedSampling(const InterfaceSettings& settings,
+                                                                  const DataSource& source) const;
+    void ApplySampling(const InterfaceSettings& settings, DataSource& source);
+    void Refused(DataSource& source, const std::string& reason);
     void EndSampling(DataSource& source);
-    void ApplyPolling(ConfiguredInterface& interface);
     void UseExpandedEncoding();
+    void DrainOnce();
 
-    [[nodiscard]] InterfaceStatus StatusOf(const ConfiguredInterface& interface,
+    [[nodiscard]] const DataSource* SourceOf(const std::string& name) const;
+    [[nodiscard]] InterfaceStatus StatusOf(const std::string& name, const DataSource* source,
                                            const capture::Counts& counts) const;
 
+    const ServiceTable& m_table;
     base::Timers& m_timers;
     net::Links& m_links;
     Exporter& m_exporter;
@@ -113,12 +122,11 @@ private:
     SourceStatus m_sourceStatus{.kind = "none", .reason = "", .permission = true};
     FlowSamplePipeline m_flows;
     TrafficWatch m_traffic;
-    std::unordered_map<std::string, ConfiguredInterface> m_interfaces;  // pointers to elements are kept
-    /// The interfaces that a collector is attached to, for any kind.
-    std::unordered_map<std::string, std::set<ConfiguredInterface*>> m_users;
-    std::unordered_map<std::uint32_t, std::set<ConfiguredInterface*>> m_waiting;  // by waitsFor
-    std::set<ConfiguredInterface*> m_refused;  // those that the source does not sample although it should
-    std::shared_ptr<void> m_retry;             // while there are any
+    std::unordered_map<std::string, Binding> m_bindings;                 // by name in the table
+    std::unordered_map<std::uint32_t, std::set<std::string>> m_waiting;  // the names, by waitsFor
+    std::set<std::string> m_refused;  // those that the source does not sample although it should
+    std::shared_ptr<void> m_retry;    // while there are any
+    bool m_drained = false;           // since the table last changed
 };
 
 }  // namespace manager

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "manager/service/state.h"
+#include "manager/service/service_table.h"
 
 #include <algorithm>
 #include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
-
-#include "manager/service/observer.h"
 
 namespace manager {
 namespace {
@@ -26,43 +24,55 @@ bool IsCollectorName(std::string_view name)
     return IsName(name) && name.find('%') == std::string_view::npos;
 }
 
-std::string NoCollectorName()
+Refusal NoCollectorName() { return {"a collector's name is empty or has characters that names do not have"}; }
+Refusal NoInterfaceName()
 {
-    return "a collector's name is empty or has characters that names do not have";
-}
-std::string NoInterfaceName()
-{
-    return "an interface's name is empty or has characters that names do not have";
+    return {"an interface's name is empty or has characters that names do not have"};
 }
 
-std::string TooMany(const char* what, std::size_t limit)
+Refusal TooMany(const char* what, std::size_t limit)
 {
-    return fmt::format("there are {} {} already, the most that the manager keeps", limit, what);
+    return {fmt::format("there are {} {} already, the most that the manager keeps", limit, what)};
 }
+
+Touched OfInterface(const std::string& name) { return {.interfaces = {name}}; }
+Touched OfCollector(const std::string& name) { return {.collectors = {name}}; }
 
 }  // namespace
 
-template <typename Function, typename... Arguments>
-void State::Tell(Function function, const Arguments&... arguments) const
-{
-    for (Observer* observer : m_observers) (observer->*function)(arguments...);
-}
-
-std::string State::Apply(const Operation& operation)
+std::variant<Touched, Refusal> ServiceTable::Apply(const Operation& operation)
 {
     return std::visit([this](const auto& one) { return On(one); }, operation);
 }
 
-std::string State::On(const SetAgentAddress& operation)
+const ServiceTable::Collector* ServiceTable::FindCollector(const std::string& name) const
 {
-    m_agentMark = m_session;
-    if (m_agentAddress == operation.address) return {};
-    m_agentAddress = operation.address;
-    Tell(&Observer::AgentAddressChanged, m_agentAddress);
-    return {};
+    const auto at = m_collectors.find(name);
+    return at == m_collectors.end() ? nullptr : &at->second;
 }
 
-std::string State::On(const AddCollector& operation)
+const ServiceTable::Interface* ServiceTable::FindInterface(const std::string& name) const
+{
+    const auto at = m_interfaces.find(name);
+    return at == m_interfaces.end() ? nullptr : &at->second;
+}
+
+const std::set<std::string_view>& ServiceTable::UsersOf(const std::string& collector) const
+{
+    static const std::set<std::string_view> kNone;
+    const auto at = m_users.find(collector);
+    return at == m_users.end() ? kNone : at->second;
+}
+
+ServiceTable::Applied ServiceTable::On(const SetAgentAddress& operation)
+{
+    m_agentMark = m_session;
+    if (m_agentAddress == operation.address) return Touched{};
+    m_agentAddress = operation.address;
+    return Touched{.agentAddress = true};
+}
+
+ServiceTable::Applied ServiceTable::On(const AddCollector& operation)
 {
     if (!IsCollectorName(operation.name)) return NoCollectorName();
     auto at = m_collectors.find(operation.name);
@@ -74,136 +84,143 @@ std::string State::On(const AddCollector& operation)
     Collector& collector = at->second;
     collector.mark = m_session;
     const auto before = std::exchange(collector.settings, operation.settings);
-    if (isNew || before != operation.settings)
-        Tell(&Observer::CollectorChanged, operation.name, operation.settings);
-    return {};
+    if (!isNew && before == operation.settings) return Touched{};
+    return OfCollector(operation.name);
 }
 
-std::string State::On(const DeleteCollector& operation)
+ServiceTable::Applied ServiceTable::On(const DeleteCollector& operation)
 {
-    if (m_collectors.erase(operation.name) > 0) Tell(&Observer::CollectorRemoved, operation.name);
-    return {};
+    if (m_collectors.erase(operation.name) == 0) return Touched{};
+    return OfCollector(operation.name);
 }
 
-std::string State::On(const UpdateInterface& operation)
+ServiceTable::Applied ServiceTable::On(const UpdateInterface& operation)
 {
     if (!IsName(operation.interface)) return NoInterfaceName();
-    const auto at = m_interfaces.find(operation.interface);
+    auto at = m_interfaces.find(operation.interface);
     const bool isNew = at == m_interfaces.end();
     if (isNew && m_interfaces.size() >= m_limits.interfaces)
         return TooMany("interfaces", m_limits.interfaces);
     // All that can be refused comes before anything is changed.
-    const Attach named[] = {{Kind::kFlow, operation.interface, operation.flowCollector},
-                            {Kind::kCounter, operation.interface, operation.counterCollector}};
+    const std::pair<Kind, const std::string&> named[] = {{Kind::kFlow, operation.flowCollector},
+                                                         {Kind::kCounter, operation.counterCollector}};
     std::size_t more = 0;
-    for (const Attach& attach : named) {
-        if (attach.collector.empty()) continue;
-        if (!IsCollectorName(attach.collector)) return NoCollectorName();
-        if (isNew || !at->second.Of(attach.kind).contains(attach.collector)) ++more;
+    for (const auto& [kind, collector] : named) {
+        if (collector.empty()) continue;
+        if (!IsCollectorName(collector)) return NoCollectorName();
+        if (isNew || !at->second.Of(kind).contains(collector)) ++more;
     }
     if (more > m_limits.attachments - m_attachments) return TooMany("attachments", m_limits.attachments);
 
-    Interface& interface = isNew ? m_interfaces[operation.interface] : at->second;
-    interface.mark = m_session;
-    const auto before = std::exchange(interface.settings, operation.settings);
-    if (isNew || before != operation.settings)
-        Tell(&Observer::InterfaceChanged, operation.interface, operation.settings);
-    for (const Attach& attach : named)
-        if (!attach.collector.empty()) AttachOne(interface, attach);
-    return {};
+    if (isNew) at = m_interfaces.emplace(operation.interface, Interface{}).first;
+    at->second.mark = m_session;
+    const auto before = std::exchange(at->second.settings, operation.settings);
+    bool changed = isNew || before != operation.settings;
+    for (const auto& [kind, collector] : named)
+        if (!collector.empty() && AttachOne(*at, kind, collector)) changed = true;
+    return changed ? OfInterface(operation.interface) : Touched{};
 }
 
-std::string State::On(const Attach& operation)
+ServiceTable::Applied ServiceTable::On(const Attach& operation)
 {
     if (!IsCollectorName(operation.collector)) return NoCollectorName();
     const auto at = m_interfaces.find(operation.interface);
     if (at == m_interfaces.end())
-        return fmt::format("interface {} is not known, so nothing can be attached to it",
-                           operation.interface);
+        return Refusal{
+            fmt::format("interface {} is not known, so nothing can be attached to it", operation.interface)};
     if (m_attachments >= m_limits.attachments && !at->second.Of(operation.kind).contains(operation.collector))
         return TooMany("attachments", m_limits.attachments);
-    AttachOne(at->second, operation);
-    return {};
+    return AttachOne(*at, operation.kind, operation.collector) ? OfInterface(operation.interface) : Touched{};
 }
 
-std::string State::On(const Detach& operation)
+ServiceTable::Applied ServiceTable::On(const Detach& operation)
 {
     const auto at = m_interfaces.find(operation.interface);
-    if (at == m_interfaces.end() || at->second.Of(operation.kind).erase(operation.collector) == 0) return {};
-    DetachOne(operation.collector);
-    Tell(&Observer::Detached, operation.interface, operation.kind, operation.collector);
-    return {};
+    if (at == m_interfaces.end() || !DetachOne(*at, operation.kind, operation.collector)) return Touched{};
+    return OfInterface(operation.interface);
 }
 
-std::string State::On(const UnsetInterface& operation)
+ServiceTable::Applied ServiceTable::On(const UnsetInterface& operation)
 {
-    if (const auto at = m_interfaces.find(operation.interface); at != m_interfaces.end()) Remove(at);
-    return {};
+    const auto at = m_interfaces.find(operation.interface);
+    if (at == m_interfaces.end()) return Touched{};
+    Remove(at);
+    return OfInterface(operation.interface);
 }
 
-void State::Sweep()
+Touched ServiceTable::Sweep()
 {
+    Touched touched;
     for (auto at = m_interfaces.begin(); at != m_interfaces.end();) {
         const auto next = std::next(at);
-        if (at->second.mark != m_session)
-            Remove(at);
-        else
-            SweepAttachments(at->first, at->second);
+        const bool goes = at->second.mark != m_session;
+        if (goes || SweepAttachments(*at)) touched.interfaces.push_back(at->first);
+        if (goes) Remove(at);
         at = next;
     }
-    // Collectors go after the attachments to them.
     for (auto at = m_collectors.begin(); at != m_collectors.end();) {
-        if (at->second.mark == m_session) {
-            ++at;
-            continue;
+        const auto next = std::next(at);
+        if (at->second.mark != m_session) {
+            touched.collectors.push_back(at->first);
+            m_collectors.erase(at);
         }
-        const auto gone = m_collectors.extract(at++);
-        Tell(&Observer::CollectorRemoved, gone.key());
+        at = next;
     }
     if (m_agentAddress && m_agentMark != m_session) {
         m_agentAddress.reset();
-        Tell(&Observer::AgentAddressChanged, m_agentAddress);
+        touched.agentAddress = true;
     }
+    return touched;
 }
 
-void State::SweepAttachments(const std::string& name, Interface& interface)
+bool ServiceTable::SweepAttachments(Interfaces::value_type& interface)
 {
+    bool changed = false;
     for (const Kind kind : {Kind::kFlow, Kind::kCounter}) {
-        Attachments& attachments = interface.Of(kind);
+        const Attachments& attachments = interface.second.Of(kind);
         for (auto at = attachments.begin(); at != attachments.end();) {
-            if (at->second == m_session) {
-                ++at;
-                continue;
-            }
-            const auto gone = attachments.extract(at++);
-            DetachOne(gone.key());
-            Tell(&Observer::Detached, name, kind, gone.key());
+            const auto next = std::next(at);
+            if (at->second != m_session) changed = DetachOne(interface, kind, std::string(at->first));
+            at = next;
         }
     }
+    return changed;
 }
 
-void State::AttachOne(Interface& interface, const Attach& attach)
+bool ServiceTable::AttachOne(Interfaces::value_type& interface, Kind kind, const std::string& collector)
 {
-    const bool isNew = interface.Of(attach.kind).insert_or_assign(attach.collector, m_session).second;
-    if (!isNew) return;
+    const bool isNew = interface.second.Of(kind).insert_or_assign(collector, m_session).second;
+    if (!isNew) return false;
     ++m_attachments;
-    ++m_attached[attach.collector];
-    Tell(&Observer::Attached, attach.interface, attach.kind, attach.collector);
+    m_users[collector].insert(interface.first);
+    return true;
 }
 
-void State::DetachOne(const std::string& collector)
+bool ServiceTable::DetachOne(Interfaces::value_type& interface, Kind kind, const std::string& collector)
 {
+    if (interface.second.Of(kind).erase(collector) == 0) return false;
     --m_attachments;
-    const auto at = m_attached.find(collector);
-    if (at != m_attached.end() && --at->second == 0) m_attached.erase(at);
+    const bool left = std::ranges::any_of(interface.second.attachments,
+                                          [&](const auto& names) { return names.contains(collector); });
+    if (!left) RemoveUser(collector, interface.first);
+    return true;
 }
 
-void State::Remove(std::map<std::string, Interface>::iterator interface)
+void ServiceTable::Remove(Interfaces::iterator interface)
 {
-    for (const Attachments& attachments : interface->second.attachments)
-        for (const auto& [collector, mark] : attachments) DetachOne(collector);
-    const auto gone = m_interfaces.extract(interface);
-    Tell(&Observer::InterfaceRemoved, gone.key());
+    for (const Attachments& attachments : interface->second.attachments) {
+        m_attachments -= attachments.size();
+        for (const auto& [collector, mark] : attachments) RemoveUser(collector, interface->first);
+    }
+    m_interfaces.erase(interface);
+}
+
+void ServiceTable::RemoveUser(const std::string& collector, const std::string& interface)
+{
+    const auto users = m_users.find(collector);
+    if (users == m_users.end()) return;
+    users->second.erase(interface);
+    if (users->second.empty()) m_users.erase(users);
 }
 
 }  // namespace manager

@@ -1,26 +1,36 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the manager holds: the agent address, collectors, interfaces and their attachments, as the sessions
-// have set it. A pure value with mark and sweep: knows no socket, no file, no clock. The service applies
-// operations to it, observers are told what changed, the state provider prints it.
+// What the manager was told: the agent address, collectors, interfaces and their attachments, as the sessions
+// have set it. The one place where they stand; everything else reads them here. A value with mark and sweep:
+// knows no socket, no file, no clock and nothing of what is in effect. The service applies operations to it,
+// and the reconciler brings what they touched into effect.
 
-#ifndef MANAGER_SERVICE_STATE_H
-#define MANAGER_SERVICE_STATE_H
+#ifndef MANAGER_SERVICE_SERVICE_TABLE_H
+#define MANAGER_SERVICE_SERVICE_TABLE_H
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <string_view>
+#include <variant>
 #include <vector>
 
 #include "manager/service/operation.h"
 
 namespace manager {
 
-class Observer;
+/// The names of what an operation or a sweep has changed, added or removed; each once, in ascending order.
+struct Touched {
+    std::vector<std::string> interfaces = {};  // their settings or attachments
+    std::vector<std::string> collectors = {};
+    bool agentAddress = false;
+    [[nodiscard]] bool None() const { return interfaces.empty() && collectors.empty() && !agentAddress; }
+};
 
-class State {
+class ServiceTable {
 public:
     /// Far beyond any switch; they bound what a faulty client can make grow.
     struct Limits {
@@ -50,55 +60,61 @@ public:
         [[nodiscard]] Attachments& Of(Kind kind) { return attachments[static_cast<std::size_t>(kind)]; }
     };
 
-    State() = default;
-    explicit State(const Limits& limits) : m_limits(limits) {}
+    using Collectors = std::map<std::string, Collector>;
+    using Interfaces = std::map<std::string, Interface>;
+    /// By collector name: the interfaces that it is attached to, for any kind, whether it exists or not.
+    using Users = std::map<std::string, std::set<std::string_view>>;
 
-    /// `observer` must outlive the state.
-    void AddObserver(Observer& observer) { m_observers.push_back(&observer); }
+    ServiceTable() = default;
+    explicit ServiceTable(const Limits& limits) : m_limits(limits) {}
+    ServiceTable(const ServiceTable&) = delete;
+    ServiceTable& operator=(const ServiceTable&) = delete;
 
-    /// Applies one operation. Returns an empty text when done, also if nothing had to change; else why it was
-    /// refused, and then nothing has changed.
-    std::string Apply(const Operation& operation);
+    /// Applies one operation. Returns what it touched, nothing if nothing had to change; a Refusal if it
+    /// can't be applied, and then nothing has changed.
+    std::variant<Touched, Refusal> Apply(const Operation& operation);
 
     /// A new session begins: what is held now belongs to an earlier one until it is named again.
     void BeginSession() { ++m_session; }
 
     /// The session has named all that it wants: removes what it has not named.
-    void Sweep();
+    Touched Sweep();
 
     [[nodiscard]] std::optional<std::uint32_t> AgentAddress() const { return m_agentAddress; }
-    [[nodiscard]] const std::map<std::string, Collector>& Collectors() const { return m_collectors; }
-    [[nodiscard]] const std::map<std::string, Interface>& Interfaces() const { return m_interfaces; }
-    /// How many attachments each collector has, by its name, whether it exists or not.
-    [[nodiscard]] const std::map<std::string, std::size_t>& AttachedCollectors() const { return m_attached; }
+    [[nodiscard]] const Collectors& AllCollectors() const { return m_collectors; }
+    [[nodiscard]] const Interfaces& AllInterfaces() const { return m_interfaces; }
+    [[nodiscard]] const Users& AllUsers() const { return m_users; }
+    /// Null if there is none of that name.
+    [[nodiscard]] const Collector* FindCollector(const std::string& name) const;
+    [[nodiscard]] const Interface* FindInterface(const std::string& name) const;
+    /// The interfaces that the collector is attached to; the views stay good until the next operation.
+    [[nodiscard]] const std::set<std::string_view>& UsersOf(const std::string& collector) const;
 
 private:
-    std::string On(const AddCollector& operation);
-    std::string On(const DeleteCollector& operation);
-    std::string On(const UpdateInterface& operation);
-    std::string On(const Attach& operation);
-    std::string On(const Detach& operation);
-    std::string On(const UnsetInterface& operation);
-    std::string On(const SetAgentAddress& operation);
+    using Applied = std::variant<Touched, Refusal>;
+    Applied On(const AddCollector& operation);
+    Applied On(const DeleteCollector& operation);
+    Applied On(const UpdateInterface& operation);
+    Applied On(const Attach& operation);
+    Applied On(const Detach& operation);
+    Applied On(const UnsetInterface& operation);
+    Applied On(const SetAgentAddress& operation);
 
-    void AttachOne(Interface& interface, const Attach& attach);
-    void Remove(std::map<std::string, Interface>::iterator interface);
-    void DetachOne(const std::string& collector);
-    void SweepAttachments(const std::string& name, Interface& interface);
-
-    /// Calls one of the observers' functions on each.
-    template <typename Function, typename... Arguments>
-    void Tell(Function function, const Arguments&... arguments) const;
+    /// Return whether something has changed.
+    bool AttachOne(Interfaces::value_type& interface, Kind kind, const std::string& collector);
+    bool DetachOne(Interfaces::value_type& interface, Kind kind, const std::string& collector);
+    bool SweepAttachments(Interfaces::value_type& interface);
+    void Remove(Interfaces::iterator interface);
+    void RemoveUser(const std::string& collector, const std::string& interface);
 
     const Limits m_limits{};
     Mark m_session = 0;
     std::optional<std::uint32_t> m_agentAddress;
     Mark m_agentMark = 0;
-    std::map<std::string, Collector> m_collectors;
-    std::map<std::string, Interface> m_interfaces;
+    Collectors m_collectors;
+    Interfaces m_interfaces;
     std::size_t m_attachments = 0;
-    std::map<std::string, std::size_t> m_attached;  // of these, by collector
-    std::vector<Observer*> m_observers;
+    Users m_users;  // views of the names in m_interfaces
 };
 
 }  // namespace manager

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Why are there no samples? Compares what is configured, what is in effect and what has happened: each
-// interface and collector of which nothing is sent, with the reason and the remedy. A pure function of
-// records.
+// interface and collector of which nothing is sent, with the reason and the remedy. Pure functions.
 
 #ifndef MANAGER_STATUS_DIAGNOSIS_H
 #define MANAGER_STATUS_DIAGNOSIS_H
@@ -10,10 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "manager/status/view.h"
+
 namespace manager {
 
 struct Configured;
-struct Snapshot;
 
 /// As the state's model has them, in its order.
 enum class Reason : std::uint8_t {
@@ -55,19 +55,19 @@ struct Problem {
 const char* Name(Reason reason);
 const char* Name(Subject subject);
 
-/// What to diagnose. Names in ascending order.
-struct Subjects {
-    bool agent = false;
-    std::vector<std::string> collectors;
-    std::vector<std::string> interfaces;
-};
+/// The problems of the manager as a whole.
+std::vector<Problem> DiagnoseAgent(const View& view);
 
-/// The problems: the agent's, then the collectors', then the interfaces', by ascending name. An interface has
-/// at most one that concerns its packet samples, and one of its counters if they are not sent for another
-/// reason. The snapshot needs no more than the subjects and what they name, and so does `configured`, which
-/// may be null: then the problems that only it shows are missing.
-std::vector<Problem> Diagnose(const Subjects& subjects, const Snapshot& snapshot,
-                              const Configured* configured);
+// `inEffect` is null if the table has no such entry. `configured` needs no more than the entry and what it
+// names; it may be null: then the problems that only it shows are missing. The problems are in ascending
+// order of their reasons' names.
+
+std::vector<Problem> DiagnoseCollector(const std::string& name, const View::Collector* inEffect,
+                                       const View& view, const Configured* configured);
+
+/// At most one that concerns packet samples, and one of counters if they are not sent for another reason.
+std::vector<Problem> DiagnoseInterface(const std::string& name, const View::Interface* inEffect,
+                                       const View& view, const Configured* configured);
 
 }  // namespace manager
 

@@ -15,11 +15,11 @@ public:
     explicit InOrder(const Map& map) : m_map(map), m_next(map.begin()) {}
 
     /// Null if there is none of that name.
-    const typename Map::mapped_type* Find(const std::string& name)
+    const typename Map::value_type* Find(const std::string& name)
     {
         if (m_next == m_map.end() || m_next->first != name) m_next = m_map.lower_bound(name);
         if (m_next == m_map.end() || m_next->first != name) return nullptr;
-        return &(m_next++)->second;
+        return &*m_next++;
     }
 
 private:

@@ -1,29 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
-// All that the manager shows of itself, at one moment, as plain records. Made on request; printed as state
-// and as metrics, and read by the diagnosis. Knows no socket, no loop and no kernel.
+// What the manager shows of itself at one moment: reads the service's table in place, and asks the other
+// parts for the numbers of those entries that are asked for. Printed as state and as metrics, and read by the
+// diagnosis. Knows no socket, no loop and no kernel.
 
-#ifndef MANAGER_STATUS_SNAPSHOT_H
-#define MANAGER_STATUS_SNAPSHOT_H
+#ifndef MANAGER_STATUS_VIEW_H
+#define MANAGER_STATUS_VIEW_H
 
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "manager/export/exporter.h"
 #include "manager/service/operation.h"
 #include "manager/service/service.h"
+#include "manager/service/service_table.h"
 #include "manager/service/status.h"
 
 namespace manager {
 
-struct Snapshot {
-    WallTime now;
-    std::int64_t pid = 0;  // the manager's own
-
+/// The manager as a whole.
+struct ManagerStatus {
+    std::int64_t pid = 0;
     Service::Session session = Service::Session::kNone;
     WallTime since;  // when `session` last changed
     std::uint64_t operations = 0, refused = 0;
@@ -32,62 +31,58 @@ struct Snapshot {
         std::uint64_t errors = 0;
     };
     std::optional<JournalStatus> journal;
-
     SourceStatus source;
     std::optional<Direction> addedDirection;
-    std::vector<std::string> limitations;
-
-    std::optional<std::uint32_t> agentAddress;  // network byte order in memory, as in_addr
-
-    struct Collector {
-        std::string name;
-        CollectorSettings settings;
-        StreamStatus stream;
-    };
-    struct Interface {
-        std::string name;
-        InterfaceSettings settings;
-        std::array<std::vector<std::string>, kKinds> collectors;  // attached, ascending
-        InterfaceStatus status;
-        [[nodiscard]] const std::vector<std::string>& Of(Kind kind) const
-        {
-            return collectors[static_cast<std::size_t>(kind)];
-        }
-    };
-    std::vector<Collector> collectors;  // by ascending name
-    std::vector<Interface> interfaces;  // by ascending name
-    bool anyInterface = false;          // whether the manager has any, even if none is among these
-    std::set<std::string> attached;     // collectors that interfaces name, of those that were asked about
-
-    /// Null if there is none of that name.
-    [[nodiscard]] const Collector* FindCollector(const std::string& name) const;
-    [[nodiscard]] const Interface* FindInterface(const std::string& name) const;
+    std::vector<std::string> limitations;  // what can't be done here, for operators
 };
 
-/// Where the numbers come from. A function that is not set gives none: the records stay empty.
+/// The part of it that the service knows.
+ManagerStatus StatusOf(const Service& service);
+
+/// Where what is shown comes from. A function that is not set gives nothing: the records stay empty.
 struct StatusSources {
-    /// The clock of all recorded times. One that is never set keeps ages true.
-    std::function<WallTime()> now = {};
-    /// The wall clock, if it is another: all times in the snapshot are moved to it, so that what was recorded
-    /// a second ago shows the time of a second ago, even if that clock has been set since.
-    std::function<WallTime()> wall = {};
-    std::function<SourceStatus()> source = {};
+    const ServiceTable& table;
+    std::function<ManagerStatus()> manager = {};
     std::function<InterfaceStatus(const std::string& interface)> interface = {};
     /// Null if there is no stream of that name.
     std::function<const StreamStatus*(const std::string& collector)> collector = {};
-    /// What can't be done here, for operators; empty if everything can.
-    std::function<std::vector<std::string>()> limitations = {};
-    std::optional<Direction> addedDirection = {};
-    std::int64_t pid = 0;  // the manager's own
+    /// The clock of all recorded times. One that is never set keeps ages true.
+    std::function<WallTime()> now = {};
+    /// The wall clock, if it is another: all times of the view are moved to it, so that what was recorded a
+    /// second ago shows the time of a second ago, even if that clock has been set since.
+    std::function<WallTime()> wall = {};
 };
 
-/// Everything.
-Snapshot TakeSnapshot(const Service& service, const StatusSources& sources);
+class View {
+public:
+    // Names and settings are the table's own: they stay good until its next operation.
+    struct Collector {
+        const std::string& name;
+        const CollectorSettings& settings;
+        StreamStatus stream;
+    };
+    struct Interface {
+        const std::string& name;
+        const ServiceTable::Interface& held;
+        InterfaceStatus status;
+    };
 
-/// The manager, and of collectors and interfaces those named, in ascending order. Names that the manager does
-/// not have are passed over.
-Snapshot TakeSnapshot(const Service& service, const StatusSources& sources,
-                      const std::vector<std::string>& collectors, const std::vector<std::string>& interfaces);
+    /// What the sources read must outlive it.
+    explicit View(StatusSources sources);
+
+    [[nodiscard]] const ServiceTable& Table() const { return m_sources.table; }
+    [[nodiscard]] const ManagerStatus& Manager() const { return m_manager; }
+    [[nodiscard]] WallTime Now() const { return m_now; }
+    /// An entry of the table with its numbers, which are read now.
+    [[nodiscard]] Collector Of(const ServiceTable::Collectors::value_type& entry) const;
+    [[nodiscard]] Interface Of(const ServiceTable::Interfaces::value_type& entry) const;
+
+private:
+    StatusSources m_sources;
+    WallTime m_now;
+    WallTime::duration m_shift{0};  // from the clock of events to the wall clock
+    ManagerStatus m_manager;
+};
 
 }  // namespace manager
 
