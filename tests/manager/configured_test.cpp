@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "manager/configured_store_fixture.h"
-#include "manager/status/configured_store.h"
 
 namespace manager {
 namespace {

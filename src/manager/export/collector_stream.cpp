@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "manager/export/stream.h"
+#include "manager/export/collector_stream.h"
 
 #include <algorithm>
 #include <cstring>
+
+#include <fmt/format.h>
 
 #include "wire/encode.h"
 
@@ -22,6 +24,24 @@ std::size_t Usable(std::size_t size)
 }
 
 }  // namespace
+
+std::string WithoutMark(const std::error_code& error)
+{
+    return fmt::format(
+        "the manager's own datagrams are not marked ({}), so they are sampled like others at the "
+        "interfaces they pass; start sflow-mgr as root, or grant it CAP_NET_ADMIN or, from Linux 5.17 on, "
+        "CAP_NET_RAW",
+        error.message());
+}
+
+void StreamShared::SendAll()
+{
+    for (CollectorStream* stream : waiting) {
+        stream->Send();
+        stream->Unlist();
+    }
+    waiting.clear();
+}
 
 CollectorStream::CollectorStream(const std::string& name, const CollectorSettings& settings,
                                  StreamShared& shared)

@@ -3,19 +3,20 @@
 // socket many at a time. Keeps the sequence and the counts. Knows nothing of what is in a sample. The
 // exporter makes these.
 
-#ifndef MANAGER_EXPORT_STREAM_H
-#define MANAGER_EXPORT_STREAM_H
+#ifndef MANAGER_EXPORT_COLLECTOR_STREAM_H
+#define MANAGER_EXPORT_COLLECTOR_STREAM_H
 
 #include <chrono>
 #include <string>
 #include <vector>
 
-#include "manager/export/exporter.h"
+#include "manager/export/stream.h"
 #include "manager/export/stream_datagram.h"
 #include "manager/export/stream_health.h"
 #include "manager/export/stream_pool.h"
 #include "manager/export/stream_shared.h"
 #include "manager/export/stream_socket.h"
+#include "manager/service/operation.h"
 
 namespace manager {
 

@@ -4,7 +4,12 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdint>
+#include <memory>
 #include <optional>
+#include <span>
+#include <string>
+#include <system_error>
 #include <unordered_map>
 #include <utility>
 
@@ -12,9 +17,9 @@
 #include "base/worker.h"
 #include "log/log.h"
 #include "manager/export/exporter.h"
-#include "manager/export/poller_reading.h"
 #include "manager/export/poller_sample.h"
 #include "manager/export/poller_schedule.h"
+#include "net/counters/counters.h"
 #include "net/links/links.h"
 #include "wire/encode.h"
 
@@ -27,6 +32,47 @@ using std::chrono::steady_clock;
 /// Samples are due on ticks of this length: intervals are whole seconds, so they are spaced exactly, and
 /// one wake-up and one reading serve all that falls due within a second.
 constexpr milliseconds kTick{1000};
+
+/// One reading of counters: what is asked for, and what the kernel answers. It is done beside the loop, and
+/// all that it touches is its own meanwhile.
+struct Reading {
+    explicit Reading(std::shared_ptr<net::CounterReader> from) : reader(std::move(from)) {}
+
+    /// Reads all that is asked for, in place of what was found before. Errors of the kernel do not throw:
+    /// they are in `error`.
+    void Do();
+
+    const std::shared_ptr<net::CounterReader> reader;
+
+    // What is asked for.
+    std::vector<std::uint32_t> indexes;
+    std::vector<std::uint32_t> forgotten;  // before: these are gone for good
+
+    // What was found.
+    struct Ethernet {
+        std::uint32_t ifIndex = 0;
+        net::EthernetCounters counters;
+    };
+    std::span<const net::LinkCounters> links;  // in any order
+    std::vector<Ethernet> ethernet;            // in the same order, if the driver counts
+    std::string error;                         // why nothing was found; empty: no error
+};
+
+void Reading::Do()
+{
+    links = {};
+    ethernet.clear();
+    error.clear();
+    for (const std::uint32_t ifIndex : forgotten) reader->Forget(ifIndex);
+    try {
+        links = reader->Read(indexes);
+    } catch (const std::system_error& failed) {
+        error = failed.what();
+    }
+    for (const net::LinkCounters& each : links)
+        if (const auto counters = reader->ReadEthernet(each.ifIndex))
+            ethernet.push_back({each.ifIndex, *counters});
+}
 
 struct Polled : Schedule::Item {
     const std::string* name = nullptr;  // its key

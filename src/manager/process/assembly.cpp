@@ -30,7 +30,7 @@
 #include "manager/service/service.h"
 #include "manager/service/service_table.h"
 #include "manager/service/session_server.h"
-#include "manager/status/configured_store.h"
+#include "manager/status/configured.h"
 #include "manager/status/metrics_server.h"
 #include "manager/status/metrics_text.h"
 #include "manager/status/state_answer.h"

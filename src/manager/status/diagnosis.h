@@ -5,55 +5,15 @@
 #ifndef MANAGER_STATUS_DIAGNOSIS_H
 #define MANAGER_STATUS_DIAGNOSIS_H
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
+#include "manager/status/problem.h"
 #include "manager/status/view.h"
 
 namespace manager {
 
 struct Configured;
-
-/// As the state's model has them, in its order.
-enum class Reason : std::uint8_t {
-    kInterfaceMissing,
-    kInterfaceDown,
-    kNoTraffic,
-    kNoSampleYet,
-    kBufferFull,
-    kNoCollector,
-    kNoFlowCollector,
-    kCollectorDisabled,
-    kCollectorUnknown,
-    kNoPermission,
-    kNoKernelSupport,
-    kSourceError,
-    kSamplingOff,
-    kPollingOff,
-    kNotLoaded,
-    kNoRoute,
-    kUnreachable,
-    kRefused,
-    kSendError,
-    kNothingSent,
-    kNoInterface,
-    kNoAgentAddress,
-};
-
-enum class Subject : std::uint8_t { kAgent, kCollector, kInterface };
-
-struct Problem {
-    Subject subject = Subject::kInterface;
-    std::string name;  // the interface's or collector's; "agent"
-    Reason reason = Reason::kInterfaceMissing;
-    std::string text;  // for operators: what is wrong, and the remedy
-    friend bool operator==(const Problem&, const Problem&) = default;
-};
-
-/// As the model writes them.
-const char* Name(Reason reason);
-const char* Name(Subject subject);
 
 /// The problems of the manager as a whole.
 std::vector<Problem> DiagnoseAgent(const View& view);

@@ -10,7 +10,7 @@
 #include <system_error>
 #include <vector>
 
-#include "manager/status/diagnosis.h"
+#include "manager/status/problem.h"
 #include "manager/status/view.h"
 
 namespace manager::text {

@@ -9,7 +9,6 @@
 
 #include "cdb/model/error.h"
 #include "ipc/cdb.pb.h"
-#include "manager/status/in_order.h"
 #include "manager/status/state_writer.h"
 
 namespace manager {
@@ -25,6 +24,26 @@ const std::string& NameOf(const std::pair<const std::string, Value>& element)
 {
     return element.first;
 }
+
+/// Look-up in a map of names that come in ascending order. To find the element behind the last one costs no
+/// search. The map must outlive it and not change.
+template <typename Map>
+class InOrder {
+public:
+    explicit InOrder(const Map& map) : m_map(map), m_next(map.begin()) {}
+
+    /// Null if there is none of that name.
+    const typename Map::value_type* Find(const std::string& name)
+    {
+        if (m_next == m_map.end() || m_next->first != name) m_next = m_map.lower_bound(name);
+        if (m_next == m_map.end() || m_next->first != name) return nullptr;
+        return &*m_next++;
+    }
+
+private:
+    const Map& m_map;
+    typename Map::const_iterator m_next;
+};
 
 /// Joins names in ascending order.
 void Join(std::vector<std::string> more, std::vector<std::string>& names)
