@@ -31,18 +31,6 @@ std::uint32_t KeyOf(std::uint32_t ifIndex, bool egress)
     return ifIndex | (egress ? static_cast<std::uint32_t>(kEgressBit) : 0);
 }
 
-// Clears the flag also if a sink throws.
-class Draining {
-public:
-    explicit Draining(bool& flag) : m_flag(flag) { m_flag = true; }
-    ~Draining() { m_flag = false; }
-    Draining(const Draining&) = delete;
-    Draining& operator=(const Draining&) = delete;
-
-private:
-    bool& m_flag;
-};
-
 class EbpfSource final : public PacketSource {
 public:
     EbpfSource(boost::asio::io_context& loop, base::Timers& timers, SampleSink& sink,
@@ -110,7 +98,6 @@ public:
 
     void Drain() override
     {
-        if (m_draining) return;
         HandOver();
         m_sink.OnDrained();
     }
@@ -199,11 +186,9 @@ private:
         if (port.settings.egress) Detach(ifIndex, true);
         port.settings.ingress = port.settings.egress = false;
         Drain();
-        const EbpfPorts::Port* still = m_ports.Find(ifIndex);
-        if (still == nullptr) return {};  // the sink has removed it
-        const Counts last = ReadPort(*still);
-        if (still->ingressMade) m_program->Erase(KeyOf(ifIndex, false));
-        if (still->egressMade) m_program->Erase(KeyOf(ifIndex, true));
+        const Counts last = ReadPort(port);
+        if (port.ingressMade) m_program->Erase(KeyOf(ifIndex, false));
+        if (port.egressMade) m_program->Erase(KeyOf(ifIndex, true));
         m_ports.Remove(ifIndex);
         return last;
     }
@@ -223,7 +208,6 @@ private:
     // The waker's look: tells the sink only if there was something.
     bool Look()
     {
-        if (m_draining) return true;
         if (!HandOver()) return false;
         m_sink.OnDrained();
         return true;
@@ -234,7 +218,6 @@ private:
     {
         m_program->Shared().pressing = 0;
         if (!m_ring->Begin()) return false;
-        const Draining until(m_draining);
         ++m_look;
         do {
             std::size_t count = 0;
@@ -276,7 +259,6 @@ private:
     EbpfPorts m_ports;
     std::array<Sample, kBatch> m_batch;
     std::uint64_t m_look = 0;
-    bool m_draining = false;  // a sink that calls us from its callback must not drain again
     std::shared_ptr<void> m_beat;
     std::optional<EbpfWaker> m_waker;
 };
