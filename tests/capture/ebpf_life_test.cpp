@@ -5,11 +5,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
-#include <memory>
-#include <new>
-#include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -165,29 +161,6 @@ TEST_F(EbpfLifeTest, WorksBesideAnotherSource)
     EXPECT_EQ(second->Read(right).pool, 40U);
     second->Remove(right);
     Cross(1);
-}
-
-TEST_F(EbpfLifeTest, GoesOnAfterASinkThatThrew)
-{
-    class Throwing final : public capture::SampleSink {
-    public:
-        void OnSamples(std::span<const capture::Sample> batch) override
-        {
-            if (std::exchange(first, false)) throw std::bad_alloc();
-            taken += batch.size();
-        }
-        void OnDrained() override {}
-        bool first = true;
-        std::size_t taken = 0;
-    } throwing;
-    source = capture::MakeEbpfSource(loop, timers, throwing, {}, EbpfHook::kTcx);
-    source->Add(right, {.rate = 1, .headerSize = 128});
-    Cross(10);
-    EXPECT_THROW(source->Drain(), std::bad_alloc);
-    Cross(5);
-    source->Drain();
-    EXPECT_EQ(throwing.taken, 5U);
-    source.reset();
 }
 
 TEST_F(EbpfLifeTest, ConfiguresAndEndsManyInterfaces)

@@ -27,7 +27,7 @@
 /// Keeps all samples, with their bytes.
 class KeepingSink final : public capture::SampleSink {
 public:
-    void OnSamples(std::span<const capture::Sample> batch) override
+    void OnSamples(std::span<const capture::Sample> batch) noexcept override
     {
         for (const auto& sample : batch) {
             samples.push_back(sample);
@@ -36,7 +36,7 @@ public:
         }
         ++batches;
     }
-    void OnDrained() override { ++drained; }
+    void OnDrained() noexcept override { ++drained; }
 
     [[nodiscard]] std::uint64_t Frames() const
     {

@@ -8,8 +8,6 @@
 
 #include <boost/asio/io_context.hpp>
 #include <functional>
-#include <new>
-#include <utility>
 
 #include "capture/cable.h"
 #include "capture/source_suite.h"
@@ -25,12 +23,12 @@ using support::Network;
 // Does with samples what the test says.
 class Sink final : public SampleSink {
 public:
-    void OnSamples(std::span<const Sample> samples) override
+    void OnSamples(std::span<const Sample> samples) noexcept override
     {
         if (action) action(samples);
         taken += samples.size();
     }
-    void OnDrained() override {}
+    void OnDrained() noexcept override {}
     std::function<void(std::span<const Sample>)> action;
     std::size_t taken = 0;
 };
@@ -105,52 +103,6 @@ TEST_F(RingSource, HandsOverALonePacketEachTimeAfterSilence)
     }
     m_loop.restart();
     EXPECT_EQ(m_loop.run_for(milliseconds(300)), 0U) << "silence costs nothing";
-}
-
-TEST_F(RingSource, GoesOnAfterASinkThatThrew)
-{
-    bool first = true;
-    m_sink.action = [&](std::span<const Sample>) {
-        if (std::exchange(first, false)) throw std::bad_alloc();
-    };
-    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
-    Send(10);
-    EXPECT_THROW(Run(milliseconds(5000)), std::bad_alloc);
-    // What it did not take is gone, and not offered twice.
-    Send(5);
-    EXPECT_TRUE(Takes(5));
-    Run(milliseconds(250));
-    Send(5);
-    EXPECT_TRUE(Takes(10));
-    EXPECT_EQ(m_source->Remove(m_near).pool, 20U);
-}
-
-TEST_F(RingSource, BearsASinkThatRemovesTheInterface)
-{
-    // Many small blocks: there are more when the sink is called first.
-    m_source = MakeRingSource(m_loop, *m_timers, m_sink, {.ownMark = 0, .bufferSize = 64U << 10U});
-    Counts last;
-    for (const bool changed : {false, true}) {
-        SCOPED_TRACE(changed);
-        m_sink.taken = 0;
-        m_sink.action = [&](std::span<const Sample>) { last = m_source->Remove(m_near); };
-        m_source->Add(m_near, {.rate = 1, .headerSize = 64});
-        Send(200);
-        if (changed) m_source->Change(m_near, {.rate = 2, .headerSize = 64});
-        for (int tries = 0; tries < 3000 && m_sink.taken == 0; ++tries) Run(milliseconds(10));
-        // The rest is as if there had been no room for it.
-        EXPECT_EQ(last.pool, 200U);
-        EXPECT_GT(m_sink.taken, 0U);
-        EXPECT_LT(m_sink.taken, 200U);
-        EXPECT_EQ(m_sink.taken + last.drops, 200U);
-        EXPECT_TRUE(m_source->ReadAll().empty());
-        Run(milliseconds(250));
-    }
-    m_sink.action = nullptr;
-    m_sink.taken = 0;
-    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
-    Send(10);
-    EXPECT_TRUE(Takes(10));
 }
 
 TEST_F(RingSource, KeepsOnAsBeforeWhereAChangeCannotBeMade)

@@ -23,6 +23,8 @@ constexpr std::chrono::seconds kPatience{30};
 // Longer than a source may keep a sample.
 constexpr std::chrono::milliseconds kLongest{150};
 
+}  // namespace
+
 std::vector<Kind> Kinds()
 {
     std::vector<Kind> kinds{{"ring", capture::MakeRingSource}};
@@ -37,14 +39,12 @@ std::vector<Kind> Kinds()
     return kinds;
 }
 
-}  // namespace
-
 INSTANTIATE_TEST_SUITE_P(All, SourceSuite, testing::ValuesIn(Kinds()),
                          [](const auto& kind) { return kind.param.name; });
 
 void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
 
-void Record::OnSamples(std::span<const capture::Sample> samples)
+void Record::OnSamples(std::span<const capture::Sample> samples) noexcept
 {
     ++batches;
     for (const capture::Sample& sample : samples) {

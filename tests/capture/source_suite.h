@@ -34,6 +34,8 @@ struct Kind {
         make;
 };
 void PrintTo(const Kind& kind, std::ostream* out);
+/// All of them.
+std::vector<Kind> Kinds();
 
 /// A sample with bytes of its own, and its number in the order of sampling.
 struct SampledFrame {
@@ -44,8 +46,8 @@ struct SampledFrame {
 /// Keeps what was sampled.
 class Record final : public capture::SampleSink {
 public:
-    void OnSamples(std::span<const capture::Sample> samples) override;
-    void OnDrained() override { ++drained; }
+    void OnSamples(std::span<const capture::Sample> samples) noexcept override;
+    void OnDrained() noexcept override { ++drained; }
     /// Frames sampled at the interface.
     [[nodiscard]] std::uint64_t Frames(std::uint32_t ifIndex) const;
     /// The numbers of the frames sampled there, in order.

@@ -15,7 +15,7 @@ FlowSamplePipeline::FlowSamplePipeline(net::Forwarding& forwarding, Exporter& ex
 {
 }
 
-void FlowSamplePipeline::OnSamples(std::span<const capture::Sample> samples)
+void FlowSamplePipeline::OnSamples(std::span<const capture::Sample> samples) noexcept
 {
     const WallTime now = m_clock();
     DataSource* source = nullptr;
@@ -30,7 +30,7 @@ void FlowSamplePipeline::OnSamples(std::span<const capture::Sample> samples)
     }
 }
 
-void FlowSamplePipeline::OnDrained() { m_exporter.Flush(); }
+void FlowSamplePipeline::OnDrained() noexcept { m_exporter.Flush(); }
 
 void FlowSamplePipeline::Restart(wire::Encoding encoding)
 {

@@ -30,8 +30,8 @@ public:
     /// Both must outlive it.
     FlowSamplePipeline(net::Forwarding& forwarding, Exporter& exporter, std::function<WallTime()> clock);
 
-    void OnSamples(std::span<const capture::Sample> samples) override;
-    void OnDrained() override;
+    void OnSamples(std::span<const capture::Sample> samples) noexcept override;
+    void OnDrained() noexcept override;
 
     [[nodiscard]] DataSources& Sources() { return m_sources; }
     /// Null if there is none.
