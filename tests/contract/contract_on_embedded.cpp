@@ -9,7 +9,7 @@
 #include "cdb/schema/schema.h"
 #include "contract/contract_suite.h"
 #include "log/log.h"
-#include "world.h"
+#include "platform/embedded/world.h"
 
 namespace {
 

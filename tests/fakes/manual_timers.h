@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Timers that fire when a test says so.
 
-#ifndef TESTS_EMBEDDED_MANUAL_TIMERS_H
-#define TESTS_EMBEDDED_MANUAL_TIMERS_H
+#ifndef TESTS_FAKES_MANUAL_TIMERS_H
+#define TESTS_FAKES_MANUAL_TIMERS_H
 
 #include <algorithm>
 #include <chrono>

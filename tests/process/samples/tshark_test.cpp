@@ -7,7 +7,7 @@
 
 #include "samples/samples_test.h"
 #include "samples/shapes.h"
-#include "wire/pcap.h"
+#include "support/pcap.h"
 
 namespace samples_tests {
 

@@ -20,7 +20,7 @@ class Peer : public SystemTest {
 protected:
     Peer() { TheWorld().Start(scenario::Usual()); }
 
-    static std::string Script() { return World::Tree() / "tests/system/netconf_peer.py"; }
+    static std::string Script() { return World::Tree() / "tests/process/system/netconf_peer.py"; }
 
     // Why ncclient can't be used here; empty when it can.
     std::string WithoutLibrary()

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // tools/switch on directories of the test's own.
 
-#ifndef TESTS_TOOLS_SWITCH_FIXTURE_H
-#define TESTS_TOOLS_SWITCH_FIXTURE_H
+#ifndef TESTS_PROCESS_TOOLS_SWITCH_FIXTURE_H
+#define TESTS_PROCESS_TOOLS_SWITCH_FIXTURE_H
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

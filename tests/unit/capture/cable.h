@@ -2,8 +2,8 @@
 // The fixture of what is tried at one interface: "near", the end of a virtual cable in a network of the
 // test's own; what is sent into "far" enters there.
 
-#ifndef TESTS_CAPTURE_CABLE_H
-#define TESTS_CAPTURE_CABLE_H
+#ifndef TESTS_UNIT_CAPTURE_CABLE_H
+#define TESTS_UNIT_CAPTURE_CABLE_H
 
 #include <gtest/gtest.h>
 

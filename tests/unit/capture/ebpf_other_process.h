@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Another process with an eBPF source, as a second manager would be. For tests in a network of their own.
 
-#ifndef TESTS_CAPTURE_EBPF_OTHER_PROCESS_H
-#define TESTS_CAPTURE_EBPF_OTHER_PROCESS_H
+#ifndef TESTS_UNIT_CAPTURE_EBPF_OTHER_PROCESS_H
+#define TESTS_UNIT_CAPTURE_EBPF_OTHER_PROCESS_H
 
 #include <csignal>
 #include <cstdint>

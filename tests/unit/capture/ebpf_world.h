@@ -2,8 +2,8 @@
 // What the tests of the eBPF source stand on: a network of the test's own with one virtual cable from
 // "left" to "right", a sink that keeps everything, and time that the test advances.
 
-#ifndef TESTS_CAPTURE_EBPF_WORLD_H
-#define TESTS_CAPTURE_EBPF_WORLD_H
+#ifndef TESTS_UNIT_CAPTURE_EBPF_WORLD_H
+#define TESTS_UNIT_CAPTURE_EBPF_WORLD_H
 
 #include <algorithm>
 #include <cstddef>
@@ -20,7 +20,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "capture/ebpf/source.h"
-#include "embedded/manual_timers.h"
+#include "fakes/manual_timers.h"
 #include "support/network.h"
 #include "support/poll.h"
 

@@ -3,8 +3,8 @@
 // own with virtual cables, numbered frames, and a record of all that was sampled. The tests are in
 // source_suite_*.cpp; which sources there are is in source_suite.cpp.
 
-#ifndef TESTS_CAPTURE_SOURCE_SUITE_H
-#define TESTS_CAPTURE_SOURCE_SUITE_H
+#ifndef TESTS_UNIT_CAPTURE_SOURCE_SUITE_H
+#define TESTS_UNIT_CAPTURE_SOURCE_SUITE_H
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The tree's own schema, and rows for it.
 
-#ifndef TESTS_CDB_READ_SAMPLE_H
-#define TESTS_CDB_READ_SAMPLE_H
+#ifndef TESTS_UNIT_CDB_SAMPLE_H
+#define TESTS_UNIT_CDB_SAMPLE_H
 
 #include <cstdint>
 #include <string>

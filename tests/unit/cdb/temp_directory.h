@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A directory of a test's own, gone with it.
 
-#ifndef TESTS_CDB_READ_TEMP_DIRECTORY_H
-#define TESTS_CDB_READ_TEMP_DIRECTORY_H
+#ifndef TESTS_UNIT_CDB_TEMP_DIRECTORY_H
+#define TESTS_UNIT_CDB_TEMP_DIRECTORY_H
 
 #include <stdlib.h>
 

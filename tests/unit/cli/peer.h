@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The database's side of a NETCONF session, played by a test: answers by script, records requests.
 
-#ifndef TESTS_CLI_PEER_H
-#define TESTS_CLI_PEER_H
+#ifndef TESTS_UNIT_CLI_PEER_H
+#define TESTS_UNIT_CLI_PEER_H
 
 #include <functional>
 #include <memory>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The tree's YANG modules, and data of them, for the shell's tests.
 
-#ifndef TESTS_CLI_YANG_H
-#define TESTS_CLI_YANG_H
+#ifndef TESTS_UNIT_CLI_YANG_H
+#define TESTS_UNIT_CLI_YANG_H
 
 #include <string>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A Channel on one end of a socket pair, its events recorded, and the bare descriptor of the other.
 
-#ifndef TESTS_IPC_CHANNEL_FIXTURE_H
-#define TESTS_IPC_CHANNEL_FIXTURE_H
+#ifndef TESTS_UNIT_IPC_CHANNEL_FIXTURE_H
+#define TESTS_UNIT_IPC_CHANNEL_FIXTURE_H
 
 #include <arpa/inet.h>
 #include <sys/socket.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A log file of its own for each test, and the environment that names it.
 
-#ifndef TESTS_LOG_LOG_FIXTURE_H
-#define TESTS_LOG_LOG_FIXTURE_H
+#ifndef TESTS_UNIT_LOG_LOG_FIXTURE_H
+#define TESTS_UNIT_LOG_LOG_FIXTURE_H
 
 #include <unistd.h>
 

@@ -24,7 +24,7 @@ TEST_F(LogTest, ShortensTheCallersFileAndFunction)
     slog::Open("cdbd");
     const long line = __LINE__ + 1;
     slog::Notice("commit {} by {}", 17, "root");
-    EXPECT_EQ(Lines(), (::Lines{"cdbd 12 tests/log/log_test:TestBody:" + std::to_string(line) +
+    EXPECT_EQ(Lines(), (::Lines{"cdbd 12 tests/unit/log/log_test:TestBody:" + std::to_string(line) +
                                 " commit 17 by root"}));
 }
 

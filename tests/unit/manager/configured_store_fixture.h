@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A store in a directory of its own, with the modules' schema, for what reads the configuration from it.
 
-#ifndef TESTS_MANAGER_CONFIGURED_STORE_FIXTURE_H
-#define TESTS_MANAGER_CONFIGURED_STORE_FIXTURE_H
+#ifndef TESTS_UNIT_MANAGER_CONFIGURED_STORE_FIXTURE_H
+#define TESTS_UNIT_MANAGER_CONFIGURED_STORE_FIXTURE_H
 
 #include <gtest/gtest.h>
 #include <stdlib.h>

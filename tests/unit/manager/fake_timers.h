@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Time that tests advance.
 
-#ifndef TESTS_MANAGER_FAKE_TIMERS_H
-#define TESTS_MANAGER_FAKE_TIMERS_H
+#ifndef TESTS_UNIT_MANAGER_FAKE_TIMERS_H
+#define TESTS_UNIT_MANAGER_FAKE_TIMERS_H
 
 #include <chrono>
 #include <cstddef>

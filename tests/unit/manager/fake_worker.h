@@ -2,8 +2,8 @@
 // A worker without a thread: what is asked for is done when the time of the fake timers is advanced, at the
 // time at which it was asked.
 
-#ifndef TESTS_MANAGER_FAKE_WORKER_H
-#define TESTS_MANAGER_FAKE_WORKER_H
+#ifndef TESTS_UNIT_MANAGER_FAKE_WORKER_H
+#define TESTS_UNIT_MANAGER_FAKE_WORKER_H
 
 #include <chrono>
 #include <functional>

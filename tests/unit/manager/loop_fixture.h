@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A directory and a loop of the test's own, and protobuf peers on that loop.
 
-#ifndef TESTS_MANAGER_LOOP_FIXTURE_H
-#define TESTS_MANAGER_LOOP_FIXTURE_H
+#ifndef TESTS_UNIT_MANAGER_LOOP_FIXTURE_H
+#define TESTS_UNIT_MANAGER_LOOP_FIXTURE_H
 
 #include <gtest/gtest.h>
 #include <stdlib.h>

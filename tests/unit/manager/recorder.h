@@ -2,8 +2,8 @@
 // What the manager's tests share: operations written short, an observer that records changes as text,
 // and the state as text.
 
-#ifndef TESTS_MANAGER_RECORDER_H
-#define TESTS_MANAGER_RECORDER_H
+#ifndef TESTS_UNIT_MANAGER_RECORDER_H
+#define TESTS_UNIT_MANAGER_RECORDER_H
 
 #include <arpa/inet.h>
 

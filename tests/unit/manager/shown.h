@@ -2,8 +2,8 @@
 // A manager at which everything flows, as records, for the tests of what is shown of it: each of them
 // changes what it is about.
 
-#ifndef TESTS_MANAGER_SHOWN_H
-#define TESTS_MANAGER_SHOWN_H
+#ifndef TESTS_UNIT_MANAGER_SHOWN_H
+#define TESTS_UNIT_MANAGER_SHOWN_H
 
 #include <chrono>
 #include <set>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Where packets go to, as tests expect it; and devices of tables that a test fills.
 
-#ifndef TESTS_NET_DESTINATIONS_H
-#define TESTS_NET_DESTINATIONS_H
+#ifndef TESTS_UNIT_NET_DESTINATIONS_H
+#define TESTS_UNIT_NET_DESTINATIONS_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Writes down what a table of links tells.
 
-#ifndef TESTS_NET_LINK_RECORDER_H
-#define TESTS_NET_LINK_RECORDER_H
+#ifndef TESTS_UNIT_NET_LINK_RECORDER_H
+#define TESTS_UNIT_NET_LINK_RECORDER_H
 
 #include <string>
 #include <utility>

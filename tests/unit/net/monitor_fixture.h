@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A monitor on a network and a loop of the test's own.
 
-#ifndef TESTS_NET_MONITOR_FIXTURE_H
-#define TESTS_NET_MONITOR_FIXTURE_H
+#ifndef TESTS_UNIT_NET_MONITOR_FIXTURE_H
+#define TESTS_UNIT_NET_MONITOR_FIXTURE_H
 
 #include <memory>
 #include <optional>

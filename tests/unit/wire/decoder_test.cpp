@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "hex.h"
+#include "support/hex.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 // What the decoder must find after a sample was encoded: worked out from the sample and the room, without
 // the encoder's code. The round-trip tests and the fuzz target of the encoder use it.
 
-#ifndef TESTS_WIRE_EXPECTED_SAMPLE_H
-#define TESTS_WIRE_EXPECTED_SAMPLE_H
+#ifndef TESTS_UNIT_WIRE_EXPECTED_SAMPLE_H
+#define TESTS_UNIT_WIRE_EXPECTED_SAMPLE_H
 
 #include <cstddef>
 #include <optional>

@@ -12,8 +12,8 @@
 #include <variant>
 
 #include "expected_sample.h"
-#include "hex.h"
 #include "sample_source.h"
+#include "support/hex.h"
 #include "wire/encode.h"
 
 namespace {

@@ -2,8 +2,8 @@
 // Samples with every field made up by a source of numbers: random ones in the round-trip tests, the
 // fuzzer's input in the fuzz target.
 
-#ifndef TESTS_WIRE_SAMPLE_SOURCE_H
-#define TESTS_WIRE_SAMPLE_SOURCE_H
+#ifndef TESTS_UNIT_WIRE_SAMPLE_SOURCE_H
+#define TESTS_UNIT_WIRE_SAMPLE_SOURCE_H
 
 #include <array>
 #include <cstddef>

@@ -13,8 +13,8 @@
 #include <system_error>
 #include <vector>
 
-#include "hex.h"
-#include "pcap.h"
+#include "support/hex.h"
+#include "support/pcap.h"
 #include "support/process.h"
 #include "wire/encode.h"
 

@@ -2,8 +2,8 @@
 // What the tables of wire vectors share: the header bytes that samples refer to, and the comparison of
 // what was written with the bytes expected.
 
-#ifndef TESTS_WIRE_VECTORS_H
-#define TESTS_WIRE_VECTORS_H
+#ifndef TESTS_UNIT_WIRE_VECTORS_H
+#define TESTS_UNIT_WIRE_VECTORS_H
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 #include <span>
 #include <string>
 
-#include "hex.h"
+#include "support/hex.h"
 #include "wire/encode.h"
 
 inline constexpr std::byte kUntouched{0xee};

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/access_world.h"
+#include "agent/access/access_world.h"
 
 namespace agent_tests {
 namespace {

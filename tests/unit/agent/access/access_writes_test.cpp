@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent/access_world.h"
+#include "agent/access/access_world.h"
 #include "agent/data/yang_tree.h"
 
 namespace agent_tests {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/edit_drawing.h"
+#include "agent/netconf/edit_drawing.h"
 
 #include <algorithm>
 #include <string_view>

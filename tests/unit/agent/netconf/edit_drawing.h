@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/edit_model.h"
+#include "agent/netconf/edit_model.h"
 #include "agent/random_data.h"
 
 namespace agent_tests {

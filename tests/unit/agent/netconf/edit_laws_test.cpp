@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "agent/agent_world.h"
-#include "agent/edit_drawing.h"
-#include "agent/edit_model.h"
+#include "agent/netconf/edit_drawing.h"
+#include "agent/netconf/edit_model.h"
 
 namespace agent_tests {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/edit_model.h"
+#include "agent/netconf/edit_model.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "agent/edit_model_value.h"
+#include "agent/netconf/edit_model_value.h"
 #include "netconf/xml.h"
 
 namespace agent_tests {

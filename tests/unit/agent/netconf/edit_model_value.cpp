@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The model's schema and values.
 
-#include "agent/edit_model_value.h"
+#include "agent/netconf/edit_model_value.h"
 
 #include <algorithm>
 #include <cctype>

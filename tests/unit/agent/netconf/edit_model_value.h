@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "agent/edit_model.h"
+#include "agent/netconf/edit_model.h"
 
 namespace agent_tests {
 

@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include "capture/ebpf/grace.h"
-#include "embedded/manual_timers.h"
+#include "fakes/manual_timers.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A datastore on a store of its own, and the words to edit it with. For the tests of the datastore.
 
-#ifndef TESTS_DATASTORE_FIXTURE_H
-#define TESTS_DATASTORE_FIXTURE_H
+#ifndef TESTS_UNIT_CDB_DATASTORE_FIXTURE_H
+#define TESTS_UNIT_CDB_DATASTORE_FIXTURE_H
 
 #include <gtest/gtest.h>
 #include <libyang/libyang.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The same answers as the datastore's, found the slow and simple way: by looking at everything.
 
-#ifndef TESTS_DATASTORE_NAIVE_H
-#define TESTS_DATASTORE_NAIVE_H
+#ifndef TESTS_UNIT_CDB_DATASTORE_NAIVE_H
+#define TESTS_UNIT_CDB_DATASTORE_NAIVE_H
 
 #include <map>
 #include <string>

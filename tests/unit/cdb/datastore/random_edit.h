@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Random edits from a seed: every operation, at every level, of a few names, valid or not.
 
-#ifndef TESTS_DATASTORE_RANDOM_EDIT_H
-#define TESTS_DATASTORE_RANDOM_EDIT_H
+#ifndef TESTS_UNIT_CDB_DATASTORE_RANDOM_EDIT_H
+#define TESTS_UNIT_CDB_DATASTORE_RANDOM_EDIT_H
 
 #include <random>
 #include <string>

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // Change sets by hand and at random, and what a walk reports as text.
 
-#ifndef TESTS_CDB_READ_CHANGE_SAMPLE_H
-#define TESTS_CDB_READ_CHANGE_SAMPLE_H
+#ifndef TESTS_UNIT_CDB_MODEL_CHANGE_SAMPLE_H
+#define TESTS_UNIT_CDB_MODEL_CHANGE_SAMPLE_H
 
 #include <random>
 #include <string>
 #include <vector>
 
 #include "cdb/model/change_set.h"
-#include "sample.h"
+#include "cdb/sample.h"
 
 namespace change_sample {
 

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "sample.h"
+#include "cdb/sample.h"
 
 namespace {
 

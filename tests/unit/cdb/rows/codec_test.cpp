@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "cdb/rows/codec.h"
-#include "sample.h"
+#include "cdb/sample.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <gtest/gtest.h>
 
 #include "cdb/rows/row_view.h"
-#include "sample.h"
-#include "temp_directory.h"
+#include "cdb/sample.h"
+#include "cdb/temp_directory.h"
 
 namespace {
 

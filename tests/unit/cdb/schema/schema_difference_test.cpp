@@ -8,7 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "sample.h"
+#include "cdb/sample.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "temp_directory.h"
+#include "cdb/temp_directory.h"
 
 namespace {
 

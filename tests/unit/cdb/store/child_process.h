@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A function run in a process of its own.
 
-#ifndef TESTS_CDB_READ_CHILD_PROCESS_H
-#define TESTS_CDB_READ_CHILD_PROCESS_H
+#ifndef TESTS_UNIT_CDB_STORE_CHILD_PROCESS_H
+#define TESTS_UNIT_CDB_STORE_CHILD_PROCESS_H
 
 #include <sys/types.h>
 

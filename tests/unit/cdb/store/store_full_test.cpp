@@ -14,9 +14,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "cdb/sample.h"
+#include "cdb/temp_directory.h"
 #include "child_process.h"
-#include "sample.h"
-#include "temp_directory.h"
 
 namespace {
 

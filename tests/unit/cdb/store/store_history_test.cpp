@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "cdb/rows/codec.h"
-#include "sample.h"
-#include "temp_directory.h"
+#include "cdb/sample.h"
+#include "cdb/temp_directory.h"
 
 namespace {
 

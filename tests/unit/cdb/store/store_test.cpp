@@ -10,8 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "sample.h"
-#include "temp_directory.h"
+#include "cdb/sample.h"
+#include "cdb/temp_directory.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "exporter/world.h"
+#include "manager/export/world.h"
 #include "support/sflow_decoder.h"
 #include "wire/encode.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "exporter/collector.h"
+#include "manager/export/collector.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

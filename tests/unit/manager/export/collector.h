@@ -3,8 +3,8 @@
 // exporter itself writes into it. It knows the samples of this suite only: a type, a length, a number and a
 // pattern.
 
-#ifndef TESTS_EXPORTER_COLLECTOR_H
-#define TESTS_EXPORTER_COLLECTOR_H
+#ifndef TESTS_UNIT_MANAGER_EXPORT_COLLECTOR_H
+#define TESTS_UNIT_MANAGER_EXPORT_COLLECTOR_H
 
 #include <cstddef>
 #include <cstdint>

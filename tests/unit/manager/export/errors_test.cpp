@@ -12,9 +12,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "exporter/world.h"
 #include "log/log.h"
 #include "log/log_fixture.h"
+#include "manager/export/world.h"
 
 namespace exporter_test {
 namespace {

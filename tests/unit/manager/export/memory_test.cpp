@@ -10,8 +10,8 @@
 
 #include <gtest/gtest.h>
 
-#include "exporter/world.h"
 #include "manager/export/stream_pool.h"
+#include "manager/export/world.h"
 
 namespace exporter_test {
 namespace {

@@ -8,7 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "poller/poller_world.h"
+#include "manager/export/poller_world.h"
 
 namespace {
 

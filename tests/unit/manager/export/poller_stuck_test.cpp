@@ -11,7 +11,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "base/worker.h"
-#include "poller/poller_world.h"
+#include "manager/export/poller_world.h"
 #include "support/barrier.h"
 #include "support/run_until.h"
 

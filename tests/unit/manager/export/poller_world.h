@@ -2,8 +2,8 @@
 // A poller with nothing real around it: time that the tests advance, counters that they set, streams that
 // record what is put into them.
 
-#ifndef TESTS_POLLER_POLLER_WORLD_H
-#define TESTS_POLLER_POLLER_WORLD_H
+#ifndef TESTS_UNIT_MANAGER_EXPORT_POLLER_WORLD_H
+#define TESTS_UNIT_MANAGER_EXPORT_POLLER_WORLD_H
 
 #include <chrono>
 #include <cstddef>

@@ -14,9 +14,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "exporter/world.h"
 #include "manager/export/stream_datagram.h"
 #include "manager/export/stream_socket.h"
+#include "manager/export/world.h"
 #include "support/few_files.h"
 
 namespace exporter_test {

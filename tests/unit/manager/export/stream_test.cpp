@@ -9,7 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "exporter/world.h"
+#include "manager/export/world.h"
 
 namespace exporter_test {
 namespace {

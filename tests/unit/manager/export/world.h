@@ -2,8 +2,8 @@
 // What the tests of the export begin with: a network of their own, an exporter, and time that stands still
 // until a test moves it.
 
-#ifndef TESTS_EXPORTER_WORLD_H
-#define TESTS_EXPORTER_WORLD_H
+#ifndef TESTS_UNIT_MANAGER_EXPORT_WORLD_H
+#define TESTS_UNIT_MANAGER_EXPORT_WORLD_H
 
 #include <chrono>
 #include <memory>
@@ -14,7 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include "exporter/collector.h"
+#include "manager/export/collector.h"
 #include "manager/export/exporter.h"
 #include "support/network.h"
 

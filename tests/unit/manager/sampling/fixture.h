@@ -2,8 +2,8 @@
 // A whole sampling with a source, a kernel and a clock of the test's own, and real collectors on
 // loopback that decode what they get.
 
-#ifndef TESTS_SAMPLING_FIXTURE_H
-#define TESTS_SAMPLING_FIXTURE_H
+#ifndef TESTS_UNIT_MANAGER_SAMPLING_FIXTURE_H
+#define TESTS_UNIT_MANAGER_SAMPLING_FIXTURE_H
 
 #include "manager/sampling/sampling.h"
 

@@ -12,7 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "sampling/fixture.h"
+#include "manager/sampling/fixture.h"
 
 namespace manager {
 namespace {

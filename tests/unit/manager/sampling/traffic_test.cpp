@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "sampling/fixture.h"
+#include "manager/sampling/fixture.h"
 
 namespace manager {
 namespace {

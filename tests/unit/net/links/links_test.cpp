@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "link_recorder.h"
+#include "net/link_recorder.h"
 #include "net/links/links.h"
 
 namespace net {

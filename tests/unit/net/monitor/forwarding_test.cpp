@@ -9,9 +9,9 @@
 
 #include <gtest/gtest.h>
 
-#include "destinations.h"
-#include "monitor_fixture.h"
+#include "net/destinations.h"
 #include "net/monitor/monitor.h"
+#include "net/monitor_fixture.h"
 #include "support/network.h"
 
 namespace net {

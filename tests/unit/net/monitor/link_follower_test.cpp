@@ -13,7 +13,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "base/worker.h"
-#include "link_recorder.h"
+#include "net/link_recorder.h"
 #include "net/routes/route_follower.h"
 #include "support/broken_file.h"
 #include "support/network.h"

@@ -8,9 +8,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "link_recorder.h"
-#include "monitor_fixture.h"
+#include "net/link_recorder.h"
 #include "net/monitor/monitor.h"
+#include "net/monitor_fixture.h"
 #include "support/network.h"
 
 namespace net {

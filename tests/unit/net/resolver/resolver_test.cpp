@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include "destinations.h"
 #include "net/bridges/bridges.h"
+#include "net/destinations.h"
 #include "net/resolver/resolver.h"
 #include "support/network.h"
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Handlers that write down what the framework calls, in one list for all of them.
 
-#ifndef TESTS_EMBEDDED_HANDLERS_H
-#define TESTS_EMBEDDED_HANDLERS_H
+#ifndef TESTS_UNIT_PLATFORM_EMBEDDED_HANDLERS_H
+#define TESTS_UNIT_PLATFORM_EMBEDDED_HANDLERS_H
 
 #include <confd_maapi.h>
 #include <qxconfd/config_handler.h>

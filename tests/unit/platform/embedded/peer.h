@@ -2,8 +2,8 @@
 // A test's own cdbd or sflow-mgr: listens at a path on the loop of the process under test, keeps what
 // it receives, and says what the test tells it to.
 
-#ifndef TESTS_EMBEDDED_PEER_H
-#define TESTS_EMBEDDED_PEER_H
+#ifndef TESTS_UNIT_PLATFORM_EMBEDDED_PEER_H
+#define TESTS_UNIT_PLATFORM_EMBEDDED_PEER_H
 
 #include <functional>
 #include <memory>

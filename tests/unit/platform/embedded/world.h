@@ -3,8 +3,8 @@
 // timers that the test advances, and a scripted cdbd and sflow-mgr on the same loop. Everything
 // happens inside Settle, which runs until nothing more is to do.
 
-#ifndef TESTS_EMBEDDED_WORLD_H
-#define TESTS_EMBEDDED_WORLD_H
+#ifndef TESTS_UNIT_PLATFORM_EMBEDDED_WORLD_H
+#define TESTS_UNIT_PLATFORM_EMBEDDED_WORLD_H
 
 #include <confd_cdb.h>
 #include <qxconfd/app_interface.h>
@@ -21,10 +21,10 @@
 
 #include "cdb/model/change_set.h"
 #include "cdb/store/store.h"
+#include "fakes/manual_timers.h"
 #include "handlers.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/manager.pb.h"
-#include "manual_timers.h"
 #include "peer.h"
 #include "platform/embedded/runtime.h"
 

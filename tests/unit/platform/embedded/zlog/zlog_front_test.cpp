@@ -2,7 +2,7 @@
 #include <zlog.h>
 #include <zlog_front.h>
 
-#include "log_fixture.h"
+#include "log/log_fixture.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Bytes as hexadecimal text and back, for vectors that stand in the tests as data.
 
-#ifndef TESTS_WIRE_HEX_H
-#define TESTS_WIRE_HEX_H
+#ifndef TESTS_SUPPORT_HEX_H
+#define TESTS_SUPPORT_HEX_H
 
 #include <cctype>
 #include <cstddef>

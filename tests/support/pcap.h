@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // A capture file of UDP datagrams to the port of sFlow, for dissectors of other people's.
 
-#ifndef TESTS_WIRE_PCAP_H
-#define TESTS_WIRE_PCAP_H
+#ifndef TESTS_SUPPORT_PCAP_H
+#define TESTS_SUPPORT_PCAP_H
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
 
-#include "hex.h"
+#include "support/hex.h"
 
 /// Writes the file piece by piece; its numbers are big-endian, as its magic number says.
 class Pcap {
