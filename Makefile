@@ -19,9 +19,9 @@ run:
 
 test:
 	@tools/install-deps test
-	cmake --preset dev
-	cmake --build --preset dev
-	ctest --preset dev
+	cmake --preset ci
+	cmake --build --preset ci
+	ctest --preset ci
 
 # The Debian package, in build/package.
 package:
@@ -39,9 +39,9 @@ bench:
 # A random walk over a switch whose processes are killed: make soak [MINUTES=n] [SEED=n]
 soak:
 	@tools/install-deps test
-	cmake --preset dev
-	cmake --build --preset dev --target soak
-	build-dev/bin/soak --minutes $(or $(MINUTES),5) $(if $(SEED),--seed $(SEED))
+	cmake --preset ci
+	cmake --build --preset ci --target soak
+	build-ci/bin/soak --minutes $(or $(MINUTES),5) $(if $(SEED),--seed $(SEED))
 
 clean:
 	rm -rf build build-*
