@@ -33,6 +33,11 @@ Sampling::Sampling(const Parts& parts, std::optional<Direction> added, WallClock
       m_traffic(parts.timers, m_flows.Sources(), clock)
 {
     m_links.AddObserver(*this);
+    m_flows.WhenRefused([this](DataSource& source, const std::string& reason) {
+        if (source.boundTo == nullptr || !source.sampledWith) return;
+        source.changeRefused = true;
+        Refused(*source.boundTo, reason);
+    });
 }
 
 void Sampling::SetSource(capture::PacketSource* source, SourceStatus status)
@@ -364,7 +369,7 @@ InterfaceStatus Sampling::StatusOf(const ConfiguredInterface& interface, const c
         status.adminUp = link->up;
         status.operUp = link->running;
     }
-    status.sampled = source->sampledWith.has_value();
+    status.sampled = source->sampledWith && m_source != nullptr && m_source->Sampled(source->ifIndex);
     status.samplingError = source->error;
     status.packetsSeen = source->before.pool + counts.pool;
     status.quiet = m_traffic.QuietFor(*source);
