@@ -127,6 +127,7 @@ enum : int {
     kSource,
     kMark,
     kRingSize,
+    kExpediteRcu,
     kMetrics,
     kHelp,
     kVersion
@@ -141,6 +142,7 @@ constexpr option kOptions[] = {{"journal", required_argument, nullptr, kJournal}
                                {"source", required_argument, nullptr, kSource},
                                {"mark", required_argument, nullptr, kMark},
                                {"ring-size", required_argument, nullptr, kRingSize},
+                               {"expedite-rcu", no_argument, nullptr, kExpediteRcu},
                                {"metrics", required_argument, nullptr, kMetrics},
                                {"help", no_argument, nullptr, kHelp},
                                {"version", no_argument, nullptr, kVersion},
@@ -176,6 +178,9 @@ bool Take(int option, const char* value, Options& options)
         return true;
     case kRingSize:
         options.ringSize = ToRingSize(value);
+        return true;
+    case kExpediteRcu:
+        options.expediteRcu = true;
         return true;
     case kMetrics:
         options.metrics = ToMetricsAddress(value);
@@ -229,6 +234,8 @@ std::string UsageText()
            "                       packet-socket (auto: the best that can be had)\n"
            "  --direction WHICH    sample ingress, egress or both besides what interfaces ask for\n"
            "  --ring-size BYTES    size of the buffer for sampled packets, 64k to 1024M\n"
+           "  --expedite-rcu       while many interfaces begin or end, make the whole kernel's waits\n"
+           "                       short (/sys/kernel/rcu_expedited): real-time work may notice\n"
            "  --mark NUMBER        mark of the manager's own datagrams, which are never sampled\n"
            "                       (0x73464c77; 0: none)\n"
            "  --metrics ADDRESS:PORT\n"

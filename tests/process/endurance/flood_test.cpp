@@ -150,7 +150,7 @@ class FloodKilled : public EnduranceTest {};
 
 TEST_F(FloodKilled, KilledWhileItAttachesToManyTheNextStartTakesBackWhatItSetForTheMachine)
 {
-    Start(kTcx);
+    Start(kTcx, {.arguments = {"--expedite-rcu"}});
     if (IsSkipped() || HasFatalFailure()) return;
     if (::access(kExpedited, W_OK) != 0) GTEST_SKIP() << kExpedited << " can't be written";
     constexpr unsigned kMany = 200;

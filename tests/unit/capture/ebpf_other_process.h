@@ -42,6 +42,7 @@ public:
               auto& sink = *new KeepingSink;
               auto* source = capture::MakeEbpfSource(loop, timers, sink, {}, hook).release();
               source->Add(ifIndex, {.rate = 1, .headerSize = 128});
+              while (!source->Sampled(ifIndex)) loop.run_one();
           })
     {
     }

@@ -15,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <variant>
@@ -54,6 +55,10 @@ public:
         EXPECT_TRUE(counts.contains(ifIndex));
         Note("change", ifIndex, settings);
         if (!refusal.empty()) throw capture::Unavailable(capture::Unavailable::Cause::kOther, refusal);
+    }
+    [[nodiscard]] bool Sampled(std::uint32_t ifIndex) const override
+    {
+        return counts.contains(ifIndex) && !later.contains(ifIndex);
     }
     capture::Counts Remove(std::uint32_t ifIndex) override
     {
@@ -100,6 +105,7 @@ public:
     int reads = 0;  // of all counts
     int drains = 0;
     std::string refusal;
+    std::set<std::uint32_t> later;  // added, but not attached yet
     std::map<std::uint32_t, capture::Counts> counts;
     std::vector<capture::Sample> waiting;
     std::vector<std::byte> frame{std::vector<std::byte>(100, std::byte{7})};
