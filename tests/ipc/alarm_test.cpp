@@ -106,6 +106,7 @@ TEST_F(AlarmTest, CanBeDroppedByWhatItCalls)
 class OtherTimers final : public base::Timers {
 public:
     explicit OtherTimers(base::Timers& timers) : m_timers(timers) {}
+    [[nodiscard]] Clock::time_point Now() const override { return m_timers.Now(); }
     std::shared_ptr<void> After(milliseconds delay, std::function<void()> action) override
     {
         return m_timers.After(delay, std::move(action));

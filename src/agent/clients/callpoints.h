@@ -14,6 +14,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "agent/clients/clients.h"
+#include "base/timers.h"
 #include "cdb/datastore/datastore.h"
 
 namespace agent {
@@ -27,8 +28,8 @@ public:
         std::chrono::milliseconds total{30'000};    // for all questions of one edit
     };
     /// All references must outlive this.
-    Callpoints(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
-               Limits limits);
+    Callpoints(boost::asio::io_context& loop, base::Timers& timers, const cdb::SchemaTable& schema,
+               const Clients& clients, Limits limits);
 
     /// The inquiry under way.
     class PendingRequest {
@@ -45,6 +46,7 @@ public:
 
 private:
     boost::asio::io_context& m_loop;
+    base::Timers& m_timers;
     const cdb::SchemaTable& m_schema;
     const Clients& m_clients;
     Limits m_limits;

@@ -25,6 +25,7 @@
 #include "agent/netconf/serial_queue.h"
 #include "agent/netconf/workbench.h"
 #include "agent/state/state.h"
+#include "base/timers.h"
 #include "cdb/datastore/datastore.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
@@ -40,6 +41,7 @@ public:
     /// What the operations work on; all of it must outlive them.
     struct Services {
         boost::asio::io_context& loop;
+        base::Timers& timers;
         const cdb::Schema& schema;
         const cdb::Store& store;
         cdb::Datastore& datastore;

@@ -55,7 +55,7 @@ void Operations::HaTransition(const RequestPtr& request)
         }
         request->Ok(warnings);
     };
-    RequestAll(m_services.loop, m_services.clients.Ready(), ask, m_services.actionTimeout, take);
+    RequestAll(m_services.timers, m_services.clients.Ready(), ask, m_services.actionTimeout, take);
 }
 
 void Operations::SflowResync(const RequestPtr& request)
@@ -80,7 +80,7 @@ void Operations::SflowResync(const RequestPtr& request)
         if (!error.empty()) return refuse(request, answer.client->Name() + " refuses: " + error);
         request->Ok();
     };
-    RequestAll(m_services.loop, {manager}, ask, m_services.actionTimeout, take);
+    RequestAll(m_services.timers, {manager}, ask, m_services.actionTimeout, take);
 }
 
 void Operations::MakeBackup(const RequestPtr& request) { m_services.backup.Make(request); }

@@ -8,7 +8,6 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/completion_condition.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 
 #include "agent/netconf/answer_place.h"
@@ -18,7 +17,6 @@ namespace {
 
 using boost::system::error_code;
 using netconf::Framing;
-using Clock = std::chrono::steady_clock;
 
 /// How long a client may take to read the last answer of its session.
 constexpr std::chrono::seconds kLastAnswer{10};
@@ -27,9 +25,10 @@ constexpr std::chrono::seconds kLastAnswer{10};
 
 class Session::Impl {
 public:
-    Impl(Socket connected, Identity identity, netconf::Hello hello, SessionTimes times, Handlers handlers)
+    Impl(Socket connected, base::Timers& timers, Identity identity, netconf::Hello hello, SessionTimes times,
+         Handlers handlers)
         : m_socket(std::move(connected)),
-          m_timer(m_socket.get_executor()),
+          m_timers(timers),
           m_identity(std::move(identity)),
           m_ours(std::move(hello)),
           m_times(times),
@@ -43,7 +42,8 @@ public:
     void Close(const std::shared_ptr<Session>& self, const std::string& reason);
 
     Socket m_socket;
-    boost::asio::steady_timer m_timer;
+    base::Timers& m_timers;
+    std::shared_ptr<void> m_timer;
     Identity m_identity;
     netconf::Hello m_ours;
     SessionTimes m_times;
@@ -65,7 +65,7 @@ private:
     Framing m_framing = Framing::kEndOfMessage;
     bool m_greeted = false;  // the client has said hello
     // The answer being written, and when the client last took some of it.
-    Clock::time_point m_taken;
+    std::chrono::steady_clock::time_point m_taken;
     std::string m_header;
     std::string m_message;
     std::shared_ptr<AnswerPlace> m_place;  // of that answer, in the room for answers
@@ -80,10 +80,8 @@ void Session::Impl::Start(const std::shared_ptr<Session>& self)
 void Session::Impl::Limit(const std::shared_ptr<Session>& self, std::chrono::milliseconds time,
                           std::string reason)
 {
-    m_timer.expires_after(time);
-    m_timer.async_wait([this, self, why = std::move(reason)](const error_code& error) {
-        // A timer that expired just before it was set again is not cancelled any more.
-        if (!error && Clock::now() >= m_timer.expiry()) Close(self, why);
+    m_timer = m_timers.After(time, [this, weak = self->weak_from_this(), why = std::move(reason)] {
+        if (const auto open = weak.lock()) Close(open, why);
     });
 }
 
@@ -98,18 +96,18 @@ void Session::Impl::Write(const std::shared_ptr<Session>& self, std::string mess
     const std::array<boost::asio::const_buffer, 3> parts{boost::asio::buffer(m_header),
                                                          boost::asio::buffer(m_message),
                                                          boost::asio::buffer(trailer.data(), trailer.size())};
-    m_taken = Clock::now();
+    m_taken = m_timers.Now();
     // Before the client's hello, the timer for that hello runs instead.
     if (m_greeted || last) AwaitWriting(self, last);
     const auto more = [this](const error_code& error, std::size_t) {
-        m_taken = Clock::now();
+        m_taken = m_timers.Now();
         return boost::asio::transfer_all()(error, 0);
     };
     boost::asio::async_write(m_socket, parts, more, [this, self, last](const error_code& error, std::size_t) {
         m_message = std::string();
         m_place.reset();
         if (!m_open) return;
-        if (m_greeted) m_timer.cancel();
+        if (m_greeted) m_timer.reset();
         if (error) return Close(self, error.message());
         if (last) return Close(self, "closed");
         Next(self);
@@ -120,11 +118,11 @@ void Session::Impl::Write(const std::shared_ptr<Session>& self, std::string mess
 void Session::Impl::AwaitWriting(const std::shared_ptr<Session>& self, bool last)
 {
     const auto limit = last ? std::chrono::milliseconds(kLastAnswer) : m_times.write;
-    m_timer.expires_at(m_taken + limit);
-    m_timer.async_wait([this, self, last, limit](const error_code& error) {
-        if (error || !m_open) return;
-        if (Clock::now() < m_taken + limit) return AwaitWriting(self, last);
-        Close(self, "the client does not read its answer");
+    m_timer = m_timers.At(m_taken + limit, [this, weak = self->weak_from_this(), last, limit] {
+        const auto open = weak.lock();
+        if (!open) return;
+        if (m_timers.Now() < m_taken + limit) return AwaitWriting(open, last);
+        Close(open, "the client does not read its answer");
     });
 }
 
@@ -145,7 +143,7 @@ void Session::Impl::Receive(const std::shared_ptr<Session>& self)
                                  if (error == boost::asio::error::eof)
                                      return Close(self, "closed by the client");
                                  if (error) return Close(self, error.message());
-                                 if (m_greeted) m_timer.cancel();
+                                 if (m_greeted) m_timer.reset();
                                  m_reader.Append({m_received.data(), bytes});
                                  Next(self);
                              });
@@ -165,7 +163,7 @@ void Session::Impl::TakeHello(const std::shared_ptr<Session>& self, const std::s
     if (hello.sessionId != 0) return Close(self, "the client's hello has a session-id");
     const auto framing = netconf::CommonFraming(m_ours, hello);
     if (!framing) return Close(self, "the client knows no NETCONF version that we know");
-    m_timer.cancel();
+    m_timer.reset();
     m_greeted = true;
     m_framing = *framing;
     m_base11 = hello.Has(netconf::kBase11);
@@ -178,7 +176,7 @@ void Session::Impl::Close(const std::shared_ptr<Session>& self, const std::strin
 {
     if (!m_open) return;
     m_open = false;
-    m_timer.cancel();
+    m_timer.reset();
     error_code ignored;  // nothing depends on the result
     m_socket.close(ignored);
     // Posted, because the caller may be in the middle of something.
@@ -188,9 +186,9 @@ void Session::Impl::Close(const std::shared_ptr<Session>& self, const std::strin
     });
 }
 
-Session::Session(Socket socket, Identity identity, netconf::Hello hello, SessionTimes times,
-                 Handlers handlers)
-    : m_impl(std::make_unique<Impl>(std::move(socket), std::move(identity), std::move(hello), times,
+Session::Session(Socket socket, base::Timers& timers, Identity identity, netconf::Hello hello,
+                 SessionTimes times, Handlers handlers)
+    : m_impl(std::make_unique<Impl>(std::move(socket), timers, std::move(identity), std::move(hello), times,
                                     std::move(handlers)))
 {
 }

@@ -14,6 +14,7 @@
 
 #include <boost/asio/local/stream_protocol.hpp>
 
+#include "base/timers.h"
 #include "netconf/hello.h"
 
 namespace agent {
@@ -53,7 +54,9 @@ public:
     /// The longest hello that is taken from a client, in bytes.
     static constexpr std::size_t kMaxHello = std::size_t{64} << 10;
 
-    Session(Socket socket, Identity identity, netconf::Hello hello, SessionTimes times, Handlers handlers);
+    /// `timers` must outlive the session's connection.
+    Session(Socket socket, base::Timers& timers, Identity identity, netconf::Hello hello, SessionTimes times,
+            Handlers handlers);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;

@@ -24,9 +24,10 @@ constexpr std::size_t kMaxGroupNames = 1024;
 
 }  // namespace
 
-Sessions::Sessions(const cdb::Schema& schema, Operations& operations, Workbench& reads, const Access& access,
-                   const Options& options)
-    : m_index(schema.Context()),
+Sessions::Sessions(base::Timers& timers, const cdb::Schema& schema, Operations& operations, Workbench& reads,
+                   const Access& access, const Options& options)
+    : m_timers(timers),
+      m_index(schema.Context()),
       m_operations(operations),
       m_reads(reads),
       m_access(access),
@@ -81,8 +82,8 @@ void Sessions::TurnAway(Session::Socket socket, const ipc::PeerCredentials& peer
         if (const auto there = self.lock()) --(*there)->m_turnedAway;
     };
     const auto session =
-        std::make_shared<Session>(std::move(socket), Session::Identity{0, user, peer.uid, {}}, m_hello,
-                                  m_options.times, Session::Handlers{nullptr, nullptr, closed});
+        std::make_shared<Session>(std::move(socket), m_timers, Session::Identity{0, user, peer.uid, {}},
+                                  m_hello, m_options.times, Session::Handlers{nullptr, nullptr, closed});
     session->TurnAway(RefusalText({}, MakeError(Layer::kProtocol, cdb::ErrorTag::kResourceDenied, reason)));
 }
 
@@ -105,7 +106,7 @@ void Sessions::Add(Session::Socket socket)
         };
     };
     auto session = std::make_shared<Session>(
-        std::move(socket), std::move(identity), std::move(hello), m_options.times,
+        std::move(socket), m_timers, std::move(identity), std::move(hello), m_options.times,
         Session::Handlers{whileThere(&Sessions::OnMessage), whileThere(&Sessions::OnBroken),
                           whileThere(&Sessions::OnClosed)});
     m_sessions.emplace(m_last, session);

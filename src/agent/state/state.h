@@ -42,8 +42,9 @@ class StateSource {
 public:
     /// `timeout`: how long a provider may take for the next part of its answer; then its state is left out.
     /// All references must outlive this.
-    StateSource(boost::asio::io_context& loop, const cdb::Schema& schema, const cdb::Store& store,
-                const Clients& clients, const Access& access, std::chrono::milliseconds timeout);
+    StateSource(boost::asio::io_context& loop, base::Timers& timers, const cdb::Schema& schema,
+                const cdb::Store& store, const Clients& clients, const Access& access,
+                std::chrono::milliseconds timeout);
 
     using Done = std::function<void(CollectedState state)>;
 
@@ -81,6 +82,7 @@ private:
     void Told(const std::string& path);
 
     boost::asio::io_context& m_loop;
+    base::Timers& m_timers;
     const cdb::Schema& m_schema;
     const cdb::Store& m_store;
     const Clients& m_clients;

@@ -12,10 +12,10 @@
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include "agent/clients/client.h"
 #include "agent/state/provided_state.h"
+#include "base/timers.h"
 
 struct ly_ctx;
 
@@ -43,8 +43,8 @@ public:
     /// A whole answer may take this many times the timeout of one part.
     static constexpr int kWhole = 5;
 
-    StateRound(boost::asio::io_context& loop, const ly_ctx* context, std::chrono::milliseconds timeout,
-               Done done);
+    StateRound(boost::asio::io_context& loop, base::Timers& timers, const ly_ctx* context,
+               std::chrono::milliseconds timeout, Done done);
 
     /// Asks. Calls `done` once, from the loop, never from inside Run. At least one question.
     void Run(std::vector<StateQuestion> questions);
@@ -52,8 +52,8 @@ public:
 private:
     struct Open {
         StateOutcome outcome;
-        boost::asio::steady_timer timer;
-        std::chrono::steady_clock::time_point until;  // for the whole answer
+        std::shared_ptr<void> timer{};                  // for the next part
+        std::chrono::steady_clock::time_point until{};  // for the whole answer
         bool ended = false;
     };
 
@@ -63,6 +63,7 @@ private:
     void End(std::size_t index, std::string problem);
 
     boost::asio::io_context& m_loop;
+    base::Timers& m_timers;
     const ly_ctx* m_context;
     std::chrono::milliseconds m_timeout;
     Done m_done;
