@@ -23,7 +23,7 @@ using agent::Defaults;
 using agent::FilterNode;
 using agent::SubtreeFilter;
 using agent_tests::DataSchema;
-using agent_tests::Draw;
+using agent_tests::Random;
 using agent_tests::Schema;
 
 constexpr std::array kModes{Defaults::kExplicit, Defaults::kTrim, Defaults::kReportAll};
@@ -70,14 +70,14 @@ TEST(ReadProperty, RowsAndTreesGiveWhatTheFilterMeans)
 {
     int selected = 0;
     for (std::uint32_t seed = 1; seed <= 30; ++seed) {
-        Draw draw(seed);
-        const auto configuration = agent_tests::RandomConfiguration(draw);
+        Random random(seed);
+        const auto configuration = agent_tests::RandomConfiguration(random);
         Rows rows(configuration);
         agent::TreeSource tree(configuration.tree.get());
         agent::RowSource rowSource(DataSchema(), rows.View());
         const agent_tests::RandomFilter filters(DataSchema(), configuration.tree.get(), "config");
         for (int i = 0; i < 60; ++i) {
-            const auto filter = i == 0 ? std::nullopt : std::optional(filters.Make(draw));
+            const auto filter = i == 0 ? std::nullopt : std::optional(filters.Make(random));
             for (const Defaults mode : kModes) {
                 const std::string expected = Slowly(configuration.tree.get(), filter, mode);
                 const auto trace = [&] {
@@ -110,10 +110,10 @@ TEST(ReadProperty, StateGivesWhatTheFilterMeans)
     const agent::Tree tree(raw);
     agent::TreeSource source(tree.get());
     const agent_tests::RandomFilter filters(DataSchema(), tree.get(), "state");
-    Draw draw(1);
+    Random random(1);
     int selected = 0;
     for (int i = 0; i < 3000; ++i) {
-        const auto filter = i == 0 ? std::nullopt : std::optional(filters.Make(draw));
+        const auto filter = i == 0 ? std::nullopt : std::optional(filters.Make(random));
         const std::string expected = Slowly(tree.get(), filter, Defaults::kExplicit);
         ASSERT_EQ(WrittenFrom(source, filter), expected)
             << (filter ? agent_tests::ToText(*filter) : "no filter");
@@ -226,8 +226,8 @@ private:
 
 TEST(DataWriter, LooksUpEntriesThatAreNamed)
 {
-    Draw draw(1);
-    const auto configuration = agent_tests::RandomConfiguration(draw);
+    Random random(1);
+    const auto configuration = agent_tests::RandomConfiguration(random);
     agent::TreeSource tree(configuration.tree.get());
     CountingSource source(tree);
     std::vector<FilterNode> named;
@@ -241,8 +241,8 @@ TEST(DataWriter, LooksUpEntriesThatAreNamed)
 
 TEST(DataWriter, DoesNotLookUpManyEntriesBelowEachOfAList)
 {
-    Draw draw(1);
-    const auto configuration = agent_tests::RandomConfiguration(draw);
+    Random random(1);
+    const auto configuration = agent_tests::RandomConfiguration(random);
     agent::TreeSource tree(configuration.tree.get());
     CountingSource source(tree);
     std::vector<FilterNode> named;

@@ -50,10 +50,11 @@ std::string NoSubscriber(const Clients& clients, std::uint64_t commit)
            "; it takes effect when the process that does, such as sflow-app, connects";
 }
 
-class DeliveryRound : public std::enable_shared_from_this<DeliveryRound> {
+class PendingDelivery : public std::enable_shared_from_this<PendingDelivery> {
 public:
-    DeliveryRound(base::Timers& timers, std::chrono::milliseconds timeout, std::vector<Recipient> recipients,
-                  const WrittenChanges& written, std::function<void(const std::vector<std::string>&)> done)
+    PendingDelivery(base::Timers& timers, std::chrono::milliseconds timeout,
+                    std::vector<Recipient> recipients, const WrittenChanges& written,
+                    std::function<void(const std::vector<std::string>&)> done)
         : m_timers(timers),
           m_timeout(timeout),
           m_recipients(std::move(recipients)),
@@ -133,7 +134,7 @@ void Delivery::Deliver(const WrittenChanges& written,
 {
     auto recipients = RecipientsOf(m_schema, m_clients, written.changes);
     if (recipients.empty()) return done({NoSubscriber(m_clients, written.changes.commit)});
-    std::make_shared<DeliveryRound>(m_timers, m_timeout, std::move(recipients), written, std::move(done))
+    std::make_shared<PendingDelivery>(m_timers, m_timeout, std::move(recipients), written, std::move(done))
         ->Next();
 }
 

@@ -7,9 +7,11 @@
 namespace agent {
 namespace {
 
-class RequestRound : public std::enable_shared_from_this<RequestRound> {
+class PendingRequests : public std::enable_shared_from_this<PendingRequests> {
 public:
-    explicit RequestRound(std::function<void(const std::vector<Answer>&)> done) : m_done(std::move(done)) {}
+    explicit PendingRequests(std::function<void(const std::vector<Answer>&)> done) : m_done(std::move(done))
+    {
+    }
 
     void Run(base::Timers& timers, const std::vector<ClientPtr>& clients,
              const std::function<OutgoingRequest(Client&)>& makeRequest, std::chrono::milliseconds timeout)
@@ -63,7 +65,7 @@ void RequestAll(base::Timers& timers, const std::vector<ClientPtr>& clients,
                 std::chrono::milliseconds timeout,
                 std::function<void(const std::vector<Answer>& answers)> done)
 {
-    std::make_shared<RequestRound>(std::move(done))->Run(timers, clients, makeRequest, timeout);
+    std::make_shared<PendingRequests>(std::move(done))->Run(timers, clients, makeRequest, timeout);
 }
 
 }  // namespace agent

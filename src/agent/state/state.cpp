@@ -76,7 +76,7 @@ void StateSource::Collect(StateSelections& selections, const Done& done)
         for (StateOutcome& outcome : outcomes) Add(outcome, *tree, collected);
         done(std::move(collected));
     };
-    std::make_shared<StateRound>(m_loop, m_timers, m_schema.Context(), m_timeout, std::move(finish))
+    std::make_shared<StateQuery>(m_loop, m_timers, m_schema.Context(), m_timeout, std::move(finish))
         ->Run(std::move(questions));
 }
 
@@ -129,7 +129,7 @@ void StateSource::AddSystem(StateSelections& selections, StateTree& tree) const
     const auto wanted = selections.Take(m_system);
     if (!wanted) return;
     SystemState system(m_schema.Context(), m_system, tree);
-    if (wanted->Has("process")) system.AddProcesses(m_clients.Known(), m_role);
+    if (wanted->Has("process")) system.AddProcesses(m_clients.Greeted(), m_role);
     if (wanted->Has("fault")) system.AddFaults(m_store);
     if (wanted->Has("access")) system.AddDenials(m_access.Denied());
 }

@@ -22,7 +22,7 @@
 #include "agent/clients/clients.h"
 #include "agent/clients/provider_node.h"
 #include "agent/data/data_source.h"
-#include "agent/state/state_round.h"
+#include "agent/state/state_query.h"
 #include "agent/state/state_selection.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"

@@ -92,7 +92,7 @@ bool Candidate::HasContent(const lyd_node* container) const
     return false;
 }
 
-std::vector<Place> Candidate::Untouched(NodeId list) const
+std::vector<Place> Candidate::Clean(NodeId list) const
 {
     std::vector<Place> places;
     m_running->ForEach(list, {}, [&](std::span<const std::string_view> keys, const Row&) {
@@ -153,7 +153,7 @@ void Candidate::Patch(const RowChanges& changes)
     // Everything is read before anything changes, since the view reads the tree.
     TreePtr tree = EmptyTree(m_schema);
     LoadTrunk(m_schema, tree.get(), patched);
-    Units units;
+    DirtySet units;
     for (const auto& [key, ignored] : changes) {
         const NodeId list = m_unitOf[key.first];
         if (list == kNoNode) continue;

@@ -28,8 +28,8 @@ const Candidate::Unit* CandidateView::UnitOf(NodeId node, std::span<const std::s
     const std::size_t count = m_schema.Table()[unit].keys.size();
     if (keys.size() < count) return nullptr;
     const auto own = keys.first(count);
-    const auto it = m_candidate.Touched().find({unit, {own.begin(), own.end()}});
-    return it == m_candidate.Touched().end() ? nullptr : &it->second;
+    const auto it = m_candidate.Dirty().find({unit, {own.begin(), own.end()}});
+    return it == m_candidate.Dirty().end() ? nullptr : &it->second;
 }
 
 const Row* CandidateView::Get(NodeId node, std::span<const std::string> keys)
@@ -53,11 +53,11 @@ void CandidateView::ForEach(NodeId list, std::span<const std::string> parentKeys
 
 void CandidateView::ForEachUnit(NodeId list, const EntryVisit& visit)
 {
-    const auto& units = m_candidate.Touched();
+    const auto& units = m_candidate.Dirty();
     auto next = units.lower_bound({list, {}});
     bool goesOn = true;
-    // Shows the touched units before `keys`, or all if it is null.
-    const auto showTouched = [&](const std::vector<std::string>* keys) {
+    // Shows the dirty units before `keys`, or all if it is null.
+    const auto showDirty = [&](const std::vector<std::string>* keys) {
         for (; goesOn && next != units.end() && next->first.node == list; ++next) {
             if (keys != nullptr && !(next->first.keys < *keys)) return;
             if (next->second.node != nullptr)
@@ -67,11 +67,11 @@ void CandidateView::ForEachUnit(NodeId list, const EntryVisit& visit)
     Place place{list, {}};
     m_candidate.Running().ForEach(list, {}, [&](std::span<const std::string_view> keys, const Row& row) {
         place.keys.assign(keys.begin(), keys.end());
-        showTouched(&place.keys);
+        showDirty(&place.keys);
         if (goesOn && !units.contains(place)) goesOn = visit(keys, row);
         return goesOn;
     });
-    showTouched(nullptr);
+    showDirty(nullptr);
 }
 
 void CandidateView::ForEachIn(const lyd_node* unit, NodeId list, std::span<const std::string> parentKeys,
@@ -89,10 +89,10 @@ void CandidateView::ForEachIn(const lyd_node* unit, NodeId list, std::span<const
         if (!visit(Views(keys), RowOf(m_schema, node))) return;
 }
 
-void TouchedView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
+void DirtyView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
 {
     if (m_candidate.ListOf(list) != list) return m_rows->ForEach(list, parentKeys, visit);
-    const auto& units = m_candidate.Touched();
+    const auto& units = m_candidate.Dirty();
     for (auto it = units.lower_bound({list, {}}); it != units.end() && it->first.node == list; ++it) {
         const Row* row = m_rows->Get(list, it->first.keys);
         if (row == nullptr) continue;

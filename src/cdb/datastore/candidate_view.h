@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The candidate's rows: running's, except for the touched units and the trunk. And views that patch or
+// The candidate's rows: running's, except for the dirty units and the trunk. And views that patch or
 // restrict other rows.
 
 #ifndef CDB_DATASTORE_CANDIDATE_VIEW_H
@@ -22,7 +22,7 @@ public:
     void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
 
 private:
-    /// The touched unit that these keys begin with; null if it was not touched.
+    /// The dirty unit that these keys begin with; null if it is clean.
     [[nodiscard]] const Candidate::Unit* UnitOf(NodeId node, std::span<const std::string> keys) const;
     void ForEachUnit(NodeId list, const EntryVisit& visit);
     void ForEachIn(const lyd_node* unit, NodeId list, std::span<const std::string> parentKeys,
@@ -34,10 +34,10 @@ private:
     Row m_row;
 };
 
-/// Restricts other rows to the trunk and the touched units.
-class TouchedView final : public RowView {
+/// Restricts other rows to the trunk and the dirty units.
+class DirtyView final : public RowView {
 public:
-    TouchedView(const Candidate& candidate, std::unique_ptr<RowView> rows)
+    DirtyView(const Candidate& candidate, std::unique_ptr<RowView> rows)
         : m_candidate(candidate), m_rows(std::move(rows))
     {
     }

@@ -20,7 +20,7 @@
 namespace cdb {
 namespace {
 
-/// With more touched units than this, the old tree is kept for TidyUp, since freeing it takes long.
+/// With more dirty units than this, the old tree is kept for TidyUp, since freeing it takes long.
 constexpr std::size_t kLargeChange = 1000;
 
 std::string TextOf(const std::vector<Error>& errors)
@@ -77,7 +77,7 @@ public:
     /// Makes the candidate equal to running.
     void Settle()
     {
-        const bool isLarge = candidate.Touched().size() > kLargeChange;
+        const bool isLarge = candidate.Dirty().size() > kLargeChange;
         TreePtr before = candidate.Reset();
         isVerified = true;
         if (isLarge) garbage.push_back(std::move(before));
@@ -159,10 +159,9 @@ std::unique_ptr<RowView> Datastore::Candidate() const
     return std::make_unique<CandidateView>(m_impl->schema, m_impl->candidate);
 }
 
-std::unique_ptr<RowView> Datastore::Touched(Which which) const
+std::unique_ptr<RowView> Datastore::DirtyRows(Which which) const
 {
-    return std::make_unique<TouchedView>(m_impl->candidate,
-                                         which == Which::kRunning ? Running() : Candidate());
+    return std::make_unique<DirtyView>(m_impl->candidate, which == Which::kRunning ? Running() : Candidate());
 }
 
 std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOperation operation) const

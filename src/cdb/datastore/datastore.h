@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The running and candidate datastores. Running is the store's content; the candidate is running and, in
-// memory, what was touched since. Every operation costs in proportion to what it touches, not to the
-// configuration. Knows no session and no lock. Functions are for one thread at a time, except Running, which
-// any thread may call at any time. Functions that read the store throw FatalError if it can't be read.
+// memory, the units that edits have changed since. Every operation costs in proportion to what it touches,
+// not to the configuration. Knows no session and no lock. Functions are for one thread at a time, except
+// Running, which any thread may call at any time. Functions that read the store throw FatalError if it can't
+// be read.
 
 #ifndef CDB_DATASTORE_DATASTORE_H
 #define CDB_DATASTORE_DATASTORE_H
@@ -68,7 +69,7 @@ public:
     /// The rows, but of outermost lists only the entries in which the candidate may differ from running.
     /// Valid until the candidate's next change.
     enum class Which : std::uint8_t { kRunning, kCandidate };
-    [[nodiscard]] std::unique_ptr<RowView> Touched(Which which) const;
+    [[nodiscard]] std::unique_ptr<RowView> DirtyRows(Which which) const;
 
     /// The entries of lists with a callpoint that the edit would create, in the edit's order. `edit` is the
     /// parsed content of <config> (first sibling), with the nc:operation attributes as metadata (or, on
@@ -89,10 +90,10 @@ public:
     [[nodiscard]] std::vector<Error> EditAndTest(const lyd_node* edit, DefaultOperation operation,
                                                  TestOption test, const std::vector<LeafWrite>& writes);
 
-    /// Whether the candidate differs from running (looks only at what was touched).
+    /// Whether the candidate differs from running (looks only at the dirty set).
     [[nodiscard]] bool Changed() const;
 
-    /// The candidate's errors, checked at what was touched and what refers to it. Empty if it is valid.
+    /// The candidate's errors, checked in the dirty set and what refers to it. Empty if it is valid.
     [[nodiscard]] std::vector<Error> Validate();
 
     /// The change set of a commit now, with the number that it would get.

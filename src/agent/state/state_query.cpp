@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/state/state_round.h"
+#include "agent/state/state_query.h"
 
 #include <algorithm>
 #include <utility>
@@ -8,13 +8,13 @@
 
 namespace agent {
 
-StateRound::StateRound(boost::asio::io_context& loop, base::Timers& timers, const ly_ctx* context,
+StateQuery::StateQuery(boost::asio::io_context& loop, base::Timers& timers, const ly_ctx* context,
                        std::chrono::milliseconds timeout, Done done)
     : m_loop(loop), m_timers(timers), m_context(context), m_timeout(timeout), m_done(std::move(done))
 {
 }
 
-void StateRound::Run(std::vector<StateQuestion> questions)
+void StateQuery::Run(std::vector<StateQuestion> questions)
 {
     m_running = questions.size();
     for (StateQuestion& question : questions) {
@@ -27,7 +27,7 @@ void StateRound::Run(std::vector<StateQuestion> questions)
     for (std::size_t i = 0; i < questions.size(); ++i) Ask(i, std::move(questions[i].request));
 }
 
-void StateRound::Ask(std::size_t index, ipc::cdb::StateRequest&& request)
+void StateQuery::Ask(std::size_t index, ipc::cdb::StateRequest&& request)
 {
     Open& open = *m_open[index];
     const ClientPtr& client = open.outcome.client;
@@ -43,7 +43,7 @@ void StateRound::Ask(std::size_t index, ipc::cdb::StateRequest&& request)
     boost::asio::post(m_loop, [self = shared_from_this(), index] { self->Take(index, nullptr); });
 }
 
-void StateRound::Await(std::size_t index)
+void StateQuery::Await(std::size_t index)
 {
     m_open[index]->timer = m_timers.After(m_timeout, [weak = weak_from_this(), index] {
         const auto self = weak.lock();
@@ -53,7 +53,7 @@ void StateRound::Await(std::size_t index)
     });
 }
 
-void StateRound::Take(std::size_t index, const ipc::cdb::ClientMessage* message)
+void StateQuery::Take(std::size_t index, const ipc::cdb::ClientMessage* message)
 {
     Open& open = *m_open[index];
     if (open.ended) return;
@@ -72,7 +72,7 @@ void StateRound::Take(std::size_t index, const ipc::cdb::ClientMessage* message)
     Await(index);
 }
 
-void StateRound::End(std::size_t index, std::string problem)
+void StateQuery::End(std::size_t index, std::string problem)
 {
     Open& open = *m_open[index];
     open.ended = true;

@@ -2,8 +2,8 @@
 // Asks several providers for state at once, takes their answers part by part, each in a turn of the loop, and
 // gives up providers that stop answering. Used by state.cpp.
 
-#ifndef AGENT_STATE_STATE_ROUND_H
-#define AGENT_STATE_STATE_ROUND_H
+#ifndef AGENT_STATE_STATE_QUERY_H
+#define AGENT_STATE_STATE_QUERY_H
 
 #include <chrono>
 #include <functional>
@@ -36,14 +36,14 @@ struct StateOutcome {
     std::unique_ptr<ProvidedState> state;
 };
 
-class StateRound : public std::enable_shared_from_this<StateRound> {
+class StateQuery : public std::enable_shared_from_this<StateQuery> {
 public:
     using Done = std::function<void(std::vector<StateOutcome>&& outcomes)>;
 
     /// A whole answer may take this many times the timeout of one part.
     static constexpr int kWhole = 5;
 
-    StateRound(boost::asio::io_context& loop, base::Timers& timers, const ly_ctx* context,
+    StateQuery(boost::asio::io_context& loop, base::Timers& timers, const ly_ctx* context,
                std::chrono::milliseconds timeout, Done done);
 
     /// Asks. Calls `done` once, from the loop, never from inside Run. At least one question.
