@@ -15,7 +15,8 @@
 
 #include "agent/clients/clients.h"
 #include "base/timers.h"
-#include "cdb/datastore/datastore.h"
+#include "cdb/datastore/edit_records.h"
+#include "cdb/model/error.h"
 
 namespace agent {
 

@@ -22,6 +22,7 @@
 #include "agent/clients/clients.h"
 #include "agent/clients/provider_node.h"
 #include "agent/data/data_source.h"
+#include "agent/state/role.h"
 #include "agent/state/state_query.h"
 #include "agent/state/state_selection.h"
 #include "cdb/schema/schema.h"
@@ -29,8 +30,6 @@
 #include "netconf/rpc_error.h"
 
 namespace agent {
-
-enum class Role : std::uint8_t { kUnknown, kActive, kStandby };
 
 struct CollectedState {
     std::shared_ptr<DataSource> data;  // never null; may hold more than the filter selects

@@ -3,7 +3,6 @@
 
 #include <libyang/libyang.h>
 
-#include "cdb/datastore/candidate_view.h"
 #include "cdb/datastore/tree_load.h"
 
 namespace cdb {
@@ -145,7 +144,7 @@ lyd_node* Candidate::ParentIn(lyd_node* tree, NodeId list) const
     return at;
 }
 
-void Candidate::Patch(const RowChanges& changes)
+void Candidate::Patch(const RowPatch& changes)
 {
     const Reading reading(*this);
     CandidateView now(m_schema, *this);

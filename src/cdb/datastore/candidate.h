@@ -13,6 +13,7 @@
 #include <span>
 #include <vector>
 
+#include "cdb/datastore/patched_view.h"
 #include "cdb/datastore/tree.h"
 #include "cdb/rows/row_view.h"
 
@@ -86,8 +87,7 @@ public:
     [[nodiscard]] TreePtr Reset();
 
     /// Applies the rows (nullopt deletes one); the rest stays. Throws FatalError.
-    using RowChanges = std::map<std::pair<NodeId, std::vector<std::string>>, std::optional<Row>>;
-    void Patch(const RowChanges& rows);
+    void Patch(const RowPatch& rows);
 
 private:
     /// Loads the unit into the tree that begins with this node.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The candidate's rows: running's, except for the dirty units and the trunk. And views that patch or
-// restrict other rows.
+// The candidate's rows: running's, except for the dirty units and the trunk. And a view that restricts other
+// rows to these.
 
 #ifndef CDB_DATASTORE_CANDIDATE_VIEW_H
 #define CDB_DATASTORE_CANDIDATE_VIEW_H
@@ -51,19 +51,6 @@ public:
 private:
     const Candidate& m_candidate;
     const std::unique_ptr<RowView> m_rows;
-};
-
-/// Rows with changes applied on top. Both must outlive it.
-class PatchedView final : public RowView {
-public:
-    PatchedView(RowView& below, const Candidate::RowChanges& changes) : m_below(below), m_changes(changes) {}
-
-    const Row* Get(NodeId node, std::span<const std::string> keys) override;
-    void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
-
-private:
-    RowView& m_below;
-    const Candidate::RowChanges& m_changes;
 };
 
 }  // namespace cdb

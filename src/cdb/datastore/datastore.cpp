@@ -268,7 +268,7 @@ std::optional<Error> Datastore::Undo(const HistoryEntry& entry)
                      .message = "what undoes commit " + std::to_string(entry.commit) +
                                 " does not fit the YANG modules: " + LastMessage(m_impl->schema.Context())};
     }
-    cdb::Candidate::RowChanges rows;
+    RowPatch rows;
     for (const auto& each : entry.undoRows) {
         auto key = m_impl->store.RowKeyOf(each.key);
         if (!key) continue;  // the schema no longer has the node

@@ -16,10 +16,10 @@
 #include <variant>
 #include <vector>
 
+#include "cdb/datastore/edit_records.h"
 #include "cdb/datastore/tree.h"
 #include "cdb/model/change_set.h"
 #include "cdb/model/error.h"
-#include "cdb/model/path.h"
 #include "cdb/model/row_change.h"
 #include "cdb/rows/row_view.h"
 #include "cdb/schema/schema.h"
@@ -28,25 +28,6 @@
 struct lyd_node;
 
 namespace cdb {
-
-/// The default-operation of an edit (RFC 6241, section 7.2).
-enum class DefaultOperation : std::uint8_t { kMerge, kReplace, kNone };
-
-/// The test-option of an edit (RFC 6241, section 7.2).
-enum class TestOption : std::uint8_t { kSet, kTestThenSet, kTestOnly };
-
-/// An entry that an edit will create in the candidate, and the callpoint to ask about it.
-struct NewEntry {
-    Path path;
-    std::string callpoint;
-    friend bool operator==(const NewEntry&, const NewEntry&) = default;
-};
-
-/// A leaf that a callpoint sets in the transaction of the edit.
-struct LeafWrite {
-    Path path;
-    Value value;
-};
 
 struct CommitInfo {
     std::string user;

@@ -105,11 +105,7 @@ public:
         ly_err_clean(context.get(), nullptr);
         derived = DeriveSchema(context.get());
         fingerprint = FingerprintOf(context.get());
-        for (std::size_t i = 0; i < derived.compiled.size(); ++i) {
-            // libyang leaves this member to its user; 0 means no number, so numbers are stored plus one.
-            auto* node = const_cast<lysc_node*>(derived.compiled[i]);
-            node->priv = reinterpret_cast<void*>(static_cast<std::uintptr_t>(i) + 1);
-        }
+        reach = ExamineConstraints(derived);
     }
 
     ContextOwner context;
@@ -120,9 +116,7 @@ public:
 
 std::unique_ptr<Schema> Schema::Load(const fs::path& directory)
 {
-    auto schema = std::unique_ptr<Schema>(new Schema(std::make_unique<Impl>(directory)));
-    schema->m_impl->reach = ExamineConstraints(*schema);
-    return schema;
+    return std::unique_ptr<Schema>(new Schema(std::make_unique<Impl>(directory)));
 }
 
 Schema::Schema(std::unique_ptr<Impl> impl) : m_impl(std::move(impl)) {}
@@ -133,11 +127,7 @@ ly_ctx* Schema::Context() const { return m_impl->context.get(); }
 
 const SchemaTable& Schema::Table() const { return m_impl->derived.table; }
 
-NodeId Schema::IdOf(const lysc_node* node) const
-{
-    const auto number = node != nullptr ? reinterpret_cast<std::uintptr_t>(node->priv) : 0;
-    return number == 0 ? kNoNode : static_cast<NodeId>(number - 1);
-}
+NodeId Schema::IdOf(const lysc_node* node) const { return cdb::IdOf(node); }
 
 const Reach& Schema::Constraints() const { return m_impl->reach; }
 

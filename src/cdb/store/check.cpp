@@ -14,8 +14,6 @@
 #include <string_view>
 #include <type_traits>
 
-#include "cdb/store/records.h"
-
 namespace cdb {
 namespace {
 
