@@ -11,10 +11,10 @@
 
 #include "agent/agent_world.h"
 #include "agent/data/data_source_rows.h"
-#include "agent/data/data_source_tree.h"
 #include "agent/data/data_writer.h"
 #include "agent/random_data.h"
 #include "agent/slow_writer.h"
+#include "agent/tree_source.h"
 #include "cdb/rows/row_view.h"
 
 namespace {
@@ -73,7 +73,7 @@ TEST(ReadProperty, RowsAndTreesGiveWhatTheFilterMeans)
         Random random(seed);
         const auto configuration = agent_tests::RandomConfiguration(random);
         Rows rows(configuration);
-        agent::TreeSource tree(configuration.tree.get());
+        agent_tests::TreeSource tree(configuration.tree.get());
         agent::RowSource rowSource(DataSchema(), rows.View());
         const agent_tests::RandomFilter filters(DataSchema(), configuration.tree.get(), "config");
         for (int i = 0; i < 60; ++i) {
@@ -108,7 +108,7 @@ TEST(ReadProperty, StateGivesWhatTheFilterMeans)
               LY_SUCCESS)
         << ly_errmsg(Schema().Context());
     const agent::Tree tree(raw);
-    agent::TreeSource source(tree.get());
+    agent_tests::TreeSource source(tree.get());
     const agent_tests::RandomFilter filters(DataSchema(), tree.get(), "state");
     Random random(1);
     int selected = 0;
@@ -228,7 +228,7 @@ TEST(DataWriter, LooksUpEntriesThatAreNamed)
 {
     Random random(1);
     const auto configuration = agent_tests::RandomConfiguration(random);
-    agent::TreeSource tree(configuration.tree.get());
+    agent_tests::TreeSource tree(configuration.tree.get());
     CountingSource source(tree);
     std::vector<FilterNode> named;
     for (int i = 0; i < 30; ++i)
@@ -243,7 +243,7 @@ TEST(DataWriter, DoesNotLookUpManyEntriesBelowEachOfAList)
 {
     Random random(1);
     const auto configuration = agent_tests::RandomConfiguration(random);
-    agent::TreeSource tree(configuration.tree.get());
+    agent_tests::TreeSource tree(configuration.tree.get());
     CountingSource source(tree);
     std::vector<FilterNode> named;
     for (int i = 0; i < 30; ++i)
@@ -299,7 +299,7 @@ protected:
             for (const std::string& key : keys) text += '{' + key + '}';
             return text != denied;
         };
-        agent::TreeSource source(m_tree.get());
+        agent_tests::TreeSource source(m_tree.get());
         std::string text = WrittenFrom(source, filter, Defaults::kExplicit, access);
         if (text.empty()) return text;
         const std::size_t begin = text.find("<sflow>") + 7;

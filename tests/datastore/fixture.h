@@ -35,7 +35,7 @@ private:
 
 /// The parsed content of a <config>. `xml` may use the prefix nc for NETCONF's namespace when it
 /// declares it.
-cdb::TreePtr ParseEdit(const std::string& xml);
+cdb::TreePtr ParseEdit(const std::string& xml, const cdb::Schema& schema = TheSchema());
 
 /// "<config><oam><sflow>" + inner + ... with the namespaces in place.
 std::string Sflow(const std::string& inner);

@@ -31,7 +31,7 @@ void AddOnce(std::vector<Error>& errors, Error error)
     if (std::find(errors.begin(), errors.end(), error) == errors.end()) errors.push_back(std::move(error));
 }
 
-/// libyang stops at a tree's first error, so each unit is then validated by itself.
+/// libyang stops at a tree's first error, so each unit is then validated by itself. At most kMaxErrors.
 std::vector<Error> StructureErrors(const Schema& schema, lyd_node* tree)
 {
     auto first = ValidateTree(schema, tree);
@@ -40,11 +40,12 @@ std::vector<Error> StructureErrors(const Schema& schema, lyd_node* tree)
     Units units;
     ForEachUnit(tree, [&units](const lyd_node* unit) { units.push_back(unit); });
     for (const lyd_node* unit : units) {
-        if (errors.size() >= Validator::kMaxErrors) return errors;
+        if (errors.size() == Validator::kMaxErrors) break;
         if (auto error = ValidateUnit(schema, tree, unit)) AddOnce(errors, std::move(*error));
     }
-    if (std::find(errors.begin(), errors.end(), *first) == errors.end())
-        errors.insert(errors.begin(), std::move(*first));
+    if (std::find(errors.begin(), errors.end(), *first) != errors.end()) return errors;
+    if (errors.size() == Validator::kMaxErrors) errors.pop_back();
+    errors.insert(errors.begin(), std::move(*first));
     return errors;
 }
 
@@ -60,7 +61,7 @@ std::vector<Error> Validator::Check(const Candidate& candidate) const
         return Everything(whole.get(), rows);
     }
     auto errors = StructureErrors(m_schema, candidate.Tree());
-    DanglingReferences dangling(m_schema, kMaxErrors - std::min(errors.size(), kMaxErrors));
+    DanglingReferences dangling(m_schema, kMaxErrors - errors.size());
     dangling.InCandidate(candidate);
     dangling.AppendTo(errors);
     return errors;
@@ -69,7 +70,7 @@ std::vector<Error> Validator::Check(const Candidate& candidate) const
 std::vector<Error> Validator::Everything(lyd_node* tree, RowView& rows) const
 {
     auto errors = StructureErrors(m_schema, tree);
-    DanglingReferences dangling(m_schema, kMaxErrors - std::min(errors.size(), kMaxErrors));
+    DanglingReferences dangling(m_schema, kMaxErrors - errors.size());
     dangling.InRows(rows);
     dangling.AppendTo(errors);
     return errors;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/data/data_source_tree.h"
+#include "agent/tree_source.h"
 
 #include <libyang/libyang.h>
 
@@ -10,7 +10,7 @@
 
 #include "cdb/datastore/tree.h"
 
-namespace agent {
+namespace agent_tests {
 namespace {
 
 int CompareKeys(const lyd_node* a, const lyd_node* b)
@@ -90,4 +90,4 @@ void TreeSource::Entry(Handle at, const lysc_node* list, std::span<const std::st
     if (entry != nullptr) Visit(entry, visit);
 }
 
-}  // namespace agent
+}  // namespace agent_tests

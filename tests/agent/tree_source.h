@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// A libyang tree as data, for tests of the writer. For one thread at a time, like the tree.
+// A libyang tree as data for the writer. For one thread at a time, like the tree.
 
-#ifndef AGENT_DATA_DATA_SOURCE_TREE_H
-#define AGENT_DATA_DATA_SOURCE_TREE_H
+#ifndef AGENT_TREE_SOURCE_H
+#define AGENT_TREE_SOURCE_H
 
 #include "agent/data/data_source.h"
 
 struct lyd_node;
 
-namespace agent {
+namespace agent_tests {
 
-class TreeSource final : public DataSource {
+class TreeSource final : public agent::DataSource {
 public:
     /// `first`: the tree's first top-level sibling, or null; must outlive the source.
     explicit TreeSource(const lyd_node* first) : m_first(first), m_next(first) {}
@@ -34,6 +34,6 @@ private:
     const lyd_node* m_next;
 };
 
-}  // namespace agent
+}  // namespace agent_tests
 
 #endif
