@@ -4,9 +4,7 @@
 #include <utility>
 #include <variant>
 
-#include "agent/access/user.h"
 #include "agent/data/errors.h"
-#include "agent/netconf/capabilities.h"
 #include "agent/netconf/request.h"
 #include "log/log.h"
 
@@ -21,6 +19,27 @@ constexpr std::size_t kMaxTurnedAway = 32;
 
 /// How many names of groups are remembered.
 constexpr std::size_t kMaxGroupNames = 1024;
+
+/// The protocol's capabilities that the agent serves, and the implemented modules. Without session-id.
+netconf::Hello MakeHello(const cdb::Schema& schema)
+{
+    const std::string prefix = "urn:ietf:params:netconf:capability:";
+    netconf::Hello hello;
+    hello.capabilities = {
+        std::string(netconf::kBase10),
+        std::string(netconf::kBase11),
+        prefix + "candidate:1.0",
+        prefix + "validate:1.1",
+        prefix + "rollback-on-error:1.0",
+        prefix + "with-defaults:1.0?basic-mode=explicit&also-supported=report-all,trim",
+    };
+    for (const cdb::Schema::Module& module : schema.Modules()) {
+        std::string capability = module.ns + "?module=" + module.name;
+        if (!module.revision.empty()) capability += "&revision=" + module.revision;
+        hello.capabilities.push_back(std::move(capability));
+    }
+    return hello;
+}
 
 }  // namespace
 
@@ -84,14 +103,14 @@ void Sessions::TurnAway(Session::Socket socket, const ipc::PeerCredentials& peer
     const auto session =
         std::make_shared<Session>(std::move(socket), m_timers, Session::Identity{0, user, peer.uid, {}},
                                   m_hello, m_options.times, Session::Handlers{nullptr, nullptr, closed});
-    session->TurnAway(RefusalText({}, MakeError(Layer::kProtocol, cdb::ErrorTag::kResourceDenied, reason)));
+    session->Finish(RefusalText({}, MakeError(Layer::kProtocol, cdb::ErrorTag::kResourceDenied, reason)));
 }
 
 void Sessions::Add(Session::Socket socket)
 {
     const auto peer = ipc::PeerOf(socket.native_handle());
     if (!peer) return slog::Error("a NETCONF client is turned away: the kernel does not say whose it is");
-    const std::string user = UserName(peer->uid);
+    const std::string user = ipc::UserName(peer->uid);
     if (const std::string refusal = Admit(peer->uid, user); !refusal.empty())
         return TurnAway(std::move(socket), *peer, user, refusal);
     do {

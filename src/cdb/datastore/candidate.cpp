@@ -144,10 +144,9 @@ lyd_node* Candidate::ParentIn(lyd_node* tree, NodeId list) const
     return at;
 }
 
-void Candidate::Patch(const RowPatch& changes)
+void Candidate::Patch(RowView& now, const RowPatch& changes)
 {
     const Reading reading(*this);
-    CandidateView now(m_schema, *this);
     PatchedView patched(now, changes);
     // Everything is read before anything changes, since the view reads the tree.
     TreePtr tree = EmptyTree(m_schema);

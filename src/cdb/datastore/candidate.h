@@ -86,8 +86,8 @@ public:
     /// Throws FatalError.
     [[nodiscard]] TreePtr Reset();
 
-    /// Applies the rows (nullopt deletes one); the rest stays. Throws FatalError.
-    void Patch(const RowPatch& rows);
+    /// Applies the rows; the rest stays. `now`: the candidate's rows. Throws FatalError.
+    void Patch(RowView& now, const RowPatch& rows);
 
 private:
     /// Loads the unit into the tree that begins with this node.

@@ -274,7 +274,8 @@ std::optional<Error> Datastore::Undo(const HistoryEntry& entry)
         if (!key) continue;  // the schema no longer has the node
         rows.emplace(std::pair(key->node, std::move(key->keys)), each.row);
     }
-    m_impl->candidate.Patch(rows);
+    CandidateView now(m_impl->schema, m_impl->candidate);
+    m_impl->candidate.Patch(now, rows);
     return std::nullopt;
 }
 

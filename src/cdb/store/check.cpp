@@ -14,6 +14,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include "cdb/model/error.h"
+
 namespace cdb {
 namespace {
 
