@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A world of its own for each test of the agent: real YANG modules, store, datastores and sockets in a
-// directory that goes with it; the agent's loop in a thread. The agent's time is the test's to advance.
+// directory that is removed with it; the agent's loop in a thread. The agent's time is the test's to advance.
 
 #ifndef AGENT_AGENT_WORLD_H
 #define AGENT_AGENT_WORLD_H
@@ -41,7 +41,7 @@ std::string Sflow(const std::string& content);
 std::string Collector(const std::string& name, const std::string& more = "<ip>192.0.2.1</ip>");
 std::string Interface(const std::string& name, const std::string& more = "");
 
-/// A directory that goes with the object.
+/// A directory that is removed with the object.
 class Directory {
 public:
     Directory();
@@ -127,7 +127,7 @@ private:
 void Do(netconf::Client& client, const std::string& operation);
 /// The request is refused with one error of this tag.
 netconf::RpcError Refused(netconf::Client& client, const std::string& operation, const std::string& tag);
-/// What get-config gives of a datastore.
+/// The data that get-config returns of a datastore.
 std::string Config(netconf::Client& client, const std::string& datastore);
 
 }  // namespace agent_tests

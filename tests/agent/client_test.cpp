@@ -288,7 +288,7 @@ TEST(Clients, ThatAreSlowToSayWhatTheyWantAreEnded)
     support::FrameClient silent(world.CdbSocket());
     Process registering(world, "slow");
     registering.Subscribe(1, 0, "/config/oam/sflow");
-    Process ready(world, "app");  // behind them
+    Process ready(world, "app");  // accepted after them
     ready.RegisterCallpoint();
     ready.Ready();
     world.Advance(agent::AgentOptions{}.clientHelloTimeout);

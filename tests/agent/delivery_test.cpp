@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Delivery of commits: to whom, in which order, and what becomes of those who do not acknowledge.
+// Delivery of commits: to which subscribers, in which order, and what happens to one that does not
+// acknowledge.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -47,7 +48,7 @@ TEST_F(Delivery, IsAnsweredAfterTheLastAcknowledgement)
     const auto changes = subscriber->ReceiveChangeSet();
     EXPECT_EQ(changes.commit(), 1U);
     EXPECT_THAT(changes.points(), ElementsAre(1U));
-    // Readers see it already, and nobody waits but who commits.
+    // Readers see it already; only the committer waits.
     auto reader = m_world.Connect();
     EXPECT_THAT(Config(reader, "running"), HasSubstr("c1"));
     m_world.InLoop([this] { EXPECT_EQ(m_world.Store().LastCommit(), 1U); });
@@ -100,7 +101,7 @@ TEST_F(Delivery, PassesOverWhomItDoesNotTouch)
     SendCommit(Collector("c1"));
     EXPECT_TRUE(m_client.Receive().ok);
     SendCommit("<agent><ipv4>192.0.2.1</ipv4></agent>");
-    EXPECT_EQ(other->ReceiveChangeSet().commit(), 2U);  // and nothing of the first
+    EXPECT_EQ(other->ReceiveChangeSet().commit(), 2U);  // the first commit did not reach it
     other->Acknowledge(2);
     EXPECT_TRUE(m_client.Receive().ok);
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is acknowledged is done, and what is refused has changed nothing: random edits over NETCONF, both
 // datastores read after each, beside what a simple model says of the edit. With EDIT_LAWS_SEED and
-// EDIT_LAWS_STEPS in the environment the long walk goes as far as one likes.
+// EDIT_LAWS_STEPS in the environment the long walk takes so many steps.
 
 #include <gtest/gtest.h>
 
@@ -144,7 +144,7 @@ private:
         ExpectContents(m_candidate, m_running, told);
     }
 
-    /// A byte of the message is another one, or some of it is missing: the model has nothing to say.
+    /// A byte of the message is another one, or some of it is missing: the model can't foresee the answer.
     void EditTampered(Random& random)
     {
         std::string text = Written(random, MakeRandomEdit(random));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The first configuration from a file: both formats, and files that are none.
+// The first configuration from a file: both formats, and files that are refused.
 
 #include "agent/files/configuration_file.h"
 

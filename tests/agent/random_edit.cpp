@@ -12,7 +12,7 @@ using Kind = ModelNode::Kind;
 using Type = ModelNode::Type;
 using Texts = std::vector<std::string>;
 
-constexpr int kRare = 300;  // what has no place, for each element
+constexpr int kRare = 300;  // one in so many elements is out of place
 
 class EditGenerator {
 public:
@@ -35,7 +35,7 @@ private:
         return m_random.OneIn(oneIn) ? m_random.From(kOperations) : "";
     }
 
-    /// Something of which all must be refused.
+    /// Adds something that must be refused.
     void Displace(EditNode& node)
     {
         static const Texts kAttributes{" operation='merge'", " xmlns:f='urn:foreign' f:operation='delete'",
@@ -60,7 +60,7 @@ private:
 
     EditNode Container(const ModelNode& model)
     {
-        // High up an operation takes everything along.
+        // Near the root, an operation concerns nearly everything.
         const bool isHigh = std::string_view(model.name) == "config" ||
                             std::string_view(model.name) == "oam" || std::string_view(model.name) == "sflow";
         EditNode node{&model, Operation(isHigh ? 60 : 10)};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sessions: hello, framing by what was agreed, hostile bytes, and that one client never harms another.
+// Sessions: hello, the framing agreed on, hostile bytes, and that one client never harms another.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -145,7 +145,7 @@ TEST(Session, EndsOneThatSaysNoHelloInTime)
 {
     World world;
     support::FrameClient client(world.NetconfSocket());
-    auto other = world.Connect();  // behind it
+    auto other = world.Connect();  // accepted after it
     world.Advance(std::chrono::seconds(30));
     EXPECT_TRUE(client.AwaitEnd());
     Do(other, netconf::Commit());

@@ -20,7 +20,7 @@ namespace tests {
 /// The modules under yang/, loaded once a process: schemas do not change.
 const cdb::Schema& TheSchema();
 
-/// A directory of this test's own, gone with the object.
+/// A directory of this test's own, removed with the object.
 class TempDirectory {
 public:
     TempDirectory();

@@ -102,7 +102,7 @@ TEST_F(AlarmTest, CanBeDroppedByWhatItCalls)
     EXPECT_EQ(m_rung.size(), 1U);
 }
 
-// What tests advance by hand, and whoever has no alarms of their own.
+// Timers without alarms of their own, like those that tests advance.
 class OtherTimers final : public base::Timers {
 public:
     explicit OtherTimers(base::Timers& timers) : m_timers(timers) {}

@@ -46,7 +46,7 @@ private:
     int m_descriptor = -1;
 };
 
-/// Where a Unix socket is. Throws std::runtime_error where the path is too long for one.
+/// Where a Unix socket is. Throws std::runtime_error if the path is too long for one.
 sockaddr_un UnixAddress(const std::filesystem::path& socket);
 
 /// The 4 bytes before a frame's content.

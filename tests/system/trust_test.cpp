@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who may open what, and what a process is believed that has opened it: as a third user, as an operator, as
-// the processes' own user and as another user of their group.
+// Which user may open which socket, and what a process may do that has opened it: as a third user, as an
+// operator, as the processes' own user and as another user of their group.
 
 #include <fcntl.h>
 
@@ -112,7 +112,7 @@ TEST_F(Trust, OperatorConfiguresAndNeedsNoOtherDoor)
 
 TEST_F(Trust, RootGivesFilesToTheGroups)
 {
-    // As root, who is in neither group.
+    // As root, which is in neither group.
     WorldOptions options = OtherUsers();
     options.through.clear();
     World world(options);
@@ -230,7 +230,7 @@ TEST_F(Trust, ConnectionsOfOneUserAreBounded)
         return answer.refused().reason().find("has 64 connections") != std::string::npos ? 0 : 2;
     });
     EXPECT_EQ(result, 0);
-    // Nobody else is kept out meanwhile, and those of the dead child have gone.
+    // No other user is kept out meanwhile, and those of the dead child have gone.
     EXPECT_EQ(Cdb(kSwitch), 0);
 }
 

@@ -36,7 +36,7 @@ public:
     NotifySocket(const NotifySocket&) = delete;
     NotifySocket& operator=(const NotifySocket&) = delete;
 
-    /// The next message; empty where there is none now.
+    /// The next message; empty if there is none now.
     std::string Take() const
     {
         std::array<char, 256> text{};

@@ -34,7 +34,7 @@ TEST_F(Switch, EndsTheDaemonFirstAndTheDatabaseLast)
 {
     auto up = Ready("up");
     EXPECT_EQ(0, up->Terminate());
-    // Whoever ends first does not hear of the others' ends.
+    // The process that ends first does not log the others' ends.
     EXPECT_THAT(support::ReadFile(RunDir() / "sflow-app.log"), Not(HasSubstr("ended")));
     EXPECT_THAT(support::ReadFile(RunDir() / "sflow-mgr.log"),
                 Not(HasSubstr("connection to the database ended")));
