@@ -4,11 +4,16 @@
 #ifndef AGENT_TREE_SOURCE_H
 #define AGENT_TREE_SOURCE_H
 
+#include <vector>
+
 #include "agent/data/data_source.h"
 
 struct lyd_node;
 
 namespace agent_tests {
+
+/// The entries of the list that `first` begins, in the order of their keys. Empty for null.
+std::vector<const lyd_node*> SortedEntries(const lyd_node* first);
 
 class TreeSource final : public agent::DataSource {
 public:
