@@ -83,6 +83,29 @@ void Operations::SflowResync(const RequestPtr& request)
     RequestAll(m_services.timers, {manager}, ask, m_services.actionTimeout, take);
 }
 
-void Operations::MakeBackup(const RequestPtr& request) { m_services.backup.Make(request); }
+/// Copies the store while it is served, beside the loop. One copy at a time.
+void Operations::MakeBackup(const RequestPtr& request)
+{
+    if (m_backup)
+        return request->Refuse(MakeError(Layer::kApplication, ErrorTag::kInUse,
+                                         "another backup is being made; try again later"));
+    if (!m_backupWorker) m_backupWorker = base::MakeWorker(m_services.loop);
+    const std::string file(ChildText(request->Operation(), "file"));
+    const auto error = std::make_shared<std::optional<cdb::Error>>();
+    m_backup = m_backupWorker->Do([copy = m_services.store.Backup(file), error] { *error = copy(); },
+                                  [this, request, file, error] { BackupMade(request, file, *error); });
+}
+
+void Operations::BackupMade(const RequestPtr& request, const std::string& file,
+                            const std::optional<cdb::Error>& error)
+{
+    m_backup.reset();
+    if (error) {
+        slog::Error("{}", error->message);
+        return request->Refuse(MakeError(Layer::kApplication, error->tag, error->message));
+    }
+    slog::Notice("{} has copied the store to {}", request->Who().user, file);
+    request->Ok();
+}
 
 }  // namespace agent

@@ -86,10 +86,9 @@ public:
                        {m_options.callpointTimeout, m_options.callpointTotal}),
           m_delivery(m_timers, schema.Table(), m_clients, m_options.ackTimeout),
           m_state(loop, m_timers, schema, store, m_clients, access, m_options.stateTimeout),
-          m_backup(loop, store),
           m_room(loop, m_timers, m_options.answers),
           m_operations({loop, m_timers, schema, store, datastore, m_clients, m_callpoints, m_delivery,
-                        m_state, m_backup, m_changes, m_reads, m_options.now,
+                        m_state, m_changes, m_reads, m_options.now,
                         [this](std::uint32_t session, const std::string& reason) {
                             return m_sessions.End(session, reason);
                         },
@@ -147,7 +146,6 @@ private:
     Callpoints m_callpoints;
     Delivery m_delivery;
     StateSource m_state;
-    Backup m_backup;
     AnswerRoom m_room;
     Operations m_operations;
     Sessions m_sessions;  // declared after what its requests use
