@@ -26,6 +26,7 @@ public:
 
     std::shared_ptr<void> After(Milliseconds delay, std::function<void()> action) override
     {
+        if (m_pending.size() >= m_roomBeforeTidying) Tidy();
         auto held = std::make_shared<std::function<void()>>(std::move(action));
         m_pending.emplace(m_elapsed + delay, held);
         if (delay.count() > 0) delays.push_back(delay);
@@ -64,6 +65,14 @@ public:
     std::vector<Milliseconds> delays;
 
 private:
+    /// Drops those that were cancelled: a long test may set and cancel millions.
+    void Tidy()
+    {
+        std::erase_if(m_pending, [](const auto& each) { return each.second.expired(); });
+        m_roomBeforeTidying = 2 * m_pending.size() + 64;
+    }
+
+    std::size_t m_roomBeforeTidying = 64;
     Milliseconds m_elapsed{0};
     std::multimap<Milliseconds, std::weak_ptr<std::function<void()>>> m_pending;
 };
