@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The accounts of samples: what is wrong with a row of samples that should be whole. Each function returns
-// the first fault as text, with what stands around it; empty when there is none. For tests of loss and of
+// the first fault as text, with what stands around it; empty if there is none. For tests of loss and of
 // doubling: samples against their own sequence, against the pool, and against the frames that were sent.
 
 #ifndef ENDURANCE_LEDGER_H

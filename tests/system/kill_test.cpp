@@ -41,7 +41,7 @@ protected:
         }
     }
 
-    // That the road works once more, from end to end.
+    // Checks that a commit reaches the manager again.
     void ExpectAlive()
     {
         AwaitDaemon();

@@ -35,7 +35,7 @@ protected:
     }
 
     // If the page that makes a commit count could not be written, LMDB shows nothing more until the store
-    // is opened anew, and the database ends in good order, for whatever watches over it to start it again.
+    // is opened anew, and the database ends in good order, for the service manager to start it again.
     bool StillReads()
     {
         try {

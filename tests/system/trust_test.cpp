@@ -44,7 +44,7 @@ protected:
     }
 };
 
-/// What one user meets at each door: 0 or an errno.
+/// The result for one user at each socket and file: 0 or an errno.
 struct Doors {
     const char* name;
     Identity who;
@@ -137,7 +137,7 @@ TEST_F(Trust, RootGivesFilesToTheGroups)
     EXPECT_EQ(ConnectAs(kMember, world.CdbSocket().c_str()), 0);
 }
 
-/// 0 when the registration is refused with a text that has all of these parts.
+/// 0 if the registration is refused with a text that has all of these parts.
 int RegistersAndIsRefused(const std::filesystem::path& socket, const std::vector<std::string>& parts)
 {
     FrameClient peer(socket);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the service manager hears of the three processes: that they serve, that their loops turn, and nothing
-// any more of one that hangs.
+// What the service manager hears of the three processes: that they serve, that their loops run, and nothing
+// more from one that hangs.
 
 #include <sys/socket.h>
 #include <sys/un.h>

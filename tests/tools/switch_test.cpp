@@ -81,7 +81,7 @@ TEST_F(Switch, IsNotReadyBecauseAnotherOneIs)
     EXPECT_EQ(1, second->Wait());
     EXPECT_EQ("", Output("second"));
     EXPECT_THAT(Errors("second"), HasSubstr("tools/switch: "));
-    // Whichever of its processes finds its counterpart first.
+    // Which of its processes finds its counterpart first is open.
     const auto children = Children(*first);
     EXPECT_THAT(Errors("second"), AnyOf(HasSubstr(std::to_string(children.at("cdbd"))),
                                         HasSubstr(std::to_string(children.at("sflow-mgr")))));
