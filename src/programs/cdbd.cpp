@@ -17,9 +17,8 @@
 #include <boost/asio/signal_set.hpp>
 
 #include "agent/access/access.h"
-#include "agent/access/user.h"
+#include "agent/files/configuration_file.h"
 #include "agent/files/export_file.h"
-#include "agent/files/initial_file.h"
 #include "agent/process/agent.h"
 #include "agent/process/program_options.h"
 #include "agent/process/store_report.h"
@@ -59,7 +58,7 @@ std::int64_t Now()
 void Import(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
             cdb::Datastore& datastore)
 {
-    if (agent::ImportFile(schema, datastore, options.importFile, agent::UserName(::geteuid()), Now()))
+    if (agent::ImportFile(schema, datastore, options.importFile, ipc::UserName(::geteuid()), Now()))
         slog::Notice("loaded {} as commit {}", options.importFile.string(), store.LastCommit());
     else
         slog::Notice("{} is what commit {} has; nothing was written", options.importFile.string(),
@@ -69,8 +68,8 @@ void Import(const agent::ProgramOptions& options, const cdb::Schema& schema, con
 void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
                 cdb::Datastore& datastore)
 {
-    const auto warnings = agent::LoadInitialFile(schema, store, datastore, options.initFile,
-                                                 agent::UserName(::geteuid()), Now());
+    const auto warnings =
+        agent::LoadInitialFile(schema, store, datastore, options.initFile, ipc::UserName(::geteuid()), Now());
     for (const std::string& warning : warnings) slog::Notice("{}", warning);
     slog::Notice("loaded {} as commit {}", options.initFile.string(), store.LastCommit());
 }

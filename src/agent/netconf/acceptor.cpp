@@ -7,8 +7,6 @@
 #include <string>
 #include <utility>
 
-#include <boost/asio/steady_timer.hpp>
-
 #include "log/log.h"
 
 namespace agent {
@@ -21,18 +19,19 @@ constexpr std::chrono::milliseconds kPause{100};
 }  // namespace
 
 struct Acceptor::State {
-    State(Protocol::acceptor listening, Handler onSocket)
-        : acceptor(std::move(listening)), pause(acceptor.get_executor()), handler(std::move(onSocket))
+    State(Protocol::acceptor listening, base::Timers& allTimers, Handler onSocket)
+        : acceptor(std::move(listening)), timers(allTimers), handler(std::move(onSocket))
     {
     }
     Protocol::acceptor acceptor;
-    boost::asio::steady_timer pause;
+    base::Timers& timers;
+    std::shared_ptr<void> pause;
     Handler handler;
     bool open = true;
 };
 
-Acceptor::Acceptor(Protocol::acceptor acceptor, Handler handler)
-    : m_state(std::make_shared<State>(std::move(acceptor), std::move(handler)))
+Acceptor::Acceptor(Protocol::acceptor acceptor, base::Timers& timers, Handler handler)
+    : m_state(std::make_shared<State>(std::move(acceptor), timers, std::move(handler)))
 {
     Accept(m_state);
 }
@@ -44,7 +43,7 @@ Acceptor::~Acceptor()
     const auto endpoint = m_state->acceptor.local_endpoint(ignored);
     if (!ignored) ::unlink(endpoint.path().c_str());
     m_state->acceptor.close(ignored);
-    m_state->pause.cancel();
+    m_state->pause.reset();
 }
 
 void Acceptor::Accept(const std::shared_ptr<State>& state)
@@ -56,9 +55,8 @@ void Acceptor::Accept(const std::shared_ptr<State>& state)
             return Accept(state);
         }
         slog::Error("a connection can't be taken: {}", error.message());
-        state->pause.expires_after(kPause);
-        state->pause.async_wait([state](const error_code&) {
-            if (state->open) Accept(state);
+        state->pause = state->timers.After(kPause, [weak = std::weak_ptr<State>(state)] {
+            if (const auto still = weak.lock()) Accept(still);
         });
     });
 }

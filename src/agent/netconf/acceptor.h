@@ -10,6 +10,8 @@
 
 #include <boost/asio/local/stream_protocol.hpp>
 
+#include "base/timers.h"
+
 namespace agent {
 
 class Acceptor {
@@ -17,8 +19,9 @@ public:
     using Protocol = boost::asio::local::stream_protocol;
     using Handler = std::function<void(Protocol::socket socket)>;
 
-    /// Takes over a listening socket; the destructor closes it and removes its file.
-    Acceptor(Protocol::acceptor acceptor, Handler handler);
+    /// Takes over a listening socket; the destructor closes it and removes its file. `timers` must outlive
+    /// this.
+    Acceptor(Protocol::acceptor acceptor, base::Timers& timers, Handler handler);
     ~Acceptor();
     Acceptor(const Acceptor&) = delete;
     Acceptor& operator=(const Acceptor&) = delete;

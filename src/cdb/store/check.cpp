@@ -14,7 +14,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "cdb/store/records.h"
+#include "cdb/model/error.h"
 
 namespace cdb {
 namespace {

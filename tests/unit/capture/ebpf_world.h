@@ -20,7 +20,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "capture/ebpf/source.h"
-#include "fakes/manual_timers.h"
+#include "support/manual_timers.h"
 #include "support/network.h"
 #include "support/poll.h"
 
@@ -136,7 +136,7 @@ protected:
     std::uint32_t left = 0;
     std::uint32_t right = 0;
     boost::asio::io_context loop;
-    ManualTimers timers;
+    support::ManualTimers timers;
     KeepingSink sink;
     std::unique_ptr<capture::PacketSource> source;
 };

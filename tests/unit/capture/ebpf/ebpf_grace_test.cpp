@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include "capture/ebpf/grace.h"
-#include "fakes/manual_timers.h"
+#include "support/manual_timers.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ protected:
     static std::string Ours() { return Of(::getpid()); }
 
     std::string m_path = "/tmp/grace.XXXXXX";
-    ManualTimers m_timers;
+    support::ManualTimers m_timers;
 };
 
 TEST_F(GraceTest, StaysOffForAStepOrTwo)

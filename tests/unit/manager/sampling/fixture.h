@@ -25,12 +25,12 @@
 
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
-#include "manager/fake_timers.h"
 #include "manager/fake_worker.h"
 #include "manager/service/service_table.h"
 #include "net/counters/counters.h"
 #include "net/routes/forwarding.h"
 #include "support/datagram_socket.h"
+#include "support/manual_timers.h"
 #include "support/sflow_decoder.h"
 
 namespace manager {
@@ -199,7 +199,7 @@ protected:
     /// With a direction that all interfaces are sampled in besides.
     explicit SamplingTest(std::optional<Direction> added = std::nullopt)
         : reconciler({table, timers, links, forwarding, exporter, poller}, added,
-                     [this] { return WallTime(std::chrono::seconds(1000) + timers.Now()); })
+                     [this] { return WallTime(std::chrono::seconds(1000) + timers.Elapsed()); })
     {
         reconciler.SetSource(&source, {.kind = "fake", .reason = "", .permission = true});
     }
@@ -250,7 +250,7 @@ protected:
         return sequences;
     }
 
-    FakeTimers timers;
+    support::ManualTimers timers;
     net::Links links;
     FakeForwarding forwarding;
     FakeWorker worker{timers};
@@ -261,7 +261,7 @@ protected:
                   reader,
                   links,
                   [this] { exporter.Flush(); },
-                  [this] { return std::chrono::steady_clock::time_point(timers.Now()); },
+                  [this] { return std::chrono::steady_clock::time_point(timers.Elapsed()); },
                   &std::chrono::system_clock::now,
                   [](std::uint32_t) { return 0U; }};
     ServiceTable table;
