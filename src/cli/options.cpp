@@ -4,6 +4,7 @@
 #include <boost/program_options.hpp>
 #include <sstream>
 
+#include "base/directories.h"
 #include "cli/command.h"
 #include "cli/error.h"
 
@@ -11,8 +12,6 @@ namespace cli {
 namespace {
 
 namespace po = boost::program_options;
-
-constexpr const char* kRunDirectory = "/run/sflow-switch";
 
 po::options_description Described()
 {
@@ -56,7 +55,7 @@ std::optional<std::string> Text(const po::variables_map& values, const char* nam
 
 }  // namespace
 
-Options ReadOptions(const std::vector<std::string>& arguments, const Variables& environment)
+Options ReadOptions(const std::vector<std::string>& arguments, const base::Variables& variables)
 {
     const po::variables_map values = Parse(arguments);
     Options options;
@@ -64,8 +63,7 @@ Options ReadOptions(const std::vector<std::string>& arguments, const Variables& 
     options.file = Text(values, "file");
     options.help = values.count("help") > 0;
     options.version = values.count("version") > 0;
-    options.socket = Text(values, "socket")
-                         .value_or(environment("SFLOW_RUN_DIR").value_or(kRunDirectory) + "/netconf.sock");
+    options.socket = Text(values, "socket").value_or(base::RunDirectory(variables) + "/netconf.sock");
     if (options.commands && options.file) throw Error("-c and -f exclude each other; give one of them");
     if (values.count("words") > 0) {
         const auto& words = values["words"].as<std::vector<std::string>>();

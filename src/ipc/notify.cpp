@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "base/notify.h"
+#include "ipc/notify.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -7,30 +7,17 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
+#include <optional>
+#include <string>
 
+#include "base/number.h"
 #include "log/log.h"
 
-namespace base {
+namespace ipc {
 namespace {
-
-std::optional<std::string> OwnVariable(const char* name)
-{
-    const char* value = std::getenv(name);
-    return value == nullptr ? std::nullopt : std::optional<std::string>(value);
-}
-
-std::optional<std::uint64_t> Number(const std::optional<std::string>& text)
-{
-    std::uint64_t number = 0;
-    if (!text) return std::nullopt;
-    const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), number);
-    return error == std::errc{} && end == text->data() + text->size() ? std::optional(number) : std::nullopt;
-}
 
 /// A datagram socket connected to the path, or with @ in front to an abstract name. Logs and returns -1 if
 /// that fails.
@@ -60,16 +47,14 @@ int ConnectTo(const std::string& name)
 
 }  // namespace
 
-ServiceNotifier::ServiceNotifier(Timers& timers, const Environment& environment) : m_timers(timers)
+ServiceNotifier::ServiceNotifier(base::Timers& timers, const base::Variables& variables) : m_timers(timers)
 {
-    const Environment& variable = environment ? environment : Environment(&OwnVariable);
-    const auto name = variable("NOTIFY_SOCKET");
-    if (!name || name->empty()) return;
+    const auto name = variables("NOTIFY_SOCKET");
+    if (!name) return;
     m_socket = ConnectTo(*name);
-    const auto watchdog = Number(variable("WATCHDOG_USEC"));
-    const auto watched = variable("WATCHDOG_PID");
-    if (!watchdog || *watchdog == 0 || (watched && Number(watched) != static_cast<std::uint64_t>(::getpid())))
-        return;
+    const auto watchdog = base::ToNumber<std::uint64_t>(variables("WATCHDOG_USEC").value_or(""));
+    const auto watched = variables("WATCHDOG_PID");
+    if (!watchdog || *watchdog == 0 || (watched && base::ToNumber<pid_t>(*watched) != ::getpid())) return;
     using namespace std::chrono;
     constexpr std::uint64_t kLongest = 86'400'000'000;  // a day, so that no timer overflows
     const microseconds half(static_cast<std::int64_t>(std::min(*watchdog, kLongest) / 2));
@@ -102,4 +87,4 @@ void ServiceNotifier::Tell(std::string_view state) const
         slog::Debug("the service manager can't be told {}: {}", state, std::strerror(errno));
 }
 
-}  // namespace base
+}  // namespace ipc

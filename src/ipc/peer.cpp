@@ -9,8 +9,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
+
+#include "base/number.h"
 
 #ifndef SO_PEERGROUPS
 #define SO_PEERGROUPS 59
@@ -34,14 +35,6 @@ bool LookUp(Entry& entry, std::vector<char>& buffer, Get get)
         if (error != ERANGE) return error == 0 && found != nullptr;
     }
     return false;
-}
-
-std::optional<std::uint32_t> Number(const std::string& text)
-{
-    std::uint32_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || end != text.data() + text.size() || text.empty()) return std::nullopt;
-    return number;
 }
 
 /// The process's supplementary groups from the kernel, or, if it is too old for SO_PEERGROUPS, its user's
@@ -107,7 +100,7 @@ std::optional<std::uint32_t> FindUser(const std::string& name)
     const auto get = [&name](passwd* to, char* room, std::size_t size, passwd** found) {
         return ::getpwnam_r(name.c_str(), to, room, size, found);
     };
-    return LookUp(entry, buffer, get) ? std::optional(entry.pw_uid) : Number(name);
+    return LookUp(entry, buffer, get) ? std::optional(entry.pw_uid) : base::ToNumber<std::uint32_t>(name);
 }
 
 std::optional<std::uint32_t> FindGroup(const std::string& name)
@@ -117,7 +110,7 @@ std::optional<std::uint32_t> FindGroup(const std::string& name)
     const auto get = [&name](group* to, char* room, std::size_t size, group** found) {
         return ::getgrnam_r(name.c_str(), to, room, size, found);
     };
-    return LookUp(entry, buffer, get) ? std::optional(entry.gr_gid) : Number(name);
+    return LookUp(entry, buffer, get) ? std::optional(entry.gr_gid) : base::ToNumber<std::uint32_t>(name);
 }
 
 std::string GiveToGroup(const std::string& path, std::uint32_t group)

@@ -8,8 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -17,6 +15,8 @@
 #include <fmt/format.h>
 #include <spdlog/logger.h>
 
+#include "base/environment.h"
+#include "base/number.h"
 #include "log/log_sink.h"
 
 namespace slog {
@@ -52,12 +52,12 @@ void Warn(Log& log, std::string_view function, std::string_view text)
 
 void OpenFile(Log& log, const std::string& process)
 {
-    const char* path = std::getenv("SFLOW_LOG");
-    if (path == nullptr || *path == '\0' || std::strcmp(path, "-") == 0) return;
-    const int descriptor = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
+    const auto path = base::LogFile();
+    if (!path) return;
+    const int descriptor = ::open(path->c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
     if (descriptor < 0) {
         Warn(log, "Open",
-             fmt::format("SFLOW_LOG: cannot open {}: {}; logging to standard error", path,
+             fmt::format("SFLOW_LOG: cannot open {}: {}; logging to standard error", *path,
                          std::strerror(errno)));
         return;
     }
@@ -68,18 +68,16 @@ void OpenFile(Log& log, const std::string& process)
 void SetLevel(Log& log)
 {
     log.lowest = kDefaultLevel;
-    const char* text = std::getenv("SFLOW_LOG_LEVEL");
-    if (text == nullptr || *text == '\0') return;
-    int level = 0;
-    const char* end = text + std::strlen(text);
-    const auto [stopped, error] = std::from_chars(text, end, level);
-    if (error != std::errc{} || stopped != end || level < 0 || level > kHighestLevel) {
+    const auto text = base::Variable("SFLOW_LOG_LEVEL");
+    if (!text) return;
+    const auto level = base::ToNumber<int>(*text);
+    if (!level || *level < 0 || *level > kHighestLevel) {
         Warn(log, "Open",
-             fmt::format("SFLOW_LOG_LEVEL: \"{}\" is no level from 0 to {}; using {}", text, kHighestLevel,
+             fmt::format("SFLOW_LOG_LEVEL: \"{}\" is no level from 0 to {}; using {}", *text, kHighestLevel,
                          kDefaultLevel));
         return;
     }
-    log.lowest = level;
+    log.lowest = *level;
 }
 
 /// The log, opened under the program's own name if it is not open yet.

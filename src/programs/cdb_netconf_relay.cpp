@@ -7,22 +7,11 @@
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
-#include <string>
 #include <string_view>
 
+#include "base/directories.h"
 #include "netconf/relay.h"
 #include "netconf/socket.h"
-
-namespace {
-
-std::string SocketPath()
-{
-    const char* directory = std::getenv("SFLOW_RUN_DIR");
-    return (directory == nullptr || *directory == '\0' ? std::string("/run/sflow-switch") : directory) +
-           "/netconf.sock";
-}
-
-}  // namespace
 
 int main(int argc, char** argv)
 {
@@ -43,7 +32,7 @@ int main(int argc, char** argv)
     }
     std::signal(SIGPIPE, SIG_IGN);
     try {
-        const int server = netconf::ConnectSocket(SocketPath());
+        const int server = netconf::ConnectSocket(base::RunDirectory() + "/netconf.sock");
         return netconf::Relay(STDIN_FILENO, STDOUT_FILENO, server) ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const netconf::ConnectionError& error) {
         std::cerr << "cdb-netconf-relay: " << error.what() << "\n";

@@ -7,10 +7,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include <boost/asio/io_context.hpp>
@@ -23,11 +21,12 @@
 #include "agent/process/agent.h"
 #include "agent/process/program_options.h"
 #include "agent/process/store_report.h"
-#include "base/notify.h"
+#include "base/directories.h"
 #include "base/timers.h"
 #include "cdb/datastore/datastore.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
+#include "ipc/notify.h"
 #include "ipc/peer.h"
 #include "ipc/trust.h"
 #include "log/log.h"
@@ -40,15 +39,6 @@ const char* malloc_conf = "narenas:2,background_thread:true,dirty_decay_ms:500,m
 }
 
 namespace {
-
-std::optional<std::string> Variable(const char* name)
-{
-    const char* value = std::getenv(name);
-    return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
-}
-
-/// Whether log lines go to a file, so that a failure must also be written to standard error.
-bool LogIsFile() { return Variable("SFLOW_LOG").value_or("-") != "-"; }
 
 std::int64_t Now()
 {
@@ -135,7 +125,7 @@ void Run(const agent::ProgramOptions& options)
     }
     boost::asio::signal_set reloads(loop, SIGHUP);
     const auto timers = base::MakeTimers(loop);
-    base::ServiceNotifier serviceManager(*timers);
+    ipc::ServiceNotifier serviceManager(*timers);
     schema = cdb::Schema::Load(options.yangDirectory);
     if (!options.exportFile.empty())
         return agent::ExportFile(*schema, options.stateDirectory, options.exportFile, std::cout);
@@ -168,9 +158,7 @@ void Run(const agent::ProgramOptions& options)
 int main(int argc, char** argv)
 {
     try {
-        std::error_code ignored;  // without its own path it uses the installed modules
-        const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
-        const auto options = agent::ParseOptions(argc, argv, program, &Variable);
+        const auto options = agent::ParseOptions(argc, argv, base::ProgramPath(), &base::Variable);
         if (options.help || options.version) {
             std::cout << (options.help ? agent::UsageText() : agent::VersionText());
             return EXIT_SUCCESS;
@@ -182,7 +170,7 @@ int main(int argc, char** argv)
         std::cerr << "cdbd: " << error.what() << "; see cdbd --help\n";
     } catch (const std::exception& error) {
         slog::Error("{}", error.what());
-        if (LogIsFile()) std::cerr << "cdbd: " << error.what() << "\n";
+        if (base::LogFile()) std::cerr << "cdbd: " << error.what() << "\n";
     }
     return EXIT_FAILURE;
 }

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "cdb/schema/yang_directory.h"
+#include "base/directories.h"
 #include "ipc/trust.h"
 
 namespace agent {
@@ -153,16 +153,16 @@ void Set(ProgramOptions& options, const std::string& name, const std::string& va
 }  // namespace
 
 ProgramOptions ParseOptions(int argc, const char* const* argv, const fs::path& program,
-                            const std::function<std::optional<std::string>(const char* name)>& environment)
+                            const base::Variables& variables)
 {
     ProgramOptions options;
-    options.runDirectory = environment("SFLOW_RUN_DIR").value_or("/run/sflow-switch");
-    options.stateDirectory = environment("SFLOW_STATE_DIR").value_or("/var/lib/sflow-switch");
+    options.runDirectory = base::RunDirectory(variables);
+    options.stateDirectory = base::StateDirectory(variables);
     options.adminGroup = ipc::kAdminGroup;
     options.switchGroup = ipc::kSwitchGroup;
     std::error_code ignored;  // a file that can't be examined counts as missing
     if (fs::exists(kAccessFile, ignored)) options.accessFile = kAccessFile;
-    options.yangDirectory = cdb::YangDirectory(program, environment("SFLOW_YANG_DIR"));
+    options.yangDirectory = base::YangDirectory(program, variables("SFLOW_YANG_DIR"));
     for (int i = 1; i < argc; ++i) {
         std::string name = argv[i];
         if (name == "--help" || name == "-h") {

@@ -8,11 +8,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "base/environment.h"
 
 namespace agent {
 
@@ -53,10 +53,9 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// `environment`: the value of a variable; nullopt if it is not set. `program`: the path of the running
-/// program. Throws UsageError.
+/// `program`: the path of the running program. Throws UsageError.
 ProgramOptions ParseOptions(int argc, const char* const* argv, const std::filesystem::path& program,
-                            const std::function<std::optional<std::string>(const char* name)>& environment);
+                            const base::Variables& variables);
 
 std::string UsageText();
 std::string VersionText();

@@ -3,7 +3,7 @@
 
 #include "cdb/model/path.h"
 
-#include <charconv>
+#include "base/number.h"
 
 namespace cdb {
 namespace {
@@ -92,9 +92,8 @@ private:
 
     void Index(std::string_view content)
     {
-        std::size_t index = 0;
-        const auto [end, error] = std::from_chars(content.data(), content.data() + content.size(), index);
-        if (error != std::errc{} || end != content.data() + content.size()) {
+        const auto index = base::ToNumber<std::size_t>(content);
+        if (!index) {
             m_error = "has the index [" + std::string(content) + "], which is no number from 0 on";
             return;
         }
