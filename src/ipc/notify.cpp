@@ -19,16 +19,16 @@
 namespace ipc {
 namespace {
 
-/// A datagram socket connected to the path, or with @ in front to an abstract name. Logs and returns -1 if
-/// that fails.
-int ConnectTo(const std::string& name)
+/// A datagram socket connected to the path, or with @ in front to an abstract name. Logs and returns none
+/// if that fails.
+base::UniqueFd ConnectTo(const std::string& name)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (name.size() < 2 || (name[0] != '/' && name[0] != '@') || name.size() >= sizeof address.sun_path) {
         slog::Error(
             "NOTIFY_SOCKET: \"{}\" is no path and no abstract socket; the service manager is not told", name);
-        return -1;
+        return {};
     }
     std::memcpy(address.sun_path, name.data(), name.size());
     const bool abstract = name[0] == '@';
@@ -36,13 +36,12 @@ int ConnectTo(const std::string& name)
     // The address's size ends an abstract name, a NUL ends a path.
     const auto size =
         static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size() + (abstract ? 0 : 1));
-    const int opened = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (opened >= 0 && ::connect(opened, reinterpret_cast<const sockaddr*>(&address), size) == 0)
+    base::UniqueFd opened(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (opened && ::connect(opened.Get(), reinterpret_cast<const sockaddr*>(&address), size) == 0)
         return opened;
     slog::Error("NOTIFY_SOCKET: can't connect to {}: {}; the service manager is not told", name,
                 std::strerror(errno));
-    if (opened >= 0) ::close(opened);
-    return -1;
+    return {};
 }
 
 }  // namespace
@@ -61,16 +60,10 @@ ServiceNotifier::ServiceNotifier(base::Timers& timers, const base::Variables& va
     m_interval = std::max(duration_cast<milliseconds>(half), milliseconds(1));
 }
 
-ServiceNotifier::~ServiceNotifier()
-{
-    Tell("STOPPING=1");
-    if (m_socket >= 0) ::close(m_socket);
-}
-
 void ServiceNotifier::Ready()
 {
     Tell("READY=1");
-    if (m_socket >= 0 && m_interval.count() > 0) Beat();
+    if (m_socket && m_interval.count() > 0) Beat();
 }
 
 void ServiceNotifier::Beat()
@@ -81,9 +74,9 @@ void ServiceNotifier::Beat()
 
 void ServiceNotifier::Tell(std::string_view state) const
 {
-    if (m_socket < 0) return;
+    if (!m_socket) return;
     // A manager whose queue is full misses this beat; the next follows.
-    if (::send(m_socket, state.data(), state.size(), MSG_NOSIGNAL) < 0 && errno != EAGAIN)
+    if (::send(m_socket.Get(), state.data(), state.size(), MSG_NOSIGNAL) < 0 && errno != EAGAIN)
         slog::Debug("the service manager can't be told {}: {}", state, std::strerror(errno));
 }
 

@@ -11,6 +11,7 @@
 
 #include "base/environment.h"
 #include "base/timers.h"
+#include "base/unique_fd.h"
 
 namespace ipc {
 
@@ -21,7 +22,7 @@ public:
     /// NOTIFY_SOCKET is logged. `timers` must outlive this and call from the loop that is watched.
     explicit ServiceNotifier(base::Timers& timers, const base::Variables& variables = &base::Variable);
     /// Reports that the service ends.
-    ~ServiceNotifier();
+    ~ServiceNotifier() { Tell("STOPPING=1"); }
     ServiceNotifier(const ServiceNotifier&) = delete;
     ServiceNotifier& operator=(const ServiceNotifier&) = delete;
 
@@ -33,7 +34,7 @@ private:
     void Beat();
 
     base::Timers& m_timers;
-    int m_socket = -1;
+    base::UniqueFd m_socket;
     std::chrono::milliseconds m_interval{0};  // 0: no watchdog
     std::shared_ptr<void> m_timer;
 };

@@ -17,6 +17,7 @@
 
 #include "base/environment.h"
 #include "base/number.h"
+#include "base/unique_fd.h"
 #include "log/log_sink.h"
 
 namespace slog {
@@ -27,7 +28,7 @@ constexpr int kHighestLevel = 99;
 
 struct Log {
     std::shared_ptr<spdlog::logger> logger;
-    int descriptor = STDERR_FILENO;
+    base::UniqueFd file;  // none: the log is standard error
     int lowest = kDefaultLevel;
 };
 
@@ -54,15 +55,14 @@ void OpenFile(Log& log, const std::string& process)
 {
     const auto path = base::LogFile();
     if (!path) return;
-    const int descriptor = ::open(path->c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
-    if (descriptor < 0) {
+    log.file = base::UniqueFd(::open(path->c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640));
+    if (!log.file) {
         Warn(log, "Open",
              fmt::format("SFLOW_LOG: cannot open {}: {}; logging to standard error", *path,
                          std::strerror(errno)));
         return;
     }
-    log.descriptor = descriptor;
-    log.logger = MakeLogger(process, descriptor);
+    log.logger = MakeLogger(process, log.file.Get());
 }
 
 void SetLevel(Log& log)
@@ -119,8 +119,7 @@ void Open(std::string_view process)
 {
     Log& log = TheLog();
     const std::string name = Escaped(process);
-    if (log.descriptor != STDERR_FILENO) ::close(log.descriptor);
-    log.descriptor = STDERR_FILENO;
+    log.file.Close();
     log.logger = MakeLogger(name, STDERR_FILENO);
     OpenFile(log, name);
     SetLevel(log);

@@ -32,8 +32,8 @@ int main(int argc, char** argv)
     }
     std::signal(SIGPIPE, SIG_IGN);
     try {
-        const int server = netconf::ConnectSocket(base::RunDirectory() + "/netconf.sock");
-        return netconf::Relay(STDIN_FILENO, STDOUT_FILENO, server) ? EXIT_SUCCESS : EXIT_FAILURE;
+        const base::UniqueFd server = netconf::ConnectSocket(base::RunDirectory() + "/netconf.sock");
+        return netconf::Relay(STDIN_FILENO, STDOUT_FILENO, server.Get()) ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const netconf::ConnectionError& error) {
         std::cerr << "cdb-netconf-relay: " << error.what() << "\n";
         return EXIT_FAILURE;

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "base/environment.h"
+#include "base/unique_fd.h"
 #include "platform/embedded/qxmw/category.h"
 
 namespace embedded {
@@ -53,12 +54,11 @@ std::string Configuration(const std::string& process)
 zlog_category_t* MakeCategory(const char* process)
 {
     const std::string text = Configuration(process);
-    const int descriptor = ::memfd_create("zlog.conf", MFD_CLOEXEC);
-    if (descriptor < 0 || ::write(descriptor, text.data(), text.size()) < 0) Fail(std::strerror(errno));
-    const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+    const base::UniqueFd file(::memfd_create("zlog.conf", MFD_CLOEXEC));
+    if (!file || ::write(file.Get(), text.data(), text.size()) < 0) Fail(std::strerror(errno));
+    const std::string path = "/proc/self/fd/" + std::to_string(file.Get());
     ::setenv("TZ", "UTC", 1);
     if (zlog_init(path.c_str()) != 0) Fail("zlog refuses its configuration");
-    ::close(descriptor);
     zlog_category_t* category = zlog_get_category(process);
     if (category == nullptr) Fail("zlog has no category");
     return category;
