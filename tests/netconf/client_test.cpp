@@ -47,7 +47,7 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    [[nodiscard]] int ClientEnd() const { return m_clientEnd; }
+    [[nodiscard]] base::UniqueFd ClientEnd() const { return base::UniqueFd(m_clientEnd); }
     void CloseEnd()
     {
         if (m_end >= 0) ::close(std::exchange(m_end, -1));
