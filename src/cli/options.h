@@ -26,9 +26,6 @@ Options ReadOptions(const std::vector<std::string>& arguments, const base::Varia
 /// What --help prints: usage, options, the commands.
 std::string HelpText();
 
-/// What --version prints.
-std::string VersionText();
-
 }  // namespace cli
 
 #endif

@@ -22,6 +22,7 @@
 #include "agent/process/program_options.h"
 #include "agent/process/store_report.h"
 #include "base/directories.h"
+#include "base/options/options.h"
 #include "base/timers.h"
 #include "cdb/datastore/datastore.h"
 #include "cdb/schema/schema.h"
@@ -160,13 +161,13 @@ int main(int argc, char** argv)
     try {
         const auto options = agent::ParseOptions(argc, argv, base::ProgramPath(), &base::Variable);
         if (options.help || options.version) {
-            std::cout << (options.help ? agent::UsageText() : agent::VersionText());
+            std::cout << (options.help ? agent::UsageText() : base::VersionText("cdbd"));
             return EXIT_SUCCESS;
         }
         slog::Open("cdbd");
         Run(options);
         return EXIT_SUCCESS;
-    } catch (const agent::UsageError& error) {
+    } catch (const base::UsageError& error) {
         std::cerr << "cdbd: " << error.what() << "; see cdbd --help\n";
     } catch (const std::exception& error) {
         slog::Error("{}", error.what());

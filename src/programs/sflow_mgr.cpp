@@ -13,6 +13,7 @@
 #include <boost/asio/signal_set.hpp>
 
 #include "base/directories.h"
+#include "base/options/options.h"
 #include "base/timers.h"
 #include "ipc/notify.h"
 #include "log/log.h"
@@ -52,10 +53,10 @@ int main(int argc, char** argv)
     try {
         const manager::Options options = manager::ParseOptions(argc, argv);
         if (options.help) std::cout << manager::UsageText();
-        if (options.version) std::cout << manager::VersionText();
+        if (options.version) std::cout << base::VersionText("sflow-mgr");
         if (!options.help && !options.version) Run(options);
         return EXIT_SUCCESS;
-    } catch (const manager::UsageError& error) {
+    } catch (const base::UsageError& error) {
         std::cerr << "sflow-mgr: " << error.what() << "\n\n" << manager::UsageText();
     } catch (const std::exception& error) {
         slog::Error("{}", error.what());

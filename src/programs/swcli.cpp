@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/directories.h"
+#include "base/options/options.h"
 #include "cdb/schema/schema.h"
 #include "cli/command.h"
 #include "cli/options.h"
@@ -67,7 +68,7 @@ int main(int argc, char** argv)
         if (options.help)
             std::cout << cli::HelpText();
         else if (options.version)
-            std::cout << cli::VersionText();
+            std::cout << base::VersionText("swcli");
         else
             done = Run(options);
     } catch (const std::exception& error) {

@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -47,18 +46,11 @@ struct ProgramOptions {
     bool version = false;
 };
 
-/// A command line that makes no sense; the text names the option.
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-/// `program`: the path of the running program. Throws UsageError.
+/// `program`: the path of the running program. Throws base::UsageError.
 ProgramOptions ParseOptions(int argc, const char* const* argv, const std::filesystem::path& program,
                             const base::Variables& variables);
 
 std::string UsageText();
-std::string VersionText();
 
 }  // namespace agent
 
