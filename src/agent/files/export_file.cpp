@@ -29,9 +29,9 @@ std::string Print(const lyd_node* tree, LYD_FORMAT format, std::uint32_t options
     char* text = nullptr;
     const LY_ERR result =
         lyd_print_mem(&text, tree, format, LYD_PRINT_WITHSIBLINGS | LYD_PRINT_WD_EXPLICIT | options);
-    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
+    std::string printed = cdb::TakeText(text);
     if (result != LY_SUCCESS) throw cdb::FatalError("the configuration can't be printed");
-    return text != nullptr ? text : "";
+    return printed;
 }
 
 /// A text that can be imported again, also for an empty configuration.

@@ -62,7 +62,8 @@ try {
         if (each.position_key >= 0)
             words->push_back(word);
         else
-            m_take.at(m_described.find(each.string_key, false).long_name())(each.value.empty() ? "" : each.value.front());
+            m_take.at(m_described.find(each.string_key, false).long_name())(
+                each.value.empty() ? "" : each.value.front());
     }
 } catch (const po::invalid_command_line_syntax& error) {
     throw Problem(error, arguments);
@@ -89,9 +90,11 @@ std::uint64_t ToSize(const std::string& text, std::uint64_t least, std::uint64_t
                      const std::string& problem)
 {
     constexpr std::string_view kUnits = "kMG";
-    const std::size_t unit = text.empty() ? std::string_view::npos : kUnits.find(text.back() == 'K' ? 'k' : text.back());
+    const std::size_t unit =
+        text.empty() ? std::string_view::npos : kUnits.find(text.back() == 'K' ? 'k' : text.back());
     const unsigned shift = unit == std::string_view::npos ? 0 : 10 * (static_cast<unsigned>(unit) + 1);
-    const auto number = ToNumber<std::uint64_t>(std::string_view(text).substr(0, text.size() - (shift == 0 ? 0 : 1)));
+    const auto number =
+        ToNumber<std::uint64_t>(std::string_view(text).substr(0, text.size() - (shift == 0 ? 0 : 1)));
     if (!number || *number > most >> shift || *number << shift < least) throw UsageError(problem);
     return *number << shift;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The command lines of the programs, on Boost.Program_options: one spelling of options, of the help text and of
-// what is wrong.
+// The command lines of the programs, on Boost.Program_options: one spelling of options, of the help text and
+// of what is wrong.
 
 #ifndef BASE_OPTIONS_OPTIONS_H
 #define BASE_OPTIONS_OPTIONS_H

@@ -14,6 +14,7 @@
 
 #include "base/number.h"
 #include "cdb/model/error.h"
+#include "cdb/schema/libyang_owner.h"
 
 namespace cdb {
 namespace {
@@ -28,9 +29,7 @@ std::span<Item> Array(Item* sized)
 
 [[noreturn]] void Refuse(const lysc_node* node, const std::string& why)
 {
-    char* path = lysc_path(node, LYSC_PATH_LOG, nullptr, 0);
-    const std::string where = path != nullptr ? path : node->name;
-    free(path);
+    const std::string where = TakeText(lysc_path(node, LYSC_PATH_LOG, nullptr, 0));
     throw FatalError("YANG module " + std::string(node->module->name) + ": node " + where + ' ' + why);
 }
 
