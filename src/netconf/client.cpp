@@ -58,8 +58,8 @@ void Client::Send(std::string_view operation)
 Reply Client::Receive()
 {
     auto reply = ParseReply(ReceiveMessage());
-    if (const auto* problem = std::get_if<std::string>(&reply)) Fail(*problem);
-    return std::get<Reply>(std::move(reply));
+    if (!reply) Fail(reply.error());
+    return *std::move(reply);
 }
 
 void Client::SendRaw(std::string_view bytes) { Write(bytes, Clock::now() + m_callTimeout); }
@@ -75,14 +75,13 @@ void Client::SayHello(const ClientOptions& options)
     Write(ToXml(ours).append(FrameTrailer(Framing::kEndOfMessage)), deadline);
     const std::string first = Read(deadline);
     auto theirs = ParseHello(first);
-    if (const auto* problem = std::get_if<std::string>(&theirs)) {
+    if (!theirs) {
         // A server that gives no session may say why instead of a hello.
         const auto refusal = ParseReply(first);
-        const auto* reply = std::get_if<Reply>(&refusal);
-        Fail(reply != nullptr && !reply->errors.empty() ? "no session: " + reply->errors[0].message
-                                                        : *problem);
+        Fail(refusal && !refusal->errors.empty() ? "no session: " + refusal->errors[0].message
+                                                 : theirs.error());
     }
-    m_server = std::get<Hello>(std::move(theirs));
+    m_server = *std::move(theirs);
     if (m_server.sessionId == 0) Fail("the server's <hello> has no <session-id>");
     const auto framing = CommonFraming(ours, m_server);
     if (!framing) Fail("the server speaks no version of NETCONF that this client knows");

@@ -5,14 +5,14 @@
 #define NETCONF_CLIENT_REPLY_H
 
 #include <string>
-#include <variant>
 
+#include "base/expected.h"
 #include "netconf/client.h"
 
 namespace netconf {
 
 /// The reply, or what is wrong with the message.
-std::variant<Reply, std::string> ParseReply(std::string xml);
+base::expected<Reply, std::string> ParseReply(std::string xml);
 
 }  // namespace netconf
 

@@ -47,13 +47,14 @@ public:
         return true;
     }
 
-    std::variant<Hello, std::string> Result()
+    base::expected<Hello, std::string> Result()
     {
-        if (!m_isHello) return "the first message is no <hello> of the NETCONF base namespace";
+        if (!m_isHello)
+            return base::unexpected("the first message is no <hello> of the NETCONF base namespace");
         if (m_session) {
             m_hello.sessionId = base::ToNumber<std::uint32_t>(*m_session).value_or(0);
             if (m_hello.sessionId == 0)
-                return "the <session-id> of the <hello> is no number from 1 to 4294967295";
+                return base::unexpected("the <session-id> of the <hello> is no number from 1 to 4294967295");
         }
         return std::move(m_hello);
     }
@@ -90,10 +91,11 @@ std::string ToXml(const Hello& hello)
     return out.append("</hello>");
 }
 
-std::variant<Hello, std::string> ParseHello(std::string_view xml)
+base::expected<Hello, std::string> ParseHello(std::string_view xml)
 {
     HelloVisitor visitor;
-    if (auto problem = ReadXml(xml, visitor)) return "the <hello> can't be read: " + *problem;
+    if (auto problem = ReadXml(xml, visitor))
+        return base::unexpected("the <hello> can't be read: " + *problem);
     return visitor.Result();
 }
 

@@ -160,15 +160,14 @@ void Session::Impl::Handle(const std::shared_ptr<Session>& self, std::string mes
 void Session::Impl::TakeHello(const std::shared_ptr<Session>& self, const std::string& message)
 {
     const auto theirs = netconf::ParseHello(message);
-    if (const auto* problem = std::get_if<std::string>(&theirs)) return Close(self, *problem);
-    const auto& hello = std::get<netconf::Hello>(theirs);
-    if (hello.sessionId != 0) return Close(self, "the client's hello has a session-id");
-    const auto framing = netconf::CommonFraming(m_ours, hello);
+    if (!theirs) return Close(self, theirs.error());
+    if (theirs->sessionId != 0) return Close(self, "the client's hello has a session-id");
+    const auto framing = netconf::CommonFraming(m_ours, *theirs);
     if (!framing) return Close(self, "the client knows no NETCONF version that we know");
     m_timer.cancel();
     m_greeted = true;
     m_framing = *framing;
-    m_base11 = hello.Has(netconf::kBase11);
+    m_base11 = theirs->Has(netconf::kBase11);
     m_reader.SetFraming(m_framing);
     m_reader.SetLimit(m_maxMessage);
     Next(self);

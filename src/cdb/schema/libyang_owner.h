@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The owners of what libyang gives to its caller: contexts, trees, sets, inputs and texts. Used by all folders
-// that call libyang.
+// The owners of what libyang gives to its caller: contexts, trees, sets, inputs and texts. Used by all
+// folders that call libyang.
 
 #ifndef CDB_SCHEMA_LIBYANG_OWNER_H
 #define CDB_SCHEMA_LIBYANG_OWNER_H
