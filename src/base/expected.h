@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The result of a function that may fail: a value, or what went wrong. The form of C++23's std::expected, from
-// Debian's libexpected-dev; with that standard, these two names are all that changes.
+// The result of a function that may fail: a value, or what went wrong. The form of C++23's std::expected,
+// from Debian's libexpected-dev; with that standard, these two names are all that changes.
 
 #ifndef BASE_EXPECTED_H
 #define BASE_EXPECTED_H

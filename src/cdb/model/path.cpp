@@ -12,7 +12,7 @@ class Parser {
 public:
     Parser(const SchemaTable& schema, std::string_view text) : m_schema(schema), m_text(text) {}
 
-    std::variant<Path, std::string> Run()
+    base::expected<Path, std::string> Run()
     {
         if (m_text.empty()) return Complaint("is empty");
         while (m_position < m_text.size() && m_error.empty()) OneStep();
@@ -21,9 +21,9 @@ public:
     }
 
 private:
-    std::string Complaint(const std::string& why) const
+    [[nodiscard]] base::unexpected<std::string> Complaint(const std::string& why) const
     {
-        return "path \"" + std::string(m_text) + "\" " + why;
+        return base::unexpected("path \"" + std::string(m_text) + "\" " + why);
     }
 
     [[nodiscard]] char Next() const { return m_position < m_text.size() ? m_text[m_position] : '\0'; }
@@ -114,7 +114,7 @@ private:
 
 }  // namespace
 
-std::variant<Path, std::string> ParsePath(const SchemaTable& schema, std::string_view text)
+base::expected<Path, std::string> ParsePath(const SchemaTable& schema, std::string_view text)
 {
     return Parser(schema, text).Run();
 }
