@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "netconf/socket.h"
 
-#include <grp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
 #include <cerrno>
 #include <cstring>
+
+#include "base/user.h"
 
 namespace netconf {
 namespace {
@@ -16,8 +17,7 @@ std::string Remedy(const std::string& path, int error)
 {
     struct stat status {};
     if (error != EACCES || ::stat(path.c_str(), &status) != 0) return "is cdbd running?";
-    const group* entry = ::getgrgid(status.st_gid);
-    const std::string name = entry != nullptr ? entry->gr_name : std::to_string(status.st_gid);
+    const std::string name = base::NameOfGroup(status.st_gid).value_or(std::to_string(status.st_gid));
     return "it is for members of the group " + name + " (usermod -aG " + name + " USER, then log in again)";
 }
 

@@ -15,7 +15,6 @@
 #include <boost/asio/signal_set.hpp>
 
 #include "agent/access/access.h"
-#include "agent/access/user.h"
 #include "agent/files/export_file.h"
 #include "agent/files/initial_file.h"
 #include "agent/process/agent.h"
@@ -24,6 +23,7 @@
 #include "base/directories.h"
 #include "base/options/options.h"
 #include "base/timers.h"
+#include "base/user.h"
 #include "cdb/datastore/datastore.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
@@ -50,7 +50,7 @@ std::int64_t Now()
 void Import(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
             cdb::Datastore& datastore)
 {
-    if (agent::ImportFile(schema, datastore, options.importFile, agent::UserName(::geteuid()), Now()))
+    if (agent::ImportFile(schema, datastore, options.importFile, base::UserName(::geteuid()), Now()))
         slog::Notice("loaded {} as commit {}", options.importFile.string(), store.LastCommit());
     else
         slog::Notice("{} is what commit {} has; nothing was written", options.importFile.string(),
@@ -61,7 +61,7 @@ void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema,
                 cdb::Datastore& datastore)
 {
     const auto warnings = agent::LoadInitialFile(schema, store, datastore, options.initFile,
-                                                 agent::UserName(::geteuid()), Now());
+                                                 base::UserName(::geteuid()), Now());
     for (const std::string& warning : warnings) slog::Notice("{}", warning);
     slog::Notice("loaded {} as commit {}", options.initFile.string(), store.LastCommit());
 }
@@ -69,7 +69,7 @@ void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema,
 /// Gives the store to the group of the switch's processes, which read it whatever user this process runs as.
 void ShareStore(const agent::ProgramOptions& options)
 {
-    const auto group = ipc::FindGroup(options.switchGroup);
+    const auto group = base::FindGroup(options.switchGroup);
     if (!group) return;
     for (const char* name : {"", "data.mdb", "lock.mdb", "writer.lock"})
         if (const auto problem = ipc::GiveToGroup(options.stateDirectory / name, *group); !problem.empty())
@@ -142,9 +142,9 @@ void Run(const agent::ProgramOptions& options)
     if (!options.importFile.empty()) return Import(options, *schema, *store, datastore);
 
     ShareStore(options);
-    const auto admins = ipc::FindGroup(options.adminGroup);
+    const auto admins = base::FindGroup(options.adminGroup);
     agent::Access access(schema->Context(), {options.accessFile, options.yangDirectory,
-                                             admins ? ipc::GroupName(*admins) : std::string()});
+                                             admins ? base::GroupName(*admins) : std::string()});
     FollowReloads(reloads, access);
     agent::Agent management(loop, *schema, *store, datastore, access, AgentOptionsOf(options));
     management.Listen();

@@ -6,6 +6,7 @@
 #include <google/protobuf/arena.h>
 
 #include "base/text.h"
+#include "base/user.h"
 #include "ipc/frame.h"
 #include "log/log.h"
 
@@ -69,7 +70,7 @@ void Client::Start(base::Timers& timers, std::chrono::milliseconds helloTimeout)
 
 std::string Client::Name() const
 {
-    const std::string name = m_process.empty() ? "a client of " + ipc::UserName(Peer().uid) : m_process;
+    const std::string name = m_process.empty() ? "a client of " + base::UserName(Peer().uid) : m_process;
     return name + " (process " + std::to_string(m_pid) + ")";
 }
 

@@ -15,6 +15,7 @@
 #include "agent/netconf/workbench.h"
 #include "agent/state/state.h"
 #include "base/timers.h"
+#include "base/user.h"
 #include "ipc/frame.h"
 #include "log/log.h"
 
@@ -111,8 +112,8 @@ public:
 
     void Listen()
     {
-        const auto adminGroup = ipc::FindGroup(m_options.adminGroup);
-        const auto switchGroup = ipc::FindGroup(m_options.switchGroup);
+        const auto adminGroup = base::FindGroup(m_options.adminGroup);
+        const auto switchGroup = base::FindGroup(m_options.switchGroup);
         MakeRunDirectory(switchGroup);
         const auto path = [this](const char* name) { return (m_options.runDirectory / name).string(); };
         m_cdb.emplace(ipc::Listen(m_loop, path("cdb.sock"), kSocketPermissions, switchGroup),

@@ -6,6 +6,7 @@
 #include "base/directories.h"
 #include "base/number.h"
 #include "base/options/options.h"
+#include "base/user.h"
 #include "ipc/trust.h"
 
 namespace agent {
@@ -69,7 +70,7 @@ public:
     void Group(const char* name, std::string& to, const char* help)
     {
         Add(name, "GROUP", help, [&to](const std::string& option, const std::string& text) {
-            if (!ipc::FindGroup(text))
+            if (!base::FindGroup(text))
                 throw UsageError(option + ": there is no group \"" + text + "\" on this machine");
             to = text;
         });

@@ -14,6 +14,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "base/timers.h"
+#include "base/user.h"
 #include "base/worker.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/peer.h"
@@ -138,7 +139,7 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
       m_source(ChooseSource(options.source, loop, *m_timers, m_sampling.Sink(), SourceOptionsOf(options))),
       m_service(m_state, m_journal.get(), m_clock),
       m_server(loop, *m_timers, directory + "/manager.sock", m_service, TrustOf(options),
-               ipc::FindGroup(options.switchGroup)),
+               base::FindGroup(options.switchGroup)),
       m_provider(
           loop, *m_timers, directory + "/cdb.sock",
           {[this](const std::string& store) { m_configuration.Open(store); },
@@ -177,10 +178,12 @@ void Assembly::Impl::RequireSampling() const
 
 void Assembly::Impl::Confine(const Options& options)
 {
-    std::optional<User> user;
+    std::optional<base::User> user;
     if (!options.user.empty()) {
-        user = FindUser(options.user);
-        m_server.GiveTo(user->uid, ipc::FindGroup(options.switchGroup).value_or(user->gid));
+        user = base::UserNamed(options.user);
+        if (!user)
+            throw std::runtime_error("--user: there is no user \"" + options.user + "\" on this machine");
+        m_server.GiveTo(user->uid, base::FindGroup(options.switchGroup).value_or(user->gid));
     }
     const bool packetSockets = m_source.status.kind == "packet-socket";
     const auto missing = ReducePrivileges(user, {packetSockets, m_source.source && !packetSockets});

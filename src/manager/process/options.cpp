@@ -9,6 +9,7 @@
 
 #include "base/number.h"
 #include "base/options/options.h"
+#include "base/user.h"
 #include "ipc/trust.h"
 
 namespace manager {
@@ -89,7 +90,7 @@ MetricsAddress ToMetricsAddress(std::string_view value)
 
 std::string ToGroup(std::string_view value)
 {
-    if (ipc::FindGroup(std::string(value))) return std::string(value);
+    if (base::FindGroup(std::string(value))) return std::string(value);
     Refuse("switch-group", value, "is no group of this machine; make it, or name another");
 }
 
