@@ -54,7 +54,9 @@ std::string GroupName(std::uint32_t gid) { return NameOfGroup(gid).value_or("gid
 std::optional<User> UserNamed(const std::string& name)
 {
     const auto get = [&name](auto... room) { return ::getpwnam_r(name.c_str(), room...); };
-    return LookUp<passwd>(get, [&name](const passwd& entry) { return User{name, entry.pw_uid, entry.pw_gid}; });
+    return LookUp<passwd>(get, [&name](const passwd& entry) {
+        return User{name, entry.pw_uid, entry.pw_gid};
+    });
 }
 
 std::optional<std::uint32_t> FindUser(const std::string& name)

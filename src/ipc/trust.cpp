@@ -84,9 +84,9 @@ std::optional<std::string> Trust::Refusal(Role role, const PeerCredentials& peer
     const RoleRow& row = RowOf(role);
     const std::string user = base::UserName(peer.uid);
     const std::string own = ::geteuid() == 0 ? "root" : base::UserName(::geteuid()) + " or as root";
-    const std::string remedy = holders.groups.empty()
-                                   ? "run it as " + own
-                                   : "run it as a member of the group " + base::GroupName(holders.groups.front());
+    const std::string remedy =
+        holders.groups.empty() ? "run it as " + own
+                               : "run it as a member of the group " + base::GroupName(holders.groups.front());
     return "the user " + user + " may not " + std::string(row.what) + "; " + remedy + ", or start " +
            m_program + " with --allow " + std::string(row.name) + "=" + user;
 }
