@@ -5,12 +5,21 @@
 #ifndef BASE_EXPECTED_H
 #define BASE_EXPECTED_H
 
+#include <utility>
+
 #include <tl/expected.hpp>
 
 namespace base {
 
 using tl::expected;
 using tl::unexpected;
+
+/// What went wrong, to be returned; a literal becomes what the result's error type is made of.
+template <typename Error>
+auto Unexpected(Error&& error)
+{
+    return tl::make_unexpected(std::forward<Error>(error));
+}
 
 }  // namespace base
 

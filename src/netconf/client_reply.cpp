@@ -103,11 +103,11 @@ base::expected<Reply, std::string> ParseReply(std::string xml)
     reply.xml = std::move(xml);
     ReplyVisitor visitor(reply);
     if (auto problem = ReadXml(reply.xml, visitor))
-        return base::unexpected("the reply can't be read: " + *problem);
+        return base::Unexpected("the reply can't be read: " + *problem);
     if (!visitor.Bare().empty())
-        return base::unexpected("the element <" + visitor.Bare() +
+        return base::Unexpected("the element <" + visitor.Bare() +
                                 "> of the server's message has no namespace");
-    if (!visitor.IsReply()) return base::unexpected("the server's message is no <rpc-reply>");
+    if (!visitor.IsReply()) return base::Unexpected("the server's message is no <rpc-reply>");
     const auto [begin, end] = visitor.Data();
     if (end > begin) reply.data = reply.xml.substr(begin, end - begin);
     reply.ok = std::all_of(reply.errors.begin(), reply.errors.end(),

@@ -50,11 +50,11 @@ public:
     base::expected<Hello, std::string> Result()
     {
         if (!m_isHello)
-            return base::unexpected("the first message is no <hello> of the NETCONF base namespace");
+            return base::Unexpected("the first message is no <hello> of the NETCONF base namespace");
         if (m_session) {
             m_hello.sessionId = base::ToNumber<std::uint32_t>(*m_session).value_or(0);
             if (m_hello.sessionId == 0)
-                return base::unexpected("the <session-id> of the <hello> is no number from 1 to 4294967295");
+                return base::Unexpected("the <session-id> of the <hello> is no number from 1 to 4294967295");
         }
         return std::move(m_hello);
     }
@@ -95,7 +95,7 @@ base::expected<Hello, std::string> ParseHello(std::string_view xml)
 {
     HelloVisitor visitor;
     if (auto problem = ReadXml(xml, visitor))
-        return base::unexpected("the <hello> can't be read: " + *problem);
+        return base::Unexpected("the <hello> can't be read: " + *problem);
     return visitor.Result();
 }
 

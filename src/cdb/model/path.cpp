@@ -23,7 +23,7 @@ public:
 private:
     [[nodiscard]] base::unexpected<std::string> Complaint(const std::string& why) const
     {
-        return base::unexpected("path \"" + std::string(m_text) + "\" " + why);
+        return base::Unexpected("path \"" + std::string(m_text) + "\" " + why);
     }
 
     [[nodiscard]] char Next() const { return m_position < m_text.size() ? m_text[m_position] : '\0'; }
