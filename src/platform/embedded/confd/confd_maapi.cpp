@@ -36,7 +36,7 @@ void CheckValue(const cdb::SchemaNode& leaf, const cdb::Value& value, const std:
 
 void CheckLeaf(const cdb::SchemaTable& schema, const cdb::Path& path, const std::string& text)
 {
-    const auto& leaf = schema[path->Node()];
+    const auto& leaf = schema[path.Node()];
     if (leaf.kind != cdb::NodeKind::kLeaf) throw ClientError("\"" + text + "\" is no leaf");
     if (leaf.isKey) throw ClientError("\"" + text + "\" is a key, which is set by creating the entry");
     for (const auto& step : path.steps)
