@@ -10,7 +10,6 @@
 #include <cstring>
 #include <utility>
 
-#include "netconf/client_reply.h"
 #include "netconf/xml.h"
 
 namespace netconf {

@@ -1,15 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads an <rpc-reply>. Used by client.cpp and its tests only.
+// The <rpc-reply> to a request, and how it is read.
 
 #ifndef NETCONF_CLIENT_REPLY_H
 #define NETCONF_CLIENT_REPLY_H
 
 #include <string>
+#include <vector>
 
 #include "base/expected.h"
-#include "netconf/client.h"
+#include "netconf/rpc_error.h"
 
 namespace netconf {
+
+struct Reply {
+    /// The request was carried out: no rpc-error of severity "error" (warnings may be in `errors`).
+    bool ok = false;
+    /// In the order of the reply; errors and warnings.
+    std::vector<RpcError> errors;
+    /// What stands inside <data>, as it was sent: XML elements that declare their own namespaces.
+    std::string data;
+    /// The whole <rpc-reply>.
+    std::string xml;
+};
 
 /// The reply, or what is wrong with the message.
 base::expected<Reply, std::string> ParseReply(std::string xml);

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -19,7 +21,6 @@
 #include "agent/files/initial_file.h"
 #include "agent/process/agent.h"
 #include "agent/process/program_options.h"
-#include "agent/process/store_report.h"
 #include "base/directories.h"
 #include "base/options/options.h"
 #include "base/timers.h"
@@ -45,6 +46,25 @@ std::int64_t Now()
 {
     using namespace std::chrono;
     return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+/// What --check prints: that the store is sound, then lines of name and number.
+std::string StoreReport(const cdb::StoreFigures& figures)
+{
+    const std::array<std::pair<const char*, std::uint64_t>, 9> lines{{
+        {"last commit      ", figures.commit},
+        {"rows             ", figures.rows},
+        {"history entries  ", figures.historyEntries},
+        {"history bytes    ", figures.historyBytes},
+        {"faults           ", figures.faults},
+        {"bytes in use     ", (figures.pages - figures.freePages) * figures.pageSize},
+        {"pages            ", figures.pages},
+        {"free pages       ", figures.freePages},
+        {"largest size     ", figures.mapSize},
+    }};
+    std::string text = "The store is sound.\n";
+    for (const auto& [name, number] : lines) text.append(name).append(std::to_string(number)).append("\n");
+    return text;
 }
 
 void Import(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
@@ -121,7 +141,7 @@ void Run(const agent::ProgramOptions& options)
         if (!error) loop.stop();
     });
     if (options.check) {
-        std::cout << agent::StoreReport(cdb::Store::Check(options.stateDirectory));
+        std::cout << StoreReport(cdb::Store::Check(options.stateDirectory));
         return;
     }
     boost::asio::signal_set reloads(loop, SIGHUP);

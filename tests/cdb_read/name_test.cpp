@@ -45,7 +45,8 @@ TEST(Name, IsWhatTheModulesSay)
     for (const auto& row : rows) {
         std::size_t taken = 0;
         for (const std::string& text : Texts()) {
-            EXPECT_EQ(row.rule(text), Fits(*schema, row.leaf, text)) << row.leaf << ": " << ::testing::PrintToString(text);
+            EXPECT_EQ(row.rule(text), Fits(*schema, row.leaf, text))
+                << row.leaf << ": " << ::testing::PrintToString(text);
             taken += row.rule(text) ? 1U : 0U;
         }
         EXPECT_GT(taken, 2U * 80U) << row.leaf;

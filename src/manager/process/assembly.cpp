@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "manager/process/assembly.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -22,7 +24,6 @@
 #include "log/log.h"
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
-#include "manager/process/file_limit.h"
 #include "manager/process/options.h"
 #include "manager/process/privileges.h"
 #include "manager/sampling/sampling.h"
@@ -43,6 +44,24 @@
 
 namespace manager {
 namespace {
+
+// How many files the manager may have open, far beyond the usual 1,024. Every sampled interface takes one for
+// a direction (eBPF) or two (packet sockets): two for each of 65,536, and collectors (4,096) and the rest are
+// far fewer than these leave free.
+constexpr rlim_t kFiles = 2 * 65536 + 8192;
+
+/// Raises the limit to what all interfaces and collectors need, or as far as it may go. A part that then
+/// can't open a file reports that itself.
+void RaiseFileLimit()
+{
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kFiles) return;
+    const rlimit wanted{.rlim_cur = kFiles, .rlim_max = std::max(kFiles, limit.rlim_max)};
+    if (::setrlimit(RLIMIT_NOFILE, &wanted) == 0) return;
+    // Only a privileged process may raise the hard limit.
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
 
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
