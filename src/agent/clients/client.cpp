@@ -25,6 +25,7 @@ void MakeTextsPresentable(ClientMessage& message)
     const auto fit = [](std::string* text) { base::MakePresentable(*text); };
     switch (message.body_case()) {
     case ClientMessage::kHello:
+        base::MakePresentable(*message.mutable_hello()->mutable_version(), kMaxName);
         return base::MakePresentable(*message.mutable_hello()->mutable_process(), kMaxName);
     case ClientMessage::kSubscribe:
         return fit(message.mutable_subscribe()->mutable_path());
@@ -136,6 +137,7 @@ void Client::OnHello(const ipc::cdb::Hello& hello)
 {
     if (m_phase != Phase::kNew) return Disconnect("it said hello twice");
     m_process = hello.process();
+    m_version = hello.version();
     // The kernel's process id counts, but it has none across process namespaces.
     if (m_pid <= 0) m_pid = hello.pid();
     if (hello.protocol() != ipc::kProtocolVersion)

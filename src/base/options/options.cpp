@@ -11,6 +11,7 @@
 #include <boost/program_options/value_semantic.hpp>
 
 #include "base/number.h"
+#include "base/version.h"
 
 namespace base {
 namespace {
@@ -76,7 +77,7 @@ std::string Options::Text() const
     return text.str();
 }
 
-std::string VersionText(const std::string& program) { return program + " " SFLOW_VERSION "\n"; }
+std::string VersionText(const std::string& program) { return program + " " + Version() + "\n"; }
 
 std::string EnvironmentText()
 {
