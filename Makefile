@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # The commands of this tree. Each is complete on a bare Debian 12.
 
-.PHONY: build run test package bench soak deps clean
+.PHONY: build run test package bench soak deps clean check-all check-separate \
+  check-clang check-asan check-tsan check-fuzz check-tidy check-coverage check-bench check-package
 
 # All that any of them needs; each installs only its own.
 deps:
@@ -19,9 +20,9 @@ run:
 
 test:
 	@tools/install-deps test
-	cmake --preset dev
-	cmake --build --preset dev
-	ctest --preset dev
+	cmake --preset ci
+	cmake --build --preset ci
+	ctest --preset ci
 
 # The Debian package, in build/package.
 package:
@@ -39,9 +40,17 @@ bench:
 # A random walk over a switch whose processes are killed: make soak [MINUTES=n] [SEED=n]
 soak:
 	@tools/install-deps test
-	cmake --preset dev
-	cmake --build --preset dev --target soak
-	build-dev/bin/soak --minutes $(or $(MINUTES),5) $(if $(SEED),--seed $(SEED))
+	cmake --preset ci
+	cmake --build --preset ci --target soak
+	build-ci/bin/soak --minutes $(or $(MINUTES),5) $(if $(SEED),--seed $(SEED))
+
+# What `make test` leaves out: all rows, or one. BASE=REVISION is for check-tidy, SECONDS_EACH=n for check-fuzz.
+export BASE SECONDS_EACH
+check-all:
+	tools/check-all
+
+check-separate check-clang check-asan check-tsan check-fuzz check-tidy check-coverage check-bench check-package:
+	tools/check-all $(@:check-%=%)
 
 clean:
 	rm -rf build build-*

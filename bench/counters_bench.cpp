@@ -125,7 +125,7 @@ void Poll(benchmark::State& state, Interfaces& interfaces)
     manager::Exporter exporter([] { return std::chrono::system_clock::now(); },
                                [&timers] { return timers.Now(); }, 0);
     exporter.SetAgentAddress(htonl(INADDR_LOOPBACK));
-    manager::Stream& stream = exporter.Set("c1", sink.Settings());
+    const std::vector<manager::Stream*> streams{&exporter.Set("c1", sink.Settings())};
     std::uint32_t start = 0;
     manager::Poller poller(
         timers, worker, net::MakeCounterReader(), links, [&exporter] { exporter.Flush(); },
@@ -134,7 +134,7 @@ void Poll(benchmark::State& state, Interfaces& interfaces)
     for (std::size_t i = 0; i < count; ++i) {
         start = static_cast<std::uint32_t>(i * interval * 1000 / count);
         const std::string name = "gigabit-ethernet-1/1/" + std::to_string(i + 1);
-        poller.Set(name, {.ifIndex = indexes[i], .interval = interval, .name = name, .streams = {&stream}});
+        poller.Set(name, {.ifIndex = indexes[i], .interval = interval, .streams = &streams});
     }
     timers.Advance(std::chrono::seconds(interval));  // each once, so that all is warm
 

@@ -13,7 +13,7 @@
 
 namespace sampling {
 
-void MeasuredSource::CountingSink::OnSamples(std::span<const capture::Sample> batch)
+void MeasuredSource::CountingSink::OnSamples(std::span<const capture::Sample> batch) noexcept
 {
     for (const auto& sample : batch) {
         samples += sample.count;

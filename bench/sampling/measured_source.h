@@ -48,8 +48,8 @@ public:
 private:
     class CountingSink final : public capture::SampleSink {
     public:
-        void OnSamples(std::span<const capture::Sample> samples) override;
-        void OnDrained() override {}
+        void OnSamples(std::span<const capture::Sample> samples) noexcept override;
+        void OnDrained() noexcept override {}
         std::uint64_t samples = 0, batches = 0;
         std::uint64_t look = 0;  // keeps the reading of the headers
     };

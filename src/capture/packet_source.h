@@ -62,7 +62,9 @@ struct Sample {
     std::uint64_t drops = 0;
 };
 
-/// Takes the sampled packets. Called from the loop only.
+/// Takes the sampled packets. Called from the loop only, while the source hands over: a sink must not call
+/// the source back, and must not throw, since the source has neither its ring nor its counts settled then. It
+/// counts by itself what it can't take.
 class SampleSink {
 public:
     SampleSink() = default;
@@ -71,9 +73,9 @@ public:
     virtual ~SampleSink() = default;
 
     /// Those of one CPU are in the order in which they were sampled.
-    virtual void OnSamples(std::span<const Sample> samples) = 0;
+    virtual void OnSamples(std::span<const Sample> samples) noexcept = 0;
     /// All that was waiting has been handed over: time to send.
-    virtual void OnDrained() = 0;
+    virtual void OnDrained() noexcept = 0;
 };
 
 struct Counts {
@@ -134,7 +136,7 @@ public:
     /// The counts of all sampled interfaces, for less than one Read each.
     [[nodiscard]] virtual std::vector<InterfaceCounts> ReadAll() = 0;
 
-    /// Hands over what waits now, then calls OnDrained. Does nothing if called from OnSamples.
+    /// Hands over what waits now, then calls OnDrained.
     virtual void Drain() = 0;
 };
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A netlink(7) socket and its messages, on libmnl: requests with acknowledgement, dumps, and notifications.
 // It does not interpret messages. The attribute reader is safe on any bytes. Numbers are in host byte order.
-// Used by src/net.
+// Used by src/net and src/capture.
 
 #ifndef NETLINK_NETLINK_H
 #define NETLINK_NETLINK_H

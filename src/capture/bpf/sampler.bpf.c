@@ -159,7 +159,6 @@ static __always_inline __u64 WakeUp(__u32 cpu, __u32 bytes)
 static __always_inline void Fill(struct Record* record, const struct __sk_buff* packet,
                                  const struct PortState* port, __u32 egress)
 {
-    record->pool = port->pool;
     record->drops = port->drops;
     record->slot = port->settings.slot;
     record->incarnation = port->settings.incarnation;
@@ -193,20 +192,25 @@ static __always_inline __u32 Copy(struct __sk_buff* packet, __u64* to, __u32 cap
     return captured > 0 && bpf_skb_load_bytes(packet, 0, to, captured) < 0 ? 0 : captured;
 }
 
-// Hands over a record with `room` bytes for the packet; the ring takes constant sizes only.
+// Counts the packet and hands over a record with `room` bytes for it; the ring takes constant sizes only. A
+// packet that gets a record is counted after the record has its place in the ring, in this order for all CPUs:
+// so all records of what user space reads as counted lie before the end of the ring that it reads next.
 #define HAND_OVER(name, room)                                                                       \
     static __always_inline int name(struct __sk_buff* packet, struct PortState* port, __u32 counts, \
                                     __u32 captured, __u32 egress)                                   \
     {                                                                                               \
         struct Record* record = bpf_ringbuf_reserve(&ring, sizeof(struct Record) + (room), 0);      \
+        const __u32 frames = counts >> 16;                                                          \
         __u32 cpu;                                                                                  \
         if (!record) {                                                                              \
+            port->pool += frames;                                                                   \
             port->drops += counts & 0xffff;                                                         \
             return 0;                                                                               \
         }                                                                                           \
+        record->pool = __sync_fetch_and_add(&port->pool, frames) + frames;                          \
         Fill(record, packet, port, egress);                                                         \
         record->hits = (__u16)counts;                                                               \
-        record->segments = (__u16)(counts >> 16);                                                   \
+        record->segments = (__u16)frames;                                                           \
         record->captured = (__u16)Copy(packet, (__u64*)(record + 1), captured, room);               \
         cpu = bpf_get_smp_processor_id();                                                           \
         record->cpu = (__u16)cpu;                                                                   \
@@ -224,7 +228,10 @@ __noinline int SamplePacket(struct __sk_buff* packet, struct PortState* port, __
 
     if (!port) return 0;
     hits = port->settings.rate == 1 ? frames : Hits(port, frames);
-    if (hits == 0) return 0;
+    if (hits == 0) {
+        port->pool += frames;
+        return 0;
+    }
     counts = (frames & 0xffff) << 16 | (hits & 0xffff);
     captured = port->settings.wanted;
     if (captured > packet->len) captured = packet->len;
@@ -292,11 +299,12 @@ static __always_inline int Look(struct __sk_buff* packet, __u32 egress)
         frames = packet->gso_segs;
         if (frames == 0) frames = CountSegments(packet);
     }
-    port->pool += frames;
-    if (port->skip > frames)
+    if (port->skip > frames) {
         port->skip -= frames;
-    else
+        port->pool += frames;
+    } else {
         SamplePacket(packet, port, frames, egress);
+    }
     return TC_NEXT;
 }
 

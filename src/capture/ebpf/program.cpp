@@ -224,7 +224,8 @@ std::span<const Counts> EbpfProgram::ReadCpus(std::uint32_t key)
         return m_counts;
     for (std::size_t cpu = 0; cpu < m_cpus; ++cpu) {
         const auto& state = direct ? DirectState(cpu, key) : m_states[cpu];
-        m_counts[cpu] = {.pool = __atomic_load_n(&state.pool, __ATOMIC_RELAXED),
+        // What is read after it, such as the end of the ring, is not older.
+        m_counts[cpu] = {.pool = __atomic_load_n(&state.pool, __ATOMIC_ACQUIRE),
                          .drops = __atomic_load_n(&state.drops, __ATOMIC_RELAXED)};
     }
     return m_counts;

@@ -43,7 +43,7 @@ BpfRingBuffer::~BpfRingBuffer()
 
 bool BpfRingBuffer::Begin()
 {
-    m_end = __atomic_load_n(m_producer, __ATOMIC_ACQUIRE);
+    m_end = Produced();
     return m_end != m_position;
 }
 

@@ -4,13 +4,14 @@
 #include "capture/ebpf/source.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
+#include <span>
 #include <utility>
 
 #include <time.h>
 #include <boost/asio/io_context.hpp>
 
+#include "capture/ebpf/batch.h"
 #include "capture/ebpf/gap.h"
 #include "capture/ebpf/grace.h"
 #include "capture/ebpf/hooks.h"
@@ -23,25 +24,7 @@
 namespace capture {
 namespace {
 
-constexpr std::size_t kBatch = 256;
 constexpr std::chrono::milliseconds kHeartbeat{500};
-
-std::uint32_t KeyOf(std::uint32_t ifIndex, bool egress)
-{
-    return ifIndex | (egress ? static_cast<std::uint32_t>(kEgressBit) : 0);
-}
-
-// Clears the flag also if a sink throws.
-class Draining {
-public:
-    explicit Draining(bool& flag) : m_flag(flag) { m_flag = true; }
-    ~Draining() { m_flag = false; }
-    Draining(const Draining&) = delete;
-    Draining& operator=(const Draining&) = delete;
-
-private:
-    bool& m_flag;
-};
 
 class EbpfSource final : public PacketSource {
 public:
@@ -53,6 +36,7 @@ public:
         SweepClsact(claim);
         Load(options, hook, std::move(claim));
         m_ring.emplace(m_program->RingFile(), m_program->RingSize());
+        m_batch.emplace(*m_program, *m_ring, m_ports);
         m_waker.emplace(loop, timers, m_program->RingFile(), m_program->Shared(), [this] { return Look(); });
     }
     ~EbpfSource() override
@@ -110,7 +94,6 @@ public:
 
     void Drain() override
     {
-        if (m_draining) return;
         HandOver();
         m_sink.OnDrained();
     }
@@ -199,11 +182,9 @@ private:
         if (port.settings.egress) Detach(ifIndex, true);
         port.settings.ingress = port.settings.egress = false;
         Drain();
-        const EbpfPorts::Port* still = m_ports.Find(ifIndex);
-        if (still == nullptr) return {};  // the sink has removed it
-        const Counts last = ReadPort(*still);
-        if (still->ingressMade) m_program->Erase(KeyOf(ifIndex, false));
-        if (still->egressMade) m_program->Erase(KeyOf(ifIndex, true));
+        const Counts last = ReadPort(port);
+        if (port.ingressMade) m_program->Erase(KeyOf(ifIndex, false));
+        if (port.egressMade) m_program->Erase(KeyOf(ifIndex, true));
         m_ports.Remove(ifIndex);
         return last;
     }
@@ -223,7 +204,6 @@ private:
     // The waker's look: tells the sink only if there was something.
     bool Look()
     {
-        if (m_draining) return true;
         if (!HandOver()) return false;
         m_sink.OnDrained();
         return true;
@@ -234,37 +214,12 @@ private:
     {
         m_program->Shared().pressing = 0;
         if (!m_ring->Begin()) return false;
-        const Draining until(m_draining);
-        ++m_look;
+        m_batch->BeginLook();
         do {
-            std::size_t count = 0;
-            while (count < kBatch) {
-                const Record* record = m_ring->Next();
-                if (record == nullptr) break;
-                EbpfPorts::Port* port = m_ports.Of(*record);
-                if (port == nullptr) continue;
-                if (std::exchange(port->look, m_look) != m_look) CatchUp(*port, EbpfPorts::RowOf(*record));
-                EbpfPorts::Take(*port, *record, m_batch[count++]);
-            }
-            if (count > 0) m_sink.OnSamples({m_batch.data(), count});
+            const std::span<const Sample> samples = m_batch->Next();
+            if (!samples.empty()) m_sink.OnSamples(samples);
         } while (m_ring->Release());
         return true;
-    }
-
-    // A CPU that samples nothing sends no records, though it counts: its counts are read when another CPU
-    // samples. The counts of a CPU that samples come with its records.
-    void CatchUp(EbpfPorts::Port& port, std::size_t sampling)
-    {
-        for (const bool egress : {false, true}) {
-            if (egress ? !port.egressMade : !port.ingressMade) continue;
-            const auto counts = m_program->ReadCpus(KeyOf(port.ifIndex, egress));
-            port.rows.resize(std::max(port.rows.size(), counts.size() * 2));
-            for (std::size_t cpu = 0; cpu < counts.size(); ++cpu) {
-                const std::size_t row = EbpfPorts::RowOf(cpu, egress);
-                if (port.rows[row].quiet && row != sampling) EbpfPorts::Advance(port, row, counts[cpu]);
-                port.rows[row].quiet = true;
-            }
-        }
     }
 
     base::Timers& m_timers;
@@ -274,9 +229,7 @@ private:
     std::unique_ptr<EbpfHooks> m_hooks;
     std::optional<BpfRingBuffer> m_ring;
     EbpfPorts m_ports;
-    std::array<Sample, kBatch> m_batch;
-    std::uint64_t m_look = 0;
-    bool m_draining = false;  // a sink that calls us from its callback must not drain again
+    std::optional<EbpfBatch> m_batch;
     std::shared_ptr<void> m_beat;
     std::optional<EbpfWaker> m_waker;
 };

@@ -18,14 +18,13 @@ namespace capture {
 
 struct RingPort {
     std::uint32_t ifIndex = 0;
-    std::shared_ptr<PacketSocketPair> pair;  // null once it has been removed
+    std::shared_ptr<PacketSocketPair> pair;  // never null between two calls of the source
     Counts before;                           // of the pairs it had until now
     std::uint64_t delivered = 0;             // samples that left the ring of this pair
     std::uint64_t told = 0;                  // the pool of the last sample, or of the last pair
     std::chrono::milliseconds pause{};       // from one look to the next
     std::chrono::milliseconds silent{};      // for so long looks have found nothing
     bool looking = false;                    // the timer looks; else the ring wakes
-    bool removed = false;
 
     /// The counts of all its pairs; asks the kernel.
     [[nodiscard]] Counts Count() const;

@@ -46,30 +46,6 @@ constexpr std::chrono::seconds kCountingPeriod{10};
 // Looks that find nothing mean silence only if a block of some packets has had the time to be handed over.
 constexpr milliseconds kSilence{70};
 
-// Clears the flag also if a sink throws.
-class HandingOver {
-public:
-    explicit HandingOver(bool& flag) : m_flag(flag) { m_flag = true; }
-    HandingOver(const HandingOver&) = delete;
-    HandingOver& operator=(const HandingOver&) = delete;
-    ~HandingOver() { m_flag = false; }
-
-private:
-    bool& m_flag;
-};
-
-// Releases the block likewise.
-class Releasing {
-public:
-    explicit Releasing(RingBlocks& blocks) : m_blocks(blocks) {}
-    Releasing(const Releasing&) = delete;
-    Releasing& operator=(const Releasing&) = delete;
-    ~Releasing() { m_blocks.Release(); }
-
-private:
-    RingBlocks& m_blocks;
-};
-
 class RingSource final : public PacketSource {
 public:
     RingSource(asio::io_context& loop, base::Timers& timers, SampleSink& sink, const SourceOptions& options)
@@ -88,8 +64,8 @@ public:
     {
         for (auto& [ifIndex, port] : m_ports) {
             m_grace.Step();
-            m_waker.Remove(port->pair->Get());
-            Discard(std::exchange(port->pair, nullptr));
+            m_waker.Remove(port.pair->Get());
+            Discard(std::exchange(port.pair, nullptr));
         }
         Discard(std::exchange(m_spare, nullptr));
     }
@@ -99,10 +75,10 @@ public:
     void Add(std::uint32_t ifIndex, const Settings& settings) override
     {
         if (m_ports.contains(ifIndex)) return Change(ifIndex, settings);
-        const auto port = std::make_shared<Port>();
-        port->ifIndex = ifIndex;
-        Begin(*port, settings);
-        m_ports.emplace(ifIndex, port);
+        Port port;
+        port.ifIndex = ifIndex;
+        Begin(port, settings);
+        m_ports.emplace(ifIndex, std::move(port));
     }
 
     // If no other pair can be made, the present one continues.
@@ -111,51 +87,51 @@ public:
         const auto found = m_ports.find(ifIndex);
         if (found == m_ports.end())
             throw Unavailable(Unavailable::Cause::kOther, "the interface is not sampled");
-        const std::shared_ptr<Port> port = found->second;
-        Settings now = port->pair->Current();
+        Port& port = found->second;
+        Settings now = port.pair->Current();
         if (now == settings) return;
         now.headerSize = settings.headerSize;
         if (now == settings)
-            port->pair->SetHeaderSize(settings.headerSize);
+            port.pair->SetHeaderSize(settings.headerSize);
         else
-            Begin(*port, settings);
+            Begin(port, settings);
     }
 
     Counts Remove(std::uint32_t ifIndex) override
     {
         const auto found = m_ports.find(ifIndex);
         if (found == m_ports.end()) return {};
-        const std::shared_ptr<Port> port = found->second;
-        m_ports.erase(found);
-        port->removed = true;
+        Port& port = found->second;
         try {
-            port->pair->Close();
+            port.pair->Close();
         } catch (const Unavailable& reason) {
             slog::Notice("packets come until the socket is closed: {}", reason.what());
         }
-        EndPair(*port);
+        EndPair(port);
+        std::erase(m_looking, &port);
+        const Counts last = port.before;
+        m_ports.erase(found);
         m_sink.OnDrained();
-        return port->before;
+        return last;
     }
 
     [[nodiscard]] Counts Read(std::uint32_t ifIndex) override
     {
         const auto port = m_ports.find(ifIndex);
-        return port == m_ports.end() ? Counts{} : port->second->Count();
+        return port == m_ports.end() ? Counts{} : port->second.Count();
     }
 
     [[nodiscard]] std::vector<InterfaceCounts> ReadAll() override
     {
         std::vector<InterfaceCounts> all;
         all.reserve(m_ports.size());
-        for (const auto& [ifIndex, port] : m_ports) all.push_back({ifIndex, port->Count()});
+        for (const auto& [ifIndex, port] : m_ports) all.push_back({ifIndex, port.Count()});
         return all;
     }
 
     void Drain() override
     {
-        if (m_handingOver) return;
-        for (const auto& port : Ports()) HandOver(*port);
+        for (auto& [ifIndex, port] : m_ports) HandOver(port);
         m_sink.OnDrained();
     }
 
@@ -209,13 +185,12 @@ private:
             throw;
         }
         if (!first) EndPair(port);
-        if (port.removed) return Discard(std::move(pair));  // by the sink
         if (pair->Follows()) pair->TakeOverCounting();
         port.pair = std::move(pair);
         port.delivered = 0;
         port.pause = RingPort::PauseFor(*port.pair);
         port.looking = false;
-        std::erase_if(m_looking, [&](const auto& other) { return other.get() == &port; });
+        std::erase(m_looking, &port);
         if (!first) m_sink.OnDrained();
     }
 
@@ -223,7 +198,6 @@ private:
     void EndPair(Port& port)
     {
         HandOverLast(port);
-        if (!port.pair) return;  // the sink has ended it
         m_waker.Remove(port.pair->Get());
         m_grace.Step();
         Discard(std::exchange(port.pair, nullptr));
@@ -235,21 +209,19 @@ private:
 
     void OnWake(std::span<const std::uint32_t> keys)
     {
-        std::vector<std::shared_ptr<Port>> woken;
+        const std::size_t before = m_looking.size();
         for (const std::uint32_t ifIndex : keys) {
             const auto found = m_ports.find(ifIndex);
-            if (found == m_ports.end() || found->second->looking) continue;
+            if (found == m_ports.end() || found->second.looking) continue;
+            Port& port = found->second;
             // Clears the error, so that an interface that went down does not wake again and again.
-            found->second->pair->TakeError();
-            found->second->silent = milliseconds(0);
-            woken.push_back(found->second);
-            m_looking.push_back(found->second);
-            found->second->looking = true;
+            port.pair->TakeError();
+            port.silent = milliseconds(0);
+            m_looking.push_back(&port);
+            port.looking = true;
         }
-        // From here on the timer looks, also when the sink throws.
-        Arm();
-        for (const auto& port : woken)
-            if (!port->removed) HandOver(*port);
+        Arm();  // from here on the timer looks
+        for (std::size_t woken = before; woken < m_looking.size(); ++woken) HandOver(*m_looking[woken]);
         m_sink.OnDrained();
     }
 
@@ -258,11 +230,8 @@ private:
         const milliseconds passed = std::exchange(m_pause, milliseconds::max());
         Arm();
         bool any = false;
-        for (const auto& port : std::vector<std::shared_ptr<Port>>(m_looking)) {
-            if (!port->looking || port->removed) continue;
-            port->looking = Look(*port, passed, any);
-        }
-        std::erase_if(m_looking, [](const auto& port) { return !port->looking || port->removed; });
+        for (Port* port : m_looking) port->looking = Look(*port, passed, any);
+        std::erase_if(m_looking, [](const Port* port) { return !port->looking; });
         if (m_looking.empty()) {
             m_alarm->Cancel();
             m_pause = milliseconds::max();
@@ -275,7 +244,6 @@ private:
     bool Look(Port& port, milliseconds passed, bool& any)
     {
         const std::size_t blocks = HandOver(port);
-        if (port.removed || !port.looking) return false;
         if (blocks > 0) {
             any = true;
             port.silent = milliseconds(0);
@@ -291,7 +259,7 @@ private:
     void Arm()
     {
         milliseconds pause = milliseconds::max();
-        for (const auto& port : m_looking) pause = std::min(pause, port->pause);
+        for (const Port* port : m_looking) pause = std::min(pause, port->pause);
         if (pause >= m_pause) return;
         m_pause = pause;
         m_alarm->Set(pause);
@@ -302,18 +270,17 @@ private:
     // Hands over the blocks that wait now and no more, so that other rings are read too. Returns how many.
     std::size_t HandOver(Port& port)
     {
-        if (m_handingOver || !port.pair) return 0;
-        const std::shared_ptr<PacketSocketPair> pair = port.pair;
-        const std::size_t waiting = pair->IsReadable() ? pair->Blocks().Waiting() : 0;
+        PacketSocketPair& pair = *port.pair;
+        const std::size_t waiting = pair.IsReadable() ? pair.Blocks().Waiting() : 0;
         if (waiting == 0) return 0;
         port.Pace(waiting);
         // Read after the blocks are counted: it includes their samples.
         const Counts counts = port.Count();
-        for (std::size_t block = 0; block < waiting && port.pair == pair; ++block) {
-            const Releasing release(pair->Blocks());
+        for (std::size_t block = 0; block < waiting; ++block) {
             m_samples.clear();
-            pair->Blocks().Take(m_samples);
+            pair.Blocks().Take(m_samples);
             Emit(port, counts);
+            pair.Blocks().Release();
         }
         return waiting;
     }
@@ -321,19 +288,17 @@ private:
     // Hands over all of a pair that has ended, with the block that the kernel has not handed over.
     void HandOverLast(Port& port)
     {
-        const std::shared_ptr<PacketSocketPair> pair = port.pair;
+        PacketSocketPair& pair = *port.pair;
         while (HandOver(port) > 0) continue;
-        if (port.pair != pair) return;
         const Counts counts = port.Count();
-        if (pair->InRing() > port.delivered && !m_handingOver && pair->IsReadable()) {
+        if (pair.InRing() > port.delivered && pair.IsReadable()) {
             m_samples.clear();
-            pair->Blocks().TakeUnfinished(m_samples, pair->InRing() - port.delivered);
+            pair.Blocks().TakeUnfinished(m_samples, pair.InRing() - port.delivered);
             Emit(port, counts);
         }
-        if (port.pair != pair) return;
         Counts last = port.Count();  // with what came while the sink was called
         // Packets that were not finished in time.
-        last.drops += pair->InRing() - std::min(pair->InRing(), port.delivered);
+        last.drops += pair.InRing() - std::min(pair.InRing(), port.delivered);
         port.before = last;
         port.told = last.pool;
     }
@@ -342,22 +307,13 @@ private:
     {
         if (m_samples.empty()) return;
         port.Describe(m_samples, counts);
-        const HandingOver until(m_handingOver);
         m_sink.OnSamples(m_samples);
-    }
-
-    [[nodiscard]] std::vector<std::shared_ptr<Port>> Ports() const
-    {
-        std::vector<std::shared_ptr<Port>> ports;
-        ports.reserve(m_ports.size());
-        for (const auto& [ifIndex, port] : m_ports) ports.push_back(port);
-        return ports;
     }
 
     void AwaitCounting()
     {
         m_counting = m_timers.After(kCountingPeriod, [this] {
-            for (const auto& [ifIndex, port] : m_ports) static_cast<void>(port->Count());
+            for (const auto& [ifIndex, port] : m_ports) static_cast<void>(port.Count());
             AwaitCounting();
         });
     }
@@ -370,10 +326,9 @@ private:
     RingCloser m_closer;
     RingWaker m_waker;
     std::shared_ptr<PacketSocketPair> m_spare;
-    std::map<std::uint32_t, std::shared_ptr<Port>> m_ports;
-    std::vector<std::shared_ptr<Port>> m_looking;  // at which the timer looks
+    std::map<std::uint32_t, Port> m_ports;
+    std::vector<Port*> m_looking;  // at which the timer looks
     std::vector<Sample> m_samples;
-    bool m_handingOver = false;  // a sink that calls us from its callback must not hand over again
     milliseconds m_pause = milliseconds::max();  // until the timer looks
     std::shared_ptr<void> m_counting;
 };

@@ -4,31 +4,11 @@
 #include <unordered_map>
 #include <utility>
 
-#include <fmt/format.h>
-
-#include "manager/export/stream.h"
+#include "manager/export/collector_stream.h"
 #include "manager/export/stream_shared.h"
 #include "manager/export/stream_socket.h"
 
 namespace manager {
-
-std::string WithoutMark(const std::error_code& error)
-{
-    return fmt::format(
-        "the manager's own datagrams are not marked ({}), so they are sampled like others at the "
-        "interfaces they pass; start sflow-mgr as root, or grant it CAP_NET_ADMIN or, from Linux 5.17 on, "
-        "CAP_NET_RAW",
-        error.message());
-}
-
-void StreamShared::SendAll()
-{
-    for (CollectorStream* stream : waiting) {
-        stream->Send();
-        stream->Unlist();
-    }
-    waiting.clear();
-}
 
 class Exporter::Impl {
 public:

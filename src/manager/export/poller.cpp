@@ -4,7 +4,12 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdint>
+#include <memory>
 #include <optional>
+#include <span>
+#include <string>
+#include <system_error>
 #include <unordered_map>
 #include <utility>
 
@@ -12,9 +17,9 @@
 #include "base/worker.h"
 #include "log/log.h"
 #include "manager/export/exporter.h"
-#include "manager/export/poller_reading.h"
 #include "manager/export/poller_sample.h"
 #include "manager/export/poller_schedule.h"
+#include "net/counters/counters.h"
 #include "net/links/links.h"
 #include "wire/encode.h"
 
@@ -28,7 +33,49 @@ using std::chrono::steady_clock;
 /// one wake-up and one reading serve all that falls due within a second.
 constexpr milliseconds kTick{1000};
 
+/// One reading of counters: what is asked for, and what the kernel answers. It is done beside the loop, and
+/// all that it touches is its own meanwhile.
+struct Reading {
+    explicit Reading(std::shared_ptr<net::CounterReader> from) : reader(std::move(from)) {}
+
+    /// Reads all that is asked for, in place of what was found before. Errors of the kernel do not throw:
+    /// they are in `error`.
+    void Do();
+
+    const std::shared_ptr<net::CounterReader> reader;
+
+    // What is asked for.
+    std::vector<std::uint32_t> indexes;
+    std::vector<std::uint32_t> forgotten;  // before: these are gone for good
+
+    // What was found.
+    struct Ethernet {
+        std::uint32_t ifIndex = 0;
+        net::EthernetCounters counters;
+    };
+    std::span<const net::LinkCounters> links;  // in any order
+    std::vector<Ethernet> ethernet;            // in the same order, if the driver counts
+    std::string error;                         // why nothing was found; empty: no error
+};
+
+void Reading::Do()
+{
+    links = {};
+    ethernet.clear();
+    error.clear();
+    for (const std::uint32_t ifIndex : forgotten) reader->Forget(ifIndex);
+    try {
+        links = reader->Read(indexes);
+    } catch (const std::system_error& failed) {
+        error = failed.what();
+    }
+    for (const net::LinkCounters& each : links)
+        if (const auto counters = reader->ReadEthernet(each.ifIndex))
+            ethernet.push_back({each.ifIndex, *counters});
+}
+
 struct Polled : Schedule::Item {
+    const std::string* name = nullptr;  // its key
     Poller::Target target;
     bool begun = false;  // it has a rhythm
     std::uint64_t sent = 0;
@@ -53,15 +100,17 @@ public:
     {
     }
 
-    void Set(const std::string& key, Target target)
+    void Set(const std::string& key, const Target& target)
     {
-        Polled& polled = m_polled[key];
+        const auto at = m_polled.try_emplace(key).first;
+        Polled& polled = at->second;
+        polled.name = &at->first;
         if (polled.target.interval != target.interval) {
             m_schedule.Leave(polled);
             polled.begun = false;
         }
-        polled.target = std::move(target);
-        if (polled.target.interval == 0 || polled.target.streams.empty())
+        polled.target = target;
+        if (polled.target.interval == 0 || polled.target.streams->empty())
             m_schedule.Leave(polled);
         else if (!polled.Waiting())
             Begin(polled);
@@ -192,10 +241,10 @@ private:
         sample.source = link.index;
         sample.generic = MakeGenericCounters(link, counters);
         if (ethernet != nullptr) sample.ethernet = MakeEthernetCounters(*ethernet);
-        sample.portName = polled.target.name;
+        sample.portName = *polled.name;
 
         const std::size_t size = wire::Encode(sample, m_encoding, m_whole);
-        for (Stream* stream : polled.target.streams) {
+        for (Stream* stream : *polled.target.streams) {
             std::span<const std::byte> bytes(m_whole.data(), size);
             if (const std::size_t room = stream->Room(); room < size)
                 bytes = {m_cut.data(), wire::Encode(sample, m_encoding, std::span(m_cut).first(room))};
@@ -242,7 +291,7 @@ Poller::Poller(base::Timers& timers, base::Worker& worker, std::shared_ptr<net::
 
 Poller::~Poller() = default;
 
-void Poller::Set(const std::string& key, Target target) { m_impl->Set(key, std::move(target)); }
+void Poller::Set(const std::string& key, const Target& target) { m_impl->Set(key, target); }
 void Poller::Remove(const std::string& key) { m_impl->Remove(key); }
 void Poller::Forget(std::uint32_t ifIndex) { m_impl->Forget(ifIndex); }
 void Poller::Restart(wire::Encoding encoding) { m_impl->Restart(encoding); }

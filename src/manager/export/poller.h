@@ -44,9 +44,9 @@ public:
     struct Target {
         std::uint32_t ifIndex = 0;
         std::uint16_t interval = 0;  // seconds; 0: not polled
-        std::string name;            // the interface's name in the configuration: the port name sent
-        /// Its counter collectors, which must outlive their place here. Empty: not polled.
-        std::vector<Stream*> streams;
+        /// Its counter collectors: read whenever its counters are sent, so the list must outlive its place
+        /// here, and Set is called after it has changed. Empty: not polled.
+        const std::vector<Stream*>* streams = nullptr;
     };
 
     /// Timers, worker and links must outlive it. The worker may use the reader for longer.
@@ -56,9 +56,10 @@ public:
     Poller& operator=(const Poller&) = delete;
     ~Poller();
 
-    /// Begins or changes the polling of a kernel interface, `key` being its name in the configuration. A
-    /// changed interval begins anew; anything else leaves its rhythm and its sequence as they are.
-    void Set(const std::string& key, Target target);
+    /// Begins or changes the polling of a kernel interface, `key` being its name in the configuration and the
+    /// port name that is sent. A changed interval begins anew; anything else leaves its rhythm and its
+    /// sequence as they are.
+    void Set(const std::string& key, const Target& target);
     /// Its kernel interface has gone, or belongs to another name. Rhythm and counts go; the sequence of the
     /// data source continues if the same kernel interface is polled again. For one that is only not polled
     /// for a while, for lack of collectors, the caller calls Set without streams instead.

@@ -11,8 +11,9 @@
 #include <string_view>
 #include <system_error>
 
-#include "manager/export/exporter.h"
+#include "manager/export/stream.h"
 #include "manager/export/stream_datagram.h"
+#include "manager/service/operation.h"
 
 namespace manager {
 

@@ -5,12 +5,13 @@
 #ifndef MANAGER_EXPORT_STREAM_SHARED_H
 #define MANAGER_EXPORT_STREAM_SHARED_H
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include "manager/export/exporter.h"
 #include "manager/export/stream_pool.h"
 
 namespace manager {
@@ -21,8 +22,8 @@ class CollectorStream;
 std::string WithoutMark(const std::error_code& error);
 
 struct StreamShared {
-    Exporter::Clock clock;
-    Exporter::Uptime uptime;
+    std::function<std::chrono::system_clock::time_point()> clock;
+    std::function<std::chrono::milliseconds()> uptime;
     std::uint32_t mark = 0;
     std::uint32_t agentAddress = 0;  // network byte order
     std::string limitation;

@@ -26,19 +26,19 @@
 #include "manager/export/poller.h"
 #include "manager/process/options.h"
 #include "manager/process/privileges.h"
-#include "manager/sampling/sampling.h"
+#include "manager/sampling/reconciler.h"
 #include "manager/sampling/source_choice.h"
 #include "manager/service/journal.h"
 #include "manager/service/service.h"
+#include "manager/service/service_table.h"
 #include "manager/service/session_server.h"
-#include "manager/service/state.h"
-#include "manager/status/configured_store.h"
+#include "manager/status/configured.h"
 #include "manager/status/metrics_server.h"
 #include "manager/status/metrics_text.h"
-#include "manager/status/snapshot.h"
 #include "manager/status/state_answer.h"
 #include "manager/status/state_provider.h"
 #include "manager/status/state_wanted.h"
+#include "manager/status/view.h"
 #include "net/counters/counters.h"
 #include "net/monitor/monitor.h"
 
@@ -127,10 +127,9 @@ private:
     net::Monitor m_monitor;
     Exporter m_exporter;
     Poller m_poller;
-    Sampling m_sampling;
+    ServiceTable m_table;
+    Reconciler m_reconciler;
     ChosenSource m_source;
-
-    State m_state;
     Service m_service;
     SessionServer m_server;
     ConfiguredStore m_configuration;
@@ -153,10 +152,12 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
       m_poller(
           *m_timers, *m_worker, net::MakeCounterReader(), m_monitor.CurrentLinks(),
           [this] { m_exporter.Flush(); }, &steady_clock::now, m_clock, &RandomBelow),
-      m_sampling({*m_timers, m_monitor.CurrentLinks(), m_monitor.CurrentForwarding(), m_exporter, m_poller},
-                 m_addedDirection, m_clock),
-      m_source(ChooseSource(options.source, loop, *m_timers, m_sampling.Sink(), SourceOptionsOf(options))),
-      m_service(m_state, m_journal.get(), m_clock),
+      m_reconciler(
+          {m_table, *m_timers, m_monitor.CurrentLinks(), m_monitor.CurrentForwarding(), m_exporter, m_poller},
+          m_addedDirection, m_clock),
+      m_source(ChooseSource(options.source, loop, *m_timers, m_reconciler.Sink(), SourceOptionsOf(options))),
+      m_service(m_table, m_journal.get(), m_clock,
+                [this](const Touched& touched) { m_reconciler.Reconcile(touched); }),
       m_server(loop, *m_timers, directory + "/manager.sock", m_service, TrustOf(options),
                base::FindGroup(options.switchGroup)),
       m_provider(
@@ -170,12 +171,11 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
     if (options.requireSampling) RequireSampling();
     if (!m_source.source) slog::Error("no packets are sampled: {}", m_source.status.reason);
     if (options.metrics)
-        m_metrics = std::make_unique<MetricsServer>(
-            loop, *m_timers, options.metrics->address, options.metrics->port,
-            [this] { return MetricsText(TakeSnapshot(m_service, Sources())); });
+        m_metrics =
+            std::make_unique<MetricsServer>(loop, *m_timers, options.metrics->address, options.metrics->port,
+                                            [this] { return MetricsText(View(Sources())); });
     m_monitor.Start();
-    m_sampling.SetSource(m_source.source.get(), m_source.status);
-    m_state.AddObserver(m_sampling);
+    m_reconciler.SetSource(m_source.source.get(), m_source.status);
     Confine(options);
     m_provider.Start();
 }
@@ -184,7 +184,7 @@ Assembly::Impl::~Impl()
 {
     m_provider.Stop();
     m_server.Stop();
-    m_sampling.End();
+    m_reconciler.End();
     m_monitor.Stop();
 }
 
@@ -219,7 +219,7 @@ StatusSources Assembly::Impl::Sources()
 {
     m_exporter.TakeErrors();
     StatusSources sources = SourcesOfOne();
-    sources.interface = [all = m_sampling.Interfaces()](const std::string& name) {
+    sources.interface = [all = m_reconciler.Interfaces()](const std::string& name) {
         const auto at = all.find(name);
         return at == all.end() ? InterfaceStatus{} : at->second;
     };
@@ -229,18 +229,22 @@ StatusSources Assembly::Impl::Sources()
 /// For answers about one thing after the other.
 StatusSources Assembly::Impl::SourcesOfOne()
 {
-    StatusSources sources;
+    StatusSources sources{m_table};
     sources.now = m_clock;
     sources.wall = &system_clock::now;
-    sources.pid = ::getpid();
-    sources.source = [this] { return m_sampling.Source(); };
-    sources.interface = [this](const std::string& name) { return m_sampling.Interface(name); };
+    sources.manager = [this] {
+        ManagerStatus status = StatusOf(m_service);
+        status.pid = ::getpid();
+        status.source = m_reconciler.Source();
+        status.addedDirection = m_addedDirection;
+        status.limitations = m_limitations;
+        return status;
+    };
+    sources.interface = [this](const std::string& name) { return m_reconciler.Interface(name); };
     sources.collector = [this](const std::string& name) {
         const Stream* stream = m_exporter.Find(name);
         return stream == nullptr ? nullptr : &stream->Status();
     };
-    sources.limitations = [this] { return m_limitations; };
-    sources.addedDirection = m_addedDirection;
     return sources;
 }
 
@@ -250,8 +254,8 @@ std::unique_ptr<StateParts> Assembly::Impl::BeginAnswer(const ipc::cdb::StateReq
     for (const auto& part : request.parts())
         if (part.path() == kStatePath) wanted = WantedState::From(part);
     return std::make_unique<StateAnswer>(
-        StateAnswer::Sources{m_service, SourcesOfOne(), [this] { m_exporter.TakeErrors(); },
-                             m_configuration.Reader(), m_configuration.Problem()},
+        StateAnswer::Sources{SourcesOfOne(), [this] { m_exporter.TakeErrors(); }, m_configuration.Reader(),
+                             m_configuration.Problem()},
         std::move(wanted));
 }
 

@@ -15,7 +15,7 @@ FlowSamplePipeline::FlowSamplePipeline(net::Forwarding& forwarding, Exporter& ex
 {
 }
 
-void FlowSamplePipeline::OnSamples(std::span<const capture::Sample> samples)
+void FlowSamplePipeline::OnSamples(std::span<const capture::Sample> samples) noexcept
 {
     const WallTime now = m_clock();
     DataSource* source = nullptr;
@@ -24,13 +24,13 @@ void FlowSamplePipeline::OnSamples(std::span<const capture::Sample> samples)
             const auto at = m_sources.find(sample.ifIndex);
             source = at == m_sources.end() ? nullptr : &at->second;
         }
-        if (source == nullptr || source->boundTo == nullptr) continue;
+        if (source == nullptr || !source->sampledWith) continue;
         source->lastSample = now;
         Take(sample, *source);
     }
 }
 
-void FlowSamplePipeline::OnDrained() { m_exporter.Flush(); }
+void FlowSamplePipeline::OnDrained() noexcept { m_exporter.Flush(); }
 
 void FlowSamplePipeline::Restart(wire::Encoding encoding)
 {
@@ -46,8 +46,7 @@ const DataSource* FlowSamplePipeline::Find(std::uint32_t ifIndex) const
 
 void FlowSamplePipeline::Take(const capture::Sample& sample, DataSource& source)
 {
-    const ConfiguredInterface& interface = *source.boundTo;
-    const std::vector<Stream*>& streams = interface.StreamsOf(Kind::kFlow);
+    const std::vector<Stream*>& streams = source.StreamsOf(Kind::kFlow);
     if (streams.empty()) {
         source.dropsNoCollector += sample.count;
         return;
@@ -55,7 +54,7 @@ void FlowSamplePipeline::Take(const capture::Sample& sample, DataSource& source)
     DescribePacket(sample, source.hardwareType, m_flow);
     DescribePath(sample, OuterTag(sample));
     m_flow.source = source.ifIndex;
-    m_flow.maxHeader = interface.settings.maxHeaderSize;
+    m_flow.maxHeader = source.sampledWith->headerSize;
     // Collectors see 32 bits of both counts.
     m_flow.pool = static_cast<std::uint32_t>(source.before.pool + sample.pool);
     m_flow.drops = static_cast<std::uint32_t>(source.before.drops + sample.drops);

@@ -10,11 +10,10 @@
 #include <cstdint>
 #include <functional>
 #include <span>
-#include <unordered_map>
 #include <vector>
 
 #include "capture/packet_source.h"
-#include "manager/sampling/configured_interface.h"
+#include "manager/sampling/data_source.h"
 #include "manager/sampling/flow_sample.h"
 #include "wire/encode.h"
 
@@ -26,15 +25,13 @@ namespace manager {
 
 class Exporter;
 
-using DataSources = std::unordered_map<std::uint32_t, DataSource>;  // by kernel interface
-
 class FlowSamplePipeline : public capture::SampleSink {
 public:
     /// Both must outlive it.
     FlowSamplePipeline(net::Forwarding& forwarding, Exporter& exporter, std::function<WallTime()> clock);
 
-    void OnSamples(std::span<const capture::Sample> samples) override;
-    void OnDrained() override;
+    void OnSamples(std::span<const capture::Sample> samples) noexcept override;
+    void OnDrained() noexcept override;
 
     [[nodiscard]] DataSources& Sources() { return m_sources; }
     /// Null if there is none.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Since when has no packet been counted? Looks at the source's counts of all interfaces every few seconds,
-// and notes what has grown. Sampling owns it and asks it for the state; it samples nothing and logs nothing.
+// and notes what has grown. The reconciler owns it and asks it for the state; it samples nothing and logs
+// nothing.
 
 #ifndef MANAGER_SAMPLING_TRAFFIC_WATCH_H
 #define MANAGER_SAMPLING_TRAFFIC_WATCH_H
@@ -12,7 +13,7 @@
 #include <unordered_map>
 
 #include "capture/packet_source.h"
-#include "manager/sampling/flow_sample_pipeline.h"
+#include "manager/sampling/data_source.h"
 #include "manager/service/status.h"
 
 namespace base {

@@ -20,11 +20,6 @@ namespace manager {
 /// Bytes of a name at most, as in the YANG model.
 inline constexpr std::size_t kMaxName = 64;
 
-/// Why a message's content is no operation.
-struct Refusal {
-    std::string reason;
-};
-
 /// Whether the message carries one of the service's operations.
 bool IsOperation(const ipc::manager::ClientMessage& message);
 

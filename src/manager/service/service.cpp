@@ -8,7 +8,7 @@
 #include "log/log.h"
 #include "manager/service/journal.h"
 #include "manager/service/operation_message.h"
-#include "manager/service/state.h"
+#include "manager/service/service_table.h"
 
 namespace manager {
 namespace {
@@ -18,8 +18,12 @@ constexpr std::uint64_t kLoggedRefusals = 10;
 
 }  // namespace
 
-Service::Service(State& state, Journal* journal, Clock clock)
-    : m_state(state), m_journal(journal), m_clock(std::move(clock)), m_since(m_clock())
+Service::Service(ServiceTable& table, Journal* journal, Clock clock, Reconcile reconcile)
+    : m_table(table),
+      m_journal(journal),
+      m_clock(std::move(clock)),
+      m_reconcile(std::move(reconcile)),
+      m_since(m_clock())
 {
 }
 
@@ -27,7 +31,7 @@ void Service::Open()
 {
     Become(Session::kLoading, "SessionOpened");
     m_refusedBefore = m_refused;
-    m_state.BeginSession();
+    m_table.BeginSession();
 }
 
 bool Service::Take(const ipc::manager::ClientMessage& message)
@@ -38,9 +42,9 @@ bool Service::Take(const ipc::manager::ClientMessage& message)
     }
     if (!message.has_loaded()) return false;
     Become(Session::kLoaded, "SessionLoaded");
-    m_state.Sweep();
-    slog::Notice("session loaded: {} collectors, {} interfaces", m_state.Collectors().size(),
-                 m_state.Interfaces().size());
+    m_reconcile(m_table.Sweep());
+    slog::Notice("session loaded: {} collectors, {} interfaces", m_table.AllCollectors().size(),
+                 m_table.AllInterfaces().size());
     return true;
 }
 
@@ -65,7 +69,9 @@ void Service::TakeOperation(const ipc::manager::ClientMessage& message)
     if (const auto* refusal = std::get_if<Refusal>(&decoded)) return Refuse(refusal->reason);
     const auto& operation = std::get<Operation>(decoded);
     if (m_journal != nullptr) m_journal->Note(operation);
-    if (const std::string reason = m_state.Apply(operation); !reason.empty()) Refuse(reason);
+    const auto applied = m_table.Apply(operation);
+    if (const auto* refusal = std::get_if<Refusal>(&applied)) return Refuse(refusal->reason);
+    if (const auto& touched = std::get<Touched>(applied); !touched.None()) m_reconcile(touched);
 }
 
 void Service::Refuse(std::string_view reason)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // One session after the other with the sFlow service client, as far as it needs no socket: each message
-// is checked, noted in the journal and applied to the state. Driven by the session server.
+// is checked, noted in the journal, applied to the table and brought into effect. Driven by the session
+// server.
 
 #ifndef MANAGER_SERVICE_SERVICE_H
 #define MANAGER_SERVICE_SERVICE_H
@@ -17,7 +18,8 @@ class ClientMessage;
 namespace manager {
 
 class Journal;
-class State;
+class ServiceTable;
+struct Touched;
 
 class Service {
 public:
@@ -25,8 +27,11 @@ public:
 
     enum class Session { kNone, kLoading, kLoaded };
 
-    /// `journal` may be null. State and journal must outlive it.
-    Service(State& state, Journal* journal, Clock clock);
+    /// Brings into effect what an operation or a sweep has touched; called at once.
+    using Reconcile = std::function<void(const Touched&)>;
+
+    /// `journal` may be null. Table and journal must outlive it.
+    Service(ServiceTable& table, Journal* journal, Clock clock, Reconcile reconcile);
 
     /// A client has been given the session.
     void Open();
@@ -36,10 +41,11 @@ public:
     /// ten of the session.
     bool Take(const ipc::manager::ClientMessage& message);
 
-    /// The session has ended; the state stays as it is.
+    /// The session has ended; the table stays as it is.
     void Close();
 
-    [[nodiscard]] const State& CurrentState() const { return m_state; }
+    [[nodiscard]] const ServiceTable& Table() const { return m_table; }
+    /// Null if there is none.
     [[nodiscard]] const Journal* CurrentJournal() const { return m_journal; }
     [[nodiscard]] Session CurrentSession() const { return m_session; }
     /// When CurrentSession last changed.
@@ -53,9 +59,10 @@ private:
     void TakeOperation(const ipc::manager::ClientMessage& message);
     void Refuse(std::string_view reason);
 
-    State& m_state;
+    ServiceTable& m_table;
     Journal* m_journal;
     Clock m_clock;
+    Reconcile m_reconcile;
     Session m_session = Session::kNone;
     std::chrono::system_clock::time_point m_since;
     std::uint64_t m_operations = 0;

@@ -2,7 +2,6 @@
 #include "manager/status/diagnosis.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <string_view>
 
@@ -10,7 +9,6 @@
 
 #include "manager/status/configured.h"
 #include "manager/status/diagnosis_text.h"
-#include "manager/status/snapshot.h"
 
 namespace manager {
 namespace {
@@ -20,26 +18,23 @@ constexpr std::chrono::seconds kQuiet{10};
 
 class Diagnosis {
 public:
-    Diagnosis(const Snapshot& snapshot, const Configured* configured)
-        : m_snapshot(snapshot), m_configured(configured)
-    {
-    }
+    Diagnosis(const View& view, const Configured* configured) : m_view(view), m_configured(configured) {}
 
     void Agent();
-    void Collector(const std::string& name);
-    void Interface(const std::string& name);
+    void Collector(const std::string& name, const View::Collector* inEffect);
+    void Interface(const std::string& name, const View::Interface* inEffect);
 
-    std::vector<Problem> Take() { return std::move(m_problems); }
+    std::vector<Problem> Take();
 
 private:
-    void InEffect(const std::string& name, const Snapshot::Collector& collector);
+    void InEffect(const View::Collector& collector);
     void NotInEffect(const std::string& name, const Configured::Interface& wanted);
-    void InEffect(const Snapshot::Interface& interface);
+    void InEffect(const View::Interface& interface);
     /// If no packet can be sampled there, adds why and returns true.
-    bool CannotSample(const Snapshot::Interface& interface);
-    void Samples(const Snapshot::Interface& interface);
-    void Counters(const Snapshot::Interface& interface);
-    bool WithoutFlow(const Snapshot::Interface& interface);
+    bool CannotSample(const View::Interface& interface);
+    void Samples(const View::Interface& interface);
+    void Counters(const View::Interface& interface);
+    bool WithoutFlow(const View::Interface& interface);
 
     [[nodiscard]] bool IsDisabled(const std::string& collector) const;
     [[nodiscard]] bool AllDisabled(const std::vector<std::string>& collectors) const;
@@ -54,7 +49,7 @@ private:
         Add(Subject::kInterface, name, reason, std::move(text));
     }
 
-    const Snapshot& m_snapshot;
+    const View& m_view;
     const Configured* m_configured;
     std::vector<Problem> m_problems;
 };
@@ -80,42 +75,49 @@ const std::vector<std::string>& Diagnosis::Wanted(const std::string& interface, 
     return found == m_configured->interfaces.end() ? kNone : found->second.Of(kind);
 }
 
+std::vector<Problem> Diagnosis::Take()
+{
+    std::ranges::sort(m_problems, {},
+                      [](const Problem& problem) { return std::string_view(Name(problem.reason)); });
+    return std::move(m_problems);
+}
+
 void Diagnosis::Agent()
 {
     // The configuration daemon sends 0.0.0.0 if it knows no address.
-    if (m_snapshot.agentAddress.value_or(0) != 0 || !m_snapshot.anyInterface) return;
+    if (m_view.Table().AgentAddress().value_or(0) != 0 || m_view.Table().AllInterfaces().empty()) return;
     Add(Subject::kAgent, "agent", Reason::kNoAgentAddress, text::NoAgentAddress());
 }
 
-void Diagnosis::Collector(const std::string& name)
+void Diagnosis::Collector(const std::string& name, const View::Collector* inEffect)
 {
-    const auto* held = m_snapshot.FindCollector(name);
     const bool wanted = m_configured != nullptr && m_configured->collectors.contains(name);
     if (IsDisabled(name))
         Add(Subject::kCollector, name, Reason::kCollectorDisabled, text::Disabled({name}));
-    else if (held != nullptr)
-        InEffect(name, *held);
+    else if (inEffect != nullptr)
+        InEffect(*inEffect);
     else if (wanted)
-        Add(Subject::kCollector, name, Reason::kNotLoaded, text::NotLoaded(m_snapshot.session));
-    else if (m_snapshot.attached.contains(name))
+        Add(Subject::kCollector, name, Reason::kNotLoaded, text::NotLoaded(m_view.Manager().session));
+    else if (!m_view.Table().UsersOf(name).empty())
         Add(Subject::kCollector, name, Reason::kCollectorUnknown, text::Unknown(name));
 }
 
-void Diagnosis::InEffect(const std::string& name, const Snapshot::Collector& collector)
+void Diagnosis::InEffect(const View::Collector& collector)
 {
+    const std::string& name = collector.name;
     const StreamStatus& stream = collector.stream;
     if (stream.lastErrorTime && !stream.sending) {
         const Reason reason = text::ReasonOf(stream.lastError);
         return Add(Subject::kCollector, name, reason, text::OfError(reason, collector));
     }
-    if (!m_snapshot.attached.contains(name))
+    if (m_view.Table().UsersOf(name).empty())
         return Add(Subject::kCollector, name, Reason::kNoInterface, text::NoInterface(name));
     if (stream.datagrams == 0) Add(Subject::kCollector, name, Reason::kNothingSent, text::NothingSent());
 }
 
-void Diagnosis::Interface(const std::string& name)
+void Diagnosis::Interface(const std::string& name, const View::Interface* inEffect)
 {
-    if (const auto* held = m_snapshot.FindInterface(name)) return InEffect(*held);
+    if (inEffect != nullptr) return InEffect(*inEffect);
     if (m_configured == nullptr) return;
     const auto wanted = m_configured->interfaces.find(name);
     if (wanted != m_configured->interfaces.end()) NotInEffect(name, wanted->second);
@@ -129,10 +131,10 @@ void Diagnosis::NotInEffect(const std::string& name, const Configured::Interface
     all.erase(std::unique(all.begin(), all.end()), all.end());
     if (all.empty()) return OfInterface(name, Reason::kNoCollector, text::NoCollector(name));
     if (AllDisabled(all)) return OfInterface(name, Reason::kCollectorDisabled, text::Disabled(all));
-    OfInterface(name, Reason::kNotLoaded, text::NotLoaded(m_snapshot.session));
+    OfInterface(name, Reason::kNotLoaded, text::NotLoaded(m_view.Manager().session));
 }
 
-void Diagnosis::InEffect(const Snapshot::Interface& interface)
+void Diagnosis::InEffect(const View::Interface& interface)
 {
     if (!interface.status.present && !interface.status.samplingError.empty())
         return OfInterface(interface.name, Reason::kSourceError, interface.status.samplingError);
@@ -142,31 +144,33 @@ void Diagnosis::InEffect(const Snapshot::Interface& interface)
     Counters(interface);
 }
 
-bool Diagnosis::WithoutFlow(const Snapshot::Interface& interface)
+bool Diagnosis::WithoutFlow(const View::Interface& interface)
 {
     const std::string& name = interface.name;
-    const auto& attached = interface.Of(Kind::kFlow);
-    const auto known = [this](const std::string& each) { return m_snapshot.FindCollector(each) != nullptr; };
-    if (std::any_of(attached.begin(), attached.end(), known)) return false;
+    std::vector<std::string> attached;
+    for (const auto& [collector, mark] : interface.held.Of(Kind::kFlow)) {
+        if (m_view.Table().FindCollector(collector) != nullptr) return false;
+        attached.push_back(collector);
+    }
     const auto& wanted = attached.empty() ? Wanted(name, Kind::kFlow) : attached;
     if (AllDisabled(wanted))
         OfInterface(name, Reason::kCollectorDisabled, text::Disabled(wanted));
     else if (!attached.empty())
         OfInterface(name, Reason::kCollectorUnknown, text::Unknown(attached.front()));
     else if (!wanted.empty())
-        OfInterface(name, Reason::kNotLoaded, text::NotLoaded(m_snapshot.session));
-    else if (interface.Of(Kind::kCounter).empty())
+        OfInterface(name, Reason::kNotLoaded, text::NotLoaded(m_view.Manager().session));
+    else if (interface.held.Of(Kind::kCounter).empty())
         OfInterface(name, Reason::kNoCollector, text::NoCollector(name));
     else
         OfInterface(name, Reason::kNoFlowCollector, text::NoFlowCollector(name));
     return true;
 }
 
-bool Diagnosis::CannotSample(const Snapshot::Interface& interface)
+bool Diagnosis::CannotSample(const View::Interface& interface)
 {
-    const SourceStatus& source = m_snapshot.source;
+    const SourceStatus& source = m_view.Manager().source;
     const InterfaceStatus& status = interface.status;
-    if (interface.settings.rate == 0)
+    if (interface.held.settings.rate == 0)
         OfInterface(interface.name, Reason::kSamplingOff, text::SamplingOff(interface.name));
     else if (!source.permission)
         OfInterface(interface.name, Reason::kNoPermission, text::NoPermission(source.reason));
@@ -181,13 +185,13 @@ bool Diagnosis::CannotSample(const Snapshot::Interface& interface)
     return true;
 }
 
-void Diagnosis::Samples(const Snapshot::Interface& interface)
+void Diagnosis::Samples(const View::Interface& interface)
 {
     const InterfaceStatus& status = interface.status;
     if (WithoutFlow(interface) || CannotSample(interface)) return;
     const auto noTraffic = [&] {
         OfInterface(interface.name, Reason::kNoTraffic,
-                    text::NoTraffic(interface, m_snapshot.addedDirection));
+                    text::NoTraffic(interface, m_view.Manager().addedDirection));
     };
     if (status.packetsSeen == 0)
         noTraffic();
@@ -199,41 +203,35 @@ void Diagnosis::Samples(const Snapshot::Interface& interface)
         OfInterface(interface.name, Reason::kNoSampleYet, text::NoSampleYet(interface));
 }
 
-void Diagnosis::Counters(const Snapshot::Interface& interface)
+void Diagnosis::Counters(const View::Interface& interface)
 {
-    if (interface.settings.interval != 0) return;
-    if (interface.Of(Kind::kCounter).empty()) return;
+    if (interface.held.settings.interval != 0) return;
+    if (interface.held.Of(Kind::kCounter).empty()) return;
     OfInterface(interface.name, Reason::kPollingOff, text::PollingOff(interface.name));
 }
 
 }  // namespace
 
-const char* Name(Reason reason)
+std::vector<Problem> DiagnoseAgent(const View& view)
 {
-    static constexpr std::array kNames = {
-        "interface-missing", "interface-down",  "no-traffic",        "no-sample-yet",
-        "buffer-full",       "no-collector",    "no-flow-collector", "collector-disabled",
-        "collector-unknown", "no-permission",   "no-kernel-support", "source-error",
-        "sampling-off",      "polling-off",     "not-loaded",        "no-route",
-        "unreachable",       "refused",         "send-error",        "nothing-sent",
-        "no-interface",      "no-agent-address"};
-    static_assert(kNames.size() == static_cast<std::size_t>(Reason::kNoAgentAddress) + 1);
-    return kNames.at(static_cast<std::size_t>(reason));
+    Diagnosis diagnosis(view, nullptr);
+    diagnosis.Agent();
+    return diagnosis.Take();
 }
 
-const char* Name(Subject subject)
+std::vector<Problem> DiagnoseCollector(const std::string& name, const View::Collector* inEffect,
+                                       const View& view, const Configured* configured)
 {
-    static constexpr std::array kNames = {"agent", "collector", "interface"};
-    return kNames.at(static_cast<std::size_t>(subject));
+    Diagnosis diagnosis(view, configured);
+    diagnosis.Collector(name, inEffect);
+    return diagnosis.Take();
 }
 
-std::vector<Problem> Diagnose(const Subjects& subjects, const Snapshot& snapshot,
-                              const Configured* configured)
+std::vector<Problem> DiagnoseInterface(const std::string& name, const View::Interface* inEffect,
+                                       const View& view, const Configured* configured)
 {
-    Diagnosis diagnosis(snapshot, configured);
-    if (subjects.agent) diagnosis.Agent();
-    for (const std::string& name : subjects.collectors) diagnosis.Collector(name);
-    for (const std::string& name : subjects.interfaces) diagnosis.Interface(name);
+    Diagnosis diagnosis(view, configured);
+    diagnosis.Interface(name, inEffect);
     return diagnosis.Take();
 }
 

@@ -26,7 +26,7 @@ std::string Where(const CollectorSettings& settings)
 }
 
 /// For these errors `ip route get` would only repeat what is known: the text names the list of routes.
-std::string NoRoute(const std::string& where, const Snapshot::Collector& collector)
+std::string NoRoute(const std::string& where, const View::Collector& collector)
 {
     const std::string address = AddressText(collector.settings.address);
     const std::error_code& error = collector.stream.lastError;
@@ -106,7 +106,7 @@ Reason ReasonOf(const std::error_code& error)
     return Reason::kSendError;
 }
 
-std::string OfError(Reason reason, const Snapshot::Collector& collector)
+std::string OfError(Reason reason, const View::Collector& collector)
 {
     const std::string where = Where(collector.settings);
     if (collector.settings.port == 0)
@@ -181,9 +181,9 @@ std::string SourceError(const InterfaceStatus& status)
                        status.samplingError);
 }
 
-std::string NoTraffic(const Snapshot::Interface& interface, std::optional<Direction> added)
+std::string NoTraffic(const View::Interface& interface, std::optional<Direction> added)
 {
-    const Direction own = interface.settings.direction;
+    const Direction own = interface.held.settings.direction;
     const bool both = own == Direction::kBoth || (added && *added != own);
     const char* what = both ? "has entered or left" : own == Direction::kIngress ? "has entered" : "has left";
     const InterfaceStatus& status = interface.status;
@@ -202,10 +202,10 @@ std::string BufferFull(const InterfaceStatus& status)
         status.dropsBuffer);
 }
 
-std::string NoSampleYet(const Snapshot::Interface& interface)
+std::string NoSampleYet(const View::Interface& interface)
 {
     return fmt::format("{} packets seen, and at 1 in {} none of them has been sampled yet",
-                       interface.status.packetsSeen, interface.settings.rate);
+                       interface.status.packetsSeen, interface.held.settings.rate);
 }
 
 std::string SamplingOff(const std::string& interface)

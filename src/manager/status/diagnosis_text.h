@@ -10,8 +10,8 @@
 #include <system_error>
 #include <vector>
 
-#include "manager/status/diagnosis.h"
-#include "manager/status/snapshot.h"
+#include "manager/status/problem.h"
+#include "manager/status/view.h"
 
 namespace manager::text {
 
@@ -25,7 +25,7 @@ std::string NothingSent();
 
 /// Which of a collector's reasons the error of its socket is.
 Reason ReasonOf(const std::error_code& error);
-std::string OfError(Reason reason, const Snapshot::Collector& collector);
+std::string OfError(Reason reason, const View::Collector& collector);
 
 std::string Missing(const std::string& interface);
 std::string Down(const InterfaceStatus& status);
@@ -34,9 +34,9 @@ std::string NoFlowCollector(const std::string& interface);
 std::string NoPermission(const std::string& reason);
 std::string NoKernelSupport(const std::string& reason);
 std::string SourceError(const InterfaceStatus& status);
-std::string NoTraffic(const Snapshot::Interface& interface, std::optional<Direction> added);
+std::string NoTraffic(const View::Interface& interface, std::optional<Direction> added);
 std::string BufferFull(const InterfaceStatus& status);
-std::string NoSampleYet(const Snapshot::Interface& interface);
+std::string NoSampleYet(const View::Interface& interface);
 std::string SamplingOff(const std::string& interface);
 std::string PollingOff(const std::string& interface);
 

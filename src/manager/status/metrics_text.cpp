@@ -13,7 +13,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "manager/status/snapshot.h"
+#include "manager/status/view.h"
 
 namespace manager {
 namespace {
@@ -86,8 +86,8 @@ struct Row {
     std::uint64_t (*value)(const Thing&);
 };
 
-using Interface = Snapshot::Interface;
-using Collector = Snapshot::Collector;
+using Interface = View::Interface;
+using Collector = View::Collector;
 
 constexpr const char* kCounter = "counter";
 constexpr const char* kGauge = "gauge";
@@ -100,10 +100,10 @@ const Row<Interface> kInterfaceRows[] = {
     {"sflow_interface_sampled", kGauge, "Whether packets are sampled there.",
      [](const Interface& of) { return std::uint64_t{of.status.sampled}; }},
     {"sflow_interface_sampling_rate", kGauge, "One packet of so many is sampled.",
-     [](const Interface& of) { return std::uint64_t{of.settings.rate}; }},
+     [](const Interface& of) { return std::uint64_t{of.held.settings.rate}; }},
     {"sflow_interface_polling_interval_seconds", kGauge,
      "Time between two sendings of its counters; 0 is off.",
-     [](const Interface& of) { return std::uint64_t{of.settings.interval}; }},
+     [](const Interface& of) { return std::uint64_t{of.held.settings.interval}; }},
     {"sflow_interface_packets_seen_total", kCounter, "Packets from which samples were taken.",
      [](const Interface& of) { return of.status.packetsSeen; }},
     {"sflow_interface_samples_total", kCounter, "Packets sampled and handed to a collector at least.",
@@ -128,22 +128,22 @@ const Row<Collector> kCollectorRows[] = {
      [](const Collector& of) { return of.stream.errors; }},
 };
 
-void PutManager(const Snapshot& snapshot, Exposition& text)
+void PutManager(const ManagerStatus& manager, Exposition& text)
 {
     text.Family("sflow_manager_session_loaded", kGauge,
                 "Whether the configuration daemon is connected and has said all.");
-    text.Line("", snapshot.session == Service::Session::kLoaded ? 1U : 0U);
+    text.Line("", manager.session == Service::Session::kLoaded ? 1U : 0U);
     text.Family("sflow_manager_operations_total", kCounter, "Operations received.");
-    text.Line("", snapshot.operations);
+    text.Line("", manager.operations);
     text.Family("sflow_manager_operations_refused_total", kCounter, "Operations that could not be applied.");
-    text.Line("", snapshot.refused);
-    if (snapshot.journal) {
+    text.Line("", manager.refused);
+    if (manager.journal) {
         text.Family("sflow_manager_journal_errors_total", kCounter,
                     "Lines that could not be written to the journal.");
-        text.Line("", snapshot.journal->errors);
+        text.Line("", manager.journal->errors);
     }
     text.Family("sflow_manager_source_info", kGauge, "How packets are sampled on this machine; always 1.");
-    text.Line(Label("source", snapshot.source.kind.empty() ? "none" : snapshot.source.kind), 1U);
+    text.Line(Label("source", manager.source.kind.empty() ? "none" : manager.source.kind), 1U);
 }
 
 /// The label by which each one's lines are told apart.
@@ -215,14 +215,24 @@ void PutCollectors(const std::vector<Collector>& collectors, Exposition& text)
         text.Line(labels[i], collectors[i].stream.lastErrorTime);
 }
 
+/// Each entry with its numbers, which are read once for all its lines.
+template <typename Thing, typename Entries>
+std::vector<Thing> Look(const View& view, const Entries& entries)
+{
+    std::vector<Thing> things;
+    things.reserve(entries.size());
+    for (const auto& entry : entries) things.push_back(view.Of(entry));
+    return things;
+}
+
 }  // namespace
 
-std::string MetricsText(const Snapshot& snapshot)
+std::string MetricsText(const View& view)
 {
     Exposition text;
-    PutManager(snapshot, text);
-    PutCollectors(snapshot.collectors, text);
-    PutInterfaces(snapshot.interfaces, text);
+    PutManager(view.Manager(), text);
+    PutCollectors(Look<Collector>(view, view.Table().AllCollectors()), text);
+    PutInterfaces(Look<Interface>(view, view.Table().AllInterfaces()), text);
     return text.Take();
 }
 

@@ -10,12 +10,12 @@
 
 namespace manager {
 
-struct Snapshot;
+class View;
 
 /// The content type of the text.
 inline constexpr std::string_view kMetricsType = "text/plain; version=0.0.4; charset=utf-8";
 
-std::string MetricsText(const Snapshot& snapshot);
+std::string MetricsText(const View& view);
 
 }  // namespace manager
 

@@ -9,8 +9,6 @@
 
 #include "cdb/model/error.h"
 #include "ipc/cdb.pb.h"
-#include "manager/service/state.h"
-#include "manager/status/in_order.h"
 #include "manager/status/state_writer.h"
 
 namespace manager {
@@ -26,6 +24,26 @@ const std::string& NameOf(const std::pair<const std::string, Value>& element)
 {
     return element.first;
 }
+
+/// Look-up in a map of names that come in ascending order. To find the element behind the last one costs no
+/// search. The map must outlive it and not change.
+template <typename Map>
+class InOrder {
+public:
+    explicit InOrder(const Map& map) : m_map(map), m_next(map.begin()) {}
+
+    /// Null if there is none of that name.
+    const typename Map::value_type* Find(const std::string& name)
+    {
+        if (m_next == m_map.end() || m_next->first != name) m_next = m_map.lower_bound(name);
+        if (m_next == m_map.end() || m_next->first != name) return nullptr;
+        return &*m_next++;
+    }
+
+private:
+    const Map& m_map;
+    typename Map::const_iterator m_next;
+};
 
 /// Joins names in ascending order.
 void Join(std::vector<std::string> more, std::vector<std::string>& names)
@@ -47,19 +65,6 @@ void AddNames(const Container& container, const std::string& after, std::vector<
     auto at = container.upper_bound(after);
     for (; at != container.end() && more.size() < kEntries; ++at) more.push_back(NameOf(*at));
     Join(std::move(more), names);
-}
-
-/// The problems of one name out of those of many, by ascending names of their reasons.
-std::vector<Problem> TakeOf(const std::string& name, std::vector<Problem>::iterator& at,
-                            std::vector<Problem>::iterator end)
-{
-    std::vector<Problem> own;
-    while (at != end && at->name < name) ++at;
-    for (; at != end && at->name == name; ++at) own.push_back(std::move(*at));
-    std::sort(own.begin(), own.end(), [](const Problem& a, const Problem& b) {
-        return std::string_view(Name(a.reason)) < Name(b.reason);
-    });
-    return own;
 }
 
 }  // namespace
@@ -129,10 +134,10 @@ void StateAnswer::ReadInterfaces(const std::vector<std::string>& names)
 
 void StateAnswer::ReadAttached()
 {
-    InOrder held(m_sources.service.CurrentState().Interfaces());
+    InOrder held(m_sources.status.table.AllInterfaces());
     for (auto& [name, interface] : m_configured.interfaces) {
-        const State::Interface* inEffect = held.Find(name);
-        if (inEffect == nullptr || inEffect->Of(Kind::kFlow).empty())
+        const auto* inEffect = held.Find(name);
+        if (inEffect == nullptr || inEffect->second.Of(Kind::kFlow).empty())
             m_reader->ReadCollectorsOf(name, interface);
     }
 }
@@ -188,21 +193,22 @@ bool StateAnswer::Next(ipc::cdb::StateReply& part)
 void StateAnswer::Manager(StateWriter& writer)
 {
     if (!m_wanted.manager && !m_wanted.agentAddress && !m_wanted.problems.agent) return;
-    const Snapshot snapshot = TakeSnapshot(m_sources.service, m_sources.status, {}, {});
-    if (m_wanted.manager) writer.Manager(snapshot, *m_wanted.manager);
-    if (m_wanted.agentAddress && snapshot.agentAddress) writer.AgentAddress(*snapshot.agentAddress);
+    const View view(m_sources.status);
+    const auto address = view.Table().AgentAddress();
+    if (m_wanted.manager) writer.Manager(view.Manager(), *m_wanted.manager);
+    if (m_wanted.agentAddress && address) writer.AgentAddress(*address);
     if (!m_wanted.problems.agent) return;
-    for (const Problem& problem : Diagnose({true, {}, {}}, snapshot, nullptr)) writer.Problem(problem);
+    for (const Problem& problem : DiagnoseAgent(view)) writer.Problem(problem);
 }
 
 std::vector<std::string> StateAnswer::Take(std::vector<std::string> names, Stage next)
 {
-    InOrder interfaces(m_sources.service.CurrentState().Interfaces());
+    InOrder interfaces(m_sources.status.table.AllInterfaces());
     std::size_t taken = 0, attachments = 0;
     for (const std::string& name : names) {
         if (m_stage == Stage::kInterfaces)
-            if (const State::Interface* held = interfaces.Find(name))
-                for (const auto& attached : held->attachments) attachments += attached.size();
+            if (const auto* held = interfaces.Find(name))
+                for (const auto& attached : held->second.attachments) attachments += attached.size();
         if (taken == kEntries || (attachments > kAttachments && taken != 0)) break;
         ++taken;
     }
@@ -223,37 +229,38 @@ void StateAnswer::Collectors(StateWriter& writer)
     const WantedNames& problematic = m_wanted.problems.collectors;
     if (m_last.empty() && m_sources.refreshCollectors && !(wanted.None() && problematic.None()))
         m_sources.refreshCollectors();
-    const State& state = m_sources.service.CurrentState();
+    const ServiceTable& table = m_sources.status.table;
     std::vector<std::string> next;
     AddNames(wanted.named, m_last, next);
     AddNames(problematic.names, m_last, next);
-    if (wanted.every || problematic.all) AddNames(state.Collectors(), m_last, next);
+    if (wanted.every || problematic.all) AddNames(table.AllCollectors(), m_last, next);
     if (problematic.all) {
-        AddNames(state.AttachedCollectors(), m_last, next);
+        AddNames(table.AllUsers(), m_last, next);
         ReadNextCollectors(next);
     }
     const auto names = Take(std::move(next), Stage::kInterfaces);
     ReadCollectors(names);
-    const Snapshot snapshot = TakeSnapshot(m_sources.service, m_sources.status, names, {});
-    auto problems = Diagnose({false, names, {}}, snapshot, Known());
-    auto at = problems.begin();
+    const View view(m_sources.status);
+    InOrder held(table.AllCollectors());
     for (const std::string& name : names) {
-        const auto own = TakeOf(name, at, problems.end());
-        const auto* held = snapshot.FindCollector(name);
-        if (const auto* leaves = wanted.Of(name); held != nullptr && leaves != nullptr)
-            writer.Collector(*held, snapshot.now, own, *leaves);
+        const auto* entry = held.Find(name);
+        std::optional<View::Collector> shown;
+        if (entry != nullptr) shown.emplace(view.Of(*entry));
+        const auto problems = DiagnoseCollector(name, shown ? &*shown : nullptr, view, Known());
+        if (const auto* leaves = wanted.Of(name); shown && leaves != nullptr)
+            writer.Collector(*shown, view.Now(), problems, *leaves);
         if (!problematic.Has(name)) continue;
-        for (const Problem& problem : own) writer.Problem(problem);
+        for (const Problem& problem : problems) writer.Problem(problem);
     }
 }
 
 std::vector<std::string> StateAnswer::NamedBy(const std::vector<std::string>& interfaces) const
 {
     std::set<std::string> collectors;
-    InOrder held(m_sources.service.CurrentState().Interfaces());
+    InOrder held(m_sources.status.table.AllInterfaces());
     for (const std::string& name : interfaces)
-        if (const State::Interface* interface = held.Find(name))
-            for (const auto& attached : interface->attachments)
+        if (const auto* interface = held.Find(name))
+            for (const auto& attached : interface->second.attachments)
                 for (const auto& [collector, mark] : attached) collectors.insert(collector);
     for (const auto& [name, interface] : m_configured.interfaces)
         for (const auto& names : interface.collectors) collectors.insert(names.begin(), names.end());
@@ -267,8 +274,7 @@ void StateAnswer::Interfaces(StateWriter& writer)
     std::vector<std::string> next;
     AddNames(wanted.named, m_last, next);
     AddNames(problematic.names, m_last, next);
-    if (wanted.every || problematic.all)
-        AddNames(m_sources.service.CurrentState().Interfaces(), m_last, next);
+    if (wanted.every || problematic.all) AddNames(m_sources.status.table.AllInterfaces(), m_last, next);
     m_configured.interfaces.clear();
     if (problematic.all) ReadNextInterfaces(next);
     const auto names = Take(std::move(next), Stage::kDone);
@@ -276,24 +282,19 @@ void StateAnswer::Interfaces(StateWriter& writer)
     configured.erase(names.empty() ? configured.begin() : configured.upper_bound(names.back()),
                      configured.end());
     ReadInterfaces(names);
-    std::vector<Problem> problems;
-    Snapshot snapshot;
-    if (m_diagnoses) {
-        const auto collectors = NamedBy(names);
-        ReadCollectors(collectors);
-        snapshot = TakeSnapshot(m_sources.service, m_sources.status, collectors, names);
-        problems = Diagnose({false, {}, names}, snapshot, Known());
-    } else {
-        snapshot = TakeSnapshot(m_sources.service, m_sources.status, {}, names);
-    }
-    auto at = problems.begin();
+    if (m_diagnoses) ReadCollectors(NamedBy(names));
+    const View view(m_sources.status);
+    InOrder held(m_sources.status.table.AllInterfaces());
     for (const std::string& name : names) {
-        const auto own = TakeOf(name, at, problems.end());
-        const auto* held = snapshot.FindInterface(name);
-        if (const auto* leaves = wanted.Of(name); held != nullptr && leaves != nullptr)
-            writer.Interface(*held, snapshot, Known(), own, *leaves);
+        const auto* entry = held.Find(name);
+        std::optional<View::Interface> shown;
+        if (entry != nullptr) shown.emplace(view.Of(*entry));
+        std::vector<Problem> problems;
+        if (m_diagnoses) problems = DiagnoseInterface(name, shown ? &*shown : nullptr, view, Known());
+        if (const auto* leaves = wanted.Of(name); shown && leaves != nullptr)
+            writer.Interface(*shown, view, Known(), problems, *leaves);
         if (!problematic.Has(name)) continue;
-        for (const Problem& problem : own) writer.Problem(problem);
+        for (const Problem& problem : problems) writer.Problem(problem);
     }
 }
 

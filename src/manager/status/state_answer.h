@@ -16,8 +16,8 @@
 
 #include "manager/status/configured.h"
 #include "manager/status/diagnosis.h"
-#include "manager/status/snapshot.h"
 #include "manager/status/state_wanted.h"
+#include "manager/status/view.h"
 
 namespace ipc::cdb {
 class StateReply;
@@ -44,7 +44,6 @@ public:
 class StateAnswer final : public StateParts {
 public:
     struct Sources {
-        const Service& service;
         StatusSources status;
         /// Updates what is known of the collectors; called before they are read.
         std::function<void()> refreshCollectors = {};
@@ -52,7 +51,7 @@ public:
         const cdb::StoreReader* store = nullptr;
         std::string storeProblem = {};
     };
-    /// The service and the store must outlive it.
+    /// The table and the store must outlive it.
     StateAnswer(Sources sources, WantedState wanted);
 
     bool Next(ipc::cdb::StateReply& part) override;

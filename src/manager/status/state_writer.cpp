@@ -95,6 +95,10 @@ public:
     {
         for (const std::string& value : values) Text(name, value);
     }
+    void Names(StateName name, const ServiceTable::Attachments& attachments)
+    {
+        for (const auto& [collector, mark] : attachments) Text(name, collector);
+    }
     void Time(StateName name, WallTime time)
     {
         if (Wanted(name)) Put(name, DateAndTime(time));
@@ -177,23 +181,23 @@ ipc::cdb::StateNode& StateWriter::Add(StateName name)
     return node;
 }
 
-void StateWriter::Manager(const Snapshot& snapshot, const WantedLeaves& wanted)
+void StateWriter::Manager(const ManagerStatus& status, const WantedLeaves& wanted)
 {
     NodeWriter node(*this, Add(StateName::kManager), wanted);
-    node.Boolean(StateName::kConnected, snapshot.session != Service::Session::kNone);
-    node.Number(StateName::kPid, static_cast<std::uint64_t>(snapshot.pid));
-    node.Text(StateName::kSession, Name(snapshot.session));
-    node.Time(StateName::kSince, snapshot.since);
-    if (snapshot.journal) {
-        node.Text(StateName::kJournal, snapshot.journal->path);
-        node.Number(StateName::kJournalErrors, snapshot.journal->errors);
+    node.Boolean(StateName::kConnected, status.session != Service::Session::kNone);
+    node.Number(StateName::kPid, static_cast<std::uint64_t>(status.pid));
+    node.Text(StateName::kSession, Name(status.session));
+    node.Time(StateName::kSince, status.since);
+    if (status.journal) {
+        node.Text(StateName::kJournal, status.journal->path);
+        node.Number(StateName::kJournalErrors, status.journal->errors);
     }
-    node.Number(StateName::kOperations, snapshot.operations);
-    node.Number(StateName::kOperationsRefused, snapshot.refused);
-    node.Text(StateName::kPacketSource, SourceKind(snapshot.source));
-    if (!snapshot.source.reason.empty()) node.Text(StateName::kPacketSourceReason, snapshot.source.reason);
-    if (snapshot.addedDirection) node.Text(StateName::kAddedDirection, Name(*snapshot.addedDirection));
-    node.Texts(StateName::kLimitation, snapshot.limitations);
+    node.Number(StateName::kOperations, status.operations);
+    node.Number(StateName::kOperationsRefused, status.refused);
+    node.Text(StateName::kPacketSource, SourceKind(status.source));
+    if (!status.source.reason.empty()) node.Text(StateName::kPacketSourceReason, status.source.reason);
+    if (status.addedDirection) node.Text(StateName::kAddedDirection, Name(*status.addedDirection));
+    node.Texts(StateName::kLimitation, status.limitations);
 }
 
 void StateWriter::AgentAddress(std::uint32_t address)
@@ -202,45 +206,44 @@ void StateWriter::AgentAddress(std::uint32_t address)
     m_root.add_values(AddressText(address));
 }
 
-void StateWriter::Collector(const Snapshot::Collector& held, WallTime now,
+void StateWriter::Collector(const View::Collector& shown, WallTime now,
                             const std::vector<manager::Problem>& problems, const WantedLeaves& wanted)
 {
     NodeWriter node(*this, Add(StateName::kCollector), wanted);
-    node.Key(held.name);
-    node.Text(StateName::kAddress, AddressText(held.settings.address));
-    node.Number(StateName::kPort, held.settings.port);
-    node.Number(StateName::kDatagramSize, held.settings.datagramSize);
-    node.Boolean(StateName::kSending, held.stream.sending);
-    node.Number(StateName::kPacketsSent, held.stream.datagrams);
-    node.Number(StateName::kBytesSent, held.stream.bytes);
-    node.Number(StateName::kFlowSamplesSent, held.stream.flowSamples);
-    node.Number(StateName::kCounterSamplesSent, held.stream.counterSamples);
-    node.Number(StateName::kPacketsLost, held.stream.lostDatagrams);
-    node.Number(StateName::kSamplesLost, held.stream.lostSamples);
-    node.Number(StateName::kErrors, held.stream.errors);
-    if (held.stream.lastErrorTime) node.Text(StateName::kLastError, held.stream.lastErrorText);
-    node.Last(StateName::kLastErrorTime, StateName::kLastErrorAge, now, held.stream.lastErrorTime);
-    node.Last(StateName::kLastPacketTime, StateName::kLastPacketAge, now, held.stream.lastDatagram);
+    node.Key(shown.name);
+    node.Text(StateName::kAddress, AddressText(shown.settings.address));
+    node.Number(StateName::kPort, shown.settings.port);
+    node.Number(StateName::kDatagramSize, shown.settings.datagramSize);
+    node.Boolean(StateName::kSending, shown.stream.sending);
+    node.Number(StateName::kPacketsSent, shown.stream.datagrams);
+    node.Number(StateName::kBytesSent, shown.stream.bytes);
+    node.Number(StateName::kFlowSamplesSent, shown.stream.flowSamples);
+    node.Number(StateName::kCounterSamplesSent, shown.stream.counterSamples);
+    node.Number(StateName::kPacketsLost, shown.stream.lostDatagrams);
+    node.Number(StateName::kSamplesLost, shown.stream.lostSamples);
+    node.Number(StateName::kErrors, shown.stream.errors);
+    if (shown.stream.lastErrorTime) node.Text(StateName::kLastError, shown.stream.lastErrorText);
+    node.Last(StateName::kLastErrorTime, StateName::kLastErrorAge, now, shown.stream.lastErrorTime);
+    node.Last(StateName::kLastPacketTime, StateName::kLastPacketAge, now, shown.stream.lastDatagram);
     node.Reasons(problems);
 }
 
-void StateWriter::Interface(const Snapshot::Interface& held, const Snapshot& snapshot,
-                            const Configured* configured, const std::vector<manager::Problem>& problems,
-                            const WantedLeaves& wanted)
+void StateWriter::Interface(const View::Interface& shown, const View& view, const Configured* configured,
+                            const std::vector<manager::Problem>& problems, const WantedLeaves& wanted)
 {
     NodeWriter node(*this, Add(StateName::kInterface), wanted);
-    node.Key(held.name);
-    node.Number(StateName::kSamplingRate, held.settings.rate);
+    node.Key(shown.name);
+    node.Number(StateName::kSamplingRate, shown.held.settings.rate);
     if (configured != nullptr)
-        if (const auto found = configured->interfaces.find(held.name); found != configured->interfaces.end())
+        if (const auto found = configured->interfaces.find(shown.name); found != configured->interfaces.end())
             node.Text(StateName::kSamplingRateSource, found->second.ownRate ? "own-setting" : "speed-class");
-    node.Number(StateName::kMaxHeaderSize, held.settings.maxHeaderSize);
-    node.Number(StateName::kPollingInterval, held.settings.interval);
-    node.Text(StateName::kDirection, Name(held.settings.direction));
-    node.Texts(StateName::kFlowCollector, held.Of(Kind::kFlow));
-    node.Texts(StateName::kCounterCollector, held.Of(Kind::kCounter));
-    Kernel(held.status, snapshot.source, node);
-    Counts(held.status, snapshot.now, node);
+    node.Number(StateName::kMaxHeaderSize, shown.held.settings.maxHeaderSize);
+    node.Number(StateName::kPollingInterval, shown.held.settings.interval);
+    node.Text(StateName::kDirection, Name(shown.held.settings.direction));
+    node.Names(StateName::kFlowCollector, shown.held.Of(Kind::kFlow));
+    node.Names(StateName::kCounterCollector, shown.held.Of(Kind::kCounter));
+    Kernel(shown.status, view.Manager().source, node);
+    Counts(shown.status, view.Now(), node);
     node.Reasons(problems);
 }
 

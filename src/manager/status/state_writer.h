@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "manager/status/diagnosis.h"
-#include "manager/status/snapshot.h"
 #include "manager/status/state_name.h"
 #include "manager/status/state_wanted.h"
+#include "manager/status/view.h"
 
 namespace ipc::cdb {
 class StateNode;
@@ -30,14 +30,14 @@ public:
     /// `part` must outlive it. All that is written goes below `path`.
     StateWriter(ipc::cdb::StateReply& part, const std::string& path);
 
-    void Manager(const Snapshot& snapshot, const WantedLeaves& wanted);
+    void Manager(const ManagerStatus& status, const WantedLeaves& wanted);
     /// `address`: network byte order in memory.
     void AgentAddress(std::uint32_t address);
     /// `problems` are the collector's own.
-    void Collector(const Snapshot::Collector& held, WallTime now, const std::vector<Problem>& problems,
+    void Collector(const View::Collector& shown, WallTime now, const std::vector<Problem>& problems,
                    const WantedLeaves& wanted);
     /// `configured` may be null: then what only it shows is left out.
-    void Interface(const Snapshot::Interface& held, const Snapshot& snapshot, const Configured* configured,
+    void Interface(const View::Interface& shown, const View& view, const Configured* configured,
                    const std::vector<Problem>& problems, const WantedLeaves& wanted);
     /// To be called in ascending order of subject, name and reason.
     void Problem(const manager::Problem& problem);

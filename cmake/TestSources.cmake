@@ -1,0 +1,33 @@
+# SPDX-License-Identifier: Apache-2.0
+# A test that no program contains would never fail: a configure error names each such source.
+
+# Sets `result` to the sources of all targets of a folder and of the folders in it, with their whole paths.
+function(sources_of_targets folder result)
+  set(found "")
+  get_property(below DIRECTORY ${folder} PROPERTY SUBDIRECTORIES)
+  foreach(each IN LISTS below)
+    sources_of_targets(${each} theirs)
+    list(APPEND found ${theirs})
+  endforeach()
+  get_property(targets DIRECTORY ${folder} PROPERTY BUILDSYSTEM_TARGETS)
+  foreach(target IN LISTS targets)
+    get_target_property(sources ${target} SOURCES)
+    if(sources)
+      foreach(source IN LISTS sources)
+        cmake_path(ABSOLUTE_PATH source BASE_DIRECTORY ${folder} NORMALIZE)
+        list(APPEND found ${source})
+      endforeach()
+    endif()
+  endforeach()
+  set(${result} ${found} PARENT_SCOPE)
+endfunction()
+
+function(require_every_source folder)
+  sources_of_targets(${folder} built)
+  file(GLOB_RECURSE left CONFIGURE_DEPENDS ${folder}/*.cpp)
+  list(REMOVE_ITEM left ${built})
+  if(left)
+    list(JOIN left "\n  " names)
+    message(FATAL_ERROR "No target contains these sources; add each to a program of its folder:\n  ${names}")
+  endif()
+endfunction()

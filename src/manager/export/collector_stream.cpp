@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "manager/export/collector_stream.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <fmt/format.h>
+
+#include "wire/encode.h"
+
+namespace manager {
+namespace {
+
+using std::chrono::milliseconds;
+constexpr milliseconds kConnectEvery{1000};
+/// A path's MTU may have grown since the kernel refused to cut messages.
+constexpr milliseconds kTrySegmentsEvery{60'000};
+
+/// The size that a datagram may have, whatever the settings say: a sample cut to the least room fits in it,
+/// and IPv4 carries it.
+std::size_t Usable(std::size_t size)
+{
+    return std::clamp(size, wire::kDatagramHeaderSize + wire::kMinSampleRoom, kMaxMessage);
+}
+
+}  // namespace
+
+std::string WithoutMark(const std::error_code& error)
+{
+    return fmt::format(
+        "the manager's own datagrams are not marked ({}), so they are sampled like others at the "
+        "interfaces they pass; start sflow-mgr as root, or grant it CAP_NET_ADMIN or, from Linux 5.17 on, "
+        "CAP_NET_RAW",
+        error.message());
+}
+
+void StreamShared::SendAll()
+{
+    for (CollectorStream* stream : waiting) {
+        stream->Send();
+        stream->Unlist();
+    }
+    waiting.clear();
+}
+
+CollectorStream::CollectorStream(const std::string& name, const CollectorSettings& settings,
+                                 StreamShared& shared)
+    : m_shared(shared),
+      m_settings(settings),
+      m_size(Usable(settings.datagramSize)),
+      m_socket(StreamSocket::Options{.mark = shared.mark}),
+      m_health(name, settings)
+{
+    Connect(m_shared.uptime());
+}
+
+CollectorStream::~CollectorStream()
+{
+    m_shared.pool.Release(m_block);
+    if (m_listed) std::erase(m_shared.waiting, this);
+}
+
+std::size_t CollectorStream::Room() const { return m_size - wire::kDatagramHeaderSize; }
+
+void CollectorStream::Put(std::span<const std::byte> sample, Sample kind)
+{
+    const std::size_t size = sample.size();
+    if (size > m_limit - m_end || size == 0) [[unlikely]] {
+        if (size > Room() || size == 0) return m_health.LostSample();
+        Next();
+    }
+    std::memcpy(m_block.bytes.get() + m_end, sample.data(), size);
+    m_end += size;
+    if (kind == Sample::kFlow)
+        ++m_open.flows;
+    else
+        ++m_open.counters;
+}
+
+void CollectorStream::Change(const CollectorSettings& settings)
+{
+    if (settings == m_settings) return;
+    Send();
+    const bool elsewhere = settings.address != m_settings.address || settings.port != m_settings.port;
+    m_settings = settings;
+    m_size = Usable(settings.datagramSize);
+    if (elsewhere) {
+        m_health.Redirect(settings);
+        Connect(m_shared.uptime());
+    } else {
+        m_socket.TrySegments();
+    }
+}
+
+void CollectorStream::Next()
+{
+    if (m_begin < m_end) {
+        CloseDatagram();
+        if (!HasSpace(m_block.capacity)) {
+            if (HasSpace(StreamPool::kBatch))
+                Grow();
+            else
+                Send();
+        }
+    }
+    Begin();
+}
+
+bool CollectorStream::HasSpace(std::size_t capacity) const
+{
+    return m_end + m_size <= capacity && m_closed.size() < kMaxDatagrams;
+}
+
+void CollectorStream::Grow()
+{
+    StreamPool::Block batch = m_shared.pool.Batch();
+    // Other streams hold all large blocks: sending what waits gives them back.
+    if (!batch.bytes) return m_shared.SendAll();
+    std::memcpy(batch.bytes.get(), m_block.bytes.get(), m_end);
+    m_shared.pool.Release(m_block);
+    m_block = std::move(batch);
+}
+
+void CollectorStream::Begin()
+{
+    if (!m_block.bytes) m_block = m_shared.pool.Small(m_size);
+    if (!m_listed) {
+        m_shared.waiting.push_back(this);
+        m_listed = true;
+    }
+    m_open = {};
+    m_begin = m_end;
+    m_limit = m_begin + m_size;
+    m_end += wire::kDatagramHeaderSize;  // written when the datagram is closed
+}
+
+void CollectorStream::CloseDatagram()
+{
+    wire::DatagramHeader header;
+    header.agentAddress = m_shared.agentAddress;
+    header.sequence = ++m_sequence;
+    header.uptime = static_cast<std::uint32_t>(m_shared.uptime().count());
+    header.samples = std::uint32_t{m_open.flows} + m_open.counters;
+    wire::Encode(header, std::span(m_block.bytes.get() + m_begin, wire::kDatagramHeaderSize));
+    m_open.size = static_cast<std::uint16_t>(m_end - m_begin);
+    m_closed.push_back(m_open);
+    m_begin = m_limit = m_end;
+}
+
+void CollectorStream::Send()
+{
+    if (m_begin < m_end) CloseDatagram();
+    if (m_closed.empty()) return;
+    const milliseconds now = m_shared.uptime();
+    if (!m_socket.Connected() && now - m_triedAt >= kConnectEvery) Connect(now);
+    SendResult result;
+    if (m_socket.Connected()) {
+        if (!m_socket.Segments() && now - m_refusedAt >= kTrySegmentsEvery) {
+            m_socket.TrySegments();
+            m_refusedAt = now;
+        }
+        result = m_socket.Send(m_block.bytes.get(), m_closed);
+    }
+    Count(result, now);
+    if (result.renew) m_socket.Close();
+    m_closed.clear();
+    m_shared.pool.Release(m_block);
+    m_begin = m_end = m_limit = 0;
+}
+
+void CollectorStream::Count(const SendResult& result, milliseconds now)
+{
+    std::size_t taken = 0;
+    for (std::size_t at = 0; at < m_closed.size(); ++at) {
+        const bool isTaken = (result.taken >> at & 1) != 0;
+        if (isTaken)
+            m_health.Taken(m_closed[at]);
+        else
+            m_health.Lost(m_closed[at]);
+        taken += isTaken ? 1 : 0;
+    }
+    const auto time = m_shared.clock();
+    const bool all = taken == m_closed.size();
+    const bool own = result.errors > 0 && !(result.earlier && all);
+    if (own)
+        m_health.Failed("send", result.error, result.errors, !all, now, time);
+    else if (result.errors > 0)
+        m_health.Reported(result.error, time);
+    if (taken > 0) m_health.Sent(now, time);
+    if (all && !own) m_health.Clean(now);
+}
+
+void CollectorStream::TakeErrors()
+{
+    if (!m_socket.Connected()) return;
+    if (const std::error_code error = m_socket.TakeError())
+        m_health.Reported(error, m_shared.clock());
+    else
+        m_health.Silent(m_shared.uptime());
+}
+
+void CollectorStream::Connect(milliseconds now)
+{
+    m_triedAt = now;
+    m_refusedAt = now;
+    const std::error_code error = m_socket.Connect(m_settings.address, m_settings.port);
+    if (error) m_health.Failed("connect", error, 1, true, now, m_shared.clock());
+    if (!m_socket.Connected()) return;  // for lack of descriptors, say: nothing new about marks
+    const std::error_code& mark = m_socket.MarkError();
+    m_shared.limitation = mark ? WithoutMark(mark) : "";
+}
+
+}  // namespace manager

@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+// Brings what the manager was told into effect: compares what the service's table says of an interface or a
+// collector with what is in effect, and changes what differs. Binds the interfaces of the table to kernel
+// interfaces as these come and go, has packets sampled there, and tells the poller which counters to send.
+// The sampled packets themselves go through flow_sample_pipeline.h.
+
+#ifndef MANAGER_SAMPLING_RECONCILER_H
+#define MANAGER_SAMPLING_RECONCILER_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "manager/sampling/data_source.h"
+#include "manager/sampling/flow_sample_pipeline.h"
+#include "manager/sampling/traffic_watch.h"
+#include "manager/service/service_table.h"
+#include "manager/service/status.h"
+#include "net/links/links.h"
+
+namespace capture {
+class PacketSource;
+}
+namespace base {
+class Timers;
+}  // namespace base
+namespace net {
+class Forwarding;
+}
+
+namespace manager {
+
+class Exporter;
+class Poller;
+
+class Reconciler final : public net::LinkObserver {
+public:
+    struct Parts {
+        const ServiceTable& table;
+        base::Timers& timers;
+        net::Links& links;
+        net::Forwarding& forwarding;
+        Exporter& exporter;
+        Poller& poller;
+    };
+    using WallClock = std::function<WallTime()>;
+
+    /// Between two tries to sample at interfaces that the source has refused: what it lacked may be available
+    /// again.
+    static constexpr std::chrono::seconds kRetry{5};
+
+    /// `added` is a direction that is sampled besides the one each interface asks for. The parts must
+    /// outlive it. It adds itself to the links.
+    Reconciler(const Parts& parts, std::optional<Direction> added, WallClock clock);
+
+    /// Takes the sampled packets: give it to the source.
+    [[nodiscard]] capture::SampleSink& Sink() { return m_flows; }
+
+    /// The source to sample with; null: nothing is sampled, counters are. The source must live until End.
+    void SetSource(capture::PacketSource* source, SourceStatus status);
+    /// Ends all sampling: the source may be destroyed then.
+    void End();
+
+    /// The table has changed there. A collector that goes is given what was sampled for it before.
+    void Reconcile(const Touched& touched);
+
+    void LinkChanged(const net::Link& link) override;
+    void LinkRemoved(const net::Link& link) override;
+
+    [[nodiscard]] const SourceStatus& Source() const { return m_sourceStatus; }
+    /// What happens at each interface of the table, by its name. Reads the source's counts.
+    [[nodiscard]] std::map<std::string, InterfaceStatus> Interfaces();
+    /// The same for one of them; an empty status if the table has no such interface.
+    [[nodiscard]] InterfaceStatus Interface(const std::string& name);
+
+private:
+    /// An interface of the table, or one that has just gone from it.
+    struct Binding {
+        DataSource* source = nullptr;  // null: no kernel interface has its name
+        std::uint32_t waitsFor = 0;    // the kernel interface that has its name but serves another; 0: none
+    };
+
+    // Names are copies: what they would refer to may change meanwhile.
+    void ReconcileInterface(std::string name);
+    void ReconcileCollector(const std::string& name);
+    void ReconcileNamed(const net::Link& link);
+    void ReconcileWaiting(std::uint32_t ifIndex);
+
+    void WaitFor(const std::string& name, Binding& binding, std::uint32_t ifIndex);
+    [[nodiscard]] bool IsTaken(const net::Link& link, const std::string& by) const;
+    void Bind(const std::string& name, Binding& binding, const net::Link& link);
+    void Unbind(Binding& binding);
+
+    void ApplyStreams(const ServiceTable::Interface& interface, DataSource& source);
+    [[nodiscard]] std::vector<Stream*> WantedStreams(const ServiceTable::Attachments& attachments) const;
+    [[nodiscard]] std::optional<capture::Settings> WantedSampling(const InterfaceSettings& settings,
+                                                                  const DataSource& source) const;
+    void ApplySampling(const InterfaceSettings& settings, DataSource& source);
+    void Refused(DataSource& source, const std::string& reason);
+    void EndSampling(DataSource& source);
+    void UseExpandedEncoding();
+    void DrainOnce();
+
+    [[nodiscard]] const DataSource* SourceOf(const std::string& name) const;
+    [[nodiscard]] InterfaceStatus StatusOf(const std::string& name, const DataSource* source,
+                                           const capture::Counts& counts) const;
+
+    const ServiceTable& m_table;
+    base::Timers& m_timers;
+    net::Links& m_links;
+    Exporter& m_exporter;
+    Poller& m_poller;
+    const std::optional<Direction> m_added;
+    capture::PacketSource* m_source = nullptr;
+    SourceStatus m_sourceStatus{.kind = "none", .reason = "", .permission = true};
+    FlowSamplePipeline m_flows;
+    TrafficWatch m_traffic;
+    std::unordered_map<std::string, Binding> m_bindings;                 // by name in the table
+    std::unordered_map<std::uint32_t, std::set<std::string>> m_waiting;  // the names, by waitsFor
+    std::set<std::string> m_refused;  // those that the source does not sample although it should
+    std::shared_ptr<void> m_retry;    // while there are any
+    bool m_drained = false;           // since the table last changed
+};
+
+}  // namespace manager
+
+#endif

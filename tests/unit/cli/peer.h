@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+// The database's side of a NETCONF session, played by a test: answers by script, records requests.
+
+#ifndef TESTS_UNIT_CLI_PEER_H
+#define TESTS_UNIT_CLI_PEER_H
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "netconf/client.h"
+
+namespace cli_test {
+
+/// The content of the <rpc-reply> for an operation; nullopt ends the session without an answer.
+using Answer = std::function<std::optional<std::string>(const std::string& operation)>;
+
+class Peer {
+public:
+    explicit Peer(Answer answer) : m_answer(std::move(answer)) {}
+    ~Peer();
+    Peer(const Peer&) = delete;
+    Peer& operator=(const Peer&) = delete;
+
+    /// A session with this peer; served by a thread until the client goes.
+    std::unique_ptr<netconf::Client> Connect();
+
+    /// The operations received, in order. Only when every client has gone, or waits for nothing.
+    [[nodiscard]] const std::vector<std::string>& Requests() const { return m_requests; }
+
+private:
+    void Serve(int descriptor);
+
+    Answer m_answer;
+    std::vector<std::string> m_requests;
+    std::vector<std::thread> m_threads;
+};
+
+/// Answers that tests use often.
+std::optional<std::string> Ok(const std::string& operation);
+std::string Data(const std::string& xml);
+std::string RpcError(const std::string& severity, const std::string& message, const std::string& path = {});
+
+}  // namespace cli_test
+
+#endif

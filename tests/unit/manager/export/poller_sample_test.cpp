@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: Apache-2.0
+// What stands in a counter sample.
+
+#include "manager/export/poller_sample.h"
+
+#include <net/if_arp.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "manager/export/poller_world.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+constexpr std::uint32_t kNone32 = 0xFFFFFFFF;
+
+struct PollerSample : testing::Test, PollerWorld {
+    support::DecodedCounters Sent()
+    {
+        Poll("a", 1, 1, 0);
+        Advance(1);
+        return m_one.m_samples.empty() ? support::DecodedCounters{} : m_one.m_samples.back();
+    }
+};
+
+TEST_F(PollerSample, HasEachNumberInItsPlaceAndAllOnesWhereNothingIsCounted)
+{
+    net::Link link;
+    link.index = 1;
+    link.hardwareType = ARPHRD_ETHER;
+    link.up = true;
+    link.promiscuous = true;
+    link.speed = 100'000'000'000;
+    link.duplex = net::Duplex::kHalf;
+    m_links.Put(link);
+    m_reader.m_counters[1] = {.ifIndex = 1,
+                              .rxPackets = 1000,
+                              .txPackets = 11,
+                              .rxBytes = 0x1'2345'6789,
+                              .txBytes = 0x9'8765'4321,
+                              .rxErrors = 12,
+                              .txErrors = 13,
+                              .rxDropped = 14,
+                              .txDropped = 15,
+                              .rxMissed = 16,
+                              .multicast = 17};
+    const support::DecodedCounters expected{.expanded = false,
+                                            .sequence = 1,
+                                            .sourceClass = 0,
+                                            .sourceIndex = 1,
+                                            .records = {1, 1005},
+                                            .generic = support::DecodedGeneric{.ifIndex = 1,
+                                                                               .ifType = 6,
+                                                                               .speed = 100'000'000'000,
+                                                                               .direction = 2,
+                                                                               .adminUp = true,
+                                                                               .operUp = false,
+                                                                               .inOctets = 0x1'2345'6789,
+                                                                               .inUnicast = 983,
+                                                                               .inMulticast = 17,
+                                                                               .inBroadcast = kNone32,
+                                                                               .inDiscards = 30,
+                                                                               .inErrors = 12,
+                                                                               .inUnknownProtocols = kNone32,
+                                                                               .outOctets = 0x9'8765'4321,
+                                                                               .outUnicast = 11,
+                                                                               .outMulticast = kNone32,
+                                                                               .outBroadcast = kNone32,
+                                                                               .outDiscards = 15,
+                                                                               .outErrors = 13,
+                                                                               .promiscuous = 1},
+                                            .ethernet = std::nullopt,
+                                            .portName = "a"};
+    EXPECT_EQ(Sent(), expected);
+}
+
+TEST_F(PollerSample, CountsWrapAtThirtyTwoBitsAndOctetsDoNot)
+{
+    m_reader.m_counters[1] = {.ifIndex = 1,
+                              .rxPackets = (3ULL << 32) + 5,
+                              .txPackets = (1ULL << 32) + 6,
+                              .rxBytes = ~0ULL - 1,
+                              .rxErrors = kNone32,
+                              .rxDropped = kNone32,
+                              .rxMissed = 2};
+    const auto generic = Sent().generic.value();
+    EXPECT_EQ(generic.inUnicast, 5U);
+    EXPECT_EQ(generic.outUnicast, 6U);
+    EXPECT_EQ(generic.inOctets, ~0ULL - 1);
+    EXPECT_EQ(generic.inDiscards, 1U);
+    EXPECT_EQ(generic.inErrors, kNone32);  // it can't be told from "not counted"
+}
+
+TEST_F(PollerSample, MoreMulticastsThanPacketsMeanNoUnicast)
+{
+    m_reader.m_counters[1] = {.ifIndex = 1, .rxPackets = 3, .multicast = 4};
+    EXPECT_EQ(Sent().generic->inUnicast, 0U);
+}
+
+TEST_F(PollerSample, HasAnEthernetRecordWhereTheDriverCounts)
+{
+    m_reader.m_ethernet[1] = {.alignmentErrors = 1,
+                              .fcsErrors = (1ULL << 32) + 2,
+                              .singleCollisions = 3,
+                              .multipleCollisions = 4,
+                              .sqeTestErrors = std::nullopt,
+                              .deferred = 6,
+                              .lateCollisions = 7,
+                              .excessiveCollisions = 8,
+                              .macTransmitErrors = 9,
+                              .carrierSenseErrors = 10,
+                              .frameTooLongs = 11,
+                              .macReceiveErrors = 12,
+                              .symbolErrors = 13};
+    const auto sample = Sent();
+    EXPECT_THAT(sample.records, ElementsAre(1, 2, 1005));
+    const support::DecodedEthernet expected{.alignmentErrors = 1,
+                                            .fcsErrors = 2,
+                                            .singleCollisions = 3,
+                                            .multipleCollisions = 4,
+                                            .sqeTestErrors = kNone32,
+                                            .deferred = 6,
+                                            .lateCollisions = 7,
+                                            .excessiveCollisions = 8,
+                                            .macTransmitErrors = 9,
+                                            .carrierSenseErrors = 10,
+                                            .frameTooLongs = 11,
+                                            .macReceiveErrors = 12,
+                                            .symbolErrors = 13};
+    EXPECT_EQ(sample.ethernet, expected);
+}
+
+TEST_F(PollerSample, IsTheSameForAllStreamsWithRoomAndLosesRecordsWhereThereIsLess)
+{
+    m_reader.m_ethernet[1].fcsErrors = 1;
+    RecordingStream third(m_timers);
+    m_other.m_room = 172;
+    auto target = Target(1, 1);
+    const std::vector<manager::Stream*> streams{&m_one, &m_other, &third};
+    target.streams = &streams;
+    m_poller.Set(std::string(64, 'n'), target);
+    Advance(1);
+    ASSERT_EQ(m_one.m_samples.size(), 1U);
+    ASSERT_EQ(m_other.m_samples.size(), 1U);
+    EXPECT_EQ(m_one.m_bytes, third.m_bytes);
+    EXPECT_THAT(m_one.m_samples[0].records, ElementsAre(1, 2, 1005));
+    EXPECT_LE(m_other.m_bytes[0].size(), 172U);
+    EXPECT_LT(m_other.m_samples[0].records.size(), 3U);
+    EXPECT_EQ(m_other.m_samples[0].generic, m_one.m_samples[0].generic);
+    EXPECT_EQ(m_other.m_samples[0].sequence, m_one.m_samples[0].sequence);
+}
+
+TEST_F(PollerSample, AfterARestartSequencesBeginAnewInTheOtherEncoding)
+{
+    Poll("a", 1, 1, 0);
+    Advance(2);
+    m_poller.Restart(wire::Encoding::kExpanded);
+    Advance(1);
+    EXPECT_THAT(m_one.m_taken, ElementsAre(Taken{1, 1, 1}, Taken{2, 1, 2}, Taken{3, 1, 1}));
+    EXPECT_FALSE(m_one.m_samples[1].expanded);
+    EXPECT_TRUE(m_one.m_samples[2].expanded);
+}
+
+struct Type {
+    const char* name;
+    std::uint16_t hardware;
+    bool bridge;
+    std::uint32_t type;
+};
+void PrintTo(const Type& type, std::ostream* out) { *out << type.name; }
+struct InterfaceTypes : testing::TestWithParam<Type> {};
+
+TEST_P(InterfaceTypes, FollowTheHardware)
+{
+    net::Link link;
+    link.hardwareType = GetParam().hardware;
+    link.bridge = GetParam().bridge;
+    EXPECT_EQ(manager::InterfaceType(link), GetParam().type);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Links, InterfaceTypes,
+    testing::Values(Type{"Ethernet", ARPHRD_ETHER, false, 6}, Type{"Bridge", ARPHRD_ETHER, true, 209},
+                    Type{"Loopback", ARPHRD_LOOPBACK, false, 24}, Type{"Tunnel", ARPHRD_TUNNEL, false, 131},
+                    Type{"Gre", ARPHRD_IPGRE, false, 131}, Type{"Gre6", 823, false, 131},
+                    Type{"Ppp", ARPHRD_PPP, false, 23}, Type{"Wireless", ARPHRD_IEEE80211, false, 71},
+                    Type{"WithoutLinkLayer", ARPHRD_NONE, false, 1}),
+    [](const auto& row) { return row.param.name; });
+
+}  // namespace
