@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The version of the programs, which are built together. Used for --version, and where processes greet each other.
+// The version of the programs, which are built together. Used for --version, and where processes greet each
+// other.
 
 #ifndef BASE_VERSION_H
 #define BASE_VERSION_H
