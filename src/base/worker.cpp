@@ -4,7 +4,6 @@
 #include "base/worker.h"
 
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <condition_variable>
@@ -19,6 +18,7 @@
 #include <boost/asio/post.hpp>
 
 #include "base/thread.h"
+#include "base/unique_fd.h"
 
 namespace base {
 namespace {
@@ -35,14 +35,13 @@ class Desk {
 public:
     Desk() : m_news(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
     {
-        if (m_news < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+        if (!m_news) throw std::system_error(errno, std::generic_category(), "eventfd");
     }
     Desk(const Desk&) = delete;
     Desk& operator=(const Desk&) = delete;
-    ~Desk() { ::close(m_news); }
 
     /// Readable when something is done.
-    [[nodiscard]] int News() const { return m_news; }
+    [[nodiscard]] int News() const { return m_news.Get(); }
 
     /// True if a thread is there to do it.
     bool Put(Task task)
@@ -56,7 +55,7 @@ public:
     [[nodiscard]] std::vector<std::weak_ptr<Action>> TakeDone()
     {
         eventfd_t ignored = 0;
-        (void)::eventfd_read(m_news, &ignored);
+        (void)::eventfd_read(m_news.Get(), &ignored);
         const std::scoped_lock lock(m_mutex);
         return std::exchange(m_done, {});
     }
@@ -106,10 +105,10 @@ private:
         task.work = nullptr;
         lock.lock();
         m_done.push_back(std::move(task.done));
-        (void)::eventfd_write(m_news, 1);
+        (void)::eventfd_write(m_news.Get(), 1);
     }
 
-    const int m_news;
+    const UniqueFd m_news;
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<Task> m_waiting;

@@ -39,6 +39,8 @@ std::span<const Command> Commands()
                 "Shows the processes that are connected to the database.", kBoth, Forms::kState, &ShowProcesses},
         Command{"show system faults", {},
                 "Shows the faults that processes reported.", kBoth, Forms::kState, &ShowFaults},
+        Command{"show version", {},
+                "Shows the versions of this shell, of the database and of the processes that are connected to it.", kBoth, Forms::kState, &ShowVersion},
         Command{"request ha", {{Kind::kChoice, "go-active|go-standby"}},
                 "Tells every process to become active or to stand by.", kSession, Forms::kNone, &RequestHa},
         Command{"request sflow resync", {},

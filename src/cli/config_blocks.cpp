@@ -47,14 +47,9 @@ void AppendBlock(const lyd_node* node, std::size_t depth, std::string& out)
 
 std::string ToBlocks(const lyd_node* tree)
 {
-    std::string out;
-    for (const lyd_node* node = tree; node; node = node->next) {
-        if (IsRoot(node))
-            AppendChildren(node, 0, out);
-        else
-            AppendBlock(node, 0, out);
-    }
-    return out;
+    std::vector<const lyd_node*> nodes;
+    for (const lyd_node* node = tree; node; node = node->next) nodes.push_back(node);
+    return ToBlocks(nodes);
 }
 
 std::string ToBlocks(const std::vector<const lyd_node*>& nodes)

@@ -64,16 +64,16 @@ struct Parsed {
 
 Parsed Parse(const ly_ctx* yang, const std::string& text, LYD_FORMAT format, std::uint32_t options)
 {
-    ly_in* input = nullptr;
-    if (ly_in_new_memory(text.c_str(), &input) != LY_SUCCESS) throw Error("out of memory");
+    ly_in* rawInput = nullptr;
+    if (ly_in_new_memory(text.c_str(), &rawInput) != LY_SUCCESS) throw Error("out of memory");
+    const cdb::Owned<ly_in> input(rawInput);
     lyd_node* tree = nullptr;
     ly_err_clean(const_cast<ly_ctx*>(yang), nullptr);
     Parsed parsed;
     parsed.ok =
-        lyd_parse_data(yang, nullptr, input, format, LYD_PARSE_ONLY | options, 0, &tree) == LY_SUCCESS;
+        lyd_parse_data(yang, nullptr, input.get(), format, LYD_PARSE_ONLY | options, 0, &tree) == LY_SUCCESS;
     parsed.tree.reset(tree);
-    parsed.end = ly_in_parsed(input);
-    ly_in_free(input, 0);
+    parsed.end = ly_in_parsed(input.get());
     if (!parsed.ok) parsed.problem = LastMessage(yang);
     return parsed;
 }

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 
 #include "cli/error.h"
 #include "cli/schema_words.h"
@@ -18,8 +17,7 @@ std::string Print(const lyd_node* tree, LYD_FORMAT format, std::uint32_t options
     char* text = nullptr;
     if (lyd_print_mem(&text, tree, format, options | LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS)
         throw Error("the data can't be printed: out of memory");
-    const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
-    return text ? text : "";
+    return cdb::TakeText(text);
 }
 
 bool IsInstance(const lyd_node* node, const Step& step)
@@ -46,8 +44,6 @@ void Collect(const lyd_node* siblings, const Place& place, std::size_t depth,
 }
 
 }  // namespace
-
-void FreeTree::operator()(lyd_node* tree) const noexcept { lyd_free_all(tree); }
 
 Tree ParseReply(const ly_ctx* yang, const std::string& xml)
 {

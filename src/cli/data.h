@@ -4,24 +4,18 @@
 #ifndef CLI_DATA_H
 #define CLI_DATA_H
 
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-struct ly_ctx;
-struct lyd_node;
+#include "cdb/schema/libyang_owner.h"
 
 namespace cli {
 
 struct Place;
 
-struct FreeTree {
-    void operator()(lyd_node* tree) const noexcept;
-};
-
 /// All top-level siblings; null is a tree without data.
-using Tree = std::unique_ptr<lyd_node, FreeTree>;
+using Tree = cdb::TreePtr;
 
 /// The data of a reply, as it stands in <data>. Throws Error if the YANG modules here do not know it.
 Tree ParseReply(const ly_ctx* yang, const std::string& xml);

@@ -23,6 +23,7 @@ void Discard(Call& call);
 void ShowSflow(Call& call);
 void ShowProcesses(Call& call);
 void ShowFaults(Call& call);
+void ShowVersion(Call& call);
 void RequestHa(Call& call);
 void RequestResync(Call& call);
 void RequestBackup(Call& call);

@@ -54,6 +54,11 @@ void ShowProcesses(Call& call) { ShowState(call, "<system><process/></system>", 
 
 void ShowFaults(Call& call) { ShowState(call, "<system><fault/></system>", &FaultsText); }
 
+void ShowVersion(Call& call)
+{
+    ShowState(call, "<system><version/><process><name/><version/></process></system>", &VersionsText);
+}
+
 void RequestHa(Call& call)
 {
     Request(call, netconf::HaTransition(call.arguments.choice == "go-active" ? "active" : "standby"));

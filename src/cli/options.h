@@ -4,10 +4,11 @@
 #ifndef CLI_OPTIONS_H
 #define CLI_OPTIONS_H
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "base/environment.h"
 
 namespace cli {
 
@@ -19,17 +20,11 @@ struct Options {
     bool version = false;
 };
 
-/// The value of an environment variable; nullopt when it is not set.
-using Variables = std::function<std::optional<std::string>(const char* name)>;
-
 /// Reads the arguments behind the program's name. Throws Error.
-Options ReadOptions(const std::vector<std::string>& arguments, const Variables& environment);
+Options ReadOptions(const std::vector<std::string>& arguments, const base::Variables& variables);
 
 /// What --help prints: usage, options, the commands.
 std::string HelpText();
-
-/// What --version prints.
-std::string VersionText();
 
 }  // namespace cli
 

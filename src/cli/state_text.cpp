@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/state_text.h"
 
+#include "base/version.h"
 #include "cli/state_tree.h"
 #include "cli/text_table.h"
 
@@ -16,6 +17,19 @@ std::string ProcessesText(const lyd_node* state)
                    process.Values("subscription")});
     });
     return table.Empty() ? "No process is connected to the database.\n" : table.Text(0);
+}
+
+std::string VersionsText(const lyd_node* state)
+{
+    const Children system = Children(state).Of("system");
+    TextTable table({"Program", "Version"});
+    table.Add({"swcli", base::Version()});
+    table.Add({"cdbd", system.Value("version")});
+    system.ForEach("process", [&](const lyd_node* node) {
+        const Children process(node);
+        table.Add({process.Value("name"), process.Value("version")});
+    });
+    return table.Text(0);
 }
 
 std::string FaultsText(const lyd_node* state)

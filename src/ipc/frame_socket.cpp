@@ -17,6 +17,7 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "base/unique_fd.h"
 #include "ipc/frame.h"
 #include "log/log.h"
 
@@ -24,23 +25,6 @@ namespace ipc {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-/// A descriptor that closes itself.
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor) : m_descriptor(descriptor) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor()
-    {
-        if (m_descriptor >= 0) ::close(m_descriptor);
-    }
-    [[nodiscard]] int Get() const { return m_descriptor; }
-    int Release() { return std::exchange(m_descriptor, -1); }
-
-private:
-    int m_descriptor;
-};
 
 /// Returns false if the path is empty or too long for a socket address.
 bool MakeAddress(const std::string& path, sockaddr_un& address)
@@ -98,7 +82,7 @@ void RemoveStale(const std::string& path, const sockaddr_un& address)
     struct stat status {};
     if (::lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode))
         Fail(EEXIST, "cannot listen on " + path + ": a file that is no socket is there; move it away");
-    const Descriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const base::UniqueFd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const int connected = Connect(probe.Get(), address);
     // EAGAIN: a process listens, with a full backlog.
     if (connected == 0 || errno == EAGAIN)
@@ -116,8 +100,8 @@ std::shared_ptr<Channel> Connect(boost::asio::io_context& loop, const std::strin
         reason = "the path is too long for a socket";
         return nullptr;
     }
-    Descriptor peer(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (peer.Get() < 0 || Connect(peer.Get(), address) != 0) {
+    base::UniqueFd peer(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!peer || Connect(peer.Get(), address) != 0) {
         reason = std::strerror(errno);
         return nullptr;
     }
@@ -137,8 +121,8 @@ bool SendBlocking(const std::string& socketPath, const google::protobuf::Message
     std::memcpy(frame.data(), &header, sizeof header);
     if (!message.AppendToString(&frame)) return false;
 
-    const Descriptor peer(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    return peer.Get() >= 0 && LimitSending(peer.Get(), deadline) && Connect(peer.Get(), address) == 0 &&
+    const base::UniqueFd peer(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    return peer && LimitSending(peer.Get(), deadline) && Connect(peer.Get(), address) == 0 &&
            SendAll(peer.Get(), frame, deadline);
 }
 
@@ -149,8 +133,8 @@ boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& lo
     if (!MakeAddress(path, address))
         Fail(ENAMETOOLONG, "cannot listen on " + path + ": a socket's path has 1 to " +
                                std::to_string(sizeof address.sun_path - 1) + " bytes");
-    Descriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (listener.Get() < 0) Fail(errno, "cannot listen on " + path);
+    base::UniqueFd listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!listener) Fail(errno, "cannot listen on " + path);
     // The file is made with the socket's own mode, less the umask: only its owner may use it until it has its
     // group.
     if (::fchmod(listener.Get(), permissions & S_IRWXU) != 0) Fail(errno, "cannot listen on " + path);
@@ -164,8 +148,7 @@ boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& lo
     if (::chmod(path.c_str(), permissions) != 0) Fail(errno, "cannot set the permissions of " + path);
     if (::listen(listener.Get(), SOMAXCONN) != 0) Fail(errno, "cannot listen on " + path);
     boost::asio::local::stream_protocol::acceptor acceptor(loop);
-    acceptor.assign(boost::asio::local::stream_protocol(), listener.Get());
-    listener.Release();
+    acceptor.assign(boost::asio::local::stream_protocol(), listener.Release());
     return acceptor;
 }
 

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The process at the other end of a Unix socket, and the users and groups of this machine. What a peer may do
-// is in trust.h.
+// The process at the other end of a Unix socket. What a peer may do is in trust.h.
 
 #ifndef IPC_PEER_H
 #define IPC_PEER_H
@@ -25,15 +24,6 @@ struct PeerCredentials {
 
 /// Nullopt if the kernel does not say; such a peer has the rights of no user.
 std::optional<PeerCredentials> PeerOf(int descriptor);
-
-/// The user's name; "uid-1234" if it has none.
-std::string UserName(std::uint32_t uid);
-/// The group's name; "gid-1234" if it has none.
-std::string GroupName(std::uint32_t gid);
-
-/// By name, else as a decimal number, which need not exist; nullopt if the text is neither.
-std::optional<std::uint32_t> FindUser(const std::string& name);
-std::optional<std::uint32_t> FindGroup(const std::string& name);
 
 /// Gives a file or directory to the group; its user stays. Returns the problem and its remedy; empty if done.
 std::string GiveToGroup(const std::string& path, std::uint32_t group);

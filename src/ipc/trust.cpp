@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipc/trust.h"
+#include "base/user.h"
 
 #include <unistd.h>
 
@@ -34,7 +35,7 @@ const RoleRow& RowOf(Role role)
 Trust::Trust(std::string program, std::string group)
     : m_program(std::move(program)), m_group(std::move(group))
 {
-    const auto found = m_group.empty() ? std::nullopt : FindGroup(m_group);
+    const auto found = m_group.empty() ? std::nullopt : base::FindGroup(m_group);
     if (!found) return;
     for (Holders& holders : m_roles) holders.groups.push_back(*found);
 }
@@ -60,7 +61,7 @@ std::string Trust::Allow(std::string_view text)
         const std::size_t end = std::min(text.find(',', begin), text.size());
         const bool isGroup = begin < end && text[begin] == '@';
         const std::string who(text.substr(begin + (isGroup ? 1 : 0), end - begin - (isGroup ? 1 : 0)));
-        const auto found = isGroup ? FindGroup(who) : FindUser(who);
+        const auto found = isGroup ? base::FindGroup(who) : base::FindUser(who);
         if (!found)
             return "\"" + std::string(text) + "\": there is no " + (isGroup ? "group" : "user") + " \"" +
                    who + "\" on this machine";
@@ -81,11 +82,11 @@ std::optional<std::string> Trust::Refusal(Role role, const PeerCredentials& peer
     for (const std::uint32_t group : holders.groups)
         if (peer.IsMember(group)) return std::nullopt;
     const RoleRow& row = RowOf(role);
-    const std::string user = UserName(peer.uid);
-    const std::string own = ::geteuid() == 0 ? "root" : UserName(::geteuid()) + " or as root";
-    const std::string remedy = holders.groups.empty()
-                                   ? "run it as " + own
-                                   : "run it as a member of the group " + GroupName(holders.groups.front());
+    const std::string user = base::UserName(peer.uid);
+    const std::string own = ::geteuid() == 0 ? "root" : base::UserName(::geteuid()) + " or as root";
+    const std::string remedy =
+        holders.groups.empty() ? "run it as " + own
+                               : "run it as a member of the group " + base::GroupName(holders.groups.front());
     return "the user " + user + " may not " + std::string(row.what) + "; " + remedy + ", or start " +
            m_program + " with --allow " + std::string(row.name) + "=" + user;
 }

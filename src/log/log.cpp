@@ -8,8 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -17,6 +15,9 @@
 #include <fmt/format.h>
 #include <spdlog/logger.h>
 
+#include "base/environment.h"
+#include "base/number.h"
+#include "base/unique_fd.h"
 #include "log/log_sink.h"
 
 namespace slog {
@@ -27,7 +28,7 @@ constexpr int kHighestLevel = 99;
 
 struct Log {
     std::shared_ptr<spdlog::logger> logger;
-    int descriptor = STDERR_FILENO;
+    base::UniqueFd file;  // none: the log is standard error
     int lowest = kDefaultLevel;
 };
 
@@ -52,34 +53,31 @@ void Warn(Log& log, std::string_view function, std::string_view text)
 
 void OpenFile(Log& log, const std::string& process)
 {
-    const char* path = std::getenv("SFLOW_LOG");
-    if (path == nullptr || *path == '\0' || std::strcmp(path, "-") == 0) return;
-    const int descriptor = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
-    if (descriptor < 0) {
+    const auto path = base::LogFile();
+    if (!path) return;
+    log.file = base::UniqueFd(::open(path->c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640));
+    if (!log.file) {
         Warn(log, "Open",
-             fmt::format("SFLOW_LOG: cannot open {}: {}; logging to standard error", path,
+             fmt::format("SFLOW_LOG: cannot open {}: {}; logging to standard error", *path,
                          std::strerror(errno)));
         return;
     }
-    log.descriptor = descriptor;
-    log.logger = MakeLogger(process, descriptor);
+    log.logger = MakeLogger(process, log.file.Get());
 }
 
 void SetLevel(Log& log)
 {
     log.lowest = kDefaultLevel;
-    const char* text = std::getenv("SFLOW_LOG_LEVEL");
-    if (text == nullptr || *text == '\0') return;
-    int level = 0;
-    const char* end = text + std::strlen(text);
-    const auto [stopped, error] = std::from_chars(text, end, level);
-    if (error != std::errc{} || stopped != end || level < 0 || level > kHighestLevel) {
+    const auto text = base::Variable("SFLOW_LOG_LEVEL");
+    if (!text) return;
+    const auto level = base::ToNumber<int>(*text);
+    if (!level || *level < 0 || *level > kHighestLevel) {
         Warn(log, "Open",
-             fmt::format("SFLOW_LOG_LEVEL: \"{}\" is no level from 0 to {}; using {}", text, kHighestLevel,
+             fmt::format("SFLOW_LOG_LEVEL: \"{}\" is no level from 0 to {}; using {}", *text, kHighestLevel,
                          kDefaultLevel));
         return;
     }
-    log.lowest = level;
+    log.lowest = *level;
 }
 
 /// The log, opened under the program's own name if it is not open yet.
@@ -121,8 +119,7 @@ void Open(std::string_view process)
 {
     Log& log = TheLog();
     const std::string name = Escaped(process);
-    if (log.descriptor != STDERR_FILENO) ::close(log.descriptor);
-    log.descriptor = STDERR_FILENO;
+    log.file.Close();
     log.logger = MakeLogger(name, STDERR_FILENO);
     OpenFile(log, name);
     SetLevel(log);

@@ -45,30 +45,20 @@ struct Located {
 
 void Write(Level level, const std::source_location& where, std::string_view text);
 
-template <typename... Args>
-void Debug(Located<std::type_identity_t<Args>...> format, Args&&... args)
-{
-    if (Enabled(static_cast<int>(Level::kDebug)))
-        Write(Level::kDebug, format.where, fmt::format(format.format, std::forward<Args>(args)...));
-}
-template <typename... Args>
-void Info(Located<std::type_identity_t<Args>...> format, Args&&... args)
-{
-    if (Enabled(static_cast<int>(Level::kInfo)))
-        Write(Level::kInfo, format.where, fmt::format(format.format, std::forward<Args>(args)...));
-}
-template <typename... Args>
-void Notice(Located<std::type_identity_t<Args>...> format, Args&&... args)
-{
-    if (Enabled(static_cast<int>(Level::kNotice)))
-        Write(Level::kNotice, format.where, fmt::format(format.format, std::forward<Args>(args)...));
-}
-template <typename... Args>
-void Error(Located<std::type_identity_t<Args>...> format, Args&&... args)
-{
-    if (Enabled(static_cast<int>(Level::kError)))
-        Write(Level::kError, format.where, fmt::format(format.format, std::forward<Args>(args)...));
-}
+/// Writes one line of its level: slog::Error("{} is gone", name).
+template <Level level>
+struct Writer {
+    template <typename... Args>
+    void operator()(Located<std::type_identity_t<Args>...> format, Args&&... args) const
+    {
+        if (Enabled(static_cast<int>(level)))
+            Write(level, format.where, fmt::format(format.format, std::forward<Args>(args)...));
+    }
+};
+inline constexpr Writer<Level::kDebug> Debug;
+inline constexpr Writer<Level::kInfo> Info;
+inline constexpr Writer<Level::kNotice> Notice;
+inline constexpr Writer<Level::kError> Error;
 
 }  // namespace slog
 

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -27,34 +26,13 @@ Client Client::Connect(const std::string& socketPath, const ClientOptions& optio
     return Client(ConnectSocket(socketPath), socketPath, options);
 }
 
-Client::Client(int descriptor, std::string name, const ClientOptions& options)
-    : m_descriptor(descriptor), m_name(std::move(name)), m_callTimeout(options.callTimeout)
+Client::Client(base::UniqueFd socket, std::string name, const ClientOptions& options)
+    : m_socket(std::move(socket)), m_name(std::move(name)), m_callTimeout(options.callTimeout)
 {
-    try {
-        // Every wait is a poll with a deadline, so neither reading nor writing may block by itself.
-        const int flags = ::fcntl(m_descriptor, F_GETFL);
-        if (flags < 0 || ::fcntl(m_descriptor, F_SETFL, flags | O_NONBLOCK) != 0) Fail(ErrnoText(errno));
-        SayHello(options);
-    } catch (...) {
-        ::close(m_descriptor);
-        throw;
-    }
-}
-
-Client::Client(Client&& other) noexcept
-    : m_descriptor(std::exchange(other.m_descriptor, -1)),
-      m_name(std::move(other.m_name)),
-      m_callTimeout(other.m_callTimeout),
-      m_reader(std::move(other.m_reader)),
-      m_framing(other.m_framing),
-      m_server(std::move(other.m_server)),
-      m_lastId(other.m_lastId)
-{
-}
-
-Client::~Client()
-{
-    if (m_descriptor >= 0) ::close(m_descriptor);
+    // Every wait is a poll with a deadline, so neither reading nor writing may block by itself.
+    const int flags = ::fcntl(m_socket.Get(), F_GETFL);
+    if (flags < 0 || ::fcntl(m_socket.Get(), F_SETFL, flags | O_NONBLOCK) != 0) Fail(ErrnoText(errno));
+    SayHello(options);
 }
 
 Reply Client::Call(std::string_view operation)
@@ -79,8 +57,8 @@ void Client::Send(std::string_view operation)
 Reply Client::Receive()
 {
     auto reply = ParseReply(ReceiveMessage());
-    if (const auto* problem = std::get_if<std::string>(&reply)) Fail(*problem);
-    return std::get<Reply>(std::move(reply));
+    if (!reply) Fail(reply.error());
+    return *std::move(reply);
 }
 
 void Client::SendRaw(std::string_view bytes) { Write(bytes, Clock::now() + m_callTimeout); }
@@ -96,14 +74,13 @@ void Client::SayHello(const ClientOptions& options)
     Write(ToXml(ours).append(FrameTrailer(Framing::kEndOfMessage)), deadline);
     const std::string first = Read(deadline);
     auto theirs = ParseHello(first);
-    if (const auto* problem = std::get_if<std::string>(&theirs)) {
+    if (!theirs) {
         // A server that gives no session may say why instead of a hello.
         const auto refusal = ParseReply(first);
-        const auto* reply = std::get_if<Reply>(&refusal);
-        Fail(reply != nullptr && !reply->errors.empty() ? "no session: " + reply->errors[0].message
-                                                        : *problem);
+        Fail(refusal && !refusal->errors.empty() ? "no session: " + refusal->errors[0].message
+                                                 : theirs.error());
     }
-    m_server = std::get<Hello>(std::move(theirs));
+    m_server = *std::move(theirs);
     if (m_server.sessionId == 0) Fail("the server's <hello> has no <session-id>");
     const auto framing = CommonFraming(ours, m_server);
     if (!framing) Fail("the server speaks no version of NETCONF that this client knows");
@@ -114,7 +91,7 @@ void Client::SayHello(const ClientOptions& options)
 void Client::Write(std::string_view bytes, Deadline deadline)
 {
     while (!bytes.empty()) {
-        const ssize_t written = ::send(m_descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        const ssize_t written = ::send(m_socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (written > 0) {
             bytes.remove_prefix(static_cast<std::size_t>(written));
             continue;
@@ -132,7 +109,7 @@ std::string Client::Read(Deadline deadline)
     for (;;) {
         if (auto message = m_reader.Next()) return *std::move(message);
         if (!m_reader.Problem().empty()) Fail("the server's framing is broken: " + m_reader.Problem());
-        const ssize_t count = ::recv(m_descriptor, buffer.data(), buffer.size(), 0);
+        const ssize_t count = ::recv(m_socket.Get(), buffer.data(), buffer.size(), 0);
         if (count > 0) {
             m_reader.Append({buffer.data(), static_cast<std::size_t>(count)});
             continue;
@@ -147,7 +124,7 @@ void Client::AwaitReady(short events, Deadline deadline) const
 {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
     if (left.count() <= 0) Fail("no answer in time");
-    pollfd wait{m_descriptor, events, 0};
+    pollfd wait{m_socket.Get(), events, 0};
     if (::poll(&wait, 1, static_cast<int>(left.count())) < 0 && errno != EINTR) Fail(ErrnoText(errno));
 }
 

@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "netconf/client_reply.h"
 #include "netconf/framing.h"
@@ -30,12 +29,9 @@ public:
     /// must not be used.
     static Client Connect(const std::string& socketPath, const ClientOptions& options = {});
 
-    /// Says hello on a connected stream socket, which it owns and closes, also if it throws ConnectionError.
+    /// Says hello on a connected stream socket. Throws ConnectionError.
     /// `name` is for messages.
-    Client(int descriptor, std::string name, const ClientOptions& options = {});
-    Client(Client&& other) noexcept;
-    Client& operator=(Client&&) = delete;
-    ~Client();
+    Client(base::UniqueFd socket, std::string name, const ClientOptions& options = {});
 
     [[nodiscard]] std::uint32_t SessionId() const { return m_server.sessionId; }
     [[nodiscard]] const Hello& ServerHello() const { return m_server; }
@@ -62,7 +58,7 @@ private:
     void AwaitReady(short events, Deadline deadline) const;
     [[noreturn]] void Fail(const std::string& what) const;
 
-    int m_descriptor = -1;
+    base::UniqueFd m_socket;
     std::string m_name;
     std::chrono::milliseconds m_callTimeout;
     MessageReader m_reader;

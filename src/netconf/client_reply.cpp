@@ -97,15 +97,17 @@ private:
 
 }  // namespace
 
-std::variant<Reply, std::string> ParseReply(std::string xml)
+base::expected<Reply, std::string> ParseReply(std::string xml)
 {
     Reply reply;
     reply.xml = std::move(xml);
     ReplyVisitor visitor(reply);
-    if (auto problem = ReadXml(reply.xml, visitor)) return "the reply can't be read: " + *problem;
+    if (auto problem = ReadXml(reply.xml, visitor))
+        return base::Unexpected("the reply can't be read: " + *problem);
     if (!visitor.Bare().empty())
-        return "the element <" + visitor.Bare() + "> of the server's message has no namespace";
-    if (!visitor.IsReply()) return "the server's message is no <rpc-reply>";
+        return base::Unexpected("the element <" + visitor.Bare() +
+                                "> of the server's message has no namespace");
+    if (!visitor.IsReply()) return base::Unexpected("the server's message is no <rpc-reply>");
     const auto [begin, end] = visitor.Data();
     if (end > begin) reply.data = reply.xml.substr(begin, end - begin);
     reply.ok = std::all_of(reply.errors.begin(), reply.errors.end(),

@@ -5,9 +5,9 @@
 #define NETCONF_CLIENT_REPLY_H
 
 #include <string>
-#include <variant>
 #include <vector>
 
+#include "base/expected.h"
 #include "netconf/rpc_error.h"
 
 namespace netconf {
@@ -24,7 +24,7 @@ struct Reply {
 };
 
 /// The reply, or what is wrong with the message.
-std::variant<Reply, std::string> ParseReply(std::string xml);
+base::expected<Reply, std::string> ParseReply(std::string xml);
 
 }  // namespace netconf
 

@@ -2,9 +2,9 @@
 #include "netconf/hello.h"
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 
+#include "base/number.h"
 #include "netconf/xml.h"
 
 namespace netconf {
@@ -47,14 +47,14 @@ public:
         return true;
     }
 
-    std::variant<Hello, std::string> Result()
+    base::expected<Hello, std::string> Result()
     {
-        if (!m_isHello) return "the first message is no <hello> of the NETCONF base namespace";
+        if (!m_isHello)
+            return base::Unexpected("the first message is no <hello> of the NETCONF base namespace");
         if (m_session) {
-            const char* end = m_session->data() + m_session->size();
-            const auto parsed = std::from_chars(m_session->data(), end, m_hello.sessionId);
-            if (parsed.ec != std::errc{} || parsed.ptr != end || m_hello.sessionId == 0)
-                return "the <session-id> of the <hello> is no number from 1 to 4294967295";
+            m_hello.sessionId = base::ToNumber<std::uint32_t>(*m_session).value_or(0);
+            if (m_hello.sessionId == 0)
+                return base::Unexpected("the <session-id> of the <hello> is no number from 1 to 4294967295");
         }
         return std::move(m_hello);
     }
@@ -91,10 +91,11 @@ std::string ToXml(const Hello& hello)
     return out.append("</hello>");
 }
 
-std::variant<Hello, std::string> ParseHello(std::string_view xml)
+base::expected<Hello, std::string> ParseHello(std::string_view xml)
 {
     HelloVisitor visitor;
-    if (auto problem = ReadXml(xml, visitor)) return "the <hello> can't be read: " + *problem;
+    if (auto problem = ReadXml(xml, visitor))
+        return base::Unexpected("the <hello> can't be read: " + *problem);
     return visitor.Result();
 }
 

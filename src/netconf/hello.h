@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
+#include "base/expected.h"
 #include "netconf/framing.h"
 
 namespace netconf {
@@ -25,7 +25,7 @@ struct Hello {
 std::string ToXml(const Hello& hello);
 
 /// The hello, or what is wrong with it.
-std::variant<Hello, std::string> ParseHello(std::string_view xml);
+base::expected<Hello, std::string> ParseHello(std::string_view xml);
 
 /// The framing that both sides use after their hellos; nullopt if they have no version in common.
 std::optional<Framing> CommonFraming(const Hello& ours, const Hello& theirs);

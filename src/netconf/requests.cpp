@@ -30,6 +30,13 @@ void AppendLeaf(std::string& out, std::string_view name, std::string_view value)
     out.append("</").append(name).append(">");
 }
 
+/// An operation of the system's module, with one leaf.
+std::string OfSystem(const std::string& name, const std::string& leaf, std::string_view value)
+{
+    return "<" + name + " xmlns=\"" + std::string(kSystem) + "\"><" + leaf + ">" + Escaped(value) + "</" +
+           leaf + "></" + name + ">";
+}
+
 }  // namespace
 
 std::string Get(std::optional<std::string_view> filter)
@@ -83,22 +90,10 @@ std::string KillSession(std::uint32_t id)
     return "<kill-session><session-id>" + std::to_string(id) + "</session-id></kill-session>";
 }
 
-std::string HaTransition(std::string_view role)
-{
-    std::string out = "<ha-transition xmlns=\"";
-    out.append(kSystem).append("\"><role>");
-    AppendEscaped(out, role);
-    return out + "</role></ha-transition>";
-}
+std::string HaTransition(std::string_view role) { return OfSystem("ha-transition", "role", role); }
 
 std::string SflowResync() { return std::string("<sflow-resync xmlns=\"").append(kSystem).append("\"/>"); }
 
-std::string Backup(std::string_view file)
-{
-    std::string out = "<backup xmlns=\"";
-    out.append(kSystem).append("\"><file>");
-    AppendEscaped(out, file);
-    return out + "</file></backup>";
-}
+std::string Backup(std::string_view file) { return OfSystem("backup", "file", file); }
 
 }  // namespace netconf

@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "base/unique_fd.h"
+
 namespace netconf {
 
 /// The server can't be reached, does not answer in time, or breaks the protocol. The text names the
@@ -16,8 +18,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// A connected, blocking stream socket; the caller closes it. Throws ConnectionError.
-int ConnectSocket(const std::string& path);
+/// A connected, blocking stream socket. Throws ConnectionError.
+base::UniqueFd ConnectSocket(const std::string& path);
 
 }  // namespace netconf
 

@@ -28,38 +28,33 @@ constexpr std::size_t kBufferSize = 64 * 1024;  // the kernel's dumps take up to
 
 NetlinkSocket::NetlinkSocket(int protocol, bool strict) : m_buffer(kBufferSize)
 {
-    m_descriptor = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol);
-    if (m_descriptor < 0) Fail("netlink socket");
+    m_socket = base::UniqueFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol));
+    if (!m_socket) Fail("netlink socket");
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
     socklen_t size = sizeof address;
-    if (bind(m_descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        getsockname(m_descriptor, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-        const int error = errno;
-        close(m_descriptor);
-        throw std::system_error(error, std::system_category(), "netlink address");
-    }
+    if (bind(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        getsockname(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), &size) != 0)
+        Fail("netlink address");
     m_port = address.nl_pid;
     // Optional: without them errors have no text and requests are checked less strictly.
     const int on = 1;
-    std::ignore = setsockopt(m_descriptor, SOL_NETLINK, NETLINK_EXT_ACK, &on, sizeof on);
-    std::ignore = setsockopt(m_descriptor, SOL_NETLINK, NETLINK_CAP_ACK, &on, sizeof on);
-    if (strict) std::ignore = setsockopt(m_descriptor, SOL_NETLINK, NETLINK_GET_STRICT_CHK, &on, sizeof on);
+    std::ignore = setsockopt(m_socket.Get(), SOL_NETLINK, NETLINK_EXT_ACK, &on, sizeof on);
+    std::ignore = setsockopt(m_socket.Get(), SOL_NETLINK, NETLINK_CAP_ACK, &on, sizeof on);
+    if (strict) std::ignore = setsockopt(m_socket.Get(), SOL_NETLINK, NETLINK_GET_STRICT_CHK, &on, sizeof on);
 }
-
-NetlinkSocket::~NetlinkSocket() { close(m_descriptor); }
 
 void NetlinkSocket::Join(std::uint32_t group)
 {
-    if (setsockopt(m_descriptor, SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0)
+    if (setsockopt(m_socket.Get(), SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0)
         Fail("netlink group");
 }
 
 void NetlinkSocket::SetReceiveBuffer(std::size_t bytes)
 {
     const int size = static_cast<int>(bytes);
-    if (setsockopt(m_descriptor, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) == 0) return;
-    if (setsockopt(m_descriptor, SOL_SOCKET, SO_RCVBUF, &size, sizeof size) != 0) Fail("netlink buffer");
+    if (setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) == 0) return;
+    if (setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size) != 0) Fail("netlink buffer");
 }
 
 std::uint32_t NetlinkSocket::Send(NetlinkRequest& request)
@@ -72,7 +67,7 @@ std::uint32_t NetlinkSocket::Send(NetlinkRequest& request)
     kernel.nl_family = AF_NETLINK;
     ssize_t sent = -1;
     do {
-        sent = sendto(m_descriptor, &message, message.nlmsg_len, 0, reinterpret_cast<sockaddr*>(&kernel),
+        sent = sendto(m_socket.Get(), &message, message.nlmsg_len, 0, reinterpret_cast<sockaddr*>(&kernel),
                       sizeof kernel);
     } while (sent < 0 && errno == EINTR);
     if (sent < 0) Fail("netlink request");
@@ -84,7 +79,7 @@ NetlinkSocket::Received NetlinkSocket::Receive(const OnMessage& message)
     for (;;) {
         sockaddr_nl from{};
         socklen_t fromSize = sizeof from;
-        const ssize_t size = recvfrom(m_descriptor, m_buffer.data(), m_buffer.size(), MSG_TRUNC,
+        const ssize_t size = recvfrom(m_socket.Get(), m_buffer.data(), m_buffer.size(), MSG_TRUNC,
                                       reinterpret_cast<sockaddr*>(&from), &fromSize);
         if (size < 0) {
             if (errno == EINTR) continue;
@@ -104,7 +99,7 @@ NetlinkSocket::Received NetlinkSocket::Receive(const OnMessage& message)
 
 bool NetlinkSocket::Wait(int milliseconds) const
 {
-    pollfd waiting{m_descriptor, POLLIN, 0};
+    pollfd waiting{m_socket.Get(), POLLIN, 0};
     return poll(&waiting, 1, milliseconds) > 0;
 }
 

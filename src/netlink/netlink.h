@@ -19,6 +19,8 @@
 
 #include <linux/netlink.h>
 
+#include "base/unique_fd.h"
+
 namespace net {
 
 /// A request that is being written. Attributes follow the family's header.
@@ -103,11 +105,8 @@ public:
     /// `protocol` is NETLINK_ROUTE or NETLINK_GENERIC. Non-blocking. With `strict` the kernel checks
     /// requests strictly and obeys the filters of dumps. Throws std::system_error.
     explicit NetlinkSocket(int protocol, bool strict = false);
-    NetlinkSocket(const NetlinkSocket&) = delete;
-    NetlinkSocket& operator=(const NetlinkSocket&) = delete;
-    ~NetlinkSocket();
 
-    [[nodiscard]] int Descriptor() const { return m_descriptor; }
+    [[nodiscard]] int Descriptor() const { return m_socket.Get(); }
 
     /// Subscribes to a multicast group (RTNLGRP_*). Throws std::system_error.
     void Join(std::uint32_t group);
@@ -143,7 +142,7 @@ private:
     enum class Outcome { kDone, kInterrupted };
     Outcome Exchange(NetlinkRequest& request, const OnMessage& answer);
 
-    int m_descriptor = -1;
+    base::UniqueFd m_socket;
     std::uint32_t m_port = 0;
     std::uint32_t m_sequence = 0;
     std::vector<std::uint8_t> m_buffer;

@@ -6,46 +6,31 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
-#include <string>
-#include <string_view>
 
+#include "base/directories.h"
+#include "base/options/options.h"
 #include "netconf/relay.h"
 #include "netconf/socket.h"
 
-namespace {
-
-std::string SocketPath()
-{
-    const char* directory = std::getenv("SFLOW_RUN_DIR");
-    return (directory == nullptr || *directory == '\0' ? std::string("/run/sflow-switch") : directory) +
-           "/netconf.sock";
-}
-
-}  // namespace
-
 int main(int argc, char** argv)
 {
-    const std::string_view option = argc == 2 ? argv[1] : "";
-    if (option == "--help" || option == "-h") {
-        std::cout << "usage: cdb-netconf-relay [--help | --version]\n\n"
-                     "Connects standard input and output with netconf.sock in $SFLOW_RUN_DIR\n"
-                     "(/run/sflow-switch): the program of sshd's \"Subsystem netconf\".\n";
-        return EXIT_SUCCESS;
-    }
-    if (option == "--version") {
-        std::cout << "cdb-netconf-relay " SFLOW_VERSION "\n";
-        return EXIT_SUCCESS;
-    }
-    if (argc != 1) {
-        std::cerr << "cdb-netconf-relay: takes no arguments but --help and --version\n";
-        return EXIT_FAILURE;
-    }
-    std::signal(SIGPIPE, SIG_IGN);
+    bool help = false, version = false;
+    const base::Options options(help, version);
     try {
-        const int server = netconf::ConnectSocket(SocketPath());
-        return netconf::Relay(STDIN_FILENO, STDOUT_FILENO, server) ? EXIT_SUCCESS : EXIT_FAILURE;
-    } catch (const netconf::ConnectionError& error) {
+        options.Read({argv + 1, argv + argc});
+        if (help)
+            std::cout << "usage: cdb-netconf-relay [--help | --version]\n\n"
+                         "Connects standard input and output with netconf.sock in $SFLOW_RUN_DIR\n"
+                         "(/run/sflow-switch): the program of sshd's \"Subsystem netconf\".\n\n"
+                      << options.Text();
+        if (version) std::cout << base::VersionText("cdb-netconf-relay");
+        if (help || version) return EXIT_SUCCESS;
+        std::signal(SIGPIPE, SIG_IGN);
+        const base::UniqueFd server = netconf::ConnectSocket(base::RunDirectory() + "/netconf.sock");
+        return netconf::Relay(STDIN_FILENO, STDOUT_FILENO, server.Get()) ? EXIT_SUCCESS : EXIT_FAILURE;
+    } catch (const std::exception& error) {
         std::cerr << "cdb-netconf-relay: " << error.what() << "\n";
         return EXIT_FAILURE;
     }

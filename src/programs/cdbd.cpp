@@ -3,15 +3,15 @@
 
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <string>
+#include <utility>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -21,12 +21,14 @@
 #include "agent/files/export_file.h"
 #include "agent/process/agent.h"
 #include "agent/process/program_options.h"
-#include "agent/process/store_report.h"
-#include "base/notify.h"
+#include "base/directories.h"
+#include "base/options/options.h"
 #include "base/timers.h"
+#include "base/user.h"
 #include "cdb/datastore/datastore.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
+#include "ipc/notify.h"
 #include "ipc/peer.h"
 #include "ipc/trust.h"
 #include "log/log.h"
@@ -40,25 +42,35 @@ const char* malloc_conf = "narenas:2,background_thread:true,dirty_decay_ms:500,m
 
 namespace {
 
-std::optional<std::string> Variable(const char* name)
-{
-    const char* value = std::getenv(name);
-    return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
-}
-
-/// Whether log lines go to a file, so that a failure must also be written to standard error.
-bool LogIsFile() { return Variable("SFLOW_LOG").value_or("-") != "-"; }
-
 std::int64_t Now()
 {
     using namespace std::chrono;
     return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
 }
 
+/// What --check prints: that the store is sound, then lines of name and number.
+std::string StoreReport(const cdb::StoreFigures& figures)
+{
+    const std::array<std::pair<const char*, std::uint64_t>, 9> lines{{
+        {"last commit      ", figures.commit},
+        {"rows             ", figures.rows},
+        {"history entries  ", figures.historyEntries},
+        {"history bytes    ", figures.historyBytes},
+        {"faults           ", figures.faults},
+        {"bytes in use     ", (figures.pages - figures.freePages) * figures.pageSize},
+        {"pages            ", figures.pages},
+        {"free pages       ", figures.freePages},
+        {"largest size     ", figures.mapSize},
+    }};
+    std::string text = "The store is sound.\n";
+    for (const auto& [name, number] : lines) text.append(name).append(std::to_string(number)).append("\n");
+    return text;
+}
+
 void Import(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
             cdb::Datastore& datastore)
 {
-    if (agent::ImportFile(schema, datastore, options.importFile, ipc::UserName(::geteuid()), Now()))
+    if (agent::ImportFile(schema, datastore, options.importFile, base::UserName(::geteuid()), Now()))
         slog::Notice("loaded {} as commit {}", options.importFile.string(), store.LastCommit());
     else
         slog::Notice("{} is what commit {} has; nothing was written", options.importFile.string(),
@@ -68,8 +80,8 @@ void Import(const agent::ProgramOptions& options, const cdb::Schema& schema, con
 void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
                 cdb::Datastore& datastore)
 {
-    const auto warnings =
-        agent::LoadInitialFile(schema, store, datastore, options.initFile, ipc::UserName(::geteuid()), Now());
+    const auto warnings = agent::LoadInitialFile(schema, store, datastore, options.initFile,
+                                                 base::UserName(::geteuid()), Now());
     for (const std::string& warning : warnings) slog::Notice("{}", warning);
     slog::Notice("loaded {} as commit {}", options.initFile.string(), store.LastCommit());
 }
@@ -77,7 +89,7 @@ void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema,
 /// Gives the store to the group of the switch's processes, which read it whatever user this process runs as.
 void ShareStore(const agent::ProgramOptions& options)
 {
-    const auto group = ipc::FindGroup(options.switchGroup);
+    const auto group = base::FindGroup(options.switchGroup);
     if (!group) return;
     for (const char* name : {"", "data.mdb", "lock.mdb", "writer.lock"})
         if (const auto problem = ipc::GiveToGroup(options.stateDirectory / name, *group); !problem.empty())
@@ -129,12 +141,12 @@ void Run(const agent::ProgramOptions& options)
         if (!error) loop.stop();
     });
     if (options.check) {
-        std::cout << agent::StoreReport(cdb::Store::Check(options.stateDirectory));
+        std::cout << StoreReport(cdb::Store::Check(options.stateDirectory));
         return;
     }
     boost::asio::signal_set reloads(loop, SIGHUP);
     const auto timers = base::MakeTimers(loop);
-    base::ServiceNotifier serviceManager(*timers);
+    ipc::ServiceNotifier serviceManager(*timers);
     schema = cdb::Schema::Load(options.yangDirectory);
     if (!options.exportFile.empty())
         return agent::ExportFile(*schema, options.stateDirectory, options.exportFile, std::cout);
@@ -150,9 +162,9 @@ void Run(const agent::ProgramOptions& options)
     if (!options.importFile.empty()) return Import(options, *schema, *store, datastore);
 
     ShareStore(options);
-    const auto admins = ipc::FindGroup(options.adminGroup);
+    const auto admins = base::FindGroup(options.adminGroup);
     agent::Access access(schema->Context(), {options.accessFile, options.yangDirectory,
-                                             admins ? ipc::GroupName(*admins) : std::string()});
+                                             admins ? base::GroupName(*admins) : std::string()});
     FollowReloads(reloads, access);
     agent::Agent management(loop, *schema, *store, datastore, access, AgentOptionsOf(options));
     management.Listen();
@@ -167,21 +179,19 @@ void Run(const agent::ProgramOptions& options)
 int main(int argc, char** argv)
 {
     try {
-        std::error_code ignored;  // without its own path it uses the installed modules
-        const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
-        const auto options = agent::ParseOptions(argc, argv, program, &Variable);
+        const auto options = agent::ParseOptions(argc, argv, base::ProgramPath(), &base::Variable);
         if (options.help || options.version) {
-            std::cout << (options.help ? agent::UsageText() : agent::VersionText());
+            std::cout << (options.help ? agent::UsageText() : base::VersionText("cdbd"));
             return EXIT_SUCCESS;
         }
         slog::Open("cdbd");
         Run(options);
         return EXIT_SUCCESS;
-    } catch (const agent::UsageError& error) {
+    } catch (const base::UsageError& error) {
         std::cerr << "cdbd: " << error.what() << "; see cdbd --help\n";
     } catch (const std::exception& error) {
         slog::Error("{}", error.what());
-        if (LogIsFile()) std::cerr << "cdbd: " << error.what() << "\n";
+        if (base::LogFile()) std::cerr << "cdbd: " << error.what() << "\n";
     }
     return EXIT_FAILURE;
 }

@@ -12,30 +12,19 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 
-#include "base/notify.h"
+#include "base/directories.h"
+#include "base/options/options.h"
 #include "base/timers.h"
+#include "ipc/notify.h"
 #include "log/log.h"
 #include "manager/process/assembly.h"
 #include "manager/process/options.h"
 
 namespace {
 
-std::string RunDirectory()
-{
-    const char* directory = std::getenv("SFLOW_RUN_DIR");
-    return directory == nullptr || *directory == '\0' ? "/run/sflow-switch" : directory;
-}
-
-/// Whether log lines go to a file, so that a failure must also be written to standard error.
-bool LogIsFile()
-{
-    const char* log = std::getenv("SFLOW_LOG");
-    return log != nullptr && *log != '\0' && std::string(log) != "-";
-}
-
 void Run(const manager::Options& options)
 {
-    const std::string directory = RunDirectory();
+    const std::string directory = base::RunDirectory();
     // Operators and the switch's processes must be able to pass through it: see docs/architecture.md.
     if (std::filesystem::create_directories(directory))
         std::filesystem::permissions(directory, std::filesystem::perms{0751});
@@ -48,7 +37,7 @@ void Run(const manager::Options& options)
     });
     std::signal(SIGPIPE, SIG_IGN);  // the log may be a pipe whose reader has gone
     const auto timers = base::MakeTimers(loop);
-    base::ServiceNotifier serviceManager(*timers);  // connects before system calls are restricted
+    ipc::ServiceNotifier serviceManager(*timers);  // connects before system calls are restricted
     const manager::Assembly assembly(loop, options, directory);
     serviceManager.Ready();
     slog::Notice("sFlow manager ready on {}/manager.sock", directory);
@@ -64,14 +53,14 @@ int main(int argc, char** argv)
     try {
         const manager::Options options = manager::ParseOptions(argc, argv);
         if (options.help) std::cout << manager::UsageText();
-        if (options.version) std::cout << manager::VersionText();
+        if (options.version) std::cout << base::VersionText("sflow-mgr");
         if (!options.help && !options.version) Run(options);
         return EXIT_SUCCESS;
-    } catch (const manager::UsageError& error) {
+    } catch (const base::UsageError& error) {
         std::cerr << "sflow-mgr: " << error.what() << "\n\n" << manager::UsageText();
     } catch (const std::exception& error) {
         slog::Error("{}", error.what());
-        if (LogIsFile()) std::cerr << "sflow-mgr: " << error.what() << '\n';
+        if (base::LogFile()) std::cerr << "sflow-mgr: " << error.what() << '\n';
     }
     return EXIT_FAILURE;
 }

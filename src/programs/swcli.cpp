@@ -5,28 +5,21 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "base/directories.h"
+#include "base/options/options.h"
 #include "cdb/schema/schema.h"
-#include "cdb/schema/yang_directory.h"
 #include "cli/command.h"
 #include "cli/options.h"
 #include "cli/shell.h"
 #include "netconf/client.h"
 
 namespace {
-
-std::optional<std::string> Variable(const char* name)
-{
-    const char* value = std::getenv(name);
-    return value && *value ? std::optional<std::string>(value) : std::nullopt;
-}
 
 bool RunFile(cli::Shell& shell, const std::string& path)
 {
@@ -54,9 +47,8 @@ bool Run(const cli::Options& options)
         return std::make_unique<netconf::Client>(netconf::Client::Connect(options.socket));
     };
     environment.loadYang = [&] {
-        std::error_code ignored;  // without the program's own path it uses the installed modules
-        const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
-        schema = cdb::Schema::Load(cdb::YangDirectory(program, Variable("SFLOW_YANG_DIR")));
+        schema =
+            cdb::Schema::Load(base::YangDirectory(base::ProgramPath(), base::Variable("SFLOW_YANG_DIR")));
         return schema->Context();
     };
     cli::Shell shell(cli::Commands(), environment, std::cout, std::cerr);
@@ -72,11 +64,11 @@ int main(int argc, char** argv)
     bool done = true;
     try {
         const cli::Options options =
-            cli::ReadOptions(std::vector<std::string>(argv + 1, argv + argc), &Variable);
+            cli::ReadOptions(std::vector<std::string>(argv + 1, argv + argc), &base::Variable);
         if (options.help)
             std::cout << cli::HelpText();
         else if (options.version)
-            std::cout << cli::VersionText();
+            std::cout << base::VersionText("swcli");
         else
             done = Run(options);
     } catch (const std::exception& error) {

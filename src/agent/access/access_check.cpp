@@ -28,14 +28,6 @@ bool IsDefault(const lyd_node* node) { return (node->flags & LYD_DEFAULT) != 0; 
 
 bool IsKey(const lyd_node* node) { return node->schema != nullptr && lysc_is_key(node->schema); }
 
-std::string PathOf(const lyd_node* node)
-{
-    char* text = lyd_path(node, LYD_PATH_STD, nullptr, 0);
-    std::string path = text == nullptr ? "" : text;
-    std::free(text);
-    return path;
-}
-
 /// The schema node of an edit's node. For an opaque node (as of a leaf that is deleted without a value) it
 /// is found by name. Null if the schema has none.
 const lysc_node* SchemaOf(const lyd_node* edit, const lysc_node* parent)
@@ -99,7 +91,7 @@ void EditCheck::Require(AccessOperation operation, const lyd_node* edit, const l
 {
     const auto keys = KeysOnTheWay(edit);
     if (!m_error && m_grant.Look(operation, schema, keys) == Visibility::kHidden)
-        m_error = m_grant.Denied(operation, PathOf(edit));
+        m_error = m_grant.Denied(operation, cdb::DataPath(edit));
 }
 
 void EditCheck::Node(const lyd_node* edit, const lysc_node* schema, EditOp inherited,
@@ -111,7 +103,7 @@ void EditCheck::Node(const lyd_node* edit, const lysc_node* schema, EditOp inher
     const lyd_node* there = Existing(edit, schema, siblings);
     if (operation == EditOp::kDelete || operation == EditOp::kRemove) {
         if (there != nullptr && !MayDelete(there))
-            m_error = m_grant.Denied(AccessOperation::kDelete, PathOf(edit));
+            m_error = m_grant.Denied(AccessOperation::kDelete, cdb::DataPath(edit));
         return;
     }
     if ((schema->nodetype & (LYS_CONTAINER | LYS_LIST)) != 0) return Inner(edit, schema, operation, there);
@@ -145,7 +137,8 @@ void EditCheck::Unmentioned(const lyd_node* edit, const lyd_node* existing)
         if (kept.contains(node) || MayDelete(node)) continue;
         // The path is that of the replaced node: the user may not be allowed to know what it holds.
         const lyd_node* replaced = edit == nullptr ? lyd_parent(node) : lyd_parent(edit);
-        m_error = m_grant.Denied(AccessOperation::kDelete, replaced == nullptr ? "/" : PathOf(replaced));
+        m_error =
+            m_grant.Denied(AccessOperation::kDelete, replaced == nullptr ? "/" : cdb::DataPath(replaced));
     }
 }
 

@@ -166,10 +166,10 @@ std::optional<std::string> PendingRequest::TakeWrites(std::size_t index,
 {
     for (const ipc::cdb::PathWrite& write : reply.writes()) {
         auto path = cdb::ParsePath(m_schema, write.path());
-        if (const auto* problem = std::get_if<std::string>(&path)) return *problem;
+        if (!path) return path.error();
         auto value = cdb::FromMessage(write.value());
         if (!value) return "the value of " + write.path() + " does not fit its type";
-        m_writes[index].push_back({std::get<cdb::Path>(std::move(path)), *std::move(value)});
+        m_writes[index].push_back({*std::move(path), *std::move(value)});
     }
     return std::nullopt;
 }

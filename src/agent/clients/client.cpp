@@ -6,6 +6,7 @@
 #include <google/protobuf/arena.h>
 
 #include "base/text.h"
+#include "base/user.h"
 #include "ipc/frame.h"
 #include "log/log.h"
 
@@ -24,6 +25,7 @@ void MakeTextsPresentable(ClientMessage& message)
     const auto fit = [](std::string* text) { base::MakePresentable(*text); };
     switch (message.body_case()) {
     case ClientMessage::kHello:
+        base::MakePresentable(*message.mutable_hello()->mutable_version(), kMaxName);
         return base::MakePresentable(*message.mutable_hello()->mutable_process(), kMaxName);
     case ClientMessage::kSubscribe:
         return fit(message.mutable_subscribe()->mutable_path());
@@ -69,7 +71,7 @@ void Client::Start(base::Timers& timers, std::chrono::milliseconds helloTimeout)
 
 std::string Client::Name() const
 {
-    const std::string name = m_process.empty() ? "a client of " + ipc::UserName(Peer().uid) : m_process;
+    const std::string name = m_process.empty() ? "a client of " + base::UserName(Peer().uid) : m_process;
     return name + " (process " + std::to_string(m_pid) + ")";
 }
 
@@ -135,6 +137,7 @@ void Client::OnHello(const ipc::cdb::Hello& hello)
 {
     if (m_phase != Phase::kNew) return Disconnect("it said hello twice");
     m_process = hello.process();
+    m_version = hello.version();
     // The kernel's process id counts, but it has none across process namespaces.
     if (m_pid <= 0) m_pid = hello.pid();
     if (hello.protocol() != ipc::kProtocolVersion)

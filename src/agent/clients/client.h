@@ -83,6 +83,8 @@ public:
     [[nodiscard]] Phase CurrentPhase() const { return m_phase; }
     [[nodiscard]] const std::string& Process() const { return m_process; }
     [[nodiscard]] std::int64_t Pid() const { return m_pid; }
+    /// Of its program; empty if it has not said.
+    [[nodiscard]] const std::string& Version() const { return m_version; }
     /// "sflow-app (process 1234)"
     [[nodiscard]] std::string Name() const;
     [[nodiscard]] const ipc::PeerCredentials& Peer() const;
@@ -134,6 +136,7 @@ private:
     Phase m_phase = Phase::kNew;
     bool m_applying = false;
     std::string m_process;
+    std::string m_version;
     std::int64_t m_pid;
     std::int64_t m_connectedUs;
     std::vector<Subscription> m_subscriptions;

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "agent/clients/provider_node.h"
+#include "base/user.h"
 #include "ipc/frame.h"
 #include "log/log.h"
 
@@ -66,7 +67,7 @@ void Clients::Add(std::shared_ptr<ipc::Channel> channel)
 {
     const std::uint32_t uid = channel->Peer().uid;
     const auto refuse = [&channel](const std::string& reason) {
-        slog::Error("a client of {} (process {}) is turned away: {}", ipc::UserName(channel->Peer().uid),
+        slog::Error("a client of {} (process {}) is turned away: {}", base::UserName(channel->Peer().uid),
                     channel->Peer().pid, reason);
         ipc::cdb::ServerMessage message;
         message.mutable_refused()->set_reason(reason);

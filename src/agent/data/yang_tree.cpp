@@ -5,8 +5,6 @@
 
 namespace agent {
 
-void FreeSiblings::operator()(lyd_node* first) const { lyd_free_all(first); }
-
 const lyd_node* ChildNamed(const lyd_node* parent, std::string_view name)
 {
     for (const lyd_node* child = lyd_child(parent); child != nullptr; child = child->next)

@@ -4,18 +4,13 @@
 #ifndef AGENT_DATA_YANG_TREE_H
 #define AGENT_DATA_YANG_TREE_H
 
-#include <memory>
 #include <string_view>
 
-struct lyd_node;
+#include "cdb/schema/libyang_owner.h"
 
 namespace agent {
 
-struct FreeSiblings {
-    void operator()(lyd_node* first) const;
-};
-/// Owns a node, its siblings and everything below them.
-using Tree = std::unique_ptr<lyd_node, FreeSiblings>;
+using Tree = cdb::TreePtr;
 
 /// The child of that name; null if there is none.
 const lyd_node* ChildNamed(const lyd_node* parent, std::string_view name);

@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "agent/files/configuration_file.h"
+#include "base/unique_fd.h"
 #include "cdb/datastore/tree_load.h"
 #include "cdb/store/store.h"
 
@@ -28,9 +29,9 @@ std::string Print(const lyd_node* tree, LYD_FORMAT format, std::uint32_t options
     char* text = nullptr;
     const LY_ERR result =
         lyd_print_mem(&text, tree, format, LYD_PRINT_WITHSIBLINGS | LYD_PRINT_WD_EXPLICIT | options);
-    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
+    std::string printed = cdb::TakeText(text);
     if (result != LY_SUCCESS) throw cdb::FatalError("the configuration can't be printed");
-    return text != nullptr ? text : "";
+    return printed;
 }
 
 /// A text that can be imported again, also for an empty configuration.
@@ -56,11 +57,11 @@ bool WriteAll(int file, std::string_view text)
 void Replace(const fs::path& file, const std::string& text)
 {
     std::string aside = file.string() + ".XXXXXX";
-    const int output = mkostemp(aside.data(), O_CLOEXEC);
-    if (output < 0) FailFile(file, std::string("can't be written: ") + std::strerror(errno));
-    const bool written = WriteAll(output, text) && fsync(output) == 0;
+    base::UniqueFd output(mkostemp(aside.data(), O_CLOEXEC));
+    if (!output) FailFile(file, std::string("can't be written: ") + std::strerror(errno));
+    const bool written = WriteAll(output.Get(), text) && fsync(output.Get()) == 0;
     int code = written ? 0 : errno;
-    close(output);
+    output.Close();
     if (code == 0 && rename(aside.c_str(), file.c_str()) != 0) code = errno;
     if (code == 0) return;
     unlink(aside.c_str());

@@ -240,7 +240,7 @@ void Operations::GetSchema(const RequestPtr& request)
             MakeError(Layer::kApplication, cdb::ErrorTag::kInvalidValue,
                       "there is no module \"" + std::string(name) + "\" of that version and format",
                       {{"bad-element", isYang ? "identifier" : "format"}}));
-    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
+    const cdb::Owned<char> owned(text);
     request->Data([text](std::string& out) { netconf::AppendEscaped(out, text); }, kMonitoring);
 }
 

@@ -105,14 +105,14 @@ std::variant<Rpc, BadRpc> ReadRpc(const guard::SchemaIndex& index, std::string m
     message = netconf::PlainXml(std::move(message));
 
     ly_err_clean(const_cast<ly_ctx*>(context), nullptr);
-    ly_in* input = nullptr;
-    if (ly_in_new_memory(message.c_str(), &input) != LY_SUCCESS)
+    ly_in* rawInput = nullptr;
+    if (ly_in_new_memory(message.c_str(), &rawInput) != LY_SUCCESS)
         return BadRpc{scan.attributes, MakeError(Layer::kRpc, ErrorTag::kResourceDenied, "out of memory")};
+    const cdb::Owned<ly_in> input(rawInput);
     lyd_node* rawEnvelope = nullptr;
     lyd_node* rawOperation = nullptr;
-    const LY_ERR parsed =
-        lyd_parse_op(context, nullptr, input, LYD_XML, LYD_TYPE_RPC_NETCONF, &rawEnvelope, &rawOperation);
-    ly_in_free(input, 0);
+    const LY_ERR parsed = lyd_parse_op(context, nullptr, input.get(), LYD_XML, LYD_TYPE_RPC_NETCONF,
+                                       &rawEnvelope, &rawOperation);
     const Tree envelope(rawEnvelope);
     Tree operation(rawOperation);
 

@@ -130,15 +130,14 @@ void Session::Handle(std::string message)
 void Session::TakeHello(const std::string& message)
 {
     const auto theirs = netconf::ParseHello(message);
-    if (const auto* problem = std::get_if<std::string>(&theirs)) return Close(*problem);
-    const auto& hello = std::get<netconf::Hello>(theirs);
-    if (hello.sessionId != 0) return Close("the client's hello has a session-id");
-    const auto framing = netconf::CommonFraming(m_ours, hello);
+    if (!theirs) return Close(theirs.error());
+    if (theirs->sessionId != 0) return Close("the client's hello has a session-id");
+    const auto framing = netconf::CommonFraming(m_ours, *theirs);
     if (!framing) return Close("the client knows no NETCONF version that we know");
     m_timer.reset();
     m_greeted = true;
     m_framing = *framing;
-    m_base11 = hello.Has(netconf::kBase11);
+    m_base11 = theirs->Has(netconf::kBase11);
     m_reader.SetFraming(m_framing);
     m_reader.SetLimit(m_maxMessage);
     Next();

@@ -6,6 +6,7 @@
 
 #include "agent/data/errors.h"
 #include "agent/netconf/request.h"
+#include "base/user.h"
 #include "log/log.h"
 
 namespace agent {
@@ -66,7 +67,7 @@ const std::string& Sessions::NameOfGroup(std::uint32_t group)
 {
     if (m_groupNames.size() >= kMaxGroupNames) m_groupNames.clear();
     const auto [at, isNew] = m_groupNames.try_emplace(group);
-    if (isNew) at->second = ipc::GroupName(group);
+    if (isNew) at->second = base::GroupName(group);
     return at->second;
 }
 
@@ -110,7 +111,7 @@ void Sessions::Add(Session::Socket socket)
 {
     const auto peer = ipc::PeerOf(socket.native_handle());
     if (!peer) return slog::Error("a NETCONF client is turned away: the kernel does not say whose it is");
-    const std::string user = ipc::UserName(peer->uid);
+    const std::string user = base::UserName(peer->uid);
     if (const std::string refusal = Admit(peer->uid, user); !refusal.empty())
         return TurnAway(std::move(socket), *peer, user, refusal);
     do {

@@ -9,11 +9,12 @@
 #include "agent/clients/callpoints.h"
 #include "agent/clients/clients.h"
 #include "agent/clients/delivery.h"
-#include "agent/netconf/acceptor.h"
 #include "agent/netconf/operations.h"
 #include "agent/netconf/sessions.h"
 #include "agent/netconf/workbench.h"
 #include "agent/state/state.h"
+#include "base/user.h"
+#include "ipc/acceptor.h"
 #include "ipc/frame.h"
 #include "log/log.h"
 
@@ -110,14 +111,18 @@ public:
 
     void Listen()
     {
-        const auto adminGroup = ipc::FindGroup(m_options.adminGroup);
-        const auto switchGroup = ipc::FindGroup(m_options.switchGroup);
+        const auto adminGroup = base::FindGroup(m_options.adminGroup);
+        const auto switchGroup = base::FindGroup(m_options.switchGroup);
         MakeRunDirectory(switchGroup);
         const auto path = [this](const char* name) { return (m_options.runDirectory / name).string(); };
-        m_cdb.emplace(ipc::Listen(m_loop, path("cdb.sock"), kSocketPermissions, switchGroup), m_timers,
-                      [this](auto socket) { m_clients.Add(ipc::Channel::Create(std::move(socket))); });
-        m_netconf.emplace(ipc::Listen(m_loop, path("netconf.sock"), kSocketPermissions, adminGroup), m_timers,
-                          [this](auto socket) { m_sessions.Add(std::move(socket)); });
+        const auto listen = [&](auto& at, const char* name, auto group, auto handler) {
+            at.emplace(ipc::Listen(m_loop, path(name), kSocketPermissions, group), m_timers,
+                       "can't accept a connection on " + path(name), handler);
+        };
+        listen(m_cdb, "cdb.sock", switchGroup,
+               [this](auto socket) { m_clients.Add(ipc::Channel::Create(std::move(socket))); });
+        listen(m_netconf, "netconf.sock", adminGroup,
+               [this](auto socket) { m_sessions.Add(std::move(socket)); });
     }
 
 private:
@@ -149,6 +154,7 @@ private:
     AnswerRoom m_room;
     Operations m_operations;
     Sessions m_sessions;  // declared after what its requests use
+    using Acceptor = ipc::Acceptor<boost::asio::local::stream_protocol>;
     std::optional<Acceptor> m_cdb;
     std::optional<Acceptor> m_netconf;
     // Destroyed first: their work uses all of the above.

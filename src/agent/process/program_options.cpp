@@ -1,28 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/process/program_options.h"
 
-#include <charconv>
 #include <cstdint>
-#include <string_view>
-#include <type_traits>
-#include <utility>
-#include <vector>
 
-#include "cdb/schema/yang_directory.h"
+#include "base/directories.h"
+#include "base/number.h"
+#include "base/options/options.h"
+#include "base/user.h"
 #include "ipc/trust.h"
 
 namespace agent {
 namespace {
 
 namespace fs = std::filesystem;
+using base::UsageError;
 
-constexpr std::uint64_t kMinHistory = 4096;
-constexpr std::uint64_t kMinMap = std::uint64_t{1} << 20;
 constexpr std::uint64_t kMaxSize = std::uint64_t{1} << 40;
 /// A smaller bound would refuse what swcli sends.
 constexpr std::uint64_t kMinMessage = std::uint64_t{64} << 10;
-constexpr std::uint64_t kMinElements = 1000;
-constexpr std::uint64_t kMinUnread = std::uint64_t{1} << 20;
 /// The tree of a message takes some ten times its length in memory.
 constexpr std::uint64_t kMaxMessage = std::uint64_t{1} << 30;
 constexpr const char* kAccessFile = "/etc/sflow-switch/access.xml";
@@ -30,157 +25,138 @@ constexpr const char* kAccessFile = "/etc/sflow-switch/access.xml";
 /// A day in milliseconds; enough for the other units and counts.
 constexpr std::uint64_t kMaxNumber = 86'400'000;
 
-std::uint64_t Number(std::string_view option, std::string_view text, std::uint64_t least = 1,
-                     std::uint64_t most = kMaxNumber)
+std::uint64_t Number(const std::string& option, const std::string& text, std::uint64_t least)
 {
-    std::uint64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || end != text.data() + text.size() || number < least || number > most)
-        throw UsageError(std::string(option) + " needs a number from " + std::to_string(least) + " to " +
-                         std::to_string(most) + ", not \"" + std::string(text) + "\"");
-    return number;
+    const auto number = base::ToNumber<std::uint64_t>(text);
+    if (!number || *number < least || *number > kMaxNumber)
+        throw UsageError(option + " needs a number from " + std::to_string(least) + " to " +
+                         std::to_string(kMaxNumber) + ", not \"" + text + "\"");
+    return *number;
 }
 
-/// A number of bytes; a K, M or G behind it multiplies it by 1024, 1024^2 or 1024^3.
-std::uint64_t Size(std::string_view option, std::string_view text, std::uint64_t least, std::uint64_t most)
-{
-    std::uint64_t number = 0;
-    const char* last = text.data() + text.size();
-    const auto [end, error] = std::from_chars(text.data(), last, number);
-    const std::string_view unit(end, static_cast<std::size_t>(last - end));
-    const unsigned shift = unit == "K" ? 10 : unit == "M" ? 20 : unit == "G" ? 30 : 0;
-    const bool known = unit.empty() || shift != 0;
-    if (error != std::errc{} || !known || number > most >> shift || number << shift < least)
-        throw UsageError(std::string(option) + " needs a size from " + std::to_string(least) + " bytes to " +
-                         std::to_string(most >> 30) + "G, such as 64M, not \"" + std::string(text) + "\"");
-    return number << shift;
-}
+/// The rows of cdbd's options: each names its member, and what the help text says of it.
+class Rows {
+public:
+    explicit Rows(ProgramOptions& to) : m_options(to.help, to.version) {}
 
-using Setter = void (*)(ProgramOptions& options, const std::string& name, const std::string& value);
+    template <typename Take>
+    void Add(const char* name, const char* value, const char* help, Take take)
+    {
+        m_options.Add(name, value, help, [take, option = "--" + std::string(name)](const std::string& text) {
+            if (text.empty()) throw UsageError("option " + option + " needs a value");
+            take(option, text);
+        });
+    }
+    void Path(const char* name, const char* value, fs::path& to, const char* help)
+    {
+        Add(name, value, help, [&to](const auto&, const std::string& text) { to = text; });
+    }
+    template <typename To>
+    void Count(const char* name, const char* value, To& to, const char* help, std::uint64_t least = 1)
+    {
+        Add(name, value, help, [&to, least](const std::string& option, const std::string& text) {
+            to = static_cast<To>(Number(option, text, least));
+        });
+    }
+    void Size(const char* name, std::size_t& to, std::uint64_t least, std::uint64_t most, const char* help)
+    {
+        Add(name, "SIZE", help, [&to, least, most](const std::string& option, const std::string& text) {
+            to = base::ToSize(text, least, most,
+                              option + " needs a size from " + std::to_string(least) + " bytes to " +
+                                  std::to_string(most >> 30) + "G, such as 64M, not \"" + text + "\"");
+        });
+    }
+    /// A group that is named must exist; only the default one may be missing.
+    void Group(const char* name, std::string& to, const char* help)
+    {
+        Add(name, "GROUP", help, [&to](const std::string& option, const std::string& text) {
+            if (!base::FindGroup(text))
+                throw UsageError(option + ": there is no group \"" + text + "\" on this machine");
+            to = text;
+        });
+    }
+    void Flag(const char* name, bool& to, const char* help) { m_options.Add(name, help, to); }
 
-template <fs::path ProgramOptions::*member>
-void SetPath(ProgramOptions& options, const std::string& /*name*/, const std::string& value)
-{
-    options.*member = value;
-}
+    [[nodiscard]] const base::Options& All() const { return m_options; }
 
-template <std::string ProgramOptions::*member>
-void SetText(ProgramOptions& options, const std::string& /*name*/, const std::string& value)
-{
-    options.*member = value;
-}
-
-template <auto member>
-void SetTime(ProgramOptions& options, const std::string& name, const std::string& value)
-{
-    using Time = std::remove_reference_t<decltype(options.*member)>;
-    options.*member = Time(Number(name, value));
-}
-
-template <std::size_t ProgramOptions::*member, std::uint64_t least, std::uint64_t most = kMaxSize>
-void SetSize(ProgramOptions& options, const std::string& name, const std::string& value)
-{
-    options.*member = Size(name, value, least, most);
-}
-
-void SetHistoryDays(ProgramOptions& options, const std::string& name, const std::string& value)
-{
-    options.historyDays = static_cast<std::uint32_t>(Number(name, value));
-}
-
-template <std::size_t ProgramOptions::*member, std::uint64_t least = 1, std::uint64_t most = kMaxNumber>
-void SetCount(ProgramOptions& options, const std::string& name, const std::string& value)
-{
-    options.*member = Number(name, value, least, most);
-}
-
-/// 0 turns it off.
-void SetIdleTimeout(ProgramOptions& options, const std::string& name, const std::string& value)
-{
-    options.idleTimeout = std::chrono::seconds(value == "0" ? 0 : Number(name, value));
-}
-
-/// A group that is named must exist; only the default one may be missing.
-template <std::string ProgramOptions::*member>
-void SetGroup(ProgramOptions& options, const std::string& name, const std::string& value)
-{
-    if (!value.empty() && !ipc::FindGroup(value))
-        throw UsageError(name + ": there is no group \"" + value + "\" on this machine");
-    options.*member = value;
-}
-
-void AddAllowed(ProgramOptions& options, const std::string& name, const std::string& value)
-{
-    const std::string problem = value.empty() ? "" : ipc::Trust("cdbd").Allow(value);
-    if (!problem.empty()) throw UsageError(name + ": " + problem);
-    options.allow.push_back(value);
-}
-
-constexpr std::pair<std::string_view, Setter> kSetters[] = {
-    {"--init", &SetPath<&ProgramOptions::initFile>},
-    {"--run-dir", &SetPath<&ProgramOptions::runDirectory>},
-    {"--state-dir", &SetPath<&ProgramOptions::stateDirectory>},
-    {"--yang-dir", &SetPath<&ProgramOptions::yangDirectory>},
-    {"--access", &SetPath<&ProgramOptions::accessFile>},
-    {"--admin-group", &SetGroup<&ProgramOptions::adminGroup>},
-    {"--switch-group", &SetGroup<&ProgramOptions::switchGroup>},
-    {"--allow", &AddAllowed},
-    {"--ack-timeout", &SetTime<&ProgramOptions::ackTimeout>},
-    {"--callpoint-timeout", &SetTime<&ProgramOptions::callpointTimeout>},
-    {"--hello-timeout", &SetTime<&ProgramOptions::helloTimeout>},
-    {"--idle-timeout", &SetIdleTimeout},
-    {"--history-limit", &SetCount<&ProgramOptions::historyLimit>},
-    {"--history-bytes", &SetSize<&ProgramOptions::historyBytes, kMinHistory>},
-    {"--history-days", &SetHistoryDays},
-    {"--map-size", &SetSize<&ProgramOptions::mapSize, kMinMap>},
-    {"--export", &SetPath<&ProgramOptions::exportFile>},
-    {"--import", &SetPath<&ProgramOptions::importFile>},
-    {"--max-sessions", &SetCount<&ProgramOptions::maxSessions>},
-    {"--max-sessions-per-user", &SetCount<&ProgramOptions::maxSessionsPerUser>},
-    {"--max-message", &SetSize<&ProgramOptions::maxMessage, kMinMessage, kMaxMessage>},
-    {"--max-elements", &SetCount<&ProgramOptions::maxElements, kMinElements>},
-    {"--max-filter", &SetCount<&ProgramOptions::maxFilter>},
-    {"--max-unread", &SetSize<&ProgramOptions::maxUnread, kMinUnread>},
+private:
+    base::Options m_options;
 };
 
-void Set(ProgramOptions& options, const std::string& name, const std::string& value)
+Rows RowsFor(ProgramOptions& to)
 {
-    for (const auto& [known, set] : kSetters)
-        if (known == name) return set(options, name, value);
-    throw UsageError("there is no option " + name);
+    Rows rows(to);
+    rows.Path("init", "FILE", to.initFile,
+              "load a first configuration (RFC 7951 JSON or XML) into an empty store, and end");
+    rows.Path(
+        "import", "FILE", to.importFile,
+        "make a file's configuration the whole one, in one commit; makes the store where there is none, "
+        "and end");
+    rows.Path("export", "FILE", to.exportFile,
+              "write the running configuration to a file that ends in .json or .xml, or to - as JSON; the "
+              "switch may be running; and end");
+    rows.Flag("check", to.check,
+              "read all of a stopped switch's store, say what is there or what is damaged, and end");
+    rows.Path("run-dir", "DIR", to.runDirectory, "where the sockets are ($SFLOW_RUN_DIR, /run/sflow-switch)");
+    rows.Path("state-dir", "DIR", to.stateDirectory,
+              "where the store is ($SFLOW_STATE_DIR, /var/lib/sflow-switch)");
+    rows.Path("yang-dir", "DIR", to.yangDirectory, "where the YANG modules are ($SFLOW_YANG_DIR)");
+    rows.Count("ack-timeout", "MS", to.ackTimeout, "how long a process may take for one commit (10000)");
+    rows.Count("callpoint-timeout", "MS", to.callpointTimeout,
+               "how long a callpoint may go without any answer (5000)");
+    rows.Count("history-limit", "N", to.historyLimit, "how many commits are remembered (500)");
+    rows.Count("history-days", "N", to.historyDays, "how many days they are remembered (no limit)");
+    rows.Size("history-bytes", to.historyBytes, 4096, kMaxSize,
+              "how large what undoes them may be, at most a quarter of --map-size (64M)");
+    rows.Size("map-size", to.mapSize, std::uint64_t{1} << 20, kMaxSize,
+              "how large the store may become (1G)");
+    rows.Path("access", "FILE", to.accessFile,
+              "the rules of access control (/etc/sflow-switch/access.xml where that is there, else operators "
+              "may do all and others may read)");
+    rows.Group("admin-group", to.adminGroup, "whom netconf.sock is for (sflow-admin)");
+    rows.Group("switch-group", to.switchGroup, "whom cdb.sock and the store are for (sflow-switch)");
+    rows.Add(
+        "allow", "ROLE=WHO,...",
+        "who else than root and our own user may, on cdb.sock, take the role subscribe, callpoint, state "
+        "or faults: users and @groups (the switch group)",
+        [&to](const std::string& option, const std::string& text) {
+            if (const std::string problem = ipc::Trust("cdbd").Allow(text); !problem.empty())
+                throw UsageError(option + ": " + problem);
+            to.allow.push_back(text);
+        });
+    rows.Count("max-sessions", "N", to.maxSessions, "how many NETCONF sessions at once (128)");
+    rows.Count("max-sessions-per-user", "N", to.maxSessionsPerUser,
+               "how many of them one user may have, root aside (64)");
+    rows.Size("max-message", to.maxMessage, kMinMessage, kMaxMessage,
+              "how long one message of a NETCONF client may be (64M)");
+    rows.Count("max-elements", "N", to.maxElements, "how many elements it may have (2000000)", 1000);
+    rows.Count("max-filter", "N", to.maxFilter, "how many of them in a filter (32768)");
+    rows.Size("max-unread", to.maxUnread, std::uint64_t{1} << 20, kMaxSize,
+              "how much memory long answers may take that clients have not read yet, all sessions together "
+              "(256M)");
+    rows.Count("hello-timeout", "SECONDS", to.helloTimeout,
+               "how long a NETCONF client may take for its hello (30)");
+    rows.Add("idle-timeout", "SECONDS", "how long a session may be without a request (0: for ever)",
+             [&to](const std::string& option, const std::string& text) {
+                 to.idleTimeout = std::chrono::seconds(text == "0" ? 0 : Number(option, text, 1));
+             });
+    return rows;
 }
 
 }  // namespace
 
 ProgramOptions ParseOptions(int argc, const char* const* argv, const fs::path& program,
-                            const std::function<std::optional<std::string>(const char* name)>& environment)
+                            const base::Variables& variables)
 {
     ProgramOptions options;
-    options.runDirectory = environment("SFLOW_RUN_DIR").value_or("/run/sflow-switch");
-    options.stateDirectory = environment("SFLOW_STATE_DIR").value_or("/var/lib/sflow-switch");
+    options.runDirectory = base::RunDirectory(variables);
+    options.stateDirectory = base::StateDirectory(variables);
     options.adminGroup = ipc::kAdminGroup;
     options.switchGroup = ipc::kSwitchGroup;
     std::error_code ignored;  // a file that can't be examined counts as missing
     if (fs::exists(kAccessFile, ignored)) options.accessFile = kAccessFile;
-    options.yangDirectory = cdb::YangDirectory(program, environment("SFLOW_YANG_DIR"));
-    for (int i = 1; i < argc; ++i) {
-        std::string name = argv[i];
-        if (name == "--help" || name == "-h") {
-            options.help = true;
-        } else if (name == "--version") {
-            options.version = true;
-        } else if (name == "--check") {
-            options.check = true;
-        } else if (const std::size_t equals = name.find('='); equals != std::string::npos) {
-            Set(options, name.substr(0, equals), name.substr(equals + 1));
-        } else if (!name.starts_with("--")) {
-            throw UsageError("unexpected argument " + name);
-        } else {
-            if (i + 1 == argc) Set(options, name, "");
-            if (i + 1 == argc || *argv[i + 1] == '\0') throw UsageError(name + " needs a value");
-            Set(options, name, argv[++i]);
-        }
-    }
+    options.yangDirectory = base::YangDirectory(program, variables("SFLOW_YANG_DIR"));
+    RowsFor(options).All().Read({argv + 1, argv + argc});
     const int tasks = int{!options.initFile.empty()} + int{!options.exportFile.empty()} +
                       int{!options.importFile.empty()} + int{options.check};
     if (tasks > 1) throw UsageError("--init, --import, --export and --check go one at a time");
@@ -189,54 +165,14 @@ ProgramOptions ParseOptions(int argc, const char* const* argv, const fs::path& p
 
 std::string UsageText()
 {
+    ProgramOptions unused;
     return "usage: cdbd [OPTION]...\n"
            "       cdbd --init FILE | --import FILE | --export FILE | --check [OPTION]...\n"
            "\n"
            "The configuration database: keeps the switch's configuration, serves it to operators\n"
            "(NETCONF) and to the switch's processes.\n"
-           "\n"
-           "  --init FILE             load a first configuration (RFC 7951 JSON or XML) into an empty\n"
-           "                          store, and end\n"
-           "  --import FILE           make a file's configuration the whole one, in one commit; makes the\n"
-           "                          store where there is none, and end\n"
-           "  --export FILE           write the running configuration to a file that ends in .json or .xml,\n"
-           "                          or to - as JSON; the switch may be running; and end\n"
-           "  --check                 read all of a stopped switch's store, say what is there or what is\n"
-           "                          damaged, and end\n"
-           "  --run-dir DIR           where the sockets are ($SFLOW_RUN_DIR, /run/sflow-switch)\n"
-           "  --state-dir DIR         where the store is ($SFLOW_STATE_DIR, /var/lib/sflow-switch)\n"
-           "  --yang-dir DIR          where the YANG modules are ($SFLOW_YANG_DIR)\n"
-           "  --ack-timeout MS        how long a process may take for one commit (10000)\n"
-           "  --callpoint-timeout MS  how long a callpoint may go without any answer (5000)\n"
-           "  --history-limit N       how many commits are remembered (500)\n"
-           "  --history-days N        how many days they are remembered (no limit)\n"
-           "  --history-bytes SIZE    how large what undoes them may be, at most a quarter of --map-size "
-           "(64M)\n"
-           "  --map-size SIZE         how large the store may become (1G)\n"
-           "  --access FILE           the rules of access control (/etc/sflow-switch/access.xml where\n"
-           "                          that is there, else operators may do all and others may read)\n"
-           "  --admin-group GROUP     whom netconf.sock is for (sflow-admin)\n"
-           "  --switch-group GROUP    whom cdb.sock and the store are for (sflow-switch)\n"
-           "  --allow ROLE=WHO,...    who else than root and our own user may, on cdb.sock, take the role\n"
-           "                          subscribe, callpoint, state or faults: users and @groups\n"
-           "                          (the switch group)\n"
-           "  --max-sessions N        how many NETCONF sessions at once (128)\n"
-           "  --max-sessions-per-user N\n"
-           "                          how many of them one user may have, root aside (64)\n"
-           "  --max-message SIZE      how long one message of a NETCONF client may be (64M)\n"
-           "  --max-elements N        how many elements it may have (2000000)\n"
-           "  --max-filter N          how many of them in a filter (32768)\n"
-           "  --max-unread SIZE       how much memory long answers may take that clients have not read\n"
-           "                          yet, all sessions together (256M)\n"
-           "  --hello-timeout SECONDS how long a NETCONF client may take for its hello (30)\n"
-           "  --idle-timeout SECONDS  how long a session may be without a request (0: for ever)\n"
-           "  --help, --version       say so, and end\n"
-           "\n"
-           "environment:\n"
-           "  SFLOW_LOG               log file, or - for standard error (-)\n"
-           "  SFLOW_LOG_LEVEL         lowest level written: 10 debug, 11 info, 12 notice, 13 error (12)\n";
+           "\n" +
+           RowsFor(unused).All().Text() + base::EnvironmentText();
 }
-
-std::string VersionText() { return "cdbd " SFLOW_VERSION "\n"; }
 
 }  // namespace agent

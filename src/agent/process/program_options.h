@@ -8,11 +8,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
-#include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "base/environment.h"
 
 namespace agent {
 
@@ -47,19 +46,11 @@ struct ProgramOptions {
     bool version = false;
 };
 
-/// A command line that makes no sense; the text names the option.
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-/// `environment`: the value of a variable; nullopt if it is not set. `program`: the path of the running
-/// program. Throws UsageError.
+/// `program`: the path of the running program. Throws base::UsageError.
 ProgramOptions ParseOptions(int argc, const char* const* argv, const std::filesystem::path& program,
-                            const std::function<std::optional<std::string>(const char* name)>& environment);
+                            const base::Variables& variables);
 
 std::string UsageText();
-std::string VersionText();
 
 }  // namespace agent
 

@@ -129,6 +129,7 @@ void StateSource::AddSystem(StateSelections& selections, StateTree& tree) const
     const auto wanted = selections.Take(m_system);
     if (!wanted) return;
     SystemState system(m_schema.Context(), m_system, tree);
+    if (wanted->Has("version")) system.AddVersion();
     if (wanted->Has("process")) system.AddProcesses(m_clients.Greeted(), m_role);
     if (wanted->Has("fault")) system.AddFaults(m_store);
     if (wanted->Has("access")) system.AddDenials(m_access.Denied());

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "base/version.h"
 #include "log/log.h"
 
 namespace agent {
@@ -69,13 +70,19 @@ StateTree::Node* SystemState::Entry(const char* list, std::initializer_list<std:
 
 void SystemState::Leaf(StateTree::Node& node, const char* parent, const char* name, std::string_view value)
 {
-    const lysc_node* leaf = Child(Child(m_system, parent), name);
+    Leaf(node, Child(Child(m_system, parent), name), value);
+}
+
+void SystemState::Leaf(StateTree::Node& node, const lysc_node* leaf, std::string_view value)
+{
     const auto checked = leaf == nullptr ? std::nullopt : m_checker.Check(leaf, value);
     if (checked)
         node.leaves.push_back({leaf, m_tree.Keep(*checked)});
     else
-        slog::Debug("state: {} can't be \"{}\"", name, value);
+        slog::Debug("state: {} can't be \"{}\"", leaf == nullptr ? "a leaf" : leaf->name, value);
 }
+
+void SystemState::AddVersion() { Leaf(m_tree.At(m_system), Child(m_system, "version"), base::Version()); }
 
 void SystemState::AddProcesses(const std::vector<ClientPtr>& clients, Role role)
 {
@@ -91,6 +98,7 @@ void SystemState::AddProcess(const Client& client, Role role)
     const auto [name, pid] = KeysOf(client);
     StateTree::Node* entry = Entry(kList, {name, pid});
     if (entry == nullptr) return;  // a process may have several connections
+    if (!client.Version().empty()) Leaf(*entry, kList, "version", client.Version());
     Leaf(*entry, kList, "connected-since", DateAndTime(client.ConnectedUs()));
     Leaf(*entry, kList, "role", RoleName(role));
     Leaf(*entry, kList, "state", PhaseName(client));

@@ -29,6 +29,8 @@ public:
     /// `tree` must outlive this.
     SystemState(const ly_ctx* context, const lysc_node* system, StateTree& tree);
 
+    /// That of cdbd.
+    void AddVersion();
     void AddProcesses(const std::vector<ClientPtr>& clients, Role role);
     void AddFaults(const cdb::Store& store);
     void AddDenials(const Access::Denials& denials);
@@ -41,6 +43,7 @@ private:
     StateTree::Node* Entry(const char* list, std::initializer_list<std::string> keys);
     /// Adds a leaf. Leaves out a value that the schema does not take.
     void Leaf(StateTree::Node& node, const char* parent, const char* name, std::string_view value);
+    void Leaf(StateTree::Node& node, const lysc_node* leaf, std::string_view value);
 
     const lysc_node* m_system;
     StateTree& m_tree;

@@ -40,14 +40,6 @@ std::size_t KeyCount(const lysc_node* list)
     return count;
 }
 
-void FreeTree::operator()(lyd_node* node) const
-{
-    if (node->parent != nullptr)
-        lyd_free_tree(node);
-    else
-        lyd_free_all(node);
-}
-
 lyd_node* FindSingle(const lyd_node* siblings, const lysc_node* schema)
 {
     lyd_node* match = nullptr;
@@ -165,13 +157,7 @@ std::string Describe(const lyd_node* node)
     return "leaf \"" + name + '"' + (parent != nullptr ? " of " + Describe(parent) : "");
 }
 
-std::string DataPath(const lyd_node* node)
-{
-    char* path = lyd_path(node, LYD_PATH_STD, nullptr, 0);
-    const std::string text = path != nullptr ? path : "";
-    free(path);
-    return text;
-}
+std::string DataPath(const lyd_node* node) { return TakeText(lyd_path(node, LYD_PATH_STD, nullptr, 0)); }
 
 bool IsExplicit(const lyd_node* node) { return (node->flags & LYD_DEFAULT) == 0; }
 

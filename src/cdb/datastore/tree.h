@@ -8,25 +8,17 @@
 #ifndef CDB_DATASTORE_TREE_H
 #define CDB_DATASTORE_TREE_H
 
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "cdb/model/path.h"
 #include "cdb/model/value.h"
+#include "cdb/schema/libyang_owner.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
 
-struct lyd_node;
-
 namespace cdb {
-
-struct FreeTree {
-    void operator()(lyd_node* node) const;
-};
-/// Owns a node with everything below it and, for a top-level node, all its siblings too.
-using TreePtr = std::unique_ptr<lyd_node, FreeTree>;
 
 /// A step in the data: the schema node, and a list entry's own keys.
 struct Place {

@@ -3,7 +3,7 @@
 
 #include "cdb/model/path.h"
 
-#include <charconv>
+#include "base/number.h"
 
 namespace cdb {
 namespace {
@@ -12,7 +12,7 @@ class Parser {
 public:
     Parser(const SchemaTable& schema, std::string_view text) : m_schema(schema), m_text(text) {}
 
-    std::variant<Path, std::string> Run()
+    base::expected<Path, std::string> Run()
     {
         if (m_text.empty()) return Complaint("is empty");
         while (m_position < m_text.size() && m_error.empty()) OneStep();
@@ -21,9 +21,9 @@ public:
     }
 
 private:
-    std::string Complaint(const std::string& why) const
+    [[nodiscard]] base::unexpected<std::string> Complaint(const std::string& why) const
     {
-        return "path \"" + std::string(m_text) + "\" " + why;
+        return base::Unexpected("path \"" + std::string(m_text) + "\" " + why);
     }
 
     [[nodiscard]] char Next() const { return m_position < m_text.size() ? m_text[m_position] : '\0'; }
@@ -92,9 +92,8 @@ private:
 
     void Index(std::string_view content)
     {
-        std::size_t index = 0;
-        const auto [end, error] = std::from_chars(content.data(), content.data() + content.size(), index);
-        if (error != std::errc{} || end != content.data() + content.size()) {
+        const auto index = base::ToNumber<std::size_t>(content);
+        if (!index) {
             m_error = "has the index [" + std::string(content) + "], which is no number from 0 on";
             return;
         }
@@ -115,7 +114,7 @@ private:
 
 }  // namespace
 
-std::variant<Path, std::string> ParsePath(const SchemaTable& schema, std::string_view text)
+base::expected<Path, std::string> ParsePath(const SchemaTable& schema, std::string_view text)
 {
     return Parser(schema, text).Run();
 }

@@ -9,9 +9,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
+#include "base/expected.h"
 #include "cdb/model/schema_table.h"
 
 namespace cdb {
@@ -31,7 +31,7 @@ struct Path {
 };
 
 /// The path, or a text that says what is wrong with it and where.
-std::variant<Path, std::string> ParsePath(const SchemaTable& schema, std::string_view text);
+base::expected<Path, std::string> ParsePath(const SchemaTable& schema, std::string_view text);
 
 std::string ToText(const SchemaTable& schema, const Path& path);
 

@@ -6,7 +6,8 @@
 #include <arpa/inet.h>
 
 #include <array>
-#include <charconv>
+
+#include "base/number.h"
 
 namespace cdb {
 namespace {
@@ -29,18 +30,9 @@ std::optional<std::uint32_t> AddressWord(std::string_view text)
 }
 
 template <typename Integer>
-std::optional<Integer> Number(std::string_view text)
-{
-    Integer number{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
-    return number;
-}
-
-template <typename Integer>
 std::optional<Value> NumberValue(std::string_view text)
 {
-    const auto number = Number<Integer>(text);
+    const auto number = base::ToNumber<Integer>(text);
     if (!number) return std::nullopt;
     return Value(*number);
 }
@@ -64,7 +56,7 @@ std::optional<Value> Ipv4PlenValue(std::string_view text)
     const auto slash = text.find('/');
     if (slash == std::string_view::npos) return std::nullopt;
     const auto word = AddressWord(text.substr(0, slash));
-    const auto length = Number<std::uint8_t>(text.substr(slash + 1));
+    const auto length = base::ToNumber<std::uint8_t>(text.substr(slash + 1));
     if (!word || !length || *length > kLongestPrefix) return std::nullopt;
     return Value(Ipv4Plen{*word, *length});
 }

@@ -7,13 +7,14 @@
 #include <libyang/libyang.h>
 #include <libyang/plugins_types.h>
 
-#include <charconv>
 #include <limits>
 #include <map>
 #include <span>
 #include <string>
 
+#include "base/number.h"
 #include "cdb/model/error.h"
+#include "cdb/schema/libyang_owner.h"
 
 namespace cdb {
 namespace {
@@ -28,9 +29,7 @@ std::span<Item> Array(Item* sized)
 
 [[noreturn]] void Refuse(const lysc_node* node, const std::string& why)
 {
-    char* path = lysc_path(node, LYSC_PATH_LOG, nullptr, 0);
-    const std::string where = path != nullptr ? path : node->name;
-    free(path);
+    const std::string where = TakeText(lysc_path(node, LYSC_PATH_LOG, nullptr, 0));
     throw FatalError("YANG module " + std::string(node->module->name) + ": node " + where + ' ' + why);
 }
 
@@ -45,10 +44,8 @@ const char* Statement(lysc_ext_instance* instances, std::string_view name)
 /// The number, or 0 if the text is none or it is beyond `limit`.
 std::uint32_t Number(std::string_view text, std::uint32_t limit)
 {
-    std::uint32_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const bool whole = error == std::errc{} && end == text.data() + text.size();
-    return whole && number <= limit ? number : 0;
+    const auto number = base::ToNumber<std::uint32_t>(text).value_or(0);
+    return number <= limit ? number : 0;
 }
 
 class Derivation {

@@ -4,16 +4,13 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
-#include <memory>
 #include <optional>
 #include <string_view>
 
+#include "cdb/schema/libyang_owner.h"
+
 namespace cdb {
 namespace {
-
-struct FreeSet {
-    void operator()(ly_set* set) const { ly_set_free(set, nullptr); }
-};
 
 const lysc_node* DataParent(const lysc_node* node)
 {
@@ -86,7 +83,7 @@ private:
     {
         ly_set* found = nullptr;
         const auto result = lys_find_expr_atoms(context, module, expression, prefixes, 0, &found);
-        const std::unique_ptr<ly_set, FreeSet> owned(found);
+        const Owned<ly_set> owned(found);
         if (result != LY_SUCCESS || found == nullptr) return std::nullopt;
         return Atoms(found->snodes, found->snodes + found->count);
     }

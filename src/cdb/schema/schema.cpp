@@ -13,17 +13,13 @@
 #include <iterator>
 
 #include "cdb/schema/derive.h"
+#include "cdb/schema/libyang_owner.h"
 #include "cdb/schema/reach.h"
 
 namespace cdb {
 namespace {
 
 namespace fs = std::filesystem;
-
-struct FreeContext {
-    void operator()(ly_ctx* context) const { ly_ctx_destroy(context); }
-};
-using ContextOwner = std::unique_ptr<ly_ctx, FreeContext>;
 
 /// Makes libyang keep every message while modules load, since the last one alone only says that loading
 /// failed; afterwards only the last one. It never prints.
@@ -47,14 +43,14 @@ std::string Messages(const ly_ctx* context)
     return text.empty() ? "no reason given" : text;
 }
 
-ContextOwner MakeContext(const fs::path& directory)
+Owned<ly_ctx> MakeContext(const fs::path& directory)
 {
     ly_ctx* context = nullptr;
     const auto options = LY_CTX_DISABLE_SEARCHDIR_CWD;
     if (ly_ctx_new(directory.c_str(), options, &context) != LY_SUCCESS)
         throw FatalError("the YANG modules can't be read from " + directory.string() +
                          ": check that it is a readable directory");
-    ContextOwner owned(context);
+    Owned<ly_ctx> owned(context);
     // The error of a missing module says more than an error about a missing directory would.
     static_cast<void>(ly_ctx_set_searchdir(context, SFLOW_IETF_YANG_DIR));
     return owned;
@@ -155,7 +151,7 @@ public:
         reach = ExamineConstraints(derived);
     }
 
-    ContextOwner context;
+    Owned<ly_ctx> context;
     DerivedSchema derived;
     std::string fingerprint;
     Reach reach;

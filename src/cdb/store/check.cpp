@@ -14,6 +14,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "base/unique_fd.h"
 #include "cdb/model/error.h"
 
 namespace cdb {
@@ -79,14 +80,15 @@ StoreFigures CheckStore(const std::filesystem::path& directory, CheckDepth depth
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0)
         throw FatalError(std::string("checking the store failed: ") + std::strerror(errno));
+    base::UniqueFd reader(ends[0]);
+    base::UniqueFd writer(ends[1]);
     const pid_t child = fork();
     if (child == 0) {
-        close(ends[0]);
-        RunChild(directory, depth, ends[1]);
+        reader.Close();
+        RunChild(directory, depth, writer.Get());
     }
-    close(ends[1]);
-    const std::string verdict = child > 0 ? ReadAll(ends[0]) : std::string();
-    close(ends[0]);
+    writer.Close();
+    const std::string verdict = child > 0 ? ReadAll(reader.Get()) : std::string();
     if (child < 0) throw FatalError("checking the store failed: no process can be started");
     while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) continue;
     StoreFigures figures;

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/unique_fd.h"
+
 namespace cdb {
 namespace {
 
@@ -32,10 +34,8 @@ Error Failed(const std::filesystem::path& file, int code)
 
 void SyncDirectoryOf(const std::filesystem::path& file)
 {
-    const int directory = open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (directory < 0) return;
-    fsync(directory);
-    close(directory);
+    const base::UniqueFd directory(open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory) fsync(directory.Get());
 }
 
 }  // namespace
@@ -49,11 +49,11 @@ std::optional<Error> CopyEnvironment(const Environment& environment, const std::
     std::error_code ignored;
     if (std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) return Failed(file, EEXIST);
     std::string aside = file.string() + ".XXXXXX";
-    const int copy = mkostemp(aside.data(), O_CLOEXEC);
-    if (copy < 0) return Failed(file, errno);
-    int code = mdb_env_copyfd2(environment.Handle(), copy, MDB_CP_COMPACT);
-    if (code == MDB_SUCCESS && fsync(copy) != 0) code = errno;
-    close(copy);
+    base::UniqueFd copy(mkostemp(aside.data(), O_CLOEXEC));
+    if (!copy) return Failed(file, errno);
+    int code = mdb_env_copyfd2(environment.Handle(), copy.Get(), MDB_CP_COMPACT);
+    if (code == MDB_SUCCESS && fsync(copy.Get()) != 0) code = errno;
+    copy.Close();
     if (code == MDB_SUCCESS && link(aside.c_str(), file.c_str()) != 0) code = errno;
     unlink(aside.c_str());
     if (code != MDB_SUCCESS) return Failed(file, code);

@@ -33,25 +33,19 @@ std::string Holder(int file)
 WriterLock::WriterLock(const std::filesystem::path& directory)
 {
     const std::string path = directory / kWriterLockFile;
-    m_file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode);
-    if (m_file < 0) throw FatalError(path + " can't be opened: " + std::strerror(errno));
-    if (flock(m_file, LOCK_EX | LOCK_NB) != 0) {
+    m_file = base::UniqueFd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode));
+    if (!m_file) throw FatalError(path + " can't be opened: " + std::strerror(errno));
+    if (flock(m_file.Get(), LOCK_EX | LOCK_NB) != 0) {
         const int code = errno;
-        const std::string holder = Holder(m_file);
-        close(m_file);
+        const std::string holder = Holder(m_file.Get());
         if (code != EWOULDBLOCK) throw FatalError(path + " can't be locked: " + std::strerror(code));
         throw FatalError("the store in " + directory.string() + " is in use by " + holder +
                          "; stop that one first");
     }
     const std::string text = std::to_string(getpid()) + '\n';
-    const bool named = ftruncate(m_file, 0) == 0 &&
-                       pwrite(m_file, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
-    if (named) return;
-    const int code = errno;
-    close(m_file);
-    throw FatalError(path + " can't be written: " + std::strerror(code));
+    const bool named = ftruncate(m_file.Get(), 0) == 0 &&
+                       pwrite(m_file.Get(), text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+    if (!named) throw FatalError(path + " can't be written: " + std::strerror(errno));
 }
-
-WriterLock::~WriterLock() { close(m_file); }
 
 }  // namespace cdb

@@ -6,6 +6,8 @@
 
 #include <filesystem>
 
+#include "base/unique_fd.h"
+
 namespace cdb {
 
 inline constexpr const char* kWriterLockFile = "writer.lock";
@@ -15,12 +17,9 @@ class WriterLock {
 public:
     /// Throws FatalError that names the process which holds it, or says why the file can't be used.
     explicit WriterLock(const std::filesystem::path& directory);
-    ~WriterLock();
-    WriterLock(const WriterLock&) = delete;
-    WriterLock& operator=(const WriterLock&) = delete;
 
 private:
-    int m_file = -1;
+    base::UniqueFd m_file;
 };
 
 }  // namespace cdb

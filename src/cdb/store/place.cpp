@@ -9,6 +9,7 @@
 #include <array>
 #include <fstream>
 
+#include "base/unique_fd.h"
 #include "cdb/rows/environment.h"
 #include "cdb/store/check.h"
 
@@ -31,10 +32,8 @@ void MakeDirectory(const fs::path& directory)
 
 void SyncDirectory(const fs::path& directory)
 {
-    const int file = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (file < 0) return;
-    fsync(file);
-    close(file);
+    const base::UniqueFd file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (file) fsync(file.Get());
 }
 
 bool Exists(const fs::path& file)

@@ -4,7 +4,6 @@
 #include <netinet/in.h>
 #include <netinet/udp.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -25,7 +24,10 @@ std::error_code Mark(int fd, std::uint32_t mark)
     return LastError();
 }
 
-int Open() { return ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_UDP); }
+base::UniqueFd Open()
+{
+    return base::UniqueFd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_UDP));
+}
 
 }  // namespace
 
@@ -35,13 +37,13 @@ std::error_code StreamSocket::Connect(std::uint32_t address, std::uint16_t port)
     // The kernel would send to port 0.
     if (port == 0) return std::make_error_code(std::errc::destination_address_required);
     m_fd = Open();
-    if (m_fd < 0) return LastError();
+    if (!m_fd) return LastError();
     SetOptions();
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(port);
     to.sin_addr.s_addr = address;
-    if (::connect(m_fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) < 0) {
+    if (::connect(m_fd.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) < 0) {
         const std::error_code error = LastError();
         Close();
         return error;
@@ -52,37 +54,33 @@ std::error_code StreamSocket::Connect(std::uint32_t address, std::uint16_t port)
 
 void StreamSocket::Close()
 {
-    if (m_fd >= 0) ::close(m_fd);
-    m_fd = -1;
+    m_fd.Close();
     m_connected = false;
 }
 
 std::error_code StreamSocket::CheckMark(std::uint32_t mark)
 {
-    const int fd = Open();
-    if (fd < 0) return LastError();
-    const std::error_code error = Mark(fd, mark);
-    ::close(fd);
-    return error;
+    const base::UniqueFd fd = Open();
+    return fd ? Mark(fd.Get(), mark) : LastError();
 }
 
 void StreamSocket::SetOptions()
 {
-    m_markError = Mark(m_fd, m_options.mark);
+    m_markError = Mark(m_fd.Get(), m_options.mark);
     // Beyond the system's limit if that is allowed.
-    if (::setsockopt(m_fd, SOL_SOCKET, SO_SNDBUFFORCE, &m_options.sendBuffer, sizeof m_options.sendBuffer) <
-        0)
-        SetInt(m_fd, SOL_SOCKET, SO_SNDBUF, m_options.sendBuffer);
+    if (::setsockopt(m_fd.Get(), SOL_SOCKET, SO_SNDBUFFORCE, &m_options.sendBuffer,
+                     sizeof m_options.sendBuffer) < 0)
+        SetInt(m_fd.Get(), SOL_SOCKET, SO_SNDBUF, m_options.sendBuffer);
     // Nothing is ever received: the least that the kernel gives, which also holds a few queued errors.
-    SetInt(m_fd, SOL_SOCKET, SO_RCVBUF, 0);
+    SetInt(m_fd.Get(), SOL_SOCKET, SO_RCVBUF, 0);
     // Never DF: datagrams larger than the path's MTU are cut into fragments.
-    SetInt(m_fd, IPPROTO_IP, IP_MTU_DISCOVER, IP_PMTUDISC_DONT);
+    SetInt(m_fd.Get(), IPPROTO_IP, IP_MTU_DISCOVER, IP_PMTUDISC_DONT);
     // All errors, not only the fatal ones: a host that does not answer ARP, a full queue of the device.
-    SetInt(m_fd, IPPROTO_IP, IP_RECVERR, 1);
+    SetInt(m_fd.Get(), IPPROTO_IP, IP_RECVERR, 1);
     // A kernel that does not know the option would ignore it in a message, and send that whole.
     int segment = 0;
     socklen_t size = sizeof segment;
-    m_kernelSegments = ::getsockopt(m_fd, IPPROTO_UDP, UDP_SEGMENT, &segment, &size) == 0;
+    m_kernelSegments = ::getsockopt(m_fd.Get(), IPPROTO_UDP, UDP_SEGMENT, &segment, &size) == 0;
     m_segments = m_kernelSegments;
 }
 

@@ -11,6 +11,7 @@
 #include <span>
 #include <system_error>
 
+#include "base/unique_fd.h"
 #include "manager/export/stream_datagram.h"
 
 namespace manager {
@@ -34,7 +35,6 @@ public:
     explicit StreamSocket(const Options& options) : m_options(options) {}
     StreamSocket(const StreamSocket&) = delete;
     StreamSocket& operator=(const StreamSocket&) = delete;
-    ~StreamSocket() { Close(); }
 
     /// Opens a new socket, in place of one that is open, and connects it. Address in network byte order, port
     /// in the host's. Port 0 gives EDESTADDRREQ.
@@ -72,7 +72,7 @@ private:
     void SetOptions();
 
     Options m_options;
-    int m_fd = -1;
+    base::UniqueFd m_fd;
     bool m_connected = false;
     bool m_kernelSegments = false;
     bool m_segments = false;

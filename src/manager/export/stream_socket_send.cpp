@@ -125,8 +125,9 @@ std::size_t StreamSocket::SendMessages(Messages& messages, std::size_t first, Se
     while (at < messages.Count()) {
         // The kernel does not report an error behind the first message: it says how many it took, and forgets
         // the error.
-        const int taken = ::sendmmsg(m_fd, messages.At(at), static_cast<unsigned>(messages.Count() - at),
-                                     MSG_DONTWAIT | MSG_NOSIGNAL);
+        const int taken =
+            ::sendmmsg(m_fd.Get(), messages.At(at), static_cast<unsigned>(messages.Count() - at),
+                       MSG_DONTWAIT | MSG_NOSIGNAL);
         if (taken > 0) {
             for (const std::size_t end = at + static_cast<std::size_t>(taken); at < end; ++at) {
                 result.taken |= Bits(first, messages.RunAt(at).datagrams);
@@ -162,7 +163,7 @@ std::error_code StreamSocket::TakeError()
 {
     int error = 0;
     socklen_t size = sizeof error;
-    if (::getsockopt(m_fd, SOL_SOCKET, SO_ERROR, &error, &size) < 0 || error == 0) return {};
+    if (::getsockopt(m_fd.Get(), SOL_SOCKET, SO_ERROR, &error, &size) < 0 || error == 0) return {};
     DrainErrors();
     return {error, std::generic_category()};
 }
@@ -172,7 +173,7 @@ void StreamSocket::DrainErrors() const
     // Each queued error would be reported by a send of its own, long after what caused it.
     std::array<std::byte, 512> unused{};
     for (int n = 0; n < kMaxQueuedErrors; ++n)
-        if (::recv(m_fd, unused.data(), unused.size(), MSG_ERRQUEUE | MSG_DONTWAIT) < 0) return;
+        if (::recv(m_fd.Get(), unused.data(), unused.size(), MSG_ERRQUEUE | MSG_DONTWAIT) < 0) return;
 }
 
 }  // namespace manager

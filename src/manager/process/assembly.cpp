@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "manager/process/assembly.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -14,6 +16,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "base/timers.h"
+#include "base/user.h"
 #include "base/worker.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/peer.h"
@@ -21,7 +24,6 @@
 #include "log/log.h"
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
-#include "manager/process/file_limit.h"
 #include "manager/process/options.h"
 #include "manager/process/privileges.h"
 #include "manager/sampling/reconciler.h"
@@ -42,6 +44,24 @@
 
 namespace manager {
 namespace {
+
+// How many files the manager may have open, far beyond the usual 1,024. Every sampled interface takes one for
+// a direction (eBPF) or two (packet sockets): two for each of 65,536, and collectors (4,096) and the rest are
+// far fewer than these leave free.
+constexpr rlim_t kFiles = 2 * 65536 + 8192;
+
+/// Raises the limit to what all interfaces and collectors need, or as far as it may go. A part that then
+/// can't open a file reports that itself.
+void RaiseFileLimit()
+{
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kFiles) return;
+    const rlimit wanted{.rlim_cur = kFiles, .rlim_max = std::max(kFiles, limit.rlim_max)};
+    if (::setrlimit(RLIMIT_NOFILE, &wanted) == 0) return;
+    // Only a privileged process may raise the hard limit.
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
 
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
@@ -140,7 +160,7 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
       m_service(m_table, m_journal.get(), m_clock,
                 [this](const Touched& touched) { m_reconciler.Reconcile(touched); }),
       m_server(loop, *m_timers, directory + "/manager.sock", m_service, TrustOf(options),
-               ipc::FindGroup(options.switchGroup)),
+               base::FindGroup(options.switchGroup)),
       m_provider(
           loop, *m_timers, directory + "/cdb.sock",
           {[this](const std::string& store) { m_configuration.Open(store); },
@@ -178,10 +198,12 @@ void Assembly::Impl::RequireSampling() const
 
 void Assembly::Impl::Confine(const Options& options)
 {
-    std::optional<User> user;
+    std::optional<base::User> user;
     if (!options.user.empty()) {
-        user = FindUser(options.user);
-        m_server.GiveTo(user->uid, ipc::FindGroup(options.switchGroup).value_or(user->gid));
+        user = base::UserNamed(options.user);
+        if (!user)
+            throw std::runtime_error("--user: there is no user \"" + options.user + "\" on this machine");
+        m_server.GiveTo(user->uid, base::FindGroup(options.switchGroup).value_or(user->gid));
     }
     const bool packetSockets = m_source.status.kind == "packet-socket";
     const auto missing = ReducePrivileges(user, {packetSockets, m_source.source && !packetSockets});

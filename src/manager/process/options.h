@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -38,17 +37,10 @@ struct Options {
     bool version = false;
 };
 
-/// A command line that makes no sense; the text names the option and what it takes.
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-/// Throws UsageError.
-Options ParseOptions(int argc, char** argv);
+/// Throws base::UsageError.
+Options ParseOptions(int argc, const char* const* argv);
 
 std::string UsageText();
-std::string VersionText();
 
 }  // namespace manager
 

@@ -32,7 +32,7 @@ std::vector<Capability> Needed(const LaterNeeds& needs)
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-void Become(const User& user)
+void Become(const base::User& user)
 {
     if (::geteuid() == user.uid && ::getuid() == user.uid) return;
     // The change of the user would take the capabilities away.
@@ -63,7 +63,7 @@ std::string WithoutCapability(const std::string& capability, const std::string& 
            "; start sflow-mgr as root, or grant it " + capability;
 }
 
-std::vector<std::string> ReducePrivileges(const std::optional<User>& user, const LaterNeeds& needs)
+std::vector<std::string> ReducePrivileges(const std::optional<base::User>& user, const LaterNeeds& needs)
 {
     // The bounding set first: emptying it takes a capability that is given up next.
     capng_get_caps_process();

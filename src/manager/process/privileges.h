@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "manager/process/user.h"
+#include "base/user.h"
 
 namespace manager {
 
@@ -26,7 +26,7 @@ struct LaterNeeds {
 /// up.
 ///
 /// Returns the names of the capabilities that are needed and missing.
-std::vector<std::string> ReducePrivileges(const std::optional<User>& user, const LaterNeeds& needs);
+std::vector<std::string> ReducePrivileges(const std::optional<base::User>& user, const LaterNeeds& needs);
 
 /// What can't be done without the capability, and the remedy, for operators. `source` is the kind of the
 /// source of packets in use, as in SourceStatus.

@@ -83,16 +83,13 @@ std::string JournalText(const Operation& operation)
     return std::visit([](const auto& one) { return Text(one); }, operation);
 }
 
-Journal::Journal(std::string path) : m_path(std::move(path))
+Journal::Journal(std::string path)
+    : m_path(std::move(path)), m_file(::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640))
 {
-    m_descriptor = ::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
-    if (m_descriptor < 0)
-        throw std::system_error(errno, std::generic_category(), "cannot open the journal " + m_path);
+    if (!m_file) throw std::system_error(errno, std::generic_category(), "cannot open the journal " + m_path);
     // A slow reader of a pipe loses lines; the manager does not wait for it.
-    ::fcntl(m_descriptor, F_SETFL, O_APPEND | O_NONBLOCK);
+    ::fcntl(m_file.Get(), F_SETFL, O_APPEND | O_NONBLOCK);
 }
-
-Journal::~Journal() { ::close(m_descriptor); }
 
 void Journal::NoteStep(std::string_view step) { Write(R"({"op":")" + std::string(step) + R"("})"); }
 
@@ -101,14 +98,14 @@ void Journal::Write(std::string line)
     line += '\n';
     ssize_t written = 0;
     do {
-        written = ::write(m_descriptor, line.data(), line.size());
+        written = ::write(m_file.Get(), line.data(), line.size());
     } while (written < 0 && errno == EINTR);
     if (written < 0) return Failed(std::strerror(errno));
     if (static_cast<std::size_t>(written) < line.size()) {
         // Half a line would spoil the next one: take it back.
         struct stat status {};
         const bool undone =
-            ::fstat(m_descriptor, &status) == 0 && ::ftruncate(m_descriptor, status.st_size - written) == 0;
+            ::fstat(m_file.Get(), &status) == 0 && ::ftruncate(m_file.Get(), status.st_size - written) == 0;
         return Failed(undone ? "no space for the whole line"
                              : "no space for the whole line, half of it stays");
     }

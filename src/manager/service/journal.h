@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/unique_fd.h"
 #include "manager/service/operation.h"
 
 namespace manager {
@@ -23,9 +24,6 @@ class Journal {
 public:
     /// Opens the file to append to it. Throws std::system_error, which names the file.
     explicit Journal(std::string path);
-    Journal(const Journal&) = delete;
-    Journal& operator=(const Journal&) = delete;
-    ~Journal();
 
     void Note(const Operation& operation) { Write(JournalText(operation)); }
 
@@ -43,7 +41,7 @@ private:
     void Failed(std::string_view reason);
 
     const std::string m_path;
-    int m_descriptor = -1;
+    base::UniqueFd m_file;
     std::uint64_t m_errors = 0;
     bool m_failing = false;
 };

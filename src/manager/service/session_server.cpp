@@ -13,6 +13,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "base/timers.h"
+#include "ipc/acceptor.h"
 #include "ipc/frame.h"
 #include "ipc/manager.pb.h"
 #include "ipc/user_quota.h"
@@ -28,8 +29,6 @@ using ipc::manager::ServerMessage;
 constexpr unsigned kPermissions = 0660;
 /// A connection that has not said hello by then is ended.
 constexpr std::chrono::seconds kHelloTime{5};
-/// The pause after accepting a connection has failed (no descriptors left, say).
-constexpr std::chrono::milliseconds kAcceptDelay{100};
 
 boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& loop, const std::string& path,
                                                      std::optional<std::uint32_t> group)
@@ -56,9 +55,9 @@ public:
           m_path(std::move(path)),
           m_service(service),
           m_trust(std::move(trust)),
-          m_acceptor(Listen(loop, m_path, group))
+          m_acceptor(Listen(loop, m_path, group), timers, "cannot accept a connection on " + m_path,
+                     [this](ipc::Channel::Socket socket) { Greet(std::move(socket)); })
     {
-        Accept();
     }
 
     bool RequestResync();
@@ -75,7 +74,6 @@ private:
     /// Takes the connection out of the strangers. Null if it is none of them.
     std::shared_ptr<ipc::Channel> TakeStranger(Id id);
 
-    void Accept();
     void Greet(ipc::Channel::Socket socket);
     void OnFrame(Id id, std::string_view frame);
     void OnHello(Id id, const ClientMessage& message);
@@ -89,32 +87,13 @@ private:
     const std::string m_path;
     Service& m_service;
     const ipc::Trust m_trust;
-    boost::asio::local::stream_protocol::acceptor m_acceptor;
-    std::shared_ptr<void> m_acceptTimer;
-    bool m_failing = false;  // accepting fails, and that is logged
+    ipc::Acceptor<boost::asio::local::stream_protocol> m_acceptor;
     Id m_lastId = 0;
     ipc::UserQuota m_strangersOfUsers{kMaxStrangersOfUser};
     std::map<Id, Stranger> m_strangers;
     std::shared_ptr<ipc::Channel> m_holder;
     Id m_holderId = 0;
 };
-
-void SessionServer::Impl::Accept()
-{
-    m_acceptor.async_accept([this](const boost::system::error_code& error, ipc::Channel::Socket socket) {
-        if (error == boost::asio::error::operation_aborted) return;
-        if (error) {
-            if (!std::exchange(m_failing, true))
-                slog::Error("cannot accept a connection on {}: {}; trying again until it succeeds", m_path,
-                            error.message());
-            m_acceptTimer = m_timers.After(kAcceptDelay, [this] { Accept(); });
-            return;
-        }
-        m_failing = false;
-        Greet(std::move(socket));
-        Accept();
-    });
-}
 
 void SessionServer::Impl::Greet(ipc::Channel::Socket socket)
 {
@@ -224,11 +203,8 @@ bool SessionServer::Impl::RequestResync()
 
 void SessionServer::Impl::Stop()
 {
-    if (!m_acceptor.is_open()) return;
-    boost::system::error_code ignored;  // the process is about to end
-    m_acceptor.close(ignored);
-    m_acceptTimer.reset();
-    ::unlink(m_path.c_str());  // if the directory is not ours, the next start replaces the file
+    if (!m_acceptor.IsOpen()) return;
+    m_acceptor.Close();  // if the directory is not ours, the file stays and the next start replaces it
     for (const auto& [id, stranger] : m_strangers) stranger.channel->Close(true);
     m_strangers.clear();
     if (m_holder == nullptr) return;

@@ -15,7 +15,7 @@
 #include <boost/beast/http.hpp>
 
 #include "base/timers.h"
-#include "log/log.h"
+#include "ipc/acceptor.h"
 #include "manager/status/metrics_text.h"
 
 namespace manager {
@@ -27,7 +27,6 @@ using boost::system::error_code;
 using tcp = asio::ip::tcp;
 using Response = http::response<http::string_body>;
 
-constexpr std::chrono::milliseconds kAcceptDelay{100};  // after an error, such as too many open files
 constexpr std::chrono::milliseconds kDrainLimit{1'000};
 
 using Render = std::function<std::string()>;
@@ -176,45 +175,33 @@ tcp::endpoint LoopbackEndpoint(const std::string& address, std::uint16_t port)
     return {parsed, port};
 }
 
+tcp::acceptor Listen(asio::io_context& loop, const tcp::endpoint& endpoint)
+{
+    try {
+        return {loop, endpoint};
+    } catch (const boost::system::system_error& error) {
+        throw std::system_error(error.code().value(), std::system_category(),
+                                "can't serve metrics at " + endpoint.address().to_string() + " port " +
+                                    std::to_string(endpoint.port()));
+    }
+}
+
 }  // namespace
 
-class MetricsServer::Impl : public std::enable_shared_from_this<Impl> {
+class MetricsServer::Impl {
 public:
-    Impl(asio::io_context& loop, base::Timers& timers, const tcp::endpoint& endpoint, Render render)
-        : m_timers(timers), m_render(std::move(render)), m_acceptor(loop)
+    Impl(tcp::acceptor listening, base::Timers& timers, Render render)
+        : m_timers(timers),
+          m_render(std::move(render)),
+          m_port(listening.local_endpoint().port()),
+          m_acceptor(std::move(listening), timers, "can't take a connection for metrics",
+                     [this](tcp::socket socket) { Add(std::move(socket)); })
     {
-        try {
-            m_acceptor.open(endpoint.protocol());
-            m_acceptor.set_option(tcp::acceptor::reuse_address(true));
-            m_acceptor.bind(endpoint);
-            m_acceptor.listen();
-            m_port = m_acceptor.local_endpoint().port();
-        } catch (const boost::system::system_error& error) {
-            throw std::system_error(error.code().value(), std::system_category(),
-                                    "can't serve metrics at " + endpoint.address().to_string() + " port " +
-                                        std::to_string(endpoint.port()));
-        }
     }
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
-
-    void Accept()
+    ~Impl()
     {
-        m_acceptor.async_accept([self = shared_from_this()](error_code error, tcp::socket socket) {
-            if (self->m_stopped) return;
-            if (error) return self->AcceptLater(error);
-            self->m_failureLogged = false;
-            self->Add(std::move(socket));
-            self->Accept();
-        });
-    }
-
-    void Stop()
-    {
-        m_stopped = true;
-        m_retry.reset();
-        error_code ignored;
-        m_acceptor.close(ignored);
         const auto connections = std::exchange(m_connections, {});
         for (const auto& connection : connections) connection->Abandon();
     }
@@ -232,32 +219,20 @@ private:
         connection->Read();
     }
 
-    void AcceptLater(const error_code& error)
-    {
-        if (!std::exchange(m_failureLogged, true))
-            slog::Error("can't take a connection for metrics: {}; trying again until it succeeds",
-                        error.message());
-        m_retry = m_timers.After(kAcceptDelay, [this] { Accept(); });
-    }
-
     base::Timers& m_timers;
     const Render m_render;
-    tcp::acceptor m_acceptor;
-    std::uint16_t m_port = 0;
+    const std::uint16_t m_port;
     std::set<std::shared_ptr<Connection>> m_connections;
-    std::shared_ptr<void> m_retry;
-    bool m_failureLogged = false;
-    bool m_stopped = false;
+    ipc::Acceptor<tcp> m_acceptor;
 };
 
 MetricsServer::MetricsServer(asio::io_context& loop, base::Timers& timers, const std::string& address,
                              std::uint16_t port, std::function<std::string()> text)
-    : m_impl(std::make_shared<Impl>(loop, timers, LoopbackEndpoint(address, port), std::move(text)))
+    : m_impl(std::make_unique<Impl>(Listen(loop, LoopbackEndpoint(address, port)), timers, std::move(text)))
 {
-    m_impl->Accept();
 }
 
-MetricsServer::~MetricsServer() { m_impl->Stop(); }
+MetricsServer::~MetricsServer() = default;
 
 std::uint16_t MetricsServer::Port() const { return m_impl->Port(); }
 

@@ -49,7 +49,7 @@ public:
 
 private:
     class Impl;
-    std::shared_ptr<Impl> m_impl;
+    std::unique_ptr<Impl> m_impl;
 };
 
 }  // namespace manager

@@ -8,6 +8,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 
+#include "base/version.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/frame.h"
 #include "log/log.h"
@@ -59,6 +60,7 @@ void StateProvider::Introduce()
     message.mutable_hello()->set_protocol(ipc::kProtocolVersion);
     message.mutable_hello()->set_process("sflow-mgr");
     message.mutable_hello()->set_pid(::getpid());
+    message.mutable_hello()->set_version(base::Version());
     m_link.Send(message);
     message.mutable_register_state_provider()->set_path(kStatePath);
     m_link.Send(message);

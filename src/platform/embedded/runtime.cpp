@@ -5,9 +5,9 @@
 
 #include <qxos/context.h>
 
-#include <cstdlib>
 #include <stdexcept>
 
+#include "base/directories.h"
 #include "platform/embedded/qxos/context_access.h"
 
 namespace embedded {
@@ -28,16 +28,10 @@ void Gate::Close(bool tell)
 
 Runtime::Runtime(std::string processName)
     : process(std::move(processName)),
-      cdbSocket(RunDirectory() + "/cdb.sock"),
-      managerSocket(RunDirectory() + "/manager.sock"),
+      cdbSocket(base::RunDirectory() + "/cdb.sock"),
+      managerSocket(base::RunDirectory() + "/manager.sock"),
       timers(base::MakeTimers(loop))
 {
-}
-
-std::string RunDirectory()
-{
-    const char* directory = std::getenv("SFLOW_RUN_DIR");
-    return directory != nullptr && *directory != '\0' ? directory : "/run/sflow-switch";
 }
 
 Runtime& TheRuntime()

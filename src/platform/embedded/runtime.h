@@ -71,9 +71,6 @@ struct Runtime {
     Transaction* transaction = nullptr;  // set while a callpoint's callback runs, else null
 };
 
-/// SFLOW_RUN_DIR, or its default if unset or empty.
-std::string RunDirectory();
-
 /// The runtime of the installed context. Throws std::logic_error if none is installed.
 Runtime& TheRuntime();
 

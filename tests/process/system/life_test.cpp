@@ -100,6 +100,17 @@ TEST_F(Life, ConnectedProcessesAreShown)
         EXPECT_THAT(text, HasSubstr(std::to_string(process->Pid())));
 }
 
+TEST_F(Life, VersionsOfAllProgramsAreShown)
+{
+    TheWorld().Start(scenario::Usual());
+    const auto said = TheWorld().Run({World::Program("cdbd"), "--version"});
+    ASSERT_THAT(said.output, testing::StartsWith("cdbd "));
+    const std::string version = said.output.substr(said.output.find(' ') + 1);
+    const auto shown = TheWorld().CliDone("show version");
+    for (const char* program : {"swcli ", "cdbd ", "sflow-app ", "sflow-mgr "})
+        EXPECT_THAT(shown, testing::ContainsRegex(program + std::string(" *") + version));
+}
+
 TEST_F(Life, UnhandledChangesAreLoggedWithTheirTag)
 {
     TheWorld().Start(scenario::Usual());

@@ -146,7 +146,7 @@ TEST_F(Shell, WhatItShowsItLoads)
 TEST_F(Shell, ShowsJsonAsOneDocument)
 {
     for (const std::string what : {"configuration", "sflow", "sflow collectors", "sflow interfaces",
-                                   "sflow agent", "system processes", "system faults"}) {
+                                   "sflow agent", "system processes", "system faults", "version"}) {
         const auto text = TheWorld().CliDone("show " + what + " | json");
         EXPECT_TRUE(nlohmann::json::accept(text)) << what << ": " << text;
         EXPECT_FALSE(TheWorld().CliDone("show " + what).empty() && what != "system faults") << what;

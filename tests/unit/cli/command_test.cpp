@@ -54,6 +54,7 @@ TEST(Understand, FitsWordsToTheTable)
         {"show sflow problems", "show sflow choice=problems"},
         {"show system processes", "show system processes"},
         {"show system faults|json", "show system faults json"},
+        {"show version", "show version"},
         {"request ha go-standby", "request ha choice=go-standby"},
         {"request sflow resync", "request sflow resync"},
         {"help", "help"},
@@ -71,7 +72,7 @@ TEST(Understand, RefusesWithWhatIsPossible)
         {"nonsense",
          "error: unknown command \"nonsense\"; possible: set, delete, load, show, compare, validate, commit, "
          "discard, request, help, exit"},
-        {"show", "error: the command is not complete; possible: configuration, sflow, system"},
+        {"show", "error: the command is not complete; possible: configuration, sflow, system, version"},
         {"show system", "error: the command is not complete; possible: processes, faults"},
         {"show system fans", "error: \"fans\" is unknown here; possible: processes, faults"},
         {"load", "error: the command is not complete; possible: merge, replace"},

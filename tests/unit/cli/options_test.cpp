@@ -13,7 +13,7 @@ namespace {
 
 using testing::HasSubstr;
 
-cli::Variables Environment(std::map<std::string, std::string> values)
+base::Variables Environment(std::map<std::string, std::string> values)
 {
     return [values = std::move(values)](const char* name) -> std::optional<std::string> {
         const auto found = values.find(name);
@@ -30,7 +30,7 @@ TEST(Options, TakeTheSocketFromTheArgumentTheEnvironmentOrTheDefault)
 
 TEST(Options, TakeCommandsOrAFile)
 {
-    const cli::Variables none = Environment({});
+    const base::Variables none = Environment({});
     EXPECT_EQ(cli::ReadOptions({"-c", "set a; commit"}, none).commands, "set a; commit");
     EXPECT_EQ(cli::ReadOptions({"-f", "x"}, none).file, "x");
     EXPECT_EQ(cli::ReadOptions({"-c", ""}, none).commands, "");

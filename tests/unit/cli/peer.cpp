@@ -44,7 +44,7 @@ std::unique_ptr<netconf::Client> Peer::Connect()
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
         throw std::runtime_error(std::strerror(errno));
     m_threads.emplace_back([this, end = ends[1]] { Serve(end); });
-    return std::make_unique<netconf::Client>(ends[0], "peer");
+    return std::make_unique<netconf::Client>(base::UniqueFd(ends[0]), "peer");
 }
 
 void Peer::Serve(int descriptor)

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/version.h"
 #include "cli/text_table.h"
 #include "cli/yang.h"
 
@@ -24,6 +25,14 @@ TEST(ProcessesText, IsOneLineAProcess)
               "/config/interface/mgmt\n"
               "sflow-mgr  9        ready  unknown  2026-11-21T04:59:59Z  -                        -\n");
     EXPECT_EQ(cli::ProcessesText(nullptr), "No process is connected to the database.\n");
+}
+
+TEST(VersionsText, HasTheShellTheDatabaseAndItsProcesses)
+{
+    const cli::Tree tree = FromJson(R"({"switch-state:state":{"system":{"version":"1.2","process":[
+        {"name":"sflow-app","pid":10,"version":"1.3"},{"name":"sflow-mgr","pid":9}]}}})");
+    const std::string own = "Program    Version\nswcli      " + std::string(base::Version()) + "\n";
+    EXPECT_EQ(cli::VersionsText(tree.get()), own + "cdbd       1.2\nsflow-app  1.3\nsflow-mgr  -\n");
 }
 
 TEST(FaultsText, KeepsAFaultOnOneLine)

@@ -9,6 +9,7 @@
 #include <array>
 #include <string>
 
+#include "base/user.h"
 #include "ipc/peer.h"
 #include "ipc/trust.h"
 #include "ipc/user_quota.h"
@@ -48,7 +49,7 @@ TEST(Trust, WithoutTheGroupIsInRootAndTheOwnUser)
     EXPECT_FALSE(trust.Refusal(Role::kSubscribe, {1, ::geteuid(), 7, {}}));
     const auto refusal = trust.Refusal(Role::kSubscribe, Somebody({kGroup}));
     ASSERT_TRUE(refusal);
-    EXPECT_THAT(*refusal, HasSubstr("run it as " + ipc::UserName(::geteuid())));
+    EXPECT_THAT(*refusal, HasSubstr("run it as " + base::UserName(::geteuid())));
 }
 
 TEST(Trust, RefusesWithRoleUserAndRemedy)
@@ -103,15 +104,15 @@ TEST(Peer, IsWhoHasConnected)
 
 TEST(Names, OfUsersAndGroupsAreFoundBothWays)
 {
-    EXPECT_EQ(ipc::UserName(0), "root");
-    EXPECT_EQ(ipc::GroupName(0), "root");
-    EXPECT_EQ(ipc::UserName(60'105), "uid-60105");
-    EXPECT_EQ(ipc::GroupName(60'105), "gid-60105");
-    EXPECT_EQ(ipc::FindUser("root"), 0U);
-    EXPECT_EQ(ipc::FindGroup("60105"), 60'105U);
-    EXPECT_EQ(ipc::FindGroup("no-such-group-here"), std::nullopt);
-    EXPECT_EQ(ipc::FindGroup(""), std::nullopt);
-    EXPECT_EQ(ipc::FindUser("12x"), std::nullopt);
+    EXPECT_EQ(base::UserName(0), "root");
+    EXPECT_EQ(base::GroupName(0), "root");
+    EXPECT_EQ(base::UserName(60'105), "uid-60105");
+    EXPECT_EQ(base::GroupName(60'105), "gid-60105");
+    EXPECT_EQ(base::FindUser("root"), 0U);
+    EXPECT_EQ(base::FindGroup("60105"), 60'105U);
+    EXPECT_EQ(base::FindGroup("no-such-group-here"), std::nullopt);
+    EXPECT_EQ(base::FindGroup(""), std::nullopt);
+    EXPECT_EQ(base::FindUser("12x"), std::nullopt);
 }
 
 TEST(UserQuota, CountsEachUserButRoot)

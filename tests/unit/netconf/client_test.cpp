@@ -47,7 +47,7 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    [[nodiscard]] int ClientEnd() const { return m_clientEnd; }
+    [[nodiscard]] base::UniqueFd ClientEnd() const { return base::UniqueFd(m_clientEnd); }
     void CloseEnd()
     {
         if (m_end >= 0) ::close(std::exchange(m_end, -1));
@@ -95,7 +95,7 @@ std::string ReplyWith(const std::string& content)
            "</rpc-reply>";
 }
 
-Reply Parsed(const std::string& content) { return std::get<Reply>(netconf::ParseReply(ReplyWith(content))); }
+Reply Parsed(const std::string& content) { return netconf::ParseReply(ReplyWith(content)).value(); }
 
 TEST(Client, CallsInChunksWhereBothKnowThem)
 {
@@ -225,12 +225,12 @@ TEST(Reply, KeepsDataAsItWasSent)
 
 TEST(Reply, SaysWhatIsNoReply)
 {
-    EXPECT_EQ(std::get<std::string>(netconf::ParseReply("<x/>")), "the server's message is no <rpc-reply>");
-    EXPECT_EQ(std::get<std::string>(netconf::ParseReply("<x")),
-              "the reply can't be read: line 1, column 1: unclosed token");
-    EXPECT_EQ(std::get<std::string>(netconf::ParseReply(
+    EXPECT_EQ(netconf::ParseReply("<x/>").error(), "the server's message is no <rpc-reply>");
+    EXPECT_EQ(netconf::ParseReply("<x").error(), "the reply can't be read: line 1, column 1: unclosed token");
+    EXPECT_EQ(netconf::ParseReply(
                   "<rpc-reply xmlns='urn:ietf:params:xml:ns:netconf:base:1.0'><data><a xmlns=''/><a/></data>"
-                  "</rpc-reply>")),
+                  "</rpc-reply>")
+                  .error(),
               "the element <a> of the server's message has no namespace");
 }
 

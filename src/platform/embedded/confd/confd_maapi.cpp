@@ -51,13 +51,12 @@ int SetElement(int sock, int thandle, const confd_value_t& given, std::string_vi
     if (runtime.transaction == nullptr || runtime.transaction->handle != thandle)
         throw ClientError("no callback of the transaction " + std::to_string(thandle) + " is under way");
     const cdb::SchemaTable& schema = runtime.database.Schema();
-    const auto parsed = cdb::ParsePath(schema, text);
-    if (const auto* complaint = std::get_if<std::string>(&parsed)) throw ClientError(*complaint);
-    const auto& path = std::get<cdb::Path>(parsed);
+    const auto path = cdb::ParsePath(schema, text);
+    if (!path) throw ClientError(path.error());
     std::string pathText(text);
-    CheckLeaf(schema, path, pathText);
+    CheckLeaf(schema, *path, pathText);
     cdb::Value value = FromConfd(given);
-    CheckValue(schema[path.Node()], value, pathText);
+    CheckValue(schema[path->Node()], value, pathText);
     runtime.transaction->writes.emplace_back(std::move(pathText), std::move(value));
     return CONFD_OK;
 }

@@ -22,44 +22,41 @@ confd_value_t BorrowedString(const std::string& text)
     return value;
 }
 
+/// A value of the type, whose content `set` gives.
+template <typename Set>
+confd_value_t Made(confd_vtype type, Set set)
+{
+    confd_value_t value{};
+    value.type = type;
+    set(value.val);
+    return value;
+}
+
 struct ToConfd {
     confd_value_t operator()(std::monostate) const { return Empty(); }
     confd_value_t operator()(const std::string& text) const { return BorrowedString(text); }
     confd_value_t operator()(bool boolean) const
     {
-        confd_value_t value{};
-        value.type = C_BOOL;
-        value.val.boolean = boolean ? 1 : 0;
-        return value;
+        return Made(C_BOOL, [&](auto& content) { content.boolean = boolean ? 1 : 0; });
     }
     confd_value_t operator()(std::uint16_t number) const
     {
-        confd_value_t value{};
-        value.type = C_UINT16;
-        value.val.u16 = number;
-        return value;
+        return Made(C_UINT16, [&](auto& content) { content.u16 = number; });
     }
     confd_value_t operator()(std::uint32_t number) const
     {
-        confd_value_t value{};
-        value.type = C_UINT32;
-        value.val.u32 = number;
-        return value;
+        return Made(C_UINT32, [&](auto& content) { content.u32 = number; });
     }
     confd_value_t operator()(cdb::Ipv4 address) const
     {
-        confd_value_t value{};
-        value.type = C_IPV4;
-        value.val.ip.s_addr = address.word;
-        return value;
+        return Made(C_IPV4, [&](auto& content) { content.ip.s_addr = address.word; });
     }
     confd_value_t operator()(cdb::Ipv4Plen prefix) const
     {
-        confd_value_t value{};
-        value.type = C_IPV4_AND_PLEN;
-        value.val.ipv4prefix.ip.s_addr = prefix.word;
-        value.val.ipv4prefix.len = prefix.length;
-        return value;
+        return Made(C_IPV4_AND_PLEN, [&](auto& content) {
+            content.ipv4prefix.ip.s_addr = prefix.word;
+            content.ipv4prefix.len = prefix.length;
+        });
     }
 };
 

@@ -66,17 +66,16 @@ const ReadPath& PathReader::Read(std::string_view text, const Resolve& resolve)
 
 void PathReader::ReadAnew(std::string_view text, const Resolve& resolve)
 {
-    auto parsed = cdb::ParsePath(m_schema, text);
-    if (const auto* complaint = std::get_if<std::string>(&parsed)) throw ClientError(*complaint);
-    const auto& path = std::get<cdb::Path>(parsed);
-    m_path = {path.Node(), {}, false};
-    for (const auto& step : path.steps) {
+    const auto path = cdb::ParsePath(m_schema, text);
+    if (!path) throw ClientError(path.error());
+    m_path = {path->Node(), {}, false};
+    for (const auto& step : path->steps) {
         const std::vector<std::string> keys =
             step.index ? resolve(step.node, m_path.keys, *step.index) : step.keys;
         m_path.keys.insert(m_path.keys.end(), keys.begin(), keys.end());
         m_path.isEntry = !keys.empty();
     }
-    if (m_shapes.size() < kMaxShapes && HasOneKeyPerList(m_schema, path) && Split(text))
+    if (m_shapes.size() < kMaxShapes && HasOneKeyPerList(m_schema, *path) && Split(text))
         m_shapes.push_back({m_shape, m_path.node, m_path.isEntry});
 }
 

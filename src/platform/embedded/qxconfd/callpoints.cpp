@@ -104,10 +104,10 @@ std::string Callpoints::Call(const ipc::cdb::CallpointRequest& request)
     const Served served = Find(request.callpoint());
     if (served.callpoint == nullptr) return "no callpoint " + request.callpoint() + " is served here";
     const cdb::SchemaTable& schema = m_runtime.database.Schema();
-    const auto parsed = cdb::ParsePath(schema, request.path());
-    if (const auto* complaint = std::get_if<std::string>(&parsed)) return *complaint;
+    const auto path = cdb::ParsePath(schema, request.path());
+    if (!path) return path.error();
     confd_hkeypath_t keypath;
-    MakeKeypath(schema, StepsOf(std::get<cdb::Path>(parsed)), keypath);
+    MakeKeypath(schema, StepsOf(*path), keypath);
     if (CallInTransaction(served, request, keypath) == CONFD_OK) return "";
     return "the callpoint " + request.callpoint() + " refuses " + request.path();
 }

@@ -10,6 +10,7 @@
 
 #include <boost/asio/post.hpp>
 
+#include "base/version.h"
 #include "cdb/model/value.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/frame.h"
@@ -69,6 +70,7 @@ void AppInterface::Impl::Register()
     hello.mutable_hello()->set_protocol(ipc::kProtocolVersion);
     hello.mutable_hello()->set_process(m_application);
     hello.mutable_hello()->set_pid(::getpid());
+    hello.mutable_hello()->set_version(base::Version());
     m_link.Send(hello);
     RegisterPoints();
     for (const std::string& name : m_callpoints.Names()) {

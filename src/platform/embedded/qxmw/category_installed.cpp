@@ -13,6 +13,8 @@
 #include <cstring>
 #include <string>
 
+#include "base/environment.h"
+#include "base/unique_fd.h"
 #include "platform/embedded/qxmw/category.h"
 
 namespace embedded {
@@ -28,23 +30,22 @@ constexpr int kDefaultLevel = 12;
 
 int LowestLevel()
 {
-    const char* text = std::getenv("SFLOW_LOG_LEVEL");
+    const std::string text = base::Variable("SFLOW_LOG_LEVEL").value_or("");
     int level = kDefaultLevel;
-    if (text != nullptr) std::from_chars(text, text + std::strlen(text), level);
+    std::from_chars(text.data(), text.data() + text.size(), level);
     return std::clamp(level, 10, 13);
 }
 
 std::string Configuration(const std::string& process)
 {
     static constexpr const char* kNames[] = {"STEP", "DETAIL", "LIFE", "FAULT"};
-    const char* file = std::getenv("SFLOW_LOG");
-    const bool toFile = file != nullptr && *file != '\0' && std::strcmp(file, "-") != 0;
+    const auto file = base::LogFile();
     std::string text = "[levels]\n";
     for (int level = 10; level <= 13; ++level)
         text += std::string(kNames[level - 10]) + " = " + std::to_string(level) + "\n";
     text += "[formats]\nline = \"%d(%Y-%m-%dT%H:%M:%S).%usZ " + process + " %v %F:%U:%L %m%n\"\n";
     text += "[rules]\n*." + std::string(kNames[LowestLevel() - 10]) + " ";
-    text += toFile ? "\"" + std::string(file) + "\"" : ">stderr";
+    text += file ? "\"" + *file + "\"" : ">stderr";
     return text + "; line\n";
 }
 
@@ -53,12 +54,11 @@ std::string Configuration(const std::string& process)
 zlog_category_t* MakeCategory(const char* process)
 {
     const std::string text = Configuration(process);
-    const int descriptor = ::memfd_create("zlog.conf", MFD_CLOEXEC);
-    if (descriptor < 0 || ::write(descriptor, text.data(), text.size()) < 0) Fail(std::strerror(errno));
-    const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+    const base::UniqueFd file(::memfd_create("zlog.conf", MFD_CLOEXEC));
+    if (!file || ::write(file.Get(), text.data(), text.size()) < 0) Fail(std::strerror(errno));
+    const std::string path = "/proc/self/fd/" + std::to_string(file.Get());
     ::setenv("TZ", "UTC", 1);
     if (zlog_init(path.c_str()) != 0) Fail("zlog refuses its configuration");
-    ::close(descriptor);
     zlog_category_t* category = zlog_get_category(process);
     if (category == nullptr) Fail("zlog has no category");
     return category;

@@ -14,12 +14,12 @@
 #include <fmt/format.h>
 #include <qxos/context.h>
 
+#include "base/directories.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/frame.h"
 #include "log/log.h"
 #include "platform/embedded/qxmw/category.h"
 #include "platform/embedded/qxmw/handle.h"
-#include "platform/embedded/runtime.h"
 
 namespace {
 
@@ -62,7 +62,7 @@ void qxmw_gen_fault(int kind, const char* function, const char* file, int line, 
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     report.set_time_us(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
     // If cdbd can't be reached, the log line above is the only report.
-    static_cast<void>(ipc::SendBlocking(embedded::RunDirectory() + "/cdb.sock", message, kReportTime));
+    static_cast<void>(ipc::SendBlocking(base::RunDirectory() + "/cdb.sock", message, kReportTime));
 }
 
 void qxmw_print_backtrace(void)

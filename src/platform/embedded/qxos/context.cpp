@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The process context and its loop, which ends on SIGTERM and SIGINT and reports to the service manager
-// (base/notify.h).
+// (ipc/notify.h).
 
 #include <csignal>
 #include <string>
@@ -8,7 +8,7 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/signal_set.hpp>
 
-#include "base/notify.h"
+#include "ipc/notify.h"
 #include "platform/embedded/qxmw/handle.h"
 #include "platform/embedded/qxos/context_access.h"
 #include "platform/embedded/runtime.h"
@@ -25,7 +25,7 @@ public:
     {
         const auto staysWithoutWork = boost::asio::make_work_guard(m_runtime.loop);
         m_runtime.loop.restart();
-        base::ServiceNotifier manager(*m_runtime.timers);
+        ipc::ServiceNotifier manager(*m_runtime.timers);
         manager.Ready();
         m_runtime.loop.run();
         return 0;

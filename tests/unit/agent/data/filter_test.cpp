@@ -9,9 +9,9 @@
 
 #include "agent/agent_world.h"
 #include "agent/data/data_writer.h"
+#include "agent/data/tree_source.h"
 #include "agent/data/yang_tree.h"
 #include "agent/rpc_text.h"
-#include "agent/data/tree_source.h"
 
 namespace {
 

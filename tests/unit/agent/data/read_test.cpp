@@ -13,8 +13,8 @@
 #include "agent/data/data_source_rows.h"
 #include "agent/data/data_writer.h"
 #include "agent/data/slow_writer.h"
-#include "agent/random_data.h"
 #include "agent/data/tree_source.h"
+#include "agent/random_data.h"
 #include "cdb/rows/row_view.h"
 
 namespace {

@@ -119,7 +119,7 @@ TEST(AccessDenied, ToWhomTheRulesDenyAnOperation)
         const support::ActingAs acting({61'105, 61'105, {}});
         descriptor = ConnectedTo(world.NetconfSocket());
     });
-    netconf::Client client(descriptor, "another user");
+    netconf::Client client(base::UniqueFd(descriptor), "another user");
     Do(own, EditConfig(Sflow(Collector("c1"))));
     const std::string candidate = Config(own, "candidate");
     for (const std::string& operation :

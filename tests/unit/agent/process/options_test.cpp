@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "agent/process/program_options.h"
+#include "base/options/options.h"
 
 namespace {
 
@@ -87,7 +88,7 @@ TEST(Options, SayTheirRange)
     const auto problem = [](const char* option, const char* value) -> std::string {
         try {
             Parse({option, value});
-        } catch (const agent::UsageError& error) {
+        } catch (const base::UsageError& error) {
             return error.what();
         }
         return "";
@@ -176,7 +177,7 @@ TEST(Options, ThatMakeNoSenseAreNamed)
                                                {"--init", "a", "--export", "-"}}) {
         const std::string name = std::string(arguments[0]).substr(0, std::string(arguments[0]).find('='));
         EXPECT_THAT([&] { Parse(arguments); },
-                    testing::ThrowsMessage<agent::UsageError>(testing::HasSubstr(name)));
+                    testing::ThrowsMessage<base::UsageError>(testing::HasSubstr(name)));
     }
 }
 

@@ -151,7 +151,7 @@ cdb::LeafWrite DatastoreTest::DefaultRate(const std::string& interface, std::uin
 {
     const auto path = cdb::ParsePath(TheSchema().Table(),
                                      "/config/oam/sflow/interface{" + interface + "}/default-sampling-rate");
-    return {std::get<cdb::Path>(path), cdb::Value(rate)};
+    return {path.value(), cdb::Value(rate)};
 }
 
 std::vector<std::string> DatastoreTest::Planned(const std::string& xml, cdb::DefaultOperation operation) const

@@ -17,16 +17,15 @@ using sample::Node;
 Path Parsed(const std::string& text)
 {
     auto result = cdb::ParsePath(sample::Table(), text);
-    if (auto* path = std::get_if<Path>(&result)) return *path;
-    ADD_FAILURE() << std::get<std::string>(result);
+    if (result) return *result;
+    ADD_FAILURE() << result.error();
     return {};
 }
 
 std::string ComplaintOfPath(const cdb::SchemaTable& schema, const std::string& text)
 {
     const auto result = cdb::ParsePath(schema, text);
-    const auto* complaint = std::get_if<std::string>(&result);
-    return complaint != nullptr ? *complaint : "none";
+    return result ? "none" : result.error();
 }
 
 TEST(Path, NamesEveryNodeOnTheWay)
@@ -117,7 +116,7 @@ TEST(Path, SeparatesSeveralKeysByBlanks)
     nodes[1] = {.parent = list, .name = "prefix", .kind = NodeKind::kLeaf, .isKey = true};
     nodes[2] = {.parent = list, .name = "via", .kind = NodeKind::kLeaf, .isKey = true};
     const cdb::SchemaTable schema(std::move(nodes));
-    const auto path = std::get<Path>(cdb::ParsePath(schema, "/route{10.0.0.0/8 eth0}/via"));
+    const auto path = cdb::ParsePath(schema, "/route{10.0.0.0/8 eth0}/via").value();
     EXPECT_EQ(path.steps.front(), (Step{list, {"10.0.0.0/8", "eth0"}, {}}));
     EXPECT_EQ(cdb::ToText(schema, path), "/route{10.0.0.0/8 eth0}/via");
     for (const char* text : {"/route{a}", "/route{a }", "/route{a b c}", "/route{}"})

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "base/options/options.h"
+
 namespace manager {
 namespace {
 
@@ -100,7 +102,7 @@ TEST_P(CommandLineFaults, AreNamed)
     try {
         Parse(GetParam().words);
         FAIL() << "taken";
-    } catch (const UsageError& error) {
+    } catch (const base::UsageError& error) {
         EXPECT_STREQ(GetParam().fault, error.what());
     }
 }
@@ -201,7 +203,7 @@ TEST(CommandLine, IsThatOfTheManualAndOfTheUsage)
     for (const std::string& option : options) {
         try {
             Parse({option});
-        } catch (const UsageError& error) {
+        } catch (const base::UsageError& error) {
             EXPECT_EQ("option " + option + " needs a value", std::string(error.what()));
         }
     }

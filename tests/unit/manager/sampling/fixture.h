@@ -208,8 +208,8 @@ protected:
     void Apply(const Operation& operation)
     {
         const auto applied = table.Apply(operation);
-        ASSERT_TRUE(std::holds_alternative<Touched>(applied)) << std::get<Refusal>(applied).reason;
-        reconciler.Reconcile(std::get<Touched>(applied));
+        ASSERT_TRUE(applied) << applied.error();
+        reconciler.Reconcile(*applied);
     }
 
     static net::Link LinkOf(std::uint32_t index, const std::string& name, const std::string& alias = "")

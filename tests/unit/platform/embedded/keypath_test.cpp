@@ -15,7 +15,7 @@ protected:
     /// The path parsed and printed again, into a buffer of `size`.
     std::string Printed(const std::string& text, int size, int& length)
     {
-        const auto path = std::get<cdb::Path>(cdb::ParsePath(Schema(), text));
+        const auto path = cdb::ParsePath(Schema(), text).value();
         confd_hkeypath_t keypath;
         embedded::MakeKeypath(Schema(), embedded::StepsOf(path), keypath);
         std::string buffer(static_cast<std::size_t>(size) + 1, '#');
@@ -48,8 +48,8 @@ TEST_F(KeypathTest, CutsWhatDoesNotFit)
 
 TEST_F(KeypathTest, LaysPositionsOutFromTheNodeUp)
 {
-    const auto path = std::get<cdb::Path>(
-        cdb::ParsePath(Schema(), "/config/oam/sflow/interface{eth1}/flow-sampling-collector{c1}"));
+    const auto path =
+        cdb::ParsePath(Schema(), "/config/oam/sflow/interface{eth1}/flow-sampling-collector{c1}").value();
     confd_hkeypath_t keypath;
     embedded::MakeKeypath(Schema(), embedded::StepsOf(path), keypath);
     ASSERT_EQ(keypath.len, 7);

@@ -21,7 +21,6 @@
 
 #include "cdb/model/change_set.h"
 #include "cdb/store/store.h"
-#include "support/manual_timers.h"
 #include "handlers.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/manager.pb.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cdb/schema/yang_directory.h"
+#include "base/directories.h"
 
 #include <system_error>
 
-namespace cdb {
+namespace base {
 namespace {
 
 namespace fs = std::filesystem;
@@ -15,6 +15,22 @@ constexpr const char* kBeside[] = {"../share/sflow-switch/yang", "../../yang"};
 constexpr const char* kRootModule = "switch-config.yang";
 
 }  // namespace
+
+std::string RunDirectory(const Variables& variables)
+{
+    return variables("SFLOW_RUN_DIR").value_or("/run/sflow-switch");
+}
+
+std::string StateDirectory(const Variables& variables)
+{
+    return variables("SFLOW_STATE_DIR").value_or("/var/lib/sflow-switch");
+}
+
+fs::path ProgramPath()
+{
+    std::error_code ignored;
+    return fs::read_symlink("/proc/self/exe", ignored);
+}
 
 fs::path YangDirectory(const fs::path& program, const std::optional<std::string>& named)
 {
@@ -29,4 +45,4 @@ fs::path YangDirectory(const fs::path& program, const std::optional<std::string>
     return kInstalled;
 }
 
-}  // namespace cdb
+}  // namespace base

@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "base/notify.h"
+#include "ipc/notify.h"
 #include "support/manual_timers.h"
 
 namespace {
@@ -53,9 +53,9 @@ protected:
         m_variables["NOTIFY_SOCKET"] = name;
     }
 
-    [[nodiscard]] std::unique_ptr<base::ServiceNotifier> Make()
+    [[nodiscard]] std::unique_ptr<ipc::ServiceNotifier> Make()
     {
-        return std::make_unique<base::ServiceNotifier>(
+        return std::make_unique<ipc::ServiceNotifier>(
             m_timers, [this](const char* name) -> std::optional<std::string> {
                 const auto found = m_variables.find(name);
                 return found == m_variables.end() ? std::nullopt : std::optional(found->second);

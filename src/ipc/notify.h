@@ -2,30 +2,27 @@
 // Tells the service manager that has started the process (sd_notify(3)) that it is ready, that its loop still
 // runs, and that it ends. Without such a manager it does nothing. Used by cdbd, sflow-mgr and the daemon.
 
-#ifndef BASE_NOTIFY_H
-#define BASE_NOTIFY_H
+#ifndef IPC_NOTIFY_H
+#define IPC_NOTIFY_H
 
 #include <chrono>
-#include <functional>
 #include <memory>
-#include <optional>
-#include <string>
 #include <string_view>
 
+#include "base/environment.h"
 #include "base/timers.h"
+#include "base/unique_fd.h"
 
-namespace base {
+namespace ipc {
 
 class ServiceNotifier {
 public:
-    using Environment = std::function<std::optional<std::string>(const char* name)>;
-
-    /// Takes NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID from the environment given, by default the
+    /// Takes NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID from the variables given, by default the
     /// process's own, and opens the socket, since later there may be no descriptor left. An unusable
     /// NOTIFY_SOCKET is logged. `timers` must outlive this and call from the loop that is watched.
-    explicit ServiceNotifier(Timers& timers, const Environment& environment = {});
+    explicit ServiceNotifier(base::Timers& timers, const base::Variables& variables = &base::Variable);
     /// Reports that the service ends.
-    ~ServiceNotifier();
+    ~ServiceNotifier() { Tell("STOPPING=1"); }
     ServiceNotifier(const ServiceNotifier&) = delete;
     ServiceNotifier& operator=(const ServiceNotifier&) = delete;
 
@@ -36,12 +33,12 @@ private:
     void Tell(std::string_view state) const;
     void Beat();
 
-    Timers& m_timers;
-    int m_socket = -1;
+    base::Timers& m_timers;
+    base::UniqueFd m_socket;
     std::chrono::milliseconds m_interval{0};  // 0: no watchdog
     std::shared_ptr<void> m_timer;
 };
 
-}  // namespace base
+}  // namespace ipc
 
 #endif

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Where programs find the YANG modules.
 
-#include "cdb/schema/yang_directory.h"
+#include "base/directories.h"
 
 #include <gtest/gtest.h>
 
@@ -26,23 +26,23 @@ TEST(YangDirectory, IsTheOneThatIsNamedWhateverIsThere)
 {
     const TempDirectory place;
     Modules(place.Path() / "share/sflow-switch/yang");
-    EXPECT_EQ(cdb::YangDirectory(place.Path() / "bin/cdbd", "/y"), "/y");
+    EXPECT_EQ(base::YangDirectory(place.Path() / "bin/cdbd", "/y"), "/y");
 }
 
 TEST(YangDirectory, IsThatOfTheInstalledTreeWhereverItIs)
 {
     const TempDirectory place;
     const fs::path program = place.Path() / "opt/any where/bin/cdbd";
-    EXPECT_EQ(cdb::YangDirectory(program, std::nullopt), SFLOW_TEST_INSTALLED_YANG_DIR);
+    EXPECT_EQ(base::YangDirectory(program, std::nullopt), SFLOW_TEST_INSTALLED_YANG_DIR);
     Modules(place.Path() / "opt/yang");  // beside a prefix, so after its own
     const fs::path installed = Modules(place.Path() / "opt/any where/share/sflow-switch/yang");
-    EXPECT_EQ(cdb::YangDirectory(program, std::nullopt), installed);
+    EXPECT_EQ(base::YangDirectory(program, std::nullopt), installed);
 }
 
 TEST(YangDirectory, IsThatOfTheSourceTreeBesideItsBuild)
 {
     const fs::path yang = SFLOW_TEST_YANG_DIR;
-    EXPECT_EQ(cdb::YangDirectory(yang.parent_path() / "build-any/bin/swcli", std::nullopt), yang);
+    EXPECT_EQ(base::YangDirectory(yang.parent_path() / "build-any/bin/swcli", std::nullopt), yang);
 }
 
 TEST(YangDirectory, IsNoneThatOnlyHasTheName)
@@ -50,13 +50,13 @@ TEST(YangDirectory, IsNoneThatOnlyHasTheName)
     const TempDirectory place;
     fs::create_directories(place.Path() / "yang");
     fs::create_directories(place.Path() / "build/share/sflow-switch/yang");
-    EXPECT_EQ(cdb::YangDirectory(place.Path() / "build/bin/cdbd", std::nullopt),
+    EXPECT_EQ(base::YangDirectory(place.Path() / "build/bin/cdbd", std::nullopt),
               SFLOW_TEST_INSTALLED_YANG_DIR);
 }
 
 TEST(YangDirectory, IsTheConfiguredOneForAProgramWithoutAPlace)
 {
-    EXPECT_EQ(cdb::YangDirectory("", std::nullopt), SFLOW_TEST_INSTALLED_YANG_DIR);
+    EXPECT_EQ(base::YangDirectory("", std::nullopt), SFLOW_TEST_INSTALLED_YANG_DIR);
 }
 
 }  // namespace
