@@ -9,11 +9,9 @@
 #include <new>
 
 #include "cdb/datastore/candidate_view.h"
-#include "cdb/datastore/compare.h"
 #include "cdb/datastore/edit.h"
 #include "cdb/datastore/edit_plan.h"
 #include "cdb/datastore/tree_load.h"
-#include "cdb/datastore/validate.h"
 #include "cdb/schema/difference.h"
 #include "log/log.h"
 
@@ -44,145 +42,126 @@ void RequireOneRoot(const SchemaTable& table)
                          " top-level configuration nodes, not one:" + roots + "; augment the one there is");
 }
 
+const Schema& Checked(const Schema& schema)
+{
+    RequireOneRoot(schema.Table());
+    return schema;
+}
+
 }  // namespace
 
-class Datastore::Impl {
-public:
-    Impl(const Schema& schemaArg, Store& storeArg)
-        : schema(Checked(schemaArg)), store(storeArg), validator(schemaArg), candidate(TakeOver(), storeArg)
-    {
+Datastore::Datastore(const Schema& schema, Store& store)
+    : m_schema(Checked(schema)), m_store(store), m_validator(schema), m_candidate(TakeOver(), store)
+{
+}
+
+const Schema& Datastore::TakeOver()
+{
+    const SchemaTable before = m_store.Schema();
+    const std::string fingerprint = m_store.SchemaFingerprint();
+    if (fingerprint == m_schema.Fingerprint() && before == m_schema.Table()) return m_schema;
+    const auto changes = DifferenceOf(before, m_schema.Table());
+    m_store.SetSchema(m_schema.Table());
+    try {
+        CheckRows();
+    } catch (const FatalError& error) {
+        m_store.SetSchema(before, fingerprint);
+        const std::string obstacle = Obstacle(changes);
+        throw FatalError(error.what() + (obstacle.empty() ? std::string() : " (" + obstacle + ")"));
     }
+    m_store.SetSchema(m_schema.Table(), m_schema.Fingerprint());
+    if (!m_store.Empty())
+        for (const SchemaChange& line : changes)
+            slog::Notice("the YANG modules have changed: {}", Describe(line));
+    return m_schema;
+}
 
-    std::optional<Error> Write(Difference& difference, const CommitInfo& info)
-    {
-        auto transaction = store.Begin(candidate.Base());
-        HistoryEntry entry;
-        entry.undoRows.reserve(difference.rows.size());
-        for (auto& change : difference.rows) {
-            entry.undoRows.push_back({store.StoredKey(change.key), std::move(change.before)});
-            if (change.now)
-                transaction.Put(change.key, *change.now);
-            else
-                transaction.Erase(change.key);
-        }
-        entry.commit = candidate.Base() + 1;
-        entry.timeUs = info.timeUs;
-        entry.user = info.user;
-        entry.source = info.source;
-        entry.comment = info.comment;
-        transaction.Append(entry);
-        return transaction.Commit();
+void Datastore::CheckRows()
+{
+    const auto rows = MakeRowView(m_store);
+    const TreePtr tree = LoadTree(m_schema, *rows);
+    if (const auto errors = m_validator.Everything(tree.get(), *rows); !errors.empty())
+        throw FatalError("the stored configuration is not valid by the YANG modules: " + TextOf(errors) +
+                         "; start with the modules that it was written with, or restore another store");
+}
+
+std::optional<Error> Datastore::Write(Difference& difference, const CommitInfo& info)
+{
+    auto transaction = m_store.Begin(m_candidate.Base());
+    HistoryEntry entry;
+    entry.undoRows.reserve(difference.rows.size());
+    for (auto& change : difference.rows) {
+        entry.undoRows.push_back({m_store.StoredKey(change.key), std::move(change.before)});
+        if (change.now)
+            transaction.Put(change.key, *change.now);
+        else
+            transaction.Erase(change.key);
     }
+    entry.commit = m_candidate.Base() + 1;
+    entry.timeUs = info.timeUs;
+    entry.user = info.user;
+    entry.source = info.source;
+    entry.comment = info.comment;
+    transaction.Append(entry);
+    return transaction.Commit();
+}
 
-    /// Makes the candidate equal to running.
-    void Settle()
-    {
-        const bool isLarge = candidate.Dirty().size() > kLargeChange;
-        TreePtr before = candidate.Reset();
-        isVerified = true;
-        if (isLarge) garbage.push_back(std::move(before));
+void Datastore::Settle()
+{
+    const bool isLarge = m_candidate.Dirty().size() > kLargeChange;
+    TreePtr before = m_candidate.Reset();
+    m_isVerified = true;
+    if (isLarge) m_garbage.push_back(std::move(before));
+}
+
+void Datastore::FillDefaults(const NewEntry& created, std::vector<std::string>& warnings)
+{
+    lyd_node* entry = m_candidate.Find({created.path.Node(), created.path.steps.back().keys});
+    if (entry == nullptr) return;
+    const auto& table = m_schema.Table();
+    for (const NodeId id : table[created.path.Node()].children) {
+        const NodeId referred = table[id].defaultRef;
+        if (referred == kNoNode) continue;
+        lyd_node* leaf = FindSingle(lyd_child(entry), m_schema.NodeOf(referred));
+        if (leaf == nullptr || IsExplicit(leaf)) continue;
+        leaf->flags &= ~static_cast<std::uint32_t>(LYD_DEFAULT);
+        warnings.push_back(Describe(entry) + " has no " + table[referred].name + ", and the callpoint " +
+                           created.callpoint + " is not asked here: " + lyd_get_value(leaf) +
+                           ", the default of the YANG module, is used");
     }
+}
 
-    /// Makes explicit the leaves that a callpoint would have written: those that another leaf's default
-    /// refers to.
-    void FillDefaults(const NewEntry& created, std::vector<std::string>& warnings)
-    {
-        lyd_node* entry = candidate.Find({created.path.Node(), created.path.steps.back().keys});
-        if (entry == nullptr) return;
-        const auto& table = schema.Table();
-        for (const NodeId id : table[created.path.Node()].children) {
-            const NodeId referred = table[id].defaultRef;
-            if (referred == kNoNode) continue;
-            lyd_node* leaf = FindSingle(lyd_child(entry), schema.NodeOf(referred));
-            if (leaf == nullptr || IsExplicit(leaf)) continue;
-            leaf->flags &= ~static_cast<std::uint32_t>(LYD_DEFAULT);
-            warnings.push_back(Describe(entry) + " has no " + table[referred].name + ", and the callpoint " +
-                               created.callpoint + " is not asked here: " + lyd_get_value(leaf) +
-                               ", the default of the YANG module, is used");
-        }
-    }
-
-    const Schema& schema;
-    Store& store;
-    Validator validator;
-    cdb::Candidate candidate;
-    bool isVerified = true;  // the current candidate was validated
-    std::vector<TreePtr> garbage;
-
-private:
-    static const Schema& Checked(const Schema& schema)
-    {
-        RequireOneRoot(schema.Table());
-        return schema;
-    }
-
-    /// Checks that rows which were written with other modules fit these.
-    const Schema& TakeOver()
-    {
-        const SchemaTable before = store.Schema();
-        const std::string fingerprint = store.SchemaFingerprint();
-        if (fingerprint == schema.Fingerprint() && before == schema.Table()) return schema;
-        const auto changes = DifferenceOf(before, schema.Table());
-        store.SetSchema(schema.Table());
-        try {
-            CheckRows();
-        } catch (const FatalError& error) {
-            store.SetSchema(before, fingerprint);
-            const std::string obstacle = Obstacle(changes);
-            throw FatalError(error.what() + (obstacle.empty() ? std::string() : " (" + obstacle + ")"));
-        }
-        store.SetSchema(schema.Table(), schema.Fingerprint());
-        if (!store.Empty())
-            for (const SchemaChange& line : changes)
-                slog::Notice("the YANG modules have changed: {}", Describe(line));
-        return schema;
-    }
-
-    void CheckRows()
-    {
-        const auto rows = MakeRowView(store);
-        const TreePtr tree = LoadTree(schema, *rows);
-        if (const auto errors = validator.Everything(tree.get(), *rows); !errors.empty())
-            throw FatalError("the stored configuration is not valid by the YANG modules: " + TextOf(errors) +
-                             "; start with the modules that it was written with, or restore another store");
-    }
-};
-
-Datastore::Datastore(const Schema& schema, Store& store) : m_impl(std::make_unique<Impl>(schema, store)) {}
-
-Datastore::~Datastore() = default;
-
-std::unique_ptr<RowView> Datastore::Running() const { return MakeRowView(m_impl->store); }
+std::unique_ptr<RowView> Datastore::Running() const { return MakeRowView(m_store); }
 
 std::unique_ptr<RowView> Datastore::Candidate() const
 {
-    return std::make_unique<CandidateView>(m_impl->schema, m_impl->candidate);
+    return std::make_unique<CandidateView>(m_schema, m_candidate);
 }
 
 std::unique_ptr<RowView> Datastore::DirtyRows(Which which) const
 {
-    return std::make_unique<DirtyView>(m_impl->candidate, which == Which::kRunning ? Running() : Candidate());
+    return std::make_unique<DirtyView>(m_candidate, which == Which::kRunning ? Running() : Candidate());
 }
 
-std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOperation operation) const
+std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOperation operation)
 {
-    const cdb::Candidate::Reading reading(m_impl->candidate);
-    return PlanCreations(m_impl->schema, m_impl->candidate, edit, operation);
+    const cdb::Candidate::Reading reading(m_candidate);
+    return PlanCreations(m_schema, m_candidate, edit, operation);
 }
 
 std::optional<Error> Datastore::Edit(const lyd_node* edit, DefaultOperation operation,
                                      const std::vector<LeafWrite>& writes)
 {
-    const cdb::Candidate::Reading reading(m_impl->candidate);
-    EditLog log(m_impl->candidate);
-    const EditWrites indexed(m_impl->schema.Table(), writes);
-    Editor editor(m_impl->schema, m_impl->candidate, log, indexed);
+    const cdb::Candidate::Reading reading(m_candidate);
+    EditLog log(m_candidate);
+    const EditWrites indexed(m_schema.Table(), writes);
+    Editor editor(m_schema, m_candidate, log, indexed);
     auto error = editor.Apply(edit, operation);
     if (error) {
         log.RollBack();
         return error;
     }
-    m_impl->isVerified = false;
+    m_isVerified = false;
     log.Keep();
     return std::nullopt;
 }
@@ -194,17 +173,17 @@ std::vector<Error> Datastore::EditAndTest(const lyd_node* edit, DefaultOperation
         auto error = Edit(edit, operation, writes);
         return error ? std::vector{std::move(*error)} : std::vector<Error>{};
     }
-    const cdb::Candidate::Reading reading(m_impl->candidate);
-    EditLog log(m_impl->candidate);
-    const EditWrites indexed(m_impl->schema.Table(), writes);
-    Editor editor(m_impl->schema, m_impl->candidate, log, indexed);
+    const cdb::Candidate::Reading reading(m_candidate);
+    EditLog log(m_candidate);
+    const EditWrites indexed(m_schema.Table(), writes);
+    Editor editor(m_schema, m_candidate, log, indexed);
     std::vector<Error> errors;
     if (auto error = editor.Apply(edit, operation))
         errors.push_back(std::move(*error));
     else
-        errors = m_impl->validator.Check(m_impl->candidate);
+        errors = m_validator.Check(m_candidate);
     if (errors.empty() && test == TestOption::kTestThenSet) {
-        m_impl->isVerified = true;
+        m_isVerified = true;
         log.Keep();
     } else {
         log.RollBack();
@@ -214,29 +193,29 @@ std::vector<Error> Datastore::EditAndTest(const lyd_node* edit, DefaultOperation
 
 bool Datastore::Changed() const
 {
-    const cdb::Candidate::Reading reading(m_impl->candidate);
-    return Differs(m_impl->schema, m_impl->candidate);
+    const cdb::Candidate::Reading reading(m_candidate);
+    return Differs(m_schema, m_candidate);
 }
 
 std::vector<Error> Datastore::Validate()
 {
-    if (m_impl->isVerified) return {};
-    const cdb::Candidate::Reading reading(m_impl->candidate);
-    auto errors = m_impl->validator.Check(m_impl->candidate);
-    m_impl->isVerified = errors.empty();
+    if (m_isVerified) return {};
+    const cdb::Candidate::Reading reading(m_candidate);
+    auto errors = m_validator.Check(m_candidate);
+    m_isVerified = errors.empty();
     return errors;
 }
 
 ChangeSet Datastore::Changes() const
 {
-    const cdb::Candidate::Reading reading(m_impl->candidate);
-    return {m_impl->candidate.Base() + 1, Compare(m_impl->schema, m_impl->candidate).root};
+    const cdb::Candidate::Reading reading(m_candidate);
+    return {m_candidate.Base() + 1, Compare(m_schema, m_candidate).root};
 }
 
 std::vector<RowChange> Datastore::ChangedRows() const
 {
-    const cdb::Candidate::Reading reading(m_impl->candidate);
-    return Compare(m_impl->schema, m_impl->candidate).rows;
+    const cdb::Candidate::Reading reading(m_candidate);
+    return Compare(m_schema, m_candidate).rows;
 }
 
 std::variant<ChangeSet, std::vector<Error>> Datastore::Commit(const CommitInfo& info)
@@ -244,58 +223,58 @@ std::variant<ChangeSet, std::vector<Error>> Datastore::Commit(const CommitInfo& 
     if (auto errors = Validate(); !errors.empty()) return errors;
     Difference difference;
     {
-        const cdb::Candidate::Reading reading(m_impl->candidate);
-        difference = Compare(m_impl->schema, m_impl->candidate);
+        const cdb::Candidate::Reading reading(m_candidate);
+        difference = Compare(m_schema, m_candidate);
     }
     if (!difference.rows.empty())
-        if (auto error = m_impl->Write(difference, info)) return std::vector<Error>{std::move(*error)};
-    m_impl->Settle();
-    return ChangeSet{m_impl->candidate.Base(), std::move(difference.root)};
+        if (auto error = Write(difference, info)) return std::vector<Error>{std::move(*error)};
+    Settle();
+    return ChangeSet{m_candidate.Base(), std::move(difference.root)};
 }
 
-void Datastore::Discard() { m_impl->Settle(); }
+void Datastore::Discard() { Settle(); }
 
 std::optional<Error> Datastore::Undo(const HistoryEntry& entry)
 {
-    m_impl->isVerified = false;
+    m_isVerified = false;
     if (!entry.undo.empty()) {  // of an older version: an edit
         lyd_node* parsed = nullptr;
-        const auto result = lyd_parse_data_mem(m_impl->schema.Context(), entry.undo.c_str(), LYD_XML,
+        const auto result = lyd_parse_data_mem(m_schema.Context(), entry.undo.c_str(), LYD_XML,
                                                LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &parsed);
         const TreePtr edit(parsed);
         if (result == LY_SUCCESS) return Edit(edit.get(), DefaultOperation::kMerge, {});
         return Error{.tag = ErrorTag::kOperationFailed,
                      .message = "what undoes commit " + std::to_string(entry.commit) +
-                                " does not fit the YANG modules: " + LastMessage(m_impl->schema.Context())};
+                                " does not fit the YANG modules: " + LastMessage(m_schema.Context())};
     }
     RowPatch rows;
     for (const auto& each : entry.undoRows) {
-        auto key = m_impl->store.RowKeyOf(each.key);
+        auto key = m_store.RowKeyOf(each.key);
         if (!key) continue;  // the schema no longer has the node
         rows.emplace(std::pair(key->node, std::move(key->keys)), each.row);
     }
-    CandidateView now(m_impl->schema, m_impl->candidate);
-    m_impl->candidate.Patch(now, rows);
+    CandidateView now(m_schema, m_candidate);
+    m_candidate.Patch(now, rows);
     return std::nullopt;
 }
 
-void Datastore::TidyUp() { m_impl->garbage.clear(); }
+void Datastore::TidyUp() { m_garbage.clear(); }
 
 std::vector<Error> Datastore::Initialize(const lyd_node* content, const CommitInfo& info,
                                          std::vector<std::string>& warnings)
 {
     {
-        const cdb::Candidate::Reading reading(m_impl->candidate);
-        EditLog log(m_impl->candidate);
+        const cdb::Candidate::Reading reading(m_candidate);
+        EditLog log(m_candidate);
         const EditWrites none;
-        Editor editor(m_impl->schema, m_impl->candidate, log, none);
-        m_impl->isVerified = false;
+        Editor editor(m_schema, m_candidate, log, none);
+        m_isVerified = false;
         if (auto error = editor.Apply(content, DefaultOperation::kMerge)) {
             log.RollBack();
             return {std::move(*error)};
         }
         log.Keep();
-        for (const auto& created : editor.Created()) m_impl->FillDefaults(created, warnings);
+        for (const auto& created : editor.Created()) FillDefaults(created, warnings);
     }
     auto result = Commit(info);
     if (auto* errors = std::get_if<std::vector<Error>>(&result)) {

@@ -16,8 +16,11 @@
 #include <variant>
 #include <vector>
 
+#include "cdb/datastore/candidate.h"
+#include "cdb/datastore/compare.h"
 #include "cdb/datastore/edit_records.h"
 #include "cdb/datastore/tree.h"
+#include "cdb/datastore/validate.h"
 #include "cdb/model/change_set.h"
 #include "cdb/model/error.h"
 #include "cdb/model/row_change.h"
@@ -41,7 +44,8 @@ public:
     /// Throws FatalError if the store was written with other modules and its rows can't be read by these
     /// (naming the row) or are not valid. `schema` and `store` must outlive it.
     Datastore(const Schema& schema, Store& store);
-    ~Datastore();
+    Datastore(const Datastore&) = delete;
+    Datastore& operator=(const Datastore&) = delete;
 
     /// The rows as they are now. The candidate's are valid until its next change.
     [[nodiscard]] std::unique_ptr<RowView> Running() const;
@@ -55,8 +59,7 @@ public:
     /// The entries of lists with a callpoint that the edit would create, in the edit's order. `edit` is the
     /// parsed content of <config> (first sibling), with the nc:operation attributes as metadata (or, on
     /// opaque nodes, as attributes); it is not changed.
-    [[nodiscard]] std::vector<NewEntry> EntriesToCreate(const lyd_node* edit,
-                                                        DefaultOperation operation) const;
+    [[nodiscard]] std::vector<NewEntry> EntriesToCreate(const lyd_node* edit, DefaultOperation operation);
 
     /// Applies the edit to the candidate, the callpoints' writes just before the edit's own leaves of the
     /// entry concerned. On an error the candidate is as before, whatever the client's error-option, since no
@@ -106,8 +109,22 @@ public:
                                                 std::vector<std::string>& warnings);
 
 private:
-    class Impl;
-    std::unique_ptr<Impl> m_impl;
+    /// Checks that rows which were written with other modules fit these.
+    const Schema& TakeOver();
+    void CheckRows();
+    std::optional<Error> Write(Difference& difference, const CommitInfo& info);
+    /// Makes the candidate equal to running.
+    void Settle();
+    /// Makes explicit the leaves that a callpoint would have written: those that another leaf's default
+    /// refers to.
+    void FillDefaults(const NewEntry& created, std::vector<std::string>& warnings);
+
+    const Schema& m_schema;
+    Store& m_store;
+    const Validator m_validator;
+    cdb::Candidate m_candidate;
+    bool m_isVerified = true;  // the current candidate was validated
+    std::vector<TreePtr> m_garbage;
 };
 
 }  // namespace cdb

@@ -224,8 +224,8 @@ void Process::Serve(int count, std::uint32_t rate)
 
 namespace {
 
-/// Most worlds have no process that would hear of a commit, and the committer is told so.
-bool IsNoMoreThanUnheard(const netconf::Reply& reply)
+/// Most worlds have no subscriber, and the committer is warned of that.
+bool IsWithoutOtherWarnings(const netconf::Reply& reply)
 {
     return reply.errors.empty() ||
            (reply.errors.size() == 1 && reply.errors[0].IsWarning() &&
@@ -237,7 +237,7 @@ bool IsNoMoreThanUnheard(const netconf::Reply& reply)
 void Do(netconf::Client& client, const std::string& operation)
 {
     const netconf::Reply reply = client.Call(operation);
-    EXPECT_TRUE(reply.ok && IsNoMoreThanUnheard(reply)) << operation << "\n" << reply.xml;
+    EXPECT_TRUE(reply.ok && IsWithoutOtherWarnings(reply)) << operation << "\n" << reply.xml;
 }
 
 netconf::RpcError Refused(netconf::Client& client, const std::string& operation, const std::string& tag)

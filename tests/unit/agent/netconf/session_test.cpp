@@ -146,6 +146,7 @@ TEST(Session, EndsOneThatSaysNoHelloInTime)
     World world;
     support::FrameClient client(world.NetconfSocket());
     auto other = world.Connect();  // accepted after it
+    Do(other, netconf::Commit());  // so the agent has its hello
     world.Advance(std::chrono::seconds(30));
     EXPECT_TRUE(client.AwaitEnd());
     Do(other, netconf::Commit());
@@ -223,6 +224,7 @@ TEST(Session, EndsOneThatDoesNotReadItsAnswer)
 {
     World world;
     auto client = world.Connect();
+    Do(client, netconf::Commit());  // so the agent has its hello
     support::FrameClient stalled(world.NetconfSocket());
     stalled.SendBytes(Hello("1.0"));
     // More answers than the socket takes; the requests are small.
