@@ -24,11 +24,11 @@
 
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
-#include "manager/fake_timers.h"
 #include "manager/fake_worker.h"
 #include "net/counters/counters.h"
 #include "net/counters/counters_links.h"
 #include "net/links/links.h"
+#include "support/manual_timers.h"
 #include "support/network.h"
 
 namespace {
@@ -119,17 +119,17 @@ void Poll(benchmark::State& state, Interfaces& interfaces)
     net::Links links;
     FillTable(links, indexes, count);
 
-    FakeTimers timers;
+    support::ManualTimers timers;
     FakeWorker worker(timers);
     const Sink sink;
     manager::Exporter exporter([] { return std::chrono::system_clock::now(); },
-                               [&timers] { return timers.Now(); }, 0);
+                               [&timers] { return timers.Elapsed(); }, 0);
     exporter.SetAgentAddress(htonl(INADDR_LOOPBACK));
     const std::vector<manager::Stream*> streams{&exporter.Set("c1", sink.Settings())};
     std::uint32_t start = 0;
     manager::Poller poller(
         timers, worker, net::MakeCounterReader(), links, [&exporter] { exporter.Flush(); },
-        [&timers] { return std::chrono::steady_clock::time_point(timers.Now()); },
+        [&timers] { return std::chrono::steady_clock::time_point(timers.Elapsed()); },
         [] { return std::chrono::system_clock::now(); }, [&start](std::uint32_t) { return start; });
     for (std::size_t i = 0; i < count; ++i) {
         start = static_cast<std::uint32_t>(i * interval * 1000 / count);

@@ -15,7 +15,6 @@
 #include <string>
 
 #include "agent/data/data_source_rows.h"
-#include "agent/data/data_source_tree.h"
 #include "agent/data/data_writer.h"
 #include "agent/data/yang_tree.h"
 #include "cdb/rows/row_view.h"
@@ -158,20 +157,6 @@ void Read(benchmark::State& state, const World& world, const SubtreeFilter* filt
     state.counters["bytes"] = static_cast<double>(size);
 }
 
-void ReadTree(benchmark::State& state, const lyd_node* tree, const SubtreeFilter* filter)
-{
-    for (auto _ : state) {
-        std::string out;
-        std::optional<agent::FilterPlan> plan;
-        if (filter != nullptr)
-            plan = std::get<agent::FilterPlan>(agent::FilterPlan::Make(TheDataSchema(), *filter));
-        agent::TreeSource source(tree);
-        agent::WriteData(TheDataSchema(), source, {agent::Defaults::kExplicit, plan ? &*plan : nullptr, {}},
-                         out);
-        benchmark::DoNotOptimize(out.data());
-    }
-}
-
 void OneByKey(benchmark::State& state)
 {
     const auto interfaces = static_cast<int>(state.range(0));
@@ -254,21 +239,6 @@ void AllThatHaveAValue(benchmark::State& state)
     Read(state, Of(kMany), &filter);
 }
 BENCHMARK(AllThatHaveAValue)->Unit(benchmark::kMillisecond);
-
-void EverythingOfATree(benchmark::State& state)
-{
-    const agent::Tree tree = Of(kMany).Parsed();
-    ReadTree(state, tree.get(), nullptr);
-}
-BENCHMARK(EverythingOfATree)->Unit(benchmark::kMillisecond);
-
-void OneByKeyOfATree(benchmark::State& state)
-{
-    const agent::Tree tree = Of(kMany).Parsed();
-    const SubtreeFilter filter{InSflow({Named(kMany / 2)})};
-    ReadTree(state, tree.get(), &filter);
-}
-BENCHMARK(OneByKeyOfATree);
 
 void Print(benchmark::State& state)
 {

@@ -50,6 +50,7 @@ private:
     public:
         void OnSamples(std::span<const capture::Sample> samples) noexcept override;
         void OnDrained() noexcept override {}
+        void OnRefused(std::uint32_t, const capture::Unavailable&) noexcept override {}
         std::uint64_t samples = 0, batches = 0;
         std::uint64_t look = 0;  // keeps the reading of the headers
     };

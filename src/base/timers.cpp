@@ -128,6 +128,8 @@ class LoopTimers final : public Timers {
 public:
     explicit LoopTimers(boost::asio::io_context& loop) : m_loop(loop) {}
 
+    [[nodiscard]] Clock::time_point Now() const override { return Clock::now(); }
+
     std::shared_ptr<void> After(std::chrono::milliseconds delay, std::function<void()> action) override
     {
         auto pending = std::make_shared<Pending>(m_loop, std::move(action));
@@ -152,6 +154,12 @@ private:
 };
 
 }  // namespace
+
+std::shared_ptr<void> Timers::At(Clock::time_point time, std::function<void()> action)
+{
+    const auto delay = std::chrono::ceil<std::chrono::milliseconds>(time - Now());
+    return After(std::max(delay, std::chrono::milliseconds(0)), std::move(action));
+}
 
 std::unique_ptr<Alarm> Timers::MakeAlarm(std::function<void()> action)
 {

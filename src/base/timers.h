@@ -35,9 +35,14 @@ public:
     Timers& operator=(const Timers&) = delete;
     virtual ~Timers() = default;
 
+    [[nodiscard]] virtual std::chrono::steady_clock::time_point Now() const = 0;
+
     /// Calls `action` once from the loop, `delay` from now. Dropping the result cancels it.
     [[nodiscard]] virtual std::shared_ptr<void> After(std::chrono::milliseconds delay,
                                                       std::function<void()> action) = 0;
+    /// The same at a time by Now; from the loop's next turn if it has passed.
+    [[nodiscard]] std::shared_ptr<void> At(std::chrono::steady_clock::time_point time,
+                                           std::function<void()> action);
 
     /// An alarm that is not set yet; dropping it cancels it. Throws std::system_error if no descriptor is
     /// left.

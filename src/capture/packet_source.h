@@ -62,27 +62,6 @@ struct Sample {
     std::uint64_t drops = 0;
 };
 
-/// Takes the sampled packets. Called from the loop only, while the source hands over: a sink must not call
-/// the source back, and must not throw, since the source has neither its ring nor its counts settled then. It
-/// counts by itself what it can't take.
-class SampleSink {
-public:
-    SampleSink() = default;
-    SampleSink(const SampleSink&) = delete;
-    SampleSink& operator=(const SampleSink&) = delete;
-    virtual ~SampleSink() = default;
-
-    /// Those of one CPU are in the order in which they were sampled.
-    virtual void OnSamples(std::span<const Sample> samples) noexcept = 0;
-    /// All that was waiting has been handed over: time to send.
-    virtual void OnDrained() noexcept = 0;
-};
-
-struct Counts {
-    std::uint64_t pool = 0;   // frames seen since the interface was added
-    std::uint64_t drops = 0;  // frames sampled that could not be handed over
-};
-
 /// The source can't be used here: no permission, no kernel support. The text is for operators.
 class Unavailable : public std::runtime_error {
 public:
@@ -94,6 +73,30 @@ private:
     Cause m_cause;
 };
 
+/// Takes the sampled packets. Called from the loop only, in the middle of the source's work: a sink must not
+/// call the source back, and must not throw, since the source has neither its ring nor its counts settled
+/// then. It counts by itself what it can't take.
+class SampleSink {
+public:
+    SampleSink() = default;
+    SampleSink(const SampleSink&) = delete;
+    SampleSink& operator=(const SampleSink&) = delete;
+    virtual ~SampleSink() = default;
+
+    /// Those of one CPU are in the order in which they were sampled.
+    virtual void OnSamples(std::span<const Sample> samples) noexcept = 0;
+    /// All that was waiting has been handed over: time to send.
+    virtual void OnDrained() noexcept = 0;
+    /// The kernel has refused what Add or Change asked for, after the call. The interface stays added, with
+    /// what could be had; Change tries again, Remove ends it.
+    virtual void OnRefused(std::uint32_t ifIndex, const Unavailable& reason) noexcept = 0;
+};
+
+struct Counts {
+    std::uint64_t pool = 0;   // frames seen since the interface was added
+    std::uint64_t drops = 0;  // frames sampled that could not be handed over
+};
+
 /// What all sources are made with.
 struct SourceOptions {
     /// Packets with this socket mark are neither counted nor sampled: the agent's own datagrams.
@@ -101,6 +104,9 @@ struct SourceOptions {
     /// Bytes of the buffer between kernel and process: for all interfaces together (eBPF), for each
     /// (packet sockets). 0: the source's own default.
     std::size_t bufferSize = 0;
+    /// Makes the kernel's waits short for the whole machine while many interfaces are attached or detached
+    /// (see ebpf/grace.h).
+    bool expediteRcu = false;
 };
 
 class PacketSource {
@@ -114,16 +120,24 @@ public:
     [[nodiscard]] virtual std::string Kind() const = 0;
 
     /// Begins to sample at a kernel interface. Its counts begin at zero. If it is sampled already, the same
-    /// as Change. Throws Unavailable, for this interface alone.
+    /// as Change. Throws Unavailable, for this interface alone. Where the kernel makes the caller wait (eBPF
+    /// at tcx), it is attached beside the loop: Sampled tells when, and SampleSink::OnRefused if it can't be.
     virtual void Add(std::uint32_t ifIndex, const Settings& settings) = 0;
 
     /// Changes how a sampled interface is sampled, at once and without a gap in its counts. Samples that were
     /// sampled before carry the rate that they were sampled with. Throws Unavailable if that fails: eBPF then
-    /// applies all but a direction that it could not add, packet sockets keep the old settings.
+    /// applies all but a direction that it could not add, packet sockets keep the old settings. A direction
+    /// that is added is attached as by Add.
     virtual void Change(std::uint32_t ifIndex, const Settings& settings) = 0;
 
+    /// Whether packets are sampled there: nothing that was asked for waits for the kernel, and it has not
+    /// refused all of it.
+    [[nodiscard]] virtual bool Sampled(std::uint32_t ifIndex) const = 0;
+
     /// Hands over what waits, ends the sampling at the interface and returns its last counts; zeros if it is
-    /// not sampled. The kernel's interface may be gone already.
+    /// not sampled. The kernel's interface may be gone already. What these counts say was sampled has been
+    /// handed over or is in the drops; nothing comes of the interface afterwards. What is left to do in the
+    /// kernel is done beside the loop.
     virtual Counts Remove(std::uint32_t ifIndex) = 0;
 
     /// The counts as they are now, samples that are not handed over yet included; zeros if it is not sampled.

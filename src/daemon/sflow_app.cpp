@@ -21,7 +21,7 @@ constexpr std::uint32_t kNoHaState = 0xffffffff;
 constexpr std::uint32_t kHaActive = 1;
 constexpr std::uint32_t kHaStandby = 2;
 
-// The second phase, whatever the platform calls it.
+// The second phase; its name depends on the platform.
 constexpr auto kStartPhase = static_cast<ELEM_CONFD_PHASE_ET>(2);
 
 const qxmw_process_signature_t kSignature = {"sflow-app"};

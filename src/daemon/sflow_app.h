@@ -18,18 +18,18 @@
 class SFlowConfigHandler;
 class SFlowSetDefault;
 
-// Who is told when the node's role changes.
+// An object that is told when the node's role changes.
 class HAStateHandlerInterface {
 public:
     virtual ~HAStateHandlerInterface() = default;
 
-    // 1: the node became active; 2: it became standby. Returns whether note was taken.
+    // 1: the node became active; 2: it became standby. Returns whether the object has noted it.
     virtual bool SetHaState(std::uint32_t state) = 0;
 };
 
 class SFlowApp : public HAStateHandlerInterface {
 public:
-    // The callback of one transition. Without an owner it answers false.
+    // The callback of one transition. Returns false if it has no owner.
     class GoActive : public qxos::Callback {
     public:
         GoActive();
@@ -58,7 +58,8 @@ public:
     // Init, Run, Finish; returns Run's result, the process's exit status.
     int Execute();
 
-    // Creates and wires every long-lived object. An exception is the caller's: nothing is undone.
+    // Creates and wires every long-lived object. Undoes nothing if one throws; the exception passes to the
+    // caller.
     void Init();
 
     // Runs Listen: 0 when it returned, 1 when an exception ended it, which is reported as a fault.
@@ -78,12 +79,12 @@ private:
     SFlowConfigHandler* m_configHandler;    // owned
     SFlowSetDefault* m_setDefault;          // owned; first written by Init and not read before
     std::uint32_t m_haState;                // as last reported; all ones: never
-    // The context holds the addresses of these two: it goes before them.
+    // The context holds the addresses of these two, so Finish deletes it before they end.
     GoActive m_goActive;
     GoStandby m_goStandby;
 };
 
-// Who this process is, for the platform's context.
+// The process's name for the platform's context.
 extern const qxmw_process_signature_t* const process_signature;
 
 #endif

@@ -36,7 +36,7 @@ SFlowConfigHandler::SFlowConfigHandler(zlog_category_t* category)
 
 SFlowConfigHandler::~SFlowConfigHandler()
 {
-    // The client holds callbacks into this object: it goes before anything that they touch.
+    // The client holds callbacks into this object, so it is destroyed before the members that they use.
     m_service.reset();
 }
 
@@ -51,7 +51,7 @@ void SFlowConfigHandler::SetMgrStatus(boost::any status)
     m_mgrAvailable = found;
     if (!found) return;
 
-    // Without a connection the framework loads by itself once it comes up; the gate is open.
+    // The framework loads the configuration itself when its connection comes up.
     if (m_confd == nullptr || !m_confd->IsConnected()) return;
 
     SFLOW_LOG(m_category, kSource, kLogDetail, "SFlowMgr server found, load initial config");

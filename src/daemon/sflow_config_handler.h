@@ -41,7 +41,7 @@ public:
 
 class SFlowConfigHandler : public qxconfd::ConfigHandler {
 public:
-    // Builds the service client and the subscription points; calls nothing of the database.
+    // Builds the service client and the subscription points; does not call the database.
     explicit SFlowConfigHandler(zlog_category_t* category);
     ~SFlowConfigHandler() override;
 
@@ -59,19 +59,19 @@ public:
 
 private:
     // The service client's notice: true when the manager was found, false when it was lost. Throws
-    // boost::bad_any_cast when `status` holds anything but a bool.
+    // boost::bad_any_cast if `status` holds no bool.
     void SetMgrStatus(boost::any status);
 
-    // Read every collector and stage it, the enabled ones to be sent.
+    // Reads every collector and stages it, the enabled ones to be sent.
     void GetCollectors(int sock);
 
     // Stages the collector, not to be sent, unless it is staged already, and copies it to
-    // `collector`. False, and nothing changed: there is no such collector.
+    // `collector`. Returns false, having changed nothing, if there is no such collector.
     bool GetCollector(int sock, std::string name, collector_st& collector);
 
     // Reads the interface of that name unless it is staged already, or every interface when the name
     // is empty. `applyAll`: every enabled collector attached is to be attached now; otherwise only
-    // `changedCollector` is, or detached when it is disabled. False: there is no interface at all.
+    // `changedCollector` is, or detached if it is disabled. Returns false if there is no interface at all.
     bool GetInterfaces(int sock, bool applyAll, std::string changedCollector, std::string interfaceName);
     void GetInterfaceCollectors(int sock, ECollector kind, bool applyAll, std::string changedCollector,
                                 std::string interfaceName);

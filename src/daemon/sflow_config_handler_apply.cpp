@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// SFlowConfigHandler: sends what is staged to the sFlow service. No result is looked at, and
-// nothing is unstaged: applying twice sends twice.
+// SFlowConfigHandler: sends what is staged to the sFlow service. Ignores the results and
+// leaves everything staged: applying twice sends twice.
 
 #include <nettypes/ipv4_addr.h>
 
@@ -12,7 +12,7 @@
 
 namespace {
 
-// What every UpdateInterface says of the direction.
+// The direction in every UpdateInterface.
 constexpr int kDirection = 2;
 
 }  // namespace
@@ -20,7 +20,7 @@ constexpr int kDirection = 2;
 void SFlowConfigHandler::ApplyCommitConfig()
 {
     SFLOW_LOG(m_category, kSource, kLogStep, "Entry Point");
-    // Collectors exist at the service before an interface refers to them ...
+    // A collector is added before an interface refers to it.
     for (const auto& [name, collector] : m_collectors) {
         if (!collector.send) continue;
         SFLOW_LOG(m_category, kSource, kLogStep, "Send collector %s (svc: %p)", name.c_str(),
@@ -41,7 +41,7 @@ void SFlowConfigHandler::ApplyCommitConfig()
                               name.c_str());
                     m_service->UnsetInterface(name);
                 }
-                continue;  // the unset stands for the removals
+                continue;  // UnsetInterface removes its collectors too
             }
             if (interface.update) {
                 SFLOW_LOG(m_category, kSource, kLogStep, "Update interface %s", name.c_str());
@@ -60,7 +60,7 @@ void SFlowConfigHandler::ApplyCommitConfig()
             m_service->RemoveCounterCollector(name, collector);
         }
     }
-    // ... and go only after every interface has let go of them.
+    // A collector is deleted after every interface has been detached from it.
     for (const std::string& collector : m_deletedCollectors) {
         SFLOW_LOG(m_category, kSource, kLogStep, "Delete  collector %s", collector.c_str());
         m_service->DeleteCollector(collector);

@@ -23,7 +23,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfgAgent(int sock)
 {
     SFLOW_LOG(m_category, kSource, kLogStep, "Entry Point");
     confd_value_t v;
-    CONFD_SET_NOEXISTS(&v);  // released below, whether anything was read or not
+    CONFD_SET_NOEXISTS(&v);  // released below, even if nothing was read
     std::uint32_t word = 0;
     if (cdb_get(sock, &v, "%s/agent/ipv4", kSFlowPath) == CONFD_OK) {
         word = CONFD_GET_IPV4(&v).s_addr;
@@ -107,7 +107,7 @@ confd_iter_ret SFlowConfigHandler::HandleCfgInterfaceCollector(std::string inter
         collector_st collector;
         if (!GetCollector(session.Socket(), collectorName, collector))
             EndWithFault(__func__, kSource, __LINE__, EFaultText::Empty);
-        // A disabled collector is not attached; a detachment is staged whatever it is.
+        // A disabled collector is not attached; a detachment is staged in any case.
         if (!collector.enabled) return ITER_CONTINUE;
         SFLOW_LOG(m_category, kSource, kLogStep, "Add interface %s collector %s", interfaceName.c_str(),
                   collectorName.c_str());

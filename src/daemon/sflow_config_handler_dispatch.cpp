@@ -27,8 +27,8 @@ int TagPosition(const confd_hkeypath_t& kp)
 
 }  // namespace
 
-// Positions are counted from the changed node, wherever its tag stands. Values are taken in this
-// function itself, so that a failed assertion names it.
+// Positions are counted from the changed node. Values are taken in this function itself, so that a failed
+// assertion names it.
 confd_iter_ret SFlowConfigHandler::HandleCfg(confd_hkeypath_t* kp, confd_iter_op op,
                                              confd_value_t* /*old_value*/, confd_value_t* new_value)
 {

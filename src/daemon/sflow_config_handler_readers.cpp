@@ -49,7 +49,7 @@ void SFlowConfigHandler::GetCollectors(int sock)
     }
 }
 
-// The path with the collector's name in it is the format: a collector's name has no "%" in the schema.
+// The path with the collector's name in it is the format: the schema allows no "%" in a collector's name.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
@@ -112,7 +112,7 @@ bool SFlowConfigHandler::GetInterfaces(int sock, bool applyAll, std::string chan
         interfaceName = Text(CONFD_GET_BUFPTR(&v[i]));
         confd_free_value(&v[i]);
         interface_st& interface = m_interfaces[interfaceName];
-        // Cleared even if this commit has set it: the leaves that changed are delivered next.
+        // Cleared even if this commit has set it: the changed leaves are delivered next and set it again.
         interface.update = false;
         interface.rate = CONFD_GET_UINT32(&v[i + 1]);
         interface.max_header_size = CONFD_GET_UINT16(&v[i + 3]);
@@ -156,7 +156,7 @@ void SFlowConfigHandler::GetInterfaceCollectors(int sock, ECollector kind, bool 
             EndWithFault(__func__, kSource, __LINE__, EFaultText::ConfdError);
         const bool changed = name == changedCollector;
         if (collector.enabled) {
-            // "idx" is the kind: the place in the list has no meaning.
+            // "idx" is the kind, not the position in the list.
             SFLOW_LOG(m_category, kSource, kLogStep, "Add collector %s (idx = %d) to interface %s",
                       name.c_str(), static_cast<int>(kind), interfaceName.c_str());
             m_interfaces[interfaceName].collectors[kind][name] = applyAll || changed;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // How the daemon reports: log lines into a zlog category, and faults that end the process.
 //
-// Not a log of its own: zlog decides what is written. Used by every unit of the daemon.
+// zlog decides which lines are written. Used by every unit of the daemon.
 
 #ifndef DAEMON_SFLOW_REPORT_H
 #define DAEMON_SFLOW_REPORT_H
@@ -13,7 +13,7 @@ constexpr int kLogStep = 10;    // entry and step messages
 constexpr int kLogDetail = 11;  // data detail
 constexpr int kLogNotice = 12;  // life cycle and warnings
 
-// One line from the calling function. `source` is the unit's name, a character array; a format and
+// Logs one line from the calling function. `source` is the unit's name, a character array; a format and
 // its arguments follow. A macro because function and line are the caller's, and so that the
 // compiler checks the format against its arguments.
 #define SFLOW_LOG(category, source, level, ...)                                                       \
@@ -23,7 +23,7 @@ constexpr int kLogNotice = 12;  // life cycle and warnings
 // The size of a fault's text with its terminator.
 constexpr unsigned kFaultTextSize = 350;
 
-// What a fault's text says.
+// The text of a fault.
 enum class EFaultText {
     Empty,
     ConfdError  // the text of confd_lasterr(), cut to fit

@@ -28,7 +28,8 @@ public:
         // Accepts a change of an entry's leaf as it is.
         int SetElemCallback(confd_trans_ctx* trans, confd_hkeypath_t* keypath, confd_value_t* value) override;
 
-        // Writes the default of the entry just created. A refused write ends the process.
+        // Writes the default of the entry just created. Ends the process with a fault if the write is
+        // refused.
         int CreateCallback(confd_trans_ctx* trans, confd_hkeypath_t* keypath) override;
 
         // Accepts the removal of an entry as it is.
@@ -41,7 +42,7 @@ public:
     };
 
 private:
-    std::vector<qxconfd::DataHandler::Callpoint*> m_callpoints;  // the address of m_setRate, no more
+    std::vector<qxconfd::DataHandler::Callpoint*> m_callpoints;  // holds the address of m_setRate only
     SetRateCallpoint m_setRate;
 };
 

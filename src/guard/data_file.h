@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "guard/file_problem.h"
 #include "guard/limits.h"
 #include "guard/schema_index.h"
 
@@ -19,11 +20,6 @@ enum class Format { kXml, kJson };
 
 /// By the first character that is not blank; nullopt if the text is neither.
 std::optional<Format> FormatOf(std::string_view text);
-
-struct FileProblem {
-    std::size_t offset = 0;  // in bytes, where the check stopped
-    std::string text;        // what is wrong and where in the data, without the place in the text
-};
 
 /// What is wrong with the text, which holds the data of one or more modules as RFC 7951 JSON or as XML;
 /// nullopt if nothing. A syntax error comes first: what seems unknown may only be its consequence.

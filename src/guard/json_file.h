@@ -9,7 +9,9 @@
 #include <string_view>
 
 #include "cdb/model/error.h"
-#include "guard/data_file.h"
+#include "guard/file_problem.h"
+#include "guard/limits.h"
+#include "guard/schema_index.h"
 
 namespace guard {
 

@@ -21,7 +21,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kDrainTime{10};
 
 /// A peer that the kernel does not name: no user and no group has this number.
-const PeerCredentials kNobody{0, static_cast<std::uint32_t>(-1), static_cast<std::uint32_t>(-1), {}};
+const PeerCredentials kUnknownPeer{0, static_cast<std::uint32_t>(-1), static_cast<std::uint32_t>(-1), {}};
 
 }  // namespace
 
@@ -29,7 +29,7 @@ class Channel::Impl {
 public:
     explicit Impl(Socket connected)
         : m_socket(std::move(connected)),
-          m_peer(PeerOf(m_socket.native_handle()).value_or(kNobody)),
+          m_peer(PeerOf(m_socket.native_handle()).value_or(kUnknownPeer)),
           m_drainTimer(m_socket.get_executor())
     {
     }

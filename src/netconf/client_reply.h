@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The <rpc-reply> to a request, and how it is read.
+// An <rpc-reply>, and its reader, which client.cpp uses.
 
 #ifndef NETCONF_CLIENT_REPLY_H
 #define NETCONF_CLIENT_REPLY_H

@@ -60,7 +60,7 @@ std::string CallText(const ClientMessage& message)
     }
 }
 
-/// Replaces what the store in `directory` holds by the JSON; false when it is not taken.
+/// Replaces what the store in `directory` holds by the JSON; false if it is not taken.
 bool Replace(const std::filesystem::path& directory, const cdb::Schema& schema, const std::string& json)
 {
     const auto store = cdb::Store::Open(directory);

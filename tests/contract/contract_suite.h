@@ -54,7 +54,7 @@ public:
     /// `AddCollector("c1", "192.0.2.1", 6343, 1400)`.
     virtual std::vector<std::string> Received() = 0;
 
-    /// Turns the loop until the condition holds; false when it does not within a few seconds.
+    /// Turns the loop until the condition holds; false if it does not within a few seconds.
     virtual bool RunUntil(const std::function<bool()>& condition) = 0;
 
     /// Turns the loop until nothing is left to do that is under way now.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The configuration database in memory: data, sessions and reads. A test can make any call fail and
-// any leaf deliver a value of any type. Knows nothing of the C functions (fake_confd.cpp).
+// any leaf deliver a value of any type. Does not know the C functions (fake_confd.cpp).
 
 #ifndef FAKES_FAKE_CDB_H
 #define FAKES_FAKE_CDB_H

@@ -91,7 +91,7 @@ Value FromConfd(const confd_value_t& value)
     }
 }
 
-// One read: its session's data and the place that its path names; data is null when the call is to
+// One read: its session's data and the place that its path names; data is null if the call is to
 // return `result` at once.
 struct Read {
     const fakes::Data* data = nullptr;

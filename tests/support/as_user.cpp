@@ -42,7 +42,7 @@ int AsUser(const Identity& identity, const std::function<int()>& function)
             std::cerr << error.what() << std::endl;
             result = kThrew;
         }
-        ::_exit(result);  // nothing of the test is to be torn down twice
+        ::_exit(result);  // the parent tears the test down
     }
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
@@ -63,7 +63,7 @@ ActingAs::~ActingAs()
 {
     if (::seteuid(m_before.uid) != 0 || ::setegid(m_before.gid) != 0 ||
         ::setgroups(m_before.groups.size(), m_before.groups.data()) != 0)
-        std::abort();  // as another user the test would fail in ways that say nothing
+        std::abort();  // the test would go on as another user and fail for that reason
 }
 
 int ConnectAs(const Identity& identity, const char* socket)

@@ -17,12 +17,12 @@ struct Identity {
     std::vector<gid_t> groups{};  // supplementary
 };
 
-/// Runs the function in a child that has become the user, and returns what it returns (0 to 99); 101 where
-/// the child could not become the user, 102 where the function threw. Throws std::system_error where there is
+/// Runs the function in a child that has become the user, and returns what it returns (0 to 99); 101 if
+/// the child could not become the user, 102 if the function threw. Throws std::system_error if there is
 /// no child.
 int AsUser(const Identity& identity, const std::function<int()>& function);
 
-/// Makes this process the user, as far as connections and files go, until the object goes.
+/// Makes this process the user for connections and files while the object lives.
 class ActingAs {
 public:
     explicit ActingAs(const Identity& identity);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Something that hangs until the test lets go, as a request does while the kernel is busy with others.
+// A call that blocks until the test opens it, as a request does while the kernel is busy with others.
 
 #ifndef TESTS_SUPPORT_BARRIER_H
 #define TESTS_SUPPORT_BARRIER_H
@@ -26,7 +26,7 @@ public:
         ::close(m_ends[0]);
     }
 
-    /// Returns when somebody has let go, for ever after.
+    /// Returns when the barrier has been opened; from then on at once.
     void Wait() const
     {
         char nothing = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A UDP socket that collectors of the tests and measurements receive by: bound, with room for a second of
-// everything, and one datagram after the other. It knows nothing of what is in them, and does not wait by
+// everything, and one datagram after the other. It does not look into them, and does not wait by
 // itself.
 
 #ifndef TESTS_SUPPORT_DATAGRAM_SOCKET_H
@@ -40,7 +40,7 @@ public:
 
     [[nodiscard]] std::uint16_t Port() const { return m_port; }
 
-    /// The next datagram; nothing where none is there. Throws std::system_error.
+    /// The next datagram; nullopt if there is none. Throws std::system_error.
     std::optional<Received> Receive();
     /// Returns when there is one, or when the time is over.
     void AwaitDatagram(std::chrono::milliseconds within) const;

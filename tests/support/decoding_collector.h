@@ -65,7 +65,7 @@ public:
     std::vector<DecodedCounters> AwaitCounters(std::size_t count);
 
     /// Waits until none of them has heard anything for `quiet`, which is longer than a sample waits anywhere,
-    /// as long as there is no polling. Throws TimedOut.
+    /// while there is no polling. Throws TimedOut.
     static void AwaitQuiet(const std::vector<const DecodingCollector*>& collectors,
                            std::chrono::milliseconds quiet = std::chrono::milliseconds(200));
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Numbers drawn from a seed, the same on every machine.
+// Random numbers from a seed, the same on every machine.
 
 #ifndef SUPPORT_DICE_H
 #define SUPPORT_DICE_H

@@ -16,7 +16,7 @@
 
 namespace support {
 
-/// Empty where a process can live without any file to open, else why not: for GTEST_SKIP.
+/// Empty if a process can live without any file to open, else why not: for GTEST_SKIP.
 inline const char* WhyNotWithoutFiles()
 {
 #ifdef __SANITIZE_ADDRESS__
@@ -36,7 +36,7 @@ inline std::size_t OpenFiles()
     return count - 3;  // without ".", ".." and the directory itself
 }
 
-/// As long as it lives, the process can open so many files more and no further one.
+/// While it lives, the process can open so many files more and no further one.
 class FewFiles {
 public:
     explicit FewFiles(rlim_t more)

@@ -31,13 +31,13 @@ public:
 
     void Send(const google::protobuf::MessageLite& message);
 
-    /// Bytes as they are. False when the other side has gone before it took them all.
+    /// Bytes as they are. False if the other side has gone before it took them all.
     bool SendBytes(std::string_view bytes);
 
     /// The next frame; false at the connection's end. Throws TimedOut.
     bool Receive(google::protobuf::MessageLite& message);
 
-    /// Reads and drops until the other side ends the connection; false when it does not in time.
+    /// Reads and drops until the other side ends the connection; false if it does not in time.
     bool AwaitEnd(std::chrono::milliseconds within = kPatience);
 
 private:
@@ -46,7 +46,7 @@ private:
     int m_descriptor = -1;
 };
 
-/// Where a Unix socket is. Throws std::runtime_error where the path is too long for one.
+/// Where a Unix socket is. Throws std::runtime_error if the path is too long for one.
 sockaddr_un UnixAddress(const std::filesystem::path& socket);
 
 /// The 4 bytes before a frame's content.

@@ -19,7 +19,7 @@
 namespace support {
 namespace {
 
-/// The smallest program that could be attached: it passes everything on. Negative where none is allowed.
+/// The smallest program that could be attached: it passes everything on. Negative if none is allowed.
 int LoadProgram()
 {
     std::array<bpf_insn, 2> program{};

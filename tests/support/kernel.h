@@ -19,7 +19,7 @@ struct KernelCounters {
     std::uint64_t txBytes = 0, txPackets = 0, txErrors = 0, txDropped = 0;
 };
 
-/// Throws std::runtime_error where there is no such interface.
+/// Throws std::runtime_error if there is no such interface.
 KernelCounters CountersOf(const std::string& device);
 /// Packets that have entered by it.
 inline std::uint64_t Received(const std::string& device) { return CountersOf(device).rxPackets; }
@@ -29,7 +29,7 @@ int ProgramsAtTcx(std::uint32_t ifIndex);
 /// Packet sockets bound to the interface, one line of the kernel's each.
 std::string PacketSocketsAt(std::uint32_t ifIndex);
 
-/// Empty where a source of packets ("ebpf-tcx", "ebpf-clsact", "packet-socket") is allowed, else why not: for
+/// Empty if a source of packets ("ebpf-tcx", "ebpf-clsact", "packet-socket") is allowed, else why not: for
 /// GTEST_SKIP. Asks the kernel, not the manager, so that what fails in the manager is no reason to skip.
 std::string WhyNotSource(const std::string& source);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A real sflow-mgr as a process, in a directory and on sockets that nobody else has. For tests that are its
+// A real sflow-mgr as a process, in a directory and on sockets of its own. For tests that are its
 // client themselves, and for measurements; the whole switch is world.h.
 
 #ifndef TESTS_SUPPORT_MANAGER_PROCESS_H
@@ -23,7 +23,7 @@ struct ManagerOptions {
 
 class ManagerProcess : public Process {
 public:
-    /// Returns when it listens. Throws with what it said where it has ended. One after the other may have the
+    /// Returns when it listens. Throws with what it said if it has ended. One after the other may have the
     /// same directory, and their logs are then in one file.
     ManagerProcess(const std::filesystem::path& directory, const ManagerOptions& options);
 

@@ -13,7 +13,7 @@ namespace support {
 
 class Metrics {
 public:
-    /// Asks 127.0.0.1 at the port. Throws std::runtime_error where there is no whole answer within 10 s.
+    /// Asks 127.0.0.1 at the port. Throws std::runtime_error if there is no whole answer within 10 s.
     static Metrics Fetch(std::uint16_t port);
     /// Of the text alone. Throws std::runtime_error for a line that is none of the format.
     explicit Metrics(const std::string& text);

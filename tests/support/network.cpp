@@ -250,7 +250,7 @@ Network::Host::Host()
         } catch (const std::exception&) {
         }
         (void)!::write(ready[1], &byte, 1);
-        (void)!::read(end[0], &byte, 1);  // until the test lets go of it
+        (void)!::read(end[0], &byte, 1);  // until the test closes it
         ::_exit(0);
     }
     ::close(ready[1]);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A network of a test's own: a fresh network namespace that the test's process moves into, with veth
 // pairs, and frames put on them byte by byte. It goes with the process. Needs root, or a kernel that
-// gives user namespaces to everybody.
+// gives user namespaces to all users.
 
 #ifndef TESTS_SUPPORT_NETWORK_H
 #define TESTS_SUPPORT_NETWORK_H
@@ -22,20 +22,20 @@ class Network {
 public:
     /// Moves the process (which has one thread yet) into a new namespace with loopback up, without IPv6
     /// autoconfiguration, so that nothing sends but the test, and with bridged frames kept from the firewall.
-    /// Throws std::runtime_error with the reason where that is not allowed.
+    /// Throws std::runtime_error with the reason if that is not allowed.
     Network();
     Network(const Network&) = delete;
     Network& operator=(const Network&) = delete;
     ~Network();
 
-    /// Empty where Network can be made, else why not: for GTEST_SKIP.
+    /// Empty if Network can be made, else why not: for GTEST_SKIP.
     static std::string WhyNot();
 
     /// Lines for `ip -batch`, such as "link add br0 type bridge". Throws with its message.
     static void Ip(const std::string& lines);
     /// Likewise for `bridge -batch`.
     static void Bridge(const std::string& lines);
-    /// Runs a program and returns its standard output; throws with its standard error where it fails.
+    /// Runs a program and returns its standard output; throws with its standard error if it fails.
     static std::string Run(const std::vector<std::string>& arguments);
 
     /// A pair of virtual Ethernet interfaces, both up: what is sent on one enters by the other.
@@ -48,7 +48,7 @@ public:
 
     static std::uint32_t Index(const std::string& device);
 
-    /// Another namespace, alive as long as the result, for hosts: its process id can be given to
+    /// Another namespace, alive while the result is, for hosts: its process id can be given to
     /// `ip link set DEVICE netns PID`, and RunIn runs a program in it.
     class Host {
     public:
@@ -111,7 +111,7 @@ struct FrameOptions {
 
 /// An Ethernet frame with IPv4 or IPv6 (by the addresses' form) and UDP, checksums right for IPv4.
 Bytes UdpFrame(const FrameOptions& options);
-/// The number in an untagged frame that UdpFrame has made, or in its beginning; 0 where there is none.
+/// The number in an untagged frame that UdpFrame has made, or in its beginning; 0 if there is none.
 std::uint64_t NumberOf(std::span<const std::byte> frame);
 /// Any EtherType; the payload is a pattern.
 Bytes EthernetFrame(std::uint8_t from, std::uint8_t to, std::uint16_t etherType, std::size_t size);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The tests' own networks: what the kernel's tests stand on.
+// The networks that other tests use.
 
 #include "support/network.h"
 

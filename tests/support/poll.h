@@ -21,7 +21,7 @@ public:
 /// Far beyond what anything here takes, sanitizers and a loaded machine included.
 inline constexpr std::chrono::seconds kPatience{30};
 
-/// Calls the condition until it is true; false when the time is over.
+/// Calls the condition until it is true; false if the time is over.
 template <typename Condition>
 [[nodiscard]] bool Becomes(Condition&& condition, std::chrono::milliseconds within = kPatience)
 {

@@ -71,7 +71,7 @@ struct RunResult {
 RunResult Run(const std::filesystem::path& scratch, const std::vector<std::string>& argv,
               const std::map<std::string, std::string>& environment = {}, const std::string& input = {});
 
-/// The whole file; empty when there is none.
+/// The whole file; empty if there is none.
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, const std::string& text);
 

@@ -10,7 +10,7 @@
 
 namespace support {
 
-/// False when it does not hold within 20 s.
+/// False if it does not hold within 20 s.
 template <typename Condition>
 [[nodiscard]] bool RunUntil(boost::asio::io_context& loop, Condition&& condition)
 {

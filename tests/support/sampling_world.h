@@ -2,7 +2,7 @@
 // A small switch of a test's own, with a real sflow-mgr on it: a network namespace with a bridge "br0", its
 // ports "p1" and "p2" and the hosts' ends of their cables "h1" and "h2", whose hosts have the MAC addresses
 // Mac(1) and Mac(2) (network.h). The test is the sFlow service's client. Nothing but the test sends there.
-// Knows nothing of GoogleTest.
+// Does not use GoogleTest.
 
 #ifndef TESTS_SUPPORT_SAMPLING_WORLD_H
 #define TESTS_SUPPORT_SAMPLING_WORLD_H

@@ -15,7 +15,7 @@ namespace support {
 
 class ServiceClient {
 public:
-    /// Connects and opens the session. Throws std::runtime_error, with the manager's reason where it
+    /// Connects and opens the session. Throws std::runtime_error, with the manager's reason if it
     /// refuses.
     explicit ServiceClient(const std::filesystem::path& socket);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A switch of the test's own: cdbd, sflow-mgr and sflow-app as real processes on directories and
-// sockets that nobody else has. Not a fixture: knows nothing of GoogleTest, so that the measurements
+// sockets of its own. Not a fixture: does not use GoogleTest, so that the measurements
 // use it too.
 
 #ifndef SUPPORT_WORLD_H
@@ -73,7 +73,7 @@ public:
 
     /// Runs `swcli -c COMMANDS`.
     RunResult Cli(const std::string& commands);
-    /// The same, but throws with its errors where the status is not 0; returns standard output.
+    /// The same, but throws with its errors if the status is not 0; returns standard output.
     std::string CliDone(const std::string& commands);
 
     /// Any program of the build or the system, with the World's environment.
@@ -101,7 +101,7 @@ private:
     std::unique_ptr<Process> m_daemon;
 };
 
-/// Whether somebody listens on the Unix socket.
+/// Whether a process listens on the Unix socket.
 bool Accepts(const std::filesystem::path& socket);
 
 }  // namespace support

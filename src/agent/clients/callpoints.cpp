@@ -8,7 +8,6 @@
 #include <utility>
 
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include "base/text.h"
 #include "cdb/model/value_message.h"
@@ -16,7 +15,7 @@
 namespace agent {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Time = std::chrono::steady_clock::time_point;
 using ipc::cdb::ClientMessage;
 
 /// Bytes that may wait in a holder's connection before the next request is made.
@@ -38,11 +37,11 @@ cdb::Error Failure(const cdb::NewEntry& entry, const cdb::SchemaTable& schema, c
 class PendingRequest final : public Callpoints::PendingRequest,
                              public std::enable_shared_from_this<PendingRequest> {
 public:
-    PendingRequest(boost::asio::io_context& loop, const cdb::SchemaTable& schema, Callpoints::Limits limits,
-                   std::uint32_t transaction, std::vector<cdb::NewEntry> entries,
+    PendingRequest(boost::asio::io_context& loop, base::Timers& timers, const cdb::SchemaTable& schema,
+                   Callpoints::Limits limits, std::uint32_t transaction, std::vector<cdb::NewEntry> entries,
                    std::function<void(Callpoints::Result)> done)
         : m_loop(loop),
-          m_timer(loop),
+          m_timers(timers),
           m_schema(schema),
           m_limits(limits),
           m_transaction(transaction),
@@ -57,7 +56,7 @@ public:
     void Run(std::map<std::string, ClientPtr> holders)
     {
         m_holders = std::move(holders);
-        m_begin = Clock::now();
+        m_begin = m_timers.Now();
         m_progress = m_begin;
         Pump();
         if (m_done) Watch();
@@ -67,14 +66,14 @@ public:
     {
         if (!m_done) return;
         ForgetAll();
-        m_timer.cancel();
+        m_timer.reset();
         m_done = nullptr;
     }
 
 private:
     void Pump();
     void ForgetAll();
-    [[nodiscard]] Clock::time_point Deadline() const;
+    [[nodiscard]] Time Deadline() const;
     [[nodiscard]] ipc::cdb::ServerMessage MakeRequest(std::size_t index, std::uint64_t number) const;
     void Take(std::size_t index, const ClientMessage* message);
     std::optional<std::string> TakeWrites(std::size_t index, const ipc::cdb::CallpointReply& reply);
@@ -83,7 +82,8 @@ private:
     void Finish(Callpoints::Result result);
 
     boost::asio::io_context& m_loop;
-    boost::asio::steady_timer m_timer;
+    base::Timers& m_timers;
+    std::shared_ptr<void> m_timer;
     const cdb::SchemaTable& m_schema;
     Callpoints::Limits m_limits;
     std::uint32_t m_transaction;
@@ -96,8 +96,8 @@ private:
     std::size_t m_next = 0;
     std::size_t m_answered = 0;
     bool m_goesOn = false;  // the next requests are made in the next turn of the loop
-    Clock::time_point m_begin;
-    Clock::time_point m_progress;
+    Time m_begin;
+    Time m_progress;
 };
 
 void PendingRequest::Pump()
@@ -153,7 +153,7 @@ void PendingRequest::Take(std::size_t index, const ClientMessage* message)
                                " answers with a write that can't be made: " + base::Presentable(*problem));
     m_isAnswered[index] = true;
     ++m_answered;
-    m_progress = Clock::now();
+    m_progress = m_timers.Now();
     if (m_answered < m_entries.size()) return Pump();
     std::vector<cdb::LeafWrite> writes;
     for (auto& each : m_writes)
@@ -174,17 +174,17 @@ std::optional<std::string> PendingRequest::TakeWrites(std::size_t index,
     return std::nullopt;
 }
 
-Clock::time_point PendingRequest::Deadline() const
+Time PendingRequest::Deadline() const
 {
     return std::min(m_progress + m_limits.progress, m_begin + m_limits.total);
 }
 
 void PendingRequest::Watch()
 {
-    m_timer.expires_at(Deadline());
-    m_timer.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
-        if (error || !self->m_done) return;
-        if (Clock::now() < self->Deadline()) return self->Watch();
+    m_timer = m_timers.At(Deadline(), [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self || !self->m_done) return;
+        if (self->m_timers.Now() < self->Deadline()) return self->Watch();
         std::size_t missing = 0;
         while (self->m_isAnswered[missing]) ++missing;
         const bool isStuck =
@@ -212,15 +212,15 @@ void PendingRequest::Fail(std::size_t index, const std::string& why)
 
 void PendingRequest::Finish(Callpoints::Result result)
 {
-    m_timer.cancel();
+    m_timer.reset();
     std::exchange(m_done, nullptr)(std::move(result));
 }
 
 }  // namespace
 
-Callpoints::Callpoints(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
-                       Limits limits)
-    : m_loop(loop), m_schema(schema), m_clients(clients), m_limits(limits)
+Callpoints::Callpoints(boost::asio::io_context& loop, base::Timers& timers, const cdb::SchemaTable& schema,
+                       const Clients& clients, Limits limits)
+    : m_loop(loop), m_timers(timers), m_schema(schema), m_clients(clients), m_limits(limits)
 {
 }
 
@@ -240,7 +240,7 @@ Callpoints::PendingRequestPtr Callpoints::Ask(std::vector<cdb::NewEntry> entries
         return nullptr;
     }
     const auto pending = std::make_shared<agent::PendingRequest>(
-        m_loop, m_schema, m_limits, ++m_lastTransaction, std::move(entries), std::move(done));
+        m_loop, m_timers, m_schema, m_limits, ++m_lastTransaction, std::move(entries), std::move(done));
     pending->Run(std::move(holders));
     return pending;
 }

@@ -14,7 +14,9 @@
 #include <boost/asio/io_context.hpp>
 
 #include "agent/clients/clients.h"
-#include "cdb/datastore/datastore.h"
+#include "base/timers.h"
+#include "cdb/datastore/edit_records.h"
+#include "cdb/model/error.h"
 
 namespace agent {
 
@@ -27,8 +29,8 @@ public:
         std::chrono::milliseconds total{30'000};    // for all questions of one edit
     };
     /// All references must outlive this.
-    Callpoints(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
-               Limits limits);
+    Callpoints(boost::asio::io_context& loop, base::Timers& timers, const cdb::SchemaTable& schema,
+               const Clients& clients, Limits limits);
 
     /// The inquiry under way.
     class PendingRequest {
@@ -45,6 +47,7 @@ public:
 
 private:
     boost::asio::io_context& m_loop;
+    base::Timers& m_timers;
     const cdb::SchemaTable& m_schema;
     const Clients& m_clients;
     Limits m_limits;

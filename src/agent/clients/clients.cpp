@@ -90,7 +90,7 @@ std::optional<Refusal> Clients::CheckRole(const Client& client, ipc::Role role)
     return why ? std::optional(Refusal{*why, 0}) : std::nullopt;
 }
 
-std::vector<ClientPtr> Clients::Known() const
+std::vector<ClientPtr> Clients::Greeted() const
 {
     std::vector<ClientPtr> known;
     for (const ClientPtr& client : m_clients)

@@ -43,7 +43,7 @@ public:
     void DisconnectAll(const std::string& reason);
 
     /// The clients that have said hello, in the order in which they connected.
-    [[nodiscard]] std::vector<ClientPtr> Known() const;
+    [[nodiscard]] std::vector<ClientPtr> Greeted() const;
     /// The clients that are ready, in the same order.
     [[nodiscard]] std::vector<ClientPtr> Ready() const;
     /// The ready client that serves the callpoint; null if there is none.

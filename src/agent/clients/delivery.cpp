@@ -50,12 +50,12 @@ std::string NoSubscriber(const Clients& clients, std::uint64_t commit)
            "; it takes effect when the process that does, such as sflow-app, connects";
 }
 
-class DeliveryRound : public std::enable_shared_from_this<DeliveryRound> {
+class PendingDelivery : public std::enable_shared_from_this<PendingDelivery> {
 public:
-    DeliveryRound(boost::asio::io_context& loop, std::chrono::milliseconds timeout,
-                  std::vector<Recipient> recipients, const WrittenChanges& written,
-                  std::function<void(const std::vector<std::string>&)> done)
-        : m_loop(loop),
+    PendingDelivery(base::Timers& timers, std::chrono::milliseconds timeout,
+                    std::vector<Recipient> recipients, const WrittenChanges& written,
+                    std::function<void(const std::vector<std::string>&)> done)
+        : m_timers(timers),
           m_timeout(timeout),
           m_recipients(std::move(recipients)),
           m_commit(written.changes.commit),
@@ -73,7 +73,7 @@ public:
         points.Assign(recipient.points.begin(), recipient.points.end());
         recipient.client->SetApplying(true);
         RequestAll(
-            m_loop, {recipient.client},
+            m_timers, {recipient.client},
             [this](Client&) {
                 OutgoingRequest outgoing{{ipc::cdb::ClientMessage::kChangeSetAck, m_commit}};
                 outgoing.written = m_message;
@@ -102,7 +102,7 @@ private:
         if (late) answer.client->Disconnect("it did not acknowledge a commit in time");
     }
 
-    boost::asio::io_context& m_loop;
+    base::Timers& m_timers;
     std::chrono::milliseconds m_timeout;
     std::vector<Recipient> m_recipients;
     std::uint64_t m_commit;
@@ -123,9 +123,9 @@ WrittenChanges WriteOut(cdb::ChangeSet changes)
     return {std::move(changes), message->SerializeAsString()};
 }
 
-Delivery::Delivery(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
+Delivery::Delivery(base::Timers& timers, const cdb::SchemaTable& schema, const Clients& clients,
                    std::chrono::milliseconds timeout)
-    : m_loop(loop), m_schema(schema), m_clients(clients), m_timeout(timeout)
+    : m_timers(timers), m_schema(schema), m_clients(clients), m_timeout(timeout)
 {
 }
 
@@ -134,7 +134,7 @@ void Delivery::Deliver(const WrittenChanges& written,
 {
     auto recipients = RecipientsOf(m_schema, m_clients, written.changes);
     if (recipients.empty()) return done({NoSubscriber(m_clients, written.changes.commit)});
-    std::make_shared<DeliveryRound>(m_loop, m_timeout, std::move(recipients), written, std::move(done))
+    std::make_shared<PendingDelivery>(m_timers, m_timeout, std::move(recipients), written, std::move(done))
         ->Next();
 }
 

@@ -13,9 +13,8 @@
 #include <string>
 #include <vector>
 
-#include <boost/asio/io_context.hpp>
-
 #include "agent/clients/clients.h"
+#include "base/timers.h"
 #include "cdb/model/change_set.h"
 
 namespace agent {
@@ -32,15 +31,16 @@ WrittenChanges WriteOut(cdb::ChangeSet changes);
 class Delivery {
 public:
     /// `timeout`: how long one subscriber may take. All references must outlive this.
-    Delivery(boost::asio::io_context& loop, const cdb::SchemaTable& schema, const Clients& clients,
+    Delivery(base::Timers& timers, const cdb::SchemaTable& schema, const Clients& clients,
              std::chrono::milliseconds timeout);
 
     /// Calls `done` once, with a text for each subscriber that has not acknowledged. If there is no
-    /// subscriber, calls it from inside Deliver, with one text. One delivery at a time.
+    /// subscriber, calls it from inside Deliver, with one text; also if all have gone. One delivery at a
+    /// time.
     void Deliver(const WrittenChanges& written, std::function<void(const std::vector<std::string>&)> done);
 
 private:
-    boost::asio::io_context& m_loop;
+    base::Timers& m_timers;
     const cdb::SchemaTable& m_schema;
     const Clients& m_clients;
     std::chrono::milliseconds m_timeout;

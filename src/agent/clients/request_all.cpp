@@ -4,20 +4,16 @@
 #include <memory>
 #include <utility>
 
-#include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
-
 namespace agent {
 namespace {
 
-class RequestRound : public std::enable_shared_from_this<RequestRound> {
+class PendingRequests : public std::enable_shared_from_this<PendingRequests> {
 public:
-    RequestRound(boost::asio::io_context& loop, std::function<void(const std::vector<Answer>&)> done)
-        : m_timer(loop), m_done(std::move(done))
+    explicit PendingRequests(std::function<void(const std::vector<Answer>&)> done) : m_done(std::move(done))
     {
     }
 
-    void Run(const std::vector<ClientPtr>& clients,
+    void Run(base::Timers& timers, const std::vector<ClientPtr>& clients,
              const std::function<OutgoingRequest(Client&)>& makeRequest, std::chrono::milliseconds timeout)
     {
         const auto self = shared_from_this();
@@ -31,9 +27,9 @@ public:
             m_answers.back().outcome = Outcome::kGone;
             --m_open;
         }
-        m_timer.expires_after(m_open == 0 ? std::chrono::milliseconds(0) : timeout);
-        m_timer.async_wait([self](const boost::system::error_code& error) {
-            if (!error) self->Finish();
+        if (m_open == 0) return Finish();
+        m_timer = timers.After(timeout, [weak = weak_from_this()] {
+            if (const auto late = weak.lock()) late->Finish();
         });
     }
 
@@ -49,13 +45,13 @@ private:
     void Finish()
     {
         if (!m_done) return;
-        m_timer.cancel();
+        m_timer.reset();
         for (std::size_t i = 0; i < m_answers.size(); ++i)
             if (m_answers[i].outcome == Outcome::kLate) m_answers[i].client->Forget(m_keys[i]);
         std::exchange(m_done, nullptr)(m_answers);
     }
 
-    boost::asio::steady_timer m_timer;
+    std::shared_ptr<void> m_timer;
     std::function<void(const std::vector<Answer>&)> m_done;
     std::vector<Answer> m_answers;
     std::vector<Client::AnswerKey> m_keys;
@@ -64,12 +60,12 @@ private:
 
 }  // namespace
 
-void RequestAll(boost::asio::io_context& loop, const std::vector<ClientPtr>& clients,
+void RequestAll(base::Timers& timers, const std::vector<ClientPtr>& clients,
                 const std::function<OutgoingRequest(Client& client)>& makeRequest,
                 std::chrono::milliseconds timeout,
                 std::function<void(const std::vector<Answer>& answers)> done)
 {
-    std::make_shared<RequestRound>(loop, std::move(done))->Run(clients, makeRequest, timeout);
+    std::make_shared<PendingRequests>(std::move(done))->Run(timers, clients, makeRequest, timeout);
 }
 
 }  // namespace agent

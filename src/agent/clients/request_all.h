@@ -10,9 +10,8 @@
 #include <optional>
 #include <vector>
 
-#include <boost/asio/io_context.hpp>
-
 #include "agent/clients/client.h"
+#include "base/timers.h"
 
 namespace agent {
 
@@ -36,9 +35,9 @@ struct Answer {
     ipc::cdb::ClientMessage message;  // if answered
 };
 
-/// Asks all clients at once. Calls `done` once, from the loop, when each has answered or gone, or the time is
-/// over; the answers are in the order of the clients.
-void RequestAll(boost::asio::io_context& loop, const std::vector<ClientPtr>& clients,
+/// Asks all clients at once. Calls `done` once, when each has answered or gone, or the time is over; from
+/// inside RequestAll if all have gone. The answers are in the order of the clients.
+void RequestAll(base::Timers& timers, const std::vector<ClientPtr>& clients,
                 const std::function<OutgoingRequest(Client& client)>& makeRequest,
                 std::chrono::milliseconds timeout,
                 std::function<void(const std::vector<Answer>& answers)> done);

@@ -5,14 +5,47 @@
 #ifndef AGENT_DATA_DATA_SOURCE_H
 #define AGENT_DATA_DATA_SOURCE_H
 
+#include <memory>
 #include <span>
 #include <string_view>
-
-#include "agent/data/function_ref.h"
+#include <type_traits>
+#include <utility>
 
 struct lysc_node;
 
 namespace agent {
+
+/// A reference to a callable, for callbacks that are called only before the function that takes them returns.
+/// Unlike std::function it never allocates and owns nothing.
+template <typename Signature>
+class FunctionRef;
+
+template <typename Result, typename... Arguments>
+class FunctionRef<Result(Arguments...)> {
+public:
+    /// `function` must outlive the last call.
+    template <typename Function>
+    requires(!std::is_same_v<std::remove_cvref_t<Function>, FunctionRef> &&
+             std::is_invocable_r_v<Result, Function&, Arguments...>)
+        FunctionRef(
+            Function&& function)  // NOLINT(google-explicit-constructor): lambdas are passed as they are
+        : m_object(const_cast<void*>(static_cast<const void*>(std::addressof(function)))),
+          m_call([](void* object, Arguments... arguments) -> Result {
+              return (*static_cast<std::add_pointer_t<std::remove_reference_t<Function>>>(object))(
+                  std::forward<Arguments>(arguments)...);
+          })
+    {
+    }
+
+    Result operator()(Arguments... arguments) const
+    {
+        return m_call(m_object, std::forward<Arguments>(arguments)...);
+    }
+
+private:
+    void* m_object;
+    Result (*m_call)(void*, Arguments...);
+};
 
 /// Views and handles are valid during the visit only. While a node is visited, the caller may ask for it and
 /// for what is below it, and for nothing above or beside it.

@@ -5,14 +5,23 @@
 #ifndef AGENT_DATA_DATA_WRITER_H
 #define AGENT_DATA_DATA_WRITER_H
 
+#include <functional>
+#include <span>
 #include <string>
 
 #include "agent/data/data_schema.h"
 #include "agent/data/data_source.h"
 #include "agent/data/filter_plan.h"
-#include "agent/data/read_access.h"
+
+struct lysc_node;
 
 namespace agent {
+
+/// Whether a node may be read. The writer asks before it reads a node, about the nodes above first. `keys`
+/// are those of all list entries on the way, the node's own included. A node that may not be read counts as
+/// missing, in the output and for a filter's content matches. An entry with a key that may not be read is
+/// left out. Null: everything may be read.
+using ReadAccess = std::function<bool(const lysc_node* node, std::span<const std::string> keys)>;
 
 /// Which leaves that have their default value are written (RFC 6243).
 enum class Defaults {

@@ -6,7 +6,6 @@
 #define AGENT_DATA_SUBTREE_FILTER_H
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace agent {
@@ -26,9 +25,6 @@ struct FilterNode {
 
 /// The children of <filter>; an empty one selects nothing.
 using SubtreeFilter = std::vector<FilterNode>;
-
-/// Whether the filter can select anything below the top-level node of this namespace and name.
-bool Concerns(const SubtreeFilter& filter, std::string_view ns, std::string_view name);
 
 }  // namespace agent
 

@@ -76,4 +76,22 @@ Tree ReadConfiguration(const cdb::Schema& schema, const std::filesystem::path& f
              std::string(last->msg) + (last->path != nullptr ? " (" + std::string(last->path) + ")" : ""));
 }
 
+std::vector<std::string> LoadInitialFile(const cdb::Schema& schema, const cdb::Store& store,
+                                         cdb::Datastore& datastore, const std::filesystem::path& file,
+                                         const std::string& user, std::int64_t nowUs)
+{
+    if (!store.Empty())
+        FailFile(file, "the store in " + store.Directory().string() +
+                           " has a configuration already; change it with swcli, or use another --state-dir");
+    const Tree content = ReadConfiguration(schema, file);
+    cdb::CommitInfo info;
+    info.user = user;
+    info.source = "init";
+    info.timeUs = nowUs;
+    std::vector<std::string> warnings;
+    const auto errors = datastore.Initialize(content.get(), info, warnings);
+    if (!errors.empty()) FailFile(file, TextOf(errors));
+    return warnings;
+}
+
 }  // namespace agent

@@ -8,15 +8,12 @@
 #include <utility>
 
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include "agent/data/errors.h"
 #include "log/log.h"
 
 namespace agent {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 /// An answer that is being made counts as one of so many parts of the room.
 constexpr std::size_t kParts = 4;
@@ -27,12 +24,12 @@ struct AnswerRoom::State : std::enable_shared_from_this<State> {
     struct Waiting {
         RequestPtr request;
         std::function<void()> begin;
-        Clock::time_point until;
+        std::chrono::steady_clock::time_point until;
     };
     class Place;
 
-    State(boost::asio::io_context& ioLoop, const Options& roomOptions)
-        : loop(ioLoop), options(roomOptions), timer(ioLoop)
+    State(boost::asio::io_context& ioLoop, base::Timers& allTimers, const Options& roomOptions)
+        : loop(ioLoop), timers(allTimers), options(roomOptions)
     {
     }
 
@@ -44,8 +41,9 @@ struct AnswerRoom::State : std::enable_shared_from_this<State> {
     void GiveBack(std::uint32_t uid, std::size_t bytes);
 
     boost::asio::io_context& loop;
+    base::Timers& timers;
     const Options options;
-    boost::asio::steady_timer timer;  // for the first that waits
+    std::shared_ptr<void> timer;  // for the first that waits
     std::list<Waiting> waiting;
     std::size_t taken = 0;
     std::map<std::uint32_t, std::size_t> takenBy;  // by user
@@ -123,18 +121,16 @@ void AnswerRoom::State::Admit()
 
 void AnswerRoom::State::AwaitFirst()
 {
-    timer.cancel();
+    timer.reset();
     if (waiting.empty()) return;
-    timer.expires_at(waiting.front().until);
-    timer.async_wait([weak = weak_from_this()](const boost::system::error_code& error) {
-        const auto self = weak.lock();
-        if (!error && self) self->Expire();
+    timer = timers.At(waiting.front().until, [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->Expire();
     });
 }
 
 void AnswerRoom::State::Expire()
 {
-    const auto now = Clock::now();
+    const auto now = timers.Now();
     while (!waiting.empty() && waiting.front().until <= now) {
         const RequestPtr request = std::move(waiting.front().request);
         waiting.pop_front();
@@ -162,20 +158,20 @@ void AnswerRoom::State::GiveBack(std::uint32_t uid, std::size_t bytes)
     });
 }
 
-AnswerRoom::AnswerRoom(boost::asio::io_context& loop, const Options& options)
-    : m_state(std::make_shared<State>(loop, options))
+AnswerRoom::AnswerRoom(boost::asio::io_context& loop, base::Timers& timers, const Options& options)
+    : m_state(std::make_shared<State>(loop, timers, options))
 {
 }
 
 AnswerRoom::~AnswerRoom()
 {
-    m_state->timer.cancel();
+    m_state->timer.reset();
     const auto given = std::exchange(m_state->waiting, {});
 }
 
 void AnswerRoom::Enter(const RequestPtr& request, std::function<void()> begin)
 {
-    m_state->waiting.push_back({request, std::move(begin), Clock::now() + m_state->options.wait});
+    m_state->waiting.push_back({request, std::move(begin), m_state->timers.Now() + m_state->options.wait});
     m_state->Admit();
 }
 

@@ -14,6 +14,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "agent/netconf/request.h"
+#include "base/timers.h"
 
 namespace agent {
 
@@ -28,8 +29,8 @@ public:
         /// clients that read nothing have lost their sessions by then.
         std::chrono::milliseconds wait{75'000};
     };
-    /// `loop` must outlive this.
-    AnswerRoom(boost::asio::io_context& loop, const Options& options);
+    /// `loop` and `timers` must outlive this.
+    AnswerRoom(boost::asio::io_context& loop, base::Timers& timers, const Options& options);
     /// Drops the requests that wait, which refuses them.
     ~AnswerRoom();
     AnswerRoom(const AnswerRoom&) = delete;

@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <boost/asio/io_context.hpp>
@@ -19,12 +20,13 @@
 #include "agent/data/data_schema.h"
 #include "agent/data/filter_plan.h"
 #include "agent/netconf/answer_room.h"
-#include "agent/netconf/backup.h"
 #include "agent/netconf/locks.h"
 #include "agent/netconf/request.h"
 #include "agent/netconf/serial_queue.h"
 #include "agent/netconf/workbench.h"
 #include "agent/state/state.h"
+#include "base/timers.h"
+#include "base/worker.h"
 #include "cdb/datastore/datastore.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
@@ -40,6 +42,7 @@ public:
     /// What the operations work on; all of it must outlive them.
     struct Services {
         boost::asio::io_context& loop;
+        base::Timers& timers;
         const cdb::Schema& schema;
         const cdb::Store& store;
         cdb::Datastore& datastore;
@@ -47,7 +50,6 @@ public:
         Callpoints& callpoints;
         Delivery& delivery;
         StateSource& state;
-        Backup& backup;
         Workbench& changes;                 // for all work on the candidate and all writes of the store
         Workbench& reads;                   // for long answers
         std::function<std::int64_t()> now;  // microseconds since the epoch
@@ -104,6 +106,8 @@ private:
     void HaTransition(const RequestPtr& request);
     void SflowResync(const RequestPtr& request);
     void MakeBackup(const RequestPtr& request);
+    void BackupMade(const RequestPtr& request, const std::string& file,
+                    const std::optional<cdb::Error>& error);
 
     /// Runs the work in the request's turn with the candidate, unless its session has ended by then.
     void InTurn(const RequestPtr& request, std::function<void(const SerialQueue::TicketPtr&)> work);
@@ -126,6 +130,8 @@ private:
     Asked m_asked;
     SerialQueue m_queue;    // for the candidate
     SerialQueue m_commits;  // a commit keeps its turn until its subscribers have acknowledged
+    std::unique_ptr<base::Worker> m_backupWorker;  // made for the first backup
+    std::shared_ptr<void> m_backup;                // under way
 };
 
 }  // namespace agent

@@ -214,7 +214,7 @@ void Operations::ReadConfig(const RequestPtr& request, const ReadingPtr& reading
     const auto write = [=, this](std::string& out) {
         if (ofRows) return WriteRunning(m_dataSchema, m_services.store, reading->options, out);
         const auto& datastore = m_services.datastore;
-        const auto rows = touchedOnly ? datastore.Touched(ofCandidate ? Which::kCandidate : Which::kRunning)
+        const auto rows = touchedOnly ? datastore.DirtyRows(ofCandidate ? Which::kCandidate : Which::kRunning)
                                       : datastore.Candidate();
         RowSource source(m_dataSchema, *rows);
         WriteData(m_dataSchema, source, reading->options, out);

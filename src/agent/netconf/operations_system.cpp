@@ -55,7 +55,7 @@ void Operations::HaTransition(const RequestPtr& request)
         }
         request->Ok(warnings);
     };
-    RequestAll(m_services.loop, m_services.clients.Ready(), ask, m_services.actionTimeout, take);
+    RequestAll(m_services.timers, m_services.clients.Ready(), ask, m_services.actionTimeout, take);
 }
 
 void Operations::SflowResync(const RequestPtr& request)
@@ -80,9 +80,32 @@ void Operations::SflowResync(const RequestPtr& request)
         if (!error.empty()) return refuse(request, answer.client->Name() + " refuses: " + error);
         request->Ok();
     };
-    RequestAll(m_services.loop, {manager}, ask, m_services.actionTimeout, take);
+    RequestAll(m_services.timers, {manager}, ask, m_services.actionTimeout, take);
 }
 
-void Operations::MakeBackup(const RequestPtr& request) { m_services.backup.Make(request); }
+/// Copies the store while it is served, beside the loop. One copy at a time.
+void Operations::MakeBackup(const RequestPtr& request)
+{
+    if (m_backup)
+        return request->Refuse(MakeError(Layer::kApplication, ErrorTag::kInUse,
+                                         "another backup is being made; try again later"));
+    if (!m_backupWorker) m_backupWorker = base::MakeWorker(m_services.loop);
+    const std::string file(ChildText(request->Operation(), "file"));
+    const auto error = std::make_shared<std::optional<cdb::Error>>();
+    m_backup = m_backupWorker->Do([copy = m_services.store.Backup(file), error] { *error = copy(); },
+                                  [this, request, file, error] { BackupMade(request, file, *error); });
+}
+
+void Operations::BackupMade(const RequestPtr& request, const std::string& file,
+                            const std::optional<cdb::Error>& error)
+{
+    m_backup.reset();
+    if (error) {
+        slog::Error("{}", error->message);
+        return request->Refuse(MakeError(Layer::kApplication, error->tag, error->message));
+    }
+    slog::Notice("{} has copied the store to {}", request->Who().user, file);
+    request->Ok();
+}
 
 }  // namespace agent

@@ -6,6 +6,7 @@
 #ifndef AGENT_NETCONF_SESSION_H
 #define AGENT_NETCONF_SESSION_H
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -14,7 +15,10 @@
 
 #include <boost/asio/local/stream_protocol.hpp>
 
+#include "base/timers.h"
+#include "netconf/framing.h"
 #include "netconf/hello.h"
+#include "netconf/names.h"
 
 namespace agent {
 
@@ -53,41 +57,65 @@ public:
     /// The longest hello that is taken from a client, in bytes.
     static constexpr std::size_t kMaxHello = std::size_t{64} << 10;
 
-    Session(Socket socket, Identity identity, netconf::Hello hello, SessionTimes times, Handlers handlers);
+    /// `timers` must outlive the session's connection.
+    Session(Socket socket, base::Timers& timers, Identity identity, netconf::Hello hello, SessionTimes times,
+            Handlers handlers);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
     /// How long a message after the client's hello may be. To be called before Start.
-    void SetMaxMessage(std::size_t bytes);
+    void SetMaxMessage(std::size_t bytes) { m_maxMessage = bytes; }
 
     /// Says hello and waits for the client's.
     void Start();
 
-    /// Instead of Start, for a client that gets no session: sends one message and closes.
-    void TurnAway(std::string message);
-
-    [[nodiscard]] const Identity& Who() const;
+    [[nodiscard]] const Identity& Who() const { return m_identity; }
     void SetAccess(std::shared_ptr<const AccessGrant> access);
 
-    [[nodiscard]] bool IsOpen() const;
+    [[nodiscard]] bool IsOpen() const { return m_open; }
 
     /// Whether the client knows base:1.1.
-    [[nodiscard]] bool SpeaksBase11() const;
+    [[nodiscard]] bool SpeaksBase11() const { return m_base11; }
 
     /// Sends an answer and goes on with the next request. `place` is released when the client has read the
     /// answer, or the connection has ended.
     void Send(std::string message, std::shared_ptr<AnswerPlace> place = nullptr);
 
-    /// Sends an answer and closes.
+    /// Sends an answer and closes. Instead of Start, it turns a client away.
     void Finish(std::string message);
 
     /// Closes at once.
     void Close(const std::string& reason);
 
 private:
-    class Impl;
-    std::unique_ptr<Impl> m_impl;
+    void Write(std::string message, bool last, std::shared_ptr<AnswerPlace> place = nullptr);
+    void Next();
+    void Receive();
+    void Handle(std::string message);
+    void TakeHello(const std::string& message);
+    void Limit(std::chrono::milliseconds time, std::string reason);
+    void AwaitWriting(bool last);
+
+    Socket m_socket;
+    base::Timers& m_timers;
+    std::shared_ptr<void> m_timer;
+    Identity m_identity;
+    netconf::Hello m_ours;
+    SessionTimes m_times;
+    Handlers m_handlers;
+    std::size_t m_maxMessage = netconf::kMaxMessage;
+    bool m_base11 = false;
+    bool m_open = true;
+    netconf::MessageReader m_reader{kMaxHello};
+    std::array<char, 65536> m_received;
+    netconf::Framing m_framing = netconf::Framing::kEndOfMessage;
+    bool m_greeted = false;  // the client has said hello
+    // The answer being written, and when the client last took some of it.
+    std::chrono::steady_clock::time_point m_taken;
+    std::string m_header;
+    std::string m_message;
+    std::shared_ptr<AnswerPlace> m_place;  // of that answer, in the room for answers
 };
 
 }  // namespace agent

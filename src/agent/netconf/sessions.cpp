@@ -5,7 +5,6 @@
 #include <variant>
 
 #include "agent/data/errors.h"
-#include "agent/netconf/capabilities.h"
 #include "agent/netconf/request.h"
 #include "base/user.h"
 #include "log/log.h"
@@ -22,11 +21,33 @@ constexpr std::size_t kMaxTurnedAway = 32;
 /// How many names of groups are remembered.
 constexpr std::size_t kMaxGroupNames = 1024;
 
+/// The protocol's capabilities that the agent serves, and the implemented modules. Without session-id.
+netconf::Hello MakeHello(const cdb::Schema& schema)
+{
+    const std::string prefix = "urn:ietf:params:netconf:capability:";
+    netconf::Hello hello;
+    hello.capabilities = {
+        std::string(netconf::kBase10),
+        std::string(netconf::kBase11),
+        prefix + "candidate:1.0",
+        prefix + "validate:1.1",
+        prefix + "rollback-on-error:1.0",
+        prefix + "with-defaults:1.0?basic-mode=explicit&also-supported=report-all,trim",
+    };
+    for (const cdb::Schema::Module& module : schema.Modules()) {
+        std::string capability = module.ns + "?module=" + module.name;
+        if (!module.revision.empty()) capability += "&revision=" + module.revision;
+        hello.capabilities.push_back(std::move(capability));
+    }
+    return hello;
+}
+
 }  // namespace
 
-Sessions::Sessions(const cdb::Schema& schema, Operations& operations, Workbench& reads, const Access& access,
-                   const Options& options)
-    : m_index(schema.Context()),
+Sessions::Sessions(base::Timers& timers, const cdb::Schema& schema, Operations& operations, Workbench& reads,
+                   const Access& access, const Options& options)
+    : m_timers(timers),
+      m_index(schema.Context()),
       m_operations(operations),
       m_reads(reads),
       m_access(access),
@@ -81,9 +102,9 @@ void Sessions::TurnAway(Session::Socket socket, const ipc::PeerCredentials& peer
         if (const auto there = self.lock()) --(*there)->m_turnedAway;
     };
     const auto session =
-        std::make_shared<Session>(std::move(socket), Session::Identity{0, user, peer.uid, {}}, m_hello,
-                                  m_options.times, Session::Handlers{nullptr, nullptr, closed});
-    session->TurnAway(RefusalText({}, MakeError(Layer::kProtocol, cdb::ErrorTag::kResourceDenied, reason)));
+        std::make_shared<Session>(std::move(socket), m_timers, Session::Identity{0, user, peer.uid, {}},
+                                  m_hello, m_options.times, Session::Handlers{nullptr, nullptr, closed});
+    session->Finish(RefusalText({}, MakeError(Layer::kProtocol, cdb::ErrorTag::kResourceDenied, reason)));
 }
 
 void Sessions::Add(Session::Socket socket)
@@ -105,7 +126,7 @@ void Sessions::Add(Session::Socket socket)
         };
     };
     auto session = std::make_shared<Session>(
-        std::move(socket), std::move(identity), std::move(hello), m_options.times,
+        std::move(socket), m_timers, std::move(identity), std::move(hello), m_options.times,
         Session::Handlers{whileThere(&Sessions::OnMessage), whileThere(&Sessions::OnBroken),
                           whileThere(&Sessions::OnClosed)});
     m_sessions.emplace(m_last, session);

@@ -16,6 +16,7 @@
 #include "agent/netconf/rpc.h"
 #include "agent/netconf/session.h"
 #include "agent/netconf/workbench.h"
+#include "base/timers.h"
 #include "cdb/schema/schema.h"
 #include "guard/limits.h"
 #include "guard/schema_index.h"
@@ -38,8 +39,8 @@ public:
     static constexpr std::size_t kReservedForRoot = 4;
 
     /// All arguments but the options must outlive this.
-    Sessions(const cdb::Schema& schema, Operations& operations, Workbench& reads, const Access& access,
-             const Options& options);
+    Sessions(base::Timers& timers, const cdb::Schema& schema, Operations& operations, Workbench& reads,
+             const Access& access, const Options& options);
     ~Sessions();
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
@@ -62,6 +63,7 @@ private:
     void OnBroken(const std::shared_ptr<Session>& session, const std::string& problem);
     void OnClosed(const std::shared_ptr<Session>& session, const std::string& reason);
 
+    base::Timers& m_timers;
     const guard::SchemaIndex m_index;
     Operations& m_operations;
     Workbench& m_reads;

@@ -13,7 +13,6 @@
 #include "agent/netconf/sessions.h"
 #include "agent/netconf/workbench.h"
 #include "agent/state/state.h"
-#include "base/timers.h"
 #include "base/user.h"
 #include "ipc/acceptor.h"
 #include "ipc/frame.h"
@@ -81,21 +80,21 @@ public:
          cdb::Datastore& datastore, Access& access, AgentOptions agentOptions)
         : m_loop(loop),
           m_options(WithClock(std::move(agentOptions))),
-          m_timers(base::MakeTimers(loop)),
-          m_clients(schema, store, *m_timers, ClientsOptions(m_options, store, m_faultBench)),
-          m_callpoints(loop, schema.Table(), m_clients,
+          m_ownTimers(m_options.timers == nullptr ? base::MakeTimers(loop) : nullptr),
+          m_timers(m_options.timers == nullptr ? *m_ownTimers : *m_options.timers),
+          m_clients(schema, store, m_timers, ClientsOptions(m_options, store, m_faultBench)),
+          m_callpoints(loop, m_timers, schema.Table(), m_clients,
                        {m_options.callpointTimeout, m_options.callpointTotal}),
-          m_delivery(loop, schema.Table(), m_clients, m_options.ackTimeout),
-          m_state(loop, schema, store, m_clients, access, m_options.stateTimeout),
-          m_backup(loop, store),
-          m_room(loop, m_options.answers),
-          m_operations({loop, schema, store, datastore, m_clients, m_callpoints, m_delivery, m_state,
-                        m_backup, m_changes, m_reads, m_options.now,
+          m_delivery(m_timers, schema.Table(), m_clients, m_options.ackTimeout),
+          m_state(loop, m_timers, schema, store, m_clients, access, m_options.stateTimeout),
+          m_room(loop, m_timers, m_options.answers),
+          m_operations({loop, m_timers, schema, store, datastore, m_clients, m_callpoints, m_delivery,
+                        m_state, m_changes, m_reads, m_options.now,
                         [this](std::uint32_t session, const std::string& reason) {
                             return m_sessions.End(session, reason);
                         },
                         m_options.actionTimeout, access, m_room, FilterLimitsOf(m_options.sessions.limits)}),
-          m_sessions(schema, m_operations, m_reads, access, m_options.sessions),
+          m_sessions(m_timers, schema, m_operations, m_reads, access, m_options.sessions),
           m_changes(loop),
           m_reads(loop)
     {
@@ -117,7 +116,7 @@ public:
         MakeRunDirectory(switchGroup);
         const auto path = [this](const char* name) { return (m_options.runDirectory / name).string(); };
         const auto listen = [&](auto& at, const char* name, auto group, auto handler) {
-            at.emplace(ipc::Listen(m_loop, path(name), kSocketPermissions, group), *m_timers,
+            at.emplace(ipc::Listen(m_loop, path(name), kSocketPermissions, group), m_timers,
                        "can't accept a connection on " + path(name), handler);
         };
         listen(m_cdb, "cdb.sock", switchGroup,
@@ -144,14 +143,14 @@ private:
 
     boost::asio::io_context& m_loop;
     AgentOptions m_options;
-    std::unique_ptr<base::Timers> m_timers;
+    const std::unique_ptr<base::Timers> m_ownTimers;  // null if the options have some
+    base::Timers& m_timers;
     /// Reset before m_changes ends.
     std::shared_ptr<Workbench*> m_faultBench = std::make_shared<Workbench*>(&m_changes);
     Clients m_clients;
     Callpoints m_callpoints;
     Delivery m_delivery;
     StateSource m_state;
-    Backup m_backup;
     AnswerRoom m_room;
     Operations m_operations;
     Sessions m_sessions;  // declared after what its requests use

@@ -17,6 +17,7 @@
 #include "agent/clients/fault_intake.h"
 #include "agent/netconf/answer_room.h"
 #include "agent/netconf/sessions.h"
+#include "base/timers.h"
 #include "cdb/datastore/datastore.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
@@ -41,6 +42,7 @@ struct AgentOptions {
     /// Keeps faults. Null: they are written to the store, beside the loop.
     FaultIntake::Keep keepFaults;
     std::function<std::int64_t()> now;  // microseconds since the epoch; null: the system's clock
+    base::Timers* timers = nullptr;     // must outlive the agent; null: the steady clock
 };
 
 class Agent {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Takes over a state provider's answer part by part: looks up each node in the schema. A node that the schema
-// does not have makes the whole answer invalid. Used by state_round.
+// does not have makes the whole answer invalid. Used by state_query.
 
 #ifndef AGENT_STATE_PROVIDED_STATE_H
 #define AGENT_STATE_PROVIDED_STATE_H

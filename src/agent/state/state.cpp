@@ -14,8 +14,6 @@
 namespace agent {
 namespace {
 
-using std::chrono::steady_clock;
-
 constexpr std::string_view kSystem = "/state/system";
 
 /// A client with this many unanswered questions is asked nothing until it has answered one, or this time has
@@ -39,9 +37,11 @@ std::string SilenceOf(const Client& client) { return client.Name() + " does not 
 
 }  // namespace
 
-StateSource::StateSource(boost::asio::io_context& loop, const cdb::Schema& schema, const cdb::Store& store,
-                         const Clients& clients, const Access& access, std::chrono::milliseconds timeout)
+StateSource::StateSource(boost::asio::io_context& loop, base::Timers& timers, const cdb::Schema& schema,
+                         const cdb::Store& store, const Clients& clients, const Access& access,
+                         std::chrono::milliseconds timeout)
     : m_loop(loop),
+      m_timers(timers),
       m_schema(schema),
       m_store(store),
       m_clients(clients),
@@ -76,7 +76,7 @@ void StateSource::Collect(StateSelections& selections, const Done& done)
         for (StateOutcome& outcome : outcomes) Add(outcome, *tree, collected);
         done(std::move(collected));
     };
-    std::make_shared<StateRound>(m_loop, m_schema.Context(), m_timeout, std::move(finish))
+    std::make_shared<StateQuery>(m_loop, m_timers, m_schema.Context(), m_timeout, std::move(finish))
         ->Run(std::move(questions));
 }
 
@@ -98,7 +98,7 @@ std::vector<StateQuestion> StateSource::Questions(StateSelections& selections, C
             questions.push_back(std::move(question));
             continue;
         }
-        const auto since = std::chrono::floor<std::chrono::seconds>(steady_clock::now() - silent->since);
+        const auto since = std::chrono::floor<std::chrono::seconds>(m_timers.Now() - silent->since);
         for (const auto& part : question.request.parts())
             Warn(part.path(), client->Name() + " has not answered for " + DurationText(m_timeout + since),
                  collected, SilenceOf(*client));
@@ -130,7 +130,7 @@ void StateSource::AddSystem(StateSelections& selections, StateTree& tree) const
     if (!wanted) return;
     SystemState system(m_schema.Context(), m_system, tree);
     if (wanted->Has("version")) system.AddVersion();
-    if (wanted->Has("process")) system.AddProcesses(m_clients.Known(), m_role);
+    if (wanted->Has("process")) system.AddProcesses(m_clients.Greeted(), m_role);
     if (wanted->Has("fault")) system.AddFaults(m_store);
     if (wanted->Has("access")) system.AddDenials(m_access.Denied());
 }
@@ -155,7 +155,7 @@ void StateSource::Add(StateOutcome& outcome, StateTree& tree, CollectedState& co
 
 const StateSource::Unanswered* StateSource::IsSilent(const ClientPtr& client)
 {
-    const auto now = steady_clock::now();
+    const auto now = m_timers.Now();
     std::erase_if(m_unanswered, [now](const Unanswered& each) {
         return each.client.expired() || now - each.since > kAskAgain;
     });
@@ -168,7 +168,7 @@ const StateSource::Unanswered* StateSource::IsSilent(const ClientPtr& client)
 
 void StateSource::Remember(const StateOutcome& late)
 {
-    m_unanswered.push_back({late.client, steady_clock::now(), late.key.second});
+    m_unanswered.push_back({late.client, m_timers.Now(), late.key.second});
     // A late answer shows that the client works again.
     late.client->Expect(late.key, [this, request = late.key.second,
                                    client = std::weak_ptr<Client>(late.client)](const auto* /*answer*/) {

@@ -22,15 +22,14 @@
 #include "agent/clients/clients.h"
 #include "agent/clients/provider_node.h"
 #include "agent/data/data_source.h"
-#include "agent/state/state_round.h"
+#include "agent/state/role.h"
+#include "agent/state/state_query.h"
 #include "agent/state/state_selection.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
 #include "netconf/rpc_error.h"
 
 namespace agent {
-
-enum class Role : std::uint8_t { kUnknown, kActive, kStandby };
 
 struct CollectedState {
     std::shared_ptr<DataSource> data;  // never null; may hold more than the filter selects
@@ -42,8 +41,9 @@ class StateSource {
 public:
     /// `timeout`: how long a provider may take for the next part of its answer; then its state is left out.
     /// All references must outlive this.
-    StateSource(boost::asio::io_context& loop, const cdb::Schema& schema, const cdb::Store& store,
-                const Clients& clients, const Access& access, std::chrono::milliseconds timeout);
+    StateSource(boost::asio::io_context& loop, base::Timers& timers, const cdb::Schema& schema,
+                const cdb::Store& store, const Clients& clients, const Access& access,
+                std::chrono::milliseconds timeout);
 
     using Done = std::function<void(CollectedState state)>;
 
@@ -81,6 +81,7 @@ private:
     void Told(const std::string& path);
 
     boost::asio::io_context& m_loop;
+    base::Timers& m_timers;
     const cdb::Schema& m_schema;
     const cdb::Store& m_store;
     const Clients& m_clients;

@@ -13,7 +13,7 @@
 
 #include "agent/access/access.h"
 #include "agent/clients/client.h"
-#include "agent/state/state.h"
+#include "agent/state/role.h"
 #include "agent/state/state_tree.h"
 #include "agent/state/value_check.h"
 #include "cdb/store/store.h"

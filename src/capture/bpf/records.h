@@ -30,12 +30,12 @@ struct PortSettings {
 struct PortState {
     __u64 pool;   // frames seen
     __u64 drops;  // frames sampled that found no room
-    __u32 skip;   // the next sampled frame is the skip-th from here
+    __u32 skip;   // the next sampled frame is the skip-th from here; 0: none is counted or sampled
     __u32 stale;  // not 0: user space has changed the settings; the program takes them and draws a new skip
     __u32 key;    // of the port that has this place; 0: free
     __u32 mark;   // of packets that are neither counted nor sampled; 0: none
-    struct PortSettings settings;
-    __u32 generation;  // in `ports` only: of the settings; 0: never taken
+    struct PortSettings settings;  // the counts are those of this incarnation
+    __u32 generation;              // in `ports` only: of the settings; 0: never taken
 } __attribute__((aligned(64)));
 
 /// A port's place in `direct`. The first port that came to the place has it, all others are in `ports`. The

@@ -15,7 +15,6 @@
 // Most gaps that are drawn for one packet; the frames behind them are sampled in one step.
 #define MOST_GAPS 512
 #define STALE_NS 2000000000ULL
-#define NEVER 0xffffffffU
 
 // Set by user space before the program is loaded.
 const volatile __u32 ownMark = 0;
@@ -82,10 +81,15 @@ __noinline int TakeSettings(struct PortState* port, __u32 key)
     __sync_fetch_and_and(&port->stale, 0);
     own = bpf_map_lookup_elem(&settings, &key);
     port->mark = ownMark;
-    if (!own) {
+    if (!own) {  // sampling has ended here: the program stays attached a while
         port->settings.rate = 0;
-        port->skip = NEVER;
+        port->skip = 0;
         return 0;
+    }
+    if (own->incarnation != port->settings.incarnation) {
+        port->pool = 0;
+        // An exchange, for its barrier: user space must not find the old counts with the new incarnation.
+        __sync_lock_test_and_set(&port->drops, 0);
     }
     port->settings = *own;
     port->skip = NextGap(port->settings.scale);
@@ -119,7 +123,7 @@ __noinline __u32 Hits(struct PortState* port, __u32 frames)
 
     if (!port) return 0;
     rate = port->settings.rate;
-    if (rate == 0) return 0;
+    if (rate == 0) return 0;  // which the verifier can't know
     run.scale = port->settings.scale;
     if (frames == 1) {
         port->skip = NextGap(run.scale);
@@ -226,7 +230,7 @@ __noinline int SamplePacket(struct __sk_buff* packet, struct PortState* port, __
 {
     __u32 captured, counts, hits;
 
-    if (!port) return 0;
+    if (!port || port->settings.rate == 0) return 0;
     hits = port->settings.rate == 1 ? frames : Hits(port, frames);
     if (hits == 0) {
         port->pool += frames;

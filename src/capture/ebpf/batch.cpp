@@ -47,25 +47,36 @@ std::size_t EbpfBatch::Take()
     return count;
 }
 
+void EbpfBatch::ReadLast(EbpfPorts::Port& port) { Read(port, &Port::Row::last); }
+
+Counts EbpfBatch::Last(EbpfPorts::Port& port)
+{
+    for (auto& row : port.rows) EbpfPorts::Advance(port, row, row.last);
+    return port.sum;
+}
+
 void EbpfBatch::Ask(Port& port)
+{
+    Read(port, &Port::Row::read);
+    port.asked = true;
+    m_asked.push_back({port.slot, port.incarnation, 0});
+}
+
+void EbpfBatch::Read(Port& port, Counts Port::Row::*to)
 {
     for (const bool egress : {false, true}) {
         if (egress ? !port.egressMade : !port.ingressMade) continue;
-        const auto counts = m_program.ReadCpus(KeyOf(port.ifIndex, egress));
+        const auto counts = m_program.ReadCpus(KeyOf(port.ifIndex, egress), port.incarnation);
         port.rows.resize(std::max(port.rows.size(), counts.size() * 2));
         for (std::size_t cpu = 0; cpu < counts.size(); ++cpu)
-            port.rows[EbpfPorts::RowOf(cpu, egress)].read = counts[cpu];
+            port.rows[EbpfPorts::RowOf(cpu, egress)].*to = counts[cpu];
     }
-    port.asked = true;
-    m_asked.push_back({port.slot, port.incarnation, 0});
 }
 
 // How many of the first ones have nothing left in the ring that their counts include.
 std::size_t EbpfBatch::Answered() const
 {
-    const auto waits = [position = m_ring.Position()](const Asked& asked) {
-        return static_cast<long>(asked.end - position) > 0;
-    };
+    const auto waits = [this](const Asked& asked) { return m_ring.IsBefore(asked.end); };
     return static_cast<std::size_t>(std::ranges::find_if(m_asked, waits) - m_asked.begin());
 }
 

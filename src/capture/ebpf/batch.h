@@ -35,6 +35,11 @@ public:
     /// The next samples; empty if the ring gives none. They point into the ring, until its Release.
     [[nodiscard]] std::span<const Sample> Next();
 
+    /// Reads an interface's counts in the kernel for Last. Once all is taken that is in the ring then, Last
+    /// returns them with what records have told since; all that was sampled of these packets has been taken.
+    void ReadLast(EbpfPorts::Port& port);
+    [[nodiscard]] static Counts Last(EbpfPorts::Port& port);
+
 private:
     using Port = EbpfPorts::Port;
 
@@ -52,6 +57,7 @@ private:
 
     std::size_t Take();
     void Ask(Port& port);
+    void Read(Port& port, Counts Port::Row::*to);
     [[nodiscard]] std::size_t Answered() const;
     void Tell(std::size_t answered, bool untouched);
     static void Describe(const Port& port, const Record& record, Sample& sample);

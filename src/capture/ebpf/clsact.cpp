@@ -19,6 +19,7 @@
 #include <fmt/format.h>
 #include <net/if.h>
 
+#include "capture/ebpf/grace.h"
 #include "capture/ebpf/hooks.h"
 #include "capture/ebpf/program.h"
 #include "capture/ebpf/tc_dump.h"
@@ -95,18 +96,28 @@ int DetachFilter(int ifIndex, bool egress)
 
 class ClsactHooks final : public EbpfHooks {
 public:
-    ClsactHooks(int ingress, int egress, ClsactClaim claim)
-        : m_claim(std::move(claim)),
+    ClsactHooks(GracePeriods& grace, int ingress, int egress, ClsactClaim claim)
+        : m_grace(grace),
+          m_claim(std::move(claim)),
           m_programs{
               {{.file = ingress, .number = NumberOf(ingress)}, {.file = egress, .number = NumberOf(egress)}}}
     {
     }
-    ~ClsactHooks() override { TryAgain(); }  // the last time
+    ~ClsactHooks() override
+    {
+        std::vector<std::uint32_t> all;
+        for (const auto& [ifIndex, interface] : m_interfaces)
+            all.push_back(static_cast<std::uint32_t>(ifIndex));
+        for (const std::uint32_t ifIndex : all)
+            for (const bool egress : {false, true}) (void)Detach(ifIndex, egress);
+        TryAgain();  // the last time
+    }
 
     [[nodiscard]] std::string Kind() const override { return "ebpf-clsact"; }
 
     void Attach(std::uint32_t ifIndex, bool egress) override
     {
+        m_grace.Step();
         const int index = static_cast<int>(ifIndex);
         const auto at = m_interfaces.try_emplace(index).first;
         try {
@@ -119,15 +130,23 @@ public:
         at->second.filters[egress] = Filter::kWanted;
     }
 
-    void Detach(std::uint32_t ifIndex, bool egress) override
+    bool Detach(std::uint32_t ifIndex, bool egress) final
     {
+        if (!IsAttached(ifIndex, egress)) return true;
+        m_grace.Step();
         const auto at = m_interfaces.find(static_cast<int>(ifIndex));
-        if (at == m_interfaces.end() || at->second.filters[egress] != Filter::kWanted) return;
         at->second.filters[egress] = Filter::kUnwanted;
         if (const int error = Remove(at->first, at->second, egress); error != 0)
             slog::Error("our filter stays at {}, and is tried again: {}", HookName(at->first, egress),
                         std::strerror(-error));
         Settle(at);
+        return true;
+    }
+
+    [[nodiscard]] bool IsAttached(std::uint32_t ifIndex, bool egress) const final
+    {
+        const auto at = m_interfaces.find(static_cast<int>(ifIndex));
+        return at != m_interfaces.end() && at->second.filters[egress] == Filter::kWanted;
     }
 
     void Tend() override
@@ -234,6 +253,7 @@ private:
         m_interfaces.erase(at);
     }
 
+    GracePeriods& m_grace;
     ClsactClaim m_claim;
     std::array<Program, 2> m_programs;  // [1] egress
     Interfaces m_interfaces;            // with a filter of ours
@@ -242,9 +262,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<EbpfHooks> MakeClsactHooks(int ingress, int egress, ClsactClaim claim)
+std::unique_ptr<EbpfHooks> MakeClsactHooks(GracePeriods& grace, int ingress, int egress, ClsactClaim claim)
 {
-    return std::make_unique<ClsactHooks>(ingress, egress, std::move(claim));
+    return std::make_unique<ClsactHooks>(grace, ingress, egress, std::move(claim));
 }
 
 void SweepClsact(const ClsactClaim& claim)

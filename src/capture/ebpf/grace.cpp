@@ -28,10 +28,11 @@ constexpr int kMarkBits = ~0x3fffff;
 
 }  // namespace
 
-GracePeriods::GracePeriods(base::Timers& timers, const std::string& path)
-    : m_timers(timers), m_file(::open(path.c_str(), O_RDWR | O_CLOEXEC))
+GracePeriods::GracePeriods(base::Timers& timers, bool expedite, const std::string& path) : m_timers(timers)
 {
-    if (m_file < 0) slog::Info("{} can't be written: attaching to many interfaces takes its time", path);
+    if (!expedite) return;
+    m_file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    if (m_file < 0) slog::Notice("{} can't be written: attaching to many interfaces takes its time", path);
     if (m_file >= 0) TakeBackLeft();
 }
 

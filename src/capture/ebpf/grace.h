@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Makes attaching to many interfaces quick. Not needed for correctness; used by both sources.
+// Makes attaching to many interfaces quick, if the operator asks for it: the switch is the whole machine's.
+// Not needed for correctness; used by both sources.
 //
 // Each attachment and detachment waits in the kernel, holding the lock of all network configuration, until
 // every CPU has passed a quiet moment: some 12 ms. An expedited wait interrupts the CPUs instead and takes
@@ -24,9 +25,9 @@ namespace capture {
 
 class GracePeriods {
 public:
-    /// Opens the switch now: later there may be no privilege to do so. If that fails, it is logged and all
-    /// steps are slow.
-    explicit GracePeriods(base::Timers& timers, const std::string& path = "/sys/kernel/rcu_expedited");
+    /// With `expedite` opens the switch now: later there may be no privilege to do so. If that fails, it is
+    /// logged and all steps are slow. Without, it does nothing at all.
+    GracePeriods(base::Timers& timers, bool expedite, const std::string& path = "/sys/kernel/rcu_expedited");
     ~GracePeriods();
     GracePeriods(const GracePeriods&) = delete;
     GracePeriods& operator=(const GracePeriods&) = delete;

@@ -31,6 +31,12 @@ EbpfPorts::Port* EbpfPorts::Find(std::uint32_t ifIndex)
     return found == m_byIndex.end() ? nullptr : &m_slots[found->second];
 }
 
+const EbpfPorts::Port* EbpfPorts::Find(std::uint32_t ifIndex) const
+{
+    const auto found = m_byIndex.find(ifIndex);
+    return found == m_byIndex.end() ? nullptr : &m_slots[found->second];
+}
+
 void EbpfPorts::Remove(std::uint32_t ifIndex)
 {
     const auto found = m_byIndex.find(ifIndex);

@@ -28,8 +28,9 @@ public:
         std::uint32_t ifIndex = 0;
         std::uint32_t slot = 0;
         std::uint32_t incarnation = 0;  // 0: the slot is free
-        Settings settings;
-        // The directions that have counts in the kernel; those attached are in the settings.
+        Settings settings;              // in effect, or asked for from the kernel
+        Settings wanted;                // as they were given last
+        // The directions that have counts in the kernel.
         bool ingressMade = false;
         bool egressMade = false;
         /// Of one CPU and direction: what the samples have told, what was read in the kernel when the counts
@@ -37,6 +38,7 @@ public:
         struct Row {
             Counts told;
             Counts read;
+            Counts last;  // as read when the sampling ended
             std::uint64_t batch = 0;
         };
         std::vector<Row> rows;
@@ -49,6 +51,7 @@ public:
     Port& Add(std::uint32_t ifIndex);
     /// Null if it has not been added.
     [[nodiscard]] Port* Find(std::uint32_t ifIndex);
+    [[nodiscard]] const Port* Find(std::uint32_t ifIndex) const;
     /// Does nothing if it has not been added.
     void Remove(std::uint32_t ifIndex);
     [[nodiscard]] std::size_t Size() const { return m_byIndex.size(); }

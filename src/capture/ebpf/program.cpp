@@ -164,12 +164,15 @@ volatile SharedWords& EbpfProgram::Shared() { return m_skeleton->bss->shared; }
 
 void EbpfProgram::Create(std::uint32_t key)
 {
+    if (m_others.contains(key)) return;
     MapDirect(key);
+    if (IsDirect(key)) return;
     if (DirectState(0, key).key == 0) return Place(key, key);
     std::fill(m_states.begin(), m_states.end(), PortState{});
     const int file = bpf_map__fd(m_skeleton->maps.ports);
     const int error = Patiently([&] { return bpf_map_update_elem(file, &key, m_states.data(), BPF_ANY); });
     if (error != 0) throw Refusal("the kernel has no room for the interface's counts", error);
+    m_others.insert(key);
 }
 
 std::size_t EbpfProgram::PlaceOf(std::size_t cpu, std::uint32_t key)
@@ -197,13 +200,22 @@ void EbpfProgram::Set(std::uint32_t key, const PortSettings& settings)
     const int file = bpf_map__fd(m_skeleton->maps.settings);
     const int error = Patiently([&] { return bpf_map_update_elem(file, &key, &settings, BPF_ANY); });
     if (error != 0) throw Refusal("the kernel has no room for the interface's settings", error);
-    if (DirectState(0, key).key != key) return NextGeneration();
-    for (std::size_t cpu = 0; cpu < m_cpus; ++cpu)
-        __atomic_store_n(&DirectState(cpu, key).stale, 1U, __ATOMIC_SEQ_CST);
+    Renew(key);
 }
 
-void EbpfProgram::NextGeneration()
+void EbpfProgram::Stop(std::uint32_t key)
 {
+    bpf_map_delete_elem(bpf_map__fd(m_skeleton->maps.settings), &key);
+    Renew(key);
+}
+
+void EbpfProgram::Renew(std::uint32_t key)
+{
+    if (IsDirect(key)) {
+        for (std::size_t cpu = 0; cpu < m_cpus; ++cpu)
+            __atomic_store_n(&DirectState(cpu, key).stale, 1U, __ATOMIC_SEQ_CST);
+        return;
+    }
     auto* word = &m_skeleton->bss->shared.generation;
     const std::uint32_t next = *word + 1;
     __atomic_store_n(word, next == 0 ? 1 : next, __ATOMIC_RELEASE);
@@ -212,18 +224,28 @@ void EbpfProgram::NextGeneration()
 void EbpfProgram::Erase(std::uint32_t key)
 {
     bpf_map_delete_elem(bpf_map__fd(m_skeleton->maps.settings), &key);
-    if (DirectState(0, key).key == key) return Place(key, 0);
-    bpf_map_delete_elem(bpf_map__fd(m_skeleton->maps.ports), &key);
+    if (m_others.erase(key) != 0)
+        bpf_map_delete_elem(bpf_map__fd(m_skeleton->maps.ports), &key);
+    else if (IsDirect(key))
+        Place(key, 0);
 }
 
-std::span<const Counts> EbpfProgram::ReadCpus(std::uint32_t key)
+bool EbpfProgram::IsDirect(std::uint32_t key)
+{
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    return m_mapped.contains(PlaceOf(0, key) * sizeof(PortState) / page) && DirectState(0, key).key == key;
+}
+
+std::span<const Counts> EbpfProgram::ReadCpus(std::uint32_t key, std::uint32_t incarnation)
 {
     std::fill(m_counts.begin(), m_counts.end(), Counts{});
-    const bool direct = DirectState(0, key).key == key;
+    const bool direct = IsDirect(key);
     if (!direct && bpf_map_lookup_elem(bpf_map__fd(m_skeleton->maps.ports), &key, m_states.data()) != 0)
         return m_counts;
     for (std::size_t cpu = 0; cpu < m_cpus; ++cpu) {
         const auto& state = direct ? DirectState(cpu, key) : m_states[cpu];
+        // The program sets the counts to zero before it takes another incarnation.
+        if (__atomic_load_n(&state.settings.incarnation, __ATOMIC_ACQUIRE) != incarnation) continue;
         // What is read after it, such as the end of the ring, is not older.
         m_counts[cpu] = {.pool = __atomic_load_n(&state.pool, __ATOMIC_ACQUIRE),
                          .drops = __atomic_load_n(&state.drops, __ATOMIC_RELAXED)};
@@ -231,10 +253,10 @@ std::span<const Counts> EbpfProgram::ReadCpus(std::uint32_t key)
     return m_counts;
 }
 
-Counts EbpfProgram::Read(std::uint32_t key)
+Counts EbpfProgram::Read(std::uint32_t key, std::uint32_t incarnation)
 {
     Counts sum;
-    for (const Counts& counts : ReadCpus(key)) {
+    for (const Counts& counts : ReadCpus(key, incarnation)) {
         sum.pool += counts.pool;
         sum.drops += counts.drops;
     }

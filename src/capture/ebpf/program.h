@@ -39,17 +39,20 @@ public:
     [[nodiscard]] std::size_t RingSize() const { return m_ringSize; }
     [[nodiscard]] volatile SharedWords& Shared();
 
-    /// A port with counts of zero. Throws Unavailable.
+    /// A port, if there is none yet. Throws Unavailable.
     void Create(std::uint32_t key);
-    /// In effect from the next packet on. Throws Unavailable.
+    /// In effect from the next packet on. The counts begin at zero with each incarnation. Throws Unavailable.
     void Set(std::uint32_t key, const PortSettings& settings);
-    /// Removes the port with its counts; does nothing if there is none.
+    /// From the next packet on none is counted or sampled, until Set. The counts stay.
+    void Stop(std::uint32_t key);
+    /// Removes the port with its counts; does nothing if there is none. The program must be detached there.
     void Erase(std::uint32_t key);
 
-    /// A port's counts, by CPU; zeros if there is no such port. Valid until the next call.
-    [[nodiscard]] std::span<const Counts> ReadCpus(std::uint32_t key);
+    /// The counts that a port has had in this incarnation, by CPU; zeros if there is no such port. Valid
+    /// until the next call.
+    [[nodiscard]] std::span<const Counts> ReadCpus(std::uint32_t key, std::uint32_t incarnation);
     /// Their sum.
-    [[nodiscard]] Counts Read(std::uint32_t key);
+    [[nodiscard]] Counts Read(std::uint32_t key, std::uint32_t incarnation);
 
 private:
     struct Close {
@@ -60,7 +63,9 @@ private:
     [[nodiscard]] PortState* ReserveDirect() const;
     void MapDirect(std::uint32_t key);
     [[nodiscard]] static std::size_t PlaceOf(std::size_t cpu, std::uint32_t key);
-    void NextGeneration();
+    // Makes all CPUs take the settings anew.
+    void Renew(std::uint32_t key);
+    [[nodiscard]] bool IsDirect(std::uint32_t key);
     PortState& DirectState(std::size_t cpu, std::uint32_t key);
     // Gives the key's place to `owner`, with counts of zero.
     void Place(std::uint32_t key, std::uint32_t owner);
@@ -70,10 +75,11 @@ private:
     bpf_program* m_egress = nullptr;
     std::size_t m_ringSize;
     std::size_t m_cpus;
-    PortState* m_direct = nullptr;             // the kernel's own memory
-    std::unordered_set<std::size_t> m_mapped;  // pages of the first CPU; the others' go with them
-    std::vector<PortState> m_states;           // of one other port, all CPUs
-    std::vector<Counts> m_counts;              // likewise, as they were read last
+    PortState* m_direct = nullptr;               // the kernel's own memory
+    std::unordered_set<std::size_t> m_mapped;    // pages of the first CPU; the others' go with them
+    std::unordered_set<std::uint32_t> m_others;  // keys in the map for those that found their place taken
+    std::vector<PortState> m_states;             // of one of these, all CPUs
+    std::vector<Counts> m_counts;                // likewise, as they were read last
 };
 
 }  // namespace capture

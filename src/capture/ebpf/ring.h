@@ -58,6 +58,7 @@ public:
     /// Where in the stream of all records the next one begins that Next hands out, and where those end that
     /// have a place in the ring now.
     [[nodiscard]] unsigned long Position() const { return m_position; }
+    [[nodiscard]] bool IsBefore(unsigned long end) const { return static_cast<long>(end - m_position) > 0; }
     [[nodiscard]] unsigned long Produced() const { return __atomic_load_n(m_producer, __ATOMIC_ACQUIRE); }
 
     /// Gives the room of what was read back to the program. False if nothing was read since the last call.

@@ -4,8 +4,10 @@
 #include "capture/ebpf/source.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <span>
+#include <thread>
 #include <utility>
 
 #include <time.h>
@@ -25,12 +27,14 @@ namespace capture {
 namespace {
 
 constexpr std::chrono::milliseconds kHeartbeat{500};
+// How often the end of an interface yields to another CPU that is still writing a record.
+constexpr int kUnfinishedTries = 10000;
 
 class EbpfSource final : public PacketSource {
 public:
     EbpfSource(boost::asio::io_context& loop, base::Timers& timers, SampleSink& sink,
                const SourceOptions& options, EbpfHook hook)
-        : m_timers(timers), m_sink(sink), m_grace(timers)
+        : m_loop(loop), m_timers(timers), m_sink(sink), m_grace(timers, options.expediteRcu)
     {
         ClsactClaim claim;
         SweepClsact(claim);
@@ -38,14 +42,6 @@ public:
         m_ring.emplace(m_program->RingFile(), m_program->RingSize());
         m_batch.emplace(*m_program, *m_ring, m_ports);
         m_waker.emplace(loop, timers, m_program->RingFile(), m_program->Shared(), [this] { return Look(); });
-    }
-    ~EbpfSource() override
-    {
-        for (const auto& port : m_ports.Slots()) {
-            if (port.incarnation == 0) continue;
-            if (port.settings.ingress) Detach(port.ifIndex, false);
-            if (port.settings.egress) Detach(port.ifIndex, true);
-        }
     }
 
     [[nodiscard]] std::string Kind() const override { return m_hooks->Kind(); }
@@ -69,6 +65,16 @@ public:
         EbpfPorts::Port* port = m_ports.Find(ifIndex);
         if (port == nullptr) return Add(ifIndex, settings);
         if (port->settings != settings) Apply(*port, settings);
+    }
+
+    [[nodiscard]] bool Sampled(std::uint32_t ifIndex) const override
+    {
+        const EbpfPorts::Port* port = m_ports.Find(ifIndex);
+        if (port == nullptr) return false;
+        const Settings& settings = port->settings;
+        return (settings == port->wanted || settings.ingress || settings.egress) &&
+               (!settings.ingress || m_hooks->IsAttached(ifIndex, false)) &&
+               (!settings.egress || m_hooks->IsAttached(ifIndex, true));
     }
 
     Counts Remove(std::uint32_t ifIndex) override
@@ -104,13 +110,19 @@ private:
         m_program.emplace(options, hook == EbpfHook::kClsact);
         const bool tcx = hook != EbpfHook::kClsact && TcxSupported(m_program->IngressFile());
         if (tcx) {
-            m_hooks = MakeTcxHooks(m_program->IngressFile(), m_program->EgressFile());
+            m_hooks =
+                MakeTcxHooks(m_loop, m_grace, m_program->IngressFile(), m_program->EgressFile(),
+                             {[this](std::uint32_t ifIndex, bool egress, const Unavailable& reason) {
+                                  OnRefused(ifIndex, egress, reason);
+                              },
+                              [this](std::uint32_t ifIndex, bool egress) { OnDetached(ifIndex, egress); }});
             return;
         }
         if (hook == EbpfHook::kTcx)
             throw Unavailable(Unavailable::Cause::kKernel, "the kernel has no tcx hooks; Linux 6.6 has");
         if (hook == EbpfHook::kBest) m_program.emplace(options, true);
-        m_hooks = MakeClsactHooks(m_program->IngressFile(), m_program->EgressFile(), std::move(claim));
+        m_hooks =
+            MakeClsactHooks(m_grace, m_program->IngressFile(), m_program->EgressFile(), std::move(claim));
         Beat();
     }
 
@@ -125,11 +137,12 @@ private:
         m_beat = m_timers.After(kHeartbeat, [this] { Beat(); });
     }
 
-    // Applies the settings. After an exception the port's settings are what is in effect.
+    // Applies the settings. After an exception the port's settings are what is in effect or asked for.
     void Apply(EbpfPorts::Port& port, const Settings& settings)
     {
         const bool ingress = port.settings.ingress;
         const bool egress = port.settings.egress;
+        port.wanted = settings;
         port.settings.rate = settings.rate;
         port.settings.headerSize = settings.headerSize;
         if (settings.ingress) Make(port.ifIndex, false, port.ingressMade);
@@ -142,9 +155,9 @@ private:
             .slot = port.slot,
             .incarnation = port.incarnation,
         };
-        if (port.ingressMade) m_program->Set(KeyOf(port.ifIndex, false), wanted);
+        if (settings.ingress) m_program->Set(KeyOf(port.ifIndex, false), wanted);
         wanted.slot |= kEgressBit;
-        if (port.egressMade) m_program->Set(KeyOf(port.ifIndex, true), wanted);
+        if (settings.egress) m_program->Set(KeyOf(port.ifIndex, true), wanted);
 
         if (ingress && !settings.ingress) Detach(port.ifIndex, false);
         port.settings.ingress = ingress && settings.ingress;
@@ -163,30 +176,58 @@ private:
 
     void Attach(std::uint32_t ifIndex, bool egress, bool& attached)
     {
-        m_grace.Step();
         m_hooks->Attach(ifIndex, egress);
         attached = true;
     }
 
+    // The counts stay.
     void Detach(std::uint32_t ifIndex, bool egress)
     {
-        m_grace.Step();
-        m_hooks->Detach(ifIndex, egress);
+        m_program->Stop(KeyOf(ifIndex, egress));
+        (void)m_hooks->Detach(ifIndex, egress);
     }
 
-    // Detaches first: then no packet is under way any more, and what was sampled can be handed over whole.
     Counts Forget(std::uint32_t ifIndex)
     {
         EbpfPorts::Port& port = *m_ports.Find(ifIndex);
-        if (port.settings.ingress) Detach(ifIndex, false);
-        if (port.settings.egress) Detach(ifIndex, true);
-        port.settings.ingress = port.settings.egress = false;
-        Drain();
-        const Counts last = ReadPort(port);
-        if (port.ingressMade) m_program->Erase(KeyOf(ifIndex, false));
-        if (port.egressMade) m_program->Erase(KeyOf(ifIndex, true));
+        const std::array<bool, 2> made{port.ingressMade, port.egressMade};
+        for (const bool egress : {false, true})
+            if (made[egress]) m_program->Stop(KeyOf(ifIndex, egress));
+        const Counts last = End(port);
         m_ports.Remove(ifIndex);
+        for (const bool egress : {false, true})
+            if (made[egress] && m_hooks->Detach(ifIndex, egress)) m_program->Erase(KeyOf(ifIndex, egress));
+        m_sink.OnDrained();
         return last;
+    }
+
+    // Hands over all that was sampled of the packets that are counted by now, and returns the counts with
+    // what was handed over besides. A packet that another CPU has not counted yet comes after the end.
+    Counts End(EbpfPorts::Port& port)
+    {
+        m_batch->ReadLast(port);
+        const unsigned long end = m_ring->Produced();
+        for (int tries = 0; m_ring->IsBefore(end) && tries < kUnfinishedTries; ++tries) {
+            if (tries > 0) std::this_thread::yield();  // another CPU is writing a record
+            HandOver();
+        }
+        return EbpfBatch::Last(port);
+    }
+
+    void OnRefused(std::uint32_t ifIndex, bool egress, const Unavailable& reason)
+    {
+        EbpfPorts::Port* port = m_ports.Find(ifIndex);
+        if (port == nullptr) return;
+        m_program->Stop(KeyOf(ifIndex, egress));
+        (egress ? port->settings.egress : port->settings.ingress) = false;
+        m_sink.OnRefused(ifIndex, reason);
+    }
+
+    void OnDetached(std::uint32_t ifIndex, bool egress)
+    {
+        const EbpfPorts::Port* port = m_ports.Find(ifIndex);
+        if (port == nullptr || !(egress ? port->egressMade : port->ingressMade))
+            m_program->Erase(KeyOf(ifIndex, egress));
     }
 
     Counts ReadPort(const EbpfPorts::Port& port)
@@ -194,7 +235,7 @@ private:
         Counts counts;
         for (const bool egress : {false, true}) {
             if (egress ? !port.egressMade : !port.ingressMade) continue;
-            const Counts one = m_program->Read(KeyOf(port.ifIndex, egress));
+            const Counts one = m_program->Read(KeyOf(port.ifIndex, egress), port.incarnation);
             counts.pool += one.pool;
             counts.drops += one.drops;
         }
@@ -222,6 +263,7 @@ private:
         return true;
     }
 
+    boost::asio::io_context& m_loop;
     base::Timers& m_timers;
     SampleSink& m_sink;
     GracePeriods m_grace;

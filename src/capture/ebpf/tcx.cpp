@@ -1,16 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 // tcx links by the bpf system call itself: libbpf knows them only from 1.3 on.
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <deque>
+#include <system_error>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include <linux/bpf.h>
+#include <net/if.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "capture/bpf/records.h"
+#include "base/worker.h"
+#include "capture/ebpf/grace.h"
 #include "capture/ebpf/hooks.h"
+#include "capture/ebpf/ports.h"
 #include "capture/ebpf/program.h"
 
 namespace capture {
@@ -22,61 +32,189 @@ constexpr std::uint32_t kTcxEgress = 47;   // BPF_TCX_EGRESS
 constexpr std::uint32_t kFirst = 1U << 3;
 
 // Returns a link's file, or a negative errno.
-int CreateLink(int program, std::uint32_t ifIndex, std::uint32_t type)
+int CreateLink(int program, std::uint32_t ifIndex, bool egress)
 {
     bpf_attr attributes;
     std::memset(&attributes, 0, sizeof(attributes));
     attributes.link_create.prog_fd = static_cast<std::uint32_t>(program);
     attributes.link_create.target_ifindex = ifIndex;
-    attributes.link_create.attach_type = type;
+    attributes.link_create.attach_type = egress ? kTcxEgress : kTcxIngress;
     attributes.link_create.flags = kFirst;
     const long file = ::syscall(SYS_bpf, BPF_LINK_CREATE, &attributes, sizeof(attributes));
     return file < 0 ? -errno : static_cast<int>(file);  // is closed on exec, as all files of bpf
 }
 
+// What the thread does: makes a link or closes one.
+struct Step {
+    std::uint32_t ifIndex;
+    bool egress;
+    int link;           // to be closed; -1: one is to be made, and here it is then
+    int error = 0;      // why it could not be made
+    bool done = false;  // else there was no time for it
+};
+using Steps = std::vector<Step>;
+
+// As many as the time allows, at least one, so that the loop hears of them soon.
+void Do(Steps& steps, const std::array<int, 2>& programs)
+{
+    constexpr std::chrono::milliseconds kMost{20};
+    const auto end = std::chrono::steady_clock::now() + kMost;
+    for (Step& step : steps) {
+        if (step.link >= 0) {
+            ::close(std::exchange(step.link, -1));  // waits for the program's last run
+        } else {
+            const int made = CreateLink(programs[step.egress], step.ifIndex, step.egress);
+            step.link = std::max(made, -1);
+            step.error = std::min(made, 0);
+        }
+        step.done = true;
+        if (std::chrono::steady_clock::now() > end) return;
+    }
+}
+
 class TcxHooks final : public EbpfHooks {
 public:
-    TcxHooks(int ingress, int egress) : m_ingress(ingress), m_egress(egress) {}
+    TcxHooks(boost::asio::io_context& loop, GracePeriods& grace, int ingress, int egress, HookEvents events)
+        : m_grace(grace),
+          m_programs{ingress, egress},
+          m_events(std::move(events)),
+          m_worker(base::MakeWorker(loop, base::kWorkerWaits))
+    {
+    }
     ~TcxHooks() override
     {
-        for (const auto& [key, file] : m_links) ::close(file);
+        m_task.reset();
+        m_worker.reset();  // waits for the steps under way
+        if (m_steps != nullptr)
+            for (const Step& step : *m_steps) m_hooks[KeyOf(step.ifIndex, step.egress)].link = step.link;
+        for (const auto& [key, hook] : m_hooks) {
+            if (hook.link < 0) continue;
+            m_grace.Step();
+            ::close(hook.link);
+        }
     }
 
     [[nodiscard]] std::string Kind() const override { return "ebpf-tcx"; }
 
     void Attach(std::uint32_t ifIndex, bool egress) override
     {
-        Detach(ifIndex, egress);
-        const int file =
-            CreateLink(egress ? m_egress : m_ingress, ifIndex, egress ? kTcxEgress : kTcxIngress);
-        if (file < 0) throw Refusal("the program can't be attached to the interface (tcx)", file);
-        m_links[Key(ifIndex, egress)] = file;
+        std::array<char, IF_NAMESIZE> name{};
+        if (::if_indextoname(ifIndex, name.data()) == nullptr && errno == ENXIO) throw Refused(ENODEV);
+        m_hooks[KeyOf(ifIndex, egress)].wanted = true;
+        Ask(ifIndex, egress);
     }
 
-    void Detach(std::uint32_t ifIndex, bool egress) override
+    bool Detach(std::uint32_t ifIndex, bool egress) override
     {
-        const auto link = m_links.find(Key(ifIndex, egress));
-        if (link == m_links.end()) return;
-        ::close(link->second);  // waits for the program's last run
-        m_links.erase(link);
+        const auto at = m_hooks.find(KeyOf(ifIndex, egress));
+        if (at == m_hooks.end()) return true;
+        at->second.wanted = false;
+        Ask(ifIndex, egress);
+        return false;
+    }
+
+    [[nodiscard]] bool IsAttached(std::uint32_t ifIndex, bool egress) const override
+    {
+        const auto at = m_hooks.find(KeyOf(ifIndex, egress));
+        return at != m_hooks.end() && at->second.wanted && at->second.link >= 0;
     }
 
 private:
-    static std::uint32_t Key(std::uint32_t ifIndex, bool egress)
+    struct Hook {
+        int link = -1;        // -1: none, or the thread has it
+        bool wanted = false;  // else it is to be detached, and forgotten then
+        bool queued = false;  // in m_queue or m_steps
+    };
+
+    static Unavailable Refused(int error)
     {
-        return ifIndex | (egress ? static_cast<std::uint32_t>(kEgressBit) : 0);
+        return Refusal("the program can't be attached to the interface (tcx)", error);
     }
 
-    int m_ingress;
-    int m_egress;
-    std::unordered_map<std::uint32_t, int> m_links;
+    void Ask(std::uint32_t ifIndex, bool egress)
+    {
+        if (std::exchange(m_hooks[KeyOf(ifIndex, egress)].queued, true)) return;
+        m_queue.emplace_back(ifIndex, egress);
+        Next();
+    }
+
+    void Next()
+    {
+        constexpr std::size_t kMost = 256;
+        if (m_task != nullptr) return;
+        const auto steps = std::make_shared<Steps>();
+        for (; !m_queue.empty() && steps->size() < kMost; m_queue.pop_front()) {
+            const auto [ifIndex, egress] = m_queue.front();
+            Hook& hook = m_hooks[KeyOf(ifIndex, egress)];
+            hook.queued = hook.wanted != (hook.link >= 0);
+            if (!hook.queued) {
+                Settle(ifIndex, egress);
+                continue;
+            }
+            m_grace.Step();
+            steps->push_back({ifIndex, egress, std::exchange(hook.link, -1)});
+        }
+        if (steps->empty()) return;
+        m_steps = steps;
+        m_task = m_worker->Do([steps, programs = m_programs] { Do(*steps, programs); }, [this] { Take(); });
+    }
+
+    void Take()
+    {
+        m_task.reset();
+        const Steps steps = std::move(*std::exchange(m_steps, nullptr));
+        for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
+            if (step->done) continue;
+            m_hooks[KeyOf(step->ifIndex, step->egress)].link = step->link;
+            m_queue.emplace_front(step->ifIndex, step->egress);
+        }
+        for (const Step& step : steps) {
+            if (!step.done) continue;
+            m_grace.Step();
+            Hook& hook = m_hooks[KeyOf(step.ifIndex, step.egress)];
+            hook.queued = false;
+            hook.link = step.link;
+            if (step.error != 0 && std::exchange(hook.wanted, false))
+                m_events.refused(step.ifIndex, step.egress, Refused(step.error));
+            Settle(step.ifIndex, step.egress);
+        }
+        Next();
+    }
+
+    // Asks for what is wanted by now, or forgets the hook.
+    void Settle(std::uint32_t ifIndex, bool egress)
+    {
+        const auto at = m_hooks.find(KeyOf(ifIndex, egress));
+        if (at == m_hooks.end() || at->second.queued) return;
+        if (at->second.wanted != (at->second.link >= 0)) {
+            at->second.queued = true;
+            m_queue.emplace_back(ifIndex, egress);
+        } else if (!at->second.wanted) {
+            m_hooks.erase(at);
+            m_events.detached(ifIndex, egress);
+        }
+    }
+
+    GracePeriods& m_grace;
+    const std::array<int, 2> m_programs;  // [1] egress
+    const HookEvents m_events;
+    std::unordered_map<std::uint32_t, Hook> m_hooks;
+    std::deque<std::pair<std::uint32_t, bool>> m_queue;
+    std::shared_ptr<Steps> m_steps;  // that the thread has
+    std::unique_ptr<base::Worker> m_worker;
+    std::shared_ptr<void> m_task;
 };
 
 }  // namespace
 
-std::unique_ptr<EbpfHooks> MakeTcxHooks(int ingress, int egress)
+std::unique_ptr<EbpfHooks> MakeTcxHooks(boost::asio::io_context& loop, GracePeriods& grace, int ingress,
+                                        int egress, HookEvents events)
 {
-    return std::make_unique<TcxHooks>(ingress, egress);
+    try {
+        return std::make_unique<TcxHooks>(loop, grace, ingress, egress, std::move(events));
+    } catch (const std::system_error& error) {
+        throw Refusal("attaching to interfaces needs an event", error.code().value());
+    }
 }
 
 bool TcxSupported(int program)
@@ -84,7 +222,7 @@ bool TcxSupported(int program)
     // No interface has this index. A kernel with tcx looks for it and answers ENODEV; another refuses the
     // hook.
     constexpr std::uint32_t kNowhere = 0x7fffffff;
-    const int file = CreateLink(program, kNowhere, kTcxIngress);
+    const int file = CreateLink(program, kNowhere, false);
     if (file >= 0) ::close(file);
     return file >= 0 || file == -ENODEV;
 }

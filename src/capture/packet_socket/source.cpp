@@ -52,7 +52,7 @@ public:
         : m_timers(timers),
           m_sink(sink),
           m_options(options),
-          m_grace(timers),
+          m_grace(timers, options.expediteRcu),
           m_alarm(timers.MakeAlarm([this] { OnTime(); })),
           m_waker(loop, [this](std::span<const std::uint32_t> keys) { OnWake(keys); }),
           m_spare(std::make_shared<PacketSocketPair>(SizeFor(kCommonRate)))
@@ -96,6 +96,8 @@ public:
         else
             Begin(port, settings);
     }
+
+    [[nodiscard]] bool Sampled(std::uint32_t ifIndex) const override { return m_ports.contains(ifIndex); }
 
     Counts Remove(std::uint32_t ifIndex) override
     {

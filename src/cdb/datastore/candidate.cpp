@@ -3,7 +3,6 @@
 
 #include <libyang/libyang.h>
 
-#include "cdb/datastore/candidate_view.h"
 #include "cdb/datastore/tree_load.h"
 
 namespace cdb {
@@ -92,7 +91,7 @@ bool Candidate::HasContent(const lyd_node* container) const
     return false;
 }
 
-std::vector<Place> Candidate::Untouched(NodeId list) const
+std::vector<Place> Candidate::Clean(NodeId list) const
 {
     std::vector<Place> places;
     m_running->ForEach(list, {}, [&](std::span<const std::string_view> keys, const Row&) {
@@ -145,15 +144,14 @@ lyd_node* Candidate::ParentIn(lyd_node* tree, NodeId list) const
     return at;
 }
 
-void Candidate::Patch(const RowChanges& changes)
+void Candidate::Patch(RowView& now, const RowPatch& changes)
 {
     const Reading reading(*this);
-    CandidateView now(m_schema, *this);
     PatchedView patched(now, changes);
     // Everything is read before anything changes, since the view reads the tree.
     TreePtr tree = EmptyTree(m_schema);
     LoadTrunk(m_schema, tree.get(), patched);
-    Units units;
+    DirtySet units;
     for (const auto& [key, ignored] : changes) {
         const NodeId list = m_unitOf[key.first];
         if (list == kNoNode) continue;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The candidate as a libyang tree, sparse: it has the trunk, that is the containers and leaves outside of
-// lists, and the touched units, that is entries of outermost lists. A unit is loaded from the store's rows
-// when it is first touched; all others are as in running. Knows no edit and no commit. Used by the files of
-// the datastore.
+// lists, and the dirty units, that is entries of outermost lists which an edit has named. A unit is loaded
+// from the store's rows when an edit first names it; clean units are as in running. Knows no edit and no
+// commit. Used by the files of the datastore.
 
 #ifndef CDB_DATASTORE_CANDIDATE_H
 #define CDB_DATASTORE_CANDIDATE_H
@@ -13,6 +13,7 @@
 #include <span>
 #include <vector>
 
+#include "cdb/datastore/patched_view.h"
 #include "cdb/datastore/tree.h"
 #include "cdb/rows/row_view.h"
 
@@ -24,7 +25,7 @@ public:
         lyd_node* node = nullptr;  // null: deleted
         bool inRunning = false;
     };
-    using Units = std::map<Place, Unit>;
+    using DirtySet = std::map<Place, Unit>;
 
     /// Begins equal to running. Both must outlive it. Throws FatalError.
     Candidate(const Schema& schema, const Store& store);
@@ -44,8 +45,8 @@ public:
     /// The first top-level node. Plain containers of the trunk are always present.
     [[nodiscard]] lyd_node* Tree() const { return m_tree.get(); }
 
-    /// The touched units, by list and keys.
-    [[nodiscard]] const Units& Touched() const { return m_units; }
+    /// The dirty units, by list and keys.
+    [[nodiscard]] const DirtySet& Dirty() const { return m_units; }
 
     /// Running's rows. Only while a Reading lives.
     [[nodiscard]] RowView& Running() const { return *m_running; }
@@ -61,15 +62,15 @@ public:
     /// The place of an entry of an outermost list.
     [[nodiscard]] Place PlaceOf(const lyd_node* unit) const;
 
-    /// The unit, loaded if it was not touched yet; null if there is none. Find and Exists need a Reading.
+    /// The unit, loaded if it is clean; null if there is none. Find and Exists need a Reading.
     lyd_node* Find(const Place& place);
     [[nodiscard]] bool Exists(const Place& place) const;
 
     /// Whether a container of the trunk has anything explicit. Needs a Reading.
     [[nodiscard]] bool HasContent(const lyd_node* container) const;
 
-    /// The units of the list that are in running and were not touched, in order. Needs a Reading.
-    [[nodiscard]] std::vector<Place> Untouched(NodeId list) const;
+    /// The units of the list that are in running and clean, in order. Needs a Reading.
+    [[nodiscard]] std::vector<Place> Clean(NodeId list) const;
 
     // For the log of an edit, which makes and undoes changes of the tree:
 
@@ -77,7 +78,7 @@ public:
     void Stands(lyd_node* unit);
     /// The unit leaves the tree.
     void Leaves(const lyd_node* unit);
-    /// An untouched unit of running is deleted, or is as in running again.
+    /// A clean unit of running is deleted, or is as in running again.
     void Hide(const Place& place) { m_units[place] = {nullptr, true}; }
     void Show(const Place& place) { m_units.erase(place); }
 
@@ -85,9 +86,8 @@ public:
     /// Throws FatalError.
     [[nodiscard]] TreePtr Reset();
 
-    /// Applies the rows (nullopt deletes one); the rest stays. Throws FatalError.
-    using RowChanges = std::map<std::pair<NodeId, std::vector<std::string>>, std::optional<Row>>;
-    void Patch(const RowChanges& rows);
+    /// Applies the rows; the rest stays. `now`: the candidate's rows. Throws FatalError.
+    void Patch(RowView& now, const RowPatch& rows);
 
 private:
     /// Loads the unit into the tree that begins with this node.
@@ -99,7 +99,7 @@ private:
     const Store& m_store;
     std::vector<NodeId> m_unitOf;  // by NodeId: the outermost list that the node is in, or kNoNode
     TreePtr m_tree;
-    Units m_units;
+    DirtySet m_units;
     std::uint64_t m_base = 0;
     mutable std::unique_ptr<RowView> m_running;
     mutable int m_readings = 0;

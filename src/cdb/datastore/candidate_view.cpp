@@ -28,8 +28,8 @@ const Candidate::Unit* CandidateView::UnitOf(NodeId node, std::span<const std::s
     const std::size_t count = m_schema.Table()[unit].keys.size();
     if (keys.size() < count) return nullptr;
     const auto own = keys.first(count);
-    const auto it = m_candidate.Touched().find({unit, {own.begin(), own.end()}});
-    return it == m_candidate.Touched().end() ? nullptr : &it->second;
+    const auto it = m_candidate.Dirty().find({unit, {own.begin(), own.end()}});
+    return it == m_candidate.Dirty().end() ? nullptr : &it->second;
 }
 
 const Row* CandidateView::Get(NodeId node, std::span<const std::string> keys)
@@ -53,11 +53,11 @@ void CandidateView::ForEach(NodeId list, std::span<const std::string> parentKeys
 
 void CandidateView::ForEachUnit(NodeId list, const EntryVisit& visit)
 {
-    const auto& units = m_candidate.Touched();
+    const auto& units = m_candidate.Dirty();
     auto next = units.lower_bound({list, {}});
     bool goesOn = true;
-    // Shows the touched units before `keys`, or all if it is null.
-    const auto showTouched = [&](const std::vector<std::string>* keys) {
+    // Shows the dirty units before `keys`, or all if it is null.
+    const auto showDirty = [&](const std::vector<std::string>* keys) {
         for (; goesOn && next != units.end() && next->first.node == list; ++next) {
             if (keys != nullptr && !(next->first.keys < *keys)) return;
             if (next->second.node != nullptr)
@@ -67,11 +67,11 @@ void CandidateView::ForEachUnit(NodeId list, const EntryVisit& visit)
     Place place{list, {}};
     m_candidate.Running().ForEach(list, {}, [&](std::span<const std::string_view> keys, const Row& row) {
         place.keys.assign(keys.begin(), keys.end());
-        showTouched(&place.keys);
+        showDirty(&place.keys);
         if (goesOn && !units.contains(place)) goesOn = visit(keys, row);
         return goesOn;
     });
-    showTouched(nullptr);
+    showDirty(nullptr);
 }
 
 void CandidateView::ForEachIn(const lyd_node* unit, NodeId list, std::span<const std::string> parentKeys,
@@ -89,55 +89,16 @@ void CandidateView::ForEachIn(const lyd_node* unit, NodeId list, std::span<const
         if (!visit(Views(keys), RowOf(m_schema, node))) return;
 }
 
-void TouchedView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
+void DirtyView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
 {
     if (m_candidate.ListOf(list) != list) return m_rows->ForEach(list, parentKeys, visit);
-    const auto& units = m_candidate.Touched();
+    const auto& units = m_candidate.Dirty();
     for (auto it = units.lower_bound({list, {}}); it != units.end() && it->first.node == list; ++it) {
         const Row* row = m_rows->Get(list, it->first.keys);
         if (row == nullptr) continue;
         const Row kept = *row;  // the visit may call Get
         if (!visit(Views(it->first.keys), kept)) return;
     }
-}
-
-const Row* PatchedView::Get(NodeId node, std::span<const std::string> keys)
-{
-    const auto it = m_changes.find({node, {keys.begin(), keys.end()}});
-    if (it == m_changes.end()) return m_below.Get(node, keys);
-    return it->second ? &*it->second : nullptr;
-}
-
-void PatchedView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
-{
-    const std::vector<std::string> parent(parentKeys.begin(), parentKeys.end());
-    const auto isBelow = [&](const auto& key) {
-        return key.first == list && key.second.size() > parent.size() &&
-               std::equal(parent.begin(), parent.end(), key.second.begin());
-    };
-    auto next = m_changes.lower_bound({list, parent});
-    while (next != m_changes.end() && next->first.first == list && next->first.second == parent) ++next;
-    bool goesOn = true;
-    const auto own = [&](const std::vector<std::string>& keys) {
-        return std::vector<std::string>(keys.begin() + static_cast<std::ptrdiff_t>(parent.size()),
-                                        keys.end());
-    };
-    const auto showPatched = [&](const std::vector<std::string>* before) {
-        for (; goesOn && next != m_changes.end() && isBelow(next->first); ++next) {
-            const auto keys = own(next->first.second);
-            if (before != nullptr && !(keys < *before)) return;
-            if (next->second) goesOn = visit(Views(keys), *next->second);
-        }
-    };
-    m_below.ForEach(list, parentKeys, [&](std::span<const std::string_view> keys, const Row& row) {
-        const std::vector<std::string> text(keys.begin(), keys.end());
-        showPatched(&text);
-        std::vector<std::string> all = parent;
-        all.insert(all.end(), text.begin(), text.end());
-        if (goesOn && !m_changes.contains({list, all})) goesOn = visit(keys, row);
-        return goesOn;
-    });
-    showPatched(nullptr);
 }
 
 }  // namespace cdb

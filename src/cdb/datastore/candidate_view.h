@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The candidate's rows: running's, except for the touched units and the trunk. And views that patch or
-// restrict other rows.
+// The candidate's rows: running's, except for the dirty units and the trunk. And a view that restricts other
+// rows to these.
 
 #ifndef CDB_DATASTORE_CANDIDATE_VIEW_H
 #define CDB_DATASTORE_CANDIDATE_VIEW_H
@@ -22,7 +22,7 @@ public:
     void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
 
 private:
-    /// The touched unit that these keys begin with; null if it was not touched.
+    /// The dirty unit that these keys begin with; null if it is clean.
     [[nodiscard]] const Candidate::Unit* UnitOf(NodeId node, std::span<const std::string> keys) const;
     void ForEachUnit(NodeId list, const EntryVisit& visit);
     void ForEachIn(const lyd_node* unit, NodeId list, std::span<const std::string> parentKeys,
@@ -34,10 +34,10 @@ private:
     Row m_row;
 };
 
-/// Restricts other rows to the trunk and the touched units.
-class TouchedView final : public RowView {
+/// Restricts other rows to the trunk and the dirty units.
+class DirtyView final : public RowView {
 public:
-    TouchedView(const Candidate& candidate, std::unique_ptr<RowView> rows)
+    DirtyView(const Candidate& candidate, std::unique_ptr<RowView> rows)
         : m_candidate(candidate), m_rows(std::move(rows))
     {
     }
@@ -51,19 +51,6 @@ public:
 private:
     const Candidate& m_candidate;
     const std::unique_ptr<RowView> m_rows;
-};
-
-/// Rows with changes applied on top. Both must outlive it.
-class PatchedView final : public RowView {
-public:
-    PatchedView(RowView& below, const Candidate::RowChanges& changes) : m_below(below), m_changes(changes) {}
-
-    const Row* Get(NodeId node, std::span<const std::string> keys) override;
-    void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
-
-private:
-    RowView& m_below;
-    const Candidate::RowChanges& m_changes;
 };
 
 }  // namespace cdb

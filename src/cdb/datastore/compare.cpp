@@ -142,8 +142,8 @@ bool Comparer::Trunk(NodeId id, const lyd_node* now, ChangeNode& change)
 
 void Comparer::Units(NodeId list, ChangeNode& change)
 {
-    const auto& touched = m_candidate.Touched();
-    for (auto it = touched.lower_bound({list, {}}); it != touched.end() && it->first.node == list; ++it) {
+    const auto& dirty = m_candidate.Dirty();
+    for (auto it = dirty.lower_bound({list, {}}); it != dirty.end() && it->first.node == list; ++it) {
         if (IsEnough()) return;
         std::optional<Branch> before;
         std::optional<Branch> now;

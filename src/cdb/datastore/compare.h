@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Compares running and the candidate where the candidate was touched: the change set for subscribers, and the
+// Compares running and the candidate in the dirty set: the change set for subscribers, and the
 // rows before and after for the store. Changes neither. Used by the datastore.
 
 #ifndef CDB_DATASTORE_COMPARE_H

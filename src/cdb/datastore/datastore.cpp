@@ -20,7 +20,7 @@
 namespace cdb {
 namespace {
 
-/// With more touched units than this, the old tree is kept for TidyUp, since freeing it takes long.
+/// With more dirty units than this, the old tree is kept for TidyUp, since freeing it takes long.
 constexpr std::size_t kLargeChange = 1000;
 
 std::string TextOf(const std::vector<Error>& errors)
@@ -77,7 +77,7 @@ public:
     /// Makes the candidate equal to running.
     void Settle()
     {
-        const bool isLarge = candidate.Touched().size() > kLargeChange;
+        const bool isLarge = candidate.Dirty().size() > kLargeChange;
         TreePtr before = candidate.Reset();
         isVerified = true;
         if (isLarge) garbage.push_back(std::move(before));
@@ -159,10 +159,9 @@ std::unique_ptr<RowView> Datastore::Candidate() const
     return std::make_unique<CandidateView>(m_impl->schema, m_impl->candidate);
 }
 
-std::unique_ptr<RowView> Datastore::Touched(Which which) const
+std::unique_ptr<RowView> Datastore::DirtyRows(Which which) const
 {
-    return std::make_unique<TouchedView>(m_impl->candidate,
-                                         which == Which::kRunning ? Running() : Candidate());
+    return std::make_unique<DirtyView>(m_impl->candidate, which == Which::kRunning ? Running() : Candidate());
 }
 
 std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOperation operation) const
@@ -269,13 +268,14 @@ std::optional<Error> Datastore::Undo(const HistoryEntry& entry)
                      .message = "what undoes commit " + std::to_string(entry.commit) +
                                 " does not fit the YANG modules: " + LastMessage(m_impl->schema.Context())};
     }
-    cdb::Candidate::RowChanges rows;
+    RowPatch rows;
     for (const auto& each : entry.undoRows) {
         auto key = m_impl->store.RowKeyOf(each.key);
         if (!key) continue;  // the schema no longer has the node
         rows.emplace(std::pair(key->node, std::move(key->keys)), each.row);
     }
-    m_impl->candidate.Patch(rows);
+    CandidateView now(m_impl->schema, m_impl->candidate);
+    m_impl->candidate.Patch(now, rows);
     return std::nullopt;
 }
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The running and candidate datastores. Running is the store's content; the candidate is running and, in
-// memory, what was touched since. Every operation costs in proportion to what it touches, not to the
-// configuration. Knows no session and no lock. Functions are for one thread at a time, except Running, which
-// any thread may call at any time. Functions that read the store throw FatalError if it can't be read.
+// memory, the units that edits have changed since. Every operation costs in proportion to what it touches,
+// not to the configuration. Knows no session and no lock. Functions are for one thread at a time, except
+// Running, which any thread may call at any time. Functions that read the store throw FatalError if it can't
+// be read.
 
 #ifndef CDB_DATASTORE_DATASTORE_H
 #define CDB_DATASTORE_DATASTORE_H
@@ -15,10 +16,10 @@
 #include <variant>
 #include <vector>
 
+#include "cdb/datastore/edit_records.h"
 #include "cdb/datastore/tree.h"
 #include "cdb/model/change_set.h"
 #include "cdb/model/error.h"
-#include "cdb/model/path.h"
 #include "cdb/model/row_change.h"
 #include "cdb/rows/row_view.h"
 #include "cdb/schema/schema.h"
@@ -27,25 +28,6 @@
 struct lyd_node;
 
 namespace cdb {
-
-/// The default-operation of an edit (RFC 6241, section 7.2).
-enum class DefaultOperation : std::uint8_t { kMerge, kReplace, kNone };
-
-/// The test-option of an edit (RFC 6241, section 7.2).
-enum class TestOption : std::uint8_t { kSet, kTestThenSet, kTestOnly };
-
-/// An entry that an edit will create in the candidate, and the callpoint to ask about it.
-struct NewEntry {
-    Path path;
-    std::string callpoint;
-    friend bool operator==(const NewEntry&, const NewEntry&) = default;
-};
-
-/// A leaf that a callpoint sets in the transaction of the edit.
-struct LeafWrite {
-    Path path;
-    Value value;
-};
 
 struct CommitInfo {
     std::string user;
@@ -68,7 +50,7 @@ public:
     /// The rows, but of outermost lists only the entries in which the candidate may differ from running.
     /// Valid until the candidate's next change.
     enum class Which : std::uint8_t { kRunning, kCandidate };
-    [[nodiscard]] std::unique_ptr<RowView> Touched(Which which) const;
+    [[nodiscard]] std::unique_ptr<RowView> DirtyRows(Which which) const;
 
     /// The entries of lists with a callpoint that the edit would create, in the edit's order. `edit` is the
     /// parsed content of <config> (first sibling), with the nc:operation attributes as metadata (or, on
@@ -89,10 +71,10 @@ public:
     [[nodiscard]] std::vector<Error> EditAndTest(const lyd_node* edit, DefaultOperation operation,
                                                  TestOption test, const std::vector<LeafWrite>& writes);
 
-    /// Whether the candidate differs from running (looks only at what was touched).
+    /// Whether the candidate differs from running (looks only at the dirty set).
     [[nodiscard]] bool Changed() const;
 
-    /// The candidate's errors, checked at what was touched and what refers to it. Empty if it is valid.
+    /// The candidate's errors, checked in the dirty set and what refers to it. Empty if it is valid.
     [[nodiscard]] std::vector<Error> Validate();
 
     /// The change set of a commit now, with the number that it would get.

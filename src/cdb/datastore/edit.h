@@ -5,17 +5,35 @@
 #ifndef CDB_DATASTORE_EDIT_H
 #define CDB_DATASTORE_EDIT_H
 
+#include <map>
 #include <optional>
 #include <unordered_set>
 #include <vector>
 
 #include "cdb/datastore/candidate.h"
-#include "cdb/datastore/datastore.h"
 #include "cdb/datastore/edit_log.h"
 #include "cdb/datastore/edit_operation.h"
-#include "cdb/datastore/edit_writes.h"
+#include "cdb/datastore/edit_records.h"
 
 namespace cdb {
+
+/// The callpoints' writes of one edit, by the entry whose creation they belong to.
+class EditWrites {
+public:
+    struct Write {
+        std::vector<Place> below;  // from the entry down to the leaf
+        Value value;
+    };
+
+    EditWrites() = default;
+    EditWrites(const SchemaTable& table, const std::vector<LeafWrite>& writes);
+
+    /// The writes for this entry; empty if there are none.
+    [[nodiscard]] const std::vector<Write>& For(const Place& entry) const;
+
+private:
+    std::map<Place, std::vector<Write>> m_writes;  // by the list and all keys from the root
+};
 
 class Editor {
 public:

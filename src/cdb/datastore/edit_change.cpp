@@ -132,8 +132,8 @@ void Editor::TakeOutPresent(const lyd_node* edit, lyd_node* parent)
 {
     if (m_candidate.IsUnit(edit->schema)) {
         const Place place = m_candidate.PlaceOf(edit);
-        const auto it = m_candidate.Touched().find(place);
-        if (it == m_candidate.Touched().end())
+        const auto it = m_candidate.Dirty().find(place);
+        if (it == m_candidate.Dirty().end())
             m_log.Hide(place);
         else if (it->second.node != nullptr)
             m_log.TakeOut(it->second.node);
@@ -181,11 +181,11 @@ void Editor::EmptyTrunk(lyd_node* container)
 void Editor::EmptyList(NodeId list)
 {
     std::vector<lyd_node*> standing;
-    const auto& touched = m_candidate.Touched();
-    for (auto it = touched.lower_bound({list, {}}); it != touched.end() && it->first.node == list; ++it)
+    const auto& dirty = m_candidate.Dirty();
+    for (auto it = dirty.lower_bound({list, {}}); it != dirty.end() && it->first.node == list; ++it)
         if (it->second.node != nullptr) standing.push_back(it->second.node);
     for (lyd_node* unit : standing) m_log.TakeOut(unit);
-    for (const Place& unit : m_candidate.Untouched(list)) m_log.Hide(unit);
+    for (const Place& unit : m_candidate.Clean(list)) m_log.Hide(unit);
 }
 
 void Editor::EmptyUnmentioned(const lyd_node* edit)

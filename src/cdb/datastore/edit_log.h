@@ -25,7 +25,7 @@ public:
     /// Takes the node out of the tree. It must not be a top-level node.
     void TakeOut(lyd_node* node);
 
-    /// Deletes an untouched unit of running.
+    /// Deletes a clean unit of running.
     void Hide(const Place& unit);
 
     /// Gives the leaf another canonical value, explicit or as its default.

@@ -8,7 +8,6 @@
 #include <string_view>
 #include <utility>
 
-#include "cdb/datastore/datastore.h"
 #include "cdb/datastore/edit_errors.h"
 #include "cdb/datastore/tree.h"
 

@@ -5,18 +5,16 @@
 #ifndef CDB_DATASTORE_EDIT_OPERATION_H
 #define CDB_DATASTORE_EDIT_OPERATION_H
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <variant>
 
+#include "cdb/datastore/edit_records.h"
 #include "cdb/model/error.h"
 
 struct lyd_node;
 
 namespace cdb {
-
-enum class DefaultOperation : std::uint8_t;  // datastore.h
 
 enum class EditOp { kMerge, kReplace, kCreate, kDelete, kRemove, kNone };
 

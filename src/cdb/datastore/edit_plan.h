@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "cdb/datastore/candidate.h"
-#include "cdb/datastore/datastore.h"
+#include "cdb/datastore/edit_records.h"
 
 namespace cdb {
 

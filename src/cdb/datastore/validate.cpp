@@ -4,16 +4,138 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
+#include <new>
+#include <optional>
+#include <string_view>
 
 #include "cdb/datastore/candidate_view.h"
+#include "cdb/datastore/tree.h"
 #include "cdb/datastore/tree_load.h"
 #include "cdb/datastore/validate_references.h"
-#include "cdb/datastore/validate_unit.h"
 
 namespace cdb {
 namespace {
 
 using Units = std::vector<const lyd_node*>;
+
+constexpr std::string_view kDataLocation = "Data location \"";
+constexpr std::string_view kSchemaLocation = "Schema location \"";
+
+/// The text between the quotes after `words`; empty if there is none.
+std::string Location(const ly_err_item& item, std::string_view words)
+{
+    const std::string_view path = item.path != nullptr ? item.path : "";
+    const auto start = path.find(words);
+    if (start == std::string_view::npos) return {};
+    // Keys in a data path may contain any quotes; the path's closing quote is followed by one of these.
+    auto end = path.find("\", ", start + words.size());
+    if (end == std::string_view::npos) end = path.rfind("\".");
+    if (end == std::string_view::npos || end < start + words.size()) return {};
+    return std::string(path.substr(start + words.size(), end - start - words.size()));
+}
+
+/// The first instance of `parent` below `node` (itself included) without a child of that schema.
+const lyd_node* WithoutChild(const lyd_node* node, const lysc_node* parent, const lysc_node* child)
+{
+    if (node->schema == parent) return FindSingle(lyd_child(node), child) == nullptr ? node : nullptr;
+    for (const lyd_node* below = lyd_child(node); below != nullptr; below = below->next)
+        if (const lyd_node* found = WithoutChild(below, parent, child); found != nullptr) return found;
+    return nullptr;
+}
+
+Error MissingNode(const Schema& schema, const ly_err_item& item, const lyd_node* tree)
+{
+    Error error;
+    error.tag = ErrorTag::kMissingElement;
+    error.message = item.msg;
+    const std::string location = Location(item, kSchemaLocation);
+    const lysc_node* node = lys_find_path(schema.Context(), nullptr, location.c_str(), 0);
+    if (node == nullptr) return error;
+    error.info = {{"bad-element", node->name}};
+    const lyd_node* holder = WithoutChild(tree, node->parent, node);
+    if (holder == nullptr) return error;
+    error.path = DataPath(holder);
+    error.message = Describe(holder) + " needs \"" + node->name + "\"; set it";
+    return error;
+}
+
+/// libyang's last message as an error that names the thing and the remedy. `tree`: any top-level node of the
+/// validated tree.
+Error ValidationError(const Schema& schema, const lyd_node* tree)
+{
+    const ly_err_item* last = ly_err_last(schema.Context());
+    Error error;
+    error.message = "the configuration is not valid";
+    if (last == nullptr || last->msg == nullptr) return error;
+    // Copies, since further calls of libyang replace its texts.
+    const std::string message = last->msg;
+    const std::string path = last->path != nullptr ? last->path : "";
+    const std::string appTag = last->apptag != nullptr ? last->apptag : "";
+    ly_err_item item = *last;
+    item.msg = const_cast<char*>(message.c_str());
+    item.path = const_cast<char*>(path.c_str());
+
+    if (appTag == "instance-required") error.tag = ErrorTag::kDataMissing;
+    if (message.starts_with("Mandatory node")) return MissingNode(schema, item, tree);
+    error.message = message;
+    error.path = Location(item, kDataLocation);
+    error.appTag = appTag;
+    if (appTag == "missing-choice") error.tag = ErrorTag::kDataMissing;
+    return error;
+}
+
+lyd_node* Copy(const lyd_node* node, lyd_node* parent, bool whole)
+{
+    lyd_node* copy = nullptr;
+    if (lyd_dup_single(node, reinterpret_cast<lyd_node_inner*>(parent), whole ? LYD_DUP_RECURSIVE : 0,
+                       &copy) != LY_SUCCESS)
+        throw std::bad_alloc();
+    return copy;
+}
+
+/// Copies the nodes outside of lists, and the unit below its parent.
+void CopyTrunk(const Schema& schema, const lyd_node* node, lyd_node* copy, const lyd_node* unit)
+{
+    const auto& table = schema.Table();
+    if (lyd_parent(unit) == node) Copy(unit, copy, true);
+    for (const NodeId id : table[schema.IdOf(node->schema)].children) {
+        if (table[id].kind == NodeKind::kList) continue;
+        const lyd_node* child = FindSingle(lyd_child(node), schema.NodeOf(id));
+        if (child == nullptr) continue;
+        lyd_node* childCopy = Copy(child, copy, false);
+        if (table[id].kind != NodeKind::kLeaf) CopyTrunk(schema, child, childCopy, unit);
+    }
+}
+
+/// Validates a complete tree and returns the first error. The tree stays as it is.
+std::optional<Error> ValidateTree(const Schema& schema, lyd_node* tree)
+{
+    // Validation does not change a complete tree, unless a "when" removes nodes.
+    TreePtr copy;
+    if (schema.Constraints().hasWhen) {
+        lyd_node* siblings = nullptr;
+        if (lyd_dup_siblings(tree, nullptr, LYD_DUP_RECURSIVE, &siblings) != LY_SUCCESS)
+            throw std::bad_alloc();
+        copy.reset(siblings);
+    }
+    lyd_node* validated = copy ? copy.get() : tree;
+    ly_err_clean(schema.Context(), nullptr);
+    const auto result = lyd_validate_module(&validated, tree->schema->module, LYD_VALIDATE_NO_STATE, nullptr);
+    if (copy) {
+        static_cast<void>(copy.release());
+        copy.reset(validated);
+    }
+    if (result == LY_SUCCESS) return std::nullopt;
+    return ValidationError(schema, validated);
+}
+
+/// Validates a copy of one unit of the tree together with the trunk and returns the first error.
+std::optional<Error> ValidateUnit(const Schema& schema, const lyd_node* tree, const lyd_node* unit)
+{
+    const TreePtr copy(Copy(tree, nullptr, false));
+    CopyTrunk(schema, tree, copy.get(), unit);
+    return ValidateTree(schema, copy.get());
+}
 
 template <typename Visit>
 void ForEachUnit(const lyd_node* trunk, Visit&& visit)
@@ -31,7 +153,7 @@ void AddOnce(std::vector<Error>& errors, Error error)
     if (std::find(errors.begin(), errors.end(), error) == errors.end()) errors.push_back(std::move(error));
 }
 
-/// libyang stops at a tree's first error, so each unit is then validated by itself.
+/// libyang stops at a tree's first error, so each unit is then validated by itself. At most kMaxErrors.
 std::vector<Error> StructureErrors(const Schema& schema, lyd_node* tree)
 {
     auto first = ValidateTree(schema, tree);
@@ -40,11 +162,12 @@ std::vector<Error> StructureErrors(const Schema& schema, lyd_node* tree)
     Units units;
     ForEachUnit(tree, [&units](const lyd_node* unit) { units.push_back(unit); });
     for (const lyd_node* unit : units) {
-        if (errors.size() >= Validator::kMaxErrors) return errors;
+        if (errors.size() == Validator::kMaxErrors) break;
         if (auto error = ValidateUnit(schema, tree, unit)) AddOnce(errors, std::move(*error));
     }
-    if (std::find(errors.begin(), errors.end(), *first) == errors.end())
-        errors.insert(errors.begin(), std::move(*first));
+    if (std::find(errors.begin(), errors.end(), *first) != errors.end()) return errors;
+    if (errors.size() == Validator::kMaxErrors) errors.pop_back();
+    errors.insert(errors.begin(), std::move(*first));
     return errors;
 }
 
@@ -60,7 +183,7 @@ std::vector<Error> Validator::Check(const Candidate& candidate) const
         return Everything(whole.get(), rows);
     }
     auto errors = StructureErrors(m_schema, candidate.Tree());
-    DanglingReferences dangling(m_schema, kMaxErrors - std::min(errors.size(), kMaxErrors));
+    DanglingReferences dangling(m_schema, kMaxErrors - errors.size());
     dangling.InCandidate(candidate);
     dangling.AppendTo(errors);
     return errors;
@@ -69,7 +192,7 @@ std::vector<Error> Validator::Check(const Candidate& candidate) const
 std::vector<Error> Validator::Everything(lyd_node* tree, RowView& rows) const
 {
     auto errors = StructureErrors(m_schema, tree);
-    DanglingReferences dangling(m_schema, kMaxErrors - std::min(errors.size(), kMaxErrors));
+    DanglingReferences dangling(m_schema, kMaxErrors - errors.size());
     dangling.InRows(rows);
     dangling.AppendTo(errors);
     return errors;

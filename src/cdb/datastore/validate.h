@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Validates the candidate where it was touched: libyang validates the trunk and the touched units, and this
-// class looks up the references that leave a unit. If the schema's constraints reach further, it validates
-// everything. Used by the datastore.
+// Validates the candidate where edits have changed it: libyang validates the trunk and the dirty units, and
+// this class looks up the references that leave a unit. If the schema's constraints reach further, it
+// validates everything. Used by the datastore.
 
 #ifndef CDB_DATASTORE_VALIDATE_H
 #define CDB_DATASTORE_VALIDATE_H

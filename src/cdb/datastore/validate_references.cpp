@@ -81,9 +81,9 @@ void DanglingReferences::InTree(const Candidate& candidate, const lyd_node* node
 
 void DanglingReferences::OfGone(const Candidate& candidate)
 {
-    const auto& touched = candidate.Touched();
+    const auto& dirty = candidate.Dirty();
     std::set<NodeId> lists;  // with deleted units
-    for (const auto& [place, unit] : touched)
+    for (const auto& [place, unit] : dirty)
         if (unit.node == nullptr) lists.insert(place.node);
     for (const auto& reference : m_schema.Constraints().references) {
         if (!lists.contains(reference.list)) continue;
@@ -94,10 +94,10 @@ void DanglingReferences::OfGone(const Candidate& candidate)
         ForEachValue(candidate.Running(), reference,
                      [&](std::vector<std::string> keys, const std::string& value) {
                          target.keys.front() = value;
-                         const auto it = touched.find(target);
-                         if (it == touched.end() || it->second.node != nullptr) return;
-                         // Touched units are checked in the tree.
-                         if (!touched.contains({unitList, {keys.begin(), keys.begin() + count}}))
+                         const auto it = dirty.find(target);
+                         if (it == dirty.end() || it->second.node != nullptr) return;
+                         // Dirty units are checked in the tree.
+                         if (!dirty.contains({unitList, {keys.begin(), keys.begin() + count}}))
                              Add(reference, keys, value);
                      });
     }

@@ -24,7 +24,7 @@ public:
     /// Beyond `limit`, errors are only counted.
     DanglingReferences(const Schema& schema, std::size_t limit);
 
-    /// Checks the references of what was touched, and those to deleted units. Needs a Reading of the
+    /// Checks the references of the dirty set, and those to deleted units. Needs a Reading of the
     /// candidate.
     void InCandidate(const Candidate& candidate);
 

@@ -21,6 +21,7 @@
 namespace cdb {
 
 class RowView;
+class SnapshotImpl;
 
 /// The read side of the store. Every call may throw FatalError if the file can't be read any more.
 class StoreReader {
@@ -63,9 +64,8 @@ public:
     private:
         friend class StoreReader;
         friend class Store;
-        class Impl;
-        explicit Snapshot(std::unique_ptr<Impl> impl);
-        std::unique_ptr<Impl> m_impl;
+        explicit Snapshot(std::unique_ptr<SnapshotImpl> impl);
+        std::unique_ptr<SnapshotImpl> m_impl;
     };
 
     /// A view of the last commit.

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "cdb/rows/environment.h"
-#include "cdb/rows/snapshot.h"
 
 namespace cdb {
 namespace {

@@ -15,7 +15,12 @@
 
 namespace cdb {
 
+class Environment;
 class StoreReader;
+
+namespace codec {
+class RowKeys;
+}
 
 /// Every call may throw FatalError if the rows can't be read any more.
 class RowView {
@@ -39,6 +44,10 @@ public:
 /// The running datastore as it is now. A view is for one request: while it lives the store's file grows with
 /// each commit.
 std::unique_ptr<RowView> MakeRowView(const StoreReader& store);
+
+/// The same for the files of the store: with one cursor for each list.
+std::unique_ptr<RowView> MakeRowView(std::shared_ptr<Environment> environment,
+                                     std::shared_ptr<const codec::RowKeys> keys);
 
 }  // namespace cdb
 

@@ -6,24 +6,23 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "cdb/rows/codec.h"
 #include "cdb/rows/environment.h"
-#include "cdb/rows/reader.h"
-#include "cdb/rows/row_view.h"
 
 namespace cdb {
 
-class StoreReader::Snapshot::Impl {
+class SnapshotImpl {
 public:
     using EntryVisitor = std::function<bool(const std::vector<std::string>& keys, const Row& row)>;
 
-    Impl(std::shared_ptr<Environment> environment, std::shared_ptr<const codec::RowKeys> keys);
-    ~Impl();
-    Impl(const Impl&) = delete;
-    Impl& operator=(const Impl&) = delete;
+    SnapshotImpl(std::shared_ptr<Environment> environment, std::shared_ptr<const codec::RowKeys> keys);
+    ~SnapshotImpl();
+    SnapshotImpl(const SnapshotImpl&) = delete;
+    SnapshotImpl& operator=(const SnapshotImpl&) = delete;
 
     [[nodiscard]] std::uint64_t Commit() const;
     [[nodiscard]] std::optional<Row> Get(const RowKey& key);
@@ -37,7 +36,7 @@ private:
     /// A cursor and its scratch memory for one pass. Passes nest: a visitor may scan too.
     class PassHold {
     public:
-        explicit PassHold(Impl& snapshot);
+        explicit PassHold(SnapshotImpl& snapshot);
         ~PassHold();
         PassHold(const PassHold&) = delete;
         PassHold& operator=(const PassHold&) = delete;
@@ -58,10 +57,6 @@ private:
     std::shared_ptr<const codec::RowKeys> m_keys;
     std::unique_ptr<Environment::Reading> m_reading;
 };
-
-/// The rows as they are now, with one cursor for each list.
-std::unique_ptr<RowView> MakeRowView(std::shared_ptr<Environment> environment,
-                                     std::shared_ptr<const codec::RowKeys> keys);
 
 }  // namespace cdb
 

@@ -88,6 +88,8 @@ private:
         if (node.kind == NodeKind::kLeaf) FillLeaf(node, compiled);
         m_nodes.push_back(std::move(node));
         m_compiled.push_back(compiled);
+        // libyang leaves this member to its user; 0 means no number, so numbers are stored plus one.
+        const_cast<lysc_node*>(compiled)->priv = reinterpret_cast<void*>(static_cast<std::uintptr_t>(id) + 1);
         return id;
     }
 
@@ -231,6 +233,12 @@ private:
 };
 
 }  // namespace
+
+NodeId IdOf(const lysc_node* node)
+{
+    const auto number = node != nullptr ? reinterpret_cast<std::uintptr_t>(node->priv) : 0;
+    return number == 0 ? kNoNode : static_cast<NodeId>(number - 1);
+}
 
 DerivedSchema DeriveSchema(const ly_ctx* context) { return Derivation().Run(context); }
 

@@ -30,11 +30,11 @@ const lysc_node* UnitOf(const lysc_node* node)
 
 class Examiner {
 public:
-    explicit Examiner(const Schema& schema) : m_schema(schema) {}
+    explicit Examiner(const DerivedSchema& schema) : m_schema(schema) {}
 
     void Node(NodeId id)
     {
-        const lysc_node* node = m_schema.NodeOf(id);
+        const lysc_node* node = m_schema.compiled[id];
         bool isLocal = true;
         const lysc_must* musts = lysc_node_musts(node);
         for (LY_ARRAY_COUNT_TYPE i = 0; i < LY_ARRAY_COUNT(musts); ++i)
@@ -63,13 +63,13 @@ private:
 
     [[nodiscard]] const lysc_type* TypeOf(NodeId leaf) const
     {
-        return reinterpret_cast<const lysc_node_leaf*>(m_schema.NodeOf(leaf))->type;
+        return reinterpret_cast<const lysc_node_leaf*>(m_schema.compiled[leaf])->type;
     }
 
     /// Whether a leaf without such a reference has the same compiled type.
     [[nodiscard]] bool IsShared(const Reference& reference) const
     {
-        const auto nodes = m_schema.Table().Nodes();
+        const auto nodes = m_schema.table.Nodes();
         return std::any_of(nodes.begin(), nodes.end(), [&](const SchemaNode& node) {
             const auto isSame = [&node](const Reference& each) { return each.leaf == node.id; };
             return node.kind == NodeKind::kLeaf && TypeOf(node.id) == TypeOf(reference.leaf) &&
@@ -163,22 +163,22 @@ private:
             if (atom->nodetype == LYS_LEAF && atom != node) target = atom;  // the path has only one
         if (target == nullptr || !lysc_is_key(target)) return false;
         const lysc_node* list = target->parent;
-        if (UnitOf(target) != list || m_schema.IdOf(list) == kNoNode) return false;
-        if (m_schema.Table()[m_schema.IdOf(list)].keys.size() != 1) return false;
-        m_reach.references.push_back({id, m_schema.IdOf(list)});
+        if (UnitOf(target) != list || IdOf(list) == kNoNode) return false;
+        if (m_schema.table[IdOf(list)].keys.size() != 1) return false;
+        m_reach.references.push_back({id, IdOf(list)});
         return true;
     }
 
-    const Schema& m_schema;
+    const DerivedSchema& m_schema;
     Reach m_reach;
 };
 
 }  // namespace
 
-Reach ExamineConstraints(const Schema& schema)
+Reach ExamineConstraints(const DerivedSchema& schema)
 {
     Examiner examiner(schema);
-    for (const auto& node : schema.Table().Nodes()) examiner.Node(node.id);
+    for (const auto& node : schema.table.Nodes()) examiner.Node(node.id);
     return examiner.Result();
 }
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "cdb/schema/schema.h"
+#include "cdb/schema/derive.h"
 
 namespace cdb {
 
@@ -32,7 +32,7 @@ struct Reach {
     [[nodiscard]] bool EverythingAlways() const { return !wide.empty(); }
 };
 
-Reach ExamineConstraints(const Schema& schema);
+Reach ExamineConstraints(const DerivedSchema& schema);
 
 }  // namespace cdb
 

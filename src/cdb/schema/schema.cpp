@@ -4,13 +4,15 @@
 #include "cdb/schema/schema.h"
 
 #include <libyang/libyang.h>
+#include <xxhash.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 
 #include "cdb/schema/derive.h"
-#include "cdb/schema/fingerprint.h"
 #include "cdb/schema/libyang_owner.h"
 #include "cdb/schema/reach.h"
 
@@ -89,6 +91,51 @@ void LoadModules(ly_ctx* context, const fs::path& directory)
     for (const auto& name : ModulesIn(directory)) LoadModule(context, name, nullptr);
 }
 
+std::string Hash(const std::string& text)
+{
+    XXH128_canonical_t canonical{};
+    XXH128_canonicalFromHash(&canonical, XXH3_128bits(text.data(), text.size()));
+    std::string hex;
+    for (const unsigned char byte : canonical.digest) {
+        constexpr const char* kDigits = "0123456789abcdef";
+        hex += kDigits[byte >> 4];
+        hex += kDigits[byte & 0xf];
+    }
+    return hex;
+}
+
+/// A module or submodule: its name, whether it is implemented, and a hash of its text. Modules built into
+/// libyang have no file; libyang's version stands for them.
+std::string Describe(const char* name, const char* revision, const char* file, bool implemented)
+{
+    std::string text = std::string(name) + '@' + (revision != nullptr ? revision : "") +
+                       (implemented ? " implemented " : " ");
+    if (file == nullptr) return text;
+    std::ifstream stream(file, std::ios::binary);
+    const std::string content{std::istreambuf_iterator<char>(stream), {}};
+    if (!stream) throw FatalError("the YANG module " + std::string(file) + " can't be read");
+    return text + Hash(content);
+}
+
+/// A hash over the text of all modules, independent of the order in which they were loaded. Throws FatalError
+/// if a module's file can't be read any more.
+std::string FingerprintOf(const ly_ctx* context)
+{
+    std::vector<std::string> parts{"libyang " LIBYANG_VERSION};
+    std::uint32_t index = 0;
+    while (const lys_module* module = ly_ctx_get_module_iter(context, &index)) {
+        parts.push_back(Describe(module->name, module->revision, module->filepath, module->implemented != 0));
+        if (module->parsed == nullptr) continue;
+        for (LY_ARRAY_COUNT_TYPE i = 0; i < LY_ARRAY_COUNT(module->parsed->includes); ++i)
+            if (const auto* part = module->parsed->includes[i].submodule; part != nullptr)
+                parts.push_back(Describe(part->name, nullptr, part->filepath, false));
+    }
+    std::sort(parts.begin(), parts.end());
+    std::string all;
+    for (const std::string& part : parts) all += part + '\n';
+    return Hash(all);
+}
+
 }  // namespace
 
 class Schema::Impl {
@@ -101,11 +148,7 @@ public:
         ly_err_clean(context.get(), nullptr);
         derived = DeriveSchema(context.get());
         fingerprint = FingerprintOf(context.get());
-        for (std::size_t i = 0; i < derived.compiled.size(); ++i) {
-            // libyang leaves this member to its user; 0 means no number, so numbers are stored plus one.
-            auto* node = const_cast<lysc_node*>(derived.compiled[i]);
-            node->priv = reinterpret_cast<void*>(static_cast<std::uintptr_t>(i) + 1);
-        }
+        reach = ExamineConstraints(derived);
     }
 
     Owned<ly_ctx> context;
@@ -116,9 +159,7 @@ public:
 
 std::unique_ptr<Schema> Schema::Load(const fs::path& directory)
 {
-    auto schema = std::unique_ptr<Schema>(new Schema(std::make_unique<Impl>(directory)));
-    schema->m_impl->reach = ExamineConstraints(*schema);
-    return schema;
+    return std::unique_ptr<Schema>(new Schema(std::make_unique<Impl>(directory)));
 }
 
 Schema::Schema(std::unique_ptr<Impl> impl) : m_impl(std::move(impl)) {}
@@ -129,11 +170,7 @@ ly_ctx* Schema::Context() const { return m_impl->context.get(); }
 
 const SchemaTable& Schema::Table() const { return m_impl->derived.table; }
 
-NodeId Schema::IdOf(const lysc_node* node) const
-{
-    const auto number = node != nullptr ? reinterpret_cast<std::uintptr_t>(node->priv) : 0;
-    return number == 0 ? kNoNode : static_cast<NodeId>(number - 1);
-}
+NodeId Schema::IdOf(const lysc_node* node) const { return cdb::IdOf(node); }
 
 const Reach& Schema::Constraints() const { return m_impl->reach; }
 

@@ -15,7 +15,7 @@
 #include <type_traits>
 
 #include "base/unique_fd.h"
-#include "cdb/store/records.h"
+#include "cdb/model/error.h"
 
 namespace cdb {
 namespace {

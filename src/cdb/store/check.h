@@ -7,14 +7,9 @@
 
 #include <filesystem>
 
-#include "cdb/store/store.h"
+#include "cdb/store/records.h"
 
 namespace cdb {
-
-enum class CheckDepth {
-    kStart,  // all except the history's large values, which may be long
-    kEverything
-};
 
 /// Throws FatalError that says what is wrong with the store in the directory. Changes nothing. Must be called
 /// while no process writes to the store and this process has no environment open.

@@ -10,8 +10,9 @@
 #include <variant>
 #include <vector>
 
+#include "cdb/model/error.h"
+#include "cdb/model/history.h"
 #include "cdb/rows/environment.h"
-#include "cdb/store/store.h"
 
 namespace cdb {
 class WriteTransaction;

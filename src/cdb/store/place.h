@@ -15,7 +15,7 @@
 #include <memory>
 
 #include "cdb/store/lock.h"
-#include "cdb/store/store.h"
+#include "cdb/store/store_options.h"
 
 namespace cdb {
 

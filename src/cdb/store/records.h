@@ -8,10 +8,14 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "cdb/store/check.h"
-#include "cdb/store/store.h"
+#include "cdb/store/store_options.h"
 
 namespace cdb {
+
+enum class CheckDepth {
+    kStart,  // all except the history's large values, which may be long
+    kEverything
+};
 
 class DamagedRecord : public std::runtime_error {
 public:

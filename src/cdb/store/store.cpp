@@ -12,7 +12,7 @@
 #include "cdb/store/copy.h"
 #include "cdb/store/history.h"
 #include "cdb/store/place.h"
-#include "cdb/store/transaction.h"
+#include "cdb/store/staged_commit.h"
 
 namespace cdb {
 namespace {
@@ -82,7 +82,7 @@ public:
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
-    std::uint64_t LastCommit() const { return StoreReader::Snapshot::Impl(environment, Keys()).Commit(); }
+    std::uint64_t LastCommit() const { return SnapshotImpl(environment, Keys()).Commit(); }
 
     std::shared_ptr<const codec::RowKeys> Keys() const
     {
@@ -178,8 +178,7 @@ SchemaTable Store::Schema() const { return m_impl->Keys()->Schema(); }
 
 StoreReader::Snapshot Store::Read() const
 {
-    return StoreReader::Snapshot(
-        std::make_unique<StoreReader::Snapshot::Impl>(m_impl->environment, m_impl->Keys()));
+    return StoreReader::Snapshot(std::make_unique<SnapshotImpl>(m_impl->environment, m_impl->Keys()));
 }
 
 std::unique_ptr<RowView> MakeRowView(const Store& store)
@@ -201,8 +200,17 @@ std::optional<RowKey> Store::RowKeyOf(std::string_view storedKey) const
 
 Store::Transaction Store::Begin(std::optional<std::uint64_t> expectedCommit)
 {
-    return Transaction(std::make_unique<Transaction::Impl>(m_impl->writer, m_impl->Keys(), expectedCommit));
+    return Transaction(std::make_unique<StagedCommit>(m_impl->writer, m_impl->Keys(), expectedCommit));
 }
+
+Store::Transaction::Transaction(std::unique_ptr<StagedCommit> staged) : m_staged(std::move(staged)) {}
+Store::Transaction::Transaction(Transaction&&) noexcept = default;
+Store::Transaction::~Transaction() = default;
+
+void Store::Transaction::Put(const RowKey& key, const Row& row) { m_staged->Put(key, row); }
+void Store::Transaction::Erase(const RowKey& key) { m_staged->Erase(key); }
+void Store::Transaction::Append(const HistoryEntry& entry) { m_staged->Append(entry); }
+std::optional<Error> Store::Transaction::Commit() { return m_staged->Commit(); }
 
 std::vector<HistoryEntry> Store::History(std::size_t limit) const
 {

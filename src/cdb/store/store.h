@@ -24,30 +24,11 @@
 #include "cdb/model/history.h"
 #include "cdb/model/row.h"
 #include "cdb/rows/reader.h"
+#include "cdb/store/store_options.h"
 
 namespace cdb {
 
-struct StoreOptions {
-    std::size_t mapSize = std::size_t{1} << 30;        // the store's largest size in bytes; only reserved
-    std::size_t historyLimit = 500;                    // commits
-    std::size_t historyBytes = std::size_t{64} << 20;  // of payload; at most a quarter of mapSize
-    std::uint32_t historyDays = 0;                     // older commits are dropped; 0: none for its age
-    std::size_t faultLimit = 1000;
-    bool remake = false;  // makes an empty store if one has lost its data file, instead of refusing it
-};
-
-/// The content and the sizes of a store.
-struct StoreFigures {
-    std::uint64_t commit = 0;
-    std::uint64_t rows = 0;
-    std::uint64_t historyEntries = 0;
-    std::uint64_t historyBytes = 0;
-    std::uint64_t faults = 0;
-    std::uint64_t pageSize = 0;
-    std::uint64_t pages = 0;  // of the file
-    std::uint64_t freePages = 0;
-    std::uint64_t mapSize = 0;
-};
+class StagedCommit;
 
 /// The write side, held by one process at a time. Calls that write (Begin up to Commit, SetSchema, AddFault,
 /// AddFaults) are for one thread at a time: a second write is refused. Const functions may be called by any
@@ -108,9 +89,8 @@ public:
 
     private:
         friend class Store;
-        class Impl;
-        explicit Transaction(std::unique_ptr<Impl> impl);
-        std::unique_ptr<Impl> m_impl;
+        explicit Transaction(std::unique_ptr<StagedCommit> staged);
+        std::unique_ptr<StagedCommit> m_staged;
     };
     /// `expectedCommit`: the last commit that the changes are based on; Commit refuses to write if the store
     /// is at another one.

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Applies writes, and makes room for them if the store is full.
+#include "cdb/store/writer.h"
 
-#include "cdb/store/transaction.h"
+#include <algorithm>
+
 #include "log/log.h"
 
 namespace cdb {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the samples of one collector are put into, and what became of its datagrams. The exporter makes these; the
-// pipeline and the poller fill them.
+// What the samples of one collector are put into, and what became of its datagrams. The exporter makes these;
+// the pipeline and the poller fill them.
 
 #ifndef MANAGER_EXPORT_STREAM_H
 #define MANAGER_EXPORT_STREAM_H

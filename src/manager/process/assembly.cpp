@@ -72,6 +72,7 @@ capture::SourceOptions SourceOptionsOf(const Options& options)
     capture::SourceOptions source;
     source.ownMark = options.mark;
     source.bufferSize = options.ringSize;
+    source.expediteRcu = options.expediteRcu;
     return source;
 }
 

@@ -126,6 +126,10 @@ base::Options OptionsFor(Options& to)
         "sample ingress, egress or both besides what interfaces ask for");
     add("ring-size", "BYTES", to.ringSize, ToRingSize,
         "size of the buffer for sampled packets, 64k to 1024M");
+    described.Add("expedite-rcu",
+                  "while many interfaces begin or end, make the whole kernel's waits short "
+                  "(/sys/kernel/rcu_expedited): real-time work may notice",
+                  to.expediteRcu);
     add("mark", "NUMBER", to.mark, ToMark,
         "mark of the manager's own datagrams, which are never sampled (0x73464c77; 0: none)");
     add("metrics", "ADDRESS:PORT", to.metrics, ToMetricsAddress,

@@ -31,6 +31,7 @@ struct Options {
     std::string source = "auto";         // of packets: see source_choice.h
     std::uint32_t mark = 0x73464C77;     // of the manager's own datagrams; 0: none
     std::size_t ringSize = 0;            // bytes; 0: the source's default
+    bool expediteRcu = false;            // while many interfaces are attached or detached
     std::optional<MetricsAddress> metrics;
     bool help = false;
     bool version = false;

@@ -32,6 +32,17 @@ void FlowSamplePipeline::OnSamples(std::span<const capture::Sample> samples) noe
 
 void FlowSamplePipeline::OnDrained() noexcept { m_exporter.Flush(); }
 
+void FlowSamplePipeline::OnRefused(std::uint32_t ifIndex, const capture::Unavailable& reason) noexcept
+{
+    const auto at = m_sources.find(ifIndex);
+    if (at != m_sources.end() && m_refused) m_refused(at->second, reason.what());
+}
+
+void FlowSamplePipeline::WhenRefused(std::function<void(DataSource&, const std::string&)> refused)
+{
+    m_refused = std::move(refused);
+}
+
 void FlowSamplePipeline::Restart(wire::Encoding encoding)
 {
     m_encoding = encoding;

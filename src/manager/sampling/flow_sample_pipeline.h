@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "capture/packet_source.h"
@@ -32,6 +33,9 @@ public:
 
     void OnSamples(std::span<const capture::Sample> samples) noexcept override;
     void OnDrained() noexcept override;
+    void OnRefused(std::uint32_t ifIndex, const capture::Unavailable& reason) noexcept override;
+    /// Calls `refused` when the source tells that a data source can't be sampled as it was asked to.
+    void WhenRefused(std::function<void(DataSource& source, const std::string& reason)> refused);
 
     [[nodiscard]] DataSources& Sources() { return m_sources; }
     /// Null if there is none.
@@ -48,6 +52,7 @@ private:
     net::Forwarding& m_forwarding;
     Exporter& m_exporter;
     std::function<WallTime()> m_clock;
+    std::function<void(DataSource&, const std::string&)> m_refused;
     DataSources m_sources;
     wire::Encoding m_encoding = wire::Encoding::kCompact;
     wire::FlowSample m_flow;  // made once: its fields are filled anew for each sample

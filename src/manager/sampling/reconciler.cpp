@@ -32,6 +32,11 @@ Reconciler::Reconciler(const Parts& parts, std::optional<Direction> added, WallC
       m_traffic(parts.timers, m_flows.Sources(), clock)
 {
     m_links.AddObserver(*this);
+    m_flows.WhenRefused([this](DataSource& source, const std::string& reason) {
+        if (source.boundTo.empty() || !source.sampledWith) return;
+        source.changeRefused = true;
+        Refused(source, reason);
+    });
 }
 
 void Reconciler::SetSource(capture::PacketSource* source, SourceStatus status)
@@ -313,7 +318,7 @@ InterfaceStatus Reconciler::StatusOf(const std::string& name, const DataSource* 
         status.adminUp = link->up;
         status.operUp = link->running;
     }
-    status.sampled = source->sampledWith.has_value();
+    status.sampled = source->sampledWith && m_source != nullptr && m_source->Sampled(source->ifIndex);
     status.samplingError = source->error;
     status.packetsSeen = source->before.pool + counts.pool;
     status.quiet = m_traffic.QuietFor(*source);

@@ -72,11 +72,6 @@ struct SetAgentAddress {
 using Operation = std::variant<AddCollector, DeleteCollector, UpdateInterface, Attach, Detach, UnsetInterface,
                                SetAgentAddress>;
 
-/// Why an operation can't be taken.
-struct Refusal {
-    std::string reason;
-};
-
 /// The address as dotted-decimal text; `address` in network byte order in memory.
 std::string AddressText(std::uint32_t address);
 

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "cdb/model/name.h"
 #include "ipc/manager.pb.h"
 
 namespace manager {
@@ -22,9 +23,9 @@ public:
 
 const std::string& Name(const char* what, const std::string& name)
 {
-    if (name.size() > kMaxName)
+    if (name.size() > cdb::kMaxName)
         throw NotAnOperation(
-            fmt::format("the name of the {} has {} bytes, more than {}", what, name.size(), kMaxName));
+            fmt::format("the name of the {} has {} bytes, more than {}", what, name.size(), cdb::kMaxName));
     return name;
 }
 
@@ -109,13 +110,13 @@ bool IsOperation(const ClientMessage& message)
     }
 }
 
-std::variant<Operation, Refusal> ToOperation(const ClientMessage& message)
+base::expected<Operation, std::string> ToOperation(const ClientMessage& message)
 {
     try {
         if (auto operation = Decoded(message)) return *std::move(operation);
-        return Refusal{"the message carries no operation"};
+        return base::Unexpected("the message carries no operation");
     } catch (const NotAnOperation& reason) {
-        return Refusal{reason.what()};
+        return base::Unexpected(reason.what());
     }
 }
 

@@ -5,10 +5,9 @@
 #ifndef MANAGER_SERVICE_OPERATION_MESSAGE_H
 #define MANAGER_SERVICE_OPERATION_MESSAGE_H
 
-#include <cstddef>
 #include <string>
-#include <variant>
 
+#include "base/expected.h"
 #include "manager/service/operation.h"
 
 namespace ipc::manager {
@@ -17,15 +16,12 @@ class ClientMessage;
 
 namespace manager {
 
-/// Bytes of a name at most, as in the YANG model.
-inline constexpr std::size_t kMaxName = 64;
-
 /// Whether the message carries one of the service's operations.
 bool IsOperation(const ipc::manager::ClientMessage& message);
 
-/// The operation of a message; a Refusal if IsOperation is false, a name is too long or a number out of
+/// The operation of a message; the reason if IsOperation is false, a name is too long or a number out of
 /// range.
-std::variant<Operation, Refusal> ToOperation(const ipc::manager::ClientMessage& message);
+base::expected<Operation, std::string> ToOperation(const ipc::manager::ClientMessage& message);
 
 }  // namespace manager
 

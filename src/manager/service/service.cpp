@@ -2,7 +2,6 @@
 #include "manager/service/service.h"
 
 #include <utility>
-#include <variant>
 
 #include "ipc/manager.pb.h"
 #include "log/log.h"
@@ -65,13 +64,12 @@ void Service::Become(Session session, std::string_view step)
 void Service::TakeOperation(const ipc::manager::ClientMessage& message)
 {
     ++m_operations;
-    const auto decoded = ToOperation(message);
-    if (const auto* refusal = std::get_if<Refusal>(&decoded)) return Refuse(refusal->reason);
-    const auto& operation = std::get<Operation>(decoded);
-    if (m_journal != nullptr) m_journal->Note(operation);
-    const auto applied = m_table.Apply(operation);
-    if (const auto* refusal = std::get_if<Refusal>(&applied)) return Refuse(refusal->reason);
-    if (const auto& touched = std::get<Touched>(applied); !touched.None()) m_reconcile(touched);
+    const auto operation = ToOperation(message);
+    if (!operation) return Refuse(operation.error());
+    if (m_journal != nullptr) m_journal->Note(*operation);
+    const auto touched = m_table.Apply(*operation);
+    if (!touched) return Refuse(touched.error());
+    if (!touched->None()) m_reconcile(*touched);
 }
 
 void Service::Refuse(std::string_view reason)

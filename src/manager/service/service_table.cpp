@@ -7,32 +7,25 @@
 
 #include <fmt/format.h>
 
+#include "cdb/model/name.h"
+
 namespace manager {
 namespace {
 
-/// Whether the YANG model's type for names allows it: the state could not show another one.
-bool IsName(std::string_view name)
-{
-    constexpr std::string_view kExcluded = "\"'{}[];|<>&";
-    return !name.empty() && std::all_of(name.begin(), name.end(), [&](char c) {
-        return c > ' ' && c < '\x7f' && kExcluded.find(c) == std::string_view::npos;
-    });
-}
+using Refusal = base::unexpected<std::string>;
 
-bool IsCollectorName(std::string_view name)
+Refusal NoCollectorName()
 {
-    return IsName(name) && name.find('%') == std::string_view::npos;
+    return Refusal("a collector's name is empty or has characters that names do not have");
 }
-
-Refusal NoCollectorName() { return {"a collector's name is empty or has characters that names do not have"}; }
 Refusal NoInterfaceName()
 {
-    return {"an interface's name is empty or has characters that names do not have"};
+    return Refusal("an interface's name is empty or has characters that names do not have");
 }
 
 Refusal TooMany(const char* what, std::size_t limit)
 {
-    return {fmt::format("there are {} {} already, the most that the manager keeps", limit, what)};
+    return Refusal(fmt::format("there are {} {} already, the most that the manager keeps", limit, what));
 }
 
 Touched OfInterface(const std::string& name) { return {.interfaces = {name}}; }
@@ -40,7 +33,7 @@ Touched OfCollector(const std::string& name) { return {.collectors = {name}}; }
 
 }  // namespace
 
-std::variant<Touched, Refusal> ServiceTable::Apply(const Operation& operation)
+ServiceTable::Applied ServiceTable::Apply(const Operation& operation)
 {
     return std::visit([this](const auto& one) { return On(one); }, operation);
 }
@@ -74,7 +67,7 @@ ServiceTable::Applied ServiceTable::On(const SetAgentAddress& operation)
 
 ServiceTable::Applied ServiceTable::On(const AddCollector& operation)
 {
-    if (!IsCollectorName(operation.name)) return NoCollectorName();
+    if (!cdb::IsCollectorName(operation.name)) return NoCollectorName();
     auto at = m_collectors.find(operation.name);
     const bool isNew = at == m_collectors.end();
     if (isNew) {
@@ -96,7 +89,7 @@ ServiceTable::Applied ServiceTable::On(const DeleteCollector& operation)
 
 ServiceTable::Applied ServiceTable::On(const UpdateInterface& operation)
 {
-    if (!IsName(operation.interface)) return NoInterfaceName();
+    if (!cdb::IsName(operation.interface)) return NoInterfaceName();
     auto at = m_interfaces.find(operation.interface);
     const bool isNew = at == m_interfaces.end();
     if (isNew && m_interfaces.size() >= m_limits.interfaces)
@@ -107,7 +100,7 @@ ServiceTable::Applied ServiceTable::On(const UpdateInterface& operation)
     std::size_t more = 0;
     for (const auto& [kind, collector] : named) {
         if (collector.empty()) continue;
-        if (!IsCollectorName(collector)) return NoCollectorName();
+        if (!cdb::IsCollectorName(collector)) return NoCollectorName();
         if (isNew || !at->second.Of(kind).contains(collector)) ++more;
     }
     if (more > m_limits.attachments - m_attachments) return TooMany("attachments", m_limits.attachments);
@@ -123,11 +116,11 @@ ServiceTable::Applied ServiceTable::On(const UpdateInterface& operation)
 
 ServiceTable::Applied ServiceTable::On(const Attach& operation)
 {
-    if (!IsCollectorName(operation.collector)) return NoCollectorName();
+    if (!cdb::IsCollectorName(operation.collector)) return NoCollectorName();
     const auto at = m_interfaces.find(operation.interface);
     if (at == m_interfaces.end())
-        return Refusal{
-            fmt::format("interface {} is not known, so nothing can be attached to it", operation.interface)};
+        return Refusal(
+            fmt::format("interface {} is not known, so nothing can be attached to it", operation.interface));
     if (m_attachments >= m_limits.attachments && !at->second.Of(operation.kind).contains(operation.collector))
         return TooMany("attachments", m_limits.attachments);
     return AttachOne(*at, operation.kind, operation.collector) ? OfInterface(operation.interface) : Touched{};

@@ -15,9 +15,9 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
+#include "base/expected.h"
 #include "manager/service/operation.h"
 
 namespace manager {
@@ -65,14 +65,17 @@ public:
     /// By collector name: the interfaces that it is attached to, for any kind, whether it exists or not.
     using Users = std::map<std::string, std::set<std::string_view>>;
 
+    /// What an operation has touched, or why it is refused.
+    using Applied = base::expected<Touched, std::string>;
+
     ServiceTable() = default;
     explicit ServiceTable(const Limits& limits) : m_limits(limits) {}
     ServiceTable(const ServiceTable&) = delete;
     ServiceTable& operator=(const ServiceTable&) = delete;
 
-    /// Applies one operation. Returns what it touched, nothing if nothing had to change; a Refusal if it
-    /// can't be applied, and then nothing has changed.
-    std::variant<Touched, Refusal> Apply(const Operation& operation);
+    /// Applies one operation. Returns what it touched, nothing if nothing had to change; the reason if
+    /// it can't be applied, and then nothing has changed.
+    Applied Apply(const Operation& operation);
 
     /// A new session begins: what is held now belongs to an earlier one until it is named again.
     void BeginSession() { ++m_session; }
@@ -91,7 +94,6 @@ public:
     [[nodiscard]] const std::set<std::string_view>& UsersOf(const std::string& collector) const;
 
 private:
-    using Applied = std::variant<Touched, Refusal>;
     Applied On(const AddCollector& operation);
     Applied On(const DeleteCollector& operation);
     Applied On(const UpdateInterface& operation);

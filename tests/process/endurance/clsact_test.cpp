@@ -50,7 +50,7 @@ protected:
         return Network::Run({"tc", "qdisc", "show", "dev", port});
     }
 
-    /// Nothing of it is left at either port, and what was not its own is there.
+    /// The manager has left nothing at either port, and filters of others are still there.
     static void ExpectNothingLeft()
     {
         for (const char* port : {"p1", "p2"}) EXPECT_EQ(Filters(port), "") << port;

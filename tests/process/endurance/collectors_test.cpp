@@ -149,7 +149,8 @@ INSTANTIATE_TEST_SUITE_P(, CollectorTrouble, testing::ValuesIn(kTroubles),
 
 class CollectorThatRefuses : public CollectorTrouble {};
 
-/// The kernel takes datagrams that nobody listens for, and tells of each by ICMP a little later.
+/// The kernel takes datagrams for a port on which no program listens, and reports each by ICMP a little
+/// later.
 TEST_P(CollectorThatRefuses, IsSaidAndTriedAgain)
 {
     const auto port = bad->Port();

@@ -43,7 +43,7 @@ std::string TestName(const std::string& source);
 /// ordinary user may have in a namespace of its own.
 std::string AnySource();
 
-/// The errno of a connection to the Unix socket by that user, in no group but that of its number; 0 where it
+/// The errno of a connection to the Unix socket by that user, in no group but that of its number; 0 if it
 /// is admitted, kNotThatUser where the process can't become that user.
 inline constexpr int kNotThatUser = 255;
 int ConnectAs(unsigned user, const std::filesystem::path& socket);

@@ -129,8 +129,8 @@ TEST_P(Flood, SamplingFollowsTheNamesAndNothingIsLeftBehind)
     const auto frames = Received("p1") - before;
     const Flows flows = collector.Flows(Network::Index("p1"));
     if (std::string(GetParam()) == kPacketSocket) {
-        // Closing one takes the kernel 10 ms and more, in which nobody looks at the others: some of what is
-        // sampled may find no room, and is counted.
+        // Closing one takes the kernel 10 ms and more, in which the manager does not look at the others: some
+        // of what is sampled may find no room, and is counted.
         const auto lost =
             World().Numbers().At("sflow_interface_drops_total{interface=\"p1\",cause=\"buffer\"}");
         EXPECT_EQ(flows.size() + lost, frames);
@@ -150,7 +150,7 @@ class FloodKilled : public EnduranceTest {};
 
 TEST_F(FloodKilled, KilledWhileItAttachesToManyTheNextStartTakesBackWhatItSetForTheMachine)
 {
-    Start(kTcx);
+    Start(kTcx, {.arguments = {"--expedite-rcu"}});
     if (IsSkipped() || HasFatalFailure()) return;
     if (::access(kExpedited, W_OK) != 0) GTEST_SKIP() << kExpedited << " can't be written";
     constexpr unsigned kMany = 200;

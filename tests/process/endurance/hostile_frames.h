@@ -23,7 +23,7 @@ std::vector<support::Bytes> LyingFrames();
 /// IPv6 with extension headers in long rows, in rings, and too long for their packet; VLAN tags in rows.
 std::vector<support::Bytes> ChainedFrames();
 
-/// Whether the kernel drops the frame before anybody can sample it: too short for the VLAN tag that its
+/// Whether the kernel drops the frame before it can be sampled: too short for the VLAN tag that its
 /// EtherType announces and the type behind it.
 bool KernelDrops(const support::Bytes& frame);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The accounts of samples: what is wrong with a row of samples that should be whole. Each function returns
-// the first fault as text, with what stands around it; empty when there is none. For tests of loss and of
+// the first fault as text, with what stands around it; empty if there is none. For tests of loss and of
 // doubling: samples against their own sequence, against the pool, and against the frames that were sent.
 
 #ifndef ENDURANCE_LEDGER_H
@@ -22,14 +22,14 @@ using Flows = std::vector<support::DecodedFlow>;
 std::vector<support::Bytes> NumberedFrames(std::uint8_t from, std::uint8_t to, std::size_t size = 200);
 inline constexpr std::uint64_t kNumbers = 250;
 
-/// The number in a sampled header; 0 where the header is too short.
+/// The number in a sampled header; 0 if the header is too short.
 std::uint64_t NumberOf(const support::DecodedFlow& flow);
 
 /// Sequence numbers that grow by one from `first` on, and drops that are 0.
 std::string FaultInSequence(const Flows& flows, std::uint32_t first = 1);
 
-/// Sequence numbers that grow, with no sample twice: what somebody has who was away in between. `gaps`: how
-/// often they may skip.
+/// Sequence numbers that grow, with no sample twice: what a collector has that was away in between. `gaps`:
+/// how often they may skip.
 std::string FaultInPart(const Flows& flows, unsigned gaps);
 
 /// How a source counts: eBPF knows the pool at each sample; packet sockets share what the kernel has counted
@@ -37,7 +37,7 @@ std::string FaultInPart(const Flows& flows, unsigned gaps);
 enum class Pool { kExact, kShared };
 
 /// Where each sample's frame stood among the numbered frames, the first being 1, by the numbers in them:
-/// right as long as less than kNumbers frames lie between two samples.
+/// right if less than kNumbers frames lie between two samples.
 std::vector<std::uint64_t> Positions(const Flows& flows);
 
 /// The numbers in the frames follow each other, none missing and none twice.

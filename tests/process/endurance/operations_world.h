@@ -53,7 +53,7 @@ public:
     static void ExpectSeen(std::uint64_t seen, std::uint64_t frames, std::uint64_t unseen);
     /// p1 was not sampled for a while: the frames of that time are in neither count, all else is whole.
     void ExpectPause();
-    /// Every frame has come once, where the operation has nothing to do with it.
+    /// Every frame has come once at the port and collector that the operation does not concern.
     void ExpectTheRestWhole(const Concerns& concerns);
 
     SamplingWorld& world;

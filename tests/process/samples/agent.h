@@ -34,7 +34,7 @@ struct Sampled {
 
 class Agent {
 public:
-    /// Started, with a session and its agent address. Throws std::runtime_error with its log where it does
+    /// Started, with a session and its agent address. Throws std::runtime_error with its log if it does
     /// not start.
     explicit Agent(const std::string& source, const std::vector<std::string>& arguments = {});
 
@@ -63,7 +63,7 @@ public:
     [[nodiscard]] support::ManagerProcess& Manager() { return *m_manager; }
 
 private:
-    /// Until the operations that were sent are in effect. Throws std::runtime_error where one was refused.
+    /// Until the operations that were sent are in effect. Throws std::runtime_error if one was refused.
     void AwaitTaken() const;
 
     support::TempDir m_dir;

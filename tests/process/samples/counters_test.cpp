@@ -34,7 +34,7 @@ protected:
     }
 
     /// An interface m1 that counts the multicast that it receives, which virtual Ethernet does not, and some
-    /// of it. False where the kernel has no such interfaces.
+    /// of it. False if the kernel has no such interfaces.
     static bool AddMulticast()
     {
         constexpr std::size_t kFrames = 4;

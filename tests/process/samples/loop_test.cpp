@@ -73,8 +73,8 @@ TEST_P(LoopTest, DatagramsOnASampledLoopbackInterfaceAreNotSampled)
 
 TEST_P(LoopTest, TheErrorThatAnswersADatagramToNobodyMakesNoStorm)
 {
-    // It is no datagram of the agent's, so it is sampled like any packet; and its sample goes to nobody
-    // again. That goes on for as long as there is nobody, but never faster than the manager looks for
+    // It is no datagram of the agent's, so it is sampled like any packet; and its sample goes to a closed
+    // port again. That goes on while no collector listens, but never faster than the manager looks for
     // samples.
     constexpr std::size_t kAnswers = 12;
     Collector collector;

@@ -35,8 +35,8 @@ void PrintTo(const Totals& totals, std::ostream* out)
     *out << totals.packets << " packets of " << totals.bytes << " bytes";
 }
 
-/// What waits at the UDP socket of a port in this namespace: bytes, and datagrams lost. Nothing where
-/// nobody listens.
+/// What waits at the UDP socket of a port in this namespace: bytes, and datagrams lost. Nullopt if
+/// no program listens.
 struct Waiting {
     std::uint64_t bytes = 0, lost = 0;
 };
@@ -69,7 +69,7 @@ protected:
         MakeRouter(*m_far);
     }
 
-    /// Starts a collector of other people's at kPort; the test is skipped where there is none.
+    /// Starts a collector of other people's at kPort; the test is skipped if there is none.
     void Run(const std::vector<std::string>& argv)
     {
         try {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the suites of this folder share: a network of the test's own with a bridge, agents and collectors in
-// it, and both sources of packets as rows. Each test is skipped where the kernel does not allow its source.
+// it, and both sources of packets as rows. Each test is skipped if the kernel does not allow its source.
 
 #ifndef SAMPLES_SAMPLES_TEST_H
 #define SAMPLES_SAMPLES_TEST_H
@@ -52,7 +52,7 @@ protected:
     /// A bridge br0 with the ports p1 to pN; what h1 to hN send enters there. The address Mac(i) is behind
     /// port i and nowhere else: nothing is learned.
     static void MakeBridge(int ports, int mtu = 1500);
-    /// An address of that number is nobody's: the bridge floods what is sent there.
+    /// No host has an address of that number: the bridge floods what is sent there.
     static constexpr std::uint8_t kNobody = 0xEE;
 
     /// Gives the bridge a router's address, and a network in the host's namespace behind r0 (of Mac(0x31)),

@@ -14,7 +14,7 @@ Element& At(const Found& at) { return at.parent->children.at(at.index); }
 
 using Position = std::vector<Element>::difference_type;
 
-// Each of these changes the element at `at`, most with the help of another one, drawn too. Copies are made
+// Each of these changes the element at `at`, most with the help of another one, random too. Copies are made
 // first: the two may stand in each other.
 
 void TakeName(const Found& at, const Element& other, Dice&) { At(at).name = other.name; }

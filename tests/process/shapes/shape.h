@@ -26,7 +26,7 @@ std::span<const Shape> Shapes();
 /// bytes changed or the end cut off. `what` gets their names.
 std::string DrawBent(Dice& dice, std::size_t bytes, std::string& what);
 
-/// A valid message with that shape there; empty where the message has no such element or another shape stands
+/// A valid message with that shape there; empty if the message has no such element or another shape stands
 /// for it.
 std::string Bent(Element rpc, const Shape& shape, Place place, std::size_t bytes);
 

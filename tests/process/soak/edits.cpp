@@ -28,7 +28,7 @@ std::string Sflow(const std::string& content)
            content + "</sflow></oam></config>";
 }
 
-// One edit as it is drawn: what it is called, its XML, and what it makes of the candidate.
+// Makes one random edit: its name, its XML, and the candidate after it.
 class Drawing {
 public:
     Drawing(Dice& dice, const Configuration& candidate) : m_dice(dice), m_edit{{}, {}, candidate, false} {}

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Edits drawn at random, with what the soak's own model says that becomes of them.
+// Random edits, with their result according to the soak's own model.
 
 #ifndef SOAK_EDITS_H
 #define SOAK_EDITS_H

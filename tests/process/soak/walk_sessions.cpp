@@ -51,7 +51,7 @@ void Walk::LockOrUnlock()
     if (free) m_locks[datastore] = client;
 }
 
-// By closing it, by leaving, or by another one's hand.
+// It closes, its connection ends, or another session kills it.
 void Walk::EndSession()
 {
     const auto client = m_locks.empty() || m_dice.OneIn(3) ? m_dice.Draw(kClients) : m_locks.begin()->second;

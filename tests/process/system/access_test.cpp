@@ -13,7 +13,7 @@ class Access : public OtherUsersTest {
 protected:
     using OtherUsersTest::OtherUsersTest;
 
-    /// As an administrator does with an access list: everybody can open the socket.
+    /// As an administrator does with an access list: all users can open the socket.
     void OpenToAll() { EXPECT_EQ(::chmod(TheWorld().NetconfSocket().c_str(), 0666), 0); }
 };
 
@@ -45,7 +45,7 @@ TEST_F(Access, WithoutRulesOperatorsRootAndTheOwnUserChange)
         const auto result = change(who);
         EXPECT_EQ(result.status, 0) << who.uid << ": " << result.errors;
     }
-    // Who is of the processes' group alone is no operator.
+    // A member of the processes' group alone is no operator.
     for (const Identity& who : {kMember, kThird}) {
         const auto result = change(who);
         EXPECT_EQ(result.status, 1) << who.uid;
@@ -130,7 +130,7 @@ private:
         return std::filesystem::temp_directory_path() /
                ("data-access-" + std::to_string(::getpid()) + ".xml");
     }
-    // Whoever may execute everything may not touch collectors.
+    // A user who may execute everything may still not change collectors.
     static std::string Rules()
     {
         support::WriteFile(

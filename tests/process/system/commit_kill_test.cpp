@@ -19,7 +19,7 @@ protected:
         return GetParam().interfaces == 0 ? Rate("eth1", rate) : Interfaces(GetParam().interfaces, rate);
     }
 
-    // One commit in which the process ends at that call. False when the commit had fewer calls.
+    // One commit in which the process ends at that call. False if the commit had fewer calls.
     bool CommitEndedAt(unsigned call, WriteOutcome outcome)
     {
         m_last = RateNow();

@@ -17,7 +17,7 @@ class Hostile : public SystemTest {
 protected:
     Hostile() { TheWorld().Start(scenario::Usual()); }
 
-    // That nobody was harmed: same processes, and a commit goes all the way.
+    // Nothing was harmed: same processes, and a commit goes all the way.
     void ExpectUnharmed()
     {
         static unsigned rate = 1000;

@@ -41,7 +41,7 @@ protected:
         }
     }
 
-    // That the road works once more, from end to end.
+    // Checks that a commit reaches the manager again.
     void ExpectAlive()
     {
         AwaitDaemon();
@@ -56,7 +56,7 @@ protected:
               [&] { return Running().find(">" + rate + "<") != std::string::npos; });
     }
 
-    // A commit is delivered only where the daemon is connected; an interface can only be created there.
+    // A commit is delivered only if the daemon is connected; an interface can only be created there.
     void AwaitDaemon()
     {
         Await("the daemon to serve its callpoint", [this] {

@@ -143,7 +143,7 @@ TEST_F(Life, FaultsAreKeptOverARestart)
     const auto before = FaultsOf(TheWorld());
     EXPECT_THAT(before.dump(), HasSubstr("first <&> text"));
     EXPECT_THAT(before.dump(), HasSubstr("GetCollector"));
-    // The kernel knows better who reports than the report does.
+    // The process id is what the kernel says, not what the report says.
     EXPECT_THAT(before.dump(), testing::Not(HasSubstr("4711")));
     EXPECT_THAT(before.dump(), HasSubstr(std::to_string(::getpid())));
     TheWorld().Cdbd().Kill();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // NETCONF against the real switch: what is refused, with which tag, and what stays as it was. The
-// sessions' fine points are the agent's unit tests' matter.
+// agent's unit tests cover sessions in detail.
 
 #include "system/system_test.h"
 
@@ -152,7 +152,7 @@ TEST_F(Netconf, LockGoesWithItsSession)
         Do(holder, EditConfig(Rate("eth1", 5)));
     }
     Await("the lock to go", [&] { return other.Call(netconf::Lock("candidate")).ok; });
-    // What the lock's holder had not committed went with it.
+    // The lock holder's uncommitted changes are discarded with the lock.
     EXPECT_THAT(other.Call(GetConfig("candidate")).data, HasSubstr("<sampling-rate>1024</sampling-rate>"));
 
     auto killer = Connect();

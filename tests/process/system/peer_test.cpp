@@ -22,7 +22,7 @@ protected:
 
     static std::string Script() { return World::Tree() / "tests/process/system/netconf_peer.py"; }
 
-    // Why ncclient can't be used here; empty when it can.
+    // Why ncclient can't be used here; empty if it can.
     std::string WithoutLibrary()
     {
         if (!std::filesystem::exists(kPython)) return std::string(kPython) + " is not installed";

@@ -53,7 +53,7 @@ protected:
         }
     }
 
-    // A few edits, each on its own (many are refused, and that is as good), and a commit.
+    // A few edits, each on its own (many are refused, which is a case too), and a commit.
     void Step()
     {
         bool enabledDrawn = false;

@@ -87,7 +87,7 @@ TEST_P(KillAtTheStart, WhileAFileIsLoadedLeavesAllOfItOrNothing)
         const auto file = TheWorld().Dir() / "file.json";
         support::WriteFile(file, scenario::Usual());
         if (!Ended({"--init", file})) break;
-        // Where it is all there already, loading it once more is refused.
+        // If all of it is there already, loading it once more is refused.
         const auto again = TheWorld().Run({World::Program("cdbd"), "--init", file});
         if (again.status != 0) {
             EXPECT_THAT(again.errors + TheWorld().Log("run"), HasSubstr(TheWorld().StateDir().string()));

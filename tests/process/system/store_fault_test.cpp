@@ -34,8 +34,8 @@ protected:
                 .lasting = GetParam().lasting};
     }
 
-    // Where the page that makes a commit count could not be written, LMDB shows nothing more until the store
-    // is opened anew, and the database ends in good order, for whatever watches over it to start it again.
+    // If the page that makes a commit count could not be written, LMDB shows nothing more until the store
+    // is opened anew, and the database ends in good order, for the service manager to start it again.
     bool StillReads()
     {
         try {
@@ -80,9 +80,9 @@ protected:
         return answer == Answer::kOk;
     }
 
-    // What is running after a commit with a disk that is well again. Where the page that makes a commit count
+    // What is running after a commit with a disk that works again. If the page that makes a commit count
     // could not be written, LMDB takes and shows nothing more until the store is opened anew: then the
-    // database says so, or it ends in good order, for whoever watches over it to start it again.
+    // database says so, or it ends in good order, for the service manager to start it again.
     std::string AfterOneMore(const std::string& before)
     {
         const unsigned rate = 300000 + m_commits;

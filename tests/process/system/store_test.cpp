@@ -127,7 +127,7 @@ TEST_F(StoreFiles, ThatCantBeWrittenIsRefused)
 // one within a user namespace.
 class FullDisk : public testing::Test {
 protected:
-    // Empty when this process may mount from here on, else why not.
+    // Empty if this process may mount from here on, else why not.
     static std::string MayMount()
     {
         const auto user = getuid();

@@ -40,7 +40,7 @@ TEST_F(StuckSubscriber, CommitStandsWithAWarningThatNamesIt)
     // The others go on: another session reads, edits and commits.
     Commit(scenario::SflowXml("<agent><ipv4>192.0.2.55</ipv4></agent>"));
 
-    // And the stuck one comes back to everything.
+    // And the stuck one loads everything when it goes on.
     TheWorld().Daemon().Thaw();
     AwaitSettled();
     EXPECT_THAT(Running(), HasSubstr("192.0.2.55"));

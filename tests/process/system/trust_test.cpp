@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who may open what, and what a process is believed that has opened it: as a third user, as an operator, as
-// the processes' own user and as another user of their group.
+// Which user may open which socket, and what a process may do that has opened it: as a third user, as an
+// operator, as the processes' own user and as another user of their group.
 
 #include <fcntl.h>
 
@@ -44,7 +44,7 @@ protected:
     }
 };
 
-/// What one user meets at each door: 0 or an errno.
+/// The result for one user at each socket and file: 0 or an errno.
 struct Doors {
     const char* name;
     Identity who;
@@ -112,7 +112,7 @@ TEST_F(Trust, OperatorConfiguresAndNeedsNoOtherDoor)
 
 TEST_F(Trust, RootGivesFilesToTheGroups)
 {
-    // As root, who is in neither group.
+    // As root, which is in neither group.
     WorldOptions options = OtherUsers();
     options.through.clear();
     World world(options);
@@ -137,7 +137,7 @@ TEST_F(Trust, RootGivesFilesToTheGroups)
     EXPECT_EQ(ConnectAs(kMember, world.CdbSocket().c_str()), 0);
 }
 
-/// 0 when the registration is refused with a text that has all of these parts.
+/// 0 if the registration is refused with a text that has all of these parts.
 int RegistersAndIsRefused(const std::filesystem::path& socket, const std::vector<std::string>& parts)
 {
     FrameClient peer(socket);
@@ -230,7 +230,7 @@ TEST_F(Trust, ConnectionsOfOneUserAreBounded)
         return answer.refused().reason().find("has 64 connections") != std::string::npos ? 0 : 2;
     });
     EXPECT_EQ(result, 0);
-    // Nobody else is kept out meanwhile, and those of the dead child have gone.
+    // No other user is kept out meanwhile, and those of the dead child have gone.
     EXPECT_EQ(Cdb(kSwitch), 0);
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the service manager hears of the three processes: that they serve, that their loops turn, and nothing
-// any more of one that hangs.
+// What the service manager hears of the three processes: that they serve, that their loops run, and nothing
+// more from one that hangs.
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -36,7 +36,7 @@ public:
     NotifySocket(const NotifySocket&) = delete;
     NotifySocket& operator=(const NotifySocket&) = delete;
 
-    /// The next message; empty where there is none now.
+    /// The next message; empty if there is none now.
     std::string Take() const
     {
         std::array<char, 256> text{};

@@ -89,7 +89,7 @@ protected:
         return children;
     }
 
-    /// Whether a process still does anything (one that nobody has collected yet does not).
+    /// Whether a process still does anything (a zombie does not).
     static bool Lives(pid_t process)
     {
         std::ifstream file("/proc/" + std::to_string(process) + "/stat");

@@ -34,7 +34,7 @@ TEST_F(Switch, EndsTheDaemonFirstAndTheDatabaseLast)
 {
     auto up = Ready("up");
     EXPECT_EQ(0, up->Terminate());
-    // Whoever ends first does not hear of the others' ends.
+    // The process that ends first does not log the others' ends.
     EXPECT_THAT(support::ReadFile(RunDir() / "sflow-app.log"), Not(HasSubstr("ended")));
     EXPECT_THAT(support::ReadFile(RunDir() / "sflow-mgr.log"),
                 Not(HasSubstr("connection to the database ended")));
@@ -81,7 +81,7 @@ TEST_F(Switch, IsNotReadyBecauseAnotherOneIs)
     EXPECT_EQ(1, second->Wait());
     EXPECT_EQ("", Output("second"));
     EXPECT_THAT(Errors("second"), HasSubstr("tools/switch: "));
-    // Whichever of its processes finds its counterpart first.
+    // Which of its processes finds its counterpart first is open.
     const auto children = Children(*first);
     EXPECT_THAT(Errors("second"), AnyOf(HasSubstr(std::to_string(children.at("cdbd"))),
                                         HasSubstr(std::to_string(children.at("sflow-mgr")))));

@@ -79,6 +79,7 @@ void World::Start()
         Schema().Context(), agent::Access::Options{m_accessFile, AGENT_TEST_YANG, m_options.adminGroup});
     agent::AgentOptions options = m_options;
     options.runDirectory = m_directory.Path();
+    options.timers = &m_timers;
     m_agent = std::make_unique<agent::Agent>(m_loop, Schema(), *m_store, *m_datastore, *m_access,
                                              std::move(options));
     m_agent->Listen();
@@ -115,6 +116,13 @@ void World::InLoop(const std::function<void()>& function)
         done.set_value();
     });
     done.get_future().wait();
+}
+
+void World::Advance(std::chrono::milliseconds time)
+{
+    // A handler whose effect the test has seen may still have to set its timer, in this turn or the next.
+    InLoop([] {});
+    InLoop([this, time] { m_timers.Advance(time); });
 }
 
 Process::Process(const World& world, const std::string& name) : m_frames(world.CdbSocket())

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A world of its own for each test of the agent: real YANG modules, store, datastores and sockets in a
-// directory that goes with it; the agent's loop in a thread.
+// directory that is removed with it; the agent's loop in a thread. The agent's time is the test's to advance.
 
 #ifndef AGENT_AGENT_WORLD_H
 #define AGENT_AGENT_WORLD_H
@@ -27,6 +27,7 @@
 #include "netconf/client.h"
 #include "netconf/requests.h"
 #include "support/frames.h"
+#include "support/manual_timers.h"
 
 namespace agent_tests {
 
@@ -40,7 +41,7 @@ std::string Sflow(const std::string& content);
 std::string Collector(const std::string& name, const std::string& more = "<ip>192.0.2.1</ip>");
 std::string Interface(const std::string& name, const std::string& more = "");
 
-/// A directory that goes with the object.
+/// A directory that is removed with the object.
 class Directory {
 public:
     Directory();
@@ -68,6 +69,8 @@ public:
 
     /// Runs the function in the agent's loop and waits for it.
     void InLoop(const std::function<void()>& function);
+    /// Lets the agent's time pass, after what it does at the moment.
+    void Advance(std::chrono::milliseconds time);
     cdb::Store& Store() { return *m_store; }
 
     /// Ends the agent and all connections, and starts it again on the same store.
@@ -82,6 +85,7 @@ private:
     const std::filesystem::path m_accessFile;
     const std::size_t m_mapSize;
     boost::asio::io_context m_loop;
+    support::ManualTimers m_timers;
     std::unique_ptr<cdb::Store> m_store;
     std::unique_ptr<cdb::Datastore> m_datastore;
     std::unique_ptr<agent::Access> m_access;
@@ -123,7 +127,7 @@ private:
 void Do(netconf::Client& client, const std::string& operation);
 /// The request is refused with one error of this tag.
 netconf::RpcError Refused(netconf::Client& client, const std::string& operation, const std::string& tag);
-/// What get-config gives of a datastore.
+/// The data that get-config returns of a datastore.
 std::string Config(netconf::Client& client, const std::string& datastore);
 
 }  // namespace agent_tests

@@ -16,19 +16,19 @@ using Leaves = std::vector<std::pair<std::string, cdb::Value>>;
 /// Rows and XML of the same content.
 class ConfigurationMaker {
 public:
-    explicit ConfigurationMaker(Draw& draw) : m_draw(draw) {}
+    explicit ConfigurationMaker(Random& random) : m_random(random) {}
 
     Configuration Make()
     {
         m_xml =
             "<config xmlns='urn:switch:yang:switch-config'><interface "
             "xmlns='urn:switch:yang:switch-interfaces'>";
-        for (int i = m_draw.Below(3); i > 0; --i) Management("ma" + std::to_string(i));
+        for (int i = m_random.Below(3); i > 0; --i) Management("ma" + std::to_string(i));
         m_xml += "</interface><oam xmlns='urn:switch:yang:switch-oam-sflow'><sflow>";
-        if (m_draw.OneIn(2))
+        if (m_random.OneIn(2))
             Open("/config/oam/sflow/agent", {}, {{"ipv4", cdb::Ipv4{0x010200c0}}}), m_xml += "</agent>";
-        for (int i = 11; i > 0; i -= 1 + m_draw.Below(6)) Collector("c" + std::to_string(i));
-        for (int i = 12; i > 0; i -= 1 + m_draw.Below(4)) Interface("eth" + std::to_string(i));
+        for (int i = 11; i > 0; i -= 1 + m_random.Below(6)) Collector("c" + std::to_string(i));
+        for (int i = 12; i > 0; i -= 1 + m_random.Below(4)) Interface("eth" + std::to_string(i));
         m_xml += "</sflow></oam></config>";
         return {std::move(m_rows), Parsed()};
     }
@@ -50,13 +50,13 @@ private:
     void MayBe(Leaves& leaves, const std::string& name, std::initializer_list<Value> choices)
     {
         const std::vector<cdb::Value> values(choices.begin(), choices.end());
-        if (m_draw.OneIn(2)) leaves.emplace_back(name, m_draw.From(values));
+        if (m_random.OneIn(2)) leaves.emplace_back(name, m_random.From(values));
     }
 
     void Management(const std::string& name)
     {
         Open("/config/interface/mgmt", {name}, {});
-        if (m_draw.OneIn(2)) {
+        if (m_random.OneIn(2)) {
             m_xml += "<ipv4>";
             const std::string path = "/config/interface/mgmt/ipv4/address";
             Open(path, {}, {{"ip", cdb::Ipv4Plen{0x0500000a, 24}}});
@@ -71,7 +71,7 @@ private:
     {
         Leaves leaves;
         MayBe<bool>(leaves, "enabled", {true, false});
-        leaves.emplace_back("ip", m_draw.From(std::vector{cdb::Ipv4{0x010200c0}, cdb::Ipv4{0xffffffff}}));
+        leaves.emplace_back("ip", m_random.From(std::vector{cdb::Ipv4{0x010200c0}, cdb::Ipv4{0xffffffff}}));
         MayBe<std::uint16_t>(leaves, "datagram-size", {1400, 200, 9000});
         MayBe<std::uint16_t>(leaves, "port", {6343, 1, 65535});
         Open("/config/oam/sflow/collector", {name}, leaves);
@@ -88,7 +88,7 @@ private:
         MayBe<std::uint16_t>(leaves, "polling-interval", {0, 20});
         Open(path, {name}, leaves);
         for (const std::string list : {"flow-sampling-collector", "counter-sampling-collector"})
-            for (int i = m_draw.Below(4); i > 0; --i) {
+            for (int i = m_random.Below(4); i > 0; --i) {
                 Open(path + "/" + list, {name, "c" + std::to_string(i)}, {});
                 m_xml += "</" + list + ">";
             }
@@ -107,7 +107,7 @@ private:
         return agent::Tree(tree);
     }
 
-    Draw& m_draw;
+    Random& m_random;
     std::vector<std::pair<cdb::RowKey, cdb::Row>> m_rows;
     std::string m_xml;
 };
@@ -121,7 +121,7 @@ void Append(const agent::FilterNode& node, std::string& text)
 
 }  // namespace
 
-Configuration RandomConfiguration(Draw& draw) { return ConfigurationMaker(draw).Make(); }
+Configuration RandomConfiguration(Random& random) { return ConfigurationMaker(random).Make(); }
 
 RandomFilter::RandomFilter(const agent::DataSchema& schema, const lyd_node* tree, const std::string& top)
 {
@@ -138,44 +138,44 @@ RandomFilter::RandomFilter(const agent::DataSchema& schema, const lyd_node* tree
     }
 }
 
-agent::SubtreeFilter RandomFilter::Make(Draw& draw) const
+agent::SubtreeFilter RandomFilter::Make(Random& random) const
 {
     agent::SubtreeFilter filter;
-    for (int i = draw.Below(4); i > 0; --i) filter.push_back(Node(draw, *m_top));
+    for (int i = random.Below(4); i > 0; --i) filter.push_back(Node(random, *m_top));
     return filter;
 }
 
-agent::FilterNode RandomFilter::Node(Draw& draw, const agent::DataNode& node) const
+agent::FilterNode RandomFilter::Node(Random& random, const agent::DataNode& node) const
 {
     agent::FilterNode filter;
-    filter.name = draw.OneIn(40) ? "unknown" : node.name;
-    if (!draw.OneIn(10)) filter.ns = draw.OneIn(40) ? "urn:x" : node.ns;
-    filter.hasAttributes = draw.OneIn(60);
-    if (node.IsTerm() ? draw.OneIn(3) : draw.OneIn(8)) return filter;  // a selection
-    Content(draw, node, filter);
+    filter.name = random.OneIn(40) ? "unknown" : node.name;
+    if (!random.OneIn(10)) filter.ns = random.OneIn(40) ? "urn:x" : node.ns;
+    filter.hasAttributes = random.OneIn(60);
+    if (node.IsTerm() ? random.OneIn(3) : random.OneIn(8)) return filter;  // a selection
+    Content(random, node, filter);
     return filter;
 }
 
-void RandomFilter::Content(Draw& draw, const agent::DataNode& node, agent::FilterNode& filter) const
+void RandomFilter::Content(Random& random, const agent::DataNode& node, agent::FilterNode& filter) const
 {
-    if (!node.IsTerm() && !draw.OneIn(40)) {
+    if (!node.IsTerm() && !random.OneIn(40)) {
         std::vector<const agent::DataNode*> terms;
         std::copy_if(node.children.begin(), node.children.end(), std::back_inserter(terms),
                      [](const agent::DataNode* child) { return child->IsTerm(); });
         // Often leaves alone: their content matches select entries.
-        const bool leavesOnly = !terms.empty() && draw.OneIn(2);
+        const bool leavesOnly = !terms.empty() && random.OneIn(2);
         const auto& children = leavesOnly ? terms : node.children;
-        for (int i = 1 + draw.Below(3); i > 0; --i)
-            filter.children.push_back(Node(draw, *draw.From(children)));
+        for (int i = 1 + random.Below(3); i > 0; --i)
+            filter.children.push_back(Node(random, *random.From(children)));
         return;
     }
-    if (draw.OneIn(40)) {
-        filter.children.push_back(Node(draw, node));
+    if (random.OneIn(40)) {
+        filter.children.push_back(Node(random, node));
         return;
     }
     const auto it = m_values.find(node.schema);
-    filter.text = it == m_values.end() || draw.OneIn(10) ? "nothing" : draw.From(it->second);
-    if (draw.OneIn(10) && std::isdigit(static_cast<unsigned char>(filter.text.front())) != 0)
+    filter.text = it == m_values.end() || random.OneIn(10) ? "nothing" : random.From(it->second);
+    if (random.OneIn(10) && std::isdigit(static_cast<unsigned char>(filter.text.front())) != 0)
         filter.text.insert(0, "+");
 }
 

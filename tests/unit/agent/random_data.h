@@ -17,9 +17,9 @@
 
 namespace agent_tests {
 
-class Draw {
+class Random {
 public:
-    explicit Draw(std::uint32_t seed) : m_random(seed) {}
+    explicit Random(std::uint32_t seed) : m_random(seed) {}
     /// In [0, bound).
     int Below(int bound) { return std::uniform_int_distribution<int>(0, bound - 1)(m_random); }
     bool OneIn(int bound) { return Below(bound) == 0; }
@@ -37,17 +37,17 @@ struct Configuration {
     std::vector<std::pair<cdb::RowKey, cdb::Row>> rows;
     agent::Tree tree;  // with its defaults
 };
-Configuration RandomConfiguration(Draw& draw);
+Configuration RandomConfiguration(Random& random);
 
 /// Makes filters of every form, with names of the schema and values of the tree, and some of neither.
 class RandomFilter {
 public:
     RandomFilter(const agent::DataSchema& schema, const lyd_node* tree, const std::string& top);
-    agent::SubtreeFilter Make(Draw& draw) const;
+    agent::SubtreeFilter Make(Random& random) const;
 
 private:
-    agent::FilterNode Node(Draw& draw, const agent::DataNode& node) const;
-    void Content(Draw& draw, const agent::DataNode& node, agent::FilterNode& filter) const;
+    agent::FilterNode Node(Random& random, const agent::DataNode& node) const;
+    void Content(Random& random, const agent::DataNode& node, agent::FilterNode& filter) const;
 
     const agent::DataNode* m_top = nullptr;
     std::map<const lysc_node*, std::vector<std::string>> m_values;

@@ -102,10 +102,11 @@ TEST_F(AlarmTest, CanBeDroppedByWhatItCalls)
     EXPECT_EQ(m_rung.size(), 1U);
 }
 
-// What tests advance by hand, and whoever has no alarms of their own.
+// Timers without alarms of their own, like those that tests advance.
 class OtherTimers final : public base::Timers {
 public:
     explicit OtherTimers(base::Timers& timers) : m_timers(timers) {}
+    [[nodiscard]] Clock::time_point Now() const override { return m_timers.Now(); }
     std::shared_ptr<void> After(milliseconds delay, std::function<void()> action) override
     {
         return m_timers.After(delay, std::move(action));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Texts of peers, made fit for what shows them.
+// Texts of peers, made presentable for logs and state.
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is done beside the loop: in a thread of its own, one task after the other, and nobody waits for one
+// What is done beside the loop: in a thread of its own, one task after the other, and no caller waits for one
 // that hangs.
 
 #include "base/worker.h"

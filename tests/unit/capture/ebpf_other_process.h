@@ -38,10 +38,11 @@ public:
         : OtherProcess([=] {
               // Never destroyed.
               auto& loop = *new boost::asio::io_context;
-              auto& timers = *new ManualTimers;
+              auto& timers = *new support::ManualTimers;
               auto& sink = *new KeepingSink;
               auto* source = capture::MakeEbpfSource(loop, timers, sink, {}, hook).release();
               source->Add(ifIndex, {.rate = 1, .headerSize = 128});
+              while (!source->Sampled(ifIndex)) loop.run_one();
           })
     {
     }

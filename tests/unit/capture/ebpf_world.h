@@ -20,7 +20,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "capture/ebpf/source.h"
-#include "fakes/manual_timers.h"
+#include "support/manual_timers.h"
 #include "support/network.h"
 #include "support/poll.h"
 
@@ -37,6 +37,7 @@ public:
         ++batches;
     }
     void OnDrained() noexcept override { ++drained; }
+    void OnRefused(std::uint32_t, const capture::Unavailable&) noexcept override { ++refused; }
 
     [[nodiscard]] std::uint64_t Frames() const
     {
@@ -49,6 +50,7 @@ public:
     std::vector<support::Bytes> headers;
     int batches = 0;
     int drained = 0;
+    int refused = 0;
 };
 
 class EbpfWorld : public testing::Test {
@@ -77,6 +79,32 @@ protected:
         } catch (const capture::Unavailable& reason) {
             GTEST_SKIP() << reason.what();
         }
+    }
+
+    /// Add and Change of the source; return when it samples as it was told.
+    void Add(std::uint32_t interface, const capture::Settings& settings)
+    {
+        source->Add(interface, settings);
+        AwaitSampled(interface);
+    }
+    void Change(std::uint32_t interface, const capture::Settings& settings)
+    {
+        source->Change(interface, settings);
+        AwaitSampled(interface);
+    }
+    void AwaitSampled(std::uint32_t interface)
+    {
+        EXPECT_TRUE(Comes([&] { return source->Sampled(interface); }));
+    }
+    /// Runs the loop until the condition holds.
+    template <typename Condition>
+    [[nodiscard]] bool Comes(Condition condition)
+    {
+        return support::Becomes([&] {
+            loop.restart();
+            loop.poll();
+            return condition();
+        });
     }
 
     static std::vector<support::Bytes> Frames(std::size_t count, std::size_t size = 200)
@@ -108,7 +136,7 @@ protected:
     std::uint32_t left = 0;
     std::uint32_t right = 0;
     boost::asio::io_context loop;
-    ManualTimers timers;
+    support::ManualTimers timers;
     KeepingSink sink;
     std::unique_ptr<capture::PacketSource> source;
 };

@@ -99,6 +99,18 @@ void SourceSuite::Make(std::size_t bufferSize)
     }
 }
 
+void SourceSuite::Add(std::uint32_t ifIndex, const capture::Settings& settings)
+{
+    m_source->Add(ifIndex, settings);
+    EXPECT_TRUE(Becomes([&] { return m_source->Sampled(ifIndex); }));
+}
+
+void SourceSuite::Change(std::uint32_t ifIndex, const capture::Settings& settings)
+{
+    m_source->Change(ifIndex, settings);
+    EXPECT_TRUE(Becomes([&] { return m_source->Sampled(ifIndex); }));
+}
+
 std::uint32_t SourceSuite::Cable(const std::string& near, const std::string& far)
 {
     support::Network::Veth(near, far);

@@ -48,6 +48,7 @@ class Record final : public capture::SampleSink {
 public:
     void OnSamples(std::span<const capture::Sample> samples) noexcept override;
     void OnDrained() noexcept override { ++drained; }
+    void OnRefused(std::uint32_t, const capture::Unavailable&) noexcept override { ++refused; }
     /// Frames sampled at the interface.
     [[nodiscard]] std::uint64_t Frames(std::uint32_t ifIndex) const;
     /// The numbers of the frames sampled there, in order.
@@ -55,6 +56,7 @@ public:
 
     std::vector<SampledFrame> all;
     std::uint64_t drained = 0;
+    std::uint64_t refused = 0;
     std::uint64_t batches = 0;
 };
 
@@ -80,6 +82,9 @@ protected:
 
     /// Makes the source; where it is not to be had here the test is skipped (IsSkipped).
     void Make(std::size_t bufferSize = 0);
+    /// Add and Change of the source; return when it samples as it was told.
+    void Add(std::uint32_t ifIndex, const capture::Settings& settings);
+    void Change(std::uint32_t ifIndex, const capture::Settings& settings);
     /// A cable; returns the index of its `near` end, where sampling takes place.
     static std::uint32_t Cable(const std::string& near, const std::string& far);
 

@@ -17,7 +17,7 @@ TEST_P(SourceSuite, SamplesEveryFrameOnceAtRateOne)
     const std::uint32_t port = Cable("near", "far");
     Make();
     if (IsSkipped()) return;
-    m_source->Add(port, {.rate = 1, .headerSize = 128});
+    Add(port, {.rate = 1, .headerSize = 128});
     constexpr std::uint64_t kFrames = 20000;
     SendNumbered("far", 0, kFrames);
     EXPECT_TRUE(Settles(port, kFrames));
@@ -33,10 +33,10 @@ TEST_P(SourceSuite, CountsExactlyAndSamplesWithinTheBoundsOfChanceAtEachRate)
     Make();
     if (IsSkipped()) return;
     std::uint64_t pool = 0;
-    m_source->Add(port, {.rate = 1, .headerSize = 64});
+    Add(port, {.rate = 1, .headerSize = 64});
     for (const std::uint32_t rate : {2U, 3U, 7U, 10U, 64U, 100U, 400U}) {
         SCOPED_TRACE(rate);
-        m_source->Change(port, {.rate = rate, .headerSize = 64});
+        Change(port, {.rate = rate, .headerSize = 64});
         m_record.all.clear();
         const std::uint64_t frames = std::clamp<std::uint64_t>(500ULL * rate, 20000, 200000);
         SendNumbered("far", pool, frames);
@@ -66,7 +66,7 @@ TEST_P(SourceSuite, SamplesOfAMillionOnlyWhatChanceAllows)
     Make();
     if (IsSkipped()) return;
     constexpr std::uint32_t kRarest = 16777215;
-    m_source->Add(port, {.rate = kRarest, .headerSize = 64});
+    Add(port, {.rate = kRarest, .headerSize = 64});
     constexpr std::uint64_t kFrames = 50000;
     SendNumbered("far", 0, kFrames);
     EXPECT_TRUE(Settles(port, kFrames));
@@ -81,7 +81,7 @@ TEST_P(SourceSuite, SamplesWithIndependentGaps)
     std::uint64_t first = 0;
     for (const std::uint32_t rate : {2U, 10U, 37U}) {
         SCOPED_TRACE(rate);
-        m_source->Add(port, {.rate = rate, .headerSize = 64});
+        Add(port, {.rate = rate, .headerSize = 64});
         m_record.all.clear();
         const std::uint64_t frames = 4000ULL * rate;
         SendNumbered("far", first, frames);
@@ -126,6 +126,7 @@ TEST_P(SourceSuite, CountsManyInterfacesEachByItself)
         ports.push_back(support::Network::Index("n" + std::to_string(i)));
         m_source->Add(ports.back(), {.rate = 1 + i % 3, .headerSize = 64});
     }
+    for (const std::uint32_t port : ports) EXPECT_TRUE(Becomes([&] { return m_source->Sampled(port); }));
     for (std::uint32_t i = 0; i < kInterfaces; ++i)
         SendNumbered("f" + std::to_string(i), 1000ULL * i, 50 + i);
     for (std::uint32_t i = 0; i < kInterfaces; ++i)

@@ -58,7 +58,7 @@ TEST_P(SourceSuite, HandsOverEachFrameWithItsBytesAndLength)
     support::Network::Ip("link set near mtu 9000\nlink set far mtu 9000");
     Make();
     if (IsSkipped()) return;
-    m_source->Add(port, {.rate = 1, .headerSize = capture::kMaxHeader});
+    Add(port, {.rate = 1, .headerSize = capture::kMaxHeader});
     support::Injector injector("far");
     std::uint64_t count = 0;
     for (const FrameRow& row : Frames()) {
@@ -93,13 +93,13 @@ TEST_P(SourceSuite, KeepsSoManyBytesAsAreWanted)
         std::uint16_t wanted;
         std::size_t least;
     };
-    m_source->Add(port, {.rate = 1, .headerSize = 16});
+    Add(port, {.rate = 1, .headerSize = 16});
     support::Injector injector("far");
     const Bytes frame = EthernetFrame(1, 2, 0x88b5, 1000);
     std::size_t count = 0;
     for (const Row row : {Row{16, 96}, {96, 96}, {97, 97}, {128, 128}, {512, 512}, {64, 96}}) {
         SCOPED_TRACE(row.wanted);
-        m_source->Change(port, {.rate = 1, .headerSize = row.wanted});
+        Change(port, {.rate = 1, .headerSize = row.wanted});
         injector.Send(frame);
         ++count;
         ASSERT_TRUE(Becomes([&] { return m_record.all.size() == count; }));
@@ -116,7 +116,7 @@ TEST_P(SourceSuite, TellsTheTagThatTheKernelTook)
     const std::uint32_t port = Cable("near", "far");
     Make();
     if (IsSkipped()) return;
-    m_source->Add(port, {.rate = 1, .headerSize = 256});
+    Add(port, {.rate = 1, .headerSize = 256});
     support::Injector injector("far");
     std::size_t count = 0;
     for (const TagRow& row : {TagRow{"none", {}, 0x0800},
@@ -150,7 +150,7 @@ TEST_P(SourceSuite, SamplesTheDirectionsThatAreWanted)
     constexpr std::uint64_t kEntering = 30;
     constexpr std::uint64_t kLeaving = 20;
     std::uint64_t pool = 0;
-    m_source->Add(port, {.rate = 1, .headerSize = 128, .ingress = true, .egress = false});
+    Add(port, {.rate = 1, .headerSize = 128, .ingress = true, .egress = false});
     for (const DirectionRow& row : {DirectionRow{"ingress", true, false},
                                     {"egress", false, true},
                                     {"both", true, true},
@@ -158,7 +158,7 @@ TEST_P(SourceSuite, SamplesTheDirectionsThatAreWanted)
                                     {"neither", false, false},
                                     {"both again", true, true}}) {
         SCOPED_TRACE(row.name);
-        m_source->Change(port, {.rate = 1, .headerSize = 128, .ingress = row.ingress, .egress = row.egress});
+        Change(port, {.rate = 1, .headerSize = 128, .ingress = row.ingress, .egress = row.egress});
         m_record.all.clear();
         SendNumbered("far", 0, kEntering);
         SendNumbered("near", 1000, kLeaving);
@@ -178,7 +178,7 @@ TEST_P(SourceSuite, NeitherCountsNorSamplesWhatIsItsOwn)
     const std::uint32_t port = Cable("near", "far");
     Make();
     if (IsSkipped()) return;
-    m_source->Add(port, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+    Add(port, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
     const MarkedSender leavesOurs("near", kOwnMark);
     const MarkedSender leavesTheirs("near", kOwnMark + 1);
     const MarkedSender entersOurs("far", kOwnMark);

@@ -2,8 +2,10 @@
 // What happens while traffic flows: changes, removal, interfaces that go, and what others notice of it.
 
 #include <gmock/gmock.h>
+#include <sched.h>
 
 #include <atomic>
+#include <cstring>
 #include <fstream>
 #include <numeric>
 #include <sstream>
@@ -51,15 +53,15 @@ TEST_P(SourceSuite, LosesAndDoublesNothingWhileItIsChanged)
     const std::uint32_t visitor = Cable("near3", "far3");
     Make();
     if (IsSkipped()) return;
-    m_source->Add(changed, {.rate = 1, .headerSize = 64});
-    m_source->Add(other, {.rate = 1, .headerSize = 64});
+    Add(changed, {.rate = 1, .headerSize = 64});
+    Add(other, {.rate = 1, .headerSize = 64});
     constexpr std::uint64_t kRounds = 100;
     constexpr std::uint64_t kEach = 37;
     for (std::uint64_t round = 0; round < kRounds; ++round) {
         SendNumbered("far", round * kEach, kEach);
-        m_source->Change(changed, {.rate = 1, .headerSize = static_cast<std::uint16_t>(64 + round * 4)});
+        Change(changed, {.rate = 1, .headerSize = static_cast<std::uint16_t>(64 + round * 4)});
         SendNumbered("far2", round * kEach, kEach);
-        if (round % 20 == 5) m_source->Add(visitor, {.rate = 1, .headerSize = 64});
+        if (round % 20 == 5) Add(visitor, {.rate = 1, .headerSize = 64});
         if (round % 20 == 15) {
             EXPECT_EQ(m_source->Remove(visitor).pool, 0U);
         }
@@ -84,9 +86,9 @@ TEST_P(SourceSuite, TellsTheRateThatASampleWasSampledWith)
     const auto rate = [](std::uint64_t round) {
         return round % 2 == 0 ? 1U : 2U + static_cast<unsigned>(round);
     };
-    m_source->Add(port, {.rate = 1, .headerSize = 64});
+    Add(port, {.rate = 1, .headerSize = 64});
     for (std::uint64_t round = 0; round < kRounds; ++round) {
-        m_source->Change(port, {.rate = rate(round), .headerSize = 64});
+        Change(port, {.rate = rate(round), .headerSize = 64});
         SendNumbered("far", round * kEach, kEach);
     }
     EXPECT_TRUE(Settles(port, kRounds * kEach));
@@ -104,7 +106,7 @@ TEST_P(SourceSuite, CountsEveryFrameOnceWhileItsRateChanges)
     const std::uint32_t port = Cable("near", "far");
     Make();
     if (IsSkipped()) return;
-    m_source->Add(port, {.rate = 50, .headerSize = 64});
+    Add(port, {.rate = 50, .headerSize = 64});
     constexpr std::uint64_t kFrames = 400'000;
     std::atomic<bool> sent = false;
     std::thread sender([&] {
@@ -115,7 +117,7 @@ TEST_P(SourceSuite, CountsEveryFrameOnceWhileItsRateChanges)
     });
     std::uint32_t changes = 0;
     for (; !sent; ++changes) {
-        m_source->Change(port, {.rate = changes % 2 == 0 ? 30U : 1000U, .headerSize = 64});
+        Change(port, {.rate = changes % 2 == 0 ? 30U : 1000U, .headerSize = 64});
         Run(std::chrono::milliseconds(1));
     }
     sender.join();
@@ -128,9 +130,9 @@ TEST_P(SourceSuite, ToAddWhatIsSampledAlreadyChangesIt)
     const std::uint32_t port = Cable("near", "far");
     Make();
     if (IsSkipped()) return;
-    m_source->Add(port, {.rate = 16777215, .headerSize = 64});
+    Add(port, {.rate = 16777215, .headerSize = 64});
     SendNumbered("far", 0, 40);
-    m_source->Add(port, {.rate = 1, .headerSize = 64});
+    Add(port, {.rate = 1, .headerSize = 64});
     SendNumbered("far", 1000, 40);
     EXPECT_TRUE(Settles(port, 80));
     EXPECT_THAT(m_record.Numbers(port),
@@ -146,7 +148,7 @@ TEST_P(SourceSuite, HandsOverWhatWaitsWhenAnInterfaceIsRemoved)
     for (int round = 0; round < 5; ++round) {
         SCOPED_TRACE(round);
         m_record.all.clear();
-        m_source->Add(port, {.rate = 1, .headerSize = 64});
+        Add(port, {.rate = 1, .headerSize = 64});
         SendNumbered("far", 0, kFrames);
         const capture::Counts counts = m_source->Remove(port);
         EXPECT_EQ(counts.pool, kFrames);
@@ -160,14 +162,43 @@ TEST_P(SourceSuite, HandsOverWhatWaitsWhenAnInterfaceIsRemoved)
     }
 }
 
+TEST_P(SourceSuite, HandsOverAllThatTheLastCountsSayWhenItIsRemovedUnderTraffic)
+{
+    const std::uint32_t port = Cable("near", "far");
+    Make(16U << 20U);
+    if (IsSkipped()) return;
+    // From any CPU, while this one removes.
+    cpu_set_t all;
+    std::memset(&all, 0xff, sizeof all);
+    sched_setaffinity(0, sizeof all, &all);
+    std::atomic<bool> enough = false;
+    std::thread sender([&] {
+        support::Injector injector("far");
+        const std::vector<support::Bytes> some(50, support::UdpFrame({.size = 100}));
+        while (!enough) injector.Send(some);
+    });
+    for (int round = 0; round < 30; ++round) {
+        m_record.all.clear();
+        Add(port, {.rate = 1, .headerSize = 64});
+        EXPECT_TRUE(Becomes([&] { return m_source->Read(port).pool > 100; }));
+        const capture::Counts counts = m_source->Remove(port);
+        EXPECT_EQ(m_record.all.size() + counts.drops, counts.pool) << "round " << round;
+        const std::size_t handedOver = m_record.all.size();
+        m_source->Drain();
+        EXPECT_EQ(m_record.all.size(), handedOver);
+    }
+    enough = true;
+    sender.join();
+}
+
 TEST_P(SourceSuite, OutlivesAnInterfaceThatVanishes)
 {
     const std::uint32_t goes = Cable("near", "far");
     const std::uint32_t stays = Cable("near2", "far2");
     Make();
     if (IsSkipped()) return;
-    m_source->Add(goes, {.rate = 1, .headerSize = 64});
-    m_source->Add(stays, {.rate = 1, .headerSize = 64});
+    Add(goes, {.rate = 1, .headerSize = 64});
+    Add(stays, {.rate = 1, .headerSize = 64});
     SendNumbered("far", 0, 40);
     support::Network::Ip("link del near");
     SendNumbered("far2", 0, 40);
@@ -192,7 +223,7 @@ TEST_P(SourceSuite, GoesOnWhenAnInterfaceComesUpAgain)
     if (IsSkipped()) return;
     constexpr std::uint64_t kEach = 10;
     support::Network::Ip("link set near down");
-    m_source->Add(port, {.rate = 1, .headerSize = 64});
+    Add(port, {.rate = 1, .headerSize = 64});
     const std::uint64_t before = Received("near");
     for (std::uint64_t round = 0; round < 3; ++round) {
         SCOPED_TRACE(round);
@@ -220,8 +251,8 @@ TEST_P(SourceSuite, RefusesAnInterfaceThatIsNotThere)
     const std::uint32_t port = Cable("near", "far");
     Make();
     if (IsSkipped()) return;
-    EXPECT_THROW(m_source->Add(987654, {.rate = 1, .headerSize = 64}), capture::Unavailable);
-    m_source->Add(port, {.rate = 1, .headerSize = 64});
+    EXPECT_THROW(Add(987654, {.rate = 1, .headerSize = 64}), capture::Unavailable);
+    Add(port, {.rate = 1, .headerSize = 64});
     SendNumbered("far", 0, 10);
     EXPECT_TRUE(Settles(port, 10));
 }

@@ -21,7 +21,7 @@ TEST_P(SourceSuite, CountsWhatABurstBeyondItsBufferCosts)
     Make(64U << 10U);
     if (IsSkipped()) return;
     constexpr std::uint64_t kFrames = 20000;
-    m_source->Add(port, {.rate = 1, .headerSize = 512});
+    Add(port, {.rate = 1, .headerSize = 512});
     for (std::uint64_t round = 1; round <= 3; ++round) {
         SCOPED_TRACE(round);
         support::Injector("far").Send(Many(kFrames));  // nobody reads meanwhile
@@ -40,9 +40,9 @@ TEST_P(SourceSuite, ForgetsNoRateOverALossOfSamples)
     const std::uint32_t port = Cable("near", "far");
     Make(64U << 10U);
     if (IsSkipped()) return;
-    m_source->Add(port, {.rate = 1, .headerSize = 512});
+    Add(port, {.rate = 1, .headerSize = 512});
     support::Injector("far").Send(Many(5000));
-    m_source->Change(port, {.rate = 2, .headerSize = 512});
+    Change(port, {.rate = 2, .headerSize = 512});
     EXPECT_TRUE(Settles(port, 5000));
     for (const SampledFrame& sampled : m_record.all) ASSERT_EQ(sampled.sample.rate, 1U);
     m_record.all.clear();
@@ -57,7 +57,7 @@ TEST_P(SourceSuite, WakesNobodyForEachSample)
     const std::uint32_t port = Cable("near", "far");
     Make();
     if (IsSkipped()) return;
-    m_source->Add(port, {.rate = 1, .headerSize = 64});
+    Add(port, {.rate = 1, .headerSize = 64});
     // 40 frames at a time, and what reads is run between: a source that wakes for each would have
     // called OnDrained as often.
     constexpr std::uint64_t kRounds = 200;
@@ -87,7 +87,7 @@ TEST_P(SourceSuite, HandsOverTheFirstSampleSoon)
     for (int attempt = 0; attempt < 5; ++attempt) {
         m_record.all.clear();
         const auto begin = Clock::now();
-        m_source->Add(port, {.rate = 1, .headerSize = 64});
+        Add(port, {.rate = 1, .headerSize = 64});
         ASSERT_TRUE(Becomes([&] {
             injector.Send(frames);
             return !m_record.all.empty();

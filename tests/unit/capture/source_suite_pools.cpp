@@ -98,7 +98,7 @@ protected:
     // When all is quiet, a further packet's pool is exact.
     void ExpectExactNext(std::uint64_t sent)
     {
-        m_source->Change(m_port, {.rate = 1, .headerSize = 64});
+        Change(m_port, {.rate = 1, .headerSize = 64});
         for (const int cpu : m_cpus) {
             std::thread([&] {
                 MoveTo(cpu);
@@ -120,7 +120,7 @@ TEST_P(PoolOfManyCpus, RisesWithEachSampleWhileTheTrafficMoves)
     for (const std::uint32_t rate : {1U, 4U}) {
         SCOPED_TRACE(rate);
         constexpr std::uint64_t kFrames = 20'000;
-        m_source->Add(m_port, {.rate = rate, .headerSize = 64});
+        Add(m_port, {.rate = rate, .headerSize = 64});
         Send({m_cpus}, kFrames);
         sent += kFrames;
         ASSERT_TRUE(Settles(m_port, sent));
@@ -143,7 +143,7 @@ TEST_P(PoolOfManyCpus, RisesWithEachSampleWhileBothSend)
     for (const std::uint32_t rate : {1U, 4U, 50U}) {
         SCOPED_TRACE(rate);
         constexpr std::uint64_t kEach = 20'000;
-        m_source->Add(m_port, {.rate = rate, .headerSize = 64});
+        Add(m_port, {.rate = rate, .headerSize = 64});
         Send({{m_cpus[0]}, {m_cpus[1]}}, kEach);
         sent += 2 * kEach;
         ASSERT_TRUE(Settles(m_port, sent));

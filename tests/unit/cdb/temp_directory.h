@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A directory of a test's own, gone with it.
+// A directory of a test's own, removed with it.
 
 #ifndef TESTS_UNIT_CDB_TEMP_DIRECTORY_H
 #define TESTS_UNIT_CDB_TEMP_DIRECTORY_H

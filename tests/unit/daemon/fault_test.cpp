@@ -13,7 +13,7 @@ constexpr char kCounterOfEth1[] = "/config/oam/sflow/interface{eth1}/counter-sam
 
 const std::string kLongReason(400, 'r');
 
-// One failing call, who has to report it, with which text.
+// One failing call, the function that has to report it, and the text.
 struct Failure {
     const char* name;
     const char* call;
@@ -71,7 +71,7 @@ protected:
     FaultTest() { OpenGate(); }
 };
 
-// A read that delivers no values is as bad as one that fails; the reason is then an earlier one's.
+// A read that delivers no values is as bad as one that fails; its reason is then that of an earlier failure.
 TEST_F(FaultTest, ReadWithoutValuesIsReportedWithTheLastReason)
 {
     AddInterface("eth1", {"c1"}, {"c1"});

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The order in which destructors let go of what an object holds.
+// The order in which destructors release what an object holds.
 
 #include <qxmw/qxmw.h>
 

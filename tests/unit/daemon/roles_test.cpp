@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The node's role changes nothing of what the daemon does: every list of calls and every line is the same in
+// The node's role does not change what the daemon does: every list of calls and every line is the same in
 // both roles.
 
 #include "support.h"

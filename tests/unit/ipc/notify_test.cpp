@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "ipc/notify.h"
-#include "manager/fake_timers.h"
+#include "support/manual_timers.h"
 
 namespace {
 
@@ -73,7 +73,7 @@ protected:
 
     std::filesystem::path m_dir;
     int m_socket = -1;
-    FakeTimers m_timers;
+    support::ManualTimers m_timers;
     std::map<std::string, std::string> m_variables;
 };
 

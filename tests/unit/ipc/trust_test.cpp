@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Roles of peers, and what the kernel says of who they are.
+// Roles of peers, by the user and groups that the kernel names.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A worker without a thread: what is asked for is done when the time of the fake timers is advanced, at the
+// A worker without a thread: what is asked for is done when the time of the timers is advanced, at the
 // time at which it was asked.
 
 #ifndef TESTS_UNIT_MANAGER_FAKE_WORKER_H

@@ -18,7 +18,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "ipc/frame.h"
-#include "manager/fake_timers.h"
+#include "support/manual_timers.h"
 #include "support/run_until.h"
 
 class LoopFixture : public testing::Test {
@@ -47,7 +47,7 @@ protected:
 
     std::filesystem::path m_dir;
     boost::asio::io_context m_loop;
-    FakeTimers m_timers;
+    support::ManualTimers m_timers;
 };
 
 /// One end of a connection that speaks whole messages and records what comes.

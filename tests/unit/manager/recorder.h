@@ -7,7 +7,6 @@
 #include <arpa/inet.h>
 
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "manager/service/operation.h"
@@ -70,17 +69,12 @@ inline Texts Text(const Touched& touched)
     if (touched.agentAddress) texts.push_back("agent");
     return texts;
 }
-inline Texts Text(const std::variant<Touched, Refusal>& applied)
+inline Texts Text(const ServiceTable::Applied& applied)
 {
-    if (const auto* refusal = std::get_if<Refusal>(&applied)) return {"refused: " + refusal->reason};
-    return Text(std::get<Touched>(applied));
+    return applied ? Text(*applied) : Texts{"refused: " + applied.error()};
 }
 /// Why it was refused; empty if it was not.
-inline std::string ReasonOf(const std::variant<Touched, Refusal>& applied)
-{
-    const auto* refusal = std::get_if<Refusal>(&applied);
-    return refusal == nullptr ? "" : refusal->reason;
-}
+inline std::string ReasonOf(const ServiceTable::Applied& applied) { return applied ? "" : applied.error(); }
 
 /// One line a thing held: "agent 192.0.2.9", "c1 192.0.2.1 6343 1400", "eth1 4096 2 128 20 flow c1 counter
 /// c2".

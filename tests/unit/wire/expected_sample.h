@@ -11,12 +11,12 @@
 #include "support/sflow_decoder.h"
 #include "wire/sample.h"
 
-/// Nothing where the room is too small even for a sample without header. Port formats are those that
+/// Nothing if the room is too small even for a sample without header. Port formats are those that
 /// exist.
 std::optional<support::DecodedFlow> Expected(const wire::FlowSample& sample, wire::Encoding encoding,
                                              std::size_t room);
 
-/// Nothing where the room is too small for the generic counters.
+/// Nothing if the room is too small for the generic counters.
 std::optional<support::DecodedCounters> Expected(const wire::CountersSample& sample, wire::Encoding encoding,
                                                  std::size_t room);
 

@@ -24,7 +24,7 @@ class RoundTripTest : public testing::Test {
 protected:
     RoundTripTest() : m_source([this] { return static_cast<std::uint32_t>(m_random()); }) {}
 
-    /// The sample in exactly so much room, decoded; nothing where nothing was written.
+    /// The sample in exactly so much room, decoded; nothing if nothing was written.
     template <typename Decoded, typename Sample>
     static std::optional<Decoded> Decode(const Sample& sample, wire::Encoding encoding, std::size_t room)
     {

@@ -13,8 +13,8 @@
 
 #include "wire/sample.h"
 
-/// Draws samples from `next`, a callable that gives 32 bits at each call. What a sample refers to lies in
-/// this object, until the next sample of its kind is drawn.
+/// Makes random samples from `next`, a callable that gives 32 bits at each call. What a sample refers to lies
+/// in this object, until the next sample of its kind is made.
 template <typename Next>
 class SampleSource {
 public:

@@ -110,7 +110,7 @@ struct Field {
 };
 
 /// One value for each time that the field is in the datagram.
-const Field kFields[] = {
+const Field kTsharkFields[] = {
     {"sflow_245.version", "5", "5"},
     {"sflow_245.agent", "192.0.2.1", "192.0.2.1"},
     {"sflow_245.sub_agent_id", "7", "7"},
@@ -234,11 +234,11 @@ protected:
     void ExpectFields(const Bytes& datagram, std::string Field::*expected) const
     {
         std::vector<std::string> options{"-T", "fields"};
-        for (const Field& field : kFields) options.insert(options.end(), {"-e", field.name});
+        for (const Field& field : kTsharkFields) options.insert(options.end(), {"-e", field.name});
         std::istringstream line(Dissected(datagram, options));
-        for (const Field& field : kFields) {
+        for (const Field& field : kTsharkFields) {
             std::string value;
-            std::getline(line, value, &field == std::end(kFields) - 1 ? '\n' : '\t');
+            std::getline(line, value, &field == std::end(kTsharkFields) - 1 ? '\n' : '\t');
             EXPECT_EQ(value, field.*expected) << field.name;
         }
         std::string rest;

@@ -142,7 +142,7 @@ TEST_F(AccessTest, FirstRuleThatFitsDecides)
     EXPECT_FALSE(Executes(*access->Grant(kAnn), "get"));
     EXPECT_FALSE(Executes(*access->Grant(kBob), "commit"));
     EXPECT_TRUE(Executes(*access->Grant(kBob), "close-session"));
-    // "*" is every group: who is in none has the defaults.
+    // "*" is every group: a user in none has the defaults.
     EXPECT_TRUE(Executes(*access->Grant(kLoner), "commit"));
 }
 

@@ -19,24 +19,23 @@ using testing::HasSubstr;
 
 class Callpoint : public testing::Test {
 protected:
-    explicit Callpoint(std::chrono::milliseconds timeout = std::chrono::seconds(20))
-        : m_world(Options(timeout))
-    {
-    }
-
-    static agent::AgentOptions Options(std::chrono::milliseconds timeout)
-    {
-        agent::AgentOptions options;
-        options.callpointTimeout = timeout;
-        return options;
-    }
-
     std::unique_ptr<Process> Holder()
     {
         auto process = std::make_unique<Process>(m_world, "app");
         process->RegisterCallpoint();
         process->Ready();
         return process;
+    }
+
+    /// Returns when the agent has read what the holder has sent so far.
+    static void AwaitAnswersTaken(Process& holder, netconf::Client& other)
+    {
+        other.Send(netconf::HaTransition("active"));
+        ipc::cdb::ClientMessage reply;
+        reply.mutable_ha_reply()->set_request(holder.Receive().ha_transition().request());
+        reply.mutable_ha_reply()->set_handled(true);
+        holder.Send(reply);
+        other.Receive();
     }
 
     /// The edit under way is refused, naming the callpoint and why; the candidate is as before.
@@ -51,11 +50,6 @@ protected:
 
     World m_world;
     netconf::Client m_client = m_world.Connect();
-};
-
-class ImpatientCallpoint : public Callpoint {
-protected:
-    ImpatientCallpoint() : Callpoint(std::chrono::milliseconds(50)) {}
 };
 
 TEST_F(Callpoint, IsAskedForEachEntryWithoutWaitingForAnswers)
@@ -144,19 +138,38 @@ TEST_F(Callpoint, ThatGoesRefusesTheEdit)
     EXPECT_TRUE(m_client.Receive().ok);
 }
 
-TEST_F(ImpatientCallpoint, ThatDoesNotAnswerRefusesTheEdit)
+TEST_F(Callpoint, ThatDoesNotAnswerRefusesTheEdit)
 {
     const auto holder = Holder();
     m_client.Send(EditConfig(Sflow(Interface("eth1") + Interface("eth2"))));
     const auto late = holder->ReceiveRequest();
     holder->Serve(1);
-    ExpectRefused("has not answered");
+    m_world.Advance(std::chrono::seconds(10));
+    ExpectRefused("has not answered for 5.0 s");
     // An answer that comes too late belongs to nothing.
     holder->Answer(late, 5);
     m_client.Send(EditConfig(Sflow(Interface("eth3"))));
     holder->Serve(1, 9);
     EXPECT_TRUE(m_client.Receive().ok);
     EXPECT_THAT(Config(m_client, "candidate"), AllOf(HasSubstr(">9<"), testing::Not(HasSubstr("eth1"))));
+}
+
+TEST_F(Callpoint, ThatTakesTooLongForAllQuestionsRefusesTheEdit)
+{
+    const auto holder = Holder();
+    auto other = m_world.Connect();
+    std::string edit;
+    for (int i = 0; i < 10; ++i) edit += Interface("eth" + std::to_string(i));
+    m_client.Send(EditConfig(Sflow(edit)));
+    std::vector<ipc::cdb::CallpointRequest> requests;
+    for (int i = 0; i < 10; ++i) requests.push_back(holder->ReceiveRequest());
+    for (std::size_t i = 0; i < 7; ++i) {
+        holder->Answer(requests[i], 1);
+        AwaitAnswersTaken(*holder, other);
+        m_world.Advance(std::chrono::milliseconds(4'200));
+    }
+    m_world.Advance(std::chrono::milliseconds(600));
+    ExpectRefused("has not answered all questions within 30.0 s");
 }
 
 TEST_F(Callpoint, ThatWritesNonsenseRefusesTheEdit)

@@ -217,6 +217,7 @@ TEST(Clients, ReportFaultsOnAConnectionOfOneMessage)
     auto client = world.Connect();
     std::string data;
     support::Await("the fault", [&] {
+        world.Advance(agent::FaultIntake::kBatchTime);
         data = client
                    .Call(netconf::Get("<state xmlns=\"urn:switch:yang:switch-state\"><system><fault/>"
                                       "</system></state>"))
@@ -238,10 +239,11 @@ const std::string kNasty = std::string("a\0b", 3) + "\x01\x1b\r]]>\x7f \xef\xbf\
 const std::string kShown = "a?b???]]&gt;? ? ? &lt;&amp;";
 
 /// What get says of the system, once it has the text in it. A reply that is not well-formed throws.
-std::string AwaitState(netconf::Client& client, const std::string& text)
+std::string AwaitState(World& world, netconf::Client& client, const std::string& text)
 {
     std::string data;
     support::Await(text, [&] {
+        world.Advance(agent::FaultIntake::kBatchTime);
         data =
             client.Call(netconf::Get("<state xmlns=\"urn:switch:yang:switch-state\"><system/></state>")).data;
         return data.find(text) != std::string::npos;
@@ -258,7 +260,7 @@ TEST(Clients, CanNotSpoilTheXmlOfAReplyByTheirTexts)
     process.Ready();
     Process nasty(world, kNasty);
     nasty.Ready();
-    EXPECT_THAT(AwaitState(client, "<name>" + kShown), HasSubstr("<name>app</name>"));
+    EXPECT_THAT(AwaitState(world, client, "<name>" + kShown), HasSubstr("<name>app</name>"));
 
     ipc::cdb::ClientMessage message;
     auto& fault = *message.mutable_fault_report();
@@ -266,7 +268,7 @@ TEST(Clients, CanNotSpoilTheXmlOfAReplyByTheirTexts)
          {fault.mutable_process(), fault.mutable_function(), fault.mutable_file(), fault.mutable_text()})
         *text = kNasty;
     process.Send(message);
-    const std::string data = AwaitState(client, "<fault>");
+    const std::string data = AwaitState(world, client, "<fault>");
     for (const char* name : {"process", "function", "file", "text"})
         EXPECT_THAT(data, HasSubstr("<" + std::string(name) + ">" + kShown + "</"));
 
@@ -282,16 +284,15 @@ TEST(Clients, CanNotSpoilTheXmlOfAReplyByTheirTexts)
 
 TEST(Clients, ThatAreSlowToSayWhatTheyWantAreEnded)
 {
-    agent::AgentOptions options;
-    options.clientHelloTimeout = std::chrono::milliseconds(1500);
-    World world(options);
-    Process ready(world, "app");
-    ready.RegisterCallpoint();
-    ready.Ready();
+    World world;
     support::FrameClient silent(world.CdbSocket());
-    EXPECT_TRUE(silent.AwaitEnd());
     Process registering(world, "slow");
     registering.Subscribe(1, 0, "/config/oam/sflow");
+    Process ready(world, "app");  // accepted after them
+    ready.RegisterCallpoint();
+    ready.Ready();
+    world.Advance(agent::AgentOptions{}.clientHelloTimeout);
+    EXPECT_TRUE(silent.AwaitEnd());
     EXPECT_TRUE(registering.AwaitEnd());
     auto client = world.Connect();
     client.Send(netconf::EditConfig(Sflow(Interface("eth1"))));
@@ -310,7 +311,7 @@ TEST(Clients, ReportNoMoreFaultsThanTheirShare)
     for (int i = 0; i < 5000; ++i) process.Send(message);
     Process other(world, "last");
     other.Ready();  // behind them all
-    AwaitState(client, "<number>20</number>");
+    AwaitState(world, client, "<number>20</number>");
     world.InLoop([&] { EXPECT_LT(world.Store().Faults(1000).size(), 40U); });
 }
 

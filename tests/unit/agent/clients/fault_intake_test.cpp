@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "agent/clients/fault_intake.h"
-#include "manager/fake_timers.h"
+#include "support/manual_timers.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ protected:
 
     std::int64_t m_nowUs = 1'000'000'000;
     int m_last = 0;
-    FakeTimers m_timers;
+    support::ManualTimers m_timers;
     std::vector<std::size_t> m_batches;
     std::vector<cdb::Fault> m_kept;
     std::unique_ptr<agent::FaultIntake> m_intake = std::make_unique<agent::FaultIntake>(

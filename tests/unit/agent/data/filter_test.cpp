@@ -8,8 +8,8 @@
 #include <variant>
 
 #include "agent/agent_world.h"
-#include "agent/data/data_source_tree.h"
 #include "agent/data/data_writer.h"
+#include "agent/data/tree_source.h"
 #include "agent/data/yang_tree.h"
 #include "agent/rpc_text.h"
 
@@ -41,7 +41,7 @@ agent::Tree ParsedData()
 std::string Filtered(const lyd_node* tree, const std::optional<agent::SubtreeFilter>& filter,
                      Defaults defaults = Defaults::kExplicit)
 {
-    agent::TreeSource source(tree);
+    agent_tests::TreeSource source(tree);
     agent::WriteOptions options{.defaults = defaults};
     std::string out;
     std::optional<agent::FilterPlan> plan;

@@ -11,9 +11,9 @@
 
 #include "agent/agent_world.h"
 #include "agent/data/data_source_rows.h"
-#include "agent/data/data_source_tree.h"
 #include "agent/data/data_writer.h"
 #include "agent/data/slow_writer.h"
+#include "agent/data/tree_source.h"
 #include "agent/random_data.h"
 #include "cdb/rows/row_view.h"
 
@@ -23,7 +23,7 @@ using agent::Defaults;
 using agent::FilterNode;
 using agent::SubtreeFilter;
 using agent_tests::DataSchema;
-using agent_tests::Draw;
+using agent_tests::Random;
 using agent_tests::Schema;
 
 constexpr std::array kModes{Defaults::kExplicit, Defaults::kTrim, Defaults::kReportAll};
@@ -70,14 +70,14 @@ TEST(ReadProperty, RowsAndTreesGiveWhatTheFilterMeans)
 {
     int selected = 0;
     for (std::uint32_t seed = 1; seed <= 30; ++seed) {
-        Draw draw(seed);
-        const auto configuration = agent_tests::RandomConfiguration(draw);
+        Random random(seed);
+        const auto configuration = agent_tests::RandomConfiguration(random);
         Rows rows(configuration);
-        agent::TreeSource tree(configuration.tree.get());
+        agent_tests::TreeSource tree(configuration.tree.get());
         agent::RowSource rowSource(DataSchema(), rows.View());
         const agent_tests::RandomFilter filters(DataSchema(), configuration.tree.get(), "config");
         for (int i = 0; i < 60; ++i) {
-            const auto filter = i == 0 ? std::nullopt : std::optional(filters.Make(draw));
+            const auto filter = i == 0 ? std::nullopt : std::optional(filters.Make(random));
             for (const Defaults mode : kModes) {
                 const std::string expected = Slowly(configuration.tree.get(), filter, mode);
                 const auto trace = [&] {
@@ -108,12 +108,12 @@ TEST(ReadProperty, StateGivesWhatTheFilterMeans)
               LY_SUCCESS)
         << ly_errmsg(Schema().Context());
     const agent::Tree tree(raw);
-    agent::TreeSource source(tree.get());
+    agent_tests::TreeSource source(tree.get());
     const agent_tests::RandomFilter filters(DataSchema(), tree.get(), "state");
-    Draw draw(1);
+    Random random(1);
     int selected = 0;
     for (int i = 0; i < 3000; ++i) {
-        const auto filter = i == 0 ? std::nullopt : std::optional(filters.Make(draw));
+        const auto filter = i == 0 ? std::nullopt : std::optional(filters.Make(random));
         const std::string expected = Slowly(tree.get(), filter, Defaults::kExplicit);
         ASSERT_EQ(WrittenFrom(source, filter), expected)
             << (filter ? agent_tests::ToText(*filter) : "no filter");
@@ -226,9 +226,9 @@ private:
 
 TEST(DataWriter, LooksUpEntriesThatAreNamed)
 {
-    Draw draw(1);
-    const auto configuration = agent_tests::RandomConfiguration(draw);
-    agent::TreeSource tree(configuration.tree.get());
+    Random random(1);
+    const auto configuration = agent_tests::RandomConfiguration(random);
+    agent_tests::TreeSource tree(configuration.tree.get());
     CountingSource source(tree);
     std::vector<FilterNode> named;
     for (int i = 0; i < 30; ++i)
@@ -241,9 +241,9 @@ TEST(DataWriter, LooksUpEntriesThatAreNamed)
 
 TEST(DataWriter, DoesNotLookUpManyEntriesBelowEachOfAList)
 {
-    Draw draw(1);
-    const auto configuration = agent_tests::RandomConfiguration(draw);
-    agent::TreeSource tree(configuration.tree.get());
+    Random random(1);
+    const auto configuration = agent_tests::RandomConfiguration(random);
+    agent_tests::TreeSource tree(configuration.tree.get());
     CountingSource source(tree);
     std::vector<FilterNode> named;
     for (int i = 0; i < 30; ++i)
@@ -299,7 +299,7 @@ protected:
             for (const std::string& key : keys) text += '{' + key + '}';
             return text != denied;
         };
-        agent::TreeSource source(m_tree.get());
+        agent_tests::TreeSource source(m_tree.get());
         std::string text = WrittenFrom(source, filter, Defaults::kExplicit, access);
         if (text.empty()) return text;
         const std::size_t begin = text.find("<sflow>") + 7;

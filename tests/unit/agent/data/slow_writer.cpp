@@ -7,10 +7,10 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
-#include <cstring>
 #include <string_view>
 #include <vector>
 
+#include "agent/data/tree_source.h"
 #include "netconf/xml.h"
 
 namespace agent_tests {
@@ -69,31 +69,6 @@ private:
     Defaults m_defaults;
     std::string& m_out;
 };
-
-int CompareKeys(const lyd_node* a, const lyd_node* b)
-{
-    const lyd_node* keyA = lyd_child(a);
-    const lyd_node* keyB = lyd_child(b);
-    for (; keyA != nullptr && keyB != nullptr && lysc_is_key(keyA->schema);
-         keyA = keyA->next, keyB = keyB->next) {
-        // strcmp compares bytes as unsigned, which is the order that readers of the store see.
-        const int order = std::strcmp(lyd_get_value(keyA), lyd_get_value(keyB));
-        if (order != 0) return order;
-    }
-    return 0;
-}
-
-/// The entries of the list that `first` begins, in order.
-std::vector<const lyd_node*> SortedEntries(const lyd_node* first)
-{
-    std::vector<const lyd_node*> entries;
-    for (const lyd_node* node = first; node != nullptr && node->schema == first->schema; node = node->next)
-        entries.push_back(node);
-    const auto less = [](const lyd_node* a, const lyd_node* b) { return CompareKeys(a, b) < 0; };
-    if ((first->schema->flags & LYS_KEYLESS) == 0 && !std::is_sorted(entries.begin(), entries.end(), less))
-        std::stable_sort(entries.begin(), entries.end(), less);
-    return entries;
-}
 
 bool SlowWriter::Visible(const lyd_node* node) const
 {

@@ -44,8 +44,8 @@ protected:
         return agent::ImportFile(Schema(), *m_datastore, file, "operator", 1'000'000);
     }
 
-    /// What is written to the file, or to standard output; the switch is stopped meanwhile, for one process
-    /// opens a store once.
+    /// What is written to the file, or to standard output; the switch is stopped meanwhile, because a
+    /// process opens a store only once.
     std::string Export(const std::string& name)
     {
         m_datastore.reset();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The first configuration from a file: both formats, and files that are none.
+// The first configuration from a file: both formats, and files that are refused.
 
-#include "agent/files/initial_file.h"
+#include "agent/files/configuration_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

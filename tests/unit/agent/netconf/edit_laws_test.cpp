@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is acknowledged is done, and what is refused has changed nothing: random edits over NETCONF, both
 // datastores read after each, beside what a simple model says of the edit. With EDIT_LAWS_SEED and
-// EDIT_LAWS_STEPS in the environment the long walk goes as far as one likes.
+// EDIT_LAWS_STEPS in the environment the long walk takes so many steps.
 
 #include <gtest/gtest.h>
 
@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "agent/agent_world.h"
-#include "agent/netconf/edit_drawing.h"
 #include "agent/netconf/edit_model.h"
+#include "agent/netconf/random_edit.h"
 
 namespace agent_tests {
 namespace {
@@ -62,11 +62,11 @@ protected:
 
     void Go(std::uint32_t seed, int steps)
     {
-        Draw draw(seed);
+        Random random(seed);
         Connect();
         for (int i = 0; i < steps && !HasFailure(); ++i) {
             SCOPED_TRACE("seed " + std::to_string(seed) + ", step " + std::to_string(i));
-            Step(draw);
+            Step(random);
         }
         if (!HasFailure()) Restart();
         // The walk reaches both sides of each question.
@@ -85,11 +85,11 @@ private:
         m_client = std::make_unique<netconf::Client>(m_world->Connect());
     }
 
-    void Step(Draw& draw)
+    void Step(Random& random)
     {
-        const int kind = draw.Below(100);
-        if (kind < 78) return Edit(draw);
-        if (kind < 82) return EditTampered(draw);
+        const int kind = random.Below(100);
+        if (kind < 78) return Edit(random);
+        if (kind < 82) return EditTampered(random);
         if (kind < 90) return Commit();
         if (kind < 93) return Validate();
         if (kind < 99) return Discard();
@@ -115,11 +115,11 @@ private:
         EXPECT_EQ(Config(*m_client, "running"), running) << why;
     }
 
-    void Edit(Draw& draw)
+    void Edit(Random& random)
     {
-        const auto edit = DrawEdit(draw);
-        const EditParameters parameters = DrawParameters(draw);
-        const std::string text = Written(draw, edit);
+        const auto edit = MakeRandomEdit(random);
+        const EditParameters parameters = MakeRandomParameters(random);
+        const std::string text = Written(random, edit);
         const Expected expected = Expect(m_state, edit, parameters);
         const std::string operation = netconf::EditConfig(
             text, {parameters.defaultOperation, parameters.testOption, parameters.errorOption});
@@ -144,18 +144,18 @@ private:
         ExpectContents(m_candidate, m_running, told);
     }
 
-    /// A byte of the message is another one, or some of it is missing: the model has nothing to say.
-    void EditTampered(Draw& draw)
+    /// A byte of the message is another one, or some of it is missing: the model can't foresee the answer.
+    void EditTampered(Random& random)
     {
-        std::string text = Written(draw, DrawEdit(draw));
-        for (int i = 1 + draw.Below(3); i > 0 && !text.empty(); --i) {
-            const auto at = static_cast<std::size_t>(draw.Below(static_cast<int>(text.size())));
-            if (draw.OneIn(2))
-                text.erase(at, static_cast<std::size_t>(1 + draw.Below(20)));
+        std::string text = Written(random, MakeRandomEdit(random));
+        for (int i = 1 + random.Below(3); i > 0 && !text.empty(); --i) {
+            const auto at = static_cast<std::size_t>(random.Below(static_cast<int>(text.size())));
+            if (random.OneIn(2))
+                text.erase(at, static_cast<std::size_t>(1 + random.Below(20)));
             else
-                text[at] = "<>/'\"& a0:\x01\xC3"[draw.Below(12)];
+                text[at] = "<>/'\"& a0:\x01\xC3"[random.Below(12)];
         }
-        const std::string operation = netconf::EditConfig(text, {"", draw.OneIn(2) ? "" : "set", ""});
+        const std::string operation = netconf::EditConfig(text, {"", random.OneIn(2) ? "" : "set", ""});
         const netconf::Reply reply = Send(operation);
         if (reply.ok) {
             m_candidate = Config(*m_client, "candidate");

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What an edit means (RFC 6241, section 7.2), worked out over a map of paths: simple, slow, and without any
-// code of the database's. Used by the laws of edits; what is drawn for them: edit_drawing.h.
+// code of the database. Used by the laws of edits; random_edit.h makes the edits for them.
 
 #ifndef AGENT_EDIT_MODEL_H
 #define AGENT_EDIT_MODEL_H
@@ -63,7 +63,7 @@ constexpr std::string_view kCallpointRate = "7777";
 struct Expected {
     /// kEither: what the standard and the model leave open, such as blanks around a number.
     enum class Answer : std::uint8_t { kOk, kRefused, kEither } answer = Answer::kRefused;
-    ModelState after;  // where the answer is ok
+    ModelState after;  // if the answer is ok
 };
 Expected Expect(const ModelState& before, const std::vector<EditNode>& edit,
                 const EditParameters& parameters);

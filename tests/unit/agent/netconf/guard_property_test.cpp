@@ -86,7 +86,7 @@ TEST(GuardProperty, WhatIsLetThroughIsKnown)
         if (const auto* bad = std::get_if<agent::BadRpc>(&result)) {
             ++refused;
             EXPECT_NE(bad->error.tag, "malformed-message") << message;
-            // libyang had nothing left to refuse: of what it does, the error says that it "can't be read".
+            // libyang refuses nothing: the errors of its refusals say "can't be read".
             EXPECT_EQ(bad->error.message.find("can't be read"), std::string::npos)
                 << bad->error.message << "\n"
                 << message;

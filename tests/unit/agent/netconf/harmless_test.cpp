@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Messages that look like harm and are none: each is read, with all that it says.
+// Messages that look hostile and are valid: each is read as a whole.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Messages that mean harm or make no sense: which error each gets, where, and with what information.
+// Hostile and malformed messages: which error each gets, where, and with what information.
 // None of them reaches libyang.
 
 #include <gmock/gmock.h>

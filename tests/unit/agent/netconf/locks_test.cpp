@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Locks: who may do what while a datastore is locked, and what becomes of the candidate.
+// Locks: what each session may do while a datastore is locked, and what happens to the candidate.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ protected:
     netconf::Client m_other = m_world.Connect();
     const std::string m_edit = netconf::EditConfig(Sflow(Collector("c1")));
 
-    /// Asks until the other session's end has come through.
+    /// Repeats the request until the other session's end has taken effect.
     void AwaitLock(const std::string& target)
     {
         support::Await("the lock", [&] { return m_other.Call(Lock(target)).ok; });

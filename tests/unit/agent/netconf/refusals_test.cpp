@@ -65,7 +65,7 @@ int ConnectedTo(const std::filesystem::path& socket)
     return descriptor;
 }
 
-/// All that a client gets that says nothing.
+/// All bytes that a client gets that sends nothing.
 std::string AllBytesOf(const std::filesystem::path& socket)
 {
     const int descriptor = ConnectedTo(socket);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sessions: hello, framing by what was agreed, hostile bytes, and that one client never harms another.
+// Sessions: hello, the framing agreed on, hostile bytes, and that one client never harms another.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -143,11 +143,12 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(Session, EndsOneThatSaysNoHelloInTime)
 {
-    agent::AgentOptions options;
-    options.sessions.times.hello = std::chrono::milliseconds(20);
-    World world(options);
+    World world;
     support::FrameClient client(world.NetconfSocket());
+    auto other = world.Connect();  // accepted after it
+    world.Advance(std::chrono::seconds(30));
     EXPECT_TRUE(client.AwaitEnd());
+    Do(other, netconf::Commit());
 }
 
 TEST(Session, TurnsAwayWhatIsTooManyAndSaysWhy)
@@ -199,27 +200,28 @@ TEST(Session, TakesALongHelloButNoEndlessOne)
 TEST(Session, EndsOneThatIsIdleAndNoneThatIsBusy)
 {
     agent::AgentOptions options;
-    options.sessions.times.idle = std::chrono::milliseconds(1000);
+    options.sessions.times.idle = std::chrono::seconds(4);
     World world(options);
     Process process(world, "app");
     process.RegisterCallpoint();
     process.Ready();
     auto busy = world.Connect();
     auto idle = world.Connect();
+    Do(idle, netconf::Commit());
     busy.Send(netconf::EditConfig(Sflow(Interface("eth1"))));
     const auto request = process.ReceiveRequest();
+    world.Advance(options.sessions.times.idle);
     EXPECT_THROW(idle.Receive(), netconf::ConnectionError);
     // Its request has been under way for as long.
     process.Answer(request, 512);
     EXPECT_TRUE(busy.Receive().ok);
+    world.Advance(options.sessions.times.idle);
     EXPECT_THROW(busy.Receive(), netconf::ConnectionError);
 }
 
 TEST(Session, EndsOneThatDoesNotReadItsAnswer)
 {
-    agent::AgentOptions options;
-    options.sessions.times.write = std::chrono::milliseconds(200);
-    World world(options);
+    World world;
     auto client = world.Connect();
     support::FrameClient stalled(world.NetconfSocket());
     stalled.SendBytes(Hello("1.0"));
@@ -230,7 +232,10 @@ TEST(Session, EndsOneThatDoesNotReadItsAnswer)
                                 "<identifier>ietf-netconf</identifier></get-schema></rpc>" +
                                 kEnd;
     for (int i = 0; i < 100; ++i) stalled.SendBytes(request);
-    support::Await("the session to end", [&stalled] { return !stalled.SendBytes(" "); });
+    support::Await("the session to end", [&] {
+        world.Advance(agent::SessionTimes{}.write);
+        return !stalled.SendBytes(" ");
+    });
     Do(client, netconf::Commit());
 }
 
@@ -243,16 +248,17 @@ TEST(Session, AStalledClientDelaysNobody)
     auto client = world.Connect();
     std::string many;
     constexpr int kMany = 3000;
+    constexpr int kReplies = 10;
     for (int i = 0; i < kMany; ++i) many += Interface("interface-number-" + std::to_string(i));
     client.Send(netconf::EditConfig(Sflow(many)));
     process.Serve(kMany);
     EXPECT_TRUE(client.Receive().ok);
-    // More replies than the socket takes, and nobody reads them.
+    // More than the socket takes, and the client does not read.
     auto stalled = world.Connect();
-    for (int i = 0; i < 100; ++i) stalled.Send(netconf::GetConfig("candidate"));
+    for (int i = 0; i < kReplies; ++i) stalled.Send(netconf::GetConfig("candidate"));
     for (int i = 0; i < 20; ++i) Do(client, netconf::Validate());
     // It has them all as soon as it reads.
-    for (int i = 0; i < 100; ++i) EXPECT_TRUE(stalled.Receive().ok);
+    for (int i = 0; i < kReplies; ++i) EXPECT_TRUE(stalled.Receive().ok);
 }
 
 TEST(Session, ClosesWhenAsked)

@@ -21,11 +21,11 @@ class EbpfChangeTest : public EbpfWorld {};
 
 TEST_F(EbpfChangeTest, ChangesRateAndHeaderSizeAtOnceAndKeepsTheCounts)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     Cross(100);
-    source->Change(right, {.rate = 16777215, .headerSize = 128});
+    Change(right, {.rate = 16777215, .headerSize = 128});
     Cross(100);  // a sample among them has a probability of 6e-6; rate and pool would still be right
-    source->Change(right, {.rate = 1, .headerSize = 256});
+    Change(right, {.rate = 1, .headerSize = 256});
     Cross(Frames(100, 300));
     source->Drain();
     ASSERT_GE(sink.samples.size(), 200U);
@@ -38,9 +38,9 @@ TEST_F(EbpfChangeTest, ChangesRateAndHeaderSizeAtOnceAndKeepsTheCounts)
 
 TEST_F(EbpfChangeTest, LabelsASampleWithTheRateThatItWasSampledWith)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     Cross(10);
-    source->Change(right, {.rate = 2, .headerSize = 128});
+    Change(right, {.rate = 2, .headerSize = 128});
     source->Drain();
     ASSERT_EQ(sink.samples.size(), 10U);
     for (const auto& sample : sink.samples) EXPECT_EQ(sample.rate, 1U);
@@ -53,18 +53,18 @@ TEST_F(EbpfChangeTest, LabelsASampleWithTheRateThatItWasSampledWith)
 TEST_F(EbpfChangeTest, ChangesTheDirectionWithoutAGapInTheCounts)
 {
     Settings settings{.rate = 1, .headerSize = 128, .ingress = true, .egress = false};
-    source->Add(left, settings);
+    Add(left, settings);
     support::Injector from("right");
     from.Send(Frames(5));
     AwaitPool(left, 5);
     settings.ingress = false;
     settings.egress = true;
-    source->Change(left, settings);
+    Change(left, settings);
     EXPECT_EQ(source->Read(left).pool, 5U) << "what was counted stays";
     from.Send(Frames(50));
     Cross(Frames(7), left);
     settings.ingress = true;
-    source->Change(left, settings);
+    Change(left, settings);
     from.Send(Frames(9));
     AwaitPool(left, 21);
     source->Drain();
@@ -86,8 +86,8 @@ TEST_F(EbpfChangeTest, TellsInterfacesApartWhoseIndexesShareAPlace)
         support::Injector(end).Send(Frames(count));
         AwaitPool(at, count);
     };
-    source->Add(kFirst, {.rate = 1, .headerSize = 128});
-    source->Add(kSecond, {.rate = 1, .headerSize = 128});
+    Add(kFirst, {.rate = 1, .headerSize = 128});
+    Add(kSecond, {.rate = 1, .headerSize = 128});
     cross("first-end", kFirst, 30);
     cross("second-end", kSecond, 20);
     source->Drain();
@@ -96,17 +96,17 @@ TEST_F(EbpfChangeTest, TellsInterfacesApartWhoseIndexesShareAPlace)
     EXPECT_EQ(source->Remove(kFirst).pool, 30U);
     EXPECT_EQ(source->Read(kSecond).pool, 20U) << "where it is stays its own";
 
-    source->Add(kFirst, {.rate = 1, .headerSize = 128});
+    Add(kFirst, {.rate = 1, .headerSize = 128});
     EXPECT_EQ(source->Read(kFirst).pool, 0U) << "counts begin at zero in a place used before";
     cross("first-end", kFirst, 10);
     EXPECT_EQ(source->Read(kSecond).pool, 20U);
 
     source->Drain();
     sink.samples.clear();
-    source->Change(kSecond, {.rate = 16777215, .headerSize = 128});
+    Change(kSecond, {.rate = 16777215, .headerSize = 128});
     support::Injector("second-end").Send(Frames(40));  // a sample among them has a probability of 2e-6
     AwaitPool(kSecond, 60);
-    source->Change(kSecond, {.rate = 1, .headerSize = 128});
+    Change(kSecond, {.rate = 1, .headerSize = 128});
     support::Injector("second-end").Send(Frames(5));
     AwaitPool(kSecond, 65);
     source->Drain();

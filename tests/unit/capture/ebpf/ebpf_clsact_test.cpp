@@ -88,7 +88,7 @@ protected:
     std::string WhyNotAdd(std::uint32_t ifIndex)
     {
         try {
-            source->Add(ifIndex, {.rate = 1, .headerSize = 128});
+            Add(ifIndex, {.rate = 1, .headerSize = 128});
             return "";
         } catch (const Unavailable& reason) {
             return reason.what();
@@ -99,7 +99,7 @@ protected:
 TEST_F(EbpfClsactTest, SamplesAlike)
 {
     EXPECT_EQ(source->Kind(), "ebpf-clsact");
-    source->Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+    Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
     Cross(20);
     support::Injector("right").Send(Frames(5));
     EXPECT_TRUE(support::Becomes([&] { return source->Read(right).pool == 25; }));
@@ -114,7 +114,7 @@ TEST_F(EbpfClsactTest, SamplesAlike)
 TEST_F(EbpfClsactTest, LeavesAQdiscThatWasThereBefore)
 {
     Network::Run({"tc", "qdisc", "add", "dev", "right", "clsact"});
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     EXPECT_NE(Filters("right").find("sflow_ingress"), std::string::npos);
     source->Remove(right);
     EXPECT_EQ(Filters("right"), "");
@@ -123,7 +123,7 @@ TEST_F(EbpfClsactTest, LeavesAQdiscThatWasThereBefore)
 
 TEST_F(EbpfClsactTest, KeepsAQdiscThatSomebodyElseHasComeToUse)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     AddForeign("right", "egress", {"prio", "7", "protocol", "all"});
     source->Remove(right);
     EXPECT_EQ(Filters("right"), "");
@@ -132,12 +132,12 @@ TEST_F(EbpfClsactTest, KeepsAQdiscThatSomebodyElseHasComeToUse)
 
 TEST_F(EbpfClsactTest, KeepsAQdiscThatSomebodyElseHasMadeAnew)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     Network::Run({"tc", "qdisc", "del", "dev", "right", "clsact"});
     Network::Run({"tc", "qdisc", "add", "dev", "right", "clsact"});
     source->Remove(right);
     EXPECT_TRUE(HasClsact("right"));
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     Cross(3);
     source->Remove(right);
     EXPECT_TRUE(HasClsact("right"));
@@ -145,7 +145,7 @@ TEST_F(EbpfClsactTest, KeepsAQdiscThatSomebodyElseHasMadeAnew)
 
 TEST_F(EbpfClsactTest, RestsWithoutAHeartbeatAndWakesWithIt)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     Cross(3);
     support::Injector injector("left");
     // The test's time stands still, so no heartbeat comes: some two seconds on nothing is counted.
@@ -161,7 +161,7 @@ TEST_F(EbpfClsactTest, RestsWithoutAHeartbeatAndWakesWithIt)
 
 TEST_F(EbpfClsactTest, LeavesNothingWhenDestroyed)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+    Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
     source.reset();
     EXPECT_FALSE(HasClsact("right"));
 }
@@ -169,9 +169,9 @@ TEST_F(EbpfClsactTest, LeavesNothingWhenDestroyed)
 TEST_F(EbpfClsactTest, DetachesWithThePrivilegesOfARunningManager)
 {
     const Effective kept(kKept);
-    source->Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+    Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
     EXPECT_THAT(Filters("right", "egress"), HasSubstr("sflow_egress"));
-    source->Change(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = false});
+    Change(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = false});
     EXPECT_EQ(Filters("right", "egress"), "");
     EXPECT_THAT(Filters("right"), HasSubstr("sflow_ingress"));
     Cross(3);
@@ -184,7 +184,7 @@ TEST_F(EbpfClsactTest, DetachesWithThePrivilegesOfARunningManager)
 
 TEST_F(EbpfClsactTest, SaysOnceThatAFilterStaysAndDetachesItAsSoonAsItMay)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     testing::internal::CaptureStderr();
     {
         const Effective none(std::array<int, 0>{});
@@ -204,12 +204,12 @@ TEST_F(EbpfClsactTest, SaysOnceThatAFilterStaysAndDetachesItAsSoonAsItMay)
 
 TEST_F(EbpfClsactTest, TakesUpAFilterThatStayedWhenTheInterfaceComesBack)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     {
         const Effective none(std::array<int, 0>{});
         source->Remove(right);
     }
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     timers.Advance(std::chrono::milliseconds(500));
     Cross(3);
     source->Remove(right);
@@ -218,7 +218,7 @@ TEST_F(EbpfClsactTest, TakesUpAFilterThatStayedWhenTheInterfaceComesBack)
 
 TEST_F(EbpfClsactTest, LeavesWhatSomebodyElseHasPutInItsPlace)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     AddForeign("right", "ingress", OurPlace());
     EXPECT_THAT(Filters("right"), Not(HasSubstr("sflow_")));
     const std::string foreign = Filters("right");
@@ -232,9 +232,8 @@ TEST_F(EbpfClsactTest, LeavesWhatSomebodyElseHasPutInItsPlace)
 TEST_F(EbpfClsactTest, RefusesWhatLeavesWhereTheQdiscSeesOnlyWhatEnters)
 {
     Network::Run({"tc", "qdisc", "add", "dev", "right", "ingress"});
-    source->Add(right, {.rate = 1, .headerSize = 128});
-    EXPECT_THROW(source->Change(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true}),
-                 Unavailable);
+    Add(right, {.rate = 1, .headerSize = 128});
+    EXPECT_THROW(Change(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true}), Unavailable);
     Cross(3);
     source->Remove(right);
     EXPECT_EQ(Network::Run({"tc", "filter", "show", "dev", "right", "parent", "ffff:"}), "");

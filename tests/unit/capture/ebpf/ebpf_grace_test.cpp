@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include "capture/ebpf/grace.h"
-#include "fakes/manual_timers.h"
+#include "support/manual_timers.h"
 
 namespace {
 
@@ -39,20 +39,34 @@ protected:
     static std::string Ours() { return Of(::getpid()); }
 
     std::string m_path = "/tmp/grace.XXXXXX";
-    ManualTimers m_timers;
+    support::ManualTimers m_timers;
 };
 
 TEST_F(GraceTest, StaysOffForAStepOrTwo)
 {
-    capture::GracePeriods grace(m_timers, m_path);
+    capture::GracePeriods grace(m_timers, true, m_path);
     grace.Step();
     grace.Step();
     EXPECT_EQ(Value(), "0");
 }
 
+TEST_F(GraceTest, TouchesNothingUnasked)
+{
+    for (const std::string& before :
+         {Of(0x3ffffe), std::string("0")}) {  // a killed process has left the first
+        Write(before + "\n");
+        {
+            capture::GracePeriods grace(m_timers, false, m_path);
+            for (int i = 0; i < 5; ++i) grace.Step();
+            EXPECT_EQ(Value(), before);
+        }
+        EXPECT_EQ(Value(), before);
+    }
+}
+
 TEST_F(GraceTest, GoesOnWithTheThirdStepOfARowAndOffWhenAllIsQuiet)
 {
-    capture::GracePeriods grace(m_timers, m_path);
+    capture::GracePeriods grace(m_timers, true, m_path);
     for (int i = 0; i < 3; ++i) grace.Step();
     EXPECT_EQ(Value(), Ours());
     m_timers.Advance(milliseconds(99));
@@ -65,7 +79,7 @@ TEST_F(GraceTest, GoesOnWithTheThirdStepOfARowAndOffWhenAllIsQuiet)
 
 TEST_F(GraceTest, DoesNotCountStepsThatAreFarApart)
 {
-    capture::GracePeriods grace(m_timers, m_path);
+    capture::GracePeriods grace(m_timers, true, m_path);
     for (int i = 0; i < 5; ++i) {
         grace.Step();
         m_timers.Advance(milliseconds(250));
@@ -75,7 +89,7 @@ TEST_F(GraceTest, DoesNotCountStepsThatAreFarApart)
 
 TEST_F(GraceTest, GoesOnAgainForTheNextRow)
 {
-    capture::GracePeriods grace(m_timers, m_path);
+    capture::GracePeriods grace(m_timers, true, m_path);
     for (int i = 0; i < 3; ++i) grace.Step();
     m_timers.Advance(milliseconds(100));
     m_timers.Advance(milliseconds(100));
@@ -87,7 +101,7 @@ TEST_F(GraceTest, GoesOnAgainForTheNextRow)
 TEST_F(GraceTest, LeavesAloneWhatSomebodyElseHasSet)
 {
     Write("1\n");
-    capture::GracePeriods grace(m_timers, m_path);
+    capture::GracePeriods grace(m_timers, true, m_path);
     for (int i = 0; i < 3; ++i) grace.Step();
     m_timers.Advance(milliseconds(100));
     m_timers.Advance(milliseconds(100));
@@ -97,7 +111,7 @@ TEST_F(GraceTest, LeavesAloneWhatSomebodyElseHasSet)
 TEST_F(GraceTest, GoesOnInARowOnceSomebodyElseLetsGo)
 {
     Write("1\n");
-    capture::GracePeriods grace(m_timers, m_path);
+    capture::GracePeriods grace(m_timers, true, m_path);
     for (int i = 0; i < 4; ++i) grace.Step();
     EXPECT_EQ(Value(), "1");
     Write("0\n");
@@ -108,7 +122,7 @@ TEST_F(GraceTest, GoesOnInARowOnceSomebodyElseLetsGo)
 TEST_F(GraceTest, GoesOffWhenDestroyed)
 {
     {
-        capture::GracePeriods grace(m_timers, m_path);
+        capture::GracePeriods grace(m_timers, true, m_path);
         for (int i = 0; i < 3; ++i) grace.Step();
         ASSERT_EQ(Value(), Ours());
     }
@@ -118,7 +132,7 @@ TEST_F(GraceTest, GoesOffWhenDestroyed)
 TEST_F(GraceTest, LeavesAloneWhatSomebodyElseSetsMeanwhile)
 {
     {
-        capture::GracePeriods grace(m_timers, m_path);
+        capture::GracePeriods grace(m_timers, true, m_path);
         for (int i = 0; i < 3; ++i) grace.Step();
         Write("1\n");
     }
@@ -129,13 +143,13 @@ TEST_F(GraceTest, TakesBackWhatAKilledProcessHasLeft)
 {
     const pid_t child = ::fork();
     if (child == 0) {
-        capture::GracePeriods grace(m_timers, m_path);
+        capture::GracePeriods grace(m_timers, true, m_path);
         for (int i = 0; i < 3; ++i) grace.Step();
         ::kill(::getpid(), SIGKILL);
     }
     ::waitpid(child, nullptr, 0);
     ASSERT_EQ(Value(), Of(child));
-    const capture::GracePeriods grace(m_timers, m_path);
+    const capture::GracePeriods grace(m_timers, true, m_path);
     EXPECT_EQ(Value(), "0");
 }
 
@@ -143,7 +157,7 @@ TEST_F(GraceTest, LeavesAloneWhatALivingProcessHasSet)
 {
     Write(Of(::getppid()) + "\n");
     {
-        capture::GracePeriods grace(m_timers, m_path);
+        capture::GracePeriods grace(m_timers, true, m_path);
         for (int i = 0; i < 3; ++i) grace.Step();
     }
     EXPECT_EQ(Value(), Of(::getppid()));
@@ -151,7 +165,7 @@ TEST_F(GraceTest, LeavesAloneWhatALivingProcessHasSet)
 
 TEST_F(GraceTest, DoesWithoutTheSwitch)
 {
-    capture::GracePeriods grace(m_timers, "/nonexistent/rcu_expedited");
+    capture::GracePeriods grace(m_timers, true, "/nonexistent/rcu_expedited");
     for (int i = 0; i < 5; ++i) grace.Step();
     EXPECT_EQ(Value(), "0");
 }

@@ -16,6 +16,7 @@
 
 #include "capture/ebpf_other_process.h"
 #include "capture/ebpf_world.h"
+#include "support/few_files.h"
 
 namespace {
 
@@ -39,17 +40,18 @@ protected:
 
 TEST_F(EbpfLifeTest, RemovesWithTheLastCountsAndStartsAgainAtZero)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     Cross(30);
     const auto last = source->Remove(right);
     EXPECT_EQ(last.pool, 30U);
     EXPECT_EQ(sink.samples.size(), 30U) << "handed over before";
-    EXPECT_EQ(Attached(right), 0U);
     EXPECT_EQ(source->Read(right).pool, 0U);
     EXPECT_TRUE(source->ReadAll().empty());
+    EXPECT_FALSE(source->Sampled(right));
+    EXPECT_TRUE(Comes([] { return Attached(support::Network::Index("right")) == 0; }));
     support::Injector("left").Send(Frames(10));
 
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     EXPECT_EQ(source->Read(right).pool, 0U);
     Cross(5);
     source->Drain();
@@ -60,8 +62,8 @@ TEST_F(EbpfLifeTest, RemovesWithTheLastCountsAndStartsAgainAtZero)
 
 TEST_F(EbpfLifeTest, RemovesOneOfTwoWithoutDisturbingTheOther)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
-    source->Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});
+    Add(right, {.rate = 1, .headerSize = 128});
+    Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});
     Cross(10);
     source->Remove(left);
     Cross(10);
@@ -79,7 +81,7 @@ TEST_F(EbpfLifeTest, RemovesOneOfTwoWithoutDisturbingTheOther)
 TEST_F(EbpfLifeTest, RefusesAnInterfaceThatIsNotThereAndForgetsIt)
 {
     try {
-        source->Add(9999, {.rate = 1, .headerSize = 128});
+        Add(9999, {.rate = 1, .headerSize = 128});
         FAIL() << "accepted";
     } catch (const Unavailable& reason) {
         EXPECT_EQ(reason.Why(), Unavailable::Cause::kOther);
@@ -110,7 +112,7 @@ TEST_F(EbpfLifeTest, SaysWhichPrivilegesAreMissing)
 
 TEST_F(EbpfLifeTest, KeepsTheCountsOfAnInterfaceThatIsDeleted)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     Cross(12);
     Network::Ip("link delete right\n");
     EXPECT_EQ(source->Read(right).pool, 12U);
@@ -121,18 +123,22 @@ TEST_F(EbpfLifeTest, KeepsTheCountsOfAnInterfaceThatIsDeleted)
 TEST_F(EbpfLifeTest, LeavesAnInterfaceThatHasMovedToAnotherNamespaceWhenRemoved)
 {
     const Network::Host host;
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     Cross(12);
     Network::Ip("link set right netns " + std::to_string(host.Pid()) + "\n");
     const auto last = source->Remove(right);  // the link goes with the interface until it is closed
     EXPECT_EQ(last.pool, 12U);
-    host.Within([&] { EXPECT_EQ(Attached(Network::Index("right")), 0U); });
+    EXPECT_TRUE(Comes([&] {
+        bool detached = false;
+        host.Within([&] { detached = Attached(Network::Index("right")) == 0; });
+        return detached;
+    }));
     EXPECT_EQ(sink.samples.size(), 12U);
 }
 
 TEST_F(EbpfLifeTest, LeavesNothingWhenDestroyed)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+    Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
     source.reset();
     EXPECT_EQ(Attached(right), 0U);
 }
@@ -148,10 +154,11 @@ TEST_F(EbpfLifeTest, LeavesNoLinkBehindWhenTheProcessIsKilled)
 TEST_F(EbpfLifeTest, WorksBesideAnotherSource)
 {
     const OtherProcess other(EbpfHook::kTcx, right);
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     KeepingSink secondSink;
     const auto second = capture::MakeEbpfSource(loop, timers, secondSink, {}, EbpfHook::kTcx);
     second->Add(right, {.rate = 1, .headerSize = 256});
+    EXPECT_TRUE(Comes([&] { return second->Sampled(right); }));
     EXPECT_EQ(Attached(right), 3U);
     Cross(40);
     source->Drain();
@@ -163,6 +170,61 @@ TEST_F(EbpfLifeTest, WorksBesideAnotherSource)
     Cross(1);
 }
 
+TEST_F(EbpfLifeTest, AttachesAndDetachesBesideTheLoop)
+{
+    source->Add(right, {.rate = 1, .headerSize = 128});
+    EXPECT_FALSE(source->Sampled(right)) << "the loop has not run";
+    EXPECT_EQ(Attached(right), 0U);
+    AwaitSampled(right);
+    EXPECT_EQ(Attached(right), 1U);
+    source->Remove(right);
+    EXPECT_EQ(Attached(right), 1U) << "the loop has not run";
+    EXPECT_TRUE(Comes([&] { return Attached(right) == 0; }));
+}
+
+TEST_F(EbpfLifeTest, CountsNothingBetweenRemovalAndDetachment)
+{
+    Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+    Cross(10);
+    EXPECT_EQ(source->Remove(right).pool, 10U);
+    support::Injector("left").Send(Frames(10));
+    source->Drain();
+    EXPECT_EQ(sink.samples.size(), 10U);
+    // Again, before it has been detached: with counts of its own.
+    source->Add(right, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+    EXPECT_EQ(source->Read(right).pool, 0U);
+    AwaitSampled(right);
+    Cross(5);
+    source->Drain();
+    ASSERT_EQ(sink.samples.size(), 15U);
+    EXPECT_EQ(sink.samples.back().pool, 5U);
+    EXPECT_EQ(Attached(right), 1U);
+    EXPECT_EQ(source->Remove(right).pool, 5U);
+}
+
+TEST_F(EbpfLifeTest, TellsTheSinkWhatTheKernelRefusesLaterAndTriesItAgainWithAChange)
+{
+    if (const std::string why = support::WhyNotWithoutFiles(); !why.empty()) GTEST_SKIP() << why;
+    Add(left, {.rate = 1, .headerSize = 128});  // the thread is there
+    const capture::Settings settings{.rate = 1, .headerSize = 128, .ingress = true, .egress = true};
+    {
+        const support::FewFiles few(1);
+        source->Add(right, settings);
+        EXPECT_TRUE(Comes([&] { return sink.refused == 1; })) << "one file is not enough for two directions";
+        EXPECT_TRUE(source->Sampled(right)) << "in the direction that could be had";
+        source->Change(right, settings);
+        EXPECT_FALSE(source->Sampled(right)) << "it is tried again";
+        EXPECT_TRUE(Comes([&] { return sink.refused == 2; }));
+    }
+    Cross(3);
+    Change(right, settings);
+    Cross(3);
+    support::Injector("right").Send(Frames(2));
+    AwaitPool(right, 8);
+    EXPECT_EQ(sink.refused, 2);
+    EXPECT_EQ(source->Remove(right).pool, 8U);
+}
+
 TEST_F(EbpfLifeTest, ConfiguresAndEndsManyInterfaces)
 {
     constexpr int kInterfaces = 300;
@@ -172,9 +234,10 @@ TEST_F(EbpfLifeTest, ConfiguresAndEndsManyInterfaces)
     std::vector<std::uint32_t> all;
     for (int i = 0; i < kInterfaces; ++i) all.push_back(Network::Index("d" + std::to_string(i)));
     for (const auto ifIndex : all) source->Add(ifIndex, {.rate = 1000, .ingress = true, .egress = true});
+    for (const auto ifIndex : all) AwaitSampled(ifIndex);
     for (const auto ifIndex : all) EXPECT_EQ(Attached(ifIndex), 1U);
     for (const auto ifIndex : all) source->Remove(ifIndex);
-    for (const auto ifIndex : all) EXPECT_EQ(Attached(ifIndex), 0U);
+    for (const auto ifIndex : all) EXPECT_TRUE(Comes([&] { return Attached(ifIndex) == 0; }));
 }
 
 }  // namespace

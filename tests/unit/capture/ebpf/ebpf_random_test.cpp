@@ -28,7 +28,7 @@ TEST_F(EbpfRandomTest, SamplesWithTheRatesProbabilityAndIndependently)
 {
     constexpr double kRate = 10;
     constexpr double kFrames = 600'000;
-    source->Add(right, {.rate = static_cast<std::uint32_t>(kRate), .headerSize = 64});
+    Add(right, {.rate = static_cast<std::uint32_t>(kRate), .headerSize = 64});
     CrossMany(static_cast<std::size_t>(kFrames));
     EXPECT_EQ(source->Read(right).pool, static_cast<std::uint64_t>(kFrames));
     EXPECT_EQ(source->Read(right).drops, 0U);
@@ -78,14 +78,14 @@ TEST_F(EbpfRandomTest, IsNotBiasedByChangesThatSampleTheGapsAnew)
 {
     constexpr double kRate = 50;
     constexpr int kChanges = 20'000;
-    source->Add(right, {.rate = static_cast<std::uint32_t>(kRate), .headerSize = 64});
-    source->Add(left, {.rate = 1, .headerSize = 64});
+    Add(right, {.rate = static_cast<std::uint32_t>(kRate), .headerSize = 64});
+    Add(left, {.rate = 1, .headerSize = 64});
     support::Injector injector("left");
     const auto frames = Frames(10, 60);
     for (int i = 0; i < kChanges; ++i) {
         injector.Send(frames);
         // Any change of any interface makes all sample anew, here each ten frames.
-        source->Change(left, {.rate = 1, .headerSize = static_cast<std::uint16_t>(100 + i % 2)});
+        Change(left, {.rate = 1, .headerSize = static_cast<std::uint16_t>(100 + i % 2)});
         if (i % 1000 == 0) source->Drain();
     }
     EXPECT_TRUE(support::Becomes([&] { return source->Read(right).pool == 10U * kChanges; }));

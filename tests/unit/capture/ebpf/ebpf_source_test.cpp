@@ -57,7 +57,7 @@ TEST_F(EbpfSourceTest, NamesItsKind) { EXPECT_EQ(source->Kind(), "ebpf-tcx"); }
 
 TEST_F(EbpfSourceTest, HandsOverEveryPacketAtRateOne)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     Cross(1000);
     source->Drain();
     ASSERT_EQ(sink.samples.size(), 1000U);
@@ -97,7 +97,7 @@ class HeaderSize : public EbpfWorld, public testing::WithParamInterface<SizeRow>
 TEST_P(HeaderSize, IsWhatWasAskedForButNeverLessThanTheLeastNorMoreThanThePacket)
 {
     const auto& row = GetParam();
-    source->Add(right, {.rate = 1, .headerSize = row.wanted});
+    Add(right, {.rate = 1, .headerSize = row.wanted});
     const auto frame = support::EthernetFrame(1, 2, 0x88b5, row.frame);
     Cross({frame});
     source->Drain();
@@ -119,7 +119,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(EbpfSourceTest, TellsTheTagThatTheKernelTook)
 {
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     const std::vector<Bytes> frames{support::UdpFrame({.tags = {0x81006005}, .size = 100}),
                                     support::UdpFrame({.tags = {0x88a80007, 0x81000009}, .size = 100})};
     Cross(frames);
@@ -138,8 +138,8 @@ TEST_F(EbpfSourceTest, TellsTheTagThatTheKernelTook)
 
 TEST_F(EbpfSourceTest, CountsASegmentedPacketAsTheFramesThatItIs)
 {
-    source->Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});
+    Add(right, {.rate = 1, .headerSize = 128});
     SendDatagram(10'500, 0, 1000);
     AwaitPool(left, 11);
     AwaitPool(right, 11);
@@ -162,8 +162,8 @@ TEST_F(EbpfSourceTest, CountsSegmentsThatNobodyHasCounted)
         std::size_t payload;
         std::uint16_t frames;
     };
-    source->Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});
+    Add(right, {.rate = 1, .headerSize = 128});
     for (const Row& row : {Row{"just_full", 5000, 5}, Row{"one_more", 5001, 6}, Row{"one_less", 4999, 5}}) {
         constexpr std::size_t kTcpHeader = 32;  // with options
         Bytes frame = support::UdpFrame({.size = 14 + 20 + kTcpHeader + row.payload});
@@ -203,7 +203,7 @@ TEST_F(EbpfSourceTest, CountsSegmentsThatNobodyHasCounted)
 
 TEST_F(EbpfSourceTest, SamplesFramesOfSegmentedPacketsWithTheRatesProbability)
 {
-    source->Add(right, {.rate = 4, .headerSize = 128});
+    Add(right, {.rate = 4, .headerSize = 128});
     for (int i = 0; i < 2000; ++i) SendDatagram(40'000, 0, 1000);
     AwaitPool(right, 80'000);
     source->Drain();
@@ -217,7 +217,7 @@ TEST_F(EbpfSourceTest, TellsTheDirectionAndWhereAPacketCameFrom)
     Network::Veth("out", "far");
     Network::MakeBridge("bridge0", {"right", "out"});
     const auto out = Network::Index("out");
-    source->Add(out, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
+    Add(out, {.rate = 1, .headerSize = 128, .ingress = true, .egress = true});
     Cross(Frames(3), out);
     support::Injector("far").Send(Frames(2));
     AwaitPool(out, 5);
@@ -233,7 +233,7 @@ TEST_F(EbpfSourceTest, TellsTheDirectionAndWhereAPacketCameFrom)
 TEST_F(EbpfSourceTest, NeitherCountsNorSamplesPacketsWithTheOwnMark)
 {
     Start({.ownMark = 77});
-    source->Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});
+    Add(left, {.rate = 1, .headerSize = 128, .ingress = false, .egress = true});
     SendDatagram(100, 77);
     SendDatagram(101, 78);
     SendDatagram(102, 77);
@@ -248,7 +248,7 @@ TEST_F(EbpfSourceTest, NeitherCountsNorSamplesPacketsWithTheOwnMark)
 TEST_F(EbpfSourceTest, CountsWhatFindsNoRoomAndLosesNoCount)
 {
     Start({.bufferSize = 65536});
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     Cross(5000);
     const Counts full = source->Read(right);
     EXPECT_EQ(full.pool, 5000U);
@@ -265,7 +265,7 @@ TEST_F(EbpfSourceTest, CountsWhatFindsNoRoomAndLosesNoCount)
 TEST_F(EbpfSourceTest, KeepsTheBytesOfRecordsThatGoOverTheEndOfTheRing)
 {
     Start({.bufferSize = 4096});
-    source->Add(right, {.rate = 1, .headerSize = 200});
+    Add(right, {.rate = 1, .headerSize = 200});
     std::size_t all = 0;
     for (const std::size_t size : {60, 100, 200, 77, 150, 64, 199}) {
         for (int round = 0; round < 20; ++round, all += 5) {
@@ -284,14 +284,14 @@ TEST_F(EbpfSourceTest, ReadsFewAndManyInterfacesAlike)
     std::string lines;
     for (int i = 0; i < 200; ++i) lines += "link add d" + std::to_string(i) + " type bridge\n";
     Network::Ip(lines);
-    source->Add(right, {.rate = 5, .headerSize = 128});
+    Add(right, {.rate = 5, .headerSize = 128});
     Cross(123);
     auto few = source->ReadAll();
     ASSERT_EQ(few.size(), 1U);
     EXPECT_EQ(few[0].ifIndex, right);
     EXPECT_EQ(few[0].counts.pool, 123U);
     for (int i = 0; i < 200; ++i)
-        source->Add(Network::Index("d" + std::to_string(i)), {.rate = 5, .ingress = true, .egress = true});
+        Add(Network::Index("d" + std::to_string(i)), {.rate = 5, .ingress = true, .egress = true});
     const auto many = source->ReadAll();
     EXPECT_EQ(many.size(), 201U);
     for (const auto& one : many) EXPECT_EQ(one.counts.pool, one.ifIndex == right ? 123U : 0U) << one.ifIndex;

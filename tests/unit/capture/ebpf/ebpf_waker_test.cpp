@@ -20,7 +20,7 @@ protected:
     void SetUp() override
     {
         EbpfWorld::SetUp();
-        if (!IsSkipped()) source->Add(right, {.rate = 1, .headerSize = 128});
+        if (!IsSkipped()) Add(right, {.rate = 1, .headerSize = 128});
     }
     // Lets the loop run until the sink has so many.
     void Await(std::size_t samples)
@@ -84,7 +84,7 @@ TEST_F(EbpfWakerTest, IsWokenBetweenItsLastLooks)
 TEST_F(EbpfWakerTest, IsWokenWhenTheRingFills)
 {
     Start({.bufferSize = 1 << 20});
-    source->Add(right, {.rate = 1, .headerSize = 128});
+    Add(right, {.rate = 1, .headerSize = 128});
     Cross(1);
     Await(1);
     // A quarter of the ring is 1,365 records of 192 bytes.

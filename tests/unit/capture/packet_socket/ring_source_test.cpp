@@ -29,6 +29,7 @@ public:
         taken += samples.size();
     }
     void OnDrained() noexcept override {}
+    void OnRefused(std::uint32_t, const capture::Unavailable&) noexcept override {}
     std::function<void(std::span<const Sample>)> action;
     std::size_t taken = 0;
 };

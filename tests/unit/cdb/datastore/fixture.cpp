@@ -67,12 +67,12 @@ TempDirectory::~TempDirectory()
     std::filesystem::remove_all(m_path, ignored);
 }
 
-cdb::TreePtr ParseEdit(const std::string& xml)
+cdb::TreePtr ParseEdit(const std::string& xml, const cdb::Schema& schema)
 {
     lyd_node* tree = nullptr;
-    const auto result = lyd_parse_data_mem(TheSchema().Context(), xml.c_str(), LYD_XML,
-                                           LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0, &tree);
-    EXPECT_EQ(result, LY_SUCCESS) << xml << '\n' << cdb::LastMessage(TheSchema().Context());
+    const auto result =
+        lyd_parse_data_mem(schema.Context(), xml.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0, &tree);
+    EXPECT_EQ(result, LY_SUCCESS) << xml << '\n' << cdb::LastMessage(schema.Context());
     return cdb::TreePtr(tree);
 }
 

@@ -20,7 +20,7 @@ namespace tests {
 /// The modules under yang/, loaded once a process: schemas do not change.
 const cdb::Schema& TheSchema();
 
-/// A directory of this test's own, gone with the object.
+/// A directory of this test's own, removed with the object.
 class TempDirectory {
 public:
     TempDirectory();
@@ -35,7 +35,7 @@ private:
 
 /// The parsed content of a <config>. `xml` may use the prefix nc for NETCONF's namespace when it
 /// declares it.
-cdb::TreePtr ParseEdit(const std::string& xml);
+cdb::TreePtr ParseEdit(const std::string& xml, const cdb::Schema& schema = TheSchema());
 
 /// "<config><oam><sflow>" + inner + ... with the namespaces in place.
 std::string Sflow(const std::string& inner);

@@ -3,6 +3,10 @@
 
 #include "cdb/datastore/validate.h"
 
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
 #include "fixture.h"
 
 namespace tests {
@@ -74,6 +78,35 @@ TEST_F(Validation, SeveralErrorsAtOnceButNotAll)
     for (int i = 0; i < 50; ++i) many += "<collector><name>c" + std::to_string(i) + "</name></collector>";
     Edit(Sflow(many));
     EXPECT_EQ(datastore->Validate().size(), cdb::Validator::kMaxErrors);
+}
+
+TEST_F(Validation, AnErrorOfTheWholeIsNotOneTooMany)
+{
+    const TempDirectory modules;
+    for (const auto& file : std::filesystem::directory_iterator(SFLOW_TEST_YANG_DIR)) {
+        std::ifstream in(file.path());
+        std::string text{std::istreambuf_iterator<char>(in), {}};
+        const std::string list = "list collector {";
+        if (file.path().filename() == "switch-oam-sflow.yang")
+            text.replace(text.find(list), list.size(), list + " max-elements 2;");
+        std::ofstream(modules.Path() / file.path().filename()) << text;
+    }
+    const auto schema = cdb::Schema::Load(modules.Path());
+    ASSERT_TRUE(schema->Constraints().EverythingAlways());
+    const TempDirectory place;
+    const auto ownStore = cdb::Store::Open(place.Path() / "store");
+    cdb::Datastore own(*schema, *ownStore);
+    std::string many;
+    for (const int upTo : {20, 21}) {
+        while (std::count(many.begin(), many.end(), '/') < 2 * upTo)
+            many += "<collector><name>c" + std::to_string(many.size()) + "</name></collector>";
+        const auto edit = ParseEdit(Sflow(many), *schema);
+        ASSERT_FALSE(own.Edit(edit.get(), cdb::DefaultOperation::kMerge, {}));
+        const auto errors = own.Validate();
+        ASSERT_EQ(errors.size(), cdb::Validator::kMaxErrors) << upTo;
+        EXPECT_EQ(errors[0].appTag, "too-many-elements");
+        EXPECT_EQ(errors[1].tag, ErrorTag::kMissingElement);
+    }
 }
 
 TEST_F(Validation, AnInvalidCandidateIsNotCommitted)

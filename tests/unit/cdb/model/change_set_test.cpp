@@ -17,7 +17,7 @@ using cdb::ChangeSet;
 using cdb::Visit;
 using namespace change_sample;
 
-/// What a visitor hears, as lines, with an answer by node name (recurse where none is given).
+/// What a visitor hears, as lines, with an answer by node name (recurse if none is given).
 class Heard {
 public:
     explicit Heard(std::vector<std::pair<std::string, Visit>> answers = {}) : m_answers(std::move(answers)) {}

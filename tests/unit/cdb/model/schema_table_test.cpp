@@ -94,7 +94,7 @@ TEST(SchemaTable, IsNotReadFromBytesThatAreNone)
     EXPECT_FALSE(SchemaTable::Parse(bytes.substr(0, bytes.size() - 1)));
 }
 
-// Whatever bytes it is given: a table whose numbers all lead somewhere, or none.
+// Any bytes give a table all of whose numbers name something, or no table.
 TEST(SchemaTable, IsUsableOrRefusedAfterAnyDamage)
 {
     const std::string sound = Table().Serialize();

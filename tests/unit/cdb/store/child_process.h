@@ -24,7 +24,7 @@ public:
     /// All that it writes until it ends or is killed; waits for that.
     std::string Output();
 
-    /// Reads one character; 0 when the process has ended.
+    /// Reads one character; 0 if the process has ended.
     char ReadOne() const;
 
     /// The exit status, or 256 plus the signal that ended it. Waits.

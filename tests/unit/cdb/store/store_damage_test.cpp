@@ -65,7 +65,7 @@ const std::string& SoundContent()
     return content;
 }
 
-/// What opening a directory with that data file says; empty where it opens.
+/// What opening a directory with that data file says; empty if it opens.
 std::string ComplaintOfStore(const fs::path& directory)
 {
     try {
@@ -132,7 +132,7 @@ TEST(StoreDamage, NamesTheRow)
                   "written"));
 }
 
-// What undoes a commit is not read at the start: it may be much. Who needs it is told then.
+// What undoes a commit is not read at the start, for it may be long; its damage is reported when it is read.
 TEST(StoreDamage, OfAnUndoIsSeenByThoseWhoNeedIt)
 {
     const TempDirectory directory;
@@ -273,8 +273,8 @@ std::string Verdict(const fs::path& directory)
     return "sound";
 }
 
-// Whatever page is overwritten with whatever: the store is refused, or the page was a free one and
-// everything is there. Never does a process die of it, never is a wrong row read.
+// Any page overwritten with any bytes: the store is refused, or the page was a free one and everything is
+// there. No process dies of it, and no wrong row is read.
 TEST(StoreDamage, OfAnyPageIsSeenOrHarmless)
 {
     std::mt19937 random(17);

@@ -27,7 +27,7 @@ bool Say(int output, char word) { return write(output, &word, 1) == 1; }
 
 std::string EntryName(int number) { return "eth" + std::to_string(number); }
 
-/// Commits for ever, every time the same number into every row, and says so each time.
+/// Commits without end, each time the same number into every row, and reports each commit.
 int WriteForEver(const std::filesystem::path& directory, int output)
 {
     const auto store = Store::Open(directory);

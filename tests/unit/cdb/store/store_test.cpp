@@ -182,7 +182,7 @@ TEST_F(StoreTest, DropsTheOldestHistoryBeyondItsLimit)
     std::vector<std::uint64_t> commits;
     for (const auto& entry : m_store->History(10)) commits.push_back(entry.commit);
     EXPECT_EQ(commits, (std::vector<std::uint64_t>{5, 4, 3}));
-    Reopen({.historyLimit = 1});  // a smaller limit takes hold with the next commit
+    Reopen({.historyLimit = 1});  // a smaller limit takes effect with the next commit
     Commit({}, 6);
     EXPECT_EQ(m_store->History(10).size(), 1U);
 }

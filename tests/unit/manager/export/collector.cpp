@@ -122,10 +122,10 @@ RawCollector::RawCollector(const std::string& address, std::uint16_t port, Merge
 
 RawCollector::~RawCollector() { ::close(m_socket); }
 
-std::vector<Bytes> RawCollector::Read(int milliseconds)
+std::vector<Bytes> RawCollector::Read(int waitMs)
 {
     pollfd waiting{.fd = m_socket, .events = POLLIN, .revents = 0};
-    if (::poll(&waiting, 1, milliseconds) <= 0) return {};
+    if (::poll(&waiting, 1, waitMs) <= 0) return {};
     Bytes bytes(65536);
     alignas(cmsghdr) std::byte control[CMSG_SPACE(sizeof(int))];
     sockaddr_in from{};
@@ -156,9 +156,9 @@ std::vector<Bytes> RawCollector::Read(int milliseconds)
     return datagrams;
 }
 
-bool Collector::Read(int milliseconds)
+bool Collector::Read(int waitMs)
 {
-    const std::vector<Bytes> datagrams = m_socket.Read(milliseconds);
+    const std::vector<Bytes> datagrams = m_socket.Read(waitMs);
     for (const Bytes& datagram : datagrams)
         m_received.push_back(ReadDatagram(datagram, m_socket.SourcePort()));
     return !datagrams.empty();

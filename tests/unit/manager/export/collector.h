@@ -50,7 +50,7 @@ public:
 
     /// What one receive gives: more than one datagram where they came merged, none where nothing came in
     /// that time.
-    std::vector<Bytes> Read(int milliseconds);
+    std::vector<Bytes> Read(int waitMs);
     /// Of what Read gave last.
     [[nodiscard]] std::uint16_t SourcePort() const { return m_sourcePort; }
 
@@ -75,7 +75,7 @@ public:
     std::vector<Received> TakeAll();
 
 private:
-    bool Read(int milliseconds);
+    bool Read(int waitMs);
     RawCollector m_socket;
     std::vector<Received> m_received;
 };

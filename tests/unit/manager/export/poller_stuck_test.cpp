@@ -80,7 +80,7 @@ protected:
     const std::shared_ptr<support::Barrier> m_barrier = std::make_shared<support::Barrier>();
     const std::shared_ptr<StuckReader> m_reader = std::make_shared<StuckReader>(m_barrier);
     boost::asio::io_context m_loop;
-    FakeTimers m_timers;
+    support::ManualTimers m_timers;
     std::unique_ptr<base::Worker> m_worker = base::MakeWorker(m_loop);
     net::Links m_links;
     RecordingStream m_stream{m_timers};

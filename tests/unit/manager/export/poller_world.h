@@ -20,10 +20,10 @@
 
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
-#include "manager/fake_timers.h"
 #include "manager/fake_worker.h"
 #include "net/counters/counters.h"
 #include "net/links/links.h"
+#include "support/manual_timers.h"
 #include "support/sflow_decoder.h"
 
 /// One sample that a stream was given.
@@ -40,7 +40,7 @@ struct Taken {
 
 class RecordingStream : public manager::Stream {
 public:
-    explicit RecordingStream(const FakeTimers& timers) : m_timers(timers) {}
+    explicit RecordingStream(const support::ManualTimers& timers) : m_timers(timers) {}
 
     [[nodiscard]] std::size_t Room() const override { return m_room; }
     void Put(std::span<const std::byte> sample, Sample kind) override
@@ -49,7 +49,7 @@ public:
         m_bytes.emplace_back(sample.begin(), sample.end());
         const auto counters = std::get<support::DecodedCounters>(support::DecodeSample(sample));
         m_samples.push_back(counters);
-        m_taken.push_back({std::chrono::duration_cast<std::chrono::seconds>(m_timers.Now()).count(),
+        m_taken.push_back({std::chrono::duration_cast<std::chrono::seconds>(m_timers.Elapsed()).count(),
                            counters.sourceIndex, counters.sequence});
     }
     [[nodiscard]] const manager::StreamStatus& Status() const override { return m_status; }
@@ -61,7 +61,7 @@ public:
     std::vector<Taken> m_taken;
 
 private:
-    const FakeTimers& m_timers;
+    const support::ManualTimers& m_timers;
     manager::StreamStatus m_status;
 };
 
@@ -100,8 +100,8 @@ public:
           m_other(m_timers),
           m_poller(
               m_timers, m_worker, m_sharedReader, m_links, [this] { ++m_flushes; },
-              [this] { return std::chrono::steady_clock::time_point(m_timers.Now() + m_jump); },
-              [this] { return manager::WallTime(std::chrono::seconds(1'000'000) + m_timers.Now()); },
+              [this] { return std::chrono::steady_clock::time_point(m_timers.Elapsed() + m_jump); },
+              [this] { return manager::WallTime(std::chrono::seconds(1'000'000) + m_timers.Elapsed()); },
               [this](std::uint32_t below) {
                   m_asked.push_back(below);
                   return m_random;
@@ -133,7 +133,7 @@ public:
 
     void Advance(int seconds) { m_timers.Advance(std::chrono::seconds(seconds)); }
 
-    FakeTimers m_timers;
+    support::ManualTimers m_timers;
     std::chrono::milliseconds m_jump{0};  // by which the clock is before the timers
     FakeWorker m_worker{m_timers};
     net::Links m_links;

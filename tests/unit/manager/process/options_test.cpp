@@ -38,16 +38,17 @@ TEST(CommandLine, EmptyAsksForNothing)
     EXPECT_EQ("auto", options.source);
     EXPECT_EQ(0x73464c77U, options.mark);
     EXPECT_EQ(0U, options.ringSize);
+    EXPECT_FALSE(options.expediteRcu);
 }
 
 TEST(CommandLine, WithEveryOption)
 {
     const Options options = Parse({"--journal", "/tmp/j", "--user=sflow", "--require-sampling", "--direction",
                                    "both", "--source", "packet-socket", "--mark=7", "--ring-size", "4M",
-                                   "--metrics", "127.0.0.1:9100", "--help", "--version"});
+                                   "--expedite-rcu", "--metrics", "127.0.0.1:9100", "--help", "--version"});
     EXPECT_EQ("/tmp/j", options.journal);
     EXPECT_EQ("sflow", options.user);
-    EXPECT_TRUE(options.requireSampling && options.help && options.version);
+    EXPECT_TRUE(options.requireSampling && options.expediteRcu && options.help && options.version);
     EXPECT_EQ(Direction::kBoth, options.direction);
     EXPECT_EQ("packet-socket", options.source);
     EXPECT_EQ(7U, options.mark);
@@ -82,7 +83,7 @@ TEST(CommandLine, TakesEveryValueOfAnOption)
 TEST(CommandLine, IsDescribedWithEveryOption)
 {
     for (const char* option : {"--journal", "--user", "--require-sampling", "--source", "--direction",
-                               "--ring-size", "--mark", "--metrics", "--help", "--version"})
+                               "--ring-size", "--expedite-rcu", "--mark", "--metrics", "--help", "--version"})
         EXPECT_NE(std::string::npos, UsageText().find(option)) << option;
 }
 

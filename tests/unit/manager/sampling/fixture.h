@@ -15,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <variant>
@@ -24,12 +25,12 @@
 
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
-#include "manager/fake_timers.h"
 #include "manager/fake_worker.h"
 #include "manager/service/service_table.h"
 #include "net/counters/counters.h"
 #include "net/routes/forwarding.h"
 #include "support/datagram_socket.h"
+#include "support/manual_timers.h"
 #include "support/sflow_decoder.h"
 
 namespace manager {
@@ -54,6 +55,10 @@ public:
         EXPECT_TRUE(counts.contains(ifIndex));
         Note("change", ifIndex, settings);
         if (!refusal.empty()) throw capture::Unavailable(capture::Unavailable::Cause::kOther, refusal);
+    }
+    [[nodiscard]] bool Sampled(std::uint32_t ifIndex) const override
+    {
+        return counts.contains(ifIndex) && !later.contains(ifIndex);
     }
     capture::Counts Remove(std::uint32_t ifIndex) override
     {
@@ -100,6 +105,7 @@ public:
     int reads = 0;  // of all counts
     int drains = 0;
     std::string refusal;
+    std::set<std::uint32_t> later;  // added, but not attached yet
     std::map<std::uint32_t, capture::Counts> counts;
     std::vector<capture::Sample> waiting;
     std::vector<std::byte> frame{std::vector<std::byte>(100, std::byte{7})};
@@ -193,7 +199,7 @@ protected:
     /// With a direction that all interfaces are sampled in besides.
     explicit SamplingTest(std::optional<Direction> added = std::nullopt)
         : reconciler({table, timers, links, forwarding, exporter, poller}, added,
-                     [this] { return WallTime(std::chrono::seconds(1000) + timers.Now()); })
+                     [this] { return WallTime(std::chrono::seconds(1000) + timers.Elapsed()); })
     {
         reconciler.SetSource(&source, {.kind = "fake", .reason = "", .permission = true});
     }
@@ -202,8 +208,8 @@ protected:
     void Apply(const Operation& operation)
     {
         const auto applied = table.Apply(operation);
-        ASSERT_TRUE(std::holds_alternative<Touched>(applied)) << std::get<Refusal>(applied).reason;
-        reconciler.Reconcile(std::get<Touched>(applied));
+        ASSERT_TRUE(applied) << applied.error();
+        reconciler.Reconcile(*applied);
     }
 
     static net::Link LinkOf(std::uint32_t index, const std::string& name, const std::string& alias = "")
@@ -244,7 +250,7 @@ protected:
         return sequences;
     }
 
-    FakeTimers timers;
+    support::ManualTimers timers;
     net::Links links;
     FakeForwarding forwarding;
     FakeWorker worker{timers};
@@ -255,7 +261,7 @@ protected:
                   reader,
                   links,
                   [this] { exporter.Flush(); },
-                  [this] { return std::chrono::steady_clock::time_point(timers.Now()); },
+                  [this] { return std::chrono::steady_clock::time_point(timers.Elapsed()); },
                   &std::chrono::system_clock::now,
                   [](std::uint32_t) { return 0U; }};
     ServiceTable table;

@@ -58,6 +58,23 @@ TEST_F(SamplingTest, ARefusalIsTriedAgainAfterAWhileAndNoLongerThanItIsWanted)
     EXPECT_EQ(timers.Waiting(), 1U) << "for the next look at the traffic of the one that is sampled";
 }
 
+TEST_F(SamplingTest, ARefusalThatComesLaterIsShownAndTriedAgain)
+{
+    source.later = {5};
+    SampleEth1();
+    EXPECT_FALSE(reconciler.Interfaces().at("eth1").sampled) << "not attached yet";
+    EXPECT_EQ(reconciler.Interfaces().at("eth1").samplingError, "");
+    reconciler.Sink().OnRefused(5, {capture::Unavailable::Cause::kOther, "too many open files"});
+    reconciler.Sink().OnRefused(6, {capture::Unavailable::Cause::kOther, "what nothing is bound to"});
+    EXPECT_EQ(reconciler.Interfaces().at("eth1").samplingError, "too many open files");
+    EXPECT_FALSE(reconciler.Interfaces().at("eth1").sampled);
+    source.later.clear();
+    timers.Advance(Reconciler::kRetry);
+    EXPECT_THAT(Calls(), ElementsAre("add 5 1/10 128 in", "change 5 1/10 128 in"));
+    EXPECT_TRUE(reconciler.Interfaces().at("eth1").sampled);
+    EXPECT_EQ(reconciler.Interfaces().at("eth1").samplingError, "");
+}
+
 TEST_F(SamplingTest, AChangeOfWhichOnlyPartWasMadeIsMadeAgainOrTakenBack)
 {
     SampleEth1();

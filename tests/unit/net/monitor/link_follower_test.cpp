@@ -27,7 +27,7 @@ using testing::IsEmpty;
 struct Followed {
     Links links;
     Bridges bridges;
-    boost::asio::io_context loop;  // nobody runs it: no speed is ever known
+    boost::asio::io_context loop;  // never run: no speed is ever known
     const std::unique_ptr<base::Worker> worker = base::MakeWorker(loop);
     int told = 0;
     LinkFollower follower{

@@ -101,7 +101,7 @@ protected:
     {
         return resolver.Trace({leavesBy, etherType, vlan, frame}, enteredBy);
     }
-    /// From the router's own device to somebody there.
+    /// From the router's own device to a host there.
     static FrameOptions Sent(const std::string& source, const std::string& destination,
                              std::uint8_t mac = kRouterMac)
     {

@@ -41,7 +41,7 @@ protected:
         return request;
     }
 
-    /// What maapi_set_elem says inside a create: empty when it is content.
+    /// What maapi_set_elem says inside a create: empty if it is content.
     std::string ErrorOfWrite(int socket, int transaction, confd_value_t value, const std::string& path)
     {
         std::string error = "not called";

@@ -38,7 +38,7 @@ protected:
             &signature, qxos::Context::HaStateChangeCallbacks{active, standby, {nullptr, nullptr, nullptr}});
         qxos::the_context = m_context.get();
         m_runtime = &qxos::ContextAccess::RuntimeOf(*m_context);
-        auto timers = std::make_unique<ManualTimers>();
+        auto timers = std::make_unique<support::ManualTimers>();
         m_timers = timers.get();
         m_runtime->timers = std::move(timers);
         m_cdb = std::make_unique<CdbPeer>(m_runtime->loop, m_runtime->cdbSocket);

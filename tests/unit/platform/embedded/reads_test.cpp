@@ -65,7 +65,7 @@ protected:
         std::vector<confd_value_t> values(1);
         CONFD_SET_UINT32(&values[0], 77);
         if (cdb_get(Socket(), values.data(), "%s", path.c_str()) != CONFD_OK) {
-            EXPECT_EQ(CONFD_GET_UINT32(values.data()), 77U);  // left alone
+            EXPECT_EQ(CONFD_GET_UINT32(values.data()), 77U);  // unchanged
             return confd_lasterr();
         }
         return Texts(values).at(0);

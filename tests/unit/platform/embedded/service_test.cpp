@@ -196,7 +196,7 @@ TEST_F(ServiceTest, TreatsAManagerThatTakesNothingAsLost)
     OpenSession();
     Advance(milliseconds{1000});
     EXPECT_EQ(m_events, Events{});
-    // Queued and not yet written: nothing of it has been taken.
+    // Queued and not yet written: the manager has read none of it.
     m_service->DeleteCollector("waits");
     m_timers->Advance(milliseconds{1000});
     EXPECT_EQ(m_events, (Events{"lost"}));

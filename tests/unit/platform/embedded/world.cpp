@@ -38,7 +38,7 @@ World::World()
     m_context = std::make_unique<qxos::Context>(&kSignature, qxos::Context::HaStateChangeCallbacks{});
     qxos::the_context = m_context.get();
     m_runtime = &qxos::ContextAccess::RuntimeOf(*m_context);
-    auto timers = std::make_unique<ManualTimers>();
+    auto timers = std::make_unique<support::ManualTimers>();
     m_timers = timers.get();
     m_runtime->timers = std::move(timers);
     m_config.AddPoint(2, "/config/oam/sflow");

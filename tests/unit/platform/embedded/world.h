@@ -21,12 +21,12 @@
 
 #include "cdb/model/change_set.h"
 #include "cdb/store/store.h"
-#include "fakes/manual_timers.h"
 #include "handlers.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/manager.pb.h"
 #include "peer.h"
 #include "platform/embedded/runtime.h"
+#include "support/manual_timers.h"
 
 namespace cdb {
 class Schema;
@@ -89,7 +89,7 @@ protected:
     std::filesystem::path m_directory;
     std::uint64_t m_commit = 0;
     std::unique_ptr<qxos::Context> m_context;
-    ManualTimers* m_timers = nullptr;  // the context's
+    support::ManualTimers* m_timers = nullptr;  // the context's
     embedded::Runtime* m_runtime = nullptr;
     Events m_events;
     RecordingConfig m_config{m_events};

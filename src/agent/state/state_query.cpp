@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/state/state_round.h"
+#include "agent/state/state_query.h"
 
 #include <algorithm>
 #include <utility>
@@ -8,17 +8,17 @@
 
 namespace agent {
 
-StateRound::StateRound(boost::asio::io_context& loop, const ly_ctx* context,
+StateQuery::StateQuery(boost::asio::io_context& loop, base::Timers& timers, const ly_ctx* context,
                        std::chrono::milliseconds timeout, Done done)
-    : m_loop(loop), m_context(context), m_timeout(timeout), m_done(std::move(done))
+    : m_loop(loop), m_timers(timers), m_context(context), m_timeout(timeout), m_done(std::move(done))
 {
 }
 
-void StateRound::Run(std::vector<StateQuestion> questions)
+void StateQuery::Run(std::vector<StateQuestion> questions)
 {
     m_running = questions.size();
     for (StateQuestion& question : questions) {
-        m_open.push_back(std::make_unique<Open>(Open{{}, boost::asio::steady_timer(m_loop), {}}));
+        m_open.push_back(std::make_unique<Open>());
         StateOutcome& outcome = m_open.back()->outcome;
         outcome.client = question.client;
         for (const auto& part : question.request.parts()) outcome.paths.push_back(part.path());
@@ -27,12 +27,12 @@ void StateRound::Run(std::vector<StateQuestion> questions)
     for (std::size_t i = 0; i < questions.size(); ++i) Ask(i, std::move(questions[i].request));
 }
 
-void StateRound::Ask(std::size_t index, ipc::cdb::StateRequest&& request)
+void StateQuery::Ask(std::size_t index, ipc::cdb::StateRequest&& request)
 {
     Open& open = *m_open[index];
     const ClientPtr& client = open.outcome.client;
     open.outcome.key = {ipc::cdb::ClientMessage::kStateReply, client->NextRequest()};
-    open.until = std::chrono::steady_clock::now() + kWhole * m_timeout;
+    open.until = m_timers.Now() + kWhole * m_timeout;
     ipc::cdb::ServerMessage message;
     request.set_request(open.outcome.key.second);
     *message.mutable_state_request() = std::move(request);
@@ -43,20 +43,17 @@ void StateRound::Ask(std::size_t index, ipc::cdb::StateRequest&& request)
     boost::asio::post(m_loop, [self = shared_from_this(), index] { self->Take(index, nullptr); });
 }
 
-void StateRound::Await(std::size_t index)
+void StateQuery::Await(std::size_t index)
 {
-    Open& open = *m_open[index];
-    open.timer.expires_after(m_timeout);
-    open.timer.async_wait([self = shared_from_this(), index](const boost::system::error_code& error) {
-        Open& late = *self->m_open[index];
-        // A part that came in this turn of the loop has set the timer again.
-        if (error || late.ended || late.timer.expiry() > std::chrono::steady_clock::now()) return;
-        late.outcome.late = true;
+    m_open[index]->timer = m_timers.After(m_timeout, [weak = weak_from_this(), index] {
+        const auto self = weak.lock();
+        if (!self) return;
+        self->m_open[index]->outcome.late = true;
         self->End(index, "has not answered for " + DurationText(self->m_timeout));
     });
 }
 
-void StateRound::Take(std::size_t index, const ipc::cdb::ClientMessage* message)
+void StateQuery::Take(std::size_t index, const ipc::cdb::ClientMessage* message)
 {
     Open& open = *m_open[index];
     if (open.ended) return;
@@ -66,7 +63,7 @@ void StateRound::Take(std::size_t index, const ipc::cdb::ClientMessage* message)
     if (const std::string fault = open.outcome.state->Take(part); !fault.empty())
         return End(index, "has sent what is no state: " + fault);
     if (!part.more()) return End(index, {});
-    if (std::chrono::steady_clock::now() > open.until)
+    if (m_timers.Now() > open.until)
         return End(index, "has not come to an end of its answer in " + DurationText(kWhole * m_timeout));
     open.outcome.client->Expect(open.outcome.key,
                                 [self = shared_from_this(), index](const ipc::cdb::ClientMessage* answer) {
@@ -75,11 +72,11 @@ void StateRound::Take(std::size_t index, const ipc::cdb::ClientMessage* message)
     Await(index);
 }
 
-void StateRound::End(std::size_t index, std::string problem)
+void StateQuery::End(std::size_t index, std::string problem)
 {
     Open& open = *m_open[index];
     open.ended = true;
-    open.timer.cancel();
+    open.timer.reset();
     open.outcome.problem = std::move(problem);
     if (open.outcome.late) open.outcome.client->Forget(open.outcome.key);
     if (--m_running > 0) return;

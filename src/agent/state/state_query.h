@@ -2,8 +2,8 @@
 // Asks several providers for state at once, takes their answers part by part, each in a turn of the loop, and
 // gives up providers that stop answering. Used by state.cpp.
 
-#ifndef AGENT_STATE_STATE_ROUND_H
-#define AGENT_STATE_STATE_ROUND_H
+#ifndef AGENT_STATE_STATE_QUERY_H
+#define AGENT_STATE_STATE_QUERY_H
 
 #include <chrono>
 #include <functional>
@@ -12,10 +12,10 @@
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include "agent/clients/client.h"
 #include "agent/state/provided_state.h"
+#include "base/timers.h"
 
 struct ly_ctx;
 
@@ -36,15 +36,15 @@ struct StateOutcome {
     std::unique_ptr<ProvidedState> state;
 };
 
-class StateRound : public std::enable_shared_from_this<StateRound> {
+class StateQuery : public std::enable_shared_from_this<StateQuery> {
 public:
     using Done = std::function<void(std::vector<StateOutcome>&& outcomes)>;
 
     /// A whole answer may take this many times the timeout of one part.
     static constexpr int kWhole = 5;
 
-    StateRound(boost::asio::io_context& loop, const ly_ctx* context, std::chrono::milliseconds timeout,
-               Done done);
+    StateQuery(boost::asio::io_context& loop, base::Timers& timers, const ly_ctx* context,
+               std::chrono::milliseconds timeout, Done done);
 
     /// Asks. Calls `done` once, from the loop, never from inside Run. At least one question.
     void Run(std::vector<StateQuestion> questions);
@@ -52,8 +52,8 @@ public:
 private:
     struct Open {
         StateOutcome outcome;
-        boost::asio::steady_timer timer;
-        std::chrono::steady_clock::time_point until;  // for the whole answer
+        std::shared_ptr<void> timer{};                  // for the next part
+        std::chrono::steady_clock::time_point until{};  // for the whole answer
         bool ended = false;
     };
 
@@ -63,6 +63,7 @@ private:
     void End(std::size_t index, std::string problem);
 
     boost::asio::io_context& m_loop;
+    base::Timers& m_timers;
     const ly_ctx* m_context;
     std::chrono::milliseconds m_timeout;
     Done m_done;

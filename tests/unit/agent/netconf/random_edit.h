@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Edits drawn at random, most of them nearly right, and the many ways in which one edit can be written: with
+// Random edits, most of them nearly right, and the many ways in which one edit can be written: with
 // comments, sections, references and instructions anywhere, by any prefixes. What they mean: edit_model.h.
 
-#ifndef AGENT_EDIT_DRAWING_H
-#define AGENT_EDIT_DRAWING_H
+#ifndef AGENT_RANDOM_EDIT_H
+#define AGENT_RANDOM_EDIT_H
 
 #include <string>
 #include <vector>
@@ -14,11 +14,11 @@
 namespace agent_tests {
 
 /// What stands in <config>: most often the container config, once.
-std::vector<EditNode> DrawEdit(Draw& draw);
-EditParameters DrawParameters(Draw& draw);
+std::vector<EditNode> MakeRandomEdit(Random& random);
+EditParameters MakeRandomParameters(Random& random);
 
 /// As XML, in one of the ways to write it.
-std::string Written(Draw& draw, const std::vector<EditNode>& edit);
+std::string Written(Random& random, const std::vector<EditNode>& edit);
 
 }  // namespace agent_tests
 

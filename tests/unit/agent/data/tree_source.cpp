@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/data/data_source_tree.h"
+#include "agent/data/tree_source.h"
 
 #include <libyang/libyang.h>
 
@@ -10,7 +10,7 @@
 
 #include "cdb/datastore/tree.h"
 
-namespace agent {
+namespace agent_tests {
 namespace {
 
 int CompareKeys(const lyd_node* a, const lyd_node* b)
@@ -26,9 +26,18 @@ int CompareKeys(const lyd_node* a, const lyd_node* b)
     return 0;
 }
 
-bool Less(const lyd_node* a, const lyd_node* b) { return CompareKeys(a, b) < 0; }
-
 }  // namespace
+
+std::vector<const lyd_node*> SortedEntries(const lyd_node* first)
+{
+    std::vector<const lyd_node*> entries;
+    for (const lyd_node* node = first; node != nullptr && node->schema == first->schema; node = node->next)
+        entries.push_back(node);
+    const auto less = [](const lyd_node* a, const lyd_node* b) { return CompareKeys(a, b) < 0; };
+    if (first != nullptr && (first->schema->flags & LYS_KEYLESS) == 0)
+        std::stable_sort(entries.begin(), entries.end(), less);
+    return entries;
+}
 
 const lyd_node* TreeSource::ChildrenOf(Handle at) const
 {
@@ -72,14 +81,13 @@ void TreeSource::Container(Handle at, const lysc_node* container, const NodeVisi
 
 void TreeSource::Entries(Handle at, const lysc_node* list, const NodeVisit& visit)
 {
-    const lyd_node* node = FirstOf(at, list);
-    std::vector<const lyd_node*> entries;
-    for (; node != nullptr && node->schema == list; node = node->next) entries.push_back(node);
-    if ((list->flags & LYS_KEYLESS) == 0 && !std::is_sorted(entries.begin(), entries.end(), Less))
-        std::stable_sort(entries.begin(), entries.end(), Less);
+    const lyd_node* first = FirstOf(at, list);
+    const auto entries = SortedEntries(first);
+    const lyd_node* next = first;
+    while (next != nullptr && next->schema == list) next = next->next;
     for (const lyd_node* entry : entries)
         if (!Visit(entry, visit)) break;
-    MoveTo(at, node);
+    MoveTo(at, next);
 }
 
 void TreeSource::Entry(Handle at, const lysc_node* list, std::span<const std::string_view> keys,
@@ -90,4 +98,4 @@ void TreeSource::Entry(Handle at, const lysc_node* list, std::span<const std::st
     if (entry != nullptr) Visit(entry, visit);
 }
 
-}  // namespace agent
+}  // namespace agent_tests

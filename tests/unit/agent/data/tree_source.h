@@ -1,16 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-// A libyang tree as data, for tests of the writer. For one thread at a time, like the tree.
+// A libyang tree as data for the writer. For one thread at a time, like the tree.
 
-#ifndef AGENT_DATA_DATA_SOURCE_TREE_H
-#define AGENT_DATA_DATA_SOURCE_TREE_H
+#ifndef AGENT_TREE_SOURCE_H
+#define AGENT_TREE_SOURCE_H
+
+#include <vector>
 
 #include "agent/data/data_source.h"
 
 struct lyd_node;
 
-namespace agent {
+namespace agent_tests {
 
-class TreeSource final : public DataSource {
+/// The entries of the list that `first` begins, in the order of their keys. Empty for null.
+std::vector<const lyd_node*> SortedEntries(const lyd_node* first);
+
+class TreeSource final : public agent::DataSource {
 public:
     /// `first`: the tree's first top-level sibling, or null; must outlive the source.
     explicit TreeSource(const lyd_node* first) : m_first(first), m_next(first) {}
@@ -34,6 +39,6 @@ private:
     const lyd_node* m_next;
 };
 
-}  // namespace agent
+}  // namespace agent_tests
 
 #endif
