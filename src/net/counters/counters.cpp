@@ -37,13 +37,6 @@ private:
 
 }  // namespace
 
-bool EthernetCounters::Any() const
-{
-    return alignmentErrors || fcsErrors || singleCollisions || multipleCollisions || sqeTestErrors ||
-           deferred || lateCollisions || excessiveCollisions || macTransmitErrors || carrierSenseErrors ||
-           frameTooLongs || macReceiveErrors || symbolErrors;
-}
-
 std::unique_ptr<CounterReader> MakeCounterReader() { return std::make_unique<KernelCounterReader>(); }
 
 }  // namespace net

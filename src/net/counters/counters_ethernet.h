@@ -9,7 +9,7 @@
 #include <optional>
 #include <unordered_set>
 
-#include "net/counters/counters.h"
+#include "net/counters/records.h"
 #include "netlink/netlink.h"
 
 namespace net {

@@ -11,7 +11,7 @@
 #include <span>
 #include <vector>
 
-#include "net/counters/counters.h"
+#include "net/counters/records.h"
 #include "netlink/netlink.h"
 
 namespace net {
