@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Measures how sampling begins and ends at many interfaces: how long each call takes in the loop, and how long it
-// is until all are sampled, or none is. The interfaces are the ends of virtual cables without traffic, in a
-// network namespace of the program's own. Needs root.
+// Measures how sampling begins and ends at many interfaces: how long each call takes in the loop, and how
+// long it is until all are sampled, or none is. The interfaces are the ends of virtual cables without
+// traffic, in a network namespace of the program's own. Needs root.
 //
-//   attach_figures [ebpf-tcx|ebpf-clsact|packet-socket] [expedite] [COUNT]...     tcx, 100 and 1000 by default
+//   attach_figures [ebpf-tcx|ebpf-clsact|packet-socket] [expedite] [COUNT]...     tcx, 100 and 1000 by
+//   default
 
 #include <chrono>
 #include <cstdlib>
@@ -13,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include <boost/asio/io_context.hpp>
 #include <fmt/format.h>
+#include <boost/asio/io_context.hpp>
 
 #include "base/timers.h"
 #include "capture/ebpf/source.h"
