@@ -3,6 +3,7 @@
 
 #include "sampling/measured_source.h"
 
+#include <chrono>
 #include <ctime>
 #include <exception>
 #include <future>
@@ -60,6 +61,11 @@ void MeasuredSource::Sample(std::uint32_t ifIndex, std::uint32_t rate)
         m_source->Add(ifIndex, {.rate = rate, .headerSize = 128, .ingress = true, .egress = false});
         m_ifIndex = ifIndex;
     });
+    bool sampled = false;
+    while (!sampled) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        InLoop([&] { sampled = m_source->Sampled(ifIndex); });
+    }
 }
 
 void MeasuredSource::StopSampling()

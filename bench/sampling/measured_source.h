@@ -31,7 +31,7 @@ public:
     MeasuredSource& operator=(const MeasuredSource&) = delete;
     ~MeasuredSource();
 
-    /// Both return when that is in effect.
+    /// Both return when that is in effect; the hook may go some milliseconds later.
     void Sample(std::uint32_t ifIndex, std::uint32_t rate);
     void StopSampling();
 

@@ -230,11 +230,7 @@ void EbpfProgram::Erase(std::uint32_t key)
         Place(key, 0);
 }
 
-bool EbpfProgram::IsDirect(std::uint32_t key)
-{
-    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-    return m_mapped.contains(PlaceOf(0, key) * sizeof(PortState) / page) && DirectState(0, key).key == key;
-}
+bool EbpfProgram::IsDirect(std::uint32_t key) { return DirectState(0, key).key == key; }
 
 std::span<const Counts> EbpfProgram::ReadCpus(std::uint32_t key, std::uint32_t incarnation)
 {

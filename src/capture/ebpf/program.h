@@ -65,6 +65,7 @@ private:
     [[nodiscard]] static std::size_t PlaceOf(std::size_t cpu, std::uint32_t key);
     // Makes all CPUs take the settings anew.
     void Renew(std::uint32_t key);
+    // Of a port that has been created: its place is mapped.
     [[nodiscard]] bool IsDirect(std::uint32_t key);
     PortState& DirectState(std::size_t cpu, std::uint32_t key);
     // Gives the key's place to `owner`, with counts of zero.

@@ -9,6 +9,7 @@ namespace capture {
 void PacketSocketPair::Prepare(std::uint32_t ifIndex, const Settings& settings, std::uint32_t ownMark,
                                Hook hook)
 {
+    MakeRing();
     m_settings = settings;
     const bool ignore = !settings.egress;
     const bool ignored = m_counting->IgnoreOutgoing(ignore) && m_sampling.IgnoreOutgoing(ignore);
@@ -31,6 +32,7 @@ std::shared_ptr<PacketSocketPair> PacketSocketPair::MakeFollower(std::uint32_t i
     std::shared_ptr<PacketSocketPair> follower(new PacketSocketPair(bytes, m_counting));
     follower->m_settings = settings;
     follower->m_scope = m_scope;
+    follower->MakeRing();
     follower->m_sampling.Bind(ifIndex);
     if (!JoinGroup(follower->m_sampling, *m_group)) return nullptr;
     follower->m_group = m_group;

@@ -31,15 +31,18 @@ class PacketSocketPair {
 public:
     enum class Hook { kShared, kSeparate };
 
-    /// With a ring of about `bytes` bytes. Throws Unavailable.
+    /// For a ring of about `bytes` bytes. Throws Unavailable.
     explicit PacketSocketPair(std::size_t bytes) : PacketSocketPair(bytes, std::make_shared<CountingSocket>())
     {
     }
     PacketSocketPair(const PacketSocketPair&) = delete;
     PacketSocketPair& operator=(const PacketSocketPair&) = delete;
 
-    /// Binds to the interface. Nothing is counted or sampled yet. With kSeparate, or if the kernel has no
-    /// such groups, each packet goes to both sockets. Throws Unavailable.
+    /// Makes the ring, for which the kernel waits. Throws Unavailable.
+    void MakeRing() { m_sampling.MakeRing(); }
+    /// Makes the ring, if there is none yet, and binds to the interface. Nothing is counted or sampled yet.
+    /// With kSeparate, or if the kernel has no such groups, each packet goes to both sockets. Throws
+    /// Unavailable.
     void Prepare(std::uint32_t ifIndex, const Settings& settings, std::uint32_t ownMark,
                  Hook hook = Hook::kShared);
     /// Another pair, prepared to continue from this one, which need not be closed then. Null if the

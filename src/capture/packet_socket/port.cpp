@@ -28,6 +28,46 @@ Counts RingPort::Count() const
     return counts;
 }
 
+std::size_t RingPort::HandOver(SampleSink& sink, std::vector<Sample>& samples)
+{
+    if (!pair) return 0;
+    const std::size_t waiting = pair->IsReadable() ? pair->Blocks().Waiting() : 0;
+    if (waiting == 0) return 0;
+    Pace(waiting);
+    // Read after the blocks are counted: it includes their samples.
+    const Counts counts = Count();
+    for (std::size_t block = 0; block < waiting; ++block) {
+        samples.clear();
+        pair->Blocks().Take(samples);
+        Emit(sink, samples, counts);
+        pair->Blocks().Release();
+    }
+    return waiting;
+}
+
+void RingPort::HandOverLast(SampleSink& sink, std::vector<Sample>& samples)
+{
+    while (HandOver(sink, samples) > 0) continue;
+    const Counts counts = Count();
+    if (pair->InRing() > delivered && pair->IsReadable()) {
+        samples.clear();
+        pair->Blocks().TakeUnfinished(samples, pair->InRing() - delivered);
+        Emit(sink, samples, counts);
+    }
+    Counts last = Count();  // with what came meanwhile
+    // Packets that were not finished in time.
+    last.drops += pair->InRing() - std::min(pair->InRing(), delivered);
+    before = last;
+    told = last.pool;
+}
+
+void RingPort::Emit(SampleSink& sink, std::vector<Sample>& samples, const Counts& counts)
+{
+    if (samples.empty()) return;
+    Describe(samples, counts);
+    sink.OnSamples(samples);
+}
+
 // The kernel does not say how many packets had been counted when a sample was taken. What has come since the
 // last sample is shared out evenly over all that are in the ring: at 1:1 each pool is exact then, and else it
 // rises by what the sample stands for. A jump at each look would mislead estimates by differences of pools.

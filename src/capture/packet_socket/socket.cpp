@@ -142,6 +142,11 @@ SamplingSocket::SamplingSocket(std::size_t bytes) : PacketSocket(SOCK_RAW)
     m_tellsSegments = setsockopt(Get(), SOL_PACKET, PACKET_VNET_HDR, &segments, sizeof segments) == 0;
     m_area.blockSize = PageMultiple(std::clamp(bytes / kUsualBlocks, kMinBlock, kMaxBlock));
     m_area.blocks = std::max(kMinBlocks, bytes / m_area.blockSize);
+}
+
+void SamplingSocket::MakeRing()
+{
+    if (std::exchange(m_hasRing, true)) return;
     tpacket_req3 request{};
     request.tp_block_size = static_cast<unsigned>(m_area.blockSize);
     request.tp_block_nr = static_cast<unsigned>(m_area.blocks);

@@ -83,11 +83,13 @@ struct RingArea {
 
 class SamplingSocket : public PacketSocket {
 public:
-    /// With a ring of about `bytes` bytes.
+    /// For a ring of about `bytes` bytes.
     explicit SamplingSocket(std::size_t bytes);
     SamplingSocket(const SamplingSocket&) = delete;
     SamplingSocket& operator=(const SamplingSocket&) = delete;
     ~SamplingSocket();
+    /// To be called before Bind; the kernel waits for all CPUs. Throws Unavailable.
+    void MakeRing();
     /// Its memory is null until Map.
     [[nodiscard]] const RingArea& Area() const { return m_area; }
     /// Makes the ring part of the process's memory: to be done when there is something to read, so that a
@@ -99,6 +101,7 @@ public:
 private:
     RingArea m_area;
     bool m_tellsSegments = false;
+    bool m_hasRing = false;
 };
 
 /// A number that the kernel gave to a group (PACKET_FANOUT), and its kind.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Sampling with packet sockets: which interface is sampled how, what was counted, and when blocks are read.
 // The rest of it: filter.h (what is sampled), socket.h and pair.h (the sockets), blocks.h (the memory),
-// port.h (an interface), waker.h and closer.h (when, and how it ends).
+// port.h (an interface), waker.h, maker.h and closer.h (when, and how a pair begins and ends).
 //
 // What this source can't do: it does not learn by which interface a leaving packet entered, and it counts and
 // samples a packet that the kernel holds as several segments as one; the sample says what it is on the wire.
@@ -16,17 +16,23 @@
 
 #include "capture/packet_socket/source.h"
 
+#include <net/if.h>
+
 #include <algorithm>
+#include <array>
 #include <boost/asio/io_context.hpp>
+#include <cerrno>
 #include <chrono>
 #include <map>
 #include <span>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "base/timers.h"
 #include "capture/ebpf/grace.h"
 #include "capture/packet_socket/closer.h"
+#include "capture/packet_socket/maker.h"
 #include "capture/packet_socket/pair.h"
 #include "capture/packet_socket/port.h"
 #include "capture/packet_socket/waker.h"
@@ -54,15 +60,18 @@ public:
           m_options(options),
           m_grace(timers, options.expediteRcu),
           m_alarm(timers.MakeAlarm([this] { OnTime(); })),
+          m_maker(loop, m_grace, m_closer),
           m_waker(loop, [this](std::span<const std::uint32_t> keys) { OnWake(keys); }),
           m_spare(std::make_shared<PacketSocketPair>(SizeFor(kCommonRate)))
     {
+        m_spare->MakeRing();  // or there are none here
         AwaitCounting();
     }
 
     ~RingSource() override
     {
         for (auto& [ifIndex, port] : m_ports) {
+            if (!port.pair) continue;
             m_grace.Step();
             m_waker.Remove(port.pair->Get());
             Discard(std::exchange(port.pair, nullptr));
@@ -75,10 +84,19 @@ public:
     void Add(std::uint32_t ifIndex, const Settings& settings) override
     {
         if (m_ports.contains(ifIndex)) return Change(ifIndex, settings);
-        Port port;
+        std::array<char, IF_NAMESIZE> name{};
+        if (::if_indextoname(ifIndex, name.data()) == nullptr && errno == ENXIO)
+            throw Unavailable(Unavailable::Cause::kOther,
+                              "no interface has the index " + std::to_string(ifIndex));
+        Port& port = m_ports[ifIndex];
         port.ifIndex = ifIndex;
-        Begin(port, settings);
-        m_ports.emplace(ifIndex, std::move(port));
+        port.wanted = settings;
+        try {
+            Make(port);
+        } catch (...) {
+            m_ports.erase(ifIndex);
+            throw;
+        }
     }
 
     // If no other pair can be made, the present one continues.
@@ -88,28 +106,32 @@ public:
         if (found == m_ports.end())
             throw Unavailable(Unavailable::Cause::kOther, "the interface is not sampled");
         Port& port = found->second;
-        Settings now = port.pair->Current();
-        if (now == settings) return;
-        now.headerSize = settings.headerSize;
-        if (now == settings)
-            port.pair->SetHeaderSize(settings.headerSize);
-        else
-            Begin(port, settings);
+        port.wanted = settings;
+        if (port.pair)
+            Adapt(port);
+        else if (!port.making)
+            Make(port);
     }
 
-    [[nodiscard]] bool Sampled(std::uint32_t ifIndex) const override { return m_ports.contains(ifIndex); }
+    [[nodiscard]] bool Sampled(std::uint32_t ifIndex) const override
+    {
+        const auto found = m_ports.find(ifIndex);
+        return found != m_ports.end() && found->second.pair;
+    }
 
     Counts Remove(std::uint32_t ifIndex) override
     {
         const auto found = m_ports.find(ifIndex);
         if (found == m_ports.end()) return {};
         Port& port = found->second;
-        try {
-            port.pair->Close();
-        } catch (const Unavailable& reason) {
-            slog::Notice("packets come until the socket is closed: {}", reason.what());
+        if (port.pair) {
+            try {
+                port.pair->Close();
+            } catch (const Unavailable& reason) {
+                slog::Notice("packets come until the socket is closed: {}", reason.what());
+            }
+            EndPair(port);
         }
-        EndPair(port);
         std::erase(m_looking, &port);
         const Counts last = port.before;
         m_ports.erase(found);
@@ -133,7 +155,7 @@ public:
 
     void Drain() override
     {
-        for (auto& [ifIndex, port] : m_ports) HandOver(port);
+        for (auto& [ifIndex, port] : m_ports) port.HandOver(m_sink, m_samples);
         m_sink.OnDrained();
     }
 
@@ -147,20 +169,69 @@ private:
         return m_options.bufferSize != 0 ? m_options.bufferSize : RingSizeFor(rate);
     }
 
-    // The kernel waits when it makes a ring and when it ends one.
-    [[nodiscard]] std::shared_ptr<PacketSocketPair> MakePair(const Port& port, const Settings& settings)
+    // ---- the first pair of an interface ----
+
+    // Begins to make it beside the loop.
+    void Make(Port& port)
+    {
+        const std::size_t bytes = SizeFor(port.wanted.rate);
+        auto pair = bytes == SizeFor(kCommonRate) ? std::exchange(m_spare, nullptr) : nullptr;
+        if (!pair) pair = std::make_shared<PacketSocketPair>(bytes);
+        port.making = m_maker.Prepare(
+            std::move(pair), port.ifIndex, port.wanted, m_options.ownMark,
+            [this, &port](std::shared_ptr<PacketSocketPair> made, const Unavailable* refusal) {
+                OnMade(port, std::move(made), refusal);
+            });
+    }
+
+    void OnMade(Port& port, std::shared_ptr<PacketSocketPair> pair, const Unavailable* refusal)
+    {
+        const std::shared_ptr<void> making = std::exchange(port.making, nullptr);
+        try {
+            if (refusal != nullptr) throw Unavailable(*refusal);
+            Use(port, pair);
+            Adapt(port);  // to what was asked for meanwhile
+        } catch (const Unavailable& reason) {
+            if (!port.pair) Discard(std::move(pair));
+            m_sink.OnRefused(port.ifIndex, reason);
+        }
+    }
+
+    // Samples with the pair, the port's first.
+    void Use(Port& port, const std::shared_ptr<PacketSocketPair>& pair)
+    {
+        m_waker.Add(pair->Get(), port.ifIndex);
+        try {
+            pair->Open();
+        } catch (const Unavailable&) {
+            m_waker.Remove(pair->Get());
+            throw;
+        }
+        port.pair = pair;
+        port.delivered = 0;
+        port.pause = RingPort::PauseFor(*pair);
+    }
+
+    // ---- changes ----
+
+    void Adapt(Port& port)
+    {
+        Settings now = port.pair->Current();
+        if (now == port.wanted) return;
+        now.headerSize = port.wanted.headerSize;
+        if (now == port.wanted)
+            port.pair->SetHeaderSize(now.headerSize);
+        else
+            Follow(port, port.wanted);
+    }
+
+    // The kernel waits when it makes a ring and when it exchanges the program of a group.
+    [[nodiscard]] std::shared_ptr<PacketSocketPair> MakeNext(const Port& port, const Settings& settings)
     {
         const std::size_t bytes = SizeFor(settings.rate);
-        if (port.pair) {
-            m_grace.Step();
-            if (auto follower = port.pair->MakeFollower(port.ifIndex, settings, bytes)) return follower;
-        }
-        std::shared_ptr<PacketSocketPair> pair =
-            bytes == SizeFor(kCommonRate) ? std::exchange(m_spare, nullptr) : nullptr;
-        if (!pair) {
-            m_grace.Step();
-            pair = std::make_shared<PacketSocketPair>(bytes);
-        }
+        m_grace.Step();
+        if (auto follower = port.pair->MakeFollower(port.ifIndex, settings, bytes)) return follower;
+        auto pair = std::make_shared<PacketSocketPair>(bytes);
         try {
             pair->Prepare(port.ifIndex, settings, m_options.ownMark);
         } catch (const Unavailable&) {
@@ -171,11 +242,10 @@ private:
     }
 
     // Samples as the settings say from now on, and hands over what the former pair has sampled.
-    void Begin(Port& port, const Settings& settings)
+    void Follow(Port& port, const Settings& settings)
     {
-        std::shared_ptr<PacketSocketPair> pair = MakePair(port, settings);
-        const bool first = !port.pair;
-        const bool another = !first && !pair->Follows();
+        std::shared_ptr<PacketSocketPair> pair = MakeNext(port, settings);
+        const bool another = !pair->Follows();
         try {
             m_waker.Add(pair->Get(), port.ifIndex);
             if (another) port.pair->Close();
@@ -186,20 +256,20 @@ private:
             if (another) port.pair->Open();
             throw;
         }
-        if (!first) EndPair(port);
+        EndPair(port);
         if (pair->Follows()) pair->TakeOverCounting();
         port.pair = std::move(pair);
         port.delivered = 0;
         port.pause = RingPort::PauseFor(*port.pair);
         port.looking = false;
         std::erase(m_looking, &port);
-        if (!first) m_sink.OnDrained();
+        m_sink.OnDrained();
     }
 
     // The pair that was closed: hands over what it still has, and its counts to the port.
     void EndPair(Port& port)
     {
-        HandOverLast(port);
+        port.HandOverLast(m_sink, m_samples);
         m_waker.Remove(port.pair->Get());
         m_grace.Step();
         Discard(std::exchange(port.pair, nullptr));
@@ -223,7 +293,8 @@ private:
             port.looking = true;
         }
         Arm();  // from here on the timer looks
-        for (std::size_t woken = before; woken < m_looking.size(); ++woken) HandOver(*m_looking[woken]);
+        for (std::size_t woken = before; woken < m_looking.size(); ++woken)
+            m_looking[woken]->HandOver(m_sink, m_samples);
         m_sink.OnDrained();
     }
 
@@ -245,7 +316,7 @@ private:
     // False if the ring wakes again.
     bool Look(Port& port, milliseconds passed, bool& any)
     {
-        const std::size_t blocks = HandOver(port);
+        const std::size_t blocks = port.HandOver(m_sink, m_samples);
         if (blocks > 0) {
             any = true;
             port.silent = milliseconds(0);
@@ -267,51 +338,6 @@ private:
         m_alarm->Set(pause);
     }
 
-    // ---- what waits ----
-
-    // Hands over the blocks that wait now and no more, so that other rings are read too. Returns how many.
-    std::size_t HandOver(Port& port)
-    {
-        PacketSocketPair& pair = *port.pair;
-        const std::size_t waiting = pair.IsReadable() ? pair.Blocks().Waiting() : 0;
-        if (waiting == 0) return 0;
-        port.Pace(waiting);
-        // Read after the blocks are counted: it includes their samples.
-        const Counts counts = port.Count();
-        for (std::size_t block = 0; block < waiting; ++block) {
-            m_samples.clear();
-            pair.Blocks().Take(m_samples);
-            Emit(port, counts);
-            pair.Blocks().Release();
-        }
-        return waiting;
-    }
-
-    // Hands over all of a pair that has ended, with the block that the kernel has not handed over.
-    void HandOverLast(Port& port)
-    {
-        PacketSocketPair& pair = *port.pair;
-        while (HandOver(port) > 0) continue;
-        const Counts counts = port.Count();
-        if (pair.InRing() > port.delivered && pair.IsReadable()) {
-            m_samples.clear();
-            pair.Blocks().TakeUnfinished(m_samples, pair.InRing() - port.delivered);
-            Emit(port, counts);
-        }
-        Counts last = port.Count();  // with what came while the sink was called
-        // Packets that were not finished in time.
-        last.drops += pair.InRing() - std::min(pair.InRing(), port.delivered);
-        port.before = last;
-        port.told = last.pool;
-    }
-
-    void Emit(Port& port, const Counts& counts)
-    {
-        if (m_samples.empty()) return;
-        port.Describe(m_samples, counts);
-        m_sink.OnSamples(m_samples);
-    }
-
     void AwaitCounting()
     {
         m_counting = m_timers.After(kCountingPeriod, [this] {
@@ -326,11 +352,12 @@ private:
     GracePeriods m_grace;
     const std::unique_ptr<base::Alarm> m_alarm;
     RingCloser m_closer;
+    PairMaker m_maker;
     RingWaker m_waker;
     std::shared_ptr<PacketSocketPair> m_spare;
     std::map<std::uint32_t, Port> m_ports;
-    std::vector<Port*> m_looking;  // at which the timer looks
-    std::vector<Sample> m_samples;
+    std::vector<Port*> m_looking;                // at which the timer looks
+    std::vector<Sample> m_samples;               // of one block
     milliseconds m_pause = milliseconds::max();  // until the timer looks
     std::shared_ptr<void> m_counting;
 };

@@ -178,7 +178,6 @@ TEST_F(EbpfLifeTest, AttachesAndDetachesBesideTheLoop)
     AwaitSampled(right);
     EXPECT_EQ(Attached(right), 1U);
     source->Remove(right);
-    EXPECT_EQ(Attached(right), 1U) << "the loop has not run";
     EXPECT_TRUE(Comes([&] { return Attached(right) == 0; }));
 }
 

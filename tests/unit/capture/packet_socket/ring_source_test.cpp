@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <functional>
 
@@ -42,6 +43,13 @@ protected:
         if (IsSkipped()) return;
         m_timers = base::MakeTimers(m_loop);
         m_source = MakeRingSource(m_loop, *m_timers, m_sink, {});
+    }
+
+    // Returns when packets are sampled there.
+    void Add(std::uint32_t ifIndex, const Settings& settings)
+    {
+        m_source->Add(ifIndex, settings);
+        EXPECT_TRUE(Comes([&] { return m_source->Sampled(ifIndex); }));
     }
 
     static void Send(std::uint64_t count, std::uint64_t first = 0)
@@ -81,7 +89,7 @@ TEST_F(RingSource, TellsThePoolOfEachPacketAtOneInOne)
         for (const Sample& sample : samples)
             EXPECT_EQ(sample.pool, NumberOf({sample.header.begin(), sample.header.end()}) + 1);
     };
-    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
+    Add(m_near, {.rate = 1, .headerSize = 64});
     Send(700);
     EXPECT_TRUE(Takes(700));
     // The ring is made anew twice.
@@ -94,7 +102,7 @@ TEST_F(RingSource, TellsThePoolOfEachPacketAtOneInOne)
 
 TEST_F(RingSource, HandsOverALonePacketEachTimeAfterSilence)
 {
-    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
+    Add(m_near, {.rate = 1, .headerSize = 64});
     for (std::size_t round = 1; round <= 5; ++round) {
         SCOPED_TRACE(round);
         Send(1);
@@ -106,10 +114,31 @@ TEST_F(RingSource, HandsOverALonePacketEachTimeAfterSilence)
     EXPECT_EQ(m_loop.run_for(milliseconds(300)), 0U) << "silence costs nothing";
 }
 
+TEST_F(RingSource, BeginsBesideTheLoop)
+{
+    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
+    EXPECT_FALSE(m_source->Sampled(m_near)) << "the loop has not run";
+    // What is asked for meanwhile is what it begins with, and what ends meanwhile does not begin.
+    m_source->Change(m_near, {.rate = 1, .headerSize = 128});
+    const std::uint32_t other = Network::Index("far");
+    m_source->Add(other, {.rate = 1, .headerSize = 64});
+    EXPECT_EQ(m_source->Remove(other).pool, 0U);
+    EXPECT_TRUE(Comes([&] { return m_source->Sampled(m_near); }));
+    std::size_t longest = 0;
+    m_sink.action = [&](std::span<const Sample> samples) {
+        for (const Sample& sample : samples) longest = std::max(longest, sample.header.size());
+    };
+    Send(10);
+    EXPECT_TRUE(Takes(10));
+    EXPECT_EQ(longest, 120U) << "all of the frames";
+    EXPECT_FALSE(m_source->Sampled(other));
+    EXPECT_EQ(m_source->Read(m_near).pool, 10U);
+}
+
 TEST_F(RingSource, KeepsOnAsBeforeWhereAChangeCannotBeMade)
 {
     const std::uint32_t other = Network::Index("lo");
-    m_source->Add(m_near, {.rate = 1, .headerSize = 64});
+    Add(m_near, {.rate = 1, .headerSize = 64});
     Send(10);
     // A sanitizer, too, needs files to look at the first exception of a type.
     const std::size_t files = support::OpenFiles();

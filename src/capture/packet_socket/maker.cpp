@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "capture/packet_socket/maker.h"
+
+#include <algorithm>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include "capture/ebpf/grace.h"
+#include "capture/packet_socket/closer.h"
+
+namespace capture {
+namespace {
+
+constexpr std::size_t kMaxLanes = 8;
+
+}  // namespace
+
+PairMaker::~PairMaker()
+{
+    for (const auto& lane : m_lanes) {
+        lane->task.reset();
+        lane->worker.reset();
+        if (lane->job) m_closer.Close(lane->job->pair);  // which the thread may still use
+    }
+    for (const auto& job : m_waiting) m_closer.Close(std::move(job->pair));
+}
+
+std::shared_ptr<void> PairMaker::Prepare(std::shared_ptr<PacketSocketPair> pair, std::uint32_t ifIndex,
+                                         const Settings& settings, std::uint32_t ownMark, Done done)
+{
+    auto held = std::make_shared<Done>(std::move(done));
+    m_waiting.push_back(
+        std::make_shared<Job>(Job{std::move(pair), ifIndex, settings, ownMark, held, std::nullopt}));
+    Next();
+    return held;
+}
+
+void PairMaker::Do(Job& job)
+{
+    try {
+        job.pair->Prepare(job.ifIndex, job.settings, job.ownMark);
+    } catch (const Unavailable& reason) {
+        job.refusal = reason;
+    } catch (const std::exception& reason) {
+        job.refusal.emplace(Unavailable::Cause::kOther, reason.what());
+    }
+}
+
+void PairMaker::Next()
+{
+    while (!m_waiting.empty()) {
+        if (m_waiting.front()->done.expired()) {
+            m_closer.Close(std::move(m_waiting.front()->pair));
+            m_waiting.pop_front();
+            continue;
+        }
+        Lane* lane = FreeLane();
+        if (lane == nullptr) return;
+        m_grace.Step();
+        lane->job = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        lane->task = lane->worker->Do([job = lane->job] { Do(*job); }, [this, lane] { Take(*lane); });
+    }
+}
+
+PairMaker::Lane* PairMaker::FreeLane()
+{
+    const auto free = std::ranges::find_if(m_lanes, [](const auto& lane) { return lane->job == nullptr; });
+    if (free != m_lanes.end()) return free->get();
+    if (m_lanes.size() == kMaxLanes) return nullptr;
+    try {
+        m_lanes.push_back(std::make_unique<Lane>(Lane{base::MakeWorker(m_loop), nullptr, nullptr}));
+    } catch (const std::system_error& error) {
+        if (m_lanes.empty()) throw Unavailable(Unavailable::Cause::kOther, error.what());
+        return nullptr;
+    }
+    return m_lanes.back().get();
+}
+
+void PairMaker::Take(Lane& lane)
+{
+    const std::shared_ptr<Job> job = std::exchange(lane.job, nullptr);
+    lane.task.reset();
+    Next();
+    if (const auto done = job->done.lock())
+        (*done)(std::move(job->pair), job->refusal ? &*job->refusal : nullptr);
+    else
+        m_closer.Close(std::move(job->pair));
+}
+
+}  // namespace capture
