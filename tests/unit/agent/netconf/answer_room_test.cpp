@@ -20,6 +20,7 @@
 
 #include "agent/agent_world.h"
 #include "agent/other_user.h"
+#include "base/unique_fd.h"
 #include "support/frames.h"
 #include "support/poll.h"
 
@@ -40,18 +41,15 @@ class Watched {
 public:
     explicit Watched(const World& world) : m_client(Connected(world), "test")
     {
-        if (m_watched < 0) throw std::system_error(errno, std::generic_category(), "dup");
+        if (!m_watched) throw std::system_error(errno, std::generic_category(), "dup");
     }
-    ~Watched() { ::close(m_watched); }
-    Watched(const Watched&) = delete;
-    Watched& operator=(const Watched&) = delete;
 
     netconf::Client* operator->() { return &m_client; }
     netconf::Client& operator*() { return m_client; }
 
     [[nodiscard]] bool HasAnswer() const
     {
-        pollfd watched{m_watched, POLLIN, 0};
+        pollfd watched{m_watched.Get(), POLLIN, 0};
         return ::poll(&watched, 1, 0) == 1;
     }
     /// Asks for everything; the answer is made now, and unread.
@@ -62,17 +60,17 @@ public:
     }
 
 private:
-    int Connected(const World& world)
+    base::UniqueFd Connected(const World& world)
     {
         const sockaddr_un address = support::UnixAddress(world.NetconfSocket());
-        const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        base::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        if (::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
             throw std::system_error(errno, std::generic_category(), "connect");
-        m_watched = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
-        return descriptor;
+        m_watched = base::UniqueFd(::fcntl(socket.Get(), F_DUPFD_CLOEXEC, 0));
+        return socket;
     }
 
-    int m_watched = -1;
+    base::UniqueFd m_watched;
     netconf::Client m_client;
 };
 
