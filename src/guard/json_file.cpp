@@ -33,7 +33,6 @@ public:
         return *this;
     }
     friend bool operator==(const Position& a, const Position& b) { return a.m_at == b.m_at; }
-    friend bool operator!=(const Position& a, const Position& b) { return a.m_at != b.m_at; }
 
 private:
     const char* m_at;

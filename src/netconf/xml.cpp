@@ -262,7 +262,8 @@ void AppendEscaped(std::string& out, std::string_view text)
     // Looked up byte by byte: most texts are short and have nothing to escape.
     static constexpr auto kIsSpecial = [] {
         std::array<bool, std::numeric_limits<unsigned char>::max() + 1> special{};
-        for (const unsigned char character : std::string_view("&<>\"\r")) special[character] = true;
+        for (const char character : std::string_view("&<>\"\r"))
+            special[static_cast<unsigned char>(character)] = true;
         return special;
     }();
     std::size_t done = 0;
