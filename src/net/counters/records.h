@@ -28,8 +28,8 @@ struct EthernetCounters {
     [[nodiscard]] bool Any() const
     {
         return alignmentErrors || fcsErrors || singleCollisions || multipleCollisions || sqeTestErrors ||
-               deferred || lateCollisions || excessiveCollisions || macTransmitErrors ||
-               carrierSenseErrors || frameTooLongs || macReceiveErrors || symbolErrors;
+               deferred || lateCollisions || excessiveCollisions || macTransmitErrors || carrierSenseErrors ||
+               frameTooLongs || macReceiveErrors || symbolErrors;
     }
 };
 
