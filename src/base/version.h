@@ -7,7 +7,7 @@
 
 namespace base {
 
-/// Such as "0.1.0".
+/// Of the project, as CMakeLists.txt has it.
 const char* Version();
 
 }  // namespace base

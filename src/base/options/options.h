@@ -48,7 +48,7 @@ private:
     std::map<std::string, Take> m_take;  // by long name
 };
 
-/// "cdbd 0.1.0" and a line feed.
+/// The program's name, its version and a line feed.
 std::string VersionText(const std::string& program);
 
 /// The variables that all programs look at, for help texts.
