@@ -85,6 +85,14 @@ double Metrics::Exact(const std::string& line) const
 
 std::uint64_t Metrics::At(const std::string& line) const { return static_cast<std::uint64_t>(Exact(line)); }
 
+std::uint64_t Metrics::Sum(const std::string& family) const
+{
+    double sum = 0;
+    for (const auto& [line, value] : m_values)
+        if (line == family || line.starts_with(family + '{')) sum += value;
+    return static_cast<std::uint64_t>(sum);
+}
+
 std::uint64_t Metrics::OfInterface(const std::string& name, const std::string& what) const
 {
     return At("sflow_interface_" + what + "{interface=\"" + name + "\"}");

@@ -24,6 +24,9 @@ public:
     [[nodiscard]] std::uint64_t At(const std::string& line) const;
     [[nodiscard]] bool Has(const std::string& line) const { return m_values.contains(line); }
 
+    /// The values of a family together; 0 if it has no line.
+    [[nodiscard]] std::uint64_t Sum(const std::string& family) const;
+
     /// "sflow_interface_" and so on around the two names.
     [[nodiscard]] std::uint64_t OfInterface(const std::string& name, const std::string& what) const;
     [[nodiscard]] std::uint64_t OfCollector(const std::string& name, const std::string& what) const;

@@ -91,6 +91,8 @@ void SamplingWorld::AwaitApplied() const
     const std::uint64_t sent = m_before + (m_service ? m_service->Operations() : 0);
     Await("the operations to be in effect",
           [&] { return Numbers().At("sflow_manager_operations_total") == sent; });
+    Await("the kernel to have done what they ask",
+          [&] { return Numbers().Sum("sflow_interface_pending") == 0; });
 }
 
 void SamplingWorld::AddCollector(const std::string& name, const DecodingCollector& at, std::uint16_t size)

@@ -319,6 +319,7 @@ InterfaceStatus Reconciler::StatusOf(const std::string& name, const DataSource* 
         status.operUp = link->running;
     }
     status.sampled = source->sampledWith && m_source != nullptr && m_source->Sampled(source->ifIndex);
+    status.pending = source->sampledWith && !status.sampled && source->error.empty();
     status.samplingError = source->error;
     status.packetsSeen = source->before.pool + counts.pool;
     status.quiet = m_traffic.QuietFor(*source);

@@ -28,6 +28,7 @@ struct InterfaceStatus {
     std::string kernelName;     // of it
     bool adminUp = false, operUp = false;
     bool sampled = false;       // the source samples packets there
+    bool pending = false;       // it will, and is not ready yet
     std::string samplingError;  // why it does not, if it should
     std::uint64_t packetsSeen = 0;
     std::chrono::seconds quiet{0};       // for how long at least that has not grown, while it is sampled

@@ -63,6 +63,7 @@ TEST_F(SamplingTest, ARefusalThatComesLaterIsShownAndTriedAgain)
     source.later = {5};
     SampleEth1();
     EXPECT_FALSE(reconciler.Interfaces().at("eth1").sampled) << "not attached yet";
+    EXPECT_TRUE(reconciler.Interfaces().at("eth1").pending);
     EXPECT_EQ(reconciler.Interfaces().at("eth1").samplingError, "");
     reconciler.Sink().OnRefused(5, {capture::Unavailable::Cause::kOther, "too many open files"});
     reconciler.Sink().OnRefused(6, {capture::Unavailable::Cause::kOther, "what nothing is bound to"});

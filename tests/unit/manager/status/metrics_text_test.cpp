@@ -86,6 +86,8 @@ TEST(MetricsText, OfWhatFlows)
                   R"(sflow_interface_up{interface="eth2"} 0)",
                   R"(sflow_interface_sampled{interface="eth1"} 1)",
                   R"(sflow_interface_sampled{interface="eth2"} 0)",
+                  R"(sflow_interface_pending{interface="eth1"} 0)",
+                  R"(sflow_interface_pending{interface="eth2"} 0)",
                   R"(sflow_interface_sampling_rate{interface="eth1"} 512)",
                   R"(sflow_interface_sampling_rate{interface="eth2"} 4096)",
                   R"(sflow_interface_polling_interval_seconds{interface="eth1"} 20)",
@@ -131,7 +133,7 @@ TEST(MetricsText, KeepEachFamilyTogetherBehindItsHelpAndType)
             EXPECT_NE("", kind) << line;
         }
     }
-    EXPECT_EQ(26U, families.size());
+    EXPECT_EQ(27U, families.size());
 }
 
 TEST(MetricsText, EscapeWhatWouldEndALabel)
