@@ -3,6 +3,8 @@
 
 #include "support/metrics.h"
 
+#include <string_view>
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -88,6 +90,19 @@ std::uint64_t Metrics::At(const std::string& line) const { return static_cast<st
 std::uint64_t Metrics::OfInterface(const std::string& name, const std::string& what) const
 {
     return At("sflow_interface_" + what + "{interface=\"" + name + "\"}");
+}
+
+bool Metrics::AnyUnsampled() const
+{
+    constexpr std::string_view kSampled = "sflow_interface_sampled{";
+    for (auto at = m_values.lower_bound(std::string(kSampled));
+         at != m_values.end() && at->first.starts_with(kSampled); ++at) {
+        const std::string interface = "{" + at->first.substr(kSampled.size());
+        if (at->second == 0 && Exact("sflow_interface_present" + interface) != 0 &&
+            Exact("sflow_interface_sampling_rate" + interface) != 0)
+            return true;
+    }
+    return false;
 }
 
 std::uint64_t Metrics::OfCollector(const std::string& name, const std::string& what) const

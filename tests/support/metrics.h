@@ -28,6 +28,10 @@ public:
     [[nodiscard]] std::uint64_t OfInterface(const std::string& name, const std::string& what) const;
     [[nodiscard]] std::uint64_t OfCollector(const std::string& name, const std::string& what) const;
 
+    /// Whether packets should be sampled at a kernel interface that is there and are not, as far as the
+    /// numbers tell: not whether it has a collector.
+    [[nodiscard]] bool AnyUnsampled() const;
+
     /// Where packets are sampled, "none" where nothing samples.
     [[nodiscard]] std::string Source() const;
 

@@ -3,7 +3,9 @@
 
 #include "support/sampling_world.h"
 
+#include <chrono>
 #include <stdexcept>
+#include <tuple>
 #include <utility>
 
 #include "support/poll.h"
@@ -91,6 +93,9 @@ void SamplingWorld::AwaitApplied() const
     const std::uint64_t sent = m_before + (m_service ? m_service->Operations() : 0);
     Await("the operations to be in effect",
           [&] { return Numbers().At("sflow_manager_operations_total") == sent; });
+    // The kernel attaches what begins to be sampled a little later. What has no collector never is.
+    constexpr std::chrono::milliseconds kAttaching{300};
+    std::ignore = Becomes([&] { return !Numbers().AnyUnsampled(); }, kAttaching);
 }
 
 void SamplingWorld::AddCollector(const std::string& name, const DecodingCollector& at, std::uint16_t size)

@@ -48,7 +48,7 @@ public:
     [[nodiscard]] std::string Log() const { return m_manager->Log(); }
     [[nodiscard]] Metrics Numbers() const { return Metrics::Fetch(MetricsPort()); }
 
-    /// Waits until the operations that were sent are in effect.
+    /// Waits until the operations that were sent are in effect, sampling that they begin included.
     void AwaitApplied() const;
 
     /// Tells the service of a collector.
