@@ -120,14 +120,15 @@ public:
     [[nodiscard]] virtual std::string Kind() const = 0;
 
     /// Begins to sample at a kernel interface. Its counts begin at zero. If it is sampled already, the same
-    /// as Change. Throws Unavailable, for this interface alone. Where the kernel makes the caller wait (eBPF
-    /// at tcx), it is attached beside the loop: Sampled tells when, and SampleSink::OnRefused if it can't be.
+    /// as Change. Throws Unavailable, for this interface alone. Where the kernel makes the caller wait, as at
+    /// all but clsact, it is attached beside the loop: Sampled tells when, SampleSink::OnRefused if it can't
+    /// be.
     virtual void Add(std::uint32_t ifIndex, const Settings& settings) = 0;
 
     /// Changes how a sampled interface is sampled, at once and without a gap in its counts. Samples that were
     /// sampled before carry the rate that they were sampled with. Throws Unavailable if that fails: eBPF then
     /// applies all but a direction that it could not add, packet sockets keep the old settings. A direction
-    /// that is added is attached as by Add.
+    /// that eBPF adds is attached as by Add; packet sockets make their next pair in the call.
     virtual void Change(std::uint32_t ifIndex, const Settings& settings) = 0;
 
     /// Whether packets are sampled there: nothing that was asked for waits for the kernel, and it has not

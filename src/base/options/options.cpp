@@ -23,8 +23,7 @@ constexpr unsigned kWidth = 100;
 /// What the library found wrong. A value of an option without one is named with it.
 UsageError Problem(const po::invalid_command_line_syntax& error, const Options::Words& arguments)
 {
-    std::string option = error.get_option_name();
-    if (option.size() == 3) option.erase(0, 1);  // the library writes -c as --c
+    const std::string option = error.get_option_name();
     if (error.kind() != po::invalid_command_line_syntax::extra_parameter)
         return UsageError("option " + option + " needs a value");
     const auto word = std::find_if(arguments.begin(), arguments.end(),

@@ -87,6 +87,8 @@ void PairMaker::Take(Lane& lane)
         (*done)(std::move(job->pair), job->refusal ? &*job->refusal : nullptr);
     else
         m_closer.Close(std::move(job->pair));
+    const bool idle = std::ranges::all_of(m_lanes, [](const auto& each) { return each->job == nullptr; });
+    if (idle && m_waiting.empty()) m_lanes.clear();
 }
 
 }  // namespace capture

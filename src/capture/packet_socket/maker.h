@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Makes pairs of packet sockets ready without holding up the loop: for each the kernel waits twice until
-// every CPU has passed a quiet moment, some 12 ms. So a few threads do it, which wait together. Used by
-// source.cpp.
+// every CPU has passed a quiet moment, some 12 ms. So a few threads do it, which wait together and
+// exist only while there is something to make. Used by source.cpp.
 
 #ifndef CAPTURE_PACKET_SOCKET_MAKER_H
 #define CAPTURE_PACKET_SOCKET_MAKER_H
@@ -69,7 +69,7 @@ private:
     GracePeriods& m_grace;
     RingCloser& m_closer;
     std::deque<std::shared_ptr<Job>> m_waiting;
-    std::vector<std::unique_ptr<Lane>> m_lanes;  // as many as were busy at once
+    std::vector<std::unique_ptr<Lane>> m_lanes;  // empty when all is made
 };
 
 }  // namespace capture

@@ -160,7 +160,7 @@ public:
     }
 
 private:
-    // The pair that is made ahead, so that the first interface need not wait for it, is for any rate from
+    // The pair that is made first of all, which shows that packet sockets can be had, is for any rate from
     // this one on.
     static constexpr std::uint32_t kCommonRate = 1000;
 

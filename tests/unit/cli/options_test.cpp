@@ -51,7 +51,7 @@ TEST(Options, RefuseWhatTheyDoNotKnow)
         {"unknown option", {"--colour"}, "--colour"},
         {"abbreviation", {"--vers"}, "--vers"},
         {"both", {"-c", "x", "-f", "y"}, "-c and -f exclude each other"},
-        {"no value", {"-c"}, "option -c needs a value; swcli --help lists the options"},
+        {"no value", {"-c"}, "option --command needs a value; swcli --help lists the options"},
         {"no value behind =", {"--socket="}, "option --socket needs a value; swcli --help lists the options"},
         {"a value where none is", {"--version=1"}, "no such option: --version=1; swcli --help"},
         {"twice", {"-c", "x", "-c", "y"}, "option --command is given twice; swcli --help lists the options"},

@@ -145,7 +145,9 @@ TEST_F(State, OfTheProcessesIsOurOwn)
     // A writer may put times into the zone of the machine.
     EXPECT_THAT(m_client.Call(netconf::Get(kSystem)).data,
                 testing::MatchesRegex(
-                    "<state xmlns=\"urn:switch:yang:switch-state\"><system><process><name>app</name><pid>" +
+                    "<state "
+                    "xmlns=\"urn:switch:yang:switch-state\"><system><version>[0-9.]+</"
+                    "version><process><name>app</name><pid>" +
                     std::to_string(::getpid()) +
                     "</pid><connected-since>2001-09-[0-9]+T[0-9]+:[0-9]+:40.123456[0-9:+Z-]+</"
                     "connected-since><role>unknown</role>"

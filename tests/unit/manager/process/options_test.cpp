@@ -198,7 +198,7 @@ TEST(CommandLine, IsThatOfTheManualAndOfTheUsage)
     for (std::size_t at; (at = manual.find("\\-")) != std::string::npos;) manual.erase(at, 1);
     const std::set<std::string> options = OptionsIn(UsageText());
     EXPECT_EQ(options, OptionsIn(manual));
-    EXPECT_EQ(12U, options.size());
+    EXPECT_EQ(13U, options.size());
     // Each of them is one that is taken, with a value or without.
     for (const std::string& option : options) {
         try {
