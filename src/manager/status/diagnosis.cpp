@@ -180,6 +180,8 @@ bool Diagnosis::CannotSample(const View::Interface& interface)
         OfInterface(interface.name, Reason::kSourceError, text::SourceError(status));
     else if (!status.adminUp || !status.operUp)
         OfInterface(interface.name, Reason::kInterfaceDown, text::Down(status));
+    else if (status.pending)
+        OfInterface(interface.name, Reason::kNoSampleYet, text::Pending(status));
     else
         return false;
     return true;

@@ -202,6 +202,14 @@ std::string BufferFull(const InterfaceStatus& status)
         status.dropsBuffer);
 }
 
+std::string Pending(const InterfaceStatus& status)
+{
+    return fmt::format(
+        "sampling is about to begin at the kernel interface {}: the kernel makes interfaces ready one "
+        "after the other; with many of them, sflow-mgr --expedite-rcu is quicker",
+        status.kernelName);
+}
+
 std::string NoSampleYet(const View::Interface& interface)
 {
     return fmt::format("{} packets seen, and at 1 in {} none of them has been sampled yet",

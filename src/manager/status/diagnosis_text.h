@@ -36,6 +36,7 @@ std::string NoKernelSupport(const std::string& reason);
 std::string SourceError(const InterfaceStatus& status);
 std::string NoTraffic(const View::Interface& interface, std::optional<Direction> added);
 std::string BufferFull(const InterfaceStatus& status);
+std::string Pending(const InterfaceStatus& status);
 std::string NoSampleYet(const View::Interface& interface);
 std::string SamplingOff(const std::string& interface);
 std::string PollingOff(const std::string& interface);

@@ -110,6 +110,15 @@ const DiagnosisRow kInterfaceRows[] = {
      {OfInterface(Reason::kBufferFull,
                   "all 80 packets sampled were lost for lack of room; raise the sampling rate's number, or start "
                   "sflow-mgr with a larger --ring-size")}},
+    {"NotReadyYet",
+     [](World& w) {
+         w.Status().sampled = false;
+         w.Status().pending = true;
+         w.Status().packetsSeen = w.Status().samples = 0;
+     },
+     {OfInterface(Reason::kNoSampleYet,
+                  "sampling is about to begin at the kernel interface k-eth1: the kernel makes interfaces ready one "
+                  "after the other; with many of them, sflow-mgr --expedite-rcu is quicker")}},
     {"NoSampleYet",
      [](World& w) {
          w.Status().packetsSeen = 100;
