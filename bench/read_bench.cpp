@@ -18,6 +18,7 @@
 #include "agent/data/data_writer.h"
 #include "agent/data/yang_tree.h"
 #include "cdb/rows/row_view.h"
+#include "cdb/store/store.h"
 
 namespace {
 
