@@ -125,7 +125,8 @@ void Poll(benchmark::State& state, Interfaces& interfaces)
     manager::Exporter exporter([] { return std::chrono::system_clock::now(); },
                                [&timers] { return timers.Elapsed(); }, 0);
     exporter.SetAgentAddress(htonl(INADDR_LOOPBACK));
-    const std::vector<manager::Stream*> streams{&exporter.Set("c1", sink.Settings())};
+    const manager::Stream& stream = exporter.Set("c1", sink.Settings());
+    const std::vector<manager::Stream*> streams{exporter.Find("c1")};
     std::uint32_t start = 0;
     manager::Poller poller(
         timers, worker, net::MakeCounterReader(), links, [&exporter] { exporter.Flush(); },
