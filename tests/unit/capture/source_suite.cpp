@@ -84,10 +84,16 @@ void SourceSuite::SetUp()
     m_network.emplace();
     m_timers = base::MakeTimers(m_loop);
     // One CPU sends and samples, so that samples come in the order of the frames.
+    ASSERT_EQ(sched_getaffinity(0, sizeof m_allowed, &m_allowed), 0);
     cpu_set_t first;
     CPU_ZERO(&first);
     CPU_SET(static_cast<std::size_t>(std::max(0, sched_getcpu())), &first);
     sched_setaffinity(0, sizeof first, &first);
+}
+
+void SourceSuite::TearDown()
+{
+    if (CPU_COUNT(&m_allowed) != 0) sched_setaffinity(0, sizeof m_allowed, &m_allowed);
 }
 
 void SourceSuite::Make(std::size_t bufferSize)

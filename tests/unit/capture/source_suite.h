@@ -6,9 +6,13 @@
 #ifndef TESTS_UNIT_CAPTURE_SOURCE_SUITE_H
 #define TESTS_UNIT_CAPTURE_SOURCE_SUITE_H
 
+#include <sched.h>
+
 #include <gtest/gtest.h>
 
+#include <sched.h>
 #include <boost/asio/io_context.hpp>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -79,6 +83,7 @@ private:
 class SourceSuite : public testing::TestWithParam<Kind> {
 protected:
     void SetUp() override;
+    void TearDown() override;
 
     /// Makes the source; where it is not to be had here the test is skipped (IsSkipped).
     void Make(std::size_t bufferSize = 0);
@@ -103,6 +108,9 @@ protected:
     std::optional<support::Network> m_network;
     Record m_record;
     std::unique_ptr<capture::PacketSource> m_source;
+
+private:
+    cpu_set_t m_allowed{};  // CPUs of this thread before the test
 };
 
 /// What was seen is this unlikely at most, else it is a fault: the suite's false-alarm probability for one

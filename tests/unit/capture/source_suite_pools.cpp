@@ -148,6 +148,9 @@ TEST_P(PoolOfManyCpus, RisesWithEachSampleWhileBothSend)
         sent += 2 * kEach;
         ASSERT_TRUE(Settles(m_port, sent));
         ExpectRising(sent);
+        if (rate == 1) {
+            EXPECT_EQ(m_record.all.size() + m_source->Read(m_port).drops, sent) << "all, or known to be lost";
+        }
     }
     ExpectExactNext(sent);
     EXPECT_EQ(m_source->Remove(m_port).pool, sent + m_cpus.size());
