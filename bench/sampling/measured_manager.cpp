@@ -40,10 +40,12 @@ std::string NameOf(Capture capture) { return capture == Capture::kEbpf ? "eBPF" 
 MeasuredManager::MeasuredManager(Capture capture, std::uint16_t collectorPort)
     : m_capture(capture),
       m_database(m_dir.Path() / "run" / "cdb.sock"),
-      m_manager(m_dir.Path(),
-                {.arguments = {"--source", capture == Capture::kEbpf ? "ebpf" : "packet-socket"},
-                 .before = {"taskset", "--cpu-list", std::to_string(kManagerCore)},
-                 .logLevel = 12}),
+      m_manager(
+          m_dir.Path(),
+          // Thousands of interfaces would be attached for a minute, which is no figure of these.
+          {.arguments = {"--source", capture == Capture::kEbpf ? "ebpf" : "packet-socket", "--expedite-rcu"},
+           .before = {"taskset", "--cpu-list", std::to_string(kManagerCore)},
+           .logLevel = 12}),
       m_service(m_manager.Socket())
 {
     m_service.SetAgentAddress("192.0.2.1");
