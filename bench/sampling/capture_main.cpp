@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Measures the sources of packets by themselves, on the bare forwarding path, with nobody behind them: what
-// they cost a packet, and what handing over a sampled one costs the process. For whoever works on a source;
+// Measures the sources of packets by themselves, on the bare forwarding path, without a manager: what
+// they cost a packet, and what handing over a sampled one costs the process. For work on a source;
 // the bounds are those of the whole manager (main.cpp).
 //
 //   capture_figures [ebpf|sockets]...     both by default

@@ -21,7 +21,7 @@ ForwardingPath::ForwardingPath()
     Network::Veth(kHostA, kIn);
     Network::Veth(kHostB, kOut);
     Network::MakeBridge("br0", {kIn, kOut});
-    // The frames' destination is nobody's address: host B drops them as soon as it can.
+    // No host has the frames' destination address: host B drops them as soon as it can.
     Network::Bridge(std::string("fdb add 02:00:00:00:00:99 dev ") + kOut + " master static");
     support::FrameOptions options;
     options.from = kHostANumber;

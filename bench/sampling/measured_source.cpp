@@ -18,7 +18,7 @@ void MeasuredSource::CountingSink::OnSamples(std::span<const capture::Sample> ba
 {
     for (const auto& sample : batch) {
         samples += sample.count;
-        // Whoever encodes the sample reads its beginning.
+        // The encoder reads the beginning of a sample.
         if (!sample.header.empty()) look += std::to_integer<std::uint64_t>(sample.header.front());
     }
     ++batches;

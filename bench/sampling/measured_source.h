@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A source of packets in a thread of its own on the manager's core, with nobody behind it: what sampling
+// A source of packets in a thread of its own on the manager's core, without a manager: what sampling
 // costs before the manager does anything with it.
 
 #ifndef SAMPLING_MEASURED_SOURCE_H

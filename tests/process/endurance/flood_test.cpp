@@ -169,7 +169,7 @@ TEST_F(FloodKilled, KilledWhileItAttachesToManyTheNextStartTakesBackWhatItSetFor
         EXPECT_NE(Expedited(), mark);
         World().OpenSession();
     }
-    if (!seen) GTEST_SKIP() << "somebody else has set " << kExpedited << " all the time";
+    if (!seen) GTEST_SKIP() << "another process has set " << kExpedited << " all the time";
     EXPECT_EQ(World().Manager().Terminate(), 0);
 }
 

@@ -21,7 +21,7 @@ using support::SamplingWorld;
 using testing::HasSubstr;
 using testing::Not;
 
-/// The collectors' host is this machine, where nobody listens: what matters here is their sockets.
+/// The collectors' host is this machine, where no program listens: what matters here is their sockets.
 void AddCollectors(SamplingWorld& world, int count)
 {
     for (int n = 0; n < count; ++n) world.Service().AddCollector("c" + std::to_string(n), "127.0.0.1", 6343);

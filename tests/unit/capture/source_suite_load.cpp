@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// More than there is room for, how often somebody is woken, and how soon.
+// More than there is room for, how often the reader is woken, and how soon.
 
 #include <gmock/gmock.h>
 
@@ -24,7 +24,7 @@ TEST_P(SourceSuite, CountsWhatABurstBeyondItsBufferCosts)
     Add(port, {.rate = 1, .headerSize = 512});
     for (std::uint64_t round = 1; round <= 3; ++round) {
         SCOPED_TRACE(round);
-        support::Injector("far").Send(Many(kFrames));  // nobody reads meanwhile
+        support::Injector("far").Send(Many(kFrames));  // nothing reads meanwhile
         EXPECT_TRUE(Settles(port, round * kFrames));
         const capture::Counts counts = m_source->Read(port);
         EXPECT_GT(counts.drops, 0U);

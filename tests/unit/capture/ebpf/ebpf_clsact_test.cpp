@@ -68,7 +68,7 @@ protected:
     {
         return Network::Run({"tc", "qdisc", "show", "dev", device}).find("clsact") != std::string::npos;
     }
-    // A program of somebody else's, of the old kind; throws where the kernel has none.
+    // Another process's program, of the old kind; throws where the kernel has none.
     static void AddForeign(const std::string& device, const std::string& hook,
                            const std::vector<std::string>& place)
     {

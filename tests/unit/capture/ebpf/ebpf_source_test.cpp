@@ -154,7 +154,7 @@ TEST_F(EbpfSourceTest, CountsASegmentedPacketAsTheFramesThatItIs)
     }
 }
 
-// What a virtual machine hands over: a large TCP packet whose segments nobody has counted.
+// What a virtual machine hands over: a large TCP packet whose segments are not counted.
 TEST_F(EbpfSourceTest, CountsSegmentsThatNobodyHasCounted)
 {
     struct Row {

@@ -184,8 +184,8 @@ TEST_P(RingPairOn, RefusesAnInterfaceThatIsNotThere)
 
 // ---- packets that are several frames ----
 
-// Puts a TCP packet on the interface as its own stack would: whole, to be cut into segments by whoever can't
-// have it whole.
+// Puts a TCP packet on the interface as its own stack would: whole, to be cut into segments by a
+// receiver that can't take it whole.
 void SendWhole(const std::string& device, std::size_t payload, std::uint16_t segmentSize)
 {
     constexpr std::size_t kHeaders = 14 + 20 + 20;

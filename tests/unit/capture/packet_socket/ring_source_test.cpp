@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What only packet sockets have to do as a source: pools that are exact at 1:1, rings that are made anew, and
-// rows of changes that hold nobody up.
+// rows of changes that do not hold up the loop.
 
 #include "capture/packet_socket/source.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What goes wrong at one collector: which datagrams it costs, what the status says, and that it costs nobody
-// else.
+// What goes wrong at one collector: which datagrams it costs, what the status says, and that it costs no
+// other collector.
 
 #include <cerrno>
 #include <cstdint>
@@ -25,7 +25,7 @@ using testing::HasSubstr;
 
 std::error_code Code(int error) { return {error, std::generic_category()}; }
 
-/// Two interfaces that end in each other: what is sent on `out` arrives at nobody's socket.
+/// Two interfaces that end in each other: what is sent on `out` arrives at no socket.
 void MakeWire(const std::string& qdisc)
 {
     Network::Veth("out", "in");
@@ -395,7 +395,7 @@ TEST_F(ExporterLog, HasOneLineForARowOfErrorsAndOneForItsEnd)
     }
     send(100);
     EXPECT_THAT(Lines(), ElementsAre(HasSubstr("refused"), HasSubstr("again"), HasSubstr("refused")));
-    // Also where what is sent seldom is always refused, and somebody looks.
+    // Also where what is sent seldom is always refused, and the state is read.
     for (int n = 0; n < 5; ++n) {
         exporter.TakeErrors();
         uptime += milliseconds(20'000);
