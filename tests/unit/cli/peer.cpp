@@ -47,6 +47,12 @@ std::unique_ptr<netconf::Client> Peer::Connect()
     return std::make_unique<netconf::Client>(base::UniqueFd(ends[0]), "peer");
 }
 
+std::vector<std::string> Peer::Requests() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_requests;
+}
+
 void Peer::Serve(int descriptor)
 {
     const netconf::Hello hello{{std::string(netconf::kBase10)}, 1};
@@ -61,7 +67,10 @@ void Peer::Serve(int descriptor)
             if (!std::exchange(helloSeen, true)) continue;
             const std::size_t begin = message->find('>') + 1;
             const std::string operation = message->substr(begin, message->rfind("</rpc>") - begin);
-            m_requests.push_back(operation);
+            {
+                const std::lock_guard lock(m_mutex);
+                m_requests.push_back(operation);
+            }
             const auto reply = m_answer(operation);
             if (!reply)
                 ::shutdown(descriptor, SHUT_RDWR);

@@ -6,6 +6,8 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,13 +29,14 @@ public:
     /// A session with this peer; served by a thread until the client goes.
     std::unique_ptr<netconf::Client> Connect();
 
-    /// The operations received, in order. Only when every client has gone, or waits for nothing.
-    [[nodiscard]] const std::vector<std::string>& Requests() const { return m_requests; }
+    /// The operations received by now, in order.
+    [[nodiscard]] std::vector<std::string> Requests() const;
 
 private:
     void Serve(int descriptor);
 
     Answer m_answer;
+    mutable std::mutex m_mutex;  // of m_requests: each session has a thread
     std::vector<std::string> m_requests;
     std::vector<std::thread> m_threads;
 };
