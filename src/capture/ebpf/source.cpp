@@ -100,7 +100,7 @@ public:
 
     void Drain() override
     {
-        HandOver();
+        if (HandOver()) m_waker->Continue();
         m_sink.OnDrained();
     }
 
@@ -209,7 +209,7 @@ private:
         const unsigned long end = m_ring->Produced();
         for (int tries = 0; m_ring->IsBefore(end) && tries < kUnfinishedTries; ++tries) {
             if (tries > 0) std::this_thread::yield();  // another CPU is writing a record
-            HandOver();
+            if (HandOver()) m_waker->Continue();
         }
         return EbpfBatch::Last(port);
     }

@@ -29,6 +29,12 @@ EbpfWaker::EbpfWaker(boost::asio::io_context& loop, base::Timers& timers, int ri
     Wait();
 }
 
+void EbpfWaker::Continue()
+{
+    m_last = false;
+    m_alarm->Set(kRhythm);
+}
+
 void EbpfWaker::Wait()
 {
     m_wakes.async_wait(boost::asio::posix::stream_descriptor::wait_read,
@@ -42,17 +48,13 @@ void EbpfWaker::OnWake()
     epoll_event event{};
     (void)::epoll_wait(m_wakes.native_handle(), &event, 1, 0);  // takes the edge
     m_look();
-    m_last = false;
-    m_alarm->Set(kRhythm);
+    Continue();
     Wait();
 }
 
 void EbpfWaker::OnTime()
 {
-    if (m_look()) {
-        m_last = false;
-        return m_alarm->Set(kRhythm);
-    }
+    if (m_look()) return Continue();
     if (m_last) return;  // to sleep; the program has been asked to wake us
     // A record that comes between the look above and this line would wait for the next one. So look again,
     // and a last time when all that was under way then must have arrived.

@@ -29,6 +29,10 @@ public:
     EbpfWaker(const EbpfWaker&) = delete;
     EbpfWaker& operator=(const EbpfWaker&) = delete;
 
+    /// To be called after a look of another's that found something: the loop hears of no wake-up whose
+    /// records are taken, and the program sends no other until it is asked to.
+    void Continue();
+
 private:
     void Wait();
     void OnWake();

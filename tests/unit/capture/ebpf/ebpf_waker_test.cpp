@@ -32,6 +32,12 @@ protected:
         EXPECT_EQ(sink.samples.size(), samples);
     }
     std::size_t Handlers() { return loop.poll(); }
+    // As long as it takes to fall asleep.
+    void Rest()
+    {
+        Handlers();
+        for (int i = 0; i < 3; ++i) timers.Advance(kRhythm);
+    }
 };
 
 TEST_F(EbpfWakerTest, HandsALonePacketOverAtOnce)
@@ -79,6 +85,48 @@ TEST_F(EbpfWakerTest, IsWokenBetweenItsLastLooks)
     timers.Advance(kRhythm);
     Cross(1);
     Await(4);
+}
+
+// The loop does not hear of the wake-up: what it was for is taken before it comes to it.
+TEST_F(EbpfWakerTest, IsWokenAfterADrainBeforeTheWakeUpIsHeardOf)
+{
+    Handlers();
+    Cross(1);
+    EXPECT_TRUE(support::Becomes([&] {
+        source->Drain();
+        return sink.samples.size() == 1;
+    }));
+    Rest();
+    Cross(1);
+    Await(2);
+}
+
+TEST_F(EbpfWakerTest, IsWokenAfterAnInterfaceEndedBeforeTheWakeUpIsHeardOf)
+{
+    Add(left, {.rate = 1, .headerSize = 128});
+    Handlers();
+    Cross(1);
+    EXPECT_TRUE(support::Becomes([&] { return source->Read(right).pool == 1; }));
+    source->Remove(left);
+    EXPECT_EQ(sink.samples.size(), 1U);
+    Rest();
+    Cross(1);
+    Await(2);
+}
+
+TEST_F(EbpfWakerTest, IsWokenAfterADrainBetweenItsLastLooks)
+{
+    Cross(1);
+    Await(1);
+    timers.Advance(kRhythm);
+    Cross(1);
+    EXPECT_TRUE(support::Becomes([&] {
+        source->Drain();
+        return sink.samples.size() == 2;
+    }));
+    Rest();
+    Cross(1);
+    Await(3);
 }
 
 TEST_F(EbpfWakerTest, IsWokenWhenTheRingFills)
