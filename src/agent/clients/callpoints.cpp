@@ -207,7 +207,7 @@ void PendingRequest::Fail(std::size_t index, const std::string& why)
 {
     if (!m_done) return;
     ForgetAll();
-    Finish(Failure(m_entries[index], m_schema, why));
+    Finish(base::Unexpected(Failure(m_entries[index], m_schema, why)));
 }
 
 void PendingRequest::Finish(Callpoints::Result result)
