@@ -103,8 +103,7 @@ public:
     void Commit() const
     {
         const auto result = datastore->Commit({});
-        if (const auto* errors = std::get_if<std::vector<cdb::Error>>(&result))
-            throw std::runtime_error(errors->front().message);
+        if (!result) throw std::runtime_error(result.error().front().message);
     }
 
     std::unique_ptr<cdb::Datastore> datastore;

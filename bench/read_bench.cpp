@@ -147,8 +147,7 @@ void Read(benchmark::State& state, const World& world, const SubtreeFilter* filt
     for (auto _ : state) {
         std::string out;
         std::optional<agent::FilterPlan> plan;
-        if (filter != nullptr)
-            plan = std::get<agent::FilterPlan>(agent::FilterPlan::Make(TheDataSchema(), *filter));
+        if (filter != nullptr) plan = agent::FilterPlan::Make(TheDataSchema(), *filter).value();
         const auto rows = cdb::MakeRowView(*world.store);
         agent::RowSource source(TheDataSchema(), *rows);
         agent::WriteData(TheDataSchema(), source, {defaults, plan ? &*plan : nullptr, {}}, out);

@@ -77,8 +77,8 @@ bool Replace(const std::filesystem::path& directory, const cdb::Schema& schema, 
         return false;
     }
     const auto result = datastore.Commit({"test", "test", "", 0});
-    if (const auto* errors = std::get_if<std::vector<cdb::Error>>(&result)) {
-        for (const auto& error : *errors) slog::Error("{} {}", error.path, error.message);
+    if (!result) {
+        for (const auto& error : result.error()) slog::Error("{} {}", error.path, error.message);
         return false;
     }
     return true;

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <utility>
-#include <variant>
 
 #include "agent/access/access_file.h"
 #include "cdb/model/error.h"
@@ -23,8 +22,8 @@ std::string Access::Reload()
         rules = DefaultAccessRules(m_options.adminGroup);
     } else {
         auto read = ReadAccessFile(m_options.file, m_options.yangDirectory, m_schema);
-        if (auto* problem = std::get_if<std::string>(&read)) return std::move(*problem);
-        rules = std::get<AccessRules>(std::move(read));
+        if (!read) return std::move(read.error());
+        rules = *std::move(read);
     }
     m_source = std::make_shared<const AccessGrant::Source>(
         AccessGrant::Source{std::move(rules), ProtectedNodes::Of(m_schema), ++m_generation});

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <unordered_set>
 #include <utility>
-#include <variant>
 
 #include "agent/access/access_grant.h"
 #include "cdb/datastore/edit_operation.h"
@@ -98,8 +97,8 @@ void EditCheck::Node(const lyd_node* edit, const lysc_node* schema, EditOp inher
                      const lyd_node* siblings)
 {
     const auto own = cdb::OperationOf(edit, inherited);
-    if (schema == nullptr || std::holds_alternative<cdb::Error>(own)) return;  // the datastore refuses it
-    const EditOp operation = std::get<EditOp>(own);
+    if (schema == nullptr || !own) return;  // the datastore refuses it
+    const EditOp operation = *own;
     const lyd_node* there = Existing(edit, schema, siblings);
     if (operation == EditOp::kDelete || operation == EditOp::kRemove) {
         if (there != nullptr && !MayDelete(there))

@@ -221,8 +221,8 @@ AccessRules RulesOf(const lyd_node* nacm, const ly_ctx* schema)
 
 }  // namespace
 
-std::variant<AccessRules, std::string> ReadAccessFile(const fs::path& file, const fs::path& yangDirectory,
-                                                      const ly_ctx* schema)
+base::expected<AccessRules, std::string> ReadAccessFile(const fs::path& file, const fs::path& yangDirectory,
+                                                        const ly_ctx* schema)
 try {
     const std::string text = Contents(file);
     const auto own = cdb::Schema::Load(yangDirectory);
@@ -232,9 +232,9 @@ try {
     const Tree tree = Parse(own->Context(), text);
     return RulesOf(tree.get(), schema);
 } catch (const Problem& problem) {
-    return "the access rules " + file.string() + ": " + problem.text;
+    return base::Unexpected("the access rules " + file.string() + ": " + problem.text);
 } catch (const std::exception& error) {
-    return "the access rules " + file.string() + " can't be read: " + error.what();
+    return base::Unexpected("the access rules " + file.string() + " can't be read: " + error.what());
 }
 
 }  // namespace agent

@@ -6,9 +6,9 @@
 
 #include <filesystem>
 #include <string>
-#include <variant>
 
 #include "agent/access/access_rules.h"
+#include "base/expected.h"
 
 struct ly_ctx;
 
@@ -17,9 +17,9 @@ namespace agent {
 /// The rules, their paths resolved against `schema`; or what is wrong with the file, with its line. The file
 /// is parsed in a context of its own, made of the modules in `yangDirectory`: a rule about a node that the
 /// modules do not have is an error, not a rule without effect.
-std::variant<AccessRules, std::string> ReadAccessFile(const std::filesystem::path& file,
-                                                      const std::filesystem::path& yangDirectory,
-                                                      const ly_ctx* schema);
+base::expected<AccessRules, std::string> ReadAccessFile(const std::filesystem::path& file,
+                                                        const std::filesystem::path& yangDirectory,
+                                                        const ly_ctx* schema);
 
 }  // namespace agent
 

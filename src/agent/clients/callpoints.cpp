@@ -207,7 +207,7 @@ void PendingRequest::Fail(std::size_t index, const std::string& why)
 {
     if (!m_done) return;
     ForgetAll();
-    Finish(Failure(m_entries[index], m_schema, why));
+    Finish(base::Unexpected(Failure(m_entries[index], m_schema, why)));
 }
 
 void PendingRequest::Finish(Callpoints::Result result)
@@ -232,7 +232,8 @@ Callpoints::PendingRequestPtr Callpoints::Ask(std::vector<cdb::NewEntry> entries
         ClientPtr& holder = holders[entry.callpoint];
         if (!holder) holder = m_clients.CallpointHolder(entry.callpoint);
         if (holder) continue;
-        done(Failure(entry, m_schema, "no process serves it; start sflow-app and try again"));
+        done(base::Unexpected(
+            Failure(entry, m_schema, "no process serves it; start sflow-app and try again")));
         return nullptr;
     }
     if (entries.empty()) {

@@ -8,12 +8,12 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <variant>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
 
 #include "agent/clients/clients.h"
+#include "base/expected.h"
 #include "base/timers.h"
 #include "cdb/datastore/edit_records.h"
 #include "cdb/model/error.h"
@@ -22,7 +22,7 @@ namespace agent {
 
 class Callpoints {
 public:
-    using Result = std::variant<std::vector<cdb::LeafWrite>, cdb::Error>;
+    using Result = base::expected<std::vector<cdb::LeafWrite>, cdb::Error>;
 
     struct Limits {
         std::chrono::milliseconds progress{5'000};  // without any answer while one is missing

@@ -87,10 +87,10 @@ class FilterPlanner {
 public:
     explicit FilterPlanner(const FilterLimits& limits) : m_limits(limits) { NewBranch(); }
 
-    std::variant<FilterPlan, cdb::Error> Run(const DataSchema& schema, const SubtreeFilter& filter)
+    base::expected<FilterPlan, cdb::Error> Run(const DataSchema& schema, const SubtreeFilter& filter)
     {
         for (const FilterNode& node : filter) Add(m_plan.m_branches.front(), schema.Root(), node);
-        if (m_error) return *m_error;
+        if (m_error) return base::Unexpected(*std::move(m_error));
         return std::move(m_plan);
     }
 
@@ -226,8 +226,8 @@ private:
     std::optional<cdb::Error> m_error;
 };
 
-std::variant<FilterPlan, cdb::Error> FilterPlan::Make(const DataSchema& schema, const SubtreeFilter& filter,
-                                                      const FilterLimits& limits)
+base::expected<FilterPlan, cdb::Error> FilterPlan::Make(const DataSchema& schema, const SubtreeFilter& filter,
+                                                        const FilterLimits& limits)
 {
     return FilterPlanner(limits).Run(schema, filter);
 }

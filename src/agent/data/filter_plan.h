@@ -13,11 +13,11 @@
 #include <set>
 #include <string>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "agent/data/data_schema.h"
 #include "agent/data/subtree_filter.h"
+#include "base/expected.h"
 #include "cdb/model/error.h"
 
 namespace agent {
@@ -77,8 +77,8 @@ public:
     };
 
     /// Fails with kTooBig if the filter exceeds a limit. `schema` must outlive the plan.
-    static std::variant<FilterPlan, cdb::Error> Make(const DataSchema& schema, const SubtreeFilter& filter,
-                                                     const FilterLimits& limits = {});
+    static base::expected<FilterPlan, cdb::Error> Make(const DataSchema& schema, const SubtreeFilter& filter,
+                                                       const FilterLimits& limits = {});
 
     [[nodiscard]] const Branch& Root() const { return m_branches.front(); }
 

@@ -107,10 +107,9 @@ bool ImportFile(const cdb::Schema& schema, cdb::Datastore& datastore, const fs::
     info.source = "import";
     info.timeUs = nowUs;
     const auto result = datastore.Commit(info);
-    const auto* errors = std::get_if<std::vector<cdb::Error>>(&result);
-    if (errors == nullptr) return true;
+    if (result) return true;
     datastore.Discard();
-    FailFile(file, TextOf(*errors));
+    FailFile(file, TextOf(result.error()));
 }
 
 }  // namespace agent

@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "agent/data/errors.h"
 #include "agent/netconf/operations.h"
+#include "base/expected.h"
 #include "log/log.h"
 
 namespace agent {
@@ -31,7 +31,7 @@ netconf::RpcError NotOffered(const std::string& what, const std::string& element
 }
 
 /// libyang has checked the values: each is one that the standard defines.
-std::variant<EditOptions, netconf::RpcError> ReadEdit(const lyd_node* operation)
+base::expected<EditOptions, netconf::RpcError> ReadEdit(const lyd_node* operation)
 {
     EditOptions options;
     const std::string_view defaultOperation = ChildText(operation, "default-operation");
@@ -39,19 +39,19 @@ std::variant<EditOptions, netconf::RpcError> ReadEdit(const lyd_node* operation)
     if (defaultOperation == "none") options.operation = cdb::DefaultOperation::kNone;
     // A failed edit is always undone as a whole, so the other two values mean the same.
     if (ChildText(operation, "error-option") == "continue-on-error")
-        return NotOffered("error-option continue-on-error", "error-option");
+        return base::Unexpected(NotOffered("error-option continue-on-error", "error-option"));
     const std::string_view testOption = ChildText(operation, "test-option");
     if (testOption == "set") options.test = cdb::TestOption::kSet;
     if (testOption == "test-only") options.test = cdb::TestOption::kTestOnly;
 
     const lyd_node* config = ChildNamed(operation, "config");
-    if (config == nullptr) return NotOffered("an edit without <config>", "edit-config");
+    if (config == nullptr) return base::Unexpected(NotOffered("an edit without <config>", "edit-config"));
     const auto* any = reinterpret_cast<const lyd_node_any*>(config);
     if (any->value_type == LYD_ANYDATA_DATATREE) {
         options.edit = any->value.tree;
     } else if (any->value.str != nullptr && *any->value.str != '\0') {
-        return MakeError(Layer::kProtocol, ErrorTag::kInvalidValue, "<config> holds no elements",
-                         {{"bad-element", "config"}});
+        return base::Unexpected(MakeError(Layer::kProtocol, ErrorTag::kInvalidValue,
+                                          "<config> holds no elements", {{"bad-element", "config"}}));
     }
     return options;
 }
@@ -91,12 +91,11 @@ struct Operations::CommitJob {
 void Operations::EditConfig(const RequestPtr& request)
 {
     const auto options = ReadEdit(request->Operation());
-    if (const auto* error = std::get_if<netconf::RpcError>(&options)) return request->Refuse(*error);
-    InTurn(request,
-           [this, request, edit = std::get<EditOptions>(options)](const SerialQueue::TicketPtr& ticket) {
-               if (RefuseLocked(request, Target::kCandidate)) return;
-               PlanEdit(std::make_shared<EditJob>(EditJob{request, edit, ticket, {}, {}, {}}));
-           });
+    if (!options) return request->Refuse(options.error());
+    InTurn(request, [this, request, edit = *options](const SerialQueue::TicketPtr& ticket) {
+        if (RefuseLocked(request, Target::kCandidate)) return;
+        PlanEdit(std::make_shared<EditJob>(EditJob{request, edit, ticket, {}, {}, {}}));
+    });
 }
 
 void Operations::PlanEdit(const EditJobPtr& job)
@@ -130,11 +129,11 @@ void Operations::AskCallpoints(const EditJobPtr& job)
     auto pending = m_services.callpoints.Ask(std::move(job->entries), [this, job](Callpoints::Result result) {
         m_asked = {};
         if (!job->request->Wanted()) return;
-        if (const auto* error = std::get_if<cdb::Error>(&result)) {
-            slog::Error("an edit by {} is refused: {}", job->request->Who().user, error->message);
-            return job->request->Refuse(ToRpcError(*error, m_services.schema.Context()));
+        if (!result) {
+            slog::Error("an edit by {} is refused: {}", job->request->Who().user, result.error().message);
+            return job->request->Refuse(ToRpcError(result.error(), m_services.schema.Context()));
         }
-        job->writes = std::get<std::vector<cdb::LeafWrite>>(std::move(result));
+        job->writes = *std::move(result);
         ApplyEdit(job);
     });
     m_asked = {job->request->Who().id, std::move(pending)};
@@ -210,10 +209,10 @@ void Operations::WriteCommit(const CommitJobPtr& job)
                 }
             }
             auto result = m_services.datastore.Commit(job->info);
-            if (auto* errors = std::get_if<std::vector<cdb::Error>>(&result))
-                job->errors = std::move(*errors);
+            if (result)
+                job->written = WriteOut(*std::move(result));
             else
-                job->written = WriteOut(std::get<cdb::ChangeSet>(std::move(result)));
+                job->errors = std::move(result.error());
         },
         [this, job] {
             job->ticket.reset();

@@ -9,13 +9,13 @@
 #include <span>
 #include <string_view>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "agent/data/data_source_rows.h"
 #include "agent/data/data_writer.h"
 #include "agent/data/errors.h"
 #include "agent/netconf/operations.h"
+#include "base/expected.h"
 #include "netconf/xml.h"
 
 namespace agent {
@@ -29,16 +29,16 @@ namespace {
 
 constexpr std::string_view kMonitoring = "urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring";
 
-std::variant<Defaults, netconf::RpcError> DefaultsOf(const Request& request)
+base::expected<Defaults, netconf::RpcError> DefaultsOf(const Request& request)
 {
     const std::string_view mode = ChildText(request.Operation(), "with-defaults");
     if (mode.empty() || mode == "explicit") return Defaults::kExplicit;
     if (mode == "trim") return Defaults::kTrim;
     if (mode == "report-all") return Defaults::kReportAll;
-    return MakeError(
+    return base::Unexpected(MakeError(
         Layer::kProtocol, cdb::ErrorTag::kInvalidValue,
         "with-defaults \"" + std::string(mode) + "\" is not offered; use explicit, trim or report-all",
-        {{"bad-element", "with-defaults"}});
+        {{"bad-element", "with-defaults"}}));
 }
 
 /// The only child of <source> or <target>.
@@ -56,24 +56,25 @@ const lys_module* FindModule(const ly_ctx* context, std::string_view name, std::
     return ly_ctx_get_module(context, module.c_str(), std::string(version).c_str());
 }
 
-using ReadingOrError = std::variant<ReadingPtr, netconf::RpcError>;
+using ReadingOrError = base::expected<ReadingPtr, netconf::RpcError>;
 
 ReadingOrError ReadingOf(const DataSchema& schema, const Request& request,
                          const std::shared_ptr<const AccessGrant>& access, const FilterLimits& limits)
 {
     auto defaults = DefaultsOf(request);
-    if (auto* error = std::get_if<netconf::RpcError>(&defaults)) return std::move(*error);
+    if (!defaults) return base::Unexpected(std::move(defaults.error()));
     const auto reading = std::make_shared<Reading>();
-    reading->options.defaults = std::get<Defaults>(defaults);
+    reading->options.defaults = *defaults;
     if (!access->ReadsAll())
         reading->options.access = [access](const lysc_node* node, std::span<const std::string> keys) {
             return access->Reading(node, keys) != Visibility::kHidden;
         };
     if (!request.Filter()) return reading;
     auto plan = FilterPlan::Make(schema, *request.Filter(), limits);
-    if (auto* error = std::get_if<cdb::Error>(&plan))
-        return MakeError(Layer::kProtocol, error->tag, error->message, {{"bad-element", "filter"}});
-    reading->filter = std::get<FilterPlan>(std::move(plan));
+    if (!plan)
+        return base::Unexpected(
+            MakeError(Layer::kProtocol, plan.error().tag, plan.error().message, {{"bad-element", "filter"}}));
+    reading->filter = *std::move(plan);
     reading->options.filter = &*reading->filter;
     return reading;
 }
@@ -87,8 +88,8 @@ void WithReading(Workbench& bench, const DataSchema& schema, const FilterLimits&
         return ReadingOf(schema, *request, access, limits);
     };
     const auto end = [request, goOn](const ReadingOrError& read) {
-        if (const auto* error = std::get_if<netconf::RpcError>(&read)) return request->Refuse(*error);
-        goOn(std::get<ReadingPtr>(read));
+        if (!read) return request->Refuse(read.error());
+        goOn(*read);
     };
     if (!request->IsLong()) return end(resolve());
     const auto read = std::make_shared<ReadingOrError>();

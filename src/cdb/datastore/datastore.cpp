@@ -218,16 +218,17 @@ std::vector<RowChange> Datastore::ChangedRows() const
     return Compare(m_schema, m_candidate).rows;
 }
 
-std::variant<ChangeSet, std::vector<Error>> Datastore::Commit(const CommitInfo& info)
+base::expected<ChangeSet, std::vector<Error>> Datastore::Commit(const CommitInfo& info)
 {
-    if (auto errors = Validate(); !errors.empty()) return errors;
+    if (auto errors = Validate(); !errors.empty()) return base::Unexpected(std::move(errors));
     Difference difference;
     {
         const cdb::Candidate::Reading reading(m_candidate);
         difference = Compare(m_schema, m_candidate);
     }
     if (!difference.rows.empty())
-        if (auto error = Write(difference, info)) return std::vector<Error>{std::move(*error)};
+        if (auto error = Write(difference, info))
+            return base::Unexpected(std::vector<Error>{std::move(*error)});
     Settle();
     return ChangeSet{m_candidate.Base(), std::move(difference.root)};
 }
@@ -277,11 +278,9 @@ std::vector<Error> Datastore::Initialize(const lyd_node* content, const CommitIn
         for (const auto& created : editor.Created()) FillDefaults(created, warnings);
     }
     auto result = Commit(info);
-    if (auto* errors = std::get_if<std::vector<Error>>(&result)) {
-        Discard();
-        return std::move(*errors);
-    }
-    return {};
+    if (result) return {};
+    Discard();
+    return std::move(result.error());
 }
 
 }  // namespace cdb

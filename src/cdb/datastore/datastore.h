@@ -13,9 +13,9 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <variant>
 #include <vector>
 
+#include "base/expected.h"
 #include "cdb/datastore/candidate.h"
 #include "cdb/datastore/compare.h"
 #include "cdb/datastore/edit_records.h"
@@ -89,7 +89,7 @@ public:
     /// Makes the candidate running: validates, writes the store, then changes running. Returns the change
     /// set, or the errors, with running and candidate as before. An empty change set has nothing for
     /// subscribers; rows were written only if a default was made explicit, or the reverse.
-    [[nodiscard]] std::variant<ChangeSet, std::vector<Error>> Commit(const CommitInfo& info);
+    [[nodiscard]] base::expected<ChangeSet, std::vector<Error>> Commit(const CommitInfo& info);
 
     /// Makes the candidate equal to running.
     void Discard();

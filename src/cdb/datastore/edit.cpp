@@ -89,8 +89,8 @@ Editor::Result Editor::ApplyNode(const lyd_node* edit, EditOp inherited, lyd_nod
     if ((edit->schema->flags & LYS_CONFIG_R) != 0) return NotConfiguration(edit);
     if (m_schema.IdOf(edit->schema) == kNoNode) return NotKept(edit);
     const auto own = OperationOf(edit, inherited);
-    if (const auto* error = std::get_if<Error>(&own)) return *error;
-    const auto operation = std::get<EditOp>(own);
+    if (!own) return own.error();
+    const EditOp operation = *own;
     if (lysc_is_key(edit->schema)) {
         if (IsTwin(edit)) return GivenTwice(edit);
         if (edit->meta != nullptr && (operation == EditOp::kDelete || operation == EditOp::kRemove))
@@ -110,8 +110,8 @@ Editor::Result Editor::ApplyNode(const lyd_node* edit, EditOp inherited, lyd_nod
 Editor::Result Editor::ApplyOpaque(const lyd_node* edit, EditOp inherited, lyd_node* parent)
 {
     const auto own = OperationOf(edit, inherited);
-    if (const auto* error = std::get_if<Error>(&own)) return *error;
-    const auto operation = std::get<EditOp>(own);
+    if (!own) return own.error();
+    const EditOp operation = *own;
     // A leaf to delete needs no value, so an empty one is no error even if its type does not accept that.
     const lysc_node* meant = MeantBy(m_schema, edit);
     const auto* opaque = reinterpret_cast<const lyd_node_opaq*>(edit);

@@ -71,7 +71,7 @@ EditOp InitialOperation(DefaultOperation operation)
     return EditOp::kMerge;
 }
 
-std::variant<EditOp, Error> OperationOf(const lyd_node* edit, EditOp inherited)
+base::expected<EditOp, Error> OperationOf(const lyd_node* edit, EditOp inherited)
 {
     static constexpr std::array<std::pair<std::string_view, EditOp>, 5> kOperations{{
         {"merge", EditOp::kMerge},
@@ -84,7 +84,7 @@ std::variant<EditOp, Error> OperationOf(const lyd_node* edit, EditOp inherited)
     if (text == nullptr) return inherited;
     for (const auto& [name, operation] : kOperations)
         if (name == text) return operation;
-    return BadOperation(edit, text);
+    return base::Unexpected(BadOperation(edit, text));
 }
 
 bool IsPlain(const lyd_node* edit) { return edit->schema != nullptr && IsPlainBelow(edit); }

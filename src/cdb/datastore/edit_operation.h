@@ -7,8 +7,8 @@
 
 #include <optional>
 #include <string>
-#include <variant>
 
+#include "base/expected.h"
 #include "cdb/datastore/edit_records.h"
 #include "cdb/model/error.h"
 
@@ -22,7 +22,7 @@ enum class EditOp { kMerge, kReplace, kCreate, kDelete, kRemove, kNone };
 EditOp InitialOperation(DefaultOperation operation);
 
 /// The node's own operation, else the inherited one; bad-attribute if the operation does not exist.
-std::variant<EditOp, Error> OperationOf(const lyd_node* edit, EditOp inherited);
+base::expected<EditOp, Error> OperationOf(const lyd_node* edit, EditOp inherited);
 
 /// Whether the node can be copied as it is: nothing below it has an operation or is state, opaque or given
 /// twice.

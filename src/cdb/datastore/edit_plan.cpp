@@ -43,9 +43,8 @@ private:
     {
         const NodeId id = m_schema.IdOf(edit->schema);
         if (id == kNoNode) return edit->schema == nullptr;  // an opaque node has nothing below it to create
-        const auto own = OperationOf(edit, inherited);
-        const auto* operation = std::get_if<EditOp>(&own);
-        if (operation == nullptr) return false;
+        const auto operation = OperationOf(edit, inherited);
+        if (!operation) return false;
         if (m_table[id].kind == NodeKind::kLeaf) return true;
         if (m_table[id].kind == NodeKind::kList) return Unit(edit, id, *operation);
         if (*operation != EditOp::kMerge && *operation != EditOp::kNone && *operation != EditOp::kCreate)

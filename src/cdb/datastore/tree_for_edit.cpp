@@ -39,9 +39,8 @@ private:
         const NodeId id = edit->schema == nullptr ? kNoNode : m_schema.IdOf(edit->schema);
         if (id == kNoNode || m_table[id].kind == NodeKind::kLeaf) return;
         if (m_table[id].kind == NodeKind::kList) return Unit({id, KeysOf(edit)});
-        const auto own = OperationOf(edit, inherited);
-        const auto* operation = std::get_if<EditOp>(&own);
-        if (operation == nullptr) return;  // the datastore refuses it
+        const auto operation = OperationOf(edit, inherited);
+        if (!operation) return;  // the datastore refuses it
         const bool takesOut =
             *operation == EditOp::kReplace || *operation == EditOp::kDelete || *operation == EditOp::kRemove;
         if (takesOut) UnitsBelow(id);

@@ -218,28 +218,28 @@ std::uint64_t CountBytes(const Environment& environment, MDB_txn* transaction)
     return bytes;
 }
 
-std::variant<HistoryEntry, Error> WithUndo(const Environment& environment, MDB_txn* transaction,
-                                           std::uint64_t commit)
+base::expected<HistoryEntry, Error> WithUndo(const Environment& environment, MDB_txn* transaction,
+                                             std::uint64_t commit)
 {
-    const auto damaged = [&]() -> Error {
-        return {
+    const auto damaged = [&] {
+        return base::Unexpected(Error{
             .tag = ErrorTag::kOperationFailed,
             .message = "the store in " + environment.Directory().string() +
                        " is damaged: what undoes commit " + std::to_string(commit) +
-                       " can't be read; load a configuration instead, or restore the directory from a copy"};
+                       " can't be read; load a configuration instead, or restore the directory from a copy"});
     };
     const std::string key = codec::NumberBytes(commit);
     Cursor entries(transaction, environment.history);
     if (!entries.GoTo(key) || entries.Key() != key) {
         if (entries.code != MDB_SUCCESS && entries.code != MDB_NOTFOUND) return damaged();
-        return NotKept(commit, "it is not in the history, or not any more");
+        return base::Unexpected(NotKept(commit, "it is not in the history, or not any more"));
     }
     if (!codec::IsIntact(key, entries.Value())) return damaged();
     auto stored = codec::HistoryEntryOf(*codec::Payload(entries.Value()));
     if (!stored) return damaged();
     if (stored->undoLeftOut)
-        return NotKept(commit,
-                       "it was larger than the history may be; raise cdbd's --history-bytes for later ones");
+        return base::Unexpected(NotKept(
+            commit, "it was larger than the history may be; raise cdbd's --history-bytes for later ones"));
     if (stored->undoChunks == 0 || environment.undo == Environment::kNoDatabase)
         return std::move(stored->entry);
     std::string undo;

@@ -7,9 +7,9 @@
 
 #include <cstdint>
 #include <string>
-#include <variant>
 #include <vector>
 
+#include "base/expected.h"
 #include "cdb/model/error.h"
 #include "cdb/model/history.h"
 #include "cdb/rows/environment.h"
@@ -47,8 +47,8 @@ std::size_t DropHalf(WriteTransaction& write, const Environment& environment);
 /// Writes the unchanged count, for the sake of the write.
 void WriteAgain(WriteTransaction& write, const Environment& environment);
 
-std::variant<HistoryEntry, Error> WithUndo(const Environment& environment, MDB_txn* transaction,
-                                           std::uint64_t commit);
+base::expected<HistoryEntry, Error> WithUndo(const Environment& environment, MDB_txn* transaction,
+                                             std::uint64_t commit);
 
 /// The bytes of both databases' values, from their sizes. Throws FatalError.
 std::uint64_t CountBytes(const Environment& environment, MDB_txn* transaction);

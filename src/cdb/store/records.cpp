@@ -212,8 +212,7 @@ void CheckHistoryWhole(Environment& environment, const std::vector<std::uint64_t
     auto reading = environment.BeginReading();
     for (const std::uint64_t commit : commits) {
         const auto found = history::WithUndo(environment, reading->transaction, commit);
-        const auto* error = std::get_if<Error>(&found);
-        if (error != nullptr && error->tag != ErrorTag::kDataMissing)
+        if (!found && found.error().tag != ErrorTag::kDataMissing)
             throw DamagedRecord("what undoes commit " + std::to_string(commit) + " can't be read");
     }
     const auto stored = environment.Meta(reading->transaction, codec::kHistoryBytesKey);

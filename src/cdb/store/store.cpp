@@ -222,7 +222,7 @@ std::vector<HistoryEntry> Store::History(std::size_t limit) const
                                 });
 }
 
-std::variant<HistoryEntry, Error> Store::HistoryUndo(std::uint64_t commit) const
+base::expected<HistoryEntry, Error> Store::HistoryUndo(std::uint64_t commit) const
 {
     auto& environment = *m_impl->environment;
     auto reading = environment.BeginReading();

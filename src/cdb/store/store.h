@@ -16,9 +16,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
+#include "base/expected.h"
 #include "cdb/model/error.h"
 #include "cdb/model/fault.h"
 #include "cdb/model/history.h"
@@ -100,7 +100,7 @@ public:
     [[nodiscard]] std::vector<HistoryEntry> History(std::size_t limit) const;
 
     /// The entry with its undo. kDataMissing if that is not kept; kOperationFailed if it is damaged.
-    [[nodiscard]] std::variant<HistoryEntry, Error> HistoryUndo(std::uint64_t commit) const;
+    [[nodiscard]] base::expected<HistoryEntry, Error> HistoryUndo(std::uint64_t commit) const;
 
     /// The bytes that the history's limit counts.
     [[nodiscard]] std::uint64_t HistoryBytes() const;

@@ -57,7 +57,7 @@ public:
     {
         Edit(sflow);
         const auto done = m_datastore->Commit({"root", "test", "", 1});
-        EXPECT_TRUE(std::holds_alternative<cdb::ChangeSet>(done));
+        EXPECT_TRUE(done.has_value());
     }
 
     void Edit(const std::string& sflow)

@@ -5,7 +5,6 @@
 #include <libyang/libyang.h>
 
 #include <string>
-#include <variant>
 
 #include "agent/agent_world.h"
 #include "agent/data/data_writer.h"
@@ -45,7 +44,7 @@ std::string Filtered(const lyd_node* tree, const std::optional<agent::SubtreeFil
     agent::WriteOptions options{.defaults = defaults};
     std::string out;
     std::optional<agent::FilterPlan> plan;
-    if (filter) plan = std::get<agent::FilterPlan>(agent::FilterPlan::Make(DataSchema(), *filter));
+    if (filter) plan = agent::FilterPlan::Make(DataSchema(), *filter).value();
     if (plan) options.filter = &*plan;
     agent::WriteData(DataSchema(), source, options, out);
     return out;

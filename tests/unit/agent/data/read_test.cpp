@@ -7,7 +7,6 @@
 
 #include <optional>
 #include <string>
-#include <variant>
 
 #include "agent/agent_world.h"
 #include "agent/data/data_source_rows.h"
@@ -32,7 +31,7 @@ std::string WrittenFrom(agent::DataSource& source, const std::optional<SubtreeFi
                         Defaults defaults = Defaults::kExplicit, agent::ReadAccess access = nullptr)
 {
     std::optional<agent::FilterPlan> plan;
-    if (filter) plan = std::get<agent::FilterPlan>(agent::FilterPlan::Make(DataSchema(), *filter));
+    if (filter) plan = agent::FilterPlan::Make(DataSchema(), *filter).value();
     std::string out;
     agent::WriteData(DataSchema(), source, {defaults, plan ? &*plan : nullptr, std::move(access)}, out);
     return out;
@@ -139,10 +138,9 @@ SubtreeFilter SflowFilter(std::vector<FilterNode> children)
 std::string Refusal(const SubtreeFilter& filter, const agent::FilterLimits& limits = {})
 {
     const auto plan = agent::FilterPlan::Make(DataSchema(), filter, limits);
-    const auto* error = std::get_if<cdb::Error>(&plan);
-    if (error == nullptr) return "taken";
-    EXPECT_EQ(error->tag, cdb::ErrorTag::kTooBig);
-    return error->message;
+    if (plan) return "taken";
+    EXPECT_EQ(plan.error().tag, cdb::ErrorTag::kTooBig);
+    return plan.error().message;
 }
 
 TEST(FilterPlan, RefusesMoreNodesThanTheLimit)
@@ -183,7 +181,7 @@ TEST(FilterPlan, JoinsAlternativesOfTheSameEntry)
     const auto filter =
         SflowFilter({named("b", Element("sampling-rate")), named("a", Element("sampling-rate")),
                      named("b", Element("flow-sampling-collector"))});
-    const auto plan = std::get<agent::FilterPlan>(agent::FilterPlan::Make(DataSchema(), filter));
+    const auto plan = agent::FilterPlan::Make(DataSchema(), filter).value();
     const auto only = [](const agent::FilterPlan::Branch& branch) -> const agent::FilterPlan::Inner& {
         EXPECT_EQ(branch.inners.size(), 1U);
         return branch.inners.front();

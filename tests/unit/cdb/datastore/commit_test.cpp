@@ -11,7 +11,7 @@ using Strings = std::vector<std::string>;
 
 cdb::HistoryEntry UndoOf(const cdb::Store& store, std::uint64_t commit)
 {
-    return std::get<cdb::HistoryEntry>(store.HistoryUndo(commit));
+    return store.HistoryUndo(commit).value();
 }
 
 constexpr const char* kCollector = "<collector><name>c1</name><ip>192.0.2.1</ip></collector>";
@@ -59,7 +59,7 @@ TEST_F(Commits, ACommitOfNothingWritesNothing)
 TEST_F(Commits, TheHistorySaysWhoAndWhen)
 {
     Edit(Sflow(kCollector));
-    ASSERT_TRUE(std::holds_alternative<cdb::ChangeSet>(datastore->Commit({"ann", "netconf", "first", 77})));
+    ASSERT_TRUE(datastore->Commit({"ann", "netconf", "first", 77}).has_value());
     const auto history = store->History(5);
     ASSERT_EQ(history.size(), 1U);
     EXPECT_EQ(history[0].commit, 1U);
@@ -121,9 +121,8 @@ TEST_F(Commits, AFullStoreLeavesRunningAndCandidateAsTheyWere)
     Edit(Sflow(many));
     const auto candidate = Shown(CandidateTree().get());
     const auto result = datastore->Commit({});
-    const auto* errors = std::get_if<std::vector<cdb::Error>>(&result);
-    ASSERT_NE(errors, nullptr);
-    EXPECT_EQ(errors->front().tag, ErrorTag::kResourceDenied);
+    ASSERT_FALSE(result.has_value());
+    EXPECT_EQ(result.error().front().tag, ErrorTag::kResourceDenied);
     EXPECT_EQ(Shown(RunningTree().get()), before);
     EXPECT_EQ(Shown(CandidateTree().get()), candidate);
     EXPECT_EQ(store->LastCommit(), 1U);

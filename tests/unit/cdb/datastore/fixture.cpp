@@ -134,11 +134,9 @@ cdb::TreePtr DatastoreTest::CandidateTree() const
 cdb::ChangeSet DatastoreTest::Commit()
 {
     auto result = datastore->Commit({"tester", "test", "", 1});
-    if (auto* errors = std::get_if<std::vector<cdb::Error>>(&result)) {
-        ADD_FAILURE() << errors->front().message;
-        return {};
-    }
-    return std::get<cdb::ChangeSet>(result);
+    if (result) return *std::move(result);
+    ADD_FAILURE() << result.error().front().message;
+    return {};
 }
 
 std::vector<std::string> DatastoreTest::Apply(const std::string& xml, cdb::DefaultOperation operation)

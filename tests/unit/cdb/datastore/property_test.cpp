@@ -53,7 +53,7 @@ protected:
         const std::string running = naive::Everything(RunningTree().get());
         const std::string candidate = naive::Everything(CandidateTree().get());
         const auto result = datastore->Commit({});
-        if (std::holds_alternative<cdb::ChangeSet>(result)) {
+        if (result) {
             ++m_commits;
             ASSERT_EQ(naive::Everything(RunningTree().get()), candidate);
             ASSERT_EQ(naive::Everything(CandidateTree().get()), candidate);
@@ -73,7 +73,7 @@ protected:
     {
         const std::string running = naive::Everything(RunningTree().get());
         const auto entry = store->HistoryUndo(store->LastCommit());
-        ASSERT_FALSE(datastore->Undo(std::get<cdb::HistoryEntry>(entry)));
+        ASSERT_FALSE(datastore->Undo(entry.value()));
         ASSERT_EQ(naive::RowsOf(TheSchema(), CandidateTree().get()), m_before);
         datastore->Discard();
         ASSERT_EQ(naive::Everything(RunningTree().get()), running);

@@ -100,7 +100,7 @@ TEST(StoreFull, TakesAnyNumberOfBulkChangesInASmallMap)
         ASSERT_FALSE(error) << round << ": " << error->message;
     }
     EXPECT_EQ(store->LastCommit(), 200U);
-    EXPECT_EQ(std::get<cdb::HistoryEntry>(store->HistoryUndo(200)).undoRows.size(), 1000U);
+    EXPECT_EQ(store->HistoryUndo(200).value().undoRows.size(), 1000U);
     EXPECT_GT(store->History(1000).size(), 20U);
 }
 

@@ -60,14 +60,10 @@ protected:
     cdb::Error NoUndo(std::uint64_t commit)
     {
         const auto found = m_store->HistoryUndo(commit);
-        const auto* error = std::get_if<cdb::Error>(&found);
-        return error != nullptr ? *error : cdb::Error{.message = "it is there"};
+        return found ? cdb::Error{.message = "it is there"} : found.error();
     }
 
-    HistoryEntry WithUndo(std::uint64_t commit)
-    {
-        return std::get<HistoryEntry>(m_store->HistoryUndo(commit));
-    }
+    HistoryEntry WithUndo(std::uint64_t commit) { return m_store->HistoryUndo(commit).value(); }
 
     /// The count that is kept is the one that can be made.
     void ExpectCountRight()

@@ -169,7 +169,7 @@ TEST_F(StoreTest, ListsTheHistoryNewestFirst)
     EXPECT_EQ(history[0].source, "netconf");
     EXPECT_EQ(history[0].comment, "more of it");
     EXPECT_EQ(history[0].undo, "");  // what undoes it is asked for by itself
-    EXPECT_EQ(std::get<cdb::HistoryEntry>(m_store->HistoryUndo(2)).undo, entry.undo);
+    EXPECT_EQ(m_store->HistoryUndo(2).value().undo, entry.undo);
     EXPECT_EQ(history[1].commit, 1U);
     EXPECT_EQ(m_store->History(1).size(), 1U);
     EXPECT_EQ(m_store->History(0).size(), 0U);
