@@ -7,8 +7,6 @@
 #include <cstring>
 #include <new>
 
-#include "platform/embedded/confd/error.h"
-
 namespace embedded {
 namespace {
 
