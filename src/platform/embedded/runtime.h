@@ -6,7 +6,6 @@
 #ifndef PLATFORM_EMBEDDED_RUNTIME_H
 #define PLATFORM_EMBEDDED_RUNTIME_H
 
-#include <chrono>
 #include <memory>
 #include <string>
 #include <utility>
@@ -77,7 +76,6 @@ struct Runtime {
     std::string process;
     std::string cdbSocket = base::RunDirectory() + "/cdb.sock";
     std::string managerSocket = base::RunDirectory() + "/manager.sock";
-    std::chrono::milliseconds stuckLimit{10'000};  // a manager that takes no bytes for this time is lost
     boost::asio::io_context loop{};
     /// Tests replace it before anything else is built.
     std::unique_ptr<base::Timers> timers = base::MakeTimers(loop);

@@ -26,6 +26,9 @@ using ipc::manager::ServerMessage;
 
 constexpr std::chrono::milliseconds kCheckInterval{1000};
 
+/// A manager that takes no bytes for this time is lost.
+constexpr std::chrono::milliseconds kStuckLimit{10'000};
+
 void Tell(const sflow::IService::Notice& notice)
 {
     if (notice.first) notice.first(notice.second);
@@ -188,7 +191,7 @@ private:
 
     void CheckProgress()
     {
-        if (m_link.Stuck(m_runtime.stuckLimit)) {
+        if (m_link.Stuck(kStuckLimit)) {
             m_link.Retry();
             return EndSession("the manager takes nothing");
         }
