@@ -14,7 +14,6 @@
 
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
-#include "platform/embedded/qxos/context_access.h"
 #include "platform/embedded/runtime.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Makes texts that peers send fit for XML, JSON, the log and a terminal. Used once, where such a text comes
-// in.
+// Makes texts that peers send fit for XML, JSON, the log and a terminal: used once, where such a text comes
+// in; and any text fit for one line.
 
 #ifndef BASE_TEXT_H
 #define BASE_TEXT_H
@@ -24,6 +24,27 @@ std::string Presentable(std::string_view text, std::size_t limit = kMaxPeerText)
 
 /// The same, in place. A text that is presentable already, as nearly all are, is not copied.
 void MakePresentable(std::string& text, std::size_t limit = kMaxPeerText);
+
+/// The text with control characters written as \n, \t or \xNN; a backslash stays as it is. Inline: the log
+/// has none of this folder's sources.
+inline std::string Printable(std::string_view text)
+{
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string out;
+    out.reserve(text.size());
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7f)
+            out += c;
+        else if (c == '\n')
+            out += "\\n";
+        else if (c == '\t')
+            out += "\\t";
+        else
+            out.append("\\x").append({kDigits[byte >> 4U], kDigits[byte & 0x0FU]});
+    }
+    return out;
+}
 
 }  // namespace base
 

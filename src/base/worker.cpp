@@ -3,10 +3,13 @@
 
 #include "base/worker.h"
 
+#include <pthread.h>
 #include <sys/eventfd.h>
 
 #include <cerrno>
 #include <condition_variable>
+#include <csignal>
+#include <cstddef>
 #include <deque>
 #include <mutex>
 #include <system_error>
@@ -17,13 +20,21 @@
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
 
-#include "base/thread.h"
 #include "base/unique_fd.h"
 
 namespace base {
 namespace {
 
 using Action = std::function<void()>;
+
+constexpr std::size_t kStack = std::size_t{256} * 1024;
+
+void* RunThread(void* held)
+{
+    const std::unique_ptr<Action> run(static_cast<Action*>(held));
+    (*run)();
+    return nullptr;
+}
 
 struct Task {
     Action work;
@@ -178,6 +189,23 @@ private:
 };
 
 }  // namespace
+
+bool BeginThread(std::function<void()> run)
+{
+    auto held = std::make_unique<Action>(std::move(run));
+    sigset_t all;
+    sigfillset(&all);
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0) return false;
+    pthread_t thread{};
+    const bool begun = pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED) == 0 &&
+                       pthread_attr_setstacksize(&attributes, kStack) == 0 &&
+                       pthread_attr_setsigmask_np(&attributes, &all) == 0 &&
+                       pthread_create(&thread, &attributes, &RunThread, held.get()) == 0;
+    pthread_attr_destroy(&attributes);
+    if (begun) (void)held.release();  // the thread has it
+    return begun;
+}
 
 std::unique_ptr<Worker> MakeWorker(boost::asio::io_context& loop, std::chrono::milliseconds patience)
 {

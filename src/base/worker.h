@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Runs tasks that may have to wait for the kernel in one thread beside the loop, one after the other, so that
 // the loop need not wait. A dependency like time: tests have one that runs them at once. Used by sflow-mgr
-// for requests that wait while another process changes links, and by cdbd's bench and backup.
+// for requests that wait while another process changes links, and by cdbd's bench and backup. Under it, a
+// single thread: used by capture to close packet sockets.
 
 #ifndef BASE_WORKER_H
 #define BASE_WORKER_H
@@ -43,6 +44,11 @@ constexpr std::chrono::milliseconds kWorkerWaits{std::chrono::hours(24)};
 /// std::system_error if no descriptor is left.
 std::unique_ptr<Worker> MakeWorker(boost::asio::io_context& loop,
                                    std::chrono::milliseconds patience = kWorkerPatience);
+
+/// Calls `run` in a detached thread that takes no signals, which are the loop's, and has a stack of 256 KiB
+/// and the rights of the calling thread. `run` must own what it uses, and not throw. Returns false if no
+/// thread can be made; then `run` was not called.
+[[nodiscard]] bool BeginThread(std::function<void()> run);
 
 }  // namespace base
 

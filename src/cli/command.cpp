@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <optional>
 
+#include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string/split.hpp>
+
 #include "cli/error.h"
 
 namespace cli {
@@ -15,12 +18,7 @@ using Texts = std::vector<std::string>;
 Texts SplitAt(std::string_view text, char separator)
 {
     Texts parts;
-    std::size_t begin = 0;
-    for (std::size_t end = 0; end != std::string_view::npos; begin = end + 1) {
-        end = text.find(separator, begin);
-        parts.emplace_back(text.substr(begin, end == std::string_view::npos ? end : end - begin));
-    }
-    return parts;
+    return boost::split(parts, text, [separator](char each) { return each == separator; });
 }
 
 /// How many of the name's words the words begin with.
@@ -28,16 +26,6 @@ std::size_t CommonBegin(const Texts& name, const Texts& words)
 {
     const auto [inName, inWords] = std::mismatch(name.begin(), name.end(), words.begin(), words.end());
     return static_cast<std::size_t>(inName - name.begin());
-}
-
-std::string Joined(const Texts& texts, std::string_view separator)
-{
-    std::string out;
-    for (const std::string& text : texts) {
-        if (!out.empty()) out += separator;
-        out += text;
-    }
-    return out;
 }
 
 /// The command whose whole name the words begin with. A longer name goes before a shorter one.
@@ -61,7 +49,7 @@ const Command& Find(std::span<const Command> commands, const Texts& words)
             next.push_back(name[common]);
     }
     if (best) return *best;
-    const std::string choices = Joined(next, ", ");
+    const std::string choices = boost::join(next, ", ");
     if (known == words.size()) throw Error("the command is not complete; possible: " + choices);
     if (known == 0) throw Error("unknown command \"" + words[0] + "\"; possible: " + choices);
     throw Error("\"" + words[known] + "\" is unknown here; possible: " + choices);
@@ -102,10 +90,10 @@ private:
     {
         if (AtEnd() && argument.optional) return;
         const Texts choices = SplitAt(argument.text, '|');
-        if (AtEnd()) Refuse("one of " + Joined(choices, ", ") + " is missing");
+        if (AtEnd()) Refuse("one of " + boost::join(choices, ", ") + " is missing");
         const std::string& word = m_words[m_used];
         if (std::find(choices.begin(), choices.end(), word) == choices.end())
-            Refuse("\"" + word + "\" is none of " + Joined(choices, ", "));
+            Refuse("\"" + word + "\" is none of " + boost::join(choices, ", "));
         m_arguments.choice = word;
         ++m_used;
     }
@@ -151,7 +139,7 @@ Format FormatFor(const Command& command, const Texts& words)
     const bool known = format && command.forms != Forms::kNone &&
                        (*format != Format::kSet || command.forms == Forms::kConfiguration);
     if (!known)
-        throw Error("\"" + Joined(words, " ") +
+        throw Error("\"" + boost::join(words, " ") +
                     "\" is no form of this command's output; usage: " + Usage(command));
     return *format;
 }
@@ -197,7 +185,8 @@ std::string Help(std::span<const Command> commands, const std::vector<std::strin
     for (const Command& command : commands)
         if (CommonBegin(SplitAt(command.name, ' '), words) == words.size())
             text += "  " + Usage(command) + "\n      " + std::string(command.help) + "\n";
-    if (text.empty()) throw Error("no command begins with \"" + Joined(words, " ") + "\"; help lists all");
+    if (text.empty())
+        throw Error("no command begins with \"" + boost::join(words, " ") + "\"; help lists all");
     return text;
 }
 

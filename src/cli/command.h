@@ -20,8 +20,6 @@ class Client;
 
 namespace cli {
 
-class Output;
-
 enum class ArgumentKind {
     kChoice,   // one of the words in `text`, which '|' separates
     kPath,     // words of a path, one or more; none if it is optional
@@ -63,8 +61,7 @@ struct Call {
     Format format;
     netconf::Client* session;  // not null with kSession
     const ly_ctx* yang;        // not null with kYang
-    Output& output;            // for data, in the form that was asked for
-    std::ostream& out;         // for other results
+    std::ostream& out;         // for results
     std::ostream& err;         // for warnings
     bool& leave;               // set to end the shell
 };

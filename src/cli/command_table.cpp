@@ -1,10 +1,136 @@
 // SPDX-License-Identifier: Apache-2.0
+// The rows of the table, and what they do: each handler is one command.
+
 #include <array>
+#include <ostream>
+#include <string>
 
 #include "cli/command.h"
-#include "cli/handlers.h"
+#include "cli/config_text.h"
+#include "cli/data.h"
+#include "cli/request.h"
+#include "cli/schema_words.h"
+#include "cli/state_text.h"
+#include "netconf/requests.h"
 
 namespace cli {
+namespace {
+
+/// Prints the data, which may be null: as text, or itself in the form that was asked for.
+template <typename TextOf>
+void Show(const Call& call, const Tree& tree, const TextOf& text)
+{
+    switch (call.format) {
+    case Format::kText:
+        call.out << text(tree.get());
+        break;
+    case Format::kJson:
+        call.out << ToJson(tree.get());
+        break;
+    case Format::kXml:
+        call.out << ToXml(tree.get());
+        break;
+    case Format::kSet:
+        call.out << ToSetLines(tree.get());
+        break;
+    }
+}
+
+/// Edits the candidate, all or nothing. Only validate and commit check the whole: until then it may lack what
+/// a later command adds.
+void Edit(Call& call, const std::string& config)
+{
+    Request(call, netconf::EditConfig(config, {"merge", "set", "rollback-on-error"}));
+}
+
+void Set(Call& call) { Edit(call, SetXml(PlaceToSet(call.yang, call.arguments.words))); }
+
+void Delete(Call& call) { Edit(call, DeleteXml(PlaceToDelete(call.yang, call.arguments.words))); }
+
+void LoadMerge(Call& call)
+{
+    const Tree tree = ReadConfigFile(call.yang, call.arguments.text);
+    Edit(call, tree ? ToCompactXml(tree.get()) : "");
+}
+
+void LoadReplace(Call& call)
+{
+    const Tree tree = ReadConfigFile(call.yang, call.arguments.text);
+    Edit(call, ReplaceXml(call.yang, tree.get()));
+}
+
+void ShowConfiguration(Call& call)
+{
+    const Place place = PlaceToShow(call.yang, call.arguments.words);
+    const bool all = place.steps.empty();
+    const std::string filter = FilterXml(place);
+    const Tree tree =
+        RequestData(call, all ? netconf::GetConfig("candidate") : netconf::GetConfig("candidate", filter));
+    Show(call, tree,
+         [&](const lyd_node* data) { return all ? ToBlocks(data) : ToBlocks(NodesAt(data, place)); });
+}
+
+void Compare(Call& call)
+{
+    const Tree running = RequestData(call, netconf::GetTouched("running"));
+    const Tree candidate = RequestData(call, netconf::GetTouched("candidate"));
+    call.out << Differences(running.get(), candidate.get());
+}
+
+/// `content`: of the state's top-level container, as a filter.
+template <typename TextOf>
+void ShowState(Call& call, const std::string& content, const TextOf& text)
+{
+    const std::string filter = "<state xmlns=\"urn:switch:yang:switch-state\">" + content + "</state>";
+    Show(call, RequestState(call, netconf::Get(filter)), text);
+}
+
+std::string SflowElements(const std::string& part)
+{
+    if (part == "agent") return "<sflow><agent-address/></sflow>";
+    if (part == "collectors") return "<sflow><collector/></sflow>";
+    if (part == "interfaces") return "<sflow><interface/></sflow>";
+    // With the session, for without a manager there are no problems either.
+    if (part == "problems") return "<sflow><manager><session/></manager><problem/></sflow>";
+    return "<sflow/>";
+}
+
+void Validate(Call& call) { Request(call, netconf::Validate()); }
+
+void Commit(Call& call) { Request(call, netconf::Commit(call.arguments.text)); }
+
+void Discard(Call& call) { Request(call, netconf::DiscardChanges()); }
+
+void ShowSflow(Call& call)
+{
+    const std::string& part = call.arguments.choice;
+    ShowState(call, "<oam>" + SflowElements(part) + "</oam>",
+              [&](const lyd_node* state) { return SflowText(state, part); });
+}
+
+void ShowProcesses(Call& call) { ShowState(call, "<system><process/></system>", &ProcessesText); }
+
+void ShowFaults(Call& call) { ShowState(call, "<system><fault/></system>", &FaultsText); }
+
+void ShowVersion(Call& call)
+{
+    ShowState(call, "<system><version/><process><name/><version/></process></system>", &VersionsText);
+}
+
+void RequestHa(Call& call)
+{
+    Request(call, netconf::HaTransition(call.arguments.choice == "go-active" ? "active" : "standby"));
+}
+
+void RequestResync(Call& call) { Request(call, netconf::SflowResync()); }
+
+void RequestBackup(Call& call) { Request(call, netconf::Backup(call.arguments.text)); }
+
+void ShowHelp(Call& call) { call.out << Help(Commands(), call.arguments.words); }
+
+void Exit(Call& call) { call.leave = true; }
+
+}  // namespace
 
 std::span<const Command> Commands()
 {

@@ -4,9 +4,9 @@
 #include <libyang/libyang.h>
 
 #include <cstddef>
+#include <cstdint>
 
 #include "cli/error.h"
-#include "cli/type_text.h"
 #include "cli/words.h"
 
 namespace cli {
@@ -36,6 +36,84 @@ const lysc_node* FindChild(const ly_ctx* yang, const lysc_node* parent, Visit vi
     }
     return nullptr;
 }
+
+const lysc_type* TypeOf(const lysc_node* leaf)
+{
+    return leaf->nodetype == LYS_LEAFLIST ? reinterpret_cast<const lysc_node_leaflist*>(leaf)->type
+                                          : reinterpret_cast<const lysc_node_leaf*>(leaf)->type;
+}
+
+const char* UnitsOf(const lysc_node* leaf)
+{
+    return leaf->nodetype == LYS_LEAFLIST ? reinterpret_cast<const lysc_node_leaflist*>(leaf)->units
+                                          : reinterpret_cast<const lysc_node_leaf*>(leaf)->units;
+}
+
+std::string Range(const lysc_type_num* type, bool isSigned, const std::string& otherwise)
+{
+    if (!type->range) return otherwise;
+    std::string text;
+    LY_ARRAY_COUNT_TYPE i = 0;
+    LY_ARRAY_FOR(type->range->parts, i)
+    {
+        const lysc_range::lysc_range_part& part = type->range->parts[i];
+        if (!text.empty()) text += " or ";
+        text += isSigned ? std::to_string(part.min_64) + ".." + std::to_string(part.max_64)
+                         : std::to_string(part.min_u64) + ".." + std::to_string(part.max_u64);
+    }
+    return text;
+}
+
+std::string Enums(const lysc_type_enum* type)
+{
+    std::string text;
+    LY_ARRAY_COUNT_TYPE i = 0;
+    LY_ARRAY_FOR(type->enums, i)
+    {
+        if (!text.empty()) text += ", ";
+        text += type->enums[i].name;
+    }
+    return text;
+}
+
+std::string Allowed(const lysc_type* type)
+{
+    const auto* number = reinterpret_cast<const lysc_type_num*>(type);
+    switch (type->basetype) {
+    case LY_TYPE_BOOL:
+        return "true or false";
+    case LY_TYPE_ENUM:
+        return Enums(reinterpret_cast<const lysc_type_enum*>(type));
+    case LY_TYPE_UINT8:
+        return Range(number, false, "0..255");
+    case LY_TYPE_UINT16:
+        return Range(number, false, "0..65535");
+    case LY_TYPE_UINT32:
+        return Range(number, false, "0..4294967295");
+    case LY_TYPE_UINT64:
+        return Range(number, false, "0..18446744073709551615");
+    case LY_TYPE_INT8:
+    case LY_TYPE_INT16:
+    case LY_TYPE_INT32:
+    case LY_TYPE_INT64:
+        return Range(number, true, "a whole number");
+    case LY_TYPE_LEAFREF:
+        return Allowed(reinterpret_cast<const lysc_type_leafref*>(type)->realtype);
+    default:
+        return "text";
+    }
+}
+
+/// What a leaf or leaf-list takes, in words: "1..16777215 packets", "true or false", "text"; never empty.
+std::string AllowedValues(const lysc_node* leaf)
+{
+    std::string text = Allowed(TypeOf(leaf));
+    if (const char* units = UnitsOf(leaf)) text = text + " " + units;
+    return text;
+}
+
+/// Whether the type limits its values, so that AllowedValues helps after a refusal.
+bool HasLimits(const lysc_node* leaf) { return Allowed(TypeOf(leaf)) != "text"; }
 
 /// Why libyang refuses the value; empty if it takes it.
 std::string Refusal(const ly_ctx* yang, const lysc_node* leaf, const std::string& value)
@@ -164,8 +242,7 @@ bool IsPresence(const lysc_node* node)
 
 bool IsEmptyType(const lysc_node* node)
 {
-    return node->nodetype == LYS_LEAF &&
-           reinterpret_cast<const lysc_node_leaf*>(node)->type->basetype == LY_TYPE_EMPTY;
+    return node->nodetype == LYS_LEAF && TypeOf(node)->basetype == LY_TYPE_EMPTY;
 }
 
 }  // namespace

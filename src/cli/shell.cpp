@@ -6,9 +6,8 @@
 #include <ostream>
 #include <utility>
 
+#include "base/text.h"
 #include "cli/error.h"
-#include "cli/output.h"
-#include "cli/text_table.h"
 #include "cli/words.h"
 
 namespace cli {
@@ -21,8 +20,8 @@ constexpr std::string_view kPrompt = "swcli> ";
 std::string Named(std::string_view command)
 {
     command = command.substr(0, command.find_last_not_of(" \t\r\n") + 1);
-    if (command.size() <= kLongestQuoted) return Printable(command);
-    return Printable(command.substr(0, kLongestQuoted)) + "...";
+    if (command.size() <= kLongestQuoted) return base::Printable(command);
+    return base::Printable(command.substr(0, kLongestQuoted)) + "...";
 }
 
 }  // namespace
@@ -92,9 +91,7 @@ void Shell::Execute(std::string_view command)
     const unsigned needs = invocation.command->needs;
     if ((needs & kYang) && !m_yang) m_yang = m_environment.loadYang();
     if ((needs & kSession) && !m_session) m_session = m_environment.connect();
-    const std::unique_ptr<Output> output = MakeOutput(invocation.format, m_out);
-    Call call{
-        invocation.arguments, invocation.format, m_session.get(), m_yang, *output, m_out, m_err, m_left};
+    Call call{invocation.arguments, invocation.format, m_session.get(), m_yang, m_out, m_err, m_left};
     invocation.command->run(call);
 }
 

@@ -1,16 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
-// The switch's processes, their faults and versions as text: what `show system` and `show version` print.
+// The state as text, for terminals of 100 columns: what `show sflow`, `show system` and `show version` print.
+// A tree is the top-level container `state`, or null when the database has none.
 
 #ifndef CLI_STATE_TEXT_H
 #define CLI_STATE_TEXT_H
 
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 struct lyd_node;
 
 namespace cli {
 
-/// The tree is the top-level container `state`, or null when the database has none.
+/// `part`: "agent", "collectors", "interfaces", "problems", or empty for these and the manager.
+std::string SflowText(const lyd_node* state, std::string_view part);
+
+/// "just now", "3 s ago", "2 min ago", "5 h ago", "8 d ago".
+std::string AgeText(std::uint64_t seconds);
+
 std::string ProcessesText(const lyd_node* state);
 std::string FaultsText(const lyd_node* state);
 /// This program's version is in it also without a tree.

@@ -2,6 +2,9 @@
 #include "cli/text_table.h"
 
 #include <algorithm>
+#include <string_view>
+
+#include "base/text.h"
 
 namespace cli {
 namespace {
@@ -20,7 +23,7 @@ void AppendLine(const std::vector<std::string>& cells, const std::vector<std::si
 {
     std::size_t owed = indent;  // blanks, written only before the next text
     for (std::size_t i = 0; i < cells.size(); ++i) {
-        const std::string cell = Printable(cells[i]);
+        const std::string cell = base::Printable(cells[i]);
         if (!cell.empty()) {
             out.append(owed, ' ');
             out += cell;
@@ -39,7 +42,7 @@ std::string TextTable::Text(std::size_t indent) const
     const auto measure = [&](const std::vector<std::string>& cells) {
         widths.resize(std::max(widths.size(), cells.size()));
         for (std::size_t i = 0; i < cells.size(); ++i)
-            widths[i] = std::max(widths[i], Width(Printable(cells[i])));
+            widths[i] = std::max(widths[i], Width(base::Printable(cells[i])));
     };
     measure(m_headings);
     for (const auto& row : m_rows) measure(row);
@@ -47,26 +50,6 @@ std::string TextTable::Text(std::size_t indent) const
     std::string out;
     if (!m_headings.empty()) AppendLine(m_headings, widths, indent, out);
     for (const auto& row : m_rows) AppendLine(row, widths, indent, out);
-    return out;
-}
-
-std::string Printable(std::string_view text)
-{
-    std::string out;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '\n')
-            out += "\\n";
-        else if (c == '\t')
-            out += "\\t";
-        else if (byte < 0x20 || byte == 0x7f) {
-            constexpr std::string_view kDigits = "0123456789abcdef";
-            out += "\\x";
-            out += kDigits[byte >> 4U];
-            out += kDigits[byte & 0x0FU];
-        } else
-            out += c;
-    }
     return out;
 }
 

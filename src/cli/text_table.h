@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace cli {
@@ -28,9 +27,6 @@ private:
     std::vector<std::string> m_headings;
     std::vector<std::vector<std::string>> m_rows;
 };
-
-/// The text with control characters written as \n, \t or \xNN; a backslash stays as it is.
-std::string Printable(std::string_view text);
 
 }  // namespace cli
 

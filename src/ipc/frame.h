@@ -16,21 +16,13 @@
 
 #include <boost/asio/local/stream_protocol.hpp>
 
+#include "base/timers.h"
+#include "ipc/frame_impl.h"
 #include "ipc/peer.h"
-
-namespace google::protobuf {
-class MessageLite;
-}
 
 namespace ipc {
 
 inline constexpr std::uint32_t kProtocolVersion = 1;
-
-/// The bytes of a frame's content; a longer frame, sent or received, ends the connection.
-inline constexpr std::size_t kMaxFrame = std::size_t{64} << 20;
-
-/// The bytes that may wait unsent in one channel; one more frame ends the connection.
-inline constexpr std::size_t kMaxQueue = std::size_t{64} << 20;
 
 /// One connection. Lives while a reference to it is held or an operation is under way. Every handler is
 /// called from the loop, never from inside Send, Start or Close.
@@ -46,12 +38,11 @@ public:
         std::function<void(std::string_view reason)> onClosed;
     };
 
-    /// Takes ownership of a connected socket.
-    static std::shared_ptr<Channel> Create(Socket socket);
+    /// Takes ownership of a connected socket. `timers` are not used after Close.
+    static std::shared_ptr<Channel> Create(Socket socket, base::Timers& timers);
 
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
-    ~Channel();
 
     /// Begins to read. No effect on a closed channel.
     void Start(Handlers handlers);
@@ -60,28 +51,46 @@ public:
     /// connection has ended or the queue is full (which ends it).
     bool Send(const google::protobuf::MessageLite& message);
 
-    /// Bytes queued and not yet taken by the kernel, and when the kernel last took some, on the steady clock;
-    /// now if the queue is empty.
-    [[nodiscard]] std::size_t QueuedBytes() const;
-    [[nodiscard]] std::chrono::steady_clock::time_point LastProgress() const;
+    /// Bytes queued and not yet taken by the kernel.
+    [[nodiscard]] std::size_t QueuedBytes() const { return m_writer.Queued(); }
+    /// Whether bytes are queued and the kernel has taken none of them for `limit`.
+    [[nodiscard]] bool Stuck(std::chrono::milliseconds limit) const;
 
     /// The process at the other end, as the kernel named it when the channel was made. If the kernel does not
     /// say, user and group are (uint32_t)-1.
-    [[nodiscard]] const PeerCredentials& Peer() const;
+    [[nodiscard]] const PeerCredentials& Peer() const { return m_peer; }
 
     /// Ends the connection after the queue has been written, for which it has 10 s (at once with `discard`).
     /// No handler is called any more.
     void Close(bool discard = false);
 
 private:
-    class Impl;
-    explicit Channel(std::unique_ptr<Impl> impl);
-    std::unique_ptr<Impl> m_impl;
+    Channel(Socket socket, base::Timers& timers);
+
+    void Receive();
+    void Deliver();
+    void Flush();
+    void Written(const boost::system::error_code& error, std::size_t bytes);
+    void WriteFailed();
+    void End(const std::string& reason);
+    void Release();
+
+    Socket m_socket;
+    base::Timers& m_timers;
+    const PeerCredentials m_peer;
+    std::shared_ptr<Handlers> m_handlers;  // null before Start, and when no handler may be called any more
+    FrameReader m_reader;
+    FrameWriter m_writer;
+    std::chrono::steady_clock::time_point m_progress;
+    std::shared_ptr<void> m_drain;  // closed by us, queue not empty yet: the timer that ends this
+    bool m_open = true;             // more may be queued
+    bool m_flushing = false;        // a flush is posted or a write under way
 };
 
 /// Connects to the socket at the path without waiting. Null, with `reason` set, if no process listens there
 /// or its backlog is full.
-std::shared_ptr<Channel> Connect(boost::asio::io_context& loop, const std::string& path, std::string& reason);
+std::shared_ptr<Channel> Connect(boost::asio::io_context& loop, base::Timers& timers, const std::string& path,
+                                 std::string& reason);
 
 /// Writes one frame to a blocking socket and waits until the kernel has it, for at most `timeout`. For
 /// processes that are about to end. Returns false if it could not be written.

@@ -11,8 +11,6 @@
 
 #include <google/protobuf/message_lite.h>
 
-#include "ipc/frame.h"
-
 namespace ipc {
 namespace {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The two halves of a Channel: bytes received that are not a whole frame yet, and frames queued to be
-// written. Plain buffers; they know no socket. Used by frame_channel.cpp only.
+// written. Plain buffers; they know no socket. Used by Channel only.
 
 #ifndef IPC_FRAME_IMPL_H
 #define IPC_FRAME_IMPL_H
@@ -15,6 +15,12 @@ class MessageLite;
 }
 
 namespace ipc {
+
+/// The bytes of a frame's content; a longer frame, sent or received, ends the connection.
+inline constexpr std::size_t kMaxFrame = std::size_t{64} << 20;
+
+/// The bytes that may wait unsent in one channel; one more frame ends the connection.
+inline constexpr std::size_t kMaxQueue = std::size_t{64} << 20;
 
 inline constexpr std::size_t kFrameHeader = 4;
 

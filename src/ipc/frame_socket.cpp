@@ -93,7 +93,8 @@ void RemoveStale(const std::string& path, const sockaddr_un& address)
 
 }  // namespace
 
-std::shared_ptr<Channel> Connect(boost::asio::io_context& loop, const std::string& path, std::string& reason)
+std::shared_ptr<Channel> Connect(boost::asio::io_context& loop, base::Timers& timers, const std::string& path,
+                                 std::string& reason)
 {
     sockaddr_un address;
     if (!MakeAddress(path, address)) {
@@ -107,7 +108,7 @@ std::shared_ptr<Channel> Connect(boost::asio::io_context& loop, const std::strin
     }
     Channel::Socket socket(loop);
     socket.assign(boost::asio::local::stream_protocol(), peer.Release());
-    return Channel::Create(std::move(socket));
+    return Channel::Create(std::move(socket), timers);
 }
 
 bool SendBlocking(const std::string& socketPath, const google::protobuf::MessageLite& message,

@@ -62,14 +62,13 @@ std::size_t Link::QueuedBytes() const { return m_channel == nullptr ? 0 : m_chan
 
 bool Link::Stuck(std::chrono::milliseconds limit) const
 {
-    return m_channel != nullptr && m_channel->QueuedBytes() > 0 &&
-           std::chrono::steady_clock::now() - m_channel->LastProgress() >= limit;
+    return m_channel != nullptr && m_channel->Stuck(limit);
 }
 
 void Link::Attempt()
 {
     std::string reason;
-    m_channel = Connect(m_loop, m_path, reason);
+    m_channel = Connect(m_loop, m_timers, m_path, reason);
     if (m_channel == nullptr) {
         if (!std::exchange(m_failureLogged, true))
             slog::Notice("cannot connect to {}: {}; trying again until it succeeds", m_path, reason);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where the log goes, which levels are written, and the shape of a line.
+// Where the log goes, which levels are written, the shape of a line, and one write for each.
 
 #include "log/log.h"
 
@@ -10,21 +10,66 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include <fmt/format.h>
 #include <spdlog/logger.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/base_sink.h>
 
 #include "base/environment.h"
 #include "base/number.h"
+#include "base/text.h"
 #include "base/unique_fd.h"
-#include "log/log_sink.h"
 
 namespace slog {
 namespace {
 
 constexpr int kDefaultLevel = static_cast<int>(Level::kNotice);
 constexpr int kHighestLevel = 99;
+
+/// spdlog's own file sinks go through stdio, which may split a long line.
+class DescriptorSink final : public spdlog::sinks::base_sink<std::mutex> {
+public:
+    explicit DescriptorSink(int descriptor) : m_descriptor(descriptor) {}
+
+protected:
+    void sink_it_(const spdlog::details::log_msg& message) override
+    {
+        spdlog::memory_buf_t line;
+        formatter_->format(message, line);
+        WriteWhole(line.data(), line.size());
+    }
+
+    void flush_() override {}
+
+private:
+    /// A log that can't be written (disk full, reader gone) must not stop the process: the line is lost.
+    void WriteWhole(const char* data, std::size_t size) const
+    {
+        while (size > 0) {
+            const ssize_t written = ::write(m_descriptor, data, size);
+            if (written < 0 && errno == EINTR) continue;
+            if (written <= 0) return;
+            data += written;
+            size -= static_cast<std::size_t>(written);
+        }
+    }
+
+    int m_descriptor;
+};
+
+/// A logger that stamps each line with the time (UTC, microseconds) and the name, and writes it with one call
+/// to `descriptor`, which stays the caller's.
+std::shared_ptr<spdlog::logger> MakeLogger(const std::string& name, int descriptor)
+{
+    auto logger = std::make_shared<spdlog::logger>(name, std::make_shared<DescriptorSink>(descriptor));
+    logger->set_level(spdlog::level::trace);
+    logger->set_formatter(std::make_unique<spdlog::pattern_formatter>("%Y-%m-%dT%H:%M:%S.%fZ %n %v",
+                                                                      spdlog::pattern_time_type::utc, "\n"));
+    return logger;
+}
 
 struct Log {
     std::shared_ptr<spdlog::logger> logger;
@@ -42,7 +87,8 @@ Log& TheLog()
 void WriteLine(Log& log, int level, std::string_view file, std::string_view function, long line,
                std::string_view text)
 {
-    const std::string whole = fmt::format("{} {}:{}:{} {}", level, file, function, line, Escaped(text));
+    const std::string whole =
+        fmt::format("{} {}:{}:{} {}", level, file, function, line, base::Printable(text));
     log.logger->log(spdlog::level::info, spdlog::string_view_t(whole));
 }
 
@@ -118,7 +164,7 @@ std::string_view ShortFunction(std::string_view pretty)
 void Open(std::string_view process)
 {
     Log& log = TheLog();
-    const std::string name = Escaped(process);
+    const std::string name = base::Printable(process);
     log.file.Close();
     log.logger = MakeLogger(name, STDERR_FILENO);
     OpenFile(log, name);

@@ -120,7 +120,7 @@ public:
                        "can't accept a connection on " + path(name), handler);
         };
         listen(m_cdb, "cdb.sock", switchGroup,
-               [this](auto socket) { m_clients.Add(ipc::Channel::Create(std::move(socket))); });
+               [this](auto socket) { m_clients.Add(ipc::Channel::Create(std::move(socket), m_timers)); });
         listen(m_netconf, "netconf.sock", adminGroup,
                [this](auto socket) { m_sessions.Add(std::move(socket)); });
     }

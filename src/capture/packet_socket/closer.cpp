@@ -6,7 +6,7 @@
 #include <mutex>
 #include <utility>
 
-#include "base/thread.h"
+#include "base/worker.h"
 
 namespace capture {
 

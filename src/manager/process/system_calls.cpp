@@ -132,7 +132,7 @@ constexpr int kAllowed[] = {
 
 constexpr int kFamilies[] = {AF_UNIX, AF_INET, AF_INET6, AF_NETLINK, AF_PACKET};
 
-// A thread beside the loop (base/thread.h) is made with clone. The C library tries clone3 first, whose flags
+// A thread beside the loop (base/worker.h) is made with clone. The C library tries clone3 first, whose flags
 // a filter can't see, and takes clone if that fails with ENOSYS.
 int AllowThreads(scmp_filter_ctx context)
 {

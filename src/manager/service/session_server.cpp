@@ -30,7 +30,8 @@ constexpr unsigned kPermissions = 0660;
 /// A connection that has not said hello by then is ended.
 constexpr std::chrono::seconds kHelloTime{5};
 
-boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& loop, const std::string& path,
+boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& loop, base::Timers& timers,
+                                                     const std::string& path,
                                                      std::optional<std::uint32_t> group)
 {
     try {
@@ -38,7 +39,7 @@ boost::asio::local::stream_protocol::acceptor Listen(boost::asio::io_context& lo
     } catch (const std::system_error& error) {
         std::string ignored;
         const auto other =
-            error.code() == std::errc::address_in_use ? ipc::Connect(loop, path, ignored) : nullptr;
+            error.code() == std::errc::address_in_use ? ipc::Connect(loop, timers, path, ignored) : nullptr;
         if (other == nullptr) throw;
         throw std::runtime_error(fmt::format(
             "another sFlow manager, process {}, listens on {}; stop it first", other->Peer().pid, path));
@@ -55,7 +56,7 @@ public:
           m_path(std::move(path)),
           m_service(service),
           m_trust(std::move(trust)),
-          m_acceptor(Listen(loop, m_path, group), timers, "cannot accept a connection on " + m_path,
+          m_acceptor(Listen(loop, timers, m_path, group), timers, "cannot accept a connection on " + m_path,
                      [this](ipc::Channel::Socket socket) { Greet(std::move(socket)); })
     {
     }
@@ -99,7 +100,7 @@ void SessionServer::Impl::Greet(ipc::Channel::Socket socket)
 {
     if (m_strangers.size() >= kMaxStrangers)
         Drop(m_strangers.begin()->first, "too many connections wait to say hello");
-    auto channel = ipc::Channel::Create(std::move(socket));
+    auto channel = ipc::Channel::Create(std::move(socket), m_timers);
     if (!m_strangersOfUsers.Take(channel->Peer().uid))
         return Refuse(*channel, "too many connections of this user wait to say hello", 0);
     const Id id = ++m_lastId;

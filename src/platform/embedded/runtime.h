@@ -6,14 +6,15 @@
 #ifndef PLATFORM_EMBEDDED_RUNTIME_H
 #define PLATFORM_EMBEDDED_RUNTIME_H
 
-#include <chrono>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <qxos/context.h>
 #include <boost/asio/io_context.hpp>
 
+#include "base/directories.h"
 #include "base/timers.h"
 #include "cdb/model/value.h"
 #include "platform/embedded/confd/database.h"
@@ -40,10 +41,24 @@ public:
     [[nodiscard]] bool IsOpen() const { return m_open; }
     void Add(Listener& listener) { m_listeners.push_back(&listener); }
     void Remove(Listener& listener) { std::erase(m_listeners, &listener); }
-    void Open();
-    void Close(bool tell);
+    void Open()
+    {
+        if (!std::exchange(m_open, true)) ForEach([](Listener& listener) { listener.GateOpened(); });
+    }
+
+    void Close(bool tell)
+    {
+        if (std::exchange(m_open, false)) ForEach([tell](Listener& listener) { listener.GateClosed(tell); });
+    }
 
 private:
+    template <typename Call>
+    void ForEach(Call call) const
+    {
+        const auto listeners = m_listeners;  // a copy: the calls may add or remove listeners
+        for (Listener* listener : listeners) call(*listener);
+    }
+
     bool m_open = false;
     std::vector<Listener*> m_listeners;
 };
@@ -58,16 +73,14 @@ struct Transaction {
 inline constexpr int kMaapiSocket = 1;
 
 struct Runtime {
-    explicit Runtime(std::string processName);
-
     std::string process;
-    std::string cdbSocket;
-    std::string managerSocket;
-    std::chrono::milliseconds stuckLimit{10'000};  // a manager that takes no bytes for this time is lost
-    boost::asio::io_context loop;
-    std::unique_ptr<base::Timers> timers;  // tests replace it before anything else is built
-    Database database;
-    Gate gate;
+    std::string cdbSocket = base::RunDirectory() + "/cdb.sock";
+    std::string managerSocket = base::RunDirectory() + "/manager.sock";
+    boost::asio::io_context loop{};
+    /// Tests replace it before anything else is built.
+    std::unique_ptr<base::Timers> timers = base::MakeTimers(loop);
+    Database database{};
+    Gate gate{};
     Transaction* transaction = nullptr;  // set while a callpoint's callback runs, else null
 };
 
@@ -75,5 +88,16 @@ struct Runtime {
 Runtime& TheRuntime();
 
 }  // namespace embedded
+
+namespace qxos {
+
+/// Gives the other parts of the embedded platform and their tests access to a process context.
+class ContextAccess {
+public:
+    static embedded::Runtime& RuntimeOf(Context& context);
+    static const Context::HaStateChangeCallbacks& CallbacksOf(Context& context);
+};
+
+}  // namespace qxos
 
 #endif

@@ -23,7 +23,6 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 
-#include "base/thread.h"
 #include "support/barrier.h"
 #include "support/run_until.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/config_file.h"
+#include "cli/data.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "cli/edit.h"
+#include "cli/data.h"
 #include "cli/error.h"
 #include "cli/words.h"
 #include "cli/yang.h"

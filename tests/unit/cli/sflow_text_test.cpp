@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/sflow_text.h"
+#include "cli/state_text.h"
 
 #include <gtest/gtest.h>
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/text.h"
 #include "base/version.h"
 #include "cli/text_table.h"
 #include "cli/yang.h"
@@ -61,7 +62,7 @@ TEST(TextTable, CountsCharactersNotBytes)
 
 TEST(Printable, EscapesWhatWouldMoveTheCursor)
 {
-    EXPECT_EQ(cli::Printable("a\nb\tc\x1b[1m\x7f"), "a\\nb\\tc\\x1b[1m\\x7f");
+    EXPECT_EQ(base::Printable("a\nb\tc\x1b[1m\x7f"), "a\\nb\\tc\\x1b[1m\\x7f");
 }
 
 }  // namespace

@@ -20,6 +20,7 @@
 
 #include "ipc/cdb.pb.h"
 #include "ipc/frame.h"
+#include "support/manual_timers.h"
 
 inline std::string FrameOf(std::string_view content)
 {
@@ -47,7 +48,7 @@ protected:
         m_peer = ends[1];
         ipc::Channel::Socket socket(m_loop);
         socket.assign(boost::asio::local::stream_protocol(), ends[0]);
-        m_channel = ipc::Channel::Create(std::move(socket));
+        m_channel = ipc::Channel::Create(std::move(socket), m_timers);
     }
     ~ChannelFixture() override { ClosePeer(); }
 
@@ -100,6 +101,7 @@ protected:
     }
 
     boost::asio::io_context m_loop;
+    support::ManualTimers m_timers;
     std::shared_ptr<ipc::Channel> m_channel;
     int m_peer = -1;
     Frames m_frames;

@@ -32,6 +32,7 @@ protected:
     }
 
     boost::asio::io_context m_loop;
+    support::ManualTimers m_timers;
     std::filesystem::path m_directory;
 };
 
@@ -80,7 +81,7 @@ TEST_F(SocketTest, SendsOneFrameAndGoes)
 {
     auto acceptor = ipc::Listen(m_loop, Path(), 0600);
     ASSERT_TRUE(ipc::SendBlocking(Path(), Named("fault"), std::chrono::seconds(5)));
-    auto channel = ipc::Channel::Create(acceptor.accept());
+    auto channel = ipc::Channel::Create(acceptor.accept(), m_timers);
     std::vector<std::string> events;
     channel->Start({[&](std::string_view frame) { events.emplace_back(frame); },
                     [&](std::string_view reason) { events.emplace_back(reason); }});

@@ -209,14 +209,30 @@ TEST_F(FrameTest, ReportsProgressWhileThePeerReads)
     Start();
     EXPECT_TRUE(m_channel->Send(Named(std::string(std::size_t{8} << 20, 'x'))));
     Settle();
-    const auto stuck = m_channel->LastProgress();
     ASSERT_GT(m_channel->QueuedBytes(), 0U);
+    m_timers.Advance(std::chrono::seconds(1));
     Settle();
-    EXPECT_EQ(m_channel->LastProgress(), stuck);
+    EXPECT_TRUE(m_channel->Stuck(std::chrono::seconds(1)));
+    EXPECT_FALSE(m_channel->Stuck(std::chrono::milliseconds(1001)));
     EXPECT_TRUE(RunUntil([&] {
         static_cast<void>(PeerReads());
-        return m_channel->LastProgress() > stuck;
+        return !m_channel->Stuck(std::chrono::seconds(1));
     }));
+}
+
+TEST_F(FrameTest, GivesUpWhatIsQueuedTenSecondsAfterItWasClosed)
+{
+    Start();
+    EXPECT_TRUE(m_channel->Send(Named(std::string(std::size_t{8} << 20, 'x'))));
+    m_channel->Close();
+    m_timers.Advance(std::chrono::milliseconds(9'999));
+    Settle();
+    EXPECT_GT(m_channel->QueuedBytes(), 0U);
+    m_timers.Advance(std::chrono::milliseconds(1));
+    Settle();
+    EXPECT_EQ(m_channel->QueuedBytes(), 0U);
+    EXPECT_EQ(m_timers.Waiting(), 0U);
+    EXPECT_EQ(m_reasons, Frames{});
 }
 
 TEST_F(FrameTest, KnowsItsPeer)

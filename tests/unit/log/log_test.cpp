@@ -3,7 +3,7 @@
 
 #include <sys/wait.h>
 
-#include "log/log_sink.h"
+#include "base/text.h"
 #include "log_fixture.h"
 
 namespace {
@@ -37,7 +37,7 @@ TEST_F(LogTest, TakesTheTextAsTextAndNotAsAFormat)
 
 TEST_F(LogTest, EscapesControlCharacters)
 {
-    EXPECT_EQ(slog::Escaped(std::string_view("a\nb\tc\r\0d\x1b[1m\x7f\xc3\xbc", 15)),
+    EXPECT_EQ(base::Printable(std::string_view("a\nb\tc\r\0d\x1b[1m\x7f\xc3\xbc", 15)),
               "a\\nb\\tc\\x0d\\x00d\\x1b[1m\\x7f\xc3\xbc");
     slog::Open("cdbd");
     slog::Line(12, "f", "g", 1, "two\nlines");

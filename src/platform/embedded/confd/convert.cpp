@@ -7,71 +7,40 @@
 #include <cstring>
 #include <new>
 
-#include "platform/embedded/confd/error.h"
-
 namespace embedded {
 namespace {
 
-confd_value_t BorrowedString(const std::string& text)
+confd_value_t StringAt(const char* bytes, std::size_t size)
 {
-    confd_value_t value{};
-    value.type = C_BUF;
     // The client API has no constant strings; its users do not write through a keypath's or a callback's.
-    value.val.buf.ptr = reinterpret_cast<unsigned char*>(const_cast<char*>(text.data()));
-    value.val.buf.size = static_cast<unsigned int>(text.size());
-    return value;
-}
-
-/// A value of the type, whose content `set` gives.
-template <typename Set>
-confd_value_t Made(confd_vtype type, Set set)
-{
-    confd_value_t value{};
-    value.type = type;
-    set(value.val);
-    return value;
+    auto* content = reinterpret_cast<unsigned char*>(const_cast<char*>(bytes));
+    return {C_BUF, {.buf = {content, static_cast<unsigned int>(size)}}};
 }
 
 struct ToConfd {
     confd_value_t operator()(std::monostate) const { return Empty(); }
-    confd_value_t operator()(const std::string& text) const { return BorrowedString(text); }
-    confd_value_t operator()(bool boolean) const
-    {
-        return Made(C_BOOL, [&](auto& content) { content.boolean = boolean ? 1 : 0; });
-    }
-    confd_value_t operator()(std::uint16_t number) const
-    {
-        return Made(C_UINT16, [&](auto& content) { content.u16 = number; });
-    }
-    confd_value_t operator()(std::uint32_t number) const
-    {
-        return Made(C_UINT32, [&](auto& content) { content.u32 = number; });
-    }
-    confd_value_t operator()(cdb::Ipv4 address) const
-    {
-        return Made(C_IPV4, [&](auto& content) { content.ip.s_addr = address.word; });
-    }
+    confd_value_t operator()(const std::string& text) const { return StringAt(text.data(), text.size()); }
+    confd_value_t operator()(bool boolean) const { return {C_BOOL, {.boolean = boolean ? 1 : 0}}; }
+    confd_value_t operator()(std::uint16_t number) const { return {C_UINT16, {.u16 = number}}; }
+    confd_value_t operator()(std::uint32_t number) const { return {C_UINT32, {.u32 = number}}; }
+    confd_value_t operator()(cdb::Ipv4 address) const { return {C_IPV4, {.ip = {address.word}}}; }
     confd_value_t operator()(cdb::Ipv4Plen prefix) const
     {
-        return Made(C_IPV4_AND_PLEN, [&](auto& content) {
-            content.ipv4prefix.ip.s_addr = prefix.word;
-            content.ipv4prefix.len = prefix.length;
-        });
+        return {C_IPV4_AND_PLEN, {.ipv4prefix = {{prefix.word}, prefix.length}}};
     }
 };
 
 /// One position, ended by an empty value.
 void SetTag(const cdb::SchemaNode& node, confd_value_t* position)
 {
-    position[0].type = C_XMLTAG;
-    position[0].val.xmltag = {node.tag, node.ns};
+    position[0] = {C_XMLTAG, {.xmltag = {node.tag, node.ns}}};
     position[1] = Empty();
 }
 
 void SetKeys(const std::vector<std::string>& keys, confd_value_t* position)
 {
     if (keys.size() > MAXKEYLEN) throw ClientError("a list entry has more keys than a keypath holds");
-    for (std::size_t i = 0; i < keys.size(); ++i) position[i] = BorrowedString(keys[i]);
+    for (std::size_t i = 0; i < keys.size(); ++i) position[i] = StringAt(keys[i].data(), keys[i].size());
     if (keys.size() < MAXKEYLEN) position[keys.size()] = Empty();
 }
 
@@ -87,24 +56,16 @@ void AppendKeys(const confd_value_t* position, std::string& text)
 
 }  // namespace
 
-confd_value_t Empty()
-{
-    confd_value_t value{};
-    value.type = C_NOEXISTS;
-    return value;
-}
+confd_value_t Empty() { return {C_NOEXISTS, {}}; }
 
 confd_value_t BorrowedValue(const cdb::Value& value) { return std::visit(ToConfd{}, value); }
 
 confd_value_t OwnedString(const std::string& text)
 {
-    confd_value_t value{};
-    value.type = C_BUF;
-    value.val.buf.size = static_cast<unsigned int>(text.size());
-    value.val.buf.ptr = static_cast<unsigned char*>(std::malloc(text.size() + 1));
-    if (value.val.buf.ptr == nullptr) throw std::bad_alloc();
-    std::memcpy(value.val.buf.ptr, text.c_str(), text.size() + 1);
-    return value;
+    auto* bytes = static_cast<char*>(std::malloc(text.size() + 1));
+    if (bytes == nullptr) throw std::bad_alloc();
+    std::memcpy(bytes, text.c_str(), text.size() + 1);
+    return StringAt(bytes, text.size());
 }
 
 confd_value_t OwnedValue(const cdb::Value& value)

@@ -6,6 +6,7 @@
 
 #include <confd_lib.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,12 @@
 #include "cdb/model/value.h"
 
 namespace embedded {
+
+/// The failure of one call of the client API.
+class ClientError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 /// C_NOEXISTS: ends a keypath, and stands for a leaf that is not set.
 confd_value_t Empty();

@@ -11,20 +11,59 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "cdb/model/schema_table.h"
 #include "cdb/rows/reader.h"
+#include "platform/embedded/confd/schema_cache.h"
 
 namespace embedded {
 
-class ReadSession;
+/// The reads of one session, which sees one commit. Every operation throws ClientError that says what is
+/// wrong, or cdb::FatalError if the store can't be read. The caller frees the values.
+class ReadSession {
+public:
+    ReadSession(SchemaCache& cache, std::shared_ptr<const cdb::StoreReader::Snapshot> view);
+
+    /// The number of entries of a list.
+    [[nodiscard]] int NumInstances(std::string_view path);
+    /// Reads `count` entries from index `first` on, `perEntry` values each; fewer entries are an error.
+    /// Returns the number of values that an entry has.
+    int GetObjects(confd_value_t* values, int perEntry, int first, int count, std::string_view path);
+    /// Reads `count` values of an entry or container. Returns the number of values that it has.
+    int GetObject(confd_value_t* values, int count, std::string_view path);
+    /// Reads one leaf; one without a value is an error.
+    void Get(confd_value_t* value, std::string_view path);
+
+private:
+    struct Entry {
+        std::vector<std::string> keys;
+        cdb::Row row;
+    };
+
+    const ReadPath& Resolved(std::string_view path);
+    const ReadPath& ResolvedList(std::string_view path);
+    [[nodiscard]] std::vector<std::string> KeysAt(cdb::NodeId list,
+                                                  const std::vector<std::string>& parentKeys,
+                                                  std::size_t index) const;
+    [[nodiscard]] bool Exists(cdb::NodeId node, const std::vector<std::string>& keys) const;
+    [[nodiscard]] cdb::Row RowOf(cdb::NodeId entry, const std::vector<std::string>& keys,
+                                 std::string_view path) const;
+
+    SchemaCache& m_cache;
+    std::shared_ptr<const cdb::StoreReader::Snapshot> m_view;
+    const PathReader::Resolve m_resolve;
+
+    // The entries of the short list counted last: a reader counts a list and then reads it.
+    std::string m_countedPath;
+    std::vector<Entry> m_counted;
+};
 
 class Database {
 public:
-    Database();
+    Database() = default;
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
-    ~Database();
 
     /// Opens the store anew; ends the sessions and views of the previous one. Throws cdb::FatalError.
     void Open(const std::string& directory);
@@ -53,7 +92,13 @@ public:
     [[nodiscard]] ReadSession& Session(int socket);
 
 private:
-    struct Store;
+    struct Store {
+        explicit Store(const std::string& directory) : reader(cdb::StoreReader::Open(directory)) {}
+
+        std::unique_ptr<cdb::StoreReader> reader;
+        SchemaCache cache{reader->Schema()};
+    };
+
     [[nodiscard]] std::shared_ptr<const cdb::StoreReader::Snapshot> View() const;
 
     std::unique_ptr<Store> m_store;  // outlives the views and sessions below

@@ -19,7 +19,7 @@
 #include "ipc/frame.h"
 #include "log/log.h"
 #include "platform/embedded/qxmw/category.h"
-#include "platform/embedded/qxmw/handle.h"
+#include "platform/embedded/runtime.h"
 
 namespace {
 
@@ -31,8 +31,7 @@ const char* OrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
 std::string ProcessName()
 {
-    return qxos::the_context != nullptr ? qxos::the_context->GetSharedQxmw()->process
-                                        : program_invocation_short_name;
+    return qxos::the_context != nullptr ? embedded::TheRuntime().process : program_invocation_short_name;
 }
 
 }  // namespace

@@ -3,15 +3,18 @@
 // (ipc/notify.h).
 
 #include <csignal>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/signal_set.hpp>
 
 #include "ipc/notify.h"
-#include "platform/embedded/qxmw/handle.h"
-#include "platform/embedded/qxos/context_access.h"
 #include "platform/embedded/runtime.h"
+
+/// The middleware's handle: what belongs to it is in the runtime.
+struct qxmw {};
 
 namespace qxos {
 
@@ -48,7 +51,7 @@ Context* the_context = nullptr;
 class Context::Impl {
 public:
     Impl(std::string process, const HaStateChangeCallbacks& callbacks)
-        : m_callbacks(callbacks), m_runtime(process), m_qxmw{process}
+        : m_callbacks(callbacks), m_runtime{std::move(process)}
     {
         // A log or a peer whose reader has gone must not end the process.
         std::signal(SIGPIPE, SIG_IGN);
@@ -83,3 +86,14 @@ const Context::HaStateChangeCallbacks& ContextAccess::CallbacksOf(Context& conte
 }
 
 }  // namespace qxos
+
+namespace embedded {
+
+Runtime& TheRuntime()
+{
+    if (qxos::the_context == nullptr)
+        throw std::logic_error("no process context is installed; set qxos::the_context first");
+    return qxos::ContextAccess::RuntimeOf(*qxos::the_context);
+}
+
+}  // namespace embedded

@@ -76,7 +76,7 @@ protected:
     [[nodiscard]] std::unique_ptr<Client> Connect()
     {
         std::string reason;
-        auto channel = ipc::Connect(m_loop, Path(), reason);
+        auto channel = ipc::Connect(m_loop, m_timers, Path(), reason);
         if (channel == nullptr) throw std::runtime_error(reason);
         return std::make_unique<Client>(std::move(channel));
     }
@@ -382,7 +382,7 @@ TEST_F(Server, TakesThePlaceOfADeadManagersSocket)
     ::close(descriptor);
     SessionServer server(m_loop, m_timers, copy.string(), m_service);
     std::string reason;
-    EXPECT_NE(nullptr, ipc::Connect(m_loop, copy.string(), reason)) << reason;
+    EXPECT_NE(nullptr, ipc::Connect(m_loop, m_timers, copy.string(), reason)) << reason;
 }
 
 TEST_F(Server, EndsSessionAndSocketWhenItStops)

@@ -57,7 +57,8 @@ protected:
     {
         m_acceptor->async_accept([this](const boost::system::error_code& error, ipc::Channel::Socket socket) {
             if (error) return;
-            m_connections.push_back(std::make_unique<Database>(ipc::Channel::Create(std::move(socket))));
+            m_connections.push_back(
+                std::make_unique<Database>(ipc::Channel::Create(std::move(socket), m_timers)));
             Accept();
         });
     }

@@ -5,7 +5,7 @@
 
 #include <csignal>
 
-#include "platform/embedded/qxos/context_access.h"
+#include "platform/embedded/runtime.h"
 #include "world.h"
 
 namespace {

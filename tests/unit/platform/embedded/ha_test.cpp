@@ -3,7 +3,7 @@
 
 #include <qxos/callback.h>
 
-#include "platform/embedded/qxos/context_access.h"
+#include "platform/embedded/runtime.h"
 #include "world.h"
 
 namespace {

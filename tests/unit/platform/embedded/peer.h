@@ -13,6 +13,7 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "base/timers.h"
 #include "ipc/frame.h"
 
 template <typename Received, typename Sent>
@@ -58,7 +59,7 @@ private:
         m_acceptor->async_accept([this](const boost::system::error_code& error, ipc::Channel::Socket socket) {
             if (error) return;
             ++connections;
-            m_channel = ipc::Channel::Create(std::move(socket));
+            m_channel = ipc::Channel::Create(std::move(socket), *m_timers);
             m_channel->Start({[this](std::string_view frame) {
                                   Received message;
                                   message.ParseFromArray(frame.data(), static_cast<int>(frame.size()));
@@ -71,6 +72,7 @@ private:
     }
 
     boost::asio::io_context& m_loop;
+    const std::unique_ptr<base::Timers> m_timers = base::MakeTimers(m_loop);
     const std::string m_path;
     std::unique_ptr<Acceptor> m_acceptor;
     std::shared_ptr<ipc::Channel> m_channel;

@@ -192,12 +192,13 @@ TEST_F(ServiceTest, LogsARefusalOnceAndTriesAgain)
 
 TEST_F(ServiceTest, TreatsAManagerThatTakesNothingAsLost)
 {
-    m_runtime->stuckLimit = milliseconds{0};
     OpenSession();
     Advance(milliseconds{1000});
     EXPECT_EQ(m_events, Events{});
     // Queued and not yet written: the manager has read none of it.
     m_service->DeleteCollector("waits");
+    m_timers->Advance(milliseconds{9000});
+    EXPECT_EQ(m_events, Events{});
     m_timers->Advance(milliseconds{1000});
     EXPECT_EQ(m_events, (Events{"lost"}));
     EXPECT_FALSE(m_service->IsConnected());

@@ -10,7 +10,6 @@
 
 #include "cdb/schema/schema.h"
 #include "log/log.h"
-#include "platform/embedded/qxos/context_access.h"
 
 namespace {
 

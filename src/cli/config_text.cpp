@@ -1,15 +1,88 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "cli/config_text.h"
+
 #include <libyang/libyang.h>
 
 #include <cstddef>
 #include <string_view>
 
-#include "cli/config_text.h"
-#include "cli/data.h"
-#include "cli/statement.h"
+#include "cli/schema_words.h"
+#include "cli/words.h"
 
 namespace cli {
 namespace {
+
+bool IsKeyNode(const lyd_node* node) { return node->schema && (node->schema->flags & LYS_KEY) != 0; }
+
+/// Whether the node is the container that paths leave out.
+bool IsRoot(const lyd_node* node)
+{
+    return !lyd_parent(node) && node->schema == RootContainer(LYD_CTX(node));
+}
+
+/// A leaf or a leaf-list's value.
+bool IsLeafNode(const lyd_node* node) { return (node->schema->nodetype & (LYS_LEAF | LYS_LEAFLIST)) != 0; }
+
+/// Whether the node says something: leaves, list entries and presence containers do, other containers if
+/// something below them does.
+bool Counts(const lyd_node* node)
+{
+    const bool plainContainer =
+        node->schema->nodetype == LYS_CONTAINER && (node->schema->flags & LYS_PRESENCE) == 0;
+    if (!plainContainer) return true;
+    for (const lyd_node* child = lyd_child(node); child; child = child->next)
+        if (Counts(child)) return true;
+    return false;
+}
+
+/// Appends a blank and the leaf's value; nothing for a leaf that has none.
+void AppendValue(const lyd_node* node, std::string& out)
+{
+    if (reinterpret_cast<const lyd_node_term*>(node)->value.realtype->basetype == LY_TYPE_EMPTY) return;
+    out += ' ';
+    out += Quoted(lyd_get_value(node));
+}
+
+/// Appends the node's name and, for a list's entry, its keys.
+void AppendHead(const lyd_node* node, std::string& out)
+{
+    out += node->schema->name;
+    if (node->schema->nodetype != LYS_LIST) return;
+    for (const lyd_node* key = lyd_child(node); key && IsKeyNode(key); key = key->next) AppendValue(key, out);
+}
+
+constexpr std::size_t kBlockIndent = 4;
+
+void AppendBlock(const lyd_node* node, std::size_t depth, std::string& out);
+
+void AppendChildren(const lyd_node* parent, std::size_t depth, std::string& out)
+{
+    for (const lyd_node* child = lyd_child_no_keys(parent); child; child = child->next)
+        AppendBlock(child, depth, out);
+}
+
+void AppendBlock(const lyd_node* node, std::size_t depth, std::string& out)
+{
+    if (!Counts(node)) return;
+    out.append(depth * kBlockIndent, ' ');
+    AppendHead(node, out);
+    if (IsLeafNode(node)) {
+        AppendValue(node, out);
+        out += ";\n";
+        return;
+    }
+    const std::size_t withoutBlock = out.size();
+    out += " {\n";
+    const std::size_t begin = out.size();
+    AppendChildren(node, depth + 1, out);
+    if (out.size() == begin) {
+        out.resize(withoutBlock);
+        out += ";\n";
+        return;
+    }
+    out.append(depth * kBlockIndent, ' ');
+    out += "}\n";
+}
 
 /// Which list entries get a line of their own, before the lines of what they have.
 enum class EntryLines { kBare, kAll };
@@ -109,6 +182,25 @@ private:
 };
 
 }  // namespace
+
+std::string ToBlocks(const lyd_node* tree)
+{
+    std::vector<const lyd_node*> nodes;
+    for (const lyd_node* node = tree; node; node = node->next) nodes.push_back(node);
+    return ToBlocks(nodes);
+}
+
+std::string ToBlocks(const std::vector<const lyd_node*>& nodes)
+{
+    std::string out;
+    for (const lyd_node* node : nodes) {
+        if (IsRoot(node))
+            AppendChildren(node, 0, out);
+        else
+            AppendBlock(node, 0, out);
+    }
+    return out;
+}
 
 std::string ToSetLines(const lyd_node* tree)
 {

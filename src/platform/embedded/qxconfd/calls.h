@@ -1,24 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
-// The data handlers' callpoints: answers the database's requests with the results and the writes of the
-// callbacks. Knows no connection.
+// What cdbd sends as calls of the handlers: a callpoint's request is one callback, a commit is StartCommit,
+// the walks of the touched points, then ApplyCommitConfig. Knows no connection.
 
-#ifndef PLATFORM_EMBEDDED_QXCONFD_CALLPOINTS_H
-#define PLATFORM_EMBEDDED_QXCONFD_CALLPOINTS_H
+#ifndef PLATFORM_EMBEDDED_QXCONFD_CALLS_H
+#define PLATFORM_EMBEDDED_QXCONFD_CALLS_H
 
+#include <qxconfd/config_handler.h>
 #include <qxconfd/data_handler.h>
 
 #include <string>
 #include <vector>
 
+#include "cdb/model/change_set.h"
+#include "ipc/cdb.pb.h"
 #include "platform/embedded/runtime.h"
-
-namespace ipc::cdb {
-class CallpointReply;
-class CallpointRequest;
-}  // namespace ipc::cdb
 
 namespace embedded {
 
+/// Answers requests with the results and the writes of the data handlers' callbacks.
 class Callpoints {
 public:
     /// All of them must outlive it.
@@ -45,6 +44,15 @@ private:
     confd_daemon_ctx m_daemon;
     const std::vector<qxconfd::DataHandler*> m_handlers;
 };
+
+struct PointOfHandler {
+    qxconfd::ConfigHandler* handler = nullptr;
+    const SubscriptionPoint* point = nullptr;
+};
+
+/// Walks the points in the order given. An exception from a handler propagates.
+void Deliver(const cdb::SchemaTable& schema, const cdb::ChangeSet& changes,
+             const std::vector<PointOfHandler>& touched);
 
 }  // namespace embedded
 
