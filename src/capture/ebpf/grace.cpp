@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Switches expedited grace periods on for a row of attachments, and off after it.
-
 #include "capture/ebpf/grace.h"
 
 #include <array>
@@ -8,7 +6,6 @@
 #include <charconv>
 #include <chrono>
 #include <csignal>
-#include <string>
 
 #include <fcntl.h>
 #include <unistd.h>
