@@ -26,7 +26,7 @@
 #include "manager/export/poller.h"
 #include "manager/fake_worker.h"
 #include "net/counters/counters.h"
-#include "net/counters/counters_links.h"
+#include "net/counters/kernel_counters.h"
 #include "net/links/links.h"
 #include "support/manual_timers.h"
 #include "support/network.h"

@@ -18,8 +18,7 @@
 #include <boost/asio/io_context.hpp>
 
 #include "base/timers.h"
-#include "capture/ebpf/source.h"
-#include "capture/packet_socket/source.h"
+#include "capture/packet_source.h"
 #include "support/network.h"
 
 namespace {

@@ -12,8 +12,7 @@
 
 #include <fmt/format.h>
 
-#include "capture/ebpf/source.h"
-#include "capture/packet_socket/source.h"
+#include "capture/packet_source.h"
 #include "figures/measure.h"
 #include "sampling/figures.h"
 #include "sampling/measured_source.h"

@@ -3,17 +3,25 @@
 // the kernel's interfaces, each with the probability 1/rate, counts what it drew from, and hands the sampled
 // ones over in batches. It knows nothing of collectors, names or datagrams.
 //
-// Two implementations: ebpf/source.h (first choice) and packet_socket/source.h.
+// Two implementations: ebpf/ (first choice) and packet_socket/.
 
 #ifndef CAPTURE_PACKET_SOURCE_H
 #define CAPTURE_PACKET_SOURCE_H
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+namespace boost::asio {
+class io_context;
+}
+namespace base {
+class Timers;
+}  // namespace base
 
 namespace capture {
 
@@ -154,6 +162,22 @@ public:
     /// Hands over what waits now, then calls OnDrained.
     virtual void Drain() = 0;
 };
+
+enum class EbpfHook { kBest, kTcx, kClsact };
+
+/// Packets sampled by an eBPF program at the interfaces' tcx hooks, or at clsact if the kernel has no tcx;
+/// one ring buffer for all. The kernel wakes the process for the first packet and when the ring fills, never
+/// for each packet. Loads the program. Removes what an earlier process left at clsact. Throws Unavailable.
+/// Loop, timers and sink must outlive it.
+std::unique_ptr<PacketSource> MakeEbpfSource(boost::asio::io_context& loop, base::Timers& timers,
+                                             SampleSink& sink, const SourceOptions& options,
+                                             EbpfHook hook = EbpfHook::kBest);
+
+/// Packets sampled by a random filter of packet sockets (packet(7), TPACKET_V3), for kernels and privileges
+/// that do not allow eBPF. A second socket per interface counts what could have been sampled. Throws
+/// Unavailable if packet sockets can't be opened. Loop, timers and sink must outlive it.
+std::unique_ptr<PacketSource> MakeRingSource(boost::asio::io_context& loop, base::Timers& timers,
+                                             SampleSink& sink, const SourceOptions& options);
 
 }  // namespace capture
 

@@ -11,15 +11,14 @@
 
 #include <sys/types.h>
 
+#include "base/unique_fd.h"
+
 namespace capture {
 
 class ClsactClaim {
 public:
     /// Tries to take the claim.
     ClsactClaim() { Tend(); }
-    ClsactClaim(ClsactClaim&& other) noexcept;
-    ClsactClaim& operator=(ClsactClaim&&) = delete;
-    ~ClsactClaim();
 
     /// The other process that has the claim. Only a process of root or of our own user counts: any user may
     /// take the name, and must not block the manager by that. Empty if we have it, or if the holder is
@@ -33,7 +32,7 @@ public:
 private:
     void Take();
 
-    int m_file = -1;  // listens if we have the claim, else -1
+    base::UniqueFd m_file;  // listens; none if we do not have the claim
     std::optional<pid_t> m_other;
 };
 

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Switches expedited grace periods on for a row of attachments, and off after it.
-
 #include "capture/ebpf/grace.h"
 
 #include <array>
@@ -8,7 +6,6 @@
 #include <charconv>
 #include <chrono>
 #include <csignal>
-#include <string>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -31,20 +28,14 @@ constexpr int kMarkBits = ~0x3fffff;
 GracePeriods::GracePeriods(base::Timers& timers, bool expedite, const std::string& path) : m_timers(timers)
 {
     if (!expedite) return;
-    m_file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-    if (m_file < 0) slog::Notice("{} can't be written: attaching to many interfaces takes its time", path);
-    if (m_file >= 0) TakeBackLeft();
-}
-
-GracePeriods::~GracePeriods()
-{
-    SwitchOff();
-    if (m_file >= 0) ::close(m_file);
+    m_file = base::UniqueFd(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+    if (!m_file) slog::Notice("{} can't be written: attaching to many interfaces takes its time", path);
+    if (m_file) TakeBackLeft();
 }
 
 void GracePeriods::Step()
 {
-    if (m_file < 0) return;
+    if (!m_file) return;
     m_again = true;
     if (m_quiet == nullptr) Arm();
     // Tried at each step: another process may take its value back meanwhile.
@@ -65,7 +56,7 @@ void GracePeriods::Arm()
 int GracePeriods::Value() const
 {
     std::array<char, 16> text{};
-    const ssize_t size = ::pread(m_file, text.data(), text.size(), 0);
+    const ssize_t size = ::pread(m_file.Get(), text.data(), text.size(), 0);
     int value = kUnknown;
     if (size > 0) std::from_chars(text.data(), text.data() + size, value);
     return value;
@@ -74,7 +65,7 @@ int GracePeriods::Value() const
 bool GracePeriods::Set(int value) const
 {
     const auto text = std::to_string(value) + "\n";
-    return ::pwrite(m_file, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+    return ::pwrite(m_file.Get(), text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
 }
 
 void GracePeriods::TakeBackLeft() const

@@ -17,6 +17,8 @@
 #include <memory>
 #include <string>
 
+#include "base/unique_fd.h"
+
 namespace base {
 class Timers;
 }  // namespace base
@@ -28,7 +30,7 @@ public:
     /// With `expedite` opens the switch now: later there may be no privilege to do so. If that fails, it is
     /// logged and all steps are slow. Without, it does nothing at all.
     GracePeriods(base::Timers& timers, bool expedite, const std::string& path = "/sys/kernel/rcu_expedited");
-    ~GracePeriods();
+    ~GracePeriods() { SwitchOff(); }
     GracePeriods(const GracePeriods&) = delete;
     GracePeriods& operator=(const GracePeriods&) = delete;
 
@@ -44,7 +46,7 @@ private:
     void SwitchOff();
 
     base::Timers& m_timers;
-    int m_file = -1;
+    base::UniqueFd m_file;
     int m_steps = 0;       // in this row
     bool m_again = false;  // a step since the timer was armed
     bool m_on = false;     // we have set it

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The interfaces of the eBPF source as user space knows them. An interface's counts are per CPU and direction
-// in the kernel, and become one sum here. No system calls. Used by the eBPF source.
+// The interfaces of the eBPF source as user space knows them, in slots that are used again. An interface's
+// counts are per CPU and direction in the kernel, and become one sum here. No system calls. Used by the eBPF
+// source.
 
 #ifndef CAPTURE_EBPF_PORTS_H
 #define CAPTURE_EBPF_PORTS_H
@@ -48,12 +49,47 @@ public:
     };
 
     /// The interface must not have been added. The reference is valid until the next Add.
-    Port& Add(std::uint32_t ifIndex);
+    Port& Add(std::uint32_t ifIndex)
+    {
+        std::uint32_t slot = 0;
+        if (m_free.empty()) {
+            slot = static_cast<std::uint32_t>(m_slots.size());
+            m_slots.emplace_back();
+        } else {
+            slot = m_free.back();
+            m_free.pop_back();
+        }
+        if (++m_incarnation == 0) ++m_incarnation;
+        m_byIndex[ifIndex] = slot;
+        Port& port = m_slots[slot];
+        port = Port{};
+        port.ifIndex = ifIndex;
+        port.slot = slot;
+        port.incarnation = m_incarnation;
+        return port;
+    }
+
     /// Null if it has not been added.
-    [[nodiscard]] Port* Find(std::uint32_t ifIndex);
-    [[nodiscard]] const Port* Find(std::uint32_t ifIndex) const;
+    [[nodiscard]] const Port* Find(std::uint32_t ifIndex) const
+    {
+        const auto found = m_byIndex.find(ifIndex);
+        return found == m_byIndex.end() ? nullptr : &m_slots[found->second];
+    }
+    [[nodiscard]] Port* Find(std::uint32_t ifIndex)
+    {
+        return const_cast<Port*>(std::as_const(*this).Find(ifIndex));
+    }
+
     /// Does nothing if it has not been added.
-    void Remove(std::uint32_t ifIndex);
+    void Remove(std::uint32_t ifIndex)
+    {
+        const auto found = m_byIndex.find(ifIndex);
+        if (found == m_byIndex.end()) return;
+        m_slots[found->second] = Port{};
+        m_free.push_back(found->second);
+        m_byIndex.erase(found);
+    }
+
     [[nodiscard]] std::size_t Size() const { return m_byIndex.size(); }
     /// Free ones included: their incarnation is 0.
     [[nodiscard]] const std::vector<Port>& Slots() const { return m_slots; }

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Loading the sampling program, and its maps.
-
 #include "capture/ebpf/program.h"
 
 #include <algorithm>

@@ -6,7 +6,6 @@
 #ifndef CAPTURE_EBPF_RING_H
 #define CAPTURE_EBPF_RING_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <vector>

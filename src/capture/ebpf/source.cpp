@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The eBPF source: ports and hooks made and unmade as the caller says, and the ring drained in batches.
 
-#include "capture/ebpf/source.h"
-
 #include <algorithm>
 #include <array>
 #include <optional>
@@ -21,7 +19,7 @@
 #include "capture/ebpf/program.h"
 #include "capture/ebpf/ring.h"
 #include "capture/ebpf/waker.h"
-#include "log/log.h"
+#include "capture/packet_source.h"
 
 namespace capture {
 namespace {

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Questions to rtnetlink: all qdiscs, that of one interface, and the filters of one hook.
-
 #include "capture/ebpf/tc_dump.h"
 
 #include <cerrno>

@@ -17,6 +17,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "base/unique_fd.h"
 #include "base/worker.h"
 #include "capture/ebpf/grace.h"
 #include "capture/ebpf/hooks.h"
@@ -48,9 +49,9 @@ int CreateLink(int program, std::uint32_t ifIndex, bool egress)
 struct Step {
     std::uint32_t ifIndex;
     bool egress;
-    int link;           // to be closed; -1: one is to be made, and here it is then
-    int error = 0;      // why it could not be made
-    bool done = false;  // else there was no time for it
+    base::UniqueFd link;  // to be closed; none: one is to be made, and here it is then
+    int error = 0;        // why it could not be made
+    bool done = false;    // else there was no time for it
 };
 using Steps = std::vector<Step>;
 
@@ -60,11 +61,11 @@ void Do(Steps& steps, const std::array<int, 2>& programs)
     constexpr std::chrono::milliseconds kMost{20};
     const auto end = std::chrono::steady_clock::now() + kMost;
     for (Step& step : steps) {
-        if (step.link >= 0) {
-            ::close(std::exchange(step.link, -1));  // waits for the program's last run
+        if (step.link) {
+            step.link.Close();  // waits for the program's last run
         } else {
             const int made = CreateLink(programs[step.egress], step.ifIndex, step.egress);
-            step.link = std::max(made, -1);
+            step.link = base::UniqueFd(std::max(made, -1));
             step.error = std::min(made, 0);
         }
         step.done = true;
@@ -86,11 +87,11 @@ public:
         m_task.reset();
         m_worker.reset();  // waits for the steps under way
         if (m_steps != nullptr)
-            for (const Step& step : *m_steps) m_hooks[KeyOf(step.ifIndex, step.egress)].link = step.link;
-        for (const auto& [key, hook] : m_hooks) {
-            if (hook.link < 0) continue;
+            for (Step& step : *m_steps) m_hooks[KeyOf(step.ifIndex, step.egress)].link = std::move(step.link);
+        for (auto& [key, hook] : m_hooks) {
+            if (!hook.link) continue;
             m_grace.Step();
-            ::close(hook.link);
+            hook.link.Close();
         }
     }
 
@@ -116,12 +117,12 @@ public:
     [[nodiscard]] bool IsAttached(std::uint32_t ifIndex, bool egress) const override
     {
         const auto at = m_hooks.find(KeyOf(ifIndex, egress));
-        return at != m_hooks.end() && at->second.wanted && at->second.link >= 0;
+        return at != m_hooks.end() && at->second.wanted && at->second.link;
     }
 
 private:
     struct Hook {
-        int link = -1;        // -1: none, or the thread has it
+        base::UniqueFd link;  // none also while the thread has it
         bool wanted = false;  // else it is to be detached, and forgotten then
         bool queued = false;  // in m_queue or m_steps
     };
@@ -146,13 +147,13 @@ private:
         for (; !m_queue.empty() && steps->size() < kMost; m_queue.pop_front()) {
             const auto [ifIndex, egress] = m_queue.front();
             Hook& hook = m_hooks[KeyOf(ifIndex, egress)];
-            hook.queued = hook.wanted != (hook.link >= 0);
+            hook.queued = hook.wanted != static_cast<bool>(hook.link);
             if (!hook.queued) {
                 Settle(ifIndex, egress);
                 continue;
             }
             m_grace.Step();
-            steps->push_back({ifIndex, egress, std::exchange(hook.link, -1)});
+            steps->push_back({ifIndex, egress, std::move(hook.link)});
         }
         if (steps->empty()) return;
         m_steps = steps;
@@ -162,18 +163,18 @@ private:
     void Take()
     {
         m_task.reset();
-        const Steps steps = std::move(*std::exchange(m_steps, nullptr));
+        Steps steps = std::move(*std::exchange(m_steps, nullptr));
         for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
             if (step->done) continue;
-            m_hooks[KeyOf(step->ifIndex, step->egress)].link = step->link;
+            m_hooks[KeyOf(step->ifIndex, step->egress)].link = std::move(step->link);
             m_queue.emplace_front(step->ifIndex, step->egress);
         }
-        for (const Step& step : steps) {
+        for (Step& step : steps) {
             if (!step.done) continue;
             m_grace.Step();
             Hook& hook = m_hooks[KeyOf(step.ifIndex, step.egress)];
             hook.queued = false;
-            hook.link = step.link;
+            hook.link = std::move(step.link);
             if (step.error != 0 && std::exchange(hook.wanted, false))
                 m_events.refused(step.ifIndex, step.egress, Refused(step.error));
             Settle(step.ifIndex, step.egress);
@@ -186,7 +187,7 @@ private:
     {
         const auto at = m_hooks.find(KeyOf(ifIndex, egress));
         if (at == m_hooks.end() || at->second.queued) return;
-        if (at->second.wanted != (at->second.link >= 0)) {
+        if (at->second.wanted != static_cast<bool>(at->second.link)) {
             at->second.queued = true;
             m_queue.emplace_back(ifIndex, egress);
         } else if (!at->second.wanted) {
@@ -222,9 +223,8 @@ bool TcxSupported(int program)
     // No interface has this index. A kernel with tcx looks for it and answers ENODEV; another refuses the
     // hook.
     constexpr std::uint32_t kNowhere = 0x7fffffff;
-    const int file = CreateLink(program, kNowhere, false);
-    if (file >= 0) ::close(file);
-    return file >= 0 || file == -ENODEV;
+    const base::UniqueFd link(CreateLink(program, kNowhere, false));
+    return link || link.Get() == -ENODEV;
 }
 
 }  // namespace capture

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// The rhythm of looking into the ring.
-
 #include "capture/ebpf/waker.h"
 
 #include <cerrno>

@@ -25,7 +25,6 @@ public:
     /// `look` drains the ring and returns whether anything was in it. Throws Unavailable.
     EbpfWaker(boost::asio::io_context& loop, base::Timers& timers, int ring, volatile SharedWords& shared,
               std::function<bool()> look);
-    ~EbpfWaker() = default;
     EbpfWaker(const EbpfWaker&) = delete;
     EbpfWaker& operator=(const EbpfWaker&) = delete;
 

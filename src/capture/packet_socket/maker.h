@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Makes pairs of packet sockets ready without holding up the loop: for each the kernel waits twice until
-// every CPU has passed a quiet moment, some 12 ms. So a few threads do it, which wait together and
-// exist only while there is something to make. Used by source.cpp.
+// Makes pairs of packet sockets ready, and closes them, without holding up the loop. A few threads do it,
+// which exist only while there is something to make or to close. Used by source.cpp.
 
 #ifndef CAPTURE_PACKET_SOCKET_MAKER_H
 #define CAPTURE_PACKET_SOCKET_MAKER_H
@@ -24,8 +23,28 @@ class io_context;
 namespace capture {
 
 class GracePeriods;
-class RingCloser;
 
+/// To close a pair the kernel waits several times until every CPU has passed a quiet moment: some 60 ms. The
+/// threads wait together, so a few of them close hundreds in a second. If no thread can be made, the caller
+/// closes.
+class RingCloser {
+public:
+    RingCloser();
+    RingCloser(const RingCloser&) = delete;
+    RingCloser& operator=(const RingCloser&) = delete;
+    /// Returns when all are closed.
+    ~RingCloser();
+
+    /// Drops the reference in a thread; the sockets close with the last one. Null is allowed.
+    void Close(std::shared_ptr<PacketSocketPair> pair);
+
+private:
+    struct Work;
+    static void Run(const std::shared_ptr<Work>& work);
+    std::shared_ptr<Work> m_work;
+};
+
+/// To make a pair the kernel waits twice in the same way, some 12 ms.
 class PairMaker {
 public:
     /// `refusal` is null if the pair is prepared.

@@ -60,11 +60,6 @@ std::size_t PageMultiple(std::size_t bytes)
 
 }  // namespace
 
-Descriptor::~Descriptor()
-{
-    if (m_descriptor >= 0) close(m_descriptor);
-}
-
 PacketSocket::PacketSocket(int type) : m_descriptor(Open(type)) { Attach(RejectingFilter()); }
 
 void PacketSocket::Attach(const RingFilter& filter)

@@ -15,22 +15,10 @@
 #include <optional>
 #include <string>
 
+#include "base/unique_fd.h"
 #include "capture/packet_socket/filter.h"
 
 namespace capture {
-
-/// A file descriptor with an owner.
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor = -1) : m_descriptor(descriptor) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor();
-    [[nodiscard]] int Get() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
 
 /// The counts of PACKET_STATISTICS, summed since the socket was made.
 struct RingStatistics {
@@ -65,7 +53,7 @@ protected:
     void SetOption(int option, const void* value, std::size_t size, const std::string& what);
 
 private:
-    Descriptor m_descriptor;
+    base::UniqueFd m_descriptor;
     RingStatistics m_statistics;
 };
 

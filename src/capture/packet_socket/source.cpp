@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Sampling with packet sockets: which interface is sampled how, what was counted, and when blocks are read.
 // The rest of it: filter.h (what is sampled), socket.h and pair.h (the sockets), blocks.h (the memory),
-// port.h (an interface), waker.h, maker.h and closer.h (when, and how a pair begins and ends).
+// port.h (an interface), waker.h and maker.h (when, and how a pair begins and ends).
 //
 // What this source can't do: it does not learn by which interface a leaving packet entered, and it counts and
 // samples a packet that the kernel holds as several segments as one; the sample says what it is on the wire.
@@ -13,8 +13,6 @@
 // The first block that waits wakes the process. From then on a timer looks, so often that a stream of packets
 // would fill two thirds of a ring at most meanwhile; when looks find nothing for some time, the ring wakes
 // again.
-
-#include "capture/packet_socket/source.h"
 
 #include <net/if.h>
 
@@ -31,11 +29,11 @@
 
 #include "base/timers.h"
 #include "capture/ebpf/grace.h"
-#include "capture/packet_socket/closer.h"
 #include "capture/packet_socket/maker.h"
 #include "capture/packet_socket/pair.h"
 #include "capture/packet_socket/port.h"
 #include "capture/packet_socket/waker.h"
+#include "capture/packet_source.h"
 #include "log/log.h"
 
 namespace capture {

@@ -6,7 +6,6 @@
 #include <array>
 #include <boost/asio/io_context.hpp>
 #include <cerrno>
-#include <string>
 #include <system_error>
 #include <utility>
 

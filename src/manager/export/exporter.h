@@ -8,10 +8,10 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
+#include <unordered_map>
 
-#include "manager/export/stream.h"
+#include "manager/export/collector_stream.h"
 #include "manager/service/operation.h"
 
 namespace manager {
@@ -25,7 +25,7 @@ public:
     Exporter(Clock clock, Uptime uptime, std::uint32_t mark);
     Exporter(const Exporter&) = delete;
     Exporter& operator=(const Exporter&) = delete;
-    ~Exporter();
+    ~Exporter() { Flush(); }
 
     /// The agent address of all datagrams from here on, network byte order; what is waiting is sent with
     /// the old one.
@@ -41,7 +41,7 @@ public:
     [[nodiscard]] Stream* Find(const std::string& name);
 
     /// Sends all that waits: at the end of each batch of samples.
-    void Flush();
+    void Flush() { m_shared.SendAll(); }
 
     /// Takes up what the network has reported of datagrams since they were sent, for the streams' status: one
     /// system call a collector. Without it, a report waits for the next datagram.
@@ -51,11 +51,11 @@ public:
     void Restart();
 
     /// Empty, or what is missing, such as the permission to mark the datagrams.
-    [[nodiscard]] const std::string& Limitation() const;
+    [[nodiscard]] const std::string& Limitation() const { return m_shared.limitation; }
 
 private:
-    class Impl;
-    std::unique_ptr<Impl> m_impl;
+    StreamShared m_shared;  // the streams give their memory back to it
+    std::unordered_map<std::string, CollectorStream> m_streams;
 };
 
 }  // namespace manager

@@ -3,12 +3,9 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <cstdint>
-#include <memory>
+#include <map>
 #include <optional>
 #include <span>
-#include <string>
 #include <system_error>
 #include <unordered_map>
 #include <utility>
@@ -18,7 +15,6 @@
 #include "log/log.h"
 #include "manager/export/exporter.h"
 #include "manager/export/poller_sample.h"
-#include "manager/export/poller_schedule.h"
 #include "net/counters/counters.h"
 #include "net/links/links.h"
 #include "wire/encode.h"
@@ -73,6 +69,78 @@ void Reading::Do()
         if (const auto counters = reader->ReadEthernet(each.ifIndex))
             ethernet.push_back({each.ifIndex, *counters});
 }
+
+/// What is due at which tick of a grid of time, so that all that falls due at about the same time is done
+/// together. It knows neither clocks nor what is done.
+class Schedule {
+public:
+    using Tick = std::int64_t;
+
+    /// What can be due; derive from it. It must leave before it is destroyed.
+    class Item {
+    public:
+        [[nodiscard]] bool Waiting() const { return m_waiting; }
+        /// When it is due, or was the last time it waited.
+        [[nodiscard]] Tick Due() const { return m_due; }
+
+    private:
+        friend class Schedule;
+        Tick m_due = 0;
+        std::size_t m_place = 0;  // among those of its tick
+        bool m_waiting = false;
+    };
+
+    /// It must not be waiting.
+    void Enter(Item& item, Tick due)
+    {
+        auto& items = m_waiting[due];
+        item.m_due = due;
+        item.m_place = items.size();
+        item.m_waiting = true;
+        items.push_back(&item);
+    }
+
+    /// Does nothing if it is not waiting.
+    void Leave(Item& item)
+    {
+        if (!item.m_waiting) return;
+        item.m_waiting = false;
+        const auto found = m_waiting.find(item.m_due);
+        auto& items = found->second;
+        items[item.m_place] = items.back();
+        items[item.m_place]->m_place = item.m_place;
+        items.pop_back();
+        if (items.empty()) m_waiting.erase(found);
+    }
+
+    /// The first tick at which anything is due; empty if nothing is.
+    [[nodiscard]] std::optional<Tick> Next() const
+    {
+        if (m_waiting.empty()) return std::nullopt;
+        return m_waiting.begin()->first;
+    }
+
+    /// Appends all that is due at `now` or before; none of it is waiting any longer.
+    void Take(Tick now, std::vector<Item*>& due)
+    {
+        while (!m_waiting.empty() && m_waiting.begin()->first <= now) {
+            for (Item* item : m_waiting.begin()->second) {
+                item->m_waiting = false;
+                due.push_back(item);
+            }
+            m_waiting.erase(m_waiting.begin());
+        }
+    }
+
+    /// The first tick after `now` in the rhythm of `interval` ticks that `due` belongs to.
+    [[nodiscard]] static Tick Following(Tick due, Tick interval, Tick now)
+    {
+        return due > now ? due : due + interval * ((now - due) / interval + 1);
+    }
+
+private:
+    std::map<Tick, std::vector<Item*>> m_waiting;  // none empty
+};
 
 struct Polled : Schedule::Item {
     const std::string* name = nullptr;  // its key

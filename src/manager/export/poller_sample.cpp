@@ -29,15 +29,8 @@ std::uint32_t Low(const std::optional<std::uint64_t>& count)
 
 std::uint32_t DirectionOf(net::Duplex duplex)
 {
-    switch (duplex) {
-    case net::Duplex::kFull:
-        return 1;
-    case net::Duplex::kHalf:
-        return 2;
-    case net::Duplex::kUnknown:
-        break;
-    }
-    return 0;
+    if (duplex == net::Duplex::kFull) return 1;
+    return duplex == net::Duplex::kHalf ? 2 : 0;
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace manager {
@@ -26,11 +27,47 @@ public:
     };
 
     /// A block of `size` bytes or a little more; `size` is at most kBatch.
-    [[nodiscard]] Block Small(std::size_t size);
+    [[nodiscard]] Block Small(std::size_t size)
+    {
+        const std::size_t steps = (size + kStep - 1) / kStep;
+        Block block{Take(m_small.at(steps)), steps * kStep, false};
+        if (block.bytes) {
+            m_keptSmall -= block.capacity;
+        } else {
+            block.bytes = std::make_unique_for_overwrite<std::byte[]>(block.capacity);
+            m_bytes += block.capacity;
+        }
+        return block;
+    }
+
     /// A block of kBatch bytes; empty if kMaxBatches are in use.
-    [[nodiscard]] Block Batch();
+    [[nodiscard]] Block Batch()
+    {
+        if (m_batchesOut == kMaxBatches) return {};
+        Block block{Take(m_batches), kBatch, true};
+        if (!block.bytes) {
+            block.bytes = std::make_unique_for_overwrite<std::byte[]>(kBatch);
+            m_bytes += kBatch;
+        }
+        ++m_batchesOut;
+        return block;
+    }
+
     /// Takes a block back and leaves `block` empty. Some are kept for the next, the rest is freed.
-    void Release(Block& block);
+    void Release(Block& block)
+    {
+        if (!block.bytes) return;
+        if (block.batch) --m_batchesOut;
+        if (block.batch && m_batches.size() < kKeptBatches) {
+            m_batches.push_back(std::move(block.bytes));
+        } else if (!block.batch && m_keptSmall + block.capacity <= kKeptSmall) {
+            m_small.at(block.capacity / kStep).push_back(std::move(block.bytes));
+            m_keptSmall += block.capacity;
+        } else {
+            m_bytes -= block.capacity;
+        }
+        block = {};
+    }
 
     /// Bytes in all blocks, those that are kept included.
     [[nodiscard]] std::size_t Bytes() const { return m_bytes; }
@@ -40,6 +77,14 @@ private:
     static constexpr std::size_t kKeptSmall = std::size_t{256} * 1024;  // bytes
     static constexpr std::size_t kKeptBatches = 4;
     using Free = std::vector<std::unique_ptr<std::byte[]>>;
+
+    static std::unique_ptr<std::byte[]> Take(Free& from)
+    {
+        if (from.empty()) return nullptr;
+        std::unique_ptr<std::byte[]> bytes = std::move(from.back());
+        from.pop_back();
+        return bytes;
+    }
 
     std::array<Free, kBatch / kStep + 1> m_small;  // by size in steps
     Free m_batches;

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The UDP socket of one collector: connected, so that the ICMP errors on it are that collector's own, and
 // never blocking. Hands datagrams to the kernel with as few system calls as possible and says exactly which
-// of them were taken. Counts and logs nothing; the stream that owns it does.
+// of them were taken. UDP segmentation offload cuts a message into datagrams of one size, the last of which
+// may be shorter. Counts and logs nothing; the stream that owns it does.
 
 #ifndef MANAGER_EXPORT_STREAM_SOCKET_H
 #define MANAGER_EXPORT_STREAM_SOCKET_H
@@ -12,9 +13,38 @@
 #include <system_error>
 
 #include "base/unique_fd.h"
-#include "manager/export/stream_datagram.h"
 
 namespace manager {
+
+struct Datagram {
+    std::uint16_t size = 0;                 // bytes of UDP payload
+    std::uint16_t flows = 0, counters = 0;  // samples in it
+};
+
+/// The most datagrams that are sent at once, which is also the kernel's limit of segments a message.
+inline constexpr std::size_t kMaxDatagrams = 64;
+/// The largest UDP payload over IPv4, in segments or not.
+inline constexpr std::size_t kMaxMessage = 65507;
+
+struct Run {
+    std::size_t datagrams = 0;
+    std::size_t bytes = 0;
+};
+
+/// The first run of `datagrams`, which are not empty: as many as one message can carry.
+inline Run FirstRun(std::span<const Datagram> datagrams)
+{
+    const std::size_t size = datagrams[0].size;
+    Run run{1, size};
+    while (run.datagrams < datagrams.size() && run.datagrams < kMaxDatagrams) {
+        const std::size_t next = datagrams[run.datagrams].size;
+        if (next > size || run.bytes + next > kMaxMessage) break;
+        run.bytes += next;
+        ++run.datagrams;
+        if (next < size) break;
+    }
+    return run;
+}
 
 /// What became of the datagrams of one Send.
 struct SendResult {

@@ -28,7 +28,7 @@ struct Options {
     std::vector<std::string> allow;  // others that may have the session; see ipc/trust.h
     bool requireSampling = false;
     std::optional<Direction> direction;  // sampled besides what interfaces ask for
-    std::string source = "auto";         // of packets: see source_choice.h
+    std::string source = "auto";         // of packets, or the only one that is tried
     std::uint32_t mark = 0x73464C77;     // of the manager's own datagrams; 0: none
     std::size_t ringSize = 0;            // bytes; 0: the source's default
     bool expediteRcu = false;            // while many interfaces are attached or detached

@@ -5,11 +5,9 @@
 #include <utility>
 
 #include "base/timers.h"
-#include "capture/packet_source.h"
 #include "log/log.h"
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
-#include "net/links/links.h"
 
 namespace manager {
 namespace {

@@ -18,11 +18,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "manager/sampling/data_source.h"
 #include "manager/sampling/flow_sample_pipeline.h"
 #include "manager/sampling/traffic_watch.h"
 #include "manager/service/service_table.h"
-#include "manager/service/status.h"
 #include "net/links/links.h"
 
 namespace capture {

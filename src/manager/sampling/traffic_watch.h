@@ -13,7 +13,7 @@
 #include <unordered_map>
 
 #include "capture/packet_source.h"
-#include "manager/sampling/data_source.h"
+#include "manager/sampling/flow_sample_pipeline.h"
 #include "manager/service/status.h"
 
 namespace base {

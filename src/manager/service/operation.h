@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a session sends the manager, as plain records: the operations of the sFlow service with their values
-// already checked for form. Used by the message decoder, the journal and the state.
+// What a session sends the manager, as plain records: the operations of the sFlow service, made of the
+// messages on the wire. The one place where the width of numbers and the length of names that a peer sends
+// are checked. Used by the service, the journal and the state.
 
 #ifndef MANAGER_SERVICE_OPERATION_H
 #define MANAGER_SERVICE_OPERATION_H
@@ -8,6 +9,12 @@
 #include <cstdint>
 #include <string>
 #include <variant>
+
+#include "base/expected.h"
+
+namespace ipc::manager {
+class ClientMessage;
+}
 
 namespace manager {
 
@@ -71,6 +78,13 @@ struct SetAgentAddress {
 
 using Operation = std::variant<AddCollector, DeleteCollector, UpdateInterface, Attach, Detach, UnsetInterface,
                                SetAgentAddress>;
+
+/// Whether the message carries one of the service's operations.
+bool IsOperation(const ipc::manager::ClientMessage& message);
+
+/// The operation of a message; the reason if IsOperation is false, a name is too long or a number out of
+/// range.
+base::expected<Operation, std::string> ToOperation(const ipc::manager::ClientMessage& message);
 
 /// The address as dotted-decimal text; `address` in network byte order in memory.
 std::string AddressText(std::uint32_t address);

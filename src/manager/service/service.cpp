@@ -6,7 +6,7 @@
 #include "ipc/manager.pb.h"
 #include "log/log.h"
 #include "manager/service/journal.h"
-#include "manager/service/operation_message.h"
+#include "manager/service/operation.h"
 #include "manager/service/service_table.h"
 
 namespace manager {

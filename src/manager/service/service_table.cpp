@@ -2,7 +2,6 @@
 #include "manager/service/service_table.h"
 
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>

@@ -5,10 +5,7 @@
 #include <chrono>
 #include <string_view>
 
-#include <fmt/format.h>
-
 #include "manager/status/configured.h"
-#include "manager/status/diagnosis_text.h"
 
 namespace manager {
 namespace {

@@ -16,7 +16,6 @@
 
 #include "base/timers.h"
 #include "ipc/acceptor.h"
-#include "manager/status/metrics_text.h"
 
 namespace manager {
 namespace {

@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace boost::asio {
 class io_context;
@@ -21,6 +22,14 @@ class Timers;
 }  // namespace base
 
 namespace manager {
+
+class View;
+
+/// The numbers of the state for monitoring: the text format of Prometheus, version 0.0.4. Each line is one
+/// number with its labels; counters begin at zero with the manager.
+std::string MetricsText(const View& view);
+/// The content type of the text.
+inline constexpr std::string_view kMetricsType = "text/plain; version=0.0.4; charset=utf-8";
 
 class MetricsServer {
 public:

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "manager/status/metrics_text.h"
+// What the server of the metrics serves.
 
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -13,6 +12,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "manager/status/metrics_server.h"
 #include "manager/status/view.h"
 
 namespace manager {

@@ -1,11 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is wrong, as the state's model has it: found by the diagnosis, written by the state writer.
+// What is wrong, as the state's model has it, and the sentences that say it: what is wrong and the remedy, in
+// the words of the operator's shell. Found by the diagnosis, written by the state writer. Decides nothing but
+// which kind of error a collector has.
 
 #ifndef MANAGER_STATUS_PROBLEM_H
 #define MANAGER_STATUS_PROBLEM_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <system_error>
+#include <vector>
+
+#include "manager/status/view.h"
 
 namespace manager {
 
@@ -48,6 +55,36 @@ struct Problem {
 /// As the model writes them.
 const char* Name(Reason reason);
 const char* Name(Subject subject);
+
+namespace text {
+
+std::string NoAgentAddress();
+
+std::string Disabled(const std::vector<std::string>& collectors);
+std::string Unknown(const std::string& collector);
+std::string NotLoaded(Service::Session session);
+std::string NoInterface(const std::string& collector);
+std::string NothingSent();
+
+/// Which of a collector's reasons the error of its socket is.
+Reason ReasonOf(const std::error_code& error);
+std::string OfError(Reason reason, const View::Collector& collector);
+
+std::string Missing(const std::string& interface);
+std::string Down(const InterfaceStatus& status);
+std::string NoCollector(const std::string& interface);
+std::string NoFlowCollector(const std::string& interface);
+std::string NoPermission(const std::string& reason);
+std::string NoKernelSupport(const std::string& reason);
+std::string SourceError(const InterfaceStatus& status);
+std::string NoTraffic(const View::Interface& interface, std::optional<Direction> added);
+std::string BufferFull(const InterfaceStatus& status);
+std::string Pending(const InterfaceStatus& status);
+std::string NoSampleYet(const View::Interface& interface);
+std::string SamplingOff(const std::string& interface);
+std::string PollingOff(const std::string& interface);
+
+}  // namespace text
 
 }  // namespace manager
 

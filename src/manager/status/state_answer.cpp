@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <iterator>
 #include <set>
-#include <string_view>
 #include <utility>
 
 #include "cdb/model/error.h"

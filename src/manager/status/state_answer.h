@@ -8,9 +8,7 @@
 
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 

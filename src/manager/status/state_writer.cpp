@@ -5,7 +5,6 @@
 #include <chrono>
 #include <concepts>
 #include <limits>
-#include <optional>
 
 #include <fmt/format.h>
 
@@ -17,28 +16,14 @@ namespace {
 
 const char* Name(Service::Session session)
 {
-    switch (session) {
-    case Service::Session::kLoading:
-        return "loading";
-    case Service::Session::kLoaded:
-        return "loaded";
-    case Service::Session::kNone:
-        break;
-    }
-    return "none";
+    static constexpr std::array kNames = {"none", "loading", "loaded"};
+    return kNames.at(static_cast<std::size_t>(session));
 }
 
 const char* Name(Direction direction)
 {
-    switch (direction) {
-    case Direction::kEgress:
-        return "egress";
-    case Direction::kBoth:
-        return "both";
-    case Direction::kIngress:
-        break;
-    }
-    return "ingress";
+    static constexpr std::array kNames = {"egress", "ingress", "both"};
+    return kNames.at(static_cast<std::size_t>(direction) - 1);
 }
 
 /// yang:date-and-time, in UTC, to the millisecond.

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads rtnetlink's bridge messages.
-
 #include "net/bridges/bridge_message.h"
 
 #include <algorithm>

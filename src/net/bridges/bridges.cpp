@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// The table of bridges, ports and addresses.
-
 #include "net/bridges/bridges.h"
 
 #include <algorithm>

@@ -8,13 +8,18 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <random>
 #include <utility>
 #include <vector>
 
 namespace net {
 
 /// A random number that a peer can't predict.
-[[nodiscard]] std::uint64_t UnforeseeableNumber();
+[[nodiscard]] inline std::uint64_t UnforeseeableNumber()
+{
+    std::random_device device;
+    return std::uint64_t{device()} << 32 | device();
+}
 
 template <typename Value>
 class AddressTable {

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads rtnetlink's link messages.
-
 #include "net/links/link_message.h"
 
 #include <algorithm>

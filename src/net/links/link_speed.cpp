@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Requests to ethtool netlink.
-
 #include "net/links/link_speed.h"
 
 #include <cerrno>

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// The table of links and its indexes by name.
-
 #include "net/links/links.h"
 
 #include <algorithm>
@@ -43,13 +41,6 @@ const Link* Links::Find(std::string_view name) const
     return nullptr;
 }
 
-const std::unordered_set<std::uint32_t>& Links::Ports(std::uint32_t bridge) const
-{
-    static const std::unordered_set<std::uint32_t> kNone;
-    const auto found = m_ports.find(bridge);
-    return found == m_ports.end() ? kNone : found->second;
-}
-
 void Links::Put(Link link)
 {
     if (link.index == 0) return;
@@ -80,7 +71,6 @@ void Links::Enter(const Link& link)
     if (!link.name.empty()) Add(m_names[link.name], link.index);
     for (const std::string& name : link.altNames) Add(m_altNames[name], link.index);
     if (!link.alias.empty()) Add(m_aliases[link.alias], link.index);
-    if (link.master != 0) m_ports[link.master].insert(link.index);
 }
 
 void Links::Leave(const Link& link)
@@ -88,10 +78,6 @@ void Links::Leave(const Link& link)
     Drop(m_names, link.name, link.index);
     for (const std::string& name : link.altNames) Drop(m_altNames, name, link.index);
     Drop(m_aliases, link.alias, link.index);
-    const auto ports = m_ports.find(link.master);
-    if (ports == m_ports.end()) return;
-    ports->second.erase(link.index);
-    if (ports->second.empty()) m_ports.erase(ports);
 }
 
 }  // namespace net

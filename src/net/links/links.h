@@ -6,12 +6,10 @@
 #define NET_LINKS_LINKS_H
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 namespace net {
@@ -63,9 +61,6 @@ public:
     /// several have it, the one with the lowest index. Null if none has it.
     [[nodiscard]] const Link* Find(std::string_view name) const;
 
-    /// The indexes of a bridge's ports, in no order; empty if it is no bridge.
-    [[nodiscard]] const std::unordered_set<std::uint32_t>& Ports(std::uint32_t bridge) const;
-
     [[nodiscard]] const std::unordered_map<std::uint32_t, Link>& All() const { return m_links; }
 
     /// `observer` must outlive the table.
@@ -84,7 +79,6 @@ private:
 
     std::unordered_map<std::uint32_t, Link> m_links;
     Indexes m_names, m_altNames, m_aliases;
-    std::unordered_map<std::uint32_t, std::unordered_set<std::uint32_t>> m_ports;
     std::vector<LinkObserver*> m_observers;
 };
 

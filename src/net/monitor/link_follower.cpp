@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Takes messages into the tables.
-
 #include "net/monitor/link_follower.h"
 
 #include <chrono>
 #include <cstddef>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 #include <sys/socket.h>
 

@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstdint>
 #include <system_error>
-#include <utility>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
@@ -20,7 +19,6 @@
 #include "net/monitor/link_follower.h"
 #include "net/resolver/resolver.h"
 #include "net/routes/kernel_routes.h"
-#include "net/routes/route_follower.h"
 #include "net/routes/routes.h"
 
 namespace net {

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Checks bounds before it reads bytes.
-
 #include "net/resolver/packet_header.h"
 
 #include <cstring>

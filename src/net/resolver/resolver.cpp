@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// The path of a packet through devices, bridges and routes.
-
 #include "net/resolver/resolver.h"
 
 #include <algorithm>
@@ -10,8 +8,6 @@
 #include <net/if_arp.h>
 
 #include <linux/if_ether.h>
-
-#include "net/resolver/packet_header.h"
 
 namespace net {
 namespace {

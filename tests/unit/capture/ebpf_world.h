@@ -19,7 +19,7 @@
 #include <sched.h>
 #include <boost/asio/io_context.hpp>
 
-#include "capture/ebpf/source.h"
+#include "capture/packet_source.h"
 #include "support/manual_timers.h"
 #include "support/network.h"
 #include "support/poll.h"

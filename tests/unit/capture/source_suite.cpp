@@ -12,8 +12,7 @@
 #include <ostream>
 #include <system_error>
 
-#include "capture/ebpf/source.h"
-#include "capture/packet_socket/source.h"
+#include "capture/packet_source.h"
 
 namespace source_suite {
 

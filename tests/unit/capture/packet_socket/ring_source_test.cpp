@@ -2,7 +2,7 @@
 // What only packet sockets have to do as a source: pools that are exact at 1:1, rings that are made anew, and
 // rows of changes that do not hold up the loop.
 
-#include "capture/packet_socket/source.h"
+#include "capture/packet_source.h"
 
 #include <gmock/gmock.h>
 

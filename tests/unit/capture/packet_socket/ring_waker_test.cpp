@@ -19,7 +19,7 @@
 #include <set>
 #include <vector>
 
-#include "capture/packet_socket/closer.h"
+#include "capture/packet_socket/maker.h"
 #include "capture/packet_source.h"
 #include "support/network.h"
 

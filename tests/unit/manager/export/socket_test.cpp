@@ -14,7 +14,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "manager/export/stream_datagram.h"
 #include "manager/export/stream_socket.h"
 #include "manager/export/world.h"
 #include "support/few_files.h"

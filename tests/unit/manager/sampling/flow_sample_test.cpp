@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a sampled packet is in the terms of sFlow.
 
-#include "manager/sampling/flow_sample.h"
+#include "manager/sampling/flow_sample_pipeline.h"
 
 #include <net/ethernet.h>
 #include <net/if_arp.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The metrics, line by line.
 
-#include "manager/status/metrics_text.h"
+#include "manager/status/metrics_server.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

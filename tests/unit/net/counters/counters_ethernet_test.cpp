@@ -2,7 +2,7 @@
 // The Ethernet counters: the kernel's message, made here byte by byte because virtual interfaces have no
 // such counters; and that a driver without them is asked once only.
 
-#include "net/counters/counters_ethernet.h"
+#include "net/counters/kernel_counters.h"
 
 #include <algorithm>
 #include <array>

@@ -25,7 +25,7 @@
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 
-#include "net/counters/counters_links.h"
+#include "net/counters/kernel_counters.h"
 #include "support/network.h"
 
 namespace net {

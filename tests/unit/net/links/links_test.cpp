@@ -14,9 +14,7 @@ namespace net {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::IsNull;
-using testing::UnorderedElementsAre;
 
 Link Named(std::uint32_t index, const std::string& name)
 {
@@ -102,22 +100,6 @@ TEST(Links, ANameThatTwoHaveForAMomentIsFoundStillWhenOneGivesItUp)
     links.Put(Named(1, "b"));
     EXPECT_EQ(IndexOf(links, "a"), 2U);
     EXPECT_EQ(IndexOf(links, "b"), 1U);
-}
-
-TEST(Links, PortsFollowTheirMaster)
-{
-    Links links;
-    Link port = Named(2, "p");
-    port.master = 10;
-    links.Put(port);
-    links.Put(Named(3, "q"));
-    EXPECT_THAT(links.Ports(10), UnorderedElementsAre(2U));
-    port.master = 11;
-    links.Put(port);
-    EXPECT_THAT(links.Ports(10), IsEmpty());
-    EXPECT_THAT(links.Ports(11), UnorderedElementsAre(2U));
-    links.Remove(2);
-    EXPECT_THAT(links.Ports(11), IsEmpty());
 }
 
 TEST(Links, ObserversHearOnlyWhatIsNew)

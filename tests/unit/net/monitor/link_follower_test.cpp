@@ -14,7 +14,7 @@
 
 #include "base/worker.h"
 #include "net/link_recorder.h"
-#include "net/routes/route_follower.h"
+#include "net/routes/kernel_routes.h"
 #include "support/broken_file.h"
 #include "support/network.h"
 

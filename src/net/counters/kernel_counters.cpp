@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "net/counters/counters_links.h"
+#include "net/counters/kernel_counters.h"
 
 #include <algorithm>
 #include <array>
@@ -9,6 +9,9 @@
 
 #include <sys/socket.h>
 
+#include <linux/ethtool.h>
+#include <linux/ethtool_netlink.h>
+#include <linux/genetlink.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 
@@ -28,7 +31,85 @@ struct StatsRequest {
     if_stats_msg stats{};
 };
 
+using Counter = std::optional<std::uint64_t> EthernetCounters::*;
+
+/// The counter for a statistic of a group; null if it is not exported.
+Counter Place(std::uint32_t group, std::uint16_t statistic)
+{
+    if (group == ETHTOOL_STATS_ETH_PHY)
+        return statistic == ETHTOOL_A_STATS_ETH_PHY_5_SYM_ERR ? &EthernetCounters::symbolErrors : nullptr;
+    if (group != ETHTOOL_STATS_ETH_MAC) return nullptr;
+    switch (statistic) {
+    case ETHTOOL_A_STATS_ETH_MAC_3_SINGLE_COL:
+        return &EthernetCounters::singleCollisions;
+    case ETHTOOL_A_STATS_ETH_MAC_4_MULTI_COL:
+        return &EthernetCounters::multipleCollisions;
+    case ETHTOOL_A_STATS_ETH_MAC_6_FCS_ERR:
+        return &EthernetCounters::fcsErrors;
+    case ETHTOOL_A_STATS_ETH_MAC_7_ALIGN_ERR:
+        return &EthernetCounters::alignmentErrors;
+    case ETHTOOL_A_STATS_ETH_MAC_9_TX_DEFER:
+        return &EthernetCounters::deferred;
+    case ETHTOOL_A_STATS_ETH_MAC_10_LATE_COL:
+        return &EthernetCounters::lateCollisions;
+    case ETHTOOL_A_STATS_ETH_MAC_11_XS_COL:
+        return &EthernetCounters::excessiveCollisions;
+    case ETHTOOL_A_STATS_ETH_MAC_12_TX_INT_ERR:
+        return &EthernetCounters::macTransmitErrors;
+    case ETHTOOL_A_STATS_ETH_MAC_13_CS_ERR:
+        return &EthernetCounters::carrierSenseErrors;
+    case ETHTOOL_A_STATS_ETH_MAC_15_RX_INT_ERR:
+        return &EthernetCounters::macReceiveErrors;
+    case ETHTOOL_A_STATS_ETH_MAC_25_TOO_LONG_ERR:
+        return &EthernetCounters::frameTooLongs;
+    default:
+        return nullptr;
+    }
+}
+
+void ReadGroup(Attribute nest, EthernetCounters& counters)
+{
+    const auto group = ReadAttributes<ETHTOOL_A_STATS_GRP_ID + 1>(nest.Bytes())[ETHTOOL_A_STATS_GRP_ID];
+    if (group.Bytes().size() != sizeof(std::uint32_t)) return;
+    // Each statistic has a nest of its own.
+    ForEachAttribute(nest.Bytes(), [&](Attribute entry) {
+        if (entry.Type() != ETHTOOL_A_STATS_GRP_STAT) return;
+        ForEachAttribute(entry.Bytes(), [&](Attribute statistic) {
+            const Counter place = Place(group.U32(), statistic.Type());
+            if (place != nullptr && statistic.Bytes().size() == sizeof(std::uint64_t))
+                counters.*place = statistic.U64();
+        });
+    });
+}
+
+/// Both kinds of counters behind one interface.
+class KernelCounterReader final : public CounterReader {
+public:
+    std::span<const LinkCounters> Read(std::span<const std::uint32_t> ifIndexes) override
+    {
+        if (ifIndexes.empty()) return {};
+        m_wanted.assign(ifIndexes.begin(), ifIndexes.end());
+        std::ranges::sort(m_wanted);
+        m_wanted.erase(std::ranges::unique(m_wanted).begin(), m_wanted.end());
+        return m_links.Read(m_wanted);
+    }
+
+    std::optional<EthernetCounters> ReadEthernet(std::uint32_t ifIndex) override
+    {
+        return m_ethernet.Read(ifIndex);
+    }
+
+    void Forget(std::uint32_t ifIndex) override { m_ethernet.Forget(ifIndex); }
+
+private:
+    LinkCountersReader m_links;
+    EthernetCountersReader m_ethernet;
+    std::vector<std::uint32_t> m_wanted;
+};
+
 }  // namespace
+
+std::unique_ptr<CounterReader> MakeCounterReader() { return std::make_unique<KernelCounterReader>(); }
 
 void AddLinkCounters(const nlmsghdr& message, std::span<const std::uint32_t> wanted,
                      std::vector<LinkCounters>& found)
@@ -96,26 +177,24 @@ void LinkCountersReader::Dump(std::span<const std::uint32_t> wanted)
 
 void LinkCountersReader::AskForMissing(std::span<const std::uint32_t> wanted)
 {
-    const auto byIndex = [](const LinkCounters& one, const LinkCounters& other) {
-        return one.ifIndex < other.ifIndex;
-    };
-    std::ranges::sort(m_found, byIndex);
+    std::ranges::sort(m_found, {}, &LinkCounters::ifIndex);
     const auto twice = std::ranges::unique(m_found, {}, &LinkCounters::ifIndex);
     m_found.erase(twice.begin(), twice.end());
     std::vector<std::uint32_t> missing;
     for (const std::uint32_t index : wanted)
         if (!std::ranges::binary_search(m_found, index, {}, &LinkCounters::ifIndex)) missing.push_back(index);
-    for (std::span<const std::uint32_t> left = missing; !left.empty();) {
-        const std::size_t size = std::min(left.size(), kBatch);
-        AskBatch(left.first(size));
-        left = left.subspan(size);
-    }
+    AskInBatches(missing);
 }
 
 void LinkCountersReader::Ask(std::span<const std::uint32_t> wanted)
 {
     m_found.clear();
     ++m_readsSinceDump;
+    AskInBatches(wanted);
+}
+
+void LinkCountersReader::AskInBatches(std::span<const std::uint32_t> wanted)
+{
     for (auto left = wanted; !left.empty();) {
         const std::size_t size = std::min(left.size(), kBatch);
         AskBatch(left.first(size));
@@ -176,6 +255,60 @@ bool LinkCountersReader::TakeAnswers(std::span<const std::uint32_t> batch, std::
         AddLinkCounters(message, batch, m_found);
     }
     return true;
+}
+
+EthernetCounters ReadEthernetStats(const nlmsghdr& message)
+{
+    EthernetCounters counters;
+    ForEachAttribute(Payload(message, sizeof(genlmsghdr)), [&counters](Attribute attribute) {
+        if (attribute.Type() == ETHTOOL_A_STATS_GRP) ReadGroup(attribute, counters);
+    });
+    return counters;
+}
+
+NetlinkRequest MakeEthernetStatsRequest(std::uint16_t family, std::uint32_t ifIndex)
+{
+    NetlinkRequest request(family, 0);
+    genlmsghdr header{};
+    header.cmd = ETHTOOL_MSG_STATS_GET;
+    header.version = ETHTOOL_GENL_VERSION;
+    request.AddHeader(header);
+    const auto device = request.BeginNest(ETHTOOL_A_STATS_HEADER);
+    request.AddU32(ETHTOOL_A_HEADER_DEV_INDEX, ifIndex);
+    request.EndNest(device);
+    const auto groups = request.BeginNest(ETHTOOL_A_STATS_GROUPS);
+    request.AddBytes(ETHTOOL_A_BITSET_NOMASK, {});
+    request.AddU32(ETHTOOL_A_BITSET_SIZE, ETHTOOL_STATS_ETH_MAC + 1);
+    request.AddU32(ETHTOOL_A_BITSET_VALUE, 1U << ETHTOOL_STATS_ETH_PHY | 1U << ETHTOOL_STATS_ETH_MAC);
+    request.EndNest(groups);
+    return request;
+}
+
+EthernetCountersReader::EthernetCountersReader() : m_socket(NETLINK_GENERIC)
+{
+    try {
+        m_family = FindGenericFamily(m_socket, ETHTOOL_GENL_NAME).id;
+    } catch (const std::system_error& error) {
+        if (error.code().value() != ENOENT) throw;
+    }
+}
+
+std::optional<EthernetCounters> EthernetCountersReader::Read(std::uint32_t ifIndex)
+{
+    if (!m_family || m_without.contains(ifIndex)) return std::nullopt;
+    EthernetCounters counters;
+    ++m_asked;
+    try {
+        NetlinkRequest request = MakeEthernetStatsRequest(*m_family, ifIndex);
+        m_socket.Request(request,
+                         [&counters](const nlmsghdr& message) { counters = ReadEthernetStats(message); });
+    } catch (const std::system_error& error) {
+        // Another error may pass: the device may be asleep.
+        if (error.code().value() != EOPNOTSUPP) return std::nullopt;
+    }
+    if (counters.Any()) return counters;
+    m_without.insert(ifIndex);
+    return std::nullopt;
 }
 
 }  // namespace net

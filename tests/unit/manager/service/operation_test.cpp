@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Messages that become operations, and those whose content can't be one.
 
-#include "manager/service/operation_message.h"
+#include "manager/service/operation.h"
 
 #include <gtest/gtest.h>
 
