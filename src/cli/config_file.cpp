@@ -14,7 +14,7 @@
 #include "guard/data_file.h"
 #include "guard/schema_index.h"
 #include "netconf/names.h"
-#include "netconf/plain_xml.h"
+#include "netconf/xml.h"
 
 namespace cli {
 namespace {

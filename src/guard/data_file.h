@@ -10,11 +10,16 @@
 #include <string>
 #include <string_view>
 
-#include "guard/file_problem.h"
 #include "guard/limits.h"
 #include "guard/schema_index.h"
 
 namespace guard {
+
+/// Why a configuration file is refused.
+struct FileProblem {
+    std::size_t offset = 0;  // in bytes, where the check stopped
+    std::string text;        // what is wrong and where in the data, without the place in the text
+};
 
 enum class Format { kXml, kJson };
 

@@ -80,11 +80,7 @@ std::string ToXml(const Hello& hello)
 {
     std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<hello xmlns=\"";
     out.append(kBaseNamespace).append("\"><capabilities>");
-    for (const std::string& capability : hello.capabilities) {
-        out.append("<capability>");
-        AppendEscaped(out, capability);
-        out.append("</capability>");
-    }
+    for (const std::string& capability : hello.capabilities) AppendElement(out, "capability", capability);
     out.append("</capabilities>");
     if (hello.sessionId != 0)
         out.append("<session-id>").append(std::to_string(hello.sessionId)).append("</session-id>");

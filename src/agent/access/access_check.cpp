@@ -9,9 +9,9 @@
 #include <unordered_set>
 #include <utility>
 
-#include "agent/access/access_grant.h"
+#include "agent/access/access.h"
 #include "cdb/datastore/edit_operation.h"
-#include "cdb/datastore/tree_for_edit.h"
+#include "cdb/datastore/tree_load.h"
 
 namespace agent {
 namespace {

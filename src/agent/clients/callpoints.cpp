@@ -232,7 +232,8 @@ Callpoints::PendingRequestPtr Callpoints::Ask(std::vector<cdb::NewEntry> entries
         ClientPtr& holder = holders[entry.callpoint];
         if (!holder) holder = m_clients.CallpointHolder(entry.callpoint);
         if (holder) continue;
-        done(Failure(entry, m_schema, "no process serves it; start sflow-app and try again"));
+        done(base::Unexpected(
+            Failure(entry, m_schema, "no process serves it; start sflow-app and try again")));
         return nullptr;
     }
     if (entries.empty()) {

@@ -15,7 +15,7 @@
 #include "agent/clients/clients.h"
 #include "base/expected.h"
 #include "base/timers.h"
-#include "cdb/datastore/edit_records.h"
+#include "cdb/datastore/edit_operation.h"
 #include "cdb/model/error.h"
 
 namespace agent {

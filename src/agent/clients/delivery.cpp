@@ -8,7 +8,7 @@
 
 #include <google/protobuf/arena.h>
 
-#include "agent/clients/request_all.h"
+#include "agent/clients/clients.h"
 #include "log/log.h"
 
 namespace agent {

@@ -8,7 +8,6 @@
 
 #include "agent/data/errors.h"
 #include "agent/netconf/rpc_scan.h"
-#include "netconf/plain_xml.h"
 #include "netconf/xml.h"
 
 namespace agent {

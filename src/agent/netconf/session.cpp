@@ -10,8 +10,6 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 
-#include "agent/netconf/answer_place.h"
-
 namespace agent {
 namespace {
 

@@ -6,10 +6,46 @@
 #include <algorithm>
 #include <utility>
 
-#include "cdb/datastore/compare_row.h"
+#include "cdb/datastore/tree.h"
 
 namespace cdb {
 namespace {
+
+/// One leaf of an entry or container.
+struct LeafState {
+    NodeId node = kNoNode;
+    Value own;        // its explicit value
+    Value effective;  // its own, else that of the leaf its default refers to, else its default
+};
+
+Value Effective(const SchemaTable& table, const std::vector<LeafState>& leaves, const LeafState& leaf)
+{
+    if (leaf.own != Value{}) return leaf.own;
+    const auto& node = table[leaf.node];
+    if (node.defaultRef == kNoNode) return node.defaultValue;
+    // The leaf referred to is in this entry, and refers to no other.
+    for (const auto& other : leaves)
+        if (other.node == node.defaultRef)
+            return other.own != Value{} ? other.own : table[other.node].defaultValue;
+    return node.defaultValue;
+}
+
+/// All leaves that the schema has in this node, in schema order, without keys.
+std::vector<LeafState> LeavesOf(const SchemaTable& table, NodeId id, const Row& row)
+{
+    std::vector<LeafState> leaves;
+    leaves.reserve(table[id].children.size());
+    for (const NodeId child : table[id].children) {
+        if (table[child].kind != NodeKind::kLeaf || table[child].isKey) continue;
+        LeafState state;
+        state.node = child;
+        for (const auto& [name, value] : row.leaves)
+            if (name == table[child].name) state.own = value;
+        leaves.push_back(std::move(state));
+    }
+    for (auto& leaf : leaves) leaf.effective = Effective(table, leaves, leaf);
+    return leaves;
+}
 
 /// An entry or a container with everything below it, without libyang and without defaults.
 struct Branch {

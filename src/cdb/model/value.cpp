@@ -61,7 +61,7 @@ std::optional<Value> Ipv4PlenValue(std::string_view text)
     return Value(Ipv4Plen{*word, *length});
 }
 
-struct TextOf {
+struct AsText {
     std::string operator()(std::monostate) const { return {}; }
     std::string operator()(const std::string& text) const { return text; }
     std::string operator()(bool value) const { return value ? "true" : "false"; }
@@ -76,7 +76,7 @@ struct TextOf {
 
 }  // namespace
 
-std::string ToText(const Value& value) { return std::visit(TextOf{}, value); }
+std::string ToText(const Value& value) { return std::visit(AsText{}, value); }
 
 std::optional<Value> FromText(ValueType type, std::string_view text)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/data/data_source_rows.h"
+#include "agent/data/data_source.h"
 
 #include <algorithm>
 #include <array>
