@@ -2,10 +2,8 @@
 #include "guard/data_file.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <iterator>
 #include <nlohmann/json.hpp>
-#include <string>
 #include <vector>
 
 #include "guard/walk.h"
@@ -84,7 +82,7 @@ std::string InOneElement(std::string_view text)
 {
     std::string whole(kOpen);
     whole.append(text);
-    const std::size_t first = whole.find_first_not_of(" \t\r\n", kOpen.size());
+    const std::size_t first = whole.find_first_not_of(netconf::kXmlBlanks, kOpen.size());
     const std::size_t end = whole.find("?>");
     if (whole.compare(first, 5, "<?xml") == 0 && end != std::string::npos)
         for (std::size_t at = first; at < end + 2; ++at)
@@ -362,7 +360,7 @@ std::optional<FileProblem> CheckJsonFile(const SchemaIndex& index, std::string_v
 
 std::optional<Format> FormatOf(std::string_view text)
 {
-    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    const std::size_t first = text.find_first_not_of(netconf::kXmlBlanks);
     if (first == std::string_view::npos) return std::nullopt;
     if (text[first] == '{') return Format::kJson;
     if (text[first] == '<') return Format::kXml;
@@ -373,14 +371,6 @@ std::optional<FileProblem> CheckFile(const SchemaIndex& index, std::string_view 
                                      const Limits& limits)
 {
     return format == Format::kJson ? CheckJsonFile(index, text, limits) : CheckXmlFile(index, text, limits);
-}
-
-std::string PlaceInText(std::string_view text, std::size_t offset)
-{
-    const std::string_view before = text.substr(0, std::min(offset, text.size()));
-    const auto lines = std::count(before.begin(), before.end(), '\n');
-    const std::size_t lineBegin = before.rfind('\n') + 1;  // npos + 1 is 0
-    return "line " + std::to_string(lines + 1) + ", column " + std::to_string(before.size() - lineBegin + 1);
 }
 
 }  // namespace guard

@@ -31,9 +31,6 @@ std::optional<Format> FormatOf(std::string_view text);
 std::optional<FileProblem> CheckFile(const SchemaIndex& index, std::string_view text, Format format,
                                      const Limits& limits = {});
 
-/// "line 3, column 7", for the byte at `offset`. A column is a byte; both count from 1.
-std::string PlaceInText(std::string_view text, std::size_t offset);
-
 }  // namespace guard
 
 #endif

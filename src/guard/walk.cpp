@@ -19,8 +19,6 @@ constexpr std::size_t kShownValue = 511;
 /// More than one: an edit may delete an entry and create it anew. Bounded: libyang's time grows with the
 /// square of an entry's occurrences.
 constexpr std::uint8_t kMaxOfOneEntry = 8;
-constexpr std::string_view kBlanks = " \t\r\n";
-constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
 constexpr std::array<std::string_view, 5> kOperations{"merge", "replace", "create", "delete", "remove"};
 
 bool IsLeaf(const Node& node) { return node.kind == NodeKind::kLeaf || node.kind == NodeKind::kLeafList; }
@@ -113,7 +111,7 @@ bool Walk::Mention(const Node& child)
 bool Walk::CheckAttributes(const Node& child, std::span<const netconf::XmlAttribute> attributes)
 {
     for (const netconf::XmlAttribute& attribute : attributes) {
-        if (attribute.ns == kXmlNamespace) continue;
+        if (attribute.ns == netconf::kXmlNamespace) continue;
         const bool isFilter = !InData() && child.kind == NodeKind::kAny && child.name == "filter";
         if (isFilter && attribute.ns.empty() && (attribute.name == "type" || attribute.name == "select"))
             continue;
@@ -160,7 +158,7 @@ bool Walk::Text(std::string_view piece)
 {
     Frame& frame = m_frames[m_depth];
     if (!IsLeaf(*frame.node)) {
-        if (piece.find_first_not_of(kBlanks) == std::string_view::npos) return true;
+        if (piece.find_first_not_of(netconf::kXmlBlanks) == std::string_view::npos) return true;
         return BadContent("holds text; it can hold elements only");
     }
     frame.textLength += piece.size();

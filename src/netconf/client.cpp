@@ -10,8 +10,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <optional>
-#include <string_view>
 #include <utility>
 
 #include "netconf/xml.h"

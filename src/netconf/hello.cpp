@@ -10,14 +10,6 @@
 namespace netconf {
 namespace {
 
-std::string_view Trimmed(std::string_view text)
-{
-    constexpr std::string_view kBlank = " \t\r\n";
-    const std::size_t begin = text.find_first_not_of(kBlank);
-    if (begin == std::string_view::npos) return {};
-    return text.substr(begin, text.find_last_not_of(kBlank) - begin + 1);
-}
-
 class HelloVisitor final : public XmlVisitor {
 public:
     bool OnStart(const XmlElement& element) override

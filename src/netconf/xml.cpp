@@ -7,7 +7,6 @@
 #include <array>
 #include <limits>
 #include <memory>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -78,8 +77,9 @@ public:
         if (parser == nullptr) return XmlProblem{XmlProblem::Kind::kTooBig, "out of memory", "out of memory"};
         if (const std::size_t tag = FindCrowdedTag(m_document, m_limits.attributes);
             tag != std::string_view::npos)
-            return XmlProblem{XmlProblem::Kind::kTooBig, PlaceOf(tag) + TooManyAttributes(),
-                              TooManyAttributes(), tag};
+            return XmlProblem{XmlProblem::Kind::kTooBig,
+                              PlaceInText(m_document, tag) + ": " + TooManyAttributes(), TooManyAttributes(),
+                              tag};
         XML_SetUserData(parser, this);
         XML_SetReturnNSTriplet(parser, 1);
         XML_SetElementHandler(parser, &Reader::Start, &Reader::End);
@@ -160,14 +160,6 @@ private:
     {
         return "an element has more than " + std::to_string(m_limits.attributes) +
                " attributes and declarations of namespaces";
-    }
-
-    [[nodiscard]] std::string PlaceOf(std::size_t offset) const
-    {
-        const std::string_view before = m_document.substr(0, offset);
-        const auto line = std::count(before.begin(), before.end(), '\n') + 1;
-        const std::size_t column = offset - (before.rfind('\n') + 1) + 1;
-        return "line " + std::to_string(line) + ", column " + std::to_string(column) + ": ";
     }
 
     static void End(void* data, const XML_Char* /*element*/)
@@ -304,6 +296,21 @@ void AppendElement(std::string& out, std::string_view name, std::string_view tex
     out.append("<").append(name).append(">");
     AppendEscaped(out, text);
     out.append("</").append(name).append(">");
+}
+
+std::string_view Trimmed(std::string_view text)
+{
+    const std::size_t begin = text.find_first_not_of(kXmlBlanks);
+    if (begin == std::string_view::npos) return {};
+    return text.substr(begin, text.find_last_not_of(kXmlBlanks) - begin + 1);
+}
+
+std::string PlaceInText(std::string_view text, std::size_t offset)
+{
+    const std::string_view before = text.substr(0, std::min(offset, text.size()));
+    const auto lines = std::count(before.begin(), before.end(), '\n');
+    const std::size_t lineBegin = before.rfind('\n') + 1;  // npos + 1 is 0
+    return "line " + std::to_string(lines + 1) + ", column " + std::to_string(before.size() - lineBegin + 1);
 }
 
 std::optional<std::string_view> XmlElement::Attribute(std::string_view wanted) const

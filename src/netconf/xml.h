@@ -22,6 +22,16 @@ std::string Escaped(std::string_view text);
 /// Appends an element without a prefix that holds the text.
 void AppendElement(std::string& out, std::string_view name, std::string_view text);
 
+/// What XML takes for blank.
+inline constexpr std::string_view kXmlBlanks = " \t\r\n";
+/// The text without the blanks around it.
+std::string_view Trimmed(std::string_view text);
+/// "line 3, column 7", for the byte at `offset`. A column is a byte; both count from 1.
+std::string PlaceInText(std::string_view text, std::size_t offset);
+
+/// The namespace of xml:lang and the like.
+inline constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
+
 /// The bounds of a document.
 struct XmlLimits {
     std::size_t depth = kMaxDepth;                    // elements inside each other

@@ -10,14 +10,10 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <map>
-#include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "agent/data/yang_tree.h"
 #include "base/expected.h"
-#include "cdb/schema/schema.h"
 #include "netconf/xml.h"
 
 namespace agent {

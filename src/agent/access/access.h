@@ -15,7 +15,6 @@
 #include <set>
 #include <span>
 #include <string>
-#include <string_view>
 #include <unordered_set>
 #include <vector>
 

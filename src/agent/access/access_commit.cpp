@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Whether a user may make a commit: what its rows create, update and delete, and what the grant says of each.
 
-#include <libyang/libyang.h>
-
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
 #include "agent/access/access.h"
@@ -76,14 +73,8 @@ private:
 
 const char* NameOf(AccessOperation operation)
 {
-    switch (operation) {
-    case AccessOperation::kCreate:
-        return "create";
-    case AccessOperation::kDelete:
-        return "delete";
-    default:
-        return "change";
-    }
+    if (operation == AccessOperation::kCreate) return "create";
+    return operation == AccessOperation::kDelete ? "delete" : "change";
 }
 
 }  // namespace

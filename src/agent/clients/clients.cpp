@@ -2,7 +2,6 @@
 #include "agent/clients/clients.h"
 
 #include <algorithm>
-#include <memory>
 #include <utility>
 
 #include "agent/clients/provider_node.h"

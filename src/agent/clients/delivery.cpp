@@ -8,7 +8,6 @@
 
 #include <google/protobuf/arena.h>
 
-#include "agent/clients/clients.h"
 #include "log/log.h"
 
 namespace agent {

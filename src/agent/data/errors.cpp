@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstddef>
 
 namespace agent {
@@ -47,15 +46,8 @@ const TagRow& RowOf(ErrorTag tag)
 
 const char* NameOf(Layer layer)
 {
-    switch (layer) {
-    case Layer::kRpc:
-        return "rpc";
-    case Layer::kProtocol:
-        return "protocol";
-    case Layer::kApplication:
-        break;
-    }
-    return "application";
+    static constexpr std::array kNames{"rpc", "protocol", "application"};
+    return kNames.at(static_cast<std::size_t>(layer));
 }
 
 /// The text between the first pair of quotes: the name of what libyang complains about.

@@ -9,11 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <memory>
 #include <ostream>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "agent/data/yang_tree.h"
 #include "base/unique_fd.h"
@@ -65,7 +62,7 @@ Tree ReadConfiguration(const cdb::Schema& schema, const fs::path& file)
     const guard::Format format = FormatOf(file, text);
     const guard::SchemaIndex index(schema.Context());
     if (const auto problem = guard::CheckFile(index, text, format))
-        FailFile(file, guard::PlaceInText(text, problem->offset) + ": " + problem->text);
+        FailFile(file, netconf::PlaceInText(text, problem->offset) + ": " + problem->text);
     if (format == guard::Format::kXml) text = netconf::PlainXml(std::move(text));
     ly_err_clean(schema.Context(), nullptr);
     lyd_node* raw = nullptr;

@@ -6,9 +6,7 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
-#include <string>
 #include <string_view>
 #include <utility>
 
@@ -196,11 +194,8 @@ void Operations::KillSession(const RequestPtr& request)
 
 void Operations::SessionEnded(std::uint32_t session)
 {
-    if (m_asked.pending && m_asked.session == session) {
-        // The edit, and its turn, end with its session.
-        const auto pending = std::exchange(m_asked, {}).pending;
-        pending->Cancel();
-    }
+    // The edit, and its turn, end with its session.
+    if (m_asked.cancel && m_asked.session == session) std::exchange(m_asked, {}).cancel();
     // In turn, because the lock covers an edit of the session that may be under way.
     m_queue.Push([this, session](const SerialQueue::TicketPtr& ticket) {
         if (m_locks.Holder(Target::kRunning) == session) m_locks.Release(Target::kRunning);

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -152,7 +151,7 @@ private:
     /// The inquiry that an edit waits for; null if none does.
     struct Asked {
         std::uint32_t session = 0;
-        Callpoints::PendingRequestPtr pending;
+        Callpoints::Cancel cancel;
     };
 
     Services m_services;

@@ -2,7 +2,6 @@
 #include <libyang/libyang.h>
 
 #include <array>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -131,7 +130,7 @@ void Operations::PlanEdit(const EditJobPtr& job)
 
 void Operations::AskCallpoints(const EditJobPtr& job)
 {
-    auto pending = m_services.callpoints.Ask(std::move(job->entries), [this, job](Callpoints::Result result) {
+    auto cancel = m_services.callpoints.Ask(std::move(job->entries), [this, job](Callpoints::Result result) {
         m_asked = {};
         if (!job->request->Wanted()) return;
         if (!result) {
@@ -141,7 +140,7 @@ void Operations::AskCallpoints(const EditJobPtr& job)
         job->writes = *std::move(result);
         ApplyEdit(job);
     });
-    m_asked = {job->request->Who().id, std::move(pending)};
+    m_asked = {job->request->Who().id, std::move(cancel)};
 }
 
 void Operations::ApplyEdit(const EditJobPtr& job)

@@ -2,7 +2,6 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <limits>
 #include <memory>
 #include <optional>

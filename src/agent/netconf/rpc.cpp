@@ -3,7 +3,6 @@
 
 #include <libyang/libyang.h>
 
-#include <string_view>
 #include <utility>
 
 #include "agent/data/errors.h"

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/netconf/session.h"
 
-#include <array>
 #include <utility>
-#include <variant>
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/completion_condition.hpp>

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <unordered_map>
-#include <utility>
 
 #include <boost/asio/post.hpp>
 

@@ -10,10 +10,8 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>

@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operations on the datastores, made of the editor, the validator, the comparison and the store.
-
 #include "cdb/datastore/datastore.h"
 
 #include <libyang/libyang.h>
-
-#include <algorithm>
-#include <new>
 
 #include "cdb/datastore/candidate_view.h"
 #include "cdb/datastore/edit.h"

@@ -6,7 +6,6 @@
 #define CDB_DATASTORE_EDIT_OPERATION_H
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include "base/expected.h"

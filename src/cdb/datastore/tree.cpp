@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <set>
-#include <stdexcept>
 
 namespace cdb {
 namespace {

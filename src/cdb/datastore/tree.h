@@ -9,7 +9,6 @@
 #define CDB_DATASTORE_TREE_H
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "cdb/model/path.h"

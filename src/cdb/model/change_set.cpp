@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The walk over a change set, and its message form.
-
 #include "cdb/model/change_set.h"
 
+#include <array>
 #include <stdexcept>
+#include <utility>
 
 #include "cdb/model/value_message.h"
 #include "ipc/cdb.pb.h"
@@ -68,39 +68,21 @@ private:
 
 using Message = ipc::cdb::ChangeNode;
 
-Message::Operation OperationOf(ChangeOp op)
-{
-    switch (op) {
-    case ChangeOp::kNone:
-        return Message::NONE;
-    case ChangeOp::kCreated:
-        return Message::CREATED;
-    case ChangeOp::kDeleted:
-        return Message::DELETED;
-    case ChangeOp::kModified:
-        return Message::MODIFIED;
-    case ChangeOp::kValueSet:
-        return Message::VALUE_SET;
-    }
-    return Message::NONE;
-}
+constexpr std::array<std::pair<ChangeOp, Message::Operation>, 5> kOperations{{
+    {ChangeOp::kNone, Message::NONE},
+    {ChangeOp::kCreated, Message::CREATED},
+    {ChangeOp::kDeleted, Message::DELETED},
+    {ChangeOp::kModified, Message::MODIFIED},
+    {ChangeOp::kValueSet, Message::VALUE_SET},
+}};
+
+Message::Operation OperationOf(ChangeOp op) { return kOperations.at(static_cast<std::size_t>(op)).second; }
 
 ChangeOp OperationOf(Message::Operation op)
 {
-    switch (op) {
-    case Message::NONE:
-        return ChangeOp::kNone;
-    case Message::CREATED:
-        return ChangeOp::kCreated;
-    case Message::DELETED:
-        return ChangeOp::kDeleted;
-    case Message::MODIFIED:
-        return ChangeOp::kModified;
-    case Message::VALUE_SET:
-        return ChangeOp::kValueSet;
-    default:
-        break;  // a newer program may send it
-    }
+    for (const auto& [own, sent] : kOperations)
+        if (sent == op) return own;
+    // A newer program may send it.
     throw std::invalid_argument("a change set has the unknown operation " + std::to_string(op));
 }
 

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reading the store.
-
 #include "cdb/rows/reader.h"
 
 #include "cdb/rows/environment.h"
@@ -15,9 +13,6 @@ struct Snapshot::Impl {
         : environment(std::move(from)), keys(std::move(rowKeys)), reading(environment->BeginReading())
     {
     }
-    ~Impl() { environment->EndReading(std::move(reading)); }
-    Impl(const Impl&) = delete;
-    Impl& operator=(const Impl&) = delete;
 
     /// A cursor and its scratch memory for one pass. Passes nest: a visitor may scan too.
     class PassHold {
@@ -63,7 +58,7 @@ struct Snapshot::Impl {
 
     std::shared_ptr<Environment> environment;
     std::shared_ptr<const codec::RowKeys> keys;
-    std::unique_ptr<Environment::Reading> reading;
+    Environment::ReadingPtr reading;
 };
 
 Snapshot::Snapshot(std::shared_ptr<Environment> environment, std::shared_ptr<const codec::RowKeys> keys)
@@ -137,9 +132,8 @@ public:
         : environment(std::make_shared<Environment>(directory, Environment::Access::kRead, 0))
     {
         environment->UseDatabases();
-        auto reading = environment->BeginReading();
+        const auto reading = environment->BeginReading();
         keys = std::make_shared<const codec::RowKeys>(StoredSchema(*environment, reading->transaction));
-        environment->EndReading(std::move(reading));
     }
 
     std::shared_ptr<Environment> environment;

@@ -232,7 +232,6 @@ void CheckHistoryWhole(Environment& environment, const std::vector<std::uint64_t
     const auto stored = environment.Meta(reading->transaction, codec::kHistoryBytesKey);
     if (stored && codec::NumberOf(*stored) != bytes)
         throw DamagedRecord("its count of the history's bytes is wrong");
-    environment.EndReading(std::move(reading));
 }
 
 void FillSizes(MDB_env* environment, StoreFigures& figures)
@@ -280,7 +279,7 @@ StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth dept
     const auto commit = environment.Meta(reading->transaction, codec::kCommitKey);
     figures.commit = commit ? codec::NumberOf(*commit).value_or(0) : 0;
     figures.historyBytes = history::CountBytes(environment, reading->transaction);
-    environment.EndReading(std::move(reading));
+    reading.reset();
     if (depth == CheckDepth::kEverything) CheckHistoryWhole(environment, commits, figures.historyBytes);
     return figures;
 }

@@ -6,7 +6,6 @@
 #define CDB_STORE_CHECK_H
 
 #include <filesystem>
-#include <stdexcept>
 
 #include "cdb/store/store_options.h"
 

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// The history in the store.
-
 #include "cdb/store/history.h"
 
 #include "cdb/store/transaction.h"

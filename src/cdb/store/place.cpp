@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// A store's directory, and how an empty store is made in it.
-
 #include "cdb/store/place.h"
 
 #include <fcntl.h>

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// The write side of the store: the schema, the history, the faults, and copies while it is in use.
-
 #include "cdb/store/store.h"
 
 #include <fcntl.h>
@@ -34,19 +32,14 @@ std::vector<Record> Newest(Environment& environment, MDB_dbi database, std::size
                            const RecordOf& recordOf)
 {
     std::vector<Record> records;
-    auto reading = environment.BeginReading();
-    int code = MDB_SUCCESS;
-    {
-        Cursor cursor(reading->transaction, database);
-        for (bool more = cursor.Go(MDB_LAST); more && records.size() < limit; more = cursor.Go(MDB_PREV)) {
-            const auto payload = codec::Payload(cursor.Value());
-            auto record = payload ? recordOf(*payload) : std::nullopt;
-            if (record) records.push_back(std::move(*record));
-        }
-        code = cursor.code;
+    const auto reading = environment.BeginReading();
+    Cursor cursor(reading->transaction, database);
+    for (bool more = cursor.Go(MDB_LAST); more && records.size() < limit; more = cursor.Go(MDB_PREV)) {
+        const auto payload = codec::Payload(cursor.Value());
+        auto record = payload ? recordOf(*payload) : std::nullopt;
+        if (record) records.push_back(std::move(*record));
     }
-    environment.EndReading(std::move(reading));
-    if (code != MDB_SUCCESS && code != MDB_NOTFOUND) environment.Fail("reading", code);
+    if (cursor.code != MDB_SUCCESS && cursor.code != MDB_NOTFOUND) environment.Fail("reading", cursor.code);
     return records;
 }
 
@@ -114,7 +107,7 @@ public:
         auto reading = environment->BeginReading();
         m_keys = std::make_shared<const codec::RowKeys>(StoredSchema(*environment, reading->transaction));
         m_fingerprint = environment->Meta(reading->transaction, codec::kFingerprintKey).value_or("");
-        environment->EndReading(std::move(reading));
+        reading.reset();
         if (place.recordedMap != 0 && place.recordedMap < wanted.mapSize) TellReadersOfTheMap();
     }
 
@@ -271,21 +264,17 @@ std::vector<HistoryEntry> Store::History(std::size_t limit) const
 base::expected<HistoryEntry, Error> Store::HistoryUndo(std::uint64_t commit) const
 {
     auto& environment = *m_impl->environment;
-    auto reading = environment.BeginReading();
-    auto found = history::WithUndo(environment, reading->transaction, commit);
-    environment.EndReading(std::move(reading));
-    return found;
+    const auto reading = environment.BeginReading();
+    return history::WithUndo(environment, reading->transaction, commit);
 }
 
 std::uint64_t Store::HistoryBytes() const
 {
     auto& environment = *m_impl->environment;
-    auto reading = environment.BeginReading();
+    const auto reading = environment.BeginReading();
     const auto stored = environment.Meta(reading->transaction, codec::kHistoryBytesKey);
-    const auto bytes = stored ? codec::NumberOf(*stored).value_or(0)
-                              : history::CountBytes(environment, reading->transaction);
-    environment.EndReading(std::move(reading));
-    return bytes;
+    return stored ? codec::NumberOf(*stored).value_or(0)
+                  : history::CountBytes(environment, reading->transaction);
 }
 
 std::optional<Error> Store::AddFaults(std::vector<Fault> faults)
