@@ -14,7 +14,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "agent/data/data_source_rows.h"
+#include "agent/data/data_source.h"
 #include "agent/data/data_writer.h"
 #include "agent/data/yang_tree.h"
 #include "cdb/rows/row_view.h"

@@ -15,7 +15,6 @@
 #include "guard/data_file.h"
 #include "guard/schema_index.h"
 #include "netconf/names.h"
-#include "netconf/plain_xml.h"
 #include "netconf/xml.h"
 
 namespace cli {
@@ -61,7 +60,7 @@ std::string Content(const std::string& path)
 /// "NAME: line 3, column 7", for the byte at `offset`.
 std::string PlaceInText(std::string_view name, std::string_view text, std::size_t offset)
 {
-    return std::string(name) + ": " + guard::PlaceInText(text, offset);
+    return std::string(name) + ": " + netconf::PlaceInText(text, offset);
 }
 
 guard::Format FormatOf(std::string_view text, std::string_view name)

@@ -10,11 +10,16 @@
 #include <string>
 #include <string_view>
 
-#include "guard/file_problem.h"
 #include "guard/limits.h"
 #include "guard/schema_index.h"
 
 namespace guard {
+
+/// Why a configuration file is refused.
+struct FileProblem {
+    std::size_t offset = 0;  // in bytes, where the check stopped
+    std::string text;        // what is wrong and where in the data, without the place in the text
+};
 
 enum class Format { kXml, kJson };
 
@@ -25,9 +30,6 @@ std::optional<Format> FormatOf(std::string_view text);
 /// nullopt if nothing. A syntax error comes first: what seems unknown may only be its consequence.
 std::optional<FileProblem> CheckFile(const SchemaIndex& index, std::string_view text, Format format,
                                      const Limits& limits = {});
-
-/// "line 3, column 7", for the byte at `offset`. A column is a byte; both count from 1.
-std::string PlaceInText(std::string_view text, std::size_t offset);
 
 }  // namespace guard
 

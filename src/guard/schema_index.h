@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>

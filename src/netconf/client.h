@@ -9,13 +9,30 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "netconf/client_reply.h"
+#include "base/expected.h"
 #include "netconf/framing.h"
 #include "netconf/hello.h"
+#include "netconf/rpc_error.h"
 #include "netconf/socket.h"
 
 namespace netconf {
+
+/// An <rpc-reply>.
+struct Reply {
+    /// The request was carried out: no rpc-error of severity "error" (warnings may be in `errors`).
+    bool ok = false;
+    /// In the order of the reply; errors and warnings.
+    std::vector<RpcError> errors;
+    /// What stands inside <data>, as it was sent: XML elements that declare their own namespaces.
+    std::string data;
+    /// The whole <rpc-reply>.
+    std::string xml;
+};
+
+/// The reply, or what is wrong with the message.
+base::expected<Reply, std::string> ParseReply(std::string xml);
 
 struct ClientOptions {
     std::chrono::milliseconds connectTimeout{5'000};  // socket and hello exchange together

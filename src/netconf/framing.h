@@ -35,9 +35,6 @@ public:
     /// What is wrong with the bytes; empty if nothing. Nothing can be read behind a broken frame.
     [[nodiscard]] const std::string& Problem() const { return m_problem; }
 
-    /// Whether a message has begun that is not whole yet.
-    [[nodiscard]] bool Midway() const { return !m_message.empty() || m_position < m_input.size(); }
-
 private:
     enum class Step { kDone, kMore, kMessage };
     bool NextByMark();

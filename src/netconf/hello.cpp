@@ -10,14 +10,6 @@
 namespace netconf {
 namespace {
 
-std::string_view Trimmed(std::string_view text)
-{
-    constexpr std::string_view kBlank = " \t\r\n";
-    const std::size_t begin = text.find_first_not_of(kBlank);
-    if (begin == std::string_view::npos) return {};
-    return text.substr(begin, text.find_last_not_of(kBlank) - begin + 1);
-}
-
 class HelloVisitor final : public XmlVisitor {
 public:
     bool OnStart(const XmlElement& element) override
@@ -80,11 +72,7 @@ std::string ToXml(const Hello& hello)
 {
     std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<hello xmlns=\"";
     out.append(kBaseNamespace).append("\"><capabilities>");
-    for (const std::string& capability : hello.capabilities) {
-        out.append("<capability>");
-        AppendEscaped(out, capability);
-        out.append("</capability>");
-    }
+    for (const std::string& capability : hello.capabilities) AppendElement(out, "capability", capability);
     out.append("</capabilities>");
     if (hello.sessionId != 0)
         out.append("<session-id>").append(std::to_string(hello.sessionId)).append("</session-id>");

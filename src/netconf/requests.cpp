@@ -24,17 +24,15 @@ std::string WithDatastore(std::string_view operation, std::string_view role, std
 
 void AppendLeaf(std::string& out, std::string_view name, std::string_view value)
 {
-    if (value.empty()) return;
-    out.append("<").append(name).append(">");
-    AppendEscaped(out, value);
-    out.append("</").append(name).append(">");
+    if (!value.empty()) AppendElement(out, name, value);
 }
 
 /// An operation of the system's module, with one leaf.
 std::string OfSystem(const std::string& name, const std::string& leaf, std::string_view value)
 {
-    return "<" + name + " xmlns=\"" + std::string(kSystem) + "\"><" + leaf + ">" + Escaped(value) + "</" +
-           leaf + "></" + name + ">";
+    std::string out = "<" + name + " xmlns=\"" + std::string(kSystem) + "\">";
+    AppendElement(out, leaf, value);
+    return out + "</" + name + ">";
 }
 
 }  // namespace

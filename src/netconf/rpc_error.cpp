@@ -6,12 +6,9 @@
 namespace netconf {
 namespace {
 
-void AppendElement(std::string& out, std::string_view name, std::string_view text)
+void AppendIfThere(std::string& out, std::string_view name, std::string_view text)
 {
-    if (text.empty()) return;
-    out.append("<").append(name).append(">");
-    AppendEscaped(out, text);
-    out.append("</").append(name).append(">");
+    if (!text.empty()) AppendElement(out, name, text);
 }
 
 void AppendPath(const RpcError& error, std::string& out)
@@ -32,11 +29,7 @@ void AppendInfo(const RpcError& error, std::string& out)
 {
     if (error.info.empty()) return;
     out.append("<error-info>");
-    for (const auto& [name, text] : error.info) {
-        out.append("<").append(name).append(">");
-        AppendEscaped(out, text);
-        out.append("</").append(name).append(">");
-    }
+    for (const auto& [name, text] : error.info) AppendElement(out, name, text);
     out.append("</error-info>");
 }
 
@@ -45,10 +38,10 @@ void AppendInfo(const RpcError& error, std::string& out)
 void AppendXml(const RpcError& error, std::string& out)
 {
     out.append("<rpc-error>");
-    AppendElement(out, "error-type", error.type);
-    AppendElement(out, "error-tag", error.tag);
-    AppendElement(out, "error-severity", error.severity);
-    AppendElement(out, "error-app-tag", error.appTag);
+    AppendIfThere(out, "error-type", error.type);
+    AppendIfThere(out, "error-tag", error.tag);
+    AppendIfThere(out, "error-severity", error.severity);
+    AppendIfThere(out, "error-app-tag", error.appTag);
     AppendPath(error, out);
     if (!error.message.empty()) {
         out.append("<error-message xml:lang=\"en\">");

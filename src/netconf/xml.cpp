@@ -77,8 +77,9 @@ public:
         if (parser == nullptr) return XmlProblem{XmlProblem::Kind::kTooBig, "out of memory", "out of memory"};
         if (const std::size_t tag = FindCrowdedTag(m_document, m_limits.attributes);
             tag != std::string_view::npos)
-            return XmlProblem{XmlProblem::Kind::kTooBig, PlaceOf(tag) + TooManyAttributes(),
-                              TooManyAttributes(), tag};
+            return XmlProblem{XmlProblem::Kind::kTooBig,
+                              PlaceInText(m_document, tag) + ": " + TooManyAttributes(), TooManyAttributes(),
+                              tag};
         XML_SetUserData(parser, this);
         XML_SetReturnNSTriplet(parser, 1);
         XML_SetElementHandler(parser, &Reader::Start, &Reader::End);
@@ -159,14 +160,6 @@ private:
     {
         return "an element has more than " + std::to_string(m_limits.attributes) +
                " attributes and declarations of namespaces";
-    }
-
-    [[nodiscard]] std::string PlaceOf(std::size_t offset) const
-    {
-        const std::string_view before = m_document.substr(0, offset);
-        const auto line = std::count(before.begin(), before.end(), '\n') + 1;
-        const std::size_t column = offset - (before.rfind('\n') + 1) + 1;
-        return "line " + std::to_string(line) + ", column " + std::to_string(column) + ": ";
     }
 
     static void End(void* data, const XML_Char* /*element*/)
@@ -255,6 +248,22 @@ std::string_view EntityFor(char character)
     }
 }
 
+constexpr std::string_view kCdata = "<![CDATA[";
+
+/// Markup other than a tag, by how it begins and ends.
+struct Section {
+    std::string_view begin;
+    std::string_view end;
+};
+constexpr Section kSections[] = {{"<!--", "-->"}, {kCdata, "]]>"}, {"<?", "?>"}};
+
+const Section* SectionAt(std::string_view text)
+{
+    const auto* const found = std::find_if(std::begin(kSections), std::end(kSections),
+                                           [text](const auto& each) { return text.starts_with(each.begin); });
+    return found == std::end(kSections) ? nullptr : found;
+}
+
 }  // namespace
 
 void AppendEscaped(std::string& out, std::string_view text)
@@ -282,6 +291,28 @@ std::string Escaped(std::string_view text)
     return out;
 }
 
+void AppendElement(std::string& out, std::string_view name, std::string_view text)
+{
+    out.append("<").append(name).append(">");
+    AppendEscaped(out, text);
+    out.append("</").append(name).append(">");
+}
+
+std::string_view Trimmed(std::string_view text)
+{
+    const std::size_t begin = text.find_first_not_of(kXmlBlanks);
+    if (begin == std::string_view::npos) return {};
+    return text.substr(begin, text.find_last_not_of(kXmlBlanks) - begin + 1);
+}
+
+std::string PlaceInText(std::string_view text, std::size_t offset)
+{
+    const std::string_view before = text.substr(0, std::min(offset, text.size()));
+    const auto lines = std::count(before.begin(), before.end(), '\n');
+    const std::size_t lineBegin = before.rfind('\n') + 1;  // npos + 1 is 0
+    return "line " + std::to_string(lines + 1) + ", column " + std::to_string(before.size() - lineBegin + 1);
+}
+
 std::optional<std::string_view> XmlElement::Attribute(std::string_view wanted) const
 {
     for (const XmlAttribute& attribute : attributes)
@@ -295,18 +326,45 @@ std::optional<XmlProblem> ReadXmlWithin(std::string_view document, XmlVisitor& v
     return Reader(document, &visitor, limits).Run();
 }
 
-std::optional<std::string> ReadXml(std::string_view document, XmlVisitor& visitor, std::size_t maxDepth)
+std::optional<std::string> ReadXml(std::string_view document, XmlVisitor& visitor)
 {
-    XmlLimits limits;
-    limits.depth = maxDepth;
-    return TextOf(Reader(document, &visitor, limits).Run());
+    return TextOf(Reader(document, &visitor, {}).Run());
 }
 
-std::optional<std::string> CheckXml(std::string_view document, std::size_t maxDepth)
+std::optional<std::string> CheckXml(std::string_view document)
 {
-    XmlLimits limits;
-    limits.depth = maxDepth;
-    return TextOf(Reader(document, nullptr, limits).Run());
+    return TextOf(Reader(document, nullptr, {}).Run());
+}
+
+std::string PlainXml(std::string document)
+{
+    if (document.find("<!") == std::string::npos && document.find("<?") == std::string::npos) return document;
+    std::string plain;
+    plain.reserve(document.size());
+    std::string lines;  // line breaks taken out and not yet written
+    std::string_view rest = document;
+    while (!rest.empty()) {
+        // An attribute's value may hold ">", but no "<".
+        const std::size_t open = std::min(rest.find('<'), rest.size());
+        plain.append(rest.substr(0, open));
+        rest.remove_prefix(open);
+        const Section* const section = SectionAt(rest);
+        if (section == nullptr) {
+            const std::size_t name = std::min(rest.find_first_of(" \t\r\n/>", 2), rest.size());
+            plain.append(rest.substr(0, name)).append(lines);
+            rest.remove_prefix(name);
+            lines.clear();
+            continue;
+        }
+        rest.remove_prefix(section->begin.size());
+        const std::string_view content = rest.substr(0, rest.find(section->end));
+        if (section->begin == kCdata)
+            AppendEscaped(plain, content);
+        else
+            lines.append(static_cast<std::size_t>(std::count(content.begin(), content.end(), '\n')), '\n');
+        rest.remove_prefix(std::min(content.size() + section->end.size(), rest.size()));
+    }
+    return plain;
 }
 
 }  // namespace netconf

@@ -19,6 +19,18 @@ namespace netconf {
 /// Appends the text, escaped for an element or for an attribute in double quotes.
 void AppendEscaped(std::string& out, std::string_view text);
 std::string Escaped(std::string_view text);
+/// Appends an element without a prefix that holds the text.
+void AppendElement(std::string& out, std::string_view name, std::string_view text);
+
+/// What XML takes for blank.
+inline constexpr std::string_view kXmlBlanks = " \t\r\n";
+/// The text without the blanks around it.
+std::string_view Trimmed(std::string_view text);
+/// "line 3, column 7", for the byte at `offset`. A column is a byte; both count from 1.
+std::string PlaceInText(std::string_view text, std::size_t offset);
+
+/// The namespace of xml:lang and the like.
+inline constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
 
 /// The bounds of a document.
 struct XmlLimits {
@@ -82,11 +94,15 @@ std::optional<XmlProblem> ReadXmlWithin(std::string_view document, XmlVisitor& v
                                         const XmlLimits& limits);
 
 /// The same with the default limits. Returns what is wrong, with line and column.
-std::optional<std::string> ReadXml(std::string_view document, XmlVisitor& visitor,
-                                   std::size_t maxDepth = kMaxDepth);
+std::optional<std::string> ReadXml(std::string_view document, XmlVisitor& visitor);
 
 /// Only checks that the document is well-formed and within bounds; returns as ReadXml does.
-std::optional<std::string> CheckXml(std::string_view document, std::size_t maxDepth = kMaxDepth);
+std::optional<std::string> CheckXml(std::string_view document);
+
+/// Takes comments and processing instructions out of a well-formed document and writes CDATA sections as
+/// text, because libyang does not take them inside values. Their line breaks go into the next tag, so that
+/// line numbers do not change.
+std::string PlainXml(std::string document);
 
 }  // namespace netconf
 

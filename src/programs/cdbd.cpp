@@ -18,7 +18,6 @@
 
 #include "agent/access/access.h"
 #include "agent/files/configuration_file.h"
-#include "agent/files/export_file.h"
 #include "agent/process/agent.h"
 #include "agent/process/program_options.h"
 #include "base/directories.h"

@@ -4,14 +4,13 @@
 
 #include <libyang/libyang.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <unordered_set>
 #include <utility>
 
-#include "agent/access/access_grant.h"
+#include "agent/access/access.h"
 #include "cdb/datastore/edit_operation.h"
-#include "cdb/datastore/tree_for_edit.h"
+#include "cdb/datastore/tree_load.h"
 
 namespace agent {
 namespace {
@@ -59,98 +58,90 @@ public:
     std::optional<cdb::Error> Result() { return std::move(m_error); }
 
 private:
-    void Node(const lyd_node* edit, const lysc_node* schema, EditOp inherited, const lyd_node* siblings);
-    void Inner(const lyd_node* edit, const lysc_node* schema, EditOp operation, const lyd_node* there);
-    void Leaf(const lyd_node* edit, const lysc_node* schema, const lyd_node* there);
-    void Unmentioned(const lyd_node* edit, const lyd_node* existing);
-    bool MayDelete(const lyd_node* there);
-    void Require(AccessOperation operation, const lyd_node* edit, const lysc_node* schema);
-    const lyd_node* Existing(const lyd_node* edit, const lysc_node* schema, const lyd_node* siblings) const;
+    void Node(const lyd_node* edit, const lysc_node* schema, EditOp inherited, const lyd_node* siblings)
+    {
+        const auto own = cdb::OperationOf(edit, inherited);
+        if (schema == nullptr || !own) return;  // the datastore refuses it
+        const EditOp operation = *own;
+        const lyd_node* there = Existing(edit, schema, siblings);
+        if (operation == EditOp::kDelete || operation == EditOp::kRemove) {
+            if (there != nullptr && !MayDelete(there))
+                m_error = m_grant.Denied(AccessOperation::kDelete, cdb::DataPath(edit));
+            return;
+        }
+        if ((schema->nodetype & (LYS_CONTAINER | LYS_LIST)) != 0)
+            return Inner(edit, schema, operation, there);
+        if (operation != EditOp::kNone) Leaf(edit, schema, there);
+    }
+
+    void Inner(const lyd_node* edit, const lysc_node* schema, EditOp operation, const lyd_node* there)
+    {
+        if (there == nullptr && !IsPlainContainer(schema) && operation != EditOp::kNone)
+            Require(AccessOperation::kCreate, edit, schema);
+        Siblings(lyd_child(edit), schema, operation, there == nullptr ? nullptr : lyd_child(there));
+    }
+
+    void Leaf(const lyd_node* edit, const lysc_node* schema, const lyd_node* there)
+    {
+        if (there == nullptr) return Require(AccessOperation::kCreate, edit, schema);
+        const bool isSame = edit->schema != nullptr && (schema->nodetype & LYD_NODE_TERM) != 0 &&
+                            std::strcmp(lyd_get_value(edit), lyd_get_value(there)) == 0;
+        if (!isSame) Require(AccessOperation::kUpdate, edit, schema);
+    }
+
+    /// Checks the nodes that a replacement deletes: those that the edit does not mention.
+    void Unmentioned(const lyd_node* edit, const lyd_node* existing)
+    {
+        std::unordered_set<const lyd_node*> kept;
+        for (const lyd_node* node = edit; node != nullptr; node = node->next)
+            if (node->schema != nullptr)
+                if (const lyd_node* there = m_find(node)) kept.insert(there);
+        for (const lyd_node* node = existing; node != nullptr && !m_error; node = node->next) {
+            if (node->schema == nullptr || IsKey(node)) continue;
+            if (kept.contains(node) || MayDelete(node)) continue;
+            // The path is that of the replaced node: the user may not be allowed to know what it holds.
+            const lyd_node* replaced = edit == nullptr ? lyd_parent(node) : lyd_parent(edit);
+            m_error =
+                m_grant.Denied(AccessOperation::kDelete, replaced == nullptr ? "/" : cdb::DataPath(replaced));
+        }
+    }
+
+    bool MayDelete(const lyd_node* there)
+    {
+        if (there->schema == nullptr || (IsDefault(there) && !IsPlainContainer(there->schema))) return true;
+        const Visibility visibility =
+            m_grant.Look(AccessOperation::kDelete, there->schema, KeysOnTheWay(there));
+        if (visibility == Visibility::kWhole) return true;
+        if (visibility == Visibility::kHidden && !IsPlainContainer(there->schema)) return false;
+        for (const lyd_node* child = lyd_child_no_keys(there); child != nullptr; child = child->next)
+            if (!MayDelete(child)) return false;
+        return true;
+    }
+
+    void Require(AccessOperation operation, const lyd_node* edit, const lysc_node* schema)
+    {
+        const auto keys = KeysOnTheWay(edit);
+        if (!m_error && m_grant.Look(operation, schema, keys) == Visibility::kHidden)
+            m_error = m_grant.Denied(operation, cdb::DataPath(edit));
+    }
+
+    /// The datastore's node, or null. A plain container at its default counts as there, a leaf does not.
+    const lyd_node* Existing(const lyd_node* edit, const lysc_node* schema, const lyd_node* siblings) const
+    {
+        const lyd_node* there = nullptr;
+        if (edit->schema != nullptr) {
+            there = m_find(edit);
+        } else if (siblings != nullptr) {
+            lyd_node* match = nullptr;
+            if (lyd_find_sibling_val(siblings, schema, nullptr, 0, &match) == LY_SUCCESS) there = match;
+        }
+        return there != nullptr && IsDefault(there) && !IsPlainContainer(schema) ? nullptr : there;
+    }
 
     const AccessGrant& m_grant;
     const AccessGrant::Find& m_find;
     std::optional<cdb::Error> m_error;
 };
-
-/// The datastore's node, or null. A plain container at its default counts as there, a leaf does not.
-const lyd_node* EditCheck::Existing(const lyd_node* edit, const lysc_node* schema,
-                                    const lyd_node* siblings) const
-{
-    const lyd_node* there = nullptr;
-    if (edit->schema != nullptr) {
-        there = m_find(edit);
-    } else if (siblings != nullptr) {
-        lyd_node* match = nullptr;
-        if (lyd_find_sibling_val(siblings, schema, nullptr, 0, &match) == LY_SUCCESS) there = match;
-    }
-    return there != nullptr && IsDefault(there) && !IsPlainContainer(schema) ? nullptr : there;
-}
-
-void EditCheck::Require(AccessOperation operation, const lyd_node* edit, const lysc_node* schema)
-{
-    const auto keys = KeysOnTheWay(edit);
-    if (!m_error && m_grant.Look(operation, schema, keys) == Visibility::kHidden)
-        m_error = m_grant.Denied(operation, cdb::DataPath(edit));
-}
-
-void EditCheck::Node(const lyd_node* edit, const lysc_node* schema, EditOp inherited,
-                     const lyd_node* siblings)
-{
-    const auto own = cdb::OperationOf(edit, inherited);
-    if (schema == nullptr || !own) return;  // the datastore refuses it
-    const EditOp operation = *own;
-    const lyd_node* there = Existing(edit, schema, siblings);
-    if (operation == EditOp::kDelete || operation == EditOp::kRemove) {
-        if (there != nullptr && !MayDelete(there))
-            m_error = m_grant.Denied(AccessOperation::kDelete, cdb::DataPath(edit));
-        return;
-    }
-    if ((schema->nodetype & (LYS_CONTAINER | LYS_LIST)) != 0) return Inner(edit, schema, operation, there);
-    if (operation != EditOp::kNone) Leaf(edit, schema, there);
-}
-
-void EditCheck::Inner(const lyd_node* edit, const lysc_node* schema, EditOp operation, const lyd_node* there)
-{
-    if (there == nullptr && !IsPlainContainer(schema) && operation != EditOp::kNone)
-        Require(AccessOperation::kCreate, edit, schema);
-    Siblings(lyd_child(edit), schema, operation, there == nullptr ? nullptr : lyd_child(there));
-}
-
-void EditCheck::Leaf(const lyd_node* edit, const lysc_node* schema, const lyd_node* there)
-{
-    if (there == nullptr) return Require(AccessOperation::kCreate, edit, schema);
-    const bool isSame = edit->schema != nullptr && (schema->nodetype & LYD_NODE_TERM) != 0 &&
-                        std::strcmp(lyd_get_value(edit), lyd_get_value(there)) == 0;
-    if (!isSame) Require(AccessOperation::kUpdate, edit, schema);
-}
-
-/// Checks the nodes that a replacement deletes: those that the edit does not mention.
-void EditCheck::Unmentioned(const lyd_node* edit, const lyd_node* existing)
-{
-    std::unordered_set<const lyd_node*> kept;
-    for (const lyd_node* node = edit; node != nullptr; node = node->next)
-        if (node->schema != nullptr)
-            if (const lyd_node* there = m_find(node)) kept.insert(there);
-    for (const lyd_node* node = existing; node != nullptr && !m_error; node = node->next) {
-        if (node->schema == nullptr || IsKey(node)) continue;
-        if (kept.contains(node) || MayDelete(node)) continue;
-        // The path is that of the replaced node: the user may not be allowed to know what it holds.
-        const lyd_node* replaced = edit == nullptr ? lyd_parent(node) : lyd_parent(edit);
-        m_error =
-            m_grant.Denied(AccessOperation::kDelete, replaced == nullptr ? "/" : cdb::DataPath(replaced));
-    }
-}
-
-bool EditCheck::MayDelete(const lyd_node* there)
-{
-    if (there->schema == nullptr || (IsDefault(there) && !IsPlainContainer(there->schema))) return true;
-    const Visibility visibility = m_grant.Look(AccessOperation::kDelete, there->schema, KeysOnTheWay(there));
-    if (visibility == Visibility::kWhole) return true;
-    if (visibility == Visibility::kHidden && !IsPlainContainer(there->schema)) return false;
-    for (const lyd_node* child = lyd_child_no_keys(there); child != nullptr; child = child->next)
-        if (!MayDelete(child)) return false;
-    return true;
-}
 
 /// The edit's node in a tree of the datastore; null if it is not there.
 const lyd_node* FindIn(const lyd_node* tree, const lyd_node* edit)

@@ -1,39 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Whether a user may make a commit: what its rows create, update and delete, and what the grant says of each.
 
-#include <libyang/libyang.h>
-
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
-#include "agent/access/access_grant.h"
+#include "agent/access/access.h"
 
 namespace agent {
 namespace {
-
-/// "/switch-config:config/switch-oam-sflow:oam/sflow/interface[name='eth1']", as libyang writes paths of
-/// data.
-std::string DataPath(const cdb::SchemaTable& table, cdb::NodeId node, std::span<const std::string> keys)
-{
-    std::vector<cdb::NodeId> way;
-    for (; node != cdb::kNoNode; node = table[node].parent) way.push_back(node);
-    std::string path;
-    std::string_view module;
-    for (auto at = way.rbegin(); at != way.rend(); ++at) {
-        const cdb::SchemaNode& step = table[*at];
-        path += '/';
-        if (step.module != module) path.append(step.module).append(":");
-        module = step.module;
-        path += step.name;
-        for (std::size_t i = 0; i < step.keys.size() && !keys.empty(); ++i, keys = keys.subspan(1)) {
-            const char quote = keys.front().find('\'') == std::string::npos ? '\'' : '"';
-            path.append("[").append(table[step.keys[i]].name).append("=");
-            path.append(1, quote).append(keys.front()).append(1, quote).append("]");
-        }
-    }
-    return path;
-}
 
 class RowCheck {
 public:
@@ -88,7 +62,7 @@ private:
     {
         const auto& keys = m_change.key.keys;
         if (m_error || m_grant.Look(operation, m_schema.NodeOf(node), keys) != Visibility::kHidden) return;
-        m_error = m_grant.Denied(operation, DataPath(m_schema.Table(), node, keys));
+        m_error = m_grant.Denied(operation, cdb::DataPath(m_schema.Table(), {node, keys}));
     }
 
     const AccessGrant& m_grant;
@@ -99,14 +73,8 @@ private:
 
 const char* NameOf(AccessOperation operation)
 {
-    switch (operation) {
-    case AccessOperation::kCreate:
-        return "create";
-    case AccessOperation::kDelete:
-        return "delete";
-    default:
-        return "change";
-    }
+    if (operation == AccessOperation::kCreate) return "create";
+    return operation == AccessOperation::kDelete ? "delete" : "change";
 }
 
 }  // namespace
@@ -122,12 +90,10 @@ std::optional<cdb::Error> AccessGrant::CheckChanges(const cdb::Schema& schema,
 
 cdb::Error AccessGrant::Denied(AccessOperation operation, const std::string& path) const
 {
-    cdb::Error error;
-    error.tag = cdb::ErrorTag::kAccessDenied;
-    error.message = m_user.name + " may not " + NameOf(operation) + " " + path +
-                    "; a rule of access (cdbd --access) can permit it";
-    error.path = path;
-    return error;
+    return {.tag = cdb::ErrorTag::kAccessDenied,
+            .message = m_user.name + " may not " + NameOf(operation) + " " + path +
+                       "; a rule of access (cdbd --access) can permit it",
+            .path = path};
 }
 
 }  // namespace agent

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/access/access_grant.h"
+#include "agent/access/access.h"
 
 #include <libyang/libyang.h>
 
@@ -154,14 +154,11 @@ Visibility AccessGrant::Look(AccessOperation operation, const lysc_node* node,
 
 std::vector<std::string> KeysOnTheWay(const lyd_node* node)
 {
-    std::vector<const lyd_node*> entries;
-    for (; node != nullptr; node = lyd_parent(node))
-        if (node->schema != nullptr && node->schema->nodetype == LYS_LIST) entries.push_back(node);
     std::vector<std::string> keys;
-    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry)
-        for (const lyd_node* key = lyd_child(*entry);
-             key != nullptr && key->schema != nullptr && lysc_is_key(key->schema); key = key->next)
-            keys.emplace_back(lyd_get_value(key));
+    for (; node != nullptr; node = lyd_parent(node)) {
+        const auto own = cdb::KeysOf(node);
+        keys.insert(keys.begin(), own.begin(), own.end());
+    }
     return keys;
 }
 

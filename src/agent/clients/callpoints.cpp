@@ -34,8 +34,7 @@ cdb::Error Failure(const cdb::NewEntry& entry, const cdb::SchemaTable& schema, c
 }
 
 /// The requests of one edit.
-class PendingRequest final : public Callpoints::PendingRequest,
-                             public std::enable_shared_from_this<PendingRequest> {
+class PendingRequest : public std::enable_shared_from_this<PendingRequest> {
 public:
     PendingRequest(boost::asio::io_context& loop, base::Timers& timers, const cdb::SchemaTable& schema,
                    Callpoints::Limits limits, std::uint32_t transaction, std::vector<cdb::NewEntry> entries,
@@ -62,7 +61,7 @@ public:
         if (m_done) Watch();
     }
 
-    void Cancel() override
+    void Cancel()
     {
         if (!m_done) return;
         ForgetAll();
@@ -71,15 +70,121 @@ public:
     }
 
 private:
-    void Pump();
-    void ForgetAll();
-    [[nodiscard]] Time Deadline() const;
-    [[nodiscard]] ipc::cdb::ServerMessage MakeRequest(std::size_t index, std::uint64_t number) const;
-    void Take(std::size_t index, const ClientMessage* message);
-    std::optional<std::string> TakeWrites(std::size_t index, const ipc::cdb::CallpointReply& reply);
-    void Watch();
-    void Fail(std::size_t index, const std::string& why);
-    void Finish(Callpoints::Result result);
+    void Pump()
+    {
+        if (m_goesOn) return;
+        const std::size_t last = std::min(m_next + kMadeAtOnce, m_entries.size());
+        while (m_done && m_next < m_entries.size()) {
+            if (m_next == last) {
+                m_goesOn = true;
+                boost::asio::post(m_loop, [self = shared_from_this()] {
+                    self->m_goesOn = false;
+                    self->Pump();
+                });
+                return;
+            }
+            const std::size_t index = m_next;
+            const ClientPtr& holder = m_holders.at(m_entries[index].callpoint);
+            if (holder->QueuedBytes() > kMaxWaiting && m_next > m_answered) return;
+            ++m_next;
+            const std::uint64_t number = holder->NextRequest();
+            m_keys[index] = {ClientMessage::kCallpointReply, number};
+            const auto take = [self = shared_from_this(), index](const ClientMessage* message) {
+                self->Take(index, message);
+            };
+            if (!holder->Ask(m_keys[index], MakeRequest(index, number), take))
+                Fail(index, holder->Name() + " has gone; start it again");
+        }
+    }
+
+    void ForgetAll()
+    {
+        for (std::size_t i = 0; i < m_next; ++i) m_holders.at(m_entries[i].callpoint)->Forget(m_keys[i]);
+    }
+
+    [[nodiscard]] Time Deadline() const
+    {
+        return std::min(m_progress + m_limits.progress, m_begin + m_limits.total);
+    }
+
+    [[nodiscard]] ipc::cdb::ServerMessage MakeRequest(std::size_t index, std::uint64_t number) const
+    {
+        ipc::cdb::ServerMessage message;
+        ipc::cdb::CallpointRequest& request = *message.mutable_callpoint_request();
+        request.set_request(number);
+        request.set_transaction(m_transaction);
+        request.set_callpoint(m_entries[index].callpoint);
+        request.set_operation(ipc::cdb::CallpointRequest::CREATE);
+        request.set_path(ToText(m_schema, m_entries[index].path));
+        return message;
+    }
+
+    void Take(std::size_t index, const ClientMessage* message)
+    {
+        if (!m_done) return;
+        const ClientPtr holder = m_holders.at(m_entries[index].callpoint);
+        if (message == nullptr) return Fail(index, holder->Name() + " has gone; start it again");
+        const ipc::cdb::CallpointReply& reply = message->callpoint_reply();
+        if (!reply.ok())
+            return Fail(index,
+                        holder->Name() + " refuses: " +
+                            (reply.error().empty() ? "it gives no reason; see its log" : reply.error()));
+        if (const auto problem = TakeWrites(index, reply))
+            return Fail(index, holder->Name() + " answers with a write that can't be made: " +
+                                   base::Presentable(*problem));
+        m_isAnswered[index] = true;
+        ++m_answered;
+        m_progress = m_timers.Now();
+        if (m_answered < m_entries.size()) return Pump();
+        std::vector<cdb::LeafWrite> writes;
+        for (auto& each : m_writes)
+            for (cdb::LeafWrite& write : each) writes.push_back(std::move(write));
+        Finish(std::move(writes));
+    }
+
+    std::optional<std::string> TakeWrites(std::size_t index, const ipc::cdb::CallpointReply& reply)
+    {
+        for (const ipc::cdb::PathWrite& write : reply.writes()) {
+            auto path = cdb::ParsePath(m_schema, write.path());
+            if (!path) return path.error();
+            auto value = cdb::FromMessage(write.value());
+            if (!value) return "the value of " + write.path() + " does not fit its type";
+            m_writes[index].push_back({*std::move(path), *std::move(value)});
+        }
+        return std::nullopt;
+    }
+
+    void Watch()
+    {
+        m_timer = m_timers.At(Deadline(), [weak = weak_from_this()] {
+            const auto self = weak.lock();
+            if (!self || !self->m_done) return;
+            if (self->m_timers.Now() < self->Deadline()) return self->Watch();
+            std::size_t missing = 0;
+            while (self->m_isAnswered[missing]) ++missing;
+            const bool isStuck =
+                self->m_progress + self->m_limits.progress <= self->m_begin + self->m_limits.total;
+            const auto limit = isStuck ? self->m_limits.progress : self->m_limits.total;
+            const std::string seconds = std::to_string(static_cast<double>(limit.count()) / 1000.0);
+            self->Fail(missing,
+                       self->m_holders.at(self->m_entries[missing].callpoint)->Name() +
+                           (isStuck ? " has not answered for " : " has not answered all questions within ") +
+                           seconds.substr(0, seconds.find('.') + 2) + " s; restart it");
+        });
+    }
+
+    void Fail(std::size_t index, const std::string& why)
+    {
+        if (!m_done) return;
+        ForgetAll();
+        Finish(base::Unexpected(Failure(m_entries[index], m_schema, why)));
+    }
+
+    void Finish(Callpoints::Result result)
+    {
+        m_timer.reset();
+        std::exchange(m_done, nullptr)(std::move(result));
+    }
 
     boost::asio::io_context& m_loop;
     base::Timers& m_timers;
@@ -100,122 +205,6 @@ private:
     Time m_progress;
 };
 
-void PendingRequest::Pump()
-{
-    if (m_goesOn) return;
-    const std::size_t last = std::min(m_next + kMadeAtOnce, m_entries.size());
-    while (m_done && m_next < m_entries.size()) {
-        if (m_next == last) {
-            m_goesOn = true;
-            boost::asio::post(m_loop, [self = shared_from_this()] {
-                self->m_goesOn = false;
-                self->Pump();
-            });
-            return;
-        }
-        const std::size_t index = m_next;
-        const ClientPtr& holder = m_holders.at(m_entries[index].callpoint);
-        if (holder->QueuedBytes() > kMaxWaiting && m_next > m_answered) return;
-        ++m_next;
-        const std::uint64_t number = holder->NextRequest();
-        m_keys[index] = {ClientMessage::kCallpointReply, number};
-        const auto take = [self = shared_from_this(), index](const ClientMessage* message) {
-            self->Take(index, message);
-        };
-        if (!holder->Ask(m_keys[index], MakeRequest(index, number), take))
-            Fail(index, holder->Name() + " has gone; start it again");
-    }
-}
-
-ipc::cdb::ServerMessage PendingRequest::MakeRequest(std::size_t index, std::uint64_t number) const
-{
-    ipc::cdb::ServerMessage message;
-    ipc::cdb::CallpointRequest& request = *message.mutable_callpoint_request();
-    request.set_request(number);
-    request.set_transaction(m_transaction);
-    request.set_callpoint(m_entries[index].callpoint);
-    request.set_operation(ipc::cdb::CallpointRequest::CREATE);
-    request.set_path(ToText(m_schema, m_entries[index].path));
-    return message;
-}
-
-void PendingRequest::Take(std::size_t index, const ClientMessage* message)
-{
-    if (!m_done) return;
-    const ClientPtr holder = m_holders.at(m_entries[index].callpoint);
-    if (message == nullptr) return Fail(index, holder->Name() + " has gone; start it again");
-    const ipc::cdb::CallpointReply& reply = message->callpoint_reply();
-    if (!reply.ok())
-        return Fail(index, holder->Name() + " refuses: " +
-                               (reply.error().empty() ? "it gives no reason; see its log" : reply.error()));
-    if (const auto problem = TakeWrites(index, reply))
-        return Fail(index, holder->Name() +
-                               " answers with a write that can't be made: " + base::Presentable(*problem));
-    m_isAnswered[index] = true;
-    ++m_answered;
-    m_progress = m_timers.Now();
-    if (m_answered < m_entries.size()) return Pump();
-    std::vector<cdb::LeafWrite> writes;
-    for (auto& each : m_writes)
-        for (cdb::LeafWrite& write : each) writes.push_back(std::move(write));
-    Finish(std::move(writes));
-}
-
-std::optional<std::string> PendingRequest::TakeWrites(std::size_t index,
-                                                      const ipc::cdb::CallpointReply& reply)
-{
-    for (const ipc::cdb::PathWrite& write : reply.writes()) {
-        auto path = cdb::ParsePath(m_schema, write.path());
-        if (!path) return path.error();
-        auto value = cdb::FromMessage(write.value());
-        if (!value) return "the value of " + write.path() + " does not fit its type";
-        m_writes[index].push_back({*std::move(path), *std::move(value)});
-    }
-    return std::nullopt;
-}
-
-Time PendingRequest::Deadline() const
-{
-    return std::min(m_progress + m_limits.progress, m_begin + m_limits.total);
-}
-
-void PendingRequest::Watch()
-{
-    m_timer = m_timers.At(Deadline(), [weak = weak_from_this()] {
-        const auto self = weak.lock();
-        if (!self || !self->m_done) return;
-        if (self->m_timers.Now() < self->Deadline()) return self->Watch();
-        std::size_t missing = 0;
-        while (self->m_isAnswered[missing]) ++missing;
-        const bool isStuck =
-            self->m_progress + self->m_limits.progress <= self->m_begin + self->m_limits.total;
-        const auto limit = isStuck ? self->m_limits.progress : self->m_limits.total;
-        const std::string seconds = std::to_string(static_cast<double>(limit.count()) / 1000.0);
-        self->Fail(missing,
-                   self->m_holders.at(self->m_entries[missing].callpoint)->Name() +
-                       (isStuck ? " has not answered for " : " has not answered all questions within ") +
-                       seconds.substr(0, seconds.find('.') + 2) + " s; restart it");
-    });
-}
-
-void PendingRequest::ForgetAll()
-{
-    for (std::size_t i = 0; i < m_next; ++i) m_holders.at(m_entries[i].callpoint)->Forget(m_keys[i]);
-}
-
-void PendingRequest::Fail(std::size_t index, const std::string& why)
-{
-    if (!m_done) return;
-    ForgetAll();
-    Finish(base::Unexpected(Failure(m_entries[index], m_schema, why)));
-}
-
-void PendingRequest::Finish(Callpoints::Result result)
-{
-    m_timer.reset();
-    std::exchange(m_done, nullptr)(std::move(result));
-}
-
 }  // namespace
 
 Callpoints::Callpoints(boost::asio::io_context& loop, base::Timers& timers, const cdb::SchemaTable& schema,
@@ -224,8 +213,7 @@ Callpoints::Callpoints(boost::asio::io_context& loop, base::Timers& timers, cons
 {
 }
 
-Callpoints::PendingRequestPtr Callpoints::Ask(std::vector<cdb::NewEntry> entries,
-                                              std::function<void(Result)> done)
+Callpoints::Cancel Callpoints::Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done)
 {
     std::map<std::string, ClientPtr> holders;
     for (const cdb::NewEntry& entry : entries) {
@@ -240,10 +228,10 @@ Callpoints::PendingRequestPtr Callpoints::Ask(std::vector<cdb::NewEntry> entries
         done(std::vector<cdb::LeafWrite>{});
         return nullptr;
     }
-    const auto pending = std::make_shared<agent::PendingRequest>(
+    const auto pending = std::make_shared<PendingRequest>(
         m_loop, m_timers, m_schema, m_limits, ++m_lastTransaction, std::move(entries), std::move(done));
     pending->Run(std::move(holders));
-    return pending;
+    return [pending] { pending->Cancel(); };
 }
 
 }  // namespace agent

@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <functional>
-#include <memory>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
@@ -15,7 +14,7 @@
 #include "agent/clients/clients.h"
 #include "base/expected.h"
 #include "base/timers.h"
-#include "cdb/datastore/edit_records.h"
+#include "cdb/datastore/edit_operation.h"
 #include "cdb/model/error.h"
 
 namespace agent {
@@ -32,18 +31,12 @@ public:
     Callpoints(boost::asio::io_context& loop, base::Timers& timers, const cdb::SchemaTable& schema,
                const Clients& clients, Limits limits);
 
-    /// The inquiry under way.
-    class PendingRequest {
-    public:
-        virtual ~PendingRequest() = default;
-        /// Gives the inquiry up: `done` is not called any more, and is freed.
-        virtual void Cancel() = 0;
-    };
-    using PendingRequestPtr = std::shared_ptr<PendingRequest>;
+    /// Gives the inquiry up: `done` is not called any more, and is freed.
+    using Cancel = std::function<void()>;
 
     /// Calls `done` once: with the writes in the order of the entries, or with why the edit can't be made.
     /// If there is nothing or no process to ask, calls it from inside Ask, which then returns null.
-    PendingRequestPtr Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done);
+    Cancel Ask(std::vector<cdb::NewEntry> entries, std::function<void(Result)> done);
 
 private:
     boost::asio::io_context& m_loop;

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The processes connected to cdb.sock: admits them, knows what each holds, keeps their faults.
+// The processes connected to cdb.sock: admits them, knows what each holds, keeps their faults. And the way to
+// ask several of them one question.
 
 #ifndef AGENT_CLIENTS_CLIENTS_H
 #define AGENT_CLIENTS_CLIENTS_H
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -67,6 +69,33 @@ private:
     FaultIntake m_faults;
     std::vector<ClientPtr> m_clients;
 };
+
+struct OutgoingRequest {
+    Client::AnswerKey key;
+    std::shared_ptr<ipc::cdb::ServerMessage> message = std::make_shared<ipc::cdb::ServerMessage>();
+    /// Sent instead of `message` if not null: a message that was serialized before.
+    std::shared_ptr<const google::protobuf::MessageLite> written{};
+
+    [[nodiscard]] const google::protobuf::MessageLite& Content() const
+    {
+        return written ? *written : *message;
+    }
+};
+
+enum class Outcome : std::uint8_t { kAnswered, kGone, kLate };
+
+struct Answer {
+    ClientPtr client;
+    Outcome outcome = Outcome::kLate;
+    ipc::cdb::ClientMessage message;  // if answered
+};
+
+/// Asks all clients at once. Calls `done` once, when each has answered or gone, or the time is over; from
+/// inside RequestAll if all have gone. The answers are in the order of the clients.
+void RequestAll(base::Timers& timers, const std::vector<ClientPtr>& clients,
+                const std::function<OutgoingRequest(Client& client)>& makeRequest,
+                std::chrono::milliseconds timeout,
+                std::function<void(const std::vector<Answer>& answers)> done);
 
 }  // namespace agent
 

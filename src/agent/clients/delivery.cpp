@@ -8,7 +8,6 @@
 
 #include <google/protobuf/arena.h>
 
-#include "agent/clients/request_all.h"
 #include "log/log.h"
 
 namespace agent {

@@ -5,7 +5,6 @@
 #ifndef AGENT_CLIENTS_FAULT_INTAKE_H
 #define AGENT_CLIENTS_FAULT_INTAKE_H
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>

@@ -4,7 +4,6 @@
 #include <libyang/libyang.h>
 
 #include <cstdint>
-#include <string>
 
 namespace agent {
 namespace {

@@ -1,15 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where data to be written comes from: configuration rows, or a tree of state. The writer, which knows the
-// schema, walks it from the top down and asks for the nodes that it wants.
+// Where data to be written comes from: configuration rows, or a tree of state (agent/state/state_tree.h). The
+// writer, which knows the schema, walks it from the top down and asks for the nodes that it wants.
 
 #ifndef AGENT_DATA_DATA_SOURCE_H
 #define AGENT_DATA_DATA_SOURCE_H
 
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
+#include <vector>
+
+#include "agent/data/data_schema.h"
+#include "cdb/rows/row_view.h"
 
 struct lysc_node;
 
@@ -69,6 +74,30 @@ public:
     /// Visits the entry with these keys (canonical text) if it is there, by look-up.
     virtual void Entry(Handle at, const lysc_node* list, std::span<const std::string_view> keys,
                        const NodeVisit& visit) = 0;
+};
+
+/// Configuration as data, straight from a datastore's rows; the schema's defaults stand for what is not set.
+class RowSource final : public DataSource {
+public:
+    /// Both must outlive this.
+    RowSource(const DataSchema& schema, cdb::RowView& rows);
+
+    void Values(Handle at, const lysc_node* leaf, const ValueVisit& visit) override;
+    void Container(Handle at, const lysc_node* container, const NodeVisit& visit) override;
+    void Entries(Handle at, const lysc_node* list, const NodeVisit& visit) override;
+    void Entry(Handle at, const lysc_node* list, std::span<const std::string_view> keys,
+               const NodeVisit& visit) override;
+
+private:
+    struct Place;
+    static std::size_t KeysOf(Handle at);
+    [[nodiscard]] const DataNode* Configured(const lysc_node* schema) const;
+    const cdb::Row* KeepRow(const DataNode& node, std::size_t keys);
+
+    const DataSchema& m_schema;
+    cdb::RowView& m_rows;
+    std::vector<std::string> m_keys;  // of the entries on the way to the visited node
+    std::vector<cdb::Row> m_kept;     // by depth: a looked-up row is kept while the nodes below it are read
 };
 
 }  // namespace agent

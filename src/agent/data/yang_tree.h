@@ -13,10 +13,26 @@ namespace agent {
 using Tree = cdb::TreePtr;
 
 /// The child of that name; null if there is none.
-const lyd_node* ChildNamed(const lyd_node* parent, std::string_view name);
+inline const lyd_node* ChildNamed(const lyd_node* parent, std::string_view name)
+{
+    for (const lyd_node* child = lyd_child(parent); child != nullptr; child = child->next)
+        if (child->schema != nullptr && name == child->schema->name) return child;
+    return nullptr;
+}
 
 /// The text of that child, a leaf; empty if there is none.
-std::string_view ChildText(const lyd_node* parent, std::string_view name);
+inline std::string_view ChildText(const lyd_node* parent, std::string_view name)
+{
+    const lyd_node* child = ChildNamed(parent, name);
+    return child == nullptr ? std::string_view{} : std::string_view(lyd_get_value(child));
+}
+
+/// The name of that child's only child, as of <source> and <target>; empty if there is none.
+inline std::string_view NameInChild(const lyd_node* parent, std::string_view name)
+{
+    const lyd_node* inner = lyd_child(ChildNamed(parent, name));
+    return inner == nullptr ? std::string_view{} : std::string_view(inner->schema->name);
+}
 
 }  // namespace agent
 

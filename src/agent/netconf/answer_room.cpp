@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/netconf/answer_room.h"
 
-#include <algorithm>
 #include <list>
 #include <map>
 #include <string>

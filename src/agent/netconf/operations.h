@@ -4,10 +4,10 @@
 #ifndef AGENT_NETCONF_OPERATIONS_H
 #define AGENT_NETCONF_OPERATIONS_H
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,9 +20,7 @@
 #include "agent/data/data_schema.h"
 #include "agent/data/filter_plan.h"
 #include "agent/netconf/answer_room.h"
-#include "agent/netconf/locks.h"
 #include "agent/netconf/request.h"
-#include "agent/netconf/serial_queue.h"
 #include "agent/netconf/workbench.h"
 #include "agent/state/state.h"
 #include "base/timers.h"
@@ -32,6 +30,36 @@
 #include "cdb/store/store.h"
 
 namespace agent {
+
+enum class Target : std::uint8_t { kRunning, kCandidate };
+
+/// Which session has locked which datastore (RFC 6241, section 7.5).
+class Locks {
+public:
+    using SessionId = std::uint32_t;
+
+    [[nodiscard]] std::optional<SessionId> Holder(Target target) const { return At(target); }
+
+    /// The holder if it is another session than this; nullopt if not.
+    [[nodiscard]] std::optional<SessionId> HeldByOther(Target target, SessionId session) const
+    {
+        const auto holder = At(target);
+        return holder && *holder != session ? holder : std::nullopt;
+    }
+
+    void Take(Target target, SessionId session) { At(target) = session; }
+    void Release(Target target) { At(target).reset(); }
+
+private:
+    using Holders = std::array<std::optional<SessionId>, 2>;
+    std::optional<SessionId>& At(Target target) { return m_holders[static_cast<std::size_t>(target)]; }
+    [[nodiscard]] const std::optional<SessionId>& At(Target target) const
+    {
+        return m_holders[static_cast<std::size_t>(target)];
+    }
+
+    Holders m_holders;
+};
 
 /// What a <get> or <get-config> asks for, resolved against the schema.
 struct Reading;
@@ -86,6 +114,8 @@ private:
     void DiscardChanges(const RequestPtr& request);
     struct EditJob;
     using EditJobPtr = std::shared_ptr<EditJob>;
+    /// Answers <ok/> if there is no error.
+    void OkOrRefuse(const RequestPtr& request, const std::vector<cdb::Error>& errors) const;
     void PlanEdit(const EditJobPtr& job);
     void AskCallpoints(const EditJobPtr& job);
     void ApplyEdit(const EditJobPtr& job);
@@ -121,7 +151,7 @@ private:
     /// The inquiry that an edit waits for; null if none does.
     struct Asked {
         std::uint32_t session = 0;
-        Callpoints::PendingRequestPtr pending;
+        Callpoints::Cancel cancel;
     };
 
     Services m_services;

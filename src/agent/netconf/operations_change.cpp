@@ -2,7 +2,6 @@
 #include <libyang/libyang.h>
 
 #include <array>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -88,6 +87,12 @@ struct Operations::CommitJob {
     WrittenChanges written;
 };
 
+void Operations::OkOrRefuse(const RequestPtr& request, const std::vector<cdb::Error>& errors) const
+{
+    if (errors.empty()) return request->Ok();
+    request->Refuse(ToRpcErrors(errors, m_services.schema.Context()));
+}
+
 void Operations::EditConfig(const RequestPtr& request)
 {
     const auto options = ReadEdit(request->Operation());
@@ -119,14 +124,13 @@ void Operations::PlanEdit(const EditJobPtr& job)
         [this, job] {
             if (!job->request->Wanted()) return;
             if (!job->entries.empty()) return AskCallpoints(job);
-            if (job->errors.empty()) return job->request->Ok();
-            job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
+            OkOrRefuse(job->request, job->errors);
         });
 }
 
 void Operations::AskCallpoints(const EditJobPtr& job)
 {
-    auto pending = m_services.callpoints.Ask(std::move(job->entries), [this, job](Callpoints::Result result) {
+    auto cancel = m_services.callpoints.Ask(std::move(job->entries), [this, job](Callpoints::Result result) {
         m_asked = {};
         if (!job->request->Wanted()) return;
         if (!result) {
@@ -136,7 +140,7 @@ void Operations::AskCallpoints(const EditJobPtr& job)
         job->writes = *std::move(result);
         ApplyEdit(job);
     });
-    m_asked = {job->request->Who().id, std::move(pending)};
+    m_asked = {job->request->Who().id, std::move(cancel)};
 }
 
 void Operations::ApplyEdit(const EditJobPtr& job)
@@ -150,25 +154,20 @@ void Operations::ApplyEdit(const EditJobPtr& job)
         },
         [this, job] {
             if (!job->request->Wanted()) return;
-            if (job->errors.empty()) return job->request->Ok();
-            job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
+            OkOrRefuse(job->request, job->errors);
         });
 }
 
 void Operations::Validate(const RequestPtr& request)
 {
-    const lyd_node* source = ChildNamed(request->Operation(), "source");
-    const std::string_view name = lyd_child(source) == nullptr ? "" : lyd_child(source)->schema->name;
+    const std::string_view name = NameInChild(request->Operation(), "source");
     // Running is always valid: nothing invalid becomes running.
     if (name == "running") return request->Ok();
     if (name != "candidate") return request->Refuse(NotOffered("validation of what is sent along", "config"));
     InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         const auto errors = std::make_shared<std::vector<cdb::Error>>();
         m_services.changes.Do([this, errors] { *errors = m_services.datastore.Validate(); },
-                              [this, request, ticket, errors] {
-                                  if (errors->empty()) return request->Ok();
-                                  request->Refuse(ToRpcErrors(*errors, m_services.schema.Context()));
-                              });
+                              [this, request, ticket, errors] { OkOrRefuse(request, *errors); });
     });
 }
 

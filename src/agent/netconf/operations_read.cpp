@@ -2,7 +2,6 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -11,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent/data/data_source_rows.h"
+#include "agent/data/data_source.h"
 #include "agent/data/data_writer.h"
 #include "agent/data/errors.h"
 #include "agent/netconf/operations.h"
@@ -39,13 +38,6 @@ base::expected<Defaults, netconf::RpcError> DefaultsOf(const Request& request)
         Layer::kProtocol, cdb::ErrorTag::kInvalidValue,
         "with-defaults \"" + std::string(mode) + "\" is not offered; use explicit, trim or report-all",
         {{"bad-element", "with-defaults"}}));
-}
-
-/// The only child of <source> or <target>.
-std::string_view DatastoreName(const lyd_node* operation, std::string_view role)
-{
-    const lyd_node* named = lyd_child(ChildNamed(operation, role));
-    return named == nullptr ? std::string_view{} : std::string_view(named->schema->name);
 }
 
 /// The module, the implemented one if no version is given; null if there is none.
@@ -209,7 +201,7 @@ void Operations::GetConfig(const RequestPtr& request)
 void Operations::ReadConfig(const RequestPtr& request, const ReadingPtr& reading)
 {
     using Which = cdb::Datastore::Which;
-    const bool ofCandidate = DatastoreName(request->Operation(), "source") == "candidate";
+    const bool ofCandidate = NameInChild(request->Operation(), "source") == "candidate";
     const bool touchedOnly = ChildNamed(request->Operation(), "touched-only") != nullptr;
     const bool ofRows = !ofCandidate && !touchedOnly;
     const auto write = [=, this](std::string& out) {

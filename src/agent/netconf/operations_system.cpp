@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <string_view>
 
-#include "agent/clients/request_all.h"
+#include "agent/clients/clients.h"
 #include "agent/data/errors.h"
 #include "agent/netconf/operations.h"
 #include "log/log.h"

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/netconf/request.h"
 
-#include <utility>
-
 #include "agent/data/errors.h"
 #include "netconf/names.h"
 

@@ -4,6 +4,7 @@
 #ifndef AGENT_NETCONF_REQUEST_H
 #define AGENT_NETCONF_REQUEST_H
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -12,12 +13,25 @@
 #include <utility>
 #include <vector>
 
-#include "agent/netconf/answer_place.h"
 #include "agent/netconf/rpc.h"
 #include "agent/netconf/session.h"
 #include "netconf/rpc_error.h"
 
 namespace agent {
+
+/// The memory that one answer takes of the room for answers (answer_room.h), from the beginning of the work
+/// on it until the client has read it or its session has ended.
+class AnswerPlace {
+public:
+    AnswerPlace() = default;
+    AnswerPlace(const AnswerPlace&) = delete;
+    AnswerPlace& operator=(const AnswerPlace&) = delete;
+    /// Gives the room back.
+    virtual ~AnswerPlace() = default;
+
+    /// The answer is made; its size replaces the estimate.
+    virtual void SetSize(std::size_t bytes) = 0;
+};
 
 class Request {
 public:

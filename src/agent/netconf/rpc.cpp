@@ -3,12 +3,10 @@
 
 #include <libyang/libyang.h>
 
-#include <string_view>
 #include <utility>
 
 #include "agent/data/errors.h"
 #include "agent/netconf/rpc_scan.h"
-#include "netconf/plain_xml.h"
 #include "netconf/xml.h"
 
 namespace agent {

@@ -11,15 +11,7 @@ namespace {
 
 using End = RpcScan::End;
 
-constexpr std::string_view kBlanks = " \t\r\n";
-constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
-
-std::string Trimmed(const std::string& text)
-{
-    const std::size_t begin = text.find_first_not_of(kBlanks);
-    if (begin == std::string::npos) return {};
-    return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
-}
+using netconf::kXmlBlanks;
 
 void AppendAttribute(std::string& out, std::string_view name, std::string_view value)
 {
@@ -86,7 +78,7 @@ public:
     {
         if (!m_open.empty()) return TextInFilter(text);
         if (depth >= 2) return m_walk->Text(text) || Refused();
-        if (text.find_first_not_of(kBlanks) == std::string_view::npos) return true;
+        if (text.find_first_not_of(kXmlBlanks) == std::string_view::npos) return true;
         return Refuse(cdb::ErrorTag::kBadElement, "<rpc> holds text; it can hold an operation only", "rpc");
     }
 
@@ -159,7 +151,7 @@ private:
             m_scan.filter = std::move(node.children);
             return true;
         }
-        node.text = node.children.empty() ? Trimmed(node.text) : std::string();
+        node.text = node.children.empty() ? std::string(netconf::Trimmed(node.text)) : std::string();
         m_open.back().children.push_back(std::move(node));
         return true;
     }
@@ -167,7 +159,7 @@ private:
     void NoteXmlAttributes(const netconf::XmlElement& element)
     {
         for (const netconf::XmlAttribute& attribute : element.attributes) {
-            if (attribute.ns != kXmlNamespace) continue;
+            if (attribute.ns != netconf::kXmlNamespace) continue;
             m_scan.xmlAttributes.emplace_back(element.begin, element.end);
             return;
         }
@@ -207,6 +199,54 @@ private:
 
 }  // namespace
 
+void SentConfig::Declare(const netconf::XmlElement& around)
+{
+    for (const netconf::XmlDeclaration& each : around.declarations)
+        m_declared.insert_or_assign(std::string(each.prefix), std::string(each.ns));
+}
+
+void SentConfig::Open(const netconf::XmlElement& config)
+{
+    m_open = true;
+    m_begin = config.end;
+}
+
+void SentConfig::Close(std::size_t end)
+{
+    m_open = false;
+    m_end = end;
+}
+
+void SentConfig::AddTop(const netconf::XmlElement& element, std::string_view message)
+{
+    if (m_addedBytes > kMaxAdded) return;
+    std::string text;
+    for (const auto& [prefix, ns] : m_declared) {
+        const auto isOwn = [&name = prefix](const netconf::XmlDeclaration& own) {
+            return own.prefix == name;
+        };
+        if (std::any_of(element.declarations.begin(), element.declarations.end(), isOwn)) continue;
+        text.append(" xmlns").append(prefix.empty() ? "" : ":").append(prefix).append("=\"");
+        netconf::AppendEscaped(text, ns);
+        text.append("\"");
+    }
+    m_addedBytes += text.size();
+    m_added.emplace_back(message.find_first_of(" \t\r\n/>", element.begin), std::move(text));
+}
+
+std::string SentConfig::Text(std::string_view message) const
+{
+    std::string config;
+    config.reserve(m_end - m_begin + m_addedBytes);
+    std::size_t done = m_begin;
+    for (const auto& [at, text] : m_added) {
+        config.append(message.substr(done, at - done)).append(text);
+        done = at;
+    }
+    config.append(message.substr(done, m_end - done));
+    return config;
+}
+
 RpcScan ScanRpc(const guard::SchemaIndex& index, std::string_view message, const guard::Limits& limits)
 {
     RpcScan scan;
@@ -223,13 +263,13 @@ void BlankXmlAttributes(const RpcScan& scan, std::string& message)
     for (const auto& [begin, end] : scan.xmlAttributes) {
         std::size_t at = begin;
         while (at < end) {
-            const std::size_t name = message.find_first_not_of(kBlanks, at);
+            const std::size_t name = message.find_first_not_of(kXmlBlanks, at);
             const std::size_t open = message.find_first_of("\"'", name);
             if (open >= end) break;
             const std::size_t close = message.find(message[open], open + 1);
             // The first name is the element's; the first attribute is behind it.
             const std::size_t attribute =
-                name == begin ? message.find_first_not_of(kBlanks, message.find_first_of(kBlanks, name))
+                name == begin ? message.find_first_not_of(kXmlBlanks, message.find_first_of(kXmlBlanks, name))
                               : name;
             if (message.compare(attribute, 4, "xml:") == 0)
                 std::fill(message.begin() + static_cast<std::ptrdiff_t>(attribute),

@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/netconf/session.h"
 
-#include <array>
 #include <utility>
-#include <variant>
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/completion_condition.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
-
-#include "agent/netconf/answer_place.h"
 
 namespace agent {
 namespace {

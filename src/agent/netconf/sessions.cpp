@@ -2,7 +2,6 @@
 #include "agent/netconf/sessions.h"
 
 #include <utility>
-#include <variant>
 
 #include "agent/data/errors.h"
 #include "agent/netconf/request.h"

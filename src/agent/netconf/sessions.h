@@ -4,7 +4,6 @@
 #ifndef AGENT_NETCONF_SESSIONS_H
 #define AGENT_NETCONF_SESSIONS_H
 
-#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>

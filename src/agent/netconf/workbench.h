@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Does work that takes longer than the loop can wait, in a thread of its own, one piece after the other. No
-// other thread uses what a piece of work uses until `done` is called. The agent has two benches: one for all
-// work on the candidate and all writes of the store, one for long messages and long answers.
+// How work that takes long, or waits, is done: one piece after the other.
 
 #ifndef AGENT_NETCONF_WORKBENCH_H
 #define AGENT_NETCONF_WORKBENCH_H
@@ -17,6 +15,9 @@
 
 namespace agent {
 
+/// Does work that takes longer than the loop can wait, in a thread of its own, one piece after the other. No
+/// other thread uses what a piece of work uses until `done` is called. The agent has two benches: one for all
+/// work on the candidate and all writes of the store, one for long messages and long answers.
 class Workbench {
 public:
     /// `loop` must outlive this.
@@ -46,6 +47,30 @@ private:
     };
     std::list<Task> m_tasks;
     std::unique_ptr<base::Worker> m_worker;  // destroyed, with its thread, before the tasks
+};
+
+/// Runs jobs that may themselves wait, one after the other: an edit of the candidate may wait for a
+/// callpoint, a commit for its subscribers.
+class SerialQueue {
+public:
+    explicit SerialQueue(boost::asio::io_context& loop);
+    /// Drops the jobs that wait.
+    ~SerialQueue();
+    SerialQueue(const SerialQueue&) = delete;
+    SerialQueue& operator=(const SerialQueue&) = delete;
+
+    /// A job's turn: it ends with the last reference, and the next job begins.
+    class Ticket;
+    using TicketPtr = std::shared_ptr<Ticket>;
+    using Job = std::function<void(const TicketPtr& ticket)>;
+
+    /// Runs the job in its turn, from inside Push if none is before it.
+    void Push(Job job);
+
+private:
+    struct State;
+    static void RunNext(const std::shared_ptr<State>& state);
+    std::shared_ptr<State> m_state;
 };
 
 }  // namespace agent

@@ -2,19 +2,10 @@
 #include "agent/process/agent.h"
 
 #include <algorithm>
-#include <optional>
 #include <system_error>
 #include <utility>
 
-#include "agent/clients/callpoints.h"
-#include "agent/clients/clients.h"
-#include "agent/clients/delivery.h"
-#include "agent/netconf/operations.h"
-#include "agent/netconf/sessions.h"
-#include "agent/netconf/workbench.h"
-#include "agent/state/state.h"
 #include "base/user.h"
-#include "ipc/acceptor.h"
 #include "ipc/frame.h"
 #include "log/log.h"
 
@@ -74,102 +65,64 @@ Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store,
 
 }  // namespace
 
-class Agent::Impl {
-public:
-    Impl(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Store& store,
-         cdb::Datastore& datastore, Access& access, AgentOptions agentOptions)
-        : m_loop(loop),
-          m_options(WithClock(std::move(agentOptions))),
-          m_ownTimers(m_options.timers == nullptr ? base::MakeTimers(loop) : nullptr),
-          m_timers(m_options.timers == nullptr ? *m_ownTimers : *m_options.timers),
-          m_clients(schema, store, m_timers, ClientsOptions(m_options, store, m_faultBench)),
-          m_callpoints(loop, m_timers, schema.Table(), m_clients,
-                       {m_options.callpointTimeout, m_options.callpointTotal}),
-          m_delivery(m_timers, schema.Table(), m_clients, m_options.ackTimeout),
-          m_state(loop, m_timers, schema, store, m_clients, access, m_options.stateTimeout),
-          m_room(loop, m_timers, m_options.answers),
-          m_operations({loop, m_timers, schema, store, datastore, m_clients, m_callpoints, m_delivery,
-                        m_state, m_changes, m_reads, m_options.now,
-                        [this](std::uint32_t session, const std::string& reason) {
-                            return m_sessions.End(session, reason);
-                        },
-                        m_options.actionTimeout, access, m_room, FilterLimitsOf(m_options.sessions.limits)}),
-          m_sessions(m_timers, schema, m_operations, m_reads, access, m_options.sessions),
-          m_changes(loop),
-          m_reads(loop)
-    {
-    }
-
-    /// Ends the requests that wait for a process while all that they use still exists.
-    ~Impl()
-    {
-        m_clients.DisconnectAll("cdbd ends");
-        m_faultBench.reset();
-    }
-    Impl(const Impl&) = delete;
-    Impl& operator=(const Impl&) = delete;
-
-    void Listen()
-    {
-        const auto adminGroup = base::FindGroup(m_options.adminGroup);
-        const auto switchGroup = base::FindGroup(m_options.switchGroup);
-        MakeRunDirectory(switchGroup);
-        const auto path = [this](const char* name) { return (m_options.runDirectory / name).string(); };
-        const auto listen = [&](auto& at, const char* name, auto group, auto handler) {
-            at.emplace(ipc::Listen(m_loop, path(name), kSocketPermissions, group), m_timers,
-                       "can't accept a connection on " + path(name), handler);
-        };
-        listen(m_cdb, "cdb.sock", switchGroup,
-               [this](auto socket) { m_clients.Add(ipc::Channel::Create(std::move(socket), m_timers)); });
-        listen(m_netconf, "netconf.sock", adminGroup,
-               [this](auto socket) { m_sessions.Add(std::move(socket)); });
-    }
-
-private:
-    /// Leaves an existing directory as it is: it may be for other users.
-    void MakeRunDirectory(std::optional<std::uint32_t> group) const
-    {
-        const auto& directory = m_options.runDirectory;
-        std::error_code error;
-        if (std::filesystem::create_directories(directory, error)) {
-            std::filesystem::permissions(directory, kRunPermissions, error);
-            if (const auto problem = group ? ipc::GiveToGroup(directory, *group) : ""; !problem.empty())
-                slog::Notice("{}", problem);
-        }
-        if (error)
-            throw std::system_error(error,
-                                    "can't make the directory " + directory.string() + " for the sockets");
-    }
-
-    boost::asio::io_context& m_loop;
-    AgentOptions m_options;
-    const std::unique_ptr<base::Timers> m_ownTimers;  // null if the options have some
-    base::Timers& m_timers;
-    /// Reset before m_changes ends.
-    std::shared_ptr<Workbench*> m_faultBench = std::make_shared<Workbench*>(&m_changes);
-    Clients m_clients;
-    Callpoints m_callpoints;
-    Delivery m_delivery;
-    StateSource m_state;
-    AnswerRoom m_room;
-    Operations m_operations;
-    Sessions m_sessions;  // declared after what its requests use
-    using Acceptor = ipc::Acceptor<boost::asio::local::stream_protocol>;
-    std::optional<Acceptor> m_cdb;
-    std::optional<Acceptor> m_netconf;
-    // Destroyed first: their work uses all of the above.
-    Workbench m_changes;
-    Workbench m_reads;
-};
-
 Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Store& store,
              cdb::Datastore& datastore, Access& access, AgentOptions options)
-    : m_impl(std::make_unique<Impl>(loop, schema, store, datastore, access, std::move(options)))
+    : m_loop(loop),
+      m_options(WithClock(std::move(options))),
+      m_ownTimers(m_options.timers == nullptr ? base::MakeTimers(loop) : nullptr),
+      m_timers(m_options.timers == nullptr ? *m_ownTimers : *m_options.timers),
+      m_clients(schema, store, m_timers, ClientsOptions(m_options, store, m_faultBench)),
+      m_callpoints(loop, m_timers, schema.Table(), m_clients,
+                   {m_options.callpointTimeout, m_options.callpointTotal}),
+      m_delivery(m_timers, schema.Table(), m_clients, m_options.ackTimeout),
+      m_state(loop, m_timers, schema, store, m_clients, access, m_options.stateTimeout),
+      m_room(loop, m_timers, m_options.answers),
+      m_operations({loop, m_timers, schema, store, datastore, m_clients, m_callpoints, m_delivery, m_state,
+                    m_changes, m_reads, m_options.now,
+                    [this](std::uint32_t session, const std::string& reason) {
+                        return m_sessions.End(session, reason);
+                    },
+                    m_options.actionTimeout, access, m_room, FilterLimitsOf(m_options.sessions.limits)}),
+      m_sessions(m_timers, schema, m_operations, m_reads, access, m_options.sessions),
+      m_changes(loop),
+      m_reads(loop)
 {
 }
 
-Agent::~Agent() = default;
+Agent::~Agent()
+{
+    // Ends the requests that wait for a process while all that they use still exists.
+    m_clients.DisconnectAll("cdbd ends");
+    m_faultBench.reset();
+}
 
-void Agent::Listen() { m_impl->Listen(); }
+void Agent::Listen()
+{
+    const auto adminGroup = base::FindGroup(m_options.adminGroup);
+    const auto switchGroup = base::FindGroup(m_options.switchGroup);
+    MakeRunDirectory(switchGroup);
+    const auto path = [this](const char* name) { return (m_options.runDirectory / name).string(); };
+    const auto listen = [&](auto& at, const char* name, auto group, auto handler) {
+        at.emplace(ipc::Listen(m_loop, path(name), kSocketPermissions, group), m_timers,
+                   "can't accept a connection on " + path(name), handler);
+    };
+    listen(m_cdb, "cdb.sock", switchGroup,
+           [this](auto socket) { m_clients.Add(ipc::Channel::Create(std::move(socket), m_timers)); });
+    listen(m_netconf, "netconf.sock", adminGroup, [this](auto socket) { m_sessions.Add(std::move(socket)); });
+}
+
+/// Leaves an existing directory as it is: it may be for other users.
+void Agent::MakeRunDirectory(std::optional<std::uint32_t> group) const
+{
+    const auto& directory = m_options.runDirectory;
+    std::error_code error;
+    if (std::filesystem::create_directories(directory, error)) {
+        std::filesystem::permissions(directory, kRunPermissions, error);
+        if (const auto problem = group ? ipc::GiveToGroup(directory, *group) : ""; !problem.empty())
+            slog::Notice("{}", problem);
+    }
+    if (error)
+        throw std::system_error(error, "can't make the directory " + directory.string() + " for the sockets");
+}
 
 }  // namespace agent

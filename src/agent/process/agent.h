@@ -10,17 +10,24 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include <boost/asio/io_context.hpp>
 
 #include "agent/access/access.h"
-#include "agent/clients/fault_intake.h"
+#include "agent/clients/callpoints.h"
+#include "agent/clients/clients.h"
+#include "agent/clients/delivery.h"
 #include "agent/netconf/answer_room.h"
+#include "agent/netconf/operations.h"
 #include "agent/netconf/sessions.h"
+#include "agent/netconf/workbench.h"
+#include "agent/state/state.h"
 #include "base/timers.h"
 #include "cdb/datastore/datastore.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
+#include "ipc/acceptor.h"
 #include "ipc/trust.h"
 
 namespace agent {
@@ -59,8 +66,27 @@ public:
     void Listen();
 
 private:
-    class Impl;
-    std::unique_ptr<Impl> m_impl;
+    void MakeRunDirectory(std::optional<std::uint32_t> group) const;
+
+    boost::asio::io_context& m_loop;
+    AgentOptions m_options;
+    const std::unique_ptr<base::Timers> m_ownTimers;  // null if the options have some
+    base::Timers& m_timers;
+    /// Reset before m_changes ends.
+    std::shared_ptr<Workbench*> m_faultBench = std::make_shared<Workbench*>(&m_changes);
+    Clients m_clients;
+    Callpoints m_callpoints;
+    Delivery m_delivery;
+    StateSource m_state;
+    AnswerRoom m_room;
+    Operations m_operations;
+    Sessions m_sessions;  // declared after what its requests use
+    using Acceptor = ipc::Acceptor<boost::asio::local::stream_protocol>;
+    std::optional<Acceptor> m_cdb;
+    std::optional<Acceptor> m_netconf;
+    // Destroyed first: their work uses all of the above.
+    Workbench m_changes;
+    Workbench m_reads;
 };
 
 }  // namespace agent

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/process/program_options.h"
 
-#include <cstdint>
-
 #include "base/directories.h"
 #include "base/number.h"
 #include "base/options/options.h"

@@ -7,8 +7,6 @@
 #include <utility>
 
 #include "agent/data/errors.h"
-#include "agent/state/state_selection.h"
-#include "agent/state/system_state.h"
 #include "log/log.h"
 
 namespace agent {

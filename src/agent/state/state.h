@@ -10,10 +10,8 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
@@ -22,9 +20,9 @@
 #include "agent/clients/clients.h"
 #include "agent/clients/provider_node.h"
 #include "agent/data/data_source.h"
-#include "agent/state/role.h"
-#include "agent/state/state_query.h"
+#include "agent/state/provided_state.h"
 #include "agent/state/state_selection.h"
+#include "agent/state/system_state.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
 #include "netconf/rpc_error.h"

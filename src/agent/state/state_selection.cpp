@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
-#include <string>
-#include <vector>
 
 namespace agent {
 namespace {

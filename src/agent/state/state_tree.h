@@ -5,7 +5,6 @@
 #ifndef AGENT_STATE_STATE_TREE_H
 #define AGENT_STATE_STATE_TREE_H
 
-#include <cstddef>
 #include <memory>
 #include <memory_resource>
 #include <string_view>

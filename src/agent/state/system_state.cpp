@@ -29,15 +29,8 @@ const lysc_node* Child(const lysc_node* parent, std::string_view name)
 
 const char* RoleName(Role role)
 {
-    switch (role) {
-    case Role::kActive:
-        return "active";
-    case Role::kStandby:
-        return "standby";
-    case Role::kUnknown:
-        break;
-    }
-    return "unknown";
+    static constexpr std::array kNames{"unknown", "active", "standby"};
+    return kNames.at(static_cast<std::size_t>(role));
 }
 
 const char* PhaseName(const Client& client)

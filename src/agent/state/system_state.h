@@ -13,7 +13,6 @@
 
 #include "agent/access/access.h"
 #include "agent/clients/client.h"
-#include "agent/state/role.h"
 #include "agent/state/state_tree.h"
 #include "agent/state/value_check.h"
 #include "cdb/store/store.h"
@@ -22,6 +21,9 @@ struct ly_ctx;
 struct lysc_node;
 
 namespace agent {
+
+/// The role of this node in a redundant pair, as the processes were last told.
+enum class Role : std::uint8_t { kUnknown, kActive, kStandby };
 
 /// Fills in /state/system.
 class SystemState {

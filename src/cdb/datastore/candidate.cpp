@@ -3,9 +3,67 @@
 
 #include <libyang/libyang.h>
 
+#include <algorithm>
+
 #include "cdb/datastore/tree_load.h"
 
 namespace cdb {
+namespace {
+
+/// Rows with changes applied on top. Both must outlive it.
+class PatchedView final : public RowView {
+public:
+    PatchedView(RowView& below, const RowPatch& changes) : m_below(below), m_changes(changes) {}
+
+    const Row* Get(NodeId node, std::span<const std::string> keys) override;
+    void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
+
+private:
+    RowView& m_below;
+    const RowPatch& m_changes;
+};
+
+const Row* PatchedView::Get(NodeId node, std::span<const std::string> keys)
+{
+    const auto it = m_changes.find({node, {keys.begin(), keys.end()}});
+    if (it == m_changes.end()) return m_below.Get(node, keys);
+    return it->second ? &*it->second : nullptr;
+}
+
+void PatchedView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
+{
+    const std::vector<std::string> parent(parentKeys.begin(), parentKeys.end());
+    const auto isBelow = [&](const auto& key) {
+        return key.first == list && key.second.size() > parent.size() &&
+               std::equal(parent.begin(), parent.end(), key.second.begin());
+    };
+    auto next = m_changes.lower_bound({list, parent});
+    while (next != m_changes.end() && next->first.first == list && next->first.second == parent) ++next;
+    bool goesOn = true;
+    const auto own = [&](const std::vector<std::string>& keys) {
+        return std::vector<std::string>(keys.begin() + static_cast<std::ptrdiff_t>(parent.size()),
+                                        keys.end());
+    };
+    const auto showPatched = [&](const std::vector<std::string>* before) {
+        for (; goesOn && next != m_changes.end() && isBelow(next->first); ++next) {
+            const auto keys = own(next->first.second);
+            if (before != nullptr && !(keys < *before)) return;
+            const std::vector<std::string_view> shown(keys.begin(), keys.end());
+            if (next->second) goesOn = visit(shown, *next->second);
+        }
+    };
+    m_below.ForEach(list, parentKeys, [&](std::span<const std::string_view> keys, const Row& row) {
+        const std::vector<std::string> text(keys.begin(), keys.end());
+        showPatched(&text);
+        std::vector<std::string> all = parent;
+        all.insert(all.end(), text.begin(), text.end());
+        if (goesOn && !m_changes.contains({list, all})) goesOn = visit(keys, row);
+        return goesOn;
+    });
+    showPatched(nullptr);
+}
+
+}  // namespace
 
 Candidate::Reading::Reading(const Candidate& candidate) : m_candidate(candidate)
 {
@@ -133,13 +191,10 @@ lyd_node* Candidate::Load(const Place& place, const Row& row, RowView& rows, lyd
 
 lyd_node* Candidate::ParentIn(lyd_node* tree, NodeId list) const
 {
-    std::vector<NodeId> way;
-    for (NodeId id = m_schema.Table()[list].parent; id != kNoNode; id = m_schema.Table()[id].parent)
-        way.push_back(id);
     lyd_node* at = nullptr;
-    for (auto it = way.rbegin(); it != way.rend(); ++it) {
-        lyd_node* next = FindSingle(at == nullptr ? tree : lyd_child(at), m_schema.NodeOf(*it));
-        at = next != nullptr ? next : MakeContainer(at, m_schema.NodeOf(*it));
+    for (const NodeId id : m_schema.Table().WayTo(m_schema.Table()[list].parent)) {
+        lyd_node* next = FindSingle(at == nullptr ? tree : lyd_child(at), m_schema.NodeOf(id));
+        at = next != nullptr ? next : MakeContainer(at, m_schema.NodeOf(id));
     }
     return at;
 }

@@ -10,14 +10,18 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <span>
+#include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
-#include "cdb/datastore/patched_view.h"
 #include "cdb/datastore/tree.h"
 #include "cdb/rows/row_view.h"
 
 namespace cdb {
+
+/// By node and all keys from the root; nullopt: the row is deleted.
+using RowPatch = std::map<std::pair<NodeId, std::vector<std::string>>, std::optional<Row>>;
 
 class Candidate {
 public:

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "cdb/datastore/compare_row.h"
+#include "cdb/datastore/tree.h"
 
 namespace cdb {
 namespace {

@@ -5,9 +5,7 @@
 #ifndef CDB_DATASTORE_CANDIDATE_VIEW_H
 #define CDB_DATASTORE_CANDIDATE_VIEW_H
 
-#include <optional>
 #include <string>
-#include <vector>
 
 #include "cdb/datastore/candidate.h"
 

@@ -9,7 +9,7 @@
 
 #include "cdb/datastore/candidate.h"
 #include "cdb/model/change_set.h"
-#include "cdb/model/row_change.h"
+#include "cdb/model/row.h"
 
 namespace cdb {
 

@@ -1,16 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operations on the datastores, made of the editor, the validator, the comparison and the store.
-
 #include "cdb/datastore/datastore.h"
 
 #include <libyang/libyang.h>
 
-#include <algorithm>
-#include <new>
-
 #include "cdb/datastore/candidate_view.h"
 #include "cdb/datastore/edit.h"
-#include "cdb/datastore/edit_plan.h"
 #include "cdb/datastore/tree_load.h"
 #include "cdb/schema/difference.h"
 #include "log/log.h"
@@ -20,13 +14,6 @@ namespace {
 
 /// With more dirty units than this, the old tree is kept for TidyUp, since freeing it takes long.
 constexpr std::size_t kLargeChange = 1000;
-
-std::string TextOf(const std::vector<Error>& errors)
-{
-    std::string text;
-    for (const auto& error : errors) text += (text.empty() ? "" : "; ") + error.message;
-    return text;
-}
 
 void RequireOneRoot(const SchemaTable& table)
 {
@@ -152,27 +139,14 @@ std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOp
 std::optional<Error> Datastore::Edit(const lyd_node* edit, DefaultOperation operation,
                                      const std::vector<LeafWrite>& writes)
 {
-    const cdb::Candidate::Reading reading(m_candidate);
-    EditLog log(m_candidate);
-    const EditWrites indexed(m_schema.Table(), writes);
-    Editor editor(m_schema, m_candidate, log, indexed);
-    auto error = editor.Apply(edit, operation);
-    if (error) {
-        log.RollBack();
-        return error;
-    }
-    m_isVerified = false;
-    log.Keep();
-    return std::nullopt;
+    auto errors = EditAndTest(edit, operation, TestOption::kSet, writes);
+    if (errors.empty()) return std::nullopt;
+    return std::move(errors.front());
 }
 
 std::vector<Error> Datastore::EditAndTest(const lyd_node* edit, DefaultOperation operation, TestOption test,
                                           const std::vector<LeafWrite>& writes)
 {
-    if (test == TestOption::kSet) {
-        auto error = Edit(edit, operation, writes);
-        return error ? std::vector{std::move(*error)} : std::vector<Error>{};
-    }
     const cdb::Candidate::Reading reading(m_candidate);
     EditLog log(m_candidate);
     const EditWrites indexed(m_schema.Table(), writes);
@@ -180,15 +154,15 @@ std::vector<Error> Datastore::EditAndTest(const lyd_node* edit, DefaultOperation
     std::vector<Error> errors;
     if (auto error = editor.Apply(edit, operation))
         errors.push_back(std::move(*error));
-    else
+    else if (test != TestOption::kSet)
         errors = m_validator.Check(m_candidate);
-    if (errors.empty() && test == TestOption::kTestThenSet) {
-        m_isVerified = true;
-        log.Keep();
-    } else {
+    if (!errors.empty() || test == TestOption::kTestOnly) {
         log.RollBack();
+        return errors;
     }
-    return errors;
+    m_isVerified = test == TestOption::kTestThenSet;
+    log.Keep();
+    return {};
 }
 
 bool Datastore::Changed() const

@@ -12,18 +12,17 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "base/expected.h"
 #include "cdb/datastore/candidate.h"
 #include "cdb/datastore/compare.h"
-#include "cdb/datastore/edit_records.h"
+#include "cdb/datastore/edit_operation.h"
 #include "cdb/datastore/tree.h"
 #include "cdb/datastore/validate.h"
 #include "cdb/model/change_set.h"
 #include "cdb/model/error.h"
-#include "cdb/model/row_change.h"
+#include "cdb/model/row.h"
 #include "cdb/rows/row_view.h"
 #include "cdb/schema/schema.h"
 #include "cdb/store/store.h"
@@ -33,9 +32,9 @@ struct lyd_node;
 namespace cdb {
 
 struct CommitInfo {
-    std::string user;
-    std::string source;
-    std::string comment;
+    std::string user{};
+    std::string source{};
+    std::string comment{};
     std::int64_t timeUs = 0;
 };
 

@@ -6,16 +6,59 @@
 #define CDB_DATASTORE_EDIT_H
 
 #include <map>
+#include <memory>
 #include <optional>
+#include <string>
 #include <unordered_set>
 #include <vector>
 
 #include "cdb/datastore/candidate.h"
-#include "cdb/datastore/edit_log.h"
 #include "cdb/datastore/edit_operation.h"
-#include "cdb/datastore/edit_records.h"
 
 namespace cdb {
+
+/// The changes that one edit has made to the candidate, in order, so that they can be undone. Every change by
+/// an edit goes through here. Owns the nodes that the edit has taken out.
+class EditLog {
+public:
+    explicit EditLog(Candidate& candidate) : m_candidate(candidate) {}
+    ~EditLog() = default;
+    EditLog(const EditLog&) = delete;
+    EditLog& operator=(const EditLog&) = delete;
+
+    /// Records a new node that is in the tree.
+    void Made(lyd_node* node);
+
+    /// Takes the node out of the tree. It must not be a top-level node.
+    void TakeOut(lyd_node* node);
+
+    /// Deletes a clean unit of running.
+    void Hide(const Place& unit);
+
+    /// Gives the leaf another canonical value, explicit or as its default.
+    void Change(lyd_node* leaf, const char* text, bool asDefault);
+
+    /// Undoes everything, the last change first.
+    void RollBack();
+
+    /// Keeps the changes and frees what they replaced.
+    void Keep() { m_changes.clear(); }
+
+private:
+    struct Step {
+        lyd_node* node = nullptr;  // made, or changed
+        TreePtr taken;             // taken out of `parent`
+        lyd_node* parent = nullptr;
+        std::unique_ptr<Place> hidden;
+        std::string text;  // the leaf's value before
+        bool wasDefault = false;
+        bool changed = false;
+    };
+    void TakeBack(Step& step);
+
+    Candidate& m_candidate;
+    std::vector<Step> m_changes;
+};
 
 /// The callpoints' writes of one edit, by the entry whose creation they belong to.
 class EditWrites {
@@ -92,6 +135,11 @@ private:
     std::unordered_set<const lyd_node*> m_writtenByCallpoint;  // leaves: absent for the rest of the edit
     int m_fresh = 0;                                           // how many new entries are around the node
 };
+
+/// Finds the entries with a callpoint that an edit creates, before it is applied, and leaves the candidate as
+/// it was. In the edit's order, up to its first error. Only while a Reading of the candidate lives.
+std::vector<NewEntry> PlanCreations(const Schema& schema, Candidate& candidate, const lyd_node* edit,
+                                    DefaultOperation operation);
 
 }  // namespace cdb
 

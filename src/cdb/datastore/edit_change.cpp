@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The changes that the editor makes. The decisions: edit.cpp.
+// The changes that the editor makes, and their log. The decisions: edit.cpp.
 
 #include <libyang/libyang.h>
+
+#include <utility>
 
 #include "cdb/datastore/edit.h"
 #include "cdb/datastore/edit_errors.h"
@@ -9,13 +11,16 @@
 namespace cdb {
 namespace {
 
-lyd_node* Copy(const lyd_node* node, lyd_node* parent, bool whole)
+void SetLeaf(lyd_node* leaf, const char* text, bool asDefault)
 {
-    lyd_node* copy = nullptr;
-    const std::uint32_t options = LYD_DUP_NO_META | (whole ? LYD_DUP_RECURSIVE : 0);
-    if (lyd_dup_single(node, reinterpret_cast<lyd_node_inner*>(parent), options, &copy) != LY_SUCCESS)
-        throw std::bad_alloc();  // the node is in a tree already: nothing else can fail
-    return copy;
+    // The value is canonical and of this leaf's type: libyang can't refuse it, only find it equal.
+    static_cast<void>(lyd_change_term_canon(leaf, text));
+    if (!asDefault) {
+        ClearDefaultFlag(lyd_parent(leaf));
+    } else {
+        leaf->flags |= LYD_DEFAULT;
+        RefreshDefaultFlag(lyd_parent(leaf));
+    }
 }
 
 }  // namespace
@@ -25,7 +30,7 @@ Editor::Result Editor::Create(const lyd_node* edit, EditOp operation, lyd_node* 
     const NodeId id = m_schema.IdOf(edit->schema);
     const bool isPlain = !m_asksBelow[id] && IsPlain(edit);
     const bool isPlanning = m_depth == Depth::kWayOnly;
-    lyd_node* made = Copy(edit, parent, isPlain && !isPlanning);
+    lyd_node* made = CopyOf(edit, parent, LYD_DUP_NO_META | (isPlain && !isPlanning ? LYD_DUP_RECURSIVE : 0));
     m_log.Made(made);
     const auto& callpoint = m_schema.Table()[id].callpoint;
     if (!callpoint.empty()) Report(made, callpoint);
@@ -94,7 +99,7 @@ bool Editor::IsThere(const lyd_node* leaf) const
 void Editor::Set(const lyd_node* edit, lyd_node* present, lyd_node* parent)
 {
     if (present == nullptr) {
-        m_log.Made(Copy(edit, parent, false));
+        m_log.Made(CopyOf(edit, parent, LYD_DUP_NO_META));
         return;
     }
     m_writtenByCallpoint.erase(present);
@@ -201,6 +206,73 @@ void Editor::EmptyUnmentioned(const lyd_node* edit)
 lyd_node* Editor::SiblingsBelow(const lyd_node* parent) const
 {
     return parent != nullptr ? lyd_child(parent) : m_candidate.Tree();
+}
+
+void EditLog::Made(lyd_node* node)
+{
+    if (IsExplicit(node)) ClearDefaultFlag(lyd_parent(node));
+    if (m_candidate.IsUnit(node->schema)) m_candidate.Stands(node);
+    Step step;
+    step.node = node;
+    m_changes.push_back(std::move(step));
+}
+
+void EditLog::TakeOut(lyd_node* node)
+{
+    Step step;
+    step.parent = lyd_parent(node);
+    if (m_candidate.IsUnit(node->schema)) m_candidate.Leaves(node);
+    lyd_unlink_tree(node);
+    RefreshDefaultFlag(step.parent);
+    step.taken.reset(node);
+    m_changes.push_back(std::move(step));
+}
+
+void EditLog::Hide(const Place& unit)
+{
+    m_candidate.Hide(unit);
+    Step step;
+    step.hidden = std::make_unique<Place>(unit);
+    m_changes.push_back(std::move(step));
+}
+
+void EditLog::Change(lyd_node* leaf, const char* text, bool asDefault)
+{
+    Step step;
+    step.node = leaf;
+    step.text = lyd_get_value(leaf);
+    step.wasDefault = !IsExplicit(leaf);
+    step.changed = true;
+    SetLeaf(leaf, text, asDefault);
+    m_changes.push_back(std::move(step));
+}
+
+void EditLog::RollBack()
+{
+    while (!m_changes.empty()) {
+        TakeBack(m_changes.back());
+        m_changes.pop_back();
+    }
+}
+
+void EditLog::TakeBack(Step& step)
+{
+    if (step.hidden) {
+        m_candidate.Show(*step.hidden);
+    } else if (step.taken) {
+        // It was there before, so the schema can't object.
+        lyd_node* node = step.taken.release();
+        static_cast<void>(lyd_insert_child(step.parent, node));
+        if (IsExplicit(node)) ClearDefaultFlag(step.parent);
+        if (m_candidate.IsUnit(node->schema)) m_candidate.Stands(node);
+    } else if (step.changed) {
+        SetLeaf(step.node, step.text.c_str(), step.wasDefault);
+    } else {
+        lyd_node* parent = lyd_parent(step.node);
+        if (m_candidate.IsUnit(step.node->schema)) m_candidate.Leaves(step.node);
+        lyd_free_tree(step.node);
+        RefreshDefaultFlag(parent);
+    }
 }
 
 }  // namespace cdb

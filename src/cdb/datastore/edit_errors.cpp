@@ -8,13 +8,11 @@
 namespace cdb {
 namespace {
 
-Error Make(ErrorTag tag, const lyd_node* edit, std::string message)
+using Info = std::vector<std::pair<std::string, std::string>>;
+
+Error Make(ErrorTag tag, const lyd_node* edit, std::string message, Info info = {})
 {
-    Error error;
-    error.tag = tag;
-    error.message = std::move(message);
-    error.path = EditPath(edit);
-    return error;
+    return {.tag = tag, .message = std::move(message), .path = EditPath(edit), .info = std::move(info)};
 }
 
 /// The names of the node's configuration children, for the remedy.
@@ -43,22 +41,20 @@ const lys_module* ModuleOf(const lyd_node_opaq* opaque)
 Error UnknownNamespace(const lyd_node* edit, const lyd_node_opaq* opaque)
 {
     const std::string space = opaque->name.module_ns != nullptr ? opaque->name.module_ns : "";
-    auto error = Make(ErrorTag::kUnknownNamespace, edit,
-                      "element \"" + std::string(opaque->name.name) + "\" is in the namespace \"" + space +
-                          "\", which no module here has; use a namespace that this server announces");
-    error.info = {{"bad-element", opaque->name.name}, {"bad-namespace", space}};
-    return error;
+    return Make(ErrorTag::kUnknownNamespace, edit,
+                "element \"" + std::string(opaque->name.name) + "\" is in the namespace \"" + space +
+                    "\", which no module here has; use a namespace that this server announces",
+                {{"bad-element", opaque->name.name}, {"bad-namespace", space}});
 }
 
 Error UnknownElement(const Schema& schema, const lyd_node* edit, const lyd_node_opaq* opaque)
 {
     const lyd_node* parent = lyd_parent(edit);
     const NodeId id = parent != nullptr ? schema.IdOf(parent->schema) : kNoNode;
-    auto error = Make(
+    return Make(
         ErrorTag::kUnknownElement, edit,
-        Where(edit) + " has no element \"" + opaque->name.name + "\"; known here: " + ChildrenOf(schema, id));
-    error.info = {{"bad-element", opaque->name.name}};
-    return error;
+        Where(edit) + " has no element \"" + opaque->name.name + "\"; known here: " + ChildrenOf(schema, id),
+        {{"bad-element", opaque->name.name}});
 }
 
 Error MissingKey(const lyd_node* edit, const lysc_node* list)
@@ -71,11 +67,10 @@ Error MissingKey(const lyd_node* edit, const lysc_node* list)
     };
     for (const lysc_node* key = lysc_node_child(list); key != nullptr && lysc_is_key(key); key = key->next) {
         if (has(key->name)) continue;
-        auto error = Make(ErrorTag::kMissingElement, edit,
-                          "an entry of list \"" + std::string(list->name) + "\" needs its key \"" +
-                              key->name + "\"; add that element");
-        error.info = {{"bad-element", key->name}};
-        return error;
+        return Make(ErrorTag::kMissingElement, edit,
+                    "an entry of list \"" + std::string(list->name) + "\" needs its key \"" + key->name +
+                        "\"; add that element",
+                    {{"bad-element", key->name}});
     }
     for (const lyd_node* child = lyd_child(edit); child != nullptr; child = child->next) {
         const lysc_node* key = lys_find_child(list, list->module, LYD_NAME(child), 0, 0, 0);
@@ -124,11 +119,10 @@ Error InvalidValue(const Schema& schema, const lyd_node* edit, const lysc_node* 
 {
     const NodeId id = schema.IdOf(leaf);
     const SchemaNode known = id != kNoNode ? schema.Table()[id] : SchemaNode{};
-    auto error = Make(ErrorTag::kInvalidValue, edit,
-                      '"' + value + "\" is no value for leaf \"" + leaf->name + "\" of " + Where(edit) +
-                          Reason(schema.Context(), known.type) + "; " + Remedy(known));
-    error.info = {{"bad-element", leaf->name}};
-    return error;
+    return Make(ErrorTag::kInvalidValue, edit,
+                '"' + value + "\" is no value for leaf \"" + leaf->name + "\" of " + Where(edit) +
+                    Reason(schema.Context(), known.type) + "; " + Remedy(known),
+                {{"bad-element", leaf->name}});
 }
 
 }  // namespace
@@ -142,11 +136,9 @@ std::string EditPath(const lyd_node* edit)
 
 Error BadOperation(const lyd_node* edit, const std::string& operation)
 {
-    auto error =
-        Make(ErrorTag::kBadAttribute, edit,
-             "there is no operation \"" + operation + "\"; use merge, replace, create, delete or remove");
-    error.info = {{"bad-attribute", "operation"}, {"bad-element", LYD_NAME(edit)}};
-    return error;
+    return Make(ErrorTag::kBadAttribute, edit,
+                "there is no operation \"" + operation + "\"; use merge, replace, create, delete or remove",
+                {{"bad-attribute", "operation"}, {"bad-element", LYD_NAME(edit)}});
 }
 
 Error DataExists(const lyd_node* edit)
@@ -168,42 +160,36 @@ Error NothingThere(const lyd_node* edit)
 
 Error KeyCannotGo(const lyd_node* edit)
 {
-    auto error = Make(ErrorTag::kBadAttribute, edit,
-                      Describe(edit) + " is a key and can't be deleted; put the operation on the entry");
-    error.info = {{"bad-attribute", "operation"}, {"bad-element", LYD_NAME(edit)}};
-    return error;
+    return Make(ErrorTag::kBadAttribute, edit,
+                Describe(edit) + " is a key and can't be deleted; put the operation on the entry",
+                {{"bad-attribute", "operation"}, {"bad-element", LYD_NAME(edit)}});
 }
 
 Error GivenTwice(const lyd_node* edit)
 {
-    auto error = Make(ErrorTag::kBadElement, edit, Describe(edit) + " is given twice; give it once");
-    error.info = {{"bad-element", LYD_NAME(edit)}};
-    return error;
+    return Make(ErrorTag::kBadElement, edit, Describe(edit) + " is given twice; give it once",
+                {{"bad-element", LYD_NAME(edit)}});
 }
 
 Error NotConfiguration(const lyd_node* edit)
 {
-    auto error = Make(ErrorTag::kInvalidValue, edit,
-                      Describe(edit) + " is state and can't be configured; leave it out");
-    error.info = {{"bad-element", LYD_NAME(edit)}};
-    return error;
+    return Make(ErrorTag::kInvalidValue, edit,
+                Describe(edit) + " is state and can't be configured; leave it out",
+                {{"bad-element", LYD_NAME(edit)}});
 }
 
 Error NotKept(const lyd_node* edit)
 {
-    auto error = Make(ErrorTag::kUnknownElement, edit,
-                      Describe(edit) + " is no configuration that this datastore keeps; leave it out");
-    error.info = {{"bad-element", LYD_NAME(edit)}};
-    return error;
+    return Make(ErrorTag::kUnknownElement, edit,
+                Describe(edit) + " is no configuration that this datastore keeps; leave it out",
+                {{"bad-element", LYD_NAME(edit)}});
 }
 
 Error BadWrite(const std::string& callpoint, const std::string& path, const std::string& why)
 {
-    Error error;
-    error.tag = ErrorTag::kOperationFailed;
-    error.message = "the callpoint " + callpoint + " wrote " + path +
-                    ", which the schema does not accept: " + why + "; check the program that serves it";
-    return error;
+    return {.tag = ErrorTag::kOperationFailed,
+            .message = "the callpoint " + callpoint + " wrote " + path +
+                       ", which the schema does not accept: " + why + "; check the program that serves it"};
 }
 
 const lysc_node* MeantBy(const Schema& schema, const lyd_node* opaque)

@@ -60,15 +60,8 @@ bool IsPlainBelow(const lyd_node* edit)
 
 EditOp InitialOperation(DefaultOperation operation)
 {
-    switch (operation) {
-    case DefaultOperation::kReplace:
-        return EditOp::kReplace;
-    case DefaultOperation::kNone:
-        return EditOp::kNone;
-    case DefaultOperation::kMerge:
-        break;
-    }
-    return EditOp::kMerge;
+    if (operation == DefaultOperation::kReplace) return EditOp::kReplace;
+    return operation == DefaultOperation::kNone ? EditOp::kNone : EditOp::kMerge;
 }
 
 base::expected<EditOp, Error> OperationOf(const lyd_node* edit, EditOp inherited)

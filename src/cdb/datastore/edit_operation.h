@@ -1,20 +1,40 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operation of an edit's node: its attribute (RFC 6241, section 7.2), or the inherited one. Used by the
-// editor.
+// What an edit is asked for with, what passes between it and the callpoints, and the operation of each of its
+// nodes: its attribute (RFC 6241, section 7.2), or the inherited one.
 
 #ifndef CDB_DATASTORE_EDIT_OPERATION_H
 #define CDB_DATASTORE_EDIT_OPERATION_H
 
-#include <optional>
+#include <cstdint>
 #include <string>
 
 #include "base/expected.h"
-#include "cdb/datastore/edit_records.h"
 #include "cdb/model/error.h"
+#include "cdb/model/path.h"
+#include "cdb/model/value.h"
 
 struct lyd_node;
 
 namespace cdb {
+
+/// The default-operation of an edit (RFC 6241, section 7.2).
+enum class DefaultOperation : std::uint8_t { kMerge, kReplace, kNone };
+
+/// The test-option of an edit (RFC 6241, section 7.2).
+enum class TestOption : std::uint8_t { kSet, kTestThenSet, kTestOnly };
+
+/// An entry that an edit will create in the candidate, and the callpoint to ask about it.
+struct NewEntry {
+    Path path;
+    std::string callpoint;
+    friend bool operator==(const NewEntry&, const NewEntry&) = default;
+};
+
+/// A leaf that a callpoint sets in the transaction of the edit.
+struct LeafWrite {
+    Path path;
+    Value value;
+};
 
 enum class EditOp { kMerge, kReplace, kCreate, kDelete, kRemove, kNone };
 

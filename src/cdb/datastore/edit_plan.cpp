@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cdb/datastore/edit_plan.h"
+// Finds the entries with a callpoint that an edit creates.
 
 #include <libyang/libyang.h>
 

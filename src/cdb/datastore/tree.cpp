@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Finding and naming nodes. Making them: tree_make.cpp.
+// Finding, naming and making nodes, and keeping trees complete.
 
 #include "cdb/datastore/tree.h"
 
 #include <libyang/libyang.h>
 
 #include <algorithm>
+#include <set>
 
 namespace cdb {
 namespace {
@@ -63,30 +64,15 @@ lyd_node* FindPlace(const Schema& schema, const lyd_node* siblings, const Place&
     return FindSingle(siblings, node);
 }
 
-BeforeAndNow FindBoth(const Schema& schema, const lyd_node* siblingsBefore, const lyd_node* siblingsNow,
-                      const Place& place)
-{
-    BeforeAndNow both;
-    both.now = FindPlace(schema, siblingsNow, place);
-    if (both.now == nullptr)
-        both.before = FindPlace(schema, siblingsBefore, place);
-    else if (siblingsBefore != nullptr)
-        static_cast<void>(
-            lyd_find_sibling_first(siblingsBefore, both.now, &both.before));  // null if not found
-    return both;
-}
-
 lyd_node* FindRow(const Schema& schema, const lyd_node* tree, const RowKey& key)
 {
-    std::vector<NodeId> way;
-    for (NodeId node = key.node; node != kNoNode; node = schema.Table()[node].parent) way.push_back(node);
     auto next = key.keys.begin();
     const lyd_node* siblings = tree;
     lyd_node* found = nullptr;
-    for (auto it = way.rbegin(); it != way.rend(); ++it) {
-        const auto count = static_cast<std::ptrdiff_t>(schema.Table()[*it].keys.size());
+    for (const NodeId node : schema.Table().WayTo(key.node)) {
+        const auto count = static_cast<std::ptrdiff_t>(schema.Table()[node].keys.size());
         if (key.keys.end() - next < count) return nullptr;
-        found = FindPlace(schema, siblings, {*it, {next, next + count}});
+        found = FindPlace(schema, siblings, {node, {next, next + count}});
         if (found == nullptr) return nullptr;
         next += count;
         siblings = lyd_child(found);
@@ -128,15 +114,13 @@ RowKey RowKeyOf(const Schema& schema, const lyd_node* node)
 
 std::string TextOf(const SchemaTable& table, const RowKey& key)
 {
-    std::vector<NodeId> way;
-    for (NodeId node = key.node; node != kNoNode; node = table[node].parent) way.push_back(node);
     std::string text;
     auto next = key.keys.begin();
-    for (auto it = way.rbegin(); it != way.rend(); ++it) {
-        text += '/' + table[*it].name;
-        if (table[*it].kind != NodeKind::kList) continue;
+    for (const NodeId node : table.WayTo(key.node)) {
+        text += '/' + table[node].name;
+        if (table[node].kind != NodeKind::kList) continue;
         std::string keys;
-        for (std::size_t i = 0; i < table[*it].keys.size() && next != key.keys.end(); ++i)
+        for (std::size_t i = 0; i < table[node].keys.size() && next != key.keys.end(); ++i)
             keys += (keys.empty() ? "" : " ") + *next++;
         text += '{' + keys + '}';
     }
@@ -159,6 +143,24 @@ std::string Describe(const lyd_node* node)
 
 std::string DataPath(const lyd_node* node) { return TakeText(lyd_path(node, LYD_PATH_STD, nullptr, 0)); }
 
+std::string DataPath(const SchemaTable& table, const RowKey& key)
+{
+    std::string path;
+    std::string_view module;
+    auto next = key.keys.begin();
+    for (const NodeId id : table.WayTo(key.node)) {
+        const auto& node = table[id];
+        path += '/' + (node.module == module ? "" : node.module + ':') + node.name;
+        module = node.module;
+        for (const NodeId leaf : node.keys) {
+            if (next == key.keys.end()) break;
+            const char quote = next->find('\'') == std::string::npos ? '\'' : '"';
+            path += '[' + table[leaf].name + '=' + quote + *next++ + quote + ']';
+        }
+    }
+    return path;
+}
+
 bool IsExplicit(const lyd_node* node) { return (node->flags & LYD_DEFAULT) == 0; }
 
 Value ValueOf(const lyd_node* leaf, ValueType type)
@@ -166,10 +168,97 @@ Value ValueOf(const lyd_node* leaf, ValueType type)
     return FromText(type, lyd_get_value(leaf)).value_or(Value{});
 }
 
+Row RowOf(const Schema& schema, const lyd_node* holder)
+{
+    // libyang keeps the children of a node in schema order.
+    Row row;
+    for (const lyd_node* child = lyd_child_no_keys(holder); child != nullptr; child = child->next) {
+        if (child->schema->nodetype != LYS_LEAF || !IsExplicit(child)) continue;
+        const auto& leaf = schema.Table()[schema.IdOf(child->schema)];
+        row.leaves.emplace_back(leaf.name, ValueOf(child, leaf.type));
+    }
+    return row;
+}
+
 std::string LastMessage(const ly_ctx* context)
 {
     const ly_err_item* item = ly_err_last(context);
     return item != nullptr && item->msg != nullptr ? item->msg : "";
+}
+
+TreePtr EmptyTree(const Schema& schema)
+{
+    lyd_node* tree = nullptr;
+    std::set<const lys_module*> modules;
+    for (const auto& node : schema.Table().Nodes())
+        if (node.parent == kNoNode) modules.insert(schema.NodeOf(node.id)->module);
+    for (const lys_module* module : modules)
+        if (lyd_new_implicit_module(&tree, module, LYD_IMPLICIT_NO_STATE, nullptr) != LY_SUCCESS)
+            throw FatalError("the datastore can't be made of module " + std::string(module->name) + ": " +
+                             LastMessage(schema.Context()));
+    return TreePtr(tree);
+}
+
+lyd_node* CopyOf(const lyd_node* node, lyd_node* parent, std::uint32_t options)
+{
+    lyd_node* copy = nullptr;
+    if (lyd_dup_single(node, reinterpret_cast<lyd_node_inner*>(parent), options, &copy) != LY_SUCCESS)
+        throw std::bad_alloc();  // the node is in a tree already: nothing else can fail
+    return copy;
+}
+
+lyd_node* MakeContainer(lyd_node* parent, const lysc_node* schema)
+{
+    lyd_node* node = nullptr;
+    if (lyd_new_inner(parent, schema->module, schema->name, 0, &node) != LY_SUCCESS) return nullptr;
+    if ((schema->flags & LYS_PRESENCE) != 0) return node;
+    // libyang flags the container at once, and completes only unflagged ones.
+    node->flags &= ~static_cast<std::uint32_t>(LYD_DEFAULT);
+    Complete(node);
+    node->flags |= LYD_DEFAULT;
+    return node;
+}
+
+lyd_node* MakeEntry(lyd_node* parent, const lysc_node* schema, const std::vector<std::string>& keys)
+{
+    // Lists with more keys would need more arguments below; the schema has none.
+    constexpr std::size_t kMaxKeys = 4;
+    if (keys.size() > kMaxKeys || keys.size() != KeyCount(schema)) return nullptr;
+    const auto key = [&](std::size_t i) { return i < keys.size() ? keys[i].c_str() : nullptr; };
+    lyd_node* node = nullptr;
+    const auto result =
+        lyd_new_list(parent, schema->module, schema->name, 0, &node, key(0), key(1), key(2), key(3));
+    return result == LY_SUCCESS ? node : nullptr;
+}
+
+lyd_node* MakeLeaf(lyd_node* parent, const lysc_node* schema, const std::string& text)
+{
+    lyd_node* node = nullptr;
+    if (lyd_new_term(parent, schema->module, schema->name, text.c_str(), 0, &node) != LY_SUCCESS)
+        return nullptr;
+    return node;
+}
+
+void Complete(lyd_node* node)
+{
+    // Defaults were checked when the modules were compiled: this fails only for lack of memory.
+    if (lyd_new_implicit_tree(node, LYD_IMPLICIT_NO_STATE, nullptr) != LY_SUCCESS) throw std::bad_alloc();
+}
+
+void RefreshDefaultFlag(lyd_node* container)
+{
+    for (lyd_node* node = container; node != nullptr; node = lyd_parent(node)) {
+        if (node->schema->nodetype != LYS_CONTAINER || (node->schema->flags & LYS_PRESENCE) != 0) return;
+        for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next)
+            if (IsExplicit(child)) return;
+        node->flags |= LYD_DEFAULT;
+    }
+}
+
+void ClearDefaultFlag(lyd_node* container)
+{
+    for (lyd_node* node = container; node != nullptr && !IsExplicit(node); node = lyd_parent(node))
+        node->flags &= ~static_cast<std::uint32_t>(LYD_DEFAULT);
 }
 
 }  // namespace cdb

@@ -9,10 +9,10 @@
 #define CDB_DATASTORE_TREE_H
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "cdb/model/path.h"
+#include "cdb/model/row.h"
 #include "cdb/model/value.h"
 #include "cdb/schema/libyang_owner.h"
 #include "cdb/schema/schema.h"
@@ -38,15 +38,6 @@ lyd_node* FindSingle(const lyd_node* siblings, const lysc_node* schema);
 lyd_node* FindEntry(const lyd_node* siblings, const lysc_node* schema, const std::vector<std::string>& keys);
 lyd_node* FindPlace(const Schema& schema, const lyd_node* siblings, const Place& place);
 
-/// Finds the place in two trees. A node found in one is looked up in the other by itself, which is much
-/// faster than by the keys' text.
-struct BeforeAndNow {
-    lyd_node* before = nullptr;
-    lyd_node* now = nullptr;
-};
-BeforeAndNow FindBoth(const Schema& schema, const lyd_node* siblingsBefore, const lyd_node* siblingsNow,
-                      const Place& place);
-
 /// The entry or container of that row, or null.
 lyd_node* FindRow(const Schema& schema, const lyd_node* tree, const RowKey& key);
 
@@ -67,12 +58,20 @@ std::string Describe(const lyd_node* node);
 
 /// libyang's data path: "/switch-config:config/switch-oam-sflow:oam/sflow/interface[name='eth1']".
 std::string DataPath(const lyd_node* node);
+/// The same of a row, or of a leaf below the entries with these keys.
+std::string DataPath(const SchemaTable& table, const RowKey& key);
 
 /// Whether the node was set explicitly, not filled in as a default.
 bool IsExplicit(const lyd_node* node);
 
 /// The leaf's value; `type` is the leaf's in the schema table. No value if the text does not fit it.
 Value ValueOf(const lyd_node* leaf, ValueType type);
+
+/// The explicit leaves of an entry or container of a tree, in schema order, keys left out.
+Row RowOf(const Schema& schema, const lyd_node* holder);
+
+/// A copy of the node below the parent, if there is one. `options`: LYD_DUP_...
+lyd_node* CopyOf(const lyd_node* node, lyd_node* parent, std::uint32_t options);
 
 /// Makes a node. Null if libyang does not accept it; LastMessage says why. A plain container is made complete
 /// and flagged as default.

@@ -4,14 +4,17 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <map>
 #include <new>
 #include <optional>
+#include <set>
+#include <string>
 #include <string_view>
 
 #include "cdb/datastore/candidate_view.h"
 #include "cdb/datastore/tree.h"
 #include "cdb/datastore/tree_load.h"
-#include "cdb/datastore/validate_references.h"
 
 namespace cdb {
 namespace {
@@ -84,25 +87,16 @@ Error ValidationError(const Schema& schema, const lyd_node* tree)
     return error;
 }
 
-lyd_node* Copy(const lyd_node* node, lyd_node* parent, bool whole)
-{
-    lyd_node* copy = nullptr;
-    if (lyd_dup_single(node, reinterpret_cast<lyd_node_inner*>(parent), whole ? LYD_DUP_RECURSIVE : 0,
-                       &copy) != LY_SUCCESS)
-        throw std::bad_alloc();
-    return copy;
-}
-
 /// Copies the nodes outside of lists, and the unit below its parent.
 void CopyTrunk(const Schema& schema, const lyd_node* node, lyd_node* copy, const lyd_node* unit)
 {
     const auto& table = schema.Table();
-    if (lyd_parent(unit) == node) Copy(unit, copy, true);
+    if (lyd_parent(unit) == node) CopyOf(unit, copy, LYD_DUP_RECURSIVE);
     for (const NodeId id : table[schema.IdOf(node->schema)].children) {
         if (table[id].kind == NodeKind::kList) continue;
         const lyd_node* child = FindSingle(lyd_child(node), schema.NodeOf(id));
         if (child == nullptr) continue;
-        lyd_node* childCopy = Copy(child, copy, false);
+        lyd_node* childCopy = CopyOf(child, copy, 0);
         if (table[id].kind != NodeKind::kLeaf) CopyTrunk(schema, child, childCopy, unit);
     }
 }
@@ -132,7 +126,7 @@ std::optional<Error> ValidateTree(const Schema& schema, lyd_node* tree)
 /// Validates a copy of one unit of the tree together with the trunk and returns the first error.
 std::optional<Error> ValidateUnit(const Schema& schema, const lyd_node* tree, const lyd_node* unit)
 {
-    const TreePtr copy(Copy(tree, nullptr, false));
+    const TreePtr copy(CopyOf(tree, nullptr, 0));
     CopyTrunk(schema, tree, copy.get(), unit);
     return ValidateTree(schema, copy.get());
 }
@@ -170,6 +164,161 @@ std::vector<Error> StructureErrors(const Schema& schema, lyd_node* tree)
     errors.insert(errors.begin(), std::move(*first));
     return errors;
 }
+
+/// `interface "eth1"`
+std::string DescribeRow(const SchemaTable& table, const RowKey& key)
+{
+    const auto& node = table[key.node];
+    if (node.kind != NodeKind::kList) return "container \"" + node.name + '"';
+    std::string keys;
+    for (auto it = key.keys.end() - static_cast<std::ptrdiff_t>(node.keys.size()); it != key.keys.end(); ++it)
+        keys += (keys.empty() ? "" : " ") + *it;
+    return node.name + " \"" + keys + '"';
+}
+
+/// Makes libyang ignore the references that are checked here. Repeating it has no effect.
+void TakeOverReferences(const Schema& schema)
+{
+    for (const auto& reference : schema.Constraints().references) {
+        const auto* leaf = reinterpret_cast<const lysc_node_leaf*>(schema.NodeOf(reference.leaf));
+        const_cast<lysc_type_leafref*>(reinterpret_cast<const lysc_type_leafref*>(leaf->type))
+            ->require_instance = 0;
+    }
+}
+
+/// Checks leafrefs to the entries of outermost lists by looking the entries up, which is much faster than an
+/// XPath over all entries.
+class DanglingReferences {
+public:
+    /// Beyond `limit`, errors are only counted.
+    DanglingReferences(const Schema& schema, std::size_t limit)
+        : m_schema(schema), m_table(schema.Table()), m_limit(limit)
+    {
+        for (const auto& reference : schema.Constraints().references)
+            m_byLeaf.emplace(schema.NodeOf(reference.leaf), &reference);
+    }
+
+    /// Checks the references of the dirty set, and those to deleted units. Needs a Reading of the
+    /// candidate.
+    void InCandidate(const Candidate& candidate)
+    {
+        if (m_byLeaf.empty()) return;
+        for (const lyd_node* top = candidate.Tree(); top != nullptr; top = top->next) InTree(candidate, top);
+        OfGone(candidate);
+    }
+
+    /// Checks all references.
+    void InRows(RowView& rows)
+    {
+        for (const auto& reference : m_schema.Constraints().references)
+            ForEachValue(rows, reference, [&](std::vector<std::string> keys, const std::string& value) {
+                if (rows.Get(reference.list, std::vector{value}) == nullptr) Add(reference, keys, value);
+            });
+    }
+
+    void AppendTo(std::vector<Error>& errors) const
+    {
+        errors.insert(errors.end(), m_errors.begin(), m_errors.end());
+        if (m_more == 0) return;
+        Error rest;
+        rest.tag = ErrorTag::kDataMissing;
+        rest.appTag = "instance-required";
+        rest.message = std::to_string(m_more) + " more references name entries that are not there";
+        errors.push_back(std::move(rest));
+    }
+
+private:
+    void InTree(const Candidate& candidate, const lyd_node* node)
+    {
+        for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next) {
+            if (child->schema->nodetype != LYS_LEAF) {
+                InTree(candidate, child);
+                continue;
+            }
+            const auto it = m_byLeaf.find(child->schema);
+            if (it == m_byLeaf.end()) continue;
+            const std::string target = lyd_get_value(child);
+            if (candidate.Exists({it->second->list, {target}})) continue;
+            Add(*it->second, RowKeyOf(m_schema, node).keys, target);
+        }
+    }
+
+    void OfGone(const Candidate& candidate)
+    {
+        const auto& dirty = candidate.Dirty();
+        std::set<NodeId> lists;  // with deleted units
+        for (const auto& [place, unit] : dirty)
+            if (unit.node == nullptr) lists.insert(place.node);
+        for (const auto& reference : m_schema.Constraints().references) {
+            if (!lists.contains(reference.list)) continue;
+            const NodeId unitList = candidate.ListOf(reference.leaf);
+            if (unitList == kNoNode) continue;  // in the trunk: checked in the tree
+            const auto count = static_cast<std::ptrdiff_t>(m_table[unitList].keys.size());
+            Place target{reference.list, {""}};
+            ForEachValue(candidate.Running(), reference,
+                         [&](std::vector<std::string> keys, const std::string& value) {
+                             target.keys.front() = value;
+                             const auto it = dirty.find(target);
+                             if (it == dirty.end() || it->second.node != nullptr) return;
+                             // Dirty units are checked in the tree.
+                             if (!dirty.contains({unitList, {keys.begin(), keys.begin() + count}}))
+                                 Add(reference, keys, value);
+                         });
+        }
+    }
+
+    void Add(const Reference& reference, const std::vector<std::string>& keys, const std::string& target)
+    {
+        if (m_errors.size() >= m_limit) {
+            ++m_more;
+            return;
+        }
+        const auto& leaf = m_table[reference.leaf];
+        const RowKey holder{leaf.parent, keys};
+        RowKey referrer = holder;
+        std::string as = leaf.name;
+        if (leaf.isKey && m_table[leaf.parent].parent != kNoNode) {
+            as = m_table[leaf.parent].name;
+            referrer.node = m_table[leaf.parent].parent;
+            referrer.keys.resize(keys.size() - m_table[leaf.parent].keys.size());
+        }
+        Error error;
+        error.tag = ErrorTag::kDataMissing;
+        error.appTag = "instance-required";
+        error.path = DataPath(m_table, holder) + '/' + leaf.name;
+        error.message = "there is no " + m_table[reference.list].name + " \"" + target + "\", which " +
+                        DescribeRow(m_table, referrer) + " refers to as its " + as +
+                        "; create it or take the reference out";
+        m_errors.push_back(std::move(error));
+    }
+
+    /// Visits every value of the reference's leaf, with all keys on the path to its entry or container.
+    template <typename Visit>
+    void ForEachValue(RowView& rows, const Reference& reference, Visit&& visit) const
+    {
+        const auto& leaf = m_table[reference.leaf];
+        // Without parent keys, all rows of the node are visited, each with all its keys.
+        rows.ForEach(leaf.parent, {}, [&](std::span<const std::string_view> keys, const Row& row) {
+            if (leaf.isKey) {
+                const auto& own = m_table[leaf.parent].keys;
+                const auto index = std::find(own.begin(), own.end(), reference.leaf) - own.begin();
+                const auto at = static_cast<std::ptrdiff_t>(keys.size() - own.size()) + index;
+                visit({keys.begin(), keys.end()}, std::string(keys[static_cast<std::size_t>(at)]));
+                return true;
+            }
+            for (const auto& [name, value] : row.leaves)
+                if (name == leaf.name) visit({keys.begin(), keys.end()}, ToText(value));
+            return true;
+        });
+    }
+
+    const Schema& m_schema;
+    const SchemaTable& m_table;
+    const std::size_t m_limit;
+    std::map<const lysc_node*, const Reference*> m_byLeaf;
+    std::vector<Error> m_errors;
+    std::size_t m_more = 0;
+};
 
 }  // namespace
 

@@ -45,6 +45,14 @@ struct Error {
     friend bool operator==(const Error&, const Error&) = default;
 };
 
+/// The errors' messages, joined by "; ".
+inline std::string TextOf(const std::vector<Error>& errors)
+{
+    std::string text;
+    for (const Error& error : errors) text += (text.empty() ? "" : "; ") + error.message;
+    return text;
+}
+
 /// An error that ends the attempt or the process: a schema that does not load, a store that can't be opened.
 class FatalError : public std::runtime_error {
 public:

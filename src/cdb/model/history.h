@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A commit's entry in the history.
+// What the store keeps beside the rows: a commit's entry in the history, and the faults of processes.
 
 #ifndef CDB_MODEL_HISTORY_H
 #define CDB_MODEL_HISTORY_H
@@ -30,6 +30,19 @@ struct HistoryEntry {
     // them.
     std::string undo;
     std::vector<UndoRow> undoRows{};
+};
+
+/// A fault that a process has reported of itself.
+struct Fault {
+    std::uint64_t number = 0;  // assigned by the store
+    std::int64_t timeUs = 0;
+    std::string process;
+    std::int64_t pid = 0;
+    std::int32_t kind = 0;
+    std::string function;
+    std::string file;
+    std::int32_t line = 0;
+    std::string text;
 };
 
 }  // namespace cdb

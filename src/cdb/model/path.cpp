@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Parsing and printing of the client API's paths.
-
 #include "cdb/model/path.h"
 
 #include "base/number.h"

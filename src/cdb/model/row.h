@@ -4,6 +4,7 @@
 #ifndef CDB_MODEL_ROW_H
 #define CDB_MODEL_ROW_H
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,6 +27,14 @@ struct RowKey {
     NodeId node = kNoNode;
     std::vector<std::string> keys;
     friend bool operator==(const RowKey&, const RowKey&) = default;
+};
+
+/// A row before and after: one that differs between two states of a datastore.
+struct RowChange {
+    RowKey key;
+    std::optional<Row> before;  // nullopt: it did not exist
+    std::optional<Row> now;     // nullopt: it does not exist any more
+    friend bool operator==(const RowChange&, const RowChange&) = default;
 };
 
 }  // namespace cdb

@@ -3,6 +3,8 @@
 
 #include "cdb/model/schema_table.h"
 
+#include <algorithm>
+
 namespace cdb {
 
 SchemaTable::SchemaTable(std::vector<SchemaNode> nodes) : m_nodes(std::move(nodes))
@@ -53,11 +55,18 @@ std::string_view SchemaTable::NameOfTag(std::uint32_t tag) const
     return {};
 }
 
+std::vector<NodeId> SchemaTable::WayTo(NodeId id) const
+{
+    std::vector<NodeId> way;
+    for (; id != kNoNode; id = m_nodes[id].parent) way.push_back(id);
+    std::reverse(way.begin(), way.end());
+    return way;
+}
+
 std::string SchemaTable::PathOf(NodeId id) const
 {
     std::string path;
-    for (NodeId node = id; node != kNoNode; node = m_nodes[node].parent)
-        path.insert(0, '/' + m_nodes[node].name);
+    for (const NodeId node : WayTo(id)) path += '/' + m_nodes[node].name;
     return path;
 }
 

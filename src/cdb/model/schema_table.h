@@ -70,6 +70,9 @@ public:
     /// The name with this tag; empty if there is none.
     [[nodiscard]] std::string_view NameOfTag(std::uint32_t tag) const;
 
+    /// The nodes from the root to this one, both included.
+    [[nodiscard]] std::vector<NodeId> WayTo(NodeId id) const;
+
     /// "/config/oam/sflow/collector"
     [[nodiscard]] std::string PathOf(NodeId id) const;
 

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// The text form of values.
-
 #include "cdb/model/value.h"
 
 #include <arpa/inet.h>
@@ -61,7 +59,7 @@ std::optional<Value> Ipv4PlenValue(std::string_view text)
     return Value(Ipv4Plen{*word, *length});
 }
 
-struct TextOf {
+struct AsText {
     std::string operator()(std::monostate) const { return {}; }
     std::string operator()(const std::string& text) const { return text; }
     std::string operator()(bool value) const { return value ? "true" : "false"; }
@@ -76,7 +74,7 @@ struct TextOf {
 
 }  // namespace
 
-std::string ToText(const Value& value) { return std::visit(TextOf{}, value); }
+std::string ToText(const Value& value) { return std::visit(AsText{}, value); }
 
 std::optional<Value> FromText(ValueType type, std::string_view text)
 {
@@ -101,23 +99,9 @@ std::optional<Value> FromText(ValueType type, std::string_view text)
 
 const char* TypeName(ValueType type)
 {
-    switch (type) {
-    case ValueType::kNone:
-        return "nothing";
-    case ValueType::kString:
-        return "string";
-    case ValueType::kBool:
-        return "boolean";
-    case ValueType::kUint16:
-        return "uint16";
-    case ValueType::kUint32:
-        return "uint32";
-    case ValueType::kIpv4:
-        return "ipv4-address";
-    case ValueType::kIpv4Plen:
-        return "ipv4-address-and-prefix-length";
-    }
-    return "unknown";
+    static constexpr std::array kNames{
+        "nothing", "string", "boolean", "uint16", "uint32", "ipv4-address", "ipv4-address-and-prefix-length"};
+    return kNames.at(static_cast<std::size_t>(type));
 }
 
 }  // namespace cdb

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Values to and from messages.
-
 #include "cdb/model/value_message.h"
 
 #include <limits>

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// The bytes of the store's keys and values.
-
 #include "cdb/rows/codec.h"
 
 #include <zlib.h>

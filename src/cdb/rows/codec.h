@@ -12,7 +12,6 @@
 #include <string_view>
 #include <vector>
 
-#include "cdb/model/fault.h"
 #include "cdb/model/history.h"
 #include "cdb/model/row.h"
 #include "cdb/model/schema_table.h"

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// The LMDB environment of a store.
-
 #include "cdb/rows/environment.h"
 
 #include <sys/resource.h>
@@ -37,15 +35,8 @@ bool IsFull(const std::filesystem::path& directory, int code)
 
 unsigned Flags(Environment::Access access)
 {
-    switch (access) {
-    case Environment::Access::kRead:
-        return MDB_NOTLS | MDB_RDONLY;
-    case Environment::Access::kWrite:
-        return MDB_NOTLS;
-    case Environment::Access::kCheck:
-        return MDB_NOTLS | MDB_RDONLY | MDB_NOLOCK;
-    }
-    return MDB_RDONLY;
+    if (access == Environment::Access::kWrite) return MDB_NOTLS;
+    return MDB_NOTLS | MDB_RDONLY | (access == Environment::Access::kCheck ? MDB_NOLOCK : 0);
 }
 
 std::string Reason(int code)
@@ -216,13 +207,13 @@ std::optional<std::string> Environment::Meta(MDB_txn* transaction, std::string_v
     return std::string(*codec::Payload(Text(value)));
 }
 
-std::unique_ptr<Environment::Reading> Environment::BeginReading()
+Environment::ReadingPtr Environment::BeginReading()
 {
-    std::unique_ptr<Reading> reading;
+    ReadingPtr reading(nullptr, {this});
     {
         const std::lock_guard lock(m_idleMutex);
         if (!m_idle.empty()) {
-            reading = std::move(m_idle.back());
+            reading.reset(m_idle.back().release());
             m_idle.pop_back();
         }
     }
@@ -232,17 +223,19 @@ std::unique_ptr<Environment::Reading> Environment::BeginReading()
         for (auto& pass : reading->idlePasses) mdb_cursor_renew(reading->transaction, pass->cursor);
         return reading;
     }
-    reading = std::make_unique<Reading>();
+    reading.reset(new Reading);
     const int code = mdb_txn_begin(m_environment, nullptr, MDB_RDONLY, &reading->transaction);
     if (code != MDB_SUCCESS) Fail("reading", code);
     return reading;
 }
 
-void Environment::EndReading(std::unique_ptr<Reading> reading)
+void Environment::EndReading::operator()(Reading* reading) const
 {
-    mdb_txn_reset(reading->transaction);
-    const std::lock_guard lock(m_idleMutex);
-    if (m_idle.size() < kKeptReadings) m_idle.push_back(std::move(reading));
+    std::unique_ptr<Reading> ended(reading);
+    if (ended->transaction == nullptr) return;  // it did not begin
+    mdb_txn_reset(ended->transaction);
+    const std::lock_guard lock(environment->m_idleMutex);
+    if (environment->m_idle.size() < kKeptReadings) environment->m_idle.push_back(std::move(ended));
 }
 
 std::unique_ptr<Environment::Pass> Environment::TakePass(Reading& reading) const

@@ -86,9 +86,14 @@ public:
         std::vector<std::unique_ptr<Pass>> idlePasses;
         ~Reading();
     };
-    /// Both may be called from any thread. BeginReading throws FatalError.
-    [[nodiscard]] std::unique_ptr<Reading> BeginReading();
-    void EndReading(std::unique_ptr<Reading> reading);
+    /// Keeps a reading that has ended for the next one.
+    struct EndReading {
+        Environment* environment = nullptr;
+        void operator()(Reading* reading) const;
+    };
+    using ReadingPtr = std::unique_ptr<Reading, EndReading>;
+    /// Any thread may begin and end one. Throws FatalError. The environment must outlive the reading.
+    [[nodiscard]] ReadingPtr BeginReading();
 
     /// A pass over the rows. The caller puts it back into the reading's idlePasses. Throws FatalError.
     [[nodiscard]] std::unique_ptr<Pass> TakePass(Reading& reading) const;

@@ -20,8 +20,12 @@
 
 namespace cdb {
 
+class Environment;
 class RowView;
-class SnapshotImpl;
+
+namespace codec {
+class RowKeys;
+}
 
 /// The read side of the store. Every call may throw FatalError if the file can't be read any more.
 class StoreReader {
@@ -52,20 +56,20 @@ public:
 
         /// Visits the entries in ascending byte order, from index `first` on, until the visitor returns
         /// false. `keys` are the entry's own.
-        void Scan(
-            NodeId list, const std::vector<std::string>& parentKeys, std::size_t first,
-            const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const;
+        using EntryVisit = std::function<bool(const std::vector<std::string>& keys, const Row& row)>;
+        void Scan(NodeId list, const std::vector<std::string>& parentKeys, std::size_t first,
+                  const EntryVisit& visit) const;
 
         /// The same, from the first entry whose keys are greater than `after`, which need not exist.
-        void ScanAfter(
-            NodeId list, const std::vector<std::string>& parentKeys, const std::vector<std::string>& after,
-            const std::function<bool(const std::vector<std::string>& keys, const Row& row)>& visit) const;
+        void ScanAfter(NodeId list, const std::vector<std::string>& parentKeys,
+                       const std::vector<std::string>& after, const EntryVisit& visit) const;
 
     private:
         friend class StoreReader;
         friend class Store;
-        explicit Snapshot(std::unique_ptr<SnapshotImpl> impl);
-        std::unique_ptr<SnapshotImpl> m_impl;
+        Snapshot(std::shared_ptr<Environment> environment, std::shared_ptr<const codec::RowKeys> keys);
+        struct Impl;
+        std::unique_ptr<Impl> m_impl;
     };
 
     /// A view of the last commit.

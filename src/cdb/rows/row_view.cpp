@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// The store's rows at one moment.
-
 #include "cdb/rows/row_view.h"
 
 #include <cstring>
@@ -51,7 +49,6 @@ public:
     {
         if (m_get) m_reading->idlePasses.push_back(std::move(m_get));
         for (auto& cursor : m_cursors) m_reading->idlePasses.push_back(std::move(cursor->pass));
-        m_environment->EndReading(std::move(m_reading));
     }
     StoredRows(const StoredRows&) = delete;
     StoredRows& operator=(const StoredRows&) = delete;
@@ -133,7 +130,7 @@ private:
 
     std::shared_ptr<Environment> m_environment;
     std::shared_ptr<const codec::RowKeys> m_keys;
-    std::unique_ptr<Environment::Reading> m_reading;
+    Environment::ReadingPtr m_reading;
     std::unique_ptr<Pass> m_get;
     std::vector<std::unique_ptr<ListCursor>> m_cursors;
     std::string m_prefix;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The differences between two revisions of the schema.
-
 #include "cdb/schema/difference.h"
+
+#include <array>
 
 namespace cdb {
 namespace {
@@ -11,17 +11,8 @@ using Effect = SchemaChangeEffect;
 
 const char* NameOf(NodeKind kind)
 {
-    switch (kind) {
-    case NodeKind::kContainer:
-        return "container";
-    case NodeKind::kPresenceContainer:
-        return "presence container";
-    case NodeKind::kList:
-        return "list";
-    case NodeKind::kLeaf:
-        return "leaf";
-    }
-    return "node";
+    static constexpr std::array kNames{"container", "presence container", "list", "leaf"};
+    return kNames.at(static_cast<std::size_t>(kind));
 }
 
 std::string DefaultOf(const SchemaTable& table, const SchemaNode& leaf)

@@ -8,7 +8,6 @@
 #ifndef CDB_SCHEMA_REACH_H
 #define CDB_SCHEMA_REACH_H
 
-#include <string>
 #include <vector>
 
 #include "cdb/schema/derive.h"

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-// Loads the YANG modules into a libyang context.
-
 #include "cdb/schema/schema.h"
 
 #include <libyang/libyang.h>

@@ -1,49 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// The history in the store.
-
 #include "cdb/store/history.h"
 
 #include "cdb/store/transaction.h"
 
 namespace cdb::history {
 namespace {
-
-/// A database's cursor, for one pass.
-class Cursor {
-public:
-    Cursor(MDB_txn* transaction, MDB_dbi database)
-    {
-        code = mdb_cursor_open(transaction, database, &m_cursor);
-    }
-    ~Cursor()
-    {
-        if (m_cursor != nullptr) mdb_cursor_close(m_cursor);
-    }
-    Cursor(const Cursor&) = delete;
-    Cursor& operator=(const Cursor&) = delete;
-
-    /// Returns whether there is a record. If not, `code` says why: MDB_NOTFOUND, or an error.
-    bool Go(MDB_cursor_op operation)
-    {
-        if (m_cursor != nullptr) code = mdb_cursor_get(m_cursor, &m_key, &m_value, operation);
-        return m_cursor != nullptr && code == MDB_SUCCESS;
-    }
-    bool GoTo(std::string_view key)
-    {
-        m_key = Bytes(key);
-        return Go(MDB_SET_RANGE);
-    }
-    void Drop() { code = mdb_cursor_del(m_cursor, 0); }
-    [[nodiscard]] std::string_view Key() const { return Text(m_key); }
-    [[nodiscard]] std::string_view Value() const { return Text(m_value); }
-
-    int code = MDB_SUCCESS;
-
-private:
-    MDB_cursor* m_cursor = nullptr;
-    MDB_val m_key{};
-    MDB_val m_value{};
-};
 
 std::uint64_t CommitOf(std::string_view undoKey)
 {

@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "base/expected.h"
 #include "cdb/model/error.h"

@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-// A store's directory, and how an empty store is made in it.
-
 #include "cdb/store/place.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
+#include <string>
 
-#include "base/unique_fd.h"
+#include "cdb/model/error.h"
 #include "cdb/rows/environment.h"
 #include "cdb/store/check.h"
 
@@ -19,6 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kAside = "new";
+constexpr mode_t kLockFileMode = 0640;
 constexpr fs::perms kDirectoryMode = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec;
 constexpr const char* kMarkText =
     "A store of cdbd was made in this directory. Without its data.mdb cdbd does not start here.\n";
@@ -83,7 +86,34 @@ void MakeStore(const fs::path& directory, std::size_t mapSize)
                      "--import FILE or --init FILE");
 }
 
+std::string Holder(int file)
+{
+    std::array<char, 32> buffer{};
+    const ssize_t count = pread(file, buffer.data(), buffer.size(), 0);
+    std::string text(buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+    text.resize(std::min(text.find('\n'), text.size()));
+    return text.empty() ? "another process" : "process " + text;
+}
+
 }  // namespace
+
+WriterLock::WriterLock(const fs::path& directory)
+{
+    const std::string path = directory / kWriterLockFile;
+    m_file = base::UniqueFd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockFileMode));
+    if (!m_file) throw FatalError(path + " can't be opened: " + std::strerror(errno));
+    if (flock(m_file.Get(), LOCK_EX | LOCK_NB) != 0) {
+        const int code = errno;
+        const std::string holder = Holder(m_file.Get());
+        if (code != EWOULDBLOCK) throw FatalError(path + " can't be locked: " + std::strerror(code));
+        throw FatalError("the store in " + directory.string() + " is in use by " + holder +
+                         "; stop that one first");
+    }
+    const std::string text = std::to_string(getpid()) + '\n';
+    const bool named = ftruncate(m_file.Get(), 0) == 0 &&
+                       pwrite(m_file.Get(), text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+    if (!named) throw FatalError(path + " can't be written: " + std::strerror(errno));
+}
 
 StorePlace PreparePlace(const fs::path& directory, const StoreOptions& options)
 {

@@ -14,17 +14,29 @@
 #include <filesystem>
 #include <memory>
 
-#include "cdb/store/lock.h"
+#include "base/unique_fd.h"
 #include "cdb/store/store_options.h"
 
 namespace cdb {
 
 inline constexpr const char* kMarkFile = "store.id";
+inline constexpr const char* kWriterLockFile = "writer.lock";
 
 /// The mode of the store's files except LMDB's lock file, which readers write.
 inline constexpr std::filesystem::perms kDataMode = std::filesystem::perms::owner_read |
                                                     std::filesystem::perms::owner_write |
                                                     std::filesystem::perms::group_read;
+
+/// The lock on the file that names the process which writes a store. Held while the object lives; the kernel
+/// releases it when the process dies.
+class WriterLock {
+public:
+    /// Throws FatalError that names the process which holds it, or says why the file can't be used.
+    explicit WriterLock(const std::filesystem::path& directory);
+
+private:
+    base::UniqueFd m_file;
+};
 
 struct StorePlace {
     std::unique_ptr<WriterLock> lock;

@@ -1,18 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-// The write side of the store: the schema, the history and the faults.
-
 #include "cdb/store/store.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <mutex>
 
+#include "base/unique_fd.h"
 #include "cdb/rows/environment.h"
 #include "cdb/rows/row_view.h"
-#include "cdb/rows/snapshot.h"
 #include "cdb/store/check.h"
-#include "cdb/store/copy.h"
 #include "cdb/store/history.h"
 #include "cdb/store/place.h"
-#include "cdb/store/staged_commit.h"
+#include "cdb/store/writer.h"
 
 namespace cdb {
 namespace {
@@ -29,23 +32,62 @@ std::vector<Record> Newest(Environment& environment, MDB_dbi database, std::size
                            const RecordOf& recordOf)
 {
     std::vector<Record> records;
-    auto reading = environment.BeginReading();
-    MDB_cursor* cursor = nullptr;
-    int code = mdb_cursor_open(reading->transaction, database, &cursor);
-    if (code != MDB_SUCCESS) environment.Fail("reading", code);
-    MDB_val key{};
-    MDB_val value{};
-    code = limit > 0 ? mdb_cursor_get(cursor, &key, &value, MDB_LAST) : MDB_NOTFOUND;
-    while (code == MDB_SUCCESS && records.size() < limit) {
-        const auto payload = codec::Payload(Text(value));
+    const auto reading = environment.BeginReading();
+    Cursor cursor(reading->transaction, database);
+    for (bool more = cursor.Go(MDB_LAST); more && records.size() < limit; more = cursor.Go(MDB_PREV)) {
+        const auto payload = codec::Payload(cursor.Value());
         auto record = payload ? recordOf(*payload) : std::nullopt;
         if (record) records.push_back(std::move(*record));
-        code = mdb_cursor_get(cursor, &key, &value, MDB_PREV);
     }
-    mdb_cursor_close(cursor);
-    environment.EndReading(std::move(reading));
-    if (code != MDB_SUCCESS && code != MDB_NOTFOUND) environment.Fail("reading", code);
+    if (cursor.code != MDB_SUCCESS && cursor.code != MDB_NOTFOUND) environment.Fail("reading", cursor.code);
     return records;
+}
+
+Error CopyFailed(const fs::path& file, int code)
+{
+    const std::string what = "the backup to " + file.string() + " failed: ";
+    if (code == EEXIST)
+        return {.tag = ErrorTag::kDataExists,
+                .message = what + "there is such a file; name another one, or remove it"};
+    if (code == ENOSPC || code == EDQUOT || code == EFBIG)
+        return {.tag = ErrorTag::kResourceDenied,
+                .message = what + "no space is left there; free some, or name another place"};
+    if (code == EACCES || code == EPERM || code == EROFS)
+        return {.tag = ErrorTag::kAccessDenied,
+                .message = what + std::strerror(code) + "; name a place where cdbd may write"};
+    if (code == ENOENT || code == ENOTDIR)
+        return {.tag = ErrorTag::kInvalidValue, .message = what + "there is no such directory"};
+    return {.tag = ErrorTag::kOperationFailed, .message = what + mdb_strerror(code)};
+}
+
+void SyncDirectoryOf(const fs::path& file)
+{
+    const base::UniqueFd directory(open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory) fsync(directory.Get());
+}
+
+/// Writes the store as it is now, without its free pages, into a new file, durably. `file` must be an
+/// absolute path. An existing file is an error and stays. A killed process leaves nothing under the file's
+/// name.
+std::optional<Error> CopyEnvironment(const Environment& environment, const fs::path& file)
+{
+    if (!file.is_absolute())
+        return Error{.tag = ErrorTag::kInvalidValue,
+                     .message = "the backup needs an absolute path, not " + file.string()};
+    // An early check saves a large copy that link would refuse.
+    std::error_code ignored;
+    if (fs::exists(fs::symlink_status(file, ignored))) return CopyFailed(file, EEXIST);
+    std::string aside = file.string() + ".XXXXXX";
+    base::UniqueFd copy(mkostemp(aside.data(), O_CLOEXEC));
+    if (!copy) return CopyFailed(file, errno);
+    int code = mdb_env_copyfd2(environment.Handle(), copy.Get(), MDB_CP_COMPACT);
+    if (code == MDB_SUCCESS && fsync(copy.Get()) != 0) code = errno;
+    copy.Close();
+    if (code == MDB_SUCCESS && link(aside.c_str(), file.c_str()) != 0) code = errno;
+    unlink(aside.c_str());
+    if (code != MDB_SUCCESS) return CopyFailed(file, code);
+    SyncDirectoryOf(file);
+    return std::nullopt;
 }
 
 }  // namespace
@@ -65,7 +107,7 @@ public:
         auto reading = environment->BeginReading();
         m_keys = std::make_shared<const codec::RowKeys>(StoredSchema(*environment, reading->transaction));
         m_fingerprint = environment->Meta(reading->transaction, codec::kFingerprintKey).value_or("");
-        environment->EndReading(std::move(reading));
+        reading.reset();
         if (place.recordedMap != 0 && place.recordedMap < wanted.mapSize) TellReadersOfTheMap();
     }
 
@@ -82,7 +124,7 @@ public:
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
-    std::uint64_t LastCommit() const { return SnapshotImpl(environment, Keys()).Commit(); }
+    std::uint64_t LastCommit() const { return StoreReader::Snapshot(environment, Keys()).Commit(); }
 
     std::shared_ptr<const codec::RowKeys> Keys() const
     {
@@ -176,10 +218,7 @@ std::string Store::SchemaFingerprint() const { return m_impl->Fingerprint(); }
 
 SchemaTable Store::Schema() const { return m_impl->Keys()->Schema(); }
 
-StoreReader::Snapshot Store::Read() const
-{
-    return StoreReader::Snapshot(std::make_unique<SnapshotImpl>(m_impl->environment, m_impl->Keys()));
-}
+StoreReader::Snapshot Store::Read() const { return {m_impl->environment, m_impl->Keys()}; }
 
 std::unique_ptr<RowView> MakeRowView(const Store& store)
 {
@@ -225,21 +264,17 @@ std::vector<HistoryEntry> Store::History(std::size_t limit) const
 base::expected<HistoryEntry, Error> Store::HistoryUndo(std::uint64_t commit) const
 {
     auto& environment = *m_impl->environment;
-    auto reading = environment.BeginReading();
-    auto found = history::WithUndo(environment, reading->transaction, commit);
-    environment.EndReading(std::move(reading));
-    return found;
+    const auto reading = environment.BeginReading();
+    return history::WithUndo(environment, reading->transaction, commit);
 }
 
 std::uint64_t Store::HistoryBytes() const
 {
     auto& environment = *m_impl->environment;
-    auto reading = environment.BeginReading();
+    const auto reading = environment.BeginReading();
     const auto stored = environment.Meta(reading->transaction, codec::kHistoryBytesKey);
-    const auto bytes = stored ? codec::NumberOf(*stored).value_or(0)
-                              : history::CountBytes(environment, reading->transaction);
-    environment.EndReading(std::move(reading));
-    return bytes;
+    return stored ? codec::NumberOf(*stored).value_or(0)
+                  : history::CountBytes(environment, reading->transaction);
 }
 
 std::optional<Error> Store::AddFaults(std::vector<Fault> faults)
@@ -261,13 +296,6 @@ std::optional<Error> Store::AddFaults(std::vector<Fault> faults)
         }
         write.Trim(database, limit);
     });
-}
-
-std::optional<Error> Store::AddFault(Fault fault)
-{
-    std::vector<Fault> faults;
-    faults.push_back(std::move(fault));
-    return AddFaults(std::move(faults));
 }
 
 std::vector<Fault> Store::Faults(std::size_t limit) const

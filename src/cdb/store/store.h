@@ -20,7 +20,6 @@
 
 #include "base/expected.h"
 #include "cdb/model/error.h"
-#include "cdb/model/fault.h"
 #include "cdb/model/history.h"
 #include "cdb/model/row.h"
 #include "cdb/rows/reader.h"
@@ -30,7 +29,7 @@ namespace cdb {
 
 class StagedCommit;
 
-/// The write side, held by one process at a time. Calls that write (Begin up to Commit, SetSchema, AddFault,
+/// The write side, held by one process at a time. Calls that write (Begin up to Commit, SetSchema,
 /// AddFaults) are for one thread at a time: a second write is refused. Const functions may be called by any
 /// thread at any time, and throw FatalError if the file can't be read.
 class Store {
@@ -108,7 +107,6 @@ public:
     /// Stores them durably, together, and gives them their numbers. Texts are cut to 4096 bytes; the oldest
     /// faults beyond faultLimit are dropped.
     std::optional<Error> AddFaults(std::vector<Fault> faults);
-    std::optional<Error> AddFault(Fault fault);
     /// The newest faults first, at most `limit`. Unreadable ones are left out.
     [[nodiscard]] std::vector<Fault> Faults(std::size_t limit) const;
 

@@ -64,16 +64,10 @@ std::optional<std::uint64_t> WriteTransaction::Number(std::string_view key)
 std::uint64_t WriteTransaction::LastNumber(MDB_dbi database)
 {
     if (m_error) return 0;
-    MDB_cursor* cursor = nullptr;
-    Remember(mdb_cursor_open(m_transaction, database, &cursor));
-    if (m_error) return 0;
-    MDB_val key{};
-    MDB_val value{};
-    const int code = mdb_cursor_get(cursor, &key, &value, MDB_LAST);
-    const auto number = code == MDB_SUCCESS ? codec::NumberOf(Text(key)) : std::nullopt;
-    mdb_cursor_close(cursor);
-    if (code != MDB_NOTFOUND) Remember(code);
-    return number.value_or(0);
+    Cursor cursor(m_transaction, database);
+    if (cursor.Go(MDB_LAST)) return codec::NumberOf(cursor.Key()).value_or(0);
+    if (cursor.code != MDB_NOTFOUND) Remember(cursor.code);
+    return 0;
 }
 
 void WriteTransaction::Trim(MDB_dbi database, std::size_t limit)
@@ -81,16 +75,12 @@ void WriteTransaction::Trim(MDB_dbi database, std::size_t limit)
     if (m_error) return;
     MDB_stat statistics{};
     Remember(mdb_stat(m_transaction, database, &statistics));
-    MDB_cursor* cursor = nullptr;
-    if (!m_error && statistics.ms_entries > limit)
-        Remember(mdb_cursor_open(m_transaction, database, &cursor));
+    if (m_error || statistics.ms_entries <= limit) return;
+    Cursor cursor(m_transaction, database);
     for (std::size_t count = statistics.ms_entries; count > limit && !m_error; --count) {
-        MDB_val key{};
-        MDB_val value{};
-        Remember(mdb_cursor_get(cursor, &key, &value, MDB_FIRST));
-        if (!m_error) Remember(mdb_cursor_del(cursor, 0));
+        if (cursor.Go(MDB_FIRST)) cursor.Drop();
+        Remember(cursor.code);
     }
-    if (cursor != nullptr) mdb_cursor_close(cursor);
 }
 
 std::optional<Error> WriteTransaction::Commit()

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One LMDB transaction that writes. Used by the store's writer only.
+// A cursor of LMDB, and one transaction that writes. Used by the store's writer only.
 
 #ifndef CDB_STORE_TRANSACTION_H
 #define CDB_STORE_TRANSACTION_H
@@ -14,6 +14,43 @@
 #include "cdb/rows/environment.h"
 
 namespace cdb {
+
+/// A database's cursor, for one pass.
+class Cursor {
+public:
+    Cursor(MDB_txn* transaction, MDB_dbi database)
+    {
+        code = mdb_cursor_open(transaction, database, &m_cursor);
+    }
+    ~Cursor()
+    {
+        if (m_cursor != nullptr) mdb_cursor_close(m_cursor);
+    }
+    Cursor(const Cursor&) = delete;
+    Cursor& operator=(const Cursor&) = delete;
+
+    /// Returns whether there is a record. If not, `code` says why: MDB_NOTFOUND, or an error.
+    bool Go(MDB_cursor_op operation)
+    {
+        if (m_cursor != nullptr) code = mdb_cursor_get(m_cursor, &m_key, &m_value, operation);
+        return m_cursor != nullptr && code == MDB_SUCCESS;
+    }
+    bool GoTo(std::string_view key)
+    {
+        m_key = Bytes(key);
+        return Go(MDB_SET_RANGE);
+    }
+    void Drop() { code = mdb_cursor_del(m_cursor, 0); }
+    [[nodiscard]] std::string_view Key() const { return Text(m_key); }
+    [[nodiscard]] std::string_view Value() const { return Text(m_value); }
+
+    int code = MDB_SUCCESS;
+
+private:
+    MDB_cursor* m_cursor = nullptr;
+    MDB_val m_key{};
+    MDB_val m_value{};
+};
 
 /// One LMDB transaction. Keeps its first error: later calls do nothing, and Commit returns it. Destroyed
 /// without Commit, it changes nothing.

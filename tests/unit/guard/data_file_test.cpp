@@ -31,7 +31,7 @@ std::string ProblemOf(const std::string& text, const guard::Limits& limits = {})
     const auto format = guard::FormatOf(text);
     if (!format) return "no format";
     const auto problem = guard::CheckFile(Index(), text, *format, limits);
-    return problem ? guard::PlaceInText(text, problem->offset) + ": " + problem->text : "";
+    return problem ? netconf::PlaceInText(text, problem->offset) + ": " + problem->text : "";
 }
 
 std::string Xml(const std::string& content)

@@ -13,7 +13,6 @@
 #include <utility>
 #include <variant>
 
-#include "netconf/client_reply.h"
 #include "netconf/requests.h"
 
 namespace {

@@ -109,7 +109,7 @@ TEST(Framing, ChangesBehindTheLastMessageTaken)
     EXPECT_EQ(reader.Next(), "<hello/>");
     reader.SetFraming(Framing::kChunked);
     EXPECT_EQ(reader.Next(), "<a/>");
-    EXPECT_FALSE(reader.Midway());
+    EXPECT_EQ(reader.Next(), std::nullopt);
 }
 
 TEST(Framing, TakesAMessageOfExactlyTheLimit)

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Documents without comments, instructions and sections: the same content at the same lines.
 
-#include "netconf/plain_xml.h"
-
 #include <gtest/gtest.h>
 
 #include <optional>

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "agent/agent_world.h"
-#include "agent/data/data_source_rows.h"
+#include "agent/data/data_source.h"
 #include "agent/data/data_writer.h"
 #include "agent/data/slow_writer.h"
 #include "agent/data/tree_source.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The configuration to a file and from one.
 
-#include "agent/files/export_file.h"
+#include "agent/files/configuration_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -55,7 +55,7 @@ std::string SoundFile()
         transaction.Append(sample::History(commit));
         EXPECT_EQ(transaction.Commit(), std::nullopt);
     }
-    EXPECT_EQ(store->AddFault({}), std::nullopt);
+    EXPECT_EQ(store->AddFaults({cdb::Fault{}}), std::nullopt);
     return Content(directory.Path() / "data.mdb");
 }
 

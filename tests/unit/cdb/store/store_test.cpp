@@ -137,11 +137,11 @@ TEST_F(StoreTest, RefusesASecondWriteMeanwhileInsteadOfWaiting)
     const auto error = second.Commit();
     ASSERT_TRUE(error);
     EXPECT_EQ(error->tag, cdb::ErrorTag::kInUse);
-    EXPECT_EQ(m_store->AddFault({})->tag, cdb::ErrorTag::kInUse);
+    EXPECT_EQ(m_store->AddFaults({cdb::Fault{}})->tag, cdb::ErrorTag::kInUse);
     first.Append(sample::History(1));
     EXPECT_EQ(first.Commit(), std::nullopt);
     EXPECT_EQ(m_store->LastCommit(), 1U);
-    EXPECT_EQ(m_store->AddFault({}), std::nullopt);
+    EXPECT_EQ(m_store->AddFaults({cdb::Fault{}}), std::nullopt);
 }
 
 TEST_F(StoreTest, CommitsATransactionOnce)
@@ -191,8 +191,8 @@ TEST_F(StoreTest, NumbersFaultsAndDropsTheOldest)
 {
     Reopen({.faultLimit = 2});
     for (int i = 1; i <= 3; ++i)
-        ASSERT_EQ(m_store->AddFault({99, i, "sflow-app", 4711, 1, "HandleCfg", "src/x.cpp", 12,
-                                     "text " + std::to_string(i)}),
+        ASSERT_EQ(m_store->AddFaults({{99, i, "sflow-app", 4711, 1, "HandleCfg", "src/x.cpp", 12,
+                                       "text " + std::to_string(i)}}),
                   std::nullopt);
     Reopen({.faultLimit = 2});
     const auto faults = m_store->Faults(10);
@@ -207,14 +207,14 @@ TEST_F(StoreTest, NumbersFaultsAndDropsTheOldest)
     EXPECT_EQ(faults[0].line, 12);
     EXPECT_EQ(faults[0].text, "text 3");
     EXPECT_EQ(faults[1].number, 2U);
-    ASSERT_EQ(m_store->AddFault({}), std::nullopt);
+    ASSERT_EQ(m_store->AddFaults({cdb::Fault{}}), std::nullopt);
     EXPECT_EQ(m_store->Faults(1).at(0).number, 4U);
 }
 
 TEST_F(StoreTest, CutsTheTextsOfAFault)
 {
     const std::string text(100000, 'x');
-    ASSERT_EQ(m_store->AddFault({0, 0, text, 0, 0, text, text, 0, text}), std::nullopt);
+    ASSERT_EQ(m_store->AddFaults({{0, 0, text, 0, 0, text, text, 0, text}}), std::nullopt);
     const auto fault = m_store->Faults(1).at(0);
     for (const auto* part : {&fault.process, &fault.function, &fault.file, &fault.text})
         EXPECT_EQ(part->size(), 4096U);

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/data/data_source_rows.h"
+#include "agent/data/data_source.h"
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <charconv>
-#include <cstring>
 #include <functional>
 
 namespace agent {
