@@ -91,6 +91,24 @@ TEST_F(SlotTest, Callpoint)
     EXPECT_EQ(Slot(&Callpoint::GetCallpointName), 13);
 }
 
+TEST(Callpoint, WhatItDoesNotOverrideIsNotServed)
+{
+    struct Plain : qxconfd::DataHandler::Callpoint {
+        const char* GetCallpointName() override { return "plain"; }
+    } plain;
+    EXPECT_EQ(plain.ExistsOptionalCallback(nullptr, nullptr), CONFD_ERR);
+    EXPECT_EQ(plain.GetNextCallback(nullptr, nullptr, -1), CONFD_ERR);
+    EXPECT_EQ(plain.GetElemCallback(nullptr, nullptr), CONFD_ERR);
+    EXPECT_EQ(plain.SetElemCallback(nullptr, nullptr, nullptr), CONFD_ERR);
+    EXPECT_EQ(plain.CreateCallback(nullptr, nullptr), CONFD_ERR);
+    EXPECT_EQ(plain.RemoveCallback(nullptr, nullptr), CONFD_ERR);
+    EXPECT_EQ(plain.NumInstancesCallback(nullptr, nullptr), CONFD_ERR);
+    EXPECT_EQ(plain.GetObjectCallback(nullptr, nullptr), CONFD_ERR);
+    EXPECT_EQ(plain.GetNextObjectCallback(nullptr, nullptr, -1), CONFD_ERR);
+    EXPECT_EQ(plain.FindNextObjectCallback(nullptr, nullptr, {}, nullptr, 0), CONFD_ERR);
+    EXPECT_EQ(plain.WriteAllCallback(nullptr, nullptr), CONFD_ERR);
+}
+
 TEST_F(SlotTest, Service)
 {
     EXPECT_EQ(Slot(&sflow::IService::IsConnected), 2);

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -16,6 +17,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <libmnl/libmnl.h>
 
@@ -91,6 +94,31 @@ void SendFrames(const std::string& device, int count)
 {
     support::Injector injector(device);
     for (int i = 0; i < count; ++i) injector.Send(support::UdpFrame({.size = 200}));
+}
+
+// A dump that new links interrupt again and again lacks some; they are asked for by themselves.
+TEST_F(CountersTest, AreWholeWhileLinksAppear)
+{
+    std::string lines;
+    for (int i = 0; i < 100; ++i) lines += "link add w" + std::to_string(i) + " type bridge\n";
+    Network::Ip(lines);
+    std::vector<std::uint32_t> wanted;
+    for (int i = 0; i < 100; ++i) wanted.push_back(Network::Index("w" + std::to_string(i)));
+    std::string more;
+    for (int i = 0; i < 300; ++i) more += "link add n" + std::to_string(i) + " type bridge\n";
+    std::atomic<bool> ended = false;
+    std::thread maker([&] {
+        Network::Ip(more);
+        ended = true;
+    });
+    int reads = 0;
+    while (!ended) {
+        const auto reader = MakeCounterReader();  // its first read is a dump
+        ASSERT_EQ(IndexesOf(reader->Read(wanted)), wanted);
+        ++reads;
+    }
+    maker.join();
+    EXPECT_GT(reads, 0);
 }
 
 TEST_F(CountersTest, AgreeWithWhatWasSentAndWithTheFilesOfTheKernel)

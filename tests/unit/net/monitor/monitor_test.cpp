@@ -205,6 +205,23 @@ TEST_F(MonitorTest, AStormOfLinksLeavesTheTableAsTheKernelHasIt)
     EXPECT_EQ(Table().All().size(), 101U);
 }
 
+TEST_F(MonitorTest, AsksForAllLinksWhereItMissedChanges)
+{
+    Network::Ip("link add old type bridge\nlink add busy type bridge\nlink set busy up");
+    m_monitor->Start();
+    // More than the socket holds, so the kernel drops the last ones. It tells of aliases of links that are
+    // up.
+    std::string lines;
+    for (int i = 0; i < 4'000; ++i) lines += "link set busy alias x" + std::to_string(i) + "\n";
+    Network::Ip(lines);
+    Network::Ip("link del old\nlink add fresh type bridge\nlink set busy alias last");
+    EXPECT_TRUE(Comes([&] {
+        const Link* busy = Table().Find("busy");
+        return Table().Find("fresh") != nullptr && Table().Find("old") == nullptr && busy != nullptr &&
+               busy->alias == "last";
+    }));
+}
+
 TEST_F(MonitorTest, OneTurnOfTheLoopIsShortInAStorm)
 {
     m_monitor->Start();
