@@ -53,6 +53,13 @@ std::vector<std::string> Peer::Requests() const
     return m_requests;
 }
 
+std::optional<std::string> Peer::AnswerTo(const std::string& operation)
+{
+    const std::lock_guard lock(m_mutex);
+    m_requests.push_back(operation);
+    return m_answer(operation);
+}
+
 void Peer::Serve(int descriptor)
 {
     const netconf::Hello hello{{std::string(netconf::kBase10)}, 1};
@@ -67,11 +74,7 @@ void Peer::Serve(int descriptor)
             if (!std::exchange(helloSeen, true)) continue;
             const std::size_t begin = message->find('>') + 1;
             const std::string operation = message->substr(begin, message->rfind("</rpc>") - begin);
-            {
-                const std::lock_guard lock(m_mutex);
-                m_requests.push_back(operation);
-            }
-            const auto reply = m_answer(operation);
+            const auto reply = AnswerTo(operation);
             if (!reply)
                 ::shutdown(descriptor, SHUT_RDWR);
             else

@@ -34,9 +34,10 @@ public:
 
 private:
     void Serve(int descriptor);
+    std::optional<std::string> AnswerTo(const std::string& operation);
 
+    mutable std::mutex m_mutex;  // of the two below: each session has a thread
     Answer m_answer;
-    mutable std::mutex m_mutex;  // of m_requests: each session has a thread
     std::vector<std::string> m_requests;
     std::vector<std::thread> m_threads;
 };

@@ -41,7 +41,8 @@ protected:
     {
         std::size_t links = 0;
         NetlinkRequest request = LinkDump();
-        EXPECT_TRUE(socket.Request(request, [&](const nlmsghdr&) { ++links; }, [&] { links = 0; }));
+        EXPECT_TRUE(socket.Request(
+            request, [&](const nlmsghdr&) { ++links; }, [&] { links = 0; }));
         return links;
     }
 
@@ -83,11 +84,12 @@ TEST_F(NetlinkTest, ADumpIsRepeatedWhereMessagesWereLost)
     NetlinkRequest request = LinkDump();
     std::size_t links = 0;
     int restarts = 0;
-    EXPECT_TRUE(socket.Request(request, [&](const nlmsghdr&) { ++links; },
-                               [&] {
-                                   ++restarts;
-                                   links = 0;
-                               }));
+    EXPECT_TRUE(socket.Request(
+        request, [&](const nlmsghdr&) { ++links; },
+        [&] {
+            ++restarts;
+            links = 0;
+        }));
     EXPECT_EQ(links, 3U) << "notifications are no answers";
     EXPECT_EQ(restarts, 1);
 }
