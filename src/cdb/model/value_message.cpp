@@ -30,7 +30,7 @@ void ToMessage(const Value& value, ipc::cdb::Value& message) { std::visit(Writer
 
 std::optional<Value> FromMessage(const ipc::cdb::Value& message)
 {
-    constexpr std::uint32_t kLongestPrefix = 32;
+    constexpr std::uint32_t kAddressBits = 32;
     using Kind = ipc::cdb::Value;
     switch (message.kind_case()) {
     case Kind::KIND_NOT_SET:
@@ -47,7 +47,7 @@ std::optional<Value> FromMessage(const ipc::cdb::Value& message)
     case Kind::kIpv4:
         return Value(Ipv4{message.ipv4()});
     case Kind::kIpv4Plen:
-        if (message.ipv4_plen().length() > kLongestPrefix) return std::nullopt;
+        if (message.ipv4_plen().length() > kAddressBits) return std::nullopt;
         return Value(
             Ipv4Plen{message.ipv4_plen().address(), static_cast<std::uint8_t>(message.ipv4_plen().length())});
     }
