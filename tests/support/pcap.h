@@ -19,14 +19,14 @@ public:
     /// A frame with Ethernet, IPv4 and UDP headers from 192.0.2.1 to 192.0.2.2, port 6343.
     void AddDatagram(std::span<const std::byte> payload)
     {
-        constexpr std::size_t kEthernet = 14;
-        constexpr std::size_t kIpv4 = 20;
-        constexpr std::size_t kUdp = 8;
-        const std::size_t udpSize = kUdp + payload.size();
-        const std::size_t ipSize = kIpv4 + udpSize;
+        constexpr std::size_t kEthernetSize = 14;
+        constexpr std::size_t kIpv4Size = 20;
+        constexpr std::size_t kUdpSize = 8;
+        const std::size_t udpSize = kUdpSize + payload.size();
+        const std::size_t ipSize = kIpv4Size + udpSize;
         Append("00000000 00000000");
-        Number(kEthernet + ipSize, 4);
-        Number(kEthernet + ipSize, 4);
+        Number(kEthernetSize + ipSize, 4);
+        Number(kEthernetSize + ipSize, 4);
         Append("020000000002 020000000001 0800");
         Append("4500");
         Number(ipSize, 2);

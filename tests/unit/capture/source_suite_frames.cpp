@@ -29,7 +29,8 @@ struct FrameRow {
 std::vector<FrameRow> Frames()
 {
     std::vector<FrameRow> rows;
-    for (const std::size_t size : {14, 15, 32, 59, 60, 64, 95, 96, 97, 128, 511, 512, 513, 1514, 4000, 9000})
+    for (const std::size_t size :
+         {14U, 15U, 32U, 59U, 60U, 64U, 95U, 96U, 97U, 128U, 511U, 512U, 513U, 1514U, 4000U, 9000U})
         rows.push_back({"any of " + std::to_string(size), EthernetFrame(1, 2, 0x88b5, size)});
     rows.push_back({"IPv4", UdpFrame({.size = 300})});
     rows.push_back({"IPv6", UdpFrame({.source = "2001:db8::1", .destination = "2001:db8::2", .size = 300})});

@@ -40,7 +40,10 @@ public:
         ::syscall(SYS_capget, &m_header, m_before.data());
         auto now = m_before;
         for (auto& word : now) word.effective = 0;
-        for (const int one : wanted) now[CAP_TO_INDEX(one)].effective |= CAP_TO_MASK(one);
+        for (const auto each : wanted) {
+            const auto capability = static_cast<std::uint32_t>(each);
+            now[CAP_TO_INDEX(capability)].effective |= CAP_TO_MASK(capability);
+        }
         EXPECT_EQ(::syscall(SYS_capset, &m_header, now.data()), 0);
     }
     Effective(const Effective&) = delete;

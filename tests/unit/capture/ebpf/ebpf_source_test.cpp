@@ -267,7 +267,7 @@ TEST_F(EbpfSourceTest, KeepsTheBytesOfRecordsThatGoOverTheEndOfTheRing)
     Start({.bufferSize = 4096});
     Add(right, {.rate = 1, .headerSize = 200});
     std::size_t all = 0;
-    for (const std::size_t size : {60, 100, 200, 77, 150, 64, 199}) {
+    for (const std::size_t size : {60U, 100U, 200U, 77U, 150U, 64U, 199U}) {
         for (int round = 0; round < 20; ++round, all += 5) {
             Cross(Frames(5, size));
             source->Drain();

@@ -108,7 +108,7 @@ TEST(RingFilter, AsksForNoRandomNumberAtOneInOne)
 TEST(RingFilter, RejectsAllWithoutADirection)
 {
     const RingScope none{.ingress = false, .egress = false};
-    for (const std::uint32_t type : {PACKET_HOST, PACKET_OUTGOING}) {
+    for (const std::uint32_t type : {std::uint32_t{PACKET_HOST}, std::uint32_t{PACKET_OUTGOING}}) {
         EXPECT_EQ(Answer(KeepingFilter(100, none), {.type = type}), 0U);
         EXPECT_EQ(Answer(SamplingFilter(1, 100, none), {.type = type}), 0U);
         EXPECT_EQ(Answer(CountingFilter(none), {.type = type}), 0U);
