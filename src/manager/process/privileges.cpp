@@ -189,7 +189,7 @@ int AllowThreads(scmp_filter_ctx context)
 #else
     constexpr scmp_datum_t kThread = CLONE_THREAD;
     return seccomp_rule_add(context, SCMP_ACT_ALLOW, SCMP_SYS(clone), 1,
-                            SCMP_A0(SCMP_CMP_MASKED_EQ, kThread, kThread));
+                            scmp_arg_cmp{0, SCMP_CMP_MASKED_EQ, kThread, kThread});
 #endif
 }
 
@@ -201,8 +201,9 @@ int AddRules(scmp_filter_ctx context)
         if (const int error = seccomp_rule_add(context, SCMP_ACT_ALLOW, call, 0); error != 0) return error;
     }
     for (const int family : kFamilies) {
-        const int error = seccomp_rule_add(context, SCMP_ACT_ALLOW, SCMP_SYS(socket), 1,
-                                           SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(family)));
+        const int error =
+            seccomp_rule_add(context, SCMP_ACT_ALLOW, SCMP_SYS(socket), 1,
+                             scmp_arg_cmp{0, SCMP_CMP_EQ, static_cast<scmp_datum_t>(family), 0});
         if (error != 0) return error;
     }
     return AllowThreads(context);
