@@ -7,4 +7,6 @@ if(SFLOW_COVERAGE)
   add_link_options(--coverage -Wl,--wrap=_exit)
   add_library(coverage_exit STATIC ${CMAKE_CURRENT_LIST_DIR}/coverage_exit.cpp)
   link_libraries(coverage_exit)
+  # After all others, for libraries of the system call it too.
+  string(APPEND CMAKE_CXX_STANDARD_LIBRARIES " ${CMAKE_BINARY_DIR}/libcoverage_exit.a")
 endif()

@@ -28,7 +28,7 @@ Ipv4Plen AddressAndLength(const std::string& text)
 const std::vector<SchemaNode>& Schema()
 {
     namespace s = switch_schema;
-    using Kind = SchemaNode::Kind;
+    using NodeKind = SchemaNode::Kind;
     const Value none;
     const Value text = std::string();
     const Value flag = false;
@@ -36,20 +36,20 @@ const std::vector<SchemaNode>& Schema()
     const Value u32 = std::uint32_t{};
     const auto u16Is = [](std::uint16_t value) { return Value(value); };
     const auto list = [](std::string path, std::uint32_t tag) {
-        return SchemaNode{std::move(path), Kind::kList, {}, {}, {}, tag, s::ns_switch_oam_sflow};
+        return SchemaNode{std::move(path), NodeKind::kList, {}, {}, {}, tag, s::ns_switch_oam_sflow};
     };
     const auto container = [](std::string path, std::uint32_t tag, std::int32_t ns) {
-        return SchemaNode{std::move(path), Kind::kContainer, {}, {}, {}, tag, ns};
+        return SchemaNode{std::move(path), NodeKind::kContainer, {}, {}, {}, tag, ns};
     };
     const auto leaf = [](std::string path, std::uint32_t tag, Value type, Value value = {},
                          std::string ref = {}, std::int32_t ns = s::ns_switch_oam_sflow) {
         return SchemaNode{
-            std::move(path), Kind::kLeaf, std::move(type), std::move(value), std::move(ref), tag, ns};
+            std::move(path), NodeKind::kLeaf, std::move(type), std::move(value), std::move(ref), tag, ns};
     };
     static const std::vector<SchemaNode> nodes = {
         container("/config", s::tag_config, s::ns_switch_config),
         container("/config/interface", s::tag_interface, s::ns_switch_interfaces),
-        {"/config/interface/mgmt", Kind::kList, {}, {}, {}, s::tag_mgmt, s::ns_switch_interfaces},
+        {"/config/interface/mgmt", NodeKind::kList, {}, {}, {}, s::tag_mgmt, s::ns_switch_interfaces},
         leaf("/config/interface/mgmt/name", s::tag_name, text, none, {}, s::ns_switch_interfaces),
         container("/config/interface/mgmt/ipv4", s::tag_ipv4, s::ns_switch_interfaces),
         container("/config/interface/mgmt/ipv4/address", s::tag_address, s::ns_switch_interfaces),
@@ -99,7 +99,7 @@ std::vector<const SchemaNode*> LeavesOf(const std::string& path)
 {
     std::vector<const SchemaNode*> leaves;
     for (const SchemaNode& node : Schema()) {
-        if (node.kind == SchemaNode::Kind::kLeaf && node.Parent() == path) leaves.push_back(&node);
+        if (node.kind == SchemaNode::NodeKind::kLeaf && node.Parent() == path) leaves.push_back(&node);
     }
     return leaves;
 }

@@ -220,7 +220,7 @@ void TakeTheKernelsSupportAway()
     const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
     ASSERT_EQ(0, seccomp_rule_add(filter, SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(bpf), 0));
     ASSERT_EQ(0, seccomp_rule_add(filter, SCMP_ACT_ERRNO(EAFNOSUPPORT), SCMP_SYS(socket), 1,
-                                  SCMP_A0(SCMP_CMP_EQ, AF_PACKET)));
+                                  scmp_arg_cmp{0, SCMP_CMP_EQ, AF_PACKET, 0}));
     ASSERT_EQ(0, seccomp_load(filter));
     seccomp_release(filter);
 }
