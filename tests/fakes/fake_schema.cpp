@@ -99,7 +99,7 @@ std::vector<const SchemaNode*> LeavesOf(const std::string& path)
 {
     std::vector<const SchemaNode*> leaves;
     for (const SchemaNode& node : Schema()) {
-        if (node.kind == SchemaNode::NodeKind::kLeaf && node.Parent() == path) leaves.push_back(&node);
+        if (node.kind == SchemaNode::Kind::kLeaf && node.Parent() == path) leaves.push_back(&node);
     }
     return leaves;
 }

@@ -45,7 +45,7 @@ TEST(StoreCodec, SeesADamagedValue)
     for (std::size_t i = 0; i < sealed.size(); ++i)
         for (unsigned bit = 0; bit < 8; ++bit) {
             std::string damaged = sealed;
-            damaged[i] = static_cast<char>(damaged[i] ^ (1U << bit));
+            damaged[i] = static_cast<char>(static_cast<unsigned char>(damaged[i]) ^ (1U << bit));
             EXPECT_FALSE(codec::IsIntact("key", damaged)) << i << ' ' << bit;
         }
     EXPECT_FALSE(codec::Payload("\1abc"));

@@ -3,6 +3,7 @@
 // know nothing of it.
 
 #include <cerrno>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -30,12 +31,12 @@ TEST_F(ExporterTest, ACollectorThatFindsNoSocketSaysSoAndIsTriedAgain)
         for (int n = 0; n < 5; ++n)
             streams.push_back(&Export().Set("c" + std::to_string(n), Settings("127.0.0.2", 6343, 1400)));
         for (Stream* stream : streams) SendOne(*stream);
-        for (int n = 0; n < 3; ++n) {
+        for (std::size_t n = 0; n < 3; ++n) {
             EXPECT_EQ(streams[n]->Status().errors, 0U);
             EXPECT_EQ(streams[n]->Status().datagrams, 1U);
             EXPECT_TRUE(streams[n]->Status().sending);
         }
-        for (int n = 3; n < 5; ++n) {
+        for (std::size_t n = 3; n < 5; ++n) {
             EXPECT_EQ(streams[n]->Status().lastError.value(), EMFILE);
             EXPECT_EQ(streams[n]->Status().lastErrorText, kNoFile);
             EXPECT_EQ(streams[n]->Status().errors, 1U) << "tried once a second";
@@ -46,7 +47,7 @@ TEST_F(ExporterTest, ACollectorThatFindsNoSocketSaysSoAndIsTriedAgain)
         // One goes: who asks next has its socket.
         Export().Remove("c0");
         Advance(milliseconds(1000));
-        for (int n = 1; n < 5; ++n) SendOne(*streams[n]);
+        for (std::size_t n = 1; n < 5; ++n) SendOne(*streams[n]);
         EXPECT_TRUE(streams[3]->Status().sending);
         EXPECT_EQ(streams[3]->Status().datagrams, 1U);
         EXPECT_EQ(streams[4]->Status().errors, 2U);

@@ -261,10 +261,11 @@ TEST(FlowSampleTest, ARoutedPacketHasItsNextHopAndAnUntaggedOneThePortsVlan)
 {
     net::Destination destination = To(net::Destination::Kind::kInterface, 4);
     destination.inputVlan = 30;
-    destination.route.emplace();
-    destination.route->nextHop = {4, {192, 0, 2, 1}};
-    destination.route->sourceBits = 24;
-    destination.route->destinationBits = 16;
+    net::Destination::Route route;
+    route.nextHop = {4, {192, 0, 2, 1}};
+    route.sourceBits = 24;
+    route.destinationBits = 16;
+    destination.route = route;
     wire::FlowSample flow;
     DescribeIngress(3, {}, destination, flow);
     EXPECT_EQ(flow.inputVlan, 30U);
