@@ -154,7 +154,11 @@ std::string_view ShortFunction(std::string_view pretty)
 {
     if (const std::size_t lambda = pretty.find("::<lambda"); lambda != std::string_view::npos)
         pretty = pretty.substr(0, lambda);
-    const std::string_view head = pretty.substr(0, pretty.find('('));
+    std::size_t arguments = pretty.find('(');
+    // clang's name of an unnamed namespace has a bracket too.
+    while (arguments != std::string_view::npos && pretty.substr(arguments).starts_with("(anonymous "))
+        arguments = pretty.find('(', arguments + 1);
+    const std::string_view head = pretty.substr(0, arguments);
     const std::size_t start = head.find_last_of(" :*&");
     return start == std::string_view::npos ? head : head.substr(start + 1);
 }

@@ -173,6 +173,27 @@ void DirtyStack()
     for (volatile unsigned char& byte : bytes) byte = 0xa5;
 }
 
+namespace {
+
+/// gcc's spelling of a function in the compiler's: clang has a space before `*` and `&`.
+std::string AsCompilerSpells(const std::string& function)
+{
+#ifdef __clang__
+    std::string spelled;
+    for (const char each : function) {
+        const bool apart = (each == '*' || each == '&') && !spelled.empty() &&
+                           std::string_view(" *&").find(spelled.back()) == std::string_view::npos;
+        if (apart) spelled += ' ';
+        spelled += each;
+    }
+    return spelled;
+#else
+    return function;
+#endif
+}
+
+}  // namespace
+
 testing::Matcher<const std::string&> FaultReport(const std::string& source, const std::string& function,
                                                  int nth, const std::string& text,
                                                  const std::vector<std::string>& before)
@@ -184,7 +205,7 @@ testing::Matcher<const std::string&> FaultReport(const std::string& source, cons
 
 testing::Matcher<const std::string&> FailedAssertion(const std::string& function, const std::string& text)
 {
-    return testing::HasSubstr(": " + function + ": Assertion `" + text + "' failed.\n");
+    return testing::HasSubstr(": " + AsCompilerSpells(function) + ": Assertion `" + text + "' failed.\n");
 }
 
 }  // namespace daemon_tests
