@@ -38,7 +38,7 @@ public:
         std::function<void(std::string_view reason)> onClosed;
     };
 
-    /// Takes ownership of a connected socket. `timers` are not used after Close.
+    /// Takes ownership of a connected socket. `timers` are used by calls until Close has returned.
     static std::shared_ptr<Channel> Create(Socket socket, base::Timers& timers);
 
     Channel(const Channel&) = delete;

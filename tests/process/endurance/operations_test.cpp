@@ -106,6 +106,7 @@ const Operation kOperations[] = {
     {"CollectorDisabledAndEnabled",
      [](OperationsWorld& w) {
          w.Service().DeleteCollector("a");
+         w.world.AwaitApplied();
          w.Flow();
          w.world.AddCollector("a", w.a);
      },
