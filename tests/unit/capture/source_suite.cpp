@@ -132,6 +132,12 @@ bool SourceSuite::Becomes(const std::function<bool()>& condition)
     return true;
 }
 
+void SourceSuite::Turn()
+{
+    m_loop.restart();
+    m_loop.poll();
+}
+
 void SourceSuite::Run(std::chrono::milliseconds time)
 {
     m_loop.restart();
@@ -159,6 +165,9 @@ void SourceSuite::SendNumbered(const std::string& device, std::uint64_t first, s
     std::vector<support::Bytes> frames(kAtOnce, support::UdpFrame(options));
     constexpr std::size_t kPayload = 14 + 20 + 8;
     for (std::uint64_t done = 0; done < count;) {
+        // Before as well: the programs at clsact rest where the loop stood still for 2 s, as it does while
+        // the kernel keeps a change of an interface waiting.
+        Turn();
         frames.resize(std::min(kAtOnce, count - done), frames.front());
         for (support::Bytes& frame : frames) {
             const std::uint64_t number = first + done++;
@@ -166,9 +175,8 @@ void SourceSuite::SendNumbered(const std::string& device, std::uint64_t first, s
                 frame[kPayload + byte] = static_cast<std::byte>(number >> (56U - 8U * byte));
         }
         injector.Send(frames);
-        m_loop.restart();
-        m_loop.poll();
     }
+    Turn();
 }
 
 MarkedSender::MarkedSender(const std::string& device, std::uint32_t mark)

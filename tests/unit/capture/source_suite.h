@@ -95,6 +95,8 @@ protected:
 
     /// Runs the loop until the condition holds; fails after 30 s.
     [[nodiscard]] bool Becomes(const std::function<bool()>& condition);
+    /// Does what waits in the loop, and does not wait.
+    void Turn();
     /// Runs the loop for so long: for what must not happen.
     void Run(std::chrono::milliseconds time);
     /// All that passed the filter so far has come: the record does not grow and the pool is as told.
