@@ -36,7 +36,7 @@ std::string LastMessage(const ly_ctx* yang)
     return text;
 }
 
-constexpr std::string_view kBlanks = " \t\r\n";
+constexpr std::string_view kWhitespace = " \t\r\n";
 
 /// The whole file. Throws Error.
 std::string Content(const std::string& path)
@@ -66,7 +66,7 @@ std::string PlaceInText(std::string_view name, std::string_view text, std::size_
 guard::Format FormatOf(std::string_view text, std::string_view name)
 {
     if (const auto format = guard::FormatOf(text)) return *format;
-    const std::size_t first = text.find_first_not_of(kBlanks);
+    const std::size_t first = text.find_first_not_of(kWhitespace);
     if (first == std::string_view::npos) throw Error(std::string(name) + " is empty: line 1, column 1");
     throw Error(PlaceInText(name, text, first) +
                 ": neither JSON, which begins with {, nor XML, which begins with <");

@@ -13,7 +13,7 @@
 namespace endurance {
 namespace {
 
-constexpr std::uint64_t kRate = 4000;
+constexpr std::uint64_t kSteadyRate = 4000;
 constexpr const char* kAddress = "10.0.9.9";
 
 struct Trouble {
@@ -64,7 +64,7 @@ protected:
         World().AwaitApplied();
         database.emplace(World().Socket().parent_path() / "cdb.sock");
         m_before = Received("p1");
-        m_traffic.emplace("h1", NumberedFrames(1, 2), kRate, 0);
+        m_traffic.emplace("h1", NumberedFrames(1, 2), kSteadyRate, 0);
         AwaitSamples(*bad, p1, 200);
     }
 

@@ -16,7 +16,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::uint64_t kRate = 3000;
+constexpr std::uint64_t kFrameRate = 3000;
 constexpr int kCore = 0;  // of the traffic: the counts in samples are those of the CPUs that sample
 
 class Life : public EnduranceTest, public testing::WithParamInterface<const char*> {
@@ -50,7 +50,7 @@ TEST_P(Life, KilledAmidTrafficItLeavesTheTrafficAloneAndBeginsAnewWhenToldAgain)
     Configure(*collector, {"p1", "p2"});
     EXPECT_NE(Sampling("p1"), idle);
     const auto entered = Received("p1"), left = Received("h2");
-    BackgroundTraffic traffic("h1", NumberedFrames(1, 2), kRate, kCore);
+    BackgroundTraffic traffic("h1", NumberedFrames(1, 2), kFrameRate, kCore);
     AwaitSamples(*collector, p1, 300);
     World().Manager().Kill();
     if (GetParam() == std::string(kClsact)) {
@@ -117,10 +117,10 @@ TEST_P(Life, StoppedForAWhileItAccountsForEveryFrameOfThatTime)
     const bool rests = GetParam() == std::string(kClsact);
     Configure(*collector, {"p1"});
     const auto entered = Received("p1"), left = Received("h2");
-    BackgroundTraffic traffic("h1", NumberedFrames(1, 2), kRate, kCore);
+    BackgroundTraffic traffic("h1", NumberedFrames(1, 2), kFrameRate, kCore);
     AwaitSamples(*collector, p1, 300);
     World().Manager().Freeze();
-    const auto until = Received("p1") + kRate * (rests ? 7 : 4) / 2;
+    const auto until = Received("p1") + kFrameRate * (rests ? 7 : 4) / 2;
     Await("frames of a long stall", [&] { return Received("p1") >= until; });
     World().Manager().Thaw();
     AwaitSamples(*collector, p1, 600);
@@ -135,11 +135,11 @@ TEST_P(Life, StoppedForAWhileItAccountsForEveryFrameOfThatTime)
     EXPECT_EQ(flows.size() + drops, pool);
     if (rests) {
         EXPECT_LT(pool, sent.frames);
-        EXPECT_GT(pool, sent.frames - kRate * 7 / 2 + kRate);
+        EXPECT_GT(pool, sent.frames - kFrameRate * 7 / 2 + kFrameRate);
     } else {
         EXPECT_EQ(pool, sent.frames);
     }
-    EXPECT_GT(drops, kRate) << "the buffer is too small for the stall";
+    EXPECT_GT(drops, kFrameRate) << "the buffer is too small for the stall";
     const auto numbers = World().Numbers();
     EXPECT_EQ(numbers.OfInterface("p1", "packets_seen_total"), pool);
     EXPECT_EQ(numbers.OfInterface("p1", "samples_total"), flows.size());
@@ -158,16 +158,16 @@ TEST_P(Life, StoppedForAWhileItAccountsForFramesOfACpuThatSamplesNoMore)
     if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "there is one CPU only";
     Configure(*collector, {"p1"});
     const auto entered = Received("p1");
-    BackgroundTraffic first("h1", NumberedFrames(1, 2), 2 * kRate, kCore);
+    BackgroundTraffic first("h1", NumberedFrames(1, 2), 2 * kFrameRate, kCore);
     AwaitSamples(*collector, p1, 300);
     World().Manager().Freeze();
-    const auto until = Received("p1") + 2 * kRate;
+    const auto until = Received("p1") + 2 * kFrameRate;
     Await("more frames than the buffer holds", [&] { return Received("p1") >= until; });
     first.Stop();
     World().Manager().Thaw();
     const auto other = World().Numbers();  // it has looked
-    EXPECT_GT(other.At("sflow_interface_drops_total{interface=\"p1\",cause=\"buffer\"}"), kRate);
-    BackgroundTraffic second("h1", NumberedFrames(1, 2), kRate, kCore + 1);
+    EXPECT_GT(other.At("sflow_interface_drops_total{interface=\"p1\",cause=\"buffer\"}"), kFrameRate);
+    BackgroundTraffic second("h1", NumberedFrames(1, 2), kFrameRate, kCore + 1);
     AwaitSamples(*collector, p1, 600);
     second.Stop();
     DecodingCollector::AwaitQuiet({&*collector});

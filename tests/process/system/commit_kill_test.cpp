@@ -10,7 +10,7 @@ namespace {
 
 using support::WriteOutcome;
 
-constexpr unsigned kMaxCalls = 200;
+constexpr unsigned kMaxCallsOfCommit = 200;
 
 class KillInCommit : public HarmedStore, public testing::WithParamInterface<Size> {
 protected:
@@ -63,7 +63,7 @@ protected:
         // How many calls a commit takes depends on which pages were free for it.
         unsigned answered = 0;
         for (unsigned call = 1; answered < 3 && !HasFailure(); ++call) {
-            ASSERT_LT(call, kMaxCalls);
+            ASSERT_LT(call, kMaxCallsOfCommit);
             SCOPED_TRACE("killed at call " + std::to_string(call));
             if (!CommitEndedAt(call, outcome)) ++answered;
         }

@@ -13,7 +13,7 @@ namespace {
 
 using support::WriteOutcome;
 
-constexpr unsigned kMaxCalls = 200;
+constexpr unsigned kMaxCallsOfStart = 200;
 
 class KillAtTheStart : public testing::TestWithParam<WriteOutcome> {
 protected:
@@ -68,7 +68,7 @@ TEST_P(KillAtTheStart, OfAnEmptySwitchLeavesOneThatStarts)
 {
     unsigned call = 1;
     for (;; ++call) {
-        ASSERT_LT(call, kMaxCalls);
+        ASSERT_LT(call, kMaxCallsOfStart);
         SCOPED_TRACE("ended at call " + std::to_string(call));
         Begin(call);
         if (!Ended({})) break;
@@ -81,7 +81,7 @@ TEST_P(KillAtTheStart, WhileAFileIsLoadedLeavesAllOfItOrNothing)
 {
     unsigned call = 1;
     for (;; ++call) {
-        ASSERT_LT(call, kMaxCalls);
+        ASSERT_LT(call, kMaxCallsOfStart);
         SCOPED_TRACE("ended at call " + std::to_string(call));
         Begin(call);
         const auto file = TheWorld().Dir() / "file.json";

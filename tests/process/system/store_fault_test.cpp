@@ -13,7 +13,7 @@ namespace {
 using support::WriteFault;
 using support::WriteOutcome;
 
-constexpr unsigned kMaxCalls = 100;
+constexpr unsigned kMaxFaults = 100;
 
 struct Failure {
     std::string name;
@@ -113,7 +113,7 @@ TEST_P(StoreFault, AtEachCallLosesNothingAndBringsNothingBack)
     unsigned accepted = 0;
     unsigned call = 1;
     for (; accepted < 2 && !HasFailure(); ++call) {
-        ASSERT_LT(call, kMaxCalls);
+        ASSERT_LT(call, kMaxFaults);
         SCOPED_TRACE("failure at call " + std::to_string(call));
         if (CommitWithFailureAt(call)) ++accepted;
     }
