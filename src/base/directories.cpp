@@ -37,7 +37,7 @@ fs::path YangDirectory(const fs::path& program, const std::optional<std::string>
     if (named) return *named;
     if (program.is_absolute()) {
         for (const char* beside : kBeside) {
-            const fs::path directory = (program.parent_path() / beside).lexically_normal();
+            fs::path directory = (program.parent_path() / beside).lexically_normal();
             std::error_code ignored;  // an unreadable place counts as one without modules
             if (fs::is_regular_file(directory / kRootModule, ignored)) return directory;
         }

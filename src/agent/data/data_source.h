@@ -32,8 +32,8 @@ public:
     template <typename Function>
     requires(!std::is_same_v<std::remove_cvref_t<Function>, FunctionRef> &&
              std::is_invocable_r_v<Result, Function&, Arguments...>)
-        FunctionRef(
-            Function&& function)  // NOLINT(google-explicit-constructor): lambdas are passed as they are
+        // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): the requirement leaves copies alone
+        FunctionRef(Function&& function)
         : m_object(const_cast<void*>(static_cast<const void*>(std::addressof(function)))),
           m_call([](void* object, Arguments... arguments) -> Result {
               return (*static_cast<std::add_pointer_t<std::remove_reference_t<Function>>>(object))(

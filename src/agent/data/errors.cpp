@@ -280,6 +280,7 @@ netconf::RpcError ToProtocolError(const cdb::Error& error, const ly_ctx* context
 std::vector<netconf::RpcError> ToRpcErrors(const std::vector<cdb::Error>& errors, const ly_ctx* context)
 {
     std::vector<netconf::RpcError> result;
+    result.reserve(errors.size());
     for (const cdb::Error& error : errors) result.push_back(ToRpcError(error, context));
     return result;
 }

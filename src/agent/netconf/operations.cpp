@@ -157,13 +157,13 @@ void Operations::Unlock(const RequestPtr& request)
     });
 }
 
-void Operations::ReleaseCandidate(const SerialQueue::TicketPtr& ticket, std::function<void()> done)
+void Operations::ReleaseCandidate(const SerialQueue::TicketPtr& ticket, const std::function<void()>& done)
 {
     // Uncommitted changes are discarded with the lock (RFC 6241, section 8.3.5.2).
     m_services.changes.Do([this] { m_services.datastore.Discard(); },
-                          [this, ticket, tell = std::move(done)] {
+                          [this, ticket, done] {
                               m_locks.Release(Target::kCandidate);
-                              tell();
+                              done();
                               m_services.changes.Do([this] { m_services.datastore.TidyUp(); });
                           });
 }

@@ -130,7 +130,7 @@ private:
     void CloseSession(const RequestPtr& request);
     void KillSession(const RequestPtr& request);
 
-    void ReleaseCandidate(const SerialQueue::TicketPtr& ticket, std::function<void()> done);
+    void ReleaseCandidate(const SerialQueue::TicketPtr& ticket, const std::function<void()>& done);
 
     // operations_system.cpp
     void HaTransition(const RequestPtr& request);

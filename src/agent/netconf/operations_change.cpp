@@ -58,6 +58,7 @@ base::expected<EditOptions, netconf::RpcError> ReadEdit(const lyd_node* operatio
 std::vector<netconf::RpcError> Warnings(const std::vector<std::string>& texts)
 {
     std::vector<netconf::RpcError> warnings;
+    warnings.reserve(texts.size());
     for (const std::string& text : texts) warnings.push_back(MakeWarning(text));
     return warnings;
 }

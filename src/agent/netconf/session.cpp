@@ -12,7 +12,6 @@ namespace agent {
 namespace {
 
 using boost::system::error_code;
-using netconf::Framing;
 
 /// How long a client may take to read the last answer of its session.
 constexpr std::chrono::seconds kLastAnswer{10};

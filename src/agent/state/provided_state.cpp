@@ -281,6 +281,7 @@ void StateQuery::End(std::size_t index, std::string problem)
     if (open.outcome.late) open.outcome.client->Forget(open.outcome.key);
     if (--m_running > 0) return;
     std::vector<StateOutcome> outcomes;
+    outcomes.reserve(m_open.size());
     for (const auto& each : m_open) outcomes.push_back(std::move(each->outcome));
     std::exchange(m_done, nullptr)(std::move(outcomes));
 }

@@ -129,7 +129,7 @@ std::string TextOf(const SchemaTable& table, const RowKey& key)
 
 std::string Describe(const lyd_node* node)
 {
-    const std::string name = LYD_NAME(node);
+    std::string name = LYD_NAME(node);
     if (node->schema == nullptr) return name;
     if (node->schema->nodetype == LYS_LIST) {
         std::string keys;

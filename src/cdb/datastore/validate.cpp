@@ -211,9 +211,11 @@ public:
     void InRows(RowView& rows)
     {
         for (const auto& reference : m_schema.Constraints().references)
-            ForEachValue(rows, reference, [&](std::vector<std::string> keys, const std::string& value) {
-                if (rows.Get(reference.list, std::vector{value}) == nullptr) Add(reference, keys, value);
-            });
+            ForEachValue(rows, reference,
+                         [&](const std::vector<std::string>& keys, const std::string& value) {
+                             if (rows.Get(reference.list, std::vector{value}) == nullptr)
+                                 Add(reference, keys, value);
+                         });
     }
 
     void AppendTo(std::vector<Error>& errors) const

@@ -89,6 +89,7 @@ private:
         m_nodes.push_back(std::move(node));
         m_compiled.push_back(compiled);
         // libyang leaves this member to its user; 0 means no number, so numbers are stored plus one.
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): a number, never followed
         const_cast<lysc_node*>(compiled)->priv = reinterpret_cast<void*>(static_cast<std::uintptr_t>(id) + 1);
         return id;
     }

@@ -19,7 +19,7 @@ bool Includes(Direction direction, Direction wanted)
 
 }  // namespace
 
-Reconciler::Reconciler(const Parts& parts, std::optional<Direction> added, WallClock clock)
+Reconciler::Reconciler(const Parts& parts, std::optional<Direction> added, const WallClock& clock)
     : m_table(parts.table),
       m_timers(parts.timers),
       m_links(parts.links),
@@ -123,6 +123,8 @@ void Reconciler::UseExpandedEncoding()
 
 // ---- bringing both together ----
 
+// The name is a copy: what holds the caller's may go in the call.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void Reconciler::ReconcileInterface(std::string name)
 {
     const ServiceTable::Interface* wanted = m_table.FindInterface(name);
@@ -134,7 +136,7 @@ void Reconciler::ReconcileInterface(std::string name)
     WaitFor(name, binding, taken ? named->index : 0);
     if (bound != 0 && bound != index) Unbind(binding);
     if (index != 0 && bound != index) Bind(name, binding, *named);
-    if (binding.source != nullptr) {
+    if (wanted != nullptr && binding.source != nullptr) {
         DataSource& source = *binding.source;
         ApplyStreams(*wanted, source);
         ApplySampling(wanted->settings, source);

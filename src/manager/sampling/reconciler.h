@@ -56,7 +56,7 @@ public:
 
     /// `added` is a direction that is sampled besides the one each interface asks for. The parts must
     /// outlive it. It adds itself to the links.
-    Reconciler(const Parts& parts, std::optional<Direction> added, WallClock clock);
+    Reconciler(const Parts& parts, std::optional<Direction> added, const WallClock& clock);
 
     /// Takes the sampled packets: give it to the source.
     [[nodiscard]] capture::SampleSink& Sink() { return m_flows; }
