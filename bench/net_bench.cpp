@@ -35,7 +35,7 @@ net::MacAddress Numbered(std::uint32_t number)
 /// 10.0.0.0/8 is beside the router's port, the rest beside the bridge.
 class AnyRoute final : public net::RouteQuestions {
 public:
-    std::optional<net::RouteAnswer> Ask(std::uint32_t, const net::Address& destination,
+    std::optional<net::RouteAnswer> Ask(net::RouteFrom, const net::Address& destination,
                                         const net::Address&) override
     {
         net::RouteAnswer answer;

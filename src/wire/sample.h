@@ -28,9 +28,37 @@ struct Port {
 };
 /// Input of packets that this machine sends, output of packets that are delivered to it.
 inline constexpr Port kInternalPort{Port::Format::kSingle, 0x3FFFFFFF};
-inline constexpr std::uint32_t kReasonUnknown = 256;  // of a discarded packet
 
-enum class HeaderProtocol : std::uint32_t { kEthernet = 1, kPpp = 7, kIpv4 = 11, kIpv6 = 12 };
+/// Why a packet was discarded: value of a port of format kDiscarded. Codes below 16 are those of ICMP's
+/// "destination unreachable" (RFC 1812, 5.2.7.1), 256 to 262 those of sFlow version 5, the others come from
+/// sFlow.org's list of discard reasons.
+enum class DiscardReason : std::uint32_t {
+    kNetUnreachable = 0,
+    kHostUnreachable = 1,
+    kProhibited = 13,
+    kUnknown = 256,
+    kTimeToLive = 257,
+    kIngressVlanFilter = 265,
+    kSpanningTree = 266,
+    kNoPorts = 267,
+    kPortLoopback = 268,
+    kBlackHole = 269,
+    kUnicastInMulticast = 271,
+    kDestinationLoopback = 272,
+    kSourceMulticast = 273,
+    kSourceLoopback = 274,
+    kSourceUnspecified = 290,
+    kReservedMac = 293,
+    kEgressVlanFilter = 301,
+    kReversePath = 302,
+};
+/// The output of a discarded packet.
+constexpr Port Discarded(DiscardReason reason)
+{
+    return {Port::Format::kDiscarded, static_cast<std::uint32_t>(reason)};
+}
+
+enum class HeaderProtocol : std::uint32_t { kEthernet = 1, kPpp = 7, kIpv4 = 11, kIpv6 = 12, kMpls = 13 };
 
 /// IPv4 or IPv6, network byte order.
 struct Address {

@@ -18,7 +18,7 @@ namespace {
 
 class OneRoute final : public net::RouteQuestions {
 public:
-    std::optional<net::RouteAnswer> Ask(std::uint32_t, const net::Address& destination,
+    std::optional<net::RouteAnswer> Ask(net::RouteFrom, const net::Address& destination,
                                         const net::Address& source) override
     {
         // Its addresses are whole, or it is not asked.

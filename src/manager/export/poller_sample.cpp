@@ -1,24 +1,53 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "manager/export/poller_sample.h"
 
+#include <algorithm>
+#include <array>
 #include <optional>
+#include <string_view>
 
 #include <net/if_arp.h>
 
 namespace manager {
 namespace {
 
-// IANAifType, as far as Linux has such interfaces.
+// IANAifType, as far as Linux has such interfaces (RFC 7224 and its registry).
 constexpr std::uint32_t kOther = 1;
 constexpr std::uint32_t kEthernet = 6;
 constexpr std::uint32_t kPpp = 23;
 constexpr std::uint32_t kLoopback = 24;
 constexpr std::uint32_t kSlip = 28;
+constexpr std::uint32_t kVirtual = 53;
 constexpr std::uint32_t kWireless = 71;
 constexpr std::uint32_t kTunnel = 131;
+constexpr std::uint32_t kVlan = 135;
 constexpr std::uint32_t kFirewire = 144;
+constexpr std::uint32_t kAggregate = 161;
 constexpr std::uint32_t kInfiniband = 199;
 constexpr std::uint32_t kBridge = 209;
+
+struct KindType {
+    std::string_view kind;
+    std::uint32_t type;
+};
+// A virtual Ethernet pair and a tap are Ethernet to what is connected with them.
+constexpr std::array<KindType, 20> kKinds{{
+    {"bond", kAggregate},     {"bridge", kBridge},  {"dummy", kVirtual},    {"geneve", kTunnel},
+    {"gretap", kTunnel},      {"ifb", kVirtual},    {"ip6gretap", kTunnel}, {"ipvlan", kVirtual},
+    {"l2tpeth", kTunnel},     {"macsec", kVirtual}, {"macvlan", kVirtual},  {"macvtap", kVirtual},
+    {"netdevsim", kEthernet}, {"team", kAggregate}, {"vlan", kVlan},        {"vrf", kVirtual},
+    {"vti", kTunnel},         {"vxlan", kTunnel},   {"wireguard", kTunnel}, {"xfrm", kTunnel},
+}};
+
+// Devices that count the multicasts they receive. Of the others each driver decides, and a driver that does
+// not count them reports 0.
+constexpr std::array<std::string_view, 5> kCountMulticast{"bond", "bridge", "macvlan", "team", "vlan"};
+
+bool CountsMulticast(const net::Link& link, const net::LinkCounters& counters)
+{
+    return counters.multicast != 0 ||
+           std::find(kCountMulticast.begin(), kCountMulticast.end(), link.kind) != kCountMulticast.end();
+}
 
 std::uint32_t Low(std::uint64_t count) { return static_cast<std::uint32_t>(count); }
 
@@ -37,7 +66,9 @@ std::uint32_t DirectionOf(net::Duplex duplex)
 
 std::uint32_t InterfaceType(const net::Link& link)
 {
-    if (link.bridge) return kBridge;
+    const auto* known = std::find_if(kKinds.begin(), kKinds.end(),
+                                     [&](const KindType& row) { return row.kind == link.kind; });
+    if (known != kKinds.end()) return known->type;
     switch (link.hardwareType) {
     case ARPHRD_ETHER:
         return kEthernet;
@@ -52,6 +83,7 @@ std::uint32_t InterfaceType(const net::Link& link)
     case ARPHRD_TUNNEL6:
     case ARPHRD_SIT:
     case ARPHRD_IPGRE:
+    case ARPHRD_NONE:
     case 823:  // ARPHRD_IP6GRE, which the C library's header lacks
         return kTunnel;
     case ARPHRD_IEEE80211:
@@ -78,7 +110,7 @@ wire::GenericCounters MakeGenericCounters(const net::Link& link, const net::Link
     // The two are not read at one instant: there may be a multicast more than packets.
     record.inUnicast =
         Low(counters.rxPackets > counters.multicast ? counters.rxPackets - counters.multicast : 0);
-    record.inMulticast = Low(counters.multicast);
+    if (CountsMulticast(link, counters)) record.inMulticast = Low(counters.multicast);
     record.inDiscards = Low(counters.rxDropped + counters.rxMissed);
     record.inErrors = Low(counters.rxErrors);
     record.outOctets = counters.txBytes;

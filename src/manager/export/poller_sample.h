@@ -13,11 +13,12 @@
 
 namespace manager {
 
-/// The IANAifType of a link: from its hardware type (ARPHRD_*), but for a bridge.
+/// The IANAifType of a link: from its kind, else from its hardware type (ARPHRD_*).
 [[nodiscard]] std::uint32_t InterfaceType(const net::Link& link);
 
 /// The generic record. What Linux does not count stays "not counted": broadcasts, multicasts sent, unknown
-/// protocols. Broadcasts are among the unicasts therefore, and so are multicasts that are sent.
+/// protocols; and so do multicasts received while the driver reports none, but for devices that are known to
+/// count them. What is not counted is among the unicasts.
 ///
 /// The record has 32 bits for packets: counts are sent modulo 2^32, as the format has it. A count that is
 /// all ones modulo 2^32 can't be told from "not counted"; it is sent as it is, and the next one is right.

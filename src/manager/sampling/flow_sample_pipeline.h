@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The way of a sampled packet from the packet source to the streams: finds its data source, resolves where
-// it goes, says what it is in the terms of sFlow, encodes it once. Everything here runs once a sample, at up
+// it goes, describes it (flow_sample.h), encodes it once. Everything here runs once a sample, at up
 // to a million samples a second. The reconciler owns the pipeline and writes the data sources.
 
 #ifndef MANAGER_SAMPLING_FLOW_SAMPLE_PIPELINE_H
@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "capture/packet_source.h"
+#include "manager/sampling/flow_sample.h"
 #include "manager/service/operation.h"
 #include "manager/service/status.h"
 #include "net/routes/forwarding.h"
@@ -59,40 +60,6 @@ struct DataSource {
 
 using DataSources = std::unordered_map<std::uint32_t, DataSource>;  // by kernel interface; pointers are kept
 
-/// Bytes of the Ethernet frame check sequence: on the wire, never in what the kernel hands over.
-inline constexpr std::uint32_t kFcs = 4;
-
-/// By the device's type (ARPHRD_*) and the packet's EtherType.
-wire::HeaderProtocol HeaderProtocolOf(std::uint16_t hardwareType, std::uint16_t etherType);
-
-/// Bytes without FCS of the frames that a segmented packet is on the wire: all but the last have the first
-/// length. If its headers can't be read, an even share of its length.
-struct SegmentLengths {
-    std::uint32_t each = 0, last = 0;
-    friend bool operator==(const SegmentLengths&, const SegmentLengths&) = default;
-};
-SegmentLengths LengthsOf(const capture::Sample& sample);
-
-/// The outermost 802.1Q or 802.1ad tag, wherever it is: taken away by the kernel, or in the header. Zeros if
-/// there is none.
-struct Tag {
-    std::uint16_t vlan = 0;
-    std::uint8_t priority = 0;
-};
-Tag OuterTag(const capture::Sample& sample);
-
-/// Fills what the packet itself tells: header, lengths, tag.
-void DescribePacket(const capture::Sample& sample, std::uint16_t hardwareType, wire::FlowSample& flow);
-
-/// Fills where a packet that leaves by `output` has come from. `untagged` is the VLAN of packets without a
-/// tag at that interface; 0: none.
-void DescribeEgress(std::uint32_t output, Tag tag, std::uint16_t untagged, const net::Origin& origin,
-                    wire::FlowSample& flow);
-
-/// Fills where a packet that enters by `input` goes: both interfaces, VLANs and next hop.
-void DescribeIngress(std::uint32_t input, Tag tag, const net::Destination& destination,
-                     wire::FlowSample& flow);
-
 class FlowSamplePipeline : public capture::SampleSink {
 public:
     /// Both must outlive it.
@@ -114,7 +81,9 @@ public:
 private:
     void Take(const capture::Sample& sample, DataSource& source);
     void DescribePath(const capture::Sample& sample, Tag tag);
-    void Send(const std::vector<Stream*>& streams);
+    void SendSegments(const capture::Sample& sample, bool ethernet, DataSource& source);
+    /// Sends m_flow as the source's next sample.
+    void Send(DataSource& source);
 
     net::Forwarding& m_forwarding;
     Exporter& m_exporter;

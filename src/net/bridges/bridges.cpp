@@ -31,19 +31,25 @@ bool Gets(const BridgePort& port, const Bridge& bridge, std::uint16_t vlan, Floo
     return port.state.forwarding && Floods(port, kind) && (!bridge.filtering || port.In(vlan));
 }
 
-Bridge::Counts Count(const Bridge& bridge, std::uint16_t vlan)
+void Add(Bridge::Members& members, const BridgePort& port)
 {
-    Bridge::Counts counts;
-    counts.counted = true;
+    if (members.count < members.first.size()) members.first[members.count] = &port;
+    ++members.count;
+}
+
+Bridge::Floods Count(const Bridge& bridge, std::uint16_t vlan)
+{
+    Bridge::Floods floods;
+    floods.counted = true;
     for (const Flood kind : {Flood::kUnicast, Flood::kMulticast, Flood::kBroadcast}) {
         const auto at = static_cast<std::size_t>(kind);
         for (const BridgePort* port : bridge.ports) {
             if (!Gets(*port, bridge, vlan, kind)) continue;
-            ++counts.all[at];
-            if (port->state.isolated) ++counts.isolated[at];
+            Add(floods.all[at], *port);
+            if (!port->state.isolated) Add(floods.open[at], *port);
         }
     }
-    return counts;
+    return floods;
 }
 
 void Enter(BridgePort& port, const std::vector<VlanRange>& vlans)
@@ -72,21 +78,24 @@ const Bridges::ForwardingEntry* Bridges::FindAddress(const Bridge& bridge, std::
     return found == nullptr ? nullptr : &found->address;
 }
 
-std::uint32_t Bridges::FloodCount(const BridgePort& from, std::uint16_t vlan, Flood kind) const
+Bridges::Flooding Bridges::FloodedTo(const BridgePort& from, std::uint16_t vlan, Flood kind) const
 {
     const Bridge& bridge = *from.bridge;
+    auto& floods = bridge.floods[bridge.filtering ? vlan : std::uint16_t{0}];
+    if (!floods.counted) floods = Count(bridge, vlan);
     const auto at = static_cast<std::size_t>(kind);
-    auto& counts = bridge.counts[bridge.filtering ? vlan : std::uint16_t{0}];
-    if (!counts.counted) counts = Count(bridge, vlan);
-    std::uint32_t count = counts.all[at];
+    const Bridge::Members& members = from.state.isolated ? floods.open[at] : floods.all[at];
     const bool itself = from.ifIndex != bridge.ifIndex && Gets(from, bridge, vlan, kind);
-    if (from.state.isolated) {
-        count -= counts.isolated[at];
-        if (itself && from.state.hairpin) ++count;
-    } else if (itself && !from.state.hairpin) {
-        --count;
-    }
-    return count;
+    // Isolated ports are not among the members then.
+    const bool counted = itself && !from.state.isolated;
+    const bool returns = itself && from.state.hairpin;
+    Flooding flooding{members.count - (counted ? 1 : 0) + (returns ? 1 : 0), 0};
+    if (flooding.ports != 1) return flooding;
+    if (returns)
+        flooding.only = from.ifIndex;
+    else
+        flooding.only = members.first[counted && members.first[0] == &from ? 1 : 0]->ifIndex;
+    return flooding;
 }
 
 Bridge& Bridges::Have(std::uint32_t ifIndex)
@@ -103,7 +112,7 @@ void Bridges::SetBridge(std::uint32_t ifIndex, const BridgeSettings& settings)
 {
     Bridge& bridge = Have(ifIndex);
     static_cast<BridgeSettings&>(bridge) = settings;
-    bridge.counts.clear();
+    bridge.floods.clear();
 }
 
 void Bridges::PutPort(std::uint32_t ifIndex, std::uint32_t bridge, const PortState& state,
@@ -124,7 +133,7 @@ void Bridges::PutPort(std::uint32_t ifIndex, std::uint32_t bridge, const PortSta
     port.vlans.reset();
     Enter(port, vlans);
     port.mark = mark;
-    port.bridge->counts.clear();
+    port.bridge->floods.clear();
 }
 
 void Bridges::AddVlans(std::uint32_t ifIndex, const std::vector<VlanRange>& vlans)
@@ -132,7 +141,7 @@ void Bridges::AddVlans(std::uint32_t ifIndex, const std::vector<VlanRange>& vlan
     const auto found = m_ports.find(ifIndex);
     if (found == m_ports.end()) return;
     Enter(found->second, vlans);
-    found->second.bridge->counts.clear();
+    found->second.bridge->floods.clear();
 }
 
 void Bridges::RemoveVlans(std::uint32_t ifIndex, const std::vector<VlanRange>& vlans)
@@ -146,7 +155,7 @@ void Bridges::RemoveVlans(std::uint32_t ifIndex, const std::vector<VlanRange>& v
             if (port.pvid == vlan) port.pvid = 0;
         }
     }
-    port.bridge->counts.clear();
+    port.bridge->floods.clear();
 }
 
 void Bridges::RemovePort(std::uint32_t ifIndex)
@@ -154,7 +163,7 @@ void Bridges::RemovePort(std::uint32_t ifIndex)
     const auto found = m_ports.find(ifIndex);
     if (found == m_ports.end()) return;
     std::erase(found->second.bridge->ports, &found->second);
-    found->second.bridge->counts.clear();
+    found->second.bridge->floods.clear();
     m_ports.erase(found);
     ++m_generation;
 }

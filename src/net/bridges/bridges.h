@@ -116,8 +116,14 @@ public:
     [[nodiscard]] bool HasRoomAgain() const { return m_overflowed && m_addresses < m_limit / 2; }
     [[nodiscard]] std::size_t AddressCount() const { return m_addresses; }
 
-    /// The number of ports to which a packet of this VLAN is flooded that entered by `from`.
-    [[nodiscard]] std::uint32_t FloodCount(const BridgePort& from, std::uint16_t vlan, Flood kind) const;
+    struct Flooding {
+        std::uint32_t ports = 0;
+        std::uint32_t only = 0;  // ifIndex, if it is one port
+        friend bool operator==(const Flooding&, const Flooding&) = default;
+    };
+    /// The ports to which a packet of this VLAN is flooded that entered by `from`, itself a port or the
+    /// bridge.
+    [[nodiscard]] Flooding FloodedTo(const BridgePort& from, std::uint16_t vlan, Flood kind) const;
 
     // ---- filled by the monitor ----
 
@@ -164,12 +170,17 @@ struct Bridge : BridgeSettings {
     AddressTable<Entry> addresses;         // by VLAN and address
     std::vector<const BridgePort*> ports;  // without the bridge itself
 
-    /// The number of ports to which each kind is flooded, by VLAN; recounted after a port changes.
-    struct Counts {
-        std::array<std::uint32_t, 3> all{}, isolated{};
+    /// The ports to which packets are flooded: their number, and the first two.
+    struct Members {
+        std::uint32_t count = 0;
+        std::array<const BridgePort*, 2> first{};
+    };
+    /// Of each kind of flooding, by VLAN; counted again after a port changes.
+    struct Floods {
+        std::array<Members, 3> all, open;  // `open`: those that are not isolated
         bool counted = false;
     };
-    mutable std::unordered_map<std::uint16_t, Counts> counts;
+    mutable std::unordered_map<std::uint16_t, Floods> floods;
 };
 
 }  // namespace net

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "net/links/link_message.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 
 #include <net/if.h>
@@ -21,16 +23,21 @@ void ReadKind(Attribute linkInfo, LinkMessage& read, std::uint32_t lower)
 {
     const auto info = ReadAttributes<IFLA_INFO_SLAVE_KIND + 1>(linkInfo.Bytes());
     const auto kind = info[IFLA_INFO_KIND].Text();
+    read.link.kind = kind;
     if (kind == "bridge") {
-        read.link.bridge = true;
         const auto bridge = ReadAttributes<IFLA_BR_MCAST_SNOOPING + 1>(info[IFLA_INFO_DATA].Bytes());
         read.link.vlanFiltering = bridge[IFLA_BR_VLAN_FILTERING].U8() != 0;
         read.placement.spanningTree = bridge[IFLA_BR_STP_STATE].U32() != 0;
         read.placement.multicastSnooping = bridge[IFLA_BR_MCAST_SNOOPING].U8() != 0;
     } else if (kind == "vlan") {
-        const auto vlan = ReadAttributes<IFLA_VLAN_ID + 1>(info[IFLA_INFO_DATA].Bytes());
+        const auto vlan = ReadAttributes<IFLA_VLAN_PROTOCOL + 1>(info[IFLA_INFO_DATA].Bytes());
         read.placement.vlanLower = lower;
         read.placement.vlanId = vlan[IFLA_VLAN_ID].U16();
+        // Kernels before 3.10 have no other.
+        const auto protocol = vlan[IFLA_VLAN_PROTOCOL];
+        read.placement.vlanProtocol = protocol ? ntohs(protocol.U16()) : std::uint16_t{0x8100};
+    } else if (kind == "macvlan") {
+        read.placement.macvlanLower = lower;
     }
 }
 
@@ -43,7 +50,9 @@ void ReadMaster(Attribute linkInfo, LinkMessage& read, std::uint32_t master)
         read.link.master = master;
     } else if (kind == "bond" || kind == "team") {
         read.placement.aggregate = master;
-    } else if (kind != "vrf") {  // a VRF only changes the routing table, which the kernel's answers consider
+    } else if (kind == "vrf") {
+        read.placement.vrf = master;
+    } else {
         read.placement.foreignMaster = true;
     }
 }

@@ -19,6 +19,9 @@ struct Placement {
     bool foreignMaster = false;      // another kind of master takes them; its decisions can't be seen
     std::uint32_t vlanLower = 0;     // of a VLAN device: the device below it; 0: none
     std::uint16_t vlanId = 0;        // and its VLAN id
+    std::uint16_t vlanProtocol = 0;  // and the EtherType of its tag: 802.1Q or 802.1ad
+    std::uint32_t macvlanLower = 0;  // of a macvlan device: the device below it; 0: none
+    std::uint32_t vrf = 0;           // device of the VRF that routes what enters here; 0: none
     bool spanningTree = false;       // a bridge that runs the spanning tree protocol
     bool multicastSnooping = false;  // a bridge that follows multicast memberships
     friend bool operator==(const Placement&, const Placement&) = default;

@@ -23,12 +23,12 @@ struct Link {
     std::string name;
     std::vector<std::string> altNames;
     std::string alias;
+    std::string kind;                // as ip-link(8) calls it: "bridge", "vlan", ...; empty: hardware, or lo
     std::uint16_t hardwareType = 0;  // ARPHRD_*
     bool up = false;                 // by the administrator (IFF_UP)
     bool running = false;            // operational: IF_OPER_UP, or unknown with a carrier
     bool promiscuous = false;
     bool loopback = false;
-    bool bridge = false;
     bool vlanFiltering = false;  // a bridge that tells VLANs apart
     std::uint32_t master = 0;    // index of the bridge it is a port of; 0: none
     MacAddress mac{};

@@ -202,7 +202,7 @@ void LinkFollower::TakeLink(const nlmsghdr& message)
     if (!changed && device.placement == read->placement) return;
     if (measure || !isNew) m_unmeasured.insert(ifIndex);
     device.placement = read->placement;
-    if (read->link.bridge)
+    if (read->link.kind == "bridge")
         m_bridges.SetBridge(ifIndex, {read->link.vlanFiltering, read->placement.spanningTree,
                                       read->placement.multicastSnooping});
     m_listener.changed(read->link, read->placement);

@@ -43,6 +43,7 @@ std::optional<FrameHead> ReadFrame(const Entering& packet)
         head.etherType = packet.etherType;
     }
     if (IsVlanType(head.etherType) && bytes.size() >= at + kTag + 2) {
+        head.innerProtocol = head.etherType;
         head.innerVlan = Read16(bytes, at + 2) & kVlanId;
         at += kTag;
         head.etherType = Read16(bytes, at);
@@ -56,9 +57,11 @@ std::optional<Addresses> ReadAddresses(std::uint16_t etherType, std::span<const 
     if (network.empty()) return std::nullopt;
     const auto version = std::to_integer<unsigned>(network[0]) >> 4;
     if (etherType == ETH_P_IP && version == 4 && network.size() >= 20)
-        return Addresses{ReadAddress(network, 12, 4), ReadAddress(network, 16, 4)};
+        return Addresses{ReadAddress(network, 12, 4), ReadAddress(network, 16, 4),
+                         std::to_integer<std::uint8_t>(network[8])};
     if (etherType == ETH_P_IPV6 && version == 6 && network.size() >= 40)
-        return Addresses{ReadAddress(network, 8, 16), ReadAddress(network, 24, 16)};
+        return Addresses{ReadAddress(network, 8, 16), ReadAddress(network, 24, 16),
+                         std::to_integer<std::uint8_t>(network[7])};
     return std::nullopt;
 }
 

@@ -22,11 +22,18 @@ inline constexpr std::size_t kEthernetSize = 14;
     return etherType == 0x8100 || etherType == 0x88A8 || etherType == 0x9100;
 }
 
+/// MPLS, unicast or multicast (RFC 5332).
+[[nodiscard]] constexpr bool IsMplsType(std::uint16_t etherType)
+{
+    return etherType == 0x8847 || etherType == 0x8848;
+}
+
 /// What follows the Ethernet addresses.
 struct FrameHead {
-    std::uint16_t innerVlan = 0;  // VLAN id of the tag behind the outermost one; 0: none
-    std::uint16_t etherType = 0;  // host byte order, behind these two tags
-    std::size_t network = 0;      // offset of the network header; at most the size of the bytes
+    std::uint16_t innerVlan = 0;      // VLAN id of the tag behind the outermost one; 0: none
+    std::uint16_t etherType = 0;      // host byte order, behind these two tags
+    std::size_t network = 0;          // offset of the network header; at most the size of the bytes
+    std::uint16_t innerProtocol = 0;  // EtherType of the inner tag; 0: none
     friend bool operator==(const FrameHead&, const FrameHead&) = default;
 };
 
@@ -36,6 +43,7 @@ struct FrameHead {
 
 struct Addresses {
     Address source, destination;
+    std::uint8_t timeToLive = 0;  // or hop limit
     friend bool operator==(const Addresses&, const Addresses&) = default;
 };
 

@@ -52,21 +52,6 @@ bool IsJoined(const Entering& packet)
     return to != kAllNodes;
 }
 
-bool IsMulticast(const Address& address)
-{
-    return address.size == 4 ? (address.bytes[0] & 0xF0) == 0xE0 : address.bytes[0] == 0xFF;
-}
-
-bool IsBroadcast(const Address& address)
-{
-    const auto& bytes = address.bytes;
-    return address.size == 4 &&
-           std::all_of(bytes.begin(), bytes.begin() + 4, [](std::uint8_t byte) { return byte == 0xFF; });
-}
-
-/// The source of a host that has no address yet; routers do not forward it.
-bool IsUnspecified(const Address& address) { return address == Address{address.size, {}}; }
-
 bool IsEthernet(std::uint16_t type) { return type == ARPHRD_ETHER || type == ARPHRD_LOOPBACK; }
 
 bool IsWithoutLinkHeader(std::uint16_t type)
@@ -85,7 +70,25 @@ bool IsWithoutLinkHeader(std::uint16_t type)
     }
 }
 
-std::uint64_t VlanKey(std::uint32_t lower, std::uint16_t vlan) { return std::uint64_t{lower} << 16 | vlan; }
+std::uint64_t VlanKey(std::uint32_t lower, std::uint16_t protocol, std::uint16_t vlan)
+{
+    return std::uint64_t{lower} << 32 | std::uint32_t{protocol} << 16 | vlan;
+}
+
+/// Whether the device may pass on only what is for its own addresses: a filter of hardware, or of a driver
+/// that has one. Such an address may be one that is not known here, such as that of a macvlan device in
+/// another namespace. The other kinds pass on everything, and are promiscuous while they have such an
+/// address.
+bool MayFilter(const Link& link)
+{
+    return link.kind != "veth" && link.kind != "bridge" && link.kind != "ifb";
+}
+
+void Drop(Destination& to, Discard reason)
+{
+    to.kind = Kind::kDiscarded;
+    to.reason = reason;
+}
 
 }  // namespace
 
@@ -104,8 +107,11 @@ std::uint16_t Resolver::PortVlan(std::uint32_t ifIndex) const
 void Resolver::PutDevice(const Link& link, const Placement& placement)
 {
     RemoveDevice(link.index);
-    m_devices[link.index] = {link.index, link.hardwareType, link.promiscuous, link.mac, placement};
-    if (placement.vlanLower != 0) m_vlanDevices[VlanKey(placement.vlanLower, placement.vlanId)] = link.index;
+    m_devices[link.index] = {link.index,      link.hardwareType, link.promiscuous,
+                             MayFilter(link), link.mac,          placement};
+    if (placement.vlanLower != 0)
+        m_vlanDevices[VlanKey(placement.vlanLower, placement.vlanProtocol, placement.vlanId)] = link.index;
+    if (placement.macvlanLower != 0) m_macvlans[placement.macvlanLower].push_back({link.index, link.mac});
     m_routes.Forget();
 }
 
@@ -114,17 +120,23 @@ void Resolver::RemoveDevice(std::uint32_t ifIndex)
     const auto found = m_devices.find(ifIndex);
     if (found == m_devices.end()) return;
     const Placement& placement = found->second.placement;
-    const auto vlan = m_vlanDevices.find(VlanKey(placement.vlanLower, placement.vlanId));
+    const auto vlan =
+        m_vlanDevices.find(VlanKey(placement.vlanLower, placement.vlanProtocol, placement.vlanId));
     if (vlan != m_vlanDevices.end() && vlan->second == ifIndex) m_vlanDevices.erase(vlan);
+    if (const auto on = m_macvlans.find(placement.macvlanLower); on != m_macvlans.end()) {
+        std::erase_if(on->second, [ifIndex](const Macvlan& macvlan) { return macvlan.ifIndex == ifIndex; });
+        if (on->second.empty()) m_macvlans.erase(on);
+    }
     m_devices.erase(found);
     m_routes.Forget();
 }
 
 Destination Resolver::Resolve(const Entering& packet)
 {
-    Way way{packet, Find(packet.ifIndex), packet.vlan};
+    Way way{packet, Find(packet.ifIndex), packet.vlan, packet.vlanProtocol};
     way.destination.inputVlan = packet.vlan;
     Follow(way);
+    if (way.destination.kind != Kind::kDiscarded) way.destination.reason = Discard::kUnknown;
     return way.destination;
 }
 
@@ -139,11 +151,11 @@ Origin Resolver::Trace(const Entering& leaving, std::optional<std::uint32_t> ent
         const BridgePort* port = m_bridges.FindPort(in->ifIndex, in->port);
         if (port != nullptr && port->bridge->ifIndex != port->ifIndex) return from;  // it was bridged
     }
-    Way way{leaving, Find(leaving.ifIndex), leaving.vlan};
+    Way way{leaving, Find(leaving.ifIndex), leaving.vlan, leaving.vlanProtocol};
     way.backwards = true;
     Follow(way);
     if (way.addresses) {
-        TraceRoute(*way.addresses, way.device->ifIndex, from);
+        TraceRoute(*way.addresses, *way.device, from);
     } else if (!enteredBy &&
                (way.destination.kind == Kind::kInterface || way.destination.kind == Kind::kLocal)) {
         from.kind = way.destination.kind;
@@ -153,7 +165,7 @@ Origin Resolver::Trace(const Entering& leaving, std::optional<std::uint32_t> ent
 }
 
 // `leftBy` is the device by which IP has sent the packet, so the packet has its link addresses.
-void Resolver::TraceRoute(const Addresses& of, std::uint32_t leftBy, Origin& from)
+void Resolver::TraceRoute(const Addresses& of, const Device& leftBy, Origin& from)
 {
     const bool told = from.kind == Kind::kInterface;
     const bool toMany = IsMulticast(of.destination) || IsBroadcast(of.destination);
@@ -161,11 +173,13 @@ void Resolver::TraceRoute(const Addresses& of, std::uint32_t leftBy, Origin& fro
         if (!told) from.kind = Kind::kLocal;
         return;
     }
-    const auto back = m_routes.Way(0, of.source, {});
+    const auto back = m_routes.Way({0, leftBy.placement.vrf}, of.source, {});
     if (!back) return;
     if (!told) {
         const auto answer =
-            back->kind == Kind::kLocal || toMany ? back : m_routes.Way(leftBy, of.source, of.destination);
+            back->kind == Kind::kLocal || toMany
+                ? back
+                : m_routes.Way({leftBy.ifIndex, leftBy.placement.vrf}, of.source, of.destination);
         if (!answer || (answer->kind != Kind::kInterface && answer->kind != Kind::kLocal)) return;
         from.kind = answer->kind;
         if (answer->kind == Kind::kInterface) from.ifIndex = answer->ifIndex;
@@ -173,8 +187,8 @@ void Resolver::TraceRoute(const Addresses& of, std::uint32_t leftBy, Origin& fro
     // An entered packet with a source address of this machine was translated: its route belonged to another
     // source.
     if (from.kind != Kind::kInterface || back->kind == Kind::kLocal || toMany) return;
-    const auto there = m_routes.Way(from.ifIndex, of.destination, of.source);
-    if (there && there->kind == Kind::kInterface && there->ifIndex == leftBy)
+    const auto there = m_routes.Way({from.ifIndex, leftBy.placement.vrf}, of.destination, of.source);
+    if (there && there->kind == Kind::kInterface && there->ifIndex == leftBy.ifIndex)
         from.route = Routes::Between(*there, *back);
 }
 
@@ -184,6 +198,10 @@ void Resolver::Follow(Way& way)
     if (way.device == nullptr) return;
     if (!IsEthernet(way.device->hardwareType)) {
         if (IsWithoutLinkHeader(way.device->hardwareType)) Route(way, packet.etherType, 0);
+        return;
+    }
+    if (way.device->hardwareType == ARPHRD_LOOPBACK) {  // what this machine sends to itself
+        way.destination.kind = Kind::kLocal;
         return;
     }
     if (packet.header.size() < kEthernetSize) return;
@@ -200,6 +218,7 @@ void Resolver::Follow(Way& way)
             if (EnterBridge(way, *port)) continue;
             return;
         }
+        if (EnterMacvlan(way)) continue;
         Arrive(way);
         return;
     }
@@ -207,13 +226,28 @@ void Resolver::Follow(Way& way)
 
 bool Resolver::EnterVlanDevice(Way& way) const
 {
-    const auto found = m_vlanDevices.find(VlanKey(way.device->ifIndex, way.vlan));
+    const auto found = m_vlanDevices.find(VlanKey(way.device->ifIndex, way.vlanProtocol, way.vlan));
     if (found == m_vlanDevices.end()) return false;
     way.device = Find(found->second);
     const auto head = ReadFrame(way.packet);
     way.vlan = head && !way.innerTag ? head->innerVlan : std::uint16_t{0};
+    way.vlanProtocol = head ? head->innerProtocol : std::uint16_t{0};
     way.innerTag = true;
     return true;
+}
+
+/// The device on top that has the packet's address takes it before this one does.
+bool Resolver::EnterMacvlan(Way& way) const
+{
+    const auto on = m_macvlans.find(way.device->ifIndex);
+    if (on == m_macvlans.end() || way.vlan != 0) return false;
+    const std::uint8_t* mac = DestinationMac(way.packet, way.backwards);
+    for (const Macvlan& macvlan : on->second) {
+        if (std::memcmp(macvlan.mac.data(), mac, macvlan.mac.size()) != 0) continue;
+        way.device = Find(macvlan.ifIndex);
+        return true;
+    }
+    return false;
 }
 
 bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
@@ -222,23 +256,19 @@ bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
     const std::uint8_t* mac = DestinationMac(way.packet, way.backwards);
     Destination& to = way.destination;
     std::uint16_t vlan = 0;
-    to.outputVlan = way.vlan;
-    to.kind = Kind::kDiscarded;
     if (IsLinkLocal(mac) && (mac[5] != 0 || bridge.spanningTree)) {
-        if (mac[5] != 1) to.kind = Kind::kLocal;  // a pause frame ends at the first station
-        to.outputVlan = 0;
+        Drop(to, Discard::kReservedMac);  // a pause frame ends at the first station
+        if (mac[5] != 1) to.kind = Kind::kLocal;
         return false;
     }
     if (bridge.filtering) {
-        vlan = way.vlan != 0 ? way.vlan : port.pvid;
-        to.inputVlan = to.outputVlan = vlan;
-        if (vlan >= kVlans || vlan == 0 || !port.In(vlan)) to.outputVlan = 0;
-        if (to.outputVlan == 0) return false;
+        to.inputVlan = vlan = way.vlan != 0 ? way.vlan : port.pvid;
+        Drop(to, Discard::kIngressVlan);
+        if (vlan >= kVlans || vlan == 0 || !port.In(vlan)) return false;
     }
-    if (!port.state.forwarding) {
-        to.outputVlan = 0;
-        return false;
-    }
+    Drop(to, Discard::kPortNotForwarding);
+    if (!port.state.forwarding) return false;
+    to.outputVlan = bridge.filtering ? vlan : way.vlan;
     if (IsGroup(mac)) {
         if (bridge.multicastSnooping && !IsBroadcast(mac) && IsJoined(way.packet))
             to.kind = Kind::kSeveral;
@@ -268,26 +298,37 @@ void Resolver::Bridged(Way& way, const BridgePort& port, const Bridges::Forwardi
                        std::uint16_t vlan) const
 {
     const BridgePort* out = m_bridges.FindPort(address.port, address.memo);
-    const bool passes = out != nullptr && out->bridge == port.bridge && out->state.forwarding &&
-                        (out != &port || port.state.hairpin) &&
-                        !(out->state.isolated && port.state.isolated && out != &port) &&
-                        (!port.bridge->filtering || out->In(vlan));
-    if (passes) {
-        way.destination.kind = Kind::kInterface;
-        way.destination.ifIndex = address.port;
-    } else {
-        way.destination.outputVlan = 0;
+    Destination& to = way.destination;
+    std::optional<Discard> reason;
+    if (out == nullptr || out->bridge != port.bridge || !out->state.forwarding)
+        reason = Discard::kPortNotForwarding;
+    else if (out == &port && !port.state.hairpin)
+        reason = Discard::kSamePort;
+    else if (port.bridge->filtering && !out->In(vlan))
+        reason = Discard::kEgressVlan;
+    else if (out->state.isolated && port.state.isolated && out != &port)
+        reason = Discard::kUnknown;
+    if (reason) {
+        to.outputVlan = 0;
+        return Drop(to, *reason);
     }
+    to.kind = Kind::kInterface;
+    to.ifIndex = address.port;
 }
 
 void Resolver::Flooded(Way& way, const BridgePort& port, std::uint16_t vlan, Flood kind) const
 {
     Destination& to = way.destination;
-    to.interfaces = m_bridges.FloodCount(port, vlan, kind);
-    if (to.interfaces != 0) {
+    const auto [ports, only] = m_bridges.FloodedTo(port, vlan, kind);
+    if (ports > 1) {
         to.kind = Kind::kSeveral;
+        to.interfaces = ports;
+    } else if (ports == 1) {
+        to.kind = Kind::kInterface;
+        to.ifIndex = only;
     } else {  // the bridge itself takes group addresses
-        to.kind = kind == Flood::kUnicast ? Kind::kDiscarded : Kind::kLocal;
+        Drop(to, Discard::kNoPorts);
+        if (kind != Flood::kUnicast) to.kind = Kind::kLocal;
         to.outputVlan = 0;
     }
 }
@@ -298,7 +339,11 @@ bool Resolver::ToHost(Way& way, const BridgePort& port, std::uint16_t vlan) cons
     way.destination.outputVlan = 0;
     if (port.bridge->filtering) {
         const BridgePort* itself = m_bridges.FindPort(bridge);
-        if (itself == nullptr || !itself->In(vlan)) return false;
+        if (itself == nullptr || !itself->In(vlan)) {
+            Drop(way.destination, Discard::kEgressVlan);
+            return false;
+        }
+        way.vlanProtocol = way.packet.vlan != 0 ? way.packet.vlanProtocol : std::uint16_t{ETH_P_8021Q};
         way.vlan = itself->Untagged(vlan) ? std::uint16_t{0} : vlan;
     }
     way.device = Find(bridge);
@@ -312,26 +357,37 @@ void Resolver::Arrive(Way& way)
 {
     const std::uint8_t* mac = DestinationMac(way.packet, way.backwards);
     Destination& to = way.destination;
+    // A program that made it promiscuous may forward what is not for this machine.
+    const bool unseen = way.device->promiscuous;
     if (way.vlan != 0) {  // no device takes that VLAN
-        to.kind = way.device->promiscuous ? Kind::kUnknown : Kind::kDiscarded;
-    } else if (IsBroadcast(mac)) {
-        to.kind = Kind::kLocal;
+        Drop(to, Discard::kIngressVlan);
+        if (unseen) to.kind = Kind::kUnknown;
     } else if (IsGroup(mac)) {
-        to.kind = Kind::kSeveral;
+        ArriveInGroup(way, mac);
     } else if (!way.forUs && std::memcmp(mac, way.device->mac.data(), way.device->mac.size()) != 0) {
-        // A program that made it promiscuous may forward them.
-        to.kind = way.device->promiscuous ? Kind::kUnknown : Kind::kDiscarded;
+        Drop(to, Discard::kUnknown);
+        if (unseen || way.device->filters) to.kind = Kind::kUnknown;
     } else if (const auto head = ReadFrame(way.packet)) {
         Route(way, head->etherType, head->network);
     }
 }
 
-void Resolver::Route(Way& way, std::uint16_t etherType, std::size_t network)
+/// Groups that are not IP are for programs of this machine: those of the link for sure, such as LLDP's.
+void Resolver::ArriveInGroup(Way& way, const std::uint8_t* mac)
+{
+    const auto head = ReadFrame(way.packet);
+    if (!head) return;
+    if (head->etherType == ETH_P_IP || head->etherType == ETH_P_IPV6)
+        return Route(way, head->etherType, head->network, true);
+    if (IsBroadcast(mac) || IsLinkLocal(mac)) way.destination.kind = Kind::kLocal;
+}
+
+void Resolver::Route(Way& way, std::uint16_t etherType, std::size_t network, bool toGroup)
 {
     Destination& to = way.destination;
+    to.kind = Kind::kUnknown;
     if (etherType != ETH_P_IP && etherType != ETH_P_IPV6) {
-        const bool label = etherType == ETH_P_MPLS_UC || etherType == ETH_P_MPLS_MC;
-        to.kind = label ? Kind::kUnknown : Kind::kLocal;
+        if (!IsMplsType(etherType)) to.kind = Kind::kLocal;
         return;
     }
     const auto addresses = ReadAddresses(etherType, way.packet.header.subspan(network));
@@ -340,18 +396,20 @@ void Resolver::Route(Way& way, std::uint16_t etherType, std::size_t network)
         way.addresses = addresses;
         return;
     }
-    if (IsMulticast(addresses->destination)) {
-        to.kind = Kind::kSeveral;
-        return;
-    }
-    if (IsBroadcast(addresses->destination)) {
+    if (IsBroadcast(addresses->destination) ||
+        (IsMulticast(addresses->destination) && IsLinkScope(addresses->destination))) {
         to.kind = Kind::kLocal;
         return;
     }
-    const auto found = m_routes.Find(way.device->ifIndex, addresses->destination, addresses->source);
+    const auto found = m_routes.Find({way.device->ifIndex, way.device->placement.vrf}, addresses->destination,
+                                     addresses->source);
     if (!found) return;
     to.kind = found->kind;
+    to.reason = found->reason;
     if (found->kind != Kind::kInterface) return;
+    // What would be forwarded, but may not be (RFC 1812, 5.3.1 and 5.3.4; RFC 8200, 3).
+    if (toGroup) return Drop(to, Discard::kUnicastInGroup);
+    if (addresses->timeToLive <= 1) return Drop(to, Discard::kTimeToLive);
     to.ifIndex = found->ifIndex;
     to.route = found->route;
     if (const Device* out = Find(found->ifIndex)) to.outputVlan = out->placement.vlanId;

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <optional>
 #include <unordered_map>
+#include <vector>
 
 #include "net/bridges/bridges.h"
 #include "net/links/link_message.h"
@@ -38,15 +39,21 @@ private:
         std::uint32_t ifIndex = 0;
         std::uint16_t hardwareType = 0;
         bool promiscuous = false;
+        bool filters = false;  // may take only what is for its own addresses, which are not all known
         MacAddress mac{};
         Placement placement;
         mutable PortMemo port{};
+    };
+    struct Macvlan {
+        std::uint32_t ifIndex = 0;
+        MacAddress mac{};
     };
     /// A packet on its way through the devices; backwards, an answer to one that has left.
     struct Way {
         const Entering& packet;
         const Device* device;
-        std::uint16_t vlan;     // of the outermost tag that it still has; 0: none
+        std::uint16_t vlan;  // of the outermost tag that it still has; 0: none
+        std::uint16_t vlanProtocol;
         bool innerTag = false;  // that tag is the packet's second
         bool forUs = false;     // a bridge has found its address to be this machine's
         bool backwards = false;
@@ -58,19 +65,22 @@ private:
     void Follow(Way& way);
     // These return true if the packet continues at another device.
     [[nodiscard]] bool EnterVlanDevice(Way& way) const;
+    [[nodiscard]] bool EnterMacvlan(Way& way) const;
     [[nodiscard]] bool EnterBridge(Way& way, const BridgePort& port) const;
     [[nodiscard]] bool ToHost(Way& way, const BridgePort& port, std::uint16_t vlan) const;
     void Bridged(Way& way, const BridgePort& port, const Bridges::ForwardingEntry& address,
                  std::uint16_t vlan) const;
     void Flooded(Way& way, const BridgePort& port, std::uint16_t vlan, Flood kind) const;
     void Arrive(Way& way);
-    void TraceRoute(const Addresses& of, std::uint32_t leftBy, Origin& from);
-    void Route(Way& way, std::uint16_t etherType, std::size_t network);
+    void ArriveInGroup(Way& way, const std::uint8_t* mac);
+    void TraceRoute(const Addresses& of, const Device& leftBy, Origin& from);
+    void Route(Way& way, std::uint16_t etherType, std::size_t network, bool toGroup = false);
 
     const Bridges& m_bridges;
     Routes& m_routes;
     std::unordered_map<std::uint32_t, Device> m_devices;
-    std::unordered_map<std::uint64_t, std::uint32_t> m_vlanDevices;  // by lower device and VLAN id
+    std::unordered_map<std::uint64_t, std::uint32_t> m_vlanDevices;      // by lower device and tag
+    std::unordered_map<std::uint32_t, std::vector<Macvlan>> m_macvlans;  // by lower device
 };
 
 }  // namespace net

@@ -5,19 +5,35 @@
 #ifndef NET_ROUTES_FORWARDING_H
 #define NET_ROUTES_FORWARDING_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 
+#include "net/routes/address.h"
+
 namespace net {
 
-/// An IPv4 or IPv6 address in network byte order.
-struct Address {
-    std::uint8_t size = 0;  // 4 or 16 bytes; 0: none
-    std::array<std::uint8_t, 16> bytes{};
-    friend bool operator==(const Address&, const Address&) = default;
+/// Why a packet goes nowhere.
+enum class Discard : std::uint8_t {
+    kUnknown,
+    kNoRoute,
+    kUnreachable,  // an unreachable route, or this machine does not forward there
+    kProhibited,
+    kBlackHole,
+    kTimeToLive,   // its time to live or hop limit ends here
+    kReversePath,  // its source should have entered by another interface, or can't be a source
+    kSourceMulticast,
+    kSourceLoopback,
+    kSourceUnspecified,
+    kDestinationLoopback,
+    kIngressVlan,  // the port where it entered is not in its VLAN, or no device takes that VLAN
+    kEgressVlan,   // the bridge port of its destination is not in its VLAN
+    kPortNotForwarding,
+    kNoPorts,   // it would be flooded, and there is no other port
+    kSamePort,  // its destination is behind the port where it entered
+    kReservedMac,
+    kUnicastInGroup,  // it would be routed, but its link address is that of a group
 };
 
 struct Destination {
@@ -26,7 +42,7 @@ struct Destination {
         kInterface,  // ifIndex
         kLocal,      // delivered on this machine
         kSeveral,    // flooded or multicast: to `interfaces` of them, 0 if their number is unknown
-        kDiscarded,  // a black hole or an unreachable route
+        kDiscarded,  // for `reason`
     };
     struct Route {
         Address nextHop;              // all zeros, of the packet's family, if directly connected
@@ -38,6 +54,7 @@ struct Destination {
     Kind kind = Kind::kUnknown;
     std::uint32_t ifIndex = 0;
     std::uint32_t interfaces = 0;
+    Discard reason = Discard::kUnknown;
     std::uint16_t inputVlan = 0;   // 0: none
     std::uint16_t outputVlan = 0;  // 0: none
     std::optional<Route> route;    // only if it was routed
@@ -47,9 +64,10 @@ struct Destination {
 /// One packet that entered.
 struct Entering {
     std::uint32_t ifIndex = 0;
-    std::uint16_t etherType = 0;        // host byte order, behind the outermost tag
-    std::uint16_t vlan = 0;             // VLAN id of its outermost 802.1Q tag; 0: untagged or priority-tagged
-    std::span<const std::byte> header;  // from the link header on, with or without the outermost tag
+    std::uint16_t etherType = 0;          // host byte order, behind the outermost tag
+    std::uint16_t vlan = 0;               // VLAN id of its outermost tag; 0: untagged or priority-tagged
+    std::span<const std::byte> header;    // from the link header on, with or without the outermost tag
+    std::uint16_t vlanProtocol = 0x8100;  // EtherType of that tag, 802.1Q or 802.1ad
 };
 
 /// Where a leaving packet has come from.

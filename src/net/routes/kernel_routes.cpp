@@ -52,23 +52,52 @@ Kind KindOf(std::uint8_t type)
     }
 }
 
-// The fate of the packet that the kernel's error tells; nullopt if the error concerns the request itself.
+Discard ReasonOf(std::uint8_t type)
+{
+    switch (type) {
+    case RTN_BLACKHOLE:
+        return Discard::kBlackHole;
+    case RTN_UNREACHABLE:
+        return Discard::kUnreachable;
+    case RTN_PROHIBIT:
+        return Discard::kProhibited;
+    default:
+        return Discard::kUnknown;
+    }
+}
+
+// The fate of the packet that the kernel's error tells; nullopt if the error concerns the request itself. For
+// EINVAL see WhyInvalid.
 std::optional<RouteAnswer> AnswerOf(int error)
 {
     RouteAnswer answer;
     answer.kind = Kind::kDiscarded;
     switch (error) {
     case ENETUNREACH:
-    case EHOSTUNREACH:
-    case EACCES:
+        answer.reason = Discard::kNoRoute;
         return answer;
-    case EINVAL:  // a black hole, but also an invalid source
-    case EXDEV:   // a source that should have entered by another interface
+    case EHOSTUNREACH:
+        answer.reason = Discard::kUnreachable;
+        return answer;
+    case EACCES:
+        answer.reason = Discard::kProhibited;
+        return answer;
+    case EXDEV:
+        answer.reason = Discard::kReversePath;
         answer.perSource = true;
         return answer;
     default:
         return std::nullopt;
     }
+}
+
+// Why a packet with this source enters nowhere.
+Discard WhySource(const Address& source)
+{
+    if (IsMulticast(source)) return Discard::kSourceMulticast;
+    if (IsLoopback(source)) return Discard::kSourceLoopback;
+    if (IsUnspecified(source)) return Discard::kSourceUnspecified;
+    return Discard::kReversePath;
 }
 
 // False for the default rules, and for others that look only at what an answer is remembered by.
@@ -90,33 +119,82 @@ bool IsAboutRules(std::uint16_t type)
 
 KernelRoutes::KernelRoutes() : m_socket(NETLINK_ROUTE) {}
 
-std::optional<RouteAnswer> KernelRoutes::Ask(std::uint32_t ifIndex, const Address& destination,
+std::optional<RouteAnswer> KernelRoutes::Ask(RouteFrom from, const Address& destination,
                                              const Address& source)
 {
     try {
         if (!m_known) ReadRules();
-        // The first request returns the route as the table has it, with its prefix length; with several
-        // paths, a second one returns the path that this packet takes.
-        auto reply = AskOnce(ifIndex, destination, source, RTM_F_FIB_MATCH | RTM_F_LOOKUP_TABLE);
-        if (!reply) return std::nullopt;
-        RouteAnswer answer = reply->answer;
-        if (answer.kind == Kind::kInterface && (reply->severalPaths || answer.ifIndex == 0)) {
-            const auto taken = AskOnce(ifIndex, destination, source, 0);
-            if (!taken) return std::nullopt;
-            answer = taken->answer;
-            answer.bits = reply->answer.bits;
-            answer.perSource = true;
-        }
-        if (ifIndex != 0 && m_sourceRules) answer.perSource = true;
-        if (ifIndex != 0 && destination.size == 16 && !m_forwards6 && answer.kind == Kind::kInterface)
-            answer.kind = Kind::kDiscarded;
-        return answer;
+        return IsMulticast(destination) ? AskGroup(from, destination, source)
+                                        : AskUnicast(from, destination, source);
     } catch (const std::system_error& error) {
-        return AnswerOf(error.code().value());
+        const int number = error.code().value();
+        if (number != EINVAL) return AnswerOf(number);
+        RouteAnswer answer;
+        answer.kind = Kind::kDiscarded;
+        answer.reason = WhyInvalid(from, destination, source);
+        answer.perSource = answer.reason != Discard::kBlackHole || m_sourceRules;
+        return answer;
     }
 }
 
-std::optional<KernelRoutes::Reply> KernelRoutes::AskOnce(std::uint32_t ifIndex, const Address& destination,
+std::optional<RouteAnswer> KernelRoutes::AskUnicast(RouteFrom from, const Address& destination,
+                                                    const Address& source)
+{
+    // The first request returns the route as the table has it, with its prefix length; with several paths, a
+    // second one returns the path that this packet takes.
+    auto reply = AskOnce(from, destination, source, RTM_F_FIB_MATCH | RTM_F_LOOKUP_TABLE);
+    if (!reply) return std::nullopt;
+    RouteAnswer answer = reply->answer;
+    if (answer.kind == Kind::kInterface && (reply->severalPaths || answer.ifIndex == 0)) {
+        const auto taken = AskOnce(from, destination, source, 0);
+        if (!taken) return std::nullopt;
+        answer = taken->answer;
+        answer.bits = reply->answer.bits;
+        answer.perSource = true;
+    }
+    if (from.ifIndex != 0 && m_sourceRules) answer.perSource = true;
+    if (from.ifIndex != 0 && destination.size == 16 && !m_forwards6 && answer.kind == Kind::kInterface) {
+        answer.kind = Kind::kDiscarded;
+        answer.reason = Discard::kUnreachable;
+    }
+    return answer;
+}
+
+/// Who is a member changes without notice.
+std::optional<RouteAnswer> KernelRoutes::AskGroup(RouteFrom from, const Address& destination,
+                                                  const Address& source)
+{
+    RouteAnswer answer;
+    answer.brief = true;
+    if (destination.size == 4 ? m_forwardsGroups4 : m_forwardsGroups6) {
+        answer.kind = Kind::kSeveral;
+    } else if (destination.size == 4 && from.ifIndex != 0) {
+        try {
+            if (!AskOnce(from, destination, source, 0)) return std::nullopt;
+            answer.kind = Kind::kLocal;
+        } catch (const std::system_error& error) {
+            if (error.code().value() != EINVAL) throw;
+            answer.kind = Kind::kDiscarded;  // no program here has joined
+        }
+    }
+    return answer;
+}
+
+/// The kernel has one error for a black hole and for addresses that can't be. Without the source the route
+/// tells which.
+Discard KernelRoutes::WhyInvalid(RouteFrom from, const Address& destination, const Address& source)
+{
+    if (IsLoopback(destination)) return Discard::kDestinationLoopback;
+    if (from.ifIndex == 0) return Discard::kBlackHole;
+    try {
+        AskOnce({0, from.vrf}, destination, {}, RTM_F_FIB_MATCH | RTM_F_LOOKUP_TABLE);
+        return WhySource(source);
+    } catch (const std::system_error& error) {
+        return error.code().value() == EINVAL ? Discard::kBlackHole : WhySource(source);
+    }
+}
+
+std::optional<KernelRoutes::Reply> KernelRoutes::AskOnce(RouteFrom from, const Address& destination,
                                                          const Address& source, std::uint32_t flags)
 {
     NetlinkRequest request(RTM_GETROUTE, 0);
@@ -128,7 +206,10 @@ std::optional<KernelRoutes::Reply> KernelRoutes::AskOnce(std::uint32_t ifIndex, 
     request.AddHeader(header);
     request.AddBytes(RTA_DST, {destination.bytes.data(), destination.size});
     if (source.size != 0) request.AddBytes(RTA_SRC, {source.bytes.data(), source.size});
-    if (ifIndex != 0) request.AddU32(RTA_IIF, ifIndex);
+    if (from.ifIndex != 0)
+        request.AddU32(RTA_IIF, from.ifIndex);
+    else if (from.vrf != 0)
+        request.AddU32(RTA_OIF, from.vrf);
 
     std::optional<Reply> reply;
     m_socket.Request(request, [&reply](const nlmsghdr& message) {
@@ -137,6 +218,7 @@ std::optional<KernelRoutes::Reply> KernelRoutes::AskOnce(std::uint32_t ifIndex, 
         const auto attributes = ReadAttributes<RTA_VIA + 1>(Payload(message, sizeof *route));
         reply.emplace();
         reply->answer.kind = KindOf(route->rtm_type);
+        reply->answer.reason = ReasonOf(route->rtm_type);
         reply->answer.bits = route->rtm_dst_len;
         reply->answer.ifIndex = attributes[RTA_OIF].U32();
         reply->answer.nextHop = ReadAddress(attributes[RTA_GATEWAY].Bytes());
@@ -163,25 +245,29 @@ void KernelRoutes::ReadRules()
         } catch (const std::system_error&) {  // a kernel without rules has none
         }
     }
-    ReadForwarding6();
+    m_forwards6 = true;
+    m_forwardsGroups4 = m_forwardsGroups6 = false;
+    for (const std::uint8_t family : {std::uint8_t{AF_INET}, std::uint8_t{AF_INET6}}) ReadForwarding(family);
     m_known = true;
 }
 
-void KernelRoutes::ReadForwarding6()
+void KernelRoutes::ReadForwarding(std::uint8_t family)
 {
-    m_forwards6 = true;
     NetlinkRequest request(RTM_GETNETCONF, 0);
     netconfmsg header{};
-    header.ncm_family = AF_INET6;
+    header.ncm_family = family;
     request.AddHeader(header);
     request.AddU32(NETCONFA_IFINDEX, static_cast<std::uint32_t>(NETCONFA_IFINDEX_ALL));
     try {
-        m_socket.Request(request, [this](const nlmsghdr& message) {
+        m_socket.Request(request, [this, family](const nlmsghdr& message) {
             const auto attributes =
-                ReadAttributes<NETCONFA_FORWARDING + 1>(Payload(message, sizeof(netconfmsg)));
-            if (attributes[NETCONFA_FORWARDING]) m_forwards6 = attributes[NETCONFA_FORWARDING].U32() != 0;
+                ReadAttributes<NETCONFA_MC_FORWARDING + 1>(Payload(message, sizeof(netconfmsg)));
+            const bool groups = attributes[NETCONFA_MC_FORWARDING].U32() != 0;
+            (family == AF_INET ? m_forwardsGroups4 : m_forwardsGroups6) = groups;
+            if (family == AF_INET6 && attributes[NETCONFA_FORWARDING])
+                m_forwards6 = attributes[NETCONFA_FORWARDING].U32() != 0;
         });
-    } catch (const std::system_error&) {  // without IPv6 it is not used
+    } catch (const std::system_error&) {  // without this family it is not used
     }
 }
 

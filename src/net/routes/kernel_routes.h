@@ -4,7 +4,8 @@
 // KernelRoutes asks for the route of a packet (RTM_GETROUTE) that entered by an interface, so that policy
 // rules on addresses and interfaces, VRFs, disabled forwarding and source validation count. Rules on ports,
 // marks or the type of service can't be followed, since only addresses are known; of several paths chosen by
-// ports, the answer names one.
+// ports, the answer names one. Of a group it tells whether this machine is a member (IPv4), or that the
+// kernel forwards groups, but not to how many interfaces.
 
 #ifndef NET_ROUTES_KERNEL_ROUTES_H
 #define NET_ROUTES_KERNEL_ROUTES_H
@@ -23,7 +24,7 @@ public:
     /// Opens a socket. Throws std::system_error.
     KernelRoutes();
 
-    std::optional<RouteAnswer> Ask(std::uint32_t ifIndex, const Address& destination,
+    std::optional<RouteAnswer> Ask(RouteFrom from, const Address& destination,
                                    const Address& source) override;
 
     /// Call when rules, or whether this machine forwards, may have changed.
@@ -34,15 +35,19 @@ private:
         RouteAnswer answer;
         bool severalPaths = false;
     };
-    std::optional<Reply> AskOnce(std::uint32_t ifIndex, const Address& destination, const Address& source,
+    std::optional<Reply> AskOnce(RouteFrom from, const Address& destination, const Address& source,
                                  std::uint32_t flags);
+    std::optional<RouteAnswer> AskUnicast(RouteFrom from, const Address& destination, const Address& source);
+    std::optional<RouteAnswer> AskGroup(RouteFrom from, const Address& destination, const Address& source);
+    Discard WhyInvalid(RouteFrom from, const Address& destination, const Address& source);
     void ReadRules();
-    void ReadForwarding6();
+    void ReadForwarding(std::uint8_t family);
 
     NetlinkSocket m_socket;
     bool m_known = false;
     bool m_sourceRules = false;  // some rule looks at more than the destination
     bool m_forwards6 = true;     // for IPv4 the kernel's answer says it
+    bool m_forwardsGroups4 = false, m_forwardsGroups6 = false;
 };
 
 /// Notices changes of routing: routes, next hops, rules, addresses, and whether this machine forwards. What

@@ -20,19 +20,20 @@ std::uint64_t Mix(std::uint64_t hash, const Address& address)
     return hash;
 }
 
+std::uint64_t Sum(RouteFrom from) { return (std::uint64_t{from.vrf} << 32 | from.ifIndex) + 1; }
+
 }  // namespace
 
 Routes::Routes(RouteQuestions& questions, Now now) : m_questions(questions), m_now(std::move(now)) {}
 
-std::optional<Routes::Found> Routes::Find(std::uint32_t ifIndex, const Address& destination,
-                                          const Address& source)
+std::optional<Routes::Found> Routes::Find(RouteFrom from, const Address& destination, const Address& source)
 {
-    const auto answer = Answer({ifIndex, destination, {}}, source);
+    const auto answer = Answer({from, destination, {}}, source);
     if (!answer) return std::nullopt;
-    Found found{answer->kind, answer->ifIndex, {}};
+    Found found{answer->kind, answer->ifIndex, answer->reason, {}};
     if (answer->kind != Destination::Kind::kInterface) return found;
     // The route back tells the source's prefix length.
-    const auto back = Answer({0, source, {}}, {});
+    const auto back = Answer({{0, from.vrf}, source, {}}, {});
     if (!back) return std::nullopt;
     found.route = Between(*answer, *back);
     return found;
@@ -40,12 +41,12 @@ std::optional<Routes::Found> Routes::Find(std::uint32_t ifIndex, const Address& 
 
 std::optional<RouteAnswer> Routes::Answer(const Key& shared, const Address& source)
 {
-    const Key own{shared.ifIndex, shared.destination, source};
+    const Key own{shared.from, shared.destination, source};
     const RouteAnswer* remembered = Remembered(shared);
     if (remembered != nullptr && remembered->perSource && source.size != 0) remembered = Remembered(own);
     if (remembered != nullptr) return *remembered;
     if (!MayAsk()) return std::nullopt;
-    auto answer = m_questions.Ask(shared.ifIndex, shared.destination, source);
+    auto answer = m_questions.Ask(shared.from, shared.destination, source);
     if (!answer) return std::nullopt;
     // A directly connected destination is its own next hop: all zeros, of its family.
     if (answer->nextHop.size == 0) answer->nextHop = {shared.destination.size, {}};
@@ -57,7 +58,7 @@ std::optional<RouteAnswer> Routes::Answer(const Key& shared, const Address& sour
 Routes::Slot* Routes::FirstWay(const Key& key)
 {
     if (m_slots.empty()) m_slots.resize(kCapacity);
-    const std::uint64_t hash = Mix(Mix(key.ifIndex + 1, key.destination), key.source);
+    const std::uint64_t hash = Mix(Mix(Sum(key.from), key.destination), key.source);
     return &m_slots[hash % (kCapacity / kWays) * kWays];
 }
 
@@ -65,7 +66,8 @@ const RouteAnswer* Routes::Remembered(const Key& key)
 {
     const Slot* way = FirstWay(key);
     for (std::size_t i = 0; i < kWays; ++i, ++way)
-        if (way->generation == m_generation && way->key == key) return &way->answer;
+        if (way->generation == m_generation && way->key == key)
+            return way->answer.brief && m_now() >= way->until ? nullptr : &way->answer;
     return nullptr;
 }
 
@@ -81,7 +83,8 @@ void Routes::Remember(const Key& key, const RouteAnswer& answer)
         if (place != nullptr && place->generation == m_generation) break;
     }
     if (place == nullptr) place = &ways[m_victim++ % kWays];
-    *place = {m_generation, key, answer};
+    *place = {m_generation, key, answer, {}};
+    if (answer.brief) place->until = m_now() + kBriefly;
 }
 
 bool Routes::MayAsk()

@@ -20,9 +20,18 @@ namespace net {
 struct RouteAnswer {
     Destination::Kind kind = Destination::Kind::kUnknown;
     std::uint32_t ifIndex = 0;
-    Address nextHop;         // if directly connected: size 0 from RouteQuestions, all zeros from Routes
+    Address nextHop{};       // if directly connected: size 0 from RouteQuestions, all zeros from Routes
     std::uint8_t bits = 0;   // prefix length of the route
     bool perSource = false;  // may differ for another source
+    bool brief = false;      // may change without notice: remembered for kBriefly only
+    Discard reason = Discard::kUnknown;  // of kDiscarded
+};
+
+/// Whose packet a route is asked for.
+struct RouteFrom {
+    std::uint32_t ifIndex = 0;  // it entered by this interface; 0: this machine sends it
+    std::uint32_t vrf = 0;      // device of the VRF in which it does; 0: none
+    friend bool operator==(const RouteFrom&, const RouteFrom&) = default;
 };
 
 class RouteQuestions {
@@ -32,9 +41,9 @@ public:
     RouteQuestions& operator=(const RouteQuestions&) = delete;
     virtual ~RouteQuestions() = default;
 
-    /// The route of a packet that entered by `ifIndex`, or, with 0, of one that this machine sends (`source`
-    /// may then have size 0). Nullopt if the kernel does not say.
-    virtual std::optional<RouteAnswer> Ask(std::uint32_t ifIndex, const Address& destination,
+    /// The route of a packet. `source` may have size 0 if this machine sends it. Nullopt if the kernel does
+    /// not say.
+    virtual std::optional<RouteAnswer> Ask(RouteFrom from, const Address& destination,
                                            const Address& source) = 0;
 };
 
@@ -45,6 +54,7 @@ public:
     static constexpr std::size_t kCapacity = 8192;
     static constexpr int kQuestions = 300;  // at most, in each window
     static constexpr std::chrono::milliseconds kWindow{100};
+    static constexpr std::chrono::seconds kBriefly{1};
 
     /// `questions` must outlive it.
     explicit Routes(RouteQuestions& questions, Now now = std::chrono::steady_clock::now);
@@ -52,18 +62,18 @@ public:
     struct Found {
         Destination::Kind kind = Destination::Kind::kUnknown;
         std::uint32_t ifIndex = 0;
-        Destination::Route route;  // of kInterface
+        Discard reason = Discard::kUnknown;  // of kDiscarded
+        Destination::Route route;            // of kInterface
     };
     /// Nullopt if it is not remembered and can't be asked now.
-    [[nodiscard]] std::optional<Found> Find(std::uint32_t ifIndex, const Address& destination,
+    [[nodiscard]] std::optional<Found> Find(RouteFrom from, const Address& destination,
                                             const Address& source);
 
-    /// One direction only: of a packet that enters by `ifIndex`, or, with 0, of one that this machine sends
-    /// (`source` may then have size 0). Nullopt as above.
-    [[nodiscard]] std::optional<RouteAnswer> Way(std::uint32_t ifIndex, const Address& destination,
+    /// One direction only; `source` may have size 0 if this machine sends the packet. Nullopt as above.
+    [[nodiscard]] std::optional<RouteAnswer> Way(RouteFrom from, const Address& destination,
                                                  const Address& source)
     {
-        return Answer({ifIndex, destination, {}}, source);
+        return Answer({from, destination, {}}, source);
     }
     /// Combines the answer to the destination with that back to the source.
     [[nodiscard]] static Destination::Route Between(const RouteAnswer& there, const RouteAnswer& back)
@@ -78,7 +88,7 @@ private:
     static constexpr std::size_t kWays = 4;
 
     struct Key {
-        std::uint32_t ifIndex = 0;
+        RouteFrom from;
         Address destination, source;
         friend bool operator==(const Key&, const Key&) = default;
     };
@@ -86,6 +96,7 @@ private:
         std::uint64_t generation = 0;
         Key key;
         RouteAnswer answer;
+        std::chrono::steady_clock::time_point until{};  // of a brief answer
     };
 
     [[nodiscard]] std::optional<RouteAnswer> Answer(const Key& shared, const Address& source);

@@ -88,7 +88,7 @@ Bytes DatagramOf(Encoding encoding, std::uint32_t ifIndex)
     routed.router = wire::ExtendedRouter{{4, {192, 0, 2, 9}}, 24, 16};
     wire::FlowSample discarded = Flow(ifIndex);
     discarded.tagProtocol = 0;
-    discarded.output = {Format::kDiscarded, wire::kReasonUnknown};
+    discarded.output = wire::Discarded(wire::DiscardReason::kUnknown);
     discarded.router = wire::ExtendedRouter{{16, {0x20, 0x01, 0x0d, 0xb8}}, 64, 48};
     discarded.router->nextHop.bytes[15] = 9;
 

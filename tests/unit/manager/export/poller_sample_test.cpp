@@ -166,27 +166,32 @@ TEST_F(PollerSample, AfterARestartSequencesBeginAnewInTheOtherEncoding)
 struct Type {
     const char* name;
     std::uint16_t hardware;
-    bool bridge;
+    const char* kind;
     std::uint32_t type;
 };
 void PrintTo(const Type& type, std::ostream* out) { *out << type.name; }
 struct InterfaceTypes : testing::TestWithParam<Type> {};
 
-TEST_P(InterfaceTypes, FollowTheHardware)
+TEST_P(InterfaceTypes, FollowTheKindAndTheHardware)
 {
     net::Link link;
     link.hardwareType = GetParam().hardware;
-    link.bridge = GetParam().bridge;
+    link.kind = GetParam().kind;
     EXPECT_EQ(manager::InterfaceType(link), GetParam().type);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Links, InterfaceTypes,
-    testing::Values(Type{"Ethernet", ARPHRD_ETHER, false, 6}, Type{"Bridge", ARPHRD_ETHER, true, 209},
-                    Type{"Loopback", ARPHRD_LOOPBACK, false, 24}, Type{"Tunnel", ARPHRD_TUNNEL, false, 131},
-                    Type{"Gre", ARPHRD_IPGRE, false, 131}, Type{"Gre6", 823, false, 131},
-                    Type{"Ppp", ARPHRD_PPP, false, 23}, Type{"Wireless", ARPHRD_IEEE80211, false, 71},
-                    Type{"WithoutLinkLayer", ARPHRD_NONE, false, 1}),
+    testing::Values(Type{"Ethernet", ARPHRD_ETHER, "", 6}, Type{"VirtualPair", ARPHRD_ETHER, "veth", 6},
+                    Type{"Tap", ARPHRD_ETHER, "tun", 6}, Type{"Bridge", ARPHRD_ETHER, "bridge", 209},
+                    Type{"Bond", ARPHRD_ETHER, "bond", 161}, Type{"Team", ARPHRD_ETHER, "team", 161},
+                    Type{"Vlan", ARPHRD_ETHER, "vlan", 135}, Type{"Macvlan", ARPHRD_ETHER, "macvlan", 53},
+                    Type{"Dummy", ARPHRD_ETHER, "dummy", 53}, Type{"Vxlan", ARPHRD_ETHER, "vxlan", 131},
+                    Type{"GreTap", ARPHRD_ETHER, "gretap", 131}, Type{"Loopback", ARPHRD_LOOPBACK, "", 24},
+                    Type{"Tunnel", ARPHRD_TUNNEL, "ipip", 131}, Type{"Gre", ARPHRD_IPGRE, "gre", 131},
+                    Type{"Gre6", 823, "ip6gre", 131}, Type{"Tun", ARPHRD_NONE, "tun", 131},
+                    Type{"Ppp", ARPHRD_PPP, "ppp", 23}, Type{"Wireless", ARPHRD_IEEE80211, "", 71},
+                    Type{"Other", ARPHRD_CAN, "vcan", 1}),
     [](const auto& row) { return row.param.name; });
 
 }  // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a sampled packet is in the terms of sFlow.
 
-#include "manager/sampling/flow_sample_pipeline.h"
+#include "manager/sampling/flow_sample.h"
 
 #include <net/ethernet.h>
 #include <net/if_arp.h>
@@ -16,11 +16,6 @@
 
 namespace manager {
 
-void PrintTo(const SegmentLengths& lengths, std::ostream* out)
-{
-    *out << "{" << lengths.each << ", " << lengths.last << "}";
-}
-
 namespace {
 
 using Bytes = std::vector<std::byte>;
@@ -32,64 +27,6 @@ Bytes Header(std::initializer_list<int> behindAddresses)
     for (const int byte : behindAddresses) bytes.push_back(static_cast<std::byte>(byte));
     return bytes;
 }
-
-Bytes Tcp4(std::initializer_list<int> link, int ipWords = 5, int tcpWords = 5)
-{
-    Bytes bytes = Header(link);
-    const std::size_t ip = bytes.size();
-    bytes.resize(ip + static_cast<std::size_t>(ipWords) * 4 + 20);
-    bytes[ip] = static_cast<std::byte>(0x40 | ipWords);
-    bytes[ip + 9] = std::byte{6};
-    bytes[ip + static_cast<std::size_t>(ipWords) * 4 + 12] = static_cast<std::byte>(tcpWords << 4);
-    return bytes;
-}
-
-Bytes Six(int next, int tcpWords = 5)
-{
-    Bytes bytes = Header({0x86, 0xDD});
-    bytes.resize(14 + 40 + 20);
-    bytes[14 + 6] = static_cast<std::byte>(next);
-    bytes[14 + 40 + 12] = static_cast<std::byte>(tcpWords << 4);
-    return bytes;
-}
-
-struct SegmentCase {
-    const char* name;
-    Bytes header;
-    std::uint32_t length;
-    std::uint16_t segments, size;
-    SegmentLengths lengths;
-};
-
-class SegmentsTest : public testing::TestWithParam<SegmentCase> {};
-
-TEST_P(SegmentsTest, FramesHaveTheLengthThatTheyHaveOnTheWire)
-{
-    capture::Sample sample;
-    sample.header = GetParam().header;
-    sample.length = GetParam().length;
-    sample.segments = GetParam().segments;
-    sample.segmentSize = GetParam().size;
-    EXPECT_EQ(LengthsOf(sample), GetParam().lengths);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    , SegmentsTest,
-    testing::Values(
-        SegmentCase{"One", Tcp4({8, 0}), 1000, 1, 0, {1000, 1000}},
-        SegmentCase{"ThreeOfTcp", Tcp4({8, 0}), 54 + 1448 * 2 + 100, 3, 1448, {54 + 1448, 154}},
-        SegmentCase{"TcpWithOptions", Tcp4({8, 0}, 6, 8), 14 + 24 + 32 + 2000, 2, 1000, {1070, 1070}},
-        SegmentCase{"BehindATag", Tcp4({0x81, 0, 0, 5, 8, 0}), 58 + 1500, 2, 1000, {1058, 558}},
-        SegmentCase{
-            "BehindTwoTags", Tcp4({0x88, 0xA8, 0, 5, 0x81, 0, 0, 6, 8, 0}), 62 + 1500, 2, 1000, {1062, 562}},
-        SegmentCase{"TcpOverIpv6", Six(6), 74 + 2500, 3, 1000, {1074, 574}},
-        SegmentCase{"Udp", Six(17), 62 + 2500, 3, 1000, {1062, 562}},
-        SegmentCase{"NoTransportThatWeKnow", Six(50), 3000, 3, 1000, {1000, 1000}},
-        SegmentCase{"TruncatedHeader", Header({8, 0, 0x45}), 3000, 3, 900, {1000, 1000}},
-        SegmentCase{"NoHeader", {}, 3000, 3, 900, {1000, 1000}},
-        SegmentCase{"SegmentsThatCantBe", Tcp4({8, 0}), 1000, 10, 1448, {100, 100}},
-        SegmentCase{"NoSegmentSize", Tcp4({8, 0}), 1000, 2, 0, {500, 500}}),
-    [](const auto& row) { return row.param.name; });
 
 struct TagCase {
     const char* name;
@@ -193,6 +130,15 @@ net::Destination To(net::Destination::Kind kind, std::uint32_t ifIndex = 0, std:
     return destination;
 }
 
+net::Destination Dropped(net::Discard reason)
+{
+    net::Destination destination = To(net::Destination::Kind::kDiscarded);
+    destination.reason = reason;
+    return destination;
+}
+
+wire::Port Discarded(std::uint32_t code) { return {wire::Port::Format::kDiscarded, code}; }
+
 INSTANTIATE_TEST_SUITE_P(
     , OutputTest,
     testing::Values(
@@ -205,8 +151,12 @@ INSTANTIATE_TEST_SUITE_P(
             "Several", To(net::Destination::Kind::kSeveral, 0, 3), {wire::Port::Format::kMultiple, 3}},
         DestinationCase{
             "SomeNumberOf", To(net::Destination::Kind::kSeveral), {wire::Port::Format::kMultiple, 0}},
-        DestinationCase{
-            "Discarded", To(net::Destination::Kind::kDiscarded), {wire::Port::Format::kDiscarded, 256}}),
+        DestinationCase{"Discarded", To(net::Destination::Kind::kDiscarded), Discarded(256)},
+        DestinationCase{"WithoutRoute", Dropped(net::Discard::kNoRoute), Discarded(0)},
+        DestinationCase{"Unreachable", Dropped(net::Discard::kUnreachable), Discarded(1)},
+        DestinationCase{"Prohibited", Dropped(net::Discard::kProhibited), Discarded(13)},
+        DestinationCase{"AtItsEnd", Dropped(net::Discard::kTimeToLive), Discarded(257)},
+        DestinationCase{"IntoABlackHole", Dropped(net::Discard::kBlackHole), Discarded(269)}),
     [](const auto& row) { return row.param.name; });
 
 struct OriginCase {

@@ -92,12 +92,12 @@ TEST_F(ForwardingTest, FollowsWhatABridgeLearns)
     EXPECT_EQ(To("p1", {.to = 7}), Made(Kind::kSeveral, 0, 2));
     Injector("h2").Send(support::UdpFrame({.from = 7, .to = 8}));
     EXPECT_TRUE(Comes([&] { return To("p1", {.to = 7}) == Made(Kind::kInterface, p2); }));
-    EXPECT_EQ(To("p2", {.to = 7}), Made(Kind::kDiscarded));
+    EXPECT_EQ(To("p2", {.to = 7}), Dropped(Discard::kSamePort));
     Injector("h3").Send(support::UdpFrame({.from = 7, .to = 8}));  // it has moved
     const std::uint32_t p3 = Network::Index("p3");
     EXPECT_TRUE(Comes([&] { return To("p1", {.to = 7}) == Made(Kind::kInterface, p3); }));
     Network::Ip("link set p3 nomaster");
-    EXPECT_TRUE(Comes([&] { return To("p1", {.to = 7}) == Made(Kind::kSeveral, 0, 1); }));
+    EXPECT_TRUE(Comes([&] { return To("p1", {.to = 7}) == Made(Kind::kInterface, Network::Index("p2")); }));
 }
 
 TEST_F(ForwardingTest, TakesStaticAddressesAndPortsThatGoDown)
@@ -113,9 +113,9 @@ TEST_F(ForwardingTest, TakesStaticAddressesAndPortsThatGoDown)
     Network::Bridge("fdb del 02:00:00:00:00:09 dev p2 master");
     EXPECT_TRUE(Comes([&] { return To("p1", {.to = 9}) == Made(Kind::kSeveral, 0, 2); }));
     Network::Ip("link set h3 down");
-    EXPECT_TRUE(Comes([&] { return To("p1", {.to = 9}) == Made(Kind::kSeveral, 0, 1); }));
+    EXPECT_TRUE(Comes([&] { return To("p1", {.to = 9}) == Made(Kind::kInterface, Network::Index("p2")); }));
     Network::Bridge("link set dev p2 flood off");
-    EXPECT_TRUE(Comes([&] { return To("p1", {.to = 9}) == Made(Kind::kDiscarded); }));
+    EXPECT_TRUE(Comes([&] { return To("p1", {.to = 9}) == Dropped(Discard::kNoPorts); }));
 }
 
 TEST_F(ForwardingTest, FollowsWhetherABridgeLooksAtMemberships)
@@ -159,10 +159,10 @@ TEST_F(ForwardingTest, KnowsNextHopAndPrefixes)
     EXPECT_EQ(Routes("203.0.113.1"), Made(Kind::kLocal));
     EXPECT_EQ(Routes("198.51.100.1"), Made(Kind::kLocal));
     EXPECT_EQ(Routes("198.51.100.255"), Made(Kind::kLocal)) << "broadcast in the network";
-    EXPECT_EQ(Routes("192.0.2.200"), Made(Kind::kDiscarded)) << "a black hole";
-    EXPECT_EQ(Routes("192.0.2.130"), Made(Kind::kDiscarded)) << "unreachable";
-    EXPECT_EQ(Routes("192.88.99.1"), Made(Kind::kDiscarded)) << "no route";
-    EXPECT_EQ(To("v0", {.to = 0x99, .destination = "192.0.2.7"}), Made(Kind::kDiscarded)) << "not for us";
+    EXPECT_EQ(Routes("192.0.2.200"), Dropped(Discard::kBlackHole)) << "a black hole";
+    EXPECT_EQ(Routes("192.0.2.130"), Dropped(Discard::kUnreachable)) << "unreachable";
+    EXPECT_EQ(Routes("192.88.99.1"), Dropped(Discard::kNoRoute)) << "no route";
+    EXPECT_EQ(To("v0", {.to = 0x99, .destination = "192.0.2.7"}), Dropped(Discard::kUnknown)) << "not for us";
 }
 
 TEST_F(ForwardingTest, FollowsRoutesAddressesLinksAndTheSwitch)
@@ -180,11 +180,11 @@ TEST_F(ForwardingTest, FollowsRoutesAddressesLinksAndTheSwitch)
     Network::Ip("addr del 192.0.2.7/32 dev v0");
     EXPECT_TRUE(BecomesRouted("192.0.2.7", before));
     SetSwitch("ipv4/ip_forward", "0");
-    EXPECT_TRUE(BecomesRouted("192.0.2.7", Made(Kind::kDiscarded)));
+    EXPECT_TRUE(BecomesRouted("192.0.2.7", Dropped(Discard::kUnreachable)));
     SetSwitch("ipv4/ip_forward", "1");
     EXPECT_TRUE(BecomesRouted("192.0.2.7", before));
     Network::Ip("link set w0 down");
-    EXPECT_TRUE(BecomesRouted("192.0.2.7", Made(Kind::kDiscarded)));
+    EXPECT_TRUE(BecomesRouted("192.0.2.7", Dropped(Discard::kNoRoute)));
 }
 
 TEST_F(ForwardingTest, APolicyRuleCountsAtOnce)
@@ -252,10 +252,11 @@ TEST_F(ForwardingTest, RoutesIpv6)
     EXPECT_TRUE(Comes([&] { return Routes("2001:db8:2::1", source) == Made(Kind::kLocal); }));
     EXPECT_EQ(Routes("2001:db8:4001::1", source), routed);
     EXPECT_EQ(Routes("2001:db8:2::9", source), Routed(Network::Index("w0"), {16, {}}, 64, 64)) << "beside it";
-    EXPECT_EQ(Routes("ff02::1", source), Made(Kind::kSeveral));
-    EXPECT_EQ(Routes("3fff::1", source), Made(Kind::kDiscarded));
+    EXPECT_EQ(Routes("ff02::1", source), Made(Kind::kLocal));
+    EXPECT_EQ(Routes("ff0e::1", source), Made(Kind::kUnknown)) << "who has joined can't be asked";
+    EXPECT_EQ(Routes("3fff::1", source), Dropped(Discard::kNoRoute));
     SetSwitch("ipv6/conf/all/forwarding", "0");
-    EXPECT_TRUE(Comes([&] { return Routes("2001:db8:4001::1", source) == Made(Kind::kDiscarded); }));
+    EXPECT_TRUE(Comes([&] { return Routes("2001:db8:4001::1", source) == Dropped(Discard::kUnreachable); }));
     EXPECT_EQ(Routes("2001:db8:2::1", source), Made(Kind::kLocal));
 }
 

@@ -76,7 +76,7 @@ TEST_F(MonitorTest, KnowsEverythingOnceStarted)
     EXPECT_NE(port->mac, MacAddress{});
     const Link* bridge = Table().Find("br0");
     ASSERT_NE(bridge, nullptr);
-    EXPECT_TRUE(bridge->bridge);
+    EXPECT_EQ(bridge->kind, "bridge");
     EXPECT_FALSE(bridge->vlanFiltering);
     ASSERT_NE(Table().Find("port 1/1/1"), nullptr);
     EXPECT_FALSE(Table().Find("port 1/1/1")->promiscuous);

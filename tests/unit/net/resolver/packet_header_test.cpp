@@ -43,11 +43,11 @@ INSTANTIATE_TEST_SUITE_P(
                     Row{"one_with_a_priority", {kQ | 0x6000 | 5}, 0x0800, 5, {0, 0x0800, 18}},
                     Row{"one_taken_away", {}, 0x0800, 5, {0, 0x0800, 14}},
                     Row{"a_priority_alone", {kQ | 0x6000}, 0x0800, 0, {0, 0x0800, 18}},
-                    Row{"two_in_the_bytes", {kAd | 5, kQ | 6}, 0x8100, 5, {6, 0x0800, 22}},
-                    Row{"two_alike_in_the_bytes", {kQ | 5, kQ | 5}, 0x8100, 5, {5, 0x0800, 22}},
-                    Row{"the_outer_taken_away", {kQ | 6}, 0x8100, 5, {6, 0x0800, 18}},
-                    Row{"the_outer_of_two_alike_taken_away", {kQ | 5}, 0x8100, 5, {5, 0x0800, 18}},
-                    Row{"three", {kAd | 5, kQ | 6, kQ | 7}, 0x8100, 5, {6, 0x8100, 22}}),
+                    Row{"two_in_the_bytes", {kAd | 5, kQ | 6}, 0x8100, 5, {6, 0x0800, 22, 0x8100}},
+                    Row{"two_alike_in_the_bytes", {kQ | 5, kQ | 5}, 0x8100, 5, {5, 0x0800, 22, 0x8100}},
+                    Row{"the_outer_taken_away", {kQ | 6}, 0x8100, 5, {6, 0x0800, 18, 0x8100}},
+                    Row{"the_outer_of_two_alike_taken_away", {kQ | 5}, 0x8100, 5, {5, 0x0800, 18, 0x8100}},
+                    Row{"three", {kAd | 5, kQ | 6, kQ | 7}, 0x8100, 5, {6, 0x8100, 22, 0x8100}}),
     [](const auto& row) { return std::string(row.param.name); });
 
 TEST(PacketHeader, IsReadOfAnyLength)
@@ -75,6 +75,7 @@ TEST(PacketHeader, AddressesAreThereWholeOrNotAtAll)
     ASSERT_TRUE(read);
     EXPECT_EQ(read->source, (Address{4, {192, 0, 2, 1}}));
     EXPECT_EQ(read->destination, (Address{4, {198, 51, 100, 2}}));
+    EXPECT_EQ(read->timeToLive, std::to_integer<std::uint8_t>(four[14 + 8]));
     EXPECT_FALSE(ReadAddresses(0x86DD, std::span(four).subspan(14))) << "version and type differ";
     EXPECT_FALSE(ReadAddresses(0x0806, std::span(four).subspan(14)));
 }

@@ -26,18 +26,21 @@ MacAddress NumberedMac(std::uint8_t number) { return {2, 0, 0, 0, 0, number}; }
 
 class NoQuestions final : public RouteQuestions {
 public:
-    std::optional<RouteAnswer> Ask(std::uint32_t ifIndex, const Address& destination, const Address&) override
+    std::optional<RouteAnswer> Ask(RouteFrom from, const Address& destination, const Address&) override
     {
-        asked.push_back(ifIndex);
+        asked.push_back(from.ifIndex);
+        vrfs.push_back(from.vrf);
         RouteAnswer answer;
-        answer.kind = ifIndex == 0 ? Kind::kInterface : kind;
+        answer.kind = from.ifIndex == 0 ? Kind::kInterface : kind;
+        answer.reason = reason;
         answer.ifIndex = out;
         answer.bits = destination.bytes[0] == 198 ? 24 : 16;
         return answer;
     }
     Kind kind = Kind::kInterface;
     std::uint32_t out = kRouter;
-    std::vector<std::uint32_t> asked;
+    Discard reason = Discard::kUnknown;
+    std::vector<std::uint32_t> asked, vrfs;
 };
 
 class ResolverTest : public testing::Test {
@@ -55,9 +58,10 @@ protected:
     }
 
     void PutLink(std::uint32_t index, std::uint8_t mac, Placement placement = {}, std::uint16_t type = 1,
-                 bool promiscuous = false)
+                 bool promiscuous = false, const char* kind = "veth")
     {
         Link link;
+        link.kind = kind;
         link.index = index;
         link.mac = NumberedMac(mac);
         link.hardwareType = type;
@@ -88,9 +92,10 @@ protected:
     {
         return ToFrame(from, UdpFrame(options), 0x0800, vlan);
     }
-    Destination ToFrame(std::uint32_t from, const Bytes& frame, std::uint16_t etherType, std::uint16_t vlan)
+    Destination ToFrame(std::uint32_t from, const Bytes& frame, std::uint16_t etherType, std::uint16_t vlan,
+                        std::uint16_t protocol = 0x8100)
     {
-        return resolver.Resolve({from, etherType, vlan, frame});
+        return resolver.Resolve({from, etherType, vlan, frame, protocol});
     }
     Destination ToMac(std::uint32_t from, const MacAddress& mac, std::uint16_t vlan = 0)
     {
@@ -116,7 +121,7 @@ TEST_F(ResolverTest, ALearnedAddressNamesItsPort)
 
 TEST_F(ResolverTest, WhatIsBehindTheSamePortIsDiscarded)
 {
-    EXPECT_EQ(To(2, {.to = 2}), Made(Kind::kDiscarded));
+    EXPECT_EQ(To(2, {.to = 2}), Dropped(Discard::kSamePort));
     PutPort(2, {.forwarding = true, .hairpin = true}, {});
     EXPECT_EQ(To(2, {.to = 2}), Made(Kind::kInterface, 2));
 }
@@ -130,11 +135,13 @@ TEST_F(ResolverTest, FloodsCountTheOtherForwardingPorts)
     EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 2));
     PutPort(4, {.forwarding = true, .floodsUnicast = false, .floodsMulticast = false}, {});
     EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 2));
-    EXPECT_EQ(ToMac(1, kGroup), Made(Kind::kSeveral, 0, 1));
-    EXPECT_EQ(ToMac(1, NumberedMac(99)), Made(Kind::kSeveral, 0, 1));
-    EXPECT_EQ(ToMac(2, NumberedMac(99)), Made(Kind::kSeveral, 0, 1));
+    EXPECT_EQ(ToMac(1, kGroup), Made(Kind::kInterface, 2)) << "the one that is left";
+    EXPECT_EQ(ToMac(1, NumberedMac(99)), Made(Kind::kInterface, 2));
+    EXPECT_EQ(ToMac(2, NumberedMac(99)), Made(Kind::kInterface, 1));
+    EXPECT_EQ(ToMac(4, kGroup), Made(Kind::kSeveral, 0, 2)) << "from a port that gets none itself";
     bridges.RemovePort(2);
-    EXPECT_EQ(ToMac(1, NumberedMac(99)), Made(Kind::kDiscarded)) << "nobody is left to get it";
+    EXPECT_EQ(ToMac(1, NumberedMac(99)), Dropped(Discard::kNoPorts)) << "nobody is left to get it";
+    EXPECT_EQ(ToMac(4, NumberedMac(99)), Made(Kind::kInterface, 1));
     EXPECT_EQ(ToMac(1, kGroup), Made(Kind::kLocal)) << "but the machine itself does";
 }
 
@@ -185,25 +192,31 @@ TEST_F(ResolverTest, IsolatedPortsDoNotReachEachOther)
 {
     PutPort(1, {.forwarding = true, .isolated = true}, {});
     PutPort(2, {.forwarding = true, .isolated = true}, {});
-    EXPECT_EQ(To(1, {.to = 2}), Made(Kind::kDiscarded));
+    EXPECT_EQ(To(1, {.to = 2}), Dropped(Discard::kUnknown));
     EXPECT_EQ(To(3, {.to = 2}), Made(Kind::kInterface, 2));
     EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 2));
     EXPECT_EQ(ToMac(3, kBroadcast), Made(Kind::kSeveral, 0, 3));
+    PutPort(3, {.forwarding = true, .isolated = true}, {});
+    EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kInterface, 4)) << "the one that is not isolated";
+    PutPort(4, {.forwarding = true, .isolated = true}, {});
+    EXPECT_EQ(ToMac(1, NumberedMac(99)), Dropped(Discard::kNoPorts));
+    PutPort(1, {.forwarding = true, .isolated = true, .hairpin = true}, {});
+    EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kInterface, 1)) << "back out of where it came from";
 }
 
 TEST_F(ResolverTest, NothingGoesThroughAPortThatDoesNotForward)
 {
     PutPort(1, {.forwarding = false}, {});
-    EXPECT_EQ(To(1, {.to = 2}), Made(Kind::kDiscarded));
-    EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kDiscarded));
+    EXPECT_EQ(To(1, {.to = 2}), Dropped(Discard::kPortNotForwarding));
+    EXPECT_EQ(ToMac(1, kBroadcast), Dropped(Discard::kPortNotForwarding));
     PutPort(2, {.forwarding = false}, {});
-    EXPECT_EQ(To(3, {.to = 2}), Made(Kind::kDiscarded));
+    EXPECT_EQ(To(3, {.to = 2}), Dropped(Discard::kPortNotForwarding));
 }
 
 TEST_F(ResolverTest, LinkLocalGroupsStayInTheBridge)
 {
     EXPECT_EQ(ToMac(1, {0x01, 0x80, 0xC2, 0, 0, 0x0E}), Made(Kind::kLocal));
-    EXPECT_EQ(ToMac(1, {0x01, 0x80, 0xC2, 0, 0, 0x01}), Made(Kind::kDiscarded));
+    EXPECT_EQ(ToMac(1, {0x01, 0x80, 0xC2, 0, 0, 0x01}), Dropped(Discard::kReservedMac));
     EXPECT_EQ(ToMac(1, {0x01, 0x80, 0xC2, 0, 0, 0x10}), Made(Kind::kSeveral, 0, 3));
     EXPECT_EQ(ToMac(1, {0x01, 0x80, 0xC2, 0, 0, 0x00}), Made(Kind::kSeveral, 0, 3)) << "no spanning tree";
     bridges.SetBridge(kBridge, {.spanningTree = true});
@@ -224,9 +237,9 @@ TEST_F(ResolverTest, PacketsWithoutATagBelongToTheVlanOfTheirPort)
     Filter();
     EXPECT_EQ(To(1, {.to = 2}), Made(Kind::kInterface, 2, 0, 7, 7));
     EXPECT_EQ(To(3, {.to = 2}, 7), Made(Kind::kInterface, 2, 0, 7, 7));
-    EXPECT_EQ(To(3, {.to = 2}), Made(Kind::kDiscarded)) << "port 3 has no VLAN for them";
-    EXPECT_EQ(To(1, {.to = 2}, 8), Made(Kind::kDiscarded, 0, 0, 8)) << "port 1 is not in 8";
-    EXPECT_EQ(To(4, {.to = 2}), Made(Kind::kDiscarded, 0, 0, 8)) << "port 2 is not in 8";
+    EXPECT_EQ(To(3, {.to = 2}), Dropped(Discard::kIngressVlan)) << "port 3 has no VLAN for them";
+    EXPECT_EQ(To(1, {.to = 2}, 8), Dropped(Discard::kIngressVlan, 8)) << "port 1 is not in 8";
+    EXPECT_EQ(To(4, {.to = 2}), Dropped(Discard::kEgressVlan, 8)) << "port 2 is not in 8";
     EXPECT_EQ(resolver.PortVlan(1), 7);
     EXPECT_EQ(resolver.PortVlan(3), 0);
     EXPECT_EQ(resolver.PortVlan(kRouter), 0);
@@ -237,10 +250,10 @@ TEST_F(ResolverTest, FloodsStayInTheirVlan)
     Filter();
     EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 2, 7, 7));
     EXPECT_EQ(ToMac(3, kBroadcast, 7), Made(Kind::kSeveral, 0, 2, 7, 7));
-    EXPECT_EQ(ToMac(4, NumberedMac(99)), Made(Kind::kSeveral, 0, 1, 8, 8));
-    EXPECT_EQ(ToMac(3, NumberedMac(99), 9), Made(Kind::kDiscarded, 0, 0, 9));
+    EXPECT_EQ(ToMac(4, NumberedMac(99)), Made(Kind::kInterface, 3, 0, 8, 8));
+    EXPECT_EQ(ToMac(3, NumberedMac(99), 9), Dropped(Discard::kNoPorts, 9));
     bridges.RemoveVlans(2, {{7, 7, false, false}});
-    EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 1, 7, 7));
+    EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kInterface, 3, 0, 7, 7));
     bridges.AddVlans(4, {{6, 7, false, false}});
     EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 2, 7, 7));
     EXPECT_EQ(resolver.PortVlan(4), 8);
@@ -258,15 +271,15 @@ TEST_F(ResolverTest, WhatIsForTheBridgeGoesToTheRoutes)
 TEST_F(ResolverTest, WhatIsForTheBridgeInAVlanGoesToItsVlanDevice)
 {
     Filter();
-    EXPECT_EQ(To(1, {.to = 0x10}), Made(Kind::kDiscarded, 0, 0, 7)) << "nobody takes VLAN 7";
-    PutLink(17, 0x10, {.vlanLower = kBridge, .vlanId = 7});
+    EXPECT_EQ(To(1, {.to = 0x10}), Dropped(Discard::kIngressVlan, 7)) << "nobody takes VLAN 7";
+    PutLink(17, 0x10, {.vlanLower = kBridge, .vlanId = 7, .vlanProtocol = 0x8100});
     Destination routed = Made(Kind::kInterface, kRouter, 0, 7);
     routed.route = Destination::Route{{4, {}}, 24, 24};
     EXPECT_EQ(To(1, {.to = 0x10}), routed);
     EXPECT_EQ(questions.asked, (std::vector<std::uint32_t>{17, 0}));
-    EXPECT_EQ(To(4, {.to = 0x10}), Made(Kind::kDiscarded, 0, 0, 8)) << "the bridge is not in 8";
+    EXPECT_EQ(To(4, {.to = 0x10}), Dropped(Discard::kEgressVlan, 8)) << "the bridge is not in 8";
     resolver.RemoveDevice(17);
-    EXPECT_EQ(To(1, {.to = 0x10}), Made(Kind::kDiscarded, 0, 0, 7));
+    EXPECT_EQ(To(1, {.to = 0x10}), Dropped(Discard::kIngressVlan, 7));
 }
 
 TEST_F(ResolverTest, OwnAddressesAreRoutedAndOthersDiscarded)
@@ -276,21 +289,41 @@ TEST_F(ResolverTest, OwnAddressesAreRoutedAndOthersDiscarded)
     questions.out = 21;
     PutLink(21, 0x21, {.vlanLower = 22, .vlanId = 30});
     EXPECT_EQ(To(kRouter, {.to = 0x20, .destination = "203.0.113.9"}), routed);
-    EXPECT_EQ(To(kRouter, {.to = 0x99}), Made(Kind::kDiscarded));
-    EXPECT_EQ(ToMac(kRouter, kBroadcast), Made(Kind::kLocal));
-    EXPECT_EQ(ToMac(kRouter, kGroup), Made(Kind::kSeveral));
-    EXPECT_EQ(To(kRouter, {.to = 0x20, .destination = "224.0.0.5"}), Made(Kind::kSeveral));
+    EXPECT_EQ(To(kRouter, {.to = 0x99}), Dropped(Discard::kUnknown));
     EXPECT_EQ(To(kRouter, {.to = 0x20, .destination = "255.255.255.255"}), Made(Kind::kLocal));
     PutLink(kRouter, 0x20, {}, 1, true);
     EXPECT_EQ(To(kRouter, {.to = 0x99}), Made(Kind::kUnknown)) << "somebody made it take them";
+}
+
+TEST_F(ResolverTest, VlanDevicesOfOneNumberAreToldApartByTheirTags)
+{
+    PutLink(31, 0x40);
+    PutLink(41, 0x40, {.vlanLower = 31, .vlanId = 5, .vlanProtocol = 0x8100});
+    PutLink(42, 0x40, {.vlanLower = 31, .vlanId = 5, .vlanProtocol = 0x88A8});
+    const Bytes frame = UdpFrame({.to = 0x40});
+    ToFrame(31, frame, 0x0800, 5, 0x88A8);
+    ToFrame(31, frame, 0x0800, 5, 0x8100);
+    std::erase(questions.asked, 0U);
+    EXPECT_EQ(questions.asked, (std::vector<std::uint32_t>{42, 41}));
+    EXPECT_EQ(ToFrame(31, frame, 0x0800, 5, 0x9100), Dropped(Discard::kIngressVlan, 5));
+    resolver.RemoveDevice(42);
+    EXPECT_EQ(ToFrame(31, frame, 0x0800, 5, 0x88A8), Dropped(Discard::kIngressVlan, 5));
+}
+
+TEST_F(ResolverTest, ARoutesSourceIsLookedUpInItsVrf)
+{
+    PutLink(31, 0x40, {.vrf = 77});
+    To(31, {.to = 0x40});
+    EXPECT_EQ(questions.asked, (std::vector<std::uint32_t>{31, 0}));
+    EXPECT_EQ(questions.vrfs, (std::vector<std::uint32_t>{77, 77}));
 }
 
 TEST_F(ResolverTest, TagsLeadThroughVlanDevicesAndBonds)
 {
     PutLink(31, 0x31, {.aggregate = 40});
     PutLink(40, 0x40);
-    PutLink(41, 0x40, {.vlanLower = 40, .vlanId = 5});
-    PutLink(42, 0x40, {.vlanLower = 41, .vlanId = 6});
+    PutLink(41, 0x40, {.vlanLower = 40, .vlanId = 5, .vlanProtocol = 0x8100});
+    PutLink(42, 0x40, {.vlanLower = 41, .vlanId = 6, .vlanProtocol = 0x8100});
     To(31, {.to = 0x40}, 0);
     To(31, {.to = 0x40}, 5);
     const std::uint32_t inner = 0x81000000 | 6;
@@ -299,7 +332,7 @@ TEST_F(ResolverTest, TagsLeadThroughVlanDevicesAndBonds)
     std::vector<std::uint32_t> asked = questions.asked;
     std::erase(asked, 0U);
     EXPECT_EQ(asked, (std::vector<std::uint32_t>{40, 41, 42})) << "the fourth is the third again";
-    EXPECT_EQ(To(31, {.to = 0x40}, 9), Made(Kind::kDiscarded, 0, 0, 9));
+    EXPECT_EQ(To(31, {.to = 0x40}, 9), Dropped(Discard::kIngressVlan, 9));
 }
 
 TEST_F(ResolverTest, AMasterThatDecidesUnseenMakesItUnknown)
@@ -347,10 +380,10 @@ TEST_F(ResolverTest, HeadersThatEndEarlyAreUnknown)
 TEST_F(ResolverTest, APortThatLeavesItsBridgeIsNoPortOfIt)
 {
     bridges.RemovePort(2);
-    EXPECT_EQ(To(1, {.to = 2}), Made(Kind::kDiscarded));
+    EXPECT_EQ(To(1, {.to = 2}), Dropped(Discard::kPortNotForwarding));
     bridges.RemoveDevice(kBridge);
     EXPECT_EQ(bridges.AddressCount(), 0U);
-    EXPECT_EQ(To(1, {.to = 2}), Made(Kind::kDiscarded)) << "not for us";
+    EXPECT_EQ(To(1, {.to = 2}), Dropped(Discard::kUnknown)) << "not for us";
 }
 
 }  // namespace

@@ -41,13 +41,13 @@ const std::optional<std::uint32_t> kNobodySays;
 /// Answers by the first byte of the destination; what is not in the table has no route.
 class Table final : public RouteQuestions {
 public:
-    std::optional<RouteAnswer> Ask(std::uint32_t ifIndex, const Address& destination, const Address&) override
+    std::optional<RouteAnswer> Ask(RouteFrom way, const Address& destination, const Address&) override
     {
         ++asked;
         RouteAnswer answer;
         answer.kind = Kind::kDiscarded;
         if (const auto at = ways.find(destination.bytes[0]); at != ways.end()) answer = at->second;
-        if (ifIndex != 0 && answer.kind == Kind::kInterface && !forwards) answer.kind = Kind::kDiscarded;
+        if (way.ifIndex != 0 && answer.kind == Kind::kInterface && !forwards) answer.kind = Kind::kDiscarded;
         return answer;
     }
     std::map<std::uint8_t, RouteAnswer> ways{
@@ -70,7 +70,7 @@ protected:
     {
         Put(kBridge, kBridgeMac);
         Put(kRouter, kRouterMac);
-        Put(kVlan, kRouterMac, {.vlanLower = kRouter, .vlanId = kVlanId});
+        Put(kVlan, kRouterMac, {.vlanLower = kRouter, .vlanId = kVlanId, .vlanProtocol = 0x8100});
         Put(kTunnel, 0, {}, 65534);
         bridges.SetBridge(kBridge, {});
         for (const std::uint32_t port : {1U, 2U, 3U}) {

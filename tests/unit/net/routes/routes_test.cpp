@@ -24,16 +24,15 @@ Address NumberedAddress(std::uint32_t number)
 
 class Answers final : public RouteQuestions {
 public:
-    std::optional<RouteAnswer> Ask(std::uint32_t ifIndex, const Address& destination,
-                                   const Address& source) override
+    std::optional<RouteAnswer> Ask(RouteFrom from, const Address& destination, const Address& source) override
     {
         ++asked;
         if (silent) return std::nullopt;
         RouteAnswer answer;
         answer.kind = kind;
-        answer.bits = ifIndex == 0 ? 8 : 24;
+        answer.bits = from.ifIndex == 0 ? 8 : 24;
         answer.ifIndex = 100u + destination.bytes[3];
-        if (perSource && ifIndex != 0) answer.ifIndex += 1000u * source.bytes[3];
+        if (perSource && from.ifIndex != 0) answer.ifIndex += 1000u * source.bytes[3];
         answer.perSource = perSource;
         answer.nextHop = nextHop;
         return answer;
@@ -49,7 +48,7 @@ class RoutesTest : public testing::Test {
 protected:
     std::optional<Routes::Found> Find(std::uint32_t destination, std::uint32_t source = 1)
     {
-        return routes.Find(7, NumberedAddress(destination), NumberedAddress(source));
+        return routes.Find({7, 0}, NumberedAddress(destination), NumberedAddress(source));
     }
     std::chrono::steady_clock::time_point now{};
     Answers answers;
@@ -68,7 +67,7 @@ TEST_F(RoutesTest, AreAskedForOnce)
     EXPECT_EQ(answers.asked, 2);
     ASSERT_TRUE(Find(9, 2));
     EXPECT_EQ(answers.asked, 3) << "the way to another source, no more";
-    ASSERT_TRUE(routes.Find(8, NumberedAddress(9), NumberedAddress(1)));
+    ASSERT_TRUE(routes.Find({8, 0}, NumberedAddress(9), NumberedAddress(1)));
     EXPECT_EQ(answers.asked, 4) << "from another interface";
 }
 
@@ -89,7 +88,7 @@ TEST_F(RoutesTest, ADirectlyConnectedDestinationHasTheNextHopThatIsNoneOfItsFami
     Address six, from;
     six.size = from.size = 16;
     six.bytes[15] = 9;
-    EXPECT_EQ(routes.Find(7, six, from)->route, (Destination::Route{{16, {}}, 8, 24}));
+    EXPECT_EQ(routes.Find({7, 0}, six, from)->route, (Destination::Route{{16, {}}, 8, 24}));
     answers.nextHop = NumberedAddress(5);
     EXPECT_EQ(Find(10)->route, (Destination::Route{NumberedAddress(5), 8, 24}));
     EXPECT_EQ(Find(9)->route, (Destination::Route{{4, {}}, 8, 24})) << "as remembered";
