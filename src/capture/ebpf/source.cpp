@@ -98,7 +98,7 @@ public:
 
     void Drain() override
     {
-        if (HandOver()) m_waker->Continue();
+        if (const std::size_t found = HandOver(); found != 0) m_waker->Continue(found);
         m_sink.OnDrained();
     }
 
@@ -207,7 +207,7 @@ private:
         const unsigned long end = m_ring->Produced();
         for (int tries = 0; m_ring->IsBefore(end) && tries < kUnfinishedTries; ++tries) {
             if (tries > 0) std::this_thread::yield();  // another CPU is writing a record
-            if (HandOver()) m_waker->Continue();
+            if (const std::size_t found = HandOver(); found != 0) m_waker->Continue(found);
         }
         return EbpfBatch::Last(port);
     }
@@ -241,24 +241,26 @@ private:
     }
 
     // The waker's look: tells the sink only if there was something.
-    bool Look()
+    std::size_t Look()
     {
-        if (!HandOver()) return false;
-        m_sink.OnDrained();
-        return true;
+        const std::size_t found = HandOver();
+        if (found != 0) m_sink.OnDrained();
+        return found;
     }
 
-    // Hands over what is in the ring now, no more, so that a flood can't hold the loop.
-    bool HandOver()
+    // Hands over what is in the ring now, no more, so that a flood can't hold the loop. Returns the bytes
+    // that were in it; 1 if there is only a record that is being written.
+    std::size_t HandOver()
     {
         m_program->Shared().pressing = 0;
-        if (!m_ring->Begin()) return false;
+        if (!m_ring->Begin()) return 0;
+        const unsigned long begin = m_ring->Position();
         m_batch->BeginLook();
         do {
             const std::span<const Sample> samples = m_batch->Next();
             if (!samples.empty()) m_sink.OnSamples(samples);
         } while (m_ring->Release());
-        return true;
+        return std::max<std::size_t>(m_ring->Position() - begin, 1);
     }
 
     boost::asio::io_context& m_loop;

@@ -11,7 +11,7 @@
 
 namespace capture {
 EbpfWaker::EbpfWaker(boost::asio::io_context& loop, base::Timers& timers, int ring,
-                     volatile SharedWords& shared, std::function<bool()> look)
+                     volatile SharedWords& shared, std::function<std::size_t()> look)
     : m_shared(shared),
       m_look(std::move(look)),
       m_wakes(loop),
@@ -27,10 +27,13 @@ EbpfWaker::EbpfWaker(boost::asio::io_context& loop, base::Timers& timers, int ri
     Wait();
 }
 
-void EbpfWaker::Continue()
+void EbpfWaker::Continue(std::size_t found)
 {
     m_last = false;
-    m_alarm->Set(kRhythm);
+    const auto passed = static_cast<std::size_t>(m_rhythm.count());
+    const bool few = found * static_cast<std::size_t>(kSeldom.count()) <= kFew * passed;
+    m_rhythm = few ? kSeldom : kOften;
+    m_alarm->Set(m_rhythm);
 }
 
 void EbpfWaker::Wait()
@@ -45,20 +48,19 @@ void EbpfWaker::OnWake()
 {
     epoll_event event{};
     (void)::epoll_wait(m_wakes.native_handle(), &event, 1, 0);  // takes the edge
-    m_look();
-    Continue();
+    Continue(m_look());
     Wait();
 }
 
 void EbpfWaker::OnTime()
 {
-    if (m_look()) return Continue();
+    if (const std::size_t found = m_look(); found != 0) return Continue(found);
     if (m_last) return;  // to sleep; the program has been asked to wake us
     // A record that comes between the look above and this line would wait for the next one. So look again,
     // and a last time when all that was under way then must have arrived.
     __atomic_store_n(&m_shared.waiting, 1U, __ATOMIC_SEQ_CST);
-    m_last = !m_look();
-    m_alarm->Set(kRhythm);
+    m_last = m_look() == 0;
+    m_alarm->Set(m_rhythm);
 }
 
 }  // namespace capture

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // When to look into the ring. The program wakes the process for the first record after a time of silence
 // and when the ring fills; in between a timer looks. So silence costs nothing, a lone packet arrives at
-// once, and a stream of packets costs ten wake-ups a second. Used by the eBPF source.
+// once, and a stream of packets costs four wake-ups a second, or ten if it is a broad one: what a look costs
+// is shared by more samples then. Used by the eBPF source.
 
 #ifndef CAPTURE_EBPF_WAKER_H
 #define CAPTURE_EBPF_WAKER_H
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 
@@ -19,18 +21,19 @@ namespace capture {
 
 class EbpfWaker {
 public:
-    /// Between two looks while packets come.
-    static constexpr std::chrono::milliseconds kRhythm{98};
+    /// Between two looks while packets come: kSeldom while no more than kFew bytes come in that time.
+    static constexpr std::chrono::milliseconds kOften{98}, kSeldom{245};
+    static constexpr std::size_t kFew = std::size_t{64} * 1024;
 
-    /// `look` drains the ring and returns whether anything was in it. Throws Unavailable.
+    /// `look` drains the ring and returns how many bytes were in it. Throws Unavailable.
     EbpfWaker(boost::asio::io_context& loop, base::Timers& timers, int ring, volatile SharedWords& shared,
-              std::function<bool()> look);
+              std::function<std::size_t()> look);
     EbpfWaker(const EbpfWaker&) = delete;
     EbpfWaker& operator=(const EbpfWaker&) = delete;
 
-    /// To be called after a look of another's that found something: the loop hears of no wake-up whose
+    /// To be called after a look of another's that found so many bytes: the loop hears of no wake-up whose
     /// records are taken, and the program sends no other until it is asked to.
-    void Continue();
+    void Continue(std::size_t found);
 
 private:
     void Wait();
@@ -38,10 +41,11 @@ private:
     void OnTime();
 
     volatile SharedWords& m_shared;
-    std::function<bool()> m_look;
+    std::function<std::size_t()> m_look;
     // An epoll of the ring alone, edge-triggered: the loop must hear of wake-ups, not of data that wait.
     boost::asio::posix::stream_descriptor m_wakes;
     bool m_last = false;  // one more look before the process sleeps
+    std::chrono::milliseconds m_rhythm = kOften;
     const std::unique_ptr<base::Alarm> m_alarm;
 };
 

@@ -13,7 +13,8 @@
 namespace {
 
 using std::chrono::milliseconds;
-constexpr milliseconds kRhythm = capture::EbpfWaker::kRhythm;
+constexpr milliseconds kSeldom = capture::EbpfWaker::kSeldom;
+constexpr milliseconds kOften = capture::EbpfWaker::kOften;
 
 class EbpfWakerTest : public EbpfWorld {
 protected:
@@ -36,7 +37,7 @@ protected:
     void Rest()
     {
         Handlers();
-        for (int i = 0; i < 3; ++i) timers.Advance(kRhythm);
+        for (int i = 0; i < 3; ++i) timers.Advance(kSeldom);
     }
 };
 
@@ -55,19 +56,41 @@ TEST_F(EbpfWakerTest, LooksByTimeWhileAStreamLasts)
     Cross(10);
     EXPECT_EQ(Handlers(), 0U) << "no wake-up for what follows the first";
     EXPECT_EQ(sink.samples.size(), 1U);
-    timers.Advance(kRhythm - milliseconds(1));
+    timers.Advance(kSeldom - milliseconds(1));
     EXPECT_EQ(sink.samples.size(), 1U);
     timers.Advance(milliseconds(1));
     EXPECT_EQ(sink.samples.size(), 11U);
     EXPECT_EQ(sink.drained, 2);
 }
 
+TEST_F(EbpfWakerTest, LooksMoreOftenWhileMuchComes)
+{
+    Start({.bufferSize = 4 << 20});
+    Add(right, {.rate = 1, .headerSize = 128});
+    Cross(1);
+    Await(1);
+    Cross(600);  // 192 bytes each: more than kFew
+    EXPECT_EQ(Handlers(), 0U) << "no reason to be woken yet";
+    timers.Advance(kOften);
+    EXPECT_EQ(sink.samples.size(), 1U) << "that much is to come is not known before the next look";
+    timers.Advance(kSeldom - kOften);
+    EXPECT_EQ(sink.samples.size(), 601U);
+    Cross(10);
+    timers.Advance(kOften);
+    EXPECT_EQ(sink.samples.size(), 611U);
+    Cross(1);
+    timers.Advance(kOften);
+    EXPECT_EQ(sink.samples.size(), 611U) << "few again";
+    timers.Advance(kSeldom - kOften);
+    EXPECT_EQ(sink.samples.size(), 612U);
+}
+
 TEST_F(EbpfWakerTest, SleepsAfterSilenceAndIsWokenAgain)
 {
     Cross(1);
     Await(1);
-    EXPECT_TRUE(timers.Advance(kRhythm)) << "nothing there: one more look is to come";
-    EXPECT_TRUE(timers.Advance(kRhythm));
+    EXPECT_TRUE(timers.Advance(kSeldom)) << "nothing there: one more look is to come";
+    EXPECT_TRUE(timers.Advance(kSeldom));
     EXPECT_FALSE(timers.Advance(milliseconds(1000))) << "asleep";
     EXPECT_EQ(Handlers(), 0U);
     EXPECT_EQ(sink.drained, 1) << "nothing to say of an empty ring";
@@ -79,10 +102,10 @@ TEST_F(EbpfWakerTest, IsWokenBetweenItsLastLooks)
 {
     Cross(1);
     Await(1);
-    timers.Advance(kRhythm);
+    timers.Advance(kSeldom);
     Cross(2);
     Await(3);
-    timers.Advance(kRhythm);
+    timers.Advance(kSeldom);
     Cross(1);
     Await(4);
 }
@@ -118,7 +141,7 @@ TEST_F(EbpfWakerTest, IsWokenAfterADrainBetweenItsLastLooks)
 {
     Cross(1);
     Await(1);
-    timers.Advance(kRhythm);
+    timers.Advance(kSeldom);
     Cross(1);
     EXPECT_TRUE(support::Becomes([&] {
         source->Drain();
