@@ -212,8 +212,15 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
                return std::string(m_server.RequestResync() ? "" : "the configuration daemon has no session");
            }})
 {
+    const bool packetSockets = m_source.status.kind == "packet-socket";
     if (options.requireSampling) RequireSampling();
     if (!m_source.source) slog::Error("no packets are sampled: {}", m_source.status.reason);
+    if (packetSockets && !m_source.status.reason.empty())
+        slog::Notice(
+            "packets are sampled by packet sockets, which count a packet of several segments (GRO, GSO) "
+            "once, so "
+            "estimates of frames and bytes are too low where there are such packets: {}",
+            m_source.status.reason);
     if (options.metrics)
         m_metrics =
             std::make_unique<MetricsServer>(loop, *m_timers, options.metrics->address, options.metrics->port,
@@ -251,7 +258,9 @@ void Assembly::Impl::Confine(const Options& options)
     const bool packetSockets = m_source.status.kind == "packet-socket";
     const auto missing = ReducePrivileges(user, {packetSockets, m_source.source && !packetSockets});
     for (const std::string& name : missing)
-        m_limitations.push_back(WithoutCapability(name, m_source.status.kind));
+        if (auto limitation = WithoutCapability(name, m_source.status.kind, ThisMachine());
+            !limitation.empty())
+            m_limitations.push_back(std::move(limitation));
     if (!m_exporter.Limitation().empty()) m_limitations.push_back(m_exporter.Limitation());
     if (const std::string reason = RestrictSystemCalls(); !reason.empty()) slog::Notice("{}", reason);
     for (const std::string& limitation : m_limitations) slog::Notice("{}", limitation);

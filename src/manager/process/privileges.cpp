@@ -8,12 +8,16 @@
 #include <seccomp.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 namespace manager {
 namespace {
@@ -45,15 +49,25 @@ void Become(const base::User& user)
         Fail("--user: cannot become " + user.name);
 }
 
-/// What is impaired if the source could be made without the capability, or there is no source.
-std::string Impaired(const std::string& capability, const std::string& source)
+// The largest buffers that the manager asks for: of the kernel's news of links, and of a collector's
+// datagrams.
+constexpr std::uint64_t kReceiveBuffer = 2 * 1024 * 1024;
+constexpr std::uint64_t kSendBuffer = 512 * 1024;
+
+/// What is impaired if the source could be made without the capability, or there is no source; empty:
+/// nothing.
+std::string Impaired(const std::string& capability, const std::string& source, const Machine& machine)
 {
-    if (capability == "CAP_BPF")
+    if (capability == "CAP_BPF") {
+        // From 5.19 on the kernel asks for it only when a program is loaded, which is done by then.
+        if (std::pair(machine.kernelMajor, machine.kernelMinor) >= std::pair(5, 19)) return "";
         return "kernels before Linux 5.19 take no sampling program at an interface, so no packets are "
                "sampled there";
+    }
     if (capability == "CAP_NET_RAW") return "packet sockets can't be opened, so no packets are sampled";
     if (source == "ebpf-clsact")
         return "no sampling program can be put at an interface, so no packets are sampled";
+    if (machine.receiveLimit >= kReceiveBuffer && machine.sendLimit >= kSendBuffer) return "";
     return "the buffers for datagrams and for news of the kernel's tables are no larger than "
            "net.core.wmem_max and rmem_max, so datagrams are lost earlier in a burst, and tables are read "
            "anew more often";
@@ -211,10 +225,23 @@ int AddRules(scmp_filter_ctx context)
 
 }  // namespace
 
-std::string WithoutCapability(const std::string& capability, const std::string& source)
+Machine ThisMachine()
 {
-    return "without " + capability + " " + Impaired(capability, source) +
-           "; start sflow-mgr as root, or grant it " + capability;
+    Machine machine;
+    utsname names{};
+    if (::uname(&names) == 0)
+        (void)std::sscanf(names.release, "%d.%d", &machine.kernelMajor, &machine.kernelMinor);
+    std::ifstream("/proc/sys/net/core/rmem_max") >> machine.receiveLimit;
+    std::ifstream("/proc/sys/net/core/wmem_max") >> machine.sendLimit;
+    return machine;
+}
+
+std::string WithoutCapability(const std::string& capability, const std::string& source,
+                              const Machine& machine)
+{
+    const std::string impaired = Impaired(capability, source, machine);
+    if (impaired.empty()) return "";
+    return "without " + capability + " " + impaired + "; start sflow-mgr as root, or grant it " + capability;
 }
 
 std::vector<std::string> ReducePrivileges(const std::optional<base::User>& user, const LaterNeeds& needs)

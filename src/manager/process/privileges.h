@@ -5,6 +5,7 @@
 #ifndef MANAGER_PROCESS_PRIVILEGES_H
 #define MANAGER_PROCESS_PRIVILEGES_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,9 +29,18 @@ struct LaterNeeds {
 /// Returns the names of the capabilities that are needed and missing.
 std::vector<std::string> ReducePrivileges(const std::optional<base::User>& user, const LaterNeeds& needs);
 
-/// What can't be done without the capability, and the remedy, for operators. `source` is the kind of the
-/// source of packets in use, as in SourceStatus.
-std::string WithoutCapability(const std::string& capability, const std::string& source);
+/// What of the machine decides whether a missing capability impairs anything.
+struct Machine {
+    int kernelMajor = 0, kernelMinor = 0;
+    std::uint64_t receiveLimit = 0, sendLimit = 0;  // net.core.rmem_max and wmem_max, bytes
+};
+/// This one. What can't be read is 0.
+Machine ThisMachine();
+
+/// What can't be done without the capability, and the remedy, for operators; empty if nothing is impaired on
+/// that machine. `source` is the kind of the source of packets in use, as in SourceStatus.
+std::string WithoutCapability(const std::string& capability, const std::string& source,
+                              const Machine& machine);
 
 /// Leaves the process only the system calls that its loop makes (seccomp(2)): no program is run, no file
 /// system is mounted, no process is traced, and sockets are those of the families it uses. A call beyond them

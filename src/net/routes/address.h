@@ -45,7 +45,10 @@ struct Address {
 }
 
 /// The source of a host that has no address yet; routers do not forward it.
-[[nodiscard]] inline bool IsUnspecified(const Address& address) { return address == Address{address.size, {}}; }
+[[nodiscard]] inline bool IsUnspecified(const Address& address)
+{
+    return address == Address{address.size, {}};
+}
 
 }  // namespace net
 

@@ -133,8 +133,10 @@ INSTANTIATE_TEST_SUITE_P(
     , SegmentLengthsTest,
     testing::Values(
         LengthCase{"ThreeOfTcp", kIp4 + Ipv4(6, 0) + Tcp(), 54 + 1448 * 2 + 100, 3, 1448, {54 + 1448, 154}},
-        LengthCase{"TcpWithOptions", kIp4 + Ipv4(6, 0, 6) + Tcp(8), 14 + 24 + 32 + 2000, 2, 1000, {1070, 1070}},
-        LengthCase{"BehindATag", Link({0x81, 0, 0, 5, 8, 0}) + Ipv4(6, 0) + Tcp(), 58 + 1500, 2, 1000, {1058, 558}},
+        LengthCase{
+            "TcpWithOptions", kIp4 + Ipv4(6, 0, 6) + Tcp(8), 14 + 24 + 32 + 2000, 2, 1000, {1070, 1070}},
+        LengthCase{
+            "BehindATag", Link({0x81, 0, 0, 5, 8, 0}) + Ipv4(6, 0) + Tcp(), 58 + 1500, 2, 1000, {1058, 558}},
         LengthCase{"BehindTwoTags",
                    Link({0x88, 0xA8, 0, 5, 0x81, 0, 0, 6, 8, 0}) + Ipv4(6, 0) + Tcp(),
                    62 + 1500,
@@ -199,8 +201,8 @@ TEST(SegmentedHeaderTest, ALengthThatOnlyABigPacketHasIsThatOfAFrame)
 
 TEST(SegmentedHeaderTest, TheJumboOptionThatTheKernelAddsIsNotOnTheWire)
 {
-    const Bytes jumbo{std::byte{6},    std::byte{0}, std::byte{0xC2}, std::byte{4},
-                      std::byte{0},    std::byte{2}, std::byte{0x35}, std::byte{0}};
+    const Bytes jumbo{std::byte{6}, std::byte{0}, std::byte{0xC2}, std::byte{4},
+                      std::byte{0}, std::byte{2}, std::byte{0x35}, std::byte{0}};
     const Bytes whole = kIp6 + Ipv6(0, 0) + jumbo + Tcp();
     SegmentedHeader header(SampleOf(whole, 14 + 40 + 8 + 20 + 1428 * 100, 100, 1428), true);
     ASSERT_EQ(header.Lengths(), (SegmentLengths{1502, 1502}));
@@ -215,8 +217,8 @@ TEST(SegmentedHeaderTest, EveryHeaderOfATunnelSaysTheLengthOfOneFrame)
 {
     const Bytes inner = Ipv4(6, 40 + 3000) + Tcp();
     const Bytes vxlan{std::byte{8}, {}, {}, {}, {}, {}, std::byte{5}, {}};
-    const Bytes geneve{std::byte{1}, {}, std::byte{0x65}, std::byte{0x58}, {}, {}, std::byte{5}, {},
-                       {},           {}, {},              std::byte{1}};
+    const Bytes geneve{std::byte{1}, {}, std::byte{0x65}, std::byte{0x58}, {}, {}, std::byte{5}, {}, {},
+                       {},           {}, std::byte{1}};
     for (const auto& [port, tunnel] : {std::pair{4789, vxlan}, {8472, vxlan}, {6081, geneve}}) {
         const Bytes before = kIp4 + Ipv4(17, 0) + Udp(static_cast<std::uint32_t>(port), 0) + tunnel + kIp4;
         const Bytes whole = before + inner;

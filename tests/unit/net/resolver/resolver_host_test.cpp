@@ -70,8 +70,8 @@ protected:
     Destination ToGroup(std::string_view destination, bool broadcast = false)
     {
         const bool six = destination.find(':') != std::string_view::npos;
-        Bytes frame = UdpFrame({.source = six ? "2001:db8::1" : "198.51.100.1",
-                                .destination = std::string(destination)});
+        Bytes frame = UdpFrame(
+            {.source = six ? "2001:db8::1" : "198.51.100.1", .destination = std::string(destination)});
         for (std::size_t i = 0; i < 6; ++i) frame[i] = std::byte{0xFF};
         if (!broadcast) frame[0] = std::byte{1};
         return ToFrame(frame, six ? 0x86DD : 0x0800);
