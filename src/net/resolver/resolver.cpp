@@ -75,15 +75,6 @@ std::uint64_t VlanKey(std::uint32_t lower, std::uint16_t protocol, std::uint16_t
     return std::uint64_t{lower} << 32 | std::uint32_t{protocol} << 16 | vlan;
 }
 
-/// Whether the device may pass on only what is for its own addresses: a filter of hardware, or of a driver
-/// that has one. Such an address may be one that is not known here, such as that of a macvlan device in
-/// another namespace. The other kinds pass on everything, and are promiscuous while they have such an
-/// address.
-bool MayFilter(const Link& link)
-{
-    return link.kind != "veth" && link.kind != "bridge" && link.kind != "ifb";
-}
-
 void Drop(Destination& to, Discard reason)
 {
     to.kind = Kind::kDiscarded;
@@ -107,8 +98,7 @@ std::uint16_t Resolver::PortVlan(std::uint32_t ifIndex) const
 void Resolver::PutDevice(const Link& link, const Placement& placement)
 {
     RemoveDevice(link.index);
-    m_devices[link.index] = {link.index,      link.hardwareType, link.promiscuous,
-                             MayFilter(link), link.mac,          placement};
+    m_devices[link.index] = {link.index, link.hardwareType, link.promiscuous, link.mac, placement};
     if (placement.vlanLower != 0)
         m_vlanDevices[VlanKey(placement.vlanLower, placement.vlanProtocol, placement.vlanId)] = link.index;
     if (placement.macvlanLower != 0) m_macvlans[placement.macvlanLower].push_back({link.index, link.mac});
@@ -357,16 +347,14 @@ void Resolver::Arrive(Way& way)
 {
     const std::uint8_t* mac = DestinationMac(way.packet, way.backwards);
     Destination& to = way.destination;
-    // A program that made it promiscuous may forward what is not for this machine.
-    const bool unseen = way.device->promiscuous;
-    if (way.vlan != 0) {  // no device takes that VLAN
+    if (way.vlan != 0) {  // no device takes that VLAN, but maybe the program that made this one promiscuous
         Drop(to, Discard::kIngressVlan);
-        if (unseen) to.kind = Kind::kUnknown;
+        if (way.device->promiscuous) to.kind = Kind::kUnknown;
     } else if (IsGroup(mac)) {
         ArriveInGroup(way, mac);
     } else if (!way.forUs && std::memcmp(mac, way.device->mac.data(), way.device->mac.size()) != 0) {
-        Drop(to, Discard::kUnknown);
-        if (unseen || way.device->filters) to.kind = Kind::kUnknown;
+        // A program may forward it, or it is for a macvlan device in another namespace: neither can be seen.
+        to.kind = Kind::kUnknown;
     } else if (const auto head = ReadFrame(way.packet)) {
         Route(way, head->etherType, head->network);
     }

@@ -39,7 +39,6 @@ private:
         std::uint32_t ifIndex = 0;
         std::uint16_t hardwareType = 0;
         bool promiscuous = false;
-        bool filters = false;  // may take only what is for its own addresses, which are not all known
         MacAddress mac{};
         Placement placement;
         mutable PortMemo port{};

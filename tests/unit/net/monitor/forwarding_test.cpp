@@ -2,6 +2,10 @@
 // What the monitor says of packets, against what the kernel has learned and been told, in a network
 // namespace of the test's own.
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <fstream>
 #include <ostream>
 #include <stdexcept>
@@ -9,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/unique_fd.h"
 #include "net/destinations.h"
 #include "net/monitor/monitor.h"
 #include "net/monitor_fixture.h"
@@ -162,7 +167,7 @@ TEST_F(ForwardingTest, KnowsNextHopAndPrefixes)
     EXPECT_EQ(Routes("192.0.2.200"), Dropped(Discard::kBlackHole)) << "a black hole";
     EXPECT_EQ(Routes("192.0.2.130"), Dropped(Discard::kUnreachable)) << "unreachable";
     EXPECT_EQ(Routes("192.88.99.1"), Dropped(Discard::kNoRoute)) << "no route";
-    EXPECT_EQ(To("v0", {.to = 0x99, .destination = "192.0.2.7"}), Dropped(Discard::kUnknown)) << "not for us";
+    EXPECT_EQ(To("v0", {.to = 0x99, .destination = "192.0.2.7"}), Made(Kind::kUnknown)) << "not for us";
 }
 
 TEST_F(ForwardingTest, FollowsRoutesAddressesLinksAndTheSwitch)
@@ -258,6 +263,60 @@ TEST_F(ForwardingTest, RoutesIpv6)
     SetSwitch("ipv6/conf/all/forwarding", "0");
     EXPECT_TRUE(Comes([&] { return Routes("2001:db8:4001::1", source) == Dropped(Discard::kUnreachable); }));
     EXPECT_EQ(Routes("2001:db8:2::1", source), Made(Kind::kLocal));
+}
+
+TEST_F(ForwardingTest, TellsWhyTheKernelForwardsNothing)
+{
+    MakeRouter();
+    Network::Ip("route add prohibit 192.0.2.64/28");
+    EXPECT_TRUE(BecomesRouted("192.0.2.65", Dropped(Discard::kProhibited)));
+    EXPECT_EQ(Routes("192.0.2.7", "127.0.0.1"), Dropped(Discard::kSourceLoopback));
+    EXPECT_EQ(Routes("192.0.2.7", "0.0.0.0"), Dropped(Discard::kSourceUnspecified));
+    EXPECT_EQ(Routes("192.0.2.7", "224.0.0.1"), Dropped(Discard::kSourceMulticast));
+    EXPECT_EQ(Routes("127.0.0.1"), Dropped(Discard::kDestinationLoopback));
+    SetSwitch("ipv4/conf/v0/rp_filter", "1");
+    Network::Ip("route add 192.0.2.80/28 dev w0");  // forgets what is remembered
+    EXPECT_TRUE(Comes([&] { return Routes("192.0.2.7", "203.0.113.9") == Dropped(Discard::kReversePath); }));
+    EXPECT_EQ(Routes("192.0.2.7").kind, Kind::kInterface) << "the black hole and other sources stay apart";
+    EXPECT_EQ(Routes("192.0.2.200", "203.0.113.9"), Dropped(Discard::kBlackHole));
+}
+
+TEST_F(ForwardingTest, AGroupIsLocalWhileAProgramHasJoinedIt)
+{
+    MakeRouter();
+    EXPECT_EQ(Routes("239.1.1.1"), Dropped(Discard::kUnknown));
+    EXPECT_EQ(Routes("224.0.0.251"), Made(Kind::kLocal));
+    {
+        const base::UniqueFd member(::socket(AF_INET, SOCK_DGRAM, 0));
+        ip_mreqn join{};
+        join.imr_multiaddr.s_addr = htonl(0xEF010101);
+        join.imr_ifindex = static_cast<int>(Network::Index("v0"));
+        ASSERT_EQ(::setsockopt(member.Get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &join, sizeof join), 0);
+        EXPECT_TRUE(BecomesRouted("239.1.1.1", Made(Kind::kLocal))) << "though nobody tells";
+    }
+    EXPECT_TRUE(BecomesRouted("239.1.1.1", Dropped(Discard::kUnknown)));
+}
+
+TEST_F(ForwardingTest, AMacvlanDeviceTakesItsAddressHereOrElsewhere)
+{
+    MakeRouter();
+    try {
+        Network::Ip(
+            "link add link v0 name m0 address 02:00:00:00:00:31 type macvlan mode bridge\nlink set m0 up\n"
+            "addr add 198.51.100.31/24 dev m0");
+    } catch (const std::runtime_error& error) {
+        GTEST_SKIP() << "this kernel has no macvlan devices: " << error.what();
+    }
+    const auto own = [&] {
+        return To("v0", {.to = 0x31, .source = "198.51.100.9", .destination = "198.51.100.31"});
+    };
+    EXPECT_TRUE(Comes([&] { return own() == Made(Kind::kLocal); }));
+    EXPECT_EQ(To("v0", {.to = 0x31, .source = "198.51.100.9", .destination = "192.0.2.7"}),
+              Routed(Network::Index("w0"), Ipv4(203, 0, 113, 2), 24, 25));
+    const Network::Host other;
+    Network::Ip("link set m0 netns " + std::to_string(other.Pid()));
+    (void)other.Run({"ip", "link", "set", "m0", "up"});
+    EXPECT_TRUE(Comes([&] { return own() == Made(Kind::kUnknown); })) << "never discarded";
 }
 
 TEST_F(ForwardingTest, VlanDevicesTakeTheirPackets)

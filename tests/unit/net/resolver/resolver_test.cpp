@@ -58,10 +58,9 @@ protected:
     }
 
     void PutLink(std::uint32_t index, std::uint8_t mac, Placement placement = {}, std::uint16_t type = 1,
-                 bool promiscuous = false, const char* kind = "veth")
+                 bool promiscuous = false)
     {
         Link link;
-        link.kind = kind;
         link.index = index;
         link.mac = NumberedMac(mac);
         link.hardwareType = type;
@@ -282,17 +281,18 @@ TEST_F(ResolverTest, WhatIsForTheBridgeInAVlanGoesToItsVlanDevice)
     EXPECT_EQ(To(1, {.to = 0x10}), Dropped(Discard::kIngressVlan, 7));
 }
 
-TEST_F(ResolverTest, OwnAddressesAreRoutedAndOthersDiscarded)
+TEST_F(ResolverTest, OwnAddressesAreRoutedAndOthersUnknown)
 {
     Destination routed = Made(Kind::kInterface, 21, 0, 0, 30);
     routed.route = Destination::Route{{4, {}}, 24, 16};
     questions.out = 21;
     PutLink(21, 0x21, {.vlanLower = 22, .vlanId = 30});
     EXPECT_EQ(To(kRouter, {.to = 0x20, .destination = "203.0.113.9"}), routed);
-    EXPECT_EQ(To(kRouter, {.to = 0x99}), Dropped(Discard::kUnknown));
+    EXPECT_EQ(To(kRouter, {.to = 0x99}), Made(Kind::kUnknown)) << "a device in another namespace may have it";
     EXPECT_EQ(To(kRouter, {.to = 0x20, .destination = "255.255.255.255"}), Made(Kind::kLocal));
+    EXPECT_EQ(To(kRouter, {.to = 0x20}, 9), Dropped(Discard::kIngressVlan, 9));
     PutLink(kRouter, 0x20, {}, 1, true);
-    EXPECT_EQ(To(kRouter, {.to = 0x99}), Made(Kind::kUnknown)) << "somebody made it take them";
+    EXPECT_EQ(To(kRouter, {.to = 0x20}, 9), Made(Kind::kUnknown, 0, 0, 9)) << "somebody made it take all";
 }
 
 TEST_F(ResolverTest, VlanDevicesOfOneNumberAreToldApartByTheirTags)
@@ -383,7 +383,7 @@ TEST_F(ResolverTest, APortThatLeavesItsBridgeIsNoPortOfIt)
     EXPECT_EQ(To(1, {.to = 2}), Dropped(Discard::kPortNotForwarding));
     bridges.RemoveDevice(kBridge);
     EXPECT_EQ(bridges.AddressCount(), 0U);
-    EXPECT_EQ(To(1, {.to = 2}), Dropped(Discard::kUnknown)) << "not for us";
+    EXPECT_EQ(To(1, {.to = 2}), Made(Kind::kUnknown)) << "not for us";
 }
 
 }  // namespace
