@@ -67,7 +67,7 @@ public:
     /// Waits until none of them has heard anything for `quiet`, which is longer than a sample waits anywhere,
     /// while there is no polling. Throws TimedOut.
     static void AwaitQuiet(const std::vector<const DecodingCollector*>& collectors,
-                           std::chrono::milliseconds quiet = std::chrono::milliseconds(200));
+                           std::chrono::milliseconds quiet = std::chrono::milliseconds(500));
 
 private:
     struct Heard {

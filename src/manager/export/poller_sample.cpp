@@ -31,7 +31,7 @@ struct KindType {
     std::uint32_t type;
 };
 // A virtual Ethernet pair and a tap are Ethernet to what is connected with them.
-constexpr std::array<KindType, 20> kKinds{{
+constexpr std::array<KindType, 20> kKindTypes{{
     {"bond", kAggregate},     {"bridge", kBridge},  {"dummy", kVirtual},    {"geneve", kTunnel},
     {"gretap", kTunnel},      {"ifb", kVirtual},    {"ip6gretap", kTunnel}, {"ipvlan", kVirtual},
     {"l2tpeth", kTunnel},     {"macsec", kVirtual}, {"macvlan", kVirtual},  {"macvtap", kVirtual},
@@ -66,9 +66,9 @@ std::uint32_t DirectionOf(net::Duplex duplex)
 
 std::uint32_t InterfaceType(const net::Link& link)
 {
-    const auto* known = std::find_if(kKinds.begin(), kKinds.end(),
+    const auto* known = std::find_if(kKindTypes.begin(), kKindTypes.end(),
                                      [&](const KindType& row) { return row.kind == link.kind; });
-    if (known != kKinds.end()) return known->type;
+    if (known != kKindTypes.end()) return known->type;
     switch (link.hardwareType) {
     case ARPHRD_ETHER:
         return kEthernet;

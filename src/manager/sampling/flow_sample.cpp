@@ -12,10 +12,8 @@
 namespace manager {
 namespace {
 
-constexpr std::size_t kLinkAddresses = 12;  // bytes before an Ethernet frame's first EtherType
 constexpr std::uint16_t kVlanMask = 0x0FFF;
 constexpr int kPriorityShift = 13;
-constexpr std::uint32_t kTag = 4;
 
 wire::Port Single(std::uint32_t ifIndex) { return {wire::Port::Format::kSingle, ifIndex}; }
 

@@ -13,8 +13,6 @@
 namespace manager {
 namespace {
 
-constexpr std::size_t kLinkAddresses = 12;  // bytes before an Ethernet frame's first EtherType
-constexpr std::size_t kTag = 4;
 constexpr std::size_t kIpv6Header = 40;
 constexpr std::size_t kUdpHeader = 8;
 constexpr std::size_t kJumboOption = 8;  // bytes of the hop-by-hop header that the kernel adds

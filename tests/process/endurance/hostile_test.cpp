@@ -58,7 +58,7 @@ TEST_P(HostileFrames, EachIsSampledAsItWas)
     EXPECT_EQ(FaultInDatagrams(collector.Arrivals()), "");
     ASSERT_EQ(flows.size(), expected.size());
     EXPECT_EQ(flows.back().pool, expected.size());
-    constexpr std::size_t kFcs = 4;
+    constexpr std::size_t kFcs = 4, kLeast = 60;  // shorter ones are padded by the device
     for (std::size_t i = 0; i < flows.size(); ++i) {
         ASSERT_TRUE(flows[i].header) << "frame " << i;
         Bytes beginning = expected[i];
@@ -66,7 +66,7 @@ TEST_P(HostileFrames, EachIsSampledAsItWas)
         ASSERT_EQ(flows[i].header->bytes, beginning) << "frame " << i;
         ASSERT_GE(flows[i].header->bytes.size(), std::min<std::size_t>(expected[i].size(), 512))
             << "frame " << i;
-        ASSERT_EQ(flows[i].header->frameLength, expected[i].size() + kFcs) << "frame " << i;
+        ASSERT_EQ(flows[i].header->frameLength, std::max(expected[i].size(), kLeast) + kFcs) << "frame " << i;
     }
     EXPECT_EQ(World().Manager().Terminate(), 0);
 }

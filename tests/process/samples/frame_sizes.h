@@ -11,6 +11,8 @@ namespace samples_tests {
 
 inline constexpr std::size_t kEthernet = 14;
 inline constexpr std::uint32_t kFcs = 4;
+inline constexpr std::size_t kLeast =
+    60;  // of an Ethernet frame without FCS: shorter ones are padded by the device
 
 }  // namespace samples_tests
 

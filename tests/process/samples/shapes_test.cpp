@@ -37,7 +37,7 @@ protected:
         beginning.resize(std::min(beginning.size(), kHeader));
         ASSERT_TRUE(flow.header);
         EXPECT_EQ(flow.header->protocol, 1U);
-        EXPECT_EQ(flow.header->frameLength, shape.frame.size() + kFcs);
+        EXPECT_EQ(flow.header->frameLength, std::max(shape.frame.size(), kLeast) + kFcs);
         EXPECT_EQ(flow.header->stripped, kFcs);
         EXPECT_EQ(flow.header->bytes, beginning);
         EXPECT_EQ(flow.rate, 1U);

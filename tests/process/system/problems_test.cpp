@@ -8,6 +8,8 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -203,7 +205,16 @@ TEST_F(Problems, WithoutPermissionEachInterfaceSaysSo)
     Start("", Interface("busy", "c1"));
     const Lines shown = Shown();
     const std::string manager = m_world->CliDone("show sflow");
-    EXPECT_THAT(manager, HasSubstr("  Limitation   without CAP_NET_ADMIN the buffers for datagrams "));
+    const auto limit = [](const char* name) {
+        std::uint64_t bytes = 0;
+        std::ifstream(std::string("/proc/sys/net/core/") + name) >> bytes;
+        return bytes;
+    };
+    const bool small = limit("rmem_max") < 2 * 1024 * 1024 || limit("wmem_max") < 512 * 1024;
+    EXPECT_EQ(
+        manager.find("  Limitation   without CAP_NET_ADMIN the buffers for datagrams ") != std::string::npos,
+        small)
+        << "named where the machine's limits are lower than what is asked for";
     EXPECT_THAT(manager, HasSubstr("  Limitation   the manager's own datagrams are not marked "));
     EXPECT_THAT(manager, HasSubstr("  Limitation   no packets are sampled: ebpf: "));
     ASSERT_EQ(2U, shown.size());
