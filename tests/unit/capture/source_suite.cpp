@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::chrono::seconds kPatience{30};
 // Longer than a source may keep a sample.
-constexpr std::chrono::milliseconds kLongest{150};
+constexpr std::chrono::milliseconds kLongest{300};
 
 }  // namespace
 

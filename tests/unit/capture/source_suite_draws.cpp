@@ -131,7 +131,7 @@ TEST_P(SourceSuite, CountsManyInterfacesEachByItself)
         SendNumbered("f" + std::to_string(i), 1000ULL * i, 50 + i);
     for (std::uint32_t i = 0; i < kInterfaces; ++i)
         EXPECT_TRUE(Becomes([&] { return m_source->Read(ports[i]).pool == 50 + i; })) << i;
-    Run(std::chrono::milliseconds(200));
+    Run(std::chrono::milliseconds(300));
     std::uint64_t seen = 0;
     for (const auto& [ifIndex, counts] : m_source->ReadAll()) {
         const auto i = static_cast<std::uint32_t>(std::ranges::find(ports, ifIndex) - ports.begin());

@@ -156,7 +156,7 @@ TEST_P(SourceSuite, HandsOverWhatWaitsWhenAnInterfaceIsRemoved)
         EXPECT_EQ(m_record.Numbers(port), UpTo(kFrames));
         // Not sampled now.
         SendNumbered("far", 1000, kFrames);
-        Run(std::chrono::milliseconds(120));
+        Run(std::chrono::milliseconds(300));
         EXPECT_EQ(m_record.all.size(), kFrames);
         EXPECT_EQ(m_source->ReadAll().size(), 0U);
     }
