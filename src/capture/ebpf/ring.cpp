@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// Maps the ring and keeps its positions. The data are mapped once, to save memory: the one record per round
-// that is in two pieces is copied instead.
+// Maps the ring and keeps its positions. The data are mapped once, and only where something lies, to save
+// memory: the one record per round that is in two pieces is copied instead.
 
 #include "capture/ebpf/ring.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include <fmt/format.h>
 #include <sys/mman.h>
@@ -17,34 +18,69 @@
 namespace capture {
 
 BpfRingBuffer::BpfRingBuffer(int file, std::size_t size)
-    : m_size(size), m_page(static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)))
+    : m_file(file),
+      m_size(size),
+      m_page(static_cast<std::size_t>(::sysconf(_SC_PAGESIZE))),
+      m_slice(std::min(kSlice, size)),
+      m_mapped(size / m_slice)
 {
     void* consumer = ::mmap(nullptr, m_page, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    void* producer = consumer == MAP_FAILED ? MAP_FAILED
-                                            : ::mmap(nullptr, m_page + m_size, PROT_READ, MAP_SHARED, file,
-                                                     static_cast<off_t>(m_page));
-    if (producer == MAP_FAILED) {
+    void* producer = ::mmap(nullptr, m_page, PROT_READ, MAP_SHARED, file, static_cast<off_t>(m_page));
+    void* data = ::mmap(nullptr, m_size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (consumer == MAP_FAILED || producer == MAP_FAILED || data == MAP_FAILED) {
         const int error = errno;
-        if (consumer != MAP_FAILED) ::munmap(consumer, m_page);
+        for (const auto& [at, length] : {std::pair(consumer, m_page), {producer, m_page}, {data, m_size}})
+            if (at != MAP_FAILED) ::munmap(at, length);
         throw Unavailable(Unavailable::Cause::kOther,
                           fmt::format("the ring of samples can't be mapped: {}", std::strerror(error)));
     }
     m_consumer = static_cast<unsigned long*>(consumer);
     m_producer = static_cast<const unsigned long*>(producer);
-    m_data = static_cast<const std::byte*>(producer) + m_page;
+    m_data = static_cast<std::byte*>(data);
     m_position = m_released = m_end = __atomic_load_n(m_consumer, __ATOMIC_ACQUIRE);
 }
 
 BpfRingBuffer::~BpfRingBuffer()
 {
     ::munmap(m_consumer, m_page);
-    ::munmap(const_cast<unsigned long*>(m_producer), m_page + m_size);
+    ::munmap(const_cast<unsigned long*>(m_producer), m_page);
+    ::munmap(m_data, m_size);
 }
 
 bool BpfRingBuffer::Begin()
 {
-    m_end = Produced();
-    return m_end != m_position;
+    m_end = m_position;
+    const unsigned long end = Produced();
+    if (end == m_position) return false;
+    if (m_mappedSlices > 2 * kFewSlices && end - m_position <= kFewSlices * m_slice) UnmapAll();
+    if (!MapUntil(end)) return false;
+    m_end = end;
+    return true;
+}
+
+bool BpfRingBuffer::MapUntil(unsigned long end)
+{
+    for (unsigned long at = m_position / m_slice; at <= (end - 1) / m_slice; ++at) {
+        const std::size_t slice = at % m_mapped.size();
+        if (m_mapped[slice]) continue;
+        const std::size_t from = slice * m_slice;
+        if (::mmap(m_data + from, m_slice, PROT_READ, MAP_SHARED | MAP_FIXED, m_file,
+                   static_cast<off_t>(2 * m_page + from)) == MAP_FAILED)
+            return false;
+        m_mapped[slice] = true;
+        ++m_mappedSlices;
+    }
+    return true;
+}
+
+/// The addresses stay reserved; if that fails, what is mapped stays.
+void BpfRingBuffer::UnmapAll()
+{
+    if (::mmap(m_data, m_size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0) ==
+        MAP_FAILED)
+        return;
+    m_mapped.assign(m_mapped.size(), false);
+    m_mappedSlices = 0;
 }
 
 bool BpfRingBuffer::Release()

@@ -18,14 +18,14 @@ namespace capture {
 
 class BpfRingBuffer {
 public:
-    /// `size`: bytes, a power of two, at least a page. Throws Unavailable.
+    /// `size`: bytes, a power of two, at least a page. The file must outlive it. Throws Unavailable.
     BpfRingBuffer(int file, std::size_t size);
     ~BpfRingBuffer();
     BpfRingBuffer(const BpfRingBuffer&) = delete;
     BpfRingBuffer& operator=(const BpfRingBuffer&) = delete;
 
-    /// Until the next call, Next hands out what is in the ring now. False if the ring is empty; a record that
-    /// is being written counts as one.
+    /// Until the next call, Next hands out what is in the ring now. False if the ring is empty, or can't be
+    /// mapped for want of memory; a record that is being written counts as one.
     bool Begin();
 
     /// The next finished record, or null: at the end, before one that is being written, or when Release
@@ -63,14 +63,27 @@ public:
     /// Gives the room of what was read back to the program. False if nothing was read since the last call.
     bool Release();
 
-private:
-    const std::byte* Straighten(std::size_t from, std::size_t length);
+    /// Bytes of the data that are mapped now.
+    [[nodiscard]] std::size_t Mapped() const { return m_mappedSlices * m_slice; }
 
+private:
+    // What is mapped counts as the process's memory, so it is mapped where something lies, a slice at a time.
+    static constexpr std::size_t kSlice = std::size_t{64} * 1024;
+    static constexpr std::size_t kFewSlices = 2;
+
+    const std::byte* Straighten(std::size_t from, std::size_t length);
+    [[nodiscard]] bool MapUntil(unsigned long end);
+    void UnmapAll();
+
+    int m_file;
     std::size_t m_size;
     std::size_t m_page;
-    unsigned long* m_consumer = nullptr;        // a page of its own
-    const unsigned long* m_producer = nullptr;  // a page, and the data behind it
-    const std::byte* m_data = nullptr;
+    std::size_t m_slice;
+    unsigned long* m_consumer = nullptr;        // a page
+    const unsigned long* m_producer = nullptr;  // a page
+    std::byte* m_data = nullptr;                // reserved addresses for all of it
+    std::vector<bool> m_mapped;                 // by slice
+    std::size_t m_mappedSlices = 0;
     unsigned long m_position = 0;
     unsigned long m_end = 0;
     unsigned long m_released = 0;
