@@ -218,8 +218,7 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
     if (packetSockets && !m_source.status.reason.empty())
         slog::Notice(
             "packets are sampled by packet sockets, which count a packet of several segments (GRO, GSO) "
-            "once, so "
-            "estimates of frames and bytes are too low where there are such packets: {}",
+            "once, so estimates of frames and bytes are too low where there are such packets: {}",
             m_source.status.reason);
     if (options.metrics)
         m_metrics =
