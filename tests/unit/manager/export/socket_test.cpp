@@ -135,6 +135,7 @@ TEST_F(ExporterTest, MarksItsDatagrams)
 
 TEST_F(ExporterTest, SaysThatItMayNotMarkAndSendsAllTheSame)
 {
+    if (const std::string why = support::WhyNotWithoutFiles(); !why.empty()) GTEST_SKIP() << why;
     Collector collector("127.0.0.2", 6343);
     std::string atOnce, later, withoutSocket, unmarked;
     // Capabilities are those of a thread.
