@@ -136,7 +136,8 @@ std::optional<NetlinkError> ErrorOf(const nlmsghdr& message)
     return error;
 }
 
-NetlinkSocket::NetlinkSocket(int protocol, bool strict) : m_buffer(kBufferSize)
+NetlinkSocket::NetlinkSocket(int protocol, bool strict)
+    : m_buffer(std::make_unique_for_overwrite<std::uint8_t[]>(kBufferSize))
 {
     m_socket = base::UniqueFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol));
     if (!m_socket) Fail("netlink socket");
@@ -189,7 +190,7 @@ NetlinkSocket::Received NetlinkSocket::Receive(const OnMessage& message)
     for (;;) {
         sockaddr_nl from{};
         socklen_t fromSize = sizeof from;
-        const ssize_t size = recvfrom(m_socket.Get(), m_buffer.data(), m_buffer.size(), MSG_TRUNC,
+        const ssize_t size = recvfrom(m_socket.Get(), m_buffer.get(), kBufferSize, MSG_TRUNC,
                                       reinterpret_cast<sockaddr*>(&from), &fromSize);
         if (size < 0) {
             if (errno == EINTR) continue;
@@ -199,8 +200,8 @@ NetlinkSocket::Received NetlinkSocket::Receive(const OnMessage& message)
         }
         if (from.nl_pid != 0) continue;  // not from the kernel: any process may send to us
         // The kernel sends no datagram larger than this buffer; if it did, part of it would be lost.
-        if (static_cast<std::size_t>(size) > m_buffer.size()) return Received::kLost;
-        const auto* at = reinterpret_cast<const nlmsghdr*>(m_buffer.data());
+        if (static_cast<std::size_t>(size) > kBufferSize) return Received::kLost;
+        const auto* at = reinterpret_cast<const nlmsghdr*>(m_buffer.get());
         int left = static_cast<int>(size);
         for (; mnl_nlmsg_ok(at, left); at = mnl_nlmsg_next(at, &left)) message(*at);
         return Received::kMessages;

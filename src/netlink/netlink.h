@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -145,7 +146,8 @@ private:
     base::UniqueFd m_socket;
     std::uint32_t m_port = 0;
     std::uint32_t m_sequence = 0;
-    std::vector<std::uint8_t> m_buffer;
+    // Not filled beforehand: what is never received takes no memory.
+    std::unique_ptr<std::uint8_t[]> m_buffer;
 };
 
 /// The error that an NLMSG_ERROR or NLMSG_DONE carries, with the kernel's text; nullopt for an

@@ -52,8 +52,9 @@ struct Machine {
         bridges.PutAddress(10, 5, {2, 0, 0, 0, 0, 2}, {2, false}, 1);
         bridges.PutAddress(10, 5, {2, 0, 0, 0, 0, 9}, {10, true}, 1);
     }
-    void Put(std::uint32_t index, std::uint16_t type, const net::Placement& placement)
+    void Put(std::uint32_t index, std::uint16_t type, net::Placement placement)
     {
+        placement.mtu = 68;  // the least of IPv4
         net::Link link;
         link.index = index;
         link.hardwareType = type;
@@ -80,6 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::vector<std::byte> bytes(size - 4);
     if (!bytes.empty()) std::memcpy(bytes.data(), data + 4, bytes.size());
     packet.header = bytes;
+    packet.length = static_cast<std::uint32_t>(bytes.size()) + data[0];
     if (const auto head = net::ReadFrame(packet); head && head->network > bytes.size()) std::abort();
     const net::Destination to = machine.resolver.Resolve(packet);
     if (to.route && to.kind != net::Destination::Kind::kInterface) std::abort();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The counters of network interfaces: rtnetlink's 64-bit link statistics and ethtool netlink's IEEE 802.3
-// statistics, if the driver keeps them.
+// The counters of network interfaces: rtnetlink's 64-bit link statistics, ethtool netlink's IEEE 802.3
+// statistics, if the driver keeps them, and what a member of a bond or team has of link aggregation.
 
 #ifndef NET_COUNTERS_COUNTERS_H
 #define NET_COUNTERS_COUNTERS_H
@@ -9,6 +9,8 @@
 #include <memory>
 #include <optional>
 #include <span>
+
+#include "net/links/links.h"
 
 namespace net {
 
@@ -36,6 +38,19 @@ struct EthernetCounters {
     }
 };
 
+/// The member of a bond or team. Without LACP (a bond of another mode, a team) the partner and the states are
+/// zero and nothing is counted.
+struct AggregateMember {
+    std::uint32_t aggregate = 0;  // ifIndex of the bond or team
+    MacAddress actorSystem{};     // in LACP; else the aggregate's address
+    MacAddress partnerSystem{};   // all zeros: none, or not known
+    std::uint8_t actorState = 0,
+                 partnerState = 0;  // Actor_Oper_Port_State of IEEE 802.1AX, and the partner's
+    std::optional<std::uint64_t> lacpdusIn{}, markersIn{}, markerResponsesIn{}, unknownIn{}, illegalIn{},
+        lacpdusOut{}, markersOut{}, markerResponsesOut{};
+    friend bool operator==(const AggregateMember&, const AggregateMember&) = default;
+};
+
 /// Its requests wait for the kernel's lock while any process changes links, in any namespace. Writes nothing
 /// to the log.
 class CounterReader {
@@ -52,6 +67,10 @@ public:
     /// The driver's counters; nullopt if it has none, which is remembered for the interface until Forget, or
     /// if the kernel reports another error.
     virtual std::optional<EthernetCounters> ReadEthernet(std::uint32_t ifIndex) = 0;
+    /// The member of a bond or team; nullopt if it is none, or if the kernel reports an error. What the
+    /// members of one aggregate have in common is read once between two calls of Read.
+    virtual std::optional<AggregateMember> ReadMember(std::uint32_t ifIndex) = 0;
+
     virtual void Forget(std::uint32_t ifIndex) = 0;
 };
 

@@ -15,6 +15,8 @@
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 
+#include "net/counters/aggregate_members.h"
+
 namespace net {
 namespace {
 
@@ -82,11 +84,12 @@ void ReadGroup(Attribute nest, EthernetCounters& counters)
     });
 }
 
-/// Both kinds of counters behind one interface.
+/// All kinds of counters behind one interface.
 class KernelCounterReader final : public CounterReader {
 public:
     std::span<const LinkCounters> Read(std::span<const std::uint32_t> ifIndexes) override
     {
+        m_members.Refresh();
         if (ifIndexes.empty()) return {};
         m_wanted.assign(ifIndexes.begin(), ifIndexes.end());
         std::ranges::sort(m_wanted);
@@ -99,11 +102,17 @@ public:
         return m_ethernet.Read(ifIndex);
     }
 
+    std::optional<AggregateMember> ReadMember(std::uint32_t ifIndex) override
+    {
+        return m_members.Read(ifIndex);
+    }
+
     void Forget(std::uint32_t ifIndex) override { m_ethernet.Forget(ifIndex); }
 
 private:
     LinkCountersReader m_links;
     EthernetCountersReader m_ethernet;
+    AggregateMembers m_members;
     std::vector<std::uint32_t> m_wanted;
 };
 

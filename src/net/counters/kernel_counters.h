@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reads the counters of interfaces in the kernel: link statistics by rtnetlink's RTM_GETSTATS, and the IEEE
 // 802.3 counters that a driver keeps by ethtool netlink (ETHTOOL_MSG_STATS_GET, the groups eth-mac and
-// eth-phy). The counter reader (counters.h) is made of both.
+// eth-phy). The counter reader (counters.h) is made of both and of aggregate_members.h.
 
 #ifndef NET_COUNTERS_KERNEL_COUNTERS_H
 #define NET_COUNTERS_KERNEL_COUNTERS_H

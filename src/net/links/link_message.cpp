@@ -49,7 +49,7 @@ void ReadMaster(Attribute linkInfo, LinkMessage& read, std::uint32_t master)
     if (kind == "bridge") {
         read.link.master = master;
     } else if (kind == "bond" || kind == "team") {
-        read.placement.aggregate = master;
+        read.link.aggregate = master;
     } else if (kind == "vrf") {
         read.placement.vrf = master;
     } else {
@@ -93,6 +93,7 @@ std::optional<LinkMessage> ReadLink(const nlmsghdr& message)
     link.loopback = (header.ifi_flags & IFF_LOOPBACK) != 0;
     const auto address = attributes[IFLA_ADDRESS].Bytes();
     if (address.size() == link.mac.size()) std::copy(address.begin(), address.end(), link.mac.begin());
+    read.placement.mtu = attributes[IFLA_MTU].U32();
     // The index of a lower device in another namespace must not be taken for one of this namespace.
     ReadKind(attributes[IFLA_LINKINFO], read,
              attributes[IFLA_LINK_NETNSID] ? 0 : attributes[IFLA_LINK].U32());

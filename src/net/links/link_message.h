@@ -15,7 +15,7 @@ namespace net {
 
 /// A device's place on the path of a packet, beyond what Link has.
 struct Placement {
-    std::uint32_t aggregate = 0;     // bond or team that takes the packets that enter here; 0: none
+    std::uint32_t mtu = 0;           // bytes of a packet without link header; 0: unknown
     bool foreignMaster = false;      // another kind of master takes them; its decisions can't be seen
     std::uint32_t vlanLower = 0;     // of a VLAN device: the device below it; 0: none
     std::uint16_t vlanId = 0;        // and its VLAN id

@@ -29,8 +29,9 @@ struct Link {
     bool running = false;            // operational: IF_OPER_UP, or unknown with a carrier
     bool promiscuous = false;
     bool loopback = false;
-    bool vlanFiltering = false;  // a bridge that tells VLANs apart
-    std::uint32_t master = 0;    // index of the bridge it is a port of; 0: none
+    bool vlanFiltering = false;   // a bridge that tells VLANs apart
+    std::uint32_t master = 0;     // index of the bridge it is a port of; 0: none
+    std::uint32_t aggregate = 0;  // index of the bond or team that it is a member of; 0: none
     MacAddress mac{};
     std::uint64_t speed = 0;  // bits a second; 0: unknown
     Duplex duplex = Duplex::kUnknown;

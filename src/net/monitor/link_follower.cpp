@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "net/monitor/link_follower.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <system_error>
@@ -20,6 +21,8 @@ namespace {
 constexpr std::size_t kLinkBuffer = 2 * 1024 * 1024;
 constexpr int kDatagramsATurn = 64;
 constexpr std::size_t kSpeedsAtATime = 64;
+constexpr std::size_t kFetchedATurn = 64 * 1024;  // bytes
+constexpr int kFetchWaitMs = 5000;
 constexpr std::chrono::milliseconds kTurn{2};
 constexpr int kTries = 3;  // of one dump that changes interrupt
 
@@ -32,12 +35,12 @@ LinkFollower::LinkFollower(Links& links, Bridges& bridges, std::shared_ptr<LinkS
       m_speeds(std::move(speeds)),
       m_worker(worker),
       m_listener(std::move(listener)),
-      m_socket(NETLINK_ROUTE)
+      m_socket(std::make_shared<NetlinkSocket>(NETLINK_ROUTE))
 {
-    m_socket.SetReceiveBuffer(kLinkBuffer);
-    for (const std::uint32_t group : {RTNLGRP_LINK, RTNLGRP_NEIGH}) m_socket.Join(group);
+    m_socket->SetReceiveBuffer(kLinkBuffer);
+    for (const std::uint32_t group : {RTNLGRP_LINK, RTNLGRP_NEIGH}) m_socket->Join(group);
     try {
-        m_socket.Join(RTNLGRP_BRVLAN);
+        m_socket->Join(RTNLGRP_BRVLAN);
     } catch (const std::system_error&) {  // an older kernel: VLANs come only with the ports
     }
 }
@@ -61,8 +64,56 @@ void LinkFollower::Synchronise()
         m_speeds->ReadAll([this](std::uint32_t ifIndex, LinkSpeed speed) { m_measured[ifIndex] = speed; });
 }
 
+// Of the thread until it is done.
+struct LinkFollower::Fetch {
+    std::shared_ptr<NetlinkSocket> socket;
+    NetlinkRequest request;
+    bool asked;  // the dump is requested
+    std::uint32_t sequence;
+    std::vector<std::uint8_t> messages{};  // each at a multiple of NLMSG_ALIGNTO
+    bool lost = false;
+    std::string failure{};
+
+    // Until the end of the dump, or for one turn of the loop.
+    void Run()
+    {
+        try {
+            while (!asked && messages.size() < kFetchedATurn) Take();
+            for (bool ended = false; asked && !ended && messages.size() < kFetchedATurn;) ended = Take();
+        } catch (const std::system_error& error) {
+            failure = error.what();
+        }
+    }
+
+private:
+    // One datagram. A dump begins with an empty queue, so that there is room for the answers.
+    bool Take()
+    {
+        bool ended = false;
+        const auto received = socket->Receive([&](const nlmsghdr& message) {
+            const auto* bytes = reinterpret_cast<const std::uint8_t*>(&message);
+            messages.insert(messages.end(), bytes, bytes + message.nlmsg_len);
+            messages.resize(NLMSG_ALIGN(messages.size()));
+            const bool last = message.nlmsg_type == NLMSG_ERROR || message.nlmsg_type == NLMSG_DONE;
+            ended = ended || (last && asked && socket->IsAnswer(message, sequence));
+        });
+        if (received == NetlinkSocket::Received::kLost) lost = true;
+        if (received != NetlinkSocket::Received::kNothing) return ended;
+        if (asked && !socket->Wait(kFetchWaitMs))
+            throw std::system_error(ETIMEDOUT, std::system_category(), "netlink answer");
+        if (!asked) sequence = socket->Send(request);
+        asked = true;
+        return false;
+    }
+};
+
 bool LinkFollower::Turn()
 {
+    if (m_fetching != nullptr) return false;
+    if (Synchronising() && m_turn) {
+        FetchSome();
+        return false;
+    }
     bool more = false;
     try {
         more = TakeSome();
@@ -88,7 +139,7 @@ bool LinkFollower::TakeSome()
     const auto end = std::chrono::steady_clock::now() + kTurn;
     bool more = true;
     for (int i = 0; i < kDatagramsATurn && more && std::chrono::steady_clock::now() < end; ++i) {
-        const auto received = m_socket.Receive([this](const nlmsghdr& message) { Take(message); });
+        const auto received = m_socket->Receive([this](const nlmsghdr& message) { Take(message); });
         if (received == NetlinkSocket::Received::kLost) m_lost = true;
         if (m_ended) EndPhase();
         if (received != NetlinkSocket::Received::kNothing) continue;
@@ -101,12 +152,41 @@ bool LinkFollower::TakeSome()
     return more;
 }
 
+void LinkFollower::FetchSome()
+{
+    const auto fetch = std::make_shared<Fetch>(Fetch{m_socket, PhaseDump(), m_asked, m_sequence});
+    m_fetching = m_worker.Do([fetch] { fetch->Run(); }, [this, fetch] { TakeFetched(*fetch); });
+}
+
+void LinkFollower::TakeFetched(Fetch& fetched)
+{
+    m_fetching.reset();
+    if (fetched.asked && !m_asked) m_disturbed = false;
+    m_asked = fetched.asked;
+    m_sequence = fetched.sequence;
+    if (fetched.lost) m_lost = true;
+    const auto* at = reinterpret_cast<const nlmsghdr*>(fetched.messages.data());
+    for (auto left = static_cast<int>(fetched.messages.size()); NLMSG_OK(at, left); at = NLMSG_NEXT(at, left))
+        Take(*at);
+    if (!fetched.failure.empty()) {
+        Failed(fetched.failure);
+        m_phase = Phase::kFollowing;
+        m_asked = m_ended = false;
+    }
+    if (m_ended) EndPhase();
+    MeasureSome();
+    m_turn();
+}
+
+NetlinkRequest LinkFollower::PhaseDump() const
+{
+    return m_phase == Phase::kLinks ? LinkDump() : m_phase == Phase::kPorts ? PortDump() : AddressDump();
+}
+
 void LinkFollower::BeginPhase()
 {
-    NetlinkRequest request = m_phase == Phase::kLinks   ? LinkDump()
-                             : m_phase == Phase::kPorts ? PortDump()
-                                                        : AddressDump();
-    m_sequence = m_socket.Send(request);
+    NetlinkRequest request = PhaseDump();
+    m_sequence = m_socket->Send(request);
     m_asked = true;
     m_ended = m_disturbed = false;
 }
@@ -146,7 +226,7 @@ void LinkFollower::Sweep()
 
 void LinkFollower::Take(const nlmsghdr& message)
 {
-    if (m_asked && m_socket.IsAnswer(message, m_sequence)) {
+    if (m_asked && m_socket->IsAnswer(message, m_sequence)) {
         if ((message.nlmsg_flags & NLM_F_DUMP_INTR) != 0) m_disturbed = true;
         if (message.nlmsg_type == NLMSG_ERROR || message.nlmsg_type == NLMSG_DONE) {
             m_ended = true;

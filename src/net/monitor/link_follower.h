@@ -40,8 +40,8 @@ public:
     LinkFollower(Links& links, Bridges& bridges, std::shared_ptr<LinkSpeeds> speeds, base::Worker& worker,
                  Listener listener);
 
-    [[nodiscard]] int Descriptor() const { return m_socket.Descriptor(); }
-    void SetReceiveBuffer(std::size_t bytes) { m_socket.SetReceiveBuffer(bytes); }
+    [[nodiscard]] int Descriptor() const { return m_socket->Descriptor(); }
+    void SetReceiveBuffer(std::size_t bytes) { m_socket->SetReceiveBuffer(bytes); }
 
     /// Begins to dump everything, unless a dump runs already; Turn takes the answers. What the dumps do not
     /// contain is removed at their end.
@@ -50,6 +50,11 @@ public:
     [[nodiscard]] bool Synchronising() const { return m_phase != Phase::kFollowing; }
     /// Whether messages were lost or addresses did not fit: call Synchronise a little later.
     [[nodiscard]] bool NeedsSynchronise() const;
+
+    /// From now on the worker asks for the dumps: the kernel answers none while anybody changes links, in any
+    /// namespace. While one is under way Turn takes nothing. `turn` is called from the loop when a dump has
+    /// ended, and is to call Turn.
+    void DumpBeside(std::function<void()> turn) { m_turn = std::move(turn); }
 
     /// Takes a bounded number of messages. Returns true if more may be waiting. Does not throw: after an
     /// error, for example if the kernel has no memory for an answer, NeedsSynchronise is true.
@@ -75,7 +80,14 @@ private:
         std::vector<std::optional<LinkSpeed>> speeds;
     };
 
+    // What the worker takes of a dump and of what comes before it and meanwhile, in the order in which it
+    // came.
+    struct Fetch;
+
     bool TakeSome();
+    void FetchSome();
+    void TakeFetched(Fetch& fetched);
+    [[nodiscard]] NetlinkRequest PhaseDump() const;
     void Take(const nlmsghdr& message);
     void TakeLink(const nlmsghdr& message);
     void TakeBridge(const nlmsghdr& message);
@@ -94,7 +106,9 @@ private:
     std::shared_ptr<LinkSpeeds> m_speeds;  // the worker's while m_measuring
     base::Worker& m_worker;
     Listener m_listener;
-    NetlinkSocket m_socket;
+    std::shared_ptr<NetlinkSocket> m_socket;  // the worker's while m_fetching
+    std::function<void()> m_turn;             // empty: dumps are asked for in Turn
+    std::shared_ptr<void> m_fetching;
 
     std::unordered_map<std::uint32_t, Device> m_devices;
     std::unordered_set<std::uint32_t> m_unmeasured;

@@ -75,6 +75,9 @@ public:
             }
             if (m_follower.NeedsSynchronise()) m_follower.Synchronise();
         }
+        m_follower.DumpBeside([this] {
+            if (m_alive != nullptr) Follow();
+        });
         LinkTurn();
         if (m_settingEvents.is_open()) AwaitSettings();
         AwaitRoutes();

@@ -44,11 +44,13 @@ struct FrameHead {
 struct Addresses {
     Address source, destination;
     std::uint8_t timeToLive = 0;  // or hop limit
+    std::uint32_t size = 0;       // of the packet, as its header tells; 0: it does not (RFC 2675)
+    bool fragmentable = false;    // a router may fragment it: IPv4 without DF
     friend bool operator==(const Addresses&, const Addresses&) = default;
 };
 
-/// The addresses of an IPv4 (RFC 791) or IPv6 (RFC 8200) header; nullopt for another type or version, or if
-/// the bytes end before the addresses do.
+/// What routing needs of an IPv4 (RFC 791) or IPv6 (RFC 8200) header; nullopt for another type or version, or
+/// if the bytes end before the addresses do.
 [[nodiscard]] std::optional<Addresses> ReadAddresses(std::uint16_t etherType,
                                                      std::span<const std::byte> network);
 

@@ -2,12 +2,13 @@
 #include "net/resolver/resolver.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include <net/if_arp.h>
 
 #include <linux/if_ether.h>
+
+#include "net/resolver/link_address.h"
 
 namespace net {
 namespace {
@@ -15,42 +16,6 @@ namespace {
 using Kind = Destination::Kind;
 
 constexpr int kDevicesOnTheWay = 8;  // VLAN devices on bridges on bonds: no sensible path is longer
-
-/// The destination of the packet, or of an answer to it.
-const std::uint8_t* DestinationMac(const Entering& packet, bool backwards)
-{
-    return reinterpret_cast<const std::uint8_t*>(packet.header.data()) + (backwards ? 6 : 0);
-}
-
-bool IsGroup(const std::uint8_t* mac) { return (mac[0] & 1) != 0; }
-
-bool IsBroadcast(const std::uint8_t* mac)
-{
-    return std::all_of(mac, mac + 6, [](std::uint8_t byte) { return byte == 0xFF; });
-}
-
-// 01:80:C2:00:00:0X, which bridges keep to themselves (IEEE 802.1D, 7.12.6).
-bool IsLinkLocal(const std::uint8_t* mac)
-{
-    constexpr std::uint8_t kPrefix[] = {0x01, 0x80, 0xC2, 0x00, 0x00};
-    return std::memcmp(mac, kPrefix, sizeof kPrefix) == 0 && mac[5] < 0x10;
-}
-
-// Whether a bridge with snooping sends this multicast only to members and routers. Groups of the local link
-// go everywhere: 224.0.0.0/24 and ff02::1 (RFC 4541, 2.1.2 and 3). A packet that can't be read counts as
-// restricted.
-bool IsJoined(const Entering& packet)
-{
-    constexpr std::array<std::uint8_t, 16> kAllNodes{0xFF, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
-    if (packet.etherType != ETH_P_IP && packet.etherType != ETH_P_IPV6) return false;
-    const auto head = ReadFrame(packet);
-    if (!head) return true;
-    const auto addresses = ReadAddresses(packet.etherType, packet.header.subspan(head->network));
-    if (!addresses) return true;
-    const auto& to = addresses->destination.bytes;
-    if (addresses->destination.size == 4) return to[0] != 224 || to[1] != 0 || to[2] != 0;
-    return to != kAllNodes;
-}
 
 bool IsEthernet(std::uint16_t type) { return type == ARPHRD_ETHER || type == ARPHRD_LOOPBACK; }
 
@@ -70,15 +35,18 @@ bool IsWithoutLinkHeader(std::uint16_t type)
     }
 }
 
+// Bytes of the IP packet; of the longest, if the kernel holds several as one. Behind a packet there may be
+// padding; the header of several tells their sum, or nothing.
+std::uint32_t SizeOf(const Entering& packet, std::size_t network, const Addresses& header)
+{
+    if (packet.length <= network) return header.size;
+    const std::uint32_t held = packet.length - static_cast<std::uint32_t>(network);
+    return header.size == 0 ? held : std::min(held, header.size);
+}
+
 std::uint64_t VlanKey(std::uint32_t lower, std::uint16_t protocol, std::uint16_t vlan)
 {
     return std::uint64_t{lower} << 32 | std::uint32_t{protocol} << 16 | vlan;
-}
-
-void Drop(Destination& to, Discard reason)
-{
-    to.kind = Kind::kDiscarded;
-    to.reason = reason;
 }
 
 }  // namespace
@@ -98,7 +66,8 @@ std::uint16_t Resolver::PortVlan(std::uint32_t ifIndex) const
 void Resolver::PutDevice(const Link& link, const Placement& placement)
 {
     RemoveDevice(link.index);
-    m_devices[link.index] = {link.index, link.hardwareType, link.promiscuous, link.mac, placement};
+    m_devices[link.index] = {link.index,     link.hardwareType, link.promiscuous,
+                             link.aggregate, link.mac,          placement};
     if (placement.vlanLower != 0)
         m_vlanDevices[VlanKey(placement.vlanLower, placement.vlanProtocol, placement.vlanId)] = link.index;
     if (placement.macvlanLower != 0) m_macvlans[placement.macvlanLower].push_back({link.index, link.mac});
@@ -198,8 +167,8 @@ void Resolver::Follow(Way& way)
     for (int i = 0; i < kDevicesOnTheWay && way.device != nullptr; ++i) {
         const Placement& placement = way.device->placement;
         if (way.vlan != 0 && EnterVlanDevice(way)) continue;
-        if (placement.aggregate != 0) {
-            way.device = Find(placement.aggregate);
+        if (way.device->aggregate != 0) {
+            way.device = Find(way.device->aggregate);
             continue;
         }
         if (placement.foreignMaster) return;
@@ -231,7 +200,7 @@ bool Resolver::EnterMacvlan(Way& way) const
 {
     const auto on = m_macvlans.find(way.device->ifIndex);
     if (on == m_macvlans.end() || way.vlan != 0) return false;
-    const std::uint8_t* mac = DestinationMac(way.packet, way.backwards);
+    const std::uint8_t* mac = way.DestinationMac();
     for (const Macvlan& macvlan : on->second) {
         if (std::memcmp(macvlan.mac.data(), mac, macvlan.mac.size()) != 0) continue;
         way.device = Find(macvlan.ifIndex);
@@ -240,112 +209,10 @@ bool Resolver::EnterMacvlan(Way& way) const
     return false;
 }
 
-bool Resolver::EnterBridge(Way& way, const BridgePort& port) const
-{
-    const Bridge& bridge = *port.bridge;
-    const std::uint8_t* mac = DestinationMac(way.packet, way.backwards);
-    Destination& to = way.destination;
-    std::uint16_t vlan = 0;
-    if (IsLinkLocal(mac) && (mac[5] != 0 || bridge.spanningTree)) {
-        Drop(to, Discard::kReservedMac);  // a pause frame ends at the first station
-        if (mac[5] != 1) to.kind = Kind::kLocal;
-        return false;
-    }
-    if (bridge.filtering) {
-        to.inputVlan = vlan = way.vlan != 0 ? way.vlan : port.pvid;
-        Drop(to, Discard::kIngressVlan);
-        if (vlan >= kVlans || vlan == 0 || !port.In(vlan)) return false;
-    }
-    Drop(to, Discard::kPortNotForwarding);
-    if (!port.state.forwarding) return false;
-    to.outputVlan = bridge.filtering ? vlan : way.vlan;
-    if (IsGroup(mac)) {
-        if (bridge.multicastSnooping && !IsBroadcast(mac) && IsJoined(way.packet))
-            to.kind = Kind::kSeveral;
-        else
-            Flooded(way, port, vlan, IsBroadcast(mac) ? Flood::kBroadcast : Flood::kMulticast);
-        return false;
-    }
-    if (const Bridges::ForwardingEntry* address = Bridges::FindAddress(bridge, vlan, mac);
-        address != nullptr) {
-        if (address->local) return ToHost(way, port, vlan);
-        Bridged(way, port, *address, vlan);
-        return false;
-    }
-    const Device* itself = Find(bridge.ifIndex);
-    if (itself != nullptr && std::memcmp(itself->mac.data(), mac, itself->mac.size()) == 0)
-        return ToHost(way, port, vlan);
-    if (m_bridges.Complete()) {
-        Flooded(way, port, vlan, Flood::kUnicast);
-    } else {  // the kernel may know an address that is not kept here
-        to.kind = Kind::kUnknown;
-        to.outputVlan = 0;
-    }
-    return false;
-}
-
-void Resolver::Bridged(Way& way, const BridgePort& port, const Bridges::ForwardingEntry& address,
-                       std::uint16_t vlan) const
-{
-    const BridgePort* out = m_bridges.FindPort(address.port, address.memo);
-    Destination& to = way.destination;
-    std::optional<Discard> reason;
-    if (out == nullptr || out->bridge != port.bridge || !out->state.forwarding)
-        reason = Discard::kPortNotForwarding;
-    else if (out == &port && !port.state.hairpin)
-        reason = Discard::kSamePort;
-    else if (port.bridge->filtering && !out->In(vlan))
-        reason = Discard::kEgressVlan;
-    else if (out->state.isolated && port.state.isolated && out != &port)
-        reason = Discard::kUnknown;
-    if (reason) {
-        to.outputVlan = 0;
-        return Drop(to, *reason);
-    }
-    to.kind = Kind::kInterface;
-    to.ifIndex = address.port;
-}
-
-void Resolver::Flooded(Way& way, const BridgePort& port, std::uint16_t vlan, Flood kind) const
-{
-    Destination& to = way.destination;
-    const auto [ports, only] = m_bridges.FloodedTo(port, vlan, kind);
-    if (ports > 1) {
-        to.kind = Kind::kSeveral;
-        to.interfaces = ports;
-    } else if (ports == 1) {
-        to.kind = Kind::kInterface;
-        to.ifIndex = only;
-    } else {  // the bridge itself takes group addresses
-        Drop(to, Discard::kNoPorts);
-        if (kind != Flood::kUnicast) to.kind = Kind::kLocal;
-        to.outputVlan = 0;
-    }
-}
-
-bool Resolver::ToHost(Way& way, const BridgePort& port, std::uint16_t vlan) const
-{
-    const std::uint32_t bridge = port.bridge->ifIndex;
-    way.destination.outputVlan = 0;
-    if (port.bridge->filtering) {
-        const BridgePort* itself = m_bridges.FindPort(bridge);
-        if (itself == nullptr || !itself->In(vlan)) {
-            Drop(way.destination, Discard::kEgressVlan);
-            return false;
-        }
-        way.vlanProtocol = way.packet.vlan != 0 ? way.packet.vlanProtocol : std::uint16_t{ETH_P_8021Q};
-        way.vlan = itself->Untagged(vlan) ? std::uint16_t{0} : vlan;
-    }
-    way.device = Find(bridge);
-    way.forUs = true;
-    way.destination.kind = Kind::kUnknown;
-    return true;
-}
-
 // The packet has reached the device that hands it to this machine's protocols.
 void Resolver::Arrive(Way& way)
 {
-    const std::uint8_t* mac = DestinationMac(way.packet, way.backwards);
+    const std::uint8_t* mac = way.DestinationMac();
     Destination& to = way.destination;
     if (way.vlan != 0) {  // no device takes that VLAN, but maybe the program that made this one promiscuous
         Drop(to, Discard::kIngressVlan);
@@ -395,12 +262,16 @@ void Resolver::Route(Way& way, std::uint16_t etherType, std::size_t network, boo
     to.kind = found->kind;
     to.reason = found->reason;
     if (found->kind != Kind::kInterface) return;
-    // What would be forwarded, but may not be (RFC 1812, 5.3.1 and 5.3.4; RFC 8200, 3).
+    // What would be forwarded, but may not be (RFC 1812, 5.3.1, 5.3.4 and 4.2.2.7; RFC 8200, 3 and 5).
     if (toGroup) return Drop(to, Discard::kUnicastInGroup);
     if (addresses->timeToLive <= 1) return Drop(to, Discard::kTimeToLive);
+    const Device* out = Find(found->ifIndex);
+    const std::uint32_t mtu = found->mtu != 0 || out == nullptr ? found->mtu : out->placement.mtu;
+    if (mtu != 0 && !addresses->fragmentable && SizeOf(way.packet, network, *addresses) > mtu)
+        return Drop(to, etherType == ETH_P_IP ? Discard::kFragmentation : Discard::kTooBig);
     to.ifIndex = found->ifIndex;
     to.route = found->route;
-    if (const Device* out = Find(found->ifIndex)) to.outputVlan = out->placement.vlanId;
+    if (out != nullptr) to.outputVlan = out->placement.vlanId;
 }
 
 }  // namespace net

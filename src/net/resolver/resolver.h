@@ -39,6 +39,7 @@ private:
         std::uint32_t ifIndex = 0;
         std::uint16_t hardwareType = 0;
         bool promiscuous = false;
+        std::uint32_t aggregate = 0;  // bond or team that takes the packets that enter here; 0: none
         MacAddress mac{};
         Placement placement;
         mutable PortMemo port{};
@@ -58,7 +59,19 @@ private:
         bool backwards = false;
         Destination destination{};
         std::optional<Addresses> addresses{};  // backwards: set once it reaches IP at `device`
+
+        /// Where the packet goes, or an answer to it: six bytes of an Ethernet header.
+        [[nodiscard]] const std::uint8_t* DestinationMac() const
+        {
+            return reinterpret_cast<const std::uint8_t*>(packet.header.data()) + (backwards ? 6 : 0);
+        }
     };
+
+    static void Drop(Destination& to, Discard reason)
+    {
+        to.kind = Destination::Kind::kDiscarded;
+        to.reason = reason;
+    }
 
     [[nodiscard]] const Device* Find(std::uint32_t ifIndex) const;
     void Follow(Way& way);

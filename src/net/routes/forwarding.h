@@ -34,6 +34,8 @@ enum class Discard : std::uint8_t {
     kSamePort,  // its destination is behind the port where it entered
     kReservedMac,
     kUnicastInGroup,  // it would be routed, but its link address is that of a group
+    kFragmentation,   // IPv4: larger than the route's MTU, and not to be fragmented
+    kTooBig,          // IPv6: larger than the MTU of the interface
 };
 
 struct Destination {
@@ -68,6 +70,9 @@ struct Entering {
     std::uint16_t vlan = 0;               // VLAN id of its outermost tag; 0: untagged or priority-tagged
     std::span<const std::byte> header;    // from the link header on, with or without the outermost tag
     std::uint16_t vlanProtocol = 0x8100;  // EtherType of that tag, 802.1Q or 802.1ad
+    /// Bytes of the whole frame from the link header on, like `header` with or without that tag; if the
+    /// kernel holds several frames as one packet, of the longest of them. 0: as the packet's header tells.
+    std::uint32_t length = 0;
 };
 
 /// Where a leaving packet has come from.

@@ -110,6 +110,14 @@ bool LooksAtSource(const nlmsghdr& message)
            rule[FRA_SPORT_RANGE] || rule[FRA_DPORT_RANGE];
 }
 
+// The kernel forwards IPv4 by the MTU of a route, IPv6 only if it is locked.
+std::uint32_t ReadMtu(std::uint8_t family, Attribute metrics)
+{
+    const auto metric = ReadAttributes<RTAX_MTU + 1>(metrics.Bytes());
+    const bool locked = (metric[RTAX_LOCK].U32() & 1U << RTAX_MTU) != 0;
+    return family == AF_INET || locked ? metric[RTAX_MTU].U32() : 0;
+}
+
 bool IsAboutRules(std::uint16_t type)
 {
     return type == RTM_NEWRULE || type == RTM_DELRULE || type == RTM_NEWNETCONF || type == RTM_DELNETCONF;
@@ -150,6 +158,8 @@ std::optional<RouteAnswer> KernelRoutes::AskUnicast(RouteFrom from, const Addres
         if (!taken) return std::nullopt;
         answer = taken->answer;
         answer.bits = reply->answer.bits;
+        answer.mtu =
+            reply->answer.mtu;  // the other reply has what was learned of the path, which does not count
         answer.perSource = true;
     }
     if (from.ifIndex != 0 && m_sourceRules) answer.perSource = true;
@@ -225,6 +235,7 @@ std::optional<KernelRoutes::Reply> KernelRoutes::AskOnce(RouteFrom from, const A
         // A next hop of the other IP version: its family, then the address.
         if (const auto via = attributes[RTA_VIA].Bytes(); via.size() > 2)
             reply->answer.nextHop = ReadAddress(via.subspan(2));
+        reply->answer.mtu = ReadMtu(route->rtm_family, attributes[RTA_METRICS]);
         reply->severalPaths = static_cast<bool>(attributes[RTA_MULTIPATH]);
     });
     return reply;

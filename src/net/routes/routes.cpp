@@ -30,7 +30,7 @@ std::optional<Routes::Found> Routes::Find(RouteFrom from, const Address& destina
 {
     const auto answer = Answer({from, destination, {}}, source);
     if (!answer) return std::nullopt;
-    Found found{answer->kind, answer->ifIndex, answer->reason, {}};
+    Found found{answer->kind, answer->ifIndex, answer->reason, {}, answer->mtu};
     if (answer->kind != Destination::Kind::kInterface) return found;
     // The route back tells the source's prefix length.
     const auto back = Answer({{0, from.vrf}, source, {}}, {});

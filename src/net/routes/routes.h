@@ -25,6 +25,7 @@ struct RouteAnswer {
     bool perSource = false;  // may differ for another source
     bool brief = false;      // may change without notice: remembered for kBriefly only
     Discard reason = Discard::kUnknown;  // of kDiscarded
+    std::uint32_t mtu = 0;  // of the route, if it is one that counts for what is forwarded; 0: the device's
 };
 
 /// Whose packet a route is asked for.
@@ -64,6 +65,7 @@ public:
         std::uint32_t ifIndex = 0;
         Discard reason = Discard::kUnknown;  // of kDiscarded
         Destination::Route route;            // of kInterface
+        std::uint32_t mtu = 0;               // as in RouteAnswer
     };
     /// Nullopt if it is not remembered and can't be asked now.
     [[nodiscard]] std::optional<Found> Find(RouteFrom from, const Address& destination,

@@ -30,6 +30,35 @@ NetlinkRequest VlanDevice(std::uint32_t lower, std::uint16_t vlan, bool foreign)
     return message;
 }
 
+/// What the kernel tells of a link with a master of that kind.
+NetlinkRequest Member(const char* kind, std::uint32_t master)
+{
+    NetlinkRequest message(RTM_NEWLINK, 0);
+    ifinfomsg header{};
+    header.ifi_index = 9;
+    message.AddHeader(header);
+    message.AddText(IFLA_IFNAME, "eth9");
+    message.AddU32(IFLA_MASTER, master);
+    const std::size_t info = message.BeginNest(IFLA_LINKINFO);
+    message.AddText(IFLA_INFO_SLAVE_KIND, kind);
+    message.EndNest(info);
+    return message;
+}
+
+TEST(LinkMessage, TheMasterIsABridgeAnAggregateAVrfOrUnknown)
+{
+    const auto read = [](const char* kind) { return ReadLink(Member(kind, 4).Message()).value(); };
+    EXPECT_EQ(read("bond").link.aggregate, 4U);
+    EXPECT_EQ(read("team").link.aggregate, 4U);
+    EXPECT_EQ(read("bond").link.master, 0U);
+    EXPECT_FALSE(read("bond").placement.foreignMaster);
+    EXPECT_EQ(read("bridge").link.master, 4U);
+    EXPECT_EQ(read("bridge").link.aggregate, 0U);
+    EXPECT_EQ(read("vrf").placement.vrf, 4U);
+    EXPECT_EQ(read("hsr").link.aggregate, 0U);
+    EXPECT_TRUE(read("hsr").placement.foreignMaster);
+}
+
 TEST(LinkMessage, AVlanDeviceStandsOnAnother)
 {
     NetlinkRequest message = VlanDevice(4, 5, false);

@@ -265,6 +265,8 @@ TEST_F(ForwardingTest, RoutesIpv6)
     EXPECT_EQ(Routes("2001:db8:2::1", source), Made(Kind::kLocal));
 }
 
+// RFC 1812, 5.3.7 (martian addresses), 5.3.8 (source address validation), 5.2.7.1 (ICMP's codes); RFC 1122,
+// 3.2.1.3: where 0.0.0.0 and 127.0.0.0/8 may not be.
 TEST_F(ForwardingTest, TellsWhyTheKernelForwardsNothing)
 {
     MakeRouter();
@@ -281,6 +283,7 @@ TEST_F(ForwardingTest, TellsWhyTheKernelForwardsNothing)
     EXPECT_EQ(Routes("192.0.2.200", "203.0.113.9"), Dropped(Discard::kBlackHole));
 }
 
+// RFC 1112, 7.2: a host takes packets of the groups that it has joined.
 TEST_F(ForwardingTest, AGroupIsLocalWhileAProgramHasJoinedIt)
 {
     MakeRouter();

@@ -4,9 +4,12 @@
 
 #include "net/monitor/link_follower.h"
 
+#include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -114,6 +117,90 @@ TEST_F(LinkFollowerTest, AKernelThatCannotAnswerIsAskedAgain)
     followed.Synchronise();
     EXPECT_FALSE(followed.follower.NeedsSynchronise());
     EXPECT_NE(followed.links.Find("br0"), nullptr);
+}
+
+// A worker that works when it is told to.
+class SlowWorker final : public base::Worker {
+public:
+    std::shared_ptr<void> Do(std::function<void()> work, std::function<void()> done) override
+    {
+        m_tasks.emplace_back(std::move(work), std::move(done));
+        return std::make_shared<int>(0);
+    }
+    /// False if there was nothing to do.
+    bool DoOne()
+    {
+        if (m_tasks.empty()) return false;
+        const auto [work, done] = std::move(m_tasks.front());
+        m_tasks.pop_front();
+        work();
+        done();
+        return true;
+    }
+
+private:
+    std::deque<std::pair<std::function<void()>, std::function<void()>>> m_tasks;
+};
+
+TEST_F(LinkFollowerTest, DumpsBesideTheLoopInTheOrderOfTheChanges)
+{
+    Network::Veth("v0", "v1");
+    Network::MakeBridge("br0", {"v0"});
+    const std::string v1 = std::to_string(Network::Index("v1"));
+    Links links;
+    Bridges bridges;
+    SlowWorker worker;
+    LinkFollower follower{
+        links, bridges, std::make_shared<LinkSpeeds>(), worker, {[](auto&&...) {}, [](auto&&...) {}}};
+    follower.DumpBeside([&] { follower.Turn(); });
+    follower.Synchronise();
+    EXPECT_FALSE(follower.Turn());
+    EXPECT_EQ(links.Find("br0"), nullptr) << "the loop has asked for nothing";
+    Network::Ip("link set br0 alias first");
+    EXPECT_FALSE(follower.Turn()) << "nor taken anything";
+    while (worker.DoOne()) continue;
+    EXPECT_FALSE(follower.Synchronising());
+    ASSERT_NE(links.Find("br0"), nullptr);
+    EXPECT_EQ(links.Find("br0")->alias, "first");
+    EXPECT_NE(bridges.FindPort(Network::Index("v0")), nullptr);
+
+    // What comes while it asks again is taken after it, and from then on in the loop.
+    LinkRecorder recorder;
+    links.AddObserver(recorder);
+    follower.Synchronise();
+    follower.Turn();
+    Network::Ip("link set br0 alias second\nlink del v0");
+    while (follower.Synchronising() && worker.DoOne()) continue;
+    EXPECT_THAT(recorder.Taken(), testing::Contains("removed " + v1 + " v1"));
+    EXPECT_EQ(links.Find("br0")->alias, "second");
+    Network::Ip("link set br0 alias third");
+    while (follower.Turn()) continue;
+    EXPECT_EQ(links.Find("br0")->alias, "third");
+}
+
+TEST_F(LinkFollowerTest, AKernelThatCannotAnswerTheWorkerIsAskedAgain)
+{
+    Network::MakeBridge("br0", {});
+    Links links;
+    Bridges bridges;
+    SlowWorker worker;
+    LinkFollower follower{
+        links, bridges, std::make_shared<LinkSpeeds>(), worker, {[](auto&&...) {}, [](auto&&...) {}}};
+    int turns = 0;
+    follower.DumpBeside([&] { ++turns; });
+    follower.Synchronise();
+    {
+        const support::BrokenFile broken(follower.Descriptor());
+        EXPECT_FALSE(follower.Turn());
+        EXPECT_TRUE(worker.DoOne());
+    }
+    EXPECT_EQ(turns, 1);
+    EXPECT_TRUE(!follower.Synchronising() && follower.NeedsSynchronise());
+    follower.Synchronise();
+    do follower.Turn();
+    while (worker.DoOne());
+    EXPECT_FALSE(follower.Synchronising() || follower.NeedsSynchronise());
+    EXPECT_NE(links.Find("br0"), nullptr);
 }
 
 TEST_F(LinkFollowerTest, LearnedAddressesThatWentUnheardAreSwept)

@@ -76,8 +76,29 @@ TEST(PacketHeader, AddressesAreThereWholeOrNotAtAll)
     EXPECT_EQ(read->source, (Address{4, {192, 0, 2, 1}}));
     EXPECT_EQ(read->destination, (Address{4, {198, 51, 100, 2}}));
     EXPECT_EQ(read->timeToLive, std::to_integer<std::uint8_t>(four[14 + 8]));
+    EXPECT_EQ(read->size, four.size() - 14);
     EXPECT_FALSE(ReadAddresses(0x86DD, std::span(four).subspan(14))) << "version and type differ";
     EXPECT_FALSE(ReadAddresses(0x0806, std::span(four).subspan(14)));
+}
+
+// RFC 791, 3.1; RFC 8200, 3; RFC 2675, 3.
+TEST(PacketHeader, TellsTheSizeOfThePacketAndWhetherARouterMayFragmentIt)
+{
+    Bytes four = UdpFrame({.source = "192.0.2.1", .destination = "198.51.100.2", .size = 314});
+    const auto fragmentable = [&](std::uint8_t flags) {
+        four[14 + 6] = std::byte{flags};
+        return ReadAddresses(0x0800, std::span(four).subspan(14)).value().fragmentable;
+    };
+    EXPECT_TRUE(fragmentable(0x00));
+    EXPECT_TRUE(fragmentable(0x20)) << "more fragments follow";
+    EXPECT_FALSE(fragmentable(0x40));
+    EXPECT_EQ(ReadAddresses(0x0800, std::span(four).subspan(14))->size, 300U);
+
+    Bytes six = UdpFrame({.source = "2001:db8::1", .destination = "2001:db8::2", .size = 314});
+    EXPECT_FALSE(ReadAddresses(0x86DD, std::span(six).subspan(14))->fragmentable);
+    EXPECT_EQ(ReadAddresses(0x86DD, std::span(six).subspan(14))->size, 300U);
+    six[14 + 4] = six[14 + 5] = std::byte{0};
+    EXPECT_EQ(ReadAddresses(0x86DD, std::span(six).subspan(14))->size, 0U) << "a jumbogram";
 }
 
 }  // namespace

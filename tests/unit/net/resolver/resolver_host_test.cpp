@@ -73,6 +73,17 @@ protected:
         if (!broadcast) frame[0] = std::byte{1};
         return ToFrame(frame, six ? 0x86DD : 0x0800);
     }
+    /// An IP packet of so many bytes; the kernel holds `length` bytes of frame, 0: not told.
+    Destination Sized(bool six, std::size_t size, bool fragmentable, std::uint32_t length = 0)
+    {
+        Bytes frame = UdpFrame({.to = 0x20,
+                                .source = six ? "2001:db8::1" : "198.51.100.1",
+                                .destination = six ? "2001:db8:1::1" : "203.0.113.9",
+                                .size = 14 + size});
+        if (!six) frame[14 + 6] = fragmentable ? std::byte{0} : std::byte{0x40};
+        return resolver.Resolve(
+            {kRouter, static_cast<std::uint16_t>(six ? 0x86DD : 0x0800), 0, frame, 0x8100, length});
+    }
     Destination Routed(std::uint8_t size = 4) const
     {
         Destination to = Made(Kind::kInterface, kOut);
@@ -86,6 +97,7 @@ protected:
     Resolver resolver{bridges, routes};
 };
 
+// RFC 5771, 4: 224.0.0.0/24 is never forwarded; RFC 4291, 2.7: scopes of IPv6 groups.
 TEST_F(HostTest, GroupsOfTheLinkAreDeliveredHere)
 {
     for (const char* group : {"224.0.0.1", "224.0.0.5", "224.0.0.251", "ff02::1", "ff02::fb", "ff01::1"})
@@ -106,6 +118,7 @@ TEST_F(HostTest, OtherGroupsGoWhereTheKernelSays)
     EXPECT_EQ(questions.asked, (std::vector<std::uint32_t>{kRouter, kRouter, kRouter}));
 }
 
+// IEEE 802.1D, 7.12.6: addresses that bridges do not forward.
 TEST_F(HostTest, GroupsThatAreNotIpAreDeliveredIfTheyAreTheLinks)
 {
     const auto frame = [](std::initializer_list<std::uint8_t> mac, std::uint16_t type) {
@@ -121,6 +134,7 @@ TEST_F(HostTest, GroupsThatAreNotIpAreDeliveredIfTheyAreTheLinks)
         << "a program may listen to it";
 }
 
+// RFC 1812, 5.3.4: what came as a link-layer broadcast is not forwarded.
 TEST_F(HostTest, APacketToAGroupsLinkAddressIsNeverForwarded)
 {
     EXPECT_EQ(ToGroup("203.0.113.9"), Dropped(Discard::kUnicastInGroup));
@@ -131,6 +145,7 @@ TEST_F(HostTest, APacketToAGroupsLinkAddressIsNeverForwarded)
     EXPECT_EQ(ToGroup("255.255.255.255", true), Made(Kind::kLocal));
 }
 
+// RFC 1812, 5.3.1: time to live; RFC 8200, 3: hop limit. sFlow v5: code 257.
 TEST_F(HostTest, WhatCantLiveOnIsNotForwarded)
 {
     const auto with = [&](std::uint8_t timeToLive, bool six) {
@@ -150,6 +165,50 @@ TEST_F(HostTest, WhatCantLiveOnIsNotForwarded)
     EXPECT_EQ(with(1, false), Made(Kind::kLocal)) << "delivered, not forwarded";
 }
 
+// RFC 791, 2.3 and RFC 1812, 5.2.7.1 (code 4): with DF a router discards what it would have to fragment. RFC
+// 8200, 5 and RFC 4443, 3.2: an IPv6 router never fragments.
+TEST_F(HostTest, WhatIsLargerThanTheMtuIsForwardedInFragmentsOrDiscarded)
+{
+    PutLink(kOut, 0x21, {.mtu = 1300});
+    EXPECT_EQ(Sized(false, 1300, false), Routed());
+    EXPECT_EQ(Sized(false, 1301, false), Dropped(Discard::kFragmentation));
+    EXPECT_EQ(Sized(false, 1301, true), Routed()) << "in fragments";
+    EXPECT_EQ(Sized(true, 1300, false), Routed(16));
+    EXPECT_EQ(Sized(true, 1301, false), Dropped(Discard::kTooBig));
+    PutLink(kOut, 0x21, {.mtu = 9000});
+    EXPECT_EQ(Sized(false, 1400, false), Routed());
+    PutLink(kOut, 0x21);
+    EXPECT_EQ(Sized(false, 1400, false), Routed()) << "the MTU is not known";
+}
+
+TEST_F(HostTest, TheRoutesMtuGoesBeforeThatOfTheInterface)
+{
+    PutLink(kOut, 0x21, {.mtu = 1300});
+    questions.answer.mtu = 1000;
+    EXPECT_EQ(Sized(false, 1001, false), Dropped(Discard::kFragmentation));
+    EXPECT_EQ(Sized(false, 1000, false), Routed());
+    questions.answer.mtu = 1400;
+    routes.Forget();
+    EXPECT_EQ(Sized(false, 1400, false), Routed());
+}
+
+TEST_F(HostTest, APacketOfSeveralSegmentsIsJudgedByTheLongest)
+{
+    PutLink(kOut, 0x21, {.mtu = 1300});
+    EXPECT_EQ(Sized(false, 1400, false, 14 + 1300), Routed());
+    EXPECT_EQ(Sized(false, 1400, false, 14 + 1301), Dropped(Discard::kFragmentation));
+    EXPECT_EQ(Sized(true, 1400, false, 14 + 1300), Routed(16));
+    // The kernel holds more than the packet: what is behind it is not forwarded.
+    EXPECT_EQ(Sized(false, 1200, false, 14 + 1301), Routed());
+}
+
+TEST_F(HostTest, WhatIsDeliveredHereMayBeOfAnySize)
+{
+    PutLink(kOut, 0x21, {.mtu = 1300});
+    questions.answer.kind = Kind::kLocal;
+    EXPECT_EQ(Sized(false, 1400, false), Made(Kind::kLocal));
+}
+
 TEST_F(HostTest, TheKernelsReasonForADiscardIsKept)
 {
     for (const Discard reason : {Discard::kNoRoute, Discard::kProhibited, Discard::kReversePath}) {
@@ -161,6 +220,7 @@ TEST_F(HostTest, TheKernelsReasonForADiscardIsKept)
     EXPECT_EQ(questions.asked.size(), 3U);
 }
 
+// sFlow v5, section 5, struct interface: 0x3FFFFFFF, the agent itself.
 TEST_F(HostTest, WhatPassesTheLoopbackIsForThisMachine)
 {
     PutLink(1, 0, {}, 772);
@@ -169,6 +229,7 @@ TEST_F(HostTest, WhatPassesTheLoopbackIsForThisMachine)
     EXPECT_TRUE(questions.asked.empty());
 }
 
+// sFlow v5, section 5, struct interface: what the agent does not know is 0.
 TEST_F(HostTest, TheAddressOfAMacvlanDeviceLeadsToItsRoutes)
 {
     PutLink(31, 0x31, {.macvlanLower = kRouter});

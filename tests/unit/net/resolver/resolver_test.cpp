@@ -9,105 +9,14 @@
 
 #include <gtest/gtest.h>
 
-#include "net/bridges/bridges.h"
-#include "net/destinations.h"
-#include "net/resolver/resolver.h"
-#include "support/network.h"
+#include "net/resolver_fixture.h"
 
 namespace net {
 namespace {
 
 using Kind = Destination::Kind;
 using support::Bytes;
-using support::FrameOptions;
 using support::UdpFrame;
-
-MacAddress NumberedMac(std::uint8_t number) { return {2, 0, 0, 0, 0, number}; }
-
-class NoQuestions final : public RouteQuestions {
-public:
-    std::optional<RouteAnswer> Ask(RouteFrom from, const Address& destination, const Address&) override
-    {
-        asked.push_back(from.ifIndex);
-        vrfs.push_back(from.vrf);
-        RouteAnswer answer;
-        answer.kind = from.ifIndex == 0 ? Kind::kInterface : kind;
-        answer.reason = reason;
-        answer.ifIndex = out;
-        answer.bits = destination.bytes[0] == 198 ? 24 : 16;
-        return answer;
-    }
-    Kind kind = Kind::kInterface;
-    std::uint32_t out = kRouter;
-    Discard reason = Discard::kUnknown;
-    std::vector<std::uint32_t> asked, vrfs;
-};
-
-class ResolverTest : public testing::Test {
-protected:
-    ResolverTest()
-    {
-        PutLink(kBridge, 0x10);
-        PutLink(kRouter, 0x20);
-        for (const std::uint32_t port : {1U, 2U, 3U, 4U})
-            PutLink(port, static_cast<std::uint8_t>(0x30 + port));
-        bridges.SetBridge(kBridge, {});
-        for (const std::uint32_t port : {1U, 2U, 3U, 4U}) PutPort(port, {.forwarding = true}, {});
-        bridges.PutAddress(kBridge, 0, NumberedMac(2), {2, false}, 1);
-        bridges.PutAddress(kBridge, 0, NumberedMac(0x10), {kBridge, true}, 1);
-    }
-
-    void PutLink(std::uint32_t index, std::uint8_t mac, Placement placement = {}, std::uint16_t type = 1,
-                 bool promiscuous = false)
-    {
-        Link link;
-        link.index = index;
-        link.mac = NumberedMac(mac);
-        link.hardwareType = type;
-        link.promiscuous = promiscuous;
-        resolver.PutDevice(link, placement);
-    }
-    void PutPort(std::uint32_t port, PortState state, const std::vector<VlanRange>& vlans)
-    {
-        bridges.PutPort(port, kBridge, state, vlans, 1);
-    }
-    /// VLAN 7 untagged on ports 1 and 2, tagged on 3; the bridge itself is in 7 with a tag. Port 4 is
-    /// in 8 alone.
-    void Filter()
-    {
-        bridges.SetBridge(kBridge, {.filtering = true});
-        PutPort(1, {.forwarding = true}, {{7, 7, true, true}});
-        PutPort(2, {.forwarding = true}, {{7, 7, true, true}});
-        PutPort(3, {.forwarding = true}, {{5, 9, false, false}});
-        PutPort(4, {.forwarding = true}, {{8, 8, true, true}});
-        bridges.PutPort(kBridge, kBridge, {}, {{7, 7, false, false}}, 1);
-        for (const std::uint16_t vlan : {std::uint16_t{7}, std::uint16_t{8}}) {
-            bridges.PutAddress(kBridge, vlan, NumberedMac(2), {2, false}, 1);
-            bridges.PutAddress(kBridge, vlan, NumberedMac(0x10), {kBridge, true}, 1);
-        }
-    }
-
-    Destination To(std::uint32_t from, const FrameOptions& options, std::uint16_t vlan = 0)
-    {
-        return ToFrame(from, UdpFrame(options), 0x0800, vlan);
-    }
-    Destination ToFrame(std::uint32_t from, const Bytes& frame, std::uint16_t etherType, std::uint16_t vlan,
-                        std::uint16_t protocol = 0x8100)
-    {
-        return resolver.Resolve({from, etherType, vlan, frame, protocol});
-    }
-    Destination ToMac(std::uint32_t from, const MacAddress& mac, std::uint16_t vlan = 0)
-    {
-        Bytes frame = UdpFrame({});
-        for (std::size_t i = 0; i < mac.size(); ++i) frame[i] = std::byte{mac[i]};
-        return ToFrame(from, frame, 0x0800, vlan);
-    }
-
-    Bridges bridges;
-    NoQuestions questions;
-    Routes routes{questions};
-    Resolver resolver{bridges, routes};
-};
 
 constexpr MacAddress kBroadcast{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
 constexpr MacAddress kGroup{0x01, 0x00, 0x5E, 0, 0, 5};
@@ -118,6 +27,7 @@ TEST_F(ResolverTest, ALearnedAddressNamesItsPort)
     EXPECT_EQ(To(1, {.to = 2}, 5), Made(Kind::kInterface, 2, 0, 5, 5)) << "a tag goes through as it is";
 }
 
+// sFlow.org, sflow_drops.txt: port_loopback_filter (268).
 TEST_F(ResolverTest, WhatIsBehindTheSamePortIsDiscarded)
 {
     EXPECT_EQ(To(2, {.to = 2}), Dropped(Discard::kSamePort));
@@ -125,6 +35,7 @@ TEST_F(ResolverTest, WhatIsBehindTheSamePortIsDiscarded)
     EXPECT_EQ(To(2, {.to = 2}), Made(Kind::kInterface, 2));
 }
 
+// sFlow v5, section 5, struct interface: format 2 has the number of interfaces.
 TEST_F(ResolverTest, FloodsCountTheOtherForwardingPorts)
 {
     EXPECT_EQ(ToMac(1, kBroadcast), Made(Kind::kSeveral, 0, 3));
@@ -144,6 +55,8 @@ TEST_F(ResolverTest, FloodsCountTheOtherForwardingPorts)
     EXPECT_EQ(ToMac(1, kGroup), Made(Kind::kLocal)) << "but the machine itself does";
 }
 
+// RFC 4541, 2.1.2 and 3: where snooping bridges send groups. sFlow v5, struct interface, format 2: 0 is not
+// known.
 TEST_F(ResolverTest, HowManyHaveJoinedAGroupIsNotKnownWhereTheBridgeGoesByThat)
 {
     const Destination everywhere = Made(Kind::kSeveral, 0, 3), somewhere = Made(Kind::kSeveral);
@@ -175,7 +88,7 @@ TEST_F(ResolverTest, AGroupInATagIsOneToo)
     Filter();
     bridges.SetBridge(kBridge, {.filtering = true, .multicastSnooping = true});
     const auto group = [&](const char* address, bool inBytes) {
-        FrameOptions options{.destination = address};
+        support::FrameOptions options{.destination = address};
         if (inBytes) options.tags = {0x81000007};
         Bytes frame = UdpFrame(options);
         frame[0] = std::byte{1};
@@ -212,6 +125,7 @@ TEST_F(ResolverTest, NothingGoesThroughAPortThatDoesNotForward)
     EXPECT_EQ(To(3, {.to = 2}), Dropped(Discard::kPortNotForwarding));
 }
 
+// IEEE 802.1D, 7.12.6: addresses that bridges do not forward.
 TEST_F(ResolverTest, LinkLocalGroupsStayInTheBridge)
 {
     EXPECT_EQ(ToMac(1, {0x01, 0x80, 0xC2, 0, 0, 0x0E}), Made(Kind::kLocal));
@@ -231,6 +145,7 @@ TEST_F(ResolverTest, WhatMayBeKnownToTheKernelAloneIsUnknown)
     EXPECT_EQ(To(1, {.to = 2}), Made(Kind::kInterface, 2));
 }
 
+// sFlow v5, extended_switch: an untagged packet has the VLAN of its port.
 TEST_F(ResolverTest, PacketsWithoutATagBelongToTheVlanOfTheirPort)
 {
     Filter();
@@ -320,7 +235,7 @@ TEST_F(ResolverTest, ARoutesSourceIsLookedUpInItsVrf)
 
 TEST_F(ResolverTest, TagsLeadThroughVlanDevicesAndBonds)
 {
-    PutLink(31, 0x31, {.aggregate = 40});
+    PutMember(31, 0x31, 40);
     PutLink(40, 0x40);
     PutLink(41, 0x40, {.vlanLower = 40, .vlanId = 5, .vlanProtocol = 0x8100});
     PutLink(42, 0x40, {.vlanLower = 41, .vlanId = 6, .vlanProtocol = 0x8100});
@@ -335,6 +250,22 @@ TEST_F(ResolverTest, TagsLeadThroughVlanDevicesAndBonds)
     EXPECT_EQ(To(31, {.to = 0x40}, 9), Dropped(Discard::kIngressVlan, 9));
 }
 
+// Which member a packet leaves by is the aggregate's choice, made when it is sent.
+TEST_F(ResolverTest, WhatIsForAnAggregateGoesToTheAggregateAndWhatEntersByAMemberIsTheAggregates)
+{
+    PutMember(31, 0x40, 40);
+    PutMember(32, 0x40, 40);
+    PutLink(40, 0x40);
+    PutPort(40, {.forwarding = true}, {});
+    bridges.PutAddress(kBridge, 0, NumberedMac(9), {40, false}, 1);
+    EXPECT_EQ(To(1, {.to = 9}), Made(Kind::kInterface, 40));
+    EXPECT_EQ(To(31, {.to = 2}), Made(Kind::kInterface, 2));
+    EXPECT_EQ(To(31, {.to = 9}), Dropped(Discard::kSamePort)) << "back to where it came from";
+    EXPECT_EQ(ToMac(32, kBroadcast), Made(Kind::kSeveral, 0, 4)) << "not to the other member";
+    questions.out = 40;
+    EXPECT_EQ(To(kRouter, {.to = 0x20}).ifIndex, 40U);
+}
+
 TEST_F(ResolverTest, AMasterThatDecidesUnseenMakesItUnknown)
 {
     PutLink(31, 0x31, {.foreignMaster = true});
@@ -343,8 +274,8 @@ TEST_F(ResolverTest, AMasterThatDecidesUnseenMakesItUnknown)
 
 TEST_F(ResolverTest, ARingOfDevicesEnds)
 {
-    PutLink(31, 0x31, {.aggregate = 32});
-    PutLink(32, 0x32, {.aggregate = 31});
+    PutMember(31, 0x31, 32);
+    PutMember(32, 0x32, 31);
     EXPECT_EQ(To(31, {.to = 0x31}), Made(Kind::kUnknown));
 }
 
