@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Writes sFlow version 5 in XDR (RFC 4506: big-endian, everything in units of four bytes) into the caller's
 // buffers: flow samples (records sampled header, extended switch, and extended router if there is one),
-// counters samples (generic, Ethernet, port name) and the head of a datagram. Allocates nothing, sends
-// nothing, numbers nothing. The manager's export uses it; a test decoder that shares no code with it checks
-// it.
+// counters samples (generic, Ethernet, aggregation port, port name) and the head of a datagram. Allocates
+// nothing, sends nothing, numbers nothing. The manager's export uses it; a test decoder that shares no code
+// with it checks it.
 
 #ifndef WIRE_ENCODE_H
 #define WIRE_ENCODE_H
@@ -18,6 +18,7 @@
 #include <span>
 #include <string_view>
 
+#include "wire/frame.h"
 #include "wire/sample.h"
 #include "wire/xdr.h"
 
@@ -41,6 +42,7 @@ enum class FlowRecord : std::uint32_t {
 enum class CounterRecord : std::uint32_t {
     kGeneric = 1,
     kEthernet = 2,
+    kLag = 7,
     kPortName = 1005,
 };
 
@@ -61,6 +63,7 @@ inline constexpr std::size_t kExtendedSwitchSize = 16;
 inline constexpr std::size_t kExtendedRouterSize = 12;  // the address's bytes not counted
 inline constexpr std::size_t kGenericSize = 88;
 inline constexpr std::size_t kEthernetSize = 52;
+inline constexpr std::size_t kLagSize = 56;
 inline constexpr std::size_t kPortNameSize = 4;  // the name's bytes not counted
 /// Bytes of a port name at most.
 inline constexpr std::size_t kMaxPortName = 255;
@@ -97,9 +100,6 @@ inline void WriteSource(XdrWriter& to, Encoding encoding, std::uint32_t sequence
     }
 }
 
-inline constexpr std::size_t kLinkAddresses = 12;  // both of an Ethernet header
-inline constexpr std::size_t kTag = 4;
-
 /// The port in one word: the format in the upper 2 bits, the value in the lower 30.
 constexpr std::uint32_t CompactPort(const Port& port)
 {
@@ -125,13 +125,25 @@ constexpr std::size_t BareSize(const FlowSample& sample, Encoding encoding)
     return size;
 }
 
-constexpr bool PutsTagBack(const FlowSample& sample)
+// The sampled header is the same of a sampled packet and of a discarded one.
+
+template <typename Sample>
+constexpr bool PutsTagBack(const Sample& sample)
 {
     return sample.tagProtocol != 0 && sample.header.size() >= kLinkAddresses;
 }
 
+/// How many bytes of the header are sent where there is so much room for it.
+template <typename Sample>
+constexpr std::size_t HeaderSize(const Sample& sample, std::size_t room)
+{
+    const std::size_t whole = sample.header.size() + (PutsTagBack(sample) ? kTag : 0);
+    return std::min({whole, sample.maxHeader, room & ~(kWord - 1)});
+}
+
 /// The first `size` bytes of the header with its tag put back.
-inline void WriteTagged(const FlowSample& sample, std::size_t size, std::byte* out)
+template <typename Sample>
+void WriteTagged(const Sample& sample, std::size_t size, std::byte* out)
 {
     std::array<std::byte, kLinkAddresses + kTag> front;
     std::memcpy(front.data(), sample.header.data(), kLinkAddresses);
@@ -161,7 +173,8 @@ inline void WriteFields(XdrWriter& to, const FlowSample& sample, bool compact)
     to.Word(sample.output.value);
 }
 
-inline void WriteHeader(XdrWriter& to, const FlowSample& sample, std::size_t size)
+template <typename Sample>
+void WriteHeader(XdrWriter& to, const Sample& sample, std::size_t size)
 {
     WritePrefix(to, FlowRecord::kSampledHeader, kSampledHeaderSize + Padded(size));
     to.Word(static_cast<std::uint32_t>(sample.protocol));
@@ -237,6 +250,32 @@ inline void WriteEthernet(XdrWriter& to, const EthernetCounters& counters)
     to.Word(counters.symbolErrors);
 }
 
+/// Fixed opaque bytes have no length, and are filled up with zeros to whole words.
+inline void WriteSystem(XdrWriter& to, const LagCounters::System& system)
+{
+    std::array<std::uint8_t, Padded(sizeof system)> padded{};
+    std::copy(system.begin(), system.end(), padded.begin());
+    to.Words(padded.data(), padded.size());
+}
+
+inline void WriteLag(XdrWriter& to, const LagCounters& counters)
+{
+    WritePrefix(to, CounterRecord::kLag, kLagSize);
+    WriteSystem(to, counters.actorSystem);
+    WriteSystem(to, counters.partnerSystem);
+    to.Word(counters.aggregate);
+    to.Word(std::uint32_t{counters.actorAdminState} << 24 | std::uint32_t{counters.actorState} << 16 |
+            std::uint32_t{counters.partnerAdminState} << 8 | counters.partnerState);
+    to.Word(counters.lacpdusIn);
+    to.Word(counters.markersIn);
+    to.Word(counters.markerResponsesIn);
+    to.Word(counters.unknownIn);
+    to.Word(counters.illegalIn);
+    to.Word(counters.lacpdusOut);
+    to.Word(counters.markersOut);
+    to.Word(counters.markerResponsesOut);
+}
+
 inline void WritePortName(XdrWriter& to, std::string_view name)
 {
     WritePrefix(to, CounterRecord::kPortName, kPortNameSize + Padded(name.size()));
@@ -255,9 +294,7 @@ inline std::size_t Encode(const FlowSample& sample, Encoding encoding, std::span
     if (out.size() < bare) {
         return 0;
     }
-    const std::size_t whole = sample.header.size() + (detail::PutsTagBack(sample) ? detail::kTag : 0);
-    const std::size_t room = (out.size() - bare) & ~(kWord - 1);
-    const std::size_t headerSize = std::min({whole, sample.maxHeader, room});
+    const std::size_t headerSize = detail::HeaderSize(sample, out.size() - bare);
     const std::size_t size = bare + Padded(headerSize);
 
     XdrWriter to(out.data());
@@ -297,16 +334,20 @@ inline std::size_t Encode(const CountersSample& sample, Encoding encoding, std::
     };
     bool fits = true;
     const bool ethernet = takes(sample.ethernet.has_value(), kPrefixSize + kEthernetSize, fits);
+    const bool lag = takes(sample.lag.has_value(), kPrefixSize + kLagSize, fits);
     const bool portName = takes(!name.empty(), kPrefixSize + kPortNameSize + Padded(name.size()), fits);
 
     XdrWriter to(out.data());
     detail::WritePrefix(to, compact ? SampleFormat::kCounters : SampleFormat::kExpandedCounters,
                         size - kPrefixSize);
     detail::WriteSource(to, encoding, sample.sequence, sample.source);
-    to.Word(1 + std::uint32_t{ethernet} + std::uint32_t{portName});
+    to.Word(1 + std::uint32_t{ethernet} + std::uint32_t{lag} + std::uint32_t{portName});
     detail::WriteGeneric(to, sample.generic);
     if (ethernet) {
         detail::WriteEthernet(to, *sample.ethernet);
+    }
+    if (lag) {
+        detail::WriteLag(to, *sample.lag);
     }
     if (portName) {
         detail::WritePortName(to, name);

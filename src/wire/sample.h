@@ -12,6 +12,8 @@
 #include <span>
 #include <string_view>
 
+#include "wire/drop_reason.h"
+
 namespace wire {
 
 /// Compact: source and interfaces in 32 bits, for indexes below 2^24. Expanded: any index. One agent
@@ -29,31 +31,8 @@ struct Port {
 /// Input of packets that this machine sends, output of packets that are delivered to it.
 inline constexpr Port kInternalPort{Port::Format::kSingle, 0x3FFFFFFF};
 
-/// Why a packet was discarded: value of a port of format kDiscarded. Codes below 16 are those of ICMP's
-/// "destination unreachable" (RFC 1812, 5.2.7.1), 256 to 262 those of sFlow version 5, the others come from
-/// sFlow.org's list of discard reasons.
-enum class DiscardReason : std::uint32_t {
-    kNetUnreachable = 0,
-    kHostUnreachable = 1,
-    kProhibited = 13,
-    kUnknown = 256,
-    kTimeToLive = 257,
-    kIngressVlanFilter = 265,
-    kSpanningTree = 266,
-    kNoPorts = 267,
-    kPortLoopback = 268,
-    kBlackHole = 269,
-    kUnicastInMulticast = 271,
-    kDestinationLoopback = 272,
-    kSourceMulticast = 273,
-    kSourceLoopback = 274,
-    kSourceUnspecified = 290,
-    kReservedMac = 293,
-    kEgressVlanFilter = 301,
-    kReversePath = 302,
-};
 /// The output of a discarded packet.
-constexpr Port Discarded(DiscardReason reason)
+constexpr Port Discarded(DropReason reason)
 {
     return {Port::Format::kDiscarded, static_cast<std::uint32_t>(reason)};
 }
@@ -128,11 +107,25 @@ struct EthernetCounters {
                   macReceiveErrors = kNotCounted32, symbolErrors = kNotCounted32;
 };
 
+/// lag_port_stats (0:7) of sflow.org's sflow_lag.txt: the member of an aggregate, an aggregation port of
+/// IEEE8023-LAG-MIB.
+struct LagCounters {
+    using System = std::array<std::uint8_t, 6>;  // all zeros: unknown, or none
+    System actorSystem{}, partnerSystem{};
+    std::uint32_t aggregate = 0;  // ifIndex; 0: attached to none
+    /// Bits of 802.1AX's Actor_State and Partner_State; 0: unknown.
+    std::uint8_t actorAdminState = 0, actorState = 0, partnerAdminState = 0, partnerState = 0;
+    std::uint32_t lacpdusIn = kNotCounted32, markersIn = kNotCounted32, markerResponsesIn = kNotCounted32,
+                  unknownIn = kNotCounted32, illegalIn = kNotCounted32, lacpdusOut = kNotCounted32,
+                  markersOut = kNotCounted32, markerResponsesOut = kNotCounted32;
+};
+
 struct CountersSample {
     std::uint32_t sequence = 0;
     std::uint32_t source = 0;  // ifIndex of the data source
     GenericCounters generic;
     std::optional<EthernetCounters> ethernet;
+    std::optional<LagCounters> lag;
     std::string_view portName;  // empty: no such record
 };
 

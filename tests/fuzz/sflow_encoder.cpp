@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "support/sflow_decoder.h"
+#include "wire/discard.h"
 #include "wire/encode.h"
 #include "wire/expected_sample.h"
 #include "wire/sample_source.h"
@@ -48,6 +49,17 @@ void Try(const Sample& sample, wire::Encoding encoding, std::size_t room)
     if (decoded != Expected(sample, encoding, room)) std::abort();
 }
 
+void TryDiscard(const wire::DiscardSample& sample, std::size_t room)
+{
+    std::vector<std::byte> buffer(room);
+    const std::size_t size = wire::Encode(sample, buffer);
+    if (size > room) std::abort();
+    std::optional<support::DecodedDiscard> decoded;
+    if (size != 0)
+        decoded = std::get<support::DecodedDiscard>(support::DecodeSample(std::span(buffer).first(size)));
+    if (decoded != Expected(sample, room)) std::abort();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -57,7 +69,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     while (!input.Empty()) {
         const wire::Encoding encoding = source.Encoding();
         const std::size_t room = source.Below(1100);
-        if (source.Below(2) == 0) {
+        const std::uint32_t kind = source.Below(16);
+        if (kind == 15) {
+            TryDiscard(source.Discard(), room);
+        } else if (kind % 2 == 0) {
             Try<support::DecodedFlow>(source.Flow(), encoding, room);
         } else {
             Try<support::DecodedCounters>(source.Counters(), encoding, room);

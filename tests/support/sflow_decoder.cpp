@@ -3,108 +3,14 @@
 
 #include "support/sflow_decoder.h"
 
-#include <arpa/inet.h>
-
 #include <array>
-#include <string_view>
+#include <cstdio>
 #include <utility>
+
+#include "support/sflow_cursor.h"
 
 namespace support {
 namespace {
-
-/// Reads from a part of the bytes; the offset is that in the whole.
-class Cursor {
-public:
-    Cursor(std::span<const std::byte> whole, std::size_t at, std::size_t end)
-        : m_whole(whole), m_at(at), m_end(end)
-    {
-    }
-
-    [[noreturn]] static void FailAt(std::size_t offset, const std::string& what)
-    {
-        throw DecodeError("offset " + std::to_string(offset) + ": " + what);
-    }
-
-    /// Complains about the value of `size` bytes that was read last.
-    [[noreturn]] void FailBefore(std::size_t size, const std::string& what) const
-    {
-        FailAt(m_at - size, what);
-    }
-
-    std::uint32_t Unsigned(const char* name) { return static_cast<std::uint32_t>(Number(4, name)); }
-    std::uint64_t UnsignedHyper(const char* name) { return Number(8, name); }
-
-    std::uint32_t AtMost(std::uint32_t limit, const char* name)
-    {
-        const std::uint32_t value = Unsigned(name);
-        if (value > limit) FailBefore(4, std::string(name) + " is " + std::to_string(value));
-        return value;
-    }
-
-    std::vector<std::byte> FixedOpaque(std::size_t size, const char* name)
-    {
-        Need(size, name);
-        const auto bytes = m_whole.subspan(m_at, size);
-        m_at += size;
-        while (m_at % 4 != 0) {
-            if (Number(1, "padding") != 0)
-                FailBefore(1, std::string("the padding of ") + name + " is not zero");
-        }
-        return {bytes.begin(), bytes.end()};
-    }
-
-    std::vector<std::byte> Opaque(const char* name) { return FixedOpaque(Unsigned(name), name); }
-
-    std::string Address(const char* name)
-    {
-        const std::uint32_t type = AtMost(2, name);
-        if (type == 0) return {};
-        const auto bytes = FixedOpaque(type == 1 ? 4 : 16, name);
-        std::array<char, INET6_ADDRSTRLEN> text{};
-        ::inet_ntop(type == 1 ? AF_INET : AF_INET6, bytes.data(), text.data(), text.size());
-        return text.data();
-    }
-
-    /// The part behind a length word, which this cursor then has behind it.
-    Cursor Part(const char* name)
-    {
-        const std::uint32_t size = Unsigned(name);
-        if (size % 4 != 0) FailBefore(4, std::string(name) + " of " + std::to_string(size) + " bytes");
-        Need(size, name);
-        m_at += size;
-        return {m_whole, m_at - size, m_at};
-    }
-
-    void End(const char* name) const
-    {
-        if (m_at != m_end) {
-            FailAt(m_at, std::to_string(m_end - m_at) + " bytes left over in " + name);
-        }
-    }
-
-private:
-    void Need(std::size_t size, const char* name) const
-    {
-        if (size > m_end - m_at) {
-            FailAt(m_at, std::string(name) + " needs " + std::to_string(size) + " bytes, there are " +
-                             std::to_string(m_end - m_at));
-        }
-    }
-
-    std::uint64_t Number(std::size_t size, const char* name)
-    {
-        Need(size, name);
-        std::uint64_t value = 0;
-        for (std::size_t i = 0; i < size; ++i) {
-            value = value * 256 + std::to_integer<std::uint64_t>(m_whole[m_at++]);
-        }
-        return value;
-    }
-
-    std::span<const std::byte> m_whole;
-    std::size_t m_at;
-    std::size_t m_end;
-};
 
 DecodedHeader ReadHeader(Cursor& from)
 {
@@ -179,14 +85,54 @@ DecodedEthernet ReadEthernet(Cursor& from)
             from.Unsigned("dot3StatsSymbolErrors")};
 }
 
-std::string ReadPortName(Cursor& from)
+std::string ReadMac(Cursor& from, const char* name)
 {
-    const auto bytes = from.Opaque("port name");
-    if (bytes.size() > 255) from.FailBefore(0, "a port name of " + std::to_string(bytes.size()) + " bytes");
-    std::string name;
-    for (const std::byte byte : bytes) name += static_cast<char>(byte);
-    return name;
+    std::string text;
+    for (const std::byte byte : from.FixedOpaque(6, name)) {
+        std::array<char, 4> digits{};
+        std::snprintf(digits.data(), digits.size(), "%02x", std::to_integer<unsigned>(byte));
+        text += (text.empty() ? "" : ":") + std::string(digits.data());
+    }
+    return text;
 }
+
+DecodedLag ReadLag(Cursor& from)
+{
+    DecodedLag lag;
+    lag.actorSystem = ReadMac(from, "dot3adAggPortActorSystemID");
+    lag.partnerSystem = ReadMac(from, "dot3adAggPortPartnerOperSystemID");
+    lag.aggregate = from.Unsigned("dot3adAggPortAttachedAggID");
+    const auto states = from.FixedOpaque(4, "dot3adAggPortState");
+    lag.actorAdminState = std::to_integer<std::uint8_t>(states[0]);
+    lag.actorState = std::to_integer<std::uint8_t>(states[1]);
+    lag.partnerAdminState = std::to_integer<std::uint8_t>(states[2]);
+    lag.partnerState = std::to_integer<std::uint8_t>(states[3]);
+    lag.lacpdusIn = from.Unsigned("dot3adAggPortStatsLACPDUsRx");
+    lag.markersIn = from.Unsigned("dot3adAggPortStatsMarkerPDUsRx");
+    lag.markerResponsesIn = from.Unsigned("dot3adAggPortStatsMarkerResponsePDUsRx");
+    lag.unknownIn = from.Unsigned("dot3adAggPortStatsUnknownRx");
+    lag.illegalIn = from.Unsigned("dot3adAggPortStatsIllegalRx");
+    lag.lacpdusOut = from.Unsigned("dot3adAggPortStatsLACPDUsTx");
+    lag.markersOut = from.Unsigned("dot3adAggPortStatsMarkerPDUsTx");
+    lag.markerResponsesOut = from.Unsigned("dot3adAggPortStatsMarkerResponsePDUsTx");
+    return lag;
+}
+
+std::string ReadText(Cursor& from, const std::string& name)
+{
+    const auto bytes = from.Opaque(name.c_str());
+    if (bytes.size() > 255)
+        from.FailBefore(0, "a " + name + " of " + std::to_string(bytes.size()) + " bytes");
+    std::string text;
+    for (const std::byte byte : bytes) text += static_cast<char>(byte);
+    return text;
+}
+
+std::string ReadPortName(Cursor& from) { return ReadText(from, "port name"); }
+std::string ReadFunction(Cursor& from) { return ReadText(from, "function"); }
+std::string ReadLinuxReason(Cursor& from) { return ReadText(from, "linux drop reason"); }
+
+DecodedTrap ReadTrap(Cursor& from) { return {ReadText(from, "trap group"), ReadText(from, "trap")}; }
 
 template <typename Record>
 void Store(Cursor& from, std::optional<Record>& place, Record (*read)(Cursor&))
@@ -216,10 +162,28 @@ void ReadRecord(Cursor& from, std::uint32_t format, DecodedCounters& sample)
         return Store(from, sample.generic, ReadGeneric);
     case 2:
         return Store(from, sample.ethernet, ReadEthernet);
+    case 7:
+        return Store(from, sample.lag, ReadLag);
     case 1005:
         return Store(from, sample.portName, ReadPortName);
     default:
         from.FailBefore(8, "unknown counter record " + std::to_string(format));
+    }
+}
+
+void ReadRecord(Cursor& from, std::uint32_t format, DecodedDiscard& sample)
+{
+    switch (format) {
+    case 1:
+        return Store(from, sample.header, ReadHeader);
+    case 1038:
+        return Store(from, sample.function, ReadFunction);
+    case 1041:
+        return Store(from, sample.trap, ReadTrap);
+    case 1042:
+        return Store(from, sample.linuxReason, ReadLinuxReason);
+    default:
+        from.FailBefore(8, "unknown record " + std::to_string(format) + " of a discarded packet");
     }
 }
 
@@ -291,13 +255,31 @@ DecodedCounters ReadCounters(Cursor& from, bool expanded)
     return sample;
 }
 
+DecodedDiscard ReadDiscard(Cursor& from)
+{
+    DecodedDiscard sample;
+    sample.sequence = from.Unsigned("sample sequence");
+    sample.sourceClass = from.Unsigned("source class");
+    sample.sourceIndex = from.Unsigned("source index");
+    sample.drops = from.Unsigned("drops");
+    sample.input = from.Unsigned("input");
+    sample.output = from.Unsigned("output");
+    sample.reason = from.Unsigned("reason");
+    if (sample.reason > 15 && sample.reason < 256)
+        from.FailBefore(4, "unknown drop reason " + std::to_string(sample.reason));
+    ReadRecords(from, sample);
+    return sample;
+}
+
 DecodedSample ReadSample(Cursor& from)
 {
     const std::uint32_t format = from.Unsigned("sample format");
-    if (format < 1 || format > 4) from.FailBefore(4, "unknown sample format " + std::to_string(format));
+    if (format < 1 || format > 5) from.FailBefore(4, "unknown sample format " + std::to_string(format));
     Cursor part = from.Part("sample");
     DecodedSample sample;
-    if (format % 2 == 1) {
+    if (format == 5) {
+        sample = ReadDiscard(part);
+    } else if (format % 2 == 1) {
         sample = ReadFlow(part, format == 3);
     } else {
         sample = ReadCounters(part, format == 4);
@@ -306,9 +288,12 @@ DecodedSample ReadSample(Cursor& from)
     return sample;
 }
 
-bool IsExpanded(const DecodedSample& sample)
+/// Whether it is expanded; nothing if its kind has one encoding only.
+std::optional<bool> IsExpanded(const DecodedSample& sample)
 {
-    return std::visit([](const auto& one) { return one.expanded; }, sample);
+    if (const auto* flow = std::get_if<DecodedFlow>(&sample)) return flow->expanded;
+    if (const auto* counters = std::get_if<DecodedCounters>(&sample)) return counters->expanded;
+    return {};
 }
 
 template <typename Kind>
@@ -327,6 +312,8 @@ std::vector<DecodedFlow> Datagram::Flows() const { return Only<DecodedFlow>(samp
 
 std::vector<DecodedCounters> Datagram::Counters() const { return Only<DecodedCounters>(samples); }
 
+std::vector<DecodedDiscard> Datagram::Discards() const { return Only<DecodedDiscard>(samples); }
+
 Datagram DecodeDatagram(std::span<const std::byte> bytes)
 {
     Cursor from(bytes, 0, bytes.size());
@@ -338,11 +325,14 @@ Datagram DecodeDatagram(std::span<const std::byte> bytes)
     datagram.sequence = from.Unsigned("datagram sequence");
     datagram.uptime = from.Unsigned("uptime");
     const std::uint32_t count = from.Unsigned("number of samples");
+    std::optional<bool> expanded;
     for (std::uint32_t i = 0; i < count; ++i) {
         datagram.samples.push_back(ReadSample(from));
-        if (IsExpanded(datagram.samples.back()) != IsExpanded(datagram.samples.front())) {
+        const std::optional<bool> own = IsExpanded(datagram.samples.back());
+        if (own && own != expanded.value_or(*own)) {
             from.FailBefore(0, "before here a sample of the other encoding");
         }
+        if (own) expanded = own;
     }
     from.End("datagram");
     return datagram;

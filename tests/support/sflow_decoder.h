@@ -114,6 +114,26 @@ struct DecodedEthernet {
     friend bool operator==(const DecodedEthernet&, const DecodedEthernet&) = default;
 };
 
+/// A member of an aggregate. Systems as text, "02:00:00:00:00:01"; states as the octets of 802.1AX.
+struct DecodedLag {
+    std::string actorSystem;
+    std::string partnerSystem;
+    std::uint32_t aggregate = 0;
+    std::uint8_t actorAdminState = 0;
+    std::uint8_t actorState = 0;
+    std::uint8_t partnerAdminState = 0;
+    std::uint8_t partnerState = 0;
+    std::uint32_t lacpdusIn = 0;
+    std::uint32_t markersIn = 0;
+    std::uint32_t markerResponsesIn = 0;
+    std::uint32_t unknownIn = 0;
+    std::uint32_t illegalIn = 0;
+    std::uint32_t lacpdusOut = 0;
+    std::uint32_t markersOut = 0;
+    std::uint32_t markerResponsesOut = 0;
+    friend bool operator==(const DecodedLag&, const DecodedLag&) = default;
+};
+
 struct DecodedCounters {
     bool expanded = false;
     std::uint32_t sequence = 0;
@@ -122,11 +142,35 @@ struct DecodedCounters {
     std::vector<std::uint32_t> records;  // formats, in the order in which they came
     std::optional<DecodedGeneric> generic;
     std::optional<DecodedEthernet> ethernet;
+    std::optional<DecodedLag> lag;
     std::optional<std::string> portName;
     friend bool operator==(const DecodedCounters&, const DecodedCounters&) = default;
 };
 
-using DecodedSample = std::variant<DecodedFlow, DecodedCounters>;
+struct DecodedTrap {
+    std::string group;
+    std::string trap;
+    friend bool operator==(const DecodedTrap&, const DecodedTrap&) = default;
+};
+
+/// A discarded packet; there is one encoding only.
+struct DecodedDiscard {
+    std::uint32_t sequence = 0;
+    std::uint32_t sourceClass = 0;
+    std::uint32_t sourceIndex = 0;
+    std::uint32_t drops = 0;
+    std::uint32_t input = 0;  // ifIndex; 0 unknown
+    std::uint32_t output = 0;
+    std::uint32_t reason = 0;            // below 16: a code of ICMP's; from 256 on sFlow's own
+    std::vector<std::uint32_t> records;  // formats, in the order in which they came
+    std::optional<DecodedHeader> header;
+    std::optional<std::string> function;
+    std::optional<DecodedTrap> trap;
+    std::optional<std::string> linuxReason;
+    friend bool operator==(const DecodedDiscard&, const DecodedDiscard&) = default;
+};
+
+using DecodedSample = std::variant<DecodedFlow, DecodedCounters, DecodedDiscard>;
 
 struct Datagram {
     std::string agent;  // IPv4 or IPv6, as text
@@ -137,6 +181,7 @@ struct Datagram {
     /// Those of one kind, in the order in which they came.
     [[nodiscard]] std::vector<DecodedFlow> Flows() const;
     [[nodiscard]] std::vector<DecodedCounters> Counters() const;
+    [[nodiscard]] std::vector<DecodedDiscard> Discards() const;
     friend bool operator==(const Datagram&, const Datagram&) = default;
 };
 

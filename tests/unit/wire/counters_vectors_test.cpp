@@ -3,7 +3,7 @@
 // version 5.
 //
 // With the generic counters alone a compact sample is 8 + 108 bytes, an expanded one 8 + 112. The Ethernet
-// counters add 60, a port name 12 and its bytes.
+// counters add 60, those of an aggregation port 64, a port name 12 and its bytes.
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -103,6 +103,34 @@ wire::CountersSample UncountedEthernet()
     return sample;
 }
 
+wire::CountersSample WithLag(Ethernet ethernet, std::string_view portName)
+{
+    wire::CountersSample sample = MakeCounters(ethernet, portName);
+    sample.lag = wire::LagCounters{.actorSystem = {0x02, 0xaa, 0xbb, 0xcc, 0xdd, 0xee},
+                                   .partnerSystem = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55},
+                                   .aggregate = 9,
+                                   .actorAdminState = 0x07,
+                                   .actorState = 0x3d,
+                                   .partnerAdminState = 0x47,
+                                   .partnerState = 0x3f,
+                                   .lacpdusIn = 0x41,
+                                   .markersIn = 0x42,
+                                   .markerResponsesIn = 0x43,
+                                   .unknownIn = 0x44,
+                                   .illegalIn = 0x45,
+                                   .lacpdusOut = 0x46,
+                                   .markersOut = 0x47,
+                                   .markerResponsesOut = 0x48};
+    return sample;
+}
+
+wire::CountersSample UncountedLag()
+{
+    wire::CountersSample sample;
+    sample.lag.emplace();
+    return sample;
+}
+
 wire::CountersSample FromSource(std::uint32_t source)
 {
     wire::CountersSample sample = MakeCounters(Ethernet::kNo, "");
@@ -118,6 +146,11 @@ const std::string kEthernet =
     "00000002 00000034 00000031 00000032 00000033 00000034 00000035 00000036 00000037 00000038 "
     "00000039 0000003a 0000003b 0000003c 0000003d ";
 const std::string kEth0 = "000003ed 00000008 00000004 65746830 ";
+
+/// lag_port_stats of sflow.org's sflow_lag.txt. Each of the two systems has two bytes of padding.
+const std::string kLag =
+    "00000007 00000038 02aabbcc ddee0000 02112233 44550000 00000009 073d473f "
+    "00000041 00000042 00000043 00000044 00000045 00000046 00000047 00000048 ";
 
 const std::string k255Letters(255, 'a');
 const std::string k256Letters(256, 'a');
@@ -163,6 +196,17 @@ const CountersVector kRecords[] = {
          " 00000002 00000034 ffffffff ffffffff ffffffff ffffffff ffffffff ffffffff ffffffff ffffffff "
          "ffffffff "
          "ffffffff ffffffff ffffffff ffffffff"},
+    {"MemberOfAnAggregate", WithLag(Ethernet::kNo, ""), Encoding::kCompact, kCountersRoom,
+     "00000002 000000ac 00000021 00000005 00000002 " + kGeneric + kLag},
+    {"MemberOfAnAggregateWithAllRecords", WithLag(Ethernet::kYes, "eth0"), Encoding::kExpanded, kCountersRoom,
+     "00000004 000000fc 00000021 00000000 00000005 00000004 " + kGeneric + kEthernet + kLag + kEth0},
+    {"NothingCountedOfAMember", UncountedLag(), Encoding::kCompact, kCountersRoom,
+     "00000002 000000ac 00000000 00000000 00000002 " + Uncounted("00000000").substr(45) +
+         " 00000007 00000038 00000000 00000000 00000000 00000000 00000000 00000000 ffffffff ffffffff "
+         "ffffffff ffffffff ffffffff ffffffff ffffffff ffffffff"},
+    {"MostThatASampleCanBe", WithLag(Ethernet::kYes, k255Letters), Encoding::kExpanded, kCountersRoom,
+     "00000004 000001f8 00000021 00000000 00000005 00000004 " + kGeneric + kEthernet + kLag +
+         "000003ed 00000104 000000ff " + Hex61(255) + "00"},
     {"LargestIndexOfTheCompactEncoding", FromSource(0xffffff), Encoding::kCompact, kCountersRoom,
      "00000002 0000006c 00000021 00ffffff 00000001 " + kGeneric},
     {"IndexTooLargeForTheCompactEncoding", FromSource(0x12345678), Encoding::kCompact, kCountersRoom,
@@ -188,6 +232,10 @@ const CountersVector kCountersCuts[] = {
      "00000002 000000a8 00000021 00000005 00000002 " + kGeneric + kEthernet},
     {"JustEverything", MakeCounters(Ethernet::kYes, "eth0"), Encoding::kCompact, 192,
      "00000002 000000b8 00000021 00000005 00000003 " + kGeneric + kEthernet + kEth0},
+    {"OneByteShortOfTheMembersRecord", WithLag(Ethernet::kYes, "eth0"), Encoding::kCompact, 239,
+     "00000002 000000a8 00000021 00000005 00000002 " + kGeneric + kEthernet},
+    {"JustTheMembersRecord", WithLag(Ethernet::kYes, "eth0"), Encoding::kCompact, 240,
+     "00000002 000000e8 00000021 00000005 00000003 " + kGeneric + kEthernet + kLag},
     {"PaddingOfThePortNameHasNoRoom", MakeCounters(Ethernet::kNo, "e"), Encoding::kCompact, 131,
      "00000002 0000006c 00000021 00000005 00000001 " + kGeneric},
 };

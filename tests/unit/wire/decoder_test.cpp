@@ -28,6 +28,14 @@ const std::string kCounters =
     "00000039 0000003a 0000003b 0000003c 0000003d "
     "000003ed 00000008 00000004 65746830 ";
 
+// There is one encoding of it.
+const std::string kDiscard =
+    "00000005 00000078 00000041 00000000 00000003 00000009 00000003 00000004 00000101 00000004 "
+    "00000001 00000014 00000001 00000044 00000004 00000003 01020300 "
+    "0000040e 00000008 00000004 66756e63 "
+    "00000411 00000010 00000002 67700000 00000004 74726170 "
+    "00000412 0000000c 00000006 52454153 4f4e0000 ";
+
 support::DecodedFlow Flow()
 {
     support::DecodedFlow flow{.expanded = false,
@@ -61,6 +69,58 @@ support::DecodedCounters Counters()
                                                  0x38, 0x39, 0x3a, 0x3b, 0x3c, 0x3d};
     counters.portName = "eth0";
     return counters;
+}
+
+support::DecodedDiscard Discard()
+{
+    support::DecodedDiscard discard;
+    discard.sequence = 0x41;
+    discard.sourceIndex = 3;
+    discard.drops = 9;
+    discard.input = 3;
+    discard.output = 4;
+    discard.reason = 257;
+    discard.records = {1, 1038, 1041, 1042};
+    discard.header = support::DecodedHeader{1, 68, 4, FromHex("010203")};
+    discard.function = "func";
+    discard.trap = support::DecodedTrap{"gp", "trap"};
+    discard.linuxReason = "REASON";
+    return discard;
+}
+
+const std::string kMember =
+    "00000002 0000004c 00000021 00000005 00000001 00000007 00000038 02aabbcc ddee0000 02112233 44550000 "
+    "00000009 073d473f 00000041 00000042 00000043 00000044 00000045 00000046 00000047 00000048";
+
+TEST(SflowDecoderTest, ReadsTheMemberOfAnAggregate)
+{
+    support::DecodedCounters expected;
+    expected.sequence = 0x21;
+    expected.sourceIndex = 5;
+    expected.records = {7};
+    expected.lag = support::DecodedLag{"02:aa:bb:cc:dd:ee",
+                                       "02:11:22:33:44:55",
+                                       9,
+                                       0x07,
+                                       0x3d,
+                                       0x47,
+                                       0x3f,
+                                       0x41,
+                                       0x42,
+                                       0x43,
+                                       0x44,
+                                       0x45,
+                                       0x46,
+                                       0x47,
+                                       0x48};
+    EXPECT_EQ(std::get<support::DecodedCounters>(support::DecodeSample(FromHex(kMember))), expected);
+}
+
+TEST(SflowDecoderTest, ReadsADiscardedPacketBesideEitherEncoding)
+{
+    const auto datagram = support::DecodeDatagram(FromHex(kHead + "00000003" + kDiscard + kFlow + kDiscard));
+    EXPECT_EQ(datagram.samples, (std::vector<support::DecodedSample>{Discard(), Flow(), Discard()}));
+    EXPECT_EQ(datagram.Discards(), (std::vector{Discard(), Discard()}));
 }
 
 TEST(SflowDecoderTest, ReadsEveryFieldOfADatagram)
@@ -132,6 +192,7 @@ std::string With(std::string text, const std::string& old, const std::string& re
 
 const std::string kOneFlow = kHead + "00000001" + kFlow;
 const std::string kOneCounters = kHead + "00000001" + kCounters;
+const std::string kOneDiscard = kHead + "00000001" + kDiscard;
 
 const Wrong kWrong[] = {
     {"Empty", "", "offset 0: version needs 4 bytes, there are 0"},
@@ -143,7 +204,7 @@ const Wrong kWrong[] = {
      "offset 144: sample format needs 4 bytes, there are 0"},
     {"MoreSamplesThanPromised", kHead + "00000000" + kFlow, "offset 28: 116 bytes left over in datagram"},
     {"OneByteBehind", kOneFlow + "00", "offset 144: 1 bytes left over in datagram"},
-    {"UnknownSampleFormat", kHead + "00000001 00000005 00000000", "offset 28: unknown sample format 5"},
+    {"UnknownSampleFormat", kHead + "00000001 00000006 00000000", "offset 28: unknown sample format 6"},
     {"OtherEnterprise", kHead + "00000001 00001001 00000000", "offset 28: unknown sample format 4097"},
     {"SampleBeyondTheEnd", With(kOneFlow, "0000006c", "00000070"),
      "offset 36: sample needs 112 bytes, there are 108"},
@@ -184,6 +245,16 @@ const Wrong kWrong[] = {
      "offset 204: unknown counter record 1006"},
     {"StatusWithOtherBits", With(kOneCounters, "00000001 00000001 01020304", "00000001 00000004 01020304"),
      "offset 76: ifStatus is 4"},
+    {"PaddingOfASystemNotZero", With(kHead + "00000001" + kMember, "ddee0000", "ddee0001"),
+     "offset 63: the padding of dot3adAggPortActorSystemID is not zero"},
+    {"DiscardOfUnknownReason", With(kOneDiscard, "00000101", "00000010"),
+     "offset 60: unknown drop reason 16"},
+    {"DiscardRecordOfUnknownFormat", With(kOneDiscard, "00000412", "00000413"),
+     "offset 136: unknown record 1043 of a discarded packet"},
+    {"DiscardRecordTwice", With(kOneDiscard, "00000412", "0000040e"),
+     "offset 144: the second record of one format"},
+    {"DiscardTextOfManyBytes", With(kOneDiscard, "0000040e 00000008 00000004", "0000040e 00000008 00000200"),
+     "offset 108: function needs 512 bytes, there are 4"},
     {"UnknownDirection", With(kOneCounters, "00000001 00000001 01020304", "00000005 00000001 01020304"),
      "offset 72: ifDirection is 5"},
 };

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -38,7 +39,8 @@ support::DecodedRouter RouterOf(const wire::ExtendedRouter& router)
 }
 
 /// What is sent of the header where nothing else limits it.
-std::vector<std::byte> HeaderOf(const wire::FlowSample& sample)
+template <typename Sample>
+std::vector<std::byte> HeaderOf(const Sample& sample)
 {
     std::vector<std::byte> bytes(sample.header.begin(), sample.header.end());
     if (sample.tagProtocol != 0 && bytes.size() >= 12) {
@@ -50,6 +52,37 @@ std::vector<std::byte> HeaderOf(const wire::FlowSample& sample)
     }
     if (bytes.size() > sample.maxHeader) bytes.resize(sample.maxHeader);
     return bytes;
+}
+
+std::string Text(const wire::LagCounters::System& system)
+{
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string text;
+    for (const std::uint8_t byte : system) {
+        if (!text.empty()) text += ':';
+        text += kDigits[byte / 16];
+        text += kDigits[byte % 16];
+    }
+    return text;
+}
+
+support::DecodedLag LagOf(const wire::LagCounters& lag)
+{
+    return {.actorSystem = Text(lag.actorSystem),
+            .partnerSystem = Text(lag.partnerSystem),
+            .aggregate = lag.aggregate,
+            .actorAdminState = lag.actorAdminState,
+            .actorState = lag.actorState,
+            .partnerAdminState = lag.partnerAdminState,
+            .partnerState = lag.partnerState,
+            .lacpdusIn = lag.lacpdusIn,
+            .markersIn = lag.markersIn,
+            .markerResponsesIn = lag.markerResponsesIn,
+            .unknownIn = lag.unknownIn,
+            .illegalIn = lag.illegalIn,
+            .lacpdusOut = lag.lacpdusOut,
+            .markersOut = lag.markersOut,
+            .markerResponsesOut = lag.markerResponsesOut};
 }
 
 std::size_t RouterSize(const support::DecodedRouter& router)
@@ -134,10 +167,53 @@ std::optional<support::DecodedCounters> Expected(const wire::CountersSample& sam
             ethernet.carrierSenseErrors, ethernet.frameTooLongs,       ethernet.macReceiveErrors,
             ethernet.symbolErrors};
     }
+    if (sample.lag) {
+        size += 64;
+        if (size > room) return counters;
+        counters.records.push_back(7);
+        counters.lag = LagOf(*sample.lag);
+    }
     const std::string name(sample.portName.substr(0, 255));
     if (!name.empty() && size + 12 + RoundedUp(name.size()) <= room) {
         counters.records.push_back(1005);
         counters.portName = name;
     }
     return counters;
+}
+
+std::optional<support::DecodedDiscard> Expected(const wire::DiscardSample& sample, std::size_t room)
+{
+    std::size_t size = 64;
+    if (size > room) return {};
+    support::DecodedDiscard discard;
+    discard.sequence = sample.sequence;
+    discard.sourceIndex = sample.source;
+    discard.drops = sample.drops;
+    discard.input = sample.input;
+    discard.output = sample.output;
+    discard.reason = static_cast<std::uint32_t>(sample.reason);
+
+    const auto cut = [](std::string_view text) { return std::string(text.substr(0, 255)); };
+    const std::string reason = cut(sample.linuxReason), function = cut(sample.function);
+    const support::DecodedTrap trap{cut(sample.trapGroup), cut(sample.trap)};
+    const auto takes = [&](std::size_t record) {
+        if (size + record > room) return false;
+        size += record;
+        return true;
+    };
+    if (!reason.empty() && takes(12 + RoundedUp(reason.size()))) discard.linuxReason = reason;
+    if (!function.empty() && takes(12 + RoundedUp(function.size()))) discard.function = function;
+    if (trap != support::DecodedTrap{} &&
+        takes(16 + RoundedUp(trap.group.size()) + RoundedUp(trap.trap.size())))
+        discard.trap = trap;
+    discard.records = {1};
+    if (discard.function) discard.records.push_back(1038);
+    if (discard.trap) discard.records.push_back(1041);
+    if (discard.linuxReason) discard.records.push_back(1042);
+
+    std::vector<std::byte> bytes = HeaderOf(sample);
+    while (size + RoundedUp(bytes.size()) > room) bytes.pop_back();
+    discard.header = support::DecodedHeader{static_cast<std::uint32_t>(sample.protocol), sample.frameLength,
+                                            sample.stripped, std::move(bytes)};
+    return discard;
 }

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "support/sflow_decoder.h"
+#include "wire/discard.h"
 #include "wire/sample.h"
 
 /// Nothing if the room is too small even for a sample without header. Port formats are those that
@@ -19,5 +20,8 @@ std::optional<support::DecodedFlow> Expected(const wire::FlowSample& sample, wir
 /// Nothing if the room is too small for the generic counters.
 std::optional<support::DecodedCounters> Expected(const wire::CountersSample& sample, wire::Encoding encoding,
                                                  std::size_t room);
+
+/// Nothing if the room is too small even for a sample without header and texts.
+std::optional<support::DecodedDiscard> Expected(const wire::DiscardSample& sample, std::size_t room);
 
 #endif

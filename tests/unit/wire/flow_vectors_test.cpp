@@ -148,12 +148,11 @@ const FlowVector kPorts[] = {
      "00000000 00000002 " +
          kNoHeader + kSwitch},
     {"SentByThisMachineAndDiscardedCompact",
-     Between(wire::kInternalPort, wire::Discarded(wire::DiscardReason::kUnknown)), Encoding::kCompact,
-     kFlowRoom,
+     Between(wire::kInternalPort, wire::Discarded(wire::DropReason::kUnknown)), Encoding::kCompact, kFlowRoom,
      "00000001 00000050 00000011 00000003 00001000 00020000 00000007 3fffffff 40000100 00000002 " +
          kNoHeader + kSwitch},
     {"SentByThisMachineAndDiscardedExpanded",
-     Between(wire::kInternalPort, wire::Discarded(wire::DiscardReason::kUnknown)), Encoding::kExpanded,
+     Between(wire::kInternalPort, wire::Discarded(wire::DropReason::kUnknown)), Encoding::kExpanded,
      kFlowRoom,
      "00000003 0000005c 00000011 00000000 00000003 00001000 00020000 00000007 00000000 3fffffff 00000001 "
      "00000100 00000002 " +

@@ -14,6 +14,7 @@
 #include "expected_sample.h"
 #include "sample_source.h"
 #include "support/hex.h"
+#include "wire/discard.h"
 #include "wire/encode.h"
 
 namespace {
@@ -74,6 +75,29 @@ TEST_F(RoundTripTest, CountersSamplesComeBack)
     EXPECT_GT(refused, kRounds / 20);
 }
 
+TEST_F(RoundTripTest, DiscardedPacketsComeBack)
+{
+    int cut = 0;
+    int refused = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        SCOPED_TRACE(round);
+        const wire::DiscardSample sample = m_source.Discard();
+        const std::size_t room = m_source.Below(wire::kMaxDiscardSample + 1);
+        Bytes buffer(room);
+        const std::size_t size = wire::Encode(sample, buffer);
+        const auto expected = Expected(sample, room);
+        refused += expected ? 0 : 1;
+        cut += expected && expected != Expected(sample, wire::kMaxDiscardSample) ? 1 : 0;
+        ASSERT_EQ(size != 0, expected.has_value());
+        if (expected) {
+            const auto decoded = support::DecodeSample(std::span(buffer).first(size));
+            ASSERT_EQ(std::get<support::DecodedDiscard>(decoded), *expected);
+        }
+    }
+    EXPECT_GT(cut, kRounds / 20);
+    EXPECT_GT(refused, kRounds / 100);
+}
+
 TEST_F(RoundTripTest, AFlowSampleFitsInTheLeastRoomAndUsesIt)
 {
     for (int round = 0; round < kRounds; ++round) {
@@ -90,7 +114,7 @@ TEST_F(RoundTripTest, SamplesOfOneEncodingMakeADatagram)
 {
     for (const auto encoding : {wire::Encoding::kCompact, wire::Encoding::kExpanded}) {
         support::Datagram expected{"198.51.100.7", 0x01020304, 0xfffffff0, 0x7fffffff, {}};
-        Bytes bytes(9000);
+        Bytes bytes(20000);
         std::size_t size = wire::kDatagramHeaderSize;
         for (int i = 0; i < 9; ++i) {
             const wire::FlowSample flow = m_source.Flow();
@@ -100,8 +124,11 @@ TEST_F(RoundTripTest, SamplesOfOneEncodingMakeADatagram)
             size += wire::Encode(counters, encoding, std::span(bytes).subspan(size));
             expected.samples.emplace_back(*Expected(counters, encoding, wire::kMaxCountersSample));
         }
+        const wire::DiscardSample discard = m_source.Discard();
+        size += wire::Encode(discard, std::span(bytes).subspan(size));
+        expected.samples.emplace_back(*Expected(discard, wire::kMaxDiscardSample));
         wire::Encode(
-            wire::DatagramHeader{::inet_addr("198.51.100.7"), 0x01020304, 0xfffffff0, 0x7fffffff, 18}, bytes);
+            wire::DatagramHeader{::inet_addr("198.51.100.7"), 0x01020304, 0xfffffff0, 0x7fffffff, 19}, bytes);
         EXPECT_EQ(support::DecodeDatagram(std::span(bytes).first(size)), expected);
     }
 }

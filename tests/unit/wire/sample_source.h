@@ -11,6 +11,7 @@
 #include <span>
 #include <string_view>
 
+#include "wire/discard.h"
 #include "wire/sample.h"
 
 /// Makes random samples from `next`, a callable that gives 32 bits at each call. What a sample refers to lies
@@ -68,9 +69,35 @@ public:
         generic.operUp = Below(2) != 0;
         generic.promiscuous = Below(3);
         if (Below(2) == 0) sample.ethernet = DrawnEthernet();
+        if (Below(2) == 0) sample.lag = DrawnLag();
         const auto name = std::span(m_name).first(Below(2) == 0 ? Below(10) : Below(m_name.size() + 1));
         Fill(name);
         sample.portName = std::string_view(name.data(), name.size());
+        return sample;
+    }
+
+    wire::DiscardSample Discard()
+    {
+        wire::DiscardSample sample;
+        for (auto* const field : {&sample.sequence, &sample.source, &sample.drops, &sample.input,
+                                  &sample.output, &sample.frameLength, &sample.stripped}) {
+            *field = m_next();
+        }
+        sample.reason = static_cast<wire::DropReason>(Below(2) == 0 ? Below(16) : 256 + Below(48));
+        const wire::FlowSample like = Flow();  // the header is the same
+        sample.protocol = like.protocol;
+        sample.header = like.header;
+        sample.tagProtocol = like.tagProtocol;
+        sample.tagControl = like.tagControl;
+        sample.maxHeader = like.maxHeader;
+        Fill(std::span<char>(m_name));
+        std::size_t at = 0;
+        for (auto* const text : {&sample.function, &sample.trapGroup, &sample.trap, &sample.linuxReason}) {
+            *text = std::string_view(m_name.data(), m_name.size())
+                        .substr(at++, Below(3) == 0   ? 0
+                                      : Below(2) == 0 ? Below(20)
+                                                      : Below(290));
+        }
         return sample;
     }
 
@@ -115,6 +142,23 @@ private:
               &counters.lateCollisions, &counters.excessiveCollisions, &counters.macTransmitErrors,
               &counters.carrierSenseErrors, &counters.frameTooLongs, &counters.macReceiveErrors,
               &counters.symbolErrors}) {
+            *field = m_next();
+        }
+        return counters;
+    }
+
+    wire::LagCounters DrawnLag()
+    {
+        wire::LagCounters counters;
+        Fill(std::span<std::uint8_t>(counters.actorSystem));
+        Fill(std::span<std::uint8_t>(counters.partnerSystem));
+        for (auto* const state : {&counters.actorAdminState, &counters.actorState,
+                                  &counters.partnerAdminState, &counters.partnerState}) {
+            *state = static_cast<std::uint8_t>(m_next());
+        }
+        for (auto* const field : {&counters.aggregate, &counters.lacpdusIn, &counters.markersIn,
+                                  &counters.markerResponsesIn, &counters.unknownIn, &counters.illegalIn,
+                                  &counters.lacpdusOut, &counters.markersOut, &counters.markerResponsesOut}) {
             *field = m_next();
         }
         return counters;

@@ -16,6 +16,7 @@
 #include "support/hex.h"
 #include "support/pcap.h"
 #include "support/process.h"
+#include "wire/discard.h"
 #include "wire/encode.h"
 
 namespace {
@@ -76,6 +77,21 @@ wire::CountersSample Counters(std::uint32_t ifIndex)
                       .outErrors = 13,
                       .promiscuous = 1};
     sample.ethernet = wire::EthernetCounters{14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26};
+    sample.lag = wire::LagCounters{.actorSystem = {2, 0, 0, 0, 0, 27},
+                                   .partnerSystem = {2, 0, 0, 0, 0, 28},
+                                   .aggregate = 29,
+                                   .actorAdminState = 0x3d,
+                                   .actorState = 0x3e,
+                                   .partnerAdminState = 0x3f,
+                                   .partnerState = 0x40,
+                                   .lacpdusIn = 30,
+                                   .markersIn = 31,
+                                   .markerResponsesIn = 32,
+                                   .unknownIn = 33,
+                                   .illegalIn = 34,
+                                   .lacpdusOut = 35,
+                                   .markersOut = 36,
+                                   .markerResponsesOut = 37};
     sample.portName = "gigabit-ethernet-1/1/1";
     return sample;
 }
@@ -88,7 +104,7 @@ Bytes DatagramOf(Encoding encoding, std::uint32_t ifIndex)
     routed.router = wire::ExtendedRouter{{4, {192, 0, 2, 9}}, 24, 16};
     wire::FlowSample discarded = Flow(ifIndex);
     discarded.tagProtocol = 0;
-    discarded.output = wire::Discarded(wire::DiscardReason::kUnknown);
+    discarded.output = wire::Discarded(wire::DropReason::kUnknown);
     discarded.router = wire::ExtendedRouter{{16, {0x20, 0x01, 0x0d, 0xb8}}, 64, 48};
     discarded.router->nextHop.bytes[15] = 9;
 
@@ -118,8 +134,9 @@ const Field kTsharkFields[] = {
     {"sflow_245.sysuptime", "3000000000", "3000000000"},
     {"sflow_245.numsamples", "4", "4"},
     {"sflow_245.sampletype", "1,1,1,2", "3,3,3,4"},
-    {"sflow_5.sample_length", "128,152,160,204", "140,164,172,208"},
-    {"sflow_5.flow_data_length", "64,16,64,16,16,60,16,28,88,52,28", "64,16,64,16,16,60,16,28,88,52,28"},
+    {"sflow_5.sample_length", "128,152,160,268", "140,164,172,272"},
+    {"sflow_5.flow_data_length", "64,16,64,16,16,60,16,28,88,52,56,28",
+     "64,16,64,16,16,60,16,28,88,52,56,28"},
 
     {"sflow.flow_sample.sequence_number", "101,101,101", "101,101,101"},
     {"sflow.flow_sample.source_id_class", "0,0,0", ""},
@@ -162,9 +179,9 @@ const Field kTsharkFields[] = {
     {"sflow.counters_sample.sequence_number", "102", "102"},
     {"sflow.counters_sample.source_id_type", "0", "0"},
     {"sflow.counters_sample.source_id_index", "3", "33554435"},
-    {"sflow.counters_sample.counters_records", "3", "3"},
+    {"sflow.counters_sample.counters_records", "4", "4"},
     // The dissector names the port name's format and passes the record over.
-    {"sflow_245.counters_record_format", "1,2,1005", "1,2,1005"},
+    {"sflow_245.counters_record_format", "1,2,7,1005", "1,2,7,1005"},
     {"sflow_245.ifindex", "3", "33554435"},
     {"sflow_245.iftype", "6", "6"},
     {"sflow_245.ifspeed", "10000000000", "10000000000"},
@@ -198,6 +215,20 @@ const Field kTsharkFields[] = {
     {"sflow_245.dot3StatsFrameTooLongs", "24", "24"},
     {"sflow_245.dot3StatsInternalMacReceiveErrors", "25", "25"},
     {"sflow_245.dot3StatsSymbolErrors", "26", "26"},
+    {"sflow.lag_port.actor_system_id", "02:00:00:00:00:1b", "02:00:00:00:00:1b"},
+    {"sflow.lag_port.partner_oper_system_id", "02:00:00:00:00:1c", "02:00:00:00:00:1c"},
+    {"sflow.lag_port.padding", "0000,0000", "0000,0000"},
+    {"sflow.lag_port.attached_agg_id", "29", "29"},
+    // Four octets, one for each state; the dissector names single bits of the whole.
+    {"sflow.lag_port.state", "0x3d3e3f40", "0x3d3e3f40"},
+    {"sflow.lag_port.lacpdus.rx", "30", "30"},
+    {"sflow.lag_port.marker_pdus.rx", "31", "31"},
+    {"sflow.lag_port.marker_response_pdus.rx", "32", "32"},
+    {"sflow.lag_port.unknown.rx", "33", "33"},
+    {"sflow.lag_port.illegal.rx", "34", "34"},
+    {"sflow.lag_port.lacpdus.tx", "35", "35"},
+    {"sflow.lag_port.marker_pdus.tx", "36", "36"},
+    {"sflow.lag_port.marker_response_pdus.tx", "37", "37"},
 };
 
 class TsharkTest : public testing::Test {
@@ -260,6 +291,64 @@ TEST_F(TsharkTest, ReadsTheExpandedEncoding)
     const Bytes datagram = DatagramOf(Encoding::kExpanded, 0x2000003);
     EXPECT_EQ(Complaints(datagram), "");
     ExpectFields(datagram, &Field::expanded);
+}
+
+wire::DiscardSample NoSocketDiscard()
+{
+    wire::DiscardSample discard;
+    discard.sequence = 103;
+    discard.source = 3;
+    discard.header = kFrame;
+    discard.maxHeader = 128;
+    discard.frameLength = static_cast<std::uint32_t>(kFrame.size()) + 4;
+    discard.stripped = 4;
+    discard.function = "ip_forward";
+    discard.linuxReason = "IP_INHDR";
+    return discard;
+}
+
+/// A flow sample, discarded packets, and another flow sample, of the same source.
+Bytes DatagramWithDiscards(Encoding encoding, std::uint32_t discards)
+{
+    Bytes datagram(9000);
+    std::size_t size = wire::kDatagramHeaderSize;
+    wire::Encode(wire::DatagramHeader{::inet_addr("192.0.2.1"), 7, 11, 3'000'000'000, 2 + discards},
+                 datagram);
+    size += wire::Encode(Flow(3), encoding, std::span(datagram).subspan(size));
+    for (std::uint32_t i = 0; i < discards; ++i)
+        size += wire::Encode(NoSocketDiscard(), std::span(datagram).subspan(size));
+    size += wire::Encode(Flow(3), encoding, std::span(datagram).subspan(size));
+    datagram.resize(size);
+    return datagram;
+}
+
+const std::vector<std::string> kTypesAndFlows = {"-T", "fields",
+                                                 "-e", "sflow_245.sampletype",
+                                                 "-e", "sflow.flow_sample.sequence_number",
+                                                 "-e", "sflow_245.vlan.out"};
+
+// The dissector of Debian 12 names the sample's format and steps over it by its length. docs/drops.md says
+// so.
+TEST_F(TsharkTest, ReadsWhatStandsBesideADiscardedPacket)
+{
+    const Bytes compact = DatagramWithDiscards(Encoding::kCompact, 1);
+    EXPECT_EQ(Complaints(compact), "");
+    EXPECT_EQ(Dissected(compact, kTypesAndFlows), "1,5,1\t101,101\t200,200\n");
+    EXPECT_THAT(Dissected(compact, {"-V"}), testing::HasSubstr("Unknown (5)"));
+    const Bytes expanded = DatagramWithDiscards(Encoding::kExpanded, 3);
+    EXPECT_EQ(Complaints(expanded), "");
+    EXPECT_EQ(Dissected(expanded, kTypesAndFlows), "3,5,5,5,3\t101,101\t200,200\n");
+}
+
+TEST_F(TsharkTest, ReadsADatagramOfDiscardedPacketsAlone)
+{
+    Bytes datagram(9000);
+    std::size_t size = wire::kDatagramHeaderSize;
+    wire::Encode(wire::DatagramHeader{::inet_addr("192.0.2.1"), 7, 11, 3'000'000'000, 2}, datagram);
+    for (int i = 0; i < 2; ++i) size += wire::Encode(NoSocketDiscard(), std::span(datagram).subspan(size));
+    datagram.resize(size);
+    EXPECT_EQ(Complaints(datagram), "");
+    EXPECT_EQ(Dissected(datagram, kTypesAndFlows), "5,5\t\t\n");
 }
 
 TEST_F(TsharkTest, WouldComplain)
