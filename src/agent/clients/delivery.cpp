@@ -8,6 +8,7 @@
 
 #include <google/protobuf/arena.h>
 
+#include "agent/clients/provider_node.h"
 #include "log/log.h"
 
 namespace agent {
@@ -46,19 +47,46 @@ std::string NoSubscriber(const Clients& clients, std::uint64_t commit)
 {
     return "commit " + std::to_string(commit) + " stands, but no process " +
            (clients.Ready().empty() ? "is connected" : "that is connected subscribes to what it changes") +
-           "; it takes effect when the process that does, such as sflow-app, connects";
+           "; it takes effect when the process that does connects";
+}
+
+/// Likewise where the modules tell which process should be there.
+std::string NoSubscriber(std::uint64_t commit, const std::string& path, const std::string& process)
+{
+    return "commit " + std::to_string(commit) +
+           " stands, but no process that is connected subscribes to what it changes below " + path +
+           "; that takes effect when " + process + " connects";
+}
+
+bool IsAtOrBelow(const cdb::SchemaTable& schema, cdb::NodeId node, cdb::NodeId top)
+{
+    while (node != top && node != cdb::kNoNode) node = schema[node].parent;
+    return node == top;
+}
+
+/// Whether a client hears of a change below the container.
+bool Hears(const cdb::SchemaTable& schema, const Client& client, cdb::NodeId container,
+           const cdb::ChangeSet& changes)
+{
+    const auto& points = client.Subscriptions();
+    return std::any_of(points.begin(), points.end(), [&](const Subscription& each) {
+        if (IsAtOrBelow(schema, container, each.point)) return true;
+        return IsAtOrBelow(schema, each.point, container) && cdb::Touches(schema, changes, each.point);
+    });
 }
 
 class PendingDelivery : public std::enable_shared_from_this<PendingDelivery> {
 public:
     PendingDelivery(base::Timers& timers, std::chrono::milliseconds timeout,
                     std::vector<Recipient> recipients, const WrittenChanges& written,
+                    std::vector<std::string> warnings,
                     std::function<void(const std::vector<std::string>&)> done)
         : m_timers(timers),
           m_timeout(timeout),
           m_recipients(std::move(recipients)),
           m_commit(written.changes.commit),
-          m_done(std::move(done))
+          m_done(std::move(done)),
+          m_warnings(std::move(warnings))
     {
         m_message->mutable_change_set()->set_commit(m_commit);
         m_message->mutable_change_set()->set_root(written.root);
@@ -106,10 +134,10 @@ private:
     std::vector<Recipient> m_recipients;
     std::uint64_t m_commit;
     std::function<void(const std::vector<std::string>&)> m_done;
+    std::vector<std::string> m_warnings;
     std::shared_ptr<ipc::cdb::WrittenServerMessage> m_message =
         std::make_shared<ipc::cdb::WrittenServerMessage>();
     std::size_t m_next = 0;
-    std::vector<std::string> m_warnings;
 };
 
 }  // namespace
@@ -122,18 +150,38 @@ WrittenChanges WriteOut(cdb::ChangeSet changes)
     return {std::move(changes), message->SerializeAsString()};
 }
 
-Delivery::Delivery(base::Timers& timers, const cdb::SchemaTable& schema, const Clients& clients,
+Delivery::Delivery(base::Timers& timers, const cdb::Schema& schema, const Clients& clients,
                    std::chrono::milliseconds timeout)
-    : m_timers(timers), m_schema(schema), m_clients(clients), m_timeout(timeout)
+    : m_timers(timers), m_schema(schema.Table()), m_clients(clients), m_timeout(timeout)
 {
+    for (const ExpectedProcess& each : ExpectedSubscribers(schema.Context()))
+        m_expected.push_back({schema.IdOf(each.container), each.path, each.process});
+}
+
+std::vector<std::string> Delivery::Unheard(const cdb::ChangeSet& changes) const
+{
+    std::vector<std::string> texts;
+    const auto ready = m_clients.Ready();
+    for (const Expected& expected : m_expected) {
+        if (!cdb::Touches(m_schema, changes, expected.container)) continue;
+        const bool heard = std::any_of(ready.begin(), ready.end(), [&](const ClientPtr& client) {
+            return Hears(m_schema, *client, expected.container, changes);
+        });
+        if (!heard) texts.push_back(NoSubscriber(changes.commit, expected.path, expected.process));
+    }
+    return texts;
 }
 
 void Delivery::Deliver(const WrittenChanges& written,
                        std::function<void(const std::vector<std::string>&)> done)
 {
     auto recipients = RecipientsOf(m_schema, m_clients, written.changes);
-    if (recipients.empty()) return done({NoSubscriber(m_clients, written.changes.commit)});
-    std::make_shared<PendingDelivery>(m_timers, m_timeout, std::move(recipients), written, std::move(done))
+    auto warnings = Unheard(written.changes);
+    if (recipients.empty() && warnings.empty())
+        warnings.push_back(NoSubscriber(m_clients, written.changes.commit));
+    if (recipients.empty()) return done(warnings);
+    std::make_shared<PendingDelivery>(m_timers, m_timeout, std::move(recipients), written,
+                                      std::move(warnings), std::move(done))
         ->Next();
 }
 

@@ -4,6 +4,9 @@
 //
 // The recipients are fixed when the delivery begins: the subscribers that were told an older commit when they
 // became ready. A process that was told the new one reads it all from the store.
+//
+// The committer is told of changes that no connected process subscribes to: of each container that the
+// modules expect a subscriber for, and otherwise of the commit as a whole.
 
 #ifndef AGENT_CLIENTS_DELIVERY_H
 #define AGENT_CLIENTS_DELIVERY_H
@@ -16,6 +19,7 @@
 #include "agent/clients/clients.h"
 #include "base/timers.h"
 #include "cdb/model/change_set.h"
+#include "cdb/schema/schema.h"
 
 namespace agent {
 
@@ -31,17 +35,26 @@ WrittenChanges WriteOut(cdb::ChangeSet changes);
 class Delivery {
 public:
     /// `timeout`: how long one subscriber may take. All references must outlive this.
-    Delivery(base::Timers& timers, const cdb::SchemaTable& schema, const Clients& clients,
+    Delivery(base::Timers& timers, const cdb::Schema& schema, const Clients& clients,
              std::chrono::milliseconds timeout);
 
-    /// Calls `done` once, with a text for each subscriber that has not acknowledged. If there is no
-    /// subscriber, calls it from inside Deliver, with one text; also if all have gone. One delivery at a
-    /// time.
+    /// Calls `done` once, with a text for each change that no process subscribes to and one for each
+    /// subscriber that has not acknowledged. If there is no subscriber, calls it from inside Deliver; also if
+    /// all have gone. One delivery at a time.
     void Deliver(const WrittenChanges& written, std::function<void(const std::vector<std::string>&)> done);
 
 private:
+    /// A container for which the modules expect a subscriber.
+    struct Expected {
+        cdb::NodeId container;
+        std::string path;
+        std::string process;
+    };
+    [[nodiscard]] std::vector<std::string> Unheard(const cdb::ChangeSet& changes) const;
+
     base::Timers& m_timers;
     const cdb::SchemaTable& m_schema;
+    std::vector<Expected> m_expected;
     const Clients& m_clients;
     std::chrono::milliseconds m_timeout;
 };

@@ -26,27 +26,41 @@ const lysc_node* Child(const lysc_node* parent, const std::string& name)
     return nullptr;
 }
 
-/// The argument of the statement `provider`, or null.
-const char* ProviderOf(const lysc_node* node)
+/// The argument of our statement of that name, or null.
+const char* Statement(const lysc_node* node, std::string_view name)
 {
     LY_ARRAY_COUNT_TYPE at = 0;
     LY_ARRAY_FOR(node->exts, at)
     {
         const lysc_ext* definition = node->exts[at].def;
-        if (std::string_view(definition->name) == "provider" &&
-            std::string_view(definition->module->name) == "switch-extensions")
+        if (definition->name == name && std::string_view(definition->module->name) == "switch-extensions")
             return node->exts[at].argument;
     }
     return nullptr;
 }
 
-void AddExpected(const lysc_node* node, std::vector<ExpectedProvider>& expected)
+/// Those at and below the node, of configuration or of state (`flag`).
+void AddExpected(const lysc_node* node, std::string_view statement, std::uint16_t flag,
+                 std::vector<ExpectedProcess>& expected)
 {
     if (node->nodetype != LYS_CONTAINER) return;
-    if (const char* process = ProviderOf(node); process != nullptr && (node->flags & LYS_CONFIG_R) != 0)
-        expected.push_back({node, PathOf(node), process});
+    const char* process = Statement(node, statement);
+    if (process != nullptr && (node->flags & flag) != 0) expected.push_back({node, PathOf(node), process});
     for (const lysc_node* child = lysc_node_child(node); child != nullptr; child = child->next)
-        AddExpected(child, expected);
+        AddExpected(child, statement, flag, expected);
+}
+
+std::vector<ExpectedProcess> AllExpected(const ly_ctx* context, std::string_view statement,
+                                         std::uint16_t flag)
+{
+    std::vector<ExpectedProcess> expected;
+    std::uint32_t index = 0;
+    while (const lys_module* module = ly_ctx_get_module_iter(context, &index)) {
+        if (module->implemented == 0) continue;
+        for (const lysc_node* node = module->compiled->data; node != nullptr; node = node->next)
+            AddExpected(node, statement, flag, expected);
+    }
+    return expected;
 }
 
 }  // namespace
@@ -70,16 +84,14 @@ std::string PathOf(const lysc_node* node)
     return node == nullptr ? std::string() : PathOf(node->parent) + "/" + node->name;
 }
 
-std::vector<ExpectedProvider> ExpectedProviders(const ly_ctx* context)
+std::vector<ExpectedProcess> ExpectedProviders(const ly_ctx* context)
 {
-    std::vector<ExpectedProvider> expected;
-    std::uint32_t index = 0;
-    while (const lys_module* module = ly_ctx_get_module_iter(context, &index)) {
-        if (module->implemented == 0) continue;
-        for (const lysc_node* node = module->compiled->data; node != nullptr; node = node->next)
-            AddExpected(node, expected);
-    }
-    return expected;
+    return AllExpected(context, "provider", LYS_CONFIG_R);
+}
+
+std::vector<ExpectedProcess> ExpectedSubscribers(const ly_ctx* context)
+{
+    return AllExpected(context, "subscriber", LYS_CONFIG_W);
 }
 
 }  // namespace agent

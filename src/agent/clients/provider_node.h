@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where a state provider's data is in the schema, and which providers the schema expects.
+// Where a state provider's data is in the schema, and which providers and subscribers the schema expects.
 
 #ifndef AGENT_CLIENTS_PROVIDER_NODE_H
 #define AGENT_CLIENTS_PROVIDER_NODE_H
@@ -19,15 +19,18 @@ const lysc_node* FindProviderNode(const ly_ctx* context, std::string_view path);
 /// "/state/oam/sflow"
 std::string PathOf(const lysc_node* node);
 
-/// State that the modules expect a process to provide.
-struct ExpectedProvider {
+/// What the modules expect a process to do for a container.
+struct ExpectedProcess {
     const lysc_node* container = nullptr;
     std::string path;
     std::string process;  // what to start, "sflow-mgr"
 };
 
-/// The containers that have the statement `provider` in the modules.
-std::vector<ExpectedProvider> ExpectedProviders(const ly_ctx* context);
+/// The containers of state that have the statement `provider` in the modules.
+std::vector<ExpectedProcess> ExpectedProviders(const ly_ctx* context);
+
+/// The configuration containers that have the statement `subscriber`.
+std::vector<ExpectedProcess> ExpectedSubscribers(const ly_ctx* context);
 
 }  // namespace agent
 

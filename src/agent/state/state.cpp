@@ -56,7 +56,7 @@ std::vector<const lysc_node*> StateSource::Containers() const
     for (const ClientPtr& client : m_clients.Ready())
         for (const StateProvision& provided : client->Providers())
             containers.push_back(FindProviderNode(m_schema.Context(), provided.path));
-    for (const ExpectedProvider& expected : m_expected) containers.push_back(expected.container);
+    for (const ExpectedProcess& expected : m_expected) containers.push_back(expected.container);
     if (m_system != nullptr) containers.push_back(m_system);
     return containers;
 }
@@ -107,7 +107,7 @@ std::vector<StateQuestion> StateSource::Questions(StateSelections& selections, C
 void StateSource::AddMissing(StateSelections& selections, CollectedState& collected)
 {
     const auto ready = m_clients.Ready();
-    for (const ExpectedProvider& expected : m_expected) {
+    for (const ExpectedProcess& expected : m_expected) {
         const auto provides = [&expected](const ClientPtr& client) {
             const auto& provided = client->Providers();
             return std::any_of(provided.begin(), provided.end(), [&expected](const StateProvision& each) {

@@ -87,7 +87,7 @@ private:
     std::chrono::milliseconds m_timeout;
     Role m_role = Role::kUnknown;
     const lysc_node* m_system;
-    std::vector<ExpectedProvider> m_expected;
+    std::vector<ExpectedProcess> m_expected;
     std::vector<Unanswered> m_unanswered;
     std::map<std::string, std::set<std::string>> m_logged;  // by path: the causes of missing state
 };

@@ -87,9 +87,23 @@ Error MissingKey(const lyd_node* edit, const lysc_node* list)
                 "an entry of list \"" + std::string(list->name) + "\" can't be read; check its keys");
 }
 
-/// The remedy: values that the leaf accepts.
-std::string Remedy(const SchemaNode& leaf)
+/// "use ingress, egress or both"; empty if the leaf is no enumeration.
+std::string RemedyOfEnumeration(const lysc_node* leaf)
 {
+    const lysc_type* type = reinterpret_cast<const lysc_node_leaf*>(leaf)->type;
+    if (leaf->nodetype != LYS_LEAF || type->basetype != LY_TYPE_ENUM) return {};
+    const auto* enums = reinterpret_cast<const lysc_type_enum*>(type)->enums;
+    const std::size_t count = LY_ARRAY_COUNT(enums);
+    std::string names;
+    for (std::size_t i = 0; i < count; ++i)
+        names += (i == 0 ? "" : i + 1 == count ? " or " : ", ") + std::string(enums[i].name);
+    return "use " + names;
+}
+
+/// The remedy: values that the leaf accepts.
+std::string Remedy(const SchemaNode& leaf, const lysc_node* compiled)
+{
+    if (std::string enumeration = RemedyOfEnumeration(compiled); !enumeration.empty()) return enumeration;
     switch (leaf.type) {
     case ValueType::kUint16:
     case ValueType::kUint32:
@@ -121,7 +135,7 @@ Error InvalidValue(const Schema& schema, const lyd_node* edit, const lysc_node* 
     const SchemaNode known = id != kNoNode ? schema.Table()[id] : SchemaNode{};
     return Make(ErrorTag::kInvalidValue, edit,
                 '"' + value + "\" is no value for leaf \"" + leaf->name + "\" of " + Where(edit) +
-                    Reason(schema.Context(), known.type) + "; " + Remedy(known),
+                    Reason(schema.Context(), known.type) + "; " + Remedy(known, leaf),
                 {{"bad-element", leaf->name}});
 }
 

@@ -173,8 +173,13 @@ private:
         case LY_TYPE_STRING:
             node.type = StringType(compiled, type);
             return;
+        case LY_TYPE_ENUM:
+            node.type = ValueType::kString;  // its name
+            return;
         default:
-            Refuse(compiled, "has a type that a value can't hold; strings, booleans, uint16 and uint32 can");
+            Refuse(
+                compiled,
+                "has a type that a value can't hold; strings, enumerations, booleans, uint16 and uint32 can");
         }
     }
 

@@ -9,6 +9,7 @@
 #include <boost/asio/post.hpp>
 
 #include "ipc/frame.h"
+#include "support/proto_text.h"
 
 namespace agent_tests {
 
@@ -166,7 +167,7 @@ ipc::cdb::Welcome Process::Ready()
     message.mutable_ready();
     Send(message);
     const auto answer = Receive();
-    EXPECT_TRUE(answer.has_welcome()) << answer.ShortDebugString();
+    EXPECT_TRUE(answer.has_welcome()) << support::TextOf(answer);
     return answer.welcome();
 }
 
@@ -180,21 +181,21 @@ ipc::cdb::ServerMessage Process::Receive()
 ipc::cdb::ChangeSet Process::ReceiveChangeSet()
 {
     const auto message = Receive();
-    EXPECT_TRUE(message.has_change_set()) << message.ShortDebugString();
+    EXPECT_TRUE(message.has_change_set()) << support::TextOf(message);
     return message.change_set();
 }
 
 ipc::cdb::CallpointRequest Process::ReceiveRequest()
 {
     const auto message = Receive();
-    EXPECT_TRUE(message.has_callpoint_request()) << message.ShortDebugString();
+    EXPECT_TRUE(message.has_callpoint_request()) << support::TextOf(message);
     return message.callpoint_request();
 }
 
 ipc::cdb::Refused Process::ReceiveRefusal()
 {
     const auto message = Receive();
-    EXPECT_TRUE(message.has_refused()) << message.ShortDebugString();
+    EXPECT_TRUE(message.has_refused()) << support::TextOf(message);
     return message.refused();
 }
 

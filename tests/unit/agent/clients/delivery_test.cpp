@@ -190,6 +190,73 @@ TEST_F(Delivery, DoesNotReachWhoJoinsLater)
     EXPECT_TRUE(m_client.Receive().ok);
 }
 
+TEST_F(Delivery, WarnsOfEachPartThatNoProcessHearsOf)
+{
+    const std::string unheard =
+        "commit 1 stands, but no process that is connected subscribes to what it changes ";
+    const std::string sflow = unheard + "below /config/oam/sflow; that takes effect when sflow-app connects";
+    const std::string manager =
+        unheard + "below /config/oam/sflow-manager; that takes effect when sflow-mgr connects";
+    const auto commit = [this](const std::string& sflowContent, const std::string& managerContent) {
+        std::string config = Sflow(sflowContent);
+        config.insert(config.find("</oam>"),
+                      "<sflow-manager xmlns=\"urn:switch:yang:switch-oam-sflow-manager\">" + managerContent +
+                          "</sflow-manager>");
+        Do(m_client, EditConfig(config));
+        m_client.Send(netconf::Commit());
+    };
+    const auto warnings = [this] {
+        std::vector<std::string> texts;
+        const netconf::Reply reply = m_client.Receive();
+        EXPECT_TRUE(reply.ok);
+        for (const auto& error : reply.errors) {
+            EXPECT_TRUE(error.IsWarning());
+            texts.push_back("commit 1" + error.message.substr(error.message.find(' ', 7)));
+        }
+        return texts;
+    };
+    commit(Collector("c1"), "<sub-agent>1</sub-agent>");
+    EXPECT_THAT(warnings(), ElementsAre(sflow, manager));
+    commit("", "<collector><name>c1</name></collector>");
+    EXPECT_THAT(warnings(), ElementsAre(manager)) << "an entry without a value is a change too";
+    const auto app = Subscriber("app", 1, kSubscribedCollector);
+    commit(Collector("c2"), "<sub-agent>2</sub-agent>");
+    EXPECT_EQ(3U, app->ReceiveChangeSet().commit());
+    app->Acknowledge(3);
+    EXPECT_THAT(warnings(), ElementsAre(manager)) << "who hears of the part that has changed hears of it";
+    commit("<agent><ipv4>192.0.2.1</ipv4></agent>", "");
+    EXPECT_THAT(warnings(), ElementsAre(sflow));
+    const auto everything = Subscriber("everything", 2, "/config");
+    commit("<agent><ipv4>192.0.2.2</ipv4></agent>", "<sub-agent>3</sub-agent>");
+    EXPECT_EQ(5U, everything->ReceiveChangeSet().commit());
+    everything->Acknowledge(5);
+    EXPECT_THAT(warnings(), testing::IsEmpty());
+}
+
+TEST_F(Delivery, PassesOverTheManagerWhereItsSettingsAreNotTouched)
+{
+    const auto app = Subscriber("app", 2, kSubscribedSflow);
+    auto manager = std::make_unique<Process>(m_world, "manager");
+    manager->Subscribe(0, 0, "/config/oam/sflow-manager");
+    manager->Ready();
+    SendCommit(Collector("c1"));
+    EXPECT_EQ(1U, app->ReceiveChangeSet().commit());
+    app->Acknowledge(1);
+    EXPECT_EQ(m_client.Receive().errors, std::vector<netconf::RpcError>{});
+    std::string config = Sflow(Collector("c2"));
+    config.insert(config.find("</oam>"),
+                  "<sflow-manager xmlns=\"urn:switch:yang:switch-oam-sflow-manager\"><sub-agent>1</sub-agent>"
+                  "</sflow-manager>");
+    Do(m_client, EditConfig(config));
+    m_client.Send(netconf::Commit());
+    EXPECT_EQ(2U, manager->ReceiveChangeSet().commit())
+        << "the first did not reach it; of this it hears first";
+    manager->Acknowledge(2);
+    EXPECT_EQ(2U, app->ReceiveChangeSet().commit());
+    app->Acknowledge(2);
+    EXPECT_EQ(m_client.Receive().errors, std::vector<netconf::RpcError>{});
+}
+
 TEST_F(Delivery, EndsWithTheAgent)
 {
     auto world = std::make_unique<World>();

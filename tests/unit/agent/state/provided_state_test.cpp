@@ -12,11 +12,10 @@
 #include <functional>
 #include <string>
 
-#include <google/protobuf/text_format.h>
-
 #include "agent/agent_world.h"
 #include "agent/clients/provider_node.h"
 #include "agent/state/value_check.h"
+#include "support/proto_text.h"
 
 namespace agent_tests {
 namespace {
@@ -37,7 +36,7 @@ protected:
             at = end + 1;
         }
         ipc::cdb::StateReply part;
-        EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &part)) << text;
+        EXPECT_TRUE(support::FromText(text, part)) << text;
         part.set_more(more);
         return m_state.Take(part);
     }

@@ -8,9 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include <google/protobuf/text_format.h>
-
 #include "agent/agent_world.h"
+#include "support/proto_text.h"
 
 namespace agent_tests {
 namespace {
@@ -60,8 +59,7 @@ protected:
     {
         for (const std::string& part : parts) {
             ipc::cdb::ClientMessage message;
-            EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(part, message.mutable_state_reply()))
-                << part;
+            EXPECT_TRUE(support::FromText(part, *message.mutable_state_reply())) << part;
             message.mutable_state_reply()->set_request(request);
             provider.Send(message);
         }

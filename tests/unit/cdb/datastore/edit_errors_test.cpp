@@ -102,6 +102,19 @@ TEST_F(OtherEditErrors, AnUnknownOperationOnAnOpaqueNode)
               (decltype(error->info){{"bad-attribute", "operation"}, {"bad-element", "collector"}}));
 }
 
+TEST_F(OtherEditErrors, ANameThatIsNoneOfAnEnumeration)
+{
+    const auto error = TryEdit(
+        "<config xmlns='urn:switch:yang:switch-config'><oam xmlns='urn:switch:yang:switch-oam-sflow'>"
+        "<sflow-manager xmlns='urn:switch:yang:switch-oam-sflow-manager'><direction>up</direction>"
+        "</sflow-manager></oam></config>");
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->tag, ErrorTag::kInvalidValue);
+    EXPECT_EQ(error->message,
+              "\"up\" is no value for leaf \"direction\" of container \"sflow-manager\": Invalid enumeration "
+              "value \"up\"; use egress, ingress or both");
+}
+
 TEST_F(OtherEditErrors, AnUnknownTopLevelElement)
 {
     const auto error = TryEdit("<nothing xmlns='urn:switch:yang:switch-config'/>");

@@ -74,6 +74,20 @@ TEST(Schema, DescribesTheAddresses)
               std::vector<std::string>{"ip 268057062 ipv4-address-and-prefix-length"});
 }
 
+TEST(Schema, DescribesTheManagersOwnSettings)
+{
+    EXPECT_EQ(LeafLines("/config/oam/sflow-manager"),
+              (std::vector<std::string>{"sub-agent 1231287582 uint32 0..4294967295 default 0",
+                                        "direction 1408137880 string",
+                                        "discard-limit 276479621 uint32 0..10000 default 100",
+                                        "discard-interfaces 1720654938 string default configured"}));
+    EXPECT_EQ(LeafLines("/config/oam/sflow-manager/collector"),
+              (std::vector<std::string>{"name 412039858 string key", "source-address 475081142 ipv4-address",
+                                        "dscp 703279436 uint16 0..63 default 0", "device 848462418 string",
+                                        "discards 1795073217 boolean default false"}));
+    EXPECT_EQ(Table()[Node("/config/oam/sflow-manager")].ns, 824796810U);
+}
+
 TEST(Schema, OrdersSiblingsAsTheModulesDo)
 {
     std::vector<std::string> paths;
@@ -84,7 +98,8 @@ TEST(Schema, OrdersSiblingsAsTheModulesDo)
                          "/config/interface/mgmt/ipv4", "/config/interface/mgmt/ipv4/address", "/config/oam",
                          "/config/oam/sflow", "/config/oam/sflow/agent", "/config/oam/sflow/collector",
                          "/config/oam/sflow/interface", "/config/oam/sflow/interface/flow-sampling-collector",
-                         "/config/oam/sflow/interface/counter-sampling-collector"}));
+                         "/config/oam/sflow/interface/counter-sampling-collector",
+                         "/config/oam/sflow-manager", "/config/oam/sflow-manager/collector"}));
 }
 
 TEST(Schema, GivesListsTheirTagsNamespacesAndCallpoint)
