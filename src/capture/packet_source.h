@@ -12,9 +12,10 @@
 #include <cstdint>
 #include <memory>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "capture/unavailable.h"
 
 namespace boost::asio {
 class io_context;
@@ -70,17 +71,6 @@ struct Sample {
     std::uint64_t drops = 0;
 };
 
-/// The source can't be used here: no permission, no kernel support. The text is for operators.
-class Unavailable : public std::runtime_error {
-public:
-    enum class Cause { kPermission, kKernel, kOther };
-    Unavailable(Cause cause, const std::string& reason) : std::runtime_error(reason), m_cause(cause) {}
-    [[nodiscard]] Cause Why() const { return m_cause; }
-
-private:
-    Cause m_cause;
-};
-
 /// Takes the sampled packets. Called from the loop only, in the middle of the source's work: a sink must not
 /// call the source back, and must not throw, since the source has neither its ring nor its counts settled
 /// then. It counts by itself what it can't take.
@@ -128,9 +118,8 @@ public:
     [[nodiscard]] virtual std::string Kind() const = 0;
 
     /// Begins to sample at a kernel interface. Its counts begin at zero. If it is sampled already, the same
-    /// as Change. Throws Unavailable, for this interface alone. Where the kernel makes the caller wait, as at
-    /// all but clsact, it is attached beside the loop: Sampled tells when, SampleSink::OnRefused if it can't
-    /// be.
+    /// as Change. Throws Unavailable, for this interface alone. The kernel makes the caller wait, so it is
+    /// attached beside the loop: Sampled tells when, SampleSink::OnRefused if it can't be.
     virtual void Add(std::uint32_t ifIndex, const Settings& settings) = 0;
 
     /// Changes how a sampled interface is sampled, at once and without a gap in its counts. Samples that were

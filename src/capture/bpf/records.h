@@ -8,6 +8,7 @@
 #include <linux/types.h>
 
 #include "gap.h"
+#include "wake.h"
 
 enum {
     kMaxPorts = 65536,       // interfaces times directions
@@ -78,10 +79,7 @@ struct SharedWords {
     /// Changes when user space changes the settings of a port in `ports`, whose states it can't write to.
     /// Never 0.
     __u32 generation;
-    /// 1: user space sleeps; the program wakes it for the next record and sets this to 0.
-    __u32 waiting;
-    /// 1: user space has been woken because the ring fills; it sets this to 0 before it looks.
-    __u32 pressing;
+    struct WakeWords wake;
     __u32 unused;
     /// Nanoseconds of the monotonic clock when user space last said that it lives.
     __u64 heartbeat;

@@ -147,16 +147,16 @@ static __always_inline __u64 WakeUp(__u32 cpu, __u32 bytes)
 {
     __u64* sum = &cpus[cpu & 63].bytes;
 
-    if (Volatile(shared.waiting)) {
-        Volatile(shared.waiting) = 0;
+    if (Volatile(shared.wake.waiting)) {
+        Volatile(shared.wake.waiting) = 0;
         return BPF_RB_FORCE_WAKEUP;
     }
     *sum += bytes;
     if (*sum < checkBytes) return BPF_RB_NO_WAKEUP;
     *sum = 0;
-    if (Volatile(shared.pressing) || bpf_ringbuf_query(&ring, BPF_RB_AVAIL_DATA) < wakeBytes)
+    if (Volatile(shared.wake.pressing) || bpf_ringbuf_query(&ring, BPF_RB_AVAIL_DATA) < wakeBytes)
         return BPF_RB_NO_WAKEUP;
-    Volatile(shared.pressing) = 1;
+    Volatile(shared.wake.pressing) = 1;
     return BPF_RB_FORCE_WAKEUP;
 }
 

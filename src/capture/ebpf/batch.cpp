@@ -33,7 +33,7 @@ std::size_t EbpfBatch::Take()
 {
     std::size_t count = 0;
     while (count < kBatch) {
-        const Record* record = m_ring.Next();
+        const auto* record = static_cast<const Record*>(m_ring.Next());
         if (record == nullptr) break;
         Port* port = m_ports.Of(*record);
         if (port == nullptr) continue;

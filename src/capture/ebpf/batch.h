@@ -30,7 +30,7 @@ public:
     {
     }
 
-    /// To be called after the ring's Begin.
+    /// To be called before a look hands over.
     void BeginLook() { ++m_look; }
     /// The next samples; empty if the ring gives none. They point into the ring, until its Release.
     [[nodiscard]] std::span<const Sample> Next();

@@ -4,9 +4,13 @@
 // everything on. All of this takes CAP_NET_ADMIN and nothing more: a running manager has given up the
 // capability to open a program by its number.
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,10 +20,11 @@
 
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <net/if.h>
 
-#include "capture/ebpf/grace.h"
+#include "base/unique_fd.h"
 #include "capture/ebpf/hooks.h"
 #include "capture/ebpf/program.h"
 #include "capture/ebpf/tc_dump.h"
@@ -68,7 +73,7 @@ int FindOurs(int ifIndex, bool egress, std::optional<std::uint32_t>& program)
     return error;
 }
 
-std::string HookName(int ifIndex, bool egress)
+std::string PlaceName(int ifIndex, bool egress)
 {
     std::array<char, IF_NAMESIZE> name{};
     const bool named = ::if_indextoname(static_cast<unsigned>(ifIndex), name.data()) != nullptr;
@@ -94,91 +99,105 @@ int DetachFilter(int ifIndex, bool egress)
     return error == -ENOENT || error == -ENODEV ? 0 : error;
 }
 
-class ClsactHooks final : public EbpfHooks {
+class ClsactMaker final : public HookMaker {
 public:
-    ClsactHooks(GracePeriods& grace, int ingress, int egress, ClsactClaim claim)
-        : m_grace(grace),
-          m_claim(std::move(claim)),
-          m_programs{
-              {{.file = ingress, .number = NumberOf(ingress)}, {.file = egress, .number = NumberOf(egress)}}}
+    ClsactMaker(int ingress, int egress, ClsactClaim claim)
+        : m_claim(std::move(claim)), m_programs{ProgramOf(ingress), ProgramOf(egress)}
     {
-    }
-    ~ClsactHooks() override
-    {
-        std::vector<std::uint32_t> all;
-        for (const auto& [ifIndex, interface] : m_interfaces)
-            all.push_back(static_cast<std::uint32_t>(ifIndex));
-        for (const std::uint32_t ifIndex : all)
-            for (const bool egress : {false, true}) (void)Detach(ifIndex, egress);
-        TryAgain();  // the last time
     }
 
     [[nodiscard]] std::string Kind() const override { return "ebpf-clsact"; }
 
-    void Attach(std::uint32_t ifIndex, bool egress) override
+    std::optional<Unavailable> Make(std::uint32_t ifIndex, bool egress) override
     {
-        m_grace.Step();
         const int index = static_cast<int>(ifIndex);
-        const auto at = m_interfaces.try_emplace(index).first;
+        Interface interface = Known(index);
         try {
-            MakeQdisc(index, egress, at->second);
+            MakeQdisc(index, egress, interface);
+            interface.filters[egress] = true;
+            Know(index, interface);  // so that an end amid the call finds it
             MakeFilter(index, egress);
-        } catch (...) {
-            Settle(at);
-            throw;
+        } catch (const Unavailable& reason) {
+            interface.filters[egress] = false;
+            Settle(index, interface);
+            return reason;
         }
-        at->second.filters[egress] = Filter::kWanted;
+        return std::nullopt;
     }
 
-    bool Detach(std::uint32_t ifIndex, bool egress) final
+    std::string Unmake(std::uint32_t ifIndex, bool egress) override
     {
-        if (!IsAttached(ifIndex, egress)) return true;
-        m_grace.Step();
-        const auto at = m_interfaces.find(static_cast<int>(ifIndex));
-        at->second.filters[egress] = Filter::kUnwanted;
-        if (const int error = Remove(at->first, at->second, egress); error != 0)
-            slog::Error("our filter stays at {}, and is tried again: {}", HookName(at->first, egress),
-                        std::strerror(-error));
-        Settle(at);
-        return true;
-    }
-
-    [[nodiscard]] bool IsAttached(std::uint32_t ifIndex, bool egress) const final
-    {
-        const auto at = m_interfaces.find(static_cast<int>(ifIndex));
-        return at != m_interfaces.end() && at->second.filters[egress] == Filter::kWanted;
+        const int index = static_cast<int>(ifIndex);
+        Interface interface = Known(index);
+        const int error = Remove(index, egress, interface);
+        if (error != 0) return std::strerror(-error);
+        Settle(index, interface);
+        return "";
     }
 
     void Tend() override
     {
+        const std::scoped_lock lock(m_mutex);
         m_claim.Tend();
-        TryAgain();
+    }
+
+    // The child keeps the claim, so that no other manager takes these filters for left ones meanwhile. It
+    // leaves our qdiscs: another manager may have come to use one when it looks.
+    LeftHooks TakeLeft() override
+    {
+        const auto all = std::make_shared<Interfaces>();
+        LeftHooks left;
+        const std::scoped_lock lock(m_mutex);
+        *all = m_interfaces;
+        for (const auto& [ifIndex, interface] : *all)
+            left.count += static_cast<std::size_t>(std::ranges::count(interface.filters, true));
+        if (m_claim.File() >= 0) left.files.push_back(m_claim.File());
+        left.letGo = [] {};
+        // Takes no lock: in the child, the thread that may hold it is missing.
+        left.unmake = [this, all, end = std::chrono::steady_clock::now() + kQdiscTime] {
+            for (auto& [ifIndex, interface] : *all) {
+                for (const bool egress : {false, true}) (void)Remove(ifIndex, egress, interface);
+                if (std::chrono::steady_clock::now() < end) RemoveQdisc(ifIndex, interface);
+            }
+        };
+        return left;
     }
 
 private:
-    enum class Filter { kNone, kWanted, kUnwanted };  // kUnwanted: could not be detached
+    // At the end, qdiscs are removed so long: as long as the process surely exists.
+    static constexpr std::chrono::milliseconds kQdiscTime{1000};
+
     struct Interface {
         bool madeQdisc = false;
-        std::array<Filter, 2> filters{};  // [1] egress
+        std::array<bool, 2> filters{};  // [1] egress
     };
     struct Program {
-        int file;
+        base::UniqueFd file;  // a call of the thread may outlast the source
         std::uint32_t number;
     };
     using Interfaces = std::unordered_map<int, Interface>;
 
-    void TryAgain()
+    static Program ProgramOf(int program)
     {
-        if (!std::exchange(m_filtersStay, false)) return;
-        for (auto next = m_interfaces.begin(); next != m_interfaces.end();) {
-            const auto at = next++;
-            for (const bool egress : {false, true}) {
-                if (at->second.filters[egress] != Filter::kUnwanted) continue;
-                if (Remove(at->first, at->second, egress) == 0)
-                    slog::Notice("our filter is gone from {}", HookName(at->first, egress));
-            }
-            Settle(at);
-        }
+        Program own{base::UniqueFd(::fcntl(program, F_DUPFD_CLOEXEC, 0)), NumberOf(program)};
+        if (!own.file) throw Refusal("attaching to interfaces needs a file", errno);
+        return own;
+    }
+
+    Interface Known(int ifIndex)
+    {
+        const std::scoped_lock lock(m_mutex);
+        const auto at = m_interfaces.find(ifIndex);
+        return at == m_interfaces.end() ? Interface{} : at->second;
+    }
+
+    void Know(int ifIndex, const Interface& interface)
+    {
+        const std::scoped_lock lock(m_mutex);
+        if (interface.filters == std::array<bool, 2>{})
+            m_interfaces.erase(ifIndex);
+        else
+            m_interfaces[ifIndex] = interface;
     }
 
     static void MakeQdisc(int ifIndex, bool egress, Interface& interface)
@@ -197,11 +216,11 @@ private:
     {
         const auto hook = HookOf(ifIndex, egress);
         auto place = Place();
-        place.prog_fd = m_programs[egress].file;
+        place.prog_fd = m_programs[egress].file.Get();
         int error = bpf_tc_attach(&hook, &place);
         if (error == -EEXIST && MayReplace(ifIndex, egress)) {
             place = Place();
-            place.prog_fd = m_programs[egress].file;
+            place.prog_fd = m_programs[egress].file.Get();
             place.flags = BPF_TC_F_REPLACE;
             error = bpf_tc_attach(&hook, &place);
         }
@@ -214,6 +233,7 @@ private:
         std::optional<std::uint32_t> program;
         if (FindOurs(ifIndex, egress, program) != 0 || !program) return false;
         if (*program == m_programs[egress].number) return true;
+        const std::scoped_lock lock(m_mutex);
         m_claim.Tend();
         if (!m_claim.Other()) return true;
         throw Unavailable(Unavailable::Cause::kOther,
@@ -223,48 +243,47 @@ private:
 
     // Removes exactly what we have attached, not what another manager has put in its place. Returns 0 or a
     // negative errno.
-    int Remove(int ifIndex, Interface& interface, bool egress)
+    int Remove(int ifIndex, bool egress, Interface& interface) const
     {
+        if (!interface.filters[egress]) return 0;
         std::optional<std::uint32_t> program;
         int error = FindOurs(ifIndex, egress, program);
         const bool there = program == m_programs[egress].number;
         if (error == 0 && there) error = DetachFilter(ifIndex, egress);
-        if (error != 0) {
-            m_filtersStay = true;
-            return error;
-        }
-        interface.filters[egress] = Filter::kNone;
+        if (error != 0) return error;
+        interface.filters[egress] = false;
         // Another process has changed the hook: the qdisc may be its own now.
         if (!there) interface.madeQdisc = false;
         return 0;
     }
 
-    // Removes the qdisc after our last filter there, if we made it and it has no filter of others. If it
-    // stays, it is not ours any more.
-    void Settle(Interfaces::iterator at)
+    void Settle(int ifIndex, const Interface& interface)
     {
-        const auto& [ifIndex, interface] = *at;
-        if (interface.filters != std::array<Filter, 2>{}) return;
-        if (interface.madeQdisc && ClsactIsEmpty(ifIndex)) {
-            auto hook = QdiscOf(ifIndex);
-            if (const int error = bpf_tc_hook_destroy(&hook); error != 0)
-                slog::Error("our clsact qdisc stays at interface {}: {}", ifIndex, std::strerror(-error));
-        }
-        m_interfaces.erase(at);
+        Know(ifIndex, interface);
+        RemoveQdisc(ifIndex, interface);
     }
 
-    GracePeriods& m_grace;
+    // After our last filter there, if we made it and it has no filter of others. If it stays, it is not ours
+    // any more.
+    static void RemoveQdisc(int ifIndex, const Interface& interface)
+    {
+        if (interface.filters != std::array<bool, 2>{} || !interface.madeQdisc) return;
+        if (!ClsactIsEmpty(ifIndex)) return;
+        auto hook = QdiscOf(ifIndex);
+        (void)bpf_tc_hook_destroy(&hook);
+    }
+
+    std::mutex m_mutex;  // of claim and interfaces; not held while the kernel is asked
     ClsactClaim m_claim;
-    std::array<Program, 2> m_programs;  // [1] egress
-    Interfaces m_interfaces;            // with a filter of ours
-    bool m_filtersStay = false;         // some could not be detached
+    const std::array<Program, 2> m_programs;  // [1] egress
+    Interfaces m_interfaces;                  // with a filter of ours
 };
 
 }  // namespace
 
-std::unique_ptr<EbpfHooks> MakeClsactHooks(GracePeriods& grace, int ingress, int egress, ClsactClaim claim)
+std::shared_ptr<HookMaker> MakeClsactMaker(int ingress, int egress, ClsactClaim claim)
 {
-    return std::make_unique<ClsactHooks>(grace, ingress, egress, std::move(claim));
+    return std::make_shared<ClsactMaker>(ingress, egress, std::move(claim));
 }
 
 void SweepClsact(const ClsactClaim& claim)
@@ -279,7 +298,7 @@ void SweepClsact(const ClsactClaim& claim)
             int error = FindOurs(ifIndex, egress, program);
             if (error == 0 && program) error = DetachFilter(ifIndex, egress);
             if (error != 0)
-                slog::Error("what an earlier manager left may stay at {}: {}", HookName(ifIndex, egress),
+                slog::Error("what an earlier manager left may stay at {}: {}", PlaceName(ifIndex, egress),
                             std::strerror(-error));
         }
     }

@@ -29,6 +29,9 @@ public:
     /// called regularly.
     void Tend();
 
+    /// The socket; negative if we do not have the claim.
+    [[nodiscard]] int File() const { return m_file.Get(); }
+
 private:
     void Take();
 

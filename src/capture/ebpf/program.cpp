@@ -5,10 +5,7 @@
 #include <array>
 #include <bit>
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
-#include <string_view>
 #include <thread>
 
 #include <bpf/bpf.h>
@@ -18,8 +15,8 @@
 #include <unistd.h>
 
 #include "capture/ebpf/gap.h"
+#include "capture/ebpf/libbpf_log.h"
 #include "capture/sampler.skel.h"
-#include "log/log.h"
 
 namespace capture {
 namespace {
@@ -34,17 +31,6 @@ constexpr std::uint32_t kCopyWords = 1;
 #else
 constexpr std::uint32_t kCopyWords = 0;
 #endif
-
-int Log(libbpf_print_level, const char* format, va_list arguments)
-{
-    if (!slog::Enabled(static_cast<int>(slog::Level::kDebug))) return 0;
-    std::array<char, 512> text{};
-    std::vsnprintf(text.data(), text.size(), format, arguments);
-    std::string_view line = text.data();
-    while (line.ends_with('\n')) line.remove_suffix(1);
-    slog::Debug("{}", line);
-    return 0;
-}
 
 std::size_t RingBytes(std::size_t wanted)
 {
@@ -92,7 +78,7 @@ void EbpfProgram::Close::operator()(sampler* skeleton) const { sampler__destroy(
 EbpfProgram::EbpfProgram(const SourceOptions& options, bool heartbeat)
     : m_ringSize(RingBytes(options.bufferSize))
 {
-    libbpf_set_print(Log);
+    LogWhatLibbpfSays();
     const int cpus = libbpf_num_possible_cpus();
     if (cpus < 0) throw Refusal("the CPUs can't be counted", cpus);
     m_cpus = static_cast<std::size_t>(cpus);
@@ -114,7 +100,7 @@ EbpfProgram::EbpfProgram(const SourceOptions& options, bool heartbeat)
     static_assert(sizeof(table) == sizeof(m_skeleton->rodata->logTable));
     std::memcpy(const_cast<std::uint32_t*>(m_skeleton->rodata->logTable), table.data(), sizeof(table));
     m_skeleton->bss->shared.generation = 1;
-    m_skeleton->bss->shared.waiting = 1;
+    m_skeleton->bss->shared.wake.waiting = 1;
     m_skeleton->rodata->copyWords = kCopyWords;
     bpf_map__set_max_entries(m_skeleton->maps.ring, static_cast<std::uint32_t>(m_ringSize));
     bpf_map__set_max_entries(m_skeleton->maps.direct, static_cast<std::uint32_t>(m_cpus * kDirectPorts));

@@ -32,7 +32,7 @@ BpfRingBuffer::BpfRingBuffer(int file, std::size_t size)
         for (const auto& [at, length] : {std::pair(consumer, m_page), {producer, m_page}, {data, m_size}})
             if (at != MAP_FAILED) ::munmap(at, length);
         throw Unavailable(Unavailable::Cause::kOther,
-                          fmt::format("the ring of samples can't be mapped: {}", std::strerror(error)));
+                          fmt::format("the ring of records can't be mapped: {}", std::strerror(error)));
     }
     m_consumer = static_cast<unsigned long*>(consumer);
     m_producer = static_cast<const unsigned long*>(producer);
@@ -52,7 +52,6 @@ bool BpfRingBuffer::Begin()
     m_end = m_position;
     const unsigned long end = Produced();
     if (end == m_position) return false;
-    if (m_mappedSlices > 2 * kFewSlices && end - m_position <= kFewSlices * m_slice) UnmapAll();
     if (!MapUntil(end)) return false;
     m_end = end;
     return true;
@@ -74,8 +73,9 @@ bool BpfRingBuffer::MapUntil(unsigned long end)
 }
 
 /// The addresses stay reserved; if that fails, what is mapped stays.
-void BpfRingBuffer::UnmapAll()
+void BpfRingBuffer::Shrink()
 {
+    if (m_mappedSlices <= kFewSlices) return;
     if (::mmap(m_data, m_size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0) ==
         MAP_FAILED)
         return;

@@ -1,18 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-// The reading end of the ring between the sampling program and the process: records in order, their
-// bytes where the kernel put them. Knows nothing of what is in a packet. Used by the eBPF source, instead of
-// libbpf's ring_buffer, which maps the ring twice and gives room back record by record.
+// The reading end of the ring between a program in the kernel and the process: records in order, their
+// bytes where the kernel put them. Knows nothing of what is in them. Used instead of libbpf's ring_buffer,
+// which maps the ring twice and gives room back record by record.
 
 #ifndef CAPTURE_EBPF_RING_H
 #define CAPTURE_EBPF_RING_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include <linux/bpf.h>
-
-#include "capture/bpf/records.h"
 
 namespace capture {
 
@@ -30,7 +29,7 @@ public:
 
     /// The next finished record, or null: at the end, before one that is being written, or when Release
     /// must come first. Valid until Release.
-    const Record* Next()
+    const void* Next()
     {
         while (m_position < m_end) {
             const std::size_t at = m_position & (m_size - 1);
@@ -49,9 +48,22 @@ public:
                 __builtin_prefetch(record + 4 * whole + 64);
             }
             m_position += whole;
-            if (!discarded) return reinterpret_cast<const Record*>(record);
+            if (!discarded) return record;
         }
         return nullptr;
+    }
+
+    /// Hands over what is in the ring now, no more, so that a flood can't hold the loop: calls `readSome`,
+    /// which reads records by Next, until it has read all. Returns the bytes that were in the ring; 1 if
+    /// there is only a record that is being written.
+    template <typename ReadSome>
+    std::size_t HandOver(ReadSome readSome)
+    {
+        if (!Begin()) return 0;
+        const unsigned long begin = m_position;
+        do readSome();
+        while (Release());
+        return std::max<std::size_t>(m_position - begin, 1);
     }
 
     /// Where in the stream of all records the next one begins that Next hands out, and where those end that
@@ -63,17 +75,22 @@ public:
     /// Gives the room of what was read back to the program. False if nothing was read since the last call.
     bool Release();
 
+    /// To be called where little comes, when all that was handed over has been released: what is mapped goes,
+    /// unless it is little. Where much comes it stays, for each page has to be mapped anew by its first
+    /// access.
+    void Shrink();
+
+    [[nodiscard]] int File() const { return m_file; }
     /// Bytes of the data that are mapped now.
     [[nodiscard]] std::size_t Mapped() const { return m_mappedSlices * m_slice; }
 
 private:
     // What is mapped counts as the process's memory, so it is mapped where something lies, a slice at a time.
     static constexpr std::size_t kSlice = std::size_t{64} * 1024;
-    static constexpr std::size_t kFewSlices = 2;
+    static constexpr std::size_t kFewSlices = 4;
 
     const std::byte* Straighten(std::size_t from, std::size_t length);
     [[nodiscard]] bool MapUntil(unsigned long end);
-    void UnmapAll();
 
     int m_file;
     std::size_t m_size;

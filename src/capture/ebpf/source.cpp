@@ -39,7 +39,7 @@ public:
         Load(options, hook, std::move(claim));
         m_ring.emplace(m_program->RingFile(), m_program->RingSize());
         m_batch.emplace(*m_program, *m_ring, m_ports);
-        m_waker.emplace(loop, timers, m_program->RingFile(), m_program->Shared(), [this] { return Look(); });
+        m_waker.emplace(loop, timers, *m_ring, m_program->Shared().wake, [this] { return Look(); });
     }
 
     [[nodiscard]] std::string Kind() const override { return m_hooks->Kind(); }
@@ -107,21 +107,22 @@ private:
     {
         m_program.emplace(options, hook == EbpfHook::kClsact);
         const bool tcx = hook != EbpfHook::kClsact && TcxSupported(m_program->IngressFile());
-        if (tcx) {
-            m_hooks =
-                MakeTcxHooks(m_loop, m_grace, m_program->IngressFile(), m_program->EgressFile(),
-                             {[this](std::uint32_t ifIndex, bool egress, const Unavailable& reason) {
-                                  OnRefused(ifIndex, egress, reason);
-                              },
-                              [this](std::uint32_t ifIndex, bool egress) { OnDetached(ifIndex, egress); }});
-            return;
-        }
+        if (tcx) return UseHooks(MakeTcxMaker(m_program->IngressFile(), m_program->EgressFile()));
         if (hook == EbpfHook::kTcx)
             throw Unavailable(Unavailable::Cause::kKernel, "the kernel has no tcx hooks; Linux 6.6 has");
         if (hook == EbpfHook::kBest) m_program.emplace(options, true);
-        m_hooks =
-            MakeClsactHooks(m_grace, m_program->IngressFile(), m_program->EgressFile(), std::move(claim));
+        UseHooks(MakeClsactMaker(m_program->IngressFile(), m_program->EgressFile(), std::move(claim)));
         Beat();
+    }
+
+    void UseHooks(std::shared_ptr<HookMaker> maker)
+    {
+        m_hooks.emplace(
+            m_loop, m_grace, std::move(maker),
+            HookEvents{[this](std::uint32_t ifIndex, bool egress, const Unavailable& reason) {
+                           OnRefused(ifIndex, egress, reason);
+                       },
+                       [this](std::uint32_t ifIndex, bool egress) { OnDetached(ifIndex, egress); }});
     }
 
     // Says that the process runs: without it a filter that outlives us would fill a ring that has no reader.
@@ -248,19 +249,14 @@ private:
         return found;
     }
 
-    // Hands over what is in the ring now, no more, so that a flood can't hold the loop. Returns the bytes
-    // that were in it; 1 if there is only a record that is being written.
     std::size_t HandOver()
     {
-        m_program->Shared().pressing = 0;
-        if (!m_ring->Begin()) return 0;
-        const unsigned long begin = m_ring->Position();
+        m_program->Shared().wake.pressing = 0;
         m_batch->BeginLook();
-        do {
+        return m_ring->HandOver([this] {
             const std::span<const Sample> samples = m_batch->Next();
             if (!samples.empty()) m_sink.OnSamples(samples);
-        } while (m_ring->Release());
-        return std::max<std::size_t>(m_ring->Position() - begin, 1);
+        });
     }
 
     boost::asio::io_context& m_loop;
@@ -268,7 +264,7 @@ private:
     SampleSink& m_sink;
     GracePeriods m_grace;
     std::optional<EbpfProgram> m_program;
-    std::unique_ptr<EbpfHooks> m_hooks;
+    std::optional<EbpfHooks> m_hooks;
     std::optional<BpfRingBuffer> m_ring;
     EbpfPorts m_ports;
     std::optional<EbpfBatch> m_batch;

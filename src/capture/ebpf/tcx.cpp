@@ -1,25 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // tcx links by the bpf system call itself: libbpf knows them only from 1.3 on.
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
-#include <deque>
-#include <system_error>
+#include <mutex>
 #include <unordered_map>
 #include <utility>
-#include <vector>
 
+#include <fcntl.h>
 #include <linux/bpf.h>
-#include <net/if.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include "base/unique_fd.h"
-#include "base/worker.h"
-#include "capture/ebpf/grace.h"
 #include "capture/ebpf/hooks.h"
 #include "capture/ebpf/ports.h"
 #include "capture/ebpf/program.h"
@@ -45,177 +39,69 @@ int CreateLink(int program, std::uint32_t ifIndex, bool egress)
     return file < 0 ? -errno : static_cast<int>(file);  // is closed on exec, as all files of bpf
 }
 
-// What the thread does: makes a link or closes one.
-struct Step {
-    std::uint32_t ifIndex;
-    bool egress;
-    base::UniqueFd link;  // to be closed; none: one is to be made, and here it is then
-    int error = 0;        // why it could not be made
-    bool done = false;    // else there was no time for it
-};
-using Steps = std::vector<Step>;
-
-// As many as the time allows, at least one, so that the loop hears of them soon.
-void Do(Steps& steps, const std::array<int, 2>& programs)
+// A file of the same program: a call of the thread may outlast the source.
+base::UniqueFd Duplicate(int program)
 {
-    constexpr std::chrono::milliseconds kMost{20};
-    const auto end = std::chrono::steady_clock::now() + kMost;
-    for (Step& step : steps) {
-        if (step.link) {
-            step.link.Close();  // waits for the program's last run
-        } else {
-            const int made = CreateLink(programs[step.egress], step.ifIndex, step.egress);
-            step.link = base::UniqueFd(std::max(made, -1));
-            step.error = std::min(made, 0);
-        }
-        step.done = true;
-        if (std::chrono::steady_clock::now() > end) return;
-    }
+    base::UniqueFd copy(::fcntl(program, F_DUPFD_CLOEXEC, 0));
+    if (!copy) throw Refusal("attaching to interfaces needs a file", errno);
+    return copy;
 }
 
-class TcxHooks final : public EbpfHooks {
+class TcxMaker final : public HookMaker {
 public:
-    TcxHooks(boost::asio::io_context& loop, GracePeriods& grace, int ingress, int egress, HookEvents events)
-        : m_grace(grace),
-          m_programs{ingress, egress},
-          m_events(std::move(events)),
-          m_worker(base::MakeWorker(loop, base::kWorkerWaits))
-    {
-    }
-    ~TcxHooks() override
-    {
-        m_task.reset();
-        m_worker.reset();  // waits for the steps under way
-        if (m_steps != nullptr)
-            for (Step& step : *m_steps) m_hooks[KeyOf(step.ifIndex, step.egress)].link = std::move(step.link);
-        for (auto& [key, hook] : m_hooks) {
-            if (!hook.link) continue;
-            m_grace.Step();
-            hook.link.Close();
-        }
-    }
+    TcxMaker(int ingress, int egress) : m_programs{Duplicate(ingress), Duplicate(egress)} {}
 
     [[nodiscard]] std::string Kind() const override { return "ebpf-tcx"; }
 
-    void Attach(std::uint32_t ifIndex, bool egress) override
+    std::optional<Unavailable> Make(std::uint32_t ifIndex, bool egress) override
     {
-        std::array<char, IF_NAMESIZE> name{};
-        if (::if_indextoname(ifIndex, name.data()) == nullptr && errno == ENXIO) throw Refused(ENODEV);
-        m_hooks[KeyOf(ifIndex, egress)].wanted = true;
-        Ask(ifIndex, egress);
+        const int made = CreateLink(m_programs[egress].Get(), ifIndex, egress);
+        if (made < 0) return Refusal("the program can't be attached to the interface (tcx)", made);
+        const std::scoped_lock lock(m_mutex);
+        m_links[KeyOf(ifIndex, egress)] = base::UniqueFd(made);
+        return std::nullopt;
     }
 
-    bool Detach(std::uint32_t ifIndex, bool egress) override
+    std::string Unmake(std::uint32_t ifIndex, bool egress) override
     {
-        const auto at = m_hooks.find(KeyOf(ifIndex, egress));
-        if (at == m_hooks.end()) return true;
-        at->second.wanted = false;
-        Ask(ifIndex, egress);
-        return false;
+        base::UniqueFd link;
+        {
+            const std::scoped_lock lock(m_mutex);
+            if (const auto at = m_links.find(KeyOf(ifIndex, egress)); at != m_links.end()) {
+                link = std::move(at->second);
+                m_links.erase(at);
+            }
+        }
+        return "";  // closes the link: waits for the program's last run
     }
 
-    [[nodiscard]] bool IsAttached(std::uint32_t ifIndex, bool egress) const override
+    LeftHooks TakeLeft() override
     {
-        const auto at = m_hooks.find(KeyOf(ifIndex, egress));
-        return at != m_hooks.end() && at->second.wanted && at->second.link;
+        const auto links = std::make_shared<Links>();
+        {
+            const std::scoped_lock lock(m_mutex);
+            links->swap(m_links);
+        }
+        LeftHooks left;
+        left.count = links->size();
+        for (const auto& [key, link] : *links) left.files.push_back(link.Get());
+        left.letGo = left.unmake = [links] { links->clear(); };
+        return left;
     }
 
 private:
-    struct Hook {
-        base::UniqueFd link;  // none also while the thread has it
-        bool wanted = false;  // else it is to be detached, and forgotten then
-        bool queued = false;  // in m_queue or m_steps
-    };
+    using Links = std::unordered_map<std::uint32_t, base::UniqueFd>;  // by KeyOf
 
-    static Unavailable Refused(int error)
-    {
-        return Refusal("the program can't be attached to the interface (tcx)", error);
-    }
-
-    void Ask(std::uint32_t ifIndex, bool egress)
-    {
-        if (std::exchange(m_hooks[KeyOf(ifIndex, egress)].queued, true)) return;
-        m_queue.emplace_back(ifIndex, egress);
-        Next();
-    }
-
-    void Next()
-    {
-        constexpr std::size_t kMost = 256;
-        if (m_task != nullptr) return;
-        const auto steps = std::make_shared<Steps>();
-        for (; !m_queue.empty() && steps->size() < kMost; m_queue.pop_front()) {
-            const auto [ifIndex, egress] = m_queue.front();
-            Hook& hook = m_hooks[KeyOf(ifIndex, egress)];
-            hook.queued = hook.wanted != static_cast<bool>(hook.link);
-            if (!hook.queued) {
-                Settle(ifIndex, egress);
-                continue;
-            }
-            m_grace.Step();
-            steps->push_back({ifIndex, egress, std::move(hook.link)});
-        }
-        if (steps->empty()) return;
-        m_steps = steps;
-        m_task = m_worker->Do([steps, programs = m_programs] { Do(*steps, programs); }, [this] { Take(); });
-    }
-
-    void Take()
-    {
-        m_task.reset();
-        Steps steps = std::move(*std::exchange(m_steps, nullptr));
-        for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
-            if (step->done) continue;
-            m_hooks[KeyOf(step->ifIndex, step->egress)].link = std::move(step->link);
-            m_queue.emplace_front(step->ifIndex, step->egress);
-        }
-        for (Step& step : steps) {
-            if (!step.done) continue;
-            m_grace.Step();
-            Hook& hook = m_hooks[KeyOf(step.ifIndex, step.egress)];
-            hook.queued = false;
-            hook.link = std::move(step.link);
-            if (step.error != 0 && std::exchange(hook.wanted, false))
-                m_events.refused(step.ifIndex, step.egress, Refused(step.error));
-            Settle(step.ifIndex, step.egress);
-        }
-        Next();
-    }
-
-    // Asks for what is wanted by now, or forgets the hook.
-    void Settle(std::uint32_t ifIndex, bool egress)
-    {
-        const auto at = m_hooks.find(KeyOf(ifIndex, egress));
-        if (at == m_hooks.end() || at->second.queued) return;
-        if (at->second.wanted != static_cast<bool>(at->second.link)) {
-            at->second.queued = true;
-            m_queue.emplace_back(ifIndex, egress);
-        } else if (!at->second.wanted) {
-            m_hooks.erase(at);
-            m_events.detached(ifIndex, egress);
-        }
-    }
-
-    GracePeriods& m_grace;
-    const std::array<int, 2> m_programs;  // [1] egress
-    const HookEvents m_events;
-    std::unordered_map<std::uint32_t, Hook> m_hooks;
-    std::deque<std::pair<std::uint32_t, bool>> m_queue;
-    std::shared_ptr<Steps> m_steps;  // that the thread has
-    std::unique_ptr<base::Worker> m_worker;
-    std::shared_ptr<void> m_task;
+    const std::array<base::UniqueFd, 2> m_programs;  // [1] egress
+    std::mutex m_mutex;                              // not held while the kernel makes or closes a link
+    Links m_links;
 };
 
 }  // namespace
 
-std::unique_ptr<EbpfHooks> MakeTcxHooks(boost::asio::io_context& loop, GracePeriods& grace, int ingress,
-                                        int egress, HookEvents events)
+std::shared_ptr<HookMaker> MakeTcxMaker(int ingress, int egress)
 {
-    try {
-        return std::make_unique<TcxHooks>(loop, grace, ingress, egress, std::move(events));
-    } catch (const std::system_error& error) {
-        throw Refusal("attaching to interfaces needs an event", error.code().value());
-    }
+    return std::make_shared<TcxMaker>(ingress, egress);
 }
 
 bool TcxSupported(int program)

@@ -14,8 +14,9 @@
 namespace capture {
 namespace {
 
-constexpr std::size_t kMaxLanes = 8;
-constexpr unsigned kMaxThreads = 16;
+// The threads wait in the kernel together, and use no CPU then.
+constexpr std::size_t kMaxLanes = 64;
+constexpr unsigned kMaxThreads = 32;
 
 }  // namespace
 
@@ -36,6 +37,7 @@ RingCloser::~RingCloser()
 
 void RingCloser::Close(std::shared_ptr<PacketSocketPair> pair)
 {
+    if (!pair) return;
     const std::scoped_lock lock(m_work->mutex);
     m_work->pairs.push_back(std::move(pair));
     if (m_work->threads == kMaxThreads) return;
@@ -64,25 +66,25 @@ PairMaker::~PairMaker()
     for (const auto& lane : m_lanes) {
         lane->task.reset();
         lane->worker.reset();
-        if (lane->job) m_closer.Close(lane->job->pair);  // which the thread may still use
+        if (lane->job) m_closer.Close(std::move(lane->job->wanted.pair));
     }
-    for (const auto& job : m_waiting) m_closer.Close(std::move(job->pair));
+    for (const auto& job : m_waiting) m_closer.Close(std::move(job->wanted.pair));
 }
 
-std::shared_ptr<void> PairMaker::Prepare(std::shared_ptr<PacketSocketPair> pair, std::uint32_t ifIndex,
-                                         const Settings& settings, std::uint32_t ownMark, Done done)
+std::shared_ptr<void> PairMaker::Prepare(Wanted wanted, Done done)
 {
     auto held = std::make_shared<Done>(std::move(done));
-    m_waiting.push_back(
-        std::make_shared<Job>(Job{std::move(pair), ifIndex, settings, ownMark, held, std::nullopt}));
+    m_waiting.push_back(std::make_shared<Job>(Job{std::move(wanted), held, std::nullopt}));
     Next();
     return held;
 }
 
 void PairMaker::Do(Job& job)
 {
+    Wanted& wanted = job.wanted;
     try {
-        job.pair->Prepare(job.ifIndex, job.settings, job.ownMark);
+        if (!wanted.pair) wanted.pair = std::make_shared<PacketSocketPair>(wanted.bytes);
+        wanted.pair->Prepare(wanted.ifIndex, wanted.settings, wanted.ownMark);
     } catch (const Unavailable& reason) {
         job.refusal = reason;
     } catch (const std::exception& reason) {
@@ -94,7 +96,7 @@ void PairMaker::Next()
 {
     while (!m_waiting.empty()) {
         if (m_waiting.front()->done.expired()) {
-            m_closer.Close(std::move(m_waiting.front()->pair));
+            m_closer.Close(std::move(m_waiting.front()->wanted.pair));
             m_waiting.pop_front();
             continue;
         }
@@ -113,7 +115,8 @@ PairMaker::Lane* PairMaker::FreeLane()
     if (free != m_lanes.end()) return free->get();
     if (m_lanes.size() == kMaxLanes) return nullptr;
     try {
-        m_lanes.push_back(std::make_unique<Lane>(Lane{base::MakeWorker(m_loop), nullptr, nullptr}));
+        m_lanes.push_back(
+            std::make_unique<Lane>(Lane{base::MakeWorker(m_loop, base::kWorkerWaits), nullptr, nullptr}));
     } catch (const std::system_error& error) {
         if (m_lanes.empty()) throw Unavailable(Unavailable::Cause::kOther, error.what());
         return nullptr;
@@ -127,9 +130,9 @@ void PairMaker::Take(Lane& lane)
     lane.task.reset();
     Next();
     if (const auto done = job->done.lock())
-        (*done)(std::move(job->pair), job->refusal ? &*job->refusal : nullptr);
+        (*done)(std::move(job->wanted.pair), job->refusal ? &*job->refusal : nullptr);
     else
-        m_closer.Close(std::move(job->pair));
+        m_closer.Close(std::move(job->wanted.pair));
     const bool idle = std::ranges::all_of(m_lanes, [](const auto& each) { return each->job == nullptr; });
     if (idle && m_waiting.empty()) m_lanes.clear();
 }

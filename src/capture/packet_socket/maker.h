@@ -47,7 +47,7 @@ private:
 /// To make a pair the kernel waits twice in the same way, some 12 ms.
 class PairMaker {
 public:
-    /// `refusal` is null if the pair is prepared.
+    /// `refusal` is null if the pair is prepared; else the pair may be null.
     using Done = std::function<void(std::shared_ptr<PacketSocketPair> pair, const Unavailable* refusal)>;
 
     /// All must outlive it.
@@ -59,17 +59,20 @@ public:
     PairMaker& operator=(const PairMaker&) = delete;
     ~PairMaker();
 
-    /// Calls the pair's Prepare in a thread, and then `done` from the loop. Dropping the result cancels; the
-    /// pair is closed then.
-    [[nodiscard]] std::shared_ptr<void> Prepare(std::shared_ptr<PacketSocketPair> pair, std::uint32_t ifIndex,
-                                                const Settings& settings, std::uint32_t ownMark, Done done);
+    struct Wanted {
+        std::shared_ptr<PacketSocketPair> pair;  // null: one is made, for a ring of `bytes`
+        std::size_t bytes = 0;
+        std::uint32_t ifIndex = 0;
+        Settings settings;
+        std::uint32_t ownMark = 0;
+    };
+    /// Makes the pair and calls its Prepare in a thread, and then `done` from the loop. Dropping the result
+    /// cancels; the pair is closed then. Throws Unavailable.
+    [[nodiscard]] std::shared_ptr<void> Prepare(Wanted wanted, Done done);
 
 private:
     struct Job {
-        std::shared_ptr<PacketSocketPair> pair;
-        std::uint32_t ifIndex;
-        Settings settings;
-        std::uint32_t ownMark;
+        Wanted wanted;
         std::weak_ptr<Done> done;  // expired: cancelled
         std::optional<Unavailable> refusal;
     };

@@ -174,9 +174,8 @@ private:
     {
         const std::size_t bytes = SizeFor(port.wanted.rate);
         auto pair = bytes == SizeFor(kCommonRate) ? std::exchange(m_spare, nullptr) : nullptr;
-        if (!pair) pair = std::make_shared<PacketSocketPair>(bytes);
         port.making = m_maker.Prepare(
-            std::move(pair), port.ifIndex, port.wanted, m_options.ownMark,
+            {std::move(pair), bytes, port.ifIndex, port.wanted, m_options.ownMark},
             [this, &port](std::shared_ptr<PacketSocketPair> made, const Unavailable* refusal) {
                 OnMade(port, std::move(made), refusal);
             });

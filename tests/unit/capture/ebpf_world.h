@@ -37,7 +37,11 @@ public:
         ++batches;
     }
     void OnDrained() noexcept override { ++drained; }
-    void OnRefused(std::uint32_t, const capture::Unavailable&) noexcept override { ++refused; }
+    void OnRefused(std::uint32_t, const capture::Unavailable& reason) noexcept override
+    {
+        ++refused;
+        refusal = reason.what();
+    }
 
     [[nodiscard]] std::uint64_t Frames() const
     {
@@ -51,6 +55,7 @@ public:
     int batches = 0;
     int drained = 0;
     int refused = 0;
+    std::string refusal;  // the last
 };
 
 class EbpfWorld : public testing::Test {
@@ -95,6 +100,14 @@ protected:
     void AwaitSampled(std::uint32_t interface)
     {
         EXPECT_TRUE(Comes([&] { return source->Sampled(interface); }));
+    }
+    /// The same for what the kernel refuses; returns its reason, empty if it samples.
+    std::string WhyNot(std::uint32_t interface, const capture::Settings& settings)
+    {
+        const int before = sink.refused;
+        source->Change(interface, settings);
+        EXPECT_TRUE(Comes([&] { return sink.refused > before || source->Sampled(interface); }));
+        return sink.refused > before ? sink.refusal : "";
     }
     /// Runs the loop until the condition holds.
     template <typename Condition>
