@@ -24,9 +24,21 @@ std::size_t Usable(std::size_t size)
     return std::clamp(size, wire::kDatagramHeaderSize + wire::kMinSampleRoom, kMaxMessage);
 }
 
-/// What the errno's own text does not say.
-std::string_view Meaning(std::string_view what, const std::error_code& error)
+// What the errno's own text does not say.
+
+std::string_view MeaningOfSettings(Tried tried, const std::error_code& error)
 {
+    if (tried == Tried::kDevice && error == std::errc::no_such_device) return " (there is none)";
+    if (tried == Tried::kDevice && error == std::errc::operation_not_permitted)
+        return " (CAP_NET_RAW is missing)";
+    if (tried == Tried::kSource && error == std::errc::address_not_available)
+        return " (this machine does not have the address)";
+    return "";
+}
+
+std::string_view Meaning(Tried tried, const std::error_code& error)
+{
+    if (tried != Tried::kSend && tried != Tried::kConnect) return MeaningOfSettings(tried, error);
     if (error == std::errc::resource_unavailable_try_again) return " (the socket's buffer is full)";
     if (error == std::errc::no_buffer_space) return " (the device's queue is full)";
     if (error == std::errc::too_many_files_open) return " (the process's limit of open files)";
@@ -34,7 +46,8 @@ std::string_view Meaning(std::string_view what, const std::error_code& error)
     if (error == std::errc::operation_not_permitted) return " (a firewall's rule)";
     if (error == std::errc::permission_denied) return " (a route of type prohibit, or a broadcast address)";
     // A socket that was connected before gets this also if its source address is gone.
-    if (error == std::errc::invalid_argument && what == "connect") return " (a route of type blackhole)";
+    if (error == std::errc::invalid_argument && tried == Tried::kConnect)
+        return " (a route of type blackhole)";
     if (error == std::errc::destination_address_required) return " (there is no port 0)";
     return "";
 }
@@ -59,9 +72,10 @@ void StreamShared::SendAll()
     waiting.clear();
 }
 
-void StreamHealth::Redirect(const CollectorSettings& settings)
+void StreamHealth::Redirect(const CollectorSettings& settings, const SendSettings& send)
 {
     m_to = settings;
+    m_send = send;
     m_status.sending = false;
     m_row = m_reported = false;
     m_sentSince.reset();
@@ -73,21 +87,40 @@ void StreamHealth::Taken(const Datagram& datagram)
     m_status.bytes += datagram.size;
     m_status.flowSamples += datagram.flows;
     m_status.counterSamples += datagram.counters;
+    m_status.discards += datagram.discards;
 }
 
 void StreamHealth::Lost(const Datagram& datagram)
 {
     ++m_status.lostDatagrams;
-    m_status.lostSamples += std::uint64_t{datagram.flows} + datagram.counters;
+    m_status.lostSamples += datagram.Samples();
 }
 
-void StreamHealth::Failed(std::string_view what, const std::error_code& error, unsigned errors, bool lost,
+std::string StreamHealth::TextOf(Tried tried) const
+{
+    switch (tried) {
+    case Tried::kConnect:
+        return "connect";
+    case Tried::kDevice:
+        return "send by " + m_send.device;
+    case Tried::kSource:
+        return "send from " + AddressText(m_send.sourceAddress);
+    case Tried::kDscp:
+        return fmt::format("send with DSCP {}", m_send.dscp);
+    case Tried::kSend:
+        break;
+    }
+    return "send";
+}
+
+void StreamHealth::Failed(Tried tried, const std::error_code& error, unsigned errors, bool lost,
                           Milliseconds now, std::chrono::system_clock::time_point time)
 {
     m_status.errors += errors;
     m_status.lastError = error;
-    m_status.lastErrorText = fmt::format("{} to {}:{}: {}{}", what, AddressText(m_to.address), m_to.port,
-                                         error.message(), Meaning(what, error));
+    m_status.lastTried = tried;
+    m_status.lastErrorText = fmt::format("{} to {}:{}: {}{}", TextOf(tried), AddressText(m_to.address),
+                                         m_to.port, error.message(), Meaning(tried, error));
     m_status.lastErrorTime = time;
     m_status.sending = false;
     m_reported = !lost;
@@ -99,7 +132,7 @@ void StreamHealth::Failed(std::string_view what, const std::error_code& error, u
 
 void StreamHealth::Reported(const std::error_code& error, std::chrono::system_clock::time_point time)
 {
-    Failed("send", error, 1, false, m_sentAt, m_status.lastDatagram.value_or(time));
+    Failed(Tried::kSend, error, 1, false, m_sentAt, m_status.lastDatagram.value_or(time));
 }
 
 void StreamHealth::Sent(Milliseconds now, std::chrono::system_clock::time_point time)
@@ -126,12 +159,13 @@ void StreamHealth::Clean(Milliseconds now)
 }
 
 CollectorStream::CollectorStream(const std::string& name, const CollectorSettings& settings,
-                                 StreamShared& shared)
+                                 const SendSettings& send, StreamShared& shared)
     : m_shared(shared),
       m_settings(settings),
+      m_send(send),
       m_size(Usable(settings.datagramSize)),
       m_socket(StreamSocket::Options{.mark = shared.mark}),
-      m_health(name, settings)
+      m_health(name, settings, send)
 {
     Connect(m_shared.uptime());
 }
@@ -147,31 +181,49 @@ std::size_t CollectorStream::Room() const { return m_size - wire::kDatagramHeade
 void CollectorStream::Put(std::span<const std::byte> sample, Sample kind)
 {
     const std::size_t size = sample.size();
-    if (size > m_limit - m_end || size == 0) [[unlikely]] {
+    const bool discard = kind == Sample::kDiscard;
+    if (size > m_limit - m_end || size == 0 || discard != m_discards) [[unlikely]] {
         if (size > Room() || size == 0) return m_health.LostSample();
         Next();
+        m_discards = discard;
     }
     std::memcpy(m_block.bytes.get() + m_end, sample.data(), size);
     m_end += size;
     if (kind == Sample::kFlow)
         ++m_open.flows;
+    else if (discard)
+        ++m_open.discards;
     else
         ++m_open.counters;
 }
 
-void CollectorStream::Change(const CollectorSettings& settings)
+void CollectorStream::Change(const CollectorSettings& settings, const SendSettings& send)
 {
-    if (settings == m_settings) return;
+    if (settings == m_settings && send == m_send) return;
     Send();
-    const bool elsewhere = settings.address != m_settings.address || settings.port != m_settings.port;
+    const bool elsewhere = settings.address != m_settings.address || settings.port != m_settings.port ||
+                           send.sourceAddress != m_send.sourceAddress || send.device != m_send.device;
+    const bool marked = send.dscp != m_send.dscp;
     m_settings = settings;
+    m_send = send;
     m_size = Usable(settings.datagramSize);
     if (elsewhere) {
-        m_health.Redirect(settings);
+        m_health.Redirect(settings, send);
         Connect(m_shared.uptime());
-    } else {
-        m_socket.TrySegments();
+        return;
     }
+    m_socket.TrySegments();
+    if (marked && m_socket.Connected()) MarkAnew(m_shared.uptime());
+}
+
+/// What can't be marked as it should be is not sent.
+void CollectorStream::MarkAnew(milliseconds now)
+{
+    const std::error_code error = m_socket.SetDscp(m_send.dscp);
+    if (!error) return;
+    m_health.Redirect(m_settings, m_send);
+    m_health.Failed(Tried::kDscp, error, 1, true, now, m_shared.clock());
+    m_socket.Close();
 }
 
 void CollectorStream::Next()
@@ -220,9 +272,10 @@ void CollectorStream::CloseDatagram()
 {
     wire::DatagramHeader header;
     header.agentAddress = m_shared.agentAddress;
+    header.subAgent = m_shared.subAgent;
     header.sequence = ++m_sequence;
     header.uptime = static_cast<std::uint32_t>(m_shared.uptime().count());
-    header.samples = std::uint32_t{m_open.flows} + m_open.counters;
+    header.samples = m_open.Samples();
     wire::Encode(header, std::span(m_block.bytes.get() + m_begin, wire::kDatagramHeaderSize));
     m_open.size = static_cast<std::uint16_t>(m_end - m_begin);
     m_closed.push_back(m_open);
@@ -265,7 +318,7 @@ void CollectorStream::Count(const SendResult& result, milliseconds now)
     const bool all = taken == m_closed.size();
     const bool own = result.errors > 0 && !(result.earlier && all);
     if (own)
-        m_health.Failed("send", result.error, result.errors, !all, now, time);
+        m_health.Failed(Tried::kSend, result.error, result.errors, !all, now, time);
     else if (result.errors > 0)
         m_health.Reported(result.error, time);
     if (taken > 0) m_health.Sent(now, time);
@@ -285,8 +338,8 @@ void CollectorStream::Connect(milliseconds now)
 {
     m_triedAt = now;
     m_refusedAt = now;
-    const std::error_code error = m_socket.Connect(m_settings.address, m_settings.port);
-    if (error) m_health.Failed("connect", error, 1, true, now, m_shared.clock());
+    const Connecting made = m_socket.Connect(m_settings.address, m_settings.port, m_send);
+    if (made.error) m_health.Failed(made.tried, made.error, 1, true, now, m_shared.clock());
     if (!m_socket.Connected()) return;  // for lack of descriptors, say: nothing new about marks
     const std::error_code& mark = m_socket.MarkError();
     m_shared.limitation = mark ? WithoutMark(mark) : "";

@@ -20,6 +20,7 @@
 #include "manager/export/stream_pool.h"
 #include "manager/export/stream_socket.h"
 #include "manager/service/operation.h"
+#include "manager/settings/own_settings.h"
 
 namespace manager {
 
@@ -34,6 +35,7 @@ struct StreamShared {
     std::function<std::chrono::milliseconds()> uptime;
     std::uint32_t mark = 0;
     std::uint32_t agentAddress = 0;  // network byte order
+    std::uint32_t subAgent = 0;
     std::string limitation;
     StreamPool pool;
     std::vector<CollectorStream*> waiting;  // have had something to send since the last SendAll; no null
@@ -55,24 +57,24 @@ public:
     /// well.
     static constexpr Milliseconds kQuietRefused{2000};
 
-    StreamHealth(std::string name, const CollectorSettings& settings)
-        : m_name(std::move(name)), m_to(settings)
+    StreamHealth(std::string name, const CollectorSettings& settings, SendSettings send)
+        : m_name(std::move(name)), m_to(settings), m_send(std::move(send))
     {
     }
 
     [[nodiscard]] const StreamStatus& Status() const { return m_status; }
 
-    /// From here on datagrams go to this address. Counts stay; whether it works is not known yet.
-    void Redirect(const CollectorSettings& settings);
+    /// From here on datagrams go there and like this. Counts stay; whether it works is not known yet.
+    void Redirect(const CollectorSettings& settings, const SendSettings& send);
     void Taken(const Datagram& datagram);
     void Lost(const Datagram& datagram);
     /// A sample that no datagram could carry.
     void LostSample() { ++m_status.lostSamples; }
 
-    /// After a try at `now`, the agent's uptime, with `errors` errors, `error` being the last; `what` was
-    /// tried ("send", "connect"). `lost`: it cost datagrams, else an earlier datagram's error was reported.
-    void Failed(std::string_view what, const std::error_code& error, unsigned errors, bool lost,
-                Milliseconds now, std::chrono::system_clock::time_point time);
+    /// After a try at `now`, the agent's uptime, with `errors` errors, `error` being the last. `lost`: it
+    /// cost datagrams, else an earlier datagram's error was reported.
+    void Failed(Tried tried, const std::error_code& error, unsigned errors, bool lost, Milliseconds now,
+                std::chrono::system_clock::time_point time);
     /// The network has reported an error of what was sent last, however long ago that was.
     void Reported(const std::error_code& error, std::chrono::system_clock::time_point time);
     /// After a try in which datagrams were taken.
@@ -87,9 +89,12 @@ public:
 
 private:
     [[nodiscard]] bool IsOver(Milliseconds now) const;
+    /// "connect", "send from 192.0.2.9"
+    [[nodiscard]] std::string TextOf(Tried tried) const;
 
     std::string m_name;
     CollectorSettings m_to;
+    SendSettings m_send;
     StreamStatus m_status;
     bool m_row = false;       // of errors, in the log
     bool m_reported = false;  // the last error was not that of a datagram that was tried
@@ -100,7 +105,8 @@ private:
 
 class CollectorStream final : public Stream {
 public:
-    CollectorStream(const std::string& name, const CollectorSettings& settings, StreamShared& shared);
+    CollectorStream(const std::string& name, const CollectorSettings& settings, const SendSettings& send,
+                    StreamShared& shared);
     CollectorStream(const CollectorStream&) = delete;
     CollectorStream& operator=(const CollectorStream&) = delete;
     /// What still waits is lost: call Send before.
@@ -110,8 +116,8 @@ public:
     void Put(std::span<const std::byte> sample, Sample kind) override;
     [[nodiscard]] const StreamStatus& Status() const override { return m_health.Status(); }
 
-    /// Sends what waits to where it was meant for, then takes the new settings.
-    void Change(const CollectorSettings& settings);
+    /// Sends what waits to where it was meant for, then takes the new settings. The sequence goes on.
+    void Change(const CollectorSettings& settings, const SendSettings& send);
     /// Sends all that waits, the datagram that is being filled included.
     void Send();
     /// Takes up what the network has reported of datagrams since they were sent.
@@ -130,10 +136,12 @@ private:
     [[nodiscard]] bool HasSpace(std::size_t capacity) const;
     void Grow();
     void Connect(std::chrono::milliseconds now);
+    void MarkAnew(std::chrono::milliseconds now);
     void Count(const SendResult& result, std::chrono::milliseconds now);
 
     StreamShared& m_shared;
     CollectorSettings m_settings;
+    SendSettings m_send;
     std::size_t m_size;  // of a datagram at most
     StreamSocket m_socket;
     StreamHealth m_health;
@@ -147,6 +155,7 @@ private:
     std::vector<Datagram> m_closed;
     Datagram m_open;
     std::size_t m_begin = 0, m_end = 0, m_limit = 0;
+    bool m_discards = false;  // what is put into it is discarded packets, else anything else
     bool m_listed = false;
 };
 

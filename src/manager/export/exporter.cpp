@@ -20,10 +20,10 @@ void Exporter::SetAgentAddress(std::uint32_t address)
     m_shared.agentAddress = address;
 }
 
-Stream& Exporter::Set(const std::string& name, const CollectorSettings& settings)
+Stream& Exporter::Set(const std::string& name, const CollectorSettings& settings, const SendSettings& send)
 {
-    const auto [at, isNew] = m_streams.try_emplace(name, name, settings, m_shared);
-    if (!isNew) at->second.Change(settings);
+    const auto [at, isNew] = m_streams.try_emplace(name, name, settings, send, m_shared);
+    if (!isNew) at->second.Change(settings, send);
     return at->second;
 }
 
@@ -46,9 +46,10 @@ void Exporter::TakeErrors()
     for (auto& [name, stream] : m_streams) stream.TakeErrors();
 }
 
-void Exporter::Restart()
+void Exporter::Restart(std::uint32_t subAgent)
 {
     Flush();
+    m_shared.subAgent = subAgent;
     for (auto& [name, stream] : m_streams) stream.Restart();
 }
 

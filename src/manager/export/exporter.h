@@ -13,6 +13,7 @@
 
 #include "manager/export/collector_stream.h"
 #include "manager/service/operation.h"
+#include "manager/settings/own_settings.h"
 
 namespace manager {
 
@@ -31,10 +32,10 @@ public:
     /// the old one.
     void SetAgentAddress(std::uint32_t address);
 
-    /// Adds a collector or changes it. A changed size or address leaves its sequence as it is and sends what
-    /// waited to where it was meant for. Network errors do not throw: they are counted, and the socket is
-    /// connected again, at most once a second.
-    Stream& Set(const std::string& name, const CollectorSettings& settings);
+    /// Adds a collector or changes it. Whatever changes leaves its sequence as it is, and what waited is sent
+    /// as it was meant to be. Another DSCP leaves its socket, too. Network errors do not throw: they are
+    /// counted, and the socket is connected again, at most once a second.
+    Stream& Set(const std::string& name, const CollectorSettings& settings, const SendSettings& send = {});
     /// Sends what waits for the collector and removes it; does nothing if there is none.
     void Remove(const std::string& name);
     /// Null if there is none.
@@ -47,8 +48,9 @@ public:
     /// system call a collector. Without it, a report waits for the next datagram.
     void TakeErrors();
 
-    /// Sends what waits and begins all streams' sequences anew: for a change of the samples' encoding.
-    void Restart();
+    /// Sends what waits and begins all streams' sequences anew, as those of this sub-agent: for a change of
+    /// it or of the samples' encoding.
+    void Restart(std::uint32_t subAgent);
 
     /// Empty, or what is missing, such as the permission to mark the datagrams.
     [[nodiscard]] const std::string& Limitation() const { return m_shared.limitation; }

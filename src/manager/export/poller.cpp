@@ -41,23 +41,28 @@ struct Reading {
     const std::shared_ptr<net::CounterReader> reader;
 
     // What is asked for.
-    std::vector<std::uint32_t> indexes;
+    std::vector<std::uint32_t> indexes;    // ascending
+    std::vector<std::uint32_t> members;    // of these, the members of bonds and teams
     std::vector<std::uint32_t> forgotten;  // before: these are gone for good
 
     // What was found.
-    struct Ethernet {
+    template <typename Counters>
+    struct Of {
         std::uint32_t ifIndex = 0;
-        net::EthernetCounters counters;
+        Counters counters;
     };
     std::span<const net::LinkCounters> links;  // in any order
-    std::vector<Ethernet> ethernet;            // in the same order, if the driver counts
-    std::string error;                         // why nothing was found; empty: no error
+    // In the same order:
+    std::vector<Of<net::EthernetCounters>> ethernet;     // if the driver counts
+    std::vector<Of<net::AggregateMember>> aggregations;  // of members
+    std::string error;                                   // why nothing was found; empty: no error
 };
 
 void Reading::Do()
 {
     links = {};
     ethernet.clear();
+    aggregations.clear();
     error.clear();
     for (const std::uint32_t ifIndex : forgotten) reader->Forget(ifIndex);
     try {
@@ -65,9 +70,13 @@ void Reading::Do()
     } catch (const std::system_error& failed) {
         error = failed.what();
     }
-    for (const net::LinkCounters& each : links)
+    for (const net::LinkCounters& each : links) {
         if (const auto counters = reader->ReadEthernet(each.ifIndex))
             ethernet.push_back({each.ifIndex, *counters});
+        if (!std::ranges::binary_search(members, each.ifIndex)) continue;
+        if (const auto member = reader->ReadMember(each.ifIndex))
+            aggregations.push_back({each.ifIndex, *member});
+    }
 }
 
 /// What is due at which tick of a grid of time, so that all that falls due at about the same time is done
@@ -266,10 +275,13 @@ private:
     {
         std::ranges::sort(m_due, {}, &Due::ifIndex);
         m_reading->indexes.clear();
+        m_reading->members.clear();
         for (const Due& due : m_due) {
             if (!m_reading->indexes.empty() && m_reading->indexes.back() == due.ifIndex) continue;
             m_reading->indexes.push_back(due.ifIndex);
             m_sequences.try_emplace(due.ifIndex, 0);
+            const net::Link* link = m_links.Find(due.ifIndex);
+            if (link != nullptr && link->aggregate != 0) m_reading->members.push_back(due.ifIndex);
         }
         m_reading->forgotten = std::exchange(m_forgotten, {});
         m_asked = m_worker.Do([reading = m_reading] { reading->Do(); },
@@ -287,28 +299,35 @@ private:
         if (m_reading->error.empty()) m_failing = false;
         const WallTime time = m_wallClock();
         auto ethernet = m_reading->ethernet.begin();
+        auto aggregation = m_reading->aggregations.begin();
         for (const net::LinkCounters& counters : m_reading->links) {
-            const net::EthernetCounters* more = nullptr;
-            if (ethernet != m_reading->ethernet.end() && ethernet->ifIndex == counters.ifIndex)
-                more = &(ethernet++)->counters;
+            const auto* ofEthernet = IfOf(counters.ifIndex, ethernet, m_reading->ethernet.end());
+            const auto* ofMember = IfOf(counters.ifIndex, aggregation, m_reading->aggregations.end());
             const net::Link* link = m_links.Find(counters.ifIndex);
             if (link == nullptr) continue;
-            for (const Due& due : std::ranges::equal_range(m_due, counters.ifIndex, {}, &Due::ifIndex))
-                if (due.polled->Waiting() && due.polled->target.ifIndex == counters.ifIndex)
-                    Send(*due.polled, *link, counters, more, time);
+            wire::CountersSample sample;
+            sample.generic = MakeGenericCounters(*link, counters);
+            if (ofEthernet != nullptr) sample.ethernet = MakeEthernetCounters(*ofEthernet);
+            if (ofMember != nullptr) sample.lag = MakeLagCounters(*ofMember);
+            for (const Due& due : std::ranges::equal_range(m_due, link->index, {}, &Due::ifIndex))
+                if (due.polled->Waiting() && due.polled->target.ifIndex == link->index)
+                    Send(*due.polled, link->index, sample, time);
         }
         m_due.clear();
         m_flush();
     }
 
-    void Send(Polled& polled, const net::Link& link, const net::LinkCounters& counters,
-              const net::EthernetCounters* ethernet, WallTime time)
+    /// The counters of the iterator, which it then leaves behind, if they are those of this interface.
+    template <typename Iterator>
+    static auto IfOf(std::uint32_t ifIndex, Iterator& at, Iterator end) -> decltype(&at->counters)
     {
-        wire::CountersSample sample;
-        sample.sequence = ++m_sequences[link.index];
-        sample.source = link.index;
-        sample.generic = MakeGenericCounters(link, counters);
-        if (ethernet != nullptr) sample.ethernet = MakeEthernetCounters(*ethernet);
+        return at != end && at->ifIndex == ifIndex ? &(at++)->counters : nullptr;
+    }
+
+    void Send(Polled& polled, std::uint32_t ifIndex, wire::CountersSample& sample, WallTime time)
+    {
+        sample.sequence = ++m_sequences[ifIndex];
+        sample.source = ifIndex;
         sample.portName = *polled.name;
 
         const std::size_t size = wire::Encode(sample, m_encoding, m_whole);

@@ -140,4 +140,23 @@ wire::EthernetCounters MakeEthernetCounters(const net::EthernetCounters& counter
     return record;
 }
 
+wire::LagCounters MakeLagCounters(const net::AggregateMember& member)
+{
+    wire::LagCounters record;
+    record.actorSystem = member.actorSystem;
+    record.partnerSystem = member.partnerSystem;
+    record.aggregate = member.aggregate;
+    record.actorState = member.actorState;
+    record.partnerState = member.partnerState;
+    record.lacpdusIn = Low(member.lacpdusIn);
+    record.markersIn = Low(member.markersIn);
+    record.markerResponsesIn = Low(member.markerResponsesIn);
+    record.unknownIn = Low(member.unknownIn);
+    record.illegalIn = Low(member.illegalIn);
+    record.lacpdusOut = Low(member.lacpdusOut);
+    record.markersOut = Low(member.markersOut);
+    record.markerResponsesOut = Low(member.markerResponsesOut);
+    return record;
+}
+
 }  // namespace manager

@@ -28,6 +28,10 @@ namespace manager {
 /// The Ethernet record, likewise; what is absent is "not counted".
 [[nodiscard]] wire::EthernetCounters MakeEthernetCounters(const net::EthernetCounters& counters);
 
+/// The record of a bond's or team's member, likewise. Linux does not tell the administrative states: they are
+/// 0.
+[[nodiscard]] wire::LagCounters MakeLagCounters(const net::AggregateMember& member);
+
 }  // namespace manager
 
 #endif

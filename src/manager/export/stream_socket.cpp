@@ -59,27 +59,76 @@ base::UniqueFd Open()
     return base::UniqueFd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_UDP));
 }
 
+/// The address in network byte order, the port in the host's.
+sockaddr_in SocketAddress(std::uint32_t address, std::uint16_t port)
+{
+    sockaddr_in at{};
+    at.sin_family = AF_INET;
+    at.sin_port = htons(port);
+    at.sin_addr.s_addr = address;
+    return at;
+}
+
+bool ConnectTo(int fd, std::uint32_t address, std::uint16_t port)
+{
+    const sockaddr_in to = SocketAddress(address, port);
+    return ::connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0;
+}
+
+/// Also refuses what the kernel takes and then does not send from: addresses of groups and broadcast
+/// addresses. The latter show when the socket, which may not send broadcasts, is connected to one.
+std::error_code BindTo(int fd, std::uint32_t address)
+{
+    constexpr std::uint16_t kAnyPort = 9;  // nothing is sent there
+    const auto notAvailable = std::make_error_code(std::errc::address_not_available);
+    if (IN_MULTICAST(ntohl(address)) || address == INADDR_BROADCAST) return notAvailable;
+    const sockaddr_in from = SocketAddress(address, 0);
+    if (::bind(fd, reinterpret_cast<const sockaddr*>(&from), sizeof from) < 0) return LastError();
+    if (!ConnectTo(fd, address, kAnyPort) && errno == EACCES) return notAvailable;
+    return {};
+}
+
 }  // namespace
 
-std::error_code StreamSocket::Connect(std::uint32_t address, std::uint16_t port)
+Connecting StreamSocket::Connect(std::uint32_t address, std::uint16_t port, const SendSettings& settings)
 {
     Close();
     // The kernel would send to port 0.
-    if (port == 0) return std::make_error_code(std::errc::destination_address_required);
+    if (port == 0) return {std::make_error_code(std::errc::destination_address_required)};
     m_fd = Open();
-    if (!m_fd) return LastError();
+    if (!m_fd) return {LastError()};
     SetOptions();
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(port);
-    to.sin_addr.s_addr = address;
-    if (::connect(m_fd.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) < 0) {
-        const std::error_code error = LastError();
+    Connecting made = Bind(settings);
+    if (!made.error && !ConnectTo(m_fd.Get(), address, port)) made = {LastError()};
+    if (made.error) {
         Close();
-        return error;
+        return made;
     }
     m_connected = true;
     return {};
+}
+
+/// The device comes first: an address of a VRF can be taken only by a socket that is bound to the VRF.
+Connecting StreamSocket::Bind(const SendSettings& settings)
+{
+    const std::string& device = settings.device;
+    if (!device.empty() && ::setsockopt(m_fd.Get(), SOL_SOCKET, SO_BINDTODEVICE, device.c_str(),
+                                        static_cast<socklen_t>(device.size() + 1)) < 0)
+        return {LastError(), Tried::kDevice};
+    if (settings.sourceAddress != 0)
+        if (const std::error_code error = BindTo(m_fd.Get(), settings.sourceAddress))
+            return {error, Tried::kSource};
+    if (settings.dscp != 0)
+        if (const std::error_code error = SetDscp(settings.dscp)) return {error, Tried::kDscp};
+    return {};
+}
+
+std::error_code StreamSocket::SetDscp(std::uint8_t dscp)
+{
+    constexpr int kEcnBits = 2;  // below it in the octet (RFC 3168)
+    const int octet = dscp << kEcnBits;
+    return ::setsockopt(m_fd.Get(), IPPROTO_IP, IP_TOS, &octet, sizeof octet) < 0 ? LastError()
+                                                                                  : std::error_code();
 }
 
 void StreamSocket::Close()

@@ -13,12 +13,15 @@
 #include <system_error>
 
 #include "base/unique_fd.h"
+#include "manager/export/stream.h"
+#include "manager/settings/own_settings.h"
 
 namespace manager {
 
 struct Datagram {
-    std::uint16_t size = 0;                 // bytes of UDP payload
-    std::uint16_t flows = 0, counters = 0;  // samples in it
+    std::uint16_t size = 0;                               // bytes of UDP payload
+    std::uint16_t flows = 0, counters = 0, discards = 0;  // samples in it
+    [[nodiscard]] std::uint32_t Samples() const { return std::uint32_t{flows} + counters + discards; }
 };
 
 /// The most datagrams that are sent at once, which is also the kernel's limit of segments a message.
@@ -55,6 +58,12 @@ struct SendResult {
     bool renew = false;       // the socket's route or source address is gone: connect anew
 };
 
+/// What a Connect came to: no error, or what failed.
+struct Connecting {
+    std::error_code error;
+    Tried tried = Tried::kConnect;
+};
+
 class StreamSocket {
 public:
     struct Options {
@@ -66,11 +75,16 @@ public:
     StreamSocket(const StreamSocket&) = delete;
     StreamSocket& operator=(const StreamSocket&) = delete;
 
-    /// Opens a new socket, in place of one that is open, and connects it. Address in network byte order, port
-    /// in the host's. Port 0 gives EDESTADDRREQ.
-    std::error_code Connect(std::uint32_t address, std::uint16_t port);
+    /// Opens a new socket, in place of one that is open, and connects it as the settings say: it is open
+    /// only if all of them are in effect. Address in network byte order, port in the host's. Port 0 gives
+    /// EDESTADDRREQ, a source address that this machine does not have EADDRNOTAVAIL, a device that is not
+    /// there ENODEV. Before Linux 5.7 a device takes CAP_NET_RAW.
+    Connecting Connect(std::uint32_t address, std::uint16_t port, const SendSettings& settings);
     void Close();
     [[nodiscard]] bool Connected() const { return m_connected; }
+
+    /// Marks the datagrams that are sent from here on, on the socket that is open.
+    std::error_code SetDscp(std::uint8_t dscp);
 
     /// Sends at most kMaxDatagrams datagrams that lie at `bytes` one behind the other. An error that an
     /// earlier datagram caused (ICMP) costs none of these. If the kernel refuses to cut messages, the same
@@ -100,6 +114,7 @@ private:
     std::size_t SendMessages(Messages& messages, std::size_t first, SendResult& result, bool& gaveUp);
     void DrainErrors() const;
     void SetOptions();
+    [[nodiscard]] Connecting Bind(const SendSettings& settings);
 
     Options m_options;
     base::UniqueFd m_fd;

@@ -19,10 +19,12 @@
 #include "base/timers.h"
 #include "base/user.h"
 #include "base/worker.h"
+#include "capture/drop_source.h"
 #include "capture/packet_source.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/trust.h"
 #include "log/log.h"
+#include "manager/discards/discards.h"
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
 #include "manager/process/options.h"
@@ -32,7 +34,9 @@
 #include "manager/service/service.h"
 #include "manager/service/service_table.h"
 #include "manager/service/session_server.h"
-#include "manager/status/configured.h"
+#include "manager/settings/configured_store.h"
+#include "manager/settings/own_settings.h"
+#include "manager/settings/settings_follower.h"
 #include "manager/status/metrics_server.h"
 #include "manager/status/state_answer.h"
 #include "manager/status/state_provider.h"
@@ -165,18 +169,20 @@ private:
     const std::unique_ptr<base::Timers> m_timers;
     const std::unique_ptr<Journal> m_journal;
     std::vector<std::string> m_limitations;
-    const std::optional<Direction> m_addedDirection;
 
     const std::unique_ptr<base::Worker> m_worker;
     net::Monitor m_monitor;
     Exporter m_exporter;
     Poller m_poller;
     ServiceTable m_table;
+    OwnSettings m_own;
+    Discards m_discards;
     Reconciler m_reconciler;
     ChosenSource m_source;
     Service m_service;
     SessionServer m_server;
     ConfiguredStore m_configuration;
+    SettingsFollower m_follower;
     StateProvider m_provider;
     std::unique_ptr<MetricsServer> m_metrics;
 };
@@ -184,7 +190,6 @@ private:
 Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, const std::string& directory)
     : m_timers(base::MakeTimers(loop)),
       m_journal(OpenJournal(options.journal)),
-      m_addedDirection(options.direction),
       m_worker(base::MakeWorker(loop)),
       m_monitor(loop, *m_timers, *m_worker),
       m_exporter(
@@ -196,23 +201,38 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
       m_poller(
           *m_timers, *m_worker, net::MakeCounterReader(), m_monitor.CurrentLinks(),
           [this] { m_exporter.Flush(); }, &steady_clock::now, m_clock, &RandomBelow),
-      m_reconciler(
-          {m_table, *m_timers, m_monitor.CurrentLinks(), m_monitor.CurrentForwarding(), m_exporter, m_poller},
-          m_addedDirection, m_clock),
+      m_own(options.direction),
+      m_discards(
+          {*m_timers, m_monitor.CurrentLinks(), m_own, m_exporter},
+          [this, &loop, mark = options.mark](capture::DropSink& sink) {
+              capture::DropOptions drops;
+              drops.ownMark = mark;
+              return capture::MakeDropSource(loop, *m_timers, sink, drops);
+          },
+          m_clock),
+      m_reconciler({m_table, m_own, *m_timers, m_monitor.CurrentLinks(), m_monitor.CurrentForwarding(),
+                    m_exporter, m_poller, m_discards},
+                   m_clock),
       m_source(ChooseSource(options.source, loop, *m_timers, m_reconciler.Sink(), SourceOptionsOf(options))),
       m_service(m_table, m_journal.get(), m_clock,
                 [this](const Touched& touched) { m_reconciler.Reconcile(touched); }),
       m_server(loop, *m_timers, directory + "/manager.sock", m_service, TrustOf(options),
                base::FindGroup(options.switchGroup)),
+      m_follower(m_configuration, *m_timers, m_own),
       m_provider(
           loop, *m_timers, directory + "/cdb.sock",
-          {[this](const std::string& store) { m_configuration.Open(store); },
+          {[this](const std::string& store) {
+               m_configuration.Open(store);
+               m_follower.Load();
+           },
            [this](const ipc::cdb::StateRequest& request) { return BeginAnswer(request); },
            [this] {
                return std::string(m_server.RequestResync() ? "" : "the configuration daemon has no session");
-           }})
+           },
+           [this](const ipc::cdb::ChangeSet& changes) { m_follower.Take(changes); }})
 {
     const bool packetSockets = m_source.status.kind == "packet-socket";
+    m_own.WhenChanged([this](const OwnChange& change) { m_reconciler.Reconcile(change); });
     if (options.requireSampling) RequireSampling();
     if (!m_source.source) slog::Error("no packets are sampled: {}", m_source.status.reason);
     if (packetSockets && !m_source.status.reason.empty())
@@ -281,15 +301,16 @@ StatusSources Assembly::Impl::Sources()
 /// For answers about one thing after the other.
 StatusSources Assembly::Impl::SourcesOfOne()
 {
-    StatusSources sources{m_table};
+    StatusSources sources{m_table, m_own};
     sources.now = m_clock;
     sources.wall = &system_clock::now;
     sources.manager = [this] {
         ManagerStatus status = StatusOf(m_service);
         status.pid = ::getpid();
         status.source = m_reconciler.Source();
-        status.addedDirection = m_addedDirection;
+        status.discards = m_discards.Source();
         status.limitations = m_limitations;
+        if (!m_follower.Problem().empty()) status.limitations.push_back(m_follower.Problem());
         return status;
     };
     sources.interface = [this](const std::string& name) { return m_reconciler.Interface(name); };
@@ -297,6 +318,7 @@ StatusSources Assembly::Impl::SourcesOfOne()
         const Stream* stream = m_exporter.Find(name);
         return stream == nullptr ? nullptr : &stream->Status();
     };
+    sources.drops = [this] { return m_discards.Drops(); };
     return sources;
 }
 

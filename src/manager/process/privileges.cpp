@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -25,14 +26,16 @@ namespace {
 struct Capability {
     unsigned number;
     const char* name;
+    bool needed = true;  // else it is kept where the process has it
 };
 
-std::vector<Capability> Needed(const LaterNeeds& needs)
+std::vector<Capability> Kept(const LaterNeeds& needs)
 {
-    std::vector<Capability> needed{{CAP_NET_ADMIN, "CAP_NET_ADMIN"}};
-    if (needs.packetSockets) needed.push_back({CAP_NET_RAW, "CAP_NET_RAW"});
-    if (needs.programs) needed.push_back({CAP_BPF, "CAP_BPF"});
-    return needed;
+    std::vector<Capability> capabilities{{CAP_NET_ADMIN, "CAP_NET_ADMIN"}};
+    if (needs.packetSockets) capabilities.push_back({CAP_NET_RAW, "CAP_NET_RAW"});
+    capabilities.push_back({CAP_BPF, "CAP_BPF", needs.programs});
+    capabilities.push_back({CAP_PERFMON, "CAP_PERFMON", false});
+    return capabilities;
 }
 
 [[noreturn]] void Fail(const std::string& what)
@@ -74,7 +77,7 @@ std::string Impaired(const std::string& capability, const std::string& source, c
 }
 
 /// What the loop, the allocator, the logger and the libraries call once the process is set up. Threads can be
-/// made, other processes can't.
+/// made, and copies of the process, which have the same filter; other programs can't be run.
 constexpr int kAllowed[] = {
     // reading and writing
     SCMP_SYS(read),
@@ -85,6 +88,7 @@ constexpr int kAllowed[] = {
     SCMP_SYS(pwrite64),
     SCMP_SYS(lseek),
     SCMP_SYS(close),
+    SCMP_SYS(close_range),
     SCMP_SYS(fsync),
     SCMP_SYS(dup),
     SCMP_SYS(fcntl),
@@ -202,8 +206,14 @@ int AllowThreads(scmp_filter_ctx context)
     return 0;  // clone is allowed already, whatever its flags
 #else
     constexpr scmp_datum_t kThread = CLONE_THREAD;
+    if (const int error = seccomp_rule_add(context, SCMP_ACT_ALLOW, SCMP_SYS(clone), 1,
+                                           scmp_arg_cmp{0, SCMP_CMP_MASKED_EQ, kThread, kThread});
+        error != 0)
+        return error;
+    // fork: what the process leaves at interfaces is removed by a child (capture/ebpf/last_process.h).
+    constexpr scmp_datum_t kFork = CLONE_CHILD_CLEARTID | CLONE_CHILD_SETTID | SIGCHLD;
     return seccomp_rule_add(context, SCMP_ACT_ALLOW, SCMP_SYS(clone), 1,
-                            scmp_arg_cmp{0, SCMP_CMP_MASKED_EQ, kThread, kThread});
+                            scmp_arg_cmp{0, SCMP_CMP_EQ, kFork, 0});
 #endif
 }
 
@@ -257,10 +267,10 @@ std::vector<std::string> ReducePrivileges(const std::optional<base::User>& user,
     capng_get_caps_process();
     std::vector<std::string> missing;
     std::vector<Capability> kept;
-    for (const Capability& capability : Needed(needs)) {
+    for (const Capability& capability : Kept(needs)) {
         if (capng_have_capability(CAPNG_PERMITTED, capability.number) == 1)
             kept.push_back(capability);
-        else
+        else if (capability.needed)
             missing.emplace_back(capability.name);
     }
     capng_clear(CAPNG_SELECT_CAPS);

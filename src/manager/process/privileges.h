@@ -18,7 +18,9 @@ namespace manager {
 struct LaterNeeds {
     bool packetSockets = false;  // CAP_NET_RAW
     bool programs = false;       // CAP_BPF: to attach what is loaded already
-    // CAP_NET_ADMIN, to attach programs and to mark datagrams, is kept in any case.
+    // CAP_NET_ADMIN, to attach programs and to mark datagrams, is kept in any case; so are CAP_BPF and
+    // CAP_PERFMON, with which the program that sees dropped packets is loaded when a collector wants it.
+    // That is optional, so without them nothing counts as missing.
 };
 
 /// Becomes the user, if one is given, and gives up all capabilities but those of `needs`, as far as the

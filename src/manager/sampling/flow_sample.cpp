@@ -4,10 +4,9 @@
 #include <net/ethernet.h>
 #include <net/if_arp.h>
 
-#include <algorithm>
-
 #include "manager/sampling/header_reader.h"
 #include "net/resolver/packet_header.h"
+#include "wire/frame.h"
 
 namespace manager {
 namespace {
@@ -17,44 +16,48 @@ constexpr int kPriorityShift = 13;
 
 wire::Port Single(std::uint32_t ifIndex) { return {wire::Port::Format::kSingle, ifIndex}; }
 
-wire::DiscardReason ReasonOf(net::Discard reason)
+wire::DropReason ReasonOf(net::Discard reason)
 {
-    using Reason = wire::DiscardReason;
+    using Reason = wire::DropReason;
     switch (reason) {
     case net::Discard::kNoRoute:
         return Reason::kNetUnreachable;
     case net::Discard::kUnreachable:
         return Reason::kHostUnreachable;
     case net::Discard::kProhibited:
-        return Reason::kProhibited;
+        return Reason::kCommunicationProhibited;
     case net::Discard::kBlackHole:
-        return Reason::kBlackHole;
+        return Reason::kBlackholeRoute;
     case net::Discard::kTimeToLive:
-        return Reason::kTimeToLive;
+        return Reason::kTtlExceeded;
     case net::Discard::kReversePath:
-        return Reason::kReversePath;
+        return Reason::kUcReversePathForwarding;
     case net::Discard::kSourceMulticast:
-        return Reason::kSourceMulticast;
+        return Reason::kSipIsMc;
     case net::Discard::kSourceLoopback:
-        return Reason::kSourceLoopback;
+        return Reason::kSipIsLoopbackAddress;
     case net::Discard::kSourceUnspecified:
-        return Reason::kSourceUnspecified;
+        return Reason::kSipIsUnspecified;
     case net::Discard::kDestinationLoopback:
-        return Reason::kDestinationLoopback;
+        return Reason::kDipIsLoopbackAddress;
     case net::Discard::kIngressVlan:
         return Reason::kIngressVlanFilter;
     case net::Discard::kEgressVlan:
         return Reason::kEgressVlanFilter;
     case net::Discard::kPortNotForwarding:
-        return Reason::kSpanningTree;
+        return Reason::kIngressSpanningTreeFilter;
     case net::Discard::kNoPorts:
-        return Reason::kNoPorts;
+        return Reason::kPortListIsEmpty;
     case net::Discard::kSamePort:
-        return Reason::kPortLoopback;
+        return Reason::kPortLoopbackFilter;
     case net::Discard::kUnicastInGroup:
-        return Reason::kUnicastInMulticast;
+        return Reason::kUcDipOverMcDmac;
+    case net::Discard::kFragmentation:
+        return Reason::kFragmentationNeeded;
+    case net::Discard::kTooBig:
+        return Reason::kPacketTooBig;
     case net::Discard::kReservedMac:
-        return Reason::kReservedMac;
+        return Reason::kDmacIsReserved;
     case net::Discard::kUnknown:
         break;
     }
@@ -100,7 +103,7 @@ wire::ExtendedRouter RouterOf(const net::Destination::Route& route)
 std::uint32_t FrameLength(std::uint32_t length, const wire::FlowSample& flow)
 {
     if (flow.protocol != wire::HeaderProtocol::kEthernet) return length;
-    return std::max(length + (flow.tagProtocol != 0 ? kTag : 0), kMinFrame) + kFcs;
+    return wire::FrameLength(length, flow.tagProtocol != 0);
 }
 
 }  // namespace
@@ -126,8 +129,8 @@ Tag OuterTag(const capture::Sample& sample)
     std::uint16_t protocol = sample.tagProtocol;
     if (protocol == 0) {
         const HeaderReader reader(sample.header);
-        const auto type = reader.Word(kLinkAddresses);
-        const auto behind = reader.Word(kLinkAddresses + 2);
+        const auto type = reader.Word(wire::kLinkAddresses);
+        const auto behind = reader.Word(wire::kLinkAddresses + 2);
         if (!type || !behind || !net::IsVlanType(*type)) return {};
         control = *behind;
         protocol = *type;
@@ -141,7 +144,7 @@ void DescribePacket(const capture::Sample& sample, std::uint16_t hardwareType, w
     flow.rate = sample.rate;
     flow.protocol = HeaderProtocolOf(hardwareType, sample.etherType);
     const bool ethernet = flow.protocol == wire::HeaderProtocol::kEthernet;
-    flow.stripped = ethernet ? kFcs : 0;
+    flow.stripped = ethernet ? wire::kFcs : 0;
     flow.header = sample.header;
     flow.tagProtocol = ethernet ? sample.tagProtocol : std::uint16_t{0};
     flow.tagControl = sample.tagControl;

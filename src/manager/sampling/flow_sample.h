@@ -14,12 +14,6 @@
 
 namespace manager {
 
-/// Bytes of the Ethernet frame check sequence: on the wire, never in what the kernel hands over.
-inline constexpr std::uint32_t kFcs = 4;
-/// Bytes that an Ethernet frame has at least, without FCS (IEEE 802.3, 3.2.8): the device pads what this
-/// machine has made shorter.
-inline constexpr std::uint32_t kMinFrame = 60;
-
 /// By the device's type (ARPHRD_*) and the packet's EtherType.
 wire::HeaderProtocol HeaderProtocolOf(std::uint16_t hardwareType, std::uint16_t etherType);
 

@@ -61,19 +61,24 @@ void FlowSamplePipeline::Take(const capture::Sample& sample, DataSource& source)
     }
     DescribePacket(sample, source.hardwareType, m_flow);
     const bool ethernet = m_flow.protocol == wire::HeaderProtocol::kEthernet;
-    DescribePath(sample, ethernet ? OuterTag(sample) : Tag{});
+    const Tag tag = ethernet ? OuterTag(sample) : Tag{};
     m_flow.source = source.ifIndex;
     m_flow.maxHeader = source.sampledWith->headerSize;
     // Collectors see 32 bits of both counts.
     m_flow.pool = static_cast<std::uint32_t>(source.before.pool + sample.pool);
     m_flow.drops = static_cast<std::uint32_t>(source.before.drops + sample.drops);
-    if (sample.segments > 1) return SendSegments(sample, ethernet, source);
+    if (sample.segments > 1) {
+        SegmentedHeader header(sample, ethernet);
+        DescribePath(sample, tag, header.Lengths().each);
+        return SendSegments(sample, header, source);
+    }
+    DescribePath(sample, tag, sample.length);
     for (std::uint16_t i = 0; i < sample.count; ++i) Send(source);
 }
 
-void FlowSamplePipeline::SendSegments(const capture::Sample& sample, bool ethernet, DataSource& source)
+void FlowSamplePipeline::SendSegments(const capture::Sample& sample, SegmentedHeader& header,
+                                      DataSource& source)
 {
-    SegmentedHeader header(sample, ethernet);
     const auto [each, last] = header.Lengths();
     DescribeSegment(header, each, m_flow);
     const bool all = sample.count == sample.segments;
@@ -84,9 +89,10 @@ void FlowSamplePipeline::SendSegments(const capture::Sample& sample, bool ethern
     }
 }
 
-void FlowSamplePipeline::DescribePath(const capture::Sample& sample, Tag tag)
+void FlowSamplePipeline::DescribePath(const capture::Sample& sample, Tag tag, std::uint32_t length)
 {
-    const net::Entering packet{sample.ifIndex, sample.etherType, tag.vlan, sample.header, tag.protocol};
+    const net::Entering packet{sample.ifIndex, sample.etherType, tag.vlan,
+                               sample.header,  tag.protocol,     length};
     if (!sample.egress) {
         DescribeIngress(sample.ifIndex, tag, m_forwarding.Resolve(packet), m_flow);
         return;
@@ -101,23 +107,8 @@ void FlowSamplePipeline::Send(DataSource& source)
 {
     m_flow.sequence = ++source.sequence;
     ++source.samples;
-    const std::vector<Stream*>& streams = source.StreamsOf(Kind::kFlow);
-    const std::size_t size = wire::Encode(m_flow, m_encoding, m_encoded);
-    bool cut = false;
-    for (Stream* stream : streams) {
-        if (stream->Room() < size)
-            cut = true;
-        else
-            stream->Put({m_encoded.data(), size}, Stream::Sample::kFlow);
-    }
-    if (!cut) return;
-    // Collectors with datagrams too small for it get it with less of the packet's header.
-    for (Stream* stream : streams) {
-        if (stream->Room() >= size) continue;
-        std::array<std::byte, wire::kMaxFlowSample> shorter;
-        const std::size_t fits = wire::Encode(m_flow, m_encoding, std::span(shorter).first(stream->Room()));
-        stream->Put({shorter.data(), fits}, Stream::Sample::kFlow);
-    }
+    PutInAll(source.StreamsOf(Kind::kFlow), Stream::Sample::kFlow, m_encoded,
+             [this](std::span<std::byte> room) { return wire::Encode(m_flow, m_encoding, room); });
 }
 
 }  // namespace manager

@@ -80,8 +80,9 @@ public:
 
 private:
     void Take(const capture::Sample& sample, DataSource& source);
-    void DescribePath(const capture::Sample& sample, Tag tag);
-    void SendSegments(const capture::Sample& sample, bool ethernet, DataSource& source);
+    /// `length` is that of the frame; of its longest, if the packet is several.
+    void DescribePath(const capture::Sample& sample, Tag tag, std::uint32_t length);
+    void SendSegments(const capture::Sample& sample, SegmentedHeader& header, DataSource& source);
     /// Sends m_flow as the source's next sample.
     void Send(DataSource& source);
 

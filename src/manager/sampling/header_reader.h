@@ -11,9 +11,6 @@
 
 namespace manager {
 
-inline constexpr std::size_t kLinkAddresses = 12;  // bytes before an Ethernet frame's first EtherType
-inline constexpr std::uint32_t kTag = 4;           // bytes of a VLAN tag
-
 class HeaderReader {
 public:
     explicit HeaderReader(std::span<const std::byte> header) : m_header(header) {}

@@ -6,6 +6,7 @@
 
 #include "base/timers.h"
 #include "log/log.h"
+#include "manager/discards/discards.h"
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
 
@@ -19,13 +20,14 @@ bool Includes(Direction direction, Direction wanted)
 
 }  // namespace
 
-Reconciler::Reconciler(const Parts& parts, std::optional<Direction> added, const WallClock& clock)
+Reconciler::Reconciler(const Parts& parts, const WallClock& clock)
     : m_table(parts.table),
+      m_own(parts.own),
       m_timers(parts.timers),
       m_links(parts.links),
       m_exporter(parts.exporter),
       m_poller(parts.poller),
-      m_added(added),
+      m_discards(parts.discards),
       m_flows(parts.forwarding, parts.exporter, clock),
       m_traffic(parts.timers, m_flows.Sources(), clock)
 {
@@ -53,6 +55,34 @@ void Reconciler::Reconcile(const Touched& touched)
     if (touched.agentAddress) m_exporter.SetAgentAddress(m_table.AgentAddress().value_or(0));
 }
 
+void Reconciler::Reconcile(const OwnChange& change)
+{
+    m_drained = false;
+    if (change.subAgent) {
+        slog::Notice("the sub-agent is {} from now on, all sequences anew", m_own.SubAgent());
+        BeginAnew(m_flows.Encoding());
+    }
+    for (const std::string& name : change.collectors) ReconcileCollector(name);
+    if (change.discards) m_discards.Reconcile();
+    if (!change.direction) return;
+    m_turned.clear();
+    TurnInterfaces();
+}
+
+/// Gives the next interfaces the added direction.
+void Reconciler::TurnInterfaces()
+{
+    const auto& interfaces = m_table.AllInterfaces();
+    m_turn.reset();
+    for (std::size_t n = 0; n < kTurned; ++n) {
+        const auto next = interfaces.upper_bound(m_turned);
+        if (next == interfaces.end()) return;
+        m_turned = next->first;
+        ReconcileInterface(m_turned);
+    }
+    m_turn = m_timers.After(std::chrono::milliseconds(0), [this] { TurnInterfaces(); });
+}
+
 // ---- what the kernel says ----
 
 void Reconciler::LinkChanged(const net::Link& link)
@@ -69,6 +99,7 @@ void Reconciler::LinkChanged(const net::Link& link)
 
 void Reconciler::LinkRemoved(const net::Link& link)
 {
+    m_discards.Forget(link.index);
     const auto at = m_flows.Sources().find(link.index);
     if (at == m_flows.Sources().end()) return;
     const std::string name = at->second.boundTo;
@@ -115,10 +146,17 @@ void Reconciler::UseExpandedEncoding()
     if (m_flows.Encoding() == wire::Encoding::kExpanded) return;
     slog::Notice(
         "an interface index needs more than 24 bits: expanded samples from now on, all sequences anew");
+    BeginAnew(wire::Encoding::kExpanded);
+}
+
+/// All that has been sampled so far is sent as it would have been.
+void Reconciler::BeginAnew(wire::Encoding encoding)
+{
     if (m_source != nullptr) m_source->Drain();
-    m_exporter.Restart();
-    m_flows.Restart(wire::Encoding::kExpanded);
-    m_poller.Restart(wire::Encoding::kExpanded);
+    m_discards.Restart();
+    m_exporter.Restart(m_own.SubAgent());
+    m_flows.Restart(encoding);
+    m_poller.Restart(encoding);
 }
 
 // ---- bringing both together ----
@@ -141,6 +179,7 @@ void Reconciler::ReconcileInterface(std::string name)
         ApplyStreams(*wanted, source);
         ApplySampling(wanted->settings, source);
         // While the kernel interface is bound, polling keeps its rhythm and counts, even without a collector.
+        m_discards.SetInterface(source.ifIndex, name, wanted->settings.maxHeaderSize);
         m_poller.Set(name, {source.ifIndex, wanted->settings.interval, &source.StreamsOf(Kind::kCounter)});
     }
     if (wanted == nullptr) m_bindings.erase(name);
@@ -153,7 +192,9 @@ void Reconciler::ReconcileCollector(const std::string& name)
 {
     const ServiceTable::Collector* wanted = m_table.FindCollector(name);
     const bool exists = m_exporter.Find(name) != nullptr;
-    if (wanted != nullptr) m_exporter.Set(name, wanted->settings);
+    Stream* stream = nullptr;
+    if (wanted != nullptr) stream = &m_exporter.Set(name, wanted->settings, m_own.Of(name).send);
+    m_discards.SetCollector(name, m_own.Of(name).discards ? stream : nullptr);
     if (exists == (wanted != nullptr)) return;
     for (const std::string_view interface : m_table.UsersOf(name)) ReconcileInterface(std::string(interface));
     if (wanted == nullptr) m_exporter.Remove(name);
@@ -184,6 +225,7 @@ void Reconciler::Unbind(Binding& binding)
     source.error.clear();
     m_refused.erase(source.boundTo);
     m_poller.Remove(source.boundTo);
+    m_discards.UnsetInterface(source.ifIndex);
     source.boundTo.clear();
     source.streams = {};
 }
@@ -223,8 +265,9 @@ std::optional<capture::Settings> Reconciler::WantedSampling(const InterfaceSetti
 {
     if (m_source == nullptr || source.StreamsOf(Kind::kFlow).empty() || settings.rate == 0)
         return std::nullopt;
+    const std::optional<Direction> added = m_own.AddedDirection();
     const auto includes = [&](Direction direction) {
-        return Includes(settings.direction, direction) || (m_added && Includes(*m_added, direction));
+        return Includes(settings.direction, direction) || (added && Includes(*added, direction));
     };
     return capture::Settings{.rate = settings.rate,
                              .headerSize = static_cast<std::uint16_t>(
@@ -286,10 +329,12 @@ void Reconciler::EndSampling(DataSource& source)
 void Reconciler::End()
 {
     for (auto& [ifIndex, source] : m_flows.Sources()) EndSampling(source);
+    m_discards.End();
     m_exporter.Flush();
     m_source = nullptr;
     m_traffic.SetSource(nullptr);
     m_retry.reset();
+    m_turn.reset();
 }
 
 // ---- status ----

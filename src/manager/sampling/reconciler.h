@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Brings what the manager was told into effect: compares what the service's table says of an interface or a
-// collector with what is in effect, and changes what differs. Binds the interfaces of the table to kernel
-// interfaces as these come and go, has packets sampled there, and tells the poller which counters to send.
-// The sampled packets themselves go through flow_sample_pipeline.h.
+// Brings what the manager was told into effect: compares what the service's table and the own settings say of
+// an interface or a collector with what is in effect, and changes what differs. Binds the interfaces of the
+// table to kernel interfaces as these come and go, has packets sampled there, and tells the poller which
+// counters to send and the discards which interfaces and collectors there are. The sampled packets themselves
+// go through flow_sample_pipeline.h.
 
 #ifndef MANAGER_SAMPLING_RECONCILER_H
 #define MANAGER_SAMPLING_RECONCILER_H
@@ -21,6 +22,7 @@
 #include "manager/sampling/flow_sample_pipeline.h"
 #include "manager/sampling/traffic_watch.h"
 #include "manager/service/service_table.h"
+#include "manager/settings/own_settings.h"
 #include "net/links/links.h"
 
 namespace capture {
@@ -35,6 +37,7 @@ class Forwarding;
 
 namespace manager {
 
+class Discards;
 class Exporter;
 class Poller;
 
@@ -42,21 +45,25 @@ class Reconciler final : public net::LinkObserver {
 public:
     struct Parts {
         const ServiceTable& table;
+        const OwnSettings& own;
         base::Timers& timers;
         net::Links& links;
         net::Forwarding& forwarding;
         Exporter& exporter;
         Poller& poller;
+        Discards& discards;
     };
     using WallClock = std::function<WallTime()>;
 
     /// Between two tries to sample at interfaces that the source has refused: what it lacked may be available
     /// again.
     static constexpr std::chrono::seconds kRetry{5};
+    /// How many interfaces are given another added direction in one turn of the loop: with packet sockets
+    /// each takes some 12 ms of it.
+    static constexpr std::size_t kTurned = 4;
 
-    /// `added` is a direction that is sampled besides the one each interface asks for. The parts must
-    /// outlive it. It adds itself to the links.
-    Reconciler(const Parts& parts, std::optional<Direction> added, const WallClock& clock);
+    /// The parts must outlive it. It adds itself to the links.
+    Reconciler(const Parts& parts, const WallClock& clock);
 
     /// Takes the sampled packets: give it to the source.
     [[nodiscard]] capture::SampleSink& Sink() { return m_flows; }
@@ -68,6 +75,9 @@ public:
 
     /// The table has changed there. A collector that goes is given what was sampled for it before.
     void Reconcile(const Touched& touched);
+    /// The own settings have changed there. Another added direction comes into effect at one interface after
+    /// the other, in turns of the loop.
+    void Reconcile(const OwnChange& change);
 
     void LinkChanged(const net::Link& link) override;
     void LinkRemoved(const net::Link& link) override;
@@ -104,6 +114,8 @@ private:
     void Refused(DataSource& source, const std::string& reason);
     void EndSampling(DataSource& source);
     void UseExpandedEncoding();
+    void BeginAnew(wire::Encoding encoding);
+    void TurnInterfaces();
     void DrainOnce();
 
     [[nodiscard]] const DataSource* SourceOf(const std::string& name) const;
@@ -111,11 +123,12 @@ private:
                                            const capture::Counts& counts) const;
 
     const ServiceTable& m_table;
+    const OwnSettings& m_own;
     base::Timers& m_timers;
     net::Links& m_links;
     Exporter& m_exporter;
     Poller& m_poller;
-    const std::optional<Direction> m_added;
+    Discards& m_discards;
     capture::PacketSource* m_source = nullptr;
     SourceStatus m_sourceStatus{.kind = "none", .reason = "", .permission = true};
     FlowSamplePipeline m_flows;
@@ -124,6 +137,8 @@ private:
     std::unordered_map<std::uint32_t, std::set<std::string>> m_waiting;  // the names, by waitsFor
     std::set<std::string> m_refused;  // those that the source does not sample although it should
     std::shared_ptr<void> m_retry;    // while there are any
+    std::string m_turned;             // the last interface that has the added direction of now
+    std::shared_ptr<void> m_turn;     // while there are others
     bool m_drained = false;           // since the table last changed
 };
 

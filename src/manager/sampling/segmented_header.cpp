@@ -9,6 +9,7 @@
 
 #include "manager/sampling/header_reader.h"
 #include "net/resolver/packet_header.h"
+#include "wire/frame.h"
 
 namespace manager {
 namespace {
@@ -104,9 +105,10 @@ bool SegmentedHeader::Add(Kind kind, std::size_t at)
 void SegmentedHeader::ReadLink(std::size_t at)
 {
     const HeaderReader header({m_bytes.data(), m_size});
-    at += kLinkAddresses;
+    at += wire::kLinkAddresses;
     auto type = header.Word(at);
-    for (int tags = 0; type && net::IsVlanType(*type) && tags < 2; ++tags) type = header.Word(at += kTag);
+    for (int tags = 0; type && net::IsVlanType(*type) && tags < 2; ++tags)
+        type = header.Word(at += wire::kTag);
     if (type) ReadNetwork(*type, at + 2);
 }
 

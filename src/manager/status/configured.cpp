@@ -2,10 +2,6 @@
 #include "manager/status/configured.h"
 
 #include <algorithm>
-#include <exception>
-#include <utility>
-
-#include "log/log.h"
 
 namespace manager {
 namespace {
@@ -51,19 +47,6 @@ std::optional<Entry> EntryOf(const cdb::StoreReader::Snapshot& rows, cdb::NodeId
 }
 
 }  // namespace
-
-void ConfiguredStore::Open(const std::string& directory)
-{
-    m_reader.reset();  // a process may open a store only once at a time
-    try {
-        m_reader = cdb::StoreReader::Open(directory);
-        m_problem.clear();
-    } catch (const std::exception& error) {
-        const std::string before = std::exchange(m_problem, error.what());
-        if (before != m_problem)
-            slog::Error("the state goes without what only the configuration tells: {}", m_problem);
-    }
-}
 
 ConfiguredReader::ConfiguredReader(const cdb::StoreReader& store)
     : m_collector(store.Schema().Find(kCollector)),

@@ -9,7 +9,6 @@
 #include <array>
 #include <cstddef>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,23 +32,6 @@ struct Configured {
     };
     std::map<std::string, Collector> collectors;
     std::map<std::string, Interface> interfaces;
-};
-
-/// The database's store, open for reading once the database has named it.
-class ConfiguredStore {
-public:
-    /// Opens the store in the directory, in place of the one before. If that fails, it is logged, once for
-    /// one reason.
-    void Open(const std::string& directory);
-
-    /// Null if there is none to read.
-    [[nodiscard]] const cdb::StoreReader* Reader() const { return m_reader.get(); }
-    /// Why Reader is null; empty if it is not.
-    [[nodiscard]] const std::string& Problem() const { return m_problem; }
-
-private:
-    std::unique_ptr<cdb::StoreReader> m_reader;
-    std::string m_problem = "the database has not named its store";
 };
 
 /// The configuration of one commit, read on demand. Every call may throw cdb::FatalError if the store can't

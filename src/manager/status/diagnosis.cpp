@@ -97,6 +97,8 @@ void Diagnosis::Collector(const std::string& name, const View::Collector* inEffe
         Add(Subject::kCollector, name, Reason::kNotLoaded, text::NotLoaded(m_view.Manager().session));
     else if (!m_view.Table().UsersOf(name).empty())
         Add(Subject::kCollector, name, Reason::kCollectorUnknown, text::Unknown(name));
+    else if (m_configured != nullptr && m_view.Own().AllCollectors().contains(name))
+        Add(Subject::kCollector, name, Reason::kCollectorUnknown, text::OnlySettings(name));
 }
 
 void Diagnosis::InEffect(const View::Collector& collector)
@@ -104,7 +106,7 @@ void Diagnosis::InEffect(const View::Collector& collector)
     const std::string& name = collector.name;
     const StreamStatus& stream = collector.stream;
     if (stream.lastErrorTime && !stream.sending) {
-        const Reason reason = text::ReasonOf(stream.lastError);
+        const Reason reason = text::ReasonOf(stream);
         return Add(Subject::kCollector, name, reason, text::OfError(reason, collector));
     }
     if (m_view.Table().UsersOf(name).empty())
@@ -190,7 +192,7 @@ void Diagnosis::Samples(const View::Interface& interface)
     if (WithoutFlow(interface) || CannotSample(interface)) return;
     const auto noTraffic = [&] {
         OfInterface(interface.name, Reason::kNoTraffic,
-                    text::NoTraffic(interface, m_view.Manager().addedDirection));
+                    text::NoTraffic(interface, m_view.Own().AddedDirection()));
     };
     if (status.packetsSeen == 0)
         noTraffic();

@@ -208,6 +208,7 @@ void PutCollectors(const std::vector<Collector>& collectors, Exposition& text)
     for (std::size_t i = 0; i < collectors.size(); ++i) {
         text.Line(labels[i] + ",kind=\"flow\"", collectors[i].stream.flowSamples);
         text.Line(labels[i] + ",kind=\"counter\"", collectors[i].stream.counterSamples);
+        text.Line(labels[i] + ",kind=\"discard\"", collectors[i].stream.discards);
     }
     text.Family("sflow_collector_last_datagram_timestamp_seconds", kGauge,
                 "When the newest datagram was sent.");
@@ -216,6 +217,24 @@ void PutCollectors(const std::vector<Collector>& collectors, Exposition& text)
     text.Family("sflow_collector_last_error_timestamp_seconds", kGauge, "When the newest error happened.");
     for (std::size_t i = 0; i < collectors.size(); ++i)
         text.Line(labels[i], collectors[i].stream.lastErrorTime);
+}
+
+void PutDrops(const DiscardSource& source, const std::vector<DropsAtInterface>& drops, Exposition& text)
+{
+    text.Family("sflow_drops_watched", kGauge, "Whether discarded packets are looked at.");
+    text.Line("", std::uint64_t{source.running});
+    if (!source.running) return;
+    text.Family("sflow_drops_uncounted_total", kCounter,
+                "Discarded packets that no interface's counts have.");
+    text.Line("", source.uncounted);
+    if (drops.empty()) return;
+    const auto labels = Labels("interface", drops);
+    text.Family("sflow_drops_total", kCounter, "Packets discarded, by interface and the kernel's reason.");
+    for (std::size_t i = 0; i < drops.size(); ++i)
+        for (const DropsByReason& reason : drops[i].reasons)
+            text.Line(labels[i] + ',' + Label("reason", reason.name), reason.packets);
+    text.Family("sflow_drops_not_told_total", kCounter, "Of these, those of which collectors were not told.");
+    for (std::size_t i = 0; i < drops.size(); ++i) text.Line(labels[i], drops[i].untold);
 }
 
 /// Each entry with its numbers, which are read once for all its lines.
@@ -236,6 +255,7 @@ std::string MetricsText(const View& view)
     PutManager(view.Manager(), text);
     PutCollectors(Look<Collector>(view, view.Table().AllCollectors()), text);
     PutInterfaces(Look<Interface>(view, view.Table().AllInterfaces()), text);
+    PutDrops(view.Manager().discards, view.Drops(), text);
     return text.Take();
 }
 

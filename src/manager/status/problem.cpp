@@ -9,14 +9,31 @@ namespace manager {
 
 const char* Name(Reason reason)
 {
-    static constexpr std::array kNames = {
-        "interface-missing", "interface-down",  "no-traffic",        "no-sample-yet",
-        "buffer-full",       "no-collector",    "no-flow-collector", "collector-disabled",
-        "collector-unknown", "no-permission",   "no-kernel-support", "source-error",
-        "sampling-off",      "polling-off",     "not-loaded",        "no-route",
-        "unreachable",       "refused",         "send-error",        "nothing-sent",
-        "no-interface",      "no-agent-address"};
-    static_assert(kNames.size() == static_cast<std::size_t>(Reason::kNoAgentAddress) + 1);
+    static constexpr std::array kNames = {"interface-missing",
+                                          "interface-down",
+                                          "no-traffic",
+                                          "no-sample-yet",
+                                          "buffer-full",
+                                          "no-collector",
+                                          "no-flow-collector",
+                                          "collector-disabled",
+                                          "collector-unknown",
+                                          "no-permission",
+                                          "no-kernel-support",
+                                          "source-error",
+                                          "sampling-off",
+                                          "polling-off",
+                                          "not-loaded",
+                                          "no-route",
+                                          "unreachable",
+                                          "refused",
+                                          "send-error",
+                                          "nothing-sent",
+                                          "no-interface",
+                                          "no-agent-address",
+                                          "source-address-missing",
+                                          "device-missing"};
+    static_assert(kNames.size() == static_cast<std::size_t>(Reason::kDeviceMissing) + 1);
     return kNames.at(static_cast<std::size_t>(reason));
 }
 
@@ -48,6 +65,16 @@ std::string Where(const CollectorSettings& settings)
     return fmt::format("{}:{}", AddressText(settings.address), settings.port);
 }
 
+/// The command that shows the kernel's route to the collector: "ip route get 192.0.2.1 from 192.0.2.9".
+std::string RouteCommand(const View::Collector& collector)
+{
+    const SendSettings& send = collector.own.send;
+    std::string command = "ip route get " + AddressText(collector.settings.address);
+    if (send.sourceAddress != 0) command += " from " + AddressText(send.sourceAddress);
+    if (!send.device.empty()) command += " oif " + send.device;
+    return command;
+}
+
 /// For these errors `ip route get` would only repeat what is known: the text names the list of routes.
 std::string NoRoute(const std::string& where, const View::Collector& collector)
 {
@@ -63,7 +90,47 @@ std::string NoRoute(const std::string& where, const View::Collector& collector)
             "the kernel's route to {} is one of type blackhole, or the address to send from is gone; "
             "look at: ip route show table all match {}",
             where, address);
-    return fmt::format("the kernel has no route to {}; look at: ip route get {}", where, address);
+    return fmt::format("the kernel has no route to {}; look at: {}", where, RouteCommand(collector));
+}
+
+std::string NoDevice(const View::Collector& collector)
+{
+    return fmt::format(
+        "there is no device {1} by which datagrams to it could leave; make it, or: delete oam sflow-manager "
+        "collector {0} device",
+        collector.name, collector.own.send.device);
+}
+
+std::string NoSourceAddress(const View::Collector& collector)
+{
+    const SendSettings& send = collector.own.send;
+    return fmt::format(
+        "this machine does not have the address {1} that datagrams to it are to come from{2}; ip address add "
+        "{1}/32 dev DEVICE, or set oam sflow-manager collector {0} source-address ADDRESS",
+        collector.name, AddressText(send.sourceAddress),
+        send.device.empty() ? "" : ", or not where " + send.device + " routes");
+}
+
+std::string MayNotSend(const std::string& where, const View::Collector& collector)
+{
+    if (collector.stream.lastTried != Tried::kDevice)
+        return fmt::format("the kernel forbids datagrams to {}; look at the packet filter's output rules",
+                           where);
+    return fmt::format(
+        "the manager may not bind a socket to the device {1}; start sflow-mgr as root, grant it CAP_NET_RAW, "
+        "or: "
+        "delete oam sflow-manager collector {0} device",
+        collector.name, collector.own.send.device);
+}
+
+/// Of a socket that could not be bound or marked as the own settings want it.
+Reason ReasonOfSettings(Tried tried, const std::error_code& error)
+{
+    if (tried == Tried::kDevice && error == std::errc::no_such_device) return Reason::kDeviceMissing;
+    if (tried == Tried::kDevice && error == std::errc::operation_not_permitted) return Reason::kNoPermission;
+    if (tried == Tried::kSource && error == std::errc::address_not_available)
+        return Reason::kSourceAddressMissing;
+    return Reason::kSendError;
 }
 
 }  // namespace
@@ -87,6 +154,15 @@ std::string Unknown(const std::string& collector)
     return fmt::format(
         "the collector {0} is attached, but the manager knows no collector of that name; "
         "set oam sflow collector {0} ip ADDRESS, or request sflow resync",
+        collector);
+}
+
+std::string OnlySettings(const std::string& collector)
+{
+    return fmt::format(
+        "oam sflow-manager has settings for the collector {0}, but there is no collector of that name; set "
+        "oam "
+        "sflow collector {0} ip ADDRESS, or delete oam sflow-manager collector {0}",
         collector);
 }
 
@@ -117,8 +193,11 @@ std::string NothingSent()
     return "nothing has been sent to it yet: its interfaces have had nothing to send";
 }
 
-Reason ReasonOf(const std::error_code& error)
+Reason ReasonOf(const StreamStatus& stream)
 {
+    const std::error_code& error = stream.lastError;
+    if (stream.lastTried != Tried::kSend && stream.lastTried != Tried::kConnect)
+        return ReasonOfSettings(stream.lastTried, error);
     // The last two: routes of type prohibit and blackhole. A packet filter's refusal is EPERM.
     if (error == std::errc::network_unreachable || error == std::errc::address_not_available ||
         error == std::errc::permission_denied || error == std::errc::invalid_argument)
@@ -145,8 +224,11 @@ std::string OfError(Reason reason, const View::Collector& collector)
     case Reason::kRefused:
         return fmt::format("no program listens at {}; start the collector there, or correct its port", where);
     case Reason::kNoPermission:
-        return fmt::format("the kernel forbids datagrams to {}; look at the packet filter's output rules",
-                           where);
+        return MayNotSend(where, collector);
+    case Reason::kSourceAddressMissing:
+        return NoSourceAddress(collector);
+    case Reason::kDeviceMissing:
+        return NoDevice(collector);
     default:
         break;
     }

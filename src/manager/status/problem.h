@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "manager/status/view.h"
@@ -40,6 +39,8 @@ enum class Reason : std::uint8_t {
     kNothingSent,
     kNoInterface,
     kNoAgentAddress,
+    kSourceAddressMissing,
+    kDeviceMissing,
 };
 
 enum class Subject : std::uint8_t { kAgent, kCollector, kInterface };
@@ -62,12 +63,13 @@ std::string NoAgentAddress();
 
 std::string Disabled(const std::vector<std::string>& collectors);
 std::string Unknown(const std::string& collector);
+std::string OnlySettings(const std::string& collector);
 std::string NotLoaded(Service::Session session);
 std::string NoInterface(const std::string& collector);
 std::string NothingSent();
 
-/// Which of a collector's reasons the error of its socket is.
-Reason ReasonOf(const std::error_code& error);
+/// Which of a collector's reasons the last error of its stream is.
+Reason ReasonOf(const StreamStatus& stream);
 std::string OfError(Reason reason, const View::Collector& collector);
 
 std::string Missing(const std::string& interface);

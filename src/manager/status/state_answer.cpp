@@ -181,6 +181,9 @@ bool StateAnswer::Next(ipc::cdb::StateReply& part)
         case Stage::kInterfaces:
             Interfaces(writer);
             break;
+        case Stage::kDrops:
+            Drops(writer);
+            break;
         case Stage::kDone:
             break;
         }
@@ -191,11 +194,12 @@ bool StateAnswer::Next(ipc::cdb::StateReply& part)
 
 void StateAnswer::Manager(StateWriter& writer)
 {
-    if (!m_wanted.manager && !m_wanted.agentAddress && !m_wanted.problems.agent) return;
+    if (!m_wanted.manager && !m_wanted.agentAddress && !m_wanted.subAgent && !m_wanted.problems.agent) return;
     const View view(m_sources.status);
     const auto address = view.Table().AgentAddress();
-    if (m_wanted.manager) writer.Manager(view.Manager(), *m_wanted.manager);
+    if (m_wanted.manager) writer.Manager(view.Manager(), view.Own(), *m_wanted.manager);
     if (m_wanted.agentAddress && address) writer.AgentAddress(*address);
+    if (m_wanted.subAgent) writer.SubAgent(view.Own().SubAgent());
     if (!m_wanted.problems.agent) return;
     for (const Problem& problem : DiagnoseAgent(view)) writer.Problem(problem);
 }
@@ -235,6 +239,7 @@ void StateAnswer::Collectors(StateWriter& writer)
     if (wanted.every || problematic.all) AddNames(table.AllCollectors(), m_last, next);
     if (problematic.all) {
         AddNames(table.AllUsers(), m_last, next);
+        AddNames(m_sources.status.own.AllCollectors(), m_last, next);
         ReadNextCollectors(next);
     }
     const auto names = Take(std::move(next), Stage::kInterfaces);
@@ -276,7 +281,7 @@ void StateAnswer::Interfaces(StateWriter& writer)
     if (wanted.every || problematic.all) AddNames(m_sources.status.table.AllInterfaces(), m_last, next);
     m_configured.interfaces.clear();
     if (problematic.all) ReadNextInterfaces(next);
-    const auto names = Take(std::move(next), Stage::kDone);
+    const auto names = Take(std::move(next), Stage::kDrops);
     auto& configured = m_configured.interfaces;
     configured.erase(names.empty() ? configured.begin() : configured.upper_bound(names.back()),
                      configured.end());
@@ -295,6 +300,24 @@ void StateAnswer::Interfaces(StateWriter& writer)
         if (!problematic.Has(name)) continue;
         for (const Problem& problem : problems) writer.Problem(problem);
     }
+}
+
+void StateAnswer::Drops(StateWriter& writer)
+{
+    if (!m_wanted.drops) {
+        m_stage = Stage::kDone;
+        return;
+    }
+    const View view(m_sources.status);
+    if (!m_drops) {
+        m_drops = view.Drops();
+        std::ranges::reverse(*m_drops);  // the next one is the last
+    }
+    for (; !m_drops->empty() && m_work < kEntries; m_drops->pop_back()) {
+        writer.Drops(m_drops->back(), view.Now());
+        m_work += 1 + m_drops->back().reasons.size();
+    }
+    if (m_drops->empty()) m_stage = Stage::kDone;
 }
 
 }  // namespace manager

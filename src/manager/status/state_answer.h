@@ -55,12 +55,13 @@ public:
     bool Next(ipc::cdb::StateReply& part) override;
 
 private:
-    enum class Stage : std::uint8_t { kManager, kCollectors, kInterfaces, kDone };
+    enum class Stage : std::uint8_t { kManager, kCollectors, kInterfaces, kDrops, kDone };
 
     void Manager(StateWriter& writer);
     /// The next entries, as many as one part may have.
     void Collectors(StateWriter& writer);
     void Interfaces(StateWriter& writer);
+    void Drops(StateWriter& writer);
     /// As many of the names, which are in ascending order, as one part may have; with the last of all the
     /// next stage begins.
     std::vector<std::string> Take(std::vector<std::string> names, Stage next);
@@ -89,7 +90,8 @@ private:
     std::size_t m_work = 0;  // of this part so far, in entries
     std::optional<ConfiguredReader> m_reader;
     Configured m_configured;  // the collectors as they are met; the interfaces of one part
-    std::string m_warning;    // not sent yet
+    std::optional<std::vector<DropsAtInterface>> m_drops;  // as they were when the stage began
+    std::string m_warning;                                 // not sent yet
 };
 
 }  // namespace manager

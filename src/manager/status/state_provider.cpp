@@ -12,6 +12,7 @@
 #include "ipc/cdb.pb.h"
 #include "ipc/frame.h"
 #include "log/log.h"
+#include "manager/settings/own_reader.h"
 
 namespace manager {
 namespace {
@@ -62,6 +63,8 @@ void StateProvider::Introduce()
     message.mutable_hello()->set_pid(::getpid());
     message.mutable_hello()->set_version(base::Version());
     m_link.Send(message);
+    FillSubscription(*message.mutable_subscribe());
+    m_link.Send(message);
     message.mutable_register_state_provider()->set_path(kStatePath);
     m_link.Send(message);
     message.mutable_ready();
@@ -76,7 +79,7 @@ void StateProvider::OnFrame(std::string_view frame)
     m_link.Retry();
 }
 
-void StateProvider::OnMessage(const ServerMessage& message)
+void StateProvider::OnMessage(ServerMessage& message)
 {
     switch (message.body_case()) {
     case ServerMessage::kWelcome:
@@ -104,6 +107,8 @@ void StateProvider::OnMessage(const ServerMessage& message)
         break;
     }
     case ServerMessage::kChangeSet:
+        TakeChanges(*message.mutable_change_set());
+        break;
     case ServerMessage::kCallpointRequest:
     case ServerMessage::BODY_NOT_SET:
         slog::Info("the database sent message {}, which the manager has not asked for",
@@ -162,6 +167,18 @@ void StateProvider::GoOnLater(std::chrono::milliseconds delay)
     m_turn = std::make_shared<int>();
     boost::asio::post(m_loop, [goOn, turn = std::weak_ptr<void>(m_turn)] {
         if (!turn.expired()) goOn();
+    });
+}
+
+void StateProvider::TakeChanges(ipc::cdb::ChangeSet& changes)
+{
+    ClientMessage answer;
+    answer.mutable_change_set_ack()->set_commit(changes.commit());
+    m_link.Send(answer);
+    // In the next turn: the acknowledgement leaves first, so the committer does not wait.
+    const auto kept = std::make_shared<ipc::cdb::ChangeSet>(std::move(changes));
+    boost::asio::post(m_loop, [this, kept, alive = std::weak_ptr<void>(m_alive)] {
+        if (!alive.expired()) m_handlers.changed(*kept);
     });
 }
 

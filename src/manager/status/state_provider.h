@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The manager's connection to the configuration database: answers its questions about the state of sFlow and
-// takes the operator's requests. Connects again without end; the manager does not depend on it.
+// The manager's connection to the configuration database: answers its questions about the state of sFlow,
+// takes the operator's requests, and hears of changes of the manager's own settings. Connects again without
+// end; the manager does not depend on it.
 
 #ifndef MANAGER_STATUS_STATE_PROVIDER_H
 #define MANAGER_STATUS_STATE_PROVIDER_H
@@ -17,6 +18,7 @@
 
 namespace ipc::cdb {
 class ActionRequest;
+class ChangeSet;
 class ClientMessage;
 class StateRequest;
 class ServerMessage;
@@ -38,6 +40,9 @@ public:
         std::function<std::unique_ptr<StateParts>(const ipc::cdb::StateRequest& request)> state;
         /// Asks for everything anew. Returns an empty text when that is under way, else why it can't be.
         std::function<std::string()> resync;
+        /// A commit has changed some of the own settings. It has been acknowledged already: what follows may
+        /// take its time.
+        std::function<void(const ipc::cdb::ChangeSet& changes)> changed;
     };
 
     /// Connects from the loop once Start has been called. `loop` and `timers` must outlive it.
@@ -57,10 +62,11 @@ private:
 
     void Introduce();
     void OnFrame(std::string_view frame);
-    void OnMessage(const ipc::cdb::ServerMessage& message);
+    void OnMessage(ipc::cdb::ServerMessage& message);
     void OnRefused(const std::string& reason);
     void AnswerState(const ipc::cdb::StateRequest& request);
     void AnswerAction(const ipc::cdb::ActionRequest& request);
+    void TakeChanges(ipc::cdb::ChangeSet& changes);
     /// One part of one answer; the next part, of the next answer, in another turn of the loop.
     void GoOn();
     void GoOnLater(std::chrono::milliseconds delay);
@@ -73,7 +79,8 @@ private:
     std::deque<Open> m_answers;
     std::unique_ptr<ipc::cdb::ClientMessage> m_part;  // of an answer: the last one that was made
     std::shared_ptr<void> m_turn;                     // while one is to come
-    ipc::Link m_link;                                 // last: its handlers use the others
+    const std::shared_ptr<void> m_alive = std::make_shared<int>();
+    ipc::Link m_link;  // last: its handlers use the others
 };
 
 }  // namespace manager

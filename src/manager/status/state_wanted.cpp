@@ -84,7 +84,7 @@ WantedState WantedState::Everything()
 {
     WantedState wanted;
     wanted.manager = wanted.collectors.every = wanted.interfaces.every = WantedLeaves{true, {}};
-    wanted.agentAddress = true;
+    wanted.agentAddress = wanted.subAgent = wanted.drops = true;
     wanted.problems = {true, {true, {}}, {true, {}}};
     return wanted;
 }
@@ -99,6 +99,8 @@ WantedState WantedState::From(const ipc::cdb::StateRequest_Part& part)
             wanted.manager->Add(LeavesOf(child));
         }
         wanted.agentAddress = wanted.agentAddress || child.name() == "agent-address";
+        wanted.subAgent = wanted.subAgent || child.name() == "sub-agent";
+        wanted.drops = wanted.drops || child.name() == "drops";
         if (child.name() == "collector") Add(child, wanted.collectors);
         if (child.name() == "interface") Add(child, wanted.interfaces);
         if (child.name() == "problem") AddProblems(child, wanted);

@@ -48,6 +48,8 @@ struct WantedEntries {
 struct WantedState {
     std::optional<WantedLeaves> manager;
     bool agentAddress = false;
+    bool subAgent = false;
+    bool drops = false;  // whatever of the list
     WantedEntries collectors, interfaces;
     /// Entries of the list of problems, by subject.
     struct {

@@ -64,6 +64,13 @@ public:
     {
     }
 
+    /// An entry of a list in the node, whole.
+    NodeWriter Child(StateName name)
+    {
+        ipc::cdb::StateNode& child = *m_node.add_children();
+        child.set_name(m_writer.Number(name));
+        return {m_writer, child, m_wanted};
+    }
     void Key(std::string_view value) { m_node.add_keys(value.data(), value.size()); }
     void Text(StateName name, std::string_view value)
     {
@@ -127,6 +134,24 @@ void Kernel(const InterfaceStatus& status, const SourceStatus& source, NodeWrite
     if (!status.samplingError.empty()) node.Text(StateName::kSamplingError, status.samplingError);
 }
 
+void Sending(const OwnCollector& own, NodeWriter& node)
+{
+    const SendSettings& send = own.send;
+    if (send.sourceAddress != 0) node.Text(StateName::kSourceAddress, AddressText(send.sourceAddress));
+    node.Number(StateName::kDscp, send.dscp);
+    if (!send.device.empty()) node.Text(StateName::kDevice, send.device);
+    node.Boolean(StateName::kDiscards, own.discards);
+}
+
+void Discarding(const DiscardSource& source, const OwnSettings& own, NodeWriter& node)
+{
+    node.Number(StateName::kDiscardLimit, own.DiscardLimit());
+    const char* const wanted = own.DiscardsEverywhere() ? "all" : "configured";
+    node.Text(StateName::kDiscardInterfaces, source.running ? wanted : "none");
+    if (!source.reason.empty()) node.Text(StateName::kDiscardInterfacesReason, source.reason);
+    node.Number(StateName::kDiscardsUncounted, source.uncounted);
+}
+
 void Counts(const InterfaceStatus& status, WallTime now, NodeWriter& node)
 {
     node.Number(StateName::kPacketsSeen, status.packetsSeen);
@@ -166,7 +191,7 @@ ipc::cdb::StateNode& StateWriter::Add(StateName name)
     return node;
 }
 
-void StateWriter::Manager(const ManagerStatus& status, const WantedLeaves& wanted)
+void StateWriter::Manager(const ManagerStatus& status, const OwnSettings& own, const WantedLeaves& wanted)
 {
     NodeWriter node(*this, Add(StateName::kManager), wanted);
     node.Boolean(StateName::kConnected, status.session != Service::Session::kNone);
@@ -181,7 +206,8 @@ void StateWriter::Manager(const ManagerStatus& status, const WantedLeaves& wante
     node.Number(StateName::kOperationsRefused, status.refused);
     node.Text(StateName::kPacketSource, SourceKind(status.source));
     if (!status.source.reason.empty()) node.Text(StateName::kPacketSourceReason, status.source.reason);
-    if (status.addedDirection) node.Text(StateName::kAddedDirection, Name(*status.addedDirection));
+    if (const auto added = own.AddedDirection()) node.Text(StateName::kAddedDirection, Name(*added));
+    Discarding(status.discards, own, node);
     node.Texts(StateName::kLimitation, status.limitations);
 }
 
@@ -189,6 +215,12 @@ void StateWriter::AgentAddress(std::uint32_t address)
 {
     m_root.add_leaves(Number(StateName::kAgentAddress));
     m_root.add_values(AddressText(address));
+}
+
+void StateWriter::SubAgent(std::uint32_t number)
+{
+    m_root.add_leaves(Number(StateName::kSubAgent));
+    m_root.add_values(std::to_string(number));
 }
 
 void StateWriter::Collector(const View::Collector& shown, WallTime now,
@@ -199,11 +231,13 @@ void StateWriter::Collector(const View::Collector& shown, WallTime now,
     node.Text(StateName::kAddress, AddressText(shown.settings.address));
     node.Number(StateName::kPort, shown.settings.port);
     node.Number(StateName::kDatagramSize, shown.settings.datagramSize);
+    Sending(shown.own, node);
     node.Boolean(StateName::kSending, shown.stream.sending);
     node.Number(StateName::kPacketsSent, shown.stream.datagrams);
     node.Number(StateName::kBytesSent, shown.stream.bytes);
     node.Number(StateName::kFlowSamplesSent, shown.stream.flowSamples);
     node.Number(StateName::kCounterSamplesSent, shown.stream.counterSamples);
+    node.Number(StateName::kDiscardsSent, shown.stream.discards);
     node.Number(StateName::kPacketsLost, shown.stream.lostDatagrams);
     node.Number(StateName::kSamplesLost, shown.stream.lostSamples);
     node.Number(StateName::kErrors, shown.stream.errors);
@@ -230,6 +264,25 @@ void StateWriter::Interface(const View::Interface& shown, const View& view, cons
     Kernel(shown.status, view.Manager().source, node);
     Counts(shown.status, view.Now(), node);
     node.Reasons(problems);
+}
+
+void StateWriter::Drops(const DropsAtInterface& shown, WallTime now)
+{
+    NodeWriter node(*this, Add(StateName::kDrops), kAll);
+    node.Key(shown.name);
+    node.Number(StateName::kIfindex, shown.ifIndex);
+    node.Number(StateName::kPackets, shown.packets);
+    node.Number(StateName::kPacketsNotTold, shown.untold);
+    for (const DropsByReason& reason : shown.reasons) {
+        NodeWriter entry = node.Child(StateName::kReason);
+        entry.Key(reason.name);
+        entry.Number(StateName::kPackets, reason.packets);
+        entry.Number(StateName::kRate, reason.rate);
+        entry.Last(StateName::kLastTime, StateName::kLastAge, now, reason.last);
+        if (!reason.told) continue;
+        entry.Number(StateName::kCode, static_cast<std::uint32_t>(reason.told->code));
+        if (!reason.told->function.empty()) entry.Text(StateName::kFunction, reason.told->function);
+    }
 }
 
 void StateWriter::Problem(const manager::Problem& problem)

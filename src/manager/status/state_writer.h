@@ -31,30 +31,33 @@ struct Configured;
 /// The names that the state's nodes have in the model: of a container, a list or a leaf.
 enum class StateName : std::uint8_t {
     kManager, kConnected, kPid, kSession, kSince, kJournal, kJournalErrors, kOperations,
-    kOperationsRefused, kPacketSource, kPacketSourceReason, kAddedDirection, kLimitation, kAgentAddress,
-    kCollector, kAddress, kPort, kDatagramSize, kSending, kPacketsSent, kBytesSent, kFlowSamplesSent,
-    kCounterSamplesSent, kPacketsLost, kSamplesLost, kErrors, kLastError, kLastErrorTime, kLastErrorAge,
+    kOperationsRefused, kPacketSource, kPacketSourceReason, kAddedDirection, kDiscardLimit,
+    kDiscardInterfaces, kDiscardInterfacesReason, kDiscardsUncounted, kLimitation, kAgentAddress, kSubAgent,
+    kCollector, kAddress, kPort, kDatagramSize, kSourceAddress, kDscp, kDevice, kDiscards,
+    kSending, kPacketsSent, kBytesSent, kFlowSamplesSent, kCounterSamplesSent, kDiscardsSent, kPacketsLost, kSamplesLost, kErrors, kLastError, kLastErrorTime, kLastErrorAge,
     kLastPacketTime, kLastPacketAge, kInterface, kSamplingRate, kSamplingRateSource, kMaxHeaderSize,
     kPollingInterval, kDirection, kFlowCollector, kCounterCollector, kKernelInterface, kIfindex,
     kAdminStatus, kOperStatus, kSamplingError, kPacketsSeen, kPacketsSampled, kDropsBuffer,
     kDropsNoCollector, kLastSampleTime, kLastSampleAge, kCountersSent, kLastCountersTime, kLastCountersAge,
-    kProblem, kText,
+    kProblem, kText, kDrops, kPackets, kPacketsNotTold, kReason, kRate, kLastTime, kLastAge, kCode, kFunction,
 };
 
-inline constexpr std::size_t kStateNames = static_cast<std::size_t>(StateName::kText) + 1;
+inline constexpr std::size_t kStateNames = static_cast<std::size_t>(StateName::kFunction) + 1;
 
 /// In the order of StateName.
 inline constexpr std::array<std::string_view, kStateNames> kStateTexts = {
     "manager", "connected", "pid", "session", "since", "journal", "journal-errors", "operations",
-    "operations-refused", "packet-source", "packet-source-reason", "added-direction", "limitation",
-    "agent-address", "collector", "address", "port", "datagram-size", "sending", "packets-sent",
-    "bytes-sent", "flow-samples-sent", "counter-samples-sent", "packets-lost", "samples-lost", "errors",
+    "operations-refused", "packet-source", "packet-source-reason", "added-direction", "discard-limit",
+    "discard-interfaces", "discard-interfaces-reason", "discards-uncounted", "limitation", "agent-address", "sub-agent", "collector", "address", "port", "datagram-size",
+    "source-address", "dscp", "device", "discards", "sending", "packets-sent",
+    "bytes-sent", "flow-samples-sent", "counter-samples-sent", "discards-sent", "packets-lost", "samples-lost", "errors",
     "last-error", "last-error-time", "last-error-age", "last-packet-time", "last-packet-age", "interface",
     "sampling-rate", "sampling-rate-source", "max-header-size", "polling-interval", "direction",
     "flow-collector", "counter-collector", "kernel-interface", "ifindex", "admin-status", "oper-status",
     "sampling-error", "packets-seen", "packets-sampled", "drops-buffer", "drops-no-collector",
     "last-sample-time", "last-sample-age", "counters-sent", "last-counters-time", "last-counters-age",
-    "problem", "text",
+    "problem", "text", "drops", "packets", "packets-not-told", "reason", "rate", "last-time", "last-age",
+    "code", "function",
 };
 
 // clang-format on
@@ -68,15 +71,18 @@ public:
     /// `part` must outlive it. All that is written goes below `path`.
     StateWriter(ipc::cdb::StateReply& part, const std::string& path);
 
-    void Manager(const ManagerStatus& status, const WantedLeaves& wanted);
+    void Manager(const ManagerStatus& status, const OwnSettings& own, const WantedLeaves& wanted);
     /// `address`: network byte order in memory.
     void AgentAddress(std::uint32_t address);
+    void SubAgent(std::uint32_t number);
     /// `problems` are the collector's own.
     void Collector(const View::Collector& shown, WallTime now, const std::vector<Problem>& problems,
                    const WantedLeaves& wanted);
     /// `configured` may be null: then what only it shows is left out.
     void Interface(const View::Interface& shown, const View& view, const Configured* configured,
                    const std::vector<Problem>& problems, const WantedLeaves& wanted);
+    /// To be called in ascending order of names.
+    void Drops(const DropsAtInterface& shown, WallTime now);
     /// To be called in ascending order of subject, name and reason.
     void Problem(const manager::Problem& problem);
 

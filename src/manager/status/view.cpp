@@ -38,7 +38,7 @@ View::View(StatusSources sources) : m_sources(std::move(sources))
 
 View::Collector View::Of(const ServiceTable::Collectors::value_type& entry) const
 {
-    Collector collector{entry.first, entry.second.settings, {}};
+    Collector collector{entry.first, entry.second.settings, m_sources.own.Of(entry.first), {}};
     const StreamStatus* stream = m_sources.collector ? m_sources.collector(entry.first) : nullptr;
     if (stream != nullptr) collector.stream = *stream;
     Move(collector.stream.lastErrorTime, m_shift);
@@ -55,6 +55,15 @@ View::Interface View::Of(const ServiceTable::Interfaces::value_type& entry) cons
     Move(interface.status.lastSample, m_shift);
     Move(interface.status.lastCounters, m_shift);
     return interface;
+}
+
+std::vector<DropsAtInterface> View::Drops() const
+{
+    if (!m_sources.drops) return {};
+    std::vector<DropsAtInterface> all = m_sources.drops();
+    for (DropsAtInterface& at : all)
+        for (DropsByReason& reason : at.reasons) reason.last += m_shift;
+    return all;
 }
 
 }  // namespace manager

@@ -36,11 +36,14 @@ protected:
         const char* path;
         std::vector<std::string> keys;
         cdb::Row row = {};
+        bool gone = false;  // it is taken away
     };
     static constexpr const char* kCollector = "/config/oam/sflow/collector";
     static constexpr const char* kInterface = "/config/oam/sflow/interface";
     static constexpr const char* kFlow = "/config/oam/sflow/interface/flow-sampling-collector";
     static constexpr const char* kCounter = "/config/oam/sflow/interface/counter-sampling-collector";
+    static constexpr const char* kOwn = "/config/oam/sflow-manager";
+    static constexpr const char* kOwnEntry = "/config/oam/sflow-manager/collector";
 
     /// Writes them, and opens the store for reading.
     const cdb::StoreReader& Store(const std::vector<Entry>& entries)
@@ -55,6 +58,13 @@ protected:
     std::unique_ptr<cdb::StoreReader> m_reader;
 
 private:
+    static void WriteOne(const cdb::RowKey& key, const Entry& entry, cdb::Store::Transaction& transaction)
+    {
+        if (entry.gone)
+            transaction.Erase(key);
+        else
+            transaction.Put(key, entry.row);
+    }
     void Write(const std::vector<Entry>& entries) const
     {
         static const auto schema = cdb::Schema::Load(SFLOW_TEST_YANG_DIR);
@@ -62,9 +72,9 @@ private:
         store->SetSchema(schema->Table());
         auto transaction = store->Begin();
         for (const Entry& entry : entries)
-            transaction.Put({schema->Table().Find(entry.path), entry.keys}, entry.row);
+            WriteOne({schema->Table().Find(entry.path), entry.keys}, entry, transaction);
         cdb::HistoryEntry history;
-        history.commit = 1;
+        history.commit = store->LastCommit() + 1;
         transaction.Append(history);
         EXPECT_FALSE(transaction.Commit());
     }

@@ -30,6 +30,7 @@ inline StreamStatus SendingStream()
     stream.bytes = 16'000;
     stream.flowSamples = 80;
     stream.counterSamples = 4;
+    stream.discards = 9;
     stream.sending = true;
     stream.lastDatagram = kNow - std::chrono::milliseconds{1'500};
     return stream;
@@ -51,12 +52,25 @@ inline InterfaceStatus FlowingStatus(const std::string& name)
     return status;
 }
 
+/// Of two reasons at eth1, and of packets that had no interface.
+inline std::vector<DropsAtInterface> TwoDrops()
+{
+    DropsByReason socket{
+        .name = "NO_SOCKET", .packets = 10, .rate = 2, .last = kNow - std::chrono::seconds{3}};
+    socket.told = {wire::DropReason::kPortUnreachable, "udp_rcv"};
+    DropsByReason other{.name = "OTHERHOST", .packets = 2, .rate = 0, .last = kNow - std::chrono::seconds{1}};
+    return {{.name = "eth1", .ifIndex = 7, .packets = 12, .untold = 3, .reasons = {socket, other}},
+            {.name = "n/a", .ifIndex = 0, .packets = 1, .untold = 0, .reasons = {}}};
+}
+
 /// A manager as it is shown: its table, and what the other parts say.
 struct Shown {
     ServiceTable table;
+    OwnSettings own;
     ManagerStatus manager;
     std::map<std::string, InterfaceStatus> interfaces;
     std::map<std::string, StreamStatus> collectors;
+    std::vector<DropsAtInterface> drops;
     WallTime now = kNow;
 
     void Apply(const Operation& operation) { EXPECT_EQ("", ReasonOf(table.Apply(operation))); }
@@ -107,7 +121,7 @@ struct Shown {
 
     [[nodiscard]] View Look() const
     {
-        StatusSources sources{table};
+        StatusSources sources{table, own};
         sources.manager = [this] { return manager; };
         sources.interface = [this](const std::string& name) {
             const auto at = interfaces.find(name);
@@ -117,6 +131,7 @@ struct Shown {
             const auto at = collectors.find(name);
             return at == collectors.end() ? nullptr : &at->second;
         };
+        sources.drops = [this] { return drops; };
         sources.now = [this] { return now; };
         return View(std::move(sources));
     }
@@ -155,6 +170,7 @@ inline std::vector<Problem> DiagnoseAll(const View& view, const Configured* conf
     for (const auto& [name, interface] : table.AllInterfaces()) interfaces.insert(name);
     for (const auto& [name, collector] : table.AllCollectors()) collectors.insert(name);
     for (const auto& [name, users] : table.AllUsers()) collectors.insert(name);
+    for (const auto& [name, settings] : view.Own().AllCollectors()) collectors.insert(name);
     if (configured != nullptr) {
         for (const auto& [name, collector] : configured->collectors) collectors.insert(name);
         for (const auto& [name, interface] : configured->interfaces) interfaces.insert(name);

@@ -101,7 +101,7 @@ TEST_F(ExporterTest, ChangesTheSizeOnTheSameSocket)
     EXPECT_EQ(received[1].samples.size(), 2U);
     EXPECT_EQ(received[2].samples.size(), 2U);
     EXPECT_EQ(received[3].samples.size(), 20U);
-    for (const Received& datagram : received) EXPECT_EQ(datagram.sourcePort, received[0].sourcePort);
+    for (const Received& datagram : received) EXPECT_EQ(datagram.origin.port, received[0].origin.port);
 }
 
 TEST_F(ExporterTest, DoesNothingForTheSameSettings)
@@ -120,7 +120,7 @@ TEST_F(ExporterTest, DoesNothingForTheSameSettings)
     ASSERT_EQ(after.size(), 1U);
     EXPECT_EQ(after[0].samples.size(), 2U);
     EXPECT_EQ(after[0].sequence, 2U);
-    EXPECT_EQ(after[0].sourcePort, before[0].sourcePort);
+    EXPECT_EQ(after[0].origin.port, before[0].origin.port);
 }
 
 TEST_F(ExporterTest, SendsWhatWaitsBeforeACollectorIsRemoved)
@@ -157,7 +157,7 @@ TEST_F(ExporterTest, BeginsAllSequencesAnewAfterWhatWaited)
     SendOne(second);
     SendOne(second);
     Put(first, 1, 100);
-    Export().Restart();
+    Export().Restart(0);
     SendOne(first);
     SendOne(first);
     SendOne(second);

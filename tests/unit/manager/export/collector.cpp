@@ -63,12 +63,12 @@ Numbered ReadSample(Reader& reader)
     return read;
 }
 
-Received ReadDatagram(std::span<const std::byte> bytes, std::uint16_t sourcePort)
+Received ReadDatagram(std::span<const std::byte> bytes, const Origin& origin)
 {
     Reader reader(bytes);
     Received received;
     received.size = bytes.size();
-    received.sourcePort = sourcePort;
+    received.origin = origin;
     if (reader.Word() != 5 || reader.Word() != 1) throw std::runtime_error("not version 5 of an IPv4 agent");
     char text[INET_ADDRSTRLEN];
     received.agent = ::inet_ntop(AF_INET, reader.Take(4).data(), text, sizeof text);
@@ -110,12 +110,14 @@ RawCollector::RawCollector(const std::string& address, std::uint16_t port, Merge
 {
     const int space = 64 * 1024 * 1024;
     const int on = merge == Merge::kOn ? 1 : 0;
+    const int told = 1;
     sockaddr_in at{};
     at.sin_family = AF_INET;
     at.sin_port = htons(port);
     at.sin_addr.s_addr = Address(address);
     if (::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &space, sizeof space) < 0 ||
         ::setsockopt(m_socket, IPPROTO_UDP, UDP_GRO, &on, sizeof on) < 0 ||
+        ::setsockopt(m_socket, IPPROTO_IP, IP_RECVTOS, &told, sizeof told) < 0 ||
         ::bind(m_socket, reinterpret_cast<const sockaddr*>(&at), sizeof at) < 0)
         throw std::system_error(errno, std::generic_category(), "a collector at " + address);
 }
@@ -127,7 +129,7 @@ std::vector<Bytes> RawCollector::Read(int waitMs)
     pollfd waiting{.fd = m_socket, .events = POLLIN, .revents = 0};
     if (::poll(&waiting, 1, waitMs) <= 0) return {};
     Bytes bytes(65536);
-    alignas(cmsghdr) std::byte control[CMSG_SPACE(sizeof(int))];
+    alignas(cmsghdr) std::byte control[2 * CMSG_SPACE(sizeof(int))];
     sockaddr_in from{};
     iovec vector{.iov_base = bytes.data(), .iov_len = bytes.size()};
     msghdr message{};
@@ -139,11 +141,15 @@ std::vector<Bytes> RawCollector::Read(int waitMs)
     message.msg_controllen = sizeof control;
     const ssize_t size = ::recvmsg(m_socket, &message, 0);
     if (size < 0) return {};
-    m_sourcePort = ntohs(from.sin_port);
+    char text[INET_ADDRSTRLEN];
+    m_last = {::inet_ntop(AF_INET, &from.sin_addr, text, sizeof text), ntohs(from.sin_port)};
     bytes.resize(static_cast<std::size_t>(size));
     std::size_t each = bytes.size();
-    if (const cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr && part->cmsg_type == UDP_GRO) {
+    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
         int merged = 0;
+        if (part->cmsg_level == IPPROTO_IP && part->cmsg_type == IP_TOS)
+            std::memcpy(&m_last.tos, CMSG_DATA(part), sizeof m_last.tos);
+        if (part->cmsg_level != IPPROTO_UDP || part->cmsg_type != UDP_GRO) continue;
         std::memcpy(&merged, CMSG_DATA(part), sizeof merged);
         each = static_cast<std::size_t>(merged);
     }
@@ -159,8 +165,7 @@ std::vector<Bytes> RawCollector::Read(int waitMs)
 bool Collector::Read(int waitMs)
 {
     const std::vector<Bytes> datagrams = m_socket.Read(waitMs);
-    for (const Bytes& datagram : datagrams)
-        m_received.push_back(ReadDatagram(datagram, m_socket.SourcePort()));
+    for (const Bytes& datagram : datagrams) m_received.push_back(ReadDatagram(datagram, m_socket.Last()));
     return !datagrams.empty();
 }
 

@@ -26,12 +26,19 @@ struct Numbered {
 /// `size` bytes, a multiple of four and at least 12.
 Bytes MakeSample(const Numbered& numbered, std::size_t size);
 
+/// What the kernel says of a datagram.
+struct Origin {
+    std::string address;
+    std::uint16_t port = 0;
+    std::uint8_t tos = 0;  // the whole octet
+};
+
 struct Received {
     std::size_t size = 0;
     std::string agent;
     std::uint32_t subAgent = 0, sequence = 0, uptime = 0;
     std::vector<Numbered> samples;
-    std::uint16_t sourcePort = 0;
+    Origin origin;
 };
 
 /// IPv4 text as the settings want it.
@@ -52,11 +59,11 @@ public:
     /// that time.
     std::vector<Bytes> Read(int waitMs);
     /// Of what Read gave last.
-    [[nodiscard]] std::uint16_t SourcePort() const { return m_sourcePort; }
+    [[nodiscard]] const Origin& Last() const { return m_last; }
 
 private:
     int m_socket = -1;
-    std::uint16_t m_sourcePort = 0;
+    Origin m_last;
 };
 
 class Collector {

@@ -23,8 +23,6 @@ using support::Network;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-std::error_code Code(int error) { return {error, std::generic_category()}; }
-
 /// Two interfaces that end in each other: what is sent on `out` arrives at no socket.
 void MakeWire(const std::string& qdisc)
 {

@@ -17,6 +17,12 @@ using testing::ElementsAre;
 constexpr std::uint32_t kNone32 = 0xFFFFFFFF;
 
 struct PollerSample : testing::Test, PollerWorld {
+    void PutMember(std::uint32_t index, std::uint32_t aggregate)
+    {
+        net::Link link = *m_links.Find(index);
+        link.aggregate = aggregate;
+        m_links.Put(link);
+    }
     support::DecodedCounters Sent()
     {
         Poll("a", 1, 1, 0);
@@ -25,6 +31,7 @@ struct PollerSample : testing::Test, PollerWorld {
     }
 };
 
+// sFlow v5, if_counters, and RFC 2863, 6 (ifTable, ifXTable); what is not counted is all ones.
 TEST_F(PollerSample, HasEachNumberInItsPlaceAndAllOnesWhereNothingIsCounted)
 {
     net::Link link;
@@ -72,10 +79,12 @@ TEST_F(PollerSample, HasEachNumberInItsPlaceAndAllOnesWhereNothingIsCounted)
                                                                                .outErrors = 13,
                                                                                .promiscuous = 1},
                                             .ethernet = std::nullopt,
+                                            .lag = std::nullopt,
                                             .portName = "a"};
     EXPECT_EQ(Sent(), expected);
 }
 
+// sFlow v5, if_counters: octets have 64 bits, packets 32; RFC 2863, 3.1.6: counters wrap.
 TEST_F(PollerSample, CountsWrapAtThirtyTwoBitsAndOctetsDoNot)
 {
     m_reader.m_counters[1] = {.ifIndex = 1,
@@ -93,12 +102,14 @@ TEST_F(PollerSample, CountsWrapAtThirtyTwoBitsAndOctetsDoNot)
     EXPECT_EQ(generic.inErrors, kNone32);  // it can't be told from "not counted"
 }
 
+// RFC 2863: ifInUcastPkts and ifInMulticastPkts have no packet in common.
 TEST_F(PollerSample, MoreMulticastsThanPacketsMeanNoUnicast)
 {
     m_reader.m_counters[1] = {.ifIndex = 1, .rxPackets = 3, .multicast = 4};
     EXPECT_EQ(Sent().generic->inUnicast, 0U);
 }
 
+// sFlow v5, ethernet_counters: dot3StatsTable of the EtherLike-MIB (RFC 3635).
 TEST_F(PollerSample, HasAnEthernetRecordWhereTheDriverCounts)
 {
     m_reader.m_ethernet[1] = {.alignmentErrors = 1,
@@ -130,6 +141,80 @@ TEST_F(PollerSample, HasAnEthernetRecordWhereTheDriverCounts)
                                             .macReceiveErrors = 12,
                                             .symbolErrors = 13};
     EXPECT_EQ(sample.ethernet, expected);
+}
+
+// sflow.org, sflow_lag.txt: lag_port_stats.
+TEST_F(PollerSample, HasARecordOfItsAggregateWhereItIsAMember)
+{
+    PutMember(1, 8);
+    m_reader.m_members[1] = {.aggregate = 8,
+                             .actorSystem = {2, 0, 0, 0, 0, 8},
+                             .partnerSystem = {2, 0, 0, 0, 0, 9},
+                             .actorState = 0x3D,
+                             .partnerState = 0x3F,
+                             .lacpdusIn = (1ULL << 32) + 1,
+                             .markersIn = 2,
+                             .markerResponsesIn = 3,
+                             .unknownIn = 4,
+                             .illegalIn = 5,
+                             .lacpdusOut = 6,
+                             .markersOut = 7,
+                             .markerResponsesOut = 8};
+    const auto sample = Sent();
+    EXPECT_THAT(sample.records, ElementsAre(1, 7, 1005));
+    const support::DecodedLag expected{.actorSystem = "02:00:00:00:00:08",
+                                       .partnerSystem = "02:00:00:00:00:09",
+                                       .aggregate = 8,
+                                       .actorState = 0x3D,
+                                       .partnerState = 0x3F,
+                                       .lacpdusIn = 1,
+                                       .markersIn = 2,
+                                       .markerResponsesIn = 3,
+                                       .unknownIn = 4,
+                                       .illegalIn = 5,
+                                       .lacpdusOut = 6,
+                                       .markersOut = 7,
+                                       .markerResponsesOut = 8};
+    EXPECT_EQ(sample.lag, expected);
+}
+
+TEST_F(PollerSample, OfAMemberWithoutLacpOnlyTheAggregateIsKnown)
+{
+    PutMember(1, 8);
+    m_reader.m_members[1] = {.aggregate = 8, .actorSystem = {2, 0, 0, 0, 0, 8}};
+    const auto lag = Sent().lag.value();
+    EXPECT_EQ(lag.aggregate, 8U);
+    EXPECT_EQ(lag.partnerSystem, "00:00:00:00:00:00");
+    EXPECT_EQ(lag.actorState, 0U);
+    EXPECT_EQ(lag.lacpdusIn, kNone32);
+    EXPECT_EQ(lag.markerResponsesOut, kNone32);
+}
+
+TEST_F(PollerSample, NobodyIsAskedAboutAggregatesButMembers)
+{
+    PutMember(2, 8);
+    PutMember(5, 8);
+    for (std::uint32_t index = 1; index <= 9; ++index) Poll(std::to_string(index), index, 1, 0);
+    Advance(1);
+    EXPECT_THAT(m_reader.m_askedForMembers, ElementsAre(5, 2));  // as the fake's counters come
+    // Both have left meanwhile; the second is told of.
+    PutMember(5, 0);
+    Advance(1);
+    EXPECT_THAT(m_reader.m_askedForMembers, ElementsAre(5, 2, 2));
+    for (const auto& sample : m_one.m_samples) EXPECT_FALSE(sample.lag);
+}
+
+TEST_F(PollerSample, TheAggregateItselfHasItsOwnCountersAndNoSuchRecord)
+{
+    net::Link link;
+    link.index = 1;
+    link.kind = "bond";
+    m_links.Put(link);
+    m_reader.m_members[1] = {.aggregate = 1};
+    const auto sample = Sent();
+    EXPECT_THAT(sample.records, ElementsAre(1, 1005));
+    EXPECT_EQ(sample.generic->ifIndex, 1U);
+    EXPECT_EQ(sample.generic->ifType, 161U);
 }
 
 TEST_F(PollerSample, IsTheSameForAllStreamsWithRoomAndLosesRecordsWhereThereIsLess)
@@ -172,6 +257,7 @@ struct Type {
 void PrintTo(const Type& type, std::ostream* out) { *out << type.name; }
 struct InterfaceTypes : testing::TestWithParam<Type> {};
 
+// RFC 2863, ifType: a value of IANAifType-MIB.
 TEST_P(InterfaceTypes, FollowTheKindAndTheHardware)
 {
     net::Link link;

@@ -39,6 +39,7 @@ public:
         counters.fcsErrors = ifIndex;
         return counters;
     }
+    std::optional<net::AggregateMember> ReadMember(std::uint32_t) override { return std::nullopt; }
     void Forget(std::uint32_t ifIndex) override { m_forgotten.push_back(ifIndex); }
 
     std::vector<std::vector<std::uint32_t>> m_reads;

@@ -82,10 +82,18 @@ public:
         const auto found = m_ethernet.find(ifIndex);
         return found == m_ethernet.end() ? std::nullopt : std::optional(found->second);
     }
+    std::optional<net::AggregateMember> ReadMember(std::uint32_t ifIndex) override
+    {
+        m_askedForMembers.push_back(ifIndex);
+        const auto found = m_members.find(ifIndex);
+        return found == m_members.end() ? std::nullopt : std::optional(found->second);
+    }
     void Forget(std::uint32_t ifIndex) override { m_forgotten.push_back(ifIndex); }
 
     std::map<std::uint32_t, net::LinkCounters> m_counters;
     std::map<std::uint32_t, net::EthernetCounters> m_ethernet;
+    std::map<std::uint32_t, net::AggregateMember> m_members;
+    std::vector<std::uint32_t> m_askedForMembers;
     std::vector<std::vector<std::uint32_t>> m_reads;
     std::vector<std::uint32_t> m_forgotten;
 

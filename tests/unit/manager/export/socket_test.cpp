@@ -76,7 +76,7 @@ TEST_F(StreamSocketTest, SendsOneByOneWhereTheKernelCutsNoMessages)
     support::Network::Ip("link set lo mtu 1300\n");
     RawCollector collector("127.0.0.2", 6343);
     StreamSocket socket({});
-    ASSERT_EQ(socket.Connect(Address("127.0.0.2"), 6343), std::error_code());
+    ASSERT_EQ(socket.Connect(Address("127.0.0.2"), 6343, {}).error, std::error_code());
     ASSERT_TRUE(socket.Segments()) << "no kernel for this test";
     // The first message passes, the second is refused.
     Add(600), Add(600), Add(200);
@@ -105,7 +105,7 @@ TEST_F(StreamSocketTest, CarriesTheDatagramsThatItsBufferHasRoomFor)
     support::Network::Run({"tc", "qdisc", "add", "dev", "out", "root", "tbf", "rate", "8kbit", "burst",
                            "2000", "limit", "100000000"});
     StreamSocket socket({.mark = 0, .sendBuffer = 4096});
-    ASSERT_EQ(socket.Connect(Address("10.1.0.2"), 6343), std::error_code());
+    ASSERT_EQ(socket.Connect(Address("10.1.0.2"), 6343, {}).error, std::error_code());
     for (std::size_t n = 0; n < 64; ++n) Add(1000 + n);
     const SendResult result = Send(socket);
     EXPECT_EQ(result.error, std::error_code(EAGAIN, std::generic_category()));

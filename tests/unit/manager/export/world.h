@@ -10,6 +10,7 @@
 #include <numeric>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -25,6 +26,8 @@ using manager::Stream;
 using manager::StreamStatus;
 using Kind = Stream::Sample;
 using std::chrono::milliseconds;
+
+inline std::error_code Code(int error) { return {error, std::generic_category()}; }
 
 class ExporterTest : public testing::Test {
 protected:

@@ -23,9 +23,11 @@
 
 #include <gtest/gtest.h>
 
+#include "manager/discards/discards.h"
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
 #include "manager/fake_worker.h"
+#include "manager/sampling/fake_drops.h"
 #include "manager/service/service_table.h"
 #include "net/counters/counters.h"
 #include "net/routes/forwarding.h"
@@ -125,6 +127,7 @@ public:
     net::Destination Resolve(const net::Entering& packet) override
     {
         asked.push_back(packet.ifIndex);
+        lengths.push_back(packet.length);
         return answer;
     }
     net::Origin Trace(const net::Entering& packet, std::optional<std::uint32_t> enteredBy) override
@@ -136,7 +139,7 @@ public:
     net::Destination answer;
     net::Origin origin;
     std::vector<std::pair<std::uint32_t, std::optional<std::uint32_t>>> traced;
-    std::vector<std::uint32_t> asked;
+    std::vector<std::uint32_t> asked, lengths;
 };
 
 class FakeReader final : public net::CounterReader {
@@ -151,6 +154,7 @@ public:
         return m_counters;
     }
     std::optional<net::EthernetCounters> ReadEthernet(std::uint32_t) override { return std::nullopt; }
+    std::optional<net::AggregateMember> ReadMember(std::uint32_t) override { return std::nullopt; }
     void Forget(std::uint32_t ifIndex) override { forgotten.push_back(ifIndex); }
     std::vector<std::uint32_t> forgotten;
 
@@ -173,7 +177,17 @@ public:
         return Take<support::DecodedCounters>();
     }
 
+    /// All datagrams that have come, whole.
+    [[nodiscard]] std::vector<support::Datagram> Datagrams()
+    {
+        std::vector<support::Datagram> all;
+        while (const auto received = m_socket.Receive())
+            all.push_back(support::DecodeDatagram(received->bytes));
+        return all;
+    }
+
     std::vector<std::uint32_t> sequences;
+    std::vector<std::uint32_t> subAgents;  // of the same datagrams
     std::size_t largest = 0;
 
 private:
@@ -185,6 +199,7 @@ private:
             largest = std::max(largest, received->bytes.size());
             const auto datagram = support::DecodeDatagram(received->bytes);
             sequences.push_back(datagram.sequence);
+            subAgents.push_back(datagram.subAgent);
             for (const auto& sample : datagram.samples)
                 if (const auto* wanted = std::get_if<Sample>(&sample)) taken.push_back(*wanted);
         }
@@ -198,11 +213,15 @@ class SamplingTest : public testing::Test {
 protected:
     /// With a direction that all interfaces are sampled in besides.
     explicit SamplingTest(std::optional<Direction> added = std::nullopt)
-        : reconciler({table, timers, links, forwarding, exporter, poller}, added,
-                     [this] { return WallTime(std::chrono::seconds(1000) + timers.Elapsed()); })
+        : own(added), reconciler({table, own, timers, links, forwarding, exporter, poller, discards}, [this] {
+              return Wall();
+          })
     {
         reconciler.SetSource(&source, {.kind = "fake", .reason = "", .permission = true});
+        own.WhenChanged([this](const OwnChange& change) { reconciler.Reconcile(change); });
     }
+
+    [[nodiscard]] WallTime Wall() const { return WallTime(std::chrono::seconds(1000) + timers.Elapsed()); }
 
     /// As an operation of a session is taken.
     void Apply(const Operation& operation)
@@ -265,6 +284,11 @@ protected:
                   &std::chrono::system_clock::now,
                   [](std::uint32_t) { return 0U; }};
     ServiceTable table;
+    OwnSettings own;
+    FakeDrops drops;
+    Discards discards{{timers, links, own, exporter},
+                      [this](capture::DropSink& sink) { return drops.Make(sink); },
+                      [this] { return Wall(); }};
     Reconciler reconciler;
     FakeSource source{reconciler.Sink()};
     Collector c1, c2;

@@ -38,6 +38,7 @@ struct TagCase {
 
 class TagTest : public testing::TestWithParam<TagCase> {};
 
+// sFlow v5, extended_switch: src_vlan and src_priority are those of the frame's 802.1Q tag.
 TEST_P(TagTest, TheOutermostTagIsFound)
 {
     capture::Sample sample;
@@ -60,6 +61,8 @@ INSTANTIATE_TEST_SUITE_P(
                     TagCase{"NoHeaderAtAll", 0, 0, {}, 0, 0}),
     [](const auto& row) { return row.param.name; });
 
+// sFlow v5, sampled_header: frame_length has all octets on the network, the FCS included; stripped has
+// those that are missing from the header's packet.
 TEST(FlowSampleTest, TheFrameLengthCountsTagAndFcs)
 {
     capture::Sample sample;
@@ -84,6 +87,8 @@ TEST(FlowSampleTest, TheFrameLengthCountsTagAndFcs)
     EXPECT_EQ(flow.tagControl, 0x2005U);
 }
 
+// sFlow v5, enum header_protocol: IPv4 is 11, IPv6 is 12; sampled_header: what has no FCS has nothing
+// stripped.
 TEST(FlowSampleTest, APacketWithoutALinkHeaderIsIpWithoutFcs)
 {
     capture::Sample sample;
@@ -107,6 +112,9 @@ struct DestinationCase {
 
 class OutputTest : public testing::TestWithParam<DestinationCase> {};
 
+// sFlow v5, section 5, struct interface (format, value): 0 a single interface, 0 unknown, 0x3FFFFFFF the
+// agent itself; 1 discarded, a code of ICMP below 256 (RFC 1812, 5.2.7.1), else sFlow's own, of which
+// sFlow.org's sflow_drops.txt has those above 262; 2 several interfaces, 0 of an unknown number.
 TEST_P(OutputTest, WhereAPacketGoesIsWrittenAsTheFormatSays)
 {
     wire::FlowSample flow;
@@ -155,6 +163,8 @@ INSTANTIATE_TEST_SUITE_P(
         DestinationCase{"WithoutRoute", Dropped(net::Discard::kNoRoute), Discarded(0)},
         DestinationCase{"Unreachable", Dropped(net::Discard::kUnreachable), Discarded(1)},
         DestinationCase{"Prohibited", Dropped(net::Discard::kProhibited), Discarded(13)},
+        DestinationCase{"TooLargeWithoutFragments", Dropped(net::Discard::kFragmentation), Discarded(4)},
+        DestinationCase{"TooBig", Dropped(net::Discard::kTooBig), Discarded(262)},
         DestinationCase{"AtItsEnd", Dropped(net::Discard::kTimeToLive), Discarded(257)},
         DestinationCase{"IntoABlackHole", Dropped(net::Discard::kBlackHole), Discarded(269)}),
     [](const auto& row) { return row.param.name; });
@@ -167,6 +177,8 @@ struct OriginCase {
 
 class InputTest : public testing::TestWithParam<OriginCase> {};
 
+// sFlow v5, section 5, struct interface: 0 is not known, 0x3FFFFFFF the agent itself. extended_switch: an
+// untagged packet has the VLAN of its port.
 TEST_P(InputTest, WhereAPacketHasComeFromIsWrittenAsTheFormatSays)
 {
     wire::FlowSample flow;
@@ -193,6 +205,7 @@ INSTANTIATE_TEST_SUITE_P(, InputTest,
                                                     {wire::Port::Format::kSingle, 0x3FFFFFFF}}),
                          [](const auto& row) { return row.param.name; });
 
+// sFlow v5, extended_router: next hop, and the prefix lengths of source and destination.
 TEST(FlowSampleTest, ARoutedPacketHasItsRouteAlsoWhereItLeaves)
 {
     net::Origin origin{net::Destination::Kind::kInterface, 4, {}};
@@ -207,6 +220,7 @@ TEST(FlowSampleTest, ARoutedPacketHasItsRouteAlsoWhereItLeaves)
     EXPECT_FALSE(flow.router) << "of the packet before";
 }
 
+// sFlow v5, extended_router; extended_switch: an untagged packet has the VLAN of its port.
 TEST(FlowSampleTest, ARoutedPacketHasItsNextHopAndAnUntaggedOneThePortsVlan)
 {
     net::Destination destination = To(net::Destination::Kind::kInterface, 4);

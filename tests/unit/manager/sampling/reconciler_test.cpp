@@ -73,6 +73,8 @@ TEST_F(SamplingTest, ASampleIsSentOnceToEachOfItsFlowCollectorsAndToNoOther)
     EXPECT_THAT(other.Flows(), IsEmpty());
 }
 
+// sFlow v5, sampled_header: the agent decides how much of the header it sends; frame_length stays that of
+// the packet.
 TEST_F(SamplingTest, ACollectorWithSmallDatagramsGetsLessOfTheHeaderAndTheOthersAllOfIt)
 {
     Collect("small", c1, 200);
@@ -106,6 +108,8 @@ TEST_F(SamplingTest, AChangedRateIsChangedLiveAndNothingElseIsTouched)
     EXPECT_THAT(Calls(), IsEmpty());
 }
 
+// sFlow v5, flow_sample: sequence_number grows with each sample of the source_id; sample_pool counts all
+// packets that could have been sampled.
 TEST_F(SamplingTest, SequenceAndPoolGoOnWhenSamplingEndsAndBeginsAgain)
 {
     SampleEth1();
@@ -253,6 +257,7 @@ TEST_F(SamplingTest, AnInterfaceThatVanishesAndComesAgainIsANewDataSource)
     EXPECT_EQ(flows.back().sourceIndex, 8U);
 }
 
+// sFlow v5, flow_sample_expanded: for an ifIndex of 2^24 and more; an agent sends one of the two encodings.
 TEST_F(SamplingTest, AnIndexOf24BitsAndMoreMakesAllSamplesExpandedAndAllSequencesNew)
 {
     SampleEth1();
@@ -278,6 +283,8 @@ TEST_F(SamplingTest, ARateOfZeroSamplesNothing)
     EXPECT_THAT(Calls(), IsEmpty());
 }
 
+// sFlow v5, sampled_header: frame_length is that of a packet on the network; flow_sample: sample_pool
+// counts such packets.
 TEST_F(SamplingTest, ASegmentedPacketIsAsManySamplesAsItsFramesThatWereDrawn)
 {
     SampleEth1();
@@ -291,8 +298,11 @@ TEST_F(SamplingTest, ASegmentedPacketIsAsManySamplesAsItsFramesThatWereDrawn)
     EXPECT_THAT(Sequences(flows), ElementsAre(1, 2, 3));
     EXPECT_EQ(flows[0].header->frameLength, 1004U);
     EXPECT_EQ(flows[0].pool, 40U);
+    EXPECT_THAT(forwarding.lengths, ElementsAre(1000)) << "its way is that of one frame";
 }
 
+// sFlow v5, section 5, flow_sample: input and output, of which one is the data source; struct interface:
+// 0x3FFFFFFF the agent itself.
 TEST_F(SamplingTest, ALeavingPacketHasTheInterfaceAsItsOutputAndItsOriginAsItsInput)
 {
     SampleEth1();

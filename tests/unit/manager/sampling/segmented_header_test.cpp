@@ -121,6 +121,7 @@ void PrintTo(const LengthCase& row, std::ostream* out) { *out << row.name; }
 
 class SegmentLengthsTest : public testing::TestWithParam<LengthCase> {};
 
+// sFlow v5, sampled_header: frame_length is the length of the packet on the network.
 TEST_P(SegmentLengthsTest, AreThoseOnTheWire)
 {
     const LengthCase& row = GetParam();
@@ -153,6 +154,7 @@ INSTANTIATE_TEST_SUITE_P(
         LengthCase{"NotTheVersionItSays", kIp4 + Ipv6(6, 0) + Tcp(), 3000, 3, 900, {1000, 1000}}),
     [](const auto& row) { return row.param.name; });
 
+// RFC 791, 3.1: total length, header checksum.
 TEST(SegmentedHeaderTest, Ipv4SaysTheLengthOfOneFrame)
 {
     const Bytes whole = kIp4 + Ipv4(6, 20 + 20 + 1448 * 42) + Tcp();
@@ -177,6 +179,7 @@ TEST(SegmentedHeaderTest, AWrongChecksumStaysWrong)
     EXPECT_NE(Sum(header.Of(header.Lengths().each).subspan(14, 20)), 0xFFFFU);
 }
 
+// RFC 8200, 3: payload length. RFC 768: length.
 TEST(SegmentedHeaderTest, Ipv6AndUdpSayTheLengthOfOneFrame)
 {
     const Bytes whole = kIp6 + Ipv6(17, 8 + 2500) + Udp(5000, 8 + 2500);
@@ -199,6 +202,7 @@ TEST(SegmentedHeaderTest, ALengthThatOnlyABigPacketHasIsThatOfAFrame)
     EXPECT_EQ(Sum(one.subspan(14, 20)), 0xFFFFU);
 }
 
+// RFC 2675, 2: the jumbo payload option, with a payload length of 0.
 TEST(SegmentedHeaderTest, TheJumboOptionThatTheKernelAddsIsNotOnTheWire)
 {
     const Bytes jumbo{std::byte{6}, std::byte{0}, std::byte{0xC2}, std::byte{4},
@@ -213,6 +217,7 @@ TEST(SegmentedHeaderTest, TheJumboOptionThatTheKernelAddsIsNotOnTheWire)
     EXPECT_EQ(Bytes(one.begin() + 54, one.end()), Tcp());
 }
 
+// RFC 7348 (VXLAN), RFC 8926 (Geneve), RFC 2784 and 2890 (GRE).
 TEST(SegmentedHeaderTest, EveryHeaderOfATunnelSaysTheLengthOfOneFrame)
 {
     const Bytes inner = Ipv4(6, 40 + 3000) + Tcp();
@@ -246,6 +251,7 @@ TEST(SegmentedHeaderTest, WhatOnlyHasATunnelsPortIsUdp)
     EXPECT_EQ(Get16(header.Of(1042), 34 + 4), 1008U);
 }
 
+// sFlow v5, enum header_protocol: 11, the packet begins with IPv4.
 TEST(SegmentedHeaderTest, WithoutALinkHeaderItBeginsWithIp)
 {
     const Bytes whole = Ipv4(6, 40 + 3000) + Tcp();

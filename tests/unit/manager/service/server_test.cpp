@@ -16,6 +16,7 @@
 #include "manager/service/service.h"
 #include "manager/service/session_server.h"
 #include "support/few_files.h"
+#include "support/proto_text.h"
 
 namespace manager {
 namespace {
@@ -87,7 +88,7 @@ protected:
         auto client = Connect();
         client->Send(Hello());
         EXPECT_TRUE(RunUntil([&] { return !client->All().empty(); }));
-        EXPECT_TRUE(client->All().front().has_opened()) << client->All().front().ShortDebugString();
+        EXPECT_TRUE(client->All().front().has_opened()) << support::TextOf(client->All().front());
         return client;
     }
 
@@ -225,7 +226,7 @@ TEST_F(Server, EndsWhoeverSendsAnythingBeforeHello)
     for (const auto& message : {Loaded(), DeleteMessage("c1"), ClientMessage{}}) {
         auto client = Connect();
         client->Send(message);
-        EXPECT_TRUE(RunUntil([&] { return client->Ended(); })) << message.ShortDebugString();
+        EXPECT_TRUE(RunUntil([&] { return client->Ended(); })) << support::TextOf(message);
         EXPECT_TRUE(client->All().empty());
     }
     EXPECT_EQ("", Noted());
@@ -236,7 +237,7 @@ TEST_F(Server, EndsASessionThatSendsHelloAgainOrNothing)
     for (const auto& message : {Hello(), ClientMessage{}}) {
         auto client = Open();
         client->Send(message);
-        EXPECT_TRUE(RunUntil([&] { return client->Ended(); })) << message.ShortDebugString();
+        EXPECT_TRUE(RunUntil([&] { return client->Ended(); })) << support::TextOf(message);
         EXPECT_EQ(Service::Session::kNone, m_service.CurrentSession());
     }
 }

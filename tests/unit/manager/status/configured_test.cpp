@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "manager/configured_store_fixture.h"
+#include "manager/settings/configured_store.h"
 
 namespace manager {
 namespace {

@@ -27,8 +27,10 @@ struct World : Flowing {
     InterfaceStatus& Status() { return interfaces.at("eth1"); }
     StreamStatus& Stream() { return collectors.at("c1"); }
     void Set(const InterfaceSettings& settings) { Update("eth1", "", "", settings); }
-    void Fail(std::errc error, const std::string& text)
+    void Send(const SendSettings& send) { own.Update({.collectors = {{"c1", OwnCollector{.send = send}}}}); }
+    void Fail(std::errc error, const std::string& text, Tried tried = Tried::kSend)
     {
+        Stream().lastTried = tried;
         Stream().sending = false;
         Stream().errors = 3;
         Stream().lastError = std::make_error_code(error);
@@ -94,7 +96,7 @@ const DiagnosisRow kInterfaceRows[] = {
     {"NoTrafficWithAnAddedDirection",
      [](World& w) {
          w.Status().packetsSeen = w.Status().samples = 0;
-         w.manager.addedDirection = Direction::kEgress;
+         w.own.Update({.general = OwnGeneral{.direction = Direction::kEgress}});
      },
      {OfInterface(Reason::kNoTraffic,
                   "no packet has entered or left the kernel interface k-eth1 since sampling began")}},
@@ -315,6 +317,63 @@ const DiagnosisRow kCollectorRows[] = {
     {"OtherError", [](World& w) { w.Fail(std::errc::no_buffer_space, "send to 192.0.2.1: No buffer space"); },
      {OfCollector(Reason::kSendError,
                   "datagrams to 192.0.2.1:6343 can't be sent: send to 192.0.2.1: No buffer space")}},
+    {"NoRouteByADeviceFromAnAddress",
+     [](World& w) {
+         w.Send({.sourceAddress = Address("192.0.2.9"), .dscp = 1, .device = "vrf-x"});
+         w.Fail(std::errc::network_unreachable, "x");
+     },
+     {OfCollector(Reason::kNoRoute,
+                  "the kernel has no route to 192.0.2.1:6343; look at: ip route get 192.0.2.1 from 192.0.2.9 oif "
+                  "vrf-x")}},
+    {"SourceAddressMissing",
+     [](World& w) {
+         w.Send({.sourceAddress = Address("192.0.2.9")});
+         w.Fail(std::errc::address_not_available, "x", Tried::kSource);
+     },
+     {OfCollector(Reason::kSourceAddressMissing,
+                  "this machine does not have the address 192.0.2.9 that datagrams to it are to come from; ip "
+                  "address add 192.0.2.9/32 dev DEVICE, or set oam sflow-manager collector c1 source-address "
+                  "ADDRESS")}},
+    {"SourceAddressMissingInAVrf",
+     [](World& w) {
+         w.Send({.sourceAddress = Address("192.0.2.9"), .device = "vrf-x"});
+         w.Fail(std::errc::address_not_available, "x", Tried::kSource);
+     },
+     {OfCollector(Reason::kSourceAddressMissing,
+                  "this machine does not have the address 192.0.2.9 that datagrams to it are to come from, or not "
+                  "where vrf-x routes; ip address add 192.0.2.9/32 dev DEVICE, or set oam sflow-manager collector "
+                  "c1 source-address ADDRESS")}},
+    {"DeviceMissing",
+     [](World& w) {
+         w.Send({.device = "vrf-x"});
+         w.Fail(std::errc::no_such_device, "x", Tried::kDevice);
+     },
+     {OfCollector(Reason::kDeviceMissing,
+                  "there is no device vrf-x by which datagrams to it could leave; make it, or: delete oam "
+                  "sflow-manager collector c1 device")}},
+    {"DeviceForbidden",
+     [](World& w) {
+         w.Send({.device = "vrf-x"});
+         w.Fail(std::errc::operation_not_permitted, "x", Tried::kDevice);
+     },
+     {OfCollector(Reason::kNoPermission,
+                  "the manager may not bind a socket to the device vrf-x; start sflow-mgr as root, grant it "
+                  "CAP_NET_RAW, or: delete oam sflow-manager collector c1 device")}},
+    {"NotMarked",
+     [](World& w) { w.Fail(std::errc::invalid_argument, "send with DSCP 1: no", Tried::kDscp); },
+     {OfCollector(Reason::kSendError, "datagrams to 192.0.2.1:6343 can't be sent: send with DSCP 1: no")}},
+    {"OnlySettings",
+     [](World& w) { w.own.Update({.collectors = {{"c9", OwnCollector()}}}); },
+     {{Subject::kCollector, "c9", Reason::kCollectorUnknown,
+       "oam sflow-manager has settings for the collector c9, but there is no collector of that name; set oam "
+       "sflow collector c9 ip ADDRESS, or delete oam sflow-manager collector c9"}}},
+    {"SettingsOfADisabledCollector",
+     [](World& w) {
+         w.own.Update({.collectors = {{"c9", OwnCollector()}}});
+         w.configured.collectors["c9"].enabled = false;
+     },
+     {{Subject::kCollector, "c9", Reason::kCollectorDisabled,
+       "the collector c9 is disabled; set oam sflow collector c9 enabled true"}}},
     {"ErrorThatIsOver",
      [](World& w) {
          w.Fail(std::errc::connection_refused, "x");

@@ -27,7 +27,7 @@ TEST(MetricsText, OfAManagerWithNothing)
 {
     const ServiceTable table;
     EXPECT_EQ(
-        MetricsText(View(StatusSources{table})),
+        MetricsText(View(StatusSources{table, OwnSettings()})),
         R"(# HELP sflow_manager_session_loaded Whether the configuration daemon is connected and has said all.
 # TYPE sflow_manager_session_loaded gauge
 sflow_manager_session_loaded 0
@@ -40,6 +40,9 @@ sflow_manager_operations_refused_total 0
 # HELP sflow_manager_source_info How packets are sampled on this machine; always 1.
 # TYPE sflow_manager_source_info gauge
 sflow_manager_source_info{source="none"} 1
+# HELP sflow_drops_watched Whether discarded packets are looked at.
+# TYPE sflow_drops_watched gauge
+sflow_drops_watched 0
 )");
 }
 
@@ -58,6 +61,8 @@ TEST(MetricsText, OfWhatFlows)
     stream.lostSamples = 7;
     stream.errors = 8;
     stream.lastErrorTime = WallTime(std::chrono::milliseconds{1'000'000'000'007});
+    shown.manager.discards = {.running = true, .reason = "", .uncounted = 5};
+    shown.drops = TwoDrops();
     Texts values;
     for (const std::string& line : Lines(MetricsText(shown.Look())))
         if (!line.starts_with('#')) values.push_back(line);
@@ -77,6 +82,7 @@ TEST(MetricsText, OfWhatFlows)
                   R"(sflow_collector_errors_total{collector="c1"} 8)",
                   R"(sflow_collector_samples_total{collector="c1",kind="flow"} 80)",
                   R"(sflow_collector_samples_total{collector="c1",kind="counter"} 4)",
+                  R"(sflow_collector_samples_total{collector="c1",kind="discard"} 9)",
                   R"(sflow_collector_last_datagram_timestamp_seconds{collector="c1"} 1795240809.623)",
                   R"(sflow_collector_last_error_timestamp_seconds{collector="c1"} 1000000000.007)",
                   R"(sflow_interface_info{interface="eth1",kernel_interface="k-eth1",ifindex="7"} 1)",
@@ -104,6 +110,12 @@ TEST(MetricsText, OfWhatFlows)
                   R"(sflow_interface_drops_total{interface="eth2",cause="no-collector"} 5)",
                   R"(sflow_interface_last_sample_timestamp_seconds{interface="eth1"} 1795240808.123)",
                   R"(sflow_interface_last_counters_timestamp_seconds{interface="eth1"} 1795240750.123)",
+                  R"(sflow_drops_watched 1)",
+                  R"(sflow_drops_uncounted_total 5)",
+                  R"(sflow_drops_total{interface="eth1",reason="NO_SOCKET"} 10)",
+                  R"(sflow_drops_total{interface="eth1",reason="OTHERHOST"} 2)",
+                  R"(sflow_drops_not_told_total{interface="eth1"} 3)",
+                  R"(sflow_drops_not_told_total{interface="n/a"} 0)",
               }));
 }
 
@@ -111,6 +123,8 @@ TEST(MetricsText, KeepEachFamilyTogetherBehindItsHelpAndType)
 {
     Flowing shown;
     shown.Update("eth2");
+    shown.manager.discards.running = true;
+    shown.drops = TwoDrops();
     const std::regex help("# HELP ([a-z_]+) [A-Z].*\\."), type("# TYPE ([a-z_]+) (counter|gauge)"),
         value("([a-z_]+)(\\{[a-z_]+=\"[^\"]*\"(,[a-z_]+=\"[^\"]*\")*\\})? [0-9.]+");
     std::set<std::string> families;
@@ -133,7 +147,7 @@ TEST(MetricsText, KeepEachFamilyTogetherBehindItsHelpAndType)
             EXPECT_NE("", kind) << line;
         }
     }
-    EXPECT_EQ(27U, families.size());
+    EXPECT_EQ(31U, families.size());
 }
 
 TEST(MetricsText, EscapeWhatWouldEndALabel)

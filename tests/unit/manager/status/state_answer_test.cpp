@@ -39,7 +39,7 @@ protected:
 
     StateAnswer::Sources Sources(const cdb::StoreReader* store)
     {
-        StatusSources status{m_table};
+        StatusSources status{m_table, m_own};
         status.now = [] { return kNow; };
         status.manager = [] {
             ManagerStatus manager;
@@ -53,6 +53,10 @@ protected:
         status.collector = [this](const std::string& name) {
             m_looked.push_back(name);
             return &m_stream;
+        };
+        status.drops = [this] {
+            m_looked.emplace_back("drops");
+            return m_drops;
         };
         return {status, [this] { ++m_refreshes; }, store, "no store"};
     }
@@ -88,7 +92,9 @@ protected:
     }
 
     ServiceTable m_table;
+    OwnSettings m_own;
     StreamStatus m_stream = SendingStream();
+    std::vector<DropsAtInterface> m_drops;
     std::vector<std::string> m_looked;
     int m_refreshes = 0;
     nlohmann::ordered_json m_whole;
@@ -116,6 +122,73 @@ TEST_F(Answer, OfWhatIsNotThereIsEmpty)
     wanted.problems.interfaces.names = {"eth500"};
     EXPECT_THAT(Parts(wanted, &Store({})), ElementsAre("{}"));
     EXPECT_THAT(m_looked, IsEmpty());
+}
+
+TEST_F(Answer, HasTheOwnSettingsOfTheCollectorAskedFor)
+{
+    Apply(Add("c1"));
+    for (int i = 0; i < 1000; ++i)
+        m_own.Update(
+            {.collectors = {{"c" + std::to_string(i),
+                             OwnCollector{.send = {Address("192.0.2.9"), 46, "vrf-x"}, .discards = true}}}});
+    WantedState wanted;
+    wanted.collectors = Named("c1", {"source-address", "dscp", "device", "discards"});
+    wanted.subAgent = true;
+    EXPECT_THAT(
+        Parts(wanted),
+        ElementsAre(
+            R"({"sub-agent":"0","collector":[{"keys":["c1"],"source-address":"192.0.2.9","dscp":"46",)"
+            R"("device":"vrf-x","discards":"true"}]})"));
+    EXPECT_THAT(m_looked, ElementsAre("c1"));
+}
+
+TEST_F(Answer, NamesTheCollectorsThatOnlySettingsNameInOrderOverManyParts)
+{
+    OwnUpdate update;
+    for (int i = 0; i < 250; ++i) update.collectors["s" + std::to_string(i)] = OwnCollector();
+    m_own.Update(update);
+    Apply(Add("s7"));
+    WantedState wanted;
+    wanted.problems.collectors.all = true;
+    Parts(wanted, &Store({{kCollector, {"s9"}}}));
+    std::vector<std::string> expected;
+    for (const auto& [name, settings] : update.collectors)
+        expected.push_back("collector " + name +
+                           (name == "s7"   ? " no-interface"
+                            : name == "s9" ? " not-loaded"
+                                           : " collector-unknown"));
+    EXPECT_EQ(expected, KeysOf("problem"));
+    m_whole.clear();
+    Parts(wanted);
+    EXPECT_THAT(KeysOf("problem"), ElementsAre("collector s7 no-interface"))
+        << "without the configuration it can't be said of the others";
+}
+
+TEST_F(Answer, HasDropsOnlyIfTheyAreAskedFor)
+{
+    m_drops = TwoDrops();
+    WantedState wanted;
+    wanted.agentAddress = true;
+    EXPECT_THAT(Parts(wanted), ElementsAre("{}"));
+    EXPECT_THAT(m_looked, IsEmpty());
+    wanted.drops = true;
+    Parts(wanted);
+    EXPECT_THAT(KeysOf("drops"), ElementsAre("eth1", "n/a"));
+}
+
+TEST_F(Answer, HasDropsAsTheyWereAtOneMomentOverManyParts)
+{
+    std::vector<std::string> names;
+    for (int i = 0; i < 250; ++i) {
+        DropsAtInterface& drops = m_drops.emplace_back(TwoDrops()[0]);
+        drops.name = "p" + std::to_string(1000 + i);
+        names.push_back(drops.name);
+    }
+    WantedState wanted;
+    wanted.drops = true;
+    EXPECT_EQ(8U, Parts(wanted).size()) << "of three lines each";
+    EXPECT_EQ(names, KeysOf("drops"));
+    EXPECT_THAT(m_looked, ElementsAre("drops"));
 }
 
 TEST_F(Answer, HasEveryEntryOnceInOrderOverManyParts)

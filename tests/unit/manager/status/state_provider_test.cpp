@@ -20,6 +20,9 @@ using CdbdMessage = ipc::cdb::ServerMessage;
 using Database = Peer<ProviderMessage>;
 using std::chrono::milliseconds;
 
+/// What the manager says before it is accepted.
+constexpr std::size_t kIntroduction = 4;
+
 /// An answer that knows only how many parts it has.
 class Parts final : public StateParts {
 public:
@@ -68,7 +71,7 @@ protected:
     {
         EXPECT_TRUE(RunUntil([&] {
             m_timers.Advance(milliseconds{10});
-            return m_connections.size() == connections && m_connections.back()->All().size() >= 3;
+            return m_connections.size() == connections && m_connections.back()->All().size() >= kIntroduction;
         }));
         return *m_connections.back();
     }
@@ -98,18 +101,21 @@ protected:
     std::vector<std::string> m_asked;
     std::string m_resyncError;
     int m_resyncs = 0;
-    StateProvider m_provider{m_loop,
-                             m_timers,
-                             Path(),
-                             {[this](const std::string& store) { m_stores.push_back(store); },
-                              [this](const ipc::cdb::StateRequest& request) {
-                                  m_asked.push_back(request.parts(0).path());
-                                  return std::make_unique<Parts>(m_parts, m_bytes);
-                              },
-                              [this] {
-                                  ++m_resyncs;
-                                  return m_resyncError;
-                              }}};
+    std::vector<std::uint64_t> m_changes;
+    StateProvider m_provider{
+        m_loop,
+        m_timers,
+        Path(),
+        {[this](const std::string& store) { m_stores.push_back(store); },
+         [this](const ipc::cdb::StateRequest& request) {
+             m_asked.push_back(request.parts(0).path());
+             return std::make_unique<Parts>(m_parts, m_bytes);
+         },
+         [this] {
+             ++m_resyncs;
+             return m_resyncError;
+         },
+         [this](const ipc::cdb::ChangeSet& changes) { m_changes.push_back(changes.commit()); }}};
 };
 
 TEST_F(Provider, IntroducesItself)
@@ -117,12 +123,13 @@ TEST_F(Provider, IntroducesItself)
     Listen();
     m_provider.Start();
     const auto& said = Introduced(1).All();
-    ASSERT_EQ(3U, said.size());
+    ASSERT_EQ(kIntroduction, said.size());
     EXPECT_EQ(ipc::kProtocolVersion, said[0].hello().protocol());
     EXPECT_EQ("sflow-mgr", said[0].hello().process());
     EXPECT_EQ(::getpid(), said[0].hello().pid());
-    EXPECT_EQ("/state/oam/sflow", said[1].register_state_provider().path());
-    EXPECT_TRUE(said[2].has_ready());
+    EXPECT_EQ("/config/oam/sflow-manager", said[1].subscribe().path());
+    EXPECT_EQ("/state/oam/sflow", said[2].register_state_provider().path());
+    EXPECT_TRUE(said[3].has_ready());
 }
 
 TEST_F(Provider, IsToldOfTheStoreEachTimeItIsAccepted)
@@ -144,10 +151,10 @@ TEST_F(Provider, AnswersAQuestionInParts)
     Database& database = Introduced(1);
     m_parts = 3;
     database.Send(Question(7));
-    ASSERT_TRUE(RunUntil([&] { return database.All().size() == 6; }));
-    for (std::size_t i = 3; i < 6; ++i) {
+    ASSERT_TRUE(RunUntil([&] { return database.All().size() == kIntroduction + 3; }));
+    for (std::size_t i = kIntroduction; i < kIntroduction + 3; ++i) {
         EXPECT_EQ(7U, database.All()[i].state_reply().request());
-        EXPECT_EQ(i < 5, database.All()[i].state_reply().more());
+        EXPECT_EQ(i < kIntroduction + 2, database.All()[i].state_reply().more());
         EXPECT_EQ("", database.All()[i].state_reply().error());
     }
     EXPECT_EQ(std::vector<std::string>{"/state/oam/sflow"}, m_asked);
@@ -160,11 +167,11 @@ TEST_F(Provider, AnswersASmallQuestionAmidALargeOne)
     Database& database = Introduced(1);
     m_parts = 1'000'000'000;
     database.Send(Question(1));
-    ASSERT_TRUE(RunUntil([&] { return database.All().size() > 3; }));
+    ASSERT_TRUE(RunUntil([&] { return database.All().size() > kIntroduction; }));
     m_parts = 1;
     database.Send(Question(2));
     ASSERT_TRUE(RunUntil([&] {
-        return std::any_of(database.All().begin() + 3, database.All().end(),
+        return std::any_of(database.All().begin() + kIntroduction, database.All().end(),
                            [](const ProviderMessage& message) {
                                return message.state_reply().request() == 2 && !message.state_reply().more();
                            });
@@ -182,7 +189,7 @@ TEST_F(Provider, WaitsWhileTheDatabaseTakesNothing)
     // Never more than a part beyond the bound waits, so all of it arrives; the timer is the pause.
     ASSERT_TRUE(RunUntil([&] {
         m_timers.Advance(milliseconds{10});
-        return database.All().size() == 103;
+        return database.All().size() == kIntroduction + 100;
     }));
     EXPECT_FALSE(database.Ended());
 }
@@ -206,7 +213,7 @@ TEST_F(Provider, RefusesQuestionsBeyondABound)
     m_connections.back()->Close();  // ends all of them
     m_parts = 1;
     Introduced(2).Send(Question(1));
-    EXPECT_TRUE(RunUntil([&] { return m_connections.back()->All().size() == 4; }));
+    EXPECT_TRUE(RunUntil([&] { return m_connections.back()->All().size() == kIntroduction + 1; }));
 }
 
 TEST_F(Provider, PassesOnTheRequestForEverythingAnew)
@@ -224,6 +231,26 @@ TEST_F(Provider, PassesOnTheRequestForEverythingAnew)
     answer = Answer(request);
     EXPECT_EQ(m_resyncError, answer.action_reply().error());
     EXPECT_EQ(2, m_resyncs);
+}
+
+TEST_F(Provider, AcknowledgesAChangeAndPassesItOn)
+{
+    Listen();
+    m_provider.Start();
+    Database& database = Introduced(1);
+    database.Send(Welcome());
+    CdbdMessage message;
+    message.mutable_change_set()->set_commit(5);
+    EXPECT_EQ(5U, Answer(message).change_set_ack().commit());
+    EXPECT_TRUE(RunUntil([&] { return !m_changes.empty(); }));
+    for (const std::uint64_t commit : {6U, 6U}) {  // one that is sent twice is acknowledged twice
+        message.mutable_change_set()->set_commit(commit);
+        database.Send(message);
+    }
+    EXPECT_TRUE(RunUntil([&] { return m_changes.size() == 3; }));
+    EXPECT_EQ((std::vector<std::uint64_t>{5, 6, 6}), m_changes);
+    ASSERT_TRUE(RunUntil([&] { return database.All().size() == kIntroduction + 3; }));
+    EXPECT_EQ(6U, database.All().back().change_set_ack().commit());
 }
 
 TEST_F(Provider, RefusesARequestItDoesNotKnow)
@@ -293,13 +320,11 @@ TEST_F(Provider, IgnoresWhatItHasNotAskedFor)
     m_provider.Start();
     Introduced(1).Send(Welcome());
     CdbdMessage message;
-    message.mutable_change_set()->set_commit(5);
-    m_connections.back()->Send(message);
     message.mutable_callpoint_request()->set_request(5);
     m_connections.back()->Send(message);
     m_connections.back()->Send(CdbdMessage{});
     EXPECT_EQ(11U, Answer(Question(11)).state_reply().request());
-    EXPECT_EQ(4U, m_connections.back()->All().size());
+    EXPECT_EQ(kIntroduction + 1, m_connections.back()->All().size());
 }
 
 }  // namespace

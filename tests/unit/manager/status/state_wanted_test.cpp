@@ -5,9 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <google/protobuf/text_format.h>
-
 #include "ipc/cdb.pb.h"
+#include "support/proto_text.h"
 
 namespace manager {
 namespace {
@@ -15,7 +14,7 @@ namespace {
 WantedState Wanted(const std::string& text)
 {
     ipc::cdb::StateRequest::Part part;
-    EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &part)) << text;
+    EXPECT_TRUE(support::FromText(text, part)) << text;
     return WantedState::From(part);
 }
 
@@ -23,7 +22,7 @@ TEST(WantedState, IsEverythingWhereNothingIsSelected)
 {
     const WantedState wanted = Wanted("path: '/state/oam/sflow'");
     EXPECT_TRUE(wanted.manager->Has("pid"));
-    EXPECT_TRUE(wanted.agentAddress);
+    EXPECT_TRUE(wanted.agentAddress && wanted.subAgent);
     EXPECT_TRUE(wanted.collectors.Of("any")->Has("port"));
     EXPECT_TRUE(wanted.interfaces.Of("any")->Has("ifindex"));
     EXPECT_TRUE(wanted.problems.agent);
@@ -35,7 +34,7 @@ TEST(WantedState, IsOneEntryWithItsKey)
 {
     const WantedState wanted = Wanted("children { name: 'interface' keys { name: 'name' value: 'eth1' } }");
     EXPECT_FALSE(wanted.manager);
-    EXPECT_FALSE(wanted.agentAddress);
+    EXPECT_FALSE(wanted.agentAddress || wanted.subAgent);
     EXPECT_TRUE(wanted.collectors.None());
     EXPECT_TRUE(wanted.interfaces.Of("eth1")->Has("ifindex"));
     EXPECT_EQ(nullptr, wanted.interfaces.Of("eth2"));
@@ -49,7 +48,7 @@ TEST(WantedState, IsTheLeavesThatAreNamed)
         "children { name: 'interface' keys { name: 'name' value: 'eth1' } children { name: 'problem' } }"
         "children { name: 'manager' children { name: 'pid' } } children { name: 'manager' children { name: "
         "'since' } }"
-        "children { name: 'agent-address' }");
+        "children { name: 'agent-address' } children { name: 'sub-agent' }");
     EXPECT_TRUE(wanted.interfaces.Of("eth1")->Has("ifindex"));
     EXPECT_TRUE(wanted.interfaces.Of("eth1")->Has("problem"));
     EXPECT_FALSE(wanted.interfaces.Of("eth1")->Has("packets-seen"));
@@ -57,7 +56,7 @@ TEST(WantedState, IsTheLeavesThatAreNamed)
     EXPECT_FALSE(wanted.interfaces.Has("packets-seen"));
     EXPECT_TRUE(wanted.manager->Has("pid") && wanted.manager->Has("since"));
     EXPECT_FALSE(wanted.manager->Has("session"));
-    EXPECT_TRUE(wanted.agentAddress);
+    EXPECT_TRUE(wanted.agentAddress && wanted.subAgent);
 }
 
 TEST(WantedState, OfEveryEntryIsWantedOfTheNamedOnesToo)

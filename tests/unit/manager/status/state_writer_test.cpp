@@ -44,8 +44,9 @@ protected:
     {
         ipc::cdb::StateReply part;
         StateWriter writer(part, kStatePath);
-        writer.Manager(view.Manager(), kAll);
+        writer.Manager(view.Manager(), view.Own(), kAll);
         if (const auto address = view.Table().AgentAddress()) writer.AgentAddress(*address);
+        writer.SubAgent(view.Own().SubAgent());
         const auto problems = DiagnoseAll(view, configured);
         const auto own = [&problems](Subject subject, const std::string& name) {
             std::vector<Problem> found;
@@ -57,6 +58,7 @@ protected:
             writer.Collector(view.Of(entry), view.Now(), own(Subject::kCollector, entry.first), kAll);
         for (const auto& entry : view.Table().AllInterfaces())
             writer.Interface(view.Of(entry), view, configured, own(Subject::kInterface, entry.first), kAll);
+        for (const DropsAtInterface& drops : view.Drops()) writer.Drops(drops, view.Now());
         for (const Problem& problem : problems) writer.Problem(problem);
         EXPECT_EQ("", Fault(part));
         return support::Shown(part).dump();
@@ -65,7 +67,7 @@ protected:
     /// Of a manager that has nothing but that service.
     [[nodiscard]] View Of(const Service& service) const
     {
-        StatusSources sources{m_table};
+        StatusSources sources{m_table, m_own};
         sources.manager = [&service] {
             ManagerStatus status = StatusOf(service);
             status.pid = 4711;
@@ -76,32 +78,39 @@ protected:
 
     ly_ctx* m_context = nullptr;
     ServiceTable m_table;
+    OwnSettings m_own;
     system_clock::time_point m_now{milliseconds{1'795'240'811'123}};
     Service m_service{m_table, nullptr, [this] { return m_now; }, [](const Touched&) {}};
 };
 
 TEST_F(StateText, OfAManagerThatNobodyHasSpokenTo)
 {
-    EXPECT_EQ(R"({"manager":{"connected":"false","pid":"4711",)"
-              R"("session":"none","since":"2026-11-21T06:00:11.123Z","operations":"0",)"
-              R"("operations-refused":"0","packet-source":"none"}})",
-              Text(Of(m_service), nullptr));
+    EXPECT_EQ(
+        R"({"sub-agent":"0","manager":{"connected":"false","pid":"4711",)"
+        R"("session":"none","since":"2026-11-21T06:00:11.123Z","operations":"0",)"
+        R"("operations-refused":"0","packet-source":"none","discard-limit":"100","discard-interfaces":"none",)"
+        R"("discards-uncounted":"0"}})",
+        Text(Of(m_service), nullptr));
 }
 
 TEST_F(StateText, OfAllThatFlows)
 {
     Flowing shown;
     shown.Update("eth2", "c1", "", {4096, Direction::kBoth, 64, 0});
+    shown.manager.discards = {.running = true, .reason = "", .uncounted = 5};
+    shown.drops = TwoDrops();
     Configured configured = FlowingConfigured();
     configured.interfaces["eth2"].collectors[0] = {"c1"};
     const std::string json = Text(shown.Look(), &configured);
     EXPECT_EQ(
-        R"({"agent-address":"192.0.2.9","manager":{"connected":"true","pid":"4711","session":"loaded",)"
+        R"({"agent-address":"192.0.2.9","sub-agent":"0","manager":{"connected":"true","pid":"4711","session":"loaded",)"
         R"("since":"2026-11-21T05:00:11.123Z","operations":"9","operations-refused":"0",)"
-        R"("packet-source":"ebpf-tcx"},)"
-        R"("collector":[{"keys":["c1"],"address":"192.0.2.1","port":"6343","datagram-size":"1400","sending":"true",)"
+        R"("packet-source":"ebpf-tcx","discard-limit":"100","discard-interfaces":"configured",)"
+        R"("discards-uncounted":"5"},)"
+        R"("collector":[{"keys":["c1"],"address":"192.0.2.1","port":"6343","datagram-size":"1400","dscp":"0",)"
+        R"("discards":"false","sending":"true",)"
         R"("packets-sent":"12","bytes-sent":"16000","flow-samples-sent":"80","counter-samples-sent":"4",)"
-        R"("packets-lost":"0","samples-lost":"0","errors":"0",)"
+        R"("discards-sent":"9","packets-lost":"0","samples-lost":"0","errors":"0",)"
         R"("last-packet-time":"2026-11-21T06:00:09.623Z","last-packet-age":"1"}],)"
         R"("interface":[{"keys":["eth1"],"sampling-rate":"512","sampling-rate-source":"own-setting",)"
         R"("max-header-size":"128","polling-interval":"20","direction":"ingress","flow-collector":["c1"],)"
@@ -116,7 +125,12 @@ TEST_F(StateText, OfAllThatFlows)
         R"("oper-status":"up","packet-source":"ebpf-tcx","packets-seen":"40960","packets-sampled":"80",)"
         R"("drops-buffer":"0","drops-no-collector":"0","last-sample-time":"2026-11-21T06:00:08.123Z",)"
         R"("last-sample-age":"3","counters-sent":"4","last-counters-time":"2026-11-21T05:59:10.123Z",)"
-        R"("last-counters-age":"61"}]})",
+        R"("last-counters-age":"61"}],)"
+        R"("drops":[{"keys":["eth1"],"ifindex":"7","packets":"12","packets-not-told":"3","reason":[)"
+        R"({"keys":["NO_SOCKET"],"packets":"10","rate":"2","last-time":"2026-11-21T06:00:08.123Z",)"
+        R"("last-age":"3","code":"3","function":"udp_rcv"},)"
+        R"({"keys":["OTHERHOST"],"packets":"2","rate":"0","last-time":"2026-11-21T06:00:10.123Z",)"
+        R"("last-age":"1"}]},{"keys":["n/a"],"ifindex":"0","packets":"1","packets-not-told":"0"}]})",
         json);
 }
 
@@ -128,8 +142,10 @@ TEST_F(StateText, OfAllThatDoesNotFlow)
     shown.manager.since = kNow - std::chrono::hours{1};
     shown.manager.operations = 9;
     shown.manager.source = {"none", "CAP_NET_RAW is missing", false};
-    shown.manager.addedDirection = Direction::kEgress;
+    shown.own.Update(
+        {.general = OwnGeneral{.subAgent = 7, .direction = Direction::kEgress, .discardLimit = 0}});
     shown.manager.limitations = {"no marks", "no statistics"};
+    shown.manager.discards = {.running = false, .reason = "the kernel is too old", .uncounted = 0};
     shown.Add("c1");
     auto& stream = shown.collectors.at("c1");
     stream = {};
@@ -150,13 +166,15 @@ TEST_F(StateText, OfAllThatDoesNotFlow)
     status.dropsNoCollector = 1;
     const std::string json = Text(shown.Look(), nullptr);
     EXPECT_EQ(
-        R"({"manager":{"connected":"true","pid":"4711","session":"loaded",)"
+        R"({"sub-agent":"7","manager":{"connected":"true","pid":"4711","session":"loaded",)"
         R"("since":"2026-11-21T05:00:11.123Z","operations":"9","operations-refused":"0",)"
         R"("packet-source":"none","packet-source-reason":"CAP_NET_RAW is missing","added-direction":"egress",)"
-        R"("limitation":["no marks","no statistics"]},)"
-        R"("collector":[{"keys":["c1"],"address":"192.0.2.1","port":"6343","datagram-size":"1400","sending":"false",)"
+        R"("discard-limit":"0","discard-interfaces":"none",)"
+        R"("discard-interfaces-reason":"the kernel is too old","discards-uncounted":"0","limitation":["no marks","no statistics"]},)"
+        R"("collector":[{"keys":["c1"],"address":"192.0.2.1","port":"6343","datagram-size":"1400","dscp":"0",)"
+        R"("discards":"false","sending":"false",)"
         R"("packets-sent":"0","bytes-sent":"0","flow-samples-sent":"0","counter-samples-sent":"0",)"
-        R"("packets-lost":"2","samples-lost":"14","errors":"3","last-error":"send: \"refused\"",)"
+        R"("discards-sent":"0","packets-lost":"2","samples-lost":"14","errors":"3","last-error":"send: \"refused\"",)"
         R"("last-error-time":"2026-11-21T07:00:11.123Z","last-error-age":"0","problem":["refused"]}],)"
         R"("interface":[{"keys":["lo\\"],"sampling-rate":"4294967295",)"
         R"("max-header-size":"512","polling-interval":"0","direction":"egress","flow-collector":["c1"],)"
@@ -184,7 +202,7 @@ TEST_F(StateText, HasTheLeavesThatAreWanted)
     const View view = shown.Look();
     ipc::cdb::StateReply part;
     StateWriter writer(part, kStatePath);
-    writer.Manager(view.Manager(), {false, {"pid", "limitation", "unheard-of"}});
+    writer.Manager(view.Manager(), view.Own(), {false, {"pid", "limitation", "unheard-of"}});
     writer.Collector(view.Of(*view.Table().AllCollectors().find("c1")), view.Now(), {},
                      {false, {"last-packet-age"}});
     const auto& interfaces = view.Table().AllInterfaces();
@@ -201,7 +219,7 @@ TEST_F(StateText, HasDatesOfAnyTime)
 {
     ipc::cdb::StateReply part;
     StateWriter writer(part, kStatePath);
-    writer.Manager(ManagerStatus{}, {false, {"since"}});
+    writer.Manager(ManagerStatus{}, OwnSettings(), {false, {"since"}});
     EXPECT_EQ(R"({"manager":{"since":"1970-01-01T00:00:00.000Z"}})", support::Shown(part).dump());
 }
 
@@ -211,6 +229,7 @@ TEST_F(StateText, MovesItsTimesToTheWallClockAndKeepsAgesWhenThatIsSet)
         EXPECT_EQ("", ReasonOf(m_table.Apply(operation)));
     const StreamStatus stream = SendingStream();
     StatusSources sources{.table = m_table,
+                          .own = m_own,
                           .manager = [this] { return StatusOf(m_service); },
                           .interface = [](const std::string& name) { return FlowingStatus(name); },
                           .collector = [&stream](const std::string&) { return &stream; },

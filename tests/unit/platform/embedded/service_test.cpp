@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The sFlow service client: found and lost, operations, the gate, and managers that misbehave.
 
+#include "support/proto_text.h"
 #include "world.h"
 
 namespace {
@@ -21,7 +22,7 @@ protected:
     std::vector<std::string> Received()
     {
         std::vector<std::string> texts;
-        for (const auto& message : m_manager->Take()) texts.push_back(message.ShortDebugString());
+        for (const auto& message : m_manager->Take()) texts.push_back(support::TextOf(message));
         return texts;
     }
 
