@@ -87,9 +87,12 @@ void ShowState(Call& call, const std::string& content, const TextOf& text)
 
 std::string SflowElements(const std::string& part)
 {
-    if (part == "agent") return "<sflow><agent-address/></sflow>";
+    if (part == "agent") return "<sflow><agent-address/><sub-agent/></sflow>";
     if (part == "collectors") return "<sflow><collector/></sflow>";
     if (part == "interfaces") return "<sflow><interface/></sflow>";
+    // With what says whether drops are looked at.
+    if (part == "drops")
+        return "<sflow><manager><discard-interfaces/><discard-interfaces-reason/></manager><drops/></sflow>";
     // With the session, for without a manager there are no problems either.
     if (part == "problems") return "<sflow><manager><session/></manager><problem/></sflow>";
     return "<sflow/>";
@@ -159,8 +162,8 @@ std::span<const Command> Commands()
                 Forms::kNone, &Commit},
         Command{"discard", {},
                 "Takes back everything that was edited since the last commit.", kSession, Forms::kNone, &Discard},
-        Command{"show sflow", {{Kind::kChoice, "collectors|interfaces|agent|problems", true}},
-                "Shows sFlow as it is in effect in the sFlow manager, what has flowed, and why nothing flows.", kBoth, Forms::kState, &ShowSflow},
+        Command{"show sflow", {{Kind::kChoice, "collectors|interfaces|agent|drops|problems", true}},
+                "Shows sFlow as it is in effect in the sFlow manager, what has flowed, what was dropped, and why nothing flows.", kBoth, Forms::kState, &ShowSflow},
         Command{"show system processes", {},
                 "Shows the processes that are connected to the database.", kBoth, Forms::kState, &ShowProcesses},
         Command{"show system faults", {},

@@ -105,6 +105,8 @@ std::string ManagerText(const Children& manager)
     table.Add({"Sampling by", manager.Value("packet-source")});
     if (manager.First("packet-source-reason")) table.Add({"Reason", manager.Value("packet-source-reason")});
     if (manager.First("added-direction")) table.Add({"Also sampled", manager.Value("added-direction")});
+    if (manager.First("discard-limit"))
+        table.Add({"Discards", "at most " + manager.Value("discard-limit") + " notifications a second"});
     manager.ForEach("limitation", [&](const lyd_node* node) {
         table.Add({"Limitation", lyd_get_value(node)});
     });
@@ -115,12 +117,22 @@ std::string AgentText(const Children& sflow)
 {
     TextTable table({});
     table.Add({"Address", sflow.Value("agent-address")});
+    if (sflow.First("sub-agent")) table.Add({"Sub-agent", sflow.Value("sub-agent")});
     return Section("Agent", table);
+}
+
+/// Whether the manager has settings of its own for the collector that are not the defaults.
+bool SendsSpecially(const Children& collector)
+{
+    const std::string dscp = collector.Value("dscp");
+    return collector.First("source-address") || collector.First("device") || (dscp != "0" && dscp != "-") ||
+           collector.Value("discards") == "true";
 }
 
 std::string CollectorsText(const Children& sflow)
 {
     TextTable settings({"Name", "Address", "Port", "Datagram size"});
+    TextTable sending({"Name", "From", "Device or VRF", "DSCP", "Discards"});
     TextTable traffic({"Name", "Datagrams", "Bytes", "Packet samples", "Counter samples", "Lost", "Errors",
                        "Last datagram"});
     TextTable errors({"Name", "When", "Error"});
@@ -129,6 +141,10 @@ std::string CollectorsText(const Children& sflow)
         const std::string name = collector.Value("name");
         settings.Add(
             {name, collector.Value("address"), collector.Value("port"), collector.Value("datagram-size")});
+        if (SendsSpecially(collector))
+            sending.Add(
+                {name, collector.Value("source-address"), collector.Value("device"), collector.Value("dscp"),
+                 collector.Value("discards") == "true" ? collector.Value("discards-sent") + " sent" : "-"});
         traffic.Add({name, collector.Value("packets-sent"), collector.Value("bytes-sent"),
                      collector.Value("flow-samples-sent"), collector.Value("counter-samples-sent"),
                      collector.Value("packets-lost"), collector.Value("errors"),
@@ -137,6 +153,7 @@ std::string CollectorsText(const Children& sflow)
             errors.Add({name, Age(collector, "last-error-age"), collector.Value("last-error")});
     });
     std::string text = Section("Collectors", settings);
+    if (!sending.Empty()) text += "\n" + Section("Datagrams to collectors", sending);
     if (!traffic.Empty()) text += "\n" + Section("Sent to collectors", traffic);
     if (!errors.Empty()) text += "\n" + Section("Last errors of collectors", errors);
     return text;
@@ -181,6 +198,29 @@ std::string InterfacesText(const Children& sflow)
     if (settings.Empty()) return text;
     text += "\n" + Section("Packets of interfaces", traffic);
     return text + "\n" + Section("Collectors of interfaces", attached);
+}
+
+std::string DropsText(const Children& sflow)
+{
+    TextTable packets({"Interface", "Reason", "Packets", "Rate", "Last", "Code", "Function"});
+    TextTable interfaces({"Interface", "Index", "Packets", "Not told"});
+    sflow.ForEach("drops", [&](const lyd_node* node) {
+        const Children drops(node);
+        const std::string name = drops.Value("interface");
+        interfaces.Add(
+            {name, drops.Value("ifindex"), drops.Value("packets"), drops.Value("packets-not-told")});
+        drops.ForEach("reason", [&](const lyd_node* child) {
+            const Children reason(child);
+            packets.Add({name, reason.Value("name"), reason.Value("packets"), reason.Value("rate") + "/s",
+                         Age(reason, "last-age"), reason.Value("code"), reason.Value("function")});
+        });
+    });
+    const Children manager = sflow.Of("manager");
+    if (manager.Value("discard-interfaces") == "none")
+        return "Dropped packets\n  not looked at: " + manager.Value("discard-interfaces-reason") + "\n";
+    std::string text = Section("Dropped packets", packets);
+    if (!interfaces.Empty()) text += "\n" + Section("Dropped packets by interface", interfaces);
+    return text;
 }
 
 /// Appends the text, broken at blanks into lines from the column `from` to the last one; the first line
@@ -238,7 +278,7 @@ std::string SflowText(const lyd_node* state, std::string_view part)
 {
     const Children sflow = Children(state).Of("oam").Of("sflow");
     const bool all = part.empty();
-    if (sflow.None() && (all || part == "problems"))
+    if (sflow.None() && (all || part == "drops" || part == "problems"))
         return "No sFlow state: the sFlow manager is not connected to the database.\n";
     std::string text;
     const auto add = [&](const std::string& section) { text += (text.empty() ? "" : "\n") + section; };
@@ -246,6 +286,7 @@ std::string SflowText(const lyd_node* state, std::string_view part)
     if (all || part == "agent") add(AgentText(sflow));
     if (all || part == "collectors") add(CollectorsText(sflow));
     if (all || part == "interfaces") add(InterfacesText(sflow));
+    if (part == "drops" || (all && sflow.First("drops"))) add(DropsText(sflow));
     if (all || part == "problems") add(ProblemsText(sflow));
     return text;
 }

@@ -13,7 +13,7 @@ struct lyd_node;
 
 namespace cli {
 
-/// `part`: "agent", "collectors", "interfaces", "problems", or empty for these and the manager.
+/// `part`: "agent", "collectors", "interfaces", "drops", "problems", or empty for these and the manager.
 std::string SflowText(const lyd_node* state, std::string_view part);
 
 /// "just now", "3 s ago", "2 min ago", "5 h ago", "8 d ago".

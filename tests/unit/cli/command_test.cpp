@@ -80,8 +80,8 @@ TEST(Understand, RefusesWithWhatIsPossible)
         {"load merge a b", "error: \"b\" is unknown here; usage: load merge FILE"},
         {"set", "error: a path is missing; usage: set PATH... [VALUE]"},
         {"show sflow fans",
-         "error: \"fans\" is none of collectors, interfaces, agent, problems; usage: show sflow "
-         "[collectors|interfaces|agent|problems] [| json]"},
+         "error: \"fans\" is none of collectors, interfaces, agent, drops, problems; usage: show sflow "
+         "[collectors|interfaces|agent|drops|problems] [| json]"},
         {"request ha",
          "error: one of go-active, go-standby is missing; usage: request ha go-active|go-standby"},
         {"commit now", "error: \"now\" is unknown here; usage: commit [comment TEXT]"},

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/state_text.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -108,6 +109,62 @@ Not flowing
   interface gigabit-ethernet-1/1/2  the kernel interface p2 has no link;
                                     look at the cable and the other end
 )");
+}
+
+TEST(SflowText, ShowsHowDatagramsAreSentWhereThatIsNotTheDefault)
+{
+    const cli::Tree tree = FromJson(R"({"switch-state:state":{"oam":{"sflow":{
+        "manager":{"connected":true,"session":"loaded","since":"2026-11-21T05:00:00Z","pid":1,"operations":"2",
+                   "packet-source":"none","discard-limit":50},
+        "agent-address":"10.0.0.5","sub-agent":7,
+        "collector":[
+            {"name":"plain","address":"192.0.2.1","port":6343,"datagram-size":1400,"dscp":0,"discards":false},
+            {"name":"marked","address":"192.0.2.1","port":6343,"datagram-size":1400,"dscp":46,"discards":false},
+            {"name":"all","address":"192.0.2.1","port":6343,"datagram-size":1400,"source-address":"192.0.2.9",
+             "dscp":0,"device":"vrf-management1","discards":true,"discards-sent":"12"}]}}}})");
+    EXPECT_EQ(cli::SflowText(tree.get(), "agent"), "Agent\n  Address    10.0.0.5\n  Sub-agent  7\n");
+    const std::string collectors = cli::SflowText(tree.get(), "collectors");
+    EXPECT_THAT(collectors, testing::HasSubstr(R"(
+Datagrams to collectors
+  Name    From       Device or VRF    DSCP  Discards
+  marked  -          -                46    -
+  all     192.0.2.9  vrf-management1  0     12 sent
+)"));
+    EXPECT_THAT(cli::SflowText(tree.get(), ""),
+                testing::HasSubstr("\n  Discards     at most 50 notifications a second\n"));
+}
+
+TEST(SflowText, ShowsWhatWasDroppedWhereAndWhy)
+{
+    const cli::Tree tree = FromJson(R"({"switch-state:state":{"oam":{"sflow":{
+        "manager":{"discard-interfaces":"all"},
+        "drops":[
+            {"interface":"eth1","ifindex":7,"packets":"12","packets-not-told":"3","reason":[
+                {"name":"NO_SOCKET","packets":"10","rate":"2","last-age":3,"code":3,"function":"udp_rcv"},
+                {"name":"OTHERHOST","packets":"2","rate":"0","last-age":90}]},
+            {"interface":"n/a","ifindex":0,"packets":"1","packets-not-told":"0"}]}}}})");
+    const std::string text = R"(Dropped packets
+  Interface  Reason     Packets  Rate  Last      Code  Function
+  eth1       NO_SOCKET  10       2/s   3 s ago   3     udp_rcv
+  eth1       OTHERHOST  2        0/s   90 s ago  -     -
+
+Dropped packets by interface
+  Interface  Index  Packets  Not told
+  eth1       7      12       3
+  n/a        0      1        0
+)";
+    EXPECT_EQ(cli::SflowText(tree.get(), "drops"), text);
+    EXPECT_THAT(cli::SflowText(tree.get(), ""), testing::HasSubstr("\n" + text));
+}
+
+TEST(SflowText, SaysWhyDropsAreNotLookedAt)
+{
+    const cli::Tree tree = FromJson(R"({"switch-state:state":{"oam":{"sflow":{"manager":{
+        "discard-interfaces":"none","discard-interfaces-reason":"no collector wants notifications of them"}}}}})");
+    EXPECT_EQ(cli::SflowText(tree.get(), "drops"),
+              "Dropped packets\n  not looked at: no collector wants notifications of them\n");
+    EXPECT_EQ(cli::SflowText(nullptr, "drops"),
+              "No sFlow state: the sFlow manager is not connected to the database.\n");
 }
 
 TEST(SflowText, FitsATerminal)

@@ -246,14 +246,14 @@ TEST(ShowState, AsksForItsPartOnly)
     EXPECT_TRUE(
         test.shell.RunAll("show sflow; show sflow agent; show sflow collectors; show sflow interfaces | json;"
                           "show sflow problems; show system processes; show system faults; show version"));
-    EXPECT_THAT(
-        test.peer.Requests(),
-        ElementsAre(filtered("<oam><sflow/></oam>"), filtered("<oam><sflow><agent-address/></sflow></oam>"),
-                    filtered("<oam><sflow><collector/></sflow></oam>"),
-                    filtered("<oam><sflow><interface/></sflow></oam>"),
-                    filtered("<oam><sflow><manager><session/></manager><problem/></sflow></oam>"),
-                    filtered("<system><process/></system>"), filtered("<system><fault/></system>"),
-                    filtered("<system><version/><process><name/><version/></process></system>")));
+    EXPECT_THAT(test.peer.Requests(),
+                ElementsAre(filtered("<oam><sflow/></oam>"),
+                            filtered("<oam><sflow><agent-address/><sub-agent/></sflow></oam>"),
+                            filtered("<oam><sflow><collector/></sflow></oam>"),
+                            filtered("<oam><sflow><interface/></sflow></oam>"),
+                            filtered("<oam><sflow><manager><session/></manager><problem/></sflow></oam>"),
+                            filtered("<system><process/></system>"), filtered("<system><fault/></system>"),
+                            filtered("<system><version/><process><name/><version/></process></system>")));
 }
 
 TEST(ShowState, IsOneDocumentAsJson)
