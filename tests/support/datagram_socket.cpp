@@ -59,6 +59,7 @@ DatagramSocket::DatagramSocket(const Options& options)
     SetRoom(m_socket, options.bufferSize);
     Set(m_socket, SOL_SOCKET, SO_RXQ_OVFL, 1, "SO_RXQ_OVFL");
     if (options.merged) Set(m_socket, SOL_UDP, UDP_GRO, 1, "UDP_GRO");
+    if (options.services) Set(m_socket, IPPROTO_IP, IP_RECVTOS, 1, "IP_RECVTOS");
     if (options.times) Set(m_socket, SOL_SOCKET, SO_TIMESTAMPNS, 1, "SO_TIMESTAMPNS");
 }
 
@@ -76,14 +77,17 @@ std::optional<DatagramSocket::Received> DatagramSocket::Receive()
     if (m_rest.empty() && !ReceivePacket()) return std::nullopt;
     const auto datagram = m_rest.first(std::min(m_each, m_rest.size()));
     m_rest = m_rest.subspan(datagram.size());
-    return Received{datagram, m_time};
+    return Received{datagram, m_time, m_from, m_tos};
 }
 
 bool DatagramSocket::ReceivePacket()
 {
     alignas(cmsghdr) std::array<char, 128> control;
     iovec part{m_packet.data(), m_packet.size()};
+    sockaddr_in from{};
     msghdr message{};
+    message.msg_name = &from;
+    message.msg_namelen = sizeof from;
     message.msg_iov = &part;
     message.msg_iovlen = 1;
     message.msg_control = control.data();
@@ -94,9 +98,11 @@ bool DatagramSocket::ReceivePacket()
     if (got < 0) return false;
     m_rest = std::span(m_packet).first(static_cast<std::size_t>(got));
     m_each = m_rest.size();
+    m_from = from.sin_addr.s_addr;
     for (cmsghdr* note = CMSG_FIRSTHDR(&message); note != nullptr; note = CMSG_NXTHDR(&message, note)) {
         if (note->cmsg_level == SOL_UDP && note->cmsg_type == UDP_GRO)
             m_each = static_cast<std::size_t>(std::max(1, ValueOf<int>(*note)));
+        if (note->cmsg_level == IPPROTO_IP && note->cmsg_type == IP_TOS) m_tos = ValueOf<std::uint8_t>(*note);
         if (note->cmsg_level != SOL_SOCKET) continue;
         if (note->cmsg_type == SO_RXQ_OVFL) m_overflowed = ValueOf<std::uint32_t>(*note);
         if (note->cmsg_type == SCM_TIMESTAMPNS) {

@@ -26,10 +26,13 @@ public:
         int bufferSize = 64 << 20;  // bytes, or as much of that as the process may have
         bool merged = false;        // what was sent as one segmented packet stays one until Receive
         bool times = false;         // the kernel notes them: at a cost for all that the machine receives
+        bool services = false;      // the kernel tells each one's type of service
     };
     struct Received {
         std::span<const std::byte> bytes;  // until the next call
         WallTime time{};                   // when the kernel got it, with Options::times
+        std::uint32_t from = 0;            // IPv4 address, network byte order
+        std::uint8_t tos = 0;              // the whole octet, with Options::services
     };
 
     /// In the namespace that the calling thread is in. Throws std::system_error.
@@ -57,6 +60,8 @@ private:
     std::span<const std::byte> m_rest;  // of the packet
     std::size_t m_each = 0;             // the size of its datagrams, the last of which may be shorter
     WallTime m_time{};
+    std::uint32_t m_from = 0;
+    std::uint8_t m_tos = 0;
     std::uint32_t m_overflowed = 0;
 };
 

@@ -56,7 +56,7 @@ std::vector<DecodedCounters> CountersIn(std::span<const Arrival> arrivals, std::
 
 DecodingCollector::DecodingCollector(const std::string& address, std::uint16_t port)
     : m_address(address),
-      m_socket({.address = address, .port = port, .times = true}),
+      m_socket({.address = address, .port = port, .times = true, .services = true}),
       m_thread([this] { Listen(); })
 {
 }
@@ -74,7 +74,10 @@ void DecodingCollector::Listen()
         while (const auto received = m_socket.Receive()) {
             m_overflowed = m_socket.Overflowed();
             const std::lock_guard lock(m_mutex);
-            m_heard.push_back({{received->bytes.begin(), received->bytes.end()}, received->time});
+            m_heard.push_back({{received->bytes.begin(), received->bytes.end()},
+                               received->time,
+                               received->from,
+                               received->tos});
             ++m_count;
         }
     }
@@ -82,14 +85,14 @@ void DecodingCollector::Listen()
 
 const std::vector<Arrival>& DecodingCollector::Arrivals()
 {
-    std::vector<Heard> fresh;
+    std::vector<Arrival> fresh;
     {
         const std::lock_guard lock(m_mutex);
         fresh.swap(m_heard);
     }
-    for (Heard& heard : fresh) {
-        Datagram datagram = DecodeDatagram(heard.bytes);
-        m_arrivals.push_back({std::move(heard.bytes), heard.time, std::move(datagram)});
+    for (Arrival& arrival : fresh) {
+        arrival.datagram = DecodeDatagram(arrival.bytes);
+        m_arrivals.push_back(std::move(arrival));
     }
     return m_arrivals;
 }

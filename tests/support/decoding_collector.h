@@ -21,11 +21,13 @@
 
 namespace support {
 
-/// A datagram, when the kernel got it, and what it says.
+/// A datagram, when the kernel got it and from where, and what it says.
 struct Arrival {
     std::vector<std::byte> bytes;
     WallTime time;
-    Datagram datagram;
+    std::uint32_t from = 0;  // IPv4 address, network byte order
+    std::uint8_t tos = 0;    // type of service, the whole octet
+    Datagram datagram = {};
 };
 
 /// The samples in them, in the order in which they came; of one data source (0: of all).
@@ -70,18 +72,13 @@ public:
                            std::chrono::milliseconds quiet = std::chrono::milliseconds(500));
 
 private:
-    struct Heard {
-        std::vector<std::byte> bytes;
-        WallTime time;
-    };
-
     void Listen();
 
     std::string m_address;
     DatagramSocket m_socket;  // the thread's
     std::atomic<std::size_t> m_count{0}, m_overflowed{0};
     std::mutex m_mutex;
-    std::vector<Heard> m_heard;  // under the mutex: what has not been decoded yet
+    std::vector<Arrival> m_heard;  // under the mutex: what has not been decoded yet
     std::vector<Arrival> m_arrivals;
     std::atomic<bool> m_stop{false};
     std::thread m_thread;  // last: it uses the others

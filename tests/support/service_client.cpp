@@ -2,6 +2,7 @@
 // The sFlow service's client, played by a test (see the header).
 
 #include "support/service_client.h"
+#include "support/proto_text.h"
 
 #include <arpa/inet.h>
 #include <unistd.h>
@@ -32,7 +33,7 @@ ServiceClient::ServiceClient(const std::filesystem::path& socket) : m_connection
     m_connection.Send(hello);
     ipc::manager::ServerMessage answer;
     if (!m_connection.Receive(answer) || !answer.has_opened())
-        throw std::runtime_error("sflow-mgr gives no session: " + answer.ShortDebugString());
+        throw std::runtime_error("sflow-mgr gives no session: " + support::TextOf(answer));
 }
 
 template <typename Fill>

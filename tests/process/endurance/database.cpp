@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "ipc/cdb.pb.h"
+#include "support/proto_text.h"
 #include "support/shown_state.h"
 
 namespace endurance {
@@ -76,7 +77,7 @@ nlohmann::json Database::State()
     for (bool more = true; more;) {
         ipc::cdb::ClientMessage answer;
         if (!m_manager->Receive(answer) || !answer.has_state_reply() || answer.state_reply().trees().empty())
-            throw std::runtime_error("no state but: " + answer.ShortDebugString());
+            throw std::runtime_error("no state but: " + support::TextOf(answer));
         const ipc::cdb::StateReply& part = answer.state_reply();
         for (const auto& tree : part.trees()) support::Show(part, tree.node(), state);
         more = part.more();

@@ -15,7 +15,9 @@
 namespace endurance {
 namespace {
 
-constexpr std::uint64_t kNetAdmin = 1ULL << 12, kNetRaw = 1ULL << 13, kBpf = 1ULL << 39;
+// The latter two for the program that sees dropped packets, which may be wanted later.
+constexpr std::uint64_t kNetAdmin = 1ULL << 12, kNetRaw = 1ULL << 13, kPerfmon = 1ULL << 38,
+                        kBpf = 1ULL << 39;
 constexpr const char* kNobody = "65534";
 
 struct Kept {
@@ -117,8 +119,9 @@ TEST_P(Privileges, SufficeForAllThatComesLater)
 }
 
 INSTANTIATE_TEST_SUITE_P(, Privileges,
-                         testing::Values(Kept{kTcx, kNetAdmin | kBpf}, Kept{kClsact, kNetAdmin | kBpf},
-                                         Kept{kPacketSocket, kNetAdmin | kNetRaw}),
+                         testing::Values(Kept{kTcx, kNetAdmin | kPerfmon | kBpf},
+                                         Kept{kClsact, kNetAdmin | kPerfmon | kBpf},
+                                         Kept{kPacketSocket, kNetAdmin | kNetRaw | kPerfmon | kBpf}),
                          [](const auto& row) { return TestName(row.param.source); });
 
 }  // namespace

@@ -60,6 +60,11 @@ void Collector::JudgeSample(const support::DecodedSample& sample)
         EXPECT_EQ(flow->sourceClass, 0U);
         return;
     }
+    if (const auto* discard = std::get_if<support::DecodedDiscard>(&sample)) {
+        JudgeSequence('d', discard->sourceIndex, discard->sequence);
+        EXPECT_EQ(discard->sourceClass, 0U);
+        return;
+    }
     const auto& counters = std::get<support::DecodedCounters>(sample);
     JudgeSequence('c', counters.sourceIndex, counters.sequence);
     EXPECT_EQ(counters.sourceClass, 0U);

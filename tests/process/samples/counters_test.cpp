@@ -85,6 +85,10 @@ void ExpectKernels(const DecodedCounters& sample, const std::string& interface)
     EXPECT_EQ(generic.outBroadcast, kNotCounted);
 }
 
+// sFlow v5, if_counters: ifTable and ifXTable of RFC 2863, ifType of IANAifType-MIB (6, 24); ifStatus: bit
+// 0 admin, bit 1 oper; ifDirection: 1 full duplex; what is not counted is all ones. ifInMulticastPkts (RFC
+// 2863, 6): received for a group. Linux counts no broadcasts and no multicasts sent: they are among the
+// unicasts.
 TEST_F(CountersTest, AreTheKernelsAndWhatItDoesNotCountIsAllOnes)
 {
     MakeBridge(2);
@@ -157,6 +161,8 @@ TEST_F(CountersTest, GoOnWithTheTraffic)
     }
 }
 
+// sFlow v5, sFlowCpInterval: the longest time between two samples of the counters; when within it, the agent
+// decides.
 TEST_F(CountersTest, BeginAtRandomInTheFirstIntervalAndThenComeEvenly)
 {
     // Each begins in one of 3 seconds: that all begin in the same one has the probability 3^-17, 8e-9.

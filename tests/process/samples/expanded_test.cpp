@@ -39,6 +39,8 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(, ExpandedTest, BothSources(), NameOfSource);
 
+// sFlow v5, flow_sample_expanded and counters_sample_expanded: for an ifIndex of 2^24 and more, and never
+// in one agent with the others.
 TEST_P(ExpandedTest, AnAgentThatFindsOneSendsAllSamplesExpandedFromItsFirst)
 {
     AddWide();

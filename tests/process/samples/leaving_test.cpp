@@ -106,6 +106,8 @@ private:
 
 INSTANTIATE_TEST_SUITE_P(, LeavingTest, AllSources(), NameOfSource);
 
+// sFlow v5, section 5, flow_sample: the interface by which a packet was received; extended_router: its
+// route. The next hop of a destination that is directly connected is no router: all zeros.
 TEST_P(LeavingTest, ARoutedPacketHasTheInterfaceThatItEnteredByAndTheRouteOfItsEntry)
 {
     struct Row {
@@ -141,6 +143,7 @@ TEST_P(LeavingTest, SoDoesOneThatLeavesByABridge)
     EXPECT_EQ(left.extendedRouter, by);
 }
 
+// sFlow v5, extended_router: of routed packets only.
 TEST_P(LeavingTest, ABridgedPacketHasItsPortAndNoRoute)
 {
     Injector("h1").Send(IpUdp({.source = "10.0.0.1", .destination = "192.0.2.7", .number = 8}));
@@ -149,6 +152,7 @@ TEST_P(LeavingTest, ABridgedPacketHasItsPortAndNoRoute)
     EXPECT_FALSE(left.extendedRouter);
 }
 
+// sFlow v5, section 5, struct interface: the input 0x3FFFFFFF, made by the agent itself.
 TEST_P(LeavingTest, WhatThisMachineSendsIsItsOwn)
 {
     struct Row {

@@ -71,6 +71,7 @@ TEST_P(LoopTest, DatagramsOnASampledLoopbackInterfaceAreNotSampled)
     EXPECT_GE(collector.Arrivals().size(), 3U);
 }
 
+// RFC 1122, 3.2.2.1: port unreachable.
 TEST_P(LoopTest, TheErrorThatAnswersADatagramToNobodyMakesNoStorm)
 {
     // It is no datagram of the agent's, so it is sampled like any packet; and its sample goes to a closed

@@ -96,6 +96,8 @@ private:
 
 INSTANTIATE_TEST_SUITE_P(, PathsTest, BothSources(), NameOfSource);
 
+// sFlow v5, section 5, struct interface: format 0 one interface, 1 discarded, 2 several and their number. A
+// flood to one port has left by one interface. 268: sFlow.org's sflow_drops.txt.
 TEST_P(PathsTest, ABridgedFrameNamesThePortOrHowManyPortsItLeavesBy)
 {
     Network::Bridge("link set dev p3 flood off");
@@ -118,6 +120,8 @@ TEST_P(PathsTest, ABridgedFrameNamesThePortOrHowManyPortsItLeavesBy)
     });
 }
 
+// sFlow v5, section 5, struct interface, format 2: 0 is a number that is not known. RFC 4541, 2.1.2: groups
+// of the link go to all ports. The format can't say that one or none may be among "several".
 TEST_P(PathsTest, ABridgeThatLooksAtMembershipsSendsAGroupToANumberOfPortsThatIsNotKnown)
 {
     try {
@@ -153,6 +157,7 @@ TEST_P(PathsTest, ABridgeThatLooksAtMembershipsSendsAGroupToANumberOfPortsThatIs
     });
 }
 
+// sFlow v5, extended_router. RFC 1812, 5.2.7.1 and sFlow.org's sflow_drops.txt (269) have the codes.
 TEST_P(PathsTest, ARoutedPacketNamesInterfaceNextHopAndPrefixes)
 {
     MakeRouter();
@@ -180,6 +185,35 @@ TEST_P(PathsTest, ARoutedPacketNamesInterfaceNextHopAndPrefixes)
     });
 }
 
+// RFC 8200, 5 and sFlow v5's code 262: an IPv6 router discards what is too big. RFC 791, 2.3: an IPv4 router
+// fragments it if it may.
+TEST_P(PathsTest, ARoutedPacketThatIsLargerThanTheMtuIsDiscardedOrLeavesInFragments)
+{
+    MakeRouter();
+    Network::Ip("link set r0 mtu 1280");
+    Sample();
+    const auto large = [](const char* to, std::size_t packet) {
+        FrameOptions options = ToRouter(to);
+        options.size = 14 + packet;
+        return options;
+    };
+    ExpectRows({
+        {.name = "IPv6 that fits",
+         .frame = large("2001:db8:c::7", 1280),
+         .port = "r0",
+         .leaves = {"r0"},
+         .router = DecodedRouter{"2001:db8:b::2", 64, 48}},
+        {.name = "IPv6 that is larger", .frame = large("2001:db8:c::7", 1281), .output = {1, 262}},
+        {.name = "IPv4 that is larger",
+         .frame = large("192.0.2.7", 1400),
+         .port = "r0",
+         .leaves = {"r0"},
+         .router = DecodedRouter{"203.0.113.2", 24, 25}},
+    });
+}
+
+// sFlow v5, extended_switch: an untagged packet has the VLAN of its port, that in which it leaves included.
+// 265: sFlow.org's sflow_drops.txt.
 TEST_P(PathsTest, ABridgeThatTellsVlansApartGivesEachFrameItsVlan)
 {
     try {

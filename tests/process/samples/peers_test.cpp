@@ -3,27 +3,24 @@
 // that was sent and that the interfaces counted. Needs sfcapd and nfdump (nfdump-sflow), and sfacctd
 // (pmacct).
 
-#include <csignal>
-#include <filesystem>
-#include <fstream>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <sstream>
-#include <system_error>
-#include <tuple>
+#include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "samples/binomial.h"
 #include "samples/frame_sizes.h"
+#include "samples/peer.h"
 #include "samples/samples_test.h"
 #include "samples/shapes.h"
 
 namespace samples_tests {
 
 namespace {
-
-constexpr std::uint16_t kPort = 6343;
 
 struct Totals {
     std::uint64_t packets = 0, bytes = 0;
@@ -33,29 +30,6 @@ struct Totals {
 void PrintTo(const Totals& totals, std::ostream* out)
 {
     *out << totals.packets << " packets of " << totals.bytes << " bytes";
-}
-
-/// What waits at the UDP socket of a port in this namespace: bytes, and datagrams lost. Nullopt if
-/// no program listens.
-struct Waiting {
-    std::uint64_t bytes = 0, lost = 0;
-};
-std::optional<Waiting> WaitingAt(std::uint16_t port)
-{
-    std::ifstream table("/proc/thread-self/net/udp");
-    std::string line;
-    std::getline(table, line);
-    while (std::getline(table, line)) {
-        std::istringstream words(line);
-        std::string slot, local, remote, state, queues, timer, retransmits;
-        std::uint64_t user = 0, timeout = 0, inode = 0, references = 0, lost = 0;
-        std::string pointer;
-        words >> slot >> local >> remote >> state >> queues >> timer >> retransmits >> user >> timeout >>
-            inode >> references >> pointer >> lost;
-        if (std::stoul(local.substr(local.find(':') + 1), nullptr, 16) != port) continue;
-        return Waiting{std::stoull(queues.substr(queues.find(':') + 1), nullptr, 16), lost};
-    }
-    return std::nullopt;
 }
 
 class PeersTest : public SourceTest {
@@ -69,27 +43,12 @@ protected:
         MakeRouter(*m_far);
     }
 
-    /// Starts a collector of other people's at kPort; the test is skipped if there is none.
-    void Run(const std::vector<std::string>& argv)
-    {
-        try {
-            m_peer = std::make_unique<support::Process>(support::Command{
-                .argv = argv, .output = m_dir.Path() / "log", .errors = m_dir.Path() / "log"});
-        } catch (const std::system_error& error) {
-            GTEST_SKIP() << "no " << argv[0] << ": " << error.what();
-        }
-        support::Await(argv[0] + " to listen", [&] {
-            if (!m_peer->Running()) throw std::runtime_error(argv[0] + " has ended: " + PeerLog());
-            return WaitingAt(kPort).has_value();
-        });
-    }
-
     /// An agent that samples p1 for the peer and for the test's own collector, each frame or one of many.
     Agent& Sample(Collector& own, const std::vector<std::string>& interfaces)
     {
         Agent& agent = StartSource({"--ring-size", "4M"});
         agent.AddCollector("own", own.Port());
-        agent.AddCollector("peer", kPort);
+        agent.AddCollector("peer", Peer::kPort);
         for (const std::string& interface : interfaces) {
             agent.Update(interface, {.flows = "own"});
             agent.AddFlows(interface, "peer");
@@ -101,30 +60,11 @@ protected:
     void AwaitPeer(std::size_t flows)
     {
         TheAgent().AwaitMetric("sflow_collector_samples_total{collector=\"peer\",kind=\"flow\"}", flows);
-        AwaitPeer();
+        Peer::AwaitTaken();
     }
-    /// Waits until it has taken what has come so far.
-    static void AwaitPeer()
-    {
-        support::Await("the peer to take its datagrams", [] { return WaitingAt(kPort)->bytes == 0; });
-    }
-
-    /// The peer ends when it has taken all.
-    void EndPeer(std::size_t flows, int signal)
-    {
-        AwaitPeer(flows);
-        EXPECT_EQ(WaitingAt(kPort)->lost, 0U);
-        m_peer->Signal(signal);
-        m_peer->Wait();
-    }
-
-    [[nodiscard]] std::string PeerLog() const { return support::ReadFile(m_dir.Path() / "log"); }
-    [[nodiscard]] const std::filesystem::path& Dir() const { return m_dir.Path(); }
 
 private:
-    support::TempDir m_dir;
     std::optional<Network::Host> m_far;
-    std::unique_ptr<support::Process> m_peer;
 };
 
 /// Frames that both peers can read, with how often each is sent: bridged ones and routed ones, of these some
@@ -178,11 +118,9 @@ INSTANTIATE_TEST_SUITE_P(, PeersTest, BothSources(), NameOfSource);
 TEST_P(PeersTest, SfcapdFindsEachFlowsPacketsAndBytesAndNoGap)
 {
     constexpr std::uint64_t kRounds = 4;
+    if (const std::string why = Peer::WhyNot(Sfcapd::kProgram); !why.empty()) GTEST_SKIP() << why;
     MakeNetwork();
-    const auto flowsDir = Dir() / "flows";
-    std::filesystem::create_directory(flowsDir);
-    Run({"sfcapd", "-4", "-b", "127.0.0.1", "-p", std::to_string(kPort), "-w", flowsDir, "-t", "3600"});
-    if (IsSkipped()) return;
+    Sfcapd peer;
     Collector own;
     Sample(own, {"p1"});
     const auto frames = Mixture();
@@ -192,15 +130,14 @@ TEST_P(PeersTest, SfcapdFindsEachFlowsPacketsAndBytesAndNoGap)
         own.AwaitFlows(round * frames.size());
         AwaitPeer(round * frames.size());
     }
-    EndPeer(kRounds * frames.size(), SIGTERM);
+    EXPECT_EQ(peer.End(), 0U);
 
-    EXPECT_THAT(PeerLog(), testing::HasSubstr("Sequence Errors: 0, Bad Packets: 0"));
-    EXPECT_THAT(PeerLog(), testing::HasSubstr("Packets: " + std::to_string(kRounds * frames.size()) + ", "));
+    EXPECT_THAT(peer.Log(), testing::HasSubstr("Sequence Errors: 0, Bad Packets: 0"));
+    EXPECT_THAT(peer.Log(), testing::HasSubstr("Packets: " + std::to_string(kRounds * frames.size()) + ", "));
     const std::string p1 = std::to_string(Network::Index("p1"));
     const std::string p2 = std::to_string(Network::Index("p2")), r0 = std::to_string(Network::Index("r0"));
     std::map<unsigned, Totals> found;
-    std::istringstream flows(
-        Network::Run({"nfdump", "-q", "-N", "-R", flowsDir, "-o", "fmt:%in %out %dp %pkt %byt"}));
+    std::istringstream flows(peer.Flows("%in %out %dp %pkt %byt"));
     for (std::string in, out; flows >> in >> out;) {
         unsigned port = 0;
         Totals one;
@@ -217,14 +154,9 @@ TEST_P(PeersTest, SfacctdsRenormalizedTotalsAgreeWithTheInterfaceCounters)
 {
     constexpr std::uint64_t kRounds = 4, kManyRounds = 150;
     constexpr std::uint32_t kRate = 50;
+    if (const std::string why = Peer::WhyNot(Sfacctd::kProgram); !why.empty()) GTEST_SKIP() << why;
     MakeNetwork();
-    support::WriteFile(Dir() / "conf",
-                       "plugins: print\nsfacctd_ip: 127.0.0.1\nsfacctd_port: " + std::to_string(kPort) +
-                           "\nsfacctd_renormalize: true\naggregate: in_iface, dst_port\n"
-                           "print_output: json\nprint_refresh_time: 3600\nprint_output_file: " +
-                           (Dir() / "totals").string() + "\n");
-    Run({"sfacctd", "-f", Dir() / "conf"});
-    if (IsSkipped()) return;
+    Sfacctd peer("in_iface, dst_port");
     Collector own;
     Agent& agent = Sample(own, {"p1", "p2"});
     SendFromOneCpu();
@@ -239,7 +171,7 @@ TEST_P(PeersTest, SfacctdsRenormalizedTotalsAgreeWithTheInterfaceCounters)
     agent.Update("p2", {.flows = "own", .rate = kRate});
     for (std::uint64_t round = 0; round < kManyRounds; ++round) {
         h2.Send(frames);
-        if (round % 10 == 0) AwaitPeer();
+        if (round % 10 == 0) Peer::AwaitTaken();
     }
     agent.AwaitMetric("sflow_interface_packets_seen_total{interface=\"p2\"}", Received("p2"));
     agent.Update("p2", {.flows = "own", .rate = 1});
@@ -250,13 +182,12 @@ TEST_P(PeersTest, SfacctdsRenormalizedTotalsAgreeWithTheInterfaceCounters)
         sampled = own.Flows(p2);
         return !sampled.empty() && sampled.back().pool == Received("p2") && sampled.back().rate == 1;
     });
-    EndPeer(own.Flows().size(), SIGINT);
+    AwaitPeer(own.Flows().size());
+    EXPECT_EQ(peer.End(), 0U);
 
     std::map<unsigned, Totals> onP1;
     std::map<std::uint32_t, Totals> all;
-    std::istringstream lines(support::ReadFile(Dir() / "totals"));
-    for (std::string line; std::getline(lines, line);) {
-        const auto one = nlohmann::json::parse(line);
+    for (const nlohmann::json& one : peer.Totals()) {
         const Totals totals{one.at("packets"), one.at("bytes")};
         const std::uint32_t in = one.at("iface_in");
         all[in].packets += totals.packets;
@@ -275,7 +206,7 @@ TEST_P(PeersTest, SfacctdsRenormalizedTotalsAgreeWithTheInterfaceCounters)
     const Bounds bounds = BinomialBounds(sent - 1, 1.0 / kRate, kFalseAlarm);
     EXPECT_GE(sampled.size() - 1, bounds.least);
     EXPECT_LE(sampled.size() - 1, bounds.most);
-    EXPECT_EQ(PeerLog().find("WARN"), std::string::npos) << PeerLog();
+    EXPECT_THAT(peer.Log(), testing::Not(testing::HasSubstr("WARN")));
 }
 
 }  // namespace

@@ -27,6 +27,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(, PromptTest, BothSources(), NameOfSource);
 
+// sFlow v5, sFlow datagrams: a sample waits for others for a second at most.
 TEST_P(PromptTest, ALoneFramesSampleComesWithinASecond)
 {
     constexpr std::size_t kTimes = 8;
@@ -64,6 +65,7 @@ TEST_P(PromptTest, AfterABurstTheLastSampleComesWithinASecondToo)
     EXPECT_LE(collector.Arrivals().back().time - sent, kLongest);
 }
 
+// sFlow v5, sampled_header: frame_length is that of the packet, however much of its header is sent.
 TEST_P(PromptTest, NoDatagramIsLargerThanItsCollectorWantsAndASampleThatDoesNotFitIsCutAtTheHeader)
 {
     constexpr std::size_t kFrames = 40;

@@ -69,6 +69,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(, RateTest, BothSources(), NameOfSource);
 
+// sFlow v5, flow_sample: sampling_rate, and sample_pool, the packets that could have been sampled.
 TEST_P(RateTest, TheSamplesOfEachInterfaceAreWithinWhatChanceAllowsAndThePoolIsTheKernelsCount)
 {
     struct Row {
@@ -150,6 +151,7 @@ TEST_P(RateTest, WhatTheSamplesStandForIsTheTrafficOfEachFlow)
     }
 }
 
+// sFlow v5, flow_sample: drops, packets that were to be sampled and were lost for lack of resources.
 TEST_P(RateTest, AStallLosesOnlyWhatTheBufferCantHoldAndTheSamplesSayHowMuch)
 {
     constexpr std::uint64_t kFrames = 20000;  // of at least 250 bytes each in the buffer

@@ -74,6 +74,9 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(, ShapesTest, AllSources(), NameOfSource);
 
+// sFlow v5, sampled_header: header_protocol 1 (Ethernet), frame_length with the FCS, stripped; IEEE 802.3,
+// 3.2.8: an Ethernet frame has at least 64 octets with it. flow_sample: sample_pool; extended_switch: the
+// tag.
 TEST_P(ShapesTest, EachFrameBecomesOneSampleThatSaysWhatItWas)
 {
     Collector collector, second;
@@ -102,6 +105,7 @@ TEST_P(ShapesTest, EachFrameBecomesOneSampleThatSaysWhatItWas)
     EXPECT_EQ(Received("p1"), shapes.size());
 }
 
+// sFlow v5, section 5, flow_sample: input and output, of which one is the data source.
 TEST_P(ShapesTest, ALeavingFrameIsSampledTooWithTheInterfaceByWhichItEntered)
 {
     Collector collector;

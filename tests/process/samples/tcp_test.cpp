@@ -149,6 +149,8 @@ INSTANTIATE_TEST_SUITE_P(, TcpBothWaysTest,
                          testing::Values(SourceRow{"Ebpf", "ebpf"}, SourceRow{"EbpfClsact", "ebpf-clsact"}),
                          NameOfSource);
 
+// sFlow v5, flow_sample: sample_pool counts packets of the network; sampled_header: frame_length is that of
+// one.
 TEST_P(TcpTest, AStreamIsCountedAsTheFramesThatItIsOnTheWire)
 {
     Collector collector;
@@ -171,6 +173,7 @@ TEST_P(TcpTest, AStreamIsCountedAsTheFramesThatItIsOnTheWire)
     EXPECT_EQ(last, expected);
 }
 
+// sFlow v5, section 5, flow_sample: input and output of each frame, at both data sources.
 TEST_P(TcpBothWaysTest, FramesAreCountedAsTheyAreOnTheWire)
 {
     Collector collector;

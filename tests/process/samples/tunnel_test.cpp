@@ -55,6 +55,8 @@ Bytes WithoutLinkHeader(const Bytes& frame) { return {frame.begin() + kEthernet,
 
 INSTANTIATE_TEST_SUITE_P(, TunnelTest, AllSources(), NameOfSource);
 
+// sFlow v5, enum header_protocol: IPv4 is 11, IPv6 is 12; sampled_header: frame_length, without an FCS
+// nothing is stripped. struct interface: 0x3FFFFFFF, the agent itself.
 TEST_P(TunnelTest, APacketIsSampledFromIpOn)
 {
     struct Row {

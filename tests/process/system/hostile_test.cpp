@@ -4,6 +4,7 @@
 #include "ipc/cdb.pb.h"
 #include "ipc/manager.pb.h"
 #include "support/frames.h"
+#include "support/proto_text.h"
 #include "system/system_test.h"
 
 namespace system_tests {
@@ -81,7 +82,7 @@ TEST_F(Hostile, UnknownProtocolVersionIsRefusedWithAReason)
     peer.Send(hello);
     ipc::cdb::ServerMessage answer;
     ASSERT_TRUE(peer.Receive(answer));
-    EXPECT_TRUE(answer.has_refused()) << answer.ShortDebugString();
+    EXPECT_TRUE(answer.has_refused()) << support::TextOf(answer);
     EXPECT_THAT(answer.refused().reason(), HasSubstr("99"));
     ExpectUnharmed();
 }

@@ -5,6 +5,7 @@
 
 #include "ipc/manager.pb.h"
 #include "support/frames.h"
+#include "support/proto_text.h"
 #include "system/system_test.h"
 
 namespace system_tests {
@@ -113,7 +114,7 @@ TEST_F(Manager, RefusesASecondClientAndNamesTheFirst)
     second.Send(hello);
     ipc::manager::ServerMessage answer;
     ASSERT_TRUE(second.Receive(answer));
-    ASSERT_TRUE(answer.has_refused()) << answer.ShortDebugString();
+    ASSERT_TRUE(answer.has_refused()) << support::TextOf(answer);
     EXPECT_EQ(TheWorld().Daemon().Pid(), answer.refused().holder_pid());
     EXPECT_TRUE(second.AwaitEnd());
     Commit(Rate("eth1", 5));
