@@ -66,6 +66,15 @@ Spent Watch(const MeasuredManager& manager, const Collector& collector, std::chr
             static_cast<double>(collector.Read().counterSamples - samples) / seconds};
 }
 
+void MeasureOne(figures::Table& table)
+{
+    const IdleInterfaces interfaces(2);
+    Collector collector;
+    MeasuredManager manager(Capture::kEbpf, collector.Port());
+    Configure(manager, 1, kSlow);
+    table.AtMost("3 resident sflow-mgr, one interface", figures::ResidentMegabytes(manager.Pid()), 8, "MB");
+}
+
 void MeasureFew(const Settings& settings, figures::Table& table)
 {
     const auto size = std::to_string(settings.few) + " interfaces";
@@ -125,6 +134,7 @@ void MeasureMany(const Settings& settings, figures::Table& table)
 
 void MeasureIdle(const Settings& settings, ForwardingPath&, figures::Table& table)
 {
+    MeasureOne(table);
     MeasureFew(settings, table);
     MeasureCounterSample(settings, settings.few, table);
     MeasureMany(settings, table);

@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "sampling/collector.h"
+#include "sampling/empty_program.h"
 #include "sampling/figures.h"
 #include "sampling/measured_manager.h"
 
@@ -26,6 +27,16 @@ void Measure(const Settings& settings, ForwardingPath& path, figures::Table& tab
                  "ns");
 }
 
+void MeasureEmpty(const Settings& settings, ForwardingPath& path, figures::Table& table)
+{
+    EmptyProgram program;
+    const auto index = support::Network::Index(ForwardingPath::kIn);
+    const auto cost = MeasurePathCost(
+        settings, path, [&] { program.Attach(index); }, [&] { program.Detach(); });
+    table.Plain("1 a frame on the bare path, beside an empty program", cost.bare, "ns");
+    table.Plain("1 added to a frame by an empty program at the same hook", cost.added, "ns");
+}
+
 }  // namespace
 
 void MeasurePath(const Settings& settings, ForwardingPath& path, figures::Table& table)
@@ -36,6 +47,11 @@ void MeasurePath(const Settings& settings, ForwardingPath& path, figures::Table&
         } catch (const std::exception& error) {
             table.Failed("1 added to a frame that is not sampled, " + NameOf(capture), error.what());
         }
+    }
+    try {
+        MeasureEmpty(settings, path, table);
+    } catch (const std::exception& error) {
+        table.Failed("1 added to a frame by an empty program at the same hook", error.what());
     }
 }
 

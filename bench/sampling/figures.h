@@ -29,6 +29,8 @@ void MeasureSamples(const Settings& settings, ForwardingPath& path, figures::Tab
 void MeasureIdle(const Settings& settings, ForwardingPath& path, figures::Table& table);
 /// 4: from the service's call to the first sample.
 void MeasureFirstSample(const Settings& settings, ForwardingPath& path, figures::Table& table);
+/// 5: the manager's share of a machine that has more to do than it can.
+void MeasureShare(const Settings& settings, ForwardingPath& path, figures::Table& table);
 
 /// What a frame takes of the forwarding core, in nanoseconds.
 struct PathCost {

@@ -3,7 +3,7 @@
 // program's own, and prints one table. Ends with 0 whether or not the bounds hold: the table says which do
 // not. Needs root (eBPF), two CPUs and quiet.
 //
-//   sampling_figures [--runs N] [--turns N] [--few N] [--many N] [FIGURE...]     figures 1 to 4, all by
+//   sampling_figures [--runs N] [--turns N] [--few N] [--many N] [FIGURE...]     figures 1 to 5, all by
 //   default
 
 #include <cstdlib>
@@ -26,7 +26,8 @@ struct Figure {
 constexpr Figure kFigures[] = {{1, "1 a packet that is not sampled", sampling::MeasurePath},
                                {2, "2 a sample", sampling::MeasureSamples},
                                {3, "3 idle interfaces", sampling::MeasureIdle},
-                               {4, "4 the first sample", sampling::MeasureFirstSample}};
+                               {4, "4 the first sample", sampling::MeasureFirstSample},
+                               {5, "5 its share of a busy machine", sampling::MeasureShare}};
 
 }  // namespace
 
