@@ -125,7 +125,8 @@ public:
     /// Changes how a sampled interface is sampled, at once and without a gap in its counts. Samples that were
     /// sampled before carry the rate that they were sampled with. Throws Unavailable if that fails: eBPF then
     /// applies all but a direction that it could not add, packet sockets keep the old settings. A direction
-    /// that eBPF adds is attached as by Add; packet sockets make their next pair in the call.
+    /// that eBPF adds is attached as by Add. Packet sockets make their next pair in the call, or as soon as
+    /// the pair before the present one is closed; then Sampled and OnRefused tell as after Add.
     virtual void Change(std::uint32_t ifIndex, const Settings& settings) = 0;
 
     /// Whether packets are sampled there: nothing that was asked for waits for the kernel, and it has not

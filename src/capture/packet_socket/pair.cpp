@@ -25,7 +25,7 @@ void PacketSocketPair::Prepare(std::uint32_t ifIndex, const Settings& settings, 
 std::shared_ptr<PacketSocketPair> PacketSocketPair::MakeFollower(std::uint32_t ifIndex,
                                                                  const Settings& settings, std::size_t bytes)
 {
-    if (!CanBeFollowed(settings)) return nullptr;
+    if (SuccessionWith(settings) != Succession::kNow) return nullptr;
     // The pair that this one has followed has left: this ring is the second member now, and the program must
     // name it so before there is a third again.
     if (Follows()) DivideBy(kSamplingMember);
@@ -41,12 +41,14 @@ std::shared_ptr<PacketSocketPair> PacketSocketPair::MakeFollower(std::uint32_t i
     return follower;
 }
 
-bool PacketSocketPair::CanBeFollowed(const Settings& settings) const
+PacketSocketPair::Succession PacketSocketPair::SuccessionWith(const Settings& settings) const
 {
-    constexpr std::chrono::milliseconds kPatience{500};
-    if (!m_group || m_hasFollower) return false;
-    if (settings.ingress != m_settings.ingress || settings.egress != m_settings.egress) return false;
-    return !Follows() || m_followed.wait_for(kPatience) == std::future_status::ready;
+    if (!m_group || m_hasFollower) return Succession::kNever;
+    if (settings.ingress != m_settings.ingress || settings.egress != m_settings.egress)
+        return Succession::kNever;
+    const bool alone =
+        !Follows() || m_followed.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    return alone ? Succession::kNow : Succession::kLater;
 }
 
 void PacketSocketPair::Open()

@@ -45,9 +45,13 @@ public:
     /// Unavailable.
     void Prepare(std::uint32_t ifIndex, const Settings& settings, std::uint32_t ownMark,
                  Hook hook = Hook::kShared);
-    /// Another pair, prepared to continue from this one, which need not be closed then. Null if the
-    /// directions differ, there is no group, this pair has a follower already, or the pair that this one
-    /// follows is not destroyed within 500 ms, for which it waits. Throws Unavailable.
+    enum class Succession { kNow, kLater, kNever };
+    /// Whether another pair can continue from this one: never if the directions differ, there is no group or
+    /// this pair has a follower already; later if the pair that this one follows is not destroyed yet, since
+    /// a group has room for one ring more only.
+    [[nodiscard]] Succession SuccessionWith(const Settings& settings) const;
+    /// Another pair, prepared to continue from this one, which need not be closed then. Null if that can't be
+    /// now. Throws Unavailable.
     [[nodiscard]] std::shared_ptr<PacketSocketPair> MakeFollower(std::uint32_t ifIndex,
                                                                  const Settings& settings, std::size_t bytes);
     /// From now on packets are counted and sampled. Throws Unavailable.
@@ -82,7 +86,6 @@ private:
     {
     }
     void DivideBy(std::uint32_t samplingMember);
-    [[nodiscard]] bool CanBeFollowed(const Settings& settings) const;
 
     std::promise<void> m_ended;  // destroyed after the sockets, which tells the follower
     std::shared_future<void> m_end = m_ended.get_future().share();

@@ -8,7 +8,8 @@
 //
 // A change of rate is exact: a pair of sockets keeps its rate, and another pair follows it from one packet to
 // the next. All that is in a ring was sampled with one rate. If a pair can't follow so (pair.h), as with
-// other directions, some microseconds pass in which packets are neither counted nor sampled.
+// other directions, some microseconds pass in which packets are neither counted nor sampled. A change that
+// comes while the kernel still closes the pair before takes effect after that; only the last of several does.
 //
 // The first block that waits wakes the process. From then on a timer looks, so often that a stream of packets
 // would fill two thirds of a ring at most meanwhile; when looks find nothing for some time, the ring wakes
@@ -22,6 +23,7 @@
 #include <cerrno>
 #include <chrono>
 #include <map>
+#include <set>
 #include <span>
 #include <string>
 #include <utility>
@@ -50,6 +52,9 @@ constexpr std::chrono::seconds kCountingPeriod{10};
 // Looks that find nothing mean silence only if a block of some packets has had the time to be handed over.
 constexpr milliseconds kSilence{70};
 
+// How often to look whether a pair is closed that a change waits for. The kernel takes some 10 ms.
+constexpr milliseconds kLatePause{5};
+
 class RingSource final : public PacketSource {
 public:
     RingSource(asio::io_context& loop, base::Timers& timers, SampleSink& sink, const SourceOptions& options)
@@ -58,6 +63,7 @@ public:
           m_options(options),
           m_grace(timers, options.expediteRcu),
           m_alarm(timers.MakeAlarm([this] { OnTime(); })),
+          m_lateAlarm(timers.MakeAlarm([this] { OnLate(); })),
           m_maker(loop, m_grace, m_closer),
           m_waker(loop, [this](std::span<const std::uint32_t> keys) { OnWake(keys); }),
           m_spare(std::make_shared<PacketSocketPair>(SizeFor(kCommonRate)))
@@ -114,7 +120,7 @@ public:
     [[nodiscard]] bool Sampled(std::uint32_t ifIndex) const override
     {
         const auto found = m_ports.find(ifIndex);
-        return found != m_ports.end() && found->second.pair;
+        return found != m_ports.end() && found->second.pair && !found->second.late;
     }
 
     Counts Remove(std::uint32_t ifIndex) override
@@ -213,13 +219,36 @@ private:
 
     void Adapt(Port& port)
     {
+        port.late = false;
         Settings now = port.pair->Current();
         if (now == port.wanted) return;
         now.headerSize = port.wanted.headerSize;
         if (now == port.wanted)
             port.pair->SetHeaderSize(now.headerSize);
+        else if (port.pair->SuccessionWith(port.wanted) == PacketSocketPair::Succession::kLater)
+            PutOff(port);
         else
             Follow(port, port.wanted);
+    }
+
+    void PutOff(Port& port)
+    {
+        port.late = true;
+        if (m_late.empty()) m_lateAlarm->Set(kLatePause);
+        m_late.insert(port.ifIndex);
+    }
+
+    void OnLate()
+    {
+        for (const std::uint32_t ifIndex : std::exchange(m_late, {})) {
+            const auto found = m_ports.find(ifIndex);
+            if (found == m_ports.end() || !found->second.late) continue;
+            try {
+                Adapt(found->second);
+            } catch (const Unavailable& reason) {
+                m_sink.OnRefused(ifIndex, reason);
+            }
+        }
     }
 
     // The kernel waits when it makes a ring and when it exchanges the program of a group.
@@ -348,12 +377,14 @@ private:
     SourceOptions m_options;
     GracePeriods m_grace;
     const std::unique_ptr<base::Alarm> m_alarm;
+    const std::unique_ptr<base::Alarm> m_lateAlarm;
     RingCloser m_closer;
     PairMaker m_maker;
     RingWaker m_waker;
     std::shared_ptr<PacketSocketPair> m_spare;
     std::map<std::uint32_t, Port> m_ports;
     std::vector<Port*> m_looking;                // at which the timer looks
+    std::set<std::uint32_t> m_late;              // interfaces with a change that is put off
     std::vector<Sample> m_samples;               // of one block
     milliseconds m_pause = milliseconds::max();  // until the timer looks
     std::shared_ptr<void> m_counting;

@@ -69,20 +69,18 @@ TEST_F(RingFollow, EachHasCountedAndDrawnWhatCameInItsTime)
 TEST_F(RingFollow, NoPacketIsMissedOrCountedTwiceWhileTheyCome)
 {
     constexpr std::uint64_t kFrames = 120'000;
-    std::atomic<bool> sent = false;
+    constexpr std::size_t kFollowers = 5;
+    std::atomic<std::uint64_t> sent = 0;
+    std::atomic<bool> enough = false;
     std::thread sender([&] {
-        for (std::uint64_t i = 0; i < kFrames; i += 500) Send(500);
-        sent = true;
+        for (; !enough; sent += 500) Send(500);
     });
     std::uint64_t counted = 0;
-    std::size_t followers = 0;
-    while (!sent) {
+    for (std::size_t followers = 0; sent < kFrames || followers < kFollowers; ++followers)
         counted += Follow(followers % 2 == 0 ? 2 : 1000);
-        ++followers;
-    }
+    enough = true;
     sender.join();
-    EXPECT_GT(followers, 3U);
-    EXPECT_EQ(counted + m_pair->Count().pool, kFrames);
+    EXPECT_EQ(counted + m_pair->Count().pool, sent);
 }
 
 TEST_F(RingFollow, BeforeTheNextIsOpenedTheLastSamplesOn)
@@ -136,14 +134,21 @@ TEST_F(RingFollow, IsRefusedTwice)
     EXPECT_EQ(m_pair->MakeFollower(m_near, {.rate = 1, .headerSize = 64}, kRing), nullptr);
 }
 
-TEST_F(RingFollow, IsRefusedWhileTheOneBeforeIsStillThere)
+TEST_F(RingFollow, IsPutOffWhileTheOneBeforeIsStillThere)
 {
-    const auto first = m_pair;
+    using Succession = PacketSocketPair::Succession;
+    constexpr Settings kNext{.rate = 2, .headerSize = 64};
+    auto first = m_pair;
+    EXPECT_EQ(first->SuccessionWith(kNext), Succession::kNow);
     Follow(1);
-    EXPECT_EQ(m_pair->MakeFollower(m_near, {.rate = 2, .headerSize = 64}, kRing), nullptr);
+    EXPECT_EQ(first->SuccessionWith(kNext), Succession::kNever);
+    EXPECT_EQ(m_pair->SuccessionWith(kNext), Succession::kLater);
+    EXPECT_EQ(m_pair->MakeFollower(m_near, kNext, kRing), nullptr);
     Send(100);
     EXPECT_EQ(m_pair->Count().pool, 100U);
     EXPECT_EQ(m_pair->InRing(), 100U);
+    first.reset();
+    EXPECT_EQ(m_pair->SuccessionWith(kNext), Succession::kNow);
 }
 
 TEST_F(RingFollow, IsRefusedWhereEachSocketHasItsHook)
