@@ -93,8 +93,10 @@ TEST_F(RingSource, TellsThePoolOfEachPacketAtOneInOne)
     Send(700);
     EXPECT_TRUE(Takes(700));
     // The ring is made anew twice.
-    m_source->Change(m_near, {.rate = 5, .headerSize = 64});
-    m_source->Change(m_near, {.rate = 1, .headerSize = 64});
+    for (const std::uint32_t rate : {5U, 1U}) {
+        m_source->Change(m_near, {.rate = rate, .headerSize = 64});
+        EXPECT_TRUE(Comes([&] { return m_source->Sampled(m_near); }));
+    }
     Send(300, 700);
     EXPECT_EQ(m_source->Remove(m_near).pool, 1000U);
     EXPECT_EQ(m_sink.taken, 1000U);
