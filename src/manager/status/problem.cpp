@@ -118,8 +118,7 @@ std::string MayNotSend(const std::string& where, const View::Collector& collecto
                            where);
     return fmt::format(
         "the manager may not bind a socket to the device {1}; start sflow-mgr as root, grant it CAP_NET_RAW, "
-        "or: "
-        "delete oam sflow-manager collector {0} device",
+        "or: delete oam sflow-manager collector {0} device",
         collector.name, collector.own.send.device);
 }
 
@@ -160,9 +159,8 @@ std::string Unknown(const std::string& collector)
 std::string OnlySettings(const std::string& collector)
 {
     return fmt::format(
-        "oam sflow-manager has settings for the collector {0}, but there is no collector of that name; set "
-        "oam "
-        "sflow collector {0} ip ADDRESS, or delete oam sflow-manager collector {0}",
+        "oam sflow-manager has settings for the collector {0}, but there is no collector of that name; "
+        "set oam sflow collector {0} ip ADDRESS, or delete oam sflow-manager collector {0}",
         collector);
 }
 
