@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <functional>
+#include <string>
 
 #include "capture/cable.h"
 #include "capture/source_suite.h"
