@@ -111,6 +111,13 @@ void ForEachAttribute(std::span<const std::uint8_t> bytes, const std::function<v
     }
 }
 
+void ForEachMessage(std::span<const std::uint8_t> bytes, const std::function<void(const nlmsghdr&)>& visit)
+{
+    const auto* at = reinterpret_cast<const nlmsghdr*>(bytes.data());
+    auto left = static_cast<int>(bytes.size());
+    for (; mnl_nlmsg_ok(at, left); at = mnl_nlmsg_next(at, &left)) visit(*at);
+}
+
 std::span<const std::uint8_t> Payload(const nlmsghdr& message, std::size_t headerSize)
 {
     const std::size_t before = NLMSG_HDRLEN + MNL_ALIGN(headerSize);
@@ -201,9 +208,7 @@ NetlinkSocket::Received NetlinkSocket::Receive(const OnMessage& message)
         if (from.nl_pid != 0) continue;  // not from the kernel: any process may send to us
         // The kernel sends no datagram larger than this buffer; if it did, part of it would be lost.
         if (static_cast<std::size_t>(size) > kBufferSize) return Received::kLost;
-        const auto* at = reinterpret_cast<const nlmsghdr*>(m_buffer.get());
-        int left = static_cast<int>(size);
-        for (; mnl_nlmsg_ok(at, left); at = mnl_nlmsg_next(at, &left)) message(*at);
+        ForEachMessage({m_buffer.get(), static_cast<std::size_t>(size)}, message);
         return Received::kMessages;
     }
 }

@@ -86,6 +86,9 @@ std::array<Attribute, N> ReadAttributes(std::span<const std::uint8_t> bytes)
     return attributes;
 }
 
+/// Visits each message of a datagram, or of several with each at a multiple of NLMSG_ALIGNTO.
+void ForEachMessage(std::span<const std::uint8_t> bytes, const std::function<void(const nlmsghdr&)>& visit);
+
 /// The bytes behind the family's header of this size; empty if the message is shorter.
 [[nodiscard]] std::span<const std::uint8_t> Payload(const nlmsghdr& message, std::size_t headerSize);
 

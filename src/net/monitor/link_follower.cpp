@@ -165,9 +165,7 @@ void LinkFollower::TakeFetched(Fetch& fetched)
     m_asked = fetched.asked;
     m_sequence = fetched.sequence;
     if (fetched.lost) m_lost = true;
-    const auto* at = reinterpret_cast<const nlmsghdr*>(fetched.messages.data());
-    for (auto left = static_cast<int>(fetched.messages.size()); NLMSG_OK(at, left); at = NLMSG_NEXT(at, left))
-        Take(*at);
+    ForEachMessage(fetched.messages, [this](const nlmsghdr& message) { Take(message); });
     if (!fetched.failure.empty()) {
         Failed(fetched.failure);
         m_phase = Phase::kFollowing;
