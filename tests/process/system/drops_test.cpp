@@ -106,11 +106,11 @@ TEST_F(Drops, OfTwoKindsAreToldCountedAndShownWhileSamplesGoOn)
     EXPECT_EQ(2U, shown.at("reason").size());
     EXPECT_EQ(kToNoSocket, CountIn(ReasonIn(shown, kNoSocket), "packets"));
     EXPECT_EQ(kPortUnreachable, ReasonIn(shown, kNoSocket).at("code"));
-    EXPECT_EQ(told.back().function, ReasonIn(shown, kNoSocket).at("function"));
+    EXPECT_EQ(told.back().function, ReasonIn(shown, kNoSocket).at("function").get<std::string>());
     EXPECT_EQ(kToOther, CountIn(ReasonIn(shown, kOtherHost), "packets"));
     EXPECT_EQ(kUnknownL2, ReasonIn(shown, kOtherHost).at("code"));
     EXPECT_EQ(true, CollectorShown().at("discards"));
-    EXPECT_EQ(std::to_string(kAll), CollectorShown().at("discards-sent"));
+    EXPECT_EQ(std::to_string(kAll), CollectorShown().at("discards-sent").get<std::string>());
     EXPECT_THAT(m_world->CliDone("show sflow collectors"), HasSubstr(std::to_string(kAll) + " sent\n"));
     EXPECT_THAT(m_world->CliDone("show sflow drops"), testing::ContainsRegex("busy +NO_SOCKET +7 "));
 
