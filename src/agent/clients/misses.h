@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is kept of a subscriber that does not acknowledge commits in time: what it misses while it is connected
-// (Client) and after it was disconnected for it (Clients).
+// What is kept of a subscriber that does not acknowledge commits in time: what it misses while it is
+// connected (Client) and after it was disconnected for it (Clients).
 
 #ifndef AGENT_CLIENTS_MISSES_H
 #define AGENT_CLIENTS_MISSES_H
@@ -17,7 +17,8 @@
 
 namespace agent {
 
-/// The commits in a row that a subscriber has not acknowledged in time, until it has loaded the configuration.
+/// The commits in a row that a subscriber has not acknowledged in time, until it has loaded the
+/// configuration.
 struct Misses {
     /// After so many, a subscriber is not waited for until it has loaded.
     static constexpr std::uint64_t kMostAwaited = 2;

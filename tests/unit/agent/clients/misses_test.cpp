@@ -81,7 +81,8 @@ protected:
     {
         auto reader = m_world.Connect();  // the session that commits waits for its answer
         return reader
-            .Call(netconf::Get("<state xmlns=\"urn:switch:yang:switch-state\"><system><process/></system></state>"))
+            .Call(netconf::Get(
+                "<state xmlns=\"urn:switch:yang:switch-state\"><system><process/></system></state>"))
             .data;
     }
 
@@ -123,15 +124,17 @@ TEST_F(Misses, AfterTwoItIsSentChangesButNotWaitedForUntilItHasLoaded)
 
     app = Subscriber("app");
     SendCommit();
-    EXPECT_THAT(Warnings(), testing::ElementsAre(AllOf(HasSubstr("app (process "), HasSubstr("missed 3 commits"),
-                                                       HasSubstr("has not loaded"))))
+    EXPECT_THAT(Warnings(),
+                testing::ElementsAre(AllOf(HasSubstr("app (process "), HasSubstr("missed 3 commits"),
+                                           HasSubstr("has not loaded"))))
         << "without any time passing";
     EXPECT_EQ(app->ReceiveChangeSet().commit(), 3U) << "what it loads may be older";
     EXPECT_THAT(Shown(), AllOf(HasSubstr("<health>not-awaited</health>"), HasSubstr("<state>ready</state>")));
 
     SayLoaded(*app);
     app->Acknowledge(3);
-    support::Await("it to be well", [this] { return Shown().find("<health>ok</health>") != std::string::npos; });
+    support::Await("it to be well",
+                   [this] { return Shown().find("<health>ok</health>") != std::string::npos; });
     EXPECT_THAT(Shown(), AllOf(HasSubstr("<missed-commits>0</missed-commits>"),
                                HasSubstr("<last-acknowledgement>"), Not(HasSubstr("<health-since>"))));
     SendCommit();
@@ -146,7 +149,8 @@ TEST_F(Misses, LoadingAfterOneMakesItWell)
     MissOne(*app);
     app = Subscriber("app");
     SayLoaded(*app);
-    support::Await("it to be well", [this] { return Shown().find("<health>ok</health>") != std::string::npos; });
+    support::Await("it to be well",
+                   [this] { return Shown().find("<health>ok</health>") != std::string::npos; });
     MissOne(*app);
     EXPECT_THAT(Shown(), HasSubstr("<missed-commits>1</missed-commits>"));
 }
@@ -229,7 +233,8 @@ TEST_F(Misses, AcknowledgementsOfThePastOrTwiceTellNothing)
     app->ReceiveChangeSet();
     app->Acknowledge(3);
     app->Acknowledge(3);
-    support::Await("it to be well", [this] { return Shown().find("<health>ok</health>") != std::string::npos; });
+    support::Await("it to be well",
+                   [this] { return Shown().find("<health>ok</health>") != std::string::npos; });
     SendCommit();
     EXPECT_EQ(app->ReceiveChangeSet().commit(), 4U);
     app->Acknowledge(3);
