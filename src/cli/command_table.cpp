@@ -165,7 +165,7 @@ std::span<const Command> Commands()
         Command{"show sflow", {{Kind::kChoice, "collectors|interfaces|agent|drops|problems", true}},
                 "Shows sFlow as it is in effect in the sFlow manager, what has flowed, what was dropped, and why nothing flows.", kBoth, Forms::kState, &ShowSflow},
         Command{"show system processes", {},
-                "Shows the processes that are connected to the database.", kBoth, Forms::kState, &ShowProcesses},
+                "Shows the processes that are connected to the database, and those that miss commits.", kBoth, Forms::kState, &ShowProcesses},
         Command{"show system faults", {},
                 "Shows the faults that processes reported.", kBoth, Forms::kState, &ShowFaults},
         Command{"show version", {},

@@ -293,14 +293,24 @@ std::string SflowText(const lyd_node* state, std::string_view part)
 
 std::string ProcessesText(const lyd_node* state)
 {
-    TextTable table({"Name", "Process", "State", "Role", "Connected since", "Callpoints", "Subscriptions"});
+    TextTable table({"Name", "Process", "State", "Role", "Missed", "Since"});
+    TextTable times({"Name", "Process", "Connected since", "Last acknowledgement"});
+    TextTable uses({"Name", "Process", "Subscription or callpoint"});
     Children(state).Of("system").ForEach("process", [&](const lyd_node* node) {
         const Children process(node);
-        table.Add({process.Value("name"), process.Value("pid"), process.Value("state"), process.Value("role"),
-                   process.Time("connected-since"), process.Values("callpoint"),
-                   process.Values("subscription")});
+        const std::string name = process.Value("name");
+        const std::string pid = process.Value("pid");
+        const std::string health = process.Value("health");
+        const bool late = health == "late" || health == "not-awaited";
+        table.Add({name, pid, late ? (health == "late" ? "late" : "not waited for") : process.Value("state"),
+                   process.Value("role"), process.Value("missed-commits"),
+                   process.Time(late ? "health-since" : "connected-since")});
+        times.Add({name, pid, process.Time("connected-since"), process.Time("last-acknowledgement")});
+        for (const char* use : {"subscription", "callpoint"})
+            process.ForEach(use, [&](const lyd_node* each) { uses.Add({name, pid, lyd_get_value(each)}); });
     });
-    return table.Empty() ? "No process is connected to the database.\n" : table.Text(0);
+    if (table.Empty()) return "No process is connected to the database.\n";
+    return table.Text(0) + "\n" + times.Text(0) + (uses.Empty() ? "" : "\n" + uses.Text(0));
 }
 
 std::string VersionsText(const lyd_node* state)

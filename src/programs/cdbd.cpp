@@ -99,7 +99,7 @@ agent::AgentOptions AgentOptionsOf(const agent::ProgramOptions& options)
 {
     agent::AgentOptions result;
     result.runDirectory = options.runDirectory;
-    result.ackTimeout = options.ackTimeout;
+    result.ackTimes = options.ackTimes;
     result.callpointTimeout = options.callpointTimeout;
     result.adminGroup = options.adminGroup;
     result.switchGroup = options.switchGroup;

@@ -83,9 +83,27 @@ bool Client::Ask(AnswerKey key, const google::protobuf::MessageLite& message, An
 {
     if (m_phase == Phase::kEnded) return false;
     m_questions[key] = std::move(handler);
+    if (key.first == ClientMessage::kChangeSetAck) m_sentCommit = key.second;
     // A failed send ends the connection, which answers every question.
     static_cast<void>(m_channel->Send(message));
     return true;
+}
+
+void Client::SendChanges(std::uint64_t commit, const google::protobuf::MessageLite& message)
+{
+    if (m_phase == Phase::kEnded) return;
+    m_sentCommit = commit;
+    static_cast<void>(m_channel->Send(message));  // a failure ends the connection
+}
+
+void Client::AddMiss()
+{
+    m_misses.Add(m_host.NowUs());
+    if (m_misses.commits == Misses::kMostAwaited)
+        slog::Error(
+            "{} has missed {} commits in a row; commits do not wait for it until it has loaded the "
+            "configuration",
+            Name(), m_misses.commits);
 }
 
 void Client::Disconnect(const std::string& reason)
@@ -115,7 +133,10 @@ void Client::Handle(const ClientMessage& message)
     case ClientMessage::kRegisterStateProvider:
     case ClientMessage::kReady:
         return OnRegistration(message);
+    case ClientMessage::kLoaded:
+        return OnLoaded();
     case ClientMessage::kChangeSetAck:
+        OnAcknowledged(message.change_set_ack().commit());
         return OnAnswer({message.body_case(), message.change_set_ack().commit()}, message);
     case ClientMessage::kCallpointReply:
         return OnAnswer({message.body_case(), message.callpoint_reply().request()}, message);
@@ -203,8 +224,27 @@ void Client::OnReady()
     ipc::cdb::ServerMessage message;
     *message.mutable_welcome() = m_host.MakeWelcome();
     m_welcomeCommit = message.welcome().commit();
+    if (!m_subscriptions.empty()) m_misses = m_host.TakeMisses(*this);
     static_cast<void>(m_channel->Send(message));  // a failure ends the connection
     slog::Notice("{} is connected", Name());
+}
+
+/// One of a commit that was not sent, or a second one, tells nothing.
+void Client::OnAcknowledged(std::uint64_t commit)
+{
+    if (m_phase != Phase::kReady || commit <= m_acknowledgedCommit || commit > m_sentCommit) return;
+    m_acknowledgedCommit = commit;
+    m_acknowledgedUs = m_host.NowUs();
+    // It works through its messages one after the other: what it loads comes before.
+    OnLoaded();
+}
+
+void Client::OnLoaded()
+{
+    if (m_phase != Phase::kReady) return Disconnect("it said that it has loaded before it was ready");
+    if (!m_misses.Any()) return;
+    slog::Notice("{} has loaded the configuration; it had missed {} commits", Name(), m_misses.commits);
+    m_misses = {};
 }
 
 void Client::OnFault(const ipc::cdb::FaultReport& fault)

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/clients/misses.h"
 #include "base/timers.h"
 #include "cdb/model/schema_table.h"
 #include "ipc/cdb.pb.h"
@@ -59,6 +60,10 @@ public:
     virtual std::optional<Refusal> CheckCallpoint(const Client& client, const std::string& name) = 0;
     virtual std::optional<Refusal> CheckProvider(const Client& client, const StateProvision& wanted) = 0;
     virtual ipc::cdb::Welcome MakeWelcome() = 0;
+    /// What a client that becomes ready has missed before.
+    virtual Misses TakeMisses(const Client& client) = 0;
+    /// Microseconds since the epoch.
+    [[nodiscard]] virtual std::int64_t NowUs() const = 0;
     virtual void OnFault(const Client& client, const ipc::cdb::FaultReport& fault) = 0;
     /// The connection has ended; called once, from the loop.
     virtual void OnGone(const std::shared_ptr<Client>& client) = 0;
@@ -96,6 +101,13 @@ public:
     /// The commit of running that the client was told when it became ready.
     [[nodiscard]] std::uint64_t WelcomeCommit() const { return m_welcomeCommit; }
 
+    /// What it has missed since it last acknowledged in time or loaded, an earlier connection included.
+    [[nodiscard]] const Misses& Missed() const { return m_misses; }
+    /// When it last acknowledged a commit, in time or not; 0: it has not.
+    [[nodiscard]] std::int64_t AcknowledgedUs() const { return m_acknowledgedUs; }
+    /// The subscriber has not acknowledged a commit in time, or is not waited for.
+    void AddMiss();
+
     /// A number for the next request to this client.
     std::uint64_t NextRequest() { return ++m_lastRequest; }
 
@@ -103,6 +115,9 @@ public:
     /// inside Ask. Returns false, and does not call the handler, if the connection has ended.
     [[nodiscard]] bool Ask(AnswerKey key, const google::protobuf::MessageLite& message,
                            AnswerHandler handler);
+    /// Sends a commit's change set without awaiting the acknowledgement. No effect if the connection has
+    /// ended.
+    void SendChanges(std::uint64_t commit, const google::protobuf::MessageLite& message);
     void Forget(AnswerKey key) { m_questions.erase(key); }
     /// Awaits a further answer to a question: calls the handler as after Ask.
     void Expect(AnswerKey key, AnswerHandler handler) { m_questions[key] = std::move(handler); }
@@ -124,6 +139,8 @@ private:
     void OnCallpoint(const std::string& name);
     void OnProvider(const StateProvision& wanted);
     void OnReady();
+    void OnAcknowledged(std::uint64_t commit);
+    void OnLoaded();
     void OnFault(const ipc::cdb::FaultReport& fault);
     void OnAnswer(AnswerKey key, const ipc::cdb::ClientMessage& message);
     /// Turns the client away, and returns true, if it may not have the role.
@@ -143,6 +160,10 @@ private:
     std::vector<std::string> m_callpoints;
     std::vector<StateProvision> m_providers;
     std::uint64_t m_welcomeCommit = 0;
+    std::uint64_t m_sentCommit = 0;          // the last change set sent; 0: none
+    std::uint64_t m_acknowledgedCommit = 0;  // likewise
+    std::int64_t m_acknowledgedUs = 0;
+    Misses m_misses;
     std::uint64_t m_lastRequest = 0;
     std::map<AnswerKey, AnswerHandler> m_questions;
     std::shared_ptr<void> m_helloTimer;  // until the client is ready

@@ -227,8 +227,48 @@ void Clients::OnFault(const Client& client, const ipc::cdb::FaultReport& report)
     m_faults.Take(reporter, std::move(fault));
 }
 
+void Clients::AddMisses(const std::function<bool(const MissingSubscriber&)>& misses)
+{
+    for (MissingSubscriber& each : m_missing) {
+        if (!misses(each)) continue;
+        each.misses.Add(NowUs());
+        if (each.misses.commits == Misses::kMostAwaited)
+            slog::Error(
+                "{} has missed {} commits in a row; commits do not wait for it until it has loaded the "
+                "configuration",
+                each.Name(), each.misses.commits);
+    }
+}
+
+/// The process itself comes before one of the same name, which is its successor.
+Misses Clients::TakeMisses(const Client& client)
+{
+    const auto isNamed = [&](const MissingSubscriber& each) { return each.process == client.Process(); };
+    const auto isSame = [&](const MissingSubscriber& each) {
+        return isNamed(each) && each.pid == client.Pid();
+    };
+    auto found = std::find_if(m_missing.begin(), m_missing.end(), isSame);
+    if (found == m_missing.end()) found = std::find_if(m_missing.begin(), m_missing.end(), isNamed);
+    if (found == m_missing.end()) return {};
+    const Misses misses = found->misses;
+    m_missing.erase(found);
+    return misses;
+}
+
+/// Remembers a subscriber that has ended with commits missed, for the next commits and the one that comes
+/// back.
+void Clients::RememberMissing(const Client& client)
+{
+    if (m_missing.size() >= kMaxClients) m_missing.erase(m_missing.begin());
+    MissingSubscriber missing{client.Process(), client.Pid(),           client.Version(), {},
+                              client.Missed(),  client.AcknowledgedUs()};
+    for (const Subscription& each : client.Subscriptions()) missing.points.push_back(each.point);
+    m_missing.push_back(std::move(missing));
+}
+
 void Clients::OnGone(const ClientPtr& client)
 {
+    if (client->Missed().Any()) RememberMissing(*client);
     if (std::erase(m_clients, client) > 0) m_quota.GiveBack(client->Peer().uid);
 }
 

@@ -48,6 +48,10 @@ public:
     [[nodiscard]] std::vector<ClientPtr> Greeted() const;
     /// The clients that are ready, in the same order.
     [[nodiscard]] std::vector<ClientPtr> Ready() const;
+    /// The subscribers that missed commits and have not come back, in the order in which they were lost.
+    [[nodiscard]] const std::vector<MissingSubscriber>& Missing() const { return m_missing; }
+    /// Counts a commit for each of them that `misses` holds for, and calls it once for each.
+    void AddMisses(const std::function<bool(const MissingSubscriber&)>& misses);
     /// The ready client that serves the callpoint; null if there is none.
     [[nodiscard]] ClientPtr CallpointHolder(const std::string& name) const;
 
@@ -57,10 +61,14 @@ public:
     std::optional<Refusal> CheckCallpoint(const Client& client, const std::string& name) override;
     std::optional<Refusal> CheckProvider(const Client& client, const StateProvision& wanted) override;
     ipc::cdb::Welcome MakeWelcome() override;
+    Misses TakeMisses(const Client& client) override;
+    [[nodiscard]] std::int64_t NowUs() const override { return m_options.now(); }
     void OnFault(const Client& client, const ipc::cdb::FaultReport& report) override;
     void OnGone(const ClientPtr& client) override;
 
 private:
+    void RememberMissing(const Client& client);
+
     const cdb::Schema& m_schema;
     const cdb::Store& m_store;
     base::Timers& m_timers;
@@ -68,6 +76,7 @@ private:
     ipc::UserQuota m_quota;
     FaultIntake m_faults;
     std::vector<ClientPtr> m_clients;
+    std::vector<MissingSubscriber> m_missing;
 };
 
 struct OutgoingRequest {

@@ -58,6 +58,16 @@ std::string NoSubscriber(std::uint64_t commit, const std::string& path, const st
            "; that takes effect when " + process + " connects";
 }
 
+/// Likewise of a subscriber that is not waited for. `misses`: this commit included.
+std::string NotWaitedFor(std::uint64_t commit, const std::string& name, const Misses& misses,
+                         std::int64_t nowUs, const char* how)
+{
+    constexpr std::int64_t kSecond = 1'000'000;
+    return "commit " + std::to_string(commit) + " stands, but " + name +
+           " is not waited for: it has missed " + std::to_string(misses.commits) + " commits in " +
+           std::to_string((nowUs - misses.sinceUs) / kSecond) + " s; " + how;
+}
+
 bool IsAtOrBelow(const cdb::SchemaTable& schema, cdb::NodeId node, cdb::NodeId top)
 {
     while (node != top && node != cdb::kNoNode) node = schema[node].parent;
@@ -75,14 +85,22 @@ bool Hears(const cdb::SchemaTable& schema, const Client& client, cdb::NodeId con
     });
 }
 
+bool IsTouched(const cdb::SchemaTable& schema, const cdb::ChangeSet& changes,
+               const MissingSubscriber& subscriber)
+{
+    return std::any_of(subscriber.points.begin(), subscriber.points.end(),
+                       [&](cdb::NodeId point) { return cdb::Touches(schema, changes, point); });
+}
+
 class PendingDelivery : public std::enable_shared_from_this<PendingDelivery> {
 public:
-    PendingDelivery(base::Timers& timers, std::chrono::milliseconds timeout,
+    PendingDelivery(base::Timers& timers, const Clients& clients, const AckTimes& times,
                     std::vector<Recipient> recipients, const WrittenChanges& written,
                     std::vector<std::string> warnings,
                     std::function<void(const std::vector<std::string>&)> done)
         : m_timers(timers),
-          m_timeout(timeout),
+          m_clients(clients),
+          m_times(times),
           m_recipients(std::move(recipients)),
           m_commit(written.changes.commit),
           m_done(std::move(done)),
@@ -94,10 +112,20 @@ public:
 
     void Next()
     {
-        if (m_next == m_recipients.size()) return m_done(m_warnings);
-        const Recipient& recipient = m_recipients[m_next++];
-        auto& points = *m_message->mutable_change_set()->mutable_points();
-        points.Assign(recipient.points.begin(), recipient.points.end());
+        while (m_next != m_recipients.size()) {
+            const Recipient& recipient = m_recipients[m_next++];
+            auto& points = *m_message->mutable_change_set()->mutable_points();
+            points.Assign(recipient.points.begin(), recipient.points.end());
+            if (recipient.client->Missed().Awaited()) return Await(recipient);
+            PassOver(*recipient.client);
+        }
+        m_done(m_warnings);
+    }
+
+private:
+    /// Sends the message; Next follows when the acknowledgement has come or the time is over.
+    void Await(const Recipient& recipient)
+    {
         recipient.client->SetApplying(true);
         RequestAll(
             m_timers, {recipient.client},
@@ -106,14 +134,22 @@ public:
                 outgoing.written = m_message;
                 return outgoing;
             },
-            m_timeout,
+            m_times.Of(recipient.client->Process()),
             [self = shared_from_this()](const std::vector<Answer>& answers) {
                 self->Take(answers.front());
                 self->Next();
             });
     }
 
-private:
+    void PassOver(Client& client)
+    {
+        if (client.CurrentPhase() == Client::Phase::kEnded) return;  // counted as a missing one at the next
+        client.SendChanges(m_commit, *m_message);
+        client.AddMiss();
+        m_warnings.push_back(NotWaitedFor(m_commit, client.Name(), client.Missed(), m_clients.NowUs(),
+                                          "it is connected again and has not loaded the configuration yet"));
+    }
+
     void Take(const Answer& answer)
     {
         answer.client->SetApplying(false);
@@ -121,16 +157,20 @@ private:
         const bool late = answer.outcome == Outcome::kLate;
         const std::string text =
             answer.client->Name() + " has not acknowledged commit " + std::to_string(m_commit) + ": " +
-            (late ? "it took longer than " + std::to_string(m_timeout.count()) + " ms and was disconnected"
+            (late ? "it took longer than " + std::to_string(m_times.Of(answer.client->Process()).count()) +
+                        " ms and was disconnected"
                   : "its connection is gone") +
             "; it loads the whole configuration when it connects again";
         slog::Error("{}", text);
         m_warnings.push_back(text);
-        if (late) answer.client->Disconnect("it did not acknowledge a commit in time");
+        if (!late) return;
+        answer.client->AddMiss();
+        answer.client->Disconnect("it did not acknowledge a commit in time");
     }
 
     base::Timers& m_timers;
-    std::chrono::milliseconds m_timeout;
+    const Clients& m_clients;
+    const AckTimes& m_times;
     std::vector<Recipient> m_recipients;
     std::uint64_t m_commit;
     std::function<void(const std::vector<std::string>&)> m_done;
@@ -150,9 +190,8 @@ WrittenChanges WriteOut(cdb::ChangeSet changes)
     return {std::move(changes), message->SerializeAsString()};
 }
 
-Delivery::Delivery(base::Timers& timers, const cdb::Schema& schema, const Clients& clients,
-                   std::chrono::milliseconds timeout)
-    : m_timers(timers), m_schema(schema.Table()), m_clients(clients), m_timeout(timeout)
+Delivery::Delivery(base::Timers& timers, const cdb::Schema& schema, Clients& clients, AckTimes times)
+    : m_timers(timers), m_schema(schema.Table()), m_clients(clients), m_times(std::move(times))
 {
     for (const ExpectedProcess& each : ExpectedSubscribers(schema.Context()))
         m_expected.push_back({schema.IdOf(each.container), each.path, each.process});
@@ -167,8 +206,27 @@ std::vector<std::string> Delivery::Unheard(const cdb::ChangeSet& changes) const
         const bool heard = std::any_of(ready.begin(), ready.end(), [&](const ClientPtr& client) {
             return Hears(m_schema, *client, expected.container, changes);
         });
-        if (!heard) texts.push_back(NoSubscriber(changes.commit, expected.path, expected.process));
+        const auto& missing = m_clients.Missing();
+        const bool named = std::any_of(missing.begin(), missing.end(), [&](const MissingSubscriber& each) {
+            return each.process == expected.process && IsTouched(m_schema, changes, each);
+        });
+        if (!heard && !named) texts.push_back(NoSubscriber(changes.commit, expected.path, expected.process));
     }
+    return texts;
+}
+
+std::vector<std::string> Delivery::CountMissing(const cdb::ChangeSet& changes) const
+{
+    std::vector<std::string> texts;
+    m_clients.AddMisses([&](const MissingSubscriber& each) {
+        if (!IsTouched(m_schema, changes, each)) return false;
+        Misses misses = each.misses;
+        misses.Add(m_clients.NowUs());
+        texts.push_back(NotWaitedFor(changes.commit, each.Name(), misses, m_clients.NowUs(),
+                                     "it was disconnected because it did not answer, and loads the whole "
+                                     "configuration when it connects again"));
+        return true;
+    });
     return texts;
 }
 
@@ -177,10 +235,11 @@ void Delivery::Deliver(const WrittenChanges& written,
 {
     auto recipients = RecipientsOf(m_schema, m_clients, written.changes);
     auto warnings = Unheard(written.changes);
+    for (std::string& text : CountMissing(written.changes)) warnings.push_back(std::move(text));
     if (recipients.empty() && warnings.empty())
         warnings.push_back(NoSubscriber(m_clients, written.changes.commit));
     if (recipients.empty()) return done(warnings);
-    std::make_shared<PendingDelivery>(m_timers, m_timeout, std::move(recipients), written,
+    std::make_shared<PendingDelivery>(m_timers, m_clients, m_times, std::move(recipients), written,
                                       std::move(warnings), std::move(done))
         ->Next();
 }

@@ -5,13 +5,16 @@
 // The recipients are fixed when the delivery begins: the subscribers that were told an older commit when they
 // became ready. A process that was told the new one reads it all from the store.
 //
+// A subscriber that does not acknowledge in time is disconnected, so that it connects again and loads
+// everything. One that missed Misses::kMostAwaited commits in a row is sent change sets, but not waited for
+// until it has loaded.
+//
 // The committer is told of changes that no connected process subscribes to: of each container that the
 // modules expect a subscriber for, and otherwise of the commit as a whole.
 
 #ifndef AGENT_CLIENTS_DELIVERY_H
 #define AGENT_CLIENTS_DELIVERY_H
 
-#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -34,13 +37,13 @@ WrittenChanges WriteOut(cdb::ChangeSet changes);
 
 class Delivery {
 public:
-    /// `timeout`: how long one subscriber may take. All references must outlive this.
-    Delivery(base::Timers& timers, const cdb::Schema& schema, const Clients& clients,
-             std::chrono::milliseconds timeout);
+    /// `times`: how long one subscriber may take. All references must outlive this.
+    Delivery(base::Timers& timers, const cdb::Schema& schema, Clients& clients, AckTimes times);
 
     /// Calls `done` once, with a text for each change that no process subscribes to and one for each
-    /// subscriber that has not acknowledged. If there is no subscriber, calls it from inside Deliver; also if
-    /// all have gone. One delivery at a time.
+    /// subscriber that has not acknowledged, is not waited for, or went with commits missed and is not back.
+    /// If there is no subscriber, calls it from inside Deliver; also if all have gone. One delivery at a
+    /// time.
     void Deliver(const WrittenChanges& written, std::function<void(const std::vector<std::string>&)> done);
 
 private:
@@ -51,12 +54,14 @@ private:
         std::string process;
     };
     [[nodiscard]] std::vector<std::string> Unheard(const cdb::ChangeSet& changes) const;
+    /// Counts the commit for the missing subscribers that it touches; a text for each.
+    [[nodiscard]] std::vector<std::string> CountMissing(const cdb::ChangeSet& changes) const;
 
     base::Timers& m_timers;
     const cdb::SchemaTable& m_schema;
     std::vector<Expected> m_expected;
-    const Clients& m_clients;
-    std::chrono::milliseconds m_timeout;
+    Clients& m_clients;
+    AckTimes m_times;
 };
 
 }  // namespace agent

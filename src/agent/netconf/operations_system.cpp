@@ -43,8 +43,12 @@ void Operations::HaTransition(const RequestPtr& request)
         transition.set_role(active ? ipc::cdb::HaTransition::ACTIVE : ipc::cdb::HaTransition::STANDBY);
         return outgoing;
     };
-    const auto take = [request](const std::vector<Answer>& answers) {
+    const auto take = [this, request](const std::vector<Answer>& answers) {
         std::vector<netconf::RpcError> warnings;
+        for (const MissingSubscriber& each : m_services.clients.Missing())
+            warnings.push_back(
+                MakeWarning("the transition: " + each.Name() +
+                            " is disconnected because it did not answer; ask again when it is back"));
         for (const Answer& answer : answers) {
             if (answer.outcome == Outcome::kAnswered && answer.message.ha_reply().handled()) continue;
             const std::string why =

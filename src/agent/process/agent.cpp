@@ -74,7 +74,7 @@ Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Stor
       m_clients(schema, store, m_timers, ClientsOptions(m_options, store, m_faultBench)),
       m_callpoints(loop, m_timers, schema.Table(), m_clients,
                    {m_options.callpointTimeout, m_options.callpointTotal}),
-      m_delivery(m_timers, schema, m_clients, m_options.ackTimeout),
+      m_delivery(m_timers, schema, m_clients, m_options.ackTimes),
       m_state(loop, m_timers, schema, store, m_clients, access, m_options.stateTimeout),
       m_room(loop, m_timers, m_options.answers),
       m_operations({loop, m_timers, schema, store, datastore, m_clients, m_callpoints, m_delivery, m_state,

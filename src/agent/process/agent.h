@@ -18,6 +18,7 @@
 #include "agent/clients/callpoints.h"
 #include "agent/clients/clients.h"
 #include "agent/clients/delivery.h"
+#include "agent/clients/misses.h"
 #include "agent/netconf/answer_room.h"
 #include "agent/netconf/operations.h"
 #include "agent/netconf/sessions.h"
@@ -34,7 +35,7 @@ namespace agent {
 
 struct AgentOptions {
     std::filesystem::path runDirectory;                 // for the sockets
-    std::chrono::milliseconds ackTimeout{10'000};       // of a subscriber, for one change set
+    AckTimes ackTimes;                                  // of a subscriber, for one change set
     std::chrono::milliseconds callpointTimeout{5'000};  // without any answer
     std::chrono::milliseconds callpointTotal{30'000};   // for all questions of one edit
     std::chrono::milliseconds stateTimeout{2'000};      // of a provider, for the next part of its state

@@ -32,6 +32,16 @@ std::uint64_t Number(const std::string& option, const std::string& text, std::ui
     return *number;
 }
 
+/// "MS", or "NAME=MS". A name may have any character: the last "=" separates.
+void AddAckTime(AckTimes& times, const std::string& option, const std::string& text)
+{
+    const auto at = text.rfind('=');
+    const bool general = at == std::string::npos;
+    if (at == 0) throw UsageError(option + " needs the name of a process before \"=\", not \"" + text + "\"");
+    const std::chrono::milliseconds time(Number(option, general ? text : text.substr(at + 1), 1));
+    (general ? times.general : times.ofProcess[text.substr(0, at)]) = time;
+}
+
 /// The rows of cdbd's options: each names its member, and what the help text says of it.
 class Rows {
 public:
@@ -99,7 +109,11 @@ Rows RowsFor(ProgramOptions& to)
     rows.Path("state-dir", "DIR", to.stateDirectory,
               "where the store is ($SFLOW_STATE_DIR, /var/lib/sflow-switch)");
     rows.Path("yang-dir", "DIR", to.yangDirectory, "where the YANG modules are ($SFLOW_YANG_DIR)");
-    rows.Count("ack-timeout", "MS", to.ackTimeout, "how long a process may take for one commit (10000)");
+    rows.Add(
+        "ack-timeout", "[NAME=]MS",
+        "how long a process may take for one commit (10000); with NAME, as often as wanted, the process of "
+        "that name",
+        [&to](const std::string& option, const std::string& text) { AddAckTime(to.ackTimes, option, text); });
     rows.Count("callpoint-timeout", "MS", to.callpointTimeout,
                "how long a callpoint may go without any answer (5000)");
     rows.Count("history-limit", "N", to.historyLimit, "how many commits are remembered (500)");

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/clients/misses.h"
 #include "base/environment.h"
 
 namespace agent {
@@ -24,7 +25,7 @@ struct ProgramOptions {
     std::filesystem::path exportFile;
     std::filesystem::path importFile;
     bool check = false;
-    std::chrono::milliseconds ackTimeout{10'000};
+    AckTimes ackTimes;
     std::chrono::milliseconds callpointTimeout{5'000};
     std::size_t historyLimit = 500;
     std::size_t historyBytes = std::size_t{64} << 20;

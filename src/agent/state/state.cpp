@@ -128,7 +128,7 @@ void StateSource::AddSystem(StateSelections& selections, StateTree& tree) const
     if (!wanted) return;
     SystemState system(m_schema.Context(), m_system, tree);
     if (wanted->Has("version")) system.AddVersion();
-    if (wanted->Has("process")) system.AddProcesses(m_clients.Greeted(), m_role);
+    if (wanted->Has("process")) system.AddProcesses(m_clients, m_role);
     if (wanted->Has("fault")) system.AddFaults(m_store);
     if (wanted->Has("access")) system.AddDenials(m_access.Denied());
 }

@@ -8,6 +8,8 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <functional>
+#include <map>
 #include <set>
 #include <utility>
 
@@ -40,9 +42,15 @@ const char* PhaseName(const Client& client)
 }
 
 /// The keys of the list of processes.
-std::pair<std::string, std::string> KeysOf(const Client& client)
+using Keys = std::pair<std::string, std::string>;
+
+Keys KeysOf(const Client& client) { return {client.Process(), std::to_string(client.Pid())}; }
+Keys KeysOf(const MissingSubscriber& missing) { return {missing.process, std::to_string(missing.pid)}; }
+
+const char* HealthName(const Misses& misses)
 {
-    return {client.Process(), std::to_string(client.Pid())};
+    if (!misses.Any()) return "ok";
+    return misses.Awaited() ? "late" : "not-awaited";
 }
 
 }  // namespace
@@ -77,12 +85,36 @@ void SystemState::Leaf(StateTree::Node& node, const lysc_node* leaf, std::string
 
 void SystemState::AddVersion() { Leaf(m_tree.At(m_system), Child(m_system, "version"), base::Version()); }
 
-void SystemState::AddProcesses(const std::vector<ClientPtr>& clients, Role role)
+void SystemState::AddProcesses(const Clients& clients, Role role)
 {
-    auto sorted = clients;
-    std::sort(sorted.begin(), sorted.end(),
-              [](const ClientPtr& a, const ClientPtr& b) { return KeysOf(*a) < KeysOf(*b); });
-    for (const ClientPtr& client : sorted) AddProcess(*client, role);
+    std::multimap<Keys, std::function<void()>>
+        sorted;  // the connected ones before the others of the same keys
+    for (const ClientPtr& client : clients.Greeted())
+        sorted.emplace(KeysOf(*client), [this, client, role] { AddProcess(*client, role); });
+    for (const MissingSubscriber& missing : clients.Missing())
+        sorted.emplace(KeysOf(missing), [this, &missing, role] { AddMissing(missing, role); });
+    for (const auto& [keys, add] : sorted) add();
+}
+
+void SystemState::AddMissing(const MissingSubscriber& missing, Role role)
+{
+    static constexpr const char* kList = "process";
+    const auto [name, pid] = KeysOf(missing);
+    StateTree::Node* entry = Entry(kList, {name, pid});
+    if (entry == nullptr) return;  // it is connecting again
+    if (!missing.version.empty()) Leaf(*entry, kList, "version", missing.version);
+    Leaf(*entry, kList, "role", RoleName(role));
+    Leaf(*entry, kList, "state", "disconnected");
+    AddHealth(*entry, missing.misses, missing.acknowledgedUs);
+}
+
+void SystemState::AddHealth(StateTree::Node& entry, const Misses& misses, std::int64_t acknowledgedUs)
+{
+    static constexpr const char* kList = "process";
+    Leaf(entry, kList, "health", HealthName(misses));
+    if (misses.Any()) Leaf(entry, kList, "health-since", DateAndTime(misses.sinceUs));
+    Leaf(entry, kList, "missed-commits", std::to_string(misses.commits));
+    if (acknowledgedUs != 0) Leaf(entry, kList, "last-acknowledgement", DateAndTime(acknowledgedUs));
 }
 
 void SystemState::AddProcess(const Client& client, Role role)
@@ -95,6 +127,7 @@ void SystemState::AddProcess(const Client& client, Role role)
     Leaf(*entry, kList, "connected-since", DateAndTime(client.ConnectedUs()));
     Leaf(*entry, kList, "role", RoleName(role));
     Leaf(*entry, kList, "state", PhaseName(client));
+    if (!client.Subscriptions().empty()) AddHealth(*entry, client.Missed(), client.AcknowledgedUs());
     std::set<std::string> paths;
     for (const Subscription& each : client.Subscriptions())
         if (paths.insert(each.path).second) Leaf(*entry, kList, "subscription", each.path);

@@ -33,12 +33,14 @@ public:
 
     /// That of cdbd.
     void AddVersion();
-    void AddProcesses(const std::vector<ClientPtr>& clients, Role role);
+    void AddProcesses(const Clients& clients, Role role);
     void AddFaults(const cdb::Store& store);
     void AddDenials(const Access::Denials& denials);
 
 private:
     void AddProcess(const Client& client, Role role);
+    void AddMissing(const MissingSubscriber& missing, Role role);
+    void AddHealth(StateTree::Node& entry, const Misses& misses, std::int64_t acknowledgedUs);
     void AddFault(const cdb::Fault& fault);
     /// Appends an entry with these keys; null if the last one has the same or greater keys, or there is no
     /// such list.

@@ -88,6 +88,7 @@ void StateProvider::OnMessage(ServerMessage& message)
         slog::Notice("connected to the database");
         DropAnswers();
         m_handlers.accepted(message.welcome().store_dir());
+        SayLoaded();
         break;
     case ServerMessage::kRefused:
         OnRefused(message.refused().reason());
@@ -115,6 +116,13 @@ void StateProvider::OnMessage(ServerMessage& message)
                    static_cast<int>(message.body_case()));
         break;
     }
+}
+
+void StateProvider::SayLoaded()
+{
+    ClientMessage message;
+    message.mutable_loaded();
+    m_link.Send(message);
 }
 
 void StateProvider::OnRefused(const std::string& reason)

@@ -63,6 +63,7 @@ private:
     void Introduce();
     void OnFrame(std::string_view frame);
     void OnMessage(ipc::cdb::ServerMessage& message);
+    void SayLoaded();
     void OnRefused(const std::string& reason);
     void AnswerState(const ipc::cdb::StateRequest& request);
     void AnswerAction(const ipc::cdb::ActionRequest& request);

@@ -38,7 +38,12 @@ TEST_F(StuckSubscriber, CommitStandsWithAWarningThatNamesIt)
     EXPECT_THAT(TheWorld().Log("cdbd"), HasSubstr("sflow-app"));
 
     // The others go on: another session reads, edits and commits.
-    Commit(scenario::SflowXml("<agent><ipv4>192.0.2.55</ipv4></agent>"));
+    auto other = Connect();
+    Do(other, netconf::EditConfig(scenario::SflowXml("<agent><ipv4>192.0.2.55</ipv4></agent>")));
+    const auto next = other.Call(netconf::Commit());
+    EXPECT_TRUE(next.ok) << next.xml;
+    ASSERT_EQ(1U, next.errors.size()) << next.xml;
+    EXPECT_THAT(next.errors[0].message, HasSubstr("is not waited for: it has missed 2 commits"));
 
     // And the stuck one loads everything when it goes on.
     TheWorld().Daemon().Thaw();

@@ -112,7 +112,7 @@ TEST(Help, ListsTheCommandsThatBeginWithTheWords)
 {
     EXPECT_EQ(cli::Help(cli::Commands(), {"show", "system"}),
               "  show system processes [| json]\n"
-              "      Shows the processes that are connected to the database.\n"
+              "      Shows the processes that are connected to the database, and those that miss commits.\n"
               "  show system faults [| json]\n"
               "      Shows the faults that processes reported.\n");
     for (const cli::Command& command : cli::Commands())

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+#include <string>
+
 #include "base/text.h"
 #include "base/version.h"
 #include "cli/text_table.h"
@@ -12,19 +15,37 @@ namespace {
 
 using cli_test::FromJson;
 
-TEST(ProcessesText, IsOneLineAProcess)
+TEST(ProcessesText, ShowsHealthTimesAndUses)
 {
     const cli::Tree tree = FromJson(R"({"switch-state:state":{"system":{"process":[
-        {"name":"sflow-app","pid":10,"connected-since":"2026-11-21T05:00:00Z","role":"active","state":"ready",
+        {"name":"sflow-app","pid":4194303,"connected-since":"2026-11-21T05:00:00Z","role":"standby","state":"ready",
+         "health":"ok","missed-commits":"0","last-acknowledgement":"2026-11-21T05:01:00Z",
          "subscription":["/config/oam/sflow","/config/interface/mgmt"],"callpoint":["sflow-set-sampling-rate"]},
-        {"name":"sflow-mgr","pid":9,"connected-since":"2026-11-21T04:59:59Z","role":"unknown","state":"ready"}]}}})");
-    EXPECT_EQ(cli::ProcessesText(tree.get()),
-              "Name       Process  State  Role     Connected since       Callpoints               "
-              "Subscriptions\n"
-              "sflow-app  10       ready  active   2026-11-21T05:00:00Z  sflow-set-sampling-rate  "
-              "/config/oam/sflow "
-              "/config/interface/mgmt\n"
-              "sflow-mgr  9        ready  unknown  2026-11-21T04:59:59Z  -                        -\n");
+        {"name":"sflow-mgr","pid":9,"role":"unknown","state":"disconnected","health":"not-awaited",
+         "health-since":"2026-11-21T04:59:59Z","missed-commits":"12"},
+        {"name":"x","pid":10,"connected-since":"2026-11-21T05:00:00Z","role":"unknown","state":"applying",
+         "health":"late","health-since":"2026-11-21T05:00:01Z","missed-commits":"1"},
+        {"name":"y","pid":1,"connected-since":"2026-11-21T05:00:00Z","role":"unknown","state":"ready"}]}}})");
+    const std::string text = cli::ProcessesText(tree.get());
+    EXPECT_EQ(text,
+              "Name       Process  State           Role     Missed  Since\n"
+              "sflow-app  4194303  ready           standby  0       2026-11-21T05:00:00Z\n"
+              "sflow-mgr  9        not waited for  unknown  12      2026-11-21T04:59:59Z\n"
+              "x          10       late            unknown  1       2026-11-21T05:00:01Z\n"
+              "y          1        ready           unknown  -       2026-11-21T05:00:00Z\n"
+              "\n"
+              "Name       Process  Connected since       Last acknowledgement\n"
+              "sflow-app  4194303  2026-11-21T05:00:00Z  2026-11-21T05:01:00Z\n"
+              "sflow-mgr  9        -                     -\n"
+              "x          10       2026-11-21T05:00:00Z  -\n"
+              "y          1        2026-11-21T05:00:00Z  -\n"
+              "\n"
+              "Name       Process  Subscription or callpoint\n"
+              "sflow-app  4194303  /config/oam/sflow\n"
+              "sflow-app  4194303  /config/interface/mgmt\n"
+              "sflow-app  4194303  sflow-set-sampling-rate\n");
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80U) << line;
     EXPECT_EQ(cli::ProcessesText(nullptr), "No process is connected to the database.\n");
 }
 

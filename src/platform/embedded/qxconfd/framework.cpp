@@ -190,6 +190,9 @@ private:
         m_connected = true;
         slog::Notice("connected to cdbd at commit {}", welcome.commit());
         LoadInitially();
+        ClientMessage loaded;
+        loaded.mutable_loaded();
+        m_link.Send(loaded);
         m_runtime.gate.Open();
     }
 

@@ -33,7 +33,7 @@ TEST(Options, HaveDefaults)
     const ProgramOptions options = Parse({});
     EXPECT_EQ(options.runDirectory, "/run/sflow-switch");
     EXPECT_EQ(options.stateDirectory, "/var/lib/sflow-switch");
-    EXPECT_EQ(options.ackTimeout, std::chrono::seconds(10));
+    EXPECT_EQ(options.ackTimes.general, std::chrono::seconds(10));
     EXPECT_EQ(options.callpointTimeout, std::chrono::seconds(5));
     EXPECT_EQ(options.historyLimit, 500U);
     EXPECT_EQ(options.historyBytes, std::size_t{64} << 20);
@@ -125,11 +125,20 @@ TEST(Options, AreTaken)
     const ProgramOptions options =
         Parse({"--init", "f.json", "--ack-timeout", "500", "--callpoint-timeout=20", "--history-limit", "3"});
     EXPECT_EQ(options.initFile, "f.json");
-    EXPECT_EQ(options.ackTimeout, std::chrono::milliseconds(500));
+    EXPECT_EQ(options.ackTimes.general, std::chrono::milliseconds(500));
     EXPECT_EQ(options.callpointTimeout, std::chrono::milliseconds(20));
     EXPECT_EQ(options.historyLimit, 3U);
     EXPECT_TRUE(Parse({"--help"}).help);
     EXPECT_TRUE(Parse({"--version"}).version);
+}
+
+TEST(Options, AckTimesAreOfTheNamedProcessOrGeneral)
+{
+    const auto times =
+        Parse({"--ack-timeout", "sflow-app=30000", "--ack-timeout=a=b=7", "--ack-timeout", "500"}).ackTimes;
+    EXPECT_EQ(times.Of("sflow-app"), std::chrono::seconds(30));
+    EXPECT_EQ(times.Of("a=b"), std::chrono::milliseconds(7));
+    EXPECT_EQ(times.Of("sflow-mgr"), std::chrono::milliseconds(500));
 }
 
 TEST(Options, OfTheStoreAreTaken)
@@ -165,6 +174,9 @@ TEST(Options, ThatMakeNoSenseAreNamed)
                                                {"--ack-timeout", "0"},
                                                {"--ack-timeout", "-1"},
                                                {"--ack-timeout", "5s"},
+                                               {"--ack-timeout", "=5"},
+                                               {"--ack-timeout", "sflow-app="},
+                                               {"--ack-timeout", "sflow-app=0"},
                                                {"--ack-timeout", "99999999999999999999"},
                                                {"--map-size", "1023K"},
                                                {"--map-size", "1025G"},

@@ -149,7 +149,8 @@ TEST_F(State, OfTheProcessesIsOurOwn)
                     std::to_string(::getpid()) +
                     "</pid><connected-since>2001-09-[0-9]+T[0-9]+:[0-9]+:40.123456[0-9:+Z-]+</"
                     "connected-since><role>unknown</role>"
-                    "<state>ready</state><subscription>/config/oam/sflow</subscription>"
+                    "<state>ready</state><health>ok</health><missed-commits>0</missed-commits><subscription>/"
+                    "config/oam/sflow</subscription>"
                     "<subscription>/config/oam/sflow/agent</subscription>"
                     "<callpoint>sflow-set-sampling-rate</callpoint></process><access><denied-operations>0</"
                     "denied-operations>"
