@@ -211,9 +211,9 @@ TEST_F(EbpfClsactTest, SaysOnceThatAFilterStaysAndDetachesItAsSoonAsItMay)
         const support::FewFiles none(0);  // so no filter can be asked for
         source->Remove(right);
         for (int beat = 0; beat < 3; ++beat) {
+            timers.Advance(std::chrono::milliseconds(500));
             EXPECT_NE(WhyNotAdd(left), "")
                 << "asked for after the end at the other one, and so done after it";
-            timers.Advance(std::chrono::milliseconds(500));
         }
     }
     const std::string said = testing::internal::GetCapturedStderr();
