@@ -191,8 +191,12 @@ AccessRules DefaultAccessRules(const std::string& adminGroup)
     everything.permit = true;
     rules.lists.push_back({"operators", {adminGroup}, {everything}});
     AccessRuleList readers{"readers", {"*"}, {}};
-    constexpr std::array<std::pair<const char*, const char*>, 3> kReading{
-        {{"ietf-netconf", "get"}, {"ietf-netconf", "get-config"}, {"ietf-netconf-monitoring", "get-schema"}}};
+    constexpr std::array<std::pair<const char*, const char*>, 5> kReading{
+        {{"ietf-netconf", "get"},
+         {"ietf-netconf", "get-config"},
+         {"ietf-netconf-monitoring", "get-schema"},
+         {"switch-history", "compare"},
+         {"switch-history", "commit-changes"}}};
     for (const auto& [module, operation] : kReading) {
         AccessRule rule;
         rule.name = operation;
