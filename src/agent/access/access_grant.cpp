@@ -106,7 +106,7 @@ bool AccessGrant::MayExecute(const lysc_node* rpc) const
             (rule->kind == AccessRule::Kind::kOperation && (rule->target == "*" || rule->target == name));
         if (about) return rule->permit;
     }
-    if (IsGuarded(m_source->guarded.all, rpc)) return false;
+    if (IsGuarded(m_source->guarded.operations, rpc) || IsGuarded(m_source->guarded.all, rpc)) return false;
     if (base && (name == "kill-session" || name == "delete-config")) return false;
     return m_source->rules.execDefault;
 }
@@ -170,7 +170,9 @@ ProtectedNodes ProtectedNodes::Of(const ly_ctx* context)
         for (LY_ARRAY_COUNT_TYPE at = 0; at < LY_ARRAY_COUNT(node->exts); ++at) {
             const lysc_ext* extension = node->exts[at].def;
             if (std::strcmp(extension->module->name, "ietf-netconf-acm") != 0) continue;
-            if (std::strcmp(extension->name, "default-deny-all") == 0) nodes.all.insert(node);
+            const bool isOperation = (node->nodetype & (LYS_RPC | LYS_ACTION)) != 0;
+            if (std::strcmp(extension->name, "default-deny-all") == 0)
+                (isOperation ? nodes.operations : nodes.all).insert(node);
             if (std::strcmp(extension->name, "default-deny-write") == 0) nodes.writes.insert(node);
         }
         return LY_SUCCESS;
