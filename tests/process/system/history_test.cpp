@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The history as an operator sees it in swcli: what it lists, going back, checkpoints, over restarts, for users
-// with limited rights, and with a history that has lost what is asked for.
+// The history as an operator sees it in swcli: what it lists, going back, checkpoints, over restarts, for
+// users with limited rights, and with a history that has lost what is asked for.
 
 #include <nlohmann/json.hpp>
 
@@ -59,14 +59,14 @@ TEST_F(History, IsListedAndShownWithChanges)
     const auto one = TheWorld().CliDone("show history " + id);
     EXPECT_THAT(one, HasSubstr("the first one"));
     EXPECT_THAT(one, HasSubstr("+ oam sflow interface eth1 sampling-rate 101\n"));
-    EXPECT_THAT(TheWorld().CliDone("show history " + id + " | json"), HasSubstr("\"comment\": \"the first one\""));
+    EXPECT_THAT(TheWorld().CliDone("show history " + id + " | json"),
+                HasSubstr("\"comment\": \"the first one\""));
     EXPECT_THAT(Fails("show history 4711"), HasSubstr("no commit 4711"));
     EXPECT_THAT(Fails("show history 0"), HasSubstr("0"));
     EXPECT_THAT(Fails("show history many"), HasSubstr("\"many\" is no number"));
     EXPECT_THAT(Fails("show history -1"), HasSubstr("\"-1\" is no number"));
     EXPECT_THAT(Fails("show history last"), HasSubstr("N is missing"));
-    EXPECT_THAT(TheWorld().Log("cdbd"),
-                HasSubstr("commit " + id + " by "));
+    EXPECT_THAT(TheWorld().Log("cdbd"), HasSubstr("commit " + id + " by "));
     EXPECT_THAT(TheWorld().Log("cdbd"), HasSubstr(": 1 change, \"the first one\""));
 }
 
@@ -116,8 +116,8 @@ TEST_F(History, OddWordsAreRefusedAndChangeNothing)
     SetRate(401);
     TheWorld().CliDone("set oam sflow interface eth1 polling-interval 7");
     const auto before = TheWorld().CliDone("compare");
-    for (const char* word : {"4294967295", "4294967296", "99999999999999999999999999", "-1", "never-set", "\"\"",
-                             "\"a b\"", "<x/>", "commit", "commit -1", "commit never", "1 2"}) {
+    for (const char* word : {"4294967295", "4294967296", "99999999999999999999999999", "-1", "never-set",
+                             "\"\"", "\"a b\"", "<x/>", "commit", "commit -1", "commit never", "1 2"}) {
         EXPECT_THAT(Fails(std::string("rollback ") + word), StartsWith("error: rollback")) << word;
         EXPECT_THAT(Fails(std::string("compare rollback ") + word), StartsWith("error: compare")) << word;
     }
@@ -164,9 +164,10 @@ TEST_F(HistoryOfOthers, IsReadByAllAndGoneBackInByOperators)
     TheWorld().StartCdbd();
     EXPECT_EQ(::chmod(TheWorld().NetconfSocket().c_str(), 0666), 0);
     for (const char* port : {"1", "2"})
-        EXPECT_EQ(CliAs(kOperator, "set oam sflow collector c1 ip 192.0.2.1;"
-                                   "set oam sflow collector c1 port " +
-                                       std::string(port) + "; commit")
+        EXPECT_EQ(CliAs(kOperator,
+                        "set oam sflow collector c1 ip 192.0.2.1;"
+                        "set oam sflow collector c1 port " +
+                            std::string(port) + "; commit")
                       .status,
                   0);
     for (const char* command : {"show history", "show history 2", "show checkpoints", "compare rollback 1"})
