@@ -7,6 +7,8 @@
 #include <libyang/libyang.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -244,6 +246,55 @@ BENCHMARK_CAPTURE(Load, validate, Part::kValidate)->Arg(kMany)->Unit(benchmark::
 BENCHMARK_CAPTURE(Load, changes, Part::kChanges)->Arg(kMany)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Load, commit, Part::kCommit)->Arg(kMany)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Load, all, Part::kAll)->Arg(kMany)->Unit(benchmark::kMillisecond);
+
+// ---- rolling back ----
+
+/// Milliseconds.
+template <typename Work>
+double TimeOf(const Work& work)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
+}
+
+/// One change and its commit, and the roll-back of it and its commit, one after the other; the least of each,
+/// since others use the machine too. Parsing is not counted. `changed`: so many interfaces are changed, in a
+/// configuration of 10,000.
+void RollBackBesideCommit(benchmark::State& state)
+{
+    const World world(kMany);
+    const auto changed = static_cast<int>(state.range(0));
+    double edit = 1e9;
+    double commit = 1e9;
+    double rollback = 1e9;
+    double again = 1e9;
+    int rate = 1000;
+    for (auto _ : state) {
+        ++rate;
+        std::string text;
+        for (int i = 0; i < changed; ++i)
+            text += "<interface><name>gigabit-ethernet-1/1/" + std::to_string(i) + "</name><sampling-rate>" +
+                    std::to_string(rate) + "</sampling-rate></interface>";
+        const auto parsed = Parse(Sflow(text));
+        edit = std::min(edit, TimeOf([&] { world.Edit(parsed.get()); }));
+        commit = std::min(commit, TimeOf([&] { world.Commit(); }));
+        world.datastore->TidyUp();
+        rollback = std::min(rollback, TimeOf([&] {
+                                if (!world.datastore->RollBack({.back = 1}).empty())
+                                    throw std::runtime_error("no roll-back");
+                            }));
+        again = std::min(again, TimeOf([&] { world.Commit(); }));
+        world.datastore->TidyUp();
+    }
+    state.counters["edit ms"] = edit;
+    state.counters["commit ms"] = commit;
+    state.counters["rollback ms"] = rollback;
+    state.counters["its commit ms"] = again;
+    state.counters["times"] = (rollback + again) / (edit + commit);
+}
+BENCHMARK(RollBackBesideCommit)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(300);
+BENCHMARK(RollBackBesideCommit)->Arg(kMany)->Unit(benchmark::kMillisecond)->Iterations(10);
 
 // ---- memory ----
 

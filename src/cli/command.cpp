@@ -78,6 +78,13 @@ private:
             if (AtEnd()) Refuse("a file's name is missing");
             m_arguments.text = m_words[m_used++];
             return;
+        case ArgumentKind::kNumber:
+        case ArgumentKind::kName:
+            return TakeWord(argument);
+        case ArgumentKind::kFlag:
+            m_arguments.hasFlag = !AtEnd() && m_words[m_used] == argument.text;
+            if (m_arguments.hasFlag) ++m_used;
+            return;
         case ArgumentKind::kPath:
         case ArgumentKind::kCommand:
             if (AtEnd() && !argument.optional) Refuse("a path is missing");
@@ -95,6 +102,18 @@ private:
         if (std::find(choices.begin(), choices.end(), word) == choices.end())
             Refuse("\"" + word + "\" is none of " + boost::join(choices, ", "));
         m_arguments.choice = word;
+        ++m_used;
+    }
+
+    void TakeWord(const Argument& argument)
+    {
+        if (AtEnd() && argument.optional) return;
+        const std::string what(argument.text);
+        if (AtEnd()) Refuse(what + " is missing");
+        const std::string& word = m_words[m_used];
+        const bool isNumber = !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
+        if (argument.kind == ArgumentKind::kNumber && !isNumber) Refuse("\"" + word + "\" is no number");
+        m_arguments.text = word;
         ++m_used;
     }
 

@@ -24,6 +24,9 @@ enum class ArgumentKind {
     kChoice,   // one of the words in `text`, which '|' separates
     kPath,     // words of a path, one or more; none if it is optional
     kFile,     // one word
+    kNumber,   // one word of digits
+    kName,     // one word
+    kFlag,     // the word in `text`
     kText,     // the first word of `text`, which is a keyword, and one word behind it
     kCommand,  // words of a command's name
 };
@@ -51,8 +54,9 @@ enum class Forms {
 struct Arguments {
     std::string choice;
     std::vector<std::string> words;  // kPath, kCommand
-    std::string text;                // kFile, kText
-    bool hasText = false;
+    std::string text;                // kFile, kNumber, kName, kText
+    bool hasText = false;            // of kText
+    bool hasFlag = false;
 };
 
 /// What a handler works with.
@@ -64,6 +68,7 @@ struct Call {
     std::ostream& out;         // for results
     std::ostream& err;         // for warnings
     bool& leave;               // set to end the shell
+    bool talks;                // with a person, who is told what was done
 };
 
 struct Command {

@@ -2,15 +2,20 @@
 // The rows of the table, and what they do: each handler is one command.
 
 #include <array>
+#include <cstddef>
 #include <ostream>
 #include <string>
+#include <string_view>
 
+#include "base/number.h"
 #include "cli/command.h"
 #include "cli/config_text.h"
 #include "cli/data.h"
+#include "cli/history_text.h"
 #include "cli/request.h"
 #include "cli/schema_words.h"
 #include "cli/state_text.h"
+#include "netconf/client.h"
 #include "netconf/requests.h"
 
 namespace cli {
@@ -77,12 +82,27 @@ void Compare(Call& call)
     call.out << Differences(running.get(), candidate.get());
 }
 
+/// What leads from the answer's earlier configuration to its later one.
+std::string ChangesOf(const Call& call, const netconf::Reply& reply)
+{
+    const auto tree = [&](std::string_view name) {
+        const auto found = reply.output.find(name);
+        return ParseReply(call.yang, found == reply.output.end() ? std::string() : found->second);
+    };
+    return Differences(tree("before").get(), tree("after").get());
+}
+
 /// `content`: of the state's top-level container, as a filter.
+std::string StateFilter(const std::string& content)
+{
+    return "<state xmlns=\"urn:switch:yang:switch-state\">" + content + "</state>";
+}
+
+/// The same, shown.
 template <typename TextOf>
 void ShowState(Call& call, const std::string& content, const TextOf& text)
 {
-    const std::string filter = "<state xmlns=\"urn:switch:yang:switch-state\">" + content + "</state>";
-    Show(call, RequestState(call, netconf::Get(filter)), text);
+    Show(call, RequestState(call, netconf::Get(StateFilter(content))), text);
 }
 
 std::string SflowElements(const std::string& part)
@@ -100,7 +120,12 @@ std::string SflowElements(const std::string& part)
 
 void Validate(Call& call) { Request(call, netconf::Validate()); }
 
-void Commit(Call& call) { Request(call, netconf::Commit(call.arguments.text)); }
+void Commit(Call& call)
+{
+    const netconf::Reply reply = RequestReply(call, netconf::Commit(call.arguments.text));
+    if (!call.talks) return;
+    call.out << (reply.commit ? "commit " + std::to_string(*reply.commit) : "nothing to commit") << '\n';
+}
 
 void Discard(Call& call) { Request(call, netconf::DiscardChanges()); }
 
@@ -114,6 +139,61 @@ void ShowSflow(Call& call)
 void ShowProcesses(Call& call) { ShowState(call, "<system><process/></system>", &ProcessesText); }
 
 void ShowFaults(Call& call) { ShowState(call, "<system><fault/></system>", &FaultsText); }
+
+std::string HistoryElements(const std::string& content)
+{
+    return "<system><history xmlns=\"urn:switch:yang:switch-history\">" + content + "</history></system>";
+}
+
+Tree RequestHistory(Call& call, const std::string& content)
+{
+    return RequestState(call, netconf::Get(StateFilter(HistoryElements(content))));
+}
+
+void ShowLastCommits(Call& call)
+{
+    const Tree tree = RequestHistory(call, "<commit/>");
+    // A number too large for its type is more than there are.
+    const auto count = base::ToNumber<std::size_t>(call.arguments.text);
+    if (count) KeepNewest(tree.get(), *count);
+    Show(call, tree, &HistoryText);
+}
+
+/// A list of the commits, or one of them with its change.
+void ShowHistory(Call& call)
+{
+    const std::string& commit = call.arguments.text;
+    if (commit.empty()) return ShowState(call, HistoryElements("<commit/>"), &HistoryText);
+    const netconf::Reply reply = RequestReply(call, netconf::CommitChanges(commit));
+    ShowState(call, HistoryElements("<commit><id>" + commit + "</id></commit>"),
+              [&](const lyd_node* state) { return CommitText(state) + ChangesOf(call, reply); });
+}
+
+void ShowCheckpoints(Call& call) { ShowState(call, HistoryElements("<checkpoint/>"), &CheckpointsText); }
+
+netconf::Moment MomentOf(const Call& call) { return {call.arguments.text, false}; }
+netconf::Moment CommitOf(const Call& call) { return {call.arguments.text, true}; }
+
+void RollBack(Call& call) { Request(call, netconf::RollBack(MomentOf(call))); }
+
+void RollBackToCommit(Call& call) { Request(call, netconf::RollBack(CommitOf(call))); }
+
+void CompareRollback(Call& call)
+{
+    call.out << ChangesOf(call, RequestReply(call, netconf::CompareWith(MomentOf(call))));
+}
+
+void CompareCommit(Call& call)
+{
+    call.out << ChangesOf(call, RequestReply(call, netconf::CompareWith(CommitOf(call))));
+}
+
+void RequestCheckpoint(Call& call)
+{
+    Request(call, netconf::SetCheckpoint(call.arguments.text, call.arguments.hasFlag));
+}
+
+void RequestDeleteCheckpoint(Call& call) { Request(call, netconf::DeleteCheckpoint(call.arguments.text)); }
 
 void ShowVersion(Call& call)
 {
@@ -156,12 +236,31 @@ std::span<const Command> Commands()
                 Forms::kConfiguration, &ShowConfiguration},
         Command{"compare", {},
                 "Shows what a commit would change: + what comes, - what goes.", kBoth, Forms::kNone, &Compare},
+        Command{"compare rollback", {{Kind::kName, "N|CHECKPOINT"}},
+                "Shows what leads from the configuration of N commits ago, or of a checkpoint, to the candidate.", kBoth,
+                Forms::kNone, &CompareRollback},
+        Command{"compare rollback commit", {{Kind::kNumber, "ID"}},
+                "Shows what leads from the configuration after that commit to the candidate.", kBoth, Forms::kNone,
+                &CompareCommit},
         Command{"validate", {}, "Checks the candidate as a commit would.", kSession, Forms::kNone, &Validate},
         Command{"commit", {{Kind::kText, "comment TEXT", true}},
                 "Makes the candidate the running configuration, which takes effect at once.", kSession,
                 Forms::kNone, &Commit},
         Command{"discard", {},
                 "Takes back everything that was edited since the last commit.", kSession, Forms::kNone, &Discard},
+        Command{"rollback", {{Kind::kName, "N|CHECKPOINT"}},
+                "Makes the candidate the configuration of N commits ago (0: the running one, 1: as before the last commit), or of a checkpoint.",
+                kSession, Forms::kNone, &RollBack},
+        Command{"rollback commit", {{Kind::kNumber, "ID"}},
+                "Makes the candidate the configuration after that commit.", kSession, Forms::kNone, &RollBackToCommit},
+        Command{"show history", {{Kind::kNumber, "ID", true}},
+                "Lists the commits, the newest first; with a number, shows that commit and what it has changed.", kBoth,
+                Forms::kState, &ShowHistory},
+        Command{"show history last", {{Kind::kNumber, "N"}},
+                "Lists the last N commits.", kBoth, Forms::kState, &ShowLastCommits},
+        Command{"show checkpoints", {},
+                "Lists the checkpoints, and whether a rollback can still reach them.", kBoth, Forms::kState,
+                &ShowCheckpoints},
         Command{"show sflow", {{Kind::kChoice, "collectors|interfaces|agent|drops|problems", true}},
                 "Shows sFlow as it is in effect in the sFlow manager, what has flowed, what was dropped, and why nothing flows.", kBoth, Forms::kState, &ShowSflow},
         Command{"show system processes", {},
@@ -178,6 +277,11 @@ std::span<const Command> Commands()
         Command{"request backup", {{Kind::kFile, "FILE"}},
                 "Copies the database into a new file on the switch, given by its absolute path.", kSession,
                 Forms::kNone, &RequestBackup},
+        Command{"request checkpoint", {{Kind::kName, "NAME"}, {Kind::kFlag, "replace", true}},
+                "Marks the last commit by a name; with replace, one that an older commit may have.", kSession,
+                Forms::kNone, &RequestCheckpoint},
+        Command{"request delete-checkpoint", {{Kind::kName, "NAME"}},
+                "Deletes a checkpoint.", kSession, Forms::kNone, &RequestDeleteCheckpoint},
         Command{"help", {{Kind::kCommand, "COMMAND...", true}},
                 "Lists the commands that begin with these words.", kNothing, Forms::kNone, &ShowHelp},
         Command{"exit", {}, "Ends the shell.", kNothing, Forms::kNone, &Exit},

@@ -60,12 +60,12 @@ std::string Listed(const netconf::Reply& reply, bool warnings)
     return text;
 }
 
-/// What stands in <data>. Writes warnings, throws errors.
-std::string Checked(Call& call, netconf::Reply reply)
+/// Writes warnings, throws errors.
+void Check(Call& call, const netconf::Reply& reply)
 {
     for (const netconf::RpcError& error : reply.errors)
         if (error.IsWarning()) call.err << "warning: " << ToText(error) << std::endl;
-    if (reply.ok) return std::move(reply.data);
+    if (reply.ok) return;
     const std::string problems = Listed(reply, false);
     throw Error(problems.empty() ? "the database refused without a reason" : problems);
 }
@@ -99,9 +99,16 @@ std::string ToText(const netconf::RpcError& error)
     return text.find(words) != std::string::npos ? text : words + ": " + text;
 }
 
+netconf::Reply RequestReply(Call& call, std::string_view operation)
+{
+    netconf::Reply reply = call.session->Call(operation);
+    Check(call, reply);
+    return reply;
+}
+
 std::string Request(Call& call, std::string_view operation)
 {
-    return Checked(call, call.session->Call(operation));
+    return std::move(RequestReply(call, operation).data);
 }
 
 Tree RequestData(Call& call, std::string_view operation)
@@ -114,7 +121,8 @@ Tree RequestState(Call& call, std::string_view operation)
     netconf::Reply reply = call.session->Call(operation);
     const std::string warnings = Listed(reply, true);
     if (reply.ok && reply.data.empty() && !warnings.empty()) throw Error(warnings);
-    return ParseReply(call.yang, Checked(call, std::move(reply)));
+    Check(call, reply);
+    return ParseReply(call.yang, reply.data);
 }
 
 }  // namespace cli

@@ -11,14 +11,18 @@
 #include "cli/data.h"
 
 namespace netconf {
+struct Reply;
 struct RpcError;
-}
+}  // namespace netconf
 
 namespace cli {
 
 /// Sends the operation and returns what stands in the answer's <data>. Warnings go to the call's error
 /// stream, one line each; errors are thrown as Error.
 std::string Request(Call& call, std::string_view operation);
+
+/// The same, and returns the whole answer.
+netconf::Reply RequestReply(Call& call, std::string_view operation);
 
 /// The same for an answer with data.
 Tree RequestData(Call& call, std::string_view operation);

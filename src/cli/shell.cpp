@@ -78,6 +78,7 @@ bool Shell::RunLines(std::istream& input, std::string_view name)
 
 void Shell::Converse(std::istream& input)
 {
+    m_talks = true;
     std::string line;
     while (!m_left && m_out << kPrompt << std::flush && std::getline(input, line)) Run(line, {}, true);
     if (!m_left) m_out << '\n';
@@ -91,7 +92,8 @@ void Shell::Execute(std::string_view command)
     const unsigned needs = invocation.command->needs;
     if ((needs & kYang) && !m_yang) m_yang = m_environment.loadYang();
     if ((needs & kSession) && !m_session) m_session = m_environment.connect();
-    Call call{invocation.arguments, invocation.format, m_session.get(), m_yang, m_out, m_err, m_left};
+    Call call{
+        invocation.arguments, invocation.format, m_session.get(), m_yang, m_out, m_err, m_left, m_talks};
     invocation.command->run(call);
 }
 

@@ -54,6 +54,7 @@ private:
     std::unique_ptr<netconf::Client> m_session;
     const ly_ctx* m_yang = nullptr;
     bool m_left = false;
+    bool m_talks = false;  // with a person
 };
 
 }  // namespace cli

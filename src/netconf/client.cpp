@@ -12,6 +12,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/number.h"
 #include "netconf/xml.h"
 
 namespace netconf {
@@ -27,6 +28,13 @@ public:
     [[nodiscard]] const std::string& Bare() const { return m_bare; }
     [[nodiscard]] bool IsReply() const { return m_isReply; }
     [[nodiscard]] std::pair<std::size_t, std::size_t> Data() const { return {m_dataBegin, m_dataEnd}; }
+    /// An element of another namespace, and the bytes inside it.
+    struct Output {
+        std::string name;
+        std::size_t begin = 0;
+        std::size_t end = 0;
+    };
+    [[nodiscard]] const std::vector<Output>& Outputs() const { return m_outputs; }
 
     bool OnStart(const XmlElement& element) override
     {
@@ -36,8 +44,8 @@ public:
             return false;
         }
         const std::string_view name = element.ns == kBaseNamespace ? element.name : std::string_view{};
-        if (element.depth == 1) m_isReply = name == "rpc-reply";
-        if (element.depth == 2) StartSecond(name, element.end);
+        if (element.depth == 1) StartReply(name, element);
+        if (element.depth == 2) StartSecond(name, element);
         if (!m_inError) return true;
         if (element.depth == 3) {
             m_field = FieldOf(name);
@@ -54,6 +62,7 @@ public:
     {
         if (depth == 2) {
             if (m_inData) m_dataEnd = begin;
+            if (!m_output.empty()) m_outputs.push_back({std::exchange(m_output, {}), m_outputBegin, begin});
             m_inData = false;
             m_inError = false;
         }
@@ -69,11 +78,23 @@ public:
     }
 
 private:
-    void StartSecond(std::string_view name, std::size_t end)
+    void StartReply(std::string_view name, const XmlElement& element)
+    {
+        m_isReply = name == "rpc-reply";
+        for (const XmlAttribute& attribute : element.attributes)
+            if (attribute.ns == kHistoryNamespace && attribute.name == "commit")
+                m_reply.commit = base::ToNumber<std::uint64_t>(attribute.value);
+    }
+
+    void StartSecond(std::string_view name, const XmlElement& element)
     {
         m_inData = name == "data";
         m_inError = name == "rpc-error";
-        if (m_inData) m_dataBegin = end;
+        if (name.empty()) {
+            m_output = element.name;
+            m_outputBegin = element.end;
+        }
+        if (m_inData) m_dataBegin = element.end;
         if (m_inError) m_reply.errors.push_back(RpcError{"", "", "", "", "", "", {}, {}});
     }
 
@@ -98,6 +119,9 @@ private:
     bool m_inInfo = false;
     std::size_t m_dataBegin = 0;
     std::size_t m_dataEnd = 0;
+    std::string m_output;  // the name of the open element of another namespace
+    std::size_t m_outputBegin = 0;
+    std::vector<Output> m_outputs;
 };
 
 using Clock = std::chrono::steady_clock;
@@ -119,6 +143,9 @@ base::expected<Reply, std::string> ParseReply(std::string xml)
     if (!visitor.IsReply()) return base::Unexpected("the server's message is no <rpc-reply>");
     const auto [begin, end] = visitor.Data();
     if (end > begin) reply.data = reply.xml.substr(begin, end - begin);
+    for (const auto& output : visitor.Outputs())
+        if (output.end > output.begin)
+            reply.output[output.name] = reply.xml.substr(output.begin, output.end - output.begin);
     reply.ok = std::all_of(reply.errors.begin(), reply.errors.end(),
                            [](const RpcError& error) { return error.IsWarning(); });
     return reply;

@@ -7,6 +7,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,6 +30,10 @@ struct Reply {
     std::vector<RpcError> errors;
     /// What stands inside <data>, as it was sent: XML elements that declare their own namespaces.
     std::string data;
+    /// What stands inside each element of another namespace beside those: the output of an operation.
+    std::map<std::string, std::string, std::less<>> output;
+    /// The number of the commit that was made (yang/switch-history.yang); nullopt if none was.
+    std::optional<std::uint64_t> commit;
     /// The whole <rpc-reply>.
     std::string xml;
 };

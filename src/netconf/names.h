@@ -10,6 +10,7 @@
 namespace netconf {
 
 inline constexpr std::string_view kBaseNamespace = "urn:ietf:params:xml:ns:netconf:base:1.0";
+inline constexpr std::string_view kHistoryNamespace = "urn:switch:yang:switch-history";
 inline constexpr std::string_view kBase10 = "urn:ietf:params:netconf:base:1.0";
 inline constexpr std::string_view kBase11 = "urn:ietf:params:netconf:base:1.1";
 

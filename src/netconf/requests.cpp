@@ -35,6 +35,20 @@ std::string OfSystem(const std::string& name, const std::string& leaf, std::stri
     return out + "</" + name + ">";
 }
 
+std::string OfHistory(std::string_view operation, const std::string& content)
+{
+    const std::string name(operation);
+    return "<" + name + " xmlns=\"" + std::string(kHistoryNamespace) + "\">" + content + "</" + name + ">";
+}
+
+std::string MomentXml(const Moment& moment)
+{
+    const bool isNumber = moment.text.find_first_not_of("0123456789") == std::string::npos;
+    std::string content;
+    AppendElement(content, moment.isCommit ? "commit" : isNumber ? "back" : "checkpoint", moment.text);
+    return content;
+}
+
 }  // namespace
 
 std::string Get(std::optional<std::string_view> filter)
@@ -86,6 +100,29 @@ std::string CloseSession() { return "<close-session/>"; }
 std::string KillSession(std::uint32_t id)
 {
     return "<kill-session><session-id>" + std::to_string(id) + "</session-id></kill-session>";
+}
+
+std::string RollBack(const Moment& moment) { return OfHistory("rollback", MomentXml(moment)); }
+
+std::string CompareWith(const Moment& moment) { return OfHistory("compare", MomentXml(moment)); }
+
+std::string CommitChanges(std::string_view commit)
+{
+    return OfHistory("commit-changes", MomentXml({std::string(commit), true}));
+}
+
+std::string SetCheckpoint(std::string_view name, bool replace)
+{
+    std::string content;
+    AppendElement(content, "name", name);
+    return OfHistory("checkpoint", content + (replace ? "<replace/>" : ""));
+}
+
+std::string DeleteCheckpoint(std::string_view name)
+{
+    std::string content;
+    AppendElement(content, "name", name);
+    return OfHistory("delete-checkpoint", content);
 }
 
 std::string HaTransition(std::string_view role) { return OfSystem("ha-transition", "role", role); }

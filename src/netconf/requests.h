@@ -44,6 +44,20 @@ std::string SflowResync();
 /// `file`: an absolute path on the switch.
 std::string Backup(std::string_view file);
 
+/// A configuration of the past, for RollBack and CompareWith: "3" is that of 3 commits ago, a name that of a
+/// checkpoint. `isCommit`: the one after the commit of that number.
+struct Moment {
+    std::string text;
+    bool isCommit = false;
+};
+std::string RollBack(const Moment& moment);
+/// The answer's output has "before" and "after".
+std::string CompareWith(const Moment& moment);
+/// Likewise. `commit`: its number.
+std::string CommitChanges(std::string_view commit);
+std::string SetCheckpoint(std::string_view name, bool replace = false);
+std::string DeleteCheckpoint(std::string_view name);
+
 }  // namespace netconf
 
 #endif

@@ -69,6 +69,7 @@ struct AccessRules {
 struct ProtectedNodes {
     std::unordered_set<const lysc_node*> all;
     std::unordered_set<const lysc_node*> writes;
+    std::unordered_set<const lysc_node*> operations;  // apart: they hide no data
 
     static ProtectedNodes Of(const ly_ctx* context);
 };

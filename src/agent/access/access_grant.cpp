@@ -106,8 +106,10 @@ bool AccessGrant::MayExecute(const lysc_node* rpc) const
             (rule->kind == AccessRule::Kind::kOperation && (rule->target == "*" || rule->target == name));
         if (about) return rule->permit;
     }
-    if (IsGuarded(m_source->guarded.all, rpc)) return false;
+    if (IsGuarded(m_source->guarded.operations, rpc) || IsGuarded(m_source->guarded.all, rpc)) return false;
     if (base && (name == "kill-session" || name == "delete-config")) return false;
+    // Each checkpoint is shared by all users, and no rule about data protects it.
+    if (module == "switch-history" && (name == "checkpoint" || name == "delete-checkpoint")) return false;
     return m_source->rules.execDefault;
 }
 
@@ -170,7 +172,9 @@ ProtectedNodes ProtectedNodes::Of(const ly_ctx* context)
         for (LY_ARRAY_COUNT_TYPE at = 0; at < LY_ARRAY_COUNT(node->exts); ++at) {
             const lysc_ext* extension = node->exts[at].def;
             if (std::strcmp(extension->module->name, "ietf-netconf-acm") != 0) continue;
-            if (std::strcmp(extension->name, "default-deny-all") == 0) nodes.all.insert(node);
+            const bool isOperation = (node->nodetype & (LYS_RPC | LYS_ACTION)) != 0;
+            if (std::strcmp(extension->name, "default-deny-all") == 0)
+                (isOperation ? nodes.operations : nodes.all).insert(node);
             if (std::strcmp(extension->name, "default-deny-write") == 0) nodes.writes.insert(node);
         }
         return LY_SUCCESS;
@@ -191,8 +195,12 @@ AccessRules DefaultAccessRules(const std::string& adminGroup)
     everything.permit = true;
     rules.lists.push_back({"operators", {adminGroup}, {everything}});
     AccessRuleList readers{"readers", {"*"}, {}};
-    constexpr std::array<std::pair<const char*, const char*>, 3> kReading{
-        {{"ietf-netconf", "get"}, {"ietf-netconf", "get-config"}, {"ietf-netconf-monitoring", "get-schema"}}};
+    constexpr std::array<std::pair<const char*, const char*>, 5> kReading{
+        {{"ietf-netconf", "get"},
+         {"ietf-netconf", "get-config"},
+         {"ietf-netconf-monitoring", "get-schema"},
+         {"switch-history", "compare"},
+         {"switch-history", "commit-changes"}}};
     for (const auto& [module, operation] : kReading) {
         AccessRule rule;
         rule.name = operation;

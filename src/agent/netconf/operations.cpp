@@ -50,6 +50,7 @@ Operations::Handler Operations::Find(const lyd_node* operation)
     };
     constexpr std::string_view kBase = "ietf-netconf";
     constexpr std::string_view kSystem = "switch-system";
+    constexpr std::string_view kHistory = "switch-history";
     static const std::array kRows{
         Row{kBase, "get", &Operations::Get},
         Row{kBase, "get-config", &Operations::GetConfig},
@@ -65,6 +66,11 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{kSystem, "ha-transition", &Operations::HaTransition},
         Row{kSystem, "sflow-resync", &Operations::SflowResync},
         Row{kSystem, "backup", &Operations::MakeBackup},
+        Row{kHistory, "rollback", &Operations::RollBack},
+        Row{kHistory, "compare", &Operations::CompareWith},
+        Row{kHistory, "commit-changes", &Operations::CommitChanges},
+        Row{kHistory, "checkpoint", &Operations::SetCheckpoint},
+        Row{kHistory, "delete-checkpoint", &Operations::DeleteCheckpoint},
     };
     const std::string_view module = operation->schema->module->name;
     const std::string_view name = operation->schema->name;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Carries out NETCONF's operations (RFC 6241, sections 7 and 8) and those of the module switch-system.
+// Carries out NETCONF's operations (RFC 6241, sections 7 and 8) and those of the modules switch-system and
+// switch-history.
 
 #ifndef AGENT_NETCONF_OPERATIONS_H
 #define AGENT_NETCONF_OPERATIONS_H
@@ -23,6 +24,7 @@
 #include "agent/netconf/request.h"
 #include "agent/netconf/workbench.h"
 #include "agent/state/state.h"
+#include "base/expected.h"
 #include "base/timers.h"
 #include "base/worker.h"
 #include "cdb/datastore/datastore.h"
@@ -72,7 +74,7 @@ public:
         boost::asio::io_context& loop;
         base::Timers& timers;
         const cdb::Schema& schema;
-        const cdb::Store& store;
+        cdb::Store& store;
         cdb::Datastore& datastore;
         const Clients& clients;
         Callpoints& callpoints;
@@ -138,6 +140,16 @@ private:
     void MakeBackup(const RequestPtr& request);
     void BackupMade(const RequestPtr& request, const std::string& file,
                     const std::optional<cdb::Error>& error);
+
+    // operations_history.cpp
+    void RollBack(const RequestPtr& request);
+    void CompareWith(const RequestPtr& request);
+    void CommitChanges(const RequestPtr& request);
+    void SetCheckpoint(const RequestPtr& request);
+    void DeleteCheckpoint(const RequestPtr& request);
+    using Compare = std::function<base::expected<cdb::Datastore::Comparison, cdb::Error>()>;
+    /// Answers with the two configurations, or refuses. `compare` is called beside the loop.
+    void AnswerComparison(const RequestPtr& request, const Compare& compare);
 
     /// Runs the work in the request's turn with the candidate, unless its session has ended by then.
     void InTurn(const RequestPtr& request, std::function<void(const SerialQueue::TicketPtr&)> work);

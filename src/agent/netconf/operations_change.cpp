@@ -86,6 +86,7 @@ struct Operations::CommitJob {
     cdb::CommitInfo info;
     std::vector<cdb::Error> errors;
     WrittenChanges written;
+    std::size_t rows = 0;  // changed
 };
 
 void Operations::OkOrRefuse(const RequestPtr& request, const std::vector<cdb::Error>& errors) const
@@ -209,10 +210,12 @@ void Operations::WriteCommit(const CommitJobPtr& job)
                 }
             }
             auto result = m_services.datastore.Commit(job->info);
-            if (result)
-                job->written = WriteOut(*std::move(result));
-            else
+            if (!result) {
                 job->errors = std::move(result.error());
+                return;
+            }
+            job->rows = result->rows;
+            job->written = WriteOut(std::move(result->changes));
         },
         [this, job] {
             job->ticket.reset();
@@ -227,10 +230,16 @@ void Operations::WriteCommit(const CommitJobPtr& job)
 void Operations::DeliverCommit(const CommitJobPtr& job)
 {
     const cdb::ChangeSet& changes = job->written.changes;
+    if (job->rows > 0) {
+        job->request->NoteCommit(changes.commit);
+        slog::Notice("commit {} by {}, {} session {}: {} {}{}", changes.commit, job->info.user,
+                     job->info.source, job->request->Who().id, job->rows,
+                     job->rows == 1 ? "change" : "changes",
+                     job->info.comment.empty() ? std::string() : ", \"" + job->info.comment + '"');
+    }
     if (changes.Empty()) {
         job->request->Ok();
     } else {
-        slog::Notice("commit {} by {}", changes.commit, job->info.user);
         m_services.delivery.Deliver(job->written, [job](const std::vector<std::string>& undelivered) {
             job->request->Ok(Warnings(undelivered));
             job->commitTicket.reset();

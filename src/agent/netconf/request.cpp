@@ -78,13 +78,35 @@ std::string Request::DataText(const std::function<void(std::string& out)>& write
     return reply.append(kTail);
 }
 
+std::string Request::OutputText(const std::function<void(std::string& out)>& write) const
+{
+    std::string reply = Head();
+    write(reply);
+    return reply.append(kTail);
+}
+
 void Request::OkAndFinish()
 {
     m_answered = true;
     m_session->Finish(Head().append("<ok/>").append(kTail));
 }
 
-std::string Request::Head() const { return ReplyHead(m_rpc.attributes); }
+std::string Request::Head() const
+{
+    static constexpr std::string_view kPrefix = "switch-history";  // and the end of the namespace
+    std::string attributes = m_rpc.attributes;
+    if (m_commit && attributes.find(kPrefix) == std::string::npos)
+        attributes.append(" xmlns:")
+            .append(kPrefix)
+            .append("=\"")
+            .append(netconf::kHistoryNamespace)
+            .append("\" ")
+            .append(kPrefix)
+            .append(":commit=\"")
+            .append(std::to_string(*m_commit))
+            .append("\"");
+    return ReplyHead(attributes);
+}
 
 void Request::Send(std::string reply)
 {

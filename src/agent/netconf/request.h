@@ -5,6 +5,7 @@
 #define AGENT_NETCONF_REQUEST_H
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -54,6 +55,11 @@ public:
     /// Gives the request a place in the room for answers; its answer keeps it until the client has read it.
     void Occupy(std::shared_ptr<AnswerPlace> place) { m_place = std::move(place); }
 
+    /// The answer will name the commit that was made, in the attribute "commit" of the module switch-history
+    /// on <rpc-reply>: beside <ok/> RFC 6241 has no place for it. An attribute of the client's that could be
+    /// confused with it, which goes back as it came, keeps it out.
+    void NoteCommit(std::uint64_t commit) { m_commit = commit; }
+
     /// Answers that it is done: <ok/>, or the warnings instead (RFC 6241, section 4.4).
     void Ok(const std::vector<netconf::RpcError>& warnings = {});
     void Refuse(const netconf::RpcError& error);
@@ -66,6 +72,8 @@ public:
     [[nodiscard]] std::string DataText(const std::function<void(std::string& out)>& write,
                                        std::string_view ns = {},
                                        const std::vector<netconf::RpcError>& warnings = {}) const;
+    /// The same for an operation with an output of its own: `write` appends the elements.
+    [[nodiscard]] std::string OutputText(const std::function<void(std::string& out)>& write) const;
     void Reply(std::string text) { Send(std::move(text)); }
     /// Answers <ok/> and ends the session.
     void OkAndFinish();
@@ -79,6 +87,7 @@ private:
     Rpc m_rpc;
     Discard m_discard;
     std::shared_ptr<AnswerPlace> m_place;
+    std::optional<std::uint64_t> m_commit;
     bool m_answered = false;
 };
 

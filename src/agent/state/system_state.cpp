@@ -21,6 +21,7 @@ namespace agent {
 namespace {
 
 constexpr std::size_t kFaultsShown = 1000;
+constexpr std::size_t kCommitsShown = 1000;
 
 const lysc_node* Child(const lysc_node* parent, std::string_view name)
 {
@@ -39,6 +40,17 @@ const char* PhaseName(const Client& client)
 {
     if (client.CurrentPhase() != Client::Phase::kReady) return "registering";
     return client.IsApplying() ? "applying" : "ready";
+}
+
+/// The oldest commit whose configuration can be had again. `entries`: newest first.
+std::uint64_t Reach(const std::vector<cdb::HistoryEntry>& entries, std::uint64_t newest)
+{
+    std::uint64_t reach = newest;
+    for (const cdb::HistoryEntry& entry : entries) {
+        if (entry.commit != reach || !entry.undoKept) break;
+        --reach;
+    }
+    return reach;
 }
 
 /// The keys of the list of processes.
@@ -156,6 +168,48 @@ void SystemState::AddFault(const cdb::Fault& fault)
     Leaf(*entry, kList, "file", fault.file);
     Leaf(*entry, kList, "line", std::to_string(fault.line));
     Leaf(*entry, kList, "text", fault.text);
+}
+
+void SystemState::AddHistory(const cdb::Store& store)
+{
+    const lysc_node* schema = Child(m_system, "history");
+    if (schema == nullptr) return;
+    StateTree::Node& history = StateTree::ContainerIn(m_tree.At(m_system), schema);
+    std::uint64_t newest = store.LastCommit();
+    const auto checkpoints = store.Checkpoints();
+    auto entries = store.History(kCommitsShown);
+    if (!entries.empty()) newest = std::max(newest, entries.front().commit);  // committed meanwhile
+    const std::uint64_t reach = Reach(entries, newest);
+    history.leaves.push_back({Child(schema, "newest"), m_tree.Keep(std::to_string(newest))});
+    std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) {
+        return std::to_string(a.commit) < std::to_string(b.commit);
+    });
+    for (const cdb::HistoryEntry& entry : entries) AddCommit(history, entry, checkpoints);
+    const lysc_node* list = Child(schema, "checkpoint");
+    for (const cdb::Checkpoint& checkpoint : checkpoints) {
+        StateTree::Node* entry = StateTree::Append(history, list, {m_tree.Keep(checkpoint.name)});
+        if (entry == nullptr) continue;
+        Leaf(*entry, Child(list, "commit"), std::to_string(checkpoint.commit));
+        Leaf(*entry, Child(list, "time"), DateAndTime(checkpoint.timeUs));
+        Leaf(*entry, Child(list, "user"), checkpoint.user);
+        Leaf(*entry, Child(list, "in-reach"), checkpoint.commit >= reach ? "true" : "false");
+    }
+}
+
+void SystemState::AddCommit(StateTree::Node& history, const cdb::HistoryEntry& entry,
+                            const std::vector<cdb::Checkpoint>& checkpoints)
+{
+    const lysc_node* list = Child(Child(m_system, "history"), "commit");
+    StateTree::Node* node = StateTree::Append(history, list, {m_tree.Keep(std::to_string(entry.commit))});
+    if (node == nullptr) return;
+    Leaf(*node, Child(list, "time"), DateAndTime(entry.timeUs));
+    Leaf(*node, Child(list, "user"), entry.user);
+    Leaf(*node, Child(list, "source"), entry.source);
+    if (!entry.comment.empty()) Leaf(*node, Child(list, "comment"), entry.comment);
+    if (entry.changes > 0) Leaf(*node, Child(list, "changes"), std::to_string(entry.changes));
+    Leaf(*node, Child(list, "undo-kept"), entry.undoKept ? "true" : "false");
+    for (const cdb::Checkpoint& checkpoint : checkpoints)
+        if (checkpoint.commit == entry.commit) Leaf(*node, Child(list, "checkpoint"), checkpoint.name);
 }
 
 void SystemState::AddDenials(const Access::Denials& denials)

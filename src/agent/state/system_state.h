@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The state that cdbd provides itself: the connected processes, the faults, and the denials. Used by
+// The state that cdbd provides itself: the connected processes, the faults, the history, and
+// the denials. Used by
 // state.cpp.
 
 #ifndef AGENT_STATE_SYSTEM_STATE_H
@@ -35,6 +36,8 @@ public:
     void AddVersion();
     void AddProcesses(const Clients& clients, Role role);
     void AddFaults(const cdb::Store& store);
+    /// The commits and the checkpoints.
+    void AddHistory(const cdb::Store& store);
     void AddDenials(const Access::Denials& denials);
 
 private:
@@ -42,6 +45,8 @@ private:
     void AddMissing(const MissingSubscriber& missing, Role role);
     void AddHealth(StateTree::Node& entry, const Misses& misses, std::int64_t acknowledgedUs);
     void AddFault(const cdb::Fault& fault);
+    void AddCommit(StateTree::Node& history, const cdb::HistoryEntry& entry,
+                   const std::vector<cdb::Checkpoint>& checkpoints);
     /// Appends an entry with these keys; null if the last one has the same or greater keys, or there is no
     /// such list.
     StateTree::Node* Entry(const char* list, std::initializer_list<std::string> keys);

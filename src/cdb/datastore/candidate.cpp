@@ -8,62 +8,6 @@
 #include "cdb/datastore/tree_load.h"
 
 namespace cdb {
-namespace {
-
-/// Rows with changes applied on top. Both must outlive it.
-class PatchedView final : public RowView {
-public:
-    PatchedView(RowView& below, const RowPatch& changes) : m_below(below), m_changes(changes) {}
-
-    const Row* Get(NodeId node, std::span<const std::string> keys) override;
-    void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
-
-private:
-    RowView& m_below;
-    const RowPatch& m_changes;
-};
-
-const Row* PatchedView::Get(NodeId node, std::span<const std::string> keys)
-{
-    const auto it = m_changes.find({node, {keys.begin(), keys.end()}});
-    if (it == m_changes.end()) return m_below.Get(node, keys);
-    return it->second ? &*it->second : nullptr;
-}
-
-void PatchedView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
-{
-    const std::vector<std::string> parent(parentKeys.begin(), parentKeys.end());
-    const auto isBelow = [&](const auto& key) {
-        return key.first == list && key.second.size() > parent.size() &&
-               std::equal(parent.begin(), parent.end(), key.second.begin());
-    };
-    auto next = m_changes.lower_bound({list, parent});
-    while (next != m_changes.end() && next->first.first == list && next->first.second == parent) ++next;
-    bool goesOn = true;
-    const auto own = [&](const std::vector<std::string>& keys) {
-        return std::vector<std::string>(keys.begin() + static_cast<std::ptrdiff_t>(parent.size()),
-                                        keys.end());
-    };
-    const auto showPatched = [&](const std::vector<std::string>* before) {
-        for (; goesOn && next != m_changes.end() && isBelow(next->first); ++next) {
-            const auto keys = own(next->first.second);
-            if (before != nullptr && !(keys < *before)) return;
-            const std::vector<std::string_view> shown(keys.begin(), keys.end());
-            if (next->second) goesOn = visit(shown, *next->second);
-        }
-    };
-    m_below.ForEach(list, parentKeys, [&](std::span<const std::string_view> keys, const Row& row) {
-        const std::vector<std::string> text(keys.begin(), keys.end());
-        showPatched(&text);
-        std::vector<std::string> all = parent;
-        all.insert(all.end(), text.begin(), text.end());
-        if (goesOn && !m_changes.contains({list, all})) goesOn = visit(keys, row);
-        return goesOn;
-    });
-    showPatched(nullptr);
-}
-
-}  // namespace
 
 Candidate::Reading::Reading(const Candidate& candidate) : m_candidate(candidate)
 {
@@ -199,34 +143,39 @@ lyd_node* Candidate::ParentIn(lyd_node* tree, NodeId list) const
     return at;
 }
 
-void Candidate::Patch(RowView& now, const RowPatch& changes)
+Candidate::State Candidate::Replace(const RowPatch& rows)
 {
     const Reading reading(*this);
-    PatchedView patched(now, changes);
-    // Everything is read before anything changes, since the view reads the tree.
+    PatchedView patched(*m_running, rows);
     TreePtr tree = EmptyTree(m_schema);
     LoadTrunk(m_schema, tree.get(), patched);
     DirtySet units;
-    for (const auto& [key, ignored] : changes) {
-        const NodeId list = m_unitOf[key.first];
-        if (list == kNoNode) continue;
-        const auto count = static_cast<std::ptrdiff_t>(m_schema.Table()[list].keys.size());
-        const Place place{list, {key.second.begin(), key.second.begin() + count}};
-        if (units.contains(place)) continue;
+    for (const Place& place : UnitsOf(rows)) {
         Unit unit;
         if (const Row* row = patched.Get(place.node, place.keys))
             unit.node = Load(place, Row(*row), patched, tree.get());
         unit.inRunning = m_running->Get(place.node, place.keys) != nullptr;
         if (unit.node != nullptr || unit.inRunning) units.emplace(place, unit);
     }
-    for (const auto& [place, unit] : m_units) {
-        if (!units.try_emplace(place, unit).second || unit.node == nullptr) continue;
-        lyd_unlink_tree(unit.node);
-        // It was in such a tree before, so the schema can't object.
-        static_cast<void>(lyd_insert_child(ParentIn(tree.get(), place.node), unit.node));
+    return {std::exchange(m_tree, std::move(tree)), std::exchange(m_units, std::move(units))};
+}
+
+void Candidate::Restore(State state)
+{
+    m_tree = std::move(state.tree);
+    m_units = std::move(state.units);
+}
+
+std::set<Place> Candidate::UnitsOf(const RowPatch& rows) const
+{
+    std::set<Place> units;
+    for (const auto& [key, row] : rows) {
+        const NodeId list = m_unitOf[key.first];
+        if (list == kNoNode) continue;
+        const auto count = static_cast<std::ptrdiff_t>(m_schema.Table()[list].keys.size());
+        units.insert(Place{list, {key.second.begin(), key.second.begin() + count}});
     }
-    m_units = std::move(units);
-    m_tree = std::move(tree);
+    return units;
 }
 
 }  // namespace cdb

@@ -7,21 +7,18 @@
 #ifndef CDB_DATASTORE_CANDIDATE_H
 #define CDB_DATASTORE_CANDIDATE_H
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <optional>
-#include <string>
-#include <utility>
+#include <set>
 #include <vector>
 
+#include "cdb/datastore/patched_view.h"
 #include "cdb/datastore/tree.h"
 #include "cdb/rows/row_view.h"
 
 namespace cdb {
-
-/// By node and all keys from the root; nullopt: the row is deleted.
-using RowPatch = std::map<std::pair<NodeId, std::vector<std::string>>, std::optional<Row>>;
 
 class Candidate {
 public:
@@ -90,8 +87,19 @@ public:
     /// Throws FatalError.
     [[nodiscard]] TreePtr Reset();
 
-    /// Applies the rows; the rest stays. `now`: the candidate's rows. Throws FatalError.
-    void Patch(RowView& now, const RowPatch& rows);
+    /// What edits have made of it.
+    struct State {
+        TreePtr tree;
+        DirtySet units;
+    };
+    /// Makes the candidate running with these rows in the place of running's; all other changes are gone.
+    /// Returns what was there before, for Restore. On an exception the candidate is as before: RowRefused if
+    /// the schema does not accept a row, FatalError.
+    [[nodiscard]] State Replace(const RowPatch& rows);
+    void Restore(State state);
+
+    /// The units that the rows belong to.
+    [[nodiscard]] std::set<Place> UnitsOf(const RowPatch& rows) const;
 
 private:
     /// Loads the unit into the tree that begins with this node.

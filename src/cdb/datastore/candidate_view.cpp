@@ -89,15 +89,14 @@ void CandidateView::ForEachIn(const lyd_node* unit, NodeId list, std::span<const
         if (!visit(Views(keys), RowOf(m_schema, node))) return;
 }
 
-void DirtyView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
+void UnitsView::ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit)
 {
     if (m_candidate.ListOf(list) != list) return m_rows->ForEach(list, parentKeys, visit);
-    const auto& units = m_candidate.Dirty();
-    for (auto it = units.lower_bound({list, {}}); it != units.end() && it->first.node == list; ++it) {
-        const Row* row = m_rows->Get(list, it->first.keys);
+    for (auto it = m_units.lower_bound({list, {}}); it != m_units.end() && it->node == list; ++it) {
+        const Row* row = m_rows->Get(list, it->keys);
         if (row == nullptr) continue;
         const Row kept = *row;  // the visit may call Get
-        if (!visit(Views(it->first.keys), kept)) return;
+        if (!visit(Views(it->keys), kept)) return;
     }
 }
 

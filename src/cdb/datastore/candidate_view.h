@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The candidate's rows: running's, except for the dirty units and the trunk. And a view that restricts other
-// rows to these.
+// rows to some units.
 
 #ifndef CDB_DATASTORE_CANDIDATE_VIEW_H
 #define CDB_DATASTORE_CANDIDATE_VIEW_H
 
+#include <memory>
+#include <set>
 #include <string>
+#include <utility>
 
 #include "cdb/datastore/candidate.h"
 
@@ -32,11 +35,11 @@ private:
     Row m_row;
 };
 
-/// Restricts other rows to the trunk and the dirty units.
-class DirtyView final : public RowView {
+/// Restricts other rows to the trunk and these units.
+class UnitsView final : public RowView {
 public:
-    DirtyView(const Candidate& candidate, std::unique_ptr<RowView> rows)
-        : m_candidate(candidate), m_rows(std::move(rows))
+    UnitsView(const Candidate& candidate, std::set<Place> units, std::unique_ptr<RowView> rows)
+        : m_candidate(candidate), m_units(std::move(units)), m_rows(std::move(rows))
     {
     }
 
@@ -47,7 +50,8 @@ public:
     void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override;
 
 private:
-    const Candidate& m_candidate;
+    const Candidate& m_candidate;  // says which lists have units
+    const std::set<Place> m_units;
     const std::unique_ptr<RowView> m_rows;
 };
 

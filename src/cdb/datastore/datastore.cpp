@@ -89,16 +89,21 @@ std::optional<Error> Datastore::Write(Difference& difference, const CommitInfo& 
     entry.user = info.user;
     entry.source = info.source;
     entry.comment = info.comment;
+    entry.changes = static_cast<std::uint32_t>(difference.rows.size());
     transaction.Append(entry);
     return transaction.Commit();
 }
 
 void Datastore::Settle()
 {
-    const bool isLarge = m_candidate.Dirty().size() > kLargeChange;
-    TreePtr before = m_candidate.Reset();
+    const std::size_t units = m_candidate.Dirty().size();
+    Free(m_candidate.Reset(), units);
     m_isVerified = true;
-    if (isLarge) m_garbage.push_back(std::move(before));
+}
+
+void Datastore::Free(TreePtr tree, std::size_t units)
+{
+    if (units > kLargeChange) m_garbage.push_back(std::move(tree));
 }
 
 void Datastore::FillDefaults(const NewEntry& created, std::vector<std::string>& warnings)
@@ -125,9 +130,17 @@ std::unique_ptr<RowView> Datastore::Candidate() const
     return std::make_unique<CandidateView>(m_schema, m_candidate);
 }
 
+std::set<Place> Datastore::UnitsOfCandidate() const
+{
+    std::set<Place> units;
+    for (const auto& [place, unit] : m_candidate.Dirty()) units.insert(units.end(), place);
+    return units;
+}
+
 std::unique_ptr<RowView> Datastore::DirtyRows(Which which) const
 {
-    return std::make_unique<DirtyView>(m_candidate, which == Which::kRunning ? Running() : Candidate());
+    return std::make_unique<UnitsView>(m_candidate, UnitsOfCandidate(),
+                                       which == Which::kRunning ? Running() : Candidate());
 }
 
 std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOperation operation)
@@ -192,7 +205,7 @@ std::vector<RowChange> Datastore::ChangedRows() const
     return Compare(m_schema, m_candidate).rows;
 }
 
-base::expected<ChangeSet, std::vector<Error>> Datastore::Commit(const CommitInfo& info)
+base::expected<Committed, std::vector<Error>> Datastore::Commit(const CommitInfo& info)
 {
     if (auto errors = Validate(); !errors.empty()) return base::Unexpected(std::move(errors));
     Difference difference;
@@ -204,34 +217,10 @@ base::expected<ChangeSet, std::vector<Error>> Datastore::Commit(const CommitInfo
         if (auto error = Write(difference, info))
             return base::Unexpected(std::vector<Error>{std::move(*error)});
     Settle();
-    return ChangeSet{m_candidate.Base(), std::move(difference.root)};
+    return Committed{{m_candidate.Base(), std::move(difference.root)}, difference.rows.size()};
 }
 
 void Datastore::Discard() { Settle(); }
-
-std::optional<Error> Datastore::Undo(const HistoryEntry& entry)
-{
-    m_isVerified = false;
-    if (!entry.undo.empty()) {  // of an older version: an edit
-        lyd_node* parsed = nullptr;
-        const auto result = lyd_parse_data_mem(m_schema.Context(), entry.undo.c_str(), LYD_XML,
-                                               LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &parsed);
-        const TreePtr edit(parsed);
-        if (result == LY_SUCCESS) return Edit(edit.get(), DefaultOperation::kMerge, {});
-        return Error{.tag = ErrorTag::kOperationFailed,
-                     .message = "what undoes commit " + std::to_string(entry.commit) +
-                                " does not fit the YANG modules: " + LastMessage(m_schema.Context())};
-    }
-    RowPatch rows;
-    for (const auto& each : entry.undoRows) {
-        auto key = m_store.RowKeyOf(each.key);
-        if (!key) continue;  // the schema no longer has the node
-        rows.emplace(std::pair(key->node, std::move(key->keys)), each.row);
-    }
-    CandidateView now(m_schema, m_candidate);
-    m_candidate.Patch(now, rows);
-    return std::nullopt;
-}
 
 void Datastore::TidyUp() { m_garbage.clear(); }
 

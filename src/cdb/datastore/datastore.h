@@ -8,9 +8,12 @@
 #ifndef CDB_DATASTORE_DATASTORE_H
 #define CDB_DATASTORE_DATASTORE_H
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -36,6 +39,21 @@ struct CommitInfo {
     std::string source{};
     std::string comment{};
     std::int64_t timeUs = 0;
+};
+
+/// What a commit has made.
+struct Committed {
+    ChangeSet changes;
+    /// How many rows it has changed: entries of lists and containers. 0: there was nothing to commit, and no
+    /// commit was made. May not be 0 where `changes` is empty.
+    std::size_t rows = 0;
+};
+
+/// A commit of the past, by one of three names. The configuration meant is the one after it.
+struct Moment {
+    std::optional<std::uint64_t> back{};    // how many commits back; 0: the last one
+    std::optional<std::uint64_t> commit{};  // its number; 0: before the first one
+    std::string checkpoint{};
 };
 
 class Datastore {
@@ -85,17 +103,38 @@ public:
     /// The rows that a commit now would change, parents before their children.
     [[nodiscard]] std::vector<RowChange> ChangedRows() const;
 
-    /// Makes the candidate running: validates, writes the store, then changes running. Returns the change
-    /// set, or the errors, with running and candidate as before. An empty change set has nothing for
-    /// subscribers; rows were written only if a default was made explicit, or the reverse.
-    [[nodiscard]] base::expected<ChangeSet, std::vector<Error>> Commit(const CommitInfo& info);
+    /// Makes the candidate running: validates, writes the store, then changes running. On errors running and
+    /// candidate are as before. An empty change set has nothing for subscribers; rows were written then only
+    /// if a default was made explicit, or the reverse.
+    [[nodiscard]] base::expected<Committed, std::vector<Error>> Commit(const CommitInfo& info);
 
     /// Makes the candidate equal to running.
     void Discard();
 
-    /// Undoes a commit in the candidate: the rows that it changed are as they were before it. Asks no
-    /// callpoint. `entry` must have its undo (Store::HistoryUndo). On an error the candidate is as before.
-    [[nodiscard]] std::optional<Error> Undo(const HistoryEntry& entry);
+    // datastore_history.cpp
+
+    /// The commit that the moment names. kInvalidValue if there are not so many, kDataMissing if there is no
+    /// such checkpoint.
+    [[nodiscard]] base::expected<std::uint64_t, Error> CommitOf(const Moment& moment) const;
+
+    /// May refuse the rows that a roll-back would make other than running's.
+    using Permit = std::function<std::optional<Error>(const std::vector<RowChange>& changes)>;
+
+    /// Makes the candidate what running was after the moment's commit: values as they were stored, no
+    /// callpoint asked, everything that was edited gone. Empty if it has; else the errors (those of CommitOf,
+    /// RowsAfter and Validate, and the one of `permit`), and the candidate is as before.
+    [[nodiscard]] std::vector<Error> RollBack(const Moment& moment, const Permit& permit = {});
+
+    /// Two configurations, of outermost lists only the entries in which they may differ. Valid until the
+    /// candidate's next change.
+    struct Comparison {
+        std::unique_ptr<RowView> before;
+        std::unique_ptr<RowView> after;
+    };
+    /// Running after the moment's commit, and the candidate.
+    [[nodiscard]] base::expected<Comparison, Error> CompareWith(const Moment& moment) const;
+    /// Running before and after the commit.
+    [[nodiscard]] base::expected<Comparison, Error> ChangesOf(std::uint64_t commit) const;
 
     /// Frees the memory of earlier commits and discards, which may take long: call it when no answer is
     /// awaited.
@@ -114,6 +153,9 @@ private:
     std::optional<Error> Write(Difference& difference, const CommitInfo& info);
     /// Makes the candidate equal to running.
     void Settle();
+    /// Frees the tree, a large one in TidyUp.
+    void Free(TreePtr tree, std::size_t units);
+    [[nodiscard]] std::set<Place> UnitsOfCandidate() const;
     /// Makes explicit the leaves that a callpoint would have written: those that another leaf's default
     /// refers to.
     void FillDefaults(const NewEntry& created, std::vector<std::string>& warnings);

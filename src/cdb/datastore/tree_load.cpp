@@ -88,7 +88,7 @@ private:
 
     [[noreturn]] void Refuse(const RowKey& key, const std::string& what) const
     {
-        throw FatalError("the stored row " + TextOf(m_table, key) +
+        throw RowRefused("the stored row " + TextOf(m_table, key) +
                          " does not fit the YANG modules: " + what + " (" + LastMessage(m_schema.Context()) +
                          "); start with the modules that it was written with, or restore another store");
     }

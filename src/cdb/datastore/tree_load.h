@@ -6,11 +6,18 @@
 
 #include "cdb/datastore/edit_operation.h"
 #include "cdb/datastore/tree.h"
+#include "cdb/model/error.h"
 #include "cdb/rows/row_view.h"
 
 namespace cdb {
 
-// They throw FatalError that names a row which the schema does not accept.
+/// Names a row which the schema does not accept.
+class RowRefused : public FatalError {
+public:
+    using FatalError::FatalError;
+};
+
+// They throw RowRefused, or FatalError if the rows can't be read.
 
 /// The complete tree of all rows.
 TreePtr LoadTree(const Schema& schema, RowView& rows);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the store keeps beside the rows: a commit's entry in the history, and the faults of processes.
+// What the store keeps beside the rows: a commit's entry in the history, the checkpoints, and the faults of
+// processes.
 
 #ifndef CDB_MODEL_HISTORY_H
 #define CDB_MODEL_HISTORY_H
@@ -30,6 +31,17 @@ struct HistoryEntry {
     // them.
     std::string undo;
     std::vector<UndoRow> undoRows{};
+    std::uint32_t changes = 0;  // rows that it changed; 0: unknown, the entry is of an older version
+    bool undoKept = false;      // set when it is read: what undoes it is in the store
+};
+
+/// A commit marked by a name: the configuration as it was after it.
+struct Checkpoint {
+    std::string name;
+    std::uint64_t commit = 0;  // 0: the empty configuration before the first commit
+    std::int64_t timeUs = 0;   // when it was marked, since the epoch
+    std::string user;          // by whom
+    friend bool operator==(const Checkpoint&, const Checkpoint&) = default;
 };
 
 /// A fault that a process has reported of itself.

@@ -139,6 +139,7 @@ std::string ToBytes(const HistoryEntry& entry, std::uint32_t undoChunks, bool un
     message.set_comment(entry.comment);
     message.set_undo_chunks(undoChunks);
     message.set_undo_left_out(undoLeftOut);
+    message.set_changes(entry.changes);
     return message.SerializeAsString();
 }
 
@@ -173,10 +174,11 @@ std::optional<StoredHistoryEntry> HistoryEntryOf(std::string_view payload)
 {
     stored::HistoryEntry message;
     if (!Parse(payload, message)) return std::nullopt;
-    return StoredHistoryEntry{{message.commit(), message.time_us(), message.user(), message.source(),
-                               message.comment(), message.undo()},
-                              message.undo_chunks(),
-                              message.undo_left_out()};
+    HistoryEntry entry{message.commit(), message.time_us(), message.user(),
+                       message.source(), message.comment(), message.undo()};
+    entry.changes = message.changes();
+    entry.undoKept = message.undo_chunks() > 0 || !message.undo().empty();
+    return StoredHistoryEntry{std::move(entry), message.undo_chunks(), message.undo_left_out()};
 }
 
 bool ReadUndo(std::string_view payload, HistoryEntry& entry)
@@ -191,6 +193,22 @@ bool ReadUndo(std::string_view payload, HistoryEntry& entry)
         if (each.has_row() && !FromMessage(each.row(), undo.row.emplace())) return false;
     }
     return true;
+}
+
+std::string ToBytes(const Checkpoint& checkpoint)
+{
+    stored::Checkpoint message;
+    message.set_commit(checkpoint.commit);
+    message.set_time_us(checkpoint.timeUs);
+    message.set_user(checkpoint.user);
+    return message.SerializeAsString();
+}
+
+std::optional<Checkpoint> CheckpointOf(std::string_view name, std::string_view payload)
+{
+    stored::Checkpoint message;
+    if (!Parse(payload, message)) return std::nullopt;
+    return Checkpoint{std::string(name), message.commit(), message.time_us(), message.user()};
 }
 
 std::optional<Fault> FaultOf(std::string_view payload)

@@ -58,6 +58,8 @@ std::string ToBytes(const HistoryEntry& entry, std::uint32_t undoChunks, bool un
 /// The entry's undo; empty if it has none.
 std::string UndoBytes(const HistoryEntry& entry);
 std::string ToBytes(const Fault& fault);
+/// The checkpoint without its name, which is the key.
+std::string ToBytes(const Checkpoint& checkpoint);
 
 /// Reads a row into one that may have been used before, and reuses its memory. Returns false if the bytes are
 /// no row; `row` is then unspecified.
@@ -72,6 +74,7 @@ struct StoredHistoryEntry {
 std::optional<StoredHistoryEntry> HistoryEntryOf(std::string_view payload);
 /// Reads an undo that UndoBytes has written into the entry; returns false for other bytes.
 bool ReadUndo(std::string_view payload, HistoryEntry& entry);
+std::optional<Checkpoint> CheckpointOf(std::string_view name, std::string_view payload);
 std::optional<Fault> FaultOf(std::string_view payload);
 
 /// Row keys under one schema: "/config/oam/sflow/interface" NUL, then each key NUL.

@@ -126,6 +126,11 @@ void Environment::Fail(const std::string& what, int code) const
     throw FatalError(what + " the store in " + m_directory.string() + " failed: " + Reason(code) + remedy);
 }
 
+std::array<std::pair<const char*, MDB_dbi*>, 2> Environment::Added()
+{
+    return {{{"undo", &undo}, {"checkpoints", &checkpoints}}};
+}
+
 void Environment::UseDatabases()
 {
     MDB_txn* transaction = nullptr;
@@ -141,8 +146,9 @@ void Environment::UseDatabases()
         code = mdb_dbi_open(transaction, "rows", 0, &rows);
         if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "history", 0, &history);
         if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "faults", 0, &faults);
-        if (code == MDB_SUCCESS && mdb_dbi_open(transaction, "undo", 0, &undo) != MDB_SUCCESS)
-            undo = kNoDatabase;
+        for (const auto& [name, database] : Added())
+            if (code == MDB_SUCCESS && mdb_dbi_open(transaction, name, 0, database) != MDB_SUCCESS)
+                *database = kNoDatabase;
         if (code != MDB_SUCCESS) mdb_txn_abort(transaction);
         if (code == MDB_SUCCESS) code = mdb_txn_commit(transaction);  // keeps the handles
         if (code != MDB_SUCCESS) Fail("reading", code);
@@ -160,11 +166,12 @@ void Environment::UseDatabases()
 void Environment::UseOrAddDatabases()
 {
     UseDatabases();
-    if (undo != kNoDatabase) return;
+    if (undo != kNoDatabase && checkpoints != kNoDatabase) return;
     MDB_txn* transaction = nullptr;
     int code = mdb_txn_begin(m_environment, nullptr, 0, &transaction);
     if (code != MDB_SUCCESS) Fail("opening", code);
-    code = mdb_dbi_open(transaction, "undo", MDB_CREATE, &undo);
+    for (const auto& [name, database] : Added())
+        if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, name, MDB_CREATE, database);
     if (code != MDB_SUCCESS) mdb_txn_abort(transaction);
     if (code == MDB_SUCCESS) code = mdb_txn_commit(transaction);
     if (code != MDB_SUCCESS) Fail("opening", code);
@@ -186,7 +193,8 @@ void Environment::MakeDatabases()
     if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "rows", MDB_CREATE, &rows);
     if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "history", MDB_CREATE, &history);
     if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "faults", MDB_CREATE, &faults);
-    if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, "undo", MDB_CREATE, &undo);
+    for (const auto& [name, database] : Added())
+        if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction, name, MDB_CREATE, database);
     if (code == MDB_SUCCESS) code = put(codec::kFormatKey, mark);
     if (code == MDB_SUCCESS) code = put(codec::kSchemaKey, schema);
     if (code != MDB_SUCCESS) mdb_txn_abort(transaction);

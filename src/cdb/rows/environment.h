@@ -7,6 +7,7 @@
 
 #include <lmdb.h>
 
+#include <array>
 #include <cstddef>
 #include <filesystem>
 #include <memory>
@@ -14,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "cdb/model/error.h"
@@ -56,7 +58,9 @@ public:
     MDB_dbi rows = 0;
     MDB_dbi history = 0;
     MDB_dbi faults = 0;
-    MDB_dbi undo = kNoDatabase;  // a store of an older version has none until it is opened for writing
+    // A store of an older version has none of these until it is opened for writing:
+    MDB_dbi undo = kNoDatabase;
+    MDB_dbi checkpoints = kNoDatabase;
 
     /// Opens the databases and checks the format's mark. Throws FatalError if the file is no store, or has
     /// another format.
@@ -102,6 +106,9 @@ public:
     void ReadRow(const MDB_val& key, const MDB_val& value, Pass& pass) const;
 
 private:
+    /// The databases that stores of older versions lack, by name.
+    std::array<std::pair<const char*, MDB_dbi*>, 2> Added();
+
     /// Repairs the lock file after a killed writer; returns LMDB's code.
     int TakeOverFromLastWriter();
 

@@ -196,9 +196,9 @@ public:
         const bool isHistory = database == m_environment.history || database == m_environment.undo;
         std::string last;
         return Scan(m_environment.Handle(), database).Run([&](std::string_view key, std::string_view value) {
+            const bool isNamed = database == m_environment.rows || database == m_environment.checkpoints;
             const auto which = [&] {
-                return "its " + kind + ' ' +
-                       (database == m_environment.rows ? codec::Readable(key) : NumberText(key));
+                return "its " + kind + ' ' + (isNamed ? codec::Readable(key) : NumberText(key));
             };
             if (!last.empty() && key <= last) throw DamagedRecord(which() + " is out of order");
             last = key;
@@ -269,6 +269,11 @@ StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth dept
         reader.Check(environment.undo, "undo of commit", [](std::string_view key, std::string_view payload) {
             return key.size() == codec::kUndoKeySize && payload.size() <= codec::kUndoChunk;
         });
+    if (environment.checkpoints != Environment::kNoDatabase)
+        reader.Check(environment.checkpoints, "checkpoint",
+                     [](std::string_view key, std::string_view payload) {
+                         return codec::CheckpointOf(key, payload).has_value();
+                     });
     figures.faults = reader.Check(
         environment.faults, "fault",
         [](std::string_view, std::string_view payload) { return codec::FaultOf(payload).has_value(); });

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -58,6 +59,12 @@ Error CopyFailed(const fs::path& file, int code)
     if (code == ENOENT || code == ENOTDIR)
         return {.tag = ErrorTag::kInvalidValue, .message = what + "there is no such directory"};
     return {.tag = ErrorTag::kOperationFailed, .message = what + mdb_strerror(code)};
+}
+
+Error NoCheckpoint(const std::string& name)
+{
+    return {.tag = ErrorTag::kDataMissing,
+            .message = "there is no checkpoint " + name + "; the history's state lists those there are"};
 }
 
 void SyncDirectoryOf(const fs::path& file)
@@ -275,6 +282,60 @@ std::uint64_t Store::HistoryBytes() const
     const auto stored = environment.Meta(reading->transaction, codec::kHistoryBytesKey);
     return stored ? codec::NumberOf(*stored).value_or(0)
                   : history::CountBytes(environment, reading->transaction);
+}
+
+base::expected<Checkpoint, Error> Store::SetCheckpoint(Checkpoint checkpoint, bool replace)
+{
+    const auto& options = m_impl->options;
+    const MDB_dbi database = m_impl->environment->checkpoints;
+    auto error = m_impl->Write("setting the checkpoint", [&](WriteTransaction& write) {
+        checkpoint.commit = write.Number(codec::kCommitKey).value_or(0);
+        const bool isThere = write.Has(database, checkpoint.name);
+        if (isThere && !replace)
+            write.Fail({.tag = ErrorTag::kDataExists,
+                        .message = "there is a checkpoint " + checkpoint.name +
+                                   "; replace it, delete it first, or choose another name"});
+        if (!isThere && write.Count(database) >= options.checkpointLimit)
+            write.Fail({.tag = ErrorTag::kResourceDenied,
+                        .message = "there are " + std::to_string(options.checkpointLimit) +
+                                   " checkpoints, which is the most; delete one first"});
+        write.Put(database, checkpoint.name, codec::ToBytes(checkpoint));
+    });
+    if (error) return base::Unexpected(std::move(*error));
+    return checkpoint;
+}
+
+std::optional<Error> Store::DropCheckpoint(const std::string& name)
+{
+    const MDB_dbi database = m_impl->environment->checkpoints;
+    return m_impl->Write("deleting the checkpoint", [&](WriteTransaction& write) {
+        if (!write.Has(database, name)) write.Fail(NoCheckpoint(name));
+        write.Erase(database, name);
+    });
+}
+
+base::expected<Checkpoint, Error> Store::FindCheckpoint(const std::string& name) const
+{
+    const auto all = Checkpoints();
+    const auto found =
+        std::find_if(all.begin(), all.end(), [&name](const Checkpoint& each) { return each.name == name; });
+    if (found == all.end()) return base::Unexpected(NoCheckpoint(name));
+    return *found;
+}
+
+std::vector<Checkpoint> Store::Checkpoints() const
+{
+    auto& environment = *m_impl->environment;
+    const auto reading = environment.BeginReading();
+    std::vector<Checkpoint> checkpoints;
+    Cursor cursor(reading->transaction, environment.checkpoints);
+    for (bool more = cursor.Go(MDB_FIRST); more; more = cursor.Go(MDB_NEXT)) {
+        const auto payload = codec::Payload(cursor.Value());
+        auto checkpoint = payload ? codec::CheckpointOf(cursor.Key(), *payload) : std::nullopt;
+        if (checkpoint) checkpoints.push_back(std::move(*checkpoint));
+    }
+    if (cursor.code != MDB_NOTFOUND) environment.Fail("reading", cursor.code);
+    return checkpoints;
 }
 
 std::optional<Error> Store::AddFaults(std::vector<Fault> faults)

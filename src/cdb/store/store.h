@@ -30,8 +30,8 @@ namespace cdb {
 class StagedCommit;
 
 /// The write side, held by one process at a time. Calls that write (Begin up to Commit, SetSchema,
-/// AddFaults) are for one thread at a time: a second write is refused. Const functions may be called by any
-/// thread at any time, and throw FatalError if the file can't be read.
+/// SetCheckpoint, DropCheckpoint, AddFaults) are for one thread at a time: a second write is refused. Const
+/// functions may be called by any thread at any time, and throw FatalError if the file can't be read.
 class Store {
 public:
     /// Opens or creates the store. Throws FatalError, having changed nothing, if another process holds it
@@ -103,6 +103,17 @@ public:
 
     /// The bytes that the history's limit counts.
     [[nodiscard]] std::uint64_t HistoryBytes() const;
+
+    /// Marks the last commit by the checkpoint's name, durably, and returns the checkpoint with the commit's
+    /// number. kDataExists if there is one of that name that is not to be replaced; kResourceDenied beyond
+    /// checkpointLimit.
+    [[nodiscard]] base::expected<Checkpoint, Error> SetCheckpoint(Checkpoint checkpoint, bool replace);
+    /// Removes it, durably. kDataMissing if there is none of that name.
+    [[nodiscard]] std::optional<Error> DropCheckpoint(const std::string& name);
+    /// kDataMissing if there is none of that name.
+    [[nodiscard]] base::expected<Checkpoint, Error> FindCheckpoint(const std::string& name) const;
+    /// All of them, in ascending byte order of their names. Unreadable ones are left out.
+    [[nodiscard]] std::vector<Checkpoint> Checkpoints() const;
 
     /// Stores them durably, together, and gives them their numbers. Texts are cut to 4096 bytes; the oldest
     /// faults beyond faultLimit are dropped.

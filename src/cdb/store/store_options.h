@@ -14,6 +14,7 @@ struct StoreOptions {
     std::size_t historyLimit = 500;                    // commits
     std::size_t historyBytes = std::size_t{64} << 20;  // of payload; at most a quarter of mapSize
     std::uint32_t historyDays = 0;                     // older commits are dropped; 0: none for its age
+    std::size_t checkpointLimit = 100;
     std::size_t faultLimit = 1000;
     bool remake = false;  // makes an empty store if one has lost its data file, instead of refusing it
 };

@@ -70,14 +70,30 @@ std::uint64_t WriteTransaction::LastNumber(MDB_dbi database)
     return 0;
 }
 
-void WriteTransaction::Trim(MDB_dbi database, std::size_t limit)
+bool WriteTransaction::Has(MDB_dbi database, std::string_view key)
 {
-    if (m_error) return;
+    if (m_error) return false;
+    MDB_val name = Bytes(key);
+    MDB_val ignored{};
+    const int code = mdb_get(m_transaction, database, &name, &ignored);
+    if (code != MDB_NOTFOUND) Remember(code);
+    return code == MDB_SUCCESS;
+}
+
+std::size_t WriteTransaction::Count(MDB_dbi database)
+{
+    if (m_error) return 0;
     MDB_stat statistics{};
     Remember(mdb_stat(m_transaction, database, &statistics));
-    if (m_error || statistics.ms_entries <= limit) return;
+    return m_error ? 0 : statistics.ms_entries;
+}
+
+void WriteTransaction::Trim(MDB_dbi database, std::size_t limit)
+{
+    const std::size_t entries = Count(database);
+    if (m_error || entries <= limit) return;
     Cursor cursor(m_transaction, database);
-    for (std::size_t count = statistics.ms_entries; count > limit && !m_error; --count) {
+    for (std::size_t count = entries; count > limit && !m_error; --count) {
         if (cursor.Go(MDB_FIRST)) cursor.Drop();
         Remember(cursor.code);
     }

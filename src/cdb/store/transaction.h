@@ -69,6 +69,9 @@ public:
     [[nodiscard]] std::optional<std::uint64_t> Number(std::string_view key);
     /// The number that is the last key; 0 if there is none.
     [[nodiscard]] std::uint64_t LastNumber(MDB_dbi database);
+    [[nodiscard]] bool Has(MDB_dbi database, std::string_view key);
+    /// The number of the database's records.
+    [[nodiscard]] std::size_t Count(MDB_dbi database);
     /// Drops the first records until `limit` are left.
     void Trim(MDB_dbi database, std::size_t limit);
 

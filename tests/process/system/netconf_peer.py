@@ -140,6 +140,41 @@ def check_state(connection):
     assert "198.51.100.1" in text, text
 
 
+def check_history(connection):
+    """The number of a commit, which no client trips over, and going back by our module's operations."""
+    ns = "urn:switch:yang:switch-history"
+
+    def ask(operation, content):
+        return connection.dispatch(etree.fromstring(f'<{operation} xmlns="{ns}">{content}</{operation}>'))
+
+    def number_of(reply):
+        assert reply.ok, reply
+        return etree.fromstring(str(reply).encode()).get(f"{{{ns}}}commit")
+
+    def commit_rate(rate):
+        connection.edit_config(target="candidate", config=sflow(
+            f"<interface><name>eth1</name><sampling-rate>{rate}</sampling-rate></interface>"))
+        return int(number_of(connection.commit()))
+
+    first = commit_rate(21)
+    ask("checkpoint", "<name>before-22</name>")
+    assert commit_rate(22) == first + 1
+    assert number_of(connection.commit()) is None
+    changes = etree.fromstring(str(ask("commit-changes", f"<commit>{first + 1}</commit>")).encode())
+    for part, rate in (("before", "21"), ("after", "22")):
+        rates = [leaf.text for leaf in changes.find(f"{{{ns}}}{part}").iter(f"{{{SFLOW}}}sampling-rate")]
+        assert rates == [rate], rates
+    ask("rollback", "<checkpoint>before-22</checkpoint>")
+    assert rate_of(connection, "candidate", "eth1") == ["21"]
+    assert rate_of(connection, "running", "eth1") == ["22"]
+    assert int(number_of(connection.commit())) == first + 2
+    assert rate_of(connection, "running", "eth1") == ["21"]
+    refused("invalid-value", ask, "rollback", "<back>4294967295</back>")
+    refused("data-missing", ask, "rollback", "<checkpoint>never-set</checkpoint>")
+    ask("delete-checkpoint", "<name>before-22</name>")
+    commit_rate(23)
+
+
 def main():
     def connect():
         return connect_relay(sys.argv[2]) if sys.argv[1] == "relay" else connect_ssh(*sys.argv[2:5])
@@ -149,6 +184,7 @@ def main():
     check_commit(connection)
     check_errors(connection, other)
     check_state(connection)
+    check_history(connection)
     connection.kill_session(other.session_id)
     other.timeout = 5  # the library may miss the end of a transport that goes while it sends
     try:

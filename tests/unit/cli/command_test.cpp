@@ -71,8 +71,16 @@ TEST(Understand, RefusesWithWhatIsPossible)
     } rows[] = {
         {"nonsense",
          "error: unknown command \"nonsense\"; possible: set, delete, load, show, compare, validate, commit, "
-         "discard, request, help, exit"},
-        {"show", "error: the command is not complete; possible: configuration, sflow, system, version"},
+         "discard, rollback, request, help, exit"},
+        {"show",
+         "error: the command is not complete; possible: configuration, history, checkpoints, sflow, system, "
+         "version"},
+        {"rollback", "error: N|CHECKPOINT is missing; usage: rollback N|CHECKPOINT"},
+        {"rollback 1 2", "error: \"2\" is unknown here; usage: rollback N|CHECKPOINT"},
+        {"rollback commit", "error: ID is missing; usage: rollback commit ID"},
+        {"rollback commit x", "error: \"x\" is no number; usage: rollback commit ID"},
+        {"show history -1", "error: \"-1\" is no number; usage: show history [ID] [| json]"},
+        {"request checkpoint a b", "error: \"b\" is unknown here; usage: request checkpoint NAME [replace]"},
         {"show system", "error: the command is not complete; possible: processes, faults"},
         {"show system fans", "error: \"fans\" is unknown here; possible: processes, faults"},
         {"load", "error: the command is not complete; possible: merge, replace"},
@@ -117,7 +125,7 @@ TEST(Help, ListsTheCommandsThatBeginWithTheWords)
               "      Shows the faults that processes reported.\n");
     for (const cli::Command& command : cli::Commands())
         EXPECT_THAT(cli::Help(cli::Commands(), {}), HasSubstr("  " + cli::Usage(command) + "\n"));
-    EXPECT_THROW(cli::Help(cli::Commands(), {"rollback"}), cli::Error);
+    EXPECT_THROW(cli::Help(cli::Commands(), {"roll"}), cli::Error);
 }
 
 }  // namespace

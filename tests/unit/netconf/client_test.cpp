@@ -233,6 +233,25 @@ TEST(Reply, SaysWhatIsNoReply)
               "the element <a> of the server's message has no namespace");
 }
 
+TEST(Replies, HaveTheCommitsNumberAndOutputs)
+{
+    const auto parse = [](const std::string& attributes, const std::string& content) {
+        return netconf::ParseReply("<rpc-reply xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" " +
+                                   attributes + ">" + content + "</rpc-reply>")
+            .value();
+    };
+    const std::string declared = "xmlns:h=\"urn:switch:yang:switch-history\" ";
+    EXPECT_EQ(parse(declared + "h:commit=\"18446744073709551615\"", "<ok/>").commit, UINT64_MAX);
+    EXPECT_EQ(parse(declared + "h:commit=\"-1\"", "<ok/>").commit, std::nullopt);
+    EXPECT_EQ(parse("commit=\"7\"", "<ok/>").commit, std::nullopt);
+    EXPECT_EQ(parse("xmlns:h=\"urn:other\" h:commit=\"7\"", "<ok/>").commit, std::nullopt);
+    const auto reply = parse("", "<before xmlns=\"urn:x\"><a>1</a></before><after xmlns=\"urn:x\"/>");
+    EXPECT_TRUE(reply.ok);
+    EXPECT_EQ(reply.output.size(), 1U);
+    EXPECT_EQ(reply.output.at("before"), "<a>1</a>");
+    EXPECT_EQ(reply.data, "");
+}
+
 TEST(Requests, EscapeTheirArguments)
 {
     EXPECT_EQ(netconf::Commit("a<b"),

@@ -154,7 +154,9 @@ TEST_F(State, OfTheProcessesIsOurOwn)
                     "<subscription>/config/oam/sflow/agent</subscription>"
                     "<callpoint>sflow-set-sampling-rate</callpoint></process><access><denied-operations>0</"
                     "denied-operations>"
-                    "<denied-data-writes>0</denied-data-writes></access></system></state>"));
+                    "<denied-data-writes>0</denied-data-writes></access>"
+                    "<history xmlns=\"urn:switch:yang:switch-history\"><newest>0</newest></history>"
+                    "</system></state>"));
 }
 
 TEST_F(State, ComesInManyParts)

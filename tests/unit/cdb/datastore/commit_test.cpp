@@ -89,7 +89,8 @@ TEST_F(Commits, TheUndoOfEachTakesItBack)
     const auto history = store->History(10);
     ASSERT_EQ(history.size(), 4U);
     for (std::size_t i = 0; i < history.size(); ++i) {
-        ASSERT_FALSE(datastore->Undo(UndoOf(*store, history[i].commit)));
+        // Each roll-back is a commit too.
+        ASSERT_TRUE(datastore->RollBack({.commit = history[i].commit - 1}).empty());
         Commit();
         EXPECT_EQ(Shown(RunningTree().get()), states[states.size() - 2 - i]);
     }

@@ -134,7 +134,7 @@ cdb::TreePtr DatastoreTest::CandidateTree() const
 cdb::ChangeSet DatastoreTest::Commit()
 {
     auto result = datastore->Commit({"tester", "test", "", 1});
-    if (result) return *std::move(result);
+    if (result) return std::move(result->changes);
     ADD_FAILURE() << result.error().front().message;
     return {};
 }

@@ -72,8 +72,7 @@ protected:
     void RollBack()
     {
         const std::string running = naive::Everything(RunningTree().get());
-        const auto entry = store->HistoryUndo(store->LastCommit());
-        ASSERT_FALSE(datastore->Undo(entry.value()));
+        ASSERT_TRUE(datastore->RollBack({.back = 1}).empty());
         ASSERT_EQ(naive::RowsOf(TheSchema(), CandidateTree().get()), m_before);
         datastore->Discard();
         ASSERT_EQ(naive::Everything(RunningTree().get()), running);
