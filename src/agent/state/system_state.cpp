@@ -11,6 +11,7 @@
 #include <set>
 #include <utility>
 
+#include "agent/data/yang_tree.h"
 #include "base/text.h"
 #include "base/version.h"
 #include "log/log.h"
@@ -19,13 +20,6 @@ namespace agent {
 namespace {
 
 constexpr std::size_t kFaultsShown = 1000;
-
-const lysc_node* Child(const lysc_node* parent, std::string_view name)
-{
-    for (const lysc_node* child = lysc_node_child(parent); child != nullptr; child = child->next)
-        if (name == child->name) return child;
-    return nullptr;
-}
 
 const char* RoleName(Role role)
 {
@@ -54,7 +48,7 @@ SystemState::SystemState(const ly_ctx* context, const lysc_node* system, StateTr
 
 StateTree::Node* SystemState::Entry(const char* list, std::initializer_list<std::string> keys)
 {
-    const lysc_node* schema = Child(m_system, list);
+    const lysc_node* schema = SchemaChild(m_system, list);
     if (schema == nullptr) return nullptr;
     std::vector<std::string_view> kept;
     for (const std::string& key : keys) kept.push_back(m_tree.Keep(key));
@@ -63,7 +57,7 @@ StateTree::Node* SystemState::Entry(const char* list, std::initializer_list<std:
 
 void SystemState::Leaf(StateTree::Node& node, const char* parent, const char* name, std::string_view value)
 {
-    Leaf(node, Child(Child(m_system, parent), name), value);
+    Leaf(node, SchemaChild(SchemaChild(m_system, parent), name), value);
 }
 
 void SystemState::Leaf(StateTree::Node& node, const lysc_node* leaf, std::string_view value)
@@ -75,7 +69,10 @@ void SystemState::Leaf(StateTree::Node& node, const lysc_node* leaf, std::string
         slog::Debug("state: {} can't be \"{}\"", leaf == nullptr ? "a leaf" : leaf->name, value);
 }
 
-void SystemState::AddVersion() { Leaf(m_tree.At(m_system), Child(m_system, "version"), base::Version()); }
+void SystemState::AddVersion()
+{
+    Leaf(m_tree.At(m_system), SchemaChild(m_system, "version"), base::Version());
+}
 
 void SystemState::AddProcesses(const std::vector<ClientPtr>& clients, Role role)
 {
@@ -128,7 +125,7 @@ void SystemState::AddFault(const cdb::Fault& fault)
 void SystemState::AddDenials(const Access::Denials& denials)
 {
     static constexpr const char* kContainer = "access";
-    const lysc_node* schema = Child(m_system, kContainer);
+    const lysc_node* schema = SchemaChild(m_system, kContainer);
     if (schema == nullptr) return;
     StateTree::Node& access = StateTree::ContainerIn(m_tree.At(m_system), schema);
     Leaf(access, kContainer, "denied-operations", std::to_string(denials.operations));
