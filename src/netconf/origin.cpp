@@ -29,7 +29,8 @@ std::optional<Origin> TakeOrigin(std::string& message)
     if (!message.starts_with(kBeginning)) return std::nullopt;
     const std::size_t end = message.find('\n');
     if (end == std::string::npos) return std::nullopt;
-    const std::string host = Address(std::string_view(message).substr(kBeginning.size(), end - kBeginning.size()));
+    const std::string host =
+        Address(std::string_view(message).substr(kBeginning.size(), end - kBeginning.size()));
     if (host.empty()) return std::nullopt;
     message.erase(0, end + 1);
     return Origin{host};

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // How the relay tells the server that a session comes over SSH, and from where: one line before the client's
-// hello. Only the relay can know it. It is no proof, since users can run the relay, or speak as it, themselves:
-// it serves to be shown.
+// hello. Only the relay can know it. It is no proof, since users can run the relay, or speak as it,
+// themselves: it serves to be shown.
 
 #ifndef NETCONF_ORIGIN_H
 #define NETCONF_ORIGIN_H

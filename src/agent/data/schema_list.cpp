@@ -4,8 +4,8 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstdint>
+#include <cstdlib>
 #include <tuple>
 
 #include "cdb/schema/libyang_owner.h"

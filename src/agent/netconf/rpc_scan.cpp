@@ -210,13 +210,16 @@ private:
 
 void SentConfig::Declare(const netconf::XmlElement& around)
 {
+    // Elements as deep as this one, and their content, have ended.
+    while (!m_inScope.empty() && m_inScope.back().depth >= around.depth) m_inScope.pop_back();
     for (const netconf::XmlDeclaration& each : around.declarations)
-        m_declared.insert_or_assign(std::string(each.prefix), std::string(each.ns));
+        m_inScope.push_back({around.depth, std::string(each.prefix), std::string(each.ns)});
 }
 
 void SentConfig::Open(const netconf::XmlElement& config)
 {
     m_open = true;
+    for (Declaration& each : m_inScope) m_declared.insert_or_assign(each.prefix, std::move(each.ns));
     m_begin = config.end;
 }
 

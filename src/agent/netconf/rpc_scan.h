@@ -27,7 +27,7 @@ namespace agent {
 /// 6) becomes that of its YANG module, where libyang looks for it.
 class SentConfig {
 public:
-    /// Notes what an element around the configuration declares; outer ones first.
+    /// Notes what an element declares that may be around the configuration; in the order of the document.
     void Declare(const netconf::XmlElement& around);
 
     /// <config> begins; its own declarations were noted before.
@@ -60,6 +60,12 @@ private:
     };
     void AddDeclarations(const netconf::XmlElement& element, std::string_view message);
 
+    struct Declaration {
+        std::size_t depth = 0;
+        std::string prefix;
+        std::string ns;
+    };
+    std::vector<Declaration> m_inScope;                          // before <config>, outer ones first
     std::map<std::string, std::string, std::less<>> m_declared;  // namespaces by prefix
     std::vector<Change> m_changed;                               // in order
     std::size_t m_addedBytes = 0;

@@ -28,10 +28,9 @@ TEST(Origin, IsAnAddressOrNothing)
 {
     EXPECT_EQ(OriginLine(""), "");
     EXPECT_EQ(OriginLine("somewhere 1 2 3"), "");
-    for (const char* said :
-         {"", "<hello/>", "cdb-netconf-relay ssh <hello/>", "cdb-netconf-relay ssh 192.0.2.7",
-          "cdb-netconf-relay ssh elsewhere\n<hello/>", " cdb-netconf-relay ssh 192.0.2.7\n",
-          "cdb-netconf-relay ssh \n<hello/>"}) {
+    for (const char* said : {"", "<hello/>", "cdb-netconf-relay ssh <hello/>",
+                             "cdb-netconf-relay ssh 192.0.2.7", "cdb-netconf-relay ssh elsewhere\n<hello/>",
+                             " cdb-netconf-relay ssh 192.0.2.7\n", "cdb-netconf-relay ssh \n<hello/>"}) {
         std::string message = said;
         EXPECT_FALSE(TakeOrigin(message)) << said;
         EXPECT_EQ(message, said);

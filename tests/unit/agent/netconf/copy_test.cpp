@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
-#include "agent/access/access_world.h"
 #include "agent/agent_world.h"
 #include "agent/rpc_text.h"
 
@@ -87,7 +87,8 @@ TEST_F(Copying, OfABadValueChangesNothing)
     CommitCollectors(Collector("c1"));
     Do(m_client, EditConfig(Sflow(Collector("c2"))));
     const std::string before = Candidate();
-    Refused(m_client, CopySent(Sflow(Collector("c3") + Collector("c4", "<ip>nowhere</ip>"))), "invalid-value");
+    Refused(m_client, CopySent(Sflow(Collector("c3") + Collector("c4", "<ip>nowhere</ip>"))),
+            "invalid-value");
     Refused(m_client, CopySent(Sflow("<collector/>")), "missing-element");
     Refused(m_client, CopySent("text"), "bad-element");
     EXPECT_EQ(Candidate(), before);
@@ -116,6 +117,21 @@ TEST_F(Copying, IsRefusedWhereItMakesNoSense)
         Refused(m_client, "<delete-config><target>" + std::string(target) + "</target></delete-config>",
                 "unknown-element");
     EXPECT_THAT(Running(), HasSubstr("c1"));
+}
+
+/// What an element declares holds inside of it only.
+TEST_F(Copying, ReadsPrefixesInTheirPlaces)
+{
+    const std::string other = " xmlns:s=\"urn:elsewhere\"";
+    const std::string content = "<config xmlns=\"" + kConfigNamespace +
+                                "\"><s:oam><s:sflow><s:collector><s:name>c1</s:name>"
+                                "<s:ip>192.0.2.1</s:ip></s:collector></s:sflow></s:oam></config>";
+    const std::string here = " xmlns:s=\"" + kSflowNamespace + "\"";
+    Do(m_client, "<copy-config" + here + "><target" + other + "><candidate" + other +
+                     "/></target><source><config>" + content + "</config></source></copy-config>");
+    EXPECT_THAT(Candidate(), HasSubstr("c1"));
+    Do(m_client, "<edit-config" + here + "><target" + other + "><candidate/></target><config>" + content +
+                     "</config></edit-config>");
 }
 
 TEST_F(Copying, HeedsTheLockOfAnother)
@@ -181,8 +197,9 @@ protected:
 TEST_F(GoingOn, DoesWhatCanBeDoneAndTellsEachError)
 {
     CommitCollectors(Collector("c1"));
-    const auto reply = Edit(Delete("collector", "c8") + Collector("c2") +
-                            "<collector nc:operation=\"create\"><name>c1</name></collector>" + Collector("c3"));
+    const auto reply =
+        Edit(Delete("collector", "c8") + Collector("c2") +
+             "<collector nc:operation=\"create\"><name>c1</name></collector>" + Collector("c3"));
     ASSERT_EQ(reply.errors.size(), 2U) << reply.xml;
     EXPECT_EQ(reply.errors[0].tag, "data-missing");
     EXPECT_EQ(reply.errors[1].tag, "data-exists");
@@ -200,7 +217,8 @@ TEST_F(GoingOn, IsOkWithoutErrors)
 /// A collector with a wrong "enabled" must not come into being with the default, which is true.
 TEST_F(GoingOn, MakesANewEntryWholeOrNotAtAll)
 {
-    const auto reply = Edit(Collector("c1", "<ip>192.0.2.1</ip><enabled>perhaps</enabled>") + Collector("c2"));
+    const auto reply =
+        Edit(Collector("c1", "<ip>192.0.2.1</ip><enabled>perhaps</enabled>") + Collector("c2"));
     ASSERT_EQ(reply.errors.size(), 1U) << reply.xml;
     EXPECT_EQ(reply.errors[0].tag, "invalid-value");
     EXPECT_THAT(Candidate(), Not(HasSubstr("c1")));
@@ -210,9 +228,10 @@ TEST_F(GoingOn, MakesANewEntryWholeOrNotAtAll)
 TEST_F(GoingOn, KeepsAnEntryThatCouldNotBeReplaced)
 {
     CommitCollectors(Collector("c1", "<ip>192.0.2.1</ip><port>7000</port>"));
-    const auto reply = Edit("<collector nc:operation=\"replace\"><name>c1</name><ip>192.0.2.9</ip>"
-                            "<port>no</port></collector>" +
-                            Collector("c2"));
+    const auto reply = Edit(
+        "<collector nc:operation=\"replace\"><name>c1</name><ip>192.0.2.9</ip>"
+        "<port>no</port></collector>" +
+        Collector("c2"));
     ASSERT_EQ(reply.errors.size(), 1U) << reply.xml;
     EXPECT_THAT(Candidate(), HasSubstr("7000"));
     EXPECT_THAT(Candidate(), Not(HasSubstr("192.0.2.9")));

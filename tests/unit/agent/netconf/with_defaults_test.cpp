@@ -34,9 +34,10 @@ protected:
     std::string Read(const std::string& source)
     {
         return m_client
-            .Call("<get-config><source><" + source +
-                  "/></source><with-defaults xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-with-defaults\">"
-                  "report-all-tagged</with-defaults></get-config>")
+            .Call(
+                "<get-config><source><" + source +
+                "/></source><with-defaults xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-with-defaults\">"
+                "report-all-tagged</with-defaults></get-config>")
             .xml;
     }
     std::string Candidate() { return Config(m_client, "candidate"); }
@@ -116,12 +117,13 @@ TEST_F(WithDefaults, OfAnotherValueAreRefused)
             "bad-attribute");
     Refused(m_client, EditConfig(Sflow(Collector("c1", Tagged("port", "6343", "", "yes")))), "bad-attribute");
     // A bad value elsewhere is told by its own name.
-    EXPECT_THAT(Refused(m_client,
-                        EditConfig(Sflow(Collector("c1", Tagged("port", "6343") +
-                                                             "<datagram-size>1</datagram-size>"))),
-                        "invalid-value")
-                    .path,
-                HasSubstr("datagram-size"));
+    EXPECT_THAT(
+        Refused(
+            m_client,
+            EditConfig(Sflow(Collector("c1", Tagged("port", "6343") + "<datagram-size>1</datagram-size>"))),
+            "invalid-value")
+            .path,
+        HasSubstr("datagram-size"));
     EXPECT_THAT(Candidate(), HasSubstr("<port>7000</port>"));
 }
 
@@ -137,12 +139,13 @@ TEST_F(WithDefaults, TagLeavesOnly)
             "unknown-attribute");
 }
 
-/// Two prefixes of the namespace, one that is declared again, one that is written with a reference, and one in a
-/// text: none of them confuses the reader.
+/// Two prefixes of the namespace, one that is declared again, one that is written with a reference, and one
+/// in a text: none of them confuses the reader.
 TEST_F(WithDefaults, HoweverTheNamespaceIsDeclared)
 {
     Edit(Collector("c1", "<ip>192.0.2.1</ip><port>7000</port>"));
-    Edit("<collector xmlns:a=\"" + kTag + "\" xmlns:b=\"" + kTag + "\"><name>c1</name>"
+    Edit("<collector xmlns:a=\"" + kTag + "\" xmlns:b=\"" + kTag +
+         "\"><name>c1</name>"
          "<port b:default=\"true\">6343</port>" +
          Tagged("enabled", "true") + "</collector>");
     EXPECT_THAT(Candidate(), Not(HasSubstr("port")));

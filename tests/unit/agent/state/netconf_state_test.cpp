@@ -9,6 +9,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "agent/agent_world.h"
@@ -40,8 +41,8 @@ protected:
 
     std::string State(const std::string& inner)
     {
-        const auto reply = m_client.Call("<get><filter><netconf-state xmlns=\"" + kMonitoring + "\">" + inner +
-                                         "</netconf-state></filter></get>");
+        const auto reply = m_client.Call("<get><filter><netconf-state xmlns=\"" + kMonitoring + "\">" +
+                                         inner + "</netconf-state></filter></get>");
         EXPECT_TRUE(reply.ok) << reply.xml;
         return reply.xml;
     }
@@ -87,7 +88,8 @@ TEST_F(NetconfStateTest, ShowsTheSessions)
     auto other = m_world.Connect();
     const std::string xml = State("<sessions/>");
     const auto ids = Found(xml, "<session-id>([0-9]+)</session-id>");
-    EXPECT_THAT(ids, testing::ElementsAre(std::to_string(m_client.SessionId()), std::to_string(other.SessionId())));
+    EXPECT_THAT(
+        ids, testing::ElementsAre(std::to_string(m_client.SessionId()), std::to_string(other.SessionId())));
     EXPECT_THAT(xml, HasSubstr("<transport xmlns:switch-system=\"urn:switch:yang:switch-system\">"
                                "switch-system:netconf-unix-socket</transport>"));
     EXPECT_EQ(Found(xml, "<username>([^<]+)</username>").size(), 2U);
@@ -99,7 +101,7 @@ TEST_F(NetconfStateTest, ShowsTheSessions)
 TEST_F(NetconfStateTest, CountsByTheStandard)
 {
     const int before = Count(Own(), "in-rpcs");
-    m_client.Call("<make-tea/>");      // a good <rpc>, refused
+    m_client.Call("<make-tea/>");                                         // a good <rpc>, refused
     const std::string bad = "<rpc xmlns=\"" + kBase + "\"><get/></rpc>";  // no message-id: not a good one
     m_client.SendRaw("\n#" + std::to_string(bad.size()) + "\n" + bad + "\n##\n");
     m_client.Receive();
@@ -172,8 +174,8 @@ TEST(SchemaList, HasSubmodulesAndAllRevisions)
 {
     ly_ctx* context = nullptr;
     ASSERT_EQ(ly_ctx_new(nullptr, LY_CTX_NO_YANGLIBRARY, &context), LY_SUCCESS);
-    const auto give = [](const char*, const char*, const char* submodule, const char*, void*, LYS_INFORMAT* format,
-                         const char** text, ly_module_imp_data_free_clb* release) {
+    const auto give = [](const char*, const char*, const char* submodule, const char*, void*,
+                         LYS_INFORMAT* format, const char** text, ly_module_imp_data_free_clb* release) {
         *format = LYS_IN_YANG;
         *release = nullptr;
         *text = submodule != nullptr
@@ -200,7 +202,8 @@ class YangLibrary : public NetconfStateTest {
 protected:
     std::string Library(const std::string& container)
     {
-        return m_client.Call("<get><filter><" + container + " xmlns=\"" + kLibrary + "\"/></filter></get>").xml;
+        return m_client.Call("<get><filter><" + container + " xmlns=\"" + kLibrary + "\"/></filter></get>")
+            .xml;
     }
 };
 
@@ -214,9 +217,10 @@ TEST_F(YangLibrary, NamesTheModulesFeaturesAndDatastores)
     EXPECT_THAT(xml, HasSubstr("<name xmlns:ietf-datastores=\"urn:ietf:params:xml:ns:yang:ietf-datastores\">"
                                "ietf-datastores:running</name>"));
     EXPECT_THAT(xml, Not(HasSubstr("file:")));  // places on the switch are no client's business
-    const std::string capability = "urn:ietf:params:netconf:capability:yang-library:1.1?revision=2019-01-04"
-                                   "&content-id=" +
-                                   Schema().ContentId();
+    const std::string capability =
+        "urn:ietf:params:netconf:capability:yang-library:1.1?revision=2019-01-04"
+        "&content-id=" +
+        Schema().ContentId();
     EXPECT_THAT(m_client.ServerHello().capabilities, testing::Contains(capability));
 }
 
