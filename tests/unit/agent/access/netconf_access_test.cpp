@@ -20,7 +20,8 @@ using testing::HasSubstr;
 using testing::Not;
 
 constexpr const char* kSessions =
-    "<netconf-state xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><sessions/></netconf-state>";
+    "<netconf-state "
+    "xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><sessions/></netconf-state>";
 
 class BoundUser : public testing::Test {
 protected:

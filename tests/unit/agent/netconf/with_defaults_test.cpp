@@ -44,7 +44,7 @@ protected:
     void Edit(const std::string& content) { Do(m_client, EditConfig(Sflow(content))); }
 };
 
-TEST_F(WithDefaults, AreTaggedWhereNobodyHasSetThem)
+TEST_F(WithDefaults, AreTaggedWhereTheyWereNotSet)
 {
     Edit(Collector("c1", "<ip>192.0.2.1</ip><port>6343</port>"));
     const std::string xml = Read("candidate");
