@@ -115,15 +115,39 @@ bool Walk::CheckAttributes(const Node& child, std::span<const netconf::XmlAttrib
         const bool isFilter = !InData() && child.kind == NodeKind::kAny && child.name == "filter";
         if (isFilter && attribute.ns.empty() && (attribute.name == "type" || attribute.name == "select"))
             continue;
-        if (InData() && attribute.name == "operation" && attribute.ns == netconf::kBaseNamespace) {
+        const bool isOperation = InData() && m_allowed.operation && attribute.name == "operation";
+        if (isOperation && attribute.ns == netconf::kBaseNamespace) {
             if (!BadOperation(child, attribute.value)) return false;
             continue;
         }
-        const bool isUnqualified = InData() && attribute.name == "operation" && attribute.ns.empty();
+        if (InData() && m_allowed.isDefault && child.kind == NodeKind::kLeaf && !child.isKey &&
+            attribute.name == "default" && attribute.ns == netconf::kDefaultAttributeNamespace) {
+            if (!CheckDefault(child, attributes, attribute.value)) return false;
+            continue;
+        }
+        const bool isUnqualified = isOperation && attribute.ns.empty();
         return UnknownAttribute(
             child, attribute.name,
             isUnqualified ? "put it in the NETCONF base namespace, as nc:operation" : "leave it out");
     }
+    return true;
+}
+
+/// An xs:boolean, and no operation beside it that takes the leaf out.
+bool Walk::CheckDefault(const Node& child, std::span<const netconf::XmlAttribute> attributes,
+                        std::string_view value)
+{
+    static constexpr std::array<std::string_view, 4> kBooleans{"true", "false", "1", "0"};
+    const auto bad = [&](const std::string& message) {
+        return Refuse(ErrorTag::kBadAttribute, PathOf(child), message,
+                      {{"bad-attribute", "default"}, {"bad-element", std::string(child.name)}});
+    };
+    if (std::find(kBooleans.begin(), kBooleans.end(), value) == kBooleans.end())
+        return bad("the attribute \"default\" of " + Described(child) + " can't be \"" +
+                   base::Presentable(value, kShownValue) + "\"; use true or false");
+    for (const netconf::XmlAttribute& other : attributes)
+        if (other.name == "operation" && (other.value == "delete" || other.value == "remove"))
+            return bad(Described(child) + " is tagged as a default and deleted; leave one out");
     return true;
 }
 

@@ -27,6 +27,14 @@ public:
     /// has at most `maxText` bytes.
     Walk(const SchemaIndex& index, const Node& top, std::size_t maxText);
 
+    /// The attributes that nodes of data may have: nc:operation, and, on leaves, the tag "default" of RFC
+    /// 6243.
+    struct Attributes {
+        bool operation = true;
+        bool isDefault = false;
+    };
+    void Allow(Attributes attributes) { m_allowed = attributes; }
+
     // Each of these returns null or false if it refuses; Problem then says why, and the walk is over.
 
     /// The child of the innermost open node.
@@ -68,6 +76,8 @@ private:
     [[nodiscard]] std::string PathOf(const Node& child) const;
     [[nodiscard]] std::string Described(std::size_t depth) const;
     [[nodiscard]] std::string Described(const Node& child) const;
+    bool CheckDefault(const Node& child, std::span<const netconf::XmlAttribute> attributes,
+                      std::string_view value);
     bool Refuse(cdb::ErrorTag tag, std::string path, std::string message,
                 std::vector<std::pair<std::string, std::string>> info);
     void RefuseUnknown(std::string_view ns, std::string_view name);
@@ -78,6 +88,7 @@ private:
     const std::size_t m_maxText;
     std::vector<Frame> m_frames;  // up to m_depth in use; the others keep their memory
     std::size_t m_depth = 0;
+    Attributes m_allowed;
     std::optional<std::size_t> m_dataDepth;  // of the frame that holds top-level data
     cdb::Error m_problem;
 };

@@ -11,6 +11,10 @@ namespace netconf {
 
 inline constexpr std::string_view kBaseNamespace = "urn:ietf:params:xml:ns:netconf:base:1.0";
 inline constexpr std::string_view kHistoryNamespace = "urn:switch:yang:switch-history";
+/// Of the attribute "default" (RFC 6243, section 6), and of the YANG module that stands for it in libyang.
+inline constexpr std::string_view kDefaultAttributeNamespace = "urn:ietf:params:xml:ns:netconf:default:1.0";
+inline constexpr std::string_view kWithDefaultsNamespace =
+    "urn:ietf:params:xml:ns:yang:ietf-netconf-with-defaults";
 inline constexpr std::string_view kBase10 = "urn:ietf:params:netconf:base:1.0";
 inline constexpr std::string_view kBase11 = "urn:ietf:params:netconf:base:1.1";
 

@@ -17,7 +17,7 @@ struct EditOptions {
     /// test-then-set, set, test-only; empty: the server's default, test-then-set, which refuses an edit
     /// that would leave the candidate invalid.
     std::string testOption;
-    std::string errorOption;  // stop-on-error, rollback-on-error
+    std::string errorOption;  // stop-on-error, continue-on-error, rollback-on-error
 };
 
 /// `filter`: the elements of a subtree filter; nullopt selects everything, an empty one nothing.

@@ -8,9 +8,11 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <string>
 
 #include "base/directories.h"
 #include "base/options/options.h"
+#include "netconf/origin.h"
 #include "netconf/relay.h"
 #include "netconf/socket.h"
 
@@ -29,6 +31,10 @@ int main(int argc, char** argv)
         if (help || version) return EXIT_SUCCESS;
         std::signal(SIGPIPE, SIG_IGN);
         const base::UniqueFd server = netconf::ConnectSocket(base::RunDirectory() + "/netconf.sock");
+        const char* connection = std::getenv("SSH_CONNECTION");
+        const std::string origin = netconf::OriginLine(connection == nullptr ? "" : connection);
+        // A new socket takes so little at once. If it does not, the server has gone: the relay sees that.
+        if (!origin.empty()) static_cast<void>(::write(server.Get(), origin.data(), origin.size()));
         return netconf::Relay(STDIN_FILENO, STDOUT_FILENO, server.Get()) ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const std::exception& error) {
         std::cerr << "cdb-netconf-relay: " << error.what() << "\n";

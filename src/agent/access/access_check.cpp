@@ -62,7 +62,9 @@ private:
     {
         const auto own = cdb::OperationOf(edit, inherited);
         if (schema == nullptr || !own) return;  // the datastore refuses it
-        const EditOp operation = *own;
+        // A leaf that is tagged as a default (RFC 6243, section 4.5.2) becomes as if it were not set.
+        const bool isTagged = edit->schema != nullptr && schema->nodetype == LYS_LEAF && IsDefault(edit);
+        const EditOp operation = isTagged ? EditOp::kRemove : *own;
         const lyd_node* there = Existing(edit, schema, siblings);
         if (operation == EditOp::kDelete || operation == EditOp::kRemove) {
             if (there != nullptr && !MayDelete(there))

@@ -24,6 +24,16 @@ DataKind KindOf(const lysc_node* node)
     }
 }
 
+bool MayNameIdentity(const lysc_type* type)
+{
+    if (type->basetype == LY_TYPE_IDENT) return true;
+    if (type->basetype != LY_TYPE_UNION) return false;
+    const auto* any = reinterpret_cast<const lysc_type_union*>(type);
+    for (LY_ARRAY_COUNT_TYPE i = 0; i < LY_ARRAY_COUNT(any->types); ++i)
+        if (MayNameIdentity(any->types[i])) return true;
+    return false;
+}
+
 std::vector<std::string> DefaultsOf(const lysc_node* node)
 {
     std::vector<std::string> texts;
@@ -88,6 +98,8 @@ DataNode& DataSchema::Add(const cdb::Schema& schema, DataNode& parent, const lys
     node.open.append(">");
     node.close = "</" + std::string(node.name) + ">";
     node.defaults = DefaultsOf(compiled);
+    node.mayNameIdentity =
+        node.IsTerm() && MayNameIdentity(reinterpret_cast<const lysc_node_leaf*>(compiled)->type);
     node.id = schema.IdOf(compiled);
     parent.children.push_back(&node);
     parent.hasLeaves |= node.IsTerm() && !node.isKey;

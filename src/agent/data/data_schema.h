@@ -32,10 +32,11 @@ struct DataNode {
     std::vector<const DataNode*> children;
     std::size_t keyCount = 0;  // of a list; its keys are its first children
     bool isKey = false;
-    bool hasLeaves = false;  // other than keys
-    bool hasInner = false;   // containers and lists
-    bool hasLists = false;   // lists and leaf-lists, however far below
-    std::string open;        // "<collector>", with the namespace where it changes
+    bool hasLeaves = false;        // other than keys
+    bool mayNameIdentity = false;  // a leaf whose value may be an identity, and then has its module's name
+    bool hasInner = false;         // containers and lists
+    bool hasLists = false;         // lists and leaf-lists, however far below
+    std::string open;              // "<collector>", with the namespace where it changes
     std::string close;
     std::vector<std::string> defaults;  // canonical text
     cdb::NodeId id = cdb::kNoNode;      // in the schema table; configuration only

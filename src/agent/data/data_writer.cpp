@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/data/data_writer.h"
 
+#include <libyang/libyang.h>
+
 #include <algorithm>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -63,7 +66,7 @@ public:
                 continue;
             } else if (child->IsTerm()) {
                 m_source.Values(at, child->schema, [this, child](std::string_view text, bool isDefault) {
-                    if (Visible(*child, text, isDefault)) Term(*child, text);
+                    if (Visible(*child, text, isDefault)) Term(*child, text, isDefault);
                 });
             } else {
                 m_source.Container(at, child->schema, [this, child](Handle container) {
@@ -121,7 +124,7 @@ private:
         for (std::size_t i = 0; i < node.keyCount; ++i) {
             const DataNode& key = *node.children[i];
             m_source.Values(at, key.schema, [&](std::string_view text, bool) {
-                Term(key, text);
+                Term(key, text, false);
                 keyAsked |= std::any_of(branches.begin(), branches.end(), [&](const Branch* branch) {
                     const FilterPlan::Leaf* leaf = branch->FindLeaf(key);
                     return leaf != nullptr && leaf->Has(text);
@@ -155,7 +158,7 @@ private:
                 const FilterPlan::Leaf* each = branch->FindLeaf(leaf);
                 return each != nullptr && each->Has(text);
             });
-            if (selected) Term(leaf, text);
+            if (selected) Term(leaf, text, isDefault);
         });
     }
 
@@ -247,11 +250,30 @@ private:
         });
     }
 
-    void Term(const DataNode& leaf, std::string_view text)
+    void Term(const DataNode& leaf, std::string_view text, bool isDefault)
     {
         m_out.append(leaf.open);
+        if (isDefault && m_options.defaults == Defaults::kTagged) {
+            m_out.pop_back();
+            m_out.append(" wd:default=\"true\">");
+        }
+        if (leaf.mayNameIdentity) text = Identity(leaf, text);
         netconf::AppendEscaped(m_out, text);
         m_out.append(leaf.close);
+    }
+
+    /// The value without its module's name where that is the leaf's; else the name is declared as a prefix.
+    std::string_view Identity(const DataNode& leaf, std::string_view text)
+    {
+        const std::size_t colon = text.find(':');
+        if (colon == std::string_view::npos) return text;
+        const std::string module(text.substr(0, colon));
+        const lys_module* known = ly_ctx_get_module_implemented(leaf.schema->module->ctx, module.c_str());
+        if (known == nullptr) return text;
+        if (known == leaf.schema->module) return text.substr(colon + 1);
+        m_out.pop_back();
+        m_out.append(" xmlns:").append(module).append("=\"").append(known->ns).append("\">");
+        return text;
     }
 
     bool Visible(const DataNode& leaf, std::string_view text, bool isDefault) const
@@ -262,6 +284,7 @@ private:
         case Defaults::kTrim:
             return !isDefault && !leaf.IsDefault(text);
         case Defaults::kReportAll:
+        case Defaults::kTagged:
             return true;
         }
         return true;

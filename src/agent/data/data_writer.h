@@ -8,6 +8,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "agent/data/data_schema.h"
 #include "agent/data/data_source.h"
@@ -25,10 +26,16 @@ using ReadAccess = std::function<bool(const lysc_node* node, std::span<const std
 
 /// Which leaves that have their default value are written (RFC 6243).
 enum class Defaults {
-    kExplicit,  // those that were set explicitly
-    kTrim,      // none
-    kReportAll  // all
+    kExplicit,   // those that were set explicitly
+    kTrim,       // none
+    kReportAll,  // all
+    kTagged      // all; those that were not set explicitly have the attribute wd:default="true"
 };
+
+/// What must be around data that is written with kTagged: the declaration of the prefix wd, with a blank
+/// before it.
+inline constexpr std::string_view kTagDeclaration =
+    " xmlns:wd=\"urn:ietf:params:xml:ns:netconf:default:1.0\"";
 
 struct WriteOptions {
     Defaults defaults = Defaults::kExplicit;

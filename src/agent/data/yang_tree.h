@@ -12,6 +12,15 @@ namespace agent {
 
 using Tree = cdb::TreePtr;
 
+/// The schema's child of that name, perhaps in a choice; null if there is none, or no parent.
+inline const lysc_node* SchemaChild(const lysc_node* parent, std::string_view name)
+{
+    const lysc_node* child = nullptr;
+    while (parent != nullptr && (child = lys_getnext(child, parent, nullptr, 0)) != nullptr)
+        if (name == child->name) return child;
+    return nullptr;
+}
+
 /// The child of that name; null if there is none.
 inline const lyd_node* ChildNamed(const lyd_node* parent, std::string_view name)
 {

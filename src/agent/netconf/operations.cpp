@@ -55,6 +55,7 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{kBase, "get", &Operations::Get},
         Row{kBase, "get-config", &Operations::GetConfig},
         Row{kBase, "edit-config", &Operations::EditConfig},
+        Row{kBase, "copy-config", &Operations::CopyConfig},
         Row{kBase, "validate", &Operations::Validate},
         Row{kBase, "commit", &Operations::Commit},
         Row{kBase, "discard-changes", &Operations::DiscardChanges},
@@ -117,6 +118,14 @@ bool Operations::RefuseLocked(const RequestPtr& request, Target target)
     return true;
 }
 
+std::vector<NetconfFacts::Lock> Operations::Datastores() const
+{
+    std::vector<NetconfFacts::Lock> datastores;
+    for (const Target target : {Target::kCandidate, Target::kRunning})
+        datastores.push_back({NameOf(target), m_locks.Holder(target).value_or(0), m_locks.Since(target)});
+    return datastores;
+}
+
 void Operations::Lock(const RequestPtr& request)
 {
     InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
@@ -125,7 +134,7 @@ void Operations::Lock(const RequestPtr& request)
             return request->Refuse(LockDenied(
                 NameOf(target) + " is locked by session " + std::to_string(*holder) + " already", *holder));
         if (target == Target::kRunning) {
-            m_locks.Take(target, request->Who().id);
+            m_locks.Take(target, request->Who().id, m_services.now());
             return request->Ok();
         }
         const auto changed = std::make_shared<bool>(false);
@@ -137,7 +146,7 @@ void Operations::Lock(const RequestPtr& request)
                 if (*changed)
                     return request->Refuse(LockDenied(
                         "candidate has changes that are not committed; commit or discard them first", 0));
-                m_locks.Take(Target::kCandidate, request->Who().id);
+                m_locks.Take(Target::kCandidate, request->Who().id, m_services.now());
                 request->Ok();
             });
     });

@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <boost/asio/io_context.hpp>
 
@@ -49,7 +50,17 @@ public:
         return holder && *holder != session ? holder : std::nullopt;
     }
 
-    void Take(Target target, SessionId session) { At(target) = session; }
+    /// `sinceUs`: the time now, microseconds since the epoch.
+    void Take(Target target, SessionId session, std::int64_t sinceUs)
+    {
+        At(target) = session;
+        m_since[static_cast<std::size_t>(target)] = sinceUs;
+    }
+    /// When the lock that there is was taken.
+    [[nodiscard]] std::int64_t Since(Target target) const
+    {
+        return m_since[static_cast<std::size_t>(target)];
+    }
     void Release(Target target) { At(target).reset(); }
 
 private:
@@ -61,6 +72,7 @@ private:
     }
 
     Holders m_holders;
+    std::array<std::int64_t, 2> m_since{};
 };
 
 /// What a <get> or <get-config> asks for, resolved against the schema.
@@ -95,6 +107,9 @@ public:
     /// Carries the request out and answers it, now or later.
     void Handle(const RequestPtr& request);
 
+    /// The datastores with their locks.
+    [[nodiscard]] std::vector<NetconfFacts::Lock> Datastores() const;
+
     /// Releases the session's locks. A candidate that it had locked loses its changes.
     void SessionEnded(std::uint32_t session);
 
@@ -111,7 +126,10 @@ private:
 
     // operations_change.cpp
     void EditConfig(const RequestPtr& request);
+    void CopyConfig(const RequestPtr& request);
+    void CopyRunning(const RequestPtr& request);
     void Validate(const RequestPtr& request);
+    void ValidateSent(const RequestPtr& request);
     void Commit(const RequestPtr& request);
     void DiscardChanges(const RequestPtr& request);
     struct EditJob;

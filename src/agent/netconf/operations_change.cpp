@@ -20,6 +20,7 @@ using cdb::ErrorTag;
 struct EditOptions {
     cdb::DefaultOperation operation = cdb::DefaultOperation::kMerge;
     cdb::TestOption test = cdb::TestOption::kTestThenSet;
+    cdb::ErrorOption onError = cdb::ErrorOption::kWhole;
     const lyd_node* edit = nullptr;  // first top-level node; null: an empty <config>
 };
 
@@ -29,6 +30,17 @@ netconf::RpcError NotOffered(const std::string& what, const std::string& element
                      {{"bad-element", element}});
 }
 
+/// Takes the first top-level node inside a <config>; null if it is empty.
+base::expected<const lyd_node*, netconf::RpcError> ContentOf(const lyd_node* config)
+{
+    const auto* any = reinterpret_cast<const lyd_node_any*>(config);
+    if (any->value_type == LYD_ANYDATA_DATATREE) return any->value.tree;
+    if (any->value.str != nullptr && *any->value.str != '\0')
+        return base::Unexpected(MakeError(Layer::kProtocol, ErrorTag::kInvalidValue,
+                                          "<config> holds no elements", {{"bad-element", "config"}}));
+    return nullptr;
+}
+
 /// libyang has checked the values: each is one that the standard defines.
 base::expected<EditOptions, netconf::RpcError> ReadEdit(const lyd_node* operation)
 {
@@ -36,22 +48,18 @@ base::expected<EditOptions, netconf::RpcError> ReadEdit(const lyd_node* operatio
     const std::string_view defaultOperation = ChildText(operation, "default-operation");
     if (defaultOperation == "replace") options.operation = cdb::DefaultOperation::kReplace;
     if (defaultOperation == "none") options.operation = cdb::DefaultOperation::kNone;
-    // A failed edit is always undone as a whole, so the other two values mean the same.
+    // A failed edit is else undone as a whole, so the other two values mean the same.
     if (ChildText(operation, "error-option") == "continue-on-error")
-        return base::Unexpected(NotOffered("error-option continue-on-error", "error-option"));
+        options.onError = cdb::ErrorOption::kContinue;
     const std::string_view testOption = ChildText(operation, "test-option");
     if (testOption == "set") options.test = cdb::TestOption::kSet;
     if (testOption == "test-only") options.test = cdb::TestOption::kTestOnly;
 
     const lyd_node* config = ChildNamed(operation, "config");
     if (config == nullptr) return base::Unexpected(NotOffered("an edit without <config>", "edit-config"));
-    const auto* any = reinterpret_cast<const lyd_node_any*>(config);
-    if (any->value_type == LYD_ANYDATA_DATATREE) {
-        options.edit = any->value.tree;
-    } else if (any->value.str != nullptr && *any->value.str != '\0') {
-        return base::Unexpected(MakeError(Layer::kProtocol, ErrorTag::kInvalidValue,
-                                          "<config> holds no elements", {{"bad-element", "config"}}));
-    }
+    const auto content = ContentOf(config);
+    if (!content) return base::Unexpected(content.error());
+    options.edit = *content;
     return options;
 }
 
@@ -119,9 +127,10 @@ void Operations::PlanEdit(const EditJobPtr& job)
                     job->errors = {std::move(*denied)};
                     return;
                 }
-            job->entries = datastore.EntriesToCreate(options.edit, options.operation);
+            job->entries = datastore.EntriesToCreate(options.edit, options.operation, options.onError);
             if (!job->entries.empty()) return;
-            job->errors = datastore.EditAndTest(options.edit, options.operation, options.test, {});
+            job->errors =
+                datastore.EditAndTest(options.edit, options.operation, options.test, {}, options.onError);
         },
         [this, job] {
             if (!job->request->Wanted()) return;
@@ -150,8 +159,8 @@ void Operations::ApplyEdit(const EditJobPtr& job)
     m_services.changes.Do(
         [this, job] {
             const EditOptions& options = job->options;
-            job->errors =
-                m_services.datastore.EditAndTest(options.edit, options.operation, options.test, job->writes);
+            job->errors = m_services.datastore.EditAndTest(options.edit, options.operation, options.test,
+                                                           job->writes, options.onError);
             job->writes = {};  // there may be many
         },
         [this, job] {
@@ -165,11 +174,78 @@ void Operations::Validate(const RequestPtr& request)
     const std::string_view name = NameInChild(request->Operation(), "source");
     // Running is always valid: nothing invalid becomes running.
     if (name == "running") return request->Ok();
-    if (name != "candidate") return request->Refuse(NotOffered("validation of what is sent along", "config"));
+    if (name == "config") return ValidateSent(request);
     InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         const auto errors = std::make_shared<std::vector<cdb::Error>>();
         m_services.changes.Do([this, errors] { *errors = m_services.datastore.Validate(); },
                               [this, request, ticket, errors] { OkOrRefuse(request, *errors); });
+    });
+}
+
+/// Beside the loop and the candidate: what another client edits meanwhile neither waits nor matters.
+void Operations::ValidateSent(const RequestPtr& request)
+{
+    const auto content = ContentOf(ChildNamed(ChildNamed(request->Operation(), "source"), "config"));
+    if (!content) return request->Refuse(content.error());
+    const auto errors = std::make_shared<std::vector<cdb::Error>>();
+    m_services.reads.Do(
+        [this, request, errors, config = *content] {
+            try {
+                *errors = m_services.datastore.ValidateOther(config);
+            } catch (const cdb::FatalError& error) {  // the store can't be read
+                *errors = {{.tag = ErrorTag::kOperationFailed, .message = error.what()}};
+            }
+        },
+        [this, request, errors] { OkOrRefuse(request, *errors); });
+}
+
+/// The only target is the candidate: running is written by commits only (RFC 6241, section 8.2).
+void Operations::CopyConfig(const RequestPtr& request)
+{
+    const lyd_node* operation = request->Operation();
+    const std::string_view source = NameInChild(operation, "source");
+    if (source == "candidate")
+        return request->Refuse(
+            MakeError(Layer::kProtocol, ErrorTag::kInvalidValue,
+                      "source and target are both the candidate; copy running or a <config>",
+                      {{"bad-element", "source"}}));
+    const std::string_view defaults = ChildText(operation, "with-defaults");
+    if (!defaults.empty() && defaults != "explicit")
+        return request->Refuse(NotOffered("copy-config with defaults other than explicit", "with-defaults"));
+    if (source == "running") return CopyRunning(request);
+    const auto content = ContentOf(ChildNamed(ChildNamed(operation, "source"), "config"));
+    if (!content) return request->Refuse(content.error());
+    const EditOptions options{cdb::DefaultOperation::kReplace, cdb::TestOption::kSet,
+                              cdb::ErrorOption::kWhole, *content};
+    InTurn(request, [this, request, options](const SerialQueue::TicketPtr& ticket) {
+        if (RefuseLocked(request, Target::kCandidate)) return;
+        PlanEdit(std::make_shared<EditJob>(EditJob{request, options, ticket, {}, {}, {}}));
+    });
+}
+
+/// Takes the candidate's changes back, if the user may write what that changes (RFC 8341, section 3.2.6).
+/// What the user can't read becomes as in running too, since leaving it out would delete it.
+void Operations::CopyRunning(const RequestPtr& request)
+{
+    InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
+        if (RefuseLocked(request, Target::kCandidate)) return;
+        const auto errors = std::make_shared<std::vector<cdb::Error>>();
+        m_services.changes.Do(
+            [this, request, errors] {
+                const AccessGrant& grant = *request->Who().access;
+                auto changes = m_services.datastore.ChangedRows();
+                for (cdb::RowChange& change : changes) std::swap(change.before, change.now);
+                if (auto denied = grant.CheckChanges(m_services.schema, changes)) {
+                    ++m_services.access.Denied().dataWrites;
+                    errors->push_back(std::move(*denied));
+                    return;
+                }
+                m_services.datastore.Discard();
+            },
+            [this, request, ticket, errors] {
+                OkOrRefuse(request, *errors);
+                m_services.changes.Do([this] { m_services.datastore.TidyUp(); });
+            });
     });
 }
 

@@ -13,6 +13,7 @@
 #include "agent/data/data_source.h"
 #include "agent/data/data_writer.h"
 #include "agent/data/errors.h"
+#include "agent/data/schema_list.h"
 #include "agent/netconf/operations.h"
 #include "base/expected.h"
 #include "netconf/xml.h"
@@ -26,7 +27,13 @@ struct Reading {
 
 namespace {
 
-constexpr std::string_view kMonitoring = "urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring";
+constexpr std::string_view kInMonitoring = " xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"";
+
+/// The attributes of <data>.
+std::string_view AttributesOf(const Reading& reading)
+{
+    return reading.options.defaults == Defaults::kTagged ? kTagDeclaration : std::string_view{};
+}
 
 base::expected<Defaults, netconf::RpcError> DefaultsOf(const Request& request)
 {
@@ -34,18 +41,12 @@ base::expected<Defaults, netconf::RpcError> DefaultsOf(const Request& request)
     if (mode.empty() || mode == "explicit") return Defaults::kExplicit;
     if (mode == "trim") return Defaults::kTrim;
     if (mode == "report-all") return Defaults::kReportAll;
-    return base::Unexpected(MakeError(
-        Layer::kProtocol, cdb::ErrorTag::kInvalidValue,
-        "with-defaults \"" + std::string(mode) + "\" is not offered; use explicit, trim or report-all",
-        {{"bad-element", "with-defaults"}}));
-}
-
-/// The module, the implemented one if no version is given; null if there is none.
-const lys_module* FindModule(const ly_ctx* context, std::string_view name, std::string_view version)
-{
-    const std::string module(name);
-    if (version.empty()) return ly_ctx_get_module_implemented(context, module.c_str());
-    return ly_ctx_get_module(context, module.c_str(), std::string(version).c_str());
+    if (mode == "report-all-tagged") return Defaults::kTagged;
+    return base::Unexpected(MakeError(Layer::kProtocol, cdb::ErrorTag::kInvalidValue,
+                                      "with-defaults \"" + std::string(mode) +
+                                          "\" is not offered; use explicit, trim, report-all or "
+                                          "report-all-tagged",
+                                      {{"bad-element", "with-defaults"}}));
 }
 
 using ReadingOrError = base::expected<ReadingPtr, netconf::RpcError>;
@@ -126,18 +127,20 @@ bool IsShort(const Reading& reading)
 }
 
 /// A read error of the store ends the request, not the process.
-void AnswerWith(const RequestPtr& request, const std::function<void(std::string& out)>& write,
+void AnswerWith(const RequestPtr& request, const ReadingPtr& reading,
+                const std::function<void(std::string& out)>& write,
                 const std::vector<netconf::RpcError>& warnings = {})
 {
     try {
-        request->Data(write, {}, warnings);
+        request->Data(write, AttributesOf(*reading), warnings);
     } catch (const cdb::FatalError& error) {
         request->Refuse(MakeError(Layer::kApplication, cdb::ErrorTag::kOperationFailed, error.what()));
     }
 }
 
 /// The same beside the loop, for long answers.
-void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<void(std::string& out)> write,
+void AnswerBeside(Workbench& bench, const RequestPtr& request, const ReadingPtr& reading,
+                  std::function<void(std::string& out)> write,
                   const std::vector<netconf::RpcError>& warnings = {})
 {
     struct Outcome {
@@ -146,9 +149,9 @@ void AnswerBeside(Workbench& bench, const RequestPtr& request, std::function<voi
     };
     const auto outcome = std::make_shared<Outcome>();
     bench.Do(
-        [request, outcome, warnings, doWrite = std::move(write)] {
+        [request, reading, outcome, warnings, doWrite = std::move(write)] {
             try {
-                outcome->text = request->DataText(doWrite, {}, warnings);
+                outcome->text = request->DataText(doWrite, AttributesOf(*reading), warnings);
             } catch (const cdb::FatalError& error) {
                 outcome->problem = error.what();
             }
@@ -187,8 +190,8 @@ void Operations::ReadAll(const RequestPtr& request, const ReadingPtr& reading, S
             WriteRunning(m_dataSchema, m_services.store, reading->options, out);
             WriteData(m_dataSchema, *data, reading->options, out);
         };
-        if (IsShort(*reading)) return AnswerWith(request, write, state.warnings);
-        AnswerBeside(m_services.reads, request, write, state.warnings);
+        if (IsShort(*reading)) return AnswerWith(request, reading, write, state.warnings);
+        AnswerBeside(m_services.reads, request, reading, write, state.warnings);
     });
 }
 
@@ -213,9 +216,9 @@ void Operations::ReadConfig(const RequestPtr& request, const ReadingPtr& reading
         WriteData(m_dataSchema, source, reading->options, out);
     };
     const bool isShort = IsShort(*reading);
-    if (isShort && ofRows) return AnswerWith(request, write);
+    if (isShort && ofRows) return AnswerWith(request, reading, write);
     Workbench& bench = ofRows ? m_services.reads : m_services.changes;
-    const auto begin = [request, write, &bench] { AnswerBeside(bench, request, write); };
+    const auto begin = [=, &bench] { AnswerBeside(bench, request, reading, write); };
     if (isShort) return begin();
     m_services.room.Enter(request, begin);
 }
@@ -225,16 +228,26 @@ void Operations::GetSchema(const RequestPtr& request)
     const lyd_node* operation = request->Operation();
     const std::string_view format = ChildText(operation, "format");
     const std::string_view name = ChildText(operation, "identifier");
+    const lyd_node* version = ChildNamed(operation, "version");
     const bool isYang = format.empty() || format == "yang" || format.ends_with(":yang");
-    const lys_module* module = FindModule(m_services.schema.Context(), name, ChildText(operation, "version"));
-    char* text = nullptr;
-    if (!isYang || module == nullptr || lys_print_mem(&text, module, LYS_OUT_YANG, 0) != LY_SUCCESS)
+    std::vector<SchemaText> found;
+    if (isYang) found = SchemasOf(m_services.schema.Context());
+    std::erase_if(found, [&](const SchemaText& each) {
+        return each.name != name || (version != nullptr && each.revision != lyd_get_value(version));
+    });
+    if (found.size() > 1) {
+        auto error = MakeError(Layer::kApplication, cdb::ErrorTag::kOperationFailed,
+                               "there are several revisions of \"" + std::string(name) + "\"; name one");
+        error.appTag = "data-not-unique";
+        return request->Refuse(error);
+    }
+    const auto text = found.empty() ? std::nullopt : YangOf(found.front());
+    if (!text)
         return request->Refuse(
             MakeError(Layer::kApplication, cdb::ErrorTag::kInvalidValue,
                       "there is no module \"" + std::string(name) + "\" of that version and format",
                       {{"bad-element", isYang ? "identifier" : "format"}}));
-    const cdb::Owned<char> owned(text);
-    request->Data([text](std::string& out) { netconf::AppendEscaped(out, text); }, kMonitoring);
+    request->Data([&text](std::string& out) { netconf::AppendEscaped(out, *text); }, kInMonitoring);
 }
 
 }  // namespace agent

@@ -53,20 +53,18 @@ void Request::Refuse(const std::vector<netconf::RpcError>& errors)
     Send(std::move(reply.append(kTail)));
 }
 
-void Request::Data(const std::function<void(std::string& out)>& write, std::string_view ns,
+void Request::Data(const std::function<void(std::string& out)>& write, std::string_view attributes,
                    const std::vector<netconf::RpcError>& warnings)
 {
-    Send(DataText(write, ns, warnings));
+    Send(DataText(write, attributes, warnings));
 }
 
-std::string Request::DataText(const std::function<void(std::string& out)>& write, std::string_view ns,
+std::string Request::DataText(const std::function<void(std::string& out)>& write, std::string_view attributes,
                               const std::vector<netconf::RpcError>& warnings) const
 {
     std::string reply = Head();
     for (const netconf::RpcError& warning : warnings) AppendXml(warning, reply);
-    reply.append("<data");
-    if (!ns.empty()) reply.append(" xmlns=\"").append(ns).append("\"");
-    reply.append(">");
+    reply.append("<data").append(attributes).append(">");
     const std::size_t before = reply.size();
     write(reply);
     if (reply.size() == before) {
@@ -88,6 +86,7 @@ std::string Request::OutputText(const std::function<void(std::string& out)>& wri
 void Request::OkAndFinish()
 {
     m_answered = true;
+    m_session->SetFinished();
     m_session->Finish(Head().append("<ok/>").append(kTail));
 }
 
@@ -111,6 +110,9 @@ std::string Request::Head() const
 void Request::Send(std::string reply)
 {
     if (std::exchange(m_answered, true)) return;
+    // Errors and warnings stand first.
+    if (std::string_view(reply).substr(Head().size()).starts_with("<rpc-error"))
+        ++m_session->Counters().outRpcErrors;
     LetGo();  // frees the tree before the next request, which may be as large
     if (m_place) m_place->SetSize(reply.size());
     m_session->Send(std::move(reply), std::move(m_place));

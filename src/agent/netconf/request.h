@@ -64,13 +64,13 @@ public:
     void Ok(const std::vector<netconf::RpcError>& warnings = {});
     void Refuse(const netconf::RpcError& error);
     void Refuse(const std::vector<netconf::RpcError>& errors);
-    /// Answers with data: `write` appends the content of <data>, an element of the base namespace if `ns` is
-    /// empty. Warnings come before it (RFC 6241, section 4.2).
-    void Data(const std::function<void(std::string& out)>& write, std::string_view ns = {},
+    /// Answers with data: `write` appends the content of <data>; `attributes` are those of <data>, each with
+    /// a blank before it. Warnings come before it (RFC 6241, section 4.2).
+    void Data(const std::function<void(std::string& out)>& write, std::string_view attributes = {},
               const std::vector<netconf::RpcError>& warnings = {});
     /// The same in two steps, for long answers: any thread may call DataText, the loop then calls Reply.
     [[nodiscard]] std::string DataText(const std::function<void(std::string& out)>& write,
-                                       std::string_view ns = {},
+                                       std::string_view attributes = {},
                                        const std::vector<netconf::RpcError>& warnings = {}) const;
     /// The same for an operation with an output of its own: `write` appends the elements.
     [[nodiscard]] std::string OutputText(const std::function<void(std::string& out)>& write) const;

@@ -40,7 +40,7 @@ std::optional<netconf::RpcError> ScanError(const ly_ctx* context, const RpcScan&
             return Malformed(scan.problem.text, speaksBase11);
         return MakeError(Layer::kRpc, ErrorTag::kTooBig, "the message is refused: " + scan.problem.text);
     case End::kNoRpc:
-        return MakeError(Layer::kRpc, ErrorTag::kUnknownElement,
+        return MakeError(Layer::kProtocol, ErrorTag::kUnknownElement,
                          "the message is no <rpc> of the NETCONF base namespace, but <" + scan.root + ">",
                          {{"bad-element", scan.root}});
     case End::kNoMessageId:
@@ -56,7 +56,7 @@ std::optional<netconf::RpcError> ScanError(const ly_ctx* context, const RpcScan&
         return scan.inData ? ToRpcError(scan.refusal, context) : ToProtocolError(scan.refusal, context);
     }
     if (scan.operation.empty())
-        return MakeError(Layer::kRpc, ErrorTag::kMissingElement, "the <rpc> has no operation",
+        return MakeError(Layer::kProtocol, ErrorTag::kMissingElement, "the <rpc> has no operation",
                          {{"bad-element", "rpcOperation"}});
     if (scan.filter && scan.filterType != "subtree")
         return MakeError(Layer::kProtocol, ErrorTag::kBadAttribute,
@@ -79,7 +79,9 @@ Tree ParseConfig(const ly_ctx* context, const std::string& text)
 /// Puts the tree into the empty <config> of the operation.
 void PutConfig(lyd_node* operation, Tree config)
 {
-    auto* any = reinterpret_cast<lyd_node_any*>(const_cast<lyd_node*>(ChildNamed(operation, "config")));
+    const lyd_node* source = ChildNamed(operation, "source");
+    const lyd_node* place = ChildNamed(source == nullptr ? operation : source, "config");
+    auto* any = reinterpret_cast<lyd_node_any*>(const_cast<lyd_node*>(place));
     lyd_any_copy_value(&any->node, nullptr, LYD_ANYDATA_DATATREE);  // frees what is there
     any->value_type = LYD_ANYDATA_DATATREE;
     any->value.tree = config.release();
@@ -93,19 +95,24 @@ std::variant<Rpc, BadRpc> ReadRpc(const guard::SchemaIndex& index, std::string m
     const ly_ctx* context = index.Context();
     RpcScan scan = ScanRpc(index, message, limits);
     if (auto error = ScanError(context, scan, speaksBase11))
-        return BadRpc{scan.attributes, *std::move(error)};
+        return BadRpc{scan.attributes, *std::move(error),
+                      scan.end != RpcScan::End::kBadXml && !scan.operation.empty()};
     BlankXmlAttributes(scan, message);
     // libyang would read the filter by the schema; the scan has read its text.
     if (scan.filter) message.erase(scan.filterBegin, scan.filterEnd - scan.filterBegin);
     Tree config;
-    if (scan.config.IsThere()) config = ParseConfig(context, netconf::PlainXml(scan.config.Text(message)));
-    if (config) scan.config.CutOut(message);
+    if (scan.config.IsThere()) {
+        const std::string text = scan.config.Text(message);
+        config = ParseConfig(context, netconf::PlainXml(text));
+        scan.config.Replace(message, config ? std::string_view{} : std::string_view(text));
+    }
     message = netconf::PlainXml(std::move(message));
 
     ly_err_clean(const_cast<ly_ctx*>(context), nullptr);
     ly_in* rawInput = nullptr;
     if (ly_in_new_memory(message.c_str(), &rawInput) != LY_SUCCESS)
-        return BadRpc{scan.attributes, MakeError(Layer::kRpc, ErrorTag::kResourceDenied, "out of memory")};
+        return BadRpc{scan.attributes, MakeError(Layer::kRpc, ErrorTag::kResourceDenied, "out of memory"),
+                      true};
     const cdb::Owned<ly_in> input(rawInput);
     lyd_node* rawEnvelope = nullptr;
     lyd_node* rawOperation = nullptr;
@@ -116,7 +123,7 @@ std::variant<Rpc, BadRpc> ReadRpc(const guard::SchemaIndex& index, std::string m
 
     if (parsed != LY_SUCCESS || !operation ||
         lyd_validate_op(operation.get(), nullptr, LYD_TYPE_RPC_YANG, nullptr) != LY_SUCCESS)
-        return BadRpc{scan.attributes, RequestError(context, scan.operation)};
+        return BadRpc{scan.attributes, RequestError(context, scan.operation), true};
     if (config) PutConfig(operation.get(), std::move(config));
     return Rpc{std::move(scan.attributes), std::move(operation), std::move(scan.filter)};
 }

@@ -27,6 +27,7 @@ struct Rpc {
 struct BadRpc {
     std::string attributes;
     netconf::RpcError error;
+    bool isRpc = false;  // a correct <rpc> around an operation that is refused (RFC 6022, in-rpcs)
 };
 
 /// Reads a message. `speaksBase11`: whether the client knows the tag malformed-message. Any thread may call

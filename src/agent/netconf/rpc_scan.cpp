@@ -2,6 +2,7 @@
 #include "agent/netconf/rpc_scan.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "guard/walk.h"
 #include "netconf/names.h"
@@ -20,22 +21,16 @@ void AppendAttribute(std::string& out, std::string_view name, std::string_view v
     out.append("\"");
 }
 
-/// As text, each prefix declared once.
-std::string TextOf(std::span<const netconf::XmlAttribute> attributes)
+/// The attributes and declared prefixes of <rpc> as text. The default namespace is left out: it is the
+/// reply's own.
+std::string TextOf(const netconf::XmlElement& rpc)
 {
     std::string out;
-    std::vector<std::string_view> declared{"xml"};
-    for (const netconf::XmlAttribute& attribute : attributes) {
-        if (attribute.prefix.empty()) {
-            AppendAttribute(out, attribute.name, attribute.value);
-            continue;
-        }
-        const std::string prefix(attribute.prefix);
-        if (std::find(declared.begin(), declared.end(), attribute.prefix) == declared.end()) {
-            AppendAttribute(out, "xmlns:" + prefix, attribute.ns);
-            declared.push_back(attribute.prefix);
-        }
-        AppendAttribute(out, prefix + ':' + std::string(attribute.name), attribute.value);
+    for (const netconf::XmlDeclaration& each : rpc.declarations)
+        if (!each.prefix.empty()) AppendAttribute(out, "xmlns:" + std::string(each.prefix), each.ns);
+    for (const netconf::XmlAttribute& each : rpc.attributes) {
+        const std::string prefix = each.prefix.empty() ? "" : std::string(each.prefix) + ':';
+        AppendAttribute(out, prefix + std::string(each.name), each.value);
     }
     return out;
 }
@@ -53,7 +48,7 @@ public:
     {
         if (!m_open.empty()) return StartInFilter(element);
         NoteXmlAttributes(element);
-        if (element.depth <= 3 && !m_scan.config.IsOpen()) m_scan.config.Declare(element);
+        if (element.depth <= 4 && !m_scan.config.IsOpen()) m_scan.config.Declare(element);
         if (element.depth == 1) return StartRpc(element);
         if (element.depth == 2) return StartOperation(element);
         const guard::Node* child = m_walk->Find(element.ns, element.name);
@@ -61,8 +56,10 @@ public:
         if (!child->Repeats() && !m_walk->Mention(*child)) return Refused();
         if (!m_walk->CheckAttributes(*child, element.attributes)) return Refused();
         if (element.depth == 3 && m_hasFilter && child->name == "filter") return StartFilter(element);
-        if (element.depth == 3 && m_hasConfig && child->name == "config") m_scan.config.Open(element);
-        if (element.depth == 4 && m_scan.config.IsOpen()) m_scan.config.AddTop(element, m_message);
+        if (m_scan.config.IsOpen())
+            m_scan.config.Add(element, element.depth == m_configDepth + 1, m_message);
+        else if (element.depth == m_configDepth && child->name == "config")
+            m_scan.config.Open(element);
         m_walk->Enter(*child);
         return true;
     }
@@ -70,7 +67,7 @@ public:
     bool OnEnd(std::size_t depth, std::size_t begin) override
     {
         if (!m_open.empty()) return EndInFilter(depth, begin);
-        if (depth == 3 && m_scan.config.IsOpen()) m_scan.config.Close(begin);
+        if (depth == m_configDepth && m_scan.config.IsOpen()) m_scan.config.Close(begin);
         return depth <= 2 || m_walk->Leave() || Refused();
     }
 
@@ -83,11 +80,21 @@ public:
     }
 
 private:
+    static constexpr std::size_t kEditedConfig = 3;
+    static constexpr std::size_t kSourceConfig = 4;  // in <source>
+
+    static std::size_t ConfigDepth(const netconf::XmlElement& operation)
+    {
+        if (operation.ns != netconf::kBaseNamespace) return 0;
+        if (operation.name == "edit-config") return kEditedConfig;
+        return operation.name == "copy-config" || operation.name == "validate" ? kSourceConfig : 0;
+    }
+
     bool StartRpc(const netconf::XmlElement& element)
     {
         m_scan.root = element.name;
         if (element.name != "rpc" || element.ns != netconf::kBaseNamespace) return Stop(End::kNoRpc);
-        m_scan.attributes = TextOf(element.attributes);
+        m_scan.attributes = TextOf(element);
         return element.Attribute("message-id") || Stop(End::kNoMessageId);
     }
 
@@ -104,7 +111,9 @@ private:
         m_walk.emplace(m_index, *operation, m_limits.text);
         m_hasFilter =
             element.ns == netconf::kBaseNamespace && (element.name == "get" || element.name == "get-config");
-        m_hasConfig = element.ns == netconf::kBaseNamespace && element.name == "edit-config";
+        m_configDepth = ConfigDepth(element);
+        // Outside of an edit a configuration is content only.
+        m_walk->Allow({m_configDepth == kEditedConfig, m_configDepth != 0});
         return m_walk->CheckAttributes(*operation, element.attributes) || Refused();
     }
 
@@ -192,7 +201,7 @@ private:
     RpcScan& m_scan;
     std::optional<guard::Walk> m_walk;  // from the operation on
     bool m_hasFilter = false;           // the operation can have one
-    bool m_hasConfig = false;           // likewise
+    std::size_t m_configDepth = 0;      // of the operation's <config>; 0: it can have none
     std::vector<FilterNode> m_open;     // <filter> and what is open inside it
     std::size_t m_filterElements = 0;
 };
@@ -201,13 +210,16 @@ private:
 
 void SentConfig::Declare(const netconf::XmlElement& around)
 {
+    // Elements as deep as this one, and their content, have ended.
+    while (!m_inScope.empty() && m_inScope.back().depth >= around.depth) m_inScope.pop_back();
     for (const netconf::XmlDeclaration& each : around.declarations)
-        m_declared.insert_or_assign(std::string(each.prefix), std::string(each.ns));
+        m_inScope.push_back({around.depth, std::string(each.prefix), std::string(each.ns)});
 }
 
 void SentConfig::Open(const netconf::XmlElement& config)
 {
     m_open = true;
+    for (Declaration& each : m_inScope) m_declared.insert_or_assign(each.prefix, std::move(each.ns));
     m_begin = config.end;
 }
 
@@ -217,7 +229,34 @@ void SentConfig::Close(std::size_t end)
     m_end = end;
 }
 
-void SentConfig::AddTop(const netconf::XmlElement& element, std::string_view message)
+void SentConfig::Add(const netconf::XmlElement& element, bool isTop, std::string_view message)
+{
+    if (isTop) AddDeclarations(element, message);
+    std::vector<Change> changes;
+    const std::string_view tag = message.substr(0, element.end);
+    for (const netconf::XmlDeclaration& own : element.declarations) {
+        if (own.ns != netconf::kDefaultAttributeNamespace) continue;
+        const std::size_t from = changes.empty() ? element.begin : changes.back().at + own.ns.size();
+        const std::size_t at = tag.find(own.ns, from);
+        if (at != std::string_view::npos)
+            changes.push_back({at, own.ns.size(), std::string(netconf::kWithDefaultsNamespace)});
+    }
+    for (const netconf::XmlAttribute& own : element.attributes) {
+        // libyang knows the words only.
+        if (own.ns != netconf::kDefaultAttributeNamespace || (own.value != "1" && own.value != "0")) continue;
+        const std::string name = std::string(own.prefix) + ":default";
+        std::size_t at = tag.find(name, element.begin);
+        while (at != std::string_view::npos && kXmlBlanks.find(tag[at - 1]) == std::string_view::npos)
+            at = tag.find(name, at + 1);
+        if (at != std::string_view::npos) at = tag.find_first_of("\"'", at);
+        if (at != std::string_view::npos && tag.substr(at + 1).starts_with(own.value))
+            changes.push_back({at + 1, 1, own.value == "1" ? "true" : "false"});
+    }
+    std::sort(changes.begin(), changes.end(), [](const Change& a, const Change& b) { return a.at < b.at; });
+    std::move(changes.begin(), changes.end(), std::back_inserter(m_changed));
+}
+
+void SentConfig::AddDeclarations(const netconf::XmlElement& element, std::string_view message)
 {
     if (m_addedBytes > kMaxAdded) return;
     std::string text;
@@ -227,11 +266,12 @@ void SentConfig::AddTop(const netconf::XmlElement& element, std::string_view mes
         };
         if (std::any_of(element.declarations.begin(), element.declarations.end(), isOwn)) continue;
         text.append(" xmlns").append(prefix.empty() ? "" : ":").append(prefix).append("=\"");
-        netconf::AppendEscaped(text, ns);
+        netconf::AppendEscaped(
+            text, ns == netconf::kDefaultAttributeNamespace ? netconf::kWithDefaultsNamespace : ns);
         text.append("\"");
     }
     m_addedBytes += text.size();
-    m_added.emplace_back(message.find_first_of(" \t\r\n/>", element.begin), std::move(text));
+    m_changed.push_back({message.find_first_of(" \t\r\n/>", element.begin), 0, std::move(text)});
 }
 
 std::string SentConfig::Text(std::string_view message) const
@@ -239,9 +279,10 @@ std::string SentConfig::Text(std::string_view message) const
     std::string config;
     config.reserve(m_end - m_begin + m_addedBytes);
     std::size_t done = m_begin;
-    for (const auto& [at, text] : m_added) {
-        config.append(message.substr(done, at - done)).append(text);
-        done = at;
+    for (const Change& change : m_changed) {
+        if (change.at < done) continue;  // none overlap in what the reader took for well-formed
+        config.append(message.substr(done, change.at - done)).append(change.text);
+        done = change.at + change.length;
     }
     config.append(message.substr(done, m_end - done));
     return config;

@@ -23,10 +23,11 @@
 namespace agent {
 
 /// The configuration inside a message as a text of its own: the bytes between <config> and </config>, with
-/// the namespace declarations from around them.
+/// the namespace declarations from around them. The namespace of the attribute "default" (RFC 6243, section
+/// 6) becomes that of its YANG module, where libyang looks for it.
 class SentConfig {
 public:
-    /// Notes what an element around the configuration declares; outer ones first.
+    /// Notes what an element declares that may be around the configuration; in the order of the document.
     void Declare(const netconf::XmlElement& around);
 
     /// <config> begins; its own declarations were noted before.
@@ -34,22 +35,39 @@ public:
     /// <config> ends: `end` is the first byte of its end tag.
     void Close(std::size_t end);
     [[nodiscard]] bool IsOpen() const { return m_open; }
-    /// Notes an element directly in <config>.
-    void AddTop(const netconf::XmlElement& element, std::string_view message);
+    /// Notes an element inside <config>; `isTop`: directly in it.
+    void Add(const netconf::XmlElement& element, bool isTop, std::string_view message);
 
     /// Whether the message has a configuration that can be read alone.
     [[nodiscard]] bool IsThere() const { return m_end > m_begin && m_addedBytes <= kMaxAdded; }
     /// The top elements, each with the declarations added.
     [[nodiscard]] std::string Text(std::string_view message) const;
-    /// Leaves <config> without content.
-    void CutOut(std::string& message) const { message.erase(m_begin, m_end - m_begin); }
+    /// Puts another content in the place of its own.
+    void Replace(std::string& message, std::string_view content) const
+    {
+        message.replace(m_begin, m_end - m_begin, content);
+    }
 
 private:
     /// Bytes of the declarations, repeated at each top element: far more than any message needs.
     static constexpr std::size_t kMaxAdded = std::size_t{64} << 10;
 
+    /// Bytes of the message and what stands for them.
+    struct Change {
+        std::size_t at = 0;
+        std::size_t length = 0;
+        std::string text;
+    };
+    void AddDeclarations(const netconf::XmlElement& element, std::string_view message);
+
+    struct Declaration {
+        std::size_t depth = 0;
+        std::string prefix;
+        std::string ns;
+    };
+    std::vector<Declaration> m_inScope;                          // before <config>, outer ones first
     std::map<std::string, std::string, std::less<>> m_declared;  // namespaces by prefix
-    std::vector<std::pair<std::size_t, std::string>> m_added;    // texts by the byte before which they go
+    std::vector<Change> m_changed;                               // in order
     std::size_t m_addedBytes = 0;
     std::size_t m_begin = 0;
     std::size_t m_end = 0;
@@ -62,7 +80,7 @@ struct RpcScan {
     End end = End::kGood;
     netconf::XmlProblem problem{};  // kBadXml
     cdb::Error refusal{};           // kRefused
-    bool inData = false;            // kRefused: inside the configuration of an <edit-config>
+    bool inData = false;            // kRefused: inside a configuration
 
     std::string root;
     std::string attributes;  // of <rpc>, written out, each with a blank before it
@@ -72,7 +90,7 @@ struct RpcScan {
     std::string filterType;       // as written; "subtree" if not given
     std::size_t filterBegin = 0;  // the bytes between <filter> and </filter>
     std::size_t filterEnd = 0;
-    SentConfig config{};  // of an <edit-config>
+    SentConfig config{};  // of an <edit-config>, <copy-config> or <validate>
     /// Start tags (first byte, end) with attributes such as xml:lang, which libyang does not know.
     std::vector<std::pair<std::size_t, std::size_t>> xmlAttributes{};
 };

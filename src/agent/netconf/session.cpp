@@ -119,16 +119,19 @@ void Session::Receive()
 void Session::Handle(std::string message)
 {
     if (m_greeted) return m_handlers.onMessage(shared_from_this(), std::move(message));
-    TakeHello(message);
+    TakeHello(std::move(message));
 }
 
-void Session::TakeHello(const std::string& message)
+void Session::TakeHello(std::string message)
 {
+    m_origin = netconf::TakeOrigin(message);
     const auto theirs = netconf::ParseHello(message);
+    m_badHello = true;
     if (!theirs) return Close(theirs.error());
     if (theirs->sessionId != 0) return Close("the client's hello has a session-id");
     const auto framing = netconf::CommonFraming(m_ours, *theirs);
     if (!framing) return Close("the client knows no NETCONF version that we know");
+    m_badHello = false;
     m_timer.reset();
     m_greeted = true;
     m_framing = *framing;

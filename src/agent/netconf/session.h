@@ -11,14 +11,17 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <boost/asio/local/stream_protocol.hpp>
 
+#include "agent/state/netconf_state.h"
 #include "base/timers.h"
 #include "netconf/framing.h"
 #include "netconf/hello.h"
 #include "netconf/names.h"
+#include "netconf/origin.h"
 
 namespace agent {
 
@@ -52,6 +55,7 @@ public:
         /// What the user may do; not changed while a request is under way. Null for a client that is turned
         /// away, and in some tests.
         std::shared_ptr<const AccessGrant> access{};
+        std::int64_t loginUs = 0;  // microseconds since the epoch
     };
 
     /// The longest hello that is taken from a client, in bytes.
@@ -73,6 +77,18 @@ public:
     [[nodiscard]] const Identity& Who() const { return m_identity; }
     void SetAccess(std::shared_ptr<const AccessGrant> access);
 
+    /// Where it comes from, as the relay says (netconf/origin.h); nullopt: from the switch itself.
+    [[nodiscard]] const std::optional<netconf::Origin>& Origin() const { return m_origin; }
+
+    /// What the session's owner counts of it.
+    [[nodiscard]] NetconfCounters& Counters() { return m_counters; }
+
+    /// Whether it has ended before the client's hello was taken, because of what that said.
+    [[nodiscard]] bool HadBadHello() const { return m_badHello; }
+    /// Whether its end is in order: with an answer to <close-session>, or by another session.
+    [[nodiscard]] bool IsFinished() const { return m_finished; }
+    void SetFinished() { m_finished = true; }
+
     [[nodiscard]] bool IsOpen() const { return m_open; }
 
     /// Whether the client knows base:1.1.
@@ -93,7 +109,7 @@ private:
     void Next();
     void Receive();
     void Handle(std::string message);
-    void TakeHello(const std::string& message);
+    void TakeHello(std::string message);
     void Limit(std::chrono::milliseconds time, std::string reason);
     void AwaitWriting(bool last);
 
@@ -105,6 +121,10 @@ private:
     SessionTimes m_times;
     Handlers m_handlers;
     std::size_t m_maxMessage = netconf::kMaxMessage;
+    std::optional<netconf::Origin> m_origin;
+    NetconfCounters m_counters;
+    bool m_badHello = false;
+    bool m_finished = false;
     bool m_base11 = false;
     bool m_open = true;
     netconf::MessageReader m_reader{kMaxHello};

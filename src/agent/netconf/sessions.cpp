@@ -31,14 +31,24 @@ netconf::Hello MakeHello(const cdb::Schema& schema)
         prefix + "candidate:1.0",
         prefix + "validate:1.1",
         prefix + "rollback-on-error:1.0",
-        prefix + "with-defaults:1.0?basic-mode=explicit&also-supported=report-all,trim",
+        prefix + "with-defaults:1.0?basic-mode=explicit&also-supported=report-all,report-all-tagged,trim",
     };
+    hello.capabilities.push_back(prefix +
+                                 "yang-library:1.1?revision=2019-01-04&content-id=" + schema.ContentId());
     for (const cdb::Schema::Module& module : schema.Modules()) {
         std::string capability = module.ns + "?module=" + module.name;
         if (!module.revision.empty()) capability += "&revision=" + module.revision;
         hello.capabilities.push_back(std::move(capability));
     }
     return hello;
+}
+
+/// Adds the counters to the sum.
+void AddUp(const NetconfCounters& counters, NetconfCounters& sum)
+{
+    sum.inRpcs += counters.inRpcs;
+    sum.inBadRpcs += counters.inBadRpcs;
+    sum.outRpcErrors += counters.outRpcErrors;
 }
 
 }  // namespace
@@ -54,6 +64,8 @@ Sessions::Sessions(base::Timers& timers, const cdb::Schema& schema, Operations& 
       m_quota(options.mostPerUser),
       m_hello(MakeHello(schema))
 {
+    m_past.startUs = m_options.now();
+    m_past.capabilities = m_hello.capabilities;
 }
 
 Sessions::~Sessions()
@@ -116,7 +128,8 @@ void Sessions::Add(Session::Socket socket)
     do {
         ++m_last;
     } while (m_last == 0 || m_sessions.contains(m_last));
-    Session::Identity identity{m_last, user, peer->uid, m_access.Grant(UserOf(*peer, user))};
+    ++m_past.inSessions;
+    Session::Identity identity{m_last, user, peer->uid, m_access.Grant(UserOf(*peer, user)), m_options.now()};
     netconf::Hello hello = m_hello;
     hello.sessionId = m_last;
     const auto whileThere = [self = std::weak_ptr<Sessions*>(m_self)](auto member) {
@@ -133,11 +146,25 @@ void Sessions::Add(Session::Socket socket)
     session->Start();
 }
 
+NetconfFacts Sessions::Facts() const
+{
+    NetconfFacts facts = m_past;
+    for (const auto& [id, session] : m_sessions) {
+        const Session::Identity& who = session->Who();
+        const auto& origin = session->Origin();
+        facts.sessions.push_back({id, who.user, origin.has_value(), origin ? origin->host : std::string(),
+                                  who.loginUs, session->Counters()});
+        AddUp(session->Counters(), facts.counters);
+    }
+    return facts;
+}
+
 bool Sessions::End(std::uint32_t session, const std::string& reason)
 {
     const auto found = m_sessions.find(session);
     if (found == m_sessions.end()) return false;
     const auto ended = found->second;
+    ended->SetFinished();
     ended->Close(reason);
     return true;
 }
@@ -172,8 +199,12 @@ void Sessions::OnRead(const std::shared_ptr<Session>& session, std::variant<Rpc,
     if (!session->IsOpen()) return;
     if (const auto* bad = std::get_if<BadRpc>(&read)) {
         slog::Info("session {} ({}): {}", session->Who().id, session->Who().user, bad->error.message);
+        NetconfCounters& counters = session->Counters();
+        ++(bad->isRpc ? counters.inRpcs : counters.inBadRpcs);
+        ++counters.outRpcErrors;
         return session->Send(RefusalText(bad->attributes, bad->error));
     }
+    ++session->Counters().inRpcs;
     auto rpc = std::get<Rpc>(std::move(read));
     Request::Discard discard;
     if (rpc.isLong)  // it takes long to free
@@ -188,6 +219,8 @@ void Sessions::OnBroken(const std::shared_ptr<Session>& session, const std::stri
     slog::Error("session {} ({}): {}", session->Who().id, session->Who().user, problem);
     const auto tag =
         session->SpeaksBase11() ? cdb::ErrorTag::kMalformedMessage : cdb::ErrorTag::kOperationFailed;
+    ++session->Counters().inBadRpcs;
+    ++session->Counters().outRpcErrors;
     session->Finish(RefusalText({}, MakeError(Layer::kRpc, tag, problem + "; the session ends")));
 }
 
@@ -195,6 +228,11 @@ void Sessions::OnClosed(const std::shared_ptr<Session>& session, const std::stri
 {
     slog::Info("session {} ({}) has ended: {}", session->Who().id, session->Who().user, reason);
     const std::uint32_t id = session->Who().id;
+    if (session->HadBadHello())
+        ++m_past.inBadHellos;
+    else if (!session->IsFinished())
+        ++m_past.droppedSessions;
+    AddUp(session->Counters(), m_past.counters);
     m_sessions.erase(id);
     m_quota.GiveBack(session->Who().uid);
     m_operations.SessionEnded(id);

@@ -5,6 +5,7 @@
 #define AGENT_NETCONF_SESSIONS_H
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -32,6 +33,7 @@ public:
         SessionTimes times{};
         std::size_t maxMessage = netconf::kMaxMessage;  // bytes
         guard::Limits limits{};                         // of a message
+        std::function<std::int64_t()> now{};            // microseconds since the epoch; must be set
     };
     /// This many sessions of root are admitted beyond `most`: root must get in when other users have taken
     /// all.
@@ -46,6 +48,9 @@ public:
 
     /// Begins a session on a connected socket, or tells the client why it gets none.
     void Add(Session::Socket socket);
+
+    /// What is to be told of the sessions, without the locks.
+    [[nodiscard]] NetconfFacts Facts() const;
 
     /// Returns false if there is no such session.
     bool End(std::uint32_t session, const std::string& reason);
@@ -71,6 +76,7 @@ private:
     ipc::UserQuota m_quota;
     netconf::Hello m_hello;  // of all sessions, but for the session-id
     std::uint32_t m_last = 0;
+    NetconfFacts m_past;  // the start, and what the sessions have counted that have ended
     /// Handlers of sessions may run after this object's end; they check whether it is still there.
     std::shared_ptr<Sessions*> m_self = std::make_shared<Sessions*>(this);
     std::map<std::uint32_t, std::shared_ptr<Session>> m_sessions;

@@ -31,6 +31,13 @@ AgentOptions WithClock(AgentOptions options)
     return options;
 }
 
+Sessions::Options SessionsOptions(const AgentOptions& options)
+{
+    Sessions::Options result = options.sessions;
+    result.now = options.now;
+    return result;
+}
+
 /// One element of a filter may select several nodes of the schema, but mostly selects one.
 FilterLimits FilterLimitsOf(const guard::Limits& limits)
 {
@@ -83,10 +90,15 @@ Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Stor
                         return m_sessions.End(session, reason);
                     },
                     m_options.actionTimeout, access, m_room, FilterLimitsOf(m_options.sessions.limits)}),
-      m_sessions(m_timers, schema, m_operations, m_reads, access, m_options.sessions),
+      m_sessions(m_timers, schema, m_operations, m_reads, access, SessionsOptions(m_options)),
       m_changes(loop),
       m_reads(loop)
 {
+    m_state.SetNetconf([this] {
+        NetconfFacts facts = m_sessions.Facts();
+        facts.datastores = m_operations.Datastores();
+        return facts;
+    });
 }
 
 Agent::~Agent()

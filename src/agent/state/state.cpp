@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "agent/data/errors.h"
+#include "agent/state/yang_library.h"
 #include "log/log.h"
 
 namespace agent {
@@ -46,8 +47,12 @@ StateSource::StateSource(boost::asio::io_context& loop, base::Timers& timers, co
       m_access(access),
       m_timeout(timeout),
       m_system(FindProviderNode(schema.Context(), kSystem)),
+      m_netconf(FindProviderNode(schema.Context(), "/netconf-state")),
       m_expected(ExpectedProviders(schema.Context()))
 {
+    for (const char* path : {"/yang-library", "/modules-state"})
+        if (const lysc_node* library = FindProviderNode(schema.Context(), path))
+            m_libraries.push_back(library);
 }
 
 std::vector<const lysc_node*> StateSource::Containers() const
@@ -58,6 +63,8 @@ std::vector<const lysc_node*> StateSource::Containers() const
             containers.push_back(FindProviderNode(m_schema.Context(), provided.path));
     for (const ExpectedProcess& expected : m_expected) containers.push_back(expected.container);
     if (m_system != nullptr) containers.push_back(m_system);
+    if (m_netconf != nullptr) containers.push_back(m_netconf);
+    containers.insert(containers.end(), m_libraries.begin(), m_libraries.end());
     return containers;
 }
 
@@ -69,6 +76,7 @@ void StateSource::Collect(StateSelections& selections, const Done& done)
     auto tree = std::make_shared<StateTree>();
     collected.data = tree;
     AddSystem(selections, *tree);
+    AddServer(selections, *tree);
     if (questions.empty()) return done(std::move(collected));
     auto finish = [this, tree, collected, done](std::vector<StateOutcome>&& outcomes) mutable {
         for (StateOutcome& outcome : outcomes) Add(outcome, *tree, collected);
@@ -132,6 +140,15 @@ void StateSource::AddSystem(StateSelections& selections, StateTree& tree) const
     if (wanted->Has("fault")) system.AddFaults(m_store);
     if (wanted->Has("history")) system.AddHistory(m_store);
     if (wanted->Has("access")) system.AddDenials(m_access.Denied());
+}
+
+void StateSource::AddServer(StateSelections& selections, StateTree& tree) const
+{
+    if (m_netconf != nullptr && m_netconfFacts)
+        if (const auto wanted = selections.Take(m_netconf))
+            NetconfState(m_schema.Context(), m_netconf, tree).Add(*wanted, m_netconfFacts());
+    for (const lysc_node* library : m_libraries)
+        if (selections.Take(library)) AddYangLibrary(m_schema, library, tree);
 }
 
 void StateSource::Add(StateOutcome& outcome, StateTree& tree, CollectedState& collected)

@@ -12,6 +12,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
@@ -20,6 +21,7 @@
 #include "agent/clients/clients.h"
 #include "agent/clients/provider_node.h"
 #include "agent/data/data_source.h"
+#include "agent/state/netconf_state.h"
 #include "agent/state/provided_state.h"
 #include "agent/state/state_selection.h"
 #include "agent/state/system_state.h"
@@ -51,6 +53,9 @@ public:
     /// Collects what is selected. Calls `done` once, from inside Collect if it asks no provider.
     void Collect(StateSelections& selections, const Done& done);
 
+    /// Where /netconf-state comes from. Null, as at first: there is none.
+    void SetNetconf(std::function<NetconfFacts()> facts) { m_netconfFacts = std::move(facts); }
+
     /// The role that the processes were last told to take.
     void SetRole(Role role) { m_role = role; }
 
@@ -66,6 +71,7 @@ private:
                                                        CollectedState& collected);
     void AddMissing(StateSelections& selections, CollectedState& collected);
     void AddSystem(StateSelections& selections, StateTree& tree) const;
+    void AddServer(StateSelections& selections, StateTree& tree) const;
     void Add(StateOutcome& outcome, StateTree& tree, CollectedState& collected);
     /// The first of the client's unanswered questions; null if the client may be asked.
     [[nodiscard]] const Unanswered* IsSilent(const ClientPtr& client);
@@ -86,7 +92,10 @@ private:
     const Access& m_access;
     std::chrono::milliseconds m_timeout;
     Role m_role = Role::kUnknown;
+    std::function<NetconfFacts()> m_netconfFacts;
     const lysc_node* m_system;
+    const lysc_node* m_netconf;
+    std::vector<const lysc_node*> m_libraries;
     std::vector<ExpectedProcess> m_expected;
     std::vector<Unanswered> m_unanswered;
     std::map<std::string, std::set<std::string>> m_logged;  // by path: the causes of missing state

@@ -13,6 +13,7 @@
 #include <set>
 #include <utility>
 
+#include "agent/data/yang_tree.h"
 #include "base/text.h"
 #include "base/version.h"
 #include "log/log.h"
@@ -22,13 +23,6 @@ namespace {
 
 constexpr std::size_t kFaultsShown = 1000;
 constexpr std::size_t kCommitsShown = 1000;
-
-const lysc_node* Child(const lysc_node* parent, std::string_view name)
-{
-    for (const lysc_node* child = lysc_node_child(parent); child != nullptr; child = child->next)
-        if (name == child->name) return child;
-    return nullptr;
-}
 
 const char* RoleName(Role role)
 {
@@ -74,7 +68,7 @@ SystemState::SystemState(const ly_ctx* context, const lysc_node* system, StateTr
 
 StateTree::Node* SystemState::Entry(const char* list, std::initializer_list<std::string> keys)
 {
-    const lysc_node* schema = Child(m_system, list);
+    const lysc_node* schema = SchemaChild(m_system, list);
     if (schema == nullptr) return nullptr;
     std::vector<std::string_view> kept;
     for (const std::string& key : keys) kept.push_back(m_tree.Keep(key));
@@ -83,7 +77,7 @@ StateTree::Node* SystemState::Entry(const char* list, std::initializer_list<std:
 
 void SystemState::Leaf(StateTree::Node& node, const char* parent, const char* name, std::string_view value)
 {
-    Leaf(node, Child(Child(m_system, parent), name), value);
+    Leaf(node, SchemaChild(SchemaChild(m_system, parent), name), value);
 }
 
 void SystemState::Leaf(StateTree::Node& node, const lysc_node* leaf, std::string_view value)
@@ -95,7 +89,10 @@ void SystemState::Leaf(StateTree::Node& node, const lysc_node* leaf, std::string
         slog::Debug("state: {} can't be \"{}\"", leaf == nullptr ? "a leaf" : leaf->name, value);
 }
 
-void SystemState::AddVersion() { Leaf(m_tree.At(m_system), Child(m_system, "version"), base::Version()); }
+void SystemState::AddVersion()
+{
+    Leaf(m_tree.At(m_system), SchemaChild(m_system, "version"), base::Version());
+}
 
 void SystemState::AddProcesses(const Clients& clients, Role role)
 {
@@ -215,7 +212,7 @@ void SystemState::AddCommit(StateTree::Node& history, const cdb::HistoryEntry& e
 void SystemState::AddDenials(const Access::Denials& denials)
 {
     static constexpr const char* kContainer = "access";
-    const lysc_node* schema = Child(m_system, kContainer);
+    const lysc_node* schema = SchemaChild(m_system, kContainer);
     if (schema == nullptr) return;
     StateTree::Node& access = StateTree::ContainerIn(m_tree.At(m_system), schema);
     Leaf(access, kContainer, "denied-operations", std::to_string(denials.operations));

@@ -143,10 +143,11 @@ std::unique_ptr<RowView> Datastore::DirtyRows(Which which) const
                                        which == Which::kRunning ? Running() : Candidate());
 }
 
-std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOperation operation)
+std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOperation operation,
+                                                 ErrorOption onError)
 {
     const cdb::Candidate::Reading reading(m_candidate);
-    return PlanCreations(m_schema, m_candidate, edit, operation);
+    return PlanCreations(m_schema, m_candidate, edit, operation, onError);
 }
 
 std::optional<Error> Datastore::Edit(const lyd_node* edit, DefaultOperation operation,
@@ -158,24 +159,27 @@ std::optional<Error> Datastore::Edit(const lyd_node* edit, DefaultOperation oper
 }
 
 std::vector<Error> Datastore::EditAndTest(const lyd_node* edit, DefaultOperation operation, TestOption test,
-                                          const std::vector<LeafWrite>& writes)
+                                          const std::vector<LeafWrite>& writes, ErrorOption onError)
 {
     const cdb::Candidate::Reading reading(m_candidate);
     EditLog log(m_candidate);
     const EditWrites indexed(m_schema.Table(), writes);
-    Editor editor(m_schema, m_candidate, log, indexed);
+    Editor editor(m_schema, m_candidate, log, indexed, Editor::Depth::kAll, onError);
     std::vector<Error> errors;
     if (auto error = editor.Apply(edit, operation))
         errors.push_back(std::move(*error));
     else if (test != TestOption::kSet)
         errors = m_validator.Check(m_candidate);
-    if (!errors.empty() || test == TestOption::kTestOnly) {
+    const bool stands = errors.empty() && test != TestOption::kTestOnly;
+    const std::vector<Error> failed = editor.Failed();
+    errors.insert(errors.begin(), failed.begin(), failed.end());
+    if (!stands) {
         log.RollBack();
         return errors;
     }
     m_isVerified = test == TestOption::kTestThenSet;
     log.Keep();
-    return {};
+    return errors;
 }
 
 bool Datastore::Changed() const
@@ -191,6 +195,17 @@ std::vector<Error> Datastore::Validate()
     auto errors = m_validator.Check(m_candidate);
     m_isVerified = errors.empty();
     return errors;
+}
+
+std::vector<Error> Datastore::ValidateOther(const lyd_node* content) const
+{
+    cdb::Candidate other(m_schema, m_store);
+    const cdb::Candidate::Reading reading(other);
+    EditLog log(other);
+    const EditWrites none;
+    Editor editor(m_schema, other, log, none);
+    if (auto error = editor.Apply(content, DefaultOperation::kReplace)) return {std::move(*error)};
+    return m_validator.Check(other);
 }
 
 ChangeSet Datastore::Changes() const

@@ -76,26 +76,32 @@ public:
     /// The entries of lists with a callpoint that the edit would create, in the edit's order. `edit` is the
     /// parsed content of <config> (first sibling), with the nc:operation attributes as metadata (or, on
     /// opaque nodes, as attributes); it is not changed.
-    [[nodiscard]] std::vector<NewEntry> EntriesToCreate(const lyd_node* edit, DefaultOperation operation);
+    [[nodiscard]] std::vector<NewEntry> EntriesToCreate(const lyd_node* edit, DefaultOperation operation,
+                                                        ErrorOption onError = ErrorOption::kWhole);
 
     /// Applies the edit to the candidate, the callpoints' writes just before the edit's own leaves of the
-    /// entry concerned. On an error the candidate is as before, whatever the client's error-option, since no
-    /// client can know the order in which an edit is applied. A write to an entry that the edit does not
+    /// entry concerned. On an error the candidate is as before. A write to an entry that the edit does not
     /// create is dropped.
     [[nodiscard]] std::optional<Error> Edit(const lyd_node* edit, DefaultOperation operation,
                                             const std::vector<LeafWrite>& writes);
 
     /// Edits and tests. kSet: only edits. kTestThenSet: validates afterwards and undoes the edit if the
     /// candidate is not valid. kTestOnly: the same, but always undoes the edit. Returns the edit's error or
-    /// those of the validation; empty if there is none.
+    /// those of the validation; empty if there is none. With ErrorOption::kContinue what could be done stands
+    /// though errors are returned, unless the candidate would then not be valid by a test.
     [[nodiscard]] std::vector<Error> EditAndTest(const lyd_node* edit, DefaultOperation operation,
-                                                 TestOption test, const std::vector<LeafWrite>& writes);
+                                                 TestOption test, const std::vector<LeafWrite>& writes,
+                                                 ErrorOption onError = ErrorOption::kWhole);
 
     /// Whether the candidate differs from running (looks only at the dirty set).
     [[nodiscard]] bool Changed() const;
 
     /// The candidate's errors, checked in the dirty set and what refers to it. Empty if it is valid.
     [[nodiscard]] std::vector<Error> Validate();
+
+    /// The errors of another configuration, as a whole. `content` as `edit` above, without operations. Asks
+    /// no callpoint. Does not look at the candidate, so any thread may call it at any time.
+    [[nodiscard]] std::vector<Error> ValidateOther(const lyd_node* content) const;
 
     /// The change set of a commit now, with the number that it would get.
     [[nodiscard]] ChangeSet Changes() const;

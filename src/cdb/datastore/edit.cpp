@@ -5,6 +5,8 @@
 
 #include <libyang/libyang.h>
 
+#include <string_view>
+
 #include "cdb/datastore/edit_errors.h"
 
 namespace cdb {
@@ -13,6 +15,13 @@ namespace {
 bool IsPresence(const lysc_node* node)
 {
     return node->nodetype == LYS_CONTAINER && (node->flags & LYS_PRESENCE) != 0;
+}
+
+bool HasDefaultValue(const lyd_node* leaf)
+{
+    const lyd_value* byDefault = reinterpret_cast<const lysc_node_leaf*>(leaf->schema)->dflt;
+    return byDefault != nullptr &&
+           std::string_view(lyd_value_get_canonical(LYD_CTX(leaf), byDefault)) == lyd_get_value(leaf);
 }
 
 /// Leaves of one name are adjacent in a parsed edit.
@@ -53,12 +62,13 @@ const std::vector<EditWrites::Write>& EditWrites::For(const Place& entry) const
 }
 
 Editor::Editor(const Schema& schema, Candidate& candidate, EditLog& log, const EditWrites& writes,
-               Depth depth)
+               Depth depth, ErrorOption onError)
     : m_schema(schema),
       m_candidate(candidate),
       m_log(log),
       m_writes(writes),
       m_depth(depth),
+      m_onError(onError),
       m_asksBelow(schema.Table().Size(), false)
 {
     for (const auto& node : schema.Table().Nodes()) {
@@ -70,22 +80,60 @@ Editor::Editor(const Schema& schema, Candidate& candidate, EditLog& log, const E
 
 std::optional<Error> Editor::Apply(const lyd_node* edit, DefaultOperation operation)
 {
+    if (operation != DefaultOperation::kReplace)
+        return ApplySiblings(edit, InitialOperation(operation), nullptr);
+    const std::size_t mark = m_log.Mark();
     // A replacing edit deletes what it does not mention.
-    if (operation == DefaultOperation::kReplace) EmptyUnmentioned(edit);
-    return ApplySiblings(edit, InitialOperation(operation), nullptr);
+    EmptyUnmentioned(edit);
+    auto error = ApplyWhole(edit, InitialOperation(operation), nullptr);
+    if (!error || m_onError == ErrorOption::kWhole) return error;
+    m_log.RollBackTo(mark);
+    NoteFailed(std::move(*error));
+    return std::nullopt;
 }
 
 Editor::Result Editor::ApplySiblings(const lyd_node* edit, EditOp operation, lyd_node* parent)
 {
-    for (const lyd_node* node = edit; node != nullptr; node = node->next)
-        if (auto error = ApplyNode(node, operation, parent)) return error;
+    for (const lyd_node* node = edit; node != nullptr; node = node->next) {
+        const std::size_t mark = m_log.Mark();
+        auto error = ApplyNode(node, operation, parent);
+        if (!error) continue;
+        if (m_onError == ErrorOption::kWhole || m_whole > 0) return error;
+        m_log.RollBackTo(mark);
+        m_writtenByCallpoint.clear();  // some may be gone
+        NoteFailed(std::move(*error));
+    }
     return std::nullopt;
+}
+
+Editor::Result Editor::ApplyWhole(const lyd_node* edit, EditOp operation, lyd_node* parent)
+{
+    ++m_whole;
+    auto error = ApplySiblings(edit, operation, parent);
+    --m_whole;
+    return error;
+}
+
+void Editor::NoteFailed(Error error)
+{
+    if (m_failed.size() < kMaxErrors)
+        m_failed.push_back(std::move(error));
+    else
+        ++m_failedMore;
+}
+
+std::vector<Error> Editor::Failed() const
+{
+    std::vector<Error> errors = m_failed;
+    if (m_failedMore > 0)
+        errors.push_back({.tag = ErrorTag::kOperationFailed,
+                          .message = std::to_string(m_failedMore) + " more parts of the edit have failed"});
+    return errors;
 }
 
 Editor::Result Editor::ApplyNode(const lyd_node* edit, EditOp inherited, lyd_node* parent)
 {
     if (edit->schema == nullptr) return ApplyOpaque(edit, inherited, parent);
-    if (!IsExplicit(edit) && edit->schema->nodetype == LYS_LEAF) return std::nullopt;
     if ((edit->schema->flags & LYS_CONFIG_R) != 0) return NotConfiguration(edit);
     if (m_schema.IdOf(edit->schema) == kNoNode) return NotKept(edit);
     const auto own = OperationOf(edit, inherited);
@@ -133,13 +181,19 @@ Editor::Result Editor::ApplyLeaf(const lyd_node* edit, EditOp operation, lyd_nod
     if (IsTwin(edit)) return GivenTwice(edit);
     lyd_node* present = FindSingle(SiblingsBelow(parent), edit->schema);
     const bool isThere = IsThere(present);
+    // Tagged as a default (RFC 6243, section 4.5.2): as if it were not set.
+    const bool isTagged = !IsExplicit(edit);
+    if (isTagged && !HasDefaultValue(edit)) return NotTheDefault(edit);
     switch (operation) {
     case EditOp::kCreate:
         if (isThere) return DataExists(edit);
         [[fallthrough]];
     case EditOp::kMerge:
     case EditOp::kReplace:
-        Set(edit, present, parent);
+        if (!isTagged)
+            Set(edit, present, parent);
+        else if (isThere)
+            Unset(present);
         return std::nullopt;
     case EditOp::kDelete:
         if (!isThere) return NothingToDelete(edit);
@@ -168,10 +222,9 @@ Editor::Result Editor::ApplyContainer(const lyd_node* edit, EditOp operation, ly
     switch (operation) {
     case EditOp::kCreate:
         if (isThere) return DataExists(edit);
-        break;
+        return ApplyWhole(lyd_child(edit), operation, container);
     case EditOp::kReplace:
-        container = Empty(container);
-        break;
+        return ApplyWhole(lyd_child(edit), operation, Empty(container));
     case EditOp::kDelete:
         if (!isThere) return NothingToDelete(edit);
         [[fallthrough]];

@@ -5,6 +5,7 @@
 #ifndef CDB_DATASTORE_EDIT_H
 #define CDB_DATASTORE_EDIT_H
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <optional>
@@ -39,7 +40,11 @@ public:
     void Change(lyd_node* leaf, const char* text, bool asDefault);
 
     /// Undoes everything, the last change first.
-    void RollBack();
+    void RollBack() { RollBackTo(0); }
+
+    /// A place in the log, and undoing what came after it.
+    [[nodiscard]] std::size_t Mark() const { return m_changes.size(); }
+    void RollBackTo(std::size_t mark);
 
     /// Keeps the changes and frees what they replaced.
     void Keep() { m_changes.clear(); }
@@ -84,10 +89,16 @@ public:
     /// only to find them; the caller must roll the log back.
     enum class Depth { kAll, kWayOnly };
     Editor(const Schema& schema, Candidate& candidate, EditLog& log, const EditWrites& writes,
-           Depth depth = Depth::kAll);
+           Depth depth = Depth::kAll, ErrorOption onError = ErrorOption::kWhole);
 
-    /// Returns the first error; earlier changes stay applied.
+    /// Returns the first error; earlier changes stay applied. With kContinue nothing of the parts that fail
+    /// stays, and Failed has their errors.
     std::optional<Error> Apply(const lyd_node* edit, DefaultOperation operation);
+
+    /// With kContinue: the errors of the parts that failed, in the edit's order, at most kMaxErrors and one
+    /// that counts the rest.
+    [[nodiscard]] std::vector<Error> Failed() const;
+    static constexpr std::size_t kMaxErrors = 20;
 
     /// The created entries of lists with a callpoint, in the edit's order.
     [[nodiscard]] const std::vector<NewEntry>& Created() const { return m_created; }
@@ -96,6 +107,9 @@ private:
     using Result = std::optional<Error>;
 
     Result ApplySiblings(const lyd_node* edit, EditOp operation, lyd_node* parent);
+    /// The same for what stands or falls as a whole.
+    Result ApplyWhole(const lyd_node* edit, EditOp operation, lyd_node* parent);
+    void NoteFailed(Error error);
     Result ApplyNode(const lyd_node* edit, EditOp inherited, lyd_node* parent);
     Result ApplyOpaque(const lyd_node* edit, EditOp inherited, lyd_node* parent);
     Result ApplyLeaf(const lyd_node* edit, EditOp operation, lyd_node* parent);
@@ -130,6 +144,10 @@ private:
     EditLog& m_log;
     const EditWrites& m_writes;
     const Depth m_depth;
+    const ErrorOption m_onError;
+    std::vector<Error> m_failed;
+    std::size_t m_failedMore = 0;
+    int m_whole = 0;  // how many parts that stand or fall as a whole are around the node
     std::vector<NewEntry> m_created;
     std::vector<bool> m_asksBelow;                             // by NodeId: a list below has a callpoint
     std::unordered_set<const lyd_node*> m_writtenByCallpoint;  // leaves: absent for the rest of the edit
@@ -137,9 +155,10 @@ private:
 };
 
 /// Finds the entries with a callpoint that an edit creates, before it is applied, and leaves the candidate as
-/// it was. In the edit's order, up to its first error. Only while a Reading of the candidate lives.
+/// it was. In the edit's order, up to its first error; with kContinue all of them, perhaps of parts that
+/// fail. Only while a Reading of the candidate lives.
 std::vector<NewEntry> PlanCreations(const Schema& schema, Candidate& candidate, const lyd_node* edit,
-                                    DefaultOperation operation);
+                                    DefaultOperation operation, ErrorOption onError = ErrorOption::kWhole);
 
 }  // namespace cdb
 

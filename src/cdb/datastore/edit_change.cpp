@@ -36,7 +36,7 @@ Editor::Result Editor::Create(const lyd_node* edit, EditOp operation, lyd_node* 
     if (!callpoint.empty()) Report(made, callpoint);
     ++m_fresh;
     Result error = callpoint.empty() ? std::nullopt : Write(made, callpoint);
-    if (!error && !isPlain) error = ApplySiblings(lyd_child(edit), operation, made);
+    if (!error && !isPlain) error = ApplyWhole(lyd_child(edit), operation, made);
     --m_fresh;
     if (m_fresh == 0 && !isPlanning) Complete(made);
     return error;
@@ -247,9 +247,9 @@ void EditLog::Change(lyd_node* leaf, const char* text, bool asDefault)
     m_changes.push_back(std::move(step));
 }
 
-void EditLog::RollBack()
+void EditLog::RollBackTo(std::size_t mark)
 {
-    while (!m_changes.empty()) {
+    while (m_changes.size() > mark) {
         TakeBack(m_changes.back());
         m_changes.pop_back();
     }

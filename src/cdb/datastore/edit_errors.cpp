@@ -185,6 +185,15 @@ Error GivenTwice(const lyd_node* edit)
                 {{"bad-element", LYD_NAME(edit)}});
 }
 
+Error NotTheDefault(const lyd_node* edit)
+{
+    return Make(ErrorTag::kInvalidValue, edit,
+                Describe(edit) +
+                    " is tagged as a default and has another value than the default of its YANG module; "
+                    "correct it or leave the tag out",
+                {{"bad-element", LYD_NAME(edit)}});
+}
+
 Error NotConfiguration(const lyd_node* edit)
 {
     return Make(ErrorTag::kInvalidValue, edit,

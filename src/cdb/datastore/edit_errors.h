@@ -22,6 +22,7 @@ Error NothingToDelete(const lyd_node* edit);
 Error NothingThere(const lyd_node* edit);
 Error KeyCannotGo(const lyd_node* edit);
 Error GivenTwice(const lyd_node* edit);
+Error NotTheDefault(const lyd_node* edit);
 Error NotConfiguration(const lyd_node* edit);
 Error NotKept(const lyd_node* edit);
 

@@ -23,6 +23,12 @@ enum class DefaultOperation : std::uint8_t { kMerge, kReplace, kNone };
 /// The test-option of an edit (RFC 6241, section 7.2).
 enum class TestOption : std::uint8_t { kSet, kTestThenSet, kTestOnly };
 
+/// What an edit does after an error (RFC 6241, section 7.2). kWhole, for stop-on-error and rollback-on-error:
+/// it is undone as a whole, since no client can know the order in which an edit is applied. kContinue: the
+/// part that fails is left out and the rest is done. A part is a node, or what one operation creates or
+/// replaces as a whole.
+enum class ErrorOption : std::uint8_t { kWhole, kContinue };
+
 /// An entry that an edit will create in the candidate, and the callpoint to ask about it.
 struct NewEntry {
     Path path;

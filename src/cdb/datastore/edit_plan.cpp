@@ -16,8 +16,8 @@ namespace {
 /// outermost lists have callpoints.
 class Planner {
 public:
-    Planner(const Schema& schema, const Candidate& candidate)
-        : m_schema(schema), m_table(schema.Table()), m_candidate(candidate)
+    Planner(const Schema& schema, const Candidate& candidate, ErrorOption onError)
+        : m_schema(schema), m_table(schema.Table()), m_candidate(candidate), m_onError(onError)
     {
     }
 
@@ -35,7 +35,7 @@ private:
     bool Siblings(const lyd_node* edit, EditOp operation)
     {
         for (const lyd_node* node = edit; node != nullptr; node = node->next)
-            if (!Node(node, operation)) return false;
+            if (!Node(node, operation) && m_onError == ErrorOption::kWhole) return false;
         return true;
     }
 
@@ -108,6 +108,7 @@ private:
     const Schema& m_schema;
     const SchemaTable& m_table;
     const Candidate& m_candidate;
+    const ErrorOption m_onError;
     std::vector<NewEntry> m_created;
     std::map<Place, bool> m_known;  // units that the edit has made (true) or taken out
     std::set<NodeId> m_emptied;     // lists
@@ -123,13 +124,14 @@ bool AsksInUnits(const SchemaTable& table, const Candidate& candidate)
 }  // namespace
 
 std::vector<NewEntry> PlanCreations(const Schema& schema, Candidate& candidate, const lyd_node* edit,
-                                    DefaultOperation operation)
+                                    DefaultOperation operation, ErrorOption onError)
 {
-    if (!AsksInUnits(schema.Table(), candidate)) return Planner(schema, candidate).Run(edit, operation);
+    if (!AsksInUnits(schema.Table(), candidate))
+        return Planner(schema, candidate, onError).Run(edit, operation);
     // Applies the edit itself, without the content of new entries, and undoes it.
     EditLog log(candidate);
     const EditWrites none;
-    Editor editor(schema, candidate, log, none, Editor::Depth::kWayOnly);
+    Editor editor(schema, candidate, log, none, Editor::Depth::kWayOnly, onError);
     static_cast<void>(editor.Apply(edit, operation));
     log.RollBack();
     return editor.Created();

@@ -115,11 +115,21 @@ std::string Describe(const char* name, const char* revision, const char* file, b
     return text + Hash(content);
 }
 
+std::string FeaturesOf(const lys_module* module)
+{
+    std::string names;
+    if (module->parsed == nullptr) return names;
+    std::uint32_t index = 0;
+    const lysp_feature* feature = nullptr;
+    while ((feature = lysp_feature_next(feature, module->parsed, &index)) != nullptr)
+        if ((feature->flags & LYS_FENABLED) != 0) names.append(" ").append(feature->name);
+    return names;
+}
+
 /// A hash over the text of all modules, independent of the order in which they were loaded. Throws FatalError
 /// if a module's file can't be read any more.
-std::string FingerprintOf(const ly_ctx* context)
+std::string HashOfModules(const ly_ctx* context, std::vector<std::string> parts)
 {
-    std::vector<std::string> parts{"libyang " LIBYANG_VERSION};
     std::uint32_t index = 0;
     while (const lys_module* module = ly_ctx_get_module_iter(context, &index)) {
         parts.push_back(Describe(module->name, module->revision, module->filepath, module->implemented != 0));
@@ -134,6 +144,15 @@ std::string FingerprintOf(const ly_ctx* context)
     return Hash(all);
 }
 
+std::string ContentIdOf(const ly_ctx* context)
+{
+    std::vector<std::string> features;
+    std::uint32_t index = 0;
+    while (const lys_module* module = ly_ctx_get_module_iter(context, &index))
+        features.push_back(module->name + FeaturesOf(module));
+    return HashOfModules(context, std::move(features));
+}
+
 }  // namespace
 
 class Schema::Impl {
@@ -145,13 +164,15 @@ public:
         LoadModules(context.get(), directory);
         ly_err_clean(context.get(), nullptr);
         derived = DeriveSchema(context.get());
-        fingerprint = FingerprintOf(context.get());
+        fingerprint = HashOfModules(context.get(), {"libyang " LIBYANG_VERSION});
+        contentId = ContentIdOf(context.get());
         reach = ExamineConstraints(derived);
     }
 
     Owned<ly_ctx> context;
     DerivedSchema derived;
     std::string fingerprint;
+    std::string contentId;
     Reach reach;
 };
 
@@ -179,6 +200,8 @@ const lysc_node* Schema::NodeOf(NodeId id) const
 }
 
 const std::string& Schema::Fingerprint() const { return m_impl->fingerprint; }
+
+const std::string& Schema::ContentId() const { return m_impl->contentId; }
 
 std::vector<Schema::Module> Schema::Modules() const
 {

@@ -52,6 +52,10 @@ public:
     /// schema is valid by any schema with the same fingerprint.
     [[nodiscard]] const std::string& Fingerprint() const;
 
+    /// For yang-library (RFC 8525): a hash over the modules' names, revisions, features and texts. Changes
+    /// with them, and with nothing else: neither with libyang's version nor with the directory.
+    [[nodiscard]] const std::string& ContentId() const;
+
 private:
     class Impl;
     explicit Schema(std::unique_ptr<Impl> impl);

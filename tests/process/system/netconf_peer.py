@@ -9,6 +9,8 @@ Ends with 0 when all holds; else the traceback says what did not. Expects the sw
 configuration that the scenarios begin with. Debian's own python3: that is where ncclient is.
 """
 
+import copy
+import os
 import socket
 import subprocess
 import sys
@@ -21,6 +23,8 @@ from ncclient.transport import SSHSession
 NC = "urn:ietf:params:xml:ns:netconf:base:1.0"
 CONFIG = "urn:switch:yang:switch-config"
 SFLOW = "urn:switch:yang:switch-oam-sflow"
+MONITORING = "urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring"
+DEFAULT = "urn:ietf:params:xml:ns:netconf:default:1.0"
 
 
 class SocketChannel:
@@ -50,7 +54,8 @@ class RelaySession(SSHSession):
 
     def connect(self, relay):
         ours, theirs = socket.socketpair()
-        self.relay = subprocess.Popen([relay], stdin=theirs, stdout=theirs)
+        ssh = {**os.environ, "SSH_CONNECTION": "127.0.0.1 50022 127.0.0.1 830"}
+        self.relay = subprocess.Popen([relay], stdin=theirs, stdout=theirs, env=ssh)
         theirs.close()
         self._channel = SocketChannel(ours)
         self._connected = True
@@ -175,6 +180,48 @@ def check_history(connection):
     commit_rate(23)
 
 
+def check_whole_configurations(connection):
+    before = rate_of(connection, "running", "eth1")
+    connection.copy_config(source="running", target="candidate")
+    content = connection.get_config(source="running").data_ele[0]
+    config = etree.Element(f"{{{NC}}}config")
+    config.append(content)
+    source = etree.Element(f"{{{NC}}}source")
+    source.append(copy.deepcopy(config))
+    connection.validate(source=config)
+    connection.copy_config(source=source, target="candidate")
+    assert rate_of(connection, "candidate", "eth1") == before
+    connection.discard_changes()
+    refused("unknown-element", connection.delete_config, target="candidate")
+    refused("data-missing", connection.edit_config, target="candidate", error_option="continue-on-error", config=sflow(
+        f'<collector xmlns:nc="{NC}" nc:operation="delete"><name>nobody</name></collector>'
+        "<interface><name>eth1</name><sampling-rate>4712</sampling-rate></interface>"))
+    assert rate_of(connection, "candidate", "eth1") == ["4712"]
+    connection.discard_changes()
+
+
+def check_defaults(connection):
+    data = connection.get_config(source="running", with_defaults="report-all-tagged").data_ele
+    tagged = [leaf for leaf in data.iter() if leaf.get(f"{{{DEFAULT}}}default") == "true"]
+    assert tagged, etree.tostring(data)
+
+
+def check_monitoring(connection, transport):
+    data = connection.get(filter=("subtree", f'<netconf-state xmlns="{MONITORING}"/>')).data_ele
+
+    def texts(name):
+        return [leaf.text for leaf in data.iter(f"{{{MONITORING}}}{name}")]
+
+    assert sorted(texts("capability")) == sorted(connection.server_capabilities), texts("capability")
+    session = [each for each in data.iter(f"{{{MONITORING}}}session")
+               if each.findtext(f"{{{MONITORING}}}session-id") == connection.session_id]
+    assert len(session) == 1, etree.tostring(data)
+    assert session[0].findtext(f"{{{MONITORING}}}transport") == transport, etree.tostring(session[0])
+    assert session[0].findtext(f"{{{MONITORING}}}source-host") == "127.0.0.1", etree.tostring(session[0])
+    for name in texts("identifier"):
+        assert f"module {name}" in connection.get_schema(name).data, name
+
+
 def main():
     def connect():
         return connect_relay(sys.argv[2]) if sys.argv[1] == "relay" else connect_ssh(*sys.argv[2:5])
@@ -185,6 +232,9 @@ def main():
     check_errors(connection, other)
     check_state(connection)
     check_history(connection)
+    check_whole_configurations(connection)
+    check_defaults(connection)
+    check_monitoring(connection, "netconf-ssh")
     connection.kill_session(other.session_id)
     other.timeout = 5  # the library may miss the end of a transport that goes while it sends
     try:

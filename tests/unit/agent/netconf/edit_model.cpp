@@ -250,8 +250,9 @@ Expected Expect(const ModelState& before, const std::vector<EditNode>& edit, con
 {
     static constexpr std::array<std::string_view, 4> kDefaults{"", "merge", "replace", "none"};
     static constexpr std::array<std::string_view, 4> kTests{"", "test-then-set", "set", "test-only"};
-    // continue-on-error is not offered.
-    static constexpr std::array<std::string_view, 3> kOnError{"", "stop-on-error", "rollback-on-error"};
+    // Which parts of an edit with continue-on-error stand, this model does not say.
+    static constexpr std::array<std::string_view, 4> kOnError{"", "stop-on-error", "rollback-on-error",
+                                                              "continue-on-error"};
     const auto has = [](const auto& values, const std::string& value) {
         return std::find(values.begin(), values.end(), value) != values.end();
     };

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <libyang/libyang.h>
 
+#include <map>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -70,6 +71,46 @@ void ExpectDeclared(const std::string& xml, const std::string& path)
     }
 }
 
+/// RFC 6241, appendix A: which layers may give the error, and what its error-info must hold.
+struct StandardRow {
+    std::string types;
+    std::vector<std::string> info;
+};
+
+const std::map<std::string, StandardRow>& Standard()
+{
+    static const std::map<std::string, StandardRow> kRows{
+        {"in-use", {"protocol application", {}}},
+        {"invalid-value", {"protocol application", {}}},
+        {"too-big", {"transport rpc protocol application", {}}},
+        {"missing-attribute", {"rpc protocol application", {"bad-attribute", "bad-element"}}},
+        {"bad-attribute", {"rpc protocol application", {"bad-attribute", "bad-element"}}},
+        {"unknown-attribute", {"rpc protocol application", {"bad-attribute", "bad-element"}}},
+        {"missing-element", {"protocol application", {"bad-element"}}},
+        {"bad-element", {"protocol application", {"bad-element"}}},
+        {"unknown-element", {"protocol application", {"bad-element"}}},
+        {"unknown-namespace", {"protocol application", {"bad-element", "bad-namespace"}}},
+        {"access-denied", {"protocol application", {}}},
+        {"lock-denied", {"protocol", {"session-id"}}},
+        {"resource-denied", {"transport rpc protocol application", {}}},
+        {"rollback-failed", {"protocol application", {}}},
+        {"data-exists", {"application", {}}},
+        {"data-missing", {"application", {}}},
+        {"operation-not-supported", {"protocol application", {}}},
+        {"operation-failed", {"rpc protocol application", {}}},
+        {"malformed-message", {"rpc", {}}}};
+    return kRows;
+}
+
+void ExpectByTheStandard(const netconf::RpcError& error, const std::string& xml)
+{
+    const auto row = Standard().find(error.tag);
+    ASSERT_NE(row, Standard().end()) << xml;
+    EXPECT_THAT(' ' + row->second.types + ' ', HasSubstr(' ' + error.type + ' ')) << xml;
+    for (const std::string& name : row->second.info)
+        EXPECT_THAT(error.info, testing::Contains(testing::Pair(name, testing::_))) << xml;
+}
+
 TEST_P(ErrorTags, IsGiven)
 {
     const ErrorTagRow& row = GetParam();
@@ -82,6 +123,7 @@ TEST_P(ErrorTags, IsGiven)
     EXPECT_EQ(error.tag, row.tag) << reply.xml;
     EXPECT_EQ(error.type, row.type) << reply.xml;
     EXPECT_EQ(error.severity, "error");
+    ExpectByTheStandard(error, reply.xml);
     EXPECT_THAT(error.message, HasSubstr(row.said));
     for (const std::string& name : row.info)
         EXPECT_THAT(error.info, testing::Contains(testing::Pair(name, testing::Ne("")))) << reply.xml;
@@ -129,12 +171,6 @@ INSTANTIATE_TEST_SUITE_P(
             "\"xpath\""},
         ErrorTagRow{"operation-not-supported",
                     "protocol",
-                    InRpc(EditConfig(Sflow(""), {"", "", "continue-on-error"})),
-                    {},
-                    "",
-                    "continue-on-error"},
-        ErrorTagRow{"operation-not-supported",
-                    "protocol",
                     InRpc("<commit><confirmed/></commit>"),
                     {},
                     "",
@@ -176,7 +212,22 @@ INSTANTIATE_TEST_SUITE_P(
                     InRpc("<edit-config><target><candidate/></target></edit-config>"),
                     {"bad-element"},
                     "/ietf-netconf:rpc/ietf-netconf:edit-config/ietf-netconf:config"},
-        ErrorTagRow{"missing-element", "rpc", InRpc(""), {"bad-element"}},
+        ErrorTagRow{"missing-element", "protocol", InRpc(""), {"bad-element"}},
+        ErrorTagRow{"unknown-element", "protocol", "<hello xmlns='" + kBase + "'/>", {"bad-element"}},
+        ErrorTagRow{"bad-attribute",
+                    "application",
+                    EditRpc("<collector><name>c1</name><port xmlns:wd='"
+                            "urn:ietf:params:xml:ns:netconf:default:1.0' wd:default='perhaps'>1</port>"
+                            "</collector>"),
+                    {"bad-attribute", "bad-element"},
+                    "/switch-oam-sflow:port",
+                    "\"perhaps\""},
+        ErrorTagRow{"unknown-attribute",
+                    "application",
+                    InRpc("<copy-config><target><candidate/></target><source><config>" +
+                          Sflow("<agent nc:operation='delete'/>") + "</config></source></copy-config>"),
+                    {"bad-attribute", "bad-element"},
+                    "/switch-oam-sflow:agent"},
         ErrorTagRow{"bad-element",
                     "application",
                     EditRpc(kC1Begin + "<name>c2</name></collector>"),

@@ -245,9 +245,9 @@ INSTANTIATE_TEST_SUITE_P(
         HostileRpc{"DefaultAttribute",
                    InSflow(Collector("c1",
                                      "<port xmlns:wd=\"urn:ietf:params:xml:ns:netconf:default:1.0\" "
-                                     "wd:default=\"true\">6343</port>")),
+                                     "wd:default=\"maybe\">6343</port>")),
                    "application",
-                   "unknown-attribute",
+                   "bad-attribute",
                    SflowPath(kCollector1Path + "/switch-oam-sflow:port"),
                    {{"bad-attribute", "default"}, {"bad-element", "port"}}},
         HostileRpc{"BadOperation",

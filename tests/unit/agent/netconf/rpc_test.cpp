@@ -73,12 +73,12 @@ INSTANTIATE_TEST_SUITE_P(
             "TooDeepFilter", InRpc("<get><filter>" + Deep() + "</filter></get>"), "rpc", "too-big", {}},
         BadRpcCase{"NoRpc",
                    "<hello xmlns=\"" + kBase + "\"/>",
-                   "rpc",
+                   "protocol",
                    "unknown-element",
                    {{"bad-element", "hello"}}},
         BadRpcCase{"RpcOfAnotherNamespace",
                    "<rpc xmlns='urn:x' message-id='1'><get/></rpc>",
-                   "rpc",
+                   "protocol",
                    "unknown-element",
                    {{"bad-element", "rpc"}}},
         BadRpcCase{"NoMessageId",
@@ -86,7 +86,8 @@ INSTANTIATE_TEST_SUITE_P(
                    "rpc",
                    "missing-attribute",
                    {{"bad-attribute", "message-id"}, {"bad-element", "rpc"}}},
-        BadRpcCase{"NoOperation", InRpc(""), "rpc", "missing-element", {{"bad-element", "rpcOperation"}}},
+        BadRpcCase{
+            "NoOperation", InRpc(""), "protocol", "missing-element", {{"bad-element", "rpcOperation"}}},
         BadRpcCase{"UnknownOperation",
                    InRpc("<make-tea/>"),
                    "protocol",
@@ -193,7 +194,18 @@ TEST(Rpc, KeepsTheAttributesForTheReply)
                     "\" message-id=\"a&quot;&lt;\" xmlns:p=\"urn:p\" p:x=\"1\" p:y=\"2\" z=\"3\">"
                     "<n:commit/></n:rpc>");
     EXPECT_EQ(std::get<agent::Rpc>(result).attributes,
-              " message-id=\"a&quot;&lt;\" xmlns:p=\"urn:p\" p:x=\"1\" p:y=\"2\" z=\"3\"");
+              " xmlns:n=\"" + kBase +
+                  "\" xmlns:p=\"urn:p\" message-id=\"a&quot;&lt;\" p:x=\"1\" p:y=\"2\" z=\"3\"");
+}
+
+/// Also prefixes that no attribute uses; not the default namespace, which is the reply's own.
+TEST(Rpc, KeepsThePrefixesForTheReply)
+{
+    const auto result =
+        ReadMessage("<n:rpc xmlns:n=\"" + kBase +
+                    "\" xmlns=\"urn:x\" xmlns:q=\"urn:q&amp;\" message-id=\"1\"><commit/></n:rpc>");
+    EXPECT_EQ(std::get<agent::BadRpc>(result).attributes,
+              " xmlns:n=\"" + kBase + "\" xmlns:q=\"urn:q&amp;\" message-id=\"1\"");
 }
 
 TEST(Rpc, KeepsTheAttributesOfABadOneToo)
