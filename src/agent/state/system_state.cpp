@@ -169,7 +169,7 @@ void SystemState::AddFault(const cdb::Fault& fault)
 
 void SystemState::AddHistory(const cdb::Store& store)
 {
-    const lysc_node* schema = Child(m_system, "history");
+    const lysc_node* schema = SchemaChild(m_system, "history");
     if (schema == nullptr) return;
     StateTree::Node& history = StateTree::ContainerIn(m_tree.At(m_system), schema);
     std::uint64_t newest = store.LastCommit();
@@ -177,36 +177,36 @@ void SystemState::AddHistory(const cdb::Store& store)
     auto entries = store.History(kCommitsShown);
     if (!entries.empty()) newest = std::max(newest, entries.front().commit);  // committed meanwhile
     const std::uint64_t reach = Reach(entries, newest);
-    history.leaves.push_back({Child(schema, "newest"), m_tree.Keep(std::to_string(newest))});
+    history.leaves.push_back({SchemaChild(schema, "newest"), m_tree.Keep(std::to_string(newest))});
     std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) {
         return std::to_string(a.commit) < std::to_string(b.commit);
     });
     for (const cdb::HistoryEntry& entry : entries) AddCommit(history, entry, checkpoints);
-    const lysc_node* list = Child(schema, "checkpoint");
+    const lysc_node* list = SchemaChild(schema, "checkpoint");
     for (const cdb::Checkpoint& checkpoint : checkpoints) {
         StateTree::Node* entry = StateTree::Append(history, list, {m_tree.Keep(checkpoint.name)});
         if (entry == nullptr) continue;
-        Leaf(*entry, Child(list, "commit"), std::to_string(checkpoint.commit));
-        Leaf(*entry, Child(list, "time"), DateAndTime(checkpoint.timeUs));
-        Leaf(*entry, Child(list, "user"), checkpoint.user);
-        Leaf(*entry, Child(list, "in-reach"), checkpoint.commit >= reach ? "true" : "false");
+        Leaf(*entry, SchemaChild(list, "commit"), std::to_string(checkpoint.commit));
+        Leaf(*entry, SchemaChild(list, "time"), DateAndTime(checkpoint.timeUs));
+        Leaf(*entry, SchemaChild(list, "user"), checkpoint.user);
+        Leaf(*entry, SchemaChild(list, "in-reach"), checkpoint.commit >= reach ? "true" : "false");
     }
 }
 
 void SystemState::AddCommit(StateTree::Node& history, const cdb::HistoryEntry& entry,
                             const std::vector<cdb::Checkpoint>& checkpoints)
 {
-    const lysc_node* list = Child(Child(m_system, "history"), "commit");
+    const lysc_node* list = SchemaChild(SchemaChild(m_system, "history"), "commit");
     StateTree::Node* node = StateTree::Append(history, list, {m_tree.Keep(std::to_string(entry.commit))});
     if (node == nullptr) return;
-    Leaf(*node, Child(list, "time"), DateAndTime(entry.timeUs));
-    Leaf(*node, Child(list, "user"), entry.user);
-    Leaf(*node, Child(list, "source"), entry.source);
-    if (!entry.comment.empty()) Leaf(*node, Child(list, "comment"), entry.comment);
-    if (entry.changes > 0) Leaf(*node, Child(list, "changes"), std::to_string(entry.changes));
-    Leaf(*node, Child(list, "undo-kept"), entry.undoKept ? "true" : "false");
+    Leaf(*node, SchemaChild(list, "time"), DateAndTime(entry.timeUs));
+    Leaf(*node, SchemaChild(list, "user"), entry.user);
+    Leaf(*node, SchemaChild(list, "source"), entry.source);
+    if (!entry.comment.empty()) Leaf(*node, SchemaChild(list, "comment"), entry.comment);
+    if (entry.changes > 0) Leaf(*node, SchemaChild(list, "changes"), std::to_string(entry.changes));
+    Leaf(*node, SchemaChild(list, "undo-kept"), entry.undoKept ? "true" : "false");
     for (const cdb::Checkpoint& checkpoint : checkpoints)
-        if (checkpoint.commit == entry.commit) Leaf(*node, Child(list, "checkpoint"), checkpoint.name);
+        if (checkpoint.commit == entry.commit) Leaf(*node, SchemaChild(list, "checkpoint"), checkpoint.name);
 }
 
 void SystemState::AddDenials(const Access::Denials& denials)

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The state that cdbd provides itself: the connected processes, the faults, the history, and
-// the denials. Used by
-// state.cpp.
+// The state that cdbd provides itself: the connected processes, the faults, the history, and the denials.
+// Used by state.cpp.
 
 #ifndef AGENT_STATE_SYSTEM_STATE_H
 #define AGENT_STATE_SYSTEM_STATE_H
@@ -13,7 +12,7 @@
 #include <vector>
 
 #include "agent/access/access.h"
-#include "agent/clients/client.h"
+#include "agent/clients/clients.h"
 #include "agent/state/state_tree.h"
 #include "agent/state/value_check.h"
 #include "cdb/store/store.h"

@@ -15,7 +15,7 @@
 namespace agent {
 namespace {
 
-using Keys = std::vector<std::string_view>;
+using EntryKeys = std::vector<std::string_view>;
 
 /// Copies libyang's data into the tree.
 class Copier {
@@ -24,7 +24,7 @@ public:
 
     void Children(const lyd_node* from, StateTree::Node& into)
     {
-        std::map<const lysc_node*, std::vector<std::pair<Keys, const lyd_node*>>> lists;
+        std::map<const lysc_node*, std::vector<std::pair<EntryKeys, const lyd_node*>>> lists;
         for (const lyd_node* child = lyd_child_no_keys(from); child != nullptr; child = child->next) {
             if ((child->schema->nodetype & LYD_NODE_TERM) != 0)
                 Value(child, into);
@@ -49,9 +49,9 @@ private:
         if (!text.starts_with("file:")) into.leaves.push_back({leaf->schema, m_tree.Keep(text)});
     }
 
-    Keys KeysOf(const lyd_node* entry)
+    EntryKeys KeysOf(const lyd_node* entry)
     {
-        Keys keys;
+        EntryKeys keys;
         for (const lyd_node* key = lyd_child(entry); key != nullptr && lysc_is_key(key->schema);
              key = key->next)
             keys.push_back(m_tree.Keep(lyd_get_value(key)));
