@@ -205,6 +205,8 @@ void Client::OnReady()
     m_welcomeCommit = message.welcome().commit();
     static_cast<void>(m_channel->Send(message));  // a failure ends the connection
     slog::Notice("{} is connected", Name());
+    m_wasReady = true;
+    m_host.OnReady(*this);
 }
 
 void Client::OnFault(const ipc::cdb::FaultReport& fault)
@@ -244,7 +246,7 @@ void Client::End(const std::string& reason)
     m_phase = Phase::kEnded;
     m_helloTimer.reset();
     const auto self = shared_from_this();
-    m_host.OnGone(self);
+    m_host.OnGone(self, reason);
     auto questions = std::move(m_questions);
     m_questions.clear();
     for (auto& [key, handler] : questions) handler(nullptr);

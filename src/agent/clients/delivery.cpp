@@ -79,12 +79,13 @@ class PendingDelivery : public std::enable_shared_from_this<PendingDelivery> {
 public:
     PendingDelivery(base::Timers& timers, std::chrono::milliseconds timeout,
                     std::vector<Recipient> recipients, const WrittenChanges& written,
-                    std::vector<std::string> warnings,
+                    std::vector<std::string> warnings, Delivery::OnStuck onStuck,
                     std::function<void(const std::vector<std::string>&)> done)
         : m_timers(timers),
           m_timeout(timeout),
           m_recipients(std::move(recipients)),
           m_commit(written.changes.commit),
+          m_onStuck(std::move(onStuck)),
           m_done(std::move(done)),
           m_warnings(std::move(warnings))
     {
@@ -126,6 +127,7 @@ private:
             "; it loads the whole configuration when it connects again";
         slog::Error("{}", text);
         m_warnings.push_back(text);
+        if (late && m_onStuck) m_onStuck(*answer.client, m_commit);
         if (late) answer.client->Disconnect("it did not acknowledge a commit in time");
     }
 
@@ -133,6 +135,7 @@ private:
     std::chrono::milliseconds m_timeout;
     std::vector<Recipient> m_recipients;
     std::uint64_t m_commit;
+    Delivery::OnStuck m_onStuck;
     std::function<void(const std::vector<std::string>&)> m_done;
     std::vector<std::string> m_warnings;
     std::shared_ptr<ipc::cdb::WrittenServerMessage> m_message =
@@ -181,7 +184,7 @@ void Delivery::Deliver(const WrittenChanges& written,
         warnings.push_back(NoSubscriber(m_clients, written.changes.commit));
     if (recipients.empty()) return done(warnings);
     std::make_shared<PendingDelivery>(m_timers, m_timeout, std::move(recipients), written,
-                                      std::move(warnings), std::move(done))
+                                      std::move(warnings), m_onStuck, std::move(done))
         ->Next();
 }
 

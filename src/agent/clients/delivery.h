@@ -12,8 +12,10 @@
 #define AGENT_CLIENTS_DELIVERY_H
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/clients/clients.h"
@@ -43,6 +45,10 @@ public:
     /// all have gone. One delivery at a time.
     void Deliver(const WrittenChanges& written, std::function<void(const std::vector<std::string>&)> done);
 
+    using OnStuck = std::function<void(const Client& client, std::uint64_t commit)>;
+    /// Called from the loop for a subscriber that does not acknowledge the commit in time.
+    void TellStuck(OnStuck onStuck) { m_onStuck = std::move(onStuck); }
+
 private:
     /// A container for which the modules expect a subscriber.
     struct Expected {
@@ -57,6 +63,7 @@ private:
     std::vector<Expected> m_expected;
     const Clients& m_clients;
     std::chrono::milliseconds m_timeout;
+    OnStuck m_onStuck;
 };
 
 }  // namespace agent

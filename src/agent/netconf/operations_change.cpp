@@ -231,6 +231,8 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
         job->request->Ok();
     } else {
         slog::Notice("commit {} by {}", changes.commit, job->info.user);
+        m_services.events.ConfigChanged(changes, SessionParty{job->info.user, job->request->Who().id},
+                                        job->info.comment);
         m_services.delivery.Deliver(job->written, [job](const std::vector<std::string>& undelivered) {
             job->request->Ok(Warnings(undelivered));
             job->commitTicket.reset();

@@ -69,6 +69,11 @@ public:
     void Reply(std::string text) { Send(std::move(text)); }
     /// Answers <ok/> and ends the session.
     void OkAndFinish();
+    /// Answers <ok/>; `make` then makes the subscription of the session, whose news are sent when `wake` is
+    /// called.
+    void OkAndSubscribe(
+        const std::function<std::unique_ptr<EventSubscription>(std::function<void()> wake)>& make);
+    [[nodiscard]] bool IsSubscribed() const { return m_session->IsSubscribed(); }
 
 private:
     std::string Head() const;

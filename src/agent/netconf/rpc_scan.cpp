@@ -103,7 +103,9 @@ private:
         if (operation == nullptr) return Stop(End::kUnknownOperation);
         m_walk.emplace(m_index, *operation, m_limits.text);
         m_hasFilter =
-            element.ns == netconf::kBaseNamespace && (element.name == "get" || element.name == "get-config");
+            (element.ns == netconf::kBaseNamespace &&
+             (element.name == "get" || element.name == "get-config")) ||
+            (element.ns == netconf::kNotificationNamespace && element.name == "create-subscription");
         m_hasConfig = element.ns == netconf::kBaseNamespace && element.name == "edit-config";
         return m_walk->CheckAttributes(*operation, element.attributes) || Refused();
     }

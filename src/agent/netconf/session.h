@@ -15,6 +15,7 @@
 
 #include <boost/asio/local/stream_protocol.hpp>
 
+#include "agent/events/event_subscription.h"
 #include "base/timers.h"
 #include "netconf/framing.h"
 #include "netconf/hello.h"
@@ -43,6 +44,8 @@ public:
         std::function<void(const std::shared_ptr<Session>& session, const std::string& problem)> onBroken;
         /// The connection has ended, from either side. Called once, from the loop.
         std::function<void(const std::shared_ptr<Session>& session, const std::string& reason)> onClosed;
+        /// The client has said hello: the session has begun. May be null. Called once, from the loop.
+        std::function<void(const std::shared_ptr<Session>& session)> onBegun{};
     };
 
     struct Identity {
@@ -83,19 +86,36 @@ public:
     void Send(std::string message, std::shared_ptr<AnswerPlace> place = nullptr);
 
     /// Sends an answer and closes. Instead of Start, it turns a client away.
-    void Finish(std::string message);
+    void Finish(std::string message, SessionEnd why = SessionEnd::kOther);
 
-    /// Closes at once.
-    void Close(const std::string& reason);
+    /// Closes at once. `killer`: the session that has it ended, with SessionEnd::kKilled.
+    void Close(const std::string& reason, SessionEnd why = SessionEnd::kOther, std::uint32_t killer = 0);
+
+    /// Whether the client has said hello.
+    [[nodiscard]] bool HasBegun() const { return m_greeted; }
+    /// Of a session that has ended.
+    [[nodiscard]] SessionEnd EndedBy() const { return m_endedBy; }
+    [[nodiscard]] std::uint32_t Killer() const { return m_killer; }
+
+    /// From now on sends what the subscription has, between answers, until it is over or the session ends.
+    /// The subscription's wake has to call SendNews. A session with a subscription may be idle.
+    void Subscribe(std::unique_ptr<EventSubscription> subscription);
+    [[nodiscard]] bool IsSubscribed() const { return m_subscription != nullptr; }
+    void SendNews();
+    /// Notifications that were sent.
+    [[nodiscard]] std::uint64_t Notifications() const { return m_notifications; }
 
 private:
     void Write(std::string message, bool last, std::shared_ptr<AnswerPlace> place = nullptr);
     void Next();
     void Receive();
+    void AwaitRequest();
     void Handle(std::string message);
     void TakeHello(const std::string& message);
     void Limit(std::chrono::milliseconds time, std::string reason);
     void AwaitWriting(bool last);
+    void AwaitNewsTaken();
+    void NewsWritten(const boost::system::error_code& error);
 
     Socket m_socket;
     base::Timers& m_timers;
@@ -116,6 +136,18 @@ private:
     std::string m_header;
     std::string m_message;
     std::shared_ptr<AnswerPlace> m_place;  // of that answer, in the room for answers
+    bool m_answering = false;
+    bool m_receiving = false;
+    SessionEnd m_endedBy = SessionEnd::kOther;
+    bool m_finishing = false;  // m_endedBy is decided
+    std::uint32_t m_killer = 0;
+    // Notifications; an answer that comes while some are being written is written next.
+    std::unique_ptr<EventSubscription> m_subscription;
+    std::string m_news;  // frames
+    bool m_isNewsOut = false;
+    std::shared_ptr<void> m_newsTimer;
+    std::function<void()> m_nextAnswer;
+    std::uint64_t m_notifications = 0;
 };
 
 }  // namespace agent

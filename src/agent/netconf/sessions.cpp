@@ -31,6 +31,8 @@ netconf::Hello MakeHello(const cdb::Schema& schema)
         prefix + "candidate:1.0",
         prefix + "validate:1.1",
         prefix + "rollback-on-error:1.0",
+        prefix + "notification:1.0",
+        prefix + "interleave:1.0",
         prefix + "with-defaults:1.0?basic-mode=explicit&also-supported=report-all,trim",
     };
     for (const cdb::Schema::Module& module : schema.Modules()) {
@@ -127,18 +129,21 @@ void Sessions::Add(Session::Socket socket)
     auto session = std::make_shared<Session>(
         std::move(socket), m_timers, std::move(identity), std::move(hello), m_options.times,
         Session::Handlers{whileThere(&Sessions::OnMessage), whileThere(&Sessions::OnBroken),
-                          whileThere(&Sessions::OnClosed)});
+                          whileThere(&Sessions::OnClosed),
+                          [self = std::weak_ptr<Sessions*>(m_self)](const std::shared_ptr<Session>& begun) {
+                              if (const auto there = self.lock()) (*there)->m_operations.TellBegin(*begun);
+                          }});
     m_sessions.emplace(m_last, session);
     session->SetMaxMessage(m_options.maxMessage);
     session->Start();
 }
 
-bool Sessions::End(std::uint32_t session, const std::string& reason)
+bool Sessions::End(std::uint32_t session, const std::string& reason, std::uint32_t killer)
 {
     const auto found = m_sessions.find(session);
     if (found == m_sessions.end()) return false;
     const auto ended = found->second;
-    ended->Close(reason);
+    ended->Close(reason, SessionEnd::kKilled, killer);
     return true;
 }
 
@@ -198,6 +203,7 @@ void Sessions::OnClosed(const std::shared_ptr<Session>& session, const std::stri
     m_sessions.erase(id);
     m_quota.GiveBack(session->Who().uid);
     m_operations.SessionEnded(id);
+    m_operations.TellEnd(*session);
 }
 
 }  // namespace agent

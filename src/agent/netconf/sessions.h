@@ -47,8 +47,8 @@ public:
     /// Begins a session on a connected socket, or tells the client why it gets none.
     void Add(Session::Socket socket);
 
-    /// Returns false if there is no such session.
-    bool End(std::uint32_t session, const std::string& reason);
+    /// Returns false if there is no such session. `killer`: the session on whose behalf.
+    bool End(std::uint32_t session, const std::string& reason, std::uint32_t killer);
 
 private:
     void OnRead(const std::shared_ptr<Session>& session, std::variant<Rpc, BadRpc> read);

@@ -12,6 +12,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
@@ -51,6 +52,11 @@ public:
     /// Collects what is selected. Calls `done` once, from inside Collect if it asks no provider.
     void Collect(StateSelections& selections, const Done& done);
 
+    /// State of cdbd itself beside /state/system: `add` adds what is in the container at the path, such as
+    /// "/netconf/streams". Does nothing if the modules have no such container.
+    using AddOwn = std::function<void(const lysc_node* container, StateTree& tree)>;
+    void Provide(const std::string& path, AddOwn add);
+
     /// The role that the processes were last told to take.
     void SetRole(Role role) { m_role = role; }
 
@@ -87,6 +93,7 @@ private:
     std::chrono::milliseconds m_timeout;
     Role m_role = Role::kUnknown;
     const lysc_node* m_system;
+    std::vector<std::pair<const lysc_node*, AddOwn>> m_own;
     std::vector<ExpectedProcess> m_expected;
     std::vector<Unanswered> m_unanswered;
     std::map<std::string, std::set<std::string>> m_logged;  // by path: the causes of missing state
