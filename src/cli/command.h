@@ -5,7 +5,9 @@
 #ifndef CLI_COMMAND_H
 #define CLI_COMMAND_H
 
+#include <functional>
 #include <iosfwd>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -64,6 +66,8 @@ struct Call {
     std::ostream& out;         // for results
     std::ostream& err;         // for warnings
     bool& leave;               // set to end the shell
+    /// Opens a session for this command alone. Throws netconf::ConnectionError.
+    const std::function<std::unique_ptr<netconf::Client>()>& connect;
 };
 
 struct Command {

@@ -43,6 +43,8 @@ std::string HaTransition(std::string_view role);
 std::string SflowResync();
 /// `file`: an absolute path on the switch.
 std::string Backup(std::string_view file);
+/// `startTime`: from when on events are replayed (RFC 5277); empty: none.
+std::string CreateSubscription(std::string_view startTime = {});
 
 }  // namespace netconf
 
