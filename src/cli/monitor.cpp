@@ -103,11 +103,13 @@ ParsedEvent Parse(const ly_ctx* yang, const std::string& xml)
     const cdb::Owned<ly_in> in(raw);
     lyd_node* envelope = nullptr;
     lyd_node* event = nullptr;
-    const LY_ERR result = lyd_parse_op(yang, nullptr, in.get(), LYD_XML, LYD_TYPE_NOTIF_NETCONF, &envelope, &event);
+    const LY_ERR result =
+        lyd_parse_op(yang, nullptr, in.get(), LYD_XML, LYD_TYPE_NOTIF_NETCONF, &envelope, &event);
     ParsedEvent parsed{std::move(visitor.time), Tree(envelope), Tree(event)};
     if (result != LY_SUCCESS || !parsed.event)
-        throw Error("an event does not fit the YANG modules here; use the modules of the database: "
-                    "SFLOW_YANG_DIR names their directory");
+        throw Error(
+            "an event does not fit the YANG modules here; use the modules of the database: "
+            "SFLOW_YANG_DIR names their directory");
     return parsed;
 }
 
@@ -138,7 +140,8 @@ std::string ChangeText(const lyd_node* event)
     const char* separator = ": ";
     for (const lyd_node* child = lyd_child(event); child != nullptr; child = child->next) {
         if (child->schema == nullptr || std::string_view(child->schema->name) != "edit") continue;
-        text += std::exchange(separator, "; ") + Text(child, "operation") + " " + PathAsWords(Text(child, "target"));
+        text += std::exchange(separator, "; ") + Text(child, "operation") + " " +
+                PathAsWords(Text(child, "target"));
     }
     if (const std::string more = Text(event, "edits-left-out"); !more.empty())
         text += std::string(separator) + "and " + more + " more";
@@ -185,9 +188,10 @@ std::string ToJsonLine(const std::string& time, const lyd_node* event)
 std::string ReplayStart(std::string_view text, std::int64_t nowS)
 {
     const auto refuse = [&] {
-        return Error("\"" + std::string(text) +
-                     "\" is no time to begin at; give one such as 2026-11-21T03:20:11Z, or how long ago: 30s, 10m, "
-                     "2h, 1d");
+        return Error(
+            "\"" + std::string(text) +
+            "\" is no time to begin at; give one such as 2026-11-21T03:20:11Z, or how long ago: 30s, 10m, "
+            "2h, 1d");
     };
     std::int64_t count = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
@@ -196,7 +200,8 @@ std::string ReplayStart(std::string_view text, std::int64_t nowS)
         if (text.find('T') == std::string_view::npos) throw refuse();
         return std::string(text);  // the database checks the rest
     }
-    constexpr std::array<std::pair<char, std::int64_t>, 4> kUnits{{{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}}};
+    constexpr std::array<std::pair<char, std::int64_t>, 4> kUnits{
+        {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}}};
     for (const auto& [unit, seconds] : kUnits) {
         if (*end != unit) continue;
         if (count > nowS / seconds) throw refuse();
@@ -232,8 +237,9 @@ void MonitorEvents(Call& call)
     // Its own session: the subscription ends with it.
     const auto session = call.connect();
     const netconf::Reply reply = session->Call(netconf::CreateSubscription(start));
-    if (!reply.ok) throw Error(reply.errors.empty() ? "the database refused without a reason"
-                                                    : ToText(reply.errors.front()));
+    if (!reply.ok)
+        throw Error(reply.errors.empty() ? "the database refused without a reason"
+                                         : ToText(reply.errors.front()));
     while (const auto message = session->ReceiveMessageUnless(interrupt.Descriptor())) {
         const std::string line = EventLine(call.yang, *message, call.format);
         if (line.empty()) continue;

@@ -16,8 +16,8 @@ namespace cli {
 /// when the session ends.
 void MonitorEvents(Call& call);
 
-/// When the replay begins, as YANG's date-and-time: the text itself, or that long before `nowS` (seconds since
-/// the epoch) for "30s", "10m", "2h", "1d". Throws Error for another text.
+/// When the replay begins, as YANG's date-and-time: the text itself, or that long before `nowS` (seconds
+/// since the epoch) for "30s", "10m", "2h", "1d". Throws Error for another text.
 std::string ReplayStart(std::string_view text, std::int64_t nowS);
 
 /// One line, without its end, in the form asked for; empty for an event that is not shown in it. `xml`: the

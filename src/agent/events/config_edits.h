@@ -6,6 +6,7 @@
 #define AGENT_EVENTS_CONFIG_EDITS_H
 
 #include <cstddef>
+#include <string_view>
 #include <vector>
 
 #include "agent/events/event.h"

@@ -68,7 +68,10 @@ std::string EventTime(std::int64_t timeUs)
 std::string NotificationText(std::int64_t timeUs, const EventElement& content)
 {
     std::string text = "<notification xmlns=\"";
-    text.append(netconf::kNotificationNamespace).append("\"><eventTime>").append(EventTime(timeUs)).append("</eventTime>");
+    text.append(netconf::kNotificationNamespace)
+        .append("\"><eventTime>")
+        .append(EventTime(timeUs))
+        .append("</eventTime>");
     Write(content, netconf::kNotificationNamespace, text);
     return text.append("</notification>");
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// One event of the stream NETCONF (RFC 5277): its content as a small tree, for filters and the rules of access,
-// and as the text that all subscribers share.
+// One event of the stream NETCONF (RFC 5277): its content as a small tree, for filters and the rules of
+// access, and as the text that all subscribers share.
 
 #ifndef AGENT_EVENTS_EVENT_H
 #define AGENT_EVENTS_EVENT_H

@@ -26,8 +26,8 @@ public:
     /// Appends the event and drops the oldest ones beyond the limits. The newest is always kept.
     void Add(EventPtr event);
 
-    /// Events are numbered from 1 in the order in which they were added. First is the oldest that is there; End
-    /// the number that the next one gets.
+    /// Events are numbered from 1 in the order in which they were added. First is the oldest that is there;
+    /// End the number that the next one gets.
     [[nodiscard]] std::uint64_t First() const { return m_first; }
     [[nodiscard]] std::uint64_t End() const { return m_first + m_events.size(); }
     /// `number` is at least First and less than End.

@@ -22,8 +22,8 @@ constexpr std::chrono::milliseconds kLongestWait{60'000};
 }  // namespace
 
 EventSubscription::EventSubscription(Events& events, base::Timers& timers, const Access& access,
-                           std::shared_ptr<const AccessGrant> grant, Wanted wanted,
-                           std::function<void()> wake)
+                                     std::shared_ptr<const AccessGrant> grant, Wanted wanted,
+                                     std::function<void()> wake)
     : m_events(events),
       m_timers(timers),
       m_access(access),
@@ -50,7 +50,8 @@ bool EventSubscription::MayRead(const ConfigPlace& place) const
     if (place.node == nullptr) return m_grant->ReadsAll();
     // Parents first: what is below a hidden node is hidden.
     std::vector<const lysc_node*> way;
-    for (const lysc_node* node = place.node; node != nullptr; node = lysc_data_parent(node)) way.push_back(node);
+    for (const lysc_node* node = place.node; node != nullptr; node = lysc_data_parent(node))
+        way.push_back(node);
     std::reverse(way.begin(), way.end());
     std::size_t keys = 0;
     for (const lysc_node* node : way) {
@@ -83,7 +84,9 @@ EventSubscription::Text EventSubscription::TextOf(const EventPtr& event)
 
 EventSubscription::Text EventSubscription::Marker()
 {
-    const auto text = [](std::string marker) { return std::make_shared<const std::string>(std::move(marker)); };
+    const auto text = [](std::string marker) {
+        return std::make_shared<const std::string>(std::move(marker));
+    };
     const EventLog& log = m_events.Log();
     if (m_next < log.First()) {
         // At a replay's beginning nothing is lost: it begins with the oldest event that is there.

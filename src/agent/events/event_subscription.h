@@ -30,7 +30,7 @@ public:
     };
     /// `wake` is called from the loop when Take may have something again. All references must outlive this.
     EventSubscription(Events& events, base::Timers& timers, const Access& access,
-                 std::shared_ptr<const AccessGrant> grant, Wanted wanted, std::function<void()> wake);
+                      std::shared_ptr<const AccessGrant> grant, Wanted wanted, std::function<void()> wake);
     ~EventSubscription();
     EventSubscription(const EventSubscription&) = delete;
     EventSubscription& operator=(const EventSubscription&) = delete;

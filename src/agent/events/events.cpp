@@ -19,6 +19,9 @@ constexpr std::string_view kOwn = "switch-events";
 
 constexpr std::int64_t kUsPerSecond = 1'000'000;
 
+/// Far more processes than a switch has.
+constexpr std::size_t kMaxStuck = 128;
+
 const char* NameOf(SessionEnd why)
 {
     static constexpr std::array kNames{"closed", "killed", "dropped", "timeout", "bad-hello", "other"};
@@ -55,8 +58,7 @@ EventElement Events::Element(std::string_view module, std::string_view name) con
 
 void Events::Publish(std::string_view module, EventElement content)
 {
-    const lys_module* known =
-        ly_ctx_get_module_implemented(m_schema.Context(), std::string(module).c_str());
+    const lys_module* known = ly_ctx_get_module_implemented(m_schema.Context(), std::string(module).c_str());
     const lysc_node* kind =
         lys_find_child(nullptr, known, content.name.data(), content.name.size(), LYS_NOTIF, 0);
     m_log.Add(MakeEvent(m_now(), kind, std::move(content)));
@@ -166,6 +168,7 @@ void Events::ProcessConnected(const ProcessParty& process, const std::string& ve
     EventElement event = ProcessEvent("process-connected", process);
     Add(event, "version", version);
     PublishLimited(kProcesses, kOwn, std::move(event));
+    if (m_stuck.erase(process.name) != 0) Publish(kOwn, ProcessEvent("process-recovered", process));
 }
 
 void Events::ProcessLost(const ProcessParty& process, const std::string& reason)
@@ -180,6 +183,7 @@ void Events::ProcessStuck(const ProcessParty& process, std::uint64_t commit)
     EventElement event = ProcessEvent("process-stuck", process);
     Add(event, "commit", std::to_string(commit));
     Publish(kOwn, std::move(event));
+    if (m_stuck.size() < kMaxStuck) m_stuck.insert(process.name);
 }
 
 void Events::FaultReported(const cdb::Fault& fault)

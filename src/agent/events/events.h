@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -64,6 +65,7 @@ public:
     void SessionEnded(const SessionParty& who, SessionEnd why, std::uint32_t killer);
     void ProcessConnected(const ProcessParty& process, const std::string& version);
     void ProcessLost(const ProcessParty& process, const std::string& reason);
+    /// The next one of that name that connects is told of as process-recovered, too.
     void ProcessStuck(const ProcessParty& process, std::uint64_t commit);
     void FaultReported(const cdb::Fault& fault);
 
@@ -101,6 +103,7 @@ private:
     std::function<std::int64_t()> m_now;
     EventLog m_log;
     std::array<Bucket, kLimited> m_buckets;
+    std::set<std::string> m_stuck;  // names of processes
     std::vector<std::weak_ptr<std::function<void()>>> m_subscribers;
     bool m_isWaking = false;
     /// Posted handlers check whether this is still there.

@@ -77,13 +77,13 @@ void Operations::CreateSubscription(const RequestPtr& request)
         return request->Refuse(MakeError(Layer::kProtocol, ErrorTag::kInUse,
                                          "this session has a subscription already; open another session"));
     EventSubscription::Wanted wanted{request->Filter(), TimeIn(operation, "startTime"),
-                                TimeIn(operation, "stopTime")};
+                                     TimeIn(operation, "stopTime")};
     if (const auto wrong = CheckTimes(wanted, m_services.events.Now())) return request->Refuse(*wrong);
     if (const auto wrong = CheckFilter(wanted.filter)) return request->Refuse(*wrong);
     const auto access = request->Who().access;
     request->OkAndSubscribe([&](std::function<void()> wake) {
-        return std::make_unique<EventSubscription>(m_services.events, m_services.timers, m_services.access, access,
-                                              std::move(wanted), std::move(wake));
+        return std::make_unique<EventSubscription>(m_services.events, m_services.timers, m_services.access,
+                                                   access, std::move(wanted), std::move(wake));
     });
 }
 
@@ -94,8 +94,7 @@ void Operations::TellEnd(const Session& session)
     // A connection on which nothing was said, as of a probe, was no session.
     const bool isSession = session.HasBegun() || session.EndedBy() == SessionEnd::kBadHello ||
                            session.EndedBy() == SessionEnd::kTimeout;
-    if (isSession)
-        m_services.events.SessionEnded(PartyOf(session), session.EndedBy(), session.Killer());
+    if (isSession) m_services.events.SessionEnded(PartyOf(session), session.EndedBy(), session.Killer());
 }
 
 }  // namespace agent

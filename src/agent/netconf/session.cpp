@@ -114,6 +114,7 @@ void Session::AwaitWriting(bool last)
 
 void Session::Subscribe(std::unique_ptr<EventSubscription> subscription)
 {
+    if (!m_open) return;
     m_subscription = std::move(subscription);
     SendNews();
 }
@@ -188,9 +189,8 @@ void Session::Receive()
                              [this, self = shared_from_this()](const error_code& error, std::size_t bytes) {
                                  m_receiving = false;
                                  if (!m_open) return;
-                                 if (error == boost::asio::error::eof) {
+                                 if (error == boost::asio::error::eof)
                                      return Close("closed by the client", SessionEnd::kDropped);
-                                 }
                                  if (error) return Close(error.message(), SessionEnd::kDropped);
                                  if (m_greeted) m_timer.reset();
                                  m_reader.Append({m_received.data(), bytes});

@@ -33,8 +33,9 @@ protected:
     // What the script has done in the end, whichever way it came.
     void ExpectItsCommit()
     {
-        EXPECT_THAT(TheWorld().ManagerJournal().Until("UpdateInterface eth1 - - 4711 2 128 20"),
-                    ElementsAre("UpdateInterface eth1 - - 4711 2 128 20"));
+        EXPECT_THAT(TheWorld().ManagerJournal().Until("DeleteCollector c9"),
+                    ElementsAre("UpdateInterface eth1 - - 4711 2 128 20",
+                                "AddCollector c9 192.0.2.9 6343 1400", "DeleteCollector c9"));
         AwaitSettled();
     }
 };

@@ -71,7 +71,7 @@ TEST(Understand, RefusesWithWhatIsPossible)
     } rows[] = {
         {"nonsense",
          "error: unknown command \"nonsense\"; possible: set, delete, load, show, compare, validate, commit, "
-         "discard, request, help, exit"},
+         "discard, monitor, request, help, exit"},
         {"show", "error: the command is not complete; possible: configuration, sflow, system, version"},
         {"show system", "error: the command is not complete; possible: processes, faults"},
         {"show system fans", "error: \"fans\" is unknown here; possible: processes, faults"},

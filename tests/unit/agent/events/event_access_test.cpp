@@ -44,12 +44,17 @@ protected:
     {
         const auto& table = Schema().Table();
         const auto node = [&](const char* path) { return table.Find(path); };
-        cdb::ChangeNode collector{node("/config/oam/sflow/collector"), {"c1"}, cdb::ChangeOp::kCreated, {}, {}};
+        cdb::ChangeNode collector{
+            node("/config/oam/sflow/collector"), {"c1"}, cdb::ChangeOp::kCreated, {}, {}};
         cdb::ChangeNode other = collector;
         other.keys = {"c2"};
-        cdb::ChangeNode rate{node("/config/oam/sflow/interface/sampling-rate"), {}, cdb::ChangeOp::kValueSet, {}, {}};
-        cdb::ChangeNode interface{node("/config/oam/sflow/interface"), {"eth1"}, cdb::ChangeOp::kModified, {}, {rate}};
-        cdb::ChangeNode sflow{node("/config/oam/sflow"), {}, cdb::ChangeOp::kNone, {}, {collector, other, interface}};
+        cdb::ChangeNode rate{
+            node("/config/oam/sflow/interface/sampling-rate"), {}, cdb::ChangeOp::kValueSet, {}, {}};
+        cdb::ChangeNode interface {
+            node("/config/oam/sflow/interface"), {"eth1"}, cdb::ChangeOp::kModified, {}, { rate }
+        };
+        cdb::ChangeNode sflow{
+            node("/config/oam/sflow"), {}, cdb::ChangeOp::kNone, {}, {collector, other, interface}};
         cdb::ChangeNode oam{node("/config/oam"), {}, cdb::ChangeOp::kNone, {}, {sflow}};
         m_events.ConfigChanged({7, {node("/config"), {}, cdb::ChangeOp::kNone, {}, {oam}}},
                                agent::SessionParty{"alice", 3}, "");
@@ -76,8 +81,9 @@ std::string Rule(const std::string& name, const std::string& about, const std::s
 
 TEST_F(EventAccess, AKindOfEventCanBeDenied)
 {
-    Begin(Rule("r", "<module-name>ietf-netconf-notifications</module-name>"
-                    "<notification-name>netconf-config-change</notification-name>"));
+    Begin(Rule("r",
+               "<module-name>ietf-netconf-notifications</module-name>"
+               "<notification-name>netconf-config-change</notification-name>"));
     Change();
     m_events.SessionStarted({"alice", 4});
     EXPECT_THAT(Told(), testing::AllOf(HasSubstr("netconf-session-start"), Not(HasSubstr("config-change"))));
@@ -92,7 +98,8 @@ TEST_F(EventAccess, ARuleForOtherOperationsThanReadDoesNotCount)
 
 TEST_F(EventAccess, TheFirstRuleDecides)
 {
-    Begin(Rule("some", "<module-name>switch-events</module-name><notification-name>process-lost</notification-name>",
+    Begin(Rule("some",
+               "<module-name>switch-events</module-name><notification-name>process-lost</notification-name>",
                "permit") +
           Rule("no", "<module-name>*</module-name><notification-name>*</notification-name>"));
     m_events.ProcessLost({"worker", 12}, "gone");
@@ -104,8 +111,9 @@ TEST_F(EventAccess, TheFirstRuleDecides)
 
 TEST_F(EventAccess, WhatTheUserMayNotReadIsNotAmongTheEdits)
 {
-    Begin(Rule("r", "<path xmlns:c=\"urn:switch:yang:switch-config\" xmlns:s=\"urn:switch:yang:switch-oam-sflow\">"
-                    "/c:config/s:oam/s:sflow/s:collector[s:name='c1']</path>"));
+    Begin(Rule("r",
+               "<path xmlns:c=\"urn:switch:yang:switch-config\" xmlns:s=\"urn:switch:yang:switch-oam-sflow\">"
+               "/c:config/s:oam/s:sflow/s:collector[s:name='c1']</path>"));
     Change();
     const std::string told = Told();
     EXPECT_THAT(told, Not(HasSubstr("'c1'")));
@@ -116,8 +124,9 @@ TEST_F(EventAccess, WhatTheUserMayNotReadIsNotAmongTheEdits)
 
 TEST_F(EventAccess, WhatIsBelowAHiddenNodeIsHidden)
 {
-    Begin(Rule("r", "<path xmlns:c=\"urn:switch:yang:switch-config\" xmlns:s=\"urn:switch:yang:switch-oam-sflow\">"
-                    "/c:config/s:oam</path>"));
+    Begin(Rule("r",
+               "<path xmlns:c=\"urn:switch:yang:switch-config\" xmlns:s=\"urn:switch:yang:switch-oam-sflow\">"
+               "/c:config/s:oam</path>"));
     Change();
     EXPECT_THAT(Told(), testing::AllOf(HasSubstr("<netconf-config-change"), Not(HasSubstr("<edit>"))));
 }
@@ -125,9 +134,10 @@ TEST_F(EventAccess, WhatIsBelowAHiddenNodeIsHidden)
 TEST_F(EventAccess, AFilterDoesNotFindWhatIsHidden)
 {
     // libyang's prefixes are part of what a filter compares, so it asks for edits that create something.
-    const auto filter = ReadFilter("<netconf-config-change "
-                                   "xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-notifications\">"
-                                   "<edit><operation>create</operation></edit></netconf-config-change>");
+    const auto filter = ReadFilter(
+        "<netconf-config-change "
+        "xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-notifications\">"
+        "<edit><operation>create</operation></edit></netconf-config-change>");
     const std::string deny =
         "<path xmlns:c=\"urn:switch:yang:switch-config\" xmlns:s=\"urn:switch:yang:switch-oam-sflow\">"
         "/c:config/s:oam/s:sflow/s:collector</path>";

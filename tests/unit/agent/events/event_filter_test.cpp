@@ -25,10 +25,7 @@ EventElement Change()
     return change;
 }
 
-bool Selected(const std::string& filter)
-{
-    return agent::Selects(*ReadFilter(filter), Change());
-}
+bool Selected(const std::string& filter) { return agent::Selects(*ReadFilter(filter), Change()); }
 
 TEST(EventFilter, SelectsByTheEventsName)
 {
