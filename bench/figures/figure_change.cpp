@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // Figure 1: a change of one interface's rate costs the same on every size of switch.
 
+#include <stdexcept>
+#include <string>
+#include <vector>
+
 #include "figures/figures.h"
 #include "figures/measured_switch.h"
 #include "figures/references.h"
 #include "figures/switch_data.h"
+#include "netconf/client.h"
+#include "netconf/requests.h"
 
 namespace figures {
 
@@ -20,6 +26,29 @@ void MeasureEnabled(MeasuredSwitch& target, std::size_t runs, Table& table)
     for (std::size_t run = 0; run < runs; ++run)
         times.push_back(target.TimedCommit(EnabledXml(0, run % 2 == 1), calls));
     table.Plain("1 a collector's enabled, N = " + std::to_string(target.Interfaces()), Median(times), "ms");
+}
+
+/// The same change with a subscriber to all events (RFC 5277) and without, turn by turn.
+void MeasureSubscribed(MeasuredSwitch& target, std::size_t runs, Table& table)
+{
+    std::vector<double> alone;
+    std::vector<double> subscribed;
+    for (std::size_t run = 0; run < runs * 4 + kWarmUp; ++run) {
+        const auto rate = 4000 + run % 1000;
+        const double without = target.TimedCommit(RateXml(run % target.Interfaces(), rate), 1);
+        auto subscriber = netconf::Client::Connect(target.World().NetconfSocket());
+        if (!subscriber.Call(netconf::CreateSubscription()).ok)
+            throw std::runtime_error("no subscription is given");
+        const double with = target.TimedCommit(RateXml(run % target.Interfaces(), rate + 1000), 1);
+        while (subscriber.ReceiveMessage().find("netconf-config-change") == std::string::npos) {
+        }
+        if (run < kWarmUp) continue;
+        alone.push_back(without);
+        subscribed.push_back(with);
+    }
+    table.Plain("1 one rate with a subscriber to events, N = " + std::to_string(target.Interfaces()),
+                Median(subscribed), "ms");
+    table.AtMost("1 ratio of that to the same without", Median(subscribed) / Median(alone), 1.15, "");
 }
 
 }  // namespace
@@ -54,6 +83,7 @@ void MeasureChange(const Settings& settings, Table& table)
                  Median(largeTimes) - reference, 1.5, "ms");
     MeasureEnabled(small, settings.runs, table);
     MeasureEnabled(large, settings.runs, table);
+    MeasureSubscribed(small, settings.runs, table);
 }
 
 }  // namespace figures

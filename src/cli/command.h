@@ -5,7 +5,9 @@
 #ifndef CLI_COMMAND_H
 #define CLI_COMMAND_H
 
+#include <functional>
 #include <iosfwd>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -69,6 +71,8 @@ struct Call {
     std::ostream& err;         // for warnings
     bool& leave;               // set to end the shell
     bool talks;                // with a person, who is told what was done
+    /// Opens a session for this command alone. Throws netconf::ConnectionError.
+    const std::function<std::unique_ptr<netconf::Client>()>& connect;
 };
 
 struct Command {

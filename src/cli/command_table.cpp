@@ -12,6 +12,7 @@
 #include "cli/config_text.h"
 #include "cli/data.h"
 #include "cli/history_text.h"
+#include "cli/monitor.h"
 #include "cli/request.h"
 #include "cli/schema_words.h"
 #include "cli/state_text.h"
@@ -200,6 +201,8 @@ void ShowVersion(Call& call)
     ShowState(call, "<system><version/><process><name/><version/></process></system>", &VersionsText);
 }
 
+void ShowEvents(Call& call) { MonitorEvents(call); }
+
 void RequestHa(Call& call)
 {
     Request(call, netconf::HaTransition(call.arguments.choice == "go-active" ? "active" : "standby"));
@@ -269,6 +272,8 @@ std::span<const Command> Commands()
                 "Shows the faults that processes reported.", kBoth, Forms::kState, &ShowFaults},
         Command{"show version", {},
                 "Shows the versions of this shell, of the database and of the processes that are connected to it.", kBoth, Forms::kState, &ShowVersion},
+        Command{"monitor events", {{Kind::kText, "since TIME", true}},
+                "Shows what happens, one event a line, until Ctrl-C; from a time on, such as 10m, 2h or 2026-11-21T03:20:11Z.", kYang, Forms::kState, &ShowEvents},
         Command{"request ha", {{Kind::kChoice, "go-active|go-standby"}},
                 "Tells every process to become active or to stand by.", kSession, Forms::kNone, &RequestHa},
         Command{"request sflow resync", {},

@@ -92,8 +92,8 @@ void Shell::Execute(std::string_view command)
     const unsigned needs = invocation.command->needs;
     if ((needs & kYang) && !m_yang) m_yang = m_environment.loadYang();
     if ((needs & kSession) && !m_session) m_session = m_environment.connect();
-    Call call{
-        invocation.arguments, invocation.format, m_session.get(), m_yang, m_out, m_err, m_left, m_talks};
+    Call call{invocation.arguments, invocation.format, m_session.get(), m_yang, m_out, m_err, m_left, m_talks,
+              m_environment.connect};
     invocation.command->run(call);
 }
 

@@ -233,7 +233,30 @@ void Client::Write(std::string_view bytes, Deadline deadline)
     }
 }
 
+std::optional<std::string> Client::ReceiveMessageUnless(int stop)
+{
+    constexpr int kForEver = -1;
+    for (;;) {
+        std::array<pollfd, 2> wait{pollfd{m_socket.Get(), POLLIN, 0}, pollfd{stop, POLLIN, 0}};
+        // What has been read already comes first, but not before the end.
+        auto message = ReadAvailable();
+        const int timeout = message ? 0 : kForEver;
+        if (::poll(wait.data(), wait.size(), timeout) < 0 && errno != EINTR) Fail(ErrnoText(errno));
+        if (wait[1].revents != 0) return std::nullopt;
+        if (message) return message;
+    }
+}
+
 std::string Client::Read(Deadline deadline)
+{
+    for (;;) {
+        if (auto message = ReadAvailable()) return *std::move(message);
+        AwaitReady(POLLIN, deadline);
+    }
+}
+
+/// Nullopt if there is no whole message yet.
+std::optional<std::string> Client::ReadAvailable()
 {
     std::array<char, 65536> buffer;
     for (;;) {
@@ -245,8 +268,8 @@ std::string Client::Read(Deadline deadline)
             continue;
         }
         if (count == 0) Fail("the server has closed the session");
-        if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) Fail(ErrnoText(errno));
-        AwaitReady(POLLIN, deadline);
+        if (errno == EAGAIN || errno == EWOULDBLOCK) return std::nullopt;
+        if (errno != EINTR) Fail(ErrnoText(errno));
     }
 }
 

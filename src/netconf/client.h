@@ -73,12 +73,15 @@ public:
     void SendRaw(std::string_view bytes);
     /// The next message, not parsed.
     std::string ReceiveMessage();
+    /// The same, however long it takes; nullopt once the descriptor `stop` can be read.
+    std::optional<std::string> ReceiveMessageUnless(int stop);
 
 private:
     using Deadline = std::chrono::steady_clock::time_point;
     void SayHello(const ClientOptions& options);
     void Write(std::string_view bytes, Deadline deadline);
     std::string Read(Deadline deadline);
+    std::optional<std::string> ReadAvailable();
     void AwaitReady(short events, Deadline deadline) const;
     [[noreturn]] void Fail(const std::string& what) const;
 

@@ -17,6 +17,8 @@ inline constexpr std::string_view kWithDefaultsNamespace =
     "urn:ietf:params:xml:ns:yang:ietf-netconf-with-defaults";
 inline constexpr std::string_view kBase10 = "urn:ietf:params:netconf:base:1.0";
 inline constexpr std::string_view kBase11 = "urn:ietf:params:netconf:base:1.1";
+/// Of <notification> and <create-subscription> (RFC 5277).
+inline constexpr std::string_view kNotificationNamespace = "urn:ietf:params:xml:ns:netconf:notification:1.0";
 
 /// Bytes. The client takes no longer message, and cdbd by default neither; a longer one ends the session.
 inline constexpr std::size_t kMaxMessage = std::size_t{64} << 20;

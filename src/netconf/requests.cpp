@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "netconf/requests.h"
 
+#include "netconf/names.h"
 #include "netconf/xml.h"
 
 namespace netconf {
@@ -130,5 +131,12 @@ std::string HaTransition(std::string_view role) { return OfSystem("ha-transition
 std::string SflowResync() { return std::string("<sflow-resync xmlns=\"").append(kSystem).append("\"/>"); }
 
 std::string Backup(std::string_view file) { return OfSystem("backup", "file", file); }
+
+std::string CreateSubscription(std::string_view startTime)
+{
+    std::string out = "<create-subscription xmlns=\"" + std::string(kNotificationNamespace) + "\">";
+    AppendLeaf(out, "startTime", startTime);
+    return out + "</create-subscription>";
+}
 
 }  // namespace netconf

@@ -43,6 +43,8 @@ std::string HaTransition(std::string_view role);
 std::string SflowResync();
 /// `file`: an absolute path on the switch.
 std::string Backup(std::string_view file);
+/// `startTime`: from when on events are replayed (RFC 5277); empty: none.
+std::string CreateSubscription(std::string_view startTime = {});
 
 /// A configuration of the past, for RollBack and CompareWith: "3" is that of 3 commits ago, a name that of a
 /// checkpoint. `isCommit`: the one after the commit of that number.

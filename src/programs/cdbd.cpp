@@ -111,6 +111,7 @@ agent::AgentOptions AgentOptionsOf(const agent::ProgramOptions& options)
     result.sessions.limits.xml.elements = options.maxElements;
     result.sessions.limits.filterElements = options.maxFilter;
     result.answers.bytes = options.maxUnread;
+    result.events = {options.replayEvents, options.replayBytes};
     result.sessions.times.hello = options.helloTimeout;
     result.sessions.times.idle = options.idleTimeout;
     return result;

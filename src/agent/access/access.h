@@ -113,6 +113,10 @@ public:
     /// Whether the user may carry out an operation. `rpc` is its schema node.
     [[nodiscard]] bool MayExecute(const lysc_node* rpc) const;
 
+    /// Whether the user may be told of events of this kind (RFC 8341, section 3.4.6). `notification` is its
+    /// schema node.
+    [[nodiscard]] bool MayReceive(const lysc_node* notification) const;
+
     /// Whether no node is ever hidden from the user: a reader need not ask then.
     [[nodiscard]] bool ReadsAll() const { return m_readsAll; }
     /// Likewise for edits and commits.

@@ -113,6 +113,20 @@ bool AccessGrant::MayExecute(const lysc_node* rpc) const
     return m_source->rules.execDefault;
 }
 
+bool AccessGrant::MayReceive(const lysc_node* notification) const
+{
+    if (m_everything) return true;
+    const std::string_view name = notification->name;
+    for (const AccessRule* rule : m_rules) {
+        if (!Has(rule->operations, AccessOperation::kRead) || !FitsModule(*rule, notification)) continue;
+        const bool about =
+            rule->kind == AccessRule::Kind::kAny ||
+            (rule->kind == AccessRule::Kind::kNotification && (rule->target == "*" || rule->target == name));
+        if (about) return rule->permit;
+    }
+    return !IsGuarded(m_source->guarded.all, notification) && m_source->rules.readDefault;
+}
+
 bool AccessGrant::Default(AccessOperation operation, const lysc_node* node) const
 {
     if (IsGuarded(m_source->guarded.all, node)) return false;
@@ -195,12 +209,13 @@ AccessRules DefaultAccessRules(const std::string& adminGroup)
     everything.permit = true;
     rules.lists.push_back({"operators", {adminGroup}, {everything}});
     AccessRuleList readers{"readers", {"*"}, {}};
-    constexpr std::array<std::pair<const char*, const char*>, 5> kReading{
+    constexpr std::array<std::pair<const char*, const char*>, 6> kReading{
         {{"ietf-netconf", "get"},
          {"ietf-netconf", "get-config"},
          {"ietf-netconf-monitoring", "get-schema"},
          {"switch-history", "compare"},
-         {"switch-history", "commit-changes"}}};
+         {"switch-history", "commit-changes"},
+         {"notifications", "create-subscription"}}};
     for (const auto& [module, operation] : kReading) {
         AccessRule rule;
         rule.name = operation;

@@ -227,6 +227,8 @@ void Client::OnReady()
     if (!m_subscriptions.empty()) m_misses = m_host.TakeMisses(*this);
     static_cast<void>(m_channel->Send(message));  // a failure ends the connection
     slog::Notice("{} is connected", Name());
+    m_wasReady = true;
+    m_host.OnReady(*this);
 }
 
 /// One of a commit that was not sent, or a second one, tells nothing.
@@ -284,7 +286,7 @@ void Client::End(const std::string& reason)
     m_phase = Phase::kEnded;
     m_helloTimer.reset();
     const auto self = shared_from_this();
-    m_host.OnGone(self);
+    m_host.OnGone(self, reason);
     auto questions = std::move(m_questions);
     m_questions.clear();
     for (auto& [key, handler] : questions) handler(nullptr);

@@ -65,8 +65,10 @@ public:
     /// Microseconds since the epoch.
     [[nodiscard]] virtual std::int64_t NowUs() const = 0;
     virtual void OnFault(const Client& client, const ipc::cdb::FaultReport& fault) = 0;
+    /// The client is ready; called once, from the loop.
+    virtual void OnReady(const Client& client) = 0;
     /// The connection has ended; called once, from the loop.
-    virtual void OnGone(const std::shared_ptr<Client>& client) = 0;
+    virtual void OnGone(const std::shared_ptr<Client>& client, const std::string& reason) = 0;
 };
 
 class Client : public std::enable_shared_from_this<Client> {
@@ -86,6 +88,8 @@ public:
     void Start(base::Timers& timers, std::chrono::milliseconds helloTimeout);
 
     [[nodiscard]] Phase CurrentPhase() const { return m_phase; }
+    /// Whether it is ready or was before its connection ended.
+    [[nodiscard]] bool HasBeenReady() const { return m_wasReady; }
     [[nodiscard]] const std::string& Process() const { return m_process; }
     [[nodiscard]] std::int64_t Pid() const { return m_pid; }
     /// Of its program; empty if it has not said.
@@ -151,6 +155,7 @@ private:
     std::shared_ptr<ipc::Channel> m_channel;
     ClientHost& m_host;
     Phase m_phase = Phase::kNew;
+    bool m_wasReady = false;
     bool m_applying = false;
     std::string m_process;
     std::string m_version;

@@ -2,6 +2,7 @@
 #include "agent/clients/clients.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "agent/clients/provider_node.h"
@@ -16,7 +17,7 @@ namespace {
 constexpr std::size_t kMaxClients = 128;
 
 /// Provided by cdbd itself.
-constexpr const char* kSystemState = "/state/system";
+constexpr std::array kOwnState{"/state/system", "/netconf"};
 
 bool Holds(const std::vector<std::string>& names, const std::string& name)
 {
@@ -192,8 +193,9 @@ std::optional<Refusal> Clients::CheckProvider(const Client& client, const StateP
 {
     if (FindProviderNode(m_schema.Context(), wanted.path) == nullptr)
         return Refusal{"there is no container of state at " + wanted.path, 0};
-    if (Overlap(wanted.path, kSystemState))
-        return Refusal{std::string("cdbd tells the state of ") + kSystemState + " itself", 0};
+    for (const char* own : kOwnState)
+        if (Overlap(wanted.path, own))
+            return Refusal{std::string("cdbd tells the state of ") + own + " itself", 0};
     for (const ClientPtr& other : m_clients)
         if (other.get() != &client && Provides(*other, wanted.path))
             return Refusal{"the state of " + wanted.path + " is provided by " + other->Process(),
@@ -266,10 +268,16 @@ void Clients::RememberMissing(const Client& client)
     m_missing.push_back(std::move(missing));
 }
 
-void Clients::OnGone(const ClientPtr& client)
+void Clients::OnReady(const Client& client)
+{
+    if (m_options.onReady) m_options.onReady(client);
+}
+
+void Clients::OnGone(const ClientPtr& client, const std::string& reason)
 {
     if (client->Missed().Any()) RememberMissing(*client);
     if (std::erase(m_clients, client) > 0) m_quota.GiveBack(client->Peer().uid);
+    if (client->HasBeenReady() && m_options.onLost) m_options.onLost(*client, reason);
 }
 
 void RequestAll(base::Timers& timers, const std::vector<ClientPtr>& clients,

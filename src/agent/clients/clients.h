@@ -31,6 +31,9 @@ public:
         FaultIntake::Keep keepFaults;
         std::chrono::milliseconds helloTimeout{5'000};
         std::size_t maxPerUser = 64;  // connections; root is not counted
+        /// A client has become ready; the connection of one that was ready has ended. May be null.
+        std::function<void(const Client& client)> onReady{};
+        std::function<void(const Client& client, const std::string& reason)> onLost{};
     };
     /// All arguments but the options must outlive this.
     Clients(const cdb::Schema& schema, const cdb::Store& store, base::Timers& timers, Options options);
@@ -64,7 +67,8 @@ public:
     Misses TakeMisses(const Client& client) override;
     [[nodiscard]] std::int64_t NowUs() const override { return m_options.now(); }
     void OnFault(const Client& client, const ipc::cdb::FaultReport& report) override;
-    void OnGone(const ClientPtr& client) override;
+    void OnReady(const Client& client) override;
+    void OnGone(const ClientPtr& client, const std::string& reason) override;
 
 private:
     void RememberMissing(const Client& client);

@@ -96,13 +96,14 @@ class PendingDelivery : public std::enable_shared_from_this<PendingDelivery> {
 public:
     PendingDelivery(base::Timers& timers, const Clients& clients, const AckTimes& times,
                     std::vector<Recipient> recipients, const WrittenChanges& written,
-                    std::vector<std::string> warnings,
+                    std::vector<std::string> warnings, Delivery::OnStuck onStuck,
                     std::function<void(const std::vector<std::string>&)> done)
         : m_timers(timers),
           m_clients(clients),
           m_times(times),
           m_recipients(std::move(recipients)),
           m_commit(written.changes.commit),
+          m_onStuck(std::move(onStuck)),
           m_done(std::move(done)),
           m_warnings(std::move(warnings))
     {
@@ -164,6 +165,7 @@ private:
         slog::Error("{}", text);
         m_warnings.push_back(text);
         if (!late) return;
+        if (m_onStuck) m_onStuck(*answer.client, m_commit);
         answer.client->AddMiss();
         answer.client->Disconnect("it did not acknowledge a commit in time");
     }
@@ -173,6 +175,7 @@ private:
     const AckTimes& m_times;
     std::vector<Recipient> m_recipients;
     std::uint64_t m_commit;
+    Delivery::OnStuck m_onStuck;
     std::function<void(const std::vector<std::string>&)> m_done;
     std::vector<std::string> m_warnings;
     std::shared_ptr<ipc::cdb::WrittenServerMessage> m_message =
@@ -240,7 +243,7 @@ void Delivery::Deliver(const WrittenChanges& written,
         warnings.push_back(NoSubscriber(m_clients, written.changes.commit));
     if (recipients.empty()) return done(warnings);
     std::make_shared<PendingDelivery>(m_timers, m_clients, m_times, std::move(recipients), written,
-                                      std::move(warnings), std::move(done))
+                                      std::move(warnings), m_onStuck, std::move(done))
         ->Next();
 }
 

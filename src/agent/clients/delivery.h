@@ -15,8 +15,10 @@
 #ifndef AGENT_CLIENTS_DELIVERY_H
 #define AGENT_CLIENTS_DELIVERY_H
 
+#include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/clients/clients.h"
@@ -46,6 +48,10 @@ public:
     /// time.
     void Deliver(const WrittenChanges& written, std::function<void(const std::vector<std::string>&)> done);
 
+    using OnStuck = std::function<void(const Client& client, std::uint64_t commit)>;
+    /// Called from the loop for a subscriber that does not acknowledge the commit in time.
+    void TellStuck(OnStuck onStuck) { m_onStuck = std::move(onStuck); }
+
 private:
     /// A container for which the modules expect a subscriber.
     struct Expected {
@@ -62,6 +68,7 @@ private:
     std::vector<Expected> m_expected;
     Clients& m_clients;
     AckTimes m_times;
+    OnStuck m_onStuck;
 };
 
 }  // namespace agent

@@ -64,6 +64,7 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{kBase, "close-session", &Operations::CloseSession},
         Row{kBase, "kill-session", &Operations::KillSession},
         Row{"ietf-netconf-monitoring", "get-schema", &Operations::GetSchema},
+        Row{"notifications", "create-subscription", &Operations::CreateSubscription},
         Row{kSystem, "ha-transition", &Operations::HaTransition},
         Row{kSystem, "sflow-resync", &Operations::SflowResync},
         Row{kSystem, "backup", &Operations::MakeBackup},
@@ -203,7 +204,8 @@ void Operations::KillSession(const RequestPtr& request)
     if (session == request->Who().id)
         return refuse("this is session " + std::string(text) + " itself; close it");
     const std::string reason = "killed by session " + std::to_string(request->Who().id);
-    if (!m_services.endSession(session, reason)) return refuse("there is no session " + std::string(text));
+    if (!m_services.endSession(session, reason, request->Who().id))
+        return refuse("there is no session " + std::string(text));
     request->Ok();
 }
 

@@ -21,6 +21,7 @@
 #include "agent/clients/delivery.h"
 #include "agent/data/data_schema.h"
 #include "agent/data/filter_plan.h"
+#include "agent/events/events.h"
 #include "agent/netconf/answer_room.h"
 #include "agent/netconf/request.h"
 #include "agent/netconf/workbench.h"
@@ -95,12 +96,14 @@ public:
         Workbench& changes;                 // for all work on the candidate and all writes of the store
         Workbench& reads;                   // for long answers
         std::function<std::int64_t()> now;  // microseconds since the epoch
-        /// Ends the session of that number; returns false if there is none.
-        std::function<bool(std::uint32_t session, const std::string& reason)> endSession;
+        /// Ends the session of that number on behalf of the other; returns false if there is none.
+        std::function<bool(std::uint32_t session, const std::string& reason, std::uint32_t killer)>
+            endSession;
         std::chrono::milliseconds actionTimeout;
         Access& access;  // counts what is denied
         AnswerRoom& room;
         FilterLimits filterLimits;
+        Events& events;
     };
     explicit Operations(Services services);
 
@@ -112,6 +115,10 @@ public:
 
     /// Releases the session's locks. A candidate that it had locked loses its changes.
     void SessionEnded(std::uint32_t session);
+
+    /// Makes the events of a session that has begun, and of one whose connection has ended.
+    void TellBegin(const Session& session);
+    void TellEnd(const Session& session);
 
 private:
     using Handler = void (Operations::*)(const RequestPtr&);
@@ -149,6 +156,9 @@ private:
     void Unlock(const RequestPtr& request);
     void CloseSession(const RequestPtr& request);
     void KillSession(const RequestPtr& request);
+
+    // operations_events.cpp
+    void CreateSubscription(const RequestPtr& request);
 
     void ReleaseCandidate(const SerialQueue::TicketPtr& ticket, const std::function<void()>& done);
 

@@ -316,6 +316,7 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
     if (changes.Empty()) {
         job->request->Ok();
     } else {
+        m_services.events.ConfigChanged(changes, job->request->Party(), job->info.comment);
         m_services.delivery.Deliver(job->written, [job](const std::vector<std::string>& undelivered) {
             job->request->Ok(Warnings(undelivered));
             job->commitTicket.reset();

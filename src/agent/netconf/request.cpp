@@ -86,8 +86,16 @@ std::string Request::OutputText(const std::function<void(std::string& out)>& wri
 void Request::OkAndFinish()
 {
     m_answered = true;
-    m_session->SetFinished();
-    m_session->Finish(Head().append("<ok/>").append(kTail));
+    m_session->Finish(Head().append("<ok/>").append(kTail), SessionEnd::kClosed);
+}
+
+void Request::OkAndSubscribe(
+    const std::function<std::unique_ptr<EventSubscription>(std::function<void()> wake)>& make)
+{
+    Ok();
+    m_session->Subscribe(make([weak = m_session->weak_from_this()] {
+        if (const auto session = weak.lock()) session->SendNews();
+    }));
 }
 
 std::string Request::Head() const

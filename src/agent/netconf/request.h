@@ -48,6 +48,7 @@ public:
     [[nodiscard]] const std::optional<SubtreeFilter>& Filter() const { return m_rpc.filter; }
     [[nodiscard]] bool IsLong() const { return m_rpc.isLong; }
     [[nodiscard]] const Session::Identity& Who() const { return m_session->Who(); }
+    [[nodiscard]] SessionParty Party() const { return m_session->Party(); }
 
     /// False once the session has ended: work that has not begun is then dropped.
     [[nodiscard]] bool Wanted() const { return m_session->IsOpen(); }
@@ -77,6 +78,11 @@ public:
     void Reply(std::string text) { Send(std::move(text)); }
     /// Answers <ok/> and ends the session.
     void OkAndFinish();
+    /// Answers <ok/>; `make` then makes the subscription of the session, whose news are sent when `wake` is
+    /// called.
+    void OkAndSubscribe(
+        const std::function<std::unique_ptr<EventSubscription>(std::function<void()> wake)>& make);
+    [[nodiscard]] bool IsSubscribed() const { return m_session->IsSubscribed(); }
 
 private:
     std::string Head() const;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "guard/walk.h"
 #include "netconf/names.h"
@@ -51,6 +52,7 @@ public:
         if (element.depth <= 4 && !m_scan.config.IsOpen()) m_scan.config.Declare(element);
         if (element.depth == 1) return StartRpc(element);
         if (element.depth == 2) return StartOperation(element);
+        if (element.depth == 3 && IsForeignFilter(element)) return StartForeignFilter(element);
         const guard::Node* child = m_walk->Find(element.ns, element.name);
         if (child == nullptr) return Refused();
         if (!child->Repeats() && !m_walk->Mention(*child)) return Refused();
@@ -110,7 +112,10 @@ private:
         if (operation == nullptr) return Stop(End::kUnknownOperation);
         m_walk.emplace(m_index, *operation, m_limits.text);
         m_hasFilter =
-            element.ns == netconf::kBaseNamespace && (element.name == "get" || element.name == "get-config");
+            (element.ns == netconf::kBaseNamespace &&
+             (element.name == "get" || element.name == "get-config")) ||
+            (element.ns == netconf::kNotificationNamespace && element.name == "create-subscription");
+        m_isSubscription = element.ns == netconf::kNotificationNamespace;
         m_configDepth = ConfigDepth(element);
         // Outside of an edit a configuration is content only.
         m_walk->Allow({m_configDepth == kEditedConfig, m_configDepth != 0});
@@ -119,9 +124,29 @@ private:
 
     bool StartFilter(const netconf::XmlElement& element)
     {
+        if (m_scan.filter)
+            return Refuse(cdb::ErrorTag::kBadElement, "the operation holds more than one <filter>", "filter");
         m_scan.filterType = element.Attribute("type").value_or("subtree");
         m_scan.filterBegin = element.end;
         m_open.emplace_back();
+        return true;
+    }
+
+    /// Clients that build every filter alike, ncclient among them, put that of a subscription into the base
+    /// namespace. What it means is clear.
+    bool IsForeignFilter(const netconf::XmlElement& element) const
+    {
+        return m_hasFilter && m_isSubscription && element.ns == netconf::kBaseNamespace &&
+               element.name == "filter";
+    }
+
+    /// It is cut out as a whole, since the module has no such element.
+    bool StartForeignFilter(const netconf::XmlElement& element)
+    {
+        if (!StartFilter(element)) return false;
+        m_scan.filterBegin = element.begin;
+        m_emptyFilterEnd = m_message[element.end - 2] == '/' ? element.end : 0;
+        m_isForeign = true;
         return true;
     }
 
@@ -157,6 +182,8 @@ private:
         m_open.pop_back();
         if (depth == 3) {
             m_scan.filterEnd = begin;
+            if (std::exchange(m_isForeign, false))
+                m_scan.filterEnd = m_emptyFilterEnd != 0 ? m_emptyFilterEnd : m_message.find('>', begin) + 1;
             m_scan.filter = std::move(node.children);
             return true;
         }
@@ -202,7 +229,10 @@ private:
     std::optional<guard::Walk> m_walk;  // from the operation on
     bool m_hasFilter = false;           // the operation can have one
     std::size_t m_configDepth = 0;      // of the operation's <config>; 0: it can have none
-    std::vector<FilterNode> m_open;     // <filter> and what is open inside it
+    bool m_isSubscription = false;
+    bool m_isForeign = false;          // the open filter
+    std::size_t m_emptyFilterEnd = 0;  // where it ends if it is an empty element
+    std::vector<FilterNode> m_open;    // <filter> and what is open inside it
     std::size_t m_filterElements = 0;
 };
 

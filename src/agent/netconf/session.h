@@ -16,6 +16,8 @@
 
 #include <boost/asio/local/stream_protocol.hpp>
 
+#include "agent/events/event_subscription.h"
+#include "agent/events/events.h"
 #include "agent/state/netconf_state.h"
 #include "base/timers.h"
 #include "netconf/framing.h"
@@ -46,6 +48,8 @@ public:
         std::function<void(const std::shared_ptr<Session>& session, const std::string& problem)> onBroken;
         /// The connection has ended, from either side. Called once, from the loop.
         std::function<void(const std::shared_ptr<Session>& session, const std::string& reason)> onClosed;
+        /// The client has said hello: the session has begun. May be null. Called once, from the loop.
+        std::function<void(const std::shared_ptr<Session>& session)> onBegun{};
     };
 
     struct Identity {
@@ -80,14 +84,13 @@ public:
     /// Where it comes from, as the relay says (netconf/origin.h); nullopt: from the switch itself.
     [[nodiscard]] const std::optional<netconf::Origin>& Origin() const { return m_origin; }
 
-    /// What the session's owner counts of it.
-    [[nodiscard]] NetconfCounters& Counters() { return m_counters; }
+    [[nodiscard]] SessionParty Party() const
+    {
+        return {m_identity.user, m_identity.id, m_origin ? m_origin->host : std::string()};
+    }
 
-    /// Whether it has ended before the client's hello was taken, because of what that said.
-    [[nodiscard]] bool HadBadHello() const { return m_badHello; }
-    /// Whether its end is in order: with an answer to <close-session>, or by another session.
-    [[nodiscard]] bool IsFinished() const { return m_finished; }
-    void SetFinished() { m_finished = true; }
+    /// What is counted of it: notifications by itself, all else by its owner.
+    [[nodiscard]] NetconfCounters& Counters() { return m_counters; }
 
     [[nodiscard]] bool IsOpen() const { return m_open; }
 
@@ -99,19 +102,34 @@ public:
     void Send(std::string message, std::shared_ptr<AnswerPlace> place = nullptr);
 
     /// Sends an answer and closes. Instead of Start, it turns a client away.
-    void Finish(std::string message);
+    void Finish(std::string message, SessionEnd why = SessionEnd::kOther);
 
-    /// Closes at once.
-    void Close(const std::string& reason);
+    /// Closes at once. `killer`: the session that has it ended, with SessionEnd::kKilled.
+    void Close(const std::string& reason, SessionEnd why = SessionEnd::kOther, std::uint32_t killer = 0);
+
+    /// Whether the client has said hello.
+    [[nodiscard]] bool HasBegun() const { return m_greeted; }
+    /// Of a session that has ended.
+    [[nodiscard]] SessionEnd EndedBy() const { return m_endedBy; }
+    [[nodiscard]] std::uint32_t Killer() const { return m_killer; }
+
+    /// From now on sends what the subscription has, between answers, until it is over or the session ends.
+    /// The subscription's wake has to call SendNews. A session with a subscription may be idle.
+    void Subscribe(std::unique_ptr<EventSubscription> subscription);
+    [[nodiscard]] bool IsSubscribed() const { return m_subscription != nullptr; }
+    void SendNews();
 
 private:
     void Write(std::string message, bool last, std::shared_ptr<AnswerPlace> place = nullptr);
     void Next();
     void Receive();
+    void AwaitRequest();
     void Handle(std::string message);
     void TakeHello(std::string message);
     void Limit(std::chrono::milliseconds time, std::string reason);
     void AwaitWriting(bool last);
+    void AwaitNewsTaken();
+    void NewsWritten(const boost::system::error_code& error);
 
     Socket m_socket;
     base::Timers& m_timers;
@@ -123,8 +141,6 @@ private:
     std::size_t m_maxMessage = netconf::kMaxMessage;
     std::optional<netconf::Origin> m_origin;
     NetconfCounters m_counters;
-    bool m_badHello = false;
-    bool m_finished = false;
     bool m_base11 = false;
     bool m_open = true;
     netconf::MessageReader m_reader{kMaxHello};
@@ -136,6 +152,17 @@ private:
     std::string m_header;
     std::string m_message;
     std::shared_ptr<AnswerPlace> m_place;  // of that answer, in the room for answers
+    bool m_answering = false;
+    bool m_receiving = false;
+    SessionEnd m_endedBy = SessionEnd::kOther;
+    bool m_finishing = false;  // m_endedBy is decided
+    std::uint32_t m_killer = 0;
+    // Notifications; an answer that comes while some are being written is written next.
+    std::unique_ptr<EventSubscription> m_subscription;
+    std::string m_news;  // frames
+    bool m_isNewsOut = false;
+    std::shared_ptr<void> m_newsTimer;
+    std::function<void()> m_nextAnswer;
 };
 
 }  // namespace agent

@@ -31,6 +31,8 @@ netconf::Hello MakeHello(const cdb::Schema& schema)
         prefix + "candidate:1.0",
         prefix + "validate:1.1",
         prefix + "rollback-on-error:1.0",
+        prefix + "notification:1.0",
+        prefix + "interleave:1.0",
         prefix + "with-defaults:1.0?basic-mode=explicit&also-supported=report-all,report-all-tagged,trim",
     };
     hello.capabilities.push_back(prefix +
@@ -49,6 +51,7 @@ void AddUp(const NetconfCounters& counters, NetconfCounters& sum)
     sum.inRpcs += counters.inRpcs;
     sum.inBadRpcs += counters.inBadRpcs;
     sum.outRpcErrors += counters.outRpcErrors;
+    sum.outNotifications += counters.outNotifications;
 }
 
 }  // namespace
@@ -140,7 +143,10 @@ void Sessions::Add(Session::Socket socket)
     auto session = std::make_shared<Session>(
         std::move(socket), m_timers, std::move(identity), std::move(hello), m_options.times,
         Session::Handlers{whileThere(&Sessions::OnMessage), whileThere(&Sessions::OnBroken),
-                          whileThere(&Sessions::OnClosed)});
+                          whileThere(&Sessions::OnClosed),
+                          [self = std::weak_ptr<Sessions*>(m_self)](const std::shared_ptr<Session>& begun) {
+                              if (const auto there = self.lock()) (*there)->m_operations.TellBegin(*begun);
+                          }});
     m_sessions.emplace(m_last, session);
     session->SetMaxMessage(m_options.maxMessage);
     session->Start();
@@ -159,13 +165,12 @@ NetconfFacts Sessions::Facts() const
     return facts;
 }
 
-bool Sessions::End(std::uint32_t session, const std::string& reason)
+bool Sessions::End(std::uint32_t session, const std::string& reason, std::uint32_t killer)
 {
     const auto found = m_sessions.find(session);
     if (found == m_sessions.end()) return false;
     const auto ended = found->second;
-    ended->SetFinished();
-    ended->Close(reason);
+    ended->Close(reason, SessionEnd::kKilled, killer);
     return true;
 }
 
@@ -228,14 +233,16 @@ void Sessions::OnClosed(const std::shared_ptr<Session>& session, const std::stri
 {
     slog::Info("session {} ({}) has ended: {}", session->Who().id, session->Who().user, reason);
     const std::uint32_t id = session->Who().id;
-    if (session->HadBadHello())
+    const SessionEnd end = session->EndedBy();
+    if (end == SessionEnd::kBadHello)
         ++m_past.inBadHellos;
-    else if (!session->IsFinished())
+    else if (end != SessionEnd::kClosed && end != SessionEnd::kKilled)
         ++m_past.droppedSessions;
     AddUp(session->Counters(), m_past.counters);
     m_sessions.erase(id);
     m_quota.GiveBack(session->Who().uid);
     m_operations.SessionEnded(id);
+    m_operations.TellEnd(*session);
 }
 
 }  // namespace agent

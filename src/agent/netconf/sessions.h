@@ -52,8 +52,8 @@ public:
     /// What is to be told of the sessions, without the locks.
     [[nodiscard]] NetconfFacts Facts() const;
 
-    /// Returns false if there is no such session.
-    bool End(std::uint32_t session, const std::string& reason);
+    /// Returns false if there is no such session. `killer`: the session on whose behalf.
+    bool End(std::uint32_t session, const std::string& reason, std::uint32_t killer);
 
 private:
     void OnRead(const std::shared_ptr<Session>& session, std::variant<Rpc, BadRpc> read);

@@ -5,6 +5,7 @@
 #include <system_error>
 #include <utility>
 
+#include "agent/process/streams_state.h"
 #include "base/user.h"
 #include "ipc/frame.h"
 #include "log/log.h"
@@ -47,8 +48,10 @@ FilterLimits FilterLimitsOf(const guard::Limits& limits)
 }
 
 /// Faults are written beside the loop, because the write waits for the disk.
+ProcessParty PartyOf(const Client& client) { return {client.Process(), client.Pid()}; }
+
 Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store,
-                                std::weak_ptr<Workbench*> changes)
+                                std::weak_ptr<Workbench*> changes, Events& events)
 {
     const auto keep = [&store, changes = std::move(changes)](std::vector<cdb::Fault> faults) {
         const auto bench = changes.lock();
@@ -66,8 +69,19 @@ Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store,
                 if (!problem->empty()) slog::Error("faults can't be kept: {}", *problem);
             });
     };
-    return {options.now, options.trust, options.keepFaults ? options.keepFaults : keep,
-            options.clientHelloTimeout};
+    const auto tellAndKeep = [&events, doKeep = options.keepFaults ? options.keepFaults
+                                                                   : keep](std::vector<cdb::Fault> faults) {
+        for (const cdb::Fault& fault : faults) events.FaultReported(fault);
+        doKeep(std::move(faults));
+    };
+    Clients::Options result{options.now, options.trust, tellAndKeep, options.clientHelloTimeout};
+    result.onReady = [&events](const Client& client) {
+        events.ProcessConnected(PartyOf(client), client.Version());
+    };
+    result.onLost = [&events](const Client& client, const std::string& reason) {
+        events.ProcessLost(PartyOf(client), reason);
+    };
+    return result;
 }
 
 }  // namespace
@@ -78,7 +92,8 @@ Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Stor
       m_options(WithClock(std::move(options))),
       m_ownTimers(m_options.timers == nullptr ? base::MakeTimers(loop) : nullptr),
       m_timers(m_options.timers == nullptr ? *m_ownTimers : *m_options.timers),
-      m_clients(schema, store, m_timers, ClientsOptions(m_options, store, m_faultBench)),
+      m_events(loop, schema, m_options.now, m_options.events),
+      m_clients(schema, store, m_timers, ClientsOptions(m_options, store, m_faultBench, m_events)),
       m_callpoints(loop, m_timers, schema.Table(), m_clients,
                    {m_options.callpointTimeout, m_options.callpointTotal}),
       m_delivery(m_timers, schema, m_clients, m_options.ackTimes),
@@ -86,10 +101,11 @@ Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Stor
       m_room(loop, m_timers, m_options.answers),
       m_operations({loop, m_timers, schema, store, datastore, m_clients, m_callpoints, m_delivery, m_state,
                     m_changes, m_reads, m_options.now,
-                    [this](std::uint32_t session, const std::string& reason) {
-                        return m_sessions.End(session, reason);
+                    [this](std::uint32_t session, const std::string& reason, std::uint32_t killer) {
+                        return m_sessions.End(session, reason, killer);
                     },
-                    m_options.actionTimeout, access, m_room, FilterLimitsOf(m_options.sessions.limits)}),
+                    m_options.actionTimeout, access, m_room, FilterLimitsOf(m_options.sessions.limits),
+                    m_events}),
       m_sessions(m_timers, schema, m_operations, m_reads, access, SessionsOptions(m_options)),
       m_changes(loop),
       m_reads(loop)
@@ -98,6 +114,12 @@ Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Stor
         NetconfFacts facts = m_sessions.Facts();
         facts.datastores = m_operations.Datastores();
         return facts;
+    });
+    m_state.Provide("/netconf/streams", [this](const lysc_node* streams, StateTree& tree) {
+        AddStreams(m_events.Log(), streams, tree);
+    });
+    m_delivery.TellStuck([this](const Client& client, std::uint64_t commit) {
+        m_events.ProcessStuck(PartyOf(client), commit);
     });
 }
 

@@ -19,6 +19,7 @@
 #include "agent/clients/clients.h"
 #include "agent/clients/delivery.h"
 #include "agent/clients/misses.h"
+#include "agent/events/events.h"
 #include "agent/netconf/answer_room.h"
 #include "agent/netconf/operations.h"
 #include "agent/netconf/sessions.h"
@@ -42,6 +43,7 @@ struct AgentOptions {
     std::chrono::milliseconds actionTimeout{5'000};     // of a process, for a transition or an action
     Sessions::Options sessions{};
     AnswerRoom::Options answers{};
+    EventLog::Limits events{};
     ipc::Trust trust{"cdbd"};  // of the processes on cdb.sock
     std::chrono::milliseconds clientHelloTimeout{5'000};
     /// The groups of the sockets; the process's own group if there is none of that name.
@@ -75,6 +77,7 @@ private:
     base::Timers& m_timers;
     /// Reset before m_changes ends.
     std::shared_ptr<Workbench*> m_faultBench = std::make_shared<Workbench*>(&m_changes);
+    Events m_events;
     Clients m_clients;
     Callpoints m_callpoints;
     Delivery m_delivery;

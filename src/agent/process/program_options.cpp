@@ -146,6 +146,10 @@ Rows RowsFor(ProgramOptions& to)
     rows.Size("max-unread", to.maxUnread, std::uint64_t{1} << 20, kMaxSize,
               "how much memory long answers may take that clients have not read yet, all sessions together "
               "(256M)");
+    rows.Count("replay-events", "N", to.replayEvents,
+               "how many events are kept in memory for subscribers and their replay (10000)");
+    rows.Size("replay-bytes", to.replayBytes, std::uint64_t{64} << 10, kMaxSize,
+              "how much memory they may take (16M)");
     rows.Count("hello-timeout", "SECONDS", to.helloTimeout,
                "how long a NETCONF client may take for its hello (30)");
     rows.Add("idle-timeout", "SECONDS", "how long a session may be without a request (0: for ever)",

@@ -37,6 +37,8 @@ struct ProgramOptions {
     std::size_t maxElements = 2'000'000;
     std::size_t maxFilter = std::size_t{32} << 10;
     std::size_t maxUnread = std::size_t{256} << 20;
+    std::size_t replayEvents = 10'000;
+    std::size_t replayBytes = std::size_t{16} << 20;
     std::chrono::seconds helloTimeout{30};
     std::chrono::seconds idleTimeout{0};  // 0: no limit
     std::string adminGroup;

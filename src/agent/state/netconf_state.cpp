@@ -124,7 +124,7 @@ void NetconfState::AddCounters(StateTree::Node& node, const lysc_node* schema,
     Leaf(node, schema, "in-rpcs", std::to_string(counters.inRpcs));
     Leaf(node, schema, "in-bad-rpcs", std::to_string(counters.inBadRpcs));
     Leaf(node, schema, "out-rpc-errors", std::to_string(counters.outRpcErrors));
-    Leaf(node, schema, "out-notifications", "0");  // there are no notifications
+    Leaf(node, schema, "out-notifications", std::to_string(counters.outNotifications));
 }
 
 }  // namespace agent

@@ -24,6 +24,7 @@ struct NetconfCounters {
     std::uint32_t inRpcs = 0;
     std::uint32_t inBadRpcs = 0;
     std::uint32_t outRpcErrors = 0;
+    std::uint32_t outNotifications = 0;
 };
 
 /// What the sessions and operations know of themselves. Times are microseconds since the epoch.

@@ -65,6 +65,7 @@ std::vector<const lysc_node*> StateSource::Containers() const
     if (m_system != nullptr) containers.push_back(m_system);
     if (m_netconf != nullptr) containers.push_back(m_netconf);
     containers.insert(containers.end(), m_libraries.begin(), m_libraries.end());
+    for (const auto& [container, add] : m_own) containers.push_back(container);
     return containers;
 }
 
@@ -129,8 +130,16 @@ void StateSource::AddMissing(StateSelections& selections, CollectedState& collec
     }
 }
 
+void StateSource::Provide(const std::string& path, AddOwn add)
+{
+    if (const lysc_node* container = FindProviderNode(m_schema.Context(), path))
+        m_own.emplace_back(container, std::move(add));
+}
+
 void StateSource::AddSystem(StateSelections& selections, StateTree& tree) const
 {
+    for (const auto& [container, add] : m_own)
+        if (selections.Take(container)) add(container, tree);
     if (m_system == nullptr) return;
     const auto wanted = selections.Take(m_system);
     if (!wanted) return;

@@ -55,6 +55,10 @@ public:
 
     /// Where /netconf-state comes from. Null, as at first: there is none.
     void SetNetconf(std::function<NetconfFacts()> facts) { m_netconfFacts = std::move(facts); }
+    /// State of cdbd itself beside /state/system: `add` adds what is in the container at the path, such as
+    /// "/netconf/streams". Does nothing if the modules have no such container.
+    using AddOwn = std::function<void(const lysc_node* container, StateTree& tree)>;
+    void Provide(const std::string& path, AddOwn add);
 
     /// The role that the processes were last told to take.
     void SetRole(Role role) { m_role = role; }
@@ -96,6 +100,7 @@ private:
     const lysc_node* m_system;
     const lysc_node* m_netconf;
     std::vector<const lysc_node*> m_libraries;
+    std::vector<std::pair<const lysc_node*, AddOwn>> m_own;
     std::vector<ExpectedProcess> m_expected;
     std::vector<Unanswered> m_unanswered;
     std::map<std::string, std::set<std::string>> m_logged;  // by path: the causes of missing state

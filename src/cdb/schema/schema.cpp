@@ -50,7 +50,10 @@ Owned<ly_ctx> MakeContext(const fs::path& directory)
                          ": check that it is a readable directory");
     Owned<ly_ctx> owned(context);
     // The error of a missing module says more than an error about a missing directory would.
-    static_cast<void>(ly_ctx_set_searchdir(context, SFLOW_IETF_YANG_DIR));
+    const fs::path ietf = SFLOW_IETF_YANG_DIR;
+    for (const fs::path& each :
+         {ietf, ietf.parent_path() / "ietf-derived", ietf.parent_path() / "netconfcentral"})
+        static_cast<void>(ly_ctx_set_searchdir(context, each.c_str()));
     return owned;
 }
 
@@ -86,6 +89,10 @@ void LoadModules(ly_ctx* context, const fs::path& directory)
     LoadModule(context, "ietf-netconf", features.data());
     LoadModule(context, "ietf-netconf-monitoring", nullptr);
     LoadModule(context, "ietf-netconf-with-defaults", nullptr);
+    // RFC 5277, as the modules that its schema was converted to, and RFC 6470.
+    LoadModule(context, "notifications", nullptr);
+    LoadModule(context, "nc-notifications", nullptr);
+    LoadModule(context, "ietf-netconf-notifications", nullptr);
     for (const auto& name : ModulesIn(directory)) LoadModule(context, name, nullptr);
 }
 

@@ -139,6 +139,33 @@ def check_errors(connection, other):
     assert rate_of(connection, "candidate", "eth1") == ["4711"]
 
 
+def check_events(subscriber, connection):
+    events = "urn:ietf:params:xml:ns:yang:ietf-netconf-notifications"
+    subscriber.create_subscription(filter=("subtree", f'<netconf-config-change xmlns="{events}"/>'),
+                                   start_time="2026-01-01T00:00:00Z")
+    seen = []
+    while "replayComplete" not in (seen[-1] if seen else ""):
+        notification = subscriber.take_notification(timeout=30)
+        assert notification is not None, seen
+        seen.append(notification.notification_xml)
+    assert "sampling-rate</target>" in seen[-2], seen
+    refused("in-use", subscriber.create_subscription)
+    # Requests go on in a session with a subscription, and its events come whoever commits.
+    assert rate_of(subscriber, "running", "eth1") == ["23"]
+    connection.edit_config(target="candidate", config=sflow("<collector><name>c9</name><ip>192.0.2.9</ip></collector>"))
+    connection.commit()
+    change = subscriber.take_notification(timeout=30)
+    assert change is not None
+    text = change.notification_xml
+    assert "name='c9']</target><operation>create</operation>" in text, text
+    assert f"<session-id>{connection.session_id}</session-id>" in text, text
+    assert "<source-host>127.0.0.1</source-host>" in text, text
+    connection.edit_config(target="candidate", config=sflow(
+        f'<collector xmlns:nc="{NC}" nc:operation="delete"><name>c9</name></collector>'))
+    connection.commit()
+    assert "<operation>delete</operation>" in subscriber.take_notification(timeout=30).notification_xml
+
+
 def check_state(connection):
     data = connection.get(filter=("subtree", '<state xmlns="urn:switch:yang:switch-state"/>')).data
     text = etree.tostring(data).decode()
@@ -235,6 +262,7 @@ def main():
     check_whole_configurations(connection)
     check_defaults(connection)
     check_monitoring(connection, "netconf-ssh")
+    check_events(other, connection)
     connection.kill_session(other.session_id)
     other.timeout = 5  # the library may miss the end of a transport that goes while it sends
     try:

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // swcli against the real switch: what an operator's files and commands do, and what bad ones say.
 
+#include <csignal>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
 
 #include "system/system_test.h"
 
@@ -159,6 +162,78 @@ TEST_F(Shell, WithoutADatabaseSaysWhichSocketItTried)
     const auto result = TheWorld().Cli("show configuration");
     EXPECT_EQ(1, result.status);
     EXPECT_THAT(result.errors, HasSubstr(TheWorld().NetconfSocket().string()));
+}
+
+/// A swcli that shows events, and what it has printed.
+class Monitor {
+public:
+    Monitor(World& world, const std::string& command) : m_output(world.Dir() / "events.txt")
+    {
+        std::filesystem::remove(m_output);
+        support::Command start{{World::Program("swcli"), "-c", command}, world.Environment("monitor")};
+        start.output = m_output;
+        start.errors = world.Dir() / "monitor.errors";
+        m_process.emplace(start);
+    }
+    std::string Await(const std::string& text)
+    {
+        support::Await("the line with " + text, [&] { return Text().find(text) != std::string::npos; });
+        return Text();
+    }
+    std::string Text() const { return support::ReadFile(m_output); }
+    support::Process& Process() { return *m_process; }
+
+private:
+    std::filesystem::path m_output;
+    std::optional<support::Process> m_process;
+};
+
+TEST_F(Shell, EventsAreShownUntilInterrupted)
+{
+    Monitor monitor(TheWorld(), "monitor events since 1h");
+    monitor.Await("process-connected  process sflow-app");
+    TheWorld().CliDone("set oam sflow collector c9 ip 192.0.2.9; commit comment \"for a test\"");
+    const std::string text = monitor.Await("\"for a test\": create oam sflow collector c9\n");
+    EXPECT_THAT(text, HasSubstr("  netconf-config-change  commit "));
+    EXPECT_THAT(text, HasSubstr("  netconf-session-start  "));
+    const std::string manager = std::to_string(TheWorld().Manager().Pid());
+    TheWorld().Manager().Kill();
+    monitor.Await("process-lost  process sflow-mgr, pid " + manager);
+    monitor.Process().Signal(SIGINT);
+    EXPECT_EQ(0, monitor.Process().Wait());
+}
+
+TEST_F(Shell, EventsAreJsonObjectsOneALine)
+{
+    Monitor monitor(TheWorld(), "monitor events since 1h | json");
+    TheWorld().CliDone("set oam sflow collector c9 ip 192.0.2.9; commit");
+    monitor.Await("collector[name='c9']");
+    monitor.Process().Signal(SIGINT);
+    EXPECT_EQ(0, monitor.Process().Wait());
+    std::istringstream lines(monitor.Text());
+    std::size_t changes = 0;
+    for (std::string line; std::getline(lines, line);) {
+        const auto event = nlohmann::json::parse(line);
+        EXPECT_TRUE(event.contains("eventTime")) << line;
+        changes += event.count("ietf-netconf-notifications:netconf-config-change");
+    }
+    EXPECT_GE(changes, 1U);
+}
+
+TEST_F(Shell, EventsEndWithTheDatabase)
+{
+    Monitor monitor(TheWorld(), "monitor events since 1h");
+    monitor.Await("process-connected  process sflow-app");
+    TheWorld().Cdbd().Kill();
+    EXPECT_EQ(1, monitor.Process().Wait());
+}
+
+TEST_F(Shell, EventsBeginAtATimeThatIsOne)
+{
+    Fails("monitor events since yesterday", "10m");
+    Fails("monitor events since 9999-12-31T23:59:59Z", "startTime");
+    Fails("monitor events since 99999999999999999999d", "no time");
+    Fails("monitor events today", "usage");
 }
 
 }  // namespace

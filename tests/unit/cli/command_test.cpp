@@ -71,7 +71,7 @@ TEST(Understand, RefusesWithWhatIsPossible)
     } rows[] = {
         {"nonsense",
          "error: unknown command \"nonsense\"; possible: set, delete, load, show, compare, validate, commit, "
-         "discard, rollback, request, help, exit"},
+         "discard, rollback, monitor, request, help, exit"},
         {"show",
          "error: the command is not complete; possible: configuration, history, checkpoints, sflow, system, "
          "version"},

@@ -145,7 +145,8 @@ TEST(Schema, ListsTheModulesInUse)
     }
     EXPECT_THAT(
         names, testing::IsSupersetOf({"ietf-netconf", "ietf-netconf-monitoring", "ietf-netconf-with-defaults",
-                                      "ietf-yang-library", "switch-config", "switch-interfaces",
+                                      "ietf-yang-library", "notifications", "nc-notifications",
+                                      "ietf-netconf-notifications", "switch-config", "switch-interfaces",
                                       "switch-oam-sflow", "switch-state", "switch-system"}));
 }
 
