@@ -63,6 +63,8 @@ Database::Database(const std::filesystem::path& socket)
     ipc::cdb::ServerMessage welcome;
     welcome.mutable_welcome()->set_store_dir("/nowhere");
     m_manager->Send(welcome);
+    if (!m_manager->Receive(message) || !message.has_loaded())
+        throw std::runtime_error("the manager does not say that it has loaded");
 }
 
 Database::~Database() { ::close(m_listening); }
