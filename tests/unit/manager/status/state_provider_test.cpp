@@ -22,6 +22,8 @@ using std::chrono::milliseconds;
 
 /// What the manager says before it is accepted.
 constexpr std::size_t kIntroduction = 4;
+/// And right after that: that it has loaded.
+constexpr std::size_t kWelcomed = kIntroduction + 1;
 
 /// An answer that knows only how many parts it has.
 class Parts final : public StateParts {
@@ -130,6 +132,17 @@ TEST_F(Provider, IntroducesItself)
     EXPECT_EQ("/config/oam/sflow-manager", said[1].subscribe().path());
     EXPECT_EQ("/state/oam/sflow", said[2].register_state_provider().path());
     EXPECT_TRUE(said[3].has_ready());
+}
+
+TEST_F(Provider, SaysThatItHasLoadedWhenItIsAccepted)
+{
+    Listen();
+    m_provider.Start();
+    Database& database = Introduced(1);
+    database.Send(Welcome());
+    ASSERT_TRUE(RunUntil([&] { return database.All().size() == kWelcomed; }));
+    EXPECT_TRUE(database.All().back().has_loaded());
+    EXPECT_EQ(1U, m_stores.size()) << "after the store was opened";
 }
 
 TEST_F(Provider, IsToldOfTheStoreEachTimeItIsAccepted)
@@ -249,7 +262,7 @@ TEST_F(Provider, AcknowledgesAChangeAndPassesItOn)
     }
     EXPECT_TRUE(RunUntil([&] { return m_changes.size() == 3; }));
     EXPECT_EQ((std::vector<std::uint64_t>{5, 6, 6}), m_changes);
-    ASSERT_TRUE(RunUntil([&] { return database.All().size() == kIntroduction + 3; }));
+    ASSERT_TRUE(RunUntil([&] { return database.All().size() == kWelcomed + 3; }));
     EXPECT_EQ(6U, database.All().back().change_set_ack().commit());
 }
 
@@ -324,7 +337,7 @@ TEST_F(Provider, IgnoresWhatItHasNotAskedFor)
     m_connections.back()->Send(message);
     m_connections.back()->Send(CdbdMessage{});
     EXPECT_EQ(11U, Answer(Question(11)).state_reply().request());
-    EXPECT_EQ(kIntroduction + 1, m_connections.back()->All().size());
+    EXPECT_EQ(kWelcomed + 1, m_connections.back()->All().size());
 }
 
 }  // namespace
