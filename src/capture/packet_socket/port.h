@@ -22,7 +22,6 @@ struct RingPort {
     Settings wanted;
     std::shared_ptr<void> making;            // while the first pair is made
     std::shared_ptr<PacketSocketPair> pair;  // null while there is none
-    bool late = false;                       // what is wanted waits for the end of the pair before this one
     Counts before;                           // of the pairs it had until now
     std::uint64_t delivered = 0;             // samples that left the ring of this pair
     std::uint64_t told = 0;                  // the pool of the last sample, or of the last pair

@@ -120,7 +120,7 @@ public:
     [[nodiscard]] bool Sampled(std::uint32_t ifIndex) const override
     {
         const auto found = m_ports.find(ifIndex);
-        return found != m_ports.end() && found->second.pair && !found->second.late;
+        return found != m_ports.end() && found->second.pair && !m_late.contains(ifIndex);
     }
 
     Counts Remove(std::uint32_t ifIndex) override
@@ -137,6 +137,7 @@ public:
             EndPair(port);
         }
         std::erase(m_looking, &port);
+        m_late.erase(ifIndex);
         const Counts last = port.before;
         m_ports.erase(found);
         m_sink.OnDrained();
@@ -219,21 +220,13 @@ private:
 
     void Adapt(Port& port)
     {
-        port.late = false;
+        m_late.erase(port.ifIndex);
         Settings now = port.pair->Current();
         if (now == port.wanted) return;
         now.headerSize = port.wanted.headerSize;
-        if (now == port.wanted)
-            port.pair->SetHeaderSize(now.headerSize);
-        else if (port.pair->SuccessionWith(port.wanted) == PacketSocketPair::Succession::kLater)
-            PutOff(port);
-        else
-            Follow(port, port.wanted);
-    }
-
-    void PutOff(Port& port)
-    {
-        port.late = true;
+        if (now == port.wanted) return port.pair->SetHeaderSize(now.headerSize);
+        if (port.pair->SuccessionWith(port.wanted) != PacketSocketPair::Succession::kLater)
+            return Follow(port, port.wanted);
         if (m_late.empty()) m_lateAlarm->Set(kLatePause);
         m_late.insert(port.ifIndex);
     }
@@ -242,7 +235,7 @@ private:
     {
         for (const std::uint32_t ifIndex : std::exchange(m_late, {})) {
             const auto found = m_ports.find(ifIndex);
-            if (found == m_ports.end() || !found->second.late) continue;
+            if (found == m_ports.end()) continue;
             try {
                 Adapt(found->second);
             } catch (const Unavailable& reason) {
