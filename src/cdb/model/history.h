@@ -40,7 +40,7 @@ struct Checkpoint {
     std::string name;
     std::uint64_t commit = 0;  // 0: the empty configuration before the first commit
     std::int64_t timeUs = 0;   // when it was marked, since the epoch
-    std::string user;          // by whom
+    std::string user;          // who has set it
     friend bool operator==(const Checkpoint&, const Checkpoint&) = default;
 };
 
