@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/process.h"
@@ -39,10 +40,13 @@ protected:
     }
 
     /// "tools/switch up" with the programs of this build; its output goes to files of that name.
-    [[nodiscard]] std::unique_ptr<support::Process> Up(const std::string& name, const Words& more = {}) const
+    [[nodiscard]] std::unique_ptr<support::Process> Up(
+        const std::string& name, const Words& more = {},
+        std::map<std::string, std::string> environment = {}) const
     {
+        environment.merge(Environment());
         support::Command command{.argv = {Tool("switch"), "up", "--bin", Programs()},
-                                 .environment = Environment()};
+                                 .environment = std::move(environment)};
         command.argv.insert(command.argv.end(), more.begin(), more.end());
         command.output = Dir() / (name + ".out");
         command.errors = Dir() / (name + ".err");

@@ -30,6 +30,18 @@ TEST_F(Switch, SaysReadyOnceTheDaemonHasLoadedAndEndsAllOnASignal)
     }
 }
 
+TEST_F(Switch, EndsOnASignalThatComesJustBeforeItWaits)
+{
+    // The shell pauses before each wait for its children, so the signal comes before the wait begins.
+    const auto pause = Dir() / "pause";
+    support::WriteFile(pause, "trap '[[ $BASH_COMMAND != wait* ]] || { touch " + (Dir() / "pauses").string() +
+                                  "; sleep 1; }' DEBUG\n");
+    const auto up = Up("up", {}, {{"BASH_ENV", pause}});
+    AwaitReady("up", *up);
+    Await("the pause", [&] { return std::filesystem::exists(Dir() / "pauses"); });
+    EXPECT_EQ(0, up->Terminate());
+}
+
 TEST_F(Switch, EndsTheDaemonFirstAndTheDatabaseLast)
 {
     auto up = Ready("up");
