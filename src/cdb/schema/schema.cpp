@@ -93,6 +93,10 @@ void LoadModules(ly_ctx* context, const fs::path& directory)
     LoadModule(context, "notifications", nullptr);
     LoadModule(context, "nc-notifications", nullptr);
     LoadModule(context, "ietf-netconf-notifications", nullptr);
+    // RFC 8526: operations on datastores by name, and where a value comes from.
+    std::array<const char*, 3> ofNmda{"origin", "with-defaults", nullptr};
+    LoadModule(context, "ietf-origin", nullptr);
+    LoadModule(context, "ietf-netconf-nmda", ofNmda.data());
     for (const auto& name : ModulesIn(directory)) LoadModule(context, name, nullptr);
 }
 
