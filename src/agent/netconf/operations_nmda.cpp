@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The operations of RFC 8526, which name datastores as RFC 8342 does. Intended is running: nothing is
-// generated or left out on the way from one to the other. Operational is running, as all of it is applied, with
-// the values that stand for what is not set, and the state.
+// generated or left out on the way from one to the other. Operational is running, as all of it is applied,
+// with the values that stand for what is not set, and the state.
 
 #include <libyang/libyang.h>
 
@@ -19,10 +19,10 @@ namespace agent {
 void Operations::RefuseDatastore(const RequestPtr& request, std::string_view operation,
                                  std::string_view offered)
 {
-    request->Refuse(MakeError(Layer::kProtocol, cdb::ErrorTag::kInvalidValue,
-                              std::string(operation) + " is not offered for that datastore; use " +
-                                  std::string(offered),
-                              {{"bad-element", "datastore"}}));
+    request->Refuse(
+        MakeError(Layer::kProtocol, cdb::ErrorTag::kInvalidValue,
+                  std::string(operation) + " is not offered for that datastore; use " + std::string(offered),
+                  {{"bad-element", "datastore"}}));
 }
 
 void Operations::GetData(const RequestPtr& request)

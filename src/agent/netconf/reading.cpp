@@ -68,8 +68,9 @@ void ReadOrigins(const lyd_node* operation, Origins& origins)
 ReadError ReadOperational(const lyd_node* operation, Reading& reading)
 {
     if (ChildNamed(operation, "with-defaults") != nullptr)
-        return BadValue("with-defaults is not offered for operational, which gives every value in use; leave it out",
-                        "with-defaults");
+        return BadValue(
+            "with-defaults is not offered for operational, which gives every value in use; leave it out",
+            "with-defaults");
     reading.options.defaults = Defaults::kReportAll;
     reading.missing = Missing::kInUse;
     Origins& origins = reading.options.origins;
@@ -107,7 +108,8 @@ ReadingOrError MakeReading(const DataSchema& schema, const Request& request,
     const bool isGetData = std::string_view(operation->schema->name) == "get-data";
     const auto reading = std::make_shared<Reading>();
     reading->ofCandidate = NameInChild(operation, "source") == "candidate";
-    if (ReadError refusal = isGetData ? ReadDataParameters(operation, *reading) : ReadDefaults(operation, *reading))
+    if (ReadError refusal =
+            isGetData ? ReadDataParameters(operation, *reading) : ReadDefaults(operation, *reading))
         return base::Unexpected(*std::move(refusal));
     if (!access->ReadsAll())
         reading->options.access = [access](const lysc_node* node, std::span<const std::string> keys) {

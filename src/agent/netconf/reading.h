@@ -21,11 +21,11 @@ namespace agent {
 
 struct Reading {
     std::optional<FilterPlan> filter;
-    WriteOptions options;        // its filter is the one above
-    std::string attributes;      // of <data>, each with a blank before it
-    bool ofCandidate = false;    // else of running
-    bool configuration = true;   // is asked for
-    bool state = true;           // is asked for, where the operation gives state
+    WriteOptions options;       // its filter is the one above
+    std::string attributes;     // of <data>, each with a blank before it
+    bool ofCandidate = false;   // else of running
+    bool configuration = true;  // is asked for
+    bool state = true;          // is asked for, where the operation gives state
     Missing missing = Missing::kDefaults;
 };
 

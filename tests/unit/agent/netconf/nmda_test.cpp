@@ -44,10 +44,7 @@ std::string EditData(const std::string& content, const std::string& more = "",
            "</config></edit-data>";
 }
 
-std::string Filter(const std::string& content)
-{
-    return "<subtree-filter>" + content + "</subtree-filter>";
-}
+std::string Filter(const std::string& content) { return "<subtree-filter>" + content + "</subtree-filter>"; }
 
 std::string Element(const std::string& name, const std::string& value)
 {
@@ -85,14 +82,19 @@ protected:
 
 TEST_F(Nmda, IsAnnounced)
 {
-    EXPECT_THAT(m_client.ServerHello().capabilities, Contains(HasSubstr("module=ietf-netconf-nmda")));
+    EXPECT_THAT(
+        m_client.ServerHello().capabilities,
+        Contains(AllOf(HasSubstr("module=ietf-netconf-nmda"), EndsWith("&features=origin,with-defaults"))));
     const std::string xml =
-        m_client.Call("<get><filter><yang-library xmlns=\"urn:ietf:params:xml:ns:yang:ietf-yang-library\"/>"
-                      "</filter></get>")
+        m_client
+            .Call(
+                "<get><filter><yang-library xmlns=\"urn:ietf:params:xml:ns:yang:ietf-yang-library\"/>"
+                "</filter></get>")
             .xml;
     for (const char* name : {"candidate", "intended", "operational", "running"})
         EXPECT_THAT(xml, HasSubstr(">ietf-datastores:" + std::string(name) + "</name><schema>"));
-    EXPECT_THAT(xml, HasSubstr("<feature>origin</feature>"));
+    EXPECT_THAT(xml,
+                AllOf(HasSubstr("<name>ietf-netconf-nmda</name>"), HasSubstr("<feature>origin</feature>")));
 }
 
 TEST_F(Nmda, GetDataReadsTheConfigurationOfEachDatastore)
@@ -124,8 +126,9 @@ TEST_F(Nmda, OperationalHasTheValuesInUseAndTheState)
     EXPECT_THAT(Read("running", "<with-defaults>report-all</with-defaults>"),
                 Not(HasSubstr("<sampling-rate>")));
     // A content match sees the value in use too.
-    EXPECT_THAT(Read("operational", Filter(Sflow("<interface><sampling-rate>512</sampling-rate></interface>"))),
-                HasSubstr("<name>eth1</name>"));
+    EXPECT_THAT(
+        Read("operational", Filter(Sflow("<interface><sampling-rate>512</sampling-rate></interface>"))),
+        HasSubstr("<name>eth1</name>"));
 }
 
 TEST_F(Nmda, ConfigFilterChoosesConfigurationOrState)
@@ -149,8 +152,10 @@ TEST_F(Nmda, FiltersBySubtree)
                 AllOf(HasSubstr("c2"), Not(HasSubstr("c1"))));
     EXPECT_THAT(Read("operational", Filter(Sflow("<collector><name>c2</name><port/></collector>"))),
                 HasSubstr("<collector><name>c2</name><port>6343</port></collector>"));
-    EXPECT_THAT(Read("running", "<subtree-filter/>"), EndsWith("<data xmlns=\"" + kNmda + "\"/></rpc-reply>"));
-    const auto error = Refused(m_client, GetData("running", "<xpath-filter>/</xpath-filter>"), "unknown-element");
+    EXPECT_THAT(Read("running", "<subtree-filter/>"),
+                EndsWith("<data xmlns=\"" + kNmda + "\"/></rpc-reply>"));
+    const auto error =
+        Refused(m_client, GetData("running", "<xpath-filter>/</xpath-filter>"), "unknown-element");
     EXPECT_THAT(error.message, HasSubstr("subtree-filter"));
     Refused(m_client, GetData("running", "<subtree-filter type=\"xpath\"/>"), "unknown-attribute");
 }
@@ -221,22 +226,26 @@ TEST_F(Nmda, FiltersByOrigin)
     EXPECT_THAT(only("or:intended</origin-filter><origin-filter>or:default"),
                 AllOf(HasSubstr("polling-interval"), HasSubstr("max-header-size")));
     // Below what a subtree filter selects, and on its last level.
-    EXPECT_THAT(Read("operational", Filter(Sflow("<interface/>")) + "<origin-filter>or:default</origin-filter>"),
-                byDefault);
-    EXPECT_THAT(Read("operational", Filter(Sflow("<interface/>")) + "<max-depth>1</max-depth>"
-                                        "<origin-filter>or:default</origin-filter>"),
-                nothing);
+    EXPECT_THAT(
+        Read("operational", Filter(Sflow("<interface/>")) + "<origin-filter>or:default</origin-filter>"),
+        byDefault);
+    EXPECT_THAT(
+        Read("operational", Filter(Sflow("<interface/>")) + "<max-depth>1</max-depth>"
+                                                            "<origin-filter>or:default</origin-filter>"),
+        nothing);
     EXPECT_THAT(Read("operational", Filter(Sflow("<interface><name/><polling-interval/></interface>")) +
                                         "<origin-filter>or:default</origin-filter>"),
                 nothing);
     // State has no origin, and is not filtered by it.
-    EXPECT_THAT(Read("operational", "<origin-filter>or:learned</origin-filter>"), HasSubstr("<netconf-state"));
+    EXPECT_THAT(Read("operational", "<origin-filter>or:learned</origin-filter>"),
+                HasSubstr("<netconf-state"));
     Refused(m_client, GetData("running", "<origin-filter>or:default</origin-filter>"), "invalid-value");
     for (const char* none : {"or:nonsense", "or:origin"})  // the second is what origins are derived from
         Refused(m_client, GetData("operational", Element("origin-filter", none)), "invalid-value");
     Refused(m_client,
-            GetData("operational", "<origin-filter>or:default</origin-filter>"
-                                   "<negated-origin-filter>or:system</negated-origin-filter>"),
+            GetData("operational",
+                    "<origin-filter>or:default</origin-filter>"
+                    "<negated-origin-filter>or:system</negated-origin-filter>"),
             "bad-element");
 }
 
