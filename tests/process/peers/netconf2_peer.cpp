@@ -4,8 +4,8 @@
 //   netconf2_peer ssh PORT USER KEY       through an OpenSSH server's subsystem "netconf"
 //   netconf2_peer callhome PORT USER KEY  the same, but waits on the port for the switch to call (RFC 8071)
 //
-// Ends with 0 when all holds, 1 when something does not, and 77 where it was built without the library. Expects
-// the switch to run with the configuration that the scenarios begin with.
+// Ends with 0 when all holds, 1 when something does not, and 77 where it was built without the library.
+// Expects the switch to run with the configuration that the scenarios begin with.
 
 #include <cstdio>
 
@@ -129,7 +129,8 @@ void CheckGreeting(nc_session* session)
 
 void CheckCommit(nc_session* session, nc_session* other)
 {
-    Check(Has(Data(session, GetConfig(NC_DATASTORE_RUNNING, kEth1)), "<sampling-rate>1024<"), "the first rate");
+    Check(Has(Data(session, GetConfig(NC_DATASTORE_RUNNING, kEth1)), "<sampling-rate>1024<"),
+          "the first rate");
     Do(session, nc_rpc_lock(NC_DATASTORE_CANDIDATE));
     Do(session, Edit(Rate("31")));
     Do(session, nc_rpc_validate(NC_DATASTORE_CANDIDATE, nullptr, NC_PARAMTYPE_CONST));
@@ -138,9 +139,10 @@ void CheckCommit(nc_session* session, nc_session* other)
     Do(session, Commit());
     Do(session, nc_rpc_unlock(NC_DATASTORE_CANDIDATE));
     Check(Has(Data(session, GetConfig(NC_DATASTORE_RUNNING, kEth1)), "<sampling-rate>31<"), "the new rate");
-    Check(!Has(Data(session, GetConfig(NC_DATASTORE_RUNNING, Sflow("<interface><name>no</name></interface>"))),
-               "<interface"),
-          "a filter that selects nothing");
+    Check(
+        !Has(Data(session, GetConfig(NC_DATASTORE_RUNNING, Sflow("<interface><name>no</name></interface>"))),
+             "<interface"),
+        "a filter that selects nothing");
 }
 
 void CheckErrors(nc_session* session)
@@ -164,7 +166,8 @@ void CheckCopies(nc_session* session)
     Do(session, copy(NC_DATASTORE_RUNNING, nullptr));
     const std::string own = Rate("32");
     Do(session, copy(NC_DATASTORE_CONFIG, own.c_str()));
-    Check(Has(Data(session, GetConfig(NC_DATASTORE_CANDIDATE, kEth1)), "<sampling-rate>32<"), "the copied rate");
+    Check(Has(Data(session, GetConfig(NC_DATASTORE_CANDIDATE, kEth1)), "<sampling-rate>32<"),
+          "the copied rate");
     Do(session, nc_rpc_validate(NC_DATASTORE_CONFIG, own.c_str(), NC_PARAMTYPE_DUP_AND_FREE));
     Do(session, nc_rpc_discard());
 }
@@ -187,10 +190,12 @@ void CheckDatastores(nc_session* session)
     Check(Has(inUse, "origin=\"or:intended\"") && Has(inUse, "origin=\"or:default\""), inUse);
     Refused(session, "invalid-value", get("ietf-datastores:running", 1));
     const auto edit = [](const char* datastore, const std::string& content) {
-        return nc_rpc_editdata(datastore, NC_RPC_EDIT_DFLTOP_MERGE, content.c_str(), NC_PARAMTYPE_DUP_AND_FREE);
+        return nc_rpc_editdata(datastore, NC_RPC_EDIT_DFLTOP_MERGE, content.c_str(),
+                               NC_PARAMTYPE_DUP_AND_FREE);
     };
     Do(session, edit("ietf-datastores:candidate", Rate("33")));
-    Check(Has(Data(session, get("ietf-datastores:candidate", 0)), "<sampling-rate>33<"), "candidate by get-data");
+    Check(Has(Data(session, get("ietf-datastores:candidate", 0)), "<sampling-rate>33<"),
+          "candidate by get-data");
     Refused(session, "invalid-value", edit("ietf-datastores:running", Rate("34")));
     Do(session, Commit());
 }
@@ -219,9 +224,8 @@ void CheckEnd(nc_session* session, nc_session* other)
     std::uint64_t number = 0;
     lyd_node* envelope = nullptr;
     lyd_node* data = nullptr;
-    const bool answers =
-        nc_send_rpc(other, rpc.get(), kPatience, &number) == NC_MSG_RPC &&
-        nc_recv_reply(other, rpc.get(), number, kPatience, &envelope, &data) == NC_MSG_REPLY;
+    const bool answers = nc_send_rpc(other, rpc.get(), kPatience, &number) == NC_MSG_RPC &&
+                         nc_recv_reply(other, rpc.get(), number, kPatience, &envelope, &data) == NC_MSG_REPLY;
     lyd_free_all(envelope);
     lyd_free_all(data);
     Check(!answers, "a killed session still answers");

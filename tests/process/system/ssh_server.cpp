@@ -28,8 +28,7 @@ void Replace(std::string& text, const std::string& old, const std::string& with)
 std::vector<std::string> WithRunDirectory()
 {
     if (getuid() != 0) return {};
-    return {"unshare", "-m", "sh", "-c",
-            "mount -t tmpfs none /run && mkdir /run/sshd && exec \"$0\" \"$@\""};
+    return {"unshare", "-m", "sh", "-c", "mount -t tmpfs none /run && mkdir /run/sshd && exec \"$0\" \"$@\""};
 }
 
 }  // namespace
@@ -65,7 +64,8 @@ SshServer::SshServer(support::World& world) : m_world(world), m_dir(world.Dir() 
     for (const auto& [name, value] : m_world.Environment("relay"))
         script += "export " + name + "='" + value + "'\n";
     const auto relay = m_dir / "cdb-netconf-relay";
-    support::WriteFile(relay, script + "exec " + support::World::Program("cdb-netconf-relay").string() + "\n");
+    support::WriteFile(relay,
+                       script + "exec " + support::World::Program("cdb-netconf-relay").string() + "\n");
     std::filesystem::permissions(relay, std::filesystem::perms::owner_all);
 
     std::string shipped = Shipped("netconf.conf");
@@ -104,7 +104,8 @@ std::vector<std::string> SshServer::CallHome(int port) const
     std::string command = unit.substr(from + begin.size());
     command.erase(command.find("'\n"));
     Replace(command, "%i/4334", "127.0.0.1/" + std::to_string(port));
-    Replace(command, "sshd -i", "sshd -i -f " + (m_dir / "config").string() + " -E " + (m_dir / "log").string());
+    Replace(command, "sshd -i",
+            "sshd -i -f " + (m_dir / "config").string() + " -E " + (m_dir / "log").string());
     std::vector<std::string> argv = WithRunDirectory();
     argv.insert(argv.end(), {"/bin/bash", "-c", command});
     return argv;
@@ -118,11 +119,8 @@ std::string SshServer::Check()
 
 void SshServer::Start()
 {
-    m_process = std::make_unique<support::Process>(support::Command{.argv = Server({"-D", "-e"}),
-                                                                           .environment = {},
-                                                                           .output = {},
-                                                                           .errors = m_dir / "log",
-                                                                           .input = {}});
+    m_process = std::make_unique<support::Process>(support::Command{
+        .argv = Server({"-D", "-e"}), .environment = {}, .output = {}, .errors = m_dir / "log", .input = {}});
     support::Await("the server to listen",
                    [this] { return Log().find("Server listening") != std::string::npos; });
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// An OpenSSH server of the test's own, on a port of the loopback interface and with keys of its own, which serves
-// NETCONF of a World as the file in packaging/ssh says.
+// An OpenSSH server of the test's own, on a port of the loopback interface and with keys of its own, which
+// serves NETCONF of a World as the file in packaging/ssh says.
 
 #ifndef SYSTEM_SSH_SERVER_H
 #define SYSTEM_SSH_SERVER_H
@@ -31,7 +31,8 @@ public:
     [[nodiscard]] std::vector<std::string> CallHome(int port) const;
 
     [[nodiscard]] int Port() const { return m_port; }
-    /// Who may log in: the user of this process, by the key in that file; the public one is beside it, ".pub".
+    /// Who may log in: the user of this process, by the key in that file; the public one is beside it,
+    /// ".pub".
     [[nodiscard]] static std::string User();
     [[nodiscard]] std::filesystem::path Key() const { return m_dir / "user"; }
     [[nodiscard]] std::string Log() const;

@@ -5,9 +5,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "agent/agent_world.h"
 #include "agent/other_user.h"
@@ -247,6 +249,22 @@ TEST_F(Nmda, FiltersByOrigin)
                     "<origin-filter>or:default</origin-filter>"
                     "<negated-origin-filter>or:system</negated-origin-filter>"),
             "bad-element");
+}
+
+/// The bounds of all filters; and a long message, whose filter is resolved beside the loop.
+TEST_F(Nmda, FiltersAreBounded)
+{
+    Commit(Collector("c1"));
+    const auto filter = [](int count) {
+        std::string entries;
+        for (int i = 1; i <= count; ++i)
+            entries += "<collector><name>c" + std::to_string(i) + "</name></collector>";
+        return Filter(Sflow(entries));
+    };
+    for (const char* datastore : {"running", "candidate", "operational"})
+        EXPECT_THAT(Read(datastore, filter(5'000)), HasSubstr("<name>c1</name>"));
+    const auto error = Refused(m_client, GetData("running", filter(40'000)), "too-big");
+    EXPECT_THAT(error.info, Contains(std::pair<std::string, std::string>("bad-element", "subtree-filter")));
 }
 
 TEST_F(Nmda, ManyOriginFiltersAreRefused)
