@@ -20,6 +20,10 @@ inline constexpr std::string_view kBase11 = "urn:ietf:params:netconf:base:1.1";
 /// Of <notification> and <create-subscription> (RFC 5277).
 inline constexpr std::string_view kNotificationNamespace = "urn:ietf:params:xml:ns:netconf:notification:1.0";
 
+/// Of <get-data> and <edit-data> (RFC 8526), and of the attribute "origin" (RFC 8342, section 7).
+inline constexpr std::string_view kNmdaNamespace = "urn:ietf:params:xml:ns:yang:ietf-netconf-nmda";
+inline constexpr std::string_view kOriginNamespace = "urn:ietf:params:xml:ns:yang:ietf-origin";
+
 /// Bytes. The client takes no longer message, and cdbd by default neither; a longer one ends the session.
 inline constexpr std::size_t kMaxMessage = std::size_t{64} << 20;
 

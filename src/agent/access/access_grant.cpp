@@ -209,10 +209,11 @@ AccessRules DefaultAccessRules(const std::string& adminGroup)
     everything.permit = true;
     rules.lists.push_back({"operators", {adminGroup}, {everything}});
     AccessRuleList readers{"readers", {"*"}, {}};
-    constexpr std::array<std::pair<const char*, const char*>, 6> kReading{
+    constexpr std::array<std::pair<const char*, const char*>, 7> kReading{
         {{"ietf-netconf", "get"},
          {"ietf-netconf", "get-config"},
          {"ietf-netconf-monitoring", "get-schema"},
+         {"ietf-netconf-nmda", "get-data"},
          {"switch-history", "compare"},
          {"switch-history", "commit-changes"},
          {"notifications", "create-subscription"}}};

@@ -64,6 +64,16 @@ DataSchema::DataSchema(const cdb::Schema& schema)
     while (const lys_module* module = ly_ctx_get_module_iter(schema.Context(), &index))
         if (module->implemented != 0) AddChildren(schema, root, module->compiled, 0);
     MakeIndex();
+    FindStandIns(schema);
+}
+
+void DataSchema::FindStandIns(const cdb::Schema& schema)
+{
+    for (DataNode& node : m_nodes) {
+        if (node.id == cdb::kNoNode) continue;
+        const cdb::NodeId id = schema.Table()[node.id].defaultRef;
+        if (id != cdb::kNoNode) node.standIn = Find(schema.NodeOf(id));
+    }
 }
 
 void DataSchema::AddChildren(const cdb::Schema& schema, DataNode& parent, const lysc_module* module,

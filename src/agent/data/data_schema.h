@@ -39,7 +39,9 @@ struct DataNode {
     std::string open;              // "<collector>", with the namespace where it changes
     std::string close;
     std::vector<std::string> defaults;  // canonical text
-    cdb::NodeId id = cdb::kNoNode;      // in the schema table; configuration only
+    /// The sibling leaf whose value is in use while this one has none (default-ref); mostly null.
+    const DataNode* standIn = nullptr;
+    cdb::NodeId id = cdb::kNoNode;  // in the schema table; configuration only
 
     [[nodiscard]] bool IsTerm() const { return kind == DataKind::kLeaf || kind == DataKind::kLeafList; }
     [[nodiscard]] bool IsDefault(std::string_view text) const;
@@ -64,6 +66,7 @@ private:
                      std::size_t keysAbove);
     DataNode& Add(const cdb::Schema& schema, DataNode& parent, const lysc_node* compiled);
     void MakeIndex();
+    void FindStandIns(const cdb::Schema& schema);
     [[nodiscard]] std::size_t SlotOf(const lysc_node* schema) const;
 
     std::deque<DataNode> m_nodes;

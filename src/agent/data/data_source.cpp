@@ -61,8 +61,12 @@ struct RowSource::Place {
     std::span<const std::string_view> ownKeys;
 };
 
-RowSource::RowSource(const DataSchema& schema, cdb::RowView& rows)
-    : m_schema(schema), m_rows(rows), m_keys(schema.MostKeys()), m_kept(schema.Depth() + 1)
+RowSource::RowSource(const DataSchema& schema, cdb::RowView& rows, Missing missing)
+    : m_schema(schema),
+      m_rows(rows),
+      m_missing(missing),
+      m_keys(schema.MostKeys()),
+      m_kept(schema.Depth() + 1)
 {
 }
 
@@ -90,6 +94,9 @@ void RowSource::Values(Handle at, const lysc_node* leaf, const ValueVisit& visit
             return visit(std::visit(ToText(buffer), value), false);
         }
     }
+    if (node->standIn != nullptr && m_missing == Missing::kInUse)
+        return Values(at, node->standIn->schema,
+                      [&visit](std::string_view text, bool) { visit(text, true); });
     for (const std::string& text : node->defaults) visit(text, true);
 }
 

@@ -76,11 +76,17 @@ public:
                        const NodeVisit& visit) = 0;
 };
 
-/// Configuration as data, straight from a datastore's rows; the schema's defaults stand for what is not set.
+/// What stands for a leaf that is not set.
+enum class Missing {
+    kDefaults,  // its default in the schema
+    kInUse      // also, for a leaf that has the value of another one then, that value (default-ref)
+};
+
+/// Configuration as data, straight from a datastore's rows.
 class RowSource final : public DataSource {
 public:
     /// Both must outlive this.
-    RowSource(const DataSchema& schema, cdb::RowView& rows);
+    RowSource(const DataSchema& schema, cdb::RowView& rows, Missing missing = Missing::kDefaults);
 
     void Values(Handle at, const lysc_node* leaf, const ValueVisit& visit) override;
     void Container(Handle at, const lysc_node* container, const NodeVisit& visit) override;
@@ -96,6 +102,7 @@ private:
 
     const DataSchema& m_schema;
     cdb::RowView& m_rows;
+    const Missing m_missing;
     std::vector<std::string> m_keys;  // of the entries on the way to the visited node
     std::vector<cdb::Row> m_kept;     // by depth: a looked-up row is kept while the nodes below it are read
 };

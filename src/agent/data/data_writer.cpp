@@ -53,24 +53,26 @@ public:
     {
     }
 
-    /// All that is below the node.
-    void Whole(const DataNode& node, Handle at)
+    /// So many levels of all that is below the node, keys left out.
+    void Whole(const DataNode& node, Handle at, std::size_t levels)
     {
-        for (const DataNode* child : node.children) {
+        for (std::size_t i = node.keyCount; i < node.children.size(); ++i) {
+            const DataNode* child = node.children[i];
             if (child->kind == DataKind::kList) {
-                m_source.Entries(at, child->schema, [this, child](Handle entry) {
-                    Entry(*child, entry, [&] { WholeNode(*child, entry); });
+                m_source.Entries(at, child->schema, [this, child, levels](Handle entry) {
+                    Entry(*child, entry, [&] { WholeNode(*child, entry, levels); });
                     return true;
                 });
             } else if (!Readable(*child)) {
                 continue;
             } else if (child->IsTerm()) {
                 m_source.Values(at, child->schema, [this, child](std::string_view text, bool isDefault) {
-                    if (Visible(*child, text, isDefault)) Term(*child, text, isDefault);
+                    if (Visible(*child, text, isDefault) && IsAsked(*child, isDefault))
+                        Term(*child, text, isDefault);
                 });
             } else {
-                m_source.Container(at, child->schema, [this, child](Handle container) {
-                    WholeNode(*child, container);
+                m_source.Container(at, child->schema, [this, child, levels](Handle container) {
+                    WholeNode(*child, container, levels);
                     return true;
                 });
             }
@@ -102,33 +104,51 @@ public:
     }
 
 private:
-    void WholeNode(const DataNode& node, Handle at)
+    /// `levels`: the node's own included.
+    void WholeNode(const DataNode& node, Handle at, std::size_t levels)
     {
         const std::size_t before = m_out.size();
-        m_out.append(node.open);
+        Open(node);
+        for (std::size_t i = 0; i < node.keyCount; ++i) {
+            const DataNode& key = *node.children[i];
+            m_source.Values(at, key.schema,
+                            [this, &key](std::string_view text, bool) { Term(key, text, false); });
+        }
         const std::size_t opened = m_out.size();
-        Whole(node, at);
-        // A plain container means nothing by itself.
-        if (node.kind == DataKind::kContainer && m_out.size() == opened)
+        if (levels > 1) Whole(node, at, levels - 1);
+        // A plain container means nothing by itself, unless what it holds was not asked for.
+        const bool isPlain = node.kind == DataKind::kContainer && levels > 1;
+        if (m_out.size() == opened && (isPlain || !IsAsked(node, false)))
             m_out.resize(before);
         else
             m_out.append(node.close);
     }
 
+    void Open(const DataNode& node)
+    {
+        m_out.append(node.open);
+        // All below has the same, unless it says otherwise.
+        if (m_options.origins.tagged && node.depth == 1 && IsConfiguration(node)) {
+            m_out.pop_back();
+            m_out.append(" or:origin=\"or:intended\">");
+        }
+    }
+
     void PartNode(const DataNode& node, Handle at, const Branches& branches)
     {
         const std::size_t before = m_out.size();
-        m_out.append(node.open);
+        Open(node);
         // An entry always shows its keys, but is not written for unasked keys alone.
         bool keyAsked = false;
         for (std::size_t i = 0; i < node.keyCount; ++i) {
             const DataNode& key = *node.children[i];
             m_source.Values(at, key.schema, [&](std::string_view text, bool) {
                 Term(key, text, false);
-                keyAsked |= std::any_of(branches.begin(), branches.end(), [&](const Branch* branch) {
-                    const FilterPlan::Leaf* leaf = branch->FindLeaf(key);
-                    return leaf != nullptr && leaf->Has(text);
-                });
+                keyAsked |= IsAsked(key, false) &&
+                            std::any_of(branches.begin(), branches.end(), [&](const Branch* branch) {
+                                const FilterPlan::Leaf* leaf = branch->FindLeaf(key);
+                                return leaf != nullptr && leaf->Has(text);
+                            });
             });
         }
         const std::size_t opened = m_out.size();
@@ -144,7 +164,7 @@ private:
     {
         Branches branches;
         for (const Inner* inner : inners)
-            if (Active(*inner, at, branches)) return WholeNode(node, at);
+            if (Active(*inner, at, branches)) return WholeNode(node, at, m_options.levels);
         if (!branches.empty()) PartNode(node, at, branches);
     }
 
@@ -153,7 +173,7 @@ private:
         const auto asked = [&leaf](const Branch* branch) { return branch->FindLeaf(leaf) != nullptr; };
         if (std::none_of(branches.begin(), branches.end(), asked) || !Readable(leaf)) return;
         m_source.Values(at, leaf.schema, [&](std::string_view text, bool isDefault) {
-            if (!Visible(leaf, text, isDefault)) return;
+            if (!Visible(leaf, text, isDefault) || !IsAsked(leaf, isDefault)) return;
             const bool selected = std::any_of(branches.begin(), branches.end(), [&](const Branch* branch) {
                 const FilterPlan::Leaf* each = branch->FindLeaf(leaf);
                 return each != nullptr && each->Has(text);
@@ -257,6 +277,10 @@ private:
             m_out.pop_back();
             m_out.append(" wd:default=\"true\">");
         }
+        if (isDefault && m_options.origins.tagged && IsConfiguration(leaf)) {
+            m_out.pop_back();
+            m_out.append(" or:origin=\"or:default\">");
+        }
         if (leaf.mayNameIdentity) text = Identity(leaf, text);
         netconf::AppendEscaped(m_out, text);
         m_out.append(leaf.close);
@@ -288,6 +312,15 @@ private:
             return true;
         }
         return true;
+    }
+
+    static bool IsConfiguration(const DataNode& node) { return node.id != cdb::kNoNode; }
+
+    /// Whether nodes of that origin are asked for; such as are around these are written anyway.
+    bool IsAsked(const DataNode& node, bool isDefault) const
+    {
+        if (!IsConfiguration(node)) return true;
+        return isDefault ? m_options.origins.byDefault : m_options.origins.intended;
     }
 
     bool Readable(const DataNode& node) const
@@ -324,7 +357,7 @@ private:
 void WriteData(const DataSchema& schema, DataSource& source, const WriteOptions& options, std::string& out)
 {
     Writer writer(source, options, out);
-    if (options.filter == nullptr) return writer.Whole(schema.Root(), nullptr);
+    if (options.filter == nullptr) return writer.Whole(schema.Root(), nullptr, options.levels);
     writer.Part(schema.Root(), nullptr, {&options.filter->Root()});
 }
 

@@ -5,7 +5,9 @@
 #ifndef AGENT_DATA_DATA_WRITER_H
 #define AGENT_DATA_DATA_WRITER_H
 
+#include <cstddef>
 #include <functional>
+#include <limits>
 #include <span>
 #include <string>
 #include <string_view>
@@ -37,10 +39,28 @@ enum class Defaults {
 inline constexpr std::string_view kTagDeclaration =
     " xmlns:wd=\"urn:ietf:params:xml:ns:netconf:default:1.0\"";
 
+/// What must be around data that is written with `tagged` origins: the declaration of the prefix or.
+inline constexpr std::string_view kOriginDeclaration =
+    " xmlns:or=\"urn:ietf:params:xml:ns:yang:ietf-origin\"";
+
+/// Where configuration comes from (RFC 8342, section 5.3.4), and what is written by that. The nodes around
+/// what is written are, and the keys of entries. State has no origin.
+struct Origins {
+    bool tagged = false;    // the attribute or:origin, where it is not that of the node above
+    bool intended = true;   // what was set explicitly
+    bool byDefault = true;  // leaves that have the value that they have because they were not set
+};
+
+inline constexpr std::size_t kAllLevels = std::numeric_limits<std::size_t>::max();
+
 struct WriteOptions {
     Defaults defaults = Defaults::kExplicit;
     const FilterPlan* filter = nullptr;  // null: everything
     ReadAccess access{};
+    /// How many levels are written of each node that is selected, itself the first; at least 1. An entry's
+    /// keys are on its own. Containers and entries on the last level are empty.
+    std::size_t levels = kAllLevels;
+    Origins origins{};
 };
 
 /// Appends the top-level nodes of the source.

@@ -81,12 +81,16 @@ struct RequestRow {
     Subject subject;
 };
 
+/// Of a parameter that does not go with the value of another one.
+constexpr std::string_view kWhen = "When condition";
+
 constexpr std::array kRequestRows{
     RequestRow{"Mandatory node", ErrorTag::kMissingElement, Subject::kQuoted},
     RequestRow{"Mandatory choice", ErrorTag::kMissingElement, Subject::kChoice},
     RequestRow{"Data for both cases", ErrorTag::kBadElement, Subject::kQuoted},
     RequestRow{"Invalid", ErrorTag::kInvalidValue, Subject::kAtPath},
     RequestRow{"Unsatisfied", ErrorTag::kInvalidValue, Subject::kAtPath},
+    RequestRow{kWhen, ErrorTag::kInvalidValue, Subject::kAtPath},
 };
 
 bool IsInChoice(const lysc_node* node, const std::string& choice)
@@ -98,9 +102,10 @@ bool IsInChoice(const lysc_node* node, const std::string& choice)
 
 /// An element that stands for the operation's missing choice, which is no element itself: the container
 /// around the choice, or its first case.
-std::string ElementOfChoice(const ly_ctx* context, std::string_view operation, const std::string& choice)
+std::string ElementOfChoice(const ly_ctx* context, const std::string& moduleName, std::string_view operation,
+                            const std::string& choice)
 {
-    const lys_module* module = ly_ctx_get_module_implemented(context, "ietf-netconf");
+    const lys_module* module = ly_ctx_get_module_implemented(context, moduleName.c_str());
     const lysc_node* parent =
         module == nullptr ? nullptr
                           : lys_find_child(nullptr, module, operation.data(), operation.size(), LYS_RPC, 0);
@@ -228,11 +233,18 @@ ErrorPath ToErrorPath(std::string_view dataPath, const ly_ctx* context)
     return writer.Take();
 }
 
+/// The module of the operation that a data path begins with.
+std::string ModuleOf(const std::string& dataPath)
+{
+    const std::size_t colon = dataPath.find(':');
+    return dataPath.empty() || colon == std::string::npos ? kNetconf : dataPath.substr(1, colon - 1);
+}
+
 /// The part of a data path that is inside the <config> of a request; empty if none is.
 std::string PathInConfig(std::string_view dataPath)
 {
     constexpr std::string_view kConfig = "/config/";
-    if (!dataPath.starts_with("/ietf-netconf:")) return {};
+    if (!dataPath.starts_with("/ietf-netconf:") && !dataPath.starts_with("/ietf-netconf-nmda:")) return {};
     const std::size_t config = dataPath.find(kConfig);
     if (config == std::string_view::npos) return {};
     const std::string_view inner = dataPath.substr(config + kConfig.size() - 1);
@@ -306,9 +318,14 @@ netconf::RpcError RequestError(const ly_ctx* context, std::string_view name)
     std::string element = path.empty() ? std::string(name) : LastName(path);
     if (row != kRequestRows.end() && row->subject == Subject::kQuoted) element = Quoted(said);
     if (row != kRequestRows.end() && row->subject == Subject::kChoice) {
-        element = ElementOfChoice(context, name, Quoted(said));
-        error.path = "/ietf-netconf:" + std::string(name) + '/' + element;
+        const std::string module = ModuleOf(path);
+        element = ElementOfChoice(context, module, name, Quoted(said));
+        error.path = '/' + module + ':' + std::string(name) + '/' + element;
     }
+    if (said.starts_with(kWhen))
+        error.message =
+            "the parameter " + element + " of " + std::string(name) +
+            " does not go with the others; leave it out, or change what its condition is about: " + said;
     error.info = {{"bad-element", element}};
     return inner.empty() ? ToProtocolError(error, context) : ToRpcError(error, context);
 }

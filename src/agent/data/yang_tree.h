@@ -36,11 +36,24 @@ inline std::string_view ChildText(const lyd_node* parent, std::string_view name)
     return child == nullptr ? std::string_view{} : std::string_view(lyd_get_value(child));
 }
 
-/// The name of that child's only child, as of <source> and <target>; empty if there is none.
+/// The datastore that a leaf of RFC 8526 names: "running", "operational"; with its module's name before it if
+/// that is not ietf-datastores. Empty if there is no leaf.
+inline std::string_view DatastoreText(const lyd_node* leaf)
+{
+    constexpr std::string_view kModule = "ietf-datastores:";
+    std::string_view text = leaf == nullptr ? std::string_view{} : std::string_view(lyd_get_value(leaf));
+    if (text.starts_with(kModule)) text.remove_prefix(kModule.size());
+    return text;
+}
+
+/// The name of that child's only child, as of <source> and <target>, or what its leaf "datastore" names;
+/// empty if there is none.
 inline std::string_view NameInChild(const lyd_node* parent, std::string_view name)
 {
     const lyd_node* inner = lyd_child(ChildNamed(parent, name));
-    return inner == nullptr ? std::string_view{} : std::string_view(inner->schema->name);
+    if (inner == nullptr) return {};
+    const std::string_view own = inner->schema->name;
+    return own == "datastore" ? DatastoreText(inner) : own;
 }
 
 }  // namespace agent

@@ -18,9 +18,16 @@ namespace {
 
 using cdb::ErrorTag;
 
-Target TargetOf(const lyd_node* operation)
+/// The datastore to lock or unlock. A leaf "datastore" (RFC 8526, section 3.2) may name one that has no lock.
+base::expected<Target, netconf::RpcError> TargetOf(const lyd_node* operation)
 {
-    return NameInChild(operation, "target") == "running" ? Target::kRunning : Target::kCandidate;
+    const std::string_view name = NameInChild(operation, "target");
+    if (name == "running") return Target::kRunning;
+    if (name == "candidate") return Target::kCandidate;
+    return base::Unexpected(
+        MakeError(Layer::kProtocol, ErrorTag::kInvalidValue,
+                  "the datastore " + std::string(name) + " has no lock; lock the candidate, or running",
+                  {{"bad-element", "datastore"}}));
 }
 
 std::string NameOf(Target target) { return target == Target::kRunning ? "running" : "candidate"; }
@@ -64,6 +71,8 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{kBase, "close-session", &Operations::CloseSession},
         Row{kBase, "kill-session", &Operations::KillSession},
         Row{"ietf-netconf-monitoring", "get-schema", &Operations::GetSchema},
+        Row{"ietf-netconf-nmda", "get-data", &Operations::GetData},
+        Row{"ietf-netconf-nmda", "edit-data", &Operations::EditData},
         Row{"notifications", "create-subscription", &Operations::CreateSubscription},
         Row{kSystem, "ha-transition", &Operations::HaTransition},
         Row{kSystem, "sflow-resync", &Operations::SflowResync},
@@ -129,8 +138,9 @@ std::vector<NetconfFacts::Lock> Operations::Datastores() const
 
 void Operations::Lock(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
-        const Target target = TargetOf(request->Operation());
+    const auto named = TargetOf(request->Operation());
+    if (!named) return request->Refuse(named.error());
+    InTurn(request, [this, request, target = *named](const SerialQueue::TicketPtr& ticket) {
         if (const auto holder = m_locks.Holder(target))
             return request->Refuse(LockDenied(
                 NameOf(target) + " is locked by session " + std::to_string(*holder) + " already", *holder));
@@ -155,8 +165,9 @@ void Operations::Lock(const RequestPtr& request)
 
 void Operations::Unlock(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
-        const Target target = TargetOf(request->Operation());
+    const auto named = TargetOf(request->Operation());
+    if (!named) return request->Refuse(named.error());
+    InTurn(request, [this, request, target = *named](const SerialQueue::TicketPtr& ticket) {
         const auto holder = m_locks.Holder(target);
         if (holder != request->Who().id) {
             const std::string whose =

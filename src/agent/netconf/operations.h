@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
@@ -76,8 +77,7 @@ private:
     std::array<std::int64_t, 2> m_since{};
 };
 
-/// What a <get> or <get-config> asks for, resolved against the schema.
-struct Reading;
+struct Reading;  // reading.h
 using ReadingPtr = std::shared_ptr<const Reading>;
 
 class Operations {
@@ -130,6 +130,10 @@ private:
     void ReadAll(const RequestPtr& request, const ReadingPtr& reading, StateSelections& selections);
     void ReadConfig(const RequestPtr& request, const ReadingPtr& reading);
     void GetSchema(const RequestPtr& request);
+
+    // operations_nmda.cpp
+    void GetData(const RequestPtr& request);
+    void EditData(const RequestPtr& request);
 
     // operations_change.cpp
     void EditConfig(const RequestPtr& request);
@@ -184,6 +188,10 @@ private:
 
     /// Refuses the request, and returns true, if its user may not execute it.
     bool RefuseDenied(const RequestPtr& request);
+
+    /// Refuses a datastore of RFC 8526's leaf "datastore", with which the operation can't be carried out.
+    static void RefuseDatastore(const RequestPtr& request, std::string_view operation,
+                                std::string_view offered);
 
     /// Refuses the request, and returns true, if another session has locked the datastore.
     bool RefuseLocked(const RequestPtr& request, Target target);

@@ -52,7 +52,8 @@ base::expected<EditOptions, netconf::RpcError> ReadEdit(const lyd_node* operatio
     if (ChildText(operation, "error-option") == "continue-on-error")
         options.onError = cdb::ErrorOption::kContinue;
     const std::string_view testOption = ChildText(operation, "test-option");
-    if (testOption == "set") options.test = cdb::TestOption::kSet;
+    // <edit-data> has no such parameter: nothing is tested before the candidate is validated or committed.
+    if (testOption.empty() || testOption == "set") options.test = cdb::TestOption::kSet;
     if (testOption == "test-only") options.test = cdb::TestOption::kTestOnly;
 
     const lyd_node* config = ChildNamed(operation, "config");
@@ -173,8 +174,9 @@ void Operations::Validate(const RequestPtr& request)
 {
     const std::string_view name = NameInChild(request->Operation(), "source");
     // Running is always valid: nothing invalid becomes running.
-    if (name == "running") return request->Ok();
+    if (name == "running" || name == "intended") return request->Ok();
     if (name == "config") return ValidateSent(request);
+    if (name != "candidate") return RefuseDatastore(request, "validate", "candidate, running or intended");
     InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         const auto errors = std::make_shared<std::vector<cdb::Error>>();
         m_services.changes.Do([this, errors] { *errors = m_services.datastore.Validate(); },

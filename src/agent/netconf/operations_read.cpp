@@ -5,7 +5,6 @@
 #include <limits>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -15,62 +14,14 @@
 #include "agent/data/errors.h"
 #include "agent/data/schema_list.h"
 #include "agent/netconf/operations.h"
+#include "agent/netconf/reading.h"
 #include "base/expected.h"
 #include "netconf/xml.h"
 
 namespace agent {
-
-struct Reading {
-    std::optional<FilterPlan> filter;
-    WriteOptions options;
-};
-
 namespace {
 
 constexpr std::string_view kInMonitoring = " xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"";
-
-/// The attributes of <data>.
-std::string_view AttributesOf(const Reading& reading)
-{
-    return reading.options.defaults == Defaults::kTagged ? kTagDeclaration : std::string_view{};
-}
-
-base::expected<Defaults, netconf::RpcError> DefaultsOf(const Request& request)
-{
-    const std::string_view mode = ChildText(request.Operation(), "with-defaults");
-    if (mode.empty() || mode == "explicit") return Defaults::kExplicit;
-    if (mode == "trim") return Defaults::kTrim;
-    if (mode == "report-all") return Defaults::kReportAll;
-    if (mode == "report-all-tagged") return Defaults::kTagged;
-    return base::Unexpected(MakeError(Layer::kProtocol, cdb::ErrorTag::kInvalidValue,
-                                      "with-defaults \"" + std::string(mode) +
-                                          "\" is not offered; use explicit, trim, report-all or "
-                                          "report-all-tagged",
-                                      {{"bad-element", "with-defaults"}}));
-}
-
-using ReadingOrError = base::expected<ReadingPtr, netconf::RpcError>;
-
-ReadingOrError ReadingOf(const DataSchema& schema, const Request& request,
-                         const std::shared_ptr<const AccessGrant>& access, const FilterLimits& limits)
-{
-    auto defaults = DefaultsOf(request);
-    if (!defaults) return base::Unexpected(std::move(defaults.error()));
-    const auto reading = std::make_shared<Reading>();
-    reading->options.defaults = *defaults;
-    if (!access->ReadsAll())
-        reading->options.access = [access](const lysc_node* node, std::span<const std::string> keys) {
-            return access->Reading(node, keys) != Visibility::kHidden;
-        };
-    if (!request.Filter()) return reading;
-    auto plan = FilterPlan::Make(schema, *request.Filter(), limits);
-    if (!plan)
-        return base::Unexpected(
-            MakeError(Layer::kProtocol, plan.error().tag, plan.error().message, {{"bad-element", "filter"}}));
-    reading->filter = *std::move(plan);
-    reading->options.filter = &*reading->filter;
-    return reading;
-}
 
 /// Resolves what the request asks for and calls `goOn`, or refuses it. A long request's filter is resolved
 /// beside the loop.
@@ -78,7 +29,7 @@ void WithReading(Workbench& bench, const DataSchema& schema, const FilterLimits&
                  const RequestPtr& request, const std::function<void(const ReadingPtr& reading)>& goOn)
 {
     const auto resolve = [&schema, &limits, request, access = request->Who().access] {
-        return ReadingOf(schema, *request, access, limits);
+        return MakeReading(schema, *request, access, limits);
     };
     const auto end = [request, goOn](const ReadingOrError& read) {
         if (!read) return request->Refuse(read.error());
@@ -89,12 +40,12 @@ void WithReading(Workbench& bench, const DataSchema& schema, const FilterLimits&
     bench.Do([read, resolve] { *read = resolve(); }, [read, end] { end(*read); });
 }
 
-void WriteRunning(const DataSchema& schema, const cdb::Store& store, const WriteOptions& options,
-                  std::string& out)
+void WriteRunning(const DataSchema& schema, const cdb::Store& store, const Reading& reading, std::string& out)
 {
+    if (!reading.configuration) return;
     const auto rows = cdb::MakeRowView(store);
-    RowSource source(schema, *rows);
-    WriteData(schema, source, options, out);
+    RowSource source(schema, *rows, reading.missing);
+    WriteData(schema, source, reading.options, out);
 }
 
 /// Up to this many entries are read and written in the loop; more, beside it.
@@ -132,7 +83,7 @@ void AnswerWith(const RequestPtr& request, const ReadingPtr& reading,
                 const std::vector<netconf::RpcError>& warnings = {})
 {
     try {
-        request->Data(write, AttributesOf(*reading), warnings);
+        request->Data(write, reading->attributes, warnings);
     } catch (const cdb::FatalError& error) {
         request->Refuse(MakeError(Layer::kApplication, cdb::ErrorTag::kOperationFailed, error.what()));
     }
@@ -151,7 +102,7 @@ void AnswerBeside(Workbench& bench, const RequestPtr& request, const ReadingPtr&
     bench.Do(
         [request, reading, outcome, warnings, doWrite = std::move(write)] {
             try {
-                outcome->text = request->DataText(doWrite, AttributesOf(*reading), warnings);
+                outcome->text = request->DataText(doWrite, reading->attributes, warnings);
             } catch (const cdb::FatalError& error) {
                 outcome->problem = error.what();
             }
@@ -184,15 +135,17 @@ void Operations::Get(const RequestPtr& request)
 
 void Operations::ReadAll(const RequestPtr& request, const ReadingPtr& reading, StateSelections& selections)
 {
-    m_services.state.Collect(selections, [this, request, reading](const CollectedState& state) {
+    const auto answer = [this, request, reading](const CollectedState& state) {
         const auto write = [this, reading, data = state.data, bytes = state.bytes](std::string& out) {
             out.reserve(out.size() + bytes + bytes / 2);  // growing by doubling costs as much as writing
-            WriteRunning(m_dataSchema, m_services.store, reading->options, out);
-            WriteData(m_dataSchema, *data, reading->options, out);
+            WriteRunning(m_dataSchema, m_services.store, *reading, out);
+            if (data) WriteData(m_dataSchema, *data, reading->options, out);
         };
         if (IsShort(*reading)) return AnswerWith(request, reading, write, state.warnings);
         AnswerBeside(m_services.reads, request, reading, write, state.warnings);
-    });
+    };
+    if (!reading->state) return answer({});
+    m_services.state.Collect(selections, answer);
 }
 
 void Operations::GetConfig(const RequestPtr& request)
@@ -204,11 +157,12 @@ void Operations::GetConfig(const RequestPtr& request)
 void Operations::ReadConfig(const RequestPtr& request, const ReadingPtr& reading)
 {
     using Which = cdb::Datastore::Which;
-    const bool ofCandidate = NameInChild(request->Operation(), "source") == "candidate";
+    const bool ofCandidate = reading->ofCandidate;
     const bool touchedOnly = ChildNamed(request->Operation(), "touched-only") != nullptr;
     const bool ofRows = !ofCandidate && !touchedOnly;
     const auto write = [=, this](std::string& out) {
-        if (ofRows) return WriteRunning(m_dataSchema, m_services.store, reading->options, out);
+        if (ofRows) return WriteRunning(m_dataSchema, m_services.store, *reading, out);
+        if (!reading->configuration) return;
         const auto& datastore = m_services.datastore;
         const auto rows = touchedOnly ? datastore.DirtyRows(ofCandidate ? Which::kCandidate : Which::kRunning)
                                       : datastore.Candidate();

@@ -56,8 +56,10 @@ public:
         const guard::Node* child = m_walk->Find(element.ns, element.name);
         if (child == nullptr) return Refused();
         if (!child->Repeats() && !m_walk->Mention(*child)) return Refused();
+        if (element.depth == 3 && child->Repeats() && ++m_repeated > kMaxRepeated)
+            return RefuseRepeated(element);
         if (!m_walk->CheckAttributes(*child, element.attributes)) return Refused();
-        if (element.depth == 3 && m_hasFilter && child->name == "filter") return StartFilter(element);
+        if (element.depth == 3 && m_hasFilter && child->name == FilterName()) return StartFilter(element);
         if (m_scan.config.IsOpen())
             m_scan.config.Add(element, element.depth == m_configDepth + 1, m_message);
         else if (element.depth == m_configDepth && child->name == "config")
@@ -85,8 +87,13 @@ private:
     static constexpr std::size_t kEditedConfig = 3;
     static constexpr std::size_t kSourceConfig = 4;  // in <source>
 
+    /// Parameters of an operation that may be given more than once: far more than there are values of them,
+    /// and few, because libyang's time grows with the square of their number.
+    static constexpr std::size_t kMaxRepeated = 64;
+
     static std::size_t ConfigDepth(const netconf::XmlElement& operation)
     {
+        if (operation.ns == netconf::kNmdaNamespace) return operation.name == "edit-data" ? kEditedConfig : 0;
         if (operation.ns != netconf::kBaseNamespace) return 0;
         if (operation.name == "edit-config") return kEditedConfig;
         return operation.name == "copy-config" || operation.name == "validate" ? kSourceConfig : 0;
@@ -114,12 +121,24 @@ private:
         m_hasFilter =
             (element.ns == netconf::kBaseNamespace &&
              (element.name == "get" || element.name == "get-config")) ||
-            (element.ns == netconf::kNotificationNamespace && element.name == "create-subscription");
+            (element.ns == netconf::kNotificationNamespace && element.name == "create-subscription") ||
+            (element.ns == netconf::kNmdaNamespace && element.name == "get-data");
         m_isSubscription = element.ns == netconf::kNotificationNamespace;
+        m_isNmda = element.ns == netconf::kNmdaNamespace;
         m_configDepth = ConfigDepth(element);
         // Outside of an edit a configuration is content only.
         m_walk->Allow({m_configDepth == kEditedConfig, m_configDepth != 0});
         return m_walk->CheckAttributes(*operation, element.attributes) || Refused();
+    }
+
+    [[nodiscard]] std::string_view FilterName() const { return m_isNmda ? "subtree-filter" : "filter"; }
+
+    bool RefuseRepeated(const netconf::XmlElement& element)
+    {
+        return Refuse(cdb::ErrorTag::kTooBig,
+                      "the operation has more than " + std::to_string(kMaxRepeated) + " elements such as <" +
+                          std::string(element.name) + ">; give each value once",
+                      std::string(element.name));
     }
 
     bool StartFilter(const netconf::XmlElement& element)
@@ -156,7 +175,7 @@ private:
             return Refuse(cdb::ErrorTag::kTooBig,
                           "the filter has more than " + std::to_string(m_limits.filterElements) +
                               " elements; ask in parts",
-                          "filter");
+                          std::string(FilterName()));
         FilterNode node;
         node.ns = element.ns;
         node.name = element.name;
@@ -171,7 +190,7 @@ private:
         if (whole.size() + text.size() > m_limits.text)
             return Refuse(cdb::ErrorTag::kTooBig,
                           "a text in the filter is longer than " + std::to_string(m_limits.text) + " bytes",
-                          "filter");
+                          std::string(FilterName()));
         whole.append(text);
         return true;
     }
@@ -229,7 +248,9 @@ private:
     std::optional<guard::Walk> m_walk;  // from the operation on
     bool m_hasFilter = false;           // the operation can have one
     std::size_t m_configDepth = 0;      // of the operation's <config>; 0: it can have none
+    std::size_t m_repeated = 0;         // parameters that may be given more than once
     bool m_isSubscription = false;
+    bool m_isNmda = false;             // of RFC 8526
     bool m_isForeign = false;          // the open filter
     std::size_t m_emptyFilterEnd = 0;  // where it ends if it is an empty element
     std::vector<FilterNode> m_open;    // <filter> and what is open inside it

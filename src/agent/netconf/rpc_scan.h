@@ -90,7 +90,7 @@ struct RpcScan {
     std::string filterType;       // as written; "subtree" if not given
     std::size_t filterBegin = 0;  // the bytes between <filter> and </filter>
     std::size_t filterEnd = 0;
-    SentConfig config{};  // of an <edit-config>, <copy-config> or <validate>
+    SentConfig config{};  // of an <edit-config>, <edit-data>, <copy-config> or <validate>
     /// Start tags (first byte, end) with attributes such as xml:lang, which libyang does not know.
     std::vector<std::pair<std::size_t, std::size_t>> xmlAttributes{};
 };

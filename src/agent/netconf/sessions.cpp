@@ -40,6 +40,10 @@ netconf::Hello MakeHello(const cdb::Schema& schema)
     for (const cdb::Schema::Module& module : schema.Modules()) {
         std::string capability = module.ns + "?module=" + module.name;
         if (!module.revision.empty()) capability += "&revision=" + module.revision;
+        // RFC 6020, section 5.6.4. A client that does not read the YANG library knows them from nowhere else.
+        const char* before = "&features=";
+        for (const std::string& feature : module.features)
+            capability.append(std::exchange(before, ",")).append(feature);
         hello.capabilities.push_back(std::move(capability));
     }
     return hello;

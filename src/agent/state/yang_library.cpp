@@ -61,14 +61,15 @@ private:
     StateTree& m_tree;
 };
 
-/// libyang knows no datastores. Both of ours have all modules.
+/// libyang knows no datastores. All of ours have all modules.
 void AddDatastores(const lyd_node* library, const lysc_node* container, StateTree& tree)
 {
     const lysc_node* list = SchemaChild(container, "datastore");
     const lysc_node* leaf = list == nullptr ? nullptr : SchemaChild(list, "schema");
     const std::string_view schema = ChildText(ChildNamed(library, "schema"), "name");
     if (leaf == nullptr || schema.empty()) return;
-    for (const char* name : {"ietf-datastores:candidate", "ietf-datastores:running"})
+    for (const char* name : {"ietf-datastores:candidate", "ietf-datastores:intended",
+                             "ietf-datastores:operational", "ietf-datastores:running"})
         if (StateTree::Node* entry = StateTree::Append(tree.At(container), list, {name}); entry != nullptr)
             entry->leaves.push_back({leaf, tree.Keep(schema)});
 }

@@ -93,6 +93,10 @@ void LoadModules(ly_ctx* context, const fs::path& directory)
     LoadModule(context, "notifications", nullptr);
     LoadModule(context, "nc-notifications", nullptr);
     LoadModule(context, "ietf-netconf-notifications", nullptr);
+    // RFC 8526: operations on datastores by name, and where a value comes from.
+    std::array<const char*, 3> ofNmda{"origin", "with-defaults", nullptr};
+    LoadModule(context, "ietf-origin", nullptr);
+    LoadModule(context, "ietf-netconf-nmda", ofNmda.data());
     for (const auto& name : ModulesIn(directory)) LoadModule(context, name, nullptr);
 }
 
@@ -122,14 +126,14 @@ std::string Describe(const char* name, const char* revision, const char* file, b
     return text + Hash(content);
 }
 
-std::string FeaturesOf(const lys_module* module)
+std::vector<std::string> FeaturesOf(const lys_module* module)
 {
-    std::string names;
+    std::vector<std::string> names;
     if (module->parsed == nullptr) return names;
     std::uint32_t index = 0;
     const lysp_feature* feature = nullptr;
     while ((feature = lysp_feature_next(feature, module->parsed, &index)) != nullptr)
-        if ((feature->flags & LYS_FENABLED) != 0) names.append(" ").append(feature->name);
+        if ((feature->flags & LYS_FENABLED) != 0) names.emplace_back(feature->name);
     return names;
 }
 
@@ -155,8 +159,10 @@ std::string ContentIdOf(const ly_ctx* context)
 {
     std::vector<std::string> features;
     std::uint32_t index = 0;
-    while (const lys_module* module = ly_ctx_get_module_iter(context, &index))
-        features.push_back(module->name + FeaturesOf(module));
+    while (const lys_module* module = ly_ctx_get_module_iter(context, &index)) {
+        std::string& text = features.emplace_back(module->name);
+        for (const std::string& feature : FeaturesOf(module)) text.append(" ").append(feature);
+    }
     return HashOfModules(context, std::move(features));
 }
 
@@ -216,7 +222,8 @@ std::vector<Schema::Module> Schema::Modules() const
     std::uint32_t index = 0;
     while (const lys_module* module = ly_ctx_get_module_iter(m_impl->context.get(), &index)) {
         if (module->implemented == 0) continue;
-        modules.push_back({module->name, module->revision != nullptr ? module->revision : "", module->ns});
+        modules.push_back({module->name, module->revision != nullptr ? module->revision : "", module->ns,
+                           FeaturesOf(module)});
     }
     return modules;
 }

@@ -40,11 +40,12 @@ public:
     /// How far the constraints of the configuration reach (reach.h).
     [[nodiscard]] const Reach& Constraints() const;
 
-    /// The implemented modules: name, revision (may be empty), namespace; for hello and yang-library.
+    /// The implemented modules, for hello. The revision may be empty.
     struct Module {
         std::string name;
         std::string revision;
         std::string ns;
+        std::vector<std::string> features;  // those that are supported
     };
     [[nodiscard]] std::vector<Module> Modules() const;
 

@@ -19,12 +19,16 @@ from lxml import etree
 from ncclient import manager
 from ncclient.operations.rpc import RPCError
 from ncclient.transport import SSHSession
+from ncclient.transport import ssh as ssh_transport
 
 NC = "urn:ietf:params:xml:ns:netconf:base:1.0"
 CONFIG = "urn:switch:yang:switch-config"
 SFLOW = "urn:switch:yang:switch-oam-sflow"
 MONITORING = "urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring"
 DEFAULT = "urn:ietf:params:xml:ns:netconf:default:1.0"
+
+# How often the library looks for what is to be sent: a tenth of a second, by itself.
+ssh_transport.TICK = 0.005
 
 
 class SocketChannel:
@@ -80,14 +84,16 @@ def connect_ssh(port, user, key):
                            allow_agent=False, look_for_keys=False, timeout=30)
 
 
+def tree(content):
+    return f'<config xmlns="{CONFIG}"><oam xmlns="{SFLOW}"><sflow>{content}</sflow></oam></config>'
+
+
 def sflow(content):
-    return (f'<nc:config xmlns:nc="{NC}"><config xmlns="{CONFIG}"><oam xmlns="{SFLOW}"><sflow>{content}'
-            "</sflow></oam></config></nc:config>")
+    return f'<nc:config xmlns:nc="{NC}">{tree(content)}</nc:config>'
 
 
 def rate_of(connection, source, interface):
-    subtree = f'<config xmlns="{CONFIG}"><oam xmlns="{SFLOW}"><sflow><interface><name>{interface}</name></interface>' \
-              "</sflow></oam></config>"
+    subtree = tree(f"<interface><name>{interface}</name></interface>")
     data = connection.get_config(source=source, filter=("subtree", subtree)).data
     return [leaf.text for leaf in data.iter(f"{{{SFLOW}}}sampling-rate")]
 
@@ -227,6 +233,35 @@ def check_whole_configurations(connection):
     connection.discard_changes()
 
 
+def check_datastores(connection):
+    """get-data and edit-data, which the library has no call for."""
+    nmda = "urn:ietf:params:xml:ns:yang:ietf-netconf-nmda"
+    origin = "urn:ietf:params:xml:ns:yang:ietf-origin"
+
+    def ask(operation, datastore, content):
+        return connection.dispatch(etree.fromstring(
+            f'<{operation} xmlns="{nmda}" xmlns:ds="urn:ietf:params:xml:ns:yang:ietf-datastores">'
+            f"<datastore>ds:{datastore}</datastore>{content}</{operation}>"))
+
+    def rates(datastore, more=""):
+        subtree = tree("<interface><name>eth1</name></interface>")
+        reply = ask("get-data", datastore, f"<subtree-filter>{subtree}</subtree-filter>{more}")
+        return list(etree.fromstring(str(reply).encode()).iter(f"{{{SFLOW}}}sampling-rate"))
+
+    assert [leaf.text for leaf in rates("running")] == ["23"]
+    edit = tree("<interface><name>eth1</name><sampling-rate>24</sampling-rate></interface>")
+    ask("edit-data", "candidate", f"<config>{edit}</config>")
+    assert [leaf.text for leaf in rates("candidate")] == ["24"]
+    assert [leaf.text for leaf in rates("operational", "<with-origin/>")] == ["23"]
+    connection.discard_changes()
+    state = ask("get-data", "operational", "<config-filter>true</config-filter><with-origin/>")
+    tagged = [leaf for leaf in etree.fromstring(str(state).encode()).iter()
+              if leaf.get(f"{{{origin}}}origin") == "or:default"]
+    assert tagged, state
+    refused("invalid-value", ask, "get-data", "running", "<with-origin/>")
+    refused("invalid-value", ask, "edit-data", "running", "<config/>")
+
+
 def check_defaults(connection):
     data = connection.get_config(source="running", with_defaults="report-all-tagged").data_ele
     tagged = [leaf for leaf in data.iter() if leaf.get(f"{{{DEFAULT}}}default") == "true"]
@@ -260,6 +295,7 @@ def main():
     check_state(connection)
     check_history(connection)
     check_whole_configurations(connection)
+    check_datastores(connection)
     check_defaults(connection)
     check_monitoring(connection, "netconf-ssh")
     check_events(other, connection)

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// Other people's programs on the switch: a NETCONF client library over the relay and over a real SSH
-// server.
+// Other people's programs on the switch: NETCONF clients over the relay and over a real SSH server, all with
+// the same list of operations (docs/testing.md).
 
-#include <netinet/in.h>
-#include <pwd.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
 
+#include "system/ssh_server.h"
 #include "system/system_test.h"
 
 namespace system_tests {
@@ -14,7 +16,18 @@ namespace system_tests {
 namespace {
 
 constexpr const char* kPython = "/usr/bin/python3";  // Debian's own, which has ncclient
-constexpr const char* kSshServer = "/usr/sbin/sshd";
+constexpr const char* kYangcli = "/usr/bin/yangcli";
+
+// As words of the shell.
+std::string Quoted(const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const std::string& word : words) {
+        if (word.find('\'') != std::string::npos) throw std::runtime_error("can't be quoted: " + word);
+        text += "'" + word + "' ";
+    }
+    return text;
+}
 
 class Peer : public SystemTest {
 protected:
@@ -30,14 +43,16 @@ protected:
         return result.status == 0 ? "" : "the package python3-ncclient is not installed";
     }
 
+    static std::string Update(int rate)
+    {
+        return "UpdateInterface eth1 - - " + std::to_string(rate) + " 2 128 20";
+    }
+
     // What the script has committed, whichever way it came; the second 21 is a roll-back.
     void ExpectItsCommits()
     {
-        const auto update = [](int rate) {
-            return "UpdateInterface eth1 - - " + std::to_string(rate) + " 2 128 20";
-        };
         EXPECT_THAT(TheWorld().ManagerJournal().Until("DeleteCollector c9"),
-                    ElementsAre(update(4711), update(21), update(22), update(21), update(23),
+                    ElementsAre(Update(4711), Update(21), Update(22), Update(21), Update(23),
                                 "AddCollector c9 192.0.2.9 6343 1400", "DeleteCollector c9"));
         AwaitSettled();
     }
@@ -62,87 +77,111 @@ TEST_F(Peer, RelayEndsWithEitherSide)
     EXPECT_THAT(alone.errors, HasSubstr(TheWorld().NetconfSocket().string()));
 }
 
-// A port that was free a moment ago.
-int FreePort()
-{
-    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    if (bind(descriptor, reinterpret_cast<sockaddr*>(&address), size) != 0)
-        throw std::runtime_error("no free port");
-    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
-    close(descriptor);
-    return ntohs(address.sin_port);
-}
-
 class SecureShell : public Peer {
 protected:
-    // Writes keys and the server's configuration; the relay is its subsystem.
-    void Prepare()
+    void SetUp() override
     {
-        m_dir = TheWorld().Dir() / "ssh";
-        std::filesystem::create_directories(m_dir);
-        std::filesystem::permissions(m_dir, std::filesystem::perms::owner_all);
-        for (const auto* key : {"host", "user"})
-            ASSERT_EQ(
-                0, TheWorld().Run({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", m_dir / key}).status);
-        // A script, because the server does not hand its environment on.
-        std::string script = "#!/bin/sh\n";
-        for (const auto& [name, value] : TheWorld().Environment("relay"))
-            script += "export " + name + "='" + value + "'\n";
-        support::WriteFile(m_dir / "subsystem",
-                           script + "exec " + World::Program("cdb-netconf-relay").string() + "\n");
-        std::filesystem::permissions(m_dir / "subsystem", std::filesystem::perms::owner_all);
-        m_port = FreePort();
-        support::WriteFile(m_dir / "config", "ListenAddress 127.0.0.1:" + std::to_string(m_port) +
-                                                 "\nHostKey " + (m_dir / "host").string() +
-                                                 "\nPidFile none\nStrictModes no\nUsePAM no\n" +
-                                                 "PermitRootLogin prohibit-password\nAuthorizedKeysFile " +
-                                                 (m_dir / "user.pub").string() + "\nSubsystem netconf " +
-                                                 (m_dir / "subsystem").string() + "\n");
+        if (const auto why = SshServer::Missing(); !why.empty()) GTEST_SKIP() << why;
+        m_server = std::make_unique<SshServer>(TheWorld());
+        if (const auto why = m_server->Check(); !why.empty()) GTEST_SKIP() << why;
     }
 
-    // Started by root, the server insists on a directory below /run: it gets one that is its own.
-    std::vector<std::string> Server(const std::vector<std::string>& options)
+    // The client on libnetconf2; the program ends with 77 where it was built without the library.
+    static constexpr int kWithoutLibrary = 77;
+    RunResult Netconf2(const std::string& mode, int port)
     {
-        std::vector<std::string> argv{kSshServer};
-        if (getuid() == 0)
-            argv = {"unshare",
-                    "-m",
-                    "sh",
-                    "-c",
-                    "mount -t tmpfs none /run && mkdir /run/sshd && exec \"$0\" \"$@\"",
-                    kSshServer};
-        argv.insert(argv.end(), options.begin(), options.end());
-        argv.insert(argv.end(), {"-f", m_dir / "config"});
-        return argv;
+        return TheWorld().Run({World::Program("netconf2_peer"), mode, std::to_string(port), SshServer::User(),
+                               m_server->Key()});
     }
 
-    std::filesystem::path m_dir;
-    int m_port = 0;
+    // Runs yangcli with a script, which ends at the first command that is refused.
+    RunResult Yangcli(const std::string& script)
+    {
+        const auto file = TheWorld().Dir() / "script";
+        support::WriteFile(file, script);
+        return TheWorld().Run(
+            {"env", "HOME=" + TheWorld().Dir().string(), kYangcli, "--batch-mode", "--server=127.0.0.1",
+             "--ncport=" + std::to_string(m_server->Port()), "--user=" + SshServer::User(), "--password=none",
+             "--private-key=" + m_server->Key().string(), "--public-key=" + m_server->Key().string() + ".pub",
+             "--run-script=" + file.string()});
+    }
+
+    std::unique_ptr<SshServer> m_server;
 };
 
 TEST_F(SecureShell, LibraryManagesTheSwitchThroughAnSshServer)
 {
     if (const auto why = WithoutLibrary(); !why.empty()) GTEST_SKIP() << why;
-    if (!std::filesystem::exists(kSshServer)) GTEST_SKIP() << "the package openssh-server is not installed";
-    Prepare();
-    if (const auto check = TheWorld().Run(Server({"-t"})); check.status != 0)
-        GTEST_SKIP() << "the server can't be run as this user: " << check.errors;
-    Process server({.argv = Server({"-D", "-e"}),
-                    .environment = {},
-                    .output = {},
-                    .errors = m_dir / "log",
-                    .input = {}});
-    Await("the server to listen",
-          [this] { return support::ReadFile(m_dir / "log").find("Server listening") != std::string::npos; });
-    const std::string user = getpwuid(getuid())->pw_name;
-    const auto result =
-        TheWorld().Run({kPython, Script(), "ssh", std::to_string(m_port), user, m_dir / "user"});
-    EXPECT_EQ(0, result.status) << result.output << result.errors << support::ReadFile(m_dir / "log");
+    m_server->Start();
+    const auto result = TheWorld().Run(
+        {kPython, Script(), "ssh", std::to_string(m_server->Port()), SshServer::User(), m_server->Key()});
+    EXPECT_EQ(0, result.status) << result.output << result.errors << m_server->Log();
     ExpectItsCommits();
+}
+
+TEST_F(SecureShell, Libnetconf2ManagesTheSwitch)
+{
+    m_server->Start();
+    const auto result = Netconf2("ssh", m_server->Port());
+    if (result.status == kWithoutLibrary) GTEST_SKIP() << result.errors;
+    EXPECT_EQ(0, result.status) << result.output << result.errors << m_server->Log();
+    EXPECT_THAT(TheWorld().ManagerJournal().Until(Update(35)),
+                ElementsAre(Update(31), Update(33), Update(35)));
+    AwaitSettled();
+}
+
+TEST_F(SecureShell, YangcliManagesTheSwitch)
+{
+    if (!std::filesystem::exists(kYangcli)) GTEST_SKIP() << "the package yangcli is not installed";
+    m_server->Start();
+    const auto edit = TheWorld().Dir() / "edit.xml";
+    support::WriteFile(edit, Rate("eth1", 42));
+    auto other = Connect();
+    const auto all = Yangcli(R"(lock target=candidate
+edit-config target=candidate default-operation=merge config=@)" +
+                             edit.string() + R"(
+validate source=candidate
+get-config source=candidate
+commit
+unlock target=candidate
+discard-changes
+copy-config source=running target=candidate
+get-data datastore=ds:operational config-filter=true with-origin
+get-schema identifier=switch-types format=yang
+create-subscription
+kill-session session-id=)" + std::to_string(other.SessionId()) +
+                             R"(
+kill-session session-id=4000000
+close-session
+)");
+    // The last but one is refused, and all before it were not.
+    EXPECT_THAT(all.output, AllOf(HasSubstr("sampling-rate 42"), HasSubstr("max-header-size 128"),
+                                  HasSubstr("module switch-types"), HasSubstr("there is no session 4000000")))
+        << all.errors << m_server->Log();
+    EXPECT_ANY_THROW(other.Call(netconf::DiscardChanges()));
+    EXPECT_THAT(TheWorld().ManagerJournal().Until(Update(42)), ElementsAre(Update(42)));
+    auto holder = Connect();
+    Do(holder, netconf::Lock("candidate"));
+    const auto refused = Yangcli("lock target=candidate\nget-schema identifier=switch-types\n");
+    EXPECT_THAT(refused.output,
+                AllOf(HasSubstr("error-tag lock-denied"), Not(HasSubstr("module switch-types"))));
+}
+
+TEST_F(SecureShell, SwitchCallsLibnetconf2)
+{
+    const int port = FreePort();
+    // As the unit does, it calls again until the client listens.
+    support::WriteFile(TheWorld().Dir() / "call", Quoted(m_server->CallHome(port)));
+    const Process caller(
+        {.argv = {"sh", "-c", "until sh \"$0\"; do sleep 0.1; done", TheWorld().Dir() / "call"},
+         .environment = {},
+         .output = {},
+         .errors = TheWorld().Dir() / "calls",
+         .input = {}});
+    const auto result = Netconf2("callhome", port);
+    if (result.status == kWithoutLibrary) GTEST_SKIP() << result.errors;
+    EXPECT_EQ(0, result.status) << result.output << result.errors << m_server->Log();
+    EXPECT_THAT(TheWorld().ManagerJournal().Until(Update(36)), ElementsAre(Update(36)));
 }
 
 }  // namespace

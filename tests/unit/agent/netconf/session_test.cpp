@@ -44,6 +44,11 @@ TEST(Session, OffersWhatItServes)
           "all,report-all-tagged,trim",
           "urn:switch:yang:switch-oam-sflow?module=switch-oam-sflow&revision=2026-11-21"})
         EXPECT_TRUE(hello.Has(capability)) << capability;
+    // Features too, for clients that do not read the YANG library.
+    EXPECT_THAT(hello.capabilities,
+                testing::Contains(testing::StartsWith(
+                    "urn:ietf:params:xml:ns:netconf:base:1.0?module=ietf-netconf&revision=2011-06-01&"
+                    "features=candidate,")));
     EXPECT_FALSE(hello.Has("urn:ietf:params:netconf:capability:writable-running:1.0"));
 }
 
