@@ -25,20 +25,16 @@ std::string OwnId() { return "swcli-" + base::UserName(::geteuid()); }
 
 Tree RequestPending(Call& call)
 {
-    return RequestState(call,
-                        netconf::Get("<state xmlns=\"urn:switch:yang:switch-state\"><system><history "
-                                     "xmlns=\"urn:switch:yang:switch-history\"><pending-confirmation/>"
-                                     "</history></system></state>"));
+    return RequestState(call, netconf::Get("<state xmlns=\"urn:switch:yang:switch-state\"><system><history "
+                                           "xmlns=\"urn:switch:yang:switch-history\"><pending-confirmation/>"
+                                           "</history></system></state>"));
 }
 
 /// Whether a commit waits that needs its persist-id.
 bool IsPersistent(const Tree& state)
 {
-    return Children(state.get())
-               .Of("system")
-               .Of("history")
-               .Of("pending-confirmation")
-               .Value("persistent") == "true";
+    return Children(state.get()).Of("system").Of("history").Of("pending-confirmation").Value("persistent") ==
+           "true";
 }
 
 /// The id that confirms or cancels what waits: the one given, or the own one where one is needed.

@@ -44,8 +44,7 @@ base::expected<ConfirmedCommit::Parameters, netconf::RpcError> ConfirmedCommit::
     result.persist = Given(commit, "persist");
     result.persistId = Given(commit, "persist-id");
     // libyang has checked the number and filled in the standard's default.
-    result.timeoutSeconds =
-        base::ToNumber<std::uint32_t>(ChildText(commit, "confirm-timeout")).value_or(0);
+    result.timeoutSeconds = base::ToNumber<std::uint32_t>(ChildText(commit, "confirm-timeout")).value_or(0);
     for (const char* name : {"confirm-timeout", "persist"})
         if (!result.confirmed && Given(commit, name))
             return base::Unexpected(WrongParameter(
@@ -76,8 +75,9 @@ std::optional<netconf::RpcError> ConfirmedCommit::Refusal(std::uint32_t session,
     };
     if (!m_pending) {
         if (!persistId) return std::nullopt;
-        return wrong("no commit waits for its confirmation, so no persist-id is taken; it may have been rolled "
-                     "back, which the history says");
+        return wrong(
+            "no commit waits for its confirmation, so no persist-id is taken; it may have been rolled "
+            "back, which the history says");
     }
     const bool isPersistent = !m_pending->persistId.empty();
     if (persistId) {
@@ -110,8 +110,8 @@ netconf::RpcError ConfirmedCommit::NoneWaits()
                      "the history says");
 }
 
-std::optional<cdb::PendingCommit> ConfirmedCommit::After(const Parameters& parameters, const std::string& user,
-                                                         std::uint64_t newest) const
+std::optional<cdb::PendingCommit> ConfirmedCommit::After(const Parameters& parameters,
+                                                         const std::string& user, std::uint64_t newest) const
 {
     if (!parameters.confirmed) return std::nullopt;
     cdb::PendingCommit record = m_pending ? *m_pending : cdb::PendingCommit{.returnTo = newest, .user = user};
@@ -215,9 +215,10 @@ void ConfirmedCommit::RolledBack(const std::optional<SessionParty>& by, std::opt
 void ConfirmedCommit::Failed(const std::string& problem)
 {
     if (problem != m_problem)
-        slog::Error("{}, but it can't be rolled back: {}; this is tried again, and a commit by any session keeps "
-                    "the configuration as it is",
-                    Reason(false), problem);
+        slog::Error(
+            "{}, but it can't be rolled back: {}; this is tried again, and a commit by any session keeps "
+            "the configuration as it is",
+            Reason(false), problem);
     m_problem = problem;
     m_timer = m_timers.After(m_retry, [this] { BecomeDue(m_due); });
     m_retry = std::min(2 * m_retry, kLastRetry);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The confirmed commit that waits for its confirmation (RFC 6241, section 8.4), of which there is at most one:
-// whose it is, who may go on with it, and when it is due to be rolled back. Writes nothing: the operations
-// commit and roll back, and say here what they have done. For the loop only.
+// The confirmed commit that waits for its confirmation (RFC 6241, section 8.4), of which there is at most
+// one: whose it is, who may go on with it, and when it is due to be rolled back. Writes nothing: the
+// operations commit and roll back, and say here what they have done. For the loop only.
 
 #ifndef AGENT_NETCONF_CONFIRMED_COMMIT_H
 #define AGENT_NETCONF_CONFIRMED_COMMIT_H
@@ -43,8 +43,8 @@ public:
     /// too long.
     static base::expected<Parameters, netconf::RpcError> Read(const lyd_node* commit);
 
-    /// `onDue` is called from the loop when the commit is to be rolled back, and again after each failure. The
-    /// references must outlive this.
+    /// `onDue` is called from the loop when the commit is to be rolled back, and again after each failure.
+    /// The references must outlive this.
     ConfirmedCommit(base::Timers& timers, Events& events, std::function<void()> onDue);
 
     [[nodiscard]] bool Waits() const { return m_pending.has_value(); }
@@ -55,8 +55,8 @@ public:
 
     /// Why the session may not commit, confirm or cancel with this token; nullopt if it may. Nullopt also if
     /// none waits, but for a token, which then fits nothing.
-    [[nodiscard]] std::optional<netconf::RpcError> Refusal(
-        std::uint32_t session, const std::optional<std::string>& persistId) const;
+    [[nodiscard]] std::optional<netconf::RpcError> Refusal(std::uint32_t session,
+                                                           const std::optional<std::string>& persistId) const;
     /// The session of the one that waits, if it is another one; 0: no session that is open.
     [[nodiscard]] std::optional<std::uint32_t> OfOther(std::uint32_t session) const;
     /// The refusal of what needs one that waits.

@@ -302,9 +302,6 @@ void Operations::WriteCommit(const CommitJobPtr& job)
 void Operations::DeliverCommit(const CommitJobPtr& job)
 {
     const cdb::ChangeSet& changes = job->written.changes;
-    m_confirmed.Made(std::move(job->info.pending), job->request->Party(), changes.commit);
-    // The session may have ended while the commit was written.
-    if (!job->request->Wanted()) m_confirmed.SessionEnded(job->request->Who().id);
     if (job->rows > 0) {
         job->request->NoteCommit(changes.commit);
         slog::Notice("commit {} by {}, {} session {}: {} {}{}", changes.commit, job->info.user,
@@ -312,6 +309,9 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
                      job->rows == 1 ? "change" : "changes",
                      job->info.comment.empty() ? std::string() : ", \"" + job->info.comment + '"');
     }
+    m_confirmed.Made(std::move(job->info.pending), job->request->Party(), changes.commit);
+    // The session may have ended while the commit was written.
+    if (!job->request->Wanted()) m_confirmed.SessionEnded(job->request->Who().id);
     if (changes.Empty()) {
         job->request->Ok();
     } else {

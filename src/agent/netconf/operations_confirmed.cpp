@@ -69,14 +69,13 @@ void Operations::ConfirmCommit(const RequestPtr& request)
         if (!request->Wanted()) return;
         if (RefuseLocked(request, Target::kRunning) || RefuseNoneWaits(request)) return;
         const auto error = std::make_shared<std::optional<cdb::Error>>();
-        m_services.changes.Do([this, error] { *error = m_services.store.SetPending(std::nullopt); },
-                              [this, request, commitTicket, error] {
-                                  if (*error)
-                                      return request->Refuse(
-                                          ToRpcError(**error, m_services.schema.Context()));
-                                  m_confirmed.Made(std::nullopt, request->Party(), 0);
-                                  request->Ok();
-                              });
+        m_services.changes.Do(
+            [this, error] { *error = m_services.store.SetPending(std::nullopt); },
+            [this, request, commitTicket, error] {
+                if (*error) return request->Refuse(ToRpcError(**error, m_services.schema.Context()));
+                m_confirmed.Made(std::nullopt, request->Party(), 0);
+                request->Ok();
+            });
     });
 }
 
@@ -119,20 +118,21 @@ void Operations::Undo(UndoJob& job) const
 
 void Operations::RollBackPending(const UndoJobPtr& job)
 {
-    m_services.changes.Do([this, job] { Undo(*job); },
-                          [this, job] {
-                              job->ticket.reset();
-                              if (job->errors.empty()) {
-                                  TellUndone(*job);
-                                  return DeliverUndone(job);
-                              }
-                              if (job->request)
-                                  job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
-                              else
-                                  m_confirmed.Failed(cdb::TextOf(job->errors));
-                              // Ends the process if the store can't be read any more, as after a commit.
-                              m_services.changes.Do([this] { static_cast<void>(m_services.store.LastCommit()); });
-                          });
+    m_services.changes.Do(
+        [this, job] { Undo(*job); },
+        [this, job] {
+            job->ticket.reset();
+            if (job->errors.empty()) {
+                TellUndone(*job);
+                return DeliverUndone(job);
+            }
+            if (job->request)
+                job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
+            else
+                m_confirmed.Failed(cdb::TextOf(job->errors));
+            // Ends the process if the store can't be read any more, as after a commit.
+            m_services.changes.Do([this] { static_cast<void>(m_services.store.LastCommit()); });
+        });
 }
 
 void Operations::TellUndone(const UndoJob& job)
@@ -173,9 +173,10 @@ void Operations::TakeUpConfirmed()
     const std::uint64_t newest = m_services.store.LastCommit();
     if (record->last != newest) {
         // A version that knows no confirmed commits has committed since: a roll-back would undo that, too.
-        slog::Error("commit {}, which {} has not confirmed, is kept: another version has made commits after it, "
-                    "the last one number {}",
-                    record->last, record->user, newest);
+        slog::Error(
+            "commit {}, which {} has not confirmed, is kept: another version has made commits after it, "
+            "the last one number {}",
+            record->last, record->user, newest);
         if (const auto error = m_services.store.SetPending(std::nullopt)) slog::Error("{}", error->message);
         return;
     }

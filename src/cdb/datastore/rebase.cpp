@@ -50,10 +50,10 @@ public:
 
     void Take(const RowChange& edit)
     {
+        // Its row comes and goes with its leaves.
         const bool isPlain = m_table[edit.key.node].kind == NodeKind::kContainer;
-        const Row* row = m_running.Get(edit.key.node, edit.key.keys);
-        if (!edit.now && (row == nullptr || !isPlain)) {
-            if (row != nullptr) Put(edit.key, std::nullopt);
+        if (!edit.now && !isPlain) {
+            if (m_running.Get(edit.key.node, edit.key.keys) != nullptr) Put(edit.key, std::nullopt);
             return;
         }
         if (const auto missing = FirstMissing(edit.key)) {
@@ -61,8 +61,8 @@ public:
             if (!m_patch.contains({missing->node, missing->keys})) TakeAll(missing->node, missing->keys);
             return;
         }
+        const Row* row = m_running.Get(edit.key.node, edit.key.keys);
         Row merged = Merged(row != nullptr ? *row : Row{}, edit);
-        // A plain container without leaves has no row.
         Put(edit.key, isPlain && merged.leaves.empty() ? std::nullopt : std::optional(std::move(merged)));
     }
 

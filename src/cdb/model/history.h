@@ -25,7 +25,7 @@ struct HistoryEntry {
     std::uint64_t commit = 0;
     std::int64_t timeUs = 0;  // since the epoch
     std::string user;
-    std::string source;  // "netconf", "init", "import"
+    std::string source;  // "netconf", "init", "import", "rollback"
     std::string comment;
     // Undoes the commit: an edit as XML (written by older versions), or rows. An entry has at most one of
     // them.

@@ -160,9 +160,8 @@ std::optional<Error> StagedCommit::Commit()
     if (!m_open) Fail(ErrorTag::kOperationFailed, "it has ended before");
     if (m_pending && *m_pending && m_addition && m_addition->undoLeftOut)
         Fail(ErrorTag::kResourceDenied,
-             "what undoes it is larger than the history may be, so it could not be rolled back; commit "
-             "without "
-             "confirmation, or raise cdbd's --history-bytes");
+             "what undoes it is larger than the history may be, so it could not be rolled back; commit it "
+             "as final, or raise cdbd's --history-bytes");
     if (!m_error) m_error = m_writer->Do(kCommitting, [this](WriteTransaction& write) { Apply(write); });
     const bool wasOpen = m_open;
     End();

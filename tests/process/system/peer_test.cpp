@@ -30,15 +30,16 @@ protected:
         return result.status == 0 ? "" : "the package python3-ncclient is not installed";
     }
 
-    // What the script has committed, whichever way it came; the second 21 is a roll-back.
+    // What the script has committed, whichever way it came; the second 21 and the second 23 are roll-backs.
     void ExpectItsCommits()
     {
         const auto update = [](int rate) {
             return "UpdateInterface eth1 - - " + std::to_string(rate) + " 2 128 20";
         };
-        EXPECT_THAT(TheWorld().ManagerJournal().Until("DeleteCollector c9"),
-                    ElementsAre(update(4711), update(21), update(22), update(21), update(23),
-                                "AddCollector c9 192.0.2.9 6343 1400", "DeleteCollector c9"));
+        EXPECT_THAT(
+            TheWorld().ManagerJournal().Until("DeleteCollector c9"),
+            ElementsAre(update(4711), update(21), update(22), update(21), update(23), update(24), update(23),
+                        update(25), "AddCollector c9 192.0.2.9 6343 1400", "DeleteCollector c9"));
         AwaitSettled();
     }
 };

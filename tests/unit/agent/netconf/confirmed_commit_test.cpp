@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Confirmed commits (RFC 6241, section 8.4): who may confirm, extend and cancel them, when they are rolled back,
-// and what is told of it. Time is the test's.
+// Confirmed commits (RFC 6241, section 8.4): who may confirm, extend and cancel them, when they are rolled
+// back, and what is told of it. Time is the test's.
 
 #include <filesystem>
 #include <fstream>
@@ -217,9 +217,9 @@ TEST_F(ConfirmedCommits, ThatDoNotWaitAreNeitherConfirmedNorCancelled)
     for (const auto& operation : {netconf::CancelCommit(), netconf::ConfirmCommit()})
         EXPECT_THAT(Refused(m_owner, operation, "operation-failed").message,
                     HasSubstr("no commit waits for its confirmation"));
-    for (const auto& operation : {netconf::CancelCommit("x"), netconf::ConfirmCommit("x"),
-                                  CommitWith("<persist-id>x</persist-id>"),
-                                  netconf::CommitConfirmed({.persistId = "x"})})
+    for (const auto& operation :
+         {netconf::CancelCommit("x"), netconf::ConfirmCommit("x"), CommitWith("<persist-id>x</persist-id>"),
+          netconf::CommitConfirmed({.persistId = "x"})})
         EXPECT_THAT(Refused(m_owner, operation, "invalid-value").info,
                     ElementsAre(Pair("bad-element", "persist-id")));
     EXPECT_EQ(Pending(), "");
@@ -233,10 +233,12 @@ TEST_F(ConfirmedCommits, RefuseParametersThatMeanNothing)
                     ElementsAre(Pair("bad-element", "confirmed")));
     for (const auto& token : {std::string(), std::string(256, 'x')})
         EXPECT_THAT(
-            Refused(m_owner, CommitWith("<confirmed/><persist>" + token + "</persist>"), "invalid-value").info,
+            Refused(m_owner, CommitWith("<confirmed/><persist>" + token + "</persist>"), "invalid-value")
+                .info,
             ElementsAre(Pair("bad-element", "persist")));
     for (const char* timeout : {"0", "-1", "4294967296", "soon", ""})
-        Refused(m_owner, CommitWith("<confirmed/><confirm-timeout>" + std::string(timeout) + "</confirm-timeout>"),
+        Refused(m_owner,
+                CommitWith("<confirmed/><confirm-timeout>" + std::string(timeout) + "</confirm-timeout>"),
                 "invalid-value");
     EXPECT_EQ(Pending(), "");
     Do(m_owner, netconf::CommitConfirmed({.timeout = "4294967295", .persist = std::string(255, 'x')}));

@@ -173,7 +173,8 @@ TEST_F(ConfirmedCommitsAfterARestart, ThatCantBeRolledBackAreConfirmedByAnySessi
 
 TEST_F(ConfirmedCommitsAfterARestart, AreRolledBackWhenThatCanBeDone)
 {
-    const auto key = m_world.Store().StoredKey({Schema().Table().Find("/config/oam/sflow/collector"), {"c1"}});
+    const auto key =
+        m_world.Store().StoredKey({Schema().Table().Find("/config/oam/sflow/collector"), {"c1"}});
     BreakUndo();
     Restart();
     EXPECT_THAT(Pending(), HasSubstr("<problem>"));

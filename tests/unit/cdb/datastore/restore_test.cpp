@@ -36,8 +36,9 @@ protected:
     }
     static std::string Delete(const std::string& element)
     {
-        return Sflow("<" + element + " xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" "
-                                     "nc:operation=\"delete\"><name>eth1</name></" +
+        return Sflow("<" + element +
+                     " xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" "
+                     "nc:operation=\"delete\"><name>eth1</name></" +
                      element + ">");
     }
 
@@ -146,8 +147,9 @@ TEST_F(Restore, TakesAnEntryThatWasNotEditedAway)
 TEST_F(Restore, LeavesAnEditedEntryWholeWhereItGoes)
 {
     Apply(Sflow("<collector><name>c1</name><ip>192.0.2.1</ip></collector>"));
-    Apply(Interface("<sampling-rate>100</sampling-rate><flow-sampling-collector><name>c1</name>"
-                    "</flow-sampling-collector>"));
+    Apply(
+        Interface("<sampling-rate>100</sampling-rate><flow-sampling-collector><name>c1</name>"
+                  "</flow-sampling-collector>"));
     Edit(Polling(7));
     const auto edited = Candidate();
     Back(1);
