@@ -111,10 +111,20 @@ private:
         const std::string what(argument.text);
         if (AtEnd()) Refuse(what + " is missing");
         const std::string& word = m_words[m_used];
+        if (argument.optional && IsKeywordBehind(argument, word)) return;
         const bool isNumber = !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
         if (argument.kind == ArgumentKind::kNumber && !isNumber) Refuse("\"" + word + "\" is no number");
         m_arguments.text = word;
         ++m_used;
+    }
+
+    /// Whether the word begins an argument that may stand behind this one.
+    [[nodiscard]] bool IsKeywordBehind(const Argument& argument, const std::string& word) const
+    {
+        return std::any_of(&argument + 1, m_command.arguments.data() + m_command.arguments.size(),
+                           [&word](const Argument& each) {
+                               return each.kind == ArgumentKind::kText && SplitAt(each.text, ' ')[0] == word;
+                           });
     }
 
     void TakeText(const Argument& argument)
@@ -126,8 +136,7 @@ private:
         }
         ++m_used;
         if (AtEnd()) Refuse("a text is missing behind \"" + parts[0] + "\"");
-        m_arguments.text = m_words[m_used++];
-        m_arguments.hasText = true;
+        m_arguments.named[parts[0]] = m_words[m_used++];
         const bool last = &argument == &m_command.arguments.back();
         if (last && !AtEnd()) Refuse("put a text of several words in double quotes");
     }

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <iosfwd>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -55,10 +56,17 @@ enum class Forms {
 /// The arguments that were given, by kind; empty if there are none.
 struct Arguments {
     std::string choice;
-    std::vector<std::string> words;  // kPath, kCommand
-    std::string text;                // kFile, kNumber, kName, kText
-    bool hasText = false;            // of kText
+    std::vector<std::string> words;            // kPath, kCommand
+    std::string text;                          // kFile, kNumber, kName
+    std::map<std::string, std::string> named;  // kText, by its keyword
     bool hasFlag = false;
+
+    /// The text behind the keyword; empty if there is none.
+    [[nodiscard]] std::string Named(const std::string& keyword) const
+    {
+        const auto found = named.find(keyword);
+        return found == named.end() ? std::string() : found->second;
+    }
 };
 
 /// What a handler works with.
@@ -71,6 +79,7 @@ struct Call {
     std::ostream& err;         // for warnings
     bool& leave;               // set to end the shell
     bool talks;                // with a person, who is told what was done
+    bool& waits;               // a confirmed commit would be rolled back with the session's end
     /// Opens a session for this command alone. Throws netconf::ConnectionError.
     const std::function<std::unique_ptr<netconf::Client>()>& connect;
 };

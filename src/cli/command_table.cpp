@@ -10,6 +10,7 @@
 #include "base/number.h"
 #include "cli/command.h"
 #include "cli/config_text.h"
+#include "cli/confirm.h"
 #include "cli/data.h"
 #include "cli/history_text.h"
 #include "cli/monitor.h"
@@ -123,7 +124,8 @@ void Validate(Call& call) { Request(call, netconf::Validate()); }
 
 void Commit(Call& call)
 {
-    const netconf::Reply reply = RequestReply(call, netconf::Commit(call.arguments.text));
+    const netconf::Reply reply = RequestReply(call, netconf::Commit(call.arguments.Named("comment")));
+    call.waits = false;
     if (!call.talks) return;
     call.out << (reply.commit ? "commit " + std::to_string(*reply.commit) : "nothing to commit") << '\n';
 }
@@ -153,7 +155,7 @@ Tree RequestHistory(Call& call, const std::string& content)
 
 void ShowLastCommits(Call& call)
 {
-    const Tree tree = RequestHistory(call, "<commit/>");
+    const Tree tree = RequestHistory(call, "<commit/><pending-confirmation/>");
     // A number too large for its type is more than there are.
     const auto count = base::ToNumber<std::size_t>(call.arguments.text);
     if (count) KeepNewest(tree.get(), *count);
@@ -164,7 +166,8 @@ void ShowLastCommits(Call& call)
 void ShowHistory(Call& call)
 {
     const std::string& commit = call.arguments.text;
-    if (commit.empty()) return ShowState(call, HistoryElements("<commit/>"), &HistoryText);
+    if (commit.empty())
+        return ShowState(call, HistoryElements("<commit/><pending-confirmation/>"), &HistoryText);
     const netconf::Reply reply = RequestReply(call, netconf::CommitChanges(commit));
     ShowState(call, HistoryElements("<commit><id>" + commit + "</id></commit>"),
               [&](const lyd_node* state) { return CommitText(state) + ChangesOf(call, reply); });
@@ -249,6 +252,13 @@ std::span<const Command> Commands()
         Command{"commit", {{Kind::kText, "comment TEXT", true}},
                 "Makes the candidate the running configuration, which takes effect at once.", kSession,
                 Forms::kNone, &Commit},
+        Command{"commit confirmed", {{Kind::kNumber, "SECONDS", true}, {Kind::kText, "persist ID", true}, {Kind::kText, "comment TEXT", true}},
+                "Commits, and rolls back unless confirm comes within that time (600 seconds without a number); again, it prolongs the time.",
+                kBoth, Forms::kNone, &CommitConfirmed},
+        Command{"confirm", {{Kind::kName, "ID", true}},
+                "Confirms the commit that waits for it, and leaves the candidate alone.", kBoth, Forms::kNone, &Confirm},
+        Command{"cancel", {{Kind::kName, "ID", true}},
+                "Rolls the commit that waits for its confirmation back at once.", kBoth, Forms::kNone, &Cancel},
         Command{"discard", {},
                 "Takes back everything that was edited since the last commit.", kSession, Forms::kNone, &Discard},
         Command{"rollback", {{Kind::kName, "N|CHECKPOINT"}},

@@ -41,6 +41,23 @@ void KeepNewest(lyd_node* state, std::size_t count)
     for (std::size_t at = count; at < commits.size(); ++at) lyd_free_tree(const_cast<lyd_node*>(commits[at]));
 }
 
+std::string PendingText(const lyd_node* state)
+{
+    const Children pending = History(state).Of("pending-confirmation");
+    if (pending.None()) return {};
+    const bool changed = pending.First("commit") != nullptr;
+    std::string text = changed ? "Commit " + pending.Value("commit") : "A commit without changes";
+    text += " by " + pending.Value("user") + " waits for its confirmation: ";
+    if (pending.First("problem") != nullptr)
+        return text + "it could not be rolled back: " + pending.Value("problem") +
+               "; a commit or confirm keeps the configuration as it is.\n";
+    text +=
+        "rolled back to commit " + pending.Value("return-to") + " in " + pending.Value("time-left") + " s";
+    if (pending.Value("persistent") == "false")
+        text += ", or when session " + pending.Value("session") + " ends";
+    return text + ".\n";
+}
+
 std::string HistoryText(const lyd_node* state)
 {
     TextTable table({"Commit", "When", "User", "Source", "Changes", "Checkpoints", "Comment"});
@@ -49,7 +66,7 @@ std::string HistoryText(const lyd_node* state)
         table.Add({commit.Value("id"), commit.Time("time"), commit.Value("user"), commit.Value("source"),
                    commit.Value("changes"), commit.Values("checkpoint"), commit.Value("comment")});
     }
-    return table.Empty() ? "There is no commit yet.\n" : table.Text(0);
+    return PendingText(state) + (table.Empty() ? "There is no commit yet.\n" : table.Text(0));
 }
 
 std::string CommitText(const lyd_node* state)

@@ -16,7 +16,9 @@ namespace cli {
 /// Takes all commits but the newest `count` out of the tree.
 void KeepNewest(lyd_node* state, std::size_t count);
 
-/// A table of the commits, the newest first.
+/// What waits for its confirmation, in a sentence; empty if nothing does.
+std::string PendingText(const lyd_node* state);
+/// A table of the commits, the newest first, below what waits for its confirmation.
 std::string HistoryText(const lyd_node* state);
 /// The commits of the tree, each with what is known of it, and an empty line.
 std::string CommitText(const lyd_node* state);

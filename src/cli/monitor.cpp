@@ -229,10 +229,11 @@ std::string EventLine(const ly_ctx* yang, const std::string& xml, Format format)
 void MonitorEvents(Call& call)
 {
     std::string start;
-    if (call.arguments.hasText)
-        start = ReplayStart(call.arguments.text, std::chrono::duration_cast<std::chrono::seconds>(
-                                                     std::chrono::system_clock::now().time_since_epoch())
-                                                     .count());
+    if (call.arguments.named.contains("since"))
+        start = ReplayStart(call.arguments.Named("since"),
+                            std::chrono::duration_cast<std::chrono::seconds>(
+                                std::chrono::system_clock::now().time_since_epoch())
+                                .count());
     const Interrupt interrupt;
     // Its own session: the subscription ends with it.
     const auto session = call.connect();

@@ -40,6 +40,7 @@ bool Shell::Run(std::string_view command, std::string_view where, bool mayHaveCo
         return true;
     } catch (const netconf::ConnectionError& error) {
         m_session.reset();  // the next command connects again
+        m_waits = false;
         problem = error.what();
     } catch (const std::exception& error) {
         problem = error.what();
@@ -82,6 +83,11 @@ void Shell::Converse(std::istream& input)
     std::string line;
     while (!m_left && m_out << kPrompt << std::flush && std::getline(input, line)) Run(line, {}, true);
     if (!m_left) m_out << '\n';
+    if (m_waits)
+        m_err << "warning: what still waits for its confirmation is rolled back now, as this session ends; "
+                 "\"commit "
+                 "confirmed SECONDS persist ID\" outlives it"
+              << std::endl;
 }
 
 void Shell::Execute(std::string_view command)
@@ -92,7 +98,15 @@ void Shell::Execute(std::string_view command)
     const unsigned needs = invocation.command->needs;
     if ((needs & kYang) && !m_yang) m_yang = m_environment.loadYang();
     if ((needs & kSession) && !m_session) m_session = m_environment.connect();
-    Call call{invocation.arguments, invocation.format, m_session.get(), m_yang, m_out, m_err, m_left, m_talks,
+    Call call{invocation.arguments,
+              invocation.format,
+              m_session.get(),
+              m_yang,
+              m_out,
+              m_err,
+              m_left,
+              m_talks,
+              m_waits,
               m_environment.connect};
     invocation.command->run(call);
 }

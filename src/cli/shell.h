@@ -55,6 +55,7 @@ private:
     const ly_ctx* m_yang = nullptr;
     bool m_left = false;
     bool m_talks = false;  // with a person
+    bool m_waits = false;  // a confirmed commit would be rolled back with the session's end
 };
 
 }  // namespace cli

@@ -28,6 +28,14 @@ void AppendLeaf(std::string& out, std::string_view name, std::string_view value)
     if (!value.empty()) AppendElement(out, name, value);
 }
 
+void AppendComment(std::string& out, std::string_view comment)
+{
+    if (comment.empty()) return;
+    out.append("<comment xmlns=\"").append(kSystem).append("\">");
+    AppendEscaped(out, comment);
+    out.append("</comment>");
+}
+
 /// An operation of the system's module, with one leaf.
 std::string OfSystem(const std::string& name, const std::string& leaf, std::string_view value)
 {
@@ -84,12 +92,32 @@ std::string EditConfig(std::string_view config, const EditOptions& options)
 std::string Commit(std::string_view comment)
 {
     std::string out = "<commit>";
-    if (!comment.empty()) {
-        out.append("<comment xmlns=\"").append(kSystem).append("\">");
-        AppendEscaped(out, comment);
-        out.append("</comment>");
-    }
+    AppendComment(out, comment);
     return out + "</commit>";
+}
+
+std::string CommitConfirmed(const Confirmed& options)
+{
+    std::string out = "<commit><confirmed/>";
+    AppendLeaf(out, "confirm-timeout", options.timeout);
+    AppendLeaf(out, "persist", options.persist);
+    AppendLeaf(out, "persist-id", options.persistId);
+    AppendComment(out, options.comment);
+    return out + "</commit>";
+}
+
+std::string ConfirmCommit(std::string_view persistId)
+{
+    std::string content;
+    AppendLeaf(content, "persist-id", persistId);
+    return OfHistory("confirm-commit", content);
+}
+
+std::string CancelCommit(std::string_view persistId)
+{
+    std::string out = "<cancel-commit>";
+    AppendLeaf(out, "persist-id", persistId);
+    return out + "</cancel-commit>";
 }
 
 std::string Validate(std::string_view source) { return WithDatastore("validate", "source", source); }

@@ -31,6 +31,18 @@ std::string GetTouched(std::string_view source);
 std::string EditConfig(std::string_view config, const EditOptions& options = {});
 
 std::string Commit(std::string_view comment = {});
+
+struct Confirmed {
+    std::string timeout{};    // seconds; empty: the standard's 600
+    std::string persist{};    // the token of a commit that outlives its session; empty: it does not
+    std::string persistId{};  // the token of the one that is extended; empty: it has none, or there is none
+    std::string comment{};
+};
+/// A confirmed commit (RFC 6241, section 8.4).
+std::string CommitConfirmed(const Confirmed& options);
+/// Confirms it without a commit. `persistId`: its token, if it has one.
+std::string ConfirmCommit(std::string_view persistId = {});
+std::string CancelCommit(std::string_view persistId = {});
 std::string Validate(std::string_view source = "candidate");
 std::string DiscardChanges();
 std::string Lock(std::string_view target);

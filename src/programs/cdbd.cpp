@@ -69,11 +69,15 @@ std::string StoreReport(const cdb::StoreFigures& figures)
 void Import(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,
             cdb::Datastore& datastore)
 {
+    const auto waiting = store.Pending();
     if (agent::ImportFile(schema, datastore, options.importFile, base::UserName(::geteuid()), Now()))
         slog::Notice("loaded {} as commit {}", options.importFile.string(), store.LastCommit());
     else
         slog::Notice("{} is what commit {} has; nothing was written", options.importFile.string(),
                      store.LastCommit());
+    if (waiting)
+        slog::Notice("commit {} by {} waited for its confirmation; it is not rolled back any more",
+                     waiting->last, waiting->user);
 }
 
 void Initialize(const agent::ProgramOptions& options, const cdb::Schema& schema, const cdb::Store& store,

@@ -140,6 +140,19 @@ void Events::ConfigChanged(const cdb::ChangeSet& changes, const std::optional<Se
     Publish(kBaseEvents, std::move(event));
 }
 
+void Events::ConfirmedCommit(ConfirmStep step, const std::optional<SessionParty>& by,
+                             std::uint32_t timeoutSeconds)
+{
+    static constexpr std::array kNames{"start", "cancel", "timeout", "extend", "complete"};
+    EventElement event = Element(kBaseEvents, "netconf-confirmed-commit");
+    // As the RFC's text wants it; the condition that its module puts on them can't hold.
+    if (by) AddParty(event, *by);
+    Add(event, "confirm-event", kNames.at(static_cast<std::size_t>(step)));
+    if (step == ConfirmStep::kStart || step == ConfirmStep::kExtend)
+        Add(event, "timeout", std::to_string(timeoutSeconds));
+    Publish(kBaseEvents, std::move(event));
+}
+
 void Events::SessionStarted(const SessionParty& who)
 {
     EventElement event = Element(kBaseEvents, "netconf-session-start");

@@ -61,6 +61,11 @@ public:
     /// A commit stands. `by` is nullopt if cdbd itself has made it.
     void ConfigChanged(const cdb::ChangeSet& changes, const std::optional<SessionParty>& by,
                        const std::string& comment);
+    /// What has become of a confirmed commit (RFC 6470, netconf-confirmed-commit).
+    enum class ConfirmStep : std::uint8_t { kStart, kCancel, kTimeout, kExtend, kComplete };
+    /// `by`: nullopt with kTimeout only. `timeoutSeconds`: with kStart and kExtend.
+    void ConfirmedCommit(ConfirmStep step, const std::optional<SessionParty>& by,
+                         std::uint32_t timeoutSeconds = 0);
     void SessionStarted(const SessionParty& who);
     /// `killer`: the session that has ended it, with kKilled.
     void SessionEnded(const SessionParty& who, SessionEnd why, std::uint32_t killer);

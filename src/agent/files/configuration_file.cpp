@@ -166,12 +166,9 @@ bool ImportFile(const cdb::Schema& schema, cdb::Datastore& datastore, const fs::
     const Tree content = ReadConfiguration(schema, file);
     const auto error = datastore.Edit(content.get(), cdb::DefaultOperation::kReplace, {});
     if (error) FailFile(file, error->message);
-    if (!datastore.Changed()) {
-        datastore.Discard();
-        return false;
-    }
+    // Without a change, too: what waits for its confirmation is then not rolled back.
     const auto result = datastore.Commit({.user = user, .source = "import", .timeUs = nowUs});
-    if (result) return true;
+    if (result) return result->rows > 0;
     datastore.Discard();
     FailFile(file, TextOf(result.error()));
 }

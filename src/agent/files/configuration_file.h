@@ -32,8 +32,9 @@ void ExportFile(const cdb::Schema& schema, const std::filesystem::path& stateDir
                 const std::filesystem::path& file, std::ostream& out);
 
 /// Makes the file's content the whole configuration, in one commit; no callpoint is asked. Returns false if
-/// it is that already: nothing is written. Throws cdb::FatalError that names the file; the store is then as
-/// before. `nowUs`: microseconds since the epoch.
+/// it is that already: no commit is made. A confirmed commit that waits (CommitInfo::pending) waits no
+/// longer. Throws cdb::FatalError that names the file; the store is then as before. `nowUs`: microseconds
+/// since the epoch.
 bool ImportFile(const cdb::Schema& schema, cdb::Datastore& datastore, const std::filesystem::path& file,
                 const std::string& user, std::int64_t nowUs);
 

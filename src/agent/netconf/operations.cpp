@@ -43,6 +43,7 @@ netconf::RpcError LockDenied(const std::string& message, std::uint32_t holder)
 Operations::Operations(Services services)
     : m_services(std::move(services)),
       m_dataSchema(m_services.schema),
+      m_confirmed(m_services.timers, m_services.events, [this] { RollBackDue(); }),
       m_queue(m_services.loop),
       m_commits(m_services.loop)
 {
@@ -65,6 +66,7 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{kBase, "copy-config", &Operations::CopyConfig},
         Row{kBase, "validate", &Operations::Validate},
         Row{kBase, "commit", &Operations::Commit},
+        Row{kBase, "cancel-commit", &Operations::CancelCommit},
         Row{kBase, "discard-changes", &Operations::DiscardChanges},
         Row{kBase, "lock", &Operations::Lock},
         Row{kBase, "unlock", &Operations::Unlock},
@@ -77,6 +79,7 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{kSystem, "ha-transition", &Operations::HaTransition},
         Row{kSystem, "sflow-resync", &Operations::SflowResync},
         Row{kSystem, "backup", &Operations::MakeBackup},
+        Row{kHistory, "confirm-commit", &Operations::ConfirmCommit},
         Row{kHistory, "rollback", &Operations::RollBack},
         Row{kHistory, "compare", &Operations::CompareWith},
         Row{kHistory, "commit-changes", &Operations::CommitChanges},
@@ -145,6 +148,12 @@ void Operations::Lock(const RequestPtr& request)
             return request->Refuse(LockDenied(
                 NameOf(target) + " is locked by session " + std::to_string(*holder) + " already", *holder));
         if (target == Target::kRunning) {
+            // RFC 6241, section 7.5: not while another session's confirmed commit waits.
+            if (const auto other = m_confirmed.OfOther(request->Who().id))
+                return request->Refuse(
+                    LockDenied("a confirmed commit of another session waits for its "
+                               "confirmation; wait until it is confirmed or rolled back",
+                               *other));
             m_locks.Take(target, request->Who().id, m_services.now());
             return request->Ok();
         }
@@ -224,6 +233,7 @@ void Operations::SessionEnded(std::uint32_t session)
 {
     // The edit, and its turn, end with its session.
     if (m_asked.cancel && m_asked.session == session) std::exchange(m_asked, {}).cancel();
+    m_confirmed.SessionEnded(session);
     // In turn, because the lock covers an edit of the session that may be under way.
     m_queue.Push([this, session](const SerialQueue::TicketPtr& ticket) {
         if (m_locks.Holder(Target::kRunning) == session) m_locks.Release(Target::kRunning);

@@ -24,6 +24,7 @@
 #include "agent/data/filter_plan.h"
 #include "agent/events/events.h"
 #include "agent/netconf/answer_room.h"
+#include "agent/netconf/confirmed_commit.h"
 #include "agent/netconf/request.h"
 #include "agent/netconf/workbench.h"
 #include "agent/state/state.h"
@@ -113,7 +114,15 @@ public:
     /// The datastores with their locks.
     [[nodiscard]] std::vector<NetconfFacts::Lock> Datastores() const;
 
-    /// Releases the session's locks. A candidate that it had locked loses its changes.
+    /// The confirmed commit that waits, for the state.
+    [[nodiscard]] std::optional<PendingConfirmation> Unconfirmed() const { return m_confirmed.Facts(); }
+
+    /// Takes up the confirmed commit that an earlier run of cdbd has left, and rolls it back if it is due. To
+    /// be called before any client is admitted.
+    void TakeUpConfirmed();
+
+    /// Releases the session's locks. A candidate that it had locked loses its changes. A confirmed commit of
+    /// the session that is not persistent is rolled back.
     void SessionEnded(std::uint32_t session);
 
     /// Makes the events of a session that has begun, and of one whose connection has ended.
@@ -154,6 +163,26 @@ private:
     using CommitJobPtr = std::shared_ptr<CommitJob>;
     void WriteCommit(const CommitJobPtr& job);
     void DeliverCommit(const CommitJobPtr& job);
+
+    // operations_confirmed.cpp
+    void CancelCommit(const RequestPtr& request);
+    void ConfirmCommit(const RequestPtr& request);
+    /// Rolls the confirmed commit back in its turn, if it is still due then.
+    void RollBackDue();
+    struct UndoJob;
+    using UndoJobPtr = std::shared_ptr<UndoJob>;
+    [[nodiscard]] UndoJobPtr MakeUndo(const RequestPtr& request, const SerialQueue::TicketPtr& commitTicket,
+                                      const SerialQueue::TicketPtr& ticket) const;
+    /// Writes the commit that rolls back. Beside the loop, or before any client is admitted.
+    void Undo(UndoJob& job) const;
+    void RollBackPending(const UndoJobPtr& job);
+    void TellUndone(const UndoJob& job);
+    void DeliverUndone(const UndoJobPtr& job);
+    /// Refuses the request, and returns true, if its session may not go on with the confirmed commit that
+    /// waits.
+    bool RefuseUnconfirmed(const RequestPtr& request, const std::optional<std::string>& persistId);
+    /// The same for a request that needs one, and has its persist-id in it.
+    bool RefuseNoneWaits(const RequestPtr& request);
 
     // operations_session.cpp
     void Lock(const RequestPtr& request);
@@ -205,6 +234,7 @@ private:
     Services m_services;
     DataSchema m_dataSchema;
     Locks m_locks;
+    ConfirmedCommit m_confirmed;
     Asked m_asked;
     SerialQueue m_queue;    // for the candidate
     SerialQueue m_commits;  // a commit keeps its turn until its subscribers have acknowledged

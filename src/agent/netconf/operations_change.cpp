@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <libyang/libyang.h>
 
-#include <array>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -71,9 +70,6 @@ std::vector<netconf::RpcError> Warnings(const std::vector<std::string>& texts)
     for (const std::string& text : texts) warnings.push_back(MakeWarning(text));
     return warnings;
 }
-
-/// Parameters of a confirmed commit (RFC 6241, section 8.4).
-constexpr std::array kConfirmedCommit{"confirmed", "confirm-timeout", "persist", "persist-id"};
 
 }  // namespace
 
@@ -253,14 +249,13 @@ void Operations::CopyRunning(const RequestPtr& request)
 
 void Operations::Commit(const RequestPtr& request)
 {
-    for (const char* parameter : kConfirmedCommit)
-        if (const lyd_node* node = ChildNamed(request->Operation(), parameter);
-            node != nullptr && (node->flags & LYD_DEFAULT) == 0)
-            return request->Refuse(NotOffered("a confirmed commit", parameter));
+    const auto confirm = ConfirmedCommit::Read(request->Operation());
+    if (!confirm) return request->Refuse(confirm.error());
     // While a commit waits for its subscribers, edits go on; only the next commit waits.
-    m_commits.Push([this, request](const SerialQueue::TicketPtr& commitTicket) {
-        InTurn(request, [this, request, commitTicket](const SerialQueue::TicketPtr& ticket) {
+    m_commits.Push([this, request, confirm = *confirm](const SerialQueue::TicketPtr& commitTicket) {
+        InTurn(request, [this, request, confirm, commitTicket](const SerialQueue::TicketPtr& ticket) {
             if (RefuseLocked(request, Target::kCandidate) || RefuseLocked(request, Target::kRunning)) return;
+            if (RefuseUnconfirmed(request, confirm.persistId)) return;
             const auto job = std::make_shared<CommitJob>();
             job->request = request;
             job->commitTicket = commitTicket;
@@ -269,6 +264,7 @@ void Operations::Commit(const RequestPtr& request)
             job->info.source = "netconf";
             job->info.comment = ChildText(request->Operation(), "comment");
             job->info.timeUs = m_services.now();
+            job->info.pending = m_confirmed.After(confirm, job->info.user, m_services.store.LastCommit());
             WriteCommit(job);
         });
     });
@@ -315,6 +311,9 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
                      job->rows == 1 ? "change" : "changes",
                      job->info.comment.empty() ? std::string() : ", \"" + job->info.comment + '"');
     }
+    m_confirmed.Made(std::move(job->info.pending), job->request->Party(), changes.commit);
+    // The session may have ended while the commit was written.
+    if (!job->request->Wanted()) m_confirmed.SessionEnded(job->request->Who().id);
     if (changes.Empty()) {
         job->request->Ok();
     } else {

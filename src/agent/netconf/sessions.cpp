@@ -29,6 +29,7 @@ netconf::Hello MakeHello(const cdb::Schema& schema)
         std::string(netconf::kBase10),
         std::string(netconf::kBase11),
         prefix + "candidate:1.0",
+        prefix + "confirmed-commit:1.1",
         prefix + "validate:1.1",
         prefix + "rollback-on-error:1.0",
         prefix + "notification:1.0",

@@ -115,6 +115,7 @@ Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Stor
         facts.datastores = m_operations.Datastores();
         return facts;
     });
+    m_state.SetUnconfirmed([this] { return m_operations.Unconfirmed(); });
     m_state.Provide("/netconf/streams", [this](const lysc_node* streams, StateTree& tree) {
         AddStreams(m_events.Log(), streams, tree);
     });
@@ -132,6 +133,7 @@ Agent::~Agent()
 
 void Agent::Listen()
 {
+    m_operations.TakeUpConfirmed();  // so that no client sees what is to be undone
     const auto adminGroup = base::FindGroup(m_options.adminGroup);
     const auto switchGroup = base::FindGroup(m_options.switchGroup);
     MakeRunDirectory(switchGroup);

@@ -64,8 +64,8 @@ public:
     Agent(const Agent&) = delete;
     Agent& operator=(const Agent&) = delete;
 
-    /// Makes the run directory if it is missing and opens the sockets. Throws std::system_error
-    /// that names the path.
+    /// Rolls back a confirmed commit that an earlier run has left and that is due. Then makes the run
+    /// directory if it is missing and opens the sockets. Throws std::system_error that names the path.
     void Listen();
 
 private:

@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -55,6 +56,11 @@ public:
 
     /// Where /netconf-state comes from. Null, as at first: there is none.
     void SetNetconf(std::function<NetconfFacts()> facts) { m_netconfFacts = std::move(facts); }
+    /// Where the confirmed commit that waits comes from. Null, as at first: there is none.
+    void SetUnconfirmed(std::function<std::optional<PendingConfirmation>()> facts)
+    {
+        m_unconfirmed = std::move(facts);
+    }
     /// State of cdbd itself beside /state/system: `add` adds what is in the container at the path, such as
     /// "/netconf/streams". Does nothing if the modules have no such container.
     using AddOwn = std::function<void(const lysc_node* container, StateTree& tree)>;
@@ -97,6 +103,7 @@ private:
     std::chrono::milliseconds m_timeout;
     Role m_role = Role::kUnknown;
     std::function<NetconfFacts()> m_netconfFacts;
+    std::function<std::optional<PendingConfirmation>()> m_unconfirmed;
     const lysc_node* m_system;
     const lysc_node* m_netconf;
     std::vector<const lysc_node*> m_libraries;

@@ -167,7 +167,7 @@ void SystemState::AddFault(const cdb::Fault& fault)
     Leaf(*entry, kList, "text", fault.text);
 }
 
-void SystemState::AddHistory(const cdb::Store& store)
+void SystemState::AddHistory(const cdb::Store& store, const std::optional<PendingConfirmation>& pending)
 {
     const lysc_node* schema = SchemaChild(m_system, "history");
     if (schema == nullptr) return;
@@ -178,6 +178,8 @@ void SystemState::AddHistory(const cdb::Store& store)
     if (!entries.empty()) newest = std::max(newest, entries.front().commit);  // committed meanwhile
     const std::uint64_t reach = Reach(entries, newest);
     history.leaves.push_back({SchemaChild(schema, "newest"), m_tree.Keep(std::to_string(newest))});
+    const lysc_node* waiting = SchemaChild(schema, "pending-confirmation");
+    if (pending && waiting != nullptr) AddPending(history, waiting, *pending);
     std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) {
         return std::to_string(a.commit) < std::to_string(b.commit);
     });
@@ -191,6 +193,23 @@ void SystemState::AddHistory(const cdb::Store& store)
         Leaf(*entry, SchemaChild(list, "user"), checkpoint.user);
         Leaf(*entry, SchemaChild(list, "in-reach"), checkpoint.commit >= reach ? "true" : "false");
     }
+}
+
+void SystemState::AddPending(StateTree::Node& history, const lysc_node* schema,
+                             const PendingConfirmation& pending)
+{
+    StateTree::Node& node = StateTree::ContainerIn(history, schema);
+    const auto leaf = [&](const char* name, const std::string& value) {
+        Leaf(node, SchemaChild(schema, name), value);
+    };
+    if (pending.last != pending.returnTo) leaf("commit", std::to_string(pending.last));
+    leaf("return-to", std::to_string(pending.returnTo));
+    leaf("user", pending.user);
+    if (pending.session != 0) leaf("session", std::to_string(pending.session));
+    leaf("persistent", pending.isPersistent ? "true" : "false");
+    leaf("deadline", DateAndTime(pending.deadlineUs));
+    leaf("time-left", std::to_string(pending.secondsLeft));
+    if (!pending.problem.empty()) leaf("problem", pending.problem);
 }
 
 void SystemState::AddCommit(StateTree::Node& history, const cdb::HistoryEntry& entry,

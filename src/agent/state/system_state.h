@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +26,18 @@ namespace agent {
 /// The role of this node in a redundant pair, as the processes were last told.
 enum class Role : std::uint8_t { kUnknown, kActive, kStandby };
 
+/// A confirmed commit that waits for its confirmation (RFC 6241, section 8.4).
+struct PendingConfirmation {
+    std::uint64_t returnTo = 0;  // the commit whose configuration comes back without one
+    std::uint64_t last = 0;      // the last commit that goes then; as returnTo: none
+    std::string user;            // who has begun it
+    std::uint32_t session = 0;   // whose it is; 0: of none that is open
+    bool isPersistent = false;
+    std::int64_t deadlineUs = 0;  // since the epoch, by the clock of the commit
+    std::uint64_t secondsLeft = 0;
+    std::string problem;  // why it could not be rolled back; empty: that was not tried, or not yet
+};
+
 /// Fills in /state/system.
 class SystemState {
 public:
@@ -35,8 +48,8 @@ public:
     void AddVersion();
     void AddProcesses(const Clients& clients, Role role);
     void AddFaults(const cdb::Store& store);
-    /// The commits and the checkpoints.
-    void AddHistory(const cdb::Store& store);
+    /// The commits, the checkpoints, and the confirmed commit that waits, if one does.
+    void AddHistory(const cdb::Store& store, const std::optional<PendingConfirmation>& pending);
     void AddDenials(const Access::Denials& denials);
 
 private:
@@ -44,6 +57,7 @@ private:
     void AddMissing(const MissingSubscriber& missing, Role role);
     void AddHealth(StateTree::Node& entry, const Misses& misses, std::int64_t acknowledgedUs);
     void AddFault(const cdb::Fault& fault);
+    void AddPending(StateTree::Node& history, const lysc_node* schema, const PendingConfirmation& pending);
     void AddCommit(StateTree::Node& history, const cdb::HistoryEntry& entry,
                    const std::vector<cdb::Checkpoint>& checkpoints);
     /// Appends an entry with these keys; null if the last one has the same or greater keys, or there is no

@@ -29,6 +29,14 @@ void RequireOneRoot(const SchemaTable& table)
                          " top-level configuration nodes, not one:" + roots + "; augment the one there is");
 }
 
+/// The record that a commit leaves. `last`: the last commit then.
+std::optional<PendingCommit> PendingAfter(const CommitInfo& info, std::uint64_t last)
+{
+    auto pending = info.pending;
+    if (pending) pending->last = last;
+    return pending;
+}
+
 const Schema& Checked(const Schema& schema)
 {
     RequireOneRoot(schema.Table());
@@ -91,7 +99,14 @@ std::optional<Error> Datastore::Write(Difference& difference, const CommitInfo& 
     entry.comment = info.comment;
     entry.changes = static_cast<std::uint32_t>(difference.rows.size());
     transaction.Append(entry);
+    transaction.SetPending(PendingAfter(info, entry.commit));
     return transaction.Commit();
+}
+
+std::optional<Error> Datastore::NotePending(const CommitInfo& info)
+{
+    const auto pending = PendingAfter(info, m_candidate.Base());
+    return pending == m_store.Pending() ? std::nullopt : m_store.SetPending(pending);
 }
 
 void Datastore::Settle()
@@ -228,9 +243,8 @@ base::expected<Committed, std::vector<Error>> Datastore::Commit(const CommitInfo
         const cdb::Candidate::Reading reading(m_candidate);
         difference = Compare(m_schema, m_candidate);
     }
-    if (!difference.rows.empty())
-        if (auto error = Write(difference, info))
-            return base::Unexpected(std::vector<Error>{std::move(*error)});
+    auto error = difference.rows.empty() ? NotePending(info) : Write(difference, info);
+    if (error) return base::Unexpected(std::vector<Error>{std::move(*error)});
     Settle();
     return Committed{{m_candidate.Base(), std::move(difference.root)}, difference.rows.size()};
 }

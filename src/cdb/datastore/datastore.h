@@ -39,6 +39,9 @@ struct CommitInfo {
     std::string source{};
     std::string comment{};
     std::int64_t timeUs = 0;
+    /// The confirmed commit that waits after this one; `last` is set by the datastore. Nullopt: none waits,
+    /// so this commit confirms, takes back or replaces the one that did.
+    std::optional<PendingCommit> pending{};
 };
 
 /// What a commit has made.
@@ -131,6 +134,13 @@ public:
     /// RowsAfter and Validate, and the one of `permit`), and the candidate is as before.
     [[nodiscard]] std::vector<Error> RollBack(const Moment& moment, const Permit& permit = {});
 
+    /// Makes running what it was after the commit of that number, by a commit of its own, without a question
+    /// to callpoints. What was edited and not committed stays in the candidate, as changes of the new running
+    /// (rebase.h). Returns what Commit does; the errors are those of RowsAfter and Commit, and running and
+    /// candidate are then as before.
+    [[nodiscard]] base::expected<Committed, std::vector<Error>> Restore(std::uint64_t commit,
+                                                                        const CommitInfo& info);
+
     /// Two configurations, of outermost lists only the entries in which they may differ. Valid until the
     /// candidate's next change.
     struct Comparison {
@@ -157,6 +167,8 @@ private:
     const Schema& TakeOver();
     void CheckRows();
     std::optional<Error> Write(Difference& difference, const CommitInfo& info);
+    /// The record of the confirmed commit that waits, for a commit that changes no row.
+    std::optional<Error> NotePending(const CommitInfo& info);
     /// Makes the candidate equal to running.
     void Settle();
     /// Frees the tree, a large one in TidyUp.

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the datastore does with commits of the past: rolling back, and comparing.
+// What the datastore does with commits of the past: rolling back, restoring, and comparing.
 
 #include <utility>
 
 #include "cdb/datastore/candidate_view.h"
 #include "cdb/datastore/datastore.h"
 #include "cdb/datastore/past.h"
+#include "cdb/datastore/rebase.h"
 #include "cdb/datastore/tree_load.h"
 
 namespace cdb {
@@ -51,6 +52,40 @@ std::vector<Error> Datastore::RollBack(const Moment& moment, const Permit& permi
         Free(std::move(before.tree), before.units.size());
     }
     return errors;
+}
+
+base::expected<Committed, std::vector<Error>> Datastore::Restore(std::uint64_t commit, const CommitInfo& info)
+{
+    const auto failed = [](Error error) { return base::Unexpected(std::vector<Error>{std::move(error)}); };
+    const auto rows = RowsAfter(m_schema, m_store, commit, m_candidate.Base());
+    if (!rows) return failed(rows.error());
+    RowPatch edits;
+    if (auto changed = ChangedRows(); !changed.empty()) {
+        CandidateView edited(m_schema, m_candidate);
+        const auto running = Running();
+        PatchedView restored(*running, *rows);
+        edits = CarryOver(m_schema.Table(), changed, edited, restored);
+    }
+    Candidate::State before;
+    try {
+        before = m_candidate.Replace(*rows);
+    } catch (const RowRefused& refused) {
+        return failed({.tag = ErrorTag::kOperationFailed,
+                       .message = "the configuration of commit " + std::to_string(commit) +
+                                  " can't be restored: " + refused.what()});
+    }
+    const bool wasVerified = std::exchange(m_isVerified, false);
+    auto made = Commit(info);
+    if (!made) {
+        m_candidate.Restore(std::move(before));
+        m_isVerified = wasVerified;
+        return made;
+    }
+    Free(std::move(before.tree), before.units.size());
+    if (edits.empty()) return made;
+    static_cast<void>(m_candidate.Replace(edits));
+    m_isVerified = false;
+    return made;
 }
 
 base::expected<Datastore::Comparison, Error> Datastore::CompareWith(const Moment& moment) const

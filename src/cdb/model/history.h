@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the store keeps beside the rows: a commit's entry in the history, the checkpoints, and the faults of
-// processes.
+// What the store keeps beside the rows: a commit's entry in the history, the checkpoints, the confirmed
+// commit that waits, and the faults of processes.
 
 #ifndef CDB_MODEL_HISTORY_H
 #define CDB_MODEL_HISTORY_H
@@ -25,7 +25,7 @@ struct HistoryEntry {
     std::uint64_t commit = 0;
     std::int64_t timeUs = 0;  // since the epoch
     std::string user;
-    std::string source;  // "netconf", "init", "import"
+    std::string source;  // "netconf", "init", "import", "rollback"
     std::string comment;
     // Undoes the commit: an edit as XML (written by older versions), or rows. An entry has at most one of
     // them.
@@ -42,6 +42,18 @@ struct Checkpoint {
     std::int64_t timeUs = 0;   // when it was marked, since the epoch
     std::string user;          // who has set it
     friend bool operator==(const Checkpoint&, const Checkpoint&) = default;
+};
+
+/// A confirmed commit that waits for its confirmation (RFC 6241, section 8.4), with those that have extended
+/// it. Without a confirmation running becomes again what it was before them.
+struct PendingCommit {
+    std::uint64_t returnTo = 0;        // the commit before them, whose configuration comes back
+    std::uint64_t last = 0;            // the last of them; as returnTo: none has changed anything
+    std::int64_t deadlineUs = 0;       // since the epoch
+    std::uint32_t timeoutSeconds = 0;  // of the last of them
+    std::string user{};                // who has made the first one
+    std::string persistId{};           // the token that confirms it; empty: it ends with its session
+    friend bool operator==(const PendingCommit&, const PendingCommit&) = default;
 };
 
 /// A fault that a process has reported of itself.

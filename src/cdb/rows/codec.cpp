@@ -211,6 +211,26 @@ std::optional<Checkpoint> CheckpointOf(std::string_view name, std::string_view p
     return Checkpoint{std::string(name), message.commit(), message.time_us(), message.user()};
 }
 
+std::string ToBytes(const PendingCommit& pending)
+{
+    stored::PendingCommit message;
+    message.set_return_to(pending.returnTo);
+    message.set_last(pending.last);
+    message.set_deadline_us(pending.deadlineUs);
+    message.set_timeout_seconds(pending.timeoutSeconds);
+    message.set_user(pending.user);
+    message.set_persist_id(pending.persistId);
+    return message.SerializeAsString();
+}
+
+std::optional<PendingCommit> PendingCommitOf(std::string_view payload)
+{
+    stored::PendingCommit message;
+    if (!Parse(payload, message)) return std::nullopt;
+    return PendingCommit{message.return_to(),       message.last(), message.deadline_us(),
+                         message.timeout_seconds(), message.user(), message.persist_id()};
+}
+
 std::optional<Fault> FaultOf(std::string_view payload)
 {
     stored::Fault message;

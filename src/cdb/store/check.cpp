@@ -281,6 +281,9 @@ StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth dept
     static_cast<void>(StoredSchema(environment, reading->transaction));
     for (const auto name : {codec::kFingerprintKey, codec::kHistoryBytesKey})
         static_cast<void>(environment.Meta(reading->transaction, name));
+    const auto pending = environment.Meta(reading->transaction, codec::kPendingCommitKey);
+    if (pending && !codec::PendingCommitOf(*pending))
+        throw DamagedRecord("its record of the commit that waits for its confirmation can't be read");
     const auto commit = environment.Meta(reading->transaction, codec::kCommitKey);
     figures.commit = commit ? codec::NumberOf(*commit).value_or(0) : 0;
     figures.historyBytes = history::CountBytes(environment, reading->transaction);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cdb/store/history.h"
 
+#include <limits>
+
 #include "cdb/store/transaction.h"
 
 namespace cdb::history {
@@ -24,6 +26,9 @@ public:
         MDB_stat statistics{};
         write.Remember(mdb_stat(write.Handle(), environment.history, &statistics));
         m_entries = statistics.ms_entries;
+        const auto record = write.Meta(codec::kPendingCommitKey);
+        const auto pending = record ? codec::PendingCommitOf(*record) : std::nullopt;
+        if (pending) m_lastFree = pending->returnTo;
     }
 
     [[nodiscard]] std::uint64_t ByteCount() const { return m_bytes; }
@@ -38,6 +43,14 @@ public:
         const auto payload = codec::Payload(cursor.Value());
         const auto stored = payload ? codec::HistoryEntryOf(*payload) : std::nullopt;
         return stored ? std::optional(stored->entry.timeUs) : std::nullopt;
+    }
+
+    /// Whether the oldest entry belongs to a commit that waits for its confirmation.
+    [[nodiscard]] bool IsOldestHeld()
+    {
+        if (m_write.Failed() || m_lastFree == kAllFree) return false;
+        Cursor cursor(m_write.Handle(), m_environment.history);
+        return cursor.Go(MDB_FIRST) && codec::NumberOf(cursor.Key()).value_or(0) > m_lastFree;
     }
 
     void DropOldest()
@@ -110,10 +123,13 @@ private:
         if (cursor.code != MDB_NOTFOUND) m_write.Remember(cursor.code);
     }
 
+    static constexpr std::uint64_t kAllFree = std::numeric_limits<std::uint64_t>::max();
+
     WriteTransaction& m_write;
     const Environment& m_environment;
     std::uint64_t m_bytes = 0;
     std::size_t m_entries = 0;
+    std::uint64_t m_lastFree = kAllFree;  // the entries of later commits must stay
 };
 
 Error NotKept(std::uint64_t commit, const std::string& why)
@@ -122,15 +138,24 @@ Error NotKept(std::uint64_t commit, const std::string& why)
             .message = "what undoes commit " + std::to_string(commit) + " is not kept: " + why};
 }
 
+Error NoRoomForHeld()
+{
+    return {.tag = ErrorTag::kResourceDenied,
+            .message =
+                "the commit failed: what undoes the commits that wait for their confirmation would be "
+                "more than the history may be; confirm or cancel them, or raise cdbd's --history-limit "
+                "and --history-bytes; nothing was changed"};
+}
+
 }  // namespace
 
 Addition Encode(const HistoryEntry& entry, const Limits& limits)
 {
-    Addition addition{entry.commit, entry.timeUs, {}, codec::UndoBytes(entry)};
-    const bool leftOut = addition.undo.size() > limits.bytes;
-    if (leftOut) addition.undo.clear();
+    Addition addition{entry.commit, entry.timeUs, {}, codec::UndoBytes(entry), false};
+    addition.undoLeftOut = addition.undo.size() > limits.bytes;
+    if (addition.undoLeftOut) addition.undo.clear();
     const auto chunks = (addition.undo.size() + codec::kUndoChunk - 1) / codec::kUndoChunk;
-    addition.payload = codec::ToBytes(entry, static_cast<std::uint32_t>(chunks), leftOut);
+    addition.payload = codec::ToBytes(entry, static_cast<std::uint32_t>(chunks), addition.undoLeftOut);
     return addition;
 }
 
@@ -144,9 +169,16 @@ void Append(WriteTransaction& write, const Environment& environment, const Addit
         const auto time = limits.ageUs > 0 ? change.OldestTime() : std::nullopt;
         return time && *time < addition.timeUs - limits.ageUs;
     };
-    while (!write.Failed() && change.Entries() > 1 &&
-           (change.Entries() > limits.entries || change.ByteCount() > limits.bytes || tooOld()))
+    const auto tooLarge = [&] {
+        return change.Entries() > limits.entries || change.ByteCount() > limits.bytes;
+    };
+    while (!write.Failed() && change.Entries() > 1 && (tooLarge() || tooOld())) {
+        if (change.IsOldestHeld()) {
+            if (tooLarge()) write.Fail(NoRoomForHeld());
+            break;
+        }
         change.DropOldest();
+    }
     change.Finish();
 }
 
@@ -155,7 +187,8 @@ std::size_t DropHalf(WriteTransaction& write, const Environment& environment)
     Change change(write, environment);
     const auto wanted = change.ByteCount() / 2;
     std::size_t dropped = 0;
-    for (; !write.Failed() && change.Entries() > 1 && change.ByteCount() > wanted; ++dropped)
+    for (; !write.Failed() && change.Entries() > 1 && change.ByteCount() > wanted && !change.IsOldestHeld();
+         ++dropped)
         change.DropOldest();
     change.Finish();
     return dropped;

@@ -31,11 +31,16 @@ struct Addition {
     std::int64_t timeUs = 0;
     std::string payload;
     std::string undo;
+    bool undoLeftOut = false;
 };
 Addition Encode(const HistoryEntry& entry, const Limits& limits);
 
+// What undoes the commits that wait for a confirmation, by the record of PendingCommit as `write` has it, is
+// never dropped.
+
 /// Adds it, replacing an entry of the same commit, and drops the oldest entries beyond the limits; never the
-/// one added. Errors stay in `write`.
+/// one added. Fails with kResourceDenied if those that must stay are beyond the limits. Errors stay in
+/// `write`.
 void Append(WriteTransaction& write, const Environment& environment, const Addition& addition,
             const Limits& limits);
 

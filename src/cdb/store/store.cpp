@@ -256,6 +256,10 @@ Store::Transaction::~Transaction() = default;
 void Store::Transaction::Put(const RowKey& key, const Row& row) { m_staged->Put(key, row); }
 void Store::Transaction::Erase(const RowKey& key) { m_staged->Erase(key); }
 void Store::Transaction::Append(const HistoryEntry& entry) { m_staged->Append(entry); }
+void Store::Transaction::SetPending(const std::optional<PendingCommit>& pending)
+{
+    m_staged->SetPending(pending);
+}
 std::optional<Error> Store::Transaction::Commit() { return m_staged->Commit(); }
 
 std::vector<HistoryEntry> Store::History(std::size_t limit) const
@@ -336,6 +340,20 @@ std::vector<Checkpoint> Store::Checkpoints() const
     }
     if (cursor.code != MDB_NOTFOUND) environment.Fail("reading", cursor.code);
     return checkpoints;
+}
+
+std::optional<PendingCommit> Store::Pending() const
+{
+    auto& environment = *m_impl->environment;
+    const auto reading = environment.BeginReading();
+    const auto record = environment.Meta(reading->transaction, codec::kPendingCommitKey);
+    return record ? codec::PendingCommitOf(*record) : std::nullopt;
+}
+
+std::optional<Error> Store::SetPending(const std::optional<PendingCommit>& pending)
+{
+    return m_impl->Write("noting the commit that waits for its confirmation",
+                         [&](WriteTransaction& write) { PutPending(write, *m_impl->environment, pending); });
 }
 
 std::optional<Error> Store::AddFaults(std::vector<Fault> faults)

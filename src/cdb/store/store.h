@@ -30,8 +30,9 @@ namespace cdb {
 class StagedCommit;
 
 /// The write side, held by one process at a time. Calls that write (Begin up to Commit, SetSchema,
-/// SetCheckpoint, DropCheckpoint, AddFaults) are for one thread at a time: a second write is refused. Const
-/// functions may be called by any thread at any time, and throw FatalError if the file can't be read.
+/// SetCheckpoint, DropCheckpoint, SetPending, AddFaults) are for one thread at a time: a second write is
+/// refused. Const functions may be called by any thread at any time, and throw FatalError if the file can't
+/// be read.
 class Store {
 public:
     /// Opens or creates the store. Throws FatalError, having changed nothing, if another process holds it
@@ -82,6 +83,10 @@ public:
         /// beyond the history's limits. Once for each transaction. An entry whose undo alone is beyond the
         /// limit is kept without it.
         void Append(const HistoryEntry& entry);
+        /// The confirmed commit that waits after this one; nullopt: none. Without a call the record stays.
+        /// What undoes the commits that wait is kept whatever the history's limits are: where they do not
+        /// allow it, Commit fails with kResourceDenied.
+        void SetPending(const std::optional<PendingCommit>& pending);
         /// Nullopt if the changes are durable and visible to readers. If the store is full, Commit drops
         /// history to make room; if that does not suffice, the error is kResourceDenied.
         [[nodiscard]] std::optional<Error> Commit();
@@ -114,6 +119,11 @@ public:
     [[nodiscard]] base::expected<Checkpoint, Error> FindCheckpoint(const std::string& name) const;
     /// All of them, in ascending byte order of their names. Unreadable ones are left out.
     [[nodiscard]] std::vector<Checkpoint> Checkpoints() const;
+
+    /// The confirmed commit that waits for its confirmation; nullopt if none does.
+    [[nodiscard]] std::optional<PendingCommit> Pending() const;
+    /// Replaces the record, durably, without a commit.
+    [[nodiscard]] std::optional<Error> SetPending(const std::optional<PendingCommit>& pending);
 
     /// Stores them durably, together, and gives them their numbers. Texts are cut to 4096 bytes; the oldest
     /// faults beyond faultLimit are dropped.

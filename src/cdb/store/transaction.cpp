@@ -49,7 +49,7 @@ void WriteTransaction::Erase(MDB_dbi database, std::string_view key)
     if (code != MDB_NOTFOUND) Remember(code);
 }
 
-std::optional<std::uint64_t> WriteTransaction::Number(std::string_view key)
+std::optional<std::string_view> WriteTransaction::Meta(std::string_view key)
 {
     if (m_error) return std::nullopt;
     MDB_val name = Bytes(key);
@@ -57,7 +57,12 @@ std::optional<std::uint64_t> WriteTransaction::Number(std::string_view key)
     const int code = mdb_get(m_transaction, m_environment.meta, &name, &value);
     if (code != MDB_NOTFOUND) Remember(code);
     if (code != MDB_SUCCESS) return std::nullopt;
-    const auto payload = codec::Payload(Text(value));
+    return codec::Payload(Text(value));
+}
+
+std::optional<std::uint64_t> WriteTransaction::Number(std::string_view key)
+{
+    const auto payload = Meta(key);
     return payload ? codec::NumberOf(*payload) : std::nullopt;
 }
 

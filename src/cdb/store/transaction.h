@@ -65,7 +65,10 @@ public:
     void Put(MDB_dbi database, std::string_view key, std::string_view payload);
     void PutSealed(MDB_dbi database, std::string_view key, std::string_view sealed);
     void Erase(MDB_dbi database, std::string_view key);
-    /// The number under the key of `meta`; nullopt if there is none or it can't be read.
+    /// The payload under the key of `meta`, valid until the next write; nullopt if there is none or it can't
+    /// be read.
+    [[nodiscard]] std::optional<std::string_view> Meta(std::string_view key);
+    /// The same as a number.
     [[nodiscard]] std::optional<std::uint64_t> Number(std::string_view key);
     /// The number that is the last key; 0 if there is none.
     [[nodiscard]] std::uint64_t LastNumber(MDB_dbi database);

@@ -16,6 +16,15 @@ constexpr const char* kCommitting = "the commit";
 
 }  // namespace
 
+void PutPending(WriteTransaction& write, const Environment& environment,
+                const std::optional<PendingCommit>& pending)
+{
+    if (pending)
+        write.Put(environment.meta, codec::kPendingCommitKey, codec::ToBytes(*pending));
+    else
+        write.Erase(environment.meta, codec::kPendingCommitKey);
+}
+
 Error SlotTaken(const std::string& what)
 {
     return {.tag = ErrorTag::kInUse,
@@ -140,6 +149,7 @@ void StagedCommit::Apply(WriteTransaction& write) const
             write.PutSealed(rows, key, value);
         if (write.Failed()) return;
     }
+    if (m_pending) PutPending(write, m_writer->Used(), *m_pending);  // before the history, which heeds it
     if (!m_addition) return;
     write.Put(m_writer->Used().meta, codec::kCommitKey, codec::NumberBytes(m_addition->commit));
     history::Append(write, m_writer->Used(), *m_addition, m_writer->Limits());
@@ -148,6 +158,10 @@ void StagedCommit::Apply(WriteTransaction& write) const
 std::optional<Error> StagedCommit::Commit()
 {
     if (!m_open) Fail(ErrorTag::kOperationFailed, "it has ended before");
+    if (m_pending && *m_pending && m_addition && m_addition->undoLeftOut)
+        Fail(ErrorTag::kResourceDenied,
+             "what undoes it is larger than the history may be, so it could not be rolled back; commit it "
+             "as final, or raise cdbd's --history-bytes");
     if (!m_error) m_error = m_writer->Do(kCommitting, [this](WriteTransaction& write) { Apply(write); });
     const bool wasOpen = m_open;
     End();

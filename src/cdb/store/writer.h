@@ -41,6 +41,10 @@ private:
     std::atomic<bool> m_taken{false};
 };
 
+/// Writes the record of the confirmed commit that waits, or erases it.
+void PutPending(WriteTransaction& write, const Environment& environment,
+                const std::optional<PendingCommit>& pending);
+
 /// The error of a write that finds the slot taken.
 Error SlotTaken(const std::string& what);
 
@@ -79,6 +83,7 @@ public:
     void Put(const RowKey& key, const Row& row);
     void Erase(const RowKey& key);
     void Append(const HistoryEntry& entry);
+    void SetPending(const std::optional<PendingCommit>& pending) { m_pending = pending; }
     [[nodiscard]] std::optional<Error> Commit();
 
 private:
@@ -102,8 +107,9 @@ private:
     std::vector<Change> m_changes;
     std::string m_bytes;
     std::optional<history::Addition> m_addition;
-    std::string m_name;     // the current row's key
-    std::string m_payload;  // and payload
+    std::optional<std::optional<PendingCommit>> m_pending;  // the new record, or none; nullopt: it stays
+    std::string m_name;                                     // the current row's key
+    std::string m_payload;                                  // and payload
 };
 
 }  // namespace cdb

@@ -157,7 +157,7 @@ def check_events(subscriber, connection):
     assert "sampling-rate</target>" in seen[-2], seen
     refused("in-use", subscriber.create_subscription)
     # Requests go on in a session with a subscription, and its events come whoever commits.
-    assert rate_of(subscriber, "running", "eth1") == ["23"]
+    assert rate_of(subscriber, "running", "eth1") == ["25"]
     connection.edit_config(target="candidate", config=sflow("<collector><name>c9</name><ip>192.0.2.9</ip></collector>"))
     connection.commit()
     change = subscriber.take_notification(timeout=30)
@@ -211,6 +211,32 @@ def check_history(connection):
     refused("data-missing", ask, "rollback", "<checkpoint>never-set</checkpoint>")
     ask("delete-checkpoint", "<name>before-22</name>")
     commit_rate(23)
+
+
+def check_confirmed(connection, other):
+    """Confirmed commits: cancelled with the token by another session, and confirmed by their own."""
+    def edit_rate(rate):
+        connection.edit_config(target="candidate", config=sflow(
+            f"<interface><name>eth1</name><sampling-rate>{rate}</sampling-rate></interface>"))
+
+    assert ":confirmed-commit" in connection.server_capabilities
+    before = rate_of(connection, "running", "eth1")
+    edit_rate(24)
+    connection.commit(confirmed=True, timeout="3600", persist="token")
+    refused("in-use", other.commit)
+    refused("lock-denied", other.lock, "running")
+    refused("invalid-value", other.cancel_commit, persist_id="another")
+    refused("invalid-value", connection.cancel_commit)
+    other.commit(confirmed=True, timeout="7200", persist_id="token")
+    other.cancel_commit(persist_id="token")
+    assert rate_of(connection, "running", "eth1") == before
+    refused("operation-failed", other.cancel_commit)
+    edit_rate(25)
+    connection.commit(confirmed=True, timeout="3600")
+    refused("in-use", other.cancel_commit)
+    connection.commit()
+    refused("operation-failed", connection.cancel_commit)
+    assert rate_of(connection, "running", "eth1") == ["25"]
 
 
 def check_whole_configurations(connection):
@@ -294,6 +320,7 @@ def main():
     check_errors(connection, other)
     check_state(connection)
     check_history(connection)
+    check_confirmed(connection, other)
     check_whole_configurations(connection)
     check_datastores(connection)
     check_defaults(connection)

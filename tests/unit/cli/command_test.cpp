@@ -19,7 +19,8 @@ std::string Understood(const std::string& text)
         std::string out(got.command->name);
         if (!got.arguments.choice.empty()) out += " choice=" + got.arguments.choice;
         for (const std::string& word : got.arguments.words) out += " word=" + word;
-        if (!got.arguments.text.empty() || got.arguments.hasText) out += " text=" + got.arguments.text;
+        if (!got.arguments.text.empty()) out += " text=" + got.arguments.text;
+        for (const auto& [keyword, word] : got.arguments.named) out.append(" ").append(keyword) += "=" + word;
         if (got.format == cli::Format::kJson) out += " json";
         if (got.format == cli::Format::kXml) out += " xml";
         if (got.format == cli::Format::kSet) out += " set";
@@ -47,8 +48,16 @@ TEST(Understand, FitsWordsToTheTable)
         {"show configuration | display set", "show configuration set"},
         {"compare", "compare"},
         {"commit", "commit"},
-        {"commit comment \"why not\"", "commit text=why not"},
-        {"commit comment \"\"", "commit text="},
+        {"commit comment \"why not\"", "commit comment=why not"},
+        {"commit comment \"\"", "commit comment="},
+        {"commit confirmed", "commit confirmed"},
+        {"commit confirmed 60", "commit confirmed text=60"},
+        {"commit confirmed 60 persist a comment b", "commit confirmed text=60 comment=b persist=a"},
+        {"commit confirmed comment b", "commit confirmed comment=b"},
+        {"commit confirmed persist 60", "commit confirmed persist=60"},
+        {"confirm", "confirm"},
+        {"confirm my-id", "confirm text=my-id"},
+        {"cancel my-id", "cancel text=my-id"},
         {"show sflow", "show sflow"},
         {"show sflow collectors | json", "show sflow choice=collectors json"},
         {"show sflow problems", "show sflow choice=problems"},
@@ -71,7 +80,7 @@ TEST(Understand, RefusesWithWhatIsPossible)
     } rows[] = {
         {"nonsense",
          "error: unknown command \"nonsense\"; possible: set, delete, load, show, compare, validate, commit, "
-         "discard, rollback, monitor, request, help, exit"},
+         "confirm, cancel, discard, rollback, monitor, request, help, exit"},
         {"show",
          "error: the command is not complete; possible: configuration, history, checkpoints, sflow, system, "
          "version"},
@@ -93,6 +102,13 @@ TEST(Understand, RefusesWithWhatIsPossible)
         {"request ha",
          "error: one of go-active, go-standby is missing; usage: request ha go-active|go-standby"},
         {"commit now", "error: \"now\" is unknown here; usage: commit [comment TEXT]"},
+        {"commit confirmed soon",
+         "error: \"soon\" is no number; usage: commit confirmed [SECONDS] [persist ID] [comment TEXT]"},
+        {"commit confirmed 60 persist",
+         "error: a text is missing behind \"persist\"; usage: commit confirmed"},
+        {"commit confirmed comment a persist b", "error: put a text of several words in double quotes"},
+        {"commit confirmed 60 120", "error: \"120\" is unknown here"},
+        {"confirm a b", "error: \"b\" is unknown here; usage: confirm [ID]"},
         {"commit comment", "error: a text is missing behind \"comment\"; usage: commit [comment TEXT]"},
         {"commit comment two words",
          "error: put a text of several words in double quotes; usage: commit [comment TEXT]"},

@@ -68,6 +68,11 @@ inline void ExpectValid(const std::string& notification)
     ASSERT_EQ(LY_SUCCESS, result) << notification;
     // The targets of edits are instances of a datastore that is not here, and what is deleted is nowhere.
     if (notification.find("<target") != std::string::npos) return;
+    // RFC 6470 wants the session's parameters with each of these but the timeout. The module's condition on
+    // them can't hold: it stands at the notification itself, above which there is no confirm-event.
+    if (notification.find("<confirm-event>") != std::string::npos &&
+        notification.find("<username>") != std::string::npos)
+        return;
     EXPECT_EQ(LY_SUCCESS, lyd_validate_op(event, nullptr, LYD_TYPE_NOTIF_YANG, nullptr)) << notification;
 }
 

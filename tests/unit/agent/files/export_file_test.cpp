@@ -154,5 +154,24 @@ TEST(Backup, IsMadeWhileTheStoreIsInUse)
     EXPECT_TRUE(copy->Read().Get({copy->Schema().Find("/config/oam/sflow/collector"), {"c1"}}));
 }
 
+TEST_F(ExportedFile, WhatIsImportedIsNotRolledBackWithWhatWaitedForAConfirmation)
+{
+    const auto file = Write("a.xml", Sflow(Collector("c1")));
+    for (const bool changes : {true, false}) {
+        ASSERT_EQ(m_store->SetPending(cdb::PendingCommit{.last = m_store->LastCommit()}), std::nullopt);
+        EXPECT_EQ(Import(file), changes);
+        EXPECT_EQ(m_store->Pending(), std::nullopt) << changes;
+    }
+    // One that is refused leaves it.
+    const cdb::PendingCommit waiting{.last = m_store->LastCommit()};
+    ASSERT_EQ(m_store->SetPending(waiting), std::nullopt);
+    EXPECT_THROW(Import(Write("c.xml", Sflow("<no-such-thing/>"))), cdb::FatalError);
+    EXPECT_THROW(Import(Write("d.xml", Sflow(Interface("eth1",
+                                                       "<flow-sampling-collector><name>none</name>"
+                                                       "</flow-sampling-collector>")))),
+                 cdb::FatalError);
+    EXPECT_EQ(m_store->Pending(), waiting);
+}
+
 }  // namespace
 }  // namespace agent_tests

@@ -171,10 +171,12 @@ INSTANTIATE_TEST_SUITE_P(
             "\"xpath\""},
         ErrorTagRow{"operation-not-supported",
                     "protocol",
-                    InRpc("<commit><confirmed/></commit>"),
-                    {},
+                    InRpc("<copy-config><target><candidate/></target><source><running/></source>"
+                          "<with-defaults xmlns='urn:ietf:params:xml:ns:yang:ietf-netconf-with-defaults'>"
+                          "trim</with-defaults></copy-config>"),
+                    {"bad-element"},
                     "",
-                    "confirmed"},
+                    "explicit"},
         ErrorTagRow{"missing-attribute", "rpc", InRpc("<commit/>", ""), {"bad-attribute", "bad-element"}},
         ErrorTagRow{"bad-attribute",
                     "application",

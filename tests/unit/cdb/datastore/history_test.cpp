@@ -19,6 +19,8 @@ using testing::HasSubstr;
 
 class History : public DatastoreTest {
 protected:
+    ~History() override { datastore.reset(); }  // its trees belong to m_otherSchema
+
     static std::string Port(int port)
     {
         return Sflow("<collector><name>c1</name><ip>192.0.2.1</ip><port>" + std::to_string(port) +
