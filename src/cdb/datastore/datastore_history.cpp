@@ -12,7 +12,7 @@ namespace cdb {
 
 base::expected<std::uint64_t, Error> Datastore::CommitOf(const Moment& moment) const
 {
-    const std::uint64_t newest = m_candidate.Base();
+    const std::uint64_t newest = m_store.LastCommit();
     if (moment.commit) return *moment.commit;  // RowsAfter says if there is none
     if (moment.back) {
         if (*moment.back <= newest) return newest - *moment.back;
@@ -30,7 +30,7 @@ std::vector<Error> Datastore::RollBack(const Moment& moment, const Permit& permi
 {
     const auto commit = CommitOf(moment);
     if (!commit) return {commit.error()};
-    const auto rows = RowsAfter(m_schema, m_store, *commit, m_candidate.Base());
+    const auto rows = RowsAfter(m_schema, m_store, *commit, m_store.LastCommit());
     if (!rows) return {rows.error()};
     Candidate::State before;
     try {
@@ -43,7 +43,7 @@ std::vector<Error> Datastore::RollBack(const Moment& moment, const Permit& permi
     const bool wasVerified = std::exchange(m_isVerified, false);
     std::vector<Error> errors;
     if (auto denied = permit ? permit(ChangedRows()) : std::nullopt) errors = {std::move(*denied)};
-    if (errors.empty()) errors = Validate();
+    if (errors.empty()) errors = Check();
     if (!errors.empty()) {
         m_candidate.Restore(std::move(before));
         m_isVerified = wasVerified;
@@ -57,10 +57,14 @@ base::expected<Datastore::Comparison, Error> Datastore::CompareWith(const Moment
 {
     const auto commit = CommitOf(moment);
     if (!commit) return base::Unexpected(commit.error());
-    auto rows = RowsAfter(m_schema, m_store, *commit, m_candidate.Base());
+    auto rows = RowsAfter(m_schema, m_store, *commit, m_store.LastCommit());
     if (!rows) return base::Unexpected(std::move(rows.error()));
     std::set<Place> units = m_candidate.UnitsOf(*rows);
     units.merge(UnitsOfCandidate());
+    {
+        const cdb::Candidate::Reading reading(m_candidate);
+        units.merge(m_candidate.UnitsOf(m_candidate.Since()));
+    }
     auto before = std::make_unique<OwningPatchedView>(Running(), *std::move(rows));
     return Comparison{std::make_unique<UnitsView>(m_candidate, units, std::move(before)),
                       std::make_unique<UnitsView>(m_candidate, units, Candidate())};
@@ -71,7 +75,7 @@ base::expected<Datastore::Comparison, Error> Datastore::ChangesOf(std::uint64_t 
     if (commit == 0)
         return base::Unexpected(
             Error{.tag = ErrorTag::kInvalidValue, .message = "there is no commit 0; the first one is 1"});
-    auto after = RowsAfter(m_schema, m_store, commit, m_candidate.Base());
+    auto after = RowsAfter(m_schema, m_store, commit, m_store.LastCommit());
     if (!after) return base::Unexpected(std::move(after.error()));
     RowPatch own;
     if (auto error = TakeBack(m_schema, m_store, commit, own)) return base::Unexpected(std::move(*error));
