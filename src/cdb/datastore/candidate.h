@@ -115,8 +115,8 @@ public:
         Later since;
     };
     /// Makes the candidate running as it is now, the new base, with these rows in the place of running's; all
-    /// other changes are gone. Returns what was there before, for Restore. On an exception the candidate is as before: RowRefused if
-    /// the schema does not accept a row, FatalError.
+    /// other changes are gone. Returns what was there before, for Restore. On an exception the candidate is
+    /// as before: RowRefused if the schema does not accept a row, FatalError.
     [[nodiscard]] State Replace(const RowPatch& rows);
     void Restore(State state);
 

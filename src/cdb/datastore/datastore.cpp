@@ -144,10 +144,9 @@ std::set<Place> Datastore::UnitsOfCandidate() const
 
 std::unique_ptr<RowView> Datastore::DirtyRows(Which which) const
 {
-    return std::make_unique<UnitsView>(m_candidate, UnitsOfCandidate(),
-                                       which == Which::kRunning
-                                           ? std::make_unique<BaseView>(m_candidate)
-                                           : Candidate());
+    return std::make_unique<UnitsView>(
+        m_candidate, UnitsOfCandidate(),
+        which == Which::kRunning ? std::make_unique<BaseView>(m_candidate) : Candidate());
 }
 
 std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOperation operation,

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The running and candidate datastores. Running is the store's content; the candidate is running as of one
 // commit, its base, and, in memory, the units that edits have changed since. There may be several of these
-// objects on one store, each with a candidate of its own; a commit of one leaves the others' candidates as they
-// are, and carries its own changes over where running has moved on from its base. Every operation costs in proportion to what it touches,
-// not to the configuration. Knows no session and no lock. Functions are for one thread at a time, except
-// Running, which any thread may call at any time. Functions that read the store throw FatalError if it can't
-// be read.
+// objects on one store, each with a candidate of its own; a commit of one leaves the others' candidates as
+// they are, and carries its own changes over where running has moved on from its base. Every operation costs
+// in proportion to what it touches, not to the configuration. Knows no session and no lock. Functions are for
+// one thread at a time, except Running, which any thread may call at any time. Functions that read the store
+// throw FatalError if it can't be read.
 
 #ifndef CDB_DATASTORE_DATASTORE_H
 #define CDB_DATASTORE_DATASTORE_H
@@ -72,7 +72,8 @@ public:
 
     /// To be called before a request is worked on: makes sure that the candidate's base can be had. Then
     /// nothing below throws for lack of it. `mayMove`: a candidate without changes begins anew with running
-    /// as it is now, but not one of Fork. The error, if what undoes a commit after the base is not kept, names the remedy.
+    /// as it is now, but not one of Fork. The error, if what undoes a commit after the base is not kept,
+    /// names the remedy.
     [[nodiscard]] std::optional<Error> Prepare(bool mayMove);
 
     /// The number of the commit that the candidate began with.
@@ -89,8 +90,9 @@ public:
     [[nodiscard]] std::unique_ptr<RowView> Running() const;
     [[nodiscard]] std::unique_ptr<RowView> Candidate() const;
 
-    /// The rows, but of outermost lists only the entries in which the candidate may differ from running, which
-    /// is here as of the candidate's base: what the two differ in is what this candidate would commit. Valid until the candidate's next change.
+    /// The rows, but of outermost lists only the entries in which the candidate may differ from running,
+    /// which is here as of the candidate's base: what the two differ in is what this candidate would commit.
+    /// Valid until the candidate's next change.
     enum class Which : std::uint8_t { kRunning, kCandidate };
     [[nodiscard]] std::unique_ptr<RowView> DirtyRows(Which which) const;
 
@@ -128,13 +130,14 @@ public:
     /// The change set of a commit now, with the number that it would get, as seen from the base.
     [[nodiscard]] ChangeSet Changes() const;
 
-    /// The rows that the candidate changes of its base, parents before their children: a commit changes these,
-    /// or fewer where running has the change already.
+    /// The rows that the candidate changes of its base, parents before their children: a commit changes
+    /// these, or fewer where running has the change already.
     [[nodiscard]] std::vector<RowChange> ChangedRows() const;
 
-    /// Makes the candidate running: carries it over to running as it is now, validates, writes the store, then
-    /// changes running. On errors, those of Update among them, running and candidate are as before. An empty change set has nothing for subscribers; rows were written then only
-    /// if a default was made explicit, or the reverse.
+    /// Makes the candidate running: carries it over to running as it is now, validates, writes the store,
+    /// then changes running. On errors, those of Update among them, running and candidate are as before. An
+    /// empty change set has nothing for subscribers; rows were written then only if a default was made
+    /// explicit, or the reverse.
     [[nodiscard]] base::expected<Committed, std::vector<Error>> Commit(const CommitInfo& info);
 
     /// Makes the candidate equal to running.

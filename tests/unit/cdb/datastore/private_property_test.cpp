@@ -29,7 +29,8 @@ bool HasItsEntry(const Rows& rows, const std::string& path)
 {
     const auto slash = path.rfind('/');
     const auto brace = path.rfind('}', slash);
-    return slash == std::string::npos || brace == std::string::npos || rows.contains(path.substr(0, brace + 1));
+    return slash == std::string::npos || brace == std::string::npos ||
+           rows.contains(path.substr(0, brace + 1));
 }
 
 /// Nullopt: in conflict.

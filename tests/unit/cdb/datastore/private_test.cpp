@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Candidates of their own: each begins with one commit, and what others commit meanwhile is judged row by row.
+// Candidates of their own: each begins with one commit, and what others commit meanwhile is judged row by
+// row.
 
 #include <gmock/gmock.h>
 
@@ -38,7 +39,8 @@ std::string WithoutEntry(const std::string& element, const std::string& name)
 
 std::string FlowTo(const std::string& collector, const std::string& operation = "")
 {
-    return "<flow-sampling-collector" + operation + "><name>" + collector + "</name></flow-sampling-collector>";
+    return "<flow-sampling-collector" + operation + "><name>" + collector +
+           "</name></flow-sampling-collector>";
 }
 
 const std::string kGoneAttribute = " nc:operation='delete'";
@@ -47,7 +49,8 @@ class PrivateCandidates : public DatastoreTest {
 protected:
     PrivateCandidates()
     {
-        Apply(Sflow(OneCollector("c1") + OneCollector("c2") + OneInterface("eth1", FlowTo("c1")) + OneInterface("eth2")));
+        Apply(Sflow(OneCollector("c1") + OneCollector("c2") + OneInterface("eth1", FlowTo("c1")) +
+                    OneInterface("eth2")));
         m_own = datastore->Fork();
     }
 
@@ -101,7 +104,8 @@ protected:
         return errors.front();
     }
 
-    /// Decides all conflicts for running, and commits what is left. Then nothing differs, also after a restart.
+    /// Decides all conflicts for running, and commits what is left. Then nothing differs, also after a
+    /// restart.
     void TakeRunning(std::size_t conflicts = 1)
     {
         const auto decided = m_own->Update(Datastore::OnConflict::kTakeRunning);
@@ -149,15 +153,17 @@ TEST_F(PrivateCandidates, StayAsTheyBeganWhateverOthersCommit)
 
 TEST_F(PrivateCandidates, AreCarriedOverToRunningAsItIs)
 {
-    EditOwn(OneInterface("eth2", "<polling-interval>5</polling-interval>") + OneInterface("eth1", FlowTo("c2")));
+    EditOwn(OneInterface("eth2", "<polling-interval>5</polling-interval>") +
+            OneInterface("eth1", FlowTo("c2")));
     Others(OneCollector("c3") + "<agent><ipv4>192.0.2.9</ipv4></agent>" + OneInterface("eth1", FlowTo("c3")));
     EXPECT_THAT(m_own->Validate(), IsEmpty());
     EXPECT_THAT(ShownIn(*m_own), Not(HasSubstr("c3")));  // validating has not moved it
     EXPECT_THAT(CommitOwn(), IsEmpty());
     const std::string running = ShownRunning();
     EXPECT_THAT(running, AllOf(HasSubstr("192.0.2.9"), HasSubstr("polling-interval 5")));
-    EXPECT_THAT(running, AllOf(HasSubstr("flow-sampling-collector c1"), HasSubstr("flow-sampling-collector c2"),
-                               HasSubstr("flow-sampling-collector c3")));
+    EXPECT_THAT(running,
+                AllOf(HasSubstr("flow-sampling-collector c1"), HasSubstr("flow-sampling-collector c2"),
+                      HasSubstr("flow-sampling-collector c3")));
     EXPECT_EQ(ShownIn(*m_own), running);
     Open();
     EXPECT_EQ(ShownRunning(), running);
@@ -220,8 +226,7 @@ TEST_F(PrivateCandidates, ALeafThatBothHaveChangedIsInConflict)
     EditOwn(OneInterface("eth4"));
     EXPECT_THAT(Conflict().message, HasSubstr("eth2"));
     TakeRunning();
-    EXPECT_THAT(ShownRunning(),
-                AllOf(HasSubstr("polling-interval 6"), HasSubstr("eth3"), HasSubstr("eth4")));
+    EXPECT_THAT(ShownRunning(), AllOf(HasSubstr("polling-interval 6"), HasSubstr("eth3"), HasSubstr("eth4")));
 }
 
 TEST_F(PrivateCandidates, ACommitBetweenOpeningAndTheFirstEditCounts)
@@ -265,9 +270,8 @@ TEST_F(PrivateCandidates, AnEntryThatBothHaveMadeIsInConflictWhereItDiffers)
 
 TEST_F(PrivateCandidates, AnEntryDeletedHereAndChangedThereIsInConflict)
 {
-    for (const auto& theirs :
-         {OneInterface("eth1", "<polling-interval>6</polling-interval>"),  // its leaf
-          OneInterface("eth1", FlowTo("c2"))}) {                             // more below it
+    for (const auto& theirs : {OneInterface("eth1", "<polling-interval>6</polling-interval>"),  // its leaf
+                               OneInterface("eth1", FlowTo("c2"))}) {  // more below it
         m_own = datastore->Fork();
         EditOwn(WithoutEntry("interface", "eth1"));
         Others(theirs);
@@ -291,8 +295,8 @@ TEST_F(PrivateCandidates, AnEntryDeletedHereOfWhichLessIsLeftIsDeleted)
 
 TEST_F(PrivateCandidates, AnEntryDeletedThereAndChangedHereIsInConflict)
 {
-    for (const auto& mine :
-         {OneInterface("eth1", "<polling-interval>6</polling-interval>"), OneInterface("eth1", FlowTo("c2"))}) {
+    for (const auto& mine : {OneInterface("eth1", "<polling-interval>6</polling-interval>"),
+                             OneInterface("eth1", FlowTo("c2"))}) {
         m_own = datastore->Fork();
         EditOwn(mine + OneInterface("eth7"));
         Others(WithoutEntry("interface", "eth1"));
@@ -446,7 +450,8 @@ TEST_F(PrivateCandidates, AreComparedWithAMoment)
     ASSERT_TRUE(compared);
     // Since the candidate began, eth4 has come and eth2 has gone.
     const auto has = [](cdb::RowView& rows, const std::string& name) {
-        return rows.Get(TheSchema().Table().Find("/config/oam/sflow/interface"), std::vector{name}) != nullptr;
+        return rows.Get(TheSchema().Table().Find("/config/oam/sflow/interface"), std::vector{name}) !=
+               nullptr;
     };
     EXPECT_TRUE(has(*compared->before, "eth4"));
     EXPECT_FALSE(has(*compared->before, "eth2"));
