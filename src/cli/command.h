@@ -71,6 +71,7 @@ struct Call {
     std::ostream& err;         // for warnings
     bool& leave;               // set to end the shell
     bool talks;                // with a person, who is told what was done
+    bool& isPrivate;           // whether the session uses a private candidate
     /// Opens a session for this command alone. Throws netconf::ConnectionError.
     const std::function<std::unique_ptr<netconf::Client>()>& connect;
 };
