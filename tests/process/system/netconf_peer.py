@@ -151,7 +151,7 @@ def check_events(subscriber, connection):
     assert "sampling-rate</target>" in seen[-2], seen
     refused("in-use", subscriber.create_subscription)
     # Requests go on in a session with a subscription, and its events come whoever commits.
-    assert rate_of(subscriber, "running", "eth1") == ["23"]
+    assert rate_of(subscriber, "running", "eth1") == ["25"]
     connection.edit_config(target="candidate", config=sflow("<collector><name>c9</name><ip>192.0.2.9</ip></collector>"))
     connection.commit()
     change = subscriber.take_notification(timeout=30)
@@ -207,6 +207,39 @@ def check_history(connection):
     commit_rate(23)
 
 
+def check_private_candidate(connection, other):
+    """One session's own candidate beside the shared one, and what both have changed."""
+    ns = "urn:switch:yang:switch-private-candidate"
+    assert any(each.startswith(ns + "?") for each in connection.server_capabilities)
+
+    def ask(operation, content=""):
+        return connection.dispatch(etree.fromstring(f'<{operation} xmlns="{ns}">{content}</{operation}>'))
+
+    def set_rate(session, rate):
+        session.edit_config(target="candidate", config=sflow(
+            f"<interface><name>eth1</name><sampling-rate>{rate}</sampling-rate></interface>"))
+
+    ask("open-private-candidate")
+    with connection.locked("candidate"):
+        set_rate(connection, 24)
+        assert rate_of(connection, "candidate", "eth1") == ["24"]
+        assert rate_of(other, "candidate", "eth1") == ["23"]
+        set_rate(other, 25)
+        other.commit()
+        assert rate_of(connection, "candidate", "eth1") == ["24"]
+        error = refused("operation-failed", connection.commit)
+        assert "eth1" in error.path and "sampling-rate" in error.path, error.path
+        assert "eth1" in error.message and "update" in error.message, error.message
+        refused("operation-failed", ask, "update-candidate")
+        # The library raises warnings, too.
+        warning = refused("operation-failed", ask, "update-candidate", "<on-conflict>running</on-conflict>")
+        assert warning.severity == "warning", warning
+        assert rate_of(connection, "candidate", "eth1") == ["25"]
+        connection.commit()
+    ask("close-private-candidate")
+    refused("operation-failed", ask, "close-private-candidate")
+
+
 def check_whole_configurations(connection):
     before = rate_of(connection, "running", "eth1")
     connection.copy_config(source="running", target="candidate")
@@ -259,6 +292,7 @@ def main():
     check_errors(connection, other)
     check_state(connection)
     check_history(connection)
+    check_private_candidate(connection, other)
     check_whole_configurations(connection)
     check_defaults(connection)
     check_monitoring(connection, "netconf-ssh")

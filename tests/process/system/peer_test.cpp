@@ -37,7 +37,7 @@ protected:
             return "UpdateInterface eth1 - - " + std::to_string(rate) + " 2 128 20";
         };
         EXPECT_THAT(TheWorld().ManagerJournal().Until("DeleteCollector c9"),
-                    ElementsAre(update(4711), update(21), update(22), update(21), update(23),
+                    ElementsAre(update(4711), update(21), update(22), update(21), update(23), update(25),
                                 "AddCollector c9 192.0.2.9 6343 1400", "DeleteCollector c9"));
         AwaitSettled();
     }
