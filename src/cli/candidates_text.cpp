@@ -14,8 +14,8 @@ std::string CandidatesText(const lyd_node* state)
     TextTable editors({"Session", "User", "Edits", "Last edit"});
     candidates.ForEach("editor", [&](const lyd_node* node) {
         const Children editor(node);
-        editors.Add(
-            {editor.Value("session-id"), editor.Value("user"), editor.Value("edits"), editor.Time("last-edit")});
+        editors.Add({editor.Value("session-id"), editor.Value("user"), editor.Value("edits"),
+                     editor.Time("last-edit")});
     });
     TextTable own({"Session", "User", "Opened", "Began with commit", "Edits", "Last edit"});
     candidates.ForEach("private", [&](const lyd_node* node) {
@@ -23,9 +23,9 @@ std::string CandidatesText(const lyd_node* state)
         own.Add({each.Value("session-id"), each.Value("user"), each.Time("opened"), each.Value("base-commit"),
                  each.Value("edits"), each.Time("last-edit")});
     });
-    std::string text = editors.Empty()
-                           ? "The shared candidate has no edits.\n"
-                           : "Edits of the shared candidate, which a commit of it takes all:\n" + editors.Text(2);
+    std::string text = editors.Empty() ? "The shared candidate has no edits.\n"
+                                       : "Edits of the shared candidate, which a commit of it takes all:\n" +
+                                             editors.Text(2);
     if (!own.Empty()) text += "\nPrivate candidates:\n" + own.Text(2);
     return text;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which session uses which candidate: the shared one, or a private one of its own; and what the state tells of
-// them. To be used in the loop only; the datastores themselves, where the work on candidates is done.
+// Which session uses which candidate: the shared one, or a private one of its own; and what the state tells
+// of them. To be used in the loop only; the datastores themselves, where the work on candidates is done.
 
 #ifndef AGENT_NETCONF_CANDIDATES_H
 #define AGENT_NETCONF_CANDIDATES_H
@@ -48,7 +48,10 @@ public:
     /// The session's private candidate; null if it has none.
     [[nodiscard]] Private* Find(SessionId session);
 
-    void Open(SessionId session, Private candidate) { m_private.insert_or_assign(session, std::move(candidate)); }
+    void Open(SessionId session, Private candidate)
+    {
+        m_private.insert_or_assign(session, std::move(candidate));
+    }
     /// Returns what there was; null if there was none.
     DatastorePtr Close(SessionId session);
 

@@ -66,8 +66,7 @@ void Operations::ClosePrivateCandidate(const RequestPtr& request)
     if (own == nullptr) return request->Refuse(Failed("this session has no private candidate"));
     std::vector<netconf::RpcError> warnings;
     if (own->edits.count > 0)
-        warnings.push_back(MakeWarning(Plural(own->edits.count, "edit") +
-                                       " of the private candidate that " +
+        warnings.push_back(MakeWarning(Plural(own->edits.count, "edit") + " of the private candidate that " +
                                        (own->edits.count == 1 ? "was" : "were") +
                                        " not committed is dropped"));
     DropPrivate(request->Who().id);

@@ -12,15 +12,19 @@ class PrivateCandidates : public SystemTest {
 protected:
     PrivateCandidates() { TheWorld().Start(scenario::Usual()); }
 
-    static std::string Set(int rate) { return "set oam sflow interface eth1 sampling-rate " + std::to_string(rate); }
+    static std::string Set(int rate)
+    {
+        return "set oam sflow interface eth1 sampling-rate " + std::to_string(rate);
+    }
     std::string Candidate() { return Connect().Call(netconf::GetConfig("candidate")).data; }
 };
 
 TEST_F(PrivateCandidates, AreUsedByOneCallOfTheShell)
 {
     const std::string before = Running();
-    EXPECT_EQ(TheWorld().CliDone("configure private; " + Set(301) + "; compare"),
-              "- oam sflow interface eth1 sampling-rate 1024\n+ oam sflow interface eth1 sampling-rate 301\n");
+    EXPECT_EQ(
+        TheWorld().CliDone("configure private; " + Set(301) + "; compare"),
+        "- oam sflow interface eth1 sampling-rate 1024\n+ oam sflow interface eth1 sampling-rate 301\n");
     // What was not committed is gone with the call, which says so.
     const auto dropped = TheWorld().Cli("configure private; " + Set(301));
     EXPECT_EQ(dropped.status, 0);

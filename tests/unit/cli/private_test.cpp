@@ -41,12 +41,13 @@ std::optional<std::string> DropsEdits(const std::string& operation)
 TEST(PrivateShell, OpensUpdatesAndCloses)
 {
     PrivateFixture test(Ok);
-    EXPECT_TRUE(test.shell.RunAll("configure private; discard; update; update running; configure shared; discard"));
-    EXPECT_THAT(test.peer.Requests(),
-                ElementsAre(kOpen, kDiscard, "<update-candidate" + kPrivate + "></update-candidate>",
-                            "<update-candidate" + kPrivate +
-                                "><on-conflict>running</on-conflict></update-candidate>",
-                            kClose, kDiscard));
+    EXPECT_TRUE(
+        test.shell.RunAll("configure private; discard; update; update running; configure shared; discard"));
+    EXPECT_THAT(
+        test.peer.Requests(),
+        ElementsAre(kOpen, kDiscard, "<update-candidate" + kPrivate + "></update-candidate>",
+                    "<update-candidate" + kPrivate + "><on-conflict>running</on-conflict></update-candidate>",
+                    kClose, kDiscard));
     EXPECT_EQ(test.err.str(), "");
 }
 
@@ -63,7 +64,8 @@ TEST(PrivateShell, TheEndOfTheInputSaysWhatIsDropped)
 {
     for (const bool fails : {false, true}) {
         PrivateFixture test(DropsEdits);
-        EXPECT_EQ(test.shell.RunAll(fails ? "configure private; nonsense; discard" : "configure private"), !fails);
+        EXPECT_EQ(test.shell.RunAll(fails ? "configure private; nonsense; discard" : "configure private"),
+                  !fails);
         EXPECT_THAT(test.peer.Requests(), ElementsAre(kOpen, kClose));
         EXPECT_THAT(test.err.str(), HasSubstr("2 edits are dropped"));
     }
@@ -105,7 +107,8 @@ TEST(PrivateShell, ALostSessionIsSaidToHaveTakenThePrivateCandidateAlong)
     test.shell.Converse(input);
     EXPECT_THAT(test.err.str(), HasSubstr("the private candidate has ended with the session"));
     EXPECT_EQ(test.out.str(), "swcli> swcli (private)> swcli> swcli> \n");
-    EXPECT_THAT(test.peer.Requests(), testing::Contains("<validate><source><candidate/></source></validate>"));
+    EXPECT_THAT(test.peer.Requests(),
+                testing::Contains("<validate><source><candidate/></source></validate>"));
 }
 
 TEST(PrivateShell, ShowsWhoEdits)

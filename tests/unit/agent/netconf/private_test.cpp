@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sessions with private candidates over NETCONF: what each operation works on, locks, conflicts, the end of the
-// session, callpoints, the state, and users with limited rights.
+// Sessions with private candidates over NETCONF: what each operation works on, locks, conflicts, the end of
+// the session, callpoints, the state, and users with limited rights.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -79,7 +79,8 @@ TEST_F(PrivateCandidate, IsWhatTheSessionsOperationsWorkOn)
     EXPECT_THAT(Config(m_own, "candidate"), HasSubstr("c3"));
     EXPECT_EQ(Config(m_other, "candidate"), Config(m_other, "running"));
     EXPECT_THAT(Config(m_own, "running"), Not(HasSubstr("c3")));
-    EXPECT_THAT(m_own.Call(netconf::GetTouched("candidate")).data, AllOf(HasSubstr("c3"), Not(HasSubstr("c1"))));
+    EXPECT_THAT(m_own.Call(netconf::GetTouched("candidate")).data,
+                AllOf(HasSubstr("c3"), Not(HasSubstr("c1"))));
     Do(m_own, netconf::Validate());
     EXPECT_THAT(m_own.Call(netconf::CompareWith({"0", false})).output["after"], HasSubstr("c3"));
     EXPECT_THAT(m_other.Call(netconf::CompareWith({"0", false})).output["after"], Not(HasSubstr("c3")));
@@ -210,7 +211,8 @@ TEST_F(PrivateCandidate, ConflictsAreNamedAndDecided)
     EXPECT_TRUE(updated.errors[0].IsWarning());
     Do(m_own, netconf::Commit());
     const std::string running = Config(m_own, "running");
-    EXPECT_THAT(running, AllOf(HasSubstr("<port>8</port>"), HasSubstr("c2"), HasSubstr("c3"), HasSubstr("c4")));
+    EXPECT_THAT(running,
+                AllOf(HasSubstr("<port>8</port>"), HasSubstr("c2"), HasSubstr("c3"), HasSubstr("c4")));
     m_world.Restart();
     m_own = m_world.Connect();
     EXPECT_EQ(Config(m_own, "running"), running);
