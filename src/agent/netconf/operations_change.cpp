@@ -358,11 +358,14 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
             job->commitTicket.reset();
         });
     }
-    m_services.changes.Do(
-        [datastore = job->datastore, written = std::make_shared<WrittenChanges>(std::move(job->written))] {
-            *written = {};  // freeing a large change takes time
-            datastore->TidyUp();
-        });
+    m_services.changes.Do([this, datastore = job->datastore,
+                           written = std::make_shared<WrittenChanges>(std::move(job->written))] {
+        *written = {};  // freeing a large change takes time
+        datastore->TidyUp();
+        // The shared candidate learns at once what has changed since its base, so that its edits outlive
+        // the history. It does not move: an edit of it may be waiting for a callpoint.
+        static_cast<void>(m_services.datastore.Prepare(false));
+    });
 }
 
 void Operations::DiscardChanges(const RequestPtr& request)

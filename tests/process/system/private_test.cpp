@@ -91,5 +91,34 @@ TEST_F(PrivateCandidates, ConflictInTheShellNamesEntryAndRemedy)
     AwaitSettled();
 }
 
+class PrivateShortHistory : public SystemTest {
+protected:
+    PrivateShortHistory() : SystemTest({{"--history-limit", "2"}}) { TheWorld().Start(scenario::Usual()); }
+};
+
+TEST_F(PrivateShortHistory, ACandidateWhoseBaseIsNotKeptIsDiscarded)
+{
+    auto shared = Connect();
+    auto late = Connect();
+    auto busy = Connect();
+    Do(shared, netconf::EditConfig(Rate("eth1", 601)));
+    Do(late, netconf::OpenPrivateCandidate());
+    Do(late, netconf::EditConfig(Rate("eth1", 602)));
+    Do(busy, netconf::OpenPrivateCandidate());
+    for (unsigned rate = 700; rate < 704; ++rate) {
+        Do(busy, netconf::EditConfig(Rate("eth2", rate)));
+        Do(busy, netconf::Commit());
+    }
+    for (const auto& operation : {netconf::Commit(), netconf::Validate(), netconf::GetConfig("candidate"),
+                                  netconf::EditConfig(Rate("eth1", 603)), netconf::UpdateCandidate()})
+        EXPECT_THAT(Refused(late, operation, "operation-failed").message, HasSubstr("discard")) << operation;
+    Do(late, netconf::DiscardChanges());
+    EXPECT_EQ(late.Call(netconf::GetConfig("candidate")).data, Running());
+    // The shared one has learnt of each commit in time.
+    Do(shared, netconf::Commit());
+    EXPECT_THAT(Running(), AllOf(HasSubstr("<sampling-rate>601<"), HasSubstr("<sampling-rate>703<")));
+    AwaitSettled();
+}
+
 }  // namespace
 }  // namespace system_tests
