@@ -148,6 +148,48 @@ void OneLeafEditValidateDiscard(benchmark::State& state)
 }
 BENCHMARK(OneLeafEditValidateDiscard)->Arg(100)->Arg(1000)->Arg(kMany)->Unit(benchmark::kMicrosecond);
 
+void OneLeafEditDiscard(benchmark::State& state)
+{
+    const auto interfaces = static_cast<int>(state.range(0));
+    const World world(interfaces);
+    const auto edit = Parse(OneLeaf(interfaces / 2, 1000));
+    for (auto _ : state) {
+        world.Edit(edit.get());
+        world.datastore->Discard();
+    }
+}
+BENCHMARK(OneLeafEditDiscard)->Arg(100)->Arg(kMany)->Unit(benchmark::kMicrosecond);
+
+/// The same in a candidate of its own: begun, edited, gone.
+void OneLeafEditInAFork(benchmark::State& state)
+{
+    const auto interfaces = static_cast<int>(state.range(0));
+    const World world(interfaces);
+    const auto edit = Parse(OneLeaf(interfaces / 2, 1000));
+    for (auto _ : state) {
+        const auto own = world.datastore->Fork();
+        if (const auto error = own->Edit(edit.get(), DefaultOperation::kMerge, {}))
+            throw std::runtime_error(error->message);
+    }
+}
+BENCHMARK(OneLeafEditInAFork)->Arg(100)->Arg(kMany)->Unit(benchmark::kMicrosecond);
+
+/// One leaf of a candidate behind which there are `commits` of others, carried over and validated.
+void OneLeafCarriedOver(benchmark::State& state)
+{
+    const World world(kMany);
+    const auto own = world.datastore->Fork();
+    for (int i = 0; i < state.range(0); ++i) {
+        world.Edit(Parse(OneLeaf(i, 2000 + i)).get());
+        world.Commit();
+    }
+    const auto edit = Parse(OneLeaf(kMany / 2, 1000));
+    if (own->Edit(edit.get(), DefaultOperation::kMerge, {})) throw std::runtime_error("the edit is refused");
+    for (auto _ : state)
+        if (!own->Validate().empty()) throw std::runtime_error("a conflict");
+}
+BENCHMARK(OneLeafCarriedOver)->Arg(1)->Arg(100)->Unit(benchmark::kMicrosecond);
+
 void OneLeafEditCommit(benchmark::State& state)
 {
     const auto interfaces = static_cast<int>(state.range(0));

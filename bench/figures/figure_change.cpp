@@ -51,6 +51,33 @@ void MeasureSubscribed(MeasuredSwitch& target, std::size_t runs, Table& table)
     table.AtMost("1 ratio of that to the same without", Median(subscribed) / Median(alone), 1.15, "");
 }
 
+/// One edit of the shared candidate, and opening a private one with the same edit, turn by turn.
+void MeasurePrivate(MeasuredSwitch& target, std::size_t runs, Table& table)
+{
+    std::vector<double> shared;
+    std::vector<double> own;
+    for (std::size_t run = 0; run < runs * 4 + kWarmUp; ++run) {
+        const auto edit = netconf::EditConfig(RateXml((run * 37) % target.Interfaces(), 5000 + run % 1000));
+        const Stopwatch ofShared;
+        target.Do(edit);
+        const double sharedTime = ofShared.Milliseconds();
+        target.Do(netconf::DiscardChanges());
+        const Stopwatch ofOwn;
+        target.Do(netconf::OpenPrivateCandidate());
+        target.Do(edit);
+        const double ownTime = ofOwn.Milliseconds();
+        target.Do(netconf::DiscardChanges());  // else closing warns
+        target.Do(netconf::ClosePrivateCandidate());
+        if (run < kWarmUp) continue;
+        shared.push_back(sharedTime);
+        own.push_back(ownTime);
+    }
+    const std::string size = ", N = " + std::to_string(target.Interfaces());
+    table.Plain("1 one rate edited in the shared candidate" + size, Median(shared), "ms");
+    table.Plain("1 a private candidate opened and the same edited" + size, Median(own), "ms");
+    table.AtMost("1 that beyond the edit of the shared one" + size, Median(own) - Median(shared), 1.0, "ms");
+}
+
 }  // namespace
 
 void MeasureChange(const Settings& settings, Table& table)
@@ -84,6 +111,7 @@ void MeasureChange(const Settings& settings, Table& table)
     MeasureEnabled(small, settings.runs, table);
     MeasureEnabled(large, settings.runs, table);
     MeasureSubscribed(small, settings.runs, table);
+    MeasurePrivate(large, settings.runs, table);
 }
 
 }  // namespace figures

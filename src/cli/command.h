@@ -80,6 +80,7 @@ struct Call {
     bool& leave;               // set to end the shell
     bool talks;                // with a person, who is told what was done
     bool& waits;               // a confirmed commit would be rolled back with the session's end
+    bool& isPrivate;           // whether the session uses a private candidate
     /// Opens a session for this command alone. Throws netconf::ConnectionError.
     const std::function<std::unique_ptr<netconf::Client>()>& connect;
 };

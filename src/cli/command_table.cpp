@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "base/number.h"
+#include "cli/candidates_text.h"
 #include "cli/command.h"
 #include "cli/config_text.h"
 #include "cli/confirm.h"
@@ -217,7 +218,33 @@ void RequestBackup(Call& call) { Request(call, netconf::Backup(call.arguments.te
 
 void ShowHelp(Call& call) { call.out << Help(Commands(), call.arguments.words); }
 
-void Exit(Call& call) { call.leave = true; }
+void ConfigurePrivate(Call& call)
+{
+    Request(call, netconf::OpenPrivateCandidate());
+    call.isPrivate = true;
+}
+
+void ConfigureShared(Call& call)
+{
+    if (!call.isPrivate) return;
+    call.isPrivate = false;
+    Request(call, netconf::ClosePrivateCandidate());
+}
+
+void Update(Call& call) { Request(call, netconf::UpdateCandidate(call.arguments.hasFlag)); }
+
+void ShowCandidates(Call& call)
+{
+    ShowState(call, "<system><candidates xmlns=\"urn:switch:yang:switch-private-candidate\"/></system>",
+              &CandidatesText);
+}
+
+/// Of a shell with a private candidate there is a session then.
+void Exit(Call& call)
+{
+    if (call.isPrivate) return ConfigureShared(call);
+    call.leave = true;
+}
 
 }  // namespace
 
@@ -261,6 +288,15 @@ std::span<const Command> Commands()
                 "Rolls the commit that waits for its confirmation back at once.", kBoth, Forms::kNone, &Cancel},
         Command{"discard", {},
                 "Takes back everything that was edited since the last commit.", kSession, Forms::kNone, &Discard},
+        Command{"configure private", {},
+                "Gives this session a candidate of its own, equal to the running configuration, for all commands from here on.",
+                kSession, Forms::kNone, &ConfigurePrivate},
+        Command{"configure shared", {},
+                "Drops this session's private candidate, and uses the shared one again.", kSession, Forms::kNone,
+                &ConfigureShared},
+        Command{"update", {{Kind::kFlag, "running", true}},
+                "Takes what others have committed into the candidate; with running, also in the place of what was edited here.",
+                kSession, Forms::kNone, &Update},
         Command{"rollback", {{Kind::kName, "N|CHECKPOINT"}},
                 "Makes the candidate the configuration of N commits ago (0: the running one, 1: as before the last commit), or of a checkpoint.",
                 kSession, Forms::kNone, &RollBack},
@@ -280,6 +316,8 @@ std::span<const Command> Commands()
                 "Shows the processes that are connected to the database, and those that miss commits.", kBoth, Forms::kState, &ShowProcesses},
         Command{"show system faults", {},
                 "Shows the faults that processes reported.", kBoth, Forms::kState, &ShowFaults},
+        Command{"show system candidates", {},
+                "Shows who has edited the shared candidate, and who has a private one.", kBoth, Forms::kState, &ShowCandidates},
         Command{"show version", {},
                 "Shows the versions of this shell, of the database and of the processes that are connected to it.", kBoth, Forms::kState, &ShowVersion},
         Command{"monitor events", {{Kind::kText, "since TIME", true}},
@@ -299,7 +337,7 @@ std::span<const Command> Commands()
                 "Deletes a checkpoint.", kSession, Forms::kNone, &RequestDeleteCheckpoint},
         Command{"help", {{Kind::kCommand, "COMMAND...", true}},
                 "Lists the commands that begin with these words.", kNothing, Forms::kNone, &ShowHelp},
-        Command{"exit", {}, "Ends the shell.", kNothing, Forms::kNone, &Exit},
+        Command{"exit", {}, "Drops a private candidate as configure shared does, else ends the shell.", kNothing, Forms::kNone, &Exit},
     };
     // clang-format on
     return kCommands;

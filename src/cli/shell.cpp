@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t kLongestQuoted = 120;
 constexpr std::string_view kPrompt = "swcli> ";
+constexpr std::string_view kPrivatePrompt = "swcli (private)> ";
 
 /// The command as messages name it: one line, cut to kLongestQuoted bytes.
 std::string Named(std::string_view command)
@@ -42,6 +43,7 @@ bool Shell::Run(std::string_view command, std::string_view where, bool mayHaveCo
         m_session.reset();  // the next command connects again
         m_waits = false;
         problem = error.what();
+        if (std::exchange(m_private, false)) problem += "; the private candidate has ended with the session";
     } catch (const std::exception& error) {
         problem = error.what();
     }
@@ -60,19 +62,23 @@ bool Shell::RunAll(std::string_view commands)
         m_err << "error: " << error.what() << std::endl;
         return false;
     }
+    bool done = true;
     for (const std::string& command : list) {
-        if (m_left) break;
-        if (!Run(command)) return false;
+        if (m_left || !done) break;
+        done = Run(command);
     }
-    return true;
+    ClosePrivate();
+    return done;
 }
 
 bool Shell::RunLines(std::istream& input, std::string_view name)
 {
     std::string line;
-    for (std::size_t number = 1; !m_left && std::getline(input, line); ++number)
-        if (!Run(line, std::string(name) + ":" + std::to_string(number), true)) return false;
-    if (!input.bad()) return true;
+    bool done = true;
+    for (std::size_t number = 1; done && !m_left && std::getline(input, line); ++number)
+        done = Run(line, std::string(name) + ":" + std::to_string(number), true);
+    ClosePrivate();
+    if (!done || !input.bad()) return done;
     m_err << "error: can't read " << name << " to its end" << std::endl;
     return false;
 }
@@ -81,13 +87,21 @@ void Shell::Converse(std::istream& input)
 {
     m_talks = true;
     std::string line;
-    while (!m_left && m_out << kPrompt << std::flush && std::getline(input, line)) Run(line, {}, true);
+    while (!m_left && m_out << (m_private ? kPrivatePrompt : kPrompt) << std::flush &&
+           std::getline(input, line))
+        Run(line, {}, true);
     if (!m_left) m_out << '\n';
     if (m_waits)
         m_err << "warning: what still waits for its confirmation is rolled back now, as this session ends; "
                  "\"commit "
                  "confirmed SECONDS persist ID\" outlives it"
               << std::endl;
+    ClosePrivate();
+}
+
+void Shell::ClosePrivate()
+{
+    if (m_private) Run("configure shared");
 }
 
 void Shell::Execute(std::string_view command)
@@ -107,6 +121,7 @@ void Shell::Execute(std::string_view command)
               m_left,
               m_talks,
               m_waits,
+              m_private,
               m_environment.connect};
     invocation.command->run(call);
 }

@@ -46,6 +46,8 @@ public:
 private:
     bool Run(std::string_view command, std::string_view where, bool mayHaveComment);
     void Execute(std::string_view command);
+    /// At the end of the input: closes a private candidate, so that what it drops is said.
+    void ClosePrivate();
 
     std::span<const Command> m_commands;
     Environment m_environment;
@@ -54,8 +56,9 @@ private:
     std::unique_ptr<netconf::Client> m_session;
     const ly_ctx* m_yang = nullptr;
     bool m_left = false;
-    bool m_talks = false;  // with a person
-    bool m_waits = false;  // a confirmed commit would be rolled back with the session's end
+    bool m_talks = false;    // with a person
+    bool m_waits = false;    // a confirmed commit would be rolled back with the session's end
+    bool m_private = false;  // the session uses a private candidate
 };
 
 }  // namespace cli

@@ -8,6 +8,7 @@ namespace netconf {
 namespace {
 
 constexpr std::string_view kSystem = "urn:switch:yang:switch-system";
+constexpr std::string_view kPrivate = "urn:switch:yang:switch-private-candidate";
 
 void AppendFilter(std::string& out, std::optional<std::string_view> filter)
 {
@@ -152,6 +153,23 @@ std::string DeleteCheckpoint(std::string_view name)
     std::string content;
     AppendElement(content, "name", name);
     return OfHistory("delete-checkpoint", content);
+}
+
+std::string OpenPrivateCandidate()
+{
+    return "<open-private-candidate xmlns=\"" + std::string(kPrivate) + "\"/>";
+}
+
+std::string ClosePrivateCandidate()
+{
+    return "<close-private-candidate xmlns=\"" + std::string(kPrivate) + "\"/>";
+}
+
+std::string UpdateCandidate(bool takeRunning)
+{
+    std::string out = "<update-candidate xmlns=\"" + std::string(kPrivate) + "\">";
+    if (takeRunning) AppendElement(out, "on-conflict", "running");
+    return out + "</update-candidate>";
 }
 
 std::string HaTransition(std::string_view role) { return OfSystem("ha-transition", "role", role); }

@@ -72,6 +72,11 @@ std::string CommitChanges(std::string_view commit);
 std::string SetCheckpoint(std::string_view name, bool replace = false);
 std::string DeleteCheckpoint(std::string_view name);
 
+std::string OpenPrivateCandidate();
+std::string ClosePrivateCandidate();
+/// `takeRunning`: decides conflicts for running, instead of being refused.
+std::string UpdateCandidate(bool takeRunning = false);
+
 }  // namespace netconf
 
 #endif

@@ -44,6 +44,7 @@ Operations::Operations(Services services)
     : m_services(std::move(services)),
       m_dataSchema(m_services.schema),
       m_confirmed(m_services.timers, m_services.events, [this] { RollBackDue(); }),
+      m_candidates(m_services.datastore),
       m_queue(m_services.loop),
       m_commits(m_services.loop)
 {
@@ -59,6 +60,7 @@ Operations::Handler Operations::Find(const lyd_node* operation)
     constexpr std::string_view kBase = "ietf-netconf";
     constexpr std::string_view kSystem = "switch-system";
     constexpr std::string_view kHistory = "switch-history";
+    constexpr std::string_view kPrivate = "switch-private-candidate";
     static const std::array kRows{
         Row{kBase, "get", &Operations::Get},
         Row{kBase, "get-config", &Operations::GetConfig},
@@ -85,6 +87,9 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{kHistory, "commit-changes", &Operations::CommitChanges},
         Row{kHistory, "checkpoint", &Operations::SetCheckpoint},
         Row{kHistory, "delete-checkpoint", &Operations::DeleteCheckpoint},
+        Row{kPrivate, "open-private-candidate", &Operations::OpenPrivateCandidate},
+        Row{kPrivate, "close-private-candidate", &Operations::ClosePrivateCandidate},
+        Row{kPrivate, "update-candidate", &Operations::UpdateCandidate},
     };
     const std::string_view module = operation->schema->module->name;
     const std::string_view name = operation->schema->name;
@@ -123,6 +128,7 @@ void Operations::InTurn(const RequestPtr& request, std::function<void(const Seri
 
 bool Operations::RefuseLocked(const RequestPtr& request, Target target)
 {
+    if (target == Target::kCandidate && m_candidates.Find(request->Who().id) != nullptr) return false;
     const auto holder = m_locks.HeldByOther(target, request->Who().id);
     if (!holder) return false;
     request->Refuse(MakeError(Layer::kProtocol, cdb::ErrorTag::kInUse,
@@ -143,6 +149,8 @@ void Operations::Lock(const RequestPtr& request)
 {
     const auto named = TargetOf(request->Operation());
     if (!named) return request->Refuse(named.error());
+    if (*named == Target::kCandidate && m_candidates.Find(request->Who().id) != nullptr)
+        return LockPrivate(request);
     InTurn(request, [this, request, target = *named](const SerialQueue::TicketPtr& ticket) {
         if (const auto holder = m_locks.Holder(target))
             return request->Refuse(LockDenied(
@@ -159,7 +167,10 @@ void Operations::Lock(const RequestPtr& request)
         }
         const auto changed = std::make_shared<bool>(false);
         m_services.changes.Do(
-            [this, changed] { *changed = m_services.datastore.Changed(); },
+            [this, changed] {
+                // A base that can't be had is one of a candidate with changes.
+                *changed = m_services.datastore.Prepare(true) || m_services.datastore.Changed();
+            },
             [this, request, ticket, changed] {
                 if (!request->Wanted()) return;
                 // The changes have no known owner: any session may edit a candidate that is not locked.
@@ -176,6 +187,8 @@ void Operations::Unlock(const RequestPtr& request)
 {
     const auto named = TargetOf(request->Operation());
     if (!named) return request->Refuse(named.error());
+    if (*named == Target::kCandidate && m_candidates.Find(request->Who().id) != nullptr)
+        return UnlockPrivate(request);
     InTurn(request, [this, request, target = *named](const SerialQueue::TicketPtr& ticket) {
         const auto holder = m_locks.Holder(target);
         if (holder != request->Who().id) {
@@ -199,6 +212,7 @@ void Operations::ReleaseCandidate(const SerialQueue::TicketPtr& ticket, const st
     m_services.changes.Do([this] { m_services.datastore.Discard(); },
                           [this, ticket, done] {
                               m_locks.Release(Target::kCandidate);
+                              m_candidates.NoteSharedClean();
                               done();
                               m_services.changes.Do([this] { m_services.datastore.TidyUp(); });
                           });
@@ -232,7 +246,8 @@ void Operations::KillSession(const RequestPtr& request)
 void Operations::SessionEnded(std::uint32_t session)
 {
     // The edit, and its turn, end with its session.
-    if (m_asked.cancel && m_asked.session == session) std::exchange(m_asked, {}).cancel();
+    if (const auto asked = m_asked.extract(session)) asked.mapped()();
+    DropPrivate(session);
     m_confirmed.SessionEnded(session);
     // In turn, because the lock covers an edit of the session that may be under way.
     m_queue.Push([this, session](const SerialQueue::TicketPtr& ticket) {

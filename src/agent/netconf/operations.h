@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Carries out NETCONF's operations (RFC 6241, sections 7 and 8) and those of the modules switch-system and
-// switch-history.
+// Carries out NETCONF's operations (RFC 6241, sections 7 and 8) and those of the modules switch-system,
+// switch-history and switch-private-candidate.
 
 #ifndef AGENT_NETCONF_OPERATIONS_H
 #define AGENT_NETCONF_OPERATIONS_H
@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,7 @@
 #include "agent/data/filter_plan.h"
 #include "agent/events/events.h"
 #include "agent/netconf/answer_room.h"
+#include "agent/netconf/candidates.h"
 #include "agent/netconf/confirmed_commit.h"
 #include "agent/netconf/request.h"
 #include "agent/netconf/workbench.h"
@@ -89,7 +91,7 @@ public:
         base::Timers& timers;
         const cdb::Schema& schema;
         cdb::Store& store;
-        cdb::Datastore& datastore;
+        cdb::Datastore& datastore;  // with the shared candidate
         const Clients& clients;
         Callpoints& callpoints;
         Delivery& delivery;
@@ -114,6 +116,9 @@ public:
     /// The datastores with their locks.
     [[nodiscard]] std::vector<NetconfFacts::Lock> Datastores() const;
 
+    /// The sessions' candidates, for the state.
+    [[nodiscard]] const Candidates& AllCandidates() const { return m_candidates; }
+
     /// The confirmed commit that waits, for the state.
     [[nodiscard]] std::optional<PendingConfirmation> Unconfirmed() const { return m_confirmed.Facts(); }
 
@@ -121,8 +126,8 @@ public:
     /// be called before any client is admitted.
     void TakeUpConfirmed();
 
-    /// Releases the session's locks. A candidate that it had locked loses its changes. A confirmed commit of
-    /// the session that is not persistent is rolled back.
+    /// Releases the session's locks, and drops its private candidate. A candidate that it had locked loses
+    /// its changes. A confirmed commit of the session that is not persistent is rolled back.
     void SessionEnded(std::uint32_t session);
 
     /// Makes the events of a session that has begun, and of one whose connection has ended.
@@ -159,6 +164,7 @@ private:
     void PlanEdit(const EditJobPtr& job);
     void AskCallpoints(const EditJobPtr& job);
     void ApplyEdit(const EditJobPtr& job);
+    void AnswerEdit(const EditJobPtr& job);
     struct CommitJob;
     using CommitJobPtr = std::shared_ptr<CommitJob>;
     void WriteCommit(const CommitJobPtr& job);
@@ -183,6 +189,16 @@ private:
     bool RefuseUnconfirmed(const RequestPtr& request, const std::optional<std::string>& persistId);
     /// The same for a request that needs one, and has its persist-id in it.
     bool RefuseNoneWaits(const RequestPtr& request);
+    // operations_private.cpp
+    void OpenPrivateCandidate(const RequestPtr& request);
+    void ClosePrivateCandidate(const RequestPtr& request);
+    void UpdateCandidate(const RequestPtr& request);
+    void LockPrivate(const RequestPtr& request);
+    void UnlockPrivate(const RequestPtr& request);
+    void DropPrivate(std::uint32_t session);
+    /// Runs the work in the request's turn with the candidate that its session uses. A private one is used by
+    /// this session alone: the work begins at once, without a ticket.
+    void OnCandidate(const RequestPtr& request, std::function<void(const SerialQueue::TicketPtr&)> work);
 
     // operations_session.cpp
     void Lock(const RequestPtr& request);
@@ -212,7 +228,7 @@ private:
     /// Answers with the two configurations, or refuses. `compare` is called beside the loop.
     void AnswerComparison(const RequestPtr& request, const Compare& compare);
 
-    /// Runs the work in the request's turn with the candidate, unless its session has ended by then.
+    /// Runs the work in the request's turn with the shared candidate, unless its session has ended by then.
     void InTurn(const RequestPtr& request, std::function<void(const SerialQueue::TicketPtr&)> work);
 
     /// Refuses the request, and returns true, if its user may not execute it.
@@ -222,21 +238,17 @@ private:
     static void RefuseDatastore(const RequestPtr& request, std::string_view operation,
                                 std::string_view offered);
 
-    /// Refuses the request, and returns true, if another session has locked the datastore.
+    /// Refuses the request, and returns true, if another session has locked the datastore. A private
+    /// candidate is locked by no other session.
     bool RefuseLocked(const RequestPtr& request, Target target);
-
-    /// The inquiry that an edit waits for; null if none does.
-    struct Asked {
-        std::uint32_t session = 0;
-        Callpoints::Cancel cancel;
-    };
 
     Services m_services;
     DataSchema m_dataSchema;
     Locks m_locks;
     ConfirmedCommit m_confirmed;
-    Asked m_asked;
-    SerialQueue m_queue;    // for the candidate
+    Candidates m_candidates;
+    std::map<std::uint32_t, Callpoints::Cancel> m_asked;  // by session: the inquiry that its edit waits for
+    SerialQueue m_queue;                                  // for the shared candidate
     SerialQueue m_commits;  // a commit keeps its turn until its subscribers have acknowledged
     std::unique_ptr<base::Worker> m_backupWorker;  // made for the first backup
     std::shared_ptr<void> m_backup;                // under way

@@ -77,7 +77,8 @@ std::vector<netconf::RpcError> Warnings(const std::vector<std::string>& texts)
 struct Operations::EditJob {
     RequestPtr request;
     EditOptions options;
-    SerialQueue::TicketPtr ticket;
+    DatastorePtr datastore;
+    SerialQueue::TicketPtr ticket;  // null: of a private candidate
     std::vector<cdb::NewEntry> entries;
     std::vector<cdb::LeafWrite> writes;
     std::vector<cdb::Error> errors;
@@ -86,6 +87,7 @@ struct Operations::EditJob {
 /// A commit under way: written, delivered.
 struct Operations::CommitJob {
     RequestPtr request;
+    DatastorePtr datastore;
     SerialQueue::TicketPtr commitTicket;
     SerialQueue::TicketPtr ticket;  // with the candidate; ends once the commit is written
     cdb::CommitInfo info;
@@ -104,9 +106,10 @@ void Operations::EditConfig(const RequestPtr& request)
 {
     const auto options = ReadEdit(request->Operation());
     if (!options) return request->Refuse(options.error());
-    InTurn(request, [this, request, edit = *options](const SerialQueue::TicketPtr& ticket) {
+    OnCandidate(request, [this, request, edit = *options](const SerialQueue::TicketPtr& ticket) {
         if (RefuseLocked(request, Target::kCandidate)) return;
-        PlanEdit(std::make_shared<EditJob>(EditJob{request, edit, ticket, {}, {}, {}}));
+        PlanEdit(std::make_shared<EditJob>(
+            EditJob{request, edit, m_candidates.Of(request->Who().id), ticket, {}, {}, {}}));
     });
 }
 
@@ -114,7 +117,11 @@ void Operations::PlanEdit(const EditJobPtr& job)
 {
     m_services.changes.Do(
         [this, job] {
-            auto& datastore = m_services.datastore;
+            auto& datastore = *job->datastore;
+            if (auto error = datastore.Prepare(true)) {
+                job->errors = {std::move(*error)};
+                return;
+            }
             const EditOptions& options = job->options;
             const AccessGrant& grant = *job->request->Who().access;
             if (!grant.WritesAll())
@@ -132,14 +139,15 @@ void Operations::PlanEdit(const EditJobPtr& job)
         [this, job] {
             if (!job->request->Wanted()) return;
             if (!job->entries.empty()) return AskCallpoints(job);
-            OkOrRefuse(job->request, job->errors);
+            AnswerEdit(job);
         });
 }
 
 void Operations::AskCallpoints(const EditJobPtr& job)
 {
+    const std::uint32_t session = job->request->Who().id;
     auto cancel = m_services.callpoints.Ask(std::move(job->entries), [this, job](Callpoints::Result result) {
-        m_asked = {};
+        m_asked.erase(job->request->Who().id);
         if (!job->request->Wanted()) return;
         if (!result) {
             slog::Error("an edit by {} is refused: {}", job->request->Who().user, result.error().message);
@@ -148,7 +156,7 @@ void Operations::AskCallpoints(const EditJobPtr& job)
         job->writes = *std::move(result);
         ApplyEdit(job);
     });
-    m_asked = {job->request->Who().id, std::move(cancel)};
+    if (cancel) m_asked.insert_or_assign(session, std::move(cancel));
 }
 
 void Operations::ApplyEdit(const EditJobPtr& job)
@@ -156,14 +164,28 @@ void Operations::ApplyEdit(const EditJobPtr& job)
     m_services.changes.Do(
         [this, job] {
             const EditOptions& options = job->options;
-            job->errors = m_services.datastore.EditAndTest(options.edit, options.operation, options.test,
-                                                           job->writes, options.onError);
+            auto& datastore = *job->datastore;
+            // The candidate must be the one that was planned for: it does not move.
+            if (auto error = datastore.Prepare(false))
+                job->errors = {std::move(*error)};
+            else
+                job->errors = datastore.EditAndTest(options.edit, options.operation, options.test,
+                                                    job->writes, options.onError);
             job->writes = {};  // there may be many
         },
         [this, job] {
             if (!job->request->Wanted()) return;
-            OkOrRefuse(job->request, job->errors);
+            AnswerEdit(job);
         });
+}
+
+void Operations::AnswerEdit(const EditJobPtr& job)
+{
+    const EditOptions& options = job->options;
+    const bool mayHaveEdited = job->errors.empty() || options.onError == cdb::ErrorOption::kContinue;
+    if (mayHaveEdited && options.test != cdb::TestOption::kTestOnly)
+        m_candidates.NoteEdit(job->request->Who().id, job->request->Who().user, m_services.now());
+    OkOrRefuse(job->request, job->errors);
 }
 
 void Operations::Validate(const RequestPtr& request)
@@ -173,10 +195,11 @@ void Operations::Validate(const RequestPtr& request)
     if (name == "running" || name == "intended") return request->Ok();
     if (name == "config") return ValidateSent(request);
     if (name != "candidate") return RefuseDatastore(request, "validate", "candidate, running or intended");
-    InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
+    OnCandidate(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         const auto errors = std::make_shared<std::vector<cdb::Error>>();
-        m_services.changes.Do([this, errors] { *errors = m_services.datastore.Validate(); },
-                              [this, request, ticket, errors] { OkOrRefuse(request, *errors); });
+        m_services.changes.Do(
+            [errors, datastore = m_candidates.Of(request->Who().id)] { *errors = datastore->Validate(); },
+            [this, request, ticket, errors] { OkOrRefuse(request, *errors); });
     });
 }
 
@@ -215,9 +238,10 @@ void Operations::CopyConfig(const RequestPtr& request)
     if (!content) return request->Refuse(content.error());
     const EditOptions options{cdb::DefaultOperation::kReplace, cdb::TestOption::kSet,
                               cdb::ErrorOption::kWhole, *content};
-    InTurn(request, [this, request, options](const SerialQueue::TicketPtr& ticket) {
+    OnCandidate(request, [this, request, options](const SerialQueue::TicketPtr& ticket) {
         if (RefuseLocked(request, Target::kCandidate)) return;
-        PlanEdit(std::make_shared<EditJob>(EditJob{request, options, ticket, {}, {}, {}}));
+        PlanEdit(std::make_shared<EditJob>(
+            EditJob{request, options, m_candidates.Of(request->Who().id), ticket, {}, {}, {}}));
     });
 }
 
@@ -225,24 +249,30 @@ void Operations::CopyConfig(const RequestPtr& request)
 /// What the user can't read becomes as in running too, since leaving it out would delete it.
 void Operations::CopyRunning(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
+    OnCandidate(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         if (RefuseLocked(request, Target::kCandidate)) return;
         const auto errors = std::make_shared<std::vector<cdb::Error>>();
+        const auto datastore = m_candidates.Of(request->Who().id);
         m_services.changes.Do(
-            [this, request, errors] {
+            [this, request, errors, datastore] {
                 const AccessGrant& grant = *request->Who().access;
-                auto changes = m_services.datastore.ChangedRows();
+                if (auto error = datastore->Prepare(true)) {
+                    errors->push_back(std::move(*error));
+                    return;
+                }
+                auto changes = datastore->ChangedRows();
                 for (cdb::RowChange& change : changes) std::swap(change.before, change.now);
                 if (auto denied = grant.CheckChanges(m_services.schema, changes)) {
                     ++m_services.access.Denied().dataWrites;
                     errors->push_back(std::move(*denied));
                     return;
                 }
-                m_services.datastore.Discard();
+                datastore->Discard();
             },
-            [this, request, ticket, errors] {
+            [this, request, ticket, errors, datastore] {
+                if (errors->empty()) m_candidates.NoteClean(request->Who().id, datastore);
                 OkOrRefuse(request, *errors);
-                m_services.changes.Do([this] { m_services.datastore.TidyUp(); });
+                m_services.changes.Do([datastore] { datastore->TidyUp(); });
             });
     });
 }
@@ -258,6 +288,7 @@ void Operations::Commit(const RequestPtr& request)
             if (RefuseUnconfirmed(request, confirm.persistId)) return;
             const auto job = std::make_shared<CommitJob>();
             job->request = request;
+            job->datastore = m_candidates.Of(request->Who().id);
             job->commitTicket = commitTicket;
             job->ticket = ticket;
             job->info.user = request->Who().user;
@@ -275,15 +306,19 @@ void Operations::WriteCommit(const CommitJobPtr& job)
     m_services.changes.Do(
         [this, job] {
             const AccessGrant& grant = *job->request->Who().access;
+            if (auto error = job->datastore->Prepare(true)) {
+                job->errors = {std::move(*error)};
+                return;
+            }
             if (!grant.WritesAll()) {
-                auto denied = grant.CheckChanges(m_services.schema, m_services.datastore.ChangedRows());
+                auto denied = grant.CheckChanges(m_services.schema, job->datastore->ChangedRows());
                 if (denied) {
                     ++m_services.access.Denied().dataWrites;
                     job->errors = {std::move(*denied)};
                     return;
                 }
             }
-            auto result = m_services.datastore.Commit(job->info);
+            auto result = job->datastore->Commit(job->info);
             if (!result) {
                 job->errors = std::move(result.error());
                 return;
@@ -292,6 +327,7 @@ void Operations::WriteCommit(const CommitJobPtr& job)
             job->written = WriteOut(std::move(result->changes));
         },
         [this, job] {
+            if (job->errors.empty()) m_candidates.NoteClean(job->request->Who().id, job->datastore);
             job->ticket.reset();
             if (job->errors.empty()) return DeliverCommit(job);
             job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
@@ -323,20 +359,26 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
             job->commitTicket.reset();
         });
     }
-    m_services.changes.Do([this, written = std::make_shared<WrittenChanges>(std::move(job->written))] {
+    m_services.changes.Do([this, datastore = job->datastore,
+                           written = std::make_shared<WrittenChanges>(std::move(job->written))] {
         *written = {};  // freeing a large change takes time
-        m_services.datastore.TidyUp();
+        datastore->TidyUp();
+        // The shared candidate learns at once what has changed since its base, so that its edits outlive
+        // the history. It does not move: an edit of it may be waiting for a callpoint.
+        static_cast<void>(m_services.datastore.Prepare(false));
     });
 }
 
 void Operations::DiscardChanges(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
+    OnCandidate(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         if (RefuseLocked(request, Target::kCandidate)) return;
-        m_services.changes.Do([this] { m_services.datastore.Discard(); },
-                              [this, request, ticket] {
+        const auto datastore = m_candidates.Of(request->Who().id);
+        m_services.changes.Do([datastore] { datastore->Discard(); },
+                              [this, request, ticket, datastore] {
+                                  m_candidates.NoteClean(request->Who().id, datastore);
                                   request->Ok();
-                                  m_services.changes.Do([this] { m_services.datastore.TidyUp(); });
+                                  m_services.changes.Do([datastore] { datastore->TidyUp(); });
                               });
     });
 }

@@ -56,7 +56,7 @@ void AppendElement(std::string& out, std::string_view name,
 
 void Operations::RollBack(const RequestPtr& request)
 {
-    InTurn(request, [this, request](const SerialQueue::TicketPtr& ticket) {
+    OnCandidate(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         if (RefuseLocked(request, Target::kCandidate)) return;
         const cdb::Moment moment = MomentOf(request->Operation());
         const auto errors = std::make_shared<std::vector<cdb::Error>>();
@@ -67,25 +67,35 @@ void Operations::RollBack(const RequestPtr& request)
             return denied;
         };
         const bool mayAll = request->Who().access->WritesAll();
+        const auto datastore = m_candidates.Of(request->Who().id);
         m_services.changes.Do(
-            [this, errors, moment, permit, mayAll] {
-                *errors = m_services.datastore.RollBack(moment, mayAll ? cdb::Datastore::Permit() : permit);
+            [datastore, errors, moment, permit, mayAll] {
+                *errors = datastore->RollBack(moment, mayAll ? cdb::Datastore::Permit() : permit);
             },
-            [this, request, ticket, errors, moment] {
-                if (errors->empty())
+            [this, request, ticket, errors, moment, datastore] {
+                if (errors->empty()) {
+                    // What was edited before is gone.
+                    m_candidates.NoteClean(request->Who().id, datastore);
+                    m_candidates.NoteEdit(request->Who().id, request->Who().user, m_services.now());
                     slog::Notice("{}, session {}, has rolled the candidate back: {}", request->Who().user,
                                  request->Who().id, Describe(moment));
+                }
                 OkOrRefuse(request, *errors);
-                m_services.changes.Do([this] { m_services.datastore.TidyUp(); });
+                m_services.changes.Do([datastore] { datastore->TidyUp(); });
             });
     });
 }
 
 void Operations::CompareWith(const RequestPtr& request)
 {
-    AnswerComparison(request, [this, moment = MomentOf(request->Operation())] {
-        return m_services.datastore.CompareWith(moment);
-    });
+    using Result = base::expected<cdb::Datastore::Comparison, cdb::Error>;
+    AnswerComparison(request,
+                     [moment = MomentOf(request->Operation()),
+                      datastore = m_candidates.Of(request->Who().id)]() -> Result {
+                         if (auto error = datastore->Prepare(true))
+                             return base::Unexpected(std::move(*error));
+                         return datastore->CompareWith(moment);
+                     });
 }
 
 void Operations::CommitChanges(const RequestPtr& request)

@@ -160,12 +160,13 @@ void Operations::ReadConfig(const RequestPtr& request, const ReadingPtr& reading
     const bool ofCandidate = reading->ofCandidate;
     const bool touchedOnly = ChildNamed(request->Operation(), "touched-only") != nullptr;
     const bool ofRows = !ofCandidate && !touchedOnly;
-    const auto write = [=, this](std::string& out) {
+    const auto write = [=, this, datastore = m_candidates.Of(request->Who().id)](std::string& out) {
         if (ofRows) return WriteRunning(m_dataSchema, m_services.store, *reading, out);
         if (!reading->configuration) return;
-        const auto& datastore = m_services.datastore;
-        const auto rows = touchedOnly ? datastore.DirtyRows(ofCandidate ? Which::kCandidate : Which::kRunning)
-                                      : datastore.Candidate();
+        if (const auto error = datastore->Prepare(true)) throw cdb::FatalError(error->message);
+        const auto rows = touchedOnly
+                              ? datastore->DirtyRows(ofCandidate ? Which::kCandidate : Which::kRunning)
+                              : datastore->Candidate();
         RowSource source(m_dataSchema, *rows);
         WriteData(m_dataSchema, source, reading->options, out);
     };

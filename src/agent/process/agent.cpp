@@ -119,6 +119,9 @@ Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Stor
     m_state.Provide("/netconf/streams", [this](const lysc_node* streams, StateTree& tree) {
         AddStreams(m_events.Log(), streams, tree);
     });
+    m_state.Provide("/state/system/candidates", [this](const lysc_node* candidates, StateTree& tree) {
+        m_operations.AllCandidates().AddState(candidates, tree);
+    });
     m_delivery.TellStuck([this](const Client& client, std::uint64_t commit) {
         m_events.ProcessStuck(PartyOf(client), commit);
     });

@@ -4,19 +4,64 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
+#include <utility>
 
+#include "cdb/datastore/past.h"
 #include "cdb/datastore/tree_load.h"
 
 namespace cdb {
+namespace {
+
+/// With more rows than this, what undoes later commits is not kept between requests, but read again. So what
+/// others commit takes no memory of each session.
+constexpr std::size_t kKeptRows = 1000;
+
+}  // namespace
 
 Candidate::Reading::Reading(const Candidate& candidate) : m_candidate(candidate)
 {
-    if (m_candidate.m_readings++ == 0) m_candidate.m_running = MakeRowView(m_candidate.m_store);
+    if (m_candidate.m_readings == 0) m_candidate.BeginReading();
+    ++m_candidate.m_readings;
 }
 
 Candidate::Reading::~Reading()
 {
-    if (--m_candidate.m_readings == 0) m_candidate.m_running.reset();
+    if (--m_candidate.m_readings == 0) m_candidate.EndReading();
+}
+
+void Candidate::BeginReading() const
+{
+    if (const auto error = Prepare()) throw FatalError(error->message);
+    auto newest = MakeRowView(m_store);
+    if (m_since.rows.empty()) {
+        m_running = std::move(newest);
+        return;
+    }
+    m_newestRows = std::move(newest);
+    m_running = std::make_unique<PatchedView>(*m_newestRows, m_since.rows);
+}
+
+void Candidate::EndReading() const
+{
+    m_running.reset();
+    m_newestRows.reset();
+    if (m_since.rows.size() > kKeptRows) m_since = {};
+}
+
+std::optional<Error> Candidate::Prepare() const
+{
+    const std::uint64_t newest = m_store.LastCommit();
+    const std::uint64_t known = std::max(m_base, m_since.newest);
+    if (newest == known) return std::nullopt;
+    auto rows = RowsAfter(m_schema, m_store, known, newest);
+    if (!rows)
+        return Error{.tag = ErrorTag::kOperationFailed,
+                     .message = "this candidate began with commit " + std::to_string(m_base) +
+                                ", which can't be looked at any more: " + rows.error().message +
+                                "; discard the candidate's changes"};
+    m_since.rows.merge(*rows);  // of a row that is there already, the older state stays
+    m_since.newest = newest;
+    return std::nullopt;
 }
 
 Candidate::Candidate(const Schema& schema, const Store& store) : m_schema(schema), m_store(store)
@@ -121,8 +166,8 @@ TreePtr Candidate::Reset()
     TreePtr before = std::move(m_tree);
     m_units.clear();
     m_tree = EmptyTree(m_schema);
-    const auto snapshot = m_store.Read();
-    m_base = snapshot.Commit();
+    m_base = m_store.Read().Commit();
+    m_since = {};
     const Reading reading(*this);
     LoadTrunk(m_schema, m_tree.get(), *m_running);
     return before;
@@ -145,25 +190,36 @@ lyd_node* Candidate::ParentIn(lyd_node* tree, NodeId list) const
 
 Candidate::State Candidate::Replace(const RowPatch& rows)
 {
-    const Reading reading(*this);
-    PatchedView patched(*m_running, rows);
-    TreePtr tree = EmptyTree(m_schema);
-    LoadTrunk(m_schema, tree.get(), patched);
-    DirtySet units;
-    for (const Place& place : UnitsOf(rows)) {
-        Unit unit;
-        if (const Row* row = patched.Get(place.node, place.keys))
-            unit.node = Load(place, Row(*row), patched, tree.get());
-        unit.inRunning = m_running->Get(place.node, place.keys) != nullptr;
-        if (unit.node != nullptr || unit.inRunning) units.emplace(place, unit);
+    State before{{}, {}, std::exchange(m_base, m_store.LastCommit()), std::exchange(m_since, {})};
+    try {
+        const Reading reading(*this);
+        PatchedView patched(*m_running, rows);
+        TreePtr tree = EmptyTree(m_schema);
+        LoadTrunk(m_schema, tree.get(), patched);
+        DirtySet units;
+        for (const Place& place : UnitsOf(rows)) {
+            Unit unit;
+            if (const Row* row = patched.Get(place.node, place.keys))
+                unit.node = Load(place, Row(*row), patched, tree.get());
+            unit.inRunning = m_running->Get(place.node, place.keys) != nullptr;
+            if (unit.node != nullptr || unit.inRunning) units.emplace(place, unit);
+        }
+        before.tree = std::exchange(m_tree, std::move(tree));
+        before.units = std::exchange(m_units, std::move(units));
+    } catch (...) {
+        m_base = before.base;
+        m_since = std::move(before.since);
+        throw;
     }
-    return {std::exchange(m_tree, std::move(tree)), std::exchange(m_units, std::move(units))};
+    return before;
 }
 
 void Candidate::Restore(State state)
 {
     m_tree = std::move(state.tree);
     m_units = std::move(state.units);
+    m_base = state.base;
+    m_since = std::move(state.since);
 }
 
 std::set<Place> Candidate::UnitsOf(const RowPatch& rows) const

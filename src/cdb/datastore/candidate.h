@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The candidate as a libyang tree, sparse: it has the trunk, that is the containers and leaves outside of
 // lists, and the dirty units, that is entries of outermost lists which an edit has named. A unit is loaded
-// from the store's rows when an edit first names it; clean units are as in running. Knows no edit and no
-// commit. Used by the files of the datastore.
+// from the store's rows when an edit first names it; clean units are as in running. Running means here the
+// running datastore as of one commit, the base: where others have committed since, their commits are seen
+// through what undoes them. Knows no edit and no commit. Used by the files of the datastore.
 
 #ifndef CDB_DATASTORE_CANDIDATE_H
 #define CDB_DATASTORE_CANDIDATE_H
@@ -11,11 +12,13 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <vector>
 
 #include "cdb/datastore/patched_view.h"
 #include "cdb/datastore/tree.h"
+#include "cdb/model/error.h"
 #include "cdb/rows/row_view.h"
 
 namespace cdb {
@@ -31,9 +34,10 @@ public:
     /// Begins equal to running. Both must outlive it. Throws FatalError.
     Candidate(const Schema& schema, const Store& store);
 
-    /// While a Reading lives, running is read as of one commit. They nest.
+    /// While a Reading lives, running is read as of the base. They nest.
     class Reading {
     public:
+        /// Throws FatalError if the rows of the base can't be had (Prepare).
         explicit Reading(const Candidate& candidate);
         ~Reading();
         Reading(const Reading&) = delete;
@@ -52,8 +56,18 @@ public:
     /// Running's rows. Only while a Reading lives.
     [[nodiscard]] RowView& Running() const { return *m_running; }
 
-    /// The number of running's commit.
+    /// The number of the commit that the candidate began with.
     [[nodiscard]] std::uint64_t Base() const { return m_base; }
+
+    /// Whether there are commits after the base.
+    [[nodiscard]] bool IsBehind() const { return m_store.LastCommit() != m_base; }
+
+    /// Learns what the commits after the base have changed, at the cost of what is new since the last time.
+    /// The error, if that is not kept in the history, names the remedy.
+    [[nodiscard]] std::optional<Error> Prepare() const;
+
+    /// The rows that commits after the base have changed, as they were. Only while a Reading lives.
+    [[nodiscard]] const RowPatch& Since() const { return m_since.rows; }
 
     [[nodiscard]] bool IsUnit(const lysc_node* node) const;
     [[nodiscard]] bool IsTrunk(const lysc_node* node) const;
@@ -83,18 +97,26 @@ public:
     void Hide(const Place& place) { m_units[place] = {nullptr, true}; }
     void Show(const Place& place) { m_units.erase(place); }
 
-    /// Makes the candidate equal to running. Returns the old tree, since freeing a large one takes time.
-    /// Throws FatalError.
+    /// Makes the candidate equal to running as it is now, which becomes the base. Returns the old tree, since
+    /// freeing a large one takes time. Throws FatalError.
     [[nodiscard]] TreePtr Reset();
+
+    /// The commits after the base: what undoes them, up to this commit. Empty: not looked at.
+    struct Later {
+        std::uint64_t newest = 0;
+        RowPatch rows;
+    };
 
     /// What edits have made of it.
     struct State {
         TreePtr tree;
         DirtySet units;
+        std::uint64_t base = 0;
+        Later since;
     };
-    /// Makes the candidate running with these rows in the place of running's; all other changes are gone.
-    /// Returns what was there before, for Restore. On an exception the candidate is as before: RowRefused if
-    /// the schema does not accept a row, FatalError.
+    /// Makes the candidate running as it is now, the new base, with these rows in the place of running's; all
+    /// other changes are gone. Returns what was there before, for Restore. On an exception the candidate is
+    /// as before: RowRefused if the schema does not accept a row, FatalError.
     [[nodiscard]] State Replace(const RowPatch& rows);
     void Restore(State state);
 
@@ -106,6 +128,8 @@ private:
     lyd_node* Load(const Place& place, const Row& row, RowView& rows, lyd_node* tree) const;
     [[nodiscard]] lyd_node* ParentIn(lyd_node* tree, NodeId list) const;
     [[nodiscard]] bool HasUnits(NodeId list) const;
+    void BeginReading() const;
+    void EndReading() const;
 
     const Schema& m_schema;
     const Store& m_store;
@@ -113,6 +137,8 @@ private:
     TreePtr m_tree;
     DirtySet m_units;
     std::uint64_t m_base = 0;
+    mutable Later m_since;
+    mutable std::unique_ptr<RowView> m_newestRows;  // below m_running, where that is another one
     mutable std::unique_ptr<RowView> m_running;
     mutable int m_readings = 0;
 };

@@ -35,6 +35,25 @@ private:
     Row m_row;
 };
 
+/// Running as of the candidate's base. Valid until the candidate changes.
+class BaseView final : public RowView {
+public:
+    explicit BaseView(const Candidate& candidate) : m_candidate(candidate), m_reading(candidate) {}
+
+    const Row* Get(NodeId node, std::span<const std::string> keys) override
+    {
+        return m_candidate.Running().Get(node, keys);
+    }
+    void ForEach(NodeId list, std::span<const std::string> parentKeys, const EntryVisit& visit) override
+    {
+        m_candidate.Running().ForEach(list, parentKeys, visit);
+    }
+
+private:
+    const Candidate& m_candidate;
+    const Candidate::Reading m_reading;
+};
+
 /// Restricts other rows to the trunk and these units.
 class UnitsView final : public RowView {
 public:

@@ -50,6 +50,11 @@ Datastore::Datastore(const Schema& schema, Store& store)
 {
 }
 
+Datastore::Datastore(const Schema& schema, Store& store, const Validator& validator)
+    : m_schema(schema), m_store(store), m_validator(validator), m_candidate(schema, store), m_follows(false)
+{
+}
+
 const Schema& Datastore::TakeOver()
 {
     const SchemaTable before = m_store.Schema();
@@ -105,7 +110,7 @@ std::optional<Error> Datastore::Write(Difference& difference, const CommitInfo& 
 
 std::optional<Error> Datastore::NotePending(const CommitInfo& info)
 {
-    const auto pending = PendingAfter(info, m_candidate.Base());
+    const auto pending = PendingAfter(info, m_store.LastCommit());
     return pending == m_store.Pending() ? std::nullopt : m_store.SetPending(pending);
 }
 
@@ -154,8 +159,9 @@ std::set<Place> Datastore::UnitsOfCandidate() const
 
 std::unique_ptr<RowView> Datastore::DirtyRows(Which which) const
 {
-    return std::make_unique<UnitsView>(m_candidate, UnitsOfCandidate(),
-                                       which == Which::kRunning ? Running() : Candidate());
+    return std::make_unique<UnitsView>(
+        m_candidate, UnitsOfCandidate(),
+        which == Which::kRunning ? std::make_unique<BaseView>(m_candidate) : Candidate());
 }
 
 std::vector<NewEntry> Datastore::EntriesToCreate(const lyd_node* edit, DefaultOperation operation,
@@ -203,7 +209,7 @@ bool Datastore::Changed() const
     return Differs(m_schema, m_candidate);
 }
 
-std::vector<Error> Datastore::Validate()
+std::vector<Error> Datastore::Check()
 {
     if (m_isVerified) return {};
     const cdb::Candidate::Reading reading(m_candidate);
@@ -237,14 +243,22 @@ std::vector<RowChange> Datastore::ChangedRows() const
 
 base::expected<Committed, std::vector<Error>> Datastore::Commit(const CommitInfo& info)
 {
-    if (auto errors = Validate(); !errors.empty()) return base::Unexpected(std::move(errors));
+    std::optional<Before> before;
+    auto errors = CarryOver(OnConflict::kRefuse, before);
+    if (errors.empty()) errors = CheckCarriedOver(before);
     Difference difference;
-    {
+    if (errors.empty()) {
         const cdb::Candidate::Reading reading(m_candidate);
         difference = Compare(m_schema, m_candidate);
     }
-    auto error = difference.rows.empty() ? NotePending(info) : Write(difference, info);
-    if (error) return base::Unexpected(std::vector<Error>{std::move(*error)});
+    if (errors.empty())
+        if (auto error = difference.rows.empty() ? NotePending(info) : Write(difference, info))
+            errors.push_back(std::move(*error));
+    if (!errors.empty()) {
+        PutBack(std::move(before));
+        return base::Unexpected(std::move(errors));
+    }
+    if (before) Free(std::move(before->state.tree), before->state.units.size());
     Settle();
     return Committed{{m_candidate.Base(), std::move(difference.root)}, difference.rows.size()};
 }

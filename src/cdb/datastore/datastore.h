@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The running and candidate datastores. Running is the store's content; the candidate is running and, in
-// memory, the units that edits have changed since. Every operation costs in proportion to what it touches,
-// not to the configuration. Knows no session and no lock. Functions are for one thread at a time, except
-// Running, which any thread may call at any time. Functions that read the store throw FatalError if it can't
-// be read.
+// The running and candidate datastores. Running is the store's content; the candidate is running as of one
+// commit, its base, and, in memory, the units that edits have changed since. There may be several of these
+// objects on one store, each with a candidate of its own; a commit of one leaves the others' candidates as
+// they are, and carries its own changes over where running has moved on from its base. Every operation costs
+// in proportion to what it touches, not to the configuration. Knows no session and no lock. Functions are for
+// one thread at a time, except Running, which any thread may call at any time. Functions that read the store
+// throw FatalError if it can't be read.
 
 #ifndef CDB_DATASTORE_DATASTORE_H
 #define CDB_DATASTORE_DATASTORE_H
@@ -67,11 +69,32 @@ public:
     Datastore(const Datastore&) = delete;
     Datastore& operator=(const Datastore&) = delete;
 
+    /// Another one on the same store, whose candidate begins as running is now. Nothing is copied. The same
+    /// thread has to use both, this one has to outlive it.
+    [[nodiscard]] std::unique_ptr<Datastore> Fork() const;
+
+    /// To be called before a request is worked on: makes sure that the candidate's base can be had. Then
+    /// nothing below throws for lack of it. `mayMove`: a candidate without changes begins anew with running
+    /// as it is now, but not one of Fork. The error, if what undoes a commit after the base is not kept,
+    /// names the remedy.
+    [[nodiscard]] std::optional<Error> Prepare(bool mayMove);
+
+    /// The number of the commit that the candidate began with.
+    [[nodiscard]] std::uint64_t Base() const { return m_candidate.Base(); }
+
+    /// Makes running as it is now the candidate's base, and carries the candidate's changes over. What others
+    /// have changed differently since the old base is in conflict: by kRefuse that is an error, and the
+    /// candidate is as before; by kTakeRunning the candidate's changes are gone there, and the result names
+    /// them. Does not validate.
+    enum class OnConflict : std::uint8_t { kRefuse, kTakeRunning };
+    [[nodiscard]] base::expected<std::vector<Error>, std::vector<Error>> Update(OnConflict onConflict);
+
     /// The rows as they are now. The candidate's are valid until its next change.
     [[nodiscard]] std::unique_ptr<RowView> Running() const;
     [[nodiscard]] std::unique_ptr<RowView> Candidate() const;
 
-    /// The rows, but of outermost lists only the entries in which the candidate may differ from running.
+    /// The rows, but of outermost lists only the entries in which the candidate may differ from running,
+    /// which is here as of the candidate's base: what the two differ in is what this candidate would commit.
     /// Valid until the candidate's next change.
     enum class Which : std::uint8_t { kRunning, kCandidate };
     [[nodiscard]] std::unique_ptr<RowView> DirtyRows(Which which) const;
@@ -99,22 +122,25 @@ public:
     /// Whether the candidate differs from running (looks only at the dirty set).
     [[nodiscard]] bool Changed() const;
 
-    /// The candidate's errors, checked in the dirty set and what refers to it. Empty if it is valid.
+    /// The errors that a commit would have: the candidate's, carried over to running as it is now, checked in
+    /// the dirty set and what refers to it. Empty if it is valid. The candidate stays as it is.
     [[nodiscard]] std::vector<Error> Validate();
 
     /// The errors of another configuration, as a whole. `content` as `edit` above, without operations. Asks
     /// no callpoint. Does not look at the candidate, so any thread may call it at any time.
     [[nodiscard]] std::vector<Error> ValidateOther(const lyd_node* content) const;
 
-    /// The change set of a commit now, with the number that it would get.
+    /// The change set of a commit now, with the number that it would get, as seen from the base.
     [[nodiscard]] ChangeSet Changes() const;
 
-    /// The rows that a commit now would change, parents before their children.
+    /// The rows that the candidate changes of its base, parents before their children: a commit changes
+    /// these, or fewer where running has the change already.
     [[nodiscard]] std::vector<RowChange> ChangedRows() const;
 
-    /// Makes the candidate running: validates, writes the store, then changes running. On errors running and
-    /// candidate are as before. An empty change set has nothing for subscribers; rows were written then only
-    /// if a default was made explicit, or the reverse.
+    /// Makes the candidate running: carries it over to running as it is now, validates, writes the store,
+    /// then changes running. On errors, those of Update among them, running and candidate are as before. An
+    /// empty change set has nothing for subscribers; rows were written then only if a default was made
+    /// explicit, or the reverse.
     [[nodiscard]] base::expected<Committed, std::vector<Error>> Commit(const CommitInfo& info);
 
     /// Makes the candidate equal to running.
@@ -135,9 +161,9 @@ public:
     [[nodiscard]] std::vector<Error> RollBack(const Moment& moment, const Permit& permit = {});
 
     /// Makes running what it was after the commit of that number, by a commit of its own, without a question
-    /// to callpoints. What was edited and not committed stays in the candidate, as changes of the new running
-    /// (rebase.h). Returns what Commit does; the errors are those of RowsAfter and Commit, and running and
-    /// candidate are then as before.
+    /// to callpoints. What was edited and not committed stays in the candidate, with the base that it had.
+    /// Returns what Commit does; the errors are those of RollBack and Commit, and running and candidate are
+    /// then as before. Not to be called between an edit's plan and the edit.
     [[nodiscard]] base::expected<Committed, std::vector<Error>> Restore(std::uint64_t commit,
                                                                         const CommitInfo& info);
 
@@ -163,6 +189,24 @@ public:
                                                 std::vector<std::string>& warnings);
 
 private:
+    /// Of Fork.
+    Datastore(const Schema& schema, Store& store, const Validator& validator);
+
+    /// The candidate as it was before it was carried over.
+    struct Before {
+        cdb::Candidate::State state;
+        bool isVerified = false;
+    };
+    /// Carries the candidate over to running as it is now. `before` gets what PutBack needs; nullopt if
+    /// nothing was done. Returns the conflicts, or why nothing can be carried over; unless `before` is there,
+    /// the candidate is as before.
+    std::vector<Error> CarryOver(OnConflict onConflict, std::optional<Before>& before);
+    void PutBack(std::optional<Before> before);
+    /// Validates the candidate as it is.
+    std::vector<Error> Check();
+    /// The same after CarryOver: the errors say that running has moved on.
+    std::vector<Error> CheckCarriedOver(const std::optional<Before>& before);
+
     /// Checks that rows which were written with other modules fit these.
     const Schema& TakeOver();
     void CheckRows();
@@ -182,7 +226,8 @@ private:
     Store& m_store;
     const Validator m_validator;
     cdb::Candidate m_candidate;
-    bool m_isVerified = true;  // the current candidate was validated
+    const bool m_follows = true;  // without changes, the candidate follows running; not of Fork
+    bool m_isVerified = true;     // the current candidate was validated
     std::vector<TreePtr> m_garbage;
 };
 

@@ -13,7 +13,7 @@ namespace cdb {
 
 base::expected<std::uint64_t, Error> Datastore::CommitOf(const Moment& moment) const
 {
-    const std::uint64_t newest = m_candidate.Base();
+    const std::uint64_t newest = m_store.LastCommit();
     if (moment.commit) return *moment.commit;  // RowsAfter says if there is none
     if (moment.back) {
         if (*moment.back <= newest) return newest - *moment.back;
@@ -31,7 +31,7 @@ std::vector<Error> Datastore::RollBack(const Moment& moment, const Permit& permi
 {
     const auto commit = CommitOf(moment);
     if (!commit) return {commit.error()};
-    const auto rows = RowsAfter(m_schema, m_store, *commit, m_candidate.Base());
+    const auto rows = RowsAfter(m_schema, m_store, *commit, m_store.LastCommit());
     if (!rows) return {rows.error()};
     Candidate::State before;
     try {
@@ -44,7 +44,7 @@ std::vector<Error> Datastore::RollBack(const Moment& moment, const Permit& permi
     const bool wasVerified = std::exchange(m_isVerified, false);
     std::vector<Error> errors;
     if (auto denied = permit ? permit(ChangedRows()) : std::nullopt) errors = {std::move(*denied)};
-    if (errors.empty()) errors = Validate();
+    if (errors.empty()) errors = Check();
     if (!errors.empty()) {
         m_candidate.Restore(std::move(before));
         m_isVerified = wasVerified;
@@ -56,35 +56,11 @@ std::vector<Error> Datastore::RollBack(const Moment& moment, const Permit& permi
 
 base::expected<Committed, std::vector<Error>> Datastore::Restore(std::uint64_t commit, const CommitInfo& info)
 {
-    const auto failed = [](Error error) { return base::Unexpected(std::vector<Error>{std::move(error)}); };
-    const auto rows = RowsAfter(m_schema, m_store, commit, m_candidate.Base());
-    if (!rows) return failed(rows.error());
-    RowPatch edits;
-    if (auto changed = ChangedRows(); !changed.empty()) {
-        CandidateView edited(m_schema, m_candidate);
-        const auto running = Running();
-        PatchedView restored(*running, *rows);
-        edits = CarryOver(m_schema.Table(), changed, edited, restored);
-    }
-    Candidate::State before;
-    try {
-        before = m_candidate.Replace(*rows);
-    } catch (const RowRefused& refused) {
-        return failed({.tag = ErrorTag::kOperationFailed,
-                       .message = "the configuration of commit " + std::to_string(commit) +
-                                  " can't be restored: " + refused.what()});
-    }
-    const bool wasVerified = std::exchange(m_isVerified, false);
-    auto made = Commit(info);
-    if (!made) {
-        m_candidate.Restore(std::move(before));
-        m_isVerified = wasVerified;
-        return made;
-    }
-    Free(std::move(before.tree), before.units.size());
-    if (edits.empty()) return made;
-    static_cast<void>(m_candidate.Replace(edits));
-    m_isVerified = false;
+    const auto fork = Fork();
+    if (auto errors = fork->RollBack({.commit = commit}); !errors.empty())
+        return base::Unexpected(std::move(errors));
+    auto made = fork->Commit(info);
+    if (made) static_cast<void>(Prepare(true));  // its commit is in the history
     return made;
 }
 
@@ -92,10 +68,14 @@ base::expected<Datastore::Comparison, Error> Datastore::CompareWith(const Moment
 {
     const auto commit = CommitOf(moment);
     if (!commit) return base::Unexpected(commit.error());
-    auto rows = RowsAfter(m_schema, m_store, *commit, m_candidate.Base());
+    auto rows = RowsAfter(m_schema, m_store, *commit, m_store.LastCommit());
     if (!rows) return base::Unexpected(std::move(rows.error()));
     std::set<Place> units = m_candidate.UnitsOf(*rows);
     units.merge(UnitsOfCandidate());
+    {
+        const cdb::Candidate::Reading reading(m_candidate);
+        units.merge(m_candidate.UnitsOf(m_candidate.Since()));
+    }
     auto before = std::make_unique<OwningPatchedView>(Running(), *std::move(rows));
     return Comparison{std::make_unique<UnitsView>(m_candidate, units, std::move(before)),
                       std::make_unique<UnitsView>(m_candidate, units, Candidate())};
@@ -106,7 +86,7 @@ base::expected<Datastore::Comparison, Error> Datastore::ChangesOf(std::uint64_t 
     if (commit == 0)
         return base::Unexpected(
             Error{.tag = ErrorTag::kInvalidValue, .message = "there is no commit 0; the first one is 1"});
-    auto after = RowsAfter(m_schema, m_store, commit, m_candidate.Base());
+    auto after = RowsAfter(m_schema, m_store, commit, m_store.LastCommit());
     if (!after) return base::Unexpected(std::move(after.error()));
     RowPatch own;
     if (auto error = TakeBack(m_schema, m_store, commit, own)) return base::Unexpected(std::move(*error));

@@ -141,6 +141,16 @@ std::string Describe(const lyd_node* node)
     return "leaf \"" + name + '"' + (parent != nullptr ? " of " + Describe(parent) : "");
 }
 
+std::string Describe(const SchemaTable& table, const RowKey& key)
+{
+    const auto& node = table[key.node];
+    if (node.kind != NodeKind::kList) return "container \"" + node.name + '"';
+    std::string keys;
+    for (auto it = key.keys.end() - static_cast<std::ptrdiff_t>(node.keys.size()); it != key.keys.end(); ++it)
+        keys += (keys.empty() ? "" : " ") + *it;
+    return node.name + " \"" + keys + '"';
+}
+
 std::string DataPath(const lyd_node* node) { return TakeText(lyd_path(node, LYD_PATH_STD, nullptr, 0)); }
 
 std::string DataPath(const SchemaTable& table, const RowKey& key)

@@ -55,6 +55,8 @@ std::string TextOf(const SchemaTable& table, const RowKey& key);
 
 /// As in messages: `interface "eth1"`, `leaf "port" of collector "c1"`.
 std::string Describe(const lyd_node* node);
+/// The same of an entry or container.
+std::string Describe(const SchemaTable& table, const RowKey& key);
 
 /// libyang's data path: "/switch-config:config/switch-oam-sflow:oam/sflow/interface[name='eth1']".
 std::string DataPath(const lyd_node* node);

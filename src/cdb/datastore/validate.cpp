@@ -165,17 +165,6 @@ std::vector<Error> StructureErrors(const Schema& schema, lyd_node* tree)
     return errors;
 }
 
-/// `interface "eth1"`
-std::string DescribeRow(const SchemaTable& table, const RowKey& key)
-{
-    const auto& node = table[key.node];
-    if (node.kind != NodeKind::kList) return "container \"" + node.name + '"';
-    std::string keys;
-    for (auto it = key.keys.end() - static_cast<std::ptrdiff_t>(node.keys.size()); it != key.keys.end(); ++it)
-        keys += (keys.empty() ? "" : " ") + *it;
-    return node.name + " \"" + keys + '"';
-}
-
 /// Makes libyang ignore the references that are checked here. Repeating it has no effect.
 void TakeOverReferences(const Schema& schema)
 {
@@ -289,7 +278,7 @@ private:
         error.appTag = "instance-required";
         error.path = DataPath(m_table, holder) + '/' + leaf.name;
         error.message = "there is no " + m_table[reference.list].name + " \"" + target + "\", which " +
-                        DescribeRow(m_table, referrer) + " refers to as its " + as +
+                        Describe(m_table, referrer) + " refers to as its " + as +
                         "; create it or take the reference out";
         m_errors.push_back(std::move(error));
     }

@@ -237,6 +237,37 @@ def check_confirmed(connection, other):
     connection.commit()
     refused("operation-failed", connection.cancel_commit)
     assert rate_of(connection, "running", "eth1") == ["25"]
+def check_private_candidate(connection, other):
+    """One session's own candidate beside the shared one, and what both have changed."""
+    ns = "urn:switch:yang:switch-private-candidate"
+    assert any(each.startswith(ns + "?") for each in connection.server_capabilities)
+
+    def ask(operation, content=""):
+        return connection.dispatch(etree.fromstring(f'<{operation} xmlns="{ns}">{content}</{operation}>'))
+
+    def set_rate(session, rate):
+        session.edit_config(target="candidate", config=sflow(
+            f"<interface><name>eth1</name><sampling-rate>{rate}</sampling-rate></interface>"))
+
+    ask("open-private-candidate")
+    with connection.locked("candidate"):
+        set_rate(connection, 26)
+        assert rate_of(connection, "candidate", "eth1") == ["26"]
+        assert rate_of(other, "candidate", "eth1") == ["25"]
+        set_rate(other, 27)
+        other.commit()
+        assert rate_of(connection, "candidate", "eth1") == ["26"]
+        error = refused("operation-failed", connection.commit)
+        assert "eth1" in error.path and "sampling-rate" in error.path, error.path
+        assert "eth1" in error.message and "update" in error.message, error.message
+        refused("operation-failed", ask, "update-candidate")
+        # The library raises warnings, too.
+        warning = refused("operation-failed", ask, "update-candidate", "<on-conflict>running</on-conflict>")
+        assert warning.severity == "warning", warning
+        assert rate_of(connection, "candidate", "eth1") == ["27"]
+        connection.commit()
+    ask("close-private-candidate")
+    refused("operation-failed", ask, "close-private-candidate")
 
 
 def check_whole_configurations(connection):
@@ -321,6 +352,7 @@ def main():
     check_state(connection)
     check_history(connection)
     check_confirmed(connection, other)
+    check_private_candidate(connection, other)
     check_whole_configurations(connection)
     check_datastores(connection)
     check_defaults(connection)

@@ -54,7 +54,7 @@ protected:
         EXPECT_THAT(
             TheWorld().ManagerJournal().Until("DeleteCollector c9"),
             ElementsAre(Update(4711), Update(21), Update(22), Update(21), Update(23), Update(24), Update(23),
-                        Update(25), "AddCollector c9 192.0.2.9 6343 1400", "DeleteCollector c9"));
+                        Update(25), Update(27), "AddCollector c9 192.0.2.9 6343 1400", "DeleteCollector c9"));
         AwaitSettled();
     }
 };

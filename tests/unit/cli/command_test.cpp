@@ -80,7 +80,7 @@ TEST(Understand, RefusesWithWhatIsPossible)
     } rows[] = {
         {"nonsense",
          "error: unknown command \"nonsense\"; possible: set, delete, load, show, compare, validate, commit, "
-         "confirm, cancel, discard, rollback, monitor, request, help, exit"},
+         "confirm, cancel, discard, configure, update, rollback, monitor, request, help, exit"},
         {"show",
          "error: the command is not complete; possible: configuration, history, checkpoints, sflow, system, "
          "version"},
@@ -138,7 +138,9 @@ TEST(Help, ListsTheCommandsThatBeginWithTheWords)
               "  show system processes [| json]\n"
               "      Shows the processes that are connected to the database, and those that miss commits.\n"
               "  show system faults [| json]\n"
-              "      Shows the faults that processes reported.\n");
+              "      Shows the faults that processes reported.\n"
+              "  show system candidates [| json]\n"
+              "      Shows who has edited the shared candidate, and who has a private one.\n");
     for (const cli::Command& command : cli::Commands())
         EXPECT_THAT(cli::Help(cli::Commands(), {}), HasSubstr("  " + cli::Usage(command) + "\n"));
     EXPECT_THROW(cli::Help(cli::Commands(), {"roll"}), cli::Error);
