@@ -67,7 +67,7 @@ ConfirmedCommit::ConfirmedCommit(base::Timers& timers, Events& events, std::func
 {
 }
 
-std::optional<netconf::RpcError> ConfirmedCommit::Refusal(std::uint32_t session,
+std::optional<netconf::RpcError> ConfirmedCommit::Refusal(std::uint32_t session, bool writesAll,
                                                           const std::optional<std::string>& persistId) const
 {
     const auto wrong = [](const std::string& why) {
@@ -85,7 +85,7 @@ std::optional<netconf::RpcError> ConfirmedCommit::Refusal(std::uint32_t session,
         if (*persistId != m_pending->persistId) return wrong("this is not the persist-id of " + Name());
         return std::nullopt;
     }
-    if (!m_problem.empty()) return std::nullopt;
+    if (writesAll && !m_problem.empty()) return std::nullopt;
     if (m_owner.session == session) {
         if (!isPersistent) return std::nullopt;
         return wrong(Name() + " is persistent; give its persist-id");
@@ -216,7 +216,7 @@ void ConfirmedCommit::Failed(const std::string& problem)
 {
     if (problem != m_problem)
         slog::Error(
-            "{}, but it can't be rolled back: {}; this is tried again, and a commit by any session keeps "
+            "{}, but it can't be rolled back: {}; this is tried again, and a commit by any operator keeps "
             "the configuration as it is",
             Reason(false), problem);
     m_problem = problem;

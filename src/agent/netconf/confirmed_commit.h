@@ -54,8 +54,8 @@ public:
     [[nodiscard]] bool IsDue() const { return m_due != Due::kNot; }
 
     /// Why the session may not commit, confirm or cancel with this token; nullopt if it may. Nullopt also if
-    /// none waits, but for a token, which then fits nothing.
-    [[nodiscard]] std::optional<netconf::RpcError> Refusal(std::uint32_t session,
+    /// none waits, but for a token, which then fits nothing. `writesAll`: no rule of access binds its user.
+    [[nodiscard]] std::optional<netconf::RpcError> Refusal(std::uint32_t session, bool writesAll,
                                                            const std::optional<std::string>& persistId) const;
     /// The session of the one that waits, if it is another one; 0: no session that is open.
     [[nodiscard]] std::optional<std::uint32_t> OfOther(std::uint32_t session) const;
@@ -80,8 +80,8 @@ public:
     /// It has been rolled back; `by`: who has cancelled it, nullopt: cdbd, because it was due. `commit`: the
     /// commit that has done it; nullopt: nothing was to be undone.
     void RolledBack(const std::optional<SessionParty>& by, std::optional<std::uint64_t> commit);
-    /// It is due and could not be rolled back; tried again later. Any session may commit, confirm or cancel
-    /// meanwhile.
+    /// It is due and could not be rolled back; tried again later. Any session of a user whom no rule of
+    /// access binds may commit, confirm or cancel meanwhile.
     void Failed(const std::string& problem);
 
     /// For the history, at most 255 bytes: why it is rolled back. `cancelled`: on a user's request.

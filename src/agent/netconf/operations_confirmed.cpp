@@ -39,7 +39,8 @@ struct Operations::UndoJob {
 
 bool Operations::RefuseUnconfirmed(const RequestPtr& request, const std::optional<std::string>& persistId)
 {
-    const auto refusal = m_confirmed.Refusal(request->Who().id, persistId);
+    const auto& who = request->Who();
+    const auto refusal = m_confirmed.Refusal(who.id, who.access->WritesAll(), persistId);
     if (refusal) request->Refuse(*refusal);
     return refusal.has_value();
 }

@@ -420,5 +420,22 @@ TEST_F(ConfirmedCommitsOfABoundUser, AreConfirmedWithWhatTheUserMayWriteOnly)
     EXPECT_THAT(Config(m_root, "running"), Not(HasSubstr("192.0.2.7")));
 }
 
+TEST_F(ConfirmedCommitsOfABoundUser, ThatCantBeRolledBackAreNotForTheUserToEnd)
+{
+    Do(m_root, Port(1));
+    Do(m_root, netconf::Commit());
+    BreakUndo(m_world);
+    m_world.Restart();
+    OpenToAll(m_world);
+    auto root = m_world.Connect();
+    const OtherUser other;
+    ASSERT_TRUE(other.Done());
+    auto bound = m_world.Connect();
+    Refused(bound, netconf::Commit(), "in-use");
+    Refused(bound, netconf::ConfirmCommit(), "in-use");
+    EXPECT_NE(m_world.Store().Pending(), std::nullopt);
+    Do(root, netconf::ConfirmCommit());
+}
+
 }  // namespace
 }  // namespace agent_tests

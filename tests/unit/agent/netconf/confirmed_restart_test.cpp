@@ -24,19 +24,6 @@ protected:
         *m_clock.us += away.count() * kSecondUs;
         m_world.Restart();
     }
-
-    /// A commit 2 that nothing undoes, though it waits.
-    void BreakUndo(std::vector<cdb::UndoRow> undo = {})
-    {
-        cdb::HistoryEntry entry;
-        entry.commit = 2;
-        entry.undoRows = std::move(undo);
-        auto transaction = m_world.Store().Begin();
-        transaction.Append(entry);
-        transaction.SetPending(cdb::PendingCommit{.returnTo = 1, .last = 2, .user = "somebody"});
-        const auto error = transaction.Commit();
-        EXPECT_EQ(error, std::nullopt);
-    }
 };
 
 TEST_F(ConfirmedCommitsAfterARestart, ThatArePersistentWaitForWhatIsLeftOfTheirTime)
@@ -143,7 +130,7 @@ TEST_F(ConfirmedCommitsAfterARestart, AreKeptWhereAnotherVersionHasCommittedAfte
 
 TEST_F(ConfirmedCommitsAfterARestart, ThatCantBeRolledBackSayWhyAndAnyCommitEndsThem)
 {
-    BreakUndo();
+    BreakUndo(m_world);
     Restart();
     EXPECT_THAT(Pending(), AllOf(HasSubstr("<problem>commit 2 was made by an older version"),
                                  HasSubstr("<time-left>0</time-left>")));
@@ -163,7 +150,7 @@ TEST_F(ConfirmedCommitsAfterARestart, ThatCantBeRolledBackSayWhyAndAnyCommitEnds
 
 TEST_F(ConfirmedCommitsAfterARestart, ThatCantBeRolledBackAreConfirmedByAnySession)
 {
-    BreakUndo();
+    BreakUndo(m_world);
     Restart();
     auto client = m_world.Connect();
     Do(client, netconf::ConfirmCommit());
@@ -175,11 +162,11 @@ TEST_F(ConfirmedCommitsAfterARestart, AreRolledBackWhenThatCanBeDone)
 {
     const auto key =
         m_world.Store().StoredKey({Schema().Table().Find("/config/oam/sflow/collector"), {"c1"}});
-    BreakUndo();
+    BreakUndo(m_world);
     Restart();
     EXPECT_THAT(Pending(), HasSubstr("<problem>"));
     m_world.Advance(seconds(9));
-    BreakUndo({{key, std::nullopt}});  // the collector was not there before commit 2
+    BreakUndo(m_world, {{key, std::nullopt}});  // the collector was not there before commit 2
     EXPECT_EQ(RunningPort(), "1");
     m_world.Advance(seconds(1));
     AwaitPort("none");

@@ -10,6 +10,8 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "agent/agent_world.h"
 #include "agent/events/notifications.h"
@@ -32,6 +34,19 @@ inline std::uint64_t CommitPort(netconf::Client& client, int port)
 }
 
 inline std::string CommitWith(const std::string& parameters) { return "<commit>" + parameters + "</commit>"; }
+
+/// Writes a commit 2 that waits, and that can't be undone by these rows if there are none.
+inline void BreakUndo(World& world, std::vector<cdb::UndoRow> undo = {})
+{
+    cdb::HistoryEntry entry;
+    entry.commit = 2;
+    entry.undoRows = std::move(undo);
+    auto transaction = world.Store().Begin();
+    transaction.Append(entry);
+    transaction.SetPending(cdb::PendingCommit{.returnTo = 1, .last = 2, .user = "another"});
+    const auto error = transaction.Commit();
+    EXPECT_EQ(error, std::nullopt);
+}
 
 class ConfirmedCommits : public testing::Test {
 protected:
