@@ -12,9 +12,8 @@
 namespace cdb {
 namespace {
 
-/// With more rows than this, what undoes later commits is not kept between requests, but read again. So what
-/// others commit takes no memory of each session.
-constexpr std::size_t kKeptRows = 1000;
+/// So many rows each candidate keeps in any case.
+constexpr std::size_t kAlwaysKept = 1000;
 
 }  // namespace
 
@@ -45,7 +44,17 @@ void Candidate::EndReading() const
 {
     m_running.reset();
     m_newestRows.reset();
-    if (m_since.rows.size() > kKeptRows) m_since = {};
+    CountKept();
+    // What is not kept is read again.
+    if (m_kept->now <= m_kept->most || m_counted <= kAlwaysKept) return;
+    m_since = {};
+    CountKept();
+}
+
+void Candidate::CountKept() const
+{
+    m_kept->now += m_since.rows.size();
+    m_kept->now -= std::exchange(m_counted, m_since.rows.size());
 }
 
 std::optional<Error> Candidate::Prepare() const
@@ -64,7 +73,8 @@ std::optional<Error> Candidate::Prepare() const
     return std::nullopt;
 }
 
-Candidate::Candidate(const Schema& schema, const Store& store) : m_schema(schema), m_store(store)
+Candidate::Candidate(const Schema& schema, const Store& store, KeptRowsPtr kept)
+    : m_schema(schema), m_store(store), m_kept(kept ? std::move(kept) : std::make_shared<KeptRows>())
 {
     const auto& table = schema.Table();
     m_unitOf.resize(table.Size(), kNoNode);
@@ -74,6 +84,8 @@ Candidate::Candidate(const Schema& schema, const Store& store) : m_schema(schema
     }
     static_cast<void>(Reset());
 }
+
+Candidate::~Candidate() { m_kept->now -= m_counted; }
 
 bool Candidate::IsUnit(const lysc_node* node) const
 {

@@ -8,6 +8,7 @@
 #ifndef CDB_DATASTORE_CANDIDATE_H
 #define CDB_DATASTORE_CANDIDATE_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -23,6 +24,15 @@
 
 namespace cdb {
 
+/// What several candidates may keep between requests of what undoes the commits after their bases: the memory
+/// for what others commit is bounded, however many candidates there are.
+struct KeptRows {
+    static constexpr std::size_t kMost = 200'000;
+    std::size_t most = kMost;
+    std::atomic<std::size_t> now{0};
+};
+using KeptRowsPtr = std::shared_ptr<KeptRows>;
+
 class Candidate {
 public:
     struct Unit {
@@ -31,8 +41,12 @@ public:
     };
     using DirtySet = std::map<Place, Unit>;
 
-    /// Begins equal to running. Both must outlive it. Throws FatalError.
-    Candidate(const Schema& schema, const Store& store);
+    /// Begins equal to running. `kept`: of all candidates together; null: of this one alone. Schema and store
+    /// must outlive it. Throws FatalError.
+    Candidate(const Schema& schema, const Store& store, KeptRowsPtr kept = nullptr);
+    ~Candidate();
+    Candidate(const Candidate&) = delete;
+    Candidate& operator=(const Candidate&) = delete;
 
     /// While a Reading lives, running is read as of the base. They nest.
     class Reading {
@@ -130,6 +144,7 @@ private:
     [[nodiscard]] bool HasUnits(NodeId list) const;
     void BeginReading() const;
     void EndReading() const;
+    void CountKept() const;
 
     const Schema& m_schema;
     const Store& m_store;
@@ -138,6 +153,8 @@ private:
     DirtySet m_units;
     std::uint64_t m_base = 0;
     mutable Later m_since;
+    const KeptRowsPtr m_kept;
+    mutable std::size_t m_counted = 0;              // of m_since, in m_kept
     mutable std::unique_ptr<RowView> m_newestRows;  // below m_running, where that is another one
     mutable std::unique_ptr<RowView> m_running;
     mutable int m_readings = 0;

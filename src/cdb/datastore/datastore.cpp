@@ -45,13 +45,23 @@ const Schema& Checked(const Schema& schema)
 
 }  // namespace
 
-Datastore::Datastore(const Schema& schema, Store& store)
-    : m_schema(Checked(schema)), m_store(store), m_validator(schema), m_candidate(TakeOver(), store)
+Datastore::Datastore(const Schema& schema, Store& store, std::size_t keptRows)
+    : m_schema(Checked(schema)),
+      m_store(store),
+      m_validator(schema),
+      m_kept(std::make_shared<KeptRows>()),
+      m_candidate(TakeOver(), store, m_kept)
 {
+    m_kept->most = keptRows;
 }
 
-Datastore::Datastore(const Schema& schema, Store& store, const Validator& validator)
-    : m_schema(schema), m_store(store), m_validator(validator), m_candidate(schema, store), m_follows(false)
+Datastore::Datastore(const Schema& schema, Store& store, const Validator& validator, KeptRowsPtr kept)
+    : m_schema(schema),
+      m_store(store),
+      m_validator(validator),
+      m_kept(std::move(kept)),
+      m_candidate(schema, store, m_kept),
+      m_follows(false)
 {
 }
 

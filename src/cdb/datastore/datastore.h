@@ -64,8 +64,9 @@ struct Moment {
 class Datastore {
 public:
     /// Throws FatalError if the store was written with other modules and its rows can't be read by these
-    /// (naming the row) or are not valid. `schema` and `store` must outlive it.
-    Datastore(const Schema& schema, Store& store);
+    /// (naming the row) or are not valid. `schema` and `store` must outlive it. `keptRows`: how many rows of
+    /// other commits it and its forks keep together, of those that have many.
+    Datastore(const Schema& schema, Store& store, std::size_t keptRows = KeptRows::kMost);
     Datastore(const Datastore&) = delete;
     Datastore& operator=(const Datastore&) = delete;
 
@@ -190,7 +191,7 @@ public:
 
 private:
     /// Of Fork.
-    Datastore(const Schema& schema, Store& store, const Validator& validator);
+    Datastore(const Schema& schema, Store& store, const Validator& validator, KeptRowsPtr kept);
 
     /// The candidate as it was before it was carried over.
     struct Before {
@@ -225,6 +226,7 @@ private:
     const Schema& m_schema;
     Store& m_store;
     const Validator m_validator;
+    const KeptRowsPtr m_kept;
     cdb::Candidate m_candidate;
     const bool m_follows = true;  // without changes, the candidate follows running; not of Fork
     bool m_isVerified = true;     // the current candidate was validated

@@ -12,7 +12,7 @@ namespace cdb {
 
 std::unique_ptr<Datastore> Datastore::Fork() const
 {
-    return std::unique_ptr<Datastore>(new Datastore(m_schema, m_store, m_validator));
+    return std::unique_ptr<Datastore>(new Datastore(m_schema, m_store, m_validator, m_kept));
 }
 
 std::optional<Error> Datastore::Prepare(bool mayMove)

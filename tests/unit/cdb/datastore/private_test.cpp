@@ -496,17 +496,58 @@ TEST_F(PrivateCandidates, ABaseThatIsNotKeptIsSaidAndDiscardingHelps)
     EXPECT_EQ(ShownIn(*m_own), ShownRunning());
 }
 
-TEST_F(PrivateCandidates, ALargeCommitOfOthersIsNotKeptButReadAgain)
+TEST_F(PrivateCandidates, WhatManyCommitsOfOthersHaveChangedIsReadAgainWhereItIsNotKept)
 {
-    std::string many;
-    for (int i = 0; i < 1500; ++i) many += OneInterface("p" + std::to_string(i));
+    // The bound is on all of them together; below 1000 rows each keeps what it has.
+    m_own.reset();
+    datastore = std::make_unique<Datastore>(TheSchema(), *store, 2000);
+    m_own = datastore->Fork();
+    auto second = datastore->Fork();
     const std::string before = ShownIn(*m_own);
     EditOwn(OneInterface("p7", "<polling-interval>5</polling-interval>"));
+    std::string many;
+    for (int i = 0; i < 1500; ++i) many += OneInterface("p" + std::to_string(i));
     Others(many);
-    EXPECT_THAT(ShownIn(*m_own), Not(HasSubstr("p1499")));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_THAT(ShownIn(*m_own), Not(HasSubstr("p1499")));
+        EXPECT_EQ(ShownIn(*second), before);
+    }
     EXPECT_THAT(Conflict().path, HasSubstr("p7"));
-    m_own->Discard();
+    m_own.reset();
+    EXPECT_EQ(ShownIn(*second), before);
+    second.reset();
+    m_own = datastore->Fork();
     EXPECT_THAT(ShownIn(*m_own), HasSubstr("p1499"));
+    EditOwn(OneInterface("p7", "<polling-interval>5</polling-interval>"));
+    EXPECT_THAT(CommitOwn(), IsEmpty());
+}
+
+TEST_F(PrivateCandidates, KeepABoundedNumberOfRowsTogether)
+{
+    const auto kept = std::make_shared<cdb::KeptRows>();
+    kept->most = 2000;
+    std::string many;
+    for (int i = 0; i < 1500; ++i) many += OneInterface("p" + std::to_string(i));
+    const cdb::Candidate second(TheSchema(), *store, kept);
+    {
+        const cdb::Candidate first(TheSchema(), *store, kept);
+        Others(many);
+        for (const auto* each : {&first, &second, &first}) {
+            const cdb::Candidate::Reading reading(*each);
+            EXPECT_EQ(each->Since().size(), 1500U);
+        }
+        EXPECT_EQ(kept->now, 1500U);  // of the first one
+    }
+    EXPECT_EQ(kept->now, 0U);
+    {
+        const cdb::Candidate::Reading reading(second);
+    }
+    EXPECT_EQ(kept->now, 1500U);
+    Others(OneInterface("p0", "<polling-interval>5</polling-interval>") + OneInterface("p1500"));
+    {
+        const cdb::Candidate::Reading reading(second);
+    }
+    EXPECT_EQ(kept->now, 1501U);
 }
 
 }  // namespace
