@@ -305,11 +305,11 @@ def check_datastores(connection):
         reply = ask("get-data", datastore, f"<subtree-filter>{subtree}</subtree-filter>{more}")
         return list(etree.fromstring(str(reply).encode()).iter(f"{{{SFLOW}}}sampling-rate"))
 
-    assert [leaf.text for leaf in rates("running")] == ["23"]
+    assert [leaf.text for leaf in rates("running")] == ["27"]
     edit = tree("<interface><name>eth1</name><sampling-rate>24</sampling-rate></interface>")
     ask("edit-data", "candidate", f"<config>{edit}</config>")
     assert [leaf.text for leaf in rates("candidate")] == ["24"]
-    assert [leaf.text for leaf in rates("operational", "<with-origin/>")] == ["23"]
+    assert [leaf.text for leaf in rates("operational", "<with-origin/>")] == ["27"]
     connection.discard_changes()
     state = ask("get-data", "operational", "<config-filter>true</config-filter><with-origin/>")
     tagged = [leaf for leaf in etree.fromstring(str(state).encode()).iter()
