@@ -157,7 +157,7 @@ def check_events(subscriber, connection):
     assert "sampling-rate</target>" in seen[-2], seen
     refused("in-use", subscriber.create_subscription)
     # Requests go on in a session with a subscription, and its events come whoever commits.
-    assert rate_of(subscriber, "running", "eth1") == ["25"]
+    assert rate_of(subscriber, "running", "eth1") == ["27"]
     connection.edit_config(target="candidate", config=sflow("<collector><name>c9</name><ip>192.0.2.9</ip></collector>"))
     connection.commit()
     change = subscriber.take_notification(timeout=30)
