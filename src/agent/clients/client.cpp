@@ -148,6 +148,8 @@ void Client::Handle(const ClientMessage& message)
         return OnAnswer({message.body_case(), message.action_reply().request()}, message);
     case ClientMessage::kFaultReport:
         return OnFault(message.fault_report());
+    case ClientMessage::kProblemChanges:
+        return OnProblems(message.problem_changes());
     case ClientMessage::BODY_NOT_SET:
         break;
     }
@@ -247,6 +249,13 @@ void Client::OnLoaded()
     if (!m_misses.Any()) return;
     slog::Notice("{} has loaded the configuration; it had missed {} commits", Name(), m_misses.commits);
     m_misses = {};
+}
+
+void Client::OnProblems(const ipc::cdb::ProblemChanges& changes)
+{
+    if (m_phase != Phase::kReady || m_providers.empty())
+        return Disconnect("it told of problems and provides no state");
+    m_host.OnProblems(changes);
 }
 
 void Client::OnFault(const ipc::cdb::FaultReport& fault)

@@ -65,6 +65,8 @@ public:
     /// Microseconds since the epoch.
     [[nodiscard]] virtual std::int64_t NowUs() const = 0;
     virtual void OnFault(const Client& client, const ipc::cdb::FaultReport& fault) = 0;
+    /// What has begun and ended to be wrong in what the client provides state of.
+    virtual void OnProblems(const ipc::cdb::ProblemChanges& changes) = 0;
     /// The client is ready; called once, from the loop.
     virtual void OnReady(const Client& client) = 0;
     /// The connection has ended; called once, from the loop.
@@ -146,6 +148,7 @@ private:
     void OnAcknowledged(std::uint64_t commit);
     void OnLoaded();
     void OnFault(const ipc::cdb::FaultReport& fault);
+    void OnProblems(const ipc::cdb::ProblemChanges& changes);
     void OnAnswer(AnswerKey key, const ipc::cdb::ClientMessage& message);
     /// Turns the client away, and returns true, if it may not have the role.
     bool RefuseRole(ipc::Role role);

@@ -268,6 +268,11 @@ void Clients::RememberMissing(const Client& client)
     m_missing.push_back(std::move(missing));
 }
 
+void Clients::OnProblems(const ipc::cdb::ProblemChanges& changes)
+{
+    if (m_options.onProblems) m_options.onProblems(changes);
+}
+
 void Clients::OnReady(const Client& client)
 {
     if (m_options.onReady) m_options.onReady(client);

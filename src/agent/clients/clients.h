@@ -34,6 +34,8 @@ public:
         /// A client has become ready; the connection of one that was ready has ended. May be null.
         std::function<void(const Client& client)> onReady{};
         std::function<void(const Client& client, const std::string& reason)> onLost{};
+        /// A provider of state tells what has begun and ended to be wrong. May be null.
+        std::function<void(const ipc::cdb::ProblemChanges& changes)> onProblems{};
     };
     /// All arguments but the options must outlive this.
     Clients(const cdb::Schema& schema, const cdb::Store& store, base::Timers& timers, Options options);
@@ -67,6 +69,7 @@ public:
     Misses TakeMisses(const Client& client) override;
     [[nodiscard]] std::int64_t NowUs() const override { return m_options.now(); }
     void OnFault(const Client& client, const ipc::cdb::FaultReport& report) override;
+    void OnProblems(const ipc::cdb::ProblemChanges& changes) override;
     void OnReady(const Client& client) override;
     void OnGone(const ClientPtr& client, const std::string& reason) override;
 

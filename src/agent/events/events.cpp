@@ -9,6 +9,8 @@
 #include <boost/asio/post.hpp>
 
 #include "agent/events/config_edits.h"
+#include "base/text.h"
+#include "log/log.h"
 
 namespace agent {
 namespace {
@@ -45,7 +47,11 @@ void AddParty(EventElement& parent, const SessionParty& who)
 
 Events::Events(boost::asio::io_context& loop, const cdb::Schema& schema, std::function<std::int64_t()> now,
                const EventLog::Limits& limits)
-    : m_loop(loop), m_schema(schema), m_now(std::move(now)), m_log(limits, m_now())
+    : m_loop(loop),
+      m_schema(schema),
+      m_now(std::move(now)),
+      m_log(limits, m_now()),
+      m_values(schema.Context())
 {
     for (Bucket& bucket : m_buckets) bucket.filledUs = m_log.CreatedUs();
 }
@@ -92,7 +98,8 @@ void Events::PublishLimited(Limited kind, std::string_view module, EventElement 
     }
     if (const std::uint64_t count = std::exchange(bucket.leftOut, 0); count != 0) {
         EventElement leftOut = Element(kOwn, "events-left-out");
-        Add(leftOut, "kind", kind == kSessions ? "sessions" : "processes");
+        static constexpr std::array<const char*, kLimited> kNames{"sessions", "processes", "problems"};
+        Add(leftOut, "kind", kNames.at(kind));
         Add(leftOut, "count", std::to_string(count));
         Publish(kOwn, std::move(leftOut));
     }
@@ -209,6 +216,31 @@ void Events::FaultReported(const cdb::Fault& fault)
     Add(event, "line", std::to_string(fault.line));
     Add(event, "text", fault.text);
     Publish(kOwn, std::move(event));
+}
+
+void Events::ProblemChanged(const ProblemNews& problem)
+{
+    EventElement event = Element(kOwn, problem.begins ? "sampling-problem-begins" : "sampling-problem-ends");
+    const lys_module* module = ly_ctx_get_module_implemented(m_schema.Context(), std::string(kOwn).c_str());
+    const lysc_node* kind =
+        lys_find_child(nullptr, module, event.name.data(), event.name.size(), LYS_NOTIF, 0);
+    const std::array<std::pair<std::string_view, const std::string*>, 5> leaves{
+        {{"subject", &problem.subject},
+         {"name", &problem.name},
+         {"reason", &problem.reason},
+         {"severity", &problem.severity},
+         {"text", &problem.text}}};
+    for (const auto& [name, text] : leaves) {
+        const lysc_node* leaf = lys_find_child(kind, module, name.data(), name.size(), LYS_LEAF, 0);
+        if (leaf == nullptr) continue;  // an end has no text
+        const auto value = m_values.Check(leaf, *text);
+        if (!value) {
+            slog::Info("a problem is not told of: \"{}\" is no {}", base::Presentable(*text), name);
+            return;
+        }
+        Add(event, name, std::string(*value));
+    }
+    PublishLimited(kProblems, kOwn, std::move(event));
 }
 
 std::string Events::ReplayComplete() const

@@ -18,6 +18,7 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "agent/data/value_check.h"
 #include "agent/events/event.h"
 #include "agent/events/event_log.h"
 #include "cdb/model/change_set.h"
@@ -42,12 +43,19 @@ struct ProcessParty {
     std::int64_t pid = 0;
 };
 
+/// An entry of the list of problems, as the process that knows it has sent it.
+struct ProblemNews {
+    bool begins = false;
+    std::string subject, name, reason, severity;
+    std::string text{};
+};
+
 class Events {
 public:
     /// Edits that one netconf-config-change lists.
     static constexpr std::size_t kMaxEdits = 50;
-    /// Of sessions and of processes, so many events may come at once, and so many in a second; what is beyond
-    /// that is counted, and told as events-left-out when there is room again.
+    /// Of sessions, of processes and of problems, so many events may come at once, and so many in a second;
+    /// what is beyond that is counted, and told as events-left-out when there is room again.
     static constexpr double kBurst = 500;
     static constexpr double kRate = 50;
 
@@ -74,6 +82,8 @@ public:
     /// The next one of that name that connects is told of as process-recovered, too.
     void ProcessStuck(const ProcessParty& process, std::uint64_t commit);
     void FaultReported(const cdb::Fault& fault);
+    /// What is no value of the model's is logged and not told.
+    void ProblemChanged(const ProblemNews& problem);
 
     /// The time of the clock that events have.
     [[nodiscard]] std::int64_t Now() const { return m_now(); }
@@ -89,7 +99,7 @@ public:
     [[nodiscard]] std::shared_ptr<void> OnNews(std::function<void()> wake);
 
 private:
-    enum Limited : std::uint8_t { kSessions, kProcesses, kLimited };
+    enum Limited : std::uint8_t { kSessions, kProcesses, kProblems, kLimited };
     /// Tokens that come back with time.
     struct Bucket {
         double tokens = kBurst;
@@ -110,6 +120,7 @@ private:
     EventLog m_log;
     std::array<Bucket, kLimited> m_buckets;
     std::set<std::string> m_stuck;  // names of processes
+    ValueChecker m_values;
     std::vector<std::weak_ptr<std::function<void()>>> m_subscribers;
     bool m_isWaking = false;
     /// Posted handlers check whether this is still there.

@@ -47,9 +47,9 @@ FilterLimits FilterLimitsOf(const guard::Limits& limits)
     return result;
 }
 
-/// Faults are written beside the loop, because the write waits for the disk.
 ProcessParty PartyOf(const Client& client) { return {client.Process(), client.Pid()}; }
 
+/// Faults are written beside the loop, because the write waits for the disk.
 Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store,
                                 std::weak_ptr<Workbench*> changes, Events& events)
 {
@@ -80,6 +80,11 @@ Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store,
     };
     result.onLost = [&events](const Client& client, const std::string& reason) {
         events.ProcessLost(PartyOf(client), reason);
+    };
+    result.onProblems = [&events](const ipc::cdb::ProblemChanges& told) {
+        for (const auto& each : told.changes())
+            events.ProblemChanged(
+                {each.begins(), each.subject(), each.name(), each.reason(), each.severity(), each.text()});
     };
     return result;
 }

@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/data/value_check.h"
 #include "agent/state/state_selection.h"
 #include "agent/state/state_tree.h"
-#include "agent/state/value_check.h"
 
 struct ly_ctx;
 struct lysc_node;

@@ -17,8 +17,8 @@
 #include <boost/asio/io_context.hpp>
 
 #include "agent/clients/client.h"
+#include "agent/data/value_check.h"
 #include "agent/state/state_tree.h"
-#include "agent/state/value_check.h"
 #include "base/timers.h"
 
 struct ly_ctx;

@@ -14,8 +14,8 @@
 
 #include "agent/access/access.h"
 #include "agent/clients/clients.h"
+#include "agent/data/value_check.h"
 #include "agent/state/state_tree.h"
-#include "agent/state/value_check.h"
 #include "cdb/store/store.h"
 
 struct ly_ctx;

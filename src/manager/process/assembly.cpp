@@ -38,6 +38,7 @@
 #include "manager/settings/own_settings.h"
 #include "manager/settings/settings_follower.h"
 #include "manager/status/metrics_server.h"
+#include "manager/status/problem_watch.h"
 #include "manager/status/state_answer.h"
 #include "manager/status/state_provider.h"
 #include "manager/status/state_wanted.h"
@@ -163,6 +164,7 @@ private:
     void Confine(const Options& options);
     [[nodiscard]] StatusSources Sources();
     [[nodiscard]] StatusSources SourcesOfOne();
+    [[nodiscard]] StateAnswer::Sources AnswerSources();
     [[nodiscard]] std::unique_ptr<StateParts> BeginAnswer(const ipc::cdb::StateRequest& request);
 
     const std::function<WallTime()> m_clock = EventClock();
@@ -183,6 +185,7 @@ private:
     SessionServer m_server;
     ConfiguredStore m_configuration;
     SettingsFollower m_follower;
+    ProblemWatch m_problems;
     StateProvider m_provider;
     std::unique_ptr<MetricsServer> m_metrics;
 };
@@ -219,17 +222,23 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
       m_server(loop, *m_timers, directory + "/manager.sock", m_service, TrustOf(options),
                base::FindGroup(options.switchGroup)),
       m_follower(m_configuration, *m_timers, m_own),
+      m_problems(
+          *m_timers, [this] { return WalkOverDiagnosis(AnswerSources()); },
+          [this](const std::vector<ProblemChange>& changes) { m_provider.Tell(changes); }),
       m_provider(
           loop, *m_timers, directory + "/cdb.sock",
           {[this](const std::string& store) {
+               m_problems.Stop();  // it may be reading the store that is closed now
                m_configuration.Open(store);
                m_follower.Load();
+               m_problems.Start();
            },
            [this](const ipc::cdb::StateRequest& request) { return BeginAnswer(request); },
            [this] {
                return std::string(m_server.RequestResync() ? "" : "the configuration daemon has no session");
            },
-           [this](const ipc::cdb::ChangeSet& changes) { m_follower.Take(changes); }})
+           [this](const ipc::cdb::ChangeSet& changes) { m_follower.Take(changes); },
+           [this] { m_problems.Stop(); }})
 {
     const bool packetSockets = m_source.status.kind == "packet-socket";
     m_own.WhenChanged([this](const OwnChange& change) { m_reconciler.Reconcile(change); });
@@ -253,6 +262,7 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
 Assembly::Impl::~Impl()
 {
     m_provider.Stop();
+    m_problems.Stop();
     m_server.Stop();
     m_reconciler.End();
     m_monitor.Stop();
@@ -327,10 +337,13 @@ std::unique_ptr<StateParts> Assembly::Impl::BeginAnswer(const ipc::cdb::StateReq
     WantedState wanted;
     for (const auto& part : request.parts())
         if (part.path() == kStatePath) wanted = WantedState::From(part);
-    return std::make_unique<StateAnswer>(
-        StateAnswer::Sources{SourcesOfOne(), [this] { m_exporter.TakeErrors(); }, m_configuration.Reader(),
-                             m_configuration.Problem()},
-        std::move(wanted));
+    return std::make_unique<StateAnswer>(AnswerSources(), std::move(wanted));
+}
+
+StateAnswer::Sources Assembly::Impl::AnswerSources()
+{
+    return {SourcesOfOne(), [this] { m_exporter.TakeErrors(); }, m_configuration.Reader(),
+            m_configuration.Problem()};
 }
 
 Assembly::Assembly(boost::asio::io_context& loop, const Options& options, const std::string& directory)

@@ -43,6 +43,32 @@ const char* Name(Subject subject)
     return kNames.at(static_cast<std::size_t>(subject));
 }
 
+const char* Name(Severity severity)
+{
+    static constexpr std::array kNames = {"broken", "off", "idle"};
+    return kNames.at(static_cast<std::size_t>(severity));
+}
+
+Severity SeverityOf(Reason reason)
+{
+    switch (reason) {
+    case Reason::kNoCollector:
+    case Reason::kNoFlowCollector:
+    case Reason::kCollectorDisabled:
+    case Reason::kSamplingOff:
+    case Reason::kPollingOff:
+    case Reason::kNoInterface:
+        return Severity::kOff;
+    case Reason::kInterfaceDown:
+    case Reason::kNoTraffic:
+    case Reason::kNoSampleYet:
+    case Reason::kNothingSent:
+        return Severity::kIdle;
+    default:
+        return Severity::kBroken;
+    }
+}
+
 namespace text {
 namespace {
 

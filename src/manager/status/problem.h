@@ -43,6 +43,9 @@ enum class Reason : std::uint8_t {
     kDeviceMissing,
 };
 
+/// As the state's model has them, in its order.
+enum class Severity : std::uint8_t { kBroken, kOff, kIdle };
+
 enum class Subject : std::uint8_t { kAgent, kCollector, kInterface };
 
 struct Problem {
@@ -56,6 +59,9 @@ struct Problem {
 /// As the model writes them.
 const char* Name(Reason reason);
 const char* Name(Subject subject);
+const char* Name(Severity severity);
+
+Severity SeverityOf(Reason reason);
 
 namespace text {
 

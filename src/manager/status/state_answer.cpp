@@ -95,6 +95,7 @@ void StateAnswer::OpenConfiguration()
 void StateAnswer::GiveUpConfiguration(const std::string& problem)
 {
     m_reader.reset();
+    m_isIncomplete = true;
     m_warning =
         "the sFlow manager can't read the configuration, so disabled collectors and what is not in "
         "effect are not told: " +
@@ -192,6 +193,14 @@ bool StateAnswer::Next(ipc::cdb::StateReply& part)
     return m_stage != Stage::kDone;
 }
 
+void StateAnswer::Tell(const Problem& problem, StateWriter& writer) const
+{
+    if (m_sources.problem)
+        m_sources.problem(problem);
+    else
+        writer.Problem(problem);
+}
+
 void StateAnswer::Manager(StateWriter& writer)
 {
     if (!m_wanted.manager && !m_wanted.agentAddress && !m_wanted.subAgent && !m_wanted.problems.agent) return;
@@ -201,7 +210,7 @@ void StateAnswer::Manager(StateWriter& writer)
     if (m_wanted.agentAddress && address) writer.AgentAddress(*address);
     if (m_wanted.subAgent) writer.SubAgent(view.Own().SubAgent());
     if (!m_wanted.problems.agent) return;
-    for (const Problem& problem : DiagnoseAgent(view)) writer.Problem(problem);
+    for (const Problem& problem : DiagnoseAgent(view)) Tell(problem, writer);
 }
 
 std::vector<std::string> StateAnswer::Take(std::vector<std::string> names, Stage next)
@@ -254,7 +263,7 @@ void StateAnswer::Collectors(StateWriter& writer)
         if (const auto* leaves = wanted.Of(name); shown && leaves != nullptr)
             writer.Collector(*shown, view.Now(), problems, *leaves);
         if (!problematic.Has(name)) continue;
-        for (const Problem& problem : problems) writer.Problem(problem);
+        for (const Problem& problem : problems) Tell(problem, writer);
     }
 }
 
@@ -298,7 +307,7 @@ void StateAnswer::Interfaces(StateWriter& writer)
         if (const auto* leaves = wanted.Of(name); shown && leaves != nullptr)
             writer.Interface(*shown, view, Known(), problems, *leaves);
         if (!problematic.Has(name)) continue;
-        for (const Problem& problem : problems) writer.Problem(problem);
+        for (const Problem& problem : problems) Tell(problem, writer);
     }
 }
 

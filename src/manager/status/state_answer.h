@@ -48,15 +48,21 @@ public:
         /// Null if the configuration can't be read; the answer then warns with storeProblem.
         const cdb::StoreReader* store = nullptr;
         std::string storeProblem = {};
+        /// Takes the entries of the list of problems, which are then in no part. May be null.
+        std::function<void(const Problem&)> problem = {};
     };
     /// The table and the store must outlive it.
     StateAnswer(Sources sources, WantedState wanted);
 
     bool Next(ipc::cdb::StateReply& part) override;
 
+    /// Whether something could not be looked at; the parts then have a warning.
+    [[nodiscard]] bool IsIncomplete() const { return m_isIncomplete; }
+
 private:
     enum class Stage : std::uint8_t { kManager, kCollectors, kInterfaces, kDrops, kDone };
 
+    void Tell(const Problem& problem, StateWriter& writer) const;
     void Manager(StateWriter& writer);
     /// The next entries, as many as one part may have.
     void Collectors(StateWriter& writer);
@@ -92,6 +98,7 @@ private:
     Configured m_configured;  // the collectors as they are met; the interfaces of one part
     std::optional<std::vector<DropsAtInterface>> m_drops;  // as they were when the stage began
     std::string m_warning;                                 // not sent yet
+    bool m_isIncomplete = false;
 };
 
 }  // namespace manager

@@ -23,6 +23,9 @@ using ipc::cdb::ServerMessage;
 /// The pause while the database has too much to take.
 constexpr std::chrono::milliseconds kPause{10};
 
+/// Changes of problems in one message.
+constexpr int kChangesAtOnce = 500;
+
 }  // namespace
 
 StateProvider::StateProvider(boost::asio::io_context& loop, base::Timers& timers, std::string socketPath,
@@ -36,6 +39,7 @@ StateProvider::StateProvider(boost::asio::io_context& loop, base::Timers& timers
               [this](std::string_view reason) {
                   DropAnswers();
                   slog::Notice("connection to the database ended: {}", reason);
+                  if (m_handlers.lost) m_handlers.lost();
               }})
 {
 }
@@ -123,6 +127,25 @@ void StateProvider::SayLoaded()
     ClientMessage message;
     message.mutable_loaded();
     m_link.Send(message);
+}
+
+void StateProvider::Tell(const std::vector<ProblemChange>& changes)
+{
+    ClientMessage message;
+    auto& list = *message.mutable_problem_changes();
+    for (const auto& [begins, problem] : changes) {
+        auto& change = *list.add_changes();
+        change.set_begins(begins);
+        change.set_subject(Name(problem.subject));
+        change.set_name(problem.name);
+        change.set_reason(Name(problem.reason));
+        change.set_severity(Name(SeverityOf(problem.reason)));
+        change.set_text(problem.text);
+        if (list.changes_size() < kChangesAtOnce) continue;
+        m_link.Send(message);
+        list.clear_changes();
+    }
+    if (list.changes_size() > 0) m_link.Send(message);
 }
 
 void StateProvider::OnRefused(const std::string& reason)

@@ -12,8 +12,10 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ipc/link.h"
+#include "manager/status/problem_watch.h"
 #include "manager/status/state_answer.h"
 
 namespace ipc::cdb {
@@ -43,6 +45,8 @@ public:
         /// A commit has changed some of the own settings. It has been acknowledged already: what follows may
         /// take its time.
         std::function<void(const ipc::cdb::ChangeSet& changes)> changed;
+        /// The connection has ended. May be null.
+        std::function<void()> lost = {};
     };
 
     /// Connects from the loop once Start has been called. `loop` and `timers` must outlive it.
@@ -53,6 +57,9 @@ public:
     void Start() { m_link.Start(); }
     /// Drops the answers under way and disconnects.
     void Stop();
+
+    /// Tells the database what has begun and ended to be wrong. No effect without a connection.
+    void Tell(const std::vector<ProblemChange>& changes);
 
 private:
     struct Open {

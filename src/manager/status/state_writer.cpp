@@ -291,6 +291,7 @@ void StateWriter::Problem(const manager::Problem& problem)
     node.Key(manager::Name(problem.subject));
     node.Key(problem.name);
     node.Key(manager::Name(problem.reason));
+    node.Text(StateName::kSeverity, manager::Name(SeverityOf(problem.reason)));
     node.Text(StateName::kText, problem.text);
 }
 

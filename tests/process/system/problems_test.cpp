@@ -19,6 +19,7 @@
 #include "scenario/scenario.h"
 #include "support/decoding_collector.h"
 #include "support/network.h"
+#include "system/event_monitor.h"
 #include "system/system_test.h"
 
 namespace system_tests {
@@ -248,6 +249,30 @@ TEST_F(Problems, OnAKernelWithoutSupportEachInterfaceSaysSo)
         testing::StartsWith(
             "interface busy no-kernel-support: this kernel offers no way of sampling packets: ebpf: "));
     EXPECT_THAT(shown[1], HasSubstr("; packet-socket: "));
+}
+
+TEST_F(Problems, BeginAndEndAsEventsWithTheirSeverity)
+{
+    Network::Veth("low", "low-far");
+    Network::Ip("link set low down\n");
+    Start("", Interface("low", "c1"));
+    EventMonitor monitor(*m_world, "monitor events since 1h");
+    monitor.Await(
+        "sampling-problem-begins  subject interface, name low, reason interface-down, severity idle");
+    Network::Ip("link set low up\n");
+    monitor.Await("sampling-problem-ends  subject interface, name low, reason interface-down, severity idle");
+    // The manager that comes back tells what lasts.
+    m_world->CliDone("set oam sflow interface missing flow-sampling-collector c1; commit");
+    const std::string missing =
+        "sampling-problem-begins  subject interface, name missing, reason interface-missing, severity broken";
+    const std::string before = monitor.Await(missing);
+    m_world->Manager().Kill();
+    m_world->StartManager();
+    support::Await("the problem again", [&] {
+        const std::string text = monitor.Text();
+        return text.find(missing, before.find(missing) + 1) != std::string::npos;
+    });
+    EXPECT_EQ(before.find("sampling-problem-ends  subject interface, name missing"), std::string::npos);
 }
 
 }  // namespace

@@ -3,9 +3,9 @@
 
 #include <csignal>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <sstream>
 
+#include "system/event_monitor.h"
 #include "system/system_test.h"
 
 namespace system_tests {
@@ -164,33 +164,9 @@ TEST_F(Shell, WithoutADatabaseSaysWhichSocketItTried)
     EXPECT_THAT(result.errors, HasSubstr(TheWorld().NetconfSocket().string()));
 }
 
-/// A swcli that shows events, and what it has printed.
-class Monitor {
-public:
-    Monitor(World& world, const std::string& command) : m_output(world.Dir() / "events.txt")
-    {
-        std::filesystem::remove(m_output);
-        support::Command start{{World::Program("swcli"), "-c", command}, world.Environment("monitor")};
-        start.output = m_output;
-        start.errors = world.Dir() / "monitor.errors";
-        m_process.emplace(start);
-    }
-    std::string Await(const std::string& text)
-    {
-        support::Await("the line with " + text, [&] { return Text().find(text) != std::string::npos; });
-        return Text();
-    }
-    std::string Text() const { return support::ReadFile(m_output); }
-    support::Process& Process() { return *m_process; }
-
-private:
-    std::filesystem::path m_output;
-    std::optional<support::Process> m_process;
-};
-
 TEST_F(Shell, EventsAreShownUntilInterrupted)
 {
-    Monitor monitor(TheWorld(), "monitor events since 1h");
+    EventMonitor monitor(TheWorld(), "monitor events since 1h");
     monitor.Await("process-connected  process sflow-app");
     TheWorld().CliDone("set oam sflow collector c9 ip 192.0.2.9; commit comment \"for a test\"");
     const std::string text = monitor.Await("\"for a test\": create oam sflow collector c9\n");
@@ -205,7 +181,7 @@ TEST_F(Shell, EventsAreShownUntilInterrupted)
 
 TEST_F(Shell, EventsAreJsonObjectsOneALine)
 {
-    Monitor monitor(TheWorld(), "monitor events since 1h | json");
+    EventMonitor monitor(TheWorld(), "monitor events since 1h | json");
     TheWorld().CliDone("set oam sflow collector c9 ip 192.0.2.9; commit");
     monitor.Await("collector[name='c9']");
     monitor.Process().Signal(SIGINT);
@@ -222,7 +198,7 @@ TEST_F(Shell, EventsAreJsonObjectsOneALine)
 
 TEST_F(Shell, EventsEndWithTheDatabase)
 {
-    Monitor monitor(TheWorld(), "monitor events since 1h");
+    EventMonitor monitor(TheWorld(), "monitor events since 1h");
     monitor.Await("process-connected  process sflow-app");
     TheWorld().Cdbd().Kill();
     EXPECT_EQ(1, monitor.Process().Wait());

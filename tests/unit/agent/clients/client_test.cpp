@@ -166,6 +166,13 @@ std::string AckFrame()
     return Frame(message);
 }
 
+std::string ProblemsFrame()
+{
+    ipc::cdb::ClientMessage message;
+    message.mutable_problem_changes()->add_changes()->set_begins(true);
+    return Frame(message);
+}
+
 class HostileClientTest : public testing::TestWithParam<HostileClient> {};
 
 TEST_P(HostileClientTest, LosesItsConnectionOnly)
@@ -198,6 +205,7 @@ INSTANTIATE_TEST_SUITE_P(
                     HostileClient{"NoHello", false, ReadyFrame()},
                     HostileClient{"AnswerBeforeHello", false, AckFrame()},
                     HostileClient{"AnswerBeforeReady", true, AckFrame()},
+                    HostileClient{"ProblemsOfNoProvider", true, ReadyFrame() + ProblemsFrame()},
                     HostileClient{"ReadyTwice", true, ReadyFrame() + ReadyFrame()}),
     [](const auto& each) { return std::string(each.param.name); });
 

@@ -8,6 +8,7 @@
 namespace agent_tests {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -152,6 +153,75 @@ TEST(Notifications, TellOfProcesses)
     const std::string recovered = Next(subscriber);
     ExpectValid(recovered);
     EXPECT_THAT(recovered, HasSubstr("<process-recovered"));
+}
+
+ipc::cdb::ClientMessage Problem(bool begins, const std::string& name, const std::string& reason,
+                                const std::string& text = {})
+{
+    ipc::cdb::ClientMessage message;
+    auto& change = *message.mutable_problem_changes()->add_changes();
+    change.set_begins(begins);
+    change.set_subject("interface");
+    change.set_name(name);
+    change.set_reason(reason);
+    change.set_severity("broken");
+    change.set_text(text);
+    return message;
+}
+
+TEST(Notifications, TellOfProblemsThatBeginAndEnd)
+{
+    World world;
+    auto subscriber = world.Connect();
+    const std::string own = "xmlns=\"urn:switch:yang:switch-events\"/>";
+    Do(subscriber, Subscription("<filter><sampling-problem-begins " + own + "<sampling-problem-ends " + own +
+                                "</filter>"));
+    Process process(world, "worker");
+    process.RegisterProvider();
+    process.Ready();
+    // What is no value of the model is not told.
+    process.Send(Problem(true, "eth1", "gremlins", "they are inside"));
+    process.Send(Problem(true, "eth<1>", "interface-missing", "there is none"));
+    process.Send(Problem(false, "eth<1>", "interface-missing"));
+    const std::string begins = Next(subscriber);
+    ExpectValid(begins);
+    EXPECT_THAT(begins, HasSubstr("<sampling-problem-begins xmlns=\"urn:switch:yang:switch-events\">"
+                                  "<subject>interface</subject><name>eth&lt;1&gt;</name>"
+                                  "<reason>interface-missing</reason><severity>broken</severity>"
+                                  "<text>there is none</text>"));
+    const std::string ends = Next(subscriber);
+    ExpectValid(ends);
+    EXPECT_THAT(ends, HasSubstr("<sampling-problem-ends"));
+    EXPECT_THAT(ends, Not(HasSubstr("<text")));
+}
+
+TEST(Notifications, CountProblemsBeyondTheirRate)
+{
+    const Clock clock;
+    World world(clock.Options());
+    auto subscriber = world.Connect();
+    const std::string own = "xmlns=\"urn:switch:yang:switch-events\"/>";
+    Do(subscriber,
+       Subscription("<filter><sampling-problem-begins " + own + "<events-left-out " + own + "</filter>"));
+    Process process(world, "worker");
+    process.RegisterProvider();
+    process.Ready();
+    constexpr int kProblems = 1000;
+    ipc::cdb::ClientMessage many;
+    for (int i = 0; i < kProblems; ++i)
+        *many.mutable_problem_changes()->add_changes() =
+            Problem(true, "eth" + std::to_string(i), "interface-missing").problem_changes().changes(0);
+    process.Send(many);
+    const int kTold = static_cast<int>(agent::Events::kBurst);
+    for (int i = 0; i < kTold; ++i)
+        ASSERT_THAT(Next(subscriber), HasSubstr("<name>eth" + std::to_string(i) + "</name>"));
+    *clock.us += 1'000'000;
+    process.Send(Problem(true, "later", "interface-missing"));
+    const std::string leftOut = Next(subscriber);
+    ExpectValid(leftOut);
+    EXPECT_THAT(leftOut, AllOf(HasSubstr("<kind>problems</kind>"),
+                               HasSubstr("<count>" + std::to_string(kProblems - kTold) + "</count>")));
+    EXPECT_THAT(Next(subscriber), HasSubstr("<name>later</name>"));
 }
 
 }  // namespace

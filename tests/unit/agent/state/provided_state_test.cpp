@@ -14,7 +14,7 @@
 
 #include "agent/agent_world.h"
 #include "agent/clients/provider_node.h"
-#include "agent/state/value_check.h"
+#include "agent/data/value_check.h"
 #include "support/proto_text.h"
 
 namespace agent_tests {

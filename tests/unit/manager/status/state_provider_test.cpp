@@ -134,6 +134,37 @@ TEST_F(Provider, IntroducesItself)
     EXPECT_TRUE(said[3].has_ready());
 }
 
+TEST_F(Provider, TellsProblemsInMessagesOfABoundedSize)
+{
+    Listen();
+    m_provider.Start();
+    auto& database = Introduced(1);
+    database.Send(Welcome());
+    ASSERT_TRUE(RunUntil([&] { return database.All().size() == kWelcomed; }));
+    std::vector<ProblemChange> changes(1001,
+                                       {true, {Subject::kInterface, "eth1", Reason::kPollingOff, "why"}});
+    changes.back() = {false, {Subject::kCollector, "c1", Reason::kRefused, {}}};
+    m_provider.Tell(changes);
+    ASSERT_TRUE(RunUntil([&] { return database.All().size() == kWelcomed + 3; }));
+    const auto of = [&](std::size_t i) -> const ipc::cdb::ProblemChanges& {
+        return database.All()[kWelcomed + i].problem_changes();
+    };
+    EXPECT_EQ(500, of(0).changes_size());
+    EXPECT_EQ(500, of(1).changes_size());
+    ASSERT_EQ(1, of(2).changes_size());
+    const auto& first = of(0).changes(0);
+    EXPECT_TRUE(first.begins());
+    EXPECT_EQ("interface", first.subject());
+    EXPECT_EQ("eth1", first.name());
+    EXPECT_EQ("polling-off", first.reason());
+    EXPECT_EQ("off", first.severity());
+    EXPECT_EQ("why", first.text());
+    const auto& last = of(2).changes(0);
+    EXPECT_FALSE(last.begins());
+    EXPECT_EQ("collector", last.subject());
+    EXPECT_EQ("broken", last.severity());
+}
+
 TEST_F(Provider, SaysThatItHasLoadedWhenItIsAccepted)
 {
     Listen();

@@ -182,14 +182,14 @@ TEST_F(StateText, OfAllThatDoesNotFlow)
         R"("oper-status":"down","packet-source":"none","sampling-error":"no","packets-seen":"0",)"
         R"("packets-sampled":"0","drops-buffer":"18446744073709551615","drops-no-collector":"1",)"
         R"("counters-sent":"0","problem":["no-permission","polling-off"]}],)"
-        R"("problem":[{"keys":["agent","agent","no-agent-address"],"text":)"
+        R"("problem":[{"keys":["agent","agent","no-agent-address"],"severity":"broken","text":)"
         R"("there is no agent address, so a collector can't tell whose datagrams these are; )"
         R"(set oam sflow agent ipv4 ADDRESS, or give a management interface an address"},)"
-        R"({"keys":["collector","c1","refused"],"text":)"
+        R"({"keys":["collector","c1","refused"],"severity":"broken","text":)"
         R"("no program listens at 192.0.2.1:6343; start the collector there, or correct its port"},)"
-        R"({"keys":["interface","lo\\","no-permission"],"text":)"
+        R"({"keys":["interface","lo\\","no-permission"],"severity":"broken","text":)"
         R"("the manager may not sample packets: CAP_NET_RAW is missing; start sflow-mgr with more privileges"},)"
-        R"({"keys":["interface","lo\\","polling-off"],"text":)"
+        R"({"keys":["interface","lo\\","polling-off"],"severity":"off","text":)"
         R"("its counters are not sent: the polling interval is 0; set oam sflow interface lo\\ )"
         R"(polling-interval 20"}]})",
         json);

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Checks whether a text is a value of a leaf's type. Checks the usual types of state itself, because libyang
-// takes a microsecond and more for each value, and asks libyang about the others. Used by provided_state and
-// system_state.
+// takes a microsecond and more for each value, and asks libyang about the others. Used for what other
+// processes send: their state and their events.
 
-#ifndef AGENT_STATE_VALUE_CHECK_H
-#define AGENT_STATE_VALUE_CHECK_H
+#ifndef AGENT_DATA_VALUE_CHECK_H
+#define AGENT_DATA_VALUE_CHECK_H
 
 #include <cstddef>
 #include <functional>

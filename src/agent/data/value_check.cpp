@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/state/value_check.h"
+#include "agent/data/value_check.h"
 
 #include <libyang/libyang.h>
 #include <libyang/plugins_types.h>
