@@ -7,8 +7,8 @@
 
 #include "figures/figures.h"
 #include "figures/measured_switch.h"
+#include "figures/process_usage.h"
 #include "figures/references.h"
-#include "figures/resident.h"
 #include "figures/switch_data.h"
 #include "netconf/requests.h"
 

@@ -7,7 +7,7 @@
 
 #include "figures/figures.h"
 #include "figures/measured_switch.h"
-#include "figures/resident.h"
+#include "figures/process_usage.h"
 #include "figures/switch_data.h"
 
 namespace figures {

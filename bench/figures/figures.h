@@ -27,6 +27,11 @@ void MeasureScale(const Settings& settings, Table& table);
 /// 8: the same with a hundred thousand interfaces, their load, and a start behind a full history.
 void MeasureLarge(const Settings& settings, Table& table);
 
+/// 9: what a roll-back costs beside the commit that it takes back.
+void MeasureHistory(const Settings& settings, Table& table);
+/// 10: many sessions that do nothing, and many small requests.
+void MeasureSessions(const Settings& settings, Table& table);
+
 }  // namespace figures
 
 #endif

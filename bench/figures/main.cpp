@@ -29,7 +29,9 @@ constexpr Figure kFigures[] = {{1, "1 a change of one leaf", figures::MeasureCha
                                {5, "5 memory", figures::MeasureMemory},
                                {6, "6 state", figures::MeasureState},
                                {7, "7 scale", figures::MeasureScale},
-                               {8, "8 a hundred thousand", figures::MeasureLarge}};
+                               {8, "8 a hundred thousand", figures::MeasureLarge},
+                               {9, "9 commits taken back", figures::MeasureHistory},
+                               {10, "10 sessions", figures::MeasureSessions}};
 
 }  // namespace
 

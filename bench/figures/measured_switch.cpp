@@ -54,7 +54,8 @@ void JournalWatch::AwaitLines(std::size_t count)
 }
 
 MeasuredSwitch::MeasuredSwitch(std::size_t interfaces)
-    : m_interfaces(interfaces), m_world({.cdbdArguments = {}, .logLevel = 12, .stateDir = {}})
+    : m_interfaces(interfaces),
+      m_world({.cdbdArguments = {"--max-sessions", "256"}, .logLevel = 12, .stateDir = {}})
 {
     m_world.Start(SwitchJson(interfaces));
     m_journal = std::make_unique<JournalWatch>(m_world.Dir() / "journal-1");

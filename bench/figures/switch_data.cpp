@@ -108,6 +108,15 @@ std::string RateXml(std::size_t interface, std::size_t rate)
                                 InterfaceName(interface), rate));
 }
 
+std::string RatesXml(std::size_t interfaces, std::size_t rate)
+{
+    std::string content;
+    for (std::size_t i = 0; i < interfaces; ++i)
+        content += fmt::format("<interface><name>{}</name><sampling-rate>{}</sampling-rate></interface>",
+                               InterfaceName(i), rate);
+    return SflowXml(content);
+}
+
 std::string EnabledXml(std::size_t collector, bool enabled)
 {
     return SflowXml(fmt::format("<collector><name>{}</name><enabled>{}</enabled></collector>",

@@ -32,6 +32,9 @@ std::string WithoutInterfacesXml();
 /// One interface's rate.
 std::string RateXml(std::size_t interface, std::size_t rate);
 
+/// The rate of the first `interfaces`.
+std::string RatesXml(std::size_t interfaces, std::size_t rate);
+
 /// One collector's `enabled`.
 std::string EnabledXml(std::size_t collector, bool enabled);
 

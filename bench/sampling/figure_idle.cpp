@@ -6,7 +6,7 @@
 #include <string>
 
 #include "figures/measure.h"
-#include "figures/resident.h"
+#include "figures/process_usage.h"
 #include "sampling/collector.h"
 #include "sampling/figures.h"
 #include "sampling/measured_manager.h"

@@ -5,13 +5,13 @@
 
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
 
+#include "figures/process_usage.h"
 #include "sampling/forwarding_path.h"
 #include "support/frames.h"
 #include "support/kernel.h"
@@ -92,13 +92,6 @@ void MeasuredManager::AwaitSampled(const std::string& device, bool sampled)
                             NameOf(m_capture) + "; sflow-mgr says:\n" + m_manager.Log());
 }
 
-double MeasuredManager::CpuSeconds() const
-{
-    clockid_t clock{};
-    timespec time{};
-    if (::clock_getcpuclockid(m_manager.Pid(), &clock) != 0 || ::clock_gettime(clock, &time) != 0)
-        throw std::runtime_error("sflow-mgr has no clock: it has ended");
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
+double MeasuredManager::CpuSeconds() const { return figures::CpuSeconds(m_manager.Pid()); }
 
 }  // namespace sampling

@@ -84,7 +84,8 @@ TEST_F(Watch, TellsWhatBeginsAndEndsOnce)
     EXPECT_EQ(0, m_looks);
     Finds({Absent("a"), Absent("b")});
     m_timers.Advance(milliseconds{1});
-    EXPECT_THAT(m_told, ElementsAre("+ a interface-missing there is no a", "+ b interface-missing there is no b"));
+    EXPECT_THAT(m_told,
+                ElementsAre("+ a interface-missing there is no a", "+ b interface-missing there is no b"));
     Finds({Absent("a"), Absent("b")});
     EXPECT_THAT(Look(), IsEmpty());
     Finds({Absent("b"), Absent("c")});
