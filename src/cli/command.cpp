@@ -88,9 +88,20 @@ private:
         case ArgumentKind::kPath:
         case ArgumentKind::kCommand:
             if (AtEnd() && !argument.optional) Refuse("a path is missing");
-            m_arguments.words.assign(m_words.begin() + static_cast<std::ptrdiff_t>(m_used), m_words.end());
-            m_used = m_words.size();
+            TakeWords(argument);
         }
+    }
+
+    /// All words, but for a flag at their end that may stand behind them.
+    void TakeWords(const Argument& argument)
+    {
+        const Argument* const next = &argument == &m_command.arguments.back() ? nullptr : &argument + 1;
+        const bool flag =
+            next != nullptr && next->kind == ArgumentKind::kFlag && !AtEnd() && m_words.back() == next->text;
+        const std::size_t end = m_words.size() - (flag ? 1 : 0);
+        m_arguments.words.assign(m_words.begin() + static_cast<std::ptrdiff_t>(m_used),
+                                 m_words.begin() + static_cast<std::ptrdiff_t>(end));
+        m_used = end;
     }
 
     void TakeChoice(const Argument& argument)

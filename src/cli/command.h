@@ -81,6 +81,8 @@ struct Call {
     bool talks;                // with a person, who is told what was done
     bool& waits;               // a confirmed commit would be rolled back with the session's end
     bool& isPrivate;           // whether the session uses a private candidate
+    int& status;               // the shell's exit status, for a command that answers a question with it
+    std::size_t width;         // characters of a line of text for people
     /// Opens a session for this command alone. Throws netconf::ConnectionError.
     const std::function<std::unique_ptr<netconf::Client>()>& connect;
 };

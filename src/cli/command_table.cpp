@@ -13,13 +13,18 @@
 #include "cli/config_text.h"
 #include "cli/confirm.h"
 #include "cli/data.h"
+#include "cli/error.h"
 #include "cli/history_text.h"
 #include "cli/monitor.h"
 #include "cli/request.h"
 #include "cli/schema_words.h"
+#include "cli/sflow_problems.h"
+#include "cli/sflow_summary.h"
+#include "cli/sflow_text.h"
 #include "cli/state_text.h"
 #include "netconf/client.h"
 #include "netconf/requests.h"
+#include "netconf/xml.h"
 
 namespace cli {
 namespace {
@@ -108,19 +113,6 @@ void ShowState(Call& call, const std::string& content, const TextOf& text)
     Show(call, RequestState(call, netconf::Get(StateFilter(content))), text);
 }
 
-std::string SflowElements(const std::string& part)
-{
-    if (part == "agent") return "<sflow><agent-address/><sub-agent/></sflow>";
-    if (part == "collectors") return "<sflow><collector/></sflow>";
-    if (part == "interfaces") return "<sflow><interface/></sflow>";
-    // With what says whether drops are looked at.
-    if (part == "drops")
-        return "<sflow><manager><discard-interfaces/><discard-interfaces-reason/></manager><drops/></sflow>";
-    // With the session, for without a manager there are no problems either.
-    if (part == "problems") return "<sflow><manager><session/></manager><problem/></sflow>";
-    return "<sflow/>";
-}
-
 void Validate(Call& call) { Request(call, netconf::Validate()); }
 
 void Commit(Call& call)
@@ -133,12 +125,54 @@ void Commit(Call& call)
 
 void Discard(Call& call) { Request(call, netconf::DiscardChanges()); }
 
+std::string SflowFilter(const std::string& content) { return "<oam><sflow>" + content + "</sflow></oam>"; }
+
+void ShowSummary(Call& call)
+{
+    const auto request = [&](std::string_view content) {
+        return RequestState(call, netconf::Get(StateFilter(std::string(content))));
+    };
+    const Tree sflow = request(kSummaryOfSflow);
+    const Tree processes = request(kSummaryOfProcesses);
+    call.out << SflowSummary(sflow.get(), processes.get(), call.width);
+}
+
+/// Everything for programs, the summary for people.
 void ShowSflow(Call& call)
 {
     const std::string& part = call.arguments.choice;
-    ShowState(call, "<oam>" + SflowElements(part) + "</oam>",
-              [&](const lyd_node* state) { return SflowText(state, part); });
+    if (part.empty() && call.format == Format::kText) return ShowSummary(call);
+    const bool asks = part == "problems";
+    if (asks) call.status = kNotKnown;  // until there is an answer
+    const Tree state = RequestState(call, netconf::Get(StateFilter(SflowFilter(SflowElements(part)))));
+    Show(call, state, [&](const lyd_node* data) { return SflowText(data, part, call.width); });
+    if (asks) call.status = ProblemsStatus(state.get());
 }
+
+/// The entries of that names, or all; of an entry that is not there no more is said than that.
+void ShowEntries(Call& call, const std::string& list)
+{
+    std::string filter;
+    for (const std::string& name : call.arguments.words) {
+        const std::string escaped = netconf::Escaped(name);
+        filter += "<" + list + "><name>" + escaped + "</name></" + list + "><problem><subject>" + list +
+                  "</subject><name>" + escaped + "</name></problem>";
+    }
+    if (filter.empty()) filter = "<" + list + "/>" + (call.arguments.hasFlag ? "<problem/>" : "");
+    const Tree state = RequestState(call, netconf::Get(StateFilter(SflowFilter(filter))));
+    for (const std::string& name : call.arguments.words)
+        if (!HasEntry(state.get(), list, name))
+            throw Error("there is no " + list + " " + name + " in the state; show sflow " + list +
+                        " lists those that there are");
+    Show(call, state, [&](const lyd_node* data) {
+        return call.arguments.hasFlag ? SflowDetail(data, list, call.width)
+                                      : SflowText(data, list + "s", call.width);
+    });
+}
+
+void ShowSflowInterface(Call& call) { ShowEntries(call, "interface"); }
+
+void ShowSflowCollector(Call& call) { ShowEntries(call, "collector"); }
 
 void ShowProcesses(Call& call) { ShowState(call, "<system><process/></system>", &ProcessesText); }
 
@@ -311,7 +345,11 @@ std::span<const Command> Commands()
                 "Lists the checkpoints, and whether a rollback can still reach them.", kBoth, Forms::kState,
                 &ShowCheckpoints},
         Command{"show sflow", {{Kind::kChoice, "collectors|interfaces|agent|drops|problems", true}},
-                "Shows sFlow as it is in effect in the sFlow manager, what has flowed, what was dropped, and why nothing flows.", kBoth, Forms::kState, &ShowSflow},
+                "Shows on one screen whether sampling works; or a part of what is in effect, what was dropped, or why nothing flows.", kBoth, Forms::kState, &ShowSflow},
+        Command{"show sflow interface", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true}},
+                "Shows the interfaces of these names, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowInterface},
+        Command{"show sflow collector", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true}},
+                "Shows the collectors of these names, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowCollector},
         Command{"show system processes", {},
                 "Shows the processes that are connected to the database, and those that miss commits.", kBoth, Forms::kState, &ShowProcesses},
         Command{"show system faults", {},

@@ -122,6 +122,8 @@ void Shell::Execute(std::string_view command)
               m_talks,
               m_waits,
               m_private,
+              m_status,
+              m_environment.width ? m_environment.width() : kWidth,
               m_environment.connect};
     invocation.command->run(call);
 }

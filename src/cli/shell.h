@@ -21,10 +21,14 @@ namespace cli {
 struct Environment {
     std::function<std::unique_ptr<netconf::Client>()> connect;  // throws netconf::ConnectionError
     std::function<const ly_ctx*()> loadYang;                    // throws cdb::FatalError
+    std::function<std::size_t()> width = {};  // of a line on the terminal; null if there is none
 };
 
 class Shell {
 public:
+    /// Characters of a line where there is no terminal.
+    static constexpr std::size_t kWidth = 79;
+
     Shell(std::span<const Command> commands, Environment environment, std::ostream& out, std::ostream& err);
 
     /// Runs one command; nothing for a text without words. False after an error, which has been printed
@@ -39,6 +43,9 @@ public:
 
     /// Runs one command a line, with a prompt before each, to the end of input; errors do not end it.
     void Converse(std::istream& input);
+
+    /// What the last command that answers a question with its status has answered; 0 without one.
+    [[nodiscard]] int Status() const { return m_status; }
 
     /// Whether a command has ended the shell.
     [[nodiscard]] bool Left() const { return m_left; }
@@ -56,6 +63,7 @@ private:
     std::unique_ptr<netconf::Client> m_session;
     const ly_ctx* m_yang = nullptr;
     bool m_left = false;
+    int m_status = 0;
     bool m_talks = false;    // with a person
     bool m_waits = false;    // a confirmed commit would be rolled back with the session's end
     bool m_private = false;  // the session uses a private candidate

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The state as text, for terminals of 100 columns: what `show sflow`, `show system` and `show version` print.
+// The state of the system as text: what `show system` and `show version` print.
 // A tree is the top-level container `state`, or null when the database has none.
 
 #ifndef CLI_STATE_TEXT_H
@@ -7,14 +7,10 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 struct lyd_node;
 
 namespace cli {
-
-/// `part`: "agent", "collectors", "interfaces", "drops", "problems", or empty for these and the manager.
-std::string SflowText(const lyd_node* state, std::string_view part);
 
 /// "just now", "3 s ago", "2 min ago", "5 h ago", "8 d ago".
 std::string AgeText(std::uint64_t seconds);

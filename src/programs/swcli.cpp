@@ -2,8 +2,10 @@
 // swcli: the operator's shell. Wires the commands to the database's NETCONF socket and to the YANG
 // modules, each only when a command needs it.
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -39,7 +41,16 @@ bool RunInput(cli::Shell& shell)
     return true;
 }
 
-bool Run(const cli::Options& options)
+/// Lines end before the last column, where terminals differ in when they wrap.
+std::size_t LineWidth()
+{
+    winsize size{};
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col < 2) return cli::Shell::kWidth;
+    return size.ws_col - 1U;
+}
+
+/// The exit status.
+int Run(const cli::Options& options)
 {
     std::unique_ptr<cdb::Schema> schema;  // outlives the shell, which holds trees of its context
     cli::Environment environment;
@@ -51,17 +62,19 @@ bool Run(const cli::Options& options)
             cdb::Schema::Load(base::YangDirectory(base::ProgramPath(), base::Variable("SFLOW_YANG_DIR")));
         return schema->Context();
     };
+    environment.width = &LineWidth;
     cli::Shell shell(cli::Commands(), environment, std::cout, std::cerr);
-    if (options.commands) return shell.RunAll(*options.commands);
-    if (options.file) return RunFile(shell, *options.file);
-    return RunInput(shell);
+    const bool done = options.commands ? shell.RunAll(*options.commands)
+                      : options.file   ? RunFile(shell, *options.file)
+                                       : RunInput(shell);
+    return done ? shell.Status() : std::max(EXIT_FAILURE, shell.Status());
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    bool done = true;
+    int status = EXIT_SUCCESS;
     try {
         const cli::Options options =
             cli::ReadOptions(std::vector<std::string>(argv + 1, argv + argc), &base::Variable);
@@ -70,14 +83,14 @@ int main(int argc, char** argv)
         else if (options.version)
             std::cout << base::VersionText("swcli");
         else
-            done = Run(options);
+            status = Run(options);
     } catch (const std::exception& error) {
         std::cerr << "error: " << error.what() << std::endl;
-        done = false;
+        status = EXIT_FAILURE;
     }
-    if (done && !std::cout.flush()) {
+    if (status == EXIT_SUCCESS && !std::cout.flush()) {
         std::cerr << "error: standard output can't be written" << std::endl;
-        done = false;
+        status = EXIT_FAILURE;
     }
-    return done ? EXIT_SUCCESS : EXIT_FAILURE;
+    return status;
 }

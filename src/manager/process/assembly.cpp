@@ -42,6 +42,7 @@
 #include "manager/status/state_answer.h"
 #include "manager/status/state_provider.h"
 #include "manager/status/state_wanted.h"
+#include "manager/status/traffic_rates.h"
 #include "manager/status/view.h"
 #include "net/counters/counters.h"
 #include "net/monitor/monitor.h"
@@ -165,6 +166,7 @@ private:
     [[nodiscard]] StatusSources Sources();
     [[nodiscard]] StatusSources SourcesOfOne();
     [[nodiscard]] StateAnswer::Sources AnswerSources();
+    TrafficCounts Sent();
     [[nodiscard]] std::unique_ptr<StateParts> BeginAnswer(const ipc::cdb::StateRequest& request);
 
     const std::function<WallTime()> m_clock = EventClock();
@@ -185,6 +187,7 @@ private:
     SessionServer m_server;
     ConfiguredStore m_configuration;
     SettingsFollower m_follower;
+    TrafficRates m_rates;
     ProblemWatch m_problems;
     StateProvider m_provider;
     std::unique_ptr<MetricsServer> m_metrics;
@@ -222,6 +225,7 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
       m_server(loop, *m_timers, directory + "/manager.sock", m_service, TrustOf(options),
                base::FindGroup(options.switchGroup)),
       m_follower(m_configuration, *m_timers, m_own),
+      m_rates(*m_timers, [this] { return Sent(); }),
       m_problems(
           *m_timers, [this] { return WalkOverDiagnosis(AnswerSources()); },
           [this](const std::vector<ProblemChange>& changes) { m_provider.Tell(changes); }),
@@ -319,6 +323,7 @@ StatusSources Assembly::Impl::SourcesOfOne()
         status.pid = ::getpid();
         status.source = m_reconciler.Source();
         status.discards = m_discards.Source();
+        status.perSecond = m_rates.PerSecond();
         status.limitations = m_limitations;
         if (!m_follower.Problem().empty()) status.limitations.push_back(m_follower.Problem());
         return status;
@@ -330,6 +335,19 @@ StatusSources Assembly::Impl::SourcesOfOne()
     };
     sources.drops = [this] { return m_discards.Drops(); };
     return sources;
+}
+
+TrafficCounts Assembly::Impl::Sent()
+{
+    TrafficCounts counts;
+    for (const auto& [name, settings] : m_table.AllCollectors()) {
+        const Stream* stream = m_exporter.Find(name);
+        if (stream == nullptr) continue;
+        const StreamStatus& status = stream->Status();
+        counts.samples += status.flowSamples + status.counterSamples;
+        counts.datagrams += status.datagrams;
+    }
+    return counts;
 }
 
 std::unique_ptr<StateParts> Assembly::Impl::BeginAnswer(const ipc::cdb::StateRequest& request)

@@ -207,6 +207,8 @@ void StateWriter::Manager(const ManagerStatus& status, const OwnSettings& own, c
     node.Text(StateName::kPacketSource, SourceKind(status.source));
     if (!status.source.reason.empty()) node.Text(StateName::kPacketSourceReason, status.source.reason);
     if (const auto added = own.AddedDirection()) node.Text(StateName::kAddedDirection, Name(*added));
+    node.Number(StateName::kSamplesPerSecond, status.perSecond.samples);
+    node.Number(StateName::kDatagramsPerSecond, status.perSecond.datagrams);
     Discarding(status.discards, own, node);
     node.Texts(StateName::kLimitation, status.limitations);
 }

@@ -40,9 +40,10 @@ enum class StateName : std::uint8_t {
     kAdminStatus, kOperStatus, kSamplingError, kPacketsSeen, kPacketsSampled, kDropsBuffer,
     kDropsNoCollector, kLastSampleTime, kLastSampleAge, kCountersSent, kLastCountersTime, kLastCountersAge,
     kProblem, kText, kDrops, kPackets, kPacketsNotTold, kReason, kRate, kLastTime, kLastAge, kCode, kFunction, kSeverity,
+    kSamplesPerSecond, kDatagramsPerSecond,
 };
 
-inline constexpr std::size_t kStateNames = static_cast<std::size_t>(StateName::kSeverity) + 1;
+inline constexpr std::size_t kStateNames = static_cast<std::size_t>(StateName::kDatagramsPerSecond) + 1;
 
 /// In the order of StateName.
 inline constexpr std::array<std::string_view, kStateNames> kStateTexts = {
@@ -57,7 +58,7 @@ inline constexpr std::array<std::string_view, kStateNames> kStateTexts = {
     "sampling-error", "packets-seen", "packets-sampled", "drops-buffer", "drops-no-collector",
     "last-sample-time", "last-sample-age", "counters-sent", "last-counters-time", "last-counters-age",
     "problem", "text", "drops", "packets", "packets-not-told", "reason", "rate", "last-time", "last-age",
-    "code", "function", "severity",
+    "code", "function", "severity", "samples-per-second", "datagrams-per-second",
 };
 
 // clang-format on

@@ -19,6 +19,7 @@
 #include "manager/service/service_table.h"
 #include "manager/service/status.h"
 #include "manager/settings/own_settings.h"
+#include "manager/status/traffic_rates.h"
 
 namespace manager {
 
@@ -35,6 +36,7 @@ struct ManagerStatus {
     std::optional<JournalStatus> journal;
     SourceStatus source;
     DiscardSource discards;
+    TrafficCounts perSecond;
     std::vector<std::string> limitations;  // what can't be done here, for operators
 };
 

@@ -230,7 +230,7 @@ TEST_F(Drops, ACollectorThatNoLongerWantsThemGetsNoneAndTheOtherGoesOn)
     Commit("delete oam sflow-manager collector c2");
     support::Await("nothing to be looked at",
                    [&] { return Sflow().at("manager").at("discard-interfaces") == "none"; });
-    EXPECT_EQ("Dropped packets\n  not looked at: no collector wants notifications of them\n",
+    EXPECT_EQ("Dropped packets\n  Not looked at  no collector wants notifications of them\n",
               m_world->CliDone("show sflow drops"));
     EXPECT_EQ(0U, Numbers().At("sflow_drops_watched"));
     SendToOther(2);

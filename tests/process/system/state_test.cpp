@@ -65,7 +65,7 @@ TEST_F(StateTest, OfAThousandInterfacesIsWholeAndOfOneIsThatOne)
         "</state>",
         one.data);
     EXPECT_EQ("", client.Call(netconf::Get(OfInterface("port1000"))).data);
-    const auto problems = nlohmann::json::parse(TheWorld().CliDone("show sflow problems | json"));
+    const auto problems = nlohmann::json::parse(TheWorld().Cli("show sflow problems | json").output);
     EXPECT_EQ(1001U, problems.at("switch-state:state").at("oam").at("sflow").at("problem").size())
         << "each interface is missing in the kernel, and nothing is sent to the collector";
 }

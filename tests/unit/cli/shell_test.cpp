@@ -12,6 +12,7 @@
 
 #include "cdb/model/error.h"
 #include "cli/peer.h"
+#include "cli/sflow_summary.h"
 #include "cli/yang.h"
 
 namespace {
@@ -247,8 +248,9 @@ TEST(ShowState, AsksForItsPartOnly)
         test.shell.RunAll("show sflow; show sflow agent; show sflow collectors; show sflow interfaces | json;"
                           "show sflow problems; show system processes; show system faults; show version"));
     EXPECT_THAT(test.peer.Requests(),
-                ElementsAre(filtered("<oam><sflow/></oam>"),
-                            filtered("<oam><sflow><agent-address/><sub-agent/></sflow></oam>"),
+                ElementsAre(filtered(std::string(cli::kSummaryOfSflow)),
+                            filtered(std::string(cli::kSummaryOfProcesses)),
+                            filtered("<oam><sflow><manager/><agent-address/><sub-agent/></sflow></oam>"),
                             filtered("<oam><sflow><collector/></sflow></oam>"),
                             filtered("<oam><sflow><interface/></sflow></oam>"),
                             filtered("<oam><sflow><manager><session/></manager><problem/></sflow></oam>"),
@@ -364,6 +366,45 @@ TEST(Load, OfAMalformedFileSendsNothing)
     EXPECT_THAT(test.err.str(),
                 StartsWith("error: load replace " + file.path + ": " + file.path + ": line 2, column 28: "));
     EXPECT_THAT(test.peer.Requests(), IsEmpty());
+}
+
+TEST(Shell, StateOfSomeEntriesIsAskedForByName)
+{
+    const std::string xml =
+        "<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow><interface><name>eth1</name>"
+        "<ifindex>7</ifindex></interface></sflow></oam></state>";
+    Fixture test([&](const std::string&) { return Data(xml); });
+    EXPECT_TRUE(test.shell.Run("show sflow interface eth1 detail"));
+    EXPECT_THAT(test.peer.Requests().back(),
+                HasSubstr("<oam><sflow><interface><name>eth1</name></interface>"
+                          "<problem><subject>interface</subject><name>eth1</name></problem></sflow></oam>"));
+    EXPECT_THAT(test.out.str(), StartsWith("eth1\n  Kernel "));
+    EXPECT_FALSE(test.shell.Run("show sflow interface e2"));
+    EXPECT_THAT(test.err.str(),
+                HasSubstr("error: show sflow interface e2: there is no interface e2 in the state; show sflow "
+                          "interface lists those that there are\n"));
+}
+
+TEST(Shell, ProblemsAnswerWithTheStatus)
+{
+    std::string content = "<manager><session>loaded</session></manager>";
+    std::string errors;
+    Fixture test([&](const std::string&) {
+        return errors + Data(content.empty() ? ""
+                                             : "<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow>" +
+                                                   content + "</sflow></oam></state>");
+    });
+    EXPECT_TRUE(test.shell.Run("show sflow problems"));
+    EXPECT_EQ(0, test.shell.Status());
+    content +=
+        "<problem><subject>agent</subject><name>agent</name><reason>no-agent-address</reason>"
+        "<severity>broken</severity></problem>";
+    EXPECT_TRUE(test.shell.Run("show sflow problems | json"));
+    EXPECT_EQ(1, test.shell.Status());
+    content.clear();
+    errors = RpcError("warning", "no process provides /state/oam/sflow; start sflow-mgr", "/x");
+    EXPECT_FALSE(test.shell.Run("show sflow problems"));
+    EXPECT_EQ(2, test.shell.Status());
 }
 
 }  // namespace

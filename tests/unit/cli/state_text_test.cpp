@@ -8,6 +8,7 @@
 
 #include "base/text.h"
 #include "base/version.h"
+#include "cli/fact_list.h"
 #include "cli/text_table.h"
 #include "cli/yang.h"
 
@@ -84,6 +85,38 @@ TEST(TextTable, CountsCharactersNotBytes)
 TEST(Printable, EscapesWhatWouldMoveTheCursor)
 {
     EXPECT_EQ(base::Printable("a\nb\tc\x1b[1m\x7f"), "a\\nb\\tc\\x1b[1m\\x7f");
+}
+
+TEST(TextTable, LeavesOutTheColumnsOfTheHighestRankWhereThereIsNoRoom)
+{
+    cli::TextTable table({"Name", {"Second", 2}, {"First", 1}, "Last"});
+    table.Add({"a", "b", "c", "d"});
+    EXPECT_EQ(table.Text(0, 27), "Name  Second  First  Last\na     b       c      d\n");
+    EXPECT_EQ(table.Text(2, 27), "  Name  Second  First  Last\n  a     b       c      d\n");
+    EXPECT_EQ(table.Text(2, 26), "  Name  First  Last\n  a     c      d\n");
+    EXPECT_EQ(table.Text(0, 5), "Name\n    Last\na   d\n");
+}
+
+TEST(FactList, BreaksTextsAtRemediesAndBlanks)
+{
+    cli::FactList facts;
+    facts.Add("One", "a short text");
+    facts.Add("Three", "0123456789 0123456789 0123456789 0123456789; do this or that");
+    facts.Add("Four", "0123456789 0123456789 0123456789 0123456789 0123456789");
+    EXPECT_EQ(facts.Text(2, 54), R"(  One    a short text
+  Three  0123456789 0123456789 0123456789 0123456789;
+         do this or that
+  Four   0123456789 0123456789 0123456789 0123456789
+         0123456789
+)");
+}
+
+TEST(FactList, PutsTextsBelowLabelsThatAreTooLong)
+{
+    cli::FactList facts;
+    facts.Add("a label of which there are twenty", "text\n");
+    EXPECT_EQ(facts.Text(2, 60), "  a label of which there are twenty\n    text\\n\n");
+    EXPECT_EQ(facts.Text(2, 79), "  a label of which there are twenty  text\\n\n");
 }
 
 }  // namespace

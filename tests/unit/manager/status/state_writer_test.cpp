@@ -88,7 +88,7 @@ TEST_F(StateText, OfAManagerThatNobodyHasSpokenTo)
     EXPECT_EQ(
         R"({"sub-agent":"0","manager":{"connected":"false","pid":"4711",)"
         R"("session":"none","since":"2026-11-21T06:00:11.123Z","operations":"0",)"
-        R"("operations-refused":"0","packet-source":"none","discard-limit":"100","discard-interfaces":"none",)"
+        R"("operations-refused":"0","packet-source":"none","samples-per-second":"0","datagrams-per-second":"0","discard-limit":"100","discard-interfaces":"none",)"
         R"("discards-uncounted":"0"}})",
         Text(Of(m_service), nullptr));
 }
@@ -105,7 +105,7 @@ TEST_F(StateText, OfAllThatFlows)
     EXPECT_EQ(
         R"({"agent-address":"192.0.2.9","sub-agent":"0","manager":{"connected":"true","pid":"4711","session":"loaded",)"
         R"("since":"2026-11-21T05:00:11.123Z","operations":"9","operations-refused":"0",)"
-        R"("packet-source":"ebpf-tcx","discard-limit":"100","discard-interfaces":"configured",)"
+        R"("packet-source":"ebpf-tcx","samples-per-second":"0","datagrams-per-second":"0","discard-limit":"100","discard-interfaces":"configured",)"
         R"("discards-uncounted":"5"},)"
         R"("collector":[{"keys":["c1"],"address":"192.0.2.1","port":"6343","datagram-size":"1400","dscp":"0",)"
         R"("discards":"false","sending":"true",)"
@@ -169,7 +169,7 @@ TEST_F(StateText, OfAllThatDoesNotFlow)
         R"({"sub-agent":"7","manager":{"connected":"true","pid":"4711","session":"loaded",)"
         R"("since":"2026-11-21T05:00:11.123Z","operations":"9","operations-refused":"0",)"
         R"("packet-source":"none","packet-source-reason":"CAP_NET_RAW is missing","added-direction":"egress",)"
-        R"("discard-limit":"0","discard-interfaces":"none",)"
+        R"("samples-per-second":"0","datagrams-per-second":"0","discard-limit":"0","discard-interfaces":"none",)"
         R"("discard-interfaces-reason":"the kernel is too old","discards-uncounted":"0","limitation":["no marks","no statistics"]},)"
         R"("collector":[{"keys":["c1"],"address":"192.0.2.1","port":"6343","datagram-size":"1400","dscp":"0",)"
         R"("discards":"false","sending":"false",)"
