@@ -80,8 +80,8 @@ std::vector<Cause> CausesOf(const Children& sflow)
         const std::string name = problem.Value("name");
         const std::string text = problem.Value("text");
         Cause cause{SeverityOf(problem), problem.Value("subject"), {name}, WithoutName(text, name)};
-        const auto [found, isNew] =
-            known.try_emplace({cause.severity, cause.subject, problem.Value("reason"), cause.text}, causes.size());
+        const auto [found, isNew] = known.try_emplace(
+            {cause.severity, cause.subject, problem.Value("reason"), cause.text}, causes.size());
         if (!isNew) return causes[found->second].names.push_back(name);
         causes.push_back(std::move(cause));
         ownTexts.push_back(text);

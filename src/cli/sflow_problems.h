@@ -30,7 +30,8 @@ struct Cause {
 /// Problems that differ in nothing but the name are one cause. Broken ones come first.
 std::vector<Cause> CausesOf(const Children& sflow);
 
-/// The causes of the severity under its heading, in lines of at most `width` characters; empty if there are none.
+/// The causes of the severity under its heading, in lines of at most `width` characters; empty if there are
+/// none.
 std::string CausesText(const std::vector<Cause>& causes, Severity severity, std::size_t width);
 
 std::string ProblemsText(const Children& sflow, std::size_t width);

@@ -110,11 +110,10 @@ std::string SflowSummary(const lyd_node* sflowState, const lyd_node* processes, 
         const std::string source = interface.Value("packet-source");
         return source != "none" && source != "-";
     });
-    facts.Add("Sampling", interfaces.Text() + (interfaces.all == 1 ? " interface" : " interfaces") +
-                              SourceOf(manager));
-    const Count collectors = CountOf(sflow, "collector", [](const Children& collector) {
-        return collector.Value("sending") == "true";
-    });
+    facts.Add("Sampling",
+              interfaces.Text() + (interfaces.all == 1 ? " interface" : " interfaces") + SourceOf(manager));
+    const Count collectors = CountOf(
+        sflow, "collector", [](const Children& collector) { return collector.Value("sending") == "true"; });
     facts.Add("Collectors", collectors.Text() + " receiving");
     facts.Add("Traffic", manager.Value("samples-per-second") + " samples/s, " +
                              manager.Value("datagrams-per-second") + " datagrams/s");

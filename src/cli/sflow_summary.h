@@ -12,7 +12,8 @@ struct lyd_node;
 
 namespace cli {
 
-/// What the summary needs of sFlow and of the processes, each as the content of a filter's top-level container.
+/// What the summary needs of sFlow and of the processes, each as the content of a filter's top-level
+/// container.
 inline constexpr std::string_view kSummaryOfSflow =
     "<oam><sflow><manager/><agent-address/><sub-agent/><collector><name/><sending/></collector>"
     "<interface><name/><packet-source/></interface><problem/></sflow></oam>";

@@ -54,7 +54,8 @@ std::string ManagerText(const Children& manager, std::size_t width)
     if (manager.First("added-direction")) facts.Add("Also sampled", manager.Value("added-direction"));
     if (manager.First("discard-limit"))
         facts.Add("Discards", "at most " + manager.Value("discard-limit") + " notifications a second");
-    manager.ForEach("limitation", [&](const lyd_node* node) { facts.Add("Limitation", lyd_get_value(node)); });
+    manager.ForEach("limitation",
+                    [&](const lyd_node* node) { facts.Add("Limitation", lyd_get_value(node)); });
     return "Manager\n" + facts.Text(kIndent, width);
 }
 
@@ -69,7 +70,10 @@ std::string AgentText(const Children& sflow, std::size_t width)
 }
 
 /// "ok", or the first reason why it does not flow.
-std::string Condition(const Children& entry) { return entry.First("problem") ? entry.Value("problem") : "ok"; }
+std::string Condition(const Children& entry)
+{
+    return entry.First("problem") ? entry.Value("problem") : "ok";
+}
 
 /// Whether the manager has settings of its own for the collector that are not the defaults.
 bool SendsSpecially(const Children& collector)
@@ -143,9 +147,22 @@ std::string PollingText(const Children& interface)
 
 std::string InterfacesText(const Children& sflow, std::size_t width)
 {
-    TextTable table({"Name", "Link", "Sampling", {"Polling", 2}, {"Seen", 3}, {"Samples", 1}, {"Last sample", 4},
-                     {"Dropped", 6}, {"Unwanted", 7}, {"Counters", 5}, {"Kernel", 8}, {"Rate from", 9},
-                     {"Direction", 10}, {"Header", 11}, {"Index", 12}, "Condition"});
+    TextTable table({"Name",
+                     "Link",
+                     "Sampling",
+                     {"Polling", 2},
+                     {"Seen", 3},
+                     {"Samples", 1},
+                     {"Last sample", 4},
+                     {"Dropped", 6},
+                     {"Unwanted", 7},
+                     {"Counters", 5},
+                     {"Kernel", 8},
+                     {"Rate from", 9},
+                     {"Direction", 10},
+                     {"Header", 11},
+                     {"Index", 12},
+                     "Condition"});
     for (const Children& interface : EntriesOf(sflow, "interface"))
         table.Add({interface.Value("name"), LinkText(interface), RateText(interface), PollingText(interface),
                    interface.Value("packets-seen"), interface.Value("packets-sampled"),
@@ -158,7 +175,8 @@ std::string InterfacesText(const Children& sflow, std::size_t width)
 
 std::string DropsText(const Children& sflow, std::size_t width)
 {
-    TextTable packets({"Interface", "Reason", "Packets", {"Rate", 1}, {"Last", 2}, {"Code", 3}, {"Function", 4}});
+    TextTable packets(
+        {"Interface", "Reason", "Packets", {"Rate", 1}, {"Last", 2}, {"Code", 3}, {"Function", 4}});
     TextTable interfaces({"Interface", "Index", "Packets", "Not told"});
     sflow.ForEach("drops", [&](const lyd_node* node) {
         const Children drops(node);
@@ -206,7 +224,8 @@ void DescribeInterface(const Children& interface, FactList& facts)
                              interface.Value("drops-no-collector") + " that no collector wants");
     facts.Add("Samples to", interface.Values("flow-collector"));
     facts.Add("Polling", PollingText(interface));
-    facts.Add("Counters", interface.Value("counters-sent") + " sent" + LastText(interface, "last-counters-age"));
+    facts.Add("Counters",
+              interface.Value("counters-sent") + " sent" + LastText(interface, "last-counters-age"));
     facts.Add("Counters to", interface.Values("counter-collector"));
 }
 
@@ -259,9 +278,8 @@ std::string SflowText(const lyd_node* state, std::string_view part, std::size_t 
 bool HasEntry(const lyd_node* state, std::string_view list, std::string_view name)
 {
     bool found = false;
-    Children(state).Of("oam").Of("sflow").ForEach(list, [&](const lyd_node* node) {
-        found = found || Children(node).Value("name") == name;
-    });
+    Children(state).Of("oam").Of("sflow").ForEach(
+        list, [&](const lyd_node* node) { found = found || Children(node).Value("name") == name; });
     return found;
 }
 

@@ -17,8 +17,8 @@ inline constexpr std::size_t kGap = 2;
 /// Characters, not bytes, of UTF-8.
 inline std::size_t Width(std::string_view text)
 {
-    return static_cast<std::size_t>(std::ranges::count_if(
-        text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
+    return static_cast<std::size_t>(
+        std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
 }
 
 }  // namespace cli

@@ -14,6 +14,8 @@ Command CommandOf(const std::filesystem::path& directory, const ManagerOptions& 
 {
     Command command{.argv = options.before, .environment = options.environment};
     command.argv.push_back(World::Program("sflow-mgr"));
+    command.argv.insert(command.argv.end(),
+                        {"--resync-after", "0"});  // the session's client does not know how
     command.argv.insert(command.argv.end(), options.arguments.begin(), options.arguments.end());
     command.environment["SFLOW_RUN_DIR"] = directory / "run";
     command.environment["SFLOW_LOG"] = directory / "log";

@@ -83,7 +83,8 @@ void World::StartManager()
 {
     const auto file = Dir() / ("journal-" + std::to_string(++m_managers));
     m_journal = std::make_unique<Journal>(file);
-    std::vector<std::string> arguments{"--journal", file};
+    std::vector<std::string> arguments{"--journal", file, "--resync-after",
+                                       std::to_string(m_options.resyncAfter)};
     arguments.insert(arguments.end(), m_options.managerArguments.begin(), m_options.managerArguments.end());
     m_manager = Spawn("sflow-mgr", arguments, "sflow-mgr");
     Await("sflow-mgr to listen", [this] {

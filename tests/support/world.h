@@ -21,6 +21,8 @@ namespace support {
 struct WorldOptions {
     std::vector<std::string> cdbdArguments{};
     std::vector<std::string> managerArguments{};
+    /// sflow-mgr's --resync-after, in seconds. Without it, what a session tells is what a test has caused.
+    int resyncAfter = 0;
     /// A program that becomes the process, and its arguments: "setpriv", ...
     std::vector<std::string> through{};
     std::map<std::string, std::string> environment{};

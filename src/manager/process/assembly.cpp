@@ -31,6 +31,7 @@
 #include "manager/process/privileges.h"
 #include "manager/sampling/reconciler.h"
 #include "manager/service/journal.h"
+#include "manager/service/resync_after.h"
 #include "manager/service/service.h"
 #include "manager/service/service_table.h"
 #include "manager/service/session_server.h"
@@ -184,6 +185,7 @@ private:
     Reconciler m_reconciler;
     ChosenSource m_source;
     Service m_service;
+    ResyncAfter m_resync;
     SessionServer m_server;
     ConfiguredStore m_configuration;
     SettingsFollower m_follower;
@@ -220,8 +222,15 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
                     m_exporter, m_poller, m_discards},
                    m_clock),
       m_source(ChooseSource(options.source, loop, *m_timers, m_reconciler.Sink(), SourceOptionsOf(options))),
-      m_service(m_table, m_journal.get(), m_clock,
-                [this](const Touched& touched) { m_reconciler.Reconcile(touched); }),
+      m_service(
+          m_table, m_journal.get(), m_clock,
+          [this](const Touched& touched) { m_reconciler.Reconcile(touched); }, [this] { m_resync.Note(); }),
+      m_resync(
+          *m_timers, options.resyncAfter, [this] { return m_service.HasOperated(); },
+          [this, rest = options.resyncAfter] {
+              slog::Info("no operation has come for {} s: everything is asked for again", rest.count());
+              m_server.RequestResync();
+          }),
       m_server(loop, *m_timers, directory + "/manager.sock", m_service, TrustOf(options),
                base::FindGroup(options.switchGroup)),
       m_follower(m_configuration, *m_timers, m_own),

@@ -88,6 +88,15 @@ MetricsAddress ToMetricsAddress(std::string_view value)
     return {address, *port};
 }
 
+std::chrono::seconds ToResyncAfter(std::string_view value)
+{
+    constexpr std::uint32_t kMost = 86'400;
+    const auto seconds = base::ToNumber<std::uint32_t>(value);
+    if (!seconds || *seconds > kMost)
+        Refuse("resync-after", value, "is no number of seconds from 0 to 86400; 0 turns it off");
+    return std::chrono::seconds(*seconds);
+}
+
 std::string ToGroup(std::string_view value)
 {
     if (base::FindGroup(std::string(value))) return std::string(value);
@@ -132,6 +141,9 @@ base::Options OptionsFor(Options& to)
                   to.expediteRcu);
     add("mark", "NUMBER", to.mark, ToMark,
         "mark of the manager's own datagrams, which are never sampled (0x73464c77; 0: none)");
+    add("resync-after", "SECONDS", to.resyncAfter, ToResyncAfter,
+        "have everything sent again so long after the last change, so that what is in effect is what is "
+        "configured (10; 0: never)");
     add("metrics", "ADDRESS:PORT", to.metrics, ToMetricsAddress,
         "serve metrics at this loopback address, such as 127.0.0.1:9100 or [::1]:9100");
     return described;

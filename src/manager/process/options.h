@@ -4,6 +4,7 @@
 #ifndef MANAGER_PROCESS_OPTIONS_H
 #define MANAGER_PROCESS_OPTIONS_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -27,11 +28,12 @@ struct Options {
     std::string switchGroup;         // the group that manager.sock is for
     std::vector<std::string> allow;  // others that may have the session; see ipc/trust.h
     bool requireSampling = false;
-    std::optional<Direction> direction;  // sampled besides what interfaces ask for
-    std::string source = "auto";         // of packets, or the only one that is tried
-    std::uint32_t mark = 0x73464C77;     // of the manager's own datagrams; 0: none
-    std::size_t ringSize = 0;            // bytes; 0: the source's default
-    bool expediteRcu = false;            // while many interfaces are attached or detached
+    std::optional<Direction> direction;    // sampled besides what interfaces ask for
+    std::string source = "auto";           // of packets, or the only one that is tried
+    std::uint32_t mark = 0x73464C77;       // of the manager's own datagrams; 0: none
+    std::size_t ringSize = 0;              // bytes; 0: the source's default
+    bool expediteRcu = false;              // while many interfaces are attached or detached
+    std::chrono::seconds resyncAfter{10};  // from the last operation of a session; 0: never
     std::optional<MetricsAddress> metrics;
     bool help = false;
     bool version = false;

@@ -17,11 +17,13 @@ constexpr std::uint64_t kLoggedRefusals = 10;
 
 }  // namespace
 
-Service::Service(ServiceTable& table, Journal* journal, Clock clock, Reconcile reconcile)
+Service::Service(ServiceTable& table, Journal* journal, Clock clock, Reconcile reconcile,
+                 std::function<void()> operated)
     : m_table(table),
       m_journal(journal),
       m_clock(std::move(clock)),
       m_reconcile(std::move(reconcile)),
+      m_operated(std::move(operated)),
       m_since(m_clock())
 {
 }
@@ -37,6 +39,9 @@ bool Service::Take(const ipc::manager::ClientMessage& message)
 {
     if (IsOperation(message)) {
         TakeOperation(message);
+        if (m_session != Session::kLoaded) return true;
+        m_hasOperated = true;
+        if (m_operated) m_operated();
         return true;
     }
     if (!message.has_loaded()) return false;
@@ -58,6 +63,7 @@ void Service::Become(Session session, std::string_view step)
 {
     if (m_journal != nullptr) m_journal->NoteStep(step);
     m_session = session;
+    m_hasOperated = false;
     m_since = m_clock();
 }
 

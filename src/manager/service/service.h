@@ -30,8 +30,10 @@ public:
     /// Brings into effect what an operation or a sweep has touched; called at once.
     using Reconcile = std::function<void(const Touched&)>;
 
-    /// `journal` may be null. Table and journal must outlive it.
-    Service(ServiceTable& table, Journal* journal, Clock clock, Reconcile reconcile);
+    /// `journal` may be null. Table and journal must outlive it. `operated` may be null; it is called behind
+    /// each operation of a session that is loaded.
+    Service(ServiceTable& table, Journal* journal, Clock clock, Reconcile reconcile,
+            std::function<void()> operated = {});
 
     /// A client has been given the session.
     void Open();
@@ -50,6 +52,8 @@ public:
     [[nodiscard]] Session CurrentSession() const { return m_session; }
     /// When CurrentSession last changed.
     [[nodiscard]] std::chrono::system_clock::time_point Since() const { return m_since; }
+    /// Whether the session is loaded and has had operations since.
+    [[nodiscard]] bool HasOperated() const { return m_hasOperated; }
     /// Operations received, and those of them that were refused, since the manager's start.
     [[nodiscard]] std::uint64_t Operations() const { return m_operations; }
     [[nodiscard]] std::uint64_t Refused() const { return m_refused; }
@@ -63,6 +67,8 @@ private:
     Journal* m_journal;
     Clock m_clock;
     Reconcile m_reconcile;
+    std::function<void()> m_operated;
+    bool m_hasOperated = false;
     Session m_session = Session::kNone;
     std::chrono::system_clock::time_point m_since;
     std::uint64_t m_operations = 0;

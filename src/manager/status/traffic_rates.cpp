@@ -9,7 +9,9 @@ namespace {
 
 std::uint64_t Rate(std::uint64_t before, std::uint64_t now, double seconds)
 {
-    return now <= before ? 0 : static_cast<std::uint64_t>(std::llround(static_cast<double>(now - before) / seconds));
+    return now <= before
+               ? 0
+               : static_cast<std::uint64_t>(std::llround(static_cast<double>(now - before) / seconds));
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 // Random commits while random processes are killed: whatever happens, the manager ends with what the
 // configuration says. The seed is fixed, and printed with every failure.
 
+#include <chrono>
 #include <random>
+#include <thread>
 #include <utility>
 
 #include "system/system_test.h"
@@ -15,6 +17,18 @@ constexpr unsigned kSteps = 40;
 
 class Random : public SystemTest, public testing::WithParamInterface<unsigned> {
 protected:
+    Random() = default;
+    /// Commits may have several "enabled", some of which the daemon leaves out.
+    struct Several {};
+    explicit Random(Several /*enabled*/) : SystemTest(Resynced()), m_severalEnabled(true) {}
+
+    static WorldOptions Resynced()
+    {
+        WorldOptions options;
+        options.resyncAfter = 1;
+        return options;
+    }
+
     unsigned Draw(unsigned below) { return std::uniform_int_distribution<unsigned>(0, below - 1)(m_engine); }
 
     std::string Collector() { return "c" + std::to_string(Draw(4)); }
@@ -23,9 +37,11 @@ protected:
         return (Draw(2) == 0 ? "eth" : "gigabit-ethernet-1/") + std::to_string(Draw(4));
     }
 
-    // One edit. At most one "enabled" a commit: of two, the daemon attaches the later one only.
+    // One edit. At most one "enabled" a commit, where nothing is sent again: of two, the daemon attaches the
+    // later one only.
     std::string Edit(bool& enabledDrawn)
     {
+        if (m_severalEnabled) enabledDrawn = false;
         const auto list = std::string(Draw(2) == 0 ? " flow" : " counter") + "-sampling-collector ";
         switch (Draw(9)) {
         case 0:
@@ -81,7 +97,42 @@ protected:
 
 private:
     std::mt19937 m_engine{GetParam()};
+    bool m_severalEnabled = false;
 };
+
+class Healing : public Random {
+protected:
+    Healing() : Random(Several()) {}
+};
+
+TEST_P(Healing, TheManagerBecomesWhatTheConfigurationSays)
+{
+    TheWorld().Start(scenario::Usual());
+    for (unsigned step = 0; step < kSteps; ++step) {
+        SCOPED_TRACE("seed " + std::to_string(GetParam()) + ", step " + std::to_string(step));
+        Step();
+        if (Draw(4) == 0) AwaitSettled();
+    }
+    AwaitSettled();
+}
+
+TEST_P(Healing, OfTwoCollectorsEnabledInOneCommitAllAttachmentsComeAndThenAllIsQuiet)
+{
+    TheWorld().Start(scenario::Usual());
+    TheWorld().CliDone(
+        "set oam sflow collector a ip 192.0.2.1; set oam sflow collector b ip 192.0.2.2;"
+        "set oam sflow collector a enabled false; set oam sflow collector b enabled false;"
+        "set oam sflow interface x flow-sampling-collector a; set oam sflow interface y "
+        "flow-sampling-collector b;"
+        "commit; set oam sflow collector a enabled true; set oam sflow collector b enabled true; commit");
+    AwaitSettled();
+    // The load of the new session does not count as a change.
+    const std::size_t calls = TheWorld().ManagerJournal().All().size();
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    EXPECT_EQ(calls, TheWorld().ManagerJournal().All().size());
+}
+
+INSTANTIATE_TEST_SUITE_P(Seed, Healing, testing::Values(3U));
 
 TEST_P(Random, CommitsReachTheManagerWhole)
 {

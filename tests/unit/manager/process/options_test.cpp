@@ -39,19 +39,22 @@ TEST(CommandLine, EmptyAsksForNothing)
     EXPECT_EQ(0x73464c77U, options.mark);
     EXPECT_EQ(0U, options.ringSize);
     EXPECT_FALSE(options.expediteRcu);
+    EXPECT_EQ(std::chrono::seconds(10), options.resyncAfter);
 }
 
 TEST(CommandLine, WithEveryOption)
 {
-    const Options options = Parse({"--journal", "/tmp/j", "--user=sflow", "--require-sampling", "--direction",
-                                   "both", "--source", "packet-socket", "--mark=7", "--ring-size", "4M",
-                                   "--expedite-rcu", "--metrics", "127.0.0.1:9100", "--help", "--version"});
+    const Options options =
+        Parse({"--journal", "/tmp/j", "--user=sflow", "--require-sampling", "--direction", "both", "--source",
+               "packet-socket", "--mark=7", "--ring-size", "4M", "--expedite-rcu", "--resync-after", "0",
+               "--metrics", "127.0.0.1:9100", "--help", "--version"});
     EXPECT_EQ("/tmp/j", options.journal);
     EXPECT_EQ("sflow", options.user);
     EXPECT_TRUE(options.requireSampling && options.expediteRcu && options.help && options.version);
     EXPECT_EQ(Direction::kBoth, options.direction);
     EXPECT_EQ("packet-socket", options.source);
     EXPECT_EQ(7U, options.mark);
+    EXPECT_EQ(std::chrono::seconds(0), options.resyncAfter);
     EXPECT_EQ(std::size_t{4} << 20, options.ringSize);
     EXPECT_EQ((MetricsAddress{"127.0.0.1", 9100}), options.metrics);
 }
@@ -82,8 +85,9 @@ TEST(CommandLine, TakesEveryValueOfAnOption)
 
 TEST(CommandLine, IsDescribedWithEveryOption)
 {
-    for (const char* option : {"--journal", "--user", "--require-sampling", "--source", "--direction",
-                               "--ring-size", "--expedite-rcu", "--mark", "--metrics", "--help", "--version"})
+    for (const char* option :
+         {"--journal", "--user", "--require-sampling", "--source", "--direction", "--ring-size",
+          "--expedite-rcu", "--resync-after", "--mark", "--metrics", "--help", "--version"})
         EXPECT_NE(std::string::npos, UsageText().find(option)) << option;
 }
 
@@ -119,6 +123,12 @@ const FaultRow kFaultRows[] = {
     {"NoValue", {"--journal"}, "option --journal needs a value"},
     {"ValueWhereNoneIs", {"--help=x"}, "no such option: --help=x"},
     {"Argument", {"file"}, "unexpected argument: file"},
+    {"ResyncAfter",
+     {"--resync-after", "soon"},
+     "option --resync-after: \"soon\" is no number of seconds from 0 to 86400; 0 turns it off"},
+    {"ResyncAfterTooLong",
+     {"--resync-after=86401"},
+     "option --resync-after: \"86401\" is no number of seconds from 0 to 86400; 0 turns it off"},
     {"Direction",
      {"--direction", "in"},
      "option --direction: \"in\" is no direction; use ingress, egress or both"},
@@ -198,7 +208,7 @@ TEST(CommandLine, IsThatOfTheManualAndOfTheUsage)
     for (std::size_t at; (at = manual.find("\\-")) != std::string::npos;) manual.erase(at, 1);
     const std::set<std::string> options = OptionsIn(UsageText());
     EXPECT_EQ(options, OptionsIn(manual));
-    EXPECT_EQ(13U, options.size());
+    EXPECT_EQ(14U, options.size());
     // Each of them is one that is taken, with a value or without.
     for (const std::string& option : options) {
         try {
