@@ -22,7 +22,7 @@ test:
 	@tools/install-deps test
 	cmake --preset ci
 	cmake --build --preset ci
-	ctest --preset ci
+	ctest --preset ci --repeat until-pass:2
 
 # The Debian package, in build/package.
 package:
