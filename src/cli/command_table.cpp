@@ -174,9 +174,17 @@ void ShowSflowInterface(Call& call) { ShowEntries(call, "interface"); }
 
 void ShowSflowCollector(Call& call) { ShowEntries(call, "collector"); }
 
-void ShowProcesses(Call& call) { ShowState(call, "<system><process/></system>", &ProcessesText); }
+void ShowProcesses(Call& call)
+{
+    ShowState(call, "<system><process/></system>",
+              [&](const lyd_node* state) { return ProcessesText(state, call.width); });
+}
 
-void ShowFaults(Call& call) { ShowState(call, "<system><fault/></system>", &FaultsText); }
+void ShowFaults(Call& call)
+{
+    ShowState(call, "<system><fault/></system>",
+              [&](const lyd_node* state) { return FaultsText(state, call.width); });
+}
 
 std::string HistoryElements(const std::string& content)
 {

@@ -4,6 +4,7 @@
 #include <libyang/libyang.h>
 
 #include "base/version.h"
+#include "cli/fact_list.h"
 #include "cli/state_node.h"
 #include "cli/text_table.h"
 
@@ -19,11 +20,11 @@ std::string AgeText(std::uint64_t seconds)
     return std::to_string(seconds / kDay) + " d ago";
 }
 
-std::string ProcessesText(const lyd_node* state)
+std::string ProcessesText(const lyd_node* state, std::size_t width)
 {
-    TextTable table({"Name", "Process", "State", "Role", "Missed", "Since"});
-    TextTable times({"Name", "Process", "Connected since", "Last acknowledgement"});
-    TextTable uses({"Name", "Process", "Subscription or callpoint"});
+    TextTable table({"Name", {"Process", 1}, "State", {"Role", 2}, {"Missed", 3}, {"Since", 4}});
+    TextTable times({"Name", {"Process", 2}, {"Connected since", 1}, "Last acknowledgement"});
+    TextTable uses({"Name", {"Process", 1}, "Subscription or callpoint"});
     Children(state).Of("system").ForEach("process", [&](const lyd_node* node) {
         const Children process(node);
         const std::string name = process.Value("name");
@@ -38,7 +39,8 @@ std::string ProcessesText(const lyd_node* state)
             process.ForEach(use, [&](const lyd_node* each) { uses.Add({name, pid, lyd_get_value(each)}); });
     });
     if (table.Empty()) return "No process is connected to the database.\n";
-    return table.Text(0) + "\n" + times.Text(0) + (uses.Empty() ? "" : "\n" + uses.Text(0));
+    return table.Text(0, width) + "\n" + times.Text(0, width) +
+           (uses.Empty() ? "" : "\n" + uses.Text(0, width));
 }
 
 std::string VersionsText(const lyd_node* state)
@@ -54,21 +56,20 @@ std::string VersionsText(const lyd_node* state)
     return table.Text(0);
 }
 
-std::string FaultsText(const lyd_node* state)
+std::string FaultsText(const lyd_node* state, std::size_t width)
 {
-    TextTable table({"Number", "Time", "Process", "Kind", "Reported by", "Text"});
+    FactList faults;
     Children(state).Of("system").ForEach("fault", [&](const lyd_node* node) {
         const Children fault(node);
         const std::string kind = fault.Value("kind");
-        table.Add({fault.Value("number"), fault.Time("time"),
-                   fault.Value("process") + "[" + fault.Value("pid") + "]",
-                   kind == "0"   ? "0 exception"
-                   : kind == "1" ? "1 failure"
-                                 : kind,
-                   fault.Value("function") + " (" + fault.Value("file") + ":" + fault.Value("line") + ")",
-                   fault.Value("text")});
+        const std::string text = fault.Value("text");
+        const std::string what = kind == "0" ? "exception" : kind == "1" ? "failure" : "kind " + kind;
+        faults.Add(fault.Value("number") + "  " + fault.Time("time") + "  " + fault.Value("process") + "[" +
+                       fault.Value("pid") + "]",
+                   what + " in " + fault.Value("function") + " (" + fault.Value("file") + ":" +
+                       fault.Value("line") + ")" + (text.empty() ? "" : ": " + text));
     });
-    return table.Empty() ? "No fault was reported.\n" : table.Text(0);
+    return faults.Empty() ? "No fault was reported.\n" : faults.Text(0, width);
 }
 
 }  // namespace cli

@@ -5,6 +5,7 @@
 #ifndef CLI_STATE_TEXT_H
 #define CLI_STATE_TEXT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -15,8 +16,9 @@ namespace cli {
 /// "just now", "3 s ago", "2 min ago", "5 h ago", "8 d ago".
 std::string AgeText(std::uint64_t seconds);
 
-std::string ProcessesText(const lyd_node* state);
-std::string FaultsText(const lyd_node* state);
+/// `width`: the characters of a line.
+std::string ProcessesText(const lyd_node* state, std::size_t width);
+std::string FaultsText(const lyd_node* state, std::size_t width);
 /// This program's version is in it also without a tree.
 std::string VersionsText(const lyd_node* state);
 

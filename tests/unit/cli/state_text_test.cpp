@@ -27,7 +27,7 @@ TEST(ProcessesText, ShowsHealthTimesAndUses)
         {"name":"x","pid":10,"connected-since":"2026-11-21T05:00:00Z","role":"unknown","state":"applying",
          "health":"late","health-since":"2026-11-21T05:00:01Z","missed-commits":"1"},
         {"name":"y","pid":1,"connected-since":"2026-11-21T05:00:00Z","role":"unknown","state":"ready"}]}}})");
-    const std::string text = cli::ProcessesText(tree.get());
+    const std::string text = cli::ProcessesText(tree.get(), 79);
     EXPECT_EQ(text,
               "Name       Process  State           Role     Missed  Since\n"
               "sflow-app  4194303  ready           standby  0       2026-11-21T05:00:00Z\n"
@@ -46,8 +46,18 @@ TEST(ProcessesText, ShowsHealthTimesAndUses)
               "sflow-app  4194303  /config/interface/mgmt\n"
               "sflow-app  4194303  sflow-set-sampling-rate\n");
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80U) << line;
-    EXPECT_EQ(cli::ProcessesText(nullptr), "No process is connected to the database.\n");
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 79U) << line;
+    EXPECT_EQ(cli::ProcessesText(nullptr, 79), "No process is connected to the database.\n");
+}
+
+TEST(ProcessesText, FitsWhereANameIsLong)
+{
+    const std::string name(64, 'n');
+    const cli::Tree tree = FromJson(R"({"switch-state:state":{"system":{"process":[{"name":")" + name +
+                                    R"(","pid":12,"connected-since":"2026-11-21T05:00:00Z","role":"standby",
+        "state":"ready","missed-commits":"0","subscription":["/config/oam/sflow"]}]}}})");
+    std::istringstream lines(cli::ProcessesText(tree.get(), 79));
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 79U) << line;
 }
 
 TEST(VersionsText, HasTheShellTheDatabaseAndItsProcesses)
@@ -58,20 +68,21 @@ TEST(VersionsText, HasTheShellTheDatabaseAndItsProcesses)
     EXPECT_EQ(cli::VersionsText(tree.get()), own + "cdbd       1.2\nsflow-app  1.3\nsflow-mgr  -\n");
 }
 
-TEST(FaultsText, KeepsAFaultOnOneLine)
+TEST(FaultsText, BreaksNoLineInAFaultsOwnText)
 {
     const cli::Tree tree = FromJson(R"({"switch-state:state":{"system":{"fault":[
         {"number":"7","time":"2026-11-21T05:00:00Z","process":"sflow-app","pid":10,"kind":1,"function":"Run",
          "file":"src/daemon/sflow_app","line":87,"text":"Exception caught!\n'x'.\n"},
         {"number":"8","time":"2026-11-21T05:00:01Z","process":"sflow-app","pid":10,"kind":0,"function":"Run",
          "file":"f","line":1,"text":""}]}}})");
-    EXPECT_EQ(
-        cli::FaultsText(tree.get()),
-        "Number  Time                  Process        Kind         Reported by                    Text\n"
-        "7       2026-11-21T05:00:00Z  sflow-app[10]  1 failure    Run (src/daemon/sflow_app:87)  "
-        "Exception caught!\\n'x'.\\n\n"
-        "8       2026-11-21T05:00:01Z  sflow-app[10]  0 exception  Run (f:1)\n");
-    EXPECT_EQ(cli::FaultsText(nullptr), "No fault was reported.\n");
+    EXPECT_EQ(cli::FaultsText(tree.get(), 79), R"(7  2026-11-21T05:00:00Z  sflow-app[10]
+  failure in Run (src/daemon/sflow_app:87): Exception caught!\n'x'.\n
+8  2026-11-21T05:00:01Z  sflow-app[10]
+  exception in Run (f:1)
+)");
+    EXPECT_EQ(cli::FaultsText(tree.get(), 159).substr(0, 60),
+              "7  2026-11-21T05:00:00Z  sflow-app[10]  failure in Run (src/");
+    EXPECT_EQ(cli::FaultsText(nullptr, 79), "No fault was reported.\n");
 }
 
 TEST(TextTable, CountsCharactersNotBytes)
