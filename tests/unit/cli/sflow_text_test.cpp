@@ -8,7 +8,6 @@
 
 #include "cli/sflow_problems.h"
 #include "cli/sflow_summary.h"
-#include "cli/state_text.h"
 #include "cli/yang.h"
 
 namespace {
@@ -174,7 +173,7 @@ TEST(SflowText, TellsAllThatIsKnownOfAnEntry)
   Sampling     1 in 512, rate from own setting, ingress, header of 128 bytes
   Sampled by   -
   Packets      - seen, - sampled
-  Dropped      - for want of room, - that no collector wants
+  Dropped      - for lack of room, - that no collector wants
   Samples to   c1 collector-two
   Polling      20 s
   Counters     - sent
@@ -187,7 +186,7 @@ gigabit-ethernet-1/1/1
   Sampling     1 in 16777215, rate from speed class, both, header of 16 bytes
   Sampled by   packet-socket
   Packets      123456789 seen, 7 sampled, the last 3 s ago
-  Dropped      0 for want of room, 0 that no collector wants
+  Dropped      0 for lack of room, 0 that no collector wants
   Samples to   -
   Polling      off
   Counters     12 sent, the last 2 h ago
@@ -198,7 +197,7 @@ gigabit-ethernet-1/1/2
   Sampling     1 in 1000, rate from speed class, ingress, header of 128 bytes
   Sampled by   -
   Packets      5 seen, 1 sampled, the last 2 d ago
-  Dropped      2 for want of room, 3 that no collector wants
+  Dropped      2 for lack of room, 3 that no collector wants
   Samples to   c1
   Polling      20 s
   Counters     0 sent
@@ -211,7 +210,7 @@ p3
   Sampling     1 in 1, rate from -, egress, header of 128 bytes
   Sampled by   -
   Packets      - seen, - sampled
-  Dropped      - for want of room, - that no collector wants
+  Dropped      - for lack of room, - that no collector wants
   Samples to   -
   Polling      20 s
   Counters     - sent
@@ -387,17 +386,6 @@ TEST(SflowProblems, BreaksNoWordAndEscapesWhatWouldMoveTheCursor)
                  std::string(64, 'n') + R"(","reason":"refused","text":"a )" + word + R"( b\u0009c"}]}}}})");
     EXPECT_EQ(cli::SflowText(tree.get(), "problems", kWidth),
               "Broken\n  interface " + std::string(64, 'n') + "\n    a\n    " + word + "\n    b\\tc\n");
-}
-
-TEST(AgeText, IsInTheUnitThatTellsEnough)
-{
-    const struct {
-        std::uint64_t seconds;
-        const char* text;
-    } rows[] = {{0, "just now"},      {1, "1 s ago"},        {119, "119 s ago"},
-                {120, "2 min ago"},   {7199, "119 min ago"}, {7200, "2 h ago"},
-                {172799, "47 h ago"}, {172800, "2 d ago"},   {4294967295, "49710 d ago"}};
-    for (const auto& row : rows) EXPECT_EQ(cli::AgeText(row.seconds), row.text);
 }
 
 }  // namespace

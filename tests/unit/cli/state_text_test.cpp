@@ -60,6 +60,17 @@ TEST(ProcessesText, FitsWhereANameIsLong)
     for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 79U) << line;
 }
 
+TEST(AgeText, IsInTheUnitThatTellsEnough)
+{
+    const struct {
+        std::uint64_t seconds;
+        const char* text;
+    } rows[] = {{0, "just now"},      {1, "1 s ago"},        {119, "119 s ago"},
+                {120, "2 min ago"},   {7199, "119 min ago"}, {7200, "2 h ago"},
+                {172799, "47 h ago"}, {172800, "2 d ago"},   {4294967295, "49710 d ago"}};
+    for (const auto& row : rows) EXPECT_EQ(cli::AgeText(row.seconds), row.text);
+}
+
 TEST(VersionsText, HasTheShellTheDatabaseAndItsProcesses)
 {
     const cli::Tree tree = FromJson(R"({"switch-state:state":{"system":{"version":"1.2","process":[

@@ -5,9 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <optional>
 #include <string>
 
 #include "agent/agent_world.h"
@@ -23,42 +20,22 @@ constexpr const char* kSessions =
     "<netconf-state "
     "xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><sessions/></netconf-state>";
 
-class BoundUser : public testing::Test {
+class BoundUser : public BoundByRules {
 protected:
     /// All may make collectors and nothing else, and see no sessions.
-    static std::filesystem::path Rules(const Directory& directory)
+    BoundUser()
+        : BoundByRules(
+              "<rule><name>c</name><path>/c:config/s:oam/s:sflow/s:collector</"
+              "path><access-operations>create</access-operations><action>permit</action></rule>"
+              "<rule><name>n</name><path>/n:netconf-state/n:sessions</path><access-operations>read</"
+              "access-operations><action>deny</action></rule>")
     {
-        const auto file = directory.Path() / "access.xml";
-        std::ofstream(file) << "<nacm xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\" "
-                               "xmlns:c=\"urn:switch:yang:switch-config\" "
-                               "xmlns:n=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\" "
-                               "xmlns:s=\"urn:switch:yang:switch-oam-sflow\"><rule-list><name>l</name>"
-                               "<group>*</group><rule><name>c</name>"
-                               "<path>/c:config/s:oam/s:sflow/s:collector</path>"
-                               "<access-operations>create</access-operations><action>permit</action></rule>"
-                               "<rule><name>n</name><path>/n:netconf-state/n:sessions</path>"
-                               "<access-operations>read</access-operations><action>deny</action></rule>"
-                               "</rule-list></nacm>";
-        return file;
-    }
-
-    void SetUp() override
-    {
-        OpenToAll(m_world);
-        const OtherUser other;
-        if (!other.Done()) GTEST_SKIP() << "needs root, to become another user";
-        m_bound.emplace(m_world.Connect());
     }
 
     static std::string Copy(const std::string& source)
     {
         return "<copy-config><target><candidate/></target><source>" + source + "</source></copy-config>";
     }
-
-    Directory m_directory;
-    World m_world{{}, Rules(m_directory)};
-    netconf::Client m_root = m_world.Connect();
-    std::optional<netconf::Client> m_bound;
 };
 
 TEST_F(BoundUser, CopiesOnlyWhatMayBeWritten)

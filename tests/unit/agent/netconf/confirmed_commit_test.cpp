@@ -2,10 +2,7 @@
 // Confirmed commits (RFC 6241, section 8.4): who may confirm, extend and cancel them, when they are rolled
 // back, and what is told of it. Time is the test's.
 
-#include <filesystem>
-#include <fstream>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "agent/netconf/confirmed_world.h"
@@ -367,35 +364,16 @@ TEST_F(ConfirmedCommits, ACommitThatWasThereBeforeTheTimeWasOverConfirms)
 // ---- access ----
 
 /// Root, and a user who may create collectors, but not delete them, nor execute cancel-commit.
-class ConfirmedCommitsOfABoundUser : public testing::Test {
+class ConfirmedCommitsOfABoundUser : public BoundByRules {
 protected:
-    static std::filesystem::path Rules(const Directory& directory)
+    ConfirmedCommitsOfABoundUser()
+        : BoundByRules(
+              "<rule><name>c</name><path>/c:config/s:oam/s:sflow/s:collector</"
+              "path><access-operations>create</access-operations><action>permit</action></rule>"
+              "<rule><name>x</name><rpc-name>cancel-commit</rpc-name><access-operations>exec</"
+              "access-operations><action>deny</action></rule>")
     {
-        const auto file = directory.Path() / "access.xml";
-        std::ofstream(file) << "<nacm xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\" "
-                               "xmlns:c=\"urn:switch:yang:switch-config\" "
-                               "xmlns:s=\"urn:switch:yang:switch-oam-sflow\"><rule-list><name>l</name>"
-                               "<group>*</group><rule><name>c</name>"
-                               "<path>/c:config/s:oam/s:sflow/s:collector</path>"
-                               "<access-operations>create</access-operations><action>permit</action></rule>"
-                               "<rule><name>x</name><rpc-name>cancel-commit</rpc-name>"
-                               "<access-operations>exec</access-operations><action>deny</action></rule>"
-                               "</rule-list></nacm>";
-        return file;
     }
-
-    void SetUp() override
-    {
-        OpenToAll(m_world);
-        const OtherUser other;
-        if (!other.Done()) GTEST_SKIP() << "needs root, to become another user";
-        m_bound.emplace(m_world.Connect());
-    }
-
-    Directory m_directory;
-    World m_world{{}, Rules(m_directory)};
-    netconf::Client m_root = m_world.Connect();
-    std::optional<netconf::Client> m_bound;
 };
 
 TEST_F(ConfirmedCommitsOfABoundUser, AreRolledBackThoughTheUserMayNotDelete)

@@ -6,9 +6,6 @@
 #include <gtest/gtest.h>
 #include <libyang/libyang.h>
 
-#include <filesystem>
-#include <fstream>
-#include <optional>
 #include <string>
 
 #include "agent/agent_world.h"
@@ -291,37 +288,18 @@ TEST_F(HistoryRequests, CheckpointsAreBounded)
 
 // ---- who may do what ----
 
-class LimitedHistory : public testing::Test {
+class LimitedHistory : public BoundByRules {
 protected:
     /// Collectors may be made and read but for their address, the rest of the configuration may not be
     /// changed.
-    static std::filesystem::path Rules(const Directory& directory)
+    LimitedHistory()
+        : BoundByRules(
+              "<rule><name>a</name><path>/c:config/s:oam/s:sflow/s:collector/s:ip</"
+              "path><access-operations>read</access-operations><action>deny</action></rule>"
+              "<rule><name>c</name><path>/c:config/s:oam/s:sflow/s:collector</path><access-operations>create "
+              "delete</access-operations><action>permit</action></rule>")
     {
-        const auto file = directory.Path() / "access.xml";
-        std::ofstream(file) << "<nacm xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\" "
-                               "xmlns:c=\"urn:switch:yang:switch-config\" "
-                               "xmlns:s=\"urn:switch:yang:switch-oam-sflow\"><rule-list><name>l</name>"
-                               "<group>*</group><rule><name>a</name>"
-                               "<path>/c:config/s:oam/s:sflow/s:collector/s:ip</path>"
-                               "<access-operations>read</access-operations><action>deny</action></rule>"
-                               "<rule><name>c</name><path>/c:config/s:oam/s:sflow/s:collector</path>"
-                               "<access-operations>create delete</access-operations><action>permit</action>"
-                               "</rule></rule-list></nacm>";
-        return file;
     }
-
-    void SetUp() override
-    {
-        OpenToAll(m_world);
-        const OtherUser other;
-        if (!other.Done()) GTEST_SKIP() << "needs root, to become another user";
-        m_other.emplace(m_world.Connect());
-    }
-
-    Directory m_directory;
-    World m_world{{}, Rules(m_directory)};
-    netconf::Client m_root = m_world.Connect();
-    std::optional<netconf::Client> m_other;
 };
 
 TEST_F(LimitedHistory, ARollBackIsCheckedLikeAnEdit)
@@ -331,11 +309,11 @@ TEST_F(LimitedHistory, ARollBackIsCheckedLikeAnEdit)
     Do(m_root, netconf::EditConfig(Sflow(Collector("c9"))));
     Do(m_root, netconf::Commit());
     // One commit back it only deletes a collector; further back it would change one.
-    const auto error = Refused(*m_other, netconf::RollBack({"2"}), "access-denied");
+    const auto error = Refused(*m_bound, netconf::RollBack({"2"}), "access-denied");
     EXPECT_THAT(error.message, HasSubstr("may not change"));
     EXPECT_EQ(m_root.Call(netconf::Commit()).commit, std::nullopt);  // the candidate is as before
-    Do(*m_other, netconf::RollBack({"1"}));
-    EXPECT_EQ(m_other->Call(netconf::Commit()).commit, 4U);
+    Do(*m_bound, netconf::RollBack({"1"}));
+    EXPECT_EQ(m_bound->Call(netconf::Commit()).commit, 4U);
     EXPECT_THAT(m_root
                     .Call(netconf::Get("<state xmlns=\"urn:switch:yang:switch-state\"><system><access/>"
                                        "</system></state>"))
@@ -348,7 +326,7 @@ TEST_F(LimitedHistory, AComparisonShowsWhatMayBeRead)
     CommitPort(m_root, 1);
     CommitPort(m_root, 2);
     for (const auto& operation : {netconf::CommitChanges("2"), netconf::CompareWith({"1"})}) {
-        auto shown = m_other->Call(operation).output;
+        auto shown = m_bound->Call(operation).output;
         EXPECT_THAT(shown["before"], AllOf(HasSubstr("<port>1</port>"), Not(HasSubstr("192.0.2.1"))));
         EXPECT_THAT(shown["after"], AllOf(HasSubstr("<port>2</port>"), Not(HasSubstr("192.0.2.1"))));
         EXPECT_THAT(m_root.Call(operation).output["after"], HasSubstr("192.0.2.1"));
@@ -357,9 +335,9 @@ TEST_F(LimitedHistory, AComparisonShowsWhatMayBeRead)
 
 TEST_F(LimitedHistory, CheckpointsAreOnlyForThoseWhoAreExplicitlyPermitted)
 {
-    Refused(*m_other, netconf::SetCheckpoint("mine"), "access-denied");
+    Refused(*m_bound, netconf::SetCheckpoint("mine"), "access-denied");
     Do(m_root, netconf::SetCheckpoint("roots"));
-    Refused(*m_other, netconf::DeleteCheckpoint("roots"), "access-denied");
+    Refused(*m_bound, netconf::DeleteCheckpoint("roots"), "access-denied");
 }
 
 }  // namespace

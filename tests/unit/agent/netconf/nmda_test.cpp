@@ -5,8 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -355,43 +353,29 @@ TEST_F(Nmda, LockUnlockAndValidateTakeTheIdentityOfADatastore)
 }
 
 /// The rules that bind get-config and edit-config.
-class BoundByRules : public testing::Test {
+class DataBoundByRules : public BoundByRules {
 protected:
-    static std::filesystem::path Rules(const Directory& directory)
+    DataBoundByRules()
+        : BoundByRules(
+              "<rule><name>c</name><path>/c:config/s:oam/s:sflow/s:collector[s:name='hidden']</"
+              "path><access-operations>*</access-operations><action>deny</action></rule>"
+              "<rule><name>d</name><path>/c:config/s:oam/s:sflow/s:collector</"
+              "path><access-operations>create</access-operations><action>permit</action></rule>")
     {
-        const auto file = directory.Path() / "access.xml";
-        std::ofstream(file) << "<nacm xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\" "
-                               "xmlns:c=\"urn:switch:yang:switch-config\" "
-                               "xmlns:s=\"urn:switch:yang:switch-oam-sflow\"><rule-list><name>l</name>"
-                               "<group>*</group><rule><name>c</name>"
-                               "<path>/c:config/s:oam/s:sflow/s:collector[s:name='hidden']</path>"
-                               "<access-operations>*</access-operations><action>deny</action></rule>"
-                               "<rule><name>d</name>"
-                               "<path>/c:config/s:oam/s:sflow/s:collector</path>"
-                               "<access-operations>create</access-operations><action>permit</action></rule>"
-                               "</rule-list></nacm>";
-        return file;
     }
-    Directory m_directory;
-    World m_world{{}, Rules(m_directory)};
 };
 
-TEST_F(BoundByRules, GetDataAndEditDataAreBound)
+TEST_F(DataBoundByRules, ByGetDataAndEditData)
 {
-    OpenToAll(m_world);
-    auto root = m_world.Connect();
-    const OtherUser other;
-    if (!other.Done()) GTEST_SKIP() << "needs root, to become another user";
-    auto bound = m_world.Connect();
-    Do(root, EditData(Sflow(Collector("hidden") + Collector("shown"))));
-    Do(root, netconf::Commit());
+    Do(m_root, EditData(Sflow(Collector("hidden") + Collector("shown"))));
+    Do(m_root, netconf::Commit());
     for (const char* datastore : {"running", "candidate", "intended", "operational"}) {
-        EXPECT_THAT(root.Call(GetData(datastore)).xml, HasSubstr("<name>hidden</name>"));
-        EXPECT_THAT(bound.Call(GetData(datastore)).xml,
+        EXPECT_THAT(m_root.Call(GetData(datastore)).xml, HasSubstr("<name>hidden</name>"));
+        EXPECT_THAT(m_bound->Call(GetData(datastore)).xml,
                     AllOf(HasSubstr("<name>shown</name>"), Not(HasSubstr("<name>hidden</name>"))));
     }
-    Do(bound, EditData(Sflow(Collector("new"))));
-    Refused(bound, EditData(Sflow(Collector("shown", "<ip>192.0.2.9</ip>"))), "access-denied");
+    Do(*m_bound, EditData(Sflow(Collector("new"))));
+    Refused(*m_bound, EditData(Sflow(Collector("shown", "<ip>192.0.2.9</ip>"))), "access-denied");
 }
 
 }  // namespace

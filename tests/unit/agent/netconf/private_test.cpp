@@ -5,8 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <optional>
 #include <string>
 
 #include "agent/agent_world.h"
@@ -304,34 +302,15 @@ TEST_F(PrivateCandidate, LeavesTheCommitsOfOthersToTheirReaders)
                 AllOf(HasSubstr("<port>7</port>"), Not(HasSubstr("<port>8</port>"))));
 }
 
-class LimitedPrivateCandidate : public testing::Test {
+class LimitedPrivateCandidate : public BoundByRules {
 protected:
     /// All may execute everything, read everything, and change collectors, but no interfaces.
-    static std::filesystem::path Rules(const Directory& directory)
+    LimitedPrivateCandidate()
+        : BoundByRules(
+              "<rule><name>c</name><path>/c:config/s:oam/s:sflow/s:collector</path><access-operations>*</"
+              "access-operations><action>permit</action></rule>")
     {
-        const auto file = directory.Path() / "access.xml";
-        std::ofstream(file) << "<nacm xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\" "
-                               "xmlns:c=\"urn:switch:yang:switch-config\" "
-                               "xmlns:s=\"urn:switch:yang:switch-oam-sflow\"><rule-list><name>l</name>"
-                               "<group>*</group><rule><name>c</name>"
-                               "<path>/c:config/s:oam/s:sflow/s:collector</path>"
-                               "<access-operations>*</access-operations><action>permit</action></rule>"
-                               "</rule-list></nacm>";
-        return file;
     }
-
-    void SetUp() override
-    {
-        OpenToAll(m_world);
-        const OtherUser other;
-        if (!other.Done()) GTEST_SKIP() << "needs root, to become another user";
-        m_bound.emplace(m_world.Connect());
-    }
-
-    Directory m_directory;
-    World m_world{{}, Rules(m_directory)};
-    netconf::Client m_root = m_world.Connect();
-    std::optional<netconf::Client> m_bound;
 };
 
 TEST_F(LimitedPrivateCandidate, IsBoundByTheSameRules)
