@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # The commands of this tree. Each is complete on a bare Debian 12.
 
-.PHONY: build run test package bench soak deps clean check-all check-separate \
+.PHONY: build run test renew package bench soak deps clean check-all check-separate \
   check-clang check-asan check-tsan check-fuzz check-tidy check-coverage check-bench check-package
 
 # All that any of them needs; each installs only its own.
@@ -23,6 +23,13 @@ test:
 	cmake --preset ci
 	cmake --build --preset ci
 	ctest --preset ci --repeat until-pass:2
+
+# Writes anew what tests compare with the program: the manual's list of commands.
+renew:
+	@tools/install-deps test
+	cmake --preset ci
+	cmake --build --preset ci --target cli_test
+	SFLOW_RENEW=1 build-ci/bin/cli_test --gtest_filter='ManPage.*'
 
 # The Debian package, in build/package.
 package:

@@ -16,9 +16,9 @@
 #include "base/directories.h"
 #include "base/options/options.h"
 #include "cdb/schema/schema.h"
-#include "cli/command.h"
-#include "cli/options.h"
-#include "cli/shell.h"
+#include "cli/commands/command.h"
+#include "cli/shell/options.h"
+#include "cli/shell/shell.h"
 #include "netconf/client.h"
 
 namespace {

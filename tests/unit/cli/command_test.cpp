@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/command.h"
+#include "cli/commands/command.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <set>
 
-#include "cli/error.h"
+#include "cli/data/error.h"
 
 namespace {
 
@@ -80,7 +80,7 @@ TEST(Understand, RefusesWithWhatIsPossible)
     } rows[] = {
         {"nonsense",
          "error: unknown command \"nonsense\"; possible: set, delete, load, show, compare, validate, commit, "
-         "confirm, cancel, discard, configure, update, rollback, monitor, request, help, exit"},
+         "confirm, cancel, discard, rollback, request, monitor, configure, update, help, exit"},
         {"show",
          "error: the command is not complete; possible: configuration, history, checkpoints, sflow, system, "
          "version"},

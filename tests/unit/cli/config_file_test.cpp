@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/data.h"
+#include "cli/data/data_tree.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "cli/error.h"
+#include "cli/data/error.h"
 #include "cli/yang.h"
 
 namespace {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/config_text.h"
+#include "cli/data/config_text.h"
 
 #include <gtest/gtest.h>
 
-#include "cli/data.h"
-#include "cli/schema_words.h"
+#include "cli/data/data_tree.h"
+#include "cli/data/schema_words.h"
 #include "cli/yang.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The shell's commands on confirmed commits: what they send, and what they say.
 
-#include "cli/confirm.h"
+#include "cli/commands/confirm.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 
 #include "base/user.h"
 #include "cli/peer.h"
-#include "cli/shell.h"
+#include "cli/shell/shell.h"
 #include "cli/yang.h"
 
 namespace {

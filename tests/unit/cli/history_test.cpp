@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "cli/peer.h"
-#include "cli/shell.h"
+#include "cli/shell/shell.h"
 #include "cli/yang.h"
 
 namespace {

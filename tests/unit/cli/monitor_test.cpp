@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/monitor.h"
+#include "cli/commands/monitor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "cli/error.h"
+#include "cli/data/error.h"
 #include "cli/yang.h"
 
 namespace {

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/options.h"
+#include "cli/shell/options.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <map>
 
-#include "cli/command.h"
-#include "cli/error.h"
+#include "cli/commands/command.h"
+#include "cli/data/error.h"
 
 namespace {
 

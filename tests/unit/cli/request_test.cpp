@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/request.h"
+#include "cli/commands/request.h"
 
 #include <gtest/gtest.h>
 

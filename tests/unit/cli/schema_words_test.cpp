@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/schema_words.h"
+#include "cli/data/schema_words.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "cli/data.h"
-#include "cli/error.h"
-#include "cli/words.h"
+#include "cli/data/data_tree.h"
+#include "cli/data/error.h"
+#include "cli/data/words.h"
 #include "cli/yang.h"
 
 namespace {

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/sflow_text.h"
+#include "cli/screens/sflow_text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sstream>
 
-#include "cli/sflow_problems.h"
-#include "cli/sflow_summary.h"
+#include "cli/screens/sflow_problems.h"
+#include "cli/screens/sflow_summary.h"
 #include "cli/yang.h"
 
 namespace {

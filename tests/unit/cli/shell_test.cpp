@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/shell.h"
+#include "cli/shell/shell.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 
 #include "cdb/model/error.h"
 #include "cli/peer.h"
-#include "cli/sflow_summary.h"
+#include "cli/screens/sflow_summary.h"
 #include "cli/yang.h"
 
 namespace {

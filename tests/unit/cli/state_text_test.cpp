@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/state_text.h"
+#include "cli/screens/state_text.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 
 #include "base/text.h"
 #include "base/version.h"
-#include "cli/fact_list.h"
-#include "cli/text_table.h"
+#include "cli/screens/fact_list.h"
+#include "cli/screens/text_table.h"
 #include "cli/yang.h"
 
 namespace {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/words.h"
+#include "cli/data/words.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "cli/error.h"
+#include "cli/data/error.h"
 
 namespace {
 

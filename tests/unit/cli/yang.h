@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "cli/data.h"
+#include "cli/data/data_tree.h"
 
 namespace cli_test {
 

@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/commands/command.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <optional>
+
+#include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string/split.hpp>
+
+#include "cli/data/error.h"
+
+namespace cli {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+Texts SplitAt(std::string_view text, char separator)
+{
+    Texts parts;
+    return boost::split(parts, text, [separator](char each) { return each == separator; });
+}
+
+/// How many of the name's words the words begin with.
+std::size_t CommonBegin(const Texts& name, const Texts& words)
+{
+    const auto [inName, inWords] = std::mismatch(name.begin(), name.end(), words.begin(), words.end());
+    return static_cast<std::size_t>(inName - name.begin());
+}
+
+/// The command whose whole name the words begin with. A longer name goes before a shorter one.
+const Command& Find(std::span<const Command> commands, const Texts& words)
+{
+    const Command* best = nullptr;
+    std::size_t bestSize = 0;
+    std::size_t known = 0;  // words that begin some command's name
+    Texts next;             // what may stand behind them
+    for (const Command& command : commands) {
+        const Texts name = SplitAt(command.name, ' ');
+        const std::size_t common = CommonBegin(name, words);
+        if (common == name.size() && common > bestSize) {
+            best = &command;
+            bestSize = common;
+        }
+        if (common > known) next.clear();
+        known = std::max(known, common);
+        if (common == known && common < name.size() &&
+            std::find(next.begin(), next.end(), name[common]) == next.end())
+            next.push_back(name[common]);
+    }
+    if (best) return *best;
+    const std::string choices = boost::join(next, ", ");
+    if (known == words.size()) throw Error("the command is not complete; possible: " + choices);
+    if (known == 0) throw Error("unknown command \"" + words[0] + "\"; possible: " + choices);
+    throw Error("\"" + words[known] + "\" is unknown here; possible: " + choices);
+}
+
+class Fitting {
+public:
+    Fitting(const Command& command, Texts words) : m_command(command), m_words(std::move(words)) {}
+
+    Arguments Run()
+    {
+        for (const Argument& argument : m_command.arguments) Take(argument);
+        if (!AtEnd()) Refuse("\"" + m_words[m_used] + "\" is unknown here");
+        return std::move(m_arguments);
+    }
+
+private:
+    void Take(const Argument& argument)
+    {
+        switch (argument.kind) {
+        case ArgumentKind::kChoice:
+            return TakeChoice(argument);
+        case ArgumentKind::kText:
+            return TakeText(argument);
+        case ArgumentKind::kFile:
+            if (AtEnd()) Refuse("a file's name is missing");
+            m_arguments.text = m_words[m_used++];
+            return;
+        case ArgumentKind::kNumber:
+        case ArgumentKind::kName:
+            return TakeWord(argument);
+        case ArgumentKind::kFlag:
+            m_arguments.hasFlag = !AtEnd() && m_words[m_used] == argument.text;
+            if (m_arguments.hasFlag) ++m_used;
+            return;
+        case ArgumentKind::kPath:
+        case ArgumentKind::kCommand:
+            if (AtEnd() && !argument.optional) Refuse("a path is missing");
+            TakeWords(argument);
+        }
+    }
+
+    /// All words, but for a flag at their end that may stand behind them.
+    void TakeWords(const Argument& argument)
+    {
+        const Argument* const next = &argument == &m_command.arguments.back() ? nullptr : &argument + 1;
+        const bool flag =
+            next != nullptr && next->kind == ArgumentKind::kFlag && !AtEnd() && m_words.back() == next->text;
+        const std::size_t end = m_words.size() - (flag ? 1 : 0);
+        m_arguments.words.assign(m_words.begin() + static_cast<std::ptrdiff_t>(m_used),
+                                 m_words.begin() + static_cast<std::ptrdiff_t>(end));
+        m_used = end;
+    }
+
+    void TakeChoice(const Argument& argument)
+    {
+        if (AtEnd() && argument.optional) return;
+        const Texts choices = SplitAt(argument.text, '|');
+        if (AtEnd()) Refuse("one of " + boost::join(choices, ", ") + " is missing");
+        const std::string& word = m_words[m_used];
+        if (std::find(choices.begin(), choices.end(), word) == choices.end())
+            Refuse("\"" + word + "\" is none of " + boost::join(choices, ", "));
+        m_arguments.choice = word;
+        ++m_used;
+    }
+
+    void TakeWord(const Argument& argument)
+    {
+        if (AtEnd() && argument.optional) return;
+        const std::string what(argument.text);
+        if (AtEnd()) Refuse(what + " is missing");
+        const std::string& word = m_words[m_used];
+        if (argument.optional && IsKeywordBehind(argument, word)) return;
+        const bool isNumber = !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
+        if (argument.kind == ArgumentKind::kNumber && !isNumber) Refuse("\"" + word + "\" is no number");
+        m_arguments.text = word;
+        ++m_used;
+    }
+
+    /// Whether the word begins an argument that may stand behind this one.
+    [[nodiscard]] bool IsKeywordBehind(const Argument& argument, const std::string& word) const
+    {
+        return std::any_of(&argument + 1, m_command.arguments.data() + m_command.arguments.size(),
+                           [&word](const Argument& each) {
+                               return each.kind == ArgumentKind::kText && SplitAt(each.text, ' ')[0] == word;
+                           });
+    }
+
+    void TakeText(const Argument& argument)
+    {
+        const Texts parts = SplitAt(argument.text, ' ');
+        if (AtEnd() || m_words[m_used] != parts[0]) {
+            if (argument.optional) return;
+            Refuse("\"" + parts[0] + "\" is missing");
+        }
+        ++m_used;
+        if (AtEnd()) Refuse("a text is missing behind \"" + parts[0] + "\"");
+        m_arguments.named[parts[0]] = m_words[m_used++];
+        const bool last = &argument == &m_command.arguments.back();
+        if (last && !AtEnd()) Refuse("put a text of several words in double quotes");
+    }
+
+    [[nodiscard]] bool AtEnd() const { return m_used == m_words.size(); }
+    [[noreturn]] void Refuse(const std::string& what) const
+    {
+        throw Error(what + "; usage: " + Usage(m_command));
+    }
+
+    const Command& m_command;
+    Texts m_words;  // behind the command's name
+    std::size_t m_used = 0;
+    Arguments m_arguments;
+};
+
+std::optional<Format> FormatOf(const Texts& words)
+{
+    if (words == Texts{"json"} || words == Texts{"display", "json"}) return Format::kJson;
+    if (words == Texts{"display", "xml"}) return Format::kXml;
+    if (words == Texts{"display", "set"}) return Format::kSet;
+    return std::nullopt;
+}
+
+Format FormatFor(const Command& command, const Texts& words)
+{
+    const std::optional<Format> format = FormatOf(words);
+    const bool known = format && command.forms != Forms::kNone &&
+                       (*format != Format::kSet || command.forms == Forms::kConfiguration);
+    if (!known)
+        throw Error("\"" + boost::join(words, " ") +
+                    "\" is no form of this command's output; usage: " + Usage(command));
+    return *format;
+}
+
+}  // namespace
+
+std::string Usage(const Command& command)
+{
+    std::string text(command.name);
+    for (const Argument& argument : command.arguments) {
+        text += ' ';
+        text += argument.optional ? "[" + std::string(argument.text) + "]" : std::string(argument.text);
+    }
+    if (command.forms == Forms::kState) text += " [| json]";
+    if (command.forms == Forms::kConfiguration) text += " [| display json|xml|set]";
+    return text;
+}
+
+Invocation Understand(std::span<const Command> commands, const std::vector<Word>& words)
+{
+    const auto pipe =
+        std::find_if(words.begin(), words.end(), [](const Word& word) { return word.IsPipe(); });
+    Texts left;
+    Texts right;
+    std::for_each(words.begin(), pipe, [&](const Word& word) { left.push_back(word.text); });
+    if (left.empty()) throw Error("a command is missing before |");
+
+    Invocation invocation;
+    invocation.command = &Find(commands, left);
+    if (pipe != words.end()) {
+        std::for_each(pipe + 1, words.end(), [&](const Word& word) { right.push_back(word.text); });
+        invocation.format = FormatFor(*invocation.command, right);
+    }
+    const auto nameSize = static_cast<std::ptrdiff_t>(SplitAt(invocation.command->name, ' ').size());
+    left.erase(left.begin(), left.begin() + nameSize);
+    invocation.arguments = Fitting(*invocation.command, std::move(left)).Run();
+    return invocation;
+}
+
+std::string Help(std::span<const Command> commands, const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const Command& command : commands)
+        if (CommonBegin(SplitAt(command.name, ' '), words) == words.size())
+            text += "  " + Usage(command) + "\n      " + std::string(command.help) + "\n";
+    if (text.empty())
+        throw Error("no command begins with \"" + boost::join(words, " ") + "\"; help lists all");
+    return text;
+}
+
+}  // namespace cli

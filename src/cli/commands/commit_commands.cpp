@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <ostream>
+#include <vector>
+
+#include "cli/commands/confirm.h"
+#include "cli/commands/groups.h"
+#include "cli/commands/request.h"
+#include "netconf/client.h"
+#include "netconf/requests.h"
+
+namespace cli {
+namespace {
+
+void Commit(Call& call)
+{
+    const netconf::Reply reply = RequestReply(call, netconf::Commit(call.arguments.Named("comment")));
+    call.shell.waits = false;
+    if (!call.shell.talks) return;
+    call.out << (reply.commit ? "commit " + std::to_string(*reply.commit) : "nothing to commit") << '\n';
+}
+
+void Discard(Call& call) { Request(call, netconf::DiscardChanges()); }
+
+}  // namespace
+
+std::vector<Command> CommitCommands()
+{
+    using Kind = ArgumentKind;
+    constexpr unsigned kBoth = kSession | kYang;
+    // Two lines a row read better than one line an element.
+    // clang-format off
+    return {
+        Command{"commit", {{Kind::kText, "comment TEXT", true}},
+                "Makes the candidate the running configuration, which takes effect at once.", kSession,
+                Forms::kNone, &Commit},
+        Command{"commit confirmed", {{Kind::kNumber, "SECONDS", true}, {Kind::kText, "persist ID", true}, {Kind::kText, "comment TEXT", true}},
+                "Commits, and rolls back unless confirm comes within that time (600 seconds without a number); again, it prolongs the time.",
+                kBoth, Forms::kNone, &CommitConfirmed},
+        Command{"confirm", {{Kind::kName, "ID", true}},
+                "Confirms the commit that waits for it, and leaves the candidate alone.", kBoth, Forms::kNone, &Confirm},
+        Command{"cancel", {{Kind::kName, "ID", true}},
+                "Rolls the commit that waits for its confirmation back at once.", kBoth, Forms::kNone, &Cancel},
+        Command{"discard", {},
+                "Takes back everything that was edited since the last commit.", kSession, Forms::kNone, &Discard},
+    };
+    // clang-format on
+}
+
+}  // namespace cli

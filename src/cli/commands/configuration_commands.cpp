@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "cli/commands/groups.h"
+#include "cli/commands/request.h"
+#include "cli/commands/show.h"
+#include "cli/data/config_text.h"
+#include "cli/data/data_tree.h"
+#include "cli/data/schema_words.h"
+#include "netconf/requests.h"
+
+namespace cli {
+namespace {
+
+/// Edits the candidate, all or nothing. Only validate and commit check the whole: until then it may lack what
+/// a later command adds.
+void Edit(Call& call, const std::string& config)
+{
+    Request(call, netconf::EditConfig(config, {"merge", "set", "rollback-on-error"}));
+}
+
+void Set(Call& call) { Edit(call, SetXml(PlaceToSet(call.yang, call.arguments.words))); }
+
+void Delete(Call& call) { Edit(call, DeleteXml(PlaceToDelete(call.yang, call.arguments.words))); }
+
+void LoadMerge(Call& call)
+{
+    const Tree tree = ReadConfigFile(call.yang, call.arguments.text);
+    Edit(call, tree ? ToCompactXml(tree.get()) : "");
+}
+
+void LoadReplace(Call& call)
+{
+    const Tree tree = ReadConfigFile(call.yang, call.arguments.text);
+    Edit(call, ReplaceXml(call.yang, tree.get()));
+}
+
+void ShowConfiguration(Call& call)
+{
+    const Place place = PlaceToShow(call.yang, call.arguments.words);
+    const bool all = place.steps.empty();
+    const std::string filter = FilterXml(place);
+    const Tree tree =
+        RequestData(call, all ? netconf::GetConfig("candidate") : netconf::GetConfig("candidate", filter));
+    Show(call, tree,
+         [&](const lyd_node* data) { return all ? ToBlocks(data) : ToBlocks(NodesAt(data, place)); });
+}
+
+void Compare(Call& call)
+{
+    const Tree running = RequestData(call, netconf::GetTouched("running"));
+    const Tree candidate = RequestData(call, netconf::GetTouched("candidate"));
+    call.out << Differences(running.get(), candidate.get());
+}
+
+void Validate(Call& call) { Request(call, netconf::Validate()); }
+
+}  // namespace
+
+std::vector<Command> ConfigurationCommands()
+{
+    using Kind = ArgumentKind;
+    constexpr unsigned kBoth = kSession | kYang;
+    // Two lines a row read better than one line an element.
+    // clang-format off
+    return {
+        Command{"set", {{Kind::kPath, "PATH... [VALUE]"}},
+                "Gives a leaf the value behind its path, or creates a list's entry.", kBoth, Forms::kNone, &Set},
+        Command{"delete", {{Kind::kPath, "PATH..."}},
+                "Deletes a leaf, a list's entry, or all that is below a path.", kBoth, Forms::kNone, &Delete},
+        Command{"load merge", {{Kind::kFile, "FILE"}},
+                "Adds a file's configuration (JSON or XML) to the candidate.", kBoth, Forms::kNone, &LoadMerge},
+        Command{"load replace", {{Kind::kFile, "FILE"}},
+                "Replaces the candidate's configuration by a file's (JSON or XML).", kBoth, Forms::kNone,
+                &LoadReplace},
+        Command{"show configuration", {{Kind::kPath, "PATH...", true}},
+                "Shows the candidate: the running configuration with what was edited since.", kBoth,
+                Forms::kConfiguration, &ShowConfiguration},
+        Command{"compare", {},
+                "Shows what a commit would change: + what comes, - what goes.", kBoth, Forms::kNone, &Compare},
+        Command{"validate", {}, "Checks the candidate as a commit would.", kSession, Forms::kNone, &Validate},
+    };
+    // clang-format on
+}
+
+}  // namespace cli

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cstddef>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/number.h"
+#include "cli/commands/groups.h"
+#include "cli/commands/request.h"
+#include "cli/commands/show.h"
+#include "cli/data/config_text.h"
+#include "cli/data/data_tree.h"
+#include "cli/screens/history_text.h"
+#include "netconf/client.h"
+#include "netconf/requests.h"
+
+namespace cli {
+namespace {
+
+std::string HistoryElements(const std::string& content)
+{
+    return "<system><history xmlns=\"urn:switch:yang:switch-history\">" + content + "</history></system>";
+}
+
+Tree RequestHistory(Call& call, const std::string& content)
+{
+    return RequestState(call, netconf::Get(StateFilter(HistoryElements(content))));
+}
+
+void ShowLastCommits(Call& call)
+{
+    const Tree tree = RequestHistory(call, "<commit/><pending-confirmation/>");
+    // A number too large for its type is more than there are.
+    const auto count = base::ToNumber<std::size_t>(call.arguments.text);
+    if (count) KeepNewest(tree.get(), *count);
+    Show(call, tree, &HistoryText);
+}
+
+/// What leads from the answer's earlier configuration to its later one.
+std::string ChangesOf(const Call& call, const netconf::Reply& reply)
+{
+    const auto tree = [&](std::string_view name) {
+        const auto found = reply.output.find(name);
+        return ParseReply(call.yang, found == reply.output.end() ? std::string() : found->second);
+    };
+    return Differences(tree("before").get(), tree("after").get());
+}
+
+/// A list of the commits, or one of them with its change.
+void ShowHistory(Call& call)
+{
+    const std::string& commit = call.arguments.text;
+    if (commit.empty())
+        return ShowState(call, HistoryElements("<commit/><pending-confirmation/>"), &HistoryText);
+    const netconf::Reply reply = RequestReply(call, netconf::CommitChanges(commit));
+    ShowState(call, HistoryElements("<commit><id>" + commit + "</id></commit>"),
+              [&](const lyd_node* state) { return CommitText(state) + ChangesOf(call, reply); });
+}
+
+void ShowCheckpoints(Call& call) { ShowState(call, HistoryElements("<checkpoint/>"), &CheckpointsText); }
+
+netconf::Moment MomentOf(const Call& call) { return {call.arguments.text, false}; }
+netconf::Moment CommitOf(const Call& call) { return {call.arguments.text, true}; }
+
+void RollBack(Call& call) { Request(call, netconf::RollBack(MomentOf(call))); }
+
+void RollBackToCommit(Call& call) { Request(call, netconf::RollBack(CommitOf(call))); }
+
+void CompareRollback(Call& call)
+{
+    call.out << ChangesOf(call, RequestReply(call, netconf::CompareWith(MomentOf(call))));
+}
+
+void CompareCommit(Call& call)
+{
+    call.out << ChangesOf(call, RequestReply(call, netconf::CompareWith(CommitOf(call))));
+}
+
+void RequestCheckpoint(Call& call)
+{
+    Request(call, netconf::SetCheckpoint(call.arguments.text, call.arguments.hasFlag));
+}
+
+void RequestDeleteCheckpoint(Call& call) { Request(call, netconf::DeleteCheckpoint(call.arguments.text)); }
+
+}  // namespace
+
+std::vector<Command> HistoryCommands()
+{
+    using Kind = ArgumentKind;
+    constexpr unsigned kBoth = kSession | kYang;
+    // Two lines a row read better than one line an element.
+    // clang-format off
+    return {
+        Command{"rollback", {{Kind::kName, "N|CHECKPOINT"}},
+                "Makes the candidate the configuration of N commits ago (0: the running one, 1: as before the last commit), or of a checkpoint.",
+                kSession, Forms::kNone, &RollBack},
+        Command{"rollback commit", {{Kind::kNumber, "ID"}},
+                "Makes the candidate the configuration after that commit.", kSession, Forms::kNone, &RollBackToCommit},
+        Command{"compare rollback", {{Kind::kName, "N|CHECKPOINT"}},
+                "Shows what leads from the configuration of N commits ago, or of a checkpoint, to the candidate.", kBoth,
+                Forms::kNone, &CompareRollback},
+        Command{"compare rollback commit", {{Kind::kNumber, "ID"}},
+                "Shows what leads from the configuration after that commit to the candidate.", kBoth, Forms::kNone,
+                &CompareCommit},
+        Command{"show history", {{Kind::kNumber, "ID", true}},
+                "Lists the commits, the newest first; with a number, shows that commit and what it has changed.", kBoth,
+                Forms::kState, &ShowHistory},
+        Command{"show history last", {{Kind::kNumber, "N"}},
+                "Lists the last N commits.", kBoth, Forms::kState, &ShowLastCommits},
+        Command{"show checkpoints", {},
+                "Lists the checkpoints, and whether a rollback can still reach them.", kBoth, Forms::kState,
+                &ShowCheckpoints},
+        Command{"request checkpoint", {{Kind::kName, "NAME"}, {Kind::kFlag, "replace", true}},
+                "Marks the last commit by a name; with replace, one that an older commit may have.", kSession,
+                Forms::kNone, &RequestCheckpoint},
+        Command{"request delete-checkpoint", {{Kind::kName, "NAME"}},
+                "Deletes a checkpoint.", kSession, Forms::kNone, &RequestDeleteCheckpoint},
+    };
+    // clang-format on
+}
+
+}  // namespace cli

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/commands/groups.h"
+#include "cli/commands/request.h"
+#include "cli/commands/show.h"
+#include "cli/data/data_tree.h"
+#include "cli/data/error.h"
+#include "cli/screens/sflow_problems.h"
+#include "cli/screens/sflow_summary.h"
+#include "cli/screens/sflow_text.h"
+#include "netconf/requests.h"
+#include "netconf/xml.h"
+
+namespace cli {
+namespace {
+
+std::string SflowFilter(const std::string& content) { return "<oam><sflow>" + content + "</sflow></oam>"; }
+
+void ShowSummary(Call& call)
+{
+    const auto request = [&](std::string_view content) {
+        return RequestState(call, netconf::Get(StateFilter(std::string(content))));
+    };
+    const Tree sflow = request(kSummaryOfSflow);
+    const Tree processes = request(kSummaryOfProcesses);
+    call.out << SflowSummary(sflow.get(), processes.get(), call.width);
+}
+
+/// Everything for programs, the summary for people.
+void ShowSflow(Call& call)
+{
+    const std::string& part = call.arguments.choice;
+    if (part.empty() && call.format == Format::kText) return ShowSummary(call);
+    const bool asks = part == "problems";
+    if (asks) call.shell.status = kNotKnown;  // until there is an answer
+    const Tree state = RequestState(call, netconf::Get(StateFilter(SflowFilter(SflowElements(part)))));
+    Show(call, state, [&](const lyd_node* data) { return SflowText(data, part, call.width); });
+    if (asks) call.shell.status = ProblemsStatus(state.get());
+}
+
+/// The entries of that names, or all; of an entry that is not there no more is said than that.
+void ShowEntries(Call& call, const std::string& list)
+{
+    std::string filter;
+    for (const std::string& name : call.arguments.words) {
+        const std::string escaped = netconf::Escaped(name);
+        filter += "<" + list + "><name>" + escaped + "</name></" + list + "><problem><subject>" + list +
+                  "</subject><name>" + escaped + "</name></problem>";
+    }
+    if (filter.empty()) filter = "<" + list + "/>" + (call.arguments.hasFlag ? "<problem/>" : "");
+    const Tree state = RequestState(call, netconf::Get(StateFilter(SflowFilter(filter))));
+    for (const std::string& name : call.arguments.words)
+        if (!HasEntry(state.get(), list, name))
+            throw Error("there is no " + list + " " + name + " in the state; show sflow " + list +
+                        " lists those that there are");
+    Show(call, state, [&](const lyd_node* data) {
+        return call.arguments.hasFlag ? SflowDetail(data, list, call.width)
+                                      : SflowText(data, list + "s", call.width);
+    });
+}
+
+void ShowSflowInterface(Call& call) { ShowEntries(call, "interface"); }
+
+void ShowSflowCollector(Call& call) { ShowEntries(call, "collector"); }
+
+void RequestResync(Call& call) { Request(call, netconf::SflowResync()); }
+
+}  // namespace
+
+std::vector<Command> SflowCommands()
+{
+    using Kind = ArgumentKind;
+    constexpr unsigned kBoth = kSession | kYang;
+    // Two lines a row read better than one line an element.
+    // clang-format off
+    return {
+        Command{"show sflow", {{Kind::kChoice, "collectors|interfaces|agent|drops|problems", true}},
+                "Shows on one screen whether sampling works; or a part of what is in effect, what was dropped, or why nothing flows.", kBoth, Forms::kState, &ShowSflow},
+        Command{"show sflow interface", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true}},
+                "Shows the interfaces of these names, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowInterface},
+        Command{"show sflow collector", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true}},
+                "Shows the collectors of these names, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowCollector},
+        Command{"request sflow resync", {},
+                "Has everything sent to the sFlow manager again; what is unchanged stays undisturbed.", kSession,
+                Forms::kNone, &RequestResync},
+    };
+    // clang-format on
+}
+
+}  // namespace cli

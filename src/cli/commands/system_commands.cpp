@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <vector>
+
+#include "cli/commands/groups.h"
+#include "cli/commands/monitor.h"
+#include "cli/commands/request.h"
+#include "cli/commands/show.h"
+#include "cli/screens/state_text.h"
+#include "netconf/requests.h"
+
+namespace cli {
+namespace {
+
+void ShowProcesses(Call& call)
+{
+    ShowState(call, "<system><process/></system>",
+              [&](const lyd_node* state) { return ProcessesText(state, call.width); });
+}
+
+void ShowFaults(Call& call)
+{
+    ShowState(call, "<system><fault/></system>",
+              [&](const lyd_node* state) { return FaultsText(state, call.width); });
+}
+
+void ShowVersion(Call& call)
+{
+    ShowState(call, "<system><version/><process><name/><version/></process></system>", &VersionsText);
+}
+
+void ShowEvents(Call& call) { MonitorEvents(call); }
+
+void RequestHa(Call& call)
+{
+    Request(call, netconf::HaTransition(call.arguments.choice == "go-active" ? "active" : "standby"));
+}
+
+void RequestBackup(Call& call) { Request(call, netconf::Backup(call.arguments.text)); }
+
+}  // namespace
+
+std::vector<Command> SystemCommands()
+{
+    using Kind = ArgumentKind;
+    constexpr unsigned kBoth = kSession | kYang;
+    // Two lines a row read better than one line an element.
+    // clang-format off
+    return {
+        Command{"show system processes", {},
+                "Shows the processes that are connected to the database, and those that miss commits.", kBoth, Forms::kState, &ShowProcesses},
+        Command{"show system faults", {},
+                "Shows the faults that processes reported.", kBoth, Forms::kState, &ShowFaults},
+        Command{"show version", {},
+                "Shows the versions of this shell, of the database and of the processes that are connected to it.", kBoth, Forms::kState, &ShowVersion},
+        Command{"monitor events", {{Kind::kText, "since TIME", true}},
+                "Shows what happens, one event a line, until Ctrl-C; from a time on, such as 10m, 2h or 2026-11-21T03:20:11Z.", kYang, Forms::kState, &ShowEvents},
+        Command{"request ha", {{Kind::kChoice, "go-active|go-standby"}},
+                "Tells every process to become active or to stand by.", kSession, Forms::kNone, &RequestHa},
+        Command{"request backup", {{Kind::kFile, "FILE"}},
+                "Copies the database into a new file on the switch, given by its absolute path.", kSession,
+                Forms::kNone, &RequestBackup},
+    };
+    // clang-format on
+}
+
+}  // namespace cli

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+// What commands send and receive: data trees of libyang, read from replies and files and printed, and the XML
+// of edits and filters.
+
+#ifndef CLI_DATA_DATA_TREE_H
+#define CLI_DATA_DATA_TREE_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cdb/schema/libyang_owner.h"
+
+namespace cli {
+
+struct Place;
+
+/// All top-level siblings; null is a tree without data.
+using Tree = cdb::TreePtr;
+
+/// The data of a reply, as it stands in <data>. Throws Error if the YANG modules here do not know it.
+Tree ParseReply(const ly_ctx* yang, const std::string& xml);
+
+/// A configuration's file, RFC 7951 JSON or XML, whichever its content is. Throws Error that names the file
+/// and, for what is wrong inside it, line and column: the file is missing or larger than a message may be, is
+/// neither JSON nor XML, is malformed, has what the YANG modules do not know or values that they refuse, or
+/// has state.
+Tree ReadConfigFile(const ly_ctx* yang, const std::string& path);
+
+/// The same for a text; `name` stands for the file in messages.
+Tree ParseConfigText(const ly_ctx* yang, const std::string& text, std::string_view name);
+
+/// The instances of the place's last node, in the tree's order; empty for a place without steps.
+std::vector<const lyd_node*> NodesAt(const lyd_node* tree, const Place& place);
+
+/// RFC 7951, one document, with line ends.
+std::string ToJson(const lyd_node* tree);
+std::string ToXml(const lyd_node* tree);
+/// For requests: without blanks between the elements.
+std::string ToCompactXml(const lyd_node* tree);
+
+/// What stands inside <config> to give the place its value, or to create it.
+std::string SetXml(const Place& place);
+
+/// What stands inside <config> to delete the place. The database refuses it if there is no such place.
+std::string DeleteXml(const Place& place);
+
+/// A subtree filter (RFC 6241, section 6) that selects the place and what is below it.
+std::string FilterXml(const Place& place);
+
+/// What stands inside <config> to replace the root container, and each other top-level container that
+/// the tree has, by what the tree has. Marks the tree's nodes.
+std::string ReplaceXml(const ly_ctx* yang, lyd_node* tree);
+
+}  // namespace cli
+
+#endif

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+// How wide texts are on a terminal.
+
+#ifndef CLI_SCREENS_TEXT_WIDTH_H
+#define CLI_SCREENS_TEXT_WIDTH_H
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+namespace cli {
+
+/// Blanks before the lines of a section, and between columns.
+inline constexpr std::size_t kIndent = 2;
+inline constexpr std::size_t kGap = 2;
+
+/// Characters, not bytes, of UTF-8.
+inline std::size_t Width(std::string_view text)
+{
+    return static_cast<std::size_t>(
+        std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
+}
+
+}  // namespace cli
+
+#endif

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+// Runs commands: finds what each needs, runs it, says what went wrong. The only place that prints
+// errors.
+
+#ifndef CLI_SHELL_SHELL_H
+#define CLI_SHELL_SHELL_H
+
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "cli/commands/command.h"
+#include "netconf/client.h"
+
+namespace cli {
+
+/// How a shell comes by what its commands need; each is called when the first command needs it.
+struct Environment {
+    std::function<std::unique_ptr<netconf::Client>()> connect;  // throws netconf::ConnectionError
+    std::function<const ly_ctx*()> loadYang;                    // throws cdb::FatalError
+    std::function<std::size_t()> width = {};  // of a line on the terminal; null if there is none
+};
+
+class Shell {
+public:
+    /// Characters of a line where there is no terminal.
+    static constexpr std::size_t kWidth = 79;
+
+    Shell(std::span<const Command> commands, Environment environment, std::ostream& out, std::ostream& err);
+
+    /// Runs one command; nothing for a text without words. False after an error, which has been printed
+    /// as "error: WHERE: COMMAND: what is wrong" (`where` may be empty).
+    bool Run(std::string_view command, std::string_view where = {}) { return Run(command, where, false); }
+
+    /// Runs the commands of an argument of -c up to the first error.
+    bool RunAll(std::string_view commands);
+
+    /// Runs one command a line up to the first error; `name` is the input's in messages.
+    bool RunLines(std::istream& input, std::string_view name);
+
+    /// Runs one command a line, with a prompt before each, to the end of input; errors do not end it.
+    void Converse(std::istream& input);
+
+    /// What the last command that answers a question with its status has answered; 0 without one.
+    [[nodiscard]] int Status() const { return m_state.status; }
+
+    /// Whether a command has ended the shell.
+    [[nodiscard]] bool Left() const { return m_state.left; }
+
+private:
+    bool Run(std::string_view command, std::string_view where, bool mayHaveComment);
+    void Execute(std::string_view command);
+    /// At the end of the input: closes a private candidate, so that what it drops is said.
+    void ClosePrivate();
+
+    std::span<const Command> m_commands;
+    Environment m_environment;
+    std::ostream& m_out;
+    std::ostream& m_err;
+    std::unique_ptr<netconf::Client> m_session;
+    const ly_ctx* m_yang = nullptr;
+    ShellState m_state;
+};
+
+}  // namespace cli
+
+#endif
