@@ -34,7 +34,7 @@ void ShowLastCommits(Call& call)
     // A number too large for its type is more than there are.
     const auto count = base::ToNumber<std::size_t>(call.arguments.text);
     if (count) KeepNewest(tree.get(), *count);
-    Show(call, tree, &HistoryText);
+    Show(call, tree, [&](const lyd_node* state) { return HistoryText(state, call.width); });
 }
 
 /// What leads from the answer's earlier configuration to its later one.
@@ -52,7 +52,8 @@ void ShowHistory(Call& call)
 {
     const std::string& commit = call.arguments.text;
     if (commit.empty())
-        return ShowState(call, HistoryElements("<commit/><pending-confirmation/>"), &HistoryText);
+        return ShowState(call, HistoryElements("<commit/><pending-confirmation/>"),
+                         [&](const lyd_node* state) { return HistoryText(state, call.width); });
     const netconf::Reply reply = RequestReply(call, netconf::CommitChanges(commit));
     ShowState(call, HistoryElements("<commit><id>" + commit + "</id></commit>"),
               [&](const lyd_node* state) { return CommitText(state) + ChangesOf(call, reply); });

@@ -58,15 +58,21 @@ std::string PendingText(const lyd_node* state)
     return text + ".\n";
 }
 
-std::string HistoryText(const lyd_node* state)
+std::string HistoryText(const lyd_node* state, std::size_t width)
 {
-    TextTable table({"Commit", "When", "User", "Source", "Changes", "Checkpoints", "Comment"});
+    TextTable table({"Commit",
+                     "When",
+                     {"User", 2, true},
+                     {"Source", 4},
+                     {"Changes", 3},
+                     {"Checkpoints", 1, true},
+                     {"Comment", 0, true}});
     for (const lyd_node* node : Commits(state)) {
         const Children commit(node);
         table.Add({commit.Value("id"), commit.Time("time"), commit.Value("user"), commit.Value("source"),
                    commit.Value("changes"), commit.Values("checkpoint"), commit.Value("comment")});
     }
-    return PendingText(state) + (table.Empty() ? "There is no commit yet.\n" : table.Text(0));
+    return PendingText(state) + (table.Empty() ? "There is no commit yet.\n" : table.Text(0, width));
 }
 
 std::string CommitText(const lyd_node* state)

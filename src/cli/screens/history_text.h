@@ -19,7 +19,7 @@ void KeepNewest(lyd_node* state, std::size_t count);
 /// What waits for its confirmation, in a sentence; empty if nothing does.
 std::string PendingText(const lyd_node* state);
 /// A table of the commits, the newest first, below what waits for its confirmation.
-std::string HistoryText(const lyd_node* state);
+std::string HistoryText(const lyd_node* state, std::size_t width);
 /// The commits of the tree, each with what is known of it, and an empty line.
 std::string CommitText(const lyd_node* state);
 std::string CheckpointsText(const lyd_node* state);

@@ -44,36 +44,69 @@ void AppendLine(const Row& cells, const Widths& widths, std::size_t indent, std:
     out += '\n';
 }
 
-void RemoveColumn(std::vector<Row>& rows, std::size_t column)
-{
-    for (Row& row : rows)
-        if (column < row.size()) row.erase(row.begin() + static_cast<std::ptrdiff_t>(column));
-}
+/// The cells of a table while it is made to fit.
+struct Grid {
+    std::vector<TextTable::Column> columns;  // none: all is shown
+    std::vector<Row> rows;                   // the first has the headings, if there are columns
+    Widths widths = WidthsOf(rows);
+
+    void Remove(std::size_t column)
+    {
+        columns.erase(columns.begin() + static_cast<std::ptrdiff_t>(column));
+        for (Row& row : rows)
+            if (column < row.size()) row.erase(row.begin() + static_cast<std::ptrdiff_t>(column));
+        widths = WidthsOf(rows);
+    }
+
+    /// Cuts the texts that may end early, as far as that is of use.
+    void CutTexts(std::size_t indent, std::size_t width)
+    {
+        for (std::size_t at = 0; at < columns.size(); ++at) {
+            const std::size_t total = Total(widths, indent);
+            if (total <= width) return;
+            if (!columns[at].mayEnd) continue;
+            const std::size_t least = std::min(widths[at], TextTable::kLeastText);
+            const std::size_t room = widths[at] - std::min(total - width, widths[at] - least);
+            for (Row& row : rows)
+                if (at < row.size()) row[at] = Cut(row[at], room);
+            widths[at] = room;
+        }
+    }
+
+    /// How wide it could be made without leaving out a column.
+    [[nodiscard]] std::size_t LeastTotal(std::size_t indent) const
+    {
+        Widths least = widths;
+        for (std::size_t at = 0; at < columns.size(); ++at)
+            if (columns[at].mayEnd) least[at] = std::min(least[at], TextTable::kLeastText);
+        return Total(least, indent);
+    }
+
+    void Fit(std::size_t indent, std::size_t width)
+    {
+        while (LeastTotal(indent) > width && !columns.empty()) {
+            const auto least = std::ranges::max_element(columns, {}, &TextTable::Column::rank);
+            if (least->rank == 0) break;
+            Remove(static_cast<std::size_t>(least - columns.begin()));
+        }
+        CutTexts(indent, width);
+    }
+};
 
 }  // namespace
 
 std::string TextTable::Text(std::size_t indent, std::size_t width) const
 {
-    std::vector<Row> rows;
-    std::vector<unsigned> ranks;
-    if (!m_columns.empty()) rows.emplace_back();
-    for (const Column& column : m_columns) {
-        rows.front().push_back(column.heading);
-        ranks.push_back(column.rank);
-    }
+    std::vector<Row> all;
+    if (!m_columns.empty()) all.emplace_back();
+    for (const Column& column : m_columns) all.front().push_back(column.heading);
     for (const Row& row : m_rows)
-        std::ranges::transform(row, std::back_inserter(rows.emplace_back()),
+        std::ranges::transform(row, std::back_inserter(all.emplace_back()),
                                [](const std::string& cell) { return base::Printable(cell); });
 
-    Widths widths = WidthsOf(rows);
-    while (Total(widths, indent) > width && !ranks.empty()) {
-        const auto least = std::ranges::max_element(ranks);
-        if (*least == 0) break;
-        RemoveColumn(rows, static_cast<std::size_t>(least - ranks.begin()));
-        ranks.erase(least);
-        widths = WidthsOf(rows);
-    }
-
+    Grid grid{m_columns, std::move(all)};
+    grid.Fit(indent, width);
+    auto& [columns, rows, widths] = grid;
     const std::size_t total = Total(widths, indent);
     if (total > width && widths.size() > 1) {
         const std::size_t tooWide = std::min(total - width, widths.front());

@@ -16,11 +16,17 @@ namespace cli {
 /// characters in a cell are escaped, so that a row stays one line.
 class TextTable {
 public:
+    static constexpr std::size_t kLeastText = 20;
+
     struct Column {
         /// 0: always shown. Of the others, the highest rank goes first where there is no room for all.
-        Column(const char* text, unsigned goes = 0) : heading(text), rank(goes) {}
+        Column(const char* text, unsigned goes = 0, bool ends = false)
+            : heading(text), rank(goes), mayEnd(ends)
+        {
+        }
         std::string heading;
         unsigned rank;
+        bool mayEnd;  // in "...", down to kLeastText characters, before a column is left out
     };
 
     /// No columns: no heading line, and all is shown.

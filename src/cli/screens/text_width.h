@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace cli {
@@ -19,6 +20,18 @@ inline std::size_t Width(std::string_view text)
 {
     return static_cast<std::size_t>(
         std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
+}
+
+/// The text, or as much of its begin as has room in `width` characters with "..." behind it.
+inline std::string Cut(std::string_view text, std::size_t width)
+{
+    constexpr std::string_view kMore = "...";
+    if (Width(text) <= width) return std::string(text);
+    const std::size_t kept = width - std::min(width, kMore.size());
+    std::size_t bytes = 0;
+    for (std::size_t count = 0; bytes < text.size(); ++bytes)
+        if (Width(text.substr(bytes, 1)) == 1 && ++count > kept) break;
+    return std::string(text.substr(0, bytes)).append(kMore);
 }
 
 }  // namespace cli

@@ -101,6 +101,21 @@ TEST(HistoryCommands, ListTheNewestFirst)
     EXPECT_EQ(list[0]["id"], "10");
 }
 
+TEST(HistoryCommands, FitTheLineWhereACommentIsLong)
+{
+    const std::string comment = "Each port of the second rack gets the rate that its speed asks for, again";
+    HistoryFixture test([&](const std::string&) {
+        return Data(History(Commit(1, "<comment>" + comment + "</comment><changes>1200</changes>")));
+    });
+    EXPECT_TRUE(test.shell.Run("show history"));
+    EXPECT_EQ(test.out.str(),
+              "Commit  When                  User  Changes  Checkpoints  Comment\n"
+              "1       2026-11-23T05:00:00Z  ann   1200     -            Each port of the s...\n");
+    test.out.str("");
+    EXPECT_TRUE(test.shell.Run("show history 1"));
+    EXPECT_THAT(test.out.str(), HasSubstr(comment));
+}
+
 TEST(HistoryCommands, ShowACommitWithItsChange)
 {
     HistoryFixture test([](const std::string& operation) {

@@ -10,6 +10,7 @@
 #include "base/version.h"
 #include "cli/screens/fact_list.h"
 #include "cli/screens/text_table.h"
+#include "cli/screens/text_width.h"
 #include "cli/yang.h"
 
 namespace {
@@ -117,6 +118,23 @@ TEST(TextTable, LeavesOutTheColumnsOfTheHighestRankWhereThereIsNoRoom)
     EXPECT_EQ(table.Text(2, 27), "  Name  Second  First  Last\n  a     b       c      d\n");
     EXPECT_EQ(table.Text(2, 26), "  Name  First  Last\n  a     c      d\n");
     EXPECT_EQ(table.Text(0, 5), "Name\n    Last\na   d\n");
+}
+
+TEST(TextTable, CutsTextsBeforeItLeavesOutColumns)
+{
+    cli::TextTable table({"Name", {"Rank", 1}, {"Text", 0, true}});
+    table.Add({"name", "rank", "as many as thirty characters.."});
+    EXPECT_EQ(table.Text(0, 42), "Name  Rank  Text\nname  rank  as many as thirty characters..\n");
+    EXPECT_EQ(table.Text(0, 41), "Name  Rank  Text\nname  rank  as many as thirty characte...\n");
+    EXPECT_EQ(table.Text(0, 32), "Name  Rank  Text\nname  rank  as many as thirty...\n");
+    EXPECT_EQ(table.Text(0, 31), "Name  Text\nname  as many as thirty char...\n");
+}
+
+TEST(Cut, CountsCharactersAndNeverDividesOne)
+{
+    EXPECT_EQ(cli::Cut("ÄÖÜäöü", 6), "ÄÖÜäöü");
+    EXPECT_EQ(cli::Cut("ÄÖÜäöü", 5), "ÄÖ...");
+    EXPECT_EQ(cli::Cut("ÄÖÜäöü", 0), "...");
 }
 
 TEST(FactList, BreaksTextsAtRemediesAndBlanks)
