@@ -82,8 +82,35 @@ private:
     {
         m_isReply = name == "rpc-reply";
         for (const XmlAttribute& attribute : element.attributes)
-            if (attribute.ns == kHistoryNamespace && attribute.name == "commit")
-                m_reply.commit = base::ToNumber<std::uint64_t>(attribute.value);
+            if (attribute.ns == kHistoryNamespace) TakeNote(attribute.name, attribute.value);
+    }
+
+    void TakeNote(std::string_view name, std::string_view value)
+    {
+        if (name == "commit") m_reply.commit = base::ToNumber<std::uint64_t>(value);
+        if (name == "changes") m_reply.changes = base::ToNumber<std::size_t>(value);
+        if (name == "acknowledged")
+            ForEachPair(value, [this](std::string_view process, std::uint32_t microseconds) {
+                m_reply.acknowledged.emplace_back(process, std::chrono::microseconds(microseconds));
+            });
+        if (name == "also-edited-by")
+            ForEachPair(value, [this](std::string_view user, std::uint32_t edits) {
+                m_reply.alsoEditedBy.emplace_back(user, edits);
+            });
+    }
+
+    /// NAME=NUMBER, with a blank between two; others are passed over.
+    template <typename Take>
+    static void ForEachPair(std::string_view list, const Take& take)
+    {
+        while (!list.empty()) {
+            const std::string_view each = list.substr(0, list.find(' '));
+            list.remove_prefix(std::min(each.size() + 1, list.size()));
+            const std::size_t equals = each.find('=');
+            if (equals == std::string_view::npos) continue;
+            const auto number = base::ToNumber<std::uint32_t>(each.substr(equals + 1));
+            if (number) take(each.substr(0, equals), *number);
+        }
     }
 
     void StartSecond(std::string_view name, const XmlElement& element)

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/expected.h"
@@ -34,6 +35,12 @@ struct Reply {
     std::map<std::string, std::string, std::less<>> output;
     /// The number of the commit that was made (yang/switch-history.yang); nullopt if none was.
     std::optional<std::uint64_t> commit;
+    /// How many changes the operation has made, taken back or put into the candidate, where it tells.
+    std::optional<std::size_t> changes;
+    /// The processes that have acknowledged the commit, and after how long.
+    std::vector<std::pair<std::string, std::chrono::microseconds>> acknowledged;
+    /// The users whose edits in other sessions were committed, too, and how many edits.
+    std::vector<std::pair<std::string, std::uint32_t>> alsoEditedBy;
     /// The whole <rpc-reply>.
     std::string xml;
 };

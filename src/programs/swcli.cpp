@@ -64,6 +64,7 @@ int Run(const cli::Options& options)
     };
     environment.width = &LineWidth;
     cli::Shell shell(cli::Commands(), environment, std::cout, std::cerr);
+    if (options.exclusive) shell.LockCandidate();
     const bool done = options.commands ? shell.RunAll(*options.commands)
                       : options.file   ? RunFile(shell, *options.file)
                                        : RunInput(shell);

@@ -2,6 +2,7 @@
 #include "agent/clients/delivery.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -96,8 +97,7 @@ class PendingDelivery : public std::enable_shared_from_this<PendingDelivery> {
 public:
     PendingDelivery(base::Timers& timers, const Clients& clients, const AckTimes& times,
                     std::vector<Recipient> recipients, const WrittenChanges& written,
-                    std::vector<std::string> warnings, Delivery::OnStuck onStuck,
-                    std::function<void(const std::vector<std::string>&)> done)
+                    std::vector<std::string> warnings, Delivery::OnStuck onStuck, Delivery::Done done)
         : m_timers(timers),
           m_clients(clients),
           m_times(times),
@@ -105,7 +105,7 @@ public:
           m_commit(written.changes.commit),
           m_onStuck(std::move(onStuck)),
           m_done(std::move(done)),
-          m_warnings(std::move(warnings))
+          m_result{std::move(warnings), {}}
     {
         m_message->mutable_change_set()->set_commit(m_commit);
         m_message->mutable_change_set()->set_root(written.root);
@@ -120,14 +120,17 @@ public:
             if (recipient.client->Missed().Awaited()) return Await(recipient);
             PassOver(*recipient.client);
         }
-        m_done(m_warnings);
+        m_done(std::move(m_result));
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     /// Sends the message; Next follows when the acknowledgement has come or the time is over.
     void Await(const Recipient& recipient)
     {
         recipient.client->SetApplying(true);
+        m_sent = Clock::now();
         RequestAll(
             m_timers, {recipient.client},
             [this](Client&) {
@@ -147,14 +150,20 @@ private:
         if (client.CurrentPhase() == Client::Phase::kEnded) return;  // counted as a missing one at the next
         client.SendChanges(m_commit, *m_message);
         client.AddMiss();
-        m_warnings.push_back(NotWaitedFor(m_commit, client.Name(), client.Missed(), m_clients.NowUs(),
-                                          "it is connected again and has not loaded the configuration yet"));
+        m_result.warnings.push_back(
+            NotWaitedFor(m_commit, client.Name(), client.Missed(), m_clients.NowUs(),
+                         "it is connected again and has not loaded the configuration yet"));
     }
 
     void Take(const Answer& answer)
     {
         answer.client->SetApplying(false);
-        if (answer.outcome == Outcome::kAnswered) return;
+        if (answer.outcome == Outcome::kAnswered) {
+            m_result.acknowledged.push_back(
+                {answer.client->Process(),
+                 std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - m_sent)});
+            return;
+        }
         const bool late = answer.outcome == Outcome::kLate;
         const std::string text =
             answer.client->Name() + " has not acknowledged commit " + std::to_string(m_commit) + ": " +
@@ -163,7 +172,7 @@ private:
                   : "its connection is gone") +
             "; it loads the whole configuration when it connects again";
         slog::Error("{}", text);
-        m_warnings.push_back(text);
+        m_result.warnings.push_back(text);
         if (!late) return;
         if (m_onStuck) m_onStuck(*answer.client, m_commit);
         answer.client->AddMiss();
@@ -176,8 +185,9 @@ private:
     std::vector<Recipient> m_recipients;
     std::uint64_t m_commit;
     Delivery::OnStuck m_onStuck;
-    std::function<void(const std::vector<std::string>&)> m_done;
-    std::vector<std::string> m_warnings;
+    Delivery::Done m_done;
+    Delivery::Result m_result;
+    Clock::time_point m_sent;
     std::shared_ptr<ipc::cdb::WrittenServerMessage> m_message =
         std::make_shared<ipc::cdb::WrittenServerMessage>();
     std::size_t m_next = 0;
@@ -233,15 +243,14 @@ std::vector<std::string> Delivery::CountMissing(const cdb::ChangeSet& changes) c
     return texts;
 }
 
-void Delivery::Deliver(const WrittenChanges& written,
-                       std::function<void(const std::vector<std::string>&)> done)
+void Delivery::Deliver(const WrittenChanges& written, Done done)
 {
     auto recipients = RecipientsOf(m_schema, m_clients, written.changes);
     auto warnings = Unheard(written.changes);
     for (std::string& text : CountMissing(written.changes)) warnings.push_back(std::move(text));
     if (recipients.empty() && warnings.empty())
         warnings.push_back(NoSubscriber(m_clients, written.changes.commit));
-    if (recipients.empty()) return done(warnings);
+    if (recipients.empty()) return done({std::move(warnings), {}});
     std::make_shared<PendingDelivery>(m_timers, m_clients, m_times, std::move(recipients), written,
                                       std::move(warnings), m_onStuck, std::move(done))
         ->Next();

@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/clients/acknowledgement.h"
 #include "agent/clients/clients.h"
 #include "base/timers.h"
 #include "cdb/model/change_set.h"
@@ -42,11 +43,18 @@ public:
     /// `times`: how long one subscriber may take. All references must outlive this.
     Delivery(base::Timers& timers, const cdb::Schema& schema, Clients& clients, AckTimes times);
 
-    /// Calls `done` once, with a text for each change that no process subscribes to and one for each
-    /// subscriber that has not acknowledged, is not waited for, or went with commits missed and is not back.
-    /// If there is no subscriber, calls it from inside Deliver; also if all have gone. One delivery at a
-    /// time.
-    void Deliver(const WrittenChanges& written, std::function<void(const std::vector<std::string>&)> done);
+    /// What became of a commit's changes.
+    struct Result {
+        /// A text for each change that no process subscribes to and one for each subscriber that has not
+        /// acknowledged, is not waited for, or went with commits missed and is not back.
+        std::vector<std::string> warnings;
+        std::vector<Acknowledgement> acknowledged;  // in the order of the delivery
+    };
+    using Done = std::function<void(Result)>;
+
+    /// Calls `done` once. If there is no subscriber, calls it from inside Deliver; also if all have gone. One
+    /// delivery at a time.
+    void Deliver(const WrittenChanges& written, Done done);
 
     using OnStuck = std::function<void(const Client& client, std::uint64_t commit)>;
     /// Called from the loop for a subscriber that does not acknowledge the commit in time.

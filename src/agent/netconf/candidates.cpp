@@ -91,6 +91,15 @@ void Candidates::NoteEdit(SessionId session, const std::string& user, std::int64
     m_editors.push_back(std::move(editor));
 }
 
+std::vector<std::pair<std::string, std::uint32_t>> Candidates::OthersIn(SessionId session) const
+{
+    std::vector<std::pair<std::string, std::uint32_t>> others;
+    if (m_private.contains(session)) return others;
+    for (const Editor& editor : m_editors)
+        if (editor.session != session) others.emplace_back(editor.user, editor.edits.count);
+    return others;
+}
+
 void Candidates::NoteClean(SessionId session, const DatastorePtr& datastore)
 {
     if (datastore == m_shared) return NoteSharedClean();

@@ -11,6 +11,8 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "agent/state/state_tree.h"
 #include "cdb/datastore/datastore.h"
@@ -57,6 +59,8 @@ public:
 
     /// A request of the session has edited the candidate that it uses.
     void NoteEdit(SessionId session, const std::string& user, std::int64_t nowUs);
+    /// The other sessions whose edits a commit of the session takes, too: user and number of edits.
+    [[nodiscard]] std::vector<std::pair<std::string, std::uint32_t>> OthersIn(SessionId session) const;
     /// The candidate of the datastore, which Of has returned for the session, equals running, and may have
     /// another base. Does nothing if it was a private one that has been closed since.
     void NoteClean(SessionId session, const DatastorePtr& datastore);

@@ -93,7 +93,8 @@ struct Operations::CommitJob {
     cdb::CommitInfo info;
     std::vector<cdb::Error> errors;
     WrittenChanges written;
-    std::size_t rows = 0;  // changed
+    std::size_t rows = 0;                                       // changed
+    std::vector<std::pair<std::string, std::uint32_t>> others;  // whose edits it has taken, too
 };
 
 void Operations::OkOrRefuse(const RequestPtr& request, const std::vector<cdb::Error>& errors) const
@@ -327,7 +328,10 @@ void Operations::WriteCommit(const CommitJobPtr& job)
             job->written = WriteOut(std::move(result->changes));
         },
         [this, job] {
-            if (job->errors.empty()) m_candidates.NoteClean(job->request->Who().id, job->datastore);
+            if (job->errors.empty()) {
+                job->others = m_candidates.OthersIn(job->request->Who().id);
+                m_candidates.NoteClean(job->request->Who().id, job->datastore);
+            }
             job->ticket.reset();
             if (job->errors.empty()) return DeliverCommit(job);
             job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
@@ -342,6 +346,8 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
     const cdb::ChangeSet& changes = job->written.changes;
     if (job->rows > 0) {
         job->request->NoteCommit(changes.commit);
+        job->request->NoteChanges(job->rows);
+        job->request->NoteOthers(std::move(job->others));
         slog::Notice("commit {} by {}, {} session {}: {} {}{}", changes.commit, job->info.user,
                      job->info.source, job->request->Who().id, job->rows,
                      job->rows == 1 ? "change" : "changes",
@@ -354,8 +360,9 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
         job->request->Ok();
     } else {
         m_services.events.ConfigChanged(changes, job->request->Party(), job->info.comment);
-        m_services.delivery.Deliver(job->written, [job](const std::vector<std::string>& undelivered) {
-            job->request->Ok(Warnings(undelivered));
+        m_services.delivery.Deliver(job->written, [job](Delivery::Result result) {
+            job->request->NoteAcknowledged(std::move(result.acknowledged));
+            job->request->Ok(Warnings(result.warnings));
             job->commitTicket.reset();
         });
     }
@@ -374,12 +381,18 @@ void Operations::DiscardChanges(const RequestPtr& request)
     OnCandidate(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         if (RefuseLocked(request, Target::kCandidate)) return;
         const auto datastore = m_candidates.Of(request->Who().id);
-        m_services.changes.Do([datastore] { datastore->Discard(); },
-                              [this, request, ticket, datastore] {
-                                  m_candidates.NoteClean(request->Who().id, datastore);
-                                  request->Ok();
-                                  m_services.changes.Do([datastore] { datastore->TidyUp(); });
-                              });
+        const auto changes = std::make_shared<std::size_t>(0);
+        m_services.changes.Do(
+            [datastore, changes] {
+                *changes = datastore->ChangedRows().size();
+                datastore->Discard();
+            },
+            [this, request, ticket, datastore, changes] {
+                m_candidates.NoteClean(request->Who().id, datastore);
+                request->NoteChanges(*changes);
+                request->Ok();
+                m_services.changes.Do([datastore] { datastore->TidyUp(); });
+            });
     });
 }
 

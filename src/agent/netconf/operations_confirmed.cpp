@@ -140,21 +140,25 @@ void Operations::TellUndone(const UndoJob& job)
 {
     const cdb::ChangeSet& changes = job.written.changes;
     const auto by = job.request ? std::optional(job.request->Party()) : std::nullopt;
-    if (job.request && job.rows > 0) job.request->NoteCommit(changes.commit);
+    if (job.request && job.rows > 0) {
+        job.request->NoteCommit(changes.commit);
+        job.request->NoteChanges(job.rows);
+    }
     if (!changes.Empty()) m_services.events.ConfigChanged(changes, by, job.info.comment);
     m_confirmed.RolledBack(by, job.rows > 0 ? std::optional(changes.commit) : std::nullopt);
 }
 
 void Operations::DeliverUndone(const UndoJobPtr& job)
 {
-    const auto done = [job](const std::vector<std::string>& warnings) {
+    const auto done = [job](Delivery::Result result) {
         job->commitTicket.reset();
         if (!job->request) {
-            for (const std::string& text : warnings) slog::Notice("{}", text);
+            for (const std::string& text : result.warnings) slog::Notice("{}", text);
             return;
         }
         std::vector<netconf::RpcError> shown;
-        for (const std::string& text : warnings) shown.push_back(MakeWarning(text));
+        for (const std::string& text : result.warnings) shown.push_back(MakeWarning(text));
+        job->request->NoteAcknowledged(std::move(result.acknowledged));
         job->request->Ok(shown);
     };
     if (job->written.changes.Empty())

@@ -60,6 +60,7 @@ void Operations::RollBack(const RequestPtr& request)
         if (RefuseLocked(request, Target::kCandidate)) return;
         const cdb::Moment moment = MomentOf(request->Operation());
         const auto errors = std::make_shared<std::vector<cdb::Error>>();
+        const auto moved = std::make_shared<std::size_t>(0);
         const auto permit = [this, access = request->Who().access](
                                 const std::vector<cdb::RowChange>& changes) -> std::optional<cdb::Error> {
             auto denied = access->CheckChanges(m_services.schema, changes);
@@ -69,11 +70,13 @@ void Operations::RollBack(const RequestPtr& request)
         const bool mayAll = request->Who().access->WritesAll();
         const auto datastore = m_candidates.Of(request->Who().id);
         m_services.changes.Do(
-            [datastore, errors, moment, permit, mayAll] {
+            [datastore, errors, moment, permit, mayAll, moved] {
                 *errors = datastore->RollBack(moment, mayAll ? cdb::Datastore::Permit() : permit);
+                if (errors->empty()) *moved = datastore->ChangedRows().size();
             },
-            [this, request, ticket, errors, moment, datastore] {
+            [this, request, ticket, errors, moment, datastore, moved] {
                 if (errors->empty()) {
+                    request->NoteChanges(*moved);
                     // What was edited before is gone.
                     m_candidates.NoteClean(request->Who().id, datastore);
                     m_candidates.NoteEdit(request->Who().id, request->Who().user, m_services.now());

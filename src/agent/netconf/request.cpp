@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/netconf/request.h"
 
+#include <cctype>
+
 #include "agent/data/errors.h"
 #include "netconf/names.h"
 
@@ -13,6 +15,19 @@ std::string ReplyHead(const std::string& attributes)
 {
     std::string head = "<rpc-reply xmlns=\"";
     return head.append(netconf::kBaseNamespace).append("\"").append(attributes).append(">");
+}
+
+/// The prefix of the attributes that this adds, and the end of their namespace.
+constexpr std::string_view kNotes = "switch-history";
+
+/// "NAME=NUMBER" behind what is there. The name is another's word: what would end it here is replaced.
+void AddPair(std::string_view name, std::int64_t number, std::string& list)
+{
+    constexpr std::string_view kOther = "-._";
+    if (!list.empty()) list += ' ';
+    for (const char c : name)
+        list += std::isalnum(static_cast<unsigned char>(c)) || kOther.find(c) != kOther.npos ? c : '_';
+    list += '=' + std::to_string(number);
 }
 
 }  // namespace
@@ -100,19 +115,33 @@ void Request::OkAndSubscribe(
 
 std::string Request::Head() const
 {
-    static constexpr std::string_view kPrefix = "switch-history";  // and the end of the namespace
     std::string attributes = m_rpc.attributes;
-    if (m_commit && attributes.find(kPrefix) == std::string::npos)
+    const std::string notes = Notes();
+    if (!notes.empty() && attributes.find(kNotes) == std::string::npos)
         attributes.append(" xmlns:")
-            .append(kPrefix)
+            .append(kNotes)
             .append("=\"")
             .append(netconf::kHistoryNamespace)
-            .append("\" ")
-            .append(kPrefix)
-            .append(":commit=\"")
-            .append(std::to_string(*m_commit))
-            .append("\"");
+            .append("\"" + notes);
     return ReplyHead(attributes);
+}
+
+std::string Request::Notes() const
+{
+    std::string notes;
+    const auto add = [&notes](std::string_view name, const std::string& value) {
+        if (!value.empty())
+            notes.append(" ").append(kNotes).append(":").append(name).append("=\"").append(value).append(
+                "\"");
+    };
+    if (m_commit) add("commit", std::to_string(*m_commit));
+    if (m_changes) add("changes", std::to_string(*m_changes));
+    std::string list;
+    for (const Acknowledgement& each : m_acknowledged) AddPair(each.process, each.took.count(), list);
+    add("acknowledged", std::exchange(list, {}));
+    for (const auto& [user, edits] : m_others) AddPair(user, edits, list);
+    add("also-edited-by", list);
+    return notes;
 }
 
 void Request::Send(std::string reply)

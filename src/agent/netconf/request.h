@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/clients/acknowledgement.h"
 #include "agent/netconf/rpc.h"
 #include "agent/netconf/session.h"
 #include "netconf/rpc_error.h"
@@ -56,10 +57,21 @@ public:
     /// Gives the request a place in the room for answers; its answer keeps it until the client has read it.
     void Occupy(std::shared_ptr<AnswerPlace> place) { m_place = std::move(place); }
 
-    /// The answer will name the commit that was made, in the attribute "commit" of the module switch-history
-    /// on <rpc-reply>: beside <ok/> RFC 6241 has no place for it. An attribute of the client's that could be
-    /// confused with it, which goes back as it came, keeps it out.
+    /// The answer will name the commit that was made, how many changes were made, and who has acknowledged
+    /// them: in attributes of the module switch-history on <rpc-reply>, since RFC 6241 has no place for them
+    /// beside <ok/>. An attribute of the client's that could be confused with them, which goes back as it
+    /// came, keeps them out.
     void NoteCommit(std::uint64_t commit) { m_commit = commit; }
+    void NoteChanges(std::size_t changes) { m_changes = changes; }
+    /// The users whose edits were committed, too, with the number of edits.
+    void NoteOthers(std::vector<std::pair<std::string, std::uint32_t>> others)
+    {
+        m_others = std::move(others);
+    }
+    void NoteAcknowledged(std::vector<Acknowledgement> acknowledged)
+    {
+        m_acknowledged = std::move(acknowledged);
+    }
 
     /// Answers that it is done: <ok/>, or the warnings instead (RFC 6241, section 4.4).
     void Ok(const std::vector<netconf::RpcError>& warnings = {});
@@ -86,6 +98,7 @@ public:
 
 private:
     std::string Head() const;
+    std::string Notes() const;
     void LetGo();
     void Send(std::string reply);
 
@@ -94,6 +107,9 @@ private:
     Discard m_discard;
     std::shared_ptr<AnswerPlace> m_place;
     std::optional<std::uint64_t> m_commit;
+    std::optional<std::size_t> m_changes;
+    std::vector<Acknowledgement> m_acknowledged;
+    std::vector<std::pair<std::string, std::uint32_t>> m_others;
     bool m_answered = false;
 };
 

@@ -176,7 +176,8 @@ Format FormatFor(const Command& command, const Texts& words)
 {
     const std::optional<Format> format = FormatOf(words);
     const bool known = format && command.forms != Forms::kNone &&
-                       (*format != Format::kSet || command.forms == Forms::kConfiguration);
+                       (*format != Format::kSet || command.forms == Forms::kConfiguration) &&
+                       (*format == Format::kJson || command.forms != Forms::kReport);
     if (!known)
         throw Error("\"" + boost::join(words, " ") +
                     "\" is no form of this command's output; usage: " + Usage(command));
@@ -192,7 +193,7 @@ std::string Usage(const Command& command)
         text += ' ';
         text += argument.optional ? "[" + std::string(argument.text) + "]" : std::string(argument.text);
     }
-    if (command.forms == Forms::kState) text += " [| json]";
+    if (command.forms == Forms::kState || command.forms == Forms::kReport) text += " [| json]";
     if (command.forms == Forms::kConfiguration) text += " [| display json|xml|set]";
     return text;
 }

@@ -5,6 +5,7 @@
 #ifndef CLI_COMMANDS_COMMAND_H
 #define CLI_COMMANDS_COMMAND_H
 
+#include <cstddef>
 #include <functional>
 #include <iosfwd>
 #include <map>
@@ -49,6 +50,7 @@ enum Need : unsigned { kNothing = 0, kSession = 1, kYang = 2 };
 /// Which forms of output a command knows beside text.
 enum class Forms {
     kNone,           // no '|'
+    kReport,         // JSON of what was done
     kState,          // JSON, XML
     kConfiguration,  // JSON, XML, set
 };
@@ -69,13 +71,21 @@ struct Arguments {
     }
 };
 
+/// Which candidate the shell's session uses.
+enum class CandidateUse {
+    kShared,
+    kPrivate,    // one of its own
+    kExclusive,  // the shared one, locked
+};
+
 /// What of the shell outlives a command.
 struct ShellState {
-    bool talks = false;      // with a person, at a prompt
-    bool left = false;       // a command has ended the shell
-    bool waits = false;      // a confirmed commit would be rolled back with the session's end
-    bool isPrivate = false;  // the session uses a private candidate
-    int status = 0;          // the exit status, of a command that answers a question with it
+    bool talks = false;  // with a person, at a prompt
+    bool left = false;   // a command has ended the shell
+    bool waits = false;  // a confirmed commit would be rolled back with the session's end
+    CandidateUse candidate = CandidateUse::kShared;
+    std::size_t edits = 0;  // of the candidate since a command of this shell has made it equal running
+    int status = 0;         // the exit status, of a command that answers a question with it
 };
 
 /// What a handler works with.
@@ -85,7 +95,7 @@ struct Call {
     netconf::Client* session;  // not null with kSession
     const ly_ctx* yang;        // not null with kYang
     std::ostream& out;         // for results
-    std::ostream& err;         // for warnings
+    std::ostream& err;         // for what was done, and warnings
     ShellState& shell;
     std::size_t width;  // characters of a line of text for people
     /// Opens a session for this command alone. Throws netconf::ConnectionError.

@@ -2,9 +2,11 @@
 #include <ostream>
 #include <vector>
 
+#include "cli/commands/committed.h"
 #include "cli/commands/confirm.h"
 #include "cli/commands/groups.h"
 #include "cli/commands/request.h"
+#include "cli/screens/counted.h"
 #include "netconf/client.h"
 #include "netconf/requests.h"
 
@@ -15,11 +17,16 @@ void Commit(Call& call)
 {
     const netconf::Reply reply = RequestReply(call, netconf::Commit(call.arguments.Named("comment")));
     call.shell.waits = false;
-    if (!call.shell.talks) return;
-    call.out << (reply.commit ? "commit " + std::to_string(*reply.commit) : "nothing to commit") << '\n';
+    Committed(call, reply);
 }
 
-void Discard(Call& call) { Request(call, netconf::DiscardChanges()); }
+void Discard(Call& call)
+{
+    const netconf::Reply reply = RequestReply(call, netconf::DiscardChanges());
+    call.shell.edits = 0;
+    const std::size_t changes = reply.changes.value_or(0);
+    call.err << (changes == 0 ? "nothing to take back" : Counted(changes, "change") + " taken back") << '\n';
+}
 
 }  // namespace
 
@@ -31,15 +38,15 @@ std::vector<Command> CommitCommands()
     // clang-format off
     return {
         Command{"commit", {{Kind::kText, "comment TEXT", true}},
-                "Makes the candidate the running configuration, which takes effect at once.", kSession,
-                Forms::kNone, &Commit},
+                "Makes the candidate the running configuration, which takes effect at once.", kBoth,
+                Forms::kReport, &Commit},
         Command{"commit confirmed", {{Kind::kNumber, "SECONDS", true}, {Kind::kText, "persist ID", true}, {Kind::kText, "comment TEXT", true}},
                 "Commits, and rolls back unless confirm comes within that time (600 seconds without a number); again, it prolongs the time.",
-                kBoth, Forms::kNone, &CommitConfirmed},
+                kBoth, Forms::kReport, &CommitConfirmed},
         Command{"confirm", {{Kind::kName, "ID", true}},
                 "Confirms the commit that waits for it, and leaves the candidate alone.", kBoth, Forms::kNone, &Confirm},
         Command{"cancel", {{Kind::kName, "ID", true}},
-                "Rolls the commit that waits for its confirmation back at once.", kBoth, Forms::kNone, &Cancel},
+                "Rolls the commit that waits for its confirmation back at once.", kBoth, Forms::kReport, &Cancel},
         Command{"discard", {},
                 "Takes back everything that was edited since the last commit.", kSession, Forms::kNone, &Discard},
     };

@@ -9,6 +9,7 @@
 #include "cli/data/config_text.h"
 #include "cli/data/data_tree.h"
 #include "cli/data/schema_words.h"
+#include "cli/screens/counted.h"
 #include "netconf/requests.h"
 
 namespace cli {
@@ -19,22 +20,30 @@ namespace {
 void Edit(Call& call, const std::string& config)
 {
     Request(call, netconf::EditConfig(config, {"merge", "set", "rollback-on-error"}));
+    ++call.shell.edits;
 }
 
 void Set(Call& call) { Edit(call, SetXml(PlaceToSet(call.yang, call.arguments.words))); }
 
 void Delete(Call& call) { Edit(call, DeleteXml(PlaceToDelete(call.yang, call.arguments.words))); }
 
+void TellLoaded(Call& call, const Tree& tree)
+{
+    call.err << Counted(ValueCount(tree.get()), "value") << " loaded into the candidate\n";
+}
+
 void LoadMerge(Call& call)
 {
     const Tree tree = ReadConfigFile(call.yang, call.arguments.text);
     Edit(call, tree ? ToCompactXml(tree.get()) : "");
+    TellLoaded(call, tree);
 }
 
 void LoadReplace(Call& call)
 {
     const Tree tree = ReadConfigFile(call.yang, call.arguments.text);
     Edit(call, ReplaceXml(call.yang, tree.get()));
+    TellLoaded(call, tree);
 }
 
 void ShowConfiguration(Call& call)
@@ -55,7 +64,11 @@ void Compare(Call& call)
     call.out << Differences(running.get(), candidate.get());
 }
 
-void Validate(Call& call) { Request(call, netconf::Validate()); }
+void Validate(Call& call)
+{
+    Request(call, netconf::Validate());
+    call.err << "the candidate is valid\n";
+}
 
 }  // namespace
 

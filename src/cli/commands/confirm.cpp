@@ -9,6 +9,7 @@
 
 #include "base/number.h"
 #include "base/user.h"
+#include "cli/commands/committed.h"
 #include "cli/commands/request.h"
 #include "cli/data/data_tree.h"
 #include "cli/data/error.h"
@@ -57,24 +58,22 @@ void CommitConfirmed(Call& call)
     (isExtended ? options.persistId : options.persist) = id;
     const netconf::Reply reply = RequestReply(call, netconf::CommitConfirmed(options));
     call.shell.waits = id.empty();
-    if (!call.shell.talks) return;
-    if (reply.commit) call.out << "commit " << *reply.commit << '\n';
-    call.out << PendingText(RequestPending(call).get());
+    Committed(call, reply);
+    call.err << PendingText(RequestPending(call).get());
 }
 
 void Confirm(Call& call)
 {
     Request(call, netconf::ConfirmCommit(IdFor(call)));
     call.shell.waits = false;
+    call.err << "confirmed\n";
 }
 
 void Cancel(Call& call)
 {
     const netconf::Reply reply = RequestReply(call, netconf::CancelCommit(IdFor(call)));
     call.shell.waits = false;
-    if (!call.shell.talks) return;
-    call.out << (reply.commit ? "rolled back by commit " + std::to_string(*reply.commit) : "nothing to undo")
-             << '\n';
+    Committed(call, reply, "rolled back by ", "nothing to undo");
 }
 
 }  // namespace cli

@@ -11,6 +11,7 @@
 #include "cli/commands/show.h"
 #include "cli/data/config_text.h"
 #include "cli/data/data_tree.h"
+#include "cli/screens/counted.h"
 #include "cli/screens/history_text.h"
 #include "netconf/client.h"
 #include "netconf/requests.h"
@@ -64,9 +65,20 @@ void ShowCheckpoints(Call& call) { ShowState(call, HistoryElements("<checkpoint/
 netconf::Moment MomentOf(const Call& call) { return {call.arguments.text, false}; }
 netconf::Moment CommitOf(const Call& call) { return {call.arguments.text, true}; }
 
-void RollBack(Call& call) { Request(call, netconf::RollBack(MomentOf(call))); }
+void RollBackTo(Call& call, const netconf::Moment& moment)
+{
+    const netconf::Reply reply = RequestReply(call, netconf::RollBack(moment));
+    const std::size_t changes = reply.changes.value_or(0);
+    call.shell.edits = changes;
+    call.err << (changes == 0 ? "the candidate equals the running configuration"
+                              : Counted(changes, "change") + " in the candidate; commit makes " +
+                                    (changes == 1 ? "it effective" : "them effective"))
+             << '\n';
+}
 
-void RollBackToCommit(Call& call) { Request(call, netconf::RollBack(CommitOf(call))); }
+void RollBack(Call& call) { RollBackTo(call, MomentOf(call)); }
+
+void RollBackToCommit(Call& call) { RollBackTo(call, CommitOf(call)); }
 
 void CompareRollback(Call& call)
 {
@@ -81,9 +93,14 @@ void CompareCommit(Call& call)
 void RequestCheckpoint(Call& call)
 {
     Request(call, netconf::SetCheckpoint(call.arguments.text, call.arguments.hasFlag));
+    call.err << "checkpoint " << call.arguments.text << " marks the last commit\n";
 }
 
-void RequestDeleteCheckpoint(Call& call) { Request(call, netconf::DeleteCheckpoint(call.arguments.text)); }
+void RequestDeleteCheckpoint(Call& call)
+{
+    Request(call, netconf::DeleteCheckpoint(call.arguments.text));
+    call.err << "checkpoint " << call.arguments.text << " is deleted\n";
+}
 
 }  // namespace
 

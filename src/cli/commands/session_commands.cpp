@@ -2,6 +2,7 @@
 #include <ostream>
 #include <vector>
 
+#include "cli/commands/candidate_use.h"
 #include "cli/commands/groups.h"
 #include "cli/commands/request.h"
 #include "cli/commands/show.h"
@@ -11,20 +12,11 @@
 namespace cli {
 namespace {
 
-void ConfigurePrivate(Call& call)
+void Update(Call& call)
 {
-    Request(call, netconf::OpenPrivateCandidate());
-    call.shell.isPrivate = true;
+    Request(call, netconf::UpdateCandidate(call.arguments.hasFlag));
+    call.err << "the candidate has what others have committed\n";
 }
-
-void ConfigureShared(Call& call)
-{
-    if (!call.shell.isPrivate) return;
-    call.shell.isPrivate = false;
-    Request(call, netconf::ClosePrivateCandidate());
-}
-
-void Update(Call& call) { Request(call, netconf::UpdateCandidate(call.arguments.hasFlag)); }
 
 void ShowCandidates(Call& call)
 {
@@ -37,7 +29,7 @@ void ShowHelp(Call& call) { call.out << Help(Commands(), call.arguments.words); 
 /// Of a shell with a private candidate there is a session then.
 void Exit(Call& call)
 {
-    if (call.shell.isPrivate) return ConfigureShared(call);
+    if (call.shell.candidate != CandidateUse::kShared) return UseShared(call);
     call.shell.left = true;
 }
 
@@ -52,10 +44,13 @@ std::vector<Command> SessionCommands()
     return {
         Command{"configure private", {},
                 "Gives this session a candidate of its own, equal to the running configuration, for all commands from here on.",
-                kSession, Forms::kNone, &ConfigurePrivate},
+                kSession, Forms::kNone, &UsePrivate},
+        Command{"configure exclusive", {},
+                "Locks the candidate for this session; what it has edited and not committed is taken back when it leaves.",
+                kSession, Forms::kNone, &UseExclusive},
         Command{"configure shared", {},
-                "Drops this session's private candidate, and uses the shared one again.", kSession, Forms::kNone,
-                &ConfigureShared},
+                "Leaves this session's private candidate or its lock, and uses the shared candidate as others do.", kSession, Forms::kNone,
+                &UseShared},
         Command{"update", {{Kind::kFlag, "running", true}},
                 "Takes what others have committed into the candidate; with running, also in the place of what was edited here.",
                 kSession, Forms::kNone, &Update},
@@ -63,7 +58,7 @@ std::vector<Command> SessionCommands()
                 "Shows who has edited the shared candidate, and who has a private one.", kBoth, Forms::kState, &ShowCandidates},
         Command{"help", {{Kind::kCommand, "COMMAND...", true}},
                 "Lists the commands that begin with these words.", kNothing, Forms::kNone, &ShowHelp},
-        Command{"exit", {}, "Drops a private candidate as configure shared does, else ends the shell.", kNothing, Forms::kNone, &Exit},
+        Command{"exit", {}, "Leaves a private candidate or a lock as configure shared does, else ends the shell.", kNothing, Forms::kNone, &Exit},
     };
     // clang-format on
 }

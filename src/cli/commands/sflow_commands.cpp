@@ -67,7 +67,11 @@ void ShowSflowInterface(Call& call) { ShowEntries(call, "interface"); }
 
 void ShowSflowCollector(Call& call) { ShowEntries(call, "collector"); }
 
-void RequestResync(Call& call) { Request(call, netconf::SflowResync()); }
+void RequestResync(Call& call)
+{
+    Request(call, netconf::SflowResync());
+    call.err << "the sFlow manager is told the whole configuration again\n";
+}
 
 }  // namespace
 

@@ -32,10 +32,16 @@ void ShowEvents(Call& call) { MonitorEvents(call); }
 
 void RequestHa(Call& call)
 {
-    Request(call, netconf::HaTransition(call.arguments.choice == "go-active" ? "active" : "standby"));
+    const bool active = call.arguments.choice == "go-active";
+    Request(call, netconf::HaTransition(active ? "active" : "standby"));
+    call.err << "the processes " << (active ? "are active\n" : "stand by\n");
 }
 
-void RequestBackup(Call& call) { Request(call, netconf::Backup(call.arguments.text)); }
+void RequestBackup(Call& call)
+{
+    Request(call, netconf::Backup(call.arguments.text));
+    call.err << "the database is copied to " << call.arguments.text << '\n';
+}
 
 }  // namespace
 

@@ -196,6 +196,20 @@ std::vector<const lyd_node*> NodesAt(const lyd_node* tree, const Place& place)
     return found;
 }
 
+std::size_t ValueCount(const lyd_node* tree)
+{
+    std::size_t count = 0;
+    for (const lyd_node* root = tree; root != nullptr; root = root->next) {
+        const lyd_node* node = nullptr;
+        LYD_TREE_DFS_BEGIN(root, node)
+        {
+            if (node->schema && (node->schema->nodetype & (LYS_LEAF | LYS_LEAFLIST))) ++count;
+            LYD_TREE_DFS_END(root, node);
+        }
+    }
+    return count;
+}
+
 std::string ToJson(const lyd_node* tree) { return Print(tree, LYD_JSON, 0); }
 
 std::string ToXml(const lyd_node* tree) { return Print(tree, LYD_XML, 0); }

@@ -33,6 +33,9 @@ Tree ParseConfigText(const ly_ctx* yang, const std::string& text, std::string_vi
 /// The instances of the place's last node, in the tree's order; empty for a place without steps.
 std::vector<const lyd_node*> NodesAt(const lyd_node* tree, const Place& place);
 
+/// The leaves and the values of leaf-lists in the tree, the keys of lists among them.
+std::size_t ValueCount(const lyd_node* tree);
+
 /// RFC 7951, one document, with line ends.
 std::string ToJson(const lyd_node* tree);
 std::string ToXml(const lyd_node* tree);

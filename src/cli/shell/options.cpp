@@ -26,6 +26,8 @@ base::Options OptionsFor(Options& to)
     };
     add("command,c", "COMMANDS", to.commands, "run these commands; ';' separates them");
     add("file,f", "FILE", to.file, "run the commands of a file, one a line; '#' begins a comment");
+    described.Add("exclusive", "lock the candidate; what is not committed in the end is taken back",
+                  to.exclusive);
     described.Add(
         "socket", "PATH",
         "the database's NETCONF socket (default: netconf.sock in $SFLOW_RUN_DIR or /run/sflow-switch)",
@@ -58,7 +60,7 @@ std::string HelpText()
 {
     Options unused;
     std::ostringstream text;
-    text << "usage: swcli [-c COMMANDS | -f FILE] [--socket PATH]\n\n"
+    text << "usage: swcli [-c COMMANDS | -f FILE] [--exclusive] [--socket PATH]\n\n"
             "Configures and shows the switch. Without -c and -f it reads commands from standard input,\n"
             "one a line; on a terminal it prompts for them. It stops at the first error, with status 1.\n\n"
          << OptionsFor(unused).Text() << "\nCommands:\n"

@@ -16,6 +16,7 @@ struct Options {
     std::optional<std::string> commands;  // -c
     std::optional<std::string> file;      // -f
     std::string socket;
+    bool exclusive = false;
     bool help = false;
     bool version = false;
 };

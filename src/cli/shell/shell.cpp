@@ -7,15 +7,28 @@
 #include <utility>
 
 #include "base/text.h"
+#include "cli/commands/candidate_use.h"
 #include "cli/data/error.h"
 #include "cli/data/words.h"
+#include "cli/screens/counted.h"
 
 namespace cli {
 namespace {
 
 constexpr std::size_t kLongestQuoted = 120;
-constexpr std::string_view kPrompt = "swcli> ";
-constexpr std::string_view kPrivatePrompt = "swcli (private)> ";
+
+std::string_view PromptFor(CandidateUse candidate)
+{
+    switch (candidate) {
+    case CandidateUse::kPrivate:
+        return "swcli (private)> ";
+    case CandidateUse::kExclusive:
+        return "swcli (exclusive)> ";
+    case CandidateUse::kShared:
+        break;
+    }
+    return "swcli> ";
+}
 
 /// The command as messages name it: one line, cut to kLongestQuoted bytes.
 std::string Named(std::string_view command)
@@ -40,11 +53,7 @@ bool Shell::Run(std::string_view command, std::string_view where, bool mayHaveCo
         Execute(command);
         return true;
     } catch (const netconf::ConnectionError& error) {
-        m_session.reset();  // the next command connects again
-        m_state.waits = false;
-        problem = error.what();
-        if (std::exchange(m_state.isPrivate, false))
-            problem += "; the private candidate has ended with the session";
+        problem = error.what() + TakeLoss();
     } catch (const std::exception& error) {
         problem = error.what();
     }
@@ -68,7 +77,7 @@ bool Shell::RunAll(std::string_view commands)
         if (m_state.left || !done) break;
         done = Run(command);
     }
-    ClosePrivate();
+    Finish(done);
     return done;
 }
 
@@ -78,7 +87,7 @@ bool Shell::RunLines(std::istream& input, std::string_view name)
     bool done = true;
     for (std::size_t number = 1; done && !m_state.left && std::getline(input, line); ++number)
         done = Run(line, std::string(name) + ":" + std::to_string(number), true);
-    ClosePrivate();
+    Finish(done);
     if (!done || !input.bad()) return done;
     m_err << "error: can't read " << name << " to its end" << std::endl;
     return false;
@@ -88,21 +97,95 @@ void Shell::Converse(std::istream& input)
 {
     m_state.talks = true;
     std::string line;
-    while (!m_state.left && m_out << (m_state.isPrivate ? kPrivatePrompt : kPrompt) << std::flush &&
-           std::getline(input, line))
+    while (!m_state.left && m_out << PromptFor(m_state.candidate) << std::flush &&
+           std::getline(input, line)) {
         Run(line, {}, true);
+        if (m_state.left) m_state.left = MayLeave(input);
+    }
     if (!m_state.left) m_out << '\n';
     if (m_state.waits)
         m_err << "warning: what still waits for its confirmation is rolled back now, as this session ends; "
-                 "\"commit "
-                 "confirmed SECONDS persist ID\" outlives it"
+                 "\"commit confirmed SECONDS persist ID\" outlives it"
               << std::endl;
-    ClosePrivate();
+    Finish(true);
 }
 
-void Shell::ClosePrivate()
+bool Shell::MayLeave(std::istream& input)
 {
-    if (m_state.isPrivate) Run("configure shared");
+    const std::size_t edits = Uncommitted();
+    if (edits == 0) return true;
+    m_out << "The candidate keeps " << Counted(edits, "edit") << " that " << (edits == 1 ? "is" : "are")
+          << " not committed. Leave? [y/N] " << std::flush;
+    std::string answer;
+    m_state.edits = 0;  // has been said
+    return !std::getline(input, answer) || answer == "y" || answer == "yes";
+}
+
+void Shell::Finish(bool done)
+{
+    if (m_state.candidate != CandidateUse::kShared) Run("configure shared");
+    const std::size_t edits = Uncommitted();
+    if (edits == 0) return;
+    m_err << "the candidate keeps " << Counted(edits, "edit")
+          << (done ? ", not committed; commit makes " : "; ")
+          << (done ? edits == 1 ? "it effective, " : "them effective, " : "") << "discard takes "
+          << (edits == 1 ? "it back" : "them back") << std::endl;
+}
+
+std::size_t Shell::Uncommitted()
+{
+    if (m_state.edits == 0 || !m_session || m_state.candidate != CandidateUse::kShared) return 0;
+    try {
+        m_yang = m_yang ? m_yang : m_environment.loadYang();
+        const Invocation none;
+        Call call = MakeCall(none);
+        return UncommittedEdits(call);
+    } catch (const std::exception& error) {
+        m_err << "warning: can't tell whether the candidate keeps edits: " << error.what() << std::endl;
+        return 0;
+    }
+}
+
+std::string Shell::TakeLoss()
+{
+    m_session.reset();  // the next command connects again
+    m_state.waits = false;
+    m_lost += std::exchange(m_state.edits, 0);
+    switch (std::exchange(m_state.candidate, CandidateUse::kShared)) {
+    case CandidateUse::kPrivate:
+        m_lost = 0;
+        return "; the private candidate has ended with the session";
+    case CandidateUse::kExclusive:
+        m_lost = 0;
+        return "; the lock has ended with the session, and what was not committed is taken back";
+    case CandidateUse::kShared:
+        break;
+    }
+    return {};
+}
+
+void Shell::Connect()
+{
+    m_session = m_environment.connect();
+    if (!m_exclusive && m_lost == 0) return;
+    m_yang = m_yang ? m_yang : m_environment.loadYang();
+    const Invocation none;
+    Call call = MakeCall(none);
+    if (m_lost > 0) TellOfLostEdits(call, std::exchange(m_lost, 0));
+    if (m_exclusive) UseExclusive(call);
+}
+
+Call Shell::MakeCall(const Invocation& invocation)
+{
+    return {invocation.arguments,
+            invocation.format,
+            m_session.get(),
+            m_yang,
+            m_out,
+            m_err,
+            m_state,
+            m_environment.width ? m_environment.width() : kWidth,
+            m_environment.connect};
 }
 
 void Shell::Execute(std::string_view command)
@@ -111,17 +194,9 @@ void Shell::Execute(std::string_view command)
     if (words.empty()) return;
     const Invocation invocation = Understand(m_commands, words);
     const unsigned needs = invocation.command->needs;
+    if ((needs & kSession) && !m_session) Connect();
     if ((needs & kYang) && !m_yang) m_yang = m_environment.loadYang();
-    if ((needs & kSession) && !m_session) m_session = m_environment.connect();
-    Call call{invocation.arguments,
-              invocation.format,
-              m_session.get(),
-              m_yang,
-              m_out,
-              m_err,
-              m_state,
-              m_environment.width ? m_environment.width() : kWidth,
-              m_environment.connect};
+    Call call = MakeCall(invocation);
     invocation.command->run(call);
 }
 

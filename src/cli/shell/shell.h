@@ -35,6 +35,9 @@ public:
     /// as "error: WHERE: COMMAND: what is wrong" (`where` may be empty).
     bool Run(std::string_view command, std::string_view where = {}) { return Run(command, where, false); }
 
+    /// From the first session on the candidate is locked, and what is not committed in the end is taken back.
+    void LockCandidate() { m_exclusive = true; }
+
     /// Runs the commands of an argument of -c up to the first error.
     bool RunAll(std::string_view commands);
 
@@ -53,14 +56,26 @@ public:
 private:
     bool Run(std::string_view command, std::string_view where, bool mayHaveComment);
     void Execute(std::string_view command);
-    /// At the end of the input: closes a private candidate, so that what it drops is said.
-    void ClosePrivate();
+    /// `invocation` must outlive it.
+    Call MakeCall(const Invocation& invocation);
+    void Connect();
+    /// After the session was lost: what went with it, to be added to the error.
+    std::string TakeLoss();
+    /// At the end of the input: leaves a private candidate or a lock, so that what it drops is said, and says
+    /// which edits the shared one keeps.
+    void Finish(bool done);
+    /// Whether the person wants to leave in spite of what is not committed.
+    bool MayLeave(std::istream& input);
+    /// How many edits of this session the candidate keeps; 0 if that can't be told.
+    std::size_t Uncommitted();
 
     std::span<const Command> m_commands;
     Environment m_environment;
     std::ostream& m_out;
     std::ostream& m_err;
     std::unique_ptr<netconf::Client> m_session;
+    bool m_exclusive = false;
+    std::size_t m_lost = 0;  // edits of a session that was lost, until the next one tells what became of them
     const ly_ctx* m_yang = nullptr;
     ShellState m_state;
 };

@@ -128,14 +128,4 @@ TEST(HistoryCommands, ShowACommitWithItsChange)
                                           "+ oam sflow interface eth1 sampling-rate 2\n"));
 }
 
-TEST(HistoryCommands, ACommitTellsItsNumberInAConversationOnly)
-{
-    HistoryFixture test([](const std::string&) { return "<ok/>"; });
-    EXPECT_TRUE(test.shell.Run("commit"));
-    EXPECT_EQ(test.out.str(), "");
-    std::istringstream input("commit\n");
-    test.shell.Converse(input);
-    EXPECT_THAT(test.out.str(), HasSubstr("nothing to commit\n"));
-}
-
 }  // namespace

@@ -82,7 +82,10 @@ TEST(Shell, SendsOneRequestACommandInOneSession)
             "<sflow-resync xmlns=\"urn:switch:yang:switch-system\"/>"));
     EXPECT_EQ(test.connections, 1);
     EXPECT_EQ(test.out.str(), "");
-    EXPECT_EQ(test.err.str(), "");
+    EXPECT_EQ(test.err.str(),
+              "the candidate is valid\nnothing to commit\nnothing to commit\nnothing to take back\n"
+              "the processes are active\nthe processes stand by\n"
+              "the sFlow manager is told the whole configuration again\n");
 }
 
 TEST(Shell, StopsAtTheFirstErrorOfTheDatabase)
@@ -94,7 +97,9 @@ TEST(Shell, StopsAtTheFirstErrorOfTheDatabase)
             "/c:config/s:oam/s:sflow/s:interface[s:name='eth1']/s:flow-sampling-collector[s:name='c9']");
     });
     EXPECT_FALSE(test.shell.RunAll("set oam sflow interface eth1; validate; commit"));
-    EXPECT_EQ(test.peer.Requests().size(), 2U);
+    // The third asks what the candidate keeps.
+    EXPECT_THAT(test.peer.Requests(),
+                ElementsAre(HasSubstr("<edit-config>"), HasSubstr("<validate>"), HasSubstr("<candidates")));
     EXPECT_EQ(test.err.str(),
               "error: validate: oam sflow interface eth1 flow-sampling-collector c9: collector c9 does not "
               "exist\n");
@@ -106,7 +111,8 @@ TEST(Shell, StopsAtTheFirstCommandThatItDoesNotUnderstand)
     EXPECT_FALSE(test.shell.RunAll("validate; set oam sflow port 5; commit"));
     EXPECT_THAT(test.peer.Requests(), ElementsAre("<validate><source><candidate/></source></validate>"));
     EXPECT_EQ(test.err.str(),
-              "error: set oam sflow port 5: \"port\" is unknown after oam sflow; possible: agent, collector, "
+              "the candidate is valid\nerror: set oam sflow port 5: \"port\" is unknown after oam sflow; "
+              "possible: agent, collector, "
               "interface\n");
 }
 
@@ -123,7 +129,7 @@ TEST(Shell, WarningsOfAReplyGoToTheErrorStreamAndAreNoFailure)
     Fixture test(
         [](const std::string&) { return RpcError("warning", "sflow-app did not answer in time") + "<ok/>"; });
     EXPECT_TRUE(test.shell.RunAll("commit"));
-    EXPECT_EQ(test.err.str(), "warning: sflow-app did not answer in time\n");
+    EXPECT_EQ(test.err.str(), "warning: sflow-app did not answer in time\nnothing to commit\n");
     EXPECT_EQ(test.out.str(), "");
 }
 
@@ -139,7 +145,7 @@ TEST(Shell, ReadsOneCommandALineAndNamesTheLine)
             "<validate><source><candidate/></source></validate>",
             "<commit><comment xmlns=\"urn:switch:yang:switch-system\"># none; here</comment></commit>"));
     EXPECT_THAT(test.err.str(),
-                StartsWith("error: f.cli:5: nonsense: unknown command \"nonsense\"; possible: set, "));
+                HasSubstr("error: f.cli:5: nonsense: unknown command \"nonsense\"; possible: set, "));
 }
 
 TEST(Shell, ALineWithoutItsEndIsACommandToo)
@@ -156,7 +162,7 @@ TEST(Shell, ExitEndsTheInput)
     std::istringstream input("validate\nexit\nnonsense\n");
     EXPECT_TRUE(test.shell.RunLines(input, "f.cli"));
     EXPECT_TRUE(test.shell.Left());
-    EXPECT_EQ(test.err.str(), "");
+    EXPECT_EQ(test.err.str(), "the candidate is valid\n");
 }
 
 TEST(Shell, AConversationGoesOnBehindAnError)
@@ -190,13 +196,13 @@ TEST(Shell, SaysWhyItCannotConnectOrLoad)
          []() -> const ly_ctx* { throw cdb::FatalError("no modules"); }},
         out, err);
     EXPECT_FALSE(shell.Run("commit"));
-    EXPECT_FALSE(shell.Run("show sflow"));
+    EXPECT_FALSE(shell.Run("monitor events"));
     EXPECT_THAT(err.str(),
                 HasSubstr("error: commit: can't connect to /nowhere/netconf.sock: No such file or directory; "
                           "is cdbd running?\n"));
-    EXPECT_THAT(err.str(), HasSubstr("error: show sflow: no modules\n"));
+    EXPECT_THAT(err.str(), HasSubstr("error: monitor events: no modules\n"));
     EXPECT_TRUE(shell.Run("help commit"));
-    EXPECT_THAT(out.str(), StartsWith("  commit [comment TEXT]\n"));
+    EXPECT_THAT(out.str(), StartsWith("  commit [comment TEXT] [| json]\n"));
 }
 
 TEST(ShowConfiguration, AsksForTheCandidateAndPrintsEachForm)
@@ -355,7 +361,8 @@ TEST(Load, SendsTheFileInOneEdit)
         ElementsAre(Edit("<config xmlns=\"urn:switch:yang:switch-config\">" + content),
                     Edit("<config xmlns=\"urn:switch:yang:switch-config\" "
                          "xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" nc:operation=\"replace\">" +
-                         content)));
+                         content),
+                    HasSubstr("<candidates")));
 }
 
 TEST(Load, OfAMalformedFileSendsNothing)

@@ -53,7 +53,10 @@ TEST_F(Delivery, IsAnsweredAfterTheLastAcknowledgement)
     EXPECT_THAT(Config(reader, "running"), HasSubstr("c1"));
     m_world.InLoop([this] { EXPECT_EQ(m_world.Store().LastCommit(), 1U); });
     subscriber->Acknowledge(1);
-    EXPECT_EQ(m_client.Receive().errors, std::vector<netconf::RpcError>{});
+    const auto reply = m_client.Receive();
+    EXPECT_EQ(reply.errors, std::vector<netconf::RpcError>{});
+    ASSERT_EQ(reply.acknowledged.size(), 1U);
+    EXPECT_EQ(reply.acknowledged[0].first, "app");
 }
 
 TEST_F(Delivery, CarriesTheChange)

@@ -5,11 +5,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <libyang/libyang.h>
+#include <unistd.h>
 
 #include <string>
 
 #include "agent/agent_world.h"
 #include "agent/other_user.h"
+#include "base/user.h"
 
 namespace agent_tests {
 namespace {
@@ -67,6 +69,38 @@ TEST_F(HistoryRequests, ACommitIsAnsweredWithItsNumber)
     // Nothing was committed.
     EXPECT_EQ(m_client.Call(netconf::Commit()).commit, std::nullopt);
     EXPECT_EQ(m_client.Call(netconf::Validate()).commit, std::nullopt);
+}
+
+TEST_F(HistoryRequests, RepliesSayHowManyChangesWereMadeOrTakenBack)
+{
+    Do(m_client, Port(1));
+    const auto committed = m_client.Call(netconf::Commit());
+    EXPECT_EQ(committed.changes, 1U);
+    EXPECT_EQ(m_client.Call(netconf::Commit()).changes, std::nullopt);
+    Do(m_client, Port(2));
+    EXPECT_EQ(m_client.Call(netconf::DiscardChanges()).changes, 1U);
+    EXPECT_EQ(m_client.Call(netconf::DiscardChanges()).changes, 0U);
+    EXPECT_EQ(m_client.Call(netconf::RollBack({"1", false})).changes, 1U);
+    EXPECT_EQ(m_client.Call(netconf::RollBack({"0", false})).changes, 0U);
+}
+
+TEST_F(HistoryRequests, ACommitNamesTheOthersWhoseEditsItTakes)
+{
+    auto other = m_world.Connect();
+    Do(other, Port(1));
+    Do(other, Port(2));
+    Do(m_client, Port(3));
+    const auto reply = m_client.Call(netconf::Commit());
+    ASSERT_EQ(reply.alsoEditedBy.size(), 1U);
+    EXPECT_EQ(reply.alsoEditedBy[0].second, 2U);
+    EXPECT_EQ(reply.alsoEditedBy[0].first, base::UserName(::geteuid()));
+    Do(m_client, Port(4));
+    EXPECT_TRUE(m_client.Call(netconf::Commit()).alsoEditedBy.empty());
+    // The own edits that a discard has taken back are not taken by the other's commit.
+    Do(m_client, Port(5));
+    Do(m_client, netconf::DiscardChanges());
+    Do(other, Port(6));
+    EXPECT_TRUE(other.Call(netconf::Commit()).alsoEditedBy.empty());
 }
 
 TEST_F(HistoryRequests, ACommitThatChangesNoValueHasANumberToo)
