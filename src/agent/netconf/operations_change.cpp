@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <libyang/libyang.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -381,15 +382,16 @@ void Operations::DiscardChanges(const RequestPtr& request)
     OnCandidate(request, [this, request](const SerialQueue::TicketPtr& ticket) {
         if (RefuseLocked(request, Target::kCandidate)) return;
         const auto datastore = m_candidates.Of(request->Who().id);
-        const auto changes = std::make_shared<std::size_t>(0);
+        const auto changes = std::make_shared<std::optional<std::size_t>>();
         m_services.changes.Do(
             [datastore, changes] {
-                *changes = datastore->ChangedRows().size();
+                // Without its base, what the candidate has changed can't be told.
+                if (!datastore->Prepare(false)) *changes = datastore->ChangedRows().size();
                 datastore->Discard();
             },
             [this, request, ticket, datastore, changes] {
                 m_candidates.NoteClean(request->Who().id, datastore);
-                request->NoteChanges(*changes);
+                if (*changes) request->NoteChanges(**changes);
                 request->Ok();
                 m_services.changes.Do([datastore] { datastore->TidyUp(); });
             });

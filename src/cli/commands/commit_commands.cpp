@@ -24,8 +24,12 @@ void Discard(Call& call)
 {
     const netconf::Reply reply = RequestReply(call, netconf::DiscardChanges());
     call.shell.edits = 0;
-    const std::size_t changes = reply.changes.value_or(0);
-    call.err << (changes == 0 ? "nothing to take back" : Counted(changes, "change") + " taken back") << '\n';
+    if (!reply.changes)
+        call.err << "all edits taken back\n";
+    else
+        call.err << (*reply.changes == 0 ? "nothing to take back"
+                                         : Counted(*reply.changes, "change") + " taken back")
+                 << '\n';
 }
 
 }  // namespace

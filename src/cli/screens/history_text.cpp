@@ -63,9 +63,9 @@ std::string HistoryText(const lyd_node* state, std::size_t width)
     TextTable table({"Commit",
                      "When",
                      {"User", 2, true},
-                     {"Source", 4},
+                     {"Source", 1},
                      {"Changes", 3},
-                     {"Checkpoints", 1, true},
+                     {"Checkpoints", 4, true},
                      {"Comment", 0, true}});
     for (const lyd_node* node : Commits(state)) {
         const Children commit(node);

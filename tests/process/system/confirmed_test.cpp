@@ -146,7 +146,7 @@ TEST_F(Confirmed, ThatIsPersistentIsRolledBackAtTheStartAfterItsTime)
     Await("the deadline", [&] { return std::chrono::system_clock::now() > over; });
     TheWorld().StartCdbd();
     EXPECT_EQ(Running(), m_before);
-    EXPECT_THAT(TheWorld().CliDone("show history last 1"), HasSubstr("not confirmed in 1 s"));
+    EXPECT_THAT(TheWorld().CliDone("show history last 1"), HasSubstr("commit 3: not confirm"));
     ExpectAsBefore();
 }
 

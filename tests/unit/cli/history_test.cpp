@@ -109,8 +109,8 @@ TEST(HistoryCommands, FitTheLineWhereACommentIsLong)
     });
     EXPECT_TRUE(test.shell.Run("show history"));
     EXPECT_EQ(test.out.str(),
-              "Commit  When                  User  Changes  Checkpoints  Comment\n"
-              "1       2026-11-23T05:00:00Z  ann   1200     -            Each port of the s...\n");
+              "Commit  When                  User  Source  Changes  Comment\n"
+              "1       2026-11-23T05:00:00Z  ann   -       1200     Each port of the second...\n");
     test.out.str("");
     EXPECT_TRUE(test.shell.Run("show history 1"));
     EXPECT_THAT(test.out.str(), HasSubstr(comment));
