@@ -3,20 +3,26 @@
 // modules, each only when a command needs it.
 
 #include <sys/ioctl.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/directories.h"
+#include "base/environment.h"
 #include "base/options/options.h"
+#include "base/user.h"
 #include "cdb/schema/schema.h"
 #include "cli/commands/command.h"
+#include "cli/shell/line_editor.h"
 #include "cli/shell/options.h"
 #include "cli/shell/shell.h"
 #include "netconf/client.h"
@@ -34,19 +40,36 @@ bool RunFile(cli::Shell& shell, const std::string& path)
     return shell.RunLines(file, path);
 }
 
-bool RunInput(cli::Shell& shell)
-{
-    if (!::isatty(STDIN_FILENO)) return shell.RunLines(std::cin, "standard input");
-    shell.Converse(std::cin);
-    return true;
-}
-
 /// Lines end before the last column, where terminals differ in when they wrap.
 std::size_t LineWidth()
 {
     winsize size{};
     if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col < 2) return cli::Shell::kWidth;
     return size.ws_col - 1U;
+}
+
+bool RunInput(cli::Shell& shell)
+{
+    if (!::isatty(STDIN_FILENO)) return shell.RunLines(std::cin, "standard input");
+    std::signal(SIGINT, SIG_IGN);  // ends what waits for it, such as monitor events, and not the shell
+    if (!::isatty(STDOUT_FILENO)) {
+        cli::StreamLines lines(std::cin, std::cout);
+        shell.Converse(lines);
+        return true;
+    }
+    const std::string home = base::Variable("HOME").value_or("");
+    cli::LineEditor lines([&shell](std::string_view line) { return shell.Complete(line); }, &LineWidth,
+                          home.empty() ? home : home + "/.swcli_history");
+    shell.Converse(lines);
+    return true;
+}
+
+std::string HostName()
+{
+    utsname names{};
+    if (::uname(&names) != 0) return "switch";
+    const std::string_view name(names.nodename);
+    return std::string(name.substr(0, name.find('.')));
 }
 
 /// The exit status.
@@ -63,6 +86,8 @@ int Run(const cli::Options& options)
         return schema->Context();
     };
     environment.width = &LineWidth;
+    environment.who = base::UserName(::geteuid()) + "@" + HostName();
+    environment.asksStanding = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
     cli::Shell shell(cli::Commands(), environment, std::cout, std::cerr);
     if (options.exclusive) shell.LockCandidate();
     const bool done = options.commands ? shell.RunAll(*options.commands)

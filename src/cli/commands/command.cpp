@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <optional>
 
 #include <boost/algorithm/string/join.hpp>
@@ -26,6 +27,49 @@ std::size_t CommonBegin(const Texts& name, const Texts& words)
 {
     const auto [inName, inWords] = std::mismatch(name.begin(), name.end(), words.begin(), words.end());
     return static_cast<std::size_t>(inName - name.begin());
+}
+
+/// The words that may begin the arguments of a command whose name is complete; nullopt if any word may.
+std::optional<Texts> FirstWords(const Command& command)
+{
+    Texts words;
+    for (const Argument& argument : command.arguments) {
+        if (argument.kind == ArgumentKind::kChoice) {
+            const Texts choices = SplitAt(argument.text, '|');
+            words.insert(words.end(), choices.begin(), choices.end());
+        } else if (argument.kind == ArgumentKind::kFlag || argument.kind == ArgumentKind::kText) {
+            words.push_back(SplitAt(argument.text, ' ')[0]);
+        } else {
+            return std::nullopt;
+        }
+        if (!argument.optional) break;
+    }
+    return words;
+}
+
+/// What may stand at that position of commands whose names begin with the words before it.
+struct Position {
+    Texts words;
+    bool any = false;  // a word of an argument stands here, which is taken as it is
+};
+
+Position PossibleAt(std::span<const Command> commands, const Texts& words, std::size_t at)
+{
+    Position position;
+    for (const Command& command : commands) {
+        const Texts name = SplitAt(command.name, ' ');
+        if (CommonBegin(name, words) < std::min(at, name.size())) continue;
+        if (at < name.size()) {
+            position.words.push_back(name[at]);
+        } else if (at == name.size()) {
+            const auto first = FirstWords(command);
+            if (first) position.words.insert(position.words.end(), first->begin(), first->end());
+            position.any = position.any || !first;
+        }
+    }
+    std::ranges::sort(position.words);
+    position.words.erase(std::unique(position.words.begin(), position.words.end()), position.words.end());
+    return position;
 }
 
 /// The command whose whole name the words begin with. A longer name goes before a shorter one.
@@ -87,7 +131,8 @@ private:
             return;
         case ArgumentKind::kPath:
         case ArgumentKind::kCommand:
-            if (AtEnd() && !argument.optional) Refuse("a path is missing");
+            if (AtEnd() && !argument.optional)
+                Refuse(argument.kind == ArgumentKind::kPath ? "a path is missing" : "a command is missing");
             TakeWords(argument);
         }
     }
@@ -198,6 +243,41 @@ std::string Usage(const Command& command)
     return text;
 }
 
+std::vector<std::string> WrittenOut(std::span<const Command> commands, std::vector<std::string> words)
+{
+    for (std::size_t at = 0; at < words.size(); ++at) {
+        const Position position = PossibleAt(commands, words, at);
+        if (position.words.empty()) break;
+        if (position.any || std::ranges::binary_search(position.words, words[at])) continue;
+        Texts begun;
+        std::ranges::copy_if(position.words, std::back_inserter(begun), [&](const std::string& possible) {
+            return !words[at].empty() && possible.starts_with(words[at]);
+        });
+        if (begun.size() > 1) throw Error("\"" + words[at] + "\" may be " + boost::join(begun, ", "));
+        if (begun.empty()) break;
+        words[at] = begun.front();
+    }
+    return words;
+}
+
+const Command* CommandOf(std::span<const Command> commands, const std::vector<std::string>& words)
+{
+    const Command* best = nullptr;
+    std::size_t most = 0;
+    for (const Command& command : commands) {
+        const Texts name = SplitAt(command.name, ' ');
+        if (CommonBegin(name, words) < name.size() || name.size() <= most) continue;
+        best = &command;
+        most = name.size();
+    }
+    return best;
+}
+
+std::vector<std::string> WordsAt(std::span<const Command> commands, const std::vector<std::string>& words)
+{
+    return PossibleAt(commands, words, words.size()).words;
+}
+
 Invocation Understand(std::span<const Command> commands, const std::vector<Word>& words)
 {
     const auto pipe =
@@ -208,6 +288,7 @@ Invocation Understand(std::span<const Command> commands, const std::vector<Word>
     if (left.empty()) throw Error("a command is missing before |");
 
     Invocation invocation;
+    left = WrittenOut(commands, std::move(left));
     invocation.command = &Find(commands, left);
     if (pipe != words.end()) {
         std::for_each(pipe + 1, words.end(), [&](const Word& word) { right.push_back(word.text); });

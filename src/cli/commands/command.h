@@ -45,7 +45,12 @@ struct Argument {
 enum class Format { kText, kJson, kXml, kSet };
 
 /// What a command has to have before it runs.
-enum Need : unsigned { kNothing = 0, kSession = 1, kYang = 2 };
+enum Need : unsigned {
+    kNothing = 0,
+    kSession = 1,
+    kYang = 2,
+    kMode = 4,  // at a prompt, configuration mode
+};
 
 /// Which forms of output a command knows beside text.
 enum class Forms {
@@ -84,6 +89,8 @@ struct ShellState {
     bool left = false;   // a command has ended the shell
     bool waits = false;  // a confirmed commit would be rolled back with the session's end
     CandidateUse candidate = CandidateUse::kShared;
+    bool configures = false;         // in configuration mode; only a person at a prompt needs to be
+    std::vector<std::string> place;  // the words in front of each path
     std::size_t edits = 0;  // of the candidate since a command of this shell has made it equal running
     int status = 0;         // the exit status, of a command that answers a question with it
 };
@@ -127,6 +134,16 @@ struct Invocation {
 /// Finds the command of the words, which are at least one, and fits its arguments. Throws Error that ends
 /// with the usage or with the words that are possible.
 Invocation Understand(std::span<const Command> commands, const std::vector<Word>& words);
+
+/// The words with those of commands' names and choices, which may be cut where one remains, written out.
+/// Throws Error for a word that may be several.
+std::vector<std::string> WrittenOut(std::span<const Command> commands, std::vector<std::string> words);
+
+/// The command whose whole name the words, written out, begin with; the longest. Null if there is none.
+const Command* CommandOf(std::span<const Command> commands, const std::vector<std::string>& words);
+
+/// The words of names and choices that may come behind these, written out, in alphabetical order.
+std::vector<std::string> WordsAt(std::span<const Command> commands, const std::vector<std::string>& words);
 
 /// The usage lines, with what they do, of the commands whose names begin with these words; throws Error
 /// for words with which none begins.

@@ -42,17 +42,17 @@ std::vector<Command> CommitCommands()
     // clang-format off
     return {
         Command{"commit", {{Kind::kText, "comment TEXT", true}},
-                "Makes the candidate the running configuration, which takes effect at once.", kBoth,
+                "Makes the candidate the running configuration, which takes effect at once.", kBoth | kMode,
                 Forms::kReport, &Commit},
         Command{"commit confirmed", {{Kind::kNumber, "SECONDS", true}, {Kind::kText, "persist ID", true}, {Kind::kText, "comment TEXT", true}},
                 "Commits, and rolls back unless confirm comes within that time (600 seconds without a number); again, it prolongs the time.",
-                kBoth, Forms::kReport, &CommitConfirmed},
+                kBoth | kMode, Forms::kReport, &CommitConfirmed},
         Command{"confirm", {{Kind::kName, "ID", true}},
                 "Confirms the commit that waits for it, and leaves the candidate alone.", kBoth, Forms::kNone, &Confirm},
         Command{"cancel", {{Kind::kName, "ID", true}},
                 "Rolls the commit that waits for its confirmation back at once.", kBoth, Forms::kReport, &Cancel},
         Command{"discard", {},
-                "Takes back everything that was edited since the last commit.", kSession, Forms::kNone, &Discard},
+                "Takes back everything that was edited since the last commit.", kSession | kMode, Forms::kNone, &Discard},
     };
     // clang-format on
 }

@@ -23,9 +23,28 @@ void Edit(Call& call, const std::string& config)
     ++call.shell.edits;
 }
 
-void Set(Call& call) { Edit(call, SetXml(PlaceToSet(call.yang, call.arguments.words))); }
+/// The words of the path, behind those of the place that `edit` has led to.
+std::vector<std::string> PathOf(const Call& call)
+{
+    std::vector<std::string> words = call.shell.place;
+    words.insert(words.end(), call.arguments.words.begin(), call.arguments.words.end());
+    return words;
+}
 
-void Delete(Call& call) { Edit(call, DeleteXml(PlaceToDelete(call.yang, call.arguments.words))); }
+void Set(Call& call) { Edit(call, SetXml(PlacesToSet(call.yang, PathOf(call)))); }
+
+void Delete(Call& call) { Edit(call, DeleteXml(PlacesToDelete(call.yang, PathOf(call)))); }
+
+void EditPlace(Call& call) { call.shell.place = WordListOf(PlaceToEdit(call.yang, PathOf(call))); }
+
+void Up(Call& call)
+{
+    Place place = PlaceToEdit(call.yang, call.shell.place);
+    if (!place.steps.empty()) place.steps.pop_back();
+    call.shell.place = WordListOf(place);
+}
+
+void Top(Call& call) { call.shell.place.clear(); }
 
 void TellLoaded(Call& call, const Tree& tree)
 {
@@ -48,13 +67,17 @@ void LoadReplace(Call& call)
 
 void ShowConfiguration(Call& call)
 {
-    const Place place = PlaceToShow(call.yang, call.arguments.words);
-    const bool all = place.steps.empty();
-    const std::string filter = FilterXml(place);
+    const std::vector<Place> places = PlacesToShow(call.yang, PathOf(call));
+    const bool all = places.front().steps.empty();
+    const std::string filter = FilterXml(places);
     const Tree tree =
         RequestData(call, all ? netconf::GetConfig("candidate") : netconf::GetConfig("candidate", filter));
-    Show(call, tree,
-         [&](const lyd_node* data) { return all ? ToBlocks(data) : ToBlocks(NodesAt(data, place)); });
+    Show(call, tree, [&](const lyd_node* data) {
+        if (all) return ToBlocks(data);
+        std::string text;
+        for (const Place& place : places) text += ToBlocks(NodesAt(data, place));
+        return text;
+    });
 }
 
 void Compare(Call& call)
@@ -80,13 +103,17 @@ std::vector<Command> ConfigurationCommands()
     // clang-format off
     return {
         Command{"set", {{Kind::kPath, "PATH... [VALUE]"}},
-                "Gives a leaf the value behind its path, or creates a list's entry.", kBoth, Forms::kNone, &Set},
+                "Gives a leaf the value behind its path, or creates a list's entry.", kBoth | kMode, Forms::kNone, &Set},
+        Command{"edit", {{Kind::kPath, "PATH..."}},
+                "Leads to a container or a list's entry; paths begin there until up, top or exit.", kYang | kMode, Forms::kNone, &EditPlace},
+        Command{"up", {}, "Leads to what is around the place that edit has led to.", kYang | kMode, Forms::kNone, &Up},
+        Command{"top", {}, "Leads back to the whole configuration.", kMode, Forms::kNone, &Top},
         Command{"delete", {{Kind::kPath, "PATH..."}},
-                "Deletes a leaf, a list's entry, or all that is below a path.", kBoth, Forms::kNone, &Delete},
+                "Deletes a leaf, a list's entry, or all that is below a path.", kBoth | kMode, Forms::kNone, &Delete},
         Command{"load merge", {{Kind::kFile, "FILE"}},
-                "Adds a file's configuration (JSON or XML) to the candidate.", kBoth, Forms::kNone, &LoadMerge},
+                "Adds a file's configuration (JSON or XML) to the candidate.", kBoth | kMode, Forms::kNone, &LoadMerge},
         Command{"load replace", {{Kind::kFile, "FILE"}},
-                "Replaces the candidate's configuration by a file's (JSON or XML).", kBoth, Forms::kNone,
+                "Replaces the candidate's configuration by a file's (JSON or XML).", kBoth | kMode, Forms::kNone,
                 &LoadReplace},
         Command{"show configuration", {{Kind::kPath, "PATH...", true}},
                 "Shows the candidate: the running configuration with what was edited since.", kBoth,

@@ -113,9 +113,9 @@ std::vector<Command> HistoryCommands()
     return {
         Command{"rollback", {{Kind::kName, "N|CHECKPOINT"}},
                 "Makes the candidate the configuration of N commits ago (0: the running one, 1: as before the last commit), or of a checkpoint.",
-                kSession, Forms::kNone, &RollBack},
+                kSession | kMode, Forms::kNone, &RollBack},
         Command{"rollback commit", {{Kind::kNumber, "ID"}},
-                "Makes the candidate the configuration after that commit.", kSession, Forms::kNone, &RollBackToCommit},
+                "Makes the candidate the configuration after that commit.", kSession | kMode, Forms::kNone, &RollBackToCommit},
         Command{"compare rollback", {{Kind::kName, "N|CHECKPOINT"}},
                 "Shows what leads from the configuration of N commits ago, or of a checkpoint, to the candidate.", kBoth,
                 Forms::kNone, &CompareRollback},

@@ -134,23 +134,57 @@ void AppendKeys(const Step& step, std::string& xml)
     }
 }
 
-/// The elements of the place inside each other; `attributes` are the last one's.
-std::string Nested(const Place& place, std::string_view attributes)
-{
-    std::string open;
-    std::string close;
-    const lys_module* module = nullptr;
-    for (std::size_t i = 0; i < place.steps.size(); ++i) {
-        const Step& step = place.steps[i];
-        open += "<" + std::string(step.schema->name);
-        if (step.schema->module != module) open += " xmlns=\"" + std::string(step.schema->module->ns) + "\"";
-        module = step.schema->module;
-        if (i + 1 == place.steps.size()) open += attributes;
-        open += ">";
-        AppendKeys(step, open);
-        close = "</" + std::string(step.schema->name) + ">" + close;
+bool IsSame(const Step& a, const Step& b) { return a.schema == b.schema && a.keys == b.keys; }
+
+/// The elements of places inside each other; consecutive places share those of their common steps.
+class NestedXml {
+public:
+    /// `attributes` are those of the place's last element.
+    void Add(const Place& place, std::string_view attributes)
+    {
+        const auto& steps = place.steps;
+        const std::size_t most = place.value ? steps.size() - 1 : steps.size();
+        std::size_t common = 0;
+        while (common < std::min(m_open.size(), most) && IsSame(m_open[common], steps[common])) ++common;
+        Close(common);
+        for (std::size_t at = common; at < steps.size(); ++at)
+            Open(steps[at], at + 1 == steps.size() ? attributes : std::string_view());
+        if (place.value) m_xml += netconf::Escaped(*place.value);
     }
-    return open + (place.value ? netconf::Escaped(*place.value) : "") + close;
+
+    std::string Take()
+    {
+        Close(0);
+        return std::move(m_xml);
+    }
+
+private:
+    void Open(const Step& step, std::string_view attributes)
+    {
+        const lys_module* module = m_open.empty() ? nullptr : m_open.back().schema->module;
+        m_xml.append("<").append(step.schema->name);
+        if (step.schema->module != module)
+            m_xml.append(" xmlns=\"").append(step.schema->module->ns).append("\"");
+        m_xml.append(attributes).append(">");
+        AppendKeys(step, m_xml);
+        m_open.push_back(step);
+    }
+
+    void Close(std::size_t depth)
+    {
+        for (; m_open.size() > depth; m_open.pop_back())
+            m_xml.append("</").append(m_open.back().schema->name).append(">");
+    }
+
+    std::string m_xml;
+    std::vector<Step> m_open;
+};
+
+std::string XmlOf(std::span<const Place> places, std::string_view attributes)
+{
+    NestedXml xml;
+    for (const Place& place : places) xml.Add(place, attributes);
+    return xml.Take();
 }
 
 void MarkReplaced(const ly_ctx* yang, lyd_node* node)
@@ -216,11 +250,18 @@ std::string ToXml(const lyd_node* tree) { return Print(tree, LYD_XML, 0); }
 
 std::string ToCompactXml(const lyd_node* tree) { return Print(tree, LYD_XML, LYD_PRINT_SHRINK); }
 
-std::string SetXml(const Place& place) { return Nested(place, {}); }
+std::string SetXml(std::span<const Place> places) { return XmlOf(places, {}); }
 
-std::string DeleteXml(const Place& place) { return Nested(place, kDelete); }
+std::string DeleteXml(std::span<const Place> places) { return XmlOf(places, kDelete); }
 
-std::string FilterXml(const Place& place) { return Nested(place, {}); }
+std::string FilterXml(std::span<const Place> places) { return XmlOf(places, {}); }
+
+std::string KeysFilterXml(const Place& list)
+{
+    Place keys = list;
+    keys.steps.push_back({lysc_node_child(list.steps.back().schema), {}});
+    return XmlOf(std::vector{keys}, {});
+}
 
 std::string ReplaceXml(const ly_ctx* yang, lyd_node* tree)
 {
@@ -231,7 +272,7 @@ std::string ReplaceXml(const ly_ctx* yang, lyd_node* tree)
         MarkReplaced(yang, node);
     }
     std::string xml = tree ? ToCompactXml(tree) : "";
-    if (!hasRoot) xml += Nested(Place{{{root, {}}}, {}}, kReplace);
+    if (!hasRoot) xml += XmlOf(std::vector{Place{{{root, {}}}, {}}}, kReplace);
     return xml;
 }
 

@@ -5,6 +5,7 @@
 #ifndef CLI_DATA_DATA_TREE_H
 #define CLI_DATA_DATA_TREE_H
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,14 +43,17 @@ std::string ToXml(const lyd_node* tree);
 /// For requests: without blanks between the elements.
 std::string ToCompactXml(const lyd_node* tree);
 
-/// What stands inside <config> to give the place its value, or to create it.
-std::string SetXml(const Place& place);
+/// What stands inside <config> to give each place its value, or to create it.
+std::string SetXml(std::span<const Place> places);
 
-/// What stands inside <config> to delete the place. The database refuses it if there is no such place.
-std::string DeleteXml(const Place& place);
+/// What stands inside <config> to delete the places. The database refuses it if there is no such place.
+std::string DeleteXml(std::span<const Place> places);
 
-/// A subtree filter (RFC 6241, section 6) that selects the place and what is below it.
-std::string FilterXml(const Place& place);
+/// A subtree filter (RFC 6241, section 6) that selects the places and what is below them.
+std::string FilterXml(std::span<const Place> places);
+
+/// A subtree filter that selects the first keys of the entries of the list at the end of the place.
+std::string KeysFilterXml(const Place& list);
 
 /// What stands inside <config> to replace the root container, and each other top-level container that
 /// the tree has, by what the tree has. Marks the tree's nodes.

@@ -5,47 +5,29 @@
 #ifndef CLI_DATA_SCHEMA_WORDS_H
 #define CLI_DATA_SCHEMA_WORDS_H
 
-#include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "cli/data/place.h"
+
 struct ly_ctx;
-struct lysc_node;
 
 namespace cli {
-
-/// One node on the way from the top of the data.
-struct Step {
-    const lysc_node* schema = nullptr;
-    std::vector<std::string> keys;  // of a list's entry; empty for other nodes and for the list itself
-};
-
-/// A node's place in the data; no steps: the whole configuration.
-struct Place {
-    std::vector<Step> steps;
-    std::optional<std::string> value;  // of the leaf or leaf-list at the end, if one was given
-};
-
-/// The container whose name paths leave out: `config` of switch-config. Throws Error if the modules lack it.
-const lysc_node* RootContainer(const ly_ctx* yang);
 
 /// Each throws Error for a word that is not known (and names what is possible there), a key or value that its
 /// type refuses, a missing or superfluous word.
 ///
-/// A leaf with its value, a list's entry, or a presence container.
-Place PlaceToSet(const ly_ctx* yang, std::span<const std::string> words);
-/// A leaf, a leaf-list's value, a list's entry or a container.
-Place PlaceToDelete(const ly_ctx* yang, std::span<const std::string> words);
-/// Any node, a list without its keys among them; no words: everything.
-Place PlaceToShow(const ly_ctx* yang, std::span<const std::string> words);
-
-/// The words of the place, for messages.
-std::string WordsOf(const Place& place);
-
-/// What the nodes below are called, in schema order: "agent, collector, interface".
-std::string PossibleBelow(const ly_ctx* yang, const lysc_node* parent);
+/// Leaves with their values, lists' entries, or presence containers. Behind a leaf and its value another leaf
+/// beside it may follow, and a key may be written as a range (ranges.h): then there are several places, those
+/// that share steps one behind the other. At least one.
+std::vector<Place> PlacesToSet(const ly_ctx* yang, std::span<const std::string> words);
+/// The same of leaves, leaf-lists' values, lists' entries or containers.
+std::vector<Place> PlacesToDelete(const ly_ctx* yang, std::span<const std::string> words);
+/// The same of any nodes, lists without their keys among them; no words: everything.
+std::vector<Place> PlacesToShow(const ly_ctx* yang, std::span<const std::string> words);
+/// A container or a list's entry, below which other paths may begin; no words: the whole.
+Place PlaceToEdit(const ly_ctx* yang, std::span<const std::string> words);
 
 }  // namespace cli
 

@@ -8,27 +8,16 @@
 
 #include "base/text.h"
 #include "cli/commands/candidate_use.h"
+#include "cli/commands/keys.h"
 #include "cli/data/error.h"
 #include "cli/data/words.h"
 #include "cli/screens/counted.h"
+#include "cli/shell/prompt.h"
 
 namespace cli {
 namespace {
 
 constexpr std::size_t kLongestQuoted = 120;
-
-std::string_view PromptFor(CandidateUse candidate)
-{
-    switch (candidate) {
-    case CandidateUse::kPrivate:
-        return "swcli (private)> ";
-    case CandidateUse::kExclusive:
-        return "swcli (exclusive)> ";
-    case CandidateUse::kShared:
-        break;
-    }
-    return "swcli> ";
-}
 
 /// The command as messages name it: one line, cut to kLongestQuoted bytes.
 std::string Named(std::string_view command)
@@ -58,8 +47,9 @@ bool Shell::Run(std::string_view command, std::string_view where, bool mayHaveCo
         problem = error.what();
     }
     m_out.flush();
-    m_err << "error: " << where << (where.empty() ? "" : ": ") << Named(command) << ": " << problem
-          << std::endl;
+    // A person at a prompt has just typed it.
+    const std::string named = m_state.talks ? std::string() : Named(command) + ": ";
+    m_err << "error: " << where << (where.empty() ? "" : ": ") << named << problem << std::endl;
     return false;
 }
 
@@ -93,14 +83,14 @@ bool Shell::RunLines(std::istream& input, std::string_view name)
     return false;
 }
 
-void Shell::Converse(std::istream& input)
+void Shell::Converse(LineSource& lines)
 {
     m_state.talks = true;
-    std::string line;
-    while (!m_state.left && m_out << PromptFor(m_state.candidate) << std::flush &&
-           std::getline(input, line)) {
-        Run(line, {}, true);
-        if (m_state.left) m_state.left = MayLeave(input);
+    while (!m_state.left) {
+        const auto line = lines.Read(PromptText(m_environment.who, m_state, NowStanding()));
+        if (!line) break;
+        Run(*line, {}, true);
+        if (m_state.left) m_state.left = MayLeave(lines);
     }
     if (!m_state.left) m_out << '\n';
     if (m_state.waits)
@@ -110,15 +100,58 @@ void Shell::Converse(std::istream& input)
     Finish(true);
 }
 
-bool Shell::MayLeave(std::istream& input)
+bool Shell::MayLeave(LineSource& lines)
 {
     const std::size_t edits = Uncommitted();
     if (edits == 0) return true;
-    m_out << "The candidate keeps " << Counted(edits, "edit") << " that " << (edits == 1 ? "is" : "are")
-          << " not committed. Leave? [y/N] " << std::flush;
-    std::string answer;
     m_state.edits = 0;  // has been said
-    return !std::getline(input, answer) || answer == "y" || answer == "yes";
+    const auto answer = lines.Read("The candidate keeps " + Counted(edits, "edit") + " that " +
+                                   (edits == 1 ? "is" : "are") + " not committed. Leave? [y/N] ");
+    return !answer || *answer == "y" || *answer == "yes";
+}
+
+Standing Shell::NowStanding()
+{
+    if (!m_environment.asksStanding) return {};
+    std::string problem;
+    try {
+        if (!m_session) Connect();
+        LoadYang();
+        const Invocation none;
+        Call call = MakeCall(none);
+        m_wasAway = false;
+        return RequestStanding(call);
+    } catch (const netconf::ConnectionError& error) {
+        problem = error.what() + TakeLoss();
+    } catch (const std::exception& error) {
+        problem = error.what();
+    }
+    if (!std::exchange(m_wasAway, true)) m_err << "warning: " << problem << std::endl;
+    return {};
+}
+
+void Shell::LoadYang()
+{
+    if (!m_yang) m_yang = m_environment.loadYang();
+}
+
+Completion Shell::Complete(std::string_view line)
+{
+    try {
+        LoadYang();
+        return cli::Complete(
+            {m_commands, m_yang, m_state, [this](const Place& list) { return KeysOf(list); }}, line);
+    } catch (const std::exception&) {
+        return {};  // what can't be completed is said when it is run
+    }
+}
+
+std::vector<Choice> Shell::KeysOf(const Place& list)
+{
+    if (!m_session) Connect();
+    const Invocation none;
+    Call call = MakeCall(none);
+    return RequestKeys(call, list);
 }
 
 void Shell::Finish(bool done)
@@ -136,7 +169,7 @@ std::size_t Shell::Uncommitted()
 {
     if (m_state.edits == 0 || !m_session || m_state.candidate != CandidateUse::kShared) return 0;
     try {
-        m_yang = m_yang ? m_yang : m_environment.loadYang();
+        LoadYang();
         const Invocation none;
         Call call = MakeCall(none);
         return UncommittedEdits(call);
@@ -151,24 +184,22 @@ std::string Shell::TakeLoss()
     m_session.reset();  // the next command connects again
     m_state.waits = false;
     m_lost += std::exchange(m_state.edits, 0);
-    switch (std::exchange(m_state.candidate, CandidateUse::kShared)) {
-    case CandidateUse::kPrivate:
-        m_lost = 0;
-        return "; the private candidate has ended with the session";
-    case CandidateUse::kExclusive:
-        m_lost = 0;
-        return "; the lock has ended with the session, and what was not committed is taken back";
-    case CandidateUse::kShared:
-        break;
-    }
-    return {};
+    const CandidateUse lost = std::exchange(m_state.candidate, CandidateUse::kShared);
+    if (lost == CandidateUse::kShared) return {};
+    // Edits meant for it must not go to the shared one.
+    m_state.configures = false;
+    m_state.place.clear();
+    m_lost = 0;
+    return lost == CandidateUse::kPrivate
+               ? "; the private candidate has ended with the session"
+               : "; the lock has ended with the session, and what was not committed is taken back";
 }
 
 void Shell::Connect()
 {
     m_session = m_environment.connect();
     if (!m_exclusive && m_lost == 0) return;
-    m_yang = m_yang ? m_yang : m_environment.loadYang();
+    LoadYang();
     const Invocation none;
     Call call = MakeCall(none);
     if (m_lost > 0) TellOfLostEdits(call, std::exchange(m_lost, 0));
@@ -190,12 +221,15 @@ Call Shell::MakeCall(const Invocation& invocation)
 
 void Shell::Execute(std::string_view command)
 {
-    const std::vector<Word> words = SplitWords(command);
+    std::vector<Word> words = SplitWords(command);
+    if (words.size() > 1 && words.front().text == "run") words.erase(words.begin());
     if (words.empty()) return;
     const Invocation invocation = Understand(m_commands, words);
     const unsigned needs = invocation.command->needs;
+    if ((needs & kMode) && m_state.talks && !m_state.configures)
+        throw Error("it belongs to configuration mode; type configure, then it again");
     if ((needs & kSession) && !m_session) Connect();
-    if ((needs & kYang) && !m_yang) m_yang = m_environment.loadYang();
+    if (needs & kYang) LoadYang();
     Call call = MakeCall(invocation);
     invocation.command->run(call);
 }

@@ -13,6 +13,9 @@
 #include <string_view>
 
 #include "cli/commands/command.h"
+#include "cli/commands/standing.h"
+#include "cli/shell/completion.h"
+#include "cli/shell/line_source.h"
 #include "netconf/client.h"
 
 namespace cli {
@@ -22,6 +25,8 @@ struct Environment {
     std::function<std::unique_ptr<netconf::Client>()> connect;  // throws netconf::ConnectionError
     std::function<const ly_ctx*()> loadYang;                    // throws cdb::FatalError
     std::function<std::size_t()> width = {};  // of a line on the terminal; null if there is none
+    std::string who = "swcli";                // before the mode in the prompt
+    bool asksStanding = false;                // of the database, for the prompt
 };
 
 class Shell {
@@ -44,8 +49,12 @@ public:
     /// Runs one command a line up to the first error; `name` is the input's in messages.
     bool RunLines(std::istream& input, std::string_view name);
 
-    /// Runs one command a line, with a prompt before each, to the end of input; errors do not end it.
-    void Converse(std::istream& input);
+    /// Runs one command a line, with a prompt before each, to the end of input; errors do not end it. A
+    /// person begins in operational mode.
+    void Converse(LineSource& lines);
+
+    /// What may come at the end of a line that is being typed.
+    Completion Complete(std::string_view line);
 
     /// What the last command that answers a question with its status has answered; 0 without one.
     [[nodiscard]] int Status() const { return m_state.status; }
@@ -65,7 +74,11 @@ private:
     /// which edits the shared one keeps.
     void Finish(bool done);
     /// Whether the person wants to leave in spite of what is not committed.
-    bool MayLeave(std::istream& input);
+    bool MayLeave(LineSource& lines);
+    /// For the prompt. That the database is away is said once.
+    Standing NowStanding();
+    std::vector<Choice> KeysOf(const Place& list);
+    void LoadYang();
     /// How many edits of this session the candidate keeps; 0 if that can't be told.
     std::size_t Uncommitted();
 
@@ -75,6 +88,7 @@ private:
     std::ostream& m_err;
     std::unique_ptr<netconf::Client> m_session;
     bool m_exclusive = false;
+    bool m_wasAway = false;  // when the last prompt was made
     std::size_t m_lost = 0;  // edits of a session that was lost, until the next one tells what became of them
     const ly_ctx* m_yang = nullptr;
     ShellState m_state;

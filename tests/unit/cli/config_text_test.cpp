@@ -63,7 +63,7 @@ TEST(Blocks, ShowAPlaceWithItsOwnHead)
 {
     const cli::Tree tree = Example();
     const std::vector<std::string> words = {"oam", "sflow", "interface", "eth1"};
-    const cli::Place place = cli::PlaceToShow(cli_test::Yang(), words);
+    const cli::Place place = cli::PlacesToShow(cli_test::Yang(), words).front();
     EXPECT_EQ(cli::ToBlocks(cli::NodesAt(tree.get(), place)),
               R"(interface eth1 {
     sampling-rate 512;
@@ -77,7 +77,7 @@ TEST(Blocks, ShowAllEntriesOfAListAndSingleLeaves)
 {
     const cli::Tree tree = Example();
     const auto shown = [&](const std::vector<std::string>& words) {
-        return cli::ToBlocks(cli::NodesAt(tree.get(), cli::PlaceToShow(cli_test::Yang(), words)));
+        return cli::ToBlocks(cli::NodesAt(tree.get(), cli::PlacesToShow(cli_test::Yang(), words).front()));
     };
     EXPECT_EQ(shown({"oam", "sflow", "interface", "eth1", "flow-sampling-collector"}),
               "flow-sampling-collector c1;\nflow-sampling-collector \"#2\";\n");

@@ -75,8 +75,8 @@ struct Confirming {
 
     void Converse(const std::string& lines)
     {
-        std::istringstream input(lines);
-        shell.Converse(input);
+        std::istringstream input("configure\n" + lines);
+        cli_test::Converse(shell, input, out);
     }
 };
 
@@ -129,7 +129,7 @@ TEST(ConfirmedCommands, InAConversationBelongToTheSession)
 
 TEST(ConfirmedCommands, AShellThatEndsWithoutAConfirmationSaysSo)
 {
-    for (const char* lines : {"commit confirmed 60\n", "commit confirmed 60\nexit\n"}) {
+    for (const char* lines : {"commit confirmed 60\n", "commit confirmed 60\nexit\nexit\n"}) {
         Confirming fixture;
         fixture.pending = Confirming::OfSession();
         fixture.Converse(lines);
@@ -140,7 +140,7 @@ TEST(ConfirmedCommands, AShellThatEndsWithoutAConfirmationSaysSo)
     for (const char* end : {"confirm", "cancel", "commit", "commit confirmed persist a"}) {
         Confirming fixture;
         fixture.pending = Confirming::OfSession();
-        fixture.Converse(std::string("commit confirmed 60\n") + end + "\nexit\n");
+        fixture.Converse(std::string("commit confirmed 60\n") + end + "\nexit\nexit\n");
         EXPECT_THAT(fixture.err.str(), Not(HasSubstr("warning"))) << end;
     }
 }

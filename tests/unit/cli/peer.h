@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "cli/shell/shell.h"
 #include "netconf/client.h"
 
 namespace cli_test {
@@ -41,6 +42,13 @@ private:
     std::vector<std::string> m_requests;
     std::vector<std::thread> m_threads;
 };
+
+/// A conversation whose lines are those of `input`.
+inline void Converse(cli::Shell& shell, std::istream& input, std::ostream& out)
+{
+    cli::StreamLines lines(input, out);
+    shell.Converse(lines);
+}
 
 /// Answers that tests use often.
 std::optional<std::string> Ok(const std::string& operation);

@@ -55,7 +55,7 @@ TEST(PrivateShell, ExitLeavesThePrivateCandidateFirst)
     PrivateFixture test(DropsEdits);
     EXPECT_TRUE(test.shell.RunAll("configure private; exit; discard; exit; discard"));
     EXPECT_THAT(test.peer.Requests(), ElementsAre(kOpen, kClose, kDiscard));
-    EXPECT_EQ(test.err.str(), "warning: 2 edits are dropped\nnothing to take back\n");
+    EXPECT_EQ(test.err.str(), "warning: 2 edits are dropped\nall edits taken back\n");
     EXPECT_TRUE(test.shell.Left());
 }
 
@@ -79,7 +79,7 @@ TEST(PrivateShell, ThePromptTellsWhichCandidateIsUsed)
 {
     PrivateFixture test(DropsEdits);
     std::istringstream input("configure private\nexit\nconfigure private\n");
-    test.shell.Converse(input);
+    cli_test::Converse(test.shell, input, test.out);
     EXPECT_EQ(test.out.str(), "swcli> swcli (private)> swcli> swcli (private)> \n");
     EXPECT_THAT(test.peer.Requests(), ElementsAre(kOpen, kClose, kOpen, kClose));
 }
@@ -90,7 +90,7 @@ TEST(PrivateShell, ARefusedOpeningLeavesTheSharedOne)
         return operation == kOpen ? cli_test::RpcError("error", "unlock it first") : "<ok/>";
     });
     std::istringstream input("configure private\nexit\n");
-    test.shell.Converse(input);
+    cli_test::Converse(test.shell, input, test.out);
     EXPECT_THAT(test.peer.Requests(), ElementsAre(kOpen));
     EXPECT_TRUE(test.shell.Left());
     EXPECT_EQ(test.out.str(), "swcli> swcli> ");
@@ -103,7 +103,7 @@ TEST(PrivateShell, ALostSessionIsSaidToHaveTakenThePrivateCandidateAlong)
         return "<ok/>";
     });
     std::istringstream input("configure private\ndiscard\nvalidate\n");
-    test.shell.Converse(input);
+    cli_test::Converse(test.shell, input, test.out);
     EXPECT_THAT(test.err.str(), HasSubstr("the private candidate has ended with the session"));
     EXPECT_EQ(test.out.str(), "swcli> swcli (private)> swcli> swcli> \n");
     EXPECT_THAT(test.peer.Requests(),

@@ -221,21 +221,22 @@ TEST(LeftEdits, ExitAsksAPerson)
 {
     for (const char* answer : {"y", "yes"}) {
         ReportFixture leaves(KeepsTwoEdits);
-        std::istringstream lines(std::string(kSet) + "\nexit\n" + answer + "\n");
-        leaves.shell.Converse(lines);
+        std::istringstream lines("configure\n" + std::string(kSet) + "\nexit\nexit\n" + answer + "\n");
+        cli_test::Converse(leaves.shell, lines, leaves.out);
         EXPECT_THAT(leaves.out.str(),
                     HasSubstr("The candidate keeps 2 edits that are not committed. Leave? [y/N] "));
         EXPECT_TRUE(leaves.shell.Left());
     }
     ReportFixture stays(KeepsTwoEdits);
-    std::istringstream lines(std::string(kSet) + "\nexit\nn\ncommit\nexit\n");
-    stays.shell.Converse(lines);
+    std::istringstream lines("configure\n" + std::string(kSet) +
+                             "\nexit\nexit\nn\nconfigure\ncommit\nexit\nexit\n");
+    cli_test::Converse(stays.shell, lines, stays.out);
     EXPECT_TRUE(stays.shell.Left());
     EXPECT_THAT(stays.peer.Requests().back(), HasSubstr("<commit>"));
     // The end of the input can't be asked.
     ReportFixture ends(KeepsTwoEdits);
-    std::istringstream end(kSet);
-    ends.shell.Converse(end);
+    std::istringstream end("configure\n" + std::string(kSet));
+    cli_test::Converse(ends.shell, end, ends.out);
     EXPECT_THAT(ends.err.str(), HasSubstr("keeps 2 edits, not committed"));
 }
 
@@ -274,7 +275,7 @@ TEST(Exclusive, IsAModeOfAConversationToo)
 {
     ReportFixture test(Ok);
     std::istringstream lines("configure exclusive\nexit\nconfigure exclusive\nconfigure private\n");
-    test.shell.Converse(lines);
+    cli_test::Converse(test.shell, lines, test.out);
     EXPECT_EQ(test.out.str(), "swcli> swcli (exclusive)> swcli> swcli (exclusive)> swcli (private)> \n");
     EXPECT_THAT(test.peer.Requests(),
                 ElementsAre(kLock, "<discard-changes/>", kUnlock, kLock, "<discard-changes/>", kUnlock,
@@ -289,8 +290,8 @@ TEST(LostSession, SaysWhetherTheCandidateStillHasTheEdits)
             if (operation.find("<candidates") == std::string::npos) return "<ok/>";
             return kept ? Editor(1, 2) : Data("");
         });
-        std::istringstream lines(std::string(kSet) + "\nvalidate\ndiscard\ndiscard\n");
-        test.shell.Converse(lines);
+        std::istringstream lines("configure\n" + std::string(kSet) + "\nvalidate\ndiscard\ndiscard\n");
+        cli_test::Converse(test.shell, lines, test.out);
         EXPECT_THAT(
             test.err.str(),
             HasSubstr(kept ? "warning: connected again; the candidate is still edited: show system "

@@ -13,7 +13,7 @@ namespace {
 
 using cli_test::Yang;
 using testing::HasSubstr;
-using PlaceOf = cli::Place (*)(const ly_ctx*, std::span<const std::string>);
+using PlaceOf = std::vector<cli::Place> (*)(const ly_ctx*, std::span<const std::string>);
 
 constexpr const char* kConfig = "<config xmlns=\"urn:switch:yang:switch-config\">";
 constexpr const char* kOam = "<oam xmlns=\"urn:switch:yang:switch-oam-sflow\">";
@@ -77,7 +77,7 @@ TEST(Set, BecomesTheElementsOfItsPath)
          "sflow></oam></config>"},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(cli::SetXml(cli::PlaceToSet(Yang(), Words(row.words))), Long(row.xml)) << row.name;
+        EXPECT_EQ(cli::SetXml(cli::PlacesToSet(Yang(), Words(row.words))), Long(row.xml)) << row.name;
 }
 
 TEST(Delete, MarksTheLastElementOfItsPath)
@@ -95,7 +95,7 @@ TEST(Delete, MarksTheLastElementOfItsPath)
         {"container", "oam sflow", "{C}{O}<sflow{D}></sflow></oam></config>"},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(cli::DeleteXml(cli::PlaceToDelete(Yang(), Words(row.words))), Long(row.xml)) << row.name;
+        EXPECT_EQ(cli::DeleteXml(cli::PlacesToDelete(Yang(), Words(row.words))), Long(row.xml)) << row.name;
 }
 
 TEST(Show, FiltersByItsPath)
@@ -112,7 +112,7 @@ TEST(Show, FiltersByItsPath)
         {"leaf", "oam sflow agent ipv4", "{C}{O}<sflow><agent><ipv4></ipv4></agent></sflow></oam></config>"},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(cli::FilterXml(cli::PlaceToShow(Yang(), Words(row.words))), Long(row.xml)) << row.name;
+        EXPECT_EQ(cli::FilterXml(cli::PlacesToShow(Yang(), Words(row.words))), Long(row.xml)) << row.name;
 }
 
 TEST(Set, RefusesWithTheReasonAndTheRemedy)
@@ -128,14 +128,13 @@ TEST(Set, RefusesWithTheReasonAndTheRemedy)
         {"unknown in an entry", "oam sflow collector c1 rate 5",
          "\"rate\" is unknown after oam sflow collector c1; possible: enabled, ip, datagram-size, port"},
         {"out of range", "oam sflow interface eth1 sampling-rate 0",
-         "oam sflow interface eth1 sampling-rate: Unsatisfied range - value \"0\" is out of the allowed "
-         "range. Allowed: "
-         "1..16777215 packets"},
+         "\"0\" is out of range; write 1..16777215 packets"},
         {"no number", "oam sflow interface eth1 sampling-rate fast",
-         "oam sflow interface eth1 sampling-rate: Invalid type uint32 value \"fast\". Allowed: 1..16777215 "
-         "packets"},
-        {"no boolean", "oam sflow collector c1 enabled yes",
-         "oam sflow collector c1 enabled: Invalid boolean value \"yes\". Allowed: true or false"},
+         "\"fast\" is no number; write 1..16777215 packets"},
+        {"no boolean", "oam sflow collector c1 enabled yes", "\"yes\" is neither true nor false"},
+        {"no address", "oam sflow agent ipv4 1.2.3",
+         "\"1.2.3\" is no IPv4 address; write four numbers, as in 192.0.2.1"},
+        {"not enumerated", "oam sflow-manager direction up", "\"up\" is not among the values; write one of "},
         {"value missing", "oam sflow collector c1 port",
          "oam sflow collector c1 port needs a value: 1..65535"},
         {"two values", "oam sflow collector c1 port 5 6",
@@ -147,7 +146,7 @@ TEST(Set, RefusesWithTheReasonAndTheRemedy)
         {"key", "oam sflow interface eth1 name eth2",
          "name is the key of oam sflow interface eth1 and does not change"},
         {"bad key", "oam sflow collector a%b",
-         "oam sflow collector a%b: a collector's name has no percent sign"},
+         "\"a%b\" is not allowed: a collector's name has no percent sign"},
         {"bad key of a reference", "oam sflow interface eth1 flow-sampling-collector a%b",
          "a collector's name has no percent sign"},
         {"bad address with length", "interface mgmt mgmt0 ipv4 address ip 10.0.0.5",
@@ -157,7 +156,53 @@ TEST(Set, RefusesWithTheReasonAndTheRemedy)
          "a name has 1 to 64 characters"},
     };
     for (const auto& row : rows)
-        EXPECT_THAT(ErrorOf(&cli::PlaceToSet, row.words), HasSubstr(row.message)) << row.name;
+        EXPECT_THAT(ErrorOf(&cli::PlacesToSet, row.words), HasSubstr(row.message)) << row.name;
+}
+
+TEST(Set, TakesSeveralLeavesAndRangesInOneEdit)
+{
+    EXPECT_EQ(cli::SetXml(cli::PlacesToSet(
+                  Yang(), Words("oam sflow interface 1/[1-2] sampling-rate 100 polling-interval 30"))),
+              Long("{C}{O}<sflow><interface><name>1/1</name><sampling-rate>100</sampling-rate>"
+                   "<polling-interval>30</polling-interval></interface><interface><name>1/2</name>"
+                   "<sampling-rate>100</sampling-rate><polling-interval>30</polling-interval></interface>"
+                   "</sflow></oam></config>"));
+    EXPECT_EQ(
+        cli::SetXml(cli::PlacesToSet(Yang(), Words("oam sflow interface a[1-2]b[3-4]"))),
+        Long("{C}{O}<sflow><interface><name>a1b3</name></interface><interface><name>a1b4</name></interface>"
+             "<interface><name>a2b3</name></interface><interface><name>a2b4</name></interface>"
+             "</sflow></oam></config>"));
+    EXPECT_EQ(
+        cli::SetXml(
+            cli::PlacesToSet(Yang(), Words("oam sflow interface e[1-2] flow-sampling-collector c[1-2]"))),
+        Long("{C}{O}<sflow><interface><name>e1</name><flow-sampling-collector><name>c1</name>"
+             "</flow-sampling-collector><flow-sampling-collector><name>c2</name></flow-sampling-collector>"
+             "</interface><interface><name>e2</name><flow-sampling-collector><name>c1</name>"
+             "</flow-sampling-collector><flow-sampling-collector><name>c2</name></flow-sampling-collector>"
+             "</interface></sflow></oam></config>"));
+}
+
+TEST(Delete, TakesSeveralLeavesAndRangesInOneEdit)
+{
+    EXPECT_EQ(cli::DeleteXml(cli::PlacesToDelete(
+                  Yang(), Words("oam sflow interface 1/[1-2] sampling-rate polling-interval"))),
+              Long("{C}{O}<sflow><interface><name>1/1</name><sampling-rate{D}></sampling-rate>"
+                   "<polling-interval{D}></polling-interval></interface><interface><name>1/2</name>"
+                   "<sampling-rate{D}></sampling-rate><polling-interval{D}></polling-interval></interface>"
+                   "</sflow></oam></config>"));
+    EXPECT_EQ(cli::DeleteXml(cli::PlacesToDelete(Yang(), Words("oam sflow collector c[1-2]"))),
+              Long("{C}{O}<sflow><collector{D}><name>c1</name></collector><collector{D}><name>c2</name>"
+                   "</collector></sflow></oam></config>"));
+}
+
+TEST(Set, RefusesARangeThatTheKeysTypeWouldNotTake)
+{
+    EXPECT_THAT(ErrorOf(&cli::PlacesToSet, "oam sflow interface p[2-1] sampling-rate 5"),
+                HasSubstr("2-1 runs backwards"));
+    EXPECT_THAT(ErrorOf(&cli::PlacesToSet, "oam sflow interface [1-100]/[1-40]/[1-2] sampling-rate 5"),
+                HasSubstr("means more than 4096 names"));
+    EXPECT_THAT(ErrorOf(&cli::PlacesToSet, "oam sflow collector c[1-2] port [1-2]"),
+                HasSubstr("\"[1-2]\" is no number"));
 }
 
 TEST(Delete, RefusesWithTheReasonAndTheRemedy)
@@ -173,18 +218,18 @@ TEST(Delete, RefusesWithTheReasonAndTheRemedy)
         {"unknown", "oam netflow", "\"netflow\" is unknown after oam; possible: sflow"},
     };
     for (const auto& row : rows)
-        EXPECT_THAT(ErrorOf(&cli::PlaceToDelete, row.words), HasSubstr(row.message)) << row.name;
+        EXPECT_THAT(ErrorOf(&cli::PlacesToDelete, row.words), HasSubstr(row.message)) << row.name;
 }
 
 TEST(Set, TakesAReferenceWhoseTargetMayComeLater)
 {
-    EXPECT_EQ(ErrorOf(&cli::PlaceToSet, "oam sflow interface eth1 flow-sampling-collector nobody"),
+    EXPECT_EQ(ErrorOf(&cli::PlacesToSet, "oam sflow interface eth1 flow-sampling-collector nobody"),
               "no error");
 }
 
 TEST(WordsOf, LeaveOutTheRootAndQuoteKeys)
 {
-    EXPECT_EQ(cli::WordsOf(cli::PlaceToShow(Yang(), Words("oam sflow interface #1"))),
+    EXPECT_EQ(cli::WordsOf(cli::PlacesToShow(Yang(), Words("oam sflow interface #1")).front()),
               "oam sflow interface \"#1\"");
     EXPECT_EQ(cli::WordsOf(cli::Place{}), "");
 }

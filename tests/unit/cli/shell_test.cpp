@@ -83,7 +83,7 @@ TEST(Shell, SendsOneRequestACommandInOneSession)
     EXPECT_EQ(test.connections, 1);
     EXPECT_EQ(test.out.str(), "");
     EXPECT_EQ(test.err.str(),
-              "the candidate is valid\nnothing to commit\nnothing to commit\nnothing to take back\n"
+              "the candidate is valid\nnothing to commit\nnothing to commit\nall edits taken back\n"
               "the processes are active\nthe processes stand by\n"
               "the sFlow manager is told the whole configuration again\n");
 }
@@ -169,10 +169,10 @@ TEST(Shell, AConversationGoesOnBehindAnError)
 {
     Fixture test(Ok);
     std::istringstream input("nonsense\nvalidate\n");
-    test.shell.Converse(input);
+    cli_test::Converse(test.shell, input, test.out);
     EXPECT_EQ(test.out.str(), "swcli> swcli> swcli> \n");
     EXPECT_EQ(test.peer.Requests().size(), 1U);
-    EXPECT_THAT(test.err.str(), StartsWith("error: nonsense: "));
+    EXPECT_THAT(test.err.str(), StartsWith("error: unknown command \"nonsense\""));
 }
 
 TEST(Shell, ConnectsAgainWhenTheDatabaseHasGone)

@@ -1,0 +1,235 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/shell/completion.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <optional>
+
+#include <boost/algorithm/string/join.hpp>
+
+#include "cli/data/error.h"
+#include "cli/data/schema_words.h"
+#include "cli/data/words.h"
+#include "cli/screens/counted.h"
+#include "cli/screens/text_table.h"
+#include "cli/screens/text_width.h"
+
+namespace cli {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+/// The commands that may be run now.
+std::vector<Command> Runnable(const CompletionContext& context)
+{
+    std::vector<Command> commands;
+    std::ranges::copy_if(context.commands, std::back_inserter(commands), [&](const Command& command) {
+        return !(command.needs & kMode) || !context.state.talks || context.state.configures;
+    });
+    return commands;
+}
+
+std::optional<PathUse> UseOf(const Command& command)
+{
+    if (command.name == "set") return PathUse::kSet;
+    if (command.name == "delete") return PathUse::kDelete;
+    if (command.name == "edit") return PathUse::kEdit;
+    if (command.name == "show configuration") return PathUse::kShow;
+    return std::nullopt;
+}
+
+std::vector<Choice> Files(const std::string& typed)
+{
+    const std::filesystem::path path(typed);
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    std::vector<Choice> files;
+    std::error_code error;
+    for (const auto& each : std::filesystem::directory_iterator(folder, error)) {
+        std::error_code ignored;
+        const bool isFolder = each.is_directory(ignored);
+        const std::string name =
+            (path.has_parent_path() ? folder / each.path().filename() : each.path().filename()).string();
+        files.push_back({name + (isFolder ? "/" : ""), isFolder ? "a directory" : ""});
+    }
+    std::ranges::sort(files, {}, &Choice::word);
+    return files;
+}
+
+/// The choices of a path: of the configuration, or of the names of sFlow's entries.
+std::vector<Choice> PathChoices(const CompletionContext& context, const Command& command, Texts words)
+{
+    Choices choices;
+    if (const auto use = UseOf(command)) {
+        words.insert(words.begin(), context.state.place.begin(), context.state.place.end());
+        choices = ChoicesBehind(context.yang, words, *use);
+    } else {
+        const std::string list(command.name.substr(command.name.rfind(' ') + 1));
+        choices.keysOf = PlacesToShow(context.yang, Texts{"oam", "sflow", list}).front();
+    }
+    if (!choices.keysOf) return choices.words;
+    std::vector<Choice> all = context.keysOf(*choices.keysOf);
+    std::ranges::move(choices.words, std::back_inserter(all));
+    return all;
+}
+
+/// Choices of the command's arguments behind `words`; `typed` is the word that is begun.
+std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Command& command,
+                                    const Texts& words, const std::string& typed)
+{
+    std::vector<Choice> choices;
+    const auto isGiven = [&](std::string_view word) { return std::ranges::find(words, word) != words.end(); };
+    std::size_t at = 0;
+    for (const Argument& argument : command.arguments) {
+        const std::string text(argument.text);
+        const std::string keyword = text.substr(0, text.find(' '));
+        switch (argument.kind) {
+        case ArgumentKind::kPath:
+            std::ranges::move(PathChoices(context, command, words), std::back_inserter(choices));
+            break;
+        case ArgumentKind::kFlag:
+            if (!isGiven(text)) choices.push_back({text, {}});
+            break;
+        case ArgumentKind::kText:
+            if (!words.empty() && words.back() == keyword)
+                return {{"<" + text.substr(keyword.size() + 1) + ">", {}, true}};
+            if (!isGiven(keyword)) choices.push_back({keyword, {}});
+            break;
+        case ArgumentKind::kFile:
+            if (words.size() == at) std::ranges::move(Files(typed), std::back_inserter(choices));
+            break;
+        case ArgumentKind::kNumber:
+        case ArgumentKind::kName:
+            if (words.size() == at) choices.push_back({"<" + text + ">", {}, true});
+            break;
+        case ArgumentKind::kChoice:  // stand among the words of commands
+        case ArgumentKind::kCommand:
+            break;
+        }
+        ++at;
+    }
+    return choices;
+}
+
+/// What the command does that ends with the word; else the words that follow it in commands.
+std::string HelpFor(std::span<const Command> commands, const Texts& words, const std::string& word)
+{
+    Texts name = words;
+    name.push_back(word);
+    std::string text;
+    for (const std::string& each : name) text += (text.empty() ? "" : " ") + each;
+    for (const Command& command : commands)
+        if (command.name == text) return std::string(command.help);
+    return boost::join(WordsAt(commands, name), ", ");
+}
+
+std::vector<Choice> FormChoices(const Command& command, const Texts& behindPipe)
+{
+    if (command.forms == Forms::kNone) return {};
+    if (behindPipe.empty()) {
+        std::vector<Choice> choices{{"json", "RFC 7951, one document"}};
+        if (command.forms != Forms::kReport) choices.push_back({"display", "in another form"});
+        return choices;
+    }
+    if (behindPipe != Texts{"display"} || command.forms == Forms::kReport) return {};
+    std::vector<Choice> choices{{"json", "RFC 7951"}, {"xml", "RFC 7950"}};
+    if (command.forms == Forms::kConfiguration) choices.push_back({"set", "commands that set the same"});
+    return choices;
+}
+
+/// What may come behind the words.
+std::vector<Choice> ChoicesFor(const CompletionContext& context, const std::vector<Word>& words,
+                               const std::string& typed)
+{
+    const std::vector<Command> commands = Runnable(context);
+    Texts left;
+    Texts right;
+    bool piped = false;
+    for (const Word& word : words) {
+        if (word.IsPipe())
+            piped = true;
+        else
+            (piped ? right : left).push_back(word.text);
+    }
+    if (!left.empty() && left.front() == "run") left.erase(left.begin());
+    left = WrittenOut(commands, std::move(left));
+    const Command* command = CommandOf(commands, left);
+    if (piped) return command ? FormChoices(*command, right) : std::vector<Choice>{};
+    std::vector<Choice> choices;
+    for (const std::string& word : WordsAt(commands, left))
+        choices.push_back({word, HelpFor(commands, left, word)});
+    if (!command) return choices;
+    const auto nameWords = std::ranges::count(command->name, ' ') + 1;
+    const Texts arguments(left.begin() + nameWords, left.end());
+    if (!command->arguments.empty() && command->arguments.front().kind == ArgumentKind::kCommand) {
+        CompletionContext inner{commands, context.yang, context.state, context.keysOf};
+        std::vector<Word> rest;
+        for (const std::string& each : arguments) rest.push_back({each});
+        return ChoicesFor(inner, rest, typed);
+    }
+    for (Choice& each : ArgumentChoices(context, *command, arguments, typed))
+        if (std::ranges::find(choices, each.word, &Choice::word) == choices.end())
+            choices.push_back(std::move(each));
+    return choices;
+}
+
+}  // namespace
+
+std::string Completion::Insertion() const
+{
+    std::optional<std::string> common;
+    std::size_t count = 0;
+    for (const Choice& choice : choices) {
+        if (choice.isValue) continue;
+        ++count;
+        if (!common) {
+            common = choice.word;
+            continue;
+        }
+        const auto end = std::ranges::mismatch(*common, choice.word).in1;
+        common->erase(end, common->end());
+    }
+    if (!common || common->size() < typed) return {};
+    if (count > 1) return common->substr(typed);
+    const std::string quoted = Quoted(*common);
+    if (quoted != *common && typed > 0) return {};  // its begin would have to change
+    const bool goesOn = common->ends_with('/');     // into a directory
+    return quoted.substr(typed) + (goesOn ? "" : " ");
+}
+
+std::string Completion::Text(std::size_t width, std::size_t most) const
+{
+    TextTable table({"", {"", 1, true}});
+    for (const Choice& choice : choices) {
+        if (most-- == 0) break;
+        table.Add({choice.isValue ? choice.word : Quoted(choice.word), choice.help});
+    }
+    std::string text = table.Text(2, width);
+    text.erase(0, text.find('\n') + 1);  // the line of headings
+    if (most == static_cast<std::size_t>(-1)) text += "  and more\n";
+    return text;
+}
+
+Completion Complete(const CompletionContext& context, std::string_view line)
+{
+    Completion completion;
+    try {
+        std::vector<Word> words = SplitWords(line);
+        std::string typed;
+        if (!words.empty() && !line.ends_with(' ') && !words.back().IsPipe()) {
+            if (words.back().quoted) return {};
+            typed = words.back().text;
+            words.pop_back();
+        }
+        completion.typed = typed.size();
+        completion.choices = ChoicesFor(context, words, typed);
+        std::erase_if(completion.choices, [&](const Choice& choice) {
+            return !choice.isValue && !choice.word.starts_with(typed);
+        });
+    } catch (const Error&) {
+        return {};
+    }
+    return completion;
+}
+
+}  // namespace cli
