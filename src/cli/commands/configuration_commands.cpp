@@ -73,10 +73,8 @@ void ShowConfiguration(Call& call)
     const Tree tree =
         RequestData(call, all ? netconf::GetConfig("candidate") : netconf::GetConfig("candidate", filter));
     Show(call, tree, [&](const lyd_node* data) {
-        if (all) return ToBlocks(data);
-        std::string text;
-        for (const Place& place : places) text += ToBlocks(NodesAt(data, place));
-        return text;
+        // Of several places each has to be told from the others.
+        return all || places.size() > 1 ? ToBlocks(data) : ToBlocks(NodesAt(data, places.front()));
     });
 }
 

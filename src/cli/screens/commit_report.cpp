@@ -2,6 +2,8 @@
 #include "cli/screens/commit_report.h"
 
 #include <chrono>
+#include <cstdint>
+#include <map>
 #include <utility>
 
 #include <fmt/format.h>
@@ -57,8 +59,10 @@ std::string CommitReportJson(const netconf::Reply& reply)
 
 std::string OthersText(const netconf::Reply& reply)
 {
+    std::map<std::string, std::uint64_t> editsOf;  // a user may have several sessions
+    for (const auto& [user, edits] : reply.alsoEditedBy) editsOf[user] += edits;
     std::string text;
-    for (const auto& [user, edits] : reply.alsoEditedBy)
+    for (const auto& [user, edits] : editsOf)
         text += (text.empty() ? "it has taken " : ", ") + Counted(edits, "edit") + " of " + user;
     return text.empty() ? text : text + " in other sessions, too";
 }

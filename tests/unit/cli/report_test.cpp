@@ -130,7 +130,7 @@ TEST(CommitReport, IsAnObjectForPrograms)
 TEST(CommitReport, NamesWhoseEditsWereTakenToo)
 {
     EXPECT_EQ(cli::OthersText(Noted("")), "");
-    EXPECT_EQ(cli::OthersText(Noted("h:also-edited-by=\"ann=3 bob=1\"")),
+    EXPECT_EQ(cli::OthersText(Noted("h:also-edited-by=\"ann=1 bob=1 ann=2\"")),
               "it has taken 3 edits of ann, 1 edit of bob in other sessions, too");
 }
 
