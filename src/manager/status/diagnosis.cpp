@@ -81,6 +81,8 @@ std::vector<Problem> Diagnosis::Take()
 
 void Diagnosis::Agent()
 {
+    if (m_view.Manager().session == Service::Session::kNone)
+        Add(Subject::kAgent, "agent", Reason::kNoSession, text::NoSession());
     // The configuration daemon sends 0.0.0.0 if it knows no address.
     if (m_view.Table().AgentAddress().value_or(0) != 0 || m_view.Table().AllInterfaces().empty()) return;
     Add(Subject::kAgent, "agent", Reason::kNoAgentAddress, text::NoAgentAddress());

@@ -32,8 +32,9 @@ const char* Name(Reason reason)
                                           "no-interface",
                                           "no-agent-address",
                                           "source-address-missing",
-                                          "device-missing"};
-    static_assert(kNames.size() == static_cast<std::size_t>(Reason::kDeviceMissing) + 1);
+                                          "device-missing",
+                                          "no-session"};
+    static_assert(kNames.size() == static_cast<std::size_t>(Reason::kNoSession) + 1);
     return kNames.at(static_cast<std::size_t>(reason));
 }
 
@@ -159,6 +160,13 @@ Reason ReasonOfSettings(Tried tried, const std::error_code& error)
 }
 
 }  // namespace
+
+std::string NoSession()
+{
+    return "the configuration daemon is not connected: what is in effect stays as it is, and no commit "
+           "reaches "
+           "it; start sflow-app";
+}
 
 std::string NoAgentAddress()
 {

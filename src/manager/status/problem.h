@@ -41,6 +41,7 @@ enum class Reason : std::uint8_t {
     kNoAgentAddress,
     kSourceAddressMissing,
     kDeviceMissing,
+    kNoSession,
 };
 
 /// As the state's model has them, in its order.
@@ -65,6 +66,7 @@ Severity SeverityOf(Reason reason);
 
 namespace text {
 
+std::string NoSession();
 std::string NoAgentAddress();
 
 std::string Disabled(const std::vector<std::string>& collectors);

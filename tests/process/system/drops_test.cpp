@@ -285,8 +285,8 @@ TEST_F(Drops, SettingsThatMakeNoSenseAreRefusedWithTheRemedy)
         EXPECT_THAT(result.errors, HasSubstr(text));
     };
     expectRefused("discard-limit 10001", "discard-limit 10001");
-    expectRefused("discard-limit 10001", "Allowed: 0..10000 notifications per second");
-    expectRefused("discard-limit -1", "Allowed: 0..10000 notifications per second");
+    expectRefused("discard-limit 10001", "write 0..10000 notifications per second");
+    expectRefused("discard-limit -1", "write 0..10000 notifications per second");
     expectRefused("discard-interfaces some", "configured, all");
     expectRefused("collector c1 discards maybe", "true");
     auto client = netconf::Client::Connect(m_world->NetconfSocket());

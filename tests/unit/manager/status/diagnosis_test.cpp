@@ -260,7 +260,10 @@ const DiagnosisRow kInterfaceRows[] = {
          w.Clear();
          w.ClearCollectors();
      },
-     {OfCollector(Reason::kNotLoaded,
+     {{Subject::kAgent, "agent", Reason::kNoSession,
+       "the configuration daemon is not connected: what is in effect stays as it is, and no commit reaches it; "
+       "start sflow-app"},
+      OfCollector(Reason::kNotLoaded,
                   "it is configured, but the manager has not been told of it: no configuration daemon is "
                   "connected; start sflow-app"),
       OfInterface(Reason::kNotLoaded,
@@ -462,9 +465,9 @@ TEST(Diagnosis, IsInTheOrderOfNames)
 TEST(Diagnosis, NamesEveryReasonDifferently)
 {
     std::set<std::string> names;
-    for (int reason = 0; reason <= static_cast<int>(Reason::kNoAgentAddress); ++reason)
+    for (int reason = 0; reason <= static_cast<int>(Reason::kNoSession); ++reason)
         names.insert(Name(static_cast<Reason>(reason)));
-    EXPECT_EQ(static_cast<std::size_t>(Reason::kNoAgentAddress) + 1, names.size());
+    EXPECT_EQ(static_cast<std::size_t>(Reason::kNoSession) + 1, names.size());
 }
 
 }  // namespace

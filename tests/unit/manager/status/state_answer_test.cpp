@@ -258,9 +258,9 @@ TEST_F(Answer, TellsTheProblemsOfWhatIsConfiguredAndNotInEffect)
     wanted.interfaces = Every({"sampling-rate-source"});
     Parts(wanted, &store);
     EXPECT_THAT(KeysOf("problem"),
-                ElementsAre("agent agent no-agent-address", "collector off collector-disabled",
-                            "interface eth1 collector-disabled", "interface eth2 no-kernel-support",
-                            "interface eth3 no-collector"));
+                ElementsAre("agent agent no-agent-address", "agent agent no-session",
+                            "collector off collector-disabled", "interface eth1 collector-disabled",
+                            "interface eth2 no-kernel-support", "interface eth3 no-collector"));
     EXPECT_EQ(R"([{"keys":["eth2"],"sampling-rate-source":"own-setting"}])", m_whole.at("interface").dump());
     EXPECT_THAT(m_warnings, IsEmpty());
 }
@@ -278,7 +278,7 @@ TEST_F(Answer, HasProblemsInTheOrderOfTheirNames)
 TEST_F(Answer, HasAllProblemsOverManyParts)
 {
     std::vector<Entry> entries;
-    std::vector<std::string> problems;
+    std::vector<std::string> problems{"agent agent no-session"};
     for (int i = 100; i < 450; ++i) {
         entries.push_back({kInterface, {"eth" + std::to_string(i)}});
         problems.push_back("interface eth" + std::to_string(i) + " no-collector");

@@ -89,7 +89,9 @@ TEST_F(StateText, OfAManagerThatNobodyHasSpokenTo)
         R"({"sub-agent":"0","manager":{"connected":"false","pid":"4711",)"
         R"("session":"none","since":"2026-11-21T06:00:11.123Z","operations":"0",)"
         R"("operations-refused":"0","packet-source":"none","samples-per-second":"0","datagrams-per-second":"0","discard-limit":"100","discard-interfaces":"none",)"
-        R"("discards-uncounted":"0"}})",
+        R"("discards-uncounted":"0"},"problem":[{"keys":["agent","agent","no-session"],)"
+        R"("severity":"broken","text":")" +
+            text::NoSession() + R"("}]})",
         Text(Of(m_service), nullptr));
 }
 
