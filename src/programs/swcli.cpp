@@ -24,6 +24,7 @@
 #include "cli/commands/command.h"
 #include "cli/shell/line_editor.h"
 #include "cli/shell/options.h"
+#include "cli/shell/pager.h"
 #include "cli/shell/shell.h"
 #include "netconf/client.h"
 
@@ -46,6 +47,13 @@ std::size_t LineWidth()
     winsize size{};
     if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col < 2) return cli::Shell::kWidth;
     return size.ws_col - 1U;
+}
+
+std::size_t ScreenHeight()
+{
+    constexpr std::size_t kHeight = 24;
+    winsize size{};
+    return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 ? size.ws_row : kHeight;
 }
 
 bool RunInput(cli::Shell& shell)
@@ -87,6 +95,8 @@ int Run(const cli::Options& options)
     };
     environment.width = &LineWidth;
     environment.who = base::UserName(::geteuid()) + "@" + HostName();
+    if (::isatty(STDOUT_FILENO)) environment.page = &cli::Page;
+    environment.height = &ScreenHeight;
     environment.asksStanding = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
     cli::Shell shell(cli::Commands(), environment, std::cout, std::cerr);
     if (options.exclusive) shell.LockCandidate();

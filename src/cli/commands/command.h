@@ -49,7 +49,8 @@ enum Need : unsigned {
     kNothing = 0,
     kSession = 1,
     kYang = 2,
-    kMode = 4,  // at a prompt, configuration mode
+    kMode = 4,     // at a prompt, configuration mode
+    kStreams = 8,  // nothing: it writes as it goes, so that its output is not kept back
 };
 
 /// Which forms of output a command knows beside text.

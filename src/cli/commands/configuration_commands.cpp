@@ -6,8 +6,10 @@
 #include "cli/commands/groups.h"
 #include "cli/commands/request.h"
 #include "cli/commands/show.h"
+#include "cli/data/config_lines.h"
 #include "cli/data/config_text.h"
 #include "cli/data/data_tree.h"
+#include "cli/data/edit_xml.h"
 #include "cli/data/schema_words.h"
 #include "cli/screens/counted.h"
 #include "netconf/requests.h"
@@ -58,6 +60,15 @@ void LoadMerge(Call& call)
     TellLoaded(call, tree);
 }
 
+void LoadSet(Call& call)
+{
+    const std::string& path = call.arguments.text;
+    const ReadLines read =
+        ReadConfigLines(call.yang, FileContent(path), path == "-" ? "standard input" : path);
+    Edit(call, read.xml);
+    call.err << Counted(read.values, "line") << " carried out in the candidate\n";
+}
+
 void LoadReplace(Call& call)
 {
     const Tree tree = ReadConfigFile(call.yang, call.arguments.text);
@@ -67,11 +78,18 @@ void LoadReplace(Call& call)
 
 void ShowConfiguration(Call& call)
 {
-    const std::vector<Place> places = PlacesToShow(call.yang, PathOf(call));
+    std::vector<std::string> words = PathOf(call);
+    // No node at the top has one of these names.
+    std::string datastore = "candidate";
+    if (!words.empty() && (words.front() == "running" || words.front() == "candidate")) {
+        datastore = words.front();
+        words.erase(words.begin());
+    }
+    const std::vector<Place> places = PlacesToShow(call.yang, words);
     const bool all = places.front().steps.empty();
     const std::string filter = FilterXml(places);
     const Tree tree =
-        RequestData(call, all ? netconf::GetConfig("candidate") : netconf::GetConfig("candidate", filter));
+        RequestData(call, all ? netconf::GetConfig(datastore) : netconf::GetConfig(datastore, filter));
     Show(call, tree, [&](const lyd_node* data) {
         // Of several places each has to be told from the others.
         return all || places.size() > 1 ? ToBlocks(data) : ToBlocks(NodesAt(data, places.front()));
@@ -109,12 +127,15 @@ std::vector<Command> ConfigurationCommands()
         Command{"delete", {{Kind::kPath, "PATH..."}},
                 "Deletes a leaf, a list's entry, or all that is below a path.", kBoth | kMode, Forms::kNone, &Delete},
         Command{"load merge", {{Kind::kFile, "FILE"}},
-                "Adds a file's configuration (JSON or XML) to the candidate.", kBoth | kMode, Forms::kNone, &LoadMerge},
+                "Adds a file's configuration to the candidate: JSON, XML, set lines, or what show configuration prints; - is standard input.", kBoth | kMode, Forms::kNone, &LoadMerge},
         Command{"load replace", {{Kind::kFile, "FILE"}},
-                "Replaces the candidate's configuration by a file's (JSON or XML).", kBoth | kMode, Forms::kNone,
+                "Replaces the candidate's configuration by a file's, in any of these forms.", kBoth | kMode, Forms::kNone,
                 &LoadReplace},
-        Command{"show configuration", {{Kind::kPath, "PATH...", true}},
-                "Shows the candidate: the running configuration with what was edited since.", kBoth,
+        Command{"load set", {{Kind::kFile, "FILE"}},
+                "Carries out a file's lines of set and delete, all or none; of what is said twice the later holds.", kBoth | kMode,
+                Forms::kNone, &LoadSet},
+        Command{"show configuration", {{Kind::kPath, "[running] PATH...", true}},
+                "Shows the candidate, which is the running configuration with what was edited since; or the running one.", kBoth,
                 Forms::kConfiguration, &ShowConfiguration},
         Command{"compare", {},
                 "Shows what a commit would change: + what comes, - what goes.", kBoth, Forms::kNone, &Compare},

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "cli/commands/request.h"
+#include "cli/data/edit_xml.h"
 #include "cli/screens/sflow_problems.h"
 #include "netconf/client.h"
 #include "netconf/requests.h"

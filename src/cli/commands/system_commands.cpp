@@ -59,7 +59,7 @@ std::vector<Command> SystemCommands()
         Command{"show version", {},
                 "Shows the versions of this shell, of the database and of the processes that are connected to it.", kBoth, Forms::kState, &ShowVersion},
         Command{"monitor events", {{Kind::kText, "since TIME", true}},
-                "Shows what happens, one event a line, until Ctrl-C; from a time on, such as 10m, 2h or 2026-11-21T03:20:11Z.", kYang, Forms::kState, &ShowEvents},
+                "Shows what happens, one event a line, until Ctrl-C; from a time on, such as 10m, 2h or 2026-11-21T03:20:11Z.", kYang | kStreams, Forms::kState, &ShowEvents},
         Command{"request ha", {{Kind::kChoice, "go-active|go-standby"}},
                 "Tells every process to become active or to stand by.", kSession, Forms::kNone, &RequestHa},
         Command{"request backup", {{Kind::kFile, "FILE"}},

@@ -2,6 +2,7 @@
 #include "cli/data/data_tree.h"
 
 #include <libyang/libyang.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -10,6 +11,8 @@
 #include <cstring>
 #include <memory>
 
+#include "cli/data/config_lines.h"
+#include "cli/data/edit_xml.h"
 #include "cli/data/error.h"
 #include "cli/data/schema_words.h"
 #include "guard/data_file.h"
@@ -39,24 +42,6 @@ std::string LastMessage(const ly_ctx* yang)
 constexpr std::string_view kWhitespace = " \t\r\n";
 
 /// The whole file. Throws Error.
-std::string Content(const std::string& path)
-{
-    const auto refuse = [&](const std::string& why) { return Error("can't read " + path + ": " + why); };
-    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rbe"),
-                                                                  &std::fclose);
-    if (!file) throw refuse(std::strerror(errno));
-    std::string text;
-    char block[std::size_t{64} << 10];
-    while (const std::size_t count = std::fread(block, 1, sizeof block, file.get())) {
-        text.append(block, count);
-        if (text.size() > netconf::kMaxMessage)
-            throw refuse("it is larger than " + std::to_string(netconf::kMaxMessage >> 20) +
-                         " MiB; split it and use load merge");
-    }
-    if (std::ferror(file.get())) throw refuse(std::strerror(errno));
-    return text;
-}
-
 /// "NAME: line 3, column 7", for the byte at `offset`.
 std::string PlaceInText(std::string_view name, std::string_view text, std::size_t offset)
 {
@@ -119,74 +104,6 @@ void Collect(const lyd_node* siblings, const Place& place, std::size_t depth,
     }
 }
 
-constexpr std::string_view kDelete =
-    " xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" nc:operation=\"delete\"";
-constexpr std::string_view kReplace =
-    " xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" nc:operation=\"replace\"";
-
-void AppendKeys(const Step& step, std::string& xml)
-{
-    const lysc_node* key = lysc_node_child(step.schema);
-    for (const std::string& value : step.keys) {
-        const std::string name = key->name;
-        xml += "<" + name + ">" + netconf::Escaped(value) + "</" + name + ">";
-        key = key->next;
-    }
-}
-
-bool IsSame(const Step& a, const Step& b) { return a.schema == b.schema && a.keys == b.keys; }
-
-/// The elements of places inside each other; consecutive places share those of their common steps.
-class NestedXml {
-public:
-    /// `attributes` are those of the place's last element.
-    void Add(const Place& place, std::string_view attributes)
-    {
-        const auto& steps = place.steps;
-        const std::size_t most = place.value ? steps.size() - 1 : steps.size();
-        std::size_t common = 0;
-        while (common < std::min(m_open.size(), most) && IsSame(m_open[common], steps[common])) ++common;
-        Close(common);
-        for (std::size_t at = common; at < steps.size(); ++at)
-            Open(steps[at], at + 1 == steps.size() ? attributes : std::string_view());
-        if (place.value) m_xml += netconf::Escaped(*place.value);
-    }
-
-    std::string Take()
-    {
-        Close(0);
-        return std::move(m_xml);
-    }
-
-private:
-    void Open(const Step& step, std::string_view attributes)
-    {
-        const lys_module* module = m_open.empty() ? nullptr : m_open.back().schema->module;
-        m_xml.append("<").append(step.schema->name);
-        if (step.schema->module != module)
-            m_xml.append(" xmlns=\"").append(step.schema->module->ns).append("\"");
-        m_xml.append(attributes).append(">");
-        AppendKeys(step, m_xml);
-        m_open.push_back(step);
-    }
-
-    void Close(std::size_t depth)
-    {
-        for (; m_open.size() > depth; m_open.pop_back())
-            m_xml.append("</").append(m_open.back().schema->name).append(">");
-    }
-
-    std::string m_xml;
-    std::vector<Step> m_open;
-};
-
-std::string XmlOf(std::span<const Place> places, std::string_view attributes)
-{
-    NestedXml xml;
-    for (const Place& place : places) xml.Add(place, attributes);
-    return xml.Take();
-}
-
 void MarkReplaced(const ly_ctx* yang, lyd_node* node)
 {
     const lys_module* netconf = ly_ctx_get_module_implemented(yang, "ietf-netconf");
@@ -210,17 +127,41 @@ Tree ParseReply(const ly_ctx* yang, const std::string& xml)
 
 Tree ReadConfigFile(const ly_ctx* yang, const std::string& path)
 {
-    return ParseConfigText(yang, Content(path), path);
+    return ParseConfigText(yang, FileContent(path), path == "-" ? "standard input" : path);
 }
 
 Tree ParseConfigText(const ly_ctx* yang, const std::string& text, std::string_view name)
 {
+    if (IsLines(text)) {
+        ReadLines read = ReadConfigLines(yang, text, name);
+        if (read.deletes) throw Error(std::string(name) + " has delete; use load set");
+        return ParseFile(yang, read.xml, LYD_XML, name);
+    }
     const guard::Format format = FormatOf(text, name);
     const guard::SchemaIndex index(yang);
     if (const auto problem = guard::CheckFile(index, text, format))
         throw Error(PlaceInText(name, text, problem->offset) + ": " + problem->text);
     const bool isXml = format == guard::Format::kXml;
     return ParseFile(yang, isXml ? netconf::PlainXml(text) : text, isXml ? LYD_XML : LYD_JSON, name);
+}
+
+std::string FileContent(const std::string& path)
+{
+    const auto refuse = [&](const std::string& why) { return Error("can't read " + path + ": " + why); };
+    const bool isInput = path == "-";
+    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(
+        isInput ? ::fdopen(::dup(STDIN_FILENO), "rb") : std::fopen(path.c_str(), "rbe"), &std::fclose);
+    if (!file) throw refuse(std::strerror(errno));
+    std::string text;
+    char block[std::size_t{64} << 10];
+    while (const std::size_t count = std::fread(block, 1, sizeof block, file.get())) {
+        text.append(block, count);
+        if (text.size() > netconf::kMaxMessage)
+            throw refuse("it is larger than " + std::to_string(netconf::kMaxMessage >> 20) +
+                         " MiB; split it and use load merge");
+    }
+    if (std::ferror(file.get())) throw refuse(std::strerror(errno));
+    return text;
 }
 
 std::vector<const lyd_node*> NodesAt(const lyd_node* tree, const Place& place)
@@ -250,19 +191,6 @@ std::string ToXml(const lyd_node* tree) { return Print(tree, LYD_XML, 0); }
 
 std::string ToCompactXml(const lyd_node* tree) { return Print(tree, LYD_XML, LYD_PRINT_SHRINK); }
 
-std::string SetXml(std::span<const Place> places) { return XmlOf(places, {}); }
-
-std::string DeleteXml(std::span<const Place> places) { return XmlOf(places, kDelete); }
-
-std::string FilterXml(std::span<const Place> places) { return XmlOf(places, {}); }
-
-std::string KeysFilterXml(const Place& list)
-{
-    Place keys = list;
-    keys.steps.push_back({lysc_node_child(list.steps.back().schema), {}});
-    return XmlOf(std::vector{keys}, {});
-}
-
 std::string ReplaceXml(const ly_ctx* yang, lyd_node* tree)
 {
     const lysc_node* root = RootContainer(yang);
@@ -272,7 +200,7 @@ std::string ReplaceXml(const ly_ctx* yang, lyd_node* tree)
         MarkReplaced(yang, node);
     }
     std::string xml = tree ? ToCompactXml(tree) : "";
-    if (!hasRoot) xml += XmlOf(std::vector{Place{{{root, {}}}, {}}}, kReplace);
+    if (!hasRoot) xml += OperationXml(Place{{{root, {}}}, {}}, Operation::kReplace);
     return xml;
 }
 

@@ -22,10 +22,14 @@ using Tree = cdb::TreePtr;
 /// The data of a reply, as it stands in <data>. Throws Error if the YANG modules here do not know it.
 Tree ParseReply(const ly_ctx* yang, const std::string& xml);
 
-/// A configuration's file, RFC 7951 JSON or XML, whichever its content is. Throws Error that names the file
-/// and, for what is wrong inside it, line and column: the file is missing or larger than a message may be, is
-/// neither JSON nor XML, is malformed, has what the YANG modules do not know or values that they refuse, or
-/// has state.
+/// A file's content; "-" is standard input. Throws Error that names the file: it is missing, or larger than a
+/// message may be.
+std::string FileContent(const std::string& path);
+
+/// A configuration's file: RFC 7951 JSON, XML, blocks or set lines, whichever its content is. Throws Error
+/// that names the file and, for what is wrong inside it, line and column: the file is missing or larger than
+/// a message may be, is malformed, has what the YANG modules do not know or values that they refuse, or has
+/// state.
 Tree ReadConfigFile(const ly_ctx* yang, const std::string& path);
 
 /// The same for a text; `name` stands for the file in messages.
@@ -42,18 +46,6 @@ std::string ToJson(const lyd_node* tree);
 std::string ToXml(const lyd_node* tree);
 /// For requests: without blanks between the elements.
 std::string ToCompactXml(const lyd_node* tree);
-
-/// What stands inside <config> to give each place its value, or to create it.
-std::string SetXml(std::span<const Place> places);
-
-/// What stands inside <config> to delete the places. The database refuses it if there is no such place.
-std::string DeleteXml(std::span<const Place> places);
-
-/// A subtree filter (RFC 6241, section 6) that selects the places and what is below them.
-std::string FilterXml(std::span<const Place> places);
-
-/// A subtree filter that selects the first keys of the entries of the list at the end of the place.
-std::string KeysFilterXml(const Place& list);
 
 /// What stands inside <config> to replace the root container, and each other top-level container that
 /// the tree has, by what the tree has. Marks the tree's nodes.

@@ -14,6 +14,7 @@
 #include "cli/screens/counted.h"
 #include "cli/screens/text_table.h"
 #include "cli/screens/text_width.h"
+#include "cli/shell/pipes.h"
 
 namespace cli {
 namespace {
@@ -123,17 +124,20 @@ std::string HelpFor(std::span<const Command> commands, const Texts& words, const
     return boost::join(WordsAt(commands, name), ", ");
 }
 
-std::vector<Choice> FormChoices(const Command& command, const Texts& behindPipe)
+/// What may stand behind a pipe; `first`: the first one.
+std::vector<Choice> PipeChoices(const Command& command, const Texts& words, bool first)
 {
-    if (command.forms == Forms::kNone) return {};
-    if (behindPipe.empty()) {
-        std::vector<Choice> choices{{"json", "RFC 7951, one document"}};
-        if (command.forms != Forms::kReport) choices.push_back({"display", "in another form"});
-        return choices;
+    std::vector<Choice> choices;
+    const bool hasForms = first && command.forms != Forms::kNone;
+    const bool hasDisplay = hasForms && command.forms != Forms::kReport;
+    if (words.empty()) {
+        if (hasForms) choices.push_back({"json", "RFC 7951, one document"});
+        if (hasDisplay) choices.push_back({"display", "In another form."});
+        std::ranges::move(FilterChoices(), std::back_inserter(choices));
+    } else if (hasDisplay && words == Texts{"display"}) {
+        choices = {{"json", "RFC 7951"}, {"xml", "RFC 7950"}};
+        if (command.forms == Forms::kConfiguration) choices.push_back({"set", "Commands that set the same."});
     }
-    if (behindPipe != Texts{"display"} || command.forms == Forms::kReport) return {};
-    std::vector<Choice> choices{{"json", "RFC 7951"}, {"xml", "RFC 7950"}};
-    if (command.forms == Forms::kConfiguration) choices.push_back({"set", "commands that set the same"});
     return choices;
 }
 
@@ -144,17 +148,19 @@ std::vector<Choice> ChoicesFor(const CompletionContext& context, const std::vect
     const std::vector<Command> commands = Runnable(context);
     Texts left;
     Texts right;
-    bool piped = false;
+    std::size_t pipes = 0;
     for (const Word& word : words) {
-        if (word.IsPipe())
-            piped = true;
-        else
-            (piped ? right : left).push_back(word.text);
+        if (word.IsPipe()) {
+            ++pipes;
+            right.clear();
+        } else {
+            (pipes > 0 ? right : left).push_back(word.text);
+        }
     }
     if (!left.empty() && left.front() == "run") left.erase(left.begin());
     left = WrittenOut(commands, std::move(left));
     const Command* command = CommandOf(commands, left);
-    if (piped) return command ? FormChoices(*command, right) : std::vector<Choice>{};
+    if (pipes > 0) return command ? PipeChoices(*command, right, pipes == 1) : std::vector<Choice>{};
     std::vector<Choice> choices;
     for (const std::string& word : WordsAt(commands, left))
         choices.push_back({word, HelpFor(commands, left, word)});

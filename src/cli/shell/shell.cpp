@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/shell/shell.h"
 
+#include <algorithm>
 #include <exception>
 #include <istream>
 #include <ostream>
+#include <sstream>
 #include <utility>
 
 #include "base/text.h"
@@ -12,6 +14,7 @@
 #include "cli/data/error.h"
 #include "cli/data/words.h"
 #include "cli/screens/counted.h"
+#include "cli/shell/pipes.h"
 #include "cli/shell/prompt.h"
 
 namespace cli {
@@ -206,13 +209,15 @@ void Shell::Connect()
     if (m_exclusive) UseExclusive(call);
 }
 
-Call Shell::MakeCall(const Invocation& invocation)
+Call Shell::MakeCall(const Invocation& invocation) { return MakeCall(invocation, m_out); }
+
+Call Shell::MakeCall(const Invocation& invocation, std::ostream& out)
 {
     return {invocation.arguments,
             invocation.format,
             m_session.get(),
             m_yang,
-            m_out,
+            out,
             m_err,
             m_state,
             m_environment.width ? m_environment.width() : kWidth,
@@ -224,14 +229,33 @@ void Shell::Execute(std::string_view command)
     std::vector<Word> words = SplitWords(command);
     if (words.size() > 1 && words.front().text == "run") words.erase(words.begin());
     if (words.empty()) return;
-    const Invocation invocation = Understand(m_commands, words);
+    const Pipes pipes = TakePipes(words);
+    const Invocation invocation = Understand(m_commands, pipes.command);
     const unsigned needs = invocation.command->needs;
     if ((needs & kMode) && m_state.talks && !m_state.configures)
         throw Error("it belongs to configuration mode; type configure, then it again");
     if ((needs & kSession) && !m_session) Connect();
     if (needs & kYang) LoadYang();
-    Call call = MakeCall(invocation);
-    invocation.command->run(call);
+    const bool pages = m_state.talks && m_environment.page && pipes.paged && !(needs & kStreams);
+    std::ostringstream text;
+    FilteredOutput output(pipes.filters, pages ? text : m_out, m_err);
+    Call call = MakeCall(invocation, pipes.filters.empty() ? (pages ? text : m_out) : output.Stream());
+    // What was written before an error is shown, too.
+    std::exception_ptr failure;
+    try {
+        invocation.command->run(call);
+        output.Finish();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (pages) Show(text.str());
+    if (failure) std::rethrow_exception(failure);
+}
+
+void Shell::Show(const std::string& text)
+{
+    const auto lines = static_cast<std::size_t>(std::ranges::count(text, '\n'));
+    if (lines < m_environment.height() || !m_environment.page(text)) m_out << text;
 }
 
 }  // namespace cli

@@ -27,6 +27,9 @@ struct Environment {
     std::function<std::size_t()> width = {};  // of a line on the terminal; null if there is none
     std::string who = "swcli";                // before the mode in the prompt
     bool asksStanding = false;                // of the database, for the prompt
+    /// Shows a long text to a person (pager.h); false if it could not. Null: as any other text.
+    std::function<bool(const std::string& text)> page = {};
+    std::function<std::size_t()> height = {};  // lines of the terminal; not null with `page`
 };
 
 class Shell {
@@ -67,6 +70,9 @@ private:
     void Execute(std::string_view command);
     /// `invocation` must outlive it.
     Call MakeCall(const Invocation& invocation);
+    Call MakeCall(const Invocation& invocation, std::ostream& out);
+    /// A screen at a time, if it is longer than one.
+    void Show(const std::string& text);
     void Connect();
     /// After the session was lost: what went with it, to be added to the error.
     std::string TakeLoss();

@@ -60,7 +60,7 @@ TEST(Completion, OffersTheCommandsOfTheMode)
                                             Not(Contains("set")), Not(Contains("commit"))));
     EXPECT_THAT(Words(At("")), IsSupersetOf({"show", "set", "commit", "run"}));
     EXPECT_EQ(HelpOf(At(""), "discard"), "Takes back everything that was edited since the last commit.");
-    EXPECT_THAT(HelpOf(At(""), "load"), "merge, replace");
+    EXPECT_THAT(HelpOf(At(""), "load"), "merge, replace, set");
 }
 
 TEST(Completion, InsertsWhatIsCertain)
@@ -124,10 +124,13 @@ TEST(Completion, BeginsAtThePlaceOfEdit)
 
 TEST(Completion, OffersTheFormsOfTheOutput)
 {
-    EXPECT_THAT(Words(At("show configuration | ")), ElementsAre("json", "display"));
+    EXPECT_THAT(Words(At("show configuration | ")),
+                ElementsAre("json", "display", "match", "except", "begin", "count", "save", "no-more"));
+    EXPECT_THAT(Words(At("show configuration | json | m")), ElementsAre("match"));
+    EXPECT_THAT(Words(At("show configuration | match x | d")), IsEmpty());
     EXPECT_THAT(Words(At("show configuration | display ")), ElementsAre("json", "xml", "set"));
-    EXPECT_THAT(Words(At("commit | ")), ElementsAre("json"));
-    EXPECT_THAT(Words(At("discard | ")), IsEmpty());
+    EXPECT_THAT(Words(At("commit | ")), AllOf(Contains("json"), Not(Contains("display"))));
+    EXPECT_THAT(Words(At("discard | ")), Not(Contains("json")));
 }
 
 TEST(Completion, OffersNothingWhereNothingIsExpected)

@@ -52,7 +52,7 @@ TEST(ConfigText, IsRefusedWithLineAndColumn)
     } rows[] = {
         {"empty", "", "x.json is empty: line 1, column 1", ""},
         {"blank", " \n", "x.json is empty", ""},
-        {"neither", "\n set a b", "x.json: line 2, column 2: ", "neither JSON"},
+        {"neither", "\n set a b", "x.json: line 2: ", "\"a\" is unknown as a path's beginning"},
         {"JSON cut off", "{\"switch-config:config\":{\n \"switch-oam-sflow:oam\":{",
          "x.json: line 2, column 25: ", "end of input"},
         {"JSON comma", "{\"switch-config:config\":{\n\n  , }}", "x.json: line 3, column 3: ", ""},

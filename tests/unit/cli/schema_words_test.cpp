@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "cli/data/data_tree.h"
+#include "cli/data/edit_xml.h"
 #include "cli/data/error.h"
 #include "cli/data/words.h"
 #include "cli/yang.h"
