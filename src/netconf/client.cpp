@@ -274,6 +274,16 @@ std::optional<std::string> Client::ReceiveMessageUnless(int stop)
     }
 }
 
+std::optional<std::string> Client::ReceiveMessageWithin(std::chrono::milliseconds time)
+{
+    const Deadline deadline = Clock::now() + time;
+    for (;;) {
+        if (auto message = ReadAvailable()) return message;
+        if (Clock::now() >= deadline) return std::nullopt;
+        AwaitReady(POLLIN, deadline + std::chrono::milliseconds(1));
+    }
+}
+
 std::string Client::Read(Deadline deadline)
 {
     for (;;) {

@@ -82,6 +82,8 @@ public:
     std::string ReceiveMessage();
     /// The same, however long it takes; nullopt once the descriptor `stop` can be read.
     std::optional<std::string> ReceiveMessageUnless(int stop);
+    /// The same; nullopt if it does not come within that time. It can be received later then.
+    std::optional<std::string> ReceiveMessageWithin(std::chrono::milliseconds time);
 
 private:
     using Deadline = std::chrono::steady_clock::time_point;

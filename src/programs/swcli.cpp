@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -59,7 +58,6 @@ std::size_t ScreenHeight()
 bool RunInput(cli::Shell& shell)
 {
     if (!::isatty(STDIN_FILENO)) return shell.RunLines(std::cin, "standard input");
-    std::signal(SIGINT, SIG_IGN);  // ends what waits for it, such as monitor events, and not the shell
     if (!::isatty(STDOUT_FILENO)) {
         cli::StreamLines lines(std::cin, std::cout);
         shell.Converse(lines);

@@ -253,7 +253,11 @@ std::vector<std::string> WrittenOut(std::span<const Command> commands, std::vect
         std::ranges::copy_if(position.words, std::back_inserter(begun), [&](const std::string& possible) {
             return !words[at].empty() && possible.starts_with(words[at]);
         });
-        if (begun.size() > 1) throw Error("\"" + words[at] + "\" may be " + boost::join(begun, ", "));
+        // Where one begins all others it is meant: interface, beside interfaces.
+        const bool isBegin = std::ranges::all_of(
+            begun, [&](const std::string& each) { return each.starts_with(begun.front()); });
+        if (begun.size() > 1 && !isBegin)
+            throw Error("\"" + words[at] + "\" may be " + boost::join(begun, ", "));
         if (begun.empty()) break;
         words[at] = begun.front();
     }

@@ -247,6 +247,8 @@ void MonitorEvents(Call& call)
         call.out << line << std::endl;
         if (!call.out) throw Error("standard output can't be written");
     }
+    // Behind the terminal's "^C".
+    if (call.shell.talks) call.out << std::endl;
 }
 
 }  // namespace cli

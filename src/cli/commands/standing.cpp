@@ -3,23 +3,25 @@
 
 #include "cli/commands/request.h"
 #include "cli/commands/show.h"
-#include "cli/data/error.h"
 #include "cli/data/state_node.h"
 #include "netconf/client.h"
 #include "netconf/requests.h"
 
 namespace cli {
 
-Standing RequestStanding(Call& call)
+std::string StandingRequest()
 {
-    const netconf::Reply reply = call.session->Call(netconf::Get(StateFilter(
+    return netconf::Get(StateFilter(
         "<system><candidates xmlns=\"urn:switch:yang:switch-private-candidate\"/>"
-        "<history xmlns=\"urn:switch:yang:switch-history\"><pending-confirmation/></history></system>")));
+        "<history xmlns=\"urn:switch:yang:switch-history\"><pending-confirmation/></history></system>"));
+}
+
+Standing StandingOf(const Call& call, const netconf::Reply& reply)
+{
     Standing standing;
     if (!reply.ok) return standing;
     const Tree state = ParseReply(call.yang, reply.data);
     const Children system = Children(state.get()).Of("system");
-    standing.known = true;
     const std::string own = std::to_string(call.session->SessionId());
     const Children candidates = system.Of("candidates");
     if (call.shell.candidate != CandidateUse::kPrivate)

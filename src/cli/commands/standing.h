@@ -9,16 +9,23 @@
 
 #include "cli/commands/command.h"
 
+namespace netconf {
+struct Reply;
+}
+
 namespace cli {
 
 struct Standing {
-    bool known = false;
+    bool isAway = false;      // the database has not answered in time
     bool isEdited = false;    // the candidate that the session uses
     std::string confirmIn{};  // seconds; empty if no commit waits for its confirmation
 };
 
-/// Asks the database. Throws netconf::ConnectionError; what it does not tell is missing.
-Standing RequestStanding(Call& call);
+/// The request.
+std::string StandingRequest();
+
+/// What its reply says; what it does not tell is missing.
+Standing StandingOf(const Call& call, const netconf::Reply& reply);
 
 }  // namespace cli
 

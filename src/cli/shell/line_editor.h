@@ -23,10 +23,11 @@ public:
     /// On standard input and output, which are a terminal. The lines of `historyFile`, which has mode 0600,
     /// come first; empty: no file. A file that can't be read or written is passed over. Throws
     /// std::runtime_error if there is no memory for it.
-    LineEditor(Completer completer, std::function<std::size_t()> width, std::string historyFile);
+    LineEditor(Completer completer, std::function<std::size_t()> width, const std::string& historyFile);
     ~LineEditor() override;
 
-    /// Ctrl-C drops the line: it is then empty. Lines with a word in them go to the history.
+    /// Ctrl-C drops the line: it is then empty. Lines with a word in them go to the history. What is pasted
+    /// is taken as it is, a line at a time.
     std::optional<std::string> Read(const std::string& prompt) override;
 
 private:

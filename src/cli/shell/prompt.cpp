@@ -44,6 +44,7 @@ std::string PromptText(const std::string& who, const ShellState& state, const St
     if (state.configures || state.candidate != CandidateUse::kShared)
         text.append(" (").append(ModeName(state.candidate)).append(PlaceText(state.place)).append(")");
     if (standing.isEdited) text += "*";
+    if (standing.isAway) text += " [no database]";
     if (!standing.confirmIn.empty()) text += " [confirm in " + standing.confirmIn + " s]";
     return text + "> ";
 }

@@ -2,6 +2,7 @@
 #include "cli/shell/shell.h"
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 #include <istream>
 #include <ostream>
@@ -116,21 +117,25 @@ bool Shell::MayLeave(LineSource& lines)
 Standing Shell::NowStanding()
 {
     if (!m_environment.asksStanding) return {};
+    constexpr std::chrono::milliseconds kPatience{300};
     std::string problem;
     try {
+        // A command tries again; a prompt does not, for that takes time.
+        if (!m_session && m_wasAway) return {.isAway = true};
         if (!m_session) Connect();
         LoadYang();
+        const auto reply = m_timed.Call(*m_session, StandingRequest(), kPatience);
         const Invocation none;
-        Call call = MakeCall(none);
-        m_wasAway = false;
-        return RequestStanding(call);
+        return reply ? StandingOf(MakeCall(none), *reply) : Standing{.isAway = true};
     } catch (const netconf::ConnectionError& error) {
         problem = error.what() + TakeLoss();
+        m_wasAway = true;
     } catch (const std::exception& error) {
         problem = error.what();
+        m_environment.asksStanding = false;
     }
-    if (!std::exchange(m_wasAway, true)) m_err << "warning: " << problem << std::endl;
-    return {};
+    m_err << "warning: " << problem << std::endl;
+    return {.isAway = m_wasAway};
 }
 
 void Shell::LoadYang()
@@ -152,6 +157,7 @@ Completion Shell::Complete(std::string_view line)
 std::vector<Choice> Shell::KeysOf(const Place& list)
 {
     if (!m_session) Connect();
+    m_timed.Settle(*m_session);
     const Invocation none;
     Call call = MakeCall(none);
     return RequestKeys(call, list);
@@ -172,6 +178,7 @@ std::size_t Shell::Uncommitted()
 {
     if (m_state.edits == 0 || !m_session || m_state.candidate != CandidateUse::kShared) return 0;
     try {
+        m_timed.Settle(*m_session);
         LoadYang();
         const Invocation none;
         Call call = MakeCall(none);
@@ -185,6 +192,7 @@ std::size_t Shell::Uncommitted()
 std::string Shell::TakeLoss()
 {
     m_session.reset();  // the next command connects again
+    m_timed.Forget();
     m_state.waits = false;
     m_lost += std::exchange(m_state.edits, 0);
     const CandidateUse lost = std::exchange(m_state.candidate, CandidateUse::kShared);
@@ -201,6 +209,7 @@ std::string Shell::TakeLoss()
 void Shell::Connect()
 {
     m_session = m_environment.connect();
+    m_wasAway = false;
     if (!m_exclusive && m_lost == 0) return;
     LoadYang();
     const Invocation none;
@@ -235,6 +244,7 @@ void Shell::Execute(std::string_view command)
     if ((needs & kMode) && m_state.talks && !m_state.configures)
         throw Error("it belongs to configuration mode; type configure, then it again");
     if ((needs & kSession) && !m_session) Connect();
+    if (m_session && (needs & kSession)) m_timed.Settle(*m_session);
     if (needs & kYang) LoadYang();
     const bool pages = m_state.talks && m_environment.page && pipes.paged && !(needs & kStreams);
     std::ostringstream text;

@@ -16,6 +16,7 @@
 #include "cli/commands/standing.h"
 #include "cli/shell/completion.h"
 #include "cli/shell/line_source.h"
+#include "cli/shell/timed_session.h"
 #include "netconf/client.h"
 
 namespace cli {
@@ -94,7 +95,8 @@ private:
     std::ostream& m_err;
     std::unique_ptr<netconf::Client> m_session;
     bool m_exclusive = false;
-    bool m_wasAway = false;  // when the last prompt was made
+    TimedSession m_timed;
+    bool m_wasAway = false;  // no connection could be made, or the last one is lost
     std::size_t m_lost = 0;  // edits of a session that was lost, until the next one tells what became of them
     const ly_ctx* m_yang = nullptr;
     ShellState m_state;

@@ -149,6 +149,13 @@ TEST(Abbreviations, ThatMayBeSeveralAreRefusedWithTheirNames)
     EXPECT_EQ(test.err.str().find("p\" may be"), std::string::npos);
 }
 
+TEST(Abbreviations, MeanTheOneThatBeginsTheOthers)
+{
+    ModesFixture test;
+    test.Converse("show sflow int eth1\n");
+    EXPECT_THAT(test.peer.Requests()[0], HasSubstr("<interface><name>eth1</name></interface>"));
+}
+
 TEST(Abbreviations, NeverChangeWhatAWordMeans)
 {
     ModesFixture test;
@@ -171,8 +178,8 @@ cli::ShellState Configuring(std::vector<std::string> place = {})
 TEST(Prompt, TellsModePlaceEditsAndWhatWaits)
 {
     EXPECT_EQ(cli::PromptText("ann@sw1", {}, {}), "ann@sw1> ");
-    EXPECT_EQ(cli::PromptText("ann@sw1", {}, {true, true, ""}), "ann@sw1*> ");
-    EXPECT_EQ(cli::PromptText("ann@sw1", Configuring({"oam", "sflow"}), {true, true, "54"}),
+    EXPECT_EQ(cli::PromptText("ann@sw1", {}, {false, true, ""}), "ann@sw1*> ");
+    EXPECT_EQ(cli::PromptText("ann@sw1", Configuring({"oam", "sflow"}), {false, true, "54"}),
               "ann@sw1 (config oam sflow)* [confirm in 54 s]> ");
     cli::ShellState state = Configuring();
     state.candidate = cli::CandidateUse::kExclusive;
@@ -215,7 +222,7 @@ TEST(Prompt, SaysOnceThatTheDatabaseIsAway)
     };
     test.Converse("help exit\nhelp quit\n");
     EXPECT_EQ(test.err.str(), "warning: can't connect\n");
-    EXPECT_THAT(test.out.str(), HasSubstr("swcli> "));
+    EXPECT_THAT(test.out.str(), HasSubstr("swcli [no database]> "));
 }
 
 }  // namespace
