@@ -254,7 +254,8 @@ TEST(ShowState, AsksForItsPartOnly)
                             filtered("<oam><sflow><collector/></sflow></oam>"),
                             filtered("<oam><sflow><interface/></sflow></oam>"),
                             filtered("<oam><sflow><manager><session/></manager><problem/></sflow></oam>"),
-                            filtered("<system><process/></system>"), filtered("<system><fault/></system>"),
+                            filtered("<system><role/><role-since/><role-by/><process/></system>"),
+                            filtered("<system><fault/></system>"),
                             filtered("<system><version/><process><name/><version/></process></system>")));
 }
 
