@@ -193,7 +193,7 @@ TEST(Shell, SaysWhyItCannotConnectOrLoad)
     EXPECT_FALSE(shell.Run("show sflow"));
     EXPECT_THAT(err.str(),
                 HasSubstr("error: commit: can't connect to /nowhere/netconf.sock: No such file or directory; "
-                          "is cdbd running?\n"));
+                          "is cdbd running? "));
     EXPECT_THAT(err.str(), HasSubstr("error: show sflow: no modules\n"));
     EXPECT_TRUE(shell.Run("help commit"));
     EXPECT_THAT(out.str(), StartsWith("  commit [comment TEXT]\n"));
