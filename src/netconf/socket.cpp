@@ -20,8 +20,8 @@ namespace {
 constexpr const char* kSocketName = "/netconf.sock";
 constexpr std::size_t kMostNamed = 3;
 
-/// The sockets of that name that listen on this machine and that this user may open, in the kernel's list: for each
-/// its directory.
+/// The sockets of that name that listen on this machine and that this user may open, in the kernel's list:
+/// for each its directory.
 std::set<std::string> NetconfSockets()
 {
     std::ifstream list("/proc/net/unix");

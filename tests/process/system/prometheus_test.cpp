@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// examples/prometheus: its rules by Prometheus's own tool, and each query of its dashboard on a real Prometheus
-// that scrapes a switch at work.
+// examples/prometheus: its rules by Prometheus's own tool, and each query of its dashboard on a real
+// Prometheus that scrapes a switch at work.
 
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -97,7 +97,9 @@ protected:
     std::string Answer(const std::string& query)
     {
         const auto result = Tool({"query", "instant", "http://" + kServer, query});
-        return result.status != 0 || result.output.find("NaN") != std::string::npos ? "" : result.output;
+        const bool isNumber =
+            result.output.find(" => ") != std::string::npos && result.output.find("NaN") == std::string::npos;
+        return result.status == 0 && isNumber ? result.output : "";
     }
 
     static std::vector<std::string> Queries()
@@ -106,9 +108,9 @@ protected:
         std::vector<std::string> queries;
         for (const auto& panel : board.at("panels"))
             for (const auto& target : panel.at("targets"))
-                queries.push_back(Replaced(
-                    Replaced(target.at("expr").get<std::string>(), "$__rate_interval", "1m"), "$instance",
-                    ".*"));
+                queries.push_back(
+                    Replaced(Replaced(target.at("expr").get<std::string>(), "$__rate_interval", "1m"),
+                             "$instance", ".*"));
         return queries;
     }
 
@@ -122,11 +124,11 @@ private:
 
 TEST_F(DashboardOnPrometheus, HasNumbersForEachQuery)
 {
-    Await("Prometheus has scraped both", [this] {
-        return Answer("sum(up) == 2 and sum(sflow_problems_known) == 1") != "";
-    });
+    Await("Prometheus has scraped both",
+          [this] { return Answer("sum(up) == 2 and sum(sflow_problems_known) == 1") != ""; });
     // What counts needs two looks, and the time of a commit one in between.
     TheWorld().CliDone("set oam sflow interface eth1 sampling-rate 91; commit");
+    EXPECT_EQ("", Answer("no_such_metric"));
     const auto queries = Queries();
     EXPECT_GT(queries.size(), 12U);
     for (const std::string& query : queries)
