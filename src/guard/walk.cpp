@@ -248,8 +248,14 @@ void Walk::RefuseUnknown(std::string_view ns, std::string_view name)
 {
     const std::string element = "element " + Quoted(name);
     const std::pair<std::string, std::string> bad{"bad-element", std::string(name)};
+    const Node& parent = ParentOf();
+    // If the name is known in another namespace, the namespace is what is wrong.
+    const auto other = std::find_if(parent.inOrder.begin(), parent.inOrder.end(),
+                                    [name](const Node* child) { return child->name == name; });
     if (ns.empty()) {
-        Refuse(ErrorTag::kUnknownNamespace, Path(), element + " has no namespace; give it that of its module",
+        const std::string wanted =
+            other == parent.inOrder.end() ? "that of its module" : "the namespace " + Quoted((*other)->ns);
+        Refuse(ErrorTag::kUnknownNamespace, Path(), element + " has no namespace; give it " + wanted,
                {bad, {"bad-namespace", ""}});
         return;
     }
@@ -260,10 +266,6 @@ void Walk::RefuseUnknown(std::string_view ns, std::string_view name)
                {bad, {"bad-namespace", std::string(ns)}});
         return;
     }
-    const Node& parent = ParentOf();
-    // If the name is known in another namespace, the namespace is what is wrong.
-    const auto other = std::find_if(parent.inOrder.begin(), parent.inOrder.end(),
-                                    [name](const Node* child) { return child->name == name; });
     std::string message =
         Described(m_depth) + " has no " + element + "; known here: " + ChildrenOf(parent, !InData());
     if (other != parent.inOrder.end())

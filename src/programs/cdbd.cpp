@@ -118,6 +118,7 @@ agent::AgentOptions AgentOptionsOf(const agent::ProgramOptions& options)
     result.events = {options.replayEvents, options.replayBytes};
     result.sessions.times.hello = options.helloTimeout;
     result.sessions.times.idle = options.idleTimeout;
+    result.metrics = options.metrics;
     return result;
 }
 

@@ -143,6 +143,7 @@ void Client::Handle(const ClientMessage& message)
     case ClientMessage::kStateReply:
         return OnAnswer({message.body_case(), message.state_reply().request()}, message);
     case ClientMessage::kHaReply:
+        OnTransition(message.ha_reply());
         return OnAnswer({message.body_case(), message.ha_reply().request()}, message);
     case ClientMessage::kActionReply:
         return OnAnswer({message.body_case(), message.action_reply().request()}, message);
@@ -261,6 +262,12 @@ void Client::OnProblems(const ipc::cdb::ProblemChanges& changes)
 void Client::OnFault(const ipc::cdb::FaultReport& fault)
 {
     if (!RefuseRole(ipc::Role::kFaults)) m_host.OnFault(*this, fault);
+}
+
+/// That of an earlier transition tells nothing: the one that was sent last decides.
+void Client::OnTransition(const ipc::cdb::HaReply& reply)
+{
+    if (reply.handled() && m_roleRequest != 0 && reply.request() == m_roleRequest) m_role = m_roleTold;
 }
 
 void Client::OnAnswer(AnswerKey key, const ClientMessage& message)

@@ -17,6 +17,7 @@
 
 #include "agent/clients/misses.h"
 #include "base/timers.h"
+#include "cdb/model/history.h"
 #include "cdb/model/schema_table.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/peer.h"
@@ -68,7 +69,7 @@ public:
     /// What has begun and ended to be wrong in what the client provides state of.
     virtual void OnProblems(const ipc::cdb::ProblemChanges& changes) = 0;
     /// The client is ready; called once, from the loop.
-    virtual void OnReady(const Client& client) = 0;
+    virtual void OnReady(Client& client) = 0;
     /// The connection has ended; called once, from the loop.
     virtual void OnGone(const std::shared_ptr<Client>& client, const std::string& reason) = 0;
 };
@@ -114,6 +115,15 @@ public:
     /// The subscriber has not acknowledged a commit in time, or is not waited for.
     void AddMiss();
 
+    /// The node's role that the client has taken: the last one that it was told and says it has handled.
+    [[nodiscard]] cdb::Role TakenRole() const { return m_role; }
+    /// It is being told this role by the transition with this number.
+    void TellRole(std::uint64_t request, cdb::Role role)
+    {
+        m_roleRequest = request;
+        m_roleTold = role;
+    }
+
     /// A number for the next request to this client.
     std::uint64_t NextRequest() { return ++m_lastRequest; }
 
@@ -149,6 +159,7 @@ private:
     void OnLoaded();
     void OnFault(const ipc::cdb::FaultReport& fault);
     void OnProblems(const ipc::cdb::ProblemChanges& changes);
+    void OnTransition(const ipc::cdb::HaReply& reply);
     void OnAnswer(AnswerKey key, const ipc::cdb::ClientMessage& message);
     /// Turns the client away, and returns true, if it may not have the role.
     bool RefuseRole(ipc::Role role);
@@ -172,6 +183,9 @@ private:
     std::uint64_t m_acknowledgedCommit = 0;  // likewise
     std::int64_t m_acknowledgedUs = 0;
     Misses m_misses;
+    cdb::Role m_role = cdb::Role::kUnknown;
+    std::uint64_t m_roleRequest = 0;  // the last transition sent; 0: none
+    cdb::Role m_roleTold = cdb::Role::kUnknown;
     std::uint64_t m_lastRequest = 0;
     std::map<AnswerKey, AnswerHandler> m_questions;
     std::shared_ptr<void> m_helloTimer;  // until the client is ready

@@ -273,7 +273,7 @@ void Clients::OnProblems(const ipc::cdb::ProblemChanges& changes)
     if (m_options.onProblems) m_options.onProblems(changes);
 }
 
-void Clients::OnReady(const Client& client)
+void Clients::OnReady(Client& client)
 {
     if (m_options.onReady) m_options.onReady(client);
 }

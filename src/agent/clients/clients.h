@@ -32,7 +32,7 @@ public:
         std::chrono::milliseconds helloTimeout{5'000};
         std::size_t maxPerUser = 64;  // connections; root is not counted
         /// A client has become ready; the connection of one that was ready has ended. May be null.
-        std::function<void(const Client& client)> onReady{};
+        std::function<void(Client& client)> onReady{};
         std::function<void(const Client& client, const std::string& reason)> onLost{};
         /// A provider of state tells what has begun and ended to be wrong. May be null.
         std::function<void(const ipc::cdb::ProblemChanges& changes)> onProblems{};
@@ -70,7 +70,7 @@ public:
     [[nodiscard]] std::int64_t NowUs() const override { return m_options.now(); }
     void OnFault(const Client& client, const ipc::cdb::FaultReport& report) override;
     void OnProblems(const ipc::cdb::ProblemChanges& changes) override;
-    void OnReady(const Client& client) override;
+    void OnReady(Client& client) override;
     void OnGone(const ClientPtr& client, const std::string& reason) override;
 
 private:

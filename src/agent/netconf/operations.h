@@ -26,6 +26,7 @@
 #include "agent/events/events.h"
 #include "agent/netconf/answer_room.h"
 #include "agent/netconf/candidates.h"
+#include "agent/netconf/commit_meter.h"
 #include "agent/netconf/confirmed_commit.h"
 #include "agent/netconf/request.h"
 #include "agent/netconf/workbench.h"
@@ -80,6 +81,7 @@ private:
     std::array<std::int64_t, 2> m_since{};
 };
 
+class HaRole;    // ha_role.h
 struct Reading;  // reading.h
 using ReadingPtr = std::shared_ptr<const Reading>;
 
@@ -107,6 +109,7 @@ public:
         AnswerRoom& room;
         FilterLimits filterLimits;
         Events& events;
+        HaRole& ha;
     };
     explicit Operations(Services services);
 
@@ -115,6 +118,8 @@ public:
 
     /// The datastores with their locks.
     [[nodiscard]] std::vector<NetconfFacts::Lock> Datastores() const;
+
+    [[nodiscard]] const CommitMeter& Commits() const { return m_commitMeter; }
 
     /// The sessions' candidates, for the state.
     [[nodiscard]] const Candidates& AllCandidates() const { return m_candidates; }
@@ -245,6 +250,7 @@ private:
     Services m_services;
     DataSchema m_dataSchema;
     Locks m_locks;
+    CommitMeter m_commitMeter;
     ConfirmedCommit m_confirmed;
     Candidates m_candidates;
     std::map<std::uint32_t, Callpoints::Cancel> m_asked;  // by session: the inquiry that its edit waits for

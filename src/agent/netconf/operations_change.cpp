@@ -88,6 +88,7 @@ struct Operations::EditJob {
 /// A commit under way: written, delivered.
 struct Operations::CommitJob {
     RequestPtr request;
+    std::chrono::steady_clock::time_point begun;
     DatastorePtr datastore;
     SerialQueue::TicketPtr commitTicket;
     SerialQueue::TicketPtr ticket;  // with the candidate; ends once the commit is written
@@ -284,12 +285,15 @@ void Operations::Commit(const RequestPtr& request)
     const auto confirm = ConfirmedCommit::Read(request->Operation());
     if (!confirm) return request->Refuse(confirm.error());
     // While a commit waits for its subscribers, edits go on; only the next commit waits.
-    m_commits.Push([this, request, confirm = *confirm](const SerialQueue::TicketPtr& commitTicket) {
-        InTurn(request, [this, request, confirm, commitTicket](const SerialQueue::TicketPtr& ticket) {
-            if (RefuseLocked(request, Target::kCandidate) || RefuseLocked(request, Target::kRunning)) return;
-            if (RefuseUnconfirmed(request, confirm.persistId)) return;
+    const auto begun = m_services.timers.Now();
+    m_commits.Push([this, request, begun, confirm = *confirm](const SerialQueue::TicketPtr& commitTicket) {
+        InTurn(request, [this, request, begun, confirm, commitTicket](const SerialQueue::TicketPtr& ticket) {
+            if (RefuseLocked(request, Target::kCandidate) || RefuseLocked(request, Target::kRunning) ||
+                RefuseUnconfirmed(request, confirm.persistId))
+                return m_commitMeter.NotMade();
             const auto job = std::make_shared<CommitJob>();
             job->request = request;
+            job->begun = begun;
             job->datastore = m_candidates.Of(request->Who().id);
             job->commitTicket = commitTicket;
             job->ticket = ticket;
@@ -335,6 +339,7 @@ void Operations::WriteCommit(const CommitJobPtr& job)
             }
             job->ticket.reset();
             if (job->errors.empty()) return DeliverCommit(job);
+            m_commitMeter.NotMade();
             job->request->Refuse(ToRpcErrors(job->errors, m_services.schema.Context()));
             // A store whose last page could not be written can't be read until it is opened again: this
             // throws then and ends the process, which restarts with the commits before this one.
@@ -361,7 +366,8 @@ void Operations::DeliverCommit(const CommitJobPtr& job)
         job->request->Ok();
     } else {
         m_services.events.ConfigChanged(changes, job->request->Party(), job->info.comment);
-        m_services.delivery.Deliver(job->written, [job](Delivery::Result result) {
+        m_services.delivery.Deliver(job->written, [this, job](Delivery::Result result) {
+            m_commitMeter.Made(m_services.timers.Now() - job->begun);
             job->request->NoteAcknowledged(std::move(result.acknowledged));
             job->request->Ok(Warnings(result.warnings));
             job->commitTicket.reset();

@@ -3,6 +3,7 @@
 
 #include "agent/clients/clients.h"
 #include "agent/data/errors.h"
+#include "agent/netconf/ha_role.h"
 #include "agent/netconf/operations.h"
 #include "log/log.h"
 
@@ -24,42 +25,13 @@ ClientPtr FindManager(const Clients& clients)
     return nullptr;
 }
 
-const char* Explain(Outcome outcome)
-{
-    return outcome == Outcome::kGone ? "has gone" : "has not answered in time";
-}
-
 }  // namespace
 
 void Operations::HaTransition(const RequestPtr& request)
 {
     const bool active = ChildText(request->Operation(), "role") == "active";
-    slog::Notice("{} makes the processes {}", request->Who().user, active ? "active" : "standby");
-    m_services.state.SetRole(active ? Role::kActive : Role::kStandby);
-    const auto ask = [active](Client& client) {
-        OutgoingRequest outgoing{{ClientMessage::kHaReply, client.NextRequest()}};
-        auto& transition = *outgoing.message->mutable_ha_transition();
-        transition.set_request(outgoing.key.second);
-        transition.set_role(active ? ipc::cdb::HaTransition::ACTIVE : ipc::cdb::HaTransition::STANDBY);
-        return outgoing;
-    };
-    const auto take = [this, request](const std::vector<Answer>& answers) {
-        std::vector<netconf::RpcError> warnings;
-        for (const MissingSubscriber& each : m_services.clients.Missing())
-            warnings.push_back(
-                MakeWarning("the transition: " + each.Name() +
-                            " is disconnected because it did not answer; ask again when it is back"));
-        for (const Answer& answer : answers) {
-            if (answer.outcome == Outcome::kAnswered && answer.message.ha_reply().handled()) continue;
-            const std::string why =
-                answer.outcome == Outcome::kAnswered ? "has not handled it" : Explain(answer.outcome);
-            const std::string text = "the transition: " + answer.client->Name() + " " + why;
-            slog::Error("{}", text);
-            warnings.push_back(MakeWarning(text));
-        }
-        request->Ok(warnings);
-    };
-    RequestAll(m_services.timers, m_services.clients.Ready(), ask, m_services.actionTimeout, take);
+    m_services.ha.Take(active ? cdb::Role::kActive : cdb::Role::kStandby, request->Who().user,
+                       [request](const std::vector<netconf::RpcError>& warnings) { request->Ok(warnings); });
 }
 
 void Operations::SflowResync(const RequestPtr& request)

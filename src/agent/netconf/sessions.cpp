@@ -115,6 +115,7 @@ void Sessions::TurnAway(Session::Socket socket, const ipc::PeerCredentials& peer
                         const std::string& reason)
 {
     slog::Error("{} (process {}) gets no NETCONF session: {}", user, peer.pid, reason);
+    ++m_past.turnedAway;
     if (m_turnedAway >= kMaxTurnedAway) return;  // the socket closes
     ++m_turnedAway;
     const auto closed = [self = std::weak_ptr<Sessions*>(m_self)](const auto&, const std::string&) {

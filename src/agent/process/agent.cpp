@@ -5,6 +5,7 @@
 #include <system_error>
 #include <utility>
 
+#include "agent/process/agent_metrics.h"
 #include "agent/process/streams_state.h"
 #include "base/user.h"
 #include "ipc/frame.h"
@@ -51,7 +52,8 @@ ProcessParty PartyOf(const Client& client) { return {client.Process(), client.Pi
 
 /// Faults are written beside the loop, because the write waits for the disk.
 Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store,
-                                std::weak_ptr<Workbench*> changes, Events& events)
+                                std::weak_ptr<Workbench*> changes, Events& events,
+                                std::function<void(Client&)> tellRole)
 {
     const auto keep = [&store, changes = std::move(changes)](std::vector<cdb::Fault> faults) {
         const auto bench = changes.lock();
@@ -75,8 +77,9 @@ Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store,
         doKeep(std::move(faults));
     };
     Clients::Options result{options.now, options.trust, tellAndKeep, options.clientHelloTimeout};
-    result.onReady = [&events](const Client& client) {
+    result.onReady = [&events, tellRole = std::move(tellRole)](Client& client) {
         events.ProcessConnected(PartyOf(client), client.Version());
+        tellRole(client);
     };
     result.onLost = [&events](const Client& client, const std::string& reason) {
         events.ProcessLost(PartyOf(client), reason);
@@ -94,15 +97,20 @@ Clients::Options ClientsOptions(const AgentOptions& options, cdb::Store& store,
 Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Store& store,
              cdb::Datastore& datastore, Access& access, AgentOptions options)
     : m_loop(loop),
+      m_store(store),
+      m_access(access),
       m_options(WithClock(std::move(options))),
       m_ownTimers(m_options.timers == nullptr ? base::MakeTimers(loop) : nullptr),
       m_timers(m_options.timers == nullptr ? *m_ownTimers : *m_options.timers),
       m_events(loop, schema, m_options.now, m_options.events),
-      m_clients(schema, store, m_timers, ClientsOptions(m_options, store, m_faultBench, m_events)),
+      m_clients(schema, store, m_timers,
+                ClientsOptions(m_options, store, m_faultBench, m_events,
+                               [this](Client& client) { m_ha.Tell(client); })),
       m_callpoints(loop, m_timers, schema.Table(), m_clients,
                    {m_options.callpointTimeout, m_options.callpointTotal}),
       m_delivery(m_timers, schema, m_clients, m_options.ackTimes),
       m_state(loop, m_timers, schema, store, m_clients, access, m_options.stateTimeout),
+      m_ha({m_timers, store, m_clients, m_state, m_changes, m_options.now, m_options.actionTimeout}),
       m_room(loop, m_timers, m_options.answers),
       m_operations({loop, m_timers, schema, store, datastore, m_clients, m_callpoints, m_delivery, m_state,
                     m_changes, m_reads, m_options.now,
@@ -110,7 +118,7 @@ Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Stor
                         return m_sessions.End(session, reason, killer);
                     },
                     m_options.actionTimeout, access, m_room, FilterLimitsOf(m_options.sessions.limits),
-                    m_events}),
+                    m_events, m_ha}),
       m_sessions(m_timers, schema, m_operations, m_reads, access, SessionsOptions(m_options)),
       m_changes(loop),
       m_reads(loop)
@@ -127,6 +135,8 @@ Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Stor
     m_state.Provide("/state/system/candidates", [this](const lysc_node* candidates, StateTree& tree) {
         m_operations.AllCandidates().AddState(candidates, tree);
     });
+    for (const auto& each : {ExpectedProviders(schema.Context()), ExpectedSubscribers(schema.Context())})
+        for (const ExpectedProcess& process : each) m_expected.push_back(process.process);
     m_delivery.TellStuck([this](const Client& client, std::uint64_t commit) {
         m_events.ProcessStuck(PartyOf(client), commit);
     });
@@ -153,6 +163,15 @@ void Agent::Listen()
     listen(m_cdb, "cdb.sock", switchGroup,
            [this](auto socket) { m_clients.Add(ipc::Channel::Create(std::move(socket), m_timers)); });
     listen(m_netconf, "netconf.sock", adminGroup, [this](auto socket) { m_sessions.Add(std::move(socket)); });
+    if (m_options.metrics)
+        m_metrics.emplace(m_loop, m_timers, m_options.metrics->address, m_options.metrics->port,
+                          [this] { return Metrics(); });
+}
+
+std::string Agent::Metrics() const
+{
+    return MetricsText({m_operations.Commits(), m_sessions.Facts(), m_access.Denied(), m_store, m_clients,
+                        m_expected, m_ha.Current()});
 }
 
 /// Leaves an existing directory as it is: it may be for other users.

@@ -11,6 +11,8 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include <boost/asio/io_context.hpp>
 
@@ -21,6 +23,7 @@
 #include "agent/clients/misses.h"
 #include "agent/events/events.h"
 #include "agent/netconf/answer_room.h"
+#include "agent/netconf/ha_role.h"
 #include "agent/netconf/operations.h"
 #include "agent/netconf/sessions.h"
 #include "agent/netconf/workbench.h"
@@ -31,6 +34,8 @@
 #include "cdb/store/store.h"
 #include "ipc/acceptor.h"
 #include "ipc/trust.h"
+#include "metrics/address.h"
+#include "metrics/server.h"
 
 namespace agent {
 
@@ -46,6 +51,7 @@ struct AgentOptions {
     EventLog::Limits events{};
     ipc::Trust trust{"cdbd"};  // of the processes on cdb.sock
     std::chrono::milliseconds clientHelloTimeout{5'000};
+    std::optional<metrics::Address> metrics;  // where they are served
     /// The groups of the sockets; the process's own group if there is none of that name.
     std::string adminGroup = ipc::kAdminGroup;
     std::string switchGroup = ipc::kSwitchGroup;
@@ -68,10 +74,15 @@ public:
     /// directory if it is missing and opens the sockets. Throws std::system_error that names the path.
     void Listen();
 
+    /// What monitoring is told.
+    [[nodiscard]] std::string Metrics() const;
+
 private:
     void MakeRunDirectory(std::optional<std::uint32_t> group) const;
 
     boost::asio::io_context& m_loop;
+    const cdb::Store& m_store;
+    const Access& m_access;
     AgentOptions m_options;
     const std::unique_ptr<base::Timers> m_ownTimers;  // null if the options have some
     base::Timers& m_timers;
@@ -82,12 +93,15 @@ private:
     Callpoints m_callpoints;
     Delivery m_delivery;
     StateSource m_state;
+    HaRole m_ha;
     AnswerRoom m_room;
     Operations m_operations;
     Sessions m_sessions;  // declared after what its requests use
     using Acceptor = ipc::Acceptor<boost::asio::local::stream_protocol>;
     std::optional<Acceptor> m_cdb;
     std::optional<Acceptor> m_netconf;
+    std::vector<std::string> m_expected;  // names of processes that should be connected
+    std::optional<metrics::Server> m_metrics;
     // Destroyed first: their work uses all of the above.
     Workbench m_changes;
     Workbench m_reads;

@@ -156,6 +156,12 @@ Rows RowsFor(ProgramOptions& to)
              [&to](const std::string& option, const std::string& text) {
                  to.idleTimeout = std::chrono::seconds(text == "0" ? 0 : Number(option, text, 1));
              });
+    rows.Add("metrics", "ADDRESS:PORT", "serve metrics at this loopback address, such as 127.0.0.1:16344",
+             [&to](const std::string& option, const std::string& text) {
+                 auto address = metrics::ToAddress(text);
+                 if (!address) throw UsageError("option " + option + ": \"" + text + "\" " + address.error());
+                 to.metrics = *std::move(address);
+             });
     return rows;
 }
 

@@ -8,11 +8,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "agent/clients/misses.h"
 #include "base/environment.h"
+#include "metrics/address.h"
 
 namespace agent {
 
@@ -43,8 +45,9 @@ struct ProgramOptions {
     std::chrono::seconds idleTimeout{0};  // 0: no limit
     std::string adminGroup;
     std::string switchGroup;
-    std::vector<std::string> allow;    // each a role and its users; see ipc/trust.h
-    std::filesystem::path accessFile;  // empty: the default rules
+    std::vector<std::string> allow;           // each a role and its users; see ipc/trust.h
+    std::optional<metrics::Address> metrics;  // where they are served
+    std::filesystem::path accessFile;         // empty: the default rules
     bool help = false;
     bool version = false;
 };

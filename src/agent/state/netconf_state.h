@@ -50,7 +50,8 @@ struct NetconfFacts {
     std::uint32_t inBadHellos = 0;
     std::uint32_t inSessions = 0;
     std::uint32_t droppedSessions = 0;
-    NetconfCounters counters;  // of all sessions since the start
+    std::uint64_t turnedAway = 0;  // clients that got no session
+    NetconfCounters counters;      // of all sessions since the start
 };
 
 /// Fills in what is wanted of /netconf-state.

@@ -145,7 +145,8 @@ void StateSource::AddSystem(StateSelections& selections, StateTree& tree) const
     if (!wanted) return;
     SystemState system(m_schema.Context(), m_system, tree);
     if (wanted->Has("version")) system.AddVersion();
-    if (wanted->Has("process")) system.AddProcesses(m_clients, m_role);
+    if (wanted->Has("role") || wanted->Has("role-since") || wanted->Has("role-by")) system.AddRole(m_role);
+    if (wanted->Has("process")) system.AddProcesses(m_clients);
     if (wanted->Has("fault")) system.AddFaults(m_store);
     if (wanted->Has("history")) system.AddHistory(m_store, m_unconfirmed ? m_unconfirmed() : std::nullopt);
     if (wanted->Has("access")) system.AddDenials(m_access.Denied());

@@ -66,8 +66,8 @@ public:
     using AddOwn = std::function<void(const lysc_node* container, StateTree& tree)>;
     void Provide(const std::string& path, AddOwn add);
 
-    /// The role that the processes were last told to take.
-    void SetRole(Role role) { m_role = role; }
+    /// The node's role in a redundant pair.
+    void SetRole(cdb::NodeRole role) { m_role = std::move(role); }
 
 private:
     /// A question that a client has not answered in time.
@@ -101,7 +101,7 @@ private:
     const Clients& m_clients;
     const Access& m_access;
     std::chrono::milliseconds m_timeout;
-    Role m_role = Role::kUnknown;
+    cdb::NodeRole m_role;
     std::function<NetconfFacts()> m_netconfFacts;
     std::function<std::optional<PendingConfirmation>()> m_unconfirmed;
     const lysc_node* m_system;

@@ -24,7 +24,7 @@ namespace {
 constexpr std::size_t kFaultsShown = 1000;
 constexpr std::size_t kCommitsShown = 1000;
 
-const char* RoleName(Role role)
+const char* RoleName(cdb::Role role)
 {
     static constexpr std::array kNames{"unknown", "active", "standby"};
     return kNames.at(static_cast<std::size_t>(role));
@@ -94,25 +94,34 @@ void SystemState::AddVersion()
     Leaf(m_tree.At(m_system), SchemaChild(m_system, "version"), base::Version());
 }
 
-void SystemState::AddProcesses(const Clients& clients, Role role)
+void SystemState::AddRole(const cdb::NodeRole& role)
+{
+    StateTree::Node& system = m_tree.At(m_system);
+    Leaf(system, SchemaChild(m_system, "role"), RoleName(role.role));
+    if (role.role == cdb::Role::kUnknown) return;
+    Leaf(system, SchemaChild(m_system, "role-since"), DateAndTime(role.sinceUs));
+    Leaf(system, SchemaChild(m_system, "role-by"), role.user);
+}
+
+void SystemState::AddProcesses(const Clients& clients)
 {
     std::multimap<Keys, std::function<void()>>
         sorted;  // the connected ones before the others of the same keys
     for (const ClientPtr& client : clients.Greeted())
-        sorted.emplace(KeysOf(*client), [this, client, role] { AddProcess(*client, role); });
+        sorted.emplace(KeysOf(*client), [this, client] { AddProcess(*client); });
     for (const MissingSubscriber& missing : clients.Missing())
-        sorted.emplace(KeysOf(missing), [this, &missing, role] { AddMissing(missing, role); });
+        sorted.emplace(KeysOf(missing), [this, &missing] { AddMissing(missing); });
     for (const auto& [keys, add] : sorted) add();
 }
 
-void SystemState::AddMissing(const MissingSubscriber& missing, Role role)
+void SystemState::AddMissing(const MissingSubscriber& missing)
 {
     static constexpr const char* kList = "process";
     const auto [name, pid] = KeysOf(missing);
     StateTree::Node* entry = Entry(kList, {name, pid});
     if (entry == nullptr) return;  // it is connecting again
     if (!missing.version.empty()) Leaf(*entry, kList, "version", missing.version);
-    Leaf(*entry, kList, "role", RoleName(role));
+    Leaf(*entry, kList, "role", RoleName(cdb::Role::kUnknown));
     Leaf(*entry, kList, "state", "disconnected");
     AddHealth(*entry, missing.misses, missing.acknowledgedUs);
 }
@@ -126,7 +135,7 @@ void SystemState::AddHealth(StateTree::Node& entry, const Misses& misses, std::i
     if (acknowledgedUs != 0) Leaf(entry, kList, "last-acknowledgement", DateAndTime(acknowledgedUs));
 }
 
-void SystemState::AddProcess(const Client& client, Role role)
+void SystemState::AddProcess(const Client& client)
 {
     static constexpr const char* kList = "process";
     const auto [name, pid] = KeysOf(client);
@@ -134,7 +143,7 @@ void SystemState::AddProcess(const Client& client, Role role)
     if (entry == nullptr) return;  // a process may have several connections
     if (!client.Version().empty()) Leaf(*entry, kList, "version", client.Version());
     Leaf(*entry, kList, "connected-since", DateAndTime(client.ConnectedUs()));
-    Leaf(*entry, kList, "role", RoleName(role));
+    Leaf(*entry, kList, "role", RoleName(client.TakenRole()));
     Leaf(*entry, kList, "state", PhaseName(client));
     if (!client.Subscriptions().empty()) AddHealth(*entry, client.Missed(), client.AcknowledgedUs());
     std::set<std::string> paths;

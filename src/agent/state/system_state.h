@@ -23,9 +23,6 @@ struct lysc_node;
 
 namespace agent {
 
-/// The role of this node in a redundant pair, as the processes were last told.
-enum class Role : std::uint8_t { kUnknown, kActive, kStandby };
-
 /// A confirmed commit that waits for its confirmation (RFC 6241, section 8.4).
 struct PendingConfirmation {
     std::uint64_t returnTo = 0;  // the commit whose configuration comes back without one
@@ -46,15 +43,16 @@ public:
 
     /// That of cdbd.
     void AddVersion();
-    void AddProcesses(const Clients& clients, Role role);
+    void AddRole(const cdb::NodeRole& role);
+    void AddProcesses(const Clients& clients);
     void AddFaults(const cdb::Store& store);
     /// The commits, the checkpoints, and the confirmed commit that waits, if one does.
     void AddHistory(const cdb::Store& store, const std::optional<PendingConfirmation>& pending);
     void AddDenials(const Access::Denials& denials);
 
 private:
-    void AddProcess(const Client& client, Role role);
-    void AddMissing(const MissingSubscriber& missing, Role role);
+    void AddProcess(const Client& client);
+    void AddMissing(const MissingSubscriber& missing);
     void AddHealth(StateTree::Node& entry, const Misses& misses, std::int64_t acknowledgedUs);
     void AddFault(const cdb::Fault& fault);
     void AddPending(StateTree::Node& history, const lysc_node* schema, const PendingConfirmation& pending);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the store keeps beside the rows: a commit's entry in the history, the checkpoints, the confirmed
-// commit that waits, and the faults of processes.
+// commit that waits, the node's role, and the faults of processes.
 
 #ifndef CDB_MODEL_HISTORY_H
 #define CDB_MODEL_HISTORY_H
@@ -54,6 +54,16 @@ struct PendingCommit {
     std::string user{};                // who has made the first one
     std::string persistId{};           // the token that confirms it; empty: it ends with its session
     friend bool operator==(const PendingCommit&, const PendingCommit&) = default;
+};
+
+/// The role of this node in a redundant pair.
+enum class Role : std::uint8_t { kUnknown, kActive, kStandby };
+
+struct NodeRole {
+    Role role = Role::kUnknown;  // unknown: none has been asked for
+    std::int64_t sinceUs = 0;    // when it was asked for first, since the epoch
+    std::string user{};          // who has asked
+    friend bool operator==(const NodeRole&, const NodeRole&) = default;
 };
 
 /// A fault that a process has reported of itself.

@@ -231,6 +231,23 @@ std::optional<PendingCommit> PendingCommitOf(std::string_view payload)
                          message.timeout_seconds(), message.user(), message.persist_id()};
 }
 
+std::string ToBytes(const NodeRole& role)
+{
+    stored::NodeRole message;
+    message.set_role(static_cast<std::uint32_t>(role.role));
+    message.set_since_us(role.sinceUs);
+    message.set_user(role.user);
+    return message.SerializeAsString();
+}
+
+std::optional<NodeRole> NodeRoleOf(std::string_view payload)
+{
+    stored::NodeRole message;
+    if (!Parse(payload, message) || message.role() > static_cast<std::uint32_t>(Role::kStandby))
+        return std::nullopt;
+    return NodeRole{static_cast<Role>(message.role()), message.since_us(), message.user()};
+}
+
 std::optional<Fault> FaultOf(std::string_view payload)
 {
     stored::Fault message;

@@ -27,6 +27,7 @@ inline constexpr std::string_view kCommitKey = "commit";
 inline constexpr std::string_view kFingerprintKey = "schema-fingerprint";
 inline constexpr std::string_view kHistoryBytesKey = "history-bytes";
 inline constexpr std::string_view kPendingCommitKey = "pending-commit";
+inline constexpr std::string_view kNodeRoleKey = "node-role";
 
 /// The bytes of an undo in one value: with its heads it fills exactly one page of the file, so that any free
 /// page will do.
@@ -62,6 +63,7 @@ std::string ToBytes(const Fault& fault);
 /// The checkpoint without its name, which is the key.
 std::string ToBytes(const Checkpoint& checkpoint);
 std::string ToBytes(const PendingCommit& pending);
+std::string ToBytes(const NodeRole& role);
 
 /// Reads a row into one that may have been used before, and reuses its memory. Returns false if the bytes are
 /// no row; `row` is then unspecified.
@@ -78,6 +80,8 @@ std::optional<StoredHistoryEntry> HistoryEntryOf(std::string_view payload);
 bool ReadUndo(std::string_view payload, HistoryEntry& entry);
 std::optional<Checkpoint> CheckpointOf(std::string_view name, std::string_view payload);
 std::optional<PendingCommit> PendingCommitOf(std::string_view payload);
+/// Nullopt also for a role that is not known here.
+std::optional<NodeRole> NodeRoleOf(std::string_view payload);
 std::optional<Fault> FaultOf(std::string_view payload);
 
 /// Row keys under one schema: "/config/oam/sflow/interface" NUL, then each key NUL.

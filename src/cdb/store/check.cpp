@@ -284,6 +284,8 @@ StoreFigures ReadRecords(const std::filesystem::path& directory, CheckDepth dept
     const auto pending = environment.Meta(reading->transaction, codec::kPendingCommitKey);
     if (pending && !codec::PendingCommitOf(*pending))
         throw DamagedRecord("its record of the commit that waits for its confirmation can't be read");
+    const auto role = environment.Meta(reading->transaction, codec::kNodeRoleKey);
+    if (role && !codec::NodeRoleOf(*role)) throw DamagedRecord("its record of the node's role can't be read");
     const auto commit = environment.Meta(reading->transaction, codec::kCommitKey);
     figures.commit = commit ? codec::NumberOf(*commit).value_or(0) : 0;
     figures.historyBytes = history::CountBytes(environment, reading->transaction);

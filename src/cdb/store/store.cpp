@@ -288,6 +288,24 @@ std::uint64_t Store::HistoryBytes() const
                   : history::CountBytes(environment, reading->transaction);
 }
 
+StoreSize Store::Size() const
+{
+    auto& environment = *m_impl->environment;
+    StoreSize size;
+    size.commit = LastCommit();
+    size.historyBytes = HistoryBytes();
+    const auto reading = environment.BeginReading();
+    MDB_stat history{};
+    MDB_envinfo info{};
+    int code = mdb_stat(reading->transaction, environment.history, &history);
+    if (code == 0) code = mdb_env_info(environment.Handle(), &info);
+    if (code != 0) environment.Fail("reading", code);
+    size.historyEntries = history.ms_entries;
+    size.bytes = (info.me_last_pgno + 1) * history.ms_psize;
+    size.limit = info.me_mapsize;
+    return size;
+}
+
 base::expected<Checkpoint, Error> Store::SetCheckpoint(Checkpoint checkpoint, bool replace)
 {
     const auto& options = m_impl->options;
@@ -354,6 +372,21 @@ std::optional<Error> Store::SetPending(const std::optional<PendingCommit>& pendi
 {
     return m_impl->Write("noting the commit that waits for its confirmation",
                          [&](WriteTransaction& write) { PutPending(write, *m_impl->environment, pending); });
+}
+
+NodeRole Store::RoleOfNode() const
+{
+    auto& environment = *m_impl->environment;
+    const auto reading = environment.BeginReading();
+    const auto record = environment.Meta(reading->transaction, codec::kNodeRoleKey);
+    return (record ? codec::NodeRoleOf(*record) : std::nullopt).value_or(NodeRole{});
+}
+
+std::optional<Error> Store::SetRoleOfNode(const NodeRole& role)
+{
+    return m_impl->Write("noting the node's role", [&](WriteTransaction& write) {
+        write.Put(m_impl->environment->meta, codec::kNodeRoleKey, codec::ToBytes(role));
+    });
 }
 
 std::optional<Error> Store::AddFaults(std::vector<Fault> faults)

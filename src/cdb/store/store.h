@@ -109,6 +109,8 @@ public:
     /// The bytes that the history's limit counts.
     [[nodiscard]] std::uint64_t HistoryBytes() const;
 
+    [[nodiscard]] StoreSize Size() const;
+
     /// Marks the last commit by the checkpoint's name, durably, and returns the checkpoint with the commit's
     /// number. kDataExists if there is one of that name that is not to be replaced; kResourceDenied beyond
     /// checkpointLimit.
@@ -124,6 +126,11 @@ public:
     [[nodiscard]] std::optional<PendingCommit> Pending() const;
     /// Replaces the record, durably, without a commit.
     [[nodiscard]] std::optional<Error> SetPending(const std::optional<PendingCommit>& pending);
+
+    /// The node's role in a redundant pair; kUnknown if none has been set.
+    [[nodiscard]] NodeRole RoleOfNode() const;
+    /// Replaces the record, durably, without a commit.
+    [[nodiscard]] std::optional<Error> SetRoleOfNode(const NodeRole& role);
 
     /// Stores them durably, together, and gives them their numbers. Texts are cut to 4096 bytes; the oldest
     /// faults beyond faultLimit are dropped.

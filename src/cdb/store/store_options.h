@@ -32,6 +32,15 @@ struct StoreFigures {
     std::uint64_t mapSize = 0;
 };
 
+/// What a store takes, as can be told at any time at little cost.
+struct StoreSize {
+    std::uint64_t commit = 0;  // the last one
+    std::uint64_t bytes = 0;   // of the file
+    std::uint64_t limit = 0;   // of the file
+    std::uint64_t historyEntries = 0;
+    std::uint64_t historyBytes = 0;
+};
+
 }  // namespace cdb
 
 #endif

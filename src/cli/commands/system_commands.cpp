@@ -13,7 +13,7 @@ namespace {
 
 void ShowProcesses(Call& call)
 {
-    ShowState(call, "<system><process/></system>",
+    ShowState(call, "<system><role/><role-since/><role-by/><process/></system>",
               [&](const lyd_node* state) { return ProcessesText(state, call.width); });
 }
 

@@ -20,12 +20,26 @@ std::string AgeText(std::uint64_t seconds)
     return std::to_string(seconds / kDay) + " d ago";
 }
 
+namespace {
+
+/// Lines about the node's role and an empty one; nothing where none has been asked for.
+std::string RoleText(const Children& system)
+{
+    const std::string role = system.Value("role");
+    if (role != "active" && role != "standby") return {};
+    return "This node is " + role + " since " + system.Time("role-since") + ".\nThe role was asked for by " +
+           system.Value("role-by") + ".\n\n";
+}
+
+}  // namespace
+
 std::string ProcessesText(const lyd_node* state, std::size_t width)
 {
     TextTable table({"Name", {"Process", 1}, "State", {"Role", 2}, {"Missed", 3}, {"Since", 4}});
     TextTable times({"Name", {"Process", 2}, {"Connected since", 1}, "Last acknowledgement"});
     TextTable uses({"Name", {"Process", 1}, "Subscription or callpoint"});
-    Children(state).Of("system").ForEach("process", [&](const lyd_node* node) {
+    const Children system = Children(state).Of("system");
+    system.ForEach("process", [&](const lyd_node* node) {
         const Children process(node);
         const std::string name = process.Value("name");
         const std::string pid = process.Value("pid");
@@ -38,8 +52,9 @@ std::string ProcessesText(const lyd_node* state, std::size_t width)
         for (const char* use : {"subscription", "callpoint"})
             process.ForEach(use, [&](const lyd_node* each) { uses.Add({name, pid, lyd_get_value(each)}); });
     });
-    if (table.Empty()) return "No process is connected to the database.\n";
-    return table.Text(0, width) + "\n" + times.Text(0, width) +
+    const std::string role = RoleText(system);
+    if (table.Empty()) return role + "No process is connected to the database.\n";
+    return role + table.Text(0, width) + "\n" + times.Text(0, width) +
            (uses.Empty() ? "" : "\n" + uses.Text(0, width));
 }
 

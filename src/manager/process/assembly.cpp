@@ -38,13 +38,14 @@
 #include "manager/settings/configured_store.h"
 #include "manager/settings/own_settings.h"
 #include "manager/settings/settings_follower.h"
-#include "manager/status/metrics_server.h"
+#include "manager/status/metrics_text.h"
 #include "manager/status/problem_watch.h"
 #include "manager/status/state_answer.h"
 #include "manager/status/state_provider.h"
 #include "manager/status/state_wanted.h"
 #include "manager/status/traffic_rates.h"
 #include "manager/status/view.h"
+#include "metrics/server.h"
 #include "net/counters/counters.h"
 #include "net/monitor/monitor.h"
 
@@ -192,7 +193,7 @@ private:
     TrafficRates m_rates;
     ProblemWatch m_problems;
     StateProvider m_provider;
-    std::unique_ptr<MetricsServer> m_metrics;
+    std::unique_ptr<metrics::Server> m_metrics;
 };
 
 Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, const std::string& directory)
@@ -263,9 +264,9 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
             "once, so estimates of frames and bytes are too low where there are such packets: {}",
             m_source.status.reason);
     if (options.metrics)
-        m_metrics =
-            std::make_unique<MetricsServer>(loop, *m_timers, options.metrics->address, options.metrics->port,
-                                            [this] { return MetricsText(View(Sources())); });
+        m_metrics = std::make_unique<metrics::Server>(
+            loop, *m_timers, options.metrics->address, options.metrics->port,
+            [this] { return MetricsText(View(Sources()), m_problems.Known()); });
     m_monitor.Start();
     m_reconciler.SetSource(m_source.source.get(), m_source.status);
     Confine(options);

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "manager/process/options.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -54,38 +52,11 @@ std::size_t ToRingSize(const std::string& value)
                             "\" is no size; use bytes from 64k to 1024M, with k or M behind the number");
 }
 
-/// 127.0.0.0/8 and ::1.
-bool IsLoopback(const std::string& address, bool version6)
+metrics::Address ToMetricsAddress(std::string_view value)
 {
-    in6_addr six{};
-    if (version6) return ::inet_pton(AF_INET6, address.c_str(), &six) == 1 && IN6_IS_ADDR_LOOPBACK(&six);
-    in_addr four{};
-    return ::inet_pton(AF_INET, address.c_str(), &four) == 1 && ::ntohl(four.s_addr) >> 24U == 127U;
-}
-
-bool IsAddress(const std::string& address, bool version6)
-{
-    in6_addr any{};
-    return ::inet_pton(version6 ? AF_INET6 : AF_INET, address.c_str(), &any) == 1;
-}
-
-MetricsAddress ToMetricsAddress(std::string_view value)
-{
-    const std::size_t colon = value.rfind(':');
-    std::string_view host = value.substr(0, std::min(colon, value.size()));
-    const bool version6 = host.starts_with('[') && host.ends_with(']') && host.size() > 2;
-    if (version6) host = host.substr(1, host.size() - 2);
-    const std::string address(host);
-    const auto port = colon == std::string_view::npos
-                          ? std::nullopt
-                          : base::ToNumber<std::uint16_t>(value.substr(colon + 1));
-    if (!port || *port == 0 || !IsAddress(address, version6))
-        Refuse("metrics", value, "is no address with a port; use 127.0.0.1:PORT or [::1]:PORT");
-    if (!IsLoopback(address, version6))
-        Refuse("metrics", value,
-               "can be reached from elsewhere, and metrics have no access control; use 127.0.0.1:PORT or "
-               "[::1]:PORT, and a proxy for others");
-    return {address, *port};
+    auto address = metrics::ToAddress(value);
+    if (!address) Refuse("metrics", value, address.error());
+    return *std::move(address);
 }
 
 std::chrono::seconds ToResyncAfter(std::string_view value)
@@ -145,7 +116,7 @@ base::Options OptionsFor(Options& to)
         "have everything sent again so long after the last change, so that what is in effect is what is "
         "configured (10; 0: never)");
     add("metrics", "ADDRESS:PORT", to.metrics, ToMetricsAddress,
-        "serve metrics at this loopback address, such as 127.0.0.1:9100 or [::1]:9100");
+        "serve metrics at this loopback address, such as 127.0.0.1:16343 or [::1]:16343");
     return described;
 }
 

@@ -12,15 +12,9 @@
 #include <vector>
 
 #include "manager/service/operation.h"
+#include "metrics/address.h"
 
 namespace manager {
-
-/// Where metrics are served: an address of the loopback interface, IPv4 or IPv6.
-struct MetricsAddress {
-    std::string address;
-    std::uint16_t port = 0;
-    friend bool operator==(const MetricsAddress&, const MetricsAddress&) = default;
-};
 
 struct Options {
     std::string journal;             // empty: none
@@ -34,7 +28,7 @@ struct Options {
     std::size_t ringSize = 0;              // bytes; 0: the source's default
     bool expediteRcu = false;              // while many interfaces are attached or detached
     std::chrono::seconds resyncAfter{10};  // from the last operation of a session; 0: never
-    std::optional<MetricsAddress> metrics;
+    std::optional<metrics::Address> metrics;
     bool help = false;
     bool version = false;
 };

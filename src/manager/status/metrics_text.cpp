@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the server of the metrics serves.
+#include "manager/status/metrics_text.h"
 
 #include <algorithm>
 #include <chrono>
@@ -10,72 +10,12 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
-#include "manager/status/metrics_server.h"
 #include "manager/status/view.h"
+#include "metrics/text.h"
 
 namespace manager {
 namespace {
-
-/// Bytes that are no UTF-8 become U+FFFD: one of them would spoil all metrics for the reader.
-std::string Readable(std::string_view value)
-{
-    using Json = nlohmann::json;
-    if (std::all_of(value.begin(), value.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
-        return std::string(value);
-    return Json::parse(Json(value).dump(-1, ' ', false, Json::error_handler_t::replace)).get<std::string>();
-}
-
-/// A label's value: what would end it is escaped.
-std::string Escaped(std::string_view value)
-{
-    std::string text;
-    for (const char c : Readable(value)) {
-        if (c == '\\' || c == '"') text += '\\';
-        if (c == '\n')
-            text += "\\n";
-        else
-            text += c;
-    }
-    return text;
-}
-
-/// name="value"
-std::string Label(std::string_view name, std::string_view value)
-{
-    return fmt::format("{}=\"{}\"", name, Escaped(value));
-}
-
-class Exposition {
-public:
-    /// Begins a family: all its lines stand together. `type` is "counter" or "gauge".
-    void Family(std::string_view name, std::string_view type, std::string_view help)
-    {
-        m_name = name;
-        fmt::format_to(std::back_inserter(m_text), "# HELP {0} {2}\n# TYPE {0} {1}\n", name, type, help);
-    }
-    void Line(std::string_view labels, std::uint64_t value)
-    {
-        if (labels.empty())
-            fmt::format_to(std::back_inserter(m_text), "{} {}\n", m_name, value);
-        else
-            fmt::format_to(std::back_inserter(m_text), "{}{{{}}} {}\n", m_name, labels, value);
-    }
-    /// Seconds since the epoch, to the millisecond; no line if it has never been.
-    void Line(std::string_view labels, const std::optional<WallTime>& time)
-    {
-        if (!time) return;
-        const auto ms = std::chrono::floor<std::chrono::milliseconds>(time->time_since_epoch()).count();
-        fmt::format_to(std::back_inserter(m_text), "{}{{{}}} {}.{:03}\n", m_name, labels, ms / 1000,
-                       ms % 1000);
-    }
-    std::string Take() { return std::move(m_text); }
-
-private:
-    std::string_view m_name;
-    std::string m_text;
-};
 
 /// A family that has one line for each thing.
 template <typename Thing>
@@ -89,8 +29,9 @@ struct Row {
 using Interface = View::Interface;
 using Collector = View::Collector;
 
-constexpr const char* kCounter = "counter";
-constexpr const char* kGauge = "gauge";
+using metrics::kCounter;
+using metrics::kGauge;
+using metrics::Label;
 
 const Row<Interface> kInterfaceRows[] = {
     {"sflow_interface_present", kGauge, "Whether a kernel interface has that name.",
@@ -131,7 +72,7 @@ const Row<Collector> kCollectorRows[] = {
      [](const Collector& of) { return of.stream.errors; }},
 };
 
-void PutManager(const ManagerStatus& manager, Exposition& text)
+void PutManager(const ManagerStatus& manager, metrics::Text& text)
 {
     text.Family("sflow_manager_session_loaded", kGauge,
                 "Whether the configuration daemon is connected and has said all.");
@@ -161,7 +102,7 @@ std::vector<std::string> Labels(const char* name, const std::vector<Thing>& thin
 
 template <typename Thing, std::size_t count>
 void PutRows(const Row<Thing> (&rows)[count], const std::vector<Thing>& things,
-             const std::vector<std::string>& labels, Exposition& text)
+             const std::vector<std::string>& labels, metrics::Text& text)
 {
     for (const auto& row : rows) {
         text.Family(row.name, row.type, row.help);
@@ -169,7 +110,7 @@ void PutRows(const Row<Thing> (&rows)[count], const std::vector<Thing>& things,
     }
 }
 
-void PutInterfaces(const std::vector<Interface>& interfaces, Exposition& text)
+void PutInterfaces(const std::vector<Interface>& interfaces, metrics::Text& text)
 {
     if (interfaces.empty()) return;
     const auto labels = Labels("interface", interfaces);
@@ -194,7 +135,7 @@ void PutInterfaces(const std::vector<Interface>& interfaces, Exposition& text)
         text.Line(labels[i], interfaces[i].status.lastCounters);
 }
 
-void PutCollectors(const std::vector<Collector>& collectors, Exposition& text)
+void PutCollectors(const std::vector<Collector>& collectors, metrics::Text& text)
 {
     if (collectors.empty()) return;
     const auto labels = Labels("collector", collectors);
@@ -219,7 +160,7 @@ void PutCollectors(const std::vector<Collector>& collectors, Exposition& text)
         text.Line(labels[i], collectors[i].stream.lastErrorTime);
 }
 
-void PutDrops(const DiscardSource& source, const std::vector<DropsAtInterface>& drops, Exposition& text)
+void PutDrops(const DiscardSource& source, const std::vector<DropsAtInterface>& drops, metrics::Text& text)
 {
     text.Family("sflow_drops_watched", kGauge, "Whether discarded packets are looked at.");
     text.Line("", std::uint64_t{source.running});
@@ -237,6 +178,22 @@ void PutDrops(const DiscardSource& source, const std::vector<DropsAtInterface>& 
     for (std::size_t i = 0; i < drops.size(); ++i) text.Line(labels[i], drops[i].untold);
 }
 
+/// Each problem has the labels of all subjects; those that do not apply are empty, which is to have none.
+void PutProblems(const std::optional<std::vector<Problem>>& problems, metrics::Text& text)
+{
+    text.One("sflow_problems_known", kGauge,
+             "Whether problems have been looked for; not before the database is connected.",
+             std::uint64_t{problems.has_value()});
+    if (!problems || problems->empty()) return;
+    text.Family("sflow_problem", kGauge, "What is wrong, off or idle; always 1.");
+    for (const Problem& problem : *problems)
+        text.Line(Label("severity", Name(SeverityOf(problem.reason))) + ',' +
+                      Label("reason", Name(problem.reason)) + ',' +
+                      Label("interface", problem.subject == Subject::kInterface ? problem.name : "") + ',' +
+                      Label("collector", problem.subject == Subject::kCollector ? problem.name : ""),
+                  1U);
+}
+
 /// Each entry with its numbers, which are read once for all its lines.
 template <typename Thing, typename Entries>
 std::vector<Thing> Look(const View& view, const Entries& entries)
@@ -249,13 +206,15 @@ std::vector<Thing> Look(const View& view, const Entries& entries)
 
 }  // namespace
 
-std::string MetricsText(const View& view)
+std::string MetricsText(const View& view, const std::optional<std::vector<Problem>>& problems)
 {
-    Exposition text;
+    metrics::Text text;
+    text.BuildInfo("sflow_manager");
     PutManager(view.Manager(), text);
     PutCollectors(Look<Collector>(view, view.Table().AllCollectors()), text);
     PutInterfaces(Look<Interface>(view, view.Table().AllInterfaces()), text);
     PutDrops(view.Manager().discards, view.Drops(), text);
+    PutProblems(problems, text);
     return text.Take();
 }
 

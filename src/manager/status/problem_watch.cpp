@@ -64,8 +64,18 @@ void ProblemWatch::Start()
     Rest();
 }
 
+std::optional<std::vector<Problem>> ProblemWatch::Known() const
+{
+    if (!m_known) return std::nullopt;
+    std::vector<Problem> problems;
+    problems.reserve(m_told.size());
+    for (const auto& [subject, name, reason] : m_told) problems.push_back({subject, name, reason, {}});
+    return problems;
+}
+
 void ProblemWatch::Stop()
 {
+    m_known = false;
     m_timer.reset();
     m_walk.reset();
 }
@@ -113,6 +123,7 @@ void ProblemWatch::End()
         if (!m_seen.contains(key))
             m_changes.push_back({false, {std::get<0>(key), std::get<1>(key), std::get<2>(key), {}}});
     m_told.swap(m_seen);
+    m_known = true;
     if (!m_changes.empty()) m_tell(m_changes);
 }
 

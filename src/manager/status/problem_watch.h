@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <tuple>
@@ -65,6 +66,10 @@ public:
     void Start();
     void Stop();
 
+    /// The problems that there were at the last look, without their texts; nullopt before the first one and
+    /// once it is stopped.
+    [[nodiscard]] std::optional<std::vector<Problem>> Known() const;
+
 private:
     using Key = std::tuple<Subject, std::string, Reason>;
 
@@ -76,6 +81,7 @@ private:
     const Begin m_begin;
     const Tell m_tell;
     std::set<Key> m_told;
+    bool m_known = false;
     std::unique_ptr<ProblemWalk> m_walk;  // while it looks
     std::chrono::steady_clock::duration m_work{0};
     std::set<Key> m_seen;

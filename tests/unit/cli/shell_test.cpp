@@ -199,7 +199,7 @@ TEST(Shell, SaysWhyItCannotConnectOrLoad)
     EXPECT_FALSE(shell.Run("monitor events"));
     EXPECT_THAT(err.str(),
                 HasSubstr("error: commit: can't connect to /nowhere/netconf.sock: No such file or directory; "
-                          "is cdbd running?\n"));
+                          "is cdbd running? "));
     EXPECT_THAT(err.str(), HasSubstr("error: monitor events: no modules\n"));
     EXPECT_TRUE(shell.Run("help commit"));
     EXPECT_THAT(out.str(), StartsWith("  commit [comment TEXT] [| json]\n"));
@@ -260,7 +260,8 @@ TEST(ShowState, AsksForItsPartOnly)
                             filtered("<oam><sflow><collector/></sflow></oam>"),
                             filtered("<oam><sflow><interface/></sflow></oam>"),
                             filtered("<oam><sflow><manager><session/></manager><problem/></sflow></oam>"),
-                            filtered("<system><process/></system>"), filtered("<system><fault/></system>"),
+                            filtered("<system><role/><role-since/><role-by/><process/></system>"),
+                            filtered("<system><fault/></system>"),
                             filtered("<system><version/><process><name/><version/></process></system>")));
 }
 

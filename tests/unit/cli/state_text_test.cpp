@@ -61,6 +61,18 @@ TEST(ProcessesText, FitsWhereANameIsLong)
     for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 79U) << line;
 }
 
+TEST(ProcessesText, BeginsWithTheNodesRole)
+{
+    const auto shown = [](const std::string& role) {
+        return cli::ProcessesText(FromJson(R"({"switch-state:state":{"system":{)" + role + "}}}").get(), 79);
+    };
+    EXPECT_EQ(shown(R"("role":"standby","role-since":"2026-11-21T05:00:00.123456Z","role-by":"keepalived")"),
+              "This node is standby since 2026-11-21T05:00:00Z.\n"
+              "The role was asked for by keepalived.\n\n"
+              "No process is connected to the database.\n");
+    EXPECT_EQ(shown(R"("role":"unknown")"), "No process is connected to the database.\n");
+}
+
 TEST(AgeText, IsInTheUnitThatTellsEnough)
 {
     const struct {

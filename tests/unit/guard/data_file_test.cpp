@@ -91,6 +91,8 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"UnqualifiedOperation", Xml("<agent operation='delete'/>"), "line 2, column 1", "nc:operation"},
         Case{"DocumentType", "<!DOCTYPE a><a/>", "line 1, column 3", "not well-formed"},
         Case{"ManyUnknown", Times(2'000, "<a xmlns='urn:x'/>"), "line 1, column 1", "urn:x"},
+        Case{"ConfigWithoutNamespace", "<config/>", "line 1, column 1",
+             "element \"config\" has no namespace; give it the namespace \"urn:switch:yang:switch-config\""},
         Case{"State", "<state xmlns='urn:switch:yang:switch-state'/>", "line 1, column 1", "is state"}),
     Name);
 

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -63,6 +64,17 @@ protected:
             message.mutable_state_reply()->set_request(request);
             provider.Send(message);
         }
+    }
+
+    /// The node's and then each process's.
+    std::vector<std::string> Roles()
+    {
+        const std::string data = m_client.Call(netconf::Get(kSystem)).data;
+        const std::regex role("<role>([a-z]+)</role>");
+        std::vector<std::string> roles;
+        for (std::sregex_iterator at(data.begin(), data.end(), role); at != std::sregex_iterator(); ++at)
+            roles.push_back((*at)[1]);
+        return roles;
     }
 
     World m_world{Options()};
@@ -145,7 +157,7 @@ TEST_F(State, OfTheProcessesIsOurOwn)
                 testing::MatchesRegex(
                     "<state "
                     "xmlns=\"urn:switch:yang:switch-state\"><system><version>[0-9.]+</"
-                    "version><process><name>app</name><pid>" +
+                    "version><role>unknown</role><process><name>app</name><pid>" +
                     std::to_string(::getpid()) +
                     "</pid><connected-since>2001-09-[0-9]+T[0-9]+:[0-9]+:40.123456[0-9:+Z-]+</"
                     "connected-since><role>unknown</role>"
@@ -310,6 +322,37 @@ TEST_F(State, OfASilentProviderIsAskedForAgainAfterHalfAMinute)
     EXPECT_THAT(Served(*provider, {kAgentPart}).data, HasSubstr("192.0.2.1"));
 }
 
+TEST_F(State, TellsAProcessTheRoleThatItHasMissed)
+{
+    m_client.Call(netconf::HaTransition("standby"));
+    Process late(m_world, "late");
+    late.Ready();
+    EXPECT_EQ(Roles(), (std::vector<std::string>{"standby", "unknown"}));
+    EXPECT_EQ(AnswerTransition(late, true), ipc::cdb::HaTransition::STANDBY);
+    EXPECT_EQ(Roles(), (std::vector<std::string>{"standby", "standby"}));
+}
+
+TEST_F(State, TakesNoRoleOfAProcessThatAnswersWhatItWasToldBefore)
+{
+    Process slow(m_world, "slow");
+    slow.Ready();
+    m_client.Send(netconf::HaTransition("active"));
+    const auto first = slow.Receive();
+    m_world.Advance(std::chrono::seconds(6));
+    Warning(m_client.Receive());
+    m_client.Send(netconf::HaTransition("standby"));
+    const auto second = slow.Receive();
+    for (const auto& [request, handled] :
+         {std::pair(first.ha_transition().request(), true), {second.ha_transition().request(), false}}) {
+        ipc::cdb::ClientMessage answer;
+        answer.mutable_ha_reply()->set_request(request);
+        answer.mutable_ha_reply()->set_handled(handled);
+        slow.Send(answer);
+    }
+    EXPECT_THAT(Warning(m_client.Receive()).message, HasSubstr("has not handled it"));
+    EXPECT_EQ(Roles(), (std::vector<std::string>{"standby", "unknown"}));
+}
+
 TEST_F(State, ReachesAllProcessesWithATransition)
 {
     Process first(m_world, "first");
@@ -325,6 +368,7 @@ TEST_F(State, ReachesAllProcessesWithATransition)
     EXPECT_EQ(AnswerTransition(first, true), ipc::cdb::HaTransition::STANDBY);
     AnswerTransition(second, false);
     const auto reply = m_client.Receive();
+    EXPECT_EQ(Roles(), (std::vector<std::string>{"standby", "standby", "active"}));
     EXPECT_TRUE(reply.ok);
     ASSERT_EQ(reply.errors.size(), 1U);
     EXPECT_THAT(reply.errors[0].message, HasSubstr("second"));

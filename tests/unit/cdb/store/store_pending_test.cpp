@@ -12,7 +12,9 @@
 namespace {
 
 using cdb::ErrorTag;
+using cdb::NodeRole;
 using cdb::PendingCommit;
+using cdb::Role;
 using cdb::Store;
 using sample::Key;
 using testing::ElementsAre;
@@ -90,6 +92,19 @@ TEST_F(StorePending, IsKeptAsItIs)
     ASSERT_EQ(m_store->SetPending(std::nullopt), std::nullopt);
     EXPECT_EQ(m_store->Pending(), std::nullopt);
     ASSERT_EQ(m_store->SetPending(std::nullopt), std::nullopt);
+    m_store.reset();
+    EXPECT_NO_THROW(Store::Check(m_directory.Path()));
+}
+
+TEST_F(StorePending, KeepsTheNodesRoleBesideIt)
+{
+    EXPECT_EQ(m_store->RoleOfNode(), NodeRole{});
+    const NodeRole standby{Role::kStandby, 1'000'000'000'123'456, "keepalived"};
+    ASSERT_EQ(m_store->SetRoleOfNode({Role::kActive, 1, "root"}), std::nullopt);
+    ASSERT_EQ(m_store->SetRoleOfNode(standby), std::nullopt);
+    Commit(1);
+    Reopen();
+    EXPECT_EQ(m_store->RoleOfNode(), standby);
     m_store.reset();
     EXPECT_NO_THROW(Store::Check(m_directory.Path()));
 }

@@ -56,7 +56,7 @@ TEST(CommandLine, WithEveryOption)
     EXPECT_EQ(7U, options.mark);
     EXPECT_EQ(std::chrono::seconds(0), options.resyncAfter);
     EXPECT_EQ(std::size_t{4} << 20, options.ringSize);
-    EXPECT_EQ((MetricsAddress{"127.0.0.1", 9100}), options.metrics);
+    EXPECT_EQ((metrics::Address{"127.0.0.1", 9100}), options.metrics);
 }
 
 TEST(CommandLine, SaysWhoMayHaveTheSession)
@@ -79,8 +79,8 @@ TEST(CommandLine, TakesEveryValueOfAnOption)
     EXPECT_EQ(65536U, Parse({"--ring-size=65536"}).ringSize);
     EXPECT_EQ(65536U, Parse({"--ring-size=64k"}).ringSize);
     EXPECT_EQ(std::size_t{1} << 30, Parse({"--ring-size=1024M"}).ringSize);
-    EXPECT_EQ((MetricsAddress{"::1", 65535}), Parse({"--metrics=[::1]:65535"}).metrics);
-    EXPECT_EQ((MetricsAddress{"127.9.9.9", 1}), Parse({"--metrics=127.9.9.9:1"}).metrics);
+    EXPECT_EQ((metrics::Address{"::1", 65535}), Parse({"--metrics=[::1]:65535"}).metrics);
+    EXPECT_EQ((metrics::Address{"127.9.9.9", 1}), Parse({"--metrics=127.9.9.9:1"}).metrics);
 }
 
 TEST(CommandLine, IsDescribedWithEveryOption)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The metrics, line by line.
 
-#include "manager/status/metrics_server.h"
+#include "manager/status/metrics_text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 #include <set>
 #include <sstream>
 
+#include "base/version.h"
 #include "manager/shown.h"
 
 namespace manager {
@@ -23,12 +24,17 @@ Texts Lines(const std::string& text)
     return lines;
 }
 
+const std::vector<Problem> kNone;
+
 TEST(MetricsText, OfAManagerWithNothing)
 {
     const ServiceTable table;
-    EXPECT_EQ(
-        MetricsText(View(StatusSources{table, OwnSettings()})),
-        R"(# HELP sflow_manager_session_loaded Whether the configuration daemon is connected and has said all.
+    EXPECT_EQ(MetricsText(View(StatusSources{table, OwnSettings()}), std::nullopt),
+              "# HELP sflow_manager_build_info The version of the program; always 1.\n"
+              "# TYPE sflow_manager_build_info gauge\n"
+              "sflow_manager_build_info{version=\"" +
+                  std::string(base::Version()) + R"("} 1
+# HELP sflow_manager_session_loaded Whether the configuration daemon is connected and has said all.
 # TYPE sflow_manager_session_loaded gauge
 sflow_manager_session_loaded 0
 # HELP sflow_manager_operations_total Operations received.
@@ -43,7 +49,29 @@ sflow_manager_source_info{source="none"} 1
 # HELP sflow_drops_watched Whether discarded packets are looked at.
 # TYPE sflow_drops_watched gauge
 sflow_drops_watched 0
+# HELP sflow_problems_known Whether problems have been looked for; not before the database is connected.
+# TYPE sflow_problems_known gauge
+sflow_problems_known 0
 )");
+}
+
+TEST(MetricsText, OfWhatIsWrong)
+{
+    const ServiceTable table;
+    const std::vector<Problem> problems{{Subject::kAgent, "agent", Reason::kNoAgentAddress, ""},
+                                        {Subject::kCollector, "c\"1", Reason::kRefused, ""},
+                                        {Subject::kInterface, "eth1", Reason::kNoTraffic, ""}};
+    const std::string text = MetricsText(View(StatusSources{table, OwnSettings()}), problems);
+    EXPECT_THAT(text, testing::HasSubstr("sflow_problems_known 1\n"));
+    EXPECT_THAT(text, testing::EndsWith(
+                          R"(# TYPE sflow_problem gauge
+sflow_problem{severity="broken",reason="no-agent-address",interface="",collector=""} 1
+sflow_problem{severity="broken",reason="refused",interface="",collector="c\"1"} 1
+sflow_problem{severity="idle",reason="no-traffic",interface="eth1",collector=""} 1
+)"));
+    EXPECT_THAT(MetricsText(View(StatusSources{table, OwnSettings()}), kNone),
+                testing::AllOf(testing::HasSubstr("sflow_problems_known 1\n"),
+                               testing::Not(testing::HasSubstr("sflow_problem{"))));
 }
 
 TEST(MetricsText, OfWhatFlows)
@@ -64,10 +92,11 @@ TEST(MetricsText, OfWhatFlows)
     shown.manager.discards = {.running = true, .reason = "", .uncounted = 5};
     shown.drops = TwoDrops();
     Texts values;
-    for (const std::string& line : Lines(MetricsText(shown.Look())))
+    for (const std::string& line : Lines(MetricsText(shown.Look(), kNone)))
         if (!line.starts_with('#')) values.push_back(line);
     EXPECT_EQ(values,
               (Texts{
+                  "sflow_manager_build_info{version=\"" + std::string(base::Version()) + "\"} 1",
                   R"(sflow_manager_session_loaded 1)",
                   R"(sflow_manager_operations_total 9)",
                   R"(sflow_manager_operations_refused_total 2)",
@@ -116,6 +145,7 @@ TEST(MetricsText, OfWhatFlows)
                   R"(sflow_drops_total{interface="eth1",reason="OTHERHOST"} 2)",
                   R"(sflow_drops_not_told_total{interface="eth1"} 3)",
                   R"(sflow_drops_not_told_total{interface="n/a"} 0)",
+                  R"(sflow_problems_known 1)",
               }));
 }
 
@@ -131,7 +161,7 @@ TEST(MetricsText, KeepEachFamilyTogetherBehindItsHelpAndType)
     std::string family;
     std::string kind;
     std::smatch match;
-    for (const std::string& line : Lines(MetricsText(shown.Look()))) {
+    for (const std::string& line : Lines(MetricsText(shown.Look(), kNone))) {
         if (std::regex_match(line, match, help)) {
             EXPECT_TRUE(families.insert(match[1]).second) << line;
             family = match[1];
@@ -147,14 +177,14 @@ TEST(MetricsText, KeepEachFamilyTogetherBehindItsHelpAndType)
             EXPECT_NE("", kind) << line;
         }
     }
-    EXPECT_EQ(31U, families.size());
+    EXPECT_EQ(33U, families.size());
 }
 
 TEST(MetricsText, EscapeWhatWouldEndALabel)
 {
     Flowing shown;
     shown.interfaces.at("eth1").kernelName = "a\\b\"c\nd";
-    EXPECT_THAT(MetricsText(shown.Look()),
+    EXPECT_THAT(MetricsText(shown.Look(), kNone),
                 testing::HasSubstr(R"(kernel_interface="a\\b\"c\nd",ifindex="7"} 1)"));
 }
 
@@ -162,7 +192,8 @@ TEST(MetricsText, ReplaceBytesThatAreNoText)
 {
     Flowing shown;
     shown.interfaces.at("eth1").kernelName = "\xC3\xBC\xFF";
-    EXPECT_THAT(MetricsText(shown.Look()), testing::HasSubstr("kernel_interface=\"\xC3\xBC\xEF\xBF\xBD\","));
+    EXPECT_THAT(MetricsText(shown.Look(), kNone),
+                testing::HasSubstr("kernel_interface=\"\xC3\xBC\xEF\xBF\xBD\","));
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // A small HTTP server on a loopback address for monitoring: GET and HEAD of /metrics, nothing else. What a
 // client can cost is bounded: few connections, short headers, short waits. There is no access control, which
-// is why it listens on loopback addresses only.
+// is why it listens on loopback addresses only. Used by cdbd and sflow-mgr.
 
-#ifndef MANAGER_STATUS_METRICS_SERVER_H
-#define MANAGER_STATUS_METRICS_SERVER_H
+#ifndef METRICS_SERVER_H
+#define METRICS_SERVER_H
 
 #include <chrono>
 #include <cstddef>
@@ -21,17 +21,12 @@ namespace base {
 class Timers;
 }  // namespace base
 
-namespace manager {
+namespace metrics {
 
-class View;
+/// The text format of Prometheus, as text.h writes it.
+inline constexpr std::string_view kContentType = "text/plain; version=0.0.4; charset=utf-8";
 
-/// The numbers of the state for monitoring: the text format of Prometheus, version 0.0.4. Each line is one
-/// number with its labels; counters begin at zero with the manager.
-std::string MetricsText(const View& view);
-/// The content type of the text.
-inline constexpr std::string_view kMetricsType = "text/plain; version=0.0.4; charset=utf-8";
-
-class MetricsServer {
+class Server {
 public:
     /// One connection more is ended at once.
     static constexpr std::size_t kMaxConnections = 16;
@@ -46,12 +41,12 @@ public:
     /// kernel chooses. `text` makes the metrics, called from the loop, once a request. Throws
     /// std::invalid_argument for any other address and std::system_error if it can't listen; both name the
     /// address. Loop and timers must outlive it.
-    MetricsServer(boost::asio::io_context& loop, base::Timers& timers, const std::string& address,
-                  std::uint16_t port, std::function<std::string()> text);
-    MetricsServer(const MetricsServer&) = delete;
-    MetricsServer& operator=(const MetricsServer&) = delete;
+    Server(boost::asio::io_context& loop, base::Timers& timers, const std::string& address,
+           std::uint16_t port, std::function<std::string()> text);
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
     /// Ends all connections.
-    ~MetricsServer();
+    ~Server();
 
     /// The port that it listens on, host byte order.
     [[nodiscard]] std::uint16_t Port() const;
@@ -61,6 +56,6 @@ private:
     std::unique_ptr<Impl> m_impl;
 };
 
-}  // namespace manager
+}  // namespace metrics
 
 #endif

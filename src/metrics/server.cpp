@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "manager/status/metrics_server.h"
+#include "metrics/server.h"
 
 #include <array>
 #include <optional>
@@ -17,7 +17,7 @@
 #include "base/timers.h"
 #include "ipc/acceptor.h"
 
-namespace manager {
+namespace metrics {
 namespace {
 
 namespace asio = boost::asio;
@@ -33,7 +33,7 @@ using Render = std::function<std::string()>;
 Response Answer(http::status status, unsigned version, std::string body)
 {
     Response response(status, version);
-    const std::string_view type = status == http::status::ok ? kMetricsType : "text/plain; charset=utf-8";
+    const std::string_view type = status == http::status::ok ? kContentType : "text/plain; charset=utf-8";
     response.set(http::field::content_type, {type.data(), type.size()});
     response.body() = std::move(body);
     return response;
@@ -68,8 +68,8 @@ public:
     void Read()
     {
         m_request.emplace();
-        m_request->header_limit(MetricsServer::kMaxHeader);
-        m_deadline = m_timers.After(MetricsServer::kReadLimit, [this] { Close(); });
+        m_request->header_limit(Server::kMaxHeader);
+        m_deadline = m_timers.After(Server::kReadLimit, [this] { Close(); });
         http::async_read_header(
             m_socket, m_buffer, *m_request,
             [self = shared_from_this()](error_code error, std::size_t) { self->OnRequest(error); });
@@ -100,7 +100,7 @@ private:
     base::Timers& m_timers;
     const Render& m_render;
     OnEnd m_onEnd;  // null: ended
-    boost::beast::flat_buffer m_buffer{MetricsServer::kMaxHeader * 2};
+    boost::beast::flat_buffer m_buffer{Server::kMaxHeader * 2};
     std::optional<http::request_parser<http::empty_body>> m_request;
     Response m_response;
     std::optional<http::response_serializer<http::string_body>> m_serializer;
@@ -130,7 +130,7 @@ void Connection::Write(Response response, bool keep, bool withBody)
     m_response = std::move(response);
     m_response.keep_alive(keep);
     m_response.content_length(m_response.body().size());
-    m_deadline = m_timers.After(MetricsServer::kWriteLimit, [this] { Close(); });
+    m_deadline = m_timers.After(Server::kWriteLimit, [this] { Close(); });
     m_serializer.emplace(m_response);
     const auto written = [self = shared_from_this(), keep](error_code error, std::size_t) {
         self->OnWritten(error, keep);
@@ -187,7 +187,7 @@ tcp::acceptor Listen(asio::io_context& loop, const tcp::endpoint& endpoint)
 
 }  // namespace
 
-class MetricsServer::Impl {
+class Server::Impl {
 public:
     Impl(tcp::acceptor listening, base::Timers& timers, Render render)
         : m_timers(timers),
@@ -225,14 +225,14 @@ private:
     ipc::Acceptor<tcp> m_acceptor;
 };
 
-MetricsServer::MetricsServer(asio::io_context& loop, base::Timers& timers, const std::string& address,
-                             std::uint16_t port, std::function<std::string()> text)
+Server::Server(asio::io_context& loop, base::Timers& timers, const std::string& address, std::uint16_t port,
+               std::function<std::string()> text)
     : m_impl(std::make_unique<Impl>(Listen(loop, LoopbackEndpoint(address, port)), timers, std::move(text)))
 {
 }
 
-MetricsServer::~MetricsServer() = default;
+Server::~Server() = default;
 
-std::uint16_t MetricsServer::Port() const { return m_impl->Port(); }
+std::uint16_t Server::Port() const { return m_impl->Port(); }
 
-}  // namespace manager
+}  // namespace metrics

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The metrics over HTTP, with real sockets: what is answered, and that a peer's mistakes cost that peer only.
 
-#include "manager/status/metrics_server.h"
+#include "metrics/server.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@
 #include "manager/loop_fixture.h"
 #include "support/few_files.h"
 
-namespace manager {
+namespace metrics {
 namespace {
 
 namespace asio = boost::asio;
@@ -105,11 +105,10 @@ protected:
 
     std::string m_text = "a 1\n";
     int m_made = 0;
-    std::unique_ptr<MetricsServer> m_server =
-        std::make_unique<MetricsServer>(m_loop, m_timers, "127.0.0.1", 0, [this] {
-            ++m_made;
-            return m_text;
-        });
+    std::unique_ptr<Server> m_server = std::make_unique<Server>(m_loop, m_timers, "127.0.0.1", 0, [this] {
+        ++m_made;
+        return m_text;
+    });
 };
 
 constexpr const char* kGet = "GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n";
@@ -216,7 +215,7 @@ TEST_F(Metrics, EndAConnectionThatIsSlowToAsk)
     const auto other = Open();
     EXPECT_TRUE(browser->Send("GET /metr"));
     EXPECT_THAT(Answer(*other, kGet, "a 1\n"), EndsWith("a 1\n"));
-    m_timers.Advance(MetricsServer::kReadLimit - milliseconds{1});
+    m_timers.Advance(Server::kReadLimit - milliseconds{1});
     EXPECT_TRUE(browser->Send("i"));
     EXPECT_THAT(Answer(*other, kGet, "a 1\n"), EndsWith("a 1\n"));
     browser->Look();
@@ -233,7 +232,7 @@ TEST_F(Metrics, EndAConnectionThatDoesNotTakeItsAnswer)
     const auto browser = Open();
     EXPECT_TRUE(browser->Send(kGet));
     EXPECT_TRUE(RunUntil([&] { return m_made == 1; }));
-    m_timers.Advance(MetricsServer::kWriteLimit);
+    m_timers.Advance(Server::kWriteLimit);
     EXPECT_TRUE(AwaitEnd(*browser));
     EXPECT_LT(browser->Received().size(), m_text.size());
     m_text = "a 3\n";
@@ -243,7 +242,7 @@ TEST_F(Metrics, EndAConnectionThatDoesNotTakeItsAnswer)
 TEST_F(Metrics, HaveRoomForSoManyAtOnce)
 {
     std::vector<std::unique_ptr<Browser>> browsers;
-    for (std::size_t i = 0; i < MetricsServer::kMaxConnections; ++i) {
+    for (std::size_t i = 0; i < Server::kMaxConnections; ++i) {
         browsers.push_back(Open());
         EXPECT_THAT(Answer(*browsers.back(), kGet, "a 1\n"), EndsWith("a 1\n"));
     }
@@ -308,9 +307,9 @@ TEST_F(Metrics, EndWithTheirServer)
 
 TEST_F(Metrics, AreServedByVersion6Too)
 {
-    std::unique_ptr<MetricsServer> server;
+    std::unique_ptr<Server> server;
     try {
-        server = std::make_unique<MetricsServer>(m_loop, m_timers, "::1", 0, [] { return "b 6\n"; });
+        server = std::make_unique<Server>(m_loop, m_timers, "::1", 0, [] { return "b 6\n"; });
     } catch (const std::system_error& error) {
         GTEST_SKIP() << "no IPv6 here: " << error.what();
     }
@@ -321,16 +320,16 @@ TEST_F(Metrics, AreServedByVersion6Too)
 TEST_F(Metrics, SayWhereTheyCanNotBeServed)
 {
     try {
-        const MetricsServer second(m_loop, m_timers, "127.0.0.1", m_server->Port(), [] { return ""; });
+        const Server second(m_loop, m_timers, "127.0.0.1", m_server->Port(), [] { return ""; });
         FAIL() << "two listen at one port";
     } catch (const std::system_error& error) {
         EXPECT_EQ(std::errc::address_in_use, error.code());
         EXPECT_THAT(error.what(), HasSubstr("127.0.0.1 port " + std::to_string(m_server->Port())));
     }
     for (const char* address : {"0.0.0.0", "::", "192.0.2.1", "localhost", ""})
-        EXPECT_THROW(MetricsServer(m_loop, m_timers, address, 0, [] { return ""; }), std::invalid_argument)
+        EXPECT_THROW(Server(m_loop, m_timers, address, 0, [] { return ""; }), std::invalid_argument)
             << address;
 }
 
 }  // namespace
-}  // namespace manager
+}  // namespace metrics
