@@ -9,9 +9,13 @@
 #include "cli/commands/show.h"
 #include "cli/data/data_tree.h"
 #include "cli/data/error.h"
+#include "cli/data/state_node.h"
+#include "cli/screens/fact_list.h"
 #include "cli/screens/sflow_problems.h"
 #include "cli/screens/sflow_summary.h"
 #include "cli/screens/sflow_text.h"
+#include "cli/screens/text_width.h"
+#include "netconf/client.h"
 #include "netconf/requests.h"
 #include "netconf/xml.h"
 
@@ -69,6 +73,35 @@ void ShowSflowCollector(Call& call) { ShowEntries(call, "collector"); }
 
 void RequestResync(Call& call) { Request(call, netconf::SflowResync()); }
 
+void ClearStatistics(Call& call)
+{
+    Request(call, netconf::SflowClearStatistics());
+    call.err << "the counts of collectors and interfaces begin at zero" << std::endl;
+}
+
+/// The answer is the exit status, too: 1 where something was reported.
+void TestCollector(Call& call)
+{
+    const netconf::Reply reply = RequestReply(call, netconf::SflowTestCollector(call.arguments.text));
+    const Tree answer = ParseOutput(call.yang, reply, "sflow-test-collector");
+    const Children output(answer.get());
+    if (call.format != Format::kText) {
+        call.out << (call.format == Format::kJson ? ToJson(answer.get()) : ToXml(answer.get()));
+    } else {
+        FactList facts;
+        facts.Add("Collector", call.arguments.text);
+        facts.Add("Outcome", output.Value("outcome") + ": " + output.Value("text"));
+        facts.Add("Datagram",
+                  "sub-agent " + output.Value("sub-agent") + ", sequence " + output.Value("sequence"));
+        std::string command = output.Value("command");
+        const std::size_t filter = command.find(" -Y ");
+        if (Width(command) > call.width && filter != std::string::npos) command.insert(filter, " \\\n   ");
+        call.out << facts.Text(0, call.width) << "On the collector's machine this shows it:\n"
+                 << command << "\n";
+    }
+    call.shell.status = output.Value("outcome") == "silent" ? 0 : 1;
+}
+
 }  // namespace
 
 std::vector<Command> SflowCommands()
@@ -87,6 +120,10 @@ std::vector<Command> SflowCommands()
         Command{"request sflow resync", {},
                 "Has everything sent to the sFlow manager again; what is unchanged stays undisturbed.", kSession,
                 Forms::kNone, &RequestResync},
+        Command{"clear sflow statistics", {},
+                "Lets the counts of collectors and interfaces begin at zero; what is sent stays undisturbed.", kSession, Forms::kNone, &ClearStatistics},
+        Command{"request sflow test collector", {{Kind::kName, "NAME"}},
+                "Sends the collector one datagram, and shows what the network answers within a second and how to see it there.", kBoth, Forms::kState, &TestCollector},
     };
     // clang-format on
 }

@@ -11,6 +11,10 @@
 
 #include "cdb/schema/libyang_owner.h"
 
+namespace netconf {
+struct Reply;
+}
+
 namespace cli {
 
 struct Place;
@@ -20,6 +24,10 @@ using Tree = cdb::TreePtr;
 
 /// The data of a reply, as it stands in <data>. Throws Error if the YANG modules here do not know it.
 Tree ParseReply(const ly_ctx* yang, const std::string& xml);
+
+/// The output of an operation of the module switch-system: the operation's node, with the leaves of the
+/// reply. Throws Error as ParseReply.
+Tree ParseOutput(const ly_ctx* yang, const netconf::Reply& reply, const std::string& operation);
 
 /// A configuration's file, RFC 7951 JSON or XML, whichever its content is. Throws Error that names the file
 /// and, for what is wrong inside it, line and column: the file is missing or larger than a message may be, is

@@ -80,9 +80,10 @@ TEST(Understand, RefusesWithWhatIsPossible)
     } rows[] = {
         {"nonsense",
          "error: unknown command \"nonsense\"; possible: set, delete, load, show, compare, validate, commit, "
-         "confirm, cancel, discard, rollback, request, monitor, configure, update, help, exit"},
+         "confirm, cancel, discard, rollback, request, clear, monitor, configure, update, help, exit"},
         {"show",
-         "error: the command is not complete; possible: configuration, history, checkpoints, sflow, system, "
+         "error: the command is not complete; possible: configuration, history, checkpoints, sflow, "
+         "interfaces, system, "
          "version"},
         {"rollback", "error: N|CHECKPOINT is missing; usage: rollback N|CHECKPOINT"},
         {"rollback 1 2", "error: \"2\" is unknown here; usage: rollback N|CHECKPOINT"},
