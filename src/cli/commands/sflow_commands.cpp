@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/commands/groups.h"
+#include "cli/commands/monitor_sflow.h"
 #include "cli/commands/request.h"
 #include "cli/commands/show.h"
 #include "cli/data/data_tree.h"
@@ -120,6 +121,8 @@ std::vector<Command> SflowCommands()
         Command{"request sflow resync", {},
                 "Has everything sent to the sFlow manager again; what is unchanged stays undisturbed.", kSession,
                 Forms::kNone, &RequestResync},
+        Command{"monitor sflow", {{Kind::kText, "interface NAME", true}, {Kind::kText, "collector NAME", true}},
+                "Shows once a second what is sampled and sent, one line each time, until Ctrl-C; or of one interface or collector.", kYang, Forms::kState, &MonitorSflow},
         Command{"clear sflow statistics", {},
                 "Lets the counts of collectors and interfaces begin at zero; what is sent stays undisturbed.", kSession, Forms::kNone, &ClearStatistics},
         Command{"request sflow test collector", {{Kind::kName, "NAME"}},

@@ -30,9 +30,9 @@ Encoded Encode(const wire::DatagramHeader& header)
     sample.sequence = header.sequence;
     sample.portName = kPortName;
     wire::Encode(header, encoded.bytes);
-    encoded.size = wire::kDatagramHeaderSize +
-                   wire::Encode(sample, wire::Encoding::kCompact,
-                                std::span(encoded.bytes).subspan(wire::kDatagramHeaderSize));
+    encoded.size =
+        wire::kDatagramHeaderSize + wire::Encode(sample, wire::Encoding::kCompact,
+                                                 std::span(encoded.bytes).subspan(wire::kDatagramHeaderSize));
     return encoded;
 }
 
@@ -55,7 +55,8 @@ std::string CollectorTested::Text() const
     switch (outcome) {
     case Outcome::kNotSent:
         return fmt::format(
-            "no datagram could be sent to {}: {}; look at the routes (ip route get {}), and at the collector's "
+            "no datagram could be sent to {}: {}; look at the routes (ip route get {}), and at the "
+            "collector's "
             "port, source address and device",
             where, error.message(), AddressText(to.address));
     case Outcome::kRefused:
@@ -64,8 +65,9 @@ std::string CollectorTested::Text() const
             "correct its port",
             where);
     case Outcome::kUnreachable:
-        return fmt::format("the network has reported that {} can't be reached: {}; look at the routes on the way",
-                           where, error.message());
+        return fmt::format(
+            "the network has reported that {} can't be reached: {}; look at the routes on the way", where,
+            error.message());
     case Outcome::kSilent:
         break;
     }

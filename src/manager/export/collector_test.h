@@ -32,9 +32,9 @@ struct CollectorTested {
         kSilent,       // nothing came back
     };
     Outcome outcome = Outcome::kSilent;
-    std::error_code error;         // null with kSilent
-    wire::DatagramHeader datagram; // as it was sent
-    std::size_t size = 0;          // bytes of UDP payload
+    std::error_code error;          // null with kSilent
+    wire::DatagramHeader datagram;  // as it was sent
+    std::size_t size = 0;           // bytes of UDP payload
     CollectorSettings to;
     /// One sentence and, behind "; ", the remedy.
     [[nodiscard]] std::string Text() const;

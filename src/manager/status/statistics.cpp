@@ -7,9 +7,10 @@
 namespace manager {
 namespace {
 
-constexpr std::array kOfStreams = {
-    &StreamStatus::datagrams, &StreamStatus::bytes,         &StreamStatus::flowSamples, &StreamStatus::counterSamples,
-    &StreamStatus::discards,  &StreamStatus::lostDatagrams, &StreamStatus::lostSamples, &StreamStatus::errors};
+constexpr std::array kOfStreams = {&StreamStatus::datagrams,   &StreamStatus::bytes,
+                                   &StreamStatus::flowSamples, &StreamStatus::counterSamples,
+                                   &StreamStatus::discards,    &StreamStatus::lostDatagrams,
+                                   &StreamStatus::lostSamples, &StreamStatus::errors};
 constexpr std::array kOfInterfaces = {&InterfaceStatus::packetsSeen, &InterfaceStatus::samples,
                                       &InterfaceStatus::dropsBuffer, &InterfaceStatus::dropsNoCollector,
                                       &InterfaceStatus::countersSent};

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// From where on the counts that operators compare are told: what they were when an operator last cleared them.
-// The counts themselves, sequence numbers and metrics go on; only what the state shows is less by these.
+// From where on the counts that operators compare are told: what they were when an operator last cleared
+// them. The counts themselves, sequence numbers and metrics go on; only what the state shows is less by
+// these.
 
 #ifndef MANAGER_STATUS_STATISTICS_H
 #define MANAGER_STATUS_STATISTICS_H

@@ -80,7 +80,7 @@ TEST(Understand, RefusesWithWhatIsPossible)
     } rows[] = {
         {"nonsense",
          "error: unknown command \"nonsense\"; possible: set, delete, load, show, compare, validate, commit, "
-         "confirm, cancel, discard, rollback, request, clear, monitor, configure, update, help, exit"},
+         "confirm, cancel, discard, rollback, request, monitor, clear, configure, update, help, exit"},
         {"show",
          "error: the command is not complete; possible: configuration, history, checkpoints, sflow, "
          "interfaces, system, "

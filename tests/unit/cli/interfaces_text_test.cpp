@@ -28,8 +28,9 @@ constexpr const char* kKernelState = R"({"switch-state:state":{"oam":{"sflow":{
 
 TEST(Interfaces, ConfiguredOrNotWithWhatIsSampled)
 {
-    EXPECT_EQ(cli::InterfacesTable(FromJson(kKernelState).get(), 120),
-              R"(Name  Alias                    Speed  State    Sampled                Configured as            Kind  Index
+    EXPECT_EQ(
+        cli::InterfacesTable(FromJson(kKernelState).get(), 120),
+        R"(Name  Alias                    Speed  State    Sampled                Configured as            Kind  Index
 lo    -                        -      up       no: not configured     -                        -     1
 p2    gigabit-ethernet-1/1/2   2.5G   up       1 in 1000              gigabit-ethernet-1/1/2   veth  3
 p3    -                        -      down     no: not-loaded         untold                   -     4

@@ -5,9 +5,9 @@
 
 #include <optional>
 
-#include <boost/asio/io_context.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <boost/asio/io_context.hpp>
 
 #include "manager/export/world.h"
 #include "support/run_until.h"
