@@ -43,8 +43,8 @@ std::string SflowWatch::Filter() const
                                    : "<packets-sent/><flow-samples-sent/><counter-samples-sent/>";
     const std::string problems =
         m_name.empty() ? "<problem/>" : "<problem><subject>" + m_list + "</subject>" + named + "</problem>";
-    return "<manager><session/><samples-per-second/><datagrams-per-second/></manager><" + m_list + ">" + named +
-           counts + "<problem/></" + m_list + ">" + problems;
+    return "<manager><session/><samples-per-second/><datagrams-per-second/></manager><" + m_list + ">" +
+           named + counts + "<problem/></" + m_list + ">" + problems;
 }
 
 Watched SflowWatch::Look(const lyd_node* state, std::chrono::steady_clock::time_point now)
@@ -62,10 +62,11 @@ Watched SflowWatch::Look(const lyd_node* state, std::chrono::steady_clock::time_
     std::map<std::string, Counts> counts;
     sflow.ForEach(m_list, [&](const lyd_node* node) {
         const Children entry(node);
-        const Counts counted = m_list == "interface"
-                                   ? Counts{Number(entry, "packets-seen"), Number(entry, "packets-sampled")}
-                                   : Counts{Number(entry, "packets-sent"), Number(entry, "flow-samples-sent") +
-                                                                               Number(entry, "counter-samples-sent")};
+        const Counts counted =
+            m_list == "interface"
+                ? Counts{Number(entry, "packets-seen"), Number(entry, "packets-sampled")}
+                : Counts{Number(entry, "packets-sent"),
+                         Number(entry, "flow-samples-sent") + Number(entry, "counter-samples-sent")};
         WatchedEntry shown{entry.Value("name"), {}, entry.First("problem") ? entry.Value("problem") : ""};
         if (const auto last = m_last.find(shown.name); last != m_last.end())
             shown.rates = {rate(last->second.packets, counted.packets),
@@ -79,7 +80,8 @@ Watched SflowWatch::Look(const lyd_node* state, std::chrono::steady_clock::time_
         const Children problem(node);
         const std::string subject = problem.Value("subject");
         const std::string name = subject == "agent" ? subject : subject + " " + problem.Value("name");
-        if (problem.Value("severity") == "broken" && std::ranges::find(watched.broken, name) == watched.broken.end())
+        if (problem.Value("severity") == "broken" &&
+            std::ranges::find(watched.broken, name) == watched.broken.end())
             watched.broken.push_back(name);
     });
     return watched;
@@ -96,15 +98,17 @@ std::string SflowWatch::Text(const Watched& watched, std::string_view time) cons
             if (entry.rates.packets) packets = packets.value_or(0) + *entry.rates.packets;
         line += "  " + Shown(packets) + " packets/s  " + watched.samplesPerSecond + " samples/s  " +
                 watched.datagramsPerSecond + " datagrams/s";
-        line += watched.broken.empty() ? "  nothing broken" : "  " + std::to_string(watched.broken.size()) +
-                                                                 " broken, first " + watched.broken.front();
+        line += watched.broken.empty() ? "  nothing broken"
+                                       : "  " + std::to_string(watched.broken.size()) + " broken, first " +
+                                             watched.broken.front();
     } else if (watched.entries.empty()) {
         line += "  there is no " + m_list + " " + m_name + " in the state";
     }
     if (!m_name.empty())
         for (const WatchedEntry& entry : watched.entries)
             line += "  " + entry.name + "  " + Shown(entry.rates.packets) + unit + "  " +
-                    Shown(entry.rates.samples) + " samples/s  " + (entry.problem.empty() ? "ok" : entry.problem);
+                    Shown(entry.rates.samples) + " samples/s  " +
+                    (entry.problem.empty() ? "ok" : entry.problem);
     return base::Printable(line);
 }
 
@@ -118,7 +122,8 @@ std::string SflowWatch::Json(const Watched& watched, std::string_view time) cons
     Object& entries = object[m_list] = Object::array();
     for (const WatchedEntry& entry : watched.entries) {
         Object one{{"name", entry.name}};
-        one[m_list == "interface" ? "packets-per-second" : "datagrams-per-second"] = AsNumber(entry.rates.packets);
+        one[m_list == "interface" ? "packets-per-second" : "datagrams-per-second"] =
+            AsNumber(entry.rates.packets);
         one["samples-per-second"] = AsNumber(entry.rates.samples);
         if (!entry.problem.empty()) one["problem"] = entry.problem;
         entries.push_back(std::move(one));

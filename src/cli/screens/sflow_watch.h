@@ -33,7 +33,7 @@ struct WatchedEntry {
 
 /// One look.
 struct Watched {
-    bool isKnown = false;  // whether the manager has answered
+    bool isKnown = false;                              // whether the manager has answered
     std::string samplesPerSecond, datagramsPerSecond;  // to all collectors
     std::vector<WatchedEntry> entries;                 // in natural order
     std::vector<std::string> broken;  // "interface NAME", "collector NAME", "agent", each once
