@@ -174,6 +174,16 @@ std::string UpdateCandidate(bool takeRunning)
 
 std::string HaTransition(std::string_view role) { return OfSystem("ha-transition", "role", role); }
 
+std::string SflowClearStatistics()
+{
+    return std::string("<sflow-clear-statistics xmlns=\"").append(kSystem).append("\"/>");
+}
+
+std::string SflowTestCollector(std::string_view collector)
+{
+    return OfSystem("sflow-test-collector", "collector", collector);
+}
+
 std::string SflowResync() { return std::string("<sflow-resync xmlns=\"").append(kSystem).append("\"/>"); }
 
 std::string Backup(std::string_view file) { return OfSystem("backup", "file", file); }

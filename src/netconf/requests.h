@@ -53,6 +53,8 @@ std::string KillSession(std::uint32_t id);
 /// `role`: "active" or "standby".
 std::string HaTransition(std::string_view role);
 std::string SflowResync();
+std::string SflowClearStatistics();
+std::string SflowTestCollector(std::string_view collector);
 /// `file`: an absolute path on the switch.
 std::string Backup(std::string_view file);
 /// `startTime`: from when on events are replayed (RFC 5277); empty: none.

@@ -80,6 +80,8 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{"notifications", "create-subscription", &Operations::CreateSubscription},
         Row{kSystem, "ha-transition", &Operations::HaTransition},
         Row{kSystem, "sflow-resync", &Operations::SflowResync},
+        Row{kSystem, "sflow-clear-statistics", &Operations::SflowClearStatistics},
+        Row{kSystem, "sflow-test-collector", &Operations::SflowTestCollector},
         Row{kSystem, "backup", &Operations::MakeBackup},
         Row{kHistory, "confirm-commit", &Operations::ConfirmCommit},
         Row{kHistory, "rollback", &Operations::RollBack},

@@ -219,6 +219,10 @@ private:
     // operations_system.cpp
     void HaTransition(const RequestPtr& request);
     void SflowResync(const RequestPtr& request);
+    void SflowClearStatistics(const RequestPtr& request);
+    void SflowTestCollector(const RequestPtr& request);
+    /// Has the sFlow manager do it, and answers with the output that it gives. `subject`: what it is about.
+    void AskManager(const RequestPtr& request, const char* name, const std::string& subject = {});
     void MakeBackup(const RequestPtr& request);
     void BackupMade(const RequestPtr& request, const std::string& file,
                     const std::optional<cdb::Error>& error);

@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <libyang/libyang.h>
+
+#include <string>
 #include <string_view>
 
 #include "agent/clients/clients.h"
 #include "agent/data/errors.h"
 #include "agent/netconf/ha_role.h"
 #include "agent/netconf/operations.h"
+#include "base/text.h"
 #include "log/log.h"
+#include "netconf/xml.h"
 
 namespace agent {
 namespace {
@@ -15,7 +20,6 @@ using ipc::cdb::ClientMessage;
 
 /// The client that provides this state is the sFlow manager.
 constexpr std::string_view kManagerState = "/state/oam/sflow";
-constexpr const char* kResync = "resync";
 
 ClientPtr FindManager(const Clients& clients)
 {
@@ -23,6 +27,26 @@ ClientPtr FindManager(const Clients& clients)
         for (const StateProvision& provided : client->Providers())
             if (provided.path == kManagerState) return client;
     return nullptr;
+}
+
+/// The leaves that the model has in the operation's output, as the client has given them.
+std::string OutputOf(const Request& request, const ipc::cdb::ActionReply& reply)
+{
+    return request.OutputText([&](std::string& out) {
+        const lysc_node* operation = request.Operation()->schema;
+        for (const auto& leaf : reply.output()) {
+            if (lys_find_child(operation, operation->module, leaf.name().c_str(), 0, LYS_LEAF,
+                               LYS_GETNEXT_OUTPUT) == nullptr)
+                continue;
+            out.append("<")
+                .append(leaf.name())
+                .append(" xmlns=\"")
+                .append(operation->module->ns)
+                .append("\">");
+            netconf::AppendEscaped(out, base::Presentable(leaf.value()));
+            out.append("</").append(leaf.name()).append(">");
+        }
+    });
 }
 
 }  // namespace
@@ -34,27 +58,43 @@ void Operations::HaTransition(const RequestPtr& request)
                        [request](const std::vector<netconf::RpcError>& warnings) { request->Ok(warnings); });
 }
 
-void Operations::SflowResync(const RequestPtr& request)
+void Operations::SflowResync(const RequestPtr& request) { AskManager(request, "resync"); }
+
+void Operations::SflowClearStatistics(const RequestPtr& request)
+{
+    slog::Notice("{} clears the statistics of sFlow", request->Who().user);
+    AskManager(request, "clear-statistics");
+}
+
+void Operations::SflowTestCollector(const RequestPtr& request)
+{
+    AskManager(request, "test-collector", std::string(ChildText(request->Operation(), "collector")));
+}
+
+void Operations::AskManager(const RequestPtr& request, const char* name, const std::string& subject)
 {
     const auto refuse = [](const RequestPtr& refused, const std::string& why) {
         refused->Refuse(MakeError(Layer::kApplication, ErrorTag::kOperationFailed, why));
     };
     const ClientPtr manager = FindManager(m_services.clients);
     if (!manager) return refuse(request, "the sFlow manager is not connected; start sflow-mgr");
-    const auto ask = [](Client& client) {
+    const auto ask = [name, subject](Client& client) {
         OutgoingRequest outgoing{{ClientMessage::kActionReply, client.NextRequest()}};
         auto& action = *outgoing.message->mutable_action_request();
         action.set_request(outgoing.key.second);
-        action.set_name(kResync);
+        action.set_name(name);
+        action.set_subject(subject);
         return outgoing;
     };
     const auto take = [request, refuse](const std::vector<Answer>& answers) {
         const Answer& answer = answers.front();
         if (answer.outcome != Outcome::kAnswered)
             return refuse(request, answer.client->Name() + " " + Explain(answer.outcome) + "; see its log");
-        const std::string& error = answer.message.action_reply().error();
-        if (!error.empty()) return refuse(request, answer.client->Name() + " refuses: " + error);
-        request->Ok();
+        const auto& reply = answer.message.action_reply();
+        if (!reply.error().empty())
+            return refuse(request, answer.client->Name() + " refuses: " + reply.error());
+        if (reply.output().empty()) return request->Ok();
+        request->Reply(OutputOf(*request, reply));
     };
     RequestAll(m_services.timers, {manager}, ask, m_services.actionTimeout, take);
 }

@@ -13,7 +13,7 @@ std::span<const Command> Commands()
     static const std::vector<Command> commands = [] {
         std::vector<Command> all;
         for (const auto& group : {&ConfigurationCommands, &CommitCommands, &HistoryCommands, &SflowCommands,
-                                  &SystemCommands, &SessionCommands}) {
+                                  &InterfaceCommands, &SystemCommands, &SessionCommands}) {
             std::vector<Command> rows = group();
             std::move(rows.begin(), rows.end(), std::back_inserter(all));
         }

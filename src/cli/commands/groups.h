@@ -25,6 +25,9 @@ std::vector<Command> HistoryCommands();
 /// The commands about what samples.
 std::vector<Command> SflowCommands();
 
+/// The commands about the interfaces of the switch.
+std::vector<Command> InterfaceCommands();
+
 /// The commands about the processes of the switch.
 std::vector<Command> SystemCommands();
 

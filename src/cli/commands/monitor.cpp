@@ -2,21 +2,17 @@
 #include "cli/commands/monitor.h"
 
 #include <libyang/libyang.h>
-#include <pthread.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 #include <array>
 #include <charconv>
 #include <chrono>
-#include <csignal>
 #include <ctime>
 #include <memory>
 #include <ostream>
 #include <utility>
 
 #include "base/text.h"
-#include "base/unique_fd.h"
+#include "cli/commands/interrupt.h"
 #include "cli/commands/request.h"
 #include "cli/data/data_tree.h"
 #include "cli/data/error.h"
@@ -27,34 +23,6 @@
 
 namespace cli {
 namespace {
-
-/// Takes SIGINT as something to wait for, until its end.
-class Interrupt {
-public:
-    Interrupt()
-    {
-        sigset_t only;
-        sigemptyset(&only);
-        sigaddset(&only, SIGINT);
-        ::pthread_sigmask(SIG_BLOCK, &only, &m_before);
-        m_descriptor = base::UniqueFd(::signalfd(-1, &only, SFD_CLOEXEC | SFD_NONBLOCK));
-    }
-    ~Interrupt()
-    {
-        // One that is pending was meant for this command.
-        signalfd_siginfo taken{};
-        while (::read(m_descriptor.Get(), &taken, sizeof taken) > 0) {
-        }
-        ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-    }
-    Interrupt(const Interrupt&) = delete;
-    Interrupt& operator=(const Interrupt&) = delete;
-    [[nodiscard]] int Descriptor() const { return m_descriptor.Get(); }
-
-private:
-    sigset_t m_before{};
-    base::UniqueFd m_descriptor;
-};
 
 /// <notification> stands at depth 1, <eventTime> and the event at 2.
 class NotificationVisitor final : public netconf::XmlVisitor {

@@ -5,13 +5,18 @@
 #include <vector>
 
 #include "cli/commands/groups.h"
+#include "cli/commands/monitor_sflow.h"
 #include "cli/commands/request.h"
 #include "cli/commands/show.h"
 #include "cli/data/data_tree.h"
 #include "cli/data/error.h"
+#include "cli/data/state_node.h"
+#include "cli/screens/fact_list.h"
 #include "cli/screens/sflow_problems.h"
 #include "cli/screens/sflow_summary.h"
 #include "cli/screens/sflow_text.h"
+#include "cli/screens/text_width.h"
+#include "netconf/client.h"
 #include "netconf/requests.h"
 #include "netconf/xml.h"
 
@@ -73,6 +78,35 @@ void RequestResync(Call& call)
     call.err << "the sFlow manager is told the whole configuration again\n";
 }
 
+void ClearStatistics(Call& call)
+{
+    Request(call, netconf::SflowClearStatistics());
+    call.err << "the counts of collectors and interfaces begin at zero" << std::endl;
+}
+
+/// The answer is the exit status, too: 1 where something was reported.
+void TestCollector(Call& call)
+{
+    const netconf::Reply reply = RequestReply(call, netconf::SflowTestCollector(call.arguments.text));
+    const Tree answer = ParseOutput(call.yang, reply, "sflow-test-collector");
+    const Children output(answer.get());
+    if (call.format != Format::kText) {
+        call.out << (call.format == Format::kJson ? ToJson(answer.get()) : ToXml(answer.get()));
+    } else {
+        FactList facts;
+        facts.Add("Collector", call.arguments.text);
+        facts.Add("Outcome", output.Value("outcome") + ": " + output.Value("text"));
+        facts.Add("Datagram",
+                  "sub-agent " + output.Value("sub-agent") + ", sequence " + output.Value("sequence"));
+        std::string command = output.Value("command");
+        const std::size_t filter = command.find(" -Y ");
+        if (Width(command) > call.width && filter != std::string::npos) command.insert(filter, " \\\n   ");
+        call.out << facts.Text(0, call.width) << "On the collector's machine this shows it:\n"
+                 << command << "\n";
+    }
+    call.shell.status = output.Value("outcome") == "silent" ? 0 : 1;
+}
+
 }  // namespace
 
 std::vector<Command> SflowCommands()
@@ -91,6 +125,12 @@ std::vector<Command> SflowCommands()
         Command{"request sflow resync", {},
                 "Has everything sent to the sFlow manager again; what is unchanged stays undisturbed.", kSession,
                 Forms::kNone, &RequestResync},
+        Command{"monitor sflow", {{Kind::kText, "interface NAME", true}, {Kind::kText, "collector NAME", true}},
+                "Shows once a second what is sampled and sent, one line each time, until Ctrl-C; or of one interface or collector.", kYang, Forms::kState, &MonitorSflow},
+        Command{"clear sflow statistics", {},
+                "Lets the counts of collectors and interfaces begin at zero; what is sent stays undisturbed.", kSession, Forms::kNone, &ClearStatistics},
+        Command{"request sflow test collector", {{Kind::kName, "NAME"}},
+                "Sends the collector one datagram, and shows what the network answers within a second and how to see it there.", kBoth, Forms::kState, &TestCollector},
     };
     // clang-format on
 }

@@ -17,6 +17,7 @@
 #include "cli/data/schema_words.h"
 #include "guard/data_file.h"
 #include "guard/schema_index.h"
+#include "netconf/client.h"
 #include "netconf/names.h"
 #include "netconf/xml.h"
 
@@ -123,6 +124,25 @@ Tree ParseReply(const ly_ctx* yang, const std::string& xml)
         throw Error("the reply does not fit the YANG modules here (" + LastMessage(yang) +
                     "); use the modules of the database: SFLOW_YANG_DIR names their directory");
     return owner;
+}
+
+Tree ParseOutput(const ly_ctx* yang, const netconf::Reply& reply, const std::string& operation)
+{
+    lyd_node* raw = nullptr;
+    const std::string path = "/switch-system:" + operation;
+    if (lyd_new_path(nullptr, yang, path.c_str(), nullptr, 0, &raw) != LY_SUCCESS)
+        throw Error("the YANG modules here have no operation " + operation + ": " + LastMessage(yang));
+    Tree tree(raw);
+    ly_in* rawInput = nullptr;
+    if (ly_in_new_memory(reply.xml.c_str(), &rawInput) != LY_SUCCESS) throw Error("out of memory");
+    const cdb::Owned<ly_in> input(rawInput);
+    lyd_node* envelope = nullptr;
+    const LY_ERR result =
+        lyd_parse_op(yang, tree.get(), input.get(), LYD_XML, LYD_TYPE_REPLY_NETCONF, &envelope, nullptr);
+    const Tree owned(envelope);
+    if (result != LY_SUCCESS)
+        throw Error("the answer does not fit the YANG modules here: " + LastMessage(yang));
+    return tree;
 }
 
 Tree ReadConfigFile(const ly_ctx* yang, const std::string& path)

@@ -12,6 +12,10 @@
 
 #include "cdb/schema/libyang_owner.h"
 
+namespace netconf {
+struct Reply;
+}
+
 namespace cli {
 
 struct Place;
@@ -21,6 +25,10 @@ using Tree = cdb::TreePtr;
 
 /// The data of a reply, as it stands in <data>. Throws Error if the YANG modules here do not know it.
 Tree ParseReply(const ly_ctx* yang, const std::string& xml);
+
+/// The output of an operation of the module switch-system: the operation's node, with the leaves of the
+/// reply. Throws Error as ParseReply.
+Tree ParseOutput(const ly_ctx* yang, const netconf::Reply& reply, const std::string& operation);
 
 /// A file's content; "-" is standard input. Throws Error that names the file: it is missing, or larger than a
 /// message may be.

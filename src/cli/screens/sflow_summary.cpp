@@ -117,6 +117,7 @@ std::string SflowSummary(const lyd_node* sflowState, const lyd_node* processes, 
     facts.Add("Collectors", collectors.Text() + " receiving");
     facts.Add("Traffic", manager.Value("samples-per-second") + " samples/s, " +
                              manager.Value("datagrams-per-second") + " datagrams/s");
+    if (manager.First("counts-since")) facts.Add("Counts", "since " + manager.Time("counts-since"));
     facts.Add("Problems", CountsOf(sflow));
     const std::string summary = "sFlow\n" + facts.Text(kIndent, width);
     const std::string broken = BrokenText(sflow, kMostLines - LinesOf(summary) - 1, width);

@@ -48,6 +48,7 @@ std::string ManagerText(const Children& manager, std::size_t width)
                                  : "none: the configuration daemon is not connected");
     facts.Add("Process", manager.Value("pid"));
     facts.Add("Operations", manager.Value("operations"));
+    if (manager.First("counts-since")) facts.Add("Counts since", manager.Time("counts-since"));
     if (manager.First("journal")) facts.Add("Journal", manager.Value("journal"));
     facts.Add("Sampling by", manager.Value("packet-source"));
     if (manager.First("packet-source-reason")) facts.Add("Reason", manager.Value("packet-source-reason"));

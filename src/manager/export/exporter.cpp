@@ -53,4 +53,13 @@ void Exporter::Restart(std::uint32_t subAgent)
     for (auto& [name, stream] : m_streams) stream.Restart();
 }
 
+wire::DatagramHeader Exporter::Head() const
+{
+    wire::DatagramHeader head;
+    head.agentAddress = m_shared.agentAddress;
+    head.subAgent = m_shared.subAgent;
+    head.uptime = static_cast<std::uint32_t>(m_shared.uptime().count());
+    return head;
+}
+
 }  // namespace manager

@@ -14,6 +14,7 @@
 #include "manager/export/collector_stream.h"
 #include "manager/service/operation.h"
 #include "manager/settings/own_settings.h"
+#include "wire/sample.h"
 
 namespace manager {
 
@@ -51,6 +52,9 @@ public:
     /// Sends what waits and begins all streams' sequences anew, as those of this sub-agent: for a change of
     /// it or of the samples' encoding.
     void Restart(std::uint32_t subAgent);
+
+    /// What datagrams carry now, but for sequence and samples.
+    [[nodiscard]] wire::DatagramHeader Head() const;
 
     /// Empty, or what is missing, such as the permission to mark the datagrams.
     [[nodiscard]] const std::string& Limitation() const { return m_shared.limitation; }

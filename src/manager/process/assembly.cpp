@@ -25,6 +25,7 @@
 #include "ipc/trust.h"
 #include "log/log.h"
 #include "manager/discards/discards.h"
+#include "manager/export/collector_test.h"
 #include "manager/export/exporter.h"
 #include "manager/export/poller.h"
 #include "manager/process/options.h"
@@ -43,6 +44,7 @@
 #include "manager/status/state_answer.h"
 #include "manager/status/state_provider.h"
 #include "manager/status/state_wanted.h"
+#include "manager/status/statistics.h"
 #include "manager/status/traffic_rates.h"
 #include "manager/status/view.h"
 #include "metrics/server.h"
@@ -169,6 +171,7 @@ private:
     [[nodiscard]] StatusSources SourcesOfOne();
     [[nodiscard]] StateAnswer::Sources AnswerSources();
     TrafficCounts Sent();
+    void TestCollector(const std::string& name, const ActionDone& done);
     [[nodiscard]] std::unique_ptr<StateParts> BeginAnswer(const ipc::cdb::StateRequest& request);
 
     const std::function<WallTime()> m_clock = EventClock();
@@ -179,12 +182,14 @@ private:
     const std::unique_ptr<base::Worker> m_worker;
     net::Monitor m_monitor;
     Exporter m_exporter;
+    CollectorTests m_tests;
     Poller m_poller;
     ServiceTable m_table;
     OwnSettings m_own;
     Discards m_discards;
     Reconciler m_reconciler;
     ChosenSource m_source;
+    Statistics m_statistics;
     Service m_service;
     ResyncAfter m_resync;
     SessionServer m_server;
@@ -207,6 +212,7 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
               return std::chrono::duration_cast<std::chrono::milliseconds>(steady_clock::now() - start);
           },
           options.mark),
+      m_tests(*m_timers, options.mark),
       m_poller(
           *m_timers, *m_worker, net::MakeCounterReader(), m_monitor.CurrentLinks(),
           [this] { m_exporter.Flush(); }, &steady_clock::now, m_clock, &RandomBelow),
@@ -223,9 +229,14 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
                     m_exporter, m_poller, m_discards},
                    m_clock),
       m_source(ChooseSource(options.source, loop, *m_timers, m_reconciler.Sink(), SourceOptionsOf(options))),
+      m_statistics(m_clock()),
       m_service(
           m_table, m_journal.get(), m_clock,
-          [this](const Touched& touched) { m_reconciler.Reconcile(touched); }, [this] { m_resync.Note(); }),
+          [this](const Touched& touched) {
+              m_reconciler.Reconcile(touched);
+              m_statistics.Forget(touched, m_table);
+          },
+          [this] { m_resync.Note(); }),
       m_resync(
           *m_timers, options.resyncAfter, [this] { return m_service.HasOperated(); },
           [this, rest = options.resyncAfter] {
@@ -252,7 +263,9 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
                return std::string(m_server.RequestResync() ? "" : "the configuration daemon has no session");
            },
            [this](const ipc::cdb::ChangeSet& changes) { m_follower.Take(changes); },
-           [this] { m_problems.Stop(); }})
+           [this] { m_problems.Stop(); },
+           [this](const std::string& collector, const ActionDone& done) { TestCollector(collector, done); },
+           [this] { m_statistics.Clear(Sources(), m_clock()); }})
 {
     const bool packetSockets = m_source.status.kind == "packet-socket";
     m_own.WhenChanged([this](const OwnChange& change) { m_reconciler.Reconcile(change); });
@@ -334,6 +347,7 @@ StatusSources Assembly::Impl::SourcesOfOne()
         status.source = m_reconciler.Source();
         status.discards = m_discards.Source();
         status.perSecond = m_rates.PerSecond();
+        status.countsSince = m_statistics.Since();
         status.limitations = m_limitations;
         if (!m_follower.Problem().empty()) status.limitations.push_back(m_follower.Problem());
         return status;
@@ -344,6 +358,7 @@ StatusSources Assembly::Impl::SourcesOfOne()
         return stream == nullptr ? nullptr : &stream->Status();
     };
     sources.drops = [this] { return m_discards.Drops(); };
+    sources.links = &m_monitor.CurrentLinks();
     return sources;
 }
 
@@ -360,6 +375,26 @@ TrafficCounts Assembly::Impl::Sent()
     return counts;
 }
 
+void Assembly::Impl::TestCollector(const std::string& name, const ActionDone& done)
+{
+    const auto& collectors = m_table.AllCollectors();
+    const auto at = collectors.find(name);
+    if (at == collectors.end())
+        return done({"there is no collector " + name +
+                         " in effect; show sflow problems says whether it is disabled or does not exist",
+                     {}});
+    const auto tell = [done](const CollectorTested& tested) {
+        done({"",
+              {{"outcome", Name(tested.outcome)},
+               {"sub-agent", std::to_string(tested.datagram.subAgent)},
+               {"sequence", std::to_string(tested.datagram.sequence)},
+               {"text", tested.Text()},
+               {"command", tested.Command()}}});
+    };
+    if (!m_tests.Start(name, at->second.settings, m_own.Of(name).send, m_exporter.Head(), tell))
+        done({"too many collectors are being tested; try again in a second", {}});
+}
+
 std::unique_ptr<StateParts> Assembly::Impl::BeginAnswer(const ipc::cdb::StateRequest& request)
 {
     WantedState wanted;
@@ -370,8 +405,12 @@ std::unique_ptr<StateParts> Assembly::Impl::BeginAnswer(const ipc::cdb::StateReq
 
 StateAnswer::Sources Assembly::Impl::AnswerSources()
 {
-    return {SourcesOfOne(), [this] { m_exporter.TakeErrors(); }, m_configuration.Reader(),
-            m_configuration.Problem()};
+    return {SourcesOfOne(),
+            [this] { m_exporter.TakeErrors(); },
+            m_configuration.Reader(),
+            m_configuration.Problem(),
+            {},
+            &m_statistics};
 }
 
 Assembly::Assembly(boost::asio::io_context& loop, const Options& options, const std::string& directory)

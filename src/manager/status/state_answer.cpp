@@ -2,6 +2,7 @@
 #include "manager/status/state_answer.h"
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <utility>
@@ -9,6 +10,8 @@
 #include "cdb/model/error.h"
 #include "ipc/cdb.pb.h"
 #include "manager/status/state_writer.h"
+#include "manager/status/statistics.h"
+#include "net/links/links.h"
 
 namespace manager {
 namespace {
@@ -182,6 +185,9 @@ bool StateAnswer::Next(ipc::cdb::StateReply& part)
         case Stage::kInterfaces:
             Interfaces(writer);
             break;
+        case Stage::kKernelInterfaces:
+            KernelInterfaces(writer);
+            break;
         case Stage::kDrops:
             Drops(writer);
             break;
@@ -260,6 +266,7 @@ void StateAnswer::Collectors(StateWriter& writer)
         std::optional<View::Collector> shown;
         if (entry != nullptr) shown.emplace(view.Of(*entry));
         const auto problems = DiagnoseCollector(name, shown ? &*shown : nullptr, view, Known());
+        if (shown && m_sources.statistics != nullptr) m_sources.statistics->Reduce(name, shown->stream);
         if (const auto* leaves = wanted.Of(name); shown && leaves != nullptr)
             writer.Collector(*shown, view.Now(), problems, *leaves);
         if (!problematic.Has(name)) continue;
@@ -290,7 +297,7 @@ void StateAnswer::Interfaces(StateWriter& writer)
     if (wanted.every || problematic.all) AddNames(m_sources.status.table.AllInterfaces(), m_last, next);
     m_configured.interfaces.clear();
     if (problematic.all) ReadNextInterfaces(next);
-    const auto names = Take(std::move(next), Stage::kDrops);
+    const auto names = Take(std::move(next), Stage::kKernelInterfaces);
     auto& configured = m_configured.interfaces;
     configured.erase(names.empty() ? configured.begin() : configured.upper_bound(names.back()),
                      configured.end());
@@ -304,11 +311,36 @@ void StateAnswer::Interfaces(StateWriter& writer)
         if (entry != nullptr) shown.emplace(view.Of(*entry));
         std::vector<Problem> problems;
         if (m_diagnoses) problems = DiagnoseInterface(name, shown ? &*shown : nullptr, view, Known());
+        if (shown && m_sources.statistics != nullptr) m_sources.statistics->Reduce(name, shown->status);
         if (const auto* leaves = wanted.Of(name); shown && leaves != nullptr)
             writer.Interface(*shown, view, Known(), problems, *leaves);
         if (!problematic.Has(name)) continue;
         for (const Problem& problem : problems) Tell(problem, writer);
     }
+}
+
+void StateAnswer::KernelInterfaces(StateWriter& writer)
+{
+    const WantedEntries& wanted = m_wanted.kernelInterfaces;
+    const net::Links* const links = m_sources.status.links;
+    if (links == nullptr || wanted.None()) {
+        m_stage = Stage::kDrops;
+        return;
+    }
+    if (!m_kernelNames) {
+        m_kernelNames.emplace();
+        if (wanted.every)
+            for (const auto& [index, link] : links->All()) m_kernelNames->push_back(link.name);
+        else
+            for (const auto& [name, leaves] : wanted.named) m_kernelNames->push_back(name);
+        std::ranges::sort(*m_kernelNames, std::greater<>());
+    }
+    for (; !m_kernelNames->empty() && m_work < kEntries; m_kernelNames->pop_back(), ++m_work) {
+        const std::string& name = m_kernelNames->back();
+        const net::Link* link = links->Find(name);  // which finds other names, too
+        if (link != nullptr && link->name == name) writer.KernelInterface(*link, *wanted.Of(name));
+    }
+    if (m_kernelNames->empty()) m_stage = Stage::kDrops;
 }
 
 void StateAnswer::Drops(StateWriter& writer)

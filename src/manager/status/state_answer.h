@@ -24,6 +24,7 @@ class StateReply;
 namespace manager {
 
 class StateWriter;
+class Statistics;
 
 /// Where the state stands in the model.
 inline constexpr const char* kStatePath = "/state/oam/sflow";
@@ -50,6 +51,8 @@ public:
         std::string storeProblem = {};
         /// Takes the entries of the list of problems, which are then in no part. May be null.
         std::function<void(const Problem&)> problem = {};
+        /// What the entries shown count less than the manager does. Null: nothing.
+        const Statistics* statistics = nullptr;
     };
     /// The table and the store must outlive it.
     StateAnswer(Sources sources, WantedState wanted);
@@ -60,13 +63,14 @@ public:
     [[nodiscard]] bool IsIncomplete() const { return m_isIncomplete; }
 
 private:
-    enum class Stage : std::uint8_t { kManager, kCollectors, kInterfaces, kDrops, kDone };
+    enum class Stage : std::uint8_t { kManager, kCollectors, kInterfaces, kKernelInterfaces, kDrops, kDone };
 
     void Tell(const Problem& problem, StateWriter& writer) const;
     void Manager(StateWriter& writer);
     /// The next entries, as many as one part may have.
     void Collectors(StateWriter& writer);
     void Interfaces(StateWriter& writer);
+    void KernelInterfaces(StateWriter& writer);
     void Drops(StateWriter& writer);
     /// As many of the names, which are in ascending order, as one part may have; with the last of all the
     /// next stage begins.
@@ -96,8 +100,9 @@ private:
     std::size_t m_work = 0;  // of this part so far, in entries
     std::optional<ConfiguredReader> m_reader;
     Configured m_configured;  // the collectors as they are met; the interfaces of one part
-    std::optional<std::vector<DropsAtInterface>> m_drops;  // as they were when the stage began
-    std::string m_warning;                                 // not sent yet
+    std::optional<std::vector<std::string>> m_kernelNames;  // those still to come, descending
+    std::optional<std::vector<DropsAtInterface>> m_drops;   // as they were when the stage began
+    std::string m_warning;                                  // not sent yet
     bool m_isIncomplete = false;
 };
 

@@ -56,6 +56,7 @@ void StateProvider::DropAnswers()
 {
     m_turn.reset();
     m_answers.clear();
+    m_connection = std::make_shared<int>();
 }
 
 void StateProvider::Introduce()
@@ -215,13 +216,32 @@ void StateProvider::TakeChanges(ipc::cdb::ChangeSet& changes)
 
 void StateProvider::AnswerAction(const ipc::cdb::ActionRequest& request)
 {
+    const auto answer = [this, number = request.request(),
+                         connection = std::weak_ptr<void>(m_connection)](const ActionResult& result) {
+        // Of a connection that has ended nothing is asked any more.
+        if (!connection.expired()) SendActionReply(number, result);
+    };
+    if (request.name() == "resync") return answer({m_handlers.resync(), {}});
+    if (request.name() == "test-collector" && m_handlers.testCollector)
+        return m_handlers.testCollector(request.subject(), answer);
+    if (request.name() == "clear-statistics" && m_handlers.clearStatistics) {
+        m_handlers.clearStatistics();
+        return answer({});
+    }
+    answer({"the sFlow manager knows no request \"" + request.name() + "\"", {}});
+}
+
+void StateProvider::SendActionReply(std::uint64_t request, const ActionResult& result)
+{
     ClientMessage answer;
     auto& reply = *answer.mutable_action_reply();
-    reply.set_request(request.request());
-    if (request.name() == "resync")
-        reply.set_error(m_handlers.resync());
-    else
-        reply.set_error("the sFlow manager knows no request \"" + request.name() + "\"");
+    reply.set_request(request);
+    reply.set_error(result.error);
+    for (const auto& [name, value] : result.output) {
+        auto& leaf = *reply.add_output();
+        leaf.set_name(name);
+        leaf.set_value(value);
+    }
     m_link.Send(answer);
 }
 

@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ipc/link.h"
@@ -27,6 +28,13 @@ class ServerMessage;
 }  // namespace ipc::cdb
 
 namespace manager {
+
+/// What an action came to: an error, or the leaves of its output.
+struct ActionResult {
+    std::string error;
+    std::vector<std::pair<std::string, std::string>> output;
+};
+using ActionDone = std::function<void(const ActionResult&)>;
 
 class StateProvider {
 public:
@@ -47,6 +55,10 @@ public:
         std::function<void(const ipc::cdb::ChangeSet& changes)> changed;
         /// The connection has ended. May be null.
         std::function<void()> lost = {};
+        /// Tries the way to the collector; `done` is called once, from the loop.
+        std::function<void(const std::string& collector, ActionDone done)> testCollector = {};
+        /// Counts that operators compare begin at zero.
+        std::function<void()> clearStatistics = {};
     };
 
     /// Connects from the loop once Start has been called. `loop` and `timers` must outlive it.
@@ -74,6 +86,7 @@ private:
     void OnRefused(const std::string& reason);
     void AnswerState(const ipc::cdb::StateRequest& request);
     void AnswerAction(const ipc::cdb::ActionRequest& request);
+    void SendActionReply(std::uint64_t request, const ActionResult& result);
     void TakeChanges(ipc::cdb::ChangeSet& changes);
     /// One part of one answer; the next part, of the next answer, in another turn of the loop.
     void GoOn();
@@ -87,6 +100,7 @@ private:
     std::deque<Open> m_answers;
     std::unique_ptr<ipc::cdb::ClientMessage> m_part;  // of an answer: the last one that was made
     std::shared_ptr<void> m_turn;                     // while one is to come
+    std::shared_ptr<void> m_connection;               // replaced where answers are dropped
     const std::shared_ptr<void> m_alive = std::make_shared<int>();
     ipc::Link m_link;  // last: its handlers use the others
 };

@@ -83,7 +83,8 @@ bool WantedEntries::Has(std::string_view leaf) const
 WantedState WantedState::Everything()
 {
     WantedState wanted;
-    wanted.manager = wanted.collectors.every = wanted.interfaces.every = WantedLeaves{true, {}};
+    wanted.manager = wanted.collectors.every = wanted.interfaces.every = wanted.kernelInterfaces.every =
+        WantedLeaves{true, {}};
     wanted.agentAddress = wanted.subAgent = wanted.drops = true;
     wanted.problems = {true, {true, {}}, {true, {}}};
     return wanted;
@@ -103,10 +104,12 @@ WantedState WantedState::From(const ipc::cdb::StateRequest_Part& part)
         wanted.drops = wanted.drops || child.name() == "drops";
         if (child.name() == "collector") Add(child, wanted.collectors);
         if (child.name() == "interface") Add(child, wanted.interfaces);
+        if (child.name() == "kernel-interface") Add(child, wanted.kernelInterfaces);
         if (child.name() == "problem") AddProblems(child, wanted);
     }
     Spread(wanted.collectors);
     Spread(wanted.interfaces);
+    Spread(wanted.kernelInterfaces);
     return wanted;
 }
 

@@ -50,7 +50,7 @@ struct WantedState {
     bool agentAddress = false;
     bool subAgent = false;
     bool drops = false;  // whatever of the list
-    WantedEntries collectors, interfaces;
+    WantedEntries collectors, interfaces, kernelInterfaces;
     /// Entries of the list of problems, by subject.
     struct {
         bool agent = false;

@@ -10,6 +10,7 @@
 
 #include "ipc/cdb.pb.h"
 #include "manager/status/configured.h"
+#include "net/links/links.h"
 
 namespace manager {
 namespace {
@@ -209,6 +210,7 @@ void StateWriter::Manager(const ManagerStatus& status, const OwnSettings& own, c
     if (const auto added = own.AddedDirection()) node.Text(StateName::kAddedDirection, Name(*added));
     node.Number(StateName::kSamplesPerSecond, status.perSecond.samples);
     node.Number(StateName::kDatagramsPerSecond, status.perSecond.datagrams);
+    if (status.countsSince) node.Time(StateName::kCountsSince, *status.countsSince);
     Discarding(status.discards, own, node);
     node.Texts(StateName::kLimitation, status.limitations);
 }
@@ -266,6 +268,19 @@ void StateWriter::Interface(const View::Interface& shown, const View& view, cons
     Kernel(shown.status, view.Manager().source, node);
     Counts(shown.status, view.Now(), node);
     node.Reasons(problems);
+}
+
+void StateWriter::KernelInterface(const net::Link& shown, const WantedLeaves& wanted)
+{
+    NodeWriter node(*this, Add(StateName::kKernelInterface), wanted);
+    node.Key(shown.name);
+    node.Number(StateName::kIfindex, shown.index);
+    node.Texts(StateName::kAlternativeName, shown.altNames);
+    if (!shown.alias.empty()) node.Text(StateName::kAlias, shown.alias);
+    if (!shown.kind.empty()) node.Text(StateName::kKind, shown.kind);
+    if (shown.speed != 0) node.Number(StateName::kSpeed, shown.speed);
+    node.Text(StateName::kAdminStatus, Status(shown.up));
+    node.Text(StateName::kOperStatus, Status(shown.running));
 }
 
 void StateWriter::Drops(const DropsAtInterface& shown, WallTime now)

@@ -22,6 +22,10 @@ class StateNode;
 class StateReply;
 }  // namespace ipc::cdb
 
+namespace net {
+struct Link;
+}
+
 namespace manager {
 
 struct Configured;
@@ -40,10 +44,10 @@ enum class StateName : std::uint8_t {
     kAdminStatus, kOperStatus, kSamplingError, kPacketsSeen, kPacketsSampled, kDropsBuffer,
     kDropsNoCollector, kLastSampleTime, kLastSampleAge, kCountersSent, kLastCountersTime, kLastCountersAge,
     kProblem, kText, kDrops, kPackets, kPacketsNotTold, kReason, kRate, kLastTime, kLastAge, kCode, kFunction, kSeverity,
-    kSamplesPerSecond, kDatagramsPerSecond,
+    kSamplesPerSecond, kDatagramsPerSecond, kAlternativeName, kAlias, kKind, kSpeed, kCountsSince,
 };
 
-inline constexpr std::size_t kStateNames = static_cast<std::size_t>(StateName::kDatagramsPerSecond) + 1;
+inline constexpr std::size_t kStateNames = static_cast<std::size_t>(StateName::kCountsSince) + 1;
 
 /// In the order of StateName.
 inline constexpr std::array<std::string_view, kStateNames> kStateTexts = {
@@ -59,6 +63,7 @@ inline constexpr std::array<std::string_view, kStateNames> kStateTexts = {
     "last-sample-time", "last-sample-age", "counters-sent", "last-counters-time", "last-counters-age",
     "problem", "text", "drops", "packets", "packets-not-told", "reason", "rate", "last-time", "last-age",
     "code", "function", "severity", "samples-per-second", "datagrams-per-second",
+    "alternative-name", "alias", "kind", "speed", "counts-since",
 };
 
 // clang-format on
@@ -82,6 +87,8 @@ public:
     /// `configured` may be null: then what only it shows is left out.
     void Interface(const View::Interface& shown, const View& view, const Configured* configured,
                    const std::vector<Problem>& problems, const WantedLeaves& wanted);
+    /// To be called in ascending order of names.
+    void KernelInterface(const net::Link& shown, const WantedLeaves& wanted);
     /// To be called in ascending order of names.
     void Drops(const DropsAtInterface& shown, WallTime now);
     /// To be called in ascending order of subject, name and reason.

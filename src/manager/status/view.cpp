@@ -34,6 +34,7 @@ View::View(StatusSources sources) : m_sources(std::move(sources))
     if (m_sources.manager) m_manager = m_sources.manager();
     m_now += m_shift;
     m_manager.since += m_shift;
+    Move(m_manager.countsSince, m_shift);
 }
 
 View::Collector View::Of(const ServiceTable::Collectors::value_type& entry) const

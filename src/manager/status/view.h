@@ -21,6 +21,10 @@
 #include "manager/settings/own_settings.h"
 #include "manager/status/traffic_rates.h"
 
+namespace net {
+class Links;
+}
+
 namespace manager {
 
 /// The manager as a whole.
@@ -37,6 +41,7 @@ struct ManagerStatus {
     SourceStatus source;
     DiscardSource discards;
     TrafficCounts perSecond;
+    std::optional<WallTime> countsSince;   // from when on the state counts
     std::vector<std::string> limitations;  // what can't be done here, for operators
 };
 
@@ -53,6 +58,8 @@ struct StatusSources {
     std::function<const StreamStatus*(const std::string& collector)> collector = {};
     /// In ascending order of their names.
     std::function<std::vector<DropsAtInterface>()> drops = {};
+    /// The kernel's interfaces; null: none are known.
+    const net::Links* links = nullptr;
     /// The clock of all recorded times. One that is never set keeps ages true.
     std::function<WallTime()> now = {};
     /// The wall clock, if it is another: all times of the view are moved to it, so that what was recorded a

@@ -80,7 +80,8 @@ TEST(Understand, RefusesWithWhatIsPossible)
     } rows[] = {
         {"nonsense", "error: unknown command \"nonsense\"; possible: set, edit, up, top, delete, load, "},
         {"show",
-         "error: the command is not complete; possible: configuration, history, checkpoints, sflow, system, "
+         "error: the command is not complete; possible: configuration, history, checkpoints, sflow, "
+         "interfaces, system, "
          "version"},
         {"rollback", "error: N|CHECKPOINT is missing; usage: rollback N|CHECKPOINT"},
         {"rollback 1 2", "error: \"2\" is unknown here; usage: rollback N|CHECKPOINT"},

@@ -405,5 +405,41 @@ TEST_F(State, PassesAResyncToTheManager)
     }
 }
 
+TEST_F(State, PassesATestOfACollectorToTheManagerAndItsAnswerBack)
+{
+    Refused(m_client, netconf::SflowTestCollector("c1"), "operation-failed");
+    const auto provider = Provider();
+    m_client.Send(netconf::SflowTestCollector("c1"));
+    const auto message = provider->Receive();
+    EXPECT_EQ(message.action_request().name(), "test-collector");
+    EXPECT_EQ(message.action_request().subject(), "c1");
+    ipc::cdb::ClientMessage answer;
+    auto& told = *answer.mutable_action_reply();
+    told.set_request(message.action_request().request());
+    for (const auto& [name, value] : {std::pair("outcome", "silent"), {"text", "a < b"}, {"unknown", "x"}}) {
+        auto& leaf = *told.add_output();
+        leaf.set_name(name);
+        leaf.set_value(value);
+    }
+    provider->Send(answer);
+    const auto reply = m_client.Receive();
+    EXPECT_TRUE(reply.ok);
+    EXPECT_EQ(reply.output.at("outcome"), "silent");
+    EXPECT_EQ(reply.output.at("text"), "a &lt; b");
+    EXPECT_FALSE(reply.output.contains("unknown"));
+}
+
+TEST_F(State, PassesTheClearingOfStatisticsToTheManager)
+{
+    const auto provider = Provider();
+    m_client.Send(netconf::SflowClearStatistics());
+    const auto message = provider->Receive();
+    EXPECT_EQ(message.action_request().name(), "clear-statistics");
+    ipc::cdb::ClientMessage answer;
+    answer.mutable_action_reply()->set_request(message.action_request().request());
+    provider->Send(answer);
+    EXPECT_TRUE(m_client.Receive().ok);
+}
+
 }  // namespace
 }  // namespace agent_tests

@@ -7,8 +7,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "manager/configured_store_fixture.h"
 #include "manager/shown.h"
+#include "net/links/links.h"
 #include "support/shown_state.h"
 
 namespace manager {
@@ -58,6 +61,7 @@ protected:
             m_looked.emplace_back("drops");
             return m_drops;
         };
+        status.links = m_links;
         return {status, [this] { ++m_refreshes; }, store, "no store"};
     }
 
@@ -96,6 +100,7 @@ protected:
     StreamStatus m_stream = SendingStream();
     std::vector<DropsAtInterface> m_drops;
     std::vector<std::string> m_looked;
+    const net::Links* m_links = nullptr;
     int m_refreshes = 0;
     nlohmann::ordered_json m_whole;
     std::vector<std::string> m_warnings;
@@ -112,6 +117,34 @@ TEST_F(Answer, LooksAtNothingButTheEntryAskedFor)
     EXPECT_THAT(m_looked, ElementsAre("eth500"));
     EXPECT_EQ(0, m_refreshes);
     EXPECT_THAT(m_warnings, IsEmpty()) << "the configuration is not needed";
+}
+
+TEST_F(Answer, TheKernelsInterfacesComeInOrderAndOnlyIfAskedFor)
+{
+    net::Links links;
+    for (int i = 0; i < 250; ++i) {
+        net::Link link;
+        link.index = static_cast<std::uint32_t>(i + 1);
+        link.name = "p" + std::to_string(i);
+        link.alias = "port-" + std::to_string(i);
+        link.up = true;
+        links.Put(link);
+    }
+    m_links = &links;
+    WantedState wanted;
+    wanted.kernelInterfaces = Every({"ifindex"});
+    EXPECT_EQ(3U, Parts(wanted).size());
+    const std::vector<std::string> names = KeysOf("kernel-interface");
+    EXPECT_EQ(250U, names.size());
+    EXPECT_TRUE(std::ranges::is_sorted(names));
+
+    wanted.kernelInterfaces = Named("p7");
+    wanted.kernelInterfaces.named["port-8"] = {true, {}};
+    EXPECT_THAT(Parts(wanted),
+                ElementsAre(R"({"kernel-interface":[{"keys":["p7"],"ifindex":"8","alias":"port-7",)"
+                            R"("admin-status":"up","oper-status":"down"}]})"))
+        << "an alias is no name";
+    EXPECT_THAT(Parts(WantedState{}), ElementsAre("{}"));
 }
 
 TEST_F(Answer, OfWhatIsNotThereIsEmpty)

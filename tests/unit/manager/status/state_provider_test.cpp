@@ -103,6 +103,9 @@ protected:
     std::vector<std::string> m_asked;
     std::string m_resyncError;
     int m_resyncs = 0;
+    int m_clears = 0;
+    std::string m_tested;
+    std::vector<ActionDone> m_tests;
     std::vector<std::uint64_t> m_changes;
     StateProvider m_provider{
         m_loop,
@@ -117,7 +120,13 @@ protected:
              ++m_resyncs;
              return m_resyncError;
          },
-         [this](const ipc::cdb::ChangeSet& changes) { m_changes.push_back(changes.commit()); }}};
+         [this](const ipc::cdb::ChangeSet& changes) { m_changes.push_back(changes.commit()); },
+         {},
+         [this](const std::string& collector, const ActionDone& done) {
+             m_tested = collector;
+             m_tests.push_back(done);
+         },
+         [this] { ++m_clears; }}};
 };
 
 TEST_F(Provider, IntroducesItself)
@@ -275,6 +284,36 @@ TEST_F(Provider, PassesOnTheRequestForEverythingAnew)
     answer = Answer(request);
     EXPECT_EQ(m_resyncError, answer.action_reply().error());
     EXPECT_EQ(2, m_resyncs);
+}
+
+TEST_F(Provider, AnswersATestOfACollectorWhenItIsDone)
+{
+    Listen();
+    m_provider.Start();
+    auto& database = Introduced(1);
+    database.Send(Welcome());
+    ASSERT_TRUE(RunUntil([&] { return database.All().size() > kIntroduction; })) << "it has loaded";
+    CdbdMessage request;
+    request.mutable_action_request()->set_request(8);
+    request.mutable_action_request()->set_name("test-collector");
+    request.mutable_action_request()->set_subject("c1");
+    database.Send(request);
+    ASSERT_TRUE(RunUntil([&] { return m_tests.size() == 1; }));
+    EXPECT_EQ("c1", m_tested);
+    // Other requests do not wait for it.
+    CdbdMessage clear;
+    clear.mutable_action_request()->set_request(9);
+    clear.mutable_action_request()->set_name("clear-statistics");
+    EXPECT_EQ(9U, Answer(clear).action_reply().request());
+    EXPECT_EQ(1, m_clears);
+    const std::size_t said = database.All().size();
+    m_tests[0]({"", {{"outcome", "silent"}}});
+    ASSERT_TRUE(RunUntil([&] { return database.All().size() > said; }));
+    const auto& answer = database.All().back().action_reply();
+    EXPECT_EQ(8U, answer.request());
+    ASSERT_EQ(1, answer.output_size());
+    EXPECT_EQ("outcome", answer.output(0).name());
+    EXPECT_EQ("silent", answer.output(0).value());
 }
 
 TEST_F(Provider, AcknowledgesAChangeAndPassesItOn)

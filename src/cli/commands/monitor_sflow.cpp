@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/commands/monitor_sflow.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <ctime>
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "cli/commands/interrupt.h"
+#include "cli/commands/request.h"
+#include "cli/commands/show.h"
+#include "cli/data/data_tree.h"
+#include "cli/data/error.h"
+#include "cli/screens/sflow_watch.h"
+#include "netconf/client.h"
+#include "netconf/requests.h"
+#include "netconf/socket.h"
+
+namespace cli {
+namespace {
+
+std::string TimeText()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    ::gmtime_r(&now, &parts);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text.data();
+}
+
+/// Waits to the next second of the clock that never goes back. False once SIGINT has come.
+bool AwaitNext(const Interrupt& interrupt, std::chrono::steady_clock::time_point& next)
+{
+    using namespace std::chrono;
+    const auto now = steady_clock::now();
+    next = std::max(next + seconds(1), now);
+    pollfd wait{interrupt.Descriptor(), POLLIN, 0};
+    const auto left = ceil<milliseconds>(next - now).count();
+    return ::poll(&wait, 1, static_cast<int>(left)) == 0;
+}
+
+std::string Line(Call& call, SflowWatch& watch, std::unique_ptr<netconf::Client>& session)
+{
+    const std::string time = TimeText();
+    std::string why;
+    try {
+        if (!session) session = call.connect();
+        const netconf::Reply reply =
+            session->Call(netconf::Get(StateFilter("<oam><sflow>" + watch.Filter() + "</sflow></oam>")));
+        if (reply.ok) {
+            const Tree state = ParseReply(call.yang, reply.data);
+            const Watched watched = watch.Look(state.get(), std::chrono::steady_clock::now());
+            return call.format == Format::kText ? watch.Text(watched, time) : watch.Json(watched, time);
+        }
+        why = reply.errors.empty() ? "the database refused without a reason" : ToText(reply.errors.front());
+    } catch (const netconf::ConnectionError& error) {
+        session.reset();  // the next look connects again
+        why = error.what();
+    }
+    return call.format == Format::kText ? FailedText(why, time) : FailedJson(why, time);
+}
+
+}  // namespace
+
+void MonitorSflow(Call& call)
+{
+    const std::string interface = call.arguments.Named("interface");
+    const std::string collector = call.arguments.Named("collector");
+    if (!interface.empty() && !collector.empty()) throw Error("give an interface or a collector, not both");
+    if (call.format == Format::kXml) throw Error("the lines are text or, behind | json, JSON");
+    SflowWatch watch(collector.empty() ? "interface" : "collector", interface + collector);
+    const Interrupt interrupt;
+    std::unique_ptr<netconf::Client> session = call.connect();  // of which the first failure is the command's
+    auto next = std::chrono::steady_clock::now();
+    do {
+        call.out << Line(call, watch, session) << std::endl;
+        if (!call.out) throw Error("standard output can't be written");
+    } while (AwaitNext(interrupt, next));
+}
+
+}  // namespace cli
