@@ -2,18 +2,16 @@
 #include "cli/commands/keys.h"
 
 #include <libyang/libyang.h>
-#include <net/if.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <memory>
 #include <set>
 #include <string>
 #include <utility>
 
 #include "cli/commands/request.h"
+#include "cli/commands/show.h"
 #include "cli/data/edit_xml.h"
+#include "cli/data/state_node.h"
 #include "cli/screens/sflow_problems.h"
 #include "netconf/client.h"
 #include "netconf/requests.h"
@@ -21,31 +19,22 @@
 namespace cli {
 namespace {
 
-/// The alias of the kernel's interface; empty if it has none, or if sysfs is another network namespace's.
-std::string AliasOf(const std::string& name, unsigned index)
+/// The interfaces of the kernel, as the manager sees them, by alias, or by name where they have none.
+std::vector<Choice> KernelInterfaces(Call& call)
 {
-    const std::filesystem::path folder = std::filesystem::path("/sys/class/net") / name;
-    std::string indexText;
-    std::string alias;
-    std::getline(std::ifstream(folder / "ifindex"), indexText);
-    if (indexText == std::to_string(index)) std::getline(std::ifstream(folder / "ifalias"), alias);
-    return alias;
-}
-
-/// The interfaces of the kernel by alias, or by name where they have none.
-std::vector<Choice> KernelInterfaces()
-{
+    const netconf::Reply reply = call.session->Call(netconf::Get(
+        StateFilter("<oam><sflow><kernel-interface><name/><alias/></kernel-interface></sflow></oam>")));
     std::vector<Choice> interfaces;
-    const std::unique_ptr<struct if_nameindex, decltype(&::if_freenameindex)> all(::if_nameindex(),
-                                                                                  &::if_freenameindex);
-    for (const struct if_nameindex* each = all.get(); each && each->if_name; ++each) {
-        const std::string name = each->if_name;
-        const std::string alias = AliasOf(name, each->if_index);
-        if (alias.empty())
+    if (!reply.ok) return interfaces;
+    const Tree state = ParseReply(call.yang, reply.data);
+    Children(state.get()).Of("oam").Of("sflow").ForEach("kernel-interface", [&](const lyd_node* node) {
+        const Children interface(node);
+        const std::string name = interface.Value("name");
+        if (interface.First("alias") == nullptr)
             interfaces.push_back({name, "a kernel interface, not configured"});
         else
-            interfaces.push_back({alias, "alias of " + name + ", not configured"});
-    }
+            interfaces.push_back({interface.Value("alias"), "alias of " + name + ", not configured"});
+    });
     std::ranges::sort(interfaces,
                       [](const Choice& a, const Choice& b) { return NaturallyBefore(a.word, b.word); });
     return interfaces;
@@ -72,7 +61,7 @@ std::vector<Choice> RequestKeys(Call& call, const Place& list)
     if (!AreSflowInterfaces(list.steps.back().schema)) return choices;
     std::set<std::string> configured;
     for (const Choice& choice : choices) configured.insert(choice.word);
-    for (Choice& kernels : KernelInterfaces())
+    for (Choice& kernels : KernelInterfaces(call))
         if (!configured.contains(kernels.word)) choices.push_back(std::move(kernels));
     return choices;
 }
