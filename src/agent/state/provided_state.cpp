@@ -249,7 +249,7 @@ void StateQuery::Await(std::size_t index)
         const auto self = weak.lock();
         if (!self) return;
         self->m_open[index]->outcome.late = true;
-        self->End(index, "has not answered for " + DurationText(self->m_timeout));
+        self->End(index, "does not answer");
     });
 }
 

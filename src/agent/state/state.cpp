@@ -8,6 +8,7 @@
 
 #include "agent/data/errors.h"
 #include "agent/state/yang_library.h"
+#include "base/environment.h"
 #include "log/log.h"
 
 namespace agent {
@@ -15,9 +16,8 @@ namespace {
 
 constexpr std::string_view kSystem = "/state/system";
 
-/// A client with this many unanswered questions is asked nothing until it has answered one, or this time has
-/// passed. So few messages wait for a stopped process.
-constexpr std::size_t kMaxUnanswered = 2;
+/// A silent client is tried again after this time, then after twice the time each: few questions wait for a
+/// stopped process, however long it is stopped.
 constexpr std::chrono::seconds kAskAgain{30};
 
 /// Causes that are logged for one path until its state is whole again.
@@ -31,8 +31,13 @@ std::string DataPath(const lysc_node* node)
     return DataPath(node->parent) + "/" + (same ? "" : std::string(node->module->name) + ":") + node->name;
 }
 
-/// The cause of a silent client's missing state; the same however long it is silent.
-std::string SilenceOf(const Client& client) { return client.Name() + " does not answer"; }
+/// What starts a process that is not there.
+std::string WithRemedy(const std::string& process, bool hasUnits)
+{
+    return process + " is not connected; " +
+           (hasUnits ? "systemctl start " + process
+                     : "start " + process + ", or the whole switch with tools/switch up");
+}
 
 }  // namespace
 
@@ -48,7 +53,8 @@ StateSource::StateSource(boost::asio::io_context& loop, base::Timers& timers, co
       m_timeout(timeout),
       m_system(FindProviderNode(schema.Context(), kSystem)),
       m_netconf(FindProviderNode(schema.Context(), "/netconf-state")),
-      m_expected(ExpectedProviders(schema.Context()))
+      m_expected(ExpectedProviders(schema.Context())),
+      m_hasUnits(base::Variable("NOTIFY_SOCKET").has_value())
 {
     for (const char* path : {"/yang-library", "/modules-state"})
         if (const lysc_node* library = FindProviderNode(schema.Context(), path))
@@ -100,15 +106,11 @@ std::vector<StateQuestion> StateSource::Questions(StateSelections& selections, C
             part.mutable_children()->Swap(&wanted->children);
         }
         if (question.request.parts().empty()) continue;
-        const Unanswered* silent = IsSilent(client);
-        if (silent == nullptr) {
+        if (MayAsk(client)) {
             questions.push_back(std::move(question));
             continue;
         }
-        const auto since = std::chrono::floor<std::chrono::seconds>(m_timers.Now() - silent->since);
-        for (const auto& part : question.request.parts())
-            Warn(part.path(), client->Name() + " has not answered for " + DurationText(m_timeout + since),
-                 collected, SilenceOf(*client));
+        for (const auto& part : question.request.parts()) WarnOfSilence(part.path(), *client, collected);
     }
     return questions;
 }
@@ -125,8 +127,7 @@ void StateSource::AddMissing(StateSelections& selections, CollectedState& collec
         };
         if (std::any_of(ready.begin(), ready.end(), provides) || !selections.Take(expected.container))
             continue;
-        Warn(expected.path, "no process provides " + expected.path + "; start " + expected.process,
-             collected);
+        Warn(expected.path, WithRemedy(expected.process, m_hasUnits), collected);
     }
 }
 
@@ -163,56 +164,86 @@ void StateSource::AddServer(StateSelections& selections, StateTree& tree) const
 
 void StateSource::Add(StateOutcome& outcome, StateTree& tree, CollectedState& collected)
 {
-    if (outcome.late) Remember(outcome);
+    if (outcome.late)
+        Remember(outcome);
+    else
+        ForgetSilence(outcome.client.get());
     const std::string& name = outcome.client->Name();
     for (const std::string& path : outcome.paths) {
+        if (outcome.late) {
+            WarnOfSilence(path, *outcome.client, collected);
+            continue;
+        }
         if (!outcome.problem.empty()) {
-            Warn(path, name + " " + outcome.problem, collected,
-                 outcome.late ? SilenceOf(*outcome.client) : "");
+            Warn(path, "no state of " + path + ": " + name + " " + outcome.problem, collected);
             continue;
         }
         if (outcome.state->Warnings().empty()) Told(path);
         for (const std::string& warning : outcome.state->Warnings()) Warn(path, warning, collected);
     }
-    if (!outcome.problem.empty()) return;
+    if (outcome.late || !outcome.problem.empty()) return;
     collected.bytes += outcome.state->Bytes();
     tree.Adopt(std::move(outcome.state->Tree()));
 }
 
-const StateSource::Unanswered* StateSource::IsSilent(const ClientPtr& client)
+StateSource::Silence* StateSource::SilenceOf(const Client& client)
 {
-    const auto now = m_timers.Now();
-    std::erase_if(m_unanswered, [now](const Unanswered& each) {
-        return each.client.expired() || now - each.since > kAskAgain;
+    const auto found = std::find_if(m_silences.begin(), m_silences.end(), [&client](const Silence& each) {
+        return each.client.lock().get() == &client;
     });
-    const auto own = [&client](const Unanswered& each) { return each.client.lock() == client; };
-    if (static_cast<std::size_t>(std::count_if(m_unanswered.begin(), m_unanswered.end(), own)) <
-        kMaxUnanswered)
-        return nullptr;
-    return &*std::find_if(m_unanswered.begin(), m_unanswered.end(), own);
+    return found == m_silences.end() ? nullptr : &*found;
+}
+
+bool StateSource::MayAsk(const ClientPtr& client)
+{
+    Silence* silence = SilenceOf(*client);
+    if (silence == nullptr) return true;
+    const auto now = m_timers.Now();
+    const std::chrono::steady_clock::duration pause = kAskAgain;
+    if (now - silence->asked < std::max(pause, silence->asked - silence->since)) return false;
+    silence->asked = now;  // by one question; who asks meanwhile is answered at once
+    return true;
 }
 
 void StateSource::Remember(const StateOutcome& late)
 {
-    m_unanswered.push_back({late.client, m_timers.Now(), late.key.second});
+    const auto now = m_timers.Now();
+    if (SilenceOf(*late.client) == nullptr) m_silences.push_back({late.client, now - m_timeout, now});
     // A late answer shows that the client works again.
-    late.client->Expect(late.key, [this, request = late.key.second,
-                                   client = std::weak_ptr<Client>(late.client)](const auto* /*answer*/) {
-        std::erase_if(m_unanswered, [&](const Unanswered& each) {
-            return each.request == request && each.client.lock() == client.lock();
-        });
+    late.client->Expect(
+        late.key, [this, client = late.client.get()](const auto* /*answer*/) { ForgetSilence(client); });
+}
+
+void StateSource::ForgetSilence(const Client* client)
+{
+    std::erase_if(m_silences, [client](const Silence& each) {
+        const auto silent = each.client.lock();
+        return silent == nullptr || silent.get() == client;
     });
 }
 
-void StateSource::Warn(const std::string& path, const std::string& reason, CollectedState& collected,
+void StateSource::WarnOfSilence(const std::string& path, const Client& client, CollectedState& collected)
+{
+    const std::string silent = client.Name() + " does not answer";
+    const Silence* silence = SilenceOf(client);
+    const auto since = silence == nullptr
+                           ? m_timeout
+                           : std::chrono::floor<std::chrono::milliseconds>(m_timers.Now() - silence->since);
+    const bool isLong = since >= std::chrono::seconds(1);
+    Warn(path,
+         silent + " since " + DurationText(isLong ? std::chrono::floor<std::chrono::seconds>(since) : since),
+         collected, silent);
+}
+
+void StateSource::Warn(const std::string& path, const std::string& message, CollectedState& collected,
                        const std::string& cause)
 {
     auto& logged = m_logged[path];
-    if (logged.size() < kMaxCauses && logged.insert(cause.empty() ? reason : cause).second)
-        slog::Error("the state of {} is not whole: {}", path, reason);
+    if (logged.size() < kMaxCauses && logged.insert(cause.empty() ? message : cause).second)
+        slog::Error("the state of {} is not whole: {}", path, message);
     cdb::Error error;
     error.tag = cdb::ErrorTag::kOperationFailed;
-    error.message = reason.find(path) != std::string::npos ? reason : "no state of " + path + ": " + reason;
+    error.message = message;
     error.path = DataPath(FindProviderNode(m_schema.Context(), path));
     collected.warnings.push_back(ToRpcError(error, m_schema.Context()));
     collected.warnings.back().severity = "warning";

@@ -70,11 +70,11 @@ public:
     void SetRole(cdb::NodeRole role) { m_role = std::move(role); }
 
 private:
-    /// A question that a client has not answered in time.
-    struct Unanswered {
+    /// A client that has not answered a question in time, and nothing since.
+    struct Silence {
         std::weak_ptr<Client> client;
-        std::chrono::steady_clock::time_point since;
-        std::uint64_t request = 0;
+        std::chrono::steady_clock::time_point since;  // when an answer was awaited first
+        std::chrono::steady_clock::time_point asked;  // when it was asked last
     };
 
     [[nodiscard]] std::vector<StateQuestion> Questions(StateSelections& selections,
@@ -83,13 +83,19 @@ private:
     void AddSystem(StateSelections& selections, StateTree& tree) const;
     void AddServer(StateSelections& selections, StateTree& tree) const;
     void Add(StateOutcome& outcome, StateTree& tree, CollectedState& collected);
-    /// The first of the client's unanswered questions; null if the client may be asked.
-    [[nodiscard]] const Unanswered* IsSilent(const ClientPtr& client);
+    /// Whether the client is to be asked: it is not silent, or it is time to try it again.
+    [[nodiscard]] bool MayAsk(const ClientPtr& client);
+    [[nodiscard]] Silence* SilenceOf(const Client& client);
+    /// Remembers that the client is silent.
     void Remember(const StateOutcome& late);
+    /// The client has answered, or its connection has ended.
+    void ForgetSilence(const Client* client);
+    /// Adds the warning that the client does not answer, and since when.
+    void WarnOfSilence(const std::string& path, const Client& client, CollectedState& collected);
 
     /// Adds a warning that the state at the path, or a part of it, is missing. Logs it once for each cause
-    /// until the state is whole again; if the cause is empty, the reason is the cause.
-    void Warn(const std::string& path, const std::string& reason, CollectedState& collected,
+    /// until the state is whole again; if the cause is empty, the message is the cause.
+    void Warn(const std::string& path, const std::string& message, CollectedState& collected,
               const std::string& cause = {});
     /// The state at the path is whole: logs it after a warning.
     void Told(const std::string& path);
@@ -109,7 +115,8 @@ private:
     std::vector<const lysc_node*> m_libraries;
     std::vector<std::pair<const lysc_node*, AddOwn>> m_own;
     std::vector<ExpectedProcess> m_expected;
-    std::vector<Unanswered> m_unanswered;
+    std::vector<Silence> m_silences;
+    const bool m_hasUnits;  // a service manager has started cdbd, so its units start the others
     std::map<std::string, std::set<std::string>> m_logged;  // by path: the causes of missing state
 };
 

@@ -47,14 +47,21 @@ std::string WithoutPrefixes(std::string_view path)
     return plain;
 }
 
+/// The database's own sentence, which names what it is about.
+std::string MessageOf(const netconf::RpcError& error)
+{
+    return error.message.empty() ? ToText(error) : error.message;
+}
+
 /// The errors or the warnings in lines, at most kMaxErrors of them; empty if there are none.
-std::string Listed(const netconf::Reply& reply, bool warnings)
+std::string Listed(const netconf::Reply& reply, bool warnings,
+                   std::string (*textOf)(const netconf::RpcError& error) = &ToText)
 {
     std::string text;
     std::size_t count = 0;
     for (const netconf::RpcError& error : reply.errors) {
         if (error.IsWarning() != warnings || ++count > kMaxErrors) continue;
-        text += (text.empty() ? "" : "\n  ") + ToText(error);
+        text += (text.empty() ? "" : "\n  ") + textOf(error);
     }
     if (count > kMaxErrors) text += "\n  and " + std::to_string(count - kMaxErrors) + " more";
     return text;
@@ -119,8 +126,8 @@ Tree RequestData(Call& call, std::string_view operation)
 Tree RequestState(Call& call, std::string_view operation)
 {
     netconf::Reply reply = call.session->Call(operation);
-    const std::string warnings = Listed(reply, true);
-    if (reply.ok && reply.data.empty() && !warnings.empty()) throw Error(warnings);
+    const std::string missing = Listed(reply, true, &MessageOf);
+    if (reply.ok && reply.data.empty() && !missing.empty()) throw MissingState(missing);
     Check(call, reply);
     return ParseReply(call.yang, reply.data);
 }

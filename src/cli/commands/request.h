@@ -9,6 +9,7 @@
 
 #include "cli/commands/command.h"
 #include "cli/data/data_tree.h"
+#include "cli/data/error.h"
 
 namespace netconf {
 struct Reply;
@@ -27,8 +28,14 @@ netconf::Reply RequestReply(Call& call, std::string_view operation);
 /// The same for an answer with data.
 Tree RequestData(Call& call, std::string_view operation);
 
+/// What was asked for can't be told: the process that knows it is not there or does not answer.
+class MissingState : public Error {
+public:
+    using Error::Error;
+};
+
 /// The same for state, of which there may be less than was asked for: a warning then says why. If there is
-/// nothing but warnings, they are thrown as Error.
+/// nothing but warnings, they are thrown as MissingState.
 Tree RequestState(Call& call, std::string_view operation);
 
 /// The database's refusal in one line: its message, and the path concerned as words if the message does not

@@ -15,6 +15,7 @@
 #include "cli/screens/sflow_problems.h"
 #include "cli/screens/sflow_summary.h"
 #include "cli/screens/sflow_text.h"
+#include "cli/screens/state_text.h"
 #include "cli/screens/text_width.h"
 #include "netconf/client.h"
 #include "netconf/requests.h"
@@ -35,16 +36,36 @@ void ShowSummary(Call& call)
     call.out << SflowSummary(sflow.get(), processes.get(), call.width);
 }
 
+/// What is known where the sFlow manager tells nothing: that first, then the processes.
+void ShowUnknown(Call& call, const MissingState& why)
+{
+    call.out << why.what() << "\n\nWhether something is broken can't be told. The processes:\n\n";
+    ShowState(call, "<system><process/></system>",
+              [&](const lyd_node* state) { return ProcessesText(state, call.width); });
+}
+
+void ShowProblems(Call& call)
+{
+    call.shell.status = kNotKnown;  // until there is an answer
+    try {
+        const Tree state =
+            RequestState(call, netconf::Get(StateFilter(SflowFilter(SflowElements("problems")))));
+        Show(call, state, [&](const lyd_node* data) { return SflowText(data, "problems", call.width); });
+        call.shell.status = ProblemsStatus(state.get());
+    } catch (const MissingState& why) {
+        if (call.format != Format::kText) throw;
+        ShowUnknown(call, why);
+    }
+}
+
 /// Everything for programs, the summary for people.
 void ShowSflow(Call& call)
 {
     const std::string& part = call.arguments.choice;
     if (part.empty() && call.format == Format::kText) return ShowSummary(call);
-    const bool asks = part == "problems";
-    if (asks) call.shell.status = kNotKnown;  // until there is an answer
+    if (part == "problems") return ShowProblems(call);
     const Tree state = RequestState(call, netconf::Get(StateFilter(SflowFilter(SflowElements(part)))));
     Show(call, state, [&](const lyd_node* data) { return SflowText(data, part, call.width); });
-    if (asks) call.shell.status = ProblemsStatus(state.get());
 }
 
 /// The entries of that names, or all; of an entry that is not there no more is said than that.

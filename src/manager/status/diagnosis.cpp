@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <set>
 #include <string_view>
 
 #include "manager/status/configured.h"
@@ -32,6 +33,8 @@ private:
     void Samples(const View::Interface& interface);
     void Counters(const View::Interface& interface);
     bool WithoutFlow(const View::Interface& interface);
+    /// Where the interface has less than is configured, says so.
+    void Attachments(const View::Interface& interface);
 
     [[nodiscard]] bool IsDisabled(const std::string& collector) const;
     [[nodiscard]] bool AllDisabled(const std::vector<std::string>& collectors) const;
@@ -112,7 +115,8 @@ void Diagnosis::InEffect(const View::Collector& collector)
         return Add(Subject::kCollector, name, reason, text::OfError(reason, collector));
     }
     if (m_view.Table().UsersOf(name).empty())
-        return Add(Subject::kCollector, name, Reason::kNoInterface, text::NoInterface(name));
+        return Add(Subject::kCollector, name, Reason::kNoInterface,
+                   text::NoInterface(name, m_view.Manager().hasOperated));
     if (stream.datagrams == 0) Add(Subject::kCollector, name, Reason::kNothingSent, text::NothingSent());
 }
 
@@ -143,6 +147,19 @@ void Diagnosis::InEffect(const View::Interface& interface)
         return OfInterface(interface.name, Reason::kInterfaceMissing, text::Missing(interface.name));
     Samples(interface);
     Counters(interface);
+    Attachments(interface);
+}
+
+void Diagnosis::Attachments(const View::Interface& interface)
+{
+    const auto isOfLoading = [](const Problem& problem) { return problem.reason == Reason::kNotLoaded; };
+    if (std::ranges::any_of(m_problems, isOfLoading)) return;  // it says the same
+    std::set<std::string> lost;
+    for (const Kind kind : {Kind::kFlow, Kind::kCounter})
+        for (const std::string& name : Wanted(interface.name, kind))
+            if (!IsDisabled(name) && !interface.held.Of(kind).contains(name)) lost.insert(name);
+    if (lost.empty()) return;
+    OfInterface(interface.name, Reason::kNotLoaded, text::NotAttached({lost.begin(), lost.end()}));
 }
 
 bool Diagnosis::WithoutFlow(const View::Interface& interface)

@@ -25,7 +25,8 @@ std::vector<Problem> DiagnoseAgent(const View& view);
 std::vector<Problem> DiagnoseCollector(const std::string& name, const View::Collector* inEffect,
                                        const View& view, const Configured* configured);
 
-/// At most one that concerns packet samples, and one of counters if they are not sent for another reason.
+/// At most one that concerns packet samples, one of counters if they are not sent for another reason, and one
+/// of what is configured and was not told.
 std::vector<Problem> DiagnoseInterface(const std::string& name, const View::Interface* inEffect,
                                        const View& view, const Configured* configured);
 

@@ -214,8 +214,21 @@ std::string NotLoaded(Service::Session session)
            "request sflow resync";
 }
 
-std::string NoInterface(const std::string& collector)
+std::string NotAttached(const std::vector<std::string>& collectors)
 {
+    return fmt::format(
+        "it is configured to send to {}, but the configuration daemon has not told the manager of that; "
+        "request sflow resync",
+        Listed(collectors));
+}
+
+std::string NoInterface(const std::string& collector, bool mayBeLost)
+{
+    if (mayBeLost)
+        return fmt::format(
+            "no interface sends to it; where one is configured to: request sflow resync; "
+            "else: set oam sflow interface INTERFACE flow-sampling-collector {}",
+            collector);
     return fmt::format(
         "no interface sends to it; set oam sflow interface INTERFACE flow-sampling-collector {}", collector);
 }
@@ -266,8 +279,8 @@ std::string OfError(Reason reason, const View::Collector& collector)
     }
     if (collector.stream.lastError == std::errc::message_size)
         return fmt::format(
-            "a datagram of {1} bytes is too large for the way to {0}; set oam sflow collector {2} "
-            "datagram-size to less",
+            "a datagram of {1} bytes is too large for the way to {0}; make them smaller: set oam sflow "
+            "collector {2} datagram-size SIZE",
             where, collector.settings.datagramSize, collector.name);
     return fmt::format("datagrams to {} can't be sent{}", where, Because(collector.stream.lastErrorText));
 }

@@ -73,7 +73,10 @@ std::string Disabled(const std::vector<std::string>& collectors);
 std::string Unknown(const std::string& collector);
 std::string OnlySettings(const std::string& collector);
 std::string NotLoaded(Service::Session session);
-std::string NoInterface(const std::string& collector);
+/// An interface is configured to send to these collectors, and the manager was not told of that.
+std::string NotAttached(const std::vector<std::string>& collectors);
+/// `mayBeLost`: interfaces may be configured to send to it of which the manager was not told.
+std::string NoInterface(const std::string& collector, bool mayBeLost);
 std::string NothingSent();
 
 /// Which of a collector's reasons the last error of its stream is.

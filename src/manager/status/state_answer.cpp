@@ -137,10 +137,12 @@ void StateAnswer::ReadInterfaces(const std::vector<std::string>& names)
 
 void StateAnswer::ReadAttached()
 {
+    // What a session loads is what is configured; operations after that may leave something out.
+    const bool mayBeShort = View(m_sources.status).Manager().hasOperated;
     InOrder held(m_sources.status.table.AllInterfaces());
     for (auto& [name, interface] : m_configured.interfaces) {
         const auto* inEffect = held.Find(name);
-        if (inEffect == nullptr || inEffect->second.Of(Kind::kFlow).empty())
+        if (mayBeShort || inEffect == nullptr || inEffect->second.Of(Kind::kFlow).empty())
             m_reader->ReadCollectorsOf(name, interface);
     }
 }

@@ -86,8 +86,8 @@ private:
     /// Reads those of the named entries that have not been read.
     void ReadCollectors(const std::vector<std::string>& names);
     void ReadInterfaces(const std::vector<std::string>& names);
-    /// Reads the configured collectors of the interfaces that have no flow collector in effect: only there do
-    /// they matter.
+    /// Reads the configured collectors of the interfaces that have no flow collector in effect, or may have
+    /// fewer than are configured: only there do they matter.
     void ReadAttached();
     void GiveUpConfiguration(const std::string& problem);
     [[nodiscard]] const Configured* Known() const { return m_reader ? &m_configured : nullptr; }

@@ -20,6 +20,7 @@ ManagerStatus StatusOf(const Service& service)
     ManagerStatus status;
     status.session = service.CurrentSession();
     status.since = service.Since();
+    status.hasOperated = service.HasOperated();
     status.operations = service.Operations();
     status.refused = service.Refused();
     if (const Journal* journal = service.CurrentJournal(); journal != nullptr)

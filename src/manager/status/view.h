@@ -31,7 +31,8 @@ namespace manager {
 struct ManagerStatus {
     std::int64_t pid = 0;
     Service::Session session = Service::Session::kNone;
-    WallTime since;  // when `session` last changed
+    WallTime since;            // when `session` last changed
+    bool hasOperated = false;  // the session has had operations since its load
     std::uint64_t operations = 0, refused = 0;
     struct JournalStatus {
         std::string path;

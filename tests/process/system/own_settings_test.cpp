@@ -159,7 +159,7 @@ TEST_F(OwnSettings, ChangedWhileTheManagerIsAwayAreInEffectOnItsReturnAndTheComm
     result = m_world->Cli("set oam sflow interface busy max-header-size 64; commit");
     EXPECT_THAT(result.errors, Not(HasSubstr("subscribes")))
         << "of the daemon's configuration the daemon hears";
-    EXPECT_THAT(result.errors, HasSubstr("warning: no process provides /state/oam/sflow; start sflow-mgr"));
+    EXPECT_THAT(result.errors, HasSubstr("warning: sflow-mgr is not connected; start sflow-mgr"));
     result = m_world->Cli(
         "set oam sflow interface busy max-header-size 128; set oam sflow-manager sub-agent 9; commit");
     EXPECT_THAT(result.errors, HasSubstr(text)) << "part of it";

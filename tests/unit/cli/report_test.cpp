@@ -169,10 +169,9 @@ TEST(CommitWarnings, NameTheInterfacesThatTheKernelHasNot)
 TEST(CommitWarnings, TellThatTheManagerIsAway)
 {
     WarningFixture test(
-        Commits(RpcError("warning", "no process provides /state/oam/sflow; start sflow-mgr") + "<data/>"));
+        Commits(RpcError("warning", "sflow-mgr is not connected; start sflow-mgr") + "<data/>"));
     test.Commit();
-    EXPECT_THAT(test.err.str(),
-                HasSubstr("warning: no process provides /state/oam/sflow; start sflow-mgr\n"));
+    EXPECT_THAT(test.err.str(), HasSubstr("warning: sflow-mgr is not connected; start sflow-mgr\n"));
 }
 
 TEST(CommitWarnings, DoNotFailACommitWhoseChangeCantBeRead)

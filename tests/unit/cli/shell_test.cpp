@@ -290,14 +290,14 @@ TEST(ShowState, ThatIsUnknownHereIsRefused)
 
 TEST(ShowState, ThatIsMissingAltogetherIsAnErrorWithTheReason)
 {
-    const std::string warning = RpcError("warning", "no process provides /state/oam/sflow; start sflow-mgr",
+    const std::string warning = RpcError("warning", "sflow-mgr is not connected; start sflow-mgr",
                                          "/switch-state:state/switch-state:oam/switch-state:sflow");
     Fixture test([&](const std::string&) { return warning + Data(""); });
     for (const char* command : {"show sflow", "show sflow interfaces", "show sflow problems | json"}) {
         test.err.str("");
         EXPECT_FALSE(test.shell.Run(command));
-        EXPECT_EQ(test.err.str(), std::string("error: ") + command +
-                                      ": no process provides /state/oam/sflow; start sflow-mgr\n");
+        EXPECT_EQ(test.err.str(),
+                  std::string("error: ") + command + ": sflow-mgr is not connected; start sflow-mgr\n");
         EXPECT_EQ(test.out.str(), "");
     }
 }
@@ -397,7 +397,9 @@ TEST(Shell, ProblemsAnswerWithTheStatus)
 {
     std::string content = "<manager><session>loaded</session></manager>";
     std::string errors;
-    Fixture test([&](const std::string&) {
+    Fixture test([&](const std::string& operation) {
+        if (operation.find("<process/>") != std::string::npos)
+            return Data("<state xmlns=\"urn:switch:yang:switch-state\"><system/></state>");
         return errors + Data(content.empty() ? ""
                                              : "<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow>" +
                                                    content + "</sflow></oam></state>");
@@ -410,8 +412,11 @@ TEST(Shell, ProblemsAnswerWithTheStatus)
     EXPECT_TRUE(test.shell.Run("show sflow problems | json"));
     EXPECT_EQ(1, test.shell.Status());
     content.clear();
-    errors = RpcError("warning", "no process provides /state/oam/sflow; start sflow-mgr", "/x");
-    EXPECT_FALSE(test.shell.Run("show sflow problems"));
+    errors = RpcError("warning", "sflow-mgr is not connected; start sflow-mgr", "/x");
+    EXPECT_TRUE(test.shell.Run("show sflow problems"));
+    EXPECT_EQ(2, test.shell.Status());
+    EXPECT_THAT(test.out.str(), HasSubstr("sflow-mgr is not connected; start sflow-mgr\n\nWhether"));
+    EXPECT_FALSE(test.shell.Run("show sflow problems | json"));
     EXPECT_EQ(2, test.shell.Status());
 }
 

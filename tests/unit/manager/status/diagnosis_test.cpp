@@ -242,6 +242,7 @@ const DiagnosisRow kInterfaceRows[] = {
      [](World& w) {
          w.Set({512, Direction::kIngress, 128, 0});
          w.Apply(RemoveCounter("eth1", "c1"));
+         w.configured.interfaces["eth1"].collectors.at(static_cast<std::size_t>(Kind::kCounter)).clear();
      },
      {}},
     {"TwoAtOnce",
@@ -315,8 +316,8 @@ const DiagnosisRow kCollectorRows[] = {
                   "the kernel forbids datagrams to 192.0.2.1:6343; look at the packet filter's output rules")}},
     {"TooLarge", [](World& w) { w.Fail(std::errc::message_size, "x"); },
      {OfCollector(Reason::kSendError,
-                  "a datagram of 1400 bytes is too large for the way to 192.0.2.1:6343; set oam sflow collector "
-                  "c1 datagram-size to less")}},
+                  "a datagram of 1400 bytes is too large for the way to 192.0.2.1:6343; make them smaller: set oam "
+                  "sflow collector c1 datagram-size SIZE")}},
     {"OtherError", [](World& w) { w.Fail(std::errc::no_buffer_space, "send to 192.0.2.1: No buffer space"); },
      {OfCollector(Reason::kSendError,
                   "datagrams to 192.0.2.1:6343 can't be sent: send to 192.0.2.1: No buffer space")}},
@@ -396,6 +397,28 @@ const DiagnosisRow kCollectorRows[] = {
          w.configured.interfaces.clear();
      },
      {kAlone}},
+    {"NoInterfaceThatTheManagerKnows",
+     [](World& w) {
+         w.Clear();
+         w.configured.interfaces.clear();
+         w.manager.hasOperated = true;
+     },
+     {OfCollector(Reason::kNoInterface,
+                  "no interface sends to it; where one is configured to: request sflow resync; else: set oam sflow "
+                  "interface INTERFACE flow-sampling-collector c1")}},
+    {"AttachmentLost",
+     [](World& w) {
+         w.configured.collectors["c2"];
+         w.configured.collectors["off"].enabled = false;
+         for (auto& collectors : w.configured.interfaces["eth1"].collectors) collectors = {"c1", "c2", "off"};
+     },
+     {{Subject::kCollector, "c2", Reason::kNotLoaded,
+       "it is configured, but the configuration daemon has not told the manager of it; request sflow resync"},
+      {Subject::kCollector, "off", Reason::kCollectorDisabled,
+       "the collector off is disabled; set oam sflow collector off enabled true"},
+      OfInterface(Reason::kNotLoaded,
+                  "it is configured to send to c2, but the configuration daemon has not told the manager of that; "
+                  "request sflow resync")}},
     {"DisabledAndUnused",
      [](World& w) {
          w.DisableCollector();
