@@ -3,7 +3,6 @@
 
 #include <libyang/libyang.h>
 
-#include <algorithm>
 #include <ostream>
 #include <set>
 #include <string>
@@ -14,7 +13,7 @@
 #include "cli/data/error.h"
 #include "cli/data/state_node.h"
 #include "cli/screens/commit_report.h"
-#include "cli/screens/counted.h"
+#include "cli/screens/text_width.h"
 #include "netconf/client.h"
 #include "netconf/requests.h"
 #include "netconf/xml.h"
@@ -24,7 +23,6 @@ namespace {
 
 /// More interfaces than these are looked for among all.
 constexpr std::size_t kMostAskedByName = 64;
-constexpr std::size_t kMostNamed = 3;
 /// The change of a larger commit is not read again.
 constexpr std::size_t kMostRead = 1'000;
 
@@ -66,15 +64,17 @@ std::string FilterFor(const Touched& touched)
     return StateFilter("<oam><sflow><manager><session/></manager>" + filter + "</sflow></oam>");
 }
 
-/// Empty if all are there.
-std::string MissingText(const std::vector<std::string>& missing)
+/// As many names as a line has room for, at least one.
+std::string MissingText(const std::vector<std::string>& missing, std::size_t width)
 {
-    if (missing.empty()) return {};
-    std::string text = "the kernel has no interface, alternative name or alias ";
-    const std::size_t named = std::min(missing.size(), kMostNamed);
-    for (std::size_t at = 0; at < named; ++at) text += (at == 0 ? "" : ", ") + missing[at];
-    if (missing.size() > named) text += " and " + std::to_string(missing.size() - named) + " more";
-    return text + "; sampling begins when there is one";
+    std::string text = "warning: not in the kernel, so not sampled yet: " + missing.front();
+    for (std::size_t at = 1; at < missing.size(); ++at) {
+        const std::string rest = " and " + std::to_string(missing.size() - at) + " more";
+        const std::size_t behind = at + 1 == missing.size() ? 0 : rest.size();
+        if (Width(text) + 2 + Width(missing[at]) + behind > width) return text + rest;
+        text += ", " + missing[at];
+    }
+    return text;
 }
 
 void WarnOfSflow(Call& call, const netconf::Reply& reply)
@@ -90,8 +90,7 @@ void WarnOfSflow(Call& call, const netconf::Reply& reply)
             (touched.interfaces.empty() || touched.interfaces.contains(name)))
             missing.push_back(name);
     });
-    const std::string text = MissingText(missing);
-    if (!text.empty()) call.err << "warning: " << text << '\n';
+    if (!missing.empty()) call.err << MissingText(missing, call.width) << '\n';
 }
 
 }  // namespace

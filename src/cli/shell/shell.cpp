@@ -168,10 +168,9 @@ void Shell::Finish(bool done)
     if (m_state.candidate != CandidateUse::kShared) Run("configure shared");
     const std::size_t edits = Uncommitted();
     if (edits == 0) return;
-    m_err << "the candidate keeps " << Counted(edits, "edit")
-          << (done ? ", not committed; commit makes " : "; ")
-          << (done ? edits == 1 ? "it effective, " : "them effective, " : "") << "discard takes "
-          << (edits == 1 ? "it back" : "them back") << std::endl;
+    const std::string them = edits == 1 ? "it" : "them";
+    m_err << "the candidate keeps " << Counted(edits, "edit") << "; "
+          << (done ? "commit makes " + them + " effective" : "discard takes " + them + " back") << std::endl;
 }
 
 std::size_t Shell::Uncommitted()

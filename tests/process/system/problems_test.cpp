@@ -212,11 +212,11 @@ TEST_F(Problems, WithoutPermissionEachInterfaceSaysSo)
         return bytes;
     };
     const bool small = limit("rmem_max") < 2 * 1024 * 1024 || limit("wmem_max") < 512 * 1024;
-    EXPECT_EQ(manager.find("  Limitation   without CAP_NET_ADMIN the buffers for ") != std::string::npos,
+    EXPECT_EQ(manager.find("  Limitation    without CAP_NET_ADMIN the buffers for ") != std::string::npos,
               small)
         << "named where the machine's limits are lower than what is asked for";
-    EXPECT_THAT(manager, HasSubstr("  Limitation   the manager's own datagrams are not marked"));
-    EXPECT_THAT(manager, HasSubstr("  Limitation   no packets are sampled: ebpf:"));
+    EXPECT_THAT(manager, HasSubstr("  Limitation    the manager's own datagrams are not marked"));
+    EXPECT_THAT(manager, HasSubstr("  Limitation    no packets are sampled: ebpf:"));
     ASSERT_EQ(2U, shown.size());
     EXPECT_THAT(shown[0], HasSubstr("collector c1 nothing-sent: "));
     EXPECT_THAT(shown[1], testing::StartsWith(

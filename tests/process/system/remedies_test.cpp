@@ -63,6 +63,13 @@ constexpr const char* kEnableBoth =
     "set oam sflow collector off-a enabled true; set oam sflow collector off-b enabled true";
 
 const RemedyRow kRows[] = {
+    {"NoSession",
+     "the configuration daemon is not connected",
+     "start sflow-app",
+     [](Ground& ground) { ground.world.Daemon().Kill(); },
+     "agent agent no-session",
+     {},
+     [](Ground& ground) { ground.world.StartDaemon(); }},
     {"NoAgentAddress",
      "there is no agent address",
      "set oam sflow agent ipv4 ADDRESS",
