@@ -32,6 +32,25 @@ base::expected<Target, netconf::RpcError> TargetOf(const lyd_node* operation)
 
 std::string NameOf(Target target) { return target == Target::kRunning ? "running" : "candidate"; }
 
+/// "ann (session 4, over SSH from 192.0.2.7)"
+std::string HolderOf(const Request& request)
+{
+    const auto& origin = request.Origin();
+    const std::string way = !origin                ? "on the switch"
+                            : origin->host.empty() ? "over SSH"
+                                                   : "over SSH from " + origin->host;
+    return request.Who().user + " (session " + std::to_string(request.Who().id) + ", " + way + ")";
+}
+
+/// "12 s", "5 min", "3 h"
+std::string ForText(std::int64_t lastedUs)
+{
+    const std::int64_t lasted = std::max<std::int64_t>(lastedUs, 0) / 1'000'000;
+    if (lasted < 120) return std::to_string(lasted) + " s";
+    if (lasted < 7200) return std::to_string(lasted / 60) + " min";
+    return std::to_string(lasted / 3600) + " h";
+}
+
 netconf::RpcError LockDenied(const std::string& message, std::uint32_t holder)
 {
     return MakeError(Layer::kProtocol, ErrorTag::kLockDenied, message,
@@ -39,6 +58,12 @@ netconf::RpcError LockDenied(const std::string& message, std::uint32_t holder)
 }
 
 }  // namespace
+
+std::string Locks::Text(Target target, std::int64_t nowUs) const
+{
+    const Taken& taken = m_taken[static_cast<std::size_t>(target)];
+    return NameOf(target) + " is locked by " + taken.holder + " for " + ForText(nowUs - taken.sinceUs);
+}
 
 Operations::Operations(Services services)
     : m_services(std::move(services)),
@@ -133,9 +158,9 @@ bool Operations::RefuseLocked(const RequestPtr& request, Target target)
     if (target == Target::kCandidate && m_candidates.Find(request->Who().id) != nullptr) return false;
     const auto holder = m_locks.HeldByOther(target, request->Who().id);
     if (!holder) return false;
-    request->Refuse(MakeError(Layer::kProtocol, cdb::ErrorTag::kInUse,
-                              NameOf(target) + " is locked by session " + std::to_string(*holder) +
-                                  "; wait until it unlocks, or end it with kill-session"));
+    request->Refuse(MakeError(
+        Layer::kProtocol, cdb::ErrorTag::kInUse,
+        m_locks.Text(target, m_services.now()) + "; wait until it unlocks, or end it with kill-session"));
     return true;
 }
 
@@ -155,8 +180,7 @@ void Operations::Lock(const RequestPtr& request)
         return LockPrivate(request);
     InTurn(request, [this, request, target = *named](const SerialQueue::TicketPtr& ticket) {
         if (const auto holder = m_locks.Holder(target))
-            return request->Refuse(LockDenied(
-                NameOf(target) + " is locked by session " + std::to_string(*holder) + " already", *holder));
+            return request->Refuse(LockDenied(m_locks.Text(target, m_services.now()), *holder));
         if (target == Target::kRunning) {
             // RFC 6241, section 7.5: not while another session's confirmed commit waits.
             if (const auto other = m_confirmed.OfOther(request->Who().id))
@@ -164,7 +188,7 @@ void Operations::Lock(const RequestPtr& request)
                     LockDenied("a confirmed commit of another session waits for its "
                                "confirmation; wait until it is confirmed or rolled back",
                                *other));
-            m_locks.Take(target, request->Who().id, m_services.now());
+            m_locks.Take(target, request->Who().id, HolderOf(*request), m_services.now());
             return request->Ok();
         }
         const auto changed = std::make_shared<bool>(false);
@@ -179,7 +203,7 @@ void Operations::Lock(const RequestPtr& request)
                 if (*changed)
                     return request->Refuse(LockDenied(
                         "candidate has changes that are not committed; commit or discard them first", 0));
-                m_locks.Take(Target::kCandidate, request->Who().id, m_services.now());
+                m_locks.Take(Target::kCandidate, request->Who().id, HolderOf(*request), m_services.now());
                 request->Ok();
             });
     });
@@ -195,10 +219,9 @@ void Operations::Unlock(const RequestPtr& request)
         const auto holder = m_locks.Holder(target);
         if (holder != request->Who().id) {
             const std::string whose =
-                holder ? "is locked by session " + std::to_string(*holder) + ", which alone can unlock it"
-                       : "is not locked";
-            return request->Refuse(
-                MakeError(Layer::kProtocol, ErrorTag::kOperationFailed, NameOf(target) + " " + whose));
+                holder ? m_locks.Text(target, m_services.now()) + "; that session alone can unlock it"
+                       : NameOf(target) + " is not locked";
+            return request->Refuse(MakeError(Layer::kProtocol, ErrorTag::kOperationFailed, whose));
         }
         if (target == Target::kRunning) {
             m_locks.Release(target);

@@ -56,20 +56,27 @@ public:
         return holder && *holder != session ? holder : std::nullopt;
     }
 
-    /// `sinceUs`: the time now, microseconds since the epoch.
-    void Take(Target target, SessionId session, std::int64_t sinceUs)
+    /// `holder`: for people, "ann (session 4, over SSH from 192.0.2.7)". `sinceUs`: the time now,
+    /// microseconds since the epoch.
+    void Take(Target target, SessionId session, std::string holder, std::int64_t sinceUs)
     {
         At(target) = session;
-        m_since[static_cast<std::size_t>(target)] = sinceUs;
+        m_taken[static_cast<std::size_t>(target)] = {std::move(holder), sinceUs};
     }
     /// When the lock that there is was taken.
     [[nodiscard]] std::int64_t Since(Target target) const
     {
-        return m_since[static_cast<std::size_t>(target)];
+        return m_taken[static_cast<std::size_t>(target)].sinceUs;
     }
+    /// "candidate is locked by ann (session 4, over SSH from 192.0.2.7) for 12 s"; of a lock that there is.
+    [[nodiscard]] std::string Text(Target target, std::int64_t nowUs) const;
     void Release(Target target) { At(target).reset(); }
 
 private:
+    struct Taken {
+        std::string holder;
+        std::int64_t sinceUs = 0;
+    };
     using Holders = std::array<std::optional<SessionId>, 2>;
     std::optional<SessionId>& At(Target target) { return m_holders[static_cast<std::size_t>(target)]; }
     [[nodiscard]] const std::optional<SessionId>& At(Target target) const
@@ -78,7 +85,7 @@ private:
     }
 
     Holders m_holders;
-    std::array<std::int64_t, 2> m_since{};
+    std::array<Taken, 2> m_taken{};
 };
 
 class HaRole;    // ha_role.h

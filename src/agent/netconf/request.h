@@ -50,6 +50,8 @@ public:
     [[nodiscard]] bool IsLong() const { return m_rpc.isLong; }
     [[nodiscard]] const Session::Identity& Who() const { return m_session->Who(); }
     [[nodiscard]] SessionParty Party() const { return m_session->Party(); }
+    /// As of Session.
+    [[nodiscard]] const std::optional<netconf::Origin>& Origin() const { return m_session->Origin(); }
 
     /// False once the session has ended: work that has not begun is then dropped.
     [[nodiscard]] bool Wanted() const { return m_session->IsOpen(); }

@@ -1,11 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <cstdint>
+#include <ostream>
+#include <string>
 #include <vector>
 
+#include "base/number.h"
 #include "cli/commands/groups.h"
 #include "cli/commands/monitor.h"
 #include "cli/commands/request.h"
 #include "cli/commands/show.h"
+#include "cli/data/error.h"
+#include "cli/screens/sessions_text.h"
 #include "cli/screens/state_text.h"
+#include "netconf/client.h"
 #include "netconf/requests.h"
 
 namespace cli {
@@ -21,6 +28,27 @@ void ShowFaults(Call& call)
 {
     ShowState(call, "<system><fault/></system>",
               [&](const lyd_node* state) { return FaultsText(state, call.width); });
+}
+
+void ShowSessions(Call& call)
+{
+    const std::string filter =
+        "<netconf-state "
+        "xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><sessions/><datastores/>"
+        "</netconf-state>" +
+        StateFilter("<system><candidates xmlns=\"urn:switch:yang:switch-private-candidate\"/></system>");
+    Show(call, RequestState(call, netconf::Get(filter)),
+         [&](const lyd_node* data) { return SessionsText(data, call.session->SessionId(), call.width); });
+}
+
+void EndSession(Call& call)
+{
+    const std::string& number = call.arguments.text;
+    const auto id = base::ToNumber<std::uint32_t>(number);
+    if (!id || *id == 0) throw Error(number + " is no session; show system sessions lists them");
+    if (*id == call.session->SessionId()) throw Error("that is this shell's own session; exit ends it");
+    Request(call, netconf::KillSession(*id));
+    call.err << "session " << number << " is ended\n";
 }
 
 void ShowVersion(Call& call)
@@ -56,6 +84,10 @@ std::vector<Command> SystemCommands()
                 "Shows the processes that are connected to the database, and those that miss commits.", kBoth, Forms::kState, &ShowProcesses},
         Command{"show system faults", {},
                 "Shows the faults that processes reported.", kBoth, Forms::kState, &ShowFaults},
+        Command{"show system sessions", {},
+                "Shows who has a session, from where and since when, with its locks and the edits that it has not committed.", kBoth, Forms::kState, &ShowSessions},
+        Command{"request session", {{Kind::kNumber, "N"}, {Kind::kFlag, "end"}},
+                "Ends another session: what it has locked becomes free, and what it has edited under its lock is dropped.", kSession, Forms::kNone, &EndSession},
         Command{"show version", {},
                 "Shows the versions of this shell, of the database and of the processes that are connected to it.", kBoth, Forms::kState, &ShowVersion},
         Command{"monitor events", {{Kind::kText, "since TIME", true}},

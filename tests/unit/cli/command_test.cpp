@@ -135,13 +135,17 @@ TEST(Commands, HaveDistinctNamesAndHelp)
 
 TEST(Help, ListsTheCommandsThatBeginWithTheWords)
 {
-    EXPECT_EQ(cli::Help(cli::Commands(), {"show", "system"}),
-              "  show system processes [| json]\n"
-              "      Shows the processes that are connected to the database, and those that miss commits.\n"
-              "  show system faults [| json]\n"
-              "      Shows the faults that processes reported.\n"
-              "  show system candidates [| json]\n"
-              "      Shows who has edited the shared candidate, and who has a private one.\n");
+    EXPECT_EQ(
+        cli::Help(cli::Commands(), {"show", "system"}),
+        "  show system processes [| json]\n"
+        "      Shows the processes that are connected to the database, and those that miss commits.\n"
+        "  show system faults [| json]\n"
+        "      Shows the faults that processes reported.\n"
+        "  show system sessions [| json]\n"
+        "      Shows who has a session, from where and since when, with its locks and the edits that it "
+        "has not committed.\n"
+        "  show system candidates [| json]\n"
+        "      Shows who has edited the shared candidate, and who has a private one.\n");
     for (const cli::Command& command : cli::Commands())
         EXPECT_THAT(cli::Help(cli::Commands(), {}), HasSubstr("  " + cli::Usage(command) + "\n"));
     EXPECT_THROW(cli::Help(cli::Commands(), {"roll"}), cli::Error);

@@ -7,7 +7,10 @@
 #include <optional>
 #include <string>
 
+#include <unistd.h>
+
 #include "agent/agent_world.h"
+#include "base/user.h"
 
 namespace agent_tests {
 namespace {
@@ -37,6 +40,9 @@ TEST_F(Locks, AreDeniedWithTheHoldersSession)
         Do(m_holder, Lock(target));
         const auto error = Refused(m_other, Lock(target), "lock-denied");
         EXPECT_EQ(error.type, "protocol");
+        EXPECT_EQ(error.message, std::string(target) + " is locked by " + base::UserName(::getuid()) +
+                                     " (session " + std::to_string(m_holder.SessionId()) +
+                                     ", on the switch) for 0 s");
         EXPECT_THAT(error.info, ElementsAre(Pair("session-id", std::to_string(m_holder.SessionId()))));
         Refused(m_holder, Lock(target), "lock-denied");
         Do(m_holder, Unlock(target));
