@@ -38,9 +38,8 @@ TEST_F(SessionsTest, AreShownWithTheirLocksAndEditsAndEndedByTheirNumber)
                                                        ", on the switch. for [0-9]+ s; "));
 
     EXPECT_EQ("session " + id + " is ended\n", TheWorld().Cli("request session " + id + " end").errors);
-    Await("the lock to be free", [&] {
-        return TheWorld().Cli("set oam sflow interface eth1 sampling-rate 5").status == 0;
-    });
+    Await("the lock to be free",
+          [&] { return TheWorld().Cli("set oam sflow interface eth1 sampling-rate 5").status == 0; });
     EXPECT_THAT(TheWorld().CliDone("show system sessions"), Not(HasSubstr("\n" + id + " ")));
 
     for (const std::string& number : {id, std::string("0"), std::string("99999999999")})

@@ -18,10 +18,12 @@ Terminal::Terminal(std::filesystem::path dir, const std::map<std::string, std::s
     m_server = std::make_unique<support::Process>(
         support::Command{.argv = {"tmux", "-u", "-S", (m_dir / "tmux").string(), "-f", "/dev/null", "-D"},
                          .environment = m_environment});
-    support::Await("tmux listens", [&] { return std::filesystem::exists(m_dir / "tmux"); });
+    // Its socket is there before it listens.
+    const std::vector<std::string> option{
+        "tmux", "-u", "-S", (m_dir / "tmux").string(), "set-option", "-g", "remain-on-exit", "on"};
+    support::Await("tmux listens", [&] { return support::Run(m_dir, option, m_environment).status == 0; });
     std::vector<std::string> start{"new-session", "-d", "-x", "80", "-y", "24", "--"};
     start.insert(start.end(), command.begin(), command.end());
-    Tmux({"set-option", "-g", "remain-on-exit", "on"});
     Tmux(start);
 }
 
