@@ -74,7 +74,7 @@ void TellOfLostEdits(Call& call, std::size_t edits)
     const Tree state = RequestEditors(call);
     const bool kept = Children(state.get()).Of("system").Of("candidates").First("editor") != nullptr;
     call.err << "warning: connected again; "
-             << (kept ? "the candidate is still edited: show system candidates tells by whom\n"
+             << (kept ? "the candidate is still edited: show system candidates lists who does\n"
                       : "the candidate has no edits any more, " + Counted(edits, "edit") +
                             " of this shell went with the session before\n");
 }

@@ -290,7 +290,7 @@ TEST(LostSession, SaysWhetherTheCandidateStillHasTheEdits)
         EXPECT_THAT(
             test.err.str(),
             HasSubstr(kept ? "warning: connected again; the candidate is still edited: show system "
-                             "candidates tells by whom\n"
+                             "candidates lists who does\n"
                            : "warning: connected again; the candidate has no edits any more, 1 edit of "
                              "this shell went with the session before\n"));
         EXPECT_EQ(test.err.str().find("connected again"), test.err.str().rfind("connected again"));
