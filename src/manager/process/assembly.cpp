@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -30,6 +29,7 @@
 #include "manager/export/poller.h"
 #include "manager/process/options.h"
 #include "manager/process/privileges.h"
+#include "manager/process/source_choice.h"
 #include "manager/sampling/reconciler.h"
 #include "manager/service/journal.h"
 #include "manager/service/resync_after.h"
@@ -74,60 +74,6 @@ void RaiseFileLimit()
 
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
-
-/// The mark of the manager's own datagrams, which the source leaves out, and the size of its buffer.
-capture::SourceOptions SourceOptionsOf(const Options& options)
-{
-    capture::SourceOptions source;
-    source.ownMark = options.mark;
-    source.bufferSize = options.ringSize;
-    source.expediteRcu = options.expediteRcu;
-    return source;
-}
-
-struct ChosenSource {
-    std::unique_ptr<capture::PacketSource> source;  // null: none can be used
-    SourceStatus status;
-};
-
-struct Candidate {
-    const char* name;
-    bool automatic;  // one of those that "auto" tries
-    std::function<std::unique_ptr<capture::PacketSource>()> make;
-};
-
-/// Chooses where packets are sampled: the best source that this machine and this process's privileges allow,
-/// and says why not a better one. `wanted` is "auto", or a kind of source that is to be the only one tried:
-/// "ebpf", "ebpf-tcx", "ebpf-clsact", "packet-socket". Loop, timers and sink must outlive the source.
-ChosenSource ChooseSource(const std::string& wanted, boost::asio::io_context& loop, base::Timers& timers,
-                          capture::SampleSink& sink, const capture::SourceOptions& options)
-{
-    const auto ebpf = [&](capture::EbpfHook hook) {
-        return [&, hook] { return capture::MakeEbpfSource(loop, timers, sink, options, hook); };
-    };
-    const std::array<Candidate, 4> candidates{{
-        {"ebpf", true, ebpf(capture::EbpfHook::kBest)},
-        {"ebpf-tcx", false, ebpf(capture::EbpfHook::kTcx)},
-        {"ebpf-clsact", false, ebpf(capture::EbpfHook::kClsact)},
-        {"packet-socket", true, [&] { return capture::MakeRingSource(loop, timers, sink, options); }},
-    }};
-    ChosenSource chosen;
-    chosen.status.kind = "none";
-    for (const Candidate& candidate : candidates) {
-        if (wanted == "auto" ? !candidate.automatic : wanted != candidate.name) continue;
-        try {
-            chosen.source = candidate.make();
-            chosen.status.kind = chosen.source->Kind();
-            chosen.status.permission = true;
-            return chosen;
-        } catch (const capture::Unavailable& reason) {
-            if (!chosen.status.reason.empty()) chosen.status.reason += "; ";
-            chosen.status.reason += std::string(candidate.name) + ": " + reason.what();
-            if (reason.Why() == capture::Unavailable::Cause::kPermission) chosen.status.permission = false;
-        }
-    }
-    return chosen;
-}
 
 std::unique_ptr<Journal> OpenJournal(const std::string& path)
 {
