@@ -13,14 +13,16 @@ void TalkerTable::Count(const capture::Sample& sample, wire::HeaderProtocol prot
     m_now.samples += sample.count;
     const auto key = FlowKeyOf(protocol, sample.header);
     if (!key) return;
-    if (m_now.flows.size() >= kMaxFlows && !m_now.flows.contains(*key)) PutOut();
     const bool ethernet = protocol == wire::HeaderProtocol::kEthernet;
     const std::uint64_t length =
         ethernet ? wire::FrameLength(sample.length, sample.tagProtocol != 0) : sample.length;
     const std::uint64_t packets = std::uint64_t{sample.count} * sample.rate;
     // Of a packet of several segments a sample is one of them.
-    m_now.flows[*key] +=
-        {sample.count, packets, packets * length / std::max<std::uint64_t>(sample.segments, 1)};
+    const TalkerCounts counts{sample.count, packets,
+                              packets * length / std::max<std::uint64_t>(sample.segments, 1)};
+    const auto [at, isNew] = m_now.flows.try_emplace(*key);
+    at->second += counts;
+    if (isNew && m_now.flows.size() > kMaxFlows) PutOut();
 }
 
 void TalkerTable::PutOut()
