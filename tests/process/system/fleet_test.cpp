@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// examples/ansible: its playbook on two switches, each in a network namespace of its own with an SSH server of its
-// own. The collector is this test.
+// examples/ansible: its playbook on two switches, each in a network namespace of its own with an SSH server
+// of its own. The collector is this test.
 
 #include <sys/stat.h>
 
@@ -32,8 +32,8 @@ public:
         Network::Ip("link add " + ours + " type veth peer name mgmt netns " + std::to_string(m_host.Pid()) +
                     "\nlink set " + ours + " up\naddress add " + gateway + "/24 dev " + ours + "\n");
         m_host.Within([&] {
-            Network::Ip("address add " + m_address + "/24 dev mgmt\nlink set mgmt up\nroute add default via " + gateway +
-                        "\n");
+            Network::Ip("address add " + m_address +
+                        "/24 dev mgmt\nlink set mgmt up\nroute add default via " + gateway + "\n");
             m_world.Start(scenario::Usual());
         });
         m_ssh.emplace(m_world, m_address);
@@ -70,7 +70,8 @@ protected:
     {
         if (const auto why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
         if (const auto why = SshServer::Missing(); !why.empty()) GTEST_SKIP() << why;
-        if (support::Run(m_dir.Path(), {"ansible-doc", "-t", "connection", "ansible.netcommon.netconf"}).status != 0)
+        if (support::Run(m_dir.Path(), {"ansible-doc", "-t", "connection", "ansible.netcommon.netconf"})
+                .status != 0)
             GTEST_SKIP() << "the package ansible is not installed";
         m_network.emplace();
         Network::Ip("address add " + kCollector + "/32 dev lo\n");
@@ -95,9 +96,15 @@ protected:
 
     [[nodiscard]] std::vector<std::string> Command(const std::vector<std::string>& options) const
     {
-        std::vector<std::string> command{"env", "HOME=" + m_dir.Path().string(), "ANSIBLE_NOCOLOR=1",
-                                         "ansible-playbook", "-i", m_dir.Path() / "inventory.yml", Playbook(),
-                                         "-e", "address=" + kCollector};
+        std::vector<std::string> command{"env",
+                                         "HOME=" + m_dir.Path().string(),
+                                         "ANSIBLE_NOCOLOR=1",
+                                         "ansible-playbook",
+                                         "-i",
+                                         m_dir.Path() / "inventory.yml",
+                                         Playbook(),
+                                         "-e",
+                                         "address=" + kCollector};
         command.insert(command.end(), options.begin(), options.end());
         return command;
     }
@@ -111,8 +118,8 @@ protected:
     {
         EXPECT_EQ(failed == "0" ? 0 : 2, result.status);
         for (const std::string name : {"switch-1", "switch-2"})
-            EXPECT_THAT(result.output,
-                        testing::ContainsRegex(name + " .* changed=" + changed + " .* failed=" + failed + " "));
+            EXPECT_THAT(result.output, testing::ContainsRegex(name + " .* changed=" + changed +
+                                                              " .* failed=" + failed + " "));
     }
     void ExpectNeither()
     {
@@ -167,7 +174,8 @@ TEST_F(Fleet, NoSwitchChangesWhereOneRefuses)
     ASSERT_TRUE(other.Call(netconf::Unlock("candidate")).ok);
     ExpectNeither();
     EXPECT_THAT(Fails({"-e", R"({"udp_port": "{{ 0 if inventory_hostname == 'switch-2' else 6343 }}"})"}),
-                AllOf(HasSubstr("fatal: [switch-2]"), HasSubstr("no value for leaf"), Not(HasSubstr("fatal: [switch-1]"))));
+                AllOf(HasSubstr("fatal: [switch-2]"), HasSubstr("no value for leaf"),
+                      Not(HasSubstr("fatal: [switch-1]"))));
     ExpectNeither();
     for (const auto& each : m_switches) EXPECT_THAT(each->TheWorld().ManagerJournal().Next(), ElementsAre());
 }
@@ -183,13 +191,17 @@ TEST_F(Fleet, NoSwitchKeepsACollectorThatDoesNotListen)
 // Asks before each task, so that the test is between two of them.
 class Stepwise {
 public:
-    Stepwise(const std::vector<std::string>& command, const std::filesystem::path& dir) : m_output(dir / "steps")
+    Stepwise(const std::vector<std::string>& command, const std::filesystem::path& dir)
+        : m_output(dir / "steps")
     {
         const auto input = dir / "answers";
         if (mkfifo(input.c_str(), 0600) != 0) throw std::runtime_error("no pipe");
         m_input.open(input, std::ios::in | std::ios::out);  // both ends, so that opening waits for no other
-        m_process.emplace(support::Command{
-            .argv = command, .environment = {}, .output = m_output, .errors = dir / "step-errors", .input = input});
+        m_process.emplace(support::Command{.argv = command,
+                                           .environment = {},
+                                           .output = m_output,
+                                           .errors = dir / "step-errors",
+                                           .input = input});
     }
     /// Has the tasks done up to this one, which is asked about.
     void Before(const std::string& task)
