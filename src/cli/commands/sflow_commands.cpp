@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <ostream>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -69,24 +70,40 @@ void ShowSflow(Call& call)
     Show(call, state, [&](const lyd_node* data) { return SflowText(data, part, call.width); });
 }
 
+std::string EntryFilter(const std::string& list, const std::string& name)
+{
+    const std::string escaped = netconf::Escaped(name);
+    return "<" + list + "><name>" + escaped + "</name></" + list + "><problem><subject>" + list +
+           "</subject><name>" + escaped + "</name></problem>";
+}
+
+/// Refuses a word of which there is no entry. Of a range, says how many are missing and the first of them.
+void ExpectEntries(Call& call, const lyd_node* state, const std::string& list, const std::string& word)
+{
+    const std::set<std::string> there = EntryNames(state, list);
+    std::vector<std::string> names = NamesOf(word);
+    const std::size_t all = names.size();
+    std::erase_if(names, [&](const std::string& name) { return there.contains(name); });
+    if (names.empty()) return;
+    const std::string remedy = "; show sflow " + list + " lists those that there are";
+    if (names.size() == all) {
+        const std::string why = ProblemOf(state, list, names.front());
+        throw Error("there is no " + list + " " + word + " in the state" +
+                    (why.empty() ? remedy : ": " + why));
+    }
+    call.err << "warning: " << names.size() << " of the " << all << " of " << word
+             << " are not in the state, the first of them " << names.front() << remedy << "\n";
+}
+
 /// The entries of that names, or all; of an entry that is not there no more is said than that.
 void ShowEntries(Call& call, const std::string& list)
 {
-    std::vector<std::string> names;
-    for (const std::string& word : call.arguments.words)
-        for (const std::string& name : NamesOf(word)) names.push_back(name);
     std::string filter;
-    for (const std::string& name : names) {
-        const std::string escaped = netconf::Escaped(name);
-        filter += "<" + list + "><name>" + escaped + "</name></" + list + "><problem><subject>" + list +
-                  "</subject><name>" + escaped + "</name></problem>";
-    }
+    for (const std::string& word : call.arguments.words)
+        for (const std::string& name : NamesOf(word)) filter += EntryFilter(list, name);
     if (filter.empty()) filter = "<" + list + "/>" + (call.arguments.hasFlag ? "<problem/>" : "");
     const Tree state = RequestState(call, netconf::Get(StateFilter(SflowFilter(filter))));
-    for (const std::string& name : names)
-        if (!HasEntry(state.get(), list, name))
-            throw Error("there is no " + list + " " + name + " in the state; show sflow " + list +
-                        " lists those that there are");
+    for (const std::string& word : call.arguments.words) ExpectEntries(call, state.get(), list, word);
     Show(call, state, [&](const lyd_node* data) {
         return call.arguments.hasFlag ? SflowDetail(data, list, call.width)
                                       : SflowText(data, list + "s", call.width);
@@ -106,7 +123,7 @@ void RequestResync(Call& call)
 void ClearStatistics(Call& call)
 {
     Request(call, netconf::SflowClearStatistics());
-    call.err << "the counts of collectors and interfaces begin at zero" << std::endl;
+    call.err << "the counts of collectors, interfaces and drops begin at zero" << std::endl;
 }
 
 /// The answer is the exit status, too: 1 where something was reported.
@@ -144,7 +161,7 @@ std::vector<Command> SflowCommands()
         Command{"show sflow", {{Kind::kChoice, "collectors|interfaces|agent|drops|problems", true}},
                 "Shows on one screen whether sampling works; or a part of what is in effect, what was dropped, or why nothing flows.", kBoth, Forms::kState, &ShowSflow},
         Command{"show sflow interface", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true}},
-                "Shows the interfaces of these names, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowInterface},
+                "Shows the interfaces of these names or ranges, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowInterface},
         Command{"show sflow collector", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true}},
                 "Shows the collectors of these names, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowCollector},
         Command{"request sflow resync", {},
@@ -153,7 +170,7 @@ std::vector<Command> SflowCommands()
         Command{"monitor sflow", {{Kind::kText, "interface NAME", true}, {Kind::kText, "collector NAME", true}},
                 "Shows once a second what is sampled and sent, one line each time, until Ctrl-C; or of one interface or collector.", kYang, Forms::kState, &MonitorSflow},
         Command{"clear sflow statistics", {},
-                "Lets the counts of collectors and interfaces begin at zero; what is sent stays undisturbed.", kSession, Forms::kNone, &ClearStatistics},
+                "Lets the counts of collectors, interfaces and drops begin at zero; what is sent stays undisturbed.", kSession, Forms::kNone, &ClearStatistics},
         Command{"request sflow test collector", {{Kind::kName, "NAME"}},
                 "Sends the collector one datagram, and shows what the network answers within a second and how to see it there.", kBoth, Forms::kState, &TestCollector},
     };
