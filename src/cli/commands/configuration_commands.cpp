@@ -100,7 +100,7 @@ void Compare(Call& call)
 {
     const Tree running = RequestData(call, netconf::GetTouched("running"));
     const Tree candidate = RequestData(call, netconf::GetTouched("candidate"));
-    call.out << Differences(running.get(), candidate.get());
+    call.out << call.style.Differences(Differences(running.get(), candidate.get()));
 }
 
 void Validate(Call& call)

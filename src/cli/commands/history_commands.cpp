@@ -45,7 +45,7 @@ std::string ChangesOf(const Call& call, const netconf::Reply& reply)
         const auto found = reply.output.find(name);
         return ParseReply(call.yang, found == reply.output.end() ? std::string() : found->second);
     };
-    return Differences(tree("before").get(), tree("after").get());
+    return call.style.Differences(Differences(tree("before").get(), tree("after").get()));
 }
 
 /// A list of the commits, or one of them with its change.
