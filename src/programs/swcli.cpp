@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -62,7 +63,12 @@ std::size_t ScreenHeight()
 
 bool RunInput(cli::Shell& shell)
 {
-    if (!::isatty(STDIN_FILENO)) return shell.RunLines(std::cin, "standard input");
+    if (!::isatty(STDIN_FILENO)) {
+        const bool done = shell.RunLines(std::cin, "standard input");
+        if (!done || std::ferror(stdin) == 0) return done;
+        std::cerr << "error: can't read standard input: it is closed or a directory" << std::endl;
+        return false;
+    }
     if (!::isatty(STDOUT_FILENO)) {
         cli::StreamLines lines(std::cin, std::cout);
         shell.Converse(lines);

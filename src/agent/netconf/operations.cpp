@@ -185,8 +185,8 @@ void Operations::Lock(const RequestPtr& request)
             // RFC 6241, section 7.5: not while another session's confirmed commit waits.
             if (const auto other = m_confirmed.OfOther(request->Who().id))
                 return request->Refuse(
-                    LockDenied("a confirmed commit of another session waits for its "
-                               "confirmation; wait until it is confirmed or rolled back",
+                    LockDenied(m_confirmed.Name() + " by " + m_confirmed.Pending().user +
+                                   " waits for its confirmation; wait until it is confirmed or rolled back",
                                *other));
             m_locks.Take(target, request->Who().id, HolderOf(*request), m_services.now());
             return request->Ok();

@@ -10,6 +10,7 @@
 #include "cli/commands/show.h"
 #include "cli/data/data_tree.h"
 #include "cli/data/error.h"
+#include "cli/data/ranges.h"
 #include "cli/data/state_node.h"
 #include "cli/screens/fact_list.h"
 #include "cli/screens/sflow_problems.h"
@@ -46,15 +47,28 @@ void ShowUnknown(Call& call, const MissingState& why)
               [&](const lyd_node* state) { return ProcessesText(state, call.width); });
 }
 
+/// Where the state has no problem: whether that is because nothing is configured.
+bool HasInterface(Call& call)
+{
+    const Tree state =
+        RequestState(call, netconf::Get(StateFilter(SflowFilter("<interface><name/></interface>"))));
+    return Children(state.get()).Of("oam").Of("sflow").First("interface") != nullptr;
+}
+
 void ShowProblems(Call& call)
 {
     call.shell.status = kNotKnown;  // until there is an answer
     try {
         const Tree state =
             RequestState(call, netconf::Get(StateFilter(SflowFilter(SflowElements("problems")))));
-        Show(call, state, [&](const lyd_node* data) {
-            return call.style.Causes(SflowText(data, "problems", call.width));
-        });
+        const Children sflow = Children(state.get()).Of("oam").Of("sflow");
+        const bool isFine = !sflow.None() && sflow.First("problem") == nullptr;
+        if (isFine && call.format == Format::kText && !HasInterface(call))
+            call.out << Wrapped("Nothing is sampled: " + std::string(kNoInterface), 0, call.width) << "\n";
+        else
+            Show(call, state, [&](const lyd_node* data) {
+                return call.style.Causes(SflowText(data, "problems", call.width));
+            });
         call.shell.status = ProblemsStatus(state.get());
     } catch (const MissingState& why) {
         if (call.format != Format::kText) throw;
@@ -75,15 +89,18 @@ void ShowSflow(Call& call)
 /// The entries of that names, or all; of an entry that is not there no more is said than that.
 void ShowEntries(Call& call, const std::string& list)
 {
+    std::vector<std::string> names;
+    for (const std::string& word : call.arguments.words)
+        for (const std::string& name : NamesOf(word)) names.push_back(name);
     std::string filter;
-    for (const std::string& name : call.arguments.words) {
+    for (const std::string& name : names) {
         const std::string escaped = netconf::Escaped(name);
         filter += "<" + list + "><name>" + escaped + "</name></" + list + "><problem><subject>" + list +
                   "</subject><name>" + escaped + "</name></problem>";
     }
     if (filter.empty()) filter = "<" + list + "/>" + (call.arguments.hasFlag ? "<problem/>" : "");
     const Tree state = RequestState(call, netconf::Get(StateFilter(SflowFilter(filter))));
-    for (const std::string& name : call.arguments.words)
+    for (const std::string& name : names)
         if (!HasEntry(state.get(), list, name))
             throw Error("there is no " + list + " " + name + " in the state; show sflow " + list +
                         " lists those that there are");

@@ -21,6 +21,7 @@ void Show(const Call& call, const Tree& tree, const TextOf& text)
 {
     switch (call.format) {
     case Format::kText:
+    case Format::kInherited:
         call.out << text(tree.get());
         break;
     case Format::kJson:
@@ -46,6 +47,13 @@ template <typename TextOf>
 void ShowState(Call& call, const std::string& content, const TextOf& text)
 {
     Show(call, RequestState(call, netconf::Get(StateFilter(content))), text);
+}
+
+/// What comes and what goes; that there is nothing of it is said, and is no result.
+inline void ShowDifferences(const Call& call, const std::string& differences)
+{
+    if (differences.empty()) call.err << "there is no difference\n";
+    call.out << call.style.Differences(differences);
 }
 
 }  // namespace cli

@@ -84,7 +84,8 @@ std::string Style::Causes(const std::string& text) const
     if (!m_colours) return text;
     return EachLine(text, [this](std::string_view line) {
         if (line == "Broken") return Toned(Tone::kBroken, line);
-        for (const auto& [label, word] : {std::pair{"Problems ", "broken"}, std::pair{"Problem ", "broken:"}}) {
+        for (const auto& [label, word] :
+             {std::pair{"Problems ", "broken"}, std::pair{"Problem ", "broken:"}}) {
             const std::size_t at = WordBehind(line, label, word);
             if (at == std::string_view::npos) continue;
             const std::size_t end = line.find("broken") + std::string_view("broken").size();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Colours, as few as help: the only place that knows which there are, and where they stand. Screens are made as
-// plain texts, so that widths are those of characters; what is coloured in a text is found by the kind of its
-// lines.
+// Colours, as few as help: the only place that knows which there are, and where they stand. Screens are made
+// as plain texts, so that widths are those of characters; what is coloured in a text is found by the kind of
+// its lines.
 
 #ifndef CLI_SCREENS_STYLE_H
 #define CLI_SCREENS_STYLE_H

@@ -15,8 +15,8 @@ namespace cli {
 /// line where a text is broken, since it is a remedy. A word that is longer than a line stays whole.
 void AppendWrapped(std::string_view text, std::size_t from, std::size_t width, std::string& out);
 
-/// A line without its end in lines of at most `width` characters: below its first `from` characters, which are
-/// ASCII, stand blanks. Where that leaves too little room it stays one line.
+/// A line without its end in lines of at most `width` characters: below its first `from` characters, which
+/// are ASCII, stand blanks. Where that leaves too little room it stays one line.
 std::string Wrapped(std::string_view line, std::size_t from, std::size_t width);
 
 }  // namespace cli

@@ -236,7 +236,7 @@ private:
     unsigned char List(const Completion& completion)
     {
         const std::string text = completion.Text(m_width(), kMostListed);
-        Print("\n" + (text.empty() ? std::string("  nothing more is expected here\n") : text));
+        Print("\n" + (text.empty() ? "  " + completion.hint + "\n" : text));
         return CC_REDISPLAY;
     }
 

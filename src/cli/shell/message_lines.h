@@ -14,8 +14,8 @@
 
 namespace cli {
 
-/// The buffer of a stream whose text goes to another one, a line at a time: broken at blanks, and with its kind coloured.
-/// Control characters are escaped.
+/// The buffer of a stream whose text goes to another one, a line at a time: broken at blanks, and with its
+/// kind coloured. Control characters are escaped.
 class MessageLines : public std::streambuf {
 public:
     /// `width`: the characters of a line, asked for each. The stream must outlive this.

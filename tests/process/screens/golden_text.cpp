@@ -165,8 +165,9 @@ std::string CompareWithGolden(const std::filesystem::path& file, const std::stri
     const auto [wanted, is] = std::ranges::mismatch(golden, shown);
     if (wanted == golden.end() && is == shown.end()) return {};
     const auto at = [](const auto& lines, auto line) { return line == lines.end() ? "(the end)" : *line; };
-    return file.string() + ":" + std::to_string(wanted - golden.begin() + 1) + "\n  golden: " +
-           at(golden, wanted) + "\n  shown:  " + at(shown, is) + "\nIf it is right: make renew";
+    return file.string() + ":" + std::to_string(wanted - golden.begin() + 1) +
+           "\n  golden: " + at(golden, wanted) + "\n  shown:  " + at(shown, is) +
+           "\nIf it is right: make renew";
 }
 
 }  // namespace screens_tests

@@ -18,6 +18,9 @@ inline constexpr std::string_view kDirectory = "/tmp/sflow-SWITCH";
 /// gigabit-ethernet-1/1/1 and so on.
 const std::map<std::string, std::vector<std::string>>& GoldenScenes();
 
+/// Lines at whose end '?' is typed, in operational mode up to the line "configure", which is run.
+const std::vector<std::string>& AskedLines();
+
 /// The configuration of all scenes but "empty", as lines for the shell.
 const std::vector<std::string>& GoldenConfiguration();
 

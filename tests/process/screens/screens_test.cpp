@@ -74,8 +74,8 @@ TEST(Scenes, TypeEveryCommandOfTheTableButThoseWithAReason)
             << name << (isTyped ? " has a scene and a reason for having none" : " has no scene");
     }
     for (const auto& [name, reason] : WithoutScene())
-        EXPECT_TRUE(std::ranges::any_of(cli::Commands(),
-                                        [&](const cli::Command& each) { return each.name == name; }))
+        EXPECT_TRUE(
+            std::ranges::any_of(cli::Commands(), [&](const cli::Command& each) { return each.name == name; }))
             << "there is no command " << name;
 }
 
@@ -148,13 +148,52 @@ protected:
         return text.substr(0, text.rfind(kPrompt));
     }
 
-    void Check(Terminal& shell, const std::string& name)
+    /// What is listed at '?'.
+    std::string Ask(Terminal& shell)
     {
-        const std::string text = Play(shell, name);
+        std::string text;
+        std::string prompt = kPrompt + std::string(">");
+        for (const std::string& line : AskedLines()) {
+            shell.AwaitsLast(prompt);
+            shell.Type(line);
+            if (line == "configure") {
+                shell.Key("Enter");
+                prompt = kPrompt + std::string(" (config)>");
+                shell.AwaitsLast(prompt);
+                shell.Clear();
+                shell.Forget();
+                continue;
+            }
+            std::string row = prompt + " " + line;
+            row.erase(row.find_last_not_of(' ') + 1);
+            shell.AwaitsLast(row);
+            shell.Type("?");
+            Await("something is listed", [&] {
+                const std::string screen = shell.Screen();
+                return screen != row && screen.ends_with("\n" + row);
+            });
+            const std::string shown = Stable(shell.Transcript());
+            text += shown.substr(0, shown.rfind(kPrompt));
+            shell.Key("C-c");
+            shell.AwaitsLast(prompt);
+            shell.Clear();
+            shell.Forget();
+        }
+        shell.Enter("exit", kPrompt + std::string(">"));
+        shell.AwaitsLast(kPrompt + std::string(">"));
+        shell.Clear();
+        shell.Forget();
+        return text;
+    }
+
+    void Check(Terminal& shell, const std::string& name) { Check(name, Play(shell, name)); }
+
+    void Check(const std::string& name, const std::string& text)
+    {
         const auto [columns, rows] = GetParam();
         const std::string folder = std::to_string(columns) + "x" + std::to_string(rows);
-        EXPECT_EQ("", CompareWithGolden(World::Tree() / "tests/process/screens/golden" / folder / (name + ".txt"),
-                                        text));
+        EXPECT_EQ("", CompareWithGolden(
+                          World::Tree() / "tests/process/screens/golden" / folder / (name + ".txt"), text));
         EXPECT_EQ("", LinesWiderThan(static_cast<std::size_t>(columns) - 1, WithoutColours(text)));
     }
 
@@ -172,7 +211,8 @@ protected:
             const auto& sflow = state.at("switch-state:state").at("oam").at("sflow");
             const auto& sent = sflow.at("collector").at(0).at("flow-samples-sent");
             constexpr std::size_t kProblems = 12;
-            return sent == std::to_string(kPackets) && sflow.value("problem", nlohmann::json()).size() == kProblems;
+            return sent == std::to_string(kPackets) &&
+                   sflow.value("problem", nlohmann::json()).size() == kProblems;
         });
     }
 
@@ -208,6 +248,7 @@ TEST_P(Screens, AreTheGoldenOnes)
     Check(*shell, "empty");
     Configure();
     for (const char* name : {"state", "forms", "edit", "errors", "help"}) Check(*shell, name);
+    Check("choices", Ask(*shell));
     m_world->Daemon().Kill();
     AwaitShown("show sflow problems", "start sflow-app");
     Check(*shell, "no-daemon");
