@@ -78,9 +78,11 @@ TEST(MessageLines, AreBrokenColouredAndWithoutControlCharacters)
     std::ostringstream to;
     std::size_t width = 40;
     {
-        cli::MessageLines lines(to, [&] { return width; }, kColoured);
+        cli::MessageLines lines(
+            to, [&] { return width; }, kColoured);
         std::ostream stream(&lines);
-        stream << "error: there is no interface " << "nix in the state; show lists them\n"
+        stream << "error: there is no interface "
+               << "nix in the state; show lists them\n"
                << "  a line with blanks before it, which is long\033[2J\n";
         width = 30;
         stream << "warning: one two three four five" << std::endl << "no end";
