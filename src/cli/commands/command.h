@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "cli/data/words.h"
+#include "cli/screens/style.h"
 
 struct ly_ctx;
 namespace netconf {
@@ -112,6 +113,7 @@ struct Call {
     std::size_t width;  // characters of a line of text for people
     /// Opens a session for this command alone. Throws netconf::ConnectionError.
     const std::function<std::unique_ptr<netconf::Client>()>& connect;
+    Style style{};  // of text on `out`
 };
 
 struct Command {
@@ -151,8 +153,8 @@ const Command* CommandOf(std::span<const Command> commands, const std::vector<st
 std::vector<std::string> WordsAt(std::span<const Command> commands, const std::vector<std::string>& words);
 
 /// The usage lines, with what they do, of the commands whose names begin with these words; throws Error
-/// for words with which none begins.
-std::string Help(std::span<const Command> commands, const std::vector<std::string>& words);
+/// for words with which none begins. Lines have at most `width` characters.
+std::string Help(std::span<const Command> commands, const std::vector<std::string>& words, std::size_t width);
 
 }  // namespace cli
 

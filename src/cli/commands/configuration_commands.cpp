@@ -155,7 +155,7 @@ void Compare(Call& call)
 {
     const Tree running = RequestData(call, netconf::GetTouched("running"));
     const Tree candidate = RequestData(call, netconf::GetTouched("candidate"));
-    call.out << Differences(running.get(), candidate.get());
+    ShowDifferences(call, Differences(running.get(), candidate.get()));
 }
 
 }  // namespace

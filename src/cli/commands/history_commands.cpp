@@ -75,7 +75,9 @@ void ShowHistory(Call& call)
     if (call.format == Format::kJson)
         call.out << CommitJson(call, tree.get(), reply);
     else
-        Show(call, tree, [&](const lyd_node* state) { return CommitText(state) + ChangesOf(call, reply); });
+        Show(call, tree, [&](const lyd_node* state) {
+            return CommitText(state) + call.style.Differences(ChangesOf(call, reply));
+        });
 }
 
 void ShowCheckpoints(Call& call) { ShowState(call, HistoryElements("<checkpoint/>"), &CheckpointsText); }
@@ -100,12 +102,12 @@ void RollBackToCommit(Call& call) { RollBackTo(call, CommitOf(call)); }
 
 void CompareRollback(Call& call)
 {
-    call.out << ChangesOf(call, RequestReply(call, netconf::CompareWith(MomentOf(call))));
+    ShowDifferences(call, ChangesOf(call, RequestReply(call, netconf::CompareWith(MomentOf(call)))));
 }
 
 void CompareCommit(Call& call)
 {
-    call.out << ChangesOf(call, RequestReply(call, netconf::CompareWith(CommitOf(call))));
+    ShowDifferences(call, ChangesOf(call, RequestReply(call, netconf::CompareWith(CommitOf(call)))));
 }
 
 void RequestCheckpoint(Call& call)

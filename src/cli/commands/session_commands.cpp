@@ -26,7 +26,7 @@ void ShowCandidates(Call& call)
               &CandidatesText);
 }
 
-void ShowHelp(Call& call) { call.out << Help(Commands(), call.arguments.words); }
+void ShowHelp(Call& call) { call.out << Help(Commands(), call.arguments.words, call.width); }
 
 void Configure(Call& call)
 {

@@ -19,6 +19,7 @@
 #include "cli/screens/sflow_text.h"
 #include "cli/screens/state_text.h"
 #include "cli/screens/text_width.h"
+#include "cli/screens/wrapped_text.h"
 #include "netconf/client.h"
 #include "netconf/requests.h"
 #include "netconf/xml.h"
@@ -35,15 +36,24 @@ void ShowSummary(Call& call)
     };
     const Tree sflow = request(kSummaryOfSflow);
     const Tree processes = request(kSummaryOfProcesses);
-    call.out << SflowSummary(sflow.get(), processes.get(), call.width);
+    call.out << call.style.Causes(SflowSummary(sflow.get(), processes.get(), call.width));
 }
 
 /// What is known where the sFlow manager tells nothing: that first, then the processes.
 void ShowUnknown(Call& call, const MissingState& why)
 {
-    call.out << why.what() << "\n\nWhether something is broken can't be told. The processes:\n\n";
+    call.out << Wrapped(why.what(), 0, call.width)
+             << "\n\nWhether something is broken can't be told. The processes:\n\n";
     ShowState(call, "<system><process/></system>",
               [&](const lyd_node* state) { return ProcessesText(state, call.width); });
+}
+
+/// Where the state has no problem: whether that is because nothing is configured.
+bool HasInterface(Call& call)
+{
+    const Tree state =
+        RequestState(call, netconf::Get(StateFilter(SflowFilter("<interface><name/></interface>"))));
+    return Children(state.get()).Of("oam").Of("sflow").First("interface") != nullptr;
 }
 
 void ShowProblems(Call& call)
@@ -52,7 +62,14 @@ void ShowProblems(Call& call)
     try {
         const Tree state =
             RequestState(call, netconf::Get(StateFilter(SflowFilter(SflowElements("problems")))));
-        Show(call, state, [&](const lyd_node* data) { return SflowText(data, "problems", call.width); });
+        const Children sflow = Children(state.get()).Of("oam").Of("sflow");
+        const bool isFine = !sflow.None() && sflow.First("problem") == nullptr;
+        if (isFine && call.format == Format::kText && !HasInterface(call))
+            call.out << Wrapped("Nothing is sampled: " + std::string(kNoInterface), 0, call.width) << "\n";
+        else
+            Show(call, state, [&](const lyd_node* data) {
+                return call.style.Causes(SflowText(data, "problems", call.width));
+            });
         call.shell.status = ProblemsStatus(state.get());
     } catch (const MissingState& why) {
         if (call.format != Format::kText) throw;
@@ -105,7 +122,7 @@ void ShowEntries(Call& call, const std::string& list)
     const Tree state = RequestState(call, netconf::Get(StateFilter(SflowFilter(filter))));
     for (const std::string& word : call.arguments.words) ExpectEntries(call, state.get(), list, word);
     Show(call, state, [&](const lyd_node* data) {
-        return call.arguments.hasFlag ? SflowDetail(data, list, call.width)
+        return call.arguments.hasFlag ? call.style.Causes(SflowDetail(data, list, call.width))
                                       : SflowText(data, list + "s", call.width);
     });
 }

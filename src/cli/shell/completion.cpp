@@ -31,6 +31,17 @@ std::vector<Command> Runnable(const CompletionContext& context)
     return commands;
 }
 
+/// Whether the words are a command of configuration mode, which this is not.
+bool IsOfOtherMode(const CompletionContext& context, const std::vector<Word>& words, const std::string& typed)
+{
+    if (!context.state.talks || context.state.configures) return false;
+    Texts texts;
+    for (const Word& word : words) texts.push_back(word.text);
+    if (texts.empty()) texts.push_back(typed);
+    const Command* command = CommandOf(context.commands, WrittenOut(context.commands, std::move(texts)));
+    return command != nullptr && (command->needs & kMode) != 0;
+}
+
 std::optional<PathUse> UseOf(const Command& command)
 {
     if (command.name == "set") return PathUse::kSet;
@@ -250,6 +261,8 @@ Completion Complete(const CompletionContext& context, std::string_view line)
         std::erase_if(completion.choices, [&](const Choice& choice) {
             return !choice.isValue && !choice.word.starts_with(typed);
         });
+        if (completion.choices.empty() && IsOfOtherMode(context, words, typed))
+            completion.hint = "it belongs to configuration mode; type configure first";
     } catch (const Error&) {
         return {};
     }

@@ -63,6 +63,15 @@ TEST(Completion, OffersTheCommandsOfTheMode)
     EXPECT_THAT(HelpOf(At(""), "load"), "merge, replace, set");
 }
 
+TEST(Completion, TellsWhereToTypeWhatTheModeDoesNotHave)
+{
+    for (const std::string line : {"set ", "set", "set oam ", "load merge "})
+        EXPECT_THAT(At(line, false).hint, HasSubstr("type configure")) << line;
+    EXPECT_THAT(At("help exit now ", false).hint, Not(HasSubstr("configure")));
+    EXPECT_THAT(At("nonsense ", false).hint, Not(HasSubstr("configure")));
+    EXPECT_THAT(At("set nonsense ").hint, Not(HasSubstr("configure")));
+}
+
 TEST(Completion, InsertsWhatIsCertain)
 {
     EXPECT_EQ(At("sho").Insertion(), "w ");
