@@ -184,6 +184,11 @@ std::string SflowTestCollector(std::string_view collector)
     return OfSystem("sflow-test-collector", "collector", collector);
 }
 
+std::string SflowTopTalkers(std::string_view interface)
+{
+    return OfSystem("sflow-top-talkers", "interface", interface);
+}
+
 std::string SflowResync() { return std::string("<sflow-resync xmlns=\"").append(kSystem).append("\"/>"); }
 
 std::string Backup(std::string_view file) { return OfSystem("backup", "file", file); }

@@ -55,6 +55,7 @@ std::string HaTransition(std::string_view role);
 std::string SflowResync();
 std::string SflowClearStatistics();
 std::string SflowTestCollector(std::string_view collector);
+std::string SflowTopTalkers(std::string_view interface);
 /// `file`: an absolute path on the switch.
 std::string Backup(std::string_view file);
 /// `startTime`: from when on events are replayed (RFC 5277); empty: none.

@@ -21,6 +21,7 @@
 #include "base/user.h"
 #include "cdb/schema/schema.h"
 #include "cli/commands/command.h"
+#include "cli/shell/full_screen.h"
 #include "cli/shell/line_editor.h"
 #include "cli/shell/options.h"
 #include "cli/shell/pager.h"
@@ -95,6 +96,10 @@ int Run(const cli::Options& options)
     environment.who = base::UserName(::geteuid()) + "@" + HostName();
     if (::isatty(STDOUT_FILENO)) environment.page = &cli::Page;
     environment.height = &ScreenHeight;
+    // https://no-color.org
+    environment.openScreen = [] {
+        return cli::OpenFullScreen(base::Variable("NO_COLOR").value_or("").empty());
+    };
     environment.asksStanding = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
     cli::Shell shell(cli::Commands(), environment, std::cout, std::cerr);
     if (options.exclusive) shell.LockCandidate();

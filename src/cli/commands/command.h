@@ -24,6 +24,8 @@ class Client;
 
 namespace cli {
 
+class Screen;
+
 enum class ArgumentKind {
     kChoice,   // one of the words in `text`, which '|' separates
     kPath,     // words of a path, one or more; none if it is optional
@@ -108,6 +110,9 @@ struct Call {
     std::size_t width;  // characters of a line of text for people
     /// Opens a session for this command alone. Throws netconf::ConnectionError.
     const std::function<std::unique_ptr<netconf::Client>()>& connect;
+    /// Takes the terminal to fill it; null, or without a result, if the output is no terminal that can be
+    /// filled.
+    std::function<std::unique_ptr<Screen>()> openScreen = {};
 };
 
 struct Command {
