@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Requests whose replies are waited for beside something else, such as a keyboard. Used by commands that go on.
+// Requests whose replies are waited for beside something else, such as a keyboard. Used by commands that go
+// on.
 
 #ifndef CLI_COMMANDS_INQUIRY_H
 #define CLI_COMMANDS_INQUIRY_H

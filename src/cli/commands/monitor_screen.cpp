@@ -56,7 +56,7 @@ std::string ShortHostName()
 
 std::string FirstMessage(const netconf::Reply& reply, const std::string& otherwise)
 {
-    return reply.errors.empty() ? otherwise : ToText(reply.errors.front());
+    return reply.errors.empty() ? otherwise : reply.errors.front().message;
 }
 
 class ScreenMonitor {
@@ -107,9 +107,9 @@ private:
         if (!answer) {
             const auto passed = Clock::now() - m_asked;
             if (m_inquiry.IsBusy() && passed >= kLate)
-                m_failure =
-                    "the database does not answer since " +
-                    std::to_string(std::chrono::duration_cast<std::chrono::seconds>(passed).count()) + " s";
+                m_failure = "the database does not answer since " +
+                            std::to_string(std::chrono::duration_cast<std::chrono::seconds>(passed).count()) +
+                            " s";
             return;
         }
         // What has been asked for before a port was entered or left is not what is shown.
@@ -161,8 +161,9 @@ private:
 
     [[nodiscard]] WatchScene Scene() const
     {
-        return {m_watch,   m_watched,     m_view.paused ? m_lookedAt : Clock::now(), TimeOfDay(), m_host,
-                m_failure, m_pausedSince, m_talkers};
+        return {m_watch,       m_watched, m_view.paused ? m_lookedAt : Clock::now(),
+                TimeOfDay(),   m_host,    m_failure,
+                m_pausedSince, m_talkers};
     }
 
     void Draw() { m_screen.Draw(WatchScreen(Scene(), m_view, m_screen.Size(), m_screen.Characters())); }

@@ -61,10 +61,11 @@ std::string Line(Call& call, SflowWatch& watch, std::unique_ptr<netconf::Client>
         if (reply.ok) {
             const Tree state = ParseReply(call.yang, reply.data);
             const Watched watched = watch.Look(state.get(), std::chrono::steady_clock::now());
-            return call.format == Format::kText ? watch.Text(watched, OfDay(time), call.width)
-                                                : watch.Json(watched, time);
+            if (watched.isKnown || reply.errors.empty())
+                return call.format == Format::kText ? watch.Text(watched, OfDay(time), call.width)
+                                                    : watch.Json(watched, time);
         }
-        why = reply.errors.empty() ? "the database refused without a reason" : ToText(reply.errors.front());
+        why = reply.errors.empty() ? "the database refused without a reason" : reply.errors.front().message;
     } catch (const netconf::ConnectionError& error) {
         session.reset();  // the next look connects again
         why = error.what();

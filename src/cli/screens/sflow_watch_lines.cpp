@@ -44,8 +44,8 @@ std::string SflowWatch::TextOfAll(const Watched& watched, std::string_view time,
     std::optional<std::uint64_t> packets;
     for (const WatchedEntry& entry : watched.entries)
         if (entry.rates.packets) packets = packets.value_or(0) + *entry.rates.packets;
-    const std::string flow = std::string(time) + "  " + Scaled(packets) + " packets/s  " +
-                             watched.samplesPerSecond + " samples/s";
+    const std::string flow =
+        std::string(time) + "  " + Scaled(packets) + " packets/s  " + watched.samplesPerSecond + " samples/s";
     const std::string datagrams = "  " + watched.datagramsPerSecond + " datagrams/s";
     if (watched.broken.empty()) return Cut(flow + datagrams + "  nothing broken", width);
     // What is broken matters more than how many datagrams leave.
@@ -67,11 +67,12 @@ std::string SflowWatch::Text(const Watched& watched, std::string_view time, std:
     const bool ofInterfaces = m_list == "interface";
     std::string figures = "  " + Scaled(entry.rates.packets) + (ofInterfaces ? " packets/s" : " datagrams/s");
     if (ofInterfaces) figures += "  " + Scaled(entry.rates.bits) + " bits/s";
-    figures += "  " + Scaled(entry.rates.samples) + " samples/s  " +
-               (entry.problem.empty() ? "ok" : entry.problem);
+    figures +=
+        "  " + Scaled(entry.rates.samples) + " samples/s  " + (entry.problem.empty() ? "ok" : entry.problem);
     const std::size_t taken = Width(begin) + Width(figures);
     constexpr std::size_t kLeastName = 8;
-    return Cut(begin + Cut(entry.name, std::max(kLeastName, width - std::min(width, taken))) + figures, width);
+    return Cut(begin + Cut(entry.name, std::max(kLeastName, width - std::min(width, taken))) + figures,
+               width);
 }
 
 std::string SflowWatch::Json(const Watched& watched, std::string_view time) const

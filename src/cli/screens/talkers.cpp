@@ -42,7 +42,8 @@ Talkers TalkersOf(const Children& output)
         talkers.list.push_back({base::Printable(EndPoint(talker, "source", "source-port")),
                                 base::Printable(EndPoint(talker, "destination", "destination-port")),
                                 base::Printable(talker.Value("protocol")),
-                                talker.Figure("packets-per-second").value_or(0), talker.Figure("bits-per-second").value_or(0)});
+                                talker.Figure("packets-per-second").value_or(0),
+                                talker.Figure("bits-per-second").value_or(0)});
     });
     return talkers;
 }

@@ -55,8 +55,8 @@ EntryColumns ColumnsOf(std::size_t width, std::size_t longestName)
 
 StyledLine EntryHeading(const EntryColumns& columns, std::size_t rows)
 {
-    std::string line = "  " + ToLeft(rows == 1 ? "port" : "ports " + std::to_string(rows), columns.name) + "  " +
-                       ToRight("packets/s", kPacketsWidth);
+    std::string line = "  " + ToLeft(rows == 1 ? "port" : "ports " + std::to_string(rows), columns.name) +
+                       "  " + ToRight("packets/s", kPacketsWidth);
     if (columns.bits != 0) line += "  " + ToRight("bits/s", columns.bits);
     if (columns.samples != 0) line += "  " + ToRight("samples/s", columns.samples);
     if (columns.bar != 0) line += "  " + ToLeft("", columns.bar);
@@ -85,7 +85,8 @@ public:
         // A figure of before is none of now.
         const Rates rates = m_scene.failure.empty() ? entry.rates : Rates{};
         const std::string name =
-            (selected ? "> " : "  ") + ToLeft(CutFront(base::Printable(entry.name), m_columns.name), m_columns.name) + "  ";
+            (selected ? "> " : "  ") +
+            ToLeft(CutFront(base::Printable(entry.name), m_columns.name), m_columns.name) + "  ";
         StyledLine line;
         const bool hasReason = entry.severity && *entry.severity != Severity::kIdle && !entry.problem.empty();
         if (!hasReason) {
@@ -141,12 +142,12 @@ StyledLines EntryLines(const WatchScene& scene, const WatchView& view, const Row
     const EntryRow row(scene, columns, highest, charset);
     const std::size_t selected = SelectedRow(rows, view);
     StyledLines lines{EntryHeading(columns, rows.size())};
-    for (std::size_t i = top; i < end; ++i)
-        lines.push_back(row.Line(*rows[i], i == selected, size.columns));
+    for (std::size_t i = top; i < end; ++i) lines.push_back(row.Line(*rows[i], i == selected, size.columns));
     if (rows.empty() && scene.watched.isKnown)
-        lines.push_back({{scene.watched.entries.empty() ? "  no interface is in effect"
-                                                        : "  no name has \"" + base::Printable(view.filter) + "\"",
-                          kPlain}});
+        lines.push_back(
+            {{scene.watched.entries.empty() ? "  no interface is in effect"
+                                            : "  no name has \"" + base::Printable(view.filter) + "\"",
+              kPlain}});
     return lines;
 }
 

@@ -39,10 +39,11 @@ StyledLines HealthLines(const WatchScene& scene, const WatchView& view, std::siz
     StyledLines lines;
     const Watched& watched = scene.watched;
     const bool isLive = scene.failure.empty() && watched.isKnown;
-    const std::string flow = isLive ? watched.samplesPerSecond + " samples/s  " + watched.datagramsPerSecond +
-                                          " datagrams/s"
-                                    : std::string();
-    const std::string what = view.inside.empty() ? std::string("sFlow") : scene.watch.List() + " " + view.inside;
+    const std::string flow =
+        isLive ? watched.samplesPerSecond + " samples/s  " + watched.datagramsPerSecond + " datagrams/s"
+               : std::string();
+    const std::string what =
+        view.inside.empty() ? std::string("sFlow") : scene.watch.List() + " " + view.inside;
     const std::string paused = scene.pausedSince.empty() ? "" : "paused since " + scene.pausedSince;
     const std::size_t room = width - std::min(width, Width(scene.time) + kGap);
     StyledLine title{{Fitting({what + "  " + scene.host, what, CutFront(view.inside, room)}, room), kBold},
@@ -61,7 +62,8 @@ StyledLines HealthLines(const WatchScene& scene, const WatchView& view, std::siz
                           kPlain}});
     }
     if (!scene.failure.empty())
-        lines.push_back({{Cut(base::Printable("no figures: " + scene.failure), width), {Tone::kBroken, true, false}}});
+        lines.push_back(
+            {{Cut(base::Printable("no figures: " + scene.failure), width), {Tone::kBroken, true, false}}});
     else if (view.inside.empty() && !watched.broken.empty())
         lines.push_back(BrokenLine(watched, width));
     return lines;

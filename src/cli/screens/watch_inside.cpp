@@ -41,7 +41,8 @@ void AddCauses(const std::vector<Cause>& causes, std::size_t width, StyledLines&
                                                       : "idle",
                   cause.Sentence());
         std::istringstream wrapped(facts.Text(0, width));
-        for (std::string line; std::getline(wrapped, line);) lines.push_back({{line, StyleOf(cause.severity)}});
+        for (std::string line; std::getline(wrapped, line);)
+            lines.push_back({{line, StyleOf(cause.severity)}});
     }
 }
 
@@ -51,7 +52,7 @@ void AddCollectors(const Watched& watched, StyledLines& lines)
     StyledLine line{{"Collectors", kBold}};
     for (const WatchedCollector& collector : watched.collectors) {
         line.push_back({line.size() == 1 ? "  " : ", ", kPlain});
-        const std::string state = collector.receives           ? " receiving"
+        const std::string state = collector.receives          ? " receiving"
                                   : collector.problem.empty() ? " not receiving"
                                                               : " " + collector.problem;
         line.push_back({base::Printable(collector.name) + state,
@@ -67,8 +68,9 @@ void AddGraph(const WatchScene& scene, const std::string& name, ScreenSize size,
     const auto rates = scene.watch.HistoryOf(name, scene.now);
     const std::size_t room = size.columns - std::min(size.columns, kScale + kGap);
     // With room for it, a second has several columns.
-    const std::size_t width =
-        room >= RateHistory::kSeconds ? room / RateHistory::kSeconds * RateHistory::kSeconds : HistoryWidth(room);
+    const std::size_t width = room >= RateHistory::kSeconds
+                                  ? room / RateHistory::kSeconds * RateHistory::kSeconds
+                                  : HistoryWidth(room);
     const std::vector<std::string> graph = HistoryGraph(rates, width, size.rows, charset);
     for (std::size_t i = 0; i < graph.size(); ++i) {
         const std::string scale = i == 0                  ? Scaled(Highest(rates))
@@ -79,7 +81,8 @@ void AddGraph(const WatchScene& scene, const std::string& name, ScreenSize size,
     const std::string begin = "60 s ago";
     const std::string end = "now";
     if (width > Width(begin) + Width(end))
-        lines.push_back({{std::string(kScale + kGap, ' ') + begin + ToRight(end, width - Width(begin)), kPlain}});
+        lines.push_back(
+            {{std::string(kScale + kGap, ' ') + begin + ToRight(end, width - Width(begin)), kPlain}});
 }
 
 }  // namespace
@@ -90,9 +93,9 @@ StyledLines InsideLines(const WatchScene& scene, const WatchView& view, ScreenSi
     StyledLines lines;
     if (found == scene.watched.entries.end()) {
         if (scene.failure.empty() && scene.watched.isKnown && scene.watched.name == view.inside)
-            lines.push_back({{"there is no " + scene.watch.List() + " " + base::Printable(view.inside) +
-                                  " in the state",
-                              kWarningStyle}});
+            lines.push_back(
+                {{"there is no " + scene.watch.List() + " " + base::Printable(view.inside) + " in the state",
+                  kWarningStyle}});
         if (scene.watched.name == view.inside) AddCauses(scene.watched.causes, size.columns, lines);
         return lines;
     }
@@ -102,8 +105,7 @@ StyledLines InsideLines(const WatchScene& scene, const WatchView& view, ScreenSi
     if (isOfOne) AddCollectors(scene.watched, lines);
     constexpr std::size_t kLeastGraph = 3, kMostGraph = 10, kGraphShare = 3;
     const std::size_t graph = std::clamp(size.rows / kGraphShare, kLeastGraph, kMostGraph);
-    if (lines.size() + graph < size.rows)
-        AddGraph(scene, found->name, {size.columns, graph}, charset, lines);
+    if (lines.size() + graph < size.rows) AddGraph(scene, found->name, {size.columns, graph}, charset, lines);
     if (scene.watch.List() != "interface" || lines.size() >= size.rows) return lines;
     for (std::string& line : TalkerLines(scene.talkers, size.columns, size.rows - lines.size()))
         lines.push_back({{std::move(line), kPlain}});

@@ -15,13 +15,13 @@ namespace cli {
 /// What is known at a moment.
 struct WatchScene {
     const SflowWatch& watch;
-    const Watched& watched;    // the last look
-    SflowWatch::Time now;      // of the last look while the view is paused
-    std::string time;          // for people
+    const Watched& watched;  // the last look
+    SflowWatch::Time now;    // of the last look while the view is paused
+    std::string time;        // for people
     std::string host;
-    std::string failure;       // why no figure is known now; empty: all are of the last second
-    std::string pausedSince;   // for people; empty: is not paused
-    const Talkers& talkers;    // of the one that is looked into
+    std::string failure;      // why no figure is known now; empty: all are of the last second
+    std::string pausedSince;  // for people; empty: is not paused
+    const Talkers& talkers;   // of the one that is looked into
 };
 
 struct ScreenSize {

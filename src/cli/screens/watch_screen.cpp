@@ -22,7 +22,8 @@ std::string Joined(std::initializer_list<std::string> texts, const std::string& 
 
 StyledLine Footer(const WatchView& view, const Rows& rows, std::size_t all, std::size_t width)
 {
-    if (view.filters) return {{Cut("filter: " + view.filter + "_  Enter keeps it, Esc clears it", width), kBold}};
+    if (view.filters)
+        return {{Cut("filter: " + view.filter + "_  Enter keeps it, Esc clears it", width), kBold}};
     if (!view.inside.empty())
         return {{view.beganInside ? Joined({"p pause"}, "h help  q quit", width)
                                   : Joined({"Esc back", "p pause"}, "h help  q back", width),

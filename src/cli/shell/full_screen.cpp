@@ -26,17 +26,19 @@ constexpr short kWarningPair = 2;
 /// How long the rest of a key that begins with Escape is waited for.
 constexpr int kEscapeDelayMs = 50;
 
-/// ncurses installs handlers of signals, which end the process in a way of their own: they hold while a screen is
-/// there, where the signals are blocked, and no longer.
+/// ncurses installs handlers of signals, which end the process in a way of their own: they hold while a
+/// screen is there, where the signals are blocked, and no longer.
 class KeptHandlers {
 public:
     KeptHandlers()
     {
-        for (std::size_t i = 0; i < kSignals.size(); ++i) ::sigaction(kSignals.at(i), nullptr, &m_before.at(i));
+        for (std::size_t i = 0; i < kSignals.size(); ++i)
+            ::sigaction(kSignals.at(i), nullptr, &m_before.at(i));
     }
     ~KeptHandlers()
     {
-        for (std::size_t i = 0; i < kSignals.size(); ++i) ::sigaction(kSignals.at(i), &m_before.at(i), nullptr);
+        for (std::size_t i = 0; i < kSignals.size(); ++i)
+            ::sigaction(kSignals.at(i), &m_before.at(i), nullptr);
     }
     KeptHandlers(const KeptHandlers&) = delete;
     KeptHandlers& operator=(const KeptHandlers&) = delete;
@@ -94,6 +96,9 @@ public:
     explicit FullScreen(bool colours) : m_screen(::newterm(nullptr, stdout, stdin))
     {
         if (m_screen == nullptr) return;
+        // A terminal that can do nothing has a description, too.
+        m_hasCursor = ::tigetstr("cup") != nullptr;
+        if (!m_hasCursor) return;
         ::raw();
         ::noecho();
         ::nonl();
@@ -114,7 +119,7 @@ public:
         ::delscreen(m_screen);
     }
 
-    [[nodiscard]] bool IsOpen() const { return m_screen != nullptr; }
+    [[nodiscard]] bool IsOpen() const { return m_screen != nullptr && m_hasCursor; }
 
     [[nodiscard]] ScreenSize Size() const override
     {
@@ -166,6 +171,7 @@ private:
 
     KeptHandlers m_handlers;  // before the screen, which changes them
     SCREEN* m_screen;
+    bool m_hasCursor = false;
     bool m_hasColours = false;
 };
 

@@ -93,10 +93,11 @@ std::string Interface(const std::string& name, int seen)
 
 std::string SflowState(const std::string& content)
 {
-    return Data("<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow><manager><session>loaded</session>"
-                "<samples-per-second>7</samples-per-second><datagrams-per-second>3</datagrams-per-second>"
-                "</manager>" +
-                content + "</sflow></oam></state>");
+    return Data(
+        "<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow><manager><session>loaded</session>"
+        "<samples-per-second>7</samples-per-second><datagrams-per-second>3</datagrams-per-second>"
+        "</manager>" +
+        content + "</sflow></oam></state>");
 }
 
 struct MonitorScreenTest : testing::Test {
@@ -109,7 +110,8 @@ struct MonitorScreenTest : testing::Test {
             if (refuses) throw netconf::ConnectionError("peer: Connection refused");
             return peer.Connect();
         };
-        cli::Call call{arguments, cli::Format::kText, nullptr, cli_test::Yang(), out, out, state, 79, connect, {}};
+        cli::Call call{arguments, cli::Format::kText, nullptr, cli_test::Yang(), out, out, state, 79, connect,
+                       {}};
         return cli::MonitorOnScreen(
             call, [&] { return std::make_unique<PlayedScreen>(std::move(steps), shown); },
             cli::SflowWatch("interface", name));
@@ -120,7 +122,9 @@ struct MonitorScreenTest : testing::Test {
         if (dies.exchange(false)) return std::nullopt;
         if (operation.find("sflow-top-talkers") != std::string::npos)
             return cli_test::RpcError("error", "p1 is not sampled; set a sampling-rate");
-        if (isAway) return cli_test::RpcError("warning", "sflow-mgr (process 812) does not answer since 12 s") + Data("");
+        if (isAway)
+            return cli_test::RpcError("warning", "sflow-mgr (process 812) does not answer since 12 s") +
+                   Data("");
         seen += 1000;
         if (operation.find("<name>p1</name>") != std::string::npos) return SflowState(Interface("p1", seen));
         return SflowState(Interface("p1", seen) + Interface("p2", seen));
@@ -149,9 +153,10 @@ TEST_F(MonitorScreenTest, LooksIntoAPortAsksForThatAloneAndGoesBack)
 
 TEST_F(MonitorScreenTest, AManagerThatIsAwayIsSaidAndItComesBack)
 {
-    EXPECT_TRUE(Run({{"7 samples/s", {}, [this] { isAway = true; }},
-                     {"no figures: sflow-mgr (process 812) does not answer since 12 s", {}, [this] { isAway = false; }},
-                     {"7 samples/s", Typed("q")}}));
+    EXPECT_TRUE(Run(
+        {{"7 samples/s", {}, [this] { isAway = true; }},
+         {"no figures: sflow-mgr (process 812) does not answer since 12 s", {}, [this] { isAway = false; }},
+         {"7 samples/s", Typed("q")}}));
     bool isSaid = false;
     for (const std::string& screen : shown)
         if (screen.find("no figures: sflow-mgr") != std::string::npos) {
@@ -185,7 +190,8 @@ TEST_F(MonitorScreenTest, KeysWorkWhileAnAnswerIsAwaited)
     });
     const cli::Arguments arguments;
     const std::function<std::unique_ptr<netconf::Client>()> connect = [&] { return slow.Connect(); };
-    cli::Call call{arguments, cli::Format::kText, nullptr, cli_test::Yang(), out, out, state, 79, connect, {}};
+    cli::Call call{arguments, cli::Format::kText, nullptr, cli_test::Yang(), out, out, state, 79, connect,
+                   {}};
     std::deque<Step> steps{{"7 samples/s", {}, [&] { isLate = true; }},
                            {"no figures: the database does not answer since ", Typed("h")},
                            {"Any key goes back", Typed("x")},
@@ -210,8 +216,10 @@ TEST_F(MonitorScreenTest, WithoutATerminalThatCanBeFilledItSaysSo)
 {
     const cli::Arguments arguments;
     const std::function<std::unique_ptr<netconf::Client>()> connect = [&] { return peer.Connect(); };
-    cli::Call call{arguments, cli::Format::kText, nullptr, cli_test::Yang(), out, out, state, 79, connect, {}};
-    EXPECT_FALSE(cli::MonitorOnScreen(call, [] { return nullptr; }, cli::SflowWatch("interface", "")));
+    cli::Call call{arguments, cli::Format::kText, nullptr, cli_test::Yang(), out, out, state, 79, connect,
+                   {}};
+    EXPECT_FALSE(cli::MonitorOnScreen(
+        call, [] { return nullptr; }, cli::SflowWatch("interface", "")));
 }
 
 TEST_F(MonitorScreenTest, WithoutADatabaseAtTheBeginItFails)

@@ -15,10 +15,18 @@ using testing::ElementsAre;
 
 TEST(Scaled, HasAtMostFiveCharacters)
 {
-    const std::vector<std::pair<std::uint64_t, std::string>> cases = {
-        {0, "0"},           {999, "999"},        {1000, "1.0k"},        {1049, "1.0k"},
-        {1950, "1.9k"},     {99'949, "99.9k"},   {99'950, "100k"},      {999'499, "999k"},
-        {999'500, "1.0M"},  {1'234'567, "1.2M"}, {10'000'000'000, "10.0G"}, {18'446'744'073'709'551'615U, "18.4E"}};
+    const std::vector<std::pair<std::uint64_t, std::string>> cases = {{0, "0"},
+                                                                      {999, "999"},
+                                                                      {1000, "1.0k"},
+                                                                      {1049, "1.0k"},
+                                                                      {1950, "1.9k"},
+                                                                      {99'949, "99.9k"},
+                                                                      {99'950, "100k"},
+                                                                      {999'499, "999k"},
+                                                                      {999'500, "1.0M"},
+                                                                      {1'234'567, "1.2M"},
+                                                                      {10'000'000'000, "10.0G"},
+                                                                      {18'446'744'073'709'551'615U, "18.4E"}};
     for (const auto& [figure, text] : cases) EXPECT_EQ(text, cli::Scaled(figure)) << figure;
     EXPECT_EQ("-", cli::Scaled(std::nullopt));
 }
@@ -82,7 +90,9 @@ TEST(StyledLine, IsCutInTheMiddleOfItsTexts)
     EXPECT_EQ(12U, cli::Width(line));
     EXPECT_EQ(line, cli::Cut(line, 12));
     EXPECT_EQ((cli::StyledLine{line[0], {"dé...", {cli::Tone::kBroken, false, false}}}), cli::Cut(line, 8));
-    EXPECT_EQ("...ghi", cli::CutFront("défghi" "jklghi", 6));
+    EXPECT_EQ("...ghi", cli::CutFront("défghi"
+                                      "jklghi",
+                                      6));
     EXPECT_EQ("é", cli::CutFront("é", 1));
     EXPECT_EQ("..", cli::CutFront("abc", 2));
 }

@@ -15,9 +15,10 @@ using testing::SizeIs;
 
 Talkers Read(const std::string& content)
 {
-    return cli::TalkersOf(cli::Children(cli_test::AnyXml("<sflow-top-talkers xmlns=\"urn:switch:yang:switch-system\">" +
-                                                         content + "</sflow-top-talkers>")
-                                            .get()));
+    return cli::TalkersOf(
+        cli::Children(cli_test::AnyXml("<sflow-top-talkers xmlns=\"urn:switch:yang:switch-system\">" +
+                                       content + "</sflow-top-talkers>")
+                          .get()));
 }
 
 TEST(Talkers, AreReadWithPortsWhereThereAre)
@@ -36,10 +37,10 @@ TEST(Talkers, AreReadWithPortsWhereThereAre)
                             "   bits/s  packets/s  protocol  from               to",
                             "     9.6M       1.2k  tcp       192.0.2.1:80       [2001:db8::1]:443",
                             "      512          1  0x88b5    02:00:00:00:00:01  ff:ff:ff:ff:ff:ff"));
-    EXPECT_THAT(TalkerLines(talkers, 50, 3),
-                ElementsAre("Top talkers, 1,234 samples in 9.8 s",
-                            "   bits/s  packets/s  protocol  from      to",
-                            "     9.6M       1.2k  tcp       ....1:80  ...]:443"));
+    EXPECT_THAT(
+        TalkerLines(talkers, 50, 3),
+        ElementsAre("Top talkers, 1,234 samples in 9.8 s", "   bits/s  packets/s  protocol  from      to",
+                    "     9.6M       1.2k  tcp       ....1:80  ...]:443"));
     EXPECT_THAT(TalkerLines(talkers, 79, 0), SizeIs(0));
     EXPECT_THAT(TalkerLines(talkers, 79, 1), SizeIs(1));
 }

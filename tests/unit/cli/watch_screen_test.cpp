@@ -37,9 +37,10 @@ TEST(WatchScreenGolden, ShowsOnePort)
     Watching watching(40, 7, "gigabit-ethernet-1/1/1");
     watching.talkers.countedForMs = 9800;
     watching.talkers.samples = 1234;
-    watching.talkers.list = {{"192.0.2.1:49152", "198.51.100.7:443", "tcp", 1200, 9'600'000},
-                             {"[2001:db8:0:1:a:b:c:d]:49153", "[2001:db8:ffff:2:a:b:c:d]:53", "udp", 20, 64'000},
-                             {"02:00:00:00:00:01", "ff:ff:ff:ff:ff:ff", "0x88b5", 1, 512}};
+    watching.talkers.list = {
+        {"192.0.2.1:49152", "198.51.100.7:443", "tcp", 1200, 9'600'000},
+        {"[2001:db8:0:1:a:b:c:d]:49153", "[2001:db8:ffff:2:a:b:c:d]:53", "udp", 20, 64'000},
+        {"02:00:00:00:00:01", "ff:ff:ff:ff:ff:ff", "0x88b5", 1, 512}};
     ExpectGolden("watch-port-80x24", watching.Screen(kUsual));
     ExpectGolden("watch-port-160x50", watching.Screen(kWide));
     ExpectGolden("watch-port-40x10", watching.Screen(kNarrow));
@@ -91,8 +92,9 @@ TEST(WatchScreenTest, ShowsNoFigureThatIsNotOfNow)
     EXPECT_THAT(watching.Screen(kUsual), HasSubstr("16.8k"));
     watching.failure = "sflow-mgr (process 812)\ndoes not answer since 12 s";
     const std::string screen = watching.Screen(kUsual, Charset::kUtf8, true);
-    EXPECT_THAT(screen,
-                HasSubstr("no figures: sflow-mgr (process 812)\\ndoes not answer since 12 s [broken bold]\n"));
+    EXPECT_THAT(
+        screen,
+        HasSubstr("no figures: sflow-mgr (process 812)\\ndoes not answer since 12 s [broken bold]\n"));
     EXPECT_THAT(screen, Not(HasSubstr("16.8k")));
     EXPECT_THAT(screen, Not(HasSubstr("240 samples/s")));
     EXPECT_THAT(screen, HasSubstr("gigabit-ethernet-1/1/1          -        -          -"));
@@ -131,7 +133,8 @@ TEST(WatchScreenTest, LongNamesKeepWhatTellsThemApart)
 TEST(WatchScreenTest, OfAPortThatIsGoneItSaysSo)
 {
     Watching watching(2, 3, "gigabit-ethernet-1/1/9");
-    EXPECT_THAT(watching.Screen(kUsual), HasSubstr("there is no interface gigabit-ethernet-1/1/9 in the state"));
+    EXPECT_THAT(watching.Screen(kUsual),
+                HasSubstr("there is no interface gigabit-ethernet-1/1/9 in the state"));
 }
 
 }  // namespace

@@ -28,10 +28,7 @@ struct WatchViewTest : testing::Test {
         for (const WatchedEntry* row : RowsOf(watched, view)) names.push_back(row->name);
         return names;
     }
-    void Press(Key key, const std::string& text = {})
-    {
-        OnKey(view, {key, text}, RowsOf(watched, view), 2);
-    }
+    void Press(Key key, const std::string& text = {}) { OnKey(view, {key, text}, RowsOf(watched, view), 2); }
     void Type(const std::string& text)
     {
         for (const char c : text) Press(Key::kCharacter, std::string(1, c));
@@ -176,7 +173,8 @@ TEST_F(WatchViewTest, AnyKeyEndsTheHelpAndDoesNoMore)
 TEST_F(WatchViewTest, WithoutRowsNothingIsSelected)
 {
     watched.entries.clear();
-    for (const Key key : {Key::kUp, Key::kDown, Key::kPageUp, Key::kPageDown, Key::kHome, Key::kEnd, Key::kEnter})
+    for (const Key key :
+         {Key::kUp, Key::kDown, Key::kPageUp, Key::kPageDown, Key::kHome, Key::kEnd, Key::kEnter})
         Press(key);
     EXPECT_EQ("", view.selected);
     EXPECT_EQ("", view.inside);

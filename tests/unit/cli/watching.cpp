@@ -60,8 +60,9 @@ cli::Tree AnyXml(const std::string& xml)
 
 cli::Tree StateAfter(int second, int interfaces, const std::string& one)
 {
-    std::string content = "<manager><session>loaded</session><samples-per-second>240</samples-per-second>"
-                          "<datagrams-per-second>35</datagrams-per-second></manager>";
+    std::string content =
+        "<manager><session>loaded</session><samples-per-second>240</samples-per-second>"
+        "<datagrams-per-second>35</datagrams-per-second></manager>";
     for (const char* name : {"c1", "far"})
         content += "<collector>" + Leaf("name", name) +
                    Leaf("sending", std::string(name) == "c1" ? "true" : "false") +
@@ -69,14 +70,17 @@ cli::Tree StateAfter(int second, int interfaces, const std::string& one)
     for (int i = 1; i <= interfaces; ++i)
         if (one.empty() || one.ends_with("/" + std::to_string(i)))
             content += i == 7 ? Missing(i) : Interface(i, second);
-    if (!one.empty()) content += "<kernel-interface><name>p1</name><speed>1000000000</speed></kernel-interface>";
+    if (!one.empty())
+        content += "<kernel-interface><name>p1</name><speed>1000000000</speed></kernel-interface>";
     if (one.empty())
         content += Problem("collector", "far", "no-route", "broken", "no route to 203.0.113.1; give it one");
     if (interfaces >= 7 && (one.empty() || one.ends_with("/7")))
-        content += Problem("interface", "gigabit-ethernet-1/1/7", "interface-missing", "broken",
-                           "no interface of the kernel has this name or alias; ip link shows those that there are");
+        content +=
+            Problem("interface", "gigabit-ethernet-1/1/7", "interface-missing", "broken",
+                    "no interface of the kernel has this name or alias; ip link shows those that there are");
     if (one.empty() || one.ends_with("/3"))
-        content += Problem("interface", "gigabit-ethernet-1/1/3", "no-traffic", "idle", "no packet has passed");
+        content +=
+            Problem("interface", "gigabit-ethernet-1/1/3", "no-traffic", "idle", "no packet has passed");
     return AnyXml("<state xmlns=\"urn:switch:yang:switch-state\"><oam><sflow>" + content +
                   "</sflow></oam></state>");
 }
