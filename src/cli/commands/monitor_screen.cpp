@@ -36,6 +36,8 @@ constexpr milliseconds kLate{2500};
 /// A connection that is being made is looked after that often.
 constexpr milliseconds kBetweenTries{100};
 
+constexpr const char* kNoneYet = "asked for";
+
 std::string TimeOfDay()
 {
     const std::time_t now = std::time(nullptr);
@@ -188,7 +190,10 @@ private:
             const bool wasPaused = m_view.paused;
             OnKey(m_view, *press, RowsOf(m_watched, m_view), RowsOfEntries(Scene(), m_screen.Size()));
             if (m_view.left) return;
-            if (m_view.paused != wasPaused) m_pausedSince = m_view.paused ? TimeOfDay() : "";
+            if (m_view.paused != wasPaused) {
+                m_pausedSince = m_view.paused ? TimeOfDay() : "";
+                m_failure = m_view.paused ? m_failure : kNoneYet;  // those of before are none of now
+            }
             if (m_view.inside == inside) continue;
             Turn();
             m_talkers = Talkers{};
@@ -218,7 +223,7 @@ private:
     WatchView m_view;
     Talkers m_talkers;
     std::string m_host = ShortHostName();
-    std::string m_failure = "asked for";
+    std::string m_failure = kNoneYet;
     std::string m_pausedSince;
     std::string m_asksFor;
     Clock::time_point m_nextLook = Clock::now();

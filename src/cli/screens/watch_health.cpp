@@ -16,13 +16,12 @@ std::string TextOf(const OfAll& count, const std::string& what)
 
 StyledLine BrokenLine(const Watched& watched, std::size_t width)
 {
-    const std::size_t count = watched.broken.size();
     const Cause& first = watched.causes.front();
-    const std::string begin = std::to_string(count) + " broken: ";
     // Behind ";" stands the remedy, which show sflow problems has.
     const std::string reason = first.text.substr(0, first.text.find(';'));
-    return {{Fitting({begin + first.Label() + ": " + reason, begin + first.Label(), begin}, width),
-             {Tone::kBroken, true, false}}};
+    const std::string text =
+        std::to_string(watched.broken.size()) + " broken: " + first.Label() + ": " + reason;
+    return {{Cut(base::Printable(text), width), {Tone::kBroken, true, false}}};
 }
 
 }  // namespace

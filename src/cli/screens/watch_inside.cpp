@@ -101,12 +101,13 @@ StyledLines InsideLines(const WatchScene& scene, const WatchView& view, ScreenSi
     }
     const bool isOfOne = scene.watched.name == view.inside;
     lines.push_back({{FiguresOf(scene, scene.failure.empty() ? found->rates : Rates{}), kBold}});
-    if (isOfOne && scene.failure.empty()) AddCauses(scene.watched.causes, size.columns, lines);
-    if (isOfOne) AddCollectors(scene.watched, lines);
+    const bool isLive = scene.failure.empty();
+    if (isOfOne && isLive) AddCauses(scene.watched.causes, size.columns, lines);
+    if (isOfOne && isLive) AddCollectors(scene.watched, lines);
     constexpr std::size_t kLeastGraph = 3, kMostGraph = 10, kGraphShare = 3;
     const std::size_t graph = std::clamp(size.rows / kGraphShare, kLeastGraph, kMostGraph);
     if (lines.size() + graph < size.rows) AddGraph(scene, found->name, {size.columns, graph}, charset, lines);
-    if (scene.watch.List() != "interface" || lines.size() >= size.rows) return lines;
+    if (scene.watch.List() != "interface" || !isLive || lines.size() >= size.rows) return lines;
     for (std::string& line : TalkerLines(scene.talkers, size.columns, size.rows - lines.size()))
         lines.push_back({{std::move(line), kPlain}});
     return lines;

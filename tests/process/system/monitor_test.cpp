@@ -202,8 +202,8 @@ TEST_F(Monitor, HasFewColoursAndWithNoColorNone)
     {
         const auto shell = Watch();
         shell->Awaits("1 broken");
-        EXPECT_THAT(shell->Transcript(), testing::AnyOf(HasSubstr(kRed), HasSubstr("\033[1m\033[31m"),
-                                                         HasSubstr(";31m")));
+        EXPECT_THAT(shell->Transcript(),
+                    testing::AnyOf(HasSubstr(kRed), HasSubstr("\033[1m\033[31m"), HasSubstr(";31m")));
         Leaves(*shell);
     }
     const auto shell = Watch({{"NO_COLOR", "1"}});

@@ -100,6 +100,19 @@ TEST(WatchScreenTest, ShowsNoFigureThatIsNotOfNow)
     EXPECT_THAT(screen, HasSubstr("gigabit-ethernet-1/1/1          -        -          -"));
 }
 
+TEST(WatchScreenTest, NorOfOnePort)
+{
+    Watching watching(5, 3, "gigabit-ethernet-1/1/1");
+    watching.talkers.list = {{"192.0.2.1", "192.0.2.2", "icmp", 1, 512}};
+    EXPECT_THAT(watching.Screen(kUsual), HasSubstr("192.0.2.1"));
+    EXPECT_THAT(watching.Screen(kUsual), HasSubstr("c1 receiving"));
+    watching.failure = "away";
+    const std::string screen = watching.Screen(kUsual);
+    EXPECT_THAT(screen, HasSubstr("- packets/s  - bits/s of 1.0G  - samples/s"));
+    EXPECT_THAT(screen, Not(HasSubstr("192.0.2.1")));
+    EXPECT_THAT(screen, Not(HasSubstr("c1 receiving")));
+}
+
 TEST(WatchScreenTest, SaysThatItIsPaused)
 {
     Watching watching(5, 3);
