@@ -22,7 +22,9 @@ struct EditOptions {
 
 /// `filter`: the elements of a subtree filter; nullopt selects everything, an empty one nothing.
 std::string Get(std::optional<std::string_view> filter = {});
-std::string GetConfig(std::string_view source, std::optional<std::string_view> filter = {});
+/// `withDefaults`: a mode of RFC 6243, such as report-all-tagged; empty: the server's own.
+std::string GetConfig(std::string_view source, std::optional<std::string_view> filter = {},
+                      std::string_view withDefaults = {});
 
 /// Reads, of the outermost lists, only the entries in which the candidate may differ from running.
 std::string GetTouched(std::string_view source);
