@@ -22,6 +22,7 @@
 #include "base/user.h"
 #include "cdb/schema/schema.h"
 #include "cli/commands/command.h"
+#include "cli/shell/full_screen.h"
 #include "cli/shell/line_editor.h"
 #include "cli/shell/message_lines.h"
 #include "cli/shell/options.h"
@@ -115,6 +116,10 @@ int Run(const cli::Options& options)
     environment.who = base::UserName(::geteuid()) + "@" + HostName();
     if (::isatty(STDOUT_FILENO)) environment.page = &cli::Page;
     environment.height = &ScreenHeight;
+    // https://no-color.org
+    environment.openScreen = [] {
+        return cli::OpenFullScreen(base::Variable("NO_COLOR").value_or("").empty());
+    };
     environment.asksStanding = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
     environment.style = StyleOf(STDOUT_FILENO);
     cli::MessageLines lines(std::cerr, &MessageWidth, StyleOf(STDERR_FILENO));

@@ -25,6 +25,8 @@ class Client;
 
 namespace cli {
 
+class Screen;
+
 enum class ArgumentKind {
     kChoice,   // one of the words in `text`, which '|' separates; one that is optional may be missing before
                // others
@@ -114,6 +116,9 @@ struct Call {
     /// Opens a session for this command alone. Throws netconf::ConnectionError.
     const std::function<std::unique_ptr<netconf::Client>()>& connect;
     Style style{};  // of text on `out`
+    /// Takes the terminal to fill it; null, or without a result, if the output is no terminal that can be
+    /// filled.
+    std::function<std::unique_ptr<Screen>()> openScreen = {};
 };
 
 struct Command {

@@ -185,7 +185,7 @@ std::vector<Command> SflowCommands()
                 "Has everything sent to the sFlow manager again; what is unchanged stays undisturbed.", kSession,
                 Forms::kNone, &RequestResync},
         Command{"monitor sflow", {{Kind::kText, "interface NAME", true}, {Kind::kText, "collector NAME", true}},
-                "Shows once a second what is sampled and sent, one line each time, until Ctrl-C; or of one interface or collector.", kYang, Forms::kState, &MonitorSflow},
+                "Shows each second what is sampled and sent, or that of one interface or collector: on a terminal as a full screen that q ends and h explains, else a line each, until Ctrl-C.", kYang | kStreams, Forms::kState, &MonitorSflow},
         Command{"clear sflow statistics", {},
                 "Lets the counts of collectors, interfaces and drops begin at zero; what is sent stays undisturbed.", kSession, Forms::kNone, &ClearStatistics},
         Command{"request sflow test collector", {{Kind::kName, "NAME"}},

@@ -230,7 +230,8 @@ Call Shell::MakeCall(const Invocation& invocation, std::ostream& out)
             m_err,
             m_state,
             m_environment.width ? m_environment.width() : kWidth,
-            m_environment.connect};
+            m_environment.connect,
+            {}};
 }
 
 void Shell::Execute(std::string_view command)
@@ -251,7 +252,10 @@ void Shell::Execute(std::string_view command)
     FilteredOutput output(pipes.filters, pages ? text : m_out, m_err);
     Call call = MakeCall(invocation, pipes.filters.empty() ? (pages ? text : m_out) : output.Stream());
     // Filters take plain text.
-    if (pipes.filters.empty()) call.style = m_environment.style;
+    if (pipes.filters.empty()) {
+        call.style = m_environment.style;
+        call.openScreen = m_environment.openScreen;
+    }
     // What was written before an error is shown, too.
     std::exception_ptr failure;
     try {

@@ -33,6 +33,8 @@ struct Environment {
     /// Shows a long text to a person (pager.h); false if it could not. Null: as any other text.
     std::function<bool(const std::string& text)> page = {};
     std::function<std::size_t()> height = {};  // lines of the terminal; not null with `page`
+    /// Takes the terminal for a command that fills it (full_screen.h). Null: there is none.
+    std::function<std::unique_ptr<Screen>()> openScreen = {};
 };
 
 class Shell {
