@@ -68,10 +68,15 @@ std::string Get(std::optional<std::string_view> filter)
     return out + "</get>";
 }
 
-std::string GetConfig(std::string_view source, std::optional<std::string_view> filter)
+std::string GetConfig(std::string_view source, std::optional<std::string_view> filter,
+                      std::string_view withDefaults)
 {
     std::string out = "<get-config><source><" + Escaped(source) + "/></source>";
     AppendFilter(out, filter);
+    if (!withDefaults.empty())
+        out.append("<with-defaults xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-with-defaults\">")
+            .append(Escaped(withDefaults))
+            .append("</with-defaults>");
     return out + "</get-config>";
 }
 
@@ -190,6 +195,11 @@ std::string GetLog(unsigned lines, std::string_view process)
     AppendElement(out, "lines", std::to_string(lines));
     AppendLeaf(out, "process", process);
     return out + "</get-log>";
+}
+
+std::string SflowTopTalkers(std::string_view interface)
+{
+    return OfSystem("sflow-top-talkers", "interface", interface);
 }
 
 std::string SflowResync() { return std::string("<sflow-resync xmlns=\"").append(kSystem).append("\"/>"); }

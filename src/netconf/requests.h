@@ -22,7 +22,9 @@ struct EditOptions {
 
 /// `filter`: the elements of a subtree filter; nullopt selects everything, an empty one nothing.
 std::string Get(std::optional<std::string_view> filter = {});
-std::string GetConfig(std::string_view source, std::optional<std::string_view> filter = {});
+/// `withDefaults`: a mode of RFC 6243, such as report-all-tagged; empty: the server's own.
+std::string GetConfig(std::string_view source, std::optional<std::string_view> filter = {},
+                      std::string_view withDefaults = {});
 
 /// Reads, of the outermost lists, only the entries in which the candidate may differ from running.
 std::string GetTouched(std::string_view source);
@@ -57,6 +59,7 @@ std::string SflowClearStatistics();
 std::string SflowTestCollector(std::string_view collector);
 /// The last lines of the log: of the process of that name, or of all if it is empty.
 std::string GetLog(unsigned lines, std::string_view process);
+std::string SflowTopTalkers(std::string_view interface);
 /// `file`: an absolute path on the switch.
 std::string Backup(std::string_view file);
 /// `startTime`: from when on events are replayed (RFC 5277); empty: none.

@@ -50,6 +50,8 @@ public:
     [[nodiscard]] bool Waits() const { return m_pending.has_value(); }
     /// Only while one waits.
     [[nodiscard]] const cdb::PendingCommit& Pending() const { return *m_pending; }
+    /// "commit 42", "commits 42 to 44"; only while one waits.
+    [[nodiscard]] std::string Name() const;
     /// Whether it is to be rolled back now.
     [[nodiscard]] bool IsDue() const { return m_due != Due::kNot; }
 
@@ -95,8 +97,6 @@ private:
     void Arm(std::chrono::milliseconds time);
     void BecomeDue(Due due);
     void Forget();
-    /// "commit 42", "commits 42 to 44"
-    [[nodiscard]] std::string Name() const;
 
     base::Timers& m_timers;
     Events& m_events;

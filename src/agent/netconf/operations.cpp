@@ -108,6 +108,7 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{kSystem, "sflow-clear-statistics", &Operations::SflowClearStatistics},
         Row{kSystem, "sflow-test-collector", &Operations::SflowTestCollector},
         Row{kSystem, "get-log", &Operations::GetLog},
+        Row{kSystem, "sflow-top-talkers", &Operations::SflowTopTalkers},
         Row{kSystem, "backup", &Operations::MakeBackup},
         Row{kHistory, "confirm-commit", &Operations::ConfirmCommit},
         Row{kHistory, "rollback", &Operations::RollBack},
@@ -186,8 +187,8 @@ void Operations::Lock(const RequestPtr& request)
             // RFC 6241, section 7.5: not while another session's confirmed commit waits.
             if (const auto other = m_confirmed.OfOther(request->Who().id))
                 return request->Refuse(
-                    LockDenied("a confirmed commit of another session waits for its "
-                               "confirmation; wait until it is confirmed or rolled back",
+                    LockDenied(m_confirmed.Name() + " by " + m_confirmed.Pending().user +
+                                   " waits for its confirmation; wait until it is confirmed or rolled back",
                                *other));
             m_locks.Take(target, request->Who().id, HolderOf(*request), m_services.now());
             return request->Ok();

@@ -230,6 +230,7 @@ private:
     void SflowResync(const RequestPtr& request);
     void SflowClearStatistics(const RequestPtr& request);
     void SflowTestCollector(const RequestPtr& request);
+    void SflowTopTalkers(const RequestPtr& request);
     /// Has the sFlow manager do it, and answers with the output that it gives. `subject`: what it is about.
     void AskManager(const RequestPtr& request, const char* name, const std::string& subject = {});
     void MakeBackup(const RequestPtr& request);

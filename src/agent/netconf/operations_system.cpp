@@ -17,6 +17,7 @@ namespace {
 
 using cdb::ErrorTag;
 using ipc::cdb::ClientMessage;
+using OutputNode = ipc::cdb::ActionReply::Node;
 
 /// The client that provides this state is the sFlow manager.
 constexpr std::string_view kManagerState = "/state/oam/sflow";
@@ -29,24 +30,30 @@ ClientPtr FindManager(const Clients& clients)
     return nullptr;
 }
 
-/// The leaves that the model has in the operation's output, as the client has given them.
+/// Writes those of the nodes that the model has below `parent`, as the client has given them.
+void AppendOutput(const lysc_node* parent, const google::protobuf::RepeatedPtrField<OutputNode>& nodes,
+                  std::string& out)
+{
+    for (const OutputNode& node : nodes) {
+        const lysc_node* schema = lys_find_child(parent, parent->module, node.name().c_str(), 0,
+                                                 LYS_LEAF | LYS_LIST, LYS_GETNEXT_OUTPUT);
+        if (schema == nullptr) continue;
+        const bool isTop = (parent->nodetype & (LYS_RPC | LYS_ACTION)) != 0;
+        out.append("<").append(node.name());
+        if (isTop) out.append(" xmlns=\"").append(parent->module->ns).append("\"");
+        out.append(">");
+        if (schema->nodetype == LYS_LIST)
+            AppendOutput(schema, node.children(), out);
+        else
+            netconf::AppendEscaped(out, base::Presentable(node.value()));
+        out.append("</").append(node.name()).append(">");
+    }
+}
+
 std::string OutputOf(const Request& request, const ipc::cdb::ActionReply& reply)
 {
-    return request.OutputText([&](std::string& out) {
-        const lysc_node* operation = request.Operation()->schema;
-        for (const auto& leaf : reply.output()) {
-            if (lys_find_child(operation, operation->module, leaf.name().c_str(), 0, LYS_LEAF,
-                               LYS_GETNEXT_OUTPUT) == nullptr)
-                continue;
-            out.append("<")
-                .append(leaf.name())
-                .append(" xmlns=\"")
-                .append(operation->module->ns)
-                .append("\">");
-            netconf::AppendEscaped(out, base::Presentable(leaf.value()));
-            out.append("</").append(leaf.name()).append(">");
-        }
-    });
+    return request.OutputText(
+        [&](std::string& out) { AppendOutput(request.Operation()->schema, reply.output(), out); });
 }
 
 }  // namespace
@@ -69,6 +76,11 @@ void Operations::SflowClearStatistics(const RequestPtr& request)
 void Operations::SflowTestCollector(const RequestPtr& request)
 {
     AskManager(request, "test-collector", std::string(ChildText(request->Operation(), "collector")));
+}
+
+void Operations::SflowTopTalkers(const RequestPtr& request)
+{
+    AskManager(request, "top-talkers", std::string(ChildText(request->Operation(), "interface")));
 }
 
 void Operations::AskManager(const RequestPtr& request, const char* name, const std::string& subject)

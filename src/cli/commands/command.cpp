@@ -35,7 +35,7 @@ std::optional<Texts> FirstWords(const Command& command)
     Texts words;
     for (const Argument& argument : command.arguments) {
         if (argument.kind == ArgumentKind::kChoice) {
-            const Texts choices = SplitAt(argument.text, '|');
+            const Texts choices = ChoicesOf(argument);
             words.insert(words.end(), choices.begin(), choices.end());
         } else if (argument.kind == ArgumentKind::kFlag || argument.kind == ArgumentKind::kText) {
             words.push_back(SplitAt(argument.text, ' ')[0]);
@@ -151,12 +151,13 @@ private:
 
     void TakeChoice(const Argument& argument)
     {
-        if (AtEnd() && argument.optional) return;
-        const Texts choices = SplitAt(argument.text, '|');
+        const Texts choices = ChoicesOf(argument);
+        const bool isLast = &argument == &m_command.arguments.back();
+        const bool isThere = !AtEnd() && std::ranges::find(choices, m_words[m_used]) != choices.end();
+        if (argument.optional && !isThere && (AtEnd() || !isLast)) return;
         if (AtEnd()) Refuse("one of " + boost::join(choices, ", ") + " is missing");
         const std::string& word = m_words[m_used];
-        if (std::find(choices.begin(), choices.end(), word) == choices.end())
-            Refuse("\"" + word + "\" is none of " + boost::join(choices, ", "));
+        if (!isThere) Refuse("\"" + word + "\" is none of " + boost::join(choices, ", "));
         m_arguments.choice = word;
         ++m_used;
     }
@@ -214,14 +215,17 @@ std::optional<Format> FormatOf(const Texts& words)
     if (words == Texts{"json"} || words == Texts{"display", "json"}) return Format::kJson;
     if (words == Texts{"display", "xml"}) return Format::kXml;
     if (words == Texts{"display", "set"}) return Format::kSet;
+    if (words == Texts{"display", "text"}) return Format::kText;
+    if (words == Texts{"display", "inherited"}) return Format::kInherited;
     return std::nullopt;
 }
 
 Format FormatFor(const Command& command, const Texts& words)
 {
     const std::optional<Format> format = FormatOf(words);
+    const bool isOfConfiguration = format == Format::kSet || format == Format::kInherited;
     const bool known = format && command.forms != Forms::kNone &&
-                       (*format != Format::kSet || command.forms == Forms::kConfiguration) &&
+                       (!isOfConfiguration || command.forms == Forms::kConfiguration) &&
                        (*format == Format::kJson || command.forms != Forms::kReport);
     if (!known)
         throw Error("\"" + boost::join(words, " ") +
@@ -231,6 +235,8 @@ Format FormatFor(const Command& command, const Texts& words)
 
 }  // namespace
 
+std::vector<std::string> ChoicesOf(const Argument& argument) { return SplitAt(argument.text, '|'); }
+
 std::string Usage(const Command& command)
 {
     std::string text(command.name);
@@ -239,7 +245,7 @@ std::string Usage(const Command& command)
         text += argument.optional ? "[" + std::string(argument.text) + "]" : std::string(argument.text);
     }
     if (command.forms == Forms::kState || command.forms == Forms::kReport) text += " [| json]";
-    if (command.forms == Forms::kConfiguration) text += " [| display json|xml|set]";
+    if (command.forms == Forms::kConfiguration) text += " [| display text|json|xml|set|inherited]";
     return text;
 }
 

@@ -25,7 +25,8 @@ class Client;
 namespace cli {
 
 enum class ArgumentKind {
-    kChoice,   // one of the words in `text`, which '|' separates
+    kChoice,   // one of the words in `text`, which '|' separates; one that is optional may be missing before
+               // others
     kPath,     // words of a path, one or more; none if it is optional
     kFile,     // one word
     kNumber,   // one word of digits
@@ -41,8 +42,11 @@ struct Argument {
     bool optional = false;
 };
 
+/// The words of a kChoice.
+std::vector<std::string> ChoicesOf(const Argument& argument);
+
 /// The form of a command's output, chosen behind '|'.
-enum class Format { kText, kJson, kXml, kSet };
+enum class Format { kText, kJson, kXml, kSet, kInherited };
 
 /// What a command has to have before it runs.
 enum Need : unsigned {
@@ -58,7 +62,7 @@ enum class Forms {
     kNone,           // no '|'
     kReport,         // JSON of what was done
     kState,          // JSON, XML
-    kConfiguration,  // JSON, XML, set
+    kConfiguration,  // JSON, XML, set, text with defaults
 };
 
 /// The arguments that were given, by kind; empty if there are none.

@@ -32,6 +32,12 @@ void Discard(Call& call)
                  << '\n';
 }
 
+void Validate(Call& call)
+{
+    Request(call, netconf::Validate());
+    call.err << "the candidate is valid\n";
+}
+
 }  // namespace
 
 std::vector<Command> CommitCommands()
@@ -51,6 +57,8 @@ std::vector<Command> CommitCommands()
                 "Confirms the commit that waits for it, and leaves the candidate alone.", kBoth, Forms::kNone, &Confirm},
         Command{"cancel", {{Kind::kName, "ID", true}},
                 "Rolls the commit that waits for its confirmation back at once.", kBoth, Forms::kReport, &Cancel},
+        Command{"validate", {}, "Checks the candidate as a commit would.", kSession, Forms::kNone, &Validate},
+        Command{"commit check", {}, "The same as validate: nothing is committed.", kSession | kMode, Forms::kNone, &Validate},
         Command{"discard", {},
                 "Takes back everything that was edited since the last commit.", kSession | kMode, Forms::kNone, &Discard},
     };

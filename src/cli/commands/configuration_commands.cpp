@@ -1,21 +1,33 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <poll.h>
+#include <unistd.h>
+
+#include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "cli/commands/groups.h"
+#include "cli/commands/interrupt.h"
 #include "cli/commands/request.h"
 #include "cli/commands/show.h"
 #include "cli/data/config_lines.h"
 #include "cli/data/config_text.h"
 #include "cli/data/data_tree.h"
 #include "cli/data/edit_xml.h"
+#include "cli/data/error.h"
+#include "cli/data/saved_file.h"
 #include "cli/data/schema_words.h"
 #include "cli/screens/counted.h"
+#include "netconf/client.h"
 #include "netconf/requests.h"
 
 namespace cli {
 namespace {
+
+constexpr const char* kTerminal = "terminal";
 
 /// Edits the candidate, all or nothing. Only validate and commit check the whole: until then it may lack what
 /// a later command adds.
@@ -53,9 +65,36 @@ void TellLoaded(Call& call, const Tree& tree)
     call.err << Counted(ValueCount(tree.get()), "value") << " loaded into the candidate\n";
 }
 
+/// Whether the person at the prompt is to type what is loaded.
+bool IsTyped(const Call& call) { return call.shell.talks && IsStandardInput(call.arguments.text); }
+
+/// What the person types until Ctrl-D. Throws Error at Ctrl-C.
+std::string TypedText(Call& call)
+{
+    call.err << "type or paste it; Ctrl-D on a line of its own ends it, Ctrl-C drops it" << std::endl;
+    const Interrupt interrupt;
+    std::string text;
+    char block[4'096];
+    for (;;) {
+        pollfd wanted[] = {{STDIN_FILENO, POLLIN, 0}, {interrupt.Descriptor(), POLLIN, 0}};
+        if (::poll(wanted, 2, -1) < 0) continue;
+        if (wanted[1].revents != 0) throw Error("dropped; nothing is loaded");
+        const ssize_t count = ::read(STDIN_FILENO, block, sizeof block);
+        if (count <= 0) return text;
+        text.append(block, static_cast<std::size_t>(count));
+        if (text.size() > netconf::kMaxMessage) throw Error("it is too long; load it from a file");
+    }
+}
+
+Tree ReadConfiguration(Call& call)
+{
+    return IsTyped(call) ? ParseConfigText(call.yang, TypedText(call), kTerminal)
+                         : ReadConfigFile(call.yang, call.arguments.text);
+}
+
 void LoadMerge(Call& call)
 {
-    const Tree tree = ReadConfigFile(call.yang, call.arguments.text);
+    const Tree tree = ReadConfiguration(call);
     Edit(call, tree ? ToCompactXml(tree.get()) : "");
     TellLoaded(call, tree);
 }
@@ -63,37 +102,53 @@ void LoadMerge(Call& call)
 void LoadSet(Call& call)
 {
     const std::string& path = call.arguments.text;
+    const std::string name = IsTyped(call) ? kTerminal : NameOfInput(path);
     const ReadLines read =
-        ReadConfigLines(call.yang, FileContent(path), path == "-" ? "standard input" : path);
-    Edit(call, read.xml);
+        ReadConfigLines(call.yang, IsTyped(call) ? TypedText(call) : FileContent(path), name);
+    try {
+        Edit(call, read.xml);
+    } catch (const Refused& why) {
+        const auto line = read.deletedAt.find(why.Where());
+        if (line == read.deletedAt.end()) throw;
+        throw Error(name + ": line " + std::to_string(line->second) + ": " + why.what());
+    }
     call.err << Counted(read.values, "line") << " carried out in the candidate\n";
 }
 
 void LoadReplace(Call& call)
 {
-    const Tree tree = ReadConfigFile(call.yang, call.arguments.text);
+    const Tree tree = ReadConfiguration(call);
     Edit(call, ReplaceXml(call.yang, tree.get()));
     TellLoaded(call, tree);
 }
 
 void ShowConfiguration(Call& call)
 {
-    std::vector<std::string> words = PathOf(call);
-    // No node at the top has one of these names.
-    std::string datastore = "candidate";
-    if (!words.empty() && (words.front() == "running" || words.front() == "candidate")) {
-        datastore = words.front();
-        words.erase(words.begin());
-    }
-    const std::vector<Place> places = PlacesToShow(call.yang, words);
+    const std::string& chosen = call.arguments.choice;
+    const bool onlyDefaults = chosen == "default";
+    const std::string datastore = chosen.empty() ? "candidate" : onlyDefaults ? "running" : chosen;
+    const std::vector<Place> places = PlacesToShow(call.yang, PathOf(call));
     const bool all = places.front().steps.empty();
     const std::string filter = FilterXml(places);
-    const Tree tree =
-        RequestData(call, all ? netconf::GetConfig(datastore) : netconf::GetConfig(datastore, filter));
+    const bool withDefaults = onlyDefaults || call.format == Format::kInherited;
+    std::string reply = Request(
+        call, netconf::GetConfig(datastore, all ? std::nullopt : std::optional<std::string_view>(filter),
+                                 withDefaults ? "report-all-tagged" : std::string_view()));
+    const Tree tree = withDefaults ? ParseTagged(call.yang, std::move(reply)) : ParseReply(call.yang, reply);
+    if (onlyDefaults) KeepDefaults(tree.get());
     Show(call, tree, [&](const lyd_node* data) {
         // Of several places each has to be told from the others.
         return all || places.size() > 1 ? ToBlocks(data) : ToBlocks(NodesAt(data, places.front()));
     });
+}
+
+void Save(Call& call)
+{
+    const Tree tree = RequestData(call, netconf::GetConfig("candidate"));
+    SavedFile file(call.arguments.text);
+    file.Write(ToBlocks(tree.get()));
+    file.Place();
+    call.err << Counted(ValueCount(tree.get()), "value") << " saved in " << call.arguments.text << '\n';
 }
 
 void Compare(Call& call)
@@ -101,12 +156,6 @@ void Compare(Call& call)
     const Tree running = RequestData(call, netconf::GetTouched("running"));
     const Tree candidate = RequestData(call, netconf::GetTouched("candidate"));
     call.out << Differences(running.get(), candidate.get());
-}
-
-void Validate(Call& call)
-{
-    Request(call, netconf::Validate());
-    call.err << "the candidate is valid\n";
 }
 
 }  // namespace
@@ -127,19 +176,20 @@ std::vector<Command> ConfigurationCommands()
         Command{"delete", {{Kind::kPath, "PATH..."}},
                 "Deletes a leaf, a list's entry, or all that is below a path.", kBoth | kMode, Forms::kNone, &Delete},
         Command{"load merge", {{Kind::kFile, "FILE"}},
-                "Adds a file's configuration to the candidate: JSON, XML, set lines, or what show configuration prints; - is standard input.", kBoth | kMode, Forms::kNone, &LoadMerge},
+                "Adds a file's configuration to the candidate: JSON, XML, set lines, or what show configuration prints; - or terminal is standard input.", kBoth | kMode, Forms::kNone, &LoadMerge},
         Command{"load replace", {{Kind::kFile, "FILE"}},
                 "Replaces the candidate's configuration by a file's, in any of these forms.", kBoth | kMode, Forms::kNone,
                 &LoadReplace},
         Command{"load set", {{Kind::kFile, "FILE"}},
                 "Carries out a file's lines of set and delete, all or none; of what is said twice the later holds.", kBoth | kMode,
                 Forms::kNone, &LoadSet},
-        Command{"show configuration", {{Kind::kPath, "[running] PATH...", true}},
-                "Shows the candidate, which is the running configuration with what was edited since; or the running one.", kBoth,
+        Command{"show configuration", {{Kind::kChoice, "candidate|running|default", true}, {Kind::kPath, "PATH...", true}},
+                "Shows the candidate, which is the running configuration with what was edited since; or the running one; or the defaults that hold in it.", kBoth,
                 Forms::kConfiguration, &ShowConfiguration},
+        Command{"save", {{Kind::kFile, "FILE"}},
+                "Writes the candidate into a file, as show configuration prints it.", kBoth, Forms::kNone, &Save},
         Command{"compare", {},
                 "Shows what a commit would change: + what comes, - what goes.", kBoth, Forms::kNone, &Compare},
-        Command{"validate", {}, "Checks the candidate as a commit would.", kSession, Forms::kNone, &Validate},
     };
     // clang-format on
 }

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "base/number.h"
 #include "cli/commands/groups.h"
 #include "cli/commands/request.h"
@@ -38,14 +40,27 @@ void ShowLastCommits(Call& call)
     Show(call, tree, [&](const lyd_node* state) { return HistoryText(state, call.width); });
 }
 
+/// A configuration of the answer.
+Tree ConfigurationOf(const Call& call, const netconf::Reply& reply, std::string_view name)
+{
+    const auto found = reply.output.find(name);
+    return ParseReply(call.yang, found == reply.output.end() ? std::string() : found->second);
+}
+
 /// What leads from the answer's earlier configuration to its later one.
 std::string ChangesOf(const Call& call, const netconf::Reply& reply)
 {
-    const auto tree = [&](std::string_view name) {
-        const auto found = reply.output.find(name);
-        return ParseReply(call.yang, found == reply.output.end() ? std::string() : found->second);
-    };
-    return Differences(tree("before").get(), tree("after").get());
+    return Differences(ConfigurationOf(call, reply, "before").get(),
+                       ConfigurationOf(call, reply, "after").get());
+}
+
+/// The commit's state, and beside it the entries that it changed as they were and as they are.
+std::string CommitJson(const Call& call, const lyd_node* state, const netconf::Reply& reply)
+{
+    auto document = nlohmann::ordered_json::parse(ToJson(state));
+    for (const char* name : {"before", "after"})
+        document[name] = nlohmann::ordered_json::parse(ToJson(ConfigurationOf(call, reply, name).get()));
+    return document.dump(2) + "\n";
 }
 
 /// A list of the commits, or one of them with its change.
@@ -56,8 +71,11 @@ void ShowHistory(Call& call)
         return ShowState(call, HistoryElements("<commit/><pending-confirmation/>"),
                          [&](const lyd_node* state) { return HistoryText(state, call.width); });
     const netconf::Reply reply = RequestReply(call, netconf::CommitChanges(commit));
-    ShowState(call, HistoryElements("<commit><id>" + commit + "</id></commit>"),
-              [&](const lyd_node* state) { return CommitText(state) + ChangesOf(call, reply); });
+    const Tree tree = RequestHistory(call, "<commit><id>" + commit + "</id></commit>");
+    if (call.format == Format::kJson)
+        call.out << CommitJson(call, tree.get(), reply);
+    else
+        Show(call, tree, [&](const lyd_node* state) { return CommitText(state) + ChangesOf(call, reply); });
 }
 
 void ShowCheckpoints(Call& call) { ShowState(call, HistoryElements("<checkpoint/>"), &CheckpointsText); }

@@ -74,7 +74,10 @@ void Check(Call& call, const netconf::Reply& reply)
         if (error.IsWarning()) call.err << "warning: " << ToText(error) << std::endl;
     if (reply.ok) return;
     const std::string problems = Listed(reply, false);
-    throw Error(problems.empty() ? "the database refused without a reason" : problems);
+    if (problems.empty()) throw Error("the database refused without a reason");
+    const auto first =
+        std::ranges::find_if(reply.errors, [](const auto& error) { return !error.IsWarning(); });
+    throw Refused(problems, PathAsWords(first->path));
 }
 
 }  // namespace

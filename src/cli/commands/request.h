@@ -6,6 +6,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "cli/commands/command.h"
 #include "cli/data/data_tree.h"
@@ -18,8 +19,19 @@ struct RpcError;
 
 namespace cli {
 
+/// What the database refused.
+class Refused : public Error {
+public:
+    Refused(const std::string& text, std::string where) : Error(text), m_where(std::move(where)) {}
+    /// The place of the first error in words; empty if the database names none.
+    [[nodiscard]] const std::string& Where() const { return m_where; }
+
+private:
+    std::string m_where;
+};
+
 /// Sends the operation and returns what stands in the answer's <data>. Warnings go to the call's error
-/// stream, one line each; errors are thrown as Error.
+/// stream, one line each; errors are thrown as Refused.
 std::string Request(Call& call, std::string_view operation);
 
 /// The same, and returns the whole answer.

@@ -10,6 +10,7 @@
 #include "cli/commands/show.h"
 #include "cli/data/data_tree.h"
 #include "cli/data/error.h"
+#include "cli/data/ranges.h"
 #include "cli/data/state_node.h"
 #include "cli/screens/fact_list.h"
 #include "cli/screens/sflow_problems.h"
@@ -71,15 +72,18 @@ void ShowSflow(Call& call)
 /// The entries of that names, or all; of an entry that is not there no more is said than that.
 void ShowEntries(Call& call, const std::string& list)
 {
+    std::vector<std::string> names;
+    for (const std::string& word : call.arguments.words)
+        for (const std::string& name : NamesOf(word)) names.push_back(name);
     std::string filter;
-    for (const std::string& name : call.arguments.words) {
+    for (const std::string& name : names) {
         const std::string escaped = netconf::Escaped(name);
         filter += "<" + list + "><name>" + escaped + "</name></" + list + "><problem><subject>" + list +
                   "</subject><name>" + escaped + "</name></problem>";
     }
     if (filter.empty()) filter = "<" + list + "/>" + (call.arguments.hasFlag ? "<problem/>" : "");
     const Tree state = RequestState(call, netconf::Get(StateFilter(SflowFilter(filter))));
-    for (const std::string& name : call.arguments.words)
+    for (const std::string& name : names)
         if (!HasEntry(state.get(), list, name))
             throw Error("there is no " + list + " " + name + " in the state; show sflow " + list +
                         " lists those that there are");

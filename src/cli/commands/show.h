@@ -21,6 +21,7 @@ void Show(const Call& call, const Tree& tree, const TextOf& text)
 {
     switch (call.format) {
     case Format::kText:
+    case Format::kInherited:
         call.out << text(tree.get());
         break;
     case Format::kJson:

@@ -15,12 +15,36 @@ namespace {
 using Texts = std::vector<std::string>;
 
 constexpr std::string_view kBetween = " \t\r\n";
+constexpr std::string_view kBefore = " \t\r\n;{}";  // a comment
 
 Texts WordsIn(std::string_view text)
 {
     Texts words;
     for (const Word& word : SplitWords(text)) words.push_back(word.text);
     return words;
+}
+
+/// The text with blanks in place of its comments, so that lines keep their numbers.
+std::string WithoutComments(std::string_view text)
+{
+    std::string plain(text);
+    bool quoted = false;
+    for (std::size_t at = 0; at < plain.size(); ++at) {
+        if (quoted && plain[at] == '\\')
+            ++at;
+        else if (plain[at] == '"')
+            quoted = !quoted;
+        const bool begins = at < plain.size() && plain[at] == '#' && !quoted &&
+                            (at == 0 || kBefore.find(plain[at - 1]) != std::string_view::npos);
+        for (; begins && at < plain.size() && plain[at] != '\n'; ++at) plain[at] = ' ';
+    }
+    return plain;
+}
+
+std::string_view FirstWord(std::string_view text)
+{
+    text.remove_prefix(std::min(text.find_first_not_of(kBetween), text.size()));
+    return text.substr(0, text.find_first_of(kBetween));
 }
 
 class Reader {
@@ -90,11 +114,12 @@ private:
         m_result.deletes = true;
         for (const Place& place : PlacesToDelete(m_yang, path)) {
             m_edit.Delete(place);
+            m_result.deletedAt.emplace(WordsOf(place), m_line);
             ++m_result.values;
         }
     }
 
-    /// The next ;, { or } outside quotes and comments.
+    /// The next ;, { or } outside quotes.
     [[nodiscard]] std::size_t EndOfStatement() const
     {
         bool quoted = false;
@@ -154,11 +179,12 @@ bool IsLines(std::string_view text)
 
 ReadLines ReadConfigLines(const ly_ctx* yang, std::string_view text, std::string_view name)
 {
-    const std::size_t first = std::min(text.find_first_not_of(kBetween), text.size());
-    const std::string_view begin = text.substr(first);
-    const bool isLines = begin.starts_with("set ") || begin.starts_with("delete ") || begin.starts_with('#');
-    Reader reader(yang, text, name);
-    return isLines ? reader.Lines() : reader.Blocks();
+    const std::string plain = WithoutComments(text);
+    const std::string_view first = FirstWord(plain);
+    const bool isLines = first == "set" || first == "delete";
+    ReadLines read = isLines ? Reader(yang, text, name).Lines() : Reader(yang, plain, name).Blocks();
+    if (read.values == 0) throw Error(std::string(name) + " has no configuration in it");
+    return read;
 }
 
 }  // namespace cli

@@ -68,7 +68,7 @@ void AppendBlock(const lyd_node* node, std::size_t depth, std::string& out)
     AppendHead(node, out);
     if (IsLeafNode(node)) {
         AppendValue(node, out);
-        out += ";\n";
+        out += (node->flags & LYD_DEFAULT) != 0 ? ";  # default\n" : ";\n";
         return;
     }
     const std::size_t withoutBlock = out.size();

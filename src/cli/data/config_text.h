@@ -12,7 +12,7 @@ struct lyd_node;
 namespace cli {
 
 /// Blocks in braces, indented by four; the root container is left out, and so are containers without
-/// content.
+/// content. A leaf that has its default has a comment that says so.
 std::string ToBlocks(const lyd_node* tree);
 
 /// The same for single nodes, each with its own head: what a path selects.

@@ -105,6 +105,25 @@ void Collect(const lyd_node* siblings, const Place& place, std::size_t depth,
     }
 }
 
+/// Whether a default is left below the node, or it is one; which is a value like others then.
+bool TakeDefaults(lyd_node* node)
+{
+    bool has = false;
+    if (node->schema->nodetype & (LYS_LEAF | LYS_LEAFLIST)) {
+        has = (node->flags & LYD_DEFAULT) != 0;
+        node->flags &= ~static_cast<std::uint32_t>(LYD_DEFAULT);
+        return has;
+    }
+    for (lyd_node *child = lyd_child_no_keys(node), *next = nullptr; child; child = next) {
+        next = child->next;
+        if (TakeDefaults(child))
+            has = true;
+        else
+            lyd_free_tree(child);
+    }
+    return has;
+}
+
 void MarkReplaced(const ly_ctx* yang, lyd_node* node)
 {
     const lys_module* netconf = ly_ctx_get_module_implemented(yang, "ietf-netconf");
@@ -124,6 +143,16 @@ Tree ParseReply(const ly_ctx* yang, const std::string& xml)
         throw Error("the reply does not fit the YANG modules here (" + LastMessage(yang) +
                     "); use the modules of the database: SFLOW_YANG_DIR names their directory");
     return owner;
+}
+
+Tree ParseTagged(const ly_ctx* yang, std::string xml)
+{
+    // Only the envelope around the data declares the attribute's prefix; libyang knows the attribute by its
+    // module's namespace.
+    const std::size_t nameEnd = xml.find_first_of(" />");
+    if (nameEnd != std::string::npos)
+        xml.insert(nameEnd, " xmlns:wd=\"" + std::string(netconf::kWithDefaultsNamespace) + "\"");
+    return ParseReply(yang, xml);
 }
 
 Tree ParseOutput(const ly_ctx* yang, const netconf::Reply& reply, const std::string& operation)
@@ -147,8 +176,12 @@ Tree ParseOutput(const ly_ctx* yang, const netconf::Reply& reply, const std::str
 
 Tree ReadConfigFile(const ly_ctx* yang, const std::string& path)
 {
-    return ParseConfigText(yang, FileContent(path), path == "-" ? "standard input" : path);
+    return ParseConfigText(yang, FileContent(path), NameOfInput(path));
 }
+
+bool IsStandardInput(std::string_view path) { return path == "-" || path == "terminal"; }
+
+std::string NameOfInput(const std::string& path) { return IsStandardInput(path) ? "standard input" : path; }
 
 Tree ParseConfigText(const ly_ctx* yang, const std::string& text, std::string_view name)
 {
@@ -168,7 +201,7 @@ Tree ParseConfigText(const ly_ctx* yang, const std::string& text, std::string_vi
 std::string FileContent(const std::string& path)
 {
     const auto refuse = [&](const std::string& why) { return Error("can't read " + path + ": " + why); };
-    const bool isInput = path == "-";
+    const bool isInput = IsStandardInput(path);
     const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(
         isInput ? ::fdopen(::dup(STDIN_FILENO), "rb") : std::fopen(path.c_str(), "rbe"), &std::fclose);
     if (!file) throw refuse(std::strerror(errno));
@@ -203,6 +236,12 @@ std::size_t ValueCount(const lyd_node* tree)
         }
     }
     return count;
+}
+
+void KeepDefaults(lyd_node* tree)
+{
+    // The nodes at the top stay, for the tree is known by its first.
+    for (lyd_node* node = tree; node; node = node->next) TakeDefaults(node);
 }
 
 std::string ToJson(const lyd_node* tree) { return Print(tree, LYD_JSON, 0); }

@@ -26,12 +26,22 @@ using Tree = cdb::TreePtr;
 /// The data of a reply, as it stands in <data>. Throws Error if the YANG modules here do not know it.
 Tree ParseReply(const ly_ctx* yang, const std::string& xml);
 
+/// ParseReply for data whose defaults have the attribute wd:default (RFC 6243, section 6): they get
+/// LYD_DEFAULT.
+Tree ParseTagged(const ly_ctx* yang, std::string xml);
+
 /// The output of an operation of the module switch-system: the operation's node, with the leaves of the
 /// reply. Throws Error as ParseReply.
 Tree ParseOutput(const ly_ctx* yang, const netconf::Reply& reply, const std::string& operation);
 
-/// A file's content; "-" is standard input. Throws Error that names the file: it is missing, or larger than a
-/// message may be.
+/// Whether a file's name means standard input: "-" or "terminal". Such a file is reached as "./terminal".
+bool IsStandardInput(std::string_view path);
+
+/// What messages call it: "standard input", or the file's name.
+std::string NameOfInput(const std::string& path);
+
+/// The content of a file or of standard input. Throws Error that names the file: it is missing, or larger
+/// than a message may be.
 std::string FileContent(const std::string& path);
 
 /// A configuration's file: RFC 7951 JSON, XML, blocks or set lines, whichever its content is. Throws Error
@@ -48,6 +58,9 @@ std::vector<const lyd_node*> NodesAt(const lyd_node* tree, const Place& place);
 
 /// The leaves and the values of leaf-lists in the tree, the keys of lists among them.
 std::size_t ValueCount(const lyd_node* tree);
+
+/// Leaves of the tree what is a default, with what is around it, as values that are printed in each form.
+void KeepDefaults(lyd_node* tree);
 
 /// RFC 7951, one document, with line ends.
 std::string ToJson(const lyd_node* tree);

@@ -220,7 +220,8 @@ void DescribeInterface(const Children& interface, FactList& facts)
     facts.Add("Sampled by", interface.Value("packet-source"));
     if (interface.First("sampling-error")) facts.Add("Error", interface.Value("sampling-error"));
     facts.Add("Packets", interface.Value("packets-seen") + " seen, " + interface.Value("packets-sampled") +
-                             " sampled" + LastText(interface, "last-sample-age"));
+                             " sampled (" + interface.Value("sampled-bytes") + " bytes)" +
+                             LastText(interface, "last-sample-age"));
     facts.Add("Dropped", interface.Value("drops-buffer") + " for lack of room, " +
                              interface.Value("drops-no-collector") + " that no collector wants");
     facts.Add("Samples to", interface.Values("flow-collector"));

@@ -74,6 +74,16 @@ std::vector<Choice> PathChoices(const CompletionContext& context, const Command&
     return all;
 }
 
+/// The words without the choice that may stand before a path.
+Texts PathIn(const Command& command, Texts words)
+{
+    const Argument& first = command.arguments.front();
+    if (first.kind != ArgumentKind::kChoice || words.empty()) return words;
+    const Texts choices = ChoicesOf(first);
+    if (std::ranges::find(choices, words.front()) != choices.end()) words.erase(words.begin());
+    return words;
+}
+
 /// Choices of the command's arguments behind `words`; `typed` is the word that is begun.
 std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Command& command,
                                     const Texts& words, const std::string& typed)
@@ -86,7 +96,8 @@ std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Comm
         const std::string keyword = text.substr(0, text.find(' '));
         switch (argument.kind) {
         case ArgumentKind::kPath:
-            std::ranges::move(PathChoices(context, command, words), std::back_inserter(choices));
+            std::ranges::move(PathChoices(context, command, PathIn(command, words)),
+                              std::back_inserter(choices));
             break;
         case ArgumentKind::kFlag:
             if (!isGiven(text)) choices.push_back({text, {}});
@@ -103,7 +114,10 @@ std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Comm
         case ArgumentKind::kName:
             if (words.size() == at) choices.push_back({"<" + text + ">", {}, true});
             break;
-        case ArgumentKind::kChoice:  // stand among the words of commands
+        case ArgumentKind::kChoice:
+            if (words.empty())
+                for (const std::string& word : ChoicesOf(argument)) choices.push_back({word, {}});
+            break;
         case ArgumentKind::kCommand:
             break;
         }
@@ -136,7 +150,11 @@ std::vector<Choice> PipeChoices(const Command& command, const Texts& words, bool
         std::ranges::move(FilterChoices(), std::back_inserter(choices));
     } else if (hasDisplay && words == Texts{"display"}) {
         choices = {{"json", "RFC 7951"}, {"xml", "RFC 7950"}};
-        if (command.forms == Forms::kConfiguration) choices.push_back({"set", "Commands that set the same."});
+        choices.push_back({"text", "As without it."});
+        if (command.forms == Forms::kConfiguration) {
+            choices.push_back({"set", "Commands that set the same."});
+            choices.push_back({"inherited", "Text with the defaults, each marked."});
+        }
     }
     return choices;
 }

@@ -2,20 +2,16 @@
 #include "cli/shell/pipes.h"
 
 #include <regex.h>
-#include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <ostream>
 #include <streambuf>
 #include <string_view>
 #include <utility>
 
 #include "cli/data/error.h"
+#include "cli/data/saved_file.h"
 #include "cli/screens/counted.h"
 
 namespace cli {
@@ -117,45 +113,30 @@ private:
     std::uint64_t m_count = 0;
 };
 
-/// Into a file beside it first, so that a file is there as a whole or as it was.
 class Saving : public Stage {
 public:
-    Saving(std::string path, std::ostream& err)
-        : Stage(nullptr),
-          m_path(std::move(path)),
-          m_part(m_path + ".part" + std::to_string(::getpid())),
-          m_file(m_part),
-          m_err(err)
+    Saving(const std::string& path, std::ostream& err)
+        : Stage(nullptr), m_path(path), m_file(path), m_err(err)
     {
-        if (!m_file) throw Error("can't write " + m_path + ": " + std::strerror(errno));
-    }
-    ~Saving() override
-    {
-        if (!m_saved) std::remove(m_part.c_str());
     }
 
     void Take(const std::string& line) override
     {
-        m_file << line << '\n';
+        m_file.Write(line + '\n');
         ++m_count;
     }
 
     void End() override
     {
-        m_file.close();
-        if (!m_file || std::rename(m_part.c_str(), m_path.c_str()) != 0)
-            throw Error("can't write " + m_path + ": " + std::strerror(errno));
-        m_saved = true;
+        m_file.Place();
         m_err << Counted(m_count, "line") << " saved in " << m_path << '\n';
     }
 
 private:
     std::string m_path;
-    std::string m_part;
-    std::ofstream m_file;
+    SavedFile m_file;
     std::ostream& m_err;
     std::uint64_t m_count = 0;
-    bool m_saved = false;
 };
 
 /// Cuts what is written into lines.

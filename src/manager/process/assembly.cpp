@@ -31,6 +31,7 @@
 #include "manager/process/privileges.h"
 #include "manager/process/source_choice.h"
 #include "manager/sampling/reconciler.h"
+#include "manager/sampling/talkers.h"
 #include "manager/service/journal.h"
 #include "manager/service/resync_after.h"
 #include "manager/service/service.h"
@@ -45,6 +46,7 @@
 #include "manager/status/state_provider.h"
 #include "manager/status/state_wanted.h"
 #include "manager/status/statistics.h"
+#include "manager/status/talkers_output.h"
 #include "manager/status/traffic_rates.h"
 #include "manager/status/view.h"
 #include "metrics/server.h"
@@ -118,6 +120,7 @@ private:
     [[nodiscard]] StateAnswer::Sources AnswerSources();
     TrafficCounts Sent();
     void TestCollector(const std::string& name, const ActionDone& done);
+    [[nodiscard]] ActionResult LookInto(const std::string& interface);
     [[nodiscard]] std::unique_ptr<StateParts> BeginAnswer(const ipc::cdb::StateRequest& request);
 
     const std::function<WallTime()> m_clock = EventClock();
@@ -134,6 +137,7 @@ private:
     OwnSettings m_own;
     Discards m_discards;
     Reconciler m_reconciler;
+    Talkers m_talkers;
     ChosenSource m_source;
     Statistics m_statistics;
     Service m_service;
@@ -174,6 +178,7 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
       m_reconciler({m_table, m_own, *m_timers, m_monitor.CurrentLinks(), m_monitor.CurrentForwarding(),
                     m_exporter, m_poller, m_discards},
                    m_clock),
+      m_talkers(m_reconciler.Sampled(), *m_timers),
       m_source(ChooseSource(options.source, loop, *m_timers, m_reconciler.Sink(), SourceOptionsOf(options))),
       m_statistics(m_clock()),
       m_service(
@@ -211,6 +216,7 @@ Assembly::Impl::Impl(boost::asio::io_context& loop, const Options& options, cons
            [this](const ipc::cdb::ChangeSet& changes) { m_follower.Take(changes); },
            [this] { m_problems.Stop(); },
            [this](const std::string& collector, const ActionDone& done) { TestCollector(collector, done); },
+           [this](const std::string& interface) { return LookInto(interface); },
            [this] { m_statistics.Clear(Sources(), m_clock()); }})
 {
     const bool packetSockets = m_source.status.kind == "packet-socket";
@@ -339,6 +345,14 @@ void Assembly::Impl::TestCollector(const std::string& name, const ActionDone& do
     };
     if (!m_tests.Start(name, at->second.settings, m_own.Of(name).send, m_exporter.Head(), tell))
         done({"too many collectors are being tested; try again in a second", {}});
+}
+
+ActionResult Assembly::Impl::LookInto(const std::string& interface)
+{
+    if (!m_table.AllInterfaces().contains(interface))
+        return {"there is no interface " + interface + " in effect; show sflow interfaces lists them", {}};
+    const auto top = m_talkers.Look(interface, m_reconciler.Interface(interface));
+    return top ? TalkersOutput(*top) : ActionResult{top.error(), {}};
 }
 
 std::unique_ptr<StateParts> Assembly::Impl::BeginAnswer(const ipc::cdb::StateRequest& request)

@@ -55,6 +55,8 @@ const DataSource* FlowSamplePipeline::Find(std::uint32_t ifIndex) const
 
 void FlowSamplePipeline::Take(const capture::Sample& sample, DataSource& source)
 {
+    if (source.talkers)
+        source.talkers->Count(sample, HeaderProtocolOf(source.hardwareType, sample.etherType));
     if (source.StreamsOf(Kind::kFlow).empty()) {
         source.dropsNoCollector += sample.count;
         return;
@@ -107,6 +109,7 @@ void FlowSamplePipeline::Send(DataSource& source)
 {
     m_flow.sequence = ++source.sequence;
     ++source.samples;
+    source.sampledBytes += m_flow.frameLength;
     PutInAll(source.StreamsOf(Kind::kFlow), Stream::Sample::kFlow, m_encoded,
              [this](std::span<std::byte> room) { return wire::Encode(m_flow, m_encoding, room); });
 }

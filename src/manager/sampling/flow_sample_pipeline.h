@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -18,6 +19,7 @@
 
 #include "capture/packet_source.h"
 #include "manager/sampling/flow_sample.h"
+#include "manager/sampling/talker_table.h"
 #include "manager/service/operation.h"
 #include "manager/service/status.h"
 #include "net/routes/forwarding.h"
@@ -43,10 +45,12 @@ struct DataSource {
     std::uint32_t sequence = 0;                    // of the last flow sample
     capture::Counts before;                        // of all the times it was sampled earlier
     std::uint64_t samples = 0;
+    std::uint64_t sampledBytes = 0;  // of these, as their frames are on the wire
     std::uint64_t dropsNoCollector = 0;
     std::optional<WallTime> lastSample;
-    std::uint64_t grownTo = 0;  // the pool of all times, as of the last look
-    WallTime grownAt;           // when it was seen to have grown, or sampling began or changed
+    std::uint64_t grownTo = 0;             // the pool of all times, as of the last look
+    WallTime grownAt;                      // when it was seen to have grown, or sampling began or changed
+    std::unique_ptr<TalkerTable> talkers;  // while it is looked into
 
     [[nodiscard]] const std::vector<Stream*>& StreamsOf(Kind kind) const
     {

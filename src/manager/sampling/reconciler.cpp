@@ -370,6 +370,7 @@ InterfaceStatus Reconciler::StatusOf(const std::string& name, const DataSource* 
     status.quiet = m_traffic.QuietFor(*source);
     status.dropsBuffer = source->before.drops + counts.drops;
     status.samples = source->samples;
+    status.sampledBytes = source->sampledBytes;
     status.dropsNoCollector = source->dropsNoCollector;
     status.lastSample = source->lastSample;
     return status;

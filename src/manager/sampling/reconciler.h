@@ -67,6 +67,8 @@ public:
 
     /// Takes the sampled packets: give it to the source.
     [[nodiscard]] capture::SampleSink& Sink() { return m_flows; }
+    /// Where it samples. Valid as long as it is.
+    [[nodiscard]] DataSources& Sampled() { return m_flows.Sources(); }
 
     /// The source to sample with; null: nothing is sampled, counters are. The source must live until End.
     void SetSource(capture::PacketSource* source, SourceStatus status);

@@ -33,6 +33,7 @@ struct InterfaceStatus {
     std::uint64_t packetsSeen = 0;
     std::chrono::seconds quiet{0};       // for how long at least that has not grown, while it is sampled
     std::uint64_t samples = 0;           // packets-sampled: handed to at least one collector
+    std::uint64_t sampledBytes = 0;      // of these, as their frames are on the wire
     std::uint64_t dropsBuffer = 0;       // sampled, lost for lack of room between kernel and manager
     std::uint64_t dropsNoCollector = 0;  // sampled, while no collector took them
     std::optional<WallTime> lastSample;

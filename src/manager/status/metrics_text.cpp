@@ -52,6 +52,8 @@ const Row<Interface> kInterfaceRows[] = {
      [](const Interface& of) { return of.status.packetsSeen; }},
     {"sflow_interface_samples_total", kCounter, "Packets sampled and handed to a collector at least.",
      [](const Interface& of) { return of.status.samples; }},
+    {"sflow_interface_sampled_bytes_total", kCounter, "Lengths of these packets' frames on the wire.",
+     [](const Interface& of) { return of.status.sampledBytes; }},
     {"sflow_interface_counters_sent_total", kCounter, "How often its counters were sent.",
      [](const Interface& of) { return of.status.countersSent; }},
 };

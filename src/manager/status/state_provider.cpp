@@ -26,6 +26,13 @@ constexpr std::chrono::milliseconds kPause{10};
 /// Changes of problems in one message.
 constexpr int kChangesAtOnce = 500;
 
+void Fill(const OutputNode& node, ipc::cdb::ActionReply::Node& message)
+{
+    message.set_name(node.name);
+    message.set_value(node.value);
+    for (const OutputNode& child : node.children) Fill(child, *message.add_children());
+}
+
 }  // namespace
 
 StateProvider::StateProvider(boost::asio::io_context& loop, base::Timers& timers, std::string socketPath,
@@ -224,6 +231,8 @@ void StateProvider::AnswerAction(const ipc::cdb::ActionRequest& request)
     if (request.name() == "resync") return answer({m_handlers.resync(), {}});
     if (request.name() == "test-collector" && m_handlers.testCollector)
         return m_handlers.testCollector(request.subject(), answer);
+    if (request.name() == "top-talkers" && m_handlers.topTalkers)
+        return answer(m_handlers.topTalkers(request.subject()));
     if (request.name() == "clear-statistics" && m_handlers.clearStatistics) {
         m_handlers.clearStatistics();
         return answer({});
@@ -237,11 +246,7 @@ void StateProvider::SendActionReply(std::uint64_t request, const ActionResult& r
     auto& reply = *answer.mutable_action_reply();
     reply.set_request(request);
     reply.set_error(result.error);
-    for (const auto& [name, value] : result.output) {
-        auto& leaf = *reply.add_output();
-        leaf.set_name(name);
-        leaf.set_value(value);
-    }
+    for (const OutputNode& node : result.output) Fill(node, *reply.add_output());
     m_link.Send(answer);
 }
 

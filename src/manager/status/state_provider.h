@@ -29,10 +29,17 @@ class ServerMessage;
 
 namespace manager {
 
-/// What an action came to: an error, or the leaves of its output.
+/// A node of an operation's output: a leaf, or a list's entry with what is in it.
+struct OutputNode {
+    std::string name;
+    std::string value = {};
+    std::vector<OutputNode> children = {};
+};
+
+/// What an action came to: an error, or its output.
 struct ActionResult {
     std::string error;
-    std::vector<std::pair<std::string, std::string>> output;
+    std::vector<OutputNode> output;
 };
 using ActionDone = std::function<void(const ActionResult&)>;
 
@@ -57,6 +64,8 @@ public:
         std::function<void()> lost = {};
         /// Tries the way to the collector; `done` is called once, from the loop.
         std::function<void(const std::string& collector, ActionDone done)> testCollector = {};
+        /// The flows that carry most at the interface.
+        std::function<ActionResult(const std::string& interface)> topTalkers = {};
         /// Counts that operators compare begin at zero.
         std::function<void()> clearStatistics = {};
     };

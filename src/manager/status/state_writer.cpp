@@ -157,6 +157,7 @@ void Counts(const InterfaceStatus& status, WallTime now, NodeWriter& node)
 {
     node.Number(StateName::kPacketsSeen, status.packetsSeen);
     node.Number(StateName::kPacketsSampled, status.samples);
+    node.Number(StateName::kSampledBytes, status.sampledBytes);
     node.Number(StateName::kDropsBuffer, status.dropsBuffer);
     node.Number(StateName::kDropsNoCollector, status.dropsNoCollector);
     node.Last(StateName::kLastSampleTime, StateName::kLastSampleAge, now, status.lastSample);

@@ -11,9 +11,9 @@ constexpr std::array kOfStreams = {&StreamStatus::datagrams,   &StreamStatus::by
                                    &StreamStatus::flowSamples, &StreamStatus::counterSamples,
                                    &StreamStatus::discards,    &StreamStatus::lostDatagrams,
                                    &StreamStatus::lostSamples, &StreamStatus::errors};
-constexpr std::array kOfInterfaces = {&InterfaceStatus::packetsSeen, &InterfaceStatus::samples,
-                                      &InterfaceStatus::dropsBuffer, &InterfaceStatus::dropsNoCollector,
-                                      &InterfaceStatus::countersSent};
+constexpr std::array kOfInterfaces = {&InterfaceStatus::packetsSeen,      &InterfaceStatus::samples,
+                                      &InterfaceStatus::sampledBytes,     &InterfaceStatus::dropsBuffer,
+                                      &InterfaceStatus::dropsNoCollector, &InterfaceStatus::countersSent};
 
 template <typename Status, typename Counts>
 void Subtract(const std::map<std::string, Status>& cleared, const std::string& name, const Counts& counts,

@@ -50,6 +50,30 @@ private:
     int m_terminals = 0;
 };
 
+TEST_F(Prompt, LoadsWhatIsTypedAndDropsItAtCtrlC)
+{
+    const auto shell = Shell();
+    shell->Enter("configure", At(" (config)>"));
+    shell->Type("load merge terminal");
+    shell->Key("Enter");
+    shell->Awaits("Ctrl-D on a line of its own ends it");
+    shell->Type("oam { sflow { collector typed { ip 192.0.2.77; } } }");
+    shell->Key("Enter");
+    shell->Key("C-d");
+    shell->Awaits("2 values loaded into the candidate");
+    shell->AwaitsLast(At(" (config)*>"));
+    shell->Enter("discard", At(" (config)>"));
+    shell->Type("load set terminal");
+    shell->Key("Enter");
+    shell->Awaits("Ctrl-D on a line of its own ends it");
+    shell->Type("set oam sflow collector typed ip 192.0.2.77");
+    shell->Key("Enter");
+    shell->Key("C-c");
+    shell->Awaits("dropped; nothing is loaded");
+    shell->AwaitsLast(At(" (config)>"));
+    shell->Enter("compare", At(" (config)>"));
+}
+
 TEST_F(Prompt, TellsTheModeThePlaceAndWhatIsNotCommitted)
 {
     const auto shell = Shell();

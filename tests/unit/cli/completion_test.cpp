@@ -115,6 +115,13 @@ TEST(Completion, GoesOnBesideALeafAndBehindARange)
     EXPECT_THAT(Words(At("set oam sflow interface 1/1/[2-1] ")), IsEmpty());
 }
 
+TEST(Completion, OffersTheDatastoresBeforeAPath)
+{
+    EXPECT_THAT(Words(At("show configuration ")), IsSupersetOf({"candidate", "running", "default", "oam"}));
+    EXPECT_THAT(Words(At("show configuration running ")), AllOf(Contains("oam"), Not(Contains("candidate"))));
+    EXPECT_THAT(Words(At("show configuration default oam ")), Contains("sflow"));
+}
+
 TEST(Completion, BeginsAtThePlaceOfEdit)
 {
     EXPECT_THAT(Words(At("set ", true, {"oam", "sflow"})), ElementsAre("agent", "collector", "interface"));
@@ -128,7 +135,8 @@ TEST(Completion, OffersTheFormsOfTheOutput)
                 ElementsAre("json", "display", "match", "except", "begin", "count", "save", "no-more"));
     EXPECT_THAT(Words(At("show configuration | json | m")), ElementsAre("match"));
     EXPECT_THAT(Words(At("show configuration | match x | d")), IsEmpty());
-    EXPECT_THAT(Words(At("show configuration | display ")), ElementsAre("json", "xml", "set"));
+    EXPECT_THAT(Words(At("show configuration | display ")),
+                ElementsAre("json", "xml", "text", "set", "inherited"));
     EXPECT_THAT(Words(At("commit | ")), AllOf(Contains("json"), Not(Contains("display"))));
     EXPECT_THAT(Words(At("discard | ")), Not(Contains("json")));
 }

@@ -117,6 +117,33 @@ TEST(ConfigLines, ThatDeleteAreNoConfiguration)
     }
 }
 
+TEST(ConfigLines, MayHaveCommentsInBothForms)
+{
+    const std::string blocks =
+        "# ours; {\noam { # in \"it\n  sflow {\n    collector c#1 { ip 192.0.2.1;# c\n }\n  # }\n  }\n}\n";
+    EXPECT_THAT(EditOf(blocks), HasSubstr("<name>c#1</name><ip>192.0.2.1</ip>"));
+    EXPECT_THAT(RefusalOf("# one\n# two {\noam { # three\n  nothing; }"),
+                StartsWith("f: line 4: \"nothing\" is unknown after oam"));
+    EXPECT_THAT(EditOf("\n # ours\nset oam sflow agent ipv4 192.0.2.1"), HasSubstr("<ipv4>192.0.2.1<"));
+    EXPECT_THAT(EditOf("set\toam sflow agent ipv4 192.0.2.1"), HasSubstr("<ipv4>192.0.2.1<"));
+}
+
+TEST(ConfigLines, ThatSayNothingAreRefused)
+{
+    // load replace would delete the whole configuration.
+    for (const char* text : {"", " \n", "# a comment\n", "oam { }", "oam { sflow { } }\n"})
+        EXPECT_EQ(RefusalOf(text), "f has no configuration in it") << text;
+}
+
+TEST(ConfigLines, TellWhereTheyDelete)
+{
+    const auto read = cli::ReadConfigLines(
+        Yang(), "set oam sflow agent ipv4 192.0.2.1\n\ndelete oam sflow collector c1 port ip\n", "f");
+    EXPECT_EQ(read.deletedAt.at("oam sflow collector c1 port"), 3U);
+    EXPECT_EQ(read.deletedAt.at("oam sflow collector c1 ip"), 3U);
+    EXPECT_FALSE(read.deletedAt.contains("oam sflow agent ipv4"));
+}
+
 TEST(ConfigLines, OfManyBracesEndInAnError)
 {
     std::string text;

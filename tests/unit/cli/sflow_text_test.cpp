@@ -34,13 +34,13 @@ constexpr const char* kState = R"({"switch-state:state":{"oam":{"sflow":{
                  {"name":"gigabit-ethernet-1/1/1","sampling-rate":16777215,
                   "sampling-rate-source":"speed-class","max-header-size":16,"polling-interval":0,
                   "direction":"both","kernel-interface":"p1","ifindex":7,"admin-status":"up",
-                  "oper-status":"up","packet-source":"packet-socket","packets-seen":"123456789","packets-sampled":"7",
+                  "oper-status":"up","packet-source":"packet-socket","packets-seen":"123456789","packets-sampled":"7","sampled-bytes":"4711",
                   "drops-buffer":"0","drops-no-collector":"0","last-sample-age":3,
                   "counters-sent":"12","last-counters-age":7300},
                  {"name":"gigabit-ethernet-1/1/2","sampling-rate":1000,"sampling-rate-source":"speed-class",
                   "max-header-size":128,"polling-interval":20,"direction":"ingress",
                   "flow-collector":["c1"],"kernel-interface":"p2","ifindex":8,"admin-status":"up",
-                  "oper-status":"down","packets-seen":"5","packets-sampled":"1","drops-buffer":"2",
+                  "oper-status":"down","packets-seen":"5","packets-sampled":"1","sampled-bytes":"64","drops-buffer":"2",
                   "drops-no-collector":"3","last-sample-age":200000,"counters-sent":"0","problem":["interface-down"]},
                  {"name":"p3","sampling-rate":1,"max-header-size":128,"polling-interval":20,
                   "direction":"egress","kernel-interface":"p3","ifindex":9,"admin-status":"down",
@@ -172,7 +172,7 @@ TEST(SflowText, TellsAllThatIsKnownOfAnEntry)
   Kernel       missing
   Sampling     1 in 512, rate from own setting, ingress, header of 128 bytes
   Sampled by   -
-  Packets      - seen, - sampled
+  Packets      - seen, - sampled (- bytes)
   Dropped      - for lack of room, - that no collector wants
   Samples to   c1 collector-two
   Polling      20 s
@@ -185,7 +185,7 @@ gigabit-ethernet-1/1/1
   Kernel       p1, index 7, up
   Sampling     1 in 16777215, rate from speed class, both, header of 16 bytes
   Sampled by   packet-socket
-  Packets      123456789 seen, 7 sampled, the last 3 s ago
+  Packets      123456789 seen, 7 sampled (4711 bytes), the last 3 s ago
   Dropped      0 for lack of room, 0 that no collector wants
   Samples to   -
   Polling      off
@@ -196,7 +196,7 @@ gigabit-ethernet-1/1/2
   Kernel       p2, index 8, no link
   Sampling     1 in 1000, rate from speed class, ingress, header of 128 bytes
   Sampled by   -
-  Packets      5 seen, 1 sampled, the last 2 d ago
+  Packets      5 seen, 1 sampled (64 bytes), the last 2 d ago
   Dropped      2 for lack of room, 3 that no collector wants
   Samples to   c1
   Polling      20 s
@@ -209,7 +209,7 @@ p3
   Kernel       p3, index 9, down
   Sampling     1 in 1, rate from -, egress, header of 128 bytes
   Sampled by   -
-  Packets      - seen, - sampled
+  Packets      - seen, - sampled (- bytes)
   Dropped      - for lack of room, - that no collector wants
   Samples to   -
   Polling      20 s

@@ -46,6 +46,7 @@ inline InterfaceStatus FlowingStatus(const std::string& name)
     status.sampled = true;
     status.packetsSeen = 40'960;
     status.samples = 80;
+    status.sampledBytes = 8320;
     status.lastSample = kNow - std::chrono::seconds{3};
     status.countersSent = 4;
     status.lastCounters = kNow - std::chrono::seconds{61};

@@ -446,6 +446,37 @@ TEST_F(State, PassesATestOfACollectorToTheManagerAndItsAnswerBack)
     EXPECT_FALSE(reply.output.contains("unknown"));
 }
 
+TEST_F(State, PassesALookAtTalkersToTheManagerAndTheirEntriesBack)
+{
+    Refused(m_client, netconf::SflowTopTalkers("eth1"), "operation-failed");
+    const auto provider = Provider();
+    m_client.Send(netconf::SflowTopTalkers("eth1"));
+    const auto message = provider->Receive();
+    EXPECT_EQ(message.action_request().name(), "top-talkers");
+    EXPECT_EQ(message.action_request().subject(), "eth1");
+    ipc::cdb::ClientMessage answer;
+    auto& told = *answer.mutable_action_reply();
+    told.set_request(message.action_request().request());
+    const auto add = [](auto& parent, const char* name, const char* value) {
+        parent.set_name(name);
+        parent.set_value(value);
+    };
+    add(*told.add_output(), "samples", "2");
+    for (const char* source : {"192.0.2.1", "<192.0.2.2>"}) {
+        auto& entry = *told.add_output();
+        add(entry, "talker", "");
+        add(*entry.add_children(), "source", source);
+        add(*entry.add_children(), "unknown", "x");
+        add(*entry.add_children()->add_children(), "source", "deeper than the model");
+    }
+    provider->Send(answer);
+    const auto reply = m_client.Receive();
+    EXPECT_TRUE(reply.ok);
+    EXPECT_THAT(reply.xml, HasSubstr("<source>192.0.2.1</source></talker>"));
+    EXPECT_THAT(reply.xml, HasSubstr("<source>&lt;192.0.2.2&gt;</source></talker>"));
+    EXPECT_THAT(reply.xml, testing::Not(testing::AnyOf(HasSubstr("unknown"), HasSubstr("deeper"))));
+}
+
 TEST_F(State, PassesTheClearingOfStatisticsToTheManager)
 {
     const auto provider = Provider();

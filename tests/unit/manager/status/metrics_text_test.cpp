@@ -131,6 +131,8 @@ TEST(MetricsText, OfWhatFlows)
                   R"(sflow_interface_packets_seen_total{interface="eth2"} 0)",
                   R"(sflow_interface_samples_total{interface="eth1"} 80)",
                   R"(sflow_interface_samples_total{interface="eth2"} 0)",
+                  R"(sflow_interface_sampled_bytes_total{interface="eth1"} 8320)",
+                  R"(sflow_interface_sampled_bytes_total{interface="eth2"} 0)",
                   R"(sflow_interface_counters_sent_total{interface="eth1"} 4)",
                   R"(sflow_interface_counters_sent_total{interface="eth2"} 0)",
                   R"(sflow_interface_drops_total{interface="eth1",cause="buffer"} 0)",
@@ -177,7 +179,7 @@ TEST(MetricsText, KeepEachFamilyTogetherBehindItsHelpAndType)
             EXPECT_NE("", kind) << line;
         }
     }
-    EXPECT_EQ(33U, families.size());
+    EXPECT_EQ(34U, families.size());
 }
 
 TEST(MetricsText, EscapeWhatWouldEndALabel)

@@ -126,6 +126,9 @@ protected:
              m_tested = collector;
              m_tests.push_back(done);
          },
+         [](const std::string& interface) {
+             return ActionResult{"", {{"samples", "1"}, {"talker", "", {{"source", interface}}}}};
+         },
          [this] { ++m_clears; }}};
 };
 
@@ -314,6 +317,23 @@ TEST_F(Provider, AnswersATestOfACollectorWhenItIsDone)
     ASSERT_EQ(1, answer.output_size());
     EXPECT_EQ("outcome", answer.output(0).name());
     EXPECT_EQ("silent", answer.output(0).value());
+}
+
+TEST_F(Provider, AnswersALookAtTalkersWithTheirEntries)
+{
+    Listen();
+    m_provider.Start();
+    Introduced(1).Send(Welcome());
+    CdbdMessage request;
+    request.mutable_action_request()->set_request(8);
+    request.mutable_action_request()->set_name("top-talkers");
+    request.mutable_action_request()->set_subject("eth1");
+    const auto reply = Answer(request).action_reply();
+    EXPECT_EQ(8U, reply.request());
+    ASSERT_EQ(2, reply.output_size());
+    ASSERT_EQ(1, reply.output(1).children_size());
+    EXPECT_EQ("source", reply.output(1).children(0).name());
+    EXPECT_EQ("eth1", reply.output(1).children(0).value());
 }
 
 TEST_F(Provider, AcknowledgesAChangeAndPassesItOn)
