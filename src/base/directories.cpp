@@ -16,11 +16,6 @@ constexpr const char* kRootModule = "switch-config.yang";
 
 }  // namespace
 
-std::string RunDirectory(const Variables& variables)
-{
-    return variables("SFLOW_RUN_DIR").value_or("/run/sflow-switch");
-}
-
 std::string StateDirectory(const Variables& variables)
 {
     return variables("SFLOW_STATE_DIR").value_or("/var/lib/sflow-switch");

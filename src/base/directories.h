@@ -13,8 +13,12 @@
 
 namespace base {
 
-/// Where the sockets are: SFLOW_RUN_DIR, or /run/sflow-switch.
-std::string RunDirectory(const Variables& variables = &Variable);
+/// Where the sockets are: SFLOW_RUN_DIR, or /run/sflow-switch. Inline: the log has none of this folder's
+/// sources.
+inline std::string RunDirectory(const Variables& variables = &Variable)
+{
+    return variables("SFLOW_RUN_DIR").value_or("/run/sflow-switch");
+}
 
 /// Where the store is: SFLOW_STATE_DIR, or /var/lib/sflow-switch.
 std::string StateDirectory(const Variables& variables = &Variable);

@@ -8,10 +8,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include <fmt/format.h>
 #include <spdlog/logger.h>
@@ -73,6 +76,7 @@ std::shared_ptr<spdlog::logger> MakeLogger(const std::string& name, int descript
 
 struct Log {
     std::shared_ptr<spdlog::logger> logger;
+    std::function<void(const Record&)> reader;  // as of Also
     base::UniqueFd file;  // none: the log is standard error
     int lowest = kDefaultLevel;
 };
@@ -87,9 +91,17 @@ Log& TheLog()
 void WriteLine(Log& log, int level, std::string_view file, std::string_view function, long line,
                std::string_view text)
 {
-    const std::string whole =
-        fmt::format("{} {}:{}:{} {}", level, file, function, line, base::Printable(text));
-    log.logger->log(spdlog::level::info, spdlog::string_view_t(whole));
+    const auto now = std::chrono::system_clock::now();
+    const std::string place = fmt::format("{}:{}:{}", file, function, line);
+    const std::string printable = base::Printable(text);
+    const std::string whole = fmt::format("{} {} {}", level, place, printable);
+    log.logger->log(now, spdlog::source_loc(), spdlog::level::info, spdlog::string_view_t(whole));
+    if (!log.reader) return;
+    try {
+        log.reader({now, log.logger->name(), level, place, printable});
+    } catch (const std::exception&) {
+        // The line stands in the file; a caller of the log has no use for an error.
+    }
 }
 
 void Warn(Log& log, std::string_view function, std::string_view text)
@@ -174,6 +186,8 @@ void Open(std::string_view process)
     OpenFile(log, name);
     SetLevel(log);
 }
+
+void Also(std::function<void(const Record&)> reader) { TheLog().reader = std::move(reader); }
 
 bool Enabled(int level) { return level >= OpenedLog().lowest; }
 

@@ -10,6 +10,8 @@
 #ifndef LOG_LOG_H
 #define LOG_LOG_H
 
+#include <chrono>
+#include <functional>
 #include <source_location>
 #include <string_view>
 #include <type_traits>
@@ -30,6 +32,19 @@ void Open(std::string_view process);
 /// Writes one line if the level is enabled; a line that can't be written is lost. `file` is a source path
 /// without its ending ("src/agent/session").
 void Line(int level, std::string_view file, std::string_view function, long line, std::string_view text);
+
+/// A line that was written. The views are valid during the call; control characters are escaped.
+struct Record {
+    std::chrono::system_clock::time_point time;
+    std::string_view process;
+    int level;
+    std::string_view place;  // "src/agent/session:Commit:87"
+    std::string_view text;
+};
+
+/// From now on each line is also passed to `reader`, in the thread that writes it; null ends that. It must not
+/// write to the log, and what it throws is dropped. Called before a second thread writes.
+void Also(std::function<void(const Record&)> reader);
 
 /// A format string with its place in the source.
 template <typename... Args>

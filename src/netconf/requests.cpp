@@ -189,6 +189,14 @@ std::string SflowTestCollector(std::string_view collector)
     return OfSystem("sflow-test-collector", "collector", collector);
 }
 
+std::string GetLog(unsigned lines, std::string_view process)
+{
+    std::string out = std::string("<get-log xmlns=\"").append(kSystem).append("\">");
+    AppendElement(out, "lines", std::to_string(lines));
+    AppendLeaf(out, "process", process);
+    return out + "</get-log>";
+}
+
 std::string SflowTopTalkers(std::string_view interface)
 {
     return OfSystem("sflow-top-talkers", "interface", interface);

@@ -57,6 +57,8 @@ std::string HaTransition(std::string_view role);
 std::string SflowResync();
 std::string SflowClearStatistics();
 std::string SflowTestCollector(std::string_view collector);
+/// The last lines of the log: of the process of that name, or of all if it is empty.
+std::string GetLog(unsigned lines, std::string_view process);
 std::string SflowTopTalkers(std::string_view interface);
 /// `file`: an absolute path on the switch.
 std::string Backup(std::string_view file);

@@ -18,10 +18,12 @@
 
 #include "agent/access/access.h"
 #include "agent/files/configuration_file.h"
+#include "agent/log/log_store.h"
 #include "agent/process/agent.h"
 #include "agent/process/program_options.h"
 #include "base/directories.h"
 #include "base/options/options.h"
+#include "base/text.h"
 #include "base/timers.h"
 #include "base/user.h"
 #include "cdb/datastore/datastore.h"
@@ -99,9 +101,11 @@ void ShareStore(const agent::ProgramOptions& options)
             return slog::Notice("{}", problem);
 }
 
-agent::AgentOptions AgentOptionsOf(const agent::ProgramOptions& options)
+agent::AgentOptions AgentOptionsOf(const agent::ProgramOptions& options,
+                                   std::shared_ptr<agent::LogStore> log)
 {
     agent::AgentOptions result;
+    result.log = std::move(log);
     result.runDirectory = options.runDirectory;
     result.ackTimes = options.ackTimes;
     result.callpointTimeout = options.callpointTimeout;
@@ -135,7 +139,20 @@ void FollowReloads(boost::asio::signal_set& reloads, agent::Access& access)
     });
 }
 
-void Run(const agent::ProgramOptions& options)
+/// Keeps the lines of this process's log from now on.
+std::shared_ptr<agent::LogStore> KeepLog()
+{
+    auto log = std::make_shared<agent::LogStore>();
+    slog::Also([log](const slog::Record& record) {
+        const auto since = record.time.time_since_epoch();
+        log->Take({std::chrono::duration_cast<std::chrono::microseconds>(since).count(),
+                   std::string(record.process), record.level, std::string(record.place),
+                   base::Presentable(record.text)});
+    });
+    return log;
+}
+
+void Run(const agent::ProgramOptions& options, std::shared_ptr<agent::LogStore> log)
 {
     // The order matters: requests that wait in the loop hold trees of the schema, which must be destroyed
     // last.
@@ -171,7 +188,7 @@ void Run(const agent::ProgramOptions& options)
     agent::Access access(schema->Context(), {options.accessFile, options.yangDirectory,
                                              admins ? base::GroupName(*admins) : std::string()});
     FollowReloads(reloads, access);
-    agent::Agent management(loop, *schema, *store, datastore, access, AgentOptionsOf(options));
+    agent::Agent management(loop, *schema, *store, datastore, access, AgentOptionsOf(options, std::move(log)));
     management.Listen();
     serviceManager.Ready();
     slog::Notice("serving {} at commit {}", options.runDirectory.string(), store->LastCommit());
@@ -190,7 +207,7 @@ int main(int argc, char** argv)
             return EXIT_SUCCESS;
         }
         slog::Open("cdbd");
-        Run(options);
+        Run(options, KeepLog());
         return EXIT_SUCCESS;
     } catch (const base::UsageError& error) {
         std::cerr << "cdbd: " << error.what() << "; see cdbd --help\n";

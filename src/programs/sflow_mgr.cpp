@@ -16,6 +16,7 @@
 #include "base/options/options.h"
 #include "base/timers.h"
 #include "ipc/notify.h"
+#include "log/forward.h"
 #include "log/log.h"
 #include "manager/process/assembly.h"
 #include "manager/process/options.h"
@@ -50,6 +51,7 @@ void Run(const manager::Options& options)
 int main(int argc, char** argv)
 {
     slog::Open("sflow-mgr");
+    slog::ForwardToDatabase();
     try {
         const manager::Options options = manager::ParseOptions(argc, argv);
         if (options.help) std::cout << manager::UsageText();

@@ -107,6 +107,7 @@ Operations::Handler Operations::Find(const lyd_node* operation)
         Row{kSystem, "sflow-resync", &Operations::SflowResync},
         Row{kSystem, "sflow-clear-statistics", &Operations::SflowClearStatistics},
         Row{kSystem, "sflow-test-collector", &Operations::SflowTestCollector},
+        Row{kSystem, "get-log", &Operations::GetLog},
         Row{kSystem, "sflow-top-talkers", &Operations::SflowTopTalkers},
         Row{kSystem, "backup", &Operations::MakeBackup},
         Row{kHistory, "confirm-commit", &Operations::ConfirmCommit},

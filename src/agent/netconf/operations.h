@@ -24,6 +24,7 @@
 #include "agent/data/data_schema.h"
 #include "agent/data/filter_plan.h"
 #include "agent/events/events.h"
+#include "agent/log/log_store.h"
 #include "agent/netconf/answer_room.h"
 #include "agent/netconf/candidates.h"
 #include "agent/netconf/commit_meter.h"
@@ -117,6 +118,7 @@ public:
         FilterLimits filterLimits;
         Events& events;
         HaRole& ha;
+        const LogStore& log;
     };
     explicit Operations(Services services);
 
@@ -234,6 +236,9 @@ private:
     void MakeBackup(const RequestPtr& request);
     void BackupMade(const RequestPtr& request, const std::string& file,
                     const std::optional<cdb::Error>& error);
+
+    // operations_log.cpp
+    void GetLog(const RequestPtr& request);
 
     // operations_history.cpp
     void RollBack(const RequestPtr& request);

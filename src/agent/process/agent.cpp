@@ -9,6 +9,7 @@
 #include "agent/process/streams_state.h"
 #include "base/user.h"
 #include "ipc/frame.h"
+#include "log/forward.h"
 #include "log/log.h"
 
 namespace agent {
@@ -27,9 +28,10 @@ std::int64_t SystemNow()
     return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
 }
 
-AgentOptions WithClock(AgentOptions options)
+AgentOptions Complete(AgentOptions options)
 {
     if (!options.now) options.now = SystemNow;
+    if (!options.log) options.log = std::make_shared<LogStore>();
     return options;
 }
 
@@ -99,7 +101,7 @@ Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Stor
     : m_loop(loop),
       m_store(store),
       m_access(access),
-      m_options(WithClock(std::move(options))),
+      m_options(Complete(std::move(options))),
       m_ownTimers(m_options.timers == nullptr ? base::MakeTimers(loop) : nullptr),
       m_timers(m_options.timers == nullptr ? *m_ownTimers : *m_options.timers),
       m_events(loop, schema, m_options.now, m_options.events),
@@ -112,13 +114,14 @@ Agent::Agent(boost::asio::io_context& loop, const cdb::Schema& schema, cdb::Stor
       m_state(loop, m_timers, schema, store, m_clients, access, m_options.stateTimeout),
       m_ha({m_timers, store, m_clients, m_state, m_changes, m_options.now, m_options.actionTimeout}),
       m_room(loop, m_timers, m_options.answers),
+      m_logIntake(m_timers, m_options.trust, *m_options.log, m_options.now),
       m_operations({loop, m_timers, schema, store, datastore, m_clients, m_callpoints, m_delivery, m_state,
                     m_changes, m_reads, m_options.now,
                     [this](std::uint32_t session, const std::string& reason, std::uint32_t killer) {
                         return m_sessions.End(session, reason, killer);
                     },
                     m_options.actionTimeout, access, m_room, FilterLimitsOf(m_options.sessions.limits),
-                    m_events, m_ha}),
+                    m_events, m_ha, *m_options.log}),
       m_sessions(m_timers, schema, m_operations, m_reads, access, SessionsOptions(m_options)),
       m_changes(loop),
       m_reads(loop)
@@ -162,6 +165,7 @@ void Agent::Listen()
     };
     listen(m_cdb, "cdb.sock", switchGroup,
            [this](auto socket) { m_clients.Add(ipc::Channel::Create(std::move(socket), m_timers)); });
+    listen(m_log, slog::kLogSocket, switchGroup, [this](auto socket) { m_logIntake.Add(std::move(socket)); });
     listen(m_netconf, "netconf.sock", adminGroup, [this](auto socket) { m_sessions.Add(std::move(socket)); });
     if (m_options.metrics)
         m_metrics.emplace(m_loop, m_timers, m_options.metrics->address, m_options.metrics->port,

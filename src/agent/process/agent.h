@@ -22,6 +22,8 @@
 #include "agent/clients/delivery.h"
 #include "agent/clients/misses.h"
 #include "agent/events/events.h"
+#include "agent/log/log_intake.h"
+#include "agent/log/log_store.h"
 #include "agent/netconf/answer_room.h"
 #include "agent/netconf/ha_role.h"
 #include "agent/netconf/operations.h"
@@ -58,6 +60,8 @@ struct AgentOptions {
     /// Keeps faults. Null: they are written to the store, beside the loop.
     FaultIntake::Keep keepFaults;
     std::function<std::int64_t()> now;  // microseconds since the epoch; null: the system's clock
+    /// Where the lines of the log are kept. Null: in one that the agent makes.
+    std::shared_ptr<LogStore> log;
     base::Timers* timers = nullptr;     // must outlive the agent; null: the steady clock
 };
 
@@ -95,11 +99,13 @@ private:
     StateSource m_state;
     HaRole m_ha;
     AnswerRoom m_room;
+    LogIntake m_logIntake;
     Operations m_operations;
     Sessions m_sessions;  // declared after what its requests use
     using Acceptor = ipc::Acceptor<boost::asio::local::stream_protocol>;
     std::optional<Acceptor> m_cdb;
     std::optional<Acceptor> m_netconf;
+    std::optional<Acceptor> m_log;
     std::vector<std::string> m_expected;  // names of processes that should be connected
     std::optional<metrics::Server> m_metrics;
     // Destroyed first: their work uses all of the above.

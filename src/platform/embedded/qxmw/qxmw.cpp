@@ -17,6 +17,7 @@
 #include "base/directories.h"
 #include "ipc/cdb.pb.h"
 #include "ipc/frame.h"
+#include "log/forward.h"
 #include "log/log.h"
 #include "platform/embedded/qxmw/category.h"
 #include "platform/embedded/runtime.h"
@@ -41,6 +42,7 @@ extern "C" {
 zlog_category_t* qxmw_trace_init(qxmw_t*, const char* name)
 {
     slog::Open(name);
+    slog::ForwardToDatabase();
     return embedded::MakeCategory(name);
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "log/forward.h"
 #include "log/log.h"
 #include "zlog_front.h"
 
@@ -60,6 +61,7 @@ __attribute__((visibility("default"))) int zlog_level_enabled(zlog_category_t* c
 __attribute__((visibility("default"))) zlog_category_t* zlog_front_open(const char* process)
 {
     slog::Open(process);
+    slog::ForwardToDatabase();
     return &theCategory;
 }
 }
