@@ -116,10 +116,7 @@ int Run(const cli::Options& options)
     environment.who = base::UserName(::geteuid()) + "@" + HostName();
     if (::isatty(STDOUT_FILENO)) environment.page = &cli::Page;
     environment.height = &ScreenHeight;
-    // https://no-color.org
-    environment.openScreen = [] {
-        return cli::OpenFullScreen(base::Variable("NO_COLOR").value_or("").empty());
-    };
+    environment.openScreen = [] { return cli::OpenFullScreen(StyleOf(STDOUT_FILENO).HasColours()); };
     environment.asksStanding = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
     environment.style = StyleOf(STDOUT_FILENO);
     cli::MessageLines lines(std::cerr, &MessageWidth, StyleOf(STDERR_FILENO));

@@ -115,10 +115,10 @@ struct Call {
     std::size_t width;  // characters of a line of text for people
     /// Opens a session for this command alone. Throws netconf::ConnectionError.
     const std::function<std::unique_ptr<netconf::Client>()>& connect;
-    Style style{};  // of text on `out`
     /// Takes the terminal to fill it; null, or without a result, if the output is no terminal that can be
     /// filled.
     std::function<std::unique_ptr<Screen>()> openScreen = {};
+    Style style{};  // of text on `out`
 };
 
 struct Command {

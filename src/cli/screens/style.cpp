@@ -14,6 +14,8 @@ constexpr std::string_view kDefaultColour = "\033[39m";
 std::string_view ColourOf(Tone tone)
 {
     switch (tone) {
+    case Tone::kPlain:
+        return kDefaultColour;
     case Tone::kWarning:
         return "\033[33m";
     case Tone::kAdded:

@@ -11,7 +11,8 @@
 
 namespace cli {
 
-enum class Tone { kBroken, kWarning, kAdded, kRemoved };
+/// Where there are no colours, a full screen shows what is not plain bold.
+enum class Tone { kPlain, kBroken, kWarning, kAdded, kRemoved };
 
 /// Off: texts stay as they are.
 class Style {

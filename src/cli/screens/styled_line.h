@@ -9,12 +9,10 @@
 #include <utility>
 #include <vector>
 
+#include "cli/screens/style.h"
 #include "cli/screens/text_width.h"
 
 namespace cli {
-
-/// A terminal without colours shows the text of kBroken and kWarning bold.
-enum class Tone { kPlain, kBroken, kWarning };
 
 struct TextStyle {
     Tone tone = Tone::kPlain;

@@ -39,7 +39,7 @@ void AddCauses(const std::vector<Cause>& causes, std::size_t width, StyledLines&
         facts.Add(cause.severity == Severity::kBroken ? "broken"
                   : cause.severity == Severity::kOff  ? "off"
                                                       : "idle",
-                  cause.Sentence());
+                  cause.Sentence(width));
         std::istringstream wrapped(facts.Text(0, width));
         for (std::string line; std::getline(wrapped, line);)
             lines.push_back({{line, StyleOf(cause.severity)}});

@@ -230,8 +230,7 @@ Call Shell::MakeCall(const Invocation& invocation, std::ostream& out)
             m_err,
             m_state,
             m_environment.width ? m_environment.width() : kWidth,
-            m_environment.connect,
-            {}};
+            m_environment.connect};
 }
 
 void Shell::Execute(std::string_view command)
