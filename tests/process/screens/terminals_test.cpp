@@ -122,7 +122,8 @@ TEST_F(Terminals, ThePagerTakesTheNewHeight)
 TEST_F(Terminals, MayBeTenCharactersWide)
 {
     const auto shell = Shell({"PAGER=cat"}, {10, 24});
-    for (const char* line : {"show sflow", "show interfaces", "show nonsense", "help", "show system sessions"}) {
+    for (const char* line :
+         {"show sflow", "show interfaces", "show nonsense", "help", "show system sessions"}) {
         shell->Clear();
         shell->Type(line);
         shell->Key("Enter");
