@@ -43,6 +43,7 @@ struct Argument {
     ArgumentKind kind;
     std::string_view text;  // as the usage line shows it
     bool optional = false;
+    std::string_view help = {};  // of its word, as completion shows it; of kChoice of each, '|' between
 };
 
 /// The words of a kChoice.

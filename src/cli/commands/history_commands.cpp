@@ -150,7 +150,7 @@ std::vector<Command> HistoryCommands()
         Command{"show checkpoints", {},
                 "Lists the checkpoints, and whether a rollback can still reach them.", kBoth, Forms::kState,
                 &ShowCheckpoints},
-        Command{"request checkpoint", {{Kind::kName, "NAME"}, {Kind::kFlag, "replace", true}},
+        Command{"request checkpoint", {{Kind::kName, "NAME"}, {Kind::kFlag, "replace", true, "Moves the name from an older commit."}},
                 "Marks the last commit by a name; with replace, one that an older commit may have.", kSession,
                 Forms::kNone, &RequestCheckpoint},
         Command{"request delete-checkpoint", {{Kind::kName, "NAME"}},

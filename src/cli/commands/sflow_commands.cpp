@@ -175,16 +175,17 @@ std::vector<Command> SflowCommands()
     // Two lines a row read better than one line an element.
     // clang-format off
     return {
-        Command{"show sflow", {{Kind::kChoice, "collectors|interfaces|agent|drops|problems", true}},
+        Command{"show sflow", {{Kind::kChoice, "collectors|interfaces|agent|drops|problems", true,
+                 "Where datagrams are sent, and how many.|What is sampled, and how much.|The agent and the sFlow manager.|Packets that the kernel has dropped.|What is broken, off or idle, and what to do."}},
                 "Shows on one screen whether sampling works; or a part of what is in effect, what was dropped, or why nothing flows.", kBoth, Forms::kState, &ShowSflow},
-        Command{"show sflow interface", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true}},
+        Command{"show sflow interface", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true, "All that is known of each."}},
                 "Shows the interfaces of these names or ranges, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowInterface},
-        Command{"show sflow collector", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true}},
+        Command{"show sflow collector", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true, "All that is known of each."}},
                 "Shows the collectors of these names, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowCollector},
         Command{"request sflow resync", {},
                 "Has everything sent to the sFlow manager again; what is unchanged stays undisturbed.", kSession,
                 Forms::kNone, &RequestResync},
-        Command{"monitor sflow", {{Kind::kText, "interface NAME", true}, {Kind::kText, "collector NAME", true}},
+        Command{"monitor sflow", {{Kind::kText, "interface NAME", true, "Of one interface."}, {Kind::kText, "collector NAME", true, "Of one collector."}},
                 "Shows each second what is sampled and sent, or that of one interface or collector: on a terminal as a full screen that q ends and h explains, else a line each, until Ctrl-C.", kYang | kStreams, Forms::kState, &MonitorSflow},
         Command{"clear sflow statistics", {},
                 "Lets the counts of collectors, interfaces and drops begin at zero; what is sent stays undisturbed.", kSession, Forms::kNone, &ClearStatistics},

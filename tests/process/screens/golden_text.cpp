@@ -18,13 +18,15 @@ constexpr std::array kCountingColumns = {"Process", "Datagrams", "Counters", "By
 
 struct Mask {
     std::regex what;
-    std::string by;
+    std::string by;  // $1: what its first group has matched
 };
 
 const std::vector<Mask>& Masks()
 {
     static const std::vector<Mask> masks = {
-        {std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"), "YYYY-MM-DD hh:mm:ss"},
+        {std::regex(R"((sflow-app|sflow-mgr|process) \d+\b)"), "$1 PID"},
+        {std::regex(R"(("pid": |<pid>)\d+)"), "$1PID"},
+        {std::regex(R"((  Process  +)\d+$)"), "$1PID"},
         {std::regex(R"(\d{4}-\d\d-\d\dT[0-9:.]+(Z|[+-]\d\d:\d\d))"), "YYYY-MM-DDThh:mm:ssZ"},
         {std::regex(R"(just now|\b\d+ (s|min|h|d) ago)"), "AGO"},
         {std::regex(R"(\b[\d.]+ m?s\b(?! long))"), "# s"},
@@ -56,8 +58,9 @@ void MaskAll(std::string& line, const Mask& mask)
         const std::string rest = line.substr(from);
         if (!std::regex_search(rest, found, mask.what)) return;
         const std::size_t at = from + static_cast<std::size_t>(found.position());
-        Replace(line, at, static_cast<std::size_t>(found.length()), mask.by);
-        from = at + mask.by.size();
+        const std::string by = found.format(mask.by);
+        Replace(line, at, static_cast<std::size_t>(found.length()), by);
+        from = at + by.size();
     }
 }
 

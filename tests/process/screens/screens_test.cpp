@@ -129,8 +129,6 @@ protected:
     {
         std::map<std::string, std::string> words{{m_world->Dir().string(), std::string(kDirectory)}};
         words[base::Version()] = "VERSION";
-        words[std::to_string(m_manager)] = "PID";
-        words[std::to_string(m_daemon)] = "PID";
         return Masked(WithNamedColours(transcript), words);
     }
 
@@ -226,7 +224,6 @@ protected:
     std::optional<World> m_world;
     std::optional<DecodingCollector> m_collector;
     int m_terminals = 0;
-    int m_manager = 0, m_daemon = 0;  // process ids
 };
 
 /// The text without the lines that have a prompt.
@@ -242,8 +239,6 @@ std::string Results(const std::string& text)
 TEST_P(Screens, AreTheGoldenOnes)
 {
     m_world->Start("{}");
-    m_manager = m_world->Manager().Pid();
-    m_daemon = m_world->Daemon().Pid();
     const auto shell = Shell();
     Check(*shell, "empty");
     Configure();
@@ -262,8 +257,6 @@ TEST_P(Screens, AreTheGoldenOnes)
 TEST_P(Screens, AreTheSameTextsWithoutColoursAndWithoutATerminal)
 {
     m_world->Start("{}");
-    m_manager = m_world->Manager().Pid();
-    m_daemon = m_world->Daemon().Pid();
     Configure();
     for (const char* name : {"state", "forms"}) {
         const std::string coloured = Play(*Shell(), name);

@@ -92,6 +92,25 @@ TEST(Completion, OffersChoicesBesideCommands)
     EXPECT_THAT(Words(At("rollback ")), IsSupersetOf({"commit", "<N|CHECKPOINT>"}));
 }
 
+TEST(Completion, DescribesTheWordsOfArguments)
+{
+    EXPECT_THAT(HelpOf(At("show sflow "), "drops"), HasSubstr("dropped"));
+    EXPECT_THAT(HelpOf(At("request ha "), "go-standby"), HasSubstr("waits"));
+    EXPECT_THAT(HelpOf(At("commit "), "comment"), HasSubstr("history"));
+    EXPECT_THAT(HelpOf(At("commit confirmed 60 "), "persist"), HasSubstr("id"));
+    for (const cli::Command& command : cli::Commands()) {
+        const std::string name(command.name);
+        for (const cli::Argument& argument : command.arguments) {
+            if (argument.kind == cli::ArgumentKind::kFlag || argument.kind == cli::ArgumentKind::kText) {
+                EXPECT_TRUE(argument.help.ends_with('.')) << name;
+            }
+            if (argument.kind != cli::ArgumentKind::kChoice) continue;
+            for (const std::string& word : cli::ChoicesOf(argument))
+                EXPECT_THAT(HelpOf(At(name + " "), word), testing::EndsWith(".")) << name;
+        }
+    }
+}
+
 TEST(Completion, DescribesThePathsOfTheModel)
 {
     EXPECT_THAT(Words(At("set oam sflow ")), ElementsAre("agent", "collector", "interface"));
