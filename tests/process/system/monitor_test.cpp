@@ -133,7 +133,9 @@ TEST_F(Monitor, ShowsTrafficSortsFiltersLooksIntoAPortAndLeavesACleanPrompt)
     shell->Awaits("Collectors  c1 receiving");
     shell->Awaits("1 in 1");
     shell->Awaits("█");
-    shell->Awaits("Top talkers");
+    shell->Awaits("Top talkers, ");
+    shell->Awaits("udp       198.51.100.1:1000  198.51.100.2:2000");
+    EXPECT_THAT(shell->Screen(), testing::ContainsRegex("packets/s  [1-9][0-9.]*k bits/s, "));
     shell->Key("Escape");
     shell->Awaits("\"bus\": 1 of 2");
     shell->Key("Escape");

@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "cli/watching.h"
+#include "cli/data/data_tree.h"
+#include "cli/yang.h"
+#include "netconf/client.h"
 
 namespace {
 
@@ -13,12 +15,16 @@ using cli::Talkers;
 using testing::ElementsAre;
 using testing::SizeIs;
 
+/// The content in an answer of the database.
 Talkers Read(const std::string& content)
 {
+    const auto reply = netconf::ParseReply(
+        "<nc:rpc-reply xmlns:nc=\"urn:ietf:params:xml:ns:netconf:base:1.0\" nc:message-id=\"1\" "
+        "xmlns=\"urn:switch:yang:switch-system\">" +
+        content + "</nc:rpc-reply>");
+    EXPECT_TRUE(reply);
     return cli::TalkersOf(
-        cli::Children(cli_test::AnyXml("<sflow-top-talkers xmlns=\"urn:switch:yang:switch-system\">" +
-                                       content + "</sflow-top-talkers>")
-                          .get()));
+        cli::Children(cli::ParseOutput(cli_test::Yang(), *reply, "sflow-top-talkers").get()));
 }
 
 TEST(Talkers, AreReadWithPortsWhereThereAre)
