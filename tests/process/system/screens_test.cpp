@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the shell shows of a switch at work, and what its requests do: kernel interfaces in a network of the test's own,
-// packets that the test sends, and collectors that it reads.
+// What the shell shows of a switch at work, and what its requests do: kernel interfaces in a network of the
+// test's own, packets that the test sends, and collectors that it reads.
 
 #include <csignal>
 #include <nlohmann/json.hpp>
@@ -59,12 +59,13 @@ protected:
 TEST_F(Screens, InterfacesOfTheKernelAreShownSampledOrWithTheReason)
 {
     Network::Ip("link add spare type bridge\nlink set far-end alias uplink\n");
-    Commit("set oam sflow interface uplink sampling-rate 512; set oam sflow interface uplink flow-sampling-collector c1");
+    Commit(
+        "set oam sflow interface uplink sampling-rate 512; set oam sflow interface uplink "
+        "flow-sampling-collector c1");
     EXPECT_EQ(0, Cli("set oam sflow interface eth9 flow-sampling-collector c1; commit").status);
     const auto row = [](const std::string& text) { return ContainsRegex("(^|\n)" + text + "( +[0-9]+)?\n"); };
-    support::Await("both to be sampled", [&] {
-        return Cli("show interfaces").output.find("1 in 512") != std::string::npos;
-    });
+    support::Await("both to be sampled",
+                   [&] { return Cli("show interfaces").output.find("1 in 512") != std::string::npos; });
     const std::string shown = m_world->CliDone("show interfaces");
     ExpectNarrow(shown);
     EXPECT_THAT(shown, AllOf(row("busy +- +10G +up +1 in 1 +busy +veth"),
@@ -110,26 +111,33 @@ TEST_F(Screens, InterfacesOfTheKernelAreShownSampledOrWithTheReason)
 TEST_F(Screens, InterfacesAreShownByNameAndRange)
 {
     Network::Ip("link add p2 type veth peer name p4\n");
-    EXPECT_EQ(0, Cli("set oam sflow interface p[2-4] flow-sampling-collector c1; set oam sflow interface bare "
-                     "polling-interval 5; commit")
-                     .status);
-    support::Await("the interfaces to be in the state", [&] { return Cli("show sflow interface p4").status == 0; });
-    EXPECT_THAT(m_world->CliDone("show sflow interface busy"), AllOf(HasSubstr("busy"), Not(HasSubstr("p2"))));
+    EXPECT_EQ(0,
+              Cli("set oam sflow interface p[2-4] flow-sampling-collector c1; set oam sflow interface bare "
+                  "polling-interval 5; commit")
+                  .status);
+    support::Await("the interfaces to be in the state",
+                   [&] { return Cli("show sflow interface p4").status == 0; });
+    EXPECT_THAT(m_world->CliDone("show sflow interface busy"),
+                AllOf(HasSubstr("busy"), Not(HasSubstr("p2"))));
     const auto ranged = Cli("show sflow interface p[2-4] busy");
     EXPECT_EQ(0, ranged.status) << ranged.errors;
-    EXPECT_THAT(ranged.output, AllOf(HasSubstr("\n  p2 "), HasSubstr("\n  p3 "), HasSubstr("\n  p4 "), HasSubstr("busy")));
+    EXPECT_THAT(ranged.output,
+                AllOf(HasSubstr("\n  p2 "), HasSubstr("\n  p3 "), HasSubstr("\n  p4 "), HasSubstr("busy")));
     EXPECT_EQ("", ranged.errors);
     const auto part = Cli("show sflow interface p[3-6] detail");
     EXPECT_EQ(0, part.status);
     EXPECT_THAT(part.output, AllOf(HasSubstr("p3"), HasSubstr("p4"), Not(HasSubstr("p2"))));
-    EXPECT_EQ("warning: 2 of the 4 of p[3-6] are not in the state, the first of them p5; show sflow interface lists those "
-              "that there are\n",
-              part.errors);
+    EXPECT_EQ(
+        "warning: 2 of the 4 of p[3-6] are not in the state, the first of them p5; show sflow interface "
+        "lists those "
+        "that there are\n",
+        part.errors);
     ExpectRefused("show sflow interface p[7-9]", "there is no interface p[7-9] in the state");
     ExpectRefused("show sflow interface nowhere", "there is no interface nowhere in the state");
     ExpectRefused("show sflow interface bare", "it has no collector; set oam sflow interface bare");
     ExpectRefused("show sflow interface p[4-2]", "runs backwards");
-    EXPECT_THAT(m_world->CliDone("show sflow interface p[2-4] | json"), AllOf(HasSubstr("\"p3\""), Not(HasSubstr("busy"))));
+    EXPECT_THAT(m_world->CliDone("show sflow interface p[2-4] | json"),
+                AllOf(HasSubstr("\"p3\""), Not(HasSubstr("busy"))));
 }
 
 // ---- request sflow test collector ----
@@ -160,8 +168,9 @@ TEST_F(Screens, TestOfACollectorNamesEachFailure)
     const std::uint16_t closed = DecodingCollector().Port();  // where none listens any more
     // A router on the way, which has no route itself.
     const Network::Host router;
-    Network::Ip("link add wan type veth peer name lan netns " + std::to_string(router.Pid()) +
-                "\nlink set wan up\naddress add 10.9.0.1/24 dev wan\nroute add 203.0.113.0/24 via 10.9.0.2\n");
+    Network::Ip(
+        "link add wan type veth peer name lan netns " + std::to_string(router.Pid()) +
+        "\nlink set wan up\naddress add 10.9.0.1/24 dev wan\nroute add 203.0.113.0/24 via 10.9.0.2\n");
     router.Within([] { Network::Ip("link set lan up\naddress add 10.9.0.2/24 dev lan\n"); });
     EXPECT_EQ("", router.Run({"sysctl", "-qw", "net.ipv4.ip_forward=1"}));
     Network::AwaitSending("wan");
@@ -267,12 +276,15 @@ TEST_F(Screens, MonitorGoesOnOverARestartOfTheDatabaseAndEndsWithItsReader)
     monitor.Await("datagrams/s");
     m_world->Cdbd().Kill();
     const std::size_t lost = monitor.Text().size();
-    support::Await("a line that says so", [&] { return monitor.Text().find("netconf.sock", lost) != std::string::npos; });
+    support::Await("a line that says so",
+                   [&] { return monitor.Text().find("netconf.sock", lost) != std::string::npos; });
     m_world->StartCdbd();
     const std::size_t back = monitor.Text().size();
-    support::Await("lines with rates", [&] { return monitor.Text().find("samples/s", back) != std::string::npos; });
+    support::Await("lines with rates",
+                   [&] { return monitor.Text().find("samples/s", back) != std::string::npos; });
 
-    const auto piped = m_world->Run({"sh", "-c", World::Program("swcli").string() + " -c 'monitor sflow' | head -n 1"});
+    const auto piped =
+        m_world->Run({"sh", "-c", World::Program("swcli").string() + " -c 'monitor sflow' | head -n 1"});
     EXPECT_EQ(0, piped.status);
     EXPECT_THAT(piped.output, HasSubstr("samples/s"));
     ExpectRefused("monitor sflow interface busy collector c1", "not both");

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What operators are told while a process is stopped (SIGSTOP), and that no other session waits for it. What the
-// processes have afterwards is looked at by misses_test.cpp too.
+// What operators are told while a process is stopped (SIGSTOP), and that no other session waits for it. What
+// the processes have afterwards is looked at by misses_test.cpp too.
 
 #include <string>
 
@@ -13,7 +13,8 @@ using testing::AllOf;
 
 class Stopped : public SystemTest {
 protected:
-    explicit Stopped(const std::string& daemonsTime) : SystemTest({.cdbdArguments = {"--ack-timeout", daemonsTime}})
+    explicit Stopped(const std::string& daemonsTime)
+        : SystemTest({.cdbdArguments = {"--ack-timeout", daemonsTime}})
     {
         TheWorld().Start(scenario::Usual());
     }
@@ -38,7 +39,8 @@ TEST_F(StoppedDaemon, HoldsUpItsOwnCommitAndNoOtherSession)
     committer.Send(netconf::Commit());
     Await("the commit to stand", [&] { return Running().find(">61<") != std::string::npos; });
 
-    EXPECT_THAT(TheWorld().CliDone("show configuration running oam sflow interface eth1"), HasSubstr("sampling-rate 61"));
+    EXPECT_THAT(TheWorld().CliDone("show configuration running oam sflow interface eth1"),
+                HasSubstr("sampling-rate 61"));
     EXPECT_THAT(TheWorld().CliDone("show sflow collectors"), HasSubstr("c1"));
     EXPECT_THAT(TheWorld().CliDone("show history"), HasSubstr("netconf"));
     Do(other, netconf::Lock("candidate"));
@@ -64,7 +66,8 @@ TEST_F(StoppedDaemonForAWhile, IsNamedInTheAnswerToACommitAndToAnEditThatNeedsIt
     const std::string name = Named("sflow-app", TheWorld().Daemon());
     const auto edit = TheWorld().Cli("set oam sflow interface eth77 sampling-rate 5");
     EXPECT_EQ(1, edit.status);
-    EXPECT_THAT(edit.errors, AllOf(HasSubstr("{eth77}"), HasSubstr(name + " has not answered for"), HasSubstr("restart it")));
+    EXPECT_THAT(edit.errors, AllOf(HasSubstr("{eth77}"), HasSubstr(name + " has not answered for"),
+                                   HasSubstr("restart it")));
 
     const auto commit = TheWorld().Cli("set oam sflow interface eth1 sampling-rate 63; commit");
     EXPECT_EQ(0, commit.status) << "it stands";
@@ -75,8 +78,9 @@ TEST_F(StoppedDaemonForAWhile, IsNamedInTheAnswerToACommitAndToAnEditThatNeedsIt
     EXPECT_EQ(0, second.status);
     EXPECT_THAT(second.errors, HasSubstr("missed 2 commits"));
     TheWorld().Daemon().Thaw();
-    Await("the daemon to be awaited again",
-          [&] { return TheWorld().Cli("show system processes").output.find("not waited for") == std::string::npos; });
+    Await("the daemon to be awaited again", [&] {
+        return TheWorld().Cli("show system processes").output.find("not waited for") == std::string::npos;
+    });
     AwaitSettled();
 }
 
@@ -92,8 +96,10 @@ TEST_F(StoppedManager, DelaysNoCommitAndIsNamedWhereItIsNeeded)
     const std::string name = Named("sflow-mgr", TheWorld().Manager());
     const auto commit = TheWorld().Cli("set oam sflow interface eth1 sampling-rate 65; commit");
     EXPECT_EQ(0, commit.status);
-    EXPECT_THAT(commit.errors, AllOf(HasSubstr("acknowledged by sflow-app"), HasSubstr("warning: " + name + " does not answer")));
-    for (const std::string command : {"show sflow", "show interfaces", "show sflow interface eth1", "show sflow drops"}) {
+    EXPECT_THAT(commit.errors, AllOf(HasSubstr("acknowledged by sflow-app"),
+                                     HasSubstr("warning: " + name + " does not answer")));
+    for (const std::string command :
+         {"show sflow", "show interfaces", "show sflow interface eth1", "show sflow drops"}) {
         const auto shown = TheWorld().Cli(command);
         EXPECT_EQ(1, shown.status) << command;
         EXPECT_THAT(shown.errors, HasSubstr(name + " does not answer")) << command;
