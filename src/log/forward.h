@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sends the lines of this process's log to cdbd, which keeps the last ones of all processes for operators. One
-// line is one write to log.sock in the run directory, which is never waited for:
+// Sends the lines of this process's log to cdbd, which keeps the last ones of all processes for operators.
+// One line is one write to log.sock in the run directory, which is never waited for:
 //
 //   MICROSECONDS \t PROCESS \t LEVEL \t PLACE \t TEXT \n
 //
-// with the time since 1970. While cdbd is away or takes no more, lines wait here and go with the next one that
-// finds room. Used by the processes except cdbd itself.
+// with the time since 1970. While cdbd is away or takes no more, lines wait here and go with the next one
+// that finds room. Used by the processes except cdbd itself.
 
 #ifndef LOG_FORWARD_H
 #define LOG_FORWARD_H

@@ -77,7 +77,7 @@ std::shared_ptr<spdlog::logger> MakeLogger(const std::string& name, int descript
 struct Log {
     std::shared_ptr<spdlog::logger> logger;
     std::function<void(const Record&)> reader;  // as of Also
-    base::UniqueFd file;  // none: the log is standard error
+    base::UniqueFd file;                        // none: the log is standard error
     int lowest = kDefaultLevel;
 };
 

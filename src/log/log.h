@@ -42,8 +42,8 @@ struct Record {
     std::string_view text;
 };
 
-/// From now on each line is also passed to `reader`, in the thread that writes it; null ends that. It must not
-/// write to the log, and what it throws is dropped. Called before a second thread writes.
+/// From now on each line is also passed to `reader`, in the thread that writes it; null ends that. It must
+/// not write to the log, and what it throws is dropped. Called before a second thread writes.
 void Also(std::function<void(const Record&)> reader);
 
 /// A format string with its place in the source.

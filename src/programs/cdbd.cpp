@@ -101,8 +101,7 @@ void ShareStore(const agent::ProgramOptions& options)
             return slog::Notice("{}", problem);
 }
 
-agent::AgentOptions AgentOptionsOf(const agent::ProgramOptions& options,
-                                   std::shared_ptr<agent::LogStore> log)
+agent::AgentOptions AgentOptionsOf(const agent::ProgramOptions& options, std::shared_ptr<agent::LogStore> log)
 {
     agent::AgentOptions result;
     result.log = std::move(log);
@@ -188,7 +187,8 @@ void Run(const agent::ProgramOptions& options, std::shared_ptr<agent::LogStore> 
     agent::Access access(schema->Context(), {options.accessFile, options.yangDirectory,
                                              admins ? base::GroupName(*admins) : std::string()});
     FollowReloads(reloads, access);
-    agent::Agent management(loop, *schema, *store, datastore, access, AgentOptionsOf(options, std::move(log)));
+    agent::Agent management(loop, *schema, *store, datastore, access,
+                            AgentOptionsOf(options, std::move(log)));
     management.Listen();
     serviceManager.Ready();
     slog::Notice("serving {} at commit {}", options.runDirectory.string(), store->LastCommit());

@@ -35,13 +35,13 @@ public:
 
     /// Connections at once; more are closed.
     static constexpr std::size_t kMostConnections = 32;
-    /// After so many lines of a connection, it is not read for so long. Meanwhile its lines wait in the kernel
-    /// and then in the process, which counts what it drops.
+    /// After so many lines of a connection, it is not read for so long. Meanwhile its lines wait in the
+    /// kernel and then in the process, which counts what it drops.
     static constexpr std::size_t kBurst = 200;
     static constexpr std::chrono::milliseconds kPause{200};
 
-    /// Lines are taken of who may report faults (ipc::Role::kFaults). `now`: microseconds since 1970. All must
-    /// outlive this.
+    /// Lines are taken of who may report faults (ipc::Role::kFaults). `now`: microseconds since 1970. All
+    /// must outlive this.
     LogIntake(base::Timers& timers, const ipc::Trust& trust, LogStore& store,
               const std::function<std::int64_t()>& now);
     ~LogIntake();

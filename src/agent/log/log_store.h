@@ -28,9 +28,9 @@ class LogStore {
 public:
     /// Each process has its own lines, so none pushes out those of another one.
     struct Limits {
-        std::size_t lines = 1000;                      // of one process
-        std::size_t bytes = std::size_t{512} * 1024;   // the same
-        std::size_t processes = 8;                     // with lines of their own; the others share these
+        std::size_t lines = 1000;                     // of one process
+        std::size_t bytes = std::size_t{512} * 1024;  // the same
+        std::size_t processes = 8;                    // with lines of their own; the others share these
     };
     LogStore() = default;
     explicit LogStore(Limits limits) : m_limits(limits) {}

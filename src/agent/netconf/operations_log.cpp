@@ -60,7 +60,8 @@ void Operations::GetLog(const RequestPtr& request)
         m_services.reads.Do(
             [this, request, lines, process, xmlNamespace, answer] {
                 *answer = request->OutputText([&](std::string& out) {
-                    for (const LogLine& line : m_services.log.Last(lines, process)) AppendLine(out, xmlNamespace, line);
+                    for (const LogLine& line : m_services.log.Last(lines, process))
+                        AppendLine(out, xmlNamespace, line);
                 });
             },
             [request, answer] { request->Reply(std::move(*answer)); });

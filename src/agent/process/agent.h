@@ -62,7 +62,7 @@ struct AgentOptions {
     std::function<std::int64_t()> now;  // microseconds since the epoch; null: the system's clock
     /// Where the lines of the log are kept. Null: in one that the agent makes.
     std::shared_ptr<LogStore> log;
-    base::Timers* timers = nullptr;     // must outlive the agent; null: the steady clock
+    base::Timers* timers = nullptr;  // must outlive the agent; null: the steady clock
 };
 
 class Agent {

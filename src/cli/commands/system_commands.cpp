@@ -64,7 +64,7 @@ void ShowLog(Call& call)
     const std::string& number = call.arguments.text;
     const auto lines = number.empty() ? kUsual : base::ToNumber<unsigned>(number).value_or(0);
     if (lines == 0 || lines > kMost)
-        throw Error("show log shows 1 to " + std::to_string(kMost) + " lines, not " + number +
+        throw Error("1 to " + std::to_string(kMost) + " lines can be shown, not " + number +
                     "; the file that SFLOW_LOG names has all");
     const std::string& process = call.arguments.choice;
     const netconf::Reply reply = RequestReply(call, netconf::GetLog(lines, process));

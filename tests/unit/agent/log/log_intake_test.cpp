@@ -65,18 +65,22 @@ TEST(ParseLogLine, PutsALineOfTheFutureAtTheEnd)
 
 TEST(ParseLogLine, MakesTextOfBytes)
 {
-    const auto line = ParseLogLine(std::string("1\tp\xff\x01\t12\tpl\xc3\xa4" "ce\t\x1b[1m \xfe\xff \0 end", 33), kNow);
+    const auto line = ParseLogLine(std::string("1\tp\xff\x01\t12\tpl\xc3\xa4"
+                                               "ce\t\x1b[1m \xfe\xff \0 end",
+                                               33),
+                                   kNow);
     ASSERT_TRUE(line);
     for (const std::string& text : {line->process, line->place, line->text})
         for (const char c : text) EXPECT_GE(static_cast<unsigned char>(c), 0x20) << text;
     EXPECT_THAT(line->text, HasSubstr("\\x1b[1m "));
     EXPECT_THAT(line->text, Not(HasSubstr("\xfe")));
-    EXPECT_THAT(line->place, HasSubstr("pl\xc3\xa4" "ce"));
+    EXPECT_THAT(line->place, HasSubstr("pl\xc3\xa4"
+                                       "ce"));
 }
 
 class LogIntakeTest : public testing::Test {
 protected:
-    LogIntakeTest() : m_world({}), m_client(m_world.Connect()) {}
+    LogIntakeTest() : m_client(m_world.Connect()) {}
 
     std::string Log(const std::string& process = {}, unsigned lines = 1000)
     {
@@ -116,7 +120,8 @@ TEST_F(LogIntakeTest, AnswersWhatAProcessForwards)
 
 TEST_F(LogIntakeTest, RefusesNumbersThatItDoesNotAnswer)
 {
-    for (const unsigned lines : {0U, 1001U, 70'000U}) Refused(m_client, netconf::GetLog(lines, {}), "invalid-value");
+    for (const unsigned lines : {0U, 1001U, 70'000U})
+        Refused(m_client, netconf::GetLog(lines, {}), "invalid-value");
 }
 
 TEST_F(LogIntakeTest, SurvivesWhatNoProcessSends)
@@ -197,8 +202,7 @@ TEST(Forwarder, KeepsTheLastLinesWhileTheDatabaseIsAwayAndTellsHowManyAreLost)
     EXPECT_THAT(got, HasSubstr("\t6 lines were lost before this one"));
     EXPECT_THAT(got, Not(HasSubstr("\tline 5\n")));
     EXPECT_THAT(got, HasSubstr("\tline 6\n"));
-    EXPECT_EQ(slog::Forwarder::kMostWaiting + 1,
-              static_cast<std::size_t>(std::ranges::count(got, '\n')));
+    EXPECT_EQ(slog::Forwarder::kMostWaiting + 1, static_cast<std::size_t>(std::ranges::count(got, '\n')));
 }
 
 }  // namespace
