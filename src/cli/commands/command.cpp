@@ -182,6 +182,10 @@ private:
     {
         return std::any_of(&argument + 1, m_command.arguments.data() + m_command.arguments.size(),
                            [&word](const Argument& each) {
+                               if (each.kind == ArgumentKind::kChoice) {
+                                   const Texts choices = ChoicesOf(each);
+                                   return std::ranges::find(choices, word) != choices.end();
+                               }
                                return each.kind == ArgumentKind::kText && SplitAt(each.text, ' ')[0] == word;
                            });
     }

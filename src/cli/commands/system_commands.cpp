@@ -10,6 +10,7 @@
 #include "cli/commands/request.h"
 #include "cli/commands/show.h"
 #include "cli/data/error.h"
+#include "cli/screens/log_text.h"
 #include "cli/screens/sessions_text.h"
 #include "cli/screens/state_text.h"
 #include "netconf/client.h"
@@ -56,6 +57,21 @@ void ShowVersion(Call& call)
     ShowState(call, "<system><version/><process><name/><version/></process></system>", &VersionsText);
 }
 
+void ShowLog(Call& call)
+{
+    constexpr unsigned kUsual = 50;
+    constexpr unsigned kMost = 1000;
+    const std::string& number = call.arguments.text;
+    const auto lines = number.empty() ? kUsual : base::ToNumber<unsigned>(number).value_or(0);
+    if (lines == 0 || lines > kMost)
+        throw Error("1 to " + std::to_string(kMost) + " lines can be shown, not " + number +
+                    "; the file that SFLOW_LOG names has all");
+    const std::string& process = call.arguments.choice;
+    const netconf::Reply reply = RequestReply(call, netconf::GetLog(lines, process));
+    Show(call, ParseOutput(call.yang, reply, "get-log"),
+         [&](const lyd_node* output) { return LogText(output, process); });
+}
+
 void ShowEvents(Call& call) { MonitorEvents(call); }
 
 void RequestHa(Call& call)
@@ -90,6 +106,9 @@ std::vector<Command> SystemCommands()
                 "Ends another session: what it has locked becomes free, and what it has edited under its lock is dropped.", kSession, Forms::kNone, &EndSession},
         Command{"show version", {},
                 "Shows the versions of this shell, of the database and of the processes that are connected to it.", kBoth, Forms::kState, &ShowVersion},
+        Command{"show log", {{Kind::kNumber, "N", true}, {Kind::kChoice, "cdbd|sflow-mgr|sflow-app", true,
+                  "The database and its management agent.|The sFlow manager.|The sFlow configuration daemon."}},
+                "Shows the last lines of the logs of the switch's processes, or of one of them; 50 without a number.", kBoth, Forms::kState, &ShowLog},
         Command{"monitor events", {{Kind::kText, "since TIME", true, "With what has happened since then."}},
                 "Shows what happens, one event a line, until Ctrl-C; from a time on, such as 10m, 2h or 2026-11-21T03:20:11Z.", kYang | kStreams, Forms::kState, &ShowEvents},
         Command{"request ha", {{Kind::kChoice, "go-active|go-standby", false, "This node does the work.|This node waits."}},

@@ -140,7 +140,7 @@ std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Comm
             if (words.size() == at) choices.push_back({"<" + text + ">", {}, true});
             break;
         case ArgumentKind::kChoice:
-            if (words.empty())
+            if (words.size() <= at && std::ranges::none_of(ChoicesOf(argument), isGiven))
                 for (const std::string& word : ChoicesOf(argument))
                     choices.push_back({word, HelpOfWord(argument, word)});
             break;
