@@ -4,9 +4,15 @@
 
 #include <sys/stat.h>
 
-#include <array>
+#include <chrono>
+#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "support/datagram_socket.h"
 #include "support/network.h"
@@ -21,6 +27,12 @@ using support::Network;
 const std::string kCollector = "10.0.0.1";
 const std::string kAfter = "AddCollector c1 10.0.0.1 6343 1400";
 const std::string kBack = "AddCollector c1 198.51.100.1 6343 1400";
+
+// Of Debian's package.
+constexpr const char* kConnection =
+    "/usr/lib/python3/dist-packages/ansible_collections/ansible/netcommon/plugins/connection/netconf.py";
+// A run starts some fifty interpreters, one after the other.
+constexpr std::chrono::minutes kRun{8};
 
 /// One switch, at 10.0.NUMBER.2 as the controller sees it.
 class Switch {
@@ -70,9 +82,7 @@ protected:
     {
         if (const auto why = Network::WhyNot(); !why.empty()) GTEST_SKIP() << why;
         if (const auto why = SshServer::Missing(); !why.empty()) GTEST_SKIP() << why;
-        if (support::Run(m_dir.Path(), {"ansible-doc", "-t", "connection", "ansible.netcommon.netconf"})
-                .status != 0)
-            GTEST_SKIP() << "the package ansible is not installed";
+        if (!std::filesystem::exists(kConnection)) GTEST_SKIP() << "the package ansible is not installed";
         m_network.emplace();
         Network::Ip("address add " + kCollector + "/32 dev lo\n");
         for (const int number : {1, 2}) {
@@ -104,13 +114,19 @@ protected:
                                          m_dir.Path() / "inventory.yml",
                                          Playbook(),
                                          "-e",
-                                         "address=" + kCollector};
+                                         "address=" + kCollector,
+                                         "-e",
+                                         "confirm_within=600"};
         command.insert(command.end(), options.begin(), options.end());
         return command;
     }
     RunResult Play(const std::vector<std::string>& options = {})
     {
-        return support::Run(m_dir.Path(), Command(options));
+        const auto output = m_dir.Path() / "output", errors = m_dir.Path() / "errors";
+        Process ansible(
+            {.argv = Command(options), .environment = {}, .output = output, .errors = errors, .input = {}});
+        const auto status = ansible.Wait(kRun);
+        return {status, support::ReadFile(output), support::ReadFile(errors)};
     }
 
     // The end of what Ansible prints says for each switch how many tasks have changed something and failed.
@@ -214,7 +230,7 @@ public:
     support::ExitStatus Finish()
     {
         m_input << "c" << std::endl;
-        return m_process->Wait();
+        return m_process->Wait(kRun);
     }
     [[nodiscard]] std::string Output() const { return support::ReadFile(m_output); }
 
@@ -225,14 +241,17 @@ private:
         const std::string question = "(N)o/(y)es/(c)ontinue: ";
         std::string output;
         std::size_t at = 0;
-        support::Await("a question", [&] {
-            output = Output();
-            at = 0;
-            // What is answered stands there twice.
-            for (int each = 0; each < 2 * m_answered && at != std::string::npos; ++each)
-                at = output.find(question, at == 0 ? 0 : at + 1);
-            return at != std::string::npos && (at = output.find(question, at + 1)) != std::string::npos;
-        });
+        support::Await(
+            "a question",
+            [&] {
+                output = Output();
+                at = 0;
+                // What is answered stands there twice.
+                for (int each = 0; each < 2 * m_answered && at != std::string::npos; ++each)
+                    at = output.find(question, at == 0 ? 0 : at + 1);
+                return at != std::string::npos && (at = output.find(question, at + 1)) != std::string::npos;
+            },
+            kRun);
         return output.find(what, m_answered == 0 ? 0 : output.rfind('\n', at)) != std::string::npos;
     }
 
