@@ -47,7 +47,7 @@ TEST_F(LogOfAll, HasTheLinesOfEachProcessAlsoOverARestartOfTheDatabase)
 TEST_F(LogOfAll, RefusesWhatIsNoNumberOfLinesAndNoProcess)
 {
     TheWorld().StartCdbd();
-    for (const std::string& words : {"0", "1001", "99999999999", "-1", "nobody", "5 nobody", "cdbd 5"}) {
+    for (const std::string words : {"0", "1001", "99999999999", "-1", "nobody", "5 nobody", "cdbd 5"}) {
         const auto result = TheWorld().Cli("show log " + words);
         EXPECT_EQ(1, result.status) << words;
         EXPECT_THAT(result.errors, HasSubstr("show log")) << words;
