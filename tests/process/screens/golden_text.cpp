@@ -14,7 +14,7 @@ namespace screens_tests {
 namespace {
 
 /// Headings of columns whose numbers grow with the time, or are a process's.
-constexpr std::array kCountingColumns = {"Process", "Datagrams", "Counters", "Bytes"};
+constexpr std::array kCountingColumns = {"Process", "Datagrams", "Counters", "Bytes", "Seen", "Samples"};
 
 struct Mask {
     std::regex what;
@@ -35,6 +35,8 @@ const std::vector<Mask>& Masks()
         {std::regex(R"(\b\d+ sent, \d+ bytes)"), "# sent, # bytes"},
         {std::regex(R"(\b\d+ sent\b)"), "# sent"},
         {std::regex(R"(\b\d+ of counters)"), "# of counters"},
+        {std::regex(R"(\b\d+ of packets)"), "# of packets"},
+        {std::regex(R"(\b\d+ seen, \d+ sampled)"), "# seen, # sampled"},
     };
     return masks;
 }

@@ -67,7 +67,7 @@ TEST_F(Terminals, ATableTakesTheNewWidth)
     const auto shell = Shell();
     const auto show = [&] {
         shell->Clear();
-        shell->Forget();
+        Await("an empty screen", [&] { return shell->Screen().find('\n') == std::string::npos; });
         shell->Enter("show system processes", "callpoint");
         AwaitPrompt(*shell);
         return shell->Screen();
