@@ -36,7 +36,7 @@ const std::vector<Mask>& Masks()
         {std::regex(R"(\b\d+ sent\b)"), "# sent"},
         {std::regex(R"(\b\d+ of counters)"), "# of counters"},
         {std::regex(R"(\b\d+ of packets)"), "# of packets"},
-        {std::regex(R"(\b\d+ seen, \d+ sampled)"), "# seen, # sampled"},
+        {std::regex(R"(\b\d+ seen, \d+ sampled \(\d+ bytes\))"), "# seen, # sampled (# bytes)"},
     };
     return masks;
 }

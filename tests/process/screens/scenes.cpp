@@ -223,6 +223,7 @@ const std::map<std::string, std::string>& WithoutScene()
     static const std::map<std::string, std::string> reasons = {
         {"monitor sflow", "a line a second whose figures are of that second; monitor_test"},
         {"monitor events", "runs until Ctrl-C; monitor_test"},
+        {"show log", "lines as the processes have written them; log_text_test, log_test"},
     };
     return reasons;
 }

@@ -243,7 +243,7 @@ TEST_F(Screens, MonitorGivesALineASecondWhereThereIsNoTerminal)
     text.Await("datagrams/s");
     Injector("far-end").Send(std::vector<support::Bytes>(50, support::UdpFrame({})));
     const auto has = [&](const std::string& line) {
-        return testing::Matches(ContainsRegex("\n20[0-9T:-]+Z +" + line))(text.Text());
+        return testing::Matches(ContainsRegex("\n[0-9:]+Z +" + line))(text.Text());
     };
     support::Await("the packets", [&] { return has("[1-9][0-9]* packets/s "); });
     // The manager's own rate is of its last five seconds.
