@@ -21,16 +21,16 @@ TEST_F(LogOfAll, HasTheLinesOfEachProcessAlsoOverARestartOfTheDatabase)
 {
     TheWorld().Start(scenario::Usual());
     const auto shows = [&](const std::string& process, const std::string& text) {
-        Await(process + " in the log: " + text, [&] {
-            return TheWorld().CliDone("show log 1000 " + process).find(text) != std::string::npos;
-        });
+        Await(process + " in the log: " + text,
+              [&] { return TheWorld().CliDone("show log 1000 " + process).find(text) != std::string::npos; });
     };
     shows("cdbd", "serving ");
     shows("sflow-mgr", "sFlow manager ready on ");
     shows("sflow-app", "SFlow App Run");
     EXPECT_THAT(TheWorld().CliDone("show log 1000 sflow-mgr"), Not(HasSubstr("SFlow App Run")));
     EXPECT_THAT(TheWorld().CliDone("show log 1000"), HasSubstr("SFlow App Run"));
-    EXPECT_THAT(TheWorld().CliDone("show log 1000 | match serving"), testing::ContainsRegex("  cdbd  +notice  +serving "));
+    EXPECT_THAT(TheWorld().CliDone("show log 1000 | match serving"),
+                testing::ContainsRegex("  cdbd  +notice  +serving "));
 
     const auto json = nlohmann::json::parse(TheWorld().CliDone("show log 3 | json"));
     const auto& entries = json.at("switch-system:get-log").at("entry");
@@ -47,7 +47,7 @@ TEST_F(LogOfAll, HasTheLinesOfEachProcessAlsoOverARestartOfTheDatabase)
 TEST_F(LogOfAll, RefusesWhatIsNoNumberOfLinesAndNoProcess)
 {
     TheWorld().StartCdbd();
-    for (const std::string& words : {"0", "1001", "99999999999", "-1", "nobody", "5 nobody", "cdbd 5"}) {
+    for (const std::string words : {"0", "1001", "99999999999", "-1", "nobody", "5 nobody", "cdbd 5"}) {
         const auto result = TheWorld().Cli("show log " + words);
         EXPECT_EQ(1, result.status) << words;
         EXPECT_THAT(result.errors, HasSubstr("show log")) << words;
@@ -69,15 +69,16 @@ TEST_F(LogOfOthers, TakesLinesOnlyOfThoseWhoMayReportFaults)
 
     const std::string line = "1\tsflow-mgr\t13\tplace\tinvented by a member\n";
     EXPECT_EQ(0, AsUser(kMember, [&] {
-        FrameClient peer(socket);
-        peer.SendBytes(line);
-        return peer.AwaitEnd() ? 0 : 1;
-    }));
+                  FrameClient peer(socket);
+                  peer.SendBytes(line);
+                  return peer.AwaitEnd() ? 0 : 1;
+              }));
     TheWorld().AwaitLog("cdbd", "lines of uid-61106");
     FrameClient root(socket);
     root.SendBytes("1\tsflow-mgr\t13\tplace\twritten by root\n");
     Await("root's line", [&] {
-        return CliAs(kOperator, "show log 1000 sflow-mgr").output.find("written by root") != std::string::npos;
+        return CliAs(kOperator, "show log 1000 sflow-mgr").output.find("written by root") !=
+               std::string::npos;
     });
     EXPECT_THAT(CliAs(kOperator, "show log 1000").output, Not(HasSubstr("invented by a member")));
 }

@@ -15,7 +15,7 @@ namespace system_tests {
 
 namespace {
 
-constexpr const char* kServer = "/usr/sbin/sshd";
+constexpr const char* kSshd = "/usr/sbin/sshd";
 
 void Replace(std::string& text, const std::string& old, const std::string& with)
 {
@@ -49,7 +49,7 @@ int FreePort()
 
 std::string SshServer::Missing()
 {
-    return std::filesystem::exists(kServer) ? "" : "the package openssh-server is not installed";
+    return std::filesystem::exists(kSshd) ? "" : "the package openssh-server is not installed";
 }
 
 SshServer::SshServer(support::World& world) : m_world(world), m_dir(world.Dir() / "ssh"), m_port(FreePort())
@@ -89,7 +89,7 @@ std::string SshServer::Shipped(const std::string& name) const
 std::vector<std::string> SshServer::Server(const std::vector<std::string>& options) const
 {
     std::vector<std::string> argv = WithRunDirectory();
-    argv.emplace_back(kServer);
+    argv.emplace_back(kSshd);
     argv.insert(argv.end(), options.begin(), options.end());
     argv.insert(argv.end(), {"-f", m_dir / "config"});
     return argv;
