@@ -1,8 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "system/terminal.h"
 
+#include <fcntl.h>
+#include <sys/ioctl.h>
+
 #include <stdexcept>
 #include <utility>
+
+#include "base/unique_fd.h"
+#include "support/poll.h"
 
 namespace system_tests {
 
@@ -101,6 +107,15 @@ void Terminal::Forget() { Tmux({"clear-history"}); }
 void Terminal::Resize(TerminalSize size)
 {
     Tmux({"resize-window", "-x", std::to_string(size.columns), "-y", std::to_string(size.rows)});
+    // tmux tells the program's terminal a moment later.
+    std::string device = Tmux({"display-message", "-p", "#{pane_tty}"});
+    device.erase(device.find_last_not_of('\n') + 1);
+    const base::UniqueFd terminal(::open(device.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
+    support::Await("the terminal's size", [&] {
+        winsize now{};
+        return ::ioctl(terminal.Get(), TIOCGWINSZ, &now) == 0 && now.ws_col == size.columns &&
+               now.ws_row == size.rows;
+    });
 }
 
 bool Terminal::Runs() { return Tmux({"display-message", "-p", "#{pane_dead}"}) == "0\n"; }

@@ -22,6 +22,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
+using testing::UnorderedElementsAre;
 
 /// Collectors c1 and c2, interfaces 1/1/1 and 1/1/2, and nothing else.
 std::vector<cli::Choice> Keys(const cli::Place& list)
@@ -109,6 +110,14 @@ TEST(Completion, DescribesTheWordsOfArguments)
                 EXPECT_THAT(HelpOf(At(name + " "), word), testing::EndsWith(".")) << name;
         }
     }
+}
+
+TEST(Completion, OffersTheProcessesAlsoBehindTheNumberOfLines)
+{
+    EXPECT_THAT(Words(At("show log ")), IsSupersetOf({"<N>", "cdbd", "sflow-app", "sflow-mgr"}));
+    EXPECT_THAT(Words(At("show log 5 ")), UnorderedElementsAre("cdbd", "sflow-app", "sflow-mgr"));
+    EXPECT_THAT(Words(At("show log cdbd ")), IsEmpty());
+    EXPECT_EQ(At("show log 5 sflow-m").Insertion(), "gr ");
 }
 
 TEST(Completion, DescribesThePathsOfTheModel)
