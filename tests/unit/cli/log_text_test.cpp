@@ -27,8 +27,8 @@ std::string Entry(const std::string& time, const std::string& process, const std
 std::string TextOf(const std::string& entries, const std::string& process = {})
 {
     auto reply = netconf::ParseReply(
-        std::string("<rpc-reply xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" message-id=\"1\">") + entries +
-        "</rpc-reply>");
+        std::string("<rpc-reply xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\" message-id=\"1\">") +
+        entries + "</rpc-reply>");
     EXPECT_TRUE(reply);
     return cli::LogText(cli::ParseOutput(Yang(), *reply, "get-log").get(), process);
 }
@@ -60,8 +60,8 @@ TEST_F(LogText, HasTheTimeOfTheZoneAndEachTextWhole)
 
 TEST_F(LogText, SaysThatThereIsNone)
 {
-    EXPECT_EQ(TextOf(""), "There is no line in the log since the database was started.\n");
-    EXPECT_EQ(TextOf("", "sflow-app"),
+    EXPECT_EQ(TextOf("<ok/>"), "There is no line in the log since the database was started.\n");
+    EXPECT_EQ(TextOf("<ok/>", "sflow-app"),
               "There is no line of sflow-app in the log since the database was started.\n");
 }
 
