@@ -28,8 +28,9 @@ test:
 renew:
 	@tools/install-deps test
 	cmake --preset ci
-	cmake --build --preset ci --target cli_test
-	SFLOW_RENEW=1 build-ci/bin/cli_test --gtest_filter='ManPage.*'
+	cmake --build --preset ci --target cli_test screens_tests
+	SFLOW_RENEW=1 build-ci/bin/cli_test --gtest_filter='ManPage.*:*Golden.*'
+	SFLOW_RENEW=1 build-ci/bin/screens_tests --gtest_filter='*AreTheGoldenOnes*'
 
 # The Debian package, in build/package.
 package:

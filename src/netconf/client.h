@@ -66,6 +66,8 @@ public:
 
     [[nodiscard]] std::uint32_t SessionId() const { return m_server.sessionId; }
     [[nodiscard]] const Hello& ServerHello() const { return m_server; }
+    /// Can be read when a message, or a part of one, has come.
+    [[nodiscard]] int Descriptor() const { return m_socket.Get(); }
     [[nodiscard]] Framing UsedFraming() const { return m_framing; }
 
     /// Sends <rpc> around `operation` (an element; the base namespace is the default there, see

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -21,7 +22,9 @@
 #include "base/user.h"
 #include "cdb/schema/schema.h"
 #include "cli/commands/command.h"
+#include "cli/shell/full_screen.h"
 #include "cli/shell/line_editor.h"
+#include "cli/shell/message_lines.h"
 #include "cli/shell/options.h"
 #include "cli/shell/pager.h"
 #include "cli/shell/shell.h"
@@ -41,12 +44,16 @@ bool RunFile(cli::Shell& shell, const std::string& path)
 }
 
 /// Lines end before the last column, where terminals differ in when they wrap.
-std::size_t LineWidth()
+std::size_t LineWidthOf(int file)
 {
     winsize size{};
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col < 2) return cli::Shell::kWidth;
+    if (::ioctl(file, TIOCGWINSZ, &size) != 0 || size.ws_col < 2) return cli::Shell::kWidth;
     return size.ws_col - 1U;
 }
+
+std::size_t LineWidth() { return LineWidthOf(STDOUT_FILENO); }
+
+std::size_t MessageWidth() { return LineWidthOf(STDERR_FILENO); }
 
 std::size_t ScreenHeight()
 {
@@ -57,7 +64,12 @@ std::size_t ScreenHeight()
 
 bool RunInput(cli::Shell& shell)
 {
-    if (!::isatty(STDIN_FILENO)) return shell.RunLines(std::cin, "standard input");
+    if (!::isatty(STDIN_FILENO)) {
+        const bool done = shell.RunLines(std::cin, "standard input");
+        if (!done || std::ferror(stdin) == 0) return done;
+        std::cerr << "error: can't read standard input: it is closed or a directory" << std::endl;
+        return false;
+    }
     if (!::isatty(STDOUT_FILENO)) {
         cli::StreamLines lines(std::cin, std::cout);
         shell.Converse(lines);
@@ -68,6 +80,15 @@ bool RunInput(cli::Shell& shell)
                           home.empty() ? home : home + "/.swcli_history");
     shell.Converse(lines);
     return true;
+}
+
+/// Whether there are colours on what is written there: only for a person who does not refuse them
+/// (no-color.org).
+cli::Style StyleOf(int file)
+{
+    const std::string terminal = base::Variable("TERM").value_or("dumb");
+    return cli::Style(::isatty(file) && base::Variable("NO_COLOR").value_or("").empty() &&
+                      terminal != "dumb" && !terminal.empty());
 }
 
 std::string HostName()
@@ -95,8 +116,12 @@ int Run(const cli::Options& options)
     environment.who = base::UserName(::geteuid()) + "@" + HostName();
     if (::isatty(STDOUT_FILENO)) environment.page = &cli::Page;
     environment.height = &ScreenHeight;
+    environment.openScreen = [] { return cli::OpenFullScreen(StyleOf(STDOUT_FILENO).HasColours()); };
     environment.asksStanding = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
-    cli::Shell shell(cli::Commands(), environment, std::cout, std::cerr);
+    environment.style = StyleOf(STDOUT_FILENO);
+    cli::MessageLines lines(std::cerr, &MessageWidth, StyleOf(STDERR_FILENO));
+    std::ostream messages(&lines);
+    cli::Shell shell(cli::Commands(), environment, std::cout, ::isatty(STDERR_FILENO) ? messages : std::cerr);
     if (options.exclusive) shell.LockCandidate();
     const bool done = options.commands ? shell.RunAll(*options.commands)
                       : options.file   ? RunFile(shell, *options.file)

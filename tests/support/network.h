@@ -76,7 +76,6 @@ public:
         [[nodiscard]] int Enter() const;
         static void Leave(int back);
         int m_pid = -1;
-        int m_end = -1;
     };
 };
 

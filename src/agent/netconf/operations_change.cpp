@@ -143,7 +143,7 @@ void Operations::AskCallpoints(const EditJobPtr& job)
 void Operations::ApplyEdit(const EditJobPtr& job)
 {
     m_services.changes.Do(
-        [this, job] {
+        [job] {
             const EditOptions& options = job->options;
             auto& datastore = *job->datastore;
             // The candidate must be the one that was planned for: it does not move.

@@ -3,6 +3,8 @@
 
 #include <libyang/libyang.h>
 
+#include <cstdint>
+#include <string>
 #include <utility>
 
 #include "agent/data/errors.h"
@@ -20,12 +22,27 @@ netconf::RpcError Malformed(const std::string& problem, bool speaksBase11)
     return MakeError(Layer::kRpc, tag, "the message can't be read: " + problem);
 }
 
-netconf::RpcError UnknownOperation(const RpcScan& scan)
+/// The namespace of an operation of that name; empty if there is none.
+std::string NamespaceOfOperation(const ly_ctx* context, const std::string& name)
 {
-    return MakeError(
-        Layer::kProtocol, ErrorTag::kOperationNotSupported,
-        "there is no operation \"" + scan.operation + "\" in the namespace \"" + scan.operationNs + "\"",
-        {{"bad-element", scan.operation}});
+    std::uint32_t index = 0;
+    while (const lys_module* module = ly_ctx_get_module_iter(context, &index)) {
+        if (module->implemented == 0 || module->compiled == nullptr) continue;
+        for (const lysc_node_action* each = module->compiled->rpcs; each != nullptr; each = each->next)
+            if (name == each->name) return module->ns;
+    }
+    return {};
+}
+
+netconf::RpcError UnknownOperation(const ly_ctx* context, const RpcScan& scan)
+{
+    const std::string ns = NamespaceOfOperation(context, scan.operation);
+    const std::string where =
+        scan.operationNs.empty() ? "without a namespace" : "in the namespace \"" + scan.operationNs + "\"";
+    return MakeError(Layer::kProtocol, ErrorTag::kOperationNotSupported,
+                     "there is no operation \"" + scan.operation + "\" " + where +
+                         (ns.empty() ? "" : "; give it the namespace \"" + ns + "\""),
+                     {{"bad-element", scan.operation}});
 }
 
 /// The error that the scan has found; nullopt if none.
@@ -51,7 +68,7 @@ std::optional<netconf::RpcError> ScanError(const ly_ctx* context, const RpcScan&
                          "the <rpc> has more than one operation; send each in its own",
                          {{"bad-element", scan.operation}});
     case End::kUnknownOperation:
-        return UnknownOperation(scan);
+        return UnknownOperation(context, scan);
     case End::kRefused:
         return scan.inData ? ToRpcError(scan.refusal, context) : ToProtocolError(scan.refusal, context);
     }

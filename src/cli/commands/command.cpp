@@ -10,6 +10,8 @@
 #include <boost/algorithm/string/split.hpp>
 
 #include "cli/data/error.h"
+#include "cli/screens/text_width.h"
+#include "cli/screens/wrapped_text.h"
 
 namespace cli {
 namespace {
@@ -314,12 +316,15 @@ Invocation Understand(std::span<const Command> commands, const std::vector<Word>
     return invocation;
 }
 
-std::string Help(std::span<const Command> commands, const std::vector<std::string>& words)
+std::string Help(std::span<const Command> commands, const std::vector<std::string>& words, std::size_t width)
 {
+    const std::string usageIndent(kIndent, ' ');
+    const std::string helpIndent(3 * kIndent, ' ');
     std::string text;
     for (const Command& command : commands)
         if (CommonBegin(SplitAt(command.name, ' '), words) == words.size())
-            text += "  " + Usage(command) + "\n      " + std::string(command.help) + "\n";
+            text += Wrapped(usageIndent + Usage(command), 2 * kIndent, width) + "\n" +
+                    Wrapped(helpIndent + std::string(command.help), helpIndent.size(), width) + "\n";
     if (text.empty())
         throw Error("no command begins with \"" + boost::join(words, " ") + "\"; help lists all");
     return text;

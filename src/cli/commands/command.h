@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "cli/data/words.h"
+#include "cli/screens/style.h"
 
 struct ly_ctx;
 namespace netconf {
@@ -23,6 +24,8 @@ class Client;
 }
 
 namespace cli {
+
+class Screen;
 
 enum class ArgumentKind {
     kChoice,   // one of the words in `text`, which '|' separates; one that is optional may be missing before
@@ -40,6 +43,7 @@ struct Argument {
     ArgumentKind kind;
     std::string_view text;  // as the usage line shows it
     bool optional = false;
+    std::string_view help = {};  // of its word, as completion shows it; of kChoice of each, '|' between
 };
 
 /// The words of a kChoice.
@@ -112,6 +116,10 @@ struct Call {
     std::size_t width;  // characters of a line of text for people
     /// Opens a session for this command alone. Throws netconf::ConnectionError.
     const std::function<std::unique_ptr<netconf::Client>()>& connect;
+    /// Takes the terminal to fill it; null, or without a result, if the output is no terminal that can be
+    /// filled.
+    std::function<std::unique_ptr<Screen>()> openScreen = {};
+    Style style{};  // of text on `out`
 };
 
 struct Command {
@@ -151,8 +159,8 @@ const Command* CommandOf(std::span<const Command> commands, const std::vector<st
 std::vector<std::string> WordsAt(std::span<const Command> commands, const std::vector<std::string>& words);
 
 /// The usage lines, with what they do, of the commands whose names begin with these words; throws Error
-/// for words with which none begins.
-std::string Help(std::span<const Command> commands, const std::vector<std::string>& words);
+/// for words with which none begins. Lines have at most `width` characters.
+std::string Help(std::span<const Command> commands, const std::vector<std::string>& words, std::size_t width);
 
 }  // namespace cli
 

@@ -15,7 +15,8 @@ namespace {
 
 void Commit(Call& call)
 {
-    const netconf::Reply reply = RequestReply(call, netconf::Commit(call.arguments.Named("comment")));
+    const netconf::Reply reply =
+        RequestReply(call, netconf::Commit(call.arguments.Named("comment")), Warnings::kLeft);
     call.shell.waits = false;
     Committed(call, reply);
 }
@@ -47,10 +48,10 @@ std::vector<Command> CommitCommands()
     // Two lines a row read better than one line an element.
     // clang-format off
     return {
-        Command{"commit", {{Kind::kText, "comment TEXT", true}},
+        Command{"commit", {{Kind::kText, "comment TEXT", true, "A text that the history keeps."}},
                 "Makes the candidate the running configuration, which takes effect at once.", kBoth | kMode,
                 Forms::kReport, &Commit},
-        Command{"commit confirmed", {{Kind::kNumber, "SECONDS", true}, {Kind::kText, "persist ID", true}, {Kind::kText, "comment TEXT", true}},
+        Command{"commit confirmed", {{Kind::kNumber, "SECONDS", true}, {Kind::kText, "persist ID", true, "Any session may confirm it, by this id."}, {Kind::kText, "comment TEXT", true, "A text that the history keeps."}},
                 "Commits, and rolls back unless confirm comes within that time (600 seconds without a number); again, it prolongs the time.",
                 kBoth | kMode, Forms::kReport, &CommitConfirmed},
         Command{"confirm", {{Kind::kName, "ID", true}},

@@ -105,6 +105,7 @@ void Committed(Call& call, const netconf::Reply& reply, std::string_view before,
         call.err << nothing << '\n';
     else
         call.err << before << report << '\n';
+    TellWarnings(call, reply);
     const std::string others = OthersText(reply);
     if (!others.empty()) call.err << "warning: " << others << '\n';
     if (!reply.commit || reply.changes.value_or(0) == 0) return;

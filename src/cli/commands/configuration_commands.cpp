@@ -155,7 +155,7 @@ void Compare(Call& call)
 {
     const Tree running = RequestData(call, netconf::GetTouched("running"));
     const Tree candidate = RequestData(call, netconf::GetTouched("candidate"));
-    call.out << Differences(running.get(), candidate.get());
+    ShowDifferences(call, Differences(running.get(), candidate.get()));
 }
 
 }  // namespace
@@ -183,7 +183,8 @@ std::vector<Command> ConfigurationCommands()
         Command{"load set", {{Kind::kFile, "FILE"}},
                 "Carries out a file's lines of set and delete, all or none; of what is said twice the later holds.", kBoth | kMode,
                 Forms::kNone, &LoadSet},
-        Command{"show configuration", {{Kind::kChoice, "candidate|running|default", true}, {Kind::kPath, "PATH...", true}},
+        Command{"show configuration", {{Kind::kChoice, "candidate|running|default", true,
+                 "With what was edited since the last commit.|What is in effect.|What holds where nothing is configured."}, {Kind::kPath, "PATH...", true}},
                 "Shows the candidate, which is the running configuration with what was edited since; or the running one; or the defaults that hold in it.", kBoth,
                 Forms::kConfiguration, &ShowConfiguration},
         Command{"save", {{Kind::kFile, "FILE"}},

@@ -56,7 +56,7 @@ void CommitConfirmed(Call& call)
     const bool isExtended = IsPersistent(RequestPending(call));
     if (id.empty() && (isExtended || !call.shell.talks)) id = OwnId();
     (isExtended ? options.persistId : options.persist) = id;
-    const netconf::Reply reply = RequestReply(call, netconf::CommitConfirmed(options));
+    const netconf::Reply reply = RequestReply(call, netconf::CommitConfirmed(options), Warnings::kLeft);
     call.shell.waits = id.empty();
     Committed(call, reply);
     call.err << PendingText(RequestPending(call).get());
@@ -71,7 +71,7 @@ void Confirm(Call& call)
 
 void Cancel(Call& call)
 {
-    const netconf::Reply reply = RequestReply(call, netconf::CancelCommit(IdFor(call)));
+    const netconf::Reply reply = RequestReply(call, netconf::CancelCommit(IdFor(call)), Warnings::kLeft);
     call.shell.waits = false;
     Committed(call, reply, "rolled back by ", "nothing to undo");
 }

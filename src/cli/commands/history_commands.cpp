@@ -75,7 +75,9 @@ void ShowHistory(Call& call)
     if (call.format == Format::kJson)
         call.out << CommitJson(call, tree.get(), reply);
     else
-        Show(call, tree, [&](const lyd_node* state) { return CommitText(state) + ChangesOf(call, reply); });
+        Show(call, tree, [&](const lyd_node* state) {
+            return CommitText(state) + call.style.Differences(ChangesOf(call, reply));
+        });
 }
 
 void ShowCheckpoints(Call& call) { ShowState(call, HistoryElements("<checkpoint/>"), &CheckpointsText); }
@@ -100,12 +102,12 @@ void RollBackToCommit(Call& call) { RollBackTo(call, CommitOf(call)); }
 
 void CompareRollback(Call& call)
 {
-    call.out << ChangesOf(call, RequestReply(call, netconf::CompareWith(MomentOf(call))));
+    ShowDifferences(call, ChangesOf(call, RequestReply(call, netconf::CompareWith(MomentOf(call)))));
 }
 
 void CompareCommit(Call& call)
 {
-    call.out << ChangesOf(call, RequestReply(call, netconf::CompareWith(CommitOf(call))));
+    ShowDifferences(call, ChangesOf(call, RequestReply(call, netconf::CompareWith(CommitOf(call)))));
 }
 
 void RequestCheckpoint(Call& call)
@@ -148,7 +150,7 @@ std::vector<Command> HistoryCommands()
         Command{"show checkpoints", {},
                 "Lists the checkpoints, and whether a rollback can still reach them.", kBoth, Forms::kState,
                 &ShowCheckpoints},
-        Command{"request checkpoint", {{Kind::kName, "NAME"}, {Kind::kFlag, "replace", true}},
+        Command{"request checkpoint", {{Kind::kName, "NAME"}, {Kind::kFlag, "replace", true, "Moves the name from an older commit."}},
                 "Marks the last commit by a name; with replace, one that an older commit may have.", kSession,
                 Forms::kNone, &RequestCheckpoint},
         Command{"request delete-checkpoint", {{Kind::kName, "NAME"}},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// SIGINT as the wish to end a command that goes on until then.
+// SIGINT as the wish to end a command that goes on until then, and other signals that it waits for.
 
 #ifndef CLI_COMMANDS_INTERRUPT_H
 #define CLI_COMMANDS_INTERRUPT_H
@@ -9,33 +9,42 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <initializer_list>
+#include <optional>
 
 #include "base/unique_fd.h"
 
 namespace cli {
 
-/// Takes SIGINT as something to wait for, until its end.
+/// Takes the signals as something to wait for, until its end.
 class Interrupt {
 public:
-    Interrupt()
+    explicit Interrupt(std::initializer_list<int> signals = {SIGINT})
     {
         sigset_t only;
         sigemptyset(&only);
-        sigaddset(&only, SIGINT);
+        for (const int each : signals) sigaddset(&only, each);
         ::pthread_sigmask(SIG_BLOCK, &only, &m_before);
         m_descriptor = base::UniqueFd(::signalfd(-1, &only, SFD_CLOEXEC | SFD_NONBLOCK));
     }
     ~Interrupt()
     {
         // One that is pending was meant for this command.
-        signalfd_siginfo taken{};
-        while (::read(m_descriptor.Get(), &taken, sizeof taken) > 0) {
+        while (Take()) {
         }
         ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
     }
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;
+    /// Can be read when one has come.
     [[nodiscard]] int Descriptor() const { return m_descriptor.Get(); }
+    /// One that has come; nullopt if none has.
+    [[nodiscard]] std::optional<int> Take() const
+    {
+        signalfd_siginfo taken{};
+        if (::read(m_descriptor.Get(), &taken, sizeof taken) != sizeof taken) return std::nullopt;
+        return static_cast<int>(taken.ssi_signo);
+    }
 
 private:
     sigset_t m_before{};

@@ -10,8 +10,10 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 #include "cli/commands/interrupt.h"
+#include "cli/commands/monitor_screen.h"
 #include "cli/commands/request.h"
 #include "cli/commands/show.h"
 #include "cli/data/data_tree.h"
@@ -45,6 +47,9 @@ bool AwaitNext(const Interrupt& interrupt, std::chrono::steady_clock::time_point
     return ::poll(&wait, 1, static_cast<int>(left)) == 0;
 }
 
+/// Of "2026-11-23T15:00:00Z" that of the day: lines are short, and JSON has the rest.
+std::string_view OfDay(std::string_view time) { return time.substr(time.find('T') + 1); }
+
 std::string Line(Call& call, SflowWatch& watch, std::unique_ptr<netconf::Client>& session)
 {
     const std::string time = TimeText();
@@ -56,14 +61,16 @@ std::string Line(Call& call, SflowWatch& watch, std::unique_ptr<netconf::Client>
         if (reply.ok) {
             const Tree state = ParseReply(call.yang, reply.data);
             const Watched watched = watch.Look(state.get(), std::chrono::steady_clock::now());
-            return call.format == Format::kText ? watch.Text(watched, time) : watch.Json(watched, time);
+            if (watched.isKnown || reply.errors.empty())
+                return call.format == Format::kText ? watch.Text(watched, OfDay(time), call.width)
+                                                    : watch.Json(watched, time);
         }
-        why = reply.errors.empty() ? "the database refused without a reason" : ToText(reply.errors.front());
+        why = reply.errors.empty() ? "the database refused without a reason" : reply.errors.front().message;
     } catch (const netconf::ConnectionError& error) {
         session.reset();  // the next look connects again
         why = error.what();
     }
-    return call.format == Format::kText ? FailedText(why, time) : FailedJson(why, time);
+    return call.format == Format::kText ? FailedText(why, OfDay(time), call.width) : FailedJson(why, time);
 }
 
 }  // namespace
@@ -75,6 +82,8 @@ void MonitorSflow(Call& call)
     if (!interface.empty() && !collector.empty()) throw Error("give an interface or a collector, not both");
     if (call.format == Format::kXml) throw Error("the lines are text or, behind | json, JSON");
     SflowWatch watch(collector.empty() ? "interface" : "collector", interface + collector);
+    if (call.format == Format::kText && call.openScreen && MonitorOnScreen(call, call.openScreen, watch))
+        return;
     const Interrupt interrupt;
     std::unique_ptr<netconf::Client> session = call.connect();  // of which the first failure is the command's
     auto next = std::chrono::steady_clock::now();

@@ -67,11 +67,10 @@ std::string Listed(const netconf::Reply& reply, bool warnings,
     return text;
 }
 
-/// Writes warnings, throws errors.
-void Check(Call& call, const netconf::Reply& reply)
+/// Writes warnings unless they are left to the caller of a good answer, throws errors.
+void Check(Call& call, const netconf::Reply& reply, Warnings warnings = Warnings::kTold)
 {
-    for (const netconf::RpcError& error : reply.errors)
-        if (error.IsWarning()) call.err << "warning: " << ToText(error) << std::endl;
+    if (warnings == Warnings::kTold || !reply.ok) TellWarnings(call, reply);
     if (reply.ok) return;
     const std::string problems = Listed(reply, false);
     if (problems.empty()) throw Error("the database refused without a reason");
@@ -109,10 +108,16 @@ std::string ToText(const netconf::RpcError& error)
     return text.find(words) != std::string::npos ? text : words + ": " + text;
 }
 
-netconf::Reply RequestReply(Call& call, std::string_view operation)
+void TellWarnings(const Call& call, const netconf::Reply& reply)
+{
+    for (const netconf::RpcError& error : reply.errors)
+        if (error.IsWarning()) call.err << "warning: " << ToText(error) << std::endl;
+}
+
+netconf::Reply RequestReply(Call& call, std::string_view operation, Warnings warnings)
 {
     netconf::Reply reply = call.session->Call(operation);
-    Check(call, reply);
+    Check(call, reply, warnings);
     return reply;
 }
 

@@ -34,8 +34,16 @@ private:
 /// stream, one line each; errors are thrown as Refused.
 std::string Request(Call& call, std::string_view operation);
 
-/// The same, and returns the whole answer.
-netconf::Reply RequestReply(Call& call, std::string_view operation);
+/// Writes the answer's warnings, one line each.
+void TellWarnings(const Call& call, const netconf::Reply& reply);
+
+enum class Warnings {
+    kTold,
+    kLeft,  // of an answer without errors, for the caller to tell
+};
+
+/// The same as Request, and returns the whole answer.
+netconf::Reply RequestReply(Call& call, std::string_view operation, Warnings warnings = Warnings::kTold);
 
 /// The same for an answer with data.
 Tree RequestData(Call& call, std::string_view operation);

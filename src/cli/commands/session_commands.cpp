@@ -26,7 +26,7 @@ void ShowCandidates(Call& call)
               &CandidatesText);
 }
 
-void ShowHelp(Call& call) { call.out << Help(Commands(), call.arguments.words); }
+void ShowHelp(Call& call) { call.out << Help(Commands(), call.arguments.words, call.width); }
 
 void Configure(Call& call)
 {
@@ -80,7 +80,7 @@ std::vector<Command> SessionCommands()
         Command{"configure shared", {},
                 "Leaves this session's private candidate or its lock, and uses the shared candidate as others do.", kSession, Forms::kNone,
                 &Configure},
-        Command{"update", {{Kind::kFlag, "running", true}},
+        Command{"update", {{Kind::kFlag, "running", true, "Also in the place of what was edited here."}},
                 "Takes what others have committed into the candidate; with running, also in the place of what was edited here.",
                 kSession | kMode, Forms::kNone, &Update},
         Command{"show system candidates", {},

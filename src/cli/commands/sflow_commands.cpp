@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <ostream>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +19,7 @@
 #include "cli/screens/sflow_text.h"
 #include "cli/screens/state_text.h"
 #include "cli/screens/text_width.h"
+#include "cli/screens/wrapped_text.h"
 #include "netconf/client.h"
 #include "netconf/requests.h"
 #include "netconf/xml.h"
@@ -34,15 +36,24 @@ void ShowSummary(Call& call)
     };
     const Tree sflow = request(kSummaryOfSflow);
     const Tree processes = request(kSummaryOfProcesses);
-    call.out << SflowSummary(sflow.get(), processes.get(), call.width);
+    call.out << call.style.Causes(SflowSummary(sflow.get(), processes.get(), call.width));
 }
 
 /// What is known where the sFlow manager tells nothing: that first, then the processes.
 void ShowUnknown(Call& call, const MissingState& why)
 {
-    call.out << why.what() << "\n\nWhether something is broken can't be told. The processes:\n\n";
+    call.out << Wrapped(why.what(), 0, call.width)
+             << "\n\nWhether something is broken can't be told. The processes:\n\n";
     ShowState(call, "<system><process/></system>",
               [&](const lyd_node* state) { return ProcessesText(state, call.width); });
+}
+
+/// Where the state has no problem: whether that is because nothing is configured.
+bool HasInterface(Call& call)
+{
+    const Tree state =
+        RequestState(call, netconf::Get(StateFilter(SflowFilter("<interface><name/></interface>"))));
+    return Children(state.get()).Of("oam").Of("sflow").First("interface") != nullptr;
 }
 
 void ShowProblems(Call& call)
@@ -51,7 +62,14 @@ void ShowProblems(Call& call)
     try {
         const Tree state =
             RequestState(call, netconf::Get(StateFilter(SflowFilter(SflowElements("problems")))));
-        Show(call, state, [&](const lyd_node* data) { return SflowText(data, "problems", call.width); });
+        const Children sflow = Children(state.get()).Of("oam").Of("sflow");
+        const bool isFine = !sflow.None() && sflow.First("problem") == nullptr;
+        if (isFine && call.format == Format::kText && !HasInterface(call))
+            call.out << Wrapped("Nothing is sampled: " + std::string(kNoInterface), 0, call.width) << "\n";
+        else
+            Show(call, state, [&](const lyd_node* data) {
+                return call.style.Causes(SflowText(data, "problems", call.width));
+            });
         call.shell.status = ProblemsStatus(state.get());
     } catch (const MissingState& why) {
         if (call.format != Format::kText) throw;
@@ -69,26 +87,42 @@ void ShowSflow(Call& call)
     Show(call, state, [&](const lyd_node* data) { return SflowText(data, part, call.width); });
 }
 
+std::string EntryFilter(const std::string& list, const std::string& name)
+{
+    const std::string escaped = netconf::Escaped(name);
+    return "<" + list + "><name>" + escaped + "</name></" + list + "><problem><subject>" + list +
+           "</subject><name>" + escaped + "</name></problem>";
+}
+
+/// Refuses a word of which there is no entry. Of a range, says how many are missing and the first of them.
+void ExpectEntries(Call& call, const lyd_node* state, const std::string& list, const std::string& word)
+{
+    const std::set<std::string> there = EntryNames(state, list);
+    std::vector<std::string> names = NamesOf(word);
+    const std::size_t all = names.size();
+    std::erase_if(names, [&](const std::string& name) { return there.contains(name); });
+    if (names.empty()) return;
+    const std::string remedy = "; show sflow " + list + " lists those that there are";
+    if (names.size() == all) {
+        const std::string why = ProblemOf(state, list, names.front());
+        throw Error("there is no " + list + " " + word + " in the state" +
+                    (why.empty() ? remedy : ": " + why));
+    }
+    call.err << "warning: " << names.size() << " of the " << all << " of " << word
+             << " are not in the state, the first of them " << names.front() << remedy << "\n";
+}
+
 /// The entries of that names, or all; of an entry that is not there no more is said than that.
 void ShowEntries(Call& call, const std::string& list)
 {
-    std::vector<std::string> names;
-    for (const std::string& word : call.arguments.words)
-        for (const std::string& name : NamesOf(word)) names.push_back(name);
     std::string filter;
-    for (const std::string& name : names) {
-        const std::string escaped = netconf::Escaped(name);
-        filter += "<" + list + "><name>" + escaped + "</name></" + list + "><problem><subject>" + list +
-                  "</subject><name>" + escaped + "</name></problem>";
-    }
+    for (const std::string& word : call.arguments.words)
+        for (const std::string& name : NamesOf(word)) filter += EntryFilter(list, name);
     if (filter.empty()) filter = "<" + list + "/>" + (call.arguments.hasFlag ? "<problem/>" : "");
     const Tree state = RequestState(call, netconf::Get(StateFilter(SflowFilter(filter))));
-    for (const std::string& name : names)
-        if (!HasEntry(state.get(), list, name))
-            throw Error("there is no " + list + " " + name + " in the state; show sflow " + list +
-                        " lists those that there are");
+    for (const std::string& word : call.arguments.words) ExpectEntries(call, state.get(), list, word);
     Show(call, state, [&](const lyd_node* data) {
-        return call.arguments.hasFlag ? SflowDetail(data, list, call.width)
+        return call.arguments.hasFlag ? call.style.Causes(SflowDetail(data, list, call.width))
                                       : SflowText(data, list + "s", call.width);
     });
 }
@@ -106,7 +140,7 @@ void RequestResync(Call& call)
 void ClearStatistics(Call& call)
 {
     Request(call, netconf::SflowClearStatistics());
-    call.err << "the counts of collectors and interfaces begin at zero" << std::endl;
+    call.err << "the counts of collectors, interfaces and drops begin at zero" << std::endl;
 }
 
 /// The answer is the exit status, too: 1 where something was reported.
@@ -141,19 +175,20 @@ std::vector<Command> SflowCommands()
     // Two lines a row read better than one line an element.
     // clang-format off
     return {
-        Command{"show sflow", {{Kind::kChoice, "collectors|interfaces|agent|drops|problems", true}},
+        Command{"show sflow", {{Kind::kChoice, "collectors|interfaces|agent|drops|problems", true,
+                 "Where datagrams are sent, and how many.|What is sampled, and how much.|The agent and the sFlow manager.|Packets that the kernel has dropped.|What is broken, off or idle, and what to do."}},
                 "Shows on one screen whether sampling works; or a part of what is in effect, what was dropped, or why nothing flows.", kBoth, Forms::kState, &ShowSflow},
-        Command{"show sflow interface", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true}},
-                "Shows the interfaces of these names, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowInterface},
-        Command{"show sflow collector", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true}},
+        Command{"show sflow interface", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true, "All that is known of each."}},
+                "Shows the interfaces of these names or ranges, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowInterface},
+        Command{"show sflow collector", {{Kind::kPath, "NAME...", true}, {Kind::kFlag, "detail", true, "All that is known of each."}},
                 "Shows the collectors of these names, or all; with detail, all that is known of each.", kBoth, Forms::kState, &ShowSflowCollector},
         Command{"request sflow resync", {},
                 "Has everything sent to the sFlow manager again; what is unchanged stays undisturbed.", kSession,
                 Forms::kNone, &RequestResync},
-        Command{"monitor sflow", {{Kind::kText, "interface NAME", true}, {Kind::kText, "collector NAME", true}},
-                "Shows once a second what is sampled and sent, one line each time, until Ctrl-C; or of one interface or collector.", kYang, Forms::kState, &MonitorSflow},
+        Command{"monitor sflow", {{Kind::kText, "interface NAME", true, "Of one interface."}, {Kind::kText, "collector NAME", true, "Of one collector."}},
+                "Shows each second what is sampled and sent, or that of one interface or collector: on a terminal as a full screen that q ends and h explains, else a line each, until Ctrl-C.", kYang | kStreams, Forms::kState, &MonitorSflow},
         Command{"clear sflow statistics", {},
-                "Lets the counts of collectors and interfaces begin at zero; what is sent stays undisturbed.", kSession, Forms::kNone, &ClearStatistics},
+                "Lets the counts of collectors, interfaces and drops begin at zero; what is sent stays undisturbed.", kSession, Forms::kNone, &ClearStatistics},
         Command{"request sflow test collector", {{Kind::kName, "NAME"}},
                 "Sends the collector one datagram, and shows what the network answers within a second and how to see it there.", kBoth, Forms::kState, &TestCollector},
     };

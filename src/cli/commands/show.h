@@ -49,6 +49,13 @@ void ShowState(Call& call, const std::string& content, const TextOf& text)
     Show(call, RequestState(call, netconf::Get(StateFilter(content))), text);
 }
 
+/// What comes and what goes; that there is nothing of it is said, and is no result.
+inline void ShowDifferences(const Call& call, const std::string& differences)
+{
+    if (differences.empty()) call.err << "there is no difference\n";
+    call.out << call.style.Differences(differences);
+}
+
 }  // namespace cli
 
 #endif

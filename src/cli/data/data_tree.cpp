@@ -162,6 +162,7 @@ Tree ParseOutput(const ly_ctx* yang, const netconf::Reply& reply, const std::str
     if (lyd_new_path(nullptr, yang, path.c_str(), nullptr, 0, &raw) != LY_SUCCESS)
         throw Error("the YANG modules here have no operation " + operation + ": " + LastMessage(yang));
     Tree tree(raw);
+    if (reply.output.empty()) return tree;  // libyang takes no reply without content
     ly_in* rawInput = nullptr;
     if (ly_in_new_memory(reply.xml.c_str(), &rawInput) != LY_SUCCESS) throw Error("out of memory");
     const cdb::Owned<ly_in> input(rawInput);

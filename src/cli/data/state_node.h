@@ -7,8 +7,12 @@
 #include <libyang/libyang.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "base/number.h"
 
 namespace cli {
 
@@ -32,6 +36,13 @@ public:
     {
         const lyd_node* leaf = First(name);
         return leaf ? lyd_get_value(leaf) : "-";
+    }
+
+    /// The leaf as a number; nullopt without one.
+    [[nodiscard]] std::optional<std::uint64_t> Figure(std::string_view name) const
+    {
+        const lyd_node* leaf = First(name);
+        return leaf ? base::ToNumber<std::uint64_t>(lyd_get_value(leaf)) : std::nullopt;
     }
 
     /// A time without the fraction of its second, "Z" for UTC.

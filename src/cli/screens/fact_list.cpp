@@ -5,35 +5,13 @@
 
 #include "base/text.h"
 #include "cli/screens/text_width.h"
+#include "cli/screens/wrapped_text.h"
 
 namespace cli {
 namespace {
 
 /// Of a column of texts.
 constexpr std::size_t kNarrowest = 40;
-
-/// Where the first line of the text ends that has at most `width` characters, if there is a blank.
-std::size_t EndOfLine(std::string_view text, std::size_t width)
-{
-    const std::size_t remedy = text.rfind("; ", width - 1);
-    if (remedy != std::string_view::npos) return remedy + 1;
-    const std::size_t blank = text.rfind(' ', width);
-    if (blank != std::string_view::npos && blank != 0) return blank;
-    return std::min(text.find(' ', 1), text.size());
-}
-
-/// The first line begins where `out` ends, the others at the column `from`.
-void AppendWrapped(std::string_view text, std::size_t from, std::size_t width, std::string& out)
-{
-    while (Width(text) > width) {
-        const std::size_t end = EndOfLine(text, width);
-        out.append(text.substr(0, end)).append("\n");
-        text.remove_prefix(std::min(text.size(), end + 1));
-        if (text.empty()) return;
-        out.append(from, ' ');
-    }
-    out.append(text).append("\n");
-}
 
 }  // namespace
 

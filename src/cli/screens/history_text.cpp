@@ -12,6 +12,7 @@
 #include "base/number.h"
 #include "cli/data/state_node.h"
 #include "cli/screens/text_table.h"
+#include "cli/screens/wrapped_text.h"
 
 namespace cli {
 namespace {
@@ -72,7 +73,12 @@ std::string HistoryText(const lyd_node* state, std::size_t width)
         table.Add({commit.Value("id"), commit.Time("time"), commit.Value("user"), commit.Value("source"),
                    commit.Value("changes"), commit.Values("checkpoint"), commit.Value("comment")});
     }
-    return PendingText(state) + (table.Empty() ? "There is no commit yet.\n" : table.Text(0, width));
+    std::string pending = PendingText(state);
+    if (!pending.empty()) {
+        pending.pop_back();
+        pending = Wrapped(pending, 0, width) + "\n\n";
+    }
+    return pending + (table.Empty() ? "There is no commit yet.\n" : table.Text(0, width));
 }
 
 std::string CommitText(const lyd_node* state)

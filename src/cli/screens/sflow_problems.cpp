@@ -16,8 +16,8 @@ namespace cli {
 namespace {
 
 constexpr std::string_view kAnyName = "NAME";
-/// Of the names of a cause, so many are shown.
-constexpr std::size_t kShownNames = 4;
+/// Of the names of a cause one is shown for so many characters of a line.
+constexpr std::size_t kWidthOfName = 20;
 
 Severity SeverityOf(const Children& problem)
 {
@@ -59,11 +59,11 @@ std::string Cause::Label() const
     return subject == names.front() ? subject : subject + " " + names.front();
 }
 
-std::string Cause::Sentence() const
+std::string Cause::Sentence(std::size_t width) const
 {
     if (names.size() == 1) return text;
     std::string sentence = text + "; " + std::string(kAnyName) + ": ";
-    const std::size_t shown = std::min(names.size(), kShownNames);
+    const std::size_t shown = std::min(names.size(), std::max(std::size_t{1}, (width + 1) / kWidthOfName));
     for (std::size_t i = 0; i < shown; ++i) sentence += (i == 0 ? "" : ", ") + names[i];
     if (names.size() > shown) sentence += " and " + std::to_string(names.size() - shown) + " more";
     return sentence;
@@ -113,7 +113,7 @@ std::string CausesText(const std::vector<Cause>& causes, Severity severity, std:
 {
     FactList facts;
     for (const Cause& cause : causes)
-        if (cause.severity == severity) facts.Add(cause.Label(), cause.Sentence());
+        if (cause.severity == severity) facts.Add(cause.Label(), cause.Sentence(width));
     return facts.Empty() ? "" : Heading(severity) + "\n" + facts.Text(kIndent, width);
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli/data/state_node.h"
@@ -23,8 +24,8 @@ struct Cause {
 
     /// "collector c1", "48 interfaces".
     [[nodiscard]] std::string Label() const;
-    /// The text; of several names it ends with the first of them.
-    [[nodiscard]] std::string Sentence() const;
+    /// The text; of several names it ends with the first of them, more where lines are wide.
+    [[nodiscard]] std::string Sentence(std::size_t width) const;
 };
 
 /// Problems that differ in nothing but the name are one cause. Broken ones come first.
@@ -35,6 +36,10 @@ std::vector<Cause> CausesOf(const Children& sflow);
 std::string CausesText(const std::vector<Cause>& causes, Severity severity, std::size_t width);
 
 std::string ProblemsText(const Children& sflow, std::size_t width);
+
+/// Without interfaces there is no problem, and nothing flows either.
+inline constexpr std::string_view kNoInterface =
+    "no interface is configured; set oam sflow interface NAME flow-sampling-collector COLLECTOR";
 
 /// The exit status where it is not known whether something is broken.
 inline constexpr int kNotKnown = 2;

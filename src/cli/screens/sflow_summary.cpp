@@ -104,7 +104,8 @@ std::string SflowSummary(const lyd_node* sflowState, const lyd_node* processes, 
     const bool session = manager.Value("connected") == "true";
     facts.Add("Session", session ? manager.Value("session") + ", since " + manager.Time("since")
                                  : "none: the configuration daemon is not connected to the manager");
-    facts.Add("Agent", sflow.Value("agent-address") +
+    const std::string address = sflow.Value("agent-address");
+    facts.Add("Agent", (address == "0.0.0.0" ? "no address" : address) +
                            (sflow.First("sub-agent") ? ", sub-agent " + sflow.Value("sub-agent") : ""));
     const Count interfaces = CountOf(sflow, "interface", [](const Children& interface) {
         const std::string source = interface.Value("packet-source");
@@ -118,7 +119,8 @@ std::string SflowSummary(const lyd_node* sflowState, const lyd_node* processes, 
     facts.Add("Traffic", manager.Value("samples-per-second") + " samples/s, " +
                              manager.Value("datagrams-per-second") + " datagrams/s");
     if (manager.First("counts-since")) facts.Add("Counts", "since " + manager.Time("counts-since"));
-    facts.Add("Problems", CountsOf(sflow));
+    facts.Add("Problems",
+              interfaces.all == 0 ? CountsOf(sflow) + "; " + std::string(kNoInterface) : CountsOf(sflow));
     const std::string summary = "sFlow\n" + facts.Text(kIndent, width);
     const std::string broken = BrokenText(sflow, kMostLines - LinesOf(summary) - 1, width);
     return broken.empty() ? summary : summary + "\n" + broken;

@@ -277,12 +277,23 @@ std::string SflowText(const lyd_node* state, std::string_view part, std::size_t 
     return ProblemsText(sflow, width);
 }
 
-bool HasEntry(const lyd_node* state, std::string_view list, std::string_view name)
+std::set<std::string> EntryNames(const lyd_node* state, std::string_view list)
 {
-    bool found = false;
+    std::set<std::string> names;
     Children(state).Of("oam").Of("sflow").ForEach(
-        list, [&](const lyd_node* node) { found = found || Children(node).Value("name") == name; });
-    return found;
+        list, [&](const lyd_node* node) { names.insert(Children(node).Value("name")); });
+    return names;
+}
+
+std::string ProblemOf(const lyd_node* state, std::string_view list, std::string_view name)
+{
+    std::string text;
+    Children(state).Of("oam").Of("sflow").ForEach("problem", [&](const lyd_node* node) {
+        const Children problem(node);
+        if (text.empty() && problem.Value("subject") == list && problem.Value("name") == name)
+            text = problem.Value("text");
+    });
+    return text;
 }
 
 std::string SflowDetail(const lyd_node* state, std::string_view list, std::size_t width)

@@ -6,6 +6,7 @@
 #define CLI_SCREENS_SFLOW_TEXT_H
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -19,8 +20,11 @@ std::string SflowElements(std::string_view part);
 
 std::string SflowText(const lyd_node* state, std::string_view part, std::size_t width);
 
-/// Whether the list, "collector" or "interface", has an entry of that name.
-bool HasEntry(const lyd_node* state, std::string_view list, std::string_view name);
+/// The names of the entries of the list, "collector" or "interface".
+std::set<std::string> EntryNames(const lyd_node* state, std::string_view list);
+
+/// What the first problem says that the state has of that name; empty if it has none.
+std::string ProblemOf(const lyd_node* state, std::string_view list, std::string_view name);
 
 /// All that is known of each entry of the list, "collector" or "interface", and why it does not flow.
 std::string SflowDetail(const lyd_node* state, std::string_view list, std::size_t width);

@@ -4,141 +4,186 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
+#include <cmath>
+#include <set>
 #include <utility>
 
-#include <nlohmann/json.hpp>
-
-#include "base/number.h"
-#include "base/text.h"
 #include "cli/data/state_node.h"
-#include "cli/screens/sflow_problems.h"
 #include "netconf/xml.h"
 
 namespace cli {
 namespace {
 
-using Object = nlohmann::ordered_json;
+/// Looks that had samples, of which the mean length of a frame is taken.
+constexpr std::size_t kLooks = 10;
 
-std::uint64_t Number(const Children& node, std::string_view leaf)
+std::uint64_t Counter(const Children& node, std::string_view leaf) { return node.Figure(leaf).value_or(0); }
+
+std::string NameElement(const std::string& name)
 {
-    return base::ToNumber<std::uint64_t>(node.Value(leaf)).value_or(0);
+    return name.empty() ? "<name/>" : "<name>" + netconf::Escaped(name) + "</name>";
 }
 
-std::string Shown(const std::optional<std::uint64_t>& rate) { return rate ? std::to_string(*rate) : "-"; }
-
-Object AsNumber(const std::optional<std::uint64_t>& rate) { return rate ? Object(*rate) : Object(nullptr); }
-
-std::string Dump(const Object& object)
+std::string FirstProblem(const Children& entry)
 {
-    return object.dump(-1, ' ', false, Object::error_handler_t::replace);
+    return entry.First("problem") ? entry.Value("problem") : "";
+}
+
+OfAll EntriesOf(const Children& sflow, std::string_view list, std::string_view leaf,
+                const std::set<std::string_view>& no)
+{
+    OfAll count;
+    sflow.ForEach(list, [&](const lyd_node* node) {
+        ++count.all;
+        if (!no.contains(Children(node).Value(leaf))) ++count.of;
+    });
+    return count;
 }
 
 }  // namespace
 
-std::string SflowWatch::Filter() const
+void SflowWatch::Turn(std::string name)
 {
-    const std::string named = m_name.empty() ? "<name/>" : "<name>" + netconf::Escaped(m_name) + "</name>";
-    const std::string counts = m_list == "interface"
-                                   ? "<packets-seen/><packets-sampled/>"
-                                   : "<packets-sent/><flow-samples-sent/><counter-samples-sent/>";
-    const std::string problems =
-        m_name.empty() ? "<problem/>" : "<problem><subject>" + m_list + "</subject>" + named + "</problem>";
-    return "<manager><session/><samples-per-second/><datagrams-per-second/></manager><" + m_list + ">" +
-           named + counts + "<problem/></" + m_list + ">" + problems;
+    m_name = std::move(name);
+    m_kernelName.clear();
 }
 
-Watched SflowWatch::Look(const lyd_node* state, std::chrono::steady_clock::time_point now)
+std::string SflowWatch::Filter() const
+{
+    const std::string named = NameElement(m_name);
+    const bool ofInterfaces = m_list == "interface";
+    std::string entry =
+        named + (ofInterfaces ? "<packets-seen/><packets-sampled/><sampled-bytes/><packet-source/>"
+                              : "<packets-sent/><flow-samples-sent/><counter-samples-sent/>"
+                                "<sending/>");
+    std::string more, problems = "<problem/>";
+    if (!m_name.empty()) {
+        problems = "<problem><subject>" + m_list + "</subject>" + named + "</problem>";
+        if (ofInterfaces) entry += "<sampling-rate/><flow-collector/><counter-collector/><kernel-interface/>";
+        if (!m_kernelName.empty())
+            more += "<kernel-interface>" + NameElement(m_kernelName) + "<speed/></kernel-interface>";
+    }
+    if (ofInterfaces) more += "<collector><name/><sending/><problem/></collector>";
+    return "<manager><session/><samples-per-second/><datagrams-per-second/></manager><" + m_list + ">" +
+           entry + "<problem/></" + m_list + ">" + more + problems;
+}
+
+Watched SflowWatch::Look(const lyd_node* state, Time now)
 {
     const Children sflow = Children(state).Of("oam").Of("sflow");
     Watched watched;
     watched.isKnown = !sflow.None();
+    watched.name = m_name;
     watched.samplesPerSecond = sflow.Of("manager").Value("samples-per-second");
     watched.datagramsPerSecond = sflow.Of("manager").Value("datagrams-per-second");
-    const auto passed = std::chrono::duration<double>(now - std::exchange(m_lastTime, now)).count();
+    watched.sampling = EntriesOf(sflow, "interface", "packet-source", {"none", "-"});
+    watched.receiving = EntriesOf(sflow, "collector", "sending", {"false", "-"});
+    if (!m_begin) m_begin = now;
+    std::set<std::string> there;
+    sflow.ForEach(m_list, [&](const lyd_node* node) {
+        watched.entries.push_back(LookAt(Children(node), now));
+        there.insert(watched.entries.back().name);
+    });
+    if (m_name.empty() && watched.isKnown)
+        std::erase_if(m_known, [&](const auto& known) { return !there.contains(known.first); });
+    std::ranges::sort(watched.entries, NaturallyBefore, &WatchedEntry::name);
+    watched.causes = CausesOf(sflow);
+    std::map<std::string, Severity> worst;
+    std::set<std::string> named;
+    for (const Cause& cause : watched.causes) {
+        for (const std::string& name : cause.names) {
+            if (cause.subject == m_list) worst.try_emplace(name, cause.severity);
+            if (cause.severity != Severity::kBroken) continue;
+            std::string label = cause.subject == name ? name : cause.subject + " " + name;
+            if (named.insert(label).second) watched.broken.push_back(std::move(label));
+        }
+    }
+    for (WatchedEntry& entry : watched.entries)
+        if (const auto found = worst.find(entry.name); found != worst.end()) entry.severity = found->second;
+    if (!m_name.empty()) LookAtOne(sflow, watched);
+    return watched;
+}
+
+void SflowWatch::LookAtOne(const Children& sflow, Watched& watched)
+{
+    const Children entry(sflow.First(m_list));
+    watched.samplingRate = entry.Value("sampling-rate");
+    m_kernelName = entry.First("kernel-interface") ? entry.Value("kernel-interface") : "";
+    watched.speed = sflow.Of("kernel-interface").Figure("speed");
+    std::set<std::string> its;
+    for (const char* list : {"flow-collector", "counter-collector"})
+        entry.ForEach(list, [&](const lyd_node* node) { its.insert(lyd_get_value(node)); });
+    sflow.ForEach("collector", [&](const lyd_node* node) {
+        const Children collector(node);
+        if (its.erase(collector.Value("name")) != 0)
+            watched.collectors.push_back(
+                {collector.Value("name"), collector.Value("sending") == "true", FirstProblem(collector)});
+    });
+    for (const std::string& name : its) watched.collectors.push_back({name, false, ""});
+    std::ranges::sort(watched.collectors, NaturallyBefore, &WatchedCollector::name);
+}
+
+SflowWatch::Counts SflowWatch::CountsOf(const Children& entry) const
+{
+    if (m_list == "interface")
+        return {Counter(entry, "packets-seen"), Counter(entry, "packets-sampled"),
+                entry.Figure("sampled-bytes")};
+    return {Counter(entry, "packets-sent"),
+            Counter(entry, "flow-samples-sent") + Counter(entry, "counter-samples-sent"),
+            {}};
+}
+
+WatchedEntry SflowWatch::LookAt(const Children& entry, Time now)
+{
+    WatchedEntry shown{entry.Value("name"), {}, FirstProblem(entry), {}};
+    const Counts counts = CountsOf(entry);
+    const auto [found, isNew] = m_known.try_emplace(shown.name);
+    Known& known = found->second;
+    if (!isNew) shown.rates = RatesOf(known, counts, now);
+    known.counts = counts;
+    known.at = now;
+    known.history.Add(Second(now), shown.rates.packets);
+    return shown;
+}
+
+Rates SflowWatch::RatesOf(Known& known, const Counts& counts, Time now)
+{
+    const double passed = std::chrono::duration<double>(now - known.at).count();
     const auto rate = [passed](std::uint64_t before, std::uint64_t after) -> std::optional<std::uint64_t> {
         if (after < before || passed <= 0) return std::nullopt;  // counted anew
         return static_cast<std::uint64_t>(static_cast<double>(after - before) / passed + 0.5);
     };
-    std::map<std::string, Counts> counts;
-    sflow.ForEach(m_list, [&](const lyd_node* node) {
-        const Children entry(node);
-        const Counts counted =
-            m_list == "interface"
-                ? Counts{Number(entry, "packets-seen"), Number(entry, "packets-sampled")}
-                : Counts{Number(entry, "packets-sent"),
-                         Number(entry, "flow-samples-sent") + Number(entry, "counter-samples-sent")};
-        WatchedEntry shown{entry.Value("name"), {}, entry.First("problem") ? entry.Value("problem") : ""};
-        if (const auto last = m_last.find(shown.name); last != m_last.end())
-            shown.rates = {rate(last->second.packets, counted.packets),
-                           rate(last->second.samples, counted.samples)};
-        counts.emplace(shown.name, counted);
-        watched.entries.push_back(std::move(shown));
-    });
-    m_last = std::move(counts);
-    std::ranges::sort(watched.entries, NaturallyBefore, &WatchedEntry::name);
-    sflow.ForEach("problem", [&](const lyd_node* node) {
-        const Children problem(node);
-        const std::string subject = problem.Value("subject");
-        const std::string name = subject == "agent" ? subject : subject + " " + problem.Value("name");
-        if (problem.Value("severity") == "broken" &&
-            std::ranges::find(watched.broken, name) == watched.broken.end())
-            watched.broken.push_back(name);
-    });
-    return watched;
-}
-
-std::string SflowWatch::Text(const Watched& watched, std::string_view time) const
-{
-    if (!watched.isKnown) return FailedText("the sFlow manager does not answer", time);
-    std::string line(time);
-    const char* const unit = m_list == "interface" ? " packets/s" : " datagrams/s";
-    if (m_name.empty()) {
-        std::optional<std::uint64_t> packets;
-        for (const WatchedEntry& entry : watched.entries)
-            if (entry.rates.packets) packets = packets.value_or(0) + *entry.rates.packets;
-        line += "  " + Shown(packets) + " packets/s  " + watched.samplesPerSecond + " samples/s  " +
-                watched.datagramsPerSecond + " datagrams/s";
-        line += watched.broken.empty() ? "  nothing broken"
-                                       : "  " + std::to_string(watched.broken.size()) + " broken, first " +
-                                             watched.broken.front();
-    } else if (watched.entries.empty()) {
-        line += "  there is no " + m_list + " " + m_name + " in the state";
+    const Counts& before = known.counts;
+    Rates rates{rate(before.packets, counts.packets), rate(before.samples, counts.samples), {}};
+    if (!counts.bytes) return rates;
+    if (before.bytes && counts.samples > before.samples && *counts.bytes > *before.bytes) {
+        known.sampled.emplace_back(counts.samples - before.samples, *counts.bytes - *before.bytes);
+        if (known.sampled.size() > kLooks) known.sampled.pop_front();
     }
-    if (!m_name.empty())
-        for (const WatchedEntry& entry : watched.entries)
-            line += "  " + entry.name + "  " + Shown(entry.rates.packets) + unit + "  " +
-                    Shown(entry.rates.samples) + " samples/s  " +
-                    (entry.problem.empty() ? "ok" : entry.problem);
-    return base::Printable(line);
-}
-
-std::string SflowWatch::Json(const Watched& watched, std::string_view time) const
-{
-    if (!watched.isKnown) return FailedJson("the sFlow manager does not answer", time);
-    Object object{{"time", time}};
-    object["samples-per-second"] = base::ToNumber<std::uint64_t>(watched.samplesPerSecond).value_or(0);
-    object["datagrams-per-second"] = base::ToNumber<std::uint64_t>(watched.datagramsPerSecond).value_or(0);
-    object["broken"] = watched.broken;
-    Object& entries = object[m_list] = Object::array();
-    for (const WatchedEntry& entry : watched.entries) {
-        Object one{{"name", entry.name}};
-        one[m_list == "interface" ? "packets-per-second" : "datagrams-per-second"] =
-            AsNumber(entry.rates.packets);
-        one["samples-per-second"] = AsNumber(entry.rates.samples);
-        if (!entry.problem.empty()) one["problem"] = entry.problem;
-        entries.push_back(std::move(one));
+    double samples = 0, bytes = 0;
+    for (const auto& [someSamples, theirBytes] : known.sampled) {
+        samples += static_cast<double>(someSamples);
+        bytes += static_cast<double>(theirBytes);
     }
-    return Dump(object);
+    constexpr double kBits = 8;
+    if (rates.packets && (*rates.packets == 0 || samples > 0))
+        rates.bits =
+            *rates.packets == 0
+                ? 0
+                : static_cast<std::uint64_t>(static_cast<double>(*rates.packets) * bytes / samples * kBits);
+    return rates;
 }
 
-std::string FailedText(const std::string& why, std::string_view time)
+std::int64_t SflowWatch::Second(Time time) const
 {
-    return base::Printable(std::string(time) + "  not known: " + why);
+    return m_begin ? std::llround(std::chrono::duration<double>(time - *m_begin).count()) : 0;
 }
 
-std::string FailedJson(const std::string& why, std::string_view time)
+std::vector<RateHistory::Rate> SflowWatch::HistoryOf(const std::string& name, Time now) const
 {
-    return Dump(Object{{"time", time}, {"error", why}});
+    const auto found = m_known.find(name);
+    if (found == m_known.end()) return std::vector<RateHistory::Rate>(RateHistory::kSeconds);
+    return found->second.history.Until(Second(now));
 }
 
 }  // namespace cli

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string/split.hpp>
 
 #include "cli/data/error.h"
 #include "cli/data/schema_words.h"
@@ -29,6 +30,17 @@ std::vector<Command> Runnable(const CompletionContext& context)
         return !(command.needs & kMode) || !context.state.talks || context.state.configures;
     });
     return commands;
+}
+
+/// Whether the words are a command of configuration mode, which this is not.
+bool IsOfOtherMode(const CompletionContext& context, const std::vector<Word>& words, const std::string& typed)
+{
+    if (!context.state.talks || context.state.configures) return false;
+    Texts texts;
+    for (const Word& word : words) texts.push_back(word.text);
+    if (texts.empty()) texts.push_back(typed);
+    const Command* command = CommandOf(context.commands, WrittenOut(context.commands, std::move(texts)));
+    return command != nullptr && (command->needs & kMode) != 0;
 }
 
 std::optional<PathUse> UseOf(const Command& command)
@@ -84,6 +96,19 @@ Texts PathIn(const Command& command, Texts words)
     return words;
 }
 
+/// What the word of the argument means; empty if it is none of its words.
+std::string HelpOfWord(const Argument& argument, const std::string& word)
+{
+    if (argument.kind == ArgumentKind::kFlag || argument.kind == ArgumentKind::kText)
+        return argument.text.substr(0, argument.text.find(' ')) == word ? std::string(argument.help) : "";
+    if (argument.kind != ArgumentKind::kChoice) return {};
+    const Texts words = ChoicesOf(argument);
+    Texts helps;
+    boost::split(helps, argument.help, [](char c) { return c == '|'; });
+    const auto at = static_cast<std::size_t>(std::ranges::find(words, word) - words.begin());
+    return at < words.size() && at < helps.size() ? helps[at] : std::string();
+}
+
 /// Choices of the command's arguments behind `words`; `typed` is the word that is begun.
 std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Command& command,
                                     const Texts& words, const std::string& typed)
@@ -100,12 +125,12 @@ std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Comm
                               std::back_inserter(choices));
             break;
         case ArgumentKind::kFlag:
-            if (!isGiven(text)) choices.push_back({text, {}});
+            if (!isGiven(text)) choices.push_back({text, HelpOfWord(argument, text)});
             break;
         case ArgumentKind::kText:
             if (!words.empty() && words.back() == keyword)
                 return {{"<" + text.substr(keyword.size() + 1) + ">", {}, true}};
-            if (!isGiven(keyword)) choices.push_back({keyword, {}});
+            if (!isGiven(keyword)) choices.push_back({keyword, HelpOfWord(argument, keyword)});
             break;
         case ArgumentKind::kFile:
             if (words.size() == at) std::ranges::move(Files(typed), std::back_inserter(choices));
@@ -116,7 +141,8 @@ std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Comm
             break;
         case ArgumentKind::kChoice:
             if (words.size() <= at && std::ranges::none_of(ChoicesOf(argument), isGiven))
-                for (const std::string& word : ChoicesOf(argument)) choices.push_back({word, {}});
+                for (const std::string& word : ChoicesOf(argument))
+                    choices.push_back({word, HelpOfWord(argument, word)});
             break;
         case ArgumentKind::kCommand:
             break;
@@ -126,16 +152,22 @@ std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Comm
     return choices;
 }
 
-/// What the command does that ends with the word; else the words that follow it in commands.
+/// What the command does that ends with the word; else the words that follow it in commands; else what it
+/// means as a word of an argument.
 std::string HelpFor(std::span<const Command> commands, const Texts& words, const std::string& word)
 {
     Texts name = words;
     name.push_back(word);
-    std::string text;
-    for (const std::string& each : name) text += (text.empty() ? "" : " ") + each;
+    const std::string text = boost::join(name, " ");
     for (const Command& command : commands)
         if (command.name == text) return std::string(command.help);
-    return boost::join(WordsAt(commands, name), ", ");
+    const std::string following = boost::join(WordsAt(commands, name), ", ");
+    const std::string before = boost::join(words, " ");
+    for (const Command& command : commands)
+        if (following.empty() && command.name == before)
+            for (const Argument& argument : command.arguments)
+                if (std::string help = HelpOfWord(argument, word); !help.empty()) return help;
+    return following;
 }
 
 /// What may stand behind a pipe; `first`: the first one.
@@ -250,6 +282,8 @@ Completion Complete(const CompletionContext& context, std::string_view line)
         std::erase_if(completion.choices, [&](const Choice& choice) {
             return !choice.isValue && !choice.word.starts_with(typed);
         });
+        if (completion.choices.empty() && IsOfOtherMode(context, words, typed))
+            completion.hint = "it belongs to configuration mode; type configure first";
     } catch (const Error&) {
         return {};
     }

@@ -20,6 +20,7 @@ namespace cli {
 struct Completion {
     std::vector<Choice> choices;  // all begin with what is typed, but for those that are values
     std::size_t typed = 0;        // bytes of the word at the end of the line
+    std::string hint = "nothing more is expected here";  // what to say where there is no choice
 
     /// What to insert behind the line: what all choices have in common, with a blank if there is one choice.
     [[nodiscard]] std::string Insertion() const;

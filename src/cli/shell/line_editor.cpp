@@ -37,6 +37,25 @@ void Print(std::string_view text)
     std::fflush(stdout);
 }
 
+/// Stands before and behind what takes no room in a prompt.
+constexpr char kUncounted = '\1';
+
+/// The prompt with its colours marked.
+std::string WithUncounted(std::string_view prompt)
+{
+    std::string out;
+    bool inSequence = false;
+    for (const char c : prompt) {
+        if (c == '\033') out += kUncounted;
+        inSequence = inSequence || c == '\033';
+        out += c;
+        if (!inSequence || c != 'm') continue;
+        out += kUncounted;
+        inSequence = false;
+    }
+    return out;
+}
+
 /// What the terminal sends up to the mark at the paste's end.
 std::string ReadPaste()
 {
@@ -119,7 +138,7 @@ public:
 
     std::optional<std::string> Read(const std::string& prompt)
     {
-        m_prompt = prompt;
+        m_prompt = WithUncounted(prompt);
         m_isDropped = false;
         if (m_marks) Print(kMarkPastes);
         int count = 0;
@@ -150,9 +169,10 @@ private:
         const char* terminal = std::getenv("TERM");
         m_marks = terminal != nullptr && std::string_view(terminal) != "dumb";
         ::el_set(m_editor, EL_CLIENTDATA, this);
-        ::el_set(m_editor, EL_PROMPT, static_cast<char* (*)(EditLine*)>([](EditLine* editor) {
+        ::el_set(m_editor, EL_PROMPT_ESC, static_cast<char* (*)(EditLine*)>([](EditLine* editor) {
                      return Of(editor).m_prompt.data();
-                 }));
+                 }),
+                 kUncounted);
         ::el_set(m_editor, EL_SIGNAL, 1);
         ::el_set(m_editor, EL_EDITOR, "emacs");
         ::el_set(m_editor, EL_HIST, ::history, m_history);
@@ -216,7 +236,7 @@ private:
     unsigned char List(const Completion& completion)
     {
         const std::string text = completion.Text(m_width(), kMostListed);
-        Print("\n" + (text.empty() ? std::string("  nothing more is expected here\n") : text));
+        Print("\n" + (text.empty() ? "  " + completion.hint + "\n" : text));
         return CC_REDISPLAY;
     }
 

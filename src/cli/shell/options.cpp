@@ -8,6 +8,7 @@
 #include "base/options/options.h"
 #include "cli/commands/command.h"
 #include "cli/data/error.h"
+#include "cli/shell/shell.h"
 
 namespace cli {
 namespace {
@@ -64,7 +65,7 @@ std::string HelpText()
             "Configures and shows the switch. Without -c and -f it reads commands from standard input,\n"
             "one a line; on a terminal it prompts for them. It stops at the first error, with status 1.\n\n"
          << OptionsFor(unused).Text() << "\nCommands:\n"
-         << Help(Commands(), {})
+         << Help(Commands(), {}, Shell::kWidth)
          << "\nPaths are words without the root container: set oam sflow interface eth1 sampling-rate 512\n"
             "Edits go to the candidate; commit makes them effective.\n";
     return text.str();

@@ -15,6 +15,7 @@ bool Page(const std::string& text)
     constexpr int kNoSuchProgram = 127;  // as a shell says it
     const std::string program = base::Variable("PAGER").value_or("less -FRX");
     ::setenv("LESSSECURE", "1", 1);
+    ::setenv("LESS", "FRX", 0);  // if PAGER is less: it passes colours on
     // A pager that ends early closes the pipe.
     const auto before = std::signal(SIGPIPE, SIG_IGN);
     std::fflush(stdout);

@@ -38,14 +38,16 @@ std::string PlaceText(const std::vector<std::string>& place)
 
 }  // namespace
 
-std::string PromptText(const std::string& who, const ShellState& state, const Standing& standing)
+std::string PromptText(const std::string& who, const ShellState& state, const Standing& standing,
+                       const Style& style)
 {
     std::string text = who;
     if (state.configures || state.candidate != CandidateUse::kShared)
         text.append(" (").append(ModeName(state.candidate)).append(PlaceText(state.place)).append(")");
-    if (standing.isEdited) text += "*";
-    if (standing.isAway) text += " [no database]";
-    if (!standing.confirmIn.empty()) text += " [confirm in " + standing.confirmIn + " s]";
+    if (standing.isEdited) text += style.Toned(Tone::kWarning, "*");
+    if (standing.isAway) text += " " + style.Toned(Tone::kBroken, "[no database]");
+    if (!standing.confirmIn.empty())
+        text += " " + style.Toned(Tone::kWarning, "[confirm in " + standing.confirmIn + " s]");
     return text + "> ";
 }
 

@@ -91,7 +91,8 @@ void Shell::Converse(LineSource& lines)
 {
     m_state.talks = true;
     while (!m_state.left) {
-        const auto line = lines.Read(PromptText(m_environment.who, m_state, NowStanding()));
+        const auto line =
+            lines.Read(PromptText(m_environment.who, m_state, NowStanding(), m_environment.style));
         if (!line) break;
         Run(*line, {}, true);
         if (m_state.left) m_state.left = MayLeave(lines);
@@ -249,6 +250,11 @@ void Shell::Execute(std::string_view command)
     std::ostringstream text;
     FilteredOutput output(pipes.filters, pages ? text : m_out, m_err);
     Call call = MakeCall(invocation, pipes.filters.empty() ? (pages ? text : m_out) : output.Stream());
+    // Filters take plain text.
+    if (pipes.filters.empty()) {
+        call.style = m_environment.style;
+        call.openScreen = m_environment.openScreen;
+    }
     // What was written before an error is shown, too.
     std::exception_ptr failure;
     try {

@@ -14,6 +14,7 @@
 
 #include "cli/commands/command.h"
 #include "cli/commands/standing.h"
+#include "cli/screens/style.h"
 #include "cli/shell/completion.h"
 #include "cli/shell/line_source.h"
 #include "cli/shell/timed_session.h"
@@ -27,10 +28,13 @@ struct Environment {
     std::function<const ly_ctx*()> loadYang;                    // throws cdb::FatalError
     std::function<std::size_t()> width = {};  // of a line on the terminal; null if there is none
     std::string who = "swcli";                // before the mode in the prompt
+    Style style{};                            // of results and prompts
     bool asksStanding = false;                // of the database, for the prompt
     /// Shows a long text to a person (pager.h); false if it could not. Null: as any other text.
     std::function<bool(const std::string& text)> page = {};
     std::function<std::size_t()> height = {};  // lines of the terminal; not null with `page`
+    /// Takes the terminal for a command that fills it (full_screen.h). Null: there is none.
+    std::function<std::unique_ptr<Screen>()> openScreen = {};
 };
 
 class Shell {

@@ -354,6 +354,7 @@ void StateAnswer::Drops(StateWriter& writer)
     const View view(m_sources.status);
     if (!m_drops) {
         m_drops = view.Drops();
+        if (m_sources.statistics != nullptr) m_sources.statistics->Reduce(*m_drops);
         std::ranges::reverse(*m_drops);  // the next one is the last
     }
     for (; !m_drops->empty() && m_work < kEntries; m_drops->pop_back()) {

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "manager/status/statistics.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <utility>
 
 namespace manager {
 namespace {
@@ -26,6 +28,19 @@ void Subtract(const std::map<std::string, Status>& cleared, const std::string& n
     for (const auto count : counts) status.*count -= at->second.*count;
 }
 
+void Subtract(const DropsAtInterface& cleared, DropsAtInterface& drops)
+{
+    if (drops.packets < cleared.packets || drops.untold < cleared.untold) return;
+    drops.packets -= cleared.packets;
+    drops.untold -= cleared.untold;
+    for (DropsByReason& reason : drops.reasons) {
+        const auto at = std::ranges::lower_bound(cleared.reasons, reason.name, {}, &DropsByReason::name);
+        if (at != cleared.reasons.end() && at->name == reason.name && at->packets <= reason.packets)
+            reason.packets -= at->packets;
+    }
+    std::erase_if(drops.reasons, [](const DropsByReason& reason) { return reason.packets == 0; });
+}
+
 }  // namespace
 
 void Statistics::Clear(const StatusSources& sources, WallTime now)
@@ -33,6 +48,9 @@ void Statistics::Clear(const StatusSources& sources, WallTime now)
     m_since = now;
     m_collectors.clear();
     m_interfaces.clear();
+    m_drops.clear();
+    if (sources.drops)
+        for (DropsAtInterface& at : sources.drops()) m_drops.emplace(at.ifIndex, std::move(at));
     for (const auto& [name, collector] : sources.table.AllCollectors()) {
         const StreamStatus* stream = sources.collector ? sources.collector(name) : nullptr;
         if (stream != nullptr) m_collectors.emplace(name, *stream);
@@ -58,6 +76,16 @@ void Statistics::Reduce(const std::string& collector, StreamStatus& status) cons
 void Statistics::Reduce(const std::string& interface, InterfaceStatus& status) const
 {
     Subtract(m_interfaces, interface, kOfInterfaces, status);
+}
+
+void Statistics::Reduce(std::vector<DropsAtInterface>& drops) const
+{
+    std::erase_if(drops, [this](DropsAtInterface& each) {
+        const auto at = m_drops.find(each.ifIndex);
+        if (at == m_drops.end()) return false;
+        Subtract(at->second, each);
+        return each.packets == 0;
+    });
 }
 
 }  // namespace manager

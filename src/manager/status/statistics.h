@@ -6,9 +6,12 @@
 #ifndef MANAGER_STATUS_STATISTICS_H
 #define MANAGER_STATUS_STATISTICS_H
 
+#include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
+#include "manager/discards/status.h"
 #include "manager/export/stream.h"
 #include "manager/service/service_table.h"
 #include "manager/service/status.h"
@@ -34,11 +37,14 @@ public:
     /// keeps its counts.
     void Reduce(const std::string& collector, StreamStatus& status) const;
     void Reduce(const std::string& interface, InterfaceStatus& status) const;
+    /// Likewise. Reasons and interfaces without a drop since then go.
+    void Reduce(std::vector<DropsAtInterface>& drops) const;
 
 private:
     WallTime m_since;
     std::map<std::string, StreamStatus> m_collectors;
     std::map<std::string, InterfaceStatus> m_interfaces;
+    std::map<std::uint32_t, DropsAtInterface> m_drops;  // by ifindex, since names change
 };
 
 }  // namespace manager

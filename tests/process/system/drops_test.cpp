@@ -124,6 +124,27 @@ TEST_F(Drops, OfTwoKindsAreToldCountedAndShownWhileSamplesGoOn)
     EXPECT_EQ(kAll, numbers.At("sflow_collector_samples_total{collector=\"c1\",kind=\"discard\"}"));
 }
 
+TEST_F(Drops, ClearedCountFromZeroAndNotificationsGoOn)
+{
+    Start();
+    Watch(kWanted);
+    SendToOther(3);
+    EXPECT_EQ(3U, AwaitDiscards("busy", 3).size());
+    EXPECT_EQ(3U, PacketsShown("busy"));
+    m_world->CliDone("clear sflow statistics");
+    EXPECT_EQ(nullptr, DropsShown("busy"));
+    EXPECT_THAT(m_world->CliDone("show sflow drops"), Not(HasSubstr(kOtherHost)));
+    EXPECT_EQ("0", CollectorShown().at("discards-sent").get<std::string>());
+    SendToOther(2);
+    const auto told = AwaitDiscards("busy", 5);
+    EXPECT_EQ(5U, told.size());
+    ExpectSequence(told);
+    EXPECT_EQ(2U, PacketsShown("busy"));
+    EXPECT_EQ(2U, CountIn(ReasonIn(DropsShown("busy"), kOtherHost), "packets"));
+    EXPECT_EQ("2", CollectorShown().at("discards-sent").get<std::string>());
+    EXPECT_EQ(5U, Numbers().Sum("sflow_drops_total")) << "monitoring counts on";
+}
+
 TEST_F(Drops, BeyondTheLimitAreCountedAndTheNextNotificationSaysHowMany)
 {
     constexpr std::uint64_t kLimit = 10, kBurst = 500;

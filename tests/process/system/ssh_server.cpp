@@ -15,7 +15,7 @@ namespace system_tests {
 
 namespace {
 
-constexpr const char* kSshd = "/usr/sbin/sshd";
+constexpr const char* kSshServer = "/usr/sbin/sshd";
 
 void Replace(std::string& text, const std::string& old, const std::string& with)
 {
@@ -49,10 +49,11 @@ int FreePort()
 
 std::string SshServer::Missing()
 {
-    return std::filesystem::exists(kSshd) ? "" : "the package openssh-server is not installed";
+    return std::filesystem::exists(kSshServer) ? "" : "the package openssh-server is not installed";
 }
 
-SshServer::SshServer(support::World& world) : m_world(world), m_dir(world.Dir() / "ssh"), m_port(FreePort())
+SshServer::SshServer(support::World& world, const std::string& address)
+    : m_world(world), m_dir(world.Dir() / "ssh"), m_port(FreePort())
 {
     std::filesystem::create_directories(m_dir);
     std::filesystem::permissions(m_dir, std::filesystem::perms::owner_all);
@@ -69,7 +70,7 @@ SshServer::SshServer(support::World& world) : m_world(world), m_dir(world.Dir() 
     std::filesystem::permissions(relay, std::filesystem::perms::owner_all);
 
     std::string shipped = Shipped("netconf.conf");
-    Replace(shipped, "Port 22\n", "ListenAddress 127.0.0.1\n");
+    Replace(shipped, "Port 22\n", "ListenAddress " + address + "\n");
     Replace(shipped, "Port 830\n", "Port " + std::to_string(m_port) + "\n");
     support::WriteFile(m_dir / "netconf.conf", shipped);
     support::WriteFile(m_dir / "config", "Include " + (m_dir / "netconf.conf").string() + "\nHostKey " +
@@ -89,7 +90,7 @@ std::string SshServer::Shipped(const std::string& name) const
 std::vector<std::string> SshServer::Server(const std::vector<std::string>& options) const
 {
     std::vector<std::string> argv = WithRunDirectory();
-    argv.emplace_back(kSshd);
+    argv.emplace_back(kSshServer);
     argv.insert(argv.end(), options.begin(), options.end());
     argv.insert(argv.end(), {"-f", m_dir / "config"});
     return argv;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// An OpenSSH server of the test's own, on a port of the loopback interface and with keys of its own, which
-// serves NETCONF of a World as the file in packaging/ssh says.
+// An OpenSSH server of the test's own, on a port of its own (of the loopback interface unless a test says
+// otherwise) and with keys of its own, which serves NETCONF of a World as the file in packaging/ssh says.
 
 #ifndef SYSTEM_SSH_SERVER_H
 #define SYSTEM_SSH_SERVER_H
@@ -20,8 +20,9 @@ public:
     /// Why no server can be run here; empty if one can.
     static std::string Missing();
 
-    /// Writes keys and settings. `world` must outlive this.
-    explicit SshServer(support::World& world);
+    /// Writes keys and settings. `world` must outlive this. Runs in the namespace of the thread that starts
+    /// it.
+    explicit SshServer(support::World& world, const std::string& address = "127.0.0.1");
 
     /// Why this user can't run it; empty if it can.
     std::string Check();

@@ -7,7 +7,7 @@
 namespace system_tests {
 
 Terminal::Terminal(std::filesystem::path dir, const std::map<std::string, std::string>& environment,
-                   const std::vector<std::string>& command)
+                   const std::vector<std::string>& command, TerminalSize size)
     : m_dir(std::move(dir)), m_environment(environment)
 {
     std::filesystem::create_directories(m_dir);
@@ -22,7 +22,9 @@ Terminal::Terminal(std::filesystem::path dir, const std::map<std::string, std::s
     const std::vector<std::string> option{
         "tmux", "-u", "-S", (m_dir / "tmux").string(), "set-option", "-g", "remain-on-exit", "on"};
     support::Await("tmux listens", [&] { return support::Run(m_dir, option, m_environment).status == 0; });
-    std::vector<std::string> start{"new-session", "-d", "-x", "80", "-y", "24", "--"};
+    Tmux({"set-option", "-g", "history-limit", "20000"});
+    std::vector<std::string> start{
+        "new-session", "-d", "-x", std::to_string(size.columns), "-y", std::to_string(size.rows), "--"};
     start.insert(start.end(), command.begin(), command.end());
     Tmux(start);
 }
@@ -67,6 +69,13 @@ std::string Terminal::Screen()
     return text;
 }
 
+std::string Terminal::Transcript()
+{
+    std::string text = Tmux({"capture-pane", "-p", "-e", "-S", "-"});
+    text.erase(text.find_last_not_of('\n') + 1);
+    return text;
+}
+
 std::string Terminal::LastRow()
 {
     const std::string screen = Screen();
@@ -86,6 +95,13 @@ void Terminal::AwaitsLast(const std::string& row)
 }
 
 void Terminal::Clear() { Key("C-l"); }
+
+void Terminal::Forget() { Tmux({"clear-history"}); }
+
+void Terminal::Resize(TerminalSize size)
+{
+    Tmux({"resize-window", "-x", std::to_string(size.columns), "-y", std::to_string(size.rows)});
+}
 
 bool Terminal::Runs() { return Tmux({"display-message", "-p", "#{pane_dead}"}) == "0\n"; }
 

@@ -14,12 +14,16 @@
 
 namespace system_tests {
 
+struct TerminalSize {
+    int columns = 80, rows = 24;
+};
+
 class Terminal {
 public:
-    /// Starts the command on a screen of 80 columns and 24 rows. `dir` is for the server's socket; what the
+    /// Starts the command on a screen of that size. `dir` is for the server's socket; what the
     /// program finds in its environment is `environment` beside the test's own.
     Terminal(std::filesystem::path dir, const std::map<std::string, std::string>& environment,
-             const std::vector<std::string>& command);
+             const std::vector<std::string>& command, TerminalSize size = {});
     ~Terminal();
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
@@ -35,11 +39,17 @@ public:
 
     /// The rows, without blanks at their ends and empty rows at the end.
     std::string Screen();
+    /// The same with the rows that have left the screen, and with the escape sequences of colours.
+    std::string Transcript();
     /// Throws support::TimedOut with the screen in it.
     void Awaits(const std::string& text);
     /// Waits until the last row is this one.
     void AwaitsLast(const std::string& row);
     void Clear();
+    /// Forgets the rows that have left the screen.
+    void Forget();
+    /// Gives the screen another size, as a person who draws at its corner.
+    void Resize(TerminalSize size);
     /// Whether the program still runs.
     bool Runs();
 

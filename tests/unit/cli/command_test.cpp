@@ -137,10 +137,12 @@ TEST(Commands, HaveDistinctNamesAndHelp)
     }
 }
 
+constexpr std::size_t kWide = 200;
+
 TEST(Help, ListsTheCommandsThatBeginWithTheWords)
 {
     EXPECT_EQ(
-        cli::Help(cli::Commands(), {"show", "system"}),
+        cli::Help(cli::Commands(), {"show", "system"}, kWide),
         "  show system processes [| json]\n"
         "      Shows the processes that are connected to the database, and those that miss commits.\n"
         "  show system faults [| json]\n"
@@ -151,8 +153,13 @@ TEST(Help, ListsTheCommandsThatBeginWithTheWords)
         "  show system candidates [| json]\n"
         "      Shows who has edited the shared candidate, and who has a private one.\n");
     for (const cli::Command& command : cli::Commands())
-        EXPECT_THAT(cli::Help(cli::Commands(), {}), HasSubstr("  " + cli::Usage(command) + "\n"));
-    EXPECT_THROW(cli::Help(cli::Commands(), {"roll"}), cli::Error);
+        EXPECT_THAT(cli::Help(cli::Commands(), {}, kWide), HasSubstr("  " + cli::Usage(command) + "\n"));
+    EXPECT_THROW(cli::Help(cli::Commands(), {"roll"}, kWide), cli::Error);
+    EXPECT_EQ(cli::Help(cli::Commands(), {"show", "system", "processes"}, 40),
+              "  show system processes [| json]\n"
+              "      Shows the processes that are\n"
+              "      connected to the database, and\n"
+              "      those that miss commits.\n");
 }
 
 }  // namespace

@@ -64,6 +64,15 @@ TEST(Completion, OffersTheCommandsOfTheMode)
     EXPECT_THAT(HelpOf(At(""), "load"), "merge, replace, set");
 }
 
+TEST(Completion, TellsWhereToTypeWhatTheModeDoesNotHave)
+{
+    for (const std::string line : {"set ", "set", "set oam ", "load merge "})
+        EXPECT_THAT(At(line, false).hint, HasSubstr("type configure")) << line;
+    EXPECT_THAT(At("help exit now ", false).hint, Not(HasSubstr("configure")));
+    EXPECT_THAT(At("nonsense ", false).hint, Not(HasSubstr("configure")));
+    EXPECT_THAT(At("set nonsense ").hint, Not(HasSubstr("configure")));
+}
+
 TEST(Completion, InsertsWhatIsCertain)
 {
     EXPECT_EQ(At("sho").Insertion(), "w ");
@@ -90,6 +99,25 @@ TEST(Completion, OffersTheProcessesAlsoBehindTheNumberOfLines)
     EXPECT_THAT(Words(At("show log 5 ")), UnorderedElementsAre("cdbd", "sflow-app", "sflow-mgr"));
     EXPECT_THAT(Words(At("show log cdbd ")), IsEmpty());
     EXPECT_EQ(At("show log 5 sflow-m").Insertion(), "gr ");
+}
+
+TEST(Completion, DescribesTheWordsOfArguments)
+{
+    EXPECT_THAT(HelpOf(At("show sflow "), "drops"), HasSubstr("dropped"));
+    EXPECT_THAT(HelpOf(At("request ha "), "go-standby"), HasSubstr("waits"));
+    EXPECT_THAT(HelpOf(At("commit "), "comment"), HasSubstr("history"));
+    EXPECT_THAT(HelpOf(At("commit confirmed 60 "), "persist"), HasSubstr("id"));
+    for (const cli::Command& command : cli::Commands()) {
+        const std::string name(command.name);
+        for (const cli::Argument& argument : command.arguments) {
+            if (argument.kind == cli::ArgumentKind::kFlag || argument.kind == cli::ArgumentKind::kText) {
+                EXPECT_TRUE(argument.help.ends_with('.')) << name;
+            }
+            if (argument.kind != cli::ArgumentKind::kChoice) continue;
+            for (const std::string& word : cli::ChoicesOf(argument))
+                EXPECT_THAT(HelpOf(At(name + " "), word), testing::EndsWith(".")) << name;
+        }
+    }
 }
 
 TEST(Completion, DescribesThePathsOfTheModel)

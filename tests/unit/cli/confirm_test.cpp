@@ -163,8 +163,8 @@ TEST(ConfirmedCommands, ShowWhatCantBeRolledBack)
         "<time-left>0</time-left><problem>the disk is full</problem>");
     EXPECT_TRUE(fixture.shell.Run("show history"));
     EXPECT_THAT(fixture.out.str(),
-                HasSubstr("Commit 2 by ann waits for its confirmation: it could not be rolled "
-                          "back: the disk is full; a commit or confirm keeps"));
+                HasSubstr("Commit 2 by ann waits for its confirmation: it could not be rolled back: the\n"
+                          "disk is full; a commit or confirm keeps"));
     EXPECT_THAT(fixture.out.str(), Not(HasSubstr(" in 0 s")));
 }
 

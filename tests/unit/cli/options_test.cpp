@@ -69,8 +69,13 @@ TEST(Options, RefuseWhatTheyDoNotKnow)
 
 TEST(HelpText, NamesEveryCommand)
 {
-    for (const cli::Command& command : cli::Commands())
-        EXPECT_THAT(cli::HelpText(), HasSubstr(cli::Usage(command)));
+    std::string text = cli::HelpText();
+    std::erase_if(text, [](char c) { return c == ' ' || c == '\n'; });  // usages may be broken
+    for (const cli::Command& command : cli::Commands()) {
+        std::string usage = cli::Usage(command);
+        std::erase(usage, ' ');
+        EXPECT_THAT(text, HasSubstr(usage));
+    }
 }
 
 }  // namespace

@@ -129,7 +129,7 @@ TEST(Shell, WarningsOfAReplyGoToTheErrorStreamAndAreNoFailure)
     Fixture test(
         [](const std::string&) { return RpcError("warning", "sflow-app did not answer in time") + "<ok/>"; });
     EXPECT_TRUE(test.shell.RunAll("commit"));
-    EXPECT_EQ(test.err.str(), "warning: sflow-app did not answer in time\nnothing to commit\n");
+    EXPECT_EQ(test.err.str(), "nothing to commit\nwarning: sflow-app did not answer in time\n");
     EXPECT_EQ(test.out.str(), "");
 }
 

@@ -189,6 +189,23 @@ INSTANTIATE_TEST_SUITE_P(
                    {{"bad-element", "filter"}}}),
     [](const auto& each) { return std::string(each.param.name); });
 
+TEST(Rpc, NamesTheNamespaceOfAnOperation)
+{
+    const auto messageOf = [](const std::string& operation) {
+        const auto result =
+            ReadMessage("<b:rpc xmlns:b='" + kBase + "' message-id='1'>" + operation + "</b:rpc>");
+        const auto* bad = std::get_if<agent::BadRpc>(&result);
+        return bad == nullptr ? "" : bad->error.message;
+    };
+    EXPECT_EQ("there is no operation \"lock\" without a namespace; give it the namespace \"" + kBase + "\"",
+              messageOf("<lock><target><candidate/></target></lock>"));
+    EXPECT_EQ("there is no operation \"backup\" in the namespace \"" + kBase +
+                  "\"; give it the namespace \"urn:switch:yang:switch-system\"",
+              messageOf("<b:backup/>"));
+    EXPECT_EQ("there is no operation \"make-tea\" in the namespace \"urn:x\"",
+              messageOf("<make-tea xmlns='urn:x'/>"));
+}
+
 TEST(Rpc, GivesOldClientsNoTagThatTheyDoNotKnow)
 {
     const auto result = ReadMessage("hello", false);

@@ -13,7 +13,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "manager/status/talkers_output.h"
+#include "manager/process/talkers_output.h"
 #include "support/hex.h"
 #include "support/manual_timers.h"
 

@@ -49,5 +49,41 @@ TEST(StatisticsTest, CountFromWhereTheyWereCleared)
     EXPECT_EQ(10U, datagrams(10));
 }
 
+TEST(StatisticsTest, DropsCountFromWhereTheyWereCleared)
+{
+    const ServiceTable table;
+    const OwnSettings own;
+    std::vector<DropsAtInterface> counted{
+        {"eth1", 3, 12, 2, {{.name = "NO_SOCKET", .packets = 5}, {.name = "OTHERHOST", .packets = 7}}},
+        {"eth2", 4, 1, 0, {{.name = "OTHERHOST", .packets = 1}}}};
+    StatusSources sources{table, own};
+    sources.drops = [&] { return counted; };
+    Statistics statistics(kNow);
+    const auto shown = [&] {
+        std::string text;
+        std::vector<DropsAtInterface> drops = counted;
+        statistics.Reduce(drops);
+        for (const auto& at : drops) {
+            text += at.name + " " + std::to_string(at.packets) + " " + std::to_string(at.untold) + ":";
+            for (const auto& reason : at.reasons)
+                text += " " + reason.name + " " + std::to_string(reason.packets);
+            text += "\n";
+        }
+        return text;
+    };
+    const std::string all = "eth1 12 2: NO_SOCKET 5 OTHERHOST 7\neth2 1 0: OTHERHOST 1\n";
+    EXPECT_EQ(all, shown());
+    statistics.Clear(sources, kNow);
+    EXPECT_EQ("", shown());
+    counted[0].name = "uplink";
+    counted[0].packets += 4;
+    counted[0].untold += 1;
+    counted[0].reasons[1].packets += 3;
+    counted[0].reasons.push_back({.name = "SOCKET_FILTER", .packets = 1});
+    EXPECT_EQ("uplink 4 1: OTHERHOST 3 SOCKET_FILTER 1\n", shown());
+    counted = {{"eth1", 3, 2, 0, {{.name = "OTHERHOST", .packets = 2}}}};
+    EXPECT_EQ("eth1 2 0: OTHERHOST 2\n", shown()) << "counted anew";
+}
+
 }  // namespace
 }  // namespace manager

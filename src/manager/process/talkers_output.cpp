@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "manager/status/talkers_output.h"
+#include "manager/process/talkers_output.h"
 
 #include <chrono>
 #include <cstdint>
