@@ -59,9 +59,10 @@ void Operations::GetLog(const RequestPtr& request)
         const auto answer = std::make_shared<std::string>();
         m_services.reads.Do(
             [this, request, lines, process, xmlNamespace, answer] {
+                const auto entries = m_services.log.Last(lines, process);
                 *answer = request->OutputText([&](std::string& out) {
-                    for (const LogLine& line : m_services.log.Last(lines, process))
-                        AppendLine(out, xmlNamespace, line);
+                    for (const LogLine& line : entries) AppendLine(out, xmlNamespace, line);
+                    if (entries.empty()) out.append("<ok/>");  // RFC 7950, section 7.14.4
                 });
             },
             [request, answer] { request->Reply(std::move(*answer)); });

@@ -60,8 +60,8 @@ TEST_F(LogText, HasTheTimeOfTheZoneAndEachTextWhole)
 
 TEST_F(LogText, SaysThatThereIsNone)
 {
-    EXPECT_EQ(TextOf(""), "There is no line in the log since the database was started.\n");
-    EXPECT_EQ(TextOf("", "sflow-app"),
+    EXPECT_EQ(TextOf("<ok/>"), "There is no line in the log since the database was started.\n");
+    EXPECT_EQ(TextOf("<ok/>", "sflow-app"),
               "There is no line of sflow-app in the log since the database was started.\n");
 }
 
