@@ -37,12 +37,13 @@ class LogText : public testing::Test {
 protected:
     LogText()
     {
+        Yang();                      // sets the zone of the other tests
         ::setenv("TZ", "XYZ-2", 1);  // two hours east
         ::tzset();
     }
     ~LogText() override
     {
-        ::unsetenv("TZ");
+        ::setenv("TZ", "UTC", 1);
         ::tzset();
     }
 };
