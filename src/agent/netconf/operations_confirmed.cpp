@@ -94,7 +94,7 @@ Operations::UndoJobPtr Operations::MakeUndo(const RequestPtr& request,
                                             const SerialQueue::TicketPtr& commitTicket,
                                             const SerialQueue::TicketPtr& ticket) const
 {
-    const auto job = std::make_shared<UndoJob>();
+    auto job = std::make_shared<UndoJob>();
     job->request = request;
     job->commitTicket = commitTicket;
     job->ticket = ticket;
@@ -157,6 +157,7 @@ void Operations::DeliverUndone(const UndoJobPtr& job)
             return;
         }
         std::vector<netconf::RpcError> shown;
+        shown.reserve(result.warnings.size());
         for (const std::string& text : result.warnings) shown.push_back(MakeWarning(text));
         job->request->NoteAcknowledged(std::move(result.acknowledged));
         job->request->Ok(shown);

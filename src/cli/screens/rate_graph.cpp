@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <string_view>
 
 namespace cli {
@@ -26,7 +27,8 @@ std::size_t Steps(std::uint64_t part, std::uint64_t whole, std::size_t steps)
 {
     if (part == 0 || whole == 0) return 0;
     const double share = std::min(1.0, static_cast<double>(part) / static_cast<double>(whole));
-    return std::max<std::size_t>(1, static_cast<std::size_t>(share * static_cast<double>(steps) + 0.5));
+    return std::max<std::size_t>(1,
+                                 static_cast<std::size_t>(std::llround(share * static_cast<double>(steps))));
 }
 
 /// The rates as `width` columns.

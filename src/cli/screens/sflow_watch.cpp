@@ -151,7 +151,7 @@ Rates SflowWatch::RatesOf(Known& known, const Counts& counts, Time now)
     const double passed = std::chrono::duration<double>(now - known.at).count();
     const auto rate = [passed](std::uint64_t before, std::uint64_t after) -> std::optional<std::uint64_t> {
         if (after < before || passed <= 0) return std::nullopt;  // counted anew
-        return static_cast<std::uint64_t>(static_cast<double>(after - before) / passed + 0.5);
+        return static_cast<std::uint64_t>(std::llround(static_cast<double>(after - before) / passed));
     };
     const Counts& before = known.counts;
     Rates rates{rate(before.packets, counts.packets), rate(before.samples, counts.samples), {}};

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <iterator>
 #include <ostream>
 #include <streambuf>
 #include <string_view>
@@ -183,6 +184,7 @@ std::string FiltersHelp()
 std::vector<Choice> FilterChoices()
 {
     std::vector<Choice> choices;
+    choices.reserve(std::size(kKnown) + 1);
     for (const Known& known : kKnown) choices.push_back({std::string(known.name), std::string(known.help)});
     choices.push_back({std::string(kNoMore), "All at once, not a screen at a time."});
     return choices;

@@ -2,6 +2,7 @@
 #include "manager/process/talkers_output.h"
 
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -12,7 +13,7 @@ namespace {
 std::string PerSecond(std::uint64_t count, std::chrono::milliseconds counted)
 {
     const double seconds = std::chrono::duration<double>(counted).count();
-    return std::to_string(static_cast<std::uint64_t>(static_cast<double>(count) / seconds + 0.5));
+    return std::to_string(std::llround(static_cast<double>(count) / seconds));
 }
 
 OutputNode Entry(const Talker& talker, std::chrono::milliseconds counted)
