@@ -15,7 +15,7 @@ namespace cli {
 
 /// Shows the watch until a key or SIGINT ends it; the other signals that end a process do so, once the
 /// terminal is as it was. False without a terminal that can be filled. Throws Error, and
-/// netconf::ConnectionError if there is no session at the begin.
+/// netconf::ConnectionError if there is no session at the start.
 bool MonitorOnScreen(Call& call, const std::function<std::unique_ptr<Screen>()>& open, SflowWatch watch);
 
 }  // namespace cli

@@ -22,7 +22,7 @@ public:
     Screen(const Screen&) = delete;
     Screen& operator=(const Screen&) = delete;
 
-    /// As it was when the terminal was last asked: at the begin, and by Resize.
+    /// As it was when the terminal was last asked: at the start, and by Resize.
     [[nodiscard]] virtual ScreenSize Size() const = 0;
     virtual void Resize() = 0;
     [[nodiscard]] virtual Charset Characters() const = 0;
