@@ -4,6 +4,8 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <utility>

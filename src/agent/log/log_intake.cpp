@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/log/log_intake.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include <boost/asio/buffer.hpp>
