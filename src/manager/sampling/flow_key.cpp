@@ -168,7 +168,7 @@ std::string AddressText(FlowKey::Kind kind, const FlowKey::Address& address)
 
 }  // namespace
 
-std::size_t FlowKeyHash::operator()(const FlowKey& key) const noexcept
+std::size_t FlowKeyHash::operator()(const FlowKey& key) const
 {
     static_assert(std::has_unique_object_representations_v<FlowKey>, "all of its bytes are values");
     // What is sampled comes from strangers, who must not know which keys meet in a bucket.

@@ -33,7 +33,8 @@ struct FlowKey {
 };
 
 struct FlowKeyHash {
-    [[nodiscard]] std::size_t operator()(const FlowKey& key) const noexcept;
+    // Not noexcept: so a container keeps the hash beside the flow, instead of taking it again.
+    [[nodiscard]] std::size_t operator()(const FlowKey& key) const;
 };
 
 /// Of the beginning of a packet, whatever is in it: a header that is cut, or contradicts itself, makes a flow

@@ -30,11 +30,11 @@ void TalkerTable::PutOut()
     std::vector<std::uint64_t> bytes;
     bytes.reserve(m_now.flows.size());
     for (const auto& [flow, counts] : m_now.flows) bytes.push_back(counts.bytes);
-    const auto middle = bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() / 2);
-    std::ranges::nth_element(bytes, middle);
-    std::size_t most = bytes.size() / 2;  // of equal ones not all
+    std::size_t most = bytes.size() - kFlowsThatStay;  // of equal ones not all
+    const auto bound = bytes.begin() + static_cast<std::ptrdiff_t>(most);
+    std::ranges::nth_element(bytes, bound);
     std::erase_if(m_now.flows, [&](const auto& each) {
-        if (most == 0 || each.second.bytes > *middle) return false;
+        if (most == 0 || each.second.bytes > *bound) return false;
         --most;
         return true;
     });
@@ -46,7 +46,7 @@ TopTalkers TalkerTable::Look(Time now)
     TopTalkers top;
     top.counted = std::chrono::duration_cast<std::chrono::milliseconds>(now - m_begin);
     top.samples = m_before.samples + m_now.samples;
-    Flows all = m_before.flows;
+    Flows all(m_before.flows, &m_pool);
     for (const auto& [flow, counts] : m_now.flows) all[flow] += counts;
     top.talkers.reserve(all.size());
     for (const auto& [flow, counts] : all) top.talkers.push_back({flow, counts});
@@ -55,7 +55,9 @@ TopTalkers TalkerTable::Look(Time now)
                               std::ranges::greater{}, [](const Talker& each) { return each.counts.bytes; });
     top.talkers.resize(shown);
     if (now - m_turned >= kHalf) {
-        m_before = std::exchange(m_now, {});
+        std::swap(m_before, m_now);
+        m_now.flows.clear();
+        m_now.samples = 0;
         m_begin = std::exchange(m_turned, now);
     }
     return top;

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory_resource>
 #include <unordered_map>
 #include <vector>
 
@@ -49,11 +50,15 @@ public:
 
     static constexpr std::size_t kMaxTalkers = 20;
     static constexpr std::chrono::seconds kHalf{5};
-    /// Flows of a half. A flow too many puts out the half of them that carry least: with a flood of flows of
-    /// one packet each, those that carry most stay.
+    /// Flows of a half. A flow too many puts out all but the `kFlowsThatStay` that carry most, so that a
+    /// flood of flows of one packet each leaves those.
     static constexpr std::size_t kMaxFlows = 1024;
+    static constexpr std::size_t kFlowsThatStay = kMaxFlows / 4;
 
-    explicit TalkerTable(Time now) : m_begin(now), m_lastLook(now) {}
+    explicit TalkerTable(Time now)
+        : m_now{Flows(&m_pool)}, m_before{Flows(&m_pool)}, m_begin(now), m_lastLook(now)
+    {
+    }
 
     void Count(const capture::Sample& sample, wire::HeaderProtocol protocol) noexcept;
 
@@ -61,7 +66,7 @@ public:
     [[nodiscard]] Time LastLook() const { return m_lastLook; }
 
 private:
-    using Flows = std::unordered_map<FlowKey, TalkerCounts, FlowKeyHash>;
+    using Flows = std::pmr::unordered_map<FlowKey, TalkerCounts, FlowKeyHash>;
     struct Half {
         Flows flows;
         std::uint64_t samples = 0;
@@ -69,6 +74,7 @@ private:
 
     void PutOut();
 
+    std::pmr::unsynchronized_pool_resource m_pool;  // of the flows: in a flood they come and go
     Half m_now, m_before;
     Time m_begin;  // of the earlier half that there is
     Time m_turned = m_begin;
