@@ -194,8 +194,19 @@ Client::Client(base::UniqueFd socket, std::string name, const ClientOptions& opt
 
 Reply Client::Call(std::string_view operation)
 {
+    while (m_owed > 0) ReceiveMessage();
     Send(operation);
     return Receive();
+}
+
+std::optional<Reply> Client::CallWithin(std::string_view operation, std::chrono::milliseconds time)
+{
+    while (m_owed > 0)
+        if (!ReceiveMessageWithin(time)) return std::nullopt;
+    Send(operation);
+    auto message = ReceiveMessageWithin(time);
+    if (!message) return std::nullopt;
+    return Parsed(*std::move(message));
 }
 
 void Client::Send(std::string_view operation)
@@ -208,12 +219,15 @@ void Client::Send(std::string_view operation)
     message.append(operation).append("</rpc>");
     std::string frame = FrameHeader(m_framing, message.size());
     frame.append(message).append(FrameTrailer(m_framing));
+    ++m_owed;
     Write(frame, Clock::now() + m_callTimeout);
 }
 
-Reply Client::Receive()
+Reply Client::Receive() { return Parsed(ReceiveMessage()); }
+
+Reply Client::Parsed(std::string message) const
 {
-    auto reply = ParseReply(ReceiveMessage());
+    auto reply = ParseReply(std::move(message));
     if (!reply) Fail(reply.error());
     return *std::move(reply);
 }
@@ -297,7 +311,10 @@ std::optional<std::string> Client::ReadAvailable()
 {
     std::array<char, 65536> buffer;
     for (;;) {
-        if (auto message = m_reader.Next()) return *std::move(message);
+        if (auto message = m_reader.Next()) {
+            m_owed -= std::min<std::size_t>(m_owed, 1);
+            return *std::move(message);
+        }
         if (!m_reader.Problem().empty()) Fail("the server's framing is broken: " + m_reader.Problem());
         const ssize_t count = ::recv(m_socket.Get(), buffer.data(), buffer.size(), 0);
         if (count > 0) {
@@ -314,8 +331,12 @@ void Client::AwaitReady(short events, Deadline deadline) const
 {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
     if (left.count() <= 0) Fail("no answer in time");
-    pollfd wait{m_socket.Get(), events, 0};
-    if (::poll(&wait, 1, static_cast<int>(left.count())) < 0 && errno != EINTR) Fail(ErrnoText(errno));
+    std::array<pollfd, 2> wait{pollfd{m_socket.Get(), events, 0}, pollfd{m_stop, POLLIN, 0}};
+    const int ready = ::poll(wait.data(), wait.size(), static_cast<int>(left.count()));
+    if (ready < 0 && errno != EINTR) Fail(ErrnoText(errno));
+    if (ready <= 0 || wait[1].revents == 0) return;
+    if (events == POLLOUT) Fail("stopped in the middle of a request");
+    throw Stopped(m_name + ": stopped before the reply came");
 }
 
 void Client::Fail(const std::string& what) const { throw ConnectionError(m_name + ": " + what); }

@@ -6,10 +6,12 @@
 #define NETCONF_CLIENT_H
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -48,6 +50,13 @@ struct Reply {
 /// The reply, or what is wrong with the message.
 base::expected<Reply, std::string> ParseReply(std::string xml);
 
+/// A wait for a reply has ended because of what StopAt names. The request is on its way, and its reply is
+/// left behind: the next call passes it over.
+class Stopped : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 struct ClientOptions {
     std::chrono::milliseconds connectTimeout{5'000};  // socket and hello exchange together
     std::chrono::milliseconds callTimeout{120'000};   // a commit waits for its subscribers
@@ -70,9 +79,17 @@ public:
     [[nodiscard]] int Descriptor() const { return m_socket.Get(); }
     [[nodiscard]] Framing UsedFraming() const { return m_framing; }
 
+    /// From now on a wait for a reply ends with Stopped once the descriptor can be read; -1: with the reply
+    /// only. A request that is half sent then ends with ConnectionError.
+    void StopAt(int descriptor) { m_stop = descriptor; }
+
     /// Sends <rpc> around `operation` (an element; the base namespace is the default there, see
-    /// requests.h) and waits for its reply. Throws ConnectionError.
+    /// requests.h) and waits for its reply. Replies that earlier requests have left behind are passed over.
+    /// Throws ConnectionError and Stopped.
     Reply Call(std::string_view operation);
+    /// The same; nullopt if the reply does not come within that time, or one that was left behind has not:
+    /// then nothing is sent.
+    std::optional<Reply> CallWithin(std::string_view operation, std::chrono::milliseconds time);
 
     /// The two halves of Call: to have several requests under way. Replies come in request order.
     void Send(std::string_view operation);
@@ -94,6 +111,7 @@ private:
     std::string Read(Deadline deadline);
     std::optional<std::string> ReadAvailable();
     void AwaitReady(short events, Deadline deadline) const;
+    [[nodiscard]] Reply Parsed(std::string message) const;
     [[noreturn]] void Fail(const std::string& what) const;
 
     base::UniqueFd m_socket;
@@ -103,6 +121,8 @@ private:
     Framing m_framing = Framing::kEndOfMessage;
     Hello m_server;
     std::uint64_t m_lastId = 0;
+    std::size_t m_owed = 0;  // replies that have not come yet
+    int m_stop = -1;
 };
 
 }  // namespace netconf

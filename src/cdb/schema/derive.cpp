@@ -14,12 +14,11 @@
 
 #include "base/number.h"
 #include "cdb/model/error.h"
+#include "cdb/schema/extensions.h"
 #include "cdb/schema/libyang_owner.h"
 
 namespace cdb {
 namespace {
-
-constexpr std::string_view kExtensions = "switch-extensions";
 
 template <typename Item>
 std::span<Item> Array(Item* sized)
@@ -31,14 +30,6 @@ std::span<Item> Array(Item* sized)
 {
     const std::string where = TakeText(lysc_path(node, LYSC_PATH_LOG, nullptr, 0));
     throw FatalError("YANG module " + std::string(node->module->name) + ": node " + where + ' ' + why);
-}
-
-/// The argument of our extension statement of that name; null if there is none.
-const char* Statement(lysc_ext_instance* instances, std::string_view name)
-{
-    for (const auto& instance : Array(instances))
-        if (instance.def->name == name && instance.def->module->name == kExtensions) return instance.argument;
-    return nullptr;
 }
 
 /// The number, or 0 if the text is none or it is beyond `limit`.

@@ -23,6 +23,20 @@ Tree RequestEditors(Call& call)
                                        "</candidates></system>")));
 }
 
+/// Makes the requests by which the session comes to `use`, or leaves it. Where their replies are not waited
+/// for, it is unknown which candidate the session has: then the session ends, and `use` with it. Throws what
+/// the requests throw, and netconf::ConnectionError.
+template <typename Requests>
+void Switch(Call& call, CandidateUse use, const Requests& requests)
+{
+    try {
+        requests();
+    } catch (const netconf::Stopped& stopped) {
+        call.shell.candidate = use;
+        throw netconf::ConnectionError(stopped.what());
+    }
+}
+
 void LeaveExclusive(Call& call)
 {
     const netconf::Reply reply = RequestReply(call, netconf::DiscardChanges());
@@ -36,7 +50,7 @@ void LeaveExclusive(Call& call)
 void UsePrivate(Call& call)
 {
     if (call.shell.candidate == CandidateUse::kExclusive) UseShared(call);
-    Request(call, netconf::OpenPrivateCandidate());
+    Switch(call, CandidateUse::kPrivate, [&] { Request(call, netconf::OpenPrivateCandidate()); });
     call.shell.candidate = CandidateUse::kPrivate;
 }
 
@@ -44,7 +58,7 @@ void UseExclusive(Call& call)
 {
     if (call.shell.candidate == CandidateUse::kExclusive) return;
     UseShared(call);
-    Request(call, netconf::Lock("candidate"));
+    Switch(call, CandidateUse::kExclusive, [&] { Request(call, netconf::Lock("candidate")); });
     call.shell.candidate = CandidateUse::kExclusive;
 }
 
@@ -52,8 +66,10 @@ void UseShared(Call& call)
 {
     const CandidateUse left = call.shell.candidate;
     call.shell.candidate = CandidateUse::kShared;
-    if (left == CandidateUse::kPrivate) Request(call, netconf::ClosePrivateCandidate());
-    if (left == CandidateUse::kExclusive) LeaveExclusive(call);
+    Switch(call, left, [&] {
+        if (left == CandidateUse::kPrivate) Request(call, netconf::ClosePrivateCandidate());
+        if (left == CandidateUse::kExclusive) LeaveExclusive(call);
+    });
 }
 
 std::size_t UncommittedEdits(Call& call)

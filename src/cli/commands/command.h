@@ -39,11 +39,15 @@ enum class ArgumentKind {
     kCommand,  // words of a command's name
 };
 
+/// What an argument may be the name of, so that completion knows which there are.
+enum class Nameable { kNothing, kInterface, kCollector, kCheckpoint, kCommit, kSession };
+
 struct Argument {
     ArgumentKind kind;
     std::string_view text;  // as the usage line shows it
     bool optional = false;
     std::string_view help = {};  // of its word, as completion shows it; of kChoice of each, '|' between
+    Nameable names = Nameable::kNothing;
 };
 
 /// The words of a kChoice.

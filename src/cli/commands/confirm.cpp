@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include "base/number.h"
 #include "base/user.h"
@@ -56,8 +57,15 @@ void CommitConfirmed(Call& call)
     const bool isExtended = IsPersistent(RequestPending(call));
     if (id.empty() && (isExtended || !call.shell.talks)) id = OwnId();
     (isExtended ? options.persistId : options.persist) = id;
-    const netconf::Reply reply = RequestReply(call, netconf::CommitConfirmed(options), Warnings::kLeft);
-    call.shell.waits = id.empty();
+    const bool waited =
+        std::exchange(call.shell.waits, id.empty());  // also where its reply is not waited for
+    netconf::Reply reply;
+    try {
+        reply = RequestReply(call, netconf::CommitConfirmed(options), Warnings::kLeft);
+    } catch (const Refused&) {
+        call.shell.waits = waited;
+        throw;
+    }
     Committed(call, reply);
     call.err << PendingText(RequestPending(call).get());
 }

@@ -131,18 +131,18 @@ std::vector<Command> HistoryCommands()
     // Two lines a row read better than one line an element.
     // clang-format off
     return {
-        Command{"rollback", {{Kind::kName, "N|CHECKPOINT"}},
+        Command{"rollback", {{Kind::kName, "N|CHECKPOINT", false, {}, Nameable::kCheckpoint}},
                 "Makes the candidate the configuration of N commits ago (0: the running one, 1: as before the last commit), or of a checkpoint.",
                 kSession | kMode, Forms::kNone, &RollBack},
-        Command{"rollback commit", {{Kind::kNumber, "ID"}},
+        Command{"rollback commit", {{Kind::kNumber, "ID", false, {}, Nameable::kCommit}},
                 "Makes the candidate the configuration after that commit.", kSession | kMode, Forms::kNone, &RollBackToCommit},
-        Command{"compare rollback", {{Kind::kName, "N|CHECKPOINT"}},
+        Command{"compare rollback", {{Kind::kName, "N|CHECKPOINT", false, {}, Nameable::kCheckpoint}},
                 "Shows what leads from the configuration of N commits ago, or of a checkpoint, to the candidate.", kBoth,
                 Forms::kNone, &CompareRollback},
-        Command{"compare rollback commit", {{Kind::kNumber, "ID"}},
+        Command{"compare rollback commit", {{Kind::kNumber, "ID", false, {}, Nameable::kCommit}},
                 "Shows what leads from the configuration after that commit to the candidate.", kBoth, Forms::kNone,
                 &CompareCommit},
-        Command{"show history", {{Kind::kNumber, "ID", true}},
+        Command{"show history", {{Kind::kNumber, "ID", true, {}, Nameable::kCommit}},
                 "Lists the commits, the newest first; with a number, shows that commit and what it has changed.", kBoth,
                 Forms::kState, &ShowHistory},
         Command{"show history last", {{Kind::kNumber, "N"}},
@@ -153,7 +153,7 @@ std::vector<Command> HistoryCommands()
         Command{"request checkpoint", {{Kind::kName, "NAME"}, {Kind::kFlag, "replace", true, "Moves the name from an older commit."}},
                 "Marks the last commit by a name; with replace, one that an older commit may have.", kSession,
                 Forms::kNone, &RequestCheckpoint},
-        Command{"request delete-checkpoint", {{Kind::kName, "NAME"}},
+        Command{"request delete-checkpoint", {{Kind::kName, "NAME", false, {}, Nameable::kCheckpoint}},
                 "Deletes a checkpoint.", kSession, Forms::kNone, &RequestDeleteCheckpoint},
     };
     // clang-format on

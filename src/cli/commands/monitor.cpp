@@ -194,6 +194,25 @@ std::string EventLine(const ly_ctx* yang, const std::string& xml, Format format)
     return base::Printable(parsed.time + "  " + std::string(name) + (what.empty() ? "" : "  ") + what);
 }
 
+/// Each event in a line until the descriptor can be read. Throws netconf::Stopped if that is before the
+/// first.
+void PrintEvents(Call& call, const std::string& start, int stop)
+{
+    // Its own session: the subscription ends with it.
+    const auto session = call.connect();
+    session->StopAt(stop);
+    const netconf::Reply reply = session->Call(netconf::CreateSubscription(start));
+    if (!reply.ok)
+        throw Error(reply.errors.empty() ? "the database refused without a reason"
+                                         : ToText(reply.errors.front()));
+    while (const auto message = session->ReceiveMessageUnless(stop)) {
+        const std::string line = EventLine(call.yang, *message, call.format);
+        if (line.empty()) continue;
+        call.out << line << std::endl;
+        if (!call.out) throw Error("standard output can't be written");
+    }
+}
+
 void MonitorEvents(Call& call)
 {
     std::string start;
@@ -203,17 +222,10 @@ void MonitorEvents(Call& call)
                                 std::chrono::system_clock::now().time_since_epoch())
                                 .count());
     const Interrupt interrupt;
-    // Its own session: the subscription ends with it.
-    const auto session = call.connect();
-    const netconf::Reply reply = session->Call(netconf::CreateSubscription(start));
-    if (!reply.ok)
-        throw Error(reply.errors.empty() ? "the database refused without a reason"
-                                         : ToText(reply.errors.front()));
-    while (const auto message = session->ReceiveMessageUnless(interrupt.Descriptor())) {
-        const std::string line = EventLine(call.yang, *message, call.format);
-        if (line.empty()) continue;
-        call.out << line << std::endl;
-        if (!call.out) throw Error("standard output can't be written");
+    try {
+        PrintEvents(call, start, interrupt.Descriptor());
+    } catch (const netconf::Stopped&) {
+        // The person has waited long enough for the first one.
     }
     // Behind the terminal's "^C".
     if (call.shell.talks) call.out << std::endl;

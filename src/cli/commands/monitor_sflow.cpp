@@ -50,12 +50,15 @@ bool AwaitNext(const Interrupt& interrupt, std::chrono::steady_clock::time_point
 /// Of "2026-11-23T15:00:00Z" that of the day: lines are short, and JSON has the rest.
 std::string_view OfDay(std::string_view time) { return time.substr(time.find('T') + 1); }
 
-std::string Line(Call& call, SflowWatch& watch, std::unique_ptr<netconf::Client>& session)
+/// Throws netconf::Stopped.
+std::string Line(Call& call, SflowWatch& watch, const Interrupt& interrupt,
+                 std::unique_ptr<netconf::Client>& session)
 {
     const std::string time = TimeText();
     std::string why;
     try {
         if (!session) session = call.connect();
+        session->StopAt(interrupt.Descriptor());
         const netconf::Reply reply =
             session->Call(netconf::Get(StateFilter("<oam><sflow>" + watch.Filter() + "</sflow></oam>")));
         if (reply.ok) {
@@ -87,10 +90,14 @@ void MonitorSflow(Call& call)
     const Interrupt interrupt;
     std::unique_ptr<netconf::Client> session = call.connect();  // of which the first failure is the command's
     auto next = std::chrono::steady_clock::now();
-    do {
-        call.out << Line(call, watch, session) << std::endl;
-        if (!call.out) throw Error("standard output can't be written");
-    } while (AwaitNext(interrupt, next));
+    try {
+        do {
+            call.out << Line(call, watch, interrupt, session) << std::endl;
+            if (!call.out) throw Error("standard output can't be written");
+        } while (AwaitNext(interrupt, next));
+    } catch (const netconf::Stopped&) {
+        return;  // SIGINT has come while a line was asked for
+    }
 }
 
 }  // namespace cli

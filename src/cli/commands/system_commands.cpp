@@ -102,7 +102,7 @@ std::vector<Command> SystemCommands()
                 "Shows the faults that processes reported.", kBoth, Forms::kState, &ShowFaults},
         Command{"show system sessions", {},
                 "Shows who has a session, from where and since when, with its locks and the edits that it has not committed.", kBoth, Forms::kState, &ShowSessions},
-        Command{"request session", {{Kind::kNumber, "N"}, {Kind::kFlag, "end", false, "Ends it."}},
+        Command{"request session", {{Kind::kNumber, "N", false, {}, Nameable::kSession}, {Kind::kFlag, "end", false, "Ends it."}},
                 "Ends another session: what it has locked becomes free, and what it has edited under its lock is dropped.", kSession, Forms::kNone, &EndSession},
         Command{"show version", {},
                 "Shows the versions of this shell, of the database and of the processes that are connected to it.", kBoth, Forms::kState, &ShowVersion},

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "cdb/schema/extensions.h"
 #include "cli/data/error.h"
 #include "cli/data/path_reader.h"
 #include "cli/data/ranges.h"
@@ -31,19 +32,30 @@ std::string FirstSentence(const char* description)
     return text;
 }
 
-const char* DefaultOf(const lysc_node* node)
+/// The name of the leaf beside it whose value holds where it has none; empty if there is no such leaf.
+std::string_view LeafOfDefault(const lysc_node* node)
 {
-    if (node->nodetype != LYS_LEAF) return nullptr;
-    const lyd_value* value = reinterpret_cast<const lysc_node_leaf*>(node)->dflt;
-    return value ? lyd_value_get_canonical(node->module->ctx, value) : nullptr;
+    const char* path = cdb::Statement(node->exts, "default-ref");
+    const std::string_view text = path ? path : "";
+    return text.substr(text.rfind('/') + 1);
+}
+
+/// What holds where the leaf has no value: one of its own, or that of a leaf beside it. Empty: nothing does.
+std::string DefaultOf(const lysc_node* node)
+{
+    if (node->nodetype != LYS_LEAF) return {};
+    if (const lyd_value* value = reinterpret_cast<const lysc_node_leaf*>(node)->dflt)
+        return lyd_value_get_canonical(node->module->ctx, value);
+    const std::string_view reference = LeafOfDefault(node);
+    return reference.empty() ? std::string() : "the " + std::string(reference);
 }
 
 /// "<1..16777215 packets>", with the default behind it.
 Choice ValueOf(const lysc_node* leaf)
 {
-    const char* standard = DefaultOf(leaf);
+    const std::string standard = DefaultOf(leaf);
     return {"<" + AllowedValues(leaf) + ">",
-            HelpOf(leaf) + (standard ? " Default: " + std::string(standard) + "." : ""), true};
+            HelpOf(leaf) + (standard.empty() ? "" : " Default: " + standard + "."), true};
 }
 
 void AddEnums(const lysc_type_enum* type, std::vector<Choice>& words)

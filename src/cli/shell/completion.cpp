@@ -15,6 +15,7 @@
 #include "cli/screens/counted.h"
 #include "cli/screens/text_table.h"
 #include "cli/screens/text_width.h"
+#include "cli/screens/wrapped_text.h"
 #include "cli/shell/pipes.h"
 
 namespace cli {
@@ -69,21 +70,26 @@ std::vector<Choice> Files(const std::string& typed)
     return files;
 }
 
-/// The choices of a path: of the configuration, or of the names of sFlow's entries.
-std::vector<Choice> PathChoices(const CompletionContext& context, const Command& command, Texts words)
+/// The choices of a path of the configuration, or of names.
+std::vector<Choice> PathChoices(const CompletionContext& context, const Command& command, Nameable names,
+                                Texts words)
 {
-    Choices choices;
-    if (const auto use = UseOf(command)) {
-        words.insert(words.begin(), context.state.place.begin(), context.state.place.end());
-        choices = ChoicesBehind(context.yang, words, *use);
-    } else {
-        const std::string list(command.name.substr(command.name.rfind(' ') + 1));
-        choices.keysOf = PlacesToShow(context.yang, Texts{"oam", "sflow", list}).front();
-    }
+    const auto use = UseOf(command);
+    if (!use) return context.namesOf(names);
+    words.insert(words.begin(), context.state.place.begin(), context.state.place.end());
+    Choices choices = ChoicesBehind(context.yang, words, *use);
     if (!choices.keysOf) return choices.words;
     std::vector<Choice> all = context.keysOf(*choices.keysOf);
     std::ranges::move(choices.words, std::back_inserter(all));
     return all;
+}
+
+/// What may be written for the argument: what it may name, and how it is called.
+std::vector<Choice> NameChoices(const CompletionContext& context, Nameable names, const std::string& called)
+{
+    std::vector<Choice> choices = context.namesOf(names);
+    choices.push_back({"<" + called + ">", {}, true});
+    return choices;
 }
 
 /// The words without the choice that may stand before a path.
@@ -109,6 +115,15 @@ std::string HelpOfWord(const Argument& argument, const std::string& word)
     return at < words.size() && at < helps.size() ? helps[at] : std::string();
 }
 
+/// How many words have to stand before the argument's.
+std::size_t WordsBefore(const Command& command, const Argument& argument)
+{
+    const std::span<const Argument> before(command.arguments.data(), &argument);
+    return static_cast<std::size_t>(std::ranges::count_if(before, [](const Argument& each) {
+        return !each.optional && (each.kind == ArgumentKind::kNumber || each.kind == ArgumentKind::kName);
+    }));
+}
+
 /// Choices of the command's arguments behind `words`; `typed` is the word that is begun.
 std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Command& command,
                                     const Texts& words, const std::string& typed)
@@ -117,11 +132,12 @@ std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Comm
     const auto isGiven = [&](std::string_view word) { return std::ranges::find(words, word) != words.end(); };
     std::size_t at = 0;
     for (const Argument& argument : command.arguments) {
+        if (words.size() < WordsBefore(command, argument)) break;
         const std::string text(argument.text);
         const std::string keyword = text.substr(0, text.find(' '));
         switch (argument.kind) {
         case ArgumentKind::kPath:
-            std::ranges::move(PathChoices(context, command, PathIn(command, words)),
+            std::ranges::move(PathChoices(context, command, argument.names, PathIn(command, words)),
                               std::back_inserter(choices));
             break;
         case ArgumentKind::kFlag:
@@ -129,7 +145,7 @@ std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Comm
             break;
         case ArgumentKind::kText:
             if (!words.empty() && words.back() == keyword)
-                return {{"<" + text.substr(keyword.size() + 1) + ">", {}, true}};
+                return NameChoices(context, argument.names, text.substr(keyword.size() + 1));
             if (!isGiven(keyword)) choices.push_back({keyword, HelpOfWord(argument, keyword)});
             break;
         case ArgumentKind::kFile:
@@ -137,7 +153,8 @@ std::vector<Choice> ArgumentChoices(const CompletionContext& context, const Comm
             break;
         case ArgumentKind::kNumber:
         case ArgumentKind::kName:
-            if (words.size() == at) choices.push_back({"<" + text + ">", {}, true});
+            if (words.size() == at)
+                std::ranges::move(NameChoices(context, argument.names, text), std::back_inserter(choices));
             break;
         case ArgumentKind::kChoice:
             if (words.size() <= at && std::ranges::none_of(ChoicesOf(argument), isGiven))
@@ -218,7 +235,7 @@ std::vector<Choice> ChoicesFor(const CompletionContext& context, const std::vect
     const auto nameWords = std::ranges::count(command->name, ' ') + 1;
     const Texts arguments(left.begin() + nameWords, left.end());
     if (!command->arguments.empty() && command->arguments.front().kind == ArgumentKind::kCommand) {
-        CompletionContext inner{commands, context.yang, context.state, context.keysOf};
+        CompletionContext inner{commands, context.yang, context.state, context.keysOf, context.namesOf};
         std::vector<Word> rest;
         for (const std::string& each : arguments) rest.push_back({each});
         return ChoicesFor(inner, rest, typed);
@@ -255,15 +272,24 @@ std::string Completion::Insertion() const
 
 std::string Completion::Text(std::size_t width, std::size_t most) const
 {
+    const std::span<const Choice> shown = std::span(choices).first(std::min(most, choices.size()));
     TextTable table({"", {"", 1, true}});
-    for (const Choice& choice : choices) {
-        if (most-- == 0) break;
-        table.Add({choice.isValue ? choice.word : Quoted(choice.word), choice.help});
+    std::size_t column = 0;
+    for (const Choice& choice : shown) {
+        column = std::max(column, Width(choice.word));
+        if (!choice.isValue) table.Add({Quoted(choice.word), choice.help});
+    }
+    std::string values;  // what may be written there is told in full
+    for (const Choice& choice : shown) {
+        if (!choice.isValue) continue;
+        const std::string begin = "  " + choice.word + std::string(column - Width(choice.word), ' ') + "  ";
+        values +=
+            choice.help.empty() ? "  " + choice.word : Wrapped(begin + choice.help, begin.size(), width);
+        values += '\n';
     }
     std::string text = table.Text(2, width);
     text.erase(0, text.find('\n') + 1);  // the line of headings
-    if (most == static_cast<std::size_t>(-1)) text += "  and more\n";
-    return text;
+    return text + values + (choices.size() > most ? "  and more\n" : "");
 }
 
 Completion Complete(const CompletionContext& context, std::string_view line)

@@ -34,6 +34,7 @@ struct CompletionContext {
     const ly_ctx* yang;
     const ShellState& state;
     std::function<std::vector<Choice>(const Place& list)> keysOf;
+    std::function<std::vector<Choice>(Nameable names)> namesOf;
 };
 
 /// Nothing for a line that no command may begin with, or in which a quote is open.

@@ -5,12 +5,14 @@
 #include <chrono>
 #include <exception>
 #include <istream>
+#include <optional>
 #include <ostream>
 #include <sstream>
 #include <utility>
 
 #include "base/text.h"
 #include "cli/commands/candidate_use.h"
+#include "cli/commands/interrupt.h"
 #include "cli/commands/keys.h"
 #include "cli/data/error.h"
 #include "cli/data/words.h"
@@ -33,6 +35,24 @@ std::string Named(std::string_view command)
 
 }  // namespace
 
+/// While a person waits for the database, Ctrl-C ends the wait, and neither the shell nor its session.
+class Shell::Patience {
+public:
+    explicit Patience(Shell& shell) : m_shell(shell)
+    {
+        if (!shell.m_state.talks) return;
+        m_interrupt.emplace();
+        shell.StopAt(m_interrupt->Descriptor());
+    }
+    ~Patience() { m_shell.StopAt(-1); }
+    Patience(const Patience&) = delete;
+    Patience& operator=(const Patience&) = delete;
+
+private:
+    Shell& m_shell;
+    std::optional<Interrupt> m_interrupt;
+};
+
 Shell::Shell(std::span<const Command> commands, Environment environment, std::ostream& out, std::ostream& err)
     : m_commands(commands), m_environment(std::move(environment)), m_out(out), m_err(err)
 {
@@ -47,6 +67,8 @@ bool Shell::Run(std::string_view command, std::string_view where, bool mayHaveCo
         return true;
     } catch (const netconf::ConnectionError& error) {
         problem = error.what() + TakeLoss();
+    } catch (const netconf::Stopped&) {
+        problem = "stopped: the reply is not waited for, and what was asked for may still be done";
     } catch (const std::exception& error) {
         problem = error.what();
     }
@@ -125,7 +147,7 @@ Standing Shell::NowStanding()
         if (!m_session && m_wasAway) return {.isAway = true};
         if (!m_session) Connect();
         LoadYang();
-        const auto reply = m_timed.Call(*m_session, StandingRequest(), kPatience);
+        const auto reply = m_session->CallWithin(StandingRequest(), kPatience);
         const Invocation none;
         return reply ? StandingOf(MakeCall(none), *reply) : Standing{.isAway = true};
     } catch (const netconf::ConnectionError& error) {
@@ -148,20 +170,19 @@ Completion Shell::Complete(std::string_view line)
 {
     try {
         LoadYang();
-        return cli::Complete(
-            {m_commands, m_yang, m_state, [this](const Place& list) { return KeysOf(list); }}, line);
+        // A session, and a call on it, once there is something to ask for.
+        const auto asking = [this](const auto& request) {
+            return [this, &request](const auto& what) {
+                if (!m_session) Connect();
+                const Invocation none;
+                Call call = MakeCall(none);
+                return request(call, what);
+            };
+        };
+        return cli::Complete({m_commands, m_yang, m_state, asking(RequestKeys), asking(RequestNames)}, line);
     } catch (const std::exception&) {
         return {};  // what can't be completed is said when it is run
     }
-}
-
-std::vector<Choice> Shell::KeysOf(const Place& list)
-{
-    if (!m_session) Connect();
-    m_timed.Settle(*m_session);
-    const Invocation none;
-    Call call = MakeCall(none);
-    return RequestKeys(call, list);
 }
 
 void Shell::Finish(bool done)
@@ -178,7 +199,7 @@ std::size_t Shell::Uncommitted()
 {
     if (m_state.edits == 0 || !m_session || m_state.candidate != CandidateUse::kShared) return 0;
     try {
-        m_timed.Settle(*m_session);
+        const Patience patience(*this);
         LoadYang();
         const Invocation none;
         Call call = MakeCall(none);
@@ -192,23 +213,24 @@ std::size_t Shell::Uncommitted()
 std::string Shell::TakeLoss()
 {
     m_session.reset();  // the next command connects again
-    m_timed.Forget();
-    m_state.waits = false;
+    std::string text;
+    if (std::exchange(m_state.waits, false)) text = "; what still waited for its confirmation is rolled back";
     m_lost += std::exchange(m_state.edits, 0);
     const CandidateUse lost = std::exchange(m_state.candidate, CandidateUse::kShared);
-    if (lost == CandidateUse::kShared) return {};
+    if (lost == CandidateUse::kShared) return text;
     // Edits meant for it must not go to the shared one.
     m_state.configures = false;
     m_state.place.clear();
     m_lost = 0;
-    return lost == CandidateUse::kPrivate
-               ? "; the private candidate has ended with the session"
-               : "; the lock has ended with the session, and what was not committed is taken back";
+    return text + (lost == CandidateUse::kPrivate
+                       ? "; the private candidate has ended with the session"
+                       : "; the lock has ended with the session, and what was not committed is taken back");
 }
 
 void Shell::Connect()
 {
     m_session = m_environment.connect();
+    m_session->StopAt(m_stop);
     m_wasAway = false;
     if (!m_exclusive && m_lost == 0) return;
     LoadYang();
@@ -216,6 +238,12 @@ void Shell::Connect()
     Call call = MakeCall(none);
     if (m_lost > 0) TellOfLostEdits(call, std::exchange(m_lost, 0));
     if (m_exclusive) UseExclusive(call);
+}
+
+void Shell::StopAt(int descriptor)
+{
+    m_stop = descriptor;
+    if (m_session) m_session->StopAt(descriptor);
 }
 
 Call Shell::MakeCall(const Invocation& invocation) { return MakeCall(invocation, m_out); }
@@ -243,8 +271,8 @@ void Shell::Execute(std::string_view command)
     const unsigned needs = invocation.command->needs;
     if ((needs & kMode) && m_state.talks && !m_state.configures)
         throw Error("it belongs to configuration mode; type configure, then it again");
+    std::optional<Patience> patience(std::in_place, *this);
     if ((needs & kSession) && !m_session) Connect();
-    if (m_session && (needs & kSession)) m_timed.Settle(*m_session);
     if (needs & kYang) LoadYang();
     const bool pages = m_state.talks && m_environment.page && pipes.paged && !(needs & kStreams);
     std::ostringstream text;
@@ -260,9 +288,13 @@ void Shell::Execute(std::string_view command)
     try {
         invocation.command->run(call);
         output.Finish();
+    } catch (const netconf::Stopped&) {
+        if (needs & kMode) ++m_state.edits;  // for all that is known
+        failure = std::current_exception();
     } catch (...) {
         failure = std::current_exception();
     }
+    patience.reset();  // a pager's keys are its own
     if (pages) Show(text.str());
     if (failure) std::rethrow_exception(failure);
 }

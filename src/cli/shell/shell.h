@@ -17,7 +17,6 @@
 #include "cli/screens/style.h"
 #include "cli/shell/completion.h"
 #include "cli/shell/line_source.h"
-#include "cli/shell/timed_session.h"
 #include "netconf/client.h"
 
 namespace cli {
@@ -71,6 +70,7 @@ public:
     [[nodiscard]] bool Left() const { return m_state.left; }
 
 private:
+    class Patience;
     bool Run(std::string_view command, std::string_view where, bool mayHaveComment);
     void Execute(std::string_view command);
     /// `invocation` must outlive it.
@@ -79,6 +79,8 @@ private:
     /// A screen at a time, if it is longer than one.
     void Show(const std::string& text);
     void Connect();
+    /// What ends a wait for the database (netconf::Client::StopAt).
+    void StopAt(int descriptor);
     /// After the session was lost: what went with it, to be added to the error.
     std::string TakeLoss();
     /// At the end of the input: leaves a private candidate or a lock, so that what it drops is said, and says
@@ -88,7 +90,6 @@ private:
     bool MayLeave(LineSource& lines);
     /// For the prompt. That the database is away is said once.
     Standing NowStanding();
-    std::vector<Choice> KeysOf(const Place& list);
     void LoadYang();
     /// How many edits of this session the candidate keeps; 0 if that can't be told.
     std::size_t Uncommitted();
@@ -98,8 +99,8 @@ private:
     std::ostream& m_out;
     std::ostream& m_err;
     std::unique_ptr<netconf::Client> m_session;
+    int m_stop = -1;
     bool m_exclusive = false;
-    TimedSession m_timed;
     bool m_wasAway = false;  // no connection could be made, or the last one is lost
     std::size_t m_lost = 0;  // edits of a session that was lost, until the next one tells what became of them
     const ly_ctx* m_yang = nullptr;

@@ -230,6 +230,28 @@ TEST_F(Prompt, AQuestionMarkHelpsAtOnceAndTabCompletes)
     shell->Enter("discard", At(" (config)>"));
 }
 
+TEST_F(Prompt, TabKnowsWhatACommandMayName)
+{
+    TheWorld().CliDone(
+        "set oam sflow collector c9 ip 192.0.2.9; commit comment \"named\"; "
+        "request checkpoint before-upgrade");
+    const auto client = Connect();
+    const auto shell = Shell();
+    shell->Type("request delete-checkpoint be");
+    shell->Key("Tab");
+    shell->AwaitsLast(At("> request delete-checkpoint before-upgrade"));
+    shell->Key("C-c");
+    shell->Type("show history ?");
+    shell->Awaits(": named");
+    shell->Key("C-c");
+    shell->Type("request session ?");
+    shell->Awaits("\n  " + std::to_string(client.SessionId()) + " ");
+    shell->Key("C-c");
+    shell->Type("monitor sflow collector c9");
+    shell->Key("Tab");
+    shell->AwaitsLast(At("> monitor sflow collector c9"));
+}
+
 TEST_F(Prompt, ADatabaseThatIsAwayNeitherHoldsNorBreaksIt)
 {
     const auto shell = Shell();
@@ -246,6 +268,35 @@ TEST_F(Prompt, ADatabaseThatIsAwayNeitherHoldsNorBreaksIt)
     });
     shell->Enter("show system candidates", "The shared candidate has no edits.");
     shell->AwaitsLast(At(">"));
+}
+
+TEST_F(Prompt, CtrlCEndsTheWaitForADatabaseThatHangs)
+{
+    const auto shell = Shell();
+    shell->Enter("configure exclusive", At(" (exclusive)>"));
+    shell->Enter("set oam sflow collector kept ip 192.0.2.77", At(" (exclusive)*>"));
+    TheWorld().Cdbd().Freeze();
+    shell->Type("show system sessions");
+    shell->Key("Enter");
+    // Until the command has begun the key belongs to the line.
+    Await("the command is stopped", [&] {
+        shell->Key("C-c");
+        return shell->Screen().find("stopped: the reply is not waited for") != std::string::npos;
+    });
+    shell->AwaitsLast(At(" (exclusive) [no database]>"));
+    // A key that asks does not hold the line for long either.
+    shell->Type("request session ");
+    shell->Key("Tab");
+    shell->Awaits("<N>");
+    shell->Key("C-c");
+    TheWorld().Cdbd().Thaw();
+    Await("the prompt has its answer", [&] {
+        shell->Key("Enter");
+        return shell->Screen().ends_with(At(" (exclusive)*>"));
+    });
+    // The lock and the edit under it are still there.
+    shell->Enter("show configuration oam sflow collector kept", "192.0.2.77");
+    shell->Enter("discard", At(" (exclusive)>"));
 }
 
 TEST_F(Prompt, IsTheShellOfALogin)

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // swcli against the real switch: what an operator's files and commands do, and what bad ones say.
 
+#include <chrono>
 #include <csignal>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <thread>
 
 #include "system/event_monitor.h"
 #include "system/system_test.h"
@@ -177,6 +179,18 @@ TEST_F(Shell, EventsAreShownUntilInterrupted)
     monitor.Await("process-lost  process sflow-mgr, pid " + manager);
     monitor.Process().Signal(SIGINT);
     EXPECT_EQ(0, monitor.Process().Wait());
+}
+
+TEST_F(Shell, AMonitorIsInterruptedAlsoWhereTheDatabaseHangs)
+{
+    EventMonitor monitor(TheWorld(), "monitor sflow");
+    monitor.Await("Z ");
+    TheWorld().Cdbd().Freeze();
+    // Long enough for the next line to be asked for.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1'500));
+    monitor.Process().Signal(SIGINT);
+    EXPECT_EQ(0, monitor.Process().Wait());
+    TheWorld().Cdbd().Thaw();
 }
 
 TEST_F(Shell, EventsAreJsonObjectsOneALine)

@@ -33,13 +33,33 @@ std::vector<cli::Choice> Keys(const cli::Place& list)
     return {};
 }
 
+/// Of each kind one.
+std::vector<cli::Choice> Names(cli::Nameable what)
+{
+    switch (what) {
+    case cli::Nameable::kInterface:
+        return {{"1/1/1", ""}};
+    case cli::Nameable::kCollector:
+        return {{"c1", ""}, {"c2", ""}};
+    case cli::Nameable::kCheckpoint:
+        return {{"before-upgrade", "commit 7"}};
+    case cli::Nameable::kCommit:
+        return {{"12", "09:00 by anna"}, {"7", "08:00 by ben"}};
+    case cli::Nameable::kSession:
+        return {{"31", "ben, since 07:59"}};
+    case cli::Nameable::kNothing:
+        break;
+    }
+    return {};
+}
+
 cli::Completion At(const std::string& line, bool configures = true, std::vector<std::string> place = {})
 {
     cli::ShellState state;
     state.talks = true;
     state.configures = configures;
     state.place = std::move(place);
-    return cli::Complete({cli::Commands(), Yang(), state, &Keys}, line);
+    return cli::Complete({cli::Commands(), Yang(), state, &Keys, &Names}, line);
 }
 
 std::vector<std::string> Words(const cli::Completion& completion)
@@ -128,8 +148,12 @@ TEST(Completion, DescribesThePathsOfTheModel)
     ASSERT_THAT(Words(port), ElementsAre("<1..65535>"));
     EXPECT_THAT(HelpOf(port, "<1..65535>"), HasSubstr("Default: 6343."));
     EXPECT_EQ(port.Insertion(), "");
-    EXPECT_THAT(Words(At("set oam sflow interface 1/1/1 sampling-rate ")),
-                ElementsAre("<1..16777215 packets>"));
+    const auto rate = At("set oam sflow interface 1/1/1 sampling-rate ");
+    ASSERT_THAT(Words(rate), ElementsAre("<1..16777215 packets>"));
+    EXPECT_THAT(HelpOf(rate, "<1..16777215 packets>"), HasSubstr("Default: the default-sampling-rate."));
+    const std::string told = rate.Text(60, 40);
+    EXPECT_THAT(told, testing::StartsWith("  <1..16777215 packets>  One of so many packets"));
+    EXPECT_THAT(told, HasSubstr("default-sampling-rate.\n"));
     EXPECT_THAT(Words(At("set oam sflow collector c1 enabled ")), ElementsAre("true", "false"));
     EXPECT_THAT(Words(At("set oam sflow-manager direction ")), Contains("ingress"));
     EXPECT_THAT(Words(At("delete oam sflow agent ipv4 ")), Not(Contains("<IPv4 address>")));
@@ -143,6 +167,23 @@ TEST(Completion, OffersKeysThatThereAre)
     EXPECT_THAT(Words(At("show sflow collector ")), IsSupersetOf({"c1", "c2"}));
     EXPECT_EQ(At("set oam sflow interface t").Insertion(), "");  // its begin would need a quote
     EXPECT_THAT(At("set oam sflow interface ").Text(79, 40), HasSubstr("\"two words\""));
+}
+
+TEST(Completion, OffersWhatAnArgumentMayName)
+{
+    EXPECT_THAT(Words(At("rollback ")), ElementsAre("commit", "before-upgrade", "<N|CHECKPOINT>"));
+    EXPECT_EQ(At("compare rollback b").Insertion(), "efore-upgrade ");
+    EXPECT_EQ(HelpOf(At("request delete-checkpoint "), "before-upgrade"), "commit 7");
+    EXPECT_THAT(Words(At("request checkpoint ")), ElementsAre("<NAME>"));
+    EXPECT_THAT(Words(At("request checkpoint x ")), ElementsAre("replace"));
+    EXPECT_THAT(Words(At("rollback commit ")), ElementsAre("12", "7", "<ID>"));
+    EXPECT_THAT(Words(At("show history ")), ElementsAre("last", "12", "7", "<ID>"));
+    EXPECT_EQ(HelpOf(At("request session "), "31"), "ben, since 07:59");
+    EXPECT_EQ(At("request session ").Insertion(), "31 ");
+    EXPECT_THAT(Words(At("request session 31 ")), ElementsAre("end"));
+    EXPECT_THAT(Words(At("request sflow test collector ")), ElementsAre("c1", "c2", "<NAME>"));
+    EXPECT_THAT(Words(At("monitor sflow collector ")), ElementsAre("c1", "c2", "<NAME>"));
+    EXPECT_EQ(At("monitor sflow interface 1").Insertion(), "/1/1 ");
 }
 
 TEST(Completion, GoesOnBesideALeafAndBehindARange)

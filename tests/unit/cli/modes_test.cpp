@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <csignal>
+#include <future>
 #include <sstream>
 
 #include "cli/peer.h"
@@ -121,6 +124,85 @@ TEST(Modes, ALostPrivateCandidateEndsConfigurationMode)
     EXPECT_THAT(test.err.str(), HasSubstr("the private candidate has ended with the session"));
     EXPECT_THAT(test.err.str(), HasSubstr("error: it belongs to configuration mode"));
     EXPECT_THAT(test.out.str(), HasSubstr("swcli (private oam)> swcli> "));
+}
+
+// ---- Ctrl-C while a command waits ----
+
+/// Presses Ctrl-C once the request that begins so has come, and answers it when the next prompt is there.
+class Interrupted {
+public:
+    explicit Interrupted(std::string request) : m_request(std::move(request)), m_test(Answerer()) {}
+
+    /// What the errors say.
+    std::string Converse(const std::vector<std::string>& lines)
+    {
+        cli::Shell shell(cli::Commands(), m_test.environment, m_test.out, m_test.err);
+        Lines source(*this, lines);
+        shell.Converse(source);
+        return m_test.err.str();
+    }
+    [[nodiscard]] std::vector<std::string> Requests() const { return m_test.peer.Requests(); }
+
+private:
+    struct Lines : cli::LineSource {
+        Lines(Interrupted& test, const std::vector<std::string>& lines) : m_test(test), m_left(lines) {}
+        std::optional<std::string> Read(const std::string& /*prompt*/) override
+        {
+            if (m_test.m_isAsked && !std::exchange(m_test.m_isReleased, true)) m_test.m_release.set_value();
+            if (m_left.empty()) return std::nullopt;
+            return std::exchange(m_left, {m_left.begin() + 1, m_left.end()}).front();
+        }
+        Interrupted& m_test;
+        std::vector<std::string> m_left;
+    };
+
+    cli_test::Answer Answerer()
+    {
+        return [this](const std::string& operation) {
+            if (operation.starts_with(m_request) && !m_isAsked) {
+                m_isAsked = true;
+                ::pthread_kill(m_shell, SIGINT);
+                m_release.get_future().wait();
+            }
+            return Ok(operation);
+        };
+    }
+
+    std::string m_request;
+    pthread_t m_shell = ::pthread_self();
+    std::promise<void> m_release;
+    std::atomic<bool> m_isAsked = false;
+    bool m_isReleased = false;
+    ModesFixture m_test;
+};
+
+TEST(CtrlC, EndsTheWaitAndKeepsTheSession)
+{
+    Interrupted test("<validate");
+    EXPECT_THAT(test.Converse({"configure exclusive", "validate", "commit", "configure shared"}),
+                testing::StartsWith("error: stopped: the reply is not waited for, and what was asked for may "
+                                    "still be done\n"));
+    EXPECT_THAT(test.Requests(), ElementsAre(HasSubstr("lock"), HasSubstr("validate"), "<commit></commit>",
+                                             HasSubstr("discard"), HasSubstr("unlock")));
+}
+
+TEST(CtrlC, LeavesNoDoubtWhichCandidateThereIs)
+{
+    Interrupted test("<open-private-candidate");
+    const std::string errors =
+        test.Converse({"configure private", "set oam sflow collector c1", "configure"});
+    EXPECT_THAT(errors,
+                HasSubstr("error: peer: stopped before the reply came; the private candidate has ended "
+                          "with the session\n"));
+    EXPECT_THAT(errors, HasSubstr("type configure"));
+}
+
+TEST(CtrlC, TellsAtTheEndOfEditsThatMayHaveBeenMade)
+{
+    Interrupted test("<edit-config");
+    test.Converse({"configure", "set oam sflow collector c1"});
+    // What is left is asked for, although no reply has told of an edit.
+    EXPECT_THAT(test.Requests(), ElementsAre(HasSubstr("<edit-config"), HasSubstr("editor")));
 }
 
 // ---- abbreviations ----

@@ -3,11 +3,14 @@
 
 #include "netconf/client.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <future>
 #include <string>
 #include <thread>
 #include <utility>
@@ -154,6 +157,48 @@ TEST(Client, WaitsNoLongerThanItIsTold)
     Client client(server.ClientEnd(), "test", options);
     EXPECT_THAT([&] { client.Call("<get/>"); },
                 testing::ThrowsMessage<ConnectionError>("test: no answer in time"));
+}
+
+/// Answers the calls with data 1, 2, ..., the first one only when `held` says so.
+void AnswerLate(Server& self, std::shared_future<void> held)
+{
+    self.SayHello({kBase10});
+    self.Receive();
+    for (int number = 1; self.Receive() != "(closed)"; ++number) {
+        if (number == 1) held.wait();
+        self.Send(ReplyWith("<data>" + std::to_string(number) + "</data>"), Framing::kEndOfMessage);
+    }
+}
+
+TEST(Client, AStoppedCallLeavesAReplyThatTheNextOnePassesOver)
+{
+    std::promise<void> held;
+    Server server([late = held.get_future().share()](Server& self) { AnswerLate(self, late); });
+    Client client(server.ClientEnd(), "test");
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    const base::UniqueFd stop(ends[0]);
+    const base::UniqueFd stopper(ends[1]);
+    client.StopAt(stop.Get());
+    ASSERT_EQ(::write(stopper.Get(), "x", 1), 1);
+    EXPECT_THAT([&] { client.Call("<get/>"); },
+                testing::ThrowsMessage<netconf::Stopped>("test: stopped before the reply came"));
+    // Nor does one that has little time.
+    client.StopAt(-1);
+    EXPECT_EQ(client.CallWithin("<get/>", std::chrono::milliseconds(1)), std::nullopt);
+    held.set_value();
+    EXPECT_EQ(client.Call("<get/>").data, "2");
+    EXPECT_EQ(client.CallWithin("<get/>", std::chrono::seconds(60))->data, "3");
+}
+
+TEST(Client, ACallWithoutTimeLeavesAReplyThatTheNextOnePassesOver)
+{
+    std::promise<void> held;
+    Server server([late = held.get_future().share()](Server& self) { AnswerLate(self, late); });
+    Client client(server.ClientEnd(), "test");
+    EXPECT_EQ(client.CallWithin("<get/>", std::chrono::milliseconds(1)), std::nullopt);
+    held.set_value();
+    EXPECT_EQ(client.Call("<get/>").data, "2");
 }
 
 TEST(Client, RefusesAServerItCannotTalkTo)
