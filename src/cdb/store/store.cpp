@@ -43,7 +43,7 @@ std::vector<Record> Newest(Environment& environment, MDB_dbi database, std::size
 Error NoCheckpoint(const std::string& name)
 {
     return {.tag = ErrorTag::kDataMissing,
-            .message = "there is no checkpoint " + name + "; the history's state lists those there are"};
+            .message = "there is no checkpoint " + name + "; the history lists those there are"};
 }
 
 }  // namespace
