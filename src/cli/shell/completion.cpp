@@ -178,7 +178,7 @@ std::string HelpFor(std::span<const Command> commands, const Texts& words, const
     const std::string text = boost::join(name, " ");
     for (const Command& command : commands)
         if (command.name == text) return std::string(command.help);
-    const std::string following = boost::join(WordsAt(commands, name), ", ");
+    std::string following = boost::join(WordsAt(commands, name), ", ");
     const std::string before = boost::join(words, " ");
     for (const Command& command : commands)
         if (following.empty() && command.name == before)
