@@ -16,7 +16,8 @@ struct Reply;
 namespace cli {
 
 struct Standing {
-    bool isAway = false;      // the database has not answered in time
+    bool isAway = false;      // there is no connection to the database
+    bool isLate = false;      // the reply has not come in time, or one before it has not
     bool isEdited = false;    // the candidate that the session uses
     std::string confirmIn{};  // seconds; empty if no commit waits for its confirmation
 };

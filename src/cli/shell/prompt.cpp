@@ -46,6 +46,7 @@ std::string PromptText(const std::string& who, const ShellState& state, const St
         text.append(" (").append(ModeName(state.candidate)).append(PlaceText(state.place)).append(")");
     if (standing.isEdited) text += style.Toned(Tone::kWarning, "*");
     if (standing.isAway) text += " " + style.Toned(Tone::kBroken, "[no database]");
+    if (standing.isLate) text += " " + style.Toned(Tone::kBroken, "[no answer]");
     if (!standing.confirmIn.empty())
         text += " " + style.Toned(Tone::kWarning, "[confirm in " + standing.confirmIn + " s]");
     return text + "> ";

@@ -149,7 +149,7 @@ Standing Shell::NowStanding()
         LoadYang();
         const auto reply = m_session->CallWithin(StandingRequest(), kPatience);
         const Invocation none;
-        return reply ? StandingOf(MakeCall(none), *reply) : Standing{.isAway = true};
+        return reply ? StandingOf(MakeCall(none), *reply) : Standing{.isLate = true};
     } catch (const netconf::ConnectionError& error) {
         problem = error.what() + TakeLoss();
         m_wasAway = true;

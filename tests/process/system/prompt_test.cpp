@@ -252,15 +252,15 @@ TEST_F(Prompt, TabKnowsWhatACommandMayName)
     shell->AwaitsLast(At("> monitor sflow collector c9"));
 }
 
-TEST_F(Prompt, ADatabaseThatIsAwayNeitherHoldsNorBreaksIt)
+TEST_F(Prompt, ADatabaseThatHangsNeitherHoldsNorBreaksIt)
 {
     const auto shell = Shell();
     TheWorld().Cdbd().Freeze();
     shell->Key("Enter");
-    shell->AwaitsLast(At(" [no database]>"));
+    shell->AwaitsLast(At(" [no answer]>"));
     // What asks nothing does not wait either.
     shell->Enter("help exit", "Leaves the place of edit");
-    shell->AwaitsLast(At(" [no database]>"));
+    shell->AwaitsLast(At(" [no answer]>"));
     TheWorld().Cdbd().Thaw();
     Await("the prompt has its answer", [&] {
         shell->Key("Enter");
@@ -283,7 +283,7 @@ TEST_F(Prompt, CtrlCEndsTheWaitForADatabaseThatHangs)
         shell->Key("C-c");
         return shell->Screen().find("stopped: the reply is not waited for") != std::string::npos;
     });
-    shell->AwaitsLast(At(" (exclusive) [no database]>"));
+    shell->AwaitsLast(At(" (exclusive) [no answer]>"));
     // A key that asks does not hold the line for long either.
     shell->Type("request session ");
     shell->Key("Tab");

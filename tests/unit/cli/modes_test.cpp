@@ -260,9 +260,10 @@ cli::ShellState Configuring(std::vector<std::string> place = {})
 TEST(Prompt, TellsModePlaceEditsAndWhatWaits)
 {
     EXPECT_EQ(cli::PromptText("ann@sw1", {}, {}), "ann@sw1> ");
-    EXPECT_EQ(cli::PromptText("ann@sw1", {}, {false, true, ""}), "ann@sw1*> ");
-    EXPECT_EQ(cli::PromptText("ann@sw1", Configuring({"oam", "sflow"}), {false, true, "54"}),
-              "ann@sw1 (config oam sflow)* [confirm in 54 s]> ");
+    EXPECT_EQ(cli::PromptText("ann@sw1", {}, {.isEdited = true}), "ann@sw1*> ");
+    EXPECT_EQ(
+        cli::PromptText("ann@sw1", Configuring({"oam", "sflow"}), {.isEdited = true, .confirmIn = "54"}),
+        "ann@sw1 (config oam sflow)* [confirm in 54 s]> ");
     cli::ShellState state = Configuring();
     state.candidate = cli::CandidateUse::kExclusive;
     EXPECT_EQ(cli::PromptText("ann@sw1", state, {}), "ann@sw1 (exclusive)> ");

@@ -53,6 +53,7 @@ TEST(Style, ColoursWhatIsBroken)
 TEST(Style, ColoursThePrompt)
 {
     const cli::Standing standing{.isAway = true, .isEdited = true, .confirmIn = "54"};
+    EXPECT_EQ("a@b " + Red("[no answer]") + "> ", cli::PromptText("a@b", {}, {.isLate = true}, kColoured));
     EXPECT_EQ("a@b" + Yellow("*") + " " + Red("[no database]") + " " + Yellow("[confirm in 54 s]") + "> ",
               cli::PromptText("a@b", {}, standing, kColoured));
 }
