@@ -65,7 +65,7 @@ std::string Bar(std::uint64_t part, std::uint64_t whole, std::size_t width, Char
 
 std::size_t HistoryWidth(std::size_t room)
 {
-    for (const std::size_t width : {60, 30, 20, 15, 12, 10})
+    for (const std::size_t width : {60U, 30U, 20U, 15U, 12U, 10U})
         if (width <= room) return width;
     return 0;
 }

@@ -34,8 +34,8 @@ void AppendWrapped(std::string_view text, std::size_t from, std::size_t width, s
 
 std::string Wrapped(std::string_view line, std::size_t from, std::size_t width)
 {
-    constexpr std::size_t kNarrowest = 20;
-    if (from + kNarrowest > width || from > line.size()) return std::string(line);
+    constexpr std::size_t kLeastRoom = 20;
+    if (from + kLeastRoom > width || from > line.size()) return std::string(line);
     std::string out(line.substr(0, from));
     AppendWrapped(line.substr(from), from, width - from, out);
     out.pop_back();
