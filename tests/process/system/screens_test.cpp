@@ -184,7 +184,7 @@ TEST_F(Screens, TestOfACollectorNamesEachFailure)
         EXPECT_EQ(1, result.status) << name;
         EXPECT_EQ("", result.errors) << name;
         const auto answer = nlohmann::json::parse(result.output).begin().value();
-        EXPECT_EQ(outcome, answer.at("outcome")) << name;
+        EXPECT_EQ(outcome, answer.at("outcome").get<std::string>()) << name;
         EXPECT_THAT(answer.at("text").get<std::string>(), HasSubstr(why)) << name;
         const auto text = Cli("request sflow test collector " + name);
         EXPECT_EQ(1, text.status);
